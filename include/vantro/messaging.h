@@ -1,0 +1,423 @@
+/**
+ * The messaging layer: requests and answers between a client and a named service.
+ *
+ * Client half. msgclient_open() connects to a service by name and instance. Requests then go
+ * three ways:
+ *  - request with reply: msgclient_putget(), msgclient_putgetv(). The caller blocks until the
+ *    service answers.
+ *  - fetch of a held answer: msgclient_get(), msgclient_getv(). An answer longer than the
+ *    capacity offered is held by the server; the exchange gives MSG_STATUS_QUEUED and the full
+ *    length, and one fetch with tag 0 and that capacity gets it.
+ *  - request without waiting: msgclient_put(), msgclient_putv() with a tag that is not 0. The
+ *    answer is held under the tag, and the client is told by the notification event that it
+ *    registered with msgclient_notify() or msgclient_notify_pulse().
+ *
+ * Server half. A server process calls msgserver_create(), msgserver_add() once a service, and
+ * msgserver_thread_loop() in as many threads as it likes. The library starts no thread. Handlers
+ * answer with callout_reply() or callout_replyv(), or later, from any thread, callout_reply2().
+ * To stop: set `stop` of the server (with __atomic_store_n) and send the server's own channel one
+ * pulse for each thread.
+ *
+ * Results. A "result" below is the reply status of the exchange: 0, a status of the service's own
+ * choice, or MSG_STATUS_QUEUED; and where the exchange failed, the error number, never -1. A
+ * caller cannot tell a service's status from an error number by its value. Errors that any
+ * exchange can give: ENOENT (the indices no longer name an open record), ECONNRESET (the server
+ * is gone), EINTR (a signal handler installed without SA_RESTART ran; that exchange is given up
+ * and the client stays usable), EBADF (used in a child after fork), EMFILE, ENOMEM, EMSGSIZE,
+ * EINVAL (more vector entries than the host takes), ENOSYS (not a message server).
+ *
+ * Vectors are arrays of struct iovec, the POSIX (address, length) pair.
+ *
+ * Threads. Any number of threads may exchange on one client at once; msgclient_notify_pulse(),
+ * msgclient_wait_pulse() and msgclient_close() must not overlap other use of the same client. A
+ * fetch takes the newest held answer of a tag, so threads whose answers may overflow must
+ * serialise request and fetch. All blocking calls block without a time limit; a signal ends them.
+ *
+ * Fork. A child must not use its parent's clients or servers.
+ *
+ * A service that echoes:
+ *
+ *     static int32_t echo(MsgOsb *open, MsgContext *context, MsgService *service) {
+ *         (void)service;
+ *         return callout_reply(open, context, 0, context->payload,
+ *                              (int32_t)context->header->send_length);
+ *     }
+ *     int main(void) {
+ *         MsgServer *server = msgserver_create(65536, 16, MSGSERVER_FLAG_PATH);
+ *         if (!server || msgserver_add(server, "echo", NULL, NULL, 1024, echo, NULL, NULL) < 0)
+ *             return 1;
+ *         return msgserver_thread_loop(server);
+ *     }
+ */
+#ifndef VANTRO_MESSAGING_H
+#define VANTRO_MESSAGING_H
+
+#include <pthread.h>
+#include <stdint.h>
+#include <sys/uio.h>
+
+#include <vantro/export.h>
+#include <vantro/platform/message.h>
+#include <vantro/platform/path.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Longest service name, without its NUL. */
+#define MSG_SERVICE_NAME_MAX 31
+
+/** Longest service name and instance together, without NULs. */
+#define MSG_NAME_AND_INSTANCE_MAX 64
+
+/** Reply status: the answer is longer than the capacity offered and is held under its tag. */
+#define MSG_STATUS_QUEUED 240
+
+/** Kinds of transport message. */
+enum {
+    MSG_KIND_OPEN = 0,
+    MSG_KIND_CLOSE = 1,
+    MSG_KIND_NOTIFY = 2,
+    MSG_KIND_PUTGET = 3,
+    MSG_KIND_PUT = 4,
+    MSG_KIND_GET = 5
+};
+
+/** The header of every transport message, both ways. 28 bytes, native byte order. */
+typedef struct TransportHeader {
+    uint8_t kind;          /**< MSG_KIND_*. */
+    uint8_t version;       /**< 2. */
+    uint16_t code;         /**< The caller's message code; for the service to read. */
+    int16_t service_index; /**< Which service of the server; filled by the open. */
+    int16_t open_index;    /**< Which open record of that service; filled by the open. */
+    uint32_t tag;          /**< put: tag of the request. get: tag of the answer. Else 0. */
+    uint32_t send_length;  /**< Bytes of payload after the header (16 for notify, 28 for close). */
+    uint32_t reply_length; /**< Request: reply capacity in bytes, header not counted; notify: the
+                                queue limit. Reply: bytes of the answer. */
+    uint32_t reserved0;    /**< 0. */
+    uint32_t reserved1;    /**< 0. */
+} TransportHeader;
+
+/* ------------------------------------------------------------------------------- client half */
+
+/** One connection to a service. Made by msgclient_open(), owned by the caller. Read only. */
+typedef struct MsgClient {
+    int32_t connection;       /**< Connection to the server. */
+    int32_t service_index;    /**< From the open. */
+    int32_t open_index;       /**< From the open. */
+    int32_t pulse_channel;    /**< Private channel for notification pulses, or -1. */
+    int32_t pulse_connection; /**< Own pulse connection to it, or -1. */
+    char service_name[MSG_SERVICE_NAME_MAX + 1]; /**< NUL-terminated. */
+    int32_t opened_by_path;   /**< 1: opened through the service's path; 0: by its global name. */
+} MsgClient;
+
+/**
+ * Connects to a service: first through the path "/sys/csm/NAME/INSTANCE", then through the global
+ * name "csm/NAME/INSTANCE". Blocks until the server answers the open.
+ * @param service_name NUL-terminated, at most MSG_SERVICE_NAME_MAX characters.
+ * @param instance     NULL for "default"; name and instance together at most
+ *                     MSG_NAME_AND_INSTANCE_MAX characters.
+ * @param code         message code of the open request, for the service's open handler.
+ * @return the client, to be closed with msgclient_close(), or NULL with errno: ENAMETOOLONG;
+ *   ENOMEM; ENOENT (no such service, or a capability is missing, which looks the same); EACCES
+ *   (the path's permission bits refuse, at the open request); what the service's open handler
+ *   chose; else as the look-up of the global name or the exchange left it.
+ */
+VANTRO_API MsgClient *msgclient_open(const char *service_name, const char *instance,
+                                     uint16_t code);
+
+/**
+ * Tells the server, closes the connection and frees the client with its pulse channel. Held
+ * answers are lost. NULL does nothing.
+ * @return 0.
+ */
+VANTRO_API int msgclient_close(MsgClient *client);
+
+/**
+ * Sends a request and blocks for its answer.
+ * @param send           `send_length` bytes; may be NULL when that is 0.
+ * @param reply          receives at most `reply_length` bytes, untouched where the answer is
+ *                       shorter; may be NULL when that is 0.
+ * @param answer_length  receives the answer's length in bytes: after MSG_STATUS_QUEUED the held
+ *                       answer's, after a failed exchange the capacity offered.
+ * @param code           message code, for the service.
+ * @return the result.
+ */
+VANTRO_API int msgclient_putget(MsgClient *client, const void *send, uint32_t send_length,
+                                void *reply, uint32_t reply_length, uint32_t *answer_length,
+                                uint16_t code);
+
+/** msgclient_putget() with the request gathered from, and the answer scattered to, vectors. */
+VANTRO_API int msgclient_putgetv(MsgClient *client, const struct iovec *send, int send_count,
+                                 const struct iovec *reply, int reply_count,
+                                 uint32_t *answer_length, uint16_t code);
+
+/**
+ * Sends a request and returns once the server has accepted it; its answer will be held under
+ * `tag` and announced.
+ * @param tag not 0, else EINVAL.
+ * @return the result; EAGAIN while the open's queue is full, and before any notify.
+ */
+VANTRO_API int msgclient_put(MsgClient *client, uint32_t tag, const void *data, uint32_t length,
+                             uint16_t code);
+
+/** msgclient_put() with the request gathered from a vector. */
+VANTRO_API int msgclient_putv(MsgClient *client, uint32_t tag, const struct iovec *parts,
+                              int count, uint16_t code);
+
+/**
+ * Fetches the newest answer held under a tag.
+ * @param answer_length receives the answer's length; after MSG_STATUS_QUEUED the capacity needed,
+ *                      and the answer is still held.
+ * @return the answer's own status, or the result; ENOMSG when no answer has that tag.
+ */
+VANTRO_API int msgclient_get(MsgClient *client, uint32_t tag, void *reply, uint32_t reply_length,
+                             uint32_t *answer_length, uint16_t code);
+
+/** msgclient_get() with the answer scattered to a vector. */
+VANTRO_API int msgclient_getv(MsgClient *client, uint32_t tag, const struct iovec *reply,
+                              int reply_count, uint32_t *answer_length, uint16_t code);
+
+/**
+ * Registers how the client wants to be told of answers to msgclient_put(), and how many of them
+ * the server may hold. Replaces an earlier registration.
+ * @param queue_limit taken as at least 1 and at most the server's maximum.
+ * @param event       copied; its value is replaced by the answer's tag at each delivery.
+ * @return the result.
+ */
+VANTRO_API int msgclient_notify(MsgClient *client, uint32_t queue_limit,
+                                const struct ipc_event *event);
+
+/**
+ * msgclient_notify() with a pulse on a private channel, which replaces an earlier one.
+ * @return the result, or -1 with errno when the channel or the connection to it cannot be made;
+ *   the client then has neither.
+ */
+VANTRO_API int msgclient_notify_pulse(MsgClient *client, uint32_t queue_limit);
+
+/**
+ * Blocks for the next pulse on the private channel.
+ * @return its value, the tag of the answer that is ready, or 0 when the receive fails (no private
+ *   channel, or a signal handler ran).
+ */
+VANTRO_API uint32_t msgclient_wait_pulse(MsgClient *client);
+
+/* ------------------------------------------------------------------------------- server half */
+
+typedef struct MsgServer MsgServer;
+typedef struct MsgService MsgService;
+typedef struct MsgContext MsgContext;
+typedef struct MsgOsb MsgOsb;
+typedef struct MsgPending MsgPending;
+
+/** Creation flags of a server. Other bits are stored and have no effect. */
+enum {
+    MSGSERVER_FLAG_NOCHECK = 0x1, /**< No capability check on open. */
+    MSGSERVER_FLAG_PATH = 0x2     /**< Path mode; sets MSGSERVER_FLAG_NOCHECK too. */
+};
+
+/** A growable table of pointers to zero-filled elements that it owns. Never shrinks or moves one. */
+typedef struct SlotArray {
+    int32_t slot_count; /**< Slots, a multiple of 8. */
+    void **slots;       /**< A null pointer marks a free slot. */
+} SlotArray;
+
+/**
+ * A service's handler. Runs in a server thread without the server lock (but see `close_cb`).
+ * @param open    the open record; valid until the handler's answer, and after an answer not to be
+ *                touched.
+ * @param context the thread's receive context: header, payload and sender of the request; valid
+ *                until the thread receives again. NULL for a close because the client vanished.
+ * @return only an open handler's result counts: 0 accepts, anything else is the error number that
+ *   the client receives.
+ */
+typedef int32_t (*MsgHandler)(MsgOsb *open, MsgContext *context, MsgService *service);
+
+/** See callout_reply(), callout_replyv() and callout_reply2(). */
+typedef int32_t (*MsgReply)(MsgOsb *open, MsgContext *context, int32_t status, const void *data,
+                            int32_t length);
+typedef int32_t (*MsgReplyv)(MsgOsb *open, MsgContext *context, int32_t status,
+                             const struct iovec *parts, int32_t count);
+typedef int32_t (*MsgReply2)(MsgOsb *open, int32_t receive_id, uint32_t tag, int32_t status,
+                             const struct iovec *parts, int32_t count);
+
+/** A message server. Lives from msgserver_create() to the end of the process. */
+struct MsgServer {
+    uint32_t flags;       /**< MSGSERVER_FLAG_*, as adjusted. */
+    int32_t grantor_fd;   /**< Descriptor of the grantor device, or -1. */
+    int32_t recv_size;    /**< Payload capacity of a new thread's receive buffer, in bytes. */
+    int32_t max_msg_size; /**< Largest payload capacity that a receive buffer grows to. */
+    int32_t queue_max;    /**< Upper bound of the queue limit that a client may ask for. */
+    int32_t stop;         /**< Not 0 ends msgserver_thread_loop(); access it with __atomic_*. */
+    int32_t channel;      /**< The channel that all threads receive on. */
+    MsgReply reply;       /**< callout_reply(). */
+    MsgReplyv replyv;     /**< callout_replyv(). */
+    MsgReply2 reply2;     /**< callout_reply2(). */
+    struct path_dispatch *dispatch; /**< The framework's handle over the channel. */
+    pthread_key_t key;              /**< Holds each thread's MsgContext. */
+    pthread_mutex_t lock;           /**< The server lock: services, opens, their counts, queues. */
+    SlotArray *services;            /**< Table of MsgService. */
+    SlotArray service_table;        /**< What `services` points at. */
+};
+
+/** One attached service. Lives as long as its server. */
+struct MsgService {
+    char *name;           /**< Own copy. */
+    char *options;        /**< Own copy; "" when none were given. */
+    pthread_mutex_t lock; /**< The service's own to use; the framework never takes it. */
+    int32_t open_count;   /**< Opens that are not closed. */
+    MsgHandler request_cb;
+    MsgHandler open_cb;  /**< Or NULL. */
+    MsgHandler close_cb; /**< Or NULL. Called with the server lock held, and a NULL context, when a
+                              client vanished: it must not answer anything then. */
+    SlotArray *opens;    /**< Table of MsgOsb. */
+    SlotArray open_table;   /**< What `opens` points at. */
+    struct path_attr *attr; /**< The path's attribute record; NULL in name mode. */
+};
+
+/** A server thread's receive context. */
+struct MsgContext {
+    int32_t receive_id;      /**< Of the last message; 0 a pulse, -1 a failed receive. */
+    struct ipc_info info;    /**< Sender and length of the last message. */
+    TransportHeader *header; /**< Start of the receive buffer. */
+    void *payload;           /**< Where payloads go: behind the header, or a buffer of the service's
+                                  own (set it together with payload_size). */
+    int32_t payload_size;    /**< Capacity at payload, in bytes. */
+    struct path_context *framework_context; /**< Path mode only, else NULL. */
+};
+
+/** An open record: one open of a service by one client. */
+struct MsgOsb {
+    char *service_name;    /**< The service's. */
+    pthread_mutex_t lock;  /**< The service's own to use; the framework never takes it. */
+    int32_t inuse;         /**< References held by dispatch steps and by answers owed. */
+    int32_t queue_limit;   /**< Held answers at which a put is refused; 0 before any notify. */
+    int32_t queued;        /**< Answers held. */
+    int32_t closed;        /**< 1 once closed by the client, or its connection vanished. */
+    MsgPending *pending;   /**< Answers held, newest first. */
+    MsgServer *server;
+    int32_t conn_id;       /**< Server-side id of the client's connection. */
+    struct ipc_event event; /**< The client's notification event, as sent. */
+    MsgService *service;
+    int32_t index;         /**< Slot in the service's table of opens. */
+};
+
+/** One held answer; its bytes lie directly behind it. */
+struct MsgPending {
+    MsgPending *next; /**< The next older one. */
+    uint32_t tag;
+    int32_t length; /**< Bytes of the answer. */
+    int32_t status; /**< Reply status that the client receives with it. */
+};
+
+/**
+ * Creates a server and its channel. Call it before any thread uses the server.
+ * @param max_msg_size largest request payload in bytes; taken as at least 1024.
+ * @param queue_max    upper bound of the queue limit that a client may ask for.
+ * @param flags        MSGSERVER_FLAG_*.
+ * @return the server, or NULL with errno: EPERM (the grantor device cannot be opened), ENOMEM,
+ *   else as making the channel, dispatch handle or thread key left it.
+ */
+VANTRO_API MsgServer *msgserver_create(int32_t max_msg_size, int32_t queue_max, int32_t flags);
+
+/**
+ * Attaches a service, at any time, also while threads run. In path mode under the path
+ * "/sys/csm/NAME/INSTANCE", else under the global name "csm/NAME/INSTANCE".
+ * @param name       not NULL; copied.
+ * @param instance   NULL for "default".
+ * @param options    NULL for none; copied. Name mode: the capabilities that a client must hold,
+ *                   joined by commas. Path mode: "perms=" octal, "uid=" and "gid=" decimal, in any
+ *                   order, joined by commas.
+ * @param recv_size  payload in bytes that a request of this service usually has; raises the
+ *                   capacity that threads begin with, also when the attach fails.
+ * @param request_cb not NULL: answers requests.
+ * @param open_cb    NULL or: accepts or refuses an open.
+ * @param close_cb   NULL or: told of every close.
+ * @return the service's index, or -1 with errno as the failing step left it (EADDRINUSE: a live
+ *   process has the name).
+ */
+VANTRO_API int32_t msgserver_add(MsgServer *server, const char *name, const char *instance,
+                                 const char *options, int32_t recv_size, MsgHandler request_cb,
+                                 MsgHandler open_cb, MsgHandler close_cb);
+
+/**
+ * Receives and dispatches until `stop` of the server is not 0; a thread that waits notices at its
+ * next message or pulse. An error never ends the loop.
+ * @return 0.
+ */
+VANTRO_API int32_t msgserver_thread_loop(MsgServer *server);
+
+/**
+ * Blocks for the next message or pulse, into the calling thread's context.
+ * @return the receive id, 0 for a pulse, or -1 with errno (ENOMEM: no context could be made).
+ */
+VANTRO_API int32_t msgserver_receive(MsgServer *server);
+
+/**
+ * Handles what the calling thread received last.
+ * @return 0, or -1 when the last receive failed.
+ */
+VANTRO_API int32_t msgserver_dispatch(MsgServer *server);
+
+/**
+ * Makes the calling thread's payload capacity at least `size` bytes, keeping what it holds.
+ * @return the capacity in effect, or -1 with errno: EMSGSIZE (above max_msg_size, or the service
+ *   moved `payload`), ENOMEM; the buffer is then as it was.
+ */
+VANTRO_API int32_t msgserver_growmsg(MsgServer *server, int32_t size);
+
+/**
+ * Answers the request in `context`, and drops the reference that was held for the answer. To be
+ * called once a request, before the thread receives again, without the server lock.
+ *
+ * An answer longer than the client's capacity, and every answer to a put, is copied and held for
+ * the client to fetch.
+ * @param status reply status, 0 or more and not MSG_STATUS_QUEUED.
+ * @param data   `length` bytes, borrowed for the call; may lie in the receive buffer.
+ * @return 0; -1 with errno when the client is gone; ENOMEM when the answer could not be held (no
+ *   memory, or this open already holds more than its share): a client that waits has then not
+ *   been answered, and the service answers it with ipc_error(context->receive_id, ENOMEM).
+ */
+VANTRO_API int32_t callout_reply(MsgOsb *open, MsgContext *context, int32_t status,
+                                 const void *data, int32_t length);
+
+/** callout_reply() with the answer gathered from a vector. */
+VANTRO_API int32_t callout_replyv(MsgOsb *open, MsgContext *context, int32_t status,
+                                  const struct iovec *parts, int32_t count);
+
+/**
+ * Answers a put later, from any thread: holds the answer under `tag`, tells the client, and drops
+ * the reference that was held for the answer. The client is told also when holding failed.
+ * @param receive_id of the put request.
+ * @param tag        of the put request.
+ * @return 0, or ENOMEM as for callout_reply().
+ */
+VANTRO_API int32_t callout_reply2(MsgOsb *open, int32_t receive_id, uint32_t tag, int32_t status,
+                                  const struct iovec *parts, int32_t count);
+
+/**
+ * Drops one reference of an open record; frees it, with its held answers, when that was the last
+ * one and the record is closed. For services that took a reference of their own.
+ * @return 0.
+ */
+VANTRO_API int32_t _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(MsgOsb *open);
+
+/* -------------------------------------------------------------------------------- slot table */
+
+/**
+ * Adds a zero-filled element of `size` bytes in the lowest free slot.
+ * @return its index, or -1 (negative size, no memory).
+ */
+VANTRO_API int32_t _array_add(SlotArray *array, int32_t size);
+
+/** @return the element, or NULL for an index out of range or of a free slot. */
+VANTRO_API void *_array_get(const SlotArray *array, int32_t index);
+
+/** Frees an element and empties its slot. @return 0, or -1 where there is none. */
+VANTRO_API int32_t _array_del(SlotArray *array, int32_t index);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,7 @@
+#ifndef VANTRO_PLATFORM_EXPORT_H
+#define VANTRO_PLATFORM_EXPORT_H
+
+/** Marks what libvantroplatform exports. */
+#define VANTRO_PLATFORM_API __attribute__((visibility("default")))
+
+#endif

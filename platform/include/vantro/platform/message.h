@@ -1,0 +1,244 @@
+/**
+ * Message passing: synchronous exchanges between processes, and pulses.
+ *
+ * A server makes a channel and receives on it, in as many threads as it likes. A client holds a
+ * connection to a channel and sends on it: the call gathers one message from a vector, blocks
+ * until the server replies, scatters the reply into a second vector and returns the reply status.
+ * A pulse is a fixed 16-byte record that is delivered to a channel and answered by nobody.
+ *
+ * What every operation here promises
+ *  - Failure is -1 with errno set, unless the operation's own text says otherwise. The error
+ *    numbers are the host's.
+ *  - Any thread may call any operation. Several threads may exchange on one connection at once,
+ *    each blocked in its own send; no lock is held across an exchange.
+ *  - No operation raises SIGPIPE, leaks a descriptor into a program that is executed, or changes
+ *    the caller's signal mask.
+ *  - Nothing that a peer does blocks, crashes or grows this process beyond the limits named in
+ *    limits.h. A peer's misconduct costs that peer its connection and nobody else anything.
+ *  - After fork the connections of the parent are not the child's: every use of one there fails
+ *    with EBADF.
+ *
+ * Numbers. Connections, channels, pulse connections and server-side connection ids are positive
+ * ints (or a real descriptor, where platform_open made the connection). The kinds have disjoint
+ * ranges, so a number of one kind is never mistaken for one of another.
+ */
+#ifndef VANTRO_PLATFORM_MESSAGE_H
+#define VANTRO_PLATFORM_MESSAGE_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/types.h>
+#include <sys/uio.h>
+
+#include <vantro/platform/export.h>
+#include <vantro/platform/limits.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Flags of channel_create(). Bits not named here are accepted and have no effect. */
+enum {
+    /** Receiving does not change the receiver's priority. Always so on this platform. */
+    CHANNEL_FIXED_PRIORITY = 0x01,
+    /** Tell the server when a waiting client asks to be unblocked. Never needed on this platform:
+     *  an interrupted client gives its exchange up by itself. */
+    CHANNEL_UNBLOCK = 0x02,
+    /** Deliver a PULSE_CODE_DISCONNECT pulse when a client's connection goes away. */
+    CHANNEL_DISCONNECT = 0x08
+};
+
+/** Pulse code of the disconnect pulse. Codes below zero are the system's own. */
+enum { PULSE_CODE_DISCONNECT = -33 };
+
+/** One pulse, as it lies in a receive buffer. 16 bytes; its first 32-bit word is always zero. */
+struct ipc_pulse {
+    uint16_t type;    /**< 0. */
+    uint16_t subtype; /**< 0. */
+    int8_t code;      /**< 0 to 127 for pulses that programs send; below zero from the system. */
+    uint8_t zero[3];  /**< 0. */
+    int32_t value;    /**< The sender's value. */
+    int32_t conn_id;  /**< Of a disconnect pulse: the server-side id of the connection that went. */
+};
+
+/** What a notification does. */
+enum {
+    IPC_EVENT_SIGNAL_THREAD = 3, /**< Deliver a signal to the thread that armed a notification. */
+    IPC_EVENT_PULSE = 4          /**< Deliver a pulse on a pulse connection. */
+};
+
+/** A notification event: how its owner wants to be told. 16 bytes. */
+struct ipc_event {
+    int32_t kind;       /**< IPC_EVENT_SIGNAL_THREAD or IPC_EVENT_PULSE. */
+    int32_t connection; /**< Pulse: the owner's pulse connection. Signal: the signal number. */
+    int32_t value;      /**< The value to deliver, at offset 8. */
+    int16_t code;       /**< Pulse: the pulse code, 0 to 127. */
+    int16_t priority;   /**< Pulse: the priority asked for; carried, without effect here. */
+};
+
+/** What a receive tells of the message it returned. For a pulse every field but channel is 0. */
+struct ipc_info {
+    int32_t pid;          /**< Process id of the sender, as the kernel vouches for it. */
+    int32_t conn_id;      /**< Server-side id of the sender's connection. */
+    int32_t channel;      /**< The channel received on. */
+    int32_t msg_length;   /**< Bytes placed in the receive vector. */
+    int32_t total_length; /**< Bytes of the whole message; above msg_length where it did not fit. */
+};
+
+/** A client's credentials: the kernel's word, taken when the connection was made. */
+struct ipc_credentials {
+    int32_t pid;
+    uint32_t uid;         /**< Effective user id. */
+    uint32_t gid;         /**< Effective group id. */
+    int32_t group_count;  /**< Entries in use of groups. */
+    uint32_t groups[IPC_CREDENTIAL_GROUPS]; /**< The first supplementary groups; there may be more. */
+};
+
+/**
+ * Makes a channel owned by the calling process. Does not block.
+ * @param flags CHANNEL_* bits.
+ * @return the channel, or -1: EMFILE, ENFILE, ENOMEM.
+ */
+VANTRO_PLATFORM_API int channel_create(unsigned flags);
+
+/**
+ * Destroys a channel: its names vanish, its clients' exchanges end with ECONNRESET, and threads
+ * that receive on it return -1 with EBADF. Does not block.
+ * @return 0, or -1: EBADF when there is no such channel.
+ */
+VANTRO_PLATFORM_API int channel_destroy(int channel);
+
+/**
+ * Attaches a pulse connection from the calling process to a channel of its own. Does not block.
+ * The connection carries pulses only; sending a message on it fails with ENOTSUP.
+ * @param node    0, the local node; anything else gives ENOTSUP.
+ * @param pid     the calling process's id, or 0 for it; anything else gives ENOTSUP.
+ * @param channel the channel.
+ * @param index   ignored.
+ * @param flags   ignored.
+ * @return the pulse connection, or -1: EBADF, ENOTSUP, EMFILE, ENFILE, ENOMEM.
+ */
+VANTRO_PLATFORM_API int connect_attach(uint32_t node, int32_t pid, int channel, unsigned index,
+                                       int flags);
+
+/**
+ * Releases a pulse connection made by connect_attach(), or, at a server, a connection id whose
+ * disconnect pulse was received: until then that id is not given to another client. On a
+ * connection id that is still connected, it disconnects that client. Does not block.
+ * @return 0, or -1: EBADF.
+ */
+VANTRO_PLATFORM_API int connect_detach(int connection);
+
+/**
+ * Sends a pulse to the channel behind a pulse connection of this process. Does not block: at
+ * least IPC_PULSE_CAPACITY undelivered pulses fit, beyond that EAGAIN.
+ * @param connection from connect_attach().
+ * @param priority   carried, without effect here.
+ * @param code       0 to 127; anything else gives EINVAL.
+ * @param value      any.
+ * @return 0, or -1: EBADF, EINVAL, EAGAIN.
+ */
+VANTRO_PLATFORM_API int pulse_send(int connection, int priority, int code, int32_t value);
+
+/**
+ * Tells who made a connection. Does not block.
+ * @param conn_id     the server-side id, from ipc_info.
+ * @param credentials filled on success, else untouched.
+ * @param max_groups  how many supplementary groups are wanted, 0 to IPC_CREDENTIAL_GROUPS.
+ * @return 0, or -1: EBADF for an unknown id, EACCES where the kernel gave no credentials.
+ */
+VANTRO_PLATFORM_API int connect_client_info(int conn_id, struct ipc_credentials *credentials,
+                                            int max_groups);
+
+/**
+ * Sends one message and blocks until it is answered. The message is gathered from `send`, the
+ * reply data is scattered into `reply`; a reply longer than `reply` is cut to it. An exchange is
+ * no cancellation point. Up to IPC_STACK_PARTS parts a vector cost no heap.
+ * @param connection  from platform_open() or global_name_open().
+ * @param send        parts to send; may be NULL when send_count is 0.
+ * @param send_count  0 or more.
+ * @param reply       parts to fill; may be NULL when reply_count is 0.
+ * @param reply_count 0 or more.
+ * @return the reply status (0 or positive), or -1: the server's error number for an error reply;
+ *   ECONNRESET when the server is gone, at once, now and at every later call; EINTR when a signal
+ *   handler installed without SA_RESTART ran: that exchange is given up and its answer dropped,
+ *   and the connection stays usable; EBADF for no such connection, and after fork; EMFILE when a
+ *   large reply found no free descriptor here, or a large message none at the server; EINVAL for
+ *   vectors beyond the host's IOV_MAX; EMSGSIZE above IPC_MESSAGE_MAX; ENOMEM.
+ */
+VANTRO_PLATFORM_API int ipc_send(int connection, const struct iovec *send, int send_count,
+                                 const struct iovec *reply, int reply_count);
+
+/** ipc_send() with one buffer each way. */
+VANTRO_PLATFORM_API int ipc_send_simple(int connection, const void *message, size_t length,
+                                        void *reply, size_t reply_length);
+
+/**
+ * Blocks for the next message or pulse on a channel. A message is scattered into `parts`; what
+ * does not fit can be had with ipc_read() until the reply. A pulse is delivered as an ipc_pulse
+ * at the start of `parts`, which must take at least 16 bytes.
+ * Several threads may receive on one channel; each message and pulse goes to exactly one.
+ * @param info filled for messages and pulses alike; may be NULL.
+ * @return a receive id above 0 for a message, 0 for a pulse, -1: EBADF (no such channel, or it
+ *   was destroyed), EINTR (a signal handler ran), EINVAL (vectors beyond the host's IOV_MAX).
+ */
+VANTRO_PLATFORM_API int ipc_receive(int channel, const struct iovec *parts, int count,
+                                    struct ipc_info *info);
+
+/**
+ * Blocks for the next pulse on a channel. Messages that arrive there meanwhile are refused with
+ * ENOSYS.
+ * @param pulse at least 16 bytes, filled with an ipc_pulse.
+ * @param size  bytes at `pulse`; below 16 gives EINVAL.
+ * @param info  as for ipc_receive().
+ * @return 0, or -1 as ipc_receive().
+ */
+VANTRO_PLATFORM_API int ipc_receive_pulse(int channel, void *pulse, size_t size,
+                                          struct ipc_info *info);
+
+/**
+ * Answers a message. Never blocks: a client that does not take its answer loses its connection.
+ * A receive id is good for one answer, from any thread, also after that thread received again.
+ * @param receive_id from ipc_receive().
+ * @param status     0 or more: what the client's ipc_send() returns.
+ * @param data       copied before the call returns.
+ * @return 0, or -1: ESRCH when the id is stale or invented, or the client is gone or gave the
+ *   exchange up; EINVAL for a negative status; EMSGSIZE, EMFILE, ENOMEM when a large reply could
+ *   not be made, and then the message still waits for its answer.
+ */
+VANTRO_PLATFORM_API int ipc_reply(int receive_id, int status, const void *data, size_t length);
+
+/** ipc_reply() with the data gathered from parts. EINVAL for vectors beyond the host's IOV_MAX. */
+VANTRO_PLATFORM_API int ipc_replyv(int receive_id, int status, const struct iovec *parts,
+                                   int count);
+
+/**
+ * Answers a message with an error: the client's ipc_send() returns -1 with errno `error`.
+ * @param error above 0; anything else is sent as EIO.
+ * @return as ipc_reply().
+ */
+VANTRO_PLATFORM_API int ipc_error(int receive_id, int error);
+
+/**
+ * Reads from a message that waits for its answer and that reached the end of its receive vector:
+ * such a message is kept whole until the reply. Of a message that ended before the end of the
+ * vector nothing is kept, everything is in the vector, and 0 is returned. Does not block.
+ * @param offset bytes from the start of the message.
+ * @return bytes read, 0 at or behind the end, or -1: ESRCH for a stale or invented id.
+ */
+VANTRO_PLATFORM_API ssize_t ipc_read(int receive_id, void *buffer, size_t length, size_t offset);
+
+/**
+ * Delivers a pulse event to the client of a message, also after its reply, from any thread.
+ * Does not block.
+ * @param event its connection is the client's own number of its pulse connection.
+ * @return 0, or -1: ESRCH when the client is gone or never attached that connection, EINVAL for
+ *   an event of another kind, EAGAIN when the client takes no pulses.
+ */
+VANTRO_PLATFORM_API int ipc_deliver_event(int receive_id, const struct ipc_event *event);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

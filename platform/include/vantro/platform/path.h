@@ -1,0 +1,197 @@
+/**
+ * The path-attach framework: a process serves paths of the platform's path-name space.
+ *
+ * A server makes a dispatch handle over its channel, attaches paths to it, receives, and hands
+ * every message that it does not know itself to path_dispatch_handle(). The framework answers
+ * with the path's handlers; where the owner put none, the defaults answer:
+ *  - opening a path is decided by path_check_access() on the path's attribute record;
+ *  - reads, writes and everything else are refused with ENOSYS;
+ *  - the disconnect pulse of a client releases what its open held, and its connection id.
+ * A message on a connection that did not open its path is refused with EBADF.
+ *
+ * Whoever runs a path alone, without a protocol of its own, loops over path_receive() and
+ * path_dispatch_handle().
+ */
+#ifndef VANTRO_PLATFORM_PATH_H
+#define VANTRO_PLATFORM_PATH_H
+
+#include <pthread.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/types.h>
+
+#include <vantro/platform/export.h>
+#include <vantro/platform/message.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct path_dispatch;
+
+/** Access bits of path_check_access(), shifted as the owner's permission bits. */
+enum { PATH_ACCESS_READ = 0400, PATH_ACCESS_WRITE = 0200 };
+
+/** A description shared by the paths of one process. The configuration word is the owner's. */
+struct path_mount {
+    uint32_t configuration;
+};
+
+/** What a path is and who may open it. Make it with path_attr_init(). */
+struct path_attr {
+    uint32_t mode;            /**< File type bits and permission bits. */
+    uint32_t uid;             /**< Owner; the server's effective user id unless changed. */
+    uint32_t gid;             /**< Group; the server's effective group id unless changed. */
+    uint64_t size;            /**< Size in bytes; informative. */
+    uint64_t serial;          /**< Serial number; informative. */
+    struct path_mount *mount; /**< Shared description, or NULL. */
+    pthread_mutex_t lock;     /**< Taken by path_attr_lock(). */
+};
+
+/** One server thread's view of the message in hand. */
+struct path_context {
+    int32_t receive_id;             /**< As ipc_receive() returned it. */
+    struct ipc_info info;           /**< As ipc_receive() filled it. */
+    uint8_t *message;               /**< Buffer of message_max bytes, owned by the context. */
+    size_t message_max;             /**< PATH_MESSAGE_MAX. */
+    size_t message_length;          /**< Bytes of the message that are in the buffer. */
+    struct path_dispatch *dispatch; /**< The handle it was made for. */
+};
+
+/** Places in the table of connect handlers. Those not named are reserved. */
+enum {
+    PATH_CONNECT_OPEN = 0,
+    PATH_CONNECT_HANDLER_COUNT = 8
+};
+
+/** Places in the table of I/O handlers. Those not named are reserved. */
+enum {
+    PATH_IO_READ = 0,
+    PATH_IO_WRITE = 1,
+    PATH_IO_CLOSE = 2,
+    PATH_IO_HANDLER_COUNT = 29
+};
+
+/** Flag bits of path_attach() and its default options: stored, without effect. */
+struct path_attach_options {
+    uint32_t flags;
+    uint32_t parts_max;
+    uint32_t message_max;
+};
+
+/**
+ * A request to a path, as its handler sees it. For a write `data` holds the bytes written. For a
+ * read, `data` is a buffer of `length` bytes to fill, at most what the client asked for.
+ */
+struct path_request {
+    struct path_context *context;
+    void *handle;        /**< What path_attach() was given. */
+    uint32_t open_flags; /**< O_RDONLY, O_WRONLY or O_RDWR, as the path was opened. */
+    void *data;
+    size_t length;
+};
+
+/**
+ * A handler. It does not answer the client itself: its result is the answer.
+ * @return 0 or more: success, with that value as the count of a read or write (a write handler
+ *   may return any count); below 0: refused, with the error number negated.
+ */
+typedef int (*path_handler)(struct path_request *request);
+
+struct path_connect_funcs {
+    uint32_t count; /**< How many places are valid. */
+    path_handler handlers[PATH_CONNECT_HANDLER_COUNT];
+};
+
+struct path_io_funcs {
+    uint32_t count; /**< How many places are valid. */
+    path_handler handlers[PATH_IO_HANDLER_COUNT];
+};
+
+/**
+ * Makes a dispatch handle over a channel of this process. It lives as long as the process, or
+ * until path_dispatch_destroy().
+ * @param flags 0.
+ * @return the handle, or NULL: EBADF, ENOMEM.
+ */
+VANTRO_PLATFORM_API struct path_dispatch *path_dispatch_create(int channel, unsigned flags);
+
+/** Releases a dispatch handle to which nothing is attached. NULL does nothing. */
+VANTRO_PLATFORM_API void path_dispatch_destroy(struct path_dispatch *dispatch);
+
+/** Makes one thread's context. @return the context, or NULL: ENOMEM. */
+VANTRO_PLATFORM_API struct path_context *path_context_alloc(struct path_dispatch *dispatch);
+
+/** Frees a context. NULL does nothing. */
+VANTRO_PLATFORM_API void path_context_free(struct path_context *context);
+
+/**
+ * Blocks for the next message or pulse of the context's channel and leaves it in the context.
+ * @return as ipc_receive().
+ */
+VANTRO_PLATFORM_API int path_receive(struct path_context *context);
+
+/**
+ * Answers what lies in the context: `receive_id`, `info`, and the message (for a pulse its 16
+ * bytes) in `message`, `message_length` bytes. Calls the path's handlers in this thread, with no
+ * lock held.
+ * @return 0, or -1 when the answer could not be delivered.
+ */
+VANTRO_PLATFORM_API int path_dispatch_handle(struct path_context *context);
+
+/** Fills both tables with the defaults. Counts beyond the tables' own are cut to them. */
+VANTRO_PLATFORM_API void path_funcs_init(unsigned connect_count, struct path_connect_funcs *connect,
+                                         unsigned io_count, struct path_io_funcs *io);
+
+/**
+ * Initialises an attribute record: mode as given, owner and group the caller's effective ids, or
+ * the client's where one is given, everything else zero.
+ * @param parent may be NULL; its mount is taken over.
+ * @param client may be NULL.
+ */
+VANTRO_PLATFORM_API void path_attr_init(struct path_attr *attr, uint32_t mode,
+                                        const struct path_attr *parent,
+                                        const struct ipc_credentials *client);
+
+/** Lock and unlock an attribute record. @return 0. */
+VANTRO_PLATFORM_API int path_attr_lock(struct path_attr *attr);
+VANTRO_PLATFORM_API int path_attr_unlock(struct path_attr *attr);
+
+/**
+ * Decides whether a client may access what an attribute record describes. User 0 may. Otherwise
+ * the owner's bits count for the owner, the group's for a member of the group, and the others'
+ * for everybody else. With a context whose `info.conn_id` names the client's connection all its
+ * supplementary groups count; without one, those in `client`.
+ * @param context may be NULL.
+ * @param mask    PATH_ACCESS_* bits, all of which are wanted.
+ * @param client  NULL refuses.
+ * @return 0, or EACCES.
+ */
+VANTRO_PLATFORM_API int path_check_access(struct path_context *context,
+                                          const struct path_attr *attr, uint32_t mask,
+                                          const struct ipc_credentials *client);
+
+/**
+ * Attaches a path to a dispatch handle and publishes it. Does not block. The path stays attached
+ * until the channel is destroyed or the process ends.
+ * @param options   stored, without effect; may be NULL.
+ * @param path      for example "/sys/csm/vantro.sys/default".
+ * @param file_type stored, without effect.
+ * @param flags     stored, without effect.
+ * @param connect   handlers, borrowed for as long as the path is attached.
+ * @param io        handlers, borrowed likewise.
+ * @param handle    the path's attribute record, borrowed likewise; handlers find it again.
+ * @return an id of 0 or more, or -1: EADDRINUSE (a live process has the path), ENOENT (not a
+ *   platform path, ".." or an empty part), ENAMETOOLONG, EACCES, EMFILE, ENFILE, ENOMEM, ENOSPC.
+ */
+VANTRO_PLATFORM_API int path_attach(struct path_dispatch *dispatch,
+                                    const struct path_attach_options *options, const char *path,
+                                    int file_type, unsigned flags,
+                                    const struct path_connect_funcs *connect,
+                                    const struct path_io_funcs *io, struct path_attr *handle);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
