@@ -1,0 +1,161 @@
+/**
+ * The catalogue's records, and the bytes in which they travel.
+ *
+ * A player service describes its catalogue with three records: media sources (MediaSource), the
+ * entries of one (MediaNode) and what is known of a track (Metadata). Applications read their
+ * fields; the unpackers make them from the bytes of a reply. Services keep ServiceMediaSource,
+ * ServiceMediaNode and Metadata, and the packers write those as bytes.
+ *
+ * Strings. Every string field is a NUL-terminated string, or NULL where the value is absent.
+ *
+ * Ownership. An unpacker returns one block that holds `count` records side by side; each string
+ * that is present is a block of its own. The caller owns all of them: free() every string that is
+ * not NULL, then the block, or call the vantro_free_* function of extras.h. Packers and sizing
+ * functions read what they are given and keep nothing.
+ *
+ * The packed form is the records one after the other, without a count, padding or alignment.
+ * Integers are little-endian. A string is a 32-bit length, then that many bytes without a NUL;
+ * length -1 is an absent string, 0 an empty one, and readers take both as absent.
+ *
+ *     MediaSource  id, type, status (4 bytes each), capabilities (8), uid, name, view_name
+ *     MediaNode    type, count, ms_id, ms_type (4 bytes each), id, name
+ *     Metadata     duration, width, height, disc, track (4 bytes each), title, artwork, artist,
+ *                  album, genre, year, reserved
+ *
+ * Threads. No function here keeps state, blocks or logs; any thread may call any of them.
+ */
+#ifndef VANTRO_RECORDS_H
+#define VANTRO_RECORDS_H
+
+#include <stdint.h>
+
+#include <vantro/export.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Bytes of a packed record whose strings are all absent. The strings' bytes come on top. */
+enum {
+    VANTRO_PACKED_MEDIA_SOURCE_MIN = 32,
+    VANTRO_PACKED_MEDIA_NODE_MIN = 24,
+    VANTRO_PACKED_METADATA_MIN = 48
+};
+
+/** A media source, as applications see it. What the integers mean is the service's business. */
+typedef struct MediaSource {
+    int32_t id;            /**< The number by which nodes and queries refer to the source. */
+    char *uid;             /**< Unique identifier. */
+    char *name;            /**< Name. */
+    char *view_name;       /**< Name for people to read. */
+    int32_t type;          /**< Type. */
+    int32_t status;        /**< Status. */
+    uint64_t capabilities; /**< What the source can do. */
+} MediaSource;
+
+/** An entry of a media source: what browsing and searching return, and what a track is. */
+typedef struct MediaNode {
+    char *id;        /**< Identifier within the media source. */
+    char *name;      /**< Name. */
+    int32_t type;    /**< Type. */
+    int32_t count;   /**< Count, as the service publishes it. */
+    int32_t ms_id;   /**< `id` of the media source that holds the node. */
+    int32_t ms_type; /**< `type` of that media source. */
+} MediaNode;
+
+/** What is known of a track. */
+typedef struct Metadata {
+    char *title;      /**< Title. */
+    int32_t duration; /**< Duration in milliseconds. */
+    char *artwork;    /**< Reference to a picture. */
+    char *artist;     /**< Artist. */
+    char *album;      /**< Album. */
+    char *genre;      /**< Genre. */
+    char *year;       /**< Year, as text. */
+    int32_t width;    /**< Width of the picture. */
+    int32_t height;   /**< Height of the picture. */
+    int32_t disc;     /**< Number of the disc. */
+    int32_t track;    /**< Number of the track on the disc. */
+    char *reserved;   /**< The service's; carried like the other strings. */
+} Metadata;
+
+/** A media source, as a service keeps it. Fields marked "stays" never travel. */
+typedef struct ServiceMediaSource {
+    int32_t id;
+    const char *uid;
+    uint32_t service_data; /**< Stays: the service's own. */
+    const char *name;
+    const char *view_name;
+    int32_t type;
+    uint64_t capabilities;
+    int32_t status;
+    void *service_record; /**< Stays: whatever the service keeps with the source. */
+} ServiceMediaSource;
+
+/** An entry of a media source, as a service keeps it. Fields marked "stays" never travel. */
+typedef struct ServiceMediaNode {
+    const char *id;
+    const char *name;
+    uint32_t service_data; /**< Stays: the service's own. */
+    int32_t type;
+    int32_t count;
+    int32_t ms_id;
+    int32_t ms_type;
+    uint32_t service_mark; /**< Stays: the service's own. */
+} ServiceMediaNode;
+
+/**
+ * Packs media sources. There is no sizing function for them: a record takes
+ * VANTRO_PACKED_MEDIA_SOURCE_MIN bytes and the lengths of its strings.
+ * @param records `count` records; NULL writes nothing.
+ * @param count   0 or less writes nothing.
+ * @param buffer  room for the packed size of the whole array; the caller guarantees it. Any
+ *                alignment will do. Not used where nothing is written.
+ * @param size    receives the number of bytes written. An array whose packed size exceeds INT_MAX
+ *                gives 0; what lies in `buffer` is then of no use.
+ */
+VANTRO_API void pack_media_source(const ServiceMediaSource *records, int count, void *buffer,
+                                  int *size);
+
+/** Packs media nodes; compute_media_node_size() tells the room. As pack_media_source(). */
+VANTRO_API void pack_media_node(const ServiceMediaNode *records, int count, void *buffer,
+                                int *size);
+
+/** Packs metadata; compute_metadata_size() tells the room. As pack_media_source(). */
+VANTRO_API void pack_metadata(const Metadata *records, int count, void *buffer, int *size);
+
+/**
+ * Tells how many bytes pack_media_node() writes.
+ * @param records `count` records; NULL only where count is 0 or less.
+ * @param count   0 or less gives 0.
+ * @return the packed size in bytes; INT_MAX for an array too large to pack.
+ */
+VANTRO_API int compute_media_node_size(const ServiceMediaNode *records, int count);
+
+/** Tells how many bytes pack_metadata() writes. As compute_media_node_size(). */
+VANTRO_API int compute_metadata_size(const Metadata *records, int count);
+
+/**
+ * Makes media sources from their packed form. The bytes may come from anyone: nothing beyond
+ * `size` is read, and no more memory is taken than that many bytes can fill.
+ * @param buffer  the packed records, at any alignment.
+ * @param size    bytes at `buffer`; bytes behind the last record are ignored.
+ * @param count   records to read: exactly that many, 1 or more.
+ * @param records receives the new block, owned by the caller.
+ * @return 0, or -1. Arguments that cannot be right (buffer or records NULL, size or count below
+ *   1, count above what `size` bytes can hold) leave *records as it was; bytes that end within a
+ *   record and want of memory set it to NULL, and nothing is left to free.
+ */
+VANTRO_API int unpack_media_source(const void *buffer, int size, int count, MediaSource **records);
+
+/** Makes media nodes from their packed form. As unpack_media_source(). */
+VANTRO_API int unpack_media_node(const void *buffer, int size, int count, MediaNode **records);
+
+/** Makes metadata from its packed form. As unpack_media_source(). */
+VANTRO_API int unpack_metadata(const void *buffer, int size, int count, Metadata **records);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
