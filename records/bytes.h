@@ -1,0 +1,112 @@
+// One writer and one reader of packed bytes. Every integer is taken apart and put together byte by
+// byte, since only a record that begins an array is sure to be aligned.
+#ifndef VANTRO_RECORDS_BYTES_H
+#define VANTRO_RECORDS_BYTES_H
+
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+namespace vantro {
+
+// Sizes of packed arrays are ints at the boundary, so nothing larger is ever written.
+inline constexpr std::size_t packed_bytes_max = INT_MAX;
+
+// Length word of a string that is absent.
+inline constexpr std::uint32_t absent_length = UINT32_MAX;
+
+class Writer {
+  public:
+    explicit Writer(void *buffer) : start_(static_cast<unsigned char *>(buffer)) {}
+
+    // Each returns false, and writes nothing, where the array would pass packed_bytes_max.
+    bool put32(std::uint32_t value) { return put(value, 4); }
+
+    bool put64(std::uint64_t value) { return put(value, 8); }
+
+    bool put_string(const char *text) {
+        if (!text)
+            return put32(absent_length);
+        const std::size_t length = std::strlen(text);
+        if (length > packed_bytes_max || !has_room(4 + length))
+            return false;
+        put32(static_cast<std::uint32_t>(length));
+        std::memcpy(start_ + written_, text, length);
+        written_ += length;
+        return true;
+    }
+
+    std::size_t written() const { return written_; }
+
+  private:
+    bool has_room(std::size_t bytes) const { return bytes <= packed_bytes_max - written_; }
+
+    bool put(std::uint64_t value, std::size_t bytes) {
+        if (!has_room(bytes))
+            return false;
+        for (std::size_t i = 0; i < bytes; i++)
+            start_[written_ + i] = static_cast<unsigned char>(value >> (8 * i));
+        written_ += bytes;
+        return true;
+    }
+
+    unsigned char *start_;
+    std::size_t written_ = 0;
+};
+
+class Reader {
+  public:
+    Reader(const void *buffer, std::size_t size)
+        : at_(static_cast<const unsigned char *>(buffer)), left_(size) {}
+
+    // Each returns false, and leaves `value` as it was, where the bytes end too early.
+    bool get32(std::uint32_t &value) { return get(value); }
+
+    bool get64(std::uint64_t &value) { return get(value); }
+
+    // A string of length 0 or less is absent. Also false where there is no memory for the copy.
+    bool get_string(char *&text) {
+        std::uint32_t word = 0;
+        if (!get32(word))
+            return false;
+        if (static_cast<std::int32_t>(word) <= 0) {
+            text = nullptr;
+            return true;
+        }
+        // Before the allocation: a length that lies must not cost memory.
+        if (word > left_)
+            return false;
+        char *copy = static_cast<char *>(std::malloc(std::size_t{word} + 1));
+        if (!copy)
+            return false;
+        std::memcpy(copy, at_, word);
+        copy[word] = '\0';
+        text = copy;
+        at_ += word;
+        left_ -= word;
+        return true;
+    }
+
+  private:
+    template <class Integer>
+    bool get(Integer &value) {
+        if (left_ < sizeof value)
+            return false;
+        Integer sum = 0;
+        for (std::size_t i = 0; i < sizeof value; i++)
+            sum |= Integer{at_[i]} << (8 * i);
+        value = sum;
+        at_ += sizeof value;
+        left_ -= sizeof value;
+        return true;
+    }
+
+    const unsigned char *at_;
+    std::size_t left_;
+};
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,76 @@
+// Which fields of each record travel, in the order in which they do. Packers, sizing functions,
+// unpackers and the functions that free records all go by these tables, so that they cannot
+// disagree.
+#ifndef VANTRO_RECORDS_FIELDS_H
+#define VANTRO_RECORDS_FIELDS_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include <vantro/records.h>
+
+namespace vantro {
+
+template <class Record>
+struct Fields;
+
+template <class Record>
+struct SourceFields {
+    static constexpr std::array integers{&Record::id, &Record::type, &Record::status};
+    static constexpr std::array wide_integers{&Record::capabilities};
+    static constexpr std::array strings{&Record::uid, &Record::name, &Record::view_name};
+};
+
+template <class Record>
+struct NodeFields {
+    static constexpr std::array integers{&Record::type, &Record::count, &Record::ms_id,
+                                         &Record::ms_type};
+    static constexpr std::array<std::uint64_t Record::*, 0> wide_integers{};
+    static constexpr std::array strings{&Record::id, &Record::name};
+};
+
+template <>
+struct Fields<MediaSource> : SourceFields<MediaSource> {};
+template <>
+struct Fields<ServiceMediaSource> : SourceFields<ServiceMediaSource> {};
+template <>
+struct Fields<MediaNode> : NodeFields<MediaNode> {};
+template <>
+struct Fields<ServiceMediaNode> : NodeFields<ServiceMediaNode> {};
+
+template <>
+struct Fields<Metadata> {
+    static constexpr std::array integers{&Metadata::duration, &Metadata::width, &Metadata::height,
+                                         &Metadata::disc, &Metadata::track};
+    static constexpr std::array<std::uint64_t Metadata::*, 0> wide_integers{};
+    static constexpr std::array strings{&Metadata::title,   &Metadata::artwork, &Metadata::artist,
+                                        &Metadata::album,   &Metadata::genre,   &Metadata::year,
+                                        &Metadata::reserved};
+};
+
+// Bytes of a packed record whose strings are all absent.
+template <class Record>
+inline constexpr std::size_t packed_min = 4 * Fields<Record>::integers.size() +
+                                          8 * Fields<Record>::wide_integers.size() +
+                                          4 * Fields<Record>::strings.size();
+
+static_assert(packed_min<MediaSource> == VANTRO_PACKED_MEDIA_SOURCE_MIN);
+static_assert(packed_min<MediaNode> == VANTRO_PACKED_MEDIA_NODE_MIN);
+static_assert(packed_min<Metadata> == VANTRO_PACKED_METADATA_MIN);
+
+// Frees the strings of `count` records, then the block.
+template <class Record>
+void free_records(Record *records, int count) {
+    if (!records)
+        return;
+    for (int i = 0; i < count; i++)
+        for (auto string : Fields<Record>::strings)
+            std::free(records[i].*string);
+    std::free(records);
+}
+
+} // namespace vantro
+
+#endif

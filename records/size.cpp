@@ -1,0 +1,37 @@
+// Telling how many bytes the packers will write.
+#include <algorithm>
+#include <cstring>
+
+#include <vantro/records.h>
+
+#include "records/bytes.h"
+#include "records/fields.h"
+
+namespace vantro {
+namespace {
+
+template <class Record>
+int packed_size(const Record *records, int count) {
+    // 64 bits hold the sum on every host: it is held against the limit after each string.
+    std::uint64_t size = 0;
+    for (int i = 0; i < count && size < packed_bytes_max; i++) {
+        size += packed_min<Record>;
+        for (auto string : Fields<Record>::strings) {
+            if (records[i].*string)
+                size += std::strlen(records[i].*string);
+            size = std::min<std::uint64_t>(size, packed_bytes_max);
+        }
+    }
+    return static_cast<int>(size);
+}
+
+} // namespace
+} // namespace vantro
+
+int compute_media_node_size(const ServiceMediaNode *records, int count) {
+    return vantro::packed_size(records, count);
+}
+
+int compute_metadata_size(const Metadata *records, int count) {
+    return vantro::packed_size(records, count);
+}
