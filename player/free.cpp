@@ -1,0 +1,29 @@
+// Freeing what queries return.
+#include <vantro/extras.h>
+
+#include "player/handle.h"
+#include "records/fields.h"
+
+void vantro_free_media_sources(MediaSource *records, int count) {
+    const vantro::KeepErrno keep;
+    vantro::free_records(records, count);
+}
+
+void vantro_free_media_nodes(MediaNode *records, int count) {
+    const vantro::KeepErrno keep;
+    vantro::free_records(records, count);
+}
+
+void vantro_free_metadata(Metadata *records, int count) {
+    const vantro::KeepErrno keep;
+    vantro::free_records(records, count);
+}
+
+void vantro_free_track_info(VantroTrackInfo *info) {
+    if (!info)
+        return;
+    vantro_free_media_nodes(info->media_node, 1);
+    vantro_free_metadata(info->metadata, 1);
+    const vantro::KeepErrno keep;
+    std::free(info);
+}

@@ -1,0 +1,63 @@
+// The application's handle, and what the calls that use it share.
+#ifndef VANTRO_PLAYER_HANDLE_H
+#define VANTRO_PLAYER_HANDLE_H
+
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstdint>
+
+#include <vantro/messaging.h>
+#include <vantro/player.h>
+
+struct EventQueue;
+
+// Opening, closing and ending a handle change it and overlap no other call on it: that is the
+// application's duty. All other calls only read it.
+struct VantroHandle {
+    MsgClient *connection;          // NULL only while the handle is made or torn down.
+    char *player_name;              // Owned. NULL while no player is open.
+    char *read_buffer;              // Owned. Where changes of status objects are read.
+    std::uint32_t read_capacity;    // Bytes at read_buffer.
+    struct EventQueue *event_queue; // Owned. NULL until the first call for events.
+    pthread_mutex_t lock;           // Held while an event is retrieved.
+    // Held around each exchange whose answer may overflow, and the fetch of it: every overflowing
+    // answer of a connection is held under one tag, and a fetch takes the newest.
+    pthread_mutex_t overflow_lock;
+};
+
+namespace vantro {
+
+// Whether a call can go ahead on a handle: connected, and with an open player. Where it cannot,
+// that is logged.
+bool require_connection(const VantroHandle *handle);
+bool require_player(const VantroHandle *handle);
+
+// Puts errno back at the end of a scope: most failures must leave it to the caller as it was.
+class KeepErrno {
+  public:
+    KeepErrno() : saved_(errno) {}
+    ~KeepErrno() { errno = saved_; }
+    KeepErrno(const KeepErrno &) = delete;
+    KeepErrno &operator=(const KeepErrno &) = delete;
+
+  private:
+    int saved_;
+};
+
+class OverflowLock {
+  public:
+    explicit OverflowLock(VantroHandle *handle) : handle_(handle) {
+        pthread_mutex_lock(&handle_->overflow_lock);
+    }
+    ~OverflowLock() { pthread_mutex_unlock(&handle_->overflow_lock); }
+    OverflowLock(const OverflowLock &) = delete;
+    OverflowLock &operator=(const OverflowLock &) = delete;
+
+  private:
+    VantroHandle *handle_;
+};
+
+} // namespace vantro
+
+#endif

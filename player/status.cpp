@@ -1,0 +1,144 @@
+// What the player is doing now: state, track session, track, position.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include <vantro/player.h>
+
+#include "player/log.h"
+#include "player/requests.h"
+
+namespace vantro {
+namespace {
+
+static_assert(sizeof(VantroStateInfo) == 16);
+static_assert(sizeof(VantroTrksessionInfo) == 16);
+static_assert(offsetof(VantroTrksessionInfo, tsid) == 8);
+
+// Asks for an answer of fixed size. One that ends before its record does counts as a refusal:
+// nothing that did not arrive is handed out.
+template <class Value>
+bool ask(const VantroHandle *handle, std::uint16_t command, const char *failure, Value &value) {
+    if (!require_connection(handle))
+        return false;
+    const RequestHeader header = request_header(command, 0);
+    std::int32_t result = no_result;
+    std::uint32_t answer_length = 0;
+    if (!answered(putgetv(handle, {part(header)}, {part(result), part(value)}, answer_length)))
+        return false;
+    if (result == 0 && answer_length >= sizeof result + sizeof value)
+        return true;
+    msglog(LOG_SEVERITY_INFO, "%s", failure);
+    return false;
+}
+
+// Makes the record that a caller receives; without memory for it the process ends.
+template <class Record>
+Record *make_record(Record **record, const char *no_memory) {
+    *record = static_cast<Record *>(std::calloc(1, sizeof(Record)));
+    if (!*record)
+        msglog(LOG_SEVERITY_CRITICAL, "%s", no_memory);
+    return *record;
+}
+
+template <class Record>
+int ask_record(const VantroHandle *handle, std::uint16_t command, const char *failure,
+               const char *no_memory, Record **record) {
+    Record received{};
+    if (!ask(handle, command, failure, received) || !make_record(record, no_memory))
+        return -1;
+    std::memcpy(*record, &received, sizeof received);
+    return 0;
+}
+
+// The answer to the track query. Each field receives its own piece of it.
+struct TrackAnswer {
+    std::int32_t result = no_result;
+    std::int32_t index = 0;
+    std::uint64_t tsid = 0;
+    std::int32_t node_length = 0;
+    std::int32_t metadata_length = 0;
+    // Zeroed, so that a service that overstates the length of its answer makes us read zeros and
+    // not what earlier calls left on the stack.
+    unsigned char data[VANTRO_REPLY_AREA] = {};
+
+    static constexpr std::size_t fixed_bytes = 24;
+};
+
+int ask_track(VantroHandle *handle, TrackAnswer &answer, std::uint32_t &answer_length) {
+    const RequestHeader header = request_header(VANTRO_COMMAND_GET_CURRENT_TRACK_INFO, 0);
+    // A track too long for the area stays held at the service, where another thread's fetch must
+    // not take it for its own answer.
+    const OverflowLock lock(handle);
+    return putgetv(handle, {part(header)},
+                   {part(answer.result), part(answer.index), part(answer.tsid),
+                    part(answer.node_length), part(answer.metadata_length), part(answer.data)},
+                   answer_length);
+}
+
+// The bytes of an answer that are not unpacked yet.
+struct Rest {
+    const unsigned char *at;
+    std::size_t left;
+};
+
+// Unpacks the record that takes the next `length` bytes; 0 or less is no record.
+template <class Record, class Unpack>
+bool take(Rest &rest, std::int32_t length, Unpack unpack, Record **record) {
+    if (length <= 0)
+        return true;
+    const auto bytes = static_cast<std::size_t>(length);
+    if (bytes > rest.left || unpack(rest.at, length, 1, record) != 0)
+        return false;
+    rest.at += bytes;
+    rest.left -= bytes;
+    return true;
+}
+
+} // namespace
+} // namespace vantro
+
+int vantro_get_current_state(VantroHandle *handle, VantroStateInfo **info) {
+    return vantro::ask_record(handle, VANTRO_COMMAND_GET_CURRENT_STATE,
+                              "vantro_get_current_state() failed", "No memory for state", info);
+}
+
+int vantro_get_current_trksession_info(VantroHandle *handle, VantroTrksessionInfo **info) {
+    return vantro::ask_record(handle, VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO,
+                              "vantro_get_current_trksession_info() failed",
+                              "No memory for trksession_info", info);
+}
+
+int vantro_get_current_track_info(VantroHandle *handle, VantroTrackInfo **info) {
+    if (!vantro::require_connection(handle))
+        return -1;
+    const vantro::KeepErrno keep;
+    vantro::TrackAnswer answer;
+    std::uint32_t answer_length = 0;
+    if (!vantro::answered(vantro::ask_track(handle, answer, answer_length)))
+        return -1;
+    if (answer.result != 0 || answer_length < answer.fixed_bytes) {
+        vantro::msglog(LOG_SEVERITY_INFO, "vantro_get_current_track_info() failed");
+        return -1;
+    }
+    VantroTrackInfo *track = vantro::make_record(info, "No memory");
+    if (!track)
+        return -1;
+    track->index = answer.index;
+    track->tsid = answer.tsid;
+    vantro::Rest rest{
+        answer.data, std::min<std::size_t>(answer_length - answer.fixed_bytes, sizeof answer.data)};
+    if (!vantro::take(rest, answer.node_length, unpack_media_node, &track->media_node) ||
+        !vantro::take(rest, answer.metadata_length, unpack_metadata, &track->metadata))
+        return -1;
+    return 0;
+}
+
+int vantro_get_current_track_position(VantroHandle *handle, int32_t *position) {
+    std::int32_t received = 0;
+    if (!vantro::ask(handle, VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION,
+                     "vantro_get_current_track_position() failed", received))
+        return -1;
+    *position = received;
+    return 0;
+}
