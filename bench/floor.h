@@ -1,0 +1,36 @@
+// The machine's own floor: what an exchange of that size costs between two processes that block,
+// with nothing around it.
+#ifndef VANTRO_BENCH_FLOOR_H
+#define VANTRO_BENCH_FLOOR_H
+
+#include <memory>
+
+#include "bench/measure.h"
+#include "bench/process.h"
+
+namespace vantro::bench {
+
+/** A ping-pong of 44 bytes there and 32 back over one SOCK_SEQPACKET pair, with a process. */
+class Floor {
+  public:
+    Floor();
+    ~Floor();
+    Floor(const Floor &) = delete;
+    Floor &operator=(const Floor &) = delete;
+
+    /** A batch of exchanges; borrows this object. */
+    Batch batch();
+
+  private:
+    void exchange();
+
+    int socket_ = -1;
+    std::unique_ptr<Child> peer_;
+};
+
+/** The other side, in a process of its own: answers on a socket until that ends. */
+int serve_floor(int socket);
+
+} // namespace vantro::bench
+
+#endif

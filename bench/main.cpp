@@ -1,0 +1,105 @@
+// vantro-bench: measures the messaging layer, the service and the records, beside the floor.
+#include <algorithm>
+#include <cstdlib>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "bench/process.h"
+#include "bench/run.h"
+
+namespace {
+
+using namespace vantro::bench;
+
+const std::vector<std::string> &row_names() {
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> all{"floor", "putget_small", "putget_64k", "putget_1m"};
+        for (int threads = 1; threads <= 8; ++threads)
+            all.push_back(fmt::format("putget_threads_{}", threads));
+        for (const char *name : {"putget_clients_1", "putget_clients_1000", "play",
+                                 "pack_nodes_10k", "unpack_nodes_10k", "service_memory_per_client"})
+            all.emplace_back(name);
+        return all;
+    }();
+    return names;
+}
+
+/** "floor:SOCKET" or "putget:THREADS:INSTANCE". */
+int serve(const std::string &what) {
+    raise_descriptor_limit();
+    const size_t first = what.find(':');
+    const size_t second = what.find(':', first + 1);
+    const std::string kind = what.substr(0, first);
+    const int number = first == std::string::npos ? 0 : std::atoi(what.c_str() + first + 1);
+    if (kind == "floor")
+        return serve_floor(number);
+    if (kind == "putget" && number > 0 && second != std::string::npos)
+        return serve_putget(number, what.c_str() + second + 1);
+    return 2;
+}
+
+int measure(Run &run, const std::string &json) {
+    raise_descriptor_limit();
+    run.directory = enter_private_runtime();
+    putget_rows(run);
+    play_row(run);
+    record_rows(run);
+    memory_row(run);
+    print_table(run.rows);
+    if (!json.empty() && !write_json(run.rows, json))
+        fail_errno(json);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) try {
+    Run run;
+    std::string json;
+    std::string served;
+    size_t traced = 0;
+    bool block = false;
+
+    CLI::App app{"Measures exchanges beside the machine's own floor: a ping-pong of the same size "
+                 "between two processes that block. Needs nothing prepared."};
+    app.footer(fmt::format("Times are microseconds an exchange. floor_ratio divides a row's median "
+                           "by that of the floor\nmeasured in turns with it.\n\nRows:\n  {}",
+                           fmt::join(row_names(), "\n  ")));
+    const CLI::Validator known(
+        [](const std::string &name) {
+            const std::vector<std::string> &names = row_names();
+            return std::find(names.begin(), names.end(), name) != names.end()
+                       ? std::string()
+                       : fmt::format("no row is called {}", name);
+        },
+        "", "row");
+    app.add_option("--only", run.only, "Measure this row only (repeatable)")
+        ->type_name("NAME")
+        ->allow_extra_args(false)
+        ->check(known);
+    app.add_option("--iterations", run.iterations, "Exchanges of each row and thread")
+        ->type_name("N")
+        ->check(CLI::Range(size_t{1}, size_t{100000000}));
+    app.add_option("--json", json, "Write the rows to this file too")->type_name("FILE");
+    app.add_flag("--block", block,
+                 "Forbid looking again before sleeping (today both sides always sleep at once)");
+    app.add_option("--serve", served)->group("");
+    app.add_option("--trace-exchanges", traced)->group("");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+
+    if (!served.empty())
+        return serve(served);
+    if (traced > 0)
+        return trace_exchanges(traced);
+    return measure(run, json);
+} catch (const std::exception &error) {
+    vantro::bench::fail(error.what());
+}

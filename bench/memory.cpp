@@ -1,0 +1,47 @@
+// What a connected client that says nothing costs vantrod.
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "bench/run.h"
+#include "bench/service.h"
+
+namespace vantro::bench {
+
+namespace {
+
+constexpr int client_count = 1000;
+constexpr const char *row_name = "service_memory_per_client";
+
+/** Proportional set size of a process. */
+double pss_bytes(pid_t pid) {
+    const std::string path = fmt::format("/proc/{}/smaps_rollup", pid);
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line);
+        std::string key;
+        double kib = 0;
+        if (words >> key >> kib && key == "Pss:")
+            return kib * 1024;
+    }
+    fail("no Pss in " + path);
+}
+
+} // namespace
+
+void memory_row(Run &run) {
+    if (!run.wants(row_name))
+        return;
+    const Service service(run.directory);
+    const double before = pss_bytes(service.pid());
+    std::vector<Player> players;
+    for (int i = 0; i < client_count; ++i)
+        players.push_back(open_player());
+    const double growth = (pss_bytes(service.pid()) - before) / client_count;
+    run.rows.push_back({row_name, "bytes", growth, growth, {}, Service::threads});
+}
+
+} // namespace vantro::bench

@@ -1,0 +1,77 @@
+// The whole way of a playback command, from the player API to vantrod's engine and back.
+#include <filesystem>
+#include <fstream>
+
+#include "bench/run.h"
+#include "bench/service.h"
+
+namespace vantro::bench {
+
+namespace {
+
+constexpr const char *player_name = "main";
+
+void append(std::string &bytes, uint32_t value, int width) {
+    for (int i = 0; i < width; ++i)
+        bytes += static_cast<char>(value >> (8 * i));
+}
+
+/** Half an hour of silence as a WAV file with a hole in it: no run outlasts it. */
+void write_silence(const std::filesystem::path &path) {
+    constexpr uint32_t rate = 8000;
+    constexpr uint32_t frame_bytes = 2;
+    constexpr uint32_t data_bytes = rate * frame_bytes * 1800;
+    std::string header = "RIFF";
+    append(header, 36 + data_bytes, 4);
+    header += "WAVEfmt ";
+    append(header, 16, 4);
+    append(header, 1, 2); // PCM
+    append(header, 1, 2); // one channel
+    append(header, rate, 4);
+    append(header, rate * frame_bytes, 4);
+    append(header, frame_bytes, 2);
+    append(header, 8 * frame_bytes, 2);
+    header += "data";
+    append(header, data_bytes, 4);
+
+    std::ofstream file(path, std::ios::binary);
+    file << header;
+    file.close();
+    std::error_code error;
+    std::filesystem::resize_file(path, header.size() + data_bytes, error);
+    if (!file || error)
+        fail("cannot write " + path.string());
+}
+
+} // namespace
+
+Service::Service(const std::string &directory) {
+    const std::filesystem::path music = std::filesystem::path(directory) / "music";
+    std::filesystem::create_directory(music);
+    write_silence(music / "silence.wav");
+    child_ = std::make_unique<Child>(
+        std::vector<std::string>{program_beside("vantrod"), "--music", music.string(), "--player",
+                                 player_name, "--threads", std::to_string(threads)});
+    child_->wait_for_line("vantrod: ready");
+}
+
+Player open_player() {
+    Player player(vantro_connect());
+    if (!player || vantro_open(player.get(), player_name) != 0)
+        fail("cannot open vantrod's player");
+    return player;
+}
+
+void play_row(Run &run) {
+    if (!run.wants("play"))
+        return;
+    const Service service(run.directory);
+    const Player player = open_player();
+    const auto play = [&] {
+        if (vantro_play(player.get()) != 0)
+            fail("vantrod refused to play");
+    };
+    run.against_floor({{"play", Service::threads, each(play)}}, 20000);
+}
+
+} // namespace vantro::bench

@@ -1,0 +1,199 @@
+// Round trips through the messaging layer, against a service of the bench's own.
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <latch>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include <vantro/messaging.h>
+
+#include <fmt/format.h>
+
+#include "bench/process.h"
+#include "bench/run.h"
+
+namespace vantro::bench {
+
+namespace {
+
+constexpr const char *service_name = "bench";
+constexpr size_t request_bytes = 16;
+constexpr size_t small_bytes = 4;
+constexpr size_t large_bytes = 1024 * 1024;
+
+// Threads of the server where several clients' threads exchange at once.
+constexpr int many_server_threads = 4;
+constexpr int most_client_threads = 8;
+constexpr int many_clients = 1000;
+
+/** Answers with as many bytes as the client has room for. */
+int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
+    static std::array<char, large_bytes> bytes;
+    const uint32_t room = context->header->reply_length;
+    if (room > bytes.size())
+        return ipc_error(context->receive_id, EINVAL);
+    return callout_reply(open, context, 0, bytes.data(), static_cast<int32_t>(room));
+}
+
+struct CloseClient {
+    void operator()(MsgClient *client) const { msgclient_close(client); }
+};
+using Client = std::unique_ptr<MsgClient, CloseClient>;
+
+/** A server in a process of its own. */
+class Server {
+  public:
+    explicit Server(int threads, const std::string &instance = "default")
+        : child_({program_beside(""), "--serve", fmt::format("putget:{}:{}", threads, instance)}) {
+        child_.wait_for_line("ready");
+    }
+
+  private:
+    Child child_;
+};
+
+Client connect(const char *instance = "default") {
+    Client client(msgclient_open(service_name, instance, 0));
+    if (!client)
+        fail_errno("cannot open the bench's own service");
+    return client;
+}
+
+void exchange(MsgClient *client, void *reply, uint32_t reply_bytes) {
+    const char request[request_bytes] = {};
+    uint32_t length = 0;
+    const int result =
+        msgclient_putget(client, request, sizeof request, reply, reply_bytes, &length, 0);
+    if (result != 0 || length != reply_bytes)
+        fail(fmt::format("an exchange failed: {} ({} bytes of {})",
+                         result ? std::strerror(result) : "short answer", length, reply_bytes));
+}
+
+void exchange_small(MsgClient *client) {
+    char reply[small_bytes];
+    exchange(client, reply, sizeof reply);
+}
+
+/** Every thread does the whole count, all at once, on one connection. */
+Batch threaded(MsgClient *client, int thread_count) {
+    return [client, thread_count](size_t count, Samples &samples) {
+        std::vector<Samples> found(static_cast<size_t>(thread_count));
+        std::latch start(thread_count);
+        {
+            std::vector<std::jthread> threads;
+            for (Samples &mine : found) {
+                threads.emplace_back([&start, &mine, client, count] {
+                    start.arrive_and_wait();
+                    each([client] { exchange_small(client); })(count, mine);
+                });
+            }
+        }
+        for (const Samples &mine : found)
+            samples.append(mine);
+    };
+}
+
+void small_rows(Run &run) {
+    if (!run.wants("putget_small")) {
+        if (run.wants("floor"))
+            run.against_floor({}, 20000, true);
+        return;
+    }
+    const Server server(1);
+    const Client client = connect();
+    const Contender contender{"putget_small", 1, each([&] { exchange_small(client.get()); })};
+    run.against_floor({contender}, 20000, run.wants("floor"));
+}
+
+void large_row(Run &run, const std::string &name, uint32_t bytes, size_t usual_iterations) {
+    if (!run.wants(name))
+        return;
+    const Server server(1);
+    const Client client = connect();
+    std::vector<char> reply(bytes);
+    const Contender contender{name, 1, each([&] { exchange(client.get(), reply.data(), bytes); })};
+    run.against_floor({contender}, usual_iterations);
+}
+
+void thread_rows(Run &run) {
+    for (int threads = 1; threads <= most_client_threads; ++threads) {
+        const std::string name = fmt::format("putget_threads_{}", threads);
+        if (!run.wants(name))
+            continue;
+        const Server server(many_server_threads);
+        const Client client = connect();
+        run.against_floor({{name, many_server_threads, threaded(client.get(), threads)}}, 4000);
+    }
+}
+
+/** A server with so many connected clients; each batch is the next client's. */
+class Crowd {
+  public:
+    explicit Crowd(int count) : instance_(fmt::format("clients_{}", count)), server_(1, instance_) {
+        for (int i = 0; i < count; ++i)
+            clients_.push_back(connect(instance_.c_str()));
+    }
+
+    Contender contender() {
+        return {"putget_" + instance_, 1, [this](size_t count, Samples &samples) {
+                    MsgClient *client = clients_[next_++ % clients_.size()].get();
+                    each([client] { exchange_small(client); })(count, samples);
+                }};
+    }
+
+  private:
+    std::string instance_;
+    Server server_;
+    std::vector<Client> clients_;
+    size_t next_ = 0;
+};
+
+/** Few and many clients take turns, so that the two rows can be divided by each other. */
+void client_rows(Run &run) {
+    std::vector<std::unique_ptr<Crowd>> crowds;
+    std::vector<Contender> contenders;
+    for (const int count : {1, many_clients}) {
+        if (!run.wants(fmt::format("putget_clients_{}", count)))
+            continue;
+        crowds.push_back(std::make_unique<Crowd>(count));
+        contenders.push_back(crowds.back()->contender());
+    }
+    if (!contenders.empty())
+        run.against_floor(contenders, 20000);
+}
+
+} // namespace
+
+void putget_rows(Run &run) {
+    small_rows(run);
+    large_row(run, "putget_64k", 64 * 1024, 5000);
+    large_row(run, "putget_1m", large_bytes, 1000);
+    thread_rows(run);
+    client_rows(run);
+}
+
+int serve_putget(int threads, const char *instance) {
+    MsgServer *server = msgserver_create(1024, 16, MSGSERVER_FLAG_PATH);
+    if (!server || msgserver_add(server, service_name, instance, nullptr, 1024, answer, nullptr,
+                                 nullptr) < 0) {
+        std::perror("vantro-bench: the bench's own service");
+        return 1;
+    }
+    std::puts("ready");
+    std::fflush(stdout);
+    std::vector<std::jthread> others;
+    for (int i = 1; i < threads; ++i)
+        others.emplace_back([server] { msgserver_thread_loop(server); });
+    return msgserver_thread_loop(server);
+}
+
+int trace_exchanges(size_t count) {
+    const Client client = connect();
+    for (size_t i = 0; i < count; ++i)
+        exchange_small(client.get());
+    return 0;
+}
+
+} // namespace vantro::bench

@@ -1,0 +1,62 @@
+// One run of the benchmark: what was asked for, and what was found so far.
+#ifndef VANTRO_BENCH_RUN_H
+#define VANTRO_BENCH_RUN_H
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bench/floor.h"
+#include "bench/measure.h"
+#include "bench/table.h"
+
+namespace vantro::bench {
+
+/** Exchanges of one contender before the next has its turn. */
+constexpr size_t batch_size = 100;
+
+struct Contender {
+    std::string name;
+    int server_threads;
+    Batch batch;
+};
+
+class Run {
+  public:
+    std::vector<std::string> only; /**< Rows wanted; empty: all. */
+    size_t iterations = 0;         /**< Of every row; 0: each row's own. */
+    std::string directory;         /**< Private, removed after the run. */
+    std::vector<Row> rows;
+
+    bool wants(const std::string &name) const;
+
+    size_t iterations_or(size_t usual) const { return iterations ? iterations : usual; }
+
+    /**
+     * Measures contenders and the floor in turns and adds a row each, with its ratio to the floor
+     * of the same turns.
+     * @param floor_row the floor's samples are a row of this run too.
+     */
+    void against_floor(const std::vector<Contender> &contenders, size_t usual_iterations,
+                       bool floor_row = false);
+
+    void add(const std::string &name, const Samples &samples, std::optional<double> floor_median,
+             int server_threads);
+};
+
+// Each adds those of its rows that the run wants.
+void putget_rows(Run &run);
+void play_row(Run &run);
+void record_rows(Run &run);
+void memory_row(Run &run);
+
+/** The bench's own service, in a process of its own: answers until it is ended. */
+int serve_putget(int threads, const char *instance);
+
+/** Does `count` small exchanges with the bench's own service, for who traces this process. */
+int trace_exchanges(size_t count);
+
+} // namespace vantro::bench
+
+#endif
