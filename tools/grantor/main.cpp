@@ -1,0 +1,171 @@
+/** vantro-grantor: says which user or group holds which capability, as a policy file has it. */
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <pthread.h>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <vantro/platform/message.h>
+
+#include "tools/grantor/device.h"
+#include "tools/grantor/policy.h"
+
+namespace {
+
+using namespace vantro;
+
+struct Options {
+    std::string policy;
+    std::string perms = "0600";
+    std::optional<uint32_t> uid;
+    std::optional<uint32_t> gid;
+};
+
+void complain(const std::string &text) {
+    std::fprintf(stderr, "vantro-grantor: %s\n", text.c_str());
+}
+
+void announce(const char *what, const Policy &policy) {
+    std::printf("vantro-grantor: %s (%zu rules)\n", what, policy.rule_count());
+    std::fflush(stdout);
+}
+
+std::optional<Policy> load(const std::string &path) {
+    std::vector<Policy::Problem> problems;
+    auto policy = Policy::load(path, problems);
+    for (const Policy::Problem &problem : problems) {
+        complain(problem.line ? fmt::format("{}:{}: {}", path, problem.line, problem.what)
+                              : fmt::format("{}: {}", path, problem.what));
+    }
+    return policy;
+}
+
+/**
+ * Turns signals into pulses on the device's channel, in a thread of its own: a signal that came
+ * between looking and receiving would go unnoticed until the next client writes.
+ */
+class Signals {
+  public:
+    /** Before any other thread starts, so that every one has them blocked. */
+    Signals() {
+        sigemptyset(&set_);
+        for (const int number : {SIGHUP, SIGTERM, SIGINT}) {
+            sigaddset(&set_, number);
+        }
+        pthread_sigmask(SIG_BLOCK, &set_, nullptr);
+    }
+
+    /** Ends with the first signal that asks the process to stop. */
+    void watch(int channel) {
+        const int connection = connect_attach(0, 0, channel, 0, 0);
+        if (connection < 0) {
+            throw std::runtime_error(fmt::format("connect_attach: {}", std::strerror(errno)));
+        }
+        thread_ = std::thread([this, connection] {
+            while (!stop_) {
+                int number = 0;
+                sigwait(&set_, &number);
+                (number == SIGHUP ? reload_ : stop_) = true;
+                // A full queue holds a pulse of this kind already, and either will be looked at.
+                pulse_send(connection, 0, GRANTOR_PULSE_SIGNAL, 0);
+            }
+        });
+    }
+
+    bool take_reload() { return reload_.exchange(false); }
+    bool stop() const { return stop_; }
+
+    ~Signals() {
+        if (thread_.joinable()) {
+            pthread_kill(thread_.native_handle(), SIGTERM);
+            thread_.join();
+        }
+    }
+
+  private:
+    sigset_t set_;
+    std::atomic<bool> reload_ = false;
+    std::atomic<bool> stop_ = false;
+    std::thread thread_;
+};
+
+int run(const Options &options) {
+    auto policy = load(options.policy);
+    if (!policy) {
+        return 1;
+    }
+    Signals signals;
+    Device device(std::move(*policy));
+    const DeviceAccess access{static_cast<uint32_t>(std::stoul(options.perms, nullptr, 8)),
+                              options.uid, options.gid};
+    if (!device.attach(access)) {
+        complain(
+            fmt::format("cannot attach {}: {}", grantor_path,
+                        errno == EADDRINUSE ? "another grantor serves it" : std::strerror(errno)));
+        return 1;
+    }
+    signals.watch(device.channel());
+    announce("ready", device.policy());
+    while (!signals.stop()) {
+        if (!device.serve()) {
+            complain(fmt::format("cannot receive: {}", std::strerror(errno)));
+            return 1;
+        }
+        if (!signals.take_reload()) {
+            continue;
+        }
+        if (auto reloaded = load(options.policy)) {
+            device.set_policy(std::move(*reloaded));
+            announce("policy reloaded", device.policy());
+        } else {
+            complain(fmt::format("the previous policy stays in force ({} rules)",
+                                 device.policy().rule_count()));
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    Options options;
+    CLI::App app("Serves " + std::string(grantor_path) +
+                     ": answers which capabilities a user or group holds.\n"
+                     "SIGHUP reads the policy again; a bad one leaves the previous in force.",
+                 "vantro-grantor");
+    app.set_version_flag("--version", "vantro-grantor " VANTRO_VERSION);
+    app.add_option("--policy", options.policy, "File of rules, such as \"uid:1000 audio net\"")
+        ->required();
+    app.add_option("--perms", options.perms, "Who may ask: permission bits, octal")
+        ->capture_default_str()
+        ->check([](const std::string &text) {
+            const bool octal = !text.empty() && text.size() <= 4 &&
+                               text.find_first_not_of("01234567") == std::string::npos;
+            return octal && std::stoul(text, nullptr, 8) <= 0777 ? ""
+                                                                 : "permission bits are 0 to 0777";
+        });
+    app.add_option("--uid", options.uid, "Owner of the device; else the effective user");
+    app.add_option("--gid", options.gid, "Group of the device; else the effective group");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+    try {
+        return run(options);
+    } catch (const std::exception &error) {
+        complain(error.what());
+        return 1;
+    }
+}

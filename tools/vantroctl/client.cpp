@@ -1,0 +1,290 @@
+#include "tools/vantroctl/client.h"
+
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <fcntl.h>
+#include <sys/time.h>
+
+#include <fmt/format.h>
+
+#include <vantro/extras.h>
+#include <vantro/platform/io.h>
+#include <vantro/platform/log.h>
+
+#include "tools/vantroctl/display_text.h"
+#include "tools/vantroctl/failure.h"
+
+namespace vantro {
+namespace {
+
+constexpr const char *service_path = "/sys/csm/vantro.sys/default";
+
+/** The alarm rings again and again once it has rung: a first ring between two exchanges, or just
+ *  before one blocks, would otherwise be missed. */
+constexpr suseconds_t ring_again_us = 50000;
+
+volatile std::sig_atomic_t time_is_up = 0;
+
+void ring(int) {
+    time_is_up = 1;
+}
+
+void set_alarm(double seconds) {
+    itimerval timer = {};
+    if (seconds > 0) {
+        double whole = 0;
+        timer.it_value.tv_usec = static_cast<suseconds_t>(std::modf(seconds, &whole) * 1e6);
+        timer.it_value.tv_sec = static_cast<time_t>(whole);
+        if (timer.it_value.tv_sec == 0 && timer.it_value.tv_usec == 0) {
+            timer.it_value.tv_usec = 1;
+        }
+        timer.it_interval.tv_usec = ring_again_us;
+    }
+    setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+void start_alarm(double seconds) {
+    struct sigaction action = {};
+    action.sa_handler = ring; // Without SA_RESTART, so that it ends a call that blocks.
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGALRM, &action, nullptr);
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    sigprocmask(SIG_UNBLOCK, &alarm, nullptr);
+    time_is_up = 0;
+    set_alarm(seconds);
+}
+
+/** What the library logged since the last call of it began. */
+struct Heard {
+    bool verbose = false;
+    bool anything = false;
+    bool unreachable = false;
+    char why[256] = {}; /**< The first warning, without the names in front. */
+};
+
+Heard heard;
+
+void hear(uint32_t, int severity, const char *line, void *) {
+    heard.anything = true;
+    if (severity <= LOG_SEVERITY_WARNING && !heard.unreachable) {
+        heard.unreachable = true;
+        const char *colon = std::strrchr(line, ':');
+        std::snprintf(heard.why, sizeof heard.why, "%s",
+                      colon && colon[1] == ' ' ? colon + 2 : line);
+    }
+    if (heard.verbose) {
+        std::fprintf(stderr, "%s\n", line);
+    }
+}
+
+void forget() {
+    heard.anything = false;
+    heard.unreachable = false;
+    heard.why[0] = '\0';
+}
+
+struct TrackInfoFree {
+    void operator()(VantroTrackInfo *info) const { vantro_free_track_info(info); }
+};
+
+std::string text_of(const char *text) {
+    return text ? text : "";
+}
+
+TrackStatus track_status(const VantroTrackInfo &info) {
+    TrackStatus track;
+    track.index = info.index;
+    if (info.media_node) {
+        track.node_id = text_of(info.media_node->id);
+        track.node_name = text_of(info.media_node->name);
+        track.source_id = info.media_node->ms_id;
+    }
+    if (info.metadata) {
+        track.title = text_of(info.metadata->title);
+        track.artist = text_of(info.metadata->artist);
+        track.album = text_of(info.metadata->album);
+        track.genre = text_of(info.metadata->genre);
+        track.year = text_of(info.metadata->year);
+        track.disc = info.metadata->disc;
+        track.number = info.metadata->track;
+        track.duration_ms = info.metadata->duration;
+    }
+    if (track.title.empty()) {
+        track.title = track.node_name;
+    }
+    return track;
+}
+
+} // namespace
+
+Client::Client(const ClientOptions &options) : options_(options) {
+    heard.verbose = options_.verbose;
+    system_log_set_sink(hear, nullptr);
+    start_alarm(options_.timeout_s);
+    try {
+        connect();
+    } catch (...) {
+        leave();
+        throw;
+    }
+}
+
+Client::~Client() {
+    leave();
+}
+
+void Client::leave() {
+    if (handle_) {
+        vantro_disconnect(handle_);
+        handle_ = nullptr;
+    }
+    set_alarm(0);
+    system_log_set_sink(nullptr, nullptr);
+}
+
+void Client::connect() {
+    forget();
+    handle_ = vantro_connect();
+    if (!handle_) {
+        explain_no_connection(errno);
+    }
+    const auto open = [this](VantroHandle *handle) {
+        return vantro_open(handle, options_.player.c_str());
+    };
+    if (!ask("opening the player", open)) {
+        throw Failure(Outcome::absent,
+                      fmt::format("no player \"{}\": is vantrod running with --player {}?",
+                                  clean_text(options_.player), clean_text(options_.player)));
+    }
+}
+
+void Client::explain_no_connection(int error) const {
+    fail_if_late();
+    // Behind the path's refusal the library looks for a global name, and reports that of the two
+    // errors; so the path itself is asked.
+    bool denied = error == EACCES;
+    const int path = platform_open(service_path, O_RDWR);
+    if (path >= 0) {
+        platform_close(path);
+    } else {
+        denied = denied || errno == EACCES;
+        fail_if_late();
+    }
+    if (denied) {
+        throw Failure(Outcome::denied, "denied: the service does not admit this user; ask whoever "
+                                       "runs it, or see its --perms, --uid and --gid");
+    }
+    if (error == ENOMEM || error == EMFILE || error == ENFILE) {
+        throw Failure(Outcome::failed, fmt::format("cannot connect: {}; free some and try again",
+                                                   std::strerror(error)));
+    }
+    throw Failure(Outcome::absent, "no service: is vantrod running?");
+}
+
+void Client::fail_if_late() const {
+    if (time_is_up) {
+        throw Failure(Outcome::timed_out,
+                      fmt::format("timed out: the service does not answer within {} s; is it "
+                                  "stuck, or --timeout too short?",
+                                  options_.timeout_s));
+    }
+}
+
+void Client::fail(const std::string &verb) const {
+    fail_if_late();
+    if (heard.unreachable) {
+        throw Failure(Outcome::failed,
+                      fmt::format("{} failed: {}; is vantrod still running?", verb, heard.why));
+    }
+    if (!heard.anything) {
+        throw Failure(Outcome::failed,
+                      fmt::format("{} failed: the service's answer makes no sense; are service and "
+                                  "tool of one version?",
+                                  verb));
+    }
+    throw Failure(
+        Outcome::failed,
+        fmt::format("{} refused by the player; see what it is doing with vantroctl status", verb));
+}
+
+int Client::attempt(const std::function<int(VantroHandle *)> &call) {
+    fail_if_late();
+    forget();
+    return call(handle_);
+}
+
+void Client::carry_out(const std::string &verb, const std::function<int(VantroHandle *)> &call) {
+    if (attempt(call) != 0) {
+        fail(verb);
+    }
+}
+
+bool Client::ask(const std::string &verb, const std::function<int(VantroHandle *)> &call) {
+    if (attempt(call) == 0) {
+        return true;
+    }
+    if (heard.unreachable || !heard.anything || time_is_up) {
+        fail(verb);
+    }
+    return false;
+}
+
+VantroStateInfo Client::state() {
+    VantroStateInfo *info = nullptr;
+    carry_out("status",
+              [&](VantroHandle *handle) { return vantro_get_current_state(handle, &info); });
+    const VantroStateInfo result = *info;
+    std::free(info);
+    return result;
+}
+
+int32_t Client::position() {
+    int32_t position_ms = 0;
+    carry_out("status", [&](VantroHandle *handle) {
+        return vantro_get_current_track_position(handle, &position_ms);
+    });
+    return position_ms;
+}
+
+PlayerStatus Client::status() {
+    PlayerStatus status;
+    status.player = options_.player;
+    const VantroStateInfo now = state();
+    status.state = now.state;
+    status.rate = now.rate;
+    status.repeat = now.repeat;
+    status.shuffle = now.shuffle;
+
+    VantroTrksessionInfo *session = nullptr;
+    if (ask("status", [&](VantroHandle *handle) {
+            return vantro_get_current_trksession_info(handle, &session);
+        })) {
+        status.session =
+            SessionStatus{static_cast<int64_t>(session->tsid), session->type, session->length};
+        std::free(session);
+    }
+    VantroTrackInfo *track = nullptr;
+    std::unique_ptr<VantroTrackInfo, TrackInfoFree> owner;
+    const bool has_track = ask("status", [&](VantroHandle *handle) {
+        const int result = vantro_get_current_track_info(handle, &track);
+        owner.reset(track); // What was read of a broken answer is there to be freed as well.
+        return result;
+    });
+    if (has_track) {
+        status.track = track_status(*track);
+        ask("status", [&](VantroHandle *handle) {
+            return vantro_get_current_track_position(handle, &status.position_ms);
+        });
+    }
+    return status;
+}
+
+} // namespace vantro

@@ -1,0 +1,60 @@
+/**
+ * The tool's side of the player API: a connection with one player open, a time limit, and why
+ * something failed.
+ *
+ * The library says only that a call failed; why, it writes to the log. So the tool listens there:
+ * a warning means that the service could not be reached, a line of lesser weight that the service
+ * answered and refused.
+ */
+#ifndef VANTRO_TOOLS_VANTROCTL_CLIENT_H
+#define VANTRO_TOOLS_VANTROCTL_CLIENT_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include <vantro/player.h>
+
+#include "tools/vantroctl/status_view.h"
+
+namespace vantro {
+
+struct ClientOptions {
+    std::string player = "main";
+    double timeout_s = 10; /**< For all of a run's exchanges together; 0: no limit. */
+    bool verbose = false;  /**< Show the library's log on standard error. */
+};
+
+/** One a process at a time: it owns the log's sink and the alarm. */
+class Client {
+  public:
+    /** Connects and opens the player. @throws Failure. */
+    explicit Client(const ClientOptions &options);
+    ~Client();
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
+
+    /** One call of the library that returns 0 on success. @throws Failure, which names the verb. */
+    void carry_out(const std::string &verb, const std::function<int(VantroHandle *)> &call);
+
+    VantroStateInfo state();
+    int32_t position();
+    PlayerStatus status();
+
+  private:
+    /** Like carry_out(), but false where the service answered that it has none. */
+    bool ask(const std::string &verb, const std::function<int(VantroHandle *)> &call);
+    int attempt(const std::function<int(VantroHandle *)> &call);
+    void connect();
+    [[noreturn]] void explain_no_connection(int error) const;
+    [[noreturn]] void fail(const std::string &verb) const;
+    void fail_if_late() const;
+    void leave();
+
+    ClientOptions options_;
+    VantroHandle *handle_ = nullptr;
+};
+
+} // namespace vantro
+
+#endif

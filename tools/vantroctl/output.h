@@ -1,0 +1,25 @@
+/** Standard output and the terminal behind it. */
+#ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_H
+#define VANTRO_TOOLS_VANTROCTL_OUTPUT_H
+
+#include <string_view>
+
+namespace vantro {
+
+/**
+ * Makes sure that descriptors 0 to 2 are taken, so that nothing opened later becomes standard
+ * output by accident, and that a closed pipe is an error and not the end. To be called first.
+ */
+void prepare_output();
+
+/** Writes all of it to standard output. @return false, with errno, where not all went out. */
+bool write_output(std::string_view text);
+
+bool output_is_terminal();
+
+/** The terminal's width, or else that in COLUMNS, or else 80. */
+int output_columns();
+
+} // namespace vantro
+
+#endif
