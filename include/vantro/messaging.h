@@ -23,8 +23,10 @@
  * caller cannot tell a service's status from an error number by its value. Errors that any
  * exchange can give: ENOENT (the indices no longer name an open record), ECONNRESET (the server
  * is gone), EINTR (a signal handler installed without SA_RESTART ran; that exchange is given up
- * and the client stays usable), EBADF (used in a child after fork), EMFILE, ENOMEM, EMSGSIZE,
- * EINVAL (more vector entries than the host takes), ENOSYS (not a message server).
+ * and the client stays usable), EBADF (used in a child after fork), EMFILE, ENOMEM, EMSGSIZE (the
+ * payload is longer than the server takes, or a vector's lengths do not fit 32 bits together),
+ * EINVAL (a null client, or more vector entries than the host takes), ENOSYS (not a message
+ * server).
  *
  * Vectors are arrays of struct iovec, the POSIX (address, length) pair.
  *
@@ -32,6 +34,11 @@
  * msgclient_wait_pulse() and msgclient_close() must not overlap other use of the same client. A
  * fetch takes the newest held answer of a tag, so threads whose answers may overflow must
  * serialise request and fetch. All blocking calls block without a time limit; a signal ends them.
+ *
+ * Limits. A service takes up to 32768 opens, 1024 of one connection; beyond that an open is refused
+ * with ENOMEM. Of answers that nobody fetches an open holds its first, whatever its length, as many
+ * as the queue limit it was granted, and else up to 64 more of 16 MiB in all; beyond that the reply
+ * operations give ENOMEM.
  *
  * Fork. A child must not use its parent's clients or servers.
  *
@@ -121,7 +128,8 @@ typedef struct MsgClient {
  * @return the client, to be closed with msgclient_close(), or NULL with errno: ENAMETOOLONG;
  *   ENOMEM; ENOENT (no such service, or a capability is missing, which looks the same); EACCES
  *   (the path's permission bits refuse, at the open request); what the service's open handler
- *   chose; else as the look-up of the global name or the exchange left it.
+ *   chose; EPROTO (what answered is no message server); EINVAL (no name); else as the look-up of
+ *   the global name or the exchange left it.
  */
 VANTRO_API MsgClient *msgclient_open(const char *service_name, const char *instance,
                                      uint16_t code);
@@ -139,7 +147,8 @@ VANTRO_API int msgclient_close(MsgClient *client);
  * @param reply          receives at most `reply_length` bytes, untouched where the answer is
  *                       shorter; may be NULL when that is 0.
  * @param answer_length  receives the answer's length in bytes: after MSG_STATUS_QUEUED the held
- *                       answer's, after a failed exchange the capacity offered.
+ *                       answer's, after a failed exchange the capacity offered, and 0 where the
+ *                       vectors were refused before anything was sent. May be NULL.
  * @param code           message code, for the service.
  * @return the result.
  */
@@ -281,7 +290,8 @@ struct MsgContext {
     struct ipc_info info;    /**< Sender and length of the last message. */
     TransportHeader *header; /**< Start of the receive buffer. */
     void *payload;           /**< Where payloads go: behind the header, or a buffer of the service's
-                                  own (set it together with payload_size). */
+                                  own (set it together with payload_size). Of a putget or put all
+                                  `send_length` bytes that the header states are there. */
     int32_t payload_size;    /**< Capacity at payload, in bytes. */
     struct path_context *framework_context; /**< Path mode only, else NULL. */
 };
@@ -312,7 +322,8 @@ struct MsgPending {
 
 /**
  * Creates a server and its channel. Call it before any thread uses the server.
- * @param max_msg_size largest request payload in bytes; taken as at least 1024.
+ * @param max_msg_size bytes that a receive buffer's payload capacity grows to at most, in steps of
+ *                     1024; taken as at least 1024. Payloads beyond it are refused with EMSGSIZE.
  * @param queue_max    upper bound of the queue limit that a client may ask for.
  * @param flags        MSGSERVER_FLAG_*.
  * @return the server, or NULL with errno: EPERM (the grantor device cannot be opened), ENOMEM,
@@ -334,7 +345,7 @@ VANTRO_API MsgServer *msgserver_create(int32_t max_msg_size, int32_t queue_max, 
  * @param open_cb    NULL or: accepts or refuses an open.
  * @param close_cb   NULL or: told of every close.
  * @return the service's index, or -1 with errno as the failing step left it (EADDRINUSE: a live
- *   process has the name).
+ *   process has the name; EINVAL: `name` or `request_cb` is NULL).
  */
 VANTRO_API int32_t msgserver_add(MsgServer *server, const char *name, const char *instance,
                                  const char *options, int32_t recv_size, MsgHandler request_cb,
@@ -362,7 +373,8 @@ VANTRO_API int32_t msgserver_dispatch(MsgServer *server);
 /**
  * Makes the calling thread's payload capacity at least `size` bytes, keeping what it holds.
  * @return the capacity in effect, or -1 with errno: EMSGSIZE (above max_msg_size, or the service
- *   moved `payload`), ENOMEM; the buffer is then as it was.
+ *   moved `payload`), ENOMEM, EINVAL (the thread has not received yet); the buffer is then as it
+ *   was.
  */
 VANTRO_API int32_t msgserver_growmsg(MsgServer *server, int32_t size);
 
@@ -374,9 +386,11 @@ VANTRO_API int32_t msgserver_growmsg(MsgServer *server, int32_t size);
  * the client to fetch.
  * @param status reply status, 0 or more and not MSG_STATUS_QUEUED.
  * @param data   `length` bytes, borrowed for the call; may lie in the receive buffer.
- * @return 0; -1 with errno when the client is gone; ENOMEM when the answer could not be held (no
- *   memory, or this open already holds more than its share): a client that waits has then not
- *   been answered, and the service answers it with ipc_error(context->receive_id, ENOMEM).
+ * @return 0; -1 with errno when the client is gone (ESRCH), or when the answer could not be made
+ *   and the client was answered with that error number instead (EINVAL: a negative status, or too
+ *   many parts; EMSGSIZE, EMFILE); ENOMEM when the answer could not be held (no memory, or this
+ *   open already holds more than its share): a client that waits has then not been answered, and
+ *   the service answers it with ipc_error(context->receive_id, ENOMEM).
  */
 VANTRO_API int32_t callout_reply(MsgOsb *open, MsgContext *context, int32_t status,
                                  const void *data, int32_t length);
