@@ -1,0 +1,277 @@
+/* Connections: the table, the pool of lanes, and the conversation on the control socket. */
+#include "platform/linux/connection.h"
+
+#include <pthread.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/linux/numbers.h"
+#include "platform/linux/scoped.h"
+
+namespace vantro::platform {
+
+namespace {
+
+void before_fork() { Connections::instance().lock.lock(); }
+void after_fork_in_parent() { Connections::instance().lock.unlock(); }
+void after_fork_in_child() {
+    Connections &connections = Connections::instance();
+    for (auto &[descriptor, connection] : connections.table) {
+        connection->abandon_in_child();
+        new std::shared_ptr<Connection>(connection); /* its lock may be held for ever: never freed */
+    }
+    connections.lock.unlock();
+}
+
+} // namespace
+
+Connections &Connections::instance() {
+    static Connections *const connections = [] {
+        pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+        return new Connections;
+    }();
+    return *connections;
+}
+
+std::shared_ptr<Connection> Connections::find(int number) {
+    int descriptor;
+    switch (kind_of(number)) {
+    case NumberKind::descriptor:
+        descriptor = number;
+        break;
+    case NumberKind::name_connection:
+        descriptor = value_of(number);
+        break;
+    default:
+        return nullptr;
+    }
+    const std::lock_guard guard(lock);
+    const auto found = table.find(descriptor);
+    return found == table.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<Connection> Connections::remove(int descriptor) {
+    const std::lock_guard guard(lock);
+    const auto found = table.find(descriptor);
+    if (found == table.end()) {
+        return nullptr;
+    }
+    std::shared_ptr<Connection> connection = std::move(found->second);
+    table.erase(found);
+    return connection;
+}
+
+int Connections::open(UniqueFd control) {
+    const int descriptor = control.get();
+    auto connection = std::make_shared<Connection>(std::move(control));
+    if (!connection->start()) {
+        return -1;
+    }
+    const std::lock_guard guard(lock);
+    table[descriptor] = std::move(connection);
+    return descriptor;
+}
+
+Connection::~Connection() {
+    for (int i = 0; i < lane_count_; ++i) {
+        close_descriptor(lanes_[static_cast<size_t>(i)]);
+    }
+}
+
+bool Connection::start() {
+    owed_ = control_lane_request;
+    const int error = collect();
+    if (error != 0) {
+        errno = error;
+    }
+    return error == 0;
+}
+
+void Connection::abandon_in_child() {
+    if (abandoned_) {
+        return;
+    }
+    abandoned_ = true;
+    for (int i = 0; i < lane_count_; ++i) {
+        close_descriptor(lanes_[static_cast<size_t>(i)]);
+    }
+    control_.reset();
+}
+
+void Connection::mark_dead() {
+    dead_ = true;
+    const std::lock_guard guard(lock_);
+    changed_.notify_all();
+}
+
+int Connection::take_lane() {
+    std::unique_lock guard(lock_);
+    for (;;) {
+        if (dead_) {
+            return fail(ECONNRESET);
+        }
+        if (idle_count_ > 0) {
+            return idle_[static_cast<size_t>(--idle_count_)];
+        }
+        const bool may_grow = lane_count_ < IPC_LANES_MAX && !(full_ && lane_count_ > 0);
+        if (may_grow && !control_busy_) {
+            const int error = request_lane(guard);
+            if (error == EAGAIN && lane_count_ > 0) {
+                full_ = true;
+            } else if (error != 0) {
+                return fail(error);
+            }
+            continue;
+        }
+        ++waiters_;
+        changed_.wait(guard);
+        --waiters_;
+    }
+}
+
+int Connection::request_lane(std::unique_lock<std::mutex> &guard) {
+    control_busy_ = true;
+    guard.unlock();
+    const int error = ask(control_lane_request, 0, -1);
+    guard.lock();
+    control_busy_ = false;
+    changed_.notify_all();
+    return error;
+}
+
+void Connection::give_back(int lane) {
+    const std::lock_guard guard(lock_);
+    idle_[static_cast<size_t>(idle_count_++)] = lane;
+    if (waiters_ > 0) {
+        changed_.notify_one();
+    }
+}
+
+void Connection::drop(int lane) {
+    {
+        const std::lock_guard guard(lock_);
+        const auto end = lanes_.begin() + lane_count_;
+        *std::find(lanes_.begin(), end, lane) = *(end - 1);
+        --lane_count_;
+        full_ = false;
+        changed_.notify_all();
+    }
+    close_descriptor(lane);
+}
+
+int Connection::ask(ControlKind kind, int value, int descriptor) {
+    while (owed_ != 0) {
+        const uint32_t kind_owed = owed_;
+        const int error = collect();
+        if (error == EINTR || error == ECONNRESET) {
+            return error;
+        }
+        if (kind_owed == kind && kind == control_lane_request) {
+            return error; /* that is the lane we came for */
+        }
+    }
+    ControlRecord record{kind, value};
+    const struct iovec part = {&record, sizeof record};
+    if (send_packet(control_.get(), &part, 1, descriptor, 0) != sizeof record) {
+        if (errno == EPIPE || errno == ECONNRESET) {
+            mark_dead();
+            return ECONNRESET;
+        }
+        return errno;
+    }
+    owed_ = kind;
+    return collect();
+}
+
+int Connection::collect() {
+    ControlRecord record;
+    struct iovec part = {&record, sizeof record};
+    Arrival arrival;
+    const ssize_t received = receive_packet(control_.get(), &part, 1, 0, arrival);
+    if (received < 0 && errno == EINTR) {
+        return EINTR;
+    }
+    const uint32_t kind = owed_;
+    owed_ = 0;
+    if (received == sizeof record && record.kind == control_refused && record.value > 0) {
+        return record.value;
+    }
+    if (received == sizeof record && kind == control_lane_request &&
+        record.kind == control_lane_granted) {
+        if (!arrival.descriptor) {
+            return EMFILE;
+        }
+        const std::lock_guard guard(lock_);
+        const int lane = arrival.descriptor.release();
+        lanes_[static_cast<size_t>(lane_count_++)] = lane;
+        idle_[static_cast<size_t>(idle_count_++)] = lane;
+        return 0;
+    }
+    if (received == sizeof record && kind == control_pulse_announce &&
+        record.kind == control_pulse_accepted) {
+        return 0;
+    }
+    mark_dead();
+    return ECONNRESET;
+}
+
+/*
+ * The server answers an announcement before the request that it precedes is sent: another of its
+ * threads might take that request first, and then know no pulse connection to deliver to.
+ */
+int Connection::announce_pulses() {
+    std::unique_lock guard(lock_);
+    while (control_busy_) {
+        ++waiters_;
+        changed_.wait(guard);
+        --waiters_;
+    }
+    control_busy_ = true;
+    guard.unlock();
+    int error = 0;
+    for (;;) {
+        std::shared_ptr<UniqueFd> send_end;
+        const int number = next_pulse_connection(announced_, send_end);
+        if (number == 0) {
+            break;
+        }
+        error = ask(control_pulse_announce, number, send_end->get());
+        if (error != 0) {
+            break;
+        }
+        announced_ = number;
+    }
+    guard.lock();
+    control_busy_ = false;
+    changed_.notify_all();
+    return error;
+}
+
+int Connection::exchange(PartList &send, PartList &reply) {
+    const CancelDisabled no_cancel;
+    if (abandoned_) {
+        return fail(EBADF);
+    }
+    if (announced_ < newest_pulse_connection()) {
+        if (const int error = announce_pulses(); error != 0) {
+            return fail(error);
+        }
+    }
+    const int lane = take_lane();
+    if (lane < 0) {
+        return -1;
+    }
+    bool lane_is_good = false;
+    const int status = converse(lane, send, reply, lane_is_good);
+    const KeepErrno keep;
+    if (lane_is_good) {
+        give_back(lane);
+    } else {
+        drop(lane);
+    }
+    return status;
+}
+
+} // namespace vantro::platform

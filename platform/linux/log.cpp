@@ -1,0 +1,81 @@
+/* The log: a sink of the program's own, else the host's log daemon, else standard error. */
+#include <vantro/platform/log.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <shared_mutex>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <vantro/platform/limits.h>
+
+#include "platform/linux/scoped.h"
+
+namespace {
+
+using vantro::platform::KeepErrno;
+
+struct Sink {
+    std::shared_mutex lock;
+    system_log_sink sink = nullptr;
+    void *data = nullptr;
+
+    static Sink &instance() {
+        static auto *const kept = new Sink;
+        return *kept;
+    }
+};
+
+int priority_of(int severity) {
+    switch (severity) {
+    case LOG_SEVERITY_CRITICAL:
+        return LOG_CRIT;
+    case LOG_SEVERITY_ERROR:
+        return LOG_ERR;
+    case LOG_SEVERITY_WARNING:
+        return LOG_WARNING;
+    case LOG_SEVERITY_NOTICE:
+        return LOG_NOTICE;
+    case LOG_SEVERITY_INFO:
+        return LOG_INFO;
+    default:
+        return LOG_DEBUG;
+    }
+}
+
+/* The daemon's socket; where nobody listens there, syslog(3) would lose the line without a word. */
+constexpr const char *daemon_socket = "/dev/log";
+
+void write_to_host(uint32_t code, int severity, const char *line) {
+    if (::access(daemon_socket, W_OK) == 0) {
+        ::syslog(LOG_USER | priority_of(severity), "[%08x] %s", code, line);
+    } else {
+        std::fprintf(stderr, "[%08x] %s\n", code, line);
+    }
+}
+
+} // namespace
+
+void system_log(uint32_t code, int severity, const char *format, ...) {
+    const KeepErrno keep;
+    char line[SYSTEM_LOG_LINE];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    Sink &sink = Sink::instance();
+    const std::shared_lock guard(sink.lock);
+    if (sink.sink) {
+        sink.sink(code, severity, line, sink.data);
+    } else {
+        write_to_host(code, severity, line);
+    }
+}
+
+void system_log_set_sink(system_log_sink function, void *data) {
+    Sink &sink = Sink::instance();
+    const std::unique_lock guard(sink.lock);
+    sink.sink = function;
+    sink.data = data;
+}

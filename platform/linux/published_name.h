@@ -1,0 +1,46 @@
+#ifndef VANTRO_PLATFORM_LINUX_PUBLISHED_NAME_H
+#define VANTRO_PLATFORM_LINUX_PUBLISHED_NAME_H
+
+#include <string>
+#include <string_view>
+
+#include "platform/linux/unique_fd.h"
+
+namespace vantro::platform {
+
+/**
+ * A name in the runtime directory that this process holds. Whether a holder lives is told by a
+ * lock on "NAME.lock" that ends with the process: a probe of the socket would fail between its
+ * bind and its listen.
+ */
+class PublishedName {
+public:
+    PublishedName() = default;
+
+    /**
+     * Takes the name and makes a listening socket under it. @return the socket, or an empty one
+     * with errno: EADDRINUSE when a live process holds the name.
+     */
+    UniqueFd publish(std::string_view path);
+
+    /** Removes the name, while the lock is still held. */
+    void withdraw();
+
+    /** In a child of fork: lets go of the lock without touching what the parent published. */
+    void forget();
+
+private:
+    UniqueFd directory_;
+    UniqueFd lock_;
+    std::string name_;
+};
+
+/** Connects to the socket of a name. @return an empty one with errno. */
+UniqueFd connect_to_name(std::string_view path);
+
+/** Whether something is published, or lies, under a relative path. */
+bool is_published(std::string_view path);
+
+} // namespace vantro::platform
+
+#endif

@@ -1,0 +1,44 @@
+#ifndef VANTRO_PLATFORM_LINUX_SCOPED_H
+#define VANTRO_PLATFORM_LINUX_SCOPED_H
+
+#include <cerrno>
+#include <pthread.h>
+
+namespace vantro::platform {
+
+/** Restores errno at the end of a block: clean-up must not hide why a call failed. */
+class KeepErrno {
+public:
+    KeepErrno() : saved_(errno) {}
+    ~KeepErrno() { errno = saved_; }
+    KeepErrno(const KeepErrno &) = delete;
+    KeepErrno &operator=(const KeepErrno &) = delete;
+
+private:
+    int saved_;
+};
+
+/** Disables thread cancellation for a block: a cancelled thread must not leave a lane half used. */
+class CancelDisabled {
+public:
+    CancelDisabled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous_); }
+    ~CancelDisabled() { pthread_setcancelstate(previous_, nullptr); }
+    CancelDisabled(const CancelDisabled &) = delete;
+    CancelDisabled &operator=(const CancelDisabled &) = delete;
+
+    /** The state that the caller had. */
+    int previous() const { return previous_; }
+
+private:
+    int previous_ = PTHREAD_CANCEL_ENABLE;
+};
+
+/** Fails with an error number, the way the contract says. */
+inline int fail(int error) {
+    errno = error;
+    return -1;
+}
+
+} // namespace vantro::platform
+
+#endif
