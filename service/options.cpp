@@ -1,0 +1,154 @@
+#include "service/options.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <vantro/protocol.h>
+
+namespace vantro {
+
+namespace {
+
+constexpr int exit_usage = 2;
+
+// True when all of `text` is a number in that base within the bounds.
+template <typename Number>
+bool read_number(const std::string &text, int base, Number least, Number most, Number &number) {
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number, base);
+    return error == std::errc() && stop == end && number >= least && number <= most;
+}
+
+// Validators return what is wrong, which is printed behind the option's name.
+
+std::string check_permissions(const std::string &text) {
+    unsigned bits = 0;
+    return read_number(text, 8, 0u, 0777u, bits)
+               ? ""
+               : fmt::format("'{}' is not an octal number from 0 to 777", text);
+}
+
+std::string check_id(const std::string &text) {
+    uint32_t id = 0; // the highest value means "no one" to the host
+    return read_number(text, 10, 0u, UINT32_MAX - 1, id)
+               ? ""
+               : fmt::format("'{}' is not the number of a user or group", text);
+}
+
+std::string check_threads(const std::string &text) {
+    int count = 0;
+    return read_number(text, 10, 1, threads_max, count)
+               ? ""
+               : fmt::format("'{}' is not a number from 1 to {}", text, threads_max);
+}
+
+bool printable(const std::string &text) {
+    return std::none_of(text.begin(), text.end(), [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte < 0x20 || byte == 0x7F;
+    });
+}
+
+// A name becomes a directory's in the place where players publish themselves.
+std::string check_player(const std::string &name) {
+    if (name.empty() || name.size() > VANTRO_PLAYER_NAME_MAX)
+        return fmt::format("'{}' does not have 1 to {} characters", name, VANTRO_PLAYER_NAME_MAX);
+    if (name.find('/') != std::string::npos || name == "." || name == ".." || !printable(name))
+        return fmt::format("'{}' cannot be the name of a player", name);
+    return "";
+}
+
+std::string check_capabilities(const std::string &list) {
+    const bool gap = list.empty() || list.front() == ',' || list.back() == ',' ||
+                     list.find(",,") != std::string::npos;
+    if (gap || list.find(' ') != std::string::npos || !printable(list))
+        return fmt::format("'{}' is not a list of capabilities joined by commas", list);
+    return "";
+}
+
+std::string check_uniqueness(const std::vector<std::string> &players) {
+    if (players.size() > players_max)
+        return fmt::format("--player: more than {} players", players_max);
+    for (auto name = players.begin(); name != players.end(); ++name) {
+        if (std::find(players.begin(), name, *name) != name)
+            return fmt::format("--player: '{}' is named twice", *name);
+    }
+    return "";
+}
+
+bool refuse(const std::string &what, int &exit_code) {
+    fmt::print(stderr, "vantrod: {}\nTry 'vantrod --help'.\n", what);
+    exit_code = exit_usage;
+    return false;
+}
+
+} // namespace
+
+bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
+    CLI::App app{"Hosts named players that play directories of music.", "vantrod"};
+    std::string perms;
+    std::string uid;
+    std::string gid;
+    std::string threads;
+    app.set_version_flag("--version", "vantrod " VANTRO_VERSION);
+    app.add_option("--music", options.music, "Directory of music; may be given several times")
+        ->type_name("DIR")
+        ->allow_extra_args(false);
+    app.add_option("--player", options.players,
+                   "Name of a player to host; may be given several times (default: main)")
+        ->type_name("NAME")
+        ->allow_extra_args(false)
+        ->check(check_player);
+    CLI::Option *const perms_option =
+        app.add_option("--perms", perms, "Permission bits that clients need (default: 666)")
+            ->type_name("OCTAL")
+            ->check(check_permissions);
+    CLI::Option *const uid_option =
+        app.add_option("--uid", uid, "User that owns the service (default: who starts it)")
+            ->type_name("N")
+            ->check(check_id);
+    CLI::Option *const gid_option =
+        app.add_option("--gid", gid, "Group of the service (default: of who starts it)")
+            ->type_name("N")
+            ->check(check_id);
+    app.add_option("--require", options.capabilities,
+                   "Capabilities that clients must hold, instead of permission bits")
+        ->type_name("CAP[,CAP]")
+        ->check(check_capabilities)
+        ->excludes(perms_option)
+        ->excludes(uid_option)
+        ->excludes(gid_option);
+    app.add_option("--threads", threads,
+                   fmt::format("Threads that answer requests, 1 to {} (default: {})", threads_max,
+                               options.threads))
+        ->type_name("N")
+        ->check(check_threads);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success &success) {
+        exit_code = app.exit(success);
+        return false;
+    } catch (const CLI::ParseError &error) {
+        return refuse(error.what(), exit_code);
+    }
+
+    if (const std::string wrong = check_uniqueness(options.players); !wrong.empty())
+        return refuse(wrong, exit_code);
+    if (options.players.empty())
+        options.players.emplace_back("main");
+    if (!threads.empty())
+        read_number(threads, 10, 1, threads_max, options.threads);
+    for (const auto &[name, value] : {std::pair{"perms", perms}, {"uid", uid}, {"gid", gid}}) {
+        if (!value.empty())
+            options.permissions +=
+                fmt::format("{}{}={}", options.permissions.empty() ? "" : ",", name, value);
+    }
+    return true;
+}
+
+} // namespace vantro

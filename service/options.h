@@ -1,0 +1,29 @@
+// What vantrod is told on its command line.
+#ifndef VANTRO_SERVICE_OPTIONS_H
+#define VANTRO_SERVICE_OPTIONS_H
+
+#include <string>
+#include <vector>
+
+namespace vantro {
+
+// More players than any device has zones, and few enough that a mistake in a script shows.
+inline constexpr std::size_t players_max = 256;
+
+inline constexpr int threads_max = 64;
+
+struct Options {
+    std::vector<std::string> music;
+    std::vector<std::string> players;
+    std::string capabilities; // "" where permission bits decide instead
+    std::string permissions;  // as msgserver_add() takes them
+    int threads = 4;
+};
+
+// Reads the command line. Returns true to go on; otherwise the program ends with `exit_code`, and
+// what there was to say has been said.
+bool parse_options(int argc, char **argv, Options &options, int &exit_code);
+
+} // namespace vantro
+
+#endif

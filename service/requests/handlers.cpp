@@ -1,0 +1,58 @@
+#include "service/requests/handlers.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+
+namespace vantro {
+
+namespace {
+
+Answers *the_answers;
+
+const int32_t out_of_memory = ENOMEM;
+
+} // namespace
+
+void set_answers(Answers *answers) {
+    the_answers = answers;
+}
+
+int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) noexcept {
+    // Keeps its room from one request to the next, so that answering costs no heap.
+    thread_local Bytes answer;
+    const bool client_waits = context->header->kind == MSG_KIND_PUTGET;
+    const std::size_t size =
+        std::min(context->header->send_length, static_cast<uint32_t>(context->payload_size));
+    const void *data = &out_of_memory;
+    std::size_t length = sizeof out_of_memory;
+    try {
+        the_answers->respond(open->index, context->payload, size, answer);
+        data = answer.data();
+        length = answer.size();
+    } catch (const std::exception &) {
+        // What is answered then was set above.
+    }
+    const int32_t sent = callout_reply(open, context, 0, data, static_cast<int32_t>(length));
+    // An answer that could neither be sent nor held leaves the client waiting. Where it is the
+    // client that has gone, nobody receives this.
+    if (sent != 0 && client_waits)
+        ipc_error(context->receive_id, ENOMEM);
+    return 0;
+}
+
+int32_t handle_open(MsgOsb *open, MsgContext *, MsgService *) noexcept {
+    try {
+        the_answers->opens().reset(open->index);
+        return 0;
+    } catch (const std::exception &) {
+        return ENOMEM;
+    }
+}
+
+int32_t handle_close(MsgOsb *open, MsgContext *, MsgService *) noexcept {
+    the_answers->opens().forget(open->index);
+    return 0;
+}
+
+} // namespace vantro

@@ -1,0 +1,86 @@
+#include "service/server.h"
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include <vantro/platform/message.h>
+#include <vantro/platform/names.h>
+#include <vantro/protocol.h>
+
+#include "service/requests/handlers.h"
+
+namespace vantro {
+
+namespace {
+
+// A service under permission bits and one under capabilities are published in different places.
+// This name, which both take, keeps one from starting behind the other's back.
+constexpr const char *only_one = "vantrod/" VANTRO_SERVICE_NAME "/" VANTRO_SERVICE_INSTANCE;
+
+std::string cannot_attach(int error) {
+    const char *why = error == EADDRINUSE ? "another vantrod is running" : std::strerror(error);
+    return fmt::format("cannot attach the service \"{}\", instance \"{}\": {}", VANTRO_SERVICE_NAME,
+                       VANTRO_SERVICE_INSTANCE, why);
+}
+
+} // namespace
+
+Server::~Server() {
+    // The server itself stays until the process ends; its names go now.
+    if (server_)
+        channel_destroy(server_->channel);
+    if (wake_ >= 0)
+        connect_detach(wake_);
+}
+
+std::string Server::attach(const Options &options) {
+    const bool by_name = !options.capabilities.empty();
+    server_ = msgserver_create(request_max, queue_max, by_name ? 0 : MSGSERVER_FLAG_PATH);
+    if (!server_ && by_name && errno == EPERM)
+        return "cannot check capabilities (--require): there is no grantor device \"/dev/grantor\"";
+    if (!server_)
+        return fmt::format("cannot make a message server: {}", std::strerror(errno));
+
+    if (!global_name_attach(server_->dispatch, only_one, 0))
+        return cannot_attach(errno);
+    const std::string &service_options = by_name ? options.capabilities : options.permissions;
+    if (msgserver_add(server_, VANTRO_SERVICE_NAME, VANTRO_SERVICE_INSTANCE,
+                      service_options.c_str(), 0, handle_request, handle_open, handle_close) < 0)
+        return cannot_attach(errno);
+    wake_ = connect_attach(0, 0, server_->channel, 0, 0);
+    if (wake_ < 0)
+        return fmt::format("cannot make a pulse connection: {}", std::strerror(errno));
+    return "";
+}
+
+std::string Server::run(int threads, const std::function<void()> &ready) {
+    std::vector<std::thread> running;
+    std::string failure;
+    try {
+        running.reserve(static_cast<std::size_t>(threads));
+        for (int i = 0; i < threads; ++i)
+            running.emplace_back([this] { msgserver_thread_loop(server_); });
+        ready();
+    } catch (const std::exception &error) {
+        failure = fmt::format("cannot start {} threads: {}", threads, error.what());
+        stop();
+    }
+    for (std::thread &each : running)
+        each.join();
+    return failure;
+}
+
+void Server::stop() {
+    __atomic_store_n(&server_->stop, 1, __ATOMIC_RELEASE);
+    // A thread that waits looks at `stop` only after its next message or pulse. One that does not
+    // wait leaves its pulse to lie; they end with the channel.
+    for (int i = 0; i < threads_max; ++i)
+        pulse_send(wake_, 0, 0, 0);
+}
+
+} // namespace vantro

@@ -1,0 +1,45 @@
+// The service's place in the system: its name, its threads, its end.
+#ifndef VANTRO_SERVICE_SERVER_H
+#define VANTRO_SERVICE_SERVER_H
+
+#include <functional>
+#include <string>
+
+#include <vantro/messaging.h>
+
+#include "service/options.h"
+
+namespace vantro {
+
+// Largest request that is received, in bytes. Those of today have at most 51; the room is for the
+// texts of searches.
+inline constexpr int32_t request_max = 64 * 1024;
+
+// Held answers that a client may ask for.
+inline constexpr int32_t queue_max = 16;
+
+class Server {
+  public:
+    Server() = default;
+    ~Server();
+    Server(const Server &) = delete;
+    Server &operator=(const Server &) = delete;
+
+    // Takes the name and attaches the service. Returns "" or, in words, why it cannot be.
+    std::string attach(const Options &options);
+
+    // Answers requests in `threads` threads until stop(). Calls `ready` once they run. Returns ""
+    // or why the threads cannot be had.
+    std::string run(int threads, const std::function<void()> &ready);
+
+    // Ends run(), now or as soon as it begins. Any thread, once attached.
+    void stop();
+
+  private:
+    MsgServer *server_ = nullptr; // lives as long as the process
+    int wake_ = -1;               // pulse connection to the server's own channel
+};
+
+} // namespace vantro
+
+#endif
