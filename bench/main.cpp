@@ -67,7 +67,10 @@ int main(int argc, char **argv) try {
     CLI::App app{"Measures exchanges beside the machine's own floor: a ping-pong of the same size "
                  "between two processes that block. Needs nothing prepared."};
     app.footer(fmt::format("Times are microseconds an exchange. floor_ratio divides a row's median "
-                           "by that of the floor\nmeasured in turns with it.\n\nRows:\n  {}",
+                           "by that of the floor\nmeasured in turns with it. Each side of an "
+                           "exchange has a processor of its own, "
+                           "in the floor as in\nthe rows; only putget_threads_N and its floor run "
+                           "wherever the scheduler puts them.\n\nRows:\n  {}",
                            fmt::join(row_names(), "\n  ")));
     const CLI::Validator known(
         [](const std::string &name) {

@@ -65,6 +65,7 @@ Player open_player() {
 void play_row(Run &run) {
     if (!run.wants("play"))
         return;
+    const Apart apart;
     const Service service(run.directory);
     const Player player = open_player();
     const auto play = [&] {

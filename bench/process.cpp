@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -18,6 +19,16 @@
 namespace vantro::bench {
 
 namespace {
+
+/** Where children run; -1: anywhere. */
+int child_processor = -1;
+
+void run_on(int processor) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(static_cast<size_t>(processor), &set);
+    sched_setaffinity(0, sizeof set, &set);
+}
 
 volatile sig_atomic_t watched_pid = 0;
 
@@ -72,6 +83,10 @@ Child::Child(std::vector<std::string> arguments, int inherited) : name_(argument
         pointers.push_back(argument.data());
     pointers.push_back(nullptr);
 
+    errors_ = memfd_create("errors", MFD_CLOEXEC);
+    if (errors_ < 0)
+        fail_errno("memfd_create");
+
     const pid_t parent = getpid();
     pid_ = fork();
     if (pid_ < 0)
@@ -80,7 +95,10 @@ Child::Child(std::vector<std::string> arguments, int inherited) : name_(argument
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent)
             _exit(1);
+        if (child_processor >= 0)
+            run_on(child_processor);
         dup2(ends[1], STDOUT_FILENO);
+        dup2(errors_, STDERR_FILENO);
         if (inherited >= 0)
             fcntl(inherited, F_SETFD, 0);
         execv(pointers[0], pointers.data());
@@ -95,6 +113,7 @@ Child::~Child() {
     while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
     }
     close(output_);
+    close(errors_);
 }
 
 void Child::wait_for_line(const std::string &text) {
@@ -105,7 +124,7 @@ void Child::wait_for_line(const std::string &text) {
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)
-            fail(fmt::format("{} ended before it was ready", name_));
+            fail(fmt::format("{} ended before it was ready\n{}", name_, errors()));
         if (character != '\n')
             line += character;
         else if (line.find(text) != std::string::npos)
@@ -113,6 +132,33 @@ void Child::wait_for_line(const std::string &text) {
         else
             line.clear();
     }
+}
+
+std::string Child::errors() const {
+    std::string text(4096, '\0');
+    const ssize_t count = pread(errors_, text.data(), text.size(), 0);
+    text.resize(count < 0 ? 0 : static_cast<size_t>(count));
+    return text;
+}
+
+Apart::Apart() {
+    std::vector<int> processors;
+    if (sched_getaffinity(0, sizeof before_, &before_) == 0) {
+        for (size_t i = 0; i < CPU_SETSIZE; ++i) {
+            if (CPU_ISSET(i, &before_))
+                processors.push_back(static_cast<int>(i));
+        }
+    }
+    if (processors.size() < 2)
+        return;
+    run_on(processors[0]);
+    child_processor = processors[1];
+}
+
+Apart::~Apart() {
+    if (child_processor >= 0)
+        sched_setaffinity(0, sizeof before_, &before_);
+    child_processor = -1;
 }
 
 std::string program_beside(const std::string &name) {

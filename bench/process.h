@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include <sched.h>
 #include <sys/types.h>
 
 namespace vantro::bench {
@@ -33,9 +34,29 @@ class Child {
     pid_t pid() const { return pid_; }
 
   private:
+    std::string errors() const;
+
     std::string name_;
     pid_t pid_ = -1;
     int output_ = -1;
+    int errors_ = -1; /**< What it writes to standard error; told only when it fails. */
+};
+
+/**
+ * While it lives this process runs on one processor, and the children that it starts on another;
+ * where there is but one, nothing changes. Left alone, the scheduler puts the two sides of an
+ * exchange now on one processor and now on two, which differ by a multiple: a row could have the
+ * one and the floor that it is compared with the other.
+ */
+class Apart {
+  public:
+    Apart();
+    ~Apart();
+    Apart(const Apart &) = delete;
+    Apart &operator=(const Apart &) = delete;
+
+  private:
+    cpu_set_t before_;
 };
 
 /** A program beside this one, in the same folder; with an empty name, this one. */

@@ -96,6 +96,7 @@ Batch threaded(MsgClient *client, int thread_count) {
 }
 
 void small_rows(Run &run) {
+    const Apart apart;
     if (!run.wants("putget_small")) {
         if (run.wants("floor"))
             run.against_floor({}, 20000, true);
@@ -110,6 +111,7 @@ void small_rows(Run &run) {
 void large_row(Run &run, const std::string &name, uint32_t bytes, size_t usual_iterations) {
     if (!run.wants(name))
         return;
+    const Apart apart;
     const Server server(1);
     const Client client = connect();
     std::vector<char> reply(bytes);
@@ -152,6 +154,7 @@ class Crowd {
 
 /** Few and many clients take turns, so that the two rows can be divided by each other. */
 void client_rows(Run &run) {
+    const Apart apart;
     std::vector<std::unique_ptr<Crowd>> crowds;
     std::vector<Contender> contenders;
     for (const int count : {1, many_clients}) {
