@@ -42,7 +42,8 @@ std::string Server::attach(const Options &options) {
     const bool by_name = !options.capabilities.empty();
     server_ = msgserver_create(request_max, queue_max, by_name ? 0 : MSGSERVER_FLAG_PATH);
     if (!server_ && by_name && errno == EPERM)
-        return "cannot check capabilities (--require): there is no grantor device \"/dev/grantor\"";
+        return "cannot check capabilities (--require): the grantor device \"/dev/grantor\" "
+               "cannot be opened";
     if (!server_)
         return fmt::format("cannot make a message server: {}", std::strerror(errno));
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <numeric>
 #include <utility>
 
@@ -11,8 +10,8 @@ namespace vantro {
 namespace {
 
 // A track without length would make repeating it endless within one moment.
-double length_of(const Track &track) {
-    return std::max(track.duration_ms, 1);
+int64_t length_of(const Track &track) {
+    return int64_t{1000} * std::max(track.duration_ms, 1);
 }
 
 } // namespace
@@ -23,22 +22,22 @@ Engine::Engine(const std::vector<Track> &tracks, Clock clock, uint32_t seed)
       order_(tracks.size()) {
     std::iota(order_.begin(), order_.end(), 0);
     for (const Track &track : tracks)
-        total_ms_ += length_of(track);
+        total_ += length_of(track);
 }
 
-double Engine::duration_ms() const {
+int64_t Engine::duration() const {
     return length_of(tracks_[static_cast<std::size_t>(order_[place_])]);
 }
 
-double Engine::position_ms(std::chrono::nanoseconds now) const {
+int64_t Engine::position(std::chrono::nanoseconds now) const {
     if (!playing())
-        return base_ms_;
-    const auto elapsed = static_cast<double>((now - base_time_).count());
-    return base_ms_ + elapsed / 1e6 * static_cast<double>(modes_.rate);
+        return base_;
+    const auto elapsed = (now - base_time_).count() / 1000;
+    return base_ + static_cast<int64_t>(static_cast<double>(elapsed) * double{modes_.rate});
 }
 
-void Engine::place_at(double position, std::chrono::nanoseconds now) {
-    base_ms_ = position;
+void Engine::place_at(int64_t where, std::chrono::nanoseconds now) {
+    base_ = where;
     base_time_ = now;
 }
 
@@ -52,26 +51,26 @@ void Engine::end_of_queue() {
 // Brings the player up to now, which is returned. Every operation begins here.
 std::chrono::nanoseconds Engine::catch_up() {
     const std::chrono::nanoseconds now = clock_();
-    double position = 0;
-    if (!playing() || (position = position_ms(now)) < duration_ms())
+    if (!playing())
         return now;
-    if (modes_.repeat == VANTRO_REPEAT_ONE) {
-        place_at(std::fmod(position, duration_ms()), now);
+    int64_t reached = position(now);
+    if (reached < duration())
         return now;
-    }
-    while (position >= duration_ms()) {
-        position -= duration_ms();
+    if (modes_.repeat == VANTRO_REPEAT_ONE)
+        reached %= duration();
+    while (reached >= duration()) {
+        reached -= duration();
         if (++place_ < order_.size())
             continue;
         place_ = 0;
         if (modes_.repeat == VANTRO_REPEAT_OFF) {
             end_of_queue();
-            position = 0;
+            reached = 0;
             break;
         }
-        position = std::fmod(position, total_ms_);
+        reached %= total_;
     }
-    place_at(position, now);
+    place_at(reached, now);
     return now;
 }
 
@@ -91,7 +90,7 @@ int Engine::pause() {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
     if (playing()) {
-        place_at(position_ms(now), now);
+        place_at(position(now), now);
         modes_.state = VANTRO_STATE_PAUSED;
     }
     return 0;
@@ -125,7 +124,7 @@ int Engine::previous() {
     const auto now = catch_up();
     if (order_.empty())
         return ENODATA;
-    if (position_ms(now) <= restart_after_ms) {
+    if (position(now) <= restart_after_ms * int64_t{1000}) {
         if (place_ > 0)
             --place_;
         else if (modes_.repeat != VANTRO_REPEAT_OFF)
@@ -135,12 +134,12 @@ int Engine::previous() {
     return 0;
 }
 
-int Engine::seek(int32_t position) {
+int Engine::seek(int32_t position_ms) {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
     if (order_.empty())
         return ENODATA;
-    place_at(std::clamp<double>(position, 0, duration_ms()), now);
+    place_at(std::clamp<int64_t>(int64_t{1000} * position_ms, 0, duration()), now);
     return 0;
 }
 
@@ -149,7 +148,7 @@ int Engine::set_rate(float rate) {
         return ERANGE;
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
-    place_at(position_ms(now), now);
+    place_at(position(now), now);
     modes_.rate = rate;
     return 0;
 }
@@ -189,7 +188,7 @@ void Engine::reorder() {
     place_ = 0;
     auto first = order_.begin();
     if (modes_.state == VANTRO_STATE_IDLE) {
-        base_ms_ = 0;
+        base_ = 0;
     } else {
         std::swap(order_.front(), order_[static_cast<std::size_t>(current)]);
         ++first;
@@ -202,7 +201,7 @@ Engine::Snapshot Engine::snapshot() {
     const auto now = catch_up();
     if (order_.empty())
         return {modes_, -1, 0};
-    return {modes_, order_[place_], static_cast<int32_t>(position_ms(now))};
+    return {modes_, order_[place_], static_cast<int32_t>(position(now) / 1000)};
 }
 
 } // namespace vantro

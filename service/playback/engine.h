@@ -8,6 +8,9 @@
 // which every track comes once. next() and previous() walk that order, so that previous() always
 // goes back the way it came.
 //
+// Inside, positions and durations are whole microseconds: fractions would gather errors over ends of
+// tracks, and show a position one millisecond early.
+//
 // Any thread may call any operation. The lock is held for arithmetic only.
 #ifndef VANTRO_SERVICE_PLAYBACK_ENGINE_H
 #define VANTRO_SERVICE_PLAYBACK_ENGINE_H
@@ -28,8 +31,8 @@ namespace vantro {
 // Further into a track than this, previous() restarts it instead of leaving it.
 inline constexpr int32_t restart_after_ms = 3000;
 
-// Fastest playback. Faster is no longer playing; the bound also keeps positions far from the end
-// of what a double counts exactly.
+// Fastest playback. Faster is no longer playing; the bound also keeps a position reached
+// over any number of years exact.
 inline constexpr float rate_max = 16.0f;
 
 class Engine {
@@ -62,23 +65,23 @@ class Engine {
 
   private:
     bool playing() const { return modes_.state == VANTRO_STATE_PLAYING; }
-    double duration_ms() const;
-    double position_ms(std::chrono::nanoseconds now) const;
+    int64_t duration() const;
+    int64_t position(std::chrono::nanoseconds now) const;
     std::chrono::nanoseconds catch_up();
-    void place_at(double position_ms, std::chrono::nanoseconds now);
+    void place_at(int64_t position, std::chrono::nanoseconds now);
     void end_of_queue();
     void reorder();
 
     const std::vector<Track> &tracks_;
     const Clock clock_;
-    double total_ms_ = 0; // of the whole queue
+    int64_t total_ = 0; // duration of the whole queue
 
     std::mutex mutex_; // guards all that follows
     std::minstd_rand random_;
     VantroStateInfo modes_;
     std::vector<int32_t> order_;            // indices of the queue, in the order of play
     std::size_t place_ = 0;                 // of the current track, in order_
-    double base_ms_ = 0;                    // position in the current track at the time base_time_;
+    int64_t base_ = 0;                      // position in the current track at the time base_time_;
     std::chrono::nanoseconds base_time_{0}; // it moves on from there only while playing
 };
 
