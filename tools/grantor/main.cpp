@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -88,7 +89,7 @@ class Signals {
 
     ~Signals() {
         if (thread_.joinable()) {
-            pthread_kill(thread_.native_handle(), SIGTERM);
+            kill(getpid(), SIGTERM); // Blocked everywhere, so the waiting thread takes it.
             thread_.join();
         }
     }
@@ -136,9 +137,7 @@ int run(const Options &options) {
     return 0;
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
+int parse_and_run(int argc, char **argv) {
     Options options;
     CLI::App app("Serves " + std::string(grantor_path) +
                      ": answers which capabilities a user or group holds.\n"
@@ -146,8 +145,10 @@ int main(int argc, char **argv) {
                  "vantro-grantor");
     app.set_version_flag("--version", "vantro-grantor " VANTRO_VERSION);
     app.add_option("--policy", options.policy, "File of rules, such as \"uid:1000 audio net\"")
+        ->type_name("FILE")
         ->required();
     app.add_option("--perms", options.perms, "Who may ask: permission bits, octal")
+        ->type_name("OCTAL")
         ->capture_default_str()
         ->check([](const std::string &text) {
             const bool octal = !text.empty() && text.size() <= 4 &&
@@ -162,8 +163,14 @@ int main(int argc, char **argv) {
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
+    return run(options);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
     try {
-        return run(options);
+        return parse_and_run(argc, argv);
     } catch (const std::exception &error) {
         complain(error.what());
         return 1;

@@ -60,6 +60,7 @@ class CommandLine {
         : options_(options), app_("Drives a player of the vantro service.", "vantroctl") {
         app_.set_version_flag("--version", "vantroctl " VANTRO_VERSION);
         app_.add_option("--player", options_.client.player, "Name of the player")
+            ->type_name("NAME")
             ->capture_default_str()
             ->check([](const std::string &name) {
                 return name.empty() || name.size() > player_name_max
@@ -68,15 +69,22 @@ class CommandLine {
             });
         app_.add_option("--timeout", options_.client.timeout_s,
                         "Seconds to wait for the service in all; 0 waits for ever")
+            ->type_name("SECONDS")
             ->capture_default_str()
-            ->check(CLI::Range(0.0, timeout_max_s));
+            ->check([](const std::string &text) {
+                double seconds = 0;
+                return CLI::detail::lexical_cast(text, seconds) && seconds >= 0 &&
+                               seconds <= timeout_max_s
+                           ? std::string()
+                           : fmt::format("a time limit is 0 to {} seconds", timeout_max_s);
+            });
         app_.add_flag("--json", options_.json, "Print one JSON object, whatever happens");
         app_.add_flag("-v,--verbose", options_.client.verbose,
                       "Show the library's log on standard error");
         app_.require_subcommand(1);
         app_.fallthrough(); // Options may stand behind the command as well.
-        app_.footer(footer);
         add_commands();
+        app_.footer(footer); // Behind the commands, which would take it over.
     }
 
     /** @throws CLI::ParseError, also for --help and --version. */
@@ -102,13 +110,14 @@ class CommandLine {
             ->check([](const std::string &text) {
                 return parse_rate(text) ? "" : "a rate is a number, such as 1 or 1.5";
             });
-        with_argument("shuffle", "Play in random order", "on|off|toggle")
+        with_argument("shuffle", "Play in random order or not: on, off, toggle", "on|off|toggle")
             ->check([](const std::string &text) {
                 return text == "on" || text == "off" || text == "toggle"
                            ? ""
                            : "shuffle takes on, off or toggle";
             });
-        with_argument("repeat", "Repeat nothing, everything or one track", "off|all|one")
+        with_argument("repeat", "Repeat nothing, everything or one track: off, all, one",
+                      "off|all|one")
             ->check([](const std::string &text) {
                 return parse_repeat(text) ? "" : "repeat takes off, all or one";
             });
@@ -116,7 +125,8 @@ class CommandLine {
 
     CLI::Option *with_argument(const char *verb, const char *what, const char *argument) {
         return app_.add_subcommand(verb, what)
-            ->add_option(argument, options_.argument, "")
+            ->add_option(argument, options_.argument, what)
+            ->type_name("")
             ->required();
     }
 

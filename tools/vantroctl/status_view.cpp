@@ -37,7 +37,7 @@ class Screen {
     void wrapped(const std::vector<std::string> &parts) {
         std::string row;
         for (const std::string &part : parts) {
-            const std::string longer = row.empty() ? part : row + "   " + part;
+            const std::string longer = row.empty() ? part : fmt::format("{}   {}", row, part);
             if (!row.empty() && display_width(longer) > columns_) {
                 line(row);
                 row = part;
