@@ -1,0 +1,355 @@
+// The player API against a service of our own on the library's server half: the bytes that the
+// service sees, what each answer makes of a call, and every line of the log.
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <vantro/extras.h>
+#include <vantro/messaging.h>
+#include <vantro/platform/log.h>
+
+#include "player/handle.h"
+#include "player/log.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::string words(std::initializer_list<std::int32_t> values) {
+    return std::string(reinterpret_cast<const char *>(values.begin()), values.size() * 4);
+}
+
+std::string request(std::uint16_t command, const std::string &parameters = "") {
+    return words({command, static_cast<std::int32_t>(parameters.size()), 0, 0}) + parameters;
+}
+
+std::string text(const std::string &value) {
+    return words({static_cast<std::int32_t>(value.size())}) + value;
+}
+
+std::mutex guard; // Over the three below: the service's thread and the test take turns.
+Lines requests;
+Lines lines;
+std::string answer;
+
+std::int32_t record_and_answer(MsgOsb *open, MsgContext *context, MsgService *) {
+    const std::lock_guard<std::mutex> lock(guard);
+    requests.emplace_back(static_cast<const char *>(context->payload),
+                          context->header->send_length);
+    EXPECT_EQ(context->header->code, 0);
+    return callout_reply(open, context, 0, answer.data(), static_cast<std::int32_t>(answer.size()));
+}
+
+void record_line(std::uint32_t code, int severity, const char *line, void *) {
+    const std::string prefix = std::string(program_invocation_short_name) + ": ";
+    const std::lock_guard<std::mutex> lock(guard);
+    EXPECT_EQ(code, 0x06B02710U);
+    EXPECT_EQ(std::string(line).substr(0, prefix.size()), prefix);
+    lines.push_back(std::to_string(severity) + " " + (line + prefix.size()));
+}
+
+Lines take(Lines &from) {
+    const std::lock_guard<std::mutex> lock(guard);
+    return std::exchange(from, {});
+}
+
+void will_answer(const std::string &bytes) {
+    const std::lock_guard<std::mutex> lock(guard);
+    answer = bytes;
+}
+
+class Player : public testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        char name[] = "/tmp/vantro-player-XXXXXX";
+        directory = mkdtemp(name);
+        std::filesystem::create_directories(directory + "/nobody/vantro");
+        std::filesystem::permissions(directory + "/nobody", std::filesystem::perms::owner_all);
+        setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
+        server = msgserver_create(4096, 1, MSGSERVER_FLAG_PATH);
+        ASSERT_NE(server, nullptr);
+        ASSERT_GE(msgserver_add(server, "vantro.sys", nullptr, nullptr, 256, record_and_answer,
+                                nullptr, nullptr),
+                  0);
+        loop = std::thread(msgserver_thread_loop, server);
+    }
+
+    static void TearDownTestSuite() {
+        __atomic_store_n(&server->stop, 1, __ATOMIC_SEQ_CST);
+        const int wake = connect_attach(0, 0, server->channel, 0, 0);
+        pulse_send(wake, 10, 0, 0);
+        loop.join();
+        connect_detach(wake);
+        std::filesystem::remove_all(directory);
+    }
+
+    void SetUp() override {
+        system_log_set_sink(record_line, nullptr);
+        will_answer(words({0}));
+        handle = vantro_connect();
+        ASSERT_NE(handle, nullptr);
+        ASSERT_EQ(vantro_open(handle, "main"), 0);
+        EXPECT_EQ(take(requests), Lines{request(0, text("main"))});
+        EXPECT_EQ(take(lines), Lines{});
+        errno = 77; // No call below may change it, unless it says so.
+    }
+
+    void TearDown() override {
+        EXPECT_EQ(errno, 77);
+        will_answer(words({0}));
+        EXPECT_EQ(vantro_disconnect(handle), 0);
+        EXPECT_EQ(take(lines), Lines{});
+        take(requests);
+        system_log_set_sink(nullptr, nullptr);
+    }
+
+    inline static std::string directory;
+    inline static MsgServer *server;
+    inline static std::thread loop;
+    VantroHandle *handle = nullptr;
+};
+
+TEST_F(Player, OpensAndClosesOneTurnAfterTheOther) {
+    const std::string granted = words({0}), refused = words({5}), none, held = words({0, 0});
+    const std::string most(31, 'm'), too_long(32, 'l');
+    struct Step {
+        int (*call)(VantroHandle *, const char *);
+        const char *name;
+        std::string answer;
+        int result, error; // 77: errno is left alone.
+        std::string sent, line;
+    } const steps[] = {
+        {vantro_open, nullptr, granted, -1, EINVAL, "", "5 player name is null or empty"},
+        {vantro_open, "", granted, -1, EINVAL, "", "5 player name is null or empty"},
+        {vantro_open, too_long.c_str(), granted, -1, ENAMETOOLONG, "", "5 player name is too long"},
+        {vantro_open, "Main", granted, -1, 77, "",
+         "5 The client is connected to main. Close it first"},
+        {vantro_open, "main", granted, 0, 77, "", "5 The client already connected to main"},
+        {vantro_close, nullptr, granted, -1, 77, "", "5 Player name is null or empty"},
+        {vantro_close, "Main", granted, -1, 77, "", "5 The player is not connected to Player Main"},
+        {vantro_close, "main", refused, -1, 77, request(1, text("main")),
+         "5 vantro_close() failed"},
+        {vantro_close, "main", none, -1, 77, request(1, text("main")), "5 vantro_close() failed"},
+        {vantro_close, "main", held, -1, 77, request(1, text("main")),
+         "3 msgclient_putgetv() failed: Unknown error 240"},
+        {vantro_close, "main", granted, 0, 77, request(1, text("main")), ""},
+        {vantro_close, "main", granted, -1, 77, "", "5 The client is not connected to any players"},
+        {vantro_open, most.c_str(), refused, -1, 77, request(0, text(most)),
+         "5 vantro_open() failed"},
+        {vantro_open, most.c_str(), held, -1, 77, request(0, text(most)),
+         "3 msgclient_putgetv() failed: Unknown error 240"},
+        {vantro_open, most.c_str(), granted, 0, 77, request(0, text(most)), ""},
+    };
+    for (const Step &step : steps) {
+        SCOPED_TRACE(&step - steps);
+        will_answer(step.answer);
+        EXPECT_EQ(step.call(handle, step.name), step.result);
+        EXPECT_EQ(std::exchange(errno, 77), step.error);
+        EXPECT_EQ(take(requests), step.sent.empty() ? Lines{} : Lines{step.sent});
+        EXPECT_EQ(take(lines), step.line.empty() ? Lines{} : Lines{step.line});
+    }
+    // A line is cut to 1023 characters.
+    EXPECT_EQ(vantro_close(handle, std::string(2000, 'e').c_str()), -1);
+    EXPECT_EQ(take(lines).at(0).size() + std::strlen(program_invocation_short_name), 1023);
+    // Ending the handle closes the player first, and goes on where that is refused.
+    will_answer(refused);
+    EXPECT_EQ(vantro_disconnect(std::exchange(handle, vantro_connect())), 0);
+    EXPECT_EQ(take(requests), Lines{request(1, text(most))});
+    EXPECT_EQ(take(lines), Lines{"5 vantro_close() failed"});
+}
+
+TEST_F(Player, FailuresLeaveErrnoButWhereTheyShouldNot) {
+    EXPECT_EQ(vantro_open(nullptr, "main"), -1);
+    EXPECT_EQ(std::exchange(errno, 77), EINVAL);
+    EXPECT_EQ(vantro_close(nullptr, "main"), -1);
+    EXPECT_EQ(vantro_disconnect(nullptr), -1);
+    EXPECT_EQ(take(lines), Lines(3, "5 Invalid vantro handle"));
+
+    handle->connection->open_index++; // Now the server knows no such record.
+    EXPECT_EQ(vantro_play(handle), -1);
+    EXPECT_EQ(vantro_close(handle, "main"), -1);
+    EXPECT_EQ(take(lines), (Lines{"3 msgclient_putget() failed: No such file or directory",
+                                  "5 vantro_play() failed",
+                                  "3 msgclient_putgetv() failed: No such file or directory"}));
+    handle->connection->open_index--;
+    EXPECT_EQ(errno, 77);
+
+    setenv("XDG_RUNTIME_DIR", (directory + "/nobody").c_str(), 1);
+    EXPECT_EQ(vantro_connect(), nullptr);
+    EXPECT_EQ(std::exchange(errno, 77), ENOENT);
+    EXPECT_EQ(take(lines), Lines{"3 msgclient_open failed (No such file or directory)"});
+    setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
+}
+
+// The calls with one request and one answer, in one shape: `got` receives what an answer brought.
+template <int (*command)(VantroHandle *)>
+int tell(VantroHandle *handle, std::string &) {
+    return command(handle);
+}
+
+template <class Record, int (*query)(VantroHandle *, Record **)>
+int ask(VantroHandle *handle, std::string &got) {
+    Record *record = nullptr;
+    const int result = query(handle, &record);
+    EXPECT_EQ(record != nullptr, result == 0);
+    if (record)
+        got.assign(reinterpret_cast<const char *>(record), sizeof *record);
+    free(record);
+    return result;
+}
+
+int ask_position(VantroHandle *handle, std::string &got) {
+    std::int32_t position = 55;
+    const int result = vantro_get_current_track_position(handle, &position);
+    EXPECT_EQ(position != 55, result == 0);
+    got = words({position});
+    return result;
+}
+
+TEST_F(Player, CallsSendTheirBytesAndTakeWholeAnswersOnly) {
+    using Handle = VantroHandle *;
+    using Out = std::string &;
+    struct Case {
+        const char *name;
+        int (*call)(Handle, Out);
+        std::string sent, record;
+    } const cases[] = {
+        {"vantro_play", tell<vantro_play>, request(15), ""},
+        {"vantro_stop", tell<vantro_stop>, request(16), ""},
+        {"vantro_pause", tell<vantro_pause>, request(17), ""},
+        {"vantro_next", tell<vantro_next>, request(19), ""},
+        {"vantro_previous", tell<vantro_previous>, request(20), ""},
+        {"vantro_seek", [](Handle h, Out) { return vantro_seek(h, -7); }, request(21, words({-7})),
+         ""},
+        {"vantro_set_playback_rate",
+         [](Handle h, Out) { return vantro_set_playback_rate(h, 2.0F); },
+         request(22, words({0x40000000})), ""},
+        {"vantro_shuffle", [](Handle h, Out) { return vantro_shuffle(h, 1); },
+         request(23, words({1})), ""},
+        {"vantro_repeat", [](Handle h, Out) { return vantro_repeat(h, 2); },
+         request(24, words({2})), ""},
+        {"vantro_get_current_state", ask<VantroStateInfo, vantro_get_current_state>, request(3),
+         words({2, 0x7f800001, -1, 1})},
+        {"vantro_get_current_trksession_info",
+         ask<VantroTrksessionInfo, vantro_get_current_trksession_info>, request(4),
+         words({1, 12, 3, -1})},
+        {"vantro_get_current_track_position", ask_position, request(6), words({-9})},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string got;
+        const bool is_command = c.record.empty();
+        const std::string failed = std::string("5 ") + c.name + "() failed";
+        // Commands add their own line to that of a bad handle or a failed exchange.
+        const auto expect_failure = [&](VantroHandle *with, const std::string &line) {
+            EXPECT_EQ(c.call(with, got), -1);
+            EXPECT_EQ(take(lines), is_command ? (Lines{line, failed}) : Lines{line});
+        };
+        const std::string whole = words({0}) + c.record;
+        for (std::size_t size = 0; size <= whole.size(); size++) {
+            // At the last turn the answer is whole, and a refusal.
+            will_answer(size < whole.size() ? whole.substr(0, size) : words({7}) + c.record);
+            EXPECT_EQ(c.call(handle, got), -1) << size;
+            EXPECT_EQ(take(lines), Lines{failed});
+        }
+        will_answer(whole + '\0');
+        expect_failure(handle, std::string("3 ") +
+                                   (is_command && c.sent.size() == 16 ? "msgclient_putget"
+                                                                      : "msgclient_putgetv") +
+                                   "() failed: Unknown error 240");
+        take(requests);
+        expect_failure(nullptr, "5 Invalid vantro handle");
+        // Commands need an open player; for queries the service decides.
+        will_answer(whole);
+        char *name = std::exchange(handle->player_name, nullptr);
+        if (is_command)
+            expect_failure(handle, "5 Invalid vantro handle");
+        else
+            EXPECT_EQ(c.call(handle, got), 0);
+        handle->player_name = name;
+        EXPECT_EQ(take(requests).size(), is_command ? 0U : 1U);
+        EXPECT_EQ(c.call(handle, got), 0);
+        EXPECT_EQ(take(requests), Lines{c.sent});
+        EXPECT_EQ(got, c.record);
+        EXPECT_EQ(take(lines), Lines{});
+    }
+}
+
+TEST_F(Player, ModesOutOfRangeAreNotSent) {
+    for (const int mode : {2, -1})
+        EXPECT_EQ(vantro_shuffle(handle, mode), -1);
+    for (const int mode : {3, -1})
+        EXPECT_EQ(vantro_repeat(handle, mode), -1);
+    EXPECT_EQ(take(lines), (Lines{"5 invalid shuffle_mode: 2", "5 invalid shuffle_mode: -1",
+                                  "5 invalid repeat_mode: 3", "5 invalid repeat_mode: -1"}));
+    EXPECT_EQ(take(requests), Lines{});
+}
+
+TEST_F(Player, TrackIsReadAsFarAsItsLengthsAreTrue) {
+    const std::string node = words({1, 2, 3, 4}) + text("id") + text("name");
+    const std::string metadata = words({9, 0, 0, 0, 0}) + text("title") + std::string(24, '\0');
+    const auto size = [](const std::string &bytes) {
+        return static_cast<std::int32_t>(bytes.size());
+    };
+    struct Case {
+        std::int32_t node_length, metadata_length;
+        std::string data;
+        int result;
+        bool has_node, has_metadata;
+    } const cases[] = {
+        {size(node), size(metadata), node + metadata, 0, true, true},
+        {0, size(metadata), metadata, 0, false, true},
+        {-5, size(metadata), metadata, 0, false, true},
+        {size(node), INT32_MIN, node, 0, true, false},
+        {size(node), size(metadata) + 1, node + metadata, -1, true, false},
+        {size(node), INT32_MAX, node + metadata, -1, true, false},
+        {INT32_MAX, size(metadata), node + metadata, -1, false, false},
+        {size(node) + 1, 0, node, -1, false, false},
+        {size(node) - 1, size(metadata), node + metadata, -1, false, false},
+        {65536, 1, std::string(65536, '\0'), -1, true, false},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(&c - cases);
+        will_answer(words({0, 6, -1, 2, c.node_length, c.metadata_length}) + c.data);
+        VantroTrackInfo *info = nullptr;
+        take(requests);
+        EXPECT_EQ(vantro_get_current_track_info(handle, &info), c.result);
+        EXPECT_EQ(take(requests), Lines{request(5)});
+        ASSERT_NE(info, nullptr);
+        EXPECT_EQ(info->index, 6);
+        EXPECT_EQ(info->tsid, 0x2ffffffffU);
+        EXPECT_EQ(info->media_node != nullptr, c.has_node);
+        EXPECT_EQ(info->metadata != nullptr, c.has_metadata);
+        EXPECT_TRUE(!c.has_metadata || std::string(info->metadata->title) == "title");
+        vantro_free_track_info(info);
+    }
+    VantroTrackInfo *info = nullptr;
+    for (std::size_t length = 0; length < 24; length++) {
+        will_answer(std::string(length, '\0'));
+        EXPECT_EQ(vantro_get_current_track_info(handle, &info), -1);
+        EXPECT_EQ(take(lines), Lines{"5 vantro_get_current_track_info() failed"});
+    }
+    will_answer(std::string(24 + 65537, '\0'));
+    EXPECT_EQ(vantro_get_current_track_info(handle, &info), -1);
+    EXPECT_EQ(take(lines), Lines{"3 msgclient_putgetv() failed: Unknown error 240"});
+    EXPECT_EQ(info, nullptr);
+    vantro_free_track_info(info);
+}
+
+TEST(LogDeathTest, TheTwoGravestSeveritiesEndTheProcess) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(vantro::msglog(2, "over"), testing::ExitedWithCode(1), "");
+    EXPECT_EXIT(vantro::msglog(1, "over"), testing::KilledBySignal(SIGABRT), "");
+}
+
+} // namespace
