@@ -197,8 +197,8 @@ std::string on_terminal(unsigned short columns, const std::vector<std::string> &
 
 TEST_F(Vantroctl, DrivesThePlayersOfTheService) {
     const std::filesystem::path music = path_ + "/music";
-    make_music(music / "1.flac", 100000, "TITLE=One 'ARTIST=\x1B[31mRed'");
-    make_music(music / "2.ogg", 100000, "TITLE=Two");
+    make_music(music / "1.flac", 100000, {"TITLE=One", "ARTIST=\x1B[31mRed"});
+    make_music(music / "2.ogg", 100000, {"TITLE=Two"});
     Process vantrod({VANTROD, "--music", music.string(), "--player", "main", "--player", "den"});
     ASSERT_EQ(vantrod.line().find("vantrod: ready"), 0u);
 
