@@ -3,7 +3,9 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <filesystem>
@@ -11,6 +13,7 @@
 #include <string>
 #include <sys/resource.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <fmt/format.h>
@@ -84,7 +87,7 @@ class Ending {
     }
     ~Ending() {
         if (!asked)
-            pthread_kill(thread_.native_handle(), SIGTERM);
+            kill(getpid(), SIGTERM);
         thread_.join();
     }
     Ending(const Ending &) = delete;
@@ -117,8 +120,10 @@ int serve(const Options &options) {
     Answers answers(tracks, options.players, monotonic_now);
     set_answers(&answers);
     const std::string wrong = server.run(options.threads, [&] {
-        fmt::print("vantrod: ready ({} tracks, players: {})\n", tracks.size(),
-                   fmt::join(options.players, ", "));
+        const std::string line = fmt::format("vantrod: ready ({} tracks, players: {})\n",
+                                             tracks.size(), fmt::join(options.players, ", "));
+        // Whether anybody reads it is no concern of the players.
+        std::fputs(line.c_str(), stdout);
         std::fflush(stdout);
         log_line(LOG_SEVERITY_INFO, fmt::format("ready, {} tracks", tracks.size()));
     });

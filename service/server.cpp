@@ -22,6 +22,9 @@ namespace {
 // This name, which both take, keeps one from starting behind the other's back.
 constexpr const char *only_one = "vantrod/" VANTRO_SERVICE_NAME "/" VANTRO_SERVICE_INSTANCE;
 
+// A message server cannot be freed, so it belongs to the process.
+MsgServer *the_server;
+
 std::string cannot_attach(int error) {
     const char *why = error == EADDRINUSE ? "another vantrod is running" : std::strerror(error);
     return fmt::format("cannot attach the service \"{}\", instance \"{}\": {}", VANTRO_SERVICE_NAME,
@@ -31,29 +34,29 @@ std::string cannot_attach(int error) {
 } // namespace
 
 Server::~Server() {
-    // The server itself stays until the process ends; its names go now.
-    if (server_)
-        channel_destroy(server_->channel);
+    // So that its names go while the process still lives.
+    if (the_server)
+        channel_destroy(the_server->channel);
     if (wake_ >= 0)
         connect_detach(wake_);
 }
 
 std::string Server::attach(const Options &options) {
     const bool by_name = !options.capabilities.empty();
-    server_ = msgserver_create(request_max, queue_max, by_name ? 0 : MSGSERVER_FLAG_PATH);
-    if (!server_ && by_name && errno == EPERM)
+    the_server = msgserver_create(request_max, queue_max, by_name ? 0 : MSGSERVER_FLAG_PATH);
+    if (!the_server && by_name && errno == EPERM)
         return "cannot check capabilities (--require): the grantor device \"/dev/grantor\" "
                "cannot be opened";
-    if (!server_)
+    if (!the_server)
         return fmt::format("cannot make a message server: {}", std::strerror(errno));
 
-    if (!global_name_attach(server_->dispatch, only_one, 0))
+    if (!global_name_attach(the_server->dispatch, only_one, 0))
         return cannot_attach(errno);
     const std::string &service_options = by_name ? options.capabilities : options.permissions;
-    if (msgserver_add(server_, VANTRO_SERVICE_NAME, VANTRO_SERVICE_INSTANCE,
+    if (msgserver_add(the_server, VANTRO_SERVICE_NAME, VANTRO_SERVICE_INSTANCE,
                       service_options.c_str(), 0, handle_request, handle_open, handle_close) < 0)
         return cannot_attach(errno);
-    wake_ = connect_attach(0, 0, server_->channel, 0, 0);
+    wake_ = connect_attach(0, 0, the_server->channel, 0, 0);
     if (wake_ < 0)
         return fmt::format("cannot make a pulse connection: {}", std::strerror(errno));
     return "";
@@ -65,7 +68,7 @@ std::string Server::run(int threads, const std::function<void()> &ready) {
     try {
         running.reserve(static_cast<std::size_t>(threads));
         for (int i = 0; i < threads; ++i)
-            running.emplace_back([this] { msgserver_thread_loop(server_); });
+            running.emplace_back([] { msgserver_thread_loop(the_server); });
         ready();
     } catch (const std::exception &error) {
         failure = fmt::format("cannot start {} threads: {}", threads, error.what());
@@ -77,7 +80,7 @@ std::string Server::run(int threads, const std::function<void()> &ready) {
 }
 
 void Server::stop() {
-    __atomic_store_n(&server_->stop, 1, __ATOMIC_RELEASE);
+    __atomic_store_n(&the_server->stop, 1, __ATOMIC_RELEASE);
     // A thread that waits looks at `stop` only after its next message or pulse. One that does not
     // wait leaves its pulse to lie; they end with the channel.
     for (int i = 0; i < threads_max; ++i)

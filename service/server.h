@@ -1,11 +1,10 @@
-// The service's place in the system: its name, its threads, its end.
+// The service's place in the system: its name, its threads, its end. One a process.
 #ifndef VANTRO_SERVICE_SERVER_H
 #define VANTRO_SERVICE_SERVER_H
 
+#include <cstdint>
 #include <functional>
 #include <string>
-
-#include <vantro/messaging.h>
 
 #include "service/options.h"
 
@@ -36,8 +35,7 @@ class Server {
     void stop();
 
   private:
-    MsgServer *server_ = nullptr; // lives as long as the process
-    int wake_ = -1;               // pulse connection to the server's own channel
+    int wake_ = -1; // pulse connection to the server's own channel
 };
 
 } // namespace vantro

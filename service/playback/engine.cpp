@@ -175,25 +175,22 @@ int Engine::set_shuffle(int32_t mode) {
 }
 
 // The current track stays the current one, and with shuffle all others follow it. A player that
-// has played nothing yet has no such track, so its first one is drawn too.
+// has played nothing yet begins anew instead, so that its first track is drawn too.
 void Engine::reorder() {
     if (order_.empty())
         return;
-    const int32_t current = order_[place_];
+    const bool fresh = modes_.state == VANTRO_STATE_IDLE;
+    const auto current = static_cast<std::size_t>(fresh ? 0 : order_[place_]);
     std::iota(order_.begin(), order_.end(), 0);
+    place_ = 0;
+    if (fresh)
+        base_ = 0;
     if (modes_.shuffle == VANTRO_SHUFFLE_OFF) {
-        place_ = static_cast<std::size_t>(current);
+        place_ = current;
         return;
     }
-    place_ = 0;
-    auto first = order_.begin();
-    if (modes_.state == VANTRO_STATE_IDLE) {
-        base_ = 0;
-    } else {
-        std::swap(order_.front(), order_[static_cast<std::size_t>(current)]);
-        ++first;
-    }
-    std::shuffle(first, order_.end(), random_);
+    std::swap(order_.front(), order_[current]);
+    std::shuffle(order_.begin() + (fresh ? 0 : 1), order_.end(), random_);
 }
 
 Engine::Snapshot Engine::snapshot() {

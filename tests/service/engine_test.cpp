@@ -72,7 +72,8 @@ const std::pair<const char *, const char *> stories[] = {
     {"seek is kept within the track",
      "seek=7000 I0@7000 play P0@7000 seek=-2147483648 P0@0 pause seek=2147483647 H0@10000 "
      "+9999 H0@10000 play P1@0"},
-    {"a shuffle before anything was played forgets the position", "seek=10000 shuffle=1 I2@0"},
+    {"shuffle keeps the track, but begins anew where none was played",
+     "seek=10000 shuffle=1 I2@0 shuffle=0 I0@0 play next shuffle=1 shuffle=0 P1@0"},
 };
 
 TEST(Engine, PlaysAsTold) {
