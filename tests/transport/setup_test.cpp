@@ -1,0 +1,106 @@
+// Making servers, attaching services, and the slot table behind both.
+#include <cerrno>
+
+#include "transport/support.h"
+
+namespace vantro::test {
+namespace {
+
+TEST(SlotArray, GrowsByEightAndReusesTheLowest) {
+    SlotArray array = {};
+    EXPECT_EQ(_array_get(&array, 0), nullptr);
+    for (int i = 0; i < 9; i++)
+        EXPECT_EQ(_array_add(&array, 4), i);
+    EXPECT_EQ(array.slot_count, 16);
+    void *eighth = _array_get(&array, 8);
+    EXPECT_EQ(*static_cast<int *>(eighth), 0);
+    EXPECT_EQ(_array_del(&array, 5), 0);
+    EXPECT_EQ(_array_del(&array, 3), 0);
+    for (const int none : {-1, 3, 9, 16}) {
+        EXPECT_EQ(_array_get(&array, none), nullptr);
+        EXPECT_EQ(_array_del(&array, none), -1);
+    }
+    EXPECT_EQ(_array_add(&array, 4), 3);
+    EXPECT_EQ(_array_add(&array, 0), 5);
+    EXPECT_EQ(_array_add(&array, -1), -1);
+    EXPECT_EQ(_array_get(&array, 8), eighth);
+    for (int i = 0; i < array.slot_count; i++)
+        _array_del(&array, i);
+    free(array.slots);
+}
+
+TEST(Setup, Create) {
+    const struct {
+        int32_t max_msg_size, flags, expected_size;
+        uint32_t expected_flags;
+    } rows[] = {{0, 1, 1024, 1}, {-5, 2, 1024, 3}, {1023, 3, 1024, 3}, {4096, 0x41, 4096, 0x41}};
+    for (const auto &row : rows) {
+        const Server server(row.flags, row.max_msg_size, 7);
+        ASSERT_TRUE(server.get());
+        EXPECT_EQ(server->max_msg_size, row.expected_size);
+        EXPECT_EQ(server->flags, row.expected_flags);
+        EXPECT_EQ(server->queue_max, 7);
+        EXPECT_EQ(server->recv_size, 1024);
+        EXPECT_EQ(server->grantor_fd, -1);
+        EXPECT_EQ(server->stop, 0);
+    }
+    errno = 0;
+    EXPECT_EQ(msgserver_create(1024, 1, 0), nullptr); // nobody serves the grantor device here
+    EXPECT_EQ(errno, EPERM);
+}
+
+TEST(Setup, AddAndFail) {
+    for (const int mode : MODES) {
+        const Server server(mode);
+        const auto handler = [](MsgOsb *, MsgContext *, MsgService *) { return 0; };
+        const auto add = [&](const char *name, int32_t recv_size) {
+            errno = 0;
+            return msgserver_add(server.get(), name, nullptr, nullptr, recv_size, handler, nullptr,
+                                 nullptr);
+        };
+        EXPECT_EQ(add("x", 5000), 0);
+        EXPECT_EQ(add("x", 9000), -1);
+        EXPECT_EQ(errno, EADDRINUSE);
+        EXPECT_EQ(server->recv_size, 9000); // also when the attach fails
+        EXPECT_EQ(add("..", 1), -1);
+        EXPECT_EQ(errno, ENOENT);
+        EXPECT_EQ(add("", 1), -1);
+        EXPECT_EQ(errno, ENOENT);
+        EXPECT_EQ(add(std::string(256, 'n').c_str(), 1), -1);
+        EXPECT_EQ(errno, ENAMETOOLONG);
+        EXPECT_EQ(add(nullptr, 1), -1);
+        EXPECT_EQ(errno, EINVAL);
+        EXPECT_EQ(add("y", 2000), 1); // the index of those that failed
+        EXPECT_EQ(server->recv_size, 9000);
+        EXPECT_STREQ(server.service(1)->options, "");
+        EXPECT_EQ(server.service(1)->attr != nullptr, mode == MSGSERVER_FLAG_PATH);
+    }
+}
+
+TEST(Setup, PathOptions) {
+    const struct {
+        const char *options;
+        uint32_t permissions, uid, gid;
+    } rows[] = {
+        {nullptr, 0666, geteuid(), getegid()},
+        {"", 0666, geteuid(), getegid()},
+        {"perms=0777", 0666, geteuid(), getegid()},
+        {"perms=0640,uid=1000,gid=20", 0640, 1000, 20},
+        {"gid=4294967294,perms=600", 0600, geteuid(), 4294967294},
+        {"uid=7,perms=junk", 0, 7, getegid()},
+    };
+    const Server server(MSGSERVER_FLAG_PATH);
+    for (int i = 0; i < static_cast<int>(std::size(rows)); i++) {
+        ASSERT_EQ(server.add("options", rows[i].options, std::to_string(i).c_str()), i);
+        const path_attr &attr = *server.service(i)->attr;
+        EXPECT_EQ(attr.mode, 0x5000 | rows[i].permissions);
+        EXPECT_EQ(attr.uid, rows[i].uid);
+        EXPECT_EQ(attr.gid, rows[i].gid);
+        EXPECT_EQ(attr.size, 1024u);
+        EXPECT_EQ(attr.serial, static_cast<uint64_t>(i) + 1);
+        EXPECT_EQ(attr.mount->configuration, 0x10u);
+    }
+}
+
+} // namespace
+} // namespace vantro::test
