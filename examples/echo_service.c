@@ -26,6 +26,8 @@ enum {
     EXIT_USAGE = 2
 };
 
+static MsgServer *server; /* lives as long as the process */
+
 static int32_t echo(MsgOsb *open, MsgContext *context, MsgService *service) {
     const int receive_id = context->receive_id;
     const int32_t length = (int32_t)context->header->send_length;
@@ -36,13 +38,14 @@ static int32_t echo(MsgOsb *open, MsgContext *context, MsgService *service) {
     return 0;
 }
 
-static void *serve(void *server) {
+static void *serve(void *unused) {
+    (void)unused;
     msgserver_thread_loop(server);
     return NULL;
 }
 
 /* A waiting thread looks at `stop` at its next message or pulse: so each is sent a pulse. */
-static void stop_threads(MsgServer *server, const pthread_t *threads, int count) {
+static void stop_threads(const pthread_t *threads, int count) {
     const int connection = connect_attach(0, 0, server->channel, 0, 0);
     int i;
     __atomic_store_n(&server->stop, 1, __ATOMIC_RELEASE);
@@ -75,7 +78,6 @@ int main(int argc, char **argv) {
     int started = 0;
     int signal_number = 0;
     sigset_t ending;
-    MsgServer *server;
     int i;
 
     for (i = 1; i < argc; i++) {
@@ -105,7 +107,7 @@ int main(int argc, char **argv) {
         return fail(errno == EADDRINUSE ? "another echo service runs" : "cannot add the service");
 
     while (started < thread_count) {
-        const int error = pthread_create(&threads[started], NULL, serve, server);
+        const int error = pthread_create(&threads[started], NULL, serve, NULL);
         if (error) {
             errno = error;
             break;
@@ -120,7 +122,7 @@ int main(int argc, char **argv) {
         sigwait(&ending, &signal_number);
     }
 
-    stop_threads(server, threads, started);
+    stop_threads(threads, started);
     channel_destroy(server->channel); /* withdraws the name */
     return started < thread_count ? EXIT_FAILURE : EXIT_SUCCESS;
 }
