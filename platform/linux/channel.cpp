@@ -64,10 +64,14 @@ bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
 
 /** Takes the next pulse that a program sent. Codes below zero are the system's to send. */
 bool take_sent_pulse(const Channel &channel, struct ipc_pulse &pulse) {
+    int socket;
+    {
+        const std::lock_guard guard(Server::instance().lock);
+        socket = channel.pulse_receive.get(); /* made once, and kept as long as the channel */
+    }
     struct iovec part = {&pulse, sizeof pulse};
     Arrival arrival;
-    const ssize_t received =
-        receive_packet(channel.pulse_receive.get(), &part, 1, MSG_DONTWAIT, arrival);
+    const ssize_t received = receive_packet(socket, &part, 1, MSG_DONTWAIT, arrival);
     if (received != sizeof pulse || pulse.code < 0) {
         return false;
     }
@@ -143,7 +147,8 @@ int channel_destroy(int number) {
         server.channels.erase(found);
         channel->destroyed = true;
         for (size_t i = 1; channel->client_count > 0 && i < server.clients.size(); ++i) {
-            if (Client *client = server.clients[i].get(); client && client->channel == channel.get()) {
+            if (Client *client = server.clients[i].get();
+                client && client->channel == channel.get()) {
                 server.disconnect(*client);
             }
         }

@@ -14,13 +14,18 @@ namespace vantro::platform {
 
 namespace {
 
-void before_fork() { Connections::instance().lock.lock(); }
-void after_fork_in_parent() { Connections::instance().lock.unlock(); }
+void before_fork() {
+    Connections::instance().lock.lock();
+}
+void after_fork_in_parent() {
+    Connections::instance().lock.unlock();
+}
 void after_fork_in_child() {
     Connections &connections = Connections::instance();
     for (auto &[descriptor, connection] : connections.table) {
         connection->abandon_in_child();
-        new std::shared_ptr<Connection>(connection); /* its lock may be held for ever: never freed */
+        new std::shared_ptr<Connection>(
+            connection); /* its lock may be held for ever: never freed */
     }
     connections.lock.unlock();
 }

@@ -28,7 +28,7 @@
 namespace vantro::platform {
 
 class Connection {
-public:
+  public:
     explicit Connection(UniqueFd control) : control_(std::move(control)) {}
     ~Connection();
 
@@ -47,7 +47,7 @@ public:
     /** The control socket's number belongs to the host again. */
     int release_control() { return control_.release(); }
 
-private:
+  private:
     int take_lane();
     void give_back(int lane);
     void drop(int lane);
@@ -69,9 +69,9 @@ private:
     int lane_count_ = 0;
     int idle_count_ = 0;
     int waiters_ = 0;
-    bool full_ = false;           /* the server refused one more */
-    bool control_busy_ = false;   /* a thread uses the control socket */
-    uint32_t owed_ = 0;           /* kind of the request whose answer is still to come */
+    bool full_ = false;         /* the server refused one more */
+    bool control_busy_ = false; /* a thread uses the control socket */
+    uint32_t owed_ = 0;         /* kind of the request whose answer is still to come */
     std::atomic<bool> dead_{false};
     bool abandoned_ = false;
     std::atomic<int> announced_{0}; /* the newest pulse connection that the server knows */

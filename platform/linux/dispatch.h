@@ -29,7 +29,7 @@ struct path_dispatch {
     int channel = 0;
     std::vector<std::unique_ptr<global_name_attachment>> names;
 
-    std::mutex lock; /* guards the two below */
+    std::mutex lock;                                                      /* guards the two below */
     std::unordered_map<int, std::unique_ptr<PathAttachment>> attachments; /* by id */
     std::unordered_map<int, PathOpen> opens;                              /* by connection id */
 };

@@ -13,7 +13,9 @@ namespace vantro::platform {
 
 namespace {
 
-bool is_lost(int error) { return error == EPIPE || error == ECONNRESET || error == ENOTCONN; }
+bool is_lost(int error) {
+    return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
+}
 
 /** Sends frame and message; a long message goes as a memory file. @return 0 or an error number. */
 int send_message(int lane, Frame &frame, PartList &send) {

@@ -16,7 +16,9 @@ using namespace vantro::platform;
 namespace {
 
 /* Names have a folder of their own, apart from the paths. */
-std::string place_of(const char *name) { return std::string("name/") + name; }
+std::string place_of(const char *name) {
+    return std::string("name/") + name;
+}
 
 } // namespace
 

@@ -22,13 +22,14 @@ enum class NumberKind : int {
 constexpr int number_mask = 0x0fffffff;
 
 constexpr NumberKind kind_of(int number) {
-    return number < 0 ? NumberKind::descriptor
-                      : static_cast<NumberKind>(number & ~number_mask);
+    return number < 0 ? NumberKind::descriptor : static_cast<NumberKind>(number & ~number_mask);
 }
 constexpr int make_number(NumberKind kind, int value) {
     return static_cast<int>(kind) | (value & number_mask);
 }
-constexpr int value_of(int number) { return number & number_mask; }
+constexpr int value_of(int number) {
+    return number & number_mask;
+}
 
 /*
  * A receive id names the client by its serial, the lane, and one exchange on that lane, in 31

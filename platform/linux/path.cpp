@@ -40,9 +40,13 @@ int refuse_open(struct path_request *request) {
     return -refused;
 }
 
-int not_supported(struct path_request *) { return -ENOSYS; }
+int not_supported(struct path_request *) {
+    return -ENOSYS;
+}
 
-int nothing_to_close(struct path_request *) { return 0; }
+int nothing_to_close(struct path_request *) {
+    return 0;
+}
 
 path_handler connect_handler(const PathAttachment &attachment, unsigned place) {
     return attachment.connect && place < attachment.connect->count &&
@@ -105,12 +109,11 @@ int handle_read(struct path_context *context, const PathMessage &message, const 
         return send_result(context, -EBADF);
     }
     /* The request is understood: its buffer is free for the answer. */
-    struct path_request request = {
-        .context = context,
-        .handle = open.attachment->attr,
-        .open_flags = open.flags,
-        .data = context->message,
-        .length = std::min<size_t>(message.value, context->message_max)};
+    struct path_request request = {.context = context,
+                                   .handle = open.attachment->attr,
+                                   .open_flags = open.flags,
+                                   .data = context->message,
+                                   .length = std::min<size_t>(message.value, context->message_max)};
     const int result = io_handler(*open.attachment, PATH_IO_READ)(&request);
     if (result < 0) {
         return send_result(context, result);
@@ -178,7 +181,9 @@ struct path_dispatch *path_dispatch_create(int channel, unsigned) {
     return dispatch;
 }
 
-void path_dispatch_destroy(struct path_dispatch *dispatch) { delete dispatch; }
+void path_dispatch_destroy(struct path_dispatch *dispatch) {
+    delete dispatch;
+}
 
 struct path_context *path_context_alloc(struct path_dispatch *dispatch) {
     auto *context = new (std::nothrow) path_context{};
@@ -267,9 +272,13 @@ void path_attr_init(struct path_attr *attr, uint32_t mode, const struct path_att
     pthread_mutex_init(&attr->lock, nullptr);
 }
 
-int path_attr_lock(struct path_attr *attr) { return pthread_mutex_lock(&attr->lock); }
+int path_attr_lock(struct path_attr *attr) {
+    return pthread_mutex_lock(&attr->lock);
+}
 
-int path_attr_unlock(struct path_attr *attr) { return pthread_mutex_unlock(&attr->lock); }
+int path_attr_unlock(struct path_attr *attr) {
+    return pthread_mutex_unlock(&attr->lock);
+}
 
 int path_check_access(struct path_context *context, const struct path_attr *attr, uint32_t mask,
                       const struct ipc_credentials *client) {

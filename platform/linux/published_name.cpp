@@ -26,8 +26,8 @@ constexpr int backlog = 1024;
 /** Takes the lock of a name. The file may be removed by its last holder in between: look again. */
 UniqueFd take_lock(int directory, const std::string &name) {
     for (;;) {
-        UniqueFd lock(::openat(directory, name.c_str(),
-                               O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, lock_mode));
+        UniqueFd lock(::openat(directory, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
+                               lock_mode));
         if (!lock) {
             return lock;
         }
@@ -86,8 +86,8 @@ UniqueFd PublishedName::publish(std::string_view path) {
         return UniqueFd();
     }
     ::unlinkat(directory, temporary, 0);
-    if (::bind(socket.get(), reinterpret_cast<const struct sockaddr *>(&address),
-               sizeof address) != 0) {
+    if (::bind(socket.get(), reinterpret_cast<const struct sockaddr *>(&address), sizeof address) !=
+        0) {
         return UniqueFd();
     }
     if (::fchmodat(directory, temporary, socket_mode, 0) != 0 ||
@@ -149,8 +149,8 @@ UniqueFd connect_to_name(std::string_view path) {
 
 bool is_published(std::string_view path) {
     const Place place = find_place(path);
-    return place && ::faccessat(place.directory.get(), place.name.c_str(), F_OK,
-                                AT_SYMLINK_NOFOLLOW) == 0;
+    return place &&
+           ::faccessat(place.directory.get(), place.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 } // namespace vantro::platform

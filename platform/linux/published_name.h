@@ -14,7 +14,7 @@ namespace vantro::platform {
  * bind and its listen.
  */
 class PublishedName {
-public:
+  public:
     PublishedName() = default;
 
     /**
@@ -29,7 +29,7 @@ public:
     /** In a child of fork: lets go of the lock without touching what the parent published. */
     void forget();
 
-private:
+  private:
     UniqueFd directory_;
     UniqueFd lock_;
     std::string name_;

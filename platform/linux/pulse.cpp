@@ -59,7 +59,9 @@ std::shared_ptr<UniqueFd> pulse_socket(Channel &channel) {
 
 namespace vantro::platform {
 
-int newest_pulse_connection() { return PulseConnections::instance().newest; }
+int newest_pulse_connection() {
+    return PulseConnections::instance().newest;
+}
 
 int next_pulse_connection(int above, std::shared_ptr<UniqueFd> &send_end) {
     PulseConnections &connections = PulseConnections::instance();

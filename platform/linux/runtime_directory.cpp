@@ -80,8 +80,7 @@ Place walk(std::string_view path, bool make) {
     for (;;) {
         const size_t slash = path.find('/');
         const std::string part(path.substr(0, slash));
-        if (part.empty() || part == "." || part == ".." ||
-            part.find('\0') != std::string::npos) {
+        if (part.empty() || part == "." || part == ".." || part.find('\0') != std::string::npos) {
             errno = ENOENT;
             return {};
         }
@@ -110,9 +109,13 @@ Place walk(std::string_view path, bool make) {
 
 } // namespace
 
-Place find_place(std::string_view path) { return walk(path, false); }
+Place find_place(std::string_view path) {
+    return walk(path, false);
+}
 
-Place make_place(std::string_view path) { return walk(path, true); }
+Place make_place(std::string_view path) {
+    return walk(path, true);
+}
 
 std::string descriptor_path(int fd, std::string_view name) {
     std::string path = "/proc/self/fd/" + std::to_string(fd);

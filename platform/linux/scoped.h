@@ -8,19 +8,19 @@ namespace vantro::platform {
 
 /** Restores errno at the end of a block: clean-up must not hide why a call failed. */
 class KeepErrno {
-public:
+  public:
     KeepErrno() : saved_(errno) {}
     ~KeepErrno() { errno = saved_; }
     KeepErrno(const KeepErrno &) = delete;
     KeepErrno &operator=(const KeepErrno &) = delete;
 
-private:
+  private:
     int saved_;
 };
 
 /** Disables thread cancellation for a block: a cancelled thread must not leave a lane half used. */
 class CancelDisabled {
-public:
+  public:
     CancelDisabled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous_); }
     ~CancelDisabled() { pthread_setcancelstate(previous_, nullptr); }
     CancelDisabled(const CancelDisabled &) = delete;
@@ -29,7 +29,7 @@ public:
     /** The state that the caller had. */
     int previous() const { return previous_; }
 
-private:
+  private:
     int previous_ = PTHREAD_CANCEL_ENABLE;
 };
 

@@ -14,8 +14,12 @@ namespace {
  * seen by the other side, and a name's lock outlives its holder. So the child closes them all.
  * The lock is held across the fork, so that the tables are whole in the child.
  */
-void before_fork() { Server::instance().lock.lock(); }
-void after_fork_in_parent() { Server::instance().lock.unlock(); }
+void before_fork() {
+    Server::instance().lock.lock();
+}
+void after_fork_in_parent() {
+    Server::instance().lock.unlock();
+}
 void after_fork_in_child() {
     Server &server = Server::instance();
     for (auto &client : server.clients) {

@@ -20,7 +20,7 @@ namespace {
  * turned away.
  */
 class Reserve {
-public:
+  public:
     Reserve() { take(); }
     /** Accepts one connection in the reserve's place, and tells it to come again. */
     void turn_away(int listening) {
@@ -44,7 +44,7 @@ public:
         take();
     }
 
-private:
+  private:
     void take() { spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
 
     std::mutex lock_;
@@ -147,7 +147,8 @@ bool grant_lane(uint32_t serial, int control) {
         UniqueFd near_end(ends[0]);
         far_end.reset(ends[1]);
         const std::lock_guard guard(server.lock);
-        error = add_lane(*server.find_client(serial), std::move(near_end), ++server.last_incarnation);
+        error =
+            add_lane(*server.find_client(serial), std::move(near_end), ++server.last_incarnation);
     }
     return error == 0 ? send_control(control, control_lane_granted, 0, far_end.get())
                       : send_control(control, control_refused, error, -1);

@@ -45,9 +45,8 @@ Verdict judge(const Packet &packet) {
     if (!packet.arrival.descriptor) {
         return packet.arrival.descriptor_lost ? Verdict::refused : Verdict::misconduct;
     }
-    return memory_file_is_safe(packet.arrival.descriptor.get(), frame.length)
-               ? Verdict::message
-               : Verdict::misconduct;
+    return memory_file_is_safe(packet.arrival.descriptor.get(), frame.length) ? Verdict::message
+                                                                              : Verdict::misconduct;
 }
 
 /**
@@ -108,8 +107,8 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
     parts.set_front(&packet.frame, sizeof packet.frame);
     char *spill = spill_area();
     parts.set_back(spill, spill ? IPC_INLINE_MAX : 0);
-    const ssize_t received = receive_packet(socket, parts.with_front(), parts.count() + 2,
-                                            MSG_DONTWAIT, packet.arrival);
+    const ssize_t received =
+        receive_packet(socket, parts.with_front(), parts.count() + 2, MSG_DONTWAIT, packet.arrival);
     const bool nothing = received < 0 && (errno == EAGAIN || errno == EINTR);
 
     Verdict verdict = Verdict::misconduct;
@@ -143,8 +142,7 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
                     ++client.dispatching;
                 }
                 lane.kept = std::move(kept);
-                message.receive_id =
-                    ReceiveId{source.serial, source.lane, lane.exchange}.pack();
+                message.receive_id = ReceiveId{source.serial, source.lane, lane.exchange}.pack();
                 message.client_incarnation = client.incarnation;
                 message.info.pid = client.pid;
                 message.info.conn_id =

@@ -87,8 +87,7 @@ int answer(int receive_id, Frame frame, PartList &parts) {
         return fail(ESRCH);
     }
     forget_current(receive_id);
-    ssize_t sent =
-        send_packet(taken.socket, parts.with_front(), count, file.get(), MSG_DONTWAIT);
+    ssize_t sent = send_packet(taken.socket, parts.with_front(), count, file.get(), MSG_DONTWAIT);
     if (sent < 0 && errno == EMSGSIZE && !file) {
         /* A host with smaller socket buffers than most. */
         file = make_memory_file(parts.callers(), parts.count(), parts.length());
@@ -123,12 +122,10 @@ int ipc_reply(int receive_id, int status, const void *data, size_t length) {
 int ipc_error(int receive_id, int error) {
     PartList none;
     none.assign(nullptr, 0);
-    return answer(receive_id,
-                  Frame{.length = 0,
-                        .status = error > 0 ? error : EIO,
-                        .flags = frame_error,
-                        .reserved = 0},
-                  none);
+    return answer(
+        receive_id,
+        Frame{.length = 0, .status = error > 0 ? error : EIO, .flags = frame_error, .reserved = 0},
+        none);
 }
 
 int ipc_deliver_event(int receive_id, const struct ipc_event *event) {

@@ -16,7 +16,7 @@ inline void close_descriptor(int fd) {
 
 /** Owns a descriptor. */
 class UniqueFd {
-public:
+  public:
     UniqueFd() = default;
     explicit UniqueFd(int fd) : fd_(fd) {}
     UniqueFd(UniqueFd &&other) noexcept : fd_(other.release()) {}
@@ -31,11 +31,9 @@ public:
     int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
     int release() { return std::exchange(fd_, -1); }
-    void reset(int fd = -1) {
-        close_descriptor(std::exchange(fd_, fd));
-    }
+    void reset(int fd = -1) { close_descriptor(std::exchange(fd_, fd)); }
 
-private:
+  private:
     int fd_ = -1;
 };
 

@@ -51,7 +51,7 @@ enum ControlKind : uint32_t {
  * IPC_STACK_PARTS.
  */
 class PartList {
-public:
+  public:
     /** False with errno EINVAL, EMSGSIZE or ENOMEM when the caller's vector is not to be had. */
     bool assign(const struct iovec *parts, int count);
 
@@ -60,14 +60,20 @@ public:
     /** Places a part behind the caller's. */
     void set_back(void *base, size_t length) { all()[count_ + 1] = {base, length}; }
 
-    struct iovec *with_front() { return all(); }
-    struct iovec *callers() { return all() + 1; }
+    struct iovec *with_front() {
+        return all();
+    }
+    struct iovec *callers() {
+        return all() + 1;
+    }
     int count() const { return count_; }
     /** Bytes of the caller's parts. */
     size_t length() const { return length_; }
 
-private:
-    struct iovec *all() { return heap_ ? heap_.get() : stack_; }
+  private:
+    struct iovec *all() {
+        return heap_ ? heap_.get() : stack_;
+    }
 
     struct iovec stack_[IPC_STACK_PARTS + 2];
     std::unique_ptr<struct iovec[]> heap_;
