@@ -1,0 +1,133 @@
+/**
+ * What the integers, ids and keys of the catalogue mean in vantrod, and in any service that wants
+ * its clients to work with both.
+ *
+ * The library carries all of these unchanged and gives them no meaning of its own. This header is
+ * constants only: nothing here needs to be linked.
+ */
+#ifndef VANTRO_CATALOGUE_H
+#define VANTRO_CATALOGUE_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---------------------------------------------------------------------------- media sources */
+
+/** `type` of a MediaSource, and `ms_type` of its nodes. */
+enum {
+    VANTRO_SOURCE_DIRECTORY = 1 /**< A directory of audio files. */
+};
+
+/** `status` of a MediaSource. */
+enum {
+    VANTRO_SOURCE_UNAVAILABLE = 0, /**< Its directory cannot be read now; its nodes are kept. */
+    VANTRO_SOURCE_SCANNING = 1,    /**< Being read; what is known so far can be used. */
+    VANTRO_SOURCE_READY = 2        /**< Up to date. */
+};
+
+/** Bits of `capabilities` of a MediaSource. */
+#define VANTRO_SOURCE_CAN_BROWSE 0x01ull            /**< vantro_browse(). */
+#define VANTRO_SOURCE_CAN_SEARCH 0x02ull            /**< vantro_search(). */
+#define VANTRO_SOURCE_CAN_METADATA 0x04ull          /**< vantro_get_metadata(). */
+#define VANTRO_SOURCE_CAN_EXTENDED_METADATA 0x08ull /**< vantro_get_extended_metadata(). */
+#define VANTRO_SOURCE_CAN_TRKSESSION 0x10ull        /**< vantro_create_trksession(). */
+#define VANTRO_SOURCE_HAS_ARTWORK 0x20ull           /**< `artwork` of metadata is filled. */
+#define VANTRO_SOURCE_HAS_PLAYLISTS 0x40ull         /**< Playlist files appear as nodes. */
+
+/* ----------------------------------------------------------------------------- media nodes */
+
+/**
+ * Id of the node at the top of every source. It can be browsed, searched below and played like
+ * any other. Other ids come from the service; they stay the same over a rescan, a restart and a
+ * rebuilt catalogue, as long as what they name stays where it is.
+ */
+#define VANTRO_NODE_ROOT ""
+
+/**
+ * `type` of a MediaNode. `count` is the number of entries that browsing the node gives; 0 for a
+ * song, which has none.
+ */
+enum {
+    VANTRO_NODE_UNKNOWN = 0,
+    VANTRO_NODE_MENU = 1,     /**< A list of lists: the root, "Artists", "Albums"... */
+    VANTRO_NODE_FOLDER = 2,   /**< A directory: its directories, then its songs. */
+    VANTRO_NODE_ARTIST = 3,   /**< An album artist: the albums. */
+    VANTRO_NODE_ALBUM = 4,    /**< An album: its songs, by disc, track and name. */
+    VANTRO_NODE_GENRE = 5,    /**< A genre: its songs. */
+    VANTRO_NODE_YEAR = 6,     /**< A year: its songs. */
+    VANTRO_NODE_PLAYLIST = 7, /**< A playlist: its songs in its order. */
+    VANTRO_NODE_SONG = 8      /**< One piece of music. */
+};
+
+/** What the `filter` of vantro_search() may be; NULL or "" searches all of them. */
+#define VANTRO_FILTER_ARTIST "artist"     /**< Finds artists. */
+#define VANTRO_FILTER_ALBUM "album"       /**< Finds albums. */
+#define VANTRO_FILTER_TITLE "title"       /**< Finds songs by title. */
+#define VANTRO_FILTER_GENRE "genre"       /**< Finds genres. */
+#define VANTRO_FILTER_COMPOSER "composer" /**< Finds songs by composer. */
+
+/* -------------------------------------------------------------------------- track sessions */
+
+/** `type` of a VantroTrksessionInfo. */
+enum {
+    VANTRO_TRKSESSION_NONE = 0, /**< There is no track session; `length` and `tsid` are 0. */
+    VANTRO_TRKSESSION_ALL =
+        1, /**< Every song of every source: what play makes when there is none. */
+    VANTRO_TRKSESSION_NODE = 2 /**< Made from a node by vantro_create_trksession(). */
+};
+
+/** Most track sessions that a player keeps at once; one more is refused. */
+#define VANTRO_TRKSESSIONS_MAX 16
+
+/**
+ * The second value of vantro_create_trksession(). The first one, behind the pointer, is the index
+ * of the song to begin with, 0 for the first.
+ */
+enum {
+    VANTRO_TRKSESSION_LOAD = 0, /**< Make it the player's current session, held at its start. */
+    VANTRO_TRKSESSION_PLAY = 1  /**< Make it current and play. */
+};
+
+/* ------------------------------------------------------------------------- extended metadata */
+
+/**
+ * Keys of vantro_get_extended_metadata(). Values are UTF-8 text; numbers are decimal. A key that
+ * is not known, or that a node has no value for, has no value; that is not an error.
+ */
+#define VANTRO_KEY_TITLE "title"
+#define VANTRO_KEY_ARTIST "artist"
+#define VANTRO_KEY_ALBUM "album"
+#define VANTRO_KEY_ALBUM_ARTIST "album_artist"
+#define VANTRO_KEY_COMPOSER "composer"
+#define VANTRO_KEY_CONDUCTOR "conductor"
+#define VANTRO_KEY_GENRE "genre"
+#define VANTRO_KEY_YEAR "year" /**< As the tag has it, often a whole date. */
+#define VANTRO_KEY_DISC "disc"
+#define VANTRO_KEY_DISC_TOTAL "disc_total"
+#define VANTRO_KEY_TRACK "track"
+#define VANTRO_KEY_TRACK_TOTAL "track_total"
+#define VANTRO_KEY_COMMENT "comment"
+#define VANTRO_KEY_LYRICS "lyrics"
+#define VANTRO_KEY_COPYRIGHT "copyright"
+#define VANTRO_KEY_BPM "bpm"
+#define VANTRO_KEY_COMPILATION "compilation" /**< "1" for a collection of several artists. */
+#define VANTRO_KEY_REPLAYGAIN_TRACK_GAIN "replaygain_track_gain" /**< dB, as "-6.20 dB". */
+#define VANTRO_KEY_REPLAYGAIN_TRACK_PEAK "replaygain_track_peak"
+#define VANTRO_KEY_REPLAYGAIN_ALBUM_GAIN "replaygain_album_gain"
+#define VANTRO_KEY_REPLAYGAIN_ALBUM_PEAK "replaygain_album_peak"
+#define VANTRO_KEY_DURATION "duration"       /**< Milliseconds. */
+#define VANTRO_KEY_BIT_RATE "bit_rate"       /**< Thousands of bits a second. */
+#define VANTRO_KEY_SAMPLE_RATE "sample_rate" /**< Hertz. */
+#define VANTRO_KEY_CHANNELS "channels"
+#define VANTRO_KEY_CODEC "codec"       /**< "flac", "vorbis", "opus", "mp3", "aac", "pcm"... */
+#define VANTRO_KEY_PATH "path"         /**< The file, absolute; bytes that are no UTF-8 replaced. */
+#define VANTRO_KEY_SIZE "size"         /**< Bytes of the file. */
+#define VANTRO_KEY_MODIFIED "modified" /**< When the file was changed; seconds since 1970. */
+#define VANTRO_KEY_ARTWORK "artwork"   /**< URI of the cover. */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,103 @@
+// What is known of the music: sources, nodes, songs. The reading side, for any thread.
+//
+// Nothing here waits for a scan: what has been committed is what is there. Reads that are made of
+// several steps see one state of the catalogue.
+#ifndef VANTRO_SERVICE_CATALOGUE_CATALOGUE_H
+#define VANTRO_SERVICE_CATALOGUE_CATALOGUE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace vantro {
+
+// A song by its number, which is never given to another one.
+using SongId = int64_t;
+
+struct Source {
+    int32_t id = 0;
+    std::string uid;
+    std::string name;
+    std::string view_name;
+    int32_t type = 0;
+    int32_t status = 0;
+    uint64_t capabilities = 0;
+};
+
+struct Node {
+    std::string id;
+    std::string name;
+    int32_t type = 0;
+    int32_t count = 0;
+    int32_t source = 0;
+    int32_t source_type = 0;
+};
+
+// Every text is valid UTF-8 without NUL and at most tag_text_max bytes; empty where unknown.
+struct SongMetadata {
+    std::string title;
+    std::string artwork; // URI, or ""
+    std::string artist;
+    std::string album;
+    std::string genre;
+    std::string year;
+    int32_t duration_ms = 0;
+    int32_t width = 0; // of the artwork in pixels, 0 where there is none
+    int32_t height = 0;
+    int32_t disc = 0;
+    int32_t track = 0;
+};
+
+// What an engine needs of a song in its queue.
+struct QueuedSong {
+    SongId id = 0;
+    int32_t source = 0;
+    int32_t duration_ms = 0;
+};
+
+// Which entries of a list are wanted. `offset` below 0 counts as 0; `count` of 0 or less means all.
+struct Range {
+    int32_t offset = 0;
+    int32_t count = 0;
+};
+
+class Catalogue {
+  public:
+    virtual ~Catalogue() = default;
+
+    virtual std::vector<Source> sources() = 0;
+
+    // Each returns 0, or ENOENT (no such source, no such node), EINVAL (an unknown filter), EIO
+    // (the catalogue's file fails).
+    virtual int browse(int32_t source, std::string_view node, Range range,
+                       std::vector<Node> &nodes) = 0;
+    virtual int search(int32_t source, std::string_view filter, std::string_view term, Range range,
+                       std::vector<Node> &nodes) = 0;
+    virtual int metadata(int32_t source, std::string_view node,
+                         std::optional<SongMetadata> &metadata) = 0;
+    // One value a key, in their order; empty where there is none.
+    virtual int extended_metadata(int32_t source, std::string_view node,
+                                  const std::vector<std::string_view> &keys,
+                                  std::vector<std::string> &values) = 0;
+    // The songs of a node in the order of play: its own, or everything below it.
+    virtual int songs(int32_t source, std::string_view node, std::vector<QueuedSong> &songs) = 0;
+
+    // Every song of every source, in order.
+    virtual std::vector<QueuedSong> all_songs() = 0;
+    // The nodes of songs, in the order asked for; a song that is gone leaves a node of type
+    // VANTRO_NODE_SONG with an empty id.
+    virtual std::vector<Node> song_nodes(const SongId *ids, std::size_t count) = 0;
+    // Node and metadata of one song; false when it is gone.
+    virtual bool song(SongId id, Node &node, SongMetadata &metadata) = 0;
+
+    // The next `count` numbers for track sessions, never given before, also not by an earlier run.
+    // Returns the first, or 0 when they have run out or cannot be noted.
+    virtual int32_t take_session_ids(int32_t count) = 0;
+};
+
+} // namespace vantro
+
+#endif
