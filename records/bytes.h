@@ -66,7 +66,8 @@ class Reader {
 
     bool get64(std::uint64_t &value) { return get(value); }
 
-    // A string of length 0 or less is absent. Also false where there is no memory for the copy.
+    // A string of length 0 or less is absent. Also false where there is no memory for the copy,
+    // which short_of_memory() then tells.
     bool get_string(char *&text) {
         std::uint32_t word = 0;
         if (!get32(word))
@@ -79,8 +80,10 @@ class Reader {
         if (word > left_)
             return false;
         char *copy = static_cast<char *>(std::malloc(std::size_t{word} + 1));
-        if (!copy)
+        if (!copy) {
+            short_of_memory_ = true;
             return false;
+        }
         std::memcpy(copy, at_, word);
         copy[word] = '\0';
         text = copy;
@@ -88,6 +91,8 @@ class Reader {
         left_ -= word;
         return true;
     }
+
+    bool short_of_memory() const { return short_of_memory_; }
 
   private:
     template <class Integer>
@@ -105,6 +110,7 @@ class Reader {
 
     const unsigned char *at_;
     std::size_t left_;
+    bool short_of_memory_ = false;
 };
 
 } // namespace vantro

@@ -1,7 +1,7 @@
 // Making records from bytes. The bytes come from another process and may be anything: every length
 // is held against what is left before it is used, and the count against the smallest record before
 // memory is taken for it.
-#include <vantro/records.h>
+#include "records/unpack.h"
 
 #include "records/bytes.h"
 #include "records/fields.h"
@@ -27,32 +27,45 @@ bool unpack_record(Reader &reader, Record &record) {
     return true;
 }
 
+// The published form: bytes that cannot be right leave the caller's pointer, later failures null it.
 template <class Record>
 int unpack(const void *buffer, int size, int count, Record **records) {
-    if (!buffer || !records || size < 1 || count < 1)
+    if (!buffer || !records || size < 1)
         return -1;
-    const auto bytes = static_cast<std::size_t>(size);
-    if (static_cast<std::size_t>(count) > bytes / packed_min<Record>)
-        return -1;
-
-    auto *block =
-        static_cast<Record *>(std::calloc(static_cast<std::size_t>(count), sizeof(Record)));
-    *records = block;
-    if (!block)
-        return -1;
-    Reader reader(buffer, bytes);
-    for (int i = 0; i < count; i++) {
-        if (!unpack_record(reader, block[i])) {
-            // Strings not reached are null in the zero-filled block.
-            free_records(block, i + 1);
-            *records = nullptr;
-            return -1;
-        }
-    }
-    return 0;
+    Record *block = nullptr;
+    const Unpacked result = unpack_records(buffer, static_cast<std::size_t>(size), count, block);
+    if (result != Unpacked::refused)
+        *records = block;
+    return result == Unpacked::done ? 0 : -1;
 }
 
 } // namespace
+
+template <class Record>
+Unpacked unpack_records(const void *buffer, std::size_t size, std::int32_t count,
+                        Record *&records) {
+    if (count < 1 || static_cast<std::size_t>(count) > size / packed_min<Record>)
+        return Unpacked::refused;
+    auto *block =
+        static_cast<Record *>(std::calloc(static_cast<std::size_t>(count), sizeof(Record)));
+    if (!block)
+        return Unpacked::no_memory;
+    Reader reader(buffer, size);
+    for (std::int32_t i = 0; i < count; i++) {
+        if (!unpack_record(reader, block[i])) {
+            // Strings not reached are null in the zero-filled block.
+            free_records(block, i + 1);
+            return reader.short_of_memory() ? Unpacked::no_memory : Unpacked::malformed;
+        }
+    }
+    records = block;
+    return Unpacked::done;
+}
+
+template Unpacked unpack_records(const void *, std::size_t, std::int32_t, MediaSource *&);
+template Unpacked unpack_records(const void *, std::size_t, std::int32_t, MediaNode *&);
+template Unpacked unpack_records(const void *, std::size_t, std::int32_t, Metadata *&);
+
 } // namespace vantro
 
 int unpack_media_source(const void *buffer, int size, int count, MediaSource **records) {
