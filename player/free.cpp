@@ -22,8 +22,8 @@ void vantro_free_metadata(Metadata *records, int count) {
 void vantro_free_track_info(VantroTrackInfo *info) {
     if (!info)
         return;
-    vantro_free_media_nodes(info->media_node, 1);
-    vantro_free_metadata(info->metadata, 1);
     const vantro::KeepErrno keep;
+    vantro::free_records(info->media_node, 1);
+    vantro::free_records(info->metadata, 1);
     std::free(info);
 }

@@ -115,15 +115,14 @@ int vantro_open(VantroHandle *handle, const char *name) {
                handle->player_name);
         return -1;
     }
+    const vantro::KeepErrno keep;
     // Before the request: a player that the service has opened must not be lost for want of memory.
     char *copy = strdup(name);
     if (!copy) {
         msglog(LOG_SEVERITY_INFO, "No memory");
-        errno = ENOMEM;
         return -1;
     }
     if (!vantro::name_request(handle, VANTRO_COMMAND_OPEN, name, "vantro_open() failed")) {
-        const vantro::KeepErrno keep;
         std::free(copy);
         return -1;
     }

@@ -24,10 +24,12 @@
  * failures are common to many functions:
  *  - bad handle: NULL, or no player is open where one is needed. Nothing is sent.
  *  - failed exchange: the service is gone (for good: connect anew), a signal handler interrupted
- *    the call, or the process is short of descriptors or memory.
+ *    the call, the process is short of descriptors or memory, or the answer was longer than it may
+ *    be.
  *  - refusal: the service answered that it did not do it, or answered too little.
- * A record that the library itself returns and cannot allocate ends the process with abort().
- * Before it logs, the library flushes standard output, so that both appear in their order.
+ * Where there is no memory for a handle, or for the one record that a query returns, the process
+ * ends with abort(). Before it logs, the library flushes standard output, so that both appear in
+ * their order.
  *
  * Output parameters are valid addresses, never NULL, and written on success only, unless a
  * function's text says otherwise.
@@ -39,15 +41,17 @@
  * Blocking. Every function that talks to the service blocks until it answers, without a time
  * limit. vantro_connect() does too.
  *
- * Signals. A handler installed without SA_RESTART ends a blocked call with -1. The service may or
- * may not have done what it was told; the handle stays usable. SIGPIPE is never raised.
+ * Signals. A handler installed without SA_RESTART fails a blocked call (vantro_disconnect() goes
+ * on). The service may or may not have done what it was told; the handle stays usable. No exchange
+ * raises SIGPIPE; flushing standard output before a log line can, as printing there can.
  *
- * Threads. Commands and queries of one handle may run at once in any number of threads.
- * vantro_open(), vantro_close() and vantro_disconnect() must not overlap any other call on the
- * same handle. Different handles have nothing in common. The library starts no thread, and no call
- * is a cancellation point while it waits for the service.
+ * Threads. Commands and queries of one handle may run at once in any number of threads; queries for
+ * the current track wait for each other. vantro_open(), vantro_close() and vantro_disconnect() must
+ * not overlap any other call on the same handle. Different handles have nothing in common. The
+ * library starts no thread, and no call is a cancellation point while it waits for the service.
  *
- * Fork. A child cannot use its parent's handles: calls fail as exchanges. It connects anew.
+ * Fork. A child cannot use its parent's handles, and connects anew: exchanges on them fail, and a
+ * query for the current track may wait for ever where the parent was within one.
  *
  * Units. Positions and durations are milliseconds.
  */
@@ -117,8 +121,8 @@ typedef struct VantroTrackInfo {
  * Connects to the player service: the user's own where there is one, else the system's. Blocks
  * for the service to accept.
  * @return the handle, to be ended with vantro_disconnect(), or NULL with errno: ENOENT (no service
- *   runs, or it asks for a capability that this process has not), EACCES (the service refuses this
- *   user), ENOMEM, or whatever else kept the connection from being made.
+ *   runs, or the one that runs does not admit this user or asks for a capability that this process
+ *   has not), EINTR, EMFILE, ENOMEM, or whatever else kept the connection from being made.
  */
 VANTRO_API VantroHandle *vantro_connect(void);
 
@@ -126,9 +130,9 @@ VANTRO_API VantroHandle *vantro_connect(void);
  * Opens a player. A handle has one player open at most. Blocks.
  * @param name exact name of the player, 1 to 31 characters; copied.
  * @return 0, also where that very player is open already (nothing is sent then); -1: errno EINVAL
- *   (handle NULL, name NULL or empty), ENAMETOOLONG (name above 31 characters), ENOMEM; and,
- *   leaving errno, where another player is open (it stays open), for a failed exchange, or a
- *   refusal (no player of that name).
+ *   (handle NULL, name NULL or empty), ENAMETOOLONG (name above 31 characters); and, leaving errno,
+ *   where another player is open (it stays open), for want of memory (nothing is sent), for a
+ *   failed exchange, or a refusal (no player of that name).
  */
 VANTRO_API int vantro_open(VantroHandle *handle, const char *name);
 
