@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -20,6 +21,7 @@
 
 #include "player/handle.h"
 #include "player/log.h"
+#include "tests/records/failing_memory.h"
 
 namespace {
 
@@ -120,7 +122,7 @@ class Player : public testing::Test {
 };
 
 TEST_F(Player, OpensAndClosesOneTurnAfterTheOther) {
-    const std::string granted = words({0}), refused = words({5}), none, held = words({0, 0});
+    const std::string granted = words({0}), refused = words({5}), held = words({0, 0});
     const std::string most(31, 'm'), too_long(32, 'l');
     struct Step {
         int (*call)(VantroHandle *, const char *);
@@ -139,15 +141,12 @@ TEST_F(Player, OpensAndClosesOneTurnAfterTheOther) {
         {vantro_close, "Main", granted, -1, 77, "", "5 The player is not connected to Player Main"},
         {vantro_close, "main", refused, -1, 77, request(1, text("main")),
          "5 vantro_close() failed"},
-        {vantro_close, "main", none, -1, 77, request(1, text("main")), "5 vantro_close() failed"},
         {vantro_close, "main", held, -1, 77, request(1, text("main")),
          "3 msgclient_putgetv() failed: Unknown error 240"},
         {vantro_close, "main", granted, 0, 77, request(1, text("main")), ""},
         {vantro_close, "main", granted, -1, 77, "", "5 The client is not connected to any players"},
         {vantro_open, most.c_str(), refused, -1, 77, request(0, text(most)),
          "5 vantro_open() failed"},
-        {vantro_open, most.c_str(), held, -1, 77, request(0, text(most)),
-         "3 msgclient_putgetv() failed: Unknown error 240"},
         {vantro_open, most.c_str(), granted, 0, 77, request(0, text(most)), ""},
     };
     for (const Step &step : steps) {
@@ -346,10 +345,41 @@ TEST_F(Player, TrackIsReadAsFarAsItsLengthsAreTrue) {
     vantro_free_track_info(info);
 }
 
+TEST_F(Player, WantOfMemoryLeavesNothingBehind) {
+    EXPECT_EQ(vantro_close(handle, "main"), 0);
+    take(requests);
+    allocations_left = 0;
+    EXPECT_EQ(vantro_open(handle, "main"), -1);
+    EXPECT_EQ(allocations_left, -1);
+    EXPECT_EQ(take(requests), Lines{});
+    EXPECT_EQ(take(lines), Lines{"5 No memory"});
+    EXPECT_EQ(errno, 77);
+    // The handle comes first, and without it the process ends; what it owns comes last.
+    VantroHandle *other = nullptr;
+    Lines all;
+    for (int i = 1; !other; i++) {
+        allocations_left = i;
+        errno = 77;
+        other = vantro_connect();
+        EXPECT_EQ(std::exchange(allocations_left, -1) < 0, other == nullptr);
+        EXPECT_TRUE(other || errno == ENOMEM);
+        all.push_back(other ? "" : take(lines).at(0));
+    }
+    ASSERT_GE(all.size(), 3U);
+    EXPECT_EQ(all[0], "3 msgclient_open failed (Cannot allocate memory)");
+    EXPECT_EQ(all[all.size() - 2], "5 No memory");
+    vantro_disconnect(other);
+    errno = 77;
+}
+
 TEST(LogDeathTest, TheTwoGravestSeveritiesEndTheProcess) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(vantro::msglog(2, "over"), testing::ExitedWithCode(1), "");
-    EXPECT_EXIT(vantro::msglog(1, "over"), testing::KilledBySignal(SIGABRT), "");
+    const auto print = [](std::uint32_t, int, const char *line, void *) {
+        std::fputs(line, stderr); // Wherever the host's log goes.
+    };
+    EXPECT_EXIT((system_log_set_sink(print, nullptr), allocations_left = 0, vantro_connect()),
+                testing::KilledBySignal(SIGABRT), "calloc\\(\\) failed");
 }
 
 } // namespace
