@@ -3,6 +3,7 @@
 #ifndef VANTRO_TESTS_RECORDS_FAILING_MEMORY_H
 #define VANTRO_TESTS_RECORDS_FAILING_MEMORY_H
 
+#include <cerrno>
 #include <cstddef>
 
 extern "C" {
@@ -15,7 +16,10 @@ char *__real_strdup(const char *text);
 inline thread_local int allocations_left = -1;
 
 inline bool allocation_fails() {
-    return allocations_left >= 0 && allocations_left-- == 0;
+    if (allocations_left < 0 || allocations_left-- > 0)
+        return false;
+    errno = ENOMEM;
+    return true;
 }
 
 extern "C" {
