@@ -4,7 +4,7 @@
 packages_build='g++ cmake ninja-build pkg-config git libtag1-dev libcli11-dev libfmt-dev rapidjson-dev libgtest-dev'
 packages_music='flac vorbis-tools'
 packages_clang='clang-14 libclang-rt-14-dev'
-packages_arm='g++-arm-linux-gnueabihf qemu-user googletest'
+packages_arm='g++-arm-linux-gnueabihf qemu-user qemu-user-binfmt binfmt-support googletest'
 
 # need PACKAGE...: returns when all of them are installed, ends the script when that cannot be.
 need() {
@@ -12,20 +12,19 @@ need() {
     missing=$(missing_packages "$@")
     [ -n "$missing" ] || return 0
     echo "installing what is missing:" $missing
-    local as_root=()
-    if [ "$(id -u)" -ne 0 ]; then
-        if ! command -v sudo >/dev/null; then
-            echo "neither root nor sudo: install these packages and start again:" $missing >&2
-            exit 1
-        fi
-        as_root=(sudo)
-    fi
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -q &&
-        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-            apt-get install -q -y --no-install-recommends $missing </dev/null || {
+    if ! as_root apt-get update -q ||
+        ! as_root apt-get install -q -y --no-install-recommends $missing </dev/null; then
         echo "could not install:" $missing >&2
         exit 1
-    }
+    fi
+}
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        DEBIAN_FRONTEND=noninteractive "$@"
+    else
+        sudo env DEBIAN_FRONTEND=noninteractive "$@"
+    fi
 }
 
 missing_packages() {
