@@ -21,6 +21,9 @@ namespace vantro {
 /** Most parts a caller may give: the header and the platform's frame take one place each. */
 inline constexpr int PARTS_MAX = IOV_MAX - 2;
 
+/** Parts of a caller's vector that cost no heap. */
+inline constexpr int STACK_PARTS = 32;
+
 /** Bytes of all parts. Cannot overflow: a vector is bounded long before 2^31 entries. */
 inline uint64_t sum_parts(const iovec *parts, int count) {
     uint64_t total = 0;
@@ -41,7 +44,7 @@ class HeaderedParts {
             return;
         }
         iovec *vector = few_;
-        if (count > IPC_STACK_PARTS) {
+        if (count > STACK_PARTS) {
             many_ = static_cast<iovec *>(std::malloc((size_t(count) + 1) * sizeof(iovec)));
             if (!many_) {
                 errno = ENOMEM;
@@ -68,7 +71,7 @@ class HeaderedParts {
     int count() const { return count_; }
 
   private:
-    iovec few_[IPC_STACK_PARTS + 1];
+    iovec few_[STACK_PARTS + 1];
     iovec *many_ = nullptr;
     const iovec *vector_ = nullptr;
     int count_ = 0;

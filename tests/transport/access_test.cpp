@@ -1,5 +1,4 @@
 // Who may open a service: permission bits, owner and groups in path mode, capabilities else.
-#include <cerrno>
 #include <cstdlib>
 
 #include <unistd.h>
@@ -116,8 +115,8 @@ TEST(Access, PathPermissions) {
     const char *directory = getenv("XDG_RUNTIME_DIR");
     ASSERT_EQ(chown(directory, 1234, 4321), 0);
     for (const auto &row : rows) {
-        Peer peer({"as", "1234", "4321", row.name, "5001", "5002", "5003", "5004", "5005", "5006",
-                   "5007", "5008", "5009", "5010", "5011", "5012"});
+        Peer peer({"ask", row.name, "0", "0", "1234", "4321", "5001", "5002", "5003", "5004",
+                   "5005", "5006", "5007", "5008", "5009", "5010", "5011", "5012"});
         // The path's own refusal leads to the global name, which is not there.
         const int seen = row.error == EACCES ? ENOENT : row.error;
         EXPECT_EQ(peer.line(), "open " + std::to_string(seen)) << row.name;

@@ -1,6 +1,5 @@
 // Requests and answers through both halves, in both modes.
 #include <atomic>
-#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <numeric>
@@ -10,12 +9,9 @@
 namespace vantro::test {
 namespace {
 
-class Exchange : public testing::TestWithParam<int> {
+class Exchange : public BothModes {
   protected:
-    Exchange() : server(GetParam(), 4096) {
-        EXPECT_EQ(server.add("s"), 0);
-        server.start(1);
-    }
+    Exchange() : BothModes(1) {}
 
     static int echo(MsgClient *client, size_t size, uint16_t code = ECHO) {
         std::string text(size, '\0');
@@ -29,29 +25,20 @@ class Exchange : public testing::TestWithParam<int> {
         EXPECT_TRUE(result != 0 || answer == text);
         return result;
     }
-
-    Server server;
 };
 
-INSTANTIATE_TEST_SUITE_P(Modes, Exchange, testing::ValuesIn(MODES), mode_name);
+IN_BOTH_MODES(Exchange);
 
 TEST_P(Exchange, LengthsAndGrowth) {
     const Client client("s");
     ASSERT_TRUE(client.client);
     EXPECT_EQ(client.client->opened_by_path, GetParam() == MSGSERVER_FLAG_PATH);
-    EXPECT_EQ(client.client->pulse_channel, -1);
     const struct {
         size_t size;
         int result;
         int32_t capacity; // of the server's only thread, afterwards
-    } rows[] = {{0, 0, 1024},
-                {1, 0, 1024},
-                {1024, 0, 1024},
-                {4097, EMSGSIZE, 1024},
-                {300000, EMSGSIZE, 1024},
-                {1025, 0, 2048},
-                {3000, 0, 3072},
-                {4096, 0, 4096},
+    } rows[] = {{0, 0, 1024},    {1024, 0, 1024}, {4097, EMSGSIZE, 1024},
+                {1025, 0, 2048}, {3000, 0, 3072}, {4096, 0, 4096},
                 {2, 0, 4096}};
     for (const auto &row : rows) {
         EXPECT_EQ(echo(client, row.size), row.result) << row.size;
@@ -84,16 +71,11 @@ TEST_P(Exchange, Vectors) {
         uint32_t length = 1;
         const int result =
             msgclient_putgetv(client, send.data(), count, reply.data(), count, &length, ECHO);
-        if (count > 1000) {
-            EXPECT_EQ(result, EINVAL) << count;
-            continue;
-        }
-        EXPECT_EQ(result, 0) << count;
-        EXPECT_EQ(length, static_cast<uint32_t>(count));
-        EXPECT_EQ(answer.substr(0, length), bytes.substr(0, length));
-        EXPECT_EQ(echo(client, static_cast<size_t>(count), SPLIT), 0);
+        // Also an answer of too many parts reaches the client, as an error.
+        EXPECT_EQ(result, count > 1000 ? EINVAL : 0) << count;
+        EXPECT_EQ(echo(client, static_cast<size_t>(count), SPLIT), count > 1022 ? EINVAL : 0);
+        EXPECT_TRUE(result != 0 || answer.substr(0, length) == bytes.substr(0, length));
     }
-    EXPECT_EQ(echo(client, 2000, SPLIT), EINVAL); // the answer has too many parts: still answered
 
     const iovec huge[] = {{bytes.data(), 0x80000000u}, {bytes.data(), 0x80000000u}};
     uint32_t length = 1;
@@ -122,7 +104,6 @@ TEST_P(Exchange, Names) {
                 {"s", "..", ENOENT},
                 {"s/../s", nullptr, ENOENT},
                 {"s", "", ENOENT},
-                {"S", nullptr, ENOENT},
                 {nullptr, nullptr, EINVAL},
                 {"s", "default", 0}};
     for (const auto &row : rows) {
@@ -136,16 +117,14 @@ TEST_P(Exchange, Names) {
 TEST_P(Exchange, ManyThreadsOnOneClient) {
     server.start(3);
     const Client client("s");
-    std::atomic<int> failed = 0;
     std::vector<std::thread> threads;
     for (size_t t = 0; t < 8; t++)
         threads.emplace_back([&, t] {
             for (size_t i = 0; i < 100; i++)
-                failed += echo(client, t * 400 + i) != 0;
+                EXPECT_EQ(echo(client, t * 400 + i), 0);
         });
     for (std::thread &thread : threads)
         thread.join();
-    EXPECT_EQ(failed, 0);
 }
 
 TEST_P(Exchange, SignalGivesUpOneExchangeOnly) {
@@ -156,7 +135,7 @@ TEST_P(Exchange, SignalGivesUpOneExchangeOnly) {
     std::atomic<bool> done = false;
     int result = 0;
     std::thread waiting([&] {
-        result = msgclient_putget(client, "stale", 5, nullptr, 0, nullptr, BLOCK);
+        result = client.ask(BLOCK);
         done = true;
     });
     script.wait([] { return script.blocked == 1; });

@@ -1,26 +1,16 @@
 // Answers that the server holds: too long, answered to a put, never fetched.
-#include <cerrno>
-
 #include "transport/support.h"
 
 namespace vantro::test {
 namespace {
 
-class HeldAnswers : public testing::TestWithParam<int> {
+class HeldAnswers : public BothModes {
   protected:
-    HeldAnswers() : server(GetParam(), 4096, 100), client(serve()) {}
-
-    const char *serve() {
-        EXPECT_EQ(server.add("s"), 0);
-        server.start(3);
-        return "s";
-    }
-
     /** Asks for an answer of that length with no room for it. */
     static int fill(MsgClient *asking, uint32_t length, int32_t status = 0,
                     uint32_t *answer_length = nullptr) {
-        const Fill fill = {length, status};
-        return msgclient_putget(asking, &fill, sizeof fill, nullptr, 0, answer_length, FILL);
+        const int32_t wanted[] = {static_cast<int32_t>(length), status};
+        return msgclient_putget(asking, wanted, sizeof wanted, nullptr, 0, answer_length, FILL);
     }
 
     /** The answer, or where it is not to be had the length announced. */
@@ -36,11 +26,10 @@ class HeldAnswers : public testing::TestWithParam<int> {
         return result;
     }
 
-    Server server;
-    Client client;
+    Client client{"s"};
 };
 
-INSTANTIATE_TEST_SUITE_P(Modes, HeldAnswers, testing::ValuesIn(MODES), mode_name);
+IN_BOTH_MODES(HeldAnswers);
 
 TEST_P(HeldAnswers, LongAnswerIsFetched) {
     for (const uint32_t length : {1u, 200u, 131072u, 1u << 20}) {

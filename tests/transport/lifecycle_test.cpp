@@ -1,27 +1,17 @@
 // Open records: who holds them, who frees them, and clients and servers that die.
 #include <atomic>
-#include <cerrno>
 
 #include "transport/support.h"
 
 namespace vantro::test {
 namespace {
 
-std::string open_message(const char *name, uint16_t code = ECHO) {
-    const std::string text(name, strlen(name) + 1);
-    std::string bytes =
-        message(MSG_KIND_OPEN, 0, 0, 0, static_cast<uint32_t>(text.size()), 28, text);
-    bytes[2] = static_cast<char>(code);
-    return bytes;
+std::string open_message(const char *name) {
+    return message(MSG_KIND_OPEN, 0, 0, 0, 0, 28, name + std::string(1, '\0'));
 }
 
-class Lifecycle : public testing::TestWithParam<int> {
+class Lifecycle : public BothModes {
   protected:
-    Lifecycle() : server(GetParam()) {
-        EXPECT_EQ(server.add("s"), 0);
-        server.start(3);
-    }
-
     /** Once no thread runs any more, nothing is left of any open. */
     void expect_nothing_left() {
         server.stop();
@@ -30,14 +20,12 @@ class Lifecycle : public testing::TestWithParam<int> {
             EXPECT_EQ(server.service(i)->open_count, 0);
         }
     }
-
-    Server server;
 };
 
 class NameMode : public Lifecycle {};
 
-INSTANTIATE_TEST_SUITE_P(Modes, Lifecycle, testing::ValuesIn(MODES), mode_name);
-INSTANTIATE_TEST_SUITE_P(Modes, NameMode, testing::Values(MSGSERVER_FLAG_NOCHECK), mode_name);
+IN_BOTH_MODES(Lifecycle);
+INSTANTIATE_TEST_SUITE_P(Modes, NameMode, testing::Values(MSGSERVER_FLAG_NOCHECK));
 
 TEST_P(Lifecycle, PutAnsweredAfterItsClientClosed) {
     {
@@ -66,11 +54,11 @@ TEST_P(Lifecycle, ClientKilledWhileItWaits) {
     const Client bystander("s");
     Peer peer({"ask", "s", std::to_string(ECHO), std::to_string(BLOCK)});
     script.wait([] { return script.blocked == 1; });
-    peer.kill();
-    EXPECT_EQ(msgclient_putget(bystander, nullptr, 0, nullptr, 0, nullptr, ECHO), 0);
+    peer.kill(SIGKILL);
+    EXPECT_EQ(bystander.ask(ECHO), MSG_STATUS_QUEUED);
     script.change([] { script.unblock = true; });
     script.wait([] { return script.vanished == 1; });
-    EXPECT_EQ(msgclient_putget(bystander, nullptr, 0, nullptr, 0, nullptr, ECHO), 0);
+    EXPECT_EQ(bystander.ask(ECHO), MSG_STATUS_QUEUED);
     EXPECT_EQ(server.locked([&] { return server.service()->open_count; }), 1);
 }
 
@@ -79,12 +67,10 @@ TEST_P(Lifecycle, SweepMeetsAnOpenStillBeingDispatched) {
     Peer peer({"ask", "s", std::to_string(BLOCK), std::to_string(ECHO)});
     script.wait([] { return script.blocked == 1; });
     EXPECT_EQ(server.records(), 2);
-    peer.kill();
-    EXPECT_EQ(msgclient_putget(bystander, nullptr, 0, nullptr, 0, nullptr, ECHO), 0);
-    script.change([] {
-        EXPECT_EQ(script.vanished, 0);
-    }); // the record must not be missed by the only sweep there is
-    script.change([] { script.unblock = true; });
+    peer.kill(SIGKILL);
+    EXPECT_EQ(bystander.ask(ECHO), MSG_STATUS_QUEUED);
+    // The only sweep there is must not miss the record.
+    script.change([] { script.unblock = script.vanished == 0; });
     script.wait([] { return script.vanished == 1; });
     server.stop();
     EXPECT_EQ(server.records(), 1);
@@ -92,19 +78,18 @@ TEST_P(Lifecycle, SweepMeetsAnOpenStillBeingDispatched) {
 }
 
 TEST_P(Lifecycle, ServerKilledWhileSixteenThreadsWait) {
-    Peer peer({"serve", std::to_string(GetParam()), "victim"});
+    Peer peer({"serve", "victim", std::to_string(GetParam())});
     ASSERT_EQ(peer.line(), "added 0");
     const Client client("victim");
     ASSERT_EQ(client.error, 0);
     std::atomic<int> reset = 0;
     std::vector<std::thread> threads;
     for (int i = 0; i < 16; i++)
-        threads.emplace_back([&] {
-            reset += msgclient_putget(client, "x", 1, nullptr, 0, nullptr, BLOCK) == ECONNRESET;
-        });
+        threads.emplace_back([&] { reset += client.ask(BLOCK) == ECONNRESET; });
     for (int i = 1; i <= 16; i++)
         EXPECT_EQ(peer.line(), "blocked " + std::to_string(i));
-    peer.kill();
+    peer.kill(SIGKILL);
+    peer.wait();
     for (std::thread &thread : threads)
         thread.join();
     EXPECT_EQ(reset, 16);
@@ -143,7 +128,7 @@ TEST_P(NameMode, IndicesThatRunOut) {
     const Client last("s");
     ASSERT_EQ(last.error, 0);
     EXPECT_EQ(last.client->open_index, 32767);
-    EXPECT_EQ(msgclient_putget(last, nullptr, 0, nullptr, 0, nullptr, ECHO), 0);
+    EXPECT_EQ(last.ask(ECHO), MSG_STATUS_QUEUED);
     EXPECT_EQ(Client("s").error, ENOMEM);
     EXPECT_EQ(server.records(), 32768);
     server.stop();

@@ -1,12 +1,13 @@
 /**
  * What the transport's tests share: a server with a service that is told how to answer, a client
- * that speaks bytes, and processes to kill.
+ * that speaks bytes, and this program again as processes to kill.
  */
 #ifndef VANTRO_TESTS_TRANSPORT_SUPPORT_H
 #define VANTRO_TESTS_TRANSPORT_SUPPORT_H
 
+#include <algorithm>
 #include <condition_variable>
-#include <cstdint>
+#include <cstdio>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -15,10 +16,13 @@
 #include <gtest/gtest.h>
 
 #include <vantro/messaging.h>
+#include <vantro/platform/names.h>
+
+#include "tools/process.h"
 
 namespace vantro::test {
 
-/** Message codes that the test service knows. */
+/** Message codes that the test service knows; see support.cpp. */
 enum Code : uint16_t {
     ECHO,     /**< Answers with the payload. */
     SPLIT,    /**< The same, gathered from one part a byte. */
@@ -27,11 +31,6 @@ enum Code : uint16_t {
     MOVE,     /**< As ECHO, and payloads go to a buffer of the service's from now on. */
     LATER,    /**< A put: answered by whoever takes it out of `held`. */
     BLOCK     /**< Waits for `unblock`; then as ECHO. An open with this code waits too. */
-};
-
-struct Fill {
-    uint32_t length;
-    int32_t status;
 };
 
 struct Held {
@@ -68,8 +67,7 @@ struct Script {
 
 extern Script script;
 
-/** A server of the test service, with its threads. The library never frees a server: a list of
- *  them keeps them reachable. */
+/** A server of the test service, with its threads. */
 class Server {
   public:
     explicit Server(int flags, int32_t max_msg_size = 1 << 20, int32_t queue_max = 16);
@@ -79,17 +77,25 @@ class Server {
     void start(int threads);
     void stop();
 
-    MsgService *service(int index = 0) const;
-    /** Open records of a service that are not freed. */
-    int records(int index = 0) const;
+    MsgService *service(int index = 0) const {
+        return static_cast<MsgService *>(_array_get(server_->services, index));
+    }
     /** Looks at what the server lock guards. */
     template <typename Look>
     auto locked(Look look) const {
-        const std::lock_guard guard(*this);
-        return look();
+        pthread_mutex_lock(&server_->lock);
+        const auto seen = look();
+        pthread_mutex_unlock(&server_->lock);
+        return seen;
     }
-    void lock() const { pthread_mutex_lock(&server_->lock); }
-    void unlock() const { pthread_mutex_unlock(&server_->lock); }
+    /** Open records of a service that are not freed. */
+    long records(int index = 0) const {
+        return locked([&] {
+            const SlotArray &opens = *service(index)->opens;
+            void **end = opens.slots + opens.slot_count;
+            return opens.slot_count - std::count(opens.slots, end, nullptr);
+        });
+    }
     MsgServer *operator->() const { return server_; }
     MsgServer *get() const { return server_; }
 
@@ -98,52 +104,77 @@ class Server {
     std::vector<std::thread> threads_;
 };
 
+/** A test in one mode, with the service "s" and three threads. */
+class BothModes : public testing::TestWithParam<int> {
+  protected:
+    explicit BothModes(int threads = 3) : server(GetParam(), 4096, 100) {
+        EXPECT_EQ(server.add("s"), 0);
+        server.start(threads);
+    }
+    Server server;
+};
+
+#define IN_BOTH_MODES(suite)                                                                       \
+    INSTANTIATE_TEST_SUITE_P(Modes, suite,                                                         \
+                             testing::Values(MSGSERVER_FLAG_NOCHECK, MSGSERVER_FLAG_PATH))
+
 /** A client, closed at the end. */
 struct Client {
     explicit Client(const char *name, uint16_t code = ECHO)
         : client(msgclient_open(name, nullptr, code)), error(client ? 0 : errno) {}
     ~Client() { msgclient_close(client); }
     operator MsgClient *() const { return client; }
+    int ask(uint16_t code) const {
+        return msgclient_putget(client, "x", 1, nullptr, 0, nullptr, code);
+    }
 
     MsgClient *client;
     int error;
 };
 
-/** Result of a raw exchange: "STATUS HEX" or "error N", HEX being the bytes that came back. */
+/** A transport message, its lengths as wanted. */
+inline std::string message(int kind, int service, int open, uint32_t tag, uint32_t send_length,
+                           uint32_t reply_length, const std::string &payload = "") {
+    const TransportHeader header = {static_cast<uint8_t>(kind),
+                                    2,
+                                    0,
+                                    static_cast<int16_t>(service),
+                                    static_cast<int16_t>(open),
+                                    tag,
+                                    send_length,
+                                    reply_length,
+                                    0,
+                                    0};
+    return std::string(reinterpret_cast<const char *>(&header), sizeof header) + payload;
+}
+
+/** A connection by global name that speaks bytes. */
 struct Raw {
-    explicit Raw(const char *name);
-    ~Raw();
-    std::string send(const std::string &message) const;
+    explicit Raw(const std::string &name)
+        : connection(global_name_open(("csm/" + name + "/default").c_str(), 0)) {}
+    ~Raw() { global_name_close(connection); }
+
+    /** @return the status and the bytes that came back, or "error " and the number. */
+    std::string send(const std::string &bytes) const {
+        std::string reply(256, '\xee');
+        const int status =
+            ipc_send_simple(connection, bytes.data(), bytes.size(), reply.data(), reply.size());
+        if (status == -1)
+            return "error " + std::to_string(errno);
+        reply.resize(reply.find_last_not_of('\xee') + 1);
+        return std::to_string(status) + " " + reply;
+    }
     int connection;
 };
 
-std::string from_hex(const char *hex);
-std::string to_hex(const std::string &bytes);
-
-/** A transport message, its lengths as wanted. */
-std::string message(int kind, int service, int open, uint32_t tag, uint32_t send_length,
-                    uint32_t reply_length, const std::string &payload = "");
-
-/** This program again, as another process: see peer.cpp. Dies with the test. */
-class Peer {
-  public:
-    explicit Peer(std::vector<std::string> arguments);
-    ~Peer();
-    std::string line();
-    void kill();
-
-  private:
-    int pid_;
-    int output_;
+/** This program again, as another process: see peer_main(). */
+struct Peer : Process {
+    explicit Peer(std::vector<std::string> words) : Process(command(std::move(words))) {}
+    static std::vector<std::string> command(std::vector<std::string> words) {
+        words.insert(words.begin(), {"/proc/self/exe", "--peer"});
+        return words;
+    }
 };
-
-int peer_main(const std::vector<std::string> &arguments);
-
-/** Flags of the two modes, as test parameters. */
-inline constexpr int MODES[] = {MSGSERVER_FLAG_NOCHECK, MSGSERVER_FLAG_PATH};
-inline std::string mode_name(const testing::TestParamInfo<int> &info) {
-    return info.param == MSGSERVER_FLAG_PATH ? "path" : "names";
-}
 
 } // namespace vantro::test
 
