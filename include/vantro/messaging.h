@@ -115,7 +115,7 @@ typedef struct MsgClient {
     int32_t pulse_channel;    /**< Private channel for notification pulses, or -1. */
     int32_t pulse_connection; /**< Own pulse connection to it, or -1. */
     char service_name[MSG_SERVICE_NAME_MAX + 1]; /**< NUL-terminated. */
-    int32_t opened_by_path;   /**< 1: opened through the service's path; 0: by its global name. */
+    int32_t opened_by_path; /**< 1: opened through the service's path; 0: by its global name. */
 } MsgClient;
 
 /**
@@ -131,8 +131,7 @@ typedef struct MsgClient {
  *   chose; EPROTO (what answered is no message server); EINVAL (no name); else as the look-up of
  *   the global name or the exchange left it.
  */
-VANTRO_API MsgClient *msgclient_open(const char *service_name, const char *instance,
-                                     uint16_t code);
+VANTRO_API MsgClient *msgclient_open(const char *service_name, const char *instance, uint16_t code);
 
 /**
  * Tells the server, closes the connection and frees the client with its pulse channel. Held
@@ -171,8 +170,8 @@ VANTRO_API int msgclient_put(MsgClient *client, uint32_t tag, const void *data, 
                              uint16_t code);
 
 /** msgclient_put() with the request gathered from a vector. */
-VANTRO_API int msgclient_putv(MsgClient *client, uint32_t tag, const struct iovec *parts,
-                              int count, uint16_t code);
+VANTRO_API int msgclient_putv(MsgClient *client, uint32_t tag, const struct iovec *parts, int count,
+                              uint16_t code);
 
 /**
  * Fetches the newest answer held under a tag.
@@ -276,11 +275,11 @@ struct MsgService {
     pthread_mutex_t lock; /**< The service's own to use; the framework never takes it. */
     int32_t open_count;   /**< Opens that are not closed. */
     MsgHandler request_cb;
-    MsgHandler open_cb;  /**< Or NULL. */
-    MsgHandler close_cb; /**< Or NULL. Called with the server lock held, and a NULL context, when a
+    MsgHandler open_cb;   /**< Or NULL. */
+    MsgHandler close_cb;  /**< Or NULL. Called with the server lock held, and a NULL context, when a
                               client vanished: it must not answer anything then. */
-    SlotArray *opens;    /**< Table of MsgOsb. */
-    SlotArray open_table;   /**< What `opens` points at. */
+    SlotArray *opens;     /**< Table of MsgOsb. */
+    SlotArray open_table; /**< What `opens` points at. */
     struct path_attr *attr; /**< The path's attribute record; NULL in name mode. */
 };
 
@@ -298,18 +297,18 @@ struct MsgContext {
 
 /** An open record: one open of a service by one client. */
 struct MsgOsb {
-    char *service_name;    /**< The service's. */
-    pthread_mutex_t lock;  /**< The service's own to use; the framework never takes it. */
-    int32_t inuse;         /**< References held by dispatch steps and by answers owed. */
-    int32_t queue_limit;   /**< Held answers at which a put is refused; 0 before any notify. */
-    int32_t queued;        /**< Answers held. */
-    int32_t closed;        /**< 1 once closed by the client, or its connection vanished. */
-    MsgPending *pending;   /**< Answers held, newest first. */
+    char *service_name;   /**< The service's. */
+    pthread_mutex_t lock; /**< The service's own to use; the framework never takes it. */
+    int32_t inuse;        /**< References held by dispatch steps and by answers owed. */
+    int32_t queue_limit;  /**< Held answers at which a put is refused; 0 before any notify. */
+    int32_t queued;       /**< Answers held. */
+    int32_t closed;       /**< 1 once closed by the client, or its connection vanished. */
+    MsgPending *pending;  /**< Answers held, newest first. */
     MsgServer *server;
-    int32_t conn_id;       /**< Server-side id of the client's connection. */
+    int32_t conn_id;        /**< Server-side id of the client's connection. */
     struct ipc_event event; /**< The client's notification event, as sent. */
     MsgService *service;
-    int32_t index;         /**< Slot in the service's table of opens. */
+    int32_t index; /**< Slot in the service's table of opens. */
 };
 
 /** One held answer; its bytes lie directly behind it. */

@@ -88,10 +88,10 @@ struct ipc_info {
 /** A client's credentials: the kernel's word, taken when the connection was made. */
 struct ipc_credentials {
     int32_t pid;
-    uint32_t uid;         /**< Effective user id. */
-    uint32_t gid;         /**< Effective group id. */
-    int32_t group_count;  /**< Entries in use of groups. */
-    uint32_t groups[IPC_CREDENTIAL_GROUPS]; /**< The first supplementary groups; there may be more. */
+    uint32_t uid;                           /**< Effective user id. */
+    uint32_t gid;                           /**< Effective group id. */
+    int32_t group_count;                    /**< Entries in use of groups. */
+    uint32_t groups[IPC_CREDENTIAL_GROUPS]; /**< Supplementary; there may be more. */
 };
 
 /**

@@ -49,8 +49,8 @@ VANTRO_PLATFORM_API int global_name_close(int connection);
  * @return the attachment, owned by the dispatch handle, or NULL: EADDRINUSE (a live process
  *   holds the name), ENOENT, ENAMETOOLONG, EACCES, EMFILE, ENFILE, ENOMEM, ENOSPC.
  */
-VANTRO_PLATFORM_API struct global_name_attachment *
-global_name_attach(struct path_dispatch *dispatch, const char *name, int flags);
+VANTRO_PLATFORM_API struct global_name_attachment *global_name_attach(
+    struct path_dispatch *dispatch, const char *name, int flags);
 
 #ifdef __cplusplus
 }

@@ -59,18 +59,10 @@ struct path_context {
 };
 
 /** Places in the table of connect handlers. Those not named are reserved. */
-enum {
-    PATH_CONNECT_OPEN = 0,
-    PATH_CONNECT_HANDLER_COUNT = 8
-};
+enum { PATH_CONNECT_OPEN = 0, PATH_CONNECT_HANDLER_COUNT = 8 };
 
 /** Places in the table of I/O handlers. Those not named are reserved. */
-enum {
-    PATH_IO_READ = 0,
-    PATH_IO_WRITE = 1,
-    PATH_IO_CLOSE = 2,
-    PATH_IO_HANDLER_COUNT = 29
-};
+enum { PATH_IO_READ = 0, PATH_IO_WRITE = 1, PATH_IO_CLOSE = 2, PATH_IO_HANDLER_COUNT = 29 };
 
 /** Flag bits of path_attach() and its default options: stored, without effect. */
 struct path_attach_options {
