@@ -24,11 +24,14 @@ inline constexpr int PARTS_MAX = IOV_MAX - 2;
 /** Parts of a caller's vector that cost no heap. */
 inline constexpr int STACK_PARTS = 32;
 
-/** Bytes of all parts. Cannot overflow: a vector is bounded long before 2^31 entries. */
+/** Bytes of all parts, or more than any message has where they are too many to count. */
 inline uint64_t sum_parts(const iovec *parts, int count) {
     uint64_t total = 0;
-    for (int i = 0; i < count; i++)
+    for (int i = 0; i < count; i++) {
+        if (parts[i].iov_len > UINT64_MAX - total)
+            return UINT64_MAX;
         total += parts[i].iov_len;
+    }
     return total;
 }
 
