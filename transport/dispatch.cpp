@@ -65,10 +65,12 @@ void sweep(MsgServer *server, int32_t conn_id) {
                 service->open_count--;
             if (service->close_cb)
                 service->close_cb(open, nullptr, service);
-            if (open->inuse == 0)
+            if (open->inuse == 0) {
                 free_open(open);
-            else
+            } else {
                 open->closed = 1;
+                open->conn_id = NO_CONNECTION; // the id may be another client's before long
+            }
         }
     }
 }
@@ -184,6 +186,7 @@ MsgOsb *make_open(const Dispatch &now, MsgService *service) {
     open->service_name = service->name;
     open->service = service;
     open->inuse = 1;
+    open->unaccepted = service->open_cb != nullptr;
     pthread_mutex_init(&open->lock, nullptr);
     return open;
 }
@@ -199,12 +202,18 @@ void dispatch_open(const Dispatch &now, MsgService *service) {
         return now.refuse(ENOMEM);
     now.lock.release();
     const StepReference reference(open);
-    const int32_t refused = service->open_cb ? service->open_cb(open, now.context, service) : 0;
-    // A refused record stays until its connection goes: the close handler is told of it then.
-    if (refused != 0)
-        ipc_error(now.receive_id(), refused);
-    else
-        ipc_reply(now.receive_id(), 0, now.context->header, HEADER_BYTES);
+    if (service->open_cb) {
+        const int32_t refused = service->open_cb(open, now.context, service);
+        // A refused record stays until its connection goes: the close handler is told of it then.
+        if (refused != 0) {
+            ipc_error(now.receive_id(), refused);
+            return;
+        }
+        now.lock.take();
+        open->unaccepted = 0;
+        now.lock.release();
+    }
+    ipc_reply(now.receive_id(), 0, now.context->header, HEADER_BYTES);
 }
 
 void dispatch_close(const Dispatch &now, MsgService *service, MsgOsb *open) {

@@ -51,14 +51,17 @@ MsgService *service_named(MsgServer *server, const char *name, MsgContext *conte
     return nullptr;
 }
 
-/** The ids must name an open of that very connection: they are guessable, the connection is not. */
+/**
+ * The ids must name an open of that very connection, for they are guessable and the connection is
+ * not; and one that was accepted, or a client that its open handler refused would be served.
+ */
 MsgService *service_of_open(const MsgServer &server, const TransportHeader &header,
                             int32_t conn_id) {
     auto *service = static_cast<MsgService *>(_array_get(server.services, header.service_index));
     if (!service)
         return nullptr;
     const auto *open = static_cast<MsgOsb *>(_array_get(service->opens, header.open_index));
-    return open && open->conn_id == conn_id ? service : nullptr;
+    return open && open->conn_id == conn_id && !open->unaccepted ? service : nullptr;
 }
 
 } // namespace

@@ -38,6 +38,13 @@ void link(MsgOsb *open, MsgPending *pending) {
     open->queued++;
 }
 
+MsgPending *unlink(MsgOsb *open, MsgPending **place) {
+    MsgPending *pending = *place;
+    *place = pending->next;
+    open->queued--;
+    return pending;
+}
+
 MsgPending *gather(int32_t status, uint32_t tag, const iovec *parts, int32_t count) {
     const uint64_t length = sum_parts(parts, count);
     if (length > INT32_MAX)
@@ -69,7 +76,8 @@ MsgPending **find(MsgOsb *open, uint32_t tag) {
 
 } // namespace
 
-int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count) {
+int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count,
+                  const MsgPending **held) {
     MsgPending *pending = gather(status, tag, parts, count);
     if (!pending)
         return ENOMEM;
@@ -77,11 +85,23 @@ int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts
         const ServerLock lock(open->server);
         if (may_hold(*open, pending->length)) {
             link(open, pending);
+            if (held)
+                *held = pending;
             return 0;
         }
     }
     std::free(pending);
     return ENOMEM;
+}
+
+void withdraw(MsgOsb *open, const MsgPending *held) {
+    const ServerLock lock(open->server);
+    for (MsgPending **place = &open->pending; *place; place = &(*place)->next) {
+        if (*place == held) {
+            std::free(unlink(open, place));
+            return;
+        }
+    }
 }
 
 void fetch_answer(MsgOsb *open, const MsgContext &context) {
@@ -102,20 +122,26 @@ void fetch_answer(MsgOsb *open, const MsgContext &context) {
         answer(context.receive_id, MSG_STATUS_QUEUED, &announcement, 1);
         return;
     }
-    *place = pending->next;
-    open->queued--;
+    unlink(open, place);
     lock.release();
 
     const iovec reply[] = {{&header, HEADER_BYTES},
                            {answer_bytes(pending), static_cast<size_t>(pending->length)}};
-    if (answer(context.receive_id, pending->status, reply, 2) == -1 &&
-        (errno == ENOMEM || errno == EMFILE)) {
-        // The client lives and was told what is wanting: it may ask again.
-        lock.take();
-        link(open, pending);
+    if (ipc_replyv(context.receive_id, pending->status, reply, 2) == 0) {
+        std::free(pending);
         return;
     }
-    std::free(pending);
+    const int error = errno;
+    if (error == ESRCH || error == EINVAL || error == EMSGSIZE) { // gone, or never to be sent
+        std::free(pending);
+    } else {
+        // Something is short for the moment. Held again before the client is told: it may ask
+        // again at once.
+        lock.take();
+        link(open, pending);
+        lock.release();
+    }
+    refuse(context.receive_id, error);
 }
 
 void free_open(MsgOsb *open) {

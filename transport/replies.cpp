@@ -10,14 +10,15 @@
 
 namespace vantro {
 
-int answer(int32_t receive_id, int32_t status, const iovec *parts, int count) {
-    if (ipc_replyv(receive_id, status, parts, count) == 0)
-        return 0;
-    const int error = errno;
+int refuse(int32_t receive_id, int error) {
     if (error != ESRCH)
         ipc_error(receive_id, error);
     errno = error;
     return -1;
+}
+
+int answer(int32_t receive_id, int32_t status, const iovec *parts, int count) {
+    return ipc_replyv(receive_id, status, parts, count) == 0 ? 0 : refuse(receive_id, errno);
 }
 
 namespace {
@@ -27,17 +28,12 @@ void deliver_event(MsgOsb *open, int32_t receive_id, uint32_t tag) {
     ipc_event event;
     {
         const ServerLock lock(open->server);
+        if (open->conn_id == NO_CONNECTION)
+            return;
         event = open->event;
     }
     event.value = static_cast<int32_t>(tag);
     ipc_deliver_event(receive_id, &event);
-}
-
-/** Sends an error to a client that waits. @return -1 with errno. */
-int32_t refuse(int32_t receive_id, int error) {
-    ipc_error(receive_id, error);
-    errno = error;
-    return -1;
 }
 
 /** Answers the request in `context`; the reference is the caller's to drop. */
@@ -56,10 +52,17 @@ int32_t answer_request(MsgOsb *open, MsgContext *context, int32_t status, const 
     if (length > INT32_MAX)
         return refuse(context->receive_id, EMSGSIZE);
     if (static_cast<int32_t>(length) > capacity) {
-        if (put_queue(open, status, header->tag, parts, count) != 0)
+        const MsgPending *held = nullptr;
+        if (put_queue(open, status, header->tag, parts, count, &held) != 0)
             return ENOMEM;
         const iovec announcement = {header, HEADER_BYTES};
-        return answer(context->receive_id, MSG_STATUS_QUEUED, &announcement, 1);
+        if (answer(context->receive_id, MSG_STATUS_QUEUED, &announcement, 1) == 0)
+            return 0;
+        // A client that gave this exchange up, and goes on, would never fetch the answer.
+        const int error = errno;
+        withdraw(open, held);
+        errno = error;
+        return -1;
     }
     const HeaderedParts reply(header, parts, count);
     if (!reply)

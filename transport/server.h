@@ -3,7 +3,8 @@
  *
  * Invariants
  *  - The server lock guards the service table, every table of opens, each open's `inuse`,
- *    `closed`, `queue_limit`, `queued`, `pending` and `event`, and each service's `open_count`.
+ *    `closed`, `unaccepted`, `conn_id`, `queue_limit`, `queued`, `pending` and `event`, and each
+ *    service's `open_count`.
  *  - An open record is reached by its indices under the lock only. Whoever goes on with it after
  *    the lock is released holds a reference (`inuse`); a closed record is freed by whoever drops
  *    its last reference, or by the sweep where nobody holds one.
@@ -38,6 +39,9 @@ inline constexpr int64_t HELD_BYTES_MAX = 16 * 1024 * 1024;
 /** Opens of one service by one connection. A client needs one, and the indices of a service, of
  *  which there are 2^15, are not for one client to use up. */
 inline constexpr int32_t OPENS_PER_CONNECTION_MAX = 1024;
+
+/** The connection of an open record whose client vanished while an answer was owed. */
+inline constexpr int32_t NO_CONNECTION = -1;
 
 /** Capacities of receive buffers are multiples of this. */
 inline constexpr int32_t CAPACITY_STEP = 1024;
@@ -106,9 +110,14 @@ MsgService *lookup(MsgServer *server, const char *name, int32_t conn_id);
 
 /**
  * Copies an answer and holds it as the record's newest. Takes the server lock.
+ * @param held receives what is held, for withdraw(); may be null.
  * @return 0, or ENOMEM: no memory, or the record already holds more than its share.
  */
-int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count);
+int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count,
+                  const MsgPending **held = nullptr);
+
+/** Drops an answer that nobody will fetch, where it is still held. Takes the server lock. */
+void withdraw(MsgOsb *open, const MsgPending *held);
 
 /** Answers a get, and takes the answer out of the queue where it fits. Takes the server lock. */
 void fetch_answer(MsgOsb *open, const MsgContext &context);
@@ -117,10 +126,12 @@ void fetch_answer(MsgOsb *open, const MsgContext &context);
 void free_open(MsgOsb *open);
 
 /**
- * Answers a message. Where the answer cannot be made the client, which would otherwise wait for
- * ever, gets the error instead.
- * @return 0, or -1 with errno.
+ * Sends a client the error for which its answer could not be made, or it would wait for ever; not
+ * for ESRCH, when it is gone. @return -1 with errno.
  */
+int refuse(int32_t receive_id, int error);
+
+/** Answers a message, if need be by refuse(). @return 0, or -1 with errno. */
 int answer(int32_t receive_id, int32_t status, const iovec *parts, int count);
 
 } // namespace vantro

@@ -34,6 +34,7 @@
  * msgclient_wait_pulse() and msgclient_close() must not overlap other use of the same client. A
  * fetch takes the newest held answer of a tag, so threads whose answers may overflow must
  * serialise request and fetch. All blocking calls block without a time limit; a signal ends them.
+ * An exchange is no cancellation point; a wait for a pulse or in msgserver_receive() is one.
  *
  * Limits. A service takes up to 32768 opens, 1024 of one connection; beyond that an open is refused
  * with ENOMEM. Of answers that nobody fetches an open holds its first, whatever its length, as many
@@ -45,9 +46,11 @@
  * A service that echoes:
  *
  *     static int32_t echo(MsgOsb *open, MsgContext *context, MsgService *service) {
+ *         const int32_t length = (int32_t)context->header->send_length;
  *         (void)service;
- *         return callout_reply(open, context, 0, context->payload,
- *                              (int32_t)context->header->send_length);
+ *         if (callout_reply(open, context, 0, context->payload, length) == ENOMEM)
+ *             ipc_error(context->receive_id, ENOMEM);
+ *         return 0;
  *     }
  *     int main(void) {
  *         MsgServer *server = msgserver_create(65536, 16, MSGSERVER_FLAG_PATH);
@@ -126,16 +129,16 @@ typedef struct MsgClient {
  *                     MSG_NAME_AND_INSTANCE_MAX characters.
  * @param code         message code of the open request, for the service's open handler.
  * @return the client, to be closed with msgclient_close(), or NULL with errno: ENAMETOOLONG;
- *   ENOMEM; ENOENT (no such service, or a capability is missing, which looks the same); EACCES
- *   (the path's permission bits refuse, at the open request); what the service's open handler
- *   chose; EPROTO (what answered is no message server); EINVAL (no name); else as the look-up of
- *   the global name or the exchange left it.
+ *   ENOMEM; ENOENT (no such service; a capability is missing or the path's permission bits refuse,
+ *   which both look the same); what the service's open handler chose; EPROTO (what answered is no
+ *   message server); EINVAL (no name); else as the look-up of the global name or the exchange left
+ *   it.
  */
 VANTRO_API MsgClient *msgclient_open(const char *service_name, const char *instance, uint16_t code);
 
 /**
- * Tells the server, closes the connection and frees the client with its pulse channel. Held
- * answers are lost. NULL does nothing.
+ * Tells the server and blocks until it answers or is gone, closes the connection and frees the
+ * client with its pulse channel. Held answers are lost. NULL does nothing.
  * @return 0.
  */
 VANTRO_API int msgclient_close(MsgClient *client);
@@ -177,7 +180,8 @@ VANTRO_API int msgclient_putv(MsgClient *client, uint32_t tag, const struct iove
  * Fetches the newest answer held under a tag.
  * @param answer_length receives the answer's length; after MSG_STATUS_QUEUED the capacity needed,
  *                      and the answer is still held.
- * @return the answer's own status, or the result; ENOMSG when no answer has that tag.
+ * @return the answer's own status, or the result; ENOMSG when no answer has that tag. After EINTR
+ *   the answer may be lost; where the server was out of memory or descriptors it is still held.
  */
 VANTRO_API int msgclient_get(MsgClient *client, uint32_t tag, void *reply, uint32_t reply_length,
                              uint32_t *answer_length, uint16_t code);
@@ -232,8 +236,14 @@ typedef struct SlotArray {
 
 /**
  * A service's handler. Runs in a server thread without the server lock (but see `close_cb`).
- * @param open    the open record; valid until the handler's answer, and after an answer not to be
- *                touched.
+ *
+ * A client may send from several threads, so a close handler can run while another thread handles
+ * a request of the same open, and a request can still come after it for as long as an answer is
+ * owed. It can run twice for one open: at the close, and when the client vanishes while an answer
+ * is owed. It also runs for an open that the open handler refused, once that client vanishes; no
+ * request of such an open is ever handled.
+ * @param open    the open record. In a request handler valid until the answer, and after it not to
+ *                be touched; in the others until they return.
  * @param context the thread's receive context: header, payload and sender of the request; valid
  *                until the thread receives again. NULL for a close because the client vanished.
  * @return only an open handler's result counts: 0 accepts, anything else is the error number that
@@ -305,10 +315,11 @@ struct MsgOsb {
     int32_t closed;       /**< 1 once closed by the client, or its connection vanished. */
     MsgPending *pending;  /**< Answers held, newest first. */
     MsgServer *server;
-    int32_t conn_id;        /**< Server-side id of the client's connection. */
+    int32_t conn_id;        /**< Server-side id of the client's connection; -1 once it vanished. */
     struct ipc_event event; /**< The client's notification event, as sent. */
     MsgService *service;
-    int32_t index; /**< Slot in the service's table of opens. */
+    int32_t index;      /**< Slot in the service's table of opens. */
+    int32_t unaccepted; /**< 1 until the open handler accepted: requests are refused (ENOENT). */
 };
 
 /** One held answer; its bytes lie directly behind it. */
@@ -387,9 +398,9 @@ VANTRO_API int32_t msgserver_growmsg(MsgServer *server, int32_t size);
  * @param data   `length` bytes, borrowed for the call; may lie in the receive buffer.
  * @return 0; -1 with errno when the client is gone (ESRCH), or when the answer could not be made
  *   and the client was answered with that error number instead (EINVAL: a negative status, or too
- *   many parts; EMSGSIZE, EMFILE); ENOMEM when the answer could not be held (no memory, or this
- *   open already holds more than its share): a client that waits has then not been answered, and
- *   the service answers it with ipc_error(context->receive_id, ENOMEM).
+ *   many parts; EMSGSIZE, EMFILE, ENOMEM). The return value ENOMEM: the answer could not be held (no
+ *   memory, or this open already holds more than its share). A client that waits has then not been
+ *   answered, and the service answers it with ipc_error(context->receive_id, ENOMEM).
  */
 VANTRO_API int32_t callout_reply(MsgOsb *open, MsgContext *context, int32_t status,
                                  const void *data, int32_t length);
