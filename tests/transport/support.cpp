@@ -101,6 +101,7 @@ void Server::stop() {
     connect_detach(pulse);
     channel_destroy(server_->channel);
     server_->channel = -1;
+    pthread_key_delete(server_->key); // a process has few of them, and many tests
 }
 
 namespace {
@@ -120,20 +121,29 @@ bool become(const std::vector<std::string> &ids) {
            setuid(static_cast<uid_t>(std::stoul(ids[0]))) == 0;
 }
 
-/** serve NAME FLAGS: until it is killed. ask NAME OPEN-CODE CODE [UID GID GROUP...]: once. */
+/**
+ * serve NAME FLAGS: until it is killed. ask NAME OPEN-CODE CODE: once. try NAME OTHER UID GID
+ * GROUP...: opens as somebody else, also over a connection that was made for another service.
+ */
 int peer_main(const std::vector<std::string> &words) {
     const auto number = [&](size_t at) { return static_cast<uint16_t>(std::stoi(words[at])); };
     if (words[0] == "serve") {
         Server server(number(2));
         say("added", server.add(words[1].c_str()));
+        say("pid", getpid());
         server.start(20);
         for (int seen = 0;;) {
             script.wait([&] { return script.blocked > seen; });
             say("blocked", ++seen);
         }
     }
-    if (words.size() > 4 && !become({words.begin() + 4, words.end()}))
-        return 1;
+    if (words[0] == "try") {
+        if (!become({words.begin() + 3, words.end()}))
+            return 1;
+        say("open", Client(words[1].c_str()).error);
+        std::puts(Raw(words[2]).send(open_message(words[1])).substr(0, 8).c_str());
+        return 0;
+    }
     const Client client(words[1].c_str(), number(2));
     say("open", client.error);
     if (client.client)

@@ -8,14 +8,17 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <vantro/messaging.h>
+#include <vantro/platform/io.h>
 #include <vantro/platform/names.h>
 
 #include "tools/process.h"
@@ -148,11 +151,26 @@ inline std::string message(int kind, int service, int open, uint32_t tag, uint32
     return std::string(reinterpret_cast<const char *>(&header), sizeof header) + payload;
 }
 
-/** A connection by global name that speaks bytes. */
+/** An open request. */
+inline std::string open_message(const std::string &name, uint16_t code = ECHO) {
+    std::string bytes = message(MSG_KIND_OPEN, 0, 0, 0, 0, 28, name + std::string(1, '\0'));
+    std::memcpy(&bytes[2], &code, sizeof code);
+    return bytes;
+}
+
+inline std::string error(int number) {
+    return "error " + std::to_string(number);
+}
+
+/** A connection, by path or by global name, that speaks bytes. */
 struct Raw {
     explicit Raw(const std::string &name)
-        : connection(global_name_open(("csm/" + name + "/default").c_str(), 0)) {}
-    ~Raw() { global_name_close(connection); }
+        : connection(platform_open(("/sys/csm/" + name + "/default").c_str(), O_RDWR)),
+          by_path(connection != -1) {
+        if (!by_path)
+            connection = global_name_open(("csm/" + name + "/default").c_str(), 0);
+    }
+    ~Raw() { by_path ? platform_close(connection) : global_name_close(connection); }
 
     /** @return the status and the bytes that came back, or "error " and the number. */
     std::string send(const std::string &bytes) const {
@@ -160,11 +178,12 @@ struct Raw {
         const int status =
             ipc_send_simple(connection, bytes.data(), bytes.size(), reply.data(), reply.size());
         if (status == -1)
-            return "error " + std::to_string(errno);
+            return error(errno);
         reply.resize(reply.find_last_not_of('\xee') + 1);
         return std::to_string(status) + " " + reply;
     }
     int connection;
+    bool by_path;
 };
 
 /** This program again, as another process: see peer_main(). */

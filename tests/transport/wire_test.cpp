@@ -77,7 +77,6 @@ TEST(Wire, WhatTheServerAnswers) {
     ASSERT_EQ(server.add("beta", nullptr, "second"), 2); // never found: the lowest index wins
     server.start(1); // so that the answer to a put is there when the next message is looked at
     const Raw mine("beta"), other("beta");
-    const auto error = [](int number) { return "error " + std::to_string(number); };
     const std::string header = message(3, 1, 0, 0, 4, 4), event(16, 'e');
     const std::string zeros_2 = std::string(16, '\0') + '\2' + std::string(11, '\0');
 
