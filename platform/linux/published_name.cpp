@@ -6,9 +6,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
-#include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "platform/linux/runtime_directory.h"
@@ -18,7 +16,9 @@ namespace vantro::platform {
 
 namespace {
 
-constexpr mode_t lock_mode = 0644;
+/* The holder's alone: whoever may open the file can lock it, and so keep the name from its owner. */
+constexpr mode_t lock_mode = 0600;
+constexpr std::string_view lock_suffix = ".lock";
 /* Who may use a service is decided by the framework, not by the file. */
 constexpr mode_t socket_mode = 0666;
 constexpr int backlog = 1024;
@@ -63,43 +63,55 @@ bool make_address(struct sockaddr_un &address, const std::string &path) {
     return true;
 }
 
-} // namespace
-
-UniqueFd PublishedName::publish(std::string_view path) {
-    Place place = make_place(path);
-    if (!place) {
+/** Binds and listens under a passing name, and gives the socket its own when it is ready. */
+UniqueFd listen_at(const Place &place, int lock) {
+    /* Short, since the final one may not fit a socket address; and the same for every holder of the
+     * lock's file, so that what one left who died in here is found by the next. */
+    struct stat status;
+    if (::fstat(lock, &status) != 0) {
         return UniqueFd();
     }
-    UniqueFd lock = take_lock(place.directory.get(), place.name + ".lock");
-    if (!lock) {
-        return UniqueFd();
-    }
-    /* A short name first: the final one may not fit a socket address. */
-    static std::atomic<unsigned> counter;
-    char temporary[48];
-    std::snprintf(temporary, sizeof temporary, ".new.%ld.%u", static_cast<long>(::getpid()),
-                  ++counter);
+    const std::string temporary = ".new." + std::to_string(status.st_ino);
     struct sockaddr_un address;
     UniqueFd socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int directory = place.directory.get();
     if (!socket || !make_address(address, descriptor_path(directory, temporary))) {
         return UniqueFd();
     }
-    ::unlinkat(directory, temporary, 0);
+    ::unlinkat(directory, temporary.c_str(), 0);
     if (::bind(socket.get(), reinterpret_cast<const struct sockaddr *>(&address), sizeof address) !=
         0) {
         return UniqueFd();
     }
-    if (::fchmodat(directory, temporary, socket_mode, 0) != 0 ||
+    if (::fchmodat(directory, temporary.c_str(), socket_mode, 0) != 0 ||
         ::listen(socket.get(), backlog) != 0 ||
-        ::renameat(directory, temporary, directory, place.name.c_str()) != 0) {
+        ::renameat(directory, temporary.c_str(), directory, place.name.c_str()) != 0) {
         const KeepErrno keep;
-        ::unlinkat(directory, temporary, 0);
+        ::unlinkat(directory, temporary.c_str(), 0);
         return UniqueFd();
     }
+    return socket;
+}
+
+} // namespace
+
+UniqueFd PublishedName::publish(std::string_view path) {
+    if (path.ends_with(lock_suffix)) {
+        errno = ENOENT; /* or its socket would take the place of another name's lock */
+        return UniqueFd();
+    }
+    Place place = make_place(path);
+    if (!place) {
+        return UniqueFd();
+    }
+    lock_name_ = place.name + std::string(lock_suffix);
+    lock_ = take_lock(place.directory.get(), lock_name_);
+    if (!lock_) {
+        return UniqueFd();
+    }
+    UniqueFd socket = listen_at(place, lock_.get());
     directory_ = std::move(place.directory);
-    lock_ = std::move(lock);
-    name_ = std::move(place.name);
+    name_ = socket ? std::move(place.name) : std::string();
     return socket;
 }
 
@@ -107,8 +119,11 @@ void PublishedName::withdraw() {
     if (!lock_) {
         return;
     }
-    ::unlinkat(directory_.get(), name_.c_str(), 0);
-    ::unlinkat(directory_.get(), (name_ + ".lock").c_str(), 0);
+    const KeepErrno keep;
+    if (!name_.empty()) {
+        ::unlinkat(directory_.get(), name_.c_str(), 0);
+    }
+    ::unlinkat(directory_.get(), lock_name_.c_str(), 0);
     lock_.reset();
     directory_.reset();
 }
@@ -145,12 +160,6 @@ UniqueFd connect_to_name(std::string_view path) {
         socket.reset();
     }
     return socket;
-}
-
-bool is_published(std::string_view path) {
-    const Place place = find_place(path);
-    return place &&
-           ::faccessat(place.directory.get(), place.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 } // namespace vantro::platform

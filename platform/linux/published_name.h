@@ -16,6 +16,9 @@ namespace vantro::platform {
 class PublishedName {
   public:
     PublishedName() = default;
+    ~PublishedName() { withdraw(); }
+    PublishedName(const PublishedName &) = delete;
+    PublishedName &operator=(const PublishedName &) = delete;
 
     /**
      * Takes the name and makes a listening socket under it. @return the socket, or an empty one
@@ -23,7 +26,7 @@ class PublishedName {
      */
     UniqueFd publish(std::string_view path);
 
-    /** Removes the name, while the lock is still held. */
+    /** Removes what was published, while the lock is still held. */
     void withdraw();
 
     /** In a child of fork: lets go of the lock without touching what the parent published. */
@@ -32,14 +35,12 @@ class PublishedName {
   private:
     UniqueFd directory_;
     UniqueFd lock_;
-    std::string name_;
+    std::string name_; /* empty where only the lock was had */
+    std::string lock_name_;
 };
 
 /** Connects to the socket of a name. @return an empty one with errno. */
 UniqueFd connect_to_name(std::string_view path);
-
-/** Whether something is published, or lies, under a relative path. */
-bool is_published(std::string_view path);
 
 } // namespace vantro::platform
 

@@ -1,9 +1,10 @@
 /**
  * Global names: how a client finds a channel of another process.
  *
- * A name is one to several parts joined by "/". Names live below the runtime directory:
- * "$XDG_RUNTIME_DIR/vantro" where that variable is set and its directory belongs to the effective
- * user and nobody else may write it, else "/run/vantro". Names are published there. A look-up
+ * A name is one to several parts joined by "/", the last of which does not end in ".lock". Names
+ * live below the runtime directory: "$XDG_RUNTIME_DIR/vantro" where that variable is set and its
+ * directory belongs to the effective user and nobody else may write it, else "/run/vantro". Names
+ * are published there. A look-up
  * goes to the same place, and to "/run/vantro" only where "$XDG_RUNTIME_DIR/vantro" does not
  * exist: an application finds the user's own service before the system's. A program that runs
  * with raised privileges ignores the variable.
