@@ -5,12 +5,14 @@
 #include <cstdio>
 #include <mutex>
 #include <shared_mutex>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include <vantro/platform/limits.h>
 
 #include "platform/linux/scoped.h"
+#include "platform/linux/unique_fd.h"
 
 namespace {
 
@@ -44,11 +46,21 @@ int priority_of(int severity) {
     }
 }
 
-/* The daemon's socket; where nobody listens there, syslog(3) would lose the line without a word. */
-constexpr const char *daemon_socket = "/dev/log";
+/**
+ * Where nobody listens, syslog(3) would lose the line without a word. The socket alone tells little:
+ * it outlives a daemon that crashed.
+ */
+bool daemon_listens() {
+    const vantro::platform::UniqueFd probe(
+        ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const struct sockaddr_un address = {AF_UNIX, "/dev/log"};
+    return ::connect(probe.get(), reinterpret_cast<const struct sockaddr *>(&address),
+                     sizeof address) == 0 ||
+           errno == EPROTOTYPE; /* it listens on a stream */
+}
 
 void write_to_host(uint32_t code, int severity, const char *line) {
-    if (::access(daemon_socket, W_OK) == 0) {
+    if (daemon_listens()) {
         ::syslog(LOG_USER | priority_of(severity), "[%08x] %s", code, line);
     } else {
         std::fprintf(stderr, "[%08x] %s\n", code, line);
