@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/linux/dispatch.h"
 #include "platform/linux/scoped.h"
@@ -54,16 +55,20 @@ bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
         return false; /* another thread was faster */
     }
     const std::lock_guard guard(Server::instance().lock);
-    if (channel.destroyed || channel.system_pulses.empty()) {
+    if (channel.destroyed || channel.first_pulse == 0) {
         return false;
     }
-    pulse = channel.system_pulses.front();
-    channel.system_pulses.pop_front();
+    /* Not detached before this, and so still there. */
+    Client &client = *Server::instance().find_client(channel.first_pulse);
+    channel.first_pulse = std::exchange(client.next_pulse, 0);
+    client.pulse_received = true;
+    pulse.code = PULSE_CODE_DISCONNECT;
+    pulse.conn_id = make_number(NumberKind::client_id, static_cast<int>(client.serial));
     return true;
 }
 
 /** Takes the next pulse that a program sent. Codes below zero are the system's to send. */
-bool take_sent_pulse(const Channel &channel, struct ipc_pulse &pulse) {
+bool take_sent_pulse(const Channel &channel, bool hung_up, struct ipc_pulse &pulse) {
     int socket;
     {
         const std::lock_guard guard(Server::instance().lock);
@@ -72,6 +77,11 @@ bool take_sent_pulse(const Channel &channel, struct ipc_pulse &pulse) {
     struct iovec part = {&pulse, sizeof pulse};
     Arrival arrival;
     const ssize_t received = receive_packet(socket, &part, 1, MSG_DONTWAIT, arrival);
+    if (received == 0 && hung_up) {
+        /* A server to whom the send end was announced has shut it down: nothing comes here any
+         * more, and the socket would stay readable for ever. */
+        ::epoll_ctl(channel.epoll.get(), EPOLL_CTL_DEL, socket, nullptr);
+    }
     if (received != sizeof pulse || pulse.code < 0) {
         return false;
     }
@@ -110,9 +120,9 @@ void forget_current(int receive_id) {
 
 } // namespace vantro::platform
 
-int channel_create(unsigned flags) {
+static int make_channel(unsigned flags) {
     Server &server = Server::instance();
-    auto channel = std::make_shared<Channel>();
+    const auto channel = std::make_shared<Channel>();
     channel->flags = flags;
     channel->epoll.reset(::epoll_create1(EPOLL_CLOEXEC));
     if (!channel->epoll) {
@@ -132,6 +142,10 @@ int channel_create(unsigned flags) {
     channel->number = make_number(NumberKind::channel, ++server.last_channel);
     server.channels.emplace(channel->number, channel);
     return channel->number;
+}
+
+int channel_create(unsigned flags) {
+    return or_no_memory([flags] { return make_channel(flags); });
 }
 
 int channel_destroy(int number) {
@@ -188,6 +202,7 @@ int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_inf
             return -1;
         }
         const Source source = Source::unpack(event.data.u64);
+        const bool hung_up = event.events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR);
         struct ipc_pulse pulse = {};
         bool pulsed = false;
         switch (source.kind) {
@@ -198,7 +213,7 @@ int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_inf
             }
             break;
         case Source::sent_pulse:
-            pulsed = take_sent_pulse(*channel, pulse);
+            pulsed = take_sent_pulse(*channel, hung_up, pulse);
             break;
         case Source::new_client:
             accept_client(*channel, source.serial);
@@ -208,7 +223,6 @@ int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_inf
             break;
         case Source::client_lane: {
             ReceivedMessage message;
-            const bool hung_up = event.events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR);
             if (receive_from_lane(source, hung_up, list, message)) {
                 if (info) {
                     *info = message.info;
@@ -264,11 +278,16 @@ int listen_on(int number, const std::string &place, int attachment) {
     event.events = EPOLLIN;
     event.data.u64 =
         Source{Source::new_client, static_cast<uint16_t>(channel->listeners.size()), 0, 0}.pack();
+    if (channel->destroyed) {
+        return fail(EBADF);
+    }
+    if (attachment != 0) {
+        channel->flags |= CHANNEL_DISCONNECT; /* what opens of a path hold goes with their client */
+    }
     const int socket = listener->socket.get();
     channel->listeners.push_back(std::move(listener));
     if (::epoll_ctl(channel->epoll.get(), EPOLL_CTL_ADD, socket, &event) != 0) {
         const KeepErrno keep;
-        channel->listeners.back()->name.withdraw();
         channel->listeners.pop_back();
         return -1;
     }

@@ -1,13 +1,14 @@
 /* Connections: the table, the pool of lanes, and the conversation on the control socket. */
 #include "platform/linux/connection.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
-#include "platform/linux/numbers.h"
 #include "platform/linux/scoped.h"
 
 namespace vantro::platform {
@@ -22,10 +23,10 @@ void after_fork_in_parent() {
 }
 void after_fork_in_child() {
     Connections &connections = Connections::instance();
-    for (auto &[descriptor, connection] : connections.table) {
+    for (auto &[number, connection] : connections.table) {
         connection->abandon_in_child();
-        new std::shared_ptr<Connection>(
-            connection); /* its lock may be held for ever: never freed */
+        /* Its lock may be held for ever, and threads wait in it that are not here: never freed. */
+        new (std::nothrow) std::shared_ptr<Connection>(connection);
     }
     connections.lock.unlock();
 }
@@ -41,42 +42,43 @@ Connections &Connections::instance() {
 }
 
 std::shared_ptr<Connection> Connections::find(int number) {
-    int descriptor;
-    switch (kind_of(number)) {
-    case NumberKind::descriptor:
-        descriptor = number;
-        break;
-    case NumberKind::name_connection:
-        descriptor = value_of(number);
-        break;
-    default:
-        return nullptr;
-    }
     const std::lock_guard guard(lock);
-    const auto found = table.find(descriptor);
+    const auto found = table.find(number);
     return found == table.end() ? nullptr : found->second;
 }
 
-std::shared_ptr<Connection> Connections::remove(int descriptor) {
+std::shared_ptr<Connection> Connections::remove(int number) {
     const std::lock_guard guard(lock);
-    const auto found = table.find(descriptor);
+    const auto found = table.find(number);
     if (found == table.end()) {
         return nullptr;
     }
     std::shared_ptr<Connection> connection = std::move(found->second);
     table.erase(found);
+    if (connection->abandoned()) {
+        connection->give_up_number();
+    }
     return connection;
 }
 
-int Connections::open(UniqueFd control) {
-    const int descriptor = control.get();
-    auto connection = std::make_shared<Connection>(std::move(control));
+int Connections::open(UniqueFd control, NumberKind kind) {
+    const int number = make_number(kind, control.get());
+    const auto connection = std::make_shared<Connection>(std::move(control));
+    {
+        /* Before the wait for the server, so that the child of a fork meanwhile closes its copy. */
+        const std::lock_guard guard(lock);
+        auto &entry = table[number];
+        if (entry) {
+            entry->forget_number();
+        }
+        entry = connection;
+    }
     if (!connection->start()) {
+        const KeepErrno keep;
+        remove(number);
         return -1;
     }
-    const std::lock_guard guard(lock);
-    table[descriptor] = std::move(connection);
-    return descriptor;
+    return number;
 }
 
 Connection::~Connection() {
@@ -102,7 +104,11 @@ void Connection::abandon_in_child() {
     for (int i = 0; i < lane_count_; ++i) {
         close_descriptor(lanes_[static_cast<size_t>(i)]);
     }
-    control_.reset();
+    lane_count_ = idle_count_ = 0;
+    const UniqueFd placeholder(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    if (!placeholder || ::dup3(placeholder.get(), control_.get(), O_CLOEXEC) < 0) {
+        control_.reset();
+    }
 }
 
 void Connection::mark_dead() {
@@ -123,11 +129,10 @@ int Connection::take_lane() {
         const bool may_grow = lane_count_ < IPC_LANES_MAX && !(full_ && lane_count_ > 0);
         if (may_grow && !control_busy_) {
             const int error = request_lane(guard);
-            if (error == EAGAIN && lane_count_ > 0) {
-                full_ = true;
-            } else if (error != 0) {
+            if (error == ECONNRESET || error == EINTR || (error != 0 && lane_count_ == 0)) {
                 return fail(error);
             }
+            full_ = error != 0; /* whatever it is that there is no room for, and on whose side */
             continue;
         }
         ++waiters_;
@@ -149,14 +154,18 @@ int Connection::request_lane(std::unique_lock<std::mutex> &guard) {
 void Connection::give_back(int lane) {
     const std::lock_guard guard(lock_);
     idle_[static_cast<size_t>(idle_count_++)] = lane;
+    if (idle_count_ == lane_count_) {
+        full_ = false; /* what was short then may not be when lanes run out again */
+    }
     if (waiters_ > 0) {
-        changed_.notify_one();
+        /* Who waits for the control socket has no use for a lane, and would keep it to itself. */
+        control_busy_ ? changed_.notify_all() : changed_.notify_one();
     }
 }
 
 void Connection::drop(int lane) {
     {
-        const std::lock_guard guard(lock_);
+        const std::scoped_lock guard(Connections::instance().lock, lock_);
         const auto end = lanes_.begin() + lane_count_;
         *std::find(lanes_.begin(), end, lane) = *(end - 1);
         --lane_count_;
@@ -208,7 +217,7 @@ int Connection::collect() {
         if (!arrival.descriptor) {
             return EMFILE;
         }
-        const std::lock_guard guard(lock_);
+        const std::scoped_lock guard(Connections::instance().lock, lock_);
         const int lane = arrival.descriptor.release();
         lanes_[static_cast<size_t>(lane_count_++)] = lane;
         idle_[static_cast<size_t>(idle_count_++)] = lane;
@@ -236,6 +245,7 @@ int Connection::announce_pulses() {
     control_busy_ = true;
     guard.unlock();
     int error = 0;
+    const int newest = newest_pulse_connection();
     for (;;) {
         std::shared_ptr<UniqueFd> send_end;
         const int number = next_pulse_connection(announced_, send_end);
@@ -247,6 +257,9 @@ int Connection::announce_pulses() {
             break;
         }
         announced_ = number;
+    }
+    if (error == 0 && announced_ < newest) {
+        announced_ = newest; /* which has been detached: no reason to come here again */
     }
     guard.lock();
     control_busy_ = false;

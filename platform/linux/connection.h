@@ -4,6 +4,8 @@
  * Invariants
  *  - `Connections::lock` guards the table, and `Connection::lock` one connection's pool; neither
  *    is held across a system call that can block. The table's comes first where both are taken.
+ *    What lanes there are is changed with both held: a fork holds the table's, and its child finds
+ *    every list of lanes whole.
  *  - A thread takes a lane for one exchange and gives it back. An exchange that was interrupted
  *    closes its lane, so that its answer can never be taken for another's.
  *  - The control socket has at most one request unanswered. An interrupted wait leaves it owed;
@@ -22,6 +24,7 @@
 
 #include <vantro/platform/limits.h>
 
+#include "platform/linux/numbers.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/wire.h"
 
@@ -38,14 +41,17 @@ class Connection {
     /** One exchange; see ipc_send(). */
     int exchange(PartList &send, PartList &reply);
 
-    int control() const { return control_.get(); }
-
-    /** In a child of fork: closes the copies of the parent's sockets. */
+    /**
+     * In a child of fork: closes the copies of the parent's sockets. The number of the control
+     * socket stays taken until it is closed: what the child opens next must not be found under a
+     * number that it still holds for this connection.
+     */
     void abandon_in_child();
     bool abandoned() const { return abandoned_; }
-
-    /** The control socket's number belongs to the host again. */
-    int release_control() { return control_.release(); }
+    /** In a child of fork: its holder has closed the number. */
+    void give_up_number() { control_.reset(); }
+    /** The program closed the number behind our back, and it is another's by now. */
+    void forget_number() { control_.release(); }
 
   private:
     int take_lane();
@@ -79,16 +85,16 @@ class Connection {
 
 struct Connections {
     std::mutex lock;
-    std::unordered_map<int, std::shared_ptr<Connection>> table; /* by control descriptor */
+    /* By the number that the application holds: made of the control socket's, and of its kind. */
+    std::unordered_map<int, std::shared_ptr<Connection>> table;
 
     static Connections &instance();
 
-    /** Finds by the number that the application holds, a descriptor or a global name's. */
     std::shared_ptr<Connection> find(int number);
     /** Takes out of the table. */
-    std::shared_ptr<Connection> remove(int descriptor);
-    /** Connects, and enters into the table. @return the control descriptor, or -1. */
-    int open(UniqueFd control);
+    std::shared_ptr<Connection> remove(int number);
+    /** Connects, and enters into the table. @return the number, or -1. */
+    int open(UniqueFd control, NumberKind kind);
 };
 
 /* pulse.cpp */

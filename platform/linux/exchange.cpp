@@ -58,12 +58,13 @@ int Connection::converse(int lane, PartList &send, PartList &reply, bool &lane_i
     if (received < 0 && !is_lost(errno)) {
         return -1; /* interrupted: the answer may still come, so the lane is given up */
     }
-    if (received < static_cast<ssize_t>(sizeof frame) || frame.status < 0) {
+    const bool is_error = frame.flags & frame_error;
+    if (received < static_cast<ssize_t>(sizeof frame) || frame.status < (is_error ? 1 : 0)) {
         mark_dead();
         return fail(ECONNRESET);
     }
     lane_is_good = true;
-    if (frame.flags & frame_error) {
+    if (is_error) {
         return fail(frame.status);
     }
     if (frame.flags & frame_memory_file) {

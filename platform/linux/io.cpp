@@ -28,7 +28,7 @@ int open_attached(std::string_view relative, int flags) {
         return -1;
     }
     Connections &connections = Connections::instance();
-    const int descriptor = connections.open(std::move(control));
+    const int descriptor = connections.open(std::move(control), NumberKind::descriptor);
     if (descriptor < 0) {
         return -1;
     }
@@ -51,7 +51,7 @@ int platform_open(const char *path, int flags) {
     if (!is_platform_path(path, relative)) {
         return ::open(path, flags | O_CLOEXEC, 0666);
     }
-    return open_attached(relative, flags);
+    return or_no_memory([=] { return open_attached(relative, flags); });
 }
 
 ssize_t platform_read(int descriptor, void *buffer, size_t length) {

@@ -27,19 +27,19 @@ int global_name_open(const char *name, int) {
         return fail(EINVAL);
     }
     const CancelDisabled no_cancel;
-    UniqueFd control = connect_to_name(place_of(name));
-    if (!control) {
-        return -1;
-    }
-    const int descriptor = Connections::instance().open(std::move(control));
-    return descriptor < 0 ? -1 : make_number(NumberKind::name_connection, descriptor);
+    return or_no_memory([name] {
+        UniqueFd control = connect_to_name(place_of(name));
+        return control
+                   ? Connections::instance().open(std::move(control), NumberKind::name_connection)
+                   : -1;
+    });
 }
 
 int global_name_close(int connection) {
     if (kind_of(connection) != NumberKind::name_connection) {
         return fail(EBADF);
     }
-    const auto closed = Connections::instance().remove(value_of(connection));
+    const auto closed = Connections::instance().remove(connection);
     return closed && !closed->abandoned() ? 0 : fail(EBADF);
 }
 

@@ -292,12 +292,12 @@ int path_check_access(struct path_context *context, const struct path_attr *attr
     if (client->uid == attr->uid) {
         granted = attr->mode;
     } else {
-        std::vector<uint32_t> groups;
-        if (!context || !client_groups(context->info.conn_id, groups)) {
-            groups.assign(client->groups, client->groups + client->group_count);
+        bool is_member = false;
+        if (!context || !client_in_group(context->info.conn_id, attr->gid, is_member)) {
+            const uint32_t *end = client->groups + client->group_count;
+            is_member = std::find(client->groups, end, attr->gid) != end;
         }
-        if (client->gid == attr->gid ||
-            std::find(groups.begin(), groups.end(), attr->gid) != groups.end()) {
+        if (client->gid == attr->gid || is_member) {
             granted = attr->mode << 3;
         }
     }

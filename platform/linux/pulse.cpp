@@ -1,5 +1,7 @@
 /* Pulse connections of this process to its own channels. */
+#include <pthread.h>
 #include <sys/epoll.h>
+#include <sys/random.h>
 #include <sys/socket.h>
 
 #include <atomic>
@@ -20,11 +22,40 @@ struct PulseConnections {
     std::map<int, std::shared_ptr<UniqueFd>> table;
     std::atomic<int> newest{0};
 
-    static PulseConnections &instance() {
-        static auto *const connections = new PulseConnections;
-        return *connections;
-    }
+    static PulseConnections &instance();
 };
+
+/* A child has no use for the parent's, and must not announce them with the requests it sends. */
+void before_fork() {
+    PulseConnections::instance().lock.lock();
+}
+void after_fork_in_parent() {
+    PulseConnections::instance().lock.unlock();
+}
+void after_fork_in_child() {
+    PulseConnections &connections = PulseConnections::instance();
+    connections.table.clear();
+    connections.lock.unlock();
+}
+
+PulseConnections &PulseConnections::instance() {
+    static auto *const connections = [] {
+        pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+        return new PulseConnections;
+    }();
+    return *connections;
+}
+
+/**
+ * Where this process's numbers begin. Not the same in all: a notification that goes to a client
+ * which is gone, and whose id another has by now, then names no pulse connection of that other's.
+ */
+int first_number() {
+    uint32_t noise = 0;
+    [[maybe_unused]] const ssize_t got = ::getrandom(&noise, sizeof noise, GRND_NONBLOCK);
+    constexpr uint32_t half = number_mask / 2; /* as many again are left to count up */
+    return make_number(NumberKind::pulse_connection, static_cast<int>(noise % half) + 1);
+}
 
 /* A pulse takes a kernel buffer far larger than itself: room for the pulses promised. */
 constexpr int pulse_buffer_bytes = IPC_PULSE_CAPACITY * 1024;
@@ -45,7 +76,7 @@ std::shared_ptr<UniqueFd> pulse_socket(Channel &channel) {
     ::setsockopt(send->get(), SOL_SOCKET, SO_SNDBUF, &pulse_buffer_bytes,
                  sizeof pulse_buffer_bytes);
     struct epoll_event event = {};
-    event.events = EPOLLIN;
+    event.events = EPOLLIN | EPOLLRDHUP;
     event.data.u64 = Source{Source::sent_pulse}.pack();
     if (::epoll_ctl(channel.epoll.get(), EPOLL_CTL_ADD, receive.get(), &event) != 0) {
         return nullptr;
@@ -76,7 +107,7 @@ int next_pulse_connection(int above, std::shared_ptr<UniqueFd> &send_end) {
 
 } // namespace vantro::platform
 
-int connect_attach(uint32_t node, int32_t pid, int channel_number, unsigned, int) {
+static int attach(uint32_t node, int32_t pid, int channel_number) {
     if (node != 0 || (pid != 0 && pid != ::getpid())) {
         return fail(ENOTSUP);
     }
@@ -90,11 +121,14 @@ int connect_attach(uint32_t node, int32_t pid, int channel_number, unsigned, int
     }
     PulseConnections &connections = PulseConnections::instance();
     const std::lock_guard guard(connections.lock);
-    const int next = connections.newest == 0 ? make_number(NumberKind::pulse_connection, 1)
-                                             : connections.newest + 1;
+    const int next = connections.newest == 0 ? first_number() : connections.newest + 1;
     connections.table.emplace(next, std::move(send_end));
     connections.newest = next;
     return next;
+}
+
+int connect_attach(uint32_t node, int32_t pid, int channel_number, unsigned, int) {
+    return or_no_memory([=] { return attach(node, pid, channel_number); });
 }
 
 int connect_detach(int number) {
@@ -113,7 +147,7 @@ int connect_detach(int number) {
         return fail(EBADF);
     }
     if (client->gone) {
-        client->detached = client->pulse_sent;
+        client->detached = client->pulse_received;
         server.erase_if_finished(*client);
     } else {
         server.disconnect(*client);

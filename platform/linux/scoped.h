@@ -2,6 +2,7 @@
 #define VANTRO_PLATFORM_LINUX_SCOPED_H
 
 #include <cerrno>
+#include <new>
 #include <pthread.h>
 
 namespace vantro::platform {
@@ -37,6 +38,16 @@ class CancelDisabled {
 inline int fail(int error) {
     errno = error;
     return -1;
+}
+
+/** Runs a function that may find no memory: no exception crosses the contract. */
+template <typename Function>
+int or_no_memory(Function function) {
+    try {
+        return function();
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
 }
 
 } // namespace vantro::platform

@@ -4,6 +4,7 @@
 #include <sys/epoll.h>
 
 #include <algorithm>
+#include <new>
 
 namespace vantro::platform {
 
@@ -43,7 +44,7 @@ void after_fork_in_child() {
         if (channel->pulse_send) {
             channel->pulse_send->reset();
         }
-        new std::shared_ptr<Channel>(channel); /* likewise */
+        new (std::nothrow) std::shared_ptr<Channel>(channel); /* likewise */
     }
     server.channels.clear();
     server.lock.unlock();
@@ -79,6 +80,17 @@ Lane *Server::find_waiting(const ReceiveId &id, Client **client) {
     return &lane;
 }
 
+void Server::forget_owed(const ReceiveId &id) {
+    Client *client = find_client(id.serial);
+    if (!client) {
+        if (id.serial <= IPC_CONNECTIONS_MAX && owed[id.serial] > 0) {
+            --owed[id.serial];
+        }
+    } else if (id.lane < client->lanes.size() && client->lanes[id.lane].exchange == id.exchange) {
+        client->lanes[id.lane].owed = false;
+    }
+}
+
 void Server::pin(Client &client, PinnedFd &socket) {
     ++socket.pins;
     ++client.pins;
@@ -111,6 +123,7 @@ void Server::close_socket(Client &client, PinnedFd &socket) {
 
 void Server::close_lane(Client &client, Lane &lane) {
     /* The thread that dispatches its last message goes on holding the disconnect pulse. */
+    lane.owed = lane.owed || lane.waiting;
     lane.waiting = false;
     lane.hung_up = false;
     lane.kept.reset();
@@ -147,17 +160,21 @@ void Server::erase_if_finished(Client &client) {
     }
     if (client.detached) {
         if (client.pins == 0) {
-            clients[client.serial].reset();
+            const uint32_t serial = client.serial;
+            owed[serial] =
+                static_cast<uint8_t>(std::count_if(client.lanes.begin(), client.lanes.end(),
+                                                   [](const Lane &lane) { return lane.owed; }));
+            clients[serial].reset();
         }
         return;
     }
     if (client.dispatching == 0 && !client.pulse_sent) {
         client.pulse_sent = true;
-        struct ipc_pulse pulse = {};
-        pulse.code = PULSE_CODE_DISCONNECT;
-        pulse.conn_id = make_number(NumberKind::client_id, static_cast<int>(client.serial));
-        client.channel->system_pulses.push_back(pulse);
-        ring(*client.channel);
+        Channel &channel = *client.channel;
+        (channel.first_pulse == 0 ? channel.first_pulse : clients[channel.last_pulse]->next_pulse) =
+            client.serial;
+        channel.last_pulse = client.serial;
+        ring(channel);
     }
 }
 

@@ -21,7 +21,6 @@
 
 #include <array>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -57,6 +56,7 @@ struct Lane {
     bool waiting = false;     /* a message was received and is not answered */
     bool holds_pulse = false; /* that message holds the disconnect pulse back */
     bool hung_up = false;     /* the client closed its end: close after the answer */
+    bool owed = false;        /* it closed before its message was answered: see Server::owed */
     std::shared_ptr<KeptMessage> kept;
 };
 
@@ -85,7 +85,9 @@ struct Client {
     int dispatching = 0;
     int pins = 0; /* of all its sockets: a pinned client is not erased */
     bool gone = false;
-    bool pulse_sent = false;
+    bool pulse_sent = false; /* its disconnect pulse is on its way, or was received */
+    bool pulse_received = false;
+    uint32_t next_pulse = 0; /* serial of the client whose disconnect pulse follows this one's */
     bool detached = false;
 };
 
@@ -100,10 +102,13 @@ struct Channel {
     int number = 0;
     unsigned flags = 0;
     UniqueFd epoll;
-    UniqueFd wake; /* counts the system's own pulses; stays readable once destroyed */
+    UniqueFd wake; /* counts the disconnect pulses; stays readable once destroyed */
     UniqueFd pulse_receive;
     std::shared_ptr<UniqueFd> pulse_send;
-    std::deque<struct ipc_pulse> system_pulses;
+    /* The clients whose disconnect pulses are to be received, first and last, by serial: a list
+     * through the clients themselves, so that telling of one takes no memory. */
+    uint32_t first_pulse = 0;
+    uint32_t last_pulse = 0;
     std::vector<std::unique_ptr<Listener>> listeners;
     int client_count = 0;
     bool destroyed = false;
@@ -130,6 +135,12 @@ struct Server {
     std::mutex lock;
     std::unordered_map<int, std::shared_ptr<Channel>> channels;
     std::array<std::unique_ptr<Client>, IPC_CONNECTIONS_MAX + 1> clients; /* by serial */
+    /*
+     * Answers that the program still owes to clients that are gone, by serial. It may yet give
+     * them, and would give them to whoever had the same number by then: such a serial is handed out
+     * last, and so is a lane's index (`Lane::owed`).
+     */
+    std::array<uint8_t, IPC_CONNECTIONS_MAX + 1> owed{};
     uint32_t last_serial = 0;
     uint32_t last_incarnation = 0;
     int last_channel = 0;
@@ -146,6 +157,8 @@ struct Server {
     }
     /** The lane of a message that waits for its answer, or null. */
     Lane *find_waiting(const ReceiveId &id, Client **client);
+    /** An answer has come for a message that waits no more. */
+    void forget_owed(const ReceiveId &id);
 
     void pin(Client &client, PinnedFd &socket);
     /** Takes a pin away and closes what was only waiting for that. May erase the client. */
@@ -180,8 +193,8 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
 /* channel.cpp: the calling thread has answered what it received last. */
 void forget_current(int receive_id);
 
-/** All that path_check_access() needs of a client. @return false when it is unknown. */
-bool client_groups(int conn_id, std::vector<uint32_t> &groups);
+/** Whether a client is in a supplementary group. @return false when the client is unknown. */
+bool client_in_group(int conn_id, uint32_t group, bool &is_member);
 /** The attachment through which a client came, 0 for none. */
 int client_attachment(int conn_id);
 

@@ -86,15 +86,23 @@ bool add_to_epoll(const Channel &channel, int fd, uint32_t events, const Source 
     return ::epoll_ctl(channel.epoll.get(), EPOLL_CTL_ADD, fd, &event) == 0;
 }
 
-/** A lane's index: the lowest that no socket uses and no dispatch still counts on. */
+/**
+ * A lane's index: the lowest that no socket uses and no dispatch still counts on. One that is owed
+ * an answer is better than none: a program that never gives it must not use a client's lanes up.
+ */
 int free_lane_index(Client &client) {
+    int last_resort = -1;
     for (size_t i = 0; i < client.lanes.size(); ++i) {
-        if (client.lanes[i].socket.fd < 0 && !client.lanes[i].holds_pulse) {
-            return static_cast<int>(i);
+        const Lane &lane = client.lanes[i];
+        if (lane.socket.fd < 0 && !lane.holds_pulse) {
+            last_resort = static_cast<int>(i);
+            if (!lane.owed) {
+                return last_resort;
+            }
         }
     }
     if (client.lanes.size() >= IPC_LANES_MAX) {
-        return -1;
+        return last_resort;
     }
     client.lanes.emplace_back();
     return static_cast<int>(client.lanes.size()) - 1;
@@ -125,6 +133,7 @@ int add_lane(Client &client, UniqueFd near_end, uint32_t incarnation) {
     lane.incarnation = incarnation;
     lane.waiting = false;
     lane.hung_up = false;
+    lane.owed = false;
     return 0;
 }
 
@@ -191,13 +200,17 @@ int remember_pulse(uint32_t serial, int number, Arrival &arrival) {
 
 /** The next serial that nobody has, or 0. Round robin: see ReceiveId. */
 uint32_t next_serial(Server &server) {
+    uint32_t last_resort = 0;
     for (uint32_t tried = 0; tried < IPC_CONNECTIONS_MAX; ++tried) {
         server.last_serial = server.last_serial % IPC_CONNECTIONS_MAX + 1;
         if (!server.clients[server.last_serial]) {
-            return server.last_serial;
+            if (server.owed[server.last_serial] == 0) {
+                return server.last_serial;
+            }
+            last_resort = server.last_serial;
         }
     }
-    return 0;
+    return last_resort;
 }
 
 } // namespace
@@ -211,17 +224,18 @@ void accept_client(Channel &channel, uint16_t listener) {
         listening = channel.listeners[listener]->socket.get();
         attachment = channel.listeners[listener]->attachment;
     }
-    Reserve &spare = reserve();
-    UniqueFd socket(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!socket) {
-        if (errno == EMFILE || errno == ENFILE) {
-            spare.turn_away(listening);
-        }
-        return;
-    }
-    const int control = socket.get();
+    int control;
     uint32_t serial;
     try {
+        Reserve &spare = reserve();
+        UniqueFd socket(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (!socket) {
+            if (errno == EMFILE || errno == ENFILE) {
+                spare.turn_away(listening);
+            }
+            return;
+        }
+        control = socket.get();
         auto client = std::make_unique<Client>();
         client->channel = &channel;
         client->attachment = attachment;

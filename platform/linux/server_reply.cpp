@@ -1,6 +1,7 @@
 /* Answers and notification events, back to the clients. */
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -17,11 +18,20 @@ struct Claim {
     std::shared_ptr<KeptMessage> kept; /* freed without the lock */
 };
 
-bool waits(const ReceiveId &id) {
+/** Finds the lane of a message for its answer. A message that is past it is settled with that. */
+Lane *find_for_answer(const ReceiveId &id, Client **client) {
     Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
+    Lane *lane = server.find_waiting(id, client);
+    if (!lane) {
+        server.forget_owed(id);
+    }
+    return lane;
+}
+
+bool waits(const ReceiveId &id) {
+    const std::lock_guard guard(Server::instance().lock);
     Client *client = nullptr;
-    return server.find_waiting(id, &client) != nullptr;
+    return find_for_answer(id, &client) != nullptr;
 }
 
 /** Ends the exchange in the books, before the answer is sent. */
@@ -29,7 +39,7 @@ bool claim(const ReceiveId &id, Claim &taken) {
     Server &server = Server::instance();
     const std::lock_guard guard(server.lock);
     Client *client = nullptr;
-    Lane *lane = server.find_waiting(id, &client);
+    Lane *lane = find_for_answer(id, &client);
     if (!lane) {
         return false;
     }
@@ -188,7 +198,7 @@ int connect_client_info(int conn_id, struct ipc_credentials *credentials, int ma
 
 namespace vantro::platform {
 
-bool client_groups(int conn_id, std::vector<uint32_t> &groups) {
+bool client_in_group(int conn_id, uint32_t group, bool &is_member) {
     if (kind_of(conn_id) != NumberKind::client_id) {
         return false;
     }
@@ -198,7 +208,8 @@ bool client_groups(int conn_id, std::vector<uint32_t> &groups) {
     if (!client || !client->credentials_known) {
         return false;
     }
-    groups = client->groups;
+    is_member =
+        std::find(client->groups.begin(), client->groups.end(), group) != client->groups.end();
     return true;
 }
 

@@ -24,7 +24,8 @@ extern "C" {
  * @param flags as open(2): O_RDONLY, O_WRONLY or O_RDWR. Close-on-exec is always set.
  * @return a descriptor to be released with platform_close(), or -1: ENOENT (no such path, ".."
  *   or an empty part in it), ENAMETOOLONG, EACCES (the path's permission bits refuse),
- *   ECONNREFUSED (nobody serves it any more), EINTR, EMFILE, ENFILE, ENOMEM.
+ *   ECONNREFUSED (nobody serves it any more), ECONNRESET (its owner dies meanwhile), EAGAIN (its
+ *   owner is out of descriptors), EINTR, EMFILE, ENFILE, ENOMEM.
  */
 VANTRO_PLATFORM_API int platform_open(const char *path, int flags);
 

@@ -164,7 +164,8 @@ VANTRO_PLATFORM_API int connect_client_info(int conn_id, struct ipc_credentials 
  *   handler installed without SA_RESTART ran: that exchange is given up and its answer dropped,
  *   and the connection stays usable; EBADF for no such connection, and after fork; EMFILE when a
  *   large reply found no free descriptor here, or a large message none at the server; EINVAL for
- *   vectors beyond the host's IOV_MAX; EMSGSIZE above IPC_MESSAGE_MAX; ENOMEM.
+ *   vectors beyond the host's IOV_MAX; EMSGSIZE above IPC_MESSAGE_MAX; ENOMEM; EAGAIN when the
+ *   connection has no lane left, after an interruption, and the server no descriptor for another.
  */
 VANTRO_PLATFORM_API int ipc_send(int connection, const struct iovec *send, int send_count,
                                  const struct iovec *reply, int reply_count);
