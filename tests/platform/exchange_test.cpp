@@ -78,16 +78,20 @@ TEST(Exchange, RefusesWhatItCannotCarry) {
     char byte;
     const struct iovec huge = {&byte, size_t{IPC_MESSAGE_MAX} + 1};
     const struct {
-        int result;
+        const struct iovec *send;
+        int send_count;
+        const struct iovec *reply;
+        int reply_count;
         int error;
     } cases[] = {
-        {ipc_send(connection, many.data(), 1023, nullptr, 0), EINVAL},
-        {ipc_send(connection, nullptr, 0, many.data(), 1023), EINVAL},
-        {ipc_send(connection, nullptr, -1, nullptr, 0), EINVAL},
-        {ipc_send(connection, &huge, 1, nullptr, 0), EMSGSIZE},
+        {many.data(), 1023, nullptr, 0, EINVAL},
+        {nullptr, 0, many.data(), 1023, EINVAL},
+        {nullptr, -1, nullptr, 0, EINVAL},
+        {&huge, 1, nullptr, 0, EMSGSIZE},
     };
-    for (const auto &refused : cases) {
-        EXPECT_EQ(refused.result, -1);
+    for (const auto &c : cases) {
+        EXPECT_EQ(ipc_send(connection, c.send, c.send_count, c.reply, c.reply_count), -1);
+        EXPECT_EQ(errno, c.error);
     }
     EXPECT_EQ(ipc_send(connection, many.data(), 1022, nullptr, 0), 0);
     EXPECT_TRUE(is_served(connection));
@@ -226,6 +230,39 @@ TEST(Exchange, ASignalGivesUpOneExchangeAndNoMore) {
     signal(SIGUSR1, SIG_DFL);
 }
 
+/* Or its answer, when it comes at last, would be taken for another's: ids come round again. */
+TEST(Exchange, AnIdIsNotGivenAgainWhileItsAnswerIsOwed) {
+    const RuntimeDirectory runtime;
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    const pthread_t client = pthread_self();
+    std::atomic<bool> given_up{false};
+    std::atomic<int> owed{0};
+    std::atomic<int> given_again{0};
+    const ChannelServer server([&](const Message &message) {
+        if (message.bytes == "wait") {
+            owed = message.receive_id;
+            while (!given_up) {
+                pthread_kill(client, SIGUSR1);
+                std::this_thread::yield();
+            }
+        } else {
+            given_again += message.receive_id == owed;
+            echo(message);
+        }
+    });
+    const int connection = connect_to_test();
+    ASSERT_EQ(ipc_send_simple(connection, "wait", 4, nullptr, 0), -1);
+    given_up = true;
+    for (int i = 0; i < 2000; ++i) {
+        ASSERT_TRUE(is_served(connection));
+    }
+    EXPECT_EQ(given_again, 0);
+    global_name_close(connection);
+    signal(SIGUSR1, SIG_DFL);
+}
+
 TEST(Exchange, AThreadIsNotCancelledInTheMiddle) {
     const RuntimeDirectory runtime;
     std::atomic<pthread_t> client{};
@@ -296,6 +333,7 @@ TEST(Exchange, AChildHasNoneOfItsParentsConnections) {
     const RuntimeDirectory runtime;
     const ChannelServer server(echo, {}, 2);
     const int connection = connect_to_test();
+    const int pulses = connect_attach(0, 0, server.channel, 0, 0); /* not the child's to announce */
     const pid_t child = in_child([&] {
         if (ipc_send_simple(connection, "ping", 4, nullptr, 0) != -1 || errno != EBADF ||
             channel_destroy(server.channel) != -1) {
@@ -306,6 +344,7 @@ TEST(Exchange, AChildHasNoneOfItsParentsConnections) {
     });
     EXPECT_EQ(exit_status(child), 0);
     EXPECT_TRUE(is_served(connection));
+    connect_detach(pulses);
     global_name_close(connection);
 }
 

@@ -31,6 +31,7 @@ TEST(Names, OnlyProperOnesAreLookedUp) {
         {"csm/other/default", ENOENT},
         {"csm/test", ENOENT},
         {"csm/test/default/more", ENOENT},
+        {"csm/test/default.lock", ENOENT}, /* the name's own lock lies there */
         {"csm/" + long_part, ENAMETOOLONG},
         {long_name, ENAMETOOLONG},
     };
@@ -60,6 +61,9 @@ TEST(Names, OneHolderAtATimeAndADeadOneIsSucceeded) {
     });
     char byte;
     ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    struct stat lock;
+    ASSERT_EQ(stat((runtime.path() + "/vantro/name/csm/test/default.lock").c_str(), &lock), 0);
+    EXPECT_EQ(lock.st_mode & 0777, 0600u); /* others could take it, and the name with it */
     const int channel = channel_create(0);
     struct path_dispatch *dispatch = path_dispatch_create(channel, 0);
     EXPECT_EQ(global_name_attach(dispatch, "csm/test/default", 0), nullptr);
@@ -93,7 +97,7 @@ TEST(Names, AnUnsafeRuntimeDirectoryIsNotTrusted) {
 /** A path server whose write handler counts the capital letters, and whose read gives text. */
 class PathServer {
   public:
-    explicit PathServer(uint32_t mode) : channel_(channel_create(CHANNEL_DISCONNECT)) {
+    explicit PathServer(uint32_t mode) : channel_(channel_create(0)) {
         dispatch_ = path_dispatch_create(channel_, 0);
         path_funcs_init(PATH_CONNECT_HANDLER_COUNT, &connect_, PATH_IO_HANDLER_COUNT, &io_);
         path_attr_init(&attr_, mode, nullptr, nullptr);
@@ -104,6 +108,8 @@ class PathServer {
             }
             return capitals > 0 ? capitals : -EBADMSG;
         };
+        io_.handlers[PATH_IO_CLOSE] = [](struct path_request *) { return ++closed; };
+        closed = 0;
         EXPECT_GE(path_attach(dispatch_, nullptr, "/dev/grantor", 0, 0, &connect_, &io_, &attr_), 0)
             << strerror(errno);
         thread_ = std::thread([this] {
@@ -120,6 +126,8 @@ class PathServer {
         path_dispatch_destroy(dispatch_);
     }
     int channel() const { return channel_; }
+
+    static inline std::atomic<int> closed{0};
 
   private:
     int channel_;
@@ -146,6 +154,9 @@ TEST(Paths, AnswerReadsAndWritesByTheirHandlers) {
     EXPECT_EQ(platform_close(descriptor), 0);
     EXPECT_EQ(platform_write(descriptor, "A", 1), -1);
     EXPECT_EQ(errno, EBADF);
+    while (PathServer::closed == 0) {
+        std::this_thread::yield();
+    }
 
     const int read_only = platform_open("/dev/grantor", O_RDONLY);
     EXPECT_EQ(platform_write(read_only, "A", 1), -1);
@@ -156,6 +167,29 @@ TEST(Paths, AnswerReadsAndWritesByTheirHandlers) {
     const int host_file = platform_open("/dev/null", O_RDWR);
     EXPECT_EQ(platform_write(host_file, "A", 1), 1);
     EXPECT_EQ(platform_close(host_file), 0);
+}
+
+/* What a child opens must not be taken for a connection of its parent that it still has to close. */
+TEST(Paths, AChildKeepsTheNumberOfAConnectionUntilItClosesIt) {
+    const RuntimeDirectory runtime;
+    const PathServer server(0666);
+    const int descriptor = platform_open("/dev/grantor", O_RDWR);
+    const pid_t child = in_child([&] {
+        const auto refused = [](ssize_t result) { return result == -1 && errno == EBADF; };
+        const int before = platform_open("/dev/null", O_RDWR);
+        if (before == descriptor || platform_write(before, "A", 1) != 1 ||
+            !refused(platform_write(descriptor, "A", 1)) || !refused(platform_close(descriptor))) {
+            _exit(1);
+        }
+        int after = -1;
+        do {
+            after = platform_open("/dev/null", O_RDWR);
+        } while (after >= 0 && after < descriptor);
+        _exit(after == descriptor && platform_write(after, "A", 1) == 1 ? 0 : 2);
+    });
+    EXPECT_EQ(exit_status(child), 0);
+    EXPECT_EQ(platform_write(descriptor, "A", 1), 1);
+    platform_close(descriptor);
 }
 
 TEST(Paths, PermissionBitsDecide) {

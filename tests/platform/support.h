@@ -4,6 +4,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -170,11 +172,12 @@ class RawClient {
     UniqueFd control;
 };
 
-/** Runs a function in a child process. */
+/** Runs a function in a child process, which dies with the test whatever fails. */
 template <typename Function>
 pid_t in_child(Function function) {
     const pid_t child = fork();
     if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         function();
         _exit(0);
     }
