@@ -1,9 +1,6 @@
-#include <cmath>
-
 #include <gtest/gtest.h>
 
 #include "tools/vantroctl/display_text.h"
-#include "tools/vantroctl/json_text.h"
 #include "tools/vantroctl/status_view.h"
 #include "tools/vantroctl/time_text.h"
 
@@ -120,6 +117,17 @@ TEST(DisplayText, ClipsBetweenCharacters) {
     }
 }
 
+TEST(DisplayText, FoldsAtBlanksAndElseBetweenCharacters) {
+    using Lines = std::vector<std::string>;
+    const std::string han = std::string(kanji).substr(0, 3);
+    EXPECT_EQ(fold_text("", 5), Lines{""});
+    EXPECT_EQ(fold_text("ab cd efghijk", 5), (Lines{"ab cd", "efghi", "jk"}));
+    EXPECT_EQ(fold_text("ab  cd", 3), (Lines{"ab ", "cd"}));
+    EXPECT_EQ(fold_text(std::string(kanji) + e_acute, 3),
+              (Lines{han, std::string(kanji).substr(3) + e_acute}));
+    EXPECT_EQ(fold_text(kanji, 1), (Lines{han, std::string(kanji).substr(3)})); // never endless
+}
+
 PlayerStatus playing() {
     PlayerStatus status;
     status.player = "main";
@@ -198,24 +206,6 @@ TEST(StatusView, LinesAreAlwaysAllThere) {
               "duration:\nrepeat: unknown\nshuffle: on\nrate: 1.1\n");
     EXPECT_EQ(render_screen(status, 80), "main: unknown\nno track\n"
                                          "repeat unknown   shuffle on   rate 1.1\n");
-}
-
-TEST(JsonText, IsOneValidObjectWhateverTheTagsHold) {
-    PlayerStatus status = playing();
-    EXPECT_EQ(json_status(status),
-              "{\"ok\":true,\"player\":\"main\",\"state\":\"playing\",\"rate\":1.1,"
-              "\"repeat\":\"all\",\"shuffle\":true,\"position_ms\":30000,"
-              "\"track\":{\"index\":2,\"title\":\"A \\\"title\\\"\\n\","
-              "\"artist\":\"\xE6\xBC\xA2\xE5\xAD\x97\xEF\xBF\xBD\",\"album\":null,\"genre\":null,"
-              "\"year\":null,\"disc\":0,\"number\":0,\"duration_ms\":60000,\"node_id\":null,"
-              "\"node_name\":null,\"source_id\":0},"
-              "\"session\":{\"id\":7,\"type\":1,\"length\":12}}\n");
-    status.track.reset();
-    status.session.reset();
-    status.rate = NAN;
-    EXPECT_EQ(json_status(status), "{\"ok\":true,\"player\":\"main\",\"state\":\"playing\","
-                                   "\"rate\":null,\"repeat\":\"all\",\"shuffle\":true,"
-                                   "\"position_ms\":30000,\"track\":null,\"session\":null}\n");
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 
 #include <fmt/format.h>
 
+#include <vantro/catalogue.h>
 #include <vantro/extras.h>
 #include <vantro/platform/io.h>
 #include <vantro/platform/log.h>
@@ -28,6 +29,9 @@ constexpr const char *service_path = "/sys/csm/vantro.sys/default";
 /** The alarm rings again and again once it has rung: a first ring between two exchanges, or just
  *  before one blocks, would otherwise be missed. */
 constexpr suseconds_t ring_again_us = 50000;
+
+/** For taking leave of a service that does not answer. */
+constexpr double leave_s = 0.05;
 
 volatile std::sig_atomic_t time_is_up = 0;
 
@@ -62,6 +66,15 @@ void start_alarm(double seconds) {
     set_alarm(seconds);
 }
 
+/** The time limit of one answer. Between answers there is none: a reader may take its time. */
+class Limit {
+  public:
+    explicit Limit(double seconds) { start_alarm(seconds); }
+    ~Limit() { set_alarm(0); }
+    Limit(const Limit &) = delete;
+    Limit &operator=(const Limit &) = delete;
+};
+
 /** What the library logged since the last call of it began. */
 struct Heard {
     bool verbose = false;
@@ -74,7 +87,9 @@ Heard heard;
 
 void hear(uint32_t, int severity, const char *line, void *) {
     heard.anything = true;
-    if (severity <= LOG_SEVERITY_WARNING && !heard.unreachable) {
+    // A follow-up that fails is logged with the lesser weight of a refusal.
+    const bool exchange = severity <= LOG_SEVERITY_WARNING || std::strstr(line, "msgclient_");
+    if (exchange && !heard.unreachable) {
         heard.unreachable = true;
         const char *colon = std::strrchr(line, ':');
         std::snprintf(heard.why, sizeof heard.why, "%s",
@@ -128,7 +143,6 @@ TrackStatus track_status(const VantroTrackInfo &info) {
 Client::Client(const ClientOptions &options) : options_(options) {
     heard.verbose = options_.verbose;
     system_log_set_sink(hear, nullptr);
-    start_alarm(options_.timeout_s);
     try {
         connect();
     } catch (...) {
@@ -143,18 +157,22 @@ Client::~Client() {
 
 void Client::leave() {
     if (handle_) {
+        // Whoever did not answer in time is not waited for once more.
+        const Limit limit(time_is_up ? leave_s : options_.timeout_s);
         vantro_disconnect(handle_);
         handle_ = nullptr;
     }
-    set_alarm(0);
     system_log_set_sink(nullptr, nullptr);
 }
 
 void Client::connect() {
-    forget();
-    handle_ = vantro_connect();
-    if (!handle_) {
-        explain_no_connection(errno);
+    {
+        const Limit limit(options_.timeout_s);
+        forget();
+        handle_ = vantro_connect();
+        if (!handle_) {
+            explain_no_connection(errno);
+        }
     }
     const auto open = [this](VantroHandle *handle) {
         return vantro_open(handle, options_.player.c_str());
@@ -201,8 +219,10 @@ void Client::fail_if_late() const {
 void Client::fail(const std::string &verb) const {
     fail_if_late();
     if (heard.unreachable) {
+        const bool too_long = std::strcmp(heard.why, std::strerror(EMSGSIZE)) == 0;
         throw Failure(Outcome::failed,
-                      fmt::format("{} failed: {}; is vantrod still running?", verb, heard.why));
+                      fmt::format("{} failed: {}; {}", verb, heard.why,
+                                  too_long ? "ask for less" : "is vantrod still running?"));
     }
     if (!heard.anything) {
         throw Failure(Outcome::failed,
@@ -216,7 +236,7 @@ void Client::fail(const std::string &verb) const {
 }
 
 int Client::attempt(const std::function<int(VantroHandle *)> &call) {
-    fail_if_late();
+    const Limit limit(options_.timeout_s);
     forget();
     return call(handle_);
 }
@@ -254,6 +274,29 @@ int32_t Client::position() {
     return position_ms;
 }
 
+std::optional<SessionStatus> Client::session() {
+    VantroTrksessionInfo *info = nullptr;
+    if (!ask("status", [&](VantroHandle *handle) {
+            return vantro_get_current_trksession_info(handle, &info);
+        })) {
+        return std::nullopt;
+    }
+    const SessionStatus session{static_cast<int64_t>(info->tsid), info->type, info->length};
+    std::free(info);
+    return session.type == VANTRO_TRKSESSION_NONE ? std::nullopt : std::optional(session);
+}
+
+std::optional<TrackStatus> Client::track() {
+    VantroTrackInfo *info = nullptr;
+    std::unique_ptr<VantroTrackInfo, TrackInfoFree> owner;
+    const bool has_track = ask("status", [&](VantroHandle *handle) {
+        const int result = vantro_get_current_track_info(handle, &info);
+        owner.reset(info); // What was read of a broken answer is there to be freed as well.
+        return result;
+    });
+    return has_track ? std::optional(track_status(*info)) : std::nullopt;
+}
+
 PlayerStatus Client::status() {
     PlayerStatus status;
     status.player = options_.player;
@@ -262,24 +305,9 @@ PlayerStatus Client::status() {
     status.rate = now.rate;
     status.repeat = now.repeat;
     status.shuffle = now.shuffle;
-
-    VantroTrksessionInfo *session = nullptr;
-    if (ask("status", [&](VantroHandle *handle) {
-            return vantro_get_current_trksession_info(handle, &session);
-        })) {
-        status.session =
-            SessionStatus{static_cast<int64_t>(session->tsid), session->type, session->length};
-        std::free(session);
-    }
-    VantroTrackInfo *track = nullptr;
-    std::unique_ptr<VantroTrackInfo, TrackInfoFree> owner;
-    const bool has_track = ask("status", [&](VantroHandle *handle) {
-        const int result = vantro_get_current_track_info(handle, &track);
-        owner.reset(track); // What was read of a broken answer is there to be freed as well.
-        return result;
-    });
-    if (has_track) {
-        status.track = track_status(*track);
+    status.session = session();
+    status.track = track();
+    if (status.track) {
         ask("status", [&](VantroHandle *handle) {
             return vantro_get_current_track_position(handle, &status.position_ms);
         });

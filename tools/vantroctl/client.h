@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include <vantro/player.h>
@@ -21,7 +22,7 @@ namespace vantro {
 
 struct ClientOptions {
     std::string player = "main";
-    double timeout_s = 10; /**< For all of a run's exchanges together; 0: no limit. */
+    double timeout_s = 10; /**< For each answer of the service; 0: no limit. */
     bool verbose = false;  /**< Show the library's log on standard error. */
 };
 
@@ -37,13 +38,16 @@ class Client {
     /** One call of the library that returns 0 on success. @throws Failure, which names the verb. */
     void carry_out(const std::string &verb, const std::function<int(VantroHandle *)> &call);
 
+    /** Like carry_out(), but false where the service answered and refused. */
+    bool ask(const std::string &verb, const std::function<int(VantroHandle *)> &call);
+
     VantroStateInfo state();
     int32_t position();
+    std::optional<SessionStatus> session();
+    std::optional<TrackStatus> track();
     PlayerStatus status();
 
   private:
-    /** Like carry_out(), but false where the service answered that it has none. */
-    bool ask(const std::string &verb, const std::function<int(VantroHandle *)> &call);
     int attempt(const std::function<int(VantroHandle *)> &call);
     void connect();
     [[noreturn]] void explain_no_connection(int error) const;

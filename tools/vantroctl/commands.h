@@ -18,6 +18,8 @@ struct Done {
     std::optional<float> rate = std::nullopt;
     std::optional<bool> shuffle = std::nullopt;
     std::optional<int32_t> repeat = std::nullopt;
+    std::optional<int32_t> index = std::nullopt;   /**< Of a track, from 0. */
+    std::optional<int64_t> session = std::nullopt; /**< Id of a new track session. */
 };
 
 /** A finite number and nothing else, whatever the locale is. */

@@ -132,4 +132,29 @@ std::string clip_text(std::string_view text, int columns) {
     return std::string(text);
 }
 
+std::vector<std::string> fold_text(std::string_view text, int columns) {
+    std::vector<std::string> lines;
+    int used = 0;
+    size_t position = 0;
+    size_t blank = 0; // Behind the last blank of this line.
+    while (position < text.size()) {
+        const Character character = first_character(text.substr(position));
+        const int width = std::max(width_of(character.code), 0);
+        if (used + width > columns && position > 0) {
+            const bool at_blank = character.code == ' ';
+            const size_t end = at_blank || blank == 0 ? position : blank - 1;
+            lines.emplace_back(text.substr(0, end));
+            text.remove_prefix(at_blank || blank > 0 ? end + 1 : end);
+            used = 0;
+            position = blank = 0;
+            continue;
+        }
+        used += width;
+        position += character.length;
+        blank = character.code == ' ' ? position : blank;
+    }
+    lines.emplace_back(text);
+    return lines;
+}
+
 } // namespace vantro

@@ -10,6 +10,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vantro {
 
@@ -36,6 +37,9 @@ int display_width(std::string_view text);
  * between characters: combining ones stay with their base, a wide one is there whole or not.
  */
 std::string clip_text(std::string_view text, int columns);
+
+/** A clean text in lines of at most `columns` columns, 1 or more, broken at blanks if possible. */
+std::vector<std::string> fold_text(std::string_view text, int columns);
 
 } // namespace vantro
 

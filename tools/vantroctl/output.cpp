@@ -10,7 +10,26 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <fmt/format.h>
+
+#include "tools/vantroctl/failure.h"
+
 namespace vantro {
+namespace {
+
+int dimension(unsigned short winsize::*member, const char *variable, int otherwise) {
+    winsize size = {};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.*member > 0) {
+        return size.*member;
+    }
+    int number = 0;
+    if (const char *text = std::getenv(variable)) {
+        std::from_chars(text, text + std::strlen(text), number);
+    }
+    return number > 0 ? number : otherwise;
+}
+
+} // namespace
 
 void prepare_output() {
     std::signal(SIGPIPE, SIG_IGN);
@@ -22,9 +41,9 @@ void prepare_output() {
     }
 }
 
-bool write_output(std::string_view text) {
+bool write_output(std::string_view text, int descriptor) {
     while (!text.empty()) {
-        const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
+        const ssize_t written = write(descriptor, text.data(), text.size());
         if (written < 0 && errno != EINTR) {
             return false;
         }
@@ -33,20 +52,27 @@ bool write_output(std::string_view text) {
     return true;
 }
 
+void print(std::string_view text) {
+    if (!write_output(text)) {
+        throw Failure(Outcome::failed,
+                      fmt::format("cannot write to standard output: {}", std::strerror(errno)));
+    }
+}
+
 bool output_is_terminal() {
     return isatty(STDOUT_FILENO) != 0;
 }
 
 int output_columns() {
-    winsize size = {};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
-        return size.ws_col;
-    }
-    int columns = 0;
-    if (const char *text = std::getenv("COLUMNS")) {
-        std::from_chars(text, text + std::strlen(text), columns);
-    }
-    return columns > 0 ? columns : 80;
+    return dimension(&winsize::ws_col, "COLUMNS", 80);
+}
+
+std::optional<int> terminal_columns() {
+    return output_is_terminal() ? std::optional(output_columns()) : std::nullopt;
+}
+
+int output_rows() {
+    return dimension(&winsize::ws_row, "LINES", 24);
 }
 
 } // namespace vantro

@@ -2,6 +2,7 @@
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_H
 
+#include <optional>
 #include <string_view>
 
 namespace vantro {
@@ -12,13 +13,22 @@ namespace vantro {
  */
 void prepare_output();
 
-/** Writes all of it to standard output. @return false, with errno, where not all went out. */
-bool write_output(std::string_view text);
+/** Writes all of it. @return false, with errno, where not all went out. */
+bool write_output(std::string_view text, int descriptor = 1);
+
+/** The same. @throws Failure. */
+void print(std::string_view text);
 
 bool output_is_terminal();
 
 /** The terminal's width, or else that in COLUMNS, or else 80. */
 int output_columns();
+
+/** The same of a terminal only. */
+std::optional<int> terminal_columns();
+
+/** The terminal's height, or else that in LINES, or else 24. */
+int output_rows();
 
 } // namespace vantro
 

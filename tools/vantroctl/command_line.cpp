@@ -1,0 +1,212 @@
+#include "tools/vantroctl/command_line.h"
+
+#include <algorithm>
+#include <limits>
+
+#include <fmt/format.h>
+
+#include <vantro/catalogue.h>
+
+#include "tools/vantroctl/commands.h"
+#include "tools/vantroctl/node_ref.h"
+#include "tools/vantroctl/time_text.h"
+
+namespace vantro {
+namespace {
+
+constexpr const char *footer = R"(Nodes:
+  Listings print each node as SOURCE:ID, one word to be pasted behind browse, load
+  and info; "1:" is the top of source 1. An ID alone is of --source, or of the only
+  source there is.
+
+Output:
+  On a terminal tables and screens that fit it, through $PAGER where they are
+  longer; elsewhere plain lines, columns separated by tabs. Commands print nothing
+  when they succeed, a failure is one line on standard error. --json prints one
+  object a run. docs/vantroctl.md describes all of it.
+
+Exit codes:
+  0 done   1 failed   2 usage   3 no service or player   4 denied
+  5 timed out   6 no such source, node, session or track)";
+
+constexpr double timeout_max_s = 86400;
+constexpr size_t player_name_max = 31;
+
+/** Levels of a tree unless it is told: enough to see what there is, on one screen. */
+constexpr int depth_default = 2;
+/** A service may well give a tree that bites its own tail. */
+constexpr int depth_max = 64;
+
+constexpr int32_t number_max = std::numeric_limits<int32_t>::max();
+
+/** A check for whole numbers. The one that comes with the option's type shows its end to users. */
+auto whole_number(int32_t least, int32_t most = number_max) {
+    return [=](const std::string &text) {
+        int64_t number = 0;
+        const bool good =
+            CLI::detail::lexical_cast(text, number) && number >= least && number <= most;
+        return good                ? std::string()
+               : most < number_max ? fmt::format("a whole number from {} to {}", least, most)
+                                   : fmt::format("a whole number from {} on", least);
+    };
+}
+
+} // namespace
+
+CommandLine::CommandLine(Options &options)
+    : options_(options), app_("Drives a player of the vantro service.", "vantroctl") {
+    app_.set_version_flag("--version", "vantroctl " VANTRO_VERSION);
+    add_global_options();
+    app_.require_subcommand(1);
+    app_.fallthrough(); // Options may stand behind the command as well.
+    add_commands();
+    add_lists();
+    app_.footer(footer); // Behind the commands, which would take it over.
+}
+
+void CommandLine::parse(int argc, char **argv) {
+    app_.parse(argc, argv);
+    options_.list.player = options_.client.player;
+}
+
+void CommandLine::add_global_options() {
+    app_.add_option("--player", options_.client.player, "Name of the player")
+        ->type_name("NAME")
+        ->capture_default_str()
+        ->check([](const std::string &name) {
+            return name.empty() || name.size() > player_name_max
+                       ? fmt::format("a name has 1 to {} bytes", player_name_max)
+                       : std::string();
+        });
+    app_.add_option("--timeout", options_.client.timeout_s,
+                    "Seconds to wait for each answer of the service; 0 waits for ever")
+        ->type_name("SECONDS")
+        ->capture_default_str()
+        ->check([](const std::string &text) {
+            double seconds = 0;
+            return CLI::detail::lexical_cast(text, seconds) && seconds >= 0 &&
+                           seconds <= timeout_max_s
+                       ? std::string()
+                       : fmt::format("a time limit is 0 to {} seconds", timeout_max_s);
+        });
+    app_.add_option_function<std::string>(
+            "--source",
+            [this](const std::string &text) { options_.list.source = parse_source(text); },
+            "Number of the source, as sources lists them")
+        ->type_name("SOURCE")
+        ->check([](const std::string &text) {
+            return parse_source(text) ? "" : "a source is a number; vantroctl sources lists them";
+        });
+    app_.add_flag("--json", options_.list.json, "Print one JSON object, whatever happens");
+    app_.add_flag_callback(
+        "--no-pager", [this] { options_.list.pager = false; },
+        "Print long lists straight to the terminal");
+    app_.add_flag("-v,--verbose", options_.client.verbose,
+                  "Show the library's log on standard error");
+}
+
+void CommandLine::add_commands() {
+    app_.add_subcommand("status", "Show what the player is doing");
+    app_.add_subcommand("play", "Play, or play on");
+    app_.add_subcommand("pause", "Hold the position");
+    app_.add_subcommand("stop", "Stop");
+    app_.add_subcommand("next", "Go to the next track");
+    app_.add_subcommand("previous", "Go to the previous track");
+    with_argument("seek", "Go to a position: 83, 1:23, 1:02:03.5; +10 and -10 from here",
+                  "POSITION")
+        ->check([](const std::string &text) {
+            return parse_seek(text) ? "" : "a position is 83, 1:23, 1:02:03.5, +10 or -1:30";
+        });
+    with_argument("rate", "Set the playback rate; 1 is normal speed", "RATE")
+        ->check([](const std::string &text) {
+            return parse_rate(text) ? "" : "a rate is a number, such as 1 or 1.5";
+        });
+    with_argument("shuffle", "Play in random order or not: on, off, toggle", "on|off|toggle")
+        ->check([](const std::string &text) {
+            return text == "on" || text == "off" || text == "toggle"
+                       ? ""
+                       : "shuffle takes on, off or toggle";
+        });
+    with_argument("repeat", "Repeat nothing, everything or one track: off, all, one", "off|all|one")
+        ->check([](const std::string &text) {
+            return parse_repeat(text) ? "" : "repeat takes off, all or one";
+        });
+}
+
+void CommandLine::add_lists() {
+    const auto add_node = [this](CLI::App &command) {
+        return command.add_option("NODE", options_.node, "As listings print it")->type_name("");
+    };
+    app_.add_subcommand("sources", "List the media sources");
+
+    CLI::App &browse =
+        with_range(*app_.add_subcommand("browse", "List what is below a node, or at the top"));
+    add_node(browse);
+    CLI::Option *tree = browse.add_flag_callback(
+        "--tree", [this] { options_.list.depth = std::max(options_.list.depth, depth_default); },
+        "Show it as a tree");
+    browse
+        .add_option("--depth", options_.list.depth,
+                    fmt::format("Levels of the tree, {} unless given", depth_default))
+        ->type_name("N")
+        ->check(whole_number(1, depth_max))
+        ->needs(tree);
+
+    CLI::App &search =
+        with_range(*app_.add_subcommand("search", "Find words, or their beginnings"));
+    search.add_option("TERM", options_.words, "Words, all of which must be found")
+        ->type_name("")
+        ->required();
+    for (const char *filter : {VANTRO_FILTER_ARTIST, VANTRO_FILTER_ALBUM, VANTRO_FILTER_TITLE,
+                               VANTRO_FILTER_GENRE, VANTRO_FILTER_COMPOSER}) {
+        search.add_flag_callback(
+            fmt::format("--{}", filter), [this, filter] { set_filter(filter); },
+            fmt::format("Look for the {} only", filter));
+    }
+
+    CLI::App &load = *app_.add_subcommand("load", "Give the player a node's songs to play");
+    add_node(load)->required();
+    load.add_flag("--play", options_.play, "Play at once");
+    load.add_option("--index", options_.number, "Number of the song to begin with, from 1")
+        ->type_name("N")
+        ->check(whole_number(1));
+
+    with_range(*app_.add_subcommand("tracks", "List the tracks that the player works through"));
+
+    app_.add_subcommand("jump", "Go to a track")
+        ->add_option("N", options_.number, "Its number, as tracks shows it")
+        ->type_name("")
+        ->required()
+        ->check(whole_number(1));
+
+    CLI::App &info = *app_.add_subcommand("info", "Show what is known of a node");
+    add_node(info)->required();
+    info.add_option("KEY", options_.words, "What to show; everything unless given")->type_name("");
+}
+
+void CommandLine::set_filter(const char *filter) {
+    if (!options_.filter.empty() && options_.filter != filter) {
+        throw CLI::ValidationError(
+            fmt::format("--{} and --{}: a search is for one of them", options_.filter, filter));
+    }
+    options_.filter = filter;
+}
+
+CLI::App &CommandLine::with_range(CLI::App &command) {
+    command.add_option("--limit", options_.list.limit, "Most entries to show")
+        ->type_name("N")
+        ->check(whole_number(1));
+    command.add_option("--offset", options_.list.offset, "Entries to leave out at the start")
+        ->type_name("N")
+        ->check(whole_number(0));
+    return command;
+}
+
+CLI::Option *CommandLine::with_argument(const char *verb, const char *what, const char *argument) {
+    return app_.add_subcommand(verb, what)
+        ->add_option(argument, options_.argument, what)
+        ->type_name("")
+        ->required();
+}
+
+} // namespace vantro

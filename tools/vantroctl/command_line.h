@@ -1,0 +1,53 @@
+/** What the tool is told on its command line. */
+#ifndef VANTRO_TOOLS_VANTROCTL_COMMAND_LINE_H
+#define VANTRO_TOOLS_VANTROCTL_COMMAND_LINE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/vantroctl/client.h"
+#include "tools/vantroctl/lists.h"
+
+namespace vantro {
+
+struct Options {
+    ClientOptions client;
+    ListOptions list;
+    std::string argument; /**< Of a command that takes one. */
+    std::optional<std::string> node;
+    std::vector<std::string> words; /**< Of a search; keys of info. */
+    std::string filter;
+    int32_t number = 1; /**< Of a track, from 1. */
+    bool play = false;
+};
+
+/** Judges every argument before anything is sent. */
+class CommandLine {
+  public:
+    explicit CommandLine(Options &options);
+
+    /** @throws CLI::ParseError, also for --help and --version. */
+    void parse(int argc, char **argv);
+
+    std::string verb() const { return app_.get_subcommands().front()->get_name(); }
+    std::string help() const { return app_.help(); }
+
+  private:
+    void add_global_options();
+    void add_commands();
+    void add_lists();
+    void set_filter(const char *filter);
+    CLI::Option *with_argument(const char *verb, const char *what, const char *argument);
+    CLI::App &with_range(CLI::App &command);
+
+    Options &options_;
+    CLI::App app_;
+};
+
+} // namespace vantro
+
+#endif
