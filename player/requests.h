@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 
 #include <vantro/protocol.h>
@@ -31,6 +32,17 @@ template <class Value>
 iovec part(const Value &value) {
     return part(&value, sizeof value);
 }
+
+// A string, as requests carry it. One too long for its length word is too long for a message, and
+// refused with the characters.
+struct Text {
+    explicit Text(const char *text)
+        : characters(part(text, std::strlen(text))),
+          length(static_cast<std::uint32_t>(characters.iov_len)) {}
+
+    iovec characters;
+    std::uint32_t length;
+};
 
 // One exchange. Keeps errno.
 // Returns the message client's result: 0 where an answer came; `answer_length` then tells its

@@ -92,6 +92,8 @@ class Reader {
         return true;
     }
 
+    bool at_end() const { return left_ == 0; }
+
     bool short_of_memory() const { return short_of_memory_; }
 
   private:

@@ -1,6 +1,6 @@
 /**
  * Driving a player: connect to the player service, open one of its players, tell it what to do,
- * ask what it is doing.
+ * ask what it is doing, and find in its catalogue what it shall play.
  *
  *     #include <stdio.h>
  *     #include <stdlib.h>
@@ -17,16 +17,32 @@
  *         return vantro_disconnect(player);
  *     }
  *
+ * And its catalogue: the first hundred entries of a media source, "" being its top.
+ *
+ *     int list(VantroHandle *player, int32_t ms_id) {
+ *         MediaNode *nodes = NULL;
+ *         int count = 100;
+ *         int i;
+ *         if (vantro_browse(player, ms_id, "", 0, &count, &nodes))
+ *             return -1;
+ *         for (i = 0; i < count; i++)
+ *             printf("%s\n", nodes[i].name ? nodes[i].name : "");
+ *         vantro_free_media_nodes(nodes, count);
+ *         return 0;
+ *     }
+ *
  * Results. A function returns 0 on success and -1 on failure, unless its own text says otherwise.
  * Why it failed is logged: the library writes to the system's log (code 0x06B02710), severity 3
  * where the service could not be reached, 5 where an argument was wrong or the service refused.
- * errno is set only where a function's text says so; any other failure leaves it as it was. Three
+ * errno is set only where a function's text says so; any other failure leaves it as it was. Four
  * failures are common to many functions:
  *  - bad handle: NULL, or no player is open where one is needed. Nothing is sent.
  *  - failed exchange: the service is gone (for good: connect anew), a signal handler interrupted
  *    the call, the process is short of descriptors or memory, or the answer was longer than it may
  *    be.
  *  - refusal: the service answered that it did not do it, or answered too little.
+ *  - malformed answer: the service's words and lengths contradict each other. Where records are
+ *    returned neither this nor want of memory for them is logged.
  * Where there is no memory for a handle, or for the one record that a query returns, the process
  * ends with abort(). Before it logs, the library flushes standard output, so that both appear in
  * their order.
@@ -45,13 +61,14 @@
  * on). The service may or may not have done what it was told; the handle stays usable. No exchange
  * raises SIGPIPE; flushing standard output before a log line can, as printing there can.
  *
- * Threads. Commands and queries of one handle may run at once in any number of threads; queries for
- * the current track wait for each other. vantro_open(), vantro_close() and vantro_disconnect() must
+ * Threads. Commands and queries of one handle may run at once in any number of threads; of a
+ * handle's queries for the current track and for the catalogue one at a time talks to the service,
+ * and the others wait. vantro_open(), vantro_close() and vantro_disconnect() must
  * not overlap any other call on the same handle. Different handles have nothing in common. The
  * library starts no thread, and no call is a cancellation point while it waits for the service.
  *
  * Fork. A child cannot use its parent's handles, and connects anew: exchanges on them fail, and a
- * query for the current track may wait for ever where the parent was within one.
+ * query for the current track or the catalogue may wait for ever where the parent was within one.
  *
  * Units. Positions and durations are milliseconds.
  */
@@ -199,6 +216,38 @@ VANTRO_API int vantro_shuffle(VantroHandle *handle, int32_t mode);
  */
 VANTRO_API int vantro_repeat(VantroHandle *handle, int32_t mode);
 
+/* ----------------------------------------------------------------------------- track sessions */
+/*
+ * A track session is the list of tracks that a player works through. Each call needs an open player
+ * and blocks until the service has done what it says.
+ * @return 0, or -1: bad handle, failed exchange, refusal.
+ */
+
+/**
+ * Makes a track session of a node: a song, or all songs below it.
+ * @param ms_id   `id` of the media source that holds the node.
+ * @param node_id `id` of the node. NULL fails, and nothing is sent; "" is the service's to judge.
+ * @param first   address of the first of two values whose meaning is the service's; NULL stands
+ *                for a value of 0. catalogue.h says what vantrod makes of both.
+ * @param second  the second of them.
+ * @param tsid    receives the new session's id. Untouched on failure.
+ */
+VANTRO_API int vantro_create_trksession(VantroHandle *handle, int32_t ms_id, const char *node_id,
+                                        const int32_t *first, int32_t second, uint64_t *tsid);
+
+/**
+ * Destroys a track session.
+ * @param tsid its id.
+ */
+VANTRO_API int vantro_destroy_trksession(VantroHandle *handle, uint64_t tsid);
+
+/**
+ * Goes to a track of the current track session.
+ * @param index 0 for the first; passed on as it is: what lies outside the session is for the
+ *              service to judge.
+ */
+VANTRO_API int vantro_jump(VantroHandle *handle, int32_t index);
+
 /* ------------------------------------------------------------------------------- the queries */
 /*
  * Queries need a connected handle; without an open player the service decides what it answers.
@@ -235,6 +284,97 @@ VANTRO_API int vantro_get_current_track_info(VantroHandle *handle, VantroTrackIn
  * @param position receives milliseconds from the track's start. Untouched on failure.
  */
 VANTRO_API int vantro_get_current_track_position(VantroHandle *handle, int32_t *position);
+
+/* ----------------------------------------------------------------------------- the catalogue */
+/*
+ * A service's catalogue is made of media sources, and each source of nodes. What their integers,
+ * ids and keys mean is the service's business, and the library passes them on as they are;
+ * catalogue.h has the meanings that vantrod gives them.
+ *
+ * Each query blocks until the service answers. Where more than 65536 bytes of records or values
+ * come back, they are fetched in a second exchange, up to 256 MiB, but for the two queries whose
+ * texts say that they fail.
+ * @return 0, or -1: bad handle, failed exchange, refusal, malformed answer, no memory, and
+ *   what a query's own text adds.
+ *
+ * Lists. `count` receives the number of records, on success only, and the pointer a new block of
+ * them, for vantro_free_media_sources() or vantro_free_media_nodes() of extras.h, or as records.h
+ * says. Set the pointer to NULL before the call: it is untouched where there are no records, and on
+ * failure, except that it receives NULL where memory for the records is short.
+ *
+ * Ranges. `offset` is the first entry wanted, counted from 0, and the value found at `count` the
+ * number of entries wanted. The service decides what they mean beyond that; vantrod takes a count
+ * of 0 or less for all entries.
+ */
+
+/**
+ * Lists the media sources. Needs an open player, and some 66 KiB of the calling thread's stack.
+ * Fails where the sources take more than 65536 bytes in their packed form.
+ */
+VANTRO_API int vantro_get_media_sources(VantroHandle *handle, MediaSource **sources, int *count);
+
+/**
+ * Lists the entries of a node. Needs an open player.
+ * @param ms_id   `id` of the media source that holds the node.
+ * @param node_id `id` of the node; "" is VANTRO_NODE_ROOT. NULL fails with errno EINVAL, and
+ *                nothing is sent.
+ */
+VANTRO_API int vantro_browse(VantroHandle *handle, int32_t ms_id, const char *node_id,
+                             int32_t offset, int *count, MediaNode **nodes);
+
+/**
+ * Lists the entries of a media source that match a term. Needs an open player.
+ * @param ms_id  `id` of the media source.
+ * @param filter what kind of match is wanted, VANTRO_FILTER_* of catalogue.h; NULL or "" for any.
+ * @param term   what to look for. "" finds nothing: the call succeeds with a count of 0. NULL fails
+ *               with errno EINVAL. Nothing is sent for either.
+ */
+VANTRO_API int vantro_search(VantroHandle *handle, int32_t ms_id, const char *filter,
+                             const char *term, int32_t offset, int *count, MediaNode **nodes);
+
+/**
+ * Lists the tracks of a track session. Needs a connected handle; without an open player the
+ * service decides what it answers.
+ * @param tsid the session's id.
+ */
+VANTRO_API int vantro_get_trksession_tracks(VantroHandle *handle, uint64_t tsid, int32_t offset,
+                                            int *count, MediaNode **tracks);
+
+/**
+ * Asks for the metadata of a node. Needs an open player, and some 66 KiB of the calling thread's
+ * stack. Fails where the metadata take more than 65536 bytes in their packed form.
+ * @param ms_id    `id` of the media source that holds the node.
+ * @param node_id  `id` of the node. NULL or "" fails; nothing is sent, nor logged.
+ * @param metadata receives a new record, for vantro_free_metadata(), or NULL where the service has
+ *                 none. Untouched on failure, except that it receives NULL where memory for the
+ *                 record is short.
+ */
+VANTRO_API int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
+                                   Metadata **metadata);
+
+/**
+ * Asks for values of a node by their keys. Needs a connected handle; without an open player the
+ * service decides what it answers.
+ *
+ *     const char *const keys[] = {VANTRO_KEY_COMPOSER, VANTRO_KEY_BIT_RATE, NULL};
+ *     char *values[2];
+ *     if (vantro_get_extended_metadata(player, ms_id, node_id, keys, values) == 0) {
+ *         printf("%s\n", values[0] ? values[0] : "no composer");
+ *         free(values[0]);
+ *         free(values[1]);
+ *     }
+ *
+ * @param ms_id   `id` of the media source that holds the node.
+ * @param node_id `id` of the node. NULL or "" fails, and nothing is sent.
+ * @param keyv    keys, ended by a NULL entry, which may be the first. NULL fails, and nothing is
+ *                sent. Where there is no memory to send them the call fails with errno ENOMEM.
+ * @param valuev  room for one entry a key. Each receives a new string, for free(), or NULL where
+ *                the key has no value; nothing is written behind the last, and nothing at all on
+ *                failure. NULL fails, and nothing is sent.
+ */
+VANTRO_API int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id,
+                                            const char *node_id, const char *const *keyv,
+                                            char **valuev);
 
 #ifdef __cplusplus
 }

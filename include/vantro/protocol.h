@@ -37,6 +37,12 @@ extern "C" {
 /** Bytes of packed records that a client takes in its first exchange. */
 #define VANTRO_REPLY_AREA 65536
 
+/**
+ * Longest answer that a client fetches, in bytes, result word and count included. Some three
+ * million nodes fit; what a service only claims to hold cannot make a client reserve more.
+ */
+#define VANTRO_REPLY_MAX (256 * 1024 * 1024)
+
 /** The start of every request's payload. 16 bytes. */
 typedef struct RequestHeader {
     uint16_t command;        /**< VANTRO_COMMAND_*. */

@@ -1,0 +1,66 @@
+#include "player/answer.h"
+
+#include <algorithm>
+
+#include "player/log.h"
+
+namespace vantro {
+
+int Answer::ask(const VantroHandle *handle, std::initializer_list<iovec> request) {
+    return putgetv(handle, request,
+                   {part(result_), part(&count_, count_bytes_), part(area_, area_size_)}, length_);
+}
+
+int Answer::fetch(const VantroHandle *handle) {
+    const KeepErrno keep;
+    result_ = no_result;
+    count_ = -1;
+    const iovec reply[] = {part(result_), part(&count_, count_bytes_), part(area_, area_size_)};
+    return msgclient_getv(handle->connection, 0, reply, 3, &length_, 0);
+}
+
+bool Answer::granted(const char *failure) const {
+    if (result_ == 0 && length_ >= word_bytes())
+        return true;
+    msglog(LOG_SEVERITY_INFO, "%s", failure);
+    return false;
+}
+
+std::size_t Answer::byte_count() const {
+    return std::min<std::size_t>(length_ - word_bytes(), area_size_);
+}
+
+bool LongAnswer::make_area() {
+    if (replace_area(VANTRO_REPLY_AREA))
+        return true;
+    msglog(LOG_SEVERITY_INFO, "Cannot allocate memory");
+    return false;
+}
+
+bool LongAnswer::complete(const VantroHandle *handle, int status) {
+    if (status != MSG_STATUS_QUEUED)
+        return answered(status);
+    // The words in front count as well, so the area is a little larger than it need be.
+    if (length() > area_size() && !replace_area(length())) {
+        msglog(LOG_SEVERITY_WARNING, "Cannot allocate memory");
+        return false;
+    }
+    if (fetch(handle) == 0)
+        return true;
+    msglog(LOG_SEVERITY_INFO, "msgclient_getv() failed");
+    return false;
+}
+
+// Not realloc(): nothing in the old area is worth moving, and fresh zeroed memory costs nothing
+// until an answer comes to lie in it, whatever length the service only claims.
+bool LongAnswer::replace_area(std::size_t size) {
+    const KeepErrno keep;
+    if (size > VANTRO_REPLY_MAX)
+        return false;
+    block_.reset();
+    block_.reset(static_cast<unsigned char *>(std::calloc(1, size)));
+    set_area(block_.get(), block_ ? size : 0);
+    return block_ != nullptr;
+}
+
+} // namespace vantro

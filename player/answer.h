@@ -1,0 +1,107 @@
+// Answers that hold records or values: a few words, then bytes whose length the service chooses.
+//
+// Each of these exchanges is made under the handle's OverflowLock: an answer longer than the area
+// offered is held at the service under the one tag that all of them share, and whoever fetches gets
+// the newest.
+#ifndef VANTRO_PLAYER_ANSWER_H
+#define VANTRO_PLAYER_ANSWER_H
+
+#include <sys/uio.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <initializer_list>
+#include <memory>
+
+#include "player/requests.h"
+#include "records/unpack.h"
+
+namespace vantro {
+
+struct FreeBlock {
+    void operator()(void *block) const { std::free(block); }
+};
+
+using Block = std::unique_ptr<unsigned char, FreeBlock>;
+
+// Whether the answers of a command hold a number of records before the area.
+enum class Counted { no, yes };
+
+class Answer {
+  public:
+    // The area is zeroed by whoever provides it, so that a service that overstates the length of
+    // its answer makes us read zeros and not what memory held before: how much of the area an
+    // exchange filled, the service alone tells.
+    explicit Answer(Counted counted, unsigned char *area = nullptr, std::size_t area_size = 0)
+        : count_bytes_(counted == Counted::yes ? sizeof count_ : 0), area_(area),
+          area_size_(area_size) {}
+
+    // One exchange. Returns the message client's result.
+    int ask(const VantroHandle *handle, std::initializer_list<iovec> request);
+
+    // Whether the service did what it was asked, and its words arrived whole. Logs `failure` where
+    // not.
+    bool granted(const char *failure) const;
+
+    // Only of an answer that is granted.
+    std::int32_t count() const { return count_; }
+    const unsigned char *bytes() const { return area_; }
+    std::size_t byte_count() const;
+
+  protected:
+    int fetch(const VantroHandle *handle);
+    void set_area(unsigned char *area, std::size_t size) {
+        area_ = area;
+        area_size_ = size;
+    }
+    std::size_t area_size() const { return area_size_; }
+    // Bytes of the whole answer, as the service states them.
+    std::uint32_t length() const { return length_; }
+
+  private:
+    std::size_t word_bytes() const { return sizeof result_ + count_bytes_; }
+
+    std::int32_t result_ = no_result;
+    // Preset like the result word: an answer that ends before its count has no records.
+    std::int32_t count_ = -1;
+    std::size_t count_bytes_;
+    unsigned char *area_;
+    std::size_t area_size_;
+    std::uint32_t length_ = 0;
+};
+
+// An answer of any length: the area begins with VANTRO_REPLY_AREA bytes of the heap, and is grown
+// once to what the service announces.
+class LongAnswer : public Answer {
+  public:
+    using Answer::Answer;
+
+    // Makes the area. Logged where there is no memory.
+    bool make_area();
+
+    // Follows up on the result of ask(), under the same lock: fetches the answer where it is held.
+    // Returns whether there is one; logged where not.
+    bool complete(const VantroHandle *handle, int status);
+
+  private:
+    bool replace_area(std::size_t size);
+
+    Block block_;
+};
+
+// Unpacks `count` records of a granted answer. The caller's pointer receives them, or null for want
+// of memory; bytes that cannot be right leave it alone.
+template <class Record>
+int unpack_answer(const Answer &answer, std::int32_t count, Record **records) {
+    const KeepErrno keep;
+    Record *block = nullptr;
+    const Unpacked result = unpack_records(answer.bytes(), answer.byte_count(), count, block);
+    if (result == Unpacked::done || result == Unpacked::no_memory)
+        *records = block;
+    return result == Unpacked::done ? 0 : -1;
+}
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,161 @@
+// What is known of a node: its metadata record, and the values of keys that the caller names.
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include <vantro/platform/limits.h>
+#include <vantro/player.h>
+
+#include "player/answer.h"
+#include "player/log.h"
+#include "player/requests.h"
+#include "records/bytes.h"
+
+namespace vantro {
+namespace {
+
+// The keys as the request carries them.
+struct KeyBlock {
+    Block bytes;
+    std::uint32_t size = 0;
+    std::uint32_t count = 0;
+};
+
+// Whether there is memory for the keys. More than a message holds counts as more than there is.
+bool pack_keys(const char *const *keyv, KeyBlock &keys) {
+    const KeepErrno keep;
+    std::uint64_t size = 0;
+    for (; keyv[keys.count]; keys.count++) {
+        size += sizeof(std::uint32_t) + std::strlen(keyv[keys.count]);
+        if (size > IPC_MESSAGE_MAX)
+            return false;
+    }
+    keys.size = static_cast<std::uint32_t>(size);
+    // Room for one byte more: without keys there is a block too.
+    keys.bytes.reset(static_cast<unsigned char *>(std::malloc(keys.size + 1)));
+    if (!keys.bytes)
+        return false;
+    Writer writer(keys.bytes.get());
+    for (std::uint32_t i = 0; i < keys.count; i++)
+        writer.put_string(keyv[i]);
+    return true;
+}
+
+// The values of an answer, on their way to the caller.
+class Values {
+  public:
+    explicit Values(std::size_t count)
+        : count_(count), values_(static_cast<char **>(std::calloc(count + 1, sizeof(char *)))) {}
+    ~Values() {
+        for (std::size_t i = 0; values_ && i < count_; i++)
+            std::free(values_[i]);
+        std::free(values_);
+    }
+    Values(const Values &) = delete;
+    Values &operator=(const Values &) = delete;
+
+    // An answer may end before the last value: what it does not mention has none.
+    Unpacked unpack(Reader reader) {
+        if (!values_)
+            return Unpacked::no_memory;
+        for (std::size_t i = 0; i < count_ && !reader.at_end(); i++)
+            if (!reader.get_string(values_[i]))
+                return reader.short_of_memory() ? Unpacked::no_memory : Unpacked::malformed;
+        return Unpacked::done;
+    }
+
+    void hand_over(char **valuev) {
+        for (std::size_t i = 0; i < count_; i++)
+            valuev[i] = std::exchange(values_[i], nullptr);
+    }
+
+  private:
+    std::size_t count_;
+    char **values_;
+};
+
+constexpr char extended_failure[] = "vantro_get_extended_metadata() failed";
+
+int deliver(const Answer &answer, std::size_t count, char **valuev) {
+    if (!answer.granted(extended_failure))
+        return -1;
+    const KeepErrno keep;
+    Values values(count);
+    switch (values.unpack(Reader(answer.bytes(), answer.byte_count()))) {
+    case Unpacked::done:
+        values.hand_over(valuev);
+        return 0;
+    case Unpacked::no_memory:
+        msglog(LOG_SEVERITY_INFO, "Cannot allocate memory");
+        return -1;
+    default:
+        msglog(LOG_SEVERITY_INFO, "%s", extended_failure);
+        return -1;
+    }
+}
+
+} // namespace
+} // namespace vantro
+
+using vantro::part;
+
+int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
+                        Metadata **metadata) {
+    if (!node_id || !*node_id || !vantro::require_player(handle))
+        return -1;
+    const vantro::Text id(node_id);
+    const RequestHeader header = vantro::request_header(VANTRO_COMMAND_GET_METADATA, 8 + id.length);
+    unsigned char area[VANTRO_REPLY_AREA] = {};
+    vantro::Answer answer(vantro::Counted::no, area, sizeof area);
+    {
+        const vantro::OverflowLock lock(handle);
+        if (!vantro::answered(
+                answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters})))
+            return -1;
+    }
+    if (!answer.granted("vantro_get_metadata() failed"))
+        return -1;
+    if (answer.byte_count() == 0) {
+        *metadata = nullptr;
+        return 0;
+    }
+    return vantro::unpack_answer(answer, 1, metadata);
+}
+
+int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
+                                 const char *const *keyv, char **valuev) {
+    if (!node_id || !*node_id) {
+        vantro::msglog(LOG_SEVERITY_INFO, "Invalid media node id");
+        return -1;
+    }
+    if (!keyv || !valuev) {
+        vantro::msglog(LOG_SEVERITY_INFO, "Invalid keyv or valuev");
+        return -1;
+    }
+    if (!vantro::require_connection(handle))
+        return -1;
+    vantro::KeyBlock keys;
+    if (!vantro::pack_keys(keyv, keys)) {
+        vantro::msglog(LOG_SEVERITY_INFO, "No memory");
+        errno = ENOMEM;
+        return -1;
+    }
+    vantro::LongAnswer answer(vantro::Counted::no);
+    if (!answer.make_area())
+        return -1;
+    const vantro::Text id(node_id);
+    const RequestHeader header =
+        vantro::request_header(VANTRO_COMMAND_GET_EXTENDED_METADATA, 12 + id.length + keys.size);
+    {
+        const vantro::OverflowLock lock(handle);
+        const int status =
+            answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters,
+                                part(keys.count), part(keys.bytes.get(), keys.size)});
+        keys.bytes.reset();
+        if (!answer.complete(handle, status))
+            return -1;
+    }
+    return vantro::deliver(answer, keys.count, valuev);
+}
