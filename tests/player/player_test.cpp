@@ -6,120 +6,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include <vantro/extras.h>
-#include <vantro/messaging.h>
-#include <vantro/platform/log.h>
 
 #include "player/handle.h"
 #include "player/log.h"
+#include "tests/player/service.h"
 #include "tests/records/failing_memory.h"
 
 namespace {
-
-using Lines = std::vector<std::string>;
-
-std::string words(std::initializer_list<std::int32_t> values) {
-    return std::string(reinterpret_cast<const char *>(values.begin()), values.size() * 4);
-}
-
-std::string request(std::uint16_t command, const std::string &parameters = "") {
-    return words({command, static_cast<std::int32_t>(parameters.size()), 0, 0}) + parameters;
-}
-
-std::string text(const std::string &value) {
-    return words({static_cast<std::int32_t>(value.size())}) + value;
-}
-
-std::mutex guard; // Over the three below: the service's thread and the test take turns.
-Lines requests;
-Lines lines;
-std::string answer;
-
-std::int32_t record_and_answer(MsgOsb *open, MsgContext *context, MsgService *) {
-    const std::lock_guard<std::mutex> lock(guard);
-    requests.emplace_back(static_cast<const char *>(context->payload),
-                          context->header->send_length);
-    EXPECT_EQ(context->header->code, 0);
-    return callout_reply(open, context, 0, answer.data(), static_cast<std::int32_t>(answer.size()));
-}
-
-void record_line(std::uint32_t code, int severity, const char *line, void *) {
-    const std::string prefix = std::string(program_invocation_short_name) + ": ";
-    const std::lock_guard<std::mutex> lock(guard);
-    EXPECT_EQ(code, 0x06B02710U);
-    EXPECT_EQ(std::string(line).substr(0, prefix.size()), prefix);
-    lines.push_back(std::to_string(severity) + " " + (line + prefix.size()));
-}
-
-Lines take(Lines &from) {
-    const std::lock_guard<std::mutex> lock(guard);
-    return std::exchange(from, {});
-}
-
-void will_answer(const std::string &bytes) {
-    const std::lock_guard<std::mutex> lock(guard);
-    answer = bytes;
-}
-
-class Player : public testing::Test {
-  protected:
-    static void SetUpTestSuite() {
-        char name[] = "/tmp/vantro-player-XXXXXX";
-        directory = mkdtemp(name);
-        std::filesystem::create_directories(directory + "/nobody/vantro");
-        std::filesystem::permissions(directory + "/nobody", std::filesystem::perms::owner_all);
-        setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
-        server = msgserver_create(4096, 1, MSGSERVER_FLAG_PATH);
-        ASSERT_NE(server, nullptr);
-        ASSERT_GE(msgserver_add(server, "vantro.sys", nullptr, nullptr, 256, record_and_answer,
-                                nullptr, nullptr),
-                  0);
-        loop = std::thread(msgserver_thread_loop, server);
-    }
-
-    static void TearDownTestSuite() {
-        __atomic_store_n(&server->stop, 1, __ATOMIC_SEQ_CST);
-        const int wake = connect_attach(0, 0, server->channel, 0, 0);
-        pulse_send(wake, 10, 0, 0);
-        loop.join();
-        connect_detach(wake);
-        std::filesystem::remove_all(directory);
-    }
-
-    void SetUp() override {
-        system_log_set_sink(record_line, nullptr);
-        will_answer(words({0}));
-        handle = vantro_connect();
-        ASSERT_NE(handle, nullptr);
-        ASSERT_EQ(vantro_open(handle, "main"), 0);
-        EXPECT_EQ(take(requests), Lines{request(0, text("main"))});
-        EXPECT_EQ(take(lines), Lines{});
-        errno = 77; // No call below may change it, unless it says so.
-    }
-
-    void TearDown() override {
-        EXPECT_EQ(errno, 77);
-        will_answer(words({0}));
-        EXPECT_EQ(vantro_disconnect(handle), 0);
-        EXPECT_EQ(take(lines), Lines{});
-        take(requests);
-        system_log_set_sink(nullptr, nullptr);
-    }
-
-    inline static std::string directory;
-    inline static MsgServer *server;
-    inline static std::thread loop;
-    VantroHandle *handle = nullptr;
-};
 
 TEST_F(Player, OpensAndClosesOneTurnAfterTheOther) {
     const std::string granted = words({0}), refused = words({5}), held = words({0, 0});

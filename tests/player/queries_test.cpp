@@ -1,0 +1,421 @@
+// The catalogue's queries and the track sessions: the bytes that the service sees, answers of any
+// length, and what each answer, true or not, makes of a call and of the caller's pointers.
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <semaphore>
+#include <thread>
+
+#include <vantro/extras.h>
+
+#include "player/handle.h"
+#include "tests/player/service.h"
+#include "tests/records/failing_memory.h"
+
+namespace {
+
+std::string node_bytes(const std::string &name) {
+    return words({1, 12, 3, 2}) + text("7") + text(name);
+}
+
+std::string metadata_bytes(const std::string &title) {
+    return words({9, 0, 0, 0, 0}) + text(title) + std::string(24, '\0');
+}
+
+std::string source_bytes(const std::string &name) {
+    return words({3, 1, 2, 0x7f, -1}) + text("uid") + text(name) + words({-1});
+}
+
+// What a call made of the caller's variables, in one line: "-1" is a failure that left them alone,
+// and "null" a pointer that has become null.
+template <class Record>
+std::string listed(int result, int count, Record *records, const Record *before,
+                   void (*release)(Record *, int)) {
+    if (result == -1 && count != 5)
+        return "a failure wrote the count";
+    std::string line = std::to_string(result) + (result == 0 ? " " + std::to_string(count) : "");
+    if (!records || records == before)
+        return line + (records ? "" : " null");
+    for (int i = 0; i < count; i++)
+        line += std::string(" ") + (records[i].name ? records[i].name : "-");
+    release(records, count);
+    return line;
+}
+
+template <class Query>
+std::string list_nodes(Query query) {
+    MediaNode before{}, *nodes = &before;
+    int count = 5;
+    const int result = query(&count, &nodes);
+    return listed(result, count, nodes, &before, vantro_free_media_nodes);
+}
+
+struct Call {
+    const char *name, *failure;
+    std::function<std::string(VantroHandle *)> call;
+    std::string sent, answer, outcome;
+    bool needs_player;
+    enum { fixed, short_area, long_area } kind;
+    std::size_t words; // Bytes of the answer before its records or values.
+};
+
+std::string get_sources(VantroHandle *handle) {
+    MediaSource before{}, *sources = &before;
+    int count = 5;
+    const int result = vantro_get_media_sources(handle, &sources, &count);
+    return listed(result, count, sources, &before, vantro_free_media_sources);
+}
+
+std::string browse(VantroHandle *handle, const char *node_id) {
+    return list_nodes([&](int *count, MediaNode **nodes) {
+        return vantro_browse(handle, 3, node_id, -2, count, nodes);
+    });
+}
+
+std::string search(VantroHandle *handle, const char *filter, const char *term) {
+    return list_nodes([&](int *count, MediaNode **nodes) {
+        return vantro_search(handle, 3, filter, term, 0, count, nodes);
+    });
+}
+
+std::string get_metadata(VantroHandle *handle, const char *node_id) {
+    Metadata before{}, *metadata = &before;
+    const int result = vantro_get_metadata(handle, 3, node_id, &metadata);
+    std::string line = std::to_string(result);
+    if (!metadata || metadata == &before)
+        return line + (metadata ? "" : " null");
+    line += std::string(" ") + (metadata->title ? metadata->title : "-");
+    vantro_free_metadata(metadata, 1);
+    return line;
+}
+
+std::string get_values(VantroHandle *handle, const char *node_id, const char *const *keyv) {
+    char before[] = "", *values[4] = {before, before, before, before};
+    const int result = vantro_get_extended_metadata(handle, 3, node_id, keyv, values);
+    std::string line = std::to_string(result);
+    for (char *value : values) {
+        if (value == before)
+            continue;
+        line += std::string(" ") + (value ? value : "-");
+        std::free(value);
+    }
+    return line;
+}
+
+const char *const three_keys[] = {"a", "key", "", nullptr};
+const char *const no_keys[] = {nullptr};
+
+const std::vector<Call> &all_calls() {
+    static const std::vector<Call> calls{
+        {"sources", "5 vantro_get_media_sources() failed", get_sources, request(2),
+         words({0, 2}) + source_bytes("Disc") + source_bytes("Stick"), "0 2 Disc Stick", true,
+         Call::short_area, 8},
+        {"browse", "5 vantro_browse() failed", [](auto h) { return browse(h, ""); },
+         request(7, words({3, -2, 5, 0})), words({0, 2}) + node_bytes("Rock") + node_bytes("Pop"),
+         "0 2 Rock Pop", true, Call::long_area, 8},
+        {"search", "5 vantro_search() failed", [](auto h) { return search(h, "album", "x y"); },
+         request(8, words({3, 0, 5}) + text("album") + text("x y")),
+         words({0, 1}) + node_bytes("Rock"), "0 1 Rock", true, Call::long_area, 8},
+        {"tracks", "5 vantro_get_trksession_tracks() failed",
+         [](auto h) {
+             return list_nodes([&](int *count, MediaNode **nodes) {
+                 return vantro_get_trksession_tracks(h, 0x200000001, 9, count, nodes);
+             });
+         },
+         request(9, words({1, 2, 9, 5})), words({0, 1}) + node_bytes("Rock"), "0 1 Rock", false,
+         Call::long_area, 8},
+        {"metadata", "5 vantro_get_metadata() failed", [](auto h) { return get_metadata(h, "id"); },
+         request(10, words({3}) + text("id")), words({0}) + metadata_bytes("Song"), "0 Song", true,
+         Call::short_area, 4},
+        {"values", "5 vantro_get_extended_metadata() failed",
+         [](auto h) { return get_values(h, "id", three_keys); },
+         request(11, words({3}) + text("id") + words({3}) + text("a") + text("key") + text("")),
+         words({0}) + text("one") + words({-1}) + text("three"), "0 one - three", false,
+         Call::long_area, 4},
+        {"create", "5 vantro_create_trksession() failed",
+         [](auto h) {
+             const std::int32_t first = 6;
+             std::uint64_t tsid = 5;
+             const int result = vantro_create_trksession(h, 3, "node", &first, -1, &tsid);
+             EXPECT_EQ(tsid == 5, result == -1);
+             return std::to_string(result) + (result == 0 ? " " + std::to_string(tsid) : "");
+         },
+         words({12, 16, 0, 0, 3, 6, -1}) + text("node"), words({0, 1, 2}), "0 8589934593", true,
+         Call::fixed, 12},
+        {"destroy", "5 vantro_destroy_trksession() failed",
+         [](auto h) { return std::to_string(vantro_destroy_trksession(h, 0x300000004)); },
+         request(14, words({4, 3})), words({0}), "0", true, Call::fixed, 4},
+        {"jump", "5 vantro_set_trksession_index() failed",
+         [](auto h) { return std::to_string(vantro_jump(h, -7)); }, request(18, words({-7})),
+         words({0}), "0", true, Call::fixed, 4},
+    };
+    return calls;
+}
+
+class Queries : public Player {
+  protected:
+    void expect(const Call &c, VantroHandle *with, const std::string &outcome,
+                const Lines &logged) {
+        EXPECT_EQ(c.call(with), outcome);
+        EXPECT_EQ(take(lines), logged);
+    }
+
+    void TearDown() override {
+        respond = nullptr;
+        Player::TearDown();
+    }
+};
+
+TEST_F(Queries, SendTheirBytesAndTakeWholeAnswersOnly) {
+    for (const Call &c : all_calls()) {
+        SCOPED_TRACE(c.name);
+        take(requests);
+        expect(c, nullptr, "-1", {"5 Invalid vantro handle"});
+        EXPECT_EQ(take(requests), Lines{});
+        will_answer(c.answer);
+        char *name = std::exchange(handle->player_name, nullptr);
+        expect(c, handle, c.needs_player ? "-1" : c.outcome,
+               c.needs_player ? Lines{"5 Invalid vantro handle"} : Lines{});
+        handle->player_name = name;
+        EXPECT_EQ(take(requests).size(), c.needs_player ? 0U : 1U);
+        expect(c, handle, c.outcome, {});
+        EXPECT_EQ(take(requests), Lines{c.sent});
+        will_answer(words({7}) + c.answer.substr(4));
+        expect(c, handle, "-1", {c.failure});
+        for (std::size_t size = 0; size < c.answer.size(); size++) {
+            SCOPED_TRACE(size);
+            will_answer(c.answer.substr(0, size));
+            if (size < c.words)
+                expect(c, handle, "-1", {c.failure});
+            else if (c.failure != all_calls()[5].failure && (c.words == 8 || size > 4))
+                expect(c, handle, "-1", {}); // The bytes end within a record.
+        }
+    }
+}
+
+TEST_F(Queries, ArgumentsAreJudgedInTheirOrder) {
+    const auto check = [](const std::string &outcome, const char *wanted, const std::string &sent,
+                          const std::string &logged = "", int error = 77) {
+        EXPECT_EQ(outcome, wanted);
+        EXPECT_EQ(std::exchange(errno, 77), error);
+        EXPECT_EQ(take(requests), sent.empty() ? Lines{} : Lines{sent});
+        EXPECT_EQ(take(lines), logged.empty() ? Lines{} : Lines{logged});
+    };
+    const std::string bad_handle = "5 Invalid vantro handle", bad_id = "5 Invalid media node id";
+    will_answer(words({0, 0}));
+    check(browse(handle, nullptr), "-1", "", bad_id, EINVAL);
+    check(browse(nullptr, nullptr), "-1", "", bad_handle);
+    check(browse(handle, "n"), "0 0", request(7, words({3, -2, 5}) + text("n")));
+    check(search(nullptr, "", nullptr), "-1", "", bad_handle);
+    check(search(handle, "", nullptr), "-1", "", "5 Invalid term to be searched", EINVAL);
+    check(search(handle, "", ""), "0 0", "");
+    for (const char *filter : {"", static_cast<const char *>(nullptr)})
+        check(search(handle, filter, "t"), "0 0", request(8, words({3, 0, 5, 0}) + text("t")));
+    will_answer(words({0}));
+    check(get_metadata(nullptr, nullptr), "-1", "");
+    check(get_metadata(nullptr, ""), "-1", "");
+    check(get_metadata(handle, "n"), "0 null", request(10, words({3}) + text("n")));
+    check(get_values(nullptr, "", nullptr), "-1", "", bad_id);
+    check(get_values(nullptr, nullptr, no_keys), "-1", "", bad_id);
+    check(get_values(nullptr, "n", nullptr), "-1", "", "5 Invalid keyv or valuev");
+    EXPECT_EQ(vantro_get_extended_metadata(nullptr, 3, "n", no_keys, nullptr), -1);
+    check("", "", "", "5 Invalid keyv or valuev");
+    check(get_values(handle, "n", no_keys), "0", request(11, words({3}) + text("n") + words({0})));
+    will_answer(words({0, 1, 0}));
+    std::uint64_t tsid = 0;
+    EXPECT_EQ(vantro_create_trksession(handle, 3, nullptr, nullptr, 0, nullptr), -1);
+    check("", "", "", "5 The media node id cannot be NULL");
+    EXPECT_EQ(vantro_create_trksession(handle, 3, "", nullptr, 0, &tsid), 0);
+    check("", "", words({12, 12, 0, 0, 3, 0, 0, 0}));
+}
+
+// An answer that the server half would not give: `status` and `length` are the peer's own, and
+// `held` lies at the service for the fetch.
+struct Forged {
+    std::int32_t status;
+    std::uint32_t length;
+    std::string bytes;
+    std::optional<std::string> held = {};
+    std::int32_t held_status = 0;
+};
+
+void forge(const Forged &forged) {
+    const std::lock_guard<std::mutex> lock(guard);
+    respond = [forged](MsgOsb *open, MsgContext *context) {
+        TransportHeader header = *context->header;
+        header.reply_length = forged.length;
+        const iovec reply[] = {{&header, sizeof header},
+                               {const_cast<char *>(forged.bytes.data()), forged.bytes.size()}};
+        if (forged.held) {
+            const iovec part = {const_cast<char *>(forged.held->data()), forged.held->size()};
+            callout_reply2(open, context->receive_id, 0, forged.held_status, &part, 1);
+        } else {
+            _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open);
+        }
+        return ipc_replyv(context->receive_id, forged.status, reply, 2);
+    };
+}
+
+TEST_F(Queries, AnswersThatLieHarmNobody) {
+    const Call &browsing = all_calls()[1], &metadata = all_calls()[4], &values = all_calls()[5],
+               &creating = all_calls()[6];
+    const std::string node = node_bytes("Rock");
+    const std::string long_list = words({0, 1}) + node_bytes(std::string(70000, 'x'));
+    const auto big = static_cast<std::uint32_t>(long_list.size());
+    const struct {
+        const Call &call;
+        Forged forged;
+        std::string outcome;
+        Lines logged;
+    } cases[] = {
+        {browsing, {0, 12, words({0, -1}) + node}, "-1", {}},
+        {browsing, {0, 36, words({0, INT32_MIN}) + node}, "-1", {}},
+        {browsing, {0, 40, words({0, INT32_MAX}) + node}, "-1", {}},
+        {browsing, {0, UINT32_MAX, words({0, 2}) + node}, "0 2 Rock -", {}}, // Zeros follow.
+        {browsing, {0, UINT32_MAX, words({0, 2731}) + node}, "-1", {}},
+        {browsing, {0, 4, words({0, 1}) + node}, "-1", {browsing.failure}},
+        {browsing, {0, 8, words({0})}, "-1", {}}, // Its count did not arrive.
+        {browsing, {0, 0, ""}, "-1", {browsing.failure}},
+        {browsing,
+         {9, 40, words({0, 1}) + node},
+         "-1",
+         {std::string("3 msgclient_putgetv() failed: ") + std::strerror(9)}},
+        {browsing, {240, 100000, ""}, "-1", {"5 msgclient_getv() failed"}},
+        {browsing, {240, UINT32_MAX, ""}, "-1", {"3 Cannot allocate memory"}},
+        {browsing, {240, (256U << 20) + 1, ""}, "-1", {"3 Cannot allocate memory"}},
+        {browsing, {240, 0, "", words({0, 1}) + node}, "0 1 Rock", {}},
+        {browsing, {240, 256 << 20, "", words({0, 1}) + node}, "0 1 Rock", {}},
+        {browsing, {240, big, words({0, 1}) + node, words({0, 1})}, "-1", {}},
+        {browsing, {240, big, words({0, 0}), ""}, "-1", {browsing.failure}},
+        {browsing, {240, big, "", long_list, 5}, "-1", {"5 msgclient_getv() failed"}},
+        {browsing, {240, big - 9, "", long_list}, "-1", {"5 msgclient_getv() failed"}},
+        {metadata, {0, 3, words({0})}, "-1", {metadata.failure}},
+        {metadata, {0, UINT32_MAX, words({0}) + metadata_bytes("Song")}, "0 Song", {}},
+        {metadata, {0, 60000, words({0, 1, 1, 1, 1, 1, INT32_MAX})}, "-1", {}},
+        {values, {0, 4, words({0})}, "0 - - -", {}},
+        {values, {0, 12, words({0}) + text("12") + words({-7})}, "-1", {values.failure}},
+        {values, {0, 10, words({0}) + text("12")}, "0 12 - -", {}},
+        {values, {0, 15, words({0}) + text("12") + text("34")}, "-1", {values.failure}},
+        {values, {0, 14, words({0}) + text("12") + words({INT32_MIN})}, "0 12 - -", {}},
+        {values, {0, UINT32_MAX, words({0, INT32_MAX})}, "-1", {values.failure}},
+        {values, {0, UINT32_MAX, words({0}) + text("12")}, "0 12 - -", {}},
+        {values,
+         {0, 99, words({0}) + text("1") + text("2") + text("3") + text("4")},
+         "0 1 2 3",
+         {}},
+        {creating, {0, UINT32_MAX, words({0, 1})}, "0 1", {}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(&c - cases);
+        forge(c.forged);
+        expect(c.call, handle, c.outcome, c.logged);
+    }
+}
+
+TEST_F(Queries, WhatIsLongerThanTheAreaIsFetchedOnce) {
+    for (const Call &c : all_calls()) {
+        if (c.kind == Call::fixed)
+            continue;
+        SCOPED_TRACE(c.name);
+        for (const std::size_t over : {0U, 1U, 200000U}) {
+            // The first name, title or value grows, so that all is as long as the area and `over`.
+            std::string bytes = c.answer;
+            const std::string old = c.name == std::string("values") ? "one"
+                                    : c.kind == Call::short_area ? (c.words == 8 ? "Disc" : "Song")
+                                                                 : "Rock";
+            const std::string grown(65536 + over + c.words - bytes.size() + old.size(), 'x');
+            bytes.replace(bytes.find(text(old)), text(old).size(), text(grown));
+            ASSERT_EQ(bytes.size(), c.words + 65536 + over);
+            std::string outcome = c.outcome;
+            outcome.replace(outcome.find(old), old.size(), grown);
+            will_answer(bytes);
+            take(requests);
+            if (over && c.kind == Call::short_area)
+                expect(c, handle, "-1", {"3 msgclient_putgetv() failed: Unknown error 240"});
+            else
+                expect(c, handle, outcome, {});
+            EXPECT_EQ(take(requests).size(), 1U);
+        }
+    }
+}
+
+TEST_F(Queries, WantOfMemoryIsTold) {
+    for (const Call &c : all_calls()) {
+        if (c.kind == Call::fixed)
+            continue;
+        SCOPED_TRACE(c.name);
+        const bool values = c.name == std::string("values");
+        for (const bool overflows : {false, true}) {
+            if (overflows && c.kind == Call::short_area)
+                continue;
+            will_answer(c.answer + std::string(overflows ? 65536 : 0, '\0'));
+            // In this order: the keys, the area, the area that holds all, and then the records.
+            Lines logged(values ? 1 : 0, "5 No memory");
+            if (c.kind == Call::long_area)
+                logged.push_back("5 Cannot allocate memory");
+            if (overflows)
+                logged.push_back("3 Cannot allocate memory");
+            for (std::size_t i = 0;; i++) {
+                allocations_left = static_cast<int>(i);
+                const std::string outcome = c.call(handle);
+                if (std::exchange(allocations_left, -1) >= 0) {
+                    EXPECT_EQ(outcome, c.outcome);
+                    EXPECT_GT(i, logged.size() + 1);
+                    break;
+                }
+                const bool unpacking = i >= logged.size();
+                EXPECT_EQ(outcome, unpacking && !values ? "-1 null" : "-1");
+                EXPECT_EQ(take(lines), !unpacking ? Lines{logged[i]}
+                                       : values   ? Lines{"5 Cannot allocate memory"}
+                                                  : Lines{});
+                EXPECT_EQ(std::exchange(errno, 77), values && i == 0 ? ENOMEM : 77);
+            }
+        }
+    }
+    EXPECT_EQ(take(lines), Lines{});
+}
+
+// Every long answer of a connection is held under one tag, and a fetch takes the newest.
+TEST_F(Queries, ThreadsWithLongAnswersGetTheirOwn) {
+    std::string lists[2];
+    for (int i = 0; i < 2; i++) {
+        lists[i] = words({0, 10000});
+        for (int n = 0; n < 10000; n++)
+            lists[i] += node_bytes(std::string(1, i ? 'b' : 'a') + std::to_string(n));
+    }
+    const std::string sources = words({0, 1}) + source_bytes(std::string(65536, 's'));
+    std::counting_semaphore<> asked(0);
+    {
+        const std::lock_guard<std::mutex> lock(guard);
+        respond = [&](MsgOsb *open, MsgContext *context) {
+            const auto *bytes = static_cast<const char *>(context->payload);
+            const std::string &list = bytes[0] == 7 ? lists[bytes[32] == 'b'] : sources;
+            if (bytes[0] == 7)
+                asked.release();
+            return callout_reply(open, context, 0, list.data(), static_cast<int32_t>(list.size()));
+        };
+    }
+    const auto list = [&](const char *node_id) {
+        for (int turn = 0; turn < 20; turn++) {
+            MediaNode *nodes = nullptr;
+            int count = 0, right = 0;
+            EXPECT_EQ(vantro_browse(handle, 3, node_id, 0, &count, &nodes), 0);
+            for (int n = 0; n < count; n++)
+                right += nodes[n].name && nodes[n].name == node_id + std::to_string(n);
+            EXPECT_EQ(right, 10000);
+            vantro_free_media_nodes(nodes, count);
+        }
+    };
+    std::thread first(list, "a"), second(list, "b");
+    for (int turn = 0; turn < 40; turn++) {
+        asked.acquire();
+        EXPECT_EQ(get_sources(handle), "-1"); // Held, and never fetched.
+    }
+    first.join();
+    second.join();
+    errno = 77; // Waiting in this thread may have set it.
+    EXPECT_EQ(take(lines), Lines(40, "3 msgclient_putgetv() failed: Unknown error 240"));
+}
+
+} // namespace
