@@ -1,0 +1,156 @@
+// Arbitrary answers to the queries that hand out records and values. A real service in this process
+// gives them; whatever they are, each call keeps to its results, and what it hands out can be read
+// and freed.
+//
+// An input is the query (1 byte), the reply's status (1 byte), the length that the reply claims
+// (4 bytes), how much of the rest is the reply itself (2 bytes), that much, and then the answer that
+// the service holds for a fetch.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include <vantro/extras.h>
+#include <vantro/messaging.h>
+#include <vantro/platform/log.h>
+
+namespace {
+
+void require(bool holds) {
+    if (!holds)
+        std::abort();
+}
+
+struct Forged {
+    int32_t status;
+    uint32_t length;
+    std::string reply, held;
+};
+
+std::mutex guard; // The asking thread goes on before the service is done with what it sent.
+Forged &forged = *new Forged; // Never freed: nothing ends the service's thread.
+
+void will_give(Forged next) {
+    const std::lock_guard<std::mutex> lock(guard);
+    forged = std::move(next);
+}
+
+// A result word of 0 alone.
+Forged consent() {
+    return {0, 4, std::string(4, '\0'), ""};
+}
+
+int32_t give(MsgOsb *open, MsgContext *context, MsgService *) {
+    const std::lock_guard<std::mutex> lock(guard);
+    TransportHeader header = *context->header;
+    const int32_t receive_id = context->receive_id;
+    header.reply_length = forged.length;
+    const iovec held = {forged.held.data(), forged.held.size()};
+    callout_reply2(open, receive_id, 0, 0, &held, 1);
+    const iovec reply[] = {{&header, sizeof header}, {forged.reply.data(), forged.reply.size()}};
+    return ipc_replyv(receive_id, forged.status, reply, 2);
+}
+
+void ignore(uint32_t, int, const char *, void *) {}
+
+struct World {
+    std::string directory = "/tmp/fuzz-replies-XXXXXX";
+
+    World() {
+        require(mkdtemp(directory.data()) != nullptr);
+        setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
+        system_log_set_sink(ignore, nullptr);
+        MsgServer *server = msgserver_create(4096, 1, MSGSERVER_FLAG_PATH);
+        require(server && msgserver_add(server, "vantro.sys", nullptr, nullptr, 256, give, nullptr,
+                                        nullptr) == 0);
+        std::thread(msgserver_thread_loop, server).detach();
+    }
+    ~World() { std::filesystem::remove_all(directory); }
+};
+
+void read_text(const char *text) {
+    require(!text || std::strlen(text) < 1U << 28);
+}
+
+template <class Query>
+void list_nodes(Query query) {
+    MediaNode untouched{}, *nodes = &untouched;
+    int count = 7;
+    if (query(&count, &nodes) != 0) {
+        require(count == 7 && (!nodes || nodes == &untouched));
+    } else if (nodes == &untouched) {
+        require(count == 0);
+    } else {
+        require(count > 0);
+        for (int i = 0; i < count; i++) {
+            read_text(nodes[i].id);
+            read_text(nodes[i].name);
+        }
+        vantro_free_media_nodes(nodes, count);
+    }
+}
+
+void ask(VantroHandle *handle, unsigned query) {
+    const char *const keys[] = {"a", "b", "c", nullptr};
+    char *values[3] = {};
+    Metadata *metadata = nullptr;
+    MediaSource *sources = nullptr;
+    VantroTrackInfo *track = nullptr;
+    int count = 0;
+    switch (query % 7) {
+    case 0:
+        return list_nodes(
+            [&](int *n, MediaNode **nodes) { return vantro_browse(handle, 1, "", 0, n, nodes); });
+    case 1:
+        return list_nodes([&](int *n, MediaNode **nodes) {
+            return vantro_search(handle, 1, "", "x", 0, n, nodes);
+        });
+    case 2:
+        return list_nodes([&](int *n, MediaNode **nodes) {
+            return vantro_get_trksession_tracks(handle, 1, 0, n, nodes);
+        });
+    case 3:
+        require(vantro_get_media_sources(handle, &sources, &count) == 0 || !sources);
+        return vantro_free_media_sources(sources, count);
+    case 4:
+        require(vantro_get_metadata(handle, 1, "n", &metadata) == 0 || !metadata);
+        return vantro_free_metadata(metadata, 1);
+    case 5:
+        vantro_get_current_track_info(handle, &track);
+        return vantro_free_track_info(track);
+    default:
+        const bool done = vantro_get_extended_metadata(handle, 1, "n", keys, values) == 0;
+        for (char *value : values) {
+            require(done || !value);
+            read_text(value);
+            std::free(value);
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static World world;
+    if (size < 8)
+        return 0;
+    will_give(consent());
+    // A new connection an input, so that nothing is held from the one before.
+    VantroHandle *handle = vantro_connect();
+    require(handle && vantro_open(handle, "main") == 0);
+    uint32_t length = 0;
+    std::memcpy(&length, data + 2, sizeof length);
+    const size_t direct = std::min<size_t>(data[6] | data[7] << 8, size - 8);
+    const auto *rest = reinterpret_cast<const char *>(data + 8);
+    will_give({data[1], length, std::string(rest, direct),
+               std::string(rest + direct, size - 8 - direct)});
+    ask(handle, data[0]);
+    will_give(consent());
+    require(vantro_disconnect(handle) == 0);
+    return 0;
+}
