@@ -5,10 +5,11 @@
 #include <cstring>
 #include <vector>
 
+#include <vantro/extras.h>
 #include <vantro/protocol.h>
-#include <vantro/records.h>
 
 #include "service/requests/answers.h"
+#include "tests/service/memory_catalogue.h"
 
 using namespace vantro;
 
@@ -27,8 +28,43 @@ Value read(const Bytes &bytes, std::size_t at) {
     return value;
 }
 
-std::size_t answer_length(uint16_t command, const Bytes &answer) {
+template <typename Record>
+std::size_t records_length(const Bytes &answer, std::size_t at, int count,
+                           int (*unpack)(const void *, int, int, Record **),
+                           void (*release)(Record *, int)) {
+    Record *records = nullptr;
+    require(count == 0 || unpack(answer.data() + at, static_cast<int>(answer.size() - at), count,
+                                 &records) == 0);
+    release(records, count);
+    return answer.size();
+}
+
+std::size_t answer_length(const Bytes &request, const Bytes &answer) {
+    const auto command = read<uint16_t>(request, 0);
     switch (command) {
+    case VANTRO_COMMAND_GET_MEDIA_SOURCES:
+        return records_length(answer, 8, read<int32_t>(answer, 4), unpack_media_source,
+                              vantro_free_media_sources);
+    case VANTRO_COMMAND_BROWSE:
+    case VANTRO_COMMAND_SEARCH:
+    case VANTRO_COMMAND_GET_TRKSESSION_TRACKS:
+        return records_length(answer, 8, read<int32_t>(answer, 4), unpack_media_node,
+                              vantro_free_media_nodes);
+    case VANTRO_COMMAND_GET_METADATA:
+        return answer.size() == 4 ? 4
+                                  : records_length(answer, 4, 1, unpack_metadata,
+                                                   vantro_free_metadata);
+    case VANTRO_COMMAND_GET_EXTENDED_METADATA: {
+        // As many values as keys were asked for.
+        const auto keys = read<uint32_t>(request, 24 + read<uint32_t>(request, 20));
+        std::size_t at = 4;
+        for (uint32_t i = 0; i < keys; ++i)
+            at += 4 + read<uint32_t>(answer, at);
+        return at;
+    }
+    case VANTRO_COMMAND_CREATE_TRKSESSION:
+        require(read<uint64_t>(answer, 4) >= 1 && read<uint64_t>(answer, 4) <= INT32_MAX);
+        return 12;
     case VANTRO_COMMAND_GET_CURRENT_STATE:
         require(read<int32_t>(answer, 4) >= 1 && read<int32_t>(answer, 4) <= 4);
         require(read<float>(answer, 8) > 0 && read<float>(answer, 8) <= rate_max);
@@ -48,13 +84,10 @@ std::size_t answer_length(uint16_t command, const Bytes &answer) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
-    std::vector<Track> tracks(3);
-    for (std::size_t i = 0; i < tracks.size(); ++i) {
-        tracks[i].id = tracks[i].title = std::string(i + 1, 'x');
-        tracks[i].duration_ms = 20'000 - static_cast<int32_t>(i);
-    }
+    MemoryCatalogue catalogue({20'000, 19'999, 19'998, 19'997, 19'996});
+    catalogue.gone = 2;
     std::chrono::seconds now{0};
-    Answers answers(tracks, {"main", "kitchen"}, [&] { return now += std::chrono::seconds(1); });
+    Answers answers(catalogue, {"main", "kitchen"}, [&] { return now += std::chrono::seconds(1); });
     for (int32_t open = 0; open < 4; ++open)
         answers.opens().reset(open);
 
@@ -70,7 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
         if (read<int32_t>(answer, 0) != 0)
             require(answer.size() == 4);
         else
-            require(answer.size() == answer_length(read<uint16_t>(request, 0), answer));
+            require(answer.size() == answer_length(request, answer));
     }
     return 0;
 }

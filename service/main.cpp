@@ -1,4 +1,5 @@
 // vantrod: hosts named players, and answers their clients.
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -9,11 +10,13 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
+#include <memory>
 #include <pthread.h>
 #include <string>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -21,10 +24,11 @@
 
 #include <vantro/platform/log.h>
 
-#include "service/catalogue/scanner.h"
+#include "service/catalogue/store.h"
 #include "service/options.h"
 #include "service/requests/answers.h"
 #include "service/requests/handlers.h"
+#include "service/scan_report.h"
 #include "service/server.h"
 
 namespace {
@@ -49,6 +53,12 @@ std::chrono::nanoseconds monotonic_now() {
     return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 }
 
+// One line for whoever started the service. Whether anybody reads it is no concern of the players.
+void say(const std::string &line) {
+    std::fputs(("vantrod: " + line + "\n").c_str(), stdout);
+    std::fflush(stdout);
+}
+
 // Every client costs descriptors, so the service takes as many as it is allowed.
 void raise_descriptor_limit() {
     rlimit limit = {};
@@ -60,16 +70,21 @@ void raise_descriptor_limit() {
 
 // Returns "" or what is wrong with a music directory.
 std::string check_music(const std::vector<std::string> &directories) {
-    for (const std::string &directory : directories) {
+    for (auto directory = directories.begin(); directory != directories.end(); ++directory) {
         std::error_code error;
-        const std::filesystem::directory_iterator entries(directory, error);
+        const std::filesystem::directory_iterator entries(*directory, error);
         if (error)
-            return fmt::format("--music: cannot read '{}': {}", directory, error.message());
+            return fmt::format("--music: cannot read '{}': {}", *directory, error.message());
+        const auto same = [&](const std::string &other) {
+            return std::filesystem::equivalent(*directory, other, error);
+        };
+        if (std::any_of(directories.begin(), directory, same))
+            return fmt::format("--music: '{}' is given twice", *directory);
     }
     return "";
 }
 
-// Waits for SIGTERM or SIGINT, then stops the scan and the server. Both signals are blocked in
+// Waits for SIGTERM or SIGINT, then stops the server. Both signals are blocked in
 // every thread, so that they arrive here and nowhere else.
 class Ending {
   public:
@@ -81,21 +96,20 @@ class Ending {
         thread_ = std::thread([this, &server] {
             int signal = 0;
             sigwait(&signals_, &signal);
-            asked = true;
+            asked_ = true;
             server.stop();
         });
     }
     ~Ending() {
-        if (!asked)
+        if (!asked_)
             kill(getpid(), SIGTERM);
         thread_.join();
     }
     Ending(const Ending &) = delete;
     Ending &operator=(const Ending &) = delete;
 
-    std::atomic<bool> asked = false;
-
   private:
+    std::atomic<bool> asked_ = false;
     sigset_t signals_;
     std::thread thread_;
 };
@@ -104,29 +118,46 @@ int serve(const Options &options) {
     if (const std::string wrong = check_music(options.music); !wrong.empty())
         return fail(wrong);
     Server server;
-    // The name first: a second service is told so at once, not after it read all the music.
+    // The name first: a second service is told so at once, not that the catalogue is taken.
     if (const std::string wrong = server.attach(options); !wrong.empty())
         return fail(wrong);
 
-    Ending ending(server);
-    std::vector<Track> tracks;
-    Scanner scanner([](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); },
-                    ending.asked);
-    for (std::size_t i = 0; i < options.music.size(); ++i)
-        scanner.read(options.music[i], static_cast<int32_t>(i + 1), tracks);
-    if (ending.asked)
-        return EXIT_SUCCESS;
+    const Ending ending(server); // before any thread is there to take its signals
+    std::unique_ptr<Store> store;
+    const auto scanned = [&store] {
+        const std::size_t tracks = store->all_songs().size();
+        say(fmt::format("scanned ({} tracks)", tracks));
+        log_line(LOG_SEVERITY_INFO, fmt::format("scanned, {} tracks", tracks));
+    };
+    ScanReport report(
+        options.music.size(), [](const std::string &line) { log_line(LOG_SEVERITY_INFO, line); },
+        scanned);
+    StoreOptions wanted;
+    wanted.state = options.state;
+    if (wanted.state.empty())
+        wanted.state = default_state_directory();
+    if (wanted.state.empty())
+        return fail("no state directory: set XDG_STATE_HOME or HOME, or give --state");
+    wanted.music.assign(options.music.begin(), options.music.end());
+    wanted.log = log_line;
+    wanted.progress = [&report](const ScanProgress &progress) { report.note(progress); };
+    std::string wrong;
+    store = open_store(std::move(wanted), wrong);
+    if (!store)
+        return fail(wrong);
 
-    Answers answers(tracks, options.players, monotonic_now);
+    Answers answers(*store, options.players, monotonic_now);
     set_answers(&answers);
-    const std::string wrong = server.run(options.threads, [&] {
-        const std::string line = fmt::format("vantrod: ready ({} tracks, players: {})\n",
-                                             tracks.size(), fmt::join(options.players, ", "));
-        // Whether anybody reads it is no concern of the players.
-        std::fputs(line.c_str(), stdout);
-        std::fflush(stdout);
-        log_line(LOG_SEVERITY_INFO, fmt::format("ready, {} tracks", tracks.size()));
+    const std::size_t tracks = store->all_songs().size();
+    wrong = server.run(options.threads, [&] {
+        say(fmt::format("ready ({} tracks, players: {})", tracks,
+                        fmt::join(options.players, ", ")));
+        log_line(LOG_SEVERITY_INFO, fmt::format("ready, {} tracks", tracks));
+        store->start_scanning();
+        if (options.music.empty())
+            scanned();
     });
+    store.reset(); // which ends the scan, while what it reports to is still there
     return wrong.empty() ? EXIT_SUCCESS : fail(wrong);
 }
 

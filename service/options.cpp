@@ -71,7 +71,10 @@ std::string check_capabilities(const std::string &list) {
     return "";
 }
 
-std::string check_uniqueness(const std::vector<std::string> &players) {
+std::string check_lists(const std::vector<std::string> &music,
+                        const std::vector<std::string> &players) {
+    if (music.size() > music_max)
+        return fmt::format("--music: more than {} directories", music_max);
     if (players.size() > players_max)
         return fmt::format("--player: more than {} players", players_max);
     for (auto name = players.begin(); name != players.end(); ++name) {
@@ -104,6 +107,10 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
         ->type_name("NAME")
         ->allow_extra_args(false)
         ->check(check_player);
+    app.add_option("--state", options.state,
+                   "Directory for the catalogue (default: $XDG_STATE_HOME/vantro, else "
+                   "~/.local/state/vantro)")
+        ->type_name("DIR");
     CLI::Option *const perms_option =
         app.add_option("--perms", perms, "Permission bits that clients need (default: 666)")
             ->type_name("OCTAL")
@@ -137,7 +144,7 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
         return refuse(error.what(), exit_code);
     }
 
-    if (const std::string wrong = check_uniqueness(options.players); !wrong.empty())
+    if (const std::string wrong = check_lists(options.music, options.players); !wrong.empty())
         return refuse(wrong, exit_code);
     if (options.players.empty())
         options.players.emplace_back("main");

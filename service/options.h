@@ -10,10 +10,15 @@ namespace vantro {
 // More players than any device has zones, and few enough that a mistake in a script shows.
 inline constexpr std::size_t players_max = 256;
 
+// More than anyone has directories of music, and few enough that the list of sources, whose names
+// are at most as long as a directory's, fits the 65536 bytes that clients take it in.
+inline constexpr std::size_t music_max = 32;
+
 inline constexpr int threads_max = 64;
 
 struct Options {
     std::vector<std::string> music;
+    std::string state; // "" for the default place
     std::vector<std::string> players;
     std::string capabilities; // "" where permission bits decide instead
     std::string permissions;  // as msgserver_add() takes them

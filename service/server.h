@@ -10,9 +10,9 @@
 
 namespace vantro {
 
-// Largest request that is received, in bytes. Those of today have at most 51; the room is for the
-// texts of searches.
-inline constexpr int32_t request_max = 64 * 1024;
+// Largest request that is received, in bytes: one for as many keys as are taken, 100 bytes each, or
+// a search for a whole book. A thread keeps the room that the largest one took.
+inline constexpr int32_t request_max = 2 * 1024 * 1024;
 
 // Held answers that a client may ask for.
 inline constexpr int32_t queue_max = 16;

@@ -77,7 +77,10 @@ enum {
     VANTRO_TRKSESSION_NODE = 2 /**< Made from a node by vantro_create_trksession(). */
 };
 
-/** Most track sessions that a player keeps at once; one more is refused. */
+/**
+ * Most track sessions made by vantro_create_trksession() that a player keeps at once; one more is
+ * refused.
+ */
 #define VANTRO_TRKSESSIONS_MAX 16
 
 /**

@@ -1,15 +1,14 @@
-// One player: a queue of tracks, what is played of it, and where.
+// What one player plays: a track session, which song of it, and where.
 //
 // There is no timer. What has happened since the last call is worked out from the clock at the
 // next one, over as many ends of tracks as fell in between; that costs at most two walks through
-// the queue, however long the gap was. So a player that nobody asks costs nothing.
+// the session, however long the gap was. So a player that nobody asks costs nothing.
 //
-// The queue is played in an order of its own: as it stands, or, with shuffle, a permutation in
-// which every track comes once. next() and previous() walk that order, so that previous() always
-// goes back the way it came.
+// A session is played in an order: as it stands, or, with shuffle, a permutation in which every
+// song comes once. next() and previous() walk that order, so that previous() always goes back the
+// way it came.
 //
-// Inside, positions and durations are whole microseconds: fractions would gather errors over ends of
-// tracks, and show a position one millisecond early.
+// The player is idle exactly while it has no session. Inside, positions are whole microseconds.
 //
 // Any thread may call any operation. The lock is held for arithmetic only.
 #ifndef VANTRO_SERVICE_PLAYBACK_ENGINE_H
@@ -24,7 +23,7 @@
 
 #include <vantro/player.h>
 
-#include "service/catalogue/track.h"
+#include "service/playback/session.h"
 
 namespace vantro {
 
@@ -35,6 +34,9 @@ inline constexpr int32_t restart_after_ms = 3000;
 // over any number of years exact.
 inline constexpr float rate_max = 16.0f;
 
+// In place of an index: the first song in the order of play.
+inline constexpr int32_t any_index = -1;
+
 class Engine {
   public:
     // Tells the time since any fixed moment; never goes back.
@@ -42,20 +44,28 @@ class Engine {
 
     struct Snapshot {
         VantroStateInfo modes;
-        int32_t index;       // of the current track within the queue; -1 when the queue is empty
-        int32_t position_ms; // from the start of that track
+        SessionPtr session;      // null while idle
+        int32_t index = 0;       // of the current song within the session
+        int32_t position_ms = 0; // from the start of that song
     };
 
-    // Borrows the tracks, which outlive the engine and do not change. `seed` decides the shuffles.
-    Engine(const std::vector<Track> &tracks, Clock clock, uint32_t seed);
+    // `seed` decides the shuffles.
+    Engine(Clock clock, uint32_t seed);
 
-    // Each returns 0 or the error number with which it refused: ENODATA for an empty queue, ERANGE
-    // for an argument that is out of range. A refused command changes nothing.
+    // Makes a session the current one, at the start of that song: playing, or else paused. The
+    // index is one of the session's, or any_index.
+    void load(SessionPtr session, int32_t index, bool play);
+    // Drops the session if it is the current one; the player is then idle.
+    void unload(uint64_t tsid);
+
+    // Each returns 0 or the error number with which it refused: ENODATA where there is no session,
+    // ERANGE for an argument that is out of range. A refused command changes nothing.
     int play();
     int pause();
     int stop();
     int next();
     int previous();
+    int jump(int32_t index);
     int seek(int32_t position_ms);
     int set_rate(float rate);
     int set_shuffle(int32_t mode);
@@ -65,23 +75,23 @@ class Engine {
 
   private:
     bool playing() const { return modes_.state == VANTRO_STATE_PLAYING; }
+    int32_t index() const;
     int64_t duration() const;
     int64_t position(std::chrono::nanoseconds now) const;
     std::chrono::nanoseconds catch_up();
     void place_at(int64_t position, std::chrono::nanoseconds now);
-    void end_of_queue();
-    void reorder();
+    void end_of_session();
+    std::vector<int32_t> draw_order(const TrackSession &session, int32_t first);
 
-    const std::vector<Track> &tracks_;
     const Clock clock_;
-    int64_t total_ = 0; // duration of the whole queue
 
     std::mutex mutex_; // guards all that follows
     std::minstd_rand random_;
     VantroStateInfo modes_;
-    std::vector<int32_t> order_;            // indices of the queue, in the order of play
-    std::size_t place_ = 0;                 // of the current track, in order_
-    int64_t base_ = 0;                      // position in the current track at the time base_time_;
+    SessionPtr session_;
+    std::vector<int32_t> order_; // with shuffle: indices of the session in the order of play
+    int32_t place_ = 0;          // of the current song in the order of play
+    int64_t base_ = 0;           // position in that song at the time base_time_;
     std::chrono::nanoseconds base_time_{0}; // it moves on from there only while playing
 };
 

@@ -1,10 +1,12 @@
 #include "service/requests/answers.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <random>
 
+#include <vantro/catalogue.h>
 #include <vantro/protocol.h>
-#include <vantro/records.h>
 
 namespace vantro {
 
@@ -13,48 +15,14 @@ namespace {
 static_assert(sizeof(VantroStateInfo) == 16);
 static_assert(sizeof(VantroTrksessionInfo) == 16);
 
-template <typename Value>
-void append(Bytes &bytes, const Value &value) {
-    const auto *begin = reinterpret_cast<const unsigned char *>(&value);
-    bytes.insert(bytes.end(), begin, begin + sizeof value);
-}
-
-// The packers only read; the record is shared with clients, whose strings are their own.
-char *text_or_absent(const std::string &text) {
-    return text.empty() ? nullptr : const_cast<char *>(text.c_str());
-}
-
-ServiceMediaNode node_of(const Track &track) {
-    ServiceMediaNode node = {};
-    node.id = track.id.c_str();
-    node.name = track.title.c_str();
-    node.type = node_type_track;
-    node.ms_id = track.source;
-    node.ms_type = source_type_directory;
-    return node;
-}
-
-Metadata metadata_of(const Track &track) {
-    Metadata metadata = {};
-    metadata.title = text_or_absent(track.title);
-    metadata.duration = track.duration_ms;
-    metadata.artist = text_or_absent(track.artist);
-    metadata.album = text_or_absent(track.album);
-    metadata.genre = text_or_absent(track.genre);
-    metadata.year = text_or_absent(track.year);
-    metadata.disc = track.disc;
-    metadata.track = track.number;
-    return metadata;
-}
-
 } // namespace
 
-Answers::Answers(const std::vector<Track> &tracks, const std::vector<std::string> &players,
+Answers::Answers(Catalogue &catalogue, const std::vector<std::string> &players,
                  const Engine::Clock &clock)
-    : tracks_(tracks) {
+    : catalogue_(catalogue), ids_(catalogue) {
     std::random_device seed;
     for (const std::string &name : players)
-        players_.emplace_back(name, tracks, clock, seed());
+        players_.emplace_back(name, catalogue, ids_, clock, seed());
 }
 
 void Answers::respond(int32_t open, const void *bytes, std::size_t size, Bytes &answer) {
@@ -71,50 +39,29 @@ void Answers::respond(int32_t open, const void *bytes, std::size_t size, Bytes &
 }
 
 int Answers::carry_out(int32_t open, const Request &request, Bytes &answer) {
-    if (request.command == VANTRO_COMMAND_OPEN || request.command == VANTRO_COMMAND_CLOSE)
-        return open_or_close(open, request);
-
-    const int16_t player = opens_.player(open);
-    if (player == no_player)
-        return ENOTCONN;
-    Engine &engine = players_[static_cast<std::size_t>(player)].engine;
+    const int16_t at = opens_.player(open);
+    Player *const player = at == no_player ? nullptr : &players_[static_cast<std::size_t>(at)];
     switch (request.command) {
+    case VANTRO_COMMAND_OPEN:
+    case VANTRO_COMMAND_CLOSE:
+        return open_or_close(open, request);
+    case VANTRO_COMMAND_GET_TRKSESSION_TRACKS:
+        return append_session_tracks(player, request, answer);
+    case VANTRO_COMMAND_GET_EXTENDED_METADATA:
+        return append_extended_metadata(request, answer);
+    case VANTRO_COMMAND_GET_MEDIA_SOURCES:
+    case VANTRO_COMMAND_BROWSE:
+    case VANTRO_COMMAND_SEARCH:
+    case VANTRO_COMMAND_GET_METADATA:
+        return player ? ask_catalogue(request, answer) : ENOTCONN;
     case VANTRO_COMMAND_GET_CURRENT_STATE:
-        append(answer, engine.snapshot().modes);
-        return 0;
     case VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO:
-        append(answer, VantroTrksessionInfo{session_type_queue,
-                                            static_cast<int32_t>(tracks_.size()), queue_tsid});
-        return 0;
     case VANTRO_COMMAND_GET_CURRENT_TRACK_INFO:
-        return append_track(engine, answer);
-    case VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION: {
-        const Engine::Snapshot now = engine.snapshot();
-        if (now.index < 0)
-            return ENODATA;
-        append(answer, now.position_ms);
-        return 0;
-    }
-    case VANTRO_COMMAND_PLAY:
-        return engine.play();
-    case VANTRO_COMMAND_STOP:
-        return engine.stop();
-    case VANTRO_COMMAND_PAUSE:
-        return engine.pause();
-    case VANTRO_COMMAND_NEXT:
-        return engine.next();
-    case VANTRO_COMMAND_PREVIOUS:
-        return engine.previous();
-    case VANTRO_COMMAND_SEEK:
-        return engine.seek(request.value);
-    case VANTRO_COMMAND_SET_PLAYBACK_RATE:
-        return engine.set_rate(request.rate);
-    case VANTRO_COMMAND_SHUFFLE:
-        return engine.set_shuffle(request.value);
-    case VANTRO_COMMAND_REPEAT:
-        return engine.set_repeat(request.value);
+    case VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION:
+    case VANTRO_COMMAND_CREATE_TRKSESSION:
+        return player ? ask_player(*player, request, answer) : ENOTCONN;
     default:
-        return ENOSYS;
+        return player ? control(*player, request) : ENOTCONN;
     }
 }
 
@@ -129,25 +76,137 @@ int Answers::open_or_close(int32_t open, const Request &request) {
     return ENOENT;
 }
 
-int Answers::append_track(Engine &engine, Bytes &answer) const {
-    const int32_t index = engine.snapshot().index;
-    if (index < 0)
-        return ENODATA;
-    const Track &track = tracks_[static_cast<std::size_t>(index)];
-    const ServiceMediaNode node = node_of(track);
-    const Metadata metadata = metadata_of(track);
-    int node_size = compute_media_node_size(&node, 1);
-    int metadata_size = compute_metadata_size(&metadata, 1);
+// Commands whose answer is nothing but the result word.
+int Answers::control(Player &player, const Request &request) {
+    switch (request.command) {
+    case VANTRO_COMMAND_DESTROY_TRKSESSION:
+        return player.destroy(request.tsid);
+    case VANTRO_COMMAND_PLAY:
+        return player.play();
+    case VANTRO_COMMAND_STOP:
+        return player.engine.stop();
+    case VANTRO_COMMAND_PAUSE:
+        return player.engine.pause();
+    case VANTRO_COMMAND_JUMP:
+        return player.engine.jump(request.value);
+    case VANTRO_COMMAND_NEXT:
+        return player.engine.next();
+    case VANTRO_COMMAND_PREVIOUS:
+        return player.engine.previous();
+    case VANTRO_COMMAND_SEEK:
+        return player.engine.seek(request.value);
+    case VANTRO_COMMAND_SET_PLAYBACK_RATE:
+        return player.engine.set_rate(request.rate);
+    case VANTRO_COMMAND_SHUFFLE:
+        return player.engine.set_shuffle(request.value);
+    case VANTRO_COMMAND_REPEAT:
+        return player.engine.set_repeat(request.value);
+    default:
+        return ENOSYS;
+    }
+}
 
-    append(answer, index);
-    append(answer, queue_tsid);
-    append(answer, int32_t{node_size});
-    append(answer, int32_t{metadata_size});
+int Answers::ask_player(Player &player, const Request &request, Bytes &answer) {
+    switch (request.command) {
+    case VANTRO_COMMAND_CREATE_TRKSESSION: {
+        uint64_t tsid = 0;
+        const int result =
+            player.create(request.source, request.node, request.value, request.start, tsid);
+        append(answer, tsid);
+        return result;
+    }
+    case VANTRO_COMMAND_GET_CURRENT_STATE:
+        append(answer, player.engine.snapshot().modes);
+        return 0;
+    case VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO: {
+        const SessionPtr session = player.engine.snapshot().session;
+        append(answer,
+               session ? VantroTrksessionInfo{session->type, session->length(), session->tsid}
+                       : VantroTrksessionInfo{VANTRO_TRKSESSION_NONE, 0, 0});
+        return 0;
+    }
+    case VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION: {
+        const Engine::Snapshot now = player.engine.snapshot();
+        append(answer, now.position_ms);
+        return now.session ? 0 : ENODATA;
+    }
+    default:
+        return append_track(player, answer);
+    }
+}
+
+int Answers::append_track(Player &player, Bytes &answer) {
+    const Engine::Snapshot now = player.engine.snapshot();
+    if (!now.session)
+        return ENODATA;
+    append(answer, now.index);
+    append(answer, now.session->tsid);
+    const std::size_t lengths = answer.size();
+    append(answer, uint64_t{0});
+    Node node;
+    SongMetadata metadata;
+    // A song that has left the catalogue since is played on, but nothing is known of it.
+    if (!catalogue_.song(now.session->songs[static_cast<std::size_t>(now.index)].id, node,
+                         metadata))
+        return 0;
     const std::size_t records = answer.size();
-    answer.resize(records + static_cast<std::size_t>(node_size + metadata_size));
-    pack_media_node(&node, 1, answer.data() + records, &node_size);
-    pack_metadata(&metadata, 1, answer.data() + records + node_size, &metadata_size);
-    return 0;
+    int result = append_node(answer, node);
+    const auto node_length = static_cast<int32_t>(answer.size() - records);
+    if (result == 0)
+        result = append_metadata(answer, metadata);
+    const auto all_length = static_cast<int32_t>(answer.size() - records);
+    const int32_t both[] = {node_length, all_length - node_length};
+    std::copy_n(reinterpret_cast<const unsigned char *>(both), sizeof both,
+                answer.begin() + static_cast<std::ptrdiff_t>(lengths));
+    return result;
+}
+
+int Answers::ask_catalogue(const Request &request, Bytes &answer) {
+    std::vector<Node> nodes;
+    int result = 0;
+    switch (request.command) {
+    case VANTRO_COMMAND_GET_MEDIA_SOURCES:
+        return append_sources(answer, catalogue_.sources());
+    case VANTRO_COMMAND_GET_METADATA: {
+        std::optional<SongMetadata> metadata;
+        result = catalogue_.metadata(request.source, request.node, metadata);
+        return result == 0 && metadata ? append_metadata(answer, *metadata) : result;
+    }
+    case VANTRO_COMMAND_SEARCH:
+        result = catalogue_.search(request.source, request.filter, request.term, request.range,
+                                   nodes);
+        break;
+    default:
+        result = catalogue_.browse(request.source, request.node, request.range, nodes);
+    }
+    return result == 0 ? append_nodes(answer, nodes) : result;
+}
+
+int Answers::append_extended_metadata(const Request &request, Bytes &answer) {
+    std::vector<std::string> values;
+    const int result =
+        catalogue_.extended_metadata(request.source, request.node, request.keys, values);
+    return result == 0 ? append_texts(answer, values) : result;
+}
+
+// Ids are never given twice, so without an open player a session is known by its id alone.
+int Answers::append_session_tracks(Player *player, const Request &request, Bytes &answer) {
+    SessionPtr session = player ? player->session(request.tsid) : nullptr;
+    for (auto each = players_.begin(); !player && !session && each != players_.end(); ++each)
+        session = each->session(request.tsid);
+    if (!session)
+        return ENOENT;
+
+    const std::vector<QueuedSong> &songs = session->songs;
+    const auto first =
+        std::min(static_cast<std::size_t>(std::max(request.range.offset, 0)), songs.size());
+    std::size_t count = songs.size() - first;
+    if (request.range.count > 0)
+        count = std::min(count, static_cast<std::size_t>(request.range.count));
+    std::vector<SongId> ids(count);
+    std::transform(songs.data() + first, songs.data() + first + count, ids.begin(),
+                   [](const QueuedSong &song) { return song.id; });
+    return append_nodes(answer, catalogue_.song_nodes(ids.data(), count));
 }
 
 } // namespace vantro

@@ -12,6 +12,10 @@ Answers *the_answers;
 
 const int32_t out_of_memory = ENOMEM;
 
+// Room for answers that a thread keeps from one request to the next, so that answering costs no
+// heap. What a long listing took beyond it is given back.
+constexpr std::size_t room_kept = 256 * 1024;
+
 } // namespace
 
 void set_answers(Answers *answers) {
@@ -19,7 +23,6 @@ void set_answers(Answers *answers) {
 }
 
 int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) noexcept {
-    // Keeps its room from one request to the next, so that answering costs no heap.
     thread_local Bytes answer;
     const bool client_waits = context->header->kind == MSG_KIND_PUTGET;
     const std::size_t size =
@@ -38,6 +41,8 @@ int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) noexcept
     // client that has gone, nobody receives this.
     if (sent != 0 && client_waits)
         ipc_error(context->receive_id, ENOMEM);
+    if (answer.capacity() > room_kept)
+        Bytes().swap(answer);
     return 0;
 }
 

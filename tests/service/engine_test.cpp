@@ -9,22 +9,24 @@
 
 #include <gtest/gtest.h>
 
+#include <vantro/catalogue.h>
+
 namespace vantro {
 
 namespace {
 
-std::vector<Track> queue_of(const std::vector<int32_t> &durations_ms) {
-    std::vector<Track> tracks(durations_ms.size());
-    for (std::size_t i = 0; i < tracks.size(); ++i)
-        tracks[i].duration_ms = durations_ms[i];
-    return tracks;
+SessionPtr session_of(const std::vector<int32_t> &durations_ms, uint64_t tsid = 1) {
+    std::vector<QueuedSong> songs;
+    for (const int32_t duration : durations_ms)
+        songs.push_back({static_cast<SongId>(songs.size()), 1, duration});
+    return std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_NODE, std::move(songs));
 }
 
 struct Bench {
-    explicit Bench(std::vector<Track> queue) : tracks(std::move(queue)) {}
-    const std::vector<Track> tracks;
+    explicit Bench(SessionPtr session) { engine.load(std::move(session), 0, false); }
+    Bench() = default;
     std::chrono::nanoseconds now{1};
-    Engine engine{tracks, [this] { return now; }, 7};
+    Engine engine{[this] { return now; }, 7};
 
     int command(const std::string &word) {
         const std::string name = word.substr(0, word.find('='));
@@ -34,6 +36,7 @@ struct Bench {
                : name == "stop"     ? engine.stop()
                : name == "next"     ? engine.next()
                : name == "previous" ? engine.previous()
+               : name == "jump"     ? engine.jump(static_cast<int32_t>(value))
                : name == "seek"     ? engine.seek(static_cast<int32_t>(value))
                : name == "rate"     ? engine.set_rate(static_cast<float>(value))
                : name == "repeat"   ? engine.set_repeat(static_cast<int32_t>(value))
@@ -49,12 +52,12 @@ struct Bench {
     }
 };
 
-// Told on a queue of 10, 20 and 30 seconds: commands, milliseconds that pass, what is then seen.
+// Told on a session of 10, 20 and 30 seconds, loaded and held: commands, milliseconds that pass, what is then seen.
 const std::pair<const char *, const char *> stories[] = {
-    {"tracks follow each other to the end of the queue",
-     "I0@0 +9999999 I0@0 play P0@0 +9999 P0@9999 +1 P1@0 +49999 P2@29999 +1 S0@0 +99999 S0@0 "
+    {"tracks follow each other to the end of the session",
+     "H0@0 +9999999 H0@0 play P0@0 +9999 P0@9999 +1 P1@0 +49999 P2@29999 +1 S0@0 +99999 S0@0 "
      "play P0@0"},
-    {"a gap over the whole queue stops it", "play +60001 S0@0"},
+    {"a gap over the whole session stops it", "play +60001 S0@0"},
     {"a pause holds the position",
      "play +4000 pause H0@4000 +9999999 pause H0@4000 play +1000 play P0@5000 stop S0@0 "
      "+99999 pause S0@0"},
@@ -70,15 +73,15 @@ const std::pair<const char *, const char *> stories[] = {
      "play +12000 P1@2000 +1001 previous P1@0 +3000 previous P0@0 previous P0@0 repeat=1 "
      "previous P2@0"},
     {"seek is kept within the track",
-     "seek=7000 I0@7000 play P0@7000 seek=-2147483648 P0@0 pause seek=2147483647 H0@10000 "
+     "seek=7000 H0@7000 play P0@7000 seek=-2147483648 P0@0 pause seek=2147483647 H0@10000 "
      "+9999 H0@10000 play P1@0"},
-    {"shuffle keeps the track, but begins anew where none was played",
-     "seek=10000 shuffle=1 I2@0 shuffle=0 I0@0 play next shuffle=1 shuffle=0 P1@0"},
+    {"jump keeps the state", "jump=2 H2@0 play +1000 jump=1 P1@0 +20000 P2@0 stop jump=1 S1@0"},
+    {"shuffle keeps the track", "play next +5 shuffle=1 P1@5 shuffle=0 P1@5"},
 };
 
 TEST(Engine, PlaysAsTold) {
     for (const auto &[name, story] : stories) {
-        Bench bench(queue_of({10'000, 20'000, 30'000}));
+        Bench bench(session_of({10'000, 20'000, 30'000}));
         std::istringstream words(story);
         std::string told;
         for (std::string word; words >> word; told += word + " ") {
@@ -94,16 +97,18 @@ TEST(Engine, PlaysAsTold) {
 }
 
 TEST(Engine, RefusesWithoutChange) {
-    Bench empty({});
-    for (const char *refused : {"play", "next", "previous", "seek=1"})
-        EXPECT_EQ(empty.command(refused), ENODATA) << refused;
+    Bench idle;
+    for (const char *refused : {"play", "next", "previous", "seek=1", "jump=0"})
+        EXPECT_EQ(idle.command(refused), ENODATA) << refused;
     for (const char *harmless : {"pause", "stop", "shuffle=1", "shuffle=0"})
-        EXPECT_EQ(empty.command(harmless), 0) << harmless;
-    EXPECT_EQ(empty.seen(), "I-1@0");
+        EXPECT_EQ(idle.command(harmless), 0) << harmless;
+    EXPECT_EQ(idle.seen(), "I0@0");
+    EXPECT_EQ(idle.engine.snapshot().session, nullptr);
 
-    Bench bench(queue_of({10'000}));
+    Bench bench(session_of({10'000}));
     for (const char *bad : {"rate=0", "rate=-0.0", "rate=-1", "rate=16.1", "rate=nan", "rate=inf",
-                            "repeat=-1", "repeat=3", "shuffle=-1", "shuffle=2"})
+                            "repeat=-1", "repeat=3", "shuffle=-1", "shuffle=2", "jump=-1",
+                            "jump=1", "jump=2147483647", "jump=-2147483648"})
         EXPECT_EQ(bench.command(bad), ERANGE) << bad;
     const VantroStateInfo modes = bench.engine.snapshot().modes;
     EXPECT_EQ(modes.rate, 1.0f);
@@ -111,7 +116,7 @@ TEST(Engine, RefusesWithoutChange) {
 }
 
 TEST(Engine, ShufflePlaysEveryTrackOnceAndWalksBack) {
-    Bench bench(queue_of(std::vector<int32_t>(100, 1'000)));
+    Bench bench(session_of(std::vector<int32_t>(100, 1'000)));
     for (int i = 0; i < 40; ++i)
         bench.engine.next();
     bench.engine.play();
@@ -132,6 +137,55 @@ TEST(Engine, ShufflePlaysEveryTrackOnceAndWalksBack) {
     bench.engine.next();
     bench.engine.set_shuffle(0);
     EXPECT_EQ(bench.engine.snapshot().index, way[1]) << "the track goes on when shuffle ends";
+}
+
+TEST(Engine, JumpsInShuffleLoseNoTrackAndComeBack) {
+    for (const int32_t target : {0, 17, 49, 3}) { // 0 has been played
+        Bench bench(session_of(std::vector<int32_t>(50, 1'000)));
+        ASSERT_EQ(bench.command("shuffle=1"), 0);
+        for (int i = 0; i < 20; ++i)
+            bench.engine.next();
+        const int32_t from = bench.engine.snapshot().index;
+        ASSERT_EQ(bench.engine.jump(target), 0);
+        EXPECT_EQ(bench.engine.snapshot().index, target);
+        if (target == from)
+            continue;
+        bench.engine.previous();
+        EXPECT_EQ(bench.engine.snapshot().index, from);
+        while (bench.engine.snapshot().index != 0 || target == 0) {
+            const int32_t before = bench.engine.snapshot().index;
+            bench.engine.previous();
+            if (bench.engine.snapshot().index == before)
+                break;
+        }
+        bench.engine.play();
+        std::set<int32_t> heard;
+        for (; bench.engine.snapshot().modes.state == VANTRO_STATE_PLAYING;
+             bench.now += std::chrono::seconds(1))
+            EXPECT_TRUE(heard.insert(bench.engine.snapshot().index).second);
+        EXPECT_EQ(heard.size(), 50u);
+    }
+}
+
+TEST(Engine, LoadsOverWhatPlays) {
+    Bench bench(session_of({10'000, 20'000, 30'000}));
+    bench.command("play");
+    bench.now += std::chrono::seconds(15);
+    bench.engine.load(session_of({5'000, 6'000}, 2), 1, true);
+    EXPECT_EQ(bench.seen(), "P1@0");
+    bench.engine.unload(1);
+    EXPECT_EQ(bench.seen(), "P1@0") << "the other session";
+    bench.engine.unload(2);
+    EXPECT_EQ(bench.seen(), "I0@0");
+    bench.command("shuffle=1");
+    bench.engine.load(session_of(std::vector<int32_t>(100, 1'000)), 40, false);
+    EXPECT_EQ(bench.seen(), "H40@0");
+    std::set<int32_t> first;
+    for (int i = 0; i < 5; ++i) {
+        bench.engine.load(session_of(std::vector<int32_t>(1000, 1'000)), any_index, false);
+        first.insert(bench.engine.snapshot().index);
+    }
+    EXPECT_GT(first.size(), 1u) << "the first one is drawn too";
 }
 
 } // namespace

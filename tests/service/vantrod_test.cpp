@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vantro/catalogue.h>
+#include <vantro/extras.h>
 #include <vantro/messaging.h>
 #include <vantro/player.h>
 #include <vantro/protocol.h>
@@ -53,6 +55,25 @@ struct Client {
         answer.resize(length);
         return answer;
     }
+    // The nodes of a listing, as their names and ids.
+    std::vector<std::pair<std::string, std::string>> list(const std::string &what) const {
+        std::string answer = ask(what);
+        int32_t words[2] = {-1, -1};
+        EXPECT_GE(answer.size(), sizeof words);
+        std::memcpy(words, answer.data(), std::min(answer.size(), sizeof words));
+        EXPECT_EQ(words[0], 0);
+        std::vector<std::pair<std::string, std::string>> nodes;
+        MediaNode *records = nullptr;
+        if (words[1] == 0 ||
+            unpack_media_node(answer.data() + 8, static_cast<int>(answer.size()) - 8, words[1],
+                              &records) != 0)
+            return nodes;
+        for (int i = 0; i < words[1]; ++i)
+            nodes.emplace_back(records[i].name ? records[i].name : "",
+                               records[i].id ? records[i].id : "");
+        vantro_free_media_nodes(records, words[1]);
+        return nodes;
+    }
     // The result word of a request whose answer is nothing else.
     int32_t result(const std::string &what) const {
         const std::string answer = ask(what);
@@ -90,7 +111,8 @@ class Serving : public Vantrod {
         make_music(music / "2.ogg", 5'000, {"TITLE=Two", "TRACKNUMBER=2"});
         write_file(music / "3.mp3", "not music");
         start({"--music", music, "--player", "main", "--player", "kitchen", "--threads", "3"});
-        ASSERT_EQ(told(), "vantrod: ready (2 tracks, players: main, kitchen)");
+        ASSERT_EQ(told(), "vantrod: ready (0 tracks, players: main, kitchen)");
+        ASSERT_EQ(told(), "vantrod: scanned (2 tracks)");
     }
 };
 
@@ -100,6 +122,50 @@ const std::string open_kitchen = request(VANTRO_COMMAND_OPEN, name("kitchen"));
 const std::string state = request(VANTRO_COMMAND_GET_CURRENT_STATE);
 const std::string track = request(VANTRO_COMMAND_GET_CURRENT_TRACK_INFO);
 const std::string position = request(VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION);
+const std::string session = request(VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO);
+const std::string play = request(VANTRO_COMMAND_PLAY);
+const std::string sources = request(VANTRO_COMMAND_GET_MEDIA_SOURCES);
+
+std::string browse(int32_t source, const std::string &node, int32_t offset = 0, int32_t count = 0) {
+    return request(VANTRO_COMMAND_BROWSE, bytes(source, offset, count) + name(node));
+}
+
+std::string search(int32_t source, const std::string &filter, const std::string &term,
+                   int32_t offset = 0, int32_t count = 0) {
+    return request(VANTRO_COMMAND_SEARCH,
+                   bytes(source, offset, count) + name(filter) + name(term));
+}
+
+std::string tracks(uint64_t tsid, int32_t offset = 0, int32_t count = 0) {
+    return request(VANTRO_COMMAND_GET_TRKSESSION_TRACKS, bytes(tsid, offset, count));
+}
+
+std::string metadata(int32_t source, const std::string &node) {
+    return request(VANTRO_COMMAND_GET_METADATA, bytes(source) + name(node));
+}
+
+std::string values(int32_t source, const std::string &node, const std::vector<std::string> &keys) {
+    std::string rest = bytes(source) + name(node) + bytes(static_cast<int>(keys.size()));
+    for (const std::string &key : keys)
+        rest += name(key);
+    return request(VANTRO_COMMAND_GET_EXTENDED_METADATA, rest);
+}
+
+// As the library sends it: the length that it states is 4 too small.
+std::string create(int32_t source, const std::string &node, int32_t index, int32_t start) {
+    std::string whole =
+        request(VANTRO_COMMAND_CREATE_TRKSESSION, bytes(source, index, start) + name(node));
+    whole[4] = static_cast<char>(whole[4] - 4);
+    return whole;
+}
+
+std::string destroy(uint64_t tsid) {
+    return request(VANTRO_COMMAND_DESTROY_TRKSESSION, bytes(tsid));
+}
+
+std::string jump(int32_t index) {
+    return request(VANTRO_COMMAND_JUMP, bytes(index));
+}
 
 TEST_F(Serving, AnswersEveryCommandToTheByte) {
     const Client one;
@@ -107,22 +173,34 @@ TEST_F(Serving, AnswersEveryCommandToTheByte) {
     ASSERT_EQ(one.result(open_main), 0);
     ASSERT_EQ(other.result(open_main), 0);
     EXPECT_EQ(one.ask(state), bytes(0, VANTRO_STATE_IDLE, 1.0f, 0, 0));
-    EXPECT_EQ(one.ask(request(VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO)),
-              bytes(0, 1, 2, uint64_t{1}));
-    const std::string id = "1/1.flac";
-    const std::string node = bytes(1, 0, 1, 1) + name(id) + name("One");
-    const std::string metadata =
+    EXPECT_EQ(one.ask(session), bytes(0, VANTRO_TRKSESSION_NONE, 0, uint64_t{0}));
+    for (const std::string &refused : {track, position, jump(0), request(VANTRO_COMMAND_NEXT)})
+        EXPECT_EQ(one.result(refused), ENODATA);
+    const auto found = one.list(search(1, "title", "one"));
+    ASSERT_EQ(found.size(), 1u);
+    const std::string node = bytes(VANTRO_NODE_SONG, 0, 1, VANTRO_SOURCE_DIRECTORY) +
+                             name(found[0].second) + name("One");
+    const std::string record =
         bytes(20'000, 0, 0, 0, 1) + name("One") + bytes(-1) + name("Anna") + bytes(-1, -1, -1, -1);
-    EXPECT_EQ(one.ask(track), bytes(0, 0, uint64_t{1}, static_cast<int>(node.size()),
-                                    static_cast<int>(metadata.size())) +
-                                  node + metadata);
+    EXPECT_EQ(one.ask(search(1, "title", "one")), bytes(0, 1) + node);
+    EXPECT_EQ(one.ask(metadata(1, found[0].second)), bytes(0) + record);
+    EXPECT_EQ(one.ask(values(1, found[0].second, {"artist", "no such key", "codec", "artist"})),
+              bytes(0) + name("Anna") + bytes(0) + name("flac") + name("Anna"));
+
+    // Without a session, play makes one of all songs.
+    EXPECT_EQ(one.result(play), 0);
+    const std::string all = one.ask(session);
+    EXPECT_EQ(all.substr(0, 12), bytes(0, VANTRO_TRKSESSION_ALL, 2));
+    EXPECT_EQ(one.ask(track), bytes(0, 0) + all.substr(12) +
+                                  bytes(static_cast<int>(node.size()),
+                                        static_cast<int>(record.size())) +
+                                  node + record);
 
     // A player is shared by whoever has it open, and by nobody else.
     EXPECT_EQ(one.result(request(VANTRO_COMMAND_SET_PLAYBACK_RATE, bytes(2.0f))), 0);
     EXPECT_EQ(one.result(request(VANTRO_COMMAND_SHUFFLE, bytes(1))), 0);
     EXPECT_EQ(one.result(request(VANTRO_COMMAND_SHUFFLE, bytes(0))), 0);
     EXPECT_EQ(one.result(request(VANTRO_COMMAND_REPEAT, bytes(2))), 0);
-    EXPECT_EQ(one.result(request(VANTRO_COMMAND_PLAY)), 0);
     EXPECT_EQ(other.ask(state), bytes(0, VANTRO_STATE_PLAYING, 2.0f, VANTRO_REPEAT_ONE, 0));
     EXPECT_EQ(other.result(request(VANTRO_COMMAND_PAUSE)), 0);
     EXPECT_EQ(other.result(request(VANTRO_COMMAND_NEXT)), 0);
@@ -138,11 +216,111 @@ TEST_F(Serving, AnswersEveryCommandToTheByte) {
     EXPECT_EQ(other.ask(state), bytes(0, VANTRO_STATE_IDLE, 1.0f, 0, 0));
 }
 
+TEST_F(Serving, MakesListsAndDestroysSessions) {
+    const Client client;
+    ASSERT_EQ(client.result(open_main), 0);
+    const std::string made = client.ask(create(1, VANTRO_NODE_ROOT, 1, VANTRO_TRKSESSION_PLAY));
+    ASSERT_EQ(made.size(), 12u);
+    uint64_t tsid = 0;
+    std::memcpy(&tsid, made.data() + 4, sizeof tsid);
+    EXPECT_EQ(client.ask(session), bytes(0, VANTRO_TRKSESSION_NODE, 2, tsid));
+    EXPECT_EQ(client.ask(track).substr(0, 16), bytes(0, 1, tsid));
+    EXPECT_EQ(client.ask(state).substr(0, 8), bytes(0, VANTRO_STATE_PLAYING));
+    EXPECT_EQ(client.result(jump(0)), 0);
+    EXPECT_EQ(client.result(jump(2)), ERANGE);
+    EXPECT_EQ(client.result(jump(-1)), ERANGE);
+    EXPECT_EQ(client.ask(track).substr(0, 8), bytes(0, 0));
+    const auto list = client.list(tracks(tsid));
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[0].first + list[1].first, "OneTwo");
+
+    // A player's session, and known by its id to who has none open.
+    const Client other;
+    EXPECT_EQ(other.list(tracks(tsid)), list);
+    ASSERT_EQ(other.result(open_kitchen), 0);
+    EXPECT_EQ(other.result(tracks(tsid)), ENOENT);
+    EXPECT_EQ(other.result(destroy(tsid)), ENOENT);
+
+    // A song that vanishes is played on, and keeps its place.
+    std::filesystem::remove(path_ + "/music/1.flac");
+    while (client.ask(search(1, "title", "one")).size() > 8)
+        std::this_thread::yield();
+    EXPECT_EQ(client.ask(track), bytes(0, 0, tsid, 0, 0));
+    EXPECT_EQ(client.list(tracks(tsid, 0, 1)), (decltype(list){{"", ""}}));
+
+    EXPECT_EQ(client.result(destroy(tsid + 1)), ENOENT);
+    EXPECT_EQ(client.result(destroy(tsid)), 0);
+    EXPECT_EQ(client.result(tracks(tsid)), ENOENT);
+    EXPECT_EQ(client.ask(state).substr(0, 8), bytes(0, VANTRO_STATE_IDLE));
+    for (int i = 0; i < VANTRO_TRKSESSIONS_MAX; ++i)
+        EXPECT_EQ(client.ask(create(1, "", 0, 0)).size(), 12u);
+    EXPECT_EQ(client.result(create(1, "", 0, 0)), ENOSPC);
+    EXPECT_EQ(client.ask(state).substr(0, 8), bytes(0, VANTRO_STATE_PAUSED));
+}
+
+TEST_F(Serving, TakesWhatIsLargeAndFarOff) {
+    const Client client;
+    ASSERT_EQ(client.result(open_main), 0);
+    ASSERT_EQ(client.result(play), 0);
+    const std::string info = client.ask(session);
+    uint64_t tsid = 0;
+    std::memcpy(&tsid, info.data() + 12, sizeof tsid);
+    const struct {
+        int32_t offset;
+        int32_t count;
+        std::size_t expected;
+    } ranges[] = {{0, 0, 2},         {0, -1, 2},         {0, 1, 1},       {1, 0, 1},
+                  {1, INT_MAX, 1},   {2, 0, 0},          {INT_MAX, 0, 0}, {INT_MAX, INT_MAX, 0},
+                  {-1, 1, 1},        {INT_MIN, INT_MIN, 2}};
+    std::string folder; // whose entries are the songs
+    for (const auto &entry : client.list(browse(1, "")))
+        if (client.list(browse(1, entry.second)) == client.list(tracks(tsid)))
+            folder = entry.second;
+    ASSERT_NE(folder, "");
+    for (const auto &range : ranges) {
+        SCOPED_TRACE(testing::Message() << range.offset << " " << range.count);
+        EXPECT_EQ(client.list(tracks(tsid, range.offset, range.count)).size(), range.expected);
+        EXPECT_EQ(client.list(browse(1, folder, range.offset, range.count)).size(), range.expected);
+        EXPECT_EQ(client.list(search(1, "title", "t", range.offset, range.count)).size(),
+                  range.offset == 1 || range.expected == 0 ? 0u : 1u);
+    }
+
+    const std::string song = client.list(tracks(tsid))[0].second;
+    const std::vector<std::string> keys(10'000, VANTRO_KEY_TITLE);
+    std::string expected = bytes(0);
+    for (std::size_t i = 0; i < keys.size(); ++i)
+        expected += name("One");
+    EXPECT_EQ(client.ask(values(1, song, keys)), expected);
+    EXPECT_EQ(client.result(values(1, song, std::vector<std::string>(16'385, "k"))), EMSGSIZE);
+    const std::string large(1 << 20, '"');
+    EXPECT_EQ(client.list(search(1, "", large)).size(), 0u);
+    EXPECT_EQ(client.list(search(1, "", "")).size(), 0u);
+    EXPECT_EQ(client.result(search(1, large, "one")), EINVAL);
+    for (const std::string &node : {large, std::string("\xFF\xFE"), std::string("../..")}) {
+        EXPECT_EQ(client.result(browse(1, node)), ENOENT);
+        EXPECT_EQ(client.result(metadata(1, node)), ENOENT);
+        EXPECT_EQ(client.result(values(1, node, {})), ENOENT);
+        EXPECT_EQ(client.result(create(1, node, 0, 0)), ENOENT);
+    }
+    for (const int32_t source : {0, 2, -1, INT_MAX, INT_MIN}) {
+        EXPECT_EQ(client.result(browse(source, "")), ENOENT);
+        EXPECT_EQ(client.result(search(source, "", "one")), ENOENT);
+        EXPECT_EQ(client.result(create(source, "", 0, 0)), ENOENT);
+    }
+    const std::string junk(16 << 20, '\x0F');
+    uint32_t length = 0;
+    EXPECT_EQ(msgclient_putget(client.client, junk.data(), static_cast<uint32_t>(junk.size()),
+                               nullptr, 0, &length, 0),
+              EMSGSIZE);
+}
+
 TEST_F(Serving, KeepsOnePlayerAConnection) {
     std::optional<Client> first(std::in_place);
-    EXPECT_EQ(first->result(state), ENOTCONN);
-    EXPECT_EQ(first->result(request(VANTRO_COMMAND_PLAY)), ENOTCONN);
-    EXPECT_EQ(first->result(close_main), ENOTCONN);
+    for (const std::string &refused :
+         {close_main, state, play, sources, browse(1, ""), search(1, "", "o"), metadata(1, "x"),
+          create(1, "", 0, 0), destroy(1), jump(0)})
+        EXPECT_EQ(first->result(refused), ENOTCONN);
+    EXPECT_EQ(first->ask(values(1, "", {"no such key"})), bytes(0, 0)) << "needs no player";
     EXPECT_EQ(first->result(request(VANTRO_COMMAND_OPEN, name("Main"))), ENOENT);
     EXPECT_EQ(first->result(open_main), 0);
     EXPECT_EQ(first->result(open_main), 0);
@@ -155,6 +333,7 @@ TEST_F(Serving, KeepsOnePlayerAConnection) {
 TEST_F(Serving, HoldsAnswersThatDoNotFitAndThoseOfPuts) {
     const Client client;
     ASSERT_EQ(client.result(open_main), 0);
+    ASSERT_EQ(client.ask(create(1, "", 0, VANTRO_TRKSESSION_LOAD)).size(), 12u);
     const std::string whole = client.ask(track);
     uint32_t length = 0;
     std::string part(whole.size(), 'u');
@@ -175,46 +354,57 @@ TEST_F(Serving, RefusesWhatIsMalformed) {
     const Client client;
     ASSERT_EQ(client.result(open_main), 0);
     for (const std::string &whole :
-         {open_main, close_main, state, track, request(VANTRO_COMMAND_PLAY),
-          request(VANTRO_COMMAND_SEEK, bytes(1)),
+         {open_main, close_main, state, track, play, sources, request(VANTRO_COMMAND_SEEK, bytes(1)),
           request(VANTRO_COMMAND_SET_PLAYBACK_RATE, bytes(1.0f)),
-          request(VANTRO_COMMAND_REPEAT, bytes(1))}) {
+          request(VANTRO_COMMAND_REPEAT, bytes(1)), browse(1, "node"), search(1, "title", "term"),
+          tracks(1), metadata(1, "node"), values(1, "node", {"key", ""}), create(1, "", 0, 0),
+          destroy(1), jump(0)}) {
         for (std::size_t size = 0; size < whole.size(); ++size)
             EXPECT_EQ(client.result(whole.substr(0, size)), EINVAL) << size;
         EXPECT_EQ(client.result(whole + '\0'), EINVAL);
         std::string lying = whole;
-        for (const int at : {2, 4, 7, 8, 15}) { // reserved words and the length
-            lying[static_cast<std::size_t>(at)] ^= '\x40';
+        for (const std::size_t at : {2u, 3u, 8u, 12u, 15u}) { // reserved words
+            lying[at] ^= '\x40';
             EXPECT_EQ(client.result(lying), EINVAL) << at;
             lying = whole;
         }
     }
-    for (const uint32_t length : {0u, 3u, 5u, 32u, 0x80000000u, 0xFFFFFFFFu})
-        EXPECT_EQ(client.result(request(VANTRO_COMMAND_OPEN, bytes(length) + "main")), EINVAL);
-    for (const int command : {2, 7, 8, 9, 10, 11, 12, 13, 14, 18, 25, 271, 65535})
+    std::string lying = state; // about its length, which nobody looks at
+    lying[4] = '\x40';
+    EXPECT_EQ(client.ask(lying), client.ask(state));
+    for (const uint32_t length : {0u, 3u, 5u, 32u, 0x80000000u, 0xFFFFFFFFu}) {
+        const std::string text = bytes(length) + "main";
+        EXPECT_EQ(client.result(request(VANTRO_COMMAND_OPEN, text)), EINVAL);
+        EXPECT_EQ(client.result(request(VANTRO_COMMAND_BROWSE, bytes(1, 0, 0) + text)), EINVAL);
+        EXPECT_EQ(client.result(request(VANTRO_COMMAND_SEARCH, bytes(1, 0, 0) + text + text)),
+                  EINVAL);
+        EXPECT_EQ(client.result(request(VANTRO_COMMAND_GET_EXTENDED_METADATA,
+                                        bytes(1) + name("node") + bytes(length) + name("key"))),
+                  EINVAL);
+    }
+    EXPECT_EQ(client.result(browse(1, std::string("no\0de", 5))), EINVAL);
+    for (const int command : {13, 25, 271, 65535})
         EXPECT_EQ(client.result(request(static_cast<uint16_t>(command))), ENOSYS) << command;
     for (const float rate : {0.0f, -1.0f, 17.0f})
         EXPECT_EQ(client.result(request(VANTRO_COMMAND_SET_PLAYBACK_RATE, bytes(rate))), ERANGE);
     EXPECT_EQ(client.result(request(VANTRO_COMMAND_REPEAT, bytes(3))), ERANGE);
 
-    const std::string junk(16 << 20, '\x0F');
-    uint32_t length = 0;
-    EXPECT_EQ(msgclient_putget(client.client, junk.data(), static_cast<uint32_t>(junk.size()),
-                               nullptr, 0, &length, 0),
-              EMSGSIZE);
     EXPECT_EQ(client.ask(state), bytes(0, VANTRO_STATE_IDLE, 1.0f, 0, 0)) << "nothing happened";
 }
 
 TEST_F(Serving, ServesManyThreadsAndClientsThatGo) {
     const Client shared;
     ASSERT_EQ(shared.result(open_main), 0);
+    ASSERT_EQ(shared.result(play), 0);
     std::vector<std::thread> threads;
     for (int i = 0; i < 6; ++i)
         threads.emplace_back([&shared, i] {
             for (int round = 0; round < 50; ++round) {
                 const Client own;
                 EXPECT_EQ(own.result(i % 2 ? open_main : open_kitchen), 0);
+                EXPECT_EQ(own.result(play), 0);
                 EXPECT_EQ(own.result(request(VANTRO_COMMAND_NEXT)), 0);
+                EXPECT_EQ(own.list(search(1, "", "anna")).empty(), false);
                 EXPECT_EQ(shared.ask(track).substr(0, 4), bytes(0));
             }
         });
@@ -231,16 +421,17 @@ TEST_F(Serving, StandsAloneAndEndsWhenTold) {
         EXPECT_EQ(second.wait(), 1);
         service->kill(signal);
         EXPECT_EQ(service->wait(), 0);
-        EXPECT_EQ(told(), "") << "one line, and no more";
+        EXPECT_EQ(told(), "") << "two lines, and no more";
         uint32_t length = 0;
         EXPECT_EQ(msgclient_putget(client.client, state.data(), 16, nullptr, 0, &length, 0),
                   ECONNRESET);
         start({});
         ASSERT_EQ(told(), "vantrod: ready (0 tracks, players: main)");
+        ASSERT_EQ(told(), "vantrod: scanned (0 tracks)");
     }
     const Client idle;
     ASSERT_EQ(idle.result(open_main), 0);
-    for (const std::string &query : {track, position, request(VANTRO_COMMAND_PLAY)})
+    for (const std::string &query : {track, position, play})
         EXPECT_EQ(idle.result(query), ENODATA);
 }
 

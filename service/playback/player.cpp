@@ -1,0 +1,120 @@
+#include "service/playback/player.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include <vantro/catalogue.h>
+
+namespace vantro {
+
+namespace {
+
+// Taken at once, so that hardly any request waits for the disk. Those left at the end are lost.
+constexpr int32_t ids_at_once = 64;
+
+} // namespace
+
+uint64_t SessionIds::take() {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (left_ == 0) {
+        next_ = catalogue_.take_session_ids(ids_at_once);
+        if (next_ <= 0)
+            return 0;
+        left_ = ids_at_once;
+    }
+    --left_;
+    return static_cast<uint64_t>(next_++);
+}
+
+std::size_t Player::made_of_nodes() const {
+    return static_cast<std::size_t>(
+        std::count_if(sessions_.begin(), sessions_.end(), [](const SessionPtr &each) {
+            return each->type == VANTRO_TRKSESSION_NODE;
+        }));
+}
+
+void Player::add(SessionPtr session, int32_t index, bool play) {
+    sessions_.push_back(session);
+    try {
+        engine.load(std::move(session), index, play);
+    } catch (...) {
+        sessions_.pop_back();
+        throw;
+    }
+}
+
+int Player::play() {
+    if (const int result = engine.play(); result != ENODATA)
+        return result;
+    std::vector<QueuedSong> songs = catalogue_.all_songs();
+    if (songs.empty())
+        return ENODATA;
+    const uint64_t tsid = ids_.take();
+    if (tsid == 0)
+        return EIO;
+    auto session =
+        std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_ALL, std::move(songs));
+
+    SessionPtr earlier; // goes after the lock
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (engine.play() == 0) // another client has made one meanwhile
+        return 0;
+    add(std::move(session), any_index, true);
+    const auto found = std::find_if(
+        sessions_.begin(), sessions_.end() - 1,
+        [](const SessionPtr &each) { return each->type == VANTRO_TRKSESSION_ALL; });
+    if (found != sessions_.end() - 1) {
+        earlier.swap(*found);
+        sessions_.erase(found);
+    }
+    return 0;
+}
+
+int Player::create(int32_t source, std::string_view node, int32_t index, int32_t start,
+                   uint64_t &tsid) {
+    if (start != VANTRO_TRKSESSION_LOAD && start != VANTRO_TRKSESSION_PLAY)
+        return ERANGE;
+    std::vector<QueuedSong> songs;
+    if (const int result = catalogue_.songs(source, node, songs); result != 0)
+        return result;
+    if (songs.empty())
+        return ENODATA;
+    if (index < 0 || static_cast<std::size_t>(index) >= songs.size())
+        return ERANGE;
+    tsid = ids_.take();
+    if (tsid == 0)
+        return EIO;
+    auto session =
+        std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_NODE, std::move(songs));
+
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (made_of_nodes() >= VANTRO_TRKSESSIONS_MAX)
+        return ENOSPC;
+    add(std::move(session), index, start == VANTRO_TRKSESSION_PLAY);
+    return 0;
+}
+
+int Player::destroy(uint64_t tsid) {
+    SessionPtr dropped; // goes after the lock
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto found = std::find_if(sessions_.begin(), sessions_.end(),
+                                    [tsid](const SessionPtr &each) { return each->tsid == tsid; });
+    if (found == sessions_.end())
+        return ENOENT;
+    dropped.swap(*found);
+    sessions_.erase(found);
+    engine.unload(tsid);
+    return 0;
+}
+
+SessionPtr Player::session(uint64_t tsid) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    for (const SessionPtr &each : sessions_) {
+        if (each->tsid == tsid)
+            return each;
+    }
+    return nullptr;
+}
+
+} // namespace vantro

@@ -1,0 +1,44 @@
+// A track session: the songs that a player works through.
+//
+// It never changes once it is made, so players, lists and requests share it without a lock.
+#ifndef VANTRO_SERVICE_PLAYBACK_SESSION_H
+#define VANTRO_SERVICE_PLAYBACK_SESSION_H
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "service/catalogue/catalogue.h"
+
+namespace vantro {
+
+// Positions and durations are whole microseconds here: fractions would gather errors over ends of
+// tracks, and show a position one millisecond early. A song without length would make repeating it
+// endless within one moment.
+inline int64_t length_of(const QueuedSong &song) {
+    return int64_t{1000} * std::max(song.duration_ms, 1);
+}
+
+struct TrackSession {
+    // `list` has at least one song.
+    TrackSession(uint64_t id, int32_t kind, std::vector<QueuedSong> list)
+        : tsid(id), type(kind), songs(std::move(list)) {
+        songs.shrink_to_fit(); // it may live as long as the service
+        for (const QueuedSong &song : songs)
+            total += length_of(song);
+    }
+    int32_t length() const { return static_cast<int32_t>(songs.size()); }
+
+    const uint64_t tsid;
+    const int32_t type; // VANTRO_TRKSESSION_*
+    std::vector<QueuedSong> songs;
+    int64_t total = 0; // length of all of them
+};
+
+using SessionPtr = std::shared_ptr<const TrackSession>;
+
+} // namespace vantro
+
+#endif

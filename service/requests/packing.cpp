@@ -1,0 +1,137 @@
+#include "service/requests/packing.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+
+#include <vantro/records.h>
+
+namespace vantro {
+
+namespace {
+
+// The packers' records are made and packed so many at a time, on the stack.
+constexpr std::size_t records_at_once = 64;
+
+// The packers only read; their records are shared with clients, whose strings are their own.
+char *text_or_absent(const std::string &text) {
+    return text.empty() ? nullptr : const_cast<char *>(text.c_str());
+}
+
+ServiceMediaSource packed_form(const Source &source) {
+    ServiceMediaSource record = {};
+    record.id = source.id;
+    record.uid = text_or_absent(source.uid);
+    record.name = text_or_absent(source.name);
+    record.view_name = text_or_absent(source.view_name);
+    record.type = source.type;
+    record.status = source.status;
+    record.capabilities = source.capabilities;
+    return record;
+}
+
+std::size_t packed_size(const Source &source) {
+    return VANTRO_PACKED_MEDIA_SOURCE_MIN + source.uid.size() + source.name.size() +
+           source.view_name.size();
+}
+
+ServiceMediaNode packed_form(const Node &node) {
+    ServiceMediaNode record = {};
+    record.id = text_or_absent(node.id);
+    record.name = text_or_absent(node.name);
+    record.type = node.type;
+    record.count = node.count;
+    record.ms_id = node.source;
+    record.ms_type = node.source_type;
+    return record;
+}
+
+std::size_t packed_size(const Node &node) {
+    return VANTRO_PACKED_MEDIA_NODE_MIN + node.id.size() + node.name.size();
+}
+
+Metadata packed_form(const SongMetadata &metadata) {
+    Metadata record = {};
+    record.title = text_or_absent(metadata.title);
+    record.duration = metadata.duration_ms;
+    record.artwork = text_or_absent(metadata.artwork);
+    record.artist = text_or_absent(metadata.artist);
+    record.album = text_or_absent(metadata.album);
+    record.genre = text_or_absent(metadata.genre);
+    record.year = text_or_absent(metadata.year);
+    record.width = metadata.width;
+    record.height = metadata.height;
+    record.disc = metadata.disc;
+    record.track = metadata.track;
+    return record;
+}
+
+std::size_t packed_size(const SongMetadata &metadata) {
+    std::size_t size = VANTRO_PACKED_METADATA_MIN;
+    for (const std::string *text : {&metadata.title, &metadata.artwork, &metadata.artist,
+                                    &metadata.album, &metadata.genre, &metadata.year})
+        size += text->size();
+    return size;
+}
+
+// Sized first, so that the room is made once.
+template <typename Record, typename Packed>
+int append_records(Bytes &answer, const Record *records, std::size_t count,
+                   void (*pack)(const Packed *, int, void *, int *)) {
+    std::size_t at = answer.size();
+    std::size_t end = at;
+    for (std::size_t i = 0; i < count; ++i)
+        end += packed_size(records[i]);
+    if (end > answer_max)
+        return EMSGSIZE;
+    answer.resize(end);
+    while (count > 0) {
+        Packed packed[records_at_once];
+        const std::size_t some = std::min(count, records_at_once);
+        std::transform(records, records + some, packed,
+                       [](const Record &record) { return packed_form(record); });
+        int size = 0;
+        pack(packed, static_cast<int>(some), answer.data() + at, &size);
+        at += static_cast<std::size_t>(size);
+        records += some;
+        count -= some;
+    }
+    answer.resize(at);
+    return 0;
+}
+
+} // namespace
+
+int append_sources(Bytes &answer, const std::vector<Source> &sources) {
+    append(answer, static_cast<int32_t>(sources.size()));
+    return append_records(answer, sources.data(), sources.size(), pack_media_source);
+}
+
+int append_nodes(Bytes &answer, const std::vector<Node> &nodes) {
+    append(answer, static_cast<int32_t>(nodes.size()));
+    return append_records(answer, nodes.data(), nodes.size(), pack_media_node);
+}
+
+int append_node(Bytes &answer, const Node &node) {
+    return append_records(answer, &node, 1, pack_media_node);
+}
+
+int append_metadata(Bytes &answer, const SongMetadata &metadata) {
+    return append_records(answer, &metadata, 1, pack_metadata);
+}
+
+int append_texts(Bytes &answer, const std::vector<std::string> &texts) {
+    std::size_t end = answer.size();
+    for (const std::string &text : texts)
+        end += sizeof(int32_t) + text.size();
+    if (end > answer_max)
+        return EMSGSIZE;
+    answer.reserve(end);
+    for (const std::string &text : texts) {
+        append(answer, static_cast<int32_t>(text.size()));
+        answer.insert(answer.end(), text.begin(), text.end());
+    }
+    return 0;
+}
+
+} // namespace vantro
