@@ -43,9 +43,9 @@
  *  - refusal: the service answered that it did not do it, or answered too little.
  *  - malformed answer: the service's words and lengths contradict each other. Where records are
  *    returned neither this nor want of memory for them is logged.
- * Where there is no memory for a handle, or for the one record that a query returns, the process
- * ends with abort(). Before it logs, the library flushes standard output, so that both appear in
- * their order.
+ * Where there is no memory for a handle, or for the record of what a player is doing, the process
+ * ends with abort(); any other want of memory fails the call. Before it logs, the library flushes
+ * standard output, so that both appear in their order.
  *
  * Output parameters are valid addresses, never NULL, and written on success only, unless a
  * function's text says otherwise.
