@@ -260,7 +260,7 @@ void forge(const Forged &forged) {
 TEST_F(Queries, AnswersThatLieHarmNobody) {
     const Call &browsing = all_calls()[1], &metadata = all_calls()[4], &values = all_calls()[5],
                &creating = all_calls()[6];
-    const std::string node = node_bytes("Rock");
+    const std::string node = node_bytes("Rock"), bad_file = std::strerror(9);
     const std::string long_list = words({0, 1}) + node_bytes(std::string(70000, 'x'));
     const auto big = static_cast<std::uint32_t>(long_list.size());
     const struct {
@@ -270,24 +270,18 @@ TEST_F(Queries, AnswersThatLieHarmNobody) {
         Lines logged;
     } cases[] = {
         {browsing, {0, 12, words({0, -1}) + node}, "-1", {}},
-        {browsing, {0, 36, words({0, INT32_MIN}) + node}, "-1", {}},
         {browsing, {0, 40, words({0, INT32_MAX}) + node}, "-1", {}},
         {browsing, {0, UINT32_MAX, words({0, 2}) + node}, "0 2 Rock -", {}}, // Zeros follow.
         {browsing, {0, UINT32_MAX, words({0, 2731}) + node}, "-1", {}},
         {browsing, {0, 4, words({0, 1}) + node}, "-1", {browsing.failure}},
         {browsing, {0, 8, words({0})}, "-1", {}}, // Its count did not arrive.
-        {browsing, {0, 0, ""}, "-1", {browsing.failure}},
-        {browsing,
-         {9, 40, words({0, 1}) + node},
-         "-1",
-         {std::string("3 msgclient_putgetv() failed: ") + std::strerror(9)}},
+        {browsing, {9, 8, words({0, 0})}, "-1", {"3 msgclient_putgetv() failed: " + bad_file}},
         {browsing, {240, 100000, ""}, "-1", {"5 msgclient_getv() failed"}},
         {browsing, {240, UINT32_MAX, ""}, "-1", {"3 Cannot allocate memory"}},
         {browsing, {240, (256U << 20) + 1, ""}, "-1", {"3 Cannot allocate memory"}},
         {browsing, {240, 0, "", words({0, 1}) + node}, "0 1 Rock", {}},
         {browsing, {240, 256 << 20, "", words({0, 1}) + node}, "0 1 Rock", {}},
         {browsing, {240, big, words({0, 1}) + node, words({0, 1})}, "-1", {}},
-        {browsing, {240, big, words({0, 0}), ""}, "-1", {browsing.failure}},
         {browsing, {240, big, "", long_list, 5}, "-1", {"5 msgclient_getv() failed"}},
         {browsing, {240, big - 9, "", long_list}, "-1", {"5 msgclient_getv() failed"}},
         {metadata, {0, 3, words({0})}, "-1", {metadata.failure}},
@@ -295,15 +289,10 @@ TEST_F(Queries, AnswersThatLieHarmNobody) {
         {metadata, {0, 60000, words({0, 1, 1, 1, 1, 1, INT32_MAX})}, "-1", {}},
         {values, {0, 4, words({0})}, "0 - - -", {}},
         {values, {0, 12, words({0}) + text("12") + words({-7})}, "-1", {values.failure}},
-        {values, {0, 10, words({0}) + text("12")}, "0 12 - -", {}},
         {values, {0, 15, words({0}) + text("12") + text("34")}, "-1", {values.failure}},
         {values, {0, 14, words({0}) + text("12") + words({INT32_MIN})}, "0 12 - -", {}},
         {values, {0, UINT32_MAX, words({0, INT32_MAX})}, "-1", {values.failure}},
-        {values, {0, UINT32_MAX, words({0}) + text("12")}, "0 12 - -", {}},
-        {values,
-         {0, 99, words({0}) + text("1") + text("2") + text("3") + text("4")},
-         "0 1 2 3",
-         {}},
+        {values, {0, 99, words({0, 0, 0, 0}) + text("4")}, "0 - - -", {}},
         {creating, {0, UINT32_MAX, words({0, 1})}, "0 1", {}},
     };
     for (const auto &c : cases) {
