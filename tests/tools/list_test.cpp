@@ -113,8 +113,8 @@ TEST(NodeView, TracksSourcesAndTrees) {
     EXPECT_EQ(tree_line(nodes[0], 1, std::nullopt), "  Artists (2)\t1:artists\n");
     EXPECT_EQ(tree_line(nodes[0], 1, 40), "  Artists (2)  1:artists\n");
     EXPECT_EQ(tree_line(nodes[1], 1, 24), "  " + std::string(kanji) + " " + arabic +
-                                              "\xEF\xBF\xBD[2J and a lo" + dots +
-                                              "\n    1:album/0123456789\n");
+                                              "\xEF\xBF\xBD[2J and" + dots +
+                                              " (12)\n    1:album/0123456789\n");
 }
 
 TEST(NodeView, ValuesAreRawForProgramsAndReadableForPeople) {

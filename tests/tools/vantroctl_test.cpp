@@ -1,13 +1,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include <pty.h>
-#include <sys/ioctl.h>
-
 #include <vantro/messaging.h>
 
-#include "tests/service/music.h"
-#include "tests/tools/process.h"
+#include "tests/tools/vantroctl.h"
 
 namespace vantro {
 namespace {
@@ -54,24 +50,6 @@ class Service {
 
   private:
     Process process_;
-};
-
-std::vector<std::string> words(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), VANTROCTL);
-    return arguments;
-}
-
-class Vantroctl : public RuntimeDirectory {
-  protected:
-    /** Runs the tool; its output, with whatever it complains of, is left in `said_`. */
-    int run(
-        std::vector<std::string> arguments, const std::function<void()> &prepare = [] {}) {
-        Process tool(words(std::move(arguments)), prepare);
-        said_ = tool.rest();
-        return tool.wait();
-    }
-
-    std::string said_;
 };
 
 TEST_F(Vantroctl, TellsAnAbsentServiceAndSaysSoInJsonToo) {
@@ -173,34 +151,11 @@ TEST_F(Vantroctl, FailsWhereItsOutputIsLost) {
               1);
 }
 
-/** What the tool shows on a terminal of this width. */
-std::string on_terminal(unsigned short columns, const std::vector<std::string> &arguments) {
-    winsize size = {};
-    size.ws_row = 24;
-    size.ws_col = columns;
-    int master = -1;
-    int slave = -1;
-    EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
-    std::string shown;
-    {
-        Process tool(words(arguments), [=] { dup2(slave, STDOUT_FILENO); });
-        close(slave);
-        char buffer[4096];
-        for (ssize_t got = 0; (got = read(master, buffer, sizeof buffer)) > 0;) {
-            shown.append(buffer, static_cast<size_t>(got));
-        }
-        EXPECT_EQ(tool.wait(), 0);
-    }
-    close(master);
-    return shown;
-}
-
 TEST_F(Vantroctl, DrivesThePlayersOfTheService) {
     const std::filesystem::path music = path_ + "/music";
     make_music(music / "1.flac", 100000, {"TITLE=One", "ARTIST=\x1B[31mRed"});
     make_music(music / "2.ogg", 100000, {"TITLE=Two"});
-    Process vantrod({VANTROD, "--music", music.string(), "--player", "main", "--player", "den"});
-    ASSERT_EQ(vantrod.line().find("vantrod: ready"), 0u);
+    start_vantrod({"--music", music, "--player", "main", "--player", "den"});
 
     const struct {
         std::vector<std::string> arguments;
@@ -226,14 +181,18 @@ TEST_F(Vantroctl, DrivesThePlayersOfTheService) {
     EXPECT_EQ(said_, "player: main\nstate: paused\ntrack: 1\ntracks: 2\ntitle: One\n"
                      "artist: \xEF\xBF\xBD[31mRed\nalbum:\nposition: 0:33\nduration: 1:40\n"
                      "repeat: one\nshuffle: off\nrate: 1.5\n");
-    EXPECT_EQ(on_terminal(40, {"status"}), "main: paused, track 1 of 2\r\n"
-                                           "Title   One\r\n"
-                                           "Artist  \xEF\xBF\xBD[31mRed\r\n"
-                                           "Album   -\r\n"
-                                           "0:33 [=========>------------------] 1:40\r\n"
-                                           "repeat one   shuffle off   rate 1.5\r\n");
+    EXPECT_EQ(on_terminal(40, {"status"}), 0);
+    EXPECT_EQ(said_, "main: paused, track 1 of 2\n"
+                     "Title   One\n"
+                     "Artist  \xEF\xBF\xBD[31mRed\n"
+                     "Album   -\n"
+                     "0:33 [=========>------------------] 1:40\n"
+                     "repeat one   shuffle off   rate 1.5\n");
     EXPECT_EQ(run({"seek", "-50"}), 0);
     EXPECT_EQ(said_, "");
+    EXPECT_EQ(run({"--player", "den", "next"}), 6);
+    EXPECT_EQ(said_, "vantroctl: no track session: load a node or play first\n");
+    EXPECT_EQ(run({"--player", "den", "play"}), 0) << said_;
     EXPECT_EQ(run({"--player", "den", "next"}), 0) << said_;
     EXPECT_EQ(run({"status", "--player", "den", "--json"}), 0);
     EXPECT_NE(said_.find("\"track\":{\"index\":1,\"title\":\"Two\""), std::string::npos) << said_;
@@ -241,8 +200,7 @@ TEST_F(Vantroctl, DrivesThePlayersOfTheService) {
     EXPECT_NE(said_.find("\ntrack: 1\n"), std::string::npos) << said_;
     EXPECT_NE(said_.find("\nposition: 0:00\n"), std::string::npos) << said_;
 
-    vantrod.kill(SIGTERM);
-    EXPECT_EQ(vantrod.wait(), 0);
+    end_vantrod();
     EXPECT_EQ(run({"status"}), 3);
 }
 

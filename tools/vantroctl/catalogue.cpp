@@ -282,15 +282,11 @@ void jump_to(Client &client, int32_t index) {
     if (client.ask("jump", [=](VantroHandle *handle) { return vantro_jump(handle, index); })) {
         return;
     }
-    const std::optional<SessionStatus> session = client.session();
-    if (!session) {
-        throw Failure(Outcome::not_found, "no track session: load a node or play first");
-    }
-    if (index >= session->length) {
-        throw Failure(Outcome::not_found, fmt::format("no track {}: the session has {}",
-                                                      int64_t{index} + 1, session->length));
-    }
-    throw Failure(Outcome::failed, "jump refused by the player");
+    const SessionStatus session = client.need_session();
+    throw index >= session.length
+        ? Failure(Outcome::not_found, fmt::format("no track {}: the session has {}",
+                                                  int64_t{index} + 1, session.length))
+        : Failure(Outcome::failed, "jump refused by the player");
 }
 
 } // namespace vantro

@@ -30,6 +30,8 @@ constexpr const char *service_path = "/sys/csm/vantro.sys/default";
  *  before one blocks, would otherwise be missed. */
 constexpr suseconds_t ring_again_us = 50000;
 
+constexpr const char *no_session = "no track session: load a node or play first";
+
 /** For taking leave of a service that does not answer. */
 constexpr double leave_s = 0.05;
 
@@ -230,6 +232,10 @@ void Client::fail(const std::string &verb) const {
                                   "tool of one version?",
                                   verb));
     }
+    refused(verb);
+}
+
+void Client::refused(const std::string &verb) const {
     throw Failure(
         Outcome::failed,
         fmt::format("{} refused by the player; see what it is doing with vantroctl status", verb));
@@ -257,6 +263,20 @@ bool Client::ask(const std::string &verb, const std::function<int(VantroHandle *
     return false;
 }
 
+void Client::carry_out_on_tracks(const std::string &verb,
+                                 const std::function<int(VantroHandle *)> &call) {
+    if (ask(verb, call)) {
+        return;
+    }
+    if (const auto answer = ask_session(); answer && answer->type == VANTRO_TRKSESSION_NONE) {
+        throw Failure(Outcome::not_found,
+                      verb == "play" ? "nothing to play: no source has songs; is one still being "
+                                       "scanned? vantroctl sources tells"
+                                     : no_session);
+    }
+    refused(verb);
+}
+
 VantroStateInfo Client::state() {
     VantroStateInfo *info = nullptr;
     carry_out("status",
@@ -268,13 +288,13 @@ VantroStateInfo Client::state() {
 
 int32_t Client::position() {
     int32_t position_ms = 0;
-    carry_out("status", [&](VantroHandle *handle) {
+    carry_out_on_tracks("position", [&](VantroHandle *handle) {
         return vantro_get_current_track_position(handle, &position_ms);
     });
     return position_ms;
 }
 
-std::optional<SessionStatus> Client::session() {
+std::optional<SessionStatus> Client::ask_session() {
     VantroTrksessionInfo *info = nullptr;
     if (!ask("status", [&](VantroHandle *handle) {
             return vantro_get_current_trksession_info(handle, &info);
@@ -283,7 +303,19 @@ std::optional<SessionStatus> Client::session() {
     }
     const SessionStatus session{static_cast<int64_t>(info->tsid), info->type, info->length};
     std::free(info);
-    return session.type == VANTRO_TRKSESSION_NONE ? std::nullopt : std::optional(session);
+    return session;
+}
+
+std::optional<SessionStatus> Client::session() {
+    const std::optional<SessionStatus> answer = ask_session();
+    return answer && answer->type != VANTRO_TRKSESSION_NONE ? answer : std::nullopt;
+}
+
+SessionStatus Client::need_session() {
+    if (const std::optional<SessionStatus> current = session()) {
+        return *current;
+    }
+    throw Failure(Outcome::not_found, no_session);
 }
 
 std::optional<TrackStatus> Client::track() {

@@ -38,19 +38,30 @@ class Client {
     /** One call of the library that returns 0 on success. @throws Failure, which names the verb. */
     void carry_out(const std::string &verb, const std::function<int(VantroHandle *)> &call);
 
+    /** Like carry_out(), for what needs a track session: where there is none, that is what fails. */
+    void carry_out_on_tracks(const std::string &verb,
+                             const std::function<int(VantroHandle *)> &call);
+
     /** Like carry_out(), but false where the service answered and refused. */
     bool ask(const std::string &verb, const std::function<int(VantroHandle *)> &call);
 
     VantroStateInfo state();
     int32_t position();
+
+    /** The current track session, if there is one. */
     std::optional<SessionStatus> session();
+    /** The same. @throws Failure where there is none. */
+    SessionStatus need_session();
+
     std::optional<TrackStatus> track();
     PlayerStatus status();
 
   private:
+    std::optional<SessionStatus> ask_session();
     int attempt(const std::function<int(VantroHandle *)> &call);
     void connect();
     [[noreturn]] void explain_no_connection(int error) const;
+    [[noreturn]] void refused(const std::string &verb) const;
     [[noreturn]] void fail(const std::string &verb) const;
     void fail_if_late() const;
     void leave();

@@ -55,7 +55,7 @@ std::optional<int32_t> parse_repeat(std::string_view text) {
 Done run_plain(Client &client, const std::string &verb) {
     for (const PlainCommand &command : plain_commands) {
         if (command.verb == verb) {
-            client.carry_out(verb, command.function);
+            client.carry_out_on_tracks(verb, command.function);
             return {.command = verb};
         }
     }
@@ -65,8 +65,8 @@ Done run_plain(Client &client, const std::string &verb) {
 Done run_seek(Client &client, const std::string &text) {
     const SeekTarget target = required(parse_seek(text), text);
     const int32_t position_ms = target.from(target.relative ? client.position() : 0);
-    client.carry_out("seek",
-                     [=](VantroHandle *handle) { return vantro_seek(handle, position_ms); });
+    client.carry_out_on_tracks(
+        "seek", [=](VantroHandle *handle) { return vantro_seek(handle, position_ms); });
     return {.command = "seek", .position_ms = position_ms};
 }
 

@@ -62,7 +62,7 @@ class Lister {
     /** @param heading stands above what there is. */
     bool flat(const Fetch &fetch, const std::string &heading) {
         Table table = node_table(terminal_columns());
-        std::string text = heading;
+        std::string text = above(heading);
         return pages(fetch, options_.offset, [&](Page &page) {
             std::vector<Table::Row> rows;
             for (const Node &node : page) {
@@ -80,7 +80,7 @@ class Lister {
     }
 
     bool tree(const Place &place, const std::string &heading, int level = 0) {
-        std::string above = heading;
+        std::string top = above(heading);
         const Fetch fetch = [&](int32_t offset, int32_t count) {
             return browse_page(client_, place, offset, count);
         };
@@ -89,7 +89,7 @@ class Lister {
                 const Place below{node.source, node.id};
                 const bool go_down =
                     node.count > 0 && node.type != VANTRO_NODE_SONG && level + 1 < options_.depth;
-                if (left_-- <= 0 || !add(node, level, std::exchange(above, {})) ||
+                if (left_-- <= 0 || !add(node, level, std::exchange(top, {})) ||
                     (go_down && !tree(below, "", level + 1))) {
                     return false;
                 }
@@ -122,9 +122,13 @@ class Lister {
     }
 
   private:
-    bool add(Node &node, int level, const std::string &above) {
+    std::string above(const std::string &heading) const {
+        return (shown_ && !heading.empty() ? "\n" : "") + heading;
+    }
+
+    bool add(Node &node, int level, const std::string &top) {
         if (!options_.json) {
-            return show(above + tree_line(node, level, terminal_columns()));
+            return show(top + tree_line(node, level, terminal_columns()));
         }
         Page *siblings = &nodes_;
         for (int i = 0; i < level; ++i) {
@@ -249,17 +253,14 @@ void run_search(Client &client, const ListOptions &options, const std::string &f
 }
 
 void run_tracks(Client &client, const ListOptions &options) {
-    const std::optional<SessionStatus> session = client.session();
-    if (!session) {
-        throw Failure(Outcome::not_found, "no track session: load a node or play first");
-    }
+    const SessionStatus session = client.need_session();
     const std::optional<TrackStatus> track = client.track();
     const std::optional<int32_t> current = track ? std::optional(track->index) : std::nullopt;
     Lister lister(client, options);
     Table table = track_table(terminal_columns());
     Page tracks;
     const Fetch fetch = [&](int32_t offset, int32_t count) {
-        return tracks_page(client, static_cast<uint64_t>(session->id), offset, count);
+        return tracks_page(client, static_cast<uint64_t>(session.id), offset, count);
     };
     int32_t index = options.offset;
     lister.pages(fetch, options.offset, [&](Page &page) {
@@ -276,7 +277,7 @@ void run_tracks(Client &client, const ListOptions &options) {
         return rows.empty() || lister.show(table.lines(rows));
     });
     if (options.json) {
-        print(json_tracks(options.player, *session, current, options.offset, tracks));
+        print(json_tracks(options.player, session, current, options.offset, tracks));
     } else {
         lister.end("no tracks");
     }

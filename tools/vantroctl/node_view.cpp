@@ -164,22 +164,21 @@ Table::Row track_row(const Node &node, int32_t index, bool current) {
 }
 
 std::string tree_line(const Node &node, int level, std::optional<int> width) {
-    std::string name = clean_text(node.name);
-    if (node.type != VANTRO_NODE_SONG) {
-        name += fmt::format(" ({})", node.count);
-    }
+    const std::string name = clean_text(node.name);
+    const std::string holds = node.type == VANTRO_NODE_SONG ? "" : fmt::format(" ({})", node.count);
     const std::string ref = node_ref(node);
-    int indent = std::min(2 * level, indent_columns_max);
     if (!width) {
-        return fmt::format("{:{}}{}\t{}\n", "", 2 * level, name, ref);
+        return fmt::format("{:{}}{}{}\t{}\n", "", 2 * level, name, holds, ref);
     }
-    indent = std::min(indent, *width / 2);
-    const int beside = *width - indent - display_width(ref) - 2;
+    const int indent = std::min({2 * level, indent_columns_max, *width / 2});
+    const int room = *width - indent - display_width(holds);
+    const int beside = room - display_width(ref) - 2;
     if (!ref.empty() && beside >= std::min(display_width(name), tree_name_columns_min)) {
-        return fmt::format("{:{}}{}  {}\n", "", indent, clip_text(name, beside), ref);
+        return fmt::format("{:{}}{}{}  {}\n", "", indent, clip_text(name, beside), holds, ref);
     }
-    const std::string line = fmt::format("{:{}}{}\n", "", indent, clip_text(name, *width - indent));
-    return ref.empty() ? line : fmt::format("{}{:{}}{}\n", line, "", indent + 2, ref);
+    const std::string line = clip_text(clip_text(name, std::max(room, 1)) + holds, *width - indent);
+    return fmt::format("{:{}}{}\n", "", indent, line) +
+           (ref.empty() ? "" : fmt::format("{:{}}{}\n", "", indent + 2, ref));
 }
 
 std::string render_values(const Values &values, std::optional<int> width) {
