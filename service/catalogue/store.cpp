@@ -1,72 +1,335 @@
 #include "service/catalogue/store.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <utility>
+
+#include <fmt/format.h>
+#include <sqlite3.h>
 
 #include <vantro/catalogue.h>
+#include <vantro/platform/log.h>
+
+#include "service/catalogue/artwork.h"
+#include "service/catalogue/lists.h"
+#include "service/catalogue/metadata.h"
+#include "service/catalogue/names.h"
+#include "service/catalogue/pool.h"
+#include "service/catalogue/scanning.h"
+#include "service/catalogue/schema.h"
+#include "service/catalogue/state.h"
+#include "service/catalogue/text.h"
+#include "service/catalogue/view.h"
 
 namespace vantro {
 
 namespace {
 
-// Answers as a catalogue does whose scan has found nothing yet.
-class EmptyStore : public Store {
-  public:
-    explicit EmptyStore(StoreOptions options) : options_(std::move(options)) {}
+namespace fs = std::filesystem;
 
-    std::vector<Source> sources() override {
-        std::vector<Source> all;
-        for (const std::filesystem::path &path : options_.music) {
-            Source source;
-            source.id = static_cast<int32_t>(all.size() + 1);
-            source.uid = source.name = source.view_name = path.filename().string();
-            source.type = VANTRO_SOURCE_DIRECTORY;
-            source.status = VANTRO_SOURCE_READY;
-            all.push_back(source);
-        }
-        return all;
-    }
-    int browse(int32_t, std::string_view, Range, std::vector<Node> &) override { return ENOENT; }
-    int search(int32_t, std::string_view, std::string_view, Range, std::vector<Node> &) override {
-        return ENOENT;
-    }
-    int metadata(int32_t, std::string_view, std::optional<SongMetadata> &) override {
-        return ENOENT;
-    }
-    int extended_metadata(int32_t, std::string_view, const std::vector<std::string_view> &,
-                          std::vector<std::string> &) override {
-        return ENOENT;
-    }
-    int songs(int32_t, std::string_view, std::vector<QueuedSong> &) override { return ENOENT; }
-    std::vector<QueuedSong> all_songs() override { return {}; }
-    std::vector<Node> song_nodes(const SongId *, std::size_t count) override {
-        return std::vector<Node>(count);
-    }
-    bool song(SongId, Node &, SongMetadata &) override { return false; }
-    int32_t take_session_ids(int32_t count) override {
-        next_session_ += count;
-        return next_session_ - count;
-    }
-    void start_scanning() override {}
-    void stop_scanning() override {}
-    void rescan() override {}
+// Pages of the file that all connections together keep in memory.
+constexpr int64_t pages_bytes_max = 32 * 1024 * 1024;
+
+constexpr uint64_t source_capabilities =
+    VANTRO_SOURCE_CAN_BROWSE | VANTRO_SOURCE_CAN_SEARCH | VANTRO_SOURCE_CAN_METADATA |
+    VANTRO_SOURCE_CAN_EXTENDED_METADATA | VANTRO_SOURCE_CAN_TRKSESSION | VANTRO_SOURCE_HAS_ARTWORK |
+    VANTRO_SOURCE_HAS_PLAYLISTS;
+
+class SqliteCatalogue : public Store {
+  public:
+    SqliteCatalogue(StoreOptions options, std::unique_ptr<StateDirectory> state)
+        : options_(std::move(options)), state_(std::move(state)),
+          file_(options_.state / "catalogue.db"), artwork_(options_.state / "artwork"),
+          sessions_(options_.state / "session-numbers"), pool_(file_),
+          scanning_(options_, directories_, artwork_,
+                    [this](bool damaged) { return reopen(damaged); }) {}
+    ~SqliteCatalogue() override { scanning_.stop(); }
+
+    // Returns "" or what is wrong.
+    std::string open();
+
+    std::vector<Source> sources() override;
+    int browse(int32_t source, std::string_view node, Range range,
+               std::vector<Node> &nodes) override;
+    int search(int32_t source, std::string_view filter, std::string_view term, Range range,
+               std::vector<Node> &nodes) override;
+    int metadata(int32_t source, std::string_view node,
+                 std::optional<SongMetadata> &metadata) override;
+    int extended_metadata(int32_t source, std::string_view node,
+                          const std::vector<std::string_view> &keys,
+                          std::vector<std::string> &values) override;
+    int songs(int32_t source, std::string_view node, std::vector<QueuedSong> &songs) override;
+    std::vector<QueuedSong> all_songs() override;
+    std::vector<Node> song_nodes(const SongId *ids, std::size_t count) override;
+    bool song(SongId id, Node &node, SongMetadata &metadata) override;
+    int32_t take_session_ids(int32_t count) override { return sessions_.take(count); }
+
+    void start_scanning() override { scanning_.start(); }
+    void stop_scanning() override { scanning_.stop(); }
+    void rescan() override { scanning_.rescan(); }
 
   private:
+    template <typename Read>
+    int guarded(const Read &read);
+    template <typename Read>
+    int at_node(int32_t source, std::string_view node, const Read &read);
+    const MusicDirectory *directory(int32_t source) const;
+    Node song_node(View &view, SongId song) const;
+    std::unique_ptr<Database> reopen(bool damaged);
+    void log(int severity, const std::string &line) const {
+        if (options_.log)
+            options_.log(severity, line);
+    }
+
     const StoreOptions options_;
-    int32_t next_session_ = 1;
+    const std::unique_ptr<StateDirectory> state_;
+    const fs::path file_;
+    const ArtworkFolder artwork_;
+    SessionNumbers sessions_;
+    std::vector<std::unique_ptr<MusicDirectory>> directories_; // set by open()
+    std::vector<std::string> names_;                           // of them, each its own
+    Pool pool_;
+    ListCache lists_;
+    std::atomic<bool> said_broken_ = false;
+    Scanning scanning_;
 };
+
+// The part of a path that tells it from the others.
+std::string name_of(const fs::path &path, const std::vector<fs::path> &all) {
+    const auto last = [](const fs::path &each) {
+        return each.filename().empty() ? each.native() : each.filename().native();
+    };
+    const bool shared = std::count_if(all.begin(), all.end(), [&](const fs::path &other) {
+                            return last(other) == last(path);
+                        }) > 1;
+    return clean_text(shared ? path.native() : last(path), tag_text_max);
+}
+
+std::string SqliteCatalogue::open() {
+    std::vector<fs::path> paths;
+    for (const fs::path &music : options_.music) {
+        std::error_code error;
+        // A directory that is not there now may come later, under this path.
+        fs::path path = fs::weakly_canonical(fs::absolute(music), error);
+        if (error)
+            path = fs::absolute(music).lexically_normal();
+        if (!path.has_filename() && path.has_relative_path())
+            path = path.parent_path();
+        if (std::find(paths.begin(), paths.end(), path) == paths.end())
+            paths.push_back(path);
+    }
+    try {
+        sqlite3_soft_heap_limit64(pages_bytes_max);
+        const std::unique_ptr<Database> database = open_catalogue_file(
+            file_, [this](const std::string &line) { log(LOG_SEVERITY_WARNING, line); });
+        Writer writer(*database);
+        for (const fs::path &path : paths) {
+            auto directory = std::make_unique<MusicDirectory>();
+            directory->id = writer.source_at(path.native());
+            directory->path = path.native();
+            directory->status = VANTRO_SOURCE_READY;
+            directories_.push_back(std::move(directory));
+            names_.push_back(name_of(path, paths));
+        }
+        writer.commit();
+    } catch (const DatabaseError &error) {
+        return fmt::format("'{}' {}", file_.native(), error.what());
+    }
+    return "";
+}
+
+// The sources keep their numbers, which clients hold.
+std::unique_ptr<Database> SqliteCatalogue::reopen(bool damaged) {
+    const auto say = [this](const std::string &line) { log(LOG_SEVERITY_WARNING, line); };
+    std::unique_ptr<Database> database;
+    const auto open_it = [&] {
+        if (damaged)
+            move_aside(file_, "is damaged", say);
+        database = open_catalogue_file(file_, say);
+        Transaction whole(*database);
+        for (const auto &each : directories_)
+            database->run("INSERT OR IGNORE INTO source(id, path) VALUES(?1, ?2)", each->id,
+                          Blob{each->path});
+        whole.commit();
+        lists_.clear();
+        said_broken_ = false;
+    };
+    if (damaged)
+        pool_.replace(open_it);
+    else
+        open_it();
+    return database;
+}
+
+const MusicDirectory *SqliteCatalogue::directory(int32_t source) const {
+    for (const auto &each : directories_)
+        if (each->id == source)
+            return each.get();
+    return nullptr;
+}
+
+// Without id where the song is gone, or its source is not among ours today.
+Node SqliteCatalogue::song_node(View &view, SongId song) const {
+    Node node = song > 0 ? view.node(song) : Node();
+    return directory(node.source) ? node : Node();
+}
+
+template <typename Read>
+int SqliteCatalogue::guarded(const Read &read) {
+    try {
+        return pool_.read(read);
+    } catch (const DatabaseError &error) {
+        if (error.damaged())
+            scanning_.found_damage();
+        if (!said_broken_.exchange(true))
+            log(LOG_SEVERITY_ERROR, fmt::format("the catalogue {}", error.what()));
+        return EIO;
+    }
+}
+
+template <typename Read>
+int SqliteCatalogue::at_node(int32_t source, std::string_view node, const Read &read) {
+    if (!directory(source))
+        return ENOENT;
+    return guarded([&](Database &database) {
+        View view(database, lists_, source);
+        const std::optional<Place> place = view.find(node);
+        return place ? read(database, view, *place) : ENOENT;
+    });
+}
+
+std::vector<Source> SqliteCatalogue::sources() {
+    std::vector<Source> all;
+    for (std::size_t i = 0; i < directories_.size(); ++i) {
+        Source source;
+        source.id = directories_[i]->id;
+        source.uid = digest(directories_[i]->path).substr(0, 32);
+        source.name = names_[i];
+        source.view_name = names_[i];
+        source.type = VANTRO_SOURCE_DIRECTORY;
+        source.status = directories_[i]->status;
+        source.capabilities = source_capabilities;
+        all.push_back(std::move(source));
+    }
+    return all;
+}
+
+int SqliteCatalogue::browse(int32_t source, std::string_view node, Range range,
+                            std::vector<Node> &nodes) {
+    return at_node(source, node, [&](Database &, View &view, Place place) {
+        if (place.kind != 0 || place.id != 0) {
+            view.nodes(*view.entries(place), range, nodes);
+            return 0;
+        }
+        std::vector<Node> menus = view.menus();
+        const auto [first, last] = bounds(range, menus.size());
+        std::move(menus.begin() + static_cast<std::ptrdiff_t>(first),
+                  menus.begin() + static_cast<std::ptrdiff_t>(last), std::back_inserter(nodes));
+        return 0;
+    });
+}
+
+int SqliteCatalogue::search(int32_t source, std::string_view filter, std::string_view term,
+                            Range range, std::vector<Node> &nodes) {
+    return at_node(source, VANTRO_NODE_ROOT, [&](Database &, View &view, Place) {
+        const std::optional<View::ListPointer> found = view.search(filter, term);
+        if (!found)
+            return EINVAL;
+        view.nodes(**found, range, nodes);
+        return 0;
+    });
+}
+
+int SqliteCatalogue::metadata(int32_t source, std::string_view node,
+                              std::optional<SongMetadata> &metadata) {
+    return at_node(source, node, [&](Database &database, View &view, Place place) {
+        SongMetadata found;
+        if (place.kind == kind_song && place.id != 0)
+            read_metadata(database, artwork_, place.id, found);
+        else
+            found = describe(database, artwork_, view, place);
+        metadata = std::move(found);
+        return 0;
+    });
+}
+
+int SqliteCatalogue::extended_metadata(int32_t source, std::string_view node,
+                                       const std::vector<std::string_view> &keys,
+                                       std::vector<std::string> &values) {
+    return at_node(source, node, [&](Database &database, View &view, Place place) {
+        if (place.kind == kind_song && place.id != 0)
+            values = read_extended(database, artwork_, directory(source)->path, place.id, keys);
+        else
+            values = extended_of(describe(database, artwork_, view, place), keys);
+        return 0;
+    });
+}
+
+int SqliteCatalogue::songs(int32_t source, std::string_view node, std::vector<QueuedSong> &songs) {
+    return at_node(source, node, [&](Database &, View &view, Place place) {
+        view.queue(*view.songs(place), songs);
+        return 0;
+    });
+}
+
+std::vector<QueuedSong> SqliteCatalogue::all_songs() {
+    std::vector<QueuedSong> all;
+    guarded([&](Database &database) {
+        all.clear();
+        for (const auto &each : directories_) {
+            View view(database, lists_, each->id);
+            view.queue(*view.songs({}), all);
+        }
+        return 0;
+    });
+    return all;
+}
+
+std::vector<Node> SqliteCatalogue::song_nodes(const SongId *ids, std::size_t count) {
+    std::vector<Node> nodes(count);
+    guarded([&](Database &database) {
+        View view(database, lists_, 0);
+        for (std::size_t i = 0; i < count; ++i)
+            nodes[i] = song_node(view, ids[i]);
+        return 0;
+    });
+    for (Node &node : nodes)
+        node.type = VANTRO_NODE_SONG;
+    return nodes;
+}
+
+bool SqliteCatalogue::song(SongId id, Node &node, SongMetadata &metadata) {
+    return guarded([&](Database &database) {
+               View view(database, lists_, 0);
+               node = song_node(view, id);
+               return !node.id.empty() && read_metadata(database, artwork_, id, metadata) ? 0
+                                                                                          : ENOENT;
+           }) == 0;
+}
 
 } // namespace
 
-std::unique_ptr<Store> open_store(StoreOptions options, std::string &) {
-    return std::make_unique<EmptyStore>(std::move(options));
+std::unique_ptr<Store> open_store(StoreOptions options, std::string &wrong) {
+    try {
+        auto state = std::make_unique<StateDirectory>();
+        if (wrong = state->take(options.state); !wrong.empty())
+            return nullptr;
+        auto store = std::make_unique<SqliteCatalogue>(std::move(options), std::move(state));
+        wrong = store->open();
+        return wrong.empty() ? std::move(store) : nullptr;
+    } catch (const std::exception &error) {
+        wrong = error.what();
+        return nullptr;
+    }
 }
 
-std::filesystem::path default_state_directory() {
+fs::path default_state_directory() {
     if (const char *state = std::getenv("XDG_STATE_HOME"); state && *state == '/')
-        return std::filesystem::path(state) / "vantro";
+        return fs::path(state) / "vantro";
     if (const char *home = std::getenv("HOME"); home && *home == '/')
-        return std::filesystem::path(home) / ".local/state/vantro";
+        return fs::path(home) / ".local/state/vantro";
     return {};
 }
 

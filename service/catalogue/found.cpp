@@ -1,0 +1,70 @@
+#include "service/catalogue/found.h"
+
+#include <algorithm>
+
+#include <vantro/catalogue.h>
+
+#include "service/catalogue/names.h"
+#include "service/catalogue/text.h"
+
+namespace vantro {
+
+namespace {
+
+constexpr std::string_view several_artists = "Various Artists";
+
+FoundName named(std::string_view text) {
+    FoundName name{std::string(text), folded(text), {}};
+    name.sort = sort_key(name.text);
+    return name;
+}
+
+// Where nothing is said the first disc is meant, but a track without number follows the others.
+std::string place_of(int32_t disc, int32_t track, std::string_view title) {
+    const auto two_bytes = [](int32_t number) {
+        const int32_t fitting = std::min(number, 0xFFFF);
+        return std::string{static_cast<char>(fitting >> 8), static_cast<char>(fitting & 0xFF)};
+    };
+    return two_bytes(std::max(disc, 1)) + two_bytes(track == 0 ? 0xFFFF : track) + sort_key(title);
+}
+
+} // namespace
+
+std::string path_below(std::string_view folder, std::string_view file) {
+    std::string path(folder);
+    if (!path.empty())
+        path += '/';
+    return path.append(file);
+}
+
+std::string title_of_file(std::string_view file) {
+    const std::size_t dot = file.rfind('.');
+    const bool has_ending = dot != std::string_view::npos && dot != 0;
+    return clean_text(has_ending ? file.substr(0, dot) : file, tag_text_max);
+}
+
+void complete(FoundSong &found) {
+    const Tags &tags = found.song.tags;
+    found.key = key_of(kind_song, path_below(found.where.folder, found.where.file));
+    found.title = tags.get(VANTRO_KEY_TITLE);
+    if (found.title.empty())
+        found.title = title_of_file(found.where.file);
+    found.place = place_of(found.song.disc, found.song.track, found.title);
+
+    std::string_view artist = tags.get(VANTRO_KEY_ALBUM_ARTIST);
+    if (artist.empty())
+        artist =
+            tags.get(VANTRO_KEY_COMPILATION) == "1" ? several_artists : tags.get(VANTRO_KEY_ARTIST);
+    found.artist = named(artist);
+    found.album = named(tags.get(VANTRO_KEY_ALBUM));
+    for (const std::string &genre : found.song.genres) {
+        FoundName name = named(genre);
+        const bool again =
+            std::any_of(found.genres.begin(), found.genres.end(),
+                        [&](const FoundName &other) { return other.identity == name.identity; });
+        if (!name.identity.empty() && !again)
+            found.genres.push_back(std::move(name));
+    }
+}
+
+} // namespace vantro

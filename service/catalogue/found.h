@@ -1,0 +1,52 @@
+// What the scan found, made ready for the catalogue's file: the work that any thread can do.
+#ifndef VANTRO_SERVICE_CATALOGUE_FOUND_H
+#define VANTRO_SERVICE_CATALOGUE_FOUND_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "service/catalogue/artwork.h"
+#include "service/catalogue/song_file.h"
+
+namespace vantro {
+
+// A file by its source, its folder below the source ("" for the top) and its name there.
+struct FileName {
+    int32_t source = 0;
+    std::string folder;
+    std::string file;
+};
+
+// "" and the name for a file at the top.
+std::string path_below(std::string_view folder, std::string_view file);
+
+struct FoundName {
+    std::string text;     // as it is shown
+    std::string identity; // the same for what is the same
+    std::string sort;
+};
+
+struct FoundSong {
+    FileName where;
+    SongFile song;
+    std::optional<Artwork> artwork;
+    int64_t key = 0;
+    std::string title;
+    std::string place; // disc, track and the sort key of the title
+    FoundName artist;  // of the album; its identity is empty where there is none
+    FoundName album;
+    std::vector<FoundName> genres;
+};
+
+// Fills in all that follows from `where` and `song`.
+void complete(FoundSong &found);
+
+// A file's name without its ending, as a title.
+std::string title_of_file(std::string_view file);
+
+} // namespace vantro
+
+#endif

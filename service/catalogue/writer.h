@@ -1,0 +1,110 @@
+// The one that writes the catalogue's file. One thread; what it does is seen by readers at commit().
+//
+// Everything throws DatabaseError; after that only undo() is of use.
+#ifndef VANTRO_SERVICE_CATALOGUE_WRITER_H
+#define VANTRO_SERVICE_CATALOGUE_WRITER_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "service/catalogue/database.h"
+#include "service/catalogue/found.h"
+#include "service/catalogue/names.h"
+#include "service/catalogue/playlist_file.h"
+
+namespace vantro {
+
+// When a file was changed, and its size: what tells that it need not be read again.
+struct FileStamp {
+    int64_t modified_ns = 0;
+    int64_t size = 0;
+    bool operator==(const FileStamp &) const = default;
+};
+
+struct KnownFile {
+    FileStamp stamp;
+    bool left_out = false;
+};
+
+// What the catalogue knows of one folder.
+struct KnownFolder {
+    std::unordered_map<std::string, KnownFile> files;
+    std::set<std::string> folders; // that lie in it, by their names
+    std::string image;             // name of the cover, or ""
+    FileStamp image_stamp;
+};
+
+class Writer {
+  public:
+    explicit Writer(Database &database) : database_(database) {}
+
+    // The number of the source at that path, the same from run to run.
+    int32_t source_at(std::string_view path);
+
+    KnownFolder known(int32_t source, std::string_view folder);
+
+    void put_song(const FoundSong &song);
+    void put_playlist(const FileName &where, const PlaylistFile &playlist,
+                      const std::vector<std::string> &paths);
+    void put_image(const FileName &where, FileStamp stamp, const std::optional<Artwork> &artwork);
+    void remove_image(int32_t source, std::string_view folder);
+    // Notes why a file is not in the catalogue. True when that was not known yet.
+    bool leave_out(const FileName &where, FileStamp stamp, std::string_view why);
+    // Forgets a file, a folder with all that is below it.
+    void remove_file(const FileName &where);
+    void remove_folder(int32_t source, std::string_view folder);
+
+    // What can be told only when all songs are in: how many of their songs playlists find, and
+    // which covers nobody has.
+    void settle(int32_t source);
+    bool has_song(int32_t source, std::string_view path);
+    bool has_artwork(std::string_view file);
+
+    int pending() const { return pending_; } // changes since the last commit
+    // Returns the sources that look different now.
+    std::vector<int32_t> commit();
+    void undo();
+
+  private:
+    struct SongRow {
+        int64_t id = 0;
+        int64_t folder = 0;
+        int64_t album = 0;
+        int64_t year = 0;
+    };
+
+    void begin();
+    void changed(int32_t source, int songs = 0);
+    int64_t node_at(int32_t source, char kind, const FoundName &name, int64_t parent,
+                    std::string_view artist = {});
+    int64_t folder_at(int32_t source, std::string_view folder);
+    int64_t find_node(int32_t source, char kind, std::string_view identity);
+    int64_t year_at(int32_t source, int32_t year);
+    int64_t artwork_at(const std::optional<Artwork> &artwork);
+    std::optional<SongRow> find_song(const FileName &where, int64_t &key);
+    void link(int64_t song, const SongRow &row, const std::vector<int64_t> &genres);
+    void unlink(const SongRow &row);
+    void remove_song(int32_t source, const SongRow &row);
+    void remove_playlist(int32_t source, int64_t node);
+    void remove_songs_of(int32_t source, int64_t folder);
+    void count(int64_t node, int difference);
+    void apply_counts();
+    void remove_node(int64_t node);
+
+    Database &database_;
+    std::optional<Transaction> transaction_;
+    int pending_ = 0;
+    std::map<int32_t, int> changed_; // sources, and by how many songs they grew
+    std::unordered_map<int64_t, int> counts_;
+    std::unordered_map<std::string, int64_t> nodes_; // numbers of nodes that were used lately
+};
+
+} // namespace vantro
+
+#endif
