@@ -51,8 +51,9 @@ Service::Service(const std::string &directory) {
     write_silence(music / "silence.wav");
     child_ = std::make_unique<Child>(
         std::vector<std::string>{program_beside("vantrod"), "--music", music.string(), "--player",
-                                 player_name, "--threads", std::to_string(threads)});
-    child_->wait_for_line("vantrod: ready");
+                                 player_name, "--threads", std::to_string(threads), "--state",
+                                 directory + "/state"});
+    child_->wait_for_line("vantrod: scanned");
 }
 
 Player open_player() {

@@ -137,14 +137,14 @@ int serve(const Options &options) {
     if (wanted.state.empty())
         wanted.state = default_state_directory();
     if (wanted.state.empty())
-        return fail("no state directory: set XDG_STATE_HOME or HOME, or give --state");
+        return fail("--state: none is given, and neither XDG_STATE_HOME nor HOME is set");
     wanted.music.assign(options.music.begin(), options.music.end());
     wanted.log = log_line;
     wanted.progress = [&report](const ScanProgress &progress) { report.note(progress); };
     std::string wrong;
     store = open_store(std::move(wanted), wrong);
     if (!store)
-        return fail(wrong);
+        return fail("--state: " + wrong);
 
     Answers answers(*store, options.players, monotonic_now);
     set_answers(&answers);

@@ -10,8 +10,8 @@ namespace vantro {
 // More players than any device has zones, and few enough that a mistake in a script shows.
 inline constexpr std::size_t players_max = 256;
 
-// More than anyone has directories of music, and few enough that the list of sources, whose names
-// are at most as long as a directory's, fits the 65536 bytes that clients take it in.
+// More than anyone has directories of music, and few enough that the list of sources fits the 65536
+// bytes in which clients take it, with paths of up to a thousand bytes for names.
 inline constexpr std::size_t music_max = 32;
 
 inline constexpr int threads_max = 64;

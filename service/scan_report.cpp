@@ -21,8 +21,8 @@ void ScanReport::note(const ScanProgress &progress) {
                     progress.seen, progress.read, progress.left_out);
     if (terminal_)
         std::fputs(fmt::format("\r{}\x1B[K{}", line, progress.done ? "\n" : "").c_str(), stderr);
-    // A later scan that found nothing new is nobody's concern.
-    if (progress.done ? !seen.once || progress.read > 0 : now - seen.logged >= scan_log_every) {
+    // Its end is told by the catalogue.
+    if (!progress.done && now - seen.logged >= scan_log_every) {
         log_(line);
         seen.logged = now;
     }
