@@ -12,6 +12,7 @@
 #include <vantro/player.h>
 
 #include "tools/vantroctl/client.h"
+#include "tools/vantroctl/display_text.h"
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/node_ref.h"
 
@@ -50,6 +51,11 @@ constexpr const char *known_keys[] = {
     VANTRO_KEY_ARTWORK,
     VANTRO_KEY_LYRICS, // Last, because they are long.
 };
+
+/** What came from elsewhere, for a complaint of one line. */
+std::string shortened(std::string_view clean) {
+    return clip_text(clean, 80);
+}
 
 /** A block of records that a query returned. */
 template <class Record, void (*release)(Record *, int)>
@@ -150,7 +156,8 @@ bool node_exists(Client &client, const Place &place) {
         throw Failure(
             Outcome::not_found,
             fmt::format("no node {} in source {} ({}): vantroctl browse {}: shows its top",
-                        ref_text(place.source, place.id), source->id, source->name, source->id));
+                        shortened(ref_text(place.source, place.id)), source->id,
+                        shortened(clean_text(source->name)), source->id));
     }
     throw Failure(Outcome::failed, fmt::format("{} refused by the player: {}", verb, otherwise));
 }
