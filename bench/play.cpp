@@ -49,10 +49,9 @@ Service::Service(const std::string &directory) {
     const std::filesystem::path music = std::filesystem::path(directory) / "music";
     std::filesystem::create_directory(music);
     write_silence(music / "silence.wav");
-    child_ = std::make_unique<Child>(
-        std::vector<std::string>{program_beside("vantrod"), "--music", music.string(), "--player",
-                                 player_name, "--threads", std::to_string(threads), "--state",
-                                 directory + "/state"});
+    child_ = std::make_unique<Child>(std::vector<std::string>{
+        program_beside("vantrod"), "--music", music.string(), "--player", player_name, "--threads",
+        std::to_string(threads), "--state", directory + "/state"});
     child_->wait_for_line("vantrod: scanned");
 }
 

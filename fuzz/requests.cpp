@@ -33,8 +33,8 @@ std::size_t records_length(const Bytes &answer, std::size_t at, int count,
                            int (*unpack)(const void *, int, int, Record **),
                            void (*release)(Record *, int)) {
     Record *records = nullptr;
-    require(count == 0 || unpack(answer.data() + at, static_cast<int>(answer.size() - at), count,
-                                 &records) == 0);
+    require(count == 0 ||
+            unpack(answer.data() + at, static_cast<int>(answer.size() - at), count, &records) == 0);
     release(records, count);
     return answer.size();
 }
@@ -51,9 +51,9 @@ std::size_t answer_length(const Bytes &request, const Bytes &answer) {
         return records_length(answer, 8, read<int32_t>(answer, 4), unpack_media_node,
                               vantro_free_media_nodes);
     case VANTRO_COMMAND_GET_METADATA:
-        return answer.size() == 4 ? 4
-                                  : records_length(answer, 4, 1, unpack_metadata,
-                                                   vantro_free_metadata);
+        return answer.size() == 4
+                   ? 4
+                   : records_length(answer, 4, 1, unpack_metadata, vantro_free_metadata);
     case VANTRO_COMMAND_GET_EXTENDED_METADATA: {
         // As many values as keys were asked for.
         const auto keys = read<uint32_t>(request, 24 + read<uint32_t>(request, 20));

@@ -129,9 +129,7 @@ int serve(const Options &options) {
         say(fmt::format("scanned ({} tracks)", tracks));
         log_line(LOG_SEVERITY_INFO, fmt::format("scanned, {} tracks", tracks));
     };
-    ScanReport report(
-        options.music.size(), [](const std::string &line) { log_line(LOG_SEVERITY_INFO, line); },
-        scanned);
+    ScanReport report(options.music.size(), scanned);
     StoreOptions wanted;
     wanted.state = options.state;
     if (wanted.state.empty())
@@ -148,8 +146,8 @@ int serve(const Options &options) {
 
     Answers answers(*store, options.players, monotonic_now);
     set_answers(&answers);
-    const std::size_t tracks = store->all_songs().size();
     wrong = server.run(options.threads, [&] {
+        const std::size_t tracks = store->all_songs().size();
         say(fmt::format("ready ({} tracks, players: {})", tracks,
                         fmt::join(options.players, ", ")));
         log_line(LOG_SEVERITY_INFO, fmt::format("ready, {} tracks", tracks));

@@ -29,9 +29,8 @@ uint64_t SessionIds::take() {
 
 std::size_t Player::made_of_nodes() const {
     return static_cast<std::size_t>(
-        std::count_if(sessions_.begin(), sessions_.end(), [](const SessionPtr &each) {
-            return each->type == VANTRO_TRKSESSION_NODE;
-        }));
+        std::count_if(sessions_.begin(), sessions_.end(),
+                      [](const SessionPtr &each) { return each->type == VANTRO_TRKSESSION_NODE; }));
 }
 
 void Player::add(SessionPtr session, int32_t index, bool play) {
@@ -61,9 +60,9 @@ int Player::play() {
     if (engine.play() == 0) // another client has made one meanwhile
         return 0;
     add(std::move(session), any_index, true);
-    const auto found = std::find_if(
-        sessions_.begin(), sessions_.end() - 1,
-        [](const SessionPtr &each) { return each->type == VANTRO_TRKSESSION_ALL; });
+    const auto found =
+        std::find_if(sessions_.begin(), sessions_.end() - 1,
+                     [](const SessionPtr &each) { return each->type == VANTRO_TRKSESSION_ALL; });
     if (found != sessions_.end() - 1) {
         earlier.swap(*found);
         sessions_.erase(found);

@@ -52,8 +52,7 @@ class Player {
     // Returns 0; what the catalogue returned; ENODATA (the node has no songs); ERANGE (index, or
     // `start` is no VANTRO_TRKSESSION_*); ENOSPC (VANTRO_TRKSESSIONS_MAX are there); EIO (no id can
     // be had). Where it fails nothing is changed.
-    int create(int32_t source, std::string_view node, int32_t index, int32_t start,
-               uint64_t &tsid);
+    int create(int32_t source, std::string_view node, int32_t index, int32_t start, uint64_t &tsid);
 
     // Returns 0 or ENOENT. Without its current session the player is idle.
     int destroy(uint64_t tsid);

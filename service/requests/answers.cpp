@@ -120,9 +120,9 @@ int Answers::ask_player(Player &player, const Request &request, Bytes &answer) {
         return 0;
     case VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO: {
         const SessionPtr session = player.engine.snapshot().session;
-        append(answer,
-               session ? VantroTrksessionInfo{session->type, session->length(), session->tsid}
-                       : VantroTrksessionInfo{VANTRO_TRKSESSION_NONE, 0, 0});
+        append(answer, session
+                           ? VantroTrksessionInfo{session->type, session->length(), session->tsid}
+                           : VantroTrksessionInfo{VANTRO_TRKSESSION_NONE, 0, 0});
         return 0;
     }
     case VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION: {
@@ -173,8 +173,8 @@ int Answers::ask_catalogue(const Request &request, Bytes &answer) {
         return result == 0 && metadata ? append_metadata(answer, *metadata) : result;
     }
     case VANTRO_COMMAND_SEARCH:
-        result = catalogue_.search(request.source, request.filter, request.term, request.range,
-                                   nodes);
+        result =
+            catalogue_.search(request.source, request.filter, request.term, request.range, nodes);
         break;
     default:
         result = catalogue_.browse(request.source, request.node, request.range, nodes);

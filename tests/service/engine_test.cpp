@@ -107,8 +107,8 @@ TEST(Engine, RefusesWithoutChange) {
 
     Bench bench(session_of({10'000}));
     for (const char *bad : {"rate=0", "rate=-0.0", "rate=-1", "rate=16.1", "rate=nan", "rate=inf",
-                            "repeat=-1", "repeat=3", "shuffle=-1", "shuffle=2", "jump=-1",
-                            "jump=1", "jump=2147483647", "jump=-2147483648"})
+                            "repeat=-1", "repeat=3", "shuffle=-1", "shuffle=2", "jump=-1", "jump=1",
+                            "jump=2147483647", "jump=-2147483648"})
         EXPECT_EQ(bench.command(bad), ERANGE) << bad;
     const VantroStateInfo modes = bench.engine.snapshot().modes;
     EXPECT_EQ(modes.rate, 1.0f);

@@ -34,8 +34,8 @@ TEST(Player, RefusesSessionsThatCannotBe) {
         int32_t start;
         int result;
     } rows[] = {
-        {1, "nowhere", 0, 0, ENOENT}, {2, "few", 0, 0, ENOENT},         {1, "none", 0, 0, ENODATA},
-        {1, "few", 3, 0, ERANGE},     {1, "few", -1, 0, ERANGE},        {1, "few", INT_MIN, 0, ERANGE},
+        {1, "nowhere", 0, 0, ENOENT}, {2, "few", 0, 0, ENOENT},  {1, "none", 0, 0, ENODATA},
+        {1, "few", 3, 0, ERANGE},     {1, "few", -1, 0, ERANGE}, {1, "few", INT_MIN, 0, ERANGE},
         {1, "few", 0, 2, ERANGE},     {1, "few", 0, -1, ERANGE},
     };
     Room room;

@@ -134,8 +134,7 @@ std::string browse(int32_t source, const std::string &node, int32_t offset = 0, 
 
 std::string search(int32_t source, const std::string &filter, const std::string &term,
                    int32_t offset = 0, int32_t count = 0) {
-    return request(VANTRO_COMMAND_SEARCH,
-                   bytes(source, offset, count) + name(filter) + name(term));
+    return request(VANTRO_COMMAND_SEARCH, bytes(source, offset, count) + name(filter) + name(term));
 }
 
 std::string tracks(uint64_t tsid, int32_t offset = 0, int32_t count = 0) {
@@ -193,10 +192,10 @@ TEST_F(Serving, AnswersEveryCommandToTheByte) {
     EXPECT_EQ(one.result(play), 0);
     const std::string all = one.ask(session);
     EXPECT_EQ(all.substr(0, 12), bytes(0, VANTRO_TRKSESSION_ALL, 2));
-    EXPECT_EQ(one.ask(track), bytes(0, 0) + all.substr(12) +
-                                  bytes(static_cast<int>(node.size()),
-                                        static_cast<int>(record.size())) +
-                                  node + record);
+    EXPECT_EQ(one.ask(track),
+              bytes(0, 0) + all.substr(12) +
+                  bytes(static_cast<int>(node.size()), static_cast<int>(record.size())) + node +
+                  record);
 
     // A player is shared by whoever has it open, and by nobody else.
     EXPECT_EQ(one.result(request(VANTRO_COMMAND_SET_PLAYBACK_RATE, bytes(2.0f))), 0);
@@ -271,9 +270,11 @@ TEST_F(Serving, TakesWhatIsLargeAndFarOff) {
         int32_t offset;
         int32_t count;
         std::size_t expected;
-    } ranges[] = {{0, 0, 2},         {0, -1, 2},         {0, 1, 1},       {1, 0, 1},
-                  {1, INT_MAX, 1},   {2, 0, 0},          {INT_MAX, 0, 0}, {INT_MAX, INT_MAX, 0},
-                  {-1, 1, 1},        {INT_MIN, INT_MIN, 2}};
+    } ranges[] = {{0, 0, 2},       {0, -1, 2},
+                  {0, 1, 1},       {1, 0, 1},
+                  {1, INT_MAX, 1}, {2, 0, 0},
+                  {INT_MAX, 0, 0}, {INT_MAX, INT_MAX, 0},
+                  {-1, 1, 1},      {INT_MIN, INT_MIN, 2}};
     std::string folder; // whose entries are the songs
     for (const auto &entry : client.list(browse(1, "")))
         if (client.list(browse(1, entry.second)) == client.list(tracks(tsid)))
@@ -356,7 +357,8 @@ TEST_F(Serving, RefusesWhatIsMalformed) {
     const Client client;
     ASSERT_EQ(client.result(open_main), 0);
     for (const std::string &whole :
-         {open_main, close_main, state, track, play, sources, request(VANTRO_COMMAND_SEEK, bytes(1)),
+         {open_main, close_main, state, track, play, sources,
+          request(VANTRO_COMMAND_SEEK, bytes(1)),
           request(VANTRO_COMMAND_SET_PLAYBACK_RATE, bytes(1.0f)),
           request(VANTRO_COMMAND_REPEAT, bytes(1)), browse(1, "node"), search(1, "title", "term"),
           tracks(1), metadata(1, "node"), values(1, "node", {"key", ""}), create(1, "", 0, 0),
