@@ -152,12 +152,8 @@ TEST(Engine, JumpsInShuffleLoseNoTrackAndComeBack) {
             continue;
         bench.engine.previous();
         EXPECT_EQ(bench.engine.snapshot().index, from);
-        while (bench.engine.snapshot().index != 0 || target == 0) {
-            const int32_t before = bench.engine.snapshot().index;
+        for (int i = 0; i < 50; ++i)
             bench.engine.previous();
-            if (bench.engine.snapshot().index == before)
-                break;
-        }
         bench.engine.play();
         std::set<int32_t> heard;
         for (; bench.engine.snapshot().modes.state == VANTRO_STATE_PLAYING;
