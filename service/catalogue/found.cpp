@@ -20,12 +20,10 @@ FoundName named(std::string_view text) {
 }
 
 // Where nothing is said the first disc is meant, but a track without number follows the others.
-std::string place_of(int32_t disc, int32_t track, std::string_view title) {
-    const auto two_bytes = [](int32_t number) {
-        const int32_t fitting = std::min(number, 0xFFFF);
-        return std::string{static_cast<char>(fitting >> 8), static_cast<char>(fitting & 0xFF)};
-    };
-    return two_bytes(std::max(disc, 1)) + two_bytes(track == 0 ? 0xFFFF : track) + sort_key(title);
+int64_t place_of(int32_t disc, int32_t track) {
+    constexpr int32_t last = 0xFFFF;
+    const int64_t disc_at = std::clamp(disc, 1, last);
+    return disc_at << 16 | (track == 0 ? last : std::min(track, last - 1));
 }
 
 } // namespace
@@ -49,7 +47,8 @@ void complete(FoundSong &found) {
     found.title = tags.get(VANTRO_KEY_TITLE);
     if (found.title.empty())
         found.title = title_of_file(found.where.file);
-    found.place = place_of(found.song.disc, found.song.track, found.title);
+    found.sort = sort_key(found.title);
+    found.place = place_of(found.song.disc, found.song.track);
 
     std::string_view artist = tags.get(VANTRO_KEY_ALBUM_ARTIST);
     if (artist.empty())

@@ -35,7 +35,8 @@ struct FoundSong {
     std::optional<Artwork> artwork;
     int64_t key = 0;
     std::string title;
-    std::string place; // disc, track and the sort key of the title
+    std::string sort;  // of the title
+    int64_t place = 0; // disc and track
     FoundName artist;  // of the album; its identity is empty where there is none
     FoundName album;
     std::vector<FoundName> genres;

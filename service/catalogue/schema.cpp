@@ -16,7 +16,7 @@ constexpr int writer_cache_kib = 16 * 1024;
 
 // `node` holds everything but songs. Its `identity` is what its key is a digest of: the path below
 // the source, or the folded names. `parent` is the folder that holds a folder, the artist of an
-// album. `place` of a song is disc and track, four bytes, and the sort key of its name.
+// album. `place` of a song is its disc and track in one number.
 //
 // Numbers of songs start at the time the file was made, so that those of an earlier file, which a
 // track session may still hold, name nothing in this one.
@@ -38,11 +38,11 @@ CREATE TABLE song(
     folder INTEGER NOT NULL, album INTEGER NOT NULL, year INTEGER NOT NULL,
     disc INTEGER NOT NULL, track INTEGER NOT NULL, duration INTEGER NOT NULL,
     artwork INTEGER NOT NULL, modified INTEGER NOT NULL, size INTEGER NOT NULL,
-    name TEXT NOT NULL, file BLOB NOT NULL, place BLOB NOT NULL);
+    place INTEGER NOT NULL, name TEXT NOT NULL, file BLOB NOT NULL, sort BLOB NOT NULL);
 CREATE UNIQUE INDEX song_by_key ON song(source, key);
-CREATE INDEX song_by_name ON song(source, substr(place, 5), key, duration);
-CREATE INDEX song_by_folder ON song(folder, place, key);
-CREATE INDEX song_by_album ON song(album, place, key);
+CREATE INDEX song_by_name ON song(source, sort, key, duration);
+CREATE INDEX song_by_folder ON song(folder, place, sort, key);
+CREATE INDEX song_by_album ON song(album, place, sort, key);
 CREATE INDEX song_by_year ON song(year) WHERE year != 0;
 CREATE TABLE song_detail(song INTEGER PRIMARY KEY, tags BLOB NOT NULL);
 CREATE TABLE song_genre(

@@ -56,11 +56,11 @@ std::string joined(const TagLib::StringList &values, std::size_t limit) {
     std::string text;
     for (const TagLib::String &value : values) {
         const std::string each = text_of(value, limit);
-        if (each.empty())
-            continue;
-        if (text.size() + 2 + each.size() > limit)
+        const std::size_t between = text.empty() ? 0 : 2;
+        if (text.size() + between + each.size() > limit)
             break;
-        text += (text.empty() ? "" : "; ") + each;
+        if (!each.empty())
+            text += (between == 0 ? "" : "; ") + each;
     }
     return text;
 }

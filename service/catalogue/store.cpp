@@ -90,6 +90,7 @@ class SqliteCatalogue : public Store {
     SessionNumbers sessions_;
     std::vector<std::unique_ptr<MusicDirectory>> directories_; // set by open()
     std::vector<std::string> names_;                           // of them, each its own
+    std::unique_ptr<Database> first_; // from open() until the scan takes it
     Pool pool_;
     ListCache lists_;
     std::atomic<bool> said_broken_ = false;
@@ -122,9 +123,9 @@ std::string SqliteCatalogue::open() {
     }
     try {
         sqlite3_soft_heap_limit64(pages_bytes_max);
-        const std::unique_ptr<Database> database = open_catalogue_file(
+        first_ = open_catalogue_file(
             file_, [this](const std::string &line) { log(LOG_SEVERITY_WARNING, line); });
-        Writer writer(*database);
+        Writer writer(*first_);
         for (const fs::path &path : paths) {
             auto directory = std::make_unique<MusicDirectory>();
             directory->id = writer.source_at(path.native());
@@ -142,6 +143,9 @@ std::string SqliteCatalogue::open() {
 
 // The sources keep their numbers, which clients hold.
 std::unique_ptr<Database> SqliteCatalogue::reopen(bool damaged) {
+    if (!damaged && first_)
+        return std::move(first_);
+    first_.reset();
     const auto say = [this](const std::string &line) { log(LOG_SEVERITY_WARNING, line); };
     std::unique_ptr<Database> database;
     const auto open_it = [&] {

@@ -128,7 +128,7 @@ View::ListPointer View::all(char kind) {
         std::vector<int32_t> durations;
         if (kind == kind_song) {
             Rows rows = database_.query("SELECT id, duration FROM song WHERE source = ?1"
-                                        " ORDER BY substr(place, 5), key",
+                                        " ORDER BY sort, key",
                                         source_);
             while (rows.next()) {
                 list.entries.push_back(rows.integer(0));
@@ -163,7 +163,7 @@ void View::take_artist(int64_t artist, std::vector<Entry> &entries) {
     for (const char kind : {char{kind_album}, char{kind_no_album}})
         take(database_.query("SELECT song.id FROM node JOIN song ON song.album = node.id"
                              " WHERE node.parent = ?1 AND node.kind = ?2"
-                             " ORDER BY node.sort, node.key, song.place, song.key",
+                             " ORDER BY node.sort, node.key, song.place, song.sort, song.key",
                              artist, kind),
              entries, 1);
 }
@@ -178,7 +178,7 @@ void View::take_folder(int64_t folder, int depth, std::vector<Entry> &entries) {
          folders, 1);
     for (const Entry each : folders)
         take_folder(each, depth + 1, entries);
-    take(database_.query("SELECT id FROM song WHERE folder = ?1 ORDER BY place, key", folder),
+    take(database_.query("SELECT id FROM song WHERE folder = ?1 ORDER BY place, sort, key", folder),
          entries, 1);
 }
 
@@ -203,7 +203,8 @@ List View::list_of(Place place) {
                              " ORDER BY sort, key",
                              place.id, char{kind_folder}),
              entries, -1);
-        take(database_.query("SELECT id FROM song WHERE folder = ?1 ORDER BY place, key", place.id),
+        take(database_.query("SELECT id FROM song WHERE folder = ?1 ORDER BY place, sort, key",
+                             place.id),
              entries, 1);
         break;
     case kind_artist:
@@ -213,12 +214,13 @@ List View::list_of(Place place) {
              entries, -1);
         take(database_.query("SELECT song.id FROM node JOIN song ON song.album = node.id"
                              " WHERE node.parent = ?1 AND node.kind = ?2"
-                             " ORDER BY song.place, song.key",
+                             " ORDER BY song.place, song.sort, song.key",
                              place.id, char{kind_no_album}),
              entries, 1);
         break;
     case kind_album:
-        take(database_.query("SELECT id FROM song WHERE album = ?1 ORDER BY place, key", place.id),
+        take(database_.query("SELECT id FROM song WHERE album = ?1 ORDER BY place, sort, key",
+                             place.id),
              entries, 1);
         break;
     case kind_genre:
@@ -347,9 +349,16 @@ Node View::node(Entry entry) {
 
 void View::nodes(const List &list, Range range, std::vector<Node> &nodes) {
     const auto [first, last] = bounds(range, list.entries.size());
-    nodes.reserve(nodes.size() + (last - first));
+    const std::size_t before = nodes.size();
+    nodes.resize(before + (last - first));
+    // Looked up in the order in which they lie in the file, where neighbours share a page.
+    std::vector<std::pair<Entry, std::size_t>> wanted;
+    wanted.reserve(last - first);
     for (std::size_t i = first; i < last; ++i)
-        nodes.push_back(node(list.entries[i]));
+        wanted.emplace_back(list.entries[i], before + (i - first));
+    std::sort(wanted.begin(), wanted.end());
+    for (const auto &[entry, at] : wanted)
+        nodes[at] = node(entry);
 }
 
 // ------------------------------------------------------------------------------------ searching

@@ -224,19 +224,20 @@ void Writer::put_song(const FoundSong &song) {
     if (const std::optional<SongRow> old = find_song(song.where, key)) {
         row.id = old->id;
         unlink(*old);
-        database_.run(
-            "UPDATE song SET album = ?2, year = ?3, disc = ?4, track = ?5, duration = ?6,"
-            " artwork = ?7, modified = ?8, size = ?9, name = ?10, place = ?11 WHERE id = ?1",
-            row.id, row.album, row.year, song.song.disc, song.song.track, song.song.duration_ms,
-            artwork, song.song.modified_ns, song.song.size, song.title, Blob{song.place});
+        database_.run("UPDATE song SET album = ?2, year = ?3, disc = ?4, track = ?5, duration = ?6,"
+                      " artwork = ?7, modified = ?8, size = ?9, name = ?10, place = ?11, sort = ?12"
+                      " WHERE id = ?1",
+                      row.id, row.album, row.year, song.song.disc, song.song.track,
+                      song.song.duration_ms, artwork, song.song.modified_ns, song.song.size,
+                      song.title, song.place, Blob{song.sort});
     } else {
         database_.run(
             "INSERT INTO song(source, key, folder, album, year, disc, track, duration, artwork,"
-            " modified, size, name, file, place)"
-            " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14)",
+            " modified, size, name, file, place, sort)"
+            " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15)",
             source, key, row.folder, row.album, row.year, song.song.disc, song.song.track,
             song.song.duration_ms, artwork, song.song.modified_ns, song.song.size, song.title,
-            Blob{song.where.file}, Blob{song.place});
+            Blob{song.where.file}, song.place, Blob{song.sort});
         row.id = database_.last_id();
         changed(source, 1);
         database_.run("DELETE FROM left_out WHERE source = ?1 AND folder = ?2 AND file = ?3",
