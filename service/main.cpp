@@ -155,7 +155,7 @@ int serve(const Options &options) {
         if (options.music.empty())
             scanned();
     });
-    store.reset(); // which ends the scan, while what it reports to is still there
+    store->stop_scanning(); // while what it reports to is still there
     return wrong.empty() ? EXIT_SUCCESS : fail(wrong);
 }
 
