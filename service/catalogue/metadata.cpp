@@ -12,9 +12,6 @@ namespace vantro {
 
 namespace {
 
-// A path of the greatest length with every byte of it replaced.
-constexpr std::size_t path_text_max = 3 * 4096;
-
 constexpr int64_t ns_a_second = 1'000'000'000;
 
 // The cover of the file itself, else of its folder.

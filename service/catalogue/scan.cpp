@@ -31,8 +31,6 @@ constexpr auto report_every = std::chrono::seconds(10);
 // Broken entries of one playlist that are named one by one.
 constexpr std::size_t broken_named_max = 20;
 
-constexpr std::size_t path_text_max = 3 * 4096;
-
 FileStamp stamp_of(const struct stat &status) {
     return {status.st_mtim.tv_sec * int64_t{1'000'000'000} + status.st_mtim.tv_nsec,
             status.st_size};

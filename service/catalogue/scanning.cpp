@@ -22,8 +22,6 @@ constexpr auto look_for_gone = std::chrono::seconds(10);
 // A disk that damages every file would otherwise be filled with them.
 constexpr auto rebuild_pause = std::chrono::minutes(1);
 
-constexpr std::size_t path_text_max = 3 * 4096;
-
 } // namespace
 
 Scanning::Scanning(const StoreOptions &options,

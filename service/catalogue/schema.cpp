@@ -71,10 +71,10 @@ CREATE TABLE left_out(
 
 CREATE VIRTUAL TABLE song_words USING fts5(
     title, artist, album, genre, composer,
-    prefix = '1 2 3', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
+    prefix = '2', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
 CREATE VIRTUAL TABLE node_words USING fts5(
     artist, album, genre, of_artist,
-    prefix = '1 2 3', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
+    prefix = '2', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
 
 INSERT INTO sqlite_sequence(name, seq)
     VALUES('song', (CAST(strftime('%s') AS INTEGER) - 1700000000) * 65536);

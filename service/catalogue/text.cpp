@@ -48,24 +48,6 @@ std::size_t character_length(std::string_view text, std::size_t at) {
     return value < least || surrogate || value > 0x10FFFF ? 0 : length;
 }
 
-bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-unsigned char folded(char c) {
-    return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-}
-
-// The digits at `at` without leading zeros; `at` moves behind them.
-std::string_view take_number(std::string_view text, std::size_t &at) {
-    while (at < text.size() && text[at] == '0')
-        ++at;
-    const std::size_t begin = at;
-    while (at < text.size() && is_digit(text[at]))
-        ++at;
-    return text.substr(begin, at - begin);
-}
-
 } // namespace
 
 std::string clean_text(std::string_view text, std::size_t limit) {
@@ -81,29 +63,6 @@ std::string clean_text(std::string_view text, std::size_t limit) {
         at += length == 0 ? 1 : length;
     }
     return clean;
-}
-
-int natural_compare(std::string_view a, std::string_view b) {
-    std::size_t i = 0;
-    std::size_t j = 0;
-    while (i < a.size() && j < b.size()) {
-        if (is_digit(a[i]) && is_digit(b[j])) {
-            const std::string_view left = take_number(a, i);
-            const std::string_view right = take_number(b, j);
-            if (left.size() != right.size())
-                return left.size() < right.size() ? -1 : 1;
-            if (const int order = left.compare(right); order != 0)
-                return order;
-        } else if (folded(a[i]) != folded(b[j])) {
-            return folded(a[i]) < folded(b[j]) ? -1 : 1;
-        } else {
-            ++i;
-            ++j;
-        }
-    }
-    if (i < a.size() || j < b.size())
-        return i < a.size() ? 1 : -1;
-    return a.compare(b);
 }
 
 } // namespace vantro

@@ -1,6 +1,7 @@
 // The one file that knows inotify.
 #include "service/catalogue/watcher.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
@@ -52,14 +53,32 @@ bool Watcher::add(const WatchedFolder &folder, const std::string &path) {
         return false;
     }
     // A folder that was moved keeps its number.
-    if (const auto old = folders_.find(number); old != folders_.end()) {
-        const auto name = numbers_.find(old->second.folder);
-        if (name != numbers_.end() && name->second == number)
-            numbers_.erase(name);
+    std::vector<Watched> &names = folders_[number];
+    const auto old = std::find_if(names.begin(), names.end(), [&](const Watched &each) {
+        return each.folder.first == folder.first;
+    });
+    if (old != names.end()) {
+        numbers_.erase(old->folder);
+        *old = {folder, path};
+    } else {
+        names.push_back({folder, path});
     }
-    folders_[number] = {folder, path};
     numbers_[folder] = number;
     return true;
+}
+
+void Watcher::forget(int number, const WatchedFolder &folder) {
+    const auto found = folders_.find(number);
+    if (found == folders_.end())
+        return;
+    std::vector<Watched> &names = found->second;
+    names.erase(std::remove_if(names.begin(), names.end(),
+                               [&](const Watched &each) { return each.folder == folder; }),
+                names.end());
+    if (!names.empty())
+        return;
+    inotify_rm_watch(descriptor_, number);
+    folders_.erase(found);
 }
 
 void Watcher::remove(const WatchedFolder &folder) {
@@ -71,8 +90,7 @@ void Watcher::remove(const WatchedFolder &folder) {
             break;
         const bool below = top.empty() || path.size() == top.size() || path[top.size()] == '/';
         if (below) {
-            inotify_rm_watch(descriptor_, each->second);
-            folders_.erase(each->second);
+            forget(each->second, each->first);
             each = numbers_.erase(each);
         } else {
             ++each;
@@ -116,30 +134,38 @@ void Watcher::read_events(FolderChanges &changes) {
             const auto found = folders_.find(event.wd);
             if (found == folders_.end())
                 continue;
-            const Watched watched = found->second;
-            const bool top = watched.folder.second.empty();
+            const std::vector<Watched> names = found->second;
             if ((event.mask & IN_IGNORED) != 0) {
                 folders_.erase(found);
-                numbers_.erase(watched.folder);
+                for (const Watched &watched : names)
+                    if (const auto number = numbers_.find(watched.folder);
+                        number != numbers_.end() && number->second == event.wd)
+                        numbers_.erase(number);
                 continue;
             }
-            if ((event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0) {
-                // Of others the folder above tells.
-                if (top || (event.mask & IN_UNMOUNT) != 0)
-                    changes.sources.insert(watched.folder.first);
-                if (top)
-                    remove(watched.folder);
-                continue;
-            }
-            const std::string file = event.len > 0 ? name : "";
-            const bool folder = (event.mask & IN_ISDIR) != 0;
-            if (folder && !file.empty() && (event.mask & (IN_MOVED_FROM | IN_DELETE)) != 0)
-                remove({watched.folder.first, top ? file : watched.folder.second + '/' + file});
-            if ((event.mask & IN_CREATE) != 0 && !folder && !comes_whole(watched.path + '/' + file))
-                continue;
-            changes.folders.insert(watched.folder);
+            for (const Watched &watched : names)
+                note(event.mask, event.len > 0 ? name : "", watched, changes);
         }
     }
+}
+
+void Watcher::note(uint32_t mask, const std::string &file, const Watched &watched,
+                   FolderChanges &changes) {
+    const bool top = watched.folder.second.empty();
+    if ((mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0) {
+        // Of others the folder above tells.
+        if (top || (mask & IN_UNMOUNT) != 0)
+            changes.sources.insert(watched.folder.first);
+        if (top)
+            remove(watched.folder);
+        return;
+    }
+    const bool folder = (mask & IN_ISDIR) != 0;
+    if (folder && !file.empty() && (mask & (IN_MOVED_FROM | IN_DELETE)) != 0)
+        remove({watched.folder.first, top ? file : watched.folder.second + '/' + file});
+    if ((mask & IN_CREATE) != 0 && !folder && !comes_whole(watched.path + '/' + file))
+        return;
+    changes.folders.insert(watched.folder);
 }
 
 void Watcher::wake() {

@@ -9,6 +9,7 @@
 #include <string>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace vantro {
 
@@ -44,18 +45,23 @@ class Watcher {
     void wake();
 
   private:
+    struct Watched {
+        WatchedFolder folder;
+        std::string path;
+    };
+
     bool readable(std::chrono::milliseconds timeout, bool &woken) const;
     void read_events(FolderChanges &changes);
+    void note(uint32_t mask, const std::string &file, const Watched &watched,
+              FolderChanges &changes);
+    void forget(int number, const WatchedFolder &folder);
 
     int descriptor_ = -1;
     int wake_ = -1;
     bool exhausted_ = false;
     std::map<WatchedFolder, int> numbers_;
-    struct Watched {
-        WatchedFolder folder;
-        std::string path;
-    };
-    std::unordered_map<int, Watched> folders_;
+    // A folder that lies in two sources has one number and two names.
+    std::unordered_map<int, std::vector<Watched>> folders_;
 };
 
 } // namespace vantro

@@ -6,8 +6,6 @@
 #include "service/catalogue/collection.h"
 #include "service/catalogue/names.h"
 #include "service/catalogue/playlist_file.h"
-#include "service/catalogue/song_file.h"
-#include "service/catalogue/text.h"
 #include "service/catalogue/view.h"
 
 namespace vantro {
@@ -119,24 +117,6 @@ TEST(Terms, AreWordsAndNothingElse) {
     const std::string expression = match_expression(many);
     EXPECT_EQ(std::count(expression.begin(), expression.end(), '*'),
               static_cast<std::ptrdiff_t>(search_words_max));
-}
-
-TEST(Texts, AreMadeValidAndShort) {
-    const std::string bad = "\xEF\xBF\xBD";
-    const std::pair<std::string, std::string> table[] = {
-        {"plain \xC3\xA9\xE2\x82\xAC\xF0\x9D\x84\x9E",
-         "plain \xC3\xA9\xE2\x82\xAC\xF0\x9D\x84\x9E"},
-        {"latin \xE9!", "latin " + bad + "!"},
-        {"\xC0\xAF", bad + bad},                     // overlong
-        {"\xED\xA0\x80", bad + bad + bad},           // half of a surrogate pair
-        {"\xF4\x90\x80\x80", bad + bad + bad + bad}, // beyond the last character
-        {"cut \xE2\x82", "cut " + bad + bad},
-        {std::string("nul\0x", 5), "nul"},
-    };
-    for (const auto &[text, clean] : table)
-        EXPECT_EQ(clean_text(text, 100), clean) << text;
-    EXPECT_EQ(clean_text("ab\xE2\x82\xAC", 4), "ab") << "never half a character";
-    EXPECT_EQ(clean_text("ab\xFF", 4), "ab");
 }
 
 } // namespace

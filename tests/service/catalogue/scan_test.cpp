@@ -262,6 +262,32 @@ TEST_F(Scanned, KeepsWhatItKnowsOfADirectoryThatIsGone) {
     EXPECT_EQ(names("songs"), (Names{"one", "two"}));
 }
 
+TEST_F(Scanned, KeepsWhatItKnowsOfAFolderThatCannotBeRead) {
+    add("open/1.flac", {{"TITLE", "one"}});
+    add("shut/2.flac", {{"TITLE", "two"}});
+    fs::create_directory(state_);
+    for (const fs::path &each : {fs::path(path_), music_, music_ / "shut", state_})
+        ASSERT_EQ(chown(each.c_str(), plain_user(), -1), 0);
+    Process child([&] { // as somebody who may not read everything
+        become_plain_user();
+        open();
+        fs::permissions(music_ / "shut", fs::perms::none);
+        scan();
+        EXPECT_EQ(complaints().size(), 1u);
+        scan();
+        EXPECT_EQ(complaints(), Names{});
+        EXPECT_EQ(names("songs"), (Names{"one", "two"}));
+        fs::permissions(music_ / "shut", fs::perms::owner_all);
+        fs::remove(music_ / "shut/2.flac");
+        scan();
+        EXPECT_EQ(names("songs"), Names{"one"});
+        close();
+        return HasFailure() ? 1 : 0;
+    });
+    const std::string output = child.rest();
+    EXPECT_EQ(child.wait(), 0) << output;
+}
+
 TEST_F(Scanned, HasSeveralSources) {
     add("1.flac", {{"TITLE", "here"}, {"ARTIST", "anna"}});
     const fs::path other = fs::path(path_) / "other/music";
@@ -284,9 +310,14 @@ TEST_F(Scanned, HasSeveralSources) {
     EXPECT_EQ(found("", "here"), Names{"here"});
     EXPECT_EQ(found("artist", "anna"), Names{"anna"});
     EXPECT_EQ(store_->song_nodes(&of_first, 1)[0].id, "") << "of a source that is not given now";
-    sources_ = {other, music_};
+    sources_ = {other, music_, path_}; // one within another
     open();
     EXPECT_EQ(store_->sources()[1].id, first);
+    add("2.flac", {{"TITLE", "new"}});
+    for (const std::size_t each : {1, 2}) {
+        source_ = store_->sources()[each].id;
+        await([&] { return found("title", "new").size() == 1; });
+    }
 }
 
 TEST_F(Scanned, MovesADamagedCatalogueAside) {
