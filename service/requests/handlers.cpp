@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <malloc.h>
 
 namespace vantro {
 
@@ -13,8 +14,22 @@ Answers *the_answers;
 const int32_t out_of_memory = ENOMEM;
 
 // Room for answers that a thread keeps from one request to the next, so that answering costs no
-// heap. What a long listing took beyond it is given back.
+// heap.
 constexpr std::size_t room_kept = 256 * 1024;
+
+// After an answer of this size what making it took is given back to the host. That costs
+// milliseconds, of which such an answer has taken many.
+constexpr std::size_t trimmed_from = 1024 * 1024;
+
+// A long listing leaves every thread that made one with its memory, for good.
+void give_back(Bytes &answer) {
+    if (answer.capacity() <= room_kept)
+        return;
+    const bool trim = answer.size() >= trimmed_from;
+    Bytes().swap(answer);
+    if (trim)
+        malloc_trim(0);
+}
 
 } // namespace
 
@@ -41,8 +56,7 @@ int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) noexcept
     // client that has gone, nobody receives this.
     if (sent != 0 && client_waits)
         ipc_error(context->receive_id, ENOMEM);
-    if (answer.capacity() > room_kept)
-        Bytes().swap(answer);
+    give_back(answer);
     return 0;
 }
 
