@@ -37,18 +37,20 @@ bool LongAnswer::make_area() {
     return false;
 }
 
-bool LongAnswer::complete(const VantroHandle *handle, int status) {
-    if (status != MSG_STATUS_QUEUED)
+bool LongAnswer::complete(const VantroHandle *handle, int status, OverflowLock &lock) {
+    if (status != MSG_STATUS_QUEUED) {
+        lock.release();
         return answered(status);
-    // The words in front count as well, so the area is a little larger than it need be.
-    if (length() > area_size() && !replace_area(length())) {
-        msglog(LOG_SEVERITY_WARNING, "Cannot allocate memory");
-        return false;
     }
-    if (fetch(handle) == 0)
-        return true;
-    msglog(LOG_SEVERITY_INFO, "msgclient_getv() failed");
-    return false;
+    // The words in front count as well, so the area is a little larger than it need be.
+    const bool has_room = length() <= area_size() || replace_area(length());
+    const bool fetched = has_room && fetch(handle) == 0;
+    lock.release();
+    if (!has_room)
+        msglog(LOG_SEVERITY_WARNING, "Cannot allocate memory");
+    else if (!fetched)
+        msglog(LOG_SEVERITY_INFO, "msgclient_getv() failed");
+    return fetched;
 }
 
 // Not realloc(): nothing in the old area is worth moving, and fresh zeroed memory costs nothing

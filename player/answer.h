@@ -80,9 +80,9 @@ class LongAnswer : public Answer {
     // Makes the area. Logged where there is no memory.
     bool make_area();
 
-    // Follows up on the result of ask(), under the same lock: fetches the answer where it is held.
-    // Returns whether there is one; logged where not.
-    bool complete(const VantroHandle *handle, int status);
+    // Follows up on the result of ask(), under the same lock: fetches the answer where it is held,
+    // and releases the lock. Returns whether there is an answer; logged where not.
+    bool complete(const VantroHandle *handle, int status, OverflowLock &lock);
 
   private:
     bool replace_area(std::size_t size);

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <utility>
 
 #include <vantro/messaging.h>
 #include <vantro/player.h>
@@ -45,17 +46,24 @@ class KeepErrno {
     int saved_;
 };
 
+// Not held while something is logged: that writes to standard output, which may block, and calls
+// the log's sink, which may ask the same handle.
 class OverflowLock {
   public:
-    explicit OverflowLock(VantroHandle *handle) : handle_(handle) {
-        pthread_mutex_lock(&handle_->overflow_lock);
+    explicit OverflowLock(VantroHandle *handle) : mutex_(&handle->overflow_lock) {
+        pthread_mutex_lock(mutex_);
     }
-    ~OverflowLock() { pthread_mutex_unlock(&handle_->overflow_lock); }
+    ~OverflowLock() { release(); }
     OverflowLock(const OverflowLock &) = delete;
     OverflowLock &operator=(const OverflowLock &) = delete;
 
+    void release() {
+        if (mutex_)
+            pthread_mutex_unlock(std::exchange(mutex_, nullptr));
+    }
+
   private:
-    VantroHandle *handle_;
+    pthread_mutex_t *mutex_; // NULL once released.
 };
 
 } // namespace vantro

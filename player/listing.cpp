@@ -22,8 +22,8 @@ int deliver(const Answer &answer, const char *failure, int *count, Record **reco
 }
 
 bool ask_nodes(VantroHandle *handle, std::initializer_list<iovec> request, LongAnswer &answer) {
-    const OverflowLock lock(handle);
-    return answer.complete(handle, answer.ask(handle, request));
+    OverflowLock lock(handle);
+    return answer.complete(handle, answer.ask(handle, request), lock);
 }
 
 int list_nodes(VantroHandle *handle, const char *failure, std::initializer_list<iovec> request,
@@ -45,11 +45,11 @@ int vantro_get_media_sources(VantroHandle *handle, MediaSource **sources, int *c
     const RequestHeader header = vantro::request_header(VANTRO_COMMAND_GET_MEDIA_SOURCES, 0);
     unsigned char area[VANTRO_REPLY_AREA] = {};
     vantro::Answer answer(vantro::Counted::yes, area, sizeof area);
-    {
-        const vantro::OverflowLock lock(handle);
-        if (!vantro::answered(answer.ask(handle, {part(header)})))
-            return -1;
-    }
+    vantro::OverflowLock lock(handle);
+    const int status = answer.ask(handle, {part(header)});
+    lock.release();
+    if (!vantro::answered(status))
+        return -1;
     return vantro::deliver(answer, "vantro_get_media_sources() failed", count, sources);
 }
 

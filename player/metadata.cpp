@@ -109,13 +109,11 @@ int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id
     const RequestHeader header = vantro::request_header(VANTRO_COMMAND_GET_METADATA, 8 + id.length);
     unsigned char area[VANTRO_REPLY_AREA] = {};
     vantro::Answer answer(vantro::Counted::no, area, sizeof area);
-    {
-        const vantro::OverflowLock lock(handle);
-        if (!vantro::answered(
-                answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters})))
-            return -1;
-    }
-    if (!answer.granted("vantro_get_metadata() failed"))
+    vantro::OverflowLock lock(handle);
+    const int status =
+        answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters});
+    lock.release();
+    if (!vantro::answered(status) || !answer.granted("vantro_get_metadata() failed"))
         return -1;
     if (answer.byte_count() == 0) {
         *metadata = nullptr;
@@ -148,14 +146,12 @@ int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id, const char
     const vantro::Text id(node_id);
     const RequestHeader header =
         vantro::request_header(VANTRO_COMMAND_GET_EXTENDED_METADATA, 12 + id.length + keys.size);
-    {
-        const vantro::OverflowLock lock(handle);
-        const int status =
-            answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters,
-                                part(keys.count), part(keys.bytes.get(), keys.size)});
-        keys.bytes.reset();
-        if (!answer.complete(handle, status))
-            return -1;
-    }
+    vantro::OverflowLock lock(handle);
+    const int status =
+        answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters,
+                            part(keys.count), part(keys.bytes.get(), keys.size)});
+    keys.bytes.reset();
+    if (!answer.complete(handle, status, lock))
+        return -1;
     return vantro::deliver(answer, keys.count, valuev);
 }
