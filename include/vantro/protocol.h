@@ -12,9 +12,11 @@
  * that arrived, the transport header's send_length.
  *
  * Every answer begins with a signed 32-bit result word: 0 where the command was carried out, any
- * other value where it was refused; nothing after it is then read. An answer may be longer than
- * the client's capacity: callout_reply() then holds it, and only the four queries marked
- * "grows" fetch it; for the others the call fails.
+ * other value where it was refused; nothing after it is then read. The reply status is 0 for both:
+ * another one counts as a failed exchange. What ends before the integers of its command do counts
+ * as a refusal. An answer may be longer than the client's capacity: callout_reply() then holds it,
+ * and only the four queries marked "grows" fetch it; for the others the call fails. So commands and
+ * queries of a fixed length are answered with exactly that. Packed records are those of records.h.
  */
 #ifndef VANTRO_PROTOCOL_H
 #define VANTRO_PROTOCOL_H
