@@ -39,6 +39,18 @@
 /** Message buffer of a path framework context: one line to a device, with room to spare. */
 #define PATH_MESSAGE_MAX 8192
 
+/** Longest change text of an object: a reader's 32 KiB buffer less the NUL that it puts behind. */
+#define OBJECT_CHANGE_MAX 32767
+
+/** All objects of one publisher in full: a snapshot of them fits the ring several times. */
+#define OBJECT_TOTAL_MAX (256 * 1024)
+
+/** Longest name of an object: with "?delta" behind it still one part of a path. */
+#define OBJECT_NAME_MAX 249
+
+/** How deep objects and arrays of a JSON text may lie in each other: parsing recurses. */
+#define KIVO_JSON_DEPTH_MAX 64
+
 /** Longest line of the log, its NUL included. */
 #define SYSTEM_LOG_LINE 2048
 
