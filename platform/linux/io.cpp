@@ -12,6 +12,7 @@
 #include "platform/linux/connection.h"
 #include "platform/linux/dispatch.h"
 #include "platform/linux/numbers.h"
+#include "platform/linux/object_reader.h"
 #include "platform/linux/platform_path.h"
 #include "platform/linux/published_name.h"
 #include "platform/linux/scoped.h"
@@ -51,10 +52,17 @@ int platform_open(const char *path, int flags) {
     if (!is_platform_path(path, relative)) {
         return ::open(path, flags | O_CLOEXEC, 0666);
     }
+    /* Objects are opened with options behind a question mark. */
+    if (relative.starts_with("kivo/") && relative.find('?') != relative.npos) {
+        return open_reader(relative, flags);
+    }
     return or_no_memory([=] { return open_attached(relative, flags); });
 }
 
 ssize_t platform_read(int descriptor, void *buffer, size_t length) {
+    if (ObjectReader *const reader = find_reader(descriptor)) {
+        return reader->read(buffer, length);
+    }
     if (!Connections::instance().find(descriptor)) {
         return ::read(descriptor, buffer, length);
     }
@@ -65,6 +73,9 @@ ssize_t platform_read(int descriptor, void *buffer, size_t length) {
 }
 
 ssize_t platform_write(int descriptor, const void *buffer, size_t length) {
+    if (find_reader(descriptor)) {
+        return fail(EBADF);
+    }
     if (!Connections::instance().find(descriptor)) {
         return ::write(descriptor, buffer, length);
     }
@@ -77,6 +88,9 @@ ssize_t platform_write(int descriptor, const void *buffer, size_t length) {
 int platform_close(int descriptor) {
     if (kind_of(descriptor) != NumberKind::descriptor || descriptor < 0) {
         return fail(EBADF);
+    }
+    if (close_reader(descriptor)) {
+        return 0;
     }
     if (const auto connection = Connections::instance().remove(descriptor)) {
         return connection->abandoned() ? fail(EBADF) : 0;

@@ -23,35 +23,6 @@ constexpr std::string_view lock_suffix = ".lock";
 constexpr mode_t socket_mode = 0666;
 constexpr int backlog = 1024;
 
-/** Takes the lock of a name. The file may be removed by its last holder in between: look again. */
-UniqueFd take_lock(int directory, const std::string &name) {
-    for (;;) {
-        UniqueFd lock(::openat(directory, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
-                               lock_mode));
-        if (!lock) {
-            return lock;
-        }
-        struct flock whole = {};
-        whole.l_type = F_WRLCK;
-        whole.l_whence = SEEK_SET;
-        if (::fcntl(lock.get(), F_OFD_SETLK, &whole) != 0) {
-            if (errno == EAGAIN || errno == EACCES) {
-                lock.reset();
-                errno = EADDRINUSE;
-            }
-            const KeepErrno keep;
-            return UniqueFd();
-        }
-        struct stat locked;
-        struct stat named;
-        if (::fstat(lock.get(), &locked) == 0 &&
-            ::fstatat(directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-            locked.st_ino == named.st_ino && locked.st_dev == named.st_dev) {
-            return lock;
-        }
-    }
-}
-
 bool make_address(struct sockaddr_un &address, const std::string &path) {
     address = {};
     address.sun_family = AF_UNIX;
@@ -94,6 +65,35 @@ UniqueFd listen_at(const Place &place, int lock) {
 }
 
 } // namespace
+
+/* The file may be removed by its last holder between opening and locking: look again. */
+UniqueFd take_lock(int directory, const std::string &name) {
+    for (;;) {
+        UniqueFd lock(::openat(directory, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
+                               lock_mode));
+        if (!lock) {
+            return lock;
+        }
+        struct flock whole = {};
+        whole.l_type = F_WRLCK;
+        whole.l_whence = SEEK_SET;
+        if (::fcntl(lock.get(), F_OFD_SETLK, &whole) != 0) {
+            if (errno == EAGAIN || errno == EACCES) {
+                lock.reset();
+                errno = EADDRINUSE;
+            }
+            const KeepErrno keep;
+            return UniqueFd();
+        }
+        struct stat locked;
+        struct stat named;
+        if (::fstat(lock.get(), &locked) == 0 &&
+            ::fstatat(directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+            locked.st_ino == named.st_ino && locked.st_dev == named.st_dev) {
+            return lock;
+        }
+    }
+}
 
 UniqueFd PublishedName::publish(std::string_view path) {
     if (path.ends_with(lock_suffix)) {

@@ -39,6 +39,12 @@ class PublishedName {
     std::string lock_name_;
 };
 
+/**
+ * Takes the lock on a file that is made where it is missing. @return it, held until closed, or an
+ * empty one with errno: EADDRINUSE when a live process holds it.
+ */
+UniqueFd take_lock(int directory, const std::string &name);
+
 /** Connects to the socket of a name. @return an empty one with errno. */
 UniqueFd connect_to_name(std::string_view path);
 

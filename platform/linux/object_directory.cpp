@@ -1,0 +1,119 @@
+#include "platform/linux/object_directory.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "platform/linux/published_name.h"
+#include "platform/linux/runtime_directory.h"
+#include "platform/linux/scoped.h"
+
+namespace vantro::platform {
+
+namespace {
+
+constexpr const char *lock_name = "lock";
+constexpr const char *new_ring_name = "ring.new";
+constexpr mode_t ring_mode = 0444;
+constexpr mode_t unfinished_mode = 0600;
+
+/* Publishers that leave may remove a directory as often as another makes it: not for ever. */
+constexpr int attempts_max = 16;
+
+/** A lock to read conflicts with that of a publisher only, not with those of other readers. */
+struct flock whole_file(short type) {
+    struct flock lock = {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    return lock;
+}
+
+/** Tells the readers of the ring that a publisher left when it died. */
+void retire_old_ring(int directory) {
+    const UniqueFd found(
+        ::openat(directory, ring_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status;
+    if (!found || ::fstat(found.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_size < static_cast<off_t>(ring_file_bytes)) {
+        return;
+    }
+    /* Nobody may write the file, its owner included, until that is changed. */
+    ::fchmod(found.get(), unfinished_mode);
+    const UniqueFd ring(::openat(directory, ring_name, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
+    ::fchmod(found.get(), ring_mode);
+    if (ring) {
+        RingWriter::retire_file(ring.get());
+    }
+}
+
+} // namespace
+
+bool ObjectDirectory::take(std::string_view path, RingWriter &ring) {
+    for (int attempt = 1;; ++attempt) {
+        Place place = make_place(std::string(path) + "/" + ring_name);
+        if (place) {
+            lock_ = take_lock(place.directory.get(), lock_name);
+        }
+        if (lock_) {
+            directory_ = std::move(place.directory);
+            break;
+        }
+        /* Removed by its last publisher, between one part and the next. */
+        if (errno != ENOENT || attempt == attempts_max) {
+            return false;
+        }
+    }
+    path_ = path;
+    retire_old_ring(directory_.get());
+    ring_ = make_ring(ring);
+    if (!ring_) {
+        const KeepErrno keep;
+        remove();
+        close();
+        return false;
+    }
+    return true;
+}
+
+/** Under another name until it is a ring and locked, so that no reader meets half of one. */
+UniqueFd ObjectDirectory::make_ring(RingWriter &ring) {
+    const int directory = directory_.get();
+    ::unlinkat(directory, new_ring_name, 0);
+    UniqueFd file(::openat(directory, new_ring_name,
+                           O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, unfinished_mode));
+    if (!file) {
+        return file;
+    }
+    struct flock lock = whole_file(F_WRLCK);
+    if (!ring.create(file.get()) || ::fcntl(file.get(), F_OFD_SETLK, &lock) != 0 ||
+        ::fchmod(file.get(), ring_mode) != 0 ||
+        ::renameat(directory, new_ring_name, directory, ring_name) != 0) {
+        const KeepErrno keep;
+        ::unlinkat(directory, new_ring_name, 0);
+        file.reset();
+    }
+    return file;
+}
+
+void ObjectDirectory::remove() {
+    ::unlinkat(directory_.get(), ring_name, 0);
+    ::unlinkat(directory_.get(), lock_name, 0);
+    /* Stays where the next publisher is in it already. */
+    if (const Place place = find_place(path_)) {
+        ::unlinkat(place.directory.get(), place.name.c_str(), AT_REMOVEDIR);
+    }
+}
+
+void ObjectDirectory::close() {
+    ring_.reset();
+    lock_.reset();
+    directory_.reset();
+}
+
+bool publisher_lives(int ring_file) {
+    struct flock lock = whole_file(F_RDLCK);
+    return ::fcntl(ring_file, F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
+}
+
+} // namespace vantro::platform

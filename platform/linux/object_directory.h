@@ -1,0 +1,50 @@
+#ifndef VANTRO_PLATFORM_LINUX_OBJECT_DIRECTORY_H
+#define VANTRO_PLATFORM_LINUX_OBJECT_DIRECTORY_H
+
+#include <string>
+#include <string_view>
+
+#include "platform/linux/ring.h"
+#include "platform/linux/unique_fd.h"
+
+namespace vantro::platform {
+
+/** The name of the ring in a directory of objects. */
+inline constexpr const char *ring_name = "ring";
+
+/**
+ * A directory of objects that this process publishes in: the lock on its file "lock", and its ring,
+ * which is locked as well. The first keeps a second publisher out, also while there is no ring; the
+ * second tells the readers of this very ring whether its publisher lives.
+ */
+class ObjectDirectory {
+  public:
+    /** Becomes the publisher. @return whether it did; errno says why not. */
+    bool take(std::string_view path, RingWriter &ring);
+
+    /** Removes ring, lock and directory, while the locks are still held. */
+    void remove();
+
+    /** Lets go of both locks; in a child of fork, of its copies. */
+    void close();
+
+    int ring_file() const { return ring_.get(); }
+
+  private:
+    UniqueFd make_ring(RingWriter &ring);
+
+    std::string path_;
+    UniqueFd directory_;
+    UniqueFd lock_;
+    UniqueFd ring_;
+};
+
+/**
+ * Whether the publisher of a ring lives, as the lock on the ring tells. It is let go in the same
+ * breath as the file is closed, which is told first: a moment later it is free.
+ */
+bool publisher_lives(int ring_file);
+
+} // namespace vantro::platform
+
+#endif

@@ -1,0 +1,325 @@
+#include "platform/linux/object_reader.h"
+
+#include <fcntl.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include <vantro/platform/notify.h>
+
+#include "platform/linux/change_line.h"
+#include "platform/linux/object_directory.h"
+#include "platform/linux/picture.h"
+#include "platform/linux/runtime_directory.h"
+#include "platform/linux/scoped.h"
+
+namespace vantro::platform {
+
+namespace {
+
+/*
+ * A publisher writes a quarter of a megabyte at least before the snapshot that a reader copies is
+ * overwritten. One that was overtaken so often in a row tries again at its next call.
+ */
+constexpr int starts_max = 16;
+
+/*
+ * A file is told to be closed just before its lock is let go, by a process that does nothing else
+ * in between but may be put aside there.
+ */
+constexpr int looks_at_lock_max = 100;
+constexpr long look_again_ns = 50000;
+
+constexpr std::string_view delta_option = "?delta";
+
+std::unique_ptr<ObjectReader> refuse(int error) {
+    errno = error;
+    return nullptr;
+}
+
+} // namespace
+
+std::unique_ptr<ObjectReader> ObjectReader::open(std::string_view relative) {
+    const Place place = find_place(relative);
+    if (!place) {
+        return nullptr;
+    }
+    std::string_view name = place.name;
+    if (!name.ends_with(delta_option)) {
+        return refuse(EINVAL);
+    }
+    name.remove_suffix(delta_option.size());
+    if (!is_object_name(name)) {
+        return refuse(EINVAL);
+    }
+    auto reader = std::make_unique<ObjectReader>();
+    if (name != all_objects) {
+        reader->object_ = name;
+    }
+    /* Not to block, should a pipe lie in the ring's place. */
+    reader->ring_file_.reset(
+        ::openat(place.directory.get(), ring_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!reader->ring_file_) {
+        return refuse(errno == ELOOP ? EBADMSG : errno);
+    }
+    if (!reader->ring_.open(reader->ring_file_.get())) {
+        return nullptr;
+    }
+    if (reader->ring_.retired()) {
+        return refuse(ENOENT);
+    }
+    if (!publisher_lives(reader->ring_file_.get())) {
+        return refuse(ECONNREFUSED);
+    }
+    return reader;
+}
+
+bool ObjectReader::quiet() const {
+    return !unsettled_.load(std::memory_order_relaxed) &&
+           ring_.committed() == position_.load(std::memory_order_relaxed) && !ring_.retired();
+}
+
+ssize_t ObjectReader::read(void *buffer, size_t length) {
+    if (quiet()) {
+        return 0;
+    }
+    const std::lock_guard guard(lock_);
+    if (!ring_file_) {
+        return fail(EBADF);
+    }
+    try {
+        switch (fetch()) {
+        case Got::change:
+            break;
+        case Got::nothing:
+        case Got::again:
+            return 0;
+        case Got::gone:
+            return fail(ESTALE);
+        case Got::noise:
+            return fail(EBADMSG);
+        }
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
+    if (current_.size() > length) {
+        return fail(EMSGSIZE);
+    }
+    const size_t given = current_.size();
+    std::memcpy(buffer, current_.data(), given);
+    current_.clear();
+    unsettled_.store(must_start_over_ || doubtful_ || gone_ || !pending_.empty(),
+                     std::memory_order_relaxed);
+    return static_cast<ssize_t>(given);
+}
+
+ObjectReader::Got ObjectReader::fetch() {
+    Got got = Got::noise;
+    if (!current_.empty()) {
+        got = Got::change;
+    } else if (!is_noise_) {
+        got = start_over();
+        if (got == Got::nothing && !pending_.empty()) {
+            current_ = std::move(pending_.back());
+            pending_.pop_back();
+            got = Got::change;
+        }
+        if (got == Got::nothing) {
+            /* What is appended from here on is the next call's: a busy publisher keeps no reader. */
+            const bool ended = gone_ || ring_.retired() || (doubtful_ && publisher_gone());
+            got = follow(ring_.committed());
+            if (got == Got::nothing && ended) {
+                gone_ = true;
+                got = Got::gone;
+            }
+        }
+        is_noise_ = got == Got::noise;
+    }
+    unsettled_.store(got != Got::nothing || doubtful_, std::memory_order_relaxed);
+    return got;
+}
+
+/** Reads on up to a position. */
+ObjectReader::Got ObjectReader::follow(uint64_t end) {
+    for (uint64_t position = position_; position != end;) {
+        RecordKind kind;
+        switch (ring_.get(position, end, kind, record_, position)) {
+        case RingView::Got::record:
+            break;
+        case RingView::Got::overtaken:
+            must_start_over_ = true;
+            return Got::again;
+        case RingView::Got::noise:
+            return Got::noise;
+        }
+        Got told = Got::nothing;
+        if (kind == RecordKind::change) {
+            told = tell();
+        }
+        position_.store(position, std::memory_order_relaxed);
+        if (told != Got::nothing) {
+            return told;
+        }
+    }
+    return Got::nothing;
+}
+
+/** Makes the change in `record_` the current one, where it is of an object that is read. */
+ObjectReader::Got ObjectReader::tell() {
+    const std::string_view change = record_;
+    const ObjectLine head = parse_object_line(change.substr(0, change.find('\n')));
+    if (head.result <= KIVO_END || !change.ends_with('\n')) {
+        return Got::noise;
+    }
+    if (!object_.empty() && head.name != object_) {
+        return Got::nothing;
+    }
+    const auto known = known_.find(head.name);
+    if (head.result == KIVO_OBJECT_DELETED && known != known_.end()) {
+        known_bytes_ -= head.name.size();
+        known_.erase(known);
+    } else if (head.result != KIVO_OBJECT_DELETED && known == known_.end()) {
+        /* More than a publisher may have at once: it would grow this process without end. */
+        if (known_bytes_ + head.name.size() > OBJECT_TOTAL_MAX) {
+            return Got::noise;
+        }
+        known_.emplace(head.name);
+        known_bytes_ += head.name.size();
+    }
+    current_.swap(record_);
+    doubtful_ = false;
+    return Got::change;
+}
+
+/**
+ * Where the reader is new or was overtaken: makes a picture of the newest snapshot and what came
+ * after it, and gets it ready to be told.
+ */
+ObjectReader::Got ObjectReader::start_over() {
+    for (int start = 0; must_start_over_; ++start) {
+        if (start == starts_max) {
+            return Got::again;
+        }
+        Picture picture;
+        RecordKind kind;
+        const uint64_t snapshot = ring_.snapshot();
+        const uint64_t end = ring_.committed();
+        uint64_t position = snapshot;
+        RingView::Got got = ring_.get(snapshot, end, kind, record_, position);
+        if (got == RingView::Got::record &&
+            (kind != RecordKind::snapshot || !picture.load(record_, object_))) {
+            return Got::noise;
+        }
+        while (got == RingView::Got::record && position != end) {
+            got = ring_.get(position, end, kind, record_, position);
+            if (got != RingView::Got::record || kind != RecordKind::change) {
+                continue;
+            }
+            const ObjectLine head =
+                parse_object_line(std::string_view(record_).substr(0, record_.find('\n')));
+            if ((object_.empty() || head.name == object_) &&
+                picture.apply(record_) != Picture::Outcome::applied) {
+                return Got::noise;
+            }
+        }
+        if (got == RingView::Got::noise) {
+            return Got::noise;
+        }
+        if (got == RingView::Got::overtaken) {
+            continue;
+        }
+
+        std::vector<Picture::Text> texts = picture.texts();
+        std::vector<std::string> pending;
+        std::set<std::string, std::less<>> known;
+        size_t known_bytes = 0;
+        pending.reserve(texts.size() + known_.size());
+        std::for_each(texts.rbegin(), texts.rend(), [&](Picture::Text &text) {
+            known_bytes += text.name.size();
+            known.insert(std::move(text.name));
+            /* A new reader had nothing that could be truncated. */
+            pending.push_back(is_new_ ? text.text.substr(1) : std::move(text.text));
+        });
+        for (const std::string &name : known_) {
+            if (!known.contains(name)) {
+                pending.push_back("-@" + name + "\n");
+            }
+        }
+        pending_ = std::move(pending);
+        known_ = std::move(known);
+        known_bytes_ = known_bytes;
+        position_.store(position, std::memory_order_relaxed);
+        is_new_ = false;
+        must_start_over_ = false;
+    }
+    return Got::nothing;
+}
+
+/** Looks at the lock where there is doubt, for some milliseconds if need be. */
+bool ObjectReader::publisher_gone() {
+    for (int look = 0; look < looks_at_lock_max; ++look) {
+        if (!publisher_lives(ring_file_.get())) {
+            return true;
+        }
+        const struct timespec a_moment = {0, look_again_ns};
+        ::nanosleep(&a_moment, nullptr);
+    }
+    /* Somebody else had the file open. */
+    doubtful_ = false;
+    return false;
+}
+
+int ObjectReader::arm(int signal) {
+    const CancelDisabled no_cancel;
+    const std::lock_guard guard(lock_);
+    if (!ring_file_) {
+        return fail(EBADF);
+    }
+    if (notification_.armed()) {
+        doubtful_ = notification_.disarm() || doubtful_;
+    }
+    const auto has_input = [&] {
+        if (!doubtful_ && !publisher_lives(ring_file_.get())) {
+            doubtful_ = true;
+        }
+        return fetch() != Got::nothing;
+    };
+    try {
+        if (has_input()) {
+            return NOTIFY_INPUT;
+        }
+        if (!notification_.arm(ring_file_.get(), signal)) {
+            return -1;
+        }
+        if (!has_input()) {
+            return 0;
+        }
+        notification_.disarm();
+        return NOTIFY_INPUT;
+    } catch (const std::bad_alloc &) {
+        if (notification_.armed()) {
+            notification_.disarm();
+        }
+        return fail(ENOMEM);
+    }
+}
+
+void ObjectReader::disarm() {
+    const CancelDisabled no_cancel;
+    const KeepErrno keep;
+    const std::lock_guard guard(lock_);
+    if (notification_.armed() && notification_.disarm()) {
+        doubtful_ = true;
+        unsettled_ = true;
+    }
+}
+
+void ObjectReader::abandon_in_child() {
+    ring_.close();
+    ring_file_.reset();
+    notification_.abandon_in_child();
+}
+
+} // namespace vantro::platform
