@@ -21,7 +21,7 @@ namespace {
 
 /*
  * A publisher writes a quarter of a megabyte at least before the snapshot that a reader copies is
- * overwritten. One that was overtaken so often in a row tries again at its next call.
+ * overwritten. One that is overtaken so often in a row tries again at its next call.
  */
 constexpr int starts_max = 16;
 
@@ -33,6 +33,10 @@ constexpr int looks_at_lock_max = 100;
 constexpr long look_again_ns = 50000;
 
 constexpr std::string_view delta_option = "?delta";
+
+std::string_view first_line(std::string_view text) {
+    return text.substr(0, text.find('\n'));
+}
 
 std::unique_ptr<ObjectReader> refuse(int error) {
     errno = error;
@@ -120,24 +124,35 @@ ObjectReader::Got ObjectReader::fetch() {
     if (!current_.empty()) {
         got = Got::change;
     } else if (!is_noise_) {
-        got = start_over();
-        if (got == Got::nothing && !pending_.empty()) {
-            current_ = std::move(pending_.back());
-            pending_.pop_back();
-            got = Got::change;
-        }
-        if (got == Got::nothing) {
-            /* What is appended from here on is the next call's: a busy publisher keeps no reader. */
-            const bool ended = gone_ || ring_.retired() || (doubtful_ && publisher_gone());
-            got = follow(ring_.committed());
-            if (got == Got::nothing && ended) {
-                gone_ = true;
-                got = Got::gone;
-            }
+        got = Got::again;
+        for (int start = 0; got == Got::again && start < starts_max; ++start) {
+            got = find_next();
         }
         is_noise_ = got == Got::noise;
     }
     unsettled_.store(got != Got::nothing || doubtful_, std::memory_order_relaxed);
+    return got;
+}
+
+/** One go at it; `again` where the ring was overwritten meanwhile. */
+ObjectReader::Got ObjectReader::find_next() {
+    if (must_start_over_) {
+        if (const Got got = start_over(); got != Got::nothing) {
+            return got;
+        }
+    }
+    if (!pending_.empty()) {
+        current_ = std::move(pending_.back());
+        pending_.pop_back();
+        return Got::change;
+    }
+    /* What is appended from here on is the next call's: a busy publisher keeps no reader. */
+    const bool ended = gone_ || ring_.retired() || (doubtful_ && publisher_gone());
+    const Got got = follow(ring_.committed());
+    if (got == Got::nothing && ended) {
+        gone_ = true;
+        return Got::gone;
+    }
     return got;
 }
 
@@ -169,11 +184,11 @@ ObjectReader::Got ObjectReader::follow(uint64_t end) {
 /** Makes the change in `record_` the current one, where it is of an object that is read. */
 ObjectReader::Got ObjectReader::tell() {
     const std::string_view change = record_;
-    const ObjectLine head = parse_object_line(change.substr(0, change.find('\n')));
+    const ObjectLine head = parse_object_line(first_line(change));
     if (head.result <= KIVO_END || !change.ends_with('\n')) {
         return Got::noise;
     }
-    if (!object_.empty() && head.name != object_) {
+    if (!is_read(head.name)) {
         return Got::nothing;
     }
     const auto known = known_.find(head.name);
@@ -198,62 +213,50 @@ ObjectReader::Got ObjectReader::tell() {
  * after it, and gets it ready to be told.
  */
 ObjectReader::Got ObjectReader::start_over() {
-    for (int start = 0; must_start_over_; ++start) {
-        if (start == starts_max) {
-            return Got::again;
-        }
-        Picture picture;
-        RecordKind kind;
-        const uint64_t snapshot = ring_.snapshot();
-        const uint64_t end = ring_.committed();
-        uint64_t position = snapshot;
-        RingView::Got got = ring_.get(snapshot, end, kind, record_, position);
-        if (got == RingView::Got::record &&
-            (kind != RecordKind::snapshot || !picture.load(record_, object_))) {
-            return Got::noise;
-        }
-        while (got == RingView::Got::record && position != end) {
-            got = ring_.get(position, end, kind, record_, position);
-            if (got != RingView::Got::record || kind != RecordKind::change) {
-                continue;
-            }
-            const ObjectLine head =
-                parse_object_line(std::string_view(record_).substr(0, record_.find('\n')));
-            if ((object_.empty() || head.name == object_) &&
-                picture.apply(record_) != Picture::Outcome::applied) {
-                return Got::noise;
-            }
-        }
-        if (got == RingView::Got::noise) {
-            return Got::noise;
-        }
-        if (got == RingView::Got::overtaken) {
-            continue;
-        }
-
-        std::vector<Picture::Text> texts = picture.texts();
-        std::vector<std::string> pending;
-        std::set<std::string, std::less<>> known;
-        size_t known_bytes = 0;
-        pending.reserve(texts.size() + known_.size());
-        std::for_each(texts.rbegin(), texts.rend(), [&](Picture::Text &text) {
-            known_bytes += text.name.size();
-            known.insert(std::move(text.name));
-            /* A new reader had nothing that could be truncated. */
-            pending.push_back(is_new_ ? text.text.substr(1) : std::move(text.text));
-        });
-        for (const std::string &name : known_) {
-            if (!known.contains(name)) {
-                pending.push_back("-@" + name + "\n");
-            }
-        }
-        pending_ = std::move(pending);
-        known_ = std::move(known);
-        known_bytes_ = known_bytes;
-        position_.store(position, std::memory_order_relaxed);
-        is_new_ = false;
-        must_start_over_ = false;
+    Picture picture;
+    RecordKind kind;
+    const uint64_t snapshot = ring_.snapshot();
+    const uint64_t end = ring_.committed();
+    uint64_t position = snapshot;
+    RingView::Got got = ring_.get(snapshot, end, kind, record_, position);
+    if (got == RingView::Got::record &&
+        (kind != RecordKind::snapshot || !picture.load(record_, object_))) {
+        return Got::noise;
     }
+    while (got == RingView::Got::record && position != end) {
+        got = ring_.get(position, end, kind, record_, position);
+        if (got == RingView::Got::record && kind == RecordKind::change &&
+            is_read(parse_object_line(first_line(record_)).name) &&
+            picture.apply(record_) != Picture::Outcome::applied) {
+            return Got::noise;
+        }
+    }
+    if (got != RingView::Got::record) {
+        return got == RingView::Got::noise ? Got::noise : Got::again;
+    }
+
+    std::vector<Picture::Text> texts = picture.texts();
+    std::vector<std::string> pending;
+    std::set<std::string, std::less<>> known;
+    size_t known_bytes = 0;
+    pending.reserve(texts.size() + known_.size());
+    std::for_each(texts.rbegin(), texts.rend(), [&](Picture::Text &text) {
+        known_bytes += text.name.size();
+        known.insert(std::move(text.name));
+        /* A new reader had nothing that could be truncated. */
+        pending.push_back(is_new_ ? text.text.substr(1) : std::move(text.text));
+    });
+    for (const std::string &name : known_) {
+        if (!known.contains(name)) {
+            pending.push_back("-@" + name + "\n");
+        }
+    }
+    pending_ = std::move(pending);
+    known_ = std::move(known);
+    known_bytes_ = known_bytes;
+    position_.store(position, std::memory_order_relaxed);
+    is_new_ = false;
+    must_start_over_ = false;
     return Got::nothing;
 }
 

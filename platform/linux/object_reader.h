@@ -55,8 +55,10 @@ class ObjectReader {
     enum class Got { change, nothing, again, gone, noise };
 
     bool quiet() const;
+    bool is_read(std::string_view object) const { return object_.empty() || object == object_; }
     /** Makes `current_` the next text to give. May throw std::bad_alloc. */
     Got fetch();
+    Got find_next();
     Got follow(uint64_t end);
     Got start_over();
     Got tell();
