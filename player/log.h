@@ -1,6 +1,9 @@
-// The log of the player API.
+// The log of the player API, and what it shares with that of the events.
 #ifndef VANTRO_PLAYER_LOG_H
 #define VANTRO_PLAYER_LOG_H
+
+#include <cstdarg>
+#include <cstdint>
 
 #include <vantro/platform/log.h>
 
@@ -9,6 +12,11 @@ namespace vantro {
 // Writes one line, after what the application itself has printed. Keeps errno. Does not return at
 // LOG_SEVERITY_CRITICAL (aborts) and LOG_SEVERITY_ERROR (exits with 1).
 [[gnu::format(printf, 2, 3)]] void msglog(int severity, const char *format, ...);
+
+// Writes one line of the form "SPEAKER: MESSAGE", cut to 1023 characters. Does not return where
+// msglog() does not.
+[[gnu::format(printf, 4, 0)]] void write_line(std::uint32_t code, const char *speaker, int severity,
+                                              const char *format, std::va_list arguments);
 
 } // namespace vantro
 
