@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "player/log.h"
 #include "player/requests.h"
@@ -145,6 +146,9 @@ int vantro_close(VantroHandle *handle, const char *name) {
         msglog(LOG_SEVERITY_INFO, "The player is not connected to Player %s", name);
         return -1;
     }
+    // Before the request and whatever becomes of it: events end where the application says so.
+    if (handle->event_queue)
+        vantro_internal_destroy_evq(std::exchange(handle->event_queue, nullptr));
     if (!vantro::name_request(handle, VANTRO_COMMAND_CLOSE, name, "vantro_close() failed"))
         return -1;
     vantro::forget_player(handle);

@@ -380,4 +380,7 @@ VANTRO_API int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id,
 }
 #endif
 
+/* What the player did, the moment it did it. */
+#include <vantro/events.h>
+
 #endif

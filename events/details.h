@@ -1,0 +1,14 @@
+// What an event says of an object's change.
+#ifndef VANTRO_EVENTS_DETAILS_H
+#define VANTRO_EVENTS_DETAILS_H
+
+#include <vantro/player.h>
+
+namespace vantro::events {
+
+// Sets type and details of an event that has its object's name and dictionary.
+void filldetails(VantroEvent *event);
+
+} // namespace vantro::events
+
+#endif

@@ -1,0 +1,169 @@
+#include "events/queue.h"
+
+#include <fcntl.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include <vantro/platform/io.h>
+
+#include "events/cancellation.h"
+#include "events/log.h"
+#include "records/fields.h"
+
+namespace vantro::events {
+
+namespace {
+
+constexpr std::size_t path_size = 1024;
+
+ObjectEntry *unlink(ObjectEntry **link) {
+    ObjectEntry *entry = std::exchange(*link, (*link)->next);
+    entry->next = nullptr;
+    return entry;
+}
+
+ObjectEntry *unlink_dirty(EventQueue &queue, ObjectEntry **link) {
+    ObjectEntry *entry = unlink(link);
+    if (!*link)
+        queue.dirty_tail = link;
+    return entry;
+}
+
+ObjectEntry **find(ObjectEntry **link, std::string_view name) {
+    while (*link && (*link)->name() != name)
+        link = &(*link)->next;
+    return link;
+}
+
+void free_list(ObjectEntry *entry) {
+    while (entry)
+        free_entry(std::exchange(entry, entry->next));
+}
+
+// The records of an event are handed out as constant, and are the library's own.
+template <class Record>
+void free_own(const Record *&record) {
+    free_records(const_cast<Record *>(std::exchange(record, nullptr)), 1);
+}
+
+} // namespace
+
+int openobj(const VantroHandle *handle, const char *object) {
+    char path[path_size];
+    std::snprintf(path, sizeof path, "/kivo/services/vantro/%s/%s", handle->player_name, object);
+    return platform_open(path, O_RDONLY);
+}
+
+EventQueue *newq(VantroHandle *handle) {
+    const CancelDisabled no_cancel;
+    auto *queue = static_cast<EventQueue *>(std::calloc(1, sizeof(EventQueue)));
+    if (!queue) {
+        msglog(LOG_SEVERITY_CRITICAL, "No memeory");
+        return nullptr;
+    }
+    queue->event.state = VANTRO_STATE_IDLE;
+    queue->event.rate = 1.0F;
+    queue->dirty_tail = &queue->dirty_head;
+    queue->all_fd = queue->state_fd = -1;
+    queue->state_dict = mosk_dict_new();
+    if (queue->state_dict && (queue->all_fd = openobj(handle, ".all?delta")) >= 0 &&
+        (queue->state_fd = openobj(handle, "state?delta")) >= 0)
+        return handle->event_queue = queue;
+    const KeepErrno keep;
+    if (queue->all_fd >= 0)
+        platform_close(queue->all_fd);
+    mosk_dict_destroy(queue->state_dict);
+    std::free(queue);
+    return nullptr;
+}
+
+void evcleanup(EventQueue &queue) {
+    msglog(LOG_SEVERITY_TRACE, "evclentup");
+    VantroEvent &event = queue.event;
+    if (event.type != 0) {
+        if (ObjectEntry *entry = std::exchange(queue.current_entry, nullptr)) {
+            if (event.dict)
+                mosk_dict_destroy(const_cast<mosk_dict *>(event.dict));
+            else
+                free_entry(entry);
+        }
+        event.dict = nullptr;
+        event.object_name = nullptr;
+        event.user_data = nullptr;
+    }
+    if (event.type == VANTRO_EVENT_MEDIASOURCE)
+        free_own(event.details.mediasource.media_source);
+    if (event.type == VANTRO_EVENT_TRACK) {
+        free_own(event.details.track.media_node);
+        free_own(event.details.track.metadata);
+    }
+    event.type = 0;
+}
+
+bool has_player(const VantroHandle *handle) {
+    if (handle && handle->player_name)
+        return true;
+    msglog(LOG_SEVERITY_WARNING, "Invalid vantro handle");
+    return false;
+}
+
+ObjectEntry *new_entry(std::string_view name) {
+    void *block = std::malloc(sizeof(ObjectEntry) + name.size() + 1);
+    if (!block)
+        return nullptr;
+    auto *entry = new (block) ObjectEntry{};
+    std::memcpy(entry->name(), name.data(), name.size());
+    entry->name()[name.size()] = '\0';
+    return entry;
+}
+
+void free_entry(ObjectEntry *entry) {
+    mosk_dict_destroy(entry->dict);
+    std::free(entry);
+}
+
+ObjectEntry *take_clean(EventQueue &queue, std::string_view name) {
+    ObjectEntry **link = find(&queue.clean_list, name);
+    return *link ? unlink(link) : nullptr;
+}
+
+ObjectEntry *take_dirty(EventQueue &queue, std::string_view name) {
+    ObjectEntry **link = find(&queue.dirty_head, name);
+    return *link ? unlink_dirty(queue, link) : nullptr;
+}
+
+ObjectEntry *take_dirty_head(EventQueue &queue) {
+    return unlink_dirty(queue, &queue.dirty_head);
+}
+
+void enqueue_clean(EventQueue &queue, ObjectEntry *entry) {
+    msglog(LOG_SEVERITY_TRACE, "enqueue_clean");
+    entry->next = queue.clean_list;
+    queue.clean_list = entry;
+}
+
+void enqueue_dirty(EventQueue &queue, ObjectEntry *entry) {
+    msglog(LOG_SEVERITY_TRACE, "enqueue_dirty");
+    *queue.dirty_tail = entry;
+    queue.dirty_tail = &entry->next;
+}
+
+} // namespace vantro::events
+
+void vantro_internal_destroy_evq(struct EventQueue *queue) {
+    if (!queue)
+        return;
+    const vantro::KeepErrno keep;
+    const vantro::events::CancelDisabled no_cancel;
+    platform_close(queue->all_fd);
+    platform_close(queue->state_fd);
+    vantro::events::evcleanup(*queue);
+    vantro::events::free_list(queue->clean_list);
+    vantro::events::free_list(queue->dirty_head);
+    mosk_dict_destroy(queue->state_dict);
+    std::free(queue);
+}

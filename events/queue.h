@@ -1,0 +1,71 @@
+// What a handle knows of its player's objects, and the one event at a time that it hands out.
+//
+// Every object that was heard of has an entry. An entry is in one of two lists: in the dirty queue
+// while its change is not yet reported, which `dict` then holds, and in the clean list otherwise.
+// One object may have several entries, since each of its changes waits in one of its own.
+//
+// Reporting an entry moves its dictionary into the event, and the entry into the clean list, where
+// it can be found for the next change, and keeps the application's value.
+#ifndef VANTRO_EVENTS_QUEUE_H
+#define VANTRO_EVENTS_QUEUE_H
+
+#include <string_view>
+
+#include <vantro/platform/dictionary.h>
+
+#include "player/handle.h"
+
+// One block, with the object's name and its NUL behind the fields.
+struct ObjectEntry {
+    void *user_data;
+    ObjectEntry *next;
+    mosk_dict *dict; // Owned. NULL, or empty, while in the clean list.
+
+    char *name() { return reinterpret_cast<char *>(this + 1); }
+};
+
+struct EventQueue {
+    ObjectEntry *clean_list; // Owned. The entry that came last is first.
+    ObjectEntry *dirty_head; // Owned. In the order in which they are to be reported.
+    ObjectEntry **dirty_tail;
+    ObjectEntry *current_entry; // What the event is about; NULL for "state". In the clean list,
+                                // or owned, where the event has no dictionary.
+    mosk_dict *state_dict;      // Owned. All attributes of "state"; NULL where that is no more.
+    void *state_user_data;
+    VantroEvent event; // Owns its records, and its dictionary unless it is `state_dict`.
+    int all_fd;
+    int state_fd;
+};
+
+namespace vantro::events {
+
+// Opens an object of the handle's player.
+// @return a descriptor, or -1 with errno.
+int openobj(const VantroHandle *handle, const char *object);
+
+// Makes the handle's queue. Does not return where there is no memory for it.
+// @return the queue, or null with errno: the handle then has none.
+EventQueue *newq(VantroHandle *handle);
+
+// Releases what the event holds, and empties it but for what it says of the player's state.
+void evcleanup(EventQueue &queue);
+
+// Whether there is a handle with an open player; logged where not.
+bool has_player(const VantroHandle *handle);
+
+// Makes an entry that is in no list. @return null for want of memory.
+ObjectEntry *new_entry(std::string_view name);
+void free_entry(ObjectEntry *entry);
+
+// Take an entry out of its list: the first of a name, or null, or the head of the dirty queue.
+ObjectEntry *take_clean(EventQueue &queue, std::string_view name);
+ObjectEntry *take_dirty(EventQueue &queue, std::string_view name);
+ObjectEntry *take_dirty_head(EventQueue &queue);
+
+// Put an entry that is in no list into one.
+void enqueue_clean(EventQueue &queue, ObjectEntry *entry);
+void enqueue_dirty(EventQueue &queue, ObjectEntry *entry);
+
+} // namespace vantro::events
+
+#endif

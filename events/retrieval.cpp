@@ -1,0 +1,228 @@
+// The next event of a player, in the order that applications rely on: what is queued, then "state",
+// then what the other objects have to tell.
+#include <pthread.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include <vantro/player.h>
+
+#include "events/cancellation.h"
+#include "events/changes.h"
+#include "events/details.h"
+#include "events/log.h"
+#include "events/queue.h"
+#include "events/values.h"
+
+namespace vantro::events {
+
+namespace {
+
+// What one call reads at most, each text counted with some bytes more than it has. It is above what
+// an object service keeps for a reader, so that only a service which publishes as fast as it is
+// read is left for the next call, where it would otherwise keep this one, and fill the memory.
+constexpr std::size_t pass_bytes_max = std::size_t{4} << 20;
+constexpr std::size_t text_overhead = 16;
+
+constexpr std::string_view state_object = "state";
+
+class Lock {
+  public:
+    explicit Lock(VantroHandle *handle) : handle_(handle) { pthread_mutex_lock(&handle_->lock); }
+    ~Lock() { pthread_mutex_unlock(&handle_->lock); }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+
+  private:
+    VantroHandle *handle_;
+};
+
+// The words that an attribute of "state" may have, and what they stand for.
+struct Word {
+    const char *text;
+    std::int32_t value;
+};
+constexpr std::array states{
+    Word{"playing", VANTRO_STATE_PLAYING},
+    Word{"stopped", VANTRO_STATE_STOPPED},
+    Word{"idle", VANTRO_STATE_IDLE},
+    Word{"paused", VANTRO_STATE_PAUSED},
+};
+constexpr std::array repeat_modes{
+    Word{"off", VANTRO_REPEAT_OFF},
+    Word{"one", VANTRO_REPEAT_ONE},
+    Word{"all", VANTRO_REPEAT_ALL},
+};
+constexpr std::array shuffle_modes{
+    Word{"off", VANTRO_SHUFFLE_OFF},
+    Word{"on", VANTRO_SHUFFLE_ON},
+};
+
+// @return whether the text is one of the words; `value` is left as it is where not.
+template <std::size_t count>
+bool look_up(const std::array<Word, count> &words, const char *text, std::int32_t &value) {
+    for (const Word &word : words)
+        if (same_word(word.text, text)) {
+            value = word.value;
+            return true;
+        }
+    return false;
+}
+
+// Sets the event's rate and modes from the attributes of "state".
+// @return the state that they tell; where they tell none, the one that the event has.
+std::int32_t apply_state(const mosk_dict *dict, VantroEvent &event) {
+    std::int32_t state = event.state;
+    if (const char *rate = mosk_dict_find_value(dict, "rate"))
+        event.rate = rate_of(rate);
+    if (const char *repeat = mosk_dict_find_value(dict, "repeat"))
+        if (!look_up(repeat_modes, repeat, event.repeat))
+            msglog(LOG_SEVERITY_WARNING, "Invalid repeat mode %s", repeat);
+    if (const char *shuffle = mosk_dict_find_value(dict, "shuffle"))
+        if (!look_up(shuffle_modes, shuffle, event.shuffle))
+            msglog(LOG_SEVERITY_WARNING, "Invalid shuffle mode %s", shuffle);
+    if (const char *status = mosk_dict_find_value(dict, "status"))
+        if (!look_up(states, status, state))
+            msglog(LOG_SEVERITY_WARNING, "Ignoring unknown state");
+    return state;
+}
+
+// Makes the event of a change of "state". @return whether the change could be applied.
+bool report_state(EventQueue &queue, char *text) {
+    if (update_dict(&queue.state_dict, text) != 0)
+        return false;
+    VantroEvent &event = queue.event;
+    decltype(event.details.state) before;
+    before.state = event.state;
+    before.rate = event.rate;
+    before.repeat = event.repeat;
+    before.shuffle = event.shuffle;
+    event.object_name = state_object.data();
+    event.dict = queue.state_dict;
+    event.user_data = queue.state_user_data;
+    event.state = queue.state_dict ? apply_state(queue.state_dict, event) : VANTRO_STATE_NONE;
+    const char *error = mosk_dict_find_value(queue.state_dict, "error");
+    if (error && before.state == VANTRO_STATE_PLAYING && event.state == VANTRO_STATE_STOPPED) {
+        event.type = VANTRO_EVENT_ERROR;
+        event.details.error.code = integer_of(error);
+    } else if (event.state != before.state || event.rate != before.rate ||
+               event.repeat != before.repeat || event.shuffle != before.shuffle) {
+        event.type = VANTRO_EVENT_STATE;
+        event.details.state = before;
+    } else {
+        event.type = VANTRO_EVENT_NONE;
+    }
+    return true;
+}
+
+// The name in the first object's line of a text, where there is such a line.
+std::optional<std::string_view> object_of(std::string_view text) {
+    const std::size_t at = text.find('@');
+    const std::size_t end = at == text.npos ? at : text.find('\n', at);
+    if (end == text.npos)
+        return std::nullopt;
+    return text.substr(at + 1, end - at - 1);
+}
+
+// The entry that a change of an object belongs to, out of its list. Of a position or a track only
+// the newest is of interest: an unreported change gives way. @return null for want of memory.
+ObjectEntry *entry_for(EventQueue &queue, std::string_view name) {
+    if (name == "status" || name == "track")
+        if (ObjectEntry *entry = take_dirty(queue, name)) {
+            mosk_dict_destroy(std::exchange(entry->dict, nullptr));
+            return entry;
+        }
+    ObjectEntry *entry = take_clean(queue, name);
+    return entry ? entry : new_entry(name);
+}
+
+// Applies a change to its object's entry. @return whether that went well.
+bool take_change(EventQueue &queue, std::string_view name, char *text) {
+    msglog(LOG_SEVERITY_TRACE, "getobj: %.*s", static_cast<int>(name.size()), name.data());
+    ObjectEntry *entry = entry_for(queue, name);
+    if (!entry)
+        return false;
+    const bool applied = update_dict(&entry->dict, text) == 0;
+    if (!applied)
+        msglog(LOG_SEVERITY_TRACE, "update_dict failed");
+    if (!entry->dict)
+        free_entry(entry);
+    else if (!applied || mosk_dict_size(entry->dict) != 0)
+        enqueue_dirty(queue, entry);
+    else
+        enqueue_clean(queue, entry);
+    return applied;
+}
+
+// Queues what the other objects have to tell. @return false where that failed.
+// @param state_seen receives whether "state" was among those that changed.
+bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_seen) {
+    msglog(LOG_SEVERITY_DEBUG, "Check for all fds events");
+    state_seen = false;
+    for (std::size_t read = 0; read < pass_bytes_max;) {
+        const ssize_t length = readchange(handle, queue.all_fd);
+        if (length <= 0)
+            return length == 0;
+        read += static_cast<std::size_t>(length) + text_overhead;
+        char *text = handle->read_buffer;
+        const auto name = object_of({text, static_cast<std::size_t>(length)});
+        if (name == state_object)
+            state_seen = true;
+        else if (name && !take_change(queue, *name, text))
+            return false;
+    }
+    return true;
+}
+
+// Makes the event of the queued entry whose turn it is.
+void report_queued(EventQueue &queue) {
+    ObjectEntry *entry = take_dirty_head(queue);
+    VantroEvent &event = queue.event;
+    event.dict = std::exchange(entry->dict, nullptr);
+    if (event.dict)
+        enqueue_clean(queue, entry);
+    event.object_name = entry->name();
+    event.user_data = entry->user_data;
+    queue.current_entry = entry;
+    filldetails(&event);
+}
+
+// Fills the queue's event. @return false where that failed.
+bool next_event(const VantroHandle *handle, EventQueue &queue) {
+    // A change of "state" that was seen among the others comes before them.
+    for (bool state_seen = !queue.dirty_head; state_seen;) {
+        msglog(LOG_SEVERITY_DEBUG, "Check for the state event");
+        const ssize_t length = readchange(handle, queue.state_fd);
+        if (length != 0)
+            return length > 0 && report_state(queue, handle->read_buffer);
+        if (!read_objects(handle, queue, state_seen))
+            return false;
+    }
+    if (queue.dirty_head)
+        report_queued(queue);
+    else
+        queue.event.type = VANTRO_EVENT_NONE;
+    return true;
+}
+
+} // namespace
+
+} // namespace vantro::events
+
+const VantroEvent *vantro_event_get(VantroHandle *handle) {
+    using namespace vantro::events;
+    if (!has_player(handle))
+        return nullptr;
+    const CancelDisabled no_cancel;
+    msglog(LOG_SEVERITY_DEBUG, "vantro_event_get");
+    const Lock lock(handle);
+    EventQueue *queue = handle->event_queue ? handle->event_queue : newq(handle);
+    if (!queue)
+        return nullptr;
+    evcleanup(*queue);
+    return next_event(handle, *queue) ? &queue->event : nullptr;
+}

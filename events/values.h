@@ -1,0 +1,40 @@
+// What the texts of attributes mean. Numbers and words are those of the "C" locale: the application
+// may have set another, in which a comma divides a rate, or the small form of "I" is not "i".
+#ifndef VANTRO_EVENTS_VALUES_H
+#define VANTRO_EVENTS_VALUES_H
+
+#include <locale.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+
+namespace vantro::events {
+
+inline locale_t c_locale() {
+    // Never freed: the C library's own object, shared by all who ask for this locale.
+    static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
+    return locale;
+}
+
+// The number that a text begins with, or 0. One that does not fit becomes the nearest that does.
+inline std::int32_t integer_of(const char *text) {
+    using Limits = std::numeric_limits<std::int32_t>;
+    return static_cast<std::int32_t>(
+        std::clamp<long>(std::strtol(text, nullptr, 10), Limits::min(), Limits::max()));
+}
+
+inline float rate_of(const char *text) {
+    return static_cast<float>(strtod_l(text, nullptr, c_locale()));
+}
+
+// Without regard to case.
+inline bool same_word(const char *a, const char *b) {
+    return strcasecmp_l(a, b, c_locale()) == 0;
+}
+
+} // namespace vantro::events
+
+#endif

@@ -1,0 +1,87 @@
+// Waiting for the player to publish something, and values that applications attach to objects.
+#include <pthread.h>
+#include <signal.h>
+#include <time.h>
+
+#include <cerrno>
+
+#include <vantro/platform/notify.h>
+#include <vantro/player.h>
+
+#include "events/cancellation.h"
+#include "events/log.h"
+#include "events/queue.h"
+
+namespace vantro::events {
+
+namespace {
+
+constexpr int wake_signal = 57;
+constexpr ipc_event sev = {IPC_EVENT_SIGNAL_THREAD, wake_signal, 0, 0, 0};
+
+// The signals that wake a thread are blocked for as long as one may come. The end of the scope is
+// every way out of a wait, a cancelled thread's included: what was armed is disarmed and what came
+// is taken, since a signal left over would end the process as soon as it is let through.
+class WakeSignals {
+  public:
+    explicit WakeSignals(int descriptor) : descriptor_(descriptor) {
+        sigemptyset(&signals_);
+        sigaddset(&signals_, wake_signal);
+        // What the host sends where there is no room for one more real-time signal.
+        sigaddset(&signals_, SIGIO);
+        pthread_sigmask(SIG_BLOCK, &signals_, &mask_);
+    }
+    ~WakeSignals() {
+        const CancelDisabled no_cancel;
+        const KeepErrno keep;
+        notify_disarm(descriptor_);
+        const timespec at_once{};
+        while (sigtimedwait(&signals_, nullptr, &at_once) > 0) {
+        }
+        pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
+    }
+    WakeSignals(const WakeSignals &) = delete;
+    WakeSignals &operator=(const WakeSignals &) = delete;
+
+    bool wait() const { return sigwaitinfo(&signals_, nullptr) > 0; }
+
+  private:
+    int descriptor_;
+    sigset_t signals_;
+    sigset_t mask_; // As the application had it.
+};
+
+} // namespace
+
+} // namespace vantro::events
+
+// Cancellation unwinds through this function, which is therefore not noexcept.
+int vantro_event_wait(VantroHandle *handle) {
+    using namespace vantro::events;
+    if (!has_player(handle))
+        return -1;
+    msglog(LOG_SEVERITY_DEBUG, "vantro_event_wait:");
+    EventQueue *queue = handle->event_queue ? handle->event_queue : newq(handle);
+    if (queue && queue->dirty_head) {
+        msglog(LOG_SEVERITY_TRACE, "vantro_event_wait: some events in the queue");
+        return 0;
+    }
+    if (!queue && !(queue = newq(handle)))
+        return -1;
+    const WakeSignals signals(queue->all_fd);
+    const int input = notify_arm(queue->all_fd, NOTIFY_TEST_AND_ARM, NOTIFY_INPUT, &sev);
+    if (input != 0)
+        return input > 0 ? 0 : -1;
+    return signals.wait() ? 0 : -1;
+}
+
+int vantro_event_data_set(VantroHandle *handle, void *data) {
+    if (!handle || !handle->event_queue || !handle->event_queue->event.dict) {
+        errno = EINVAL;
+        return -1;
+    }
+    EventQueue &queue = *handle->event_queue;
+    (queue.current_entry ? queue.current_entry->user_data : queue.state_user_data) = data;
+    queue.event.user_data = data;
+    return 0;
+}
