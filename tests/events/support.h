@@ -1,0 +1,92 @@
+// A handle with an open player, a service that agrees to everything, and publishers.
+#ifndef VANTRO_TESTS_EVENTS_SUPPORT_H
+#define VANTRO_TESTS_EVENTS_SUPPORT_H
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <vantro/messaging.h>
+#include <vantro/platform/log.h>
+#include <vantro/platform/objects.h>
+#include <vantro/player.h>
+
+#include "platform/linux/object_directory.h"
+
+namespace vantro::events {
+
+using Lines = std::vector<std::string>;
+
+inline const char *const player_directory = "/kivo/services/vantro/main";
+
+// Sets, or deletes where the value is NULL, one attribute of an object.
+inline void publish(object_publisher *to, const char *object, const char *name, const char *value) {
+    const object_attribute attribute{name, KIVO_TEXT, value};
+    ASSERT_EQ(object_publish(to, object, 0, &attribute, 1), 0);
+}
+
+// Publishes whatever it is told to.
+class RawPublisher {
+  public:
+    RawPublisher() { EXPECT_TRUE(directory_.take(player_directory + 1, ring_)); }
+    ~RawPublisher() { directory_.remove(); }
+    void publish(const std::string &text) {
+        ring_.append(platform::RecordKind::change, text);
+        platform::RingWriter::ring_bell(directory_.ring_file());
+    }
+
+  private:
+    platform::ObjectDirectory directory_;
+    platform::RingWriter ring_;
+};
+
+// An event in words: its type, its object, and what it says.
+std::string told(const VantroEvent *event);
+std::string told(const mosk_dict *dict);
+
+class Events : public testing::Test {
+  protected:
+    static void SetUpTestSuite();
+    static void TearDownTestSuite();
+    void SetUp() override;
+    void TearDown() override;
+
+    Lines take_lines() {
+        const std::lock_guard<std::mutex> lock(guard);
+        return std::exchange(lines, {});
+    }
+    // What is published by this process.
+    void start_publishing() { ASSERT_TRUE(publisher = object_publisher_open(player_directory)); }
+    void stop_publishing() { object_publisher_close(std::exchange(publisher, nullptr)); }
+    void publish(const char *object, const char *name, const char *value) {
+        events::publish(publisher, object, name, value);
+    }
+    // Gets the next event, in words.
+    std::string next() { return told(vantro_event_get(handle)); }
+
+    VantroHandle *handle = nullptr;
+    object_publisher *publisher = nullptr;
+    std::function<void()> on_line; // Called once, with the next line of the log.
+
+  private:
+    static void record_line(std::uint32_t code, int severity, const char *line, void *data);
+
+    std::mutex guard;
+    Lines lines;
+};
+
+inline long open_descriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+} // namespace vantro::events
+
+#endif

@@ -1,0 +1,195 @@
+// Waiting for events, and every way out of it.
+#include <pthread.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+
+#include "tests/events/support.h"
+#include "tests/tools/process.h"
+
+namespace vantro::events {
+namespace {
+
+sigset_t mask_of_this_thread() {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    return mask;
+}
+
+// Waits for, and gets, an event of an object; whatever else comes is passed over.
+const VantroEvent *wait_for(VantroHandle *handle, const std::string &object) {
+    for (;;) {
+        const VantroEvent *event = vantro_event_get(handle);
+        if (!event || (event->object_name && event->object_name == object))
+            return event;
+        if (!event->object_name && vantro_event_wait(handle) != 0)
+            return nullptr;
+    }
+}
+
+class Waiting : public Events {
+  protected:
+    void TearDown() override {
+        // Nothing that any test did is left to come, and nothing stays blocked.
+        sigset_t pending;
+        sigpending(&pending);
+        const sigset_t mask = mask_of_this_thread();
+        for (const int number : {57, SIGIO})
+            EXPECT_EQ(sigismember(&pending, number) + sigismember(&mask, number), 0);
+        Events::TearDown();
+    }
+
+    // A second thread waits until `leave` has made it leave, as often as that takes.
+    // @return the wait's result, or -2 where it did not return.
+    template <class Leave>
+    int wait_beside(Leave leave) {
+        while (vantro_event_get(handle)->object_name)
+            continue;
+        std::atomic<bool> left{false};
+        sigset_t mask_after;
+        int result = -2;
+        std::thread thread([&] {
+            struct AtTheEnd {
+                std::atomic<bool> &left;
+                sigset_t &mask;
+                ~AtTheEnd() {
+                    mask = mask_of_this_thread();
+                    left = true;
+                }
+            } const at_the_end{left, mask_after};
+            const int returned = vantro_event_wait(handle);
+            EXPECT_TRUE(returned == 0 || errno == EINTR);
+            result = returned;
+        });
+        for (; !left; sched_yield())
+            leave(thread.native_handle());
+        thread.join();
+        const sigset_t mask = mask_of_this_thread();
+        for (const int number : {57, SIGIO})
+            EXPECT_EQ(sigismember(&mask_after, number), sigismember(&mask, number));
+        // What is still armed would end the process now.
+        publish("x", "a", "1");
+        EXPECT_EQ(vantro_event_wait(handle), 0);
+        EXPECT_EQ(next(), "7 x {a=1}");
+        return result;
+    }
+};
+
+TEST_F(Waiting, ReturnsAtOnceWhereThereIsSomething) {
+    start_publishing();
+    publish("x", "a", "1");
+    EXPECT_EQ(vantro_event_wait(handle), 0); // Unread, and no queue before.
+    publish("y", "a", "1");
+    EXPECT_EQ(next(), "7 x {a=1}");
+    EXPECT_EQ(vantro_event_wait(handle), 0); // Queued.
+    EXPECT_EQ(next(), "7 y {a=1}");
+    publish("state", "rate", "2");
+    EXPECT_EQ(vantro_event_wait(handle), 0); // Unread.
+    EXPECT_EQ(next(), "3 state 1/2/0/0 was 1/1/0/0");
+    EXPECT_EQ(next(), "7");
+    stop_publishing();
+    EXPECT_EQ(vantro_event_wait(handle), 0); // Nobody publishes any more.
+    EXPECT_EQ(next(), "failed");
+}
+
+TEST_F(Waiting, IsLeftByAPublishASignalOrTheThreadsEnd) {
+    start_publishing();
+    EXPECT_EQ(wait_beside([this](pthread_t) { publish("x", "a", "1"); }), 0);
+
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    EXPECT_EQ(wait_beside([](pthread_t thread) { pthread_kill(thread, SIGUSR1); }), -1);
+
+    EXPECT_EQ(wait_beside(pthread_cancel), -2);
+
+    // What the host sends where its queue of signals is full. The application has it blocked.
+    const sigset_t mask = mask_of_this_thread();
+    sigset_t blocked = mask;
+    sigaddset(&blocked, SIGIO);
+    pthread_sigmask(SIG_SETMASK, &blocked, nullptr);
+    EXPECT_EQ(wait_beside([](pthread_t thread) { pthread_kill(thread, SIGIO); }), 0);
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+}
+
+TEST_F(Waiting, TwoThreadsFollowTwoPlayers) {
+    start_publishing();
+    object_publisher *const other = object_publisher_open("/kivo/services/vantro/other");
+    constexpr int last = 2000;
+    const auto follow = [](VantroHandle *with) {
+        for (int position = 0; position < last;) {
+            const VantroEvent *event = wait_for(with, "status");
+            ASSERT_NE(event, nullptr);
+            ASSERT_GT(event->details.status.position, position);
+            position = event->details.status.position;
+        }
+    };
+    std::thread one(follow, handle);
+    std::thread two([&] {
+        VantroHandle *second = vantro_connect();
+        EXPECT_EQ(vantro_open(second, "other"), 0);
+        follow(second);
+        vantro_disconnect(second);
+    });
+    for (int i = 1; i <= last; i++)
+        for (object_publisher *to : {publisher, other})
+            events::publish(to, "status", "position", std::to_string(i).c_str());
+    one.join();
+    two.join();
+    object_publisher_close(other);
+}
+
+// Publishes, from another process, whenever it is sent a signal.
+int publish_when_told() {
+    sigset_t go;
+    sigemptyset(&go);
+    sigaddset(&go, SIGUSR1);
+    sigprocmask(SIG_BLOCK, &go, nullptr);
+    object_publisher *here = object_publisher_open(player_directory);
+    publish(here, "ready", "a", "1");
+    std::puts("ready");
+    std::fflush(stdout);
+    for (int i = 1; sigwaitinfo(&go, nullptr) > 0;)
+        for (int end = i + 500; i < end; i++)
+            publish(here, "x", "a", std::to_string(i).c_str());
+    return 0;
+}
+
+TEST_F(Waiting, FollowsAnotherProcessToItsDeath) {
+    for (int turn = 0; turn < 3; turn++) {
+        Process process(publish_when_told);
+        ASSERT_EQ(process.line(), "ready");
+        ASSERT_EQ(told(wait_for(handle, "ready")), "7 ready {a=1}");
+        for (int i = 1; i <= 1000; i++) {
+            if (i % 500 == 1)
+                process.kill(SIGUSR1);
+            ASSERT_EQ(told(wait_for(handle, "x")), "7 x {a=" + std::to_string(i) + "}");
+        }
+        process.kill(SIGKILL);
+        EXPECT_EQ(wait_for(handle, "x"), nullptr);
+        EXPECT_EQ(errno, ESTALE);
+        EXPECT_EQ(vantro_close(handle, "main"), 0);
+        EXPECT_EQ(vantro_open(handle, "main"), 0);
+    }
+}
+
+TEST_F(Waiting, LeavesNothingBehind) {
+    start_publishing();
+    const long before = open_descriptors();
+    for (int i = 0; i < 500; i++) {
+        publish("x", "a", "1");
+        ASSERT_EQ(vantro_event_wait(handle), 0);
+        ASSERT_NE(next(), "7");
+        std::thread waiter([this] { EXPECT_EQ(vantro_event_wait(handle), 0); });
+        publish("y", "a", "1"); // Most of the times the other thread is waiting already.
+        waiter.join();
+        ASSERT_EQ(vantro_close(handle, "main"), 0);
+        ASSERT_EQ(vantro_open(handle, "main"), 0);
+    }
+    // The host may keep an instance or two for the next wait.
+    EXPECT_LE(open_descriptors(), before + 4);
+}
+
+} // namespace
+} // namespace vantro::events
