@@ -7,8 +7,10 @@
 #include <array>
 #include <cerrno>
 #include <mutex>
+#include <utility>
 
 #include "platform/linux/runtime_directory.h"
+#include "platform/linux/scoped.h"
 
 namespace vantro::platform {
 
@@ -55,38 +57,42 @@ bool Notification::arm(int file, int signal) {
     if (!inotify_) {
         return false;
     }
+    may_send_ = true;
     watch_ = -1;
     if (direct_signal(inotify_.get(), signal)) {
         watch_ = ::inotify_add_watch(inotify_.get(), descriptor_path(file).c_str(),
                                      IN_MODIFY | IN_CLOSE_WRITE);
     }
     if (watch_ < 0) {
-        const int error = errno;
-        disarm();
-        errno = error;
+        const KeepErrno keep;
+        finish();
         return false;
     }
     return true;
 }
 
-bool Notification::disarm() {
+void Notification::silence() {
+    if (std::exchange(may_send_, false)) {
+        ::fcntl(inotify_.get(), F_SETFL, O_NONBLOCK);
+    }
+}
+
+bool Notification::finish() {
     /* The end of a watch is an event too: first no more signals, then no more watch. */
-    ::fcntl(inotify_.get(), F_SETFL, O_NONBLOCK);
+    silence();
     if (watch_ >= 0) {
         ::inotify_rm_watch(inotify_.get(), watch_);
     }
+    /*
+     * A watched file's events carry no name, and those alike that follow each other are one: few
+     * are ever there, and one read takes them all.
+     */
     bool closed = false;
-    alignas(struct inotify_event) char events[16 * sizeof(struct inotify_event)];
-    for (;;) {
-        const ssize_t length = ::read(inotify_.get(), events, sizeof events);
-        if (length <= 0) {
-            break;
-        }
-        /* A watched file's events carry no name: each is as long as the next. */
-        for (ssize_t at = 0; at < length; at += sizeof(struct inotify_event)) {
-            const auto *event = reinterpret_cast<const struct inotify_event *>(events + at);
-            closed = closed || (event->mask & IN_CLOSE_WRITE) != 0;
-        }
+    alignas(struct inotify_event) char events[64 * sizeof(struct inotify_event)];
+    const ssize_t length = ::read(inotify_.get(), events, sizeof events);
+    for (ssize_t at = 0; at < length; at += sizeof(struct inotify_event)) {
+        const auto *event = reinterpret_cast<const struct inotify_event *>(events + at);
+        closed = closed || (event->mask & IN_CLOSE_WRITE) != 0;
     }
     spares.give_back(std::move(inotify_));
     return closed;

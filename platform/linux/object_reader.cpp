@@ -89,11 +89,15 @@ ssize_t ObjectReader::read(void *buffer, size_t length) {
     if (quiet()) {
         return 0;
     }
+    const CancelDisabled no_cancel;
     const std::lock_guard guard(lock_);
     if (!ring_file_) {
         return fail(EBADF);
     }
     try {
+        if (!notification_.armed()) {
+            end_watch();
+        }
         switch (fetch()) {
         case Got::change:
             break;
@@ -274,22 +278,25 @@ bool ObjectReader::publisher_gone() {
     return false;
 }
 
+void ObjectReader::end_watch() {
+    if (notification_.watches()) {
+        doubtful_ = notification_.finish() || doubtful_;
+    }
+}
+
+bool ObjectReader::has_input() {
+    doubtful_ = doubtful_ || !publisher_lives(ring_file_.get());
+    return fetch() != Got::nothing;
+}
+
 int ObjectReader::arm(int signal) {
     const CancelDisabled no_cancel;
     const std::lock_guard guard(lock_);
     if (!ring_file_) {
         return fail(EBADF);
     }
-    if (notification_.armed()) {
-        doubtful_ = notification_.disarm() || doubtful_;
-    }
-    const auto has_input = [&] {
-        if (!doubtful_ && !publisher_lives(ring_file_.get())) {
-            doubtful_ = true;
-        }
-        return fetch() != Got::nothing;
-    };
     try {
+        end_watch();
         if (has_input()) {
             return NOTIFY_INPUT;
         }
@@ -299,23 +306,25 @@ int ObjectReader::arm(int signal) {
         if (!has_input()) {
             return 0;
         }
-        notification_.disarm();
+        end_watch();
         return NOTIFY_INPUT;
     } catch (const std::bad_alloc &) {
-        if (notification_.armed()) {
-            notification_.disarm();
-        }
+        end_watch();
         return fail(ENOMEM);
     }
 }
 
+/*
+ * Whoever was woken has what it waits for one system call later; the watch ends in the read that
+ * follows, so that those who do not wait cost the publisher nothing.
+ */
 void ObjectReader::disarm() {
     const CancelDisabled no_cancel;
     const KeepErrno keep;
     const std::lock_guard guard(lock_);
-    if (notification_.armed() && notification_.disarm()) {
-        doubtful_ = true;
-        unsettled_ = true;
+    notification_.silence();
+    if (notification_.watches()) {
+        unsettled_.store(true, std::memory_order_relaxed);
     }
 }
 

@@ -45,6 +45,8 @@ class ObjectReader {
     ssize_t read(void *buffer, size_t length);
     int arm(int signal);
     void disarm();
+    /** Ends a watch that nobody waits on any more; before the reader is destroyed. */
+    void end_watch();
 
     /** In a child of fork: closes the copies, and leaves the rest, which may be in use. */
     void abandon_in_child();
@@ -63,6 +65,7 @@ class ObjectReader {
     Got start_over();
     Got tell();
     bool publisher_gone();
+    bool has_input();
 
     UniqueFd ring_file_;
     RingView ring_;

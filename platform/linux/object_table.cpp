@@ -108,7 +108,7 @@ bool close_reader(int descriptor) {
     if (!reader) {
         return false;
     }
-    reader->disarm();
+    reader->end_watch();
     const std::lock_guard guard(table_lock);
     for (ObjectReader **link = &readers; *link; link = &(*link)->next) {
         if (*link == reader.get()) {

@@ -1,5 +1,7 @@
 #include "platform/linux/picture.h"
 
+#include <algorithm>
+
 #include <vantro/platform/limits.h>
 
 #include "platform/linux/change_line.h"
@@ -41,24 +43,35 @@ Picture::Outcome Picture::apply(std::string_view change) {
         return Outcome::applied;
     }
 
-    /* What changes is made ready first, so that nothing can fail once the object is touched. */
-    const bool keeps = found != objects_.end() && head.result != KIVO_OBJECT_TRUNCATED;
-    Lines changed;
+    /* Of two lines of one attribute the later counts. */
+    lines_.clear();
     while (!change.empty()) {
         const std::string_view line = take_line(change);
         const AttributeLine attribute = parse_attribute_line(without_newline(line));
         if (attribute.name.empty()) {
             return Outcome::malformed;
         }
-        changed[std::string(attribute.name)] = attribute.is_set ? line : std::string_view();
+        lines_.push_back({attribute.name, attribute.is_set ? line : std::string_view()});
     }
+    std::sort(lines_.begin(), lines_.end(), [](const Line &one, const Line &other) {
+        const int order = one.name.compare(other.name);
+        return order != 0 ? order < 0 : one.name.data() < other.name.data();
+    });
+    const auto first =
+        std::unique(lines_.rbegin(), lines_.rend(), [](const Line &one, const Line &other) {
+            return one.name == other.name;
+        }).base();
+    lines_.erase(lines_.begin(), first);
+
+    const bool keeps = found != objects_.end() && head.result != KIVO_OBJECT_TRUNCATED;
     size_t bytes = keeps ? bytes_before : object_start.size() + head.name.size() + 1;
-    for (const auto &[name, line] : changed) {
-        bytes += line.size();
+    for (Line &line : lines_) {
+        line.is_new = true;
         if (keeps) {
-            const auto replaced = found->second.lines.find(name);
-            bytes -= replaced == found->second.lines.end() ? 0 : replaced->second.size();
+            line.place = found->second.lines.find(line.name);
+            line.is_new = line.place == found->second.lines.end();
         }
+        bytes += line.text.size() - (line.is_new ? 0 : line.place->second.size());
     }
     if (bytes > OBJECT_CHANGE_MAX) {
         return Outcome::object_too_long;
@@ -67,23 +80,27 @@ Picture::Outcome Picture::apply(std::string_view change) {
         return Outcome::all_too_long;
     }
 
+    /* All memory first, so that nothing can fail once the object is touched. */
+    Lines added;
+    for (const Line &line : lines_) {
+        if (!line.is_new) {
+            line.place->second.reserve(line.text.size());
+        } else if (!line.text.empty()) {
+            added.emplace_hint(added.end(), line.name, line.text);
+        }
+    }
     Object &object = found == objects_.end() ? objects_[std::string(head.name)] : found->second;
     if (!keeps) {
         object.lines.clear();
     }
-    while (!changed.empty()) {
-        Lines::node_type node = changed.extract(changed.begin());
-        const bool deleted = node.mapped().empty();
-        const auto place = object.lines.find(node.key());
-        if (place != object.lines.end()) {
-            place->second.swap(node.mapped());
-            if (deleted) {
-                object.lines.erase(place);
-            }
-        } else if (!deleted) {
-            object.lines.insert(std::move(node));
+    for (const Line &line : lines_) {
+        if (!line.is_new && line.text.empty()) {
+            object.lines.erase(line.place);
+        } else if (!line.is_new) {
+            line.place->second = line.text;
         }
     }
+    object.lines.merge(added);
     object.bytes = bytes;
     bytes_ += bytes - bytes_before;
     return Outcome::applied;

@@ -46,10 +46,19 @@ class Picture {
     };
     using Objects = std::map<std::string, Object, std::less<>>;
 
+    /** A line of the change in hand, and what it replaces. */
+    struct Line {
+        std::string_view name;
+        std::string_view text; /* empty when the attribute is deleted */
+        Lines::iterator place = {};
+        bool is_new = false;
+    };
+
     static void append(std::string &text, const Objects::value_type &object);
 
     Objects objects_;
     size_t bytes_ = 0;
+    std::vector<Line> lines_; /* kept for its memory: a change of known attributes costs no heap */
 };
 
 } // namespace vantro::platform
