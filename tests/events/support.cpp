@@ -1,6 +1,7 @@
 #include "tests/events/support.h"
 
 #include <sstream>
+#include <thread>
 
 #include "records/fields.h"
 
@@ -8,9 +9,34 @@ namespace vantro::events {
 
 namespace {
 
-std::string directory;
-MsgServer *server;
-std::thread loop;
+// One for all tests, from the first that needs it to the end of the program.
+class Service {
+  public:
+    Service() {
+        EXPECT_NE(mkdtemp(directory_.data()), nullptr);
+        setenv("XDG_RUNTIME_DIR", directory_.c_str(), 1);
+        server = msgserver_create(4096, 1, MSGSERVER_FLAG_PATH);
+        const auto agree = [](MsgOsb *open, MsgContext *context, MsgService *) -> std::int32_t {
+            const std::int32_t granted = 0;
+            return callout_reply(open, context, 0, &granted, sizeof granted);
+        };
+        EXPECT_GE(
+            msgserver_add(server, "vantro.sys", nullptr, nullptr, 256, agree, nullptr, nullptr), 0);
+        loop_ = std::thread(msgserver_thread_loop, server);
+    }
+    ~Service() {
+        __atomic_store_n(&server->stop, 1, __ATOMIC_SEQ_CST);
+        pulse_send(connect_attach(0, 0, server->channel, 0, 0), 10, 0, 0);
+        loop_.join();
+        std::filesystem::remove_all(directory_);
+    }
+
+  private:
+    inline static MsgServer *server; // Servers last as long as their process.
+    std::string directory_ =
+        (std::filesystem::temp_directory_path() / "vantro-events-XXXXXX").string();
+    std::thread loop_;
+};
 
 std::string quoted(const char *text) {
     return text ? "'" + std::string(text) + "'" : "-";
@@ -73,30 +99,8 @@ std::string told(const VantroEvent *event) {
     return out.str();
 }
 
-void Events::SetUpTestSuite() {
-    directory = (std::filesystem::temp_directory_path() / "vantro-events-XXXXXX").string();
-    ASSERT_NE(mkdtemp(directory.data()), nullptr);
-    setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
-    ASSERT_TRUE(server = msgserver_create(4096, 1, MSGSERVER_FLAG_PATH));
-    const auto agree = [](MsgOsb *open, MsgContext *context, MsgService *) -> std::int32_t {
-        const std::int32_t granted = 0;
-        return callout_reply(open, context, 0, &granted, sizeof granted);
-    };
-    ASSERT_GE(msgserver_add(server, "vantro.sys", nullptr, nullptr, 256, agree, nullptr, nullptr),
-              0);
-    loop = std::thread(msgserver_thread_loop, server);
-}
-
-void Events::TearDownTestSuite() {
-    __atomic_store_n(&server->stop, 1, __ATOMIC_SEQ_CST);
-    const int wake = connect_attach(0, 0, server->channel, 0, 0);
-    pulse_send(wake, 10, 0, 0);
-    loop.join();
-    connect_detach(wake);
-    std::filesystem::remove_all(directory);
-}
-
 void Events::SetUp() {
+    static const Service service;
     system_log_set_sink(record_line, this);
     ASSERT_TRUE(handle = vantro_connect());
     ASSERT_EQ(vantro_open(handle, "main"), 0);

@@ -8,7 +8,6 @@
 #include <iterator>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -54,8 +53,6 @@ std::string told(const mosk_dict *dict);
 
 class Events : public testing::Test {
   protected:
-    static void SetUpTestSuite();
-    static void TearDownTestSuite();
     void SetUp() override;
     void TearDown() override;
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <thread>
 
 #include "tests/events/support.h"
 #include "tests/tools/process.h"
