@@ -121,9 +121,21 @@ void write_bytes(kivo_writer &writer, std::string_view bytes) {
     writer.length += bytes.size();
 }
 
+/* What may have to be escaped; the rest of a text is passed over at the speed of this look-up. */
+constexpr std::array<bool, 256> may_need_escape = [] {
+    std::array<bool, 256> table = {};
+    for (const char c : {'\\', '\n', '\r', '\t', ':', '@', '+', '-', '#'}) {
+        table[static_cast<unsigned char>(c)] = true;
+    }
+    return table;
+}();
+
 void write_escaped(kivo_writer &writer, std::string_view text, Escapes kind) {
     size_t plain = 0; /* where the bytes not yet written begin */
     for (size_t i = 0; i < text.size(); ++i) {
+        if (!may_need_escape[static_cast<unsigned char>(text[i])]) {
+            continue;
+        }
         char escape[2] = {'\\', text[i]};
         if (text[i] == '\n') {
             escape[1] = 'n';
@@ -181,6 +193,9 @@ ObjectLine parse_object_line(std::string_view line) {
 AttributeLine parse_attribute_line(std::string_view line) {
     if (line.starts_with('-')) {
         return {false, line.substr(1), {}, {}};
+    }
+    if (line.empty() || sigils.find(line[0]) != sigils.npos) {
+        return {};
     }
     size_t colon = 0;
     while (colon < line.size() && line[colon] != ':') {

@@ -105,7 +105,7 @@ bool may_be_published(const char *object) {
 
 int object_publisher::publish(std::string_view change) {
     /* The snapshot tells what was before the change, and so comes before it. */
-    if (ring.snapshot_due(change.size())) {
+    if (ring.snapshot_due(picture.bytes(), change.size())) {
         std::string snapshot;
         snapshot.reserve(picture.bytes());
         picture.append_all(snapshot);

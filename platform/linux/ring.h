@@ -13,7 +13,7 @@
  *    overwritten. A reader copies first, then looks at `reserved`: what it copied is good when its
  *    position had not been reserved again.
  *  - `snapshot` is the position of a snapshot record that is not overwritten before there is
- *    another: one is due `snapshot_distance` behind the last, and that much, a snapshot and a
+ *    another: one is due `snapshot_distance_max` behind the last at most, and that much, a snapshot and a
  *    record fit the ring together. It tells the objects as all records before it left them.
  *
  * Every word of the text is stored and loaded atomically, if without order: a reader may copy bytes
@@ -22,6 +22,7 @@
 #ifndef VANTRO_PLATFORM_LINUX_RING_H
 #define VANTRO_PLATFORM_LINUX_RING_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -34,7 +35,13 @@
 namespace vantro::platform {
 
 constexpr size_t ring_capacity = 1024 * 1024;
-constexpr size_t snapshot_distance = ring_capacity / 2;
+/*
+ * A snapshot comes when so many times its bytes were appended since the last: publishing costs an
+ * eighth more at most, and whoever starts from it has little to catch up.
+ */
+constexpr size_t snapshot_share = 8;
+constexpr size_t snapshot_distance_min = 16 * 1024;
+constexpr size_t snapshot_distance_max = ring_capacity / 2;
 
 /** The head of the file. Positions and flags are accessed atomically only. */
 struct RingHeader {
@@ -75,7 +82,7 @@ constexpr size_t record_bytes(size_t length) {
 constexpr size_t record_length_max(RecordKind kind) {
     return kind == RecordKind::snapshot ? OBJECT_TOTAL_MAX : OBJECT_CHANGE_MAX;
 }
-static_assert(snapshot_distance + record_bytes(OBJECT_TOTAL_MAX) +
+static_assert(snapshot_distance_max + record_bytes(OBJECT_TOTAL_MAX) +
                   record_bytes(OBJECT_CHANGE_MAX) <=
               ring_capacity - ring_capacity / 8);
 
@@ -88,9 +95,11 @@ class RingWriter {
      */
     bool create(int file);
 
-    /** Whether a snapshot must come before a change of that length. */
-    bool snapshot_due(size_t length) const {
-        return tail_ + record_bytes(length) - snapshot_ > snapshot_distance;
+    /** Whether a snapshot, of that many bytes, must come before a change of that length. */
+    bool snapshot_due(size_t snapshot_bytes, size_t length) const {
+        const size_t distance = std::clamp(snapshot_share * snapshot_bytes, snapshot_distance_min,
+                                           snapshot_distance_max);
+        return tail_ + record_bytes(length) - snapshot_ > distance;
     }
     void append(RecordKind kind, std::string_view text);
     void retire();

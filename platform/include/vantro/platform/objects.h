@@ -9,8 +9,8 @@
  * What every publisher can rely on
  *  - A change is whole or absent, for every reader, also when the process dies in the middle of it.
  *  - Publishing never waits for a reader, and costs the same whatever the number of readers that
- *    are open and do not wait: copies of the text, and one system call that wakes those who do. About
- *    every 512 KiB published a full picture of all objects is written besides.
+ *    are open and do not wait: copies of the text, and one system call that wakes those who do. A full
+ *    picture of all objects is written besides whenever eight times as much was published.
  *  - A call that fails has published nothing and changed nothing.
  *  - Any thread may call; the calls on one publisher are taken one after the other.
  *

@@ -1,0 +1,87 @@
+// Bytes where a change text should be: the parser ends, stays inside the text, leaves a line that it
+// cannot parse as it was, and what it finds is written again as a text that says the same.
+//
+// An input is the text; what follows its first NUL is not looked at.
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <vantro/platform/change.h>
+
+#include "platform/linux/picture.h"
+
+namespace {
+
+void require(bool holds) {
+    if (!holds)
+        __builtin_trap();
+}
+
+/** Everything that a text says, one entry a line; and the text written anew. */
+struct Reading {
+    std::vector<std::string> lines;
+    std::string written;
+    int last = 0;
+
+    explicit Reading(std::string text) {
+        const std::string before = text;
+        std::vector<char> memory(8 * text.size() + 64);
+        struct kivo_writer writer;
+        kivo_writer_init(&writer, memory.data(), memory.size());
+        struct kivo_record record = {};
+        for (char *cursor = text.data();;) {
+            const char *const line = cursor;
+            last = kivoparse(&cursor, nullptr, nullptr, &record, 0);
+            const auto at = static_cast<std::size_t>(line - text.data());
+            require(cursor >= line && cursor <= text.data() + text.size());
+            if (last <= KIVO_END) {
+                require(cursor == line && std::strcmp(line, before.c_str() + at) == 0);
+                break;
+            }
+            require(cursor > line &&
+                    before[static_cast<std::size_t>(cursor - text.data()) - 1] == '\n');
+            std::string said = std::to_string(last) + "|";
+            if (last == KIVO_ATTRIBUTE) {
+                kivo_write_attribute(&writer, record.attribute, record.encoding, record.value);
+                said += std::string(record.attribute) + "|" + std::to_string(record.encoding) +
+                        "|" + record.value;
+            } else if (last == KIVO_ATTRIBUTE_DELETED) {
+                kivo_write_attribute_deleted(&writer, record.attribute);
+                said += record.attribute;
+            } else {
+                kivo_write_object(&writer, static_cast<kivo_result>(last), record.object);
+                said += record.object;
+            }
+            lines.push_back(std::move(said));
+        }
+        const ssize_t length = kivo_writer_finish(&writer);
+        require(length >= 0);
+        written.assign(memory.data(), static_cast<std::size_t>(length));
+    }
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t length) {
+    const std::string text(reinterpret_cast<const char *>(data), length);
+    const Reading first(text.c_str());
+    const Reading second(first.written);
+    require(second.last == KIVO_END && second.lines == first.lines);
+    require(Reading(second.written).written == second.written);
+
+    /* The same bytes in a ring that a stranger wrote. */
+    vantro::platform::Picture picture;
+    picture.load(text);
+    std::string snapshot;
+    picture.append_all(snapshot);
+    require(snapshot.size() == picture.bytes());
+    picture.apply(text);
+    snapshot.clear();
+    picture.append_all(snapshot);
+    require(snapshot.size() == picture.bytes());
+    vantro::platform::Picture again;
+    require(again.load(snapshot) && again.bytes() == picture.bytes());
+    return 0;
+}
