@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "bench/copy.h"
 #include "bench/process.h"
 #include "bench/run.h"
 
@@ -20,15 +21,18 @@ const std::vector<std::string> &row_names() {
         std::vector<std::string> all{"floor", "putget_small", "putget_64k", "putget_1m"};
         for (int threads = 1; threads <= 8; ++threads)
             all.push_back(fmt::format("putget_threads_{}", threads));
-        for (const char *name : {"putget_clients_1", "putget_clients_1000", "play",
-                                 "pack_nodes_10k", "unpack_nodes_10k", "service_memory_per_client"})
+        for (const char *name :
+             {"putget_clients_1", "putget_clients_1000", "play", "pack_nodes_10k",
+              "unpack_nodes_10k", "service_memory_per_client", "scan_files", "service_memory_100k",
+              "list_10k", "list_10k_copy", "browse_page_100k", "search_prefix_100k",
+              "second_start_first_browse"})
             all.emplace_back(name);
         return all;
     }();
     return names;
 }
 
-/** "floor:SOCKET" or "putget:THREADS:INSTANCE". */
+/** "floor:SOCKET", "copy:SOCKET:BYTES" or "putget:THREADS:INSTANCE". */
 int serve(const std::string &what) {
     raise_descriptor_limit();
     const size_t first = what.find(':');
@@ -37,6 +41,8 @@ int serve(const std::string &what) {
     const int number = first == std::string::npos ? 0 : std::atoi(what.c_str() + first + 1);
     if (kind == "floor")
         return serve_floor(number);
+    if (kind == "copy" && second != std::string::npos)
+        return serve_copy(number, std::strtoul(what.c_str() + second + 1, nullptr, 10));
     if (kind == "putget" && number > 0 && second != std::string::npos)
         return serve_putget(number, what.c_str() + second + 1);
     return 2;
@@ -49,6 +55,7 @@ int measure(Run &run, const std::string &json) {
     play_row(run);
     record_rows(run);
     memory_row(run);
+    catalogue_rows(run);
     print_table(run.rows);
     if (!json.empty() && !write_json(run.rows, json))
         fail_errno(json);
@@ -66,12 +73,13 @@ int main(int argc, char **argv) try {
 
     CLI::App app{"Measures exchanges beside the machine's own floor: a ping-pong of the same size "
                  "between two processes that block. Needs nothing prepared."};
-    app.footer(fmt::format("Times are microseconds an exchange. floor_ratio divides a row's median "
-                           "by that of the floor\nmeasured in turns with it. Each side of an "
-                           "exchange has a processor of its own, "
-                           "in the floor as in\nthe rows; only putget_threads_N and its floor run "
-                           "wherever the scheduler puts them.\n\nRows:\n  {}",
-                           fmt::join(row_names(), "\n  ")));
+    app.footer(
+        fmt::format("Times in us are those of an exchange. floor_ratio divides a row's median "
+                    "by that of the floor\nmeasured in turns with it. Each side of an "
+                    "exchange has a processor of its own, "
+                    "in the floor as in\nthe rows; only putget_threads_N and its floor run "
+                    "wherever the scheduler puts them.\n\nRows:\n  {}",
+                    fmt::join(row_names(), "\n  ")));
     const CLI::Validator known(
         [](const std::string &name) {
             const std::vector<std::string> &names = row_names();
@@ -87,6 +95,11 @@ int main(int argc, char **argv) try {
     app.add_option("--iterations", run.iterations, "Exchanges of each row and thread")
         ->type_name("N")
         ->check(CLI::Range(size_t{1}, size_t{100000000}));
+    app.add_option("--tracks", run.tracks,
+                   "Songs of the collection that is made for the rows about the catalogue")
+        ->type_name("N")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1000000));
     app.add_option("--json", json, "Write the rows to this file too")->type_name("FILE");
     app.add_flag("--block", block,
                  "Forbid looking again before sleeping (today both sides always sleep at once)");

@@ -16,26 +16,34 @@ namespace {
 constexpr int client_count = 1000;
 constexpr const char *row_name = "service_memory_per_client";
 
-/** Proportional set size of a process. */
-double pss_bytes(pid_t pid) {
-    const std::string path = fmt::format("/proc/{}/smaps_rollup", pid);
+/** A line "KEY: N kB" of a file about a process. */
+double bytes_of(pid_t pid, const char *file_name, const std::string &wanted) {
+    const std::string path = fmt::format("/proc/{}/{}", pid, file_name);
     std::ifstream file(path);
     for (std::string line; std::getline(file, line);) {
         std::istringstream words(line);
         std::string key;
         double kib = 0;
-        if (words >> key >> kib && key == "Pss:")
+        if (words >> key >> kib && key == wanted)
             return kib * 1024;
     }
-    fail("no Pss in " + path);
+    fail(fmt::format("no {} in {}", wanted, path));
 }
 
 } // namespace
 
+double pss_bytes(pid_t pid) {
+    return bytes_of(pid, "smaps_rollup", "Pss:");
+}
+
+double most_resident_bytes(pid_t pid) {
+    return bytes_of(pid, "status", "VmHWM:");
+}
+
 void memory_row(Run &run) {
     if (!run.wants(row_name))
         return;
-    const Service service(run.directory);
+    const SilentService service(run.directory);
     const double before = pss_bytes(service.pid());
     std::vector<Player> players;
     for (int i = 0; i < client_count; ++i)

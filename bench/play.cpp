@@ -43,16 +43,24 @@ void write_silence(const std::filesystem::path &path) {
         fail("cannot write " + path.string());
 }
 
-} // namespace
-
-Service::Service(const std::string &directory) {
+std::string music_with_silence(const std::string &directory) {
     const std::filesystem::path music = std::filesystem::path(directory) / "music";
     std::filesystem::create_directory(music);
     write_silence(music / "silence.wav");
-    child_ = std::make_unique<Child>(std::vector<std::string>{
-        program_beside("vantrod"), "--music", music.string(), "--player", player_name, "--threads",
-        std::to_string(threads), "--state", directory + "/state"});
-    child_->wait_for_line("vantrod: scanned");
+    return music.string();
+}
+
+} // namespace
+
+Service::Service(const std::string &music, const std::string &state)
+    : child_({program_beside("vantrod"), "--music", music, "--player", player_name, "--threads",
+              std::to_string(threads), "--state", state}) {
+    child_.wait_for_line("vantrod: ready");
+}
+
+SilentService::SilentService(const std::string &directory)
+    : Service(music_with_silence(directory), directory + "/state") {
+    wait_until_scanned();
 }
 
 Player open_player() {
@@ -66,7 +74,7 @@ void play_row(Run &run) {
     if (!run.wants("play"))
         return;
     const Apart apart;
-    const Service service(run.directory);
+    const SilentService service(run.directory);
     const Player player = open_player();
     const auto play = [&] {
         if (vantro_play(player.get()) != 0)

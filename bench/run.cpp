@@ -1,6 +1,9 @@
 #include "bench/run.h"
 
 #include <algorithm>
+#include <utility>
+
+#include <fmt/format.h>
 
 namespace vantro::bench {
 
@@ -31,6 +34,12 @@ void Run::add(const std::string &name, const Samples &samples, std::optional<dou
     if (floor_median)
         row.floor_ratio = row.median / *floor_median;
     rows.push_back(row);
+}
+
+void Run::add(Row row, int tracks_there, const std::string &remark) {
+    row.tracks = tracks_there;
+    row.note = fmt::format("{} tracks; {}", tracks_there, remark);
+    rows.push_back(std::move(row));
 }
 
 } // namespace vantro::bench

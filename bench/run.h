@@ -26,6 +26,7 @@ class Run {
   public:
     std::vector<std::string> only; /**< Rows wanted; empty: all. */
     size_t iterations = 0;         /**< Of every row; 0: each row's own. */
+    int tracks = 100000;           /**< Of the large collection. */
     std::string directory;         /**< Private, removed after the run. */
     std::vector<Row> rows;
 
@@ -43,6 +44,9 @@ class Run {
 
     void add(const std::string &name, const Samples &samples, std::optional<double> floor_median,
              int server_threads);
+
+    /** Adds a row about the large collection. */
+    void add(Row row, int tracks_there, const std::string &remark);
 };
 
 // Each adds those of its rows that the run wants.
@@ -50,6 +54,7 @@ void putget_rows(Run &run);
 void play_row(Run &run);
 void record_rows(Run &run);
 void memory_row(Run &run);
+void catalogue_rows(Run &run);
 
 /** The bench's own service, in a process of its own: answers until it is ended. */
 int serve_putget(int threads, const char *instance);

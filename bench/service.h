@@ -1,4 +1,4 @@
-// A vantrod of this run's own, with one silent track to play.
+// A vantrod of this run's own.
 #ifndef VANTRO_BENCH_SERVICE_H
 #define VANTRO_BENCH_SERVICE_H
 
@@ -13,16 +13,34 @@ namespace vantro::bench {
 
 class Service {
   public:
-    /** @param directory where its music is put. */
-    explicit Service(const std::string &directory);
+    /**
+     * Starts it, and returns when it answers.
+     * @param state made where it is missing. Of two services with the same one, the first has ended.
+     */
+    Service(const std::string &music, const std::string &state);
 
-    pid_t pid() const { return child_->pid(); }
+    void wait_until_scanned() { child_.wait_for_line("vantrod: scanned"); }
+
+    pid_t pid() const { return child_.pid(); }
 
     static constexpr int threads = 2;
 
   private:
-    std::unique_ptr<Child> child_;
+    Child child_;
 };
+
+/** A vantrod with one silent track to play, which it has seen. */
+class SilentService : public Service {
+  public:
+    /** @param directory where the track and the catalogue are put. */
+    explicit SilentService(const std::string &directory);
+};
+
+/** Proportional set size of a process. */
+double pss_bytes(pid_t pid);
+
+/** The most that a process has ever had in memory, shared pages counted whole. */
+double most_resident_bytes(pid_t pid);
 
 struct Disconnect {
     void operator()(VantroHandle *handle) const { vantro_disconnect(handle); }

@@ -9,13 +9,13 @@
 namespace vantro::bench {
 
 void print_table(const std::vector<Row> &rows) {
-    fmt::print("{:<26} {:>6} {:>12} {:>12} {:>12} {:>15}\n", "name", "unit", "median", "p99",
-               "floor_ratio", "server_threads");
+    fmt::print("{:<26} {:>6} {:>12} {:>12} {:>12} {:>15}  {}\n", "name", "unit", "median", "p99",
+               "floor_ratio", "server_threads", "note");
     for (const Row &row : rows) {
-        fmt::print("{:<26} {:>6} {:>12.2f} {:>12.2f} {:>12} {:>15}\n", row.name, row.unit,
+        fmt::print("{:<26} {:>6} {:>12.2f} {:>12.2f} {:>12} {:>15}  {}\n", row.name, row.unit,
                    row.median, row.p99,
                    row.floor_ratio ? fmt::format("{:.3f}", *row.floor_ratio) : "-",
-                   row.server_threads ? fmt::to_string(row.server_threads) : "-");
+                   row.server_threads ? fmt::to_string(row.server_threads) : "-", row.note);
     }
     std::fflush(stdout);
 }
@@ -42,6 +42,22 @@ bool write_json(const std::vector<Row> &rows, const std::string &path) {
             json.Null();
         json.Key("server_threads");
         json.Int(row.server_threads);
+        if (row.tracks) {
+            json.Key("tracks");
+            json.Int(row.tracks);
+        }
+        if (row.copy_ratio) {
+            json.Key("copy_ratio");
+            json.Double(*row.copy_ratio);
+        }
+        if (row.query) {
+            json.Key("query");
+            json.Double(*row.query);
+        }
+        if (row.unpack) {
+            json.Key("unpack");
+            json.Double(*row.unpack);
+        }
         json.EndObject();
     }
     json.EndArray();

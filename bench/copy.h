@@ -1,0 +1,37 @@
+// What it costs to bring the bytes of a listing from one process to another, with nothing around it.
+#ifndef VANTRO_BENCH_COPY_H
+#define VANTRO_BENCH_COPY_H
+
+#include <memory>
+#include <vector>
+
+#include "bench/measure.h"
+#include "bench/process.h"
+
+namespace vantro::bench {
+
+/** A request of 44 bytes there and so many back over a SOCK_STREAM pair, with a process. */
+class Copy {
+  public:
+    explicit Copy(size_t bytes);
+    ~Copy();
+    Copy(const Copy &) = delete;
+    Copy &operator=(const Copy &) = delete;
+
+    /** A batch of exchanges; borrows this object. */
+    Batch batch();
+
+  private:
+    void exchange();
+
+    std::vector<char> bytes_;
+    int socket_ = -1;
+    std::unique_ptr<Child> peer_;
+};
+
+/** The other side, in a process of its own: answers on a socket until that ends. */
+int serve_copy(int socket, size_t bytes);
+
+} // namespace vantro::bench
+
+#endif
