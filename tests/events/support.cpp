@@ -39,7 +39,7 @@ class Service {
 };
 
 std::string quoted(const char *text) {
-    return text ? "'" + std::string(text) + "'" : "-";
+    return text ? std::string("'").append(text).append("'") : "-";
 }
 
 template <class Record>
@@ -63,8 +63,8 @@ std::string told(const mosk_dict *dict) {
     std::string text;
     const char *key, *value;
     for (std::size_t i = 0; mosk_dict_entry(dict, i, &key, &value) == 0; i++)
-        text += std::string(i == 0 ? "" : ",") + key + "=" + value;
-    return dict ? "{" + text + "}" : "-";
+        text.append(i == 0 ? "{" : ",").append(key).append("=").append(value);
+    return !dict ? "-" : text.empty() ? "{}" : text + "}";
 }
 
 std::string told(const VantroEvent *event) {
