@@ -31,10 +31,7 @@ class Mapping {
     ~Mapping() { reset(); }
 
     char *data() const { return static_cast<char *>(data_); }
-    size_t bytes() const { return bytes_; }
     explicit operator bool() const { return data_ != nullptr; }
-    /** Where it is gone already: what lies there now is somebody else's. */
-    void forget() { data_ = nullptr; }
     void reset() {
         if (void *const data = std::exchange(data_, nullptr)) {
             ::munmap(data, bytes_);

@@ -19,8 +19,6 @@ bool RingWriter::create(int file) {
     if (!mapping_) {
         return false;
     }
-    /* A child must not keep the file, and with it the lock that says that its publisher lives. */
-    ::madvise(mapping_.data(), mapping_.bytes(), MADV_DONTFORK);
     header()->magic = ring_magic;
     header()->version = ring_version;
     header()->capacity = ring_capacity;

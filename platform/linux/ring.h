@@ -103,8 +103,11 @@ class RingWriter {
     }
     void append(RecordKind kind, std::string_view text);
     void retire();
-    /** In a child of fork, which does not inherit the mapping. */
-    void abandon_in_child() { mapping_.forget(); }
+    /**
+     * In a child of fork: a mapping keeps the file open, and with it the lock that says that the
+     * publisher lives.
+     */
+    void abandon_in_child() { mapping_.reset(); }
     /** Wakes those who watch the file. */
     static void ring_bell(int file);
 

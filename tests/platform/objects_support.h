@@ -17,6 +17,21 @@ namespace vantro::test {
 inline constexpr const char *kitchen = "/kivo/services/vantro/kitchen";
 inline constexpr int wake_signal = 57;
 
+/** Rounds of a long test. Under a sanitizer or an emulator each takes ten times as long. */
+constexpr int rounds(int plain) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)
+    return plain / 10;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+    return plain / 10;
+#else
+    return plain;
+#endif
+#else
+    return plain;
+#endif
+}
+
 struct ClosePublisher {
     void operator()(object_publisher *publisher) const { object_publisher_close(publisher); }
 };

@@ -328,7 +328,7 @@ TEST(Notification, OpenWaitAndCloseLeaveNothingBehind) {
     sigset_t mask_before = {}, mask = {};
     pthread_sigmask(SIG_SETMASK, nullptr, &mask_before);
     int descriptors = 0;
-    for (int round = 0; round < 100000; ++round) {
+    for (int round = 0; round < rounds(100000); ++round) {
         const WakeSignals signals;
         Reader reader;
         reader.read();

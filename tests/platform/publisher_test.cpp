@@ -55,7 +55,7 @@ TEST(Publisher, KilledAnywhereLeavesWholeEventsInOrder) {
     std::mt19937 random(11);
     std::unique_ptr<Reader> left_behind;
     int start_overs = 0;
-    for (int round = 0; round < 1000 && !testing::Test::HasFailure(); ++round) {
+    for (int round = 0; round < rounds(1000) && !testing::Test::HasFailure(); ++round) {
         const pid_t child = in_child([&] {
             const Publisher publisher = publish_in();
             const uint64_t first = shared->published + 1;
