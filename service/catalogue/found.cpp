@@ -43,7 +43,6 @@ std::string title_of_file(std::string_view file) {
 
 void complete(FoundSong &found) {
     const Tags &tags = found.song.tags;
-    found.key = key_of(kind_song, path_below(found.where.folder, found.where.file));
     found.title = tags.get(VANTRO_KEY_TITLE);
     if (found.title.empty())
         found.title = title_of_file(found.where.file);

@@ -33,7 +33,6 @@ struct FoundSong {
     FileName where;
     SongFile song;
     std::optional<Artwork> artwork;
-    int64_t key = 0;
     std::string title;
     std::string sort;  // of the title
     int64_t place = 0; // disc and track

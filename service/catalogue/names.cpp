@@ -131,8 +131,14 @@ std::string digest(std::string_view bytes) {
 }
 
 std::string node_id(char kind, int64_t key) {
-    return kind == kind_year ? fmt::format("{}{}", kind, key)
-                             : fmt::format("{}{:016x}", kind, static_cast<uint64_t>(key));
+    if (kind == kind_year)
+        return fmt::format("{}{}", kind, key);
+    // A long list is made of these, so no format is read each time.
+    std::string id(17, kind);
+    auto rest = static_cast<uint64_t>(key);
+    for (std::size_t at = 16; at > 0; --at, rest >>= 4)
+        id[at] = "0123456789abcdef"[rest & 15];
+    return id;
 }
 
 std::optional<NodeRef> parse_node_id(std::string_view id) {

@@ -54,6 +54,7 @@ class Scan {
     // The directory cannot be read, and why. What is known of it stays.
     bool gone() const { return gone_; }
     const std::string &why_gone() const { return why_gone_; }
+    bool changed() const { return changed_; } // what readers see
     const ScanProgress &counts() const { return counts_; }
 
   private:

@@ -27,8 +27,10 @@ constexpr auto rebuild_pause = std::chrono::minutes(1);
 Scanning::Scanning(const StoreOptions &options,
                    std::vector<std::unique_ptr<MusicDirectory>> &sources,
                    const ArtworkFolder &artwork,
-                   std::function<std::unique_ptr<Database>(bool damaged)> reopen)
-    : options_(options), sources_(sources), artwork_(artwork), reopen_(std::move(reopen)) {}
+                   std::function<std::unique_ptr<Database>(bool damaged)> reopen,
+                   std::function<void(int32_t source)> prepare)
+    : options_(options), sources_(sources), artwork_(artwork), reopen_(std::move(reopen)),
+      prepare_(std::move(prepare)) {}
 
 void Scanning::start() {
     const std::lock_guard<std::mutex> guard(starting_);
@@ -49,7 +51,9 @@ void Scanning::rescan() {
     watcher_.wake();
 }
 
-void Scanning::found_damage() {
+void Scanning::found_damage(int rebuilds) {
+    if (rebuilds != rebuilds_)
+        return; // it has been dealt with
     damaged_ = true;
     watcher_.wake();
 }
@@ -60,6 +64,8 @@ void Scanning::run() {
                            ? options_.scan_threads
                            : static_cast<int>(std::thread::hardware_concurrency());
     workers_ = std::make_unique<Workers>(std::max(wanted, 1), artwork_);
+    for (const auto &source : sources_)
+        prepare_(source->id);
     everything_ = true;
     steady_clock::time_point last;
     while (!stop_) {
@@ -70,6 +76,8 @@ void Scanning::run() {
                 writer_.reset();
                 database_.reset();
                 database_ = reopen_(true);
+                ++rebuilds_;
+                damaged_ = false; // readers of the old file may have said so again
             });
             everything_ = true;
         }
@@ -208,6 +216,8 @@ bool Scanning::scan_source(MusicDirectory &source, const std::vector<std::string
             set_status(source, VANTRO_SOURCE_UNAVAILABLE);
             return;
         }
+        if (scan.changed())
+            prepare_(source.id);
         set_status(source, VANTRO_SOURCE_READY);
         if (complete && whole)
             report(source, scan, steady_clock::now() - began);

@@ -31,17 +31,21 @@ struct MusicDirectory {
 class Scanning {
   public:
     // Borrows the sources and the covers. `reopen` gives the catalogue's file for writing; called
-    // with true when the one before turned out to be damaged.
+    // with true when the one before turned out to be damaged. `prepare` is called where a source has
+    // changed and comes to rest.
     Scanning(const StoreOptions &options, std::vector<std::unique_ptr<MusicDirectory>> &sources,
              const ArtworkFolder &artwork,
-             std::function<std::unique_ptr<Database>(bool damaged)> reopen);
+             std::function<std::unique_ptr<Database>(bool damaged)> reopen,
+             std::function<void(int32_t source)> prepare);
     ~Scanning() { stop(); }
 
     void start();
     void stop();
     void rescan();
-    // A reader found the file damaged.
-    void found_damage();
+    // How often the file was made anew.
+    int rebuilds() const { return rebuilds_; }
+    // A reader found the file damaged that was in use after so many times.
+    void found_damage(int rebuilds);
 
   private:
     void run();
@@ -59,10 +63,12 @@ class Scanning {
     std::vector<std::unique_ptr<MusicDirectory>> &sources_;
     const ArtworkFolder &artwork_;
     const std::function<std::unique_ptr<Database>(bool)> reopen_;
+    const std::function<void(int32_t)> prepare_;
     Watcher watcher_;
     std::atomic<bool> stop_ = false;
     std::atomic<bool> everything_ = false;
     std::atomic<bool> damaged_ = false;
+    std::atomic<int> rebuilds_ = 0;
 
     std::mutex starting_; // guards thread_
     std::thread thread_;

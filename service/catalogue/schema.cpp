@@ -1,6 +1,6 @@
 #include "service/catalogue/schema.h"
 
-#include <ctime>
+#include <chrono>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -12,14 +12,17 @@ namespace {
 // Changed with every change of the tables or of what is in them.
 constexpr int version = 1;
 
+// Keeps the numbers short.
+constexpr int64_t past_us = 1'700'000'000'000'000;
+
 constexpr int writer_cache_kib = 16 * 1024;
 
 // `node` holds everything but songs. Its `identity` is what its key is a digest of: the path below
 // the source, or the folded names. `parent` is the folder that holds a folder, the artist of an
 // album. `place` of a song is its disc and track in one number.
 //
-// Numbers of songs start at the time the file was made, so that those of an earlier file, which a
-// track session may still hold, name nothing in this one.
+// Numbers of songs start at the time the file was made, in microseconds, so that those of an earlier
+// file, which a track session may still hold, name nothing in this one. No scan is faster than that.
 constexpr const char *tables = R"(
 CREATE TABLE source(
     id INTEGER PRIMARY KEY AUTOINCREMENT, path BLOB NOT NULL UNIQUE,
@@ -33,6 +36,9 @@ CREATE UNIQUE INDEX node_by_key ON node(source, kind, key);
 CREATE INDEX node_by_name ON node(source, kind, sort, key);
 CREATE INDEX node_by_parent ON node(parent, kind, sort, key);
 
+-- Keys that were wanted for two things.
+CREATE TABLE shared_key(key INTEGER PRIMARY KEY);
+
 CREATE TABLE song(
     id INTEGER PRIMARY KEY AUTOINCREMENT, source INTEGER NOT NULL, key INTEGER NOT NULL,
     folder INTEGER NOT NULL, album INTEGER NOT NULL, year INTEGER NOT NULL,
@@ -40,7 +46,7 @@ CREATE TABLE song(
     artwork INTEGER NOT NULL, modified INTEGER NOT NULL, size INTEGER NOT NULL,
     place INTEGER NOT NULL, name TEXT NOT NULL, file BLOB NOT NULL, sort BLOB NOT NULL);
 CREATE UNIQUE INDEX song_by_key ON song(source, key);
-CREATE INDEX song_by_name ON song(source, sort, key, duration);
+CREATE INDEX song_by_name ON song(source, sort, key, duration, name);
 CREATE INDEX song_by_folder ON song(folder, place, sort, key);
 CREATE INDEX song_by_album ON song(album, place, sort, key);
 CREATE INDEX song_by_year ON song(year) WHERE year != 0;
@@ -75,9 +81,6 @@ CREATE VIRTUAL TABLE song_words USING fts5(
 CREATE VIRTUAL TABLE node_words USING fts5(
     artist, album, genre, of_artist,
     prefix = '2', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
-
-INSERT INTO sqlite_sequence(name, seq)
-    VALUES('song', (CAST(strftime('%s') AS INTEGER) - 1700000000) * 65536);
 )";
 
 bool good(Database &database) {
@@ -85,6 +88,9 @@ bool good(Database &database) {
     if (found == 0 && database.number(0, "SELECT COUNT(*) FROM sqlite_schema") == 0) {
         Transaction whole(database);
         database.script(tables);
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        database.run("INSERT INTO sqlite_sequence(name, seq) VALUES('song', ?1)",
+                     std::chrono::duration_cast<std::chrono::microseconds>(now).count() - past_us);
         database.script(fmt::format("PRAGMA user_version = {}", version).c_str());
         whole.commit();
         return true;

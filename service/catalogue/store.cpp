@@ -43,8 +43,9 @@ class SqliteCatalogue : public Store {
         : options_(std::move(options)), state_(std::move(state)),
           file_(options_.state / "catalogue.db"), artwork_(options_.state / "artwork"),
           sessions_(options_.state / "session-numbers"), pool_(file_),
-          scanning_(options_, directories_, artwork_,
-                    [this](bool damaged) { return reopen(damaged); }) {}
+          scanning_(
+              options_, directories_, artwork_, [this](bool damaged) { return reopen(damaged); },
+              [this](int32_t source) { prepare(source); }) {}
     ~SqliteCatalogue() override { scanning_.stop(); }
 
     // Returns "" or what is wrong.
@@ -78,6 +79,7 @@ class SqliteCatalogue : public Store {
     const MusicDirectory *directory(int32_t source) const;
     Node song_node(View &view, SongId song) const;
     std::unique_ptr<Database> reopen(bool damaged);
+    void prepare(int32_t source);
     void log(int severity, const std::string &line) const {
         if (options_.log)
             options_.log(severity, line);
@@ -182,15 +184,23 @@ Node SqliteCatalogue::song_node(View &view, SongId song) const {
 
 template <typename Read>
 int SqliteCatalogue::guarded(const Read &read) {
+    const int rebuilds = scanning_.rebuilds();
     try {
         return pool_.read(read);
     } catch (const DatabaseError &error) {
         if (error.damaged())
-            scanning_.found_damage();
+            scanning_.found_damage(rebuilds);
         if (!said_broken_.exchange(true))
             log(LOG_SEVERITY_ERROR, fmt::format("the catalogue {}", error.what()));
         return EIO;
     }
+}
+
+void SqliteCatalogue::prepare(int32_t source) {
+    guarded([&](Database &database) {
+        View(database, lists_, source).prepare();
+        return 0;
+    });
 }
 
 template <typename Read>
@@ -224,7 +234,7 @@ int SqliteCatalogue::browse(int32_t source, std::string_view node, Range range,
                             std::vector<Node> &nodes) {
     return at_node(source, node, [&](Database &, View &view, Place place) {
         if (place.kind != 0 || place.id != 0) {
-            view.nodes(*view.entries(place), range, nodes);
+            view.browse(place, range, nodes);
             return 0;
         }
         std::vector<Node> menus = view.menus();

@@ -159,6 +159,12 @@ View::ListPointer View::by_album() {
     });
 }
 
+void View::prepare() {
+    for (const char kind : {char{kind_song}, char{kind_album}, char{kind_artist}})
+        all(kind);
+    by_album();
+}
+
 void View::take_artist(int64_t artist, std::vector<Entry> &entries) {
     for (const char kind : {char{kind_album}, char{kind_no_album}})
         take(database_.query("SELECT song.id FROM node JOIN song ON song.album = node.id"
@@ -345,6 +351,33 @@ Node View::node(Entry entry) {
         node.source = row.small(4);
     }
     return node;
+}
+
+// The whole of the list of songs lies in one index in its order, with all that a node needs.
+void View::songs_by_name(const List &list, Range range, std::vector<Node> &nodes) {
+    const auto [first, last] = bounds(range, list.entries.size());
+    if (first == last)
+        return;
+    Rows begin = database_.query("SELECT sort, key FROM song WHERE id = ?1", list.entries[first]);
+    if (!begin.next())
+        return;
+    const std::string sort(begin.text(0));
+    const int64_t key = begin.integer(1);
+    nodes.reserve(nodes.size() + (last - first));
+    Rows rows = database_.query("SELECT key, name FROM song WHERE source = ?1 AND sort >= ?2"
+                                " AND (sort > ?2 OR key >= ?3) ORDER BY sort, key LIMIT ?4",
+                                source_, Blob{sort}, key, last - first);
+    while (rows.next())
+        nodes.push_back({node_id(kind_song, rows.integer(0)), std::string(rows.text(1)),
+                         VANTRO_NODE_SONG, 0, source_, VANTRO_SOURCE_DIRECTORY});
+}
+
+void View::browse(Place place, Range range, std::vector<Node> &nodes) {
+    const ListPointer list = entries(place);
+    if (place.kind == kind_song && place.id == 0)
+        songs_by_name(*list, range, nodes);
+    else
+        this->nodes(*list, range, nodes);
 }
 
 void View::nodes(const List &list, Range range, std::vector<Node> &nodes) {

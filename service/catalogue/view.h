@@ -30,6 +30,8 @@ class View {
     View(Database &database, ListCache &cache, int32_t source);
 
     std::optional<Place> find(std::string_view node);
+    // Makes the lists that others are sorted by, so that no client waits for them.
+    void prepare();
 
     // What browsing a node gives. The root's entries are menus, which are no entries of lists.
     ListPointer entries(Place place);
@@ -42,6 +44,8 @@ class View {
     // Nothing for an unknown filter.
     std::optional<ListPointer> search(std::string_view filter, std::string_view term);
 
+    // Appends those entries of a node that are wanted. Not for the root.
+    void browse(Place place, Range range, std::vector<Node> &nodes);
     // Appends the nodes of those entries of the list that are wanted.
     void nodes(const List &list, Range range, std::vector<Node> &nodes);
     Node node(Entry entry); // with an empty id where there is none
@@ -56,6 +60,7 @@ class View {
     void take_artist(int64_t artist, std::vector<Entry> &entries);
     void take_search(const char *sql, const std::string &words, char kind,
                      std::vector<Entry> &entries);
+    void songs_by_name(const List &list, Range range, std::vector<Node> &nodes);
     ListPointer by_album();
 
     Database &database_;

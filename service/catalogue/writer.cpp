@@ -1,6 +1,7 @@
 #include "service/catalogue/writer.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -14,6 +15,9 @@ namespace {
 
 // Enough for the artists and albums that a scan meets again and again.
 constexpr std::size_t nodes_kept = 4096;
+
+// A key is looked for under so many salts where two things share one. More never do.
+constexpr int salts_max = 8;
 
 // What sorts directly before and behind everything that lies below `folder`.
 std::pair<std::string, std::string> below(std::string_view folder) {
@@ -46,18 +50,44 @@ int32_t Writer::source_at(std::string_view path) {
 
 // ------------------------------------------------------------------------------------- nodes
 
-int64_t Writer::find_node(int32_t source, char kind, std::string_view identity) {
-    // A key that something else has is passed over, as it was when the node was made.
-    for (int salt = 0;; ++salt) {
-        const int64_t key = key_of(kind, identity, salt);
+int64_t Writer::find_node(int32_t source, char kind, std::string_view identity, int64_t &key) {
+    return find_by_key(kind, identity, key, [&](int64_t each) {
         Rows row = database_.query(
             "SELECT id, identity FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3", source,
-            kind, key);
+            kind, each);
         if (!row.next())
-            return 0;
-        if (row.text(1) == identity)
-            return row.integer(0);
+            return Match{0, false};
+        return Match{row.integer(0), row.text(1) == identity};
+    });
+}
+
+// Looks for what has that identity; 0 where there is none, and then `key` is the one to give it.
+// Two things of one digest get different keys: the second one in the catalogue takes a salted one,
+// and keeps it also when the first one goes.
+int64_t Writer::find_by_key(char kind, std::string_view identity, int64_t &key,
+                            const std::function<Match(int64_t key)> &look) {
+    const int64_t plain = key_of(kind, identity);
+    key = plain;
+    Match found = look(plain);
+    if (found.same || (found.id == 0 && !shared(plain)))
+        return found.id;
+    bool has_key = found.id == 0;
+    for (int salt = 1; salt <= salts_max || !has_key; ++salt) {
+        const int64_t salted = key_of(kind, identity, salt);
+        found = look(salted);
+        if (found.same) {
+            key = salted;
+            return found.id;
+        }
+        if (found.id == 0 && !std::exchange(has_key, true))
+            key = salted;
     }
+    database_.run("INSERT OR IGNORE INTO shared_key(key) VALUES(?1)", plain);
+    return 0;
+}
+
+bool Writer::shared(int64_t key) {
+    return database_.number(0, "SELECT 1 FROM shared_key WHERE key = ?1", key) == 1;
 }
 
 int64_t Writer::node_at(int32_t source, char kind, const FoundName &name, int64_t parent,
@@ -65,16 +95,9 @@ int64_t Writer::node_at(int32_t source, char kind, const FoundName &name, int64_
     std::string known = fmt::format("{} {} ", source, kind) + name.identity;
     if (const auto found = nodes_.find(known); found != nodes_.end())
         return found->second;
-    int64_t id = find_node(source, kind, name.identity);
+    int64_t key = 0;
+    int64_t id = find_node(source, kind, name.identity, key);
     if (id == 0) {
-        int64_t key = 0;
-        for (int salt = 0;; ++salt) {
-            key = key_of(kind, name.identity, salt);
-            if (database_.number(0,
-                                 "SELECT id FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3",
-                                 source, kind, key) == 0)
-                break;
-        }
         database_.run("INSERT INTO node(source, kind, key, parent, name, identity, sort)"
                       " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7)",
                       source, kind, key, parent, name.text, Blob{name.identity}, Blob{name.sort});
@@ -172,20 +195,19 @@ void Writer::remove_node(int64_t node) {
 
 // ------------------------------------------------------------------------------------- songs
 
-// `key` begins as the digest of the path; it ends as the key that the song has or gets.
 std::optional<Writer::SongRow> Writer::find_song(const FileName &where, int64_t &key) {
-    for (int salt = 0;; ++salt) {
-        if (salt != 0)
-            key = key_of(kind_song, path_below(where.folder, where.file), salt);
+    SongRow song;
+    song.id = find_by_key(kind_song, path_below(where.folder, where.file), key, [&](int64_t each) {
         Rows row = database_.query(
             "SELECT song.id, folder, album, year, file, identity FROM song"
             " JOIN node ON node.id = folder WHERE song.source = ?1 AND song.key = ?2",
-            where.source, key);
+            where.source, each);
         if (!row.next())
-            return std::nullopt;
-        if (row.text(4) == where.file && row.text(5) == where.folder)
-            return SongRow{row.integer(0), row.integer(1), row.integer(2), row.integer(3)};
-    }
+            return Match{0, false};
+        song = {row.integer(0), row.integer(1), row.integer(2), row.integer(3)};
+        return Match{song.id, row.text(4) == where.file && row.text(5) == where.folder};
+    });
+    return song.id != 0 ? std::optional(song) : std::nullopt;
 }
 
 int64_t Writer::artwork_at(const std::optional<Artwork> &artwork) {
@@ -220,7 +242,7 @@ void Writer::put_song(const FoundSong &song) {
         genres.push_back(node_at(source, kind_genre, genre, 0));
     const int64_t artwork = artwork_at(song.artwork);
 
-    int64_t key = song.key;
+    int64_t key = 0;
     if (const std::optional<SongRow> old = find_song(song.where, key)) {
         row.id = old->id;
         unlink(*old);
@@ -358,7 +380,7 @@ bool Writer::leave_out(const FileName &where, FileStamp stamp, std::string_view 
 
 void Writer::remove_file(const FileName &where) {
     begin();
-    int64_t key = key_of(kind_song, path_below(where.folder, where.file));
+    int64_t key = 0;
     if (const std::optional<SongRow> song = find_song(where, key))
         remove_song(where.source, *song);
     const int64_t playlist = database_.number(
@@ -374,7 +396,8 @@ void Writer::remove_file(const FileName &where) {
 
 KnownFolder Writer::known(int32_t source, std::string_view folder) {
     KnownFolder known;
-    const int64_t node = find_node(source, kind_folder, folder);
+    int64_t key = 0;
+    const int64_t node = find_node(source, kind_folder, folder, key);
     const auto take = [&known](Rows &rows, bool left_out = false) {
         while (rows.next())
             known.files[std::string(rows.text(0))] = {{rows.integer(1), rows.integer(2)}, left_out};
@@ -445,7 +468,8 @@ void Writer::remove_songs_of(int32_t source, int64_t folder) {
 void Writer::remove_folder(int32_t source, std::string_view folder) {
     begin();
     std::vector<int64_t> folders;
-    if (const int64_t node = find_node(source, kind_folder, folder); node != 0)
+    int64_t key = 0;
+    if (const int64_t node = find_node(source, kind_folder, folder, key); node != 0)
         folders.push_back(node);
     while (!folders.empty()) {
         const int64_t node = folders.back();

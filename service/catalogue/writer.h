@@ -5,6 +5,7 @@
 #define VANTRO_SERVICE_CATALOGUE_WRITER_H
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -79,12 +80,20 @@ class Writer {
         int64_t year = 0;
     };
 
+    struct Match {
+        int64_t id;
+        bool same; // what has the key also has the identity
+    };
+
     void begin();
     void changed(int32_t source, int songs = 0);
     int64_t node_at(int32_t source, char kind, const FoundName &name, int64_t parent,
                     std::string_view artist = {});
     int64_t folder_at(int32_t source, std::string_view folder);
-    int64_t find_node(int32_t source, char kind, std::string_view identity);
+    int64_t find_node(int32_t source, char kind, std::string_view identity, int64_t &key);
+    int64_t find_by_key(char kind, std::string_view identity, int64_t &key,
+                        const std::function<Match(int64_t key)> &look);
+    bool shared(int64_t key);
     int64_t year_at(int32_t source, int32_t year);
     int64_t artwork_at(const std::optional<Artwork> &artwork);
     std::optional<SongRow> find_song(const FileName &where, int64_t &key);

@@ -83,10 +83,11 @@ class Collection : public RuntimeDirectory {
     // Opens the catalogue; `scan` also waits until every source has been scanned.
     void open(bool scan = true) {
         close();
+        scans_ = 0;
         StoreOptions options;
         options.state = state_;
         options.music = sources_.empty() ? std::vector{music_} : sources_;
-        options.settle = std::chrono::milliseconds(20);
+        options.settle = settle_;
         options.rescan_every = rescan_every_;
         options.log = [this](int severity, const std::string &line) {
             note([&] {
@@ -202,6 +203,8 @@ class Collection : public RuntimeDirectory {
     std::filesystem::path state_;
     std::vector<std::filesystem::path> sources_; // music_ alone where empty
     std::chrono::milliseconds rescan_every_ = std::chrono::hours(1);
+    // So long that no change is noticed before scan() is called.
+    std::chrono::milliseconds settle_ = std::chrono::minutes(10);
     std::unique_ptr<Store> store_;
     int32_t source_ = 0;
 

@@ -6,6 +6,8 @@
 #include <sys/resource.h>
 
 #include "service/catalogue/collection.h"
+#include "service/catalogue/names.h"
+#include "service/catalogue/schema.h"
 
 namespace vantro {
 
@@ -212,6 +214,7 @@ TEST_F(Scanned, ReadsOnlyWhatChangedAndKeepsIds) {
 }
 
 TEST_F(Scanned, FollowsChangesAtOnce) {
+    settle_ = std::chrono::milliseconds(20);
     add("a/1.flac", {{"TITLE", "one"}});
     add("b/2.flac", {{"TITLE", "two"}});
     open();
@@ -241,6 +244,7 @@ TEST_F(Scanned, FollowsChangesAtOnce) {
 }
 
 TEST_F(Scanned, KeepsWhatItKnowsOfADirectoryThatIsGone) {
+    settle_ = std::chrono::milliseconds(20);
     rescan_every_ = std::chrono::milliseconds(100);
     add("1.flac", {{"TITLE", "one"}});
     open();
@@ -289,6 +293,7 @@ TEST_F(Scanned, KeepsWhatItKnowsOfAFolderThatCannotBeRead) {
 }
 
 TEST_F(Scanned, HasSeveralSources) {
+    settle_ = std::chrono::milliseconds(20);
     add("1.flac", {{"TITLE", "here"}, {"ARTIST", "anna"}});
     const fs::path other = fs::path(path_) / "other/music";
     fs::create_directories(other);
@@ -375,7 +380,7 @@ TEST_F(Scanned, GoesOnWhenTheDiskHasRoomAgain) {
     getrlimit(RLIMIT_FSIZE, &before);
     signal(SIGXFSZ, SIG_IGN);
     rlimit tight = before;
-    tight.rlim_cur = 128 * 1024;
+    tight.rlim_cur = 64 * 1024;
     setrlimit(RLIMIT_FSIZE, &tight);
     store_->start_scanning();
     await_complaint();
@@ -386,6 +391,33 @@ TEST_F(Scanned, GoesOnWhenTheDiskHasRoomAgain) {
     EXPECT_EQ(complaints().size(), 1u);
     store_->rescan();
     await([&] { return names("songs").size() == 201; });
+}
+
+TEST_F(Scanned, TellsApartWhatHasOneDigest) {
+    add("a.flac", {{"TITLE", "a"}});
+    add("other.flac", {{"TITLE", "other"}});
+    open();
+    const std::string id = entry("songs", "a").id;
+    close();
+    // "other" takes the key of "a", as a file with the same digest would have.
+    {
+        const auto file = open_catalogue_file(state_ / "catalogue.db", [](const auto &) {});
+        file->run("DELETE FROM song WHERE name = 'a'");
+        file->run("UPDATE song SET key = ?1", key_of(kind_song, "a.flac"));
+        file->run("UPDATE node SET count = 1");
+        file->run("UPDATE source SET songs = 1");
+    }
+    open();
+    EXPECT_EQ(names("songs"), (Names{"a", "other"}));
+    const std::string salted = entry("songs", "a").id;
+    EXPECT_NE(salted, id);
+    close();
+    open_catalogue_file(state_ / "catalogue.db", [](const auto &) {
+    })->run("DELETE FROM song WHERE name = 'other'");
+    add("a.flac", {{"TITLE", "again"}});
+    open();
+    EXPECT_EQ(names("songs"), (Names{"again", "other"}));
+    EXPECT_EQ(entry("songs", "again").id, salted) << "it keeps the id it was given";
 }
 
 TEST_F(Scanned, SaysWhatCannotBeHad) {
