@@ -1,15 +1,92 @@
-// Publishers that come and go, readers that are slow, and the log.
+// Which events come of what is published, in which order, and what is logged. The courses say most
+// of it: see courses/README.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
+#include <memory>
+#include <stdio_ext.h>
 
+#include "events/changes.h"
 #include "events/log.h"
-#include "player/handle.h"
 #include "tests/events/support.h"
+#include "tests/records/failing_memory.h"
 
 namespace vantro::events {
 namespace {
 
+class Course : public Events, public testing::WithParamInterface<const char *> {};
+
+// Puts in what an entry says briefly.
+std::string full(std::string text) {
+    for (std::size_t star = 0; (star = text.find('*', star)) != text.npos; star++)
+        if (star >= 2 && text[star - 2] == '{')
+            text.replace(star - 2, text.find('}', star) - star + 3,
+                         std::string(std::stoul(text.substr(star + 1)), text[star - 1]));
+    return text;
+}
+
+TEST_P(Course, IsToldAsItSays) {
+    RawPublisher raw;
+    ASSERT_EQ(next(), "7");
+    std::ifstream course(std::string(COURSES) + "/" + GetParam());
+    Lines expected_lines;
+    const auto check_lines = [&] { EXPECT_EQ(take_lines(), std::exchange(expected_lines, {})); };
+    std::vector<std::unique_ptr<std::string>> values;
+    int number = 0, events = 0;
+    for (std::string entry; std::getline(course, entry);) {
+        SCOPED_TRACE(std::string(GetParam()) + ":" + std::to_string(++number));
+        const std::string text = full(entry.size() > 2 ? entry.substr(2) : "");
+        std::string published = text;
+        std::replace(published.begin(), published.end(), '|', '\n');
+        switch (entry.empty() ? '\0' : entry[0]) {
+        case '>':
+            raw.publish(published);
+            break;
+        case '~':
+            on_line = [&raw, published] { raw.publish(published); };
+            break;
+        case '<':
+            check_lines();
+            EXPECT_EQ(next(), text);
+            events++;
+            break;
+        case '=':
+            values.push_back(std::make_unique<std::string>(text));
+            EXPECT_EQ(vantro_event_data_set(handle, values.back()->data()), entry == "=!" ? -1 : 0);
+            break;
+        case '!':
+            expected_lines.push_back(text);
+            break;
+        case '\0':
+            check_lines();
+            EXPECT_EQ(next(), "7");
+            break;
+        default:
+            ASSERT_EQ(entry[0], '#');
+        }
+    }
+    check_lines();
+    EXPECT_GT(events, 10);
+}
+INSTANTIATE_TEST_SUITE_P(Courses, Course, testing::Values("state", "order", "texts", "details"));
+
 using Retrieval = Events;
+
+TEST_F(Retrieval, TextsThatWereCutGiveTheirWholeLines) {
+    const std::string whole = "+@o\na::1\\n\nb\\:b:n:2\n-c\nd:json:{}\n";
+    const std::string known[] = {"-", "{}", "{a=1\n}", "{a=1\n,b:b=2}", "{a=1\n,b:b=2}"};
+    for (std::size_t size = 0, whole_lines = 0; size < whole.size(); size++) {
+        std::string text = whole.substr(0, size);
+        const bool at_an_end = size == 0 || text.back() == '\n';
+        whole_lines += at_an_end && size > 0;
+        mosk_dict *dict = nullptr;
+        EXPECT_EQ(update_dict(&dict, text.data()), at_an_end ? 0 : -1) << size;
+        EXPECT_EQ(told(dict), known[whole_lines]) << size;
+        EXPECT_EQ(take_lines().size(), at_an_end ? 0U : 1U) << size;
+        mosk_dict_destroy(dict);
+    }
+}
 
 TEST_F(Retrieval, WithoutAPublisherOrAPlayerLeavesNothing) {
     VantroHandle *unopened = vantro_connect();
@@ -79,15 +156,33 @@ TEST_F(Retrieval, ReaderThatWasLappedGetsTheWholePicture) {
     EXPECT_EQ(next(), "7");
 }
 
-TEST_F(Retrieval, TracesAreNotWrittenAndLinesAreCut) {
-    for (const int severity : {7, 6, 5, 4})
-        msglog(severity, "trace");
-    msglog(3, "%s", std::string(2000, 'l').c_str());
-    EXPECT_EQ(take_lines(), Lines{"3 " + std::string(1023 - std::strlen("vantro event: "), 'l')});
+TEST_F(Retrieval, WantOfMemoryCostsItsCallAlone) {
+    RawPublisher raw;
+    ASSERT_EQ(next(), "7");
+    int failures = -1;
+    for (std::string event; event != "7 x {a=1,b=2}";) {
+        raw.publish("@x\na::1\nb::2\n");
+        allocations_left = ++failures;
+        event = next();
+        EXPECT_EQ(std::exchange(allocations_left, -1) < 0, event == "failed") << event;
+        EXPECT_TRUE(event != "failed" || errno == ENOMEM);
+        // What could be applied is queued.
+        EXPECT_EQ(next() != "7", event == "failed" && failures > 0);
+        raw.publish("-@x\n");
+        EXPECT_EQ(next(), "7");
+    }
+    EXPECT_GE(failures, 3);
+    EXPECT_EQ(take_lines(),
+              (Lines{"3 Failed to copy attribute a::1", "3 Failed to copy attribute b::2"}));
 }
 
-TEST(LogDeathTest, SeverityTwoEndsTheProcess) {
-    EXPECT_EXIT(msglog(2, "over"), testing::ExitedWithCode(1), "");
+TEST_F(Retrieval, TracesFlushAndAreNotWrittenAndLinesAreCut) {
+    std::fputs(" ", stdout);
+    for (const int severity : {7, 6, 5, 4})
+        msglog(severity, "trace");
+    EXPECT_EQ(__fpending(stdout), 0U);
+    msglog(3, "%s", std::string(2000, 'l').c_str());
+    EXPECT_EQ(take_lines(), Lines{"3 " + std::string(1023 - std::strlen("vantro event: "), 'l')});
 }
 
 } // namespace
