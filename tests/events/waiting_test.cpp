@@ -141,6 +141,20 @@ TEST_F(Waiting, TwoThreadsFollowTwoPlayers) {
     object_publisher_close(other);
 }
 
+TEST_F(Waiting, CancellationThatIsPendingComesAfterWhatThereIs) {
+    start_publishing();
+    publish("x", "a", "1");
+    int result = -2;
+    std::thread([&] {
+        pthread_cancel(pthread_self());
+        result = vantro_event_wait(handle);
+        pthread_testcancel();
+        result = -3;
+    }).join();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(next(), "7 x {a=1}");
+}
+
 // Publishes, from another process, whenever it is sent a signal.
 int publish_when_told() {
     sigset_t go;
