@@ -60,6 +60,14 @@ void hash(std::string_view bytes, uint8_t (&out)[SHA256_DIGEST_SIZE]) {
     sha256_digest(&context, sizeof out, out);
 }
 
+const icu::Normalizer2 *casefold_tables() {
+    UErrorCode error = U_ZERO_ERROR;
+    const icu::Normalizer2 *tables = icu::Normalizer2::getNFKCCasefoldInstance(error);
+    if (U_FAILURE(error))
+        throw std::runtime_error("the tables for comparing names are missing");
+    return tables;
+}
+
 } // namespace
 
 std::string sort_key(std::string_view name) {
@@ -76,10 +84,8 @@ std::string sort_key(std::string_view name) {
 }
 
 std::string folded(std::string_view name) {
+    static const icu::Normalizer2 *const folding = casefold_tables();
     UErrorCode error = U_ZERO_ERROR;
-    const icu::Normalizer2 *folding = icu::Normalizer2::getNFKCCasefoldInstance(error);
-    if (U_FAILURE(error))
-        throw std::runtime_error("the tables for comparing names are missing");
     const std::string_view text = trimmed(name);
     std::string result;
     icu::StringByteSink<std::string> sink(&result);
