@@ -336,11 +336,7 @@ TEST_F(Scanned, MovesADamagedCatalogueAside) {
     EXPECT_EQ(fs::file_size(file.native() + ".bad-1"), 100'000u);
 
     close();
-    ASSERT_EQ(std::system(fmt::format("python3 -c \"import sqlite3; c = sqlite3.connect('{}');"
-                                      " c.execute('PRAGMA user_version = 99')\"",
-                                      file.native())
-                              .c_str()),
-              0);
+    open_catalogue_file(file, [](const auto &) {})->script("PRAGMA user_version = 99");
     open();
     EXPECT_EQ(names("songs"), Names{"one"});
     EXPECT_EQ(complaints().size(), 1u);
