@@ -129,7 +129,11 @@ class WakeSignals {
         take();
         pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
     }
-    int wait() const { return sigwaitinfo(&set_, nullptr); }
+    /** Blocks for a wake. @return the signal, or -1 where it is long overdue. */
+    int wait() const {
+        const struct timespec overdue = {20, 0};
+        return sigtimedwait(&set_, nullptr, &overdue);
+    }
     /** Takes what is pending. @return how many. */
     int take() const {
         int count = 0;
@@ -147,7 +151,7 @@ class WakeSignals {
 /** Blocks until there is something to read. */
 inline void wait_for_input(const Reader &reader, const WakeSignals &signals) {
     if (reader.arm() == 0) {
-        signals.wait();
+        ASSERT_GT(signals.wait(), 0);
         notify_disarm(reader.descriptor);
         signals.take();
     }

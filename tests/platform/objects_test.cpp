@@ -1,4 +1,5 @@
 /* Objects as their readers see them: what is told, in which order, and what is refused. */
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -168,6 +169,48 @@ TEST(Objects, OnlyWhatIsARingIsOpened) {
     EXPECT_EQ(object_publisher_open("/kivo/../kitchen"), nullptr);
 }
 
+/* The reader goes for the oldest record, which the publisher is about to overwrite. */
+TEST(Ring, WhatIsOverwrittenWhileItIsCopiedIsNotBelieved) {
+    const UniqueFd file(memfd_create("ring", MFD_CLOEXEC));
+    platform::RingWriter writer;
+    ASSERT_TRUE(writer.create(file.get()));
+    platform::RingView view;
+    ASSERT_TRUE(view.open(file.get()));
+    constexpr size_t length = 16376;
+    constexpr size_t bytes = platform::record_bytes(length);
+    static_assert(platform::ring_capacity % bytes == 0);
+    const uint64_t start = view.committed();
+    std::atomic<bool> done{false};
+    std::thread publishing([&] {
+        for (unsigned n = 0; !done; ++n) {
+            writer.append(platform::RecordKind::change, std::string(length, char('A' + n % 53)));
+        }
+    });
+    int good = 0, overtaken = 0;
+    while ((good < 2000 || overtaken < 2000) && !testing::Test::HasFailure()) {
+        const uint64_t end = view.committed();
+        if (end < start + platform::ring_capacity) {
+            continue;
+        }
+        /* Every other time one that is safe for long enough. */
+        const uint64_t n = (end - start) / bytes - (good > overtaken ? 64 : 32);
+        platform::RecordKind kind;
+        std::string text;
+        uint64_t next = 0;
+        const auto got = view.get(start + n * bytes, end, kind, text, next);
+        EXPECT_NE(got, platform::RingView::Got::noise);
+        if (got == platform::RingView::Got::record) {
+            ++good;
+            EXPECT_EQ(text.find_first_not_of(char('A' + n % 53)), text.npos);
+            EXPECT_EQ(next, start + (n + 1) * bytes);
+        } else {
+            ++overtaken;
+        }
+    }
+    done = true;
+    publishing.join();
+}
+
 /* Whoever may write the file may write anything: it costs the reader its reading, and no more. */
 TEST(Objects, NoiseInARingIsRefusedForGood) {
     const RuntimeDirectory runtime;
@@ -284,6 +327,38 @@ TEST(Notification, FiresOnceForWhatComesAfterIt) {
     }
     EXPECT_EQ(notify_disarm(0), -1);
     EXPECT_EQ(errno, EBADF);
+}
+
+/* Each change comes while its reader is on its way from having read the last to waiting. */
+TEST(Notification, MissesNothingThatComesWhileItIsArmed) {
+    const RuntimeDirectory runtime;
+    const WakeSignals signals;
+    const Publisher publisher = publish_in();
+    constexpr int last = rounds(20000);
+    std::atomic<int> read{0};
+    std::thread reading([&] {
+        Reader reader;
+        while (read < last && !testing::Test::HasFailure()) {
+            if (reader.read().empty()) {
+                wait_for_input(reader, signals);
+            } else {
+                ++read;
+                read.notify_all();
+            }
+        }
+        read = last;
+        read.notify_all();
+    });
+    for (int published = 0; published < last; ++published) {
+        for (int count = read; count < published; count = read) {
+            read.wait(count);
+        }
+        for (int spin = published % 64 * 100; spin > 0; --spin) {
+            read.load();
+        }
+        set(publisher, "o", "a", "1");
+    }
+    reading.join();
 }
 
 TEST(Notification, WakesTheThreadThatArmedIt) {

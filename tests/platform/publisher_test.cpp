@@ -142,6 +142,7 @@ TEST(Publisher, WhoseDeathWakesThoseWhoWait) {
 /* A child that outlives the publisher must not hold its place, nor speak for it. */
 TEST(Publisher, IsNotTheChildsAfterFork) {
     const RuntimeDirectory runtime;
+    const WakeSignals signals;
     int held[2], ready[2];
     ASSERT_EQ(pipe(held), 0);
     ASSERT_EQ(pipe(ready), 0);
@@ -155,9 +156,9 @@ TEST(Publisher, IsNotTheChildsAfterFork) {
             const bool silent = set(publisher, "o", "a", "2") == -1 && errno == EBADF &&
                                 platform_read(reader.descriptor, &byte, 1) == -1 &&
                                 errno == EBADF && reader.arm() == -1 && errno == EBADF;
-            publisher.reset();
             [[maybe_unused]] ssize_t n = write(ready[1], silent ? "y" : "n", 1);
             n = read(held[0], &byte, 1);
+            publisher.reset();
         });
         close(held[1]);
         pause();

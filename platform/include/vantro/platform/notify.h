@@ -7,9 +7,10 @@
  *     the host sends SIGIO instead, and that counts as the wake;
  *  2. calls notify_arm(), and waits only if it returned 0;
  *  3. waits for the two signals, for example with sigwaitinfo();
- *  4. on every way out, cancellation included, calls notify_disarm(), takes what is pending of the
- *     two (more than one may be), and restores the mask. A signal that comes late would otherwise
- *     end the process.
+ *  4. on every way out calls notify_disarm(), takes what is pending of the two (more than one may
+ *     be), and restores the mask: also when the thread is cancelled, and when notify_arm() said that
+ *     there is input, for that may have come, with its signal, just after it had armed. A signal
+ *     that is left over would end the process.
  * A wake says that there may be something to read, no more: the read tells.
  */
 #ifndef VANTRO_PLATFORM_NOTIFY_H
