@@ -125,7 +125,7 @@ int serve(const Options &options) {
     const Ending ending(server); // before any thread is there to take its signals
     std::unique_ptr<Store> store;
     const auto scanned = [&store] {
-        const std::size_t tracks = store->all_songs().size();
+        const int64_t tracks = store->song_count();
         say(fmt::format("scanned ({} tracks)", tracks));
         log_line(LOG_SEVERITY_INFO, fmt::format("scanned, {} tracks", tracks));
     };
@@ -147,7 +147,7 @@ int serve(const Options &options) {
     Answers answers(*store, options.players, monotonic_now);
     set_answers(&answers);
     wrong = server.run(options.threads, [&] {
-        const std::size_t tracks = store->all_songs().size();
+        const int64_t tracks = store->song_count();
         say(fmt::format("ready ({} tracks, players: {})", tracks,
                         fmt::join(options.players, ", ")));
         log_line(LOG_SEVERITY_INFO, fmt::format("ready, {} tracks", tracks));

@@ -85,13 +85,13 @@ class Catalogue {
     // The songs of a node in the order of play: its own, or everything below it.
     virtual int songs(int32_t source, std::string_view node, std::vector<QueuedSong> &songs) = 0;
 
-    // Every song of every source, in order.
-    virtual std::vector<QueuedSong> all_songs() = 0;
+    // Every song of every source, in order. Returns 0 or EIO.
+    virtual int all_songs(std::vector<QueuedSong> &songs) = 0;
     // The nodes of songs, in the order asked for; a song that is gone leaves a node of type
-    // VANTRO_NODE_SONG with an empty id.
-    virtual std::vector<Node> song_nodes(const SongId *ids, std::size_t count) = 0;
-    // Node and metadata of one song; false when it is gone.
-    virtual bool song(SongId id, Node &node, SongMetadata &metadata) = 0;
+    // VANTRO_NODE_SONG with an empty id. Returns 0 or EIO.
+    virtual int song_nodes(const SongId *ids, std::size_t count, std::vector<Node> &nodes) = 0;
+    // Node and metadata of one song. Returns 0, ENOENT when it is gone, or EIO.
+    virtual int song(SongId id, Node &node, SongMetadata &metadata) = 0;
 
     // The next `count` numbers for track sessions, never given before, also not by an earlier run.
     // Returns the first, or 0 when they have run out or cannot be noted.

@@ -62,11 +62,12 @@ class SqliteCatalogue : public Store {
                           const std::vector<std::string_view> &keys,
                           std::vector<std::string> &values) override;
     int songs(int32_t source, std::string_view node, std::vector<QueuedSong> &songs) override;
-    std::vector<QueuedSong> all_songs() override;
-    std::vector<Node> song_nodes(const SongId *ids, std::size_t count) override;
-    bool song(SongId id, Node &node, SongMetadata &metadata) override;
+    int all_songs(std::vector<QueuedSong> &songs) override;
+    int song_nodes(const SongId *ids, std::size_t count, std::vector<Node> &nodes) override;
+    int song(SongId id, Node &node, SongMetadata &metadata) override;
     int32_t take_session_ids(int32_t count) override { return sessions_.take(count); }
 
+    int64_t song_count() override;
     void start_scanning() override { scanning_.start(); }
     void stop_scanning() override { scanning_.stop(); }
     void rescan() override { scanning_.rescan(); }
@@ -288,39 +289,44 @@ int SqliteCatalogue::songs(int32_t source, std::string_view node, std::vector<Qu
     });
 }
 
-std::vector<QueuedSong> SqliteCatalogue::all_songs() {
-    std::vector<QueuedSong> all;
-    guarded([&](Database &database) {
-        all.clear();
+int SqliteCatalogue::all_songs(std::vector<QueuedSong> &songs) {
+    return guarded([&](Database &database) {
         for (const auto &each : directories_) {
             View view(database, lists_, each->id);
-            view.queue(*view.songs({}), all);
+            view.queue(*view.songs({}), songs);
         }
         return 0;
     });
-    return all;
 }
 
-std::vector<Node> SqliteCatalogue::song_nodes(const SongId *ids, std::size_t count) {
-    std::vector<Node> nodes(count);
+int64_t SqliteCatalogue::song_count() {
+    int64_t count = 0;
     guarded([&](Database &database) {
-        View view(database, lists_, 0);
-        for (std::size_t i = 0; i < count; ++i)
-            nodes[i] = song_node(view, ids[i]);
+        for (const auto &each : directories_)
+            count += database.number(0, "SELECT songs FROM source WHERE id = ?1", each->id);
         return 0;
     });
-    for (Node &node : nodes)
-        node.type = VANTRO_NODE_SONG;
-    return nodes;
+    return count;
 }
 
-bool SqliteCatalogue::song(SongId id, Node &node, SongMetadata &metadata) {
+int SqliteCatalogue::song_nodes(const SongId *ids, std::size_t count, std::vector<Node> &nodes) {
     return guarded([&](Database &database) {
-               View view(database, lists_, 0);
-               node = song_node(view, id);
-               return !node.id.empty() && read_metadata(database, artwork_, id, metadata) ? 0
-                                                                                          : ENOENT;
-           }) == 0;
+        View view(database, lists_, 0);
+        nodes.reserve(nodes.size() + count);
+        for (std::size_t i = 0; i < count; ++i) {
+            nodes.push_back(song_node(view, ids[i]));
+            nodes.back().type = VANTRO_NODE_SONG;
+        }
+        return 0;
+    });
+}
+
+int SqliteCatalogue::song(SongId id, Node &node, SongMetadata &metadata) {
+    return guarded([&](Database &database) {
+        View view(database, lists_, 0);
+        node = song_node(view, id);
+        return !node.id.empty() && read_metadata(database, artwork_, id, metadata) ? 0 : ENOENT;
+    });
 }
 
 } // namespace

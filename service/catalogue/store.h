@@ -49,6 +49,9 @@ struct StoreOptions {
 
 class Store : public Catalogue {
   public:
+    // How many songs all_songs() gives; 0 where the catalogue's file fails.
+    virtual int64_t song_count() = 0;
+
     // Begins to scan in threads of its own; what has been committed can be read all the time.
     virtual void start_scanning() = 0;
     // Ends that, within a file's reading time. Called by the destructor as well. What the scan had

@@ -46,7 +46,9 @@ void Player::add(SessionPtr session, int32_t index, bool play) {
 int Player::play() {
     if (const int result = engine.play(); result != ENODATA)
         return result;
-    std::vector<QueuedSong> songs = catalogue_.all_songs();
+    std::vector<QueuedSong> songs;
+    if (const int result = catalogue_.all_songs(songs); result != 0)
+        return result;
     if (songs.empty())
         return ENODATA;
     const uint64_t tsid = ids_.take();
@@ -81,6 +83,12 @@ int Player::create(int32_t source, std::string_view node, int32_t index, int32_t
         return ENODATA;
     if (index < 0 || static_cast<std::size_t>(index) >= songs.size())
         return ERANGE;
+    {
+        // Looked at here already, so that whoever goes on asking uses up no ids.
+        const std::lock_guard<std::mutex> guard(mutex_);
+        if (made_of_nodes() >= VANTRO_TRKSESSIONS_MAX)
+            return ENOSPC;
+    }
     tsid = ids_.take();
     if (tsid == 0)
         return EIO;

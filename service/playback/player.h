@@ -44,8 +44,8 @@ class Player {
         : name(std::move(player_name)), engine(std::move(clock), seed), catalogue_(catalogue),
           ids_(ids) {}
 
-    // Plays; without a session one of all songs. Returns 0, ENODATA (there are no songs), or EIO (no
-    // id can be had).
+    // Plays; without a session one of all songs. Returns 0, ENODATA (there are no songs), or EIO (the
+    // catalogue fails, or no id can be had).
     int play();
 
     // Makes a session of a node's songs and makes it the current one, at the song of that index.

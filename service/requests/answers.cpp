@@ -146,11 +146,12 @@ int Answers::append_track(Player &player, Bytes &answer) {
     Node node;
     SongMetadata metadata;
     // A song that has left the catalogue since is played on, but nothing is known of it.
-    if (!catalogue_.song(now.session->songs[static_cast<std::size_t>(now.index)].id, node,
-                         metadata))
-        return 0;
+    int result =
+        catalogue_.song(now.session->songs[static_cast<std::size_t>(now.index)].id, node, metadata);
+    if (result != 0)
+        return result == ENOENT ? 0 : result;
     const std::size_t records = answer.size();
-    int result = append_node(answer, node);
+    result = append_node(answer, node);
     const auto node_length = static_cast<int32_t>(answer.size() - records);
     if (result == 0)
         result = append_metadata(answer, metadata);
@@ -206,7 +207,9 @@ int Answers::append_session_tracks(Player *player, const Request &request, Bytes
     std::vector<SongId> ids(count);
     std::transform(songs.data() + first, songs.data() + first + count, ids.begin(),
                    [](const QueuedSong &song) { return song.id; });
-    return append_nodes(answer, catalogue_.song_nodes(ids.data(), count));
+    std::vector<Node> nodes;
+    const int result = catalogue_.song_nodes(ids.data(), count, nodes);
+    return result == 0 ? append_nodes(answer, nodes) : result;
 }
 
 } // namespace vantro

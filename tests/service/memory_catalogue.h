@@ -60,16 +60,18 @@ class MemoryCatalogue : public Catalogue {
         songs.assign(list.begin(), list.begin() + std::min<std::ptrdiff_t>(count, list.size()));
         return 0;
     }
-    std::vector<QueuedSong> all_songs() override { return list; }
-    std::vector<Node> song_nodes(const SongId *ids, std::size_t count) override {
-        std::vector<Node> nodes;
-        std::transform(ids, ids + count, std::back_inserter(nodes), node_of);
-        return nodes;
+    int all_songs(std::vector<QueuedSong> &songs) override {
+        songs = list;
+        return broken ? EIO : 0;
     }
-    bool song(SongId id, Node &node, SongMetadata &metadata) override {
+    int song_nodes(const SongId *ids, std::size_t count, std::vector<Node> &nodes) override {
+        std::transform(ids, ids + count, std::back_inserter(nodes), node_of);
+        return broken ? EIO : 0;
+    }
+    int song(SongId id, Node &node, SongMetadata &metadata) override {
         node = node_of(id);
         metadata = metadata_of(id);
-        return id != gone;
+        return broken ? EIO : id != gone ? 0 : ENOENT;
     }
     int32_t take_session_ids(int32_t count) override {
         return ids_run_out ? 0 : next_id_.fetch_add(count);
@@ -78,6 +80,7 @@ class MemoryCatalogue : public Catalogue {
     std::vector<QueuedSong> list;
     SongId gone = 0;
     bool ids_run_out = false;
+    bool broken = false;
 
   private:
     static Node node_of(SongId id) {

@@ -172,7 +172,17 @@ class Collection : public RuntimeDirectory {
         std::vector<SongId> ids;
         for (const QueuedSong &song : songs)
             ids.push_back(song.id);
-        return names(store_->song_nodes(ids.data(), ids.size()));
+        return names(song_nodes(ids));
+    }
+    std::vector<QueuedSong> all_songs() {
+        std::vector<QueuedSong> songs;
+        EXPECT_EQ(store_->all_songs(songs), 0);
+        return songs;
+    }
+    std::vector<Node> song_nodes(const std::vector<SongId> &ids) {
+        std::vector<Node> nodes;
+        EXPECT_EQ(store_->song_nodes(ids.data(), ids.size(), nodes), 0);
+        return nodes;
     }
     SongMetadata metadata(const std::string &node) {
         std::optional<SongMetadata> found;
