@@ -14,6 +14,7 @@
 #include "tools/vantroctl/client.h"
 #include "tools/vantroctl/display_text.h"
 #include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/library_records.h"
 #include "tools/vantroctl/node_ref.h"
 
 namespace vantro {
@@ -73,10 +74,6 @@ struct Records {
 };
 
 using NodeRecords = Records<MediaNode, vantro_free_media_nodes>;
-
-std::string text_of(const char *text) {
-    return text ? text : "";
-}
 
 bool browse(Client &client, const Place &place, int32_t offset, int32_t count, NodeRecords &nodes) {
     nodes.count = count;
@@ -180,9 +177,7 @@ std::vector<Source> get_sources(Client &client) {
     });
     std::vector<Source> sources;
     for (const MediaSource &record : records) {
-        sources.push_back(Source{record.id, text_of(record.uid),
-                                 text_of(record.view_name ? record.view_name : record.name),
-                                 record.type, record.status, record.capabilities});
+        sources.push_back(source_of(record));
     }
     return sources;
 }

@@ -1,150 +1,41 @@
 #include "tools/vantroctl/client.h"
 
 #include <cerrno>
-#include <cmath>
-#include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include <fcntl.h>
-#include <sys/time.h>
 
 #include <fmt/format.h>
 
 #include <vantro/catalogue.h>
 #include <vantro/extras.h>
 #include <vantro/platform/io.h>
-#include <vantro/platform/log.h>
 
 #include "tools/vantroctl/display_text.h"
 #include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/library_log.h"
+#include "tools/vantroctl/library_records.h"
+#include "tools/vantroctl/time_limit.h"
 
 namespace vantro {
 namespace {
 
 constexpr const char *service_path = "/sys/csm/vantro.sys/default";
 
-/** The alarm rings again and again once it has rung: a first ring between two exchanges, or just
- *  before one blocks, would otherwise be missed. */
-constexpr suseconds_t ring_again_us = 50000;
-
 constexpr const char *no_session = "no track session: load a node or play first";
 
 /** For taking leave of a service that does not answer. */
 constexpr double leave_s = 0.05;
 
-volatile std::sig_atomic_t time_is_up = 0;
-
-void ring(int) {
-    time_is_up = 1;
-}
-
-void set_alarm(double seconds) {
-    itimerval timer = {};
-    if (seconds > 0) {
-        double whole = 0;
-        timer.it_value.tv_usec = static_cast<suseconds_t>(std::modf(seconds, &whole) * 1e6);
-        timer.it_value.tv_sec = static_cast<time_t>(whole);
-        if (timer.it_value.tv_sec == 0 && timer.it_value.tv_usec == 0) {
-            timer.it_value.tv_usec = 1;
-        }
-        timer.it_interval.tv_usec = ring_again_us;
-    }
-    setitimer(ITIMER_REAL, &timer, nullptr);
-}
-
-void start_alarm(double seconds) {
-    struct sigaction action = {};
-    action.sa_handler = ring; // Without SA_RESTART, so that it ends a call that blocks.
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGALRM, &action, nullptr);
-    sigset_t alarm;
-    sigemptyset(&alarm);
-    sigaddset(&alarm, SIGALRM);
-    sigprocmask(SIG_UNBLOCK, &alarm, nullptr);
-    time_is_up = 0;
-    set_alarm(seconds);
-}
-
-/** The time limit of one answer. Between answers there is none: a reader may take its time. */
-class Limit {
-  public:
-    explicit Limit(double seconds) { start_alarm(seconds); }
-    ~Limit() { set_alarm(0); }
-    Limit(const Limit &) = delete;
-    Limit &operator=(const Limit &) = delete;
-};
-
-/** What the library logged since the last call of it began. */
-struct Heard {
-    bool verbose = false;
-    bool anything = false;
-    bool unreachable = false;
-    char why[256] = {}; /**< The first warning, without the names in front. */
-};
-
-Heard heard;
-
-void hear(uint32_t, int severity, const char *line, void *) {
-    heard.anything = true;
-    // A follow-up that fails is logged with the lesser weight of a refusal.
-    const bool exchange = severity <= LOG_SEVERITY_WARNING || std::strstr(line, "msgclient_");
-    if (exchange && !heard.unreachable) {
-        heard.unreachable = true;
-        const char *colon = std::strrchr(line, ':');
-        std::snprintf(heard.why, sizeof heard.why, "%s",
-                      colon && colon[1] == ' ' ? colon + 2 : line);
-    }
-    if (heard.verbose) {
-        std::fprintf(stderr, "%s\n", line);
-    }
-}
-
-void forget() {
-    heard.anything = false;
-    heard.unreachable = false;
-    heard.why[0] = '\0';
-}
-
 struct TrackInfoFree {
     void operator()(VantroTrackInfo *info) const { vantro_free_track_info(info); }
 };
 
-std::string text_of(const char *text) {
-    return text ? text : "";
-}
-
-TrackStatus track_status(const VantroTrackInfo &info) {
-    TrackStatus track;
-    track.index = info.index;
-    if (info.media_node) {
-        track.node_id = text_of(info.media_node->id);
-        track.node_name = text_of(info.media_node->name);
-        track.source_id = info.media_node->ms_id;
-    }
-    if (info.metadata) {
-        track.title = text_of(info.metadata->title);
-        track.artist = text_of(info.metadata->artist);
-        track.album = text_of(info.metadata->album);
-        track.genre = text_of(info.metadata->genre);
-        track.year = text_of(info.metadata->year);
-        track.disc = info.metadata->disc;
-        track.number = info.metadata->track;
-        track.duration_ms = info.metadata->duration;
-    }
-    if (track.title.empty()) {
-        track.title = track.node_name;
-    }
-    return track;
-}
-
 } // namespace
 
 Client::Client(const ClientOptions &options) : options_(options) {
-    heard.verbose = options_.verbose;
-    system_log_set_sink(hear, nullptr);
     try {
         connect();
     } catch (...) {
@@ -160,17 +51,16 @@ Client::~Client() {
 void Client::leave() {
     if (handle_) {
         // Whoever did not answer in time is not waited for once more.
-        const Limit limit(time_is_up ? leave_s : options_.timeout_s);
+        const TimeLimit limit(TimeLimit::reached() ? leave_s : options_.timeout_s);
         vantro_disconnect(handle_);
         handle_ = nullptr;
     }
-    system_log_set_sink(nullptr, nullptr);
 }
 
 void Client::connect() {
     {
-        const Limit limit(options_.timeout_s);
-        forget();
+        const TimeLimit limit(options_.timeout_s);
+        forget_heard();
         handle_ = vantro_connect();
         if (!handle_) {
             explain_no_connection(errno);
@@ -210,7 +100,7 @@ void Client::explain_no_connection(int error) const {
 }
 
 void Client::fail_if_late() const {
-    if (time_is_up) {
+    if (TimeLimit::reached()) {
         throw Failure(Outcome::timed_out,
                       fmt::format("timed out: the service does not answer within {} s; is it "
                                   "stuck, or --timeout too short?",
@@ -220,13 +110,13 @@ void Client::fail_if_late() const {
 
 void Client::fail(const std::string &verb) const {
     fail_if_late();
-    if (heard.unreachable) {
-        const bool too_long = std::strcmp(heard.why, std::strerror(EMSGSIZE)) == 0;
+    if (heard().unreachable) {
+        const bool too_long = std::strcmp(heard().why, std::strerror(EMSGSIZE)) == 0;
         throw Failure(Outcome::failed,
-                      fmt::format("{} failed: {}; {}", verb, heard.why,
+                      fmt::format("{} failed: {}; {}", verb, heard().why,
                                   too_long ? "ask for less" : "is vantrod still running?"));
     }
-    if (!heard.anything) {
+    if (!heard().anything) {
         throw Failure(Outcome::failed,
                       fmt::format("{} failed: the service's answer makes no sense; are service and "
                                   "tool of one version?",
@@ -242,8 +132,8 @@ void Client::refused(const std::string &verb) const {
 }
 
 int Client::attempt(const std::function<int(VantroHandle *)> &call) {
-    const Limit limit(options_.timeout_s);
-    forget();
+    const TimeLimit limit(options_.timeout_s);
+    forget_heard();
     return call(handle_);
 }
 
@@ -257,7 +147,7 @@ bool Client::ask(const std::string &verb, const std::function<int(VantroHandle *
     if (attempt(call) == 0) {
         return true;
     }
-    if (heard.unreachable || !heard.anything || time_is_up) {
+    if (heard().unreachable || !heard().anything || TimeLimit::reached()) {
         fail(verb);
     }
     return false;
@@ -326,7 +216,8 @@ std::optional<TrackStatus> Client::track() {
         owner.reset(info); // What was read of a broken answer is there to be freed as well.
         return result;
     });
-    return has_track ? std::optional(track_status(*info)) : std::nullopt;
+    return has_track ? std::optional(track_of(info->index, info->media_node, info->metadata))
+                     : std::nullopt;
 }
 
 PlayerStatus Client::status() {

@@ -1,10 +1,6 @@
 /**
  * The tool's side of the player API: a connection with one player open, a time limit, and why
  * something failed.
- *
- * The library says only that a call failed; why, it writes to the log. So the tool listens there:
- * a warning means that the service could not be reached, a line of lesser weight that the service
- * answered and refused.
  */
 #ifndef VANTRO_TOOLS_VANTROCTL_CLIENT_H
 #define VANTRO_TOOLS_VANTROCTL_CLIENT_H
@@ -23,10 +19,9 @@ namespace vantro {
 struct ClientOptions {
     std::string player = "main";
     double timeout_s = 10; /**< For each answer of the service; 0: no limit. */
-    bool verbose = false;  /**< Show the library's log on standard error. */
 };
 
-/** One a process at a time: it owns the log's sink and the alarm. */
+/** One thread at a time. */
 class Client {
   public:
     /** Connects and opens the player. @throws Failure. */
@@ -55,6 +50,9 @@ class Client {
 
     std::optional<TrackStatus> track();
     PlayerStatus status();
+
+    /** For the calls that have no answer of the service to wait for. */
+    VantroHandle *handle() const { return handle_; }
 
   private:
     std::optional<SessionStatus> ask_session();

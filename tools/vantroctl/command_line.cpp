@@ -101,8 +101,7 @@ void CommandLine::add_global_options() {
     app_.add_flag_callback(
         "--no-pager", [this] { options_.list.pager = false; },
         "Print long lists straight to the terminal");
-    app_.add_flag("-v,--verbose", options_.client.verbose,
-                  "Show the library's log on standard error");
+    app_.add_flag("-v,--verbose", options_.verbose, "Show the library's log on standard error");
 }
 
 void CommandLine::add_commands() {

@@ -23,6 +23,7 @@ struct Options {
     std::string filter;
     int32_t number = 1; /**< Of a track, from 1. */
     bool play = false;
+    bool verbose = false; /**< Show the library's log on standard error. */
 };
 
 /** Judges every argument before anything is sent. */

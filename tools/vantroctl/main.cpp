@@ -14,6 +14,7 @@
 #include "tools/vantroctl/display_text.h"
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/json_text.h"
+#include "tools/vantroctl/library_log.h"
 #include "tools/vantroctl/lists.h"
 #include "tools/vantroctl/output.h"
 #include "tools/vantroctl/status_view.h"
@@ -23,6 +24,7 @@ namespace {
 using namespace vantro;
 
 void run(const std::string &verb, const Options &options) {
+    listen_to_library(options.verbose);
     Client client(options.client);
     const ListOptions &list = options.list;
     if (verb == "status") {

@@ -1,0 +1,26 @@
+/** The library's records as the tool keeps them. A text that is absent is empty. */
+#ifndef VANTRO_TOOLS_VANTROCTL_LIBRARY_RECORDS_H
+#define VANTRO_TOOLS_VANTROCTL_LIBRARY_RECORDS_H
+
+#include <cstdint>
+#include <string>
+
+#include <vantro/records.h>
+
+#include "tools/vantroctl/catalogue.h"
+#include "tools/vantroctl/status_view.h"
+
+namespace vantro {
+
+inline std::string text_of(const char *text) {
+    return text ? text : "";
+}
+
+/** @param node, metadata NULL where the service has none. */
+TrackStatus track_of(int32_t index, const MediaNode *node, const Metadata *metadata);
+
+Source source_of(const MediaSource &record);
+
+} // namespace vantro
+
+#endif
