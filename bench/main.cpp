@@ -1,4 +1,4 @@
-// vantro-bench: measures the messaging layer, the service and the records, beside the floor.
+// vantro-bench: measures the messaging layer, events, the service and the records, beside the floor.
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
@@ -10,6 +10,7 @@
 
 #include "bench/copy.h"
 #include "bench/process.h"
+#include "bench/publisher.h"
 #include "bench/run.h"
 
 namespace {
@@ -21,18 +22,40 @@ const std::vector<std::string> &row_names() {
         std::vector<std::string> all{"floor", "putget_small", "putget_64k", "putget_1m"};
         for (int threads = 1; threads <= 8; ++threads)
             all.push_back(fmt::format("putget_threads_{}", threads));
-        for (const char *name :
-             {"putget_clients_1", "putget_clients_1000", "play", "pack_nodes_10k",
-              "unpack_nodes_10k", "service_memory_per_client", "scan_files", "service_memory_100k",
-              "list_10k", "list_10k_copy", "browse_page_100k", "search_prefix_100k",
-              "second_start_first_browse"})
+        for (const char *name : {"putget_clients_1",
+                                 "putget_clients_1000",
+                                 "play",
+                                 "event_get_idle",
+                                 "floor_one_way",
+                                 "signal_one_way",
+                                 "publish_wakeup",
+                                 "publish_readers_0",
+                                 "publish_readers_1",
+                                 "publish_readers_10",
+                                 "publish_readers_100",
+                                 "publish_waiting_1",
+                                 "publish_waiting_10",
+                                 "publish_waiting_100",
+                                 "events_read_one",
+                                 "events_read_lapped",
+                                 "publisher_memory_per_reader",
+                                 "pack_nodes_10k",
+                                 "unpack_nodes_10k",
+                                 "service_memory_per_client",
+                                 "scan_files",
+                                 "service_memory_100k",
+                                 "list_10k",
+                                 "list_10k_copy",
+                                 "browse_page_100k",
+                                 "search_prefix_100k",
+                                 "second_start_first_browse"})
             all.emplace_back(name);
         return all;
     }();
     return names;
 }
 
-/** "floor:SOCKET", "copy:SOCKET:BYTES" or "putget:THREADS:INSTANCE". */
+/** "floor:SOCKET", "copy:SOCKET:BYTES", "putget:THREADS:INSTANCE" or "publisher:SOCKET". */
 int serve(const std::string &what) {
     raise_descriptor_limit();
     const size_t first = what.find(':');
@@ -43,6 +66,8 @@ int serve(const std::string &what) {
         return serve_floor(number);
     if (kind == "copy" && second != std::string::npos)
         return serve_copy(number, std::strtoul(what.c_str() + second + 1, nullptr, 10));
+    if (kind == "publisher")
+        return serve_publisher(number);
     if (kind == "putget" && number > 0 && second != std::string::npos)
         return serve_putget(number, what.c_str() + second + 1);
     return 2;
@@ -53,6 +78,7 @@ int measure(Run &run, const std::string &json) {
     run.directory = enter_private_runtime();
     putget_rows(run);
     play_row(run);
+    event_rows(run);
     record_rows(run);
     memory_row(run);
     catalogue_rows(run);
@@ -69,6 +95,7 @@ int main(int argc, char **argv) try {
     std::string json;
     std::string served;
     size_t traced = 0;
+    size_t traced_gets = 0;
     bool block = false;
 
     CLI::App app{"Measures exchanges beside the machine's own floor: a ping-pong of the same size "
@@ -105,6 +132,7 @@ int main(int argc, char **argv) try {
                  "Forbid looking again before sleeping (today both sides always sleep at once)");
     app.add_option("--serve", served)->group("");
     app.add_option("--trace-exchanges", traced)->group("");
+    app.add_option("--trace-event-gets", traced_gets)->group("");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
@@ -115,6 +143,8 @@ int main(int argc, char **argv) try {
         return serve(served);
     if (traced > 0)
         return trace_exchanges(traced);
+    if (traced_gets > 0)
+        return trace_event_gets(traced_gets);
     return measure(run, json);
 } catch (const std::exception &error) {
     vantro::bench::fail(error.what());

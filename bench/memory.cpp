@@ -36,6 +36,10 @@ double pss_bytes(pid_t pid) {
     return bytes_of(pid, "smaps_rollup", "Pss:");
 }
 
+double resident_bytes(pid_t pid) {
+    return bytes_of(pid, "smaps_rollup", "Rss:");
+}
+
 double most_resident_bytes(pid_t pid) {
     return bytes_of(pid, "status", "VmHWM:");
 }

@@ -2,6 +2,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include <fmt/format.h>
+
 #include "bench/run.h"
 #include "bench/service.h"
 
@@ -63,10 +65,10 @@ SilentService::SilentService(const std::string &directory)
     wait_until_scanned();
 }
 
-Player open_player() {
+Player open_player(const char *name) {
     Player player(vantro_connect());
-    if (!player || vantro_open(player.get(), player_name) != 0)
-        fail("cannot open vantrod's player");
+    if (!player || vantro_open(player.get(), name) != 0)
+        fail(fmt::format("cannot open the player {}", name));
     return player;
 }
 

@@ -52,6 +52,7 @@ class Run {
 // Each adds those of its rows that the run wants.
 void putget_rows(Run &run);
 void play_row(Run &run);
+void event_rows(Run &run);
 void record_rows(Run &run);
 void memory_row(Run &run);
 void catalogue_rows(Run &run);
@@ -61,6 +62,9 @@ int serve_putget(int threads, const char *instance);
 
 /** Does `count` small exchanges with the bench's own service, for who traces this process. */
 int trace_exchanges(size_t count);
+
+/** Gets `count` events of the bench's own player, which has nothing to tell. */
+int trace_event_gets(size_t count);
 
 } // namespace vantro::bench
 

@@ -39,7 +39,8 @@ class SilentService : public Service {
 /** Proportional set size of a process. */
 double pss_bytes(pid_t pid);
 
-/** The most that a process has ever had in memory, shared pages counted whole. */
+/** What a process has in memory, shared pages counted whole, and the most that it ever had. */
+double resident_bytes(pid_t pid);
 double most_resident_bytes(pid_t pid);
 
 struct Disconnect {
@@ -47,8 +48,8 @@ struct Disconnect {
 };
 using Player = std::unique_ptr<VantroHandle, Disconnect>;
 
-/** A handle with the service's player open; fails the run where that cannot be had. */
-Player open_player();
+/** A handle with a player open, of vantrod's if none is named; fails the run where there is none. */
+Player open_player(const char *name = "main");
 
 } // namespace vantro::bench
 

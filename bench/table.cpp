@@ -50,6 +50,10 @@ bool write_json(const std::vector<Row> &rows, const std::string &path) {
             json.Key("copy_ratio");
             json.Double(*row.copy_ratio);
         }
+        if (row.ratio) {
+            json.Key("ratio");
+            json.Double(*row.ratio);
+        }
         if (row.query) {
             json.Key("query");
             json.Double(*row.query);

@@ -20,6 +20,7 @@ struct Row {
     std::optional<double> copy_ratio{}; /**< Median against the bare copy's. */
     std::optional<double> query{};      /**< What the service itself takes, in the row's unit. */
     std::optional<double> unpack{};     /**< What the client's unpacker takes. */
+    std::optional<double> ratio{};      /**< Median against what the note names. */
     std::string note{};                 /**< For a reader. */
 };
 
