@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -158,13 +159,17 @@ bool take_change(EventQueue &queue, std::string_view name, char *text) {
     return applied;
 }
 
-// Queues what the other objects have to tell. @return false where that failed.
+// Queues what the other objects have to tell. The end of what is published is no failure where it
+// comes behind something that is not yet reported: a later call finds it again.
 // @param state_seen receives whether "state" was among those that changed.
+// @return false where that failed.
 bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_seen) {
     msglog(LOG_SEVERITY_DEBUG, "Check for all fds events");
     state_seen = false;
     for (std::size_t read = 0; read < pass_bytes_max;) {
         const ssize_t length = readchange(handle, queue.all_fd);
+        if (length < 0 && errno == ESTALE)
+            return state_seen || queue.dirty_head;
         if (length <= 0)
             return length == 0;
         read += static_cast<std::size_t>(length) + text_overhead;
@@ -193,13 +198,19 @@ void report_queued(EventQueue &queue) {
 
 // Fills the queue's event. @return false where that failed.
 bool next_event(const VantroHandle *handle, EventQueue &queue) {
-    // A change of "state" that was seen among the others comes before them.
-    for (bool state_seen = !queue.dirty_head; state_seen;) {
+    // While something is queued nothing is read. A change of "state" that was seen among the others
+    // comes before them.
+    bool state_may_have_changed = !queue.dirty_head;
+    while (state_may_have_changed) {
         msglog(LOG_SEVERITY_DEBUG, "Check for the state event");
         const ssize_t length = readchange(handle, queue.state_fd);
-        if (length != 0)
-            return length > 0 && report_state(queue, handle->read_buffer);
-        if (!read_objects(handle, queue, state_seen))
+        if (length > 0)
+            return report_state(queue, handle->read_buffer);
+        // Where nobody publishes any more, the file of all objects says so too, behind what the
+        // others still have to tell.
+        if (length < 0 && errno != ESTALE)
+            return false;
+        if (!read_objects(handle, queue, state_may_have_changed))
             return false;
     }
     if (queue.dirty_head)
@@ -215,9 +226,9 @@ bool next_event(const VantroHandle *handle, EventQueue &queue) {
 
 const VantroEvent *vantro_event_get(VantroHandle *handle) {
     using namespace vantro::events;
+    const CancelDisabled no_cancel;
     if (!has_player(handle))
         return nullptr;
-    const CancelDisabled no_cancel;
     msglog(LOG_SEVERITY_DEBUG, "vantro_event_get");
     const Lock lock(handle);
     EventQueue *queue = handle->event_queue ? handle->event_queue : newq(handle);

@@ -25,6 +25,7 @@
  *    takes its own turn.
  *  - The end of an object is no event, and that of "status" or "track" takes the change with it
  *    that waits to be reported. The end of "state" gives VANTRO_STATE_NONE.
+ *  - A handle that lags behind by about a megabyte of changes is told each object as it then is.
  *
  * Ownership and lifetime. vantro_event_get() returns one record of the handle's. It, its texts, its
  * dictionary and the records that it points to are the library's, not to be freed or changed, and
@@ -42,7 +43,7 @@
  *  - EACCES, EMFILE, ENFILE, ENOMEM, and in vantro_event_wait() also EINTR, ENOSPC: what they
  *    always mean. The next call tries again.
  * Where there is no memory for the handle's events, or for a record, the process ends with abort().
- * Every call flushes standard output.
+ * vantro_event_get() and vantro_event_wait() flush standard output.
  *
  * Threads. vantro_event_get() on one handle may run in several threads, one at a time, but the
  * record that it returns is one. vantro_event_wait() and vantro_event_data_set() must not overlap a

@@ -2,13 +2,18 @@
 // of it: see courses/README.
 #include <algorithm>
 #include <cerrno>
+#include <clocale>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <stdio_ext.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "events/changes.h"
 #include "events/log.h"
+#include "events/queue.h"
 #include "tests/events/support.h"
 #include "tests/records/failing_memory.h"
 
@@ -109,6 +114,23 @@ TEST_F(Retrieval, WithoutAPublisherOrAPlayerLeavesNothing) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
+TEST_F(Retrieval, WantOfDescriptorsLeavesNothing) {
+    start_publishing();
+    const long before = open_descriptors();
+    struct rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const VantroEvent *event = nullptr;
+    for (struct rlimit few{0, limit.rlim_max}; !event; few.rlim_cur++) {
+        setrlimit(RLIMIT_NOFILE, &few);
+        event = vantro_event_get(handle);
+        const int error = errno;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        ASSERT_TRUE(event || error == EMFILE) << error;
+        EXPECT_EQ(handle->event_queue != nullptr, event != nullptr);
+        ASSERT_EQ(open_descriptors(), before + (event ? 2 : 0)) << few.rlim_cur;
+    }
+}
+
 TEST_F(Retrieval, FollowsOnePublisherAfterTheOther) {
     start_publishing();
     publish("state", "status", "playing");
@@ -120,9 +142,11 @@ TEST_F(Retrieval, FollowsOnePublisherAfterTheOther) {
     EXPECT_EQ(next(), "7 mediasource1 {a=1,b=2}");
     EXPECT_EQ(open_descriptors(), before + 2);
     publish("state", "rate", "3");
+    for (const char *last : {"x", "y"})
+        publish(last, "a", "1");
     stop_publishing();
-    EXPECT_EQ(next(), "3 state 2/3/0/0 was 2/2/0/0");
-    EXPECT_EQ(next(), "failed");
+    for (const char *last : {"3 state 2/3/0/0 was 2/2/0/0", "7 x {a=1}", "7 y {a=1}", "failed"})
+        EXPECT_EQ(next(), last);
     EXPECT_EQ(errno, ESTALE);
     // The next one begins anew, and so must the application.
     start_publishing();
@@ -174,6 +198,42 @@ TEST_F(Retrieval, WantOfMemoryCostsItsCallAlone) {
     EXPECT_GE(failures, 3);
     EXPECT_EQ(take_lines(),
               (Lines{"3 Failed to copy attribute a::1", "3 Failed to copy attribute b::2"}));
+}
+
+// What no object service of ours gives, and others may: from a socket, one text a read.
+TEST_F(Retrieval, TextsWithoutAnObjectsWholeLineArePassedOver) {
+    start_publishing();
+    ASSERT_EQ(next(), "7");
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
+    std::swap(handle->event_queue->all_fd, ends[0]);
+    for (const std::string text : {"a::1\n", "@x", "\n@", "a::1\n@x\nb::2\n"})
+        EXPECT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(ends[1]);
+    EXPECT_EQ(next(), "7 x {b=2}");
+    EXPECT_EQ(take_lines(), Lines{"3 dict is null and please investigate"});
+    EXPECT_EQ(next(), "7");
+    std::swap(handle->event_queue->all_fd, ends[0]);
+    close(ends[0]);
+}
+
+// In Turkish a comma divides a rate, and the small form of "I" has no dot.
+TEST_F(Retrieval, TextsMeanTheSameInEveryLocale) {
+    const std::string home = std::string(getenv("XDG_RUNTIME_DIR")) + "/locales";
+    std::filesystem::create_directory(home);
+    const std::string make = "localedef -i tr_TR -f ISO-8859-9 " + home + "/tr_TR 2>&1";
+    setenv("LOCPATH", home.c_str(), 1);
+    if (std::system(make.c_str()) != 0 || !std::setlocale(LC_ALL, "tr_TR"))
+        GTEST_SKIP() << "no such locale can be had here";
+    start_publishing();
+    publish("state", "rate", "1.5");
+    publish("state", "status", "PLAYING");
+    const bool differs = std::strtod("1.5", nullptr) == 1 && strcasecmp("PLAYING", "playing") != 0;
+    const VantroEvent event = *vantro_event_get(handle);
+    std::setlocale(LC_ALL, "C");
+    EXPECT_TRUE(differs);
+    EXPECT_EQ(event.rate, 1.5F);
+    EXPECT_EQ(event.state, VANTRO_STATE_PLAYING);
 }
 
 TEST_F(Retrieval, TracesFlushAndAreNotWrittenAndLinesAreCut) {
