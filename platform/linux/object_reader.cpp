@@ -12,6 +12,7 @@
 #include "platform/linux/change_line.h"
 #include "platform/linux/object_directory.h"
 #include "platform/linux/picture.h"
+#include "platform/linux/ring_words.h"
 #include "platform/linux/runtime_directory.h"
 #include "platform/linux/scoped.h"
 
@@ -303,6 +304,7 @@ int ObjectReader::arm(int signal) {
         if (!notification_.arm(ring_file_.get(), signal)) {
             return -1;
         }
+        fence_at_the_bell();
         if (!has_input()) {
             return 0;
         }

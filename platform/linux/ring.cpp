@@ -47,6 +47,7 @@ void RingWriter::retire() {
 
 void RingWriter::ring_bell(int file) {
     const char stroke = 1;
+    fence_at_the_bell();
     /* The byte is there already: nothing is allocated, and nothing can be in the way. */
     [[maybe_unused]] const ssize_t written =
         ::pwrite(file, &stroke, sizeof stroke, offsetof(RingHeader, bell));

@@ -64,6 +64,13 @@ inline void fence_after_reserving() {
 inline void fence_after_copying() {
     __atomic_thread_fence(__ATOMIC_ACQUIRE);
 }
+/*
+ * The publisher commits and then looks, within a system call, who watches; a reader watches and
+ * then looks what is committed. Were either's second step to come first, both could see nothing.
+ */
+inline void fence_at_the_bell() {
+    __atomic_thread_fence(__ATOMIC_SEQ_CST);
+}
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic pop
 #endif
