@@ -129,9 +129,14 @@ ObjectReader::Got ObjectReader::fetch() {
     if (!current_.empty()) {
         got = Got::change;
     } else if (!is_noise_) {
+        const uint64_t before = ring_.committed();
         got = Got::again;
         for (int start = 0; got == Got::again && start < starts_max; ++start) {
             got = find_next();
+        }
+        /* Nobody overtakes without committing: told to try again, this reader would do so forever. */
+        if (got == Got::again && ring_.committed() == before) {
+            got = Got::noise;
         }
         is_noise_ = got == Got::noise;
     }
@@ -152,13 +157,9 @@ ObjectReader::Got ObjectReader::find_next() {
         return Got::change;
     }
     /* What is appended from here on is the next call's: a busy publisher keeps no reader. */
-    const bool ended = gone_ || ring_.retired() || (doubtful_ && publisher_gone());
+    gone_ = gone_ || ring_.retired() || (doubtful_ && publisher_gone());
     const Got got = follow(ring_.committed());
-    if (got == Got::nothing && ended) {
-        gone_ = true;
-        return Got::gone;
-    }
-    return got;
+    return got == Got::nothing && gone_ ? Got::gone : got;
 }
 
 /** Reads on up to a position. */
@@ -209,7 +210,6 @@ ObjectReader::Got ObjectReader::tell() {
         known_bytes_ += head.name.size();
     }
     current_.swap(record_);
-    doubtful_ = false;
     return Got::change;
 }
 

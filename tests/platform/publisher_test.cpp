@@ -113,13 +113,16 @@ TEST(Publisher, WhoseDeathWakesThoseWhoWait) {
     const RuntimeDirectory runtime;
     const WakeSignals signals;
     for (int round = 0; round < 50; ++round) {
-        int ready[2];
-        ASSERT_EQ(pipe(ready), 0);
+        int ready[2], last_words[2];
+        ASSERT_EQ(pipe(ready) + pipe(last_words), 0);
         const pid_t child = in_child([&] {
             const Publisher publisher = publish_in();
             set(publisher, "o", "a", "1");
-            [[maybe_unused]] const ssize_t n = write(ready[1], "r", 1);
-            pause();
+            char byte;
+            if (write(ready[1], "r", 1) + read(last_words[0], &byte, 1) == 2) {
+                set(publisher, "o", "a", "2");
+            }
+            raise(SIGKILL);
         });
         char byte;
         ASSERT_EQ(read(ready[0], &byte, 1), 1);
@@ -128,14 +131,23 @@ TEST(Publisher, WhoseDeathWakesThoseWhoWait) {
         Reader reader;
         EXPECT_EQ(reader.read_all(), "@o\na::1\n");
         ASSERT_EQ(reader.arm(), 0);
-        kill(child, SIGKILL);
+        if (round % 2) {
+            kill(child, SIGKILL);
+        } else {
+            ASSERT_EQ(write(last_words[1], "w", 1), 1);
+            EXPECT_EQ(exit_status(child), SIGKILL);
+        }
         EXPECT_EQ(signals.wait(), wake_signal);
         notify_disarm(reader.descriptor);
-        EXPECT_EQ(reader.read(), "");
+        signals.take();
+        EXPECT_EQ(reader.read_all(), round % 2 ? "" : "@o\na::2\n");
         EXPECT_EQ(reader.error, ESTALE);
-        exit_status(child);
-        close(ready[0]);
-        close(ready[1]);
+        if (round % 2) {
+            exit_status(child);
+        }
+        for (const int descriptor : {ready[0], ready[1], last_words[0], last_words[1]}) {
+            close(descriptor);
+        }
     }
 }
 
