@@ -63,13 +63,21 @@ void after_fork_in_child() {
     publishers_lock.unlock();
 }
 
-void enlist(object_publisher *publisher) {
+/**
+ * Takes the directory and enlists, without a fork in between: a child that does not know of the lock
+ * would hold it beyond its parent's death.
+ */
+bool take_and_enlist(object_publisher *publisher, std::string_view directory) {
     static const int watches_fork =
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
     static_cast<void>(watches_fork);
     const std::lock_guard guard(publishers_lock);
+    if (!publisher->directory.take(directory, publisher->ring)) {
+        return false;
+    }
     publisher->next = publishers;
     publishers = publisher;
+    return true;
 }
 
 void strike_off(object_publisher *publisher) {
@@ -128,11 +136,7 @@ struct object_publisher *object_publisher_open(const char *directory) {
     const CancelDisabled no_cancel;
     try {
         auto publisher = std::make_unique<object_publisher>();
-        if (!publisher->directory.take(relative, publisher->ring)) {
-            return nullptr;
-        }
-        enlist(publisher.get());
-        return publisher.release();
+        return take_and_enlist(publisher.get(), relative) ? publisher.release() : nullptr;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
         return nullptr;
@@ -144,12 +148,12 @@ void object_publisher_close(struct object_publisher *publisher) {
         return;
     }
     const CancelDisabled no_cancel;
-    strike_off(publisher);
     if (!publisher->abandoned) {
         publisher->ring.retire();
         RingWriter::ring_bell(publisher->directory.ring_file());
         publisher->directory.remove();
     }
+    strike_off(publisher);
     delete publisher;
 }
 
