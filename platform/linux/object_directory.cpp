@@ -17,6 +17,8 @@ constexpr const char *lock_name = "lock";
 constexpr const char *new_ring_name = "ring.new";
 constexpr mode_t ring_mode = 0444;
 constexpr mode_t unfinished_mode = 0600;
+/* Readers may open the ring meanwhile, and those that wait may watch it. */
+constexpr mode_t writable_mode = 0644;
 
 /* Publishers that leave may remove a directory as often as another makes it: not for ever. */
 constexpr int attempts_max = 16;
@@ -39,7 +41,7 @@ void retire_old_ring(int directory) {
         return;
     }
     /* Nobody may write the file, its owner included, until that is changed. */
-    ::fchmod(found.get(), unfinished_mode);
+    ::fchmod(found.get(), writable_mode);
     const UniqueFd ring(::openat(directory, ring_name, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
     ::fchmod(found.get(), ring_mode);
     if (ring) {
