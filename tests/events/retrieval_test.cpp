@@ -1,6 +1,7 @@
 // Which events come of what is published, in which order, and what is logged. The courses say most
 // of it: see courses/README.
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <clocale>
 #include <cstring>
@@ -228,7 +229,7 @@ TEST_F(Retrieval, TextsMeanTheSameInEveryLocale) {
     start_publishing();
     publish("state", "rate", "1.5");
     publish("state", "status", "PLAYING");
-    const bool differs = std::strtod("1.5", nullptr) == 1 && strcasecmp("PLAYING", "playing") != 0;
+    const bool differs = std::strtod("1.5", nullptr) == 1 && std::tolower('I') != 'i';
     const VantroEvent event = *vantro_event_get(handle);
     std::setlocale(LC_ALL, "C");
     EXPECT_TRUE(differs);
