@@ -135,13 +135,13 @@ std::uint64_t fill_tsid(const VantroEvent &event) {
 
 // Leaves the buffer empty where there is no such attribute, or it is too long.
 void copystr(char (&buffer)[json_size], const mosk_dict *dict, const char *key) {
-    std::memset(buffer, 0, sizeof buffer);
+    *buffer = '\0';
     const char *value = mosk_dict_find_value(dict, key);
     if (!value)
         return;
     const std::size_t length = strnlen(value, json_size);
     if (length < json_size)
-        std::memcpy(buffer, value, length);
+        std::memcpy(buffer, value, length + 1);
     else
         msglog(LOG_SEVERITY_WARNING, "Ignoring invalid %s in state event", key);
 }

@@ -44,6 +44,10 @@ char unescaped(char escape, Escapes kind, bool first) {
 
 bool may_be_unescaped(std::string_view text, Escapes kind) {
     for (size_t i = 0; i < text.size(); ++i) {
+        /* Values may be long, and hold few escapes: what lies between is passed over at once. */
+        if (kind == Escapes::of_a_value && (i = text.find('\\', i)) == text.npos) {
+            return true;
+        }
         if (text[i] == '\\') {
             if (i + 1 == text.size() || unescaped(text[i + 1], kind, i == 0) == '\0') {
                 return false;
