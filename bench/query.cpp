@@ -46,7 +46,8 @@ OwnQuery time_query(const std::string &music, const std::string &state, int32_t 
     if (!store)
         fail(wrong);
     constexpr int32_t client = 0;
-    Answers answers(*store, {"main"}, [] { return std::chrono::nanoseconds(0); });
+    Players players(*store, {"main"}, [] { return std::chrono::nanoseconds(0); });
+    Answers answers(*store, players);
     answers.opens().reset(client);
 
     Bytes answer;

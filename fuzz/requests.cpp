@@ -87,7 +87,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     MemoryCatalogue catalogue({20'000, 19'999, 19'998, 19'997, 19'996});
     catalogue.gone = 2;
     std::chrono::seconds now{0};
-    Answers answers(catalogue, {"main", "kitchen"}, [&] { return now += std::chrono::seconds(1); });
+    Players players(catalogue, {"main", "kitchen"}, [&] { return now += std::chrono::seconds(1); });
+    Answers answers(catalogue, players);
     for (int32_t open = 0; open < 4; ++open)
         answers.opens().reset(open);
 

@@ -26,6 +26,7 @@
 
 #include "service/catalogue/store.h"
 #include "service/options.h"
+#include "service/playback/players.h"
 #include "service/requests/answers.h"
 #include "service/requests/handlers.h"
 #include "service/scan_report.h"
@@ -138,13 +139,19 @@ int serve(const Options &options) {
         return fail("--state: none is given, and neither XDG_STATE_HOME nor HOME is set");
     wanted.music.assign(options.music.begin(), options.music.end());
     wanted.log = log_line;
+    Players *published = nullptr;
+    wanted.changed = [&published](int32_t source) { published->source_changed(source); };
     wanted.progress = [&report](const ScanProgress &progress) { report.note(progress); };
     std::string wrong;
     store = open_store(std::move(wanted), wrong);
     if (!store)
         return fail("--state: " + wrong);
 
-    Answers answers(*store, options.players, monotonic_now);
+    Players players(*store, options.players, monotonic_now);
+    if (wrong = players.publish(log_line); !wrong.empty())
+        return fail(wrong);
+    published = &players; // before anything is scanned
+    Answers answers(*store, players);
     set_answers(&answers);
     wrong = server.run(options.threads, [&] {
         const int64_t tracks = store->song_count();

@@ -92,6 +92,18 @@ enum {
     VANTRO_TRKSESSION_PLAY = 1  /**< Make it current and play. */
 };
 
+/* ----------------------------------------------------------------------------------- errors */
+
+/**
+ * The code of a VANTRO_EVENT_ERROR: why a track was not played. The player goes on with the next
+ * one, unless it was the last, or too many in a row were of no use.
+ */
+enum {
+    VANTRO_ERROR_GONE = 1,       /**< Its file is not there any more. */
+    VANTRO_ERROR_UNREADABLE = 2, /**< Its file cannot be read. */
+    VANTRO_ERROR_DAMAGED = 3     /**< What its file holds cannot be played. */
+};
+
 /* ------------------------------------------------------------------------- extended metadata */
 
 /**

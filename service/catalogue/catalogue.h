@@ -93,6 +93,10 @@ class Catalogue {
     // Node and metadata of one song. Returns 0, ENOENT when it is gone, or EIO.
     virtual int song(SongId id, Node &node, SongMetadata &metadata) = 0;
 
+    // 0, or the VANTRO_ERROR_* for which a song's file cannot be played now. Reads the file, so it may
+    // wait for a disk.
+    virtual int32_t check(SongId id) = 0;
+
     // The next `count` numbers for track sessions, never given before, also not by an earlier run.
     // Returns the first, or 0 when they have run out or cannot be noted.
     virtual int32_t take_session_ids(int32_t count) = 0;

@@ -29,7 +29,10 @@ std::vector<std::string> read_extended(Database &database, const ArtworkFolder &
                                        std::string_view root, SongId song,
                                        const std::vector<std::string_view> &keys);
 
-// The same for a node that is no song, from what describe() gave.
+// The file of a song; empty when the song is gone.
+std::string path_of(Database &database, std::string_view root, SongId song);
+
+// The same as read_extended() for a node that is no song, from what describe() gave.
 std::vector<std::string> extended_of(const SongMetadata &metadata,
                                      const std::vector<std::string_view> &keys);
 

@@ -1,8 +1,11 @@
 #include "service/catalogue/song_file.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
+#include <fcntl.h>
 #include <string>
+#include <unistd.h>
 
 #include <fmt/format.h>
 #include <taglib/audioproperties.h>
@@ -226,6 +229,15 @@ const char *read_song(const std::string &path, SongFile &song) {
         // The tag readers allocate what a file's own length fields ask for.
         return "is damaged";
     }
+}
+
+int32_t check_song(const std::string &path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (descriptor < 0)
+        return errno == ENOENT || errno == ENOTDIR ? VANTRO_ERROR_GONE : VANTRO_ERROR_UNREADABLE;
+    close(descriptor);
+    SongFile ignored;
+    return read_song(path, ignored) ? VANTRO_ERROR_DAMAGED : 0;
 }
 
 } // namespace vantro

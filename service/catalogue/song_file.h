@@ -46,6 +46,9 @@ bool has_audio_name(std::string_view name);
 // nothing, or why it cannot.
 const char *read_song(const std::string &path, SongFile &song);
 
+// 0, or the VANTRO_ERROR_* for which the file at `path` cannot be played.
+int32_t check_song(const std::string &path);
+
 } // namespace vantro
 
 #endif

@@ -19,6 +19,7 @@
 #include "service/catalogue/pool.h"
 #include "service/catalogue/scanning.h"
 #include "service/catalogue/schema.h"
+#include "service/catalogue/song_file.h"
 #include "service/catalogue/state.h"
 #include "service/catalogue/text.h"
 #include "service/catalogue/view.h"
@@ -65,6 +66,7 @@ class SqliteCatalogue : public Store {
     int all_songs(std::vector<QueuedSong> &songs) override;
     int song_nodes(const SongId *ids, std::size_t count, std::vector<Node> &nodes) override;
     int song(SongId id, Node &node, SongMetadata &metadata) override;
+    int32_t check(SongId id) override;
     int32_t take_session_ids(int32_t count) override { return sessions_.take(count); }
 
     int64_t song_count() override;
@@ -327,6 +329,19 @@ int SqliteCatalogue::song(SongId id, Node &node, SongMetadata &metadata) {
         node = song_node(view, id);
         return !node.id.empty() && read_metadata(database, artwork_, id, metadata) ? 0 : ENOENT;
     });
+}
+
+int32_t SqliteCatalogue::check(SongId id) {
+    std::string path;
+    const int result = guarded([&](Database &database) {
+        View view(database, lists_, 0);
+        const MusicDirectory *const source = directory(song_node(view, id).source);
+        path = source ? path_of(database, source->path, id) : "";
+        return 0;
+    });
+    if (path.empty())
+        return result == 0 ? VANTRO_ERROR_GONE : VANTRO_ERROR_UNREADABLE;
+    return check_song(path); // with nothing held: the disk may be slow
 }
 
 } // namespace

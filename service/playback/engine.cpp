@@ -2,17 +2,31 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <numeric>
 #include <utility>
 
 namespace vantro {
 
+namespace {
+
+// Changes that one call notes at most: ends of tracks, what it does, and a stop and a going on.
+constexpr std::size_t notes_max = 4;
+
+bool differ(const VantroStateInfo &a, const VantroStateInfo &b) {
+    return a.state != b.state || a.rate != b.rate || a.repeat != b.repeat || a.shuffle != b.shuffle;
+}
+
+} // namespace
+
 Engine::Engine(Clock clock, uint32_t seed)
     : clock_(std::move(clock)),
-      random_(seed), modes_{VANTRO_STATE_IDLE, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF} {}
+      random_(seed), modes_{VANTRO_STATE_IDLE, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF},
+      noted_(modes_) {}
 
 void Engine::load(SessionPtr session, int32_t index, bool play) {
     const std::lock_guard<std::mutex> guard(mutex_);
+    const auto now = catch_up();
     std::vector<int32_t> order;
     if (modes_.shuffle == VANTRO_SHUFFLE_ON)
         order = draw_order(*session, index);
@@ -20,7 +34,9 @@ void Engine::load(SessionPtr session, int32_t index, bool play) {
     order_.swap(order);
     session_.swap(session); // the old one, if this was its last place, goes after the lock
     modes_.state = play ? VANTRO_STATE_PLAYING : VANTRO_STATE_PAUSED;
-    place_at(0, clock_());
+    place_at(0, now);
+    started_anew();
+    note(Change::session | Change::track | Change::position, now);
 }
 
 void Engine::unload(uint64_t tsid) {
@@ -28,11 +44,13 @@ void Engine::unload(uint64_t tsid) {
     const std::lock_guard<std::mutex> guard(mutex_);
     if (!session_ || session_->tsid != tsid)
         return;
+    const auto now = catch_up();
     dropped.swap(session_);
     order_ = {};
     place_ = 0;
     base_ = 0;
     modes_.state = VANTRO_STATE_IDLE;
+    note(Change::session, now);
 }
 
 // Every song once; `first` begins, unless it is any_index.
@@ -63,6 +81,7 @@ int64_t Engine::position(std::chrono::nanoseconds now) const {
 void Engine::place_at(int64_t where, std::chrono::nanoseconds now) {
     base_ = where;
     base_time_ = now;
+    next_tick_ = now + tick_every;
 }
 
 // The next play begins from the top.
@@ -71,8 +90,34 @@ void Engine::end_of_session() {
     place_ = 0;
 }
 
+// For whoever publishes: something became different, and modes perhaps. catch_up() has made room.
+void Engine::note(unsigned what, std::chrono::nanoseconds now, int32_t error) {
+    if (differ(modes_, noted_))
+        what |= Change::state;
+    if (what == 0)
+        return;
+    noted_ = modes_;
+    changes_.push_back({what, error, at(now)});
+    noted_count_.fetch_add(1, std::memory_order_release);
+}
+
+// A track begins to play, if the player does.
+void Engine::started() {
+    if (!playing())
+        return;
+    ++start_;
+    start_taken_ = false;
+}
+
+// The same by somebody's choice.
+void Engine::started_anew() {
+    failures_ = 0;
+    started();
+}
+
 // Brings the player up to now, which is returned. Every operation begins here.
 std::chrono::nanoseconds Engine::catch_up() {
+    changes_.reserve(changes_.size() + notes_max);
     const std::chrono::nanoseconds now = clock_();
     if (!playing())
         return now;
@@ -94,6 +139,8 @@ std::chrono::nanoseconds Engine::catch_up() {
         reached %= session_->total;
     }
     place_at(reached, now);
+    started();
+    note(Change::track | Change::position, now);
     return now;
 }
 
@@ -104,7 +151,9 @@ int Engine::play() {
         return ENODATA;
     if (!playing()) {
         modes_.state = VANTRO_STATE_PLAYING;
-        base_time_ = now;
+        place_at(base_, now);
+        started_anew();
+        note(Change::position, now);
     }
     return 0;
 }
@@ -115,15 +164,19 @@ int Engine::pause() {
     if (playing()) {
         place_at(position(now), now);
         modes_.state = VANTRO_STATE_PAUSED;
+        note(Change::position, now);
     }
     return 0;
 }
 
 int Engine::stop() {
     const std::lock_guard<std::mutex> guard(mutex_);
-    place_at(0, catch_up());
+    const auto now = catch_up();
+    const bool moves = playing() || base_ != 0;
+    place_at(0, now);
     if (session_)
         modes_.state = VANTRO_STATE_STOPPED;
+    note(moves ? Change::position : 0u, now);
     return 0;
 }
 
@@ -139,6 +192,8 @@ int Engine::next() {
     else
         end_of_session();
     place_at(0, now);
+    started_anew();
+    note(Change::track | Change::position, now);
     return 0;
 }
 
@@ -147,6 +202,7 @@ int Engine::previous() {
     const auto now = catch_up();
     if (!session_)
         return ENODATA;
+    const int32_t from = place_;
     if (position(now) <= restart_after_ms * int64_t{1000}) {
         if (place_ > 0)
             --place_;
@@ -154,6 +210,12 @@ int Engine::previous() {
             place_ = session_->length() - 1;
     }
     place_at(0, now);
+    if (place_ == from) {
+        note(Change::position, now);
+        return 0;
+    }
+    started_anew();
+    note(Change::track | Change::position, now);
     return 0;
 }
 
@@ -179,6 +241,8 @@ int Engine::jump(int32_t index) {
         }
     }
     place_at(0, now);
+    started_anew();
+    note(Change::track | Change::position, now);
     return 0;
 }
 
@@ -188,6 +252,7 @@ int Engine::seek(int32_t position_ms) {
     if (!session_)
         return ENODATA;
     place_at(std::clamp<int64_t>(int64_t{1000} * position_ms, 0, duration()), now);
+    note(Change::position, now);
     return 0;
 }
 
@@ -196,8 +261,11 @@ int Engine::set_rate(float rate) {
         return ERANGE;
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
+    if (modes_.rate == rate)
+        return 0;
     place_at(position(now), now);
     modes_.rate = rate;
+    note(playing() ? Change::position : 0u, now);
     return 0;
 }
 
@@ -205,8 +273,9 @@ int Engine::set_repeat(int32_t mode) {
     if (mode < VANTRO_REPEAT_OFF || mode > VANTRO_REPEAT_ONE)
         return ERANGE;
     const std::lock_guard<std::mutex> guard(mutex_);
-    catch_up();
+    const auto now = catch_up();
     modes_.repeat = mode;
+    note(0, now);
     return 0;
 }
 
@@ -215,7 +284,7 @@ int Engine::set_shuffle(int32_t mode) {
     if (mode != VANTRO_SHUFFLE_OFF && mode != VANTRO_SHUFFLE_ON)
         return ERANGE;
     const std::lock_guard<std::mutex> guard(mutex_);
-    catch_up();
+    const auto now = catch_up();
     if (session_ && modes_.shuffle != mode) {
         const int32_t current = index();
         if (mode == VANTRO_SHUFFLE_ON)
@@ -225,15 +294,86 @@ int Engine::set_shuffle(int32_t mode) {
         place_ = order_.empty() ? current : 0;
     }
     modes_.shuffle = mode;
+    note(0, now);
     return 0;
+}
+
+Engine::Snapshot Engine::at(std::chrono::nanoseconds now) const {
+    if (!session_)
+        return {modes_, nullptr, 0, 0};
+    return {modes_, session_, index(), static_cast<int32_t>(position(now) / 1000)};
 }
 
 Engine::Snapshot Engine::snapshot() {
     const std::lock_guard<std::mutex> guard(mutex_);
+    return at(catch_up());
+}
+
+bool Engine::first_change(Change &change) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (changes_.empty())
+        return false;
+    change = changes_.front();
+    return true;
+}
+
+void Engine::drop_change() {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    changes_.erase(changes_.begin());
+}
+
+std::optional<std::chrono::nanoseconds> Engine::wake() {
+    const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
-    if (!session_)
-        return {modes_, nullptr, 0, 0};
-    return {modes_, session_, index(), static_cast<int32_t>(position(now) / 1000)};
+    if (!playing())
+        return std::nullopt;
+    if (now >= next_tick_) {
+        next_tick_ += (now - next_tick_) / tick_every * tick_every + tick_every;
+        note(Change::tick, now);
+    }
+    // At a low rate an end may lie beyond all time; the tick comes first anyway. One microsecond
+    // more, for what was rounded.
+    const auto lasts = [this](int64_t us) {
+        const double real_us = static_cast<double>(us) / double{modes_.rate} + 1;
+        return std::chrono::microseconds(std::lround(std::min(real_us, 2e6)));
+    };
+    const bool short_one = lasts(duration()) < end_after;
+    const auto end = base_time_ + (short_one ? end_after : lasts(duration() - base_));
+    return std::max<std::chrono::nanoseconds>(std::min(end, next_tick_) - now, {});
+}
+
+std::optional<Engine::Start> Engine::take_start() {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    catch_up();
+    if (start_taken_ || !playing())
+        return std::nullopt;
+    start_taken_ = true;
+    return Start{start_, session_->songs[static_cast<std::size_t>(index())].id};
+}
+
+void Engine::checked(uint64_t number, int32_t error) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto now = catch_up();
+    if (number != start_ || !playing())
+        return;
+    if (error == 0) {
+        failures_ = 0;
+        return;
+    }
+    place_at(position(now), now);
+    modes_.state = VANTRO_STATE_STOPPED;
+    note(0, now, error);
+    place_at(0, now);
+    if (++place_ == session_->length()) {
+        place_ = 0;
+        if (modes_.repeat == VANTRO_REPEAT_OFF)
+            failures_ = failures_max;
+    }
+    if (++failures_ < std::min(failures_max, session_->length())) {
+        modes_.state = VANTRO_STATE_PLAYING;
+        started();
+    }
+    note(Change::track | Change::position, now);
 }
 
 } // namespace vantro

@@ -1,8 +1,14 @@
 // What one player plays: a track session, which song of it, and where.
 //
-// There is no timer. What has happened since the last call is worked out from the clock at the
+// There is no timer here. What has happened since the last call is worked out from the clock at the
 // next one, over as many ends of tracks as fell in between; that costs at most two walks through
-// the session, however long the gap was. So a player that nobody asks costs nothing.
+// the session, however long the gap was. wake() says when something will happen by itself.
+//
+// Every change is noted, in order, with what is then so, for whoever publishes it.
+//
+// Whether a track's file can be played is found out by somebody else, who may have to wait for a
+// disk: each start of a track is handed out by take_start() and answered by checked(). Until then
+// the track plays.
 //
 // A session is played in an order: as it stands, or, with shuffle, a permutation in which every
 // song comes once. next() and previous() walk that order, so that previous() always goes back the
@@ -14,10 +20,12 @@
 #ifndef VANTRO_SERVICE_PLAYBACK_ENGINE_H
 #define VANTRO_SERVICE_PLAYBACK_ENGINE_H
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -34,6 +42,17 @@ inline constexpr int32_t restart_after_ms = 3000;
 // over any number of years exact.
 inline constexpr float rate_max = 16.0f;
 
+// Tracks of no use in a row after which a player stops. That many are not files gone wrong but a
+// disk gone missing, and whoever follows the player is to be told in less than a flood.
+inline constexpr int32_t failures_max = 100;
+
+// How often the position is told while playing.
+inline constexpr std::chrono::seconds tick_every{1};
+
+// Shortest time from the start of a track to its end's being told: tracks of a millisecond, round
+// and round, are told of together.
+inline constexpr std::chrono::milliseconds end_after{10};
+
 // In place of an index: the first song in the order of play.
 inline constexpr int32_t any_index = -1;
 
@@ -47,6 +66,20 @@ class Engine {
         SessionPtr session;      // null while idle
         int32_t index = 0;       // of the current song within the session
         int32_t position_ms = 0; // from the start of that song
+    };
+
+    struct Change {
+        // What became different; where it is nothing but the time, `tick`.
+        enum : unsigned { state = 1, session = 2, track = 4, position = 8, tick = 16 };
+        unsigned what = 0;
+        int32_t error = 0; // with `state`: the VANTRO_ERROR_* that stopped the player, or 0
+        Snapshot now;
+    };
+
+    // One time that a track began to play.
+    struct Start {
+        uint64_t number;
+        SongId song;
     };
 
     // `seed` decides the shuffles.
@@ -73,7 +106,27 @@ class Engine {
 
     Snapshot snapshot();
 
+    // How many changes were noted so far. Without the lock.
+    uint64_t changes() const { return noted_count_.load(std::memory_order_acquire); }
+    // The oldest change that was not yet dropped; false where there is none.
+    bool first_change(Change &change);
+    void drop_change();
+
+    // Does what is due by now. Returns how long until the next time that something will be; nothing
+    // while the player does not play.
+    std::optional<std::chrono::nanoseconds> wake();
+
+    // The last start, unless it was handed out before or is over.
+    std::optional<Start> take_start();
+    // Its file can be played, or why not. Then the player stops with that error and, where there is
+    // a next track, goes on with it. A start that is over does not count.
+    void checked(uint64_t number, int32_t error);
+
   private:
+    Snapshot at(std::chrono::nanoseconds now) const;
+    void note(unsigned what, std::chrono::nanoseconds now, int32_t error = 0);
+    void started();
+    void started_anew();
     bool playing() const { return modes_.state == VANTRO_STATE_PLAYING; }
     int32_t index() const;
     int64_t duration() const;
@@ -93,6 +146,13 @@ class Engine {
     int32_t place_ = 0;          // of the current song in the order of play
     int64_t base_ = 0;           // position in that song at the time base_time_;
     std::chrono::nanoseconds base_time_{0}; // it moves on from there only while playing
+    std::chrono::nanoseconds next_tick_{0}; // only while playing
+    std::vector<Change> changes_;           // oldest first; those that were not yet dropped
+    VantroStateInfo noted_;                 // as the last change has it
+    std::atomic<uint64_t> noted_count_ = 0; // written with the lock held
+    uint64_t start_ = 0;                    // number of the last start
+    bool start_taken_ = true;
+    int32_t failures_ = 0; // tracks of no use since one was of use, or a command chose another
 };
 
 } // namespace vantro

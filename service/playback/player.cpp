@@ -124,4 +124,90 @@ SessionPtr Player::session(uint64_t tsid) {
     return nullptr;
 }
 
+std::string Player::publish(const Publisher::Log &log, std::function<void()> moved) {
+    std::string wrong;
+    const std::lock_guard<std::mutex> guard(telling_);
+    publisher_ = Publisher::open(name, log, wrong);
+    if (!publisher_)
+        return wrong;
+    moved_ = std::move(moved);
+    publisher_->state(engine.snapshot().modes, 0);
+    for (const Source &source : catalogue_.sources())
+        publisher_->source(source, false);
+    return "";
+}
+
+void Player::tell() {
+    if (told_.load(std::memory_order_acquire) == engine.changes())
+        return;
+    bool moved = false;
+    {
+        const std::lock_guard<std::mutex> guard(telling_);
+        // One that throws for want of memory stays, for the next call.
+        for (Engine::Change change; engine.first_change(change); engine.drop_change()) {
+            if (publisher_)
+                publish_change(change);
+            moved = moved || change.what != Engine::Change::tick;
+            told_.fetch_add(1, std::memory_order_release);
+        }
+    }
+    if (moved && moved_)
+        moved_();
+}
+
+// "state" comes first, as it does for whoever reads several of these at once.
+void Player::publish_change(const Engine::Change &change) {
+    const Engine::Snapshot &now = change.now;
+    if ((change.what & Engine::Change::state) != 0)
+        publisher_->state(now.modes, change.error);
+    if (!now.session) {
+        if (std::exchange(song_, 0) != 0)
+            publisher_->session_gone();
+        return;
+    }
+    if ((change.what & Engine::Change::session) != 0)
+        publisher_->trksession(now.session->type, now.session->length(), now.session->tsid);
+    if ((change.what & Engine::Change::track) != 0) {
+        song_ = now.session->songs[static_cast<std::size_t>(now.index)].id;
+        Node node;
+        SongMetadata metadata;
+        const bool known = catalogue_.song(song_, node, metadata) == 0;
+        publisher_->track(now.index, now.session->tsid, known ? &node : nullptr,
+                          known ? &metadata : nullptr);
+    }
+    if ((change.what & (Engine::Change::position | Engine::Change::tick)) != 0)
+        publisher_->position(now.position_ms);
+}
+
+std::optional<std::chrono::nanoseconds> Player::wake() {
+    const auto next = engine.wake();
+    tell();
+    return next;
+}
+
+void Player::check_file() {
+    // A track that cannot be played is followed by the next.
+    while (const auto start = engine.take_start()) {
+        engine.checked(start->number, catalogue_.check(start->song));
+        tell();
+    }
+}
+
+void Player::source_changed(const Source &source) {
+    const std::lock_guard<std::mutex> guard(telling_);
+    if (!publisher_)
+        return;
+    // While a source is scanned there is something new all the time; its end is told.
+    publisher_->source(source, source.status != VANTRO_SOURCE_SCANNING);
+    if (song_ == 0)
+        return;
+    Node node;
+    SongMetadata metadata;
+    const int result = catalogue_.song(song_, node, metadata);
+    if (result != 0 && result != ENOENT)
+        return; // nothing else is known than before
+    const bool known = result == 0;
+    publisher_->track_changed(known ? &node : nullptr, known ? &metadata : nullptr);
+}
+
 } // namespace vantro

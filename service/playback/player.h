@@ -5,13 +5,23 @@
 // is one at most, beside those that clients made; so a client that forgets its sessions uses up what
 // clients have, and the music still plays.
 //
-// Any thread may call any operation. The catalogue is asked with no lock held;
-// the lock of a player is taken before that of its engine.
+// What changes in the engine is published by tell(), in the order in which it changed. Whoever gives
+// a command or answers a query calls it before the answer leaves: so a client that knows an answer
+// finds the events of all that the answer tells, and of nothing that comes later.
+//
+// Any thread may call any operation. The catalogue is asked with no lock held that a query or a
+// command takes before it; the lock of a player is taken before that of its engine, and so is that
+// of its publisher.
 #ifndef VANTRO_SERVICE_PLAYBACK_PLAYER_H
 #define VANTRO_SERVICE_PLAYBACK_PLAYER_H
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +29,7 @@
 #include "service/catalogue/catalogue.h"
 #include "service/playback/engine.h"
 #include "service/playback/session.h"
+#include "service/publishing/publisher.h"
 
 namespace vantro {
 
@@ -60,17 +71,41 @@ class Player {
     // Null where the player has no such session.
     SessionPtr session(uint64_t tsid);
 
+    // Publishes the player from now on; calls `moved` when something other than the passing of time
+    // was published. Before anybody else uses it. Returns "" or, in words, why it cannot be.
+    std::string publish(const Publisher::Log &log, std::function<void()> moved);
+
+    // Publishes what has changed and is not yet published, by whatever thread. Cheap where that is
+    // nothing.
+    void tell();
+
+    // Does and publishes what is due by now. Returns how long until the next of it, if there is any.
+    std::optional<std::chrono::nanoseconds> wake();
+
+    // Looks whether the track that started last can be played; may wait for the disk.
+    void check_file();
+
+    // The source is now this, or holds something else.
+    void source_changed(const Source &source);
+
     const std::string name;
     Engine engine;
 
   private:
     std::size_t made_of_nodes() const; // these two with the lock held
     void add(SessionPtr session, int32_t index, bool play);
+    void publish_change(const Engine::Change &change); // with telling_ held
 
     Catalogue &catalogue_;
     SessionIds &ids_;
     std::mutex mutex_;
     std::vector<SessionPtr> sessions_; // guarded by mutex_; oldest first
+
+    std::function<void()> moved_;    // set by publish()
+    std::atomic<uint64_t> told_ = 0; // changes of the engine that are published
+    std::mutex telling_;             // guards all that follows
+    std::unique_ptr<Publisher> publisher_;
+    SongId song_ = 0; // of the track published last, 0 where there is none
 };
 
 } // namespace vantro

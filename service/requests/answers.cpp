@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <optional>
-#include <random>
 
 #include <vantro/catalogue.h>
 #include <vantro/protocol.h>
@@ -16,14 +15,6 @@ static_assert(sizeof(VantroStateInfo) == 16);
 static_assert(sizeof(VantroTrksessionInfo) == 16);
 
 } // namespace
-
-Answers::Answers(Catalogue &catalogue, const std::vector<std::string> &players,
-                 const Engine::Clock &clock)
-    : catalogue_(catalogue), ids_(catalogue) {
-    std::random_device seed;
-    for (const std::string &name : players)
-        players_.emplace_back(name, catalogue, ids_, clock, seed());
-}
 
 void Answers::respond(int32_t open, const void *bytes, std::size_t size, Bytes &answer) {
     answer.clear();
@@ -41,6 +32,14 @@ void Answers::respond(int32_t open, const void *bytes, std::size_t size, Bytes &
 int Answers::carry_out(int32_t open, const Request &request, Bytes &answer) {
     const int16_t at = opens_.player(open);
     Player *const player = at == no_player ? nullptr : &players_[static_cast<std::size_t>(at)];
+    const int result = carry_out(open, player, request, answer);
+    // Before the answer: who has it finds the events of what it tells.
+    if (player)
+        player->tell();
+    return result;
+}
+
+int Answers::carry_out(int32_t open, Player *player, const Request &request, Bytes &answer) {
     switch (request.command) {
     case VANTRO_COMMAND_OPEN:
     case VANTRO_COMMAND_CLOSE:

@@ -4,12 +4,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <string>
 #include <vector>
 
 #include "service/catalogue/catalogue.h"
-#include "service/playback/player.h"
+#include "service/playback/players.h"
 #include "service/requests/opens.h"
 #include "service/requests/packing.h"
 #include "service/requests/parse.h"
@@ -18,9 +17,8 @@ namespace vantro {
 
 class Answers {
   public:
-    // Borrows the catalogue, which outlives this. Player names are unique; at most 32767.
-    Answers(Catalogue &catalogue, const std::vector<std::string> &players,
-            const Engine::Clock &clock);
+    // Borrows both, which outlive this.
+    Answers(Catalogue &catalogue, Players &players) : catalogue_(catalogue), players_(players) {}
 
     // Carries out the request of `size` bytes that came by the open record `open`, and leaves its
     // answer, a result word and what follows it, in `answer`, whatever the bytes are.
@@ -31,6 +29,7 @@ class Answers {
 
   private:
     int carry_out(int32_t open, const Request &request, Bytes &answer);
+    int carry_out(int32_t open, Player *player, const Request &request, Bytes &answer);
     int open_or_close(int32_t open, const Request &request);
     int control(Player &player, const Request &request);
     int ask_player(Player &player, const Request &request, Bytes &answer);
@@ -40,8 +39,7 @@ class Answers {
     int append_extended_metadata(const Request &request, Bytes &answer);
 
     Catalogue &catalogue_;
-    SessionIds ids_;
-    std::deque<Player> players_; // never changes; holds what cannot be moved
+    Players &players_;
     Opens opens_;
 };
 

@@ -73,6 +73,7 @@ class MemoryCatalogue : public Catalogue {
         metadata = metadata_of(id);
         return broken ? EIO : id != gone ? 0 : ENOENT;
     }
+    int32_t check(SongId id) override { return id == gone ? VANTRO_ERROR_GONE : 0; }
     int32_t take_session_ids(int32_t count) override {
         return ids_run_out ? 0 : next_id_.fetch_add(count);
     }

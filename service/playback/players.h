@@ -1,0 +1,57 @@
+// All players of the service, and what happens in them by itself.
+//
+// Two threads see to that. The one watches the clock: it wakes at ends of tracks, and once a second
+// while something plays, so that both are published when they happen; while nothing plays it sleeps
+// without a timer. The other looks at the file of each track that starts: that may wait for a disk,
+// so neither an answer nor the clock waits for it.
+#ifndef VANTRO_SERVICE_PLAYBACK_PLAYERS_H
+#define VANTRO_SERVICE_PLAYBACK_PLAYERS_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "service/playback/player.h"
+#include "service/playback/worker.h"
+
+namespace vantro {
+
+class Players {
+  public:
+    // Borrows the catalogue, which outlives this. Names are unique; at most 32767. Nothing is
+    // published yet, and nothing happens by itself.
+    Players(Catalogue &catalogue, const std::vector<std::string> &names,
+            const Engine::Clock &clock);
+    ~Players();
+    Players(const Players &) = delete;
+    Players &operator=(const Players &) = delete;
+
+    // Publishes all players from now on, until the end of this, and starts the threads. Once.
+    // Returns "" or, in words, why it cannot be.
+    std::string publish(const Publisher::Log &log);
+
+    // A source, or what it holds, has changed. Any thread.
+    void source_changed(int32_t source);
+
+    std::deque<Player>::iterator begin() { return players_.begin(); }
+    std::deque<Player>::iterator end() { return players_.end(); }
+    std::size_t size() const { return players_.size(); }
+    Player &operator[](std::size_t at) { return players_[at]; }
+
+  private:
+    std::optional<std::chrono::nanoseconds> wake_all();
+
+    Catalogue &catalogue_;
+    SessionIds ids_;
+    std::deque<Player> players_; // never changes; holds what cannot be moved
+    Worker clock_watch_;
+    Worker file_checks_;
+};
+
+} // namespace vantro
+
+#endif

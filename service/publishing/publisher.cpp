@@ -1,0 +1,115 @@
+#include "service/publishing/publisher.h"
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include <vantro/platform/limits.h>
+#include <vantro/platform/log.h>
+
+#include "service/options.h"
+#include "service/publishing/texts.h"
+
+namespace vantro {
+
+namespace {
+
+// No object, and not all of them together, can come near the limits of what is published: a JSON
+// text is at most doubled when it is published, and all else in an object is short.
+constexpr std::size_t object_most = 2 * 2 * json_max + 1024;
+static_assert(object_most <= OBJECT_CHANGE_MAX);
+static_assert((music_max + 4) * object_most / 2 + object_most <= OBJECT_TOTAL_MAX);
+
+constexpr const char *states[] = {"", "idle", "playing", "paused", "stopped"};
+static_assert(VANTRO_STATE_IDLE == 1 && VANTRO_STATE_STOPPED == 4);
+constexpr const char *repeat_modes[] = {"off", "all", "one"};
+static_assert(VANTRO_REPEAT_ALL == 1 && VANTRO_REPEAT_ONE == 2);
+constexpr const char *shuffle_modes[] = {"off", "on"};
+
+} // namespace
+
+std::unique_ptr<Publisher> Publisher::open(const std::string &player, Log log, std::string &wrong) {
+    const std::string directory = "/kivo/services/vantro/" + player;
+    object_publisher *publisher = object_publisher_open(directory.c_str());
+    if (!publisher) {
+        const char *why = errno == EADDRINUSE ? "another process does" : std::strerror(errno);
+        wrong = fmt::format("cannot publish for the player \"{}\": {}", player, why);
+        return nullptr;
+    }
+    return std::unique_ptr<Publisher>(new Publisher(player, std::move(log), publisher));
+}
+
+Publisher::~Publisher() {
+    object_delete(publisher_.get(), "state");
+}
+
+bool Publisher::done(int result, const std::string &object) {
+    if (result != 0 && !said_failed_)
+        log_(LOG_SEVERITY_ERROR, fmt::format("player \"{}\": cannot publish \"{}\": {}", player_,
+                                             object, std::strerror(errno)));
+    said_failed_ = result != 0;
+    return result == 0;
+}
+
+bool Publisher::publish(const std::string &object,
+                        std::initializer_list<object_attribute> attributes) {
+    return done(
+        object_publish(publisher_.get(), object.c_str(), 0, attributes.begin(), attributes.size()),
+        object);
+}
+
+void Publisher::state(const VantroStateInfo &modes, int32_t error) {
+    const std::string code = std::to_string(error);
+    publish("state", {{"status", KIVO_TEXT, states[modes.state]},
+                      {"rate", KIVO_NUMBER, fmt::format("{}", modes.rate).c_str()},
+                      {"repeat", KIVO_TEXT, repeat_modes[modes.repeat]},
+                      {"shuffle", KIVO_TEXT, shuffle_modes[modes.shuffle]},
+                      {"error", KIVO_NUMBER, error != 0 ? code.c_str() : nullptr}});
+}
+
+void Publisher::trksession(int32_t type, int32_t length, uint64_t tsid) {
+    publish("trksession", {{"type", KIVO_NUMBER, std::to_string(type).c_str()},
+                           {"length", KIVO_NUMBER, std::to_string(length).c_str()},
+                           {"tsid", KIVO_NUMBER, std::to_string(tsid).c_str()}});
+}
+
+void Publisher::track(int32_t index, uint64_t tsid, const Node *node,
+                      const SongMetadata *metadata) {
+    index_ = index;
+    tsid_ = tsid;
+    node_ = node ? json_of(*node) : "";
+    metadata_ = metadata ? json_of(*metadata) : "";
+    publish("track", {{"index", KIVO_NUMBER, std::to_string(index).c_str()},
+                      {"tsid", KIVO_NUMBER, std::to_string(tsid).c_str()},
+                      {"media_node", node ? KIVO_JSON : KIVO_TEXT, node_.c_str()},
+                      {"metadata", KIVO_JSON, metadata ? metadata_.c_str() : nullptr}});
+}
+
+void Publisher::track_changed(const Node *node, const SongMetadata *metadata) {
+    if ((node ? json_of(*node) : "") != node_ || (metadata ? json_of(*metadata) : "") != metadata_)
+        track(index_, tsid_, node, metadata);
+}
+
+void Publisher::position(int32_t position_ms) {
+    publish("status", {{"position", KIVO_NUMBER, std::to_string(position_ms).c_str()}});
+}
+
+void Publisher::session_gone() {
+    for (const char *object : {"status", "track", "trksession"})
+        done(object_delete(publisher_.get(), object), object);
+}
+
+void Publisher::source(const Source &source, bool again) {
+    std::string text = json_of(source);
+    std::string &published = sources_[source.id];
+    if (text == published && !again)
+        return;
+    if (publish("mediasource." + source.uid,
+                {{"type", KIVO_NUMBER, std::to_string(source.type).c_str()},
+                 {"media_source", KIVO_JSON, text.c_str()}}))
+        published = std::move(text);
+}
+
+} // namespace vantro

@@ -1,0 +1,76 @@
+// The objects of one player, which applications follow.
+//
+// Every attribute of an object is published with every change of it, so that a change that got lost
+// leaves no trace behind the next one. What fails is logged once, until something succeeds again.
+//
+// The size of all objects is bounded by what they are made of: see publisher.cpp.
+//
+// Calls must not overlap.
+#ifndef VANTRO_SERVICE_PUBLISHING_PUBLISHER_H
+#define VANTRO_SERVICE_PUBLISHING_PUBLISHER_H
+
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <string>
+
+#include <vantro/platform/objects.h>
+#include <vantro/player.h>
+
+#include "service/catalogue/catalogue.h"
+
+namespace vantro {
+
+class Publisher {
+  public:
+    // As StoreOptions::log.
+    using Log = std::function<void(int severity, const std::string &line)>;
+
+    // Becomes the publisher of a player. Returns nothing, and in `wrong` why, where it cannot.
+    static std::unique_ptr<Publisher> open(const std::string &player, Log log, std::string &wrong);
+
+    // Readers are told of the end: the state goes, then the directory.
+    ~Publisher();
+    Publisher(const Publisher &) = delete;
+    Publisher &operator=(const Publisher &) = delete;
+
+    // `error` is a VANTRO_ERROR_*, or 0.
+    void state(const VantroStateInfo &modes, int32_t error);
+    void trksession(int32_t type, int32_t length, uint64_t tsid);
+    // Without node and metadata where nothing is known of the track.
+    void track(int32_t index, uint64_t tsid, const Node *node, const SongMetadata *metadata);
+    void position(int32_t position_ms);
+    // Neither session nor track nor position.
+    void session_gone();
+    // Where it is not what was published last, or `again`.
+    void source(const Source &source, bool again);
+
+    // The same again where something else is now known of the track published last.
+    void track_changed(const Node *node, const SongMetadata *metadata);
+
+  private:
+    struct Close {
+        void operator()(object_publisher *publisher) const { object_publisher_close(publisher); }
+    };
+    Publisher(std::string player, Log log, object_publisher *publisher)
+        : player_(std::move(player)), log_(std::move(log)), publisher_(publisher) {}
+
+    bool publish(const std::string &object, std::initializer_list<object_attribute> attributes);
+    bool done(int result, const std::string &object);
+
+    const std::string player_;
+    const Log log_;
+    const std::unique_ptr<object_publisher, Close> publisher_;
+    bool said_failed_ = false;
+    std::map<int32_t, std::string> sources_; // their texts, by id
+    int32_t index_ = 0;                      // of the track, with its session and texts
+    uint64_t tsid_ = 0;
+    std::string node_;
+    std::string metadata_;
+};
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,101 @@
+#include "service/publishing/texts.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <initializer_list>
+#include <utility>
+#include <vector>
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include "service/catalogue/text.h"
+
+namespace vantro {
+
+namespace {
+
+using Text = std::pair<const char *, const std::string &>;
+using Number = std::pair<const char *, int64_t>;
+
+struct Members {
+    std::vector<Text> names; // ids and URIs
+    std::vector<Text> texts;
+    std::vector<Number> numbers;
+};
+
+void write(rapidjson::Writer<rapidjson::StringBuffer> &writer, const char *name,
+           const std::string &text) {
+    if (text.empty())
+        return;
+    writer.Key(name);
+    writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+}
+
+// With at most `limit` bytes of each text.
+std::string written(const Members &members, std::size_t limit) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.StartObject();
+    for (const auto &[name, text] : members.names)
+        if (text.size() <= json_name_max)
+            write(writer, name, text);
+    for (const auto &[name, text] : members.texts)
+        write(writer, name, clean_text(text, limit));
+    for (const auto &[name, number] : members.numbers) {
+        writer.Key(name);
+        writer.Int64(number);
+    }
+    writer.EndObject();
+    return {buffer.GetString(), buffer.GetSize()};
+}
+
+std::string within_limit(const Members &members) {
+    // Escaped, a byte takes up to six; so what fits is found by trying.
+    std::size_t fits = 0;
+    std::size_t too_long = json_max;
+    std::string whole = written(members, too_long);
+    if (whole.size() < json_max)
+        return whole;
+    while (too_long - fits > 1) {
+        const std::size_t limit = (fits + too_long) / 2;
+        (written(members, limit).size() < json_max ? fits : too_long) = limit;
+    }
+    return written(members, fits);
+}
+
+} // namespace
+
+std::string json_of(const Source &source) {
+    return within_limit({{{"uid", source.uid}},
+                         {{"name", source.name}, {"view_name", source.view_name}},
+                         {{"id", source.id},
+                          {"type", source.type},
+                          {"status", source.status},
+                          {"capabilities", static_cast<int64_t>(source.capabilities)}}});
+}
+
+std::string json_of(const Node &node) {
+    return within_limit({{{"id", node.id}},
+                         {{"name", node.name}},
+                         {{"type", node.type},
+                          {"count", node.count},
+                          {"ms_id", node.source},
+                          {"ms_type", node.source_type}}});
+}
+
+std::string json_of(const SongMetadata &metadata) {
+    return within_limit({{{"artwork", metadata.artwork}},
+                         {{"title", metadata.title},
+                          {"artist", metadata.artist},
+                          {"album", metadata.album},
+                          {"genre", metadata.genre},
+                          {"year", metadata.year}},
+                         {{"duration", metadata.duration_ms},
+                          {"width", metadata.width},
+                          {"height", metadata.height},
+                          {"disc", metadata.disc},
+                          {"track", metadata.track}}});
+}
+
+} // namespace vantro
