@@ -331,11 +331,11 @@ std::optional<std::chrono::nanoseconds> Engine::wake() {
         next_tick_ += (now - next_tick_) / tick_every * tick_every + tick_every;
         note(Change::tick, now);
     }
-    // At a low rate an end may lie beyond all time; the tick comes first anyway. One microsecond
-    // more, for what was rounded.
+    // At a low rate an end may lie beyond what a time can be; some decades do. One microsecond more,
+    // for what was rounded.
     const auto lasts = [this](int64_t us) {
         const double real_us = static_cast<double>(us) / double{modes_.rate} + 1;
-        return std::chrono::microseconds(std::lround(std::min(real_us, 2e6)));
+        return std::chrono::microseconds(std::llround(std::min(real_us, 1e15)));
     };
     const bool short_one = lasts(duration()) < end_after;
     const auto end = base_time_ + (short_one ? end_after : lasts(duration() - base_));

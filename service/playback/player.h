@@ -6,8 +6,8 @@
 // clients have, and the music still plays.
 //
 // What changes in the engine is published by tell(), in the order in which it changed. Whoever gives
-// a command or answers a query calls it before the answer leaves: so a client that knows an answer
-// finds the events of all that the answer tells, and of nothing that comes later.
+// a command or answers a query calls it before the answer leaves: so a client that has an answer
+// finds the events of all that the answer tells.
 //
 // Any thread may call any operation. The catalogue is asked with no lock held that a query or a
 // command takes before it; the lock of a player is taken before that of its engine, and so is that

@@ -46,10 +46,12 @@ Publisher::~Publisher() {
 }
 
 bool Publisher::done(int result, const std::string &object) {
-    if (result != 0 && !said_failed_)
+    const int error = errno;
+    if (result == 0)
+        failing_.erase(object);
+    else if (failing_.insert(object).second)
         log_(LOG_SEVERITY_ERROR, fmt::format("player \"{}\": cannot publish \"{}\": {}", player_,
-                                             object, std::strerror(errno)));
-    said_failed_ = result != 0;
+                                             object, std::strerror(error)));
     return result == 0;
 }
 

@@ -1,7 +1,8 @@
 // The objects of one player, which applications follow.
 //
 // Every attribute of an object is published with every change of it, so that a change that got lost
-// leaves no trace behind the next one. What fails is logged once, until something succeeds again.
+// leaves no trace behind the next one. An object that cannot be published is logged once, until it
+// can be again; the player goes on.
 //
 // The size of all objects is bounded by what they are made of: see publisher.cpp.
 //
@@ -14,6 +15,7 @@
 #include <initializer_list>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 #include <vantro/platform/objects.h>
@@ -63,7 +65,7 @@ class Publisher {
     const std::string player_;
     const Log log_;
     const std::unique_ptr<object_publisher, Close> publisher_;
-    bool said_failed_ = false;
+    std::set<std::string> failing_; // objects
     std::map<int32_t, std::string> sources_; // their texts, by id
     int32_t index_ = 0;                      // of the track, with its session and texts
     uint64_t tsid_ = 0;

@@ -41,7 +41,37 @@ struct Bench {
                : name == "rate"     ? engine.set_rate(static_cast<float>(value))
                : name == "repeat"   ? engine.set_repeat(static_cast<int32_t>(value))
                : name == "shuffle"  ? engine.set_shuffle(static_cast<int32_t>(value))
+               : name == "file"     ? check_file(static_cast<int32_t>(value))
                                     : -1;
+    }
+
+    // Whoever looks at files finds this error for the track that started.
+    int check_file(int32_t error) {
+        const std::optional<Engine::Start> start = engine.take_start();
+        if (start)
+            engine.checked(start->number, error);
+        return start ? 0 : ENOENT;
+    }
+
+    // Milliseconds until something is due: "~-" for never.
+    std::string due() {
+        const auto wait = engine.wake();
+        return wait ? "~" + std::to_string(std::chrono::ceil<std::chrono::milliseconds>(
+                                               *wait - std::chrono::microseconds(1))
+                                               .count())
+                    : "~-";
+    }
+
+    // What was noted since the last time: !STP,P for state, track and position, then position.
+    std::string noted() {
+        std::string text = "!";
+        for (Engine::Change change; engine.first_change(change); engine.drop_change()) {
+            text += text == "!" ? "" : ",";
+            for (unsigned bit = 0; bit < 5; ++bit)
+                text += (change.what >> bit & 1u) != 0 ? std::string(1, "SNTPK"[bit]) : "";
+            text += change.error != 0 ? std::to_string(change.error) : "";
+        }
+        return text;
     }
 
     // State, index and position, as P1@250: Idle, Playing, Held or Stopped.
@@ -77,6 +107,16 @@ const std::pair<const char *, const char *> stories[] = {
      "+9999 H0@10000 play P1@0"},
     {"jump keeps the state", "jump=2 H2@0 play +1000 jump=1 P1@0 +20000 P2@0 stop jump=1 S1@0"},
     {"shuffle keeps the track", "play next +5 shuffle=1 P1@5 shuffle=0 P1@5"},
+    {"what changes is noted, once",
+     "!SNTP stop !S stop !. play !SP play !. pause !SP pause !. seek=0 !P rate=1 !. rate=2 !S "
+     "repeat=1 repeat=1 !S next !TP previous !TP previous !TP play +2000 previous !SP,P seek=1 !P "
+     "rate=1 !SP shuffle=0 !. shuffle=1 !S jump=0 !TP"},
+    {"time is told once a second, and ends of tracks when they come",
+     "!SNTP ~- play !SP ~1000 !. +999 ~1 +1 ~1000 !K seek=500 !P ~1000 +250 rate=4 !SP ~1000 "
+     "+2250 ~63 !K +63 P1@2 !TP rate=1 !SP +2999 seek=20000 !P ~1000 !TP P2@0 pause !SP ~-"},
+    {"a file that is of no use is passed over",
+     "play !SNTP,SP file=0 !. next file=2 !TP,S2,STP P2@0 file=2 !S2,TP S0@0 play repeat=2 file=1 "
+     "P1@0 file=1 P2@0 file=0 next P0@0 file=1 P1@0 file=1 P2@0 file=1 S0@0 ~-"},
 };
 
 TEST(Engine, PlaysAsTold) {
@@ -90,10 +130,28 @@ TEST(Engine, PlaysAsTold) {
                 bench.now += std::chrono::milliseconds(std::stoll(word));
             else if (word.find('@') != std::string::npos)
                 ASSERT_EQ(bench.seen(), word);
+            else if (word[0] == '~')
+                ASSERT_EQ(bench.due(), word);
+            else if (word[0] == '!')
+                ASSERT_EQ(bench.noted(), word == "!." ? "!" : word);
             else
                 ASSERT_EQ(bench.command(word), 0);
         }
     }
+}
+
+TEST(Engine, IsNotHurriedNorStoppedByWhatIsOver) {
+    Bench bench(session_of({1, 1}));
+    bench.command("repeat=1");
+    bench.command("play");
+    EXPECT_EQ(bench.due(), "~10");
+    const auto start = bench.engine.take_start();
+    ASSERT_TRUE(start);
+    bench.command("next");
+    bench.engine.checked(start->number, VANTRO_ERROR_GONE);
+    EXPECT_EQ(bench.seen(), "P1@0");
+    bench.command("pause");
+    EXPECT_FALSE(bench.engine.take_start());
 }
 
 TEST(Engine, RefusesWithoutChange) {
