@@ -102,40 +102,32 @@ void wakeup_rows(Run &run) {
     if (!run.wants("floor_one_way") && !run.wants("signal_one_way") && !run.wants("publish_wakeup"))
         return;
     const Apart apart;
+    const Blocked signals;
     Publisher publisher;
     const Player player = follow();
-    const auto one_way = [&](Means means, auto wait) {
-        return Batch([&publisher, means, wait](size_t count, Samples &samples) {
-            for (size_t i = 0; i < count; ++i) {
-                publisher.wake(means);
-                samples.add(wait());
-            }
-        });
+    const auto one_way = [&](Means means) -> int64_t {
+        publisher.wake(means);
+        if (means == Means::message) {
+            const int64_t before = publisher.woken_at();
+            return now_ns() - before;
+        }
+        if (means == Means::signal)
+            signals.wait();
+        else
+            wait_for_event(player.get());
+        const int64_t now = now_ns();
+        drain(player.get());
+        return now - publisher.woken_at();
     };
-    const std::vector<Samples> found = alternate(
-        {one_way(Means::message,
-                 [&] {
-                     const int64_t at = publisher.woken_at();
-                     return now_ns() - at;
-                 }),
-         [&](size_t count, Samples &samples) {
-             const Blocked signal;
-             one_way(Means::signal, [&] {
-                 signal.wait();
-                 const int64_t now = now_ns();
-                 return now - publisher.woken_at();
-             })(count, samples);
-         },
-         one_way(Means::publication,
-                 [&] {
-                     wait_for_event(player.get());
-                     const int64_t now = now_ns();
-                     drain(player.get());
-                     return now - publisher.woken_at();
-                 })},
-        run.iterations_or(10000), batch_size);
+    std::vector<Batch> batches;
+    for (const Means means : {Means::message, Means::signal, Means::publication})
+        batches.emplace_back([&one_way, means](size_t count, Samples &samples) {
+            for (size_t i = 0; i < count; ++i)
+                samples.add(one_way(means));
+        });
+    const std::vector<Samples> found = alternate(batches, run.iterations_or(10000), batch_size);
     const double floor = found[0].percentile_us(0.5);
-    const double signal = found[1].percentile_us(0.5);
+    const double one_signal = found[1].percentile_us(0.5);
     const char *const names[] = {"floor_one_way", "signal_one_way", "publish_wakeup"};
     for (size_t i = 0; i < std::size(names); ++i) {
         if (!run.wants(names[i]))
@@ -143,7 +135,7 @@ void wakeup_rows(Run &run) {
         run.add(names[i], found[i], floor, 0);
         Row &row = run.rows.back();
         if (i + 1 == std::size(names)) {
-            row.ratio = row.median / (1.3 * floor + signal);
+            row.ratio = row.median / (1.3 * floor + one_signal);
             row.note = fmt::format("{:.3f} of 1.3 floor_one_way + signal_one_way", *row.ratio);
         }
     }
