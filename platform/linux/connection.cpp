@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <new>
 
+#include "platform/linux/kept.h"
 #include "platform/linux/scoped.h"
 
 namespace vantro::platform {
@@ -36,7 +37,8 @@ void after_fork_in_child() {
 Connections &Connections::instance() {
     static Connections *const connections = [] {
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
-        return new Connections;
+        static Kept<Connections> kept;
+        return kept.get();
     }();
     return *connections;
 }
@@ -55,6 +57,9 @@ std::shared_ptr<Connection> Connections::remove(int number) {
     }
     std::shared_ptr<Connection> connection = std::move(found->second);
     table.erase(found);
+    if (table.empty()) {
+        decltype(table)().swap(table); /* its memory too: the library may be unloaded next */
+    }
     if (connection->abandoned()) {
         connection->give_up_number();
     }

@@ -11,6 +11,7 @@
 
 #include <vantro/platform/limits.h>
 
+#include "platform/linux/kept.h"
 #include "platform/linux/scoped.h"
 #include "platform/linux/unique_fd.h"
 
@@ -24,8 +25,8 @@ struct Sink {
     void *data = nullptr;
 
     static Sink &instance() {
-        static auto *const kept = new Sink;
-        return *kept;
+        static vantro::platform::Kept<Sink> kept;
+        return *kept.get();
     }
 };
 

@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "platform/linux/connection.h"
+#include "platform/linux/kept.h"
 #include "platform/linux/scoped.h"
 #include "platform/linux/server.h"
 
@@ -41,7 +42,8 @@ void after_fork_in_child() {
 PulseConnections &PulseConnections::instance() {
     static auto *const connections = [] {
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
-        return new PulseConnections;
+        static Kept<PulseConnections> kept;
+        return kept.get();
     }();
     return *connections;
 }
