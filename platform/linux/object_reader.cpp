@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -330,8 +331,16 @@ void ObjectReader::disarm() {
     }
 }
 
+/*
+ * The number stays taken, by something that cannot be read, until it is closed: otherwise the child
+ * would read, and close, a file of its own in place of what it believes to be its parent's.
+ */
 void ObjectReader::abandon_in_child() {
     ring_.close();
+    const UniqueFd placeholder(::open("/", O_PATH | O_CLOEXEC));
+    if (placeholder && ::dup3(placeholder.get(), ring_file_.get(), O_CLOEXEC) >= 0) {
+        ring_file_.release();
+    }
     ring_file_.reset();
     notification_.abandon_in_child();
 }

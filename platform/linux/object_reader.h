@@ -48,7 +48,7 @@ class ObjectReader {
     /** Ends a watch that nobody waits on any more; before the reader is destroyed. */
     void end_watch();
 
-    /** In a child of fork: closes the copies, and leaves the rest, which may be in use. */
+    /** In a child of fork: closes the copies but for the number, and leaves what may be in use. */
     void abandon_in_child();
 
     ObjectReader *next = nullptr; /* in the list of all, under the table's lock */

@@ -10,6 +10,7 @@
 #include <stdio_ext.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "events/changes.h"
@@ -158,6 +159,28 @@ TEST_F(Retrieval, FollowsOnePublisherAfterTheOther) {
     EXPECT_EQ(open_descriptors(), before);
     EXPECT_EQ(vantro_open(handle, "main"), 0);
     EXPECT_EQ(next(), "3 state 3/1/0/0 was 1/1/0/0");
+}
+
+TEST_F(Retrieval, ChildClosesNothingOfItsOwnWithItsParentsHandle) {
+    start_publishing();
+    ASSERT_EQ(next(), "7");
+    const pid_t child = fork();
+    if (child == 0) {
+        int own[100];
+        for (int &descriptor : own)
+            descriptor = dup(STDERR_FILENO);
+        bool good = !vantro_event_get(handle) && errno == EBADF;
+        good = vantro_event_wait(handle) == -1 && errno == EBADF && good;
+        vantro_disconnect(handle);
+        for (const int descriptor : own)
+            good = close(descriptor) == 0 && good;
+        _exit(good ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    publish("x", "a", "1");
+    EXPECT_EQ(next(), "7 x {a=1}");
 }
 
 TEST_F(Retrieval, ReaderThatWasLappedGetsTheWholePicture) {

@@ -42,7 +42,8 @@
  *    no other thread may be in a call on d.
  *  notify_arm(d, ...) (notify.h) tells when there is something to read.
  * Several threads may read different descriptors, or one. After fork the child's copies are closed:
- * every use of one there fails with EBADF, and so does every use of a publisher.
+ * every use of one there, but to close its number, fails with EBADF, and so does every use of a
+ * publisher.
  */
 #ifndef VANTRO_PLATFORM_OBJECTS_H
 #define VANTRO_PLATFORM_OBJECTS_H
