@@ -22,14 +22,15 @@ inline bool allocation_fails() {
     return true;
 }
 
+// Used by the linker alone.
 extern "C" {
-void *__wrap_malloc(std::size_t size) {
+[[gnu::used]] inline void *__wrap_malloc(std::size_t size) {
     return allocation_fails() ? nullptr : __real_malloc(size);
 }
-void *__wrap_calloc(std::size_t count, std::size_t size) {
+[[gnu::used]] inline void *__wrap_calloc(std::size_t count, std::size_t size) {
     return allocation_fails() ? nullptr : __real_calloc(count, size);
 }
-char *__wrap_strdup(const char *text) {
+[[gnu::used]] inline char *__wrap_strdup(const char *text) {
     return allocation_fails() ? nullptr : __real_strdup(text);
 }
 }
