@@ -166,6 +166,7 @@ TEST_F(Retrieval, ChildClosesNothingOfItsOwnWithItsParentsHandle) {
     ASSERT_EQ(next(), "7");
     const pid_t child = fork();
     if (child == 0) {
+        system_log_set_sink([](std::uint32_t, int, const char *, void *) {}, nullptr);
         int own[100];
         for (int &descriptor : own)
             descriptor = dup(STDERR_FILENO);
