@@ -24,11 +24,25 @@ constexpr mode_t writable_mode = 0644;
 constexpr int attempts_max = 16;
 
 /** A lock to read conflicts with that of a publisher only, not with those of other readers. */
-struct flock whole_file(short type) {
+struct flock one_byte(short type, off_t byte) {
     struct flock lock = {};
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
+    lock.l_start = byte;
+    lock.l_len = 1;
     return lock;
+}
+
+/** Opens the ring once more, for a lock of its own on one of its bytes. */
+UniqueFd open_and_lock(int directory, int flags, off_t byte) {
+    UniqueFd file(::openat(directory, new_ring_name, O_RDWR | flags | O_NOFOLLOW | O_CLOEXEC,
+                           unfinished_mode));
+    struct flock lock = one_byte(F_WRLCK, byte);
+    if (file && ::fcntl(file.get(), F_OFD_SETLK, &lock) != 0) {
+        const KeepErrno keep;
+        file.reset();
+    }
+    return file;
 }
 
 /** Tells the readers of the ring that a publisher left when it died. */
@@ -68,8 +82,7 @@ bool ObjectDirectory::take(std::string_view path, RingWriter &ring) {
     }
     path_ = path;
     retire_old_ring(directory_.get());
-    ring_ = make_ring(ring);
-    if (!ring_) {
+    if (!make_ring(ring)) {
         const KeepErrno keep;
         remove();
         close();
@@ -79,23 +92,18 @@ bool ObjectDirectory::take(std::string_view path, RingWriter &ring) {
 }
 
 /** Under another name until it is a ring and locked, so that no reader meets half of one. */
-UniqueFd ObjectDirectory::make_ring(RingWriter &ring) {
+bool ObjectDirectory::make_ring(RingWriter &ring) {
     const int directory = directory_.get();
     ::unlinkat(directory, new_ring_name, 0);
-    UniqueFd file(::openat(directory, new_ring_name,
-                           O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, unfinished_mode));
-    if (!file) {
-        return file;
+    ring_ = open_and_lock(directory, O_CREAT | O_EXCL, 0);
+    second_ = ring_ ? open_and_lock(directory, 0, 1) : UniqueFd();
+    if (second_ && ring.create(ring_.get()) && ::fchmod(ring_.get(), ring_mode) == 0 &&
+        ::renameat(directory, new_ring_name, directory, ring_name) == 0) {
+        return true;
     }
-    struct flock lock = whole_file(F_WRLCK);
-    if (!ring.create(file.get()) || ::fcntl(file.get(), F_OFD_SETLK, &lock) != 0 ||
-        ::fchmod(file.get(), ring_mode) != 0 ||
-        ::renameat(directory, new_ring_name, directory, ring_name) != 0) {
-        const KeepErrno keep;
-        ::unlinkat(directory, new_ring_name, 0);
-        file.reset();
-    }
-    return file;
+    const KeepErrno keep;
+    ::unlinkat(directory, new_ring_name, 0);
+    return false;
 }
 
 void ObjectDirectory::remove() {
@@ -109,13 +117,19 @@ void ObjectDirectory::remove() {
 
 void ObjectDirectory::close() {
     ring_.reset();
+    second_.reset();
     lock_.reset();
     directory_.reset();
 }
 
 bool publisher_lives(int ring_file) {
-    struct flock lock = whole_file(F_RDLCK);
-    return ::fcntl(ring_file, F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
+    for (const off_t byte : {0, 1}) {
+        struct flock lock = one_byte(F_RDLCK, byte);
+        if (::fcntl(ring_file, F_OFD_GETLK, &lock) == 0 && lock.l_type == F_UNLCK) {
+            return false;
+        }
+    }
+    return true;
 }
 
 } // namespace vantro::platform

@@ -16,6 +16,11 @@ inline constexpr const char *ring_name = "ring";
  * A directory of objects that this process publishes in: the lock on its file "lock", and its ring,
  * which is locked as well. The first keeps a second publisher out, also while there is no ring; the
  * second tells the readers of this very ring whether its publisher lives.
+ *
+ * The host tells of the end of an open file first and lets go of its lock then. A reader that began
+ * to watch between the two would find the publisher alive and hear no more. So the ring is open
+ * twice, each time with a lock on a byte of its own, and one lock that is gone is death: when the
+ * second end is told, whichever it is, the first lock is free.
  */
 class ObjectDirectory {
   public:
@@ -31,18 +36,16 @@ class ObjectDirectory {
     int ring_file() const { return ring_.get(); }
 
   private:
-    UniqueFd make_ring(RingWriter &ring);
+    bool make_ring(RingWriter &ring);
 
     std::string path_;
     UniqueFd directory_;
     UniqueFd lock_;
     UniqueFd ring_;
+    UniqueFd second_;
 };
 
-/**
- * Whether the publisher of a ring lives, as the lock on the ring tells. It is let go in the same
- * breath as the file is closed, which is told first: a moment later it is free.
- */
+/** Whether the publisher of a ring lives, as the locks on the ring tell. */
 bool publisher_lives(int ring_file);
 
 } // namespace vantro::platform

@@ -1,7 +1,6 @@
 #include "platform/linux/object_reader.h"
 
 #include <fcntl.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,13 +25,6 @@ namespace {
  * overwritten. One that is overtaken so often in a row tries again at its next call.
  */
 constexpr int starts_max = 16;
-
-/*
- * A file is told to be closed just before its lock is let go, by a process that does nothing else
- * in between but may be put aside there.
- */
-constexpr int looks_at_lock_max = 100;
-constexpr long look_again_ns = 50000;
 
 constexpr std::string_view delta_option = "?delta";
 
@@ -120,8 +112,7 @@ ssize_t ObjectReader::read(void *buffer, size_t length) {
     const size_t given = current_.size();
     std::memcpy(buffer, current_.data(), given);
     current_.clear();
-    unsettled_.store(must_start_over_ || doubtful_ || gone_ || !pending_.empty(),
-                     std::memory_order_relaxed);
+    unsettled_.store(must_start_over_ || gone_ || !pending_.empty(), std::memory_order_relaxed);
     return static_cast<ssize_t>(given);
 }
 
@@ -141,7 +132,7 @@ ObjectReader::Got ObjectReader::fetch() {
         }
         is_noise_ = got == Got::noise;
     }
-    unsettled_.store(got != Got::nothing || doubtful_, std::memory_order_relaxed);
+    unsettled_.store(got != Got::nothing, std::memory_order_relaxed);
     return got;
 }
 
@@ -158,7 +149,7 @@ ObjectReader::Got ObjectReader::find_next() {
         return Got::change;
     }
     /* What is appended from here on is the next call's: a busy publisher keeps no reader. */
-    gone_ = gone_ || ring_.retired() || (doubtful_ && publisher_gone());
+    gone_ = gone_ || ring_.retired();
     const Got got = follow(ring_.committed());
     return got == Got::nothing && gone_ ? Got::gone : got;
 }
@@ -266,28 +257,14 @@ ObjectReader::Got ObjectReader::start_over() {
     return Got::nothing;
 }
 
-/** Looks at the lock where there is doubt, for some milliseconds if need be. */
-bool ObjectReader::publisher_gone() {
-    for (int look = 0; look < looks_at_lock_max; ++look) {
-        if (!publisher_lives(ring_file_.get())) {
-            return true;
-        }
-        const struct timespec a_moment = {0, look_again_ns};
-        ::nanosleep(&a_moment, nullptr);
-    }
-    /* Somebody else had the file open. */
-    doubtful_ = false;
-    return false;
-}
-
 void ObjectReader::end_watch() {
-    if (notification_.watches()) {
-        doubtful_ = notification_.finish() || doubtful_;
+    if (notification_.watches() && notification_.finish()) {
+        gone_ = gone_ || !publisher_lives(ring_file_.get());
     }
 }
 
 bool ObjectReader::has_input() {
-    doubtful_ = doubtful_ || !publisher_lives(ring_file_.get());
+    gone_ = gone_ || !publisher_lives(ring_file_.get());
     return fetch() != Got::nothing;
 }
 

@@ -64,7 +64,6 @@ class ObjectReader {
     Got follow(uint64_t end);
     Got start_over();
     Got tell();
-    bool publisher_gone();
     bool has_input();
 
     UniqueFd ring_file_;
@@ -75,9 +74,8 @@ class ObjectReader {
     std::atomic<uint64_t> position_{0};
     std::atomic<bool> unsettled_{true};
     bool must_start_over_ = true;
-    bool is_new_ = true;    /* nothing was told yet */
-    bool doubtful_ = false; /* the publisher may have died */
-    bool gone_ = false;     /* it has, or left */
+    bool is_new_ = true; /* nothing was told yet */
+    bool gone_ = false;  /* the publisher has died or left */
     bool is_noise_ = false;
 
     std::string current_;
