@@ -3,7 +3,8 @@
  *
  * Platform paths begin with "/sys/", "/kivo/" or "/dev/grantor" and live below the runtime
  * directory (names.h), where resolution never leaves it and never follows a link. An attached
- * path opens as a connection; any other path is the host's own and opens as a plain descriptor.
+ * path opens as a connection, one below "/kivo/" that has a question mark as objects, which can
+ * only be read (objects.h); any other path is the host's own and opens as a plain descriptor.
  */
 #ifndef VANTRO_PLATFORM_IO_H
 #define VANTRO_PLATFORM_IO_H

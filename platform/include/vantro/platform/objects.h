@@ -21,7 +21,9 @@
  *    (truncated) and all its attributes, and "-@name" (deleted) for each that is gone. Nothing is
  *    silently lost.
  *  - When the publisher has closed, or has died and is known to be gone, the reader gets what was
- *    published and then -1 with ESTALE. It closes and opens again to follow the next publisher.
+ *    published and then -1 with ESTALE. It closes and opens again to follow the next publisher. A
+ *    death is known once notify_arm() or the end of a wait found it, or a successor came: a read
+ *    alone does not look.
  *  - The bytes in the ring are not trusted: they are copied, then checked, then used. Noise gives
  *    -1 with EBADMSG, for good, and never a wrong access. A file that its owner shortens while it
  *    is mapped is outside this promise.
