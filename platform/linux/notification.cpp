@@ -24,6 +24,11 @@ struct Spares {
     std::array<UniqueFd, max> instances;
     size_t count = 0;
 
+    /* Other threads may go on waiting while the process ends: there is none for them to take. */
+    ~Spares() {
+        const std::lock_guard guard(lock);
+        count = 0;
+    }
     UniqueFd take() {
         {
             const std::lock_guard guard(lock);
