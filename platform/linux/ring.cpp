@@ -11,7 +11,11 @@
 namespace vantro::platform {
 
 bool RingWriter::create(int file) {
-    if (const int error = ::posix_fallocate(file, 0, ring_file_bytes); error != 0) {
+    int error = EINTR;
+    while (error == EINTR) { /* which a file system in memory says whatever the handler asked for */
+        error = ::posix_fallocate(file, 0, ring_file_bytes);
+    }
+    if (error != 0) {
         errno = error;
         return false;
     }
