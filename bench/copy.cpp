@@ -13,7 +13,10 @@ namespace {
 
 constexpr size_t request_bytes = 44;
 
-bool send_all(int socket, const char *bytes, size_t count) {
+} // namespace
+
+bool send_all(int socket, const void *from, size_t count) {
+    const char *bytes = static_cast<const char *>(from);
     while (count > 0) {
         const ssize_t sent = send(socket, bytes, count, MSG_NOSIGNAL);
         if (sent < 0 && errno == EINTR)
@@ -26,7 +29,8 @@ bool send_all(int socket, const char *bytes, size_t count) {
     return true;
 }
 
-bool receive_all(int socket, char *bytes, size_t count) {
+bool receive_all(int socket, void *to, size_t count) {
+    char *bytes = static_cast<char *>(to);
     while (count > 0) {
         const ssize_t received = recv(socket, bytes, count, 0);
         if (received < 0 && errno == EINTR)
@@ -38,8 +42,6 @@ bool receive_all(int socket, char *bytes, size_t count) {
     }
     return true;
 }
-
-} // namespace
 
 Copy::Copy(size_t bytes) : bytes_(bytes) {
     int ends[2];

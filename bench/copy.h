@@ -10,6 +10,10 @@
 
 namespace vantro::bench {
 
+/** All of it, or false where the peer is gone. */
+bool send_all(int socket, const void *bytes, size_t count);
+bool receive_all(int socket, void *bytes, size_t count);
+
 /** A request of 44 bytes there and so many back over a SOCK_STREAM pair, with a process. */
 class Copy {
   public:

@@ -11,6 +11,7 @@
 #include "bench/copy.h"
 #include "bench/process.h"
 #include "bench/publisher.h"
+#include "bench/query.h"
 #include "bench/run.h"
 
 namespace {
@@ -55,7 +56,7 @@ const std::vector<std::string> &row_names() {
     return names;
 }
 
-/** "floor:SOCKET", "copy:SOCKET:BYTES", "putget:THREADS:INSTANCE" or "publisher:SOCKET". */
+/** "floor:SOCKET", "copy:SOCKET:BYTES", "query:...", "putget:THREADS:INSTANCE" or "publisher:SOCKET". */
 int serve(const std::string &what) {
     raise_descriptor_limit();
     const size_t first = what.find(':');
@@ -66,6 +67,8 @@ int serve(const std::string &what) {
         return serve_floor(number);
     if (kind == "copy" && second != std::string::npos)
         return serve_copy(number, std::strtoul(what.c_str() + second + 1, nullptr, 10));
+    if (kind == "query" && second != std::string::npos)
+        return serve_query(what.substr(first + 1));
     if (kind == "publisher")
         return serve_publisher(number);
     if (kind == "putget" && number > 0 && second != std::string::npos)

@@ -1,15 +1,19 @@
 #include "bench/query.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string_view>
 
-#include <vantro/extras.h>
-#include <vantro/protocol.h>
-#include <vantro/records.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
-#include "bench/process.h"
+#include <fmt/format.h>
+
+#include <vantro/protocol.h>
+
+#include "bench/copy.h"
 #include "service/catalogue/store.h"
 #include "service/requests/answers.h"
 
@@ -35,12 +39,56 @@ std::string request_of(uint16_t command) {
 
 } // namespace
 
-OwnQuery time_query(const std::string &music, const std::string &state, int32_t source,
-                    int32_t count, size_t iterations) {
+OwnQuery::OwnQuery(const std::string &directory, const std::string &state, int32_t source,
+                   int32_t count) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0)
+        fail_errno("socketpair");
+    socket_ = ends[0];
+    peer_ = std::make_unique<Child>(
+        std::vector<std::string>{
+            program_beside(""), "--serve",
+            fmt::format("query:{}:{}:{}:{}:{}", ends[1], source, count, state, directory)},
+        ends[1]);
+    close(ends[1]);
+    uint64_t size = 0;
+    if (!receive_all(socket_, &size, sizeof size))
+        fail("the service's parts cannot be asked");
+    answer_.resize(size);
+    if (!receive_all(socket_, answer_.data(), size))
+        fail("the service's parts gave no answer");
+}
+
+OwnQuery::~OwnQuery() {
+    close(socket_);
+}
+
+Batch OwnQuery::batch() {
+    return [this](size_t times, Samples &samples) {
+        for (size_t i = 0; i < times; ++i) {
+            const char once = 1;
+            int64_t took = 0;
+            if (!send_all(socket_, &once, sizeof once) || !receive_all(socket_, &took, sizeof took))
+                fail("the service's parts refused a listing");
+            samples.add(took);
+        }
+    };
+}
+
+int serve_query(const std::string &what) {
+    std::vector<std::string> words(1);
+    for (const char c : what) {
+        if (c == ':' && words.size() < 5)
+            words.emplace_back();
+        else
+            words.back() += c;
+    }
+    if (words.size() != 5)
+        return 2;
+    const int socket = std::atoi(words[0].c_str());
     StoreOptions options;
-    options.state = state;
-    options.music = {music};
-    options.log = [](int, const std::string &) {};
+    options.state = words[4] + '/' + words[3];
+    options.music = {words[4] + "/collection"};
     std::string wrong;
     const std::unique_ptr<Store> store = open_store(std::move(options), wrong);
     if (!store)
@@ -56,39 +104,30 @@ OwnQuery time_query(const std::string &music, const std::string &state, int32_t 
         int32_t result = -1;
         std::memcpy(&result, answer.data(), sizeof result);
         if (result != 0)
-            fail("the service's parts refused a listing");
+            fail("the service's parts refused a request");
     };
     std::string open = request_of(VANTRO_COMMAND_OPEN);
     append_text(open, "main");
     ask(open);
 
     std::string browse = request_of(VANTRO_COMMAND_BROWSE);
-    append(browse, source);
+    append(browse, static_cast<int32_t>(std::atoi(words[1].c_str())));
     append(browse, int32_t{0});
-    append(browse, count);
+    append(browse, static_cast<int32_t>(std::atoi(words[2].c_str())));
     append_text(browse, "songs");
-    OwnQuery query;
-    query.samples = alternate({each([&] {
-                                  Bytes().swap(answer); // as vantrod does after a long one
-                                  ask(browse);
-                              })},
-                              iterations, 10)[0];
-    query.answer_bytes = answer.size();
-
-    // Nobody keeps a listing, but letting go of it is the application's time.
-    constexpr size_t records_at = 8;
-    int32_t found = 0;
-    std::memcpy(&found, answer.data() + 4, sizeof found);
-    for (size_t i = 0; i < iterations; ++i) {
-        MediaNode *nodes = nullptr;
+    ask(browse);
+    const uint64_t size = answer.size();
+    if (!send_all(socket, &size, sizeof size) || !send_all(socket, answer.data(), size))
+        return 1;
+    char once = 0;
+    while (receive_all(socket, &once, sizeof once)) {
         const int64_t begin = now_ns();
-        if (unpack_media_node(answer.data() + records_at,
-                              static_cast<int>(answer.size() - records_at), found, &nodes) != 0)
-            fail("the answer of the service's parts was not unpacked");
-        query.unpacking.add(now_ns() - begin);
-        vantro_free_media_nodes(nodes, found);
+        ask(browse);
+        const int64_t took = now_ns() - begin;
+        if (!send_all(socket, &took, sizeof took))
+            return 1;
     }
-    return query;
+    return 0;
 }
 
 } // namespace vantro::bench

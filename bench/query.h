@@ -1,26 +1,47 @@
-// What a listing costs besides its messages: vantrod's own parts and the library's unpacker, alone
-// in this process.
+// What a listing costs besides its messages: vantrod's own parts, alone in a process.
 #ifndef VANTRO_BENCH_QUERY_H
 #define VANTRO_BENCH_QUERY_H
 
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "bench/measure.h"
+#include "bench/process.h"
 
 namespace vantro::bench {
 
-struct OwnQuery {
-    Samples samples;         /**< From the request's bytes to the answer's. */
-    Samples unpacking;       /**< From the answer's bytes to its nodes. */
-    size_t answer_bytes = 0; /**< Result word, count and records. */
+/**
+ * Asks a catalogue for the first entries of "songs", from the request's bytes to the answer's, in a
+ * process of its own, where vantrod would run.
+ */
+class OwnQuery {
+  public:
+    /**
+     * @param directory the run's, with the collection.
+     * @param state     a copy, within it, of what vantrod has made of the collection: one process at
+     *                  a time has a state directory.
+     * @param source    the id of its source.
+     */
+    OwnQuery(const std::string &directory, const std::string &state, int32_t source, int32_t count);
+    ~OwnQuery();
+    OwnQuery(const OwnQuery &) = delete;
+    OwnQuery &operator=(const OwnQuery &) = delete;
+
+    /** A batch of queries, timed where they run; borrows this object. */
+    Batch batch();
+
+    /** Result word, count and records. */
+    const std::vector<char> &answer() const { return answer_; }
+
+  private:
+    int socket_ = -1;
+    std::vector<char> answer_;
+    std::unique_ptr<Child> peer_;
 };
 
-/**
- * Asks a catalogue that vantrod has made, and has left, for the first entries of "songs".
- * @param source the id of its source.
- */
-OwnQuery time_query(const std::string &music, const std::string &state, int32_t source,
-                    int32_t count, size_t iterations);
+/** The other side: "SOCKET:SOURCE:COUNT:STATE:DIRECTORY". */
+int serve_query(const std::string &what);
 
 } // namespace vantro::bench
 

@@ -1,8 +1,9 @@
-// One writer and one reader of packed bytes. Every integer is taken apart and put together byte by
-// byte, since only a record that begins an array is sure to be aligned.
+// One writer and one reader of packed bytes. Every integer is copied as bytes, since only a record
+// that begins an array is sure to be aligned.
 #ifndef VANTRO_RECORDS_BYTES_H
 #define VANTRO_RECORDS_BYTES_H
 
+#include <bit>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +15,9 @@ namespace vantro {
 // Sizes of packed arrays are ints at the boundary, so nothing larger is ever written.
 inline constexpr std::size_t packed_bytes_max = INT_MAX;
 
+// Packed integers are little-endian, and so is every host: they are copied as they lie.
+static_assert(std::endian::native == std::endian::little);
+
 // Length word of a string that is absent.
 inline constexpr std::uint32_t absent_length = UINT32_MAX;
 
@@ -22,9 +26,9 @@ class Writer {
     explicit Writer(void *buffer) : start_(static_cast<unsigned char *>(buffer)) {}
 
     // Each returns false, and writes nothing, where the array would pass packed_bytes_max.
-    bool put32(std::uint32_t value) { return put(value, 4); }
+    bool put32(std::uint32_t value) { return put(value); }
 
-    bool put64(std::uint64_t value) { return put(value, 8); }
+    bool put64(std::uint64_t value) { return put(value); }
 
     bool put_string(const char *text) {
         if (!text)
@@ -43,12 +47,12 @@ class Writer {
   private:
     bool has_room(std::size_t bytes) const { return bytes <= packed_bytes_max - written_; }
 
-    bool put(std::uint64_t value, std::size_t bytes) {
-        if (!has_room(bytes))
+    template <class Integer>
+    bool put(Integer value) {
+        if (!has_room(sizeof value))
             return false;
-        for (std::size_t i = 0; i < bytes; i++)
-            start_[written_ + i] = static_cast<unsigned char>(value >> (8 * i));
-        written_ += bytes;
+        std::memcpy(start_ + written_, &value, sizeof value);
+        written_ += sizeof value;
         return true;
     }
 
@@ -101,10 +105,7 @@ class Reader {
     bool get(Integer &value) {
         if (left_ < sizeof value)
             return false;
-        Integer sum = 0;
-        for (std::size_t i = 0; i < sizeof value; i++)
-            sum |= Integer{at_[i]} << (8 * i);
-        value = sum;
+        std::memcpy(&value, at_, sizeof value);
         at_ += sizeof value;
         left_ -= sizeof value;
         return true;

@@ -10,16 +10,14 @@ namespace {
 template <class Record>
 bool pack_record(const Record &record, Writer &writer) {
     using Layout = Fields<Record>;
-    for (auto integer : Layout::integers)
-        if (!writer.put32(static_cast<std::uint32_t>(record.*integer)))
-            return false;
-    for (auto integer : Layout::wide_integers)
-        if (!writer.put64(record.*integer))
-            return false;
-    for (auto string : Layout::strings)
-        if (!writer.put_string(record.*string))
-            return false;
-    return true;
+    const auto put32 = [&](auto field) {
+        return writer.put32(static_cast<std::uint32_t>(record.*field));
+    };
+    return for_each_field(Layout::integers, put32) &&
+           for_each_field(Layout::wide_integers,
+                          [&](auto field) { return writer.put64(record.*field); }) &&
+           for_each_field(Layout::strings,
+                          [&](auto field) { return writer.put_string(record.*field); });
 }
 
 template <class Record>

@@ -12,19 +12,18 @@ namespace {
 template <class Record>
 bool unpack_record(Reader &reader, Record &record) {
     using Layout = Fields<Record>;
-    for (auto integer : Layout::integers) {
+    const auto get32 = [&](auto field) {
         std::uint32_t word = 0;
         if (!reader.get32(word))
             return false;
-        record.*integer = static_cast<std::int32_t>(word);
-    }
-    for (auto integer : Layout::wide_integers)
-        if (!reader.get64(record.*integer))
-            return false;
-    for (auto string : Layout::strings)
-        if (!reader.get_string(record.*string))
-            return false;
-    return true;
+        record.*field = static_cast<std::int32_t>(word);
+        return true;
+    };
+    return for_each_field(Layout::integers, get32) &&
+           for_each_field(Layout::wide_integers,
+                          [&](auto field) { return reader.get64(record.*field); }) &&
+           for_each_field(Layout::strings,
+                          [&](auto field) { return reader.get_string(record.*field); });
 }
 
 // The published form: bytes that cannot be right leave the caller's pointer, later failures null it.

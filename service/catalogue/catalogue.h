@@ -36,6 +36,26 @@ struct Node {
     int32_t source_type = 0;
 };
 
+// A node on its way into an answer. Its texts are there for the call alone.
+struct NodeRow {
+    std::string_view id;
+    std::string_view name;
+    int32_t type = 0;
+    int32_t count = 0;
+    int32_t source = 0;
+    int32_t source_type = 0;
+};
+
+// Takes the nodes of a listing, in their order, so that a long one costs no memory for each.
+class NodeSink {
+  public:
+    virtual ~NodeSink() = default;
+    // How many will come, as far as that is known.
+    virtual void expect(std::size_t) {}
+    // False where no more is wanted.
+    virtual bool take(const NodeRow &node) = 0;
+};
+
 // Every text is valid UTF-8 without NUL and at most tag_text_max bytes; empty where unknown.
 struct SongMetadata {
     std::string title;
@@ -71,11 +91,10 @@ class Catalogue {
     virtual std::vector<Source> sources() = 0;
 
     // Each returns 0, or ENOENT (no such source, no such node), EINVAL (an unknown filter), EIO
-    // (the catalogue's file fails).
-    virtual int browse(int32_t source, std::string_view node, Range range,
-                       std::vector<Node> &nodes) = 0;
+    // (the catalogue's file fails; some nodes may have come before).
+    virtual int browse(int32_t source, std::string_view node, Range range, NodeSink &nodes) = 0;
     virtual int search(int32_t source, std::string_view filter, std::string_view term, Range range,
-                       std::vector<Node> &nodes) = 0;
+                       NodeSink &nodes) = 0;
     virtual int metadata(int32_t source, std::string_view node,
                          std::optional<SongMetadata> &metadata) = 0;
     // One value a key, in their order; empty where there is none.
@@ -89,7 +108,7 @@ class Catalogue {
     virtual int all_songs(std::vector<QueuedSong> &songs) = 0;
     // The nodes of songs, in the order asked for; a song that is gone leaves a node of type
     // VANTRO_NODE_SONG with an empty id. Returns 0 or EIO.
-    virtual int song_nodes(const SongId *ids, std::size_t count, std::vector<Node> &nodes) = 0;
+    virtual int song_nodes(const SongId *ids, std::size_t count, NodeSink &nodes) = 0;
     // Node and metadata of one song. Returns 0, ENOENT when it is gone, or EIO.
     virtual int song(SongId id, Node &node, SongMetadata &metadata) = 0;
 

@@ -136,15 +136,17 @@ std::string digest(std::string_view bytes) {
     return text;
 }
 
-std::string node_id(char kind, int64_t key) {
-    if (kind == kind_year)
-        return fmt::format("{}{}", kind, key);
-    // A long list is made of these, so no format is read each time.
-    std::string id(17, kind);
+NodeId::NodeId(char kind, int64_t key) {
+    text_[0] = kind;
+    if (kind == kind_year) {
+        size_ =
+            static_cast<std::size_t>(std::to_chars(text_ + 1, std::end(text_), key).ptr - text_);
+        return;
+    }
+    size_ = 17;
     auto rest = static_cast<uint64_t>(key);
     for (std::size_t at = 16; at > 0; --at, rest >>= 4)
-        id[at] = "0123456789abcdef"[rest & 15];
-    return id;
+        text_[at] = "0123456789abcdef"[rest & 15];
 }
 
 std::optional<NodeRef> parse_node_id(std::string_view id) {
@@ -155,7 +157,7 @@ std::optional<NodeRef> parse_node_id(std::string_view id) {
     if (id[0] == kind_year) {
         int64_t year = 0;
         const auto [stop, error] = std::from_chars(id.data() + 1, end, year);
-        if (error != std::errc() || stop != end || node_id(kind_year, year) != id)
+        if (error != std::errc() || stop != end || NodeId(kind_year, year).text() != id)
             return std::nullopt;
         return NodeRef{kind_year, year};
     }
@@ -164,7 +166,7 @@ std::optional<NodeRef> parse_node_id(std::string_view id) {
     uint64_t key = 0;
     const auto [stop, error] = std::from_chars(id.data() + 1, end, key, 16);
     if (error != std::errc() || stop != end ||
-        node_id(id[0], static_cast<int64_t>(key)) != id) // capitals are another text
+        NodeId(id[0], static_cast<int64_t>(key)).text() != id) // capitals are another text
         return std::nullopt;
     return NodeRef{id[0], static_cast<int64_t>(key)};
 }

@@ -42,13 +42,22 @@ enum Kind : char {
     kind_no_album = 'B'
 };
 
-std::string node_id(char kind, int64_t key);
+// The id of a node, without any heap: a long list is made of these.
+class NodeId {
+  public:
+    NodeId(char kind, int64_t key);
+    std::string_view text() const { return {text_, size_}; }
+
+  private:
+    char text_[24];
+    std::size_t size_;
+};
 
 struct NodeRef {
     char kind = 0;
     int64_t key = 0;
 };
-// Nothing for what node_id() does not make.
+// Nothing for what is no NodeId.
 std::optional<NodeRef> parse_node_id(std::string_view id);
 
 } // namespace vantro

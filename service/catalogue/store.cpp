@@ -53,10 +53,9 @@ class SqliteCatalogue : public Store {
     std::string open();
 
     std::vector<Source> sources() override;
-    int browse(int32_t source, std::string_view node, Range range,
-               std::vector<Node> &nodes) override;
+    int browse(int32_t source, std::string_view node, Range range, NodeSink &nodes) override;
     int search(int32_t source, std::string_view filter, std::string_view term, Range range,
-               std::vector<Node> &nodes) override;
+               NodeSink &nodes) override;
     int metadata(int32_t source, std::string_view node,
                  std::optional<SongMetadata> &metadata) override;
     int extended_metadata(int32_t source, std::string_view node,
@@ -64,7 +63,7 @@ class SqliteCatalogue : public Store {
                           std::vector<std::string> &values) override;
     int songs(int32_t source, std::string_view node, std::vector<QueuedSong> &songs) override;
     int all_songs(std::vector<QueuedSong> &songs) override;
-    int song_nodes(const SongId *ids, std::size_t count, std::vector<Node> &nodes) override;
+    int song_nodes(const SongId *ids, std::size_t count, NodeSink &nodes) override;
     int song(SongId id, Node &node, SongMetadata &metadata) override;
     int32_t check(SongId id) override;
     int32_t take_session_ids(int32_t count) override { return sessions_.take(count); }
@@ -233,23 +232,15 @@ std::vector<Source> SqliteCatalogue::sources() {
     return all;
 }
 
-int SqliteCatalogue::browse(int32_t source, std::string_view node, Range range,
-                            std::vector<Node> &nodes) {
+int SqliteCatalogue::browse(int32_t source, std::string_view node, Range range, NodeSink &nodes) {
     return at_node(source, node, [&](Database &, View &view, Place place) {
-        if (place.kind != 0 || place.id != 0) {
-            view.browse(place, range, nodes);
-            return 0;
-        }
-        std::vector<Node> menus = view.menus();
-        const auto [first, last] = bounds(range, menus.size());
-        std::move(menus.begin() + static_cast<std::ptrdiff_t>(first),
-                  menus.begin() + static_cast<std::ptrdiff_t>(last), std::back_inserter(nodes));
+        view.browse(place, range, nodes);
         return 0;
     });
 }
 
 int SqliteCatalogue::search(int32_t source, std::string_view filter, std::string_view term,
-                            Range range, std::vector<Node> &nodes) {
+                            Range range, NodeSink &nodes) {
     return at_node(source, VANTRO_NODE_ROOT, [&](Database &, View &view, Place) {
         const std::optional<View::ListPointer> found = view.search(filter, term);
         if (!found)
@@ -311,13 +302,15 @@ int64_t SqliteCatalogue::song_count() {
     return count;
 }
 
-int SqliteCatalogue::song_nodes(const SongId *ids, std::size_t count, std::vector<Node> &nodes) {
+int SqliteCatalogue::song_nodes(const SongId *ids, std::size_t count, NodeSink &nodes) {
     return guarded([&](Database &database) {
         View view(database, lists_, 0);
-        nodes.reserve(nodes.size() + count);
+        nodes.expect(count);
         for (std::size_t i = 0; i < count; ++i) {
-            nodes.push_back(song_node(view, ids[i]));
-            nodes.back().type = VANTRO_NODE_SONG;
+            Node node = song_node(view, ids[i]);
+            node.type = VANTRO_NODE_SONG;
+            if (!nodes.take(row_of(node)))
+                break;
         }
         return 0;
     });

@@ -80,6 +80,10 @@ void sort_by(const List &order, std::vector<Entry> &entries) {
 
 } // namespace
 
+NodeRow row_of(const Node &node) {
+    return {node.id, node.name, node.type, node.count, node.source, node.source_type};
+}
+
 std::pair<std::size_t, std::size_t> bounds(Range range, std::size_t size) {
     const std::size_t first = std::min(static_cast<std::size_t>(std::max(range.offset, 0)), size);
     const std::size_t rest = size - first;
@@ -334,7 +338,7 @@ Node View::node(Entry entry) {
         node.type = VANTRO_NODE_SONG;
         Rows row = database_.query("SELECT key, name, source FROM song WHERE id = ?1", entry);
         if (row.next()) {
-            node.id = node_id(kind_song, row.integer(0));
+            node.id = NodeId(kind_song, row.integer(0)).text();
             node.name = row.text(1);
             node.source = row.small(2);
         }
@@ -344,7 +348,7 @@ Node View::node(Entry entry) {
         database_.query("SELECT kind, key, name, count, source FROM node WHERE id = ?1", -entry);
     if (row.next()) {
         const char kind = static_cast<char>(row.integer(0));
-        node.id = node_id(kind, row.integer(1));
+        node.id = NodeId(kind, row.integer(1)).text();
         node.name = row.text(2);
         node.type = type_of(kind);
         node.count = row.small(3);
@@ -354,7 +358,7 @@ Node View::node(Entry entry) {
 }
 
 // The whole of the list of songs lies in one index in its order, with all that a node needs.
-void View::songs_by_name(const List &list, Range range, std::vector<Node> &nodes) {
+void View::songs_by_name(const List &list, Range range, NodeSink &nodes) {
     const auto [first, last] = bounds(range, list.entries.size());
     if (first == last)
         return;
@@ -363,16 +367,33 @@ void View::songs_by_name(const List &list, Range range, std::vector<Node> &nodes
         return;
     const std::string sort(begin.text(0));
     const int64_t key = begin.integer(1);
-    nodes.reserve(nodes.size() + (last - first));
-    Rows rows = database_.query("SELECT key, name FROM song WHERE source = ?1 AND sort >= ?2"
-                                " AND (sort > ?2 OR key >= ?3) ORDER BY sort, key LIMIT ?4",
-                                source_, Blob{sort}, key, last - first);
-    while (rows.next())
-        nodes.push_back({node_id(kind_song, rows.integer(0)), std::string(rows.text(1)),
-                         VANTRO_NODE_SONG, 0, source_, VANTRO_SOURCE_DIRECTORY});
+    nodes.expect(last - first);
+    std::size_t left = last - first;
+    const auto give = [&](Rows &&rows) {
+        for (; left > 0 && rows.next(); --left) {
+            const NodeId id(kind_song, rows.integer(0));
+            if (!nodes.take({id.text(), rows.text(1), VANTRO_NODE_SONG, 0, source_,
+                             VANTRO_SOURCE_DIRECTORY}))
+                left = 1; // no more is wanted
+        }
+    };
+    // In two steps: comparing every row with both would take longer than all else.
+    give(database_.query("SELECT key, name FROM song WHERE source = ?1 AND sort = ?2 AND key >= ?3"
+                         " ORDER BY key",
+                         source_, Blob{sort}, key));
+    give(database_.query("SELECT key, name FROM song WHERE source = ?1 AND sort > ?2"
+                         " ORDER BY sort, key",
+                         source_, Blob{sort}));
 }
 
-void View::browse(Place place, Range range, std::vector<Node> &nodes) {
+void View::browse(Place place, Range range, NodeSink &nodes) {
+    if (place.kind == 0) {
+        const std::vector<Node> tops = menus();
+        const auto [first, last] = bounds(range, tops.size());
+        for (std::size_t i = first; i < last; ++i)
+            nodes.take(row_of(tops[i]));
+        return;
+    }
     const ListPointer list = entries(place);
     if (place.kind == kind_song && place.id == 0)
         songs_by_name(*list, range, nodes);
@@ -380,18 +401,21 @@ void View::browse(Place place, Range range, std::vector<Node> &nodes) {
         this->nodes(*list, range, nodes);
 }
 
-void View::nodes(const List &list, Range range, std::vector<Node> &nodes) {
+void View::nodes(const List &list, Range range, NodeSink &nodes) {
     const auto [first, last] = bounds(range, list.entries.size());
-    const std::size_t before = nodes.size();
-    nodes.resize(before + (last - first));
     // Looked up in the order in which they lie in the file, where neighbours share a page.
     std::vector<std::pair<Entry, std::size_t>> wanted;
     wanted.reserve(last - first);
     for (std::size_t i = first; i < last; ++i)
-        wanted.emplace_back(list.entries[i], before + (i - first));
+        wanted.emplace_back(list.entries[i], i - first);
     std::sort(wanted.begin(), wanted.end());
+    std::vector<Node> found(last - first);
     for (const auto &[entry, at] : wanted)
-        nodes[at] = node(entry);
+        found[at] = node(entry);
+    nodes.expect(found.size());
+    for (const Node &each : found)
+        if (!nodes.take(row_of(each)))
+            return;
 }
 
 // ------------------------------------------------------------------------------------ searching

@@ -44,10 +44,10 @@ class View {
     // Nothing for an unknown filter.
     std::optional<ListPointer> search(std::string_view filter, std::string_view term);
 
-    // Appends those entries of a node that are wanted. Not for the root.
-    void browse(Place place, Range range, std::vector<Node> &nodes);
-    // Appends the nodes of those entries of the list that are wanted.
-    void nodes(const List &list, Range range, std::vector<Node> &nodes);
+    // Gives those entries of a node that are wanted.
+    void browse(Place place, Range range, NodeSink &nodes);
+    // Gives the nodes of those entries of the list that are wanted.
+    void nodes(const List &list, Range range, NodeSink &nodes);
     Node node(Entry entry); // with an empty id where there is none
 
   private:
@@ -68,6 +68,9 @@ class View {
     const int32_t source_;
     const int64_t generation_;
 };
+
+// The node as it goes into an answer. It borrows the node's texts.
+NodeRow row_of(const Node &node);
 
 // The range as indices into a list of `size`: first and last plus one.
 std::pair<std::size_t, std::size_t> bounds(Range range, std::size_t size);

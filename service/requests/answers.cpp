@@ -162,24 +162,26 @@ int Answers::append_track(Player &player, Bytes &answer) {
 }
 
 int Answers::ask_catalogue(const Request &request, Bytes &answer) {
-    std::vector<Node> nodes;
-    int result = 0;
     switch (request.command) {
     case VANTRO_COMMAND_GET_MEDIA_SOURCES:
         return append_sources(answer, catalogue_.sources());
     case VANTRO_COMMAND_GET_METADATA: {
         std::optional<SongMetadata> metadata;
-        result = catalogue_.metadata(request.source, request.node, metadata);
+        const int result = catalogue_.metadata(request.source, request.node, metadata);
         return result == 0 && metadata ? append_metadata(answer, *metadata) : result;
     }
-    case VANTRO_COMMAND_SEARCH:
-        result =
-            catalogue_.search(request.source, request.filter, request.term, request.range, nodes);
-        break;
     default:
-        result = catalogue_.browse(request.source, request.node, request.range, nodes);
+        return append_listing(request, answer);
     }
-    return result == 0 ? append_nodes(answer, nodes) : result;
+}
+
+int Answers::append_listing(const Request &request, Bytes &answer) {
+    NodePacker nodes(answer);
+    const int result =
+        request.command == VANTRO_COMMAND_SEARCH
+            ? catalogue_.search(request.source, request.filter, request.term, request.range, nodes)
+            : catalogue_.browse(request.source, request.node, request.range, nodes);
+    return result == 0 ? nodes.finish() : result;
 }
 
 int Answers::append_extended_metadata(const Request &request, Bytes &answer) {
@@ -206,9 +208,9 @@ int Answers::append_session_tracks(Player *player, const Request &request, Bytes
     std::vector<SongId> ids(count);
     std::transform(songs.data() + first, songs.data() + first + count, ids.begin(),
                    [](const QueuedSong &song) { return song.id; });
-    std::vector<Node> nodes;
+    NodePacker nodes(answer);
     const int result = catalogue_.song_nodes(ids.data(), count, nodes);
-    return result == 0 ? append_nodes(answer, nodes) : result;
+    return result == 0 ? nodes.finish() : result;
 }
 
 } // namespace vantro

@@ -34,6 +34,7 @@ class Answers {
     int control(Player &player, const Request &request);
     int ask_player(Player &player, const Request &request, Bytes &answer);
     int ask_catalogue(const Request &request, Bytes &answer);
+    int append_listing(const Request &request, Bytes &answer);
     int append_track(Player &player, Bytes &answer);
     int append_session_tracks(Player *player, const Request &request, Bytes &answer);
     int append_extended_metadata(const Request &request, Bytes &answer);

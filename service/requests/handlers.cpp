@@ -14,8 +14,8 @@ Answers *the_answers;
 const int32_t out_of_memory = ENOMEM;
 
 // Room for answers that a thread keeps from one request to the next, so that answering costs no
-// heap.
-constexpr std::size_t room_kept = 256 * 1024;
+// heap, and the host need not find it page by page. A listing of ten thousand nodes fits.
+constexpr std::size_t room_kept = 1024 * 1024;
 
 // After an answer of this size what making it took is given back to the host. That costs
 // milliseconds, of which such an answer has taken many.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <iterator>
 
 #include <vantro/records.h>
@@ -12,6 +13,9 @@ namespace {
 
 // The packers' records are made and packed so many at a time, on the stack.
 constexpr std::size_t records_at_once = 64;
+
+// Room that is made for each node of a long list before they come: a few words, an id, a title.
+constexpr std::size_t usual_node_bytes = 64;
 
 // The packers only read; their records are shared with clients, whose strings are their own.
 char *text_or_absent(const std::string &text) {
@@ -107,11 +111,6 @@ int append_sources(Bytes &answer, const std::vector<Source> &sources) {
     return append_records(answer, sources.data(), sources.size(), pack_media_source);
 }
 
-int append_nodes(Bytes &answer, const std::vector<Node> &nodes) {
-    append(answer, static_cast<int32_t>(nodes.size()));
-    return append_records(answer, nodes.data(), nodes.size(), pack_media_node);
-}
-
 int append_node(Bytes &answer, const Node &node) {
     return append_records(answer, &node, 1, pack_media_node);
 }
@@ -132,6 +131,44 @@ int append_texts(Bytes &answer, const std::vector<std::string> &texts) {
         answer.insert(answer.end(), text.begin(), text.end());
     }
     return 0;
+}
+
+NodePacker::NodePacker(Bytes &answer) : answer_(answer), begin_(answer.size()), end_(begin_) {
+    make_room(sizeof count_);
+    end_ += sizeof count_;
+}
+
+void NodePacker::make_room(std::size_t size) {
+    if (answer_.size() - end_ < size)
+        answer_.resize(std::max(end_ + size, std::min(2 * answer_.size(), answer_max)));
+}
+
+void NodePacker::expect(std::size_t count) {
+    make_room(std::min(count * usual_node_bytes, answer_max - end_));
+}
+
+bool NodePacker::take(const NodeRow &node) {
+    const std::size_t size = VANTRO_PACKED_MEDIA_NODE_MIN + node.id.size() + node.name.size();
+    too_long_ = too_long_ || size > answer_max - end_;
+    if (too_long_)
+        return false;
+    make_room(size);
+    id_ = node.id;
+    name_ = node.name;
+    const ServiceMediaNode record = {
+        text_or_absent(id_), text_or_absent(name_), 0, node.type, node.count,
+        node.source,         node.source_type,      0};
+    int written = 0;
+    pack_media_node(&record, 1, answer_.data() + end_, &written);
+    end_ += static_cast<std::size_t>(written);
+    ++count_;
+    return true;
+}
+
+int NodePacker::finish() {
+    answer_.resize(end_);
+    std::memcpy(answer_.data() + begin_, &count_, sizeof count_);
+    return too_long_ ? EMSGSIZE : 0;
 }
 
 } // namespace vantro

@@ -26,12 +26,32 @@ void append(Bytes &answer, const Value &value) {
 
 // A record count and the records.
 int append_sources(Bytes &answer, const std::vector<Source> &sources);
-int append_nodes(Bytes &answer, const std::vector<Node> &nodes);
 // The records alone.
 int append_node(Bytes &answer, const Node &node);
 int append_metadata(Bytes &answer, const SongMetadata &metadata);
 // Each with its length.
 int append_texts(Bytes &answer, const std::vector<std::string> &texts);
+
+// Appends a record count and the nodes that it is given. The answer is of use after finish(), which
+// returns 0 or EMSGSIZE.
+class NodePacker : public NodeSink {
+  public:
+    explicit NodePacker(Bytes &answer);
+    void expect(std::size_t count) override;
+    bool take(const NodeRow &node) override;
+    int finish();
+
+  private:
+    void make_room(std::size_t size);
+
+    Bytes &answer_;
+    const std::size_t begin_;
+    std::size_t end_; // of what is packed; behind it the answer has room
+    int32_t count_ = 0;
+    bool too_long_ = false;
+    std::string id_; // both as the packers want them, with a NUL
+    std::string name_;
+};
 
 } // namespace vantro
 

@@ -22,8 +22,7 @@ class MemoryCatalogue : public Catalogue {
     }
 
     std::vector<Source> sources() override { return {{1, "u", "n", "v", 1, 2, 0x1F}}; }
-    int browse(int32_t source, std::string_view node, Range range,
-               std::vector<Node> &nodes) override {
+    int browse(int32_t source, std::string_view node, Range range, NodeSink &nodes) override {
         std::vector<QueuedSong> found;
         if (const int result = songs(source, node, found); result != 0)
             return result;
@@ -31,11 +30,11 @@ class MemoryCatalogue : public Catalogue {
         const std::size_t left = found.size() - first;
         const int64_t wanted = range.count > 0 ? range.count : INT_MAX;
         for (std::size_t i = 0; i < left && static_cast<int64_t>(i) < wanted; ++i)
-            nodes.push_back(node_of(found[first + i].id));
+            give(found[first + i].id, nodes);
         return 0;
     }
     int search(int32_t source, std::string_view filter, std::string_view, Range range,
-               std::vector<Node> &nodes) override {
+               NodeSink &nodes) override {
         return filter.empty() || filter == "title" ? browse(source, "", range, nodes) : EINVAL;
     }
     int metadata(int32_t source, std::string_view node,
@@ -64,8 +63,8 @@ class MemoryCatalogue : public Catalogue {
         songs = list;
         return broken ? EIO : 0;
     }
-    int song_nodes(const SongId *ids, std::size_t count, std::vector<Node> &nodes) override {
-        std::transform(ids, ids + count, std::back_inserter(nodes), node_of);
+    int song_nodes(const SongId *ids, std::size_t count, NodeSink &nodes) override {
+        std::for_each(ids, ids + count, [&](SongId id) { give(id, nodes); });
         return broken ? EIO : 0;
     }
     int song(SongId id, Node &node, SongMetadata &metadata) override {
@@ -86,6 +85,10 @@ class MemoryCatalogue : public Catalogue {
   private:
     static Node node_of(SongId id) {
         return {"song" + std::to_string(id), "T", VANTRO_NODE_SONG, 0, 1, 1};
+    }
+    static void give(SongId id, NodeSink &nodes) {
+        const Node node = node_of(id);
+        nodes.take({node.id, node.name, node.type, node.count, node.source, node.source_type});
     }
     static SongMetadata metadata_of(SongId id) {
         SongMetadata metadata;

@@ -139,7 +139,7 @@ TEST_F(Catalogued, GivesPagesAndRefusesWhatIsNotThere) {
                            "' OR 1=1 --",
                            "\xFF\xFE",
                            std::string(1 << 20, 's')};
-    std::vector<Node> nodes;
+    NodeList nodes;
     std::optional<SongMetadata> found;
     std::vector<std::string> values;
     std::vector<QueuedSong> songs;
@@ -222,7 +222,7 @@ TEST_F(Catalogued, IsSearched) {
     };
     for (const auto &[filter, term, names] : table)
         EXPECT_EQ(found(filter, term), names) << filter << " | " << term.substr(0, 40);
-    std::vector<Node> nodes;
+    NodeList nodes;
     EXPECT_EQ(store_->search(source_, "", "anna", {1, 2}, nodes), 0);
     ASSERT_EQ(nodes.size(), 2u);
     EXPECT_EQ(nodes[0].type, VANTRO_NODE_ALBUM);

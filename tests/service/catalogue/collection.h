@@ -39,6 +39,15 @@ inline std::string png(uint32_t width, uint32_t height, const std::string &more 
            big_endian(height, 4) + more;
 }
 
+class NodeList : public NodeSink, public std::vector<Node> {
+  public:
+    bool take(const NodeRow &row) override {
+        push_back({std::string(row.id), std::string(row.name), row.type, row.count, row.source,
+                   row.source_type});
+        return true;
+    }
+};
+
 class Collection : public RuntimeDirectory {
   protected:
     void SetUp() override {
@@ -142,7 +151,7 @@ class Collection : public RuntimeDirectory {
     }
 
     std::vector<Node> browse(const std::string &node, Range range = {}) {
-        std::vector<Node> nodes;
+        NodeList nodes;
         EXPECT_EQ(store_->browse(source_, node, range, nodes), 0) << node;
         return nodes;
     }
@@ -162,7 +171,7 @@ class Collection : public RuntimeDirectory {
         return {};
     }
     std::vector<std::string> found(const std::string &filter, const std::string &term) {
-        std::vector<Node> nodes;
+        NodeList nodes;
         EXPECT_EQ(store_->search(source_, filter, term, {}, nodes), 0) << term;
         return names(nodes);
     }
@@ -180,7 +189,7 @@ class Collection : public RuntimeDirectory {
         return songs;
     }
     std::vector<Node> song_nodes(const std::vector<SongId> &ids) {
-        std::vector<Node> nodes;
+        NodeList nodes;
         EXPECT_EQ(store_->song_nodes(ids.data(), ids.size(), nodes), 0);
         return nodes;
     }

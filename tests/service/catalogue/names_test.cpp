@@ -37,7 +37,7 @@ TEST(Names, AreTheSameWhateverTheirCase) {
 
 TEST(NodeIds, AreReadBackAndNothingElseIs) {
     for (const int64_t key : {int64_t{0}, int64_t{-1}, INT64_MIN, int64_t{0xABC}}) {
-        const auto ref = parse_node_id(node_id(kind_song, key));
+        const auto ref = parse_node_id(NodeId(kind_song, key).text());
         ASSERT_TRUE(ref);
         EXPECT_EQ(ref->key, key);
     }

@@ -355,7 +355,7 @@ TEST_F(Scanned, MovesADamagedCatalogueAside) {
             bytes << "damaged!";
         }
     }
-    std::vector<Node> nodes;
+    NodeList nodes;
     std::vector<QueuedSong> songs;
     EXPECT_EQ(store_->all_songs(songs), EIO);
     store_->start_scanning();
