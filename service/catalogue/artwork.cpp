@@ -114,16 +114,22 @@ std::optional<PictureHead> picture_head(std::string_view bytes) {
     return std::nullopt;
 }
 
-bool has_cover_name(std::string_view name) {
+std::optional<int> picture_rank(std::string_view name) {
     std::string lower(name);
     std::transform(lower.begin(), lower.end(), lower.begin(), [](char c) {
         return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     });
-    for (const char *stem : {"cover", "folder", "front", "album"})
-        for (const char *ending : {".jpg", ".jpeg", ".png"})
-            if (lower == fmt::format("{}{}", stem, ending))
-                return true;
-    return false;
+    const std::size_t dot = std::min(lower.rfind('.'), lower.size());
+    const std::string ending = lower.substr(dot);
+    if (ending != ".jpg" && ending != ".jpeg" && ending != ".png")
+        return std::nullopt;
+    int rank = 0;
+    for (const char *stem : {"cover", "folder", "front", "albumcover", "album"}) {
+        if (lower.compare(0, dot, stem) == 0)
+            return rank;
+        ++rank;
+    }
+    return plain_picture_rank;
 }
 
 ArtworkFolder::ArtworkFolder(const std::filesystem::path &directory)

@@ -29,9 +29,11 @@ struct PictureHead {
 // Nothing where the bytes do not begin a JPEG or PNG picture. Reads no more than their headers.
 std::optional<PictureHead> picture_head(std::string_view bytes);
 
-// True for the names under which the cover of a whole folder lies in it: cover, folder, front or
-// album with the ending of a picture, in any case.
-bool has_cover_name(std::string_view name);
+// How a picture in a folder is named, by what counts first where there are several: as its cover
+// (cover, folder, front, albumcover, album, in this order and in any case), or like any other.
+// Nothing for what has no ending of a picture.
+std::optional<int> picture_rank(std::string_view name);
+inline constexpr int plain_picture_rank = 5; // counts where it is the only picture
 
 class ArtworkFolder {
   public:

@@ -11,14 +11,6 @@ namespace vantro {
 
 namespace {
 
-constexpr std::string_view several_artists = "Various Artists";
-
-FoundName named(std::string_view text) {
-    FoundName name{std::string(text), folded(text), {}};
-    name.sort = sort_key(name.text);
-    return name;
-}
-
 // Where nothing is said the first disc is meant, but a track without number follows the others.
 int64_t place_of(int32_t disc, int32_t track) {
     constexpr int32_t last = 0xFFFF;
@@ -27,6 +19,12 @@ int64_t place_of(int32_t disc, int32_t track) {
 }
 
 } // namespace
+
+FoundName named(std::string_view text) {
+    FoundName name{std::string(text), folded(text), {}};
+    name.sort = sort_key(name.text);
+    return name;
+}
 
 std::string path_below(std::string_view folder, std::string_view file) {
     std::string path(folder);
@@ -49,11 +47,12 @@ void complete(FoundSong &found) {
     found.sort = sort_key(found.title);
     found.place = place_of(found.song.disc, found.song.track);
 
-    std::string_view artist = tags.get(VANTRO_KEY_ALBUM_ARTIST);
-    if (artist.empty())
-        artist =
-            tags.get(VANTRO_KEY_COMPILATION) == "1" ? several_artists : tags.get(VANTRO_KEY_ARTIST);
-    found.artist = named(artist);
+    found.performer = named(tags.get(VANTRO_KEY_ARTIST));
+    std::string_view stated = tags.get(VANTRO_KEY_ALBUM_ARTIST);
+    if (stated.empty() && tags.get(VANTRO_KEY_COMPILATION) == "1")
+        stated = several_artists;
+    found.artist_stated = !stated.empty();
+    found.artist = found.artist_stated ? named(stated) : found.performer;
     found.album = named(tags.get(VANTRO_KEY_ALBUM));
     for (const std::string &genre : found.song.genres) {
         FoundName name = named(genre);

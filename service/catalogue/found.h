@@ -36,10 +36,17 @@ struct FoundSong {
     std::string title;
     std::string sort;  // of the title
     int64_t place = 0; // disc and track
-    FoundName artist;  // of the album; its identity is empty where there is none
+    FoundName artist; // of the album, as this song alone would have it; its identity is empty where
+                      // there is none
+    bool artist_stated = false; // it is not only who performs the song
+    FoundName performer;
     FoundName album;
     std::vector<FoundName> genres;
 };
+
+inline constexpr std::string_view several_artists = "Various Artists";
+
+FoundName named(std::string_view text);
 
 // Fills in all that follows from `where` and `song`.
 void complete(FoundSong &found);

@@ -41,23 +41,18 @@ struct Freer {
     void operator()(DIR *directory) const { closedir(directory); }
 };
 
-// cover before folder before front before album.
-int image_rank(const std::string &name) {
-    const char first = static_cast<char>(name[0] | 0x20);
-    const char second = static_cast<char>(name[1] | 0x20);
-    return first == 'c' ? 0 : first == 'a' ? 3 : second == 'o' ? 1 : 2;
-}
-
 } // namespace
 
 struct Scan::Reading {
     const Folder &folder;
     DIR *directory = nullptr;
     KnownFolder known; // what has been seen is taken out
-    std::vector<Folder> folders;
+    std::vector<Folder> folders = {};
     bool has_songs = false;
-    std::string image;
-    FileStamp image_stamp;
+    std::string image = {}; // the one that is named best, of equals the first by name
+    FileStamp image_stamp = {};
+    int image_rank = plain_picture_rank + 1;
+    bool several_images = false; // of the rank of `image`
 
     FileName named(const std::string &name, int32_t source) const {
         return {source, folder.path, name};
@@ -141,8 +136,7 @@ void Scan::visit(const Folder &folder) {
                                    top ? folder.path : folder.path.substr(slash + 1)});
     }
 
-    Reading reading{folder, directory.get(), parts_.writer.known(source_, folder.path), {}, {}, {},
-                    {}};
+    Reading reading{folder, directory.get(), parts_.writer.known(source_, folder.path)};
     errno = 0;
     while (const dirent *entry = readdir(directory.get())) {
         const std::string name = entry->d_name;
@@ -218,10 +212,13 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
 void Scan::visit_file(Reading &reading, const std::string &name, const struct stat &status) {
     const FileStamp stamp = stamp_of(status);
     const bool song = has_audio_name(name);
-    if (has_cover_name(name) &&
-        (reading.image.empty() || image_rank(name) < image_rank(reading.image))) {
-        reading.image = name;
-        reading.image_stamp = stamp;
+    if (const std::optional<int> rank = picture_rank(name); rank && *rank <= reading.image_rank) {
+        reading.several_images = *rank == reading.image_rank;
+        if (!reading.several_images || name < reading.image) {
+            reading.image = name;
+            reading.image_stamp = stamp;
+        }
+        reading.image_rank = *rank;
     }
     if (!song && !has_playlist_name(name))
         return;
@@ -244,7 +241,8 @@ void Scan::visit_file(Reading &reading, const std::string &name, const struct st
 
 void Scan::compare_image(Reading &reading) {
     const KnownFolder &known = reading.known;
-    if (!reading.has_songs || reading.image.empty()) {
+    const bool unclear = reading.image_rank == plain_picture_rank && reading.several_images;
+    if (!reading.has_songs || reading.image.empty() || unclear) {
         if (!known.image.empty())
             parts_.writer.remove_image(source_, reading.folder.path);
         return;
@@ -381,7 +379,7 @@ bool Scan::finish() {
         take(std::move(*done));
     }
     commit();
-    if (!changed_)
+    if (!changed_ && !parts_.writer.unsettled(source_))
         return true;
     name_broken_entries();
     parts_.writer.settle(source_);

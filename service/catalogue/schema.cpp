@@ -10,7 +10,7 @@ namespace vantro {
 namespace {
 
 // Changed with every change of the tables or of what is in them.
-constexpr int version = 1;
+constexpr int version = 2;
 
 // Keeps the numbers short.
 constexpr int64_t past_us = 1'700'000'000'000'000;
@@ -19,7 +19,9 @@ constexpr int writer_cache_kib = 16 * 1024;
 
 // `node` holds everything but songs. Its `identity` is what its key is a digest of: the path below
 // the source, or the folded names. `parent` is the folder that holds a folder, the artist of an
-// album. `place` of a song is its disc and track in one number.
+// album. `place` of a song is its disc and track in one number, `performer` the artist who performs
+// it where that is not the album's, `stated` whether its file states an album artist, and
+// `own_artist` the identity of that one, or else of the performer.
 //
 // Numbers of songs start at the time the file was made, in microseconds, so that those of an earlier
 // file, which a track session may still hold, name nothing in this one. No scan is faster than that.
@@ -43,12 +45,14 @@ CREATE TABLE song(
     id INTEGER PRIMARY KEY AUTOINCREMENT, source INTEGER NOT NULL, key INTEGER NOT NULL,
     folder INTEGER NOT NULL, album INTEGER NOT NULL, year INTEGER NOT NULL,
     disc INTEGER NOT NULL, track INTEGER NOT NULL, duration INTEGER NOT NULL,
+    performer INTEGER NOT NULL, stated INTEGER NOT NULL, own_artist BLOB NOT NULL,
     artwork INTEGER NOT NULL, modified INTEGER NOT NULL, size INTEGER NOT NULL,
     place INTEGER NOT NULL, name TEXT NOT NULL, file BLOB NOT NULL, sort BLOB NOT NULL);
 CREATE UNIQUE INDEX song_by_key ON song(source, key);
 CREATE INDEX song_by_name ON song(source, sort, key, duration, name);
 CREATE INDEX song_by_folder ON song(folder, place, sort, key);
 CREATE INDEX song_by_album ON song(album, place, sort, key);
+CREATE INDEX song_by_performer ON song(performer) WHERE performer != 0;
 CREATE INDEX song_by_year ON song(year) WHERE year != 0;
 CREATE TABLE song_detail(song INTEGER PRIMARY KEY, tags BLOB NOT NULL);
 CREATE TABLE song_genre(
@@ -74,6 +78,9 @@ CREATE INDEX song_with_artwork ON song(artwork) WHERE artwork != 0;
 CREATE TABLE left_out(
     source INTEGER, folder BLOB, file BLOB, modified INTEGER NOT NULL, size INTEGER NOT NULL,
     why TEXT NOT NULL, PRIMARY KEY(source, folder, file)) WITHOUT ROWID;
+
+-- Folders whose songs have not been looked at together since one of them changed.
+CREATE TABLE unsettled(folder INTEGER PRIMARY KEY, source INTEGER NOT NULL);
 
 CREATE VIRTUAL TABLE song_words USING fts5(
     title, artist, album, genre, composer,
@@ -102,7 +109,8 @@ bool good(Database &database) {
     database.run("SELECT id FROM node JOIN playlist ON node = id LIMIT 1");
     database.run("SELECT rowid FROM song_words LIMIT 1");
     database.run("SELECT rowid FROM node_words LIMIT 1");
-    database.run("SELECT song.id FROM song, song_detail, artwork, folder_image, left_out LIMIT 1");
+    database.run("SELECT song.id FROM song, song_detail, artwork, folder_image, left_out,"
+                 " unsettled LIMIT 1");
     return true;
 }
 

@@ -88,6 +88,29 @@ int32_t positive(const TagLib::String &text) {
     return number > 0 ? number : 0;
 }
 
+// Numbers of discs and tracks. What is larger was meant for something else.
+constexpr int32_t number_max = 999;
+
+int32_t small_number(const TagLib::String &text) {
+    const int32_t number = positive(text);
+    return number <= number_max ? number : 0;
+}
+
+// Programs leave their measurements in comments, as hexadecimal numbers one after the other.
+bool is_measurement(std::string_view comment) {
+    constexpr std::size_t digits = 8;
+    std::size_t numbers = 0;
+    for (std::size_t at = 0; at < comment.size(); at += digits, ++numbers) {
+        if (numbers > 0 && comment[at++] != ' ')
+            return false;
+        const std::string_view number = comment.substr(at, digits);
+        if (number.size() < digits ||
+            number.find_first_not_of("0123456789ABCDEFabcdef") != std::string_view::npos)
+            return false;
+    }
+    return numbers > 1;
+}
+
 // "2" and "2/3" alike; the total may also stand in a tag of its own.
 std::pair<int32_t, int32_t> number_and_total(const TagLib::PropertyMap &properties,
                                              const char *name,
@@ -96,14 +119,14 @@ std::pair<int32_t, int32_t> number_and_total(const TagLib::PropertyMap &properti
     const auto found = properties.find(name);
     if (found != properties.end() && !found->second.isEmpty()) {
         const TagLib::StringList pieces = found->second.front().split("/");
-        result.first = positive(pieces.front());
+        result.first = small_number(pieces.front());
         if (pieces.size() > 1)
-            result.second = positive(pieces[1]);
+            result.second = small_number(pieces[1]);
     }
     for (const char *total : totals) {
         const auto also = properties.find(total);
         if (result.second == 0 && also != properties.end() && !also->second.isEmpty())
-            result.second = positive(also->second.front());
+            result.second = small_number(also->second.front());
     }
     return result;
 }
@@ -125,8 +148,11 @@ void add_number(Tags &tags, const char *key, int64_t number) {
 }
 
 void take_tags(const TagLib::PropertyMap &properties, SongFile &song) {
-    for (const TagName &tag : tag_names)
-        song.tags.add(tag.key, first_of(properties, tag));
+    for (const TagName &tag : tag_names) {
+        const std::string text = first_of(properties, tag);
+        if (std::string_view(tag.key) != VANTRO_KEY_COMMENT || !is_measurement(text))
+            song.tags.add(tag.key, text);
+    }
     song.year = year_in(song.tags.get(VANTRO_KEY_YEAR));
 
     const auto genres = properties.find("GENRE");

@@ -33,6 +33,9 @@ namespace fs = std::filesystem;
 // Pages of the file that all connections together keep in memory.
 constexpr int64_t pages_bytes_max = 32 * 1024 * 1024;
 
+// Longest name of a source, in bytes. An answer of 65536 bytes holds 32 sources with each name twice.
+constexpr std::size_t source_name_max = 960;
+
 constexpr uint64_t source_capabilities =
     VANTRO_SOURCE_CAN_BROWSE | VANTRO_SOURCE_CAN_SEARCH | VANTRO_SOURCE_CAN_METADATA |
     VANTRO_SOURCE_CAN_EXTENDED_METADATA | VANTRO_SOURCE_CAN_TRKSESSION | VANTRO_SOURCE_HAS_ARTWORK |
@@ -109,7 +112,7 @@ std::string name_of(const fs::path &path, const std::vector<fs::path> &all) {
     const bool shared = std::count_if(all.begin(), all.end(), [&](const fs::path &other) {
                             return last(other) == last(path);
                         }) > 1;
-    return clean_text(shared ? path.native() : last(path), tag_text_max);
+    return clean_text(shared ? path.native() : last(path), source_name_max);
 }
 
 std::string SqliteCatalogue::open() {

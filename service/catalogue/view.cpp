@@ -169,6 +169,16 @@ void View::prepare() {
     by_album();
 }
 
+// What an artist has performed for albums of others.
+void View::take_performed(int64_t artist, std::vector<Entry> &entries) {
+    take(database_.query("SELECT song.id FROM song JOIN node ON node.id = song.album"
+                         " WHERE song.performer = ?1"
+                         " ORDER BY node.sort, node.key, song.place, song.sort, song.key",
+                         artist),
+         entries, 1);
+}
+
+// The songs of an artist's albums, and those without album.
 void View::take_artist(int64_t artist, std::vector<Entry> &entries) {
     for (const char kind : {char{kind_album}, char{kind_no_album}})
         take(database_.query("SELECT song.id FROM node JOIN song ON song.album = node.id"
@@ -227,6 +237,7 @@ List View::list_of(Place place) {
                              " ORDER BY song.place, song.sort, song.key",
                              place.id, char{kind_no_album}),
              entries, 1);
+        take_performed(place.id, entries);
         break;
     case kind_album:
         take(database_.query("SELECT id FROM song WHERE album = ?1 ORDER BY place, sort, key",
@@ -286,6 +297,7 @@ List View::songs_of(Place place) {
         list.entries.push_back(place.id);
     } else if (place.kind == kind_artist) {
         take_artist(place.id, list.entries);
+        take_performed(place.id, list.entries);
     } else if (place.kind == kind_folder || place.kind == 0) {
         if (place.id == 0)
             place.id = database_.number(

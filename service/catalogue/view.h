@@ -58,9 +58,10 @@ class View {
     void take(Rows &&rows, std::vector<Entry> &entries, int sign);
     void take_folder(int64_t folder, int depth, std::vector<Entry> &entries);
     void take_artist(int64_t artist, std::vector<Entry> &entries);
+    void take_performed(int64_t artist, std::vector<Entry> &entries);
     void take_search(const char *sql, const std::string &words, char kind,
                      std::vector<Entry> &entries);
-    void songs_by_name(const List &list, Range range, std::vector<Node> &nodes);
+    void songs_by_name(const List &list, Range range, NodeSink &nodes);
     ListPointer by_album();
 
     Database &database_;

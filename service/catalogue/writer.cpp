@@ -199,13 +199,13 @@ std::optional<Writer::SongRow> Writer::find_song(const FileName &where, int64_t 
     SongRow song;
     song.id = find_by_key(kind_song, path_below(where.folder, where.file), key, [&](int64_t each) {
         Rows row = database_.query(
-            "SELECT song.id, folder, album, year, file, identity FROM song"
+            "SELECT song.id, folder, album, year, performer, file, identity FROM song"
             " JOIN node ON node.id = folder WHERE song.source = ?1 AND song.key = ?2",
             where.source, each);
         if (!row.next())
             return Match{0, false};
-        song = {row.integer(0), row.integer(1), row.integer(2), row.integer(3)};
-        return Match{song.id, row.text(4) == where.file && row.text(5) == where.folder};
+        song = {row.integer(0), row.integer(1), row.integer(2), row.integer(3), row.integer(4)};
+        return Match{song.id, row.text(5) == where.file && row.text(6) == where.folder};
     });
     return song.id != 0 ? std::optional(song) : std::nullopt;
 }
@@ -228,15 +228,8 @@ void Writer::put_song(const FoundSong &song) {
     SongRow row;
     row.folder = folder_at(source, song.where.folder);
     row.year = year_at(source, song.song.year);
-    const bool no_artist = song.artist.identity.empty();
-    const int64_t artist =
-        node_at(source, no_artist ? kind_no_artist : kind_artist, song.artist, 0);
-    FoundName album = song.album;
-    const bool no_album = album.identity.empty();
-    // Two artists may have albums of one name.
-    album.identity = song.artist.identity + '\0' + album.identity;
-    row.album =
-        node_at(source, no_album ? kind_no_album : kind_album, album, artist, song.artist.text);
+    row.album = album_at(source, song.artist, song.album);
+    row.performer = performer_at(source, song.performer, song.artist.identity);
     std::vector<int64_t> genres;
     for (const FoundName &genre : song.genres)
         genres.push_back(node_at(source, kind_genre, genre, 0));
@@ -246,20 +239,23 @@ void Writer::put_song(const FoundSong &song) {
     if (const std::optional<SongRow> old = find_song(song.where, key)) {
         row.id = old->id;
         unlink(*old);
-        database_.run("UPDATE song SET album = ?2, year = ?3, disc = ?4, track = ?5, duration = ?6,"
-                      " artwork = ?7, modified = ?8, size = ?9, name = ?10, place = ?11, sort = ?12"
-                      " WHERE id = ?1",
-                      row.id, row.album, row.year, song.song.disc, song.song.track,
-                      song.song.duration_ms, artwork, song.song.modified_ns, song.song.size,
-                      song.title, song.place, Blob{song.sort});
+        database_.run(
+            "UPDATE song SET album = ?2, year = ?3, disc = ?4, track = ?5, duration = ?6,"
+            " artwork = ?7, modified = ?8, size = ?9, name = ?10, place = ?11, sort = ?12,"
+            " performer = ?13, stated = ?14, own_artist = ?15 WHERE id = ?1",
+            row.id, row.album, row.year, song.song.disc, song.song.track, song.song.duration_ms,
+            artwork, song.song.modified_ns, song.song.size, song.title, song.place, Blob{song.sort},
+            row.performer, song.artist_stated, Blob{song.artist.identity});
     } else {
         database_.run(
             "INSERT INTO song(source, key, folder, album, year, disc, track, duration, artwork,"
-            " modified, size, name, file, place, sort)"
-            " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15)",
+            " modified, size, name, file, place, sort, performer, stated, own_artist) VALUES(?1, "
+            "?2,"
+            " ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18)",
             source, key, row.folder, row.album, row.year, song.song.disc, song.song.track,
             song.song.duration_ms, artwork, song.song.modified_ns, song.song.size, song.title,
-            Blob{song.where.file}, song.place, Blob{song.sort});
+            Blob{song.where.file}, song.place, Blob{song.sort}, row.performer, song.artist_stated,
+            Blob{song.artist.identity});
         row.id = database_.last_id();
         changed(source, 1);
         database_.run("DELETE FROM left_out WHERE source = ?1 AND folder = ?2 AND file = ?3",
@@ -275,12 +271,31 @@ void Writer::put_song(const FoundSong &song) {
                   spaced(tags.get(VANTRO_KEY_COMPOSER)));
     link(row.id, row, genres);
     changed(source);
+    database_.run("INSERT OR IGNORE INTO unsettled(folder, source) VALUES(?1, ?2)", row.folder,
+                  source);
+}
+
+int64_t Writer::album_at(int32_t source, const FoundName &artist, FoundName album) {
+    const int64_t parent =
+        node_at(source, artist.identity.empty() ? kind_no_artist : kind_artist, artist, 0);
+    const char kind = album.identity.empty() ? kind_no_album : kind_album;
+    // Two artists may have albums of one name.
+    album.identity = artist.identity + '\0' + album.identity;
+    return node_at(source, kind, album, parent, artist.text);
+}
+
+// 0 where it is the album's artist, who has the song already.
+int64_t Writer::performer_at(int32_t source, const FoundName &performer, std::string_view artist) {
+    if (performer.identity.empty() || performer.identity == artist)
+        return 0;
+    return node_at(source, kind_artist, performer, 0);
 }
 
 void Writer::link(int64_t song, const SongRow &row, const std::vector<int64_t> &genres) {
     count(row.folder, 1);
     count(row.album, 1);
     count(row.year, 1);
+    count(row.performer, 1);
     count(database_.number(0, "SELECT parent FROM node WHERE id = ?1 AND kind = ?2", row.album,
                            char{kind_no_album}),
           1);
@@ -295,6 +310,7 @@ void Writer::unlink(const SongRow &row) {
     count(row.folder, -1);
     count(row.album, -1);
     count(row.year, -1);
+    count(row.performer, -1);
     count(database_.number(0, "SELECT parent FROM node WHERE id = ?1 AND kind = ?2", row.album,
                            char{kind_no_album}),
           -1);
@@ -310,6 +326,8 @@ void Writer::remove_song(int32_t source, const SongRow &row) {
     database_.run("DELETE FROM song_detail WHERE song = ?1", row.id);
     database_.run("DELETE FROM song WHERE id = ?1", row.id);
     changed(source, -1);
+    database_.run("INSERT OR IGNORE INTO unsettled(folder, source) VALUES(?1, ?2)", row.folder,
+                  source);
     ++pending_;
 }
 
@@ -458,9 +476,11 @@ KnownFolder Writer::known(int32_t source, std::string_view folder) {
 
 void Writer::remove_songs_of(int32_t source, int64_t folder) {
     std::vector<SongRow> songs;
-    Rows rows = database_.query("SELECT id, album, year FROM song WHERE folder = ?1", folder);
+    Rows rows =
+        database_.query("SELECT id, album, year, performer FROM song WHERE folder = ?1", folder);
     while (rows.next())
-        songs.push_back({rows.integer(0), folder, rows.integer(1), rows.integer(2)});
+        songs.push_back(
+            {rows.integer(0), folder, rows.integer(1), rows.integer(2), rows.integer(3)});
     for (const SongRow &song : songs)
         remove_song(source, song);
 }
@@ -501,8 +521,108 @@ void Writer::remove_folder(int32_t source, std::string_view folder) {
 
 // ------------------------------------------------------------------------------------- the end
 
+bool Writer::unsettled(int32_t source) {
+    return database_.number(0, "SELECT 1 FROM unsettled WHERE source = ?1 LIMIT 1", source) == 1;
+}
+
+// The artist, with the name that the tags of `song` give it.
+FoundName Writer::artist_named(std::string_view identity, int64_t song) {
+    const FoundName several = named(several_artists);
+    if (identity == several.identity)
+        return several;
+    Rows row = database_.query("SELECT tags FROM song_detail WHERE song = ?1", song);
+    const Tags tags{row.next() ? std::string(row.text(0)) : std::string()};
+    for (const char *key : {VANTRO_KEY_ALBUM_ARTIST, VANTRO_KEY_ARTIST})
+        if (FoundName name = named(tags.get(key)); name.identity == identity)
+            return name;
+    return {};
+}
+
+// A folder whose songs all name one album holds one album, whoever performs what. It is by the
+// artist that more than half of those that state an album artist name; where none does, by the one
+// that performs more than half; else by several. Where a folder holds more than one album each song
+// has the artist that it names itself.
+void Writer::settle_folder(int32_t source, int64_t folder) {
+    struct Song {
+        SongRow row;
+        std::string own_artist;
+        bool stated;
+        std::string artist; // of the album that it is in now
+        std::string album;
+    };
+    std::vector<Song> songs;
+    bool one_album = true;
+    bool any_stated = false;
+    {
+        Rows rows = database_.query(
+            "SELECT song.id, album, performer, stated, own_artist, identity FROM song"
+            " JOIN node ON node.id = album WHERE folder = ?1 AND kind = ?2",
+            folder, char{kind_album});
+        while (rows.next()) {
+            const std::string_view identity = rows.text(5);
+            const std::size_t end = identity.find('\0');
+            const std::string_view name = identity.substr(end + 1);
+            one_album = one_album && (songs.empty() || songs.front().album == name);
+            any_stated = any_stated || rows.integer(3) != 0;
+            songs.push_back({{rows.integer(0), folder, rows.integer(1), 0, rows.integer(2)},
+                             std::string(rows.text(4)),
+                             rows.integer(3) != 0,
+                             std::string(identity.substr(0, end)),
+                             std::string(name)});
+        }
+    }
+    std::map<std::string, std::pair<std::size_t, int64_t>> artists; // how many, and one of them
+    std::size_t counted = 0;
+    for (const Song &song : songs) {
+        if ((any_stated && !song.stated) || song.own_artist.empty())
+            continue;
+        ++counted;
+        auto &[times, example] = artists[song.own_artist];
+        ++times;
+        example = song.row.id;
+    }
+    std::optional<FoundName> common;
+    if (one_album) {
+        common = counted == 0 ? FoundName() : named(several_artists);
+        for (const auto &[identity, found] : artists)
+            if (2 * found.first > counted)
+                common = artist_named(identity, found.second);
+    }
+    for (const Song &song : songs) {
+        if (song.artist == (common ? common->identity : song.own_artist))
+            continue;
+        const FoundName artist = common ? *common : artist_named(song.own_artist, song.row.id);
+        FoundName name;
+        {
+            Rows row = database_.query("SELECT name, sort FROM node WHERE id = ?1", song.row.album);
+            if (row.next())
+                name = {std::string(row.text(0)), song.album, std::string(row.text(1))};
+        }
+        Rows row = database_.query("SELECT tags FROM song_detail WHERE song = ?1", song.row.id);
+        const Tags tags{row.next() ? std::string(row.text(0)) : std::string()};
+        const int64_t to = album_at(source, artist, name);
+        const int64_t performer =
+            performer_at(source, named(tags.get(VANTRO_KEY_ARTIST)), artist.identity);
+        count(song.row.album, -1);
+        count(to, 1);
+        count(song.row.performer, -1);
+        count(performer, 1);
+        database_.run("UPDATE song SET album = ?2, performer = ?3 WHERE id = ?1", song.row.id, to,
+                      performer);
+    }
+}
+
 void Writer::settle(int32_t source) {
     begin();
+    std::vector<int64_t> folders;
+    {
+        Rows rows = database_.query("SELECT folder FROM unsettled WHERE source = ?1", source);
+        while (rows.next())
+            folders.push_back(rows.integer(0));
+    }
+    for (const int64_t folder : folders)
+        settle_folder(source, folder);
+    database_.run("DELETE FROM unsettled WHERE source = ?1", source);
     std::map<int64_t, int64_t> playlists;
     {
         Rows rows = database_.query("SELECT node FROM playlist WHERE source = ?1", source);

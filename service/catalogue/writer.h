@@ -61,9 +61,11 @@ class Writer {
     void remove_file(const FileName &where);
     void remove_folder(int32_t source, std::string_view folder);
 
-    // What can be told only when all songs are in: how many of their songs playlists find, and
-    // which covers nobody has.
+    // What can be told only when all songs are in: which songs of a folder make one album, how many
+    // of their songs playlists find, and which covers nobody has.
     void settle(int32_t source);
+    // Changes of an earlier scan, which was not finished, have not been settled.
+    bool unsettled(int32_t source);
     bool has_song(int32_t source, std::string_view path);
     bool has_artwork(std::string_view file);
 
@@ -78,6 +80,7 @@ class Writer {
         int64_t folder = 0;
         int64_t album = 0;
         int64_t year = 0;
+        int64_t performer = 0;
     };
 
     struct Match {
@@ -97,6 +100,10 @@ class Writer {
     int64_t year_at(int32_t source, int32_t year);
     int64_t artwork_at(const std::optional<Artwork> &artwork);
     std::optional<SongRow> find_song(const FileName &where, int64_t &key);
+    int64_t album_at(int32_t source, const FoundName &artist, FoundName album);
+    int64_t performer_at(int32_t source, const FoundName &performer, std::string_view artist);
+    void settle_folder(int32_t source, int64_t folder);
+    FoundName artist_named(std::string_view identity, int64_t song);
     void link(int64_t song, const SongRow &row, const std::vector<int64_t> &genres);
     void unlink(const SongRow &row);
     void remove_song(int32_t source, const SongRow &row);

@@ -69,14 +69,14 @@ TEST_F(Catalogued, IsATree) {
     std::vector<std::pair<std::string, int>> menus;
     for (const Node &menu : browse(VANTRO_NODE_ROOT))
         menus.emplace_back(menu.id, menu.count);
-    EXPECT_EQ(menus, (std::vector<std::pair<std::string, int>>{{"artists", 2},
+    EXPECT_EQ(menus, (std::vector<std::pair<std::string, int>>{{"artists", 4},
                                                                {"albums", 3},
                                                                {"genres", 1},
                                                                {"years", 2},
                                                                {"songs", 9},
                                                                {"folders", 5},
                                                                {"playlists", 0}}));
-    EXPECT_EQ(names("artists"), (Names{"Anna", "Various Artists"}));
+    EXPECT_EQ(names("artists"), (Names{"Anna", "Bert", "Carl", "Various Artists"}));
     EXPECT_EQ(names("albums"), (Names{"Eins", "Hits", "Zwei"}));
     EXPECT_EQ(names("years"), (Names{"1999", "2001"}));
     EXPECT_EQ(names("songs"), (Names{"First", "loose 9", "loose 10", "On disc 2", "One", "Track 2",
@@ -112,6 +112,66 @@ TEST_F(Catalogued, IsATree) {
     const Node song = entry(zwei.id, "Track 2");
     EXPECT_EQ(played(song.id), Names{"Track 2"});
     EXPECT_TRUE(browse(song.id).empty());
+}
+
+TEST_F(Catalogued, MakesOneAlbumOfOneFolder) {
+    // Album artist and artist of the songs of one folder, and whom the album is by.
+    const struct {
+        std::vector<std::pair<const char *, const char *>> songs;
+        Names by;
+    } table[] = {
+        {{{"", "x"}, {"", "x"}, {"", "y"}}, {"x"}},
+        {{{"", "x"}, {"", "y"}}, {"Various Artists"}},
+        {{{"z", "x"}, {"", "y"}, {"", "y"}, {"", "y"}}, {"z"}},
+        {{{"z", "x"}, {"v", "y"}}, {"Various Artists"}},
+        {{{"z", "x"}, {"z", "x"}, {"v", "x"}, {"", "x"}}, {"z"}},
+        {{{"", ""}, {"", ""}}, {""}},
+        {{{"", ""}, {"", ""}, {"", "x"}}, {"x"}},
+    };
+    const auto file = [](int row, std::size_t song) {
+        return fmt::format("{}/{}.flac", row, song);
+    };
+    const auto tags = [](int row, std::size_t song, const auto &artists) {
+        return Values{{"TITLE", fmt::format("r{}s{}", row, song)},
+                      {"ALBUM", fmt::format("album {}", row)},
+                      {artists.first[0] ? "ALBUMARTIST" : "NONE", artists.first},
+                      {artists.second[0] ? "ARTIST" : "NONE", artists.second}};
+    };
+    int row = 0;
+    for (const auto &[songs, by] : table) {
+        for (std::size_t i = 0; i < songs.size(); ++i)
+            add(file(row, i), tags(row, i, songs[i]));
+        ++row;
+    }
+    open();
+    const auto artists_of = [&](int each) {
+        Names artists;
+        for (const Node &album : browse("albums"))
+            if (album.name == fmt::format("album {}", each))
+                artists.push_back(metadata(album.id).artist);
+        return artists;
+    };
+    for (int each = 0; each < row; ++each)
+        EXPECT_EQ(artists_of(each), table[each].by) << each;
+    EXPECT_EQ(names("albums").size(), table[0].by.size() * static_cast<std::size_t>(row));
+    EXPECT_EQ(names("artists"), (Names{"Various Artists", "x", "y", "z"}));
+    // Who performs for others is found, shown and played as well.
+    EXPECT_EQ(found("artist", "y"), Names{"y"});
+    const Names by_y = {"r0s2", "r1s1", "r2s1", "r2s2", "r2s3", "r3s1"};
+    EXPECT_EQ(names(entry("artists", "y").id), by_y);
+    EXPECT_EQ(played(entry("artists", "y").id), by_y);
+    EXPECT_EQ(entry("artists", "y").count, 6);
+    EXPECT_EQ(played("artists").size(), all_songs().size()) << "each once";
+
+    // An album more in the folder, and each song goes by itself; without it, as before.
+    add("1/other.flac", {{"ALBUM", "other"}, {"ARTIST", "x"}});
+    fs::remove(music_ / file(0, 0));
+    scan();
+    EXPECT_EQ(artists_of(0), Names{"Various Artists"});
+    EXPECT_EQ(artists_of(1), (Names{"x", "y"}));
+    fs::remove(music_ / "1/other.flac");
+    scan();
+    EXPECT_EQ(artists_of(1), Names{"Various Artists"});
 }
 
 TEST_F(Catalogued, GivesPagesAndRefusesWhatIsNotThere) {
@@ -348,6 +408,13 @@ TEST_F(Catalogued, KeepsCoversOnce) {
     EXPECT_EQ(metadata(entry("songs", "of folder").id).width, 3);
     EXPECT_EQ(artwork("in file"), artwork("of folder"));
     EXPECT_EQ(files(), 3) << "the one that nobody has any more is gone";
+
+    fs::rename(music_ / "a/front.jpg", music_ / "a/some picture.jpg");
+    scan();
+    EXPECT_EQ(metadata(entry("songs", "of folder").id).width, 3) << "the only one";
+    write_file(music_ / "a/another.jpg", png(4, 4));
+    scan();
+    EXPECT_EQ(artwork("of folder"), "") << "neither of two";
 }
 
 TEST_F(Catalogued, HasPlaylists) {

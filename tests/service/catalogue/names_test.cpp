@@ -71,10 +71,12 @@ TEST(Pictures, TellTheirSize) {
         noise[2 + random() % (noise.size() - 2)] = static_cast<char>(random());
         picture_head(noise);
     }
-    for (const char *name : {"cover.jpg", "Folder.JPEG", "FRONT.png", "album.Jpg"})
-        EXPECT_TRUE(has_cover_name(name)) << name;
-    for (const char *name : {"cover.gif", "cover", "back.jpg", "cover.jpg.txt"})
-        EXPECT_FALSE(has_cover_name(name)) << name;
+    int rank = 0;
+    for (const char *name :
+         {"cover.jpg", "Folder.JPEG", "FRONT.png", "albumCover.png", "album.Jpg", "back.jpg"})
+        EXPECT_EQ(picture_rank(name), rank++) << name;
+    for (const char *name : {"cover.gif", "cover", "cover.jpg.txt"})
+        EXPECT_FALSE(picture_rank(name)) << name;
 }
 
 TEST(Playlists, AreParsed) {

@@ -167,7 +167,7 @@ TEST_F(Scanned, ReadsOnlyWhatChangedAndKeepsIds) {
     for (int i = 0; i < 20; ++i)
         add(fmt::format("{}/{}.flac", i % 3, i), {{"TITLE", fmt::format("t{}", i)},
                                                   {"ARTIST", fmt::format("a{}", i % 4)},
-                                                  {"ALBUM", "b"},
+                                                  {"ALBUM", fmt::format("b{}", i % 4)},
                                                   {"GENRE", "g"},
                                                   {"DATE", "1999"}});
     open();
@@ -208,7 +208,7 @@ TEST_F(Scanned, ReadsOnlyWhatChangedAndKeepsIds) {
     EXPECT_EQ(ids(), changed);
     EXPECT_EQ(store_->sources()[0].uid, uid);
     EXPECT_NE(all_songs()[0].id, first) << "numbers are not given twice";
-    add("1/1.flac", {{"TITLE", "t1"}, {"ARTIST", "a1"}, {"ALBUM", "b"}, {"DATE", "1999"}});
+    add("1/1.flac", {{"TITLE", "t1"}, {"ARTIST", "a1"}, {"ALBUM", "b1"}, {"DATE", "1999"}});
     scan();
     EXPECT_NE(std::find(before.begin(), before.end(), entry("songs", "t1").id), before.end());
 }
