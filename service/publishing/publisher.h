@@ -65,7 +65,7 @@ class Publisher {
     const std::string player_;
     const Log log_;
     const std::unique_ptr<object_publisher, Close> publisher_;
-    std::set<std::string> failing_; // objects
+    std::set<std::string> failing_;          // objects
     std::map<int32_t, std::string> sources_; // their texts, by id
     int32_t index_ = 0;                      // of the track, with its session and texts
     uint64_t tsid_ = 0;
