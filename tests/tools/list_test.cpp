@@ -135,8 +135,8 @@ TEST(NodeView, ValuesAreRawForProgramsAndReadableForPeople) {
 }
 
 TEST(JsonText, IsOneValidObjectWhateverTheTagsHold) {
-    PlayerStatus status{"main",        VANTRO_STATE_PLAYING,   1.1f, 1, 1, 30000,
-                        TrackStatus{}, SessionStatus{7, 1, 12}};
+    PlayerStatus status{
+        {VANTRO_STATE_PLAYING, 1.1f, 1, 1}, "main", 30000, TrackStatus{}, SessionStatus{7, 1, 12}};
     status.track->index = 2;
     status.track->title = "A \"title\"\n";
     status.track->artist = "\xFF";

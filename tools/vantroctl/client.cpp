@@ -96,7 +96,7 @@ void Client::explain_no_connection(int error) const {
         throw Failure(Outcome::failed, fmt::format("cannot connect: {}; free some and try again",
                                                    std::strerror(error)));
     }
-    throw Failure(Outcome::absent, "no service: is vantrod running?");
+    throw Failure(Outcome::absent, no_service);
 }
 
 void Client::fail_if_late() const {

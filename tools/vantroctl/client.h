@@ -24,6 +24,9 @@ struct ClientOptions {
 /** One thread at a time. */
 class Client {
   public:
+    /** What is said where nobody serves. */
+    static constexpr const char *no_service = "no service: is vantrod running?";
+
     /** Connects and opens the player. @throws Failure. */
     explicit Client(const ClientOptions &options);
     ~Client();

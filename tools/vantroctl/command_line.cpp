@@ -23,7 +23,7 @@ Output:
   On a terminal tables and screens that fit it, through $PAGER where they are
   longer; elsewhere plain lines, columns separated by tabs. Commands print nothing
   when they succeed, a failure is one line on standard error. --json prints one
-  object a run. docs/vantroctl.md describes all of it.
+  object a run, and watch one an event. docs/vantroctl.md describes all of it.
 
 Exit codes:
   0 done   1 failed   2 usage   3 no service or player   4 denied
@@ -60,18 +60,30 @@ CommandLine::CommandLine(Options &options)
     app_.require_subcommand(1);
     app_.fallthrough(); // Options may stand behind the command as well.
     add_commands();
+    add_watch();
     add_lists();
     app_.footer(footer); // Behind the commands, which would take it over.
 }
 
 void CommandLine::parse(int argc, char **argv) {
     app_.parse(argc, argv);
-    options_.list.player = options_.client.player;
+    std::vector<std::string> &players = options_.players;
+    if (players.size() > 1 && verb() != "watch") {
+        throw CLI::ValidationError("--player: only watch takes several");
+    }
+    for (auto player = players.begin(); player != players.end();) { // Each once, in their order.
+        const bool again = std::find(players.begin(), player, *player) != player;
+        player = again ? players.erase(player) : player + 1;
+    }
+    options_.client.player = players.front();
+    options_.list.player = players.front();
 }
 
 void CommandLine::add_global_options() {
-    app_.add_option("--player", options_.client.player, "Name of the player")
+    app_.add_option("--player", options_.players,
+                    "Name of the player; watch takes this several times")
         ->type_name("NAME")
+        ->allow_extra_args(false) // What follows the name is no other name.
         ->capture_default_str()
         ->check([](const std::string &name) {
             return name.empty() || name.size() > player_name_max
@@ -97,7 +109,8 @@ void CommandLine::add_global_options() {
         ->check([](const std::string &text) {
             return parse_source(text) ? "" : "a source is a number; vantroctl sources lists them";
         });
-    app_.add_flag("--json", options_.list.json, "Print one JSON object, whatever happens");
+    app_.add_flag("--json", options_.list.json,
+                  "Print one JSON object, whatever happens; watch: one an event");
     app_.add_flag_callback(
         "--no-pager", [this] { options_.list.pager = false; },
         "Print long lists straight to the terminal");
@@ -130,6 +143,12 @@ void CommandLine::add_commands() {
         ->check([](const std::string &text) {
             return parse_repeat(text) ? "" : "repeat takes off, all or one";
         });
+}
+
+void CommandLine::add_watch() {
+    app_.add_subcommand("watch", "Show what the player does, a line as each thing happens")
+        ->add_flag("--live", options_.live, "Draw one screen instead, which q leaves")
+        ->excludes(app_.get_option("--json"));
 }
 
 void CommandLine::add_lists() {

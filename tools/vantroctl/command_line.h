@@ -23,6 +23,8 @@ struct Options {
     std::string filter;
     int32_t number = 1; /**< Of a track, from 1. */
     bool play = false;
+    std::vector<std::string> players = {"main"}; /**< More than one only of watch. */
+    bool live = false;
     bool verbose = false; /**< Show the library's log on standard error. */
 };
 
@@ -40,6 +42,7 @@ class CommandLine {
   private:
     void add_global_options();
     void add_commands();
+    void add_watch();
     void add_lists();
     void set_filter(const char *filter);
     CLI::Option *with_argument(const char *verb, const char *what, const char *argument);

@@ -3,11 +3,13 @@
 #define VANTRO_TOOLS_VANTROCTL_LIBRARY_RECORDS_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
-#include <vantro/records.h>
+#include <vantro/player.h>
 
 #include "tools/vantroctl/catalogue.h"
+#include "tools/vantroctl/player_event.h"
 #include "tools/vantroctl/status_view.h"
 
 namespace vantro {
@@ -20,6 +22,13 @@ inline std::string text_of(const char *text) {
 TrackStatus track_of(int32_t index, const MediaNode *node, const Metadata *metadata);
 
 Source source_of(const MediaSource &record);
+
+/**
+ * The event, but for the player's name. A change of the state object that changes no mode is one
+ * of the state, whose previous modes are the same.
+ * @return nothing where nothing is new.
+ */
+std::optional<PlayerEvent> player_event_of(const VantroEvent &record);
 
 } // namespace vantro
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
@@ -18,13 +20,19 @@
 #include "tools/vantroctl/lists.h"
 #include "tools/vantroctl/output.h"
 #include "tools/vantroctl/status_view.h"
+#include "tools/vantroctl/watch.h"
 
 namespace {
 
 using namespace vantro;
 
 void run(const std::string &verb, const Options &options) {
-    listen_to_library(options.verbose);
+    // On a screen of its own the log would only be in the way.
+    listen_to_library(options.verbose && !(options.live && isatty(STDERR_FILENO)));
+    if (verb == "watch") {
+        run_watch({options.players, options.client.timeout_s, options.list.json, options.live});
+        return;
+    }
     Client client(options.client);
     const ListOptions &list = options.list;
     if (verb == "status") {

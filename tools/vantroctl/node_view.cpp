@@ -96,6 +96,11 @@ const char *source_status_name(int32_t status) {
     return name_in(names, status);
 }
 
+const char *error_name(int32_t code) {
+    static constexpr const char *names[] = {"unknown", "gone", "unreadable", "damaged"};
+    return name_in(names, code);
+}
+
 std::vector<std::string> capability_names(uint64_t capabilities) {
     static constexpr struct {
         uint64_t bit;

@@ -17,6 +17,9 @@ const char *node_type_name(int32_t type);
 const char *source_type_name(int32_t type);
 const char *source_status_name(int32_t status);
 
+/** The code of an error that stopped a player: "gone", "unreadable", "damaged", or "unknown". */
+const char *error_name(int32_t code);
+
 /** "browse", "search" and so on, for each bit that has a name. */
 std::vector<std::string> capability_names(uint64_t capabilities);
 

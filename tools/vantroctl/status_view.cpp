@@ -76,10 +76,6 @@ class Screen {
     std::string text_;
 };
 
-const char *shuffle_name(int32_t shuffle) {
-    return shuffle ? "on" : "off";
-}
-
 } // namespace
 
 const char *state_name(int32_t state) {
@@ -90,6 +86,10 @@ const char *state_name(int32_t state) {
 const char *repeat_name(int32_t repeat) {
     static constexpr const char *names[] = {"off", "all", "one"};
     return repeat >= 0 && repeat < 3 ? names[repeat] : "unknown";
+}
+
+const char *shuffle_name(int32_t shuffle) {
+    return shuffle ? "on" : "off";
 }
 
 std::string rate_text(float rate) {

@@ -31,12 +31,18 @@ struct SessionStatus {
     int32_t length = 0; /**< Tracks in it. */
 };
 
-struct PlayerStatus {
-    std::string player;
-    int32_t state = 0; /**< As the service numbers it. */
+/** How a player plays, as the service numbers it. */
+struct PlayerModes {
+    int32_t state = 0;
     float rate = 0;
     int32_t repeat = 0;
     int32_t shuffle = 0;
+
+    bool operator==(const PlayerModes &) const = default;
+};
+
+struct PlayerStatus : PlayerModes {
+    std::string player;
     int32_t position_ms = 0;
     std::optional<TrackStatus> track;
     std::optional<SessionStatus> session;
@@ -47,6 +53,9 @@ const char *state_name(int32_t state);
 
 /** "off", "all", "one", and "unknown" for the rest. */
 const char *repeat_name(int32_t repeat);
+
+/** "off" or "on". */
+const char *shuffle_name(int32_t shuffle);
 
 /** The shortest decimal text of a rate that reads back as the same number. */
 std::string rate_text(float rate);

@@ -1,6 +1,8 @@
 #include "tools/vantroctl/time_text.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
 #include <limits>
 
 #include <fmt/format.h>
@@ -39,6 +41,18 @@ int64_t take_fraction(std::string_view &text) {
     text.remove_prefix(digits);
     return digits > 0 ? ms : -1;
 }
+
+struct LocalTime {
+    explicit LocalTime(std::chrono::system_clock::time_point time) {
+        using namespace std::chrono;
+        const auto whole = floor<seconds>(time);
+        ms = static_cast<int>(duration_cast<milliseconds>(time - whole).count());
+        const std::time_t seconds_since = whole.time_since_epoch().count();
+        localtime_r(&seconds_since, &parts);
+    }
+    std::tm parts = {};
+    int ms = 0;
+};
 
 } // namespace
 
@@ -90,6 +104,21 @@ std::string format_time(int32_t ms) {
     const int32_t minutes = seconds / 60 % 60;
     return hours > 0 ? fmt::format("{}:{:02}:{:02}", hours, minutes, seconds % 60)
                      : fmt::format("{}:{:02}", minutes, seconds % 60);
+}
+
+std::string clock_text(std::chrono::system_clock::time_point time) {
+    const LocalTime local(time);
+    return fmt::format("{:02}:{:02}:{:02}.{:03}", local.parts.tm_hour, local.parts.tm_min,
+                       local.parts.tm_sec, local.ms);
+}
+
+std::string date_time_text(std::chrono::system_clock::time_point time) {
+    const LocalTime local(time);
+    const long east_min = local.parts.tm_gmtoff / 60;
+    return fmt::format("{:04}-{:02}-{:02}T{}{}{:02}:{:02}", local.parts.tm_year + 1900,
+                       local.parts.tm_mon + 1, local.parts.tm_mday, clock_text(time),
+                       east_min < 0 ? '-' : '+', std::labs(east_min) / 60,
+                       std::labs(east_min) % 60);
 }
 
 } // namespace vantro

@@ -2,6 +2,7 @@
 #ifndef VANTRO_TOOLS_VANTROCTL_TIME_TEXT_H
 #define VANTRO_TOOLS_VANTROCTL_TIME_TEXT_H
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -28,6 +29,12 @@ std::optional<SeekTarget> parse_seek(std::string_view text);
 
 /** "1:23", or "1:02:03" from an hour up; what is below zero counts as zero. */
 std::string format_time(int32_t ms);
+
+/** The local time of day, "22:41:07.123". */
+std::string clock_text(std::chrono::system_clock::time_point time);
+
+/** Local date and time with the distance from UTC, "2026-11-24T22:41:07.123+01:00". */
+std::string date_time_text(std::chrono::system_clock::time_point time);
 
 } // namespace vantro
 
