@@ -58,7 +58,7 @@ void wait_for_event(VantroHandle *player) {
         fail_errno("waiting for an event");
 }
 
-void idle_row(Run &run) {
+void get_idle_row(Run &run) {
     constexpr const char *name = "event_get_idle";
     if (!run.wants(name))
         return;
@@ -335,7 +335,7 @@ void reader_memory_row(Run &run) {
 } // namespace
 
 void event_rows(Run &run) {
-    idle_row(run);
+    get_idle_row(run);
     wakeup_rows(run);
     publish_rows(run);
     read_rows(run);

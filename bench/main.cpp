@@ -40,6 +40,7 @@ const std::vector<std::string> &row_names() {
                                  "events_read_one",
                                  "events_read_lapped",
                                  "publisher_memory_per_reader",
+                                 "idle_wakeups",
                                  "pack_nodes_10k",
                                  "unpack_nodes_10k",
                                  "service_memory_per_client",
@@ -82,6 +83,7 @@ int measure(Run &run, const std::string &json) {
     putget_rows(run);
     play_row(run);
     event_rows(run);
+    idle_row(run);
     record_rows(run);
     memory_row(run);
     catalogue_rows(run);

@@ -53,6 +53,7 @@ class Run {
 void putget_rows(Run &run);
 void play_row(Run &run);
 void event_rows(Run &run);
+void idle_row(Run &run);
 void record_rows(Run &run);
 void memory_row(Run &run);
 void catalogue_rows(Run &run);
