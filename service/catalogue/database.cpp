@@ -12,6 +12,10 @@ namespace {
 // How long a statement waits for another connection, which holds locks for moments only.
 constexpr int busy_ms = 10'000;
 
+// One process at a time has the state directory. So what its connections share of the log lies in
+// memory and not in a file: on a full disk that could not be made, and nothing be read.
+constexpr const char *one_process = "unix-excl";
+
 bool tells_damage(int code) {
     const int primary = code & 0xFF;
     return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB || primary == SQLITE_FORMAT;
@@ -75,7 +79,7 @@ void Rows::bind(int at, Blob value) {
 Database::Database(const std::filesystem::path &file, Access access, int cache_kib) {
     const int flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_READWRITE |
                       (access == Access::write ? SQLITE_OPEN_CREATE : 0);
-    if (sqlite3_open_v2(file.c_str(), &handle_, flags, nullptr) != SQLITE_OK) {
+    if (sqlite3_open_v2(file.c_str(), &handle_, flags, one_process) != SQLITE_OK) {
         const int code = handle_ ? sqlite3_extended_errcode(handle_) : SQLITE_NOMEM;
         const std::string why = sqlite3_errstr(code);
         sqlite3_close(handle_);

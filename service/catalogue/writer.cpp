@@ -42,10 +42,14 @@ void Writer::changed(int32_t source, int songs) {
 }
 
 int32_t Writer::source_at(std::string_view path) {
-    begin();
-    database_.run("INSERT OR IGNORE INTO source(path) VALUES(?1)", Blob{path});
-    return static_cast<int32_t>(
-        database_.number(0, "SELECT id FROM source WHERE path = ?1", Blob{path}));
+    // Looked for first: a full disk must not keep a service from what it knows already.
+    int64_t id = database_.number(0, "SELECT id FROM source WHERE path = ?1", Blob{path});
+    if (id == 0) {
+        begin();
+        database_.run("INSERT INTO source(path) VALUES(?1)", Blob{path});
+        id = database_.last_id();
+    }
+    return static_cast<int32_t>(id);
 }
 
 // ------------------------------------------------------------------------------------- nodes

@@ -98,6 +98,7 @@ class Collection : public RuntimeDirectory {
         options.music = sources_.empty() ? std::vector{music_} : sources_;
         options.settle = settle_;
         options.rescan_every = rescan_every_;
+        options.rescan_unwatched = rescan_unwatched_;
         options.log = [this](int severity, const std::string &line) {
             note([&] {
                 if (severity <= LOG_SEVERITY_WARNING)
@@ -222,6 +223,7 @@ class Collection : public RuntimeDirectory {
     std::filesystem::path state_;
     std::vector<std::filesystem::path> sources_; // music_ alone where empty
     std::chrono::milliseconds rescan_every_ = std::chrono::hours(1);
+    std::chrono::milliseconds rescan_unwatched_ = std::chrono::minutes(5);
     // So long that no change is noticed before scan() is called.
     std::chrono::milliseconds settle_ = std::chrono::minutes(10);
     std::unique_ptr<Store> store_;

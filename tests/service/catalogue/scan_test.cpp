@@ -3,6 +3,8 @@
 #include <fstream>
 #include <thread>
 
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 
 #include "service/catalogue/collection.h"
@@ -77,7 +79,31 @@ std::string m4a() {
     return atom("ftyp", "M4A " + zero4 + "M4A ") + atom("moov", track + tags);
 }
 
-class Scanned : public Collection {};
+class Scanned : public Collection {
+  protected:
+    // Runs `body` as somebody who may mount and set limits for himself.
+    void in_namespaces_of_its_own(const std::function<void()> &body) {
+        constexpr int forbidden = 77;
+        Process child([&] {
+            const auto tell = [](const char *file, const std::string &text) {
+                return bool(std::ofstream(file) << text << std::flush);
+            };
+            const std::string user = fmt::format("0 {} 1", geteuid());
+            const std::string group = fmt::format("0 {} 1", getegid());
+            if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0 || !tell("/proc/self/uid_map", user) ||
+                !tell("/proc/self/setgroups", "deny") || !tell("/proc/self/gid_map", group))
+                return forbidden;
+            body();
+            close();
+            return HasFailure() ? 1 : 0;
+        });
+        const std::string output = child.rest();
+        const int status = child.wait();
+        if (status == forbidden)
+            GTEST_SKIP() << "no namespaces here";
+        EXPECT_EQ(status, 0) << output;
+    }
+};
 
 TEST_F(Scanned, ReadsEveryFormatWhateverItsName) {
     make_music(music_ / "vorbis.ogg", 300);
@@ -388,6 +414,55 @@ TEST_F(Scanned, GoesOnWhenTheDiskHasRoomAgain) {
     EXPECT_EQ(complaints().size(), 1u);
     store_->rescan();
     await([&] { return names("songs").size() == 201; });
+}
+
+TEST_F(Scanned, StartsOnAFullDiskWithWhatItKnows) {
+    add("1.flac", {{"TITLE", "one"}});
+    fs::create_directory(state_);
+    in_namespaces_of_its_own([&] {
+        ASSERT_EQ(mount("none", state_.c_str(), "tmpfs", 0, "size=1m"), 0);
+        const auto fill = [&] {
+            std::ofstream(state_ / "fill") << std::string(2 << 20, 'x') << std::flush;
+        };
+        fill();
+        StoreOptions options;
+        options.state = state_;
+        std::string wrong;
+        EXPECT_EQ(open_store(options, wrong), nullptr);
+        EXPECT_NE(wrong.find("full"), std::string::npos) << wrong;
+        for (const fs::path &each : fs::directory_iterator(state_))
+            fs::remove_all(each);
+        open();
+        close();
+        fill();
+        add("2.flac", {{"TITLE", "two"}});
+        open(false);
+        store_->start_scanning();
+        await_complaint();
+        EXPECT_EQ(names("songs"), Names{"one"});
+        EXPECT_EQ(store_->take_session_ids(1), 0) << "cannot be noted";
+        fs::remove(state_ / "fill");
+        store_->rescan();
+        await([&] { return names("songs") == Names{"one", "two"}; });
+        EXPECT_EQ(store_->take_session_ids(1), 1);
+    });
+}
+
+TEST_F(Scanned, LooksAgainWhereWatchesRunOut) {
+    settle_ = std::chrono::milliseconds(20);
+    rescan_unwatched_ = std::chrono::milliseconds(100);
+    for (int i = 0; i < 5; ++i)
+        add(fmt::format("{}/0.flac", i), {{"TITLE", fmt::format("first {}", i)}});
+    in_namespaces_of_its_own([&] {
+        std::ofstream("/proc/sys/user/max_inotify_watches") << 3 << std::flush;
+        open();
+        for (int i = 0; i < 5; ++i)
+            add(fmt::format("{}/1.flac", i), {{"TITLE", fmt::format("second {}", i)}});
+        await([&] { return names("songs").size() == 10; });
+        const Names lines = complaints();
+        ASSERT_EQ(lines.size(), 1u) << testing::PrintToString(lines);
+        EXPECT_NE(lines[0].find("fs.inotify.max_user_watches"), std::string::npos);
+    });
 }
 
 TEST_F(Scanned, TellsApartWhatHasOneDigest) {
