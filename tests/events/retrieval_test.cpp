@@ -13,7 +13,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "events/changes.h"
 #include "events/log.h"
 #include "events/queue.h"
 #include "tests/events/support.h"
@@ -79,21 +78,6 @@ TEST_P(Course, IsToldAsItSays) {
 INSTANTIATE_TEST_SUITE_P(Courses, Course, testing::Values("state", "order", "texts", "details"));
 
 using Retrieval = Events;
-
-TEST_F(Retrieval, TextsThatWereCutGiveTheirWholeLines) {
-    const std::string whole = "+@o\na::1\\n\nb\\:b:n:2\n-c\nd:json:{}\n";
-    const std::string known[] = {"-", "{}", "{a=1\n}", "{a=1\n,b:b=2}", "{a=1\n,b:b=2}"};
-    for (std::size_t size = 0, whole_lines = 0; size < whole.size(); size++) {
-        std::string text = whole.substr(0, size);
-        const bool at_an_end = size == 0 || text.back() == '\n';
-        whole_lines += at_an_end && size > 0;
-        mosk_dict *dict = nullptr;
-        EXPECT_EQ(update_dict(&dict, text.data()), at_an_end ? 0 : -1) << size;
-        EXPECT_EQ(told(dict), known[whole_lines]) << size;
-        EXPECT_EQ(take_lines().size(), at_an_end ? 0U : 1U) << size;
-        mosk_dict_destroy(dict);
-    }
-}
 
 TEST_F(Retrieval, WithoutAPublisherOrAPlayerLeavesNothing) {
     VantroHandle *unopened = vantro_connect();

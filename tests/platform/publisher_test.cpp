@@ -167,6 +167,7 @@ TEST(Publisher, IsNotTheChildsAfterFork) {
         set(publisher, "o", "a", "1");
         const Reader reader;
         in_child([&] {
+            prctl(PR_SET_PDEATHSIG, 0);
             close(held[1]);
             char byte;
             const bool silent = set(publisher, "o", "a", "2") == -1 && errno == EBADF &&
@@ -191,6 +192,44 @@ TEST(Publisher, IsNotTheChildsAfterFork) {
     for (const int descriptor : {held[0], held[1], ready[0], ready[1]}) {
         close(descriptor);
     }
+}
+
+/* Nor one that is made while a thread of its parent becomes a publisher, or ceases to be one. */
+TEST(Publisher, IsNotThatOfAChildMadeMeanwhile) {
+    const RuntimeDirectory runtime;
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    for (int round = 0; round < 20; ++round) {
+        int held[2], ready[2];
+        ASSERT_EQ(pipe(held) + pipe(ready), 0);
+        const pid_t parent = in_child([&] {
+            close(held[1]);
+            std::atomic<int> turns{0};
+            std::thread comes_and_goes([&] {
+                for (;; ++turns) {
+                    publish_in();
+                }
+            });
+            while (turns < round % 5) {
+            }
+            in_child([&] {
+                prctl(PR_SET_PDEATHSIG, 0);
+                char byte;
+                [[maybe_unused]] ssize_t n = write(ready[1], "r", 1);
+                n = read(held[0], &byte, 1);
+            });
+            raise(SIGKILL);
+        });
+        char byte;
+        ASSERT_EQ(read(ready[0], &byte, 1), 1);
+        exit_status(parent);
+        EXPECT_NE(publish_in(), nullptr) << strerror(errno);
+        for (const int descriptor : {held[0], held[1], ready[0], ready[1]}) {
+            close(descriptor);
+        }
+        while (wait(nullptr) > 0) {
+        }
+    }
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
 TEST(Publisher, FiftyReadersAtTheirOwnSpeedEndWithTheSamePicture) {
