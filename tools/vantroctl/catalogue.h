@@ -19,6 +19,8 @@ struct Source {
     int32_t type = 0;
     int32_t status = 0;
     uint64_t capabilities = 0;
+
+    bool operator==(const Source &) const = default;
 };
 
 struct Node {

@@ -81,9 +81,13 @@ std::string words_of(const PlayerEvent &event, const Picture &before) {
                                  format_time(track->duration_ms))
                    : format_time(event.position_ms);
     }
-    case PlayerEvent::Kind::source:
-        return fmt::format("{}: {}, {}", event.source.id, event.source.name,
-                           source_status_name(event.source.status));
+    case PlayerEvent::Kind::source: {
+        const auto known = before.sources().find(event.source.id);
+        const bool same = known != before.sources().end() && known->second == event.source;
+        return fmt::format("{}: {}, {}{}", event.source.id, event.source.name,
+                           source_status_name(event.source.status),
+                           same ? ", what it holds has changed" : "");
+    }
     case PlayerEvent::Kind::error:
         return fmt::format("{}: {} (error {})", state_name(event.modes.state),
                            error_words(event.code), event.code);

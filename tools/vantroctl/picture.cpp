@@ -22,8 +22,11 @@ void Picture::apply(const PlayerEvent &event) {
         static_cast<PlayerModes &>(status_) = event.modes;
         if (event.kind == PlayerEvent::Kind::error) {
             trouble_ = event;
-        } else if (event.modes.state == VANTRO_STATE_PLAYING) {
-            trouble_.reset();
+        }
+        if (event.modes.state == VANTRO_STATE_IDLE || event.modes.state == VANTRO_STATE_NONE) {
+            status_.session.reset(); // Their end is no event; if there are any, they are told next.
+            status_.track.reset();
+            hold(0, event.at);
         }
         break;
     case PlayerEvent::Kind::session:

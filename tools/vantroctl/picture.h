@@ -37,7 +37,7 @@ class Picture {
 
     bool gone() const { return gone_; }
 
-    /** The error after which nothing was played, or why the service is still waited for. */
+    /** The last error, or why the service is still waited for. */
     const std::optional<PlayerEvent> &trouble() const { return trouble_; }
 
   private:
