@@ -71,6 +71,9 @@ void CommandLine::parse(int argc, char **argv) {
     if (players.size() > 1 && verb() != "watch") {
         throw CLI::ValidationError("--player: only watch takes several");
     }
+    if (options_.live && options_.list.json) {
+        throw CLI::ValidationError("--live and --json: it is a screen or objects");
+    }
     for (auto player = players.begin(); player != players.end();) { // Each once, in their order.
         const bool again = std::find(players.begin(), player, *player) != player;
         player = again ? players.erase(player) : player + 1;
@@ -84,7 +87,7 @@ void CommandLine::add_global_options() {
                     "Name of the player; watch takes this several times")
         ->type_name("NAME")
         ->allow_extra_args(false) // What follows the name is no other name.
-        ->capture_default_str()
+        ->default_str("main")
         ->check([](const std::string &name) {
             return name.empty() || name.size() > player_name_max
                        ? fmt::format("a name has 1 to {} bytes", player_name_max)
@@ -147,8 +150,7 @@ void CommandLine::add_commands() {
 
 void CommandLine::add_watch() {
     app_.add_subcommand("watch", "Show what the player does, a line as each thing happens")
-        ->add_flag("--live", options_.live, "Draw one screen instead, which q leaves")
-        ->excludes(app_.get_option("--json"));
+        ->add_flag("--live", options_.live, "Draw one screen instead, which q leaves");
 }
 
 void CommandLine::add_lists() {
