@@ -60,7 +60,8 @@ std::unique_ptr<ObjectReader> ObjectReader::open(std::string_view relative) {
     reader->ring_file_.reset(
         ::openat(place.directory.get(), ring_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!reader->ring_file_) {
-        return refuse(errno == ELOOP ? EBADMSG : errno);
+        /* A link or a socket in its place is no ring. */
+        return refuse(errno == ELOOP || errno == ENXIO ? EBADMSG : errno);
     }
     if (!reader->ring_.open(reader->ring_file_.get())) {
         return nullptr;
