@@ -152,6 +152,11 @@ class Publishing : public RuntimeDirectory {
             make_music(file(each), 20'000, {std::string("TITLE=") + each, "ARTIST=\\\"\xC3\xA9"});
         start("scanned");
     }
+    void TearDown() override {
+        service->kill(SIGTERM);
+        EXPECT_EQ(service->wait(), 0) << service->rest();
+        RuntimeDirectory::TearDown();
+    }
     std::filesystem::path file(const std::string &title) const {
         return path_ + "/music/" + title + ".flac";
     }
@@ -251,6 +256,20 @@ TEST_F(Publishing, PassesOverFilesThatCannotBePlayed) {
     EXPECT_EQ(follower.asked()["state"], "state 4/1e-06/1/0") << "all of them, and that is the end";
 }
 
+TEST_F(Publishing, HasAPlayerToItself) {
+    // Also where the service's name is free.
+    object_publisher *other = object_publisher_open("/kivo/services/vantro/other");
+    ASSERT_TRUE(other);
+    service->kill(SIGTERM);
+    service->wait();
+    Process second(Words{VANTROD, "--player", "other"});
+    EXPECT_EQ(second.line(),
+              "vantrod: cannot publish for the player \"other\": another process does");
+    EXPECT_EQ(second.wait(), 1);
+    object_publisher_close(other);
+    start("ready");
+}
+
 TEST_F(Publishing, EndsAndBeginsAgain) {
     for (const int signal : {SIGTERM, SIGKILL}) {
         Follower follower;
@@ -268,12 +287,6 @@ TEST_F(Publishing, EndsAndBeginsAgain) {
         EXPECT_EQ(errno, ESTALE);
     }
     EXPECT_EQ(Follower().next().rfind("7 state 1/1/0/0 ", 0), 0u);
-    service->kill(SIGTERM);
-    service->wait();
-    object_publisher *other = object_publisher_open(events::player_directory);
-    EXPECT_EQ(Process(Words{VANTROD}).line(),
-              "vantrod: cannot publish for the player \"main\": another process does");
-    object_publisher_close(other);
 }
 
 } // namespace
