@@ -91,7 +91,8 @@ enum {
 typedef union VantroEventDetails {
     /** VANTRO_EVENT_ERROR. */
     struct {
-        int32_t code; /**< The service's number of what went wrong. */
+        int32_t code; /**< The service's number of what went wrong; in vantrod VANTRO_ERROR_* of
+                           catalogue.h. */
     } error;
     /** VANTRO_EVENT_MEDIASOURCE. */
     struct {
