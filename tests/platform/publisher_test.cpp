@@ -198,11 +198,10 @@ TEST(Publisher, IsNotTheChildsAfterFork) {
 TEST(Publisher, IsNotThatOfAChildMadeMeanwhile) {
     const RuntimeDirectory runtime;
     prctl(PR_SET_CHILD_SUBREAPER, 1);
+    int made[2];
+    ASSERT_EQ(pipe(made), 0);
     for (int round = 0; round < 20; ++round) {
-        int held[2], ready[2];
-        ASSERT_EQ(pipe(held) + pipe(ready), 0);
         const pid_t parent = in_child([&] {
-            close(held[1]);
             std::atomic<int> turns{0};
             std::thread comes_and_goes([&] {
                 for (;; ++turns) {
@@ -213,23 +212,22 @@ TEST(Publisher, IsNotThatOfAChildMadeMeanwhile) {
             }
             in_child([&] {
                 prctl(PR_SET_PDEATHSIG, 0);
-                char byte;
-                [[maybe_unused]] ssize_t n = write(ready[1], "r", 1);
-                n = read(held[0], &byte, 1);
+                alarm(60);
+                const pid_t self = getpid();
+                [[maybe_unused]] const ssize_t n = write(made[1], &self, sizeof self);
+                pause();
             });
             raise(SIGKILL);
         });
-        char byte;
-        ASSERT_EQ(read(ready[0], &byte, 1), 1);
+        pid_t child = 0;
+        ASSERT_EQ(read(made[0], &child, sizeof child), ssize_t{sizeof child});
         exit_status(parent);
         EXPECT_NE(publish_in(), nullptr) << strerror(errno);
-        for (const int descriptor : {held[0], held[1], ready[0], ready[1]}) {
-            close(descriptor);
-        }
-        while (wait(nullptr) > 0) {
-        }
+        kill(child, SIGKILL);
+        exit_status(child);
     }
-    prctl(PR_SET_CHILD_SUBREAPER, 0);
+    close(made[0]);
+    close(made[1]);
 }
 
 TEST(Publisher, FiftyReadersAtTheirOwnSpeedEndWithTheSamePicture) {
