@@ -147,7 +147,9 @@ void Player::tell() {
         for (Engine::Change change; engine.first_change(change); engine.drop_change()) {
             if (publisher_)
                 publish_change(change);
-            moved = moved || change.what != Engine::Change::tick;
+            moved = moved || (change.what & Engine::Change::state) != 0 ||
+                    (change.now.modes.state == VANTRO_STATE_PLAYING &&
+                     change.what != Engine::Change::tick);
             told_.fetch_add(1, std::memory_order_release);
         }
     }

@@ -71,8 +71,8 @@ class Player {
     // Null where the player has no such session.
     SessionPtr session(uint64_t tsid);
 
-    // Publishes the player from now on; calls `moved` when something other than the passing of time
-    // was published. Before anybody else uses it. Returns "" or, in words, why it cannot be.
+    // Publishes the player from now on; calls `moved` where wake() may be due at another time than it
+    // said, or a track has started. Before anybody else uses it. Returns "" or, in words, why it cannot be.
     std::string publish(const Publisher::Log &log, std::function<void()> moved);
 
     // Publishes what has changed and is not yet published, by whatever thread. Cheap where that is
