@@ -1,4 +1,5 @@
 // Waiting for events, and every way out of it.
+#include <malloc.h>
 #include <pthread.h>
 
 #include <atomic>
@@ -192,7 +193,11 @@ TEST_F(Waiting, FollowsAnotherProcessToItsDeath) {
 TEST_F(Waiting, LeavesNothingBehind) {
     start_publishing();
     const long before = open_descriptors();
-    for (int i = 0; i < 500; i++) {
+    constexpr int rounds = 500, first_rounds = 100;
+    std::size_t bytes = 0;
+    for (int i = 0; i < rounds; i++) {
+        if (i == first_rounds)
+            bytes = mallinfo2().uordblks;
         publish("x", "a", "1");
         ASSERT_EQ(vantro_event_wait(handle), 0);
         ASSERT_NE(next(), "7");
@@ -204,6 +209,8 @@ TEST_F(Waiting, LeavesNothingBehind) {
     }
     // The host may keep an instance or two for the next wait.
     EXPECT_LE(open_descriptors(), before + 4);
+    // The smallest block that each round left would be twice as much.
+    EXPECT_LT(mallinfo2().uordblks, bytes + 16 * (rounds - first_rounds));
 }
 
 } // namespace
