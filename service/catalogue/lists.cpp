@@ -19,16 +19,19 @@ void List::place_entries(const std::vector<int32_t> &durations) {
               [](const Place &a, const Place &b) { return a.entry < b.entry; });
 }
 
+std::shared_ptr<const List> ListCache::find(const std::string &name) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto found = by_name_.find(name);
+    if (found == by_name_.end())
+        return nullptr;
+    kept_.splice(kept_.begin(), kept_, found->second);
+    return found->second->list;
+}
+
 std::shared_ptr<const List> ListCache::get(const std::string &name,
                                            const std::function<List()> &make) {
-    {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        const auto found = by_name_.find(name);
-        if (found != by_name_.end()) {
-            kept_.splice(kept_.begin(), kept_, found->second);
-            return found->second->list;
-        }
-    }
+    if (std::shared_ptr<const List> list = find(name))
+        return list;
     const auto list = std::make_shared<const List>(make());
     const std::size_t bytes = sizeof(Kept) + 2 * name.size() +
                               list->entries.capacity() * sizeof(Entry) +

@@ -40,6 +40,9 @@ class ListCache {
     // date is never asked for again, and goes when others need the room.
     std::shared_ptr<const List> get(const std::string &name, const std::function<List()> &make);
 
+    // Null where it is not kept.
+    std::shared_ptr<const List> find(const std::string &name);
+
     void clear();
 
   private:

@@ -10,7 +10,7 @@ namespace vantro {
 namespace {
 
 // Changed with every change of the tables or of what is in them.
-constexpr int version = 2;
+constexpr int version = 3;
 
 // Keeps the numbers short.
 constexpr int64_t past_us = 1'700'000'000'000'000;
@@ -84,10 +84,10 @@ CREATE TABLE unsettled(folder INTEGER PRIMARY KEY, source INTEGER NOT NULL);
 
 CREATE VIRTUAL TABLE song_words USING fts5(
     title, artist, album, genre, composer,
-    prefix = '2', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
+    prefix = '1 2', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
 CREATE VIRTUAL TABLE node_words USING fts5(
     artist, album, genre, of_artist,
-    prefix = '2', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
+    prefix = '1 2', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
 )";
 
 bool good(Database &database) {

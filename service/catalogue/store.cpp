@@ -299,7 +299,7 @@ int64_t SqliteCatalogue::song_count() {
     int64_t count = 0;
     guarded([&](Database &database) {
         for (const auto &each : directories_)
-            count += database.number(0, "SELECT songs FROM source WHERE id = ?1", each->id);
+            count += View(database, lists_, each->id).song_count();
         return 0;
     });
     return count;

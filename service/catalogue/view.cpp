@@ -57,25 +57,30 @@ void keep_first_of_each(std::vector<Entry> &entries) {
 
 // Leaves those entries, which are sorted, that `order` has too, and sorts them as it is.
 void sort_by(const List &order, std::vector<Entry> &entries) {
-    std::vector<uint32_t> found;
-    found.reserve(entries.size());
     if (entries.size() < order.places.size() / 64) {
+        std::vector<uint32_t> found;
         for (const Entry entry : entries)
             if (const List::Place *place = order.find(entry))
                 found.push_back(place->at);
-    } else {
-        auto place = order.places.begin();
-        for (const Entry entry : entries) {
-            while (place != order.places.end() && place->entry < entry)
-                ++place;
-            if (place != order.places.end() && place->entry == entry)
-                found.push_back(place->at);
-        }
+        std::sort(found.begin(), found.end());
+        entries.resize(found.size());
+        std::transform(found.begin(), found.end(), entries.begin(),
+                       [&](uint32_t at) { return order.entries[at]; });
+        return;
     }
-    std::sort(found.begin(), found.end());
-    entries.resize(found.size());
-    std::transform(found.begin(), found.end(), entries.begin(),
-                   [&](uint32_t at) { return order.entries[at]; });
+    // Of many, going through the whole order is faster than sorting them.
+    std::vector<char> found(order.entries.size());
+    auto place = order.places.begin();
+    for (const Entry entry : entries) {
+        while (place != order.places.end() && place->entry < entry)
+            ++place;
+        if (place != order.places.end() && place->entry == entry)
+            found[place->at] = 1;
+    }
+    entries.clear();
+    for (std::size_t at = 0; at < found.size(); ++at)
+        if (found[at] != 0)
+            entries.push_back(order.entries[at]);
 }
 
 } // namespace
@@ -97,7 +102,15 @@ View::View(Database &database, ListCache &cache, int32_t source)
       generation_(database.number(0, "SELECT generation FROM source WHERE id = ?1", source)) {}
 
 View::ListPointer View::kept(const std::string &what, const std::function<List()> &make) {
-    return cache_.get(fmt::format("{} {} {}", source_, generation_, what), make);
+    return cache_.get(name_of_list(what), make);
+}
+
+std::string View::name_of_list(const std::string &what) const {
+    return fmt::format("{} {} {}", source_, generation_, what);
+}
+
+int64_t View::song_count() {
+    return database_.number(0, "SELECT songs FROM source WHERE id = ?1", source_);
 }
 
 std::optional<Place> View::find(std::string_view node) {
@@ -329,8 +342,7 @@ std::vector<Node> View::menus() {
     for (const Menu &menu : menu_table) {
         const int32_t type = menu.kind == kind_folder ? VANTRO_NODE_FOLDER : VANTRO_NODE_MENU;
         const int64_t count =
-            menu.kind == kind_song
-                ? database_.number(0, "SELECT songs FROM source WHERE id = ?1", source_)
+            menu.kind == kind_song ? song_count()
             : menu.kind == kind_folder
                 ? database_.number(
                       0, "SELECT count FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3",
@@ -369,16 +381,13 @@ Node View::node(Entry entry) {
     return node;
 }
 
-// The whole of the list of songs lies in one index in its order, with all that a node needs.
-void View::songs_by_name(const List &list, Range range, NodeSink &nodes) {
-    const auto [first, last] = bounds(range, list.entries.size());
+// The whole of the list of songs lies in one index in its order, with all that a node needs. A page
+// is a walk along it, which begins where the list says, or, while that is being made at the start,
+// after so many steps.
+void View::songs_by_name(Range range, NodeSink &nodes) {
+    const auto [first, last] = bounds(range, static_cast<std::size_t>(song_count()));
     if (first == last)
         return;
-    Rows begin = database_.query("SELECT sort, key FROM song WHERE id = ?1", list.entries[first]);
-    if (!begin.next())
-        return;
-    const std::string sort(begin.text(0));
-    const int64_t key = begin.integer(1);
     nodes.expect(last - first);
     std::size_t left = last - first;
     const auto give = [&](Rows &&rows) {
@@ -389,10 +398,21 @@ void View::songs_by_name(const List &list, Range range, NodeSink &nodes) {
                 left = 1; // no more is wanted
         }
     };
+    const ListPointer list = cache_.find(name_of_list(std::string(1, kind_song)));
+    if (!list || first >= list->entries.size()) {
+        give(database_.query("SELECT key, name FROM song WHERE source = ?1 ORDER BY sort, key"
+                             " LIMIT -1 OFFSET ?2",
+                             source_, first));
+        return;
+    }
+    Rows begin = database_.query("SELECT sort, key FROM song WHERE id = ?1", list->entries[first]);
+    if (!begin.next())
+        return;
+    const std::string sort(begin.text(0));
     // In two steps: comparing every row with both would take longer than all else.
     give(database_.query("SELECT key, name FROM song WHERE source = ?1 AND sort = ?2 AND key >= ?3"
                          " ORDER BY key",
-                         source_, Blob{sort}, key));
+                         source_, Blob{sort}, begin.integer(1)));
     give(database_.query("SELECT key, name FROM song WHERE source = ?1 AND sort > ?2"
                          " ORDER BY sort, key",
                          source_, Blob{sort}));
@@ -406,11 +426,10 @@ void View::browse(Place place, Range range, NodeSink &nodes) {
             nodes.take(row_of(tops[i]));
         return;
     }
-    const ListPointer list = entries(place);
     if (place.kind == kind_song && place.id == 0)
-        songs_by_name(*list, range, nodes);
+        songs_by_name(range, nodes);
     else
-        this->nodes(*list, range, nodes);
+        this->nodes(*entries(place), range, nodes);
 }
 
 void View::nodes(const List &list, Range range, NodeSink &nodes) {

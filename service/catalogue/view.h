@@ -36,6 +36,7 @@ class View {
     // What browsing a node gives. The root's entries are menus, which are no entries of lists.
     ListPointer entries(Place place);
     std::vector<Node> menus();
+    int64_t song_count();
     // The songs of a node and all that is below it, in the order of play.
     ListPointer songs(Place place);
     // Appends them with what an engine needs.
@@ -61,7 +62,8 @@ class View {
     void take_performed(int64_t artist, std::vector<Entry> &entries);
     void take_search(const char *sql, const std::string &words, char kind,
                      std::vector<Entry> &entries);
-    void songs_by_name(const List &list, Range range, NodeSink &nodes);
+    void songs_by_name(Range range, NodeSink &nodes);
+    std::string name_of_list(const std::string &what) const;
     ListPointer by_album();
 
     Database &database_;

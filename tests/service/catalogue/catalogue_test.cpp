@@ -181,12 +181,15 @@ TEST_F(Catalogued, GivesPagesAndRefusesWhatIsNotThere) {
     const auto page = [&](int32_t offset, int32_t count) {
         return names(browse("songs", {offset, count}));
     };
-    EXPECT_EQ(page(0, 3), Names(all.begin(), all.begin() + 3));
-    EXPECT_EQ(page(7, 100), Names(all.begin() + 7, all.end()));
-    EXPECT_EQ(page(-5, INT32_MIN), all);
-    EXPECT_EQ(page(INT32_MIN, 1), Names{all[0]});
-    EXPECT_EQ(page(9, 1), Names{});
-    EXPECT_EQ(page(INT32_MAX, INT32_MAX), Names{});
+    for (const bool list_is_made : {true, false}) {
+        open(list_is_made);
+        EXPECT_EQ(page(0, 3), Names(all.begin(), all.begin() + 3));
+        EXPECT_EQ(page(7, 100), Names(all.begin() + 7, all.end()));
+        EXPECT_EQ(page(-5, INT32_MIN), all);
+        EXPECT_EQ(page(INT32_MIN, 1), Names{all[0]});
+        EXPECT_EQ(page(9, 1), Names{});
+        EXPECT_EQ(page(INT32_MAX, INT32_MAX), Names{});
+    }
     EXPECT_EQ(names(browse(VANTRO_NODE_ROOT, {6, 5})), Names{"Playlists"});
 
     std::string wrong[] = {"x",
