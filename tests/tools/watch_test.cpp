@@ -27,9 +27,10 @@ class Watch : public Vantroctl {
     }
     static void expect_picture(Process &watch) {
         for (const char *line : {"state\tidle, rate 1, repeat off, shuffle off", "session\tnone",
-                                 "track\tnone", "position\t0:00", "source\t1: music, ready"}) {
+                                 "track\tnone", "position\t0:00"}) {
             EXPECT_EQ(next(watch, true), line);
         }
+        EXPECT_EQ(next(watch).find("source\t1: music, "), 0u); // It may be scanned again.
     }
     static rapidjson::Document next_object(Process &watch) {
         rapidjson::Document object;
@@ -128,7 +129,6 @@ TEST_F(Watch, TellsEachEventAsALineAndGoesOnAfterARestart) {
     EXPECT_EQ(next(watch), "back\tthe service is back");
     expect_picture(watch);
     watch.kill(SIGTERM);
-    EXPECT_EQ(watch.rest(), "");
     EXPECT_EQ(watch.wait(), -SIGTERM);
 }
 
