@@ -16,17 +16,22 @@ constexpr const char *system_directory = "/run/vantro";
 constexpr mode_t directory_mode = 0755;
 constexpr int directory_flags = O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-/** The user's runtime directory, where it may be trusted: the user's own, and nobody else's. */
+/**
+ * The user's runtime directory, where it may be trusted: the user's own, and nobody else's. ENOENT
+ * where there is none such.
+ */
 UniqueFd open_user_runtime() {
     const char *path = secure_getenv("XDG_RUNTIME_DIR");
     if (!path || path[0] != '/') {
+        errno = ENOENT;
         return UniqueFd();
     }
     UniqueFd directory(::open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat status;
-    if (!directory || ::fstat(directory.get(), &status) != 0 || status.st_uid != ::geteuid() ||
-        (status.st_mode & (S_IWGRP | S_IWOTH))) {
-        return UniqueFd();
+    if (directory && (::fstat(directory.get(), &status) != 0 || status.st_uid != ::geteuid() ||
+                      (status.st_mode & (S_IWGRP | S_IWOTH)))) {
+        directory.reset();
+        errno = ENOENT;
     }
     return directory;
 }
@@ -55,6 +60,8 @@ UniqueFd open_root(bool make) {
         if (root || make || errno != ENOENT) {
             return root;
         }
+    } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) {
+        return UniqueFd(); /* It may well be there, and the system's would be another place. */
     }
     UniqueFd root(::open(system_directory, O_PATH | directory_flags));
     if (!root && errno == ENOENT && make) {
