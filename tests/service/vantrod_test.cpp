@@ -247,7 +247,8 @@ TEST_F(Serving, MakesListsAndDestroysSessions) {
     EXPECT_EQ(other.result(tracks(tsid)), ENOENT);
     EXPECT_EQ(other.result(destroy(tsid)), ENOENT);
 
-    // A song that vanishes is played on, and keeps its place.
+    // A song that vanishes keeps its place. Nobody looks at the file of a player that is paused.
+    EXPECT_EQ(client.result(request(VANTRO_COMMAND_PAUSE)), 0);
     std::filesystem::remove(path_ + "/music/1.flac");
     while (client.ask(search(1, "title", "one")).size() > 8)
         std::this_thread::yield();
