@@ -52,7 +52,7 @@ enum {
     VANTRO_NODE_UNKNOWN = 0,
     VANTRO_NODE_MENU = 1,     /**< A list of lists: the root, "Artists", "Albums"... */
     VANTRO_NODE_FOLDER = 2,   /**< A directory: its directories, then its songs. */
-    VANTRO_NODE_ARTIST = 3,   /**< An album artist: the albums. */
+    VANTRO_NODE_ARTIST = 3,   /**< An artist: the albums, then single songs. */
     VANTRO_NODE_ALBUM = 4,    /**< An album: its songs, by disc, track and name. */
     VANTRO_NODE_GENRE = 5,    /**< A genre: its songs. */
     VANTRO_NODE_YEAR = 6,     /**< A year: its songs. */
