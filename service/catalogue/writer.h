@@ -103,7 +103,6 @@ class Writer {
     int64_t album_at(int32_t source, const FoundName &artist, FoundName album);
     int64_t performer_at(int32_t source, const FoundName &performer, std::string_view artist);
     void settle_folder(int32_t source, int64_t folder);
-    FoundName artist_named(std::string_view identity, int64_t song);
     void link(int64_t song, const SongRow &row, const std::vector<int64_t> &genres);
     void unlink(const SongRow &row);
     void remove_song(int32_t source, const SongRow &row);
