@@ -33,6 +33,13 @@ std::string path_below(std::string_view folder, std::string_view file) {
     return path.append(file);
 }
 
+FileName place_of(int32_t source, std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos)
+        return {source, "", std::string(path)};
+    return {source, std::string(path.substr(0, slash)), std::string(path.substr(slash + 1))};
+}
+
 std::string title_of_file(std::string_view file) {
     const std::size_t dot = file.rfind('.');
     const bool has_ending = dot != std::string_view::npos && dot != 0;

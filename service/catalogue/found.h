@@ -23,6 +23,9 @@ struct FileName {
 // "" and the name for a file at the top.
 std::string path_below(std::string_view folder, std::string_view file);
 
+// The opposite: the folder that a path is in, and its last piece.
+FileName place_of(int32_t source, std::string_view path);
+
 struct FoundName {
     std::string text;     // as it is shown
     std::string identity; // the same for what is the same

@@ -129,12 +129,8 @@ void Scan::visit(const Folder &folder) {
             leave_out_folder(folder, strerrordesc_np(error));
         return;
     }
-    if (folder.left_out) {
-        const std::size_t slash = folder.path.rfind('/');
-        const bool top = slash == std::string::npos;
-        parts_.writer.remove_file({source_, top ? "" : folder.path.substr(0, slash),
-                                   top ? folder.path : folder.path.substr(slash + 1)});
-    }
+    if (folder.left_out)
+        parts_.writer.remove_file(place_of(source_, folder.path));
 
     Reading reading{folder, directory.get(), parts_.writer.known(source_, folder.path)};
     errno = 0;
@@ -277,11 +273,7 @@ void Scan::leave_out(const FileName &where, FileStamp stamp, std::string_view wh
 
 // What is known of it stays: it may only be unreadable for now.
 void Scan::leave_out_folder(const Folder &folder, std::string_view why) {
-    const std::size_t slash = folder.path.rfind('/');
-    const bool top = slash == std::string::npos;
-    leave_out({source_, top ? "" : folder.path.substr(0, slash),
-               top ? folder.path : folder.path.substr(slash + 1)},
-              {}, why);
+    leave_out(place_of(source_, folder.path), {}, why);
 }
 
 void Scan::submit(Job job) {

@@ -1,4 +1,4 @@
-// What can be told only when all songs are in. The rest of the writer stands in writer.cpp.
+// The part of Writer that tells what only all songs together can.
 #include "service/catalogue/writer.h"
 
 #include <algorithm>

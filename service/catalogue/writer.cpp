@@ -13,20 +13,9 @@ namespace vantro {
 
 namespace {
 
-// Enough for the artists and albums that a scan meets again and again.
-constexpr std::size_t nodes_kept = 4096;
-
-// A key is looked for under so many salts where two things share one. More never do.
-constexpr int salts_max = 8;
-
 // What sorts directly before and behind everything that lies below `folder`.
 std::pair<std::string, std::string> below(std::string_view folder) {
     return {std::string(folder) + '/', std::string(folder) + '0'}; // '0' follows '/'
-}
-
-std::string last_piece(std::string_view path) {
-    const std::size_t slash = path.rfind('/');
-    return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
 }
 
 } // namespace
@@ -50,151 +39,6 @@ int32_t Writer::source_at(std::string_view path) {
         id = database_.last_id();
     }
     return static_cast<int32_t>(id);
-}
-
-// ------------------------------------------------------------------------------------- nodes
-
-int64_t Writer::find_node(int32_t source, char kind, std::string_view identity, int64_t &key) {
-    return find_by_key(kind, identity, key, [&](int64_t each) {
-        Rows row = database_.query(
-            "SELECT id, identity FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3", source,
-            kind, each);
-        if (!row.next())
-            return Match{0, false};
-        return Match{row.integer(0), row.text(1) == identity};
-    });
-}
-
-// Looks for what has that identity; 0 where there is none, and then `key` is the one to give it.
-// Two things of one digest get different keys: the second one in the catalogue takes a salted one,
-// and keeps it also when the first one goes.
-int64_t Writer::find_by_key(char kind, std::string_view identity, int64_t &key,
-                            const std::function<Match(int64_t key)> &look) {
-    const int64_t plain = key_of(kind, identity);
-    key = plain;
-    Match found = look(plain);
-    if (found.same || (found.id == 0 && !shared(plain)))
-        return found.id;
-    bool has_key = found.id == 0;
-    for (int salt = 1; salt <= salts_max || !has_key; ++salt) {
-        const int64_t salted = key_of(kind, identity, salt);
-        found = look(salted);
-        if (found.same) {
-            key = salted;
-            return found.id;
-        }
-        if (found.id == 0 && !std::exchange(has_key, true))
-            key = salted;
-    }
-    database_.run("INSERT OR IGNORE INTO shared_key(key) VALUES(?1)", plain);
-    return 0;
-}
-
-bool Writer::shared(int64_t key) {
-    return database_.number(0, "SELECT 1 FROM shared_key WHERE key = ?1", key) == 1;
-}
-
-int64_t Writer::node_at(int32_t source, char kind, const FoundName &name, int64_t parent,
-                        std::string_view artist) {
-    std::string known = fmt::format("{} {} ", source, kind) + name.identity;
-    if (const auto found = nodes_.find(known); found != nodes_.end())
-        return found->second;
-    int64_t key = 0;
-    int64_t id = find_node(source, kind, name.identity, key);
-    if (id == 0) {
-        database_.run("INSERT INTO node(source, kind, key, parent, name, identity, sort)"
-                      " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7)",
-                      source, kind, key, parent, name.text, Blob{name.identity}, Blob{name.sort});
-        id = database_.last_id();
-        if (parent != 0 && kind != kind_no_album)
-            count(parent, 1);
-        count(id, 0); // looked at again before others see it
-        const std::string words = spaced(name.text);
-        if (kind == kind_artist)
-            database_.run("INSERT INTO node_words(rowid, artist) VALUES(?1, ?2)", id, words);
-        else if (kind == kind_album)
-            database_.run("INSERT INTO node_words(rowid, album, of_artist) VALUES(?1, ?2, ?3)", id,
-                          words, spaced(artist));
-        else if (kind == kind_genre)
-            database_.run("INSERT INTO node_words(rowid, genre) VALUES(?1, ?2)", id, words);
-    }
-    if (nodes_.size() >= nodes_kept)
-        nodes_.clear();
-    nodes_.emplace(std::move(known), id);
-    return id;
-}
-
-// The folder's node, with those above it.
-int64_t Writer::folder_at(int32_t source, std::string_view folder) {
-    const std::string known =
-        fmt::format("{} {} ", source, char{kind_folder}) + std::string(folder);
-    if (const auto found = nodes_.find(known); found != nodes_.end())
-        return found->second;
-    int64_t parent = 0;
-    if (!folder.empty()) {
-        const std::size_t slash = folder.rfind('/');
-        parent = folder_at(source, slash == std::string_view::npos ? std::string_view()
-                                                                   : folder.substr(0, slash));
-    }
-    FoundName name{clean_text(last_piece(folder), tag_text_max), std::string(folder), {}};
-    name.sort = sort_key(name.text);
-    return node_at(source, kind_folder, name, parent);
-}
-
-int64_t Writer::year_at(int32_t source, int32_t year) {
-    if (year == 0)
-        return 0;
-    int64_t id =
-        database_.number(0, "SELECT id FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3",
-                         source, char{kind_year}, year);
-    if (id == 0) {
-        const std::string text = std::to_string(year);
-        database_.run("INSERT INTO node(source, kind, key, parent, name, identity, sort)"
-                      " VALUES(?1, ?2, ?3, 0, ?4, ?5, ?6)",
-                      source, char{kind_year}, year, text, Blob{text},
-                      Blob{fmt::format("{:05}", year)});
-        id = database_.last_id();
-    }
-    return id;
-}
-
-void Writer::count(int64_t node, int difference) {
-    if (node != 0)
-        counts_[node] += difference;
-}
-
-// Nodes that hold nothing any more go, and so may those that held them.
-void Writer::apply_counts() {
-    while (!counts_.empty()) {
-        std::unordered_map<int64_t, int> now;
-        now.swap(counts_);
-        for (const auto &[node, difference] : now) {
-            if (difference != 0)
-                database_.run("UPDATE node SET count = count + ?2 WHERE id = ?1", node, difference);
-            const int64_t left = database_.number(1, "SELECT count FROM node WHERE id = ?1", node);
-            // What was counted in the meantime keeps it for the next round.
-            if (left <= 0 && counts_.count(node) == 0)
-                remove_node(node);
-        }
-    }
-}
-
-void Writer::remove_node(int64_t node) {
-    char kind = 0;
-    int64_t parent = 0;
-    {
-        Rows row = database_.query("SELECT kind, parent FROM node WHERE id = ?1", node);
-        if (!row.next())
-            return;
-        kind = static_cast<char>(row.integer(0));
-        parent = row.integer(1);
-    }
-    if (kind == kind_artist || kind == kind_album || kind == kind_genre)
-        database_.run("DELETE FROM node_words WHERE rowid = ?1", node);
-    database_.run("DELETE FROM node WHERE id = ?1", node);
-    if (kind != kind_no_album)
-        count(parent, -1);
-    nodes_.clear();
 }
 
 // ------------------------------------------------------------------------------------- songs
@@ -445,7 +289,7 @@ KnownFolder Writer::known(int32_t source, std::string_view folder) {
         Rows rows = database_.query("SELECT identity FROM node WHERE parent = ?1 AND kind = ?2",
                                     node, char{kind_folder});
         while (node != 0 && rows.next())
-            known.folders.insert(last_piece(rows.text(0)));
+            known.folders.insert(place_of(source, rows.text(0)).file);
     }
     // Folders without a song have no node; what is known of them hangs on their paths alone.
     const std::string first = folder.empty() ? "" : below(folder).first;
