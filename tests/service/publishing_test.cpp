@@ -1,5 +1,6 @@
 // What vantrod publishes, as an application on the library sees it: the service is a process of its
 // own, on files made on the spot.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -203,6 +204,33 @@ TEST_F(Publishing, TellsWhatEachCommandDidAndTheQueriesAgree) {
     Follower later;
     EXPECT_EQ(later.all().size(), 6u);
     EXPECT_EQ(later.seen, follower.seen);
+}
+
+TEST_F(Publishing, TellsWhatIsQueuedFirstAndWhoFellBehindAllThatIs) {
+    Follower follower;
+    follower.all();
+    const auto expect = [&](const Words &expected) {
+        for (const std::string &each : expected) {
+            const std::string found = follower.next();
+            EXPECT_EQ(found.rfind(each, 0), 0u) << found << ", not " << each;
+        }
+    };
+    follower.command("load=0");
+    expect({"3 state 3/1/0/0", "4 trksession"});
+    follower.command("jump=2 shuffle=1");
+    expect({"5 track 0", "6 status 0", "3 state 3/1/0/1", "5 track 2", "6 status 0", "7"});
+
+    // More changes than are kept for a reader.
+    for (int position = 1; position <= 8000; position++)
+        follower.command("seek=1 seek=2 seek=3 seek=" + std::to_string(position));
+    expect({"7 state 3/1/0/1"});
+    Words rest = follower.all();
+    std::sort(rest.begin(), rest.end());
+    const Words whole = {"2 mediasource.", "4 trksession", "5 track 2", "6 status 8000", "7"};
+    ASSERT_EQ(rest.size(), whole.size());
+    for (std::size_t i = 0; i < whole.size(); i++)
+        EXPECT_EQ(rest[i].rfind(whole[i], 0), 0u) << rest[i];
+    follower.expect_agreement();
 }
 
 TEST_F(Publishing, TellsWhatHappensByItself) {
