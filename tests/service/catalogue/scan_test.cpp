@@ -81,8 +81,9 @@ std::string m4a() {
 
 class Scanned : public Collection {
   protected:
-    // Runs `body` as somebody who may mount and set limits for himself.
-    void in_namespaces_of_its_own(const std::function<void()> &body) {
+    // Runs `body` as somebody who may mount and set limits for himself, unless `prepare` cannot.
+    void in_namespaces_of_its_own(const std::function<bool()> &prepare,
+                                  const std::function<void()> &body) {
         constexpr int forbidden = 77;
         Process child([&] {
             const auto tell = [](const char *file, const std::string &text) {
@@ -91,7 +92,8 @@ class Scanned : public Collection {
             const std::string user = fmt::format("0 {} 1", geteuid());
             const std::string group = fmt::format("0 {} 1", getegid());
             if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0 || !tell("/proc/self/uid_map", user) ||
-                !tell("/proc/self/setgroups", "deny") || !tell("/proc/self/gid_map", group))
+                !tell("/proc/self/setgroups", "deny") || !tell("/proc/self/gid_map", group) ||
+                !prepare())
                 return forbidden;
             body();
             close();
@@ -419,8 +421,10 @@ TEST_F(Scanned, GoesOnWhenTheDiskHasRoomAgain) {
 TEST_F(Scanned, StartsOnAFullDiskWithWhatItKnows) {
     add("1.flac", {{"TITLE", "one"}});
     fs::create_directory(state_);
-    in_namespaces_of_its_own([&] {
-        ASSERT_EQ(mount("none", state_.c_str(), "tmpfs", 0, "size=1m"), 0);
+    const auto small_disk = [&] {
+        return mount("none", state_.c_str(), "tmpfs", 0, "size=1m") == 0;
+    };
+    in_namespaces_of_its_own(small_disk, [&] {
         const auto fill = [&] {
             std::ofstream(state_ / "fill") << std::string(2 << 20, 'x') << std::flush;
         };
@@ -453,8 +457,10 @@ TEST_F(Scanned, LooksAgainWhereWatchesRunOut) {
     rescan_unwatched_ = std::chrono::milliseconds(100);
     for (int i = 0; i < 5; ++i)
         add(fmt::format("{}/0.flac", i), {{"TITLE", fmt::format("first {}", i)}});
-    in_namespaces_of_its_own([&] {
-        std::ofstream("/proc/sys/user/max_inotify_watches") << 3 << std::flush;
+    const auto few_watches = [] {
+        return bool(std::ofstream("/proc/sys/user/max_inotify_watches") << 3 << std::flush);
+    };
+    in_namespaces_of_its_own(few_watches, [&] {
         open();
         for (int i = 0; i < 5; ++i)
             add(fmt::format("{}/1.flac", i), {{"TITLE", fmt::format("second {}", i)}});
