@@ -182,9 +182,3 @@ TEST(JsonText, IsOneValidObjectWhateverTheTagsHold) {
 
 } // namespace
 } // namespace vantro
-
-int main(int argc, char **argv) {
-    vantro::use_display_locale();
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -210,9 +210,3 @@ TEST(StatusView, LinesAreAlwaysAllThere) {
 
 } // namespace
 } // namespace vantro
-
-int main(int argc, char **argv) {
-    vantro::use_display_locale();
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
