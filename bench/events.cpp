@@ -47,6 +47,15 @@ size_t drain(VantroHandle *player) {
     }
 }
 
+/** A get with nothing new. */
+void get_nothing(VantroHandle *player) {
+    const VantroEvent *event = vantro_event_get(player);
+    if (!event)
+        fail_errno("an event failed");
+    if (event->type != VANTRO_EVENT_NONE)
+        fail("an event came of nothing");
+}
+
 Player follow() {
     Player player = open_player(Publisher::player);
     drain(player.get());
@@ -65,10 +74,8 @@ void get_idle_row(Run &run) {
     const Publisher publisher;
     const Player player = follow();
     const auto gets = [&] {
-        for (size_t i = 0; i < gets_timed_together; ++i) {
-            if (vantro_event_get(player.get())->type != VANTRO_EVENT_NONE)
-                fail("an event came of nothing");
-        }
+        for (size_t i = 0; i < gets_timed_together; ++i)
+            get_nothing(player.get());
     };
     // So many together, in microseconds, are one in nanoseconds.
     const Samples found = alternate({each(gets)}, run.iterations_or(1000), batch_size)[0];
@@ -299,9 +306,10 @@ void read_rows(Run &run) {
                 const auto expected = static_cast<int64_t>((publisher.*change)());
                 const int64_t begin = now_ns();
                 const auto events = static_cast<int64_t>(drain(player.get()));
-                samples.add((now_ns() - begin) / events);
+                const int64_t took = now_ns() - begin;
                 if (events != expected)
                     fail(fmt::format("{} events came of {} objects", events, expected));
+                samples.add(took / events);
             }
         };
     };
@@ -350,7 +358,7 @@ void event_rows(Run &run) {
 int trace_event_gets(size_t count) {
     const Player player = follow();
     for (size_t i = 0; i < count; ++i)
-        vantro_event_get(player.get());
+        get_nothing(player.get());
     return 0;
 }
 

@@ -4,7 +4,7 @@
  * A reader is somewhere in the ring, or has a picture to tell first. Its `position_` is where it
  * reads on; `pending_` are texts that come before what stands there. `unsettled_` is set whenever
  * a read could have anything to do but look whether something was appended: so a read with nothing
- * new is three loads.
+ * new is a few loads.
  *
  * A reader's own lock guards everything that is not atomic. The table of readers is found through
  * without a lock, since a descriptor is not closed while another thread is in a call on it.
