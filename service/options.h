@@ -11,7 +11,7 @@ namespace vantro {
 inline constexpr std::size_t players_max = 256;
 
 // More than anyone has directories of music, and few enough that the list of sources fits the 65536
-// bytes in which clients take it, with paths of up to 990 bytes for names.
+// bytes in which clients take it.
 inline constexpr std::size_t music_max = 32;
 
 inline constexpr int threads_max = 64;

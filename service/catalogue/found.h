@@ -20,6 +20,13 @@ struct FileName {
     std::string file;
 };
 
+// When a file was changed, and its size: what tells that it need not be read again.
+struct FileStamp {
+    int64_t modified_ns = 0;
+    int64_t size = 0;
+    bool operator==(const FileStamp &) const = default;
+};
+
 // "" and the name for a file at the top.
 std::string path_below(std::string_view folder, std::string_view file);
 

@@ -41,6 +41,15 @@ struct Freer {
     void operator()(DIR *directory) const { closedir(directory); }
 };
 
+// Not where that cannot be told.
+bool is_empty(DIR *directory) {
+    errno = 0;
+    while (const dirent *entry = readdir(directory))
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+            return false;
+    return errno == 0;
+}
+
 } // namespace
 
 struct Scan::Reading {
@@ -53,6 +62,7 @@ struct Scan::Reading {
     FileStamp image_stamp = {};
     int image_rank = plain_picture_rank + 1;
     bool several_images = false; // of the rank of `image`
+    int failure = 0;             // why not all of it could be looked at
 
     FileName named(const std::string &name, int32_t source) const {
         return {source, folder.path, name};
@@ -64,13 +74,16 @@ Scan::Scan(Parts parts, int32_t source, const std::string &root)
       reported_(committed_) {
     counts_.source = source;
     // Opened, not only looked at: what cannot be read must not pass for empty.
-    const int descriptor = open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0 || fstat(descriptor, &root_status_) != 0) {
+    const std::unique_ptr<DIR, Freer> top(opendir(root.c_str()));
+    if (!top || fstat(dirfd(top.get()), &root_status_) != 0) {
         gone_ = true;
         why_gone_ = strerrordesc_np(errno);
+    } else if (is_empty(top.get())) {
+        // So looks the place of a disk that is not there.
+        const KnownFolder known = parts_.writer.known(source, "");
+        gone_ = !known.files.empty() || !known.folders.empty();
+        why_gone_ = "has become empty";
     }
-    if (descriptor >= 0)
-        close(descriptor);
 }
 
 std::string Scan::absolute(std::string_view folder) const {
@@ -129,9 +142,6 @@ void Scan::visit(const Folder &folder) {
             leave_out_folder(folder, strerrordesc_np(error));
         return;
     }
-    if (folder.left_out)
-        parts_.writer.remove_file(place_of(source_, folder.path));
-
     Reading reading{folder, directory.get(), parts_.writer.known(source_, folder.path)};
     errno = 0;
     while (const dirent *entry = readdir(directory.get())) {
@@ -149,6 +159,10 @@ void Scan::visit(const Folder &folder) {
     forget_unseen(reading);
     if (gone_)
         return;
+    if (reading.failure != 0)
+        leave_out_folder(folder, strerrordesc_np(reading.failure));
+    else if (folder.left_out)
+        parts_.writer.remove_file(place_of(source_, folder.path));
     compare_image(reading);
     std::move(reading.folders.begin(), reading.folders.end(), std::back_inserter(waiting_));
     commit_when_due();
@@ -156,8 +170,14 @@ void Scan::visit(const Folder &folder) {
 
 void Scan::visit_entry(Reading &reading, const std::string &name) {
     struct stat status = {};
-    if (fstatat(dirfd(reading.directory), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return; // gone already
+    if (fstatat(dirfd(reading.directory), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno == ENOENT)
+            return; // gone already
+        reading.failure = errno;
+        reading.known.files.erase(name); // what is known of it stays
+        reading.known.folders.erase(name);
+        return;
+    }
     if (S_ISDIR(status.st_mode)) {
         reading.known.folders.erase(name);
         const bool left_out = reading.known.files.erase(name) != 0;
@@ -232,7 +252,7 @@ void Scan::visit_file(Reading &reading, const std::string &name, const struct st
         }
     }
     submit({song ? Job::What::song : Job::What::playlist, reading.named(name, source_),
-            absolute(path_below(reading.folder.path, name))});
+            absolute(path_below(reading.folder.path, name)), stamp});
 }
 
 void Scan::compare_image(Reading &reading) {
@@ -245,7 +265,7 @@ void Scan::compare_image(Reading &reading) {
     }
     if (reading.image != known.image || reading.image_stamp != known.image_stamp)
         submit({Job::What::image, reading.named(reading.image, source_),
-                absolute(path_below(reading.folder.path, reading.image))});
+                absolute(path_below(reading.folder.path, reading.image)), reading.image_stamp});
 }
 
 void Scan::forget_unseen(const Reading &reading) {
@@ -286,7 +306,7 @@ void Scan::submit(Job job) {
 
 void Scan::take(Done &&done) {
     if (!done.no_room.empty())
-        throw DatabaseError(done.no_room, false);
+        throw std::runtime_error(done.no_room);
     const FileName &where = done.job.where;
     switch (done.job.what) {
     case Job::What::song: {
@@ -304,7 +324,7 @@ void Scan::take(Done &&done) {
         if (stat(done.job.path.c_str(), &status) != 0)
             break; // gone already
         // Remembered also where it is of no use, or it would be read at every scan.
-        parts_.writer.put_image(where, stamp_of(status), done.artwork);
+        parts_.writer.put_image(where, done.job.stamp, done.artwork);
         if (!done.failure.empty())
             parts_.log(LOG_SEVERITY_WARNING,
                        fmt::format("left out: {}: {}", clean_text(done.job.path, path_text_max),

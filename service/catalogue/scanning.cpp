@@ -64,8 +64,12 @@ void Scanning::run() {
                            ? options_.scan_threads
                            : static_cast<int>(std::thread::hardware_concurrency());
     workers_ = std::make_unique<Workers>(std::max(wanted, 1), artwork_);
-    for (const auto &source : sources_)
-        prepare_(source->id);
+    try {
+        for (const auto &source : sources_)
+            prepare_(source->id);
+    } catch (const std::exception &) {
+        // What is not prepared is made when it is asked for.
+    }
     everything_ = true;
     steady_clock::time_point last;
     while (!stop_) {
@@ -143,22 +147,21 @@ bool Scanning::guarded(const std::function<void()> &work) {
             writer_ = std::make_unique<Writer>(*database_);
         work();
     } catch (const DatabaseError &error) {
-        failure = error.what();
+        failure = fmt::format("the catalogue {}", error.what());
         damaged_ = damaged_ || error.damaged();
     } catch (const std::exception &error) {
         failure = error.what();
     }
-    if (!failure.empty()) {
-        workers_->abandon();
-        if (writer_)
-            writer_->undo();
-        if (failure != failure_ && options_.log)
-            options_.log(
-                LOG_SEVERITY_ERROR,
-                fmt::format("scanning stops until the next rescan: the catalogue {}", failure));
-    }
+    if (failure.empty())
+        return true;
+    workers_->abandon();
+    if (writer_)
+        writer_->undo();
+    if (failure != failure_ && options_.log)
+        options_.log(LOG_SEVERITY_ERROR,
+                     fmt::format("scanning stops until the next rescan: {}", failure));
     failure_ = failure;
-    return failure.empty();
+    return false;
 }
 
 bool Scanning::scan_everything() {
@@ -170,8 +173,10 @@ bool Scanning::scan_everything() {
                      fmt::format("not every folder can be watched (fs.inotify.max_user_watches); "
                                  "all are looked at again every {} seconds",
                                  options_.rescan_unwatched.count() / 1000));
-    if (good && !stop_)
+    if (good && !stop_) {
+        failure_.clear(); // here alone: a part that went well says nothing of the others
         guarded([this] { database_->run("PRAGMA wal_checkpoint(TRUNCATE)"); });
+    }
     // What long tags took is not needed again soon.
     malloc_trim(0);
     return good;

@@ -36,10 +36,13 @@ int32_t SessionNumbers::take(int32_t count) {
     const std::lock_guard<std::mutex> guard(mutex_);
     if (next_ == 0) {
         std::ifstream noted(file_);
+        std::error_code error;
+        if (!noted && (std::filesystem::exists(file_, error) || error))
+            return 0; // for the moment it cannot be told which have been given
         if (!(noted >> next_) || next_ < 1)
             next_ = 1;
     }
-    if (count < 1 || next_ + count - 1 > INT32_MAX || !note(next_ + count))
+    if (count < 1 || next_ > INT32_MAX - count + int64_t{1} || !note(next_ + count))
         return 0;
     const int64_t first = next_;
     next_ += count;

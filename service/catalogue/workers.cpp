@@ -74,8 +74,13 @@ void step_back() {
 
 Workers::Workers(int threads, const ArtworkFolder &artwork)
     : artwork_(artwork), jobs_max_(jobs_a_thread * static_cast<std::size_t>(threads)) {
-    for (int i = 0; i < threads; ++i)
-        threads_.emplace_back([this] { work(); });
+    try {
+        for (int i = 0; i < threads; ++i)
+            threads_.emplace_back([this] { work(); });
+    } catch (const std::system_error &) {
+        if (threads_.empty()) // fewer do as well, only none does not
+            throw;
+    }
 }
 
 Workers::~Workers() {

@@ -22,6 +22,7 @@ struct Job {
     What what = What::song;
     FileName where;
     std::string path;
+    FileStamp stamp; // before it is read
 };
 
 struct Done {

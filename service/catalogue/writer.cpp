@@ -119,7 +119,7 @@ void Writer::put_song(const FoundSong &song) {
                   spaced(tags.get(VANTRO_KEY_COMPOSER)));
     link(row.id, row, genres);
     changed(source);
-    database_.run("INSERT OR IGNORE INTO unsettled(folder, source) VALUES(?1, ?2)", row.folder,
+    database_.run("INSERT OR REPLACE INTO unsettled(folder, source) VALUES(?1, ?2)", row.folder,
                   source);
 }
 
@@ -174,7 +174,7 @@ void Writer::remove_song(int32_t source, const SongRow &row) {
     database_.run("DELETE FROM song_detail WHERE song = ?1", row.id);
     database_.run("DELETE FROM song WHERE id = ?1", row.id);
     changed(source, -1);
-    database_.run("INSERT OR IGNORE INTO unsettled(folder, source) VALUES(?1, ?2)", row.folder,
+    database_.run("INSERT OR REPLACE INTO unsettled(folder, source) VALUES(?1, ?2)", row.folder,
                   source);
     ++pending_;
 }

@@ -21,13 +21,6 @@
 
 namespace vantro {
 
-// When a file was changed, and its size: what tells that it need not be read again.
-struct FileStamp {
-    int64_t modified_ns = 0;
-    int64_t size = 0;
-    bool operator==(const FileStamp &) const = default;
-};
-
 struct KnownFile {
     FileStamp stamp;
     bool left_out = false;

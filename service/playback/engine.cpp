@@ -344,7 +344,6 @@ std::optional<std::chrono::nanoseconds> Engine::wake() {
 
 std::optional<Engine::Start> Engine::take_start() {
     const std::lock_guard<std::mutex> guard(mutex_);
-    catch_up();
     if (start_taken_ || !playing())
         return std::nullopt;
     start_taken_ = true;
@@ -352,15 +351,18 @@ std::optional<Engine::Start> Engine::take_start() {
 }
 
 void Engine::checked(uint64_t number, int32_t error) {
+    // Time goes on in wake() and with commands alone: were it to go on here, tracks that last less
+    // than the look at their files would never be judged.
     const std::lock_guard<std::mutex> guard(mutex_);
-    const auto now = catch_up();
     if (number != start_ || !playing())
         return;
     if (error == 0) {
         failures_ = 0;
         return;
     }
-    place_at(position(now), now);
+    changes_.reserve(changes_.size() + notes_max);
+    const auto now = clock_();
+    place_at(std::min(position(now), duration()), now);
     modes_.state = VANTRO_STATE_STOPPED;
     note(0, now, error);
     place_at(0, now);

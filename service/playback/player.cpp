@@ -141,9 +141,9 @@ void Player::tell() {
     if (told_.load(std::memory_order_acquire) == engine.changes())
         return;
     bool moved = false;
-    {
+    try {
         const std::lock_guard<std::mutex> guard(telling_);
-        // One that throws for want of memory stays, for the next call.
+        // One that throws for want of memory stays, for the next call: of whoever is woken.
         for (Engine::Change change; engine.first_change(change); engine.drop_change()) {
             if (publisher_)
                 publish_change(change);
@@ -152,6 +152,10 @@ void Player::tell() {
                      change.what != Engine::Change::tick);
             told_.fetch_add(1, std::memory_order_release);
         }
+    } catch (...) {
+        if (moved_)
+            moved_();
+        throw;
     }
     if (moved && moved_)
         moved_();
@@ -163,8 +167,9 @@ void Player::publish_change(const Engine::Change &change) {
     if ((change.what & Engine::Change::state) != 0)
         publisher_->state(now.modes, change.error);
     if (!now.session) {
-        if (std::exchange(song_, 0) != 0)
+        if (song_ != 0)
             publisher_->session_gone();
+        song_ = 0;
         return;
     }
     if ((change.what & Engine::Change::session) != 0)
@@ -188,8 +193,8 @@ std::optional<std::chrono::nanoseconds> Player::wake() {
 }
 
 void Player::check_file() {
-    // A track that cannot be played is followed by the next.
-    while (const auto start = engine.take_start()) {
+    // One a round: where the next track has to be looked at, tell() sees to another.
+    if (const auto start = engine.take_start()) {
         engine.checked(start->number, catalogue_.check(start->song));
         tell();
     }

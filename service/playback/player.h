@@ -9,9 +9,10 @@
 // a command or answers a query calls it before the answer leaves: so a client that has an answer
 // finds the events of all that the answer tells.
 //
-// Any thread may call any operation. The catalogue is asked with no lock held that a query or a
-// command takes before it; the lock of a player is taken before that of its engine, and so is that
-// of its publisher.
+// Any thread may call any operation. The catalogue is asked without the lock of the player or of its
+// engine; while what it says is published the publisher's is held, so that an answer which has
+// something to tell waits for the reading of one song. The lock of a player is taken before that of
+// its engine, and so is that of its publisher.
 #ifndef VANTRO_SERVICE_PLAYBACK_PLAYER_H
 #define VANTRO_SERVICE_PLAYBACK_PLAYER_H
 

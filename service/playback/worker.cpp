@@ -39,12 +39,15 @@ void Worker::run() {
         wanted_ = false;
         lock.unlock();
         std::optional<std::chrono::nanoseconds> next;
+        bool failed = false;
         try {
             next = round_();
         } catch (const std::exception &) {
             next = try_again;
+            failed = true;
         }
         lock.lock();
+        wanted_ = wanted_ && !failed; // not again at once
         const auto called = [this] { return wanted_ || stop_; };
         if (next)
             wake_.wait_for(lock, *next, called);

@@ -83,10 +83,11 @@ void Publisher::track(int32_t index, uint64_t tsid, const Node *node,
     tsid_ = tsid;
     node_ = node ? json_of(*node) : "";
     metadata_ = metadata ? json_of(*metadata) : "";
-    publish("track", {{"index", KIVO_NUMBER, std::to_string(index).c_str()},
-                      {"tsid", KIVO_NUMBER, std::to_string(tsid).c_str()},
-                      {"media_node", node ? KIVO_JSON : KIVO_TEXT, node_.c_str()},
-                      {"metadata", KIVO_JSON, metadata ? metadata_.c_str() : nullptr}});
+    if (!publish("track", {{"index", KIVO_NUMBER, std::to_string(index).c_str()},
+                           {"tsid", KIVO_NUMBER, std::to_string(tsid).c_str()},
+                           {"media_node", node ? KIVO_JSON : KIVO_TEXT, node_.c_str()},
+                           {"metadata", KIVO_JSON, metadata ? metadata_.c_str() : nullptr}}))
+        node_.assign(1, unpublished);
 }
 
 void Publisher::track_changed(const Node *node, const SongMetadata *metadata) {

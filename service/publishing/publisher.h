@@ -59,6 +59,8 @@ class Publisher {
     Publisher(std::string player, Log log, object_publisher *publisher)
         : player_(std::move(player)), log_(std::move(log)), publisher_(publisher) {}
 
+    static constexpr char unpublished = '-'; // no JSON text
+
     bool publish(const std::string &object, std::initializer_list<object_attribute> attributes);
     bool done(int result, const std::string &object);
 

@@ -173,6 +173,18 @@ TEST(Engine, RefusesWithoutChange) {
     EXPECT_EQ(modes.repeat + modes.shuffle, 0);
 }
 
+TEST(Engine, TracksShorterThanTheLookAtTheirFilesAreJudged) {
+    Bench bench(session_of({1, 1}));
+    bench.engine.set_repeat(VANTRO_REPEAT_ALL);
+    bench.engine.play();
+    for (int looks = 0; const auto start = bench.engine.take_start(); ++looks) {
+        ASSERT_LT(looks, 2);
+        bench.now += std::chrono::milliseconds(5);
+        bench.engine.checked(start->number, VANTRO_ERROR_GONE);
+    }
+    EXPECT_EQ(bench.engine.snapshot().modes.state, VANTRO_STATE_STOPPED);
+}
+
 TEST(Engine, ShufflePlaysEveryTrackOnceAndWalksBack) {
     Bench bench(session_of(std::vector<int32_t>(100, 1'000)));
     for (int i = 0; i < 40; ++i)

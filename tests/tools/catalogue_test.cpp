@@ -116,6 +116,8 @@ TEST_F(Catalogue, SaysWhatDoesNotExist) {
         {{"search", "x", "--album", "--title"}, 2, "--album and --title"},
         {{"search"}, 2, "TERM is required"},
         {{"jump", "0"}, 2, "N: a whole number from 1 on"},
+        {{"jump", "010"}, 2, "N: a whole number from 1 on"},
+        {{"browse", "1:albums%00junk"}, 6, "no node 1:albums%2500junk"},
         {{"load", "1:", "--index", "x"}, 2, "--index: a whole number"},
         {{"browse", "--depth", "2"}, 2, "--depth requires --tree"},
         {{"browse", "--tree", "--depth", "65"}, 2, "--depth: a whole number from 1 to 64"},

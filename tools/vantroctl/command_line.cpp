@@ -1,6 +1,7 @@
 #include "tools/vantroctl/command_line.h"
 
 #include <algorithm>
+#include <charconv>
 #include <limits>
 
 #include <fmt/format.h>
@@ -39,12 +40,17 @@ constexpr int depth_max = 64;
 
 constexpr int32_t number_max = std::numeric_limits<int32_t>::max();
 
-/** A check for whole numbers. The one that comes with the option's type shows its end to users. */
+/**
+ * A check for whole numbers. The one that comes with the option's type shows its end to users, and
+ * takes a padded number for an octal one.
+ */
 auto whole_number(int32_t least, int32_t most = number_max) {
     return [=](const std::string &text) {
         int64_t number = 0;
-        const bool good =
-            CLI::detail::lexical_cast(text, number) && number >= least && number <= most;
+        const char *const text_end = text.data() + text.size();
+        const auto [end, error] = std::from_chars(text.data(), text_end, number);
+        const bool good = error == std::errc() && end == text_end && number >= least &&
+                          number <= most && (text[0] != '0' || text.size() == 1);
         return good                ? std::string()
                : most < number_max ? fmt::format("a whole number from {} to {}", least, most)
                                    : fmt::format("a whole number from {} on", least);

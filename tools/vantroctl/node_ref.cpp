@@ -27,7 +27,7 @@ std::string decoded(std::string_view text) {
     for (size_t i = 0; i < text.size(); ++i) {
         const int high = text[i] == '%' && i + 2 < text.size() ? hex_digit(text[i + 1]) : -1;
         const int low = high >= 0 ? hex_digit(text[i + 2]) : -1;
-        if (low >= 0) {
+        if (low >= 0 && (high | low) != 0) { // no id holds a NUL
             id += static_cast<char>(high * 16 + low);
             i += 2;
         } else {

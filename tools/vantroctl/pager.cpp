@@ -66,7 +66,9 @@ void Pager::start() {
     // Unless the user has told it otherwise: what it showed stays on the screen, and is UTF-8.
     setenv("LESS", "FRX", 0);
     setenv("LESSCHARSET", "utf-8", 0);
+    std::signal(SIGPIPE, SIG_DFL); // A pager may be a pipe itself, and inherits this.
     pipe_ = popen(command_.c_str(), "we");
+    std::signal(SIGPIPE, SIG_IGN);
     if (pipe_) {
         // An interrupt is for the pager, which goes on; whoever leaves it ends this as well.
         std::signal(SIGINT, SIG_IGN);

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -17,6 +18,8 @@ constexpr char clear[] = "\x1B[?25l\x1B[H\x1B[2J";
 constexpr char give_back_sequence[] = "\x1B[?25h\x1B[?1049l";
 
 /* Plain data, since a handler of a signal may have to give the terminal back. */
+constexpr int room_wait_ms = 100;
+
 volatile std::sig_atomic_t is_taken = 0;
 bool keys_known = false;
 termios keys_before;
@@ -27,8 +30,12 @@ void restore() {
         return;
     }
     is_taken = 0;
-    [[maybe_unused]] const ssize_t written =
-        write(STDOUT_FILENO, give_back_sequence, sizeof give_back_sequence - 1);
+    // Not where the terminal takes no output: nobody could end this then.
+    pollfd room = {STDOUT_FILENO, POLLOUT, 0};
+    if (poll(&room, 1, room_wait_ms) == 1) {
+        [[maybe_unused]] const ssize_t written =
+            write(STDOUT_FILENO, give_back_sequence, sizeof give_back_sequence - 1);
+    }
     if (keys_known) {
         tcsetattr(STDIN_FILENO, TCSANOW, &keys_before);
     }

@@ -99,8 +99,14 @@ class Watch {
             if (const std::optional<int> number = end_signal()) {
                 return number;
             }
-            if (ready[1].revents != 0 && !write_some()) {
-                return std::nullopt;
+            if (ready[1].revents != 0) {
+                if (!writing) {
+                    return std::nullopt; // Nobody asked for room: the pipe or the terminal is gone.
+                }
+                // A signal may have taken back what was to be written.
+                if (!pending_.empty() && !write_some()) {
+                    return std::nullopt;
+                }
             }
             if (ready[2].revents != 0) {
                 for (const PlayerEvent &event : inbox_.take()) {
@@ -130,9 +136,6 @@ class Watch {
 
     /** As much as goes out without waiting. @return false where the reader has left. */
     bool write_some() {
-        if (pending_.empty()) {
-            return false; // Nobody asked for room: the pipe or the terminal is gone.
-        }
         const ssize_t written =
             write(STDOUT_FILENO, pending_.data(), std::min<size_t>(pending_.size(), PIPE_BUF));
         if (written >= 0) {
@@ -190,10 +193,10 @@ void run_watch(const WatchOptions &options) {
         followers.push_back(std::make_unique<Follower>(client, inbox));
     }
     const Signals signals(view->signals());
+    const ClosedAtTheEnd closed{inbox};
     for (const auto &follower : followers) {
         follower->start();
     }
-    const ClosedAtTheEnd closed{inbox};
     view->begin();
     if (const std::optional<int> number = Watch(*view, inbox, signals).run()) {
         view.reset(); // The terminal is given back first.

@@ -288,10 +288,16 @@ TEST_F(Scanned, KeepsWhatItKnowsOfADirectoryThatIsGone) {
 
     close();
     fs::rename(music_, away);
-    open(false); // gone from the beginning
-    store_->start_scanning();
-    await([&] { return status() == VANTRO_SOURCE_UNAVAILABLE; });
-    EXPECT_EQ(names("songs"), (Names{"one", "two"}));
+    for (const bool is_place :
+         {false, true}) { // gone from the beginning, like a disk's place or not
+        if (is_place)
+            fs::create_directory(music_);
+        open(false);
+        store_->start_scanning();
+        await([&] { return status() == VANTRO_SOURCE_UNAVAILABLE; });
+        EXPECT_EQ(names("songs"), (Names{"one", "two"}));
+        close();
+    }
 }
 
 TEST_F(Scanned, KeepsWhatItKnowsOfAFolderThatCannotBeRead) {
@@ -303,12 +309,14 @@ TEST_F(Scanned, KeepsWhatItKnowsOfAFolderThatCannotBeRead) {
     Process child([&] { // as somebody who may not read everything
         become_plain_user();
         open();
-        fs::permissions(music_ / "shut", fs::perms::none);
-        scan();
-        EXPECT_EQ(complaints().size(), 1u);
-        scan();
-        EXPECT_EQ(complaints(), Names{});
-        EXPECT_EQ(names("songs"), (Names{"one", "two"}));
+        for (const auto left : {fs::perms::none, fs::perms::owner_read}) {
+            fs::permissions(music_ / "shut", left);
+            scan();
+            EXPECT_EQ(complaints().size(), left == fs::perms::none ? 1u : 0u);
+            scan();
+            EXPECT_EQ(complaints(), Names{});
+            EXPECT_EQ(names("songs"), (Names{"one", "two"}));
+        }
         fs::permissions(music_ / "shut", fs::perms::owner_all);
         fs::remove(music_ / "shut/2.flac");
         scan();
