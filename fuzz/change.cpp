@@ -10,7 +10,7 @@
 
 #include <vantro/platform/change.h>
 
-#include "platform/linux/picture.h"
+#include "platform/portable/object_state.h"
 
 namespace {
 

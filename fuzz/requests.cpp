@@ -9,7 +9,7 @@
 #include <vantro/protocol.h>
 
 #include "service/requests/answers.h"
-#include "tests/service/memory_catalogue.h"
+#include "tests/support/memory_catalogue.h"
 
 using namespace vantro;
 

@@ -9,13 +9,13 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/linux/connection.h"
-#include "platform/linux/dispatch.h"
-#include "platform/linux/numbers.h"
-#include "platform/linux/object_reader.h"
-#include "platform/linux/platform_path.h"
-#include "platform/linux/published_name.h"
-#include "platform/linux/scoped.h"
+#include "platform/linux/messages/connection.h"
+#include "platform/linux/messages/numbers.h"
+#include "platform/linux/objects/object_reader.h"
+#include "platform/linux/paths/path_dispatch.h"
+#include "platform/linux/runtime/platform_path.h"
+#include "platform/linux/runtime/published_name.h"
+#include "platform/portable/guards.h"
 
 using namespace vantro::platform;
 

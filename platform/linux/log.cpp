@@ -11,9 +11,9 @@
 
 #include <vantro/platform/limits.h>
 
-#include "platform/linux/kept.h"
-#include "platform/linux/scoped.h"
-#include "platform/linux/unique_fd.h"
+#include "platform/linux/base/never_destroyed.h"
+#include "platform/linux/base/unique_fd.h"
+#include "platform/portable/guards.h"
 
 namespace {
 

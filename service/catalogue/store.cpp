@@ -12,17 +12,17 @@
 #include <vantro/catalogue.h>
 #include <vantro/platform/log.h>
 
-#include "service/catalogue/artwork.h"
-#include "service/catalogue/lists.h"
-#include "service/catalogue/metadata.h"
-#include "service/catalogue/names.h"
-#include "service/catalogue/pool.h"
-#include "service/catalogue/scanning.h"
-#include "service/catalogue/schema.h"
-#include "service/catalogue/song_file.h"
-#include "service/catalogue/state.h"
-#include "service/catalogue/text.h"
-#include "service/catalogue/view.h"
+#include "service/catalogue/database/connection_pool.h"
+#include "service/catalogue/database/schema.h"
+#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/song_file.h"
+#include "service/catalogue/query/list_cache.h"
+#include "service/catalogue/query/metadata.h"
+#include "service/catalogue/query/view.h"
+#include "service/catalogue/scan/scan_thread.h"
+#include "service/catalogue/state_directory.h"
+#include "service/catalogue/text/names.h"
+#include "service/catalogue/text/utf8.h"
 
 namespace vantro {
 

@@ -9,7 +9,7 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
-#include "service/catalogue/text.h"
+#include "service/catalogue/text/utf8.h"
 
 namespace vantro {
 

@@ -5,8 +5,8 @@
 #include <vantro/platform/json.h>
 
 #include "player/handle.h"
-#include "tests/events/support.h"
-#include "tests/records/failing_memory.h"
+#include "tests/support/failing_memory.h"
+#include "tests/support/player_follower.h"
 
 namespace {
 bool refuses = false; // Whether the calls below fail.

@@ -15,8 +15,8 @@
 
 #include "events/log.h"
 #include "events/queue.h"
-#include "tests/events/support.h"
-#include "tests/records/failing_memory.h"
+#include "tests/support/failing_memory.h"
+#include "tests/support/player_follower.h"
 
 namespace vantro::events {
 namespace {

@@ -8,8 +8,8 @@
 #include <random>
 #include <thread>
 
-#include "tests/events/support.h"
-#include "tests/tools/process.h"
+#include "tests/support/player_follower.h"
+#include "tests/support/process.h"
 
 namespace vantro::events {
 namespace {

@@ -26,8 +26,8 @@
 #include <vantro/platform/message.h>
 #include <vantro/platform/names.h>
 
-#include "platform/linux/unique_fd.h"
-#include "platform/linux/wire.h"
+#include "platform/linux/base/unique_fd.h"
+#include "platform/linux/messages/wire.h"
 
 namespace vantro::test {
 

@@ -11,7 +11,7 @@
 
 #include "player/handle.h"
 #include "tests/player/service.h"
-#include "tests/records/failing_memory.h"
+#include "tests/support/failing_memory.h"
 
 namespace {
 

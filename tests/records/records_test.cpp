@@ -13,7 +13,7 @@
 
 #include "records/fields.h"
 #include "records/unpack.h"
-#include "tests/records/failing_memory.h"
+#include "tests/support/failing_memory.h"
 
 namespace {
 

@@ -16,8 +16,8 @@
 #include <vantro/player.h>
 #include <vantro/protocol.h>
 
-#include "service/music.h"
-#include "tools/process.h"
+#include "tests/support/music.h"
+#include "tests/support/process.h"
 
 namespace vantro {
 

@@ -1,4 +1,4 @@
-#include "transport/support.h"
+#include "tests/transport/support.h"
 
 #include <cstring>
 

@@ -21,7 +21,7 @@
 #include <vantro/platform/io.h>
 #include <vantro/platform/names.h>
 
-#include "tools/process.h"
+#include "tests/support/process.h"
 
 namespace vantro::test {
 

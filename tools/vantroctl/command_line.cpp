@@ -8,9 +8,9 @@
 
 #include <vantro/catalogue.h>
 
-#include "tools/vantroctl/commands.h"
-#include "tools/vantroctl/node_ref.h"
-#include "tools/vantroctl/time_text.h"
+#include "tools/vantroctl/text/node_ref.h"
+#include "tools/vantroctl/text/time_text.h"
+#include "tools/vantroctl/verbs/commands.h"
 
 namespace vantro {
 namespace {

@@ -9,8 +9,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/vantroctl/client.h"
-#include "tools/vantroctl/lists.h"
+#include "tools/vantroctl/service/client.h"
+#include "tools/vantroctl/verbs/listings.h"
 
 namespace vantro {
 

@@ -10,17 +10,17 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include "tools/vantroctl/client.h"
 #include "tools/vantroctl/command_line.h"
-#include "tools/vantroctl/commands.h"
-#include "tools/vantroctl/display_text.h"
 #include "tools/vantroctl/failure.h"
-#include "tools/vantroctl/json_text.h"
-#include "tools/vantroctl/library_log.h"
-#include "tools/vantroctl/lists.h"
-#include "tools/vantroctl/output.h"
-#include "tools/vantroctl/status_view.h"
-#include "tools/vantroctl/watch.h"
+#include "tools/vantroctl/output/json_output.h"
+#include "tools/vantroctl/output/output.h"
+#include "tools/vantroctl/output/status_view.h"
+#include "tools/vantroctl/service/client.h"
+#include "tools/vantroctl/service/library_log.h"
+#include "tools/vantroctl/text/display_text.h"
+#include "tools/vantroctl/verbs/commands.h"
+#include "tools/vantroctl/verbs/listings.h"
+#include "tools/vantroctl/watch/watch.h"
 
 namespace {
 

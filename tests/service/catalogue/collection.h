@@ -19,8 +19,8 @@
 #include <vantro/platform/log.h>
 
 #include "service/catalogue/store.h"
-#include "service/music.h"
-#include "tools/process.h"
+#include "tests/support/music.h"
+#include "tests/support/process.h"
 
 namespace vantro {
 

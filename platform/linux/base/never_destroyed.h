@@ -1,0 +1,27 @@
+#ifndef VANTRO_PLATFORM_LINUX_BASE_NEVER_DESTROYED_H
+#define VANTRO_PLATFORM_LINUX_BASE_NEVER_DESTROYED_H
+
+#include <new>
+
+namespace vantro::platform {
+
+/**
+ * An object that is never destroyed: other threads may use it while the process ends. It lies in
+ * the library's own memory, which goes when the library is unloaded; what it holds then is lost.
+ */
+template <typename Object>
+class Kept {
+  public:
+    Kept() { new (memory_) Object; }
+    Kept(const Kept &) = delete;
+    Kept &operator=(const Kept &) = delete;
+
+    Object *get() { return std::launder(reinterpret_cast<Object *>(memory_)); }
+
+  private:
+    alignas(Object) unsigned char memory_[sizeof(Object)];
+};
+
+} // namespace vantro::platform
+
+#endif

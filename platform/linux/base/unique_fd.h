@@ -1,0 +1,42 @@
+#ifndef VANTRO_PLATFORM_LINUX_BASE_UNIQUE_FD_H
+#define VANTRO_PLATFORM_LINUX_BASE_UNIQUE_FD_H
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace vantro::platform {
+
+/** Closes a descriptor once, and never again after EINTR: the number is then free. */
+inline void close_descriptor(int fd) {
+    if (fd >= 0) {
+        ::close(fd);
+    }
+}
+
+/** Owns a descriptor. */
+class UniqueFd {
+  public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    UniqueFd(UniqueFd &&other) noexcept : fd_(other.release()) {}
+    UniqueFd &operator=(UniqueFd &&other) noexcept {
+        if (this != &other) {
+            reset(other.release());
+        }
+        return *this;
+    }
+    ~UniqueFd() { reset(); }
+
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+    int release() { return std::exchange(fd_, -1); }
+    void reset(int fd = -1) { close_descriptor(std::exchange(fd_, fd)); }
+
+  private:
+    int fd_ = -1;
+};
+
+} // namespace vantro::platform
+
+#endif

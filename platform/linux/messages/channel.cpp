@@ -1,0 +1,297 @@
+/* Channels: making and destroying them, and waiting on one for whatever comes next. */
+#include <limits.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "platform/linux/messages/server.h"
+#include "platform/linux/paths/path_dispatch.h"
+#include "platform/portable/guards.h"
+
+using namespace vantro::platform;
+
+namespace vantro::platform {
+
+void ring(const Channel &channel) {
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(channel.wake.get(), &one, sizeof one);
+}
+
+namespace {
+
+/* The message that this thread received last, as far as it may hold a disconnect pulse back. */
+struct Current {
+    int receive_id = 0;
+    uint32_t incarnation = 0; /* of its client */
+
+    ~Current() { release(); }
+    void release() {
+        if (receive_id == 0) {
+            return;
+        }
+        const ReceiveId id = ReceiveId::unpack(receive_id);
+        receive_id = 0;
+        Server &server = Server::instance();
+        const std::lock_guard guard(server.lock);
+        Client *client = server.find_client(id.serial);
+        if (!client || client->incarnation != incarnation || id.lane >= client->lanes.size() ||
+            client->lanes[id.lane].exchange != id.exchange) {
+            return;
+        }
+        server.release_pulse(*client, client->lanes[id.lane]);
+        server.erase_if_finished(*client);
+    }
+};
+
+thread_local Current current;
+
+/** Takes the next pulse of the system's own. @return false when there is none. */
+bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
+    uint64_t count;
+    if (::read(channel.wake.get(), &count, sizeof count) != sizeof count) {
+        return false; /* another thread was faster */
+    }
+    const std::lock_guard guard(Server::instance().lock);
+    if (channel.destroyed || channel.first_pulse == 0) {
+        return false;
+    }
+    /* Not detached before this, and so still there. */
+    Client &client = *Server::instance().find_client(channel.first_pulse);
+    channel.first_pulse = std::exchange(client.next_pulse, 0);
+    client.pulse_received = true;
+    pulse.code = PULSE_CODE_DISCONNECT;
+    pulse.conn_id = make_number(NumberKind::client_id, static_cast<int>(client.serial));
+    return true;
+}
+
+/** Takes the next pulse that a program sent. Codes below zero are the system's to send. */
+bool take_sent_pulse(const Channel &channel, bool hung_up, struct ipc_pulse &pulse) {
+    int socket;
+    {
+        const std::lock_guard guard(Server::instance().lock);
+        socket = channel.pulse_receive.get(); /* made once, and kept as long as the channel */
+    }
+    struct iovec part = {&pulse, sizeof pulse};
+    Arrival arrival;
+    const ssize_t received = receive_packet(socket, &part, 1, MSG_DONTWAIT, arrival);
+    if (received == 0 && hung_up) {
+        /* A server to whom the send end was announced has shut it down: nothing comes here any
+         * more, and the socket would stay readable for ever. */
+        ::epoll_ctl(channel.epoll.get(), EPOLL_CTL_DEL, socket, nullptr);
+    }
+    if (received != sizeof pulse || pulse.code < 0) {
+        return false;
+    }
+    const struct ipc_pulse clean = {.type = 0,
+                                    .subtype = 0,
+                                    .code = pulse.code,
+                                    .zero = {0, 0, 0},
+                                    .value = pulse.value,
+                                    .conn_id = 0};
+    pulse = clean;
+    return true;
+}
+
+bool destroyed(const Channel &channel) {
+    const std::lock_guard guard(Server::instance().lock);
+    return channel.destroyed;
+}
+
+/** Waits for one event; the only cancellation point of a receive. */
+int wait_for_event(const Channel &channel, const CancelDisabled &cancel,
+                   struct epoll_event &event) {
+    pthread_setcancelstate(cancel.previous(), nullptr);
+    const int ready = ::epoll_wait(channel.epoll.get(), &event, 1, -1);
+    const KeepErrno keep;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    return ready;
+}
+
+} // namespace
+
+void forget_current(int receive_id) {
+    if (current.receive_id == receive_id) {
+        current.receive_id = 0;
+    }
+}
+
+} // namespace vantro::platform
+
+static int make_channel(unsigned flags) {
+    Server &server = Server::instance();
+    const auto channel = std::make_shared<Channel>();
+    channel->flags = flags;
+    channel->epoll.reset(::epoll_create1(EPOLL_CLOEXEC));
+    if (!channel->epoll) {
+        return -1;
+    }
+    channel->wake.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE));
+    if (!channel->wake) {
+        return -1;
+    }
+    struct epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.u64 = Source{Source::system_pulse}.pack();
+    if (::epoll_ctl(channel->epoll.get(), EPOLL_CTL_ADD, channel->wake.get(), &event) != 0) {
+        return -1;
+    }
+    const std::lock_guard guard(server.lock);
+    channel->number = make_number(NumberKind::channel, ++server.last_channel);
+    server.channels.emplace(channel->number, channel);
+    return channel->number;
+}
+
+int channel_create(unsigned flags) {
+    return or_no_memory([flags] { return make_channel(flags); });
+}
+
+int channel_destroy(int number) {
+    Server &server = Server::instance();
+    std::shared_ptr<Channel> channel;
+    {
+        const std::lock_guard guard(server.lock);
+        const auto found = server.channels.find(number);
+        if (found == server.channels.end()) {
+            return fail(EBADF);
+        }
+        channel = std::move(found->second);
+        server.channels.erase(found);
+        channel->destroyed = true;
+        for (size_t i = 1; channel->client_count > 0 && i < server.clients.size(); ++i) {
+            if (Client *client = server.clients[i].get();
+                client && client->channel == channel.get()) {
+                server.disconnect(*client);
+            }
+        }
+        if (channel->flags & CHANNEL_DISCONNECT) {
+            for (auto &client : server.clients) { /* gone, and waiting for their pulse */
+                if (client && client->channel == channel.get()) {
+                    client->detached = true;
+                    server.erase_if_finished(*client);
+                }
+            }
+        }
+    }
+    for (auto &listener : channel->listeners) {
+        listener->name.withdraw();
+    }
+    /* Semaphore counts are taken one at a time: enough for every thread that may wait here. */
+    const uint64_t all_threads = INT_MAX;
+    [[maybe_unused]] const ssize_t written =
+        ::write(channel->wake.get(), &all_threads, sizeof all_threads);
+    return 0;
+}
+
+int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_info *info) {
+    current.release();
+    const CancelDisabled cancel;
+    const std::shared_ptr<Channel> channel = Server::instance().find_channel(number);
+    if (!channel) {
+        return fail(EBADF);
+    }
+    PartList list;
+    if (!list.assign(parts, count)) {
+        return -1;
+    }
+    for (;;) {
+        struct epoll_event event;
+        if (wait_for_event(*channel, cancel, event) < 0) {
+            return -1;
+        }
+        const Source source = Source::unpack(event.data.u64);
+        const bool hung_up = event.events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR);
+        struct ipc_pulse pulse = {};
+        bool pulsed = false;
+        switch (source.kind) {
+        case Source::system_pulse:
+            pulsed = take_system_pulse(*channel, pulse);
+            if (!pulsed && destroyed(*channel)) {
+                return fail(EBADF);
+            }
+            break;
+        case Source::sent_pulse:
+            pulsed = take_sent_pulse(*channel, hung_up, pulse);
+            break;
+        case Source::new_client:
+            accept_client(*channel, source.serial);
+            break;
+        case Source::client_control:
+            serve_control(source);
+            break;
+        case Source::client_lane: {
+            ReceivedMessage message;
+            if (receive_from_lane(source, hung_up, list, message)) {
+                if (info) {
+                    *info = message.info;
+                }
+                current.receive_id = message.receive_id;
+                current.incarnation = message.client_incarnation;
+                return message.receive_id;
+            }
+            break;
+        }
+        }
+        if (pulsed) {
+            scatter(list.callers(), list.count(), &pulse, sizeof pulse);
+            if (info) {
+                *info = {};
+                info->channel = number;
+            }
+            return 0;
+        }
+    }
+}
+
+int ipc_receive_pulse(int number, void *pulse, size_t size, struct ipc_info *info) {
+    if (!pulse || size < sizeof(struct ipc_pulse)) {
+        return fail(EINVAL);
+    }
+    for (;;) {
+        const struct iovec part = {pulse, sizeof(struct ipc_pulse)};
+        const int receive_id = ipc_receive(number, &part, 1, info);
+        if (receive_id <= 0) {
+            return receive_id;
+        }
+        ipc_error(receive_id, ENOSYS);
+    }
+}
+
+namespace vantro::platform {
+
+int listen_on(int number, const std::string &place, int attachment) {
+    Server &server = Server::instance();
+    const std::shared_ptr<Channel> channel = server.find_channel(number);
+    if (!channel) {
+        return fail(EBADF);
+    }
+    auto listener = std::make_unique<Listener>();
+    listener->attachment = attachment;
+    listener->socket = listener->name.publish(place);
+    if (!listener->socket) {
+        return -1;
+    }
+    const std::lock_guard guard(server.lock);
+    struct epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.u64 =
+        Source{Source::new_client, static_cast<uint16_t>(channel->listeners.size()), 0, 0}.pack();
+    if (channel->destroyed) {
+        return fail(EBADF);
+    }
+    if (attachment != 0) {
+        channel->flags |= CHANNEL_DISCONNECT; /* what opens of a path hold goes with their client */
+    }
+    const int socket = listener->socket.get();
+    channel->listeners.push_back(std::move(listener));
+    if (::epoll_ctl(channel->epoll.get(), EPOLL_CTL_ADD, socket, &event) != 0) {
+        const KeepErrno keep;
+        channel->listeners.pop_back();
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace vantro::platform

@@ -1,0 +1,300 @@
+/* Connections: the table, the pool of lanes, and the conversation on the control socket. */
+#include "platform/linux/messages/connection.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+
+#include "platform/linux/base/never_destroyed.h"
+#include "platform/portable/guards.h"
+
+namespace vantro::platform {
+
+namespace {
+
+void before_fork() {
+    Connections::instance().lock.lock();
+}
+void after_fork_in_parent() {
+    Connections::instance().lock.unlock();
+}
+void after_fork_in_child() {
+    Connections &connections = Connections::instance();
+    for (auto &[number, connection] : connections.table) {
+        connection->abandon_in_child();
+        /* Its lock may be held for ever, and threads wait in it that are not here: never freed. */
+        new (std::nothrow) std::shared_ptr<Connection>(connection);
+    }
+    connections.lock.unlock();
+}
+
+} // namespace
+
+Connections &Connections::instance() {
+    static Connections *const connections = [] {
+        pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+        static Kept<Connections> kept;
+        return kept.get();
+    }();
+    return *connections;
+}
+
+std::shared_ptr<Connection> Connections::find(int number) {
+    const std::lock_guard guard(lock);
+    const auto found = table.find(number);
+    return found == table.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<Connection> Connections::remove(int number) {
+    const std::lock_guard guard(lock);
+    const auto found = table.find(number);
+    if (found == table.end()) {
+        return nullptr;
+    }
+    std::shared_ptr<Connection> connection = std::move(found->second);
+    table.erase(found);
+    if (table.empty()) {
+        decltype(table)().swap(table); /* its memory too: the library may be unloaded next */
+    }
+    if (connection->abandoned()) {
+        connection->give_up_number();
+    }
+    return connection;
+}
+
+int Connections::open(UniqueFd control, NumberKind kind) {
+    const int number = make_number(kind, control.get());
+    const auto connection = std::make_shared<Connection>(std::move(control));
+    {
+        /* Before the wait for the server, so that the child of a fork meanwhile closes its copy. */
+        const std::lock_guard guard(lock);
+        auto &entry = table[number];
+        if (entry) {
+            entry->forget_number();
+        }
+        entry = connection;
+    }
+    if (!connection->start()) {
+        const KeepErrno keep;
+        remove(number);
+        return -1;
+    }
+    return number;
+}
+
+Connection::~Connection() {
+    for (int i = 0; i < lane_count_; ++i) {
+        close_descriptor(lanes_[static_cast<size_t>(i)]);
+    }
+}
+
+bool Connection::start() {
+    owed_ = control_lane_request;
+    const int error = collect();
+    if (error != 0) {
+        errno = error;
+    }
+    return error == 0;
+}
+
+void Connection::abandon_in_child() {
+    if (abandoned_) {
+        return;
+    }
+    abandoned_ = true;
+    for (int i = 0; i < lane_count_; ++i) {
+        close_descriptor(lanes_[static_cast<size_t>(i)]);
+    }
+    lane_count_ = idle_count_ = 0;
+    const UniqueFd placeholder(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    if (!placeholder || ::dup3(placeholder.get(), control_.get(), O_CLOEXEC) < 0) {
+        control_.reset();
+    }
+}
+
+void Connection::mark_dead() {
+    dead_ = true;
+    const std::lock_guard guard(lock_);
+    changed_.notify_all();
+}
+
+int Connection::take_lane() {
+    std::unique_lock guard(lock_);
+    for (;;) {
+        if (dead_) {
+            return fail(ECONNRESET);
+        }
+        if (idle_count_ > 0) {
+            return idle_[static_cast<size_t>(--idle_count_)];
+        }
+        const bool may_grow = lane_count_ < IPC_LANES_MAX && !(full_ && lane_count_ > 0);
+        if (may_grow && !control_busy_) {
+            const int error = request_lane(guard);
+            if (error == ECONNRESET || error == EINTR || (error != 0 && lane_count_ == 0)) {
+                return fail(error);
+            }
+            full_ = error != 0; /* whatever it is that there is no room for, and on whose side */
+            continue;
+        }
+        ++waiters_;
+        changed_.wait(guard);
+        --waiters_;
+    }
+}
+
+int Connection::request_lane(std::unique_lock<std::mutex> &guard) {
+    control_busy_ = true;
+    guard.unlock();
+    const int error = ask(control_lane_request, 0, -1);
+    guard.lock();
+    control_busy_ = false;
+    changed_.notify_all();
+    return error;
+}
+
+void Connection::give_back(int lane) {
+    const std::lock_guard guard(lock_);
+    idle_[static_cast<size_t>(idle_count_++)] = lane;
+    if (idle_count_ == lane_count_) {
+        full_ = false; /* what was short then may not be when lanes run out again */
+    }
+    if (waiters_ > 0) {
+        /* Who waits for the control socket has no use for a lane, and would keep it to itself. */
+        control_busy_ ? changed_.notify_all() : changed_.notify_one();
+    }
+}
+
+void Connection::drop(int lane) {
+    {
+        const std::scoped_lock guard(Connections::instance().lock, lock_);
+        const auto end = lanes_.begin() + lane_count_;
+        *std::find(lanes_.begin(), end, lane) = *(end - 1);
+        --lane_count_;
+        full_ = false;
+        changed_.notify_all();
+    }
+    close_descriptor(lane);
+}
+
+int Connection::ask(ControlKind kind, int value, int descriptor) {
+    while (owed_ != 0) {
+        const uint32_t kind_owed = owed_;
+        const int error = collect();
+        if (error == EINTR || error == ECONNRESET) {
+            return error;
+        }
+        if (kind_owed == kind && kind == control_lane_request) {
+            return error; /* that is the lane we came for */
+        }
+    }
+    ControlRecord record{kind, value};
+    const struct iovec part = {&record, sizeof record};
+    if (send_packet(control_.get(), &part, 1, descriptor, 0) != sizeof record) {
+        if (errno == EPIPE || errno == ECONNRESET) {
+            mark_dead();
+            return ECONNRESET;
+        }
+        return errno;
+    }
+    owed_ = kind;
+    return collect();
+}
+
+int Connection::collect() {
+    ControlRecord record;
+    struct iovec part = {&record, sizeof record};
+    Arrival arrival;
+    const ssize_t received = receive_packet(control_.get(), &part, 1, 0, arrival);
+    if (received < 0 && errno == EINTR) {
+        return EINTR;
+    }
+    const uint32_t kind = owed_;
+    owed_ = 0;
+    if (received == sizeof record && record.kind == control_refused && record.value > 0) {
+        return record.value;
+    }
+    if (received == sizeof record && kind == control_lane_request &&
+        record.kind == control_lane_granted) {
+        if (!arrival.descriptor) {
+            return EMFILE;
+        }
+        const std::scoped_lock guard(Connections::instance().lock, lock_);
+        const int lane = arrival.descriptor.release();
+        lanes_[static_cast<size_t>(lane_count_++)] = lane;
+        idle_[static_cast<size_t>(idle_count_++)] = lane;
+        return 0;
+    }
+    if (received == sizeof record && kind == control_pulse_announce &&
+        record.kind == control_pulse_accepted) {
+        return 0;
+    }
+    mark_dead();
+    return ECONNRESET;
+}
+
+/*
+ * The server answers an announcement before the request that it precedes is sent: another of its
+ * threads might take that request first, and then know no pulse connection to deliver to.
+ */
+int Connection::announce_pulses() {
+    std::unique_lock guard(lock_);
+    while (control_busy_) {
+        ++waiters_;
+        changed_.wait(guard);
+        --waiters_;
+    }
+    control_busy_ = true;
+    guard.unlock();
+    int error = 0;
+    const int newest = newest_pulse_connection();
+    for (;;) {
+        std::shared_ptr<UniqueFd> send_end;
+        const int number = next_pulse_connection(announced_, send_end);
+        if (number == 0) {
+            break;
+        }
+        error = ask(control_pulse_announce, number, send_end->get());
+        if (error != 0) {
+            break;
+        }
+        announced_ = number;
+    }
+    if (error == 0 && announced_ < newest) {
+        announced_ = newest; /* which has been detached: no reason to come here again */
+    }
+    guard.lock();
+    control_busy_ = false;
+    changed_.notify_all();
+    return error;
+}
+
+int Connection::exchange(PartList &send, PartList &reply) {
+    const CancelDisabled no_cancel;
+    if (abandoned_) {
+        return fail(EBADF);
+    }
+    if (announced_ < newest_pulse_connection()) {
+        if (const int error = announce_pulses(); error != 0) {
+            return fail(error);
+        }
+    }
+    const int lane = take_lane();
+    if (lane < 0) {
+        return -1;
+    }
+    bool lane_is_good = false;
+    const int status = converse(lane, send, reply, lane_is_good);
+    const KeepErrno keep;
+    if (lane_is_good) {
+        give_back(lane);
+    } else {
+        drop(lane);
+    }
+    return status;
+}
+
+} // namespace vantro::platform

@@ -1,0 +1,113 @@
+/* One exchange on a lane: the message out, the reply in. */
+#include <sys/socket.h>
+
+#include <cerrno>
+
+#include <vantro/platform/message.h>
+
+#include "platform/linux/messages/connection.h"
+#include "platform/linux/messages/numbers.h"
+#include "platform/portable/guards.h"
+
+namespace vantro::platform {
+
+namespace {
+
+bool is_lost(int error) {
+    return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
+}
+
+/** Sends frame and message; a long message goes as a memory file. @return 0 or an error number. */
+int send_message(int lane, Frame &frame, PartList &send) {
+    frame = {};
+    frame.length = static_cast<uint32_t>(send.length());
+    send.set_front(&frame, sizeof frame);
+    if (send.length() <= IPC_INLINE_MAX) {
+        if (send_packet(lane, send.with_front(), send.count() + 1, -1, 0) >= 0) {
+            return 0;
+        }
+        if (errno != EMSGSIZE) {
+            return errno;
+        }
+    }
+    const UniqueFd file = make_memory_file(send.callers(), send.count(), send.length());
+    if (!file) {
+        return errno;
+    }
+    frame.flags = frame_memory_file;
+    return send_packet(lane, send.with_front(), 1, file.get(), 0) >= 0 ? 0 : errno;
+}
+
+} // namespace
+
+int Connection::converse(int lane, PartList &send, PartList &reply, bool &lane_is_good) {
+    Frame frame;
+    if (const int error = send_message(lane, frame, send); error != 0) {
+        if (is_lost(error)) {
+            mark_dead();
+            return fail(ECONNRESET);
+        }
+        lane_is_good = error != EINTR; /* nothing was sent */
+        return fail(error);
+    }
+
+    reply.set_front(&frame, sizeof frame);
+    Arrival arrival;
+    const ssize_t received =
+        receive_packet(lane, reply.with_front(), reply.count() + 1, 0, arrival);
+    if (received < 0 && !is_lost(errno)) {
+        return -1; /* interrupted: the answer may still come, so the lane is given up */
+    }
+    const bool is_error = frame.flags & frame_error;
+    if (received < static_cast<ssize_t>(sizeof frame) || frame.status < (is_error ? 1 : 0)) {
+        mark_dead();
+        return fail(ECONNRESET);
+    }
+    lane_is_good = true;
+    if (is_error) {
+        return fail(frame.status);
+    }
+    if (frame.flags & frame_memory_file) {
+        if (!arrival.descriptor && arrival.descriptor_lost) {
+            return fail(EMFILE);
+        }
+        if (!arrival.descriptor || frame.length > IPC_MESSAGE_MAX ||
+            !memory_file_is_safe(arrival.descriptor.get(), frame.length)) {
+            mark_dead();
+            return fail(ECONNRESET);
+        }
+        if (read_memory_file(arrival.descriptor.get(), 0, reply.callers(), reply.count(),
+                             frame.length) < 0) {
+            return -1;
+        }
+    }
+    return frame.status;
+}
+
+} // namespace vantro::platform
+
+using namespace vantro::platform;
+
+int ipc_send(int number, const struct iovec *send, int send_count, const struct iovec *reply,
+             int reply_count) {
+    if (kind_of(number) == NumberKind::pulse_connection) {
+        return fail(ENOTSUP);
+    }
+    const std::shared_ptr<Connection> connection = Connections::instance().find(number);
+    if (!connection) {
+        return fail(EBADF);
+    }
+    PartList send_parts;
+    PartList reply_parts;
+    if (!send_parts.assign(send, send_count) || !reply_parts.assign(reply, reply_count)) {
+        return -1;
+    }
+    return connection->exchange(send_parts, reply_parts);
+}
+
+int ipc_send_simple(int number, const void *message, size_t length, void *reply,
+                    size_t reply_length) {
+    const struct iovec send_part = {const_cast<void *>(message), length};
+    const struct iovec reply_part = {reply, reply_length};
+    return ipc_send(number, &send_part, length > 0 ? 1 : 0, &reply_part, reply_length > 0 ? 1 : 0);
+}

@@ -1,0 +1,182 @@
+/* Pulse connections of this process to its own channels. */
+#include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <cerrno>
+#include <map>
+#include <mutex>
+
+#include "platform/linux/base/never_destroyed.h"
+#include "platform/linux/messages/connection.h"
+#include "platform/linux/messages/server.h"
+#include "platform/portable/guards.h"
+
+using namespace vantro::platform;
+
+namespace {
+
+struct PulseConnections {
+    std::mutex lock;
+    std::map<int, std::shared_ptr<UniqueFd>> table;
+    std::atomic<int> newest{0};
+
+    static PulseConnections &instance();
+};
+
+/* A child has no use for the parent's, and must not announce them with the requests it sends. */
+void before_fork() {
+    PulseConnections::instance().lock.lock();
+}
+void after_fork_in_parent() {
+    PulseConnections::instance().lock.unlock();
+}
+void after_fork_in_child() {
+    PulseConnections &connections = PulseConnections::instance();
+    connections.table.clear();
+    connections.lock.unlock();
+}
+
+PulseConnections &PulseConnections::instance() {
+    static auto *const connections = [] {
+        pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+        static Kept<PulseConnections> kept;
+        return kept.get();
+    }();
+    return *connections;
+}
+
+/**
+ * Where this process's numbers begin. Not the same in all: a notification that goes to a client
+ * which is gone, and whose id another has by now, then names no pulse connection of that other's.
+ */
+int first_number() {
+    uint32_t noise = 0;
+    [[maybe_unused]] const ssize_t got = ::getrandom(&noise, sizeof noise, GRND_NONBLOCK);
+    constexpr uint32_t half = number_mask / 2; /* as many again are left to count up */
+    return make_number(NumberKind::pulse_connection, static_cast<int>(noise % half) + 1);
+}
+
+/* A pulse takes a kernel buffer far larger than itself: room for the pulses promised. */
+constexpr int pulse_buffer_bytes = IPC_PULSE_CAPACITY * 1024;
+
+/** The channel's pulse socket; made for the first connection. @return the send end, or null. */
+std::shared_ptr<UniqueFd> pulse_socket(Channel &channel) {
+    Server &server = Server::instance();
+    const std::lock_guard guard(server.lock);
+    if (channel.pulse_send) {
+        return channel.pulse_send;
+    }
+    int ends[2];
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+        return nullptr;
+    }
+    UniqueFd receive(ends[0]);
+    auto send = std::make_shared<UniqueFd>(ends[1]);
+    ::setsockopt(send->get(), SOL_SOCKET, SO_SNDBUF, &pulse_buffer_bytes,
+                 sizeof pulse_buffer_bytes);
+    struct epoll_event event = {};
+    event.events = EPOLLIN | EPOLLRDHUP;
+    event.data.u64 = Source{Source::sent_pulse}.pack();
+    if (::epoll_ctl(channel.epoll.get(), EPOLL_CTL_ADD, receive.get(), &event) != 0) {
+        return nullptr;
+    }
+    channel.pulse_receive = std::move(receive);
+    channel.pulse_send = send;
+    return send;
+}
+
+} // namespace
+
+namespace vantro::platform {
+
+int newest_pulse_connection() {
+    return PulseConnections::instance().newest;
+}
+
+int next_pulse_connection(int above, std::shared_ptr<UniqueFd> &send_end) {
+    PulseConnections &connections = PulseConnections::instance();
+    const std::lock_guard guard(connections.lock);
+    const auto found = connections.table.upper_bound(above);
+    if (found == connections.table.end()) {
+        return 0;
+    }
+    send_end = found->second;
+    return found->first;
+}
+
+} // namespace vantro::platform
+
+static int attach(uint32_t node, int32_t pid, int channel_number) {
+    if (node != 0 || (pid != 0 && pid != ::getpid())) {
+        return fail(ENOTSUP);
+    }
+    const std::shared_ptr<Channel> channel = Server::instance().find_channel(channel_number);
+    if (!channel) {
+        return fail(EBADF);
+    }
+    std::shared_ptr<UniqueFd> send_end = pulse_socket(*channel);
+    if (!send_end) {
+        return -1;
+    }
+    PulseConnections &connections = PulseConnections::instance();
+    const std::lock_guard guard(connections.lock);
+    const int next = connections.newest == 0 ? first_number() : connections.newest + 1;
+    connections.table.emplace(next, std::move(send_end));
+    connections.newest = next;
+    return next;
+}
+
+int connect_attach(uint32_t node, int32_t pid, int channel_number, unsigned, int) {
+    return or_no_memory([=] { return attach(node, pid, channel_number); });
+}
+
+int connect_detach(int number) {
+    if (kind_of(number) == NumberKind::pulse_connection) {
+        PulseConnections &connections = PulseConnections::instance();
+        const std::lock_guard guard(connections.lock);
+        return connections.table.erase(number) > 0 ? 0 : fail(EBADF);
+    }
+    if (kind_of(number) != NumberKind::client_id) {
+        return fail(EBADF);
+    }
+    Server &server = Server::instance();
+    const std::lock_guard guard(server.lock);
+    Client *client = server.find_client(static_cast<uint32_t>(value_of(number)));
+    if (!client || client->detached) {
+        return fail(EBADF);
+    }
+    if (client->gone) {
+        client->detached = client->pulse_received;
+        server.erase_if_finished(*client);
+    } else {
+        server.disconnect(*client);
+    }
+    return 0;
+}
+
+int pulse_send(int number, int, int code, int32_t value) {
+    if (code < 0 || code > INT8_MAX) {
+        return fail(EINVAL);
+    }
+    std::shared_ptr<UniqueFd> send_end;
+    {
+        PulseConnections &connections = PulseConnections::instance();
+        const std::lock_guard guard(connections.lock);
+        const auto found = connections.table.find(number);
+        if (found == connections.table.end()) {
+            return fail(EBADF);
+        }
+        send_end = found->second;
+    }
+    struct ipc_pulse pulse = {};
+    pulse.code = static_cast<int8_t>(code);
+    pulse.value = value;
+    const struct iovec part = {&pulse, sizeof pulse};
+    if (send_packet(send_end->get(), &part, 1, -1, MSG_DONTWAIT) == sizeof pulse) {
+        return 0;
+    }
+    return fail(errno == EAGAIN ? EAGAIN : EBADF);
+}

@@ -1,0 +1,181 @@
+#include "platform/linux/messages/server.h"
+
+#include <pthread.h>
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <new>
+
+namespace vantro::platform {
+
+namespace {
+
+/*
+ * A child of fork holds copies of every socket; while it does, no end of a connection is ever
+ * seen by the other side, and a name's lock outlives its holder. So the child closes them all.
+ * The lock is held across the fork, so that the tables are whole in the child.
+ */
+void before_fork() {
+    Server::instance().lock.lock();
+}
+void after_fork_in_parent() {
+    Server::instance().lock.unlock();
+}
+void after_fork_in_child() {
+    Server &server = Server::instance();
+    for (auto &client : server.clients) {
+        if (!client) {
+            continue;
+        }
+        close_descriptor(client->control.fd);
+        for (Lane &lane : client->lanes) {
+            close_descriptor(lane.socket.fd);
+        }
+        client.release(); /* other threads of the parent may have been inside: leave it be */
+    }
+    for (auto &[number, channel] : server.channels) {
+        for (auto &listener : channel->listeners) {
+            listener->socket.reset();
+            listener->name.forget();
+        }
+        channel->epoll.reset();
+        channel->wake.reset();
+        channel->pulse_receive.reset();
+        if (channel->pulse_send) {
+            channel->pulse_send->reset();
+        }
+        new (std::nothrow) std::shared_ptr<Channel>(channel); /* likewise */
+    }
+    server.channels.clear();
+    server.lock.unlock();
+}
+
+} // namespace
+
+Server &Server::instance() {
+    static Server *const server = [] {
+        pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+        return new Server;
+    }();
+    return *server;
+}
+
+std::shared_ptr<Channel> Server::find_channel(int number) {
+    const std::lock_guard guard(lock);
+    const auto found = channels.find(number);
+    return found == channels.end() ? nullptr : found->second;
+}
+
+Lane *Server::find_waiting(const ReceiveId &id, Client **client) {
+    Client *found = find_client(id.serial);
+    if (!found || found->gone || id.lane >= found->lanes.size()) {
+        return nullptr;
+    }
+    Lane &lane = found->lanes[id.lane];
+    if (!lane.waiting || lane.exchange != id.exchange || lane.socket.fd < 0 ||
+        lane.socket.closing) {
+        return nullptr;
+    }
+    *client = found;
+    return &lane;
+}
+
+void Server::forget_owed(const ReceiveId &id) {
+    Client *client = find_client(id.serial);
+    if (!client) {
+        if (id.serial <= IPC_CONNECTIONS_MAX && owed[id.serial] > 0) {
+            --owed[id.serial];
+        }
+    } else if (id.lane < client->lanes.size() && client->lanes[id.lane].exchange == id.exchange) {
+        client->lanes[id.lane].owed = false;
+    }
+}
+
+void Server::pin(Client &client, PinnedFd &socket) {
+    ++socket.pins;
+    ++client.pins;
+}
+
+void Server::unpin(uint32_t serial, int lane) {
+    Client &client = *clients[serial]; /* pinned, so it is there */
+    PinnedFd &socket = lane < 0 ? client.control : client.lanes[static_cast<size_t>(lane)].socket;
+    --client.pins;
+    if (--socket.pins == 0 && socket.closing) {
+        close_descriptor(socket.fd);
+        socket = PinnedFd();
+    }
+    erase_if_finished(client);
+}
+
+void Server::close_socket(Client &client, PinnedFd &socket) {
+    if (socket.fd < 0 || socket.closing) {
+        return;
+    }
+    /* By hand: a copy in another process would keep the registration, and its events, alive. */
+    epoll_ctl(client.channel->epoll.get(), EPOLL_CTL_DEL, socket.fd, nullptr);
+    if (socket.pins > 0) {
+        socket.closing = true;
+        return;
+    }
+    close_descriptor(socket.fd);
+    socket = PinnedFd();
+}
+
+void Server::close_lane(Client &client, Lane &lane) {
+    /* The thread that dispatches its last message goes on holding the disconnect pulse. */
+    lane.owed = lane.owed || lane.waiting;
+    lane.waiting = false;
+    lane.hung_up = false;
+    lane.kept.reset();
+    close_socket(client, lane.socket);
+}
+
+void Server::disconnect(Client &client) {
+    if (client.gone) {
+        return;
+    }
+    client.gone = true;
+    --client.channel->client_count;
+    client.pulses.clear();
+    close_socket(client, client.control);
+    for (Lane &lane : client.lanes) {
+        close_lane(client, lane);
+    }
+    if (!(client.channel->flags & CHANNEL_DISCONNECT) || client.channel->destroyed) {
+        client.detached = true;
+    }
+    erase_if_finished(client);
+}
+
+void Server::release_pulse(Client &client, Lane &lane) {
+    if (lane.holds_pulse) {
+        lane.holds_pulse = false;
+        --client.dispatching;
+    }
+}
+
+void Server::erase_if_finished(Client &client) {
+    if (!client.gone) {
+        return;
+    }
+    if (client.detached) {
+        if (client.pins == 0) {
+            const uint32_t serial = client.serial;
+            owed[serial] =
+                static_cast<uint8_t>(std::count_if(client.lanes.begin(), client.lanes.end(),
+                                                   [](const Lane &lane) { return lane.owed; }));
+            clients[serial].reset();
+        }
+        return;
+    }
+    if (client.dispatching == 0 && !client.pulse_sent) {
+        client.pulse_sent = true;
+        Channel &channel = *client.channel;
+        (channel.first_pulse == 0 ? channel.first_pulse : clients[channel.last_pulse]->next_pulse) =
+            client.serial;
+        channel.last_pulse = client.serial;
+        ring(channel);
+    }
+}
+
+} // namespace vantro::platform

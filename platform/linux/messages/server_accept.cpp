@@ -1,0 +1,302 @@
+/* Listening and control sockets: clients that come, ask for lanes, announce pulses, and go. */
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+
+#include "platform/linux/messages/server.h"
+
+namespace vantro::platform {
+
+namespace {
+
+/**
+ * A descriptor kept back. Where a process has none left, a connection that waits to be accepted
+ * would keep the listening socket readable for ever: giving this one up lets it be accepted and
+ * turned away.
+ */
+class Reserve {
+  public:
+    Reserve() { take(); }
+    /** Accepts one connection in the reserve's place, and tells it to come again. */
+    void turn_away(int listening) {
+        const std::lock_guard guard(lock_);
+        if (!spare_) {
+            take();
+        }
+        if (!spare_) {
+            /* Somebody else took the last one: wait a moment rather than spin. */
+            const struct timespec moment = {0, 10'000'000};
+            nanosleep(&moment, nullptr);
+            return;
+        }
+        spare_.reset();
+        const UniqueFd client(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
+        if (client) {
+            ControlRecord refusal{control_refused, EAGAIN};
+            const struct iovec part = {&refusal, sizeof refusal};
+            send_packet(client.get(), &part, 1, -1, MSG_DONTWAIT);
+        }
+        take();
+    }
+
+  private:
+    void take() { spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+
+    std::mutex lock_;
+    UniqueFd spare_;
+};
+
+Reserve &reserve() {
+    static Reserve *const kept = new Reserve;
+    return *kept;
+}
+
+void read_credentials(int socket, Client &client) {
+    struct ucred peer;
+    socklen_t length = sizeof peer;
+    if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0 || peer.pid < 0 ||
+        peer.uid == static_cast<uid_t>(-1)) {
+        return;
+    }
+    client.credentials_known = true;
+    client.pid = peer.pid;
+    client.uid = peer.uid;
+    client.gid = peer.gid;
+    gid_t few[IPC_CREDENTIAL_GROUPS];
+    length = sizeof few;
+    if (::getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, few, &length) == 0) {
+        client.groups.assign(few, few + length / sizeof(gid_t));
+    } else if (errno == ERANGE) {
+        client.groups.resize(length / sizeof(gid_t));
+        if (::getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, client.groups.data(), &length) != 0) {
+            client.groups.clear();
+        }
+    }
+}
+
+bool add_to_epoll(const Channel &channel, int fd, uint32_t events, const Source &source) {
+    struct epoll_event event = {};
+    event.events = events;
+    event.data.u64 = source.pack();
+    return ::epoll_ctl(channel.epoll.get(), EPOLL_CTL_ADD, fd, &event) == 0;
+}
+
+/**
+ * A lane's index: the lowest that no socket uses and no dispatch still counts on. One that is owed
+ * an answer is better than none: a program that never gives it must not use a client's lanes up.
+ */
+int free_lane_index(Client &client) {
+    int last_resort = -1;
+    for (size_t i = 0; i < client.lanes.size(); ++i) {
+        const Lane &lane = client.lanes[i];
+        if (lane.socket.fd < 0 && !lane.holds_pulse) {
+            last_resort = static_cast<int>(i);
+            if (!lane.owed) {
+                return last_resort;
+            }
+        }
+    }
+    if (client.lanes.size() >= IPC_LANES_MAX) {
+        return last_resort;
+    }
+    client.lanes.emplace_back();
+    return static_cast<int>(client.lanes.size()) - 1;
+}
+
+/** Takes the near end of a new lane; the lock is held. @return 0 or an error number. */
+int add_lane(Client &client, UniqueFd near_end, uint32_t incarnation) {
+    if (client.gone) {
+        return ECONNRESET;
+    }
+    int index;
+    try {
+        index = free_lane_index(client);
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
+    if (index < 0) {
+        return EAGAIN;
+    }
+    Lane &lane = client.lanes[static_cast<size_t>(index)];
+    if (!add_to_epoll(*client.channel, near_end.get(), EPOLLIN | EPOLLRDHUP | EPOLLET,
+                      Source{Source::client_lane, static_cast<uint16_t>(client.serial),
+                             static_cast<uint8_t>(index), incarnation})) {
+        return errno;
+    }
+    lane.socket = PinnedFd();
+    lane.socket.fd = near_end.release();
+    lane.incarnation = incarnation;
+    lane.waiting = false;
+    lane.hung_up = false;
+    lane.owed = false;
+    return 0;
+}
+
+/** Sends on a control socket. A client that does not read what it asked for is not worth keeping. */
+bool send_control(int socket, ControlKind kind, int value, int descriptor) {
+    ControlRecord record{kind, value};
+    const struct iovec part = {&record, sizeof record};
+    return send_packet(socket, &part, 1, descriptor, MSG_DONTWAIT) == sizeof record;
+}
+
+/** Makes a lane for a client whose control socket is pinned, and passes it, or refuses. */
+bool grant_lane(uint32_t serial, int control) {
+    Server &server = Server::instance();
+    int ends[2];
+    int error = 0;
+    UniqueFd far_end;
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+        error = errno == EMFILE || errno == ENFILE ? EAGAIN : errno;
+    } else {
+        UniqueFd near_end(ends[0]);
+        far_end.reset(ends[1]);
+        const std::lock_guard guard(server.lock);
+        error =
+            add_lane(*server.find_client(serial), std::move(near_end), ++server.last_incarnation);
+    }
+    return error == 0 ? send_control(control, control_lane_granted, 0, far_end.get())
+                      : send_control(control, control_refused, error, -1);
+}
+
+/** Remembers where a client's pulses go. @return what to answer. */
+int remember_pulse(uint32_t serial, int number, Arrival &arrival) {
+    if (!arrival.descriptor) {
+        return arrival.descriptor_lost ? EMFILE : EINVAL;
+    }
+    /* Only a socket of this kind is written to: what a write to anything else does is unknown. */
+    int domain = 0;
+    int type = 0;
+    socklen_t length = sizeof domain;
+    ::getsockopt(arrival.descriptor.get(), SOL_SOCKET, SO_DOMAIN, &domain, &length);
+    length = sizeof type;
+    ::getsockopt(arrival.descriptor.get(), SOL_SOCKET, SO_TYPE, &type, &length);
+    if (domain != AF_UNIX || type != SOCK_SEQPACKET) {
+        return EINVAL;
+    }
+    try {
+        auto send_end = std::make_shared<UniqueFd>(std::move(arrival.descriptor));
+        Server &server = Server::instance();
+        const std::lock_guard guard(server.lock);
+        Client &client = *server.find_client(serial);
+        if (client.gone) {
+            return ECONNRESET;
+        }
+        std::erase_if(client.pulses,
+                      [number](const AnnouncedPulse &pulse) { return pulse.number == number; });
+        if (client.pulses.size() >= IPC_PULSE_CONNECTIONS_MAX) {
+            client.pulses.erase(client.pulses.begin());
+        }
+        client.pulses.push_back({number, std::move(send_end)});
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
+    return 0;
+}
+
+/** The next serial that nobody has, or 0. Round robin: see ReceiveId. */
+uint32_t next_serial(Server &server) {
+    uint32_t last_resort = 0;
+    for (uint32_t tried = 0; tried < IPC_CONNECTIONS_MAX; ++tried) {
+        server.last_serial = server.last_serial % IPC_CONNECTIONS_MAX + 1;
+        if (!server.clients[server.last_serial]) {
+            if (server.owed[server.last_serial] == 0) {
+                return server.last_serial;
+            }
+            last_resort = server.last_serial;
+        }
+    }
+    return last_resort;
+}
+
+} // namespace
+
+void accept_client(Channel &channel, uint16_t listener) {
+    Server &server = Server::instance();
+    int listening;
+    int attachment;
+    {
+        const std::lock_guard guard(server.lock);
+        listening = channel.listeners[listener]->socket.get();
+        attachment = channel.listeners[listener]->attachment;
+    }
+    int control;
+    uint32_t serial;
+    try {
+        Reserve &spare = reserve();
+        UniqueFd socket(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (!socket) {
+            if (errno == EMFILE || errno == ENFILE) {
+                spare.turn_away(listening);
+            }
+            return;
+        }
+        control = socket.get();
+        auto client = std::make_unique<Client>();
+        client->channel = &channel;
+        client->attachment = attachment;
+        read_credentials(control, *client);
+        const std::lock_guard guard(server.lock);
+        serial = next_serial(server);
+        if (serial == 0 || channel.destroyed) {
+            return;
+        }
+        client->serial = serial;
+        client->incarnation = ++server.last_incarnation;
+        if (!add_to_epoll(channel, control, EPOLLIN | EPOLLRDHUP,
+                          Source{Source::client_control, static_cast<uint16_t>(serial), 0,
+                                 client->incarnation})) {
+            return;
+        }
+        client->control.fd = socket.release();
+        server.pin(*client, client->control);
+        ++channel.client_count;
+        server.clients[serial] = std::move(client);
+    } catch (const std::bad_alloc &) {
+        return;
+    }
+    const bool granted = grant_lane(serial, control);
+    const std::lock_guard guard(server.lock);
+    if (!granted) {
+        server.disconnect(*server.find_client(serial));
+    }
+    server.unpin(serial, -1);
+}
+
+void serve_control(const Source &source) {
+    Server &server = Server::instance();
+    int control;
+    {
+        const std::lock_guard guard(server.lock);
+        Client *client = server.find_client(source.serial);
+        if (!client || client->incarnation != source.incarnation || client->gone) {
+            return;
+        }
+        server.pin(*client, client->control);
+        control = client->control.fd;
+    }
+    ControlRecord record;
+    struct iovec part = {&record, sizeof record};
+    Arrival arrival;
+    const ssize_t received = receive_packet(control, &part, 1, MSG_DONTWAIT, arrival);
+    const bool nothing = received < 0 && (errno == EAGAIN || errno == EINTR);
+    bool keep = nothing;
+    if (received == sizeof record && record.kind == control_lane_request) {
+        keep = grant_lane(source.serial, control);
+    } else if (received == sizeof record && record.kind == control_pulse_announce) {
+        const int error = remember_pulse(source.serial, record.value, arrival);
+        keep = error == 0 ? send_control(control, control_pulse_accepted, 0, -1)
+                          : send_control(control, control_refused, error, -1);
+    }
+    const std::lock_guard guard(server.lock);
+    if (!keep) {
+        server.disconnect(*server.find_client(source.serial));
+    }
+    server.unpin(source.serial, -1);
+}
+
+} // namespace vantro::platform

@@ -1,0 +1,192 @@
+/* Messages out of lanes: what is a message, and what is misconduct. */
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "platform/linux/messages/server.h"
+
+namespace vantro::platform {
+
+namespace {
+
+/** Where the end of a message goes that did not fit the caller's vector. */
+char *spill_area() {
+    thread_local std::unique_ptr<char[]> area;
+    if (!area) {
+        area.reset(new (std::nothrow) char[IPC_INLINE_MAX]);
+    }
+    return area.get();
+}
+
+enum class Verdict { message, misconduct, refused };
+
+/** One packet, as it came out of the lane's socket. */
+struct Packet {
+    Frame frame;
+    size_t received = 0; /* the frame not counted */
+    Arrival arrival;
+};
+
+Verdict judge(const Packet &packet) {
+    const Frame &frame = packet.frame;
+    if (frame.flags & ~uint32_t{frame_memory_file} || frame.length > IPC_MESSAGE_MAX) {
+        return Verdict::misconduct;
+    }
+    if (!(frame.flags & frame_memory_file)) {
+        return frame.length == packet.received && !packet.arrival.descriptor ? Verdict::message
+                                                                             : Verdict::misconduct;
+    }
+    if (packet.received != 0) {
+        return Verdict::misconduct;
+    }
+    if (!packet.arrival.descriptor) {
+        return packet.arrival.descriptor_lost ? Verdict::refused : Verdict::misconduct;
+    }
+    return memory_file_is_safe(packet.arrival.descriptor.get(), frame.length) ? Verdict::message
+                                                                              : Verdict::misconduct;
+}
+
+/**
+ * Keeps a message that reached the end of the caller's vector: the caller may move its buffer
+ * before it reads the rest. @return 0 or an error number for the client.
+ */
+int keep(Packet &packet, const PartList &list, const struct iovec *parts,
+         std::shared_ptr<KeptMessage> &kept) {
+    if (packet.frame.length < list.length() && !packet.arrival.descriptor) {
+        return 0;
+    }
+    try {
+        auto message = std::make_shared<KeptMessage>();
+        message->length = packet.frame.length;
+        if (packet.arrival.descriptor) {
+            if (read_memory_file(packet.arrival.descriptor.get(), 0, parts, list.count(),
+                                 packet.frame.length) < 0) {
+                return EIO;
+            }
+            message->file = std::move(packet.arrival.descriptor);
+        } else {
+            message->bytes.reset(new char[packet.frame.length]);
+            const size_t fitted =
+                gather(message->bytes.get(), packet.frame.length, parts, list.count());
+            if (packet.frame.length > fitted) {
+                std::memcpy(message->bytes.get() + fitted, spill_area(),
+                            packet.frame.length - fitted);
+            }
+        }
+        kept = std::move(message);
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
+    return 0;
+}
+
+} // namespace
+
+bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
+                       ReceivedMessage &message) {
+    Server &server = Server::instance();
+    int socket;
+    {
+        const std::lock_guard guard(server.lock);
+        Client *client = server.find_client(source.serial);
+        if (!client || source.lane >= client->lanes.size()) {
+            return false;
+        }
+        Lane &lane = client->lanes[source.lane];
+        if (lane.incarnation != source.incarnation || lane.socket.fd < 0 || lane.socket.closing) {
+            return false;
+        }
+        server.pin(*client, lane.socket);
+        socket = lane.socket.fd;
+    }
+
+    Packet packet;
+    parts.set_front(&packet.frame, sizeof packet.frame);
+    char *spill = spill_area();
+    parts.set_back(spill, spill ? IPC_INLINE_MAX : 0);
+    const ssize_t received =
+        receive_packet(socket, parts.with_front(), parts.count() + 2, MSG_DONTWAIT, packet.arrival);
+    const bool nothing = received < 0 && (errno == EAGAIN || errno == EINTR);
+
+    Verdict verdict = Verdict::misconduct;
+    int error = 0;
+    std::shared_ptr<KeptMessage> kept;
+    if (received >= static_cast<ssize_t>(sizeof packet.frame)) {
+        packet.received = static_cast<size_t>(received) - sizeof packet.frame;
+        verdict = judge(packet);
+        error = verdict == Verdict::refused ? EMFILE : 0;
+        if (verdict == Verdict::message) {
+            error = keep(packet, parts, parts.callers(), kept);
+        }
+    }
+
+    {
+        const std::lock_guard guard(server.lock);
+        Client &client = *server.find_client(source.serial); /* pinned */
+        Lane &lane = client.lanes[source.lane];
+        const bool alive = !lane.socket.closing;
+        if (alive && !nothing) {
+            if (received <= 0) {
+                server.close_lane(client, lane);
+            } else if (verdict == Verdict::misconduct || lane.waiting) {
+                server.disconnect(client);
+            } else {
+                lane.exchange = (lane.exchange + 1) & ReceiveId::exchange_mask;
+                lane.waiting = true;
+                lane.hung_up = hung_up;
+                if (!lane.holds_pulse) {
+                    lane.holds_pulse = true;
+                    ++client.dispatching;
+                }
+                lane.kept = std::move(kept);
+                message.receive_id = ReceiveId{source.serial, source.lane, lane.exchange}.pack();
+                message.client_incarnation = client.incarnation;
+                message.info.pid = client.pid;
+                message.info.conn_id =
+                    make_number(NumberKind::client_id, static_cast<int>(source.serial));
+                message.info.channel = client.channel->number;
+                message.info.total_length = static_cast<int32_t>(packet.frame.length);
+                message.info.msg_length =
+                    static_cast<int32_t>(std::min<size_t>(packet.frame.length, parts.length()));
+            }
+        }
+        server.unpin(source.serial, source.lane);
+    }
+    if (message.receive_id != 0 && error != 0) {
+        ipc_error(message.receive_id, error);
+        message.receive_id = 0;
+    }
+    return message.receive_id != 0;
+}
+
+} // namespace vantro::platform
+
+ssize_t ipc_read(int receive_id, void *buffer, size_t length, size_t offset) {
+    using namespace vantro::platform;
+    Server &server = Server::instance();
+    std::shared_ptr<KeptMessage> kept;
+    {
+        const std::lock_guard guard(server.lock);
+        Client *client = nullptr;
+        const Lane *lane =
+            receive_id > 0 ? server.find_waiting(ReceiveId::unpack(receive_id), &client) : nullptr;
+        if (!lane) {
+            errno = ESRCH;
+            return -1;
+        }
+        kept = lane->kept;
+    }
+    if (!kept || offset >= kept->length) {
+        return 0;
+    }
+    length = std::min(length, kept->length - offset);
+    if (kept->file) {
+        const struct iovec part = {buffer, length};
+        return read_memory_file(kept->file.get(), offset, &part, 1, length);
+    }
+    std::memcpy(buffer, kept->bytes.get() + offset, length);
+    return static_cast<ssize_t>(length);
+}

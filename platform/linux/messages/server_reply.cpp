@@ -1,0 +1,226 @@
+/* Answers and notification events, back to the clients. */
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "platform/linux/messages/server.h"
+#include "platform/portable/guards.h"
+
+using namespace vantro::platform;
+
+namespace {
+
+/** What claim() took over from the lane: the right to answer, and a pin on its socket. */
+struct Claim {
+    int socket = -1;
+    std::shared_ptr<KeptMessage> kept; /* freed without the lock */
+};
+
+/** Finds the lane of a message for its answer. A message that is past it is settled with that. */
+Lane *find_for_answer(const ReceiveId &id, Client **client) {
+    Server &server = Server::instance();
+    Lane *lane = server.find_waiting(id, client);
+    if (!lane) {
+        server.forget_owed(id);
+    }
+    return lane;
+}
+
+bool waits(const ReceiveId &id) {
+    const std::lock_guard guard(Server::instance().lock);
+    Client *client = nullptr;
+    return find_for_answer(id, &client) != nullptr;
+}
+
+/** Ends the exchange in the books, before the answer is sent. */
+bool claim(const ReceiveId &id, Claim &taken) {
+    Server &server = Server::instance();
+    const std::lock_guard guard(server.lock);
+    Client *client = nullptr;
+    Lane *lane = find_for_answer(id, &client);
+    if (!lane) {
+        return false;
+    }
+    lane->waiting = false;
+    taken.kept = std::move(lane->kept);
+    server.release_pulse(*client, *lane);
+    if (lane->hung_up) {
+        server.close_lane(*client, *lane);
+        return false;
+    }
+    server.pin(*client, lane->socket);
+    taken.socket = lane->socket.fd;
+    return true;
+}
+
+/**
+ * A lane whose client closed it is closed. One that would block belongs to a client that does not
+ * take its answers: it loses its connection.
+ */
+void settle(const ReceiveId &id, bool sent, int error) {
+    Server &server = Server::instance();
+    const std::lock_guard guard(server.lock);
+    Client &client = *server.find_client(id.serial); /* pinned */
+    if (!sent && !client.gone) {
+        if (error == EPIPE || error == ECONNRESET) {
+            server.close_lane(client, client.lanes[id.lane]);
+        } else {
+            server.disconnect(client);
+        }
+    }
+    server.unpin(id.serial, static_cast<int>(id.lane));
+}
+
+/** One answer. The frame's length and memory-file flag are filled here. */
+int answer(int receive_id, Frame frame, PartList &parts) {
+    const CancelDisabled no_cancel;
+    const ReceiveId id = ReceiveId::unpack(receive_id);
+    frame.length = static_cast<uint32_t>(parts.length());
+    parts.set_front(&frame, sizeof frame);
+    UniqueFd file;
+    int count = parts.count() + 1;
+    if (parts.length() > IPC_INLINE_MAX) {
+        if (receive_id <= 0 || !waits(id)) {
+            return fail(ESRCH);
+        }
+        file = make_memory_file(parts.callers(), parts.count(), parts.length());
+        if (!file) {
+            return -1;
+        }
+        frame.flags |= frame_memory_file;
+        count = 1;
+    }
+    Claim taken;
+    if (receive_id <= 0 || !claim(id, taken)) {
+        return fail(ESRCH);
+    }
+    forget_current(receive_id);
+    ssize_t sent = send_packet(taken.socket, parts.with_front(), count, file.get(), MSG_DONTWAIT);
+    if (sent < 0 && errno == EMSGSIZE && !file) {
+        /* A host with smaller socket buffers than most. */
+        file = make_memory_file(parts.callers(), parts.count(), parts.length());
+        if (file) {
+            frame.flags |= frame_memory_file;
+            sent = send_packet(taken.socket, parts.with_front(), 1, file.get(), MSG_DONTWAIT);
+        }
+    }
+    settle(id, sent >= 0, errno);
+    return sent >= 0 ? 0 : fail(ESRCH);
+}
+
+} // namespace
+
+int ipc_replyv(int receive_id, int status, const struct iovec *parts, int count) {
+    PartList list;
+    if (status < 0) {
+        return fail(EINVAL);
+    }
+    if (!list.assign(parts, count)) {
+        return -1;
+    }
+    return answer(receive_id, Frame{.length = 0, .status = status, .flags = 0, .reserved = 0},
+                  list);
+}
+
+int ipc_reply(int receive_id, int status, const void *data, size_t length) {
+    const struct iovec part = {const_cast<void *>(data), length};
+    return ipc_replyv(receive_id, status, &part, length > 0 ? 1 : 0);
+}
+
+int ipc_error(int receive_id, int error) {
+    PartList none;
+    none.assign(nullptr, 0);
+    return answer(
+        receive_id,
+        Frame{.length = 0, .status = error > 0 ? error : EIO, .flags = frame_error, .reserved = 0},
+        none);
+}
+
+int ipc_deliver_event(int receive_id, const struct ipc_event *event) {
+    if (!event || event->kind != IPC_EVENT_PULSE || event->code < 0 || event->code > INT8_MAX) {
+        return fail(EINVAL);
+    }
+    Server &server = Server::instance();
+    std::shared_ptr<UniqueFd> send_end;
+    {
+        const std::lock_guard guard(server.lock);
+        const Client *client =
+            receive_id > 0 ? server.find_client(ReceiveId::unpack(receive_id).serial) : nullptr;
+        if (client && !client->gone) {
+            for (const AnnouncedPulse &pulse : client->pulses) {
+                if (pulse.number == event->connection) {
+                    send_end = pulse.send_end;
+                }
+            }
+        }
+    }
+    if (!send_end) {
+        return fail(ESRCH);
+    }
+    struct ipc_pulse pulse = {};
+    pulse.code = static_cast<int8_t>(event->code);
+    pulse.value = event->value;
+    const struct iovec part = {&pulse, sizeof pulse};
+    if (send_packet(send_end->get(), &part, 1, -1, MSG_DONTWAIT) == sizeof pulse) {
+        return 0;
+    }
+    return fail(errno == EAGAIN ? EAGAIN : ESRCH);
+}
+
+int connect_client_info(int conn_id, struct ipc_credentials *credentials, int max_groups) {
+    if (kind_of(conn_id) != NumberKind::client_id) {
+        return fail(EBADF);
+    }
+    Server &server = Server::instance();
+    const std::lock_guard guard(server.lock);
+    const Client *client = server.find_client(static_cast<uint32_t>(value_of(conn_id)));
+    if (!client) {
+        return fail(EBADF);
+    }
+    if (!client->credentials_known) {
+        return fail(EACCES);
+    }
+    *credentials = {};
+    credentials->pid = client->pid;
+    credentials->uid = client->uid;
+    credentials->gid = client->gid;
+    const int room = max_groups < IPC_CREDENTIAL_GROUPS ? max_groups : IPC_CREDENTIAL_GROUPS;
+    for (uint32_t group : client->groups) {
+        if (credentials->group_count >= room) {
+            break;
+        }
+        credentials->groups[credentials->group_count++] = group;
+    }
+    return 0;
+}
+
+namespace vantro::platform {
+
+bool client_in_group(int conn_id, uint32_t group, bool &is_member) {
+    if (kind_of(conn_id) != NumberKind::client_id) {
+        return false;
+    }
+    Server &server = Server::instance();
+    const std::lock_guard guard(server.lock);
+    const Client *client = server.find_client(static_cast<uint32_t>(value_of(conn_id)));
+    if (!client || !client->credentials_known) {
+        return false;
+    }
+    is_member =
+        std::find(client->groups.begin(), client->groups.end(), group) != client->groups.end();
+    return true;
+}
+
+int client_attachment(int conn_id) {
+    if (kind_of(conn_id) != NumberKind::client_id) {
+        return 0;
+    }
+    Server &server = Server::instance();
+    const std::lock_guard guard(server.lock);
+    const Client *client = server.find_client(static_cast<uint32_t>(value_of(conn_id)));
+    return client ? client->attachment : 0;
+}
+
+} // namespace vantro::platform

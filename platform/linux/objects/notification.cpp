@@ -1,0 +1,120 @@
+#include "platform/linux/objects/notification.h"
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/syscall.h>
+
+#include <array>
+#include <cerrno>
+#include <mutex>
+#include <utility>
+
+#include "platform/linux/runtime/runtime_directory.h"
+#include "platform/portable/guards.h"
+
+namespace vantro::platform {
+
+namespace {
+
+/** Instances without a watch. As many are kept as threads are likely to wait at once. */
+struct Spares {
+    static constexpr size_t max = 4;
+
+    std::mutex lock;
+    std::array<UniqueFd, max> instances;
+    size_t count = 0;
+
+    /* Other threads may go on waiting while the process ends: there is none for them to take. */
+    ~Spares() {
+        const std::lock_guard guard(lock);
+        count = 0;
+    }
+    UniqueFd take() {
+        {
+            const std::lock_guard guard(lock);
+            if (count > 0) {
+                return std::move(instances[--count]);
+            }
+        }
+        return UniqueFd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    }
+    void give_back(UniqueFd instance) {
+        const std::lock_guard guard(lock);
+        if (count < max) {
+            instances[count++] = std::move(instance);
+        }
+    }
+};
+
+/* Destroyed with the library, which closes what it holds. */
+Spares spares;
+
+bool direct_signal(int inotify, int signal) {
+    const struct f_owner_ex owner = {F_OWNER_TID, static_cast<pid_t>(::syscall(SYS_gettid))};
+    return ::fcntl(inotify, F_SETSIG, signal) == 0 && ::fcntl(inotify, F_SETOWN_EX, &owner) == 0 &&
+           ::fcntl(inotify, F_SETFL, O_NONBLOCK | O_ASYNC) == 0;
+}
+
+} // namespace
+
+bool Notification::arm(int file, int signal) {
+    inotify_ = spares.take();
+    if (!inotify_) {
+        return false;
+    }
+    may_send_ = true;
+    watch_ = -1;
+    if (direct_signal(inotify_.get(), signal)) {
+        watch_ = ::inotify_add_watch(inotify_.get(), descriptor_path(file).c_str(),
+                                     IN_MODIFY | IN_CLOSE_WRITE);
+    }
+    if (watch_ < 0) {
+        const KeepErrno keep;
+        finish();
+        return false;
+    }
+    return true;
+}
+
+void Notification::silence() {
+    if (std::exchange(may_send_, false)) {
+        ::fcntl(inotify_.get(), F_SETFL, O_NONBLOCK);
+    }
+}
+
+bool Notification::finish() {
+    /* The end of a watch is an event too: first no more signals, then no more watch. */
+    silence();
+    if (watch_ >= 0) {
+        ::inotify_rm_watch(inotify_.get(), watch_);
+    }
+    /*
+     * A watched file's events carry no name, and those alike that follow each other are one: few
+     * are ever there, and one read takes them all.
+     */
+    bool closed = false;
+    alignas(struct inotify_event) char events[64 * sizeof(struct inotify_event)];
+    const ssize_t length = ::read(inotify_.get(), events, sizeof events);
+    for (ssize_t at = 0; at < length; at += sizeof(struct inotify_event)) {
+        const auto *event = reinterpret_cast<const struct inotify_event *>(events + at);
+        closed = closed || (event->mask & IN_CLOSE_WRITE) != 0;
+    }
+    spares.give_back(std::move(inotify_));
+    return closed;
+}
+
+void hold_spare_instances() {
+    spares.lock.lock();
+}
+
+void release_spare_instances(bool in_child) {
+    if (in_child) {
+        for (UniqueFd &instance : spares.instances) {
+            instance.reset();
+        }
+        spares.count = 0;
+    }
+    spares.lock.unlock();
+}
+
+} // namespace vantro::platform

@@ -1,0 +1,135 @@
+#include "platform/linux/objects/object_directory.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "platform/linux/runtime/published_name.h"
+#include "platform/linux/runtime/runtime_directory.h"
+#include "platform/portable/guards.h"
+
+namespace vantro::platform {
+
+namespace {
+
+constexpr const char *lock_name = "lock";
+constexpr const char *new_ring_name = "ring.new";
+constexpr mode_t ring_mode = 0444;
+constexpr mode_t unfinished_mode = 0600;
+/* Readers may open the ring meanwhile, and those that wait may watch it. */
+constexpr mode_t writable_mode = 0644;
+
+/* Publishers that leave may remove a directory as often as another makes it: not for ever. */
+constexpr int attempts_max = 16;
+
+/** A lock to read conflicts with that of a publisher only, not with those of other readers. */
+struct flock one_byte(short type, off_t byte) {
+    struct flock lock = {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = byte;
+    lock.l_len = 1;
+    return lock;
+}
+
+/** Opens the ring once more, for a lock of its own on one of its bytes. */
+UniqueFd open_and_lock(int directory, int flags, off_t byte) {
+    UniqueFd file(::openat(directory, new_ring_name, O_RDWR | flags | O_NOFOLLOW | O_CLOEXEC,
+                           unfinished_mode));
+    struct flock lock = one_byte(F_WRLCK, byte);
+    if (file && ::fcntl(file.get(), F_OFD_SETLK, &lock) != 0) {
+        const KeepErrno keep;
+        file.reset();
+    }
+    return file;
+}
+
+/** Tells the readers of the ring that a publisher left when it died. */
+void retire_old_ring(int directory) {
+    const UniqueFd found(
+        ::openat(directory, ring_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status;
+    if (!found || ::fstat(found.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_size < static_cast<off_t>(ring_file_bytes)) {
+        return;
+    }
+    /* Nobody may write the file, its owner included, until that is changed. */
+    ::fchmod(found.get(), writable_mode);
+    const UniqueFd ring(::openat(directory, ring_name, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
+    ::fchmod(found.get(), ring_mode);
+    if (ring) {
+        RingWriter::retire_file(ring.get());
+    }
+}
+
+} // namespace
+
+bool ObjectDirectory::take(std::string_view path, RingWriter &ring) {
+    for (int attempt = 1;; ++attempt) {
+        Place place = make_place(std::string(path) + "/" + ring_name);
+        if (place) {
+            lock_ = take_lock(place.directory.get(), lock_name);
+        }
+        if (lock_) {
+            directory_ = std::move(place.directory);
+            break;
+        }
+        /* Removed by its last publisher, between one part and the next. */
+        if (errno != ENOENT || attempt == attempts_max) {
+            return false;
+        }
+    }
+    path_ = path;
+    retire_old_ring(directory_.get());
+    if (!make_ring(ring)) {
+        const KeepErrno keep;
+        remove();
+        close();
+        return false;
+    }
+    return true;
+}
+
+/** Under another name until it is a ring and locked, so that no reader meets half of one. */
+bool ObjectDirectory::make_ring(RingWriter &ring) {
+    const int directory = directory_.get();
+    ::unlinkat(directory, new_ring_name, 0);
+    ring_ = open_and_lock(directory, O_CREAT | O_EXCL, 0);
+    second_ = ring_ ? open_and_lock(directory, 0, 1) : UniqueFd();
+    if (second_ && ring.create(ring_.get()) && ::fchmod(ring_.get(), ring_mode) == 0 &&
+        ::renameat(directory, new_ring_name, directory, ring_name) == 0) {
+        return true;
+    }
+    const KeepErrno keep;
+    ::unlinkat(directory, new_ring_name, 0);
+    return false;
+}
+
+void ObjectDirectory::remove() {
+    ::unlinkat(directory_.get(), ring_name, 0);
+    ::unlinkat(directory_.get(), lock_name, 0);
+    /* Stays where the next publisher is in it already. */
+    if (const Place place = find_place(path_)) {
+        ::unlinkat(place.directory.get(), place.name.c_str(), AT_REMOVEDIR);
+    }
+}
+
+void ObjectDirectory::close() {
+    ring_.reset();
+    second_.reset();
+    lock_.reset();
+    directory_.reset();
+}
+
+bool publisher_lives(int ring_file) {
+    for (const off_t byte : {0, 1}) {
+        struct flock lock = one_byte(F_RDLCK, byte);
+        if (::fcntl(ring_file, F_OFD_GETLK, &lock) == 0 && lock.l_type == F_UNLCK) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace vantro::platform

@@ -1,0 +1,218 @@
+/* The publisher's interface: changes are made up, checked against the limits, and appended. */
+#include <vantro/platform/objects.h>
+
+#include <pthread.h>
+
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string_view>
+
+#include "platform/linux/objects/object_directory.h"
+#include "platform/linux/objects/object_reader.h"
+#include "platform/linux/runtime/platform_path.h"
+#include "platform/portable/change_line.h"
+#include "platform/portable/guards.h"
+#include "platform/portable/object_state.h"
+
+using namespace vantro::platform;
+
+struct object_publisher {
+    std::mutex lock;
+    ObjectDirectory directory;
+    RingWriter ring;
+    Picture picture; /* as the ring tells it */
+    bool abandoned = false;
+    object_publisher *next = nullptr; /* in the list of all, under its lock */
+    std::array<char, OBJECT_CHANGE_MAX + 1> text;
+
+    int publish(std::string_view change);
+};
+
+namespace {
+
+/*
+ * The publishers of this process, for fork. The list's lock comes before those of the publishers,
+ * and is held with all of them across a fork, so that the child finds each whole. It holds no
+ * memory and needs no destructor: it outlives whatever else the process destroys at its end.
+ */
+std::mutex publishers_lock;
+object_publisher *publishers = nullptr;
+
+void before_fork() {
+    publishers_lock.lock();
+    for (object_publisher *one = publishers; one; one = one->next) {
+        one->lock.lock();
+    }
+}
+void after_fork_in_parent() {
+    for (object_publisher *one = publishers; one; one = one->next) {
+        one->lock.unlock();
+    }
+    publishers_lock.unlock();
+}
+void after_fork_in_child() {
+    for (object_publisher *one = publishers; one; one = one->next) {
+        one->abandoned = true;
+        one->directory.close();
+        one->ring.abandon_in_child();
+        one->lock.unlock();
+    }
+    publishers_lock.unlock();
+}
+
+/**
+ * Takes the directory and enlists, without a fork in between: a child that does not know of the lock
+ * would hold it beyond its parent's death.
+ */
+bool take_and_enlist(object_publisher *publisher, std::string_view directory) {
+    static const int watches_fork =
+        pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+    static_cast<void>(watches_fork);
+    const std::lock_guard guard(publishers_lock);
+    if (!publisher->directory.take(directory, publisher->ring)) {
+        return false;
+    }
+    publisher->next = publishers;
+    publishers = publisher;
+    return true;
+}
+
+void strike_off(object_publisher *publisher) {
+    const std::lock_guard guard(publishers_lock);
+    for (object_publisher **link = &publishers; *link; link = &(*link)->next) {
+        if (*link == publisher) {
+            *link = publisher->next;
+            return;
+        }
+    }
+}
+
+int error_of(Picture::Outcome outcome) {
+    switch (outcome) {
+    case Picture::Outcome::applied:
+        return 0;
+    case Picture::Outcome::object_too_long:
+        return EMSGSIZE;
+    case Picture::Outcome::all_too_long:
+        return ENOSPC;
+    case Picture::Outcome::malformed:
+        break;
+    }
+    return EINVAL;
+}
+
+bool may_be_published(const char *object) {
+    return object && is_object_name(object) && std::string_view(object) != all_objects &&
+           std::string_view(object).size() <= OBJECT_NAME_MAX;
+}
+
+} // namespace
+
+int object_publisher::publish(std::string_view change) {
+    /* The snapshot tells what was before the change, and so comes before it. */
+    if (ring.snapshot_due(picture.bytes(), change.size())) {
+        std::string snapshot;
+        snapshot.reserve(picture.bytes());
+        picture.append_all(snapshot);
+        ring.append(RecordKind::snapshot, snapshot);
+    }
+    if (const int error = error_of(picture.apply(change)); error != 0) {
+        return fail(error);
+    }
+    ring.append(RecordKind::change, change);
+    RingWriter::ring_bell(directory.ring_file());
+    return 0;
+}
+
+struct object_publisher *object_publisher_open(const char *directory) {
+    std::string_view relative;
+    if (!directory || !is_platform_path(directory, relative) || !relative.starts_with("kivo/")) {
+        errno = ENOENT;
+        return nullptr;
+    }
+    const CancelDisabled no_cancel;
+    try {
+        auto publisher = std::make_unique<object_publisher>();
+        return take_and_enlist(publisher.get(), relative) ? publisher.release() : nullptr;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+}
+
+void object_publisher_close(struct object_publisher *publisher) {
+    if (!publisher) {
+        return;
+    }
+    const CancelDisabled no_cancel;
+    if (!publisher->abandoned) {
+        publisher->ring.retire();
+        RingWriter::ring_bell(publisher->directory.ring_file());
+        publisher->directory.remove();
+    }
+    strike_off(publisher);
+    delete publisher;
+}
+
+int object_publish(struct object_publisher *publisher, const char *object, unsigned flags,
+                   const struct object_attribute *attributes, size_t count) {
+    if (!publisher || !may_be_published(object) || (flags & ~unsigned{OBJECT_TRUNCATE}) != 0 ||
+        (!attributes && count > 0)) {
+        return fail(EINVAL);
+    }
+    const CancelDisabled no_cancel;
+    const std::lock_guard guard(publisher->lock);
+    if (publisher->abandoned) {
+        return fail(EBADF);
+    }
+    kivo_result head = KIVO_OBJECT_CREATED;
+    if (publisher->picture.holds(object)) {
+        head = flags & OBJECT_TRUNCATE ? KIVO_OBJECT_TRUNCATED : KIVO_OBJECT;
+    }
+    struct kivo_writer writer;
+    kivo_writer_init(&writer, publisher->text.data(), publisher->text.size());
+    kivo_write_object(&writer, head, object);
+    for (size_t i = 0; i < count; ++i) {
+        const struct object_attribute &attribute = attributes[i];
+        if (attribute.value) {
+            kivo_write_attribute(&writer, attribute.name, attribute.encoding, attribute.value);
+        } else {
+            kivo_write_attribute_deleted(&writer, attribute.name);
+        }
+    }
+    const ssize_t length = kivo_writer_finish(&writer);
+    if (length < 0) {
+        return -1;
+    }
+    try {
+        return publisher->publish({writer.text, static_cast<size_t>(length)});
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
+}
+
+int object_delete(struct object_publisher *publisher, const char *object) {
+    if (!publisher || !may_be_published(object)) {
+        return fail(EINVAL);
+    }
+    const CancelDisabled no_cancel;
+    const std::lock_guard guard(publisher->lock);
+    if (publisher->abandoned) {
+        return fail(EBADF);
+    }
+    if (!publisher->picture.holds(object)) {
+        return fail(ENOENT);
+    }
+    struct kivo_writer writer;
+    kivo_writer_init(&writer, publisher->text.data(), publisher->text.size());
+    kivo_write_object(&writer, KIVO_OBJECT_DELETED, object);
+    const ssize_t length = kivo_writer_finish(&writer);
+    try {
+        return publisher->publish({writer.text, static_cast<size_t>(length)});
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
+}

@@ -1,0 +1,135 @@
+#include "platform/linux/runtime/runtime_directory.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include <vantro/platform/limits.h>
+
+namespace vantro::platform {
+
+namespace {
+
+constexpr const char *system_directory = "/run/vantro";
+constexpr mode_t directory_mode = 0755;
+constexpr int directory_flags = O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+/**
+ * The user's runtime directory, where it may be trusted: the user's own, and nobody else's. ENOENT
+ * where there is none such.
+ */
+UniqueFd open_user_runtime() {
+    const char *path = secure_getenv("XDG_RUNTIME_DIR");
+    if (!path || path[0] != '/') {
+        errno = ENOENT;
+        return UniqueFd();
+    }
+    UniqueFd directory(::open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct stat status;
+    if (directory && (::fstat(directory.get(), &status) != 0 || status.st_uid != ::geteuid() ||
+                      (status.st_mode & (S_IWGRP | S_IWOTH)))) {
+        directory.reset();
+        errno = ENOENT;
+    }
+    return directory;
+}
+
+/** Opens one part below a directory, making it first where that is wanted. */
+UniqueFd open_part(int parent, const std::string &part, bool make) {
+    UniqueFd found(::openat(parent, part.c_str(), O_PATH | directory_flags));
+    if (found || errno != ENOENT || !make) {
+        return found;
+    }
+    if (::mkdirat(parent, part.c_str(), directory_mode) == 0) {
+        /* The mode as promised, whatever the umask. */
+        if (::fchmodat(parent, part.c_str(), directory_mode, 0) != 0) {
+            return UniqueFd();
+        }
+    } else if (errno != EEXIST) {
+        return UniqueFd();
+    }
+    return UniqueFd(::openat(parent, part.c_str(), O_PATH | directory_flags));
+}
+
+UniqueFd open_root(bool make) {
+    const UniqueFd user = open_user_runtime();
+    if (user) {
+        UniqueFd root = open_part(user.get(), "vantro", make);
+        if (root || make || errno != ENOENT) {
+            return root;
+        }
+    } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) {
+        return UniqueFd(); /* It may well be there, and the system's would be another place. */
+    }
+    UniqueFd root(::open(system_directory, O_PATH | directory_flags));
+    if (!root && errno == ENOENT && make) {
+        const UniqueFd run(::open("/run", O_PATH | directory_flags));
+        return run ? open_part(run.get(), "vantro", true) : UniqueFd();
+    }
+    return root;
+}
+
+/** A link or a file where a directory should be is no such name, and says no more than that. */
+void tell_as_missing() {
+    if (errno == ENOTDIR || errno == ELOOP) {
+        errno = ENOENT;
+    }
+}
+
+Place walk(std::string_view path, bool make) {
+    if (path.size() > PLATFORM_PATH_MAX) {
+        errno = ENAMETOOLONG;
+        return {};
+    }
+    UniqueFd directory;
+    for (;;) {
+        const size_t slash = path.find('/');
+        const std::string part(path.substr(0, slash));
+        if (part.empty() || part == "." || part == ".." || part.find('\0') != std::string::npos) {
+            errno = ENOENT;
+            return {};
+        }
+        if (part.size() > PLATFORM_NAME_MAX) {
+            errno = ENAMETOOLONG;
+            return {};
+        }
+        if (!directory) {
+            directory = open_root(make);
+            if (!directory) {
+                tell_as_missing();
+                return {};
+            }
+        }
+        if (slash == std::string_view::npos) {
+            return {std::move(directory), part};
+        }
+        directory = open_part(directory.get(), part, make);
+        if (!directory) {
+            tell_as_missing();
+            return {};
+        }
+        path.remove_prefix(slash + 1);
+    }
+}
+
+} // namespace
+
+Place find_place(std::string_view path) {
+    return walk(path, false);
+}
+
+Place make_place(std::string_view path) {
+    return walk(path, true);
+}
+
+std::string descriptor_path(int fd, std::string_view name) {
+    std::string path = "/proc/self/fd/" + std::to_string(fd);
+    if (!name.empty()) {
+        path.append("/").append(name);
+    }
+    return path;
+}
+
+} // namespace vantro::platform

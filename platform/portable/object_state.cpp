@@ -1,0 +1,156 @@
+#include "platform/portable/object_state.h"
+
+#include <algorithm>
+
+#include <vantro/platform/limits.h>
+
+#include "platform/portable/change_line.h"
+
+namespace vantro::platform {
+
+namespace {
+
+constexpr std::string_view object_start = "#@";
+
+/** Takes the next line off a text, its newline included. Empty where the text ends without one. */
+std::string_view take_line(std::string_view &text) {
+    const std::string_view line = text.substr(0, text.find('\n') + 1);
+    text.remove_prefix(line.size());
+    return line;
+}
+
+std::string_view without_newline(std::string_view line) {
+    return line.substr(0, line.empty() ? 0 : line.size() - 1);
+}
+
+} // namespace
+
+Picture::Outcome Picture::apply(std::string_view change) {
+    const ObjectLine head = parse_object_line(without_newline(take_line(change)));
+    if (head.result <= KIVO_END) {
+        return Outcome::malformed;
+    }
+    const auto found = objects_.find(head.name);
+    const size_t bytes_before = found == objects_.end() ? 0 : found->second.bytes;
+    if (head.result == KIVO_OBJECT_DELETED) {
+        if (!change.empty()) {
+            return Outcome::malformed;
+        }
+        if (found != objects_.end()) {
+            bytes_ -= bytes_before;
+            objects_.erase(found);
+        }
+        return Outcome::applied;
+    }
+
+    /* Of two lines of one attribute the later counts. */
+    lines_.clear();
+    while (!change.empty()) {
+        const std::string_view line = take_line(change);
+        const AttributeLine attribute = parse_attribute_line(without_newline(line));
+        if (attribute.name.empty()) {
+            return Outcome::malformed;
+        }
+        lines_.push_back({attribute.name, attribute.is_set ? line : std::string_view()});
+    }
+    std::sort(lines_.begin(), lines_.end(), [](const Line &one, const Line &other) {
+        const int order = one.name.compare(other.name);
+        return order != 0 ? order < 0 : one.name.data() < other.name.data();
+    });
+    const auto first =
+        std::unique(lines_.rbegin(), lines_.rend(), [](const Line &one, const Line &other) {
+            return one.name == other.name;
+        }).base();
+    lines_.erase(lines_.begin(), first);
+
+    const bool keeps = found != objects_.end() && head.result != KIVO_OBJECT_TRUNCATED;
+    size_t bytes = keeps ? bytes_before : object_start.size() + head.name.size() + 1;
+    for (Line &line : lines_) {
+        line.is_new = true;
+        if (keeps) {
+            line.place = found->second.lines.find(line.name);
+            line.is_new = line.place == found->second.lines.end();
+        }
+        bytes += line.text.size() - (line.is_new ? 0 : line.place->second.size());
+    }
+    if (bytes > OBJECT_CHANGE_MAX) {
+        return Outcome::object_too_long;
+    }
+    if (bytes_ - bytes_before + bytes > OBJECT_TOTAL_MAX) {
+        return Outcome::all_too_long;
+    }
+
+    /* All memory first, so that nothing can fail once the object is touched. */
+    Lines added;
+    for (const Line &line : lines_) {
+        if (!line.is_new) {
+            line.place->second.reserve(line.text.size());
+        } else if (!line.text.empty()) {
+            added.emplace_hint(added.end(), line.name, line.text);
+        }
+    }
+    Object &object = found == objects_.end() ? objects_[std::string(head.name)] : found->second;
+    if (!keeps) {
+        object.lines.clear();
+    }
+    for (const Line &line : lines_) {
+        if (!line.is_new && line.text.empty()) {
+            object.lines.erase(line.place);
+        } else if (!line.is_new) {
+            line.place->second = line.text;
+        }
+    }
+    object.lines.merge(added);
+    object.bytes = bytes;
+    bytes_ += bytes - bytes_before;
+    return Outcome::applied;
+}
+
+bool Picture::load(std::string_view snapshot, std::string_view object) {
+    objects_.clear();
+    bytes_ = 0;
+    while (!snapshot.empty()) {
+        if (!snapshot.starts_with(object_start)) {
+            return false;
+        }
+        /* An attribute's line cannot begin so: the sign would be escaped. */
+        const size_t next = snapshot.find("\n#@");
+        const std::string_view text =
+            snapshot.substr(0, next == snapshot.npos ? snapshot.size() : next + 1);
+        snapshot.remove_prefix(text.size());
+        const ObjectLine head = parse_object_line(text.substr(0, text.find('\n')));
+        if (head.result != KIVO_OBJECT_TRUNCATED) {
+            return false;
+        }
+        if ((object.empty() || head.name == object) && apply(text) != Outcome::applied) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void Picture::append(std::string &text, const Objects::value_type &object) {
+    text.append(object_start).append(object.first).append("\n");
+    for (const auto &[name, line] : object.second.lines) {
+        text.append(line);
+    }
+}
+
+void Picture::append_all(std::string &text) const {
+    for (const auto &object : objects_) {
+        append(text, object);
+    }
+}
+
+std::vector<Picture::Text> Picture::texts() const {
+    std::vector<Text> all;
+    all.reserve(objects_.size());
+    for (const auto &object : objects_) {
+        Text &made = all.emplace_back(Text{object.first, {}});
+        made.text.reserve(object.second.bytes);
+        append(made.text, object);
+    }
+    return all;
+}
+
+} // namespace vantro::platform

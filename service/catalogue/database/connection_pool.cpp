@@ -1,0 +1,41 @@
+#include "service/catalogue/database/connection_pool.h"
+
+#include <utility>
+
+namespace vantro {
+
+namespace {
+
+// The pages that a browsing client looks at again; the host keeps the rest of the file at hand.
+constexpr int reader_cache_kib = 2 * 1024;
+
+// As many as a machine of this kind has threads that read at once.
+constexpr std::size_t idle_max = 8;
+
+} // namespace
+
+std::unique_ptr<Database> Pool::take() {
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        if (!idle_.empty()) {
+            std::unique_ptr<Database> database = std::move(idle_.back());
+            idle_.pop_back();
+            return database;
+        }
+    }
+    return std::make_unique<Database>(file_, Database::Access::read, reader_cache_kib);
+}
+
+void Pool::give_back(std::unique_ptr<Database> database) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (idle_.size() < idle_max)
+        idle_.push_back(std::move(database));
+}
+
+void Pool::replace(const std::function<void()> &replace) {
+    const std::unique_lock<std::shared_mutex> alone(replacing_);
+    idle_.clear();
+    replace();
+}
+
+} // namespace vantro

@@ -1,0 +1,48 @@
+// Connections for readers: one a thread that is reading, a few kept for the next ones.
+#ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_CONNECTION_POOL_H
+#define VANTRO_SERVICE_CATALOGUE_DATABASE_CONNECTION_POOL_H
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <vector>
+
+#include "service/catalogue/database/database.h"
+
+namespace vantro {
+
+class Pool {
+  public:
+    explicit Pool(std::filesystem::path file) : file_(std::move(file)) {}
+
+    // Calls `read` within one state of the catalogue. Throws DatabaseError. Any thread.
+    template <typename Read>
+    auto read(const Read &read) {
+        // Held for reading alone: waiting for a reader to end is waiting for one query.
+        const std::shared_lock<std::shared_mutex> open(replacing_);
+        std::unique_ptr<Database> database = take();
+        Transaction moment(*database);
+        auto result = read(*database);
+        moment.commit();
+        give_back(std::move(database));
+        return result;
+    }
+
+    // Calls `replace` while nobody has the file open here.
+    void replace(const std::function<void()> &replace);
+
+  private:
+    std::unique_ptr<Database> take();
+    void give_back(std::unique_ptr<Database> database);
+
+    const std::filesystem::path file_;
+    std::shared_mutex replacing_;
+    std::mutex mutex_; // guards idle_
+    std::vector<std::unique_ptr<Database>> idle_;
+};
+
+} // namespace vantro
+
+#endif

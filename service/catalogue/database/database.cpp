@@ -1,0 +1,168 @@
+#include "service/catalogue/database/database.h"
+
+#include <new>
+
+#include <fmt/format.h>
+#include <sqlite3.h>
+
+namespace vantro {
+
+namespace {
+
+// How long a statement waits for another connection, which holds locks for moments only.
+constexpr int busy_ms = 10'000;
+
+// One process at a time has the state directory. So what its connections share of the log lies in
+// memory and not in a file: on a full disk that could not be made, and nothing be read.
+constexpr const char *one_process = "unix-excl";
+
+bool tells_damage(int code) {
+    const int primary = code & 0xFF;
+    return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB || primary == SQLITE_FORMAT;
+}
+
+} // namespace
+
+Rows::Rows(Database &database, sqlite3_stmt *statement, bool *busy)
+    : database_(database), statement_(statement), busy_(busy) {}
+
+Rows::~Rows() {
+    if (!busy_) {
+        sqlite3_finalize(statement_);
+        return;
+    }
+    sqlite3_reset(statement_);
+    sqlite3_clear_bindings(statement_);
+    *busy_ = false;
+}
+
+bool Rows::next() {
+    const int result = sqlite3_step(statement_);
+    if (result == SQLITE_ROW)
+        return true;
+    if (result != SQLITE_DONE)
+        database_.fail("cannot be used");
+    return false;
+}
+
+int64_t Rows::integer(int column) const {
+    return sqlite3_column_int64(statement_, column);
+}
+
+std::string_view Rows::text(int column) const {
+    const void *bytes = sqlite3_column_blob(statement_, column);
+    const int size = sqlite3_column_bytes(statement_, column);
+    return bytes
+               ? std::string_view(static_cast<const char *>(bytes), static_cast<std::size_t>(size))
+               : std::string_view();
+}
+
+void Rows::bind(int at, int64_t value) {
+    if (sqlite3_bind_int64(statement_, at, value) != SQLITE_OK)
+        database_.fail("cannot take a number");
+}
+
+void Rows::bind(int at, std::string_view value) {
+    const char *text = value.data() ? value.data() : "";
+    if (sqlite3_bind_text64(statement_, at, text, value.size(), SQLITE_TRANSIENT, SQLITE_UTF8) !=
+        SQLITE_OK)
+        database_.fail("cannot take a text");
+}
+
+void Rows::bind(int at, Blob value) {
+    const char *bytes = value.bytes.data() ? value.bytes.data() : "";
+    if (sqlite3_bind_blob64(statement_, at, bytes, value.bytes.size(), SQLITE_TRANSIENT) !=
+        SQLITE_OK)
+        database_.fail("cannot take bytes");
+}
+
+Database::Database(const std::filesystem::path &file, Access access, int cache_kib) {
+    const int flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_READWRITE |
+                      (access == Access::write ? SQLITE_OPEN_CREATE : 0);
+    if (sqlite3_open_v2(file.c_str(), &handle_, flags, one_process) != SQLITE_OK) {
+        const int code = handle_ ? sqlite3_extended_errcode(handle_) : SQLITE_NOMEM;
+        const std::string why = sqlite3_errstr(code);
+        sqlite3_close(handle_);
+        throw DatabaseError(fmt::format("cannot be opened: {}", why), tells_damage(code));
+    }
+    try {
+        sqlite3_extended_result_codes(handle_, 1);
+        sqlite3_busy_timeout(handle_, busy_ms);
+        script(
+            fmt::format("PRAGMA cache_size = -{}; PRAGMA temp_store = MEMORY", cache_kib).c_str());
+        // A text that is gone needs no overwriting: it is what any reader of the music could see.
+        // After a power cut the last seconds may be missing, and are scanned again.
+        script(access == Access::write ? "PRAGMA secure_delete = OFF; PRAGMA synchronous = NORMAL"
+                                       : "PRAGMA query_only = ON");
+    } catch (...) {
+        sqlite3_close(handle_);
+        throw;
+    }
+}
+
+Database::~Database() {
+    for (const auto &[sql, each] : kept_)
+        sqlite3_finalize(each.statement);
+    sqlite3_close(handle_);
+}
+
+sqlite3_stmt *Database::prepare(const char *sql, bool *&busy) {
+    Kept &kept = kept_[sql];
+    if (kept.statement && !kept.busy) {
+        busy = &kept.busy;
+        *busy = true;
+        return kept.statement;
+    }
+    sqlite3_stmt *statement = nullptr;
+    if (sqlite3_prepare_v3(handle_, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) !=
+        SQLITE_OK)
+        fail("does not hold what it should", true);
+    if (kept.statement)
+        return statement; // the kept one is busy further up
+    kept.statement = statement;
+    busy = &kept.busy;
+    *busy = true;
+    return statement;
+}
+
+void Database::script(const char *sql) {
+    if (sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+        fail("cannot be set up");
+}
+
+int64_t Database::last_id() const {
+    return sqlite3_last_insert_rowid(handle_);
+}
+
+bool Database::in_transaction() const {
+    return sqlite3_get_autocommit(handle_) == 0;
+}
+
+void Database::fail(const char *what, bool damaged) const {
+    const int code = sqlite3_extended_errcode(handle_);
+    if (code == SQLITE_NOMEM)
+        throw std::bad_alloc();
+    throw DatabaseError(fmt::format("{}: {}", what, sqlite3_errmsg(handle_)),
+                        damaged || tells_damage(code));
+}
+
+Transaction::Transaction(Database &database) : database_(database) {
+    database_.run("BEGIN");
+}
+
+Transaction::~Transaction() {
+    if (!open_ || !database_.in_transaction())
+        return;
+    try {
+        database_.run("ROLLBACK");
+    } catch (const std::exception &) {
+        // It has been undone by the failure itself.
+    }
+}
+
+void Transaction::commit() {
+    database_.run("COMMIT");
+    open_ = false;
+}
+
+} // namespace vantro

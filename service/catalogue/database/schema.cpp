@@ -1,0 +1,162 @@
+#include "service/catalogue/database/schema.h"
+
+#include <chrono>
+#include <system_error>
+
+#include <fmt/format.h>
+
+namespace vantro {
+
+namespace {
+
+// Changed with every change of the tables or of what is in them.
+constexpr int version = 3;
+
+// Keeps the numbers short.
+constexpr int64_t past_us = 1'700'000'000'000'000;
+
+constexpr int writer_cache_kib = 16 * 1024;
+
+// `node` holds everything but songs. Its `identity` is what its key is a digest of: the path below
+// the source, or the folded names. `parent` is the folder that holds a folder, the artist of an
+// album. `place` of a song is its disc and track in one number, `performer` the artist who performs
+// it where that is not the album's, `stated` whether its file states an album artist, and
+// `own_artist` the identity of that one, or else of the performer.
+//
+// Numbers of songs start at the time the file was made, in microseconds, so that those of an earlier
+// file, which a track session may still hold, name nothing in this one. No scan is faster than that.
+constexpr const char *tables = R"(
+CREATE TABLE source(
+    id INTEGER PRIMARY KEY AUTOINCREMENT, path BLOB NOT NULL UNIQUE,
+    generation INTEGER NOT NULL DEFAULT 1, songs INTEGER NOT NULL DEFAULT 0);
+
+CREATE TABLE node(
+    id INTEGER PRIMARY KEY, source INTEGER NOT NULL, kind INTEGER NOT NULL, key INTEGER NOT NULL,
+    parent INTEGER NOT NULL, count INTEGER NOT NULL DEFAULT 0, name TEXT NOT NULL,
+    identity BLOB NOT NULL, sort BLOB NOT NULL);
+CREATE UNIQUE INDEX node_by_key ON node(source, kind, key);
+CREATE INDEX node_by_name ON node(source, kind, sort, key);
+CREATE INDEX node_by_parent ON node(parent, kind, sort, key);
+
+-- Keys that were wanted for two things.
+CREATE TABLE shared_key(key INTEGER PRIMARY KEY);
+
+CREATE TABLE song(
+    id INTEGER PRIMARY KEY AUTOINCREMENT, source INTEGER NOT NULL, key INTEGER NOT NULL,
+    folder INTEGER NOT NULL, album INTEGER NOT NULL, year INTEGER NOT NULL,
+    disc INTEGER NOT NULL, track INTEGER NOT NULL, duration INTEGER NOT NULL,
+    performer INTEGER NOT NULL, stated INTEGER NOT NULL, own_artist BLOB NOT NULL,
+    artwork INTEGER NOT NULL, modified INTEGER NOT NULL, size INTEGER NOT NULL,
+    place INTEGER NOT NULL, name TEXT NOT NULL, file BLOB NOT NULL, sort BLOB NOT NULL);
+CREATE UNIQUE INDEX song_by_key ON song(source, key);
+CREATE INDEX song_by_name ON song(source, sort, key, duration, name);
+CREATE INDEX song_by_folder ON song(folder, place, sort, key);
+CREATE INDEX song_by_album ON song(album, place, sort, key);
+CREATE INDEX song_by_performer ON song(performer) WHERE performer != 0;
+CREATE INDEX song_by_year ON song(year) WHERE year != 0;
+CREATE TABLE song_detail(song INTEGER PRIMARY KEY, tags BLOB NOT NULL);
+CREATE TABLE song_genre(
+    genre INTEGER, song INTEGER, PRIMARY KEY(genre, song)) WITHOUT ROWID;
+CREATE INDEX genre_of_song ON song_genre(song);
+
+CREATE TABLE playlist(
+    node INTEGER PRIMARY KEY, source INTEGER NOT NULL, modified INTEGER NOT NULL,
+    size INTEGER NOT NULL, folder BLOB NOT NULL, file BLOB NOT NULL);
+CREATE UNIQUE INDEX playlist_by_folder ON playlist(source, folder, file);
+CREATE TABLE playlist_entry(
+    playlist INTEGER, position INTEGER, key INTEGER NOT NULL, PRIMARY KEY(playlist, position))
+    WITHOUT ROWID;
+
+CREATE TABLE artwork(
+    id INTEGER PRIMARY KEY AUTOINCREMENT, file TEXT NOT NULL UNIQUE,
+    width INTEGER NOT NULL, height INTEGER NOT NULL);
+CREATE TABLE folder_image(
+    source INTEGER, folder BLOB, artwork INTEGER NOT NULL, modified INTEGER NOT NULL,
+    size INTEGER NOT NULL, file BLOB NOT NULL, PRIMARY KEY(source, folder)) WITHOUT ROWID;
+CREATE INDEX song_with_artwork ON song(artwork) WHERE artwork != 0;
+
+CREATE TABLE left_out(
+    source INTEGER, folder BLOB, file BLOB, modified INTEGER NOT NULL, size INTEGER NOT NULL,
+    why TEXT NOT NULL, PRIMARY KEY(source, folder, file)) WITHOUT ROWID;
+
+-- Folders whose songs have not been looked at together since one of them changed.
+CREATE TABLE unsettled(folder INTEGER PRIMARY KEY, source INTEGER NOT NULL);
+
+CREATE VIRTUAL TABLE song_words USING fts5(
+    title, artist, album, genre, composer,
+    prefix = '1 2', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
+CREATE VIRTUAL TABLE node_words USING fts5(
+    artist, album, genre, of_artist,
+    prefix = '1 2', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
+)";
+
+bool good(Database &database) {
+    const int64_t found = database.number(0, "PRAGMA user_version");
+    if (found == 0 && database.number(0, "SELECT COUNT(*) FROM sqlite_schema") == 0) {
+        Transaction whole(database);
+        database.script(tables);
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        database.run("INSERT INTO sqlite_sequence(name, seq) VALUES('song', ?1)",
+                     std::chrono::duration_cast<std::chrono::microseconds>(now).count() - past_us);
+        database.script(fmt::format("PRAGMA user_version = {}", version).c_str());
+        whole.commit();
+        return true;
+    }
+    if (found != version)
+        return false;
+    // That the tables are there at all; what is in them shows when it is used.
+    database.run("SELECT generation, songs FROM source");
+    database.run("SELECT id FROM node JOIN playlist ON node = id LIMIT 1");
+    database.run("SELECT rowid FROM song_words LIMIT 1");
+    database.run("SELECT rowid FROM node_words LIMIT 1");
+    database.run("SELECT song.id FROM song, song_detail, artwork, folder_image, left_out,"
+                 " unsettled LIMIT 1");
+    return true;
+}
+
+std::unique_ptr<Database> open_one(const std::filesystem::path &file) {
+    auto database = std::make_unique<Database>(file, Database::Access::write, writer_cache_kib);
+    database->script("PRAGMA journal_mode = WAL");
+    return good(*database) ? std::move(database) : nullptr;
+}
+
+} // namespace
+
+void move_aside(const std::filesystem::path &file, const std::string &why,
+                const std::function<void(const std::string &)> &say) {
+    std::filesystem::path aside;
+    std::error_code error;
+    for (int number = 1;; ++number) {
+        aside = fmt::format("{}.bad-{}", file.native(), number);
+        if (!std::filesystem::exists(std::filesystem::symlink_status(aside, error)))
+            break;
+    }
+    std::filesystem::rename(file, aside, error);
+    if (error)
+        throw DatabaseError(fmt::format("{}, and cannot be moved aside: {}", why, error.message()),
+                            false);
+    // What is in the log of a file belongs to that file and to no other.
+    for (const char *beside : {"-wal", "-shm"})
+        std::filesystem::rename(file.native() + beside, aside.native() + beside, error);
+    say(fmt::format("the catalogue {}; it was moved to {} and is made anew", why, aside.native()));
+}
+
+std::unique_ptr<Database> open_catalogue_file(const std::filesystem::path &file,
+                                              const std::function<void(const std::string &)> &say) {
+    std::string why = "is of another version";
+    try {
+        if (auto database = open_one(file))
+            return database;
+    } catch (const DatabaseError &error) {
+        if (!error.damaged())
+            throw;
+        why = error.what();
+    }
+    move_aside(file, why, say);
+    auto database = open_one(file);
+    if (!database)
+        throw DatabaseError("cannot be made", true);
+    return database;
+}
+
+} // namespace vantro

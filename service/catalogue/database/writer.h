@@ -1,0 +1,118 @@
+// The one that writes the catalogue's file. One thread; what it does is seen by readers at commit().
+//
+// Everything throws DatabaseError; after that only undo() is of use.
+#ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_WRITER_H
+#define VANTRO_SERVICE_CATALOGUE_DATABASE_WRITER_H
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "service/catalogue/database/database.h"
+#include "service/catalogue/files/catalogued_song.h"
+#include "service/catalogue/files/playlist_file.h"
+#include "service/catalogue/text/names.h"
+
+namespace vantro {
+
+struct KnownFile {
+    FileStamp stamp;
+    bool left_out = false;
+};
+
+// What the catalogue knows of one folder.
+struct KnownFolder {
+    std::unordered_map<std::string, KnownFile> files;
+    std::set<std::string> folders; // that lie in it, by their names
+    std::string image;             // name of the cover, or ""
+    FileStamp image_stamp;
+};
+
+class Writer {
+  public:
+    explicit Writer(Database &database) : database_(database) {}
+
+    // The number of the source at that path, the same from run to run.
+    int32_t source_at(std::string_view path);
+
+    KnownFolder known(int32_t source, std::string_view folder);
+
+    void put_song(const FoundSong &song);
+    void put_playlist(const FileName &where, const PlaylistFile &playlist,
+                      const std::vector<std::string> &paths);
+    void put_image(const FileName &where, FileStamp stamp, const std::optional<Artwork> &artwork);
+    void remove_image(int32_t source, std::string_view folder);
+    // Notes why a file is not in the catalogue. True when that was not known yet.
+    bool leave_out(const FileName &where, FileStamp stamp, std::string_view why);
+    // Forgets a file, a folder with all that is below it.
+    void remove_file(const FileName &where);
+    void remove_folder(int32_t source, std::string_view folder);
+
+    // What can be told only when all songs are in: which songs of a folder make one album, how many
+    // of their songs playlists find, and which covers nobody has.
+    void settle(int32_t source);
+    // Changes of an earlier scan, which was not finished, have not been settled.
+    bool unsettled(int32_t source);
+    bool has_song(int32_t source, std::string_view path);
+    bool has_artwork(std::string_view file);
+
+    int pending() const { return pending_; } // changes since the last commit
+    // Returns the sources that look different now.
+    std::vector<int32_t> commit();
+    void undo();
+
+  private:
+    struct SongRow {
+        int64_t id = 0;
+        int64_t folder = 0;
+        int64_t album = 0;
+        int64_t year = 0;
+        int64_t performer = 0;
+    };
+
+    struct Match {
+        int64_t id;
+        bool same; // what has the key also has the identity
+    };
+
+    void begin();
+    void changed(int32_t source, int songs = 0);
+    int64_t node_at(int32_t source, char kind, const FoundName &name, int64_t parent,
+                    std::string_view artist = {});
+    int64_t folder_at(int32_t source, std::string_view folder);
+    int64_t find_node(int32_t source, char kind, std::string_view identity, int64_t &key);
+    int64_t find_by_key(char kind, std::string_view identity, int64_t &key,
+                        const std::function<Match(int64_t key)> &look);
+    bool shared(int64_t key);
+    int64_t year_at(int32_t source, int32_t year);
+    int64_t artwork_at(const std::optional<Artwork> &artwork);
+    std::optional<SongRow> find_song(const FileName &where, int64_t &key);
+    int64_t album_at(int32_t source, const FoundName &artist, FoundName album);
+    int64_t performer_at(int32_t source, const FoundName &performer, std::string_view artist);
+    void settle_folder(int32_t source, int64_t folder);
+    void link(int64_t song, const SongRow &row, const std::vector<int64_t> &genres);
+    void unlink(const SongRow &row);
+    void remove_song(int32_t source, const SongRow &row);
+    void remove_playlist(int32_t source, int64_t node);
+    void remove_songs_of(int32_t source, int64_t folder);
+    void count(int64_t node, int difference);
+    void apply_counts();
+    void remove_node(int64_t node);
+
+    Database &database_;
+    std::optional<Transaction> transaction_;
+    int pending_ = 0;
+    std::map<int32_t, int> changed_; // sources, and by how many songs they grew
+    std::unordered_map<int64_t, int> counts_;
+    std::unordered_map<std::string, int64_t> nodes_; // numbers of nodes that were used lately
+};
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,58 @@
+// Covers: kept once each by their content, told apart by their first bytes.
+#ifndef VANTRO_SERVICE_CATALOGUE_FILES_ARTWORK_H
+#define VANTRO_SERVICE_CATALOGUE_FILES_ARTWORK_H
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vantro {
+
+// Largest picture that is taken for a cover, in bytes.
+inline constexpr std::size_t picture_bytes_max = 16 * 1024 * 1024;
+
+// A cover in the artwork directory.
+struct Artwork {
+    std::string file; // its name there, digest and ending
+    int32_t width = 0;
+    int32_t height = 0;
+};
+
+struct PictureHead {
+    const char *ending = nullptr;
+    int32_t width = 0;
+    int32_t height = 0;
+};
+// Nothing where the bytes do not begin a JPEG or PNG picture. Reads no more than their headers.
+std::optional<PictureHead> picture_head(std::string_view bytes);
+
+// How a picture in a folder is named, by what counts first where there are several: as its cover
+// (cover, folder, front, albumcover, album, in this order and in any case), or like any other.
+// Nothing for what has no ending of a picture.
+std::optional<int> picture_rank(std::string_view name);
+inline constexpr int plain_picture_rank = 5; // counts where it is the only picture
+
+class ArtworkFolder {
+  public:
+    explicit ArtworkFolder(const std::filesystem::path &directory);
+
+    // Returns nothing for what is no picture. Throws std::system_error where it cannot be kept, as
+    // on a full disk. Any thread.
+    std::optional<Artwork> keep(std::string_view bytes) const;
+
+    std::string uri(std::string_view file) const;
+
+    // Deletes every file for which `wanted` is false.
+    void sweep(const std::function<bool(const std::string &file)> &wanted) const;
+
+  private:
+    const std::filesystem::path directory_;
+    std::string uri_; // of the directory, with a slash at the end
+};
+
+} // namespace vantro
+
+#endif

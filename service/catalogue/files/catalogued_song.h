@@ -1,0 +1,69 @@
+// What the scan found, made ready for the catalogue's file: the work that any thread can do.
+#ifndef VANTRO_SERVICE_CATALOGUE_FILES_CATALOGUED_SONG_H
+#define VANTRO_SERVICE_CATALOGUE_FILES_CATALOGUED_SONG_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/song_file.h"
+
+namespace vantro {
+
+// A file by its source, its folder below the source ("" for the top) and its name there.
+struct FileName {
+    int32_t source = 0;
+    std::string folder;
+    std::string file;
+};
+
+// When a file was changed, and its size: what tells that it need not be read again.
+struct FileStamp {
+    int64_t modified_ns = 0;
+    int64_t size = 0;
+    bool operator==(const FileStamp &) const = default;
+};
+
+// "" and the name for a file at the top.
+std::string path_below(std::string_view folder, std::string_view file);
+
+// The opposite: the folder that a path is in, and its last piece.
+FileName place_of(int32_t source, std::string_view path);
+
+struct FoundName {
+    std::string text;     // as it is shown
+    std::string identity; // the same for what is the same
+    std::string sort;
+};
+
+struct FoundSong {
+    FileName where;
+    SongFile song;
+    std::optional<Artwork> artwork;
+    std::string title;
+    std::string sort;  // of the title
+    int64_t place = 0; // disc and track
+    FoundName artist; // of the album, as this song alone would have it; its identity is empty where
+                      // there is none
+    bool artist_stated = false; // it is not only who performs the song
+    FoundName performer;
+    FoundName album;
+    std::vector<FoundName> genres;
+};
+
+inline constexpr std::string_view several_artists = "Various Artists";
+
+FoundName named(std::string_view text);
+
+// Fills in all that follows from `where` and `song`.
+void complete(FoundSong &found);
+
+// A file's name without its ending, as a title.
+std::string title_of_file(std::string_view file);
+
+} // namespace vantro
+
+#endif

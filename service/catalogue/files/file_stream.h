@@ -1,0 +1,61 @@
+// A file as the tag readers see it: read-only, bounded, never waiting.
+#ifndef VANTRO_SERVICE_CATALOGUE_FILES_FILE_STREAM_H
+#define VANTRO_SERVICE_CATALOGUE_FILES_FILE_STREAM_H
+
+#include <string>
+#include <sys/stat.h>
+
+#include <taglib/tiostream.h>
+
+namespace vantro {
+
+class FileStream : public TagLib::IOStream {
+  public:
+    // Most bytes that are handed out for one file. Tag readers take what a file's own length fields
+    // ask for, several times over; covers and lyrics of real files fit many times.
+    static constexpr long budget_bytes = 64l * 1024 * 1024;
+
+    // A named pipe is opened without waiting for its writer.
+    explicit FileStream(const std::string &path);
+    ~FileStream() override;
+    FileStream(const FileStream &) = delete;
+    FileStream &operator=(const FileStream &) = delete;
+
+    // Null, or why there is nothing to read.
+    const char *failure() const { return failure_; }
+    const struct stat &status() const { return status_; }
+
+    // Begins anew. A stream without name is told by what it holds: many a collection has one kind
+    // of file under the name of another.
+    void rewind(bool with_name);
+
+    TagLib::FileName name() const override { return named_ ? path_.c_str() : ""; }
+    TagLib::ByteVector readBlock(unsigned long length) override;
+    void seek(long offset, Position from = Beginning) override;
+    long tell() const override { return at_; }
+    long length() override { return static_cast<long>(status_.st_size); }
+    bool readOnly() const override { return true; }
+    bool isOpen() const override { return failure_ == nullptr; }
+
+    void writeBlock(const TagLib::ByteVector &) override {}
+    void insert(const TagLib::ByteVector &, unsigned long, unsigned long) override {}
+    void removeBlock(unsigned long, unsigned long) override {}
+    void truncate(long) override {}
+
+  private:
+    std::size_t read_at(char *bytes, std::size_t size, long offset) const;
+
+    const std::string path_;
+    int descriptor_ = -1;
+    const char *failure_ = nullptr;
+    bool named_ = true;
+    struct stat status_ = {};
+    long at_ = 0;
+    long left_ = budget_bytes;
+    long window_at_ = 0; // where in the file the bytes of window_ are from
+    std::string window_; // tag readers take a few bytes at a time
+};
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,38 @@
+// Playlist files: .m3u, .m3u8 and .pls.
+#ifndef VANTRO_SERVICE_CATALOGUE_FILES_PLAYLIST_FILE_H
+#define VANTRO_SERVICE_CATALOGUE_FILES_PLAYLIST_FILE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vantro {
+
+// Largest playlist file, in bytes, and most entries of one. More is no list that anybody made.
+inline constexpr std::size_t playlist_bytes_max = 4 * 1024 * 1024;
+inline constexpr std::size_t playlist_entries_max = 100'000;
+
+bool has_playlist_name(std::string_view name);
+
+// The entries in their order, as they are written. Never fails: what makes no sense is no entry.
+std::vector<std::string> parse_playlist(std::string_view name, std::string_view bytes);
+
+// The path below `root` that an entry of a playlist in `folder`, itself below `root`, means.
+// Nothing where it leads out of it, or is no file at all.
+std::optional<std::string> resolve_entry(std::string_view entry, std::string_view folder,
+                                         std::string_view root);
+
+struct PlaylistFile {
+    int64_t modified_ns = 0;
+    int64_t size = 0;
+    std::vector<std::string> entries;
+};
+
+// Returns nothing, or why the file at `path` cannot be read.
+const char *read_playlist(const std::string &path, PlaylistFile &playlist);
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,54 @@
+// What one audio file says of itself.
+#ifndef VANTRO_SERVICE_CATALOGUE_FILES_SONG_FILE_H
+#define VANTRO_SERVICE_CATALOGUE_FILES_SONG_FILE_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace vantro {
+
+// Longest lyrics that are kept, in bytes. Other texts end at tag_text_max.
+inline constexpr std::size_t lyrics_max = 64 * 1024;
+
+// Values by key, as <vantro/catalogue.h> names them. Texts are valid UTF-8 without NUL.
+class Tags {
+  public:
+    Tags() = default;
+    explicit Tags(std::string packed) : packed_(std::move(packed)) {}
+
+    void add(std::string_view key, std::string_view value); // an empty value is not kept
+    std::string_view get(std::string_view key) const;       // empty where there is none
+    const std::string &packed() const { return packed_; }
+
+  private:
+    std::string packed_; // key NUL value NUL...
+};
+
+struct SongFile {
+    Tags tags;
+    std::vector<std::string> genres;
+    int32_t year = 0;
+    int32_t disc = 0;
+    int32_t track = 0;
+    int32_t duration_ms = 0;
+    int64_t modified_ns = 0;
+    int64_t size = 0;
+    std::string picture; // the bytes of the cover in the file
+};
+
+// True for a name that ends as audio files do. Others are no business of the scan.
+bool has_audio_name(std::string_view name);
+
+// Fills `song` from the file at `path`, its time and size also where it cannot be played. Returns
+// nothing, or why it cannot.
+const char *read_song(const std::string &path, SongFile &song);
+
+// 0, or the VANTRO_ERROR_* for which the file at `path` cannot be played.
+int32_t check_song(const std::string &path);
+
+} // namespace vantro
+
+#endif

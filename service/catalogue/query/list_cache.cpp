@@ -1,0 +1,60 @@
+#include "service/catalogue/query/list_cache.h"
+
+#include <algorithm>
+
+namespace vantro {
+
+const List::Place *List::find(Entry entry) const {
+    const auto found =
+        std::lower_bound(places.begin(), places.end(), entry,
+                         [](const Place &place, Entry wanted) { return place.entry < wanted; });
+    return found != places.end() && found->entry == entry ? &*found : nullptr;
+}
+
+void List::place_entries(const std::vector<int32_t> &durations) {
+    places.resize(entries.size());
+    for (std::size_t i = 0; i < entries.size(); ++i)
+        places[i] = {entries[i], static_cast<uint32_t>(i), durations.empty() ? 0 : durations[i]};
+    std::sort(places.begin(), places.end(),
+              [](const Place &a, const Place &b) { return a.entry < b.entry; });
+}
+
+std::shared_ptr<const List> ListCache::find(const std::string &name) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto found = by_name_.find(name);
+    if (found == by_name_.end())
+        return nullptr;
+    kept_.splice(kept_.begin(), kept_, found->second);
+    return found->second->list;
+}
+
+std::shared_ptr<const List> ListCache::get(const std::string &name,
+                                           const std::function<List()> &make) {
+    if (std::shared_ptr<const List> list = find(name))
+        return list;
+    const auto list = std::make_shared<const List>(make());
+    const std::size_t bytes = sizeof(Kept) + 2 * name.size() +
+                              list->entries.capacity() * sizeof(Entry) +
+                              list->places.capacity() * sizeof(List::Place);
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (bytes > bytes_max || by_name_.count(name) != 0)
+        return list; // too long to keep, or another thread was faster
+    while (bytes_ + bytes > bytes_max) {
+        bytes_ -= kept_.back().bytes;
+        by_name_.erase(kept_.back().name);
+        kept_.pop_back();
+    }
+    kept_.push_front({name, list, bytes});
+    by_name_.emplace(name, kept_.begin());
+    bytes_ += bytes;
+    return list;
+}
+
+void ListCache::clear() {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    by_name_.clear();
+    kept_.clear();
+    bytes_ = 0;
+}
+
+} // namespace vantro

@@ -1,0 +1,66 @@
+// Ordered lists of what is in the catalogue, made once and kept, so that a page from the middle of
+// a long one costs no more than one from its beginning.
+#ifndef VANTRO_SERVICE_CATALOGUE_QUERY_LIST_CACHE_H
+#define VANTRO_SERVICE_CATALOGUE_QUERY_LIST_CACHE_H
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace vantro {
+
+// Songs by their numbers, nodes by their numbers negated.
+using Entry = int64_t;
+
+struct List {
+    // Where an entry stands. These are sorted by entry.
+    struct Place {
+        Entry entry;
+        uint32_t at;
+        int32_t duration_ms; // of songs
+    };
+
+    std::vector<Entry> entries;
+    std::vector<Place> places; // only of lists that others are sorted by
+
+    const Place *find(Entry entry) const;
+    // Fills `places`. `durations` is empty or runs beside `entries`.
+    void place_entries(const std::vector<int32_t> &durations);
+};
+
+// Keeps the lists that were used last. Any thread.
+class ListCache {
+  public:
+    // Returns what is kept under `name`, or makes it. Names hold the generation, so what is out of
+    // date is never asked for again, and goes when others need the room.
+    std::shared_ptr<const List> get(const std::string &name, const std::function<List()> &make);
+
+    // Null where it is not kept.
+    std::shared_ptr<const List> find(const std::string &name);
+
+    void clear();
+
+  private:
+    // A hundred thousand songs in every order that is asked for take half of this.
+    static constexpr std::size_t bytes_max = 24u * 1024 * 1024;
+
+    struct Kept {
+        std::string name;
+        std::shared_ptr<const List> list;
+        std::size_t bytes;
+    };
+
+    std::mutex mutex_;     // guards all that follows; lists are made outside of it
+    std::list<Kept> kept_; // used last in front
+    std::unordered_map<std::string, std::list<Kept>::iterator> by_name_;
+    std::size_t bytes_ = 0;
+};
+
+} // namespace vantro
+
+#endif

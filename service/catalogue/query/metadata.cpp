@@ -1,0 +1,175 @@
+#include "service/catalogue/query/metadata.h"
+
+#include <functional>
+
+#include <vantro/catalogue.h>
+
+#include "service/catalogue/files/catalogued_song.h"
+#include "service/catalogue/files/song_file.h"
+#include "service/catalogue/text/utf8.h"
+
+namespace vantro {
+
+namespace {
+
+constexpr int64_t ns_a_second = 1'000'000'000;
+
+// The cover of the file itself, else of its folder.
+void find_artwork(Database &database, const ArtworkFolder &artwork, SongId song,
+                  SongMetadata &metadata) {
+    Rows row = database.query(
+        "SELECT artwork.file, width, height FROM song JOIN node ON node.id = song.folder"
+        " LEFT JOIN folder_image AS image"
+        " ON image.source = song.source AND image.folder = node.identity"
+        " JOIN artwork ON artwork.id ="
+        " CASE song.artwork WHEN 0 THEN image.artwork ELSE song.artwork END"
+        " WHERE song.id = ?1",
+        song);
+    if (row.next()) {
+        metadata.artwork = artwork.uri(row.text(0));
+        metadata.width = row.small(1);
+        metadata.height = row.small(2);
+    }
+}
+
+std::vector<std::string> answers(const std::vector<std::string_view> &keys,
+                                 const std::function<std::string(std::string_view key)> &value_of) {
+    std::vector<std::string> values(keys.size());
+    std::size_t left = extended_bytes_max;
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        std::string value = value_of(keys[i]);
+        if (value.size() > left)
+            continue;
+        left -= value.size();
+        values[i] = std::move(value);
+    }
+    return values;
+}
+
+} // namespace
+
+bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song,
+                   SongMetadata &metadata) {
+    Rows row = database.query("SELECT song.name, duration, disc, track, tags, year.name FROM song"
+                              " JOIN song_detail AS detail ON detail.song = song.id"
+                              " LEFT JOIN node AS year ON year.id = song.year WHERE song.id = ?1",
+                              song);
+    if (!row.next())
+        return false;
+    metadata.title = row.text(0);
+    metadata.duration_ms = row.small(1);
+    metadata.disc = row.small(2);
+    metadata.track = row.small(3);
+    const Tags tags{std::string(row.text(4))};
+    metadata.artist = tags.get(VANTRO_KEY_ARTIST);
+    metadata.album = tags.get(VANTRO_KEY_ALBUM);
+    metadata.genre = tags.get(VANTRO_KEY_GENRE);
+    metadata.year = row.text(5).empty() ? tags.get(VANTRO_KEY_YEAR) : row.text(5);
+    find_artwork(database, artwork, song, metadata);
+    return true;
+}
+
+SongMetadata describe(Database &database, const ArtworkFolder &artwork, View &view, Place place) {
+    SongMetadata metadata;
+    if (place.id == 0) {
+        for (const Node &menu : view.menus())
+            if (const std::optional<Place> found = view.find(menu.id); found->kind == place.kind)
+                metadata.title = menu.name;
+        return metadata;
+    }
+    metadata.title = view.node(-place.id).name;
+    if (place.kind == kind_artist)
+        metadata.artist = metadata.title;
+    if (place.kind == kind_genre)
+        metadata.genre = metadata.title;
+    if (place.kind == kind_year)
+        metadata.year = metadata.title;
+    if (place.kind == kind_album) {
+        metadata.album = metadata.title;
+        Rows artist = database.query("SELECT artist.name FROM node JOIN node AS artist"
+                                     " ON artist.id = node.parent WHERE node.id = ?1",
+                                     place.id);
+        if (artist.next())
+            metadata.artist = artist.text(0);
+    }
+    // All songs of an album or a folder have one cover, as far as a list can show.
+    if (place.kind == kind_album || place.kind == kind_folder) {
+        const View::ListPointer entries = view.entries(place);
+        if (!entries->entries.empty() && entries->entries.back() > 0) {
+            SongMetadata song;
+            read_metadata(database, artwork, entries->entries.back(), song);
+            metadata.artwork = song.artwork;
+            metadata.width = song.width;
+            metadata.height = song.height;
+            if (place.kind == kind_album)
+                metadata.year = song.year;
+        }
+    }
+    return metadata;
+}
+
+std::vector<std::string> read_extended(Database &database, const ArtworkFolder &artwork,
+                                       std::string_view root, SongId song,
+                                       const std::vector<std::string_view> &keys) {
+    SongMetadata metadata;
+    std::string packed;
+    std::string path;
+    int64_t size = 0;
+    int64_t modified_ns = 0;
+    if (read_metadata(database, artwork, song, metadata)) {
+        Rows row = database.query("SELECT tags, identity, file, size, modified FROM song"
+                                  " JOIN song_detail AS detail ON detail.song = song.id"
+                                  " JOIN node ON node.id = folder WHERE song.id = ?1",
+                                  song);
+        if (row.next()) {
+            packed = row.text(0);
+            path = path_below(root, path_below(row.text(1), row.text(2)));
+            size = row.integer(3);
+            modified_ns = row.integer(4);
+        }
+    }
+    const Tags tags{std::move(packed)};
+    return answers(keys, [&](std::string_view key) -> std::string {
+        if (key == VANTRO_KEY_TITLE)
+            return metadata.title; // may be the file's name
+        if (key == VANTRO_KEY_DURATION)
+            return std::to_string(metadata.duration_ms);
+        if (key == VANTRO_KEY_ARTWORK)
+            return metadata.artwork;
+        if (key == VANTRO_KEY_PATH)
+            return clean_text(path, path_text_max);
+        if (key == VANTRO_KEY_SIZE)
+            return std::to_string(size);
+        if (key == VANTRO_KEY_MODIFIED)
+            return std::to_string(modified_ns / ns_a_second);
+        return std::string(tags.get(key));
+    });
+}
+
+std::string path_of(Database &database, std::string_view root, SongId song) {
+    Rows row = database.query("SELECT identity, file FROM song JOIN node ON node.id = folder"
+                              " WHERE song.id = ?1",
+                              song);
+    return row.next() ? path_below(root, path_below(row.text(0), row.text(1))) : "";
+}
+
+std::vector<std::string> extended_of(const SongMetadata &metadata,
+                                     const std::vector<std::string_view> &keys) {
+    return answers(keys, [&](std::string_view key) -> std::string {
+        if (key == VANTRO_KEY_TITLE)
+            return metadata.title;
+        if (key == VANTRO_KEY_ARTIST || key == VANTRO_KEY_ALBUM_ARTIST)
+            return metadata.artist;
+        if (key == VANTRO_KEY_ALBUM)
+            return metadata.album;
+        if (key == VANTRO_KEY_GENRE)
+            return metadata.genre;
+        if (key == VANTRO_KEY_YEAR)
+            return metadata.year;
+        if (key == VANTRO_KEY_ARTWORK)
+            return metadata.artwork;
+        return "";
+    });
+}
+
+} // namespace vantro

@@ -1,0 +1,41 @@
+// What is known of one node.
+#ifndef VANTRO_SERVICE_CATALOGUE_QUERY_METADATA_H
+#define VANTRO_SERVICE_CATALOGUE_QUERY_METADATA_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "service/catalogue/catalogue.h"
+#include "service/catalogue/database/database.h"
+#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/query/view.h"
+
+namespace vantro {
+
+// Most bytes of values that one query gets. Every key of one song fits, with its lyrics; a query
+// that asks ten thousand times for the lyrics gets no more than this.
+inline constexpr std::size_t extended_bytes_max = 1024 * 1024;
+
+// False when the song is gone.
+bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song,
+                   SongMetadata &metadata);
+
+// Of a node that is no song: its name under what it is, and the cover of its first song.
+SongMetadata describe(Database &database, const ArtworkFolder &artwork, View &view, Place place);
+
+// One value a key. `root` is the directory of the song's source.
+std::vector<std::string> read_extended(Database &database, const ArtworkFolder &artwork,
+                                       std::string_view root, SongId song,
+                                       const std::vector<std::string_view> &keys);
+
+// The file of a song; empty when the song is gone.
+std::string path_of(Database &database, std::string_view root, SongId song);
+
+// The same as read_extended() for a node that is no song, from what describe() gave.
+std::vector<std::string> extended_of(const SongMetadata &metadata,
+                                     const std::vector<std::string_view> &keys);
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,89 @@
+// One source as it is at one moment: its tree, its lists, its searches. Lives within a transaction.
+#ifndef VANTRO_SERVICE_CATALOGUE_QUERY_VIEW_H
+#define VANTRO_SERVICE_CATALOGUE_QUERY_VIEW_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "service/catalogue/catalogue.h"
+#include "service/catalogue/database/database.h"
+#include "service/catalogue/query/list_cache.h"
+#include "service/catalogue/text/names.h"
+
+namespace vantro {
+
+// A node by where it is found. Of a menu `kind` says what it lists and `id` is 0; of the root both
+// are 0.
+struct Place {
+    char kind = 0;
+    int64_t id = 0;
+};
+
+class View {
+  public:
+    using ListPointer = std::shared_ptr<const List>;
+
+    View(Database &database, ListCache &cache, int32_t source);
+
+    std::optional<Place> find(std::string_view node);
+    // Makes the lists that others are sorted by, so that no client waits for them.
+    void prepare();
+
+    // What browsing a node gives. The root's entries are menus, which are no entries of lists.
+    ListPointer entries(Place place);
+    std::vector<Node> menus();
+    int64_t song_count();
+    // The songs of a node and all that is below it, in the order of play.
+    ListPointer songs(Place place);
+    // Appends them with what an engine needs.
+    void queue(const List &list, std::vector<QueuedSong> &songs);
+
+    // Nothing for an unknown filter.
+    std::optional<ListPointer> search(std::string_view filter, std::string_view term);
+
+    // Gives those entries of a node that are wanted.
+    void browse(Place place, Range range, NodeSink &nodes);
+    // Gives the nodes of those entries of the list that are wanted.
+    void nodes(const List &list, Range range, NodeSink &nodes);
+    Node node(Entry entry); // with an empty id where there is none
+
+  private:
+    ListPointer kept(const std::string &what, const std::function<List()> &make);
+    ListPointer all(char kind); // every song, or every node of a kind, by name
+    List list_of(Place place);
+    List songs_of(Place place);
+    void take(Rows &&rows, std::vector<Entry> &entries, int sign);
+    void take_folder(int64_t folder, int depth, std::vector<Entry> &entries);
+    void take_artist(int64_t artist, std::vector<Entry> &entries);
+    void take_performed(int64_t artist, std::vector<Entry> &entries);
+    void take_search(const char *sql, const std::string &words, char kind,
+                     std::vector<Entry> &entries);
+    void songs_by_name(Range range, NodeSink &nodes);
+    std::string name_of_list(const std::string &what) const;
+    ListPointer by_album();
+
+    Database &database_;
+    ListCache &cache_;
+    const int32_t source_;
+    const int64_t generation_;
+};
+
+// The node as it goes into an answer. It borrows the node's texts.
+NodeRow row_of(const Node &node);
+
+// The range as indices into a list of `size`: first and last plus one.
+std::pair<std::size_t, std::size_t> bounds(Range range, std::size_t size);
+
+// `term` in the language of the full-text index, in which it cannot be anything but words; empty
+// where there is no word in it. Looks at no more than search_bytes_max and search_words_max.
+std::string match_expression(std::string_view term);
+inline constexpr std::size_t search_bytes_max = 4096;
+inline constexpr std::size_t search_words_max = 32;
+
+} // namespace vantro
+
+#endif

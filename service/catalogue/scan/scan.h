@@ -1,0 +1,106 @@
+// Compares a directory of music with what the catalogue knows of it, and makes the catalogue right.
+//
+// A folder is compared as a whole: what is new or changed is read by the workers, what is gone is
+// forgotten. So the top with everything below it and one folder that has changed are the same work.
+//
+// Links to files are followed as long as they stay in the directory. Links to folders are not: what
+// they lead to is read where it lies, and circles cost nothing. What cannot be read is left out and
+// named in the log once, which the catalogue remembers.
+#ifndef VANTRO_SERVICE_CATALOGUE_SCAN_SCAN_H
+#define VANTRO_SERVICE_CATALOGUE_SCAN_SCAN_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <vector>
+
+#include "service/catalogue/database/writer.h"
+#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/scan/watcher.h"
+#include "service/catalogue/scan/workers.h"
+#include "service/catalogue/store.h"
+
+namespace vantro {
+
+// Deepest nesting that is read. Nobody's music lies deeper, and paths end soon after.
+inline constexpr std::size_t folder_depth_max = 256;
+
+class Scan {
+  public:
+    struct Parts {
+        Writer &writer;
+        Workers &workers;
+        Watcher &watcher;
+        const ArtworkFolder &artwork;
+        std::function<void(int severity, const std::string &line)> log;
+        std::function<void(int32_t source)> changed;
+        std::function<void(const ScanProgress &)> progress;
+        std::function<bool()> stop;
+    };
+
+    // `root` is the directory of the source. It outlives the scan, as all parts do.
+    Scan(Parts parts, int32_t source, const std::string &root);
+
+    // Compares `folder` and those folders below it that nobody watches, or, with `all`, every one.
+    void read(const std::string &folder, bool all);
+
+    // Waits for all that is under way, and makes it seen. False where the directory itself is gone
+    // or the scan was stopped: then nothing was concluded from what could not be seen.
+    bool finish();
+
+    // The directory cannot be read, and why. What is known of it stays.
+    bool gone() const { return gone_; }
+    const std::string &why_gone() const { return why_gone_; }
+    bool changed() const { return changed_; } // what readers see
+    const ScanProgress &counts() const { return counts_; }
+
+  private:
+    struct Folder {
+        std::string path; // below the source
+        std::size_t depth = 0;
+        bool left_out = false; // so far
+    };
+    struct Reading; // one folder while it is compared
+    struct NamedEntries {
+        FileName playlist;
+        std::vector<std::pair<std::string, std::string>> entries; // as written, and the path
+    };
+
+    std::string absolute(std::string_view folder) const;
+    bool root_is_there();
+    void visit(const Folder &folder);
+    void visit_entry(Reading &reading, const std::string &name);
+    void visit_link(Reading &reading, const std::string &name, const struct stat &link);
+    void visit_file(Reading &reading, const std::string &name, const struct stat &status);
+    void compare_image(Reading &reading);
+    void forget_unseen(const Reading &reading);
+    void leave_out(const FileName &where, FileStamp stamp, std::string_view why);
+    void leave_out_folder(const Folder &folder, std::string_view why);
+    void submit(Job job);
+    void take(Done &&done);
+    void take_playlist(Done &&done);
+    void commit_when_due();
+    void commit();
+    void name_broken_entries();
+
+    Parts parts_;
+    const int32_t source_;
+    const std::string &root_;
+    struct stat root_status_ = {};
+    bool gone_ = false;
+    bool stopped_ = false;
+    bool changed_ = false;
+    std::string why_gone_;
+    std::vector<Folder> waiting_;
+    std::vector<NamedEntries> playlists_;
+    ScanProgress counts_;
+    std::chrono::steady_clock::time_point committed_;
+    std::chrono::steady_clock::time_point reported_;
+};
+
+} // namespace vantro
+
+#endif

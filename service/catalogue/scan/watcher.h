@@ -1,0 +1,69 @@
+// Tells which folders have changed, as far as the host watches them.
+#ifndef VANTRO_SERVICE_CATALOGUE_SCAN_WATCHER_H
+#define VANTRO_SERVICE_CATALOGUE_SCAN_WATCHER_H
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace vantro {
+
+// A folder by its source and its path below it, "" for the top.
+using WatchedFolder = std::pair<int32_t, std::string>;
+
+struct FolderChanges {
+    std::set<WatchedFolder> folders;
+    std::set<int32_t> sources; // whose own directory went or was unmounted
+    bool everything = false;   // so much happened that some of it was not told
+};
+
+// One thread, but for wake().
+class Watcher {
+  public:
+    Watcher();
+    ~Watcher();
+    Watcher(const Watcher &) = delete;
+    Watcher &operator=(const Watcher &) = delete;
+
+    // Watches the folder at `path`, also when it was watched before. False where it cannot be.
+    bool add(const WatchedFolder &folder, const std::string &path);
+    bool watches(const WatchedFolder &folder) const { return numbers_.count(folder) != 0; }
+    // Ends the watches of a folder and all that is below it.
+    void remove(const WatchedFolder &folder);
+
+    // True once there were no more watches to be had.
+    bool exhausted() const { return exhausted_; }
+
+    // Waits for changes, and then until none has come for `settle`, so that a folder that is being
+    // filled is read once. Returns early after wake(). A negative timeout waits for ever.
+    FolderChanges wait(std::chrono::milliseconds timeout, std::chrono::milliseconds settle);
+    void wake();
+
+  private:
+    struct Watched {
+        WatchedFolder folder;
+        std::string path;
+    };
+
+    bool readable(std::chrono::milliseconds timeout, bool &woken) const;
+    void read_events(FolderChanges &changes);
+    void note(uint32_t mask, const std::string &file, const Watched &watched,
+              FolderChanges &changes);
+    void forget(int number, const WatchedFolder &folder);
+
+    int descriptor_ = -1;
+    int wake_ = -1;
+    bool exhausted_ = false;
+    std::map<WatchedFolder, int> numbers_;
+    // A folder that lies in two sources has one number and two names.
+    std::unordered_map<int, std::vector<Watched>> folders_;
+};
+
+} // namespace vantro
+
+#endif

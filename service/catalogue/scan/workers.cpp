@@ -1,0 +1,146 @@
+#include "service/catalogue/scan/workers.h"
+
+#include <exception>
+#include <sys/resource.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "service/catalogue/files/file_stream.h"
+
+namespace vantro {
+
+namespace {
+
+// Enough that no thread waits while the scan writes, and few enough that even files with the
+// longest tags fit in memory.
+constexpr std::size_t jobs_a_thread = 64;
+
+constexpr int niceness = 10;
+
+std::string read_image(const std::string &path, std::string &bytes) {
+    FileStream stream(path);
+    if (stream.failure())
+        return stream.failure();
+    if (static_cast<std::size_t>(stream.length()) > picture_bytes_max)
+        return "is too large for a cover";
+    const TagLib::ByteVector all = stream.readBlock(picture_bytes_max);
+    bytes.assign(all.data(), all.size());
+    return "";
+}
+
+Done carry_out(Job &&job, const ArtworkFolder &artwork) {
+    Done done;
+    done.job = std::move(job);
+    try {
+        std::string bytes;
+        switch (done.job.what) {
+        case Job::What::song:
+            done.song.where = done.job.where;
+            if (const char *why = read_song(done.job.path, done.song.song)) {
+                done.failure = why;
+                break;
+            }
+            bytes.swap(done.song.song.picture);
+            done.song.artwork = artwork.keep(bytes);
+            complete(done.song);
+            break;
+        case Job::What::image:
+            done.failure = read_image(done.job.path, bytes);
+            if (done.failure.empty()) {
+                done.artwork = artwork.keep(bytes);
+                if (!done.artwork)
+                    done.failure = "is not a picture that can be used";
+            }
+            break;
+        case Job::What::playlist:
+            if (const char *why = read_playlist(done.job.path, done.playlist))
+                done.failure = why;
+            break;
+        }
+    } catch (const std::system_error &error) {
+        done.no_room = error.what();
+    } catch (const std::exception &) {
+        done.failure = "is too much for the memory there is";
+    }
+    return done;
+}
+
+} // namespace
+
+void step_back() {
+    // Refused it is no failure: the scan is then as important as the rest.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), niceness);
+}
+
+Workers::Workers(int threads, const ArtworkFolder &artwork)
+    : artwork_(artwork), jobs_max_(jobs_a_thread * static_cast<std::size_t>(threads)) {
+    try {
+        for (int i = 0; i < threads; ++i)
+            threads_.emplace_back([this] { work(); });
+    } catch (const std::system_error &) {
+        if (threads_.empty()) // fewer do as well, only none does not
+            throw;
+    }
+}
+
+Workers::~Workers() {
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        ending_ = true;
+        jobs_.clear();
+    }
+    jobs_changed_.notify_all();
+    for (std::thread &thread : threads_)
+        thread.join();
+}
+
+void Workers::work() {
+    step_back();
+    std::unique_lock<std::mutex> lock(mutex_);
+    for (;;) {
+        jobs_changed_.wait(lock, [this] { return ending_ || !jobs_.empty(); });
+        if (ending_)
+            return;
+        Job job = std::move(jobs_.front());
+        jobs_.pop_front();
+        ++running_;
+        lock.unlock();
+        Done done = carry_out(std::move(job), artwork_);
+        lock.lock();
+        --running_;
+        done_.push_back(std::move(done));
+        done_changed_.notify_one();
+    }
+}
+
+bool Workers::offer(Job &job) {
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        if (jobs_.size() + running_ + done_.size() >= jobs_max_)
+            return false;
+        jobs_.push_back(std::move(job));
+    }
+    jobs_changed_.notify_one();
+    return true;
+}
+
+std::optional<Done> Workers::take(bool wait) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (wait)
+        done_changed_.wait(lock,
+                           [this] { return !done_.empty() || (jobs_.empty() && running_ == 0); });
+    if (done_.empty())
+        return std::nullopt;
+    Done done = std::move(done_.front());
+    done_.pop_front();
+    return done;
+}
+
+void Workers::abandon() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    jobs_.clear();
+    done_changed_.wait(lock, [this] { return running_ == 0; });
+    done_.clear();
+}
+
+} // namespace vantro

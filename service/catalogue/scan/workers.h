@@ -1,0 +1,72 @@
+// Threads that read files for the scan.
+#ifndef VANTRO_SERVICE_CATALOGUE_SCAN_WORKERS_H
+#define VANTRO_SERVICE_CATALOGUE_SCAN_WORKERS_H
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/catalogued_song.h"
+#include "service/catalogue/files/playlist_file.h"
+
+namespace vantro {
+
+struct Job {
+    enum class What { song, image, playlist };
+    What what = What::song;
+    FileName where;
+    std::string path;
+    FileStamp stamp; // before it is read
+};
+
+struct Done {
+    Job job;
+    std::string failure; // why the file is left out
+    std::string no_room; // why nothing can be kept at all: the scan ends
+    FoundSong song;
+    PlaylistFile playlist;
+    std::optional<Artwork> artwork;
+};
+
+class Workers {
+  public:
+    Workers(int threads, const ArtworkFolder &artwork);
+    ~Workers();
+    Workers(const Workers &) = delete;
+    Workers &operator=(const Workers &) = delete;
+
+    // False where so much is under way that a result should be taken first.
+    bool offer(Job &job);
+    // The next result, in no order. Nothing where there is none now, or, with `wait`, where nothing
+    // is under way.
+    std::optional<Done> take(bool wait);
+    // Forgets all that is under way.
+    void abandon();
+
+  private:
+    void work();
+
+    const ArtworkFolder &artwork_;
+    const std::size_t jobs_max_;
+    std::mutex mutex_; // guards all that follows
+    std::condition_variable jobs_changed_;
+    std::condition_variable done_changed_;
+    std::deque<Job> jobs_;
+    std::deque<Done> done_;
+    std::size_t running_ = 0;
+    bool ending_ = false;
+    std::vector<std::thread> threads_;
+};
+
+// Lets everything else go first on the thread that calls it.
+void step_back();
+
+} // namespace vantro
+
+#endif

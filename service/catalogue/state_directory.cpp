@@ -1,0 +1,65 @@
+#include "service/catalogue/state_directory.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <system_error>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+namespace vantro {
+
+StateDirectory::~StateDirectory() {
+    if (lock_ >= 0)
+        close(lock_);
+}
+
+std::string StateDirectory::take(const std::filesystem::path &path) {
+    std::error_code error;
+    std::filesystem::create_directories(path, error);
+    if (error)
+        return fmt::format("cannot make '{}': {}", path.native(), error.message());
+    const std::filesystem::path file = path / "lock";
+    lock_ = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (lock_ < 0)
+        return fmt::format("cannot use '{}': {}", file.native(), std::strerror(errno));
+    struct flock whole = {};
+    whole.l_type = F_WRLCK;
+    if (fcntl(lock_, F_OFD_SETLK, &whole) != 0)
+        return fmt::format("'{}' is used by another vantrod", path.native());
+    return "";
+}
+
+int32_t SessionNumbers::take(int32_t count) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (next_ == 0) {
+        std::ifstream noted(file_);
+        std::error_code error;
+        if (!noted && (std::filesystem::exists(file_, error) || error))
+            return 0; // for the moment it cannot be told which have been given
+        if (!(noted >> next_) || next_ < 1)
+            next_ = 1;
+    }
+    if (count < 1 || next_ > INT32_MAX - count + int64_t{1} || !note(next_ + count))
+        return 0;
+    const int64_t first = next_;
+    next_ += count;
+    return static_cast<int32_t>(first);
+}
+
+// Whole or not at all, also when the power goes.
+bool SessionNumbers::note(int64_t next) const {
+    const std::string text = fmt::format("{}\n", next);
+    const std::string part = file_.native() + ".part";
+    const int descriptor = open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (descriptor < 0)
+        return false;
+    bool good = write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    good = fsync(descriptor) == 0 && good;
+    good = close(descriptor) == 0 && good;
+    return good && rename(part.c_str(), file_.c_str()) == 0;
+}
+
+} // namespace vantro

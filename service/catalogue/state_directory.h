@@ -1,0 +1,46 @@
+// The directory that keeps what a service has to remember, and its small files.
+#ifndef VANTRO_SERVICE_CATALOGUE_STATE_DIRECTORY_H
+#define VANTRO_SERVICE_CATALOGUE_STATE_DIRECTORY_H
+
+#include <cstdint>
+#include <filesystem>
+#include <mutex>
+#include <string>
+
+namespace vantro {
+
+// One process at a time has a state directory.
+class StateDirectory {
+  public:
+    StateDirectory() = default;
+    ~StateDirectory();
+    StateDirectory(const StateDirectory &) = delete;
+    StateDirectory &operator=(const StateDirectory &) = delete;
+
+    // Returns "" or why it cannot be had.
+    std::string take(const std::filesystem::path &path);
+
+  private:
+    int lock_ = -1;
+};
+
+// Numbers that are given once. They have a file of their own: the catalogue's is made anew when it
+// is damaged, and is busy while a scan writes.
+class SessionNumbers {
+  public:
+    explicit SessionNumbers(std::filesystem::path file) : file_(std::move(file)) {}
+
+    // The first of `count` numbers; 0 when they have run out or cannot be noted. Any thread.
+    int32_t take(int32_t count);
+
+  private:
+    bool note(int64_t next) const;
+
+    const std::filesystem::path file_;
+    std::mutex mutex_; // guards next_
+    int64_t next_ = 0; // not known yet
+};
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,24 @@
+// Texts from outside: made valid and short.
+#ifndef VANTRO_SERVICE_CATALOGUE_TEXT_UTF8_H
+#define VANTRO_SERVICE_CATALOGUE_TEXT_UTF8_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace vantro {
+
+// Longest text taken from a tag, in bytes. A track reply offers 65536 bytes for everything that is
+// known of a track; five tags and its names at this length leave room to spare.
+inline constexpr std::size_t tag_text_max = 4096;
+
+// Longest path as text, in bytes: one of the greatest length with every byte of it replaced.
+inline constexpr std::size_t path_text_max = 3 * 4096;
+
+// A copy that is valid UTF-8: what is not becomes U+FFFD, one for each byte; a NUL ends the text,
+// since readers take it for the end; it is cut between characters to at most `limit` bytes.
+std::string clean_text(std::string_view text, std::size_t limit);
+
+} // namespace vantro
+
+#endif

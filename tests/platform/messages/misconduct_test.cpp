@@ -1,0 +1,354 @@
+/* Clients that break the rules: each loses its own connection, and nobody else notices. */
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+
+#include "tests/platform/support.h"
+
+namespace vantro::test {
+namespace {
+
+using platform::ControlRecord;
+using platform::Frame;
+
+/** A memory file of `size` bytes with the given seals. */
+UniqueFd memory_file(size_t size, int seals) {
+    UniqueFd file(memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    EXPECT_EQ(ftruncate(file.get(), static_cast<off_t>(size)), 0);
+    if (seals != 0) {
+        EXPECT_EQ(fcntl(file.get(), F_ADD_SEALS, seals), 0);
+    }
+    return file;
+}
+
+constexpr int all_seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
+
+void send_on(int socket, const void *bytes, size_t length, int descriptor = -1) {
+    const struct iovec part = {const_cast<void *>(bytes), length};
+    platform::send_packet(socket, &part, 1, descriptor, 0);
+}
+
+Frame frame(uint32_t length, uint32_t flags = 0) {
+    return {.length = length, .status = 0, .flags = flags, .reserved = 0};
+}
+
+/** Everything a lane or a control socket must survive, by name. */
+struct Misdeed {
+    const char *name;
+    void (*commit)(RawClient &client, int lane);
+};
+
+const Misdeed misdeeds[] = {
+    {"a packet shorter than a frame", [](RawClient &, int lane) { send_on(lane, "short", 5); }},
+    {"a length above what came",
+     [](RawClient &, int lane) {
+         const Frame lie = frame(100);
+         send_on(lane, &lie, sizeof lie);
+     }},
+    {"a length below what came",
+     [](RawClient &, int lane) {
+         struct {
+             Frame lie = frame(1);
+             char bytes[8] = {};
+         } packet;
+         send_on(lane, &packet, sizeof packet);
+     }},
+    {"a length beyond every limit",
+     [](RawClient &, int lane) {
+         const Frame lie = frame(0xffffffff, platform::frame_memory_file);
+         send_on(lane, &lie, sizeof lie, memory_file(10, all_seals).get());
+     }},
+    {"unknown flags",
+     [](RawClient &, int lane) {
+         const Frame odd = frame(0, 0x80);
+         send_on(lane, &odd, sizeof odd);
+     }},
+    {"a descriptor that nothing asked for",
+     [](RawClient &, int lane) {
+         const Frame plain = frame(0);
+         send_on(lane, &plain, sizeof plain, lane);
+     }},
+    {"a memory file that did not come",
+     [](RawClient &, int lane) {
+         const Frame bare = frame(10, platform::frame_memory_file);
+         send_on(lane, &bare, sizeof bare);
+     }},
+    {"a memory file shorter than it says",
+     [](RawClient &, int lane) {
+         const Frame lie = frame(200000, platform::frame_memory_file);
+         send_on(lane, &lie, sizeof lie, memory_file(199999, all_seals).get());
+     }},
+    {"a memory file that can shrink",
+     [](RawClient &, int lane) {
+         const Frame lie = frame(200000, platform::frame_memory_file);
+         send_on(lane, &lie, sizeof lie, memory_file(200000, F_SEAL_GROW | F_SEAL_WRITE).get());
+     }},
+    {"a pipe in a memory file's place",
+     [](RawClient &, int lane) {
+         int ends[2];
+         ASSERT_EQ(pipe(ends), 0);
+         const Frame lie = frame(10, platform::frame_memory_file);
+         send_on(lane, &lie, sizeof lie, ends[0]);
+         close(ends[0]);
+         close(ends[1]);
+     }},
+    {"a second message before the answer",
+     [](RawClient &, int lane) {
+         struct {
+             Frame header = frame(4);
+             char bytes[4] = {'h', 'o', 'l', 'd'};
+         } packet;
+         /* Those that share an event with the first are noticed at the lane's next one. */
+         while (send(lane, &packet, sizeof packet, MSG_NOSIGNAL) > 0) {
+             std::this_thread::yield();
+         }
+     }},
+    {"a control record of a wrong size",
+     [](RawClient &client, int) { send_on(client.control.get(), "x", 1); }},
+    {"a control record of an unknown kind",
+     [](RawClient &client, int) {
+         const ControlRecord record{77, 0};
+         send_on(client.control.get(), &record, sizeof record);
+     }},
+};
+
+TEST(Misconduct, CostsTheOneWhoDoesItHisConnection) {
+    const RuntimeDirectory runtime;
+    std::atomic<int> disconnects{0};
+    const ChannelServer server(
+        [](const Message &message) {
+            if (message.bytes != "hold") {
+                echo(message);
+            }
+        },
+        [&](const struct ipc_pulse &) { ++disconnects; }, 3);
+    const int good = connect_to_test();
+    ASSERT_TRUE(is_served(good));
+    const int before = open_descriptors();
+    int expected = 0;
+    for (const Misdeed &misdeed : misdeeds) {
+        RawClient client(runtime.path());
+        const UniqueFd lane = client.receive_lane();
+        ASSERT_GE(lane.get(), 0);
+        misdeed.commit(client, lane.get());
+        EXPECT_TRUE(client.is_cut_off()) << misdeed.name;
+        EXPECT_TRUE(is_served(good)) << misdeed.name;
+        ++expected;
+    }
+    while (disconnects < expected) {
+        ASSERT_TRUE(is_served(good));
+    }
+    EXPECT_EQ(disconnects, expected);
+    /* A thread that was about to read closes what it held a moment later. */
+    for (int i = 0; i < 10000 && open_descriptors() > before; ++i) {
+        ASSERT_TRUE(is_served(good));
+    }
+    EXPECT_LE(open_descriptors(),
+              before); /* which may have counted a lane's far end, just passed */
+    global_name_close(good);
+}
+
+TEST(Misconduct, AnnouncementsAreCheckedAndBounded) {
+    const RuntimeDirectory runtime;
+    const ChannelServer server(echo);
+    const int before = open_descriptors();
+    {
+        RawClient client(runtime.path());
+        const UniqueFd lane = client.receive_lane();
+        const auto announce = [&](int number, int descriptor) {
+            const ControlRecord record{platform::control_pulse_announce, number};
+            send_on(client.control.get(), &record, sizeof record, descriptor);
+            ControlRecord answer;
+            EXPECT_EQ(recv(client.control.get(), &answer, sizeof answer, 0),
+                      static_cast<ssize_t>(sizeof answer));
+            return answer;
+        };
+        EXPECT_EQ(announce(1, -1).value, EINVAL);
+        const UniqueFd counter(eventfd(0, EFD_CLOEXEC));
+        EXPECT_EQ(announce(1, counter.get()).value, EINVAL);
+        for (int number = 1; number <= 100; ++number) {
+            EXPECT_EQ(announce(number, lane.get()).kind, platform::control_pulse_accepted);
+        }
+        /* Ours and the server's end of the connection, plus the announced ones it keeps. */
+        EXPECT_LE(open_descriptors(), before + 5 + IPC_PULSE_CONNECTIONS_MAX);
+    }
+    const int good = connect_to_test();
+    while (open_descriptors() > before + 4) { /* until the server has seen the other one go */
+        ASSERT_TRUE(is_served(good));
+    }
+    global_name_close(good);
+}
+
+TEST(Misconduct, LanesAreBounded) {
+    const RuntimeDirectory runtime;
+    const ChannelServer server(echo);
+    RawClient client(runtime.path());
+    std::vector<UniqueFd> lanes;
+    lanes.push_back(client.receive_lane());
+    while (lanes.back()) {
+        const ControlRecord request{platform::control_lane_request, 0};
+        send_on(client.control.get(), &request, sizeof request);
+        lanes.push_back(client.receive_lane());
+        ASSERT_LE(lanes.size(), size_t{IPC_LANES_MAX} + 1);
+    }
+    EXPECT_EQ(lanes.size(), size_t{IPC_LANES_MAX} + 1);
+}
+
+TEST(Misconduct, SilentConnectionsAndExhaustedDescriptorsDelayNobody) {
+    const RuntimeDirectory runtime;
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t child = in_child([&] {
+        const struct rlimit few = {500, 500};
+        setrlimit(RLIMIT_NOFILE, &few);
+        ChannelServer server(echo, {}, 2);
+        [[maybe_unused]] const ssize_t n = write(ready[1], "r", 1);
+        pause();
+    });
+    char byte;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    const struct rlimit many = {4096, 4096};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
+    const int good = connect_to_test();
+    std::vector<int> silent;
+    int turned_away = 0;
+    for (int i = 0; i < 1000; ++i) {
+        const int connection = connect_to_test();
+        if (connection >= 0) {
+            silent.push_back(connection);
+        } else {
+            turned_away += errno == EAGAIN;
+        }
+    }
+    EXPECT_GT(silent.size(), 200u);
+    EXPECT_EQ(silent.size() + static_cast<size_t>(turned_away), 1000u);
+    EXPECT_TRUE(is_served(good));
+    /* A large message needs a descriptor at the server: refused, and the connection goes on. */
+    const std::string large(200000, 'x');
+    const int status = ipc_send_simple(good, large.data(), large.size(), nullptr, 0);
+    EXPECT_TRUE(status == 1024 || (status == -1 && errno == EMFILE)) << status << " " << errno;
+    EXPECT_TRUE(is_served(good));
+    for (const int connection : silent) {
+        global_name_close(connection);
+    }
+    int later = -1;
+    while ((later = connect_to_test()) < 0) { /* until the server has let the others go */
+        ASSERT_EQ(errno, EAGAIN);
+    }
+    EXPECT_TRUE(is_served(later));
+    global_name_close(later);
+    global_name_close(good);
+    kill(child, SIGKILL);
+    exit_status(child);
+    close(ready[0]);
+    close(ready[1]);
+}
+
+/** A server that gives a client one lane, and on it one answer of the test's own to every message. */
+class RawServer {
+  public:
+    RawServer(const std::string &runtime, Frame answer, int descriptor = -1)
+        : answer_(answer), descriptor_(descriptor) {
+        struct sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        const std::string directory = runtime + "/vantro/name/csm/test";
+        std::filesystem::create_directories(directory);
+        strncpy(address.sun_path, (directory + "/default").c_str(), sizeof address.sun_path - 1);
+        unlink(address.sun_path);
+        listening_.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(
+            bind(listening_.get(), reinterpret_cast<struct sockaddr *>(&address), sizeof address),
+            0);
+        EXPECT_EQ(listen(listening_.get(), 1), 0);
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~RawServer() { thread_.join(); }
+
+  private:
+    void serve() {
+        const UniqueFd control(accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+        const UniqueFd lane(ends[0]);
+        const ControlRecord grant{platform::control_lane_granted, 0};
+        send_on(control.get(), &grant, sizeof grant, ends[1]);
+        close(ends[1]);
+        std::thread refusals([&] {
+            ControlRecord record{platform::control_refused, ENOMEM};
+            while (recv(control.get(), &record, sizeof record, 0) > 0) {
+                record = {platform::control_refused, ENOMEM};
+                send_on(control.get(), &record, sizeof record);
+            }
+        });
+        char buffer[256];
+        while (recv(lane.get(), buffer, sizeof buffer, 0) > 0) {
+            send_on(lane.get(), &answer_, sizeof answer_, descriptor_);
+        }
+        refusals.join();
+    }
+
+    const Frame answer_;
+    const int descriptor_;
+    UniqueFd listening_;
+    std::thread thread_;
+};
+
+TEST(Misconduct, OfAServerCostsItItsClientAndNothingElse) {
+    const RuntimeDirectory runtime;
+    const UniqueFd unsealed = memory_file(100, 0);
+    const UniqueFd sealed = memory_file(100, all_seals);
+    const auto reply = [](uint32_t length, int status, uint32_t flags) {
+        return Frame{.length = length, .status = status, .flags = flags, .reserved = 0};
+    };
+    const struct {
+        Frame answer;
+        int descriptor;
+        int result;
+        int error;
+    } cases[] = {
+        {reply(0, 7, 0), -1, 7, 0},
+        {reply(0, 7, 0), sealed.get(), 7, 0}, /* and is closed */
+        {reply(0, -7, 0), -1, -1, ECONNRESET},
+        {reply(0, EDOM, platform::frame_error), -1, -1, EDOM},
+        {reply(0, 0, platform::frame_error), -1, -1, ECONNRESET}, /* an error without a number */
+        {reply(100, 7, platform::frame_memory_file), sealed.get(), 7, 0},
+        {reply(100, 7, platform::frame_memory_file), unsealed.get(), -1, ECONNRESET},
+        {reply(101, 7, platform::frame_memory_file), sealed.get(), -1, ECONNRESET},
+        {reply(100, 7, platform::frame_memory_file), -1, -1, ECONNRESET},
+    };
+    const int before = open_descriptors();
+    for (const auto &c : cases) {
+        const RawServer server(runtime.path(), c.answer, c.descriptor);
+        const int connection = connect_to_test();
+        char room[200];
+        errno = 0;
+        EXPECT_EQ(ipc_send_simple(connection, "x", 1, room, sizeof room), c.result);
+        EXPECT_EQ(errno, c.error) << &c - cases;
+        global_name_close(connection);
+    }
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+/* A lane that cannot be had, for whatever reason, is waited for while there are others. */
+TEST(Misconduct, ThreadsShareWhatLanesTheServerGives) {
+    const RuntimeDirectory runtime;
+    const RawServer server(runtime.path(), frame(0));
+    const int connection = connect_to_test();
+    std::atomic<int> failed{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) {
+                failed += ipc_send_simple(connection, "x", 1, nullptr, 0) != 0;
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(failed, 0);
+    global_name_close(connection);
+}
+
+} // namespace
+} // namespace vantro::test

@@ -1,0 +1,218 @@
+/* Pulses: a program's own, a client's notifications, and the one that says a client is gone. */
+#include <condition_variable>
+#include <mutex>
+#include <set>
+
+#include "tests/platform/support.h"
+
+namespace vantro::test {
+namespace {
+
+TEST(Pulse, EnoughFitAndTheRestIsRefused) {
+    const int channel = channel_create(0);
+    const int connection = connect_attach(0, 0, channel, 0, 0);
+    int sent = 0;
+    while (pulse_send(connection, 10, 5, sent) == 0) {
+        ++sent;
+    }
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_GE(sent, IPC_PULSE_CAPACITY);
+    for (int i = 0; i < sent; ++i) {
+        struct ipc_pulse pulse;
+        memset(&pulse, 0xff, sizeof pulse);
+        ASSERT_EQ(ipc_receive_pulse(channel, &pulse, sizeof pulse, nullptr), 0);
+        ASSERT_EQ(pulse.value, i);
+        ASSERT_EQ(pulse.code, 5);
+        ASSERT_EQ(pulse.type, 0);
+        ASSERT_EQ(pulse.subtype, 0);
+    }
+    EXPECT_EQ(pulse_send(connection, 10, -33, 0), -1);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(ipc_send_simple(connection, "x", 1, nullptr, 0), -1);
+    EXPECT_EQ(errno, ENOTSUP);
+    EXPECT_EQ(connect_detach(connection), 0);
+    EXPECT_EQ(connect_detach(connection), -1);
+    EXPECT_EQ(pulse_send(connection, 10, 5, 0), -1);
+    EXPECT_EQ(errno, EBADF);
+    channel_destroy(channel);
+}
+
+/* One pulse a thread reaches every thread, however they sleep. */
+TEST(Pulse, WakesEveryThreadThatWaits) {
+    const int channel = channel_create(0);
+    const int connection = connect_attach(0, getpid(), channel, 0, 0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([channel] {
+            struct ipc_pulse pulse;
+            EXPECT_EQ(ipc_receive_pulse(channel, &pulse, sizeof pulse, nullptr), 0);
+        });
+    }
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(pulse_send(connection, 0, 1, i), 0);
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    connect_detach(connection);
+    channel_destroy(channel);
+}
+
+TEST(Pulse, EventsReachTheClientThatAttachedThemAndNoOther) {
+    const RuntimeDirectory runtime;
+    std::atomic<int> last_id{0};
+    const ChannelServer server(
+        [&](const Message &message) {
+            last_id = message.receive_id;
+            echo(message);
+        },
+        {}, 2);
+    const int connection = connect_to_test();
+    const int channel = channel_create(0);
+    std::vector<int> attached;
+    for (int i = 0; i <= IPC_PULSE_CONNECTIONS_MAX; ++i) {
+        attached.push_back(connect_attach(0, 0, channel, 0, 0));
+    }
+    ASSERT_TRUE(is_served(connection)); /* announces them; the oldest is forgotten */
+    struct ipc_event event = {IPC_EVENT_PULSE, attached.back(), 42, 3, 10};
+    EXPECT_EQ(ipc_deliver_event(last_id, &event), 0); /* after the reply */
+    struct ipc_pulse pulse;
+    ASSERT_EQ(ipc_receive_pulse(channel, &pulse, sizeof pulse, nullptr), 0);
+    EXPECT_EQ(pulse.value, 42);
+    EXPECT_EQ(pulse.code, 3);
+    event.connection = attached.front();
+    EXPECT_EQ(ipc_deliver_event(last_id, &event), -1);
+    EXPECT_EQ(errno, ESRCH);
+    event.kind = IPC_EVENT_SIGNAL_THREAD;
+    EXPECT_EQ(ipc_deliver_event(last_id, &event), -1);
+    EXPECT_EQ(errno, EINVAL);
+    event.kind = IPC_EVENT_PULSE;
+    event.connection = attached.back();
+    global_name_close(connection);
+    while (ipc_deliver_event(last_id, &event) == 0 || errno == EAGAIN) {
+        std::this_thread::yield(); /* until the server has seen it go */
+    }
+    EXPECT_EQ(errno, ESRCH);
+    for (const int number : attached) {
+        connect_detach(number);
+    }
+    channel_destroy(channel);
+}
+
+/* The sweep that follows the pulse must not meet a request of that client under way. */
+TEST(Pulse, TheDisconnectWaitsForWhatIsBeingDispatched) {
+    const RuntimeDirectory runtime;
+    int start[2];
+    ASSERT_EQ(pipe(start), 0);
+    const pid_t child =
+        in_child([&] { /* killed while two of its threads wait */
+                       char byte;
+                       [[maybe_unused]] const ssize_t n = read(start[0], &byte, 1);
+                       const int own = connect_to_test();
+                       std::thread other([own] { ipc_send_simple(own, "answer", 6, nullptr, 0); });
+                       ipc_send_simple(own, "forget", 6, nullptr, 0);
+                       other.join();
+        });
+    std::mutex lock;
+    std::condition_variable changed;
+    int entered = 0;
+    bool go_on = false;
+    int pulses = 0;
+    int pulses_during_dispatch = 0;
+    std::vector<int> gone;
+    {
+        const ChannelServer server(
+            [&](const Message &message) {
+                if (message.bytes == "probe") {
+                    echo(message);
+                    return;
+                }
+                std::unique_lock guard(lock);
+                ++entered;
+                changed.notify_all();
+                changed.wait(guard, [&] { return go_on; });
+                pulses_during_dispatch += pulses;
+                if (message.bytes == "answer") {
+                    guard.unlock();
+                    EXPECT_EQ(ipc_reply(message.receive_id, 0, nullptr, 0), -1);
+                    EXPECT_EQ(errno, ESRCH);
+                }
+            },
+            [&](const struct ipc_pulse &pulse) {
+                const std::lock_guard guard(lock);
+                ++pulses;
+                gone.push_back(pulse.conn_id);
+                changed.notify_all();
+            },
+            4);
+        const int probe = connect_to_test();
+        [[maybe_unused]] const ssize_t n = write(start[1], "s", 1);
+        {
+            std::unique_lock guard(lock);
+            changed.wait(guard, [&] { return entered == 2; });
+        }
+        kill(child, SIGKILL);
+        exit_status(child);
+        /* By the time other clients came and were answered, the death has been noticed. */
+        for (int i = 0; i < 50; ++i) {
+            const int another = connect_to_test();
+            EXPECT_EQ(ipc_send_simple(another, "probe", 5, nullptr, 0), 5);
+            EXPECT_EQ(ipc_send_simple(probe, "probe", 5, nullptr, 0), 5);
+            global_name_close(another);
+        }
+        {
+            std::unique_lock guard(lock);
+            changed.wait(guard, [&] { return pulses == 50; }); /* the others' */
+            pulses = 0;
+            gone.clear();
+            go_on = true;
+            changed.notify_all();
+            changed.wait(guard, [&] { return pulses == 1; });
+        }
+        EXPECT_EQ(ipc_send_simple(probe, "probe", 5, nullptr, 0), 5);
+        global_name_close(probe);
+    }
+    EXPECT_EQ(pulses_during_dispatch, 0);
+    EXPECT_EQ(std::set<int>(gone.begin(), gone.end()).size(), gone.size()) << "told twice";
+    close(start[0]);
+    close(start[1]);
+}
+
+TEST(Pulse, AConnectionIdIsNotReusedBeforeItIsDetached) {
+    const RuntimeDirectory runtime;
+    const int channel = channel_create(CHANNEL_DISCONNECT);
+    struct path_dispatch *dispatch = path_dispatch_create(channel, 0);
+    ASSERT_NE(global_name_attach(dispatch, "csm/test/default", 0), nullptr);
+    const pid_t child = in_child([] {
+        const int connection = connect_to_test();
+        ipc_send_simple(connection, "x", 1, nullptr, 0);
+        global_name_close(connection);
+    });
+    char buffer[64];
+    const struct iovec part = {buffer, sizeof buffer};
+    struct ipc_info info;
+    const int receive_id = ipc_receive(channel, &part, 1, &info);
+    ASSERT_GT(receive_id, 0);
+    struct ipc_credentials credentials;
+    EXPECT_EQ(connect_client_info(info.conn_id, &credentials, IPC_CREDENTIAL_GROUPS), 0);
+    EXPECT_EQ(credentials.pid, child);
+    EXPECT_EQ(info.pid, child);
+    EXPECT_EQ(credentials.uid, geteuid());
+    EXPECT_EQ(ipc_reply(receive_id, 0, nullptr, 0), 0);
+    ASSERT_EQ(ipc_receive(channel, &part, 1, nullptr), 0);
+    struct ipc_pulse pulse;
+    memcpy(&pulse, buffer, sizeof pulse);
+    EXPECT_EQ(pulse.code, PULSE_CODE_DISCONNECT);
+    EXPECT_EQ(pulse.conn_id, info.conn_id);
+    EXPECT_EQ(connect_client_info(info.conn_id, &credentials, 0), 0); /* still known */
+    EXPECT_EQ(connect_detach(pulse.conn_id), 0);
+    EXPECT_EQ(connect_client_info(info.conn_id, &credentials, 0), -1);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(connect_detach(pulse.conn_id), -1);
+    exit_status(child);
+    channel_destroy(channel);
+    path_dispatch_destroy(dispatch);
+}
+
+} // namespace
+} // namespace vantro::test

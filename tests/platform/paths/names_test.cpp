@@ -1,0 +1,267 @@
+/* Names and paths: who holds one, who finds it, and who may open it. */
+#include <grp.h>
+#include <sys/stat.h>
+
+#include <vantro/platform/io.h>
+#include <vantro/platform/log.h>
+
+#include "tests/platform/support.h"
+
+namespace vantro::test {
+namespace {
+
+TEST(Names, OnlyProperOnesAreLookedUp) {
+    const RuntimeDirectory runtime;
+    const ChannelServer server(echo);
+    std::filesystem::create_symlink("default", runtime.path() + "/vantro/name/csm/test/link");
+    std::filesystem::create_directory_symlink("test", runtime.path() + "/vantro/name/csm/other");
+    const std::string long_part(256, 'n');
+    const std::string long_name = std::string(600, 'a') + "/" + std::string(600, 'b');
+    const struct {
+        std::string name;
+        int error;
+    } cases[] = {
+        {"csm/test/none", ENOENT},
+        {"csm/../csm/test/default", ENOENT},
+        {"csm//test/default", ENOENT},
+        {"/csm/test/default", ENOENT},
+        {"", ENOENT},
+        {"csm/test/./default", ENOENT},
+        {"csm/test/link", ENOENT},
+        {"csm/other/default", ENOENT},
+        {"csm/test", ENOENT},
+        {"csm/test/default/more", ENOENT},
+        {"csm/test/default.lock", ENOENT}, /* the name's own lock lies there */
+        {"csm/" + long_part, ENAMETOOLONG},
+        {long_name, ENAMETOOLONG},
+    };
+    for (const auto &wrong : cases) {
+        EXPECT_EQ(global_name_open(wrong.name.c_str(), 0), -1) << wrong.name;
+        EXPECT_EQ(errno, wrong.error) << wrong.name;
+        if (wrong.name.find("link") == std::string::npos && wrong.name != "csm/test/none") {
+            EXPECT_EQ(global_name_attach(server.dispatch, wrong.name.c_str(), 0), nullptr)
+                << wrong.name;
+        }
+    }
+    const std::string longest = "csm/" + std::string(240, 'x');
+    EXPECT_NE(global_name_attach(server.dispatch, longest.c_str(), 0), nullptr) << strerror(errno);
+    const int connection = global_name_open(longest.c_str(), 0);
+    EXPECT_TRUE(is_served(connection));
+    global_name_close(connection);
+}
+
+TEST(Names, OneHolderAtATimeAndADeadOneIsSucceeded) {
+    const RuntimeDirectory runtime;
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t holder = in_child([&] {
+        ChannelServer server(echo);
+        [[maybe_unused]] const ssize_t n = write(ready[1], "r", 1);
+        pause();
+    });
+    char byte;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    struct stat lock;
+    ASSERT_EQ(stat((runtime.path() + "/vantro/name/csm/test/default.lock").c_str(), &lock), 0);
+    EXPECT_EQ(lock.st_mode & 0777, 0600u); /* others could take it, and the name with it */
+    const int channel = channel_create(0);
+    struct path_dispatch *dispatch = path_dispatch_create(channel, 0);
+    EXPECT_EQ(global_name_attach(dispatch, "csm/test/default", 0), nullptr);
+    EXPECT_EQ(errno, EADDRINUSE);
+    kill(holder, SIGKILL);
+    exit_status(holder);
+    EXPECT_NE(global_name_attach(dispatch, "csm/test/default", 0), nullptr);
+    EXPECT_EQ(global_name_attach(dispatch, "csm/test/default", 0), nullptr);
+    EXPECT_EQ(errno, EADDRINUSE);
+    channel_destroy(channel);
+    path_dispatch_destroy(dispatch);
+    EXPECT_EQ(connect_to_test(), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_TRUE(std::filesystem::is_empty(runtime.path() + "/vantro/name/csm/test"));
+    close(ready[0]);
+    close(ready[1]);
+}
+
+/* A directory that others may write is not the user's own: what lies there is not to be believed. */
+TEST(Names, AnUnsafeRuntimeDirectoryIsNotTrusted) {
+    const RuntimeDirectory runtime;
+    const ChannelServer server(echo);
+    ASSERT_EQ(chmod(runtime.path().c_str(), 0777), 0);
+    EXPECT_EQ(connect_to_test(), -1);
+    ASSERT_EQ(chmod(runtime.path().c_str(), 0700), 0);
+    const int connection = connect_to_test();
+    EXPECT_TRUE(is_served(connection));
+    global_name_close(connection);
+}
+
+/** A path server whose write handler counts the capital letters, and whose read gives text. */
+class PathServer {
+  public:
+    explicit PathServer(uint32_t mode) : channel_(channel_create(0)) {
+        dispatch_ = path_dispatch_create(channel_, 0);
+        path_funcs_init(PATH_CONNECT_HANDLER_COUNT, &connect_, PATH_IO_HANDLER_COUNT, &io_);
+        path_attr_init(&attr_, mode, nullptr, nullptr);
+        io_.handlers[PATH_IO_WRITE] = [](struct path_request *request) {
+            int capitals = 0;
+            for (size_t i = 0; i < request->length; ++i) {
+                capitals += isupper(static_cast<unsigned char *>(request->data)[i]) != 0;
+            }
+            return capitals > 0 ? capitals : -EBADMSG;
+        };
+        io_.handlers[PATH_IO_CLOSE] = [](struct path_request *) { return ++closed; };
+        closed = 0;
+        EXPECT_GE(path_attach(dispatch_, nullptr, "/dev/grantor", 0, 0, &connect_, &io_, &attr_), 0)
+            << strerror(errno);
+        thread_ = std::thread([this] {
+            struct path_context *context = path_context_alloc(dispatch_);
+            while (path_receive(context) >= 0) {
+                path_dispatch_handle(context);
+            }
+            path_context_free(context);
+        });
+    }
+    ~PathServer() {
+        channel_destroy(channel_);
+        thread_.join();
+        path_dispatch_destroy(dispatch_);
+    }
+    int channel() const { return channel_; }
+
+    static inline std::atomic<int> closed{0};
+
+  private:
+    int channel_;
+    struct path_dispatch *dispatch_ = nullptr;
+    struct path_connect_funcs connect_;
+    struct path_io_funcs io_;
+    struct path_attr attr_;
+    std::thread thread_;
+};
+
+TEST(Paths, AnswerReadsAndWritesByTheirHandlers) {
+    const RuntimeDirectory runtime;
+    const PathServer server(0666);
+    const int descriptor = platform_open("/dev/grantor", O_RDWR);
+    ASSERT_GE(descriptor, 0) << strerror(errno);
+    EXPECT_EQ(platform_write(descriptor, "aBcDe", 5), 2);
+    EXPECT_EQ(platform_write(descriptor, "abc", 3), -1);
+    EXPECT_EQ(errno, EBADMSG);
+    char buffer[8];
+    EXPECT_EQ(platform_read(descriptor, buffer, sizeof buffer), -1);
+    EXPECT_EQ(errno, ENOSYS);
+    EXPECT_EQ(ipc_send_simple(descriptor, "unknown message", 15, nullptr, 0), -1);
+    EXPECT_EQ(errno, ENOSYS);
+    EXPECT_EQ(platform_close(descriptor), 0);
+    EXPECT_EQ(platform_write(descriptor, "A", 1), -1);
+    EXPECT_EQ(errno, EBADF);
+    while (PathServer::closed == 0) {
+        std::this_thread::yield();
+    }
+
+    const int read_only = platform_open("/dev/grantor", O_RDONLY);
+    EXPECT_EQ(platform_write(read_only, "A", 1), -1);
+    EXPECT_EQ(errno, EBADF);
+    platform_close(read_only);
+    EXPECT_EQ(platform_open("/sys/csm/none/default", O_RDWR), -1);
+    EXPECT_EQ(errno, ENOENT);
+    const int host_file = platform_open("/dev/null", O_RDWR);
+    EXPECT_EQ(platform_write(host_file, "A", 1), 1);
+    EXPECT_EQ(platform_close(host_file), 0);
+}
+
+/* What a child opens must not be taken for a connection of its parent that it still has to close. */
+TEST(Paths, AChildKeepsTheNumberOfAConnectionUntilItClosesIt) {
+    const RuntimeDirectory runtime;
+    const PathServer server(0666);
+    const int descriptor = platform_open("/dev/grantor", O_RDWR);
+    const pid_t child = in_child([&] {
+        const auto refused = [](ssize_t result) { return result == -1 && errno == EBADF; };
+        const int before = platform_open("/dev/null", O_RDWR);
+        if (before == descriptor || platform_write(before, "A", 1) != 1 ||
+            !refused(platform_write(descriptor, "A", 1)) || !refused(platform_close(descriptor))) {
+            _exit(1);
+        }
+        int after = -1;
+        do {
+            after = platform_open("/dev/null", O_RDWR);
+        } while (after >= 0 && after < descriptor);
+        _exit(after == descriptor && platform_write(after, "A", 1) == 1 ? 0 : 2);
+    });
+    EXPECT_EQ(exit_status(child), 0);
+    EXPECT_EQ(platform_write(descriptor, "A", 1), 1);
+    platform_close(descriptor);
+}
+
+TEST(Paths, PermissionBitsDecide) {
+    struct path_attr attr;
+    const struct ipc_credentials someone = {1, 1000, 100, 2, {7, 8}};
+    const struct {
+        uint32_t mode, uid, gid, mask;
+        int expected;
+    } cases[] = {
+        {0600, 1000, 1, 0600, 0},        {0400, 1000, 1, 0600, EACCES},
+        {0066, 1000, 100, 0600, EACCES}, /* the owner's bits count, not the others' */
+        {0060, 1, 100, 0600, 0},         {0040, 1, 100, 0400, 0},
+        {0060, 1, 8, 0600, 0},           {0606, 1, 8, 0600, EACCES},
+        {0006, 1, 9, 0600, 0},           {0660, 1, 9, 0600, EACCES},
+    };
+    for (const auto &c : cases) {
+        path_attr_init(&attr, c.mode, nullptr, nullptr);
+        attr.uid = c.uid;
+        attr.gid = c.gid;
+        EXPECT_EQ(path_check_access(nullptr, &attr, c.mask, &someone), c.expected)
+            << std::oct << c.mode << " " << c.uid << " " << c.gid;
+    }
+    const struct ipc_credentials root = {};
+    EXPECT_EQ(path_check_access(nullptr, &attr, 0600, &root), 0);
+    EXPECT_EQ(path_check_access(nullptr, &attr, 0600, nullptr), EACCES);
+}
+
+/* Another user's directory is not this test's: the client keeps its runtime directory by owning it. */
+TEST(Paths, AnotherUserIsRefusedAndAllItsGroupsCount) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs to run as root, to become another user";
+    }
+    const RuntimeDirectory runtime;
+    const PathServer server(0660); /* root's, and group 0's */
+    ASSERT_EQ(chmod(runtime.path().c_str(), 0755), 0);
+    const auto open_as = [&](std::vector<gid_t> groups) {
+        return exit_status(in_child([&] {
+            if (chown(runtime.path().c_str(), 12345, 0) != 0 ||
+                setgroups(groups.size(), groups.data()) != 0 || setgid(12345) != 0 ||
+                setuid(12345) != 0) {
+                _exit(9);
+            }
+            const int descriptor = platform_open("/dev/grantor", O_RDWR);
+            _exit(descriptor >= 0 ? 0 : errno == EACCES ? 1 : 2);
+        }));
+    };
+    EXPECT_EQ(WEXITSTATUS(open_as({})), 1);
+    EXPECT_EQ(WEXITSTATUS(open_as({20, 21, 22})), 1);
+    EXPECT_EQ(WEXITSTATUS(open_as({20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 0})), 0);
+}
+
+TEST(Log, ReachesItsSinkWithCodeAndSeverityAndKeepsErrno) {
+    struct Seen {
+        uint32_t code = 0;
+        int severity = 0;
+        std::string line;
+    } seen;
+    system_log_set_sink(
+        [](uint32_t code, int severity, const char *line, void *data) {
+            *static_cast<Seen *>(data) = {code, severity, line};
+        },
+        &seen);
+    errno = EDOM;
+    system_log(0x123, LOG_SEVERITY_WARNING, "%s %d", "text", 5);
+    EXPECT_EQ(errno, EDOM);
+    EXPECT_EQ(seen.code, 0x123u);
+    EXPECT_EQ(seen.severity, 3);
+    EXPECT_EQ(seen.line, "text 5");
+    system_log(1, 5, "%s", std::string(5000, 'x').c_str());
+    EXPECT_EQ(seen.line.size(), size_t{SYSTEM_LOG_LINE} - 1);
+    system_log_set_sink(nullptr, nullptr);
+}
+
+} // namespace
+} // namespace vantro::test

@@ -1,0 +1,166 @@
+#include <algorithm>
+#include <sstream>
+
+#include "tests/tools/vantroctl/vantroctl_process.h"
+
+namespace vantro {
+namespace {
+
+constexpr const char *kanji = "\xE6\xBC\xA2\xE5\xAD\x97";
+
+class Catalogue : public Vantroctl {
+  protected:
+    void SetUp() override {
+        Vantroctl::SetUp();
+        music_ = path_ + "/music";
+        make_music(music_ / "Far $HOME" / "1.flac", 100000,
+                   {"TITLE=One", "ARTIST=Red", "ALBUM=The Way", "TRACKNUMBER=1"});
+        make_music(music_ / "Far $HOME" / "2.ogg", 100000,
+                   {std::string("TITLE=") + kanji, "ARTIST=Red", "ALBUM=The Way", "TRACKNUMBER=2",
+                    "COMPOSER=Bach"});
+        std::filesystem::create_directory(path_ + "/more");
+    }
+
+    /** The node that the last list printed with this name. */
+    std::string node(const std::string &name) {
+        std::istringstream lines(said_);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.size() > name.size() && line.ends_with('\t' + name)) {
+                return line.substr(0, line.find('\t'));
+            }
+        }
+        ADD_FAILURE() << name << " is not in\n" << said_;
+        return "1:nothing";
+    }
+
+    std::filesystem::path music_;
+};
+
+TEST_F(Catalogue, FromTheTopToASongThatPlays) {
+    start_vantrod({"--music", music_});
+    ASSERT_EQ(run({"sources"}), 0);
+    EXPECT_EQ(said_.find("1:\tready\tdirectory\t"), 0u) << said_;
+    EXPECT_EQ(run({"tracks"}), 6);
+    EXPECT_EQ(said_, "vantroctl: no track session: load a node or play first\n");
+    EXPECT_EQ(run({"jump", "1"}), 6) << said_;
+
+    ASSERT_EQ(run({"browse"}), 0);
+    ASSERT_EQ(run({"browse", node("Albums")}), 0);
+    const std::string album = node("The Way");
+    EXPECT_EQ(said_, album + "\talbum\t2\tThe Way\n");
+    ASSERT_EQ(run({"browse", album.substr(2), "--source", "1", "--offset", "1"}), 0);
+    const std::string song = node(kanji);
+    EXPECT_EQ(said_, song + "\tsong\t0\t" + kanji + "\n");
+
+    ASSERT_EQ(run({"load", album, "--index", "2", "--play"}), 0);
+    EXPECT_EQ(said_, "");
+    ASSERT_EQ(run({"tracks", "--offset", "1"}), 0);
+    EXPECT_EQ(said_, "*\t2\t" + song + "\t" + kanji + "\n");
+    EXPECT_EQ(run({"jump", "3"}), 6);
+    EXPECT_EQ(said_, "vantroctl: no track 3: the session has 2\n");
+    ASSERT_EQ(run({"jump", "1", "--json"}), 0);
+    EXPECT_EQ(said_, "{\"ok\":true,\"player\":\"main\",\"command\":\"jump\",\"index\":0}\n");
+    ASSERT_EQ(run({"status"}), 0);
+    EXPECT_NE(said_.find("state: playing\ntrack: 1\ntracks: 2\ntitle: One\n"), std::string::npos);
+    for (int i = 0; i < 20; ++i) { // More than a player keeps: those before are gone.
+        ASSERT_EQ(run({"load", song}), 0) << said_;
+    }
+
+    ASSERT_EQ(run({"info", song, "composer", "nothing", "title", "title"}), 0);
+    EXPECT_EQ(said_, std::string("composer: Bach\nnothing:\ntitle: ") + kanji + "\n");
+    ASSERT_EQ(run({"info", song}), 0);
+    EXPECT_NE(said_.find("composer: Bach\n"), std::string::npos) << said_;
+    EXPECT_NE(said_.find("duration: 100000\n"), std::string::npos) << said_;
+    EXPECT_EQ(said_.find(":\n"), std::string::npos) << said_;
+    EXPECT_EQ(run({"info", "1:", "title"}), 0);
+    EXPECT_EQ(said_, "title:\n");
+
+    ASSERT_EQ(run({"search", kanji, "--title"}), 0);
+    EXPECT_EQ(said_, song + "\tsong\t0\t" + kanji + "\n");
+    ASSERT_EQ(run({"search", "wa", "th", "--album"}), 0);
+    EXPECT_EQ(said_, album + "\talbum\t2\tThe Way\n");
+    EXPECT_EQ(run({"search", "\"play* OR (", "--json"}), 0);
+    EXPECT_EQ(said_, "{\"ok\":true,\"player\":\"main\",\"command\":\"search\",\"nodes\":[]}\n");
+
+    ASSERT_EQ(run({"browse", "--tree", "--depth", "4"}), 0);
+    std::istringstream tree(said_);
+    for (std::string line; std::getline(tree, line);) { // What is printed can be pasted.
+        EXPECT_EQ(run({"browse", line.substr(line.find('\t') + 1)}), 0) << said_;
+    }
+    EXPECT_NE(tree.str().find("\n  Far $HOME (2)\t"), std::string::npos) << tree.str();
+    ASSERT_EQ(run({"browse", "--tree", "--depth", "4", "--limit", "3"}), 0);
+    EXPECT_EQ(std::count(said_.begin(), said_.end(), '\n'), 3);
+}
+
+TEST_F(Catalogue, SaysWhatDoesNotExist) {
+    start_vantrod({"--music", music_, "--music", path_ + "/more"});
+    const struct {
+        std::vector<std::string> arguments;
+        int code;
+        const char *error;
+    } rows[] = {
+        {{"browse", "1:nothing"}, 6, "no node 1:nothing in source 1"},
+        {{"browse", "1:" + std::string(100000, 'x')}, 6, "no node 1:xxxx"},
+        {{"browse", "7:"}, 6, "no source 7"},
+        {{"browse", "--source", "7"}, 6, "no source 7"},
+        {{"search", "x", "--source", "7"}, 6, "no source 7"},
+        {{"load", "1:nothing"}, 6, "no node 1:nothing in source 1"},
+        {{"info", "1:nothing"}, 6, "no node 1:nothing in source 1"},
+        {{"info", "1:nothing", "title"}, 6, "no node 1:nothing in source 1"},
+        {{"info", "7:"}, 6, "no source 7"},
+        {{"load", "1:", "--index", "3"}, 1, "load refused"},
+        {{"load", "2:"}, 1, "load refused"},
+        {{"load", "nothing"}, 2, "of which of the 2 sources?"},
+        {{"load", "1:", "--source", "2"}, 2, "1: is not of source 2"},
+        {{"browse", "--offset", "1"}, 2, "--offset counts within one source"},
+        {{"search", "x", "--album", "--title"}, 2, "--album and --title"},
+        {{"search"}, 2, "TERM is required"},
+        {{"jump", "0"}, 2, "N: a whole number from 1 on"},
+        {{"jump", "010"}, 2, "N: a whole number from 1 on"},
+        {{"browse", "1:albums%00junk"}, 6, "no node 1:albums%2500junk"},
+        {{"load", "1:", "--index", "x"}, 2, "--index: a whole number"},
+        {{"browse", "--depth", "2"}, 2, "--depth requires --tree"},
+        {{"browse", "--tree", "--depth", "65"}, 2, "--depth: a whole number from 1 to 64"},
+        {{"browse", "--limit", "0"}, 2, "--limit: a whole number"},
+        {{"browse", "--source", "1:x"}, 2, "--source: a source is a number"},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(run(row.arguments), row.code) << said_;
+        EXPECT_EQ(said_.find(std::string("vantroctl: ") + row.error), 0u) << said_;
+        EXPECT_LT(said_.size(), 250u);
+    }
+    EXPECT_EQ(run({"browse", "2:nothing", "--json"}), 6);
+    EXPECT_NE(said_.find("\n{\"ok\":false,\"error\":\"no node 2:nothing"), std::string::npos);
+    ASSERT_EQ(run({"search", "One", "play"}), 0); // a word that is also a command
+    ASSERT_EQ(run({"browse"}), 0);
+    EXPECT_EQ(said_.find("1:"), 0u) << said_;
+    EXPECT_NE(said_.find("\n2:"), std::string::npos) << said_;
+}
+
+TEST_F(Catalogue, FitsTheTerminalAndPagesWhatDoesNot) {
+    for (int i = 1; i <= 30; ++i) {
+        std::filesystem::copy_file(music_ / "Far $HOME" / "2.ogg",
+                                   music_ / std::to_string(i).append(".ogg"));
+    }
+    start_vantrod({"--music", music_});
+    ASSERT_EQ(run({"browse"}), 0);
+    const std::string songs = node("Songs");
+    setenv("PAGER", "sed 's/^/> /'", 1);
+    ASSERT_EQ(on_terminal(60, {"browse", songs}), 0);
+    EXPECT_EQ(said_.find("> NODE"), 0u) << said_;
+    EXPECT_EQ(std::count(said_.begin(), said_.end(), '>'), 33) << said_;
+    ASSERT_EQ(on_terminal(60, {"browse", songs, "--limit", "20"}), 0);
+    EXPECT_EQ(said_.find("NODE"), 0u) << said_;
+    ASSERT_EQ(on_terminal(60, {"browse", songs, "--no-pager"}), 0);
+    EXPECT_EQ(std::count(said_.begin(), said_.end(), '\n'), 33) << said_;
+    ASSERT_EQ(on_terminal(60, {"search", "zzz"}), 0);
+    EXPECT_EQ(said_, "nothing found\n");
+    setenv("PAGER", "exit 0", 1); // a reader that leaves at once
+    EXPECT_EQ(on_terminal(60, {"browse", songs}), 0);
+    setenv("PAGER", "/nowhere/less", 1);
+    EXPECT_EQ(on_terminal(60, {"browse", songs}), 1);
+    unsetenv("PAGER");
+}
+
+} // namespace
+} // namespace vantro

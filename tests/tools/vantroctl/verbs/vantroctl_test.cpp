@@ -1,0 +1,208 @@
+#include <algorithm>
+#include <cstring>
+
+#include <vantro/messaging.h>
+
+#include "tests/tools/vantroctl/vantroctl_process.h"
+
+namespace vantro {
+namespace {
+
+/** How the service of a test behaves. */
+enum class Manner { deaf, silent, knows_no_player, refuses, dies };
+
+Manner manner;
+
+int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
+    uint16_t command = 0;
+    std::memcpy(&command, context->payload, sizeof command);
+    const bool opening = command == 0;
+    if (manner == Manner::silent) {
+        return 0;
+    }
+    if (manner == Manner::dies && !opening) {
+        _exit(0);
+    }
+    const int32_t result = opening ? manner == Manner::knows_no_player : 5;
+    return callout_reply(open, context, 0, &result, sizeof result);
+}
+
+/** A service in a process of its own; returns once it can be found. */
+class Service {
+  public:
+    explicit Service(Manner with, const char *options = nullptr, bool plain = false)
+        : process_([=] {
+              if (plain) {
+                  become_plain_user();
+              }
+              manner = with;
+              MsgServer *server = msgserver_create(4096, 4, MSGSERVER_FLAG_PATH);
+              if (!server || msgserver_add(server, "vantro.sys", nullptr, options, 256, answer,
+                                           nullptr, nullptr) < 0) {
+                  return 1;
+              }
+              std::puts("ready");
+              std::fflush(stdout);
+              return with == Manner::deaf ? pause() : msgserver_thread_loop(server);
+          }) {
+        EXPECT_EQ(process_.line(), "ready");
+    }
+
+  private:
+    Process process_;
+};
+
+TEST_F(Vantroctl, TellsAnAbsentServiceAndSaysSoInJsonToo) {
+    EXPECT_EQ(run({"play"}), 3);
+    EXPECT_EQ(said_, "vantroctl: no service: is vantrod running?\n");
+    EXPECT_EQ(run({"status", "--json"}), 3);
+    EXPECT_EQ(said_, "vantroctl: no service: is vantrod running?\n"
+                     "{\"ok\":false,\"error\":\"no service: is vantrod running?\",\"code\":3}\n");
+    EXPECT_EQ(run({"-v", "play"}), 3);
+    EXPECT_NE(said_.find("msgclient_open failed (No such file or directory)\n"), std::string::npos);
+}
+
+TEST_F(Vantroctl, RefusesWhatItDoesNotUnderstand) {
+    const std::vector<std::string> bad[] = {
+        {},
+        {"dance"},
+        {"play", "now"},
+        {"seek"},
+        {"seek", "1:5"},
+        {"seek", "-"},
+        {"rate", "fast"},
+        {"rate", "inf"},
+        {"rate", "1x"},
+        {"shuffle", "maybe"},
+        {"repeat", "two"},
+        {"play", "pause"},
+        {"--player", "", "play"},
+        {"--player", std::string(32, 'p'), "play"},
+        {"--timeout", "-1", "play"},
+        {"--timeout", "soon", "play"},
+        {"--loud", "play"},
+    };
+    for (const auto &arguments : bad) {
+        EXPECT_EQ(run(arguments), 2) << said_;
+        EXPECT_EQ(said_.find("vantroctl: "), 0u) << said_;
+        EXPECT_EQ(std::count(said_.begin(), said_.end(), '\n'), 1) << said_;
+    }
+    EXPECT_EQ(run({"seek", "1:5", "--json"}), 2);
+    EXPECT_NE(said_.find("\n{\"ok\":false,"), std::string::npos) << said_;
+    // Understood: what goes wrong then is that nobody is there.
+    for (const char *target : {"-10", "+10", "-1:30", "83", "1:02:03.5"}) {
+        EXPECT_EQ(run({"seek", target, "--player", std::string(31, 'p')}), 3) << said_;
+    }
+    EXPECT_EQ(run({"rate", "-1.5"}), 3) << said_;
+    EXPECT_EQ(run({"--help"}), 0);
+    EXPECT_EQ(run({"seek", "--help"}), 0);
+    EXPECT_EQ(run({"--version"}), 0);
+}
+
+TEST_F(Vantroctl, TellsARefusalFromAMissingPlayerAndFromADeadService) {
+    {
+        Service service(Manner::knows_no_player);
+        EXPECT_EQ(run({"--player", "kitchen", "play"}), 3);
+        EXPECT_EQ(said_.find("vantroctl: no player \"kitchen\""), 0u) << said_;
+    }
+    {
+        Service service(Manner::refuses);
+        for (const char *verb : {"play", "pause", "stop", "next", "previous", "status"}) {
+            EXPECT_EQ(run({verb}), 1);
+            EXPECT_EQ(said_.find(std::string("vantroctl: ") + verb + " refused"), 0u) << said_;
+        }
+    }
+    Service service(Manner::dies);
+    EXPECT_EQ(run({"next"}), 1);
+    EXPECT_EQ(said_.find("vantroctl: next failed: Connection reset"), 0u) << said_;
+}
+
+TEST_F(Vantroctl, GivesUpOnAServiceThatDoesNotAnswer) {
+    for (const Manner with : {Manner::silent, Manner::deaf}) {
+        Service service(with);
+        EXPECT_EQ(run({"--timeout", "0.2", "play"}), 5);
+        EXPECT_EQ(said_.find("vantroctl: timed out"), 0u) << said_;
+    }
+}
+
+TEST_F(Vantroctl, SaysThatItIsDenied) {
+    give_to_plain_user();
+    Service service(Manner::refuses, "perms=0600,uid=0", true);
+    const int code = run({"play"}, become_plain_user);
+    if (code == 96) {
+        GTEST_SKIP() << "the program is out of reach of user " << plain_user();
+    }
+    EXPECT_EQ(code, 4);
+    EXPECT_EQ(said_.find("vantroctl: denied"), 0u) << said_;
+}
+
+TEST_F(Vantroctl, FailsWhereItsOutputIsLost) {
+    EXPECT_EQ(run({"--version"}, [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); }), 1);
+    EXPECT_EQ(said_.find("vantroctl: cannot write"), 0u) << said_;
+    EXPECT_EQ(run({"--help"}, [] { close(STDOUT_FILENO); }), 1);
+    EXPECT_EQ(run({"--help"},
+                  [] {
+                      int ends[2];
+                      if (pipe(ends) != 0 || dup2(ends[1], STDOUT_FILENO) < 0) {
+                          _exit(95);
+                      }
+                      close(ends[0]);
+                  }),
+              1);
+}
+
+TEST_F(Vantroctl, DrivesThePlayersOfTheService) {
+    const std::filesystem::path music = path_ + "/music";
+    make_music(music / "1.flac", 100000, {"TITLE=One", "ARTIST=\x1B[31mRed"});
+    make_music(music / "2.ogg", 100000, {"TITLE=Two"});
+    start_vantrod({"--music", music, "--player", "main", "--player", "den"});
+
+    const struct {
+        std::vector<std::string> arguments;
+        const char *json;
+    } rows[] = {
+        {{"play"}, "\"command\":\"play\"}"},
+        {{"pause"}, "\"command\":\"pause\"}"},
+        {{"seek", "1:23.5"}, "\"command\":\"seek\",\"position_ms\":83500}"},
+        {{"seek", "-1:00"}, "\"command\":\"seek\",\"position_ms\":23500}"},
+        {{"seek", "+10"}, "\"command\":\"seek\",\"position_ms\":33500}"},
+        {{"rate", "1.5"}, "\"command\":\"rate\",\"rate\":1.5}"},
+        {{"repeat", "one"}, "\"command\":\"repeat\",\"repeat\":\"one\"}"},
+        {{"shuffle", "toggle"}, "\"command\":\"shuffle\",\"shuffle\":true}"},
+        {{"shuffle", "toggle"}, "\"command\":\"shuffle\",\"shuffle\":false}"},
+    };
+    for (const auto &row : rows) {
+        auto arguments = row.arguments;
+        arguments.emplace_back("--json");
+        EXPECT_EQ(run(arguments), 0);
+        EXPECT_EQ(said_, std::string("{\"ok\":true,\"player\":\"main\",") + row.json + "\n");
+    }
+    EXPECT_EQ(run({"status"}), 0);
+    EXPECT_EQ(said_, "player: main\nstate: paused\ntrack: 1\ntracks: 2\ntitle: One\n"
+                     "artist: \xEF\xBF\xBD[31mRed\nalbum:\nposition: 0:33\nduration: 1:40\n"
+                     "repeat: one\nshuffle: off\nrate: 1.5\n");
+    EXPECT_EQ(on_terminal(40, {"status"}), 0);
+    EXPECT_EQ(said_, "main: paused, track 1 of 2\n"
+                     "Title   One\n"
+                     "Artist  \xEF\xBF\xBD[31mRed\n"
+                     "Album   -\n"
+                     "0:33 [=========>------------------] 1:40\n"
+                     "repeat one   shuffle off   rate 1.5\n");
+    EXPECT_EQ(run({"seek", "-50"}), 0);
+    EXPECT_EQ(said_, "");
+    EXPECT_EQ(run({"--player", "den", "next"}), 6);
+    EXPECT_EQ(said_, "vantroctl: no track session: load a node or play first\n");
+    EXPECT_EQ(run({"--player", "den", "play"}), 0) << said_;
+    EXPECT_EQ(run({"--player", "den", "next"}), 0) << said_;
+    EXPECT_EQ(run({"status", "--player", "den", "--json"}), 0);
+    EXPECT_NE(said_.find("\"track\":{\"index\":1,\"title\":\"Two\""), std::string::npos) << said_;
+    EXPECT_EQ(run({"status"}), 0);
+    EXPECT_NE(said_.find("\ntrack: 1\n"), std::string::npos) << said_;
+    EXPECT_NE(said_.find("\nposition: 0:00\n"), std::string::npos) << said_;
+
+    end_vantrod();
+    EXPECT_EQ(run({"status"}), 3);
+}
+
+} // namespace
+} // namespace vantro

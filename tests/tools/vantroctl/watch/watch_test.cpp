@@ -1,0 +1,193 @@
+#include <termios.h>
+
+#include <rapidjson/document.h>
+
+#include "tests/tools/vantroctl/vantroctl_process.h"
+
+namespace vantro {
+namespace {
+
+class Watch : public Vantroctl {
+  protected:
+    void SetUp() override {
+        Vantroctl::SetUp();
+        make_music(path_ + "/music/1.flac", 100000, {"TITLE=One\x1B[31m", "ARTIST=Red"});
+        make_music(path_ + "/music/2.ogg", 100000, {"TITLE=Two"});
+    }
+    void start() { start_vantrod({"--music", path_ + "/music"}); }
+
+    /** The next line behind time and player; positions that nobody asks for are passed over. */
+    static std::string next(Process &watch, bool position = false) {
+        std::string line;
+        do {
+            line = watch.line();
+            line.erase(0, line.find("\tmain\t") + 6);
+        } while (!position && line.find("position\t") == 0);
+        return line;
+    }
+    static void expect_picture(Process &watch) {
+        for (const char *line : {"state\tidle, rate 1, repeat off, shuffle off", "session\tnone",
+                                 "track\tnone", "position\t0:00"}) {
+            EXPECT_EQ(next(watch, true), line);
+        }
+        EXPECT_EQ(next(watch).find("source\t1: music, "), 0u); // It may be scanned again.
+    }
+    static rapidjson::Document next_object(Process &watch) {
+        rapidjson::Document object;
+        const std::string line = watch.line();
+        EXPECT_FALSE(object.Parse(line.c_str()).HasParseError()) << line;
+        EXPECT_EQ(line.find("{\"ok\":true,\"player\":\"main\",\"command\":\"watch\",\"event\":"),
+                  0u);
+        return object;
+    }
+};
+
+/** The tool at a terminal of its own. */
+class Screen {
+  public:
+    Screen() {
+        winsize size = {24, 40, 0, 0};
+        EXPECT_EQ(openpty(&master_, &slave_, nullptr, nullptr, &size), 0);
+        tcgetattr(slave_, &before_);
+        tool_ = std::make_unique<Process>(std::vector<std::string>{VANTROCTL, "watch", "--live"},
+                                          [this] {
+                                              setenv("TERM", "xterm", 1);
+                                              dup2(slave_, STDIN_FILENO);
+                                              dup2(slave_, STDOUT_FILENO);
+                                          });
+    }
+    ~Screen() {
+        close(master_);
+        close(slave_);
+    }
+
+    /** Reads until this has appeared; what came before is forgotten. */
+    void until(const std::string &text) {
+        std::string said;
+        for (char byte; !said.ends_with(text); said += byte) {
+            ASSERT_EQ(read(master_, &byte, 1), 1) << said;
+        }
+    }
+    void press(char key) { EXPECT_EQ(write(master_, &key, 1), 1); }
+
+    /** Ends when the terminal is given back. @return the exit code. */
+    int end() {
+        until("\x1B[?25h\x1B[?1049l");
+        const int code = tool_->wait();
+        termios after;
+        tcgetattr(slave_, &after);
+        EXPECT_EQ(after.c_lflag, before_.c_lflag);
+        return code;
+    }
+
+    void kill(int number) { tool_->kill(number); }
+    void resize(unsigned short rows, unsigned short columns) {
+        winsize size = {rows, columns, 0, 0};
+        ioctl(master_, TIOCSWINSZ, &size);
+        kill(SIGWINCH);
+    }
+
+  private:
+    int master_ = -1;
+    int slave_ = -1;
+    termios before_;
+    std::unique_ptr<Process> tool_;
+};
+
+TEST_F(Watch, TellsEachEventAsALineAndGoesOnAfterARestart) {
+    start();
+    Process watch({VANTROCTL, "watch"});
+    expect_picture(watch);
+    const struct {
+        std::vector<std::string> command, events;
+    } rows[] = {
+        {{"play"},
+         {"state\tplaying", "session\t2 tracks",
+          "track\t1 of 2: One\xEF\xBF\xBD[31m - Red (1:40)"}},
+        {{"rate", "1.5"}, {"state\trate 1.5"}},
+        {{"next"}, {"track\t2 of 2: Two (1:40)"}},
+        {{"pause"}, {"state\tpaused"}},
+        {{"repeat", "one"}, {"state\trepeat one"}},
+        {{"shuffle", "on"}, {"state\tshuffle on"}},
+    };
+    for (const auto &row : rows) {
+        ASSERT_EQ(run(row.command), 0) << said_;
+        for (const std::string &event : row.events) {
+            EXPECT_EQ(next(watch), event);
+        }
+    }
+    ASSERT_EQ(run({"seek", "1:10"}), 0);
+    std::string line = next(watch, true);
+    while (line.find("position\t0:") == 0) { // It has played meanwhile.
+        line = next(watch, true);
+    }
+    EXPECT_EQ(line, "position\t1:10 of 1:40");
+    end_vantrod();
+    EXPECT_EQ(next(watch), "state\tnone");
+    EXPECT_EQ(next(watch), "gone\tthe service is gone; waiting for it");
+    start();
+    EXPECT_EQ(next(watch), "back\tthe service is back");
+    expect_picture(watch);
+    watch.kill(SIGTERM);
+    EXPECT_EQ(watch.wait(), -SIGTERM);
+}
+
+TEST_F(Watch, TellsEachEventAsAnObject) {
+    start();
+    Process watch({VANTROCTL, "watch", "--json"});
+    for (const char *event : {"state", "session", "track", "position", "source"}) {
+        const rapidjson::Document object = next_object(watch);
+        EXPECT_STREQ(object["event"].GetString(), event);
+        EXPECT_TRUE(object["initial"].IsTrue());
+    }
+    ASSERT_EQ(run({"play"}), 0);
+    const rapidjson::Document state = next_object(watch);
+    EXPECT_STREQ(state["state"].GetString(), "playing");
+    EXPECT_STREQ(state["previous"]["state"].GetString(), "idle");
+    EXPECT_EQ(next_object(watch)["session"]["length"].GetInt(), 2);
+    EXPECT_STREQ(next_object(watch)["track"]["title"].GetString(), "One\x1B[31m");
+    EXPECT_EQ(next_object(watch)["position_ms"].GetInt(), 0);
+}
+
+TEST_F(Watch, EndsWhereItCannotGoOn) {
+    EXPECT_EQ(run({"watch"}), 3);
+    start();
+    EXPECT_EQ(run({"watch", "--player", "main", "--player", "den"}), 3);
+    EXPECT_EQ(said_.find("vantroctl: no player \"den\""), 0u) << said_;
+    for (const auto &words :
+         std::vector<std::vector<std::string>>{{"watch", "--live"},
+                                               {"watch", "--live", "--json"},
+                                               {"play", "--player", "x", "--player", "y"}}) {
+        EXPECT_EQ(run(words), 2) << said_;
+    }
+    EXPECT_EQ(run({"watch"}, [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); }), 1);
+    EXPECT_EQ(said_.find("vantroctl: cannot write"), 0u) << said_;
+    // The reader leaves, and nothing happens any more that could be written.
+    const std::string left = "timeout 20 " VANTROCTL " watch | head -n 5; echo ${PIPESTATUS[0]}";
+    Process pipe({"/bin/bash", "-c", left});
+    EXPECT_TRUE(pipe.rest().ends_with("ready\n0\n"));
+}
+
+TEST_F(Watch, DrawsAScreenAndGivesTheTerminalBack) {
+    start();
+    Screen screen;
+    screen.until("\x1B[?1049h");
+    screen.until("main: idle");
+    ASSERT_EQ(run({"play"}), 0);
+    screen.until("main: playing, track 1 of 2");
+    screen.until("-] 1:40");
+    screen.resize(2, 20);
+    screen.until("main: playing, trac\xE2\x80\xA6");
+    screen.press('x');
+    screen.press('q');
+    EXPECT_EQ(screen.end(), 0);
+    Screen other;
+    other.until("main: playing");
+    end_vantrod();
+    other.until("main: the service is gone");
+    other.kill(SIGINT);
+    EXPECT_EQ(other.end(), -SIGINT);
+}
+
+} // namespace
+} // namespace vantro

@@ -1,0 +1,108 @@
+#include "tools/vantroctl/output/json_output.h"
+
+#include "tools/vantroctl/output/json_object.h"
+#include "tools/vantroctl/output/node_view.h"
+#include "tools/vantroctl/text/node_ref.h"
+
+namespace vantro {
+namespace {
+
+void add_node(JsonObject &object, const Node &node) {
+    object.key("node").known_text(node_ref(node));
+    object.key("source_id").number(node.source);
+    object.key("id").text(node.id);
+    object.key("name").known_text(node.name);
+    object.key("type").text(node_type_name(node.type));
+    object.key("count").number(node.count);
+    if (!node.nodes.empty()) {
+        object.objects("nodes", node.nodes, [&](const Node &below) { add_node(object, below); });
+    }
+}
+
+} // namespace
+
+std::string json_status(const PlayerStatus &status) {
+    JsonObject object(status.player, "status");
+    add_modes(object, status);
+    object.key("position_ms").number(status.position_ms);
+    object.key("track");
+    add_track(object, status.track);
+    object.key("session");
+    add_session(object, status.session);
+    return object.line();
+}
+
+std::string json_done(const std::string &player, const Done &done) {
+    JsonObject object(player, done.command);
+    if (done.position_ms) {
+        object.key("position_ms").number(*done.position_ms);
+    }
+    if (done.rate) {
+        object.key("rate").rate(*done.rate);
+    }
+    if (done.shuffle) {
+        object.key("shuffle").boolean(*done.shuffle);
+    }
+    if (done.repeat) {
+        object.key("repeat").text(repeat_name(*done.repeat));
+    }
+    if (done.index) {
+        object.key("index").number(*done.index);
+    }
+    if (done.session) {
+        object.key("session_id").number(*done.session);
+    }
+    return object.line();
+}
+
+std::string json_sources(const std::string &player, const std::vector<Source> &sources) {
+    JsonObject object(player, "sources");
+    object.objects("sources", sources, [&](const Source &source) { add_source(object, source); });
+    return object.line();
+}
+
+std::string json_nodes(const std::string &player, const std::string &command,
+                       const std::vector<Node> &nodes) {
+    JsonObject object(player, command);
+    object.objects("nodes", nodes, [&](const Node &node) { add_node(object, node); });
+    return object.line();
+}
+
+std::string json_tracks(const std::string &player, const SessionStatus &session,
+                        std::optional<int32_t> current, int32_t first,
+                        const std::vector<Node> &tracks) {
+    JsonObject object(player, "tracks");
+    object.key("session");
+    add_session(object, session);
+    object.key("current");
+    current ? object.number(*current) : object.null();
+    object.objects("tracks", tracks, [&, index = first](const Node &track) mutable {
+        object.key("index").number(index++);
+        add_node(object, track);
+    });
+    return object.line();
+}
+
+std::string json_values(const std::string &player, const Place &place, const Values &values) {
+    JsonObject object(player, "info");
+    object.key("node").text(ref_text(place.source, place.id));
+    object.key("source_id").number(place.source);
+    object.key("id").text(place.id);
+    object.key("values").begin();
+    for (const auto &[key, value] : values) {
+        object.key(key);
+        value ? object.text(*value) : object.null();
+    }
+    object.end();
+    return object.line();
+}
+
+std::string json_failure(const Failure &failure) {
+    JsonObject object;
+    object.key("ok").boolean(false);
+    object.key("error").text(failure.text);
+    object.key("code").number(static_cast<int>(failure.outcome));
+    return object.line();
+}
+
+} // namespace vantro

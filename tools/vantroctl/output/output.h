@@ -1,0 +1,35 @@
+/** Standard output and the terminal behind it. */
+#ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_OUTPUT_H
+#define VANTRO_TOOLS_VANTROCTL_OUTPUT_OUTPUT_H
+
+#include <optional>
+#include <string_view>
+
+namespace vantro {
+
+/**
+ * Makes sure that descriptors 0 to 2 are taken, so that nothing opened later becomes standard
+ * output by accident, and that a closed pipe is an error and not the end. To be called first.
+ */
+void prepare_output();
+
+/** Writes all of it. @return false, with errno, where not all went out. */
+bool write_output(std::string_view text, int descriptor = 1);
+
+/** The same. @throws Failure. */
+void print(std::string_view text);
+
+bool output_is_terminal();
+
+/** The terminal's width, or else that in COLUMNS, or else 80. */
+int output_columns();
+
+/** The same of a terminal only. */
+std::optional<int> terminal_columns();
+
+/** The terminal's height, or else that in LINES, or else 24. */
+int output_rows();
+
+} // namespace vantro
+
+#endif

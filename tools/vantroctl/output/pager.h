@@ -1,0 +1,48 @@
+/**
+ * Long lists, page by page: straight to standard output as they come, and on a terminal through
+ * $PAGER once there is more than a screen holds.
+ */
+#ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_PAGER_H
+#define VANTRO_TOOLS_VANTROCTL_OUTPUT_PAGER_H
+
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vantro {
+
+/** One a process at a time. */
+class Pager {
+  public:
+    /** @param allowed false for never more than standard output. */
+    explicit Pager(bool allowed);
+    ~Pager();
+    Pager(const Pager &) = delete;
+    Pager &operator=(const Pager &) = delete;
+
+    /**
+     * @return false once nobody reads any more, which is no failure: a reader that has seen enough
+     *   closes. @throws Failure.
+     */
+    bool write(std::string_view lines);
+
+    /** What is still held back goes out; waits for the reader's end. @throws Failure. */
+    void finish();
+
+  private:
+    bool send(std::string_view text);
+    void start();
+    int stop();
+
+    std::string command_;
+    std::string held_; /**< What may yet fit the screen. */
+    int rows_ = 0;     /**< That it takes. */
+    std::FILE *pipe_ = nullptr;
+    bool direct_ = true; /**< Nothing is held back. */
+    bool wanted_ = true;
+};
+
+} // namespace vantro
+
+#endif

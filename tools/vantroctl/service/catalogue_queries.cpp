@@ -1,0 +1,294 @@
+#include "tools/vantroctl/service/catalogue_queries.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <string_view>
+
+#include <fmt/format.h>
+
+#include <vantro/catalogue.h>
+#include <vantro/extras.h>
+#include <vantro/player.h>
+
+#include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/service/client.h"
+#include "tools/vantroctl/service/library_records.h"
+#include "tools/vantroctl/text/display_text.h"
+#include "tools/vantroctl/text/node_ref.h"
+
+namespace vantro {
+namespace {
+
+constexpr const char *known_keys[] = {
+    VANTRO_KEY_TITLE,
+    VANTRO_KEY_ARTIST,
+    VANTRO_KEY_ALBUM,
+    VANTRO_KEY_ALBUM_ARTIST,
+    VANTRO_KEY_COMPOSER,
+    VANTRO_KEY_CONDUCTOR,
+    VANTRO_KEY_GENRE,
+    VANTRO_KEY_YEAR,
+    VANTRO_KEY_DISC,
+    VANTRO_KEY_DISC_TOTAL,
+    VANTRO_KEY_TRACK,
+    VANTRO_KEY_TRACK_TOTAL,
+    VANTRO_KEY_COMMENT,
+    VANTRO_KEY_COPYRIGHT,
+    VANTRO_KEY_BPM,
+    VANTRO_KEY_COMPILATION,
+    VANTRO_KEY_REPLAYGAIN_TRACK_GAIN,
+    VANTRO_KEY_REPLAYGAIN_TRACK_PEAK,
+    VANTRO_KEY_REPLAYGAIN_ALBUM_GAIN,
+    VANTRO_KEY_REPLAYGAIN_ALBUM_PEAK,
+    VANTRO_KEY_DURATION,
+    VANTRO_KEY_BIT_RATE,
+    VANTRO_KEY_SAMPLE_RATE,
+    VANTRO_KEY_CHANNELS,
+    VANTRO_KEY_CODEC,
+    VANTRO_KEY_PATH,
+    VANTRO_KEY_SIZE,
+    VANTRO_KEY_MODIFIED,
+    VANTRO_KEY_ARTWORK,
+    VANTRO_KEY_LYRICS, // Last, because they are long.
+};
+
+/** What came from elsewhere, for a complaint of one line. */
+std::string shortened(std::string_view clean) {
+    return clip_text(clean, 80);
+}
+
+/** A block of records that a query returned. */
+template <class Record, void (*release)(Record *, int)>
+struct Records {
+    Record *first = nullptr;
+    int count = 0;
+
+    Records() = default;
+    Records(const Records &) = delete;
+    Records &operator=(const Records &) = delete;
+    ~Records() { release(first, count); }
+
+    const Record *begin() const { return first; }
+    const Record *end() const { return first ? first + count : first; }
+};
+
+using NodeRecords = Records<MediaNode, vantro_free_media_nodes>;
+
+bool browse(Client &client, const Place &place, int32_t offset, int32_t count, NodeRecords &nodes) {
+    nodes.count = count;
+    return client.ask("browse", [&](VantroHandle *handle) {
+        return vantro_browse(handle, place.source, place.id.c_str(), offset, &nodes.count,
+                             &nodes.first);
+    });
+}
+
+std::optional<Values> ask_values(Client &client, const Place &place,
+                                 const std::vector<std::string> &keys) {
+    std::vector<const char *> wanted;
+    for (const std::string &key : keys) {
+        wanted.push_back(key.c_str());
+    }
+    wanted.push_back(nullptr);
+    std::vector<char *> found(keys.size(), nullptr);
+    if (!client.ask("info", [&](VantroHandle *handle) {
+            return vantro_get_extended_metadata(handle, place.source, place.id.c_str(),
+                                                wanted.data(), found.data());
+        })) {
+        return std::nullopt;
+    }
+    Values values;
+    for (size_t i = 0; i < keys.size(); ++i) {
+        values.emplace_back(keys[i],
+                            found[i] ? std::optional<std::string>(found[i]) : std::nullopt);
+        std::free(found[i]);
+    }
+    return values;
+}
+
+/** What the record says under a key. Services need not know the keys; the record all of them do. */
+std::string record_value(const Metadata &record, std::string_view key) {
+    const struct {
+        std::string_view key;
+        const char *text;
+        int32_t number;
+    } fields[] = {
+        {VANTRO_KEY_TITLE, record.title, 0},
+        {VANTRO_KEY_ARTIST, record.artist, 0},
+        {VANTRO_KEY_ALBUM, record.album, 0},
+        {VANTRO_KEY_GENRE, record.genre, 0},
+        {VANTRO_KEY_YEAR, record.year, 0},
+        {VANTRO_KEY_ARTWORK, record.artwork, 0},
+        {VANTRO_KEY_DISC, nullptr, record.disc},
+        {VANTRO_KEY_TRACK, nullptr, record.track},
+        {VANTRO_KEY_DURATION, nullptr, record.duration},
+    };
+    for (const auto &field : fields) {
+        if (field.key == key) {
+            return field.number > 0 ? fmt::format("{}", field.number) : text_of(field.text);
+        }
+    }
+    return {};
+}
+
+/** Nobody can ask for a single node, so it is asked for what any node has. */
+bool node_exists(Client &client, const Place &place) {
+    NodeRecords nodes;
+    return place.id.empty() || browse(client, place, 0, 1, nodes) ||
+           ask_values(client, place, {VANTRO_KEY_TITLE});
+}
+
+/** The library says only that the service refused; so the service is asked what there is. */
+[[noreturn]] void explain(Client &client, const std::string &verb, const Place &place,
+                          const char *otherwise) {
+    const std::vector<Source> sources = get_sources(client);
+    const auto source = std::find_if(sources.begin(), sources.end(), [&](const Source &candidate) {
+        return candidate.id == place.source;
+    });
+    if (source == sources.end()) {
+        throw Failure(Outcome::not_found,
+                      fmt::format("no source {}: vantroctl sources lists them", place.source));
+    }
+    if (!node_exists(client, place)) {
+        throw Failure(
+            Outcome::not_found,
+            fmt::format("no node {} in source {} ({}): vantroctl browse {}: shows its top",
+                        shortened(ref_text(place.source, place.id)), source->id,
+                        shortened(clean_text(source->name)), source->id));
+    }
+    throw Failure(Outcome::failed, fmt::format("{} refused by the player: {}", verb, otherwise));
+}
+
+std::vector<Node> nodes_of(const NodeRecords &records) {
+    std::vector<Node> nodes;
+    for (const MediaNode &record : records) {
+        nodes.push_back(Node{record.ms_id, text_of(record.id), text_of(record.name), record.type,
+                             record.count});
+    }
+    return nodes;
+}
+
+} // namespace
+
+std::vector<Source> get_sources(Client &client) {
+    Records<MediaSource, vantro_free_media_sources> records;
+    client.carry_out("sources", [&](VantroHandle *handle) {
+        return vantro_get_media_sources(handle, &records.first, &records.count);
+    });
+    std::vector<Source> sources;
+    for (const MediaSource &record : records) {
+        sources.push_back(source_of(record));
+    }
+    return sources;
+}
+
+std::vector<Node> browse_page(Client &client, const Place &place, int32_t offset, int32_t count) {
+    NodeRecords records;
+    if (!browse(client, place, offset, count, records)) {
+        explain(client, "browse", place, "it has nothing below it");
+    }
+    return nodes_of(records);
+}
+
+std::vector<Node> search_page(Client &client, int32_t source, const std::string &filter,
+                              const std::string &term, int32_t offset, int32_t count) {
+    NodeRecords records;
+    records.count = count;
+    if (!client.ask("search", [&](VantroHandle *handle) {
+            return vantro_search(handle, source, filter.c_str(), term.c_str(), offset,
+                                 &records.count, &records.first);
+        })) {
+        explain(client, "search", {source, ""}, "try fewer or other words");
+    }
+    return nodes_of(records);
+}
+
+std::vector<Node> tracks_page(Client &client, uint64_t session, int32_t offset, int32_t count) {
+    NodeRecords records;
+    records.count = count;
+    if (!client.ask("tracks", [&](VantroHandle *handle) {
+            return vantro_get_trksession_tracks(handle, session, offset, &records.count,
+                                                &records.first);
+        })) {
+        throw Failure(Outcome::not_found, "the session has ended meanwhile; try again");
+    }
+    return nodes_of(records);
+}
+
+Values get_values(Client &client, const Place &place, const std::vector<std::string> &keys) {
+    if (place.id.empty()) { // The library sends no such question, and the top has no values.
+        browse_page(client, place, 0, 1);
+        Values values;
+        for (const std::string &key : keys) {
+            values.emplace_back(key, std::nullopt);
+        }
+        return values;
+    }
+    auto values = ask_values(client, place, keys);
+    if (!values) {
+        explain(client, "info", place, "it has no metadata");
+    }
+    return *values;
+}
+
+Values get_known_values(Client &client, const Place &place) {
+    const std::vector<std::string> keys(std::begin(known_keys), std::end(known_keys));
+    if (place.id.empty()) {
+        get_values(client, place, keys);
+        return {};
+    }
+    auto values = ask_values(client, place, keys);
+    Records<Metadata, vantro_free_metadata> record;
+    record.count = 1;
+    if (!client.ask("info",
+                    [&](VantroHandle *handle) {
+                        return vantro_get_metadata(handle, place.source, place.id.c_str(),
+                                                   &record.first);
+                    }) &&
+        !values) {
+        explain(client, "info", place, "it has no metadata");
+    }
+    Values known;
+    for (size_t i = 0; i < keys.size(); ++i) {
+        std::string value = values ? (*values)[i].second.value_or("") : "";
+        if (value.empty() && record.first) {
+            value = record_value(*record.first, keys[i]);
+        }
+        if (!value.empty()) {
+            known.emplace_back(keys[i], value);
+        }
+    }
+    return known;
+}
+
+uint64_t load_node(Client &client, const Place &place, int32_t index, bool play) {
+    const std::optional<SessionStatus> before = client.session();
+    uint64_t session = 0;
+    if (!client.ask("load", [&](VantroHandle *handle) {
+            return vantro_create_trksession(handle, place.source, place.id.c_str(), &index,
+                                            play ? VANTRO_TRKSESSION_PLAY : VANTRO_TRKSESSION_LOAD,
+                                            &session);
+        })) {
+        explain(client, "load", place,
+                "it has no songs, or fewer than --index says, or too many sessions are kept");
+    }
+    if (before && before->type == VANTRO_TRKSESSION_NODE) {
+        client.ask("load", [&](VantroHandle *handle) {
+            return vantro_destroy_trksession(handle, static_cast<uint64_t>(before->id));
+        });
+    }
+    return session;
+}
+
+void jump_to(Client &client, int32_t index) {
+    if (client.ask("jump", [=](VantroHandle *handle) { return vantro_jump(handle, index); })) {
+        return;
+    }
+    const SessionStatus session = client.need_session();
+    throw index >= session.length
+        ? Failure(Outcome::not_found, fmt::format("no track {}: the session has {}",
+                                                  int64_t{index} + 1, session.length))
+        : Failure(Outcome::failed, "jump refused by the player");
+}
+
+} // namespace vantro

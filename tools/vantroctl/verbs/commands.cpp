@@ -1,0 +1,94 @@
+#include "tools/vantroctl/verbs/commands.h"
+
+#include <charconv>
+#include <cmath>
+
+#include <vantro/player.h>
+
+#include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/output/status_view.h"
+#include "tools/vantroctl/service/client.h"
+#include "tools/vantroctl/text/time_text.h"
+
+namespace vantro {
+namespace {
+
+struct PlainCommand {
+    std::string_view verb;
+    int (*function)(VantroHandle *);
+};
+
+constexpr PlainCommand plain_commands[] = {
+    {"play", vantro_play}, {"pause", vantro_pause},       {"stop", vantro_stop},
+    {"next", vantro_next}, {"previous", vantro_previous},
+};
+
+/** The arguments were judged while the command line was read; this is for what slipped through. */
+template <class T>
+T required(const std::optional<T> &value, const std::string &text) {
+    if (!value) {
+        throw Failure(Outcome::usage, "not understood: " + text);
+    }
+    return *value;
+}
+
+} // namespace
+
+std::optional<float> parse_rate(std::string_view text) {
+    float rate = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), rate);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(rate)) {
+        return std::nullopt;
+    }
+    return rate;
+}
+
+std::optional<int32_t> parse_repeat(std::string_view text) {
+    for (const int32_t mode : {VANTRO_REPEAT_OFF, VANTRO_REPEAT_ALL, VANTRO_REPEAT_ONE}) {
+        if (text == repeat_name(mode)) {
+            return mode;
+        }
+    }
+    return std::nullopt;
+}
+
+Done run_plain(Client &client, const std::string &verb) {
+    for (const PlainCommand &command : plain_commands) {
+        if (command.verb == verb) {
+            client.carry_out_on_tracks(verb, command.function);
+            return {.command = verb};
+        }
+    }
+    throw Failure(Outcome::usage, "not understood: " + verb);
+}
+
+Done run_seek(Client &client, const std::string &text) {
+    const SeekTarget target = required(parse_seek(text), text);
+    const int32_t position_ms = target.from(target.relative ? client.position() : 0);
+    client.carry_out_on_tracks(
+        "seek", [=](VantroHandle *handle) { return vantro_seek(handle, position_ms); });
+    return {.command = "seek", .position_ms = position_ms};
+}
+
+Done run_rate(Client &client, const std::string &text) {
+    const float rate = required(parse_rate(text), text);
+    client.carry_out("rate",
+                     [=](VantroHandle *handle) { return vantro_set_playback_rate(handle, rate); });
+    return {.command = "rate", .rate = rate};
+}
+
+Done run_shuffle(Client &client, const std::string &text) {
+    const bool on = text == "toggle" ? client.state().shuffle == VANTRO_SHUFFLE_OFF : text == "on";
+    client.carry_out("shuffle", [=](VantroHandle *handle) {
+        return vantro_shuffle(handle, on ? VANTRO_SHUFFLE_ON : VANTRO_SHUFFLE_OFF);
+    });
+    return {.command = "shuffle", .shuffle = on};
+}
+
+Done run_repeat(Client &client, const std::string &text) {
+    const int32_t mode = required(parse_repeat(text), text);
+    client.carry_out("repeat", [=](VantroHandle *handle) { return vantro_repeat(handle, mode); });
+    return {.command = "repeat", .repeat = mode};
+}
+
+} // namespace vantro

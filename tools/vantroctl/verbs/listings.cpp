@@ -1,0 +1,318 @@
+#include "tools/vantroctl/verbs/listings.h"
+
+#include <algorithm>
+#include <functional>
+#include <iterator>
+#include <limits>
+#include <set>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include <vantro/catalogue.h>
+
+#include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/output/json_output.h"
+#include "tools/vantroctl/output/node_view.h"
+#include "tools/vantroctl/output/output.h"
+#include "tools/vantroctl/output/pager.h"
+#include "tools/vantroctl/service/catalogue_queries.h"
+#include "tools/vantroctl/service/client.h"
+#include "tools/vantroctl/text/display_text.h"
+#include "tools/vantroctl/text/node_ref.h"
+
+namespace vantro {
+namespace {
+
+/** Nodes asked for at a time: a page fits one exchange, and its first lines appear at once. */
+constexpr int32_t page_nodes = 500;
+
+constexpr int64_t index_end = std::numeric_limits<int32_t>::max();
+
+using Page = std::vector<Node>;
+using Fetch = std::function<Page(int32_t offset, int32_t count)>;
+
+/** A list on its way from the service to the reader, who may leave before its end. */
+class Lister {
+  public:
+    Lister(Client &client, const ListOptions &options)
+        : client_(client), options_(options), left_(options.limit > 0 ? options.limit : index_end),
+          pager_(options.pager && !options.json) {}
+
+    /** @param take gets one page after the other. @return false where that ended it. */
+    bool pages(const Fetch &fetch, int64_t offset, const std::function<bool(Page &)> &take) {
+        while (left_ > 0 && offset < index_end) {
+            const int64_t wanted = std::min({left_, int64_t{page_nodes}, index_end - offset});
+            Page page = fetch(static_cast<int32_t>(offset), static_cast<int32_t>(wanted));
+            const auto got = static_cast<int64_t>(page.size());
+            if (got > left_) {
+                page.resize(static_cast<size_t>(left_));
+            }
+            if (!take(page)) {
+                return false;
+            }
+            if (got != wanted) { // Its end, or a service that does not know pages.
+                return true;
+            }
+            offset += wanted;
+        }
+        return left_ > 0;
+    }
+
+    /** @param heading stands above what there is. */
+    bool flat(const Fetch &fetch, const std::string &heading) {
+        Table table = node_table(terminal_columns());
+        std::string text = above(heading);
+        return pages(fetch, options_.offset, [&](Page &page) {
+            std::vector<Table::Row> rows;
+            for (const Node &node : page) {
+                rows.push_back(node_row(node));
+            }
+            count(page);
+            if (options_.json) {
+                std::move(page.begin(), page.end(), std::back_inserter(nodes_));
+            } else if (!rows.empty()) {
+                text += table.lines(rows);
+                return show(std::exchange(text, {}));
+            }
+            return true;
+        });
+    }
+
+    bool tree(const Place &place, const std::string &heading, int level = 0) {
+        std::string top = above(heading);
+        const Fetch fetch = [&](int32_t offset, int32_t count) {
+            return browse_page(client_, place, offset, count);
+        };
+        return pages(fetch, level == 0 ? options_.offset : 0, [&](Page &page) {
+            for (Node &node : page) {
+                const Place below{node.source, node.id};
+                const bool go_down =
+                    node.count > 0 && node.type != VANTRO_NODE_SONG && level + 1 < options_.depth;
+                if (left_-- <= 0 || !add(node, level, std::exchange(top, {})) ||
+                    (go_down && !tree(below, "", level + 1))) {
+                    return false;
+                }
+            }
+            return true;
+        });
+    }
+
+    void count(const Page &page) { left_ -= static_cast<int64_t>(page.size()); }
+
+    bool show(const std::string &text) {
+        shown_ = true;
+        return pager_.write(text);
+    }
+
+    /** @param nothing what a person is told where the list is empty. */
+    void finish(const std::string &command, const std::string &nothing) {
+        if (options_.json) {
+            print(json_nodes(options_.player, command, nodes_));
+        } else {
+            end(nothing);
+        }
+    }
+
+    void end(const std::string &nothing) {
+        if (!shown_ && output_is_terminal()) {
+            show(nothing + '\n');
+        }
+        pager_.finish();
+    }
+
+  private:
+    std::string above(const std::string &heading) const {
+        return (shown_ && !heading.empty() ? "\n" : "") + heading;
+    }
+
+    bool add(Node &node, int level, const std::string &top) {
+        if (!options_.json) {
+            return show(top + tree_line(node, level, terminal_columns()));
+        }
+        Page *siblings = &nodes_;
+        for (int i = 0; i < level; ++i) {
+            siblings = &siblings->back().nodes;
+        }
+        siblings->push_back(std::move(node));
+        return true;
+    }
+
+    Client &client_;
+    const ListOptions &options_;
+    int64_t left_; /**< Entries that may still be shown. */
+    Pager pager_;
+    bool shown_ = false;
+    Page nodes_; /**< Of a JSON text, which is whole or not there. */
+};
+
+/** A source to go through, and what stands above its entries where it is not the only one. */
+struct Section {
+    int32_t source;
+    std::string heading;
+};
+
+std::vector<Section> sections(Client &client, const ListOptions &options) {
+    if (options.source) {
+        return {{*options.source, ""}};
+    }
+    const std::vector<Source> sources = get_sources(client);
+    if (sources.empty()) {
+        throw Failure(Outcome::not_found, "no media source: vantrod takes them as --music DIR");
+    }
+    if (sources.size() > 1 && options.offset > 0) {
+        throw Failure(Outcome::usage,
+                      fmt::format("--offset counts within one source and there are {}: add "
+                                  "--source; vantroctl sources lists them",
+                                  sources.size()));
+    }
+    std::vector<Section> result;
+    for (const Source &source : sources) {
+        const bool headed = sources.size() > 1 && output_is_terminal();
+        result.push_back({source.id, headed ? fmt::format("{}  {}\n", clean_text(source.name),
+                                                          ref_text(source.id, ""))
+                                            : ""});
+    }
+    return result;
+}
+
+Place place_of(Client &client, const ListOptions &options, const std::string &text) {
+    const NodeRef ref = parse_ref(text);
+    if (ref.source && options.source && *ref.source != *options.source) {
+        throw Failure(Outcome::usage, fmt::format("{} is not of source {}: leave --source out",
+                                                  ref_text(*ref.source, ref.id), *options.source));
+    }
+    const std::optional<int32_t> source = ref.source ? ref.source : options.source;
+    if (source) {
+        return {*source, ref.id};
+    }
+    const std::vector<Section> all = sections(client, {});
+    if (all.size() > 1) {
+        throw Failure(Outcome::usage,
+                      fmt::format("of which of the {} sources? write SOURCE:NODE, or add --source; "
+                                  "vantroctl sources lists them",
+                                  all.size()));
+    }
+    return {all.front().source, ref.id};
+}
+
+} // namespace
+
+void run_sources(Client &client, const ListOptions &options) {
+    const std::vector<Source> sources = get_sources(client);
+    if (options.json) {
+        print(json_sources(options.player, sources));
+        return;
+    }
+    std::vector<Table::Row> rows;
+    for (const Source &source : sources) {
+        rows.push_back(source_row(source));
+    }
+    Lister lister(client, options);
+    if (!rows.empty()) {
+        lister.show(source_table(terminal_columns()).lines(rows));
+    }
+    lister.end("no sources");
+}
+
+void run_browse(Client &client, const ListOptions &options,
+                const std::optional<std::string> &node) {
+    std::vector<std::pair<Place, std::string>> tops;
+    if (node) {
+        tops.emplace_back(place_of(client, options, *node), "");
+    } else {
+        for (const Section &section : sections(client, options)) {
+            tops.emplace_back(Place{section.source, VANTRO_NODE_ROOT}, section.heading);
+        }
+    }
+    Lister lister(client, options);
+    for (const auto &[place, heading] : tops) {
+        const Fetch fetch = [&client, &at = place](int32_t offset, int32_t count) {
+            return browse_page(client, at, offset, count);
+        };
+        if (options.depth > 0 ? !lister.tree(place, heading) : !lister.flat(fetch, heading)) {
+            break;
+        }
+    }
+    lister.finish("browse", "nothing below it");
+}
+
+void run_search(Client &client, const ListOptions &options, const std::string &filter,
+                const std::string &term) {
+    const std::vector<Section> all = sections(client, options);
+    Lister lister(client, options);
+    for (const Section &section : all) {
+        const Fetch fetch = [&](int32_t offset, int32_t count) {
+            return search_page(client, section.source, filter, term, offset, count);
+        };
+        if (!lister.flat(fetch, section.heading)) {
+            break;
+        }
+    }
+    lister.finish("search", "nothing found");
+}
+
+void run_tracks(Client &client, const ListOptions &options) {
+    const SessionStatus session = client.need_session();
+    const std::optional<TrackStatus> track = client.track();
+    const std::optional<int32_t> current = track ? std::optional(track->index) : std::nullopt;
+    Lister lister(client, options);
+    Table table = track_table(terminal_columns());
+    Page tracks;
+    const Fetch fetch = [&](int32_t offset, int32_t count) {
+        return tracks_page(client, static_cast<uint64_t>(session.id), offset, count);
+    };
+    int32_t index = options.offset;
+    lister.pages(fetch, options.offset, [&](Page &page) {
+        std::vector<Table::Row> rows;
+        for (const Node &node : page) {
+            rows.push_back(track_row(node, index, index == current));
+            ++index;
+        }
+        lister.count(page);
+        if (options.json) {
+            std::move(page.begin(), page.end(), std::back_inserter(tracks));
+            return true;
+        }
+        return rows.empty() || lister.show(table.lines(rows));
+    });
+    if (options.json) {
+        print(json_tracks(options.player, session, current, options.offset, tracks));
+    } else {
+        lister.end("no tracks");
+    }
+}
+
+void run_info(Client &client, const ListOptions &options, const std::string &node,
+              const std::vector<std::string> &keys) {
+    const Place place = place_of(client, options, node);
+    std::vector<std::string> wanted; // Each once: they become the members of one object.
+    std::set<std::string> seen;
+    std::copy_if(keys.begin(), keys.end(), std::back_inserter(wanted),
+                 [&](const std::string &key) { return seen.insert(key).second; });
+    const Values values =
+        keys.empty() ? get_known_values(client, place) : get_values(client, place, wanted);
+    if (options.json) {
+        print(json_values(options.player, place, values));
+        return;
+    }
+    Lister lister(client, options);
+    if (!values.empty()) {
+        lister.show(render_values(values, terminal_columns()));
+    }
+    lister.end("nothing is known of it");
+}
+
+Done run_load(Client &client, const ListOptions &options, const std::string &node, int32_t number,
+              bool play) {
+    const Place place = place_of(client, options, node);
+    const uint64_t session = load_node(client, place, number - 1, play);
+    return {.command = "load", .session = static_cast<int64_t>(session)};
+}
+
+Done run_jump(Client &client, int32_t number) {
+    jump_to(client, number - 1);
+    return {.command = "jump", .index = number - 1};
+}
+
+} // namespace vantro

@@ -1,0 +1,109 @@
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <map>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "tools/vantroctl/output/output.h"
+#include "tools/vantroctl/text/display_text.h"
+#include "tools/vantroctl/text/time_text.h"
+#include "tools/vantroctl/watch/event_json.h"
+#include "tools/vantroctl/watch/event_view.h"
+#include "tools/vantroctl/watch/player_mirror.h"
+#include "tools/vantroctl/watch/watch_view.h"
+
+namespace vantro {
+namespace {
+
+/** The longest name of an event. */
+constexpr int kind_columns = 8;
+
+class EventLines : public WatchView {
+  public:
+    explicit EventLines(const std::vector<std::string> &players) {
+        for (const std::string &player : players) {
+            pictures_.emplace(player, Picture(player));
+            player_columns_ = std::max(player_columns_, display_width(clean_text(player)));
+        }
+        if (players.size() == 1) {
+            player_columns_ = 0; // Nothing that needs to be told apart.
+        }
+    }
+
+    void take(const PlayerEvent &event) override {
+        Picture &picture = pictures_.at(event.player);
+        const std::string words = event_words(event, picture);
+        const bool expected = picture.expects(event);
+        picture.apply(event);
+        if (!output_is_terminal()) {
+            text_ += fmt::format("{}\t{}\t{}\t{}\n", date_time_text(event.time),
+                                 clean_text(event.player), event_name(event.kind), words);
+            return;
+        }
+        std::string line = clock_text(event.time) + "  ";
+        if (player_columns_ > 0) {
+            const std::string player = clean_text(event.player);
+            line += player;
+            line.append(static_cast<size_t>(player_columns_ - display_width(player) + 2), ' ');
+        }
+        line += fmt::format("{:<{}}  {}", event_name(event.kind), kind_columns, words);
+        show(event.player, clip_text(line, output_columns()), expected && can_rewrite());
+    }
+
+    std::string output() override { return std::exchange(text_, {}); }
+
+  private:
+    /**
+     * Positions that were to be expected share a line, or one a player, at the end of the screen:
+     * each takes the place of the one before, so that what happened stays in sight.
+     */
+    void show(const std::string &player, const std::string &line, bool expected) {
+        if (!expected) {
+            ticking_.clear();
+            text_ += line + '\n';
+            return;
+        }
+        const auto place = std::find(ticking_.begin(), ticking_.end(), player);
+        const auto up = std::distance(place, ticking_.end());
+        if (up == 0) {
+            ticking_.push_back(player);
+            text_ += line + '\n';
+        } else {
+            text_ += fmt::format("\x1B[{}A\r{}\x1B[K\n", up, line);
+            text_ += up > 1 ? fmt::format("\x1B[{}B", up - 1) : "";
+        }
+    }
+
+    static bool can_rewrite() {
+        const char *terminal = std::getenv("TERM");
+        return terminal && std::string_view(terminal) != "dumb";
+    }
+
+    std::map<std::string, Picture> pictures_;
+    int player_columns_ = 0;
+    std::vector<std::string> ticking_; /**< Whose positions are the last lines of the screen. */
+    std::string text_;
+};
+
+class EventObjects : public WatchView {
+  public:
+    void take(const PlayerEvent &event) override { text_ += json_event(event); }
+    std::string output() override { return std::exchange(text_, {}); }
+
+  private:
+    std::string text_;
+};
+
+} // namespace
+
+std::unique_ptr<WatchView> make_event_lines(const std::vector<std::string> &players) {
+    return std::make_unique<EventLines>(players);
+}
+
+std::unique_ptr<WatchView> make_event_objects() {
+    return std::make_unique<EventObjects>();
+}
+
+} // namespace vantro

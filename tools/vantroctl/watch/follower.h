@@ -1,0 +1,64 @@
+/** Follows a player through its events, also from one run of the service to the next. */
+#ifndef VANTRO_TOOLS_VANTROCTL_WATCH_FOLLOWER_H
+#define VANTRO_TOOLS_VANTROCTL_WATCH_FOLLOWER_H
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tools/vantroctl/model/player_event.h"
+#include "tools/vantroctl/service/client.h"
+
+namespace vantro {
+
+class Inbox;
+
+/**
+ * First the full picture, then each event. Where the service ends: `gone`; then it is looked for,
+ * `waiting` where something other than its absence is in the way; then `back` and the full picture
+ * again. Events come by themselves and cost nothing while nothing happens. That a service has come
+ * back nobody tells, so it is looked for after 0.2 s, and more and more seldom, down to once a
+ * second.
+ */
+class Follower {
+  public:
+    /** Connects and gets the full picture. @throws Failure where there is nothing to follow. */
+    Follower(const ClientOptions &options, Inbox &inbox);
+    ~Follower();
+    Follower(const Follower &) = delete;
+    Follower &operator=(const Follower &) = delete;
+
+    /** From now on a thread of its own puts what happens into the inbox. To be called once. */
+    void start();
+
+  private:
+    /** How a look for something new ended. */
+    enum class Look { event, nothing, gone };
+
+    void begin();
+    Look look(PlayerEvent &event);
+    [[noreturn]] void fail(int error) const;
+    void run();
+    void follow();
+    bool wait_for_service();
+    bool stopped_within(int ms);
+    PlayerEvent event_of(PlayerEvent::Kind kind) const;
+
+    ClientOptions options_;
+    Inbox &inbox_;
+    std::unique_ptr<Client> client_;
+    std::vector<PlayerEvent> picture_; /**< Not yet put. */
+
+    std::mutex lock_;
+    std::condition_variable changed_;
+    bool stopping_ = false;
+    bool ended_ = false;
+    std::thread thread_;
+};
+
+} // namespace vantro
+
+#endif

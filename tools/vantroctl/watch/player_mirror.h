@@ -1,0 +1,56 @@
+/** All that is known of a player that is followed. */
+#ifndef VANTRO_TOOLS_VANTROCTL_WATCH_PLAYER_MIRROR_H
+#define VANTRO_TOOLS_VANTROCTL_WATCH_PLAYER_MIRROR_H
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/vantroctl/model/player_event.h"
+
+namespace vantro {
+
+class Picture {
+  public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    explicit Picture(const std::string &player) { status_.player = player; }
+
+    void apply(const PlayerEvent &event);
+
+    /** The picture as events: state, session, track, position, and the sources by their numbers. */
+    std::vector<PlayerEvent> events() const;
+
+    /** What was told last, but for the position, which moves on with the clock while it plays. */
+    PlayerStatus status(Time at) const;
+
+    const std::map<int32_t, Source> &sources() const { return sources_; }
+
+    /** Whether the position moves on. */
+    bool moving() const;
+
+    /** Whether the event is a position that was to be expected: no jump. */
+    bool expects(const PlayerEvent &event) const;
+
+    bool gone() const { return gone_; }
+
+    /** The last error, or why the service is still waited for. */
+    const std::optional<PlayerEvent> &trouble() const { return trouble_; }
+
+  private:
+    int32_t position(Time at) const;
+    void hold(int32_t position_ms, Time at);
+
+    PlayerStatus status_;
+    Time told_at_ = std::chrono::steady_clock::now(); /**< When the position was told. */
+    std::map<int32_t, Source> sources_;
+    bool gone_ = false;
+    std::optional<PlayerEvent> trouble_;
+};
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,207 @@
+#include "tools/vantroctl/watch/watch.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <optional>
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/watch/follower.h"
+#include "tools/vantroctl/watch/inbox.h"
+#include "tools/vantroctl/watch/watch_view.h"
+
+namespace vantro {
+namespace {
+
+/** Signals that arrive as something to read. Blocked in this thread and those it starts. */
+class Signals {
+  public:
+    explicit Signals(const std::vector<int> &more) {
+        sigemptyset(&set_);
+        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+            struct sigaction action = {};
+            sigaction(number, nullptr, &action);
+            if (action.sa_handler != SIG_IGN) { // As in the background, or behind nohup.
+                sigaddset(&set_, number);
+            }
+        }
+        for (const int number : more) {
+            sigaddset(&set_, number);
+        }
+        pthread_sigmask(SIG_BLOCK, &set_, nullptr);
+        descriptor_ = signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK);
+        if (descriptor_ < 0) {
+            throw Failure(Outcome::failed, fmt::format("cannot watch: {}", std::strerror(errno)));
+        }
+    }
+    ~Signals() { close(descriptor_); }
+    Signals(const Signals &) = delete;
+    Signals &operator=(const Signals &) = delete;
+
+    int descriptor() const { return descriptor_; }
+
+    std::optional<int> take() const {
+        signalfd_siginfo info;
+        if (read(descriptor_, &info, sizeof info) != sizeof info) {
+            return std::nullopt;
+        }
+        return static_cast<int>(info.ssi_signo);
+    }
+
+    /** Ends the process as the signal would have done, so that a shell knows why. */
+    [[noreturn]] void end_by(int number) const {
+        std::signal(number, SIG_DFL);
+        raise(number);
+        pthread_sigmask(SIG_UNBLOCK, &set_, nullptr);
+        _exit(128 + number);
+    }
+
+  private:
+    sigset_t set_;
+    int descriptor_ = -1;
+};
+
+class Watch {
+  public:
+    Watch(WatchView &view, Inbox &inbox, const Signals &signals)
+        : view_(view), inbox_(inbox), signals_(signals) {}
+
+    /** @return the signal that ended it, if one did. */
+    std::optional<int> run() {
+        for (;;) {
+            if (pending_.empty()) {
+                pending_ = view_.output();
+            }
+            const bool writing = !pending_.empty();
+            // While the output is stuck nothing more is taken, and so nothing piles up here.
+            pollfd ready[] = {
+                {signals_.descriptor(), POLLIN, 0},
+                {STDOUT_FILENO, static_cast<short>(writing ? POLLOUT : 0), 0},
+                {writing ? -1 : inbox_.descriptor(), POLLIN, 0},
+                {keys_open_ && view_.reads_keys() ? STDIN_FILENO : -1, POLLIN, 0},
+            };
+            if (poll(ready, std::size(ready), writing ? -1 : view_.wake_in_ms()) < 0 &&
+                errno != EINTR) {
+                throw Failure(Outcome::failed,
+                              fmt::format("cannot watch: {}", std::strerror(errno)));
+            }
+            if (const std::optional<int> number = end_signal()) {
+                return number;
+            }
+            if (ready[1].revents != 0) {
+                if (!writing) {
+                    return std::nullopt; // Nobody asked for room: the pipe or the terminal is gone.
+                }
+                // A signal may have taken back what was to be written.
+                if (!pending_.empty() && !write_some()) {
+                    return std::nullopt;
+                }
+            }
+            if (ready[2].revents != 0) {
+                for (const PlayerEvent &event : inbox_.take()) {
+                    view_.take(event);
+                }
+            }
+            if (ready[3].revents != 0 && key_ends()) {
+                return std::nullopt;
+            }
+        }
+    }
+
+  private:
+    /** Gives the view its signals. @return one that asks for the end. */
+    std::optional<int> end_signal() {
+        const std::vector<int> known = view_.signals();
+        while (const std::optional<int> number = signals_.take()) {
+            if (std::find(known.begin(), known.end(), *number) == known.end()) {
+                finish_line();
+                return number;
+            }
+            pending_.clear(); // Of a screen that is to be drawn anew.
+            view_.take_signal(*number);
+        }
+        return std::nullopt;
+    }
+
+    /** As much as goes out without waiting. @return false where the reader has left. */
+    bool write_some() {
+        const ssize_t written =
+            write(STDOUT_FILENO, pending_.data(), std::min<size_t>(pending_.size(), PIPE_BUF));
+        if (written >= 0) {
+            pending_.erase(0, static_cast<size_t>(written));
+            return true;
+        }
+        if (errno == EPIPE) {
+            return false;
+        }
+        if (errno != EINTR && errno != EAGAIN) {
+            throw Failure(Outcome::failed,
+                          fmt::format("cannot write to standard output: {}", std::strerror(errno)));
+        }
+        return true;
+    }
+
+    /** No line is left half written, unless it is the reader who does not take it. */
+    void finish_line() {
+        pollfd room = {STDOUT_FILENO, POLLOUT, 0};
+        while (!pending_.empty() && poll(&room, 1, 0) == 1 && write_some()) {
+        }
+    }
+
+    bool key_ends() {
+        char keys[16];
+        const ssize_t count = read(STDIN_FILENO, keys, sizeof keys);
+        keys_open_ = count > 0;
+        return count > 0 &&
+               std::any_of(keys, keys + count, [this](char key) { return view_.take_key(key); });
+    }
+
+    WatchView &view_;
+    Inbox &inbox_;
+    const Signals &signals_;
+    std::string pending_;
+    bool keys_open_ = true;
+};
+
+/** Nobody takes from it any more, whatever the reason. */
+struct ClosedAtTheEnd {
+    Inbox &inbox;
+    ~ClosedAtTheEnd() { inbox.close(); }
+};
+
+} // namespace
+
+void run_watch(const WatchOptions &options) {
+    std::unique_ptr<WatchView> view = options.live   ? make_live_screen(options.players)
+                                      : options.json ? make_event_objects()
+                                                     : make_event_lines(options.players);
+    Inbox inbox;
+    std::vector<std::unique_ptr<Follower>> followers;
+    for (const std::string &player : options.players) {
+        const ClientOptions client{player, options.timeout_s};
+        followers.push_back(std::make_unique<Follower>(client, inbox));
+    }
+    const Signals signals(view->signals());
+    const ClosedAtTheEnd closed{inbox};
+    for (const auto &follower : followers) {
+        follower->start();
+    }
+    view->begin();
+    if (const std::optional<int> number = Watch(*view, inbox, signals).run()) {
+        view.reset(); // The terminal is given back first.
+        signals.end_by(*number);
+    }
+}
+
+} // namespace vantro

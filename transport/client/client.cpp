@@ -1,0 +1,222 @@
+// The client half: opening and closing a connection to a service, and the exchanges on it.
+//
+// A client is only read after its opening, and every exchange builds its header and vectors on
+// its own stack, so threads need no lock here and no exchange touches the heap.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+
+#include <vantro/messaging.h>
+#include <vantro/platform/io.h>
+#include <vantro/platform/names.h>
+
+#include "transport/client/client.h"
+#include "transport/headered_parts.h"
+#include "transport/wire.h"
+
+namespace vantro {
+
+TransportHeader request_header(const MsgClient &client, int kind) {
+    TransportHeader header = {};
+    header.kind = static_cast<uint8_t>(kind);
+    header.version = TRANSPORT_VERSION;
+    header.service_index = static_cast<int16_t>(client.service_index);
+    header.open_index = static_cast<int16_t>(client.open_index);
+    return header;
+}
+
+int exchange(const MsgClient &client, TransportHeader *header, const iovec *send, int send_count,
+             const iovec *reply, int reply_count) {
+    const HeaderedParts out(header, send, send_count);
+    if (!out)
+        return errno;
+    int status;
+    if (reply_count == NO_REPLY) {
+        status = ipc_send(client.connection, out.data(), out.count(), nullptr, 0);
+    } else {
+        // The reply header lands in the request header, which has left by then.
+        const HeaderedParts in(header, reply, reply_count);
+        if (!in)
+            return errno;
+        status = ipc_send(client.connection, out.data(), out.count(), in.data(), in.count());
+    }
+    return status == -1 ? errno : status;
+}
+
+namespace {
+
+constexpr char PATH_FORMAT[] = "/sys/csm/%s/%s";
+constexpr size_t PATH_PREFIX = sizeof "/sys/" - 1; // a global name is the path without it
+
+void close_connection(const MsgClient &client) {
+    if (client.opened_by_path)
+        platform_close(client.connection);
+    else
+        global_name_close(client.connection);
+}
+
+/** Connects by path, else by global name. @return 0, or -1 with the global name's errno. */
+int connect_service(MsgClient *client, const char *path) {
+    client->connection = platform_open(path, O_RDWR);
+    client->opened_by_path = client->connection != -1;
+    if (!client->opened_by_path)
+        client->connection = global_name_open(path + PATH_PREFIX, 0);
+    return client->connection == -1 ? -1 : 0;
+}
+
+/** The open request. @return 0, or an error number. */
+int handshake(MsgClient *client, size_t name_length, uint16_t code) {
+    TransportHeader header = request_header(*client, MSG_KIND_OPEN);
+    header.code = code;
+    header.send_length = static_cast<uint32_t>(name_length + 1);
+    header.reply_length = HEADER_BYTES;
+    const iovec name = {client->service_name, name_length + 1};
+    const iovec request[] = {{&header, HEADER_BYTES}, name};
+    const iovec reply = {&header, HEADER_BYTES};
+    const int status = ipc_send(client->connection, request, 2, &reply, 1);
+    if (status != 0) // an open has no status of its own: whoever sends one speaks another protocol
+        return status == -1 ? errno : EPROTO;
+    client->service_index = header.service_index;
+    client->open_index = header.open_index;
+    client->pulse_channel = -1;
+    client->pulse_connection = -1;
+    return 0;
+}
+
+/**
+ * Makes the lengths of a request's vectors fit their 32-bit fields.
+ * @return 0, or what the exchange gives without being tried.
+ */
+int set_lengths(TransportHeader *header, const iovec *send, int send_count, const iovec *reply,
+                int reply_count) {
+    if (send_count < 0 || send_count > PARTS_MAX || reply_count < 0 || reply_count > PARTS_MAX)
+        return EINVAL;
+    const uint64_t send_length = sum_parts(send, send_count);
+    const uint64_t reply_length = sum_parts(reply, reply_count);
+    if (send_length > UINT32_MAX || reply_length > UINT32_MAX)
+        return EMSGSIZE;
+    header->send_length = static_cast<uint32_t>(send_length);
+    header->reply_length = static_cast<uint32_t>(reply_length);
+    return 0;
+}
+
+/** An exchange whose answer goes to the caller: putget and get. */
+int answered_exchange(MsgClient *client, TransportHeader *header, const iovec *send, int send_count,
+                      const iovec *reply, int reply_count, uint32_t *answer_length) {
+    int result = set_lengths(header, send, send_count, reply, reply_count);
+    if (result == 0)
+        result = exchange(*client, header, send, send_count, reply, reply_count);
+    if (answer_length)
+        *answer_length = header->reply_length;
+    return result;
+}
+
+} // namespace
+} // namespace vantro
+
+using namespace vantro;
+
+MsgClient *msgclient_open(const char *service_name, const char *instance, uint16_t code) {
+    if (!service_name) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    if (!instance)
+        instance = "default";
+    const size_t name_length = strnlen(service_name, MSG_SERVICE_NAME_MAX + 1);
+    const size_t instance_length = strnlen(instance, MSG_NAME_AND_INSTANCE_MAX + 1);
+    if (name_length > MSG_SERVICE_NAME_MAX ||
+        name_length + instance_length > MSG_NAME_AND_INSTANCE_MAX) {
+        errno = ENAMETOOLONG;
+        return nullptr;
+    }
+    char path[MSG_NAME_AND_INSTANCE_MAX + sizeof "/sys/csm//"];
+    std::snprintf(path, sizeof path, PATH_FORMAT, service_name, instance);
+
+    auto *client = static_cast<MsgClient *>(std::calloc(1, sizeof(MsgClient)));
+    if (!client) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    std::memcpy(client->service_name, service_name, name_length);
+
+    int error;
+    if (connect_service(client, path) == -1) {
+        error = errno;
+    } else {
+        error = handshake(client, name_length, code);
+        if (error == 0)
+            return client;
+        close_connection(*client);
+    }
+    std::free(client);
+    errno = error;
+    return nullptr;
+}
+
+int msgclient_close(MsgClient *client) {
+    if (!client)
+        return 0;
+    TransportHeader header = request_header(*client, MSG_KIND_CLOSE);
+    header.send_length = HEADER_BYTES;
+    ipc_send_simple(client->connection, &header, sizeof header, nullptr, 0);
+    close_connection(*client);
+    release_pulse_channel(client);
+    std::free(client);
+    return 0;
+}
+
+int msgclient_putget(MsgClient *client, const void *send, uint32_t send_length, void *reply,
+                     uint32_t reply_length, uint32_t *answer_length, uint16_t code) {
+    const iovec out = {const_cast<void *>(send), send_length};
+    const iovec in = {reply, reply_length};
+    return msgclient_putgetv(client, &out, send_length ? 1 : 0, &in, reply_length ? 1 : 0,
+                             answer_length, code);
+}
+
+int msgclient_putgetv(MsgClient *client, const iovec *send, int send_count, const iovec *reply,
+                      int reply_count, uint32_t *answer_length, uint16_t code) {
+    if (!client)
+        return EINVAL;
+    TransportHeader header = request_header(*client, MSG_KIND_PUTGET);
+    header.code = code;
+    return answered_exchange(client, &header, send, send_count, reply, reply_count, answer_length);
+}
+
+int msgclient_put(MsgClient *client, uint32_t tag, const void *data, uint32_t length,
+                  uint16_t code) {
+    const iovec part = {const_cast<void *>(data), length};
+    return msgclient_putv(client, tag, &part, length ? 1 : 0, code);
+}
+
+int msgclient_putv(MsgClient *client, uint32_t tag, const iovec *parts, int count, uint16_t code) {
+    if (!client)
+        return EINVAL;
+    TransportHeader header = request_header(*client, MSG_KIND_PUT);
+    const int refused = set_lengths(&header, parts, count, nullptr, 0);
+    if (refused)
+        return refused;
+    header.code = code;
+    header.tag = tag;
+    header.reply_length = PUT_REPLY_LENGTH;
+    return exchange(*client, &header, parts, count, nullptr, NO_REPLY);
+}
+
+int msgclient_get(MsgClient *client, uint32_t tag, void *reply, uint32_t reply_length,
+                  uint32_t *answer_length, uint16_t code) {
+    const iovec part = {reply, reply_length};
+    return msgclient_getv(client, tag, &part, reply_length ? 1 : 0, answer_length, code);
+}
+
+int msgclient_getv(MsgClient *client, uint32_t tag, const iovec *reply, int reply_count,
+                   uint32_t *answer_length, uint16_t code) {
+    if (!client)
+        return EINVAL;
+    TransportHeader header = request_header(*client, MSG_KIND_GET);
+    header.code = code;
+    header.tag = tag;
+    return answered_exchange(client, &header, nullptr, 0, reply, reply_count, answer_length);
+}

@@ -1,0 +1,71 @@
+// The client half: being told of answers that the server holds.
+#include <cerrno>
+
+#include <vantro/messaging.h>
+
+#include "transport/client/client.h"
+#include "transport/wire.h"
+
+namespace vantro {
+
+void release_pulse_channel(MsgClient *client) {
+    const int error = errno;
+    if (client->pulse_channel != -1) {
+        channel_destroy(client->pulse_channel);
+        client->pulse_channel = -1;
+    }
+    if (client->pulse_connection != -1) {
+        connect_detach(client->pulse_connection);
+        client->pulse_connection = -1;
+    }
+    errno = error;
+}
+
+} // namespace vantro
+
+using namespace vantro;
+
+namespace {
+
+constexpr int PULSE_PRIORITY = 10;
+constexpr int PULSE_CODE = 0;
+
+} // namespace
+
+int msgclient_notify(MsgClient *client, uint32_t queue_limit, const ipc_event *event) {
+    if (!client || !event)
+        return EINVAL;
+    TransportHeader header = request_header(*client, MSG_KIND_NOTIFY);
+    header.send_length = EVENT_BYTES;
+    header.reply_length = queue_limit;
+    const iovec part = {const_cast<ipc_event *>(event), EVENT_BYTES};
+    return exchange(*client, &header, &part, 1, nullptr, NO_REPLY);
+}
+
+int msgclient_notify_pulse(MsgClient *client, uint32_t queue_limit) {
+    if (!client)
+        return EINVAL;
+    release_pulse_channel(client);
+    client->pulse_channel = channel_create(CHANNEL_FIXED_PRIORITY);
+    if (client->pulse_channel == -1)
+        return -1;
+    client->pulse_connection = connect_attach(0, 0, client->pulse_channel, 0, 0);
+    if (client->pulse_connection == -1) {
+        // A channel that no pulse can reach would make a waiting thread wait for ever.
+        release_pulse_channel(client);
+        return -1;
+    }
+    ipc_event event = {};
+    event.kind = IPC_EVENT_PULSE;
+    event.connection = client->pulse_connection;
+    event.code = PULSE_CODE;
+    event.priority = PULSE_PRIORITY;
+    return msgclient_notify(client, queue_limit, &event);
+}
+
+uint32_t msgclient_wait_pulse(MsgClient *client) {
+    ipc_pulse pulse;
+    if (!client || ipc_receive_pulse(client->pulse_channel, &pulse, sizeof pulse, nullptr) == -1)
+        return 0;
+    return static_cast<uint32_t>(pulse.value);
+}

@@ -1,0 +1,85 @@
+/**
+ * Vectors with a transport header in front of the caller's parts.
+ */
+#ifndef VANTRO_TRANSPORT_HEADERED_PARTS_H
+#define VANTRO_TRANSPORT_HEADERED_PARTS_H
+
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include <sys/uio.h>
+
+#include <vantro/messaging.h>
+
+#include "transport/wire.h"
+
+namespace vantro {
+
+/** Most parts a caller may give: the header and the platform's frame take one place each. */
+inline constexpr int PARTS_MAX = IOV_MAX - 2;
+
+/** Parts of a caller's vector that cost no heap. */
+inline constexpr int STACK_PARTS = 32;
+
+/** Bytes of all parts, or more than any message has where they are too many to count. */
+inline uint64_t sum_parts(const iovec *parts, int count) {
+    uint64_t total = 0;
+    for (int i = 0; i < count; i++) {
+        if (parts[i].iov_len > UINT64_MAX - total)
+            return UINT64_MAX;
+        total += parts[i].iov_len;
+    }
+    return total;
+}
+
+/**
+ * The header, then the caller's parts in order. Vectors of the usual length live in this object,
+ * so that an exchange costs no heap; longer ones cost one allocation.
+ */
+class HeaderedParts {
+  public:
+    HeaderedParts(TransportHeader *header, const iovec *parts, int count) {
+        if (count < 0 || count > PARTS_MAX) {
+            errno = EINVAL;
+            return;
+        }
+        iovec *vector = few_;
+        if (count > STACK_PARTS) {
+            many_ = static_cast<iovec *>(std::malloc((size_t(count) + 1) * sizeof(iovec)));
+            if (!many_) {
+                errno = ENOMEM;
+                return;
+            }
+            vector = many_;
+        }
+        vector[0] = {header, HEADER_BYTES};
+        if (count > 0)
+            std::memcpy(vector + 1, parts, size_t(count) * sizeof(iovec));
+        vector_ = vector;
+        count_ = count + 1;
+    }
+
+    ~HeaderedParts() { std::free(many_); }
+
+    HeaderedParts(const HeaderedParts &) = delete;
+    HeaderedParts &operator=(const HeaderedParts &) = delete;
+
+    /** False where the parts were refused; errno says why (EINVAL, ENOMEM). */
+    explicit operator bool() const { return vector_ != nullptr; }
+
+    const iovec *data() const { return vector_; }
+    int count() const { return count_; }
+
+  private:
+    iovec few_[STACK_PARTS + 1];
+    iovec *many_ = nullptr;
+    const iovec *vector_ = nullptr;
+    int count_ = 0;
+};
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,306 @@
+// Dispatch: one message or pulse that a server thread has received, from lookup to answer.
+//
+// Every function here begins with the server lock held and releases it before it calls a handler
+// or answers, except where it says otherwise.
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+#include <vantro/messaging.h>
+
+#include "transport/server/server.h"
+#include "transport/wire.h"
+
+namespace vantro {
+namespace {
+
+/** One message in the hands of a server thread. */
+struct Dispatch {
+    MsgServer *server;
+    MsgContext *context;
+    ServerLock &lock;
+
+    bool path_mode() const { return server->flags & MSGSERVER_FLAG_PATH; }
+    int receive_id() const { return context->receive_id; }
+
+    /** Answers with an error, without the lock. */
+    void refuse(int error) const {
+        lock.release();
+        ipc_error(receive_id(), error);
+    }
+
+    void accept() const { ipc_reply(receive_id(), 0, nullptr, 0); }
+};
+
+/** The reference that a dispatch step holds of its open record, dropped at the step's end. */
+class StepReference {
+  public:
+    explicit StepReference(MsgOsb *open) : open_(open) {}
+    ~StepReference() { _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open_); }
+
+    StepReference(const StepReference &) = delete;
+    StepReference &operator=(const StepReference &) = delete;
+
+  private:
+    MsgOsb *open_;
+};
+
+/** Tells the path framework whose message the thread has. */
+path_context *framework_view(const Dispatch &now) {
+    path_context *framework = now.context->framework_context;
+    framework->receive_id = now.context->receive_id;
+    framework->info = now.context->info;
+    return framework;
+}
+
+/** Closes every open of a connection that vanished. Close handlers run with the lock held. */
+void sweep(MsgServer *server, int32_t conn_id) {
+    for (int32_t i = 0; i < server->services->slot_count; i++) {
+        auto *service = static_cast<MsgService *>(_array_get(server->services, i));
+        for (int32_t j = 0; service && j < service->opens->slot_count; j++) {
+            auto *open = static_cast<MsgOsb *>(_array_get(service->opens, j));
+            if (!open || open->conn_id != conn_id)
+                continue;
+            if (!open->closed)
+                service->open_count--;
+            if (service->close_cb)
+                service->close_cb(open, nullptr, service);
+            if (open->inuse == 0) {
+                free_open(open);
+            } else {
+                open->closed = 1;
+                open->conn_id = NO_CONNECTION; // the id may be another client's before long
+            }
+        }
+    }
+}
+
+void dispatch_pulse(const Dispatch &now) {
+    ipc_pulse pulse;
+    std::memcpy(&pulse, now.context->header, sizeof pulse);
+    if (pulse.code == PULSE_CODE_DISCONNECT) {
+        sweep(now.server, pulse.conn_id);
+        if (!now.path_mode()) // in path mode the framework has something to release there first
+            connect_detach(pulse.conn_id);
+    }
+    now.lock.release();
+    if (now.path_mode()) {
+        path_context *framework = framework_view(now);
+        std::memcpy(framework->message, &pulse, sizeof pulse);
+        framework->message_length = sizeof pulse;
+        path_dispatch_handle(framework);
+    }
+}
+
+/** Copies the message in hand into the framework's buffer. @return 0, or -1 with errno. */
+int copy_to_framework(const MsgContext &context, path_context *framework) {
+    const size_t length =
+        std::min(static_cast<size_t>(context.info.msg_length), framework->message_max);
+    if (length >= payload_capacity(context) +
+                      HEADER_BYTES) { // there may be more of it than the receive buffer took
+        const ssize_t count =
+            ipc_read(context.receive_id, framework->message, framework->message_max, 0);
+        if (count == -1)
+            return -1;
+        framework->message_length = static_cast<size_t>(count);
+        return 0;
+    }
+    const size_t head = std::min(length, size_t(HEADER_BYTES));
+    std::memcpy(framework->message, context.header, head);
+    if (length > head)
+        std::memcpy(framework->message + head, context.payload, length - head);
+    framework->message_length = length;
+    return 0;
+}
+
+/** What is not a transport message: the path framework's, or nobody's. */
+void dispatch_foreign(const Dispatch &now) {
+    if (!now.path_mode()) {
+        ipc_error(now.receive_id(), ENOSYS); // with the lock held; an error never blocks
+        return;
+    }
+    now.lock.release();
+    path_context *framework = framework_view(now);
+    if (copy_to_framework(*now.context, framework) == -1) {
+        ipc_error(now.receive_id(), errno);
+        return;
+    }
+    path_dispatch_handle(framework);
+}
+
+bool is_transport(const MsgContext &context) {
+    if (context.info.msg_length < HEADER_BYTES)
+        return false;
+    const uint16_t word = first_word(context.header);
+    return word >= kind_word(MSG_KIND_OPEN) && word <= kind_word(MSG_KIND_GET);
+}
+
+/** The name in an open request, or null where no NUL ends it within the bytes received. */
+const char *requested_name(const MsgContext &context) {
+    const auto received = static_cast<size_t>(payload_received(context));
+    return static_cast<const char *>(std::memchr(context.payload, '\0', received) ? context.payload
+                                                                                  : nullptr);
+}
+
+/** @return 0, or the error number that refuses the open. */
+int check_path_access(const Dispatch &now, const MsgService &service) {
+    ipc_credentials client = {};
+    const int32_t conn_id = now.context->info.conn_id;
+    if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1)
+        return EACCES;
+    // The framework finds all of the client's groups through its own view of the message.
+    path_context *framework = framework_view(now);
+    path_attr_lock(service.attr);
+    const int refused = path_check_access(framework, service.attr, OPEN_ACCESS, &client);
+    path_attr_unlock(service.attr);
+    return refused;
+}
+
+bool has_too_many_opens(const MsgService &service, int32_t conn_id) {
+    int32_t count = 0;
+    for (int32_t i = 0; i < service.opens->slot_count; i++) {
+        const auto *open = static_cast<MsgOsb *>(_array_get(service.opens, i));
+        count += open && open->conn_id == conn_id;
+    }
+    return count >= OPENS_PER_CONNECTION_MAX;
+}
+
+/** Makes the open record, with one reference. @return null where there is no room for it. */
+MsgOsb *make_open(const Dispatch &now, MsgService *service) {
+    const int32_t conn_id = now.context->info.conn_id;
+    if (has_too_many_opens(*service, conn_id))
+        return nullptr;
+    const int32_t index = _array_add(service->opens, sizeof(MsgOsb));
+    if (index < 0)
+        return nullptr;
+    if (index > INT16_MAX) { // the client could not name it
+        _array_del(service->opens, index);
+        return nullptr;
+    }
+    now.context->header->open_index = static_cast<int16_t>(index);
+    service->open_count++;
+    auto *open = static_cast<MsgOsb *>(_array_get(service->opens, index));
+    open->conn_id = conn_id;
+    open->index = index;
+    open->server = now.server;
+    open->service_name = service->name;
+    open->service = service;
+    open->inuse = 1;
+    open->unaccepted = service->open_cb != nullptr;
+    pthread_mutex_init(&open->lock, nullptr);
+    return open;
+}
+
+void dispatch_open(const Dispatch &now, MsgService *service) {
+    if (service->attr) {
+        const int refused = check_path_access(now, *service);
+        if (refused != 0)
+            return now.refuse(refused);
+    }
+    MsgOsb *open = make_open(now, service);
+    if (!open)
+        return now.refuse(ENOMEM);
+    now.lock.release();
+    const StepReference reference(open);
+    if (service->open_cb) {
+        const int32_t refused = service->open_cb(open, now.context, service);
+        // A refused record stays until its connection goes: the close handler is told of it then.
+        if (refused != 0) {
+            ipc_error(now.receive_id(), refused);
+            return;
+        }
+        now.lock.take();
+        open->unaccepted = 0;
+        now.lock.release();
+    }
+    ipc_reply(now.receive_id(), 0, now.context->header, HEADER_BYTES);
+}
+
+void dispatch_close(const Dispatch &now, MsgService *service, MsgOsb *open) {
+    if (open->closed)
+        return now.refuse(ENOENT);
+    service->open_count--;
+    open->closed = 1;
+    now.lock.release();
+    if (service->close_cb)
+        service->close_cb(open, now.context, service);
+    now.accept();
+}
+
+void dispatch_notify(const Dispatch &now, MsgOsb *open) {
+    if (payload_received(*now.context) < EVENT_BYTES)
+        return now.refuse(EINVAL);
+    const auto wanted = static_cast<int32_t>(now.context->header->reply_length);
+    open->queue_limit = std::min(std::max(wanted, 1), now.server->queue_max);
+    std::memcpy(&open->event, now.context->payload, sizeof open->event);
+    now.lock.release();
+    now.accept();
+}
+
+void dispatch_putget(const Dispatch &now, MsgService *service, MsgOsb *open) {
+    open->inuse++; // for the answer, whose sender drops it
+    now.lock.release();
+    service->request_cb(open, now.context, service);
+}
+
+void dispatch_put(const Dispatch &now, MsgService *service, MsgOsb *open) {
+    if (open->queued >= open->queue_limit)
+        return now.refuse(EAGAIN);
+    if (now.context->header->tag == 0)
+        return now.refuse(EINVAL);
+    open->inuse++; // for the answer, whose sender drops it
+    now.lock.release();
+    now.accept();
+    service->request_cb(open, now.context, service);
+}
+
+void dispatch_request(const Dispatch &now, MsgService *service) {
+    const TransportHeader &header = *now.context->header;
+    auto *open = static_cast<MsgOsb *>(_array_get(service->opens, header.open_index));
+    open->inuse++;
+    const StepReference reference(open);
+    switch (header.kind) {
+    case MSG_KIND_CLOSE:
+        return dispatch_close(now, service, open);
+    case MSG_KIND_NOTIFY:
+        return dispatch_notify(now, open);
+    case MSG_KIND_PUTGET:
+        return dispatch_putget(now, service, open);
+    case MSG_KIND_PUT:
+        return dispatch_put(now, service, open);
+    default:
+        now.lock.release();
+        return fetch_answer(open, *now.context);
+    }
+}
+
+} // namespace
+} // namespace vantro
+
+using namespace vantro;
+
+int32_t msgserver_dispatch(MsgServer *server) {
+    MsgContext *context = context_of(server);
+    if (!context || context->receive_id < 0)
+        return -1;
+    ServerLock lock(server);
+    const Dispatch now = {server, context, lock};
+    if (context->receive_id == 0) {
+        dispatch_pulse(now);
+        return 0;
+    }
+    if (!is_transport(*context)) {
+        dispatch_foreign(now);
+        return 0;
+    }
+    const bool opening = context->header->kind == MSG_KIND_OPEN;
+    MsgService *service = opening ? lookup(server, requested_name(*context), -1)
+                                  : lookup(server, nullptr, context->info.conn_id);
+    if (!service)
+        now.refuse(ENOENT);
+    else if (opening)
+        dispatch_open(now, service);
+    else
+        dispatch_request(now, service);
+    return 0;
+}

@@ -1,0 +1,156 @@
+// Held answers: the queue of an open record, and the fetches that empty it.
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include <vantro/messaging.h>
+
+#include "transport/headered_parts.h"
+#include "transport/server/server.h"
+#include "transport/wire.h"
+
+namespace vantro {
+namespace {
+
+uint8_t *answer_bytes(MsgPending *pending) {
+    return reinterpret_cast<uint8_t *>(pending + 1);
+}
+
+/**
+ * Whether a record may hold one more answer: its first, whatever its length; as many as its
+ * client was granted; and beyond that only so much that a client which never fetches stays cheap.
+ */
+bool may_hold(const MsgOsb &open, int32_t length) {
+    if (open.queued == 0 || open.queued < open.queue_limit)
+        return true;
+    if (open.queued > HELD_ANSWERS_MAX)
+        return false;
+    int64_t further = length;
+    for (const MsgPending *held = open.pending; held->next; held = held->next)
+        further += held->length;
+    return further <= HELD_BYTES_MAX;
+}
+
+void link(MsgOsb *open, MsgPending *pending) {
+    pending->next = open->pending;
+    open->pending = pending;
+    open->queued++;
+}
+
+MsgPending *unlink(MsgOsb *open, MsgPending **place) {
+    MsgPending *pending = *place;
+    *place = pending->next;
+    open->queued--;
+    return pending;
+}
+
+MsgPending *gather(int32_t status, uint32_t tag, const iovec *parts, int32_t count) {
+    const uint64_t length = sum_parts(parts, count);
+    if (length > INT32_MAX)
+        return nullptr;
+    auto *pending =
+        static_cast<MsgPending *>(std::malloc(sizeof(MsgPending) + static_cast<size_t>(length)));
+    if (!pending)
+        return nullptr;
+    pending->tag = tag;
+    pending->length = static_cast<int32_t>(length);
+    pending->status = status;
+    uint8_t *to = answer_bytes(pending);
+    for (int32_t i = 0; i < count; i++) {
+        if (parts[i].iov_len == 0)
+            continue;
+        std::memcpy(to, parts[i].iov_base, parts[i].iov_len);
+        to += parts[i].iov_len;
+    }
+    return pending;
+}
+
+/** The link to the newest answer of that tag, or to the null at the end. */
+MsgPending **find(MsgOsb *open, uint32_t tag) {
+    MsgPending **place = &open->pending;
+    while (*place && (*place)->tag != tag)
+        place = &(*place)->next;
+    return place;
+}
+
+} // namespace
+
+int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count,
+                  const MsgPending **held) {
+    MsgPending *pending = gather(status, tag, parts, count);
+    if (!pending)
+        return ENOMEM;
+    {
+        const ServerLock lock(open->server);
+        if (may_hold(*open, pending->length)) {
+            link(open, pending);
+            if (held)
+                *held = pending;
+            return 0;
+        }
+    }
+    std::free(pending);
+    return ENOMEM;
+}
+
+void withdraw(MsgOsb *open, const MsgPending *held) {
+    const ServerLock lock(open->server);
+    for (MsgPending **place = &open->pending; *place; place = &(*place)->next) {
+        if (*place == held) {
+            std::free(unlink(open, place));
+            return;
+        }
+    }
+}
+
+void fetch_answer(MsgOsb *open, const MsgContext &context) {
+    const uint32_t tag = context.header->tag;
+    const auto capacity = static_cast<int32_t>(context.header->reply_length);
+    TransportHeader header = {};
+    ServerLock lock(open->server);
+    MsgPending **place = find(open, tag);
+    MsgPending *pending = *place;
+    if (!pending) {
+        lock.release();
+        ipc_error(context.receive_id, ENOMSG);
+        return;
+    }
+    header.reply_length = static_cast<uint32_t>(pending->length);
+    if (pending->length > capacity) {
+        const iovec announcement = {&header, HEADER_BYTES};
+        answer(context.receive_id, MSG_STATUS_QUEUED, &announcement, 1);
+        return;
+    }
+    unlink(open, place);
+    lock.release();
+
+    const iovec reply[] = {{&header, HEADER_BYTES},
+                           {answer_bytes(pending), static_cast<size_t>(pending->length)}};
+    if (ipc_replyv(context.receive_id, pending->status, reply, 2) == 0) {
+        std::free(pending);
+        return;
+    }
+    const int error = errno;
+    if (error == ESRCH || error == EINVAL || error == EMSGSIZE) { // gone, or never to be sent
+        std::free(pending);
+    } else {
+        // Something is short for the moment. Held again before the client is told: it may ask
+        // again at once.
+        lock.take();
+        link(open, pending);
+        lock.release();
+    }
+    refuse(context.receive_id, error);
+}
+
+void free_open(MsgOsb *open) {
+    while (MsgPending *pending = open->pending) {
+        open->pending = pending->next;
+        std::free(pending);
+    }
+    pthread_mutex_destroy(&open->lock);
+    _array_del(open->service->opens, open->index);
+}
+
+} // namespace vantro

@@ -1,0 +1,225 @@
+// Making a server, and attaching services to it under a path or a global name.
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <fcntl.h>
+
+#include <vantro/messaging.h>
+#include <vantro/platform/io.h>
+#include <vantro/platform/names.h>
+
+#include "transport/server/server.h"
+
+namespace vantro {
+namespace {
+
+struct Free {
+    void operator()(void *memory) const { std::free(memory); }
+};
+using Text = std::unique_ptr<char, Free>;
+
+/** Values that the path framework stores and does not look at. */
+constexpr uint32_t MOUNT_CONFIGURATION = 0x10;
+constexpr unsigned ATTACH_FLAGS = 0x200;
+constexpr int FILE_TYPE_ANY = 0;
+
+constexpr uint32_t NAMED_SPECIAL_FILE = 0x5000;
+constexpr uint32_t PERMISSION_BITS = 0666;
+
+/** What all path-mode services of the process share. */
+struct SharedPathTables {
+    path_connect_funcs connect = {};
+    path_io_funcs io = {};
+    path_mount mount = {};
+
+    SharedPathTables() {
+        path_funcs_init(PATH_CONNECT_HANDLER_COUNT, &connect, PATH_IO_HANDLER_COUNT, &io);
+        mount.configuration = MOUNT_CONFIGURATION;
+    }
+};
+
+SharedPathTables &shared_path_tables() {
+    static SharedPathTables tables; // services of several servers may attach at once
+    return tables;
+}
+
+Text format_name(const char *prefix, const char *name, const char *instance) {
+    char *text = nullptr;
+    if (asprintf(&text, "%s%s/%s", prefix, name, instance) < 0) {
+        errno = ENOMEM;
+        text = nullptr;
+    }
+    return Text(text);
+}
+
+/** The number behind the first `key`, as strtoll reads it, or `otherwise`. */
+uint32_t option_number(const char *options, const char *key, int base, uint32_t otherwise) {
+    const char *found = std::strstr(options, key);
+    if (!found)
+        return otherwise;
+    return static_cast<uint32_t>(std::strtoll(found + std::strlen(key), nullptr, base));
+}
+
+bool attach_path(MsgServer *server, MsgService *service, int32_t index, const char *instance) {
+    SharedPathTables &shared = shared_path_tables();
+    const Text path = format_name("/sys/csm/", service->name, instance);
+    auto *attr = static_cast<path_attr *>(std::calloc(1, sizeof(path_attr)));
+    if (!path || !attr) {
+        std::free(attr);
+        errno = ENOMEM;
+        return false;
+    }
+    const char *options = service->options;
+    const uint32_t perms = option_number(options, "perms=", 8, PERMISSION_BITS) & PERMISSION_BITS;
+    path_attr_init(attr, NAMED_SPECIAL_FILE | perms, nullptr, nullptr);
+    attr->uid = option_number(options, "uid=", 10, attr->uid);
+    attr->gid = option_number(options, "gid=", 10, attr->gid);
+    attr->size = static_cast<uint64_t>(server->recv_size);
+    attr->serial = static_cast<uint64_t>(index) + 1;
+    attr->mount = &shared.mount;
+
+    const path_attach_options defaults = {};
+    if (path_attach(server->dispatch, &defaults, path.get(), FILE_TYPE_ANY, ATTACH_FLAGS,
+                    &shared.connect, &shared.io, attr) < 0) {
+        const int error = errno;
+        pthread_mutex_destroy(&attr->lock);
+        std::free(attr);
+        errno = error;
+        return false;
+    }
+    service->attr = attr;
+    return true;
+}
+
+bool attach_name(MsgServer *server, const MsgService *service, const char *instance) {
+    const Text name = format_name("csm/", service->name, instance);
+    if (!name)
+        return false;
+    const global_name_attachment *attachment = global_name_attach(server->dispatch, name.get(), 0);
+    if (!attachment)
+        return false;
+    // Threads that already receive read the channel without the lock.
+    __atomic_store_n(&server->channel, attachment->channel, __ATOMIC_RELAXED);
+    return true;
+}
+
+/** @return false with errno where there is no memory for the copies. */
+bool fill_service(MsgService *service, const char *name, const char *options, MsgHandler request_cb,
+                  MsgHandler open_cb, MsgHandler close_cb) {
+    service->request_cb = request_cb;
+    service->open_cb = open_cb;
+    service->close_cb = close_cb;
+    service->opens = &service->open_table;
+    pthread_mutex_init(&service->lock, nullptr);
+    service->name = strdup(name);
+    service->options = strdup(options ? options : "");
+    return service->name && service->options;
+}
+
+void discard_service(MsgServer *server, MsgService *service, int32_t index) {
+    const int error = errno;
+    std::free(service->name);
+    std::free(service->options);
+    pthread_mutex_destroy(&service->lock);
+    _array_del(server->services, index);
+    errno = error;
+}
+
+/** Releases what a server that is not complete has. Keeps errno. */
+void discard_server(MsgServer *server) {
+    const int error = errno;
+    path_dispatch_destroy(server->dispatch);
+    if (server->channel != -1)
+        channel_destroy(server->channel);
+    if (server->grantor_fd != -1)
+        platform_close(server->grantor_fd);
+    pthread_mutex_destroy(&server->lock);
+    std::free(server);
+    errno = error;
+}
+
+bool make_channel(MsgServer *server) {
+    server->channel = channel_create(CHANNEL_UNBLOCK | CHANNEL_DISCONNECT);
+    if (server->channel == -1)
+        return false;
+    server->dispatch = path_dispatch_create(server->channel, 0);
+    if (!server->dispatch)
+        return false;
+    const int error = pthread_key_create(&server->key, destructer);
+    errno = error ? error : errno;
+    return error == 0;
+}
+
+} // namespace
+} // namespace vantro
+
+using namespace vantro;
+
+MsgServer *msgserver_create(int32_t max_msg_size, int32_t queue_max, int32_t flags) {
+    auto *server = static_cast<MsgServer *>(std::calloc(1, sizeof(MsgServer)));
+    if (!server)
+        return nullptr;
+    pthread_mutex_init(&server->lock, nullptr);
+    server->services = &server->service_table;
+    server->channel = -1;
+    server->grantor_fd = -1;
+    server->flags = static_cast<uint32_t>(flags);
+    if (server->flags & MSGSERVER_FLAG_PATH)
+        server->flags |= MSGSERVER_FLAG_NOCHECK;
+    if (!(server->flags & MSGSERVER_FLAG_NOCHECK)) {
+        server->grantor_fd = platform_open("/dev/grantor", O_RDWR);
+        if (server->grantor_fd == -1) {
+            errno = EPERM;
+            discard_server(server);
+            return nullptr;
+        }
+    }
+    server->recv_size = CAPACITY_STEP;
+    server->max_msg_size = std::max(max_msg_size, CAPACITY_STEP);
+    server->queue_max = queue_max;
+    server->reply = callout_reply;
+    server->replyv = callout_replyv;
+    server->reply2 = callout_reply2;
+    if (!make_channel(server)) {
+        discard_server(server);
+        return nullptr;
+    }
+    return server;
+}
+
+int32_t msgserver_add(MsgServer *server, const char *name, const char *instance,
+                      const char *options, int32_t recv_size, MsgHandler request_cb,
+                      MsgHandler open_cb, MsgHandler close_cb) {
+    if (!server || !name || !request_cb) {
+        errno = EINVAL;
+        return -1;
+    }
+    if (!instance)
+        instance = "default";
+    const ServerLock lock(server);
+    const int32_t index = _array_add(server->services, sizeof(MsgService));
+    if (index < 0)
+        return -1;
+    if (recv_size > server->recv_size) // a thread that makes its context reads it without the lock
+        __atomic_store_n(&server->recv_size, recv_size, __ATOMIC_RELAXED);
+
+    auto *service = static_cast<MsgService *>(_array_get(server->services, index));
+    bool attached = fill_service(service, name, options, request_cb, open_cb, close_cb);
+    if (attached && index > INT16_MAX) { // clients name a service with 16 bits
+        errno = ENOMEM;
+        attached = false;
+    }
+    if (attached)
+        attached = server->flags & MSGSERVER_FLAG_PATH
+                       ? attach_path(server, service, index, instance)
+                       : attach_name(server, service, instance);
+    if (!attached) {
+        discard_service(server, service, index);
+        return -1;
+    }
+    return index;
+}
