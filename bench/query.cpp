@@ -86,19 +86,20 @@ int serve_query(const std::string &what) {
     if (words.size() != 5)
         return 2;
     const int socket = std::atoi(words[0].c_str());
-    StoreOptions options;
+    service::catalogue::StoreOptions options;
     options.state = words[4] + '/' + words[3];
     options.music = {words[4] + "/collection"};
     std::string wrong;
-    const std::unique_ptr<Store> store = open_store(std::move(options), wrong);
+    const std::unique_ptr<service::catalogue::Store> store = open_store(std::move(options), wrong);
     if (!store)
         fail(wrong);
     constexpr int32_t client = 0;
-    Players players(*store, {"main"}, [] { return std::chrono::nanoseconds(0); });
-    Answers answers(*store, players);
+    service::playback::Players players(*store, {"main"},
+                                       [] { return std::chrono::nanoseconds(0); });
+    service::requests::Answers answers(*store, players);
     answers.opens().reset(client);
 
-    Bytes answer;
+    service::requests::Bytes answer;
     const auto ask = [&](const std::string &request) {
         answers.respond(client, request.data(), request.size(), answer);
         int32_t result = -1;

@@ -33,14 +33,14 @@ bool has_output() {
 } // namespace
 
 void msglog(int severity, const char *format, ...) {
-    const KeepErrno keep;
+    const platform::KeepErrno keep;
     if (has_output())
         std::fflush(stdout);
     if (severity >= LOG_SEVERITY_NOTICE)
         return;
     std::va_list arguments;
     va_start(arguments, format);
-    write_line(log_code, "vantro event", severity, format, arguments);
+    player::write_line(log_code, "vantro event", severity, format, arguments);
     va_end(arguments);
 }
 

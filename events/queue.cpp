@@ -1,4 +1,5 @@
 #include "events/queue.h"
+#include "platform/portable/guards.h"
 
 #include <fcntl.h>
 
@@ -47,7 +48,7 @@ void free_list(ObjectEntry *entry) {
 // The records of an event are handed out as constant, and are the library's own.
 template <class Record>
 void free_own(const Record *&record) {
-    free_records(const_cast<Record *>(std::exchange(record, nullptr)), 1);
+    records::free_records(const_cast<Record *>(std::exchange(record, nullptr)), 1);
 }
 
 } // namespace
@@ -73,7 +74,7 @@ EventQueue *newq(VantroHandle *handle) {
     if (queue->state_dict && (queue->all_fd = openobj(handle, ".all?delta")) >= 0 &&
         (queue->state_fd = openobj(handle, "state?delta")) >= 0)
         return handle->event_queue = queue;
-    const KeepErrno keep;
+    const platform::KeepErrno keep;
     if (queue->all_fd >= 0)
         platform_close(queue->all_fd);
     mosk_dict_destroy(queue->state_dict);
@@ -157,7 +158,7 @@ void enqueue_dirty(EventQueue &queue, ObjectEntry *entry) {
 void vantro_internal_destroy_evq(struct EventQueue *queue) {
     if (!queue)
         return;
-    const vantro::KeepErrno keep;
+    const vantro::platform::KeepErrno keep;
     const vantro::events::CancelDisabled no_cancel;
     platform_close(queue->all_fd);
     platform_close(queue->state_fd);

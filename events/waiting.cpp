@@ -11,6 +11,7 @@
 #include "events/cancellation.h"
 #include "events/log.h"
 #include "events/queue.h"
+#include "platform/portable/guards.h"
 
 namespace vantro::events {
 
@@ -33,7 +34,7 @@ class WakeSignals {
     }
     ~WakeSignals() {
         const CancelDisabled no_cancel;
-        const KeepErrno keep;
+        const platform::KeepErrno keep;
         notify_disarm(descriptor_);
         const timespec at_once{};
         while (sigtimedwait(&signals_, nullptr, &at_once) > 0) {

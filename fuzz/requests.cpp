@@ -21,7 +21,7 @@ void require(bool holds) {
 }
 
 template <typename Value>
-Value read(const Bytes &bytes, std::size_t at) {
+Value read(const vantro::service::requests::Bytes &bytes, std::size_t at) {
     require(bytes.size() >= at + sizeof(Value));
     Value value;
     std::memcpy(&value, bytes.data() + at, sizeof value);
@@ -29,8 +29,8 @@ Value read(const Bytes &bytes, std::size_t at) {
 }
 
 template <typename Record>
-std::size_t records_length(const Bytes &answer, std::size_t at, int count,
-                           int (*unpack)(const void *, int, int, Record **),
+std::size_t records_length(const vantro::service::requests::Bytes &answer, std::size_t at,
+                           int count, int (*unpack)(const void *, int, int, Record **),
                            void (*release)(Record *, int)) {
     Record *records = nullptr;
     require(count == 0 ||
@@ -39,7 +39,8 @@ std::size_t records_length(const Bytes &answer, std::size_t at, int count,
     return answer.size();
 }
 
-std::size_t answer_length(const Bytes &request, const Bytes &answer) {
+std::size_t answer_length(const vantro::service::requests::Bytes &request,
+                          const vantro::service::requests::Bytes &answer) {
     const auto command = read<uint16_t>(request, 0);
     switch (command) {
     case VANTRO_COMMAND_GET_MEDIA_SOURCES:
@@ -67,7 +68,8 @@ std::size_t answer_length(const Bytes &request, const Bytes &answer) {
         return 12;
     case VANTRO_COMMAND_GET_CURRENT_STATE:
         require(read<int32_t>(answer, 4) >= 1 && read<int32_t>(answer, 4) <= 4);
-        require(read<float>(answer, 8) > 0 && read<float>(answer, 8) <= rate_max);
+        require(read<float>(answer, 8) > 0 &&
+                read<float>(answer, 8) <= vantro::service::playback::rate_max);
         return 20;
     case VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO:
         return 20;
@@ -84,22 +86,24 @@ std::size_t answer_length(const Bytes &request, const Bytes &answer) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
-    MemoryCatalogue catalogue({20'000, 19'999, 19'998, 19'997, 19'996});
+    vantro::test::MemoryCatalogue catalogue({20'000, 19'999, 19'998, 19'997, 19'996});
     catalogue.gone = 2;
     std::chrono::seconds now{0};
-    Players players(catalogue, {"main", "kitchen"}, [&] { return now += std::chrono::seconds(1); });
-    Answers answers(catalogue, players);
+    vantro::service::playback::Players players(catalogue, {"main", "kitchen"},
+                                               [&] { return now += std::chrono::seconds(1); });
+    vantro::service::requests::Answers answers(catalogue, players);
     for (int32_t open = 0; open < 4; ++open)
         answers.opens().reset(open);
 
     while (size >= 2) {
         const int32_t open = data[0] % 8 - 2; // those at the ends were never opened
         const std::size_t length = std::min<std::size_t>(data[1], size - 2);
-        const Bytes request(data + 2, data + 2 + length); // a copy, so that its end is guarded
+        const vantro::service::requests::Bytes request(
+            data + 2, data + 2 + length); // a copy, so that its end is guarded
         data += 2 + length;
         size -= 2 + length;
 
-        Bytes answer;
+        vantro::service::requests::Bytes answer;
         answers.respond(open, request.data(), request.size(), answer);
         if (read<int32_t>(answer, 0) != 0)
             require(answer.size() == 4);

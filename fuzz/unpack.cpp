@@ -14,7 +14,7 @@
 
 namespace {
 
-using vantro::Fields;
+using vantro::records::Fields;
 
 void require(bool holds) {
     if (!holds)
@@ -63,7 +63,7 @@ void try_bytes(const std::uint8_t *data, int size, int count,
         require(packed <= left && (!compute || compute(service.data(), count) == packed));
         bytes.resize(static_cast<std::size_t>(packed));
         require(turn == 0 || bytes == before);
-        vantro::free_records(records, count);
+        vantro::records::free_records(records, count);
     }
 }
 

@@ -5,7 +5,7 @@
 
 #include "player/log.h"
 
-namespace vantro {
+namespace vantro::player {
 
 namespace {
 
@@ -87,4 +87,4 @@ bool LongAnswer::replace_area(std::size_t size) {
     return block_ != nullptr;
 }
 
-} // namespace vantro
+} // namespace vantro::player

@@ -17,7 +17,7 @@
 #include "player/requests.h"
 #include "records/unpack.h"
 
-namespace vantro {
+namespace vantro::player {
 
 struct FreeBlock {
     void operator()(void *block) const { std::free(block); }
@@ -96,12 +96,13 @@ template <class Record>
 int unpack_answer(const Answer &answer, std::int32_t count, Record **records) {
     const KeepErrno keep;
     Record *block = nullptr;
-    const Unpacked result = unpack_records(answer.bytes(), answer.byte_count(), count, block);
-    if (result == Unpacked::done || result == Unpacked::no_memory)
+    const records::Unpacked result =
+        records::unpack_records(answer.bytes(), answer.byte_count(), count, block);
+    if (result == records::Unpacked::done || result == records::Unpacked::no_memory)
         *records = block;
-    return result == Unpacked::done ? 0 : -1;
+    return result == records::Unpacked::done ? 0 : -1;
 }
 
-} // namespace vantro
+} // namespace vantro::player
 
 #endif

@@ -7,7 +7,7 @@
 #include "player/log.h"
 #include "player/requests.h"
 
-namespace vantro {
+namespace vantro::player {
 namespace {
 
 struct Command {
@@ -46,49 +46,49 @@ bool in_range(std::int32_t mode, std::uint32_t highest) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::player
 
 int vantro_play(VantroHandle *handle) {
-    return vantro::send(handle, vantro::play);
+    return vantro::player::send(handle, vantro::player::play);
 }
 
 int vantro_stop(VantroHandle *handle) {
-    return vantro::send(handle, vantro::stop);
+    return vantro::player::send(handle, vantro::player::stop);
 }
 
 int vantro_pause(VantroHandle *handle) {
-    return vantro::send(handle, vantro::pause);
+    return vantro::player::send(handle, vantro::player::pause);
 }
 
 int vantro_next(VantroHandle *handle) {
-    return vantro::send(handle, vantro::next);
+    return vantro::player::send(handle, vantro::player::next);
 }
 
 int vantro_previous(VantroHandle *handle) {
-    return vantro::send(handle, vantro::previous);
+    return vantro::player::send(handle, vantro::player::previous);
 }
 
 int vantro_seek(VantroHandle *handle, int32_t position) {
-    return vantro::send(handle, vantro::seek, position);
+    return vantro::player::send(handle, vantro::player::seek, position);
 }
 
 int vantro_set_playback_rate(VantroHandle *handle, float rate) {
     // The rate travels as the float's four bytes, which the integer's request carries as well.
-    return vantro::send(handle, vantro::rate, std::bit_cast<std::int32_t>(rate));
+    return vantro::player::send(handle, vantro::player::rate, std::bit_cast<std::int32_t>(rate));
 }
 
 int vantro_shuffle(VantroHandle *handle, int32_t mode) {
-    if (!vantro::in_range(mode, VANTRO_SHUFFLE_ON)) {
-        vantro::msglog(LOG_SEVERITY_INFO, "invalid shuffle_mode: %d", mode);
+    if (!vantro::player::in_range(mode, VANTRO_SHUFFLE_ON)) {
+        vantro::player::msglog(LOG_SEVERITY_INFO, "invalid shuffle_mode: %d", mode);
         return -1;
     }
-    return vantro::send(handle, vantro::shuffle, mode);
+    return vantro::player::send(handle, vantro::player::shuffle, mode);
 }
 
 int vantro_repeat(VantroHandle *handle, int32_t mode) {
-    if (!vantro::in_range(mode, VANTRO_REPEAT_ONE)) {
-        vantro::msglog(LOG_SEVERITY_INFO, "invalid repeat_mode: %d", mode);
+    if (!vantro::player::in_range(mode, VANTRO_REPEAT_ONE)) {
+        vantro::player::msglog(LOG_SEVERITY_INFO, "invalid repeat_mode: %d", mode);
         return -1;
     }
-    return vantro::send(handle, vantro::repeat, mode);
+    return vantro::player::send(handle, vantro::player::repeat, mode);
 }

@@ -8,7 +8,7 @@
 #include "player/log.h"
 #include "player/requests.h"
 
-namespace vantro {
+namespace vantro::player {
 
 namespace {
 
@@ -61,9 +61,9 @@ bool require_player(const VantroHandle *handle) {
     return false;
 }
 
-} // namespace vantro
+} // namespace vantro::player
 
-using vantro::msglog;
+using vantro::player::msglog;
 
 VantroHandle *vantro_connect(void) {
     auto *handle = static_cast<VantroHandle *>(std::calloc(1, sizeof(VantroHandle)));
@@ -74,13 +74,13 @@ VantroHandle *vantro_connect(void) {
     }
     handle->connection = msgclient_open(VANTRO_SERVICE_NAME, nullptr, 0);
     if (!handle->connection) {
-        const vantro::KeepErrno keep;
+        const vantro::player::KeepErrno keep;
         msglog(LOG_SEVERITY_WARNING, "msgclient_open failed (%s)", std::strerror(errno));
         std::free(handle);
         return nullptr;
     }
-    handle->read_buffer = static_cast<char *>(std::malloc(vantro::read_buffer_size));
-    if (!handle->read_buffer || !vantro::make_locks(*handle)) {
+    handle->read_buffer = static_cast<char *>(std::malloc(vantro::player::read_buffer_size));
+    if (!handle->read_buffer || !vantro::player::make_locks(*handle)) {
         msglog(LOG_SEVERITY_INFO, "No memory");
         msgclient_close(handle->connection);
         std::free(handle->read_buffer);
@@ -88,12 +88,12 @@ VantroHandle *vantro_connect(void) {
         errno = ENOMEM;
         return nullptr;
     }
-    handle->read_capacity = vantro::read_buffer_size;
+    handle->read_capacity = vantro::player::read_buffer_size;
     return handle;
 }
 
 int vantro_open(VantroHandle *handle, const char *name) {
-    if (!vantro::require_connection(handle)) {
+    if (!vantro::player::require_connection(handle)) {
         errno = EINVAL;
         return -1;
     }
@@ -116,14 +116,14 @@ int vantro_open(VantroHandle *handle, const char *name) {
                handle->player_name);
         return -1;
     }
-    const vantro::KeepErrno keep;
+    const vantro::player::KeepErrno keep;
     // Before the request: a player that the service has opened must not be lost for want of memory.
     char *copy = strdup(name);
     if (!copy) {
         msglog(LOG_SEVERITY_INFO, "No memory");
         return -1;
     }
-    if (!vantro::name_request(handle, VANTRO_COMMAND_OPEN, name, "vantro_open() failed")) {
+    if (!vantro::player::name_request(handle, VANTRO_COMMAND_OPEN, name, "vantro_open() failed")) {
         std::free(copy);
         return -1;
     }
@@ -132,7 +132,7 @@ int vantro_open(VantroHandle *handle, const char *name) {
 }
 
 int vantro_close(VantroHandle *handle, const char *name) {
-    if (!vantro::require_connection(handle))
+    if (!vantro::player::require_connection(handle))
         return -1;
     if (!handle->player_name) {
         msglog(LOG_SEVERITY_INFO, "The client is not connected to any players");
@@ -149,9 +149,9 @@ int vantro_close(VantroHandle *handle, const char *name) {
     // Before the request and whatever becomes of it: events end where the application says so.
     if (handle->event_queue)
         vantro_internal_destroy_evq(std::exchange(handle->event_queue, nullptr));
-    if (!vantro::name_request(handle, VANTRO_COMMAND_CLOSE, name, "vantro_close() failed"))
+    if (!vantro::player::name_request(handle, VANTRO_COMMAND_CLOSE, name, "vantro_close() failed"))
         return -1;
-    vantro::forget_player(handle);
+    vantro::player::forget_player(handle);
     return 0;
 }
 
@@ -160,10 +160,10 @@ int vantro_disconnect(VantroHandle *handle) {
         msglog(LOG_SEVERITY_INFO, "Invalid vantro handle");
         return -1;
     }
-    const vantro::KeepErrno keep;
+    const vantro::player::KeepErrno keep;
     if (handle->player_name) {
         vantro_close(handle, handle->player_name);
-        vantro::forget_player(handle);
+        vantro::player::forget_player(handle);
     }
     if (handle->connection) {
         msgclient_close(handle->connection);

@@ -11,6 +11,8 @@
 #include <vantro/messaging.h>
 #include <vantro/player.h>
 
+#include "platform/portable/guards.h"
+
 struct EventQueue;
 
 // Opening, closing and ending a handle change it and overlap no other call on it: that is the
@@ -27,24 +29,14 @@ struct VantroHandle {
     pthread_mutex_t overflow_lock;
 };
 
-namespace vantro {
+namespace vantro::player {
 
 // Whether a call can go ahead on a handle: connected, and with an open player. Where it cannot,
 // that is logged.
 bool require_connection(const VantroHandle *handle);
 bool require_player(const VantroHandle *handle);
 
-// Puts errno back at the end of a scope: most failures must leave it to the caller as it was.
-class KeepErrno {
-  public:
-    KeepErrno() : saved_(errno) {}
-    ~KeepErrno() { errno = saved_; }
-    KeepErrno(const KeepErrno &) = delete;
-    KeepErrno &operator=(const KeepErrno &) = delete;
-
-  private:
-    int saved_;
-};
+using platform::KeepErrno;
 
 // Not held while something is logged: that writes to standard output, which may block, and calls
 // the log's sink, which may ask the same handle.
@@ -66,6 +58,6 @@ class OverflowLock {
     pthread_mutex_t *mutex_; // NULL once released.
 };
 
-} // namespace vantro
+} // namespace vantro::player
 
 #endif

@@ -8,7 +8,7 @@
 #include "player/log.h"
 #include "player/requests.h"
 
-namespace vantro {
+namespace vantro::player {
 namespace {
 
 template <class Record>
@@ -35,36 +35,38 @@ int list_nodes(VantroHandle *handle, const char *failure, std::initializer_list<
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::player
 
-using vantro::part;
+using vantro::player::part;
 
 int vantro_get_media_sources(VantroHandle *handle, MediaSource **sources, int *count) {
-    if (!vantro::require_player(handle))
+    if (!vantro::player::require_player(handle))
         return -1;
-    const RequestHeader header = vantro::request_header(VANTRO_COMMAND_GET_MEDIA_SOURCES, 0);
+    const RequestHeader header =
+        vantro::player::request_header(VANTRO_COMMAND_GET_MEDIA_SOURCES, 0);
     unsigned char area[VANTRO_REPLY_AREA] = {};
-    vantro::Answer answer(vantro::Counted::yes, area, sizeof area);
-    vantro::OverflowLock lock(handle);
+    vantro::player::Answer answer(vantro::player::Counted::yes, area, sizeof area);
+    vantro::player::OverflowLock lock(handle);
     const int status = answer.ask(handle, {part(header)});
     lock.release();
-    if (!vantro::answered(status))
+    if (!vantro::player::answered(status))
         return -1;
-    return vantro::deliver(answer, "vantro_get_media_sources() failed", count, sources);
+    return vantro::player::deliver(answer, "vantro_get_media_sources() failed", count, sources);
 }
 
 int vantro_browse(VantroHandle *handle, int32_t ms_id, const char *node_id, int32_t offset,
                   int *count, MediaNode **nodes) {
-    if (!vantro::require_player(handle))
+    if (!vantro::player::require_player(handle))
         return -1;
     if (!node_id) {
-        vantro::msglog(LOG_SEVERITY_INFO, "Invalid media node id");
+        vantro::player::msglog(LOG_SEVERITY_INFO, "Invalid media node id");
         errno = EINVAL;
         return -1;
     }
-    const vantro::Text id(node_id);
-    const RequestHeader header = vantro::request_header(VANTRO_COMMAND_BROWSE, 16 + id.length);
-    return vantro::list_nodes(
+    const vantro::player::Text id(node_id);
+    const RequestHeader header =
+        vantro::player::request_header(VANTRO_COMMAND_BROWSE, 16 + id.length);
+    return vantro::player::list_nodes(
         handle, "vantro_browse() failed",
         {part(header), part(ms_id), part(offset), part(*count), part(id.length), id.characters},
         count, nodes);
@@ -72,10 +74,10 @@ int vantro_browse(VantroHandle *handle, int32_t ms_id, const char *node_id, int3
 
 int vantro_search(VantroHandle *handle, int32_t ms_id, const char *filter, const char *term,
                   int32_t offset, int *count, MediaNode **nodes) {
-    if (!vantro::require_player(handle))
+    if (!vantro::player::require_player(handle))
         return -1;
     if (!term) {
-        vantro::msglog(LOG_SEVERITY_INFO, "Invalid term to be searched");
+        vantro::player::msglog(LOG_SEVERITY_INFO, "Invalid term to be searched");
         errno = EINVAL;
         return -1;
     }
@@ -83,22 +85,23 @@ int vantro_search(VantroHandle *handle, int32_t ms_id, const char *filter, const
         *count = 0;
         return 0;
     }
-    const vantro::Text sought(term), kind(filter ? filter : "");
+    const vantro::player::Text sought(term), kind(filter ? filter : "");
     const RequestHeader header =
-        vantro::request_header(VANTRO_COMMAND_SEARCH, 20 + kind.length + sought.length);
-    return vantro::list_nodes(handle, "vantro_search() failed",
-                              {part(header), part(ms_id), part(offset), part(*count),
-                               part(kind.length), kind.characters, part(sought.length),
-                               sought.characters},
-                              count, nodes);
+        vantro::player::request_header(VANTRO_COMMAND_SEARCH, 20 + kind.length + sought.length);
+    return vantro::player::list_nodes(handle, "vantro_search() failed",
+                                      {part(header), part(ms_id), part(offset), part(*count),
+                                       part(kind.length), kind.characters, part(sought.length),
+                                       sought.characters},
+                                      count, nodes);
 }
 
 int vantro_get_trksession_tracks(VantroHandle *handle, uint64_t tsid, int32_t offset, int *count,
                                  MediaNode **tracks) {
-    if (!vantro::require_connection(handle))
+    if (!vantro::player::require_connection(handle))
         return -1;
-    const RequestHeader header = vantro::request_header(VANTRO_COMMAND_GET_TRKSESSION_TRACKS, 16);
-    return vantro::list_nodes(handle, "vantro_get_trksession_tracks() failed",
-                              {part(header), part(tsid), part(offset), part(*count)}, count,
-                              tracks);
+    const RequestHeader header =
+        vantro::player::request_header(VANTRO_COMMAND_GET_TRKSESSION_TRACKS, 16);
+    return vantro::player::list_nodes(handle, "vantro_get_trksession_tracks() failed",
+                                      {part(header), part(tsid), part(offset), part(*count)}, count,
+                                      tracks);
 }

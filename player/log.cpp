@@ -7,7 +7,7 @@
 
 #include "player/handle.h"
 
-namespace vantro {
+namespace vantro::player {
 
 namespace {
 
@@ -43,4 +43,4 @@ void msglog(int severity, const char *format, ...) {
     va_end(arguments);
 }
 
-} // namespace vantro
+} // namespace vantro::player

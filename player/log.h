@@ -7,7 +7,7 @@
 
 #include <vantro/platform/log.h>
 
-namespace vantro {
+namespace vantro::player {
 
 // Writes one line, after what the application itself has printed. Keeps errno. Does not return at
 // LOG_SEVERITY_CRITICAL (aborts) and LOG_SEVERITY_ERROR (exits with 1).
@@ -18,6 +18,6 @@ namespace vantro {
 [[gnu::format(printf, 4, 0)]] void write_line(std::uint32_t code, const char *speaker, int severity,
                                               const char *format, std::va_list arguments);
 
-} // namespace vantro
+} // namespace vantro::player
 
 #endif

@@ -13,7 +13,7 @@
 #include "player/requests.h"
 #include "records/bytes.h"
 
-namespace vantro {
+namespace vantro::player {
 namespace {
 
 // The keys as the request carries them.
@@ -37,7 +37,7 @@ bool pack_keys(const char *const *keyv, KeyBlock &keys) {
     keys.bytes.reset(static_cast<unsigned char *>(std::malloc(keys.size + 1)));
     if (!keys.bytes)
         return false;
-    Writer writer(keys.bytes.get());
+    records::Writer writer(keys.bytes.get());
     for (std::uint32_t i = 0; i < keys.count; i++)
         writer.put_string(keyv[i]);
     return true;
@@ -57,13 +57,14 @@ class Values {
     Values &operator=(const Values &) = delete;
 
     // An answer may end before the last value: what it does not mention has none.
-    Unpacked unpack(Reader reader) {
+    records::Unpacked unpack(records::Reader reader) {
         if (!values_)
-            return Unpacked::no_memory;
+            return records::Unpacked::no_memory;
         for (std::size_t i = 0; i < count_ && !reader.at_end(); i++)
             if (!reader.get_string(values_[i]))
-                return reader.short_of_memory() ? Unpacked::no_memory : Unpacked::malformed;
-        return Unpacked::done;
+                return reader.short_of_memory() ? records::Unpacked::no_memory
+                                                : records::Unpacked::malformed;
+        return records::Unpacked::done;
     }
 
     void hand_over(char **valuev) {
@@ -83,11 +84,11 @@ int deliver(const Answer &answer, std::size_t count, char **valuev) {
         return -1;
     const KeepErrno keep;
     Values values(count);
-    switch (values.unpack(Reader(answer.bytes(), answer.byte_count()))) {
-    case Unpacked::done:
+    switch (values.unpack(records::Reader(answer.bytes(), answer.byte_count()))) {
+    case records::Unpacked::done:
         values.hand_over(valuev);
         return 0;
-    case Unpacked::no_memory:
+    case records::Unpacked::no_memory:
         msglog(LOG_SEVERITY_INFO, "Cannot allocate memory");
         return -1;
     default:
@@ -97,61 +98,62 @@ int deliver(const Answer &answer, std::size_t count, char **valuev) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::player
 
-using vantro::part;
+using vantro::player::part;
 
 int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
                         Metadata **metadata) {
-    if (!node_id || !*node_id || !vantro::require_player(handle))
+    if (!node_id || !*node_id || !vantro::player::require_player(handle))
         return -1;
-    const vantro::Text id(node_id);
-    const RequestHeader header = vantro::request_header(VANTRO_COMMAND_GET_METADATA, 8 + id.length);
+    const vantro::player::Text id(node_id);
+    const RequestHeader header =
+        vantro::player::request_header(VANTRO_COMMAND_GET_METADATA, 8 + id.length);
     unsigned char area[VANTRO_REPLY_AREA] = {};
-    vantro::Answer answer(vantro::Counted::no, area, sizeof area);
-    vantro::OverflowLock lock(handle);
+    vantro::player::Answer answer(vantro::player::Counted::no, area, sizeof area);
+    vantro::player::OverflowLock lock(handle);
     const int status =
         answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters});
     lock.release();
-    if (!vantro::answered(status) || !answer.granted("vantro_get_metadata() failed"))
+    if (!vantro::player::answered(status) || !answer.granted("vantro_get_metadata() failed"))
         return -1;
     if (answer.byte_count() == 0) {
         *metadata = nullptr;
         return 0;
     }
-    return vantro::unpack_answer(answer, 1, metadata);
+    return vantro::player::unpack_answer(answer, 1, metadata);
 }
 
 int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
                                  const char *const *keyv, char **valuev) {
     if (!node_id || !*node_id) {
-        vantro::msglog(LOG_SEVERITY_INFO, "Invalid media node id");
+        vantro::player::msglog(LOG_SEVERITY_INFO, "Invalid media node id");
         return -1;
     }
     if (!keyv || !valuev) {
-        vantro::msglog(LOG_SEVERITY_INFO, "Invalid keyv or valuev");
+        vantro::player::msglog(LOG_SEVERITY_INFO, "Invalid keyv or valuev");
         return -1;
     }
-    if (!vantro::require_connection(handle))
+    if (!vantro::player::require_connection(handle))
         return -1;
-    vantro::KeyBlock keys;
-    if (!vantro::pack_keys(keyv, keys)) {
-        vantro::msglog(LOG_SEVERITY_INFO, "No memory");
+    vantro::player::KeyBlock keys;
+    if (!vantro::player::pack_keys(keyv, keys)) {
+        vantro::player::msglog(LOG_SEVERITY_INFO, "No memory");
         errno = ENOMEM;
         return -1;
     }
-    vantro::LongAnswer answer(vantro::Counted::no);
+    vantro::player::LongAnswer answer(vantro::player::Counted::no);
     if (!answer.make_area())
         return -1;
-    const vantro::Text id(node_id);
-    const RequestHeader header =
-        vantro::request_header(VANTRO_COMMAND_GET_EXTENDED_METADATA, 12 + id.length + keys.size);
-    vantro::OverflowLock lock(handle);
+    const vantro::player::Text id(node_id);
+    const RequestHeader header = vantro::player::request_header(
+        VANTRO_COMMAND_GET_EXTENDED_METADATA, 12 + id.length + keys.size);
+    vantro::player::OverflowLock lock(handle);
     const int status =
         answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters,
                             part(keys.count), part(keys.bytes.get(), keys.size)});
     keys.bytes.reset();
     if (!answer.complete(handle, status, lock))
         return -1;
-    return vantro::deliver(answer, keys.count, valuev);
+    return vantro::player::deliver(answer, keys.count, valuev);
 }

@@ -5,7 +5,7 @@
 
 #include "player/log.h"
 
-namespace vantro {
+namespace vantro::player {
 
 static_assert(sizeof(RequestHeader) == 16);
 static_assert(offsetof(RequestHeader, command) == 0);
@@ -53,4 +53,4 @@ std::int32_t vantro_iomsg_integer(const VantroHandle *handle, std::uint16_t comm
     return result;
 }
 
-} // namespace vantro
+} // namespace vantro::player

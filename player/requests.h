@@ -13,7 +13,7 @@
 
 #include "player/handle.h"
 
-namespace vantro {
+namespace vantro::player {
 
 // What a result word holds before an exchange, so that an answer without one counts as failure:
 // also one that ends within the word, since a byte of it then remains.
@@ -59,6 +59,6 @@ std::int32_t vantro_iomsg_noparam(const VantroHandle *handle, std::uint16_t comm
 std::int32_t vantro_iomsg_integer(const VantroHandle *handle, std::uint16_t command,
                                   std::int32_t value);
 
-} // namespace vantro
+} // namespace vantro::player
 
 #endif

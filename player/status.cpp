@@ -9,7 +9,7 @@
 #include "player/log.h"
 #include "player/requests.h"
 
-namespace vantro {
+namespace vantro::player {
 namespace {
 
 static_assert(sizeof(VantroStateInfo) == 16);
@@ -98,48 +98,49 @@ bool take(Rest &rest, std::int32_t length, Unpack unpack, Record **record) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::player
 
 int vantro_get_current_state(VantroHandle *handle, VantroStateInfo **info) {
-    return vantro::ask_record(handle, VANTRO_COMMAND_GET_CURRENT_STATE,
-                              "vantro_get_current_state() failed", "No memory for state", info);
+    return vantro::player::ask_record(handle, VANTRO_COMMAND_GET_CURRENT_STATE,
+                                      "vantro_get_current_state() failed", "No memory for state",
+                                      info);
 }
 
 int vantro_get_current_trksession_info(VantroHandle *handle, VantroTrksessionInfo **info) {
-    return vantro::ask_record(handle, VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO,
-                              "vantro_get_current_trksession_info() failed",
-                              "No memory for trksession_info", info);
+    return vantro::player::ask_record(handle, VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO,
+                                      "vantro_get_current_trksession_info() failed",
+                                      "No memory for trksession_info", info);
 }
 
 int vantro_get_current_track_info(VantroHandle *handle, VantroTrackInfo **info) {
-    if (!vantro::require_connection(handle))
+    if (!vantro::player::require_connection(handle))
         return -1;
-    const vantro::KeepErrno keep;
-    vantro::TrackAnswer answer;
+    const vantro::player::KeepErrno keep;
+    vantro::player::TrackAnswer answer;
     std::uint32_t answer_length = 0;
-    if (!vantro::answered(vantro::ask_track(handle, answer, answer_length)))
+    if (!vantro::player::answered(vantro::player::ask_track(handle, answer, answer_length)))
         return -1;
     if (answer.result != 0 || answer_length < answer.fixed_bytes) {
-        vantro::msglog(LOG_SEVERITY_INFO, "vantro_get_current_track_info() failed");
+        vantro::player::msglog(LOG_SEVERITY_INFO, "vantro_get_current_track_info() failed");
         return -1;
     }
-    VantroTrackInfo *track = vantro::make_record(info, "No memory");
+    VantroTrackInfo *track = vantro::player::make_record(info, "No memory");
     if (!track)
         return -1;
     track->index = answer.index;
     track->tsid = answer.tsid;
-    vantro::Rest rest{
+    vantro::player::Rest rest{
         answer.data, std::min<std::size_t>(answer_length - answer.fixed_bytes, sizeof answer.data)};
-    if (!vantro::take(rest, answer.node_length, unpack_media_node, &track->media_node) ||
-        !vantro::take(rest, answer.metadata_length, unpack_metadata, &track->metadata))
+    if (!vantro::player::take(rest, answer.node_length, unpack_media_node, &track->media_node) ||
+        !vantro::player::take(rest, answer.metadata_length, unpack_metadata, &track->metadata))
         return -1;
     return 0;
 }
 
 int vantro_get_current_track_position(VantroHandle *handle, int32_t *position) {
     std::int32_t received = 0;
-    if (!vantro::ask(handle, VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION,
-                     "vantro_get_current_track_position() failed", received))
+    if (!vantro::player::ask(handle, VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION,
+                             "vantro_get_current_track_position() failed", received))
         return -1;
     *position = received;
     return 0;

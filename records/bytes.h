@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace vantro {
+namespace vantro::records {
 
 // Sizes of packed arrays are ints at the boundary, so nothing larger is ever written.
 inline constexpr std::size_t packed_bytes_max = INT_MAX;
@@ -116,6 +116,6 @@ class Reader {
     bool short_of_memory_ = false;
 };
 
-} // namespace vantro
+} // namespace vantro::records
 
 #endif

@@ -12,7 +12,7 @@
 
 #include <vantro/records.h>
 
-namespace vantro {
+namespace vantro::records {
 
 template <class Record>
 struct Fields;
@@ -79,6 +79,6 @@ void free_records(Record *records, int count) {
     std::free(records);
 }
 
-} // namespace vantro
+} // namespace vantro::records
 
 #endif

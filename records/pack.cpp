@@ -4,7 +4,7 @@
 #include "records/bytes.h"
 #include "records/fields.h"
 
-namespace vantro {
+namespace vantro::records {
 namespace {
 
 template <class Record>
@@ -33,16 +33,16 @@ void pack(const Record *records, int count, void *buffer, int *size) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::records
 
 void pack_media_source(const ServiceMediaSource *records, int count, void *buffer, int *size) {
-    vantro::pack(records, count, buffer, size);
+    vantro::records::pack(records, count, buffer, size);
 }
 
 void pack_media_node(const ServiceMediaNode *records, int count, void *buffer, int *size) {
-    vantro::pack(records, count, buffer, size);
+    vantro::records::pack(records, count, buffer, size);
 }
 
 void pack_metadata(const Metadata *records, int count, void *buffer, int *size) {
-    vantro::pack(records, count, buffer, size);
+    vantro::records::pack(records, count, buffer, size);
 }

@@ -7,7 +7,7 @@
 #include "records/bytes.h"
 #include "records/fields.h"
 
-namespace vantro {
+namespace vantro::records {
 namespace {
 
 template <class Record>
@@ -26,12 +26,12 @@ int packed_size(const Record *records, int count) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::records
 
 int compute_media_node_size(const ServiceMediaNode *records, int count) {
-    return vantro::packed_size(records, count);
+    return vantro::records::packed_size(records, count);
 }
 
 int compute_metadata_size(const Metadata *records, int count) {
-    return vantro::packed_size(records, count);
+    return vantro::records::packed_size(records, count);
 }

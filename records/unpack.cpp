@@ -6,7 +6,7 @@
 #include "records/bytes.h"
 #include "records/fields.h"
 
-namespace vantro {
+namespace vantro::records {
 namespace {
 
 template <class Record>
@@ -65,16 +65,16 @@ template Unpacked unpack_records(const void *, std::size_t, std::int32_t, MediaS
 template Unpacked unpack_records(const void *, std::size_t, std::int32_t, MediaNode *&);
 template Unpacked unpack_records(const void *, std::size_t, std::int32_t, Metadata *&);
 
-} // namespace vantro
+} // namespace vantro::records
 
 int unpack_media_source(const void *buffer, int size, int count, MediaSource **records) {
-    return vantro::unpack(buffer, size, count, records);
+    return vantro::records::unpack(buffer, size, count, records);
 }
 
 int unpack_media_node(const void *buffer, int size, int count, MediaNode **records) {
-    return vantro::unpack(buffer, size, count, records);
+    return vantro::records::unpack(buffer, size, count, records);
 }
 
 int unpack_metadata(const void *buffer, int size, int count, Metadata **records) {
-    return vantro::unpack(buffer, size, count, records);
+    return vantro::records::unpack(buffer, size, count, records);
 }

@@ -8,7 +8,7 @@
 
 #include <vantro/records.h>
 
-namespace vantro {
+namespace vantro::records {
 
 enum class Unpacked {
     done,
@@ -27,6 +27,6 @@ extern template Unpacked unpack_records(const void *, std::size_t, std::int32_t,
 extern template Unpacked unpack_records(const void *, std::size_t, std::int32_t, MediaNode *&);
 extern template Unpacked unpack_records(const void *, std::size_t, std::int32_t, Metadata *&);
 
-} // namespace vantro
+} // namespace vantro::records
 
 #endif

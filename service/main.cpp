@@ -34,7 +34,7 @@
 
 namespace {
 
-using namespace vantro;
+using namespace vantro::service;
 
 // Names this program in the system's log.
 constexpr uint32_t log_code = 0x06D02710;
@@ -124,34 +124,36 @@ int serve(const Options &options) {
         return fail(wrong);
 
     const Ending ending(server); // before any thread is there to take its signals
-    std::unique_ptr<Store> store;
+    std::unique_ptr<vantro::service::catalogue::Store> store;
     const auto scanned = [&store] {
         const int64_t tracks = store->song_count();
         say(fmt::format("scanned ({} tracks)", tracks));
         log_line(LOG_SEVERITY_INFO, fmt::format("scanned, {} tracks", tracks));
     };
     ScanReport report(options.music.size(), scanned);
-    StoreOptions wanted;
+    vantro::service::catalogue::StoreOptions wanted;
     wanted.state = options.state;
     if (wanted.state.empty())
-        wanted.state = default_state_directory();
+        wanted.state = vantro::service::catalogue::default_state_directory();
     if (wanted.state.empty())
         return fail("--state: none is given, and neither XDG_STATE_HOME nor HOME is set");
     wanted.music.assign(options.music.begin(), options.music.end());
     wanted.log = log_line;
-    Players *published = nullptr;
+    vantro::service::playback::Players *published = nullptr;
     wanted.changed = [&published](int32_t source) { published->source_changed(source); };
-    wanted.progress = [&report](const ScanProgress &progress) { report.note(progress); };
+    wanted.progress = [&report](const vantro::service::catalogue::ScanProgress &progress) {
+        report.note(progress);
+    };
     std::string wrong;
     store = open_store(std::move(wanted), wrong);
     if (!store)
         return fail("--state: " + wrong);
 
-    Players players(*store, options.players, monotonic_now);
+    vantro::service::playback::Players players(*store, options.players, monotonic_now);
     if (wrong = players.publish(log_line); !wrong.empty())
         return fail(wrong);
     published = &players; // before anything is scanned
-    Answers answers(*store, players);
+    vantro::service::requests::Answers answers(*store, players);
     set_answers(&answers);
     wrong = server.run(options.threads, [&] {
         const int64_t tracks = store->song_count();

@@ -10,7 +10,7 @@
 
 #include <vantro/protocol.h>
 
-namespace vantro {
+namespace vantro::service {
 
 namespace {
 
@@ -158,4 +158,4 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
     return true;
 }
 
-} // namespace vantro
+} // namespace vantro::service

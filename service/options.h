@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace vantro {
+namespace vantro::service {
 
 // More players than any device has zones, and few enough that a mistake in a script shows.
 inline constexpr std::size_t players_max = 256;
@@ -29,6 +29,6 @@ struct Options {
 // what there was to say has been said.
 bool parse_options(int argc, char **argv, Options &options, int &exit_code);
 
-} // namespace vantro
+} // namespace vantro::service
 
 #endif

@@ -6,12 +6,12 @@
 
 #include <fmt/format.h>
 
-namespace vantro {
+namespace vantro::service {
 
 ScanReport::ScanReport(std::size_t sources, std::function<void()> complete)
     : sources_(sources), complete_(std::move(complete)), terminal_(isatty(STDERR_FILENO) == 1) {}
 
-void ScanReport::note(const ScanProgress &progress) {
+void ScanReport::note(const catalogue::ScanProgress &progress) {
     if (done_.count(progress.source) != 0)
         return;
     if (terminal_)
@@ -27,4 +27,4 @@ void ScanReport::note(const ScanProgress &progress) {
         complete_();
 }
 
-} // namespace vantro
+} // namespace vantro::service

@@ -9,7 +9,7 @@
 
 #include "service/catalogue/store.h"
 
-namespace vantro {
+namespace vantro::service {
 
 class ScanReport {
   public:
@@ -17,7 +17,7 @@ class ScanReport {
     ScanReport(std::size_t sources, std::function<void()> complete);
 
     // Shows how far it is where a terminal looks on. By one thread.
-    void note(const ScanProgress &progress);
+    void note(const catalogue::ScanProgress &progress);
 
   private:
     const std::size_t sources_;
@@ -26,6 +26,6 @@ class ScanReport {
     std::set<int32_t> done_; // sources that have been read through
 };
 
-} // namespace vantro
+} // namespace vantro::service
 
 #endif

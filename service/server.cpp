@@ -14,7 +14,7 @@
 
 #include "service/requests/handlers.h"
 
-namespace vantro {
+namespace vantro::service {
 
 namespace {
 
@@ -54,7 +54,8 @@ std::string Server::attach(const Options &options) {
         return cannot_attach(errno);
     const std::string &service_options = by_name ? options.capabilities : options.permissions;
     if (msgserver_add(the_server, VANTRO_SERVICE_NAME, VANTRO_SERVICE_INSTANCE,
-                      service_options.c_str(), 0, handle_request, handle_open, handle_close) < 0)
+                      service_options.c_str(), 0, requests::handle_request, requests::handle_open,
+                      requests::handle_close) < 0)
         return cannot_attach(errno);
     wake_ = connect_attach(0, 0, the_server->channel, 0, 0);
     if (wake_ < 0)
@@ -87,4 +88,4 @@ void Server::stop() {
         pulse_send(wake_, 0, 0, 0);
 }
 
-} // namespace vantro
+} // namespace vantro::service

@@ -8,7 +8,7 @@
 
 #include "service/options.h"
 
-namespace vantro {
+namespace vantro::service {
 
 // Largest request that is received, in bytes: one for as many keys as are taken, 100 bytes each, or
 // a search for a whole book. A thread keeps the room that the largest one took.
@@ -38,6 +38,6 @@ class Server {
     int wake_ = -1; // pulse connection to the server's own channel
 };
 
-} // namespace vantro
+} // namespace vantro::service
 
 #endif

@@ -16,7 +16,7 @@
 
 #include "transport/wire.h"
 
-namespace vantro {
+namespace vantro::transport {
 
 /** Most parts a caller may give: the header and the platform's frame take one place each. */
 inline constexpr int PARTS_MAX = IOV_MAX - 2;
@@ -80,6 +80,6 @@ class HeaderedParts {
     int count_ = 0;
 };
 
-} // namespace vantro
+} // namespace vantro::transport
 
 #endif

@@ -12,7 +12,7 @@
 
 #include <vantro/messaging.h>
 
-namespace vantro {
+namespace vantro::transport {
 
 inline constexpr uint8_t TRANSPORT_VERSION = 2;
 inline constexpr int32_t HEADER_BYTES = 28;
@@ -56,6 +56,6 @@ static_assert(offsetof(ipc_pulse, code) == 4);
 static_assert(offsetof(ipc_pulse, value) == 8);
 static_assert(offsetof(ipc_pulse, conn_id) == 12);
 
-} // namespace vantro
+} // namespace vantro::transport
 
 #endif

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // A song by its number, which is never given to another one.
 using SongId = int64_t;
@@ -121,6 +121,6 @@ class Catalogue {
     virtual int32_t take_session_ids(int32_t count) = 0;
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

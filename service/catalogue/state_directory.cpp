@@ -9,7 +9,7 @@
 
 #include <fmt/format.h>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 StateDirectory::~StateDirectory() {
     if (lock_ >= 0)
@@ -62,4 +62,4 @@ bool SessionNumbers::note(int64_t next) const {
     return good && rename(part.c_str(), file_.c_str()) == 0;
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

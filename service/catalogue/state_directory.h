@@ -7,7 +7,7 @@
 #include <mutex>
 #include <string>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // One process at a time has a state directory.
 class StateDirectory {
@@ -41,6 +41,6 @@ class SessionNumbers {
     int64_t next_ = 0; // not known yet
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

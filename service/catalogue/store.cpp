@@ -24,7 +24,7 @@
 #include "service/catalogue/text/names.h"
 #include "service/catalogue/text/utf8.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -364,4 +364,4 @@ fs::path default_state_directory() {
     return {};
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

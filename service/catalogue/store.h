@@ -17,7 +17,7 @@
 
 #include "service/catalogue/catalogue.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // How far the scan of one source has come.
 struct ScanProgress {
@@ -68,6 +68,6 @@ std::unique_ptr<Store> open_store(StoreOptions options, std::string &wrong);
 // $XDG_STATE_HOME/vantro, else ~/.local/state/vantro; empty where neither is known.
 std::filesystem::path default_state_directory();
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

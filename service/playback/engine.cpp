@@ -6,7 +6,7 @@
 #include <numeric>
 #include <utility>
 
-namespace vantro {
+namespace vantro::service::playback {
 
 namespace {
 
@@ -378,4 +378,4 @@ void Engine::checked(uint64_t number, int32_t error) {
     note(Change::track | Change::position, now);
 }
 
-} // namespace vantro
+} // namespace vantro::service::playback

@@ -33,7 +33,7 @@
 
 #include "service/playback/session.h"
 
-namespace vantro {
+namespace vantro::service::playback {
 
 // Further into a track than this, previous() restarts it instead of leaving it.
 inline constexpr int32_t restart_after_ms = 3000;
@@ -79,7 +79,7 @@ class Engine {
     // One time that a track began to play.
     struct Start {
         uint64_t number;
-        SongId song;
+        catalogue::SongId song;
     };
 
     // `seed` decides the shuffles.
@@ -155,6 +155,6 @@ class Engine {
     int32_t failures_ = 0; // tracks of no use since one was of use, or a command chose another
 };
 
-} // namespace vantro
+} // namespace vantro::service::playback
 
 #endif

@@ -6,7 +6,7 @@
 
 #include <vantro/catalogue.h>
 
-namespace vantro {
+namespace vantro::service::playback {
 
 namespace {
 
@@ -46,7 +46,7 @@ void Player::add(SessionPtr session, int32_t index, bool play) {
 int Player::play() {
     if (const int result = engine.play(); result != ENODATA)
         return result;
-    std::vector<QueuedSong> songs;
+    std::vector<catalogue::QueuedSong> songs;
     if (const int result = catalogue_.all_songs(songs); result != 0)
         return result;
     if (songs.empty())
@@ -76,7 +76,7 @@ int Player::create(int32_t source, std::string_view node, int32_t index, int32_t
                    uint64_t &tsid) {
     if (start != VANTRO_TRKSESSION_LOAD && start != VANTRO_TRKSESSION_PLAY)
         return ERANGE;
-    std::vector<QueuedSong> songs;
+    std::vector<catalogue::QueuedSong> songs;
     if (const int result = catalogue_.songs(source, node, songs); result != 0)
         return result;
     if (songs.empty())
@@ -124,15 +124,15 @@ SessionPtr Player::session(uint64_t tsid) {
     return nullptr;
 }
 
-std::string Player::publish(const Publisher::Log &log, std::function<void()> moved) {
+std::string Player::publish(const publishing::Publisher::Log &log, std::function<void()> moved) {
     std::string wrong;
     const std::lock_guard<std::mutex> guard(telling_);
-    publisher_ = Publisher::open(name, log, wrong);
+    publisher_ = publishing::Publisher::open(name, log, wrong);
     if (!publisher_)
         return wrong;
     moved_ = std::move(moved);
     publisher_->state(engine.snapshot().modes, 0);
-    for (const Source &source : catalogue_.sources())
+    for (const catalogue::Source &source : catalogue_.sources())
         publisher_->source(source, false);
     return "";
 }
@@ -176,8 +176,8 @@ void Player::publish_change(const Engine::Change &change) {
         publisher_->trksession(now.session->type, now.session->length(), now.session->tsid);
     if ((change.what & Engine::Change::track) != 0) {
         song_ = now.session->songs[static_cast<std::size_t>(now.index)].id;
-        Node node;
-        SongMetadata metadata;
+        catalogue::Node node;
+        catalogue::SongMetadata metadata;
         const bool known = catalogue_.song(song_, node, metadata) == 0;
         publisher_->track(now.index, now.session->tsid, known ? &node : nullptr,
                           known ? &metadata : nullptr);
@@ -200,7 +200,7 @@ void Player::check_file() {
     }
 }
 
-void Player::source_changed(const Source &source) {
+void Player::source_changed(const catalogue::Source &source) {
     const std::lock_guard<std::mutex> guard(telling_);
     if (!publisher_)
         return;
@@ -208,8 +208,8 @@ void Player::source_changed(const Source &source) {
     publisher_->source(source, source.status != VANTRO_SOURCE_SCANNING);
     if (song_ == 0)
         return;
-    Node node;
-    SongMetadata metadata;
+    catalogue::Node node;
+    catalogue::SongMetadata metadata;
     const int result = catalogue_.song(song_, node, metadata);
     if (result != 0 && result != ENOENT)
         return; // nothing else is known than before
@@ -217,4 +217,4 @@ void Player::source_changed(const Source &source) {
     publisher_->track_changed(known ? &node : nullptr, known ? &metadata : nullptr);
 }
 
-} // namespace vantro
+} // namespace vantro::service::playback

@@ -32,17 +32,17 @@
 #include "service/playback/session.h"
 #include "service/publishing/publisher.h"
 
-namespace vantro {
+namespace vantro::service::playback {
 
 // Ids of track sessions, for all players, never the same one twice.
 class SessionIds {
   public:
-    explicit SessionIds(Catalogue &catalogue) : catalogue_(catalogue) {}
+    explicit SessionIds(catalogue::Catalogue &catalogue) : catalogue_(catalogue) {}
     // Returns 0 where there are none.
     uint64_t take();
 
   private:
-    Catalogue &catalogue_;
+    catalogue::Catalogue &catalogue_;
     std::mutex mutex_; // guards all that follows
     int32_t next_ = 0;
     int32_t left_ = 0;
@@ -51,8 +51,8 @@ class SessionIds {
 class Player {
   public:
     // Borrows the catalogue and the ids, which outlive it.
-    Player(std::string player_name, Catalogue &catalogue, SessionIds &ids, Engine::Clock clock,
-           uint32_t seed)
+    Player(std::string player_name, catalogue::Catalogue &catalogue, SessionIds &ids,
+           Engine::Clock clock, uint32_t seed)
         : name(std::move(player_name)), engine(std::move(clock), seed), catalogue_(catalogue),
           ids_(ids) {}
 
@@ -74,7 +74,7 @@ class Player {
 
     // Publishes the player from now on; calls `moved` where wake() may be due at another time than it
     // said, or a track has started. Before anybody else uses it. Returns "" or, in words, why it cannot be.
-    std::string publish(const Publisher::Log &log, std::function<void()> moved);
+    std::string publish(const publishing::Publisher::Log &log, std::function<void()> moved);
 
     // Publishes what has changed and is not yet published, by whatever thread. Cheap where that is
     // nothing.
@@ -87,7 +87,7 @@ class Player {
     void check_file();
 
     // The source is now this, or holds something else.
-    void source_changed(const Source &source);
+    void source_changed(const catalogue::Source &source);
 
     const std::string name;
     Engine engine;
@@ -97,7 +97,7 @@ class Player {
     void add(SessionPtr session, int32_t index, bool play);
     void publish_change(const Engine::Change &change); // with telling_ held
 
-    Catalogue &catalogue_;
+    catalogue::Catalogue &catalogue_;
     SessionIds &ids_;
     std::mutex mutex_;
     std::vector<SessionPtr> sessions_; // guarded by mutex_; oldest first
@@ -105,10 +105,10 @@ class Player {
     std::function<void()> moved_;    // set by publish()
     std::atomic<uint64_t> told_ = 0; // changes of the engine that are published
     std::mutex telling_;             // guards all that follows
-    std::unique_ptr<Publisher> publisher_;
-    SongId song_ = 0; // of the track published last, 0 where there is none
+    std::unique_ptr<publishing::Publisher> publisher_;
+    catalogue::SongId song_ = 0; // of the track published last, 0 where there is none
 };
 
-} // namespace vantro
+} // namespace vantro::service::playback
 
 #endif

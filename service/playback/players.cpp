@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <random>
 
-namespace vantro {
+namespace vantro::service::playback {
 
-Players::Players(Catalogue &catalogue, const std::vector<std::string> &names,
+Players::Players(catalogue::Catalogue &catalogue, const std::vector<std::string> &names,
                  const Engine::Clock &clock)
     : catalogue_(catalogue), ids_(catalogue), clock_watch_([this] { return wake_all(); }),
       file_checks_([this] {
@@ -24,7 +24,7 @@ Players::~Players() {
     file_checks_.stop();
 }
 
-std::string Players::publish(const Publisher::Log &log) {
+std::string Players::publish(const publishing::Publisher::Log &log) {
     const auto moved = [this] {
         clock_watch_.look();
         file_checks_.look();
@@ -46,13 +46,13 @@ std::optional<std::chrono::nanoseconds> Players::wake_all() {
 }
 
 void Players::source_changed(int32_t id) {
-    const std::vector<Source> sources = catalogue_.sources();
+    const std::vector<catalogue::Source> sources = catalogue_.sources();
     const auto found = std::find_if(sources.begin(), sources.end(),
-                                    [id](const Source &each) { return each.id == id; });
+                                    [id](const catalogue::Source &each) { return each.id == id; });
     if (found == sources.end())
         return;
     for (Player &player : players_)
         player.source_changed(*found);
 }
 
-} // namespace vantro
+} // namespace vantro::service::playback

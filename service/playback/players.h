@@ -18,13 +18,13 @@
 #include "service/playback/player.h"
 #include "service/playback/worker.h"
 
-namespace vantro {
+namespace vantro::service::playback {
 
 class Players {
   public:
     // Borrows the catalogue, which outlives this. Names are unique; at most 32767. Nothing is
     // published yet, and nothing happens by itself.
-    Players(Catalogue &catalogue, const std::vector<std::string> &names,
+    Players(catalogue::Catalogue &catalogue, const std::vector<std::string> &names,
             const Engine::Clock &clock);
     ~Players();
     Players(const Players &) = delete;
@@ -32,7 +32,7 @@ class Players {
 
     // Publishes all players from now on, until the end of this, and starts the threads. Once.
     // Returns "" or, in words, why it cannot be.
-    std::string publish(const Publisher::Log &log);
+    std::string publish(const publishing::Publisher::Log &log);
 
     // A source, or what it holds, has changed. Any thread.
     void source_changed(int32_t source);
@@ -45,13 +45,13 @@ class Players {
   private:
     std::optional<std::chrono::nanoseconds> wake_all();
 
-    Catalogue &catalogue_;
+    catalogue::Catalogue &catalogue_;
     SessionIds ids_;
     std::deque<Player> players_; // never changes; holds what cannot be moved
     Worker clock_watch_;
     Worker file_checks_;
 };
 
-} // namespace vantro
+} // namespace vantro::service::playback
 
 #endif

@@ -12,33 +12,33 @@
 
 #include "service/catalogue/catalogue.h"
 
-namespace vantro {
+namespace vantro::service::playback {
 
 // Positions and durations are whole microseconds here: fractions would gather errors over ends of
 // tracks, and show a position one millisecond early. A song without length would make repeating it
 // endless within one moment.
-inline int64_t length_of(const QueuedSong &song) {
+inline int64_t length_of(const catalogue::QueuedSong &song) {
     return int64_t{1000} * std::max(song.duration_ms, 1);
 }
 
 struct TrackSession {
     // `list` has at least one song.
-    TrackSession(uint64_t id, int32_t kind, std::vector<QueuedSong> list)
+    TrackSession(uint64_t id, int32_t kind, std::vector<catalogue::QueuedSong> list)
         : tsid(id), type(kind), songs(std::move(list)) {
         songs.shrink_to_fit(); // it may live as long as the service
-        for (const QueuedSong &song : songs)
+        for (const catalogue::QueuedSong &song : songs)
             total += length_of(song);
     }
     int32_t length() const { return static_cast<int32_t>(songs.size()); }
 
     const uint64_t tsid;
     const int32_t type; // VANTRO_TRKSESSION_*
-    std::vector<QueuedSong> songs;
+    std::vector<catalogue::QueuedSong> songs;
     int64_t total = 0; // length of all of them
 };
 
 using SessionPtr = std::shared_ptr<const TrackSession>;
 
-} // namespace vantro
+} // namespace vantro::service::playback
 
 #endif

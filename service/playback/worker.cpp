@@ -2,7 +2,7 @@
 
 #include <exception>
 
-namespace vantro {
+namespace vantro::service::playback {
 
 namespace {
 
@@ -56,4 +56,4 @@ void Worker::run() {
     }
 }
 
-} // namespace vantro
+} // namespace vantro::service::playback

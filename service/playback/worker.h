@@ -12,7 +12,7 @@
 #include <thread>
 #include <utility>
 
-namespace vantro {
+namespace vantro::service::playback {
 
 class Worker {
   public:
@@ -45,6 +45,6 @@ class Worker {
     std::thread thread_;
 };
 
-} // namespace vantro
+} // namespace vantro::service::playback
 
 #endif

@@ -12,7 +12,7 @@
 #include "service/options.h"
 #include "service/publishing/texts.h"
 
-namespace vantro {
+namespace vantro::service::publishing {
 
 namespace {
 
@@ -77,8 +77,8 @@ void Publisher::trksession(int32_t type, int32_t length, uint64_t tsid) {
                            {"tsid", KIVO_NUMBER, std::to_string(tsid).c_str()}});
 }
 
-void Publisher::track(int32_t index, uint64_t tsid, const Node *node,
-                      const SongMetadata *metadata) {
+void Publisher::track(int32_t index, uint64_t tsid, const catalogue::Node *node,
+                      const catalogue::SongMetadata *metadata) {
     index_ = index;
     tsid_ = tsid;
     node_ = node ? json_of(*node) : "";
@@ -90,7 +90,8 @@ void Publisher::track(int32_t index, uint64_t tsid, const Node *node,
         node_.assign(1, unpublished);
 }
 
-void Publisher::track_changed(const Node *node, const SongMetadata *metadata) {
+void Publisher::track_changed(const catalogue::Node *node,
+                              const catalogue::SongMetadata *metadata) {
     if ((node ? json_of(*node) : "") != node_ || (metadata ? json_of(*metadata) : "") != metadata_)
         track(index_, tsid_, node, metadata);
 }
@@ -104,7 +105,7 @@ void Publisher::session_gone() {
         done(object_delete(publisher_.get(), object), object);
 }
 
-void Publisher::source(const Source &source, bool again) {
+void Publisher::source(const catalogue::Source &source, bool again) {
     std::string text = json_of(source);
     std::string &published = sources_[source.id];
     if (text == published && !again)
@@ -115,4 +116,4 @@ void Publisher::source(const Source &source, bool again) {
         published = std::move(text);
 }
 
-} // namespace vantro
+} // namespace vantro::service::publishing

@@ -23,7 +23,7 @@
 
 #include "service/catalogue/catalogue.h"
 
-namespace vantro {
+namespace vantro::service::publishing {
 
 class Publisher {
   public:
@@ -42,15 +42,16 @@ class Publisher {
     void state(const VantroStateInfo &modes, int32_t error);
     void trksession(int32_t type, int32_t length, uint64_t tsid);
     // Without node and metadata where nothing is known of the track.
-    void track(int32_t index, uint64_t tsid, const Node *node, const SongMetadata *metadata);
+    void track(int32_t index, uint64_t tsid, const catalogue::Node *node,
+               const catalogue::SongMetadata *metadata);
     void position(int32_t position_ms);
     // Neither session nor track nor position.
     void session_gone();
     // Where it is not what was published last, or `again`.
-    void source(const Source &source, bool again);
+    void source(const catalogue::Source &source, bool again);
 
     // The same again where something else is now known of the track published last.
-    void track_changed(const Node *node, const SongMetadata *metadata);
+    void track_changed(const catalogue::Node *node, const catalogue::SongMetadata *metadata);
 
   private:
     struct Close {
@@ -75,6 +76,6 @@ class Publisher {
     std::string metadata_;
 };
 
-} // namespace vantro
+} // namespace vantro::service::publishing
 
 #endif

@@ -11,7 +11,7 @@
 
 #include "service/catalogue/text/utf8.h"
 
-namespace vantro {
+namespace vantro::service::publishing {
 
 namespace {
 
@@ -41,7 +41,7 @@ std::string written(const Members &members, std::size_t limit) {
         if (text.size() <= json_name_max)
             write(writer, name, text);
     for (const auto &[name, text] : members.texts)
-        write(writer, name, clean_text(text, limit));
+        write(writer, name, catalogue::clean_text(text, limit));
     for (const auto &[name, number] : members.numbers) {
         writer.Key(name);
         writer.Int64(number);
@@ -66,7 +66,7 @@ std::string within_limit(const Members &members) {
 
 } // namespace
 
-std::string json_of(const Source &source) {
+std::string json_of(const catalogue::Source &source) {
     return within_limit({{{"uid", source.uid}},
                          {{"name", source.name}, {"view_name", source.view_name}},
                          {{"id", source.id},
@@ -75,7 +75,7 @@ std::string json_of(const Source &source) {
                           {"capabilities", static_cast<int64_t>(source.capabilities)}}});
 }
 
-std::string json_of(const Node &node) {
+std::string json_of(const catalogue::Node &node) {
     return within_limit({{{"id", node.id}},
                          {{"name", node.name}},
                          {{"type", node.type},
@@ -84,7 +84,7 @@ std::string json_of(const Node &node) {
                           {"ms_type", node.source_type}}});
 }
 
-std::string json_of(const SongMetadata &metadata) {
+std::string json_of(const catalogue::SongMetadata &metadata) {
     return within_limit({{{"artwork", metadata.artwork}},
                          {{"title", metadata.title},
                           {"artist", metadata.artist},
@@ -98,4 +98,4 @@ std::string json_of(const SongMetadata &metadata) {
                           {"track", metadata.track}}});
 }
 
-} // namespace vantro
+} // namespace vantro::service::publishing

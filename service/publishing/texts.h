@@ -11,7 +11,7 @@
 
 #include "service/catalogue/catalogue.h"
 
-namespace vantro {
+namespace vantro::service::publishing {
 
 // One more than the longest text that is decoded.
 inline constexpr std::size_t json_max = 2048;
@@ -20,10 +20,10 @@ inline constexpr std::size_t json_max = 2048;
 inline constexpr std::size_t json_name_max = 512;
 
 // A text that is empty is no member.
-std::string json_of(const Source &source);
-std::string json_of(const Node &node);
-std::string json_of(const SongMetadata &metadata);
+std::string json_of(const catalogue::Source &source);
+std::string json_of(const catalogue::Node &node);
+std::string json_of(const catalogue::SongMetadata &metadata);
 
-} // namespace vantro
+} // namespace vantro::service::publishing
 
 #endif

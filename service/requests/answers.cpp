@@ -7,7 +7,7 @@
 #include <vantro/catalogue.h>
 #include <vantro/protocol.h>
 
-namespace vantro {
+namespace vantro::service::requests {
 
 namespace {
 
@@ -31,7 +31,8 @@ void Answers::respond(int32_t open, const void *bytes, std::size_t size, Bytes &
 
 int Answers::carry_out(int32_t open, const Request &request, Bytes &answer) {
     const int16_t at = opens_.player(open);
-    Player *const player = at == no_player ? nullptr : &players_[static_cast<std::size_t>(at)];
+    playback::Player *const player =
+        at == no_player ? nullptr : &players_[static_cast<std::size_t>(at)];
     const int result = carry_out(open, player, request, answer);
     // Before the answer: who has it finds the events of what it tells.
     if (player)
@@ -39,7 +40,8 @@ int Answers::carry_out(int32_t open, const Request &request, Bytes &answer) {
     return result;
 }
 
-int Answers::carry_out(int32_t open, Player *player, const Request &request, Bytes &answer) {
+int Answers::carry_out(int32_t open, playback::Player *player, const Request &request,
+                       Bytes &answer) {
     switch (request.command) {
     case VANTRO_COMMAND_OPEN:
     case VANTRO_COMMAND_CLOSE:
@@ -76,7 +78,7 @@ int Answers::open_or_close(int32_t open, const Request &request) {
 }
 
 // Commands whose answer is nothing but the result word.
-int Answers::control(Player &player, const Request &request) {
+int Answers::control(playback::Player &player, const Request &request) {
     switch (request.command) {
     case VANTRO_COMMAND_DESTROY_TRKSESSION:
         return player.destroy(request.tsid);
@@ -105,7 +107,7 @@ int Answers::control(Player &player, const Request &request) {
     }
 }
 
-int Answers::ask_player(Player &player, const Request &request, Bytes &answer) {
+int Answers::ask_player(playback::Player &player, const Request &request, Bytes &answer) {
     switch (request.command) {
     case VANTRO_COMMAND_CREATE_TRKSESSION: {
         uint64_t tsid = 0;
@@ -118,14 +120,14 @@ int Answers::ask_player(Player &player, const Request &request, Bytes &answer) {
         append(answer, player.engine.snapshot().modes);
         return 0;
     case VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO: {
-        const SessionPtr session = player.engine.snapshot().session;
+        const playback::SessionPtr session = player.engine.snapshot().session;
         append(answer, session
                            ? VantroTrksessionInfo{session->type, session->length(), session->tsid}
                            : VantroTrksessionInfo{VANTRO_TRKSESSION_NONE, 0, 0});
         return 0;
     }
     case VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION: {
-        const Engine::Snapshot now = player.engine.snapshot();
+        const playback::Engine::Snapshot now = player.engine.snapshot();
         append(answer, now.position_ms);
         return now.session ? 0 : ENODATA;
     }
@@ -134,16 +136,16 @@ int Answers::ask_player(Player &player, const Request &request, Bytes &answer) {
     }
 }
 
-int Answers::append_track(Player &player, Bytes &answer) {
-    const Engine::Snapshot now = player.engine.snapshot();
+int Answers::append_track(playback::Player &player, Bytes &answer) {
+    const playback::Engine::Snapshot now = player.engine.snapshot();
     if (!now.session)
         return ENODATA;
     append(answer, now.index);
     append(answer, now.session->tsid);
     const std::size_t lengths = answer.size();
     append(answer, uint64_t{0});
-    Node node;
-    SongMetadata metadata;
+    catalogue::Node node;
+    catalogue::SongMetadata metadata;
     // A song that has left the catalogue since is played on, but nothing is known of it.
     int result =
         catalogue_.song(now.session->songs[static_cast<std::size_t>(now.index)].id, node, metadata);
@@ -166,7 +168,7 @@ int Answers::ask_catalogue(const Request &request, Bytes &answer) {
     case VANTRO_COMMAND_GET_MEDIA_SOURCES:
         return append_sources(answer, catalogue_.sources());
     case VANTRO_COMMAND_GET_METADATA: {
-        std::optional<SongMetadata> metadata;
+        std::optional<catalogue::SongMetadata> metadata;
         const int result = catalogue_.metadata(request.source, request.node, metadata);
         return result == 0 && metadata ? append_metadata(answer, *metadata) : result;
     }
@@ -192,25 +194,26 @@ int Answers::append_extended_metadata(const Request &request, Bytes &answer) {
 }
 
 // Ids are never given twice, so without an open player a session is known by its id alone.
-int Answers::append_session_tracks(Player *player, const Request &request, Bytes &answer) {
-    SessionPtr session = player ? player->session(request.tsid) : nullptr;
+int Answers::append_session_tracks(playback::Player *player, const Request &request,
+                                   Bytes &answer) {
+    playback::SessionPtr session = player ? player->session(request.tsid) : nullptr;
     for (auto each = players_.begin(); !player && !session && each != players_.end(); ++each)
         session = each->session(request.tsid);
     if (!session)
         return ENOENT;
 
-    const std::vector<QueuedSong> &songs = session->songs;
+    const std::vector<catalogue::QueuedSong> &songs = session->songs;
     const auto first =
         std::min(static_cast<std::size_t>(std::max(request.range.offset, 0)), songs.size());
     std::size_t count = songs.size() - first;
     if (request.range.count > 0)
         count = std::min(count, static_cast<std::size_t>(request.range.count));
-    std::vector<SongId> ids(count);
+    std::vector<catalogue::SongId> ids(count);
     std::transform(songs.data() + first, songs.data() + first + count, ids.begin(),
-                   [](const QueuedSong &song) { return song.id; });
+                   [](const catalogue::QueuedSong &song) { return song.id; });
     NodePacker nodes(answer);
     const int result = catalogue_.song_nodes(ids.data(), count, nodes);
     return result == 0 ? nodes.finish() : result;
 }
 
-} // namespace vantro
+} // namespace vantro::service::requests

@@ -13,12 +13,13 @@
 #include "service/requests/packing.h"
 #include "service/requests/parse.h"
 
-namespace vantro {
+namespace vantro::service::requests {
 
 class Answers {
   public:
     // Borrows both, which outlive this.
-    Answers(Catalogue &catalogue, Players &players) : catalogue_(catalogue), players_(players) {}
+    Answers(catalogue::Catalogue &catalogue, playback::Players &players)
+        : catalogue_(catalogue), players_(players) {}
 
     // Carries out the request of `size` bytes that came by the open record `open`, and leaves its
     // answer, a result word and what follows it, in `answer`, whatever the bytes are.
@@ -29,21 +30,21 @@ class Answers {
 
   private:
     int carry_out(int32_t open, const Request &request, Bytes &answer);
-    int carry_out(int32_t open, Player *player, const Request &request, Bytes &answer);
+    int carry_out(int32_t open, playback::Player *player, const Request &request, Bytes &answer);
     int open_or_close(int32_t open, const Request &request);
-    int control(Player &player, const Request &request);
-    int ask_player(Player &player, const Request &request, Bytes &answer);
+    int control(playback::Player &player, const Request &request);
+    int ask_player(playback::Player &player, const Request &request, Bytes &answer);
     int ask_catalogue(const Request &request, Bytes &answer);
     int append_listing(const Request &request, Bytes &answer);
-    int append_track(Player &player, Bytes &answer);
-    int append_session_tracks(Player *player, const Request &request, Bytes &answer);
+    int append_track(playback::Player &player, Bytes &answer);
+    int append_session_tracks(playback::Player *player, const Request &request, Bytes &answer);
     int append_extended_metadata(const Request &request, Bytes &answer);
 
-    Catalogue &catalogue_;
-    Players &players_;
+    catalogue::Catalogue &catalogue_;
+    playback::Players &players_;
     Opens opens_;
 };
 
-} // namespace vantro
+} // namespace vantro::service::requests
 
 #endif

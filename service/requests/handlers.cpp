@@ -5,7 +5,7 @@
 #include <exception>
 #include <malloc.h>
 
-namespace vantro {
+namespace vantro::service::requests {
 
 namespace {
 
@@ -74,4 +74,4 @@ int32_t handle_close(MsgOsb *open, MsgContext *, MsgService *) noexcept {
     return 0;
 }
 
-} // namespace vantro
+} // namespace vantro::service::requests

@@ -6,7 +6,7 @@
 
 #include "service/requests/answers.h"
 
-namespace vantro {
+namespace vantro::service::requests {
 
 // Handlers carry no pointer of the service's own, so a process answers by one Answers. It is set
 // before the first thread receives, and outlives the last.
@@ -16,6 +16,6 @@ int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *service) n
 int32_t handle_open(MsgOsb *open, MsgContext *context, MsgService *service) noexcept;
 int32_t handle_close(MsgOsb *open, MsgContext *context, MsgService *service) noexcept;
 
-} // namespace vantro
+} // namespace vantro::service::requests
 
 #endif

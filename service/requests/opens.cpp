@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-namespace vantro {
+namespace vantro::service::requests {
 
 int16_t *Opens::slot(int32_t index) noexcept {
     const auto at = static_cast<std::size_t>(index);
@@ -49,4 +49,4 @@ int Opens::close(int32_t index, int16_t player) noexcept {
     return 0;
 }
 
-} // namespace vantro
+} // namespace vantro::service::requests

@@ -10,7 +10,7 @@
 #include <mutex>
 #include <vector>
 
-namespace vantro {
+namespace vantro::service::requests {
 
 inline constexpr int16_t no_player = -1;
 
@@ -39,6 +39,6 @@ class Opens {
     std::vector<int16_t> players_; // guarded by mutex_; by index of the open record
 };
 
-} // namespace vantro
+} // namespace vantro::service::requests
 
 #endif

@@ -7,7 +7,7 @@
 
 #include <vantro/records.h>
 
-namespace vantro {
+namespace vantro::service::requests {
 
 namespace {
 
@@ -22,7 +22,7 @@ char *text_or_absent(const std::string &text) {
     return text.empty() ? nullptr : const_cast<char *>(text.c_str());
 }
 
-ServiceMediaSource packed_form(const Source &source) {
+ServiceMediaSource packed_form(const catalogue::Source &source) {
     ServiceMediaSource record = {};
     record.id = source.id;
     record.uid = text_or_absent(source.uid);
@@ -34,12 +34,12 @@ ServiceMediaSource packed_form(const Source &source) {
     return record;
 }
 
-std::size_t packed_size(const Source &source) {
+std::size_t packed_size(const catalogue::Source &source) {
     return VANTRO_PACKED_MEDIA_SOURCE_MIN + source.uid.size() + source.name.size() +
            source.view_name.size();
 }
 
-ServiceMediaNode packed_form(const Node &node) {
+ServiceMediaNode packed_form(const catalogue::Node &node) {
     ServiceMediaNode record = {};
     record.id = text_or_absent(node.id);
     record.name = text_or_absent(node.name);
@@ -50,11 +50,11 @@ ServiceMediaNode packed_form(const Node &node) {
     return record;
 }
 
-std::size_t packed_size(const Node &node) {
+std::size_t packed_size(const catalogue::Node &node) {
     return VANTRO_PACKED_MEDIA_NODE_MIN + node.id.size() + node.name.size();
 }
 
-Metadata packed_form(const SongMetadata &metadata) {
+Metadata packed_form(const catalogue::SongMetadata &metadata) {
     Metadata record = {};
     record.title = text_or_absent(metadata.title);
     record.duration = metadata.duration_ms;
@@ -70,7 +70,7 @@ Metadata packed_form(const SongMetadata &metadata) {
     return record;
 }
 
-std::size_t packed_size(const SongMetadata &metadata) {
+std::size_t packed_size(const catalogue::SongMetadata &metadata) {
     std::size_t size = VANTRO_PACKED_METADATA_MIN;
     for (const std::string *text : {&metadata.title, &metadata.artwork, &metadata.artist,
                                     &metadata.album, &metadata.genre, &metadata.year})
@@ -106,16 +106,16 @@ int append_records(Bytes &answer, const Record *records, std::size_t count,
 
 } // namespace
 
-int append_sources(Bytes &answer, const std::vector<Source> &sources) {
+int append_sources(Bytes &answer, const std::vector<catalogue::Source> &sources) {
     append(answer, static_cast<int32_t>(sources.size()));
     return append_records(answer, sources.data(), sources.size(), pack_media_source);
 }
 
-int append_node(Bytes &answer, const Node &node) {
+int append_node(Bytes &answer, const catalogue::Node &node) {
     return append_records(answer, &node, 1, pack_media_node);
 }
 
-int append_metadata(Bytes &answer, const SongMetadata &metadata) {
+int append_metadata(Bytes &answer, const catalogue::SongMetadata &metadata) {
     return append_records(answer, &metadata, 1, pack_metadata);
 }
 
@@ -147,7 +147,7 @@ void NodePacker::expect(std::size_t count) {
     make_room(std::min(count * usual_node_bytes, answer_max - end_));
 }
 
-bool NodePacker::take(const NodeRow &node) {
+bool NodePacker::take(const catalogue::NodeRow &node) {
     const std::size_t size = VANTRO_PACKED_MEDIA_NODE_MIN + node.id.size() + node.name.size();
     too_long_ = too_long_ || size > answer_max - end_;
     if (too_long_)
@@ -171,4 +171,4 @@ int NodePacker::finish() {
     return too_long_ ? EMSGSIZE : 0;
 }
 
-} // namespace vantro
+} // namespace vantro::service::requests

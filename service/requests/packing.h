@@ -8,7 +8,7 @@
 
 #include "service/catalogue/catalogue.h"
 
-namespace vantro {
+namespace vantro::service::requests {
 
 using Bytes = std::vector<unsigned char>;
 
@@ -25,20 +25,20 @@ void append(Bytes &answer, const Value &value) {
 // use. An empty text is an absent one.
 
 // A record count and the records.
-int append_sources(Bytes &answer, const std::vector<Source> &sources);
+int append_sources(Bytes &answer, const std::vector<catalogue::Source> &sources);
 // The records alone.
-int append_node(Bytes &answer, const Node &node);
-int append_metadata(Bytes &answer, const SongMetadata &metadata);
+int append_node(Bytes &answer, const catalogue::Node &node);
+int append_metadata(Bytes &answer, const catalogue::SongMetadata &metadata);
 // Each with its length.
 int append_texts(Bytes &answer, const std::vector<std::string> &texts);
 
 // Appends a record count and the nodes that it is given. The answer is of use after finish(), which
 // returns 0 or EMSGSIZE.
-class NodePacker : public NodeSink {
+class NodePacker : public catalogue::NodeSink {
   public:
     explicit NodePacker(Bytes &answer);
     void expect(std::size_t count) override;
-    bool take(const NodeRow &node) override;
+    bool take(const catalogue::NodeRow &node) override;
     int finish();
 
   private:
@@ -53,6 +53,6 @@ class NodePacker : public NodeSink {
     std::string name_;
 };
 
-} // namespace vantro
+} // namespace vantro::service::requests
 
 #endif

@@ -6,7 +6,7 @@
 
 #include <vantro/protocol.h>
 
-namespace vantro {
+namespace vantro::service::requests {
 
 namespace {
 
@@ -173,4 +173,4 @@ int parse_request(const void *bytes, std::size_t size, Request &request) {
     return reader.done() ? 0 : EINVAL;
 }
 
-} // namespace vantro
+} // namespace vantro::service::requests

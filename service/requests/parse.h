@@ -9,7 +9,7 @@
 
 #include "service/catalogue/catalogue.h"
 
-namespace vantro {
+namespace vantro::service::requests {
 
 // Most keys in one request. Each costs its client at least 8 bytes both ways, and the service a
 // value that may be as long as a tag.
@@ -23,7 +23,7 @@ struct Request {
     float rate = 0;        // any bit pattern at all
     int32_t source = 0;
     std::string_view node;
-    Range range;
+    catalogue::Range range;
     std::string_view filter;
     std::string_view term;
     uint64_t tsid = 0;
@@ -36,6 +36,6 @@ struct Request {
 // for a command that is not offered; EMSGSIZE for too many keys; EINVAL for a malformed request.
 int parse_request(const void *bytes, std::size_t size, Request &request);
 
-} // namespace vantro
+} // namespace vantro::service::requests
 
 #endif

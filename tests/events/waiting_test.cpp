@@ -176,7 +176,7 @@ int publish_when_told() {
 TEST_F(Waiting, FollowsAnotherProcessToItsDeath) {
     std::mt19937 random(3);
     for (int turn = 0; turn < 100; turn++) {
-        Process process(publish_when_told);
+        test::Process process(publish_when_told);
         ASSERT_EQ(process.line(), "ready");
         ASSERT_EQ(told(wait_for(handle, "ready")), "7 ready {a=1}");
         // Killed while it publishes: what it published is told, in order, and then that it is gone.

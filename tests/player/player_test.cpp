@@ -273,7 +273,7 @@ TEST_F(Player, WantOfMemoryLeavesNothingBehind) {
 
 TEST(LogDeathTest, TheTwoGravestSeveritiesEndTheProcess) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
-    EXPECT_EXIT(vantro::msglog(2, "over"), testing::ExitedWithCode(1), "");
+    EXPECT_EXIT(vantro::player::msglog(2, "over"), testing::ExitedWithCode(1), "");
     const auto print = [](std::uint32_t, int, const char *line, void *) {
         std::fputs(line, stderr); // Wherever the host's log goes.
     };

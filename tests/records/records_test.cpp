@@ -17,8 +17,8 @@
 
 namespace {
 
-using vantro::Fields;
-using vantro::Unpacked;
+using vantro::records::Fields;
+using vantro::records::Unpacked;
 using Bytes = std::vector<std::uint8_t>;
 
 Bytes unhex(const std::string &text) {
@@ -92,7 +92,7 @@ void try_records(const Service (&sent)[2], const Bytes &golden, int smallest, in
         records = &untouched;
         // Too short for two records of any content is refused before anything is stored.
         const bool refused = size < 2 * smallest;
-        EXPECT_EQ(vantro::unpack_records(exact.get(), left, 2, records),
+        EXPECT_EQ(vantro::records::unpack_records(exact.get(), left, 2, records),
                   refused ? Unpacked::refused : Unpacked::malformed);
         EXPECT_EQ(records, &untouched);
         EXPECT_EQ(unpack(exact.get(), size, 2, &records), -1);
@@ -101,7 +101,7 @@ void try_records(const Service (&sent)[2], const Bytes &golden, int smallest, in
     for (int i = 0; i < allocations; i++) {
         records = &untouched;
         allocations_left = i;
-        EXPECT_EQ(vantro::unpack_records(golden.data(), golden.size(), 2, records),
+        EXPECT_EQ(vantro::records::unpack_records(golden.data(), golden.size(), 2, records),
                   Unpacked::no_memory);
         EXPECT_EQ(records, &untouched);
         allocations_left = i;

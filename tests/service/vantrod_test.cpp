@@ -19,7 +19,7 @@
 #include "tests/support/music.h"
 #include "tests/support/process.h"
 
-namespace vantro {
+namespace vantro::service {
 
 namespace {
 
@@ -86,7 +86,7 @@ struct Client {
     }
 };
 
-class Vantrod : public RuntimeDirectory {
+class Vantrod : public test::RuntimeDirectory {
   protected:
     void start(const std::vector<std::string> &arguments) {
         std::vector<std::string> words = {VANTROD};
@@ -101,7 +101,7 @@ class Vantrod : public RuntimeDirectory {
         while (!line.empty() && line.rfind("vantrod: ", 0) != 0);
         return line;
     }
-    std::optional<Process> service;
+    std::optional<test::Process> service;
 };
 
 class Serving : public Vantrod {
@@ -109,9 +109,9 @@ class Serving : public Vantrod {
     void SetUp() override {
         Vantrod::SetUp();
         const std::filesystem::path music = path_ + "/music";
-        make_music(music / "1.flac", 20'000, {"TITLE=One", "ARTIST=Anna", "TRACKNUMBER=1"});
-        make_music(music / "2.ogg", 5'000, {"TITLE=Two", "TRACKNUMBER=2"});
-        write_file(music / "3.mp3", "not music");
+        test::make_music(music / "1.flac", 20'000, {"TITLE=One", "ARTIST=Anna", "TRACKNUMBER=1"});
+        test::make_music(music / "2.ogg", 5'000, {"TITLE=Two", "TRACKNUMBER=2"});
+        test::write_file(music / "3.mp3", "not music");
         start({"--music", music, "--player", "main", "--player", "kitchen", "--threads", "3"});
         ASSERT_EQ(told(), "vantrod: ready (0 tracks, players: main, kitchen)");
         ASSERT_EQ(told(), "vantrod: scanned (2 tracks)");
@@ -412,7 +412,7 @@ TEST_F(Serving, ServesManyThreadsAndClientsThatGo) {
 TEST_F(Serving, StandsAloneAndEndsWhenTold) {
     const Client client;
     for (const int signal : {SIGTERM, SIGINT}) {
-        Process second(std::vector<std::string>{VANTROD});
+        test::Process second(std::vector<std::string>{VANTROD});
         EXPECT_EQ(second.line(), "vantrod: cannot attach the service \"vantro.sys\", instance "
                                  "\"default\": another vantrod is running");
         EXPECT_EQ(second.wait(), 1);
@@ -449,22 +449,22 @@ TEST_F(Serving, StartsAgainWithWhatItKnows) {
     // The state directory has one user, also where the names have others.
     const std::string other = path_ + "/other";
     std::filesystem::create_directory(other);
-    Process second(std::vector<std::string>{VANTROD, "--state", path_ + "/state/vantro"},
-                   [&] { setenv("XDG_RUNTIME_DIR", other.c_str(), 1); });
+    test::Process second(std::vector<std::string>{VANTROD, "--state", path_ + "/state/vantro"},
+                         [&] { setenv("XDG_RUNTIME_DIR", other.c_str(), 1); });
     EXPECT_NE(second.line().find(path_ + "/state/vantro"), std::string::npos);
     EXPECT_EQ(second.wait(), 1);
 }
 
 TEST_F(Vantrod, AsksTheGrantorForCapabilities) {
-    write_file(path_ + "/policy", fmt::format("uid:{} net audio\n", geteuid()));
-    Process grantor(std::vector<std::string>{VANTRO_GRANTOR, "--policy", path_ + "/policy"});
+    test::write_file(path_ + "/policy", fmt::format("uid:{} net audio\n", geteuid()));
+    test::Process grantor(std::vector<std::string>{VANTRO_GRANTOR, "--policy", path_ + "/policy"});
     ASSERT_NE(grantor.line(), "");
     for (const char *capabilities : {"net,audio", "net,secret"}) {
         start({"--require", capabilities});
         ASSERT_EQ(told(), "vantrod: ready (0 tracks, players: main)");
         const bool granted = Client().client != nullptr;
         EXPECT_EQ(granted, std::string(capabilities) == "net,audio") << capabilities;
-        Process by_path(std::vector<std::string>{VANTROD, "--perms", "600"});
+        test::Process by_path(std::vector<std::string>{VANTROD, "--perms", "600"});
         EXPECT_NE(by_path.line().find("another vantrod is running"), std::string::npos);
         service->kill(SIGTERM);
         EXPECT_EQ(service->wait(), 0);
@@ -508,4 +508,4 @@ TEST_F(Vantrod, RefusesBadOptionsByNameAndValue) {
 
 } // namespace
 
-} // namespace vantro
+} // namespace vantro::service

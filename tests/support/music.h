@@ -11,7 +11,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-namespace vantro {
+namespace vantro::test {
 
 // Encodes silence as Ogg Vorbis or FLAC, as the name ends. Tags are KEY=value.
 inline void make_music(const std::filesystem::path &file, int ms,
@@ -33,6 +33,6 @@ inline void write_file(const std::filesystem::path &file, const std::string &byt
     std::ofstream(file, std::ios::binary) << bytes;
 }
 
-} // namespace vantro
+} // namespace vantro::test
 
 #endif

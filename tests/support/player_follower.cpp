@@ -51,9 +51,9 @@ void tell(std::ostream &out, const char *name, const Record *record) {
         for (auto field : fields)
             out << ' ' << record->*field;
     };
-    tell_all(Fields<Record>::integers);
-    tell_all(Fields<Record>::wide_integers);
-    for (auto field : Fields<Record>::strings)
+    tell_all(records::Fields<Record>::integers);
+    tell_all(records::Fields<Record>::wide_integers);
+    for (auto field : records::Fields<Record>::strings)
         out << ' ' << quoted(record->*field);
 }
 

@@ -18,7 +18,7 @@
 
 #include <gtest/gtest.h>
 
-namespace vantro {
+namespace vantro::test {
 
 /** A user who is not user 0, for what user 0 would be allowed anyway. */
 inline uid_t plain_user() {
@@ -123,6 +123,6 @@ class Process {
     std::FILE *output_ = nullptr;
 };
 
-} // namespace vantro
+} // namespace vantro::test
 
 #endif

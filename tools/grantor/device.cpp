@@ -8,7 +8,7 @@
 
 #include <vantro/platform/message.h>
 
-namespace vantro {
+namespace vantro::grantor {
 
 Device::~Device() {
     path_context_free(context_);
@@ -62,4 +62,4 @@ int Device::write(path_request *request) {
     return check ? count_granted(device->policy_, *check) : -EINVAL;
 }
 
-} // namespace vantro
+} // namespace vantro::grantor

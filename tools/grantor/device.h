@@ -10,7 +10,7 @@
 
 #include "tools/grantor/policy.h"
 
-namespace vantro {
+namespace vantro::grantor {
 
 constexpr const char *grantor_path = "/dev/grantor";
 
@@ -60,6 +60,6 @@ class Device {
     path_context *context_ = nullptr;
 };
 
-} // namespace vantro
+} // namespace vantro::grantor
 
 #endif

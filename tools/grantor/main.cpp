@@ -24,7 +24,7 @@
 
 namespace {
 
-using namespace vantro;
+using namespace vantro::grantor;
 
 struct Options {
     std::string policy;

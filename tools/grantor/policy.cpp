@@ -9,7 +9,7 @@
 
 #include <fmt/format.h>
 
-namespace vantro {
+namespace vantro::grantor {
 namespace {
 
 /** The value that the host keeps for "no id": nobody has it, so a rule for it is a mistake. */
@@ -185,4 +185,4 @@ int count_granted(const Policy &policy, const CheckLine &check) {
         }));
 }
 
-} // namespace vantro
+} // namespace vantro::grantor

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace vantro {
+namespace vantro::grantor {
 
 /** Bytes of a capability's name. */
 constexpr size_t capability_max = 255;
@@ -74,6 +74,6 @@ std::optional<CheckLine> parse_check_line(std::string_view line);
 /** How many of the listed capabilities are granted. */
 int count_granted(const Policy &policy, const CheckLine &check);
 
-} // namespace vantro
+} // namespace vantro::grantor
 
 #endif

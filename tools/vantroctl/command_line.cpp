@@ -12,7 +12,7 @@
 #include "tools/vantroctl/text/time_text.h"
 #include "tools/vantroctl/verbs/commands.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 constexpr const char *footer = R"(Nodes:
@@ -235,4 +235,4 @@ CLI::Option *CommandLine::with_argument(const char *verb, const char *what, cons
         ->required();
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

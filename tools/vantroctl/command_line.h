@@ -12,7 +12,7 @@
 #include "tools/vantroctl/service/client.h"
 #include "tools/vantroctl/verbs/listings.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 struct Options {
     ClientOptions client;
@@ -52,6 +52,6 @@ class CommandLine {
     CLI::App app_;
 };
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

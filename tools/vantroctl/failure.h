@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-namespace vantro {
+namespace vantro::ctl {
 
 /** Exit codes. Scripts rely on the numbers. */
 enum class Outcome : int {
@@ -26,6 +26,6 @@ struct Failure {
     Failure(Outcome with, std::string saying) : outcome(with), text(std::move(saying)) {}
 };
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -24,7 +24,7 @@
 
 namespace {
 
-using namespace vantro;
+using namespace vantro::ctl;
 
 void run(const std::string &verb, const Options &options) {
     // On a screen of its own the log would only be in the way.

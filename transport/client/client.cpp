@@ -17,7 +17,7 @@
 #include "transport/headered_parts.h"
 #include "transport/wire.h"
 
-namespace vantro {
+namespace vantro::transport {
 
 TransportHeader request_header(const MsgClient &client, int kind) {
     TransportHeader header = {};
@@ -115,9 +115,9 @@ int answered_exchange(MsgClient *client, TransportHeader *header, const iovec *s
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::transport
 
-using namespace vantro;
+using namespace vantro::transport;
 
 MsgClient *msgclient_open(const char *service_name, const char *instance, uint16_t code) {
     if (!service_name) {

@@ -4,7 +4,7 @@
 
 #include <vantro/messaging.h>
 
-namespace vantro {
+namespace vantro::transport {
 
 /** Count of a reply vector: the exchange takes no reply data, not even a header. */
 inline constexpr int NO_REPLY = -1;
@@ -23,6 +23,6 @@ int exchange(const MsgClient &client, TransportHeader *header, const iovec *send
 /** Releases what there is of the private pulse channel and marks it as gone. Keeps errno. */
 void release_pulse_channel(MsgClient *client);
 
-} // namespace vantro
+} // namespace vantro::transport
 
 #endif

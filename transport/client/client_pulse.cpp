@@ -6,7 +6,7 @@
 #include "transport/client/client.h"
 #include "transport/wire.h"
 
-namespace vantro {
+namespace vantro::transport {
 
 void release_pulse_channel(MsgClient *client) {
     const int error = errno;
@@ -21,9 +21,9 @@ void release_pulse_channel(MsgClient *client) {
     errno = error;
 }
 
-} // namespace vantro
+} // namespace vantro::transport
 
-using namespace vantro;
+using namespace vantro::transport;
 
 namespace {
 

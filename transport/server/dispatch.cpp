@@ -11,7 +11,7 @@
 #include "transport/server/server.h"
 #include "transport/wire.h"
 
-namespace vantro {
+namespace vantro::transport {
 namespace {
 
 /** One message in the hands of a server thread. */
@@ -275,9 +275,9 @@ void dispatch_request(const Dispatch &now, MsgService *service) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::transport
 
-using namespace vantro;
+using namespace vantro::transport;
 
 int32_t msgserver_dispatch(MsgServer *server) {
     MsgContext *context = context_of(server);

@@ -10,7 +10,7 @@
 #include "transport/server/server.h"
 #include "transport/wire.h"
 
-namespace vantro {
+namespace vantro::transport {
 namespace {
 
 uint8_t *answer_bytes(MsgPending *pending) {
@@ -153,4 +153,4 @@ void free_open(MsgOsb *open) {
     _array_del(open->service->opens, open->index);
 }
 
-} // namespace vantro
+} // namespace vantro::transport

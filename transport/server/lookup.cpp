@@ -9,7 +9,7 @@
 
 #include "transport/server/server.h"
 
-namespace vantro {
+namespace vantro::transport {
 namespace {
 
 int capabilities_demanded(const char *list) {
@@ -75,4 +75,4 @@ MsgService *lookup(MsgServer *server, const char *name, int32_t conn_id) {
     return name ? service_named(server, name, context) : nullptr;
 }
 
-} // namespace vantro
+} // namespace vantro::transport

@@ -11,7 +11,7 @@
 #include "transport/server/server.h"
 #include "transport/wire.h"
 
-namespace vantro {
+namespace vantro::transport {
 
 MsgContext *context_of(const MsgServer *server) {
     return static_cast<MsgContext *>(pthread_getspecific(server->key));
@@ -104,9 +104,9 @@ int complete_payload(MsgServer *server, MsgContext *context) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::transport
 
-using namespace vantro;
+using namespace vantro::transport;
 
 int32_t msgserver_receive(MsgServer *server) {
     MsgContext *context = context_of(server);

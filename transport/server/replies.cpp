@@ -8,7 +8,7 @@
 #include "transport/server/server.h"
 #include "transport/wire.h"
 
-namespace vantro {
+namespace vantro::transport {
 
 int refuse(int32_t receive_id, int error) {
     if (error != ESRCH)
@@ -71,9 +71,9 @@ int32_t answer_request(MsgOsb *open, MsgContext *context, int32_t status, const 
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::transport
 
-using namespace vantro;
+using namespace vantro::transport;
 
 int32_t callout_reply(MsgOsb *open, MsgContext *context, int32_t status, const void *data,
                       int32_t length) {

@@ -27,7 +27,7 @@
 
 #include "transport/wire.h"
 
-namespace vantro {
+namespace vantro::transport {
 
 /** Answers that one open may hold besides its oldest, beyond the queue limit it was granted:
  *  enough for a client whose every thread overflows at once, and no way to fill the server. */
@@ -134,6 +134,6 @@ int refuse(int32_t receive_id, int error);
 /** Answers a message, if need be by refuse(). @return 0, or -1 with errno. */
 int answer(int32_t receive_id, int32_t status, const iovec *parts, int count);
 
-} // namespace vantro
+} // namespace vantro::transport
 
 #endif

@@ -14,7 +14,7 @@
 
 #include "transport/server/server.h"
 
-namespace vantro {
+namespace vantro::transport {
 namespace {
 
 struct Free {
@@ -155,9 +155,9 @@ bool make_channel(MsgServer *server) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::transport
 
-using namespace vantro;
+using namespace vantro::transport;
 
 MsgServer *msgserver_create(int32_t max_msg_size, int32_t queue_max, int32_t flags) {
     auto *server = static_cast<MsgServer *>(std::calloc(1, sizeof(MsgServer)));

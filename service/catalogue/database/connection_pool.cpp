@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -38,4 +38,4 @@ void Pool::replace(const std::function<void()> &replace) {
     replace();
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

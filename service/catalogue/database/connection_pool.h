@@ -11,7 +11,7 @@
 
 #include "service/catalogue/database/database.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 class Pool {
   public:
@@ -43,6 +43,6 @@ class Pool {
     std::vector<std::unique_ptr<Database>> idle_;
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

@@ -5,7 +5,7 @@
 #include <fmt/format.h>
 #include <sqlite3.h>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -165,4 +165,4 @@ void Transaction::commit() {
     open_ = false;
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -15,7 +15,7 @@
 struct sqlite3;
 struct sqlite3_stmt;
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // The file cannot be read or written, or is none of ours.
 class DatabaseError : public std::runtime_error {
@@ -144,6 +144,6 @@ class Transaction {
     bool open_ = true;
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -159,4 +159,4 @@ std::unique_ptr<Database> open_catalogue_file(const std::filesystem::path &file,
     return database;
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

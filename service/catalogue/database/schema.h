@@ -9,7 +9,7 @@
 
 #include "service/catalogue/database/database.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // Opens the file for writing, or makes it. One that is damaged or of another version is moved
 // aside first, under a name that nothing has, and `say` is told so in one line. Throws
@@ -21,6 +21,6 @@ std::unique_ptr<Database> open_catalogue_file(const std::filesystem::path &file,
 void move_aside(const std::filesystem::path &file, const std::string &why,
                 const std::function<void(const std::string &)> &say);
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

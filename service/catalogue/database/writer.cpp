@@ -9,7 +9,7 @@
 
 #include "service/catalogue/text/utf8.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -404,4 +404,4 @@ void Writer::undo() {
     pending_ = 0;
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -19,7 +19,7 @@
 #include "service/catalogue/files/playlist_file.h"
 #include "service/catalogue/text/names.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 struct KnownFile {
     FileStamp stamp;
@@ -113,6 +113,6 @@ class Writer {
     std::unordered_map<std::string, int64_t> nodes_; // numbers of nodes that were used lately
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

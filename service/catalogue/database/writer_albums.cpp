@@ -5,7 +5,7 @@
 
 #include <vantro/catalogue.h>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -148,4 +148,4 @@ void Writer::settle(int32_t source) {
     changed(source);
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

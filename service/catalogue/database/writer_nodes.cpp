@@ -7,7 +7,7 @@
 
 #include "service/catalogue/text/utf8.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -158,4 +158,4 @@ void Writer::remove_node(int64_t node) {
     nodes_.clear();
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -12,7 +12,7 @@
 
 #include "service/catalogue/text/names.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -175,4 +175,4 @@ void ArtworkFolder::sweep(const std::function<bool(const std::string &file)> &wa
     }
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

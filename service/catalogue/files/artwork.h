@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // Largest picture that is taken for a cover, in bytes.
 inline constexpr std::size_t picture_bytes_max = 16 * 1024 * 1024;
@@ -53,6 +53,6 @@ class ArtworkFolder {
     std::string uri_; // of the directory, with a slash at the end
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

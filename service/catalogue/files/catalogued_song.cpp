@@ -7,7 +7,7 @@
 #include "service/catalogue/text/names.h"
 #include "service/catalogue/text/utf8.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -71,4 +71,4 @@ void complete(FoundSong &found) {
     }
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

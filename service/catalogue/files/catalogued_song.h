@@ -11,7 +11,7 @@
 #include "service/catalogue/files/artwork.h"
 #include "service/catalogue/files/song_file.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // A file by its source, its folder below the source ("" for the top) and its name there.
 struct FileName {
@@ -64,6 +64,6 @@ void complete(FoundSong &found);
 // A file's name without its ending, as a title.
 std::string title_of_file(std::string_view file);
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

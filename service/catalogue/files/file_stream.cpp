@@ -6,7 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -87,4 +87,4 @@ void FileStream::seek(long offset, Position from) {
     at_ = target;
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -7,7 +7,7 @@
 
 #include <taglib/tiostream.h>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 class FileStream : public TagLib::IOStream {
   public:
@@ -56,6 +56,6 @@ class FileStream : public TagLib::IOStream {
     std::string window_; // tag readers take a few bytes at a time
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

@@ -20,7 +20,7 @@
 #include <taglib/wavpackfile.h>
 #include <taglib/xiphcomment.h>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -148,4 +148,4 @@ std::string picture_in(TagLib::File &file) {
     return in_xiph(file.tag());
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

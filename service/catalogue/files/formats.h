@@ -6,7 +6,7 @@
 
 #include <taglib/tfile.h>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // "flac", "mp3"...; empty where it cannot be told.
 const char *codec_of(const TagLib::File &file);
@@ -14,6 +14,6 @@ const char *codec_of(const TagLib::File &file);
 // The bytes of the front cover, else of the first picture; empty where there is none.
 std::string picture_in(TagLib::File &file);
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

@@ -5,7 +5,7 @@
 
 #include "service/catalogue/files/file_stream.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -148,4 +148,4 @@ const char *read_playlist(const std::string &path, PlaylistFile &playlist) {
     return nullptr;
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // Largest playlist file, in bytes, and most entries of one. More is no list that anybody made.
 inline constexpr std::size_t playlist_bytes_max = 4 * 1024 * 1024;
@@ -33,6 +33,6 @@ struct PlaylistFile {
 // Returns nothing, or why the file at `path` cannot be read.
 const char *read_playlist(const std::string &path, PlaylistFile &playlist);
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

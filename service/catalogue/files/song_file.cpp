@@ -19,7 +19,7 @@
 #include "service/catalogue/files/formats.h"
 #include "service/catalogue/text/utf8.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -266,4 +266,4 @@ int32_t check_song(const std::string &path) {
     return read_song(path, ignored) ? VANTRO_ERROR_DAMAGED : 0;
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // Longest lyrics that are kept, in bytes. Other texts end at tag_text_max.
 inline constexpr std::size_t lyrics_max = 64 * 1024;
@@ -49,6 +49,6 @@ const char *read_song(const std::string &path, SongFile &song);
 // 0, or the VANTRO_ERROR_* for which the file at `path` cannot be played.
 int32_t check_song(const std::string &path);
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

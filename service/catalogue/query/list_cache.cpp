@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 const List::Place *List::find(Entry entry) const {
     const auto found =
@@ -57,4 +57,4 @@ void ListCache::clear() {
     bytes_ = 0;
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -12,7 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // Songs by their numbers, nodes by their numbers negated.
 using Entry = int64_t;
@@ -61,6 +61,6 @@ class ListCache {
     std::size_t bytes_ = 0;
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

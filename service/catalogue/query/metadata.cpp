@@ -8,7 +8,7 @@
 #include "service/catalogue/files/song_file.h"
 #include "service/catalogue/text/utf8.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -172,4 +172,4 @@ std::vector<std::string> extended_of(const SongMetadata &metadata,
     });
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

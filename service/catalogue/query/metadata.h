@@ -11,7 +11,7 @@
 #include "service/catalogue/files/artwork.h"
 #include "service/catalogue/query/view.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // Most bytes of values that one query gets. Every key of one song fits, with its lyrics; a query
 // that asks ten thousand times for the lyrics gets no more than this.
@@ -36,6 +36,6 @@ std::string path_of(Database &database, std::string_view root, SongId song);
 std::vector<std::string> extended_of(const SongMetadata &metadata,
                                      const std::vector<std::string_view> &keys);
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

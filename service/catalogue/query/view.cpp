@@ -9,7 +9,7 @@
 
 #include "service/catalogue/text/utf8.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -521,4 +521,4 @@ std::optional<View::ListPointer> View::search(std::string_view filter, std::stri
     });
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

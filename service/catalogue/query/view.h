@@ -14,7 +14,7 @@
 #include "service/catalogue/query/list_cache.h"
 #include "service/catalogue/text/names.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // A node by where it is found. Of a menu `kind` says what it lists and `id` is 0; of the root both
 // are 0.
@@ -84,6 +84,6 @@ std::string match_expression(std::string_view term);
 inline constexpr std::size_t search_bytes_max = 4096;
 inline constexpr std::size_t search_words_max = 32;
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

@@ -16,7 +16,7 @@
 
 #include "service/catalogue/text/utf8.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -421,4 +421,4 @@ void Scan::name_broken_entries() {
     }
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -23,7 +23,7 @@
 #include "service/catalogue/scan/workers.h"
 #include "service/catalogue/store.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // Deepest nesting that is read. Nobody's music lies deeper, and paths end soon after.
 inline constexpr std::size_t folder_depth_max = 256;
@@ -101,6 +101,6 @@ class Scan {
     std::chrono::steady_clock::time_point reported_;
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

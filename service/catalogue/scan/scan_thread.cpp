@@ -10,7 +10,7 @@
 
 #include "service/catalogue/text/utf8.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -260,4 +260,4 @@ void Scanning::scan_changes(const FolderChanges &changes) {
     }
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

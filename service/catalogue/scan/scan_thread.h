@@ -19,7 +19,7 @@
 #include "service/catalogue/scan/watcher.h"
 #include "service/catalogue/store.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // A directory of music. Only its status changes, and that by the scanning thread.
 struct MusicDirectory {
@@ -82,6 +82,6 @@ class Scanning {
     std::optional<std::chrono::steady_clock::time_point> rebuilt_;
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

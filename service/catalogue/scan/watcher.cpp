@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -174,4 +174,4 @@ void Watcher::wake() {
     [[maybe_unused]] const ssize_t written = write(wake_, &one, sizeof one);
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // A folder by its source and its path below it, "" for the top.
 using WatchedFolder = std::pair<int32_t, std::string>;
@@ -64,6 +64,6 @@ class Watcher {
     std::unordered_map<int, std::vector<Watched>> folders_;
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

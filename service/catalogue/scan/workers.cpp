@@ -7,7 +7,7 @@
 
 #include "service/catalogue/files/file_stream.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -143,4 +143,4 @@ void Workers::abandon() {
     done_.clear();
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

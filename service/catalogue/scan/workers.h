@@ -15,7 +15,7 @@
 #include "service/catalogue/files/catalogued_song.h"
 #include "service/catalogue/files/playlist_file.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 struct Job {
     enum class What { song, image, playlist };
@@ -67,6 +67,6 @@ class Workers {
 // Lets everything else go first on the thread that calls it.
 void step_back();
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

@@ -11,7 +11,7 @@
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -171,4 +171,4 @@ std::optional<NodeRef> parse_node_id(std::string_view id) {
     return NodeRef{id[0], static_cast<int64_t>(key)};
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // Bytes whose plain order is the order of names that people expect: numbers by their value, case
 // and accents only where nothing else differs, every script. At most sort_key_max bytes.
@@ -60,6 +60,6 @@ struct NodeRef {
 // Nothing for what is no NodeId.
 std::optional<NodeRef> parse_node_id(std::string_view id);
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -65,4 +65,4 @@ std::string clean_text(std::string_view text, std::size_t limit) {
     return clean;
 }
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 // Longest text taken from a tag, in bytes. A track reply offers 65536 bytes for everything that is
 // known of a track; five tags and its names at this length leave room to spare.
@@ -19,6 +19,6 @@ inline constexpr std::size_t path_text_max = 3 * 4096;
 // since readers take it for the end; it is cut between characters to at most `limit` bytes.
 std::string clean_text(std::string_view text, std::size_t limit);
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

@@ -22,7 +22,7 @@
 #include "tests/support/music.h"
 #include "tests/support/process.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 using Values = std::vector<std::pair<std::string, std::string>>;
 
@@ -48,7 +48,7 @@ class NodeList : public NodeSink, public std::vector<Node> {
     }
 };
 
-class Collection : public RuntimeDirectory {
+class Collection : public test::RuntimeDirectory {
   protected:
     void SetUp() override {
         RuntimeDirectory::SetUp();
@@ -56,7 +56,7 @@ class Collection : public RuntimeDirectory {
         music_ = std::filesystem::path(path_) / "music";
         state_ = std::filesystem::path(path_) / "state";
         std::filesystem::create_directory(music_);
-        make_music(template_flac(), 400);
+        test::make_music(template_flac(), 400);
     }
     void TearDown() override {
         close();
@@ -244,6 +244,6 @@ class Collection : public RuntimeDirectory {
     int changes_ = 0;
 };
 
-} // namespace vantro
+} // namespace vantro::service::catalogue
 
 #endif

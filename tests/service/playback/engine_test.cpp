@@ -11,14 +11,14 @@
 
 #include <vantro/catalogue.h>
 
-namespace vantro {
+namespace vantro::service::playback {
 
 namespace {
 
 SessionPtr session_of(const std::vector<int32_t> &durations_ms, uint64_t tsid = 1) {
-    std::vector<QueuedSong> songs;
+    std::vector<catalogue::QueuedSong> songs;
     for (const int32_t duration : durations_ms)
-        songs.push_back({static_cast<SongId>(songs.size()), 1, duration});
+        songs.push_back({static_cast<catalogue::SongId>(songs.size()), 1, duration});
     return std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_NODE, std::move(songs));
 }
 
@@ -256,4 +256,4 @@ TEST(Engine, LoadsOverWhatPlays) {
 
 } // namespace
 
-} // namespace vantro
+} // namespace vantro::service::playback

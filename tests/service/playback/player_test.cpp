@@ -8,12 +8,12 @@
 
 #include "tests/support/memory_catalogue.h"
 
-namespace vantro {
+namespace vantro::service::playback {
 
 namespace {
 
 struct Room {
-    MemoryCatalogue catalogue{{1000, 2000, 3000, 4000}};
+    test::MemoryCatalogue catalogue{{1000, 2000, 3000, 4000}};
     SessionIds ids{catalogue};
     Player player{"main", catalogue, ids, [] { return std::chrono::nanoseconds(1); }, 7};
     Player other{"den", catalogue, ids, [] { return std::chrono::nanoseconds(1); }, 7};
@@ -122,4 +122,4 @@ TEST(Player, TakesCommandsFromAllSides) {
 
 } // namespace
 
-} // namespace vantro
+} // namespace vantro::service::playback

@@ -14,7 +14,7 @@
 #include "tests/support/player_follower.h"
 #include "tests/support/process.h"
 
-namespace vantro {
+namespace vantro::service::publishing {
 
 namespace {
 
@@ -136,12 +136,13 @@ struct Follower {
     Picture seen; // what the events so far tell
 };
 
-class Publishing : public RuntimeDirectory {
+class Publishing : public test::RuntimeDirectory {
   protected:
     void SetUp() override {
         RuntimeDirectory::SetUp();
         for (const char *each : {"A", "B", "C"})
-            make_music(file(each), 20'000, {std::string("TITLE=") + each, "ARTIST=\\\"\xC3\xA9"});
+            test::make_music(file(each), 20'000,
+                             {std::string("TITLE=") + each, "ARTIST=\\\"\xC3\xA9"});
         start("scanned");
     }
     void TearDown() override {
@@ -157,7 +158,7 @@ class Publishing : public RuntimeDirectory {
         for (std::string said = "-"; said.find(line) == said.npos; said = service->line())
             ASSERT_NE(said, "");
     }
-    std::optional<Process> service;
+    std::optional<test::Process> service;
 };
 
 // The rate is so low that the position stands still while playing.
@@ -247,7 +248,7 @@ TEST_F(Publishing, TellsWhatHappensByItself) {
 
     // What its file says has changed, and what the source has.
     std::filesystem::remove(file("A"));
-    make_music(file("A"), 20'000, {"TITLE=A", "ARTIST=Anna"});
+    test::make_music(file("A"), 20'000, {"TITLE=A", "ARTIST=Anna"});
     follower.until("2 mediasource.", "");
     while (follower.seen["track"].find("Anna") == std::string::npos)
         follower.until("5 track 0", "");
@@ -259,7 +260,7 @@ TEST_F(Publishing, PassesOverFilesThatCannotBePlayed) {
     follower.command("load=0 repeat=1 rate=1e-6 play");
     follower.all();
     // Of the same size and time, so that the catalogue goes on believing in it.
-    write_file(path_ + "/b", std::string(file_size(file("B")), 'b'));
+    test::write_file(path_ + "/b", std::string(file_size(file("B")), 'b'));
     last_write_time(path_ + "/b", last_write_time(file("B")));
     std::filesystem::rename(path_ + "/b", file("B"));
     follower.command("next");
@@ -283,7 +284,7 @@ TEST_F(Publishing, HasAPlayerToItself) {
     ASSERT_TRUE(other);
     service->kill(SIGTERM);
     service->wait();
-    Process second(Words{VANTROD, "--player", "other"});
+    test::Process second(Words{VANTROD, "--player", "other"});
     EXPECT_EQ(second.line(),
               "vantrod: cannot publish for the player \"other\": another process does");
     EXPECT_EQ(second.wait(), 1);
@@ -312,4 +313,4 @@ TEST_F(Publishing, EndsAndBeginsAgain) {
 
 } // namespace
 
-} // namespace vantro
+} // namespace vantro::service::publishing

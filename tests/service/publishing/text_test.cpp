@@ -11,7 +11,7 @@
 
 #include "service/publishing/texts.h"
 
-namespace vantro {
+namespace vantro::service::publishing {
 
 namespace {
 
@@ -28,9 +28,9 @@ TEST(Text, IsMadeValidAndShort) {
         {std::string("nul\0x", 5), "nul"},
     };
     for (const auto &[text, clean] : table)
-        EXPECT_EQ(clean_text(text, 100), clean) << text;
-    EXPECT_EQ(clean_text("ab\xE2\x82\xAC", 4), "ab") << "never half a character";
-    EXPECT_EQ(clean_text("ab\xFF", 4), "ab");
+        EXPECT_EQ(catalogue::clean_text(text, 100), clean) << text;
+    EXPECT_EQ(catalogue::clean_text("ab\xE2\x82\xAC", 4), "ab") << "never half a character";
+    EXPECT_EQ(catalogue::clean_text("ab\xFF", 4), "ab");
 }
 
 std::string times(const std::string &text, int count) {
@@ -54,7 +54,7 @@ TEST(PublishedTexts, AreCutBetweenCharactersAndNeverLost) {
         {times("t", 300), times("a", 4096), 1500},
     };
     for (const auto &row : rows) {
-        SongMetadata metadata;
+        catalogue::SongMetadata metadata;
         metadata.title = row.title;
         metadata.artist = row.artist;
         metadata.artwork = "file:///a.png";
@@ -74,11 +74,11 @@ TEST(PublishedTexts, AreCutBetweenCharactersAndNeverLost) {
         }
         kivo_decoder_cleanup(&decoder);
     }
-    SongMetadata metadata;
+    catalogue::SongMetadata metadata;
     metadata.artwork = times("u", json_name_max + 1);
     EXPECT_EQ(json_of(metadata).find("artwork"), std::string::npos) << "cut, it is another one";
 }
 
 } // namespace
 
-} // namespace vantro
+} // namespace vantro::service::publishing

@@ -5,10 +5,10 @@
 
 #include "tests/support/process.h"
 
-namespace vantro {
+namespace vantro::grantor {
 namespace {
 
-class Grantor : public RuntimeDirectory {
+class Grantor : public test::RuntimeDirectory {
   protected:
     void write_policy(const std::string &text) { std::ofstream(file()) << text; }
     std::string file() const { return path_ + "/policy"; }
@@ -23,7 +23,7 @@ int ask(int device, const std::string &line) {
 
 TEST_F(Grantor, AnswersReloadsAndKeepsThePolicyThatABadFileWouldReplace) {
     write_policy("uid:1000 audio net\n* clock\n");
-    Process grantor(words());
+    test::Process grantor(words());
     ASSERT_EQ(grantor.line(), "vantro-grantor: ready (2 rules)");
     const int device = platform_open("/dev/grantor", O_RDWR);
     ASSERT_GE(device, 0);
@@ -49,11 +49,11 @@ TEST_F(Grantor, AnswersReloadsAndKeepsThePolicyThatABadFileWouldReplace) {
     EXPECT_EQ(grantor.line(), "vantro-grantor: the previous policy stays in force (1 rules)");
     EXPECT_EQ(ask(device, question), 1);
 
-    Process second(words());
+    test::Process second(words());
     EXPECT_EQ(second.line().find("vantro-grantor: " + file() + ":2: "), 0u);
     EXPECT_EQ(second.wait(), 1);
     write_policy("");
-    Process third(words());
+    test::Process third(words());
     EXPECT_EQ(third.line(),
               "vantro-grantor: cannot attach /dev/grantor: another grantor serves it");
     EXPECT_EQ(third.wait(), 1);
@@ -73,12 +73,12 @@ TEST_F(Grantor, ClosesTheDeviceToThoseWhoMayNotAsk) {
     for (const char *word : {"--perms", "0600", "--uid", "0"}) {
         command.emplace_back(word);
     }
-    Process grantor(command, become_plain_user);
+    test::Process grantor(command, test::become_plain_user);
     if (grantor.line() != "vantro-grantor: ready (1 rules)") {
-        GTEST_SKIP() << "the program is out of reach of user " << plain_user();
+        GTEST_SKIP() << "the program is out of reach of user " << test::plain_user();
     }
-    Process client([] {
-        become_plain_user();
+    test::Process client([] {
+        test::become_plain_user();
         return platform_open("/dev/grantor", O_RDWR) < 0 ? errno : 0;
     });
     EXPECT_EQ(client.wait(), EACCES);
@@ -89,10 +89,10 @@ TEST_F(Grantor, RefusesACommandLineThatItDoesNotUnderstand) {
     for (const char *perms : {"0800", "rw", "7777", ""}) {
         auto command = words();
         command.insert(command.end(), {"--perms", perms});
-        EXPECT_EQ(Process(command).wait(), 2) << perms;
+        EXPECT_EQ(test::Process(command).wait(), 2) << perms;
     }
-    EXPECT_EQ(Process({VANTRO_GRANTOR}).wait(), 2);
+    EXPECT_EQ(test::Process({VANTRO_GRANTOR}).wait(), 2);
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::grantor

@@ -2,7 +2,7 @@
 
 #include "tools/grantor/policy.h"
 
-namespace vantro {
+namespace vantro::grantor {
 namespace {
 
 TEST(Policy, GrantsByUserGroupAndEverybody) {
@@ -98,4 +98,4 @@ TEST(CheckLine, RefusesWhatIsNotOne) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::grantor

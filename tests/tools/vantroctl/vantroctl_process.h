@@ -9,15 +9,15 @@
 #include "tests/support/music.h"
 #include "tests/support/process.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
-class Vantroctl : public RuntimeDirectory {
+class Vantroctl : public test::RuntimeDirectory {
   protected:
     /** Runs the tool; its output, with whatever it complains of, is left in `said_`. */
     int run(
         std::vector<std::string> arguments, const std::function<void()> &prepare = [] {}) {
         arguments.insert(arguments.begin(), VANTROCTL);
-        Process tool(arguments, prepare);
+        test::Process tool(arguments, prepare);
         said_ = tool.rest();
         return tool.wait();
     }
@@ -31,7 +31,7 @@ class Vantroctl : public RuntimeDirectory {
         int slave = -1;
         EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
         arguments.insert(arguments.begin(), VANTROCTL);
-        Process tool(arguments, [=] {
+        test::Process tool(arguments, [=] {
             setenv("TERM", "xterm", 1);
             dup2(slave, STDOUT_FILENO);
         });
@@ -47,7 +47,7 @@ class Vantroctl : public RuntimeDirectory {
     /** Returns once its music is read. */
     void start_vantrod(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), VANTROD);
-        vantrod_ = std::make_unique<Process>(arguments);
+        vantrod_ = std::make_unique<test::Process>(arguments);
         std::string line = vantrod_->line();
         while (!line.empty() && line.find("vantrod: scanned") != 0) {
             line = vantrod_->line(); // its log, where no log daemon listens
@@ -64,9 +64,9 @@ class Vantroctl : public RuntimeDirectory {
     std::string said_;
 
   private:
-    std::unique_ptr<Process> vantrod_;
+    std::unique_ptr<test::Process> vantrod_;
 };
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

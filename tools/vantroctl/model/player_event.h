@@ -12,7 +12,7 @@
 #include "tools/vantroctl/output/status_view.h"
 #include "tools/vantroctl/service/catalogue_queries.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 struct PlayerEvent {
     enum class Kind {
@@ -50,6 +50,6 @@ struct PlayerEvent {
 /** "state", "session" and so on: the kind as the tool prints it. */
 const char *event_name(PlayerEvent::Kind kind);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -3,7 +3,7 @@
 #include "tools/vantroctl/output/node_view.h"
 #include "tools/vantroctl/text/node_ref.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 void add_modes(JsonObject &object, const PlayerModes &modes) {
     object.key("state").text(state_name(modes.state));
@@ -58,4 +58,4 @@ void add_source(JsonObject &object, const Source &source) {
     object.texts("capabilities", capability_names(source.capabilities));
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -15,7 +15,7 @@
 #include "tools/vantroctl/service/catalogue_queries.h"
 #include "tools/vantroctl/text/display_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 /** Open from the start; keys and values alternate. Bytes that are not UTF-8 become U+FFFD. */
 class JsonObject {
@@ -115,6 +115,6 @@ void add_track(JsonObject &object, const std::optional<TrackStatus> &track);
 void add_session(JsonObject &object, const std::optional<SessionStatus> &session);
 void add_source(JsonObject &object, const Source &source);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

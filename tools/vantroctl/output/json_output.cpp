@@ -4,7 +4,7 @@
 #include "tools/vantroctl/output/node_view.h"
 #include "tools/vantroctl/text/node_ref.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 void add_node(JsonObject &object, const Node &node) {
@@ -105,4 +105,4 @@ std::string json_failure(const Failure &failure) {
     return object.line();
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -14,7 +14,7 @@
 #include "tools/vantroctl/service/catalogue_queries.h"
 #include "tools/vantroctl/verbs/commands.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 std::string json_status(const PlayerStatus &status);
 
@@ -40,6 +40,6 @@ std::string json_values(const std::string &player, const Place &place, const Val
 /** {"ok":false,"error":...,"code":...}: the line without the program's name, and the exit code. */
 std::string json_failure(const Failure &failure);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

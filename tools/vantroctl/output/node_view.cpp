@@ -13,7 +13,7 @@
 #include "tools/vantroctl/text/node_ref.h"
 #include "tools/vantroctl/text/time_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** A name in a tree narrower than this moves what is pasted to a line of its own. */
@@ -217,4 +217,4 @@ std::string render_values(const Values &values, std::optional<int> width) {
     return text;
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -10,7 +10,7 @@
 #include "tools/vantroctl/output/table.h"
 #include "tools/vantroctl/service/catalogue_queries.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 /** "menu", "song" and so on; "unknown" for numbers that have no name. */
 const char *node_type_name(int32_t type);
@@ -48,6 +48,6 @@ std::string tree_line(const Node &node, int level, std::optional<int> width);
  */
 std::string render_values(const Values &values, std::optional<int> width);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -14,7 +14,7 @@
 
 #include "tools/vantroctl/failure.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 int dimension(unsigned short winsize::*member, const char *variable, int otherwise) {
@@ -75,4 +75,4 @@ int output_rows() {
     return dimension(&winsize::ws_row, "LINES", 24);
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-namespace vantro {
+namespace vantro::ctl {
 
 /**
  * Makes sure that descriptors 0 to 2 are taken, so that nothing opened later becomes standard
@@ -30,6 +30,6 @@ std::optional<int> terminal_columns();
 /** The terminal's height, or else that in LINES, or else 24. */
 int output_rows();
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

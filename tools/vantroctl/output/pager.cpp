@@ -16,7 +16,7 @@
 #include "tools/vantroctl/output/output.h"
 #include "tools/vantroctl/text/display_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** A shell's exit code for a program that is not there. */
@@ -120,4 +120,4 @@ void Pager::finish() {
     }
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

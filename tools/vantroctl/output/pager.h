@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace vantro {
+namespace vantro::ctl {
 
 /** One a process at a time. */
 class Pager {
@@ -43,6 +43,6 @@ class Pager {
     bool wanted_ = true;
 };
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

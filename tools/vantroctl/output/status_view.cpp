@@ -9,7 +9,7 @@
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/time_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** A bar wider than this says no more, and its ends are far apart. */
@@ -143,4 +143,4 @@ std::string render_lines(const PlayerStatus &status) {
     return text;
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

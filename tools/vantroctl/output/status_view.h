@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace vantro {
+namespace vantro::ctl {
 
 /** The current track. A text is empty, and a number 0, where the service has none. */
 struct TrackStatus {
@@ -70,6 +70,6 @@ std::string render_screen(const PlayerStatus &status, int columns);
  */
 std::string render_lines(const PlayerStatus &status);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -6,7 +6,7 @@
 
 #include "tools/vantroctl/text/display_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 constexpr int gap_columns = 2;
@@ -111,4 +111,4 @@ std::string Table::lines(const std::vector<Row> &rows) {
     return text;
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace vantro {
+namespace vantro::ctl {
 
 class Table {
   public:
@@ -46,6 +46,6 @@ class Table {
     std::vector<int> widths_;
 };
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

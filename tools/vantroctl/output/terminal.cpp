@@ -10,7 +10,7 @@
 
 #include "tools/vantroctl/output/output.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 constexpr char other_screen[] = "\x1B[?1049h";
@@ -80,4 +80,4 @@ bool Terminal::has_keys() const {
     return keys_known;
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

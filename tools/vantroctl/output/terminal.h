@@ -2,7 +2,7 @@
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_TERMINAL_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_TERMINAL_H
 
-namespace vantro {
+namespace vantro::ctl {
 
 /**
  * While it is taken: another screen without cursor, and keys that come one by one without being
@@ -23,6 +23,6 @@ class Terminal {
     bool has_keys() const;
 };
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

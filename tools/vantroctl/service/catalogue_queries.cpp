@@ -17,7 +17,7 @@
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/node_ref.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 constexpr const char *known_keys[] = {
@@ -291,4 +291,4 @@ void jump_to(Client &client, int32_t index) {
         : Failure(Outcome::failed, "jump refused by the player");
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

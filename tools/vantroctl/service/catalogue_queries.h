@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace vantro {
+namespace vantro::ctl {
 
 class Client;
 
@@ -73,6 +73,6 @@ uint64_t load_node(Client &client, const Place &place, int32_t index, bool play)
 /** Goes to a track of the current session, from 0. */
 void jump_to(Client &client, int32_t index);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -19,7 +19,7 @@
 #include "tools/vantroctl/service/time_limit.h"
 #include "tools/vantroctl/text/display_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 constexpr const char *service_path = "/sys/csm/vantro.sys/default";
@@ -238,4 +238,4 @@ PlayerStatus Client::status() {
     return status;
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

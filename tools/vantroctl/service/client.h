@@ -14,7 +14,7 @@
 
 #include "tools/vantroctl/output/status_view.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 struct ClientOptions {
     std::string player = "main";
@@ -71,6 +71,6 @@ class Client {
     VantroHandle *handle_ = nullptr;
 };
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -9,7 +9,7 @@
 
 #include "tools/vantroctl/text/display_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 thread_local Heard last;
@@ -46,4 +46,4 @@ const Heard &heard() {
     return last;
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

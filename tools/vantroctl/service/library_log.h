@@ -6,7 +6,7 @@
 #ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_LIBRARY_LOG_H
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_LIBRARY_LOG_H
 
-namespace vantro {
+namespace vantro::ctl {
 
 /** What was logged in this thread since forget_heard(). */
 struct Heard {
@@ -21,6 +21,6 @@ void listen_to_library(bool aloud);
 void forget_heard();
 const Heard &heard();
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -5,7 +5,7 @@
 
 #include <vantro/catalogue.h>
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** What no kind of its own tells. */
@@ -105,4 +105,4 @@ std::optional<PlayerEvent> player_event_of(const VantroEvent &record) {
     return event;
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -12,7 +12,7 @@
 #include "tools/vantroctl/output/status_view.h"
 #include "tools/vantroctl/service/catalogue_queries.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 inline std::string text_of(const char *text) {
     return text ? text : "";
@@ -30,6 +30,6 @@ Source source_of(const MediaSource &record);
  */
 std::optional<PlayerEvent> player_event_of(const VantroEvent &record);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -9,7 +9,7 @@
 #define sigev_notify_thread_id _sigev_un._tid
 #endif
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** It rings again and again once it has rung: a first ring between two exchanges, or just before
@@ -74,4 +74,4 @@ void interrupt_thread(pthread_t thread) {
     pthread_kill(thread, SIGALRM);
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -6,7 +6,7 @@
 
 #include <pthread.h>
 
-namespace vantro {
+namespace vantro::ctl {
 
 /**
  * While it lives, whatever blocks in this thread is interrupted once the time is over. One a thread
@@ -34,6 +34,6 @@ class TimeLimit {
  */
 void interrupt_thread(pthread_t thread);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -6,7 +6,7 @@
 #include <cwchar>
 #include <langinfo.h>
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 constexpr char32_t replacement = 0xFFFD;
@@ -157,4 +157,4 @@ std::vector<std::string> fold_text(std::string_view text, int columns) {
     return lines;
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-namespace vantro {
+namespace vantro::ctl {
 
 /** Combining characters kept on one base character; more would only paint over other lines. */
 constexpr int combining_max = 8;
@@ -41,6 +41,6 @@ std::string clip_text(std::string_view text, int columns);
 /** A clean text in lines of at most `columns` columns, 1 or more, broken at blanks if possible. */
 std::vector<std::string> fold_text(std::string_view text, int columns);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

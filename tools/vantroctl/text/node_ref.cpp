@@ -6,7 +6,7 @@
 
 #include "tools/vantroctl/text/display_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** No shell gives these a meaning within a word. */
@@ -71,4 +71,4 @@ NodeRef parse_ref(std::string_view text) {
     return {std::nullopt, decoded(text)};
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-namespace vantro {
+namespace vantro::ctl {
 
 struct NodeRef {
     std::optional<int32_t> source; /**< Nothing where only an id was written. */
@@ -32,6 +32,6 @@ NodeRef parse_ref(std::string_view text);
 /** A source's number, with or without the colon behind it. */
 std::optional<int32_t> parse_source(std::string_view text);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -7,7 +7,7 @@
 
 #include <fmt/format.h>
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 constexpr int64_t longest_ms = std::numeric_limits<int32_t>::max();
@@ -121,4 +121,4 @@ std::string date_time_text(std::chrono::system_clock::time_point time) {
                        std::labs(east_min) % 60);
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

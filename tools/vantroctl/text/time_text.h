@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace vantro {
+namespace vantro::ctl {
 
 /** Where to seek to: a position, or a distance from the current one. */
 struct SeekTarget {
@@ -36,6 +36,6 @@ std::string clock_text(std::chrono::system_clock::time_point time);
 /** Local date and time with the distance from UTC, "2026-11-24T22:41:07.123+01:00". */
 std::string date_time_text(std::chrono::system_clock::time_point time);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -10,7 +10,7 @@
 #include "tools/vantroctl/service/client.h"
 #include "tools/vantroctl/text/time_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 struct PlainCommand {
@@ -91,4 +91,4 @@ Done run_repeat(Client &client, const std::string &text) {
     return {.command = "repeat", .repeat = mode};
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

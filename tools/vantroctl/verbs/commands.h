@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace vantro {
+namespace vantro::ctl {
 
 class Client;
 
@@ -43,6 +43,6 @@ Done run_shuffle(Client &client, const std::string &text);
 /** @param text as parse_repeat() reads it. */
 Done run_repeat(Client &client, const std::string &text);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

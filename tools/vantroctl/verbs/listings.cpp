@@ -21,7 +21,7 @@
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/node_ref.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** Nodes asked for at a time: a page fits one exchange, and its first lines appear at once. */
@@ -315,4 +315,4 @@ Done run_jump(Client &client, int32_t number) {
     return {.command = "jump", .index = number - 1};
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

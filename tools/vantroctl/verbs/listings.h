@@ -9,7 +9,7 @@
 
 #include "tools/vantroctl/verbs/commands.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 class Client;
 
@@ -47,6 +47,6 @@ Done run_load(Client &client, const ListOptions &options, const std::string &nod
 /** @param number as run_tracks() shows it, from 1. */
 Done run_jump(Client &client, int32_t number);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

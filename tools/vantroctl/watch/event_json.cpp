@@ -4,7 +4,7 @@
 #include "tools/vantroctl/output/node_view.h"
 #include "tools/vantroctl/text/time_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 void add_details(JsonObject &object, const PlayerEvent &event) {
@@ -69,4 +69,4 @@ std::string json_event(const PlayerEvent &event) {
     return object.line();
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -6,10 +6,10 @@
 
 #include "tools/vantroctl/model/player_event.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 std::string json_event(const PlayerEvent &event);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -14,7 +14,7 @@
 #include "tools/vantroctl/watch/player_mirror.h"
 #include "tools/vantroctl/watch/watch_view.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** The longest name of an event. */
@@ -106,4 +106,4 @@ std::unique_ptr<WatchView> make_event_objects() {
     return std::make_unique<EventObjects>();
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

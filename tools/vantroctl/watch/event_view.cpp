@@ -9,7 +9,7 @@
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/time_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** The values of an object that nobody knows may have any length, and so may a name. */
@@ -121,4 +121,4 @@ std::string event_words(const PlayerEvent &event, const Picture &before) {
     return clip_text(clean_text(words_of(event, before)), words_columns_max);
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -7,7 +7,7 @@
 #include "tools/vantroctl/model/player_event.h"
 #include "tools/vantroctl/watch/player_mirror.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 /**
  * What happened, clean and without the player's name and the kind: "playing", "0:20 of 3:40".
@@ -15,6 +15,6 @@ namespace vantro {
  */
 std::string event_words(const PlayerEvent &event, const Picture &before);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -18,7 +18,7 @@
 #include "tools/vantroctl/watch/inbox.h"
 #include "tools/vantroctl/watch/player_mirror.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 constexpr int look_again_ms_min = 200;
@@ -190,4 +190,4 @@ PlayerEvent Follower::event_of(PlayerEvent::Kind kind) const {
     return event;
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

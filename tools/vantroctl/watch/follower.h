@@ -12,7 +12,7 @@
 #include "tools/vantroctl/model/player_event.h"
 #include "tools/vantroctl/service/client.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 class Inbox;
 
@@ -59,6 +59,6 @@ class Follower {
     std::thread thread_;
 };
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

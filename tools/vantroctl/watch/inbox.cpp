@@ -14,7 +14,7 @@
 
 #include "tools/vantroctl/failure.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** Beyond so many, those who put wait. */
@@ -75,4 +75,4 @@ void Inbox::close() {
     room_.notify_all();
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -9,7 +9,7 @@
 
 #include "tools/vantroctl/model/player_event.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 /**
  * Any thread puts, one takes. Holds a few hundred events and no more: while nobody takes them those who
@@ -49,6 +49,6 @@ class Inbox {
     bool closed_ = false;
 };
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -19,7 +19,7 @@
 #include "tools/vantroctl/watch/player_mirror.h"
 #include "tools/vantroctl/watch/watch_view.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -168,4 +168,4 @@ std::unique_ptr<WatchView> make_live_screen(const std::vector<std::string> &play
     return std::make_unique<LiveScreen>(players);
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

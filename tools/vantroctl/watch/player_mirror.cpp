@@ -6,7 +6,7 @@
 
 #include <vantro/player.h>
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** Positions are told about once a second; one that is farther off than that is a jump. */
@@ -108,4 +108,4 @@ void Picture::hold(int32_t position_ms, Time at) {
     told_at_ = at;
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

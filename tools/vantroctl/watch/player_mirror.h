@@ -11,7 +11,7 @@
 
 #include "tools/vantroctl/model/player_event.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 class Picture {
   public:
@@ -51,6 +51,6 @@ class Picture {
     std::optional<PlayerEvent> trouble_;
 };
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

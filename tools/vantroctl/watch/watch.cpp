@@ -21,7 +21,7 @@
 #include "tools/vantroctl/watch/inbox.h"
 #include "tools/vantroctl/watch/watch_view.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** Signals that arrive as something to read. Blocked in this thread and those it starts. */
@@ -204,4 +204,4 @@ void run_watch(const WatchOptions &options) {
     }
 }
 
-} // namespace vantro
+} // namespace vantro::ctl

@@ -7,7 +7,7 @@
 
 #include "tools/vantroctl/service/client.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 struct WatchOptions {
     std::vector<std::string> players;
@@ -22,6 +22,6 @@ struct WatchOptions {
  */
 void run_watch(const WatchOptions &options);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

@@ -8,7 +8,7 @@
 
 #include "tools/vantroctl/model/player_event.h"
 
-namespace vantro {
+namespace vantro::ctl {
 
 class WatchView {
   public:
@@ -48,6 +48,6 @@ std::unique_ptr<WatchView> make_event_objects();
  */
 std::unique_ptr<WatchView> make_live_screen(const std::vector<std::string> &players);
 
-} // namespace vantro
+} // namespace vantro::ctl
 
 #endif

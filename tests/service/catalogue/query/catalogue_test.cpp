@@ -7,7 +7,7 @@
 #include "service/catalogue/text/utf8.h"
 #include "tests/service/catalogue/collection.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -385,9 +385,9 @@ TEST_F(Catalogued, KeepsCoversOnce) {
     add("a/2.flac", {{"TITLE", "of folder"}});
     add("b/3.flac", {{"TITLE", "same"}}, png(1, 1));
     add("c/4.flac", {{"TITLE", "none"}}, "GIF89a is no cover");
-    write_file(music_ / "a/front.jpg", "not the best name");
-    write_file(music_ / "a/Cover.PNG", png(2, 2));
-    write_file(music_ / "c/folder.jpg", "no picture either");
+    test::write_file(music_ / "a/front.jpg", "not the best name");
+    test::write_file(music_ / "a/Cover.PNG", png(2, 2));
+    test::write_file(music_ / "c/folder.jpg", "no picture either");
     open();
     const auto artwork = [&](const char *title) {
         return metadata(entry("songs", title).id).artwork;
@@ -405,8 +405,8 @@ TEST_F(Catalogued, KeepsCoversOnce) {
 
     add("a/1.flac", {{"TITLE", "in file"}});
     fs::remove(music_ / "a/Cover.PNG");
-    write_file(music_ / "a/front.jpg", png(3, 3));
-    write_file(state_ / "artwork/mine.txt", "not ours to delete");
+    test::write_file(music_ / "a/front.jpg", png(3, 3));
+    test::write_file(state_ / "artwork/mine.txt", "not ours to delete");
     scan();
     EXPECT_EQ(metadata(entry("songs", "of folder").id).width, 3);
     EXPECT_EQ(artwork("in file"), artwork("of folder"));
@@ -415,7 +415,7 @@ TEST_F(Catalogued, KeepsCoversOnce) {
     fs::rename(music_ / "a/front.jpg", music_ / "a/some picture.jpg");
     scan();
     EXPECT_EQ(metadata(entry("songs", "of folder").id).width, 3) << "the only one";
-    write_file(music_ / "a/another.jpg", png(4, 4));
+    test::write_file(music_ / "a/another.jpg", png(4, 4));
     scan();
     EXPECT_EQ(artwork("of folder"), "") << "neither of two";
 }
@@ -423,12 +423,13 @@ TEST_F(Catalogued, KeepsCoversOnce) {
 TEST_F(Catalogued, HasPlaylists) {
     for (const char *name : {"x/1", "x/2", "y/3"})
         add(name + std::string(".flac"), {{"TITLE", name}});
-    write_file(music_ / "x/Mix 10.m3u", "#EXTM3U\n2.flac\n1.flac\n../y/3.flac\n2.flac\ngone.flac\n"
-                                        "../../out.flac\nhttp://host/stream\n");
-    write_file(music_ / "Mix 9.pls",
-               "[playlist]\nFile1=" + (music_ / "y/3.flac").native() + "\nFile2=x/1.flac\n");
-    write_file(music_ / "empty.m3u8", "");
-    write_file(music_ / "huge.m3u", std::string(5 << 20, '\n'));
+    test::write_file(music_ / "x/Mix 10.m3u",
+                     "#EXTM3U\n2.flac\n1.flac\n../y/3.flac\n2.flac\ngone.flac\n"
+                     "../../out.flac\nhttp://host/stream\n");
+    test::write_file(music_ / "Mix 9.pls",
+                     "[playlist]\nFile1=" + (music_ / "y/3.flac").native() + "\nFile2=x/1.flac\n");
+    test::write_file(music_ / "empty.m3u8", "");
+    test::write_file(music_ / "huge.m3u", std::string(5 << 20, '\n'));
     open();
     EXPECT_EQ(names("playlists"), (Names{"empty", "Mix 9", "Mix 10"}));
     const Node mix = entry("playlists", "Mix 10");
@@ -464,4 +465,4 @@ TEST_F(Catalogued, GivesSessionNumbersOnce) {
 
 } // namespace
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

@@ -11,7 +11,7 @@
 #include "service/catalogue/text/names.h"
 #include "tests/service/catalogue/collection.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -85,7 +85,7 @@ class Scanned : public Collection {
     void in_namespaces_of_its_own(const std::function<bool()> &prepare,
                                   const std::function<void()> &body) {
         constexpr int forbidden = 77;
-        Process child([&] {
+        test::Process child([&] {
             const auto tell = [](const char *file, const std::string &text) {
                 return bool(std::ofstream(file) << text << std::flush);
             };
@@ -108,16 +108,16 @@ class Scanned : public Collection {
 };
 
 TEST_F(Scanned, ReadsEveryFormatWhateverItsName) {
-    make_music(music_ / "vorbis.ogg", 300);
-    make_music(music_ / "flac.flac", 300);
-    write_file(music_ / "mp3.mp3", mp3());
-    write_file(music_ / "wav.WAV", wav());
-    write_file(music_ / "opus.opus", opus());
-    write_file(music_ / "m4a.m4a", m4a());
-    write_file(music_ / "wrong ending.mp3", "");
+    test::make_music(music_ / "vorbis.ogg", 300);
+    test::make_music(music_ / "flac.flac", 300);
+    test::write_file(music_ / "mp3.mp3", mp3());
+    test::write_file(music_ / "wav.WAV", wav());
+    test::write_file(music_ / "opus.opus", opus());
+    test::write_file(music_ / "m4a.m4a", m4a());
+    test::write_file(music_ / "wrong ending.mp3", "");
     fs::copy_file(music_ / "flac.flac", music_ / "wrong ending.mp3",
                   fs::copy_options::overwrite_existing);
-    write_file(music_ / "notes.txt", "no business of ours");
+    test::write_file(music_ / "notes.txt", "no business of ours");
     open();
     EXPECT_EQ(complaints(), Names{});
     const std::pair<const char *, const char *> table[] = {
@@ -161,10 +161,11 @@ TEST_F(Scanned, LeavesOutWhatIsBadAndSaysSoOnce) {
         half.resize(30);
         in.read(half.data(), 30);
     }
-    write_file(music_ / "half.flac", half);
+    test::write_file(music_ / "half.flac", half);
     for (const char *ending : {"flac", "ogg", "opus", "mp3", "m4a", "wav"}) {
-        write_file(music_ / fmt::format("empty.{}", ending), "");
-        write_file(music_ / fmt::format("noise.{}", ending), std::string(5'000, 'Z') + "fLaCOggS");
+        test::write_file(music_ / fmt::format("empty.{}", ending), "");
+        test::write_file(music_ / fmt::format("noise.{}", ending),
+                         std::string(5'000, 'Z') + "fLaCOggS");
     }
     open();
     const std::string bad = "\xEF\xBF\xBD";
@@ -185,7 +186,7 @@ TEST_F(Scanned, LeavesOutWhatIsBadAndSaysSoOnce) {
     open();
     EXPECT_EQ(complaints(), Names{}) << "also after a new start";
     fs::copy_file(template_flac(), music_ / "half.flac", fs::copy_options::overwrite_existing);
-    write_file(music_ / "good.flac", "no longer");
+    test::write_file(music_ / "good.flac", "no longer");
     scan();
     EXPECT_EQ(names("songs"), (Names{"deep", "half", bad}));
     EXPECT_EQ(complaints().size(), 2u) << "the song, and the link to it";
@@ -267,7 +268,7 @@ TEST_F(Scanned, FollowsChangesAtOnce) {
     becomes({"five", "four", "six", "two", "uno"});
     fs::remove_all(music_ / "b");
     becomes({"uno"});
-    write_file(music_ / "a/cover.png", png(5, 5));
+    test::write_file(music_ / "a/cover.png", png(5, 5));
     await([&] { return metadata(entry("songs", "uno").id).width == 5; });
 }
 
@@ -305,9 +306,9 @@ TEST_F(Scanned, KeepsWhatItKnowsOfAFolderThatCannotBeRead) {
     add("shut/2.flac", {{"TITLE", "two"}});
     fs::create_directory(state_);
     for (const fs::path &each : {fs::path(path_), music_, music_ / "shut", state_})
-        ASSERT_EQ(chown(each.c_str(), plain_user(), -1), 0);
-    Process child([&] { // as somebody who may not read everything
-        become_plain_user();
+        ASSERT_EQ(chown(each.c_str(), test::plain_user(), -1), 0);
+    test::Process child([&] { // as somebody who may not read everything
+        test::become_plain_user();
         open();
         for (const auto left : {fs::perms::none, fs::perms::owner_read}) {
             fs::permissions(music_ / "shut", left);
@@ -365,7 +366,7 @@ TEST_F(Scanned, MovesADamagedCatalogueAside) {
     add("1.flac", {{"TITLE", "one"}});
     const fs::path file = state_ / "catalogue.db";
     fs::create_directory(state_);
-    write_file(file, std::string(100'000, 'x'));
+    test::write_file(file, std::string(100'000, 'x'));
     open();
     EXPECT_EQ(names("songs"), Names{"one"});
     EXPECT_EQ(complaints().size(), 1u);
@@ -549,4 +550,4 @@ TEST_F(Scanned, AnswersWhileItScans) {
 
 } // namespace
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

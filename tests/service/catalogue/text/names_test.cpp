@@ -8,7 +8,7 @@
 #include "service/catalogue/text/names.h"
 #include "tests/service/catalogue/collection.h"
 
-namespace vantro {
+namespace vantro::service::catalogue {
 
 namespace {
 
@@ -123,4 +123,4 @@ TEST(Terms, AreWordsAndNothingElse) {
 
 } // namespace
 
-} // namespace vantro
+} // namespace vantro::service::catalogue

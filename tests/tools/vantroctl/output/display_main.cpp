@@ -4,7 +4,7 @@
 #include "tools/vantroctl/text/display_text.h"
 
 int main(int argc, char **argv) {
-    vantro::use_display_locale();
+    vantro::ctl::use_display_locale();
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

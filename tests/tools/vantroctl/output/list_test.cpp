@@ -10,7 +10,7 @@
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/node_ref.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 constexpr const char *kanji = "\xE6\xBC\xA2\xE5\xAD\x97";
@@ -181,4 +181,4 @@ TEST(JsonText, IsOneValidObjectWhateverTheTagsHold) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::ctl

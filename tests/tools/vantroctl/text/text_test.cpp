@@ -4,7 +4,7 @@
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/time_text.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 TEST(TimeText, ReadsWhatPeopleWrite) {
@@ -209,4 +209,4 @@ TEST(StatusView, LinesAreAlwaysAllThere) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::ctl

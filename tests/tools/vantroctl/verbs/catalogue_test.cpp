@@ -3,7 +3,7 @@
 
 #include "tests/tools/vantroctl/vantroctl_process.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 constexpr const char *kanji = "\xE6\xBC\xA2\xE5\xAD\x97";
@@ -13,11 +13,11 @@ class Catalogue : public Vantroctl {
     void SetUp() override {
         Vantroctl::SetUp();
         music_ = path_ + "/music";
-        make_music(music_ / "Far $HOME" / "1.flac", 100000,
-                   {"TITLE=One", "ARTIST=Red", "ALBUM=The Way", "TRACKNUMBER=1"});
-        make_music(music_ / "Far $HOME" / "2.ogg", 100000,
-                   {std::string("TITLE=") + kanji, "ARTIST=Red", "ALBUM=The Way", "TRACKNUMBER=2",
-                    "COMPOSER=Bach"});
+        test::make_music(music_ / "Far $HOME" / "1.flac", 100000,
+                         {"TITLE=One", "ARTIST=Red", "ALBUM=The Way", "TRACKNUMBER=1"});
+        test::make_music(music_ / "Far $HOME" / "2.ogg", 100000,
+                         {std::string("TITLE=") + kanji, "ARTIST=Red", "ALBUM=The Way",
+                          "TRACKNUMBER=2", "COMPOSER=Bach"});
         std::filesystem::create_directory(path_ + "/more");
     }
 
@@ -163,4 +163,4 @@ TEST_F(Catalogue, FitsTheTerminalAndPagesWhatDoesNot) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::ctl

@@ -5,7 +5,7 @@
 
 #include "tests/tools/vantroctl/vantroctl_process.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 /** How the service of a test behaves. */
@@ -33,7 +33,7 @@ class Service {
     explicit Service(Manner with, const char *options = nullptr, bool plain = false)
         : process_([=] {
               if (plain) {
-                  become_plain_user();
+                  test::become_plain_user();
               }
               manner = with;
               MsgServer *server = msgserver_create(4096, 4, MSGSERVER_FLAG_PATH);
@@ -49,7 +49,7 @@ class Service {
     }
 
   private:
-    Process process_;
+    test::Process process_;
 };
 
 TEST_F(Vantroctl, TellsAnAbsentServiceAndSaysSoInJsonToo) {
@@ -128,9 +128,9 @@ TEST_F(Vantroctl, GivesUpOnAServiceThatDoesNotAnswer) {
 TEST_F(Vantroctl, SaysThatItIsDenied) {
     give_to_plain_user();
     Service service(Manner::refuses, "perms=0600,uid=0", true);
-    const int code = run({"play"}, become_plain_user);
+    const int code = run({"play"}, test::become_plain_user);
     if (code == 96) {
-        GTEST_SKIP() << "the program is out of reach of user " << plain_user();
+        GTEST_SKIP() << "the program is out of reach of user " << test::plain_user();
     }
     EXPECT_EQ(code, 4);
     EXPECT_EQ(said_.find("vantroctl: denied"), 0u) << said_;
@@ -153,8 +153,8 @@ TEST_F(Vantroctl, FailsWhereItsOutputIsLost) {
 
 TEST_F(Vantroctl, DrivesThePlayersOfTheService) {
     const std::filesystem::path music = path_ + "/music";
-    make_music(music / "1.flac", 100000, {"TITLE=One", "ARTIST=\x1B[31mRed"});
-    make_music(music / "2.ogg", 100000, {"TITLE=Two"});
+    test::make_music(music / "1.flac", 100000, {"TITLE=One", "ARTIST=\x1B[31mRed"});
+    test::make_music(music / "2.ogg", 100000, {"TITLE=Two"});
     start_vantrod({"--music", music, "--player", "main", "--player", "den"});
 
     const struct {
@@ -205,4 +205,4 @@ TEST_F(Vantroctl, DrivesThePlayersOfTheService) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::ctl

@@ -4,20 +4,20 @@
 
 #include "tests/tools/vantroctl/vantroctl_process.h"
 
-namespace vantro {
+namespace vantro::ctl {
 namespace {
 
 class Watch : public Vantroctl {
   protected:
     void SetUp() override {
         Vantroctl::SetUp();
-        make_music(path_ + "/music/1.flac", 100000, {"TITLE=One\x1B[31m", "ARTIST=Red"});
-        make_music(path_ + "/music/2.ogg", 100000, {"TITLE=Two"});
+        test::make_music(path_ + "/music/1.flac", 100000, {"TITLE=One\x1B[31m", "ARTIST=Red"});
+        test::make_music(path_ + "/music/2.ogg", 100000, {"TITLE=Two"});
     }
     void start() { start_vantrod({"--music", path_ + "/music"}); }
 
     /** The next line behind time and player; positions that nobody asks for are passed over. */
-    static std::string next(Process &watch, bool position = false) {
+    static std::string next(test::Process &watch, bool position = false) {
         std::string line;
         do {
             line = watch.line();
@@ -25,14 +25,14 @@ class Watch : public Vantroctl {
         } while (!position && line.find("position\t") == 0);
         return line;
     }
-    static void expect_picture(Process &watch) {
+    static void expect_picture(test::Process &watch) {
         for (const char *line : {"state\tidle, rate 1, repeat off, shuffle off", "session\tnone",
                                  "track\tnone", "position\t0:00"}) {
             EXPECT_EQ(next(watch, true), line);
         }
         EXPECT_EQ(next(watch).find("source\t1: music, "), 0u); // It may be scanned again.
     }
-    static rapidjson::Document next_object(Process &watch) {
+    static rapidjson::Document next_object(test::Process &watch) {
         rapidjson::Document object;
         const std::string line = watch.line();
         EXPECT_FALSE(object.Parse(line.c_str()).HasParseError()) << line;
@@ -49,12 +49,12 @@ class Screen {
         winsize size = {24, 40, 0, 0};
         EXPECT_EQ(openpty(&master_, &slave_, nullptr, nullptr, &size), 0);
         tcgetattr(slave_, &before_);
-        tool_ = std::make_unique<Process>(std::vector<std::string>{VANTROCTL, "watch", "--live"},
-                                          [this] {
-                                              setenv("TERM", "xterm", 1);
-                                              dup2(slave_, STDIN_FILENO);
-                                              dup2(slave_, STDOUT_FILENO);
-                                          });
+        tool_ = std::make_unique<test::Process>(
+            std::vector<std::string>{VANTROCTL, "watch", "--live"}, [this] {
+                setenv("TERM", "xterm", 1);
+                dup2(slave_, STDIN_FILENO);
+                dup2(slave_, STDOUT_FILENO);
+            });
     }
     ~Screen() {
         close(master_);
@@ -91,12 +91,12 @@ class Screen {
     int master_ = -1;
     int slave_ = -1;
     termios before_;
-    std::unique_ptr<Process> tool_;
+    std::unique_ptr<test::Process> tool_;
 };
 
 TEST_F(Watch, TellsEachEventAsALineAndGoesOnAfterARestart) {
     start();
-    Process watch({VANTROCTL, "watch"});
+    test::Process watch({VANTROCTL, "watch"});
     expect_picture(watch);
     const struct {
         std::vector<std::string> command, events;
@@ -134,7 +134,7 @@ TEST_F(Watch, TellsEachEventAsALineAndGoesOnAfterARestart) {
 
 TEST_F(Watch, TellsEachEventAsAnObject) {
     start();
-    Process watch({VANTROCTL, "watch", "--json"});
+    test::Process watch({VANTROCTL, "watch", "--json"});
     for (const char *event : {"state", "session", "track", "position", "source"}) {
         const rapidjson::Document object = next_object(watch);
         EXPECT_STREQ(object["event"].GetString(), event);
@@ -164,7 +164,7 @@ TEST_F(Watch, EndsWhereItCannotGoOn) {
     EXPECT_EQ(said_.find("vantroctl: cannot write"), 0u) << said_;
     // The reader leaves, and nothing happens any more that could be written.
     const std::string left = "timeout 20 " VANTROCTL " watch | head -n 5; echo ${PIPESTATUS[0]}";
-    Process pipe({"/bin/bash", "-c", left});
+    test::Process pipe({"/bin/bash", "-c", left});
     EXPECT_TRUE(pipe.rest().ends_with("ready\n0\n"));
 }
 
@@ -190,4 +190,4 @@ TEST_F(Watch, DrawsAScreenAndGivesTheTerminalBack) {
 }
 
 } // namespace
-} // namespace vantro
+} // namespace vantro::ctl
