@@ -51,8 +51,9 @@ Row timed(const char *name, const Samples &samples) {
 int32_t only_source(VantroHandle *player) {
     MediaSource *sources = nullptr;
     int count = 0;
-    if (vantro_get_media_sources(player, &sources, &count) != 0 || count != 1)
+    if (vantro_get_media_sources(player, &sources, &count) != 0 || count != 1) {
         fail("vantrod does not have one source");
+    }
     const int32_t id = sources[0].id;
     vantro_free_media_sources(sources, count);
     return id;
@@ -60,14 +61,16 @@ int32_t only_source(VantroHandle *player) {
 
 using Asking = std::function<int(int *count, MediaNode **nodes)>;
 
-/** Asks, frees, and returns how many nodes came. Of that, asking is timed. */
+// Asks, frees, and returns how many nodes came. Of that, asking is timed.
 int nodes_of(const Asking &query, int count, Samples *samples) {
     MediaNode *nodes = nullptr;
     const int64_t begin = now_ns();
-    if (query(&count, &nodes) != 0)
+    if (query(&count, &nodes) != 0) {
         fail("vantrod refused a listing");
-    if (samples)
+    }
+    if (samples) {
         samples->add(now_ns() - begin);
+    }
     vantro_free_media_nodes(nodes, count);
     return count;
 }
@@ -79,19 +82,20 @@ void browse_songs(VantroHandle *player, int32_t source, int offset, int count, i
             return vantro_browse(player, source, "songs", offset, wanted, nodes);
         },
         count, samples);
-    if (found != expected)
+    if (found != expected) {
         fail(fmt::format("{} songs came, not {}", found, expected));
+    }
 }
 
-/** What somebody types who looks for one title after the other: its first word, letter by letter. */
+// What somebody types who looks for one title after the other: its first word, letter by letter.
 class Typing {
   public:
     explicit Typing(int tracks) : tracks_(static_cast<size_t>(tracks)) {}
 
     std::string next() {
-        do
+        do {
             ++length_;
-        while (length_ < word_.size() && (word_[length_] & 0xC0) == 0x80); // within a character
+        } while (length_ < word_.size() && (word_[length_] & 0xC0) == 0x80); // within a character
         if (length_ > word_.size()) {
             song_ = (song_ + 7919) % tracks_;
             const std::string title = song_title(song_);
@@ -116,30 +120,34 @@ void search_page(VantroHandle *player, int32_t source, const std::string &term,
             return vantro_search(player, source, nullptr, term.c_str(), 0, wanted, nodes);
         },
         page_nodes, samples);
-    if (found == 0)
+    if (found == 0) {
         fail("nothing is found for " + term);
+    }
 }
 
-/** Returns the id of the only source. */
+// Returns the id of the only source.
 int32_t first_scan(Run &run, const Collection &collection) {
     Service service(collection.music, collection.state);
     const int64_t begin = now_ns();
     service.wait_until_scanned();
     const double seconds = static_cast<double>(now_ns() - begin) / 1e9;
     const double rate = collection.tracks / seconds;
-    if (run.wants(scan_row))
+    if (run.wants(scan_row)) {
         run.add({scan_row, "files/s", rate, rate}, collection.tracks,
                 fmt::format("took {:.2f} s", seconds));
+    }
 
     const Player player = open_player();
     const int32_t source = only_source(player.get());
     browse_songs(player.get(), source, 0, 0, collection.tracks);
-    if (!run.wants(memory_after_row))
+    if (!run.wants(memory_after_row)) {
         return source;
+    }
     // With what it keeps for answering: the memory of a service that nobody asks says little.
     Typing typing(collection.tracks);
-    for (int i = 0; i < page_nodes; ++i)
+    for (int i = 0; i < page_nodes; ++i) {
         search_page(player.get(), source, typing.next());
+    }
     const double mebibytes = pss_bytes(service.pid()) / (1024 * 1024);
     run.add({memory_after_row, "MiB", mebibytes, mebibytes, {}, Service::threads},
             collection.tracks,
@@ -148,7 +156,7 @@ int32_t first_scan(Run &run, const Collection &collection) {
     return source;
 }
 
-/** From the answer's bytes to its nodes, alone. Letting go of them is the application's time. */
+// From the answer's bytes to its nodes, alone. Letting go of them is the application's time.
 Samples unpack(const std::vector<char> &answer, int count, size_t iterations) {
     constexpr size_t records_at = 8;
     Samples samples;
@@ -156,22 +164,24 @@ Samples unpack(const std::vector<char> &answer, int count, size_t iterations) {
         MediaNode *nodes = nullptr;
         const int64_t begin = now_ns();
         if (unpack_media_node(answer.data() + records_at,
-                              static_cast<int>(answer.size() - records_at), count, &nodes) != 0)
+                              static_cast<int>(answer.size() - records_at), count, &nodes) != 0) {
             fail("the answer of the service's parts was not unpacked");
+        }
         samples.add(now_ns() - begin);
         vantro_free_media_nodes(nodes, count);
     }
     return samples;
 }
 
-/** The listing, the bare copy and the query take turns: what the machine does falls on all alike. */
+// The listing, the bare copy and the query take turns: what the machine does falls on all alike.
 void list_rows(Run &run, const Collection &collection, VantroHandle *player, int32_t source) {
     OwnQuery own(run.directory, query_state, source, list_nodes);
     Copy copy(own.answer().size());
     const int count = std::min(list_nodes, collection.tracks);
     const Batch list = [&](size_t times, Samples &samples) {
-        for (size_t i = 0; i < times; ++i)
+        for (size_t i = 0; i < times; ++i) {
             browse_songs(player, source, 0, list_nodes, count, &samples);
+        }
     };
     const std::vector<Samples> samples =
         alternate({list, copy.batch(), own.batch()}, run.iterations_or(200), large_batch);
@@ -189,24 +199,28 @@ void list_rows(Run &run, const Collection &collection, VantroHandle *player, int
                             "unpacking, alone, {:.0f} us",
                             count, (listed - queried) / copied, queried, unpacked));
     }
-    if (run.wants(copy_row))
+    if (run.wants(copy_row)) {
         run.add({copy_row, "us", copied, samples[1].percentile_us(0.99)}, collection.tracks,
                 fmt::format("{} bytes", own.answer().size()));
+    }
 }
 
 void query_rows(Run &run, const Collection &collection, int32_t source) {
     const bool lists = run.wants(list_row) || run.wants(copy_row);
-    if (!lists && !run.wants(page_row) && !run.wants(search_row))
+    if (!lists && !run.wants(page_row) && !run.wants(search_row)) {
         return;
+    }
     const Apart apart;
-    if (lists) // while nobody writes there
+    if (lists) { // while nobody writes there
         std::filesystem::copy(collection.state, run.directory + '/' + query_state,
                               std::filesystem::copy_options::recursive);
+    }
     Service service(collection.music, collection.state);
     service.wait_until_scanned();
     const Player player = open_player();
-    if (lists)
+    if (lists) {
         list_rows(run, collection, player.get(), source);
+    }
     const auto row = [&](const char *name, const Batch &batch) {
         const Samples samples = alternate({batch}, run.iterations_or(2000), batch_size)[0];
         run.add(timed(name, samples), collection.tracks,
@@ -225,15 +239,17 @@ void query_rows(Run &run, const Collection &collection, int32_t source) {
     if (run.wants(search_row)) {
         Typing typing(collection.tracks);
         row(search_row, [&](size_t times, Samples &samples) {
-            for (size_t i = 0; i < times; ++i)
+            for (size_t i = 0; i < times; ++i) {
                 search_page(player.get(), source, typing.next(), &samples);
+            }
         });
     }
 }
 
 void second_start(Run &run, const Collection &collection, int32_t source) {
-    if (!run.wants(second_row))
+    if (!run.wants(second_row)) {
         return;
+    }
     Samples samples;
     for (size_t i = 0; i < run.iterations_or(20); ++i) {
         const int64_t begin = now_ns();
@@ -249,8 +265,9 @@ void second_start(Run &run, const Collection &collection, int32_t source) {
 
 void catalogue_rows(Run &run) {
     if (std::none_of(all_rows.begin(), all_rows.end(),
-                     [&](const char *name) { return run.wants(name); }))
+                     [&](const char *name) { return run.wants(name); })) {
         return;
+    }
     const Collection collection{run.directory + "/collection", run.directory + "/catalogue",
                                 run.tracks};
     make_collection(collection.music, static_cast<size_t>(collection.tracks));

@@ -33,10 +33,12 @@ std::string name_of(Name what, size_t number) {
     std::mt19937 random(static_cast<uint32_t>(what) + static_cast<uint32_t>(number));
     std::string name;
     for (size_t word = 0, words = 1 + random() % 3; word < words; ++word) {
-        if (word > 0)
+        if (word > 0) {
             name += ' ';
-        for (size_t i = 0, count = 2 + random() % 2; i < count; ++i)
+        }
+        for (size_t i = 0, count = 2 + random() % 2; i < count; ++i) {
             name += syllables[random() % syllables.size()];
+        }
     }
     return name;
 }
@@ -85,16 +87,19 @@ std::string_view id3_frame(std::string_view key) {
         {"DATE", "TDRC"},
         {"TRACKNUMBER", "TRCK"},
     }};
-    for (const auto &[name, frame] : frames)
-        if (name == key)
+    for (const auto &[name, frame] : frames) {
+        if (name == key) {
             return frame;
+        }
+    }
     fail(fmt::format("no frame for {}", key));
 }
 
 // Seven bits a byte; four of them.
 void append_synchsafe(std::string &bytes, size_t value) {
-    for (int shift = 21; shift >= 0; shift -= 7)
+    for (int shift = 21; shift >= 0; shift -= 7) {
         bytes += static_cast<char>(value >> shift & 0x7F);
+    }
 }
 
 std::string mp3(const Tags &tags) {
@@ -126,15 +131,17 @@ void make_collection(const std::filesystem::path &directory, size_t count) {
     std::string artist, album;
     for (size_t song = 0; song < count; ++song) {
         const size_t track = song % album_songs + 1;
-        if (song % artist_songs == 0)
+        if (song % artist_songs == 0) {
             artist = name_of(Name::artist, song / artist_songs);
+        }
         if (track == 1) {
             album = name_of(Name::album, song / album_songs);
             folder = directory / fmt::format("{:05} {}", song / artist_songs, artist) / album;
             std::error_code error;
             std::filesystem::create_directories(folder, error);
-            if (error)
+            if (error) {
                 fail(fmt::format("cannot make {}: {}", folder.string(), error.message()));
+            }
         }
         const size_t style = song / album_songs * 7;
         const Tags tags{{"TITLE", song_title(song)},
@@ -149,8 +156,9 @@ void make_collection(const std::filesystem::path &directory, size_t count) {
         std::ofstream file(path, std::ios::binary);
         file << (even ? flac(tags) : mp3(tags));
         file.close();
-        if (!file)
+        if (!file) {
             fail("cannot write " + path.string());
+        }
     }
 }
 

@@ -8,13 +8,11 @@
 
 namespace vantro::bench {
 
-/**
- * Writes that many songs, FLAC and MP3 by turns, ten to an album and five albums to an artist. The
- * same count gives the same songs every time. Fails the run where they cannot be written.
- */
+// Writes that many songs, FLAC and MP3 by turns, ten to an album and five albums to an artist. The
+// same count gives the same songs every time. Fails the run where they cannot be written.
 void make_collection(const std::filesystem::path &directory, size_t count);
 
-/** The title of a song: one to three words. */
+// The title of a song: one to three words.
 std::string song_title(size_t song);
 
 } // namespace vantro::bench

@@ -19,10 +19,12 @@ bool send_all(int socket, const void *from, size_t count) {
     const char *bytes = static_cast<const char *>(from);
     while (count > 0) {
         const ssize_t sent = send(socket, bytes, count, MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR)
+        if (sent < 0 && errno == EINTR) {
             continue;
-        if (sent <= 0)
+        }
+        if (sent <= 0) {
             return false;
+        }
         bytes += sent;
         count -= static_cast<size_t>(sent);
     }
@@ -33,10 +35,12 @@ bool receive_all(int socket, void *to, size_t count) {
     char *bytes = static_cast<char *>(to);
     while (count > 0) {
         const ssize_t received = recv(socket, bytes, count, 0);
-        if (received < 0 && errno == EINTR)
+        if (received < 0 && errno == EINTR) {
             continue;
-        if (received <= 0)
+        }
+        if (received <= 0) {
             return false;
+        }
         bytes += received;
         count -= static_cast<size_t>(received);
     }
@@ -45,8 +49,9 @@ bool receive_all(int socket, void *to, size_t count) {
 
 Copy::Copy(size_t bytes) : bytes_(bytes) {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0)
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0) {
         fail_errno("socketpair");
+    }
     socket_ = ends[0];
     peer_ =
         std::make_unique<Child>(std::vector<std::string>{program_beside(""), "--serve",
@@ -66,16 +71,18 @@ Batch Copy::batch() {
 void Copy::exchange() {
     const char request[request_bytes] = {};
     if (!send_all(socket_, request, sizeof request) ||
-        !receive_all(socket_, bytes_.data(), bytes_.size()))
+        !receive_all(socket_, bytes_.data(), bytes_.size())) {
         fail("the bare copy failed");
+    }
 }
 
 int serve_copy(int socket, size_t bytes) {
     const std::vector<char> answer(bytes, 'x');
     char request[request_bytes];
     while (receive_all(socket, request, sizeof request)) {
-        if (!send_all(socket, answer.data(), answer.size()))
+        if (!send_all(socket, answer.data(), answer.size())) {
             return 1;
+        }
     }
     return 0;
 }

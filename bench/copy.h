@@ -1,4 +1,5 @@
-// What it costs to bring the bytes of a listing from one process to another, with nothing around it.
+// What it costs to bring the bytes of a listing from one process to another, with nothing around
+// it.
 #ifndef VANTRO_BENCH_COPY_H
 #define VANTRO_BENCH_COPY_H
 
@@ -10,11 +11,11 @@
 
 namespace vantro::bench {
 
-/** All of it, or false where the peer is gone. */
+// All of it, or false where the peer is gone.
 bool send_all(int socket, const void *bytes, size_t count);
 bool receive_all(int socket, void *bytes, size_t count);
 
-/** A request of 44 bytes there and so many back over a SOCK_STREAM pair, with a process. */
+// A request of 44 bytes there and so many back over a SOCK_STREAM pair, with a process.
 class Copy {
   public:
     explicit Copy(size_t bytes);
@@ -22,7 +23,7 @@ class Copy {
     Copy(const Copy &) = delete;
     Copy &operator=(const Copy &) = delete;
 
-    /** A batch of exchanges; borrows this object. */
+    // A batch of exchanges; borrows this object.
     Batch batch();
 
   private:
@@ -33,7 +34,7 @@ class Copy {
     std::unique_ptr<Child> peer_;
 };
 
-/** The other side, in a process of its own: answers on a socket until that ends. */
+// The other side, in a process of its own: answers on a socket until that ends.
 int serve_copy(int socket, size_t bytes);
 
 } // namespace vantro::bench

@@ -31,29 +31,34 @@ using Means = Publisher::Means;
 constexpr int crowds[] = {0, 1, 10, 100};
 constexpr int readers_for_memory = 1000;
 constexpr size_t gets_timed_together = 1000;
-/** Long ones go in short turns, so that they are turns at all. */
+// Long ones go in short turns, so that they are turns at all.
 constexpr size_t long_batch_size = 10;
 
-/** Gets events until nothing is new. @return how many were told. */
+// Gets events until nothing is new. @return how many were told.
 size_t drain(VantroHandle *player) {
     for (size_t events = 0;; ++events) {
         const VantroEvent *event = vantro_event_get(player);
-        if (!event)
+        if (!event) {
             fail_errno("an event failed");
-        if (!event->object_name)
+        }
+        if (!event->object_name) {
             return events;
-        if (event->type == VANTRO_EVENT_NONE)
+        }
+        if (event->type == VANTRO_EVENT_NONE) {
             fail(fmt::format("an event of {} was not understood", event->object_name));
+        }
     }
 }
 
-/** A get with nothing new. */
+// A get with nothing new.
 void get_nothing(VantroHandle *player) {
     const VantroEvent *event = vantro_event_get(player);
-    if (!event)
+    if (!event) {
         fail_errno("an event failed");
-    if (event->type != VANTRO_EVENT_NONE)
+    }
+    if (event->type != VANTRO_EVENT_NONE) {
         fail("an event came of nothing");
+    }
 }
 
 Player follow() {
@@ -63,26 +68,29 @@ Player follow() {
 }
 
 void wait_for_event(VantroHandle *player) {
-    if (vantro_event_wait(player) != 0)
+    if (vantro_event_wait(player) != 0) {
         fail_errno("waiting for an event");
+    }
 }
 
 void get_idle_row(Run &run) {
     constexpr const char *name = "event_get_idle";
-    if (!run.wants(name))
+    if (!run.wants(name)) {
         return;
+    }
     const Publisher publisher;
     const Player player = follow();
     const auto gets = [&] {
-        for (size_t i = 0; i < gets_timed_together; ++i)
+        for (size_t i = 0; i < gets_timed_together; ++i) {
             get_nothing(player.get());
+        }
     };
     // So many together, in microseconds, are one in nanoseconds.
     const Samples found = alternate({each(gets)}, run.iterations_or(1000), batch_size)[0];
     run.rows.push_back({name, "ns", found.percentile_us(0.5), found.percentile_us(0.99)});
 }
 
-/** Blocks, while it lives, the signal that a wait is ended with. */
+// Blocks, while it lives, the signal that a wait is ended with.
 class Blocked {
   public:
     Blocked() {
@@ -95,8 +103,9 @@ class Blocked {
     Blocked &operator=(const Blocked &) = delete;
 
     void wait() const {
-        if (sigwaitinfo(&signals_, nullptr) < 0)
+        if (sigwaitinfo(&signals_, nullptr) < 0) {
             fail_errno("sigwaitinfo");
+        }
     }
 
   private:
@@ -104,10 +113,12 @@ class Blocked {
     sigset_t mask_;
 };
 
-/** From just before another process wakes this one to where it runs again, by each means in turn. */
+// From just before another process wakes this one to where it runs again, by each means in turn.
 void wakeup_rows(Run &run) {
-    if (!run.wants("floor_one_way") && !run.wants("signal_one_way") && !run.wants("publish_wakeup"))
+    if (!run.wants("floor_one_way") && !run.wants("signal_one_way") &&
+        !run.wants("publish_wakeup")) {
         return;
+    }
     const Apart apart;
     const Blocked signals;
     Publisher publisher;
@@ -118,27 +129,31 @@ void wakeup_rows(Run &run) {
             const int64_t before = publisher.woken_at();
             return now_ns() - before;
         }
-        if (means == Means::signal)
+        if (means == Means::signal) {
             signals.wait();
-        else
+        } else {
             wait_for_event(player.get());
+        }
         const int64_t now = now_ns();
         drain(player.get());
         return now - publisher.woken_at();
     };
     std::vector<Batch> batches;
-    for (const Means means : {Means::message, Means::signal, Means::publication})
+    for (const Means means : {Means::message, Means::signal, Means::publication}) {
         batches.emplace_back([&one_way, means](size_t count, Samples &samples) {
-            for (size_t i = 0; i < count; ++i)
+            for (size_t i = 0; i < count; ++i) {
                 samples.add(one_way(means));
+            }
         });
+    }
     const std::vector<Samples> found = alternate(batches, run.iterations_or(10000), batch_size);
     const double floor = found[0].percentile_us(0.5);
     const double one_signal = found[1].percentile_us(0.5);
     const char *const names[] = {"floor_one_way", "signal_one_way", "publish_wakeup"};
     for (size_t i = 0; i < std::size(names); ++i) {
-        if (!run.wants(names[i]))
+        if (!run.wants(names[i])) {
             continue;
+        }
         run.add(names[i], found[i], floor, 0);
         Row &row = run.rows.back();
         if (i + 1 == std::size(names)) {
@@ -148,7 +163,7 @@ void wakeup_rows(Run &run) {
     }
 }
 
-/** Readers that are open, have read all there is, and do not wait. */
+// Readers that are open, have read all there is, and do not wait.
 class IdleReaders {
   public:
     explicit IdleReaders(int count) {
@@ -160,13 +175,15 @@ class IdleReaders {
             ssize_t length = 0;
             while ((length = platform_read(descriptors_.back(), text.data(), text.size())) > 0) {
             }
-            if (length < 0)
+            if (length < 0) {
                 fail_errno("a reader");
+            }
         }
     }
     ~IdleReaders() {
-        for (const int descriptor : descriptors_)
+        for (const int descriptor : descriptors_) {
             platform_close(descriptor);
+        }
     }
     IdleReaders(const IdleReaders &) = delete;
     IdleReaders &operator=(const IdleReaders &) = delete;
@@ -175,20 +192,22 @@ class IdleReaders {
     std::vector<int> descriptors_;
 };
 
-/** Threads that each wait for events, get them, and wait again. */
+// Threads that each wait for events, get them, and wait again.
 class WaitingReaders {
   public:
     WaitingReaders(int count, Publisher &publisher) : publisher_(publisher) {
-        for (int i = 0; i < count; ++i)
+        for (int i = 0; i < count; ++i) {
             threads_.emplace_back([this, thread = &thread_ids_.emplace_back(0)] { run(*thread); });
+        }
         wait_until_asleep(1);
     }
     ~WaitingReaders() {
         ending_ = true;
         Samples none;
         publisher_.publish(1, none);
-        for (std::thread &thread : threads_)
+        for (std::thread &thread : threads_) {
             thread.join();
+        }
     }
     WaitingReaders(const WaitingReaders &) = delete;
     WaitingReaders &operator=(const WaitingReaders &) = delete;
@@ -212,10 +231,11 @@ class WaitingReaders {
         }
     }
 
-    /** Blocks until every thread has begun so many waits, and sleeps in its last. */
+    // Blocks until every thread has begun so many waits, and sleeps in its last.
     void wait_until_asleep(size_t turns_of_each) {
-        for (size_t now = turns_; now < turns_of_each * threads_.size(); now = turns_)
+        for (size_t now = turns_; now < turns_of_each * threads_.size(); now = turns_) {
             turns_.wait(now);
+        }
         for (const std::atomic<pid_t> &thread : thread_ids_) {
             while (!is_asleep(getpid(), thread)) {
             }
@@ -229,31 +249,35 @@ class WaitingReaders {
     std::vector<std::thread> threads_;
 };
 
-/** Whether the host has an inotify instance for each of so many waits: a user may have few. */
+// Whether the host has an inotify instance for each of so many waits: a user may have few.
 bool may_wait(int count) {
     std::vector<int> instances;
     while (static_cast<int>(instances.size()) < count) {
         const int instance = inotify_init1(IN_CLOEXEC);
-        if (instance < 0)
+        if (instance < 0) {
             break;
+        }
         instances.push_back(instance);
     }
-    for (const int instance : instances)
+    for (const int instance : instances) {
         close(instance);
+    }
     return static_cast<int>(instances.size()) == count;
 }
 
-/** What the publisher takes to publish. All take turns, so that the rows can be divided. */
+// What the publisher takes to publish. All take turns, so that the rows can be divided.
 void publish_rows(Run &run) {
     const Apart apart;
     std::unique_ptr<Publisher> publisher;
     std::vector<std::string> names;
     std::vector<Batch> batches;
     const auto add = [&](const std::string &name, Batch batch) {
-        if (!run.wants(name))
+        if (!run.wants(name)) {
             return;
-        if (!publisher)
+        }
+        if (!publisher) {
             publisher = std::make_unique<Publisher>();
+        }
         names.push_back(name);
         batches.push_back(std::move(batch));
     };
@@ -262,8 +286,9 @@ void publish_rows(Run &run) {
             alternate(batches, run.iterations_or(usual_iterations), turn);
         for (size_t i = 0; i < names.size(); ++i) {
             run.add(names[i], found[i], {}, 0);
-            if (names[0] != against)
+            if (names[0] != against) {
                 continue;
+            }
             Row &row = run.rows.back();
             row.ratio = row.median / found[0].percentile_us(0.5);
             row.note = fmt::format("{:.3f} of {}", *row.ratio, against);
@@ -271,16 +296,18 @@ void publish_rows(Run &run) {
         names.clear();
         batches.clear();
     };
-    for (const int count : crowds)
+    for (const int count : crowds) {
         add(fmt::format("publish_readers_{}", count), [&, count](size_t changes, Samples &samples) {
             const IdleReaders readers(count);
             publisher->publish(changes, samples);
         });
+    }
     measure(20000, batch_size, "publish_readers_0");
     for (const int count : crowds) {
         const std::string name = fmt::format("publish_waiting_{}", count);
-        if (count == 0 || !run.wants(name))
+        if (count == 0 || !run.wants(name)) {
             continue;
+        }
         if (!may_wait(count)) {
             fmt::print(stderr, "vantro-bench: {} is left out: no more inotify instances\n", name);
             continue;
@@ -293,10 +320,11 @@ void publish_rows(Run &run) {
     measure(200, batch_size, "publish_waiting_1");
 }
 
-/** Events of all objects, from what was published to the records that an application gets. */
+// Events of all objects, from what was published to the records that an application gets.
 void read_rows(Run &run) {
-    if (!run.wants("events_read_one") && !run.wants("events_read_lapped"))
+    if (!run.wants("events_read_one") && !run.wants("events_read_lapped")) {
         return;
+    }
     const Apart apart;
     Publisher publisher;
     const Player player = follow();
@@ -307,16 +335,18 @@ void read_rows(Run &run) {
                 const int64_t begin = now_ns();
                 const auto events = static_cast<int64_t>(drain(player.get()));
                 const int64_t took = now_ns() - begin;
-                if (events != expected)
+                if (events != expected) {
                     fail(fmt::format("{} events came of {} objects", events, expected));
+                }
                 samples.add(took / events);
             }
         };
     };
     const auto add = [&](const char *name, size_t (Publisher::*change)(), size_t iterations,
                          size_t turn) {
-        if (!run.wants(name))
+        if (!run.wants(name)) {
             return;
+        }
         run.add(name, alternate({read_all(change)}, run.iterations_or(iterations), turn)[0], {}, 0);
         Row &row = run.rows.back();
         row.note = fmt::format("{:.0f} events a second", 1e6 / row.median);
@@ -325,11 +355,12 @@ void read_rows(Run &run) {
     add("events_read_lapped", &Publisher::overtake, 200, long_batch_size);
 }
 
-/** Shared pages are nobody's growth: what a reader maps is the publisher's already. */
+// Shared pages are nobody's growth: what a reader maps is the publisher's already.
 void reader_memory_row(Run &run) {
     constexpr const char *name = "publisher_memory_per_reader";
-    if (!run.wants(name))
+    if (!run.wants(name)) {
         return;
+    }
     Publisher publisher;
     const auto with_readers = [&publisher](int count) {
         const IdleReaders readers(count);
@@ -357,8 +388,9 @@ void event_rows(Run &run) {
 
 int trace_event_gets(size_t count) {
     const Player player = follow();
-    for (size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i) {
         get_nothing(player.get());
+    }
     return 0;
 }
 

@@ -10,7 +10,7 @@
 
 namespace vantro::bench {
 
-/** A ping-pong of 44 bytes there and 32 back over one SOCK_SEQPACKET pair, with a process. */
+// A ping-pong of 44 bytes there and 32 back over one SOCK_SEQPACKET pair, with a process.
 class Floor {
   public:
     Floor();
@@ -18,7 +18,7 @@ class Floor {
     Floor(const Floor &) = delete;
     Floor &operator=(const Floor &) = delete;
 
-    /** A batch of exchanges; borrows this object. */
+    // A batch of exchanges; borrows this object.
     Batch batch();
 
   private:
@@ -28,7 +28,7 @@ class Floor {
     std::unique_ptr<Child> peer_;
 };
 
-/** The other side, in a process of its own: answers on a socket until that ends. */
+// The other side, in a process of its own: answers on a socket until that ends.
 int serve_floor(int socket);
 
 } // namespace vantro::bench

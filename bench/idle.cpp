@@ -26,7 +26,7 @@ constexpr const char *row_name = "idle_wakeups";
 constexpr auto settling = 500ms;
 constexpr auto watched = 1s;
 
-/** How often the thread of a status file was put aside for another, of its own accord or not. */
+// How often the thread of a status file was put aside for another, of its own accord or not.
 long switches_of(const std::filesystem::path &status) {
     std::ifstream file(status);
     long sum = 0;
@@ -40,24 +40,27 @@ long switches_of(const std::filesystem::path &status) {
             ++found;
         }
     }
-    if (found != 2)
+    if (found != 2) {
         fail("cannot read " + status.string());
+    }
     return sum;
 }
 
 long switches_of_process(pid_t pid) {
     long sum = 0;
     for (const auto &thread :
-         std::filesystem::directory_iterator(fmt::format("/proc/{}/task", pid)))
+         std::filesystem::directory_iterator(fmt::format("/proc/{}/task", pid))) {
         sum += switches_of(thread.path() / "status");
+    }
     return sum;
 }
 
 } // namespace
 
 void idle_row(Run &run) {
-    if (!run.wants(row_name))
+    if (!run.wants(row_name)) {
         return;
+    }
     const SilentService service(run.directory);
     const Player player = open_player();
     while (vantro_event_get(player.get())->object_name) {
@@ -66,8 +69,9 @@ void idle_row(Run &run) {
     std::thread waiting([&] {
         waiter = static_cast<pid_t>(syscall(SYS_gettid));
         waiter.notify_all();
-        if (vantro_event_wait(player.get()) != 0)
+        if (vantro_event_wait(player.get()) != 0) {
             fail_errno("waiting for an event");
+        }
     });
     waiter.wait(0);
     while (!is_asleep(getpid(), waiter)) {
@@ -79,8 +83,9 @@ void idle_row(Run &run) {
     const long before = both();
     std::this_thread::sleep_for(watched);
     const auto count = static_cast<double>(both() - before);
-    if (vantro_play(player.get()) != 0)
+    if (vantro_play(player.get()) != 0) {
         fail("vantrod refused to play");
+    }
     waiting.join();
     run.rows.push_back({row_name, "1/s", count, count, {}, Service::threads});
 }

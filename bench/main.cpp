@@ -1,4 +1,5 @@
-// vantro-bench: measures the messaging layer, events, the service and the records, beside the floor.
+// vantro-bench: measures the messaging layer, events, the service and the records, beside the
+// floor.
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
@@ -21,8 +22,9 @@ using namespace vantro::bench;
 const std::vector<std::string> &row_names() {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> all{"floor", "putget_small", "putget_64k", "putget_1m"};
-        for (int threads = 1; threads <= 8; ++threads)
+        for (int threads = 1; threads <= 8; ++threads) {
             all.push_back(fmt::format("putget_threads_{}", threads));
+        }
         for (const char *name : {"putget_clients_1",
                                  "putget_clients_1000",
                                  "play",
@@ -50,30 +52,37 @@ const std::vector<std::string> &row_names() {
                                  "list_10k_copy",
                                  "browse_page_100k",
                                  "search_prefix_100k",
-                                 "second_start_first_browse"})
+                                 "second_start_first_browse"}) {
             all.emplace_back(name);
+        }
         return all;
     }();
     return names;
 }
 
-/** "floor:SOCKET", "copy:SOCKET:BYTES", "query:...", "putget:THREADS:INSTANCE" or "publisher:SOCKET". */
+// "floor:SOCKET", "copy:SOCKET:BYTES", "query:...", "putget:THREADS:INSTANCE" or
+// "publisher:SOCKET".
 int serve(const std::string &what) {
     raise_descriptor_limit();
     const size_t first = what.find(':');
     const size_t second = what.find(':', first + 1);
     const std::string kind = what.substr(0, first);
     const int number = first == std::string::npos ? 0 : std::atoi(what.c_str() + first + 1);
-    if (kind == "floor")
+    if (kind == "floor") {
         return serve_floor(number);
-    if (kind == "copy" && second != std::string::npos)
+    }
+    if (kind == "copy" && second != std::string::npos) {
         return serve_copy(number, std::strtoul(what.c_str() + second + 1, nullptr, 10));
-    if (kind == "query" && second != std::string::npos)
+    }
+    if (kind == "query" && second != std::string::npos) {
         return serve_query(what.substr(first + 1));
-    if (kind == "publisher")
+    }
+    if (kind == "publisher") {
         return serve_publisher(number);
-    if (kind == "putget" && number > 0 && second != std::string::npos)
+    }
+    if (kind == "putget" && number > 0 && second != std::string::npos) {
         return serve_putget(number, what.c_str() + second + 1);
+    }
     return 2;
 }
 
@@ -88,8 +97,9 @@ int measure(Run &run, const std::string &json) {
     memory_row(run);
     catalogue_rows(run);
     print_table(run.rows);
-    if (!json.empty() && !write_json(run.rows, json))
+    if (!json.empty() && !write_json(run.rows, json)) {
         fail_errno(json);
+    }
     return 0;
 }
 
@@ -144,12 +154,15 @@ int main(int argc, char **argv) try {
         return app.exit(error) == 0 ? 0 : 2;
     }
 
-    if (!served.empty())
+    if (!served.empty()) {
         return serve(served);
-    if (traced > 0)
+    }
+    if (traced > 0) {
         return trace_exchanges(traced);
-    if (traced_gets > 0)
+    }
+    if (traced_gets > 0) {
         return trace_event_gets(traced_gets);
+    }
     return measure(run, json);
 } catch (const std::exception &error) {
     vantro::bench::fail(error.what());

@@ -9,11 +9,12 @@ void Samples::append(const Samples &other) {
 }
 
 double Samples::percentile_us(double fraction) const {
-    if (nanoseconds_.empty())
+    if (nanoseconds_.empty()) {
         return 0;
+    }
     std::vector<int64_t> sorted = nanoseconds_;
     const auto wanted = static_cast<size_t>(fraction * static_cast<double>(sorted.size() - 1));
-    const auto place = sorted.begin() + static_cast<std::ptrdiff_t>(wanted);
+    const auto place = sorted.begin() + static_cast<ptrdiff_t>(wanted);
     std::nth_element(sorted.begin(), place, sorted.end());
     return static_cast<double>(*place) / 1000;
 }
@@ -26,8 +27,9 @@ std::vector<Samples> alternate(const std::vector<Batch> &contenders, size_t iter
         samples[i].clear();
     }
     for (size_t done = 0; done < iterations; done += batch_size) {
-        for (size_t i = 0; i < contenders.size(); ++i)
+        for (size_t i = 0; i < contenders.size(); ++i) {
             contenders[i](std::min(batch_size, iterations - done), samples[i]);
+        }
     }
     return samples;
 }

@@ -18,7 +18,7 @@ class Samples {
     void append(const Samples &other);
     void clear() { nanoseconds_.clear(); }
 
-    /** The value below which `fraction` of the samples lie, in microseconds. */
+    // The value below which `fraction` of the samples lie, in microseconds.
     double percentile_us(double fraction) const;
 
   private:
@@ -31,10 +31,10 @@ inline int64_t now_ns() {
         .count();
 }
 
-/** Does one thing `count` times and adds to `samples` how long each took. */
+// Does one thing `count` times and adds to `samples` how long each took.
 using Batch = std::function<void(size_t count, Samples &samples)>;
 
-/** A batch that times each call of `exchange`. */
+// A batch that times each call of `exchange`.
 template <typename Exchange>
 Batch each(Exchange exchange) {
     return [exchange = std::move(exchange)](size_t count, Samples &samples) mutable {
@@ -46,10 +46,8 @@ Batch each(Exchange exchange) {
     };
 }
 
-/**
- * Lets the contenders take turns, `batch_size` at a time, until each has done `iterations`. One
- * turn of each goes before that and is not counted: it fills caches and lazily made connections.
- */
+// Lets the contenders take turns, `batch_size` at a time, until each has done `iterations`. One
+// turn of each goes before that and is not counted: it fills caches and lazily made connections.
 std::vector<Samples> alternate(const std::vector<Batch> &contenders, size_t iterations,
                                size_t batch_size);
 

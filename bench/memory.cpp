@@ -16,7 +16,7 @@ namespace {
 constexpr int client_count = 1000;
 constexpr const char *row_name = "service_memory_per_client";
 
-/** A line "KEY: N kB" of a file about a process. */
+// A line "KEY: N kB" of a file about a process.
 double bytes_of(pid_t pid, const char *file_name, const std::string &wanted) {
     const std::string path = fmt::format("/proc/{}/{}", pid, file_name);
     std::ifstream file(path);
@@ -24,8 +24,9 @@ double bytes_of(pid_t pid, const char *file_name, const std::string &wanted) {
         std::istringstream words(line);
         std::string key;
         double kib = 0;
-        if (words >> key >> kib && key == wanted)
+        if (words >> key >> kib && key == wanted) {
             return kib * 1024;
+        }
     }
     fail(fmt::format("no {} in {}", wanted, path));
 }
@@ -45,13 +46,15 @@ double most_resident_bytes(pid_t pid) {
 }
 
 void memory_row(Run &run) {
-    if (!run.wants(row_name))
+    if (!run.wants(row_name)) {
         return;
+    }
     const SilentService service(run.directory);
     const double before = pss_bytes(service.pid());
     std::vector<Player> players;
-    for (int i = 0; i < client_count; ++i)
+    for (int i = 0; i < client_count; ++i) {
         players.push_back(open_player());
+    }
     const double growth = (pss_bytes(service.pid()) - before) / client_count;
     run.rows.push_back({row_name, "bytes", growth, growth, {}, Service::threads});
 }

@@ -14,11 +14,12 @@ namespace {
 constexpr const char *player_name = "main";
 
 void append(std::string &bytes, uint32_t value, int width) {
-    for (int i = 0; i < width; ++i)
+    for (int i = 0; i < width; ++i) {
         bytes += static_cast<char>(value >> (8 * i));
+    }
 }
 
-/** Half an hour of silence as a WAV file with a hole in it: no run outlasts it. */
+// Half an hour of silence as a WAV file with a hole in it: no run outlasts it.
 void write_silence(const std::filesystem::path &path) {
     constexpr uint32_t rate = 8000;
     constexpr uint32_t frame_bytes = 2;
@@ -41,8 +42,9 @@ void write_silence(const std::filesystem::path &path) {
     file.close();
     std::error_code error;
     std::filesystem::resize_file(path, header.size() + data_bytes, error);
-    if (!file || error)
+    if (!file || error) {
         fail("cannot write " + path.string());
+    }
 }
 
 std::string music_with_silence(const std::string &directory) {
@@ -67,20 +69,23 @@ SilentService::SilentService(const std::string &directory)
 
 Player open_player(const char *name) {
     Player player(vantro_connect());
-    if (!player || vantro_open(player.get(), name) != 0)
+    if (!player || vantro_open(player.get(), name) != 0) {
         fail(fmt::format("cannot open the player {}", name));
+    }
     return player;
 }
 
 void play_row(Run &run) {
-    if (!run.wants("play"))
+    if (!run.wants("play")) {
         return;
+    }
     const Apart apart;
     const SilentService service(run.directory);
     const Player player = open_player();
     const auto play = [&] {
-        if (vantro_play(player.get()) != 0)
+        if (vantro_play(player.get()) != 0) {
             fail("vantrod refused to play");
+        }
     };
     run.against_floor({{"play", Service::threads, each(play)}}, 20000);
 }

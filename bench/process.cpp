@@ -20,7 +20,7 @@ namespace vantro::bench {
 
 namespace {
 
-/** Where children run; -1: anywhere. */
+// Where children run; -1: anywhere.
 int child_processor = -1;
 
 void run_on(int processor) {
@@ -33,25 +33,29 @@ void run_on(int processor) {
 volatile sig_atomic_t watched_pid = 0;
 
 extern "C" void pass_on(int signal_number) {
-    if (watched_pid > 0)
+    if (watched_pid > 0) {
         kill(static_cast<pid_t>(watched_pid), signal_number);
+    }
 }
 
 [[noreturn]] void watch(pid_t measuring, const std::string &directory) {
     watched_pid = measuring;
     struct sigaction action = {};
     action.sa_handler = pass_on;
-    for (const int signal_number : {SIGINT, SIGTERM, SIGHUP})
+    for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
         sigaction(signal_number, &action, nullptr);
+    }
 
     int result = 1;
     for (;;) {
         int status = 0;
         const pid_t ended = waitpid(-1, &status, 0);
-        if (ended < 0 && errno == EINTR)
+        if (ended < 0 && errno == EINTR) {
             continue;
-        if (ended < 0)
+        }
+        if (ended < 0) {
             break;
+        }
         if (ended == measuring) {
             watched_pid = 0;
             result = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -76,31 +80,38 @@ void fail_errno(const std::string &what) {
 
 Child::Child(std::vector<std::string> arguments, int inherited) : name_(arguments.at(0)) {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) < 0)
+    if (pipe2(ends, O_CLOEXEC) < 0) {
         fail_errno("pipe");
+    }
     std::vector<char *> pointers;
-    for (std::string &argument : arguments)
+    for (std::string &argument : arguments) {
         pointers.push_back(argument.data());
+    }
     pointers.push_back(nullptr);
 
     errors_ = memfd_create("errors", MFD_CLOEXEC);
-    if (errors_ < 0)
+    if (errors_ < 0) {
         fail_errno("memfd_create");
+    }
 
     const pid_t parent = getpid();
     pid_ = fork();
-    if (pid_ < 0)
+    if (pid_ < 0) {
         fail_errno("fork");
+    }
     if (pid_ == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent)
+        if (getppid() != parent) {
             _exit(1);
-        if (child_processor >= 0)
+        }
+        if (child_processor >= 0) {
             run_on(child_processor);
+        }
         dup2(ends[1], STDOUT_FILENO);
         dup2(errors_, STDERR_FILENO);
-        if (inherited >= 0)
+        if (inherited >= 0) {
             fcntl(inherited, F_SETFD, 0);
+        }
         execv(pointers[0], pointers.data());
         _exit(127);
     }
@@ -121,16 +132,19 @@ void Child::wait_for_line(const std::string &text) {
     char character;
     for (;;) {
         const ssize_t count = read(output_, &character, 1);
-        if (count < 0 && errno == EINTR)
+        if (count < 0 && errno == EINTR) {
             continue;
-        if (count <= 0)
+        }
+        if (count <= 0) {
             fail(fmt::format("{} ended before it was ready\n{}", name_, errors()));
-        if (character != '\n')
+        }
+        if (character != '\n') {
             line += character;
-        else if (line.find(text) != std::string::npos)
+        } else if (line.find(text) != std::string::npos) {
             return;
-        else
+        } else {
             line.clear();
+        }
     }
 }
 
@@ -145,53 +159,62 @@ Apart::Apart() {
     std::vector<int> processors;
     if (sched_getaffinity(0, sizeof before_, &before_) == 0) {
         for (size_t i = 0; i < CPU_SETSIZE; ++i) {
-            if (CPU_ISSET(i, &before_))
+            if (CPU_ISSET(i, &before_)) {
                 processors.push_back(static_cast<int>(i));
+            }
         }
     }
-    if (processors.size() < 2)
+    if (processors.size() < 2) {
         return;
+    }
     run_on(processors[0]);
     child_processor = processors[1];
 }
 
 Apart::~Apart() {
-    if (child_processor >= 0)
+    if (child_processor >= 0) {
         sched_setaffinity(0, sizeof before_, &before_);
+    }
     child_processor = -1;
 }
 
 std::string program_beside(const std::string &name) {
     std::error_code error;
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (error)
+    if (error) {
         fail("cannot tell where this program lies");
+    }
     return name.empty() ? self.string() : (self.parent_path() / name).string();
 }
 
 void raise_descriptor_limit() {
     struct rlimit limit;
-    if (getrlimit(RLIMIT_NOFILE, &limit) < 0)
+    if (getrlimit(RLIMIT_NOFILE, &limit) < 0) {
         return;
+    }
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 std::string enter_private_runtime() {
     std::string directory = std::filesystem::temp_directory_path() / "vantro-bench.XXXXXX";
-    if (!mkdtemp(directory.data()))
+    if (!mkdtemp(directory.data())) {
         fail_errno(directory);
+    }
     // Servers that lose the measuring process come to the watcher, which waits for them too.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     const pid_t watcher = getpid();
     const pid_t measuring = fork();
-    if (measuring < 0)
+    if (measuring < 0) {
         fail_errno("fork");
-    if (measuring > 0)
+    }
+    if (measuring > 0) {
         watch(measuring, directory);
+    }
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != watcher)
+    if (getppid() != watcher) {
         _exit(1);
+    }
     setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
     return directory;
 }

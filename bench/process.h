@@ -10,25 +10,23 @@
 
 namespace vantro::bench {
 
-/** Says what went wrong and ends the run with 1. The watcher cleans up. */
+// Says what went wrong and ends the run with 1. The watcher cleans up.
 [[noreturn]] void fail(const std::string &what);
 
-/** fail() with errno in the text. */
+// fail() with errno in the text.
 [[noreturn]] void fail_errno(const std::string &what);
 
-/** A child process that is ended with its owner, and by the kernel should this process die. */
+// A child process that is ended with its owner, and by the kernel should this process die.
 class Child {
   public:
-    /**
-     * Starts a program.
-     * @param inherited a descriptor that the program keeps under the same number, or -1.
-     */
+    // Starts a program.
+    // @param inherited a descriptor that the program keeps under the same number, or -1.
     explicit Child(std::vector<std::string> arguments, int inherited = -1);
     ~Child();
     Child(const Child &) = delete;
     Child &operator=(const Child &) = delete;
 
-    /** Blocks until the program has printed a line with `text`; fails the run when it ends first. */
+    // Blocks until the program has printed a line with `text`; fails the run when it ends first.
     void wait_for_line(const std::string &text);
 
     pid_t pid() const { return pid_; }
@@ -39,15 +37,13 @@ class Child {
     std::string name_;
     pid_t pid_ = -1;
     int output_ = -1;
-    int errors_ = -1; /**< What it writes to standard error; told only when it fails. */
+    int errors_ = -1; // What it writes to standard error; told only when it fails.
 };
 
-/**
- * While it lives this process runs on one processor, and the children that it starts on another;
- * where there is but one, nothing changes. Left alone, the scheduler puts the two sides of an
- * exchange now on one processor and now on two, which differ by a multiple: a row could have the
- * one and the floor that it is compared with the other.
- */
+// While it lives this process runs on one processor, and the children that it starts on another;
+// where there is but one, nothing changes. Left alone, the scheduler puts the two sides of an
+// exchange now on one processor and now on two, which differ by a multiple: a row could have the
+// one and the floor that it is compared with the other.
 class Apart {
   public:
     Apart();
@@ -59,19 +55,17 @@ class Apart {
     cpu_set_t before_;
 };
 
-/** A program beside this one, in the same folder; with an empty name, this one. */
+// A program beside this one, in the same folder; with an empty name, this one.
 std::string program_beside(const std::string &name);
 
-/** Raises the soft limit of descriptors to the hard one: thousands of clients in one process. */
+// Raises the soft limit of descriptors to the hard one: thousands of clients in one process.
 void raise_descriptor_limit();
 
-/**
- * Splits off the process that measures, and returns only in it, with XDG_RUNTIME_DIR naming a
- * fresh private directory. The calling process becomes its watcher: it passes signals on, and once
- * the measuring process and all it started are gone, however they ended, it removes the directory
- * and ends with that process's status.
- * @return the private directory.
- */
+// Splits off the process that measures, and returns only in it, with XDG_RUNTIME_DIR naming a
+// fresh private directory. The calling process becomes its watcher: it passes signals on, and once
+// the measuring process and all it started are gone, however they ended, it removes the directory
+// and ends with that process's status.
+// @return the private directory.
 std::string enter_private_runtime();
 
 } // namespace vantro::bench

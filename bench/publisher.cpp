@@ -33,10 +33,10 @@ struct Order {
     uint32_t count_or_means;
 };
 
-/** Answers to orders: times in nanoseconds, or a number. */
+// Answers to orders: times in nanoseconds, or a number.
 using Answer = std::array<int64_t, batch_size>;
 
-/** A request as long as the floor's. */
+// A request as long as the floor's.
 struct Wake {
     int64_t at;
     char filling[36];
@@ -53,8 +53,9 @@ class Objects {
   public:
     explicit Objects(const std::string &directory)
         : publisher_(object_publisher_open(directory.c_str())) {
-        if (!publisher_)
+        if (!publisher_) {
             fail_errno(directory);
+        }
         change_objects();
     }
 
@@ -64,7 +65,7 @@ class Objects {
         publish("status", &attribute, 1);
     }
 
-    /** As when the player goes to another track, and its sources are found anew. */
+    // As when the player goes to another track, and its sources are found anew.
     int64_t change_objects() {
         ++number_;
         const auto n = number_;
@@ -104,8 +105,9 @@ class Objects {
 
     int64_t overtake() {
         int64_t objects = 0;
-        for (bytes_ = 0; bytes_ < ring_and_more_bytes;)
+        for (bytes_ = 0; bytes_ < ring_and_more_bytes;) {
             objects = change_objects();
+        }
         return objects;
     }
 
@@ -120,8 +122,9 @@ class Objects {
     }
 
     void publish(const char *object, const object_attribute *attributes, size_t count) {
-        if (object_publish(publisher_, object, 0, attributes, count) != 0)
+        if (object_publish(publisher_, object, 0, attributes, count) != 0) {
             fail_errno("publishing");
+        }
     }
 
     object_publisher *publisher_;
@@ -163,15 +166,17 @@ void time_positions(Objects &objects, size_t count, Answer &times) {
 
 void order(int socket, Act act, uint32_t count_or_means) {
     const Order order{act, count_or_means};
-    if (send(socket, &order, sizeof order, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof order))
+    if (send(socket, &order, sizeof order, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof order)) {
         fail_errno("the publisher takes no orders");
+    }
 }
 
 template <typename Message>
 Message receive(int socket) {
     Message message;
-    if (recv(socket, &message, sizeof message, 0) != static_cast<ssize_t>(sizeof message))
+    if (recv(socket, &message, sizeof message, 0) != static_cast<ssize_t>(sizeof message)) {
         fail("the publisher does not answer");
+    }
     return message;
 }
 
@@ -179,8 +184,9 @@ Message receive(int socket) {
 
 Publisher::Publisher() {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) < 0)
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) < 0) {
         fail_errno("socketpair");
+    }
     socket_ = ends[0];
     child_ = std::make_unique<Child>(std::vector<std::string>{program_beside(""), "--serve",
                                                               fmt::format("publisher:{}", ends[1])},
@@ -196,8 +202,9 @@ Publisher::~Publisher() {
 void Publisher::publish(size_t count, Samples &samples) {
     order(socket_, Act::publish, static_cast<uint32_t>(count));
     const auto times = receive<Answer>(socket_);
-    for (size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i) {
         samples.add(times.at(i));
+    }
 }
 
 size_t Publisher::change_objects() {
@@ -221,8 +228,9 @@ int64_t Publisher::woken_at() {
 bool is_asleep(pid_t process, pid_t thread) {
     const std::string path = fmt::format("/proc/{}/task/{}/stat", process, thread);
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0)
+    if (file < 0) {
         fail_errno(path);
+    }
     char text[256] = {};
     [[maybe_unused]] const ssize_t length = read(file, text, sizeof text - 1);
     close(file);
@@ -234,15 +242,17 @@ bool is_asleep(pid_t process, pid_t thread) {
 int serve_publisher(int socket) {
     MsgServer *server = msgserver_create(1024, 16, MSGSERVER_FLAG_PATH);
     if (!server ||
-        msgserver_add(server, "vantro.sys", nullptr, nullptr, 1024, agree, nullptr, nullptr) < 0)
+        msgserver_add(server, "vantro.sys", nullptr, nullptr, 1024, agree, nullptr, nullptr) < 0) {
         fail_errno("the bench's own player");
+    }
     Objects objects(fmt::format("/kivo/services/vantro/{}", Publisher::player));
     std::thread([server] { msgserver_thread_loop(server); }).detach();
     std::puts("ready");
     std::fflush(stdout);
 
-    while (socket < 0)
+    while (socket < 0) {
         pause();
+    }
     Order order;
     while (recv(socket, &order, sizeof order, 0) > 0) {
         Answer answer = {};
@@ -260,8 +270,9 @@ int serve_publisher(int socket) {
             wake(objects, static_cast<Publisher::Means>(order.count_or_means), socket);
             continue;
         }
-        if (send(socket, &answer, sizeof answer, MSG_NOSIGNAL) < 0)
+        if (send(socket, &answer, sizeof answer, MSG_NOSIGNAL) < 0) {
             break;
+        }
     }
     std::_Exit(0);
 }

@@ -28,12 +28,13 @@ constexpr int many_server_threads = 4;
 constexpr int most_client_threads = 8;
 constexpr int many_clients = 1000;
 
-/** Answers with as many bytes as the client has room for. */
+// Answers with as many bytes as the client has room for.
 int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
     static std::array<char, large_bytes> bytes;
     const uint32_t room = context->header->reply_length;
-    if (room > bytes.size())
+    if (room > bytes.size()) {
         return ipc_error(context->receive_id, EINVAL);
+    }
     return callout_reply(open, context, 0, bytes.data(), static_cast<int32_t>(room));
 }
 
@@ -42,7 +43,7 @@ struct CloseClient {
 };
 using Client = std::unique_ptr<MsgClient, CloseClient>;
 
-/** A server in a process of its own. */
+// A server in a process of its own.
 class Server {
   public:
     explicit Server(int threads, const std::string &instance = "default")
@@ -56,8 +57,9 @@ class Server {
 
 Client connect(const char *instance = "default") {
     Client client(msgclient_open(service_name, instance, 0));
-    if (!client)
+    if (!client) {
         fail_errno("cannot open the bench's own service");
+    }
     return client;
 }
 
@@ -66,9 +68,10 @@ void exchange(MsgClient *client, void *reply, uint32_t reply_bytes) {
     uint32_t length = 0;
     const int result =
         msgclient_putget(client, request, sizeof request, reply, reply_bytes, &length, 0);
-    if (result != 0 || length != reply_bytes)
+    if (result != 0 || length != reply_bytes) {
         fail(fmt::format("an exchange failed: {} ({} bytes of {})",
                          result ? std::strerror(result) : "short answer", length, reply_bytes));
+    }
 }
 
 void exchange_small(MsgClient *client) {
@@ -76,7 +79,7 @@ void exchange_small(MsgClient *client) {
     exchange(client, reply, sizeof reply);
 }
 
-/** Every thread does the whole count, all at once, on one connection. */
+// Every thread does the whole count, all at once, on one connection.
 Batch threaded(MsgClient *client, int thread_count) {
     return [client, thread_count](size_t count, Samples &samples) {
         std::vector<Samples> found(static_cast<size_t>(thread_count));
@@ -90,16 +93,18 @@ Batch threaded(MsgClient *client, int thread_count) {
                 });
             }
         }
-        for (const Samples &mine : found)
+        for (const Samples &mine : found) {
             samples.append(mine);
+        }
     };
 }
 
 void small_rows(Run &run) {
     const Apart apart;
     if (!run.wants("putget_small")) {
-        if (run.wants("floor"))
+        if (run.wants("floor")) {
             run.against_floor({}, 20000, true);
+        }
         return;
     }
     const Server server(1);
@@ -109,8 +114,9 @@ void small_rows(Run &run) {
 }
 
 void large_row(Run &run, const std::string &name, uint32_t bytes, size_t usual_iterations) {
-    if (!run.wants(name))
+    if (!run.wants(name)) {
         return;
+    }
     const Apart apart;
     const Server server(1);
     const Client client = connect();
@@ -122,20 +128,22 @@ void large_row(Run &run, const std::string &name, uint32_t bytes, size_t usual_i
 void thread_rows(Run &run) {
     for (int threads = 1; threads <= most_client_threads; ++threads) {
         const std::string name = fmt::format("putget_threads_{}", threads);
-        if (!run.wants(name))
+        if (!run.wants(name)) {
             continue;
+        }
         const Server server(many_server_threads);
         const Client client = connect();
         run.against_floor({{name, many_server_threads, threaded(client.get(), threads)}}, 4000);
     }
 }
 
-/** A server with so many connected clients; each batch is the next client's. */
+// A server with so many connected clients; each batch is the next client's.
 class Crowd {
   public:
     explicit Crowd(int count) : instance_(fmt::format("clients_{}", count)), server_(1, instance_) {
-        for (int i = 0; i < count; ++i)
+        for (int i = 0; i < count; ++i) {
             clients_.push_back(connect(instance_.c_str()));
+        }
     }
 
     Contender contender() {
@@ -152,19 +160,21 @@ class Crowd {
     size_t next_ = 0;
 };
 
-/** Few and many clients take turns, so that the two rows can be divided by each other. */
+// Few and many clients take turns, so that the two rows can be divided by each other.
 void client_rows(Run &run) {
     const Apart apart;
     std::vector<std::unique_ptr<Crowd>> crowds;
     std::vector<Contender> contenders;
     for (const int count : {1, many_clients}) {
-        if (!run.wants(fmt::format("putget_clients_{}", count)))
+        if (!run.wants(fmt::format("putget_clients_{}", count))) {
             continue;
+        }
         crowds.push_back(std::make_unique<Crowd>(count));
         contenders.push_back(crowds.back()->contender());
     }
-    if (!contenders.empty())
+    if (!contenders.empty()) {
         run.against_floor(contenders, 20000);
+    }
 }
 
 } // namespace
@@ -187,15 +197,17 @@ int serve_putget(int threads, const char *instance) {
     std::puts("ready");
     std::fflush(stdout);
     std::vector<std::jthread> others;
-    for (int i = 1; i < threads; ++i)
+    for (int i = 1; i < threads; ++i) {
         others.emplace_back([server] { msgserver_thread_loop(server); });
+    }
     return msgserver_thread_loop(server);
 }
 
 int trace_exchanges(size_t count) {
     const Client client = connect();
-    for (size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i) {
         exchange_small(client.get());
+    }
     return 0;
 }
 

@@ -42,8 +42,9 @@ std::string request_of(uint16_t command) {
 OwnQuery::OwnQuery(const std::string &directory, const std::string &state, int32_t source,
                    int32_t count) {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0)
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0) {
         fail_errno("socketpair");
+    }
     socket_ = ends[0];
     peer_ = std::make_unique<Child>(
         std::vector<std::string>{
@@ -52,11 +53,13 @@ OwnQuery::OwnQuery(const std::string &directory, const std::string &state, int32
         ends[1]);
     close(ends[1]);
     uint64_t size = 0;
-    if (!receive_all(socket_, &size, sizeof size))
+    if (!receive_all(socket_, &size, sizeof size)) {
         fail("the service's parts cannot be asked");
+    }
     answer_.resize(size);
-    if (!receive_all(socket_, answer_.data(), size))
+    if (!receive_all(socket_, answer_.data(), size)) {
         fail("the service's parts gave no answer");
+    }
 }
 
 OwnQuery::~OwnQuery() {
@@ -68,8 +71,10 @@ Batch OwnQuery::batch() {
         for (size_t i = 0; i < times; ++i) {
             const char once = 1;
             int64_t took = 0;
-            if (!send_all(socket_, &once, sizeof once) || !receive_all(socket_, &took, sizeof took))
+            if (!send_all(socket_, &once, sizeof once) ||
+                !receive_all(socket_, &took, sizeof took)) {
                 fail("the service's parts refused a listing");
+            }
             samples.add(took);
         }
     };
@@ -78,21 +83,24 @@ Batch OwnQuery::batch() {
 int serve_query(const std::string &what) {
     std::vector<std::string> words(1);
     for (const char c : what) {
-        if (c == ':' && words.size() < 5)
+        if (c == ':' && words.size() < 5) {
             words.emplace_back();
-        else
+        } else {
             words.back() += c;
+        }
     }
-    if (words.size() != 5)
+    if (words.size() != 5) {
         return 2;
+    }
     const int socket = std::atoi(words[0].c_str());
     service::catalogue::StoreOptions options;
     options.state = words[4] + '/' + words[3];
     options.music = {words[4] + "/collection"};
     std::string wrong;
     const std::unique_ptr<service::catalogue::Store> store = open_store(std::move(options), wrong);
-    if (!store)
+    if (!store) {
         fail(wrong);
+    }
     constexpr int32_t client = 0;
     service::playback::Players players(*store, {"main"},
                                        [] { return std::chrono::nanoseconds(0); });
@@ -104,8 +112,9 @@ int serve_query(const std::string &what) {
         answers.respond(client, request.data(), request.size(), answer);
         int32_t result = -1;
         std::memcpy(&result, answer.data(), sizeof result);
-        if (result != 0)
+        if (result != 0) {
             fail("the service's parts refused a request");
+        }
     };
     std::string open = request_of(VANTRO_COMMAND_OPEN);
     append_text(open, "main");
@@ -118,15 +127,17 @@ int serve_query(const std::string &what) {
     append_text(browse, "songs");
     ask(browse);
     const uint64_t size = answer.size();
-    if (!send_all(socket, &size, sizeof size) || !send_all(socket, answer.data(), size))
+    if (!send_all(socket, &size, sizeof size) || !send_all(socket, answer.data(), size)) {
         return 1;
+    }
     char once = 0;
     while (receive_all(socket, &once, sizeof once)) {
         const int64_t begin = now_ns();
         ask(browse);
         const int64_t took = now_ns() - begin;
-        if (!send_all(socket, &took, sizeof took))
+        if (!send_all(socket, &took, sizeof took)) {
             return 1;
+        }
     }
     return 0;
 }

@@ -11,27 +11,24 @@
 
 namespace vantro::bench {
 
-/**
- * Asks a catalogue for the first entries of "songs", from the request's bytes to the answer's, in a
- * process of its own, where vantrod would run.
- */
+// Asks a catalogue for the first entries of "songs", from the request's bytes to the answer's, in a
+// process of its own, where vantrod would run.
 class OwnQuery {
   public:
-    /**
-     * @param directory the run's, with the collection.
-     * @param state     a copy, within it, of what vantrod has made of the collection: one process at
-     *                  a time has a state directory.
-     * @param source    the id of its source.
-     */
+    // @param directory the run's, with the collection.
+    // @param state     a copy, within it, of what vantrod has made of the collection: one process
+    // at
+    //                  a time has a state directory.
+    // @param source    the id of its source.
     OwnQuery(const std::string &directory, const std::string &state, int32_t source, int32_t count);
     ~OwnQuery();
     OwnQuery(const OwnQuery &) = delete;
     OwnQuery &operator=(const OwnQuery &) = delete;
 
-    /** A batch of queries, timed where they run; borrows this object. */
+    // A batch of queries, timed where they run; borrows this object.
     Batch batch();
 
-    /** Result word, count and records. */
+    // Result word, count and records.
     const std::vector<char> &answer() const { return answer_; }
 
   private:
@@ -40,7 +37,7 @@ class OwnQuery {
     std::unique_ptr<Child> peer_;
 };
 
-/** The other side: "SOCKET:SOURCE:COUNT:STATE:DIRECTORY". */
+// The other side: "SOCKET:SOURCE:COUNT:STATE:DIRECTORY".
 int serve_query(const std::string &what);
 
 } // namespace vantro::bench

@@ -18,7 +18,7 @@ namespace {
 constexpr int node_count = 10000;
 constexpr size_t usual_iterations = 200;
 
-/** Nodes with ids and names of the length that files and titles have. */
+// Nodes with ids and names of the length that files and titles have.
 class Listing {
   public:
     Listing() {
@@ -37,16 +37,18 @@ class Listing {
     void pack() {
         int written = 0;
         pack_media_node(nodes_.data(), node_count, bytes_.data(), &written);
-        if (written != static_cast<int>(bytes_.size()))
+        if (written != static_cast<int>(bytes_.size())) {
             fail("packing wrote another number of bytes than the sizing function said");
+        }
     }
 
-    /** Unpacks and frees: nobody keeps a listing for ever. */
+    // Unpacks and frees: nobody keeps a listing for ever.
     void unpack() {
         MediaNode *nodes = nullptr;
         if (unpack_media_node(bytes_.data(), static_cast<int>(bytes_.size()), node_count, &nodes) !=
-            0)
+            0) {
             fail("a packed listing was not unpacked");
+        }
         vantro_free_media_nodes(nodes, node_count);
     }
 
@@ -61,12 +63,14 @@ class Listing {
 void record_rows(Run &run) {
     Listing listing;
     const size_t iterations = run.iterations_or(usual_iterations);
-    if (run.wants("pack_nodes_10k"))
+    if (run.wants("pack_nodes_10k")) {
         run.add("pack_nodes_10k", alternate({each([&] { listing.pack(); })}, iterations, 10)[0], {},
                 0);
-    if (run.wants("unpack_nodes_10k"))
+    }
+    if (run.wants("unpack_nodes_10k")) {
         run.add("unpack_nodes_10k", alternate({each([&] { listing.unpack(); })}, iterations, 10)[0],
                 {}, 0);
+    }
 }
 
 } // namespace vantro::bench

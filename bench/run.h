@@ -13,7 +13,7 @@
 
 namespace vantro::bench {
 
-/** Exchanges of one contender before the next has its turn. */
+// Exchanges of one contender before the next has its turn.
 constexpr size_t batch_size = 100;
 
 struct Contender {
@@ -24,28 +24,26 @@ struct Contender {
 
 class Run {
   public:
-    std::vector<std::string> only; /**< Rows wanted; empty: all. */
-    size_t iterations = 0;         /**< Of every row; 0: each row's own. */
-    int tracks = 100000;           /**< Of the large collection. */
-    std::string directory;         /**< Private, removed after the run. */
+    std::vector<std::string> only; // Rows wanted; empty: all.
+    size_t iterations = 0;         // Of every row; 0: each row's own.
+    int tracks = 100000;           // Of the large collection.
+    std::string directory;         // Private, removed after the run.
     std::vector<Row> rows;
 
     bool wants(const std::string &name) const;
 
     size_t iterations_or(size_t usual) const { return iterations ? iterations : usual; }
 
-    /**
-     * Measures contenders and the floor in turns and adds a row each, with its ratio to the floor
-     * of the same turns.
-     * @param floor_row the floor's samples are a row of this run too.
-     */
+    // Measures contenders and the floor in turns and adds a row each, with its ratio to the floor
+    // of the same turns.
+    // @param floor_row the floor's samples are a row of this run too.
     void against_floor(const std::vector<Contender> &contenders, size_t usual_iterations,
                        bool floor_row = false);
 
     void add(const std::string &name, const Samples &samples, std::optional<double> floor_median,
              int server_threads);
 
-    /** Adds a row about the large collection. */
+    // Adds a row about the large collection.
     void add(Row row, int tracks_there, const std::string &remark);
 };
 
@@ -58,13 +56,13 @@ void record_rows(Run &run);
 void memory_row(Run &run);
 void catalogue_rows(Run &run);
 
-/** The bench's own service, in a process of its own: answers until it is ended. */
+// The bench's own service, in a process of its own: answers until it is ended.
 int serve_putget(int threads, const char *instance);
 
-/** Does `count` small exchanges with the bench's own service, for who traces this process. */
+// Does `count` small exchanges with the bench's own service, for who traces this process.
 int trace_exchanges(size_t count);
 
-/** Gets `count` events of the bench's own player, which has nothing to tell. */
+// Gets `count` events of the bench's own player, which has nothing to tell.
 int trace_event_gets(size_t count);
 
 } // namespace vantro::bench

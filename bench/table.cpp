@@ -36,10 +36,11 @@ bool write_json(const std::vector<Row> &rows, const std::string &path) {
         json.Key("p99");
         json.Double(row.p99);
         json.Key("floor_ratio");
-        if (row.floor_ratio)
+        if (row.floor_ratio) {
             json.Double(*row.floor_ratio);
-        else
+        } else {
             json.Null();
+        }
         json.Key("server_threads");
         json.Int(row.server_threads);
         if (row.tracks) {
@@ -67,8 +68,9 @@ bool write_json(const std::vector<Row> &rows, const std::string &path) {
     json.EndArray();
 
     std::FILE *file = std::fopen(path.c_str(), "we");
-    if (!file)
+    if (!file) {
         return false;
+    }
     const bool written = std::fprintf(file, "%s\n", text.GetString()) >= 0;
     return (std::fclose(file) == 0) && written;
 }

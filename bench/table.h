@@ -13,20 +13,19 @@ struct Row {
     std::string unit;
     double median = 0;
     double p99 = 0;
-    std::optional<double>
-        floor_ratio{};      /**< Median against the floor's; empty where none applies. */
-    int server_threads = 0; /**< 0: no server takes part. */
-    int tracks = 0;         /**< Of the collection behind it; 0: none. */
-    std::optional<double> copy_ratio{}; /**< Median against the bare copy's. */
-    std::optional<double> query{};      /**< What the service itself takes, in the row's unit. */
-    std::optional<double> unpack{};     /**< What the client's unpacker takes. */
-    std::optional<double> ratio{};      /**< Median against what the note names. */
-    std::string note{};                 /**< For a reader. */
+    std::optional<double> floor_ratio{}; // Median against the floor's; empty where none applies.
+    int server_threads = 0;              // 0: no server takes part.
+    int tracks = 0;                      // Of the collection behind it; 0: none.
+    std::optional<double> copy_ratio{};  // Median against the bare copy's.
+    std::optional<double> query{};       // What the service itself takes, in the row's unit.
+    std::optional<double> unpack{};      // What the client's unpacker takes.
+    std::optional<double> ratio{};       // Median against what the note names.
+    std::string note{};                  // For a reader.
 };
 
 void print_table(const std::vector<Row> &rows);
 
-/** @return false with errno when the file cannot be written. */
+// @return false with errno when the file cannot be written.
 bool write_json(const std::vector<Row> &rows, const std::string &path);
 
 } // namespace vantro::bench

@@ -18,16 +18,17 @@ void no_dictionary() {
 
 // Keeps the handle that a change of a dictionary gave, or the one there was.
 bool keep(mosk_dict **dict, mosk_dict *changed) {
-    if (changed)
+    if (changed) {
         *dict = changed;
+    }
     return changed != nullptr;
 }
 
 bool set(mosk_dict **dict, const kivo_record &line) {
     msglog(LOG_SEVERITY_TRACE, "KIVO_ATTRIBUTE: %s::%s", line.attribute, line.value);
-    if (!*dict)
+    if (!*dict) {
         no_dictionary();
-    else if (!keep(dict, mosk_dict_set(*dict, line.attribute, line.value))) {
+    } else if (!keep(dict, mosk_dict_set(*dict, line.attribute, line.value))) {
         msglog(LOG_SEVERITY_WARNING, "Failed to copy attribute %s::%s", line.attribute, line.value);
         return false;
     }
@@ -36,9 +37,9 @@ bool set(mosk_dict **dict, const kivo_record &line) {
 
 bool remove(mosk_dict **dict, const kivo_record &line) {
     msglog(LOG_SEVERITY_TRACE, "KIVO_ATTRIBUTE_DELETED: %s", line.attribute);
-    if (!*dict)
+    if (!*dict) {
         no_dictionary();
-    else if (!keep(dict, mosk_dict_key_delete(*dict, line.attribute))) {
+    } else if (!keep(dict, mosk_dict_key_delete(*dict, line.attribute))) {
         msglog(LOG_SEVERITY_WARNING, "Failed to delete attribute %s", line.attribute);
         return false;
     }
@@ -68,13 +69,15 @@ int update_dict(mosk_dict **dict, char *text) {
             return result;
         case KIVO_OBJECT:
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT: %s", line.object);
-            if (!*dict)
+            if (!*dict) {
                 *dict = mosk_dict_new();
+            }
             break;
         case KIVO_OBJECT_CREATED:
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT_CREATED: %s", line.object);
-            if (!*dict)
+            if (!*dict) {
                 *dict = mosk_dict_new();
+            }
             break;
         case KIVO_OBJECT_DELETED:
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT_DELETED: %s", line.object);
@@ -87,12 +90,14 @@ int update_dict(mosk_dict **dict, char *text) {
             *dict = mosk_dict_new();
             break;
         case KIVO_ATTRIBUTE:
-            if (!set(dict, line))
+            if (!set(dict, line)) {
                 result = -1;
+            }
             break;
         case KIVO_ATTRIBUTE_DELETED:
-            if (!remove(dict, line))
+            if (!remove(dict, line)) {
                 result = -1;
+            }
             break;
         default:
             msglog(LOG_SEVERITY_WARNING, "We got a parsing error");

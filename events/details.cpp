@@ -22,10 +22,10 @@ static_assert(sizeof(void *) != 4 || sizeof(VantroEventDetails) == 24);
 static_assert(sizeof(void *) != 4 || offsetof(VantroEventDetails, track.metadata) == 20);
 
 // The text of a record, and its NUL, at most.
-constexpr std::size_t json_size = 2048;
+constexpr size_t json_size = 2048;
 
 struct EventType {
-    std::int32_t type;
+    int32_t type;
     char name[12]; // What the object's name begins with.
 };
 
@@ -46,13 +46,13 @@ struct Text {
 template <class Record>
 struct Number {
     const char *name;
-    std::int32_t Record::*field;
-    std::int32_t missing;
+    int32_t Record::*field;
+    int32_t missing;
 };
 template <class Record>
 struct WideNumber {
     const char *name;
-    std::uint64_t Record::*field; // 0 where the member is missing.
+    uint64_t Record::*field; // 0 where the member is missing.
 };
 
 // How a record is decoded, and what is said where that fails.
@@ -124,26 +124,28 @@ struct Form<MediaNode> {
     static constexpr std::array<WideNumber<MediaNode>, 0> wide_numbers{};
 };
 
-std::int32_t fillnum(const VantroEvent &event, const char *key) {
+int32_t fillnum(const VantroEvent &event, const char *key) {
     const char *value = mosk_dict_find_value(event.dict, key);
     return value ? integer_of(value) : 0;
 }
 
-std::uint64_t fill_tsid(const VantroEvent &event) {
-    return static_cast<std::uint32_t>(fillnum(event, "tsid"));
+uint64_t fill_tsid(const VantroEvent &event) {
+    return static_cast<uint32_t>(fillnum(event, "tsid"));
 }
 
 // Leaves the buffer empty where there is no such attribute, or it is too long.
 void copystr(char (&buffer)[json_size], const mosk_dict *dict, const char *key) {
     *buffer = '\0';
     const char *value = mosk_dict_find_value(dict, key);
-    if (!value)
+    if (!value) {
         return;
-    const std::size_t length = strnlen(value, json_size);
-    if (length < json_size)
+    }
+    const size_t length = strnlen(value, json_size);
+    if (length < json_size) {
         std::memcpy(buffer, value, length + 1);
-    else
+    } else {
         msglog(LOG_SEVERITY_WARNING, "Ignoring invalid %s in state event", key);
+    }
 }
 
 // Reads the members that there are; the texts stay in the buffer.
@@ -152,16 +154,20 @@ Record members(kivo_decoder &decoder) {
     Record found{};
     for (const auto &[name, field] : Form<Record>::texts) {
         const char *text = nullptr;
-        if (kivo_decoder_get_string(&decoder, name, &text) == 0)
+        if (kivo_decoder_get_string(&decoder, name, &text) == 0) {
             found.*field = const_cast<char *>(text);
+        }
     }
-    for (const auto &[name, field, missing] : Form<Record>::numbers)
-        if (kivo_decoder_get_int(&decoder, name, &(found.*field)) != 0)
+    for (const auto &[name, field, missing] : Form<Record>::numbers) {
+        if (kivo_decoder_get_int(&decoder, name, &(found.*field)) != 0) {
             found.*field = missing;
+        }
+    }
     for (const auto &[name, field] : Form<Record>::wide_numbers) {
-        std::int64_t number = 0;
-        if (kivo_decoder_get_int64(&decoder, name, &number) == 0)
-            found.*field = static_cast<std::uint64_t>(number);
+        int64_t number = 0;
+        if (kivo_decoder_get_int64(&decoder, name, &number) == 0) {
+            found.*field = static_cast<uint64_t>(number);
+        }
     }
     return found;
 }
@@ -171,8 +177,9 @@ template <class Record>
 Record *decode(const VantroEvent &event) {
     char buffer[json_size];
     copystr(buffer, event.dict, Form<Record>::attribute);
-    if (!*buffer)
+    if (!*buffer) {
         return nullptr;
+    }
     msglog(LOG_SEVERITY_TRACE, "%s: %s", Form<Record>::trace, buffer);
     kivo_decoder decoder;
     if (kivo_decoder_initialize(&decoder, nullptr) != 0) {
@@ -180,8 +187,9 @@ Record *decode(const VantroEvent &event) {
         return nullptr;
     }
     // Without a text that can be read, every member is missing.
-    if (kivo_decoder_parse_json_str(&decoder, buffer) != 0)
+    if (kivo_decoder_parse_json_str(&decoder, buffer) != 0) {
         msglog(LOG_SEVERITY_WARNING, "%s", Form<Record>::bad_json);
+    }
     kivo_decoder_push(&decoder, nullptr);
     const Record found = members<Record>(decoder);
     kivo_decoder_pop(&decoder);
@@ -193,16 +201,19 @@ Record *decode(const VantroEvent &event) {
         return nullptr;
     }
     *record = found;
-    for (const auto &text : Form<Record>::texts)
-        if (found.*text.field)
+    for (const auto &text : Form<Record>::texts) {
+        if (found.*text.field) {
             record->*text.field = strdup(found.*text.field);
+        }
+    }
     return record;
 }
 
 MediaSource *fill_mediasource(const VantroEvent &event) {
     MediaSource *source = decode<MediaSource>(event);
-    if (source)
+    if (source) {
         msglog(LOG_SEVERITY_TRACE, "fill_mediasource: %d", source->id);
+    }
     return source;
 }
 
@@ -216,24 +227,27 @@ Metadata *fill_metadata(const VantroEvent &event) {
 
 // Whether a change carries all that its type needs; otherwise the event has no type.
 bool carries(VantroEvent &event, std::initializer_list<const char *> attributes) {
-    for (const char *attribute : attributes)
+    for (const char *attribute : attributes) {
         if (!mosk_dict_find_value(event.dict, attribute)) {
             event.type = VANTRO_EVENT_NONE;
             return false;
         }
+    }
     return true;
 }
 
 void filldetails_status(VantroEvent &event) {
     msglog(LOG_SEVERITY_TRACE, "filldetails_status");
-    if (carries(event, {"position"}))
+    if (carries(event, {"position"})) {
         event.details.status.position = fillnum(event, "position");
+    }
 }
 
 void filldetails_track(VantroEvent &event) {
     msglog(LOG_SEVERITY_TRACE, "filldetails_track");
-    if (!carries(event, {"index", "tsid", "media_node"}))
+    if (!carries(event, {"index", "tsid", "media_node"})) {
         return;
+    }
     auto &track = event.details.track;
     track.index = fillnum(event, "index");
     track.tsid = fill_tsid(event);
@@ -243,8 +257,9 @@ void filldetails_track(VantroEvent &event) {
 
 void filldetails_trksession(VantroEvent &event) {
     msglog(LOG_SEVERITY_TRACE, "filldetails_trksession");
-    if (!carries(event, {"length", "tsid", "type"}))
+    if (!carries(event, {"length", "tsid", "type"})) {
         return;
+    }
     auto &trksession = event.details.trksession;
     trksession.type = fillnum(event, "type");
     trksession.length = fillnum(event, "length");
@@ -253,8 +268,9 @@ void filldetails_trksession(VantroEvent &event) {
 
 void filldetails_mediasource(VantroEvent &event) {
     msglog(LOG_SEVERITY_TRACE, "filldetails_mediasource");
-    if (!carries(event, {"type", "media_source"}))
+    if (!carries(event, {"type", "media_source"})) {
         return;
+    }
     event.details.mediasource.type = fillnum(event, "type");
     event.details.mediasource.media_source = fill_mediasource(event);
 }
@@ -264,8 +280,9 @@ void filldetails_mediasource(VantroEvent &event) {
 void filldetails(VantroEvent *event) {
     msglog(LOG_SEVERITY_DEBUG, "filldetails");
     const EventType *entry = evtypes;
-    while (std::strncmp(event->object_name, entry->name, std::strlen(entry->name)) != 0)
+    while (std::strncmp(event->object_name, entry->name, std::strlen(entry->name)) != 0) {
         entry++;
+    }
     event->type = entry->type;
     switch (event->type) {
     case VANTRO_EVENT_STATUS:

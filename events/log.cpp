@@ -18,7 +18,7 @@ namespace vantro::events {
 
 namespace {
 
-constexpr std::uint32_t log_code = 0x06C02710;
+constexpr uint32_t log_code = 0x06C02710;
 
 // Whether there may be something to flush. A call that finds nothing new traces six times, and is
 // to cost next to nothing: the host tells without the stream's lock, where it can tell at all.
@@ -34,11 +34,13 @@ bool has_output() {
 
 void msglog(int severity, const char *format, ...) {
     const platform::KeepErrno keep;
-    if (has_output())
+    if (has_output()) {
         std::fflush(stdout);
-    if (severity >= LOG_SEVERITY_NOTICE)
+    }
+    if (severity >= LOG_SEVERITY_NOTICE) {
         return;
-    std::va_list arguments;
+    }
+    va_list arguments;
     va_start(arguments, format);
     player::write_line(log_code, "vantro event", severity, format, arguments);
     va_end(arguments);

@@ -19,7 +19,7 @@ namespace vantro::events {
 
 namespace {
 
-constexpr std::size_t path_size = 1024;
+constexpr size_t path_size = 1024;
 
 ObjectEntry *unlink(ObjectEntry **link) {
     ObjectEntry *entry = std::exchange(*link, (*link)->next);
@@ -29,20 +29,23 @@ ObjectEntry *unlink(ObjectEntry **link) {
 
 ObjectEntry *unlink_dirty(EventQueue &queue, ObjectEntry **link) {
     ObjectEntry *entry = unlink(link);
-    if (!*link)
+    if (!*link) {
         queue.dirty_tail = link;
+    }
     return entry;
 }
 
 ObjectEntry **find(ObjectEntry **link, std::string_view name) {
-    while (*link && (*link)->name() != name)
+    while (*link && (*link)->name() != name) {
         link = &(*link)->next;
+    }
     return link;
 }
 
 void free_list(ObjectEntry *entry) {
-    while (entry)
+    while (entry) {
         free_entry(std::exchange(entry, entry->next));
+    }
 }
 
 // The records of an event are handed out as constant, and are the library's own.
@@ -72,11 +75,13 @@ EventQueue *newq(VantroHandle *handle) {
     queue->all_fd = queue->state_fd = -1;
     queue->state_dict = mosk_dict_new();
     if (queue->state_dict && (queue->all_fd = openobj(handle, ".all?delta")) >= 0 &&
-        (queue->state_fd = openobj(handle, "state?delta")) >= 0)
+        (queue->state_fd = openobj(handle, "state?delta")) >= 0) {
         return handle->event_queue = queue;
+    }
     const platform::KeepErrno keep;
-    if (queue->all_fd >= 0)
+    if (queue->all_fd >= 0) {
         platform_close(queue->all_fd);
+    }
     mosk_dict_destroy(queue->state_dict);
     std::free(queue);
     return nullptr;
@@ -87,17 +92,19 @@ void evcleanup(EventQueue &queue) {
     VantroEvent &event = queue.event;
     if (event.type != 0) {
         if (ObjectEntry *entry = std::exchange(queue.current_entry, nullptr)) {
-            if (event.dict)
+            if (event.dict) {
                 mosk_dict_destroy(const_cast<mosk_dict *>(event.dict));
-            else
+            } else {
                 free_entry(entry);
+            }
         }
         event.dict = nullptr;
         event.object_name = nullptr;
         event.user_data = nullptr;
     }
-    if (event.type == VANTRO_EVENT_MEDIASOURCE)
+    if (event.type == VANTRO_EVENT_MEDIASOURCE) {
         free_own(event.details.mediasource.media_source);
+    }
     if (event.type == VANTRO_EVENT_TRACK) {
         free_own(event.details.track.media_node);
         free_own(event.details.track.metadata);
@@ -106,16 +113,18 @@ void evcleanup(EventQueue &queue) {
 }
 
 bool has_player(const VantroHandle *handle) {
-    if (handle && handle->player_name)
+    if (handle && handle->player_name) {
         return true;
+    }
     msglog(LOG_SEVERITY_WARNING, "Invalid vantro handle");
     return false;
 }
 
 ObjectEntry *new_entry(std::string_view name) {
     void *block = std::malloc(sizeof(ObjectEntry) + name.size() + 1);
-    if (!block)
+    if (!block) {
         return nullptr;
+    }
     auto *entry = new (block) ObjectEntry{};
     std::memcpy(entry->name(), name.data(), name.size());
     entry->name()[name.size()] = '\0';
@@ -156,8 +165,9 @@ void enqueue_dirty(EventQueue &queue, ObjectEntry *entry) {
 } // namespace vantro::events
 
 void vantro_internal_destroy_evq(struct EventQueue *queue) {
-    if (!queue)
+    if (!queue) {
         return;
+    }
     const vantro::platform::KeepErrno keep;
     const vantro::events::CancelDisabled no_cancel;
     platform_close(queue->all_fd);

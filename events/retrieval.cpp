@@ -26,8 +26,8 @@ namespace {
 // What one call reads at most, each text counted with some bytes more than it has. It is above what
 // an object service keeps for a reader, so that only a service which publishes as fast as it is
 // read is left for the next call, where it would otherwise keep this one, and fill the memory.
-constexpr std::size_t pass_bytes_max = std::size_t{4} << 20;
-constexpr std::size_t text_overhead = 16;
+constexpr size_t pass_bytes_max = size_t{4} << 20;
+constexpr size_t text_overhead = 16;
 
 constexpr std::string_view state_object = "state";
 
@@ -45,7 +45,7 @@ class Lock {
 // The words that an attribute of "state" may have, and what they stand for.
 struct Word {
     const char *text;
-    std::int32_t value;
+    int32_t value;
 };
 constexpr std::array states{
     Word{"playing", VANTRO_STATE_PLAYING},
@@ -64,38 +64,47 @@ constexpr std::array shuffle_modes{
 };
 
 // @return whether the text is one of the words; `value` is left as it is where not.
-template <std::size_t count>
-bool look_up(const std::array<Word, count> &words, const char *text, std::int32_t &value) {
-    for (const Word &word : words)
+template <size_t count>
+bool look_up(const std::array<Word, count> &words, const char *text, int32_t &value) {
+    for (const Word &word : words) {
         if (same_word(word.text, text)) {
             value = word.value;
             return true;
         }
+    }
     return false;
 }
 
 // Sets the event's rate and modes from the attributes of "state".
 // @return the state that they tell; where they tell none, the one that the event has.
-std::int32_t apply_state(const mosk_dict *dict, VantroEvent &event) {
-    std::int32_t state = event.state;
-    if (const char *rate = mosk_dict_find_value(dict, "rate"))
+int32_t apply_state(const mosk_dict *dict, VantroEvent &event) {
+    int32_t state = event.state;
+    if (const char *rate = mosk_dict_find_value(dict, "rate")) {
         event.rate = rate_of(rate);
-    if (const char *repeat = mosk_dict_find_value(dict, "repeat"))
-        if (!look_up(repeat_modes, repeat, event.repeat))
+    }
+    if (const char *repeat = mosk_dict_find_value(dict, "repeat")) {
+        if (!look_up(repeat_modes, repeat, event.repeat)) {
             msglog(LOG_SEVERITY_WARNING, "Invalid repeat mode %s", repeat);
-    if (const char *shuffle = mosk_dict_find_value(dict, "shuffle"))
-        if (!look_up(shuffle_modes, shuffle, event.shuffle))
+        }
+    }
+    if (const char *shuffle = mosk_dict_find_value(dict, "shuffle")) {
+        if (!look_up(shuffle_modes, shuffle, event.shuffle)) {
             msglog(LOG_SEVERITY_WARNING, "Invalid shuffle mode %s", shuffle);
-    if (const char *status = mosk_dict_find_value(dict, "status"))
-        if (!look_up(states, status, state))
+        }
+    }
+    if (const char *status = mosk_dict_find_value(dict, "status")) {
+        if (!look_up(states, status, state)) {
             msglog(LOG_SEVERITY_WARNING, "Ignoring unknown state");
+        }
+    }
     return state;
 }
 
 // Makes the event of a change of "state". @return whether the change could be applied.
 bool report_state(EventQueue &queue, char *text) {
-    if (update_dict(&queue.state_dict, text) != 0)
+    if (update_dict(&queue.state_dict, text) != 0) {
         return false;
+    }
     VantroEvent &event = queue.event;
     decltype(event.details.state) before;
     before.state = event.state;
@@ -122,21 +131,23 @@ bool report_state(EventQueue &queue, char *text) {
 
 // The name in the first object's line of a text, where there is such a line.
 std::optional<std::string_view> object_of(std::string_view text) {
-    const std::size_t at = text.find('@');
-    const std::size_t end = at == text.npos ? at : text.find('\n', at);
-    if (end == text.npos)
+    const size_t at = text.find('@');
+    const size_t end = at == text.npos ? at : text.find('\n', at);
+    if (end == text.npos) {
         return std::nullopt;
+    }
     return text.substr(at + 1, end - at - 1);
 }
 
 // The entry that a change of an object belongs to, out of its list. Of a position or a track only
 // the newest is of interest: an unreported change gives way. @return null for want of memory.
 ObjectEntry *entry_for(EventQueue &queue, std::string_view name) {
-    if (name == "status" || name == "track")
+    if (name == "status" || name == "track") {
         if (ObjectEntry *entry = take_dirty(queue, name)) {
             mosk_dict_destroy(std::exchange(entry->dict, nullptr));
             return entry;
         }
+    }
     ObjectEntry *entry = take_clean(queue, name);
     return entry ? entry : new_entry(name);
 }
@@ -145,17 +156,20 @@ ObjectEntry *entry_for(EventQueue &queue, std::string_view name) {
 bool take_change(EventQueue &queue, std::string_view name, char *text) {
     msglog(LOG_SEVERITY_TRACE, "getobj: %.*s", static_cast<int>(name.size()), name.data());
     ObjectEntry *entry = entry_for(queue, name);
-    if (!entry)
+    if (!entry) {
         return false;
+    }
     const bool applied = update_dict(&entry->dict, text) == 0;
-    if (!applied)
+    if (!applied) {
         msglog(LOG_SEVERITY_TRACE, "update_dict failed");
-    if (!entry->dict)
+    }
+    if (!entry->dict) {
         free_entry(entry);
-    else if (!applied || mosk_dict_size(entry->dict) != 0)
+    } else if (!applied || mosk_dict_size(entry->dict) != 0) {
         enqueue_dirty(queue, entry);
-    else
+    } else {
         enqueue_clean(queue, entry);
+    }
     return applied;
 }
 
@@ -166,19 +180,22 @@ bool take_change(EventQueue &queue, std::string_view name, char *text) {
 bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_seen) {
     msglog(LOG_SEVERITY_DEBUG, "Check for all fds events");
     state_seen = false;
-    for (std::size_t read = 0; read < pass_bytes_max;) {
+    for (size_t read = 0; read < pass_bytes_max;) {
         const ssize_t length = readchange(handle, queue.all_fd);
-        if (length < 0 && errno == ESTALE)
+        if (length < 0 && errno == ESTALE) {
             return state_seen || queue.dirty_head;
-        if (length <= 0)
+        }
+        if (length <= 0) {
             return length == 0;
-        read += static_cast<std::size_t>(length) + text_overhead;
+        }
+        read += static_cast<size_t>(length) + text_overhead;
         char *text = handle->read_buffer;
-        const auto name = object_of({text, static_cast<std::size_t>(length)});
-        if (name == state_object)
+        const auto name = object_of({text, static_cast<size_t>(length)});
+        if (name == state_object) {
             state_seen = true;
-        else if (name && !take_change(queue, *name, text))
+        } else if (name && !take_change(queue, *name, text)) {
             return false;
+        }
     }
     return true;
 }
@@ -188,8 +205,9 @@ void report_queued(EventQueue &queue) {
     ObjectEntry *entry = take_dirty_head(queue);
     VantroEvent &event = queue.event;
     event.dict = std::exchange(entry->dict, nullptr);
-    if (event.dict)
+    if (event.dict) {
         enqueue_clean(queue, entry);
+    }
     event.object_name = entry->name();
     event.user_data = entry->user_data;
     queue.current_entry = entry;
@@ -204,19 +222,23 @@ bool next_event(const VantroHandle *handle, EventQueue &queue) {
     while (state_may_have_changed) {
         msglog(LOG_SEVERITY_DEBUG, "Check for the state event");
         const ssize_t length = readchange(handle, queue.state_fd);
-        if (length > 0)
+        if (length > 0) {
             return report_state(queue, handle->read_buffer);
+        }
         // Where nobody publishes any more, the file of all objects says so too, behind what the
         // others still have to tell.
-        if (length < 0 && errno != ESTALE)
+        if (length < 0 && errno != ESTALE) {
             return false;
-        if (!read_objects(handle, queue, state_may_have_changed))
+        }
+        if (!read_objects(handle, queue, state_may_have_changed)) {
             return false;
+        }
     }
-    if (queue.dirty_head)
+    if (queue.dirty_head) {
         report_queued(queue);
-    else
+    } else {
         queue.event.type = VANTRO_EVENT_NONE;
+    }
     return true;
 }
 
@@ -227,13 +249,15 @@ bool next_event(const VantroHandle *handle, EventQueue &queue) {
 const VantroEvent *vantro_event_get(VantroHandle *handle) {
     using namespace vantro::events;
     const CancelDisabled no_cancel;
-    if (!has_player(handle))
+    if (!has_player(handle)) {
         return nullptr;
+    }
     msglog(LOG_SEVERITY_DEBUG, "vantro_event_get");
     const Lock lock(handle);
     EventQueue *queue = handle->event_queue ? handle->event_queue : newq(handle);
-    if (!queue)
+    if (!queue) {
         return nullptr;
+    }
     evcleanup(*queue);
     return next_event(handle, *queue) ? &queue->event : nullptr;
 }

@@ -20,9 +20,9 @@ inline locale_t c_locale() {
 }
 
 // The number that a text begins with, or 0. One that does not fit becomes the nearest that does.
-inline std::int32_t integer_of(const char *text) {
-    using Limits = std::numeric_limits<std::int32_t>;
-    return static_cast<std::int32_t>(
+inline int32_t integer_of(const char *text) {
+    using Limits = std::numeric_limits<int32_t>;
+    return static_cast<int32_t>(
         std::clamp<long>(std::strtol(text, nullptr, 10), Limits::min(), Limits::max()));
 }
 

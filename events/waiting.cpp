@@ -59,20 +59,23 @@ class WakeSignals {
 // Cancellation unwinds through this function, which is therefore not noexcept.
 int vantro_event_wait(VantroHandle *handle) {
     using namespace vantro::events;
-    if (!has_player(handle))
+    if (!has_player(handle)) {
         return -1;
+    }
     msglog(LOG_SEVERITY_DEBUG, "vantro_event_wait:");
     EventQueue *queue = handle->event_queue ? handle->event_queue : newq(handle);
     if (queue && queue->dirty_head) {
         msglog(LOG_SEVERITY_TRACE, "vantro_event_wait: some events in the queue");
         return 0;
     }
-    if (!queue && !(queue = newq(handle)))
+    if (!queue && !(queue = newq(handle))) {
         return -1;
+    }
     const WakeSignals signals(queue->all_fd);
     const int input = notify_arm(queue->all_fd, NOTIFY_TEST_AND_ARM, NOTIFY_INPUT, &sev);
-    if (input != 0)
+    if (input != 0) {
         return input > 0 ? 0 : -1;
+    }
     return signals.wait() ? 0 : -1;
 }
 

@@ -34,15 +34,18 @@ static int list(VantroHandle *player, int32_t ms_id, const char *node_id, int le
             fprintf(stderr, "browse: cannot list \"%s\"; the system's log says why\n", node_id);
             return -1;
         }
-        if (!nodes)
+        if (!nodes) {
             count = 0; /* no records came, and the pointer was left alone */
+        }
         for (i = 0; i < count && result == 0; i++) {
             printf("%*s%s", level * INDENT, "", text(nodes[i].name));
-            if (nodes[i].count > 0)
+            if (nodes[i].count > 0) {
                 printf(" (%d)", (int)nodes[i].count);
+            }
             putchar('\n');
-            if (level < LEVELS && nodes[i].count > 0)
+            if (level < LEVELS && nodes[i].count > 0) {
                 result = list(player, ms_id, text(nodes[i].id), level + 1);
+            }
         }
         vantro_free_media_nodes(nodes, count);
         offset += count;
@@ -83,10 +86,11 @@ int main(int argc, char **argv) {
         fprintf(stderr, "browse: no player service: %s\n", strerror(errno));
         return EXIT_FAILURE;
     }
-    if (vantro_open(player, name) != 0)
+    if (vantro_open(player, name) != 0) {
         fprintf(stderr, "browse: cannot open the player \"%s\"\n", name);
-    else if (list_sources(player) == 0 && fflush(stdout) == 0)
+    } else if (list_sources(player) == 0 && fflush(stdout) == 0) {
         result = EXIT_SUCCESS;
+    }
     vantro_disconnect(player);
     return result;
 }

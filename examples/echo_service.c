@@ -33,8 +33,9 @@ static int32_t echo(MsgOsb *open, MsgContext *context, MsgService *service) {
     const int32_t length = (int32_t)context->header->send_length;
     (void)service;
     /* The open record may be gone once the answer is out. */
-    if (callout_reply(open, context, 0, context->payload, length) == ENOMEM)
+    if (callout_reply(open, context, 0, context->payload, length) == ENOMEM) {
         ipc_error(receive_id, ENOMEM);
+    }
     return 0;
 }
 
@@ -49,10 +50,12 @@ static void stop_threads(const pthread_t *threads, int count) {
     const int connection = connect_attach(0, 0, server->channel, 0, 0);
     int i;
     __atomic_store_n(&server->stop, 1, __ATOMIC_RELEASE);
-    for (i = 0; i < count; i++)
+    for (i = 0; i < count; i++) {
         pulse_send(connection, PULSE_PRIORITY, 0, 0);
-    for (i = 0; i < count; i++)
+    }
+    for (i = 0; i < count; i++) {
         pthread_join(threads[i], NULL);
+    }
     connect_detach(connection);
 }
 
@@ -86,8 +89,9 @@ int main(int argc, char **argv) {
         } else if (strcmp(argv[i], "--threads") == 0) {
             char *end = NULL;
             const long count = i + 1 < argc ? strtol(argv[++i], &end, 10) : 0;
-            if (!end || end == argv[i] || *end != '\0' || count < 1 || count > THREADS_MAX)
+            if (!end || end == argv[i] || *end != '\0' || count < 1 || count > THREADS_MAX) {
                 return usage("--threads needs a number from 1 to 64", "");
+            }
             thread_count = (int)count;
         } else {
             return usage("unknown argument ", argv[i]);
@@ -101,10 +105,12 @@ int main(int argc, char **argv) {
     pthread_sigmask(SIG_BLOCK, &ending, NULL);
 
     server = msgserver_create(LARGEST_REQUEST, HELD_ANSWERS, flags);
-    if (!server)
+    if (!server) {
         return fail("cannot create the server");
-    if (msgserver_add(server, "echo", NULL, NULL, USUAL_REQUEST, echo, NULL, NULL) < 0)
+    }
+    if (msgserver_add(server, "echo", NULL, NULL, USUAL_REQUEST, echo, NULL, NULL) < 0) {
         return fail(errno == EADDRINUSE ? "another echo service runs" : "cannot add the service");
+    }
 
     while (started < thread_count) {
         const int error = pthread_create(&threads[started], NULL, serve, NULL);

@@ -1,5 +1,5 @@
-// Bytes where a change text should be: the parser ends, stays inside the text, leaves a line that it
-// cannot parse as it was, and what it finds is written again as a text that says the same.
+// Bytes where a change text should be: the parser ends, stays inside the text, leaves a line that
+// it cannot parse as it was, and what it finds is written again as a text that says the same.
 //
 // An input is the text; what follows its first NUL is not looked at.
 #include <cstddef>
@@ -15,11 +15,12 @@
 namespace {
 
 void require(bool holds) {
-    if (!holds)
+    if (!holds) {
         __builtin_trap();
+    }
 }
 
-/** Everything that a text says, one entry a line; and the text written anew. */
+// Everything that a text says, one entry a line; and the text written anew.
 struct Reading {
     std::vector<std::string> lines;
     std::string written;
@@ -34,14 +35,13 @@ struct Reading {
         for (char *cursor = text.data();;) {
             const char *const line = cursor;
             last = kivoparse(&cursor, nullptr, nullptr, &record, 0);
-            const auto at = static_cast<std::size_t>(line - text.data());
+            const auto at = static_cast<size_t>(line - text.data());
             require(cursor >= line && cursor <= text.data() + text.size());
             if (last <= KIVO_END) {
                 require(cursor == line && std::strcmp(line, before.c_str() + at) == 0);
                 break;
             }
-            require(cursor > line &&
-                    before[static_cast<std::size_t>(cursor - text.data()) - 1] == '\n');
+            require(cursor > line && before[static_cast<size_t>(cursor - text.data()) - 1] == '\n');
             std::string said = std::to_string(last) + "|";
             if (last == KIVO_ATTRIBUTE) {
                 kivo_write_attribute(&writer, record.attribute, record.encoding, record.value);
@@ -58,20 +58,20 @@ struct Reading {
         }
         const ssize_t length = kivo_writer_finish(&writer);
         require(length >= 0);
-        written.assign(memory.data(), static_cast<std::size_t>(length));
+        written.assign(memory.data(), static_cast<size_t>(length));
     }
 };
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t length) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t length) {
     const std::string text(reinterpret_cast<const char *>(data), length);
     const Reading first(text.c_str());
     const Reading second(first.written);
     require(second.last == KIVO_END && second.lines == first.lines);
     require(Reading(second.written).written == second.written);
 
-    /* The same bytes in a ring that a stranger wrote. */
+    // The same bytes in a ring that a stranger wrote.
     vantro::platform::Picture picture;
     picture.load(text);
     std::string snapshot;

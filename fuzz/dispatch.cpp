@@ -21,8 +21,9 @@ namespace {
 constexpr size_t STEPS_MAX = 64;
 
 void require(bool holds) {
-    if (!holds)
+    if (!holds) {
         std::abort();
+    }
 }
 
 int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
@@ -31,14 +32,16 @@ int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
     // Touches every byte that the header says is there, and only those.
     const std::string payload(static_cast<const char *>(context->payload), header.send_length);
     std::string reply = payload;
-    if (header.code & 1)
+    if (header.code & 1) {
         reply.append(header.code, 'x');
+    }
     if ((header.code & 2) && header.kind == MSG_KIND_PUT) {
         const iovec parts[] = {{reply.data(), reply.size()}, {reply.data(), 1}};
         return callout_reply2(open, receive_id, header.tag, 0, parts, reply.empty() ? 1 : 2);
     }
-    if (header.code & 4)
+    if (header.code & 4) {
         msgserver_growmsg(open->server, static_cast<int32_t>(header.code));
+    }
     const int32_t result =
         callout_reply(open, context, 0, reply.data(), static_cast<int32_t>(reply.size()));
     return result == ENOMEM ? ipc_error(receive_id, ENOMEM) : result;
@@ -56,12 +59,13 @@ MsgServer *serve(int flags) {
     MsgServer *server = msgserver_create(32768, 4, flags);
     require(server && msgserver_add(server, flags == MSGSERVER_FLAG_PATH ? "path" : "name", nullptr,
                                     nullptr, 1024, answer, accept, closed) == 0);
-    for (int i = 0; i < 2; i++)
+    for (int i = 0; i < 2; i++) {
         std::thread(msgserver_thread_loop, server).detach();
+    }
     return server;
 }
 
-/** The servers and the client that behaves, for the life of the program. */
+// The servers and the client that behaves, for the life of the program.
 struct World {
     std::string directory = "/tmp/fuzz-dispatch-XXXXXX";
     MsgServer *servers[2];
@@ -101,7 +105,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     global_name_close(by_name);
     platform_close(by_path);
-    for (MsgClient *bystander : world.bystanders)
+    for (MsgClient *bystander : world.bystanders) {
         expect_service(bystander);
+    }
     return 0;
 }

@@ -1,6 +1,7 @@
 // Bytes where a JSON text should be: the decoder ends, and hands out strings of the text itself.
 //
-// An input is the text up to its first NUL; a member asked for by a name that is in it may be there.
+// An input is the text up to its first NUL; a member asked for by a name that is in it may be
+// there.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -12,13 +13,14 @@
 namespace {
 
 void require(bool holds) {
-    if (!holds)
+    if (!holds) {
         __builtin_trap();
+    }
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t length) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t length) {
     std::vector<char> text(data, data + length);
     text.push_back('\0');
     text.resize(std::strlen(text.data()) + 1);
@@ -34,24 +36,27 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t leng
     for (int turn = 0; turn < 3; turn++) {
         for (const char *name : {"a", "b", "id", "name", "count", ""}) {
             const char *string = nullptr;
-            std::int32_t number = 0;
-            std::int64_t wide = 0;
+            int32_t number = 0;
+            int64_t wide = 0;
             const bool is_string = kivo_decoder_get_string(&decoder, name, &string) == 0;
             const bool is_wide = kivo_decoder_get_int64(&decoder, name, &wide) == 0;
             const bool is_number = kivo_decoder_get_int(&decoder, name, &number) == 0;
             require(!is_string || !is_wide);
             require(!is_number || (is_wide && wide == number));
             require(parsed || (!is_string && !is_wide));
-            if (is_string)
+            if (is_string) {
                 strings.push_back(string);
+            }
         }
         depth += kivo_decoder_push(&decoder, turn % 2 ? "b" : "a") == 0;
     }
-    for (; depth > 0; depth--)
+    for (; depth > 0; depth--) {
         require(kivo_decoder_pop(&decoder) == 0);
+    }
     require(kivo_decoder_pop(&decoder) != 0);
     kivo_decoder_cleanup(&decoder);
-    for (const char *string : strings)
+    for (const char *string : strings) {
         require(string > text.data() && string + std::strlen(string) < end);
+    }
     return 0;
 }

@@ -3,8 +3,8 @@
 // and freed.
 //
 // An input is the query (1 byte), the reply's status (1 byte), the length that the reply claims
-// (4 bytes), how much of the rest is the reply itself (2 bytes), that much, and then the answer that
-// the service holds for a fetch.
+// (4 bytes), how much of the rest is the reply itself (2 bytes), that much, and then the answer
+// that the service holds for a fetch.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -22,8 +22,9 @@
 namespace {
 
 void require(bool holds) {
-    if (!holds)
+    if (!holds) {
         std::abort();
+    }
 }
 
 struct Forged {
@@ -85,8 +86,9 @@ void list_nodes(VantroHandle *handle, unsigned how) {
                                   : vantro_get_trksession_tracks(handle, 1, 0, &count, &nodes);
     require(result == 0 ? count >= 0 : count == 7 && (!nodes || nodes == &untouched));
     require(result != 0 || (count == 0) == (nodes == &untouched));
-    if (nodes == &untouched)
+    if (nodes == &untouched) {
         return;
+    }
     for (int i = 0; nodes && i < count; i++) {
         read_text(nodes[i].id);
         read_text(nodes[i].name);
@@ -128,8 +130,9 @@ void ask(VantroHandle *handle, unsigned query) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static World world;
-    if (size < 8)
+    if (size < 8) {
         return 0;
+    }
     will_give(consent());
     // A new connection an input, so that nothing is held from the one before.
     VantroHandle *handle = vantro_connect();

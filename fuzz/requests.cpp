@@ -16,12 +16,13 @@ using namespace vantro;
 namespace {
 
 void require(bool holds) {
-    if (!holds)
+    if (!holds) {
         __builtin_trap();
+    }
 }
 
 template <typename Value>
-Value read(const vantro::service::requests::Bytes &bytes, std::size_t at) {
+Value read(const vantro::service::requests::Bytes &bytes, size_t at) {
     require(bytes.size() >= at + sizeof(Value));
     Value value;
     std::memcpy(&value, bytes.data() + at, sizeof value);
@@ -29,9 +30,9 @@ Value read(const vantro::service::requests::Bytes &bytes, std::size_t at) {
 }
 
 template <typename Record>
-std::size_t records_length(const vantro::service::requests::Bytes &answer, std::size_t at,
-                           int count, int (*unpack)(const void *, int, int, Record **),
-                           void (*release)(Record *, int)) {
+size_t records_length(const vantro::service::requests::Bytes &answer, size_t at, int count,
+                      int (*unpack)(const void *, int, int, Record **),
+                      void (*release)(Record *, int)) {
     Record *records = nullptr;
     require(count == 0 ||
             unpack(answer.data() + at, static_cast<int>(answer.size() - at), count, &records) == 0);
@@ -39,8 +40,8 @@ std::size_t records_length(const vantro::service::requests::Bytes &answer, std::
     return answer.size();
 }
 
-std::size_t answer_length(const vantro::service::requests::Bytes &request,
-                          const vantro::service::requests::Bytes &answer) {
+size_t answer_length(const vantro::service::requests::Bytes &request,
+                     const vantro::service::requests::Bytes &answer) {
     const auto command = read<uint16_t>(request, 0);
     switch (command) {
     case VANTRO_COMMAND_GET_MEDIA_SOURCES:
@@ -58,9 +59,10 @@ std::size_t answer_length(const vantro::service::requests::Bytes &request,
     case VANTRO_COMMAND_GET_EXTENDED_METADATA: {
         // As many values as keys were asked for.
         const auto keys = read<uint32_t>(request, 24 + read<uint32_t>(request, 20));
-        std::size_t at = 4;
-        for (uint32_t i = 0; i < keys; ++i)
+        size_t at = 4;
+        for (uint32_t i = 0; i < keys; ++i) {
             at += 4 + read<uint32_t>(answer, at);
+        }
         return at;
     }
     case VANTRO_COMMAND_CREATE_TRKSESSION:
@@ -85,19 +87,20 @@ std::size_t answer_length(const vantro::service::requests::Bytes &request,
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     vantro::test::MemoryCatalogue catalogue({20'000, 19'999, 19'998, 19'997, 19'996});
     catalogue.gone = 2;
     std::chrono::seconds now{0};
     vantro::service::playback::Players players(catalogue, {"main", "kitchen"},
                                                [&] { return now += std::chrono::seconds(1); });
     vantro::service::requests::Answers answers(catalogue, players);
-    for (int32_t open = 0; open < 4; ++open)
+    for (int32_t open = 0; open < 4; ++open) {
         answers.opens().reset(open);
+    }
 
     while (size >= 2) {
         const int32_t open = data[0] % 8 - 2; // those at the ends were never opened
-        const std::size_t length = std::min<std::size_t>(data[1], size - 2);
+        const size_t length = std::min<size_t>(data[1], size - 2);
         const vantro::service::requests::Bytes request(
             data + 2, data + 2 + length); // a copy, so that its end is guarded
         data += 2 + length;
@@ -105,10 +108,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
 
         vantro::service::requests::Bytes answer;
         answers.respond(open, request.data(), request.size(), answer);
-        if (read<int32_t>(answer, 0) != 0)
+        if (read<int32_t>(answer, 0) != 0) {
             require(answer.size() == 4);
-        else
+        } else {
             require(answer.size() == answer_length(request, answer));
+        }
     }
     return 0;
 }

@@ -17,8 +17,9 @@ namespace {
 using vantro::records::Fields;
 
 void require(bool holds) {
-    if (!holds)
+    if (!holds) {
         __builtin_trap();
+    }
 }
 
 // What a service would keep of a record. A string that begins with a NUL is an empty one in C, and
@@ -28,22 +29,26 @@ To service_record(const From &from) {
     using Target = Fields<To>;
     using Source = Fields<From>;
     To to{};
-    for (std::size_t i = 0; i < Source::integers.size(); i++)
+    for (size_t i = 0; i < Source::integers.size(); i++) {
         to.*Target::integers[i] = from.*Source::integers[i];
-    for (std::size_t i = 0; i < Source::wide_integers.size(); i++)
+    }
+    for (size_t i = 0; i < Source::wide_integers.size(); i++) {
         to.*Target::wide_integers[i] = from.*Source::wide_integers[i];
-    for (std::size_t i = 0; i < Source::strings.size(); i++)
-        if (char *text = from.*Source::strings[i]; text && *text)
+    }
+    for (size_t i = 0; i < Source::strings.size(); i++) {
+        if (char *text = from.*Source::strings[i]; text && *text) {
             to.*Target::strings[i] = text;
+        }
+    }
     return to;
 }
 
 template <class Service, class Record>
-void try_bytes(const std::uint8_t *data, int size, int count,
+void try_bytes(const uint8_t *data, int size, int count,
                int (*unpack)(const void *, int, int, Record **),
                void (*pack)(const Service *, int, void *, int *),
                int (*compute)(const Service *, int)) {
-    std::vector<std::uint8_t> bytes(data, data + size), before;
+    std::vector<uint8_t> bytes(data, data + size), before;
     // The second and third turn unpack what the one before packed, which changes nothing more.
     for (int turn = 0; turn < 3; turn++) {
         Record untouched{};
@@ -54,14 +59,15 @@ void try_bytes(const std::uint8_t *data, int size, int count,
             return;
         }
         std::vector<Service> service;
-        for (int i = 0; i < count; i++)
+        for (int i = 0; i < count; i++) {
             service.push_back(service_record<Service>(records[i]));
-        before = std::exchange(bytes, std::vector<std::uint8_t>(bytes.size()));
+        }
+        before = std::exchange(bytes, std::vector<uint8_t>(bytes.size()));
         int packed = 0;
         pack(service.data(), count, bytes.data(), &packed);
         // Never longer than what it came from: a string ends at its first NUL.
         require(packed <= left && (!compute || compute(service.data(), count) == packed));
-        bytes.resize(static_cast<std::size_t>(packed));
+        bytes.resize(static_cast<size_t>(packed));
         require(turn == 0 || bytes == before);
         vantro::records::free_records(records, count);
     }
@@ -69,21 +75,23 @@ void try_bytes(const std::uint8_t *data, int size, int count,
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t length) {
-    if (length < 5)
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t length) {
+    if (length < 5) {
         return 0;
-    std::int32_t count = 0;
+    }
+    int32_t count = 0;
     std::memcpy(&count, data + 1, sizeof count);
-    const std::uint8_t *bytes = data + 5;
+    const uint8_t *bytes = data + 5;
     const int size = static_cast<int>(length - 5);
-    if (data[0] % 3 == 0)
+    if (data[0] % 3 == 0) {
         try_bytes<ServiceMediaSource>(bytes, size, count, unpack_media_source, pack_media_source,
                                       nullptr);
-    else if (data[0] % 3 == 1)
+    } else if (data[0] % 3 == 1) {
         try_bytes<ServiceMediaNode>(bytes, size, count, unpack_media_node, pack_media_node,
                                     compute_media_node_size);
-    else
+    } else {
         try_bytes<Metadata>(bytes, size, count, unpack_metadata, pack_metadata,
                             compute_metadata_size);
+    }
     return 0;
 }

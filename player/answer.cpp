@@ -10,19 +10,21 @@ namespace vantro::player {
 namespace {
 
 // Answers up to this length, some twenty thousand nodes, are what clients ask for again and again.
-constexpr std::size_t frequent_answer_max = 1024 * 1024;
+constexpr size_t frequent_answer_max = 1024 * 1024;
 
 // Records take up to three times the bytes that they come in. The host's allocator keeps as much
 // free memory as twice the largest block that it was ever given back. So a block of three times the
 // length sees to it that the next list is made in the memory of the last one: were that returned to
 // the host, finding it again page by page would take as long as all else that the client does. What
 // is not zeroed is never touched.
-unsigned char *zeroed_block(std::size_t size) {
-    if (size <= VANTRO_REPLY_AREA || size > frequent_answer_max)
+unsigned char *zeroed_block(size_t size) {
+    if (size <= VANTRO_REPLY_AREA || size > frequent_answer_max) {
         return static_cast<unsigned char *>(std::calloc(1, size));
+    }
     auto *block = static_cast<unsigned char *>(std::malloc(3 * size));
-    if (block)
+    if (block) {
         std::memset(block, 0, size);
+    }
     return block;
 }
 
@@ -42,19 +44,21 @@ int Answer::fetch(const VantroHandle *handle) {
 }
 
 bool Answer::granted(const char *failure) const {
-    if (result_ == 0 && length_ >= word_bytes())
+    if (result_ == 0 && length_ >= word_bytes()) {
         return true;
+    }
     msglog(LOG_SEVERITY_INFO, "%s", failure);
     return false;
 }
 
-std::size_t Answer::byte_count() const {
-    return std::min<std::size_t>(length_ - word_bytes(), area_size_);
+size_t Answer::byte_count() const {
+    return std::min<size_t>(length_ - word_bytes(), area_size_);
 }
 
 bool LongAnswer::make_area() {
-    if (replace_area(VANTRO_REPLY_AREA))
+    if (replace_area(VANTRO_REPLY_AREA)) {
         return true;
+    }
     msglog(LOG_SEVERITY_INFO, "Cannot allocate memory");
     return false;
 }
@@ -68,19 +72,21 @@ bool LongAnswer::complete(const VantroHandle *handle, int status, OverflowLock &
     const bool has_room = length() <= area_size() || replace_area(length());
     const bool fetched = has_room && fetch(handle) == 0;
     lock.release();
-    if (!has_room)
+    if (!has_room) {
         msglog(LOG_SEVERITY_WARNING, "Cannot allocate memory");
-    else if (!fetched)
+    } else if (!fetched) {
         msglog(LOG_SEVERITY_INFO, "msgclient_getv() failed");
+    }
     return fetched;
 }
 
 // Not realloc(): nothing in the old area is worth moving, and fresh zeroed memory costs nothing
 // until an answer comes to lie in it, whatever length the service only claims.
-bool LongAnswer::replace_area(std::size_t size) {
+bool LongAnswer::replace_area(size_t size) {
     const KeepErrno keep;
-    if (size > VANTRO_REPLY_MAX)
+    if (size > VANTRO_REPLY_MAX) {
         return false;
+    }
     block_.reset();
     block_.reset(zeroed_block(size));
     set_area(block_.get(), block_ ? size : 0);

@@ -33,7 +33,7 @@ class Answer {
     // The area is zeroed by whoever provides it, so that a service that overstates the length of
     // its answer makes us read zeros and not what memory held before: how much of the area an
     // exchange filled, the service alone tells.
-    explicit Answer(Counted counted, unsigned char *area = nullptr, std::size_t area_size = 0)
+    explicit Answer(Counted counted, unsigned char *area = nullptr, size_t area_size = 0)
         : count_bytes_(counted == Counted::yes ? sizeof count_ : 0), area_(area),
           area_size_(area_size) {}
 
@@ -45,30 +45,30 @@ class Answer {
     bool granted(const char *failure) const;
 
     // Only of an answer that is granted.
-    std::int32_t count() const { return count_; }
+    int32_t count() const { return count_; }
     const unsigned char *bytes() const { return area_; }
-    std::size_t byte_count() const;
+    size_t byte_count() const;
 
   protected:
     int fetch(const VantroHandle *handle);
-    void set_area(unsigned char *area, std::size_t size) {
+    void set_area(unsigned char *area, size_t size) {
         area_ = area;
         area_size_ = size;
     }
-    std::size_t area_size() const { return area_size_; }
+    size_t area_size() const { return area_size_; }
     // Bytes of the whole answer, as the service states them.
-    std::uint32_t length() const { return length_; }
+    uint32_t length() const { return length_; }
 
   private:
-    std::size_t word_bytes() const { return sizeof result_ + count_bytes_; }
+    size_t word_bytes() const { return sizeof result_ + count_bytes_; }
 
-    std::int32_t result_ = no_result;
+    int32_t result_ = no_result;
     // Preset like the result word: an answer that ends before its count has no records.
-    std::int32_t count_ = -1;
-    std::size_t count_bytes_;
+    int32_t count_ = -1;
+    size_t count_bytes_;
     unsigned char *area_;
-    std::size_t area_size_;
-    std::uint32_t length_ = 0;
+    size_t area_size_;
+    uint32_t length_ = 0;
 };
 
 // An answer of any length: the area begins with VANTRO_REPLY_AREA bytes of the heap, and is grown
@@ -85,7 +85,7 @@ class LongAnswer : public Answer {
     bool complete(const VantroHandle *handle, int status, OverflowLock &lock);
 
   private:
-    bool replace_area(std::size_t size);
+    bool replace_area(size_t size);
 
     Block block_;
 };
@@ -93,13 +93,14 @@ class LongAnswer : public Answer {
 // Unpacks `count` records of a granted answer. The caller's pointer receives them, or null for want
 // of memory; bytes that cannot be right leave it alone.
 template <class Record>
-int unpack_answer(const Answer &answer, std::int32_t count, Record **records) {
+int unpack_answer(const Answer &answer, int32_t count, Record **records) {
     const KeepErrno keep;
     Record *block = nullptr;
     const records::Unpacked result =
         records::unpack_records(answer.bytes(), answer.byte_count(), count, block);
-    if (result == records::Unpacked::done || result == records::Unpacked::no_memory)
+    if (result == records::Unpacked::done || result == records::Unpacked::no_memory) {
         *records = block;
+    }
     return result == records::Unpacked::done ? 0 : -1;
 }
 

@@ -11,7 +11,7 @@ namespace vantro::player {
 namespace {
 
 struct Command {
-    std::uint16_t code;
+    uint16_t code;
     const char *failure;
 };
 
@@ -25,9 +25,10 @@ constexpr Command rate{VANTRO_COMMAND_SET_PLAYBACK_RATE, "vantro_set_playback_ra
 constexpr Command shuffle{VANTRO_COMMAND_SHUFFLE, "vantro_shuffle() failed"};
 constexpr Command repeat{VANTRO_COMMAND_REPEAT, "vantro_repeat() failed"};
 
-int conclude(const Command &command, std::int32_t result) {
-    if (result == 0)
+int conclude(const Command &command, int32_t result) {
+    if (result == 0) {
         return 0;
+    }
     msglog(LOG_SEVERITY_INFO, "%s", command.failure);
     return -1;
 }
@@ -36,13 +37,13 @@ int send(const VantroHandle *handle, const Command &command) {
     return conclude(command, vantro_iomsg_noparam(handle, command.code));
 }
 
-int send(const VantroHandle *handle, const Command &command, std::int32_t value) {
+int send(const VantroHandle *handle, const Command &command, int32_t value) {
     return conclude(command, vantro_iomsg_integer(handle, command.code, value));
 }
 
 // A mode below zero is out of range like one that is too large.
-bool in_range(std::int32_t mode, std::uint32_t highest) {
-    return static_cast<std::uint32_t>(mode) <= highest;
+bool in_range(int32_t mode, uint32_t highest) {
+    return static_cast<uint32_t>(mode) <= highest;
 }
 
 } // namespace
@@ -74,7 +75,7 @@ int vantro_seek(VantroHandle *handle, int32_t position) {
 
 int vantro_set_playback_rate(VantroHandle *handle, float rate) {
     // The rate travels as the float's four bytes, which the integer's request carries as well.
-    return vantro::player::send(handle, vantro::player::rate, std::bit_cast<std::int32_t>(rate));
+    return vantro::player::send(handle, vantro::player::rate, std::bit_cast<int32_t>(rate));
 }
 
 int vantro_shuffle(VantroHandle *handle, int32_t mode) {

@@ -20,8 +20,9 @@ void vantro_free_metadata(Metadata *records, int count) {
 }
 
 void vantro_free_track_info(VantroTrackInfo *info) {
-    if (!info)
+    if (!info) {
         return;
+    }
     const vantro::player::KeepErrno keep;
     vantro::records::free_records(info->media_node, 1);
     vantro::records::free_records(info->metadata, 1);

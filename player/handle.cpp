@@ -13,29 +13,33 @@ namespace vantro::player {
 namespace {
 
 // Longest change of a status object, and its NUL.
-constexpr std::uint32_t read_buffer_size = 32768;
+constexpr uint32_t read_buffer_size = 32768;
 
 bool make_locks(VantroHandle &handle) {
-    if (pthread_mutex_init(&handle.lock, nullptr) != 0)
+    if (pthread_mutex_init(&handle.lock, nullptr) != 0) {
         return false;
-    if (pthread_mutex_init(&handle.overflow_lock, nullptr) == 0)
+    }
+    if (pthread_mutex_init(&handle.overflow_lock, nullptr) == 0) {
         return true;
+    }
     pthread_mutex_destroy(&handle.lock);
     return false;
 }
 
 // Opening and closing differ by their command alone.
-bool name_request(const VantroHandle *handle, std::uint16_t command, const char *name,
+bool name_request(const VantroHandle *handle, uint16_t command, const char *name,
                   const char *failure) {
-    const auto length = static_cast<std::uint32_t>(std::strlen(name));
+    const auto length = static_cast<uint32_t>(std::strlen(name));
     const RequestHeader header = request_header(command, length + sizeof length);
-    std::int32_t result = no_result;
-    std::uint32_t answer_length = 0;
+    int32_t result = no_result;
+    uint32_t answer_length = 0;
     if (!answered(putgetv(handle, {part(header), part(length), part(name, length)}, {part(result)},
-                          answer_length)))
+                          answer_length))) {
         return false;
-    if (result == 0)
+    }
+    if (result == 0) {
         return true;
+    }
     msglog(LOG_SEVERITY_INFO, "%s", failure);
     return false;
 }
@@ -48,15 +52,17 @@ void forget_player(VantroHandle *handle) {
 } // namespace
 
 bool require_connection(const VantroHandle *handle) {
-    if (handle && handle->connection)
+    if (handle && handle->connection) {
         return true;
+    }
     msglog(LOG_SEVERITY_INFO, "Invalid vantro handle");
     return false;
 }
 
 bool require_player(const VantroHandle *handle) {
-    if (handle && handle->connection && handle->player_name)
+    if (handle && handle->connection && handle->player_name) {
         return true;
+    }
     msglog(LOG_SEVERITY_INFO, "Invalid vantro handle");
     return false;
 }
@@ -132,8 +138,9 @@ int vantro_open(VantroHandle *handle, const char *name) {
 }
 
 int vantro_close(VantroHandle *handle, const char *name) {
-    if (!vantro::player::require_connection(handle))
+    if (!vantro::player::require_connection(handle)) {
         return -1;
+    }
     if (!handle->player_name) {
         msglog(LOG_SEVERITY_INFO, "The client is not connected to any players");
         return -1;
@@ -147,10 +154,13 @@ int vantro_close(VantroHandle *handle, const char *name) {
         return -1;
     }
     // Before the request and whatever becomes of it: events end where the application says so.
-    if (handle->event_queue)
+    if (handle->event_queue) {
         vantro_internal_destroy_evq(std::exchange(handle->event_queue, nullptr));
-    if (!vantro::player::name_request(handle, VANTRO_COMMAND_CLOSE, name, "vantro_close() failed"))
+    }
+    if (!vantro::player::name_request(handle, VANTRO_COMMAND_CLOSE, name,
+                                      "vantro_close() failed")) {
         return -1;
+    }
     vantro::player::forget_player(handle);
     return 0;
 }

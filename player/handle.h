@@ -21,7 +21,7 @@ struct VantroHandle {
     MsgClient *connection;          // NULL only while the handle is made or torn down.
     char *player_name;              // Owned. NULL while no player is open.
     char *read_buffer;              // Owned. Where changes of status objects are read.
-    std::uint32_t read_capacity;    // Bytes at read_buffer.
+    uint32_t read_capacity;         // Bytes at read_buffer.
     struct EventQueue *event_queue; // Owned. NULL until the first call for events.
     pthread_mutex_t lock;           // Held while an event is retrieved.
     // Held around each exchange whose answer may overflow, and the fetch of it: every overflowing
@@ -50,8 +50,9 @@ class OverflowLock {
     OverflowLock &operator=(const OverflowLock &) = delete;
 
     void release() {
-        if (mutex_)
+        if (mutex_) {
             pthread_mutex_unlock(std::exchange(mutex_, nullptr));
+        }
     }
 
   private:

@@ -13,10 +13,12 @@ namespace {
 
 template <class Record>
 int deliver(const Answer &answer, const char *failure, int *count, Record **records) {
-    if (!answer.granted(failure))
+    if (!answer.granted(failure)) {
         return -1;
-    if (answer.count() != 0 && unpack_answer(answer, answer.count(), records) != 0)
+    }
+    if (answer.count() != 0 && unpack_answer(answer, answer.count(), records) != 0) {
         return -1;
+    }
     *count = answer.count();
     return 0;
 }
@@ -29,8 +31,9 @@ bool ask_nodes(VantroHandle *handle, std::initializer_list<iovec> request, LongA
 int list_nodes(VantroHandle *handle, const char *failure, std::initializer_list<iovec> request,
                int *count, MediaNode **nodes) {
     LongAnswer answer(Counted::yes);
-    if (!answer.make_area() || !ask_nodes(handle, request, answer))
+    if (!answer.make_area() || !ask_nodes(handle, request, answer)) {
         return -1;
+    }
     return deliver(answer, failure, count, nodes);
 }
 
@@ -40,8 +43,9 @@ int list_nodes(VantroHandle *handle, const char *failure, std::initializer_list<
 using vantro::player::part;
 
 int vantro_get_media_sources(VantroHandle *handle, MediaSource **sources, int *count) {
-    if (!vantro::player::require_player(handle))
+    if (!vantro::player::require_player(handle)) {
         return -1;
+    }
     const RequestHeader header =
         vantro::player::request_header(VANTRO_COMMAND_GET_MEDIA_SOURCES, 0);
     unsigned char area[VANTRO_REPLY_AREA] = {};
@@ -49,15 +53,17 @@ int vantro_get_media_sources(VantroHandle *handle, MediaSource **sources, int *c
     vantro::player::OverflowLock lock(handle);
     const int status = answer.ask(handle, {part(header)});
     lock.release();
-    if (!vantro::player::answered(status))
+    if (!vantro::player::answered(status)) {
         return -1;
+    }
     return vantro::player::deliver(answer, "vantro_get_media_sources() failed", count, sources);
 }
 
 int vantro_browse(VantroHandle *handle, int32_t ms_id, const char *node_id, int32_t offset,
                   int *count, MediaNode **nodes) {
-    if (!vantro::player::require_player(handle))
+    if (!vantro::player::require_player(handle)) {
         return -1;
+    }
     if (!node_id) {
         vantro::player::msglog(LOG_SEVERITY_INFO, "Invalid media node id");
         errno = EINVAL;
@@ -74,8 +80,9 @@ int vantro_browse(VantroHandle *handle, int32_t ms_id, const char *node_id, int3
 
 int vantro_search(VantroHandle *handle, int32_t ms_id, const char *filter, const char *term,
                   int32_t offset, int *count, MediaNode **nodes) {
-    if (!vantro::player::require_player(handle))
+    if (!vantro::player::require_player(handle)) {
         return -1;
+    }
     if (!term) {
         vantro::player::msglog(LOG_SEVERITY_INFO, "Invalid term to be searched");
         errno = EINVAL;
@@ -97,8 +104,9 @@ int vantro_search(VantroHandle *handle, int32_t ms_id, const char *filter, const
 
 int vantro_get_trksession_tracks(VantroHandle *handle, uint64_t tsid, int32_t offset, int *count,
                                  MediaNode **tracks) {
-    if (!vantro::player::require_connection(handle))
+    if (!vantro::player::require_connection(handle)) {
         return -1;
+    }
     const RequestHeader header =
         vantro::player::request_header(VANTRO_COMMAND_GET_TRKSESSION_TRACKS, 16);
     return vantro::player::list_nodes(handle, "vantro_get_trksession_tracks() failed",

@@ -11,33 +11,37 @@ namespace vantro::player {
 
 namespace {
 
-constexpr std::uint32_t log_code = 0x06B02710;
-constexpr std::size_t line_size = 1024;
+constexpr uint32_t log_code = 0x06B02710;
+constexpr size_t line_size = 1024;
 
 } // namespace
 
-void write_line(std::uint32_t code, const char *speaker, int severity, const char *format,
-                std::va_list arguments) {
+void write_line(uint32_t code, const char *speaker, int severity, const char *format,
+                va_list arguments) {
     char line[line_size];
     const int wanted = std::snprintf(line, sizeof line, "%s: ", speaker);
     // A name longer than the line leaves room for the NUL alone.
-    std::size_t prefix = wanted < 0 ? 0 : static_cast<std::size_t>(wanted);
-    if (prefix > sizeof line - 1)
+    size_t prefix = wanted < 0 ? 0 : static_cast<size_t>(wanted);
+    if (prefix > sizeof line - 1) {
         prefix = sizeof line - 1;
-    if (std::vsnprintf(line + prefix, sizeof line - prefix, format, arguments) < 0)
+    }
+    if (std::vsnprintf(line + prefix, sizeof line - prefix, format, arguments) < 0) {
         line[prefix] = '\0';
+    }
 
     system_log(code, severity, "%s", line);
-    if (severity == LOG_SEVERITY_CRITICAL)
+    if (severity == LOG_SEVERITY_CRITICAL) {
         std::abort();
-    if (severity == LOG_SEVERITY_ERROR)
+    }
+    if (severity == LOG_SEVERITY_ERROR) {
         std::exit(1);
+    }
 }
 
 void msglog(int severity, const char *format, ...) {
     const KeepErrno keep;
     std::fflush(stdout);
-    std::va_list arguments;
+    va_list arguments;
     va_start(arguments, format);
     write_line(log_code, program_invocation_short_name, severity, format, arguments);
     va_end(arguments);

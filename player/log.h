@@ -15,8 +15,8 @@ namespace vantro::player {
 
 // Writes one line of the form "SPEAKER: MESSAGE", cut to 1023 characters. Does not return where
 // msglog() does not.
-[[gnu::format(printf, 4, 0)]] void write_line(std::uint32_t code, const char *speaker, int severity,
-                                              const char *format, std::va_list arguments);
+[[gnu::format(printf, 4, 0)]] void write_line(uint32_t code, const char *speaker, int severity,
+                                              const char *format, va_list arguments);
 
 } // namespace vantro::player
 

@@ -19,38 +19,42 @@ namespace {
 // The keys as the request carries them.
 struct KeyBlock {
     Block bytes;
-    std::uint32_t size = 0;
-    std::uint32_t count = 0;
+    uint32_t size = 0;
+    uint32_t count = 0;
 };
 
 // Whether there is memory for the keys. More than a message holds counts as more than there is.
 bool pack_keys(const char *const *keyv, KeyBlock &keys) {
     const KeepErrno keep;
-    std::uint64_t size = 0;
+    uint64_t size = 0;
     for (; keyv[keys.count]; keys.count++) {
-        size += sizeof(std::uint32_t) + std::strlen(keyv[keys.count]);
-        if (size > IPC_MESSAGE_MAX)
+        size += sizeof(uint32_t) + std::strlen(keyv[keys.count]);
+        if (size > IPC_MESSAGE_MAX) {
             return false;
+        }
     }
-    keys.size = static_cast<std::uint32_t>(size);
+    keys.size = static_cast<uint32_t>(size);
     // Room for one byte more: without keys there is a block too.
     keys.bytes.reset(static_cast<unsigned char *>(std::malloc(keys.size + 1)));
-    if (!keys.bytes)
+    if (!keys.bytes) {
         return false;
+    }
     records::Writer writer(keys.bytes.get());
-    for (std::uint32_t i = 0; i < keys.count; i++)
+    for (uint32_t i = 0; i < keys.count; i++) {
         writer.put_string(keyv[i]);
+    }
     return true;
 }
 
 // The values of an answer, on their way to the caller.
 class Values {
   public:
-    explicit Values(std::size_t count)
+    explicit Values(size_t count)
         : count_(count), values_(static_cast<char **>(std::calloc(count + 1, sizeof(char *)))) {}
     ~Values() {
-        for (std::size_t i = 0; values_ && i < count_; i++)
+        for (size_t i = 0; values_ && i < count_; i++) {
             std::free(values_[i]);
+        }
         std::free(values_);
     }
     Values(const Values &) = delete;
@@ -58,30 +62,35 @@ class Values {
 
     // An answer may end before the last value: what it does not mention has none.
     records::Unpacked unpack(records::Reader reader) {
-        if (!values_)
+        if (!values_) {
             return records::Unpacked::no_memory;
-        for (std::size_t i = 0; i < count_ && !reader.at_end(); i++)
-            if (!reader.get_string(values_[i]))
+        }
+        for (size_t i = 0; i < count_ && !reader.at_end(); i++) {
+            if (!reader.get_string(values_[i])) {
                 return reader.short_of_memory() ? records::Unpacked::no_memory
                                                 : records::Unpacked::malformed;
+            }
+        }
         return records::Unpacked::done;
     }
 
     void hand_over(char **valuev) {
-        for (std::size_t i = 0; i < count_; i++)
+        for (size_t i = 0; i < count_; i++) {
             valuev[i] = std::exchange(values_[i], nullptr);
+        }
     }
 
   private:
-    std::size_t count_;
+    size_t count_;
     char **values_;
 };
 
 constexpr char extended_failure[] = "vantro_get_extended_metadata() failed";
 
-int deliver(const Answer &answer, std::size_t count, char **valuev) {
-    if (!answer.granted(extended_failure))
+int deliver(const Answer &answer, size_t count, char **valuev) {
+    if (!answer.granted(extended_failure)) {
         return -1;
+    }
     const KeepErrno keep;
     Values values(count);
     switch (values.unpack(records::Reader(answer.bytes(), answer.byte_count()))) {
@@ -104,8 +113,9 @@ using vantro::player::part;
 
 int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
                         Metadata **metadata) {
-    if (!node_id || !*node_id || !vantro::player::require_player(handle))
+    if (!node_id || !*node_id || !vantro::player::require_player(handle)) {
         return -1;
+    }
     const vantro::player::Text id(node_id);
     const RequestHeader header =
         vantro::player::request_header(VANTRO_COMMAND_GET_METADATA, 8 + id.length);
@@ -115,8 +125,9 @@ int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id
     const int status =
         answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters});
     lock.release();
-    if (!vantro::player::answered(status) || !answer.granted("vantro_get_metadata() failed"))
+    if (!vantro::player::answered(status) || !answer.granted("vantro_get_metadata() failed")) {
         return -1;
+    }
     if (answer.byte_count() == 0) {
         *metadata = nullptr;
         return 0;
@@ -134,8 +145,9 @@ int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id, const char
         vantro::player::msglog(LOG_SEVERITY_INFO, "Invalid keyv or valuev");
         return -1;
     }
-    if (!vantro::player::require_connection(handle))
+    if (!vantro::player::require_connection(handle)) {
         return -1;
+    }
     vantro::player::KeyBlock keys;
     if (!vantro::player::pack_keys(keyv, keys)) {
         vantro::player::msglog(LOG_SEVERITY_INFO, "No memory");
@@ -143,8 +155,9 @@ int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id, const char
         return -1;
     }
     vantro::player::LongAnswer answer(vantro::player::Counted::no);
-    if (!answer.make_area())
+    if (!answer.make_area()) {
         return -1;
+    }
     const vantro::player::Text id(node_id);
     const RequestHeader header = vantro::player::request_header(
         VANTRO_COMMAND_GET_EXTENDED_METADATA, 12 + id.length + keys.size);
@@ -153,7 +166,8 @@ int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id, const char
         answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters,
                             part(keys.count), part(keys.bytes.get(), keys.size)});
     keys.bytes.reset();
-    if (!answer.complete(handle, status, lock))
+    if (!answer.complete(handle, status, lock)) {
         return -1;
+    }
     return vantro::player::deliver(answer, keys.count, valuev);
 }

@@ -12,26 +12,28 @@ static_assert(offsetof(RequestHeader, command) == 0);
 static_assert(offsetof(RequestHeader, payload_length) == 4);
 
 int putgetv(const VantroHandle *handle, std::initializer_list<iovec> request,
-            std::initializer_list<iovec> reply, std::uint32_t &answer_length) {
+            std::initializer_list<iovec> reply, uint32_t &answer_length) {
     const KeepErrno keep;
     return msgclient_putgetv(handle->connection, request.begin(), static_cast<int>(request.size()),
                              reply.begin(), static_cast<int>(reply.size()), &answer_length, 0);
 }
 
 bool answered(int status) {
-    if (status == 0)
+    if (status == 0) {
         return true;
+    }
     msglog(LOG_SEVERITY_WARNING, "msgclient_putgetv() failed: %s", std::strerror(status));
     return false;
 }
 
-std::int32_t vantro_iomsg_noparam(const VantroHandle *handle, std::uint16_t command) {
-    if (!require_player(handle))
+int32_t vantro_iomsg_noparam(const VantroHandle *handle, uint16_t command) {
+    if (!require_player(handle)) {
         return -1;
+    }
     const KeepErrno keep;
     const RequestHeader header = request_header(command, 0);
-    std::int32_t result = no_result;
-    std::uint32_t answer_length = 0;
+    int32_t result = no_result;
+    uint32_t answer_length = 0;
     const int status = msgclient_putget(handle->connection, &header, sizeof header, &result,
                                         sizeof result, &answer_length, 0);
     if (status != 0) {
@@ -41,15 +43,16 @@ std::int32_t vantro_iomsg_noparam(const VantroHandle *handle, std::uint16_t comm
     return result;
 }
 
-std::int32_t vantro_iomsg_integer(const VantroHandle *handle, std::uint16_t command,
-                                  std::int32_t value) {
-    if (!require_player(handle))
+int32_t vantro_iomsg_integer(const VantroHandle *handle, uint16_t command, int32_t value) {
+    if (!require_player(handle)) {
         return -1;
+    }
     const RequestHeader header = request_header(command, sizeof value);
-    std::int32_t result = no_result;
-    std::uint32_t answer_length = 0;
-    if (!answered(putgetv(handle, {part(header), part(value)}, {part(result)}, answer_length)))
+    int32_t result = no_result;
+    uint32_t answer_length = 0;
+    if (!answered(putgetv(handle, {part(header), part(value)}, {part(result)}, answer_length))) {
         return -1;
+    }
     return result;
 }
 

@@ -17,14 +17,14 @@ namespace vantro::player {
 
 // What a result word holds before an exchange, so that an answer without one counts as failure:
 // also one that ends within the word, since a byte of it then remains.
-inline constexpr std::int32_t no_result = -1;
+inline constexpr int32_t no_result = -1;
 
-inline RequestHeader request_header(std::uint16_t command, std::uint32_t payload_length) {
+inline RequestHeader request_header(uint16_t command, uint32_t payload_length) {
     return {command, 0, payload_length, 0, 0};
 }
 
 // A part of a request. The vectors of an exchange serve both ways and so take no const.
-inline iovec part(const void *data, std::size_t length) {
+inline iovec part(const void *data, size_t length) {
     return {const_cast<void *>(data), length};
 }
 
@@ -38,26 +38,25 @@ iovec part(const Value &value) {
 struct Text {
     explicit Text(const char *text)
         : characters(part(text, std::strlen(text))),
-          length(static_cast<std::uint32_t>(characters.iov_len)) {}
+          length(static_cast<uint32_t>(characters.iov_len)) {}
 
     iovec characters;
-    std::uint32_t length;
+    uint32_t length;
 };
 
 // One exchange. Keeps errno.
 // Returns the message client's result: 0 where an answer came; `answer_length` then tells its
 // bytes, result word included, as the service states them.
 int putgetv(const VantroHandle *handle, std::initializer_list<iovec> request,
-            std::initializer_list<iovec> reply, std::uint32_t &answer_length);
+            std::initializer_list<iovec> reply, uint32_t &answer_length);
 
 // Whether putgetv() brought an answer; logged where not.
 bool answered(int status);
 
-// The commands' two kinds of request. Each returns the result word as the service sent it, or -1 for
-// a handle without an open player or a failed exchange, both of which are logged.
-std::int32_t vantro_iomsg_noparam(const VantroHandle *handle, std::uint16_t command);
-std::int32_t vantro_iomsg_integer(const VantroHandle *handle, std::uint16_t command,
-                                  std::int32_t value);
+// The commands' two kinds of request. Each returns the result word as the service sent it, or -1
+// for a handle without an open player or a failed exchange, both of which are logged.
+int32_t vantro_iomsg_noparam(const VantroHandle *handle, uint16_t command);
+int32_t vantro_iomsg_integer(const VantroHandle *handle, uint16_t command, int32_t value);
 
 } // namespace vantro::player
 

@@ -19,16 +19,19 @@ static_assert(offsetof(VantroTrksessionInfo, tsid) == 8);
 // Asks for an answer of fixed size. One that ends before its record does counts as a refusal:
 // nothing that did not arrive is handed out.
 template <class Value>
-bool ask(const VantroHandle *handle, std::uint16_t command, const char *failure, Value &value) {
-    if (!require_connection(handle))
+bool ask(const VantroHandle *handle, uint16_t command, const char *failure, Value &value) {
+    if (!require_connection(handle)) {
         return false;
+    }
     const RequestHeader header = request_header(command, 0);
-    std::int32_t result = no_result;
-    std::uint32_t answer_length = 0;
-    if (!answered(putgetv(handle, {part(header)}, {part(result), part(value)}, answer_length)))
+    int32_t result = no_result;
+    uint32_t answer_length = 0;
+    if (!answered(putgetv(handle, {part(header)}, {part(result), part(value)}, answer_length))) {
         return false;
-    if (result == 0 && answer_length >= sizeof result + sizeof value)
+    }
+    if (result == 0 && answer_length >= sizeof result + sizeof value) {
         return true;
+    }
     msglog(LOG_SEVERITY_INFO, "%s", failure);
     return false;
 }
@@ -37,37 +40,39 @@ bool ask(const VantroHandle *handle, std::uint16_t command, const char *failure,
 template <class Record>
 Record *make_record(Record **record, const char *no_memory) {
     *record = static_cast<Record *>(std::calloc(1, sizeof(Record)));
-    if (!*record)
+    if (!*record) {
         msglog(LOG_SEVERITY_CRITICAL, "%s", no_memory);
+    }
     return *record;
 }
 
 template <class Record>
-int ask_record(const VantroHandle *handle, std::uint16_t command, const char *failure,
+int ask_record(const VantroHandle *handle, uint16_t command, const char *failure,
                const char *no_memory, Record **record) {
     Record received{};
-    if (!ask(handle, command, failure, received) || !make_record(record, no_memory))
+    if (!ask(handle, command, failure, received) || !make_record(record, no_memory)) {
         return -1;
+    }
     std::memcpy(*record, &received, sizeof received);
     return 0;
 }
 
 // The answer to the track query. Each field receives its own piece of it.
 struct TrackAnswer {
-    std::int32_t result = no_result;
-    std::int32_t index = 0;
-    std::uint64_t tsid = 0;
-    std::int32_t node_length = 0;
-    std::int32_t metadata_length = 0;
+    int32_t result = no_result;
+    int32_t index = 0;
+    uint64_t tsid = 0;
+    int32_t node_length = 0;
+    int32_t metadata_length = 0;
     // Zeroed, so that a service that overstates the length of its answer makes us read zeros and
     // not what earlier calls left on the stack. Nothing cheaper will do: how much of the area an
     // exchange filled, the service alone tells. The clearing is a few hundredths of an exchange.
     unsigned char data[VANTRO_REPLY_AREA] = {};
 
-    static constexpr std::size_t fixed_bytes = 24;
+    static constexpr size_t fixed_bytes = 24;
 };
 
-int ask_track(VantroHandle *handle, TrackAnswer &answer, std::uint32_t &answer_length) {
+int ask_track(VantroHandle *handle, TrackAnswer &answer, uint32_t &answer_length) {
     const RequestHeader header = request_header(VANTRO_COMMAND_GET_CURRENT_TRACK_INFO, 0);
     // A track too long for the area stays held at the service, where another thread's fetch must
     // not take it for its own answer.
@@ -81,17 +86,19 @@ int ask_track(VantroHandle *handle, TrackAnswer &answer, std::uint32_t &answer_l
 // The bytes of an answer that are not unpacked yet.
 struct Rest {
     const unsigned char *at;
-    std::size_t left;
+    size_t left;
 };
 
 // Unpacks the record that takes the next `length` bytes; 0 or less is no record.
 template <class Record, class Unpack>
-bool take(Rest &rest, std::int32_t length, Unpack unpack, Record **record) {
-    if (length <= 0)
+bool take(Rest &rest, int32_t length, Unpack unpack, Record **record) {
+    if (length <= 0) {
         return true;
-    const auto bytes = static_cast<std::size_t>(length);
-    if (bytes > rest.left || unpack(rest.at, length, 1, record) != 0)
+    }
+    const auto bytes = static_cast<size_t>(length);
+    if (bytes > rest.left || unpack(rest.at, length, 1, record) != 0) {
         return false;
+    }
     rest.at += bytes;
     rest.left -= bytes;
     return true;
@@ -113,35 +120,40 @@ int vantro_get_current_trksession_info(VantroHandle *handle, VantroTrksessionInf
 }
 
 int vantro_get_current_track_info(VantroHandle *handle, VantroTrackInfo **info) {
-    if (!vantro::player::require_connection(handle))
+    if (!vantro::player::require_connection(handle)) {
         return -1;
+    }
     const vantro::player::KeepErrno keep;
     vantro::player::TrackAnswer answer;
-    std::uint32_t answer_length = 0;
-    if (!vantro::player::answered(vantro::player::ask_track(handle, answer, answer_length)))
+    uint32_t answer_length = 0;
+    if (!vantro::player::answered(vantro::player::ask_track(handle, answer, answer_length))) {
         return -1;
+    }
     if (answer.result != 0 || answer_length < answer.fixed_bytes) {
         vantro::player::msglog(LOG_SEVERITY_INFO, "vantro_get_current_track_info() failed");
         return -1;
     }
     VantroTrackInfo *track = vantro::player::make_record(info, "No memory");
-    if (!track)
+    if (!track) {
         return -1;
+    }
     track->index = answer.index;
     track->tsid = answer.tsid;
     vantro::player::Rest rest{
-        answer.data, std::min<std::size_t>(answer_length - answer.fixed_bytes, sizeof answer.data)};
+        answer.data, std::min<size_t>(answer_length - answer.fixed_bytes, sizeof answer.data)};
     if (!vantro::player::take(rest, answer.node_length, unpack_media_node, &track->media_node) ||
-        !vantro::player::take(rest, answer.metadata_length, unpack_metadata, &track->metadata))
+        !vantro::player::take(rest, answer.metadata_length, unpack_metadata, &track->metadata)) {
         return -1;
+    }
     return 0;
 }
 
 int vantro_get_current_track_position(VantroHandle *handle, int32_t *position) {
-    std::int32_t received = 0;
+    int32_t received = 0;
     if (!vantro::player::ask(handle, VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION,
-                             "vantro_get_current_track_position() failed", received))
+                             "vantro_get_current_track_position() failed", received)) {
         return -1;
+    }
     *position = received;
     return 0;
 }

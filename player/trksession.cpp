@@ -13,12 +13,14 @@ namespace {
 // One exchange whose answer holds nothing, or `answer` whole. Logged where there is none.
 bool carried_out(const VantroHandle *handle, const char *failure,
                  std::initializer_list<iovec> request, iovec answer = {}) {
-    std::int32_t result = no_result;
-    std::uint32_t answer_length = 0;
-    if (!answered(putgetv(handle, request, {part(result), answer}, answer_length)))
+    int32_t result = no_result;
+    uint32_t answer_length = 0;
+    if (!answered(putgetv(handle, request, {part(result), answer}, answer_length))) {
         return false;
-    if (result == 0 && answer_length >= sizeof result + answer.iov_len)
+    }
+    if (result == 0 && answer_length >= sizeof result + answer.iov_len) {
         return true;
+    }
     msglog(LOG_SEVERITY_INFO, "%s", failure);
     return false;
 }
@@ -30,30 +32,33 @@ using vantro::player::part;
 
 int vantro_create_trksession(VantroHandle *handle, int32_t ms_id, const char *node_id,
                              const int32_t *first, int32_t second, uint64_t *tsid) {
-    if (!vantro::player::require_player(handle))
+    if (!vantro::player::require_player(handle)) {
         return -1;
+    }
     if (!node_id) {
         vantro::player::msglog(LOG_SEVERITY_INFO, "The media node id cannot be NULL");
         return -1;
     }
-    const std::int32_t value = first ? *first : 0;
+    const int32_t value = first ? *first : 0;
     const vantro::player::Text id(node_id);
     // 4 less than what follows. Services know it so, and do not rely on it.
     const RequestHeader header =
         vantro::player::request_header(VANTRO_COMMAND_CREATE_TRKSESSION, 12 + id.length);
-    std::uint64_t received = 0;
+    uint64_t received = 0;
     if (!vantro::player::carried_out(
             handle, "vantro_create_trksession() failed",
             {part(header), part(ms_id), part(value), part(second), part(id.length), id.characters},
-            part(received)))
+            part(received))) {
         return -1;
+    }
     *tsid = received;
     return 0;
 }
 
 int vantro_destroy_trksession(VantroHandle *handle, uint64_t tsid) {
-    if (!vantro::player::require_player(handle))
+    if (!vantro::player::require_player(handle)) {
         return -1;
+    }
     const RequestHeader header =
         vantro::player::request_header(VANTRO_COMMAND_DESTROY_TRKSESSION, sizeof tsid);
     return vantro::player::carried_out(handle, "vantro_destroy_trksession() failed",
@@ -63,8 +68,9 @@ int vantro_destroy_trksession(VantroHandle *handle, uint64_t tsid) {
 }
 
 int vantro_jump(VantroHandle *handle, int32_t index) {
-    if (!vantro::player::require_player(handle))
+    if (!vantro::player::require_player(handle)) {
         return -1;
+    }
     const RequestHeader header = vantro::player::request_header(VANTRO_COMMAND_JUMP, sizeof index);
     // The operation is known to services as setting the session's index, and is named so here.
     return vantro::player::carried_out(handle, "vantro_set_trksession_index() failed",

@@ -13,77 +13,82 @@
 namespace vantro::records {
 
 // Sizes of packed arrays are ints at the boundary, so nothing larger is ever written.
-inline constexpr std::size_t packed_bytes_max = INT_MAX;
+inline constexpr size_t packed_bytes_max = INT_MAX;
 
 // Packed integers are little-endian, and so is every host: they are copied as they lie.
 static_assert(std::endian::native == std::endian::little);
 
 // Length word of a string that is absent.
-inline constexpr std::uint32_t absent_length = UINT32_MAX;
+inline constexpr uint32_t absent_length = UINT32_MAX;
 
 class Writer {
   public:
     explicit Writer(void *buffer) : start_(static_cast<unsigned char *>(buffer)) {}
 
     // Each returns false, and writes nothing, where the array would pass packed_bytes_max.
-    bool put32(std::uint32_t value) { return put(value); }
+    bool put32(uint32_t value) { return put(value); }
 
-    bool put64(std::uint64_t value) { return put(value); }
+    bool put64(uint64_t value) { return put(value); }
 
     bool put_string(const char *text) {
-        if (!text)
+        if (!text) {
             return put32(absent_length);
-        const std::size_t length = std::strlen(text);
-        if (length > packed_bytes_max || !has_room(4 + length))
+        }
+        const size_t length = std::strlen(text);
+        if (length > packed_bytes_max || !has_room(4 + length)) {
             return false;
-        put32(static_cast<std::uint32_t>(length));
+        }
+        put32(static_cast<uint32_t>(length));
         std::memcpy(start_ + written_, text, length);
         written_ += length;
         return true;
     }
 
-    std::size_t written() const { return written_; }
+    size_t written() const { return written_; }
 
   private:
-    bool has_room(std::size_t bytes) const { return bytes <= packed_bytes_max - written_; }
+    bool has_room(size_t bytes) const { return bytes <= packed_bytes_max - written_; }
 
     template <class Integer>
     bool put(Integer value) {
-        if (!has_room(sizeof value))
+        if (!has_room(sizeof value)) {
             return false;
+        }
         std::memcpy(start_ + written_, &value, sizeof value);
         written_ += sizeof value;
         return true;
     }
 
     unsigned char *start_;
-    std::size_t written_ = 0;
+    size_t written_ = 0;
 };
 
 class Reader {
   public:
-    Reader(const void *buffer, std::size_t size)
+    Reader(const void *buffer, size_t size)
         : at_(static_cast<const unsigned char *>(buffer)), left_(size) {}
 
     // Each returns false, and leaves `value` as it was, where the bytes end too early.
-    bool get32(std::uint32_t &value) { return get(value); }
+    bool get32(uint32_t &value) { return get(value); }
 
-    bool get64(std::uint64_t &value) { return get(value); }
+    bool get64(uint64_t &value) { return get(value); }
 
     // A string of length 0 or less is absent. Also false where there is no memory for the copy,
     // which short_of_memory() then tells.
     bool get_string(char *&text) {
-        std::uint32_t word = 0;
-        if (!get32(word))
+        uint32_t word = 0;
+        if (!get32(word)) {
             return false;
-        if (static_cast<std::int32_t>(word) <= 0) {
+        }
+        if (static_cast<int32_t>(word) <= 0) {
             text = nullptr;
             return true;
         }
         // Before the allocation: a length that lies must not cost memory.
-        if (word > left_)
+        if (word > left_) {
             return false;
-        char *copy = static_cast<char *>(std::malloc(std::size_t{word} + 1));
+        }
+        char *copy = static_cast<char *>(std::malloc(size_t{word} + 1));
         if (!copy) {
             short_of_memory_ = true;
             return false;
@@ -103,8 +108,9 @@ class Reader {
   private:
     template <class Integer>
     bool get(Integer &value) {
-        if (left_ < sizeof value)
+        if (left_ < sizeof value) {
             return false;
+        }
         std::memcpy(&value, at_, sizeof value);
         at_ += sizeof value;
         left_ -= sizeof value;
@@ -112,7 +118,7 @@ class Reader {
     }
 
     const unsigned char *at_;
-    std::size_t left_;
+    size_t left_;
     bool short_of_memory_ = false;
 };
 

@@ -28,7 +28,7 @@ template <class Record>
 struct NodeFields {
     static constexpr std::array integers{&Record::type, &Record::count, &Record::ms_id,
                                          &Record::ms_type};
-    static constexpr std::array<std::uint64_t Record::*, 0> wide_integers{};
+    static constexpr std::array<uint64_t Record::*, 0> wide_integers{};
     static constexpr std::array strings{&Record::id, &Record::name};
 };
 
@@ -45,7 +45,7 @@ template <>
 struct Fields<Metadata> {
     static constexpr std::array integers{&Metadata::duration, &Metadata::width, &Metadata::height,
                                          &Metadata::disc, &Metadata::track};
-    static constexpr std::array<std::uint64_t Metadata::*, 0> wide_integers{};
+    static constexpr std::array<uint64_t Metadata::*, 0> wide_integers{};
     static constexpr std::array strings{&Metadata::title,   &Metadata::artwork, &Metadata::artist,
                                         &Metadata::album,   &Metadata::genre,   &Metadata::year,
                                         &Metadata::reserved};
@@ -53,9 +53,9 @@ struct Fields<Metadata> {
 
 // Bytes of a packed record whose strings are all absent.
 template <class Record>
-inline constexpr std::size_t packed_min = 4 * Fields<Record>::integers.size() +
-                                          8 * Fields<Record>::wide_integers.size() +
-                                          4 * Fields<Record>::strings.size();
+inline constexpr size_t packed_min =
+    4 * Fields<Record>::integers.size() + 8 * Fields<Record>::wide_integers.size() +
+    4 * Fields<Record>::strings.size();
 
 static_assert(packed_min<MediaSource> == VANTRO_PACKED_MEDIA_SOURCE_MIN);
 static_assert(packed_min<MediaNode> == VANTRO_PACKED_MEDIA_NODE_MIN);
@@ -71,11 +71,14 @@ bool for_each_field(const Table &table, const Work &work) {
 // Frees the strings of `count` records, then the block.
 template <class Record>
 void free_records(Record *records, int count) {
-    if (!records)
+    if (!records) {
         return;
-    for (int i = 0; i < count; i++)
-        for (auto string : Fields<Record>::strings)
+    }
+    for (int i = 0; i < count; i++) {
+        for (auto string : Fields<Record>::strings) {
             std::free(records[i].*string);
+        }
+    }
     std::free(records);
 }
 

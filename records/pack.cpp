@@ -11,7 +11,7 @@ template <class Record>
 bool pack_record(const Record &record, Writer &writer) {
     using Layout = Fields<Record>;
     const auto put32 = [&](auto field) {
-        return writer.put32(static_cast<std::uint32_t>(record.*field));
+        return writer.put32(static_cast<uint32_t>(record.*field));
     };
     return for_each_field(Layout::integers, put32) &&
            for_each_field(Layout::wide_integers,
@@ -23,12 +23,15 @@ bool pack_record(const Record &record, Writer &writer) {
 template <class Record>
 void pack(const Record *records, int count, void *buffer, int *size) {
     *size = 0;
-    if (!records)
+    if (!records) {
         return;
+    }
     Writer writer(buffer);
-    for (int i = 0; i < count; i++)
-        if (!pack_record(records[i], writer))
+    for (int i = 0; i < count; i++) {
+        if (!pack_record(records[i], writer)) {
             return;
+        }
+    }
     *size = static_cast<int>(writer.written());
 }
 

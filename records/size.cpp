@@ -13,13 +13,14 @@ namespace {
 template <class Record>
 int packed_size(const Record *records, int count) {
     // 64 bits hold the sum on every host: it is held against the limit after each string.
-    std::uint64_t size = 0;
+    uint64_t size = 0;
     for (int i = 0; i < count && size < packed_bytes_max; i++) {
         size += packed_min<Record>;
         for (auto string : Fields<Record>::strings) {
-            if (records[i].*string)
+            if (records[i].*string) {
                 size += std::strlen(records[i].*string);
-            size = std::min<std::uint64_t>(size, packed_bytes_max);
+            }
+            size = std::min<uint64_t>(size, packed_bytes_max);
         }
     }
     return static_cast<int>(size);

@@ -13,10 +13,11 @@ template <class Record>
 bool unpack_record(Reader &reader, Record &record) {
     using Layout = Fields<Record>;
     const auto get32 = [&](auto field) {
-        std::uint32_t word = 0;
-        if (!reader.get32(word))
+        uint32_t word = 0;
+        if (!reader.get32(word)) {
             return false;
-        record.*field = static_cast<std::int32_t>(word);
+        }
+        record.*field = static_cast<int32_t>(word);
         return true;
     };
     return for_each_field(Layout::integers, get32) &&
@@ -26,31 +27,34 @@ bool unpack_record(Reader &reader, Record &record) {
                           [&](auto field) { return reader.get_string(record.*field); });
 }
 
-// The published form: bytes that cannot be right leave the caller's pointer, later failures null it.
+// The published form: bytes that cannot be right leave the caller's pointer, later failures null
+// it.
 template <class Record>
 int unpack(const void *buffer, int size, int count, Record **records) {
-    if (!buffer || !records || size < 1)
+    if (!buffer || !records || size < 1) {
         return -1;
+    }
     Record *block = nullptr;
-    const Unpacked result = unpack_records(buffer, static_cast<std::size_t>(size), count, block);
-    if (result != Unpacked::refused)
+    const Unpacked result = unpack_records(buffer, static_cast<size_t>(size), count, block);
+    if (result != Unpacked::refused) {
         *records = block;
+    }
     return result == Unpacked::done ? 0 : -1;
 }
 
 } // namespace
 
 template <class Record>
-Unpacked unpack_records(const void *buffer, std::size_t size, std::int32_t count,
-                        Record *&records) {
-    if (count < 1 || static_cast<std::size_t>(count) > size / packed_min<Record>)
+Unpacked unpack_records(const void *buffer, size_t size, int32_t count, Record *&records) {
+    if (count < 1 || static_cast<size_t>(count) > size / packed_min<Record>) {
         return Unpacked::refused;
-    auto *block =
-        static_cast<Record *>(std::calloc(static_cast<std::size_t>(count), sizeof(Record)));
-    if (!block)
+    }
+    auto *block = static_cast<Record *>(std::calloc(static_cast<size_t>(count), sizeof(Record)));
+    if (!block) {
         return Unpacked::no_memory;
+    }
     Reader reader(buffer, size);
-    for (std::int32_t i = 0; i < count; i++) {
+    for (int32_t i = 0; i < count; i++) {
         if (!unpack_record(reader, block[i])) {
             // Strings not reached are null in the zero-filled block.
             free_records(block, i + 1);
@@ -61,9 +65,9 @@ Unpacked unpack_records(const void *buffer, std::size_t size, std::int32_t count
     return Unpacked::done;
 }
 
-template Unpacked unpack_records(const void *, std::size_t, std::int32_t, MediaSource *&);
-template Unpacked unpack_records(const void *, std::size_t, std::int32_t, MediaNode *&);
-template Unpacked unpack_records(const void *, std::size_t, std::int32_t, Metadata *&);
+template Unpacked unpack_records(const void *, size_t, int32_t, MediaSource *&);
+template Unpacked unpack_records(const void *, size_t, int32_t, MediaNode *&);
+template Unpacked unpack_records(const void *, size_t, int32_t, Metadata *&);
 
 } // namespace vantro::records
 

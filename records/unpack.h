@@ -21,11 +21,11 @@ enum class Unpacked {
 // `records` receives the new block where that is done, and is left alone otherwise. errno may
 // change.
 template <class Record>
-Unpacked unpack_records(const void *buffer, std::size_t size, std::int32_t count, Record *&records);
+Unpacked unpack_records(const void *buffer, size_t size, int32_t count, Record *&records);
 
-extern template Unpacked unpack_records(const void *, std::size_t, std::int32_t, MediaSource *&);
-extern template Unpacked unpack_records(const void *, std::size_t, std::int32_t, MediaNode *&);
-extern template Unpacked unpack_records(const void *, std::size_t, std::int32_t, Metadata *&);
+extern template Unpacked unpack_records(const void *, size_t, int32_t, MediaSource *&);
+extern template Unpacked unpack_records(const void *, size_t, int32_t, MediaNode *&);
+extern template Unpacked unpack_records(const void *, size_t, int32_t, Metadata *&);
 
 } // namespace vantro::records
 

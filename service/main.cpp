@@ -74,13 +74,15 @@ std::string check_music(const std::vector<std::string> &directories) {
     for (auto directory = directories.begin(); directory != directories.end(); ++directory) {
         std::error_code error;
         const std::filesystem::directory_iterator entries(*directory, error);
-        if (error)
+        if (error) {
             return fmt::format("--music: cannot read '{}': {}", *directory, error.message());
+        }
         const auto same = [&](const std::string &other) {
             return std::filesystem::equivalent(*directory, other, error);
         };
-        if (std::any_of(directories.begin(), directory, same))
+        if (std::any_of(directories.begin(), directory, same)) {
             return fmt::format("--music: '{}' is given twice", *directory);
+        }
     }
     return "";
 }
@@ -102,8 +104,9 @@ class Ending {
         });
     }
     ~Ending() {
-        if (!asked_)
+        if (!asked_) {
             kill(getpid(), SIGTERM);
+        }
         thread_.join();
     }
     Ending(const Ending &) = delete;
@@ -116,12 +119,14 @@ class Ending {
 };
 
 int serve(const Options &options) {
-    if (const std::string wrong = check_music(options.music); !wrong.empty())
+    if (const std::string wrong = check_music(options.music); !wrong.empty()) {
         return fail(wrong);
+    }
     Server server;
     // The name first: a second service is told so at once, not that the catalogue is taken.
-    if (const std::string wrong = server.attach(options); !wrong.empty())
+    if (const std::string wrong = server.attach(options); !wrong.empty()) {
         return fail(wrong);
+    }
 
     const Ending ending(server); // before any thread is there to take its signals
     std::unique_ptr<vantro::service::catalogue::Store> store;
@@ -133,10 +138,12 @@ int serve(const Options &options) {
     ScanReport report(options.music.size(), scanned);
     vantro::service::catalogue::StoreOptions wanted;
     wanted.state = options.state;
-    if (wanted.state.empty())
+    if (wanted.state.empty()) {
         wanted.state = vantro::service::catalogue::default_state_directory();
-    if (wanted.state.empty())
+    }
+    if (wanted.state.empty()) {
         return fail("--state: none is given, and neither XDG_STATE_HOME nor HOME is set");
+    }
     wanted.music.assign(options.music.begin(), options.music.end());
     wanted.log = log_line;
     vantro::service::playback::Players *published = nullptr;
@@ -146,12 +153,14 @@ int serve(const Options &options) {
     };
     std::string wrong;
     store = open_store(std::move(wanted), wrong);
-    if (!store)
+    if (!store) {
         return fail("--state: " + wrong);
+    }
 
     vantro::service::playback::Players players(*store, options.players, monotonic_now);
-    if (wrong = players.publish(log_line); !wrong.empty())
+    if (wrong = players.publish(log_line); !wrong.empty()) {
         return fail(wrong);
+    }
     published = &players; // before anything is scanned
     vantro::service::requests::Answers answers(*store, players);
     set_answers(&answers);
@@ -161,8 +170,9 @@ int serve(const Options &options) {
                         fmt::join(options.players, ", ")));
         log_line(LOG_SEVERITY_INFO, fmt::format("ready, {} tracks", tracks));
         store->start_scanning();
-        if (options.music.empty())
+        if (options.music.empty()) {
             scanned();
+        }
     });
     store->stop_scanning(); // while what it reports to is still there
     return wrong.empty() ? EXIT_SUCCESS : fail(wrong);
@@ -174,8 +184,9 @@ int main(int argc, char **argv) {
     try {
         Options options;
         int exit_code = EXIT_SUCCESS;
-        if (!parse_options(argc, argv, options, exit_code))
+        if (!parse_options(argc, argv, options, exit_code)) {
             return exit_code;
+        }
         // Who started the service may have stopped listening to it.
         std::signal(SIGPIPE, SIG_IGN);
         raise_descriptor_limit();

@@ -56,30 +56,36 @@ bool printable(const std::string &text) {
 
 // A name becomes a directory's in the place where players publish themselves.
 std::string check_player(const std::string &name) {
-    if (name.empty() || name.size() > VANTRO_PLAYER_NAME_MAX)
+    if (name.empty() || name.size() > VANTRO_PLAYER_NAME_MAX) {
         return fmt::format("'{}' does not have 1 to {} characters", name, VANTRO_PLAYER_NAME_MAX);
-    if (name.find('/') != std::string::npos || name == "." || name == ".." || !printable(name))
+    }
+    if (name.find('/') != std::string::npos || name == "." || name == ".." || !printable(name)) {
         return fmt::format("'{}' cannot be the name of a player", name);
+    }
     return "";
 }
 
 std::string check_capabilities(const std::string &list) {
     const bool gap = list.empty() || list.front() == ',' || list.back() == ',' ||
                      list.find(",,") != std::string::npos;
-    if (gap || list.find(' ') != std::string::npos || !printable(list))
+    if (gap || list.find(' ') != std::string::npos || !printable(list)) {
         return fmt::format("'{}' is not a list of capabilities joined by commas", list);
+    }
     return "";
 }
 
 std::string check_lists(const std::vector<std::string> &music,
                         const std::vector<std::string> &players) {
-    if (music.size() > music_max)
+    if (music.size() > music_max) {
         return fmt::format("--music: more than {} directories", music_max);
-    if (players.size() > players_max)
+    }
+    if (players.size() > players_max) {
         return fmt::format("--player: more than {} players", players_max);
+    }
     for (auto name = players.begin(); name != players.end(); ++name) {
-        if (std::find(players.begin(), name, *name) != name)
+        if (std::find(players.begin(), name, *name) != name) {
             return fmt::format("--player: '{}' is named twice", *name);
+        }
     }
     return "";
 }
@@ -144,16 +150,20 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
         return refuse(error.what(), exit_code);
     }
 
-    if (const std::string wrong = check_lists(options.music, options.players); !wrong.empty())
+    if (const std::string wrong = check_lists(options.music, options.players); !wrong.empty()) {
         return refuse(wrong, exit_code);
-    if (options.players.empty())
+    }
+    if (options.players.empty()) {
         options.players.emplace_back("main");
-    if (!threads.empty())
+    }
+    if (!threads.empty()) {
         read_number(threads, 10, 1, threads_max, options.threads);
+    }
     for (const auto &[name, value] : {std::pair{"perms", perms}, {"uid", uid}, {"gid", gid}}) {
-        if (!value.empty())
+        if (!value.empty()) {
             options.permissions +=
                 fmt::format("{}{}={}", options.permissions.empty() ? "" : ",", name, value);
+        }
     }
     return true;
 }

@@ -8,11 +8,11 @@
 namespace vantro::service {
 
 // More players than any device has zones, and few enough that a mistake in a script shows.
-inline constexpr std::size_t players_max = 256;
+inline constexpr size_t players_max = 256;
 
 // More than anyone has directories of music, and few enough that the list of sources fits the 65536
 // bytes in which clients take it.
-inline constexpr std::size_t music_max = 32;
+inline constexpr size_t music_max = 32;
 
 inline constexpr int threads_max = 64;
 

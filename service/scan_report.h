@@ -14,13 +14,13 @@ namespace vantro::service {
 class ScanReport {
   public:
     // Calls `complete` once, when each of that many sources has been read through.
-    ScanReport(std::size_t sources, std::function<void()> complete);
+    ScanReport(size_t sources, std::function<void()> complete);
 
     // Shows how far it is where a terminal looks on. By one thread.
     void note(const catalogue::ScanProgress &progress);
 
   private:
-    const std::size_t sources_;
+    const size_t sources_;
     const std::function<void()> complete_;
     const bool terminal_;
     std::set<int32_t> done_; // sources that have been read through

@@ -35,31 +35,38 @@ std::string cannot_attach(int error) {
 
 Server::~Server() {
     // So that its names go while the process still lives.
-    if (the_server)
+    if (the_server) {
         channel_destroy(the_server->channel);
-    if (wake_ >= 0)
+    }
+    if (wake_ >= 0) {
         connect_detach(wake_);
+    }
 }
 
 std::string Server::attach(const Options &options) {
     const bool by_name = !options.capabilities.empty();
     the_server = msgserver_create(request_max, queue_max, by_name ? 0 : MSGSERVER_FLAG_PATH);
-    if (!the_server && by_name && errno == EPERM)
+    if (!the_server && by_name && errno == EPERM) {
         return "cannot check capabilities (--require): the grantor device \"/dev/grantor\" "
                "cannot be opened";
-    if (!the_server)
+    }
+    if (!the_server) {
         return fmt::format("cannot make a message server: {}", std::strerror(errno));
+    }
 
-    if (!global_name_attach(the_server->dispatch, only_one, 0))
+    if (!global_name_attach(the_server->dispatch, only_one, 0)) {
         return cannot_attach(errno);
+    }
     const std::string &service_options = by_name ? options.capabilities : options.permissions;
     if (msgserver_add(the_server, VANTRO_SERVICE_NAME, VANTRO_SERVICE_INSTANCE,
                       service_options.c_str(), 0, requests::handle_request, requests::handle_open,
-                      requests::handle_close) < 0)
+                      requests::handle_close) < 0) {
         return cannot_attach(errno);
+    }
     wake_ = connect_attach(0, 0, the_server->channel, 0, 0);
-    if (wake_ < 0)
+    if (wake_ < 0) {
         return fmt::format("cannot make a pulse connection: {}", std::strerror(errno));
+    }
     return "";
 }
 
@@ -67,16 +74,18 @@ std::string Server::run(int threads, const std::function<void()> &ready) {
     std::vector<std::thread> running;
     std::string failure;
     try {
-        running.reserve(static_cast<std::size_t>(threads));
-        for (int i = 0; i < threads; ++i)
+        running.reserve(static_cast<size_t>(threads));
+        for (int i = 0; i < threads; ++i) {
             running.emplace_back([] { msgserver_thread_loop(the_server); });
+        }
         ready();
     } catch (const std::exception &error) {
         failure = fmt::format("cannot start {} threads: {}", threads, error.what());
         stop();
     }
-    for (std::thread &each : running)
+    for (std::thread &each : running) {
         each.join();
+    }
     return failure;
 }
 
@@ -84,8 +93,9 @@ void Server::stop() {
     __atomic_store_n(&the_server->stop, 1, __ATOMIC_RELEASE);
     // A thread that waits looks at `stop` only after its next message or pulse. One that does not
     // wait leaves its pulse to lie; they end with the channel.
-    for (int i = 0; i < threads_max; ++i)
+    for (int i = 0; i < threads_max; ++i) {
         pulse_send(wake_, 0, 0, 0);
+    }
 }
 
 } // namespace vantro::service

@@ -1,6 +1,4 @@
-/**
- * Vectors with a transport header in front of the caller's parts.
- */
+// Vectors with a transport header in front of the caller's parts.
 #ifndef VANTRO_TRANSPORT_HEADERED_PARTS_H
 #define VANTRO_TRANSPORT_HEADERED_PARTS_H
 
@@ -18,27 +16,26 @@
 
 namespace vantro::transport {
 
-/** Most parts a caller may give: the header and the platform's frame take one place each. */
+// Most parts a caller may give: the header and the platform's frame take one place each.
 inline constexpr int PARTS_MAX = IOV_MAX - 2;
 
-/** Parts of a caller's vector that cost no heap. */
+// Parts of a caller's vector that cost no heap.
 inline constexpr int STACK_PARTS = 32;
 
-/** Bytes of all parts, or more than any message has where they are too many to count. */
+// Bytes of all parts, or more than any message has where they are too many to count.
 inline uint64_t sum_parts(const iovec *parts, int count) {
     uint64_t total = 0;
     for (int i = 0; i < count; i++) {
-        if (parts[i].iov_len > UINT64_MAX - total)
+        if (parts[i].iov_len > UINT64_MAX - total) {
             return UINT64_MAX;
+        }
         total += parts[i].iov_len;
     }
     return total;
 }
 
-/**
- * The header, then the caller's parts in order. Vectors of the usual length live in this object,
- * so that an exchange costs no heap; longer ones cost one allocation.
- */
+// The header, then the caller's parts in order. Vectors of the usual length live in this object,
+// so that an exchange costs no heap; longer ones cost one allocation.
 class HeaderedParts {
   public:
     HeaderedParts(TransportHeader *header, const iovec *parts, int count) {
@@ -56,8 +53,9 @@ class HeaderedParts {
             vector = many_;
         }
         vector[0] = {header, HEADER_BYTES};
-        if (count > 0)
+        if (count > 0) {
             std::memcpy(vector + 1, parts, size_t(count) * sizeof(iovec));
+        }
         vector_ = vector;
         count_ = count + 1;
     }
@@ -67,7 +65,7 @@ class HeaderedParts {
     HeaderedParts(const HeaderedParts &) = delete;
     HeaderedParts &operator=(const HeaderedParts &) = delete;
 
-    /** False where the parts were refused; errno says why (EINVAL, ENOMEM). */
+    // False where the parts were refused; errno says why (EINVAL, ENOMEM).
     explicit operator bool() const { return vector_ != nullptr; }
 
     const iovec *data() const { return vector_; }

@@ -1,7 +1,5 @@
-/**
- * The transport's wire format: what the first 28 bytes of every message are, pinned byte by byte.
- * The header is the public TransportHeader; nothing here is a second description of it.
- */
+// The transport's wire format: what the first 28 bytes of every message are, pinned byte by byte.
+// The header is the public TransportHeader; nothing here is a second description of it.
 #ifndef VANTRO_TRANSPORT_WIRE_H
 #define VANTRO_TRANSPORT_WIRE_H
 
@@ -19,10 +17,10 @@ inline constexpr int32_t HEADER_BYTES = 28;
 inline constexpr int32_t EVENT_BYTES = 16;
 inline constexpr size_t PULSE_BYTES = 16;
 
-/** Capacity field of a put: its answer is fetched later, so any length will do. */
+// Capacity field of a put: its answer is fetched later, so any length will do.
 inline constexpr uint32_t PUT_REPLY_LENGTH = 0x7fffffff;
 
-/** The first 16-bit word of a header of this kind: kind and version together. */
+// The first 16-bit word of a header of this kind: kind and version together.
 constexpr uint16_t kind_word(int kind) {
     return static_cast<uint16_t>(TRANSPORT_VERSION << 8 | kind);
 }

@@ -228,7 +228,8 @@ enum {
     MSGSERVER_FLAG_PATH = 0x2     /**< Path mode; sets MSGSERVER_FLAG_NOCHECK too. */
 };
 
-/** A growable table of pointers to zero-filled elements that it owns. Never shrinks or moves one. */
+/** A growable table of pointers to zero-filled elements that it owns. Never shrinks or moves one.
+ */
 typedef struct SlotArray {
     int32_t slot_count; /**< Slots, a multiple of 8. */
     void **slots;       /**< A null pointer marks a free slot. */
@@ -398,9 +399,9 @@ VANTRO_API int32_t msgserver_growmsg(MsgServer *server, int32_t size);
  * @param data   `length` bytes, borrowed for the call; may lie in the receive buffer.
  * @return 0; -1 with errno when the client is gone (ESRCH), or when the answer could not be made
  *   and the client was answered with that error number instead (EINVAL: a negative status, or too
- *   many parts; EMSGSIZE, EMFILE, ENOMEM). The return value ENOMEM: the answer could not be held (no
- *   memory, or this open already holds more than its share). A client that waits has then not been
- *   answered, and the service answers it with ipc_error(context->receive_id, ENOMEM).
+ *   many parts; EMSGSIZE, EMFILE, ENOMEM). The return value ENOMEM: the answer could not be held
+ * (no memory, or this open already holds more than its share). A client that waits has then not
+ * been answered, and the service answers it with ipc_error(context->receive_id, ENOMEM).
  */
 VANTRO_API int32_t callout_reply(MsgOsb *open, MsgContext *context, int32_t status,
                                  const void *data, int32_t length);

@@ -70,8 +70,8 @@
  * Fork. A child cannot use its parent's handles, and connects anew: exchanges on them fail, and a
  * query for the current track or the catalogue may wait for ever where the parent was within one.
  *
- * Unloading. A library that was loaded with dlopen() may be unloaded once every handle is closed and
- * no thread is in a call. One that has made a server (messaging.h) stays.
+ * Unloading. A library that was loaded with dlopen() may be unloaded once every handle is closed
+ * and no thread is in a call. One that has made a server (messaging.h) stays.
  *
  * Units. Positions and durations are milliseconds.
  */

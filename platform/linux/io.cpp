@@ -1,4 +1,4 @@
-/* Opening paths, and reading and writing what was opened. */
+// Opening paths, and reading and writing what was opened.
 #include <vantro/platform/io.h>
 
 #include <fcntl.h>
@@ -21,7 +21,7 @@ using namespace vantro::platform;
 
 namespace {
 
-/** Asks the path's owner; the connection is closed again when it refuses. */
+// Asks the path's owner; the connection is closed again when it refuses.
 int open_attached(std::string_view relative, int flags) {
     const CancelDisabled no_cancel;
     UniqueFd control = connect_to_name(relative);
@@ -52,7 +52,7 @@ int platform_open(const char *path, int flags) {
     if (!is_platform_path(path, relative)) {
         return ::open(path, flags | O_CLOEXEC, 0666);
     }
-    /* Objects are opened with options behind a question mark. */
+    // Objects are opened with options behind a question mark.
     if (relative.starts_with("kivo/") && relative.find('?') != relative.npos) {
         return open_reader(relative, flags);
     }

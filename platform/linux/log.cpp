@@ -1,4 +1,4 @@
-/* The log: a sink of the program's own, else the host's log daemon, else standard error. */
+// The log: a sink of the program's own, else the host's log daemon, else standard error.
 #include <vantro/platform/log.h>
 
 #include <cstdarg>
@@ -47,17 +47,15 @@ int priority_of(int severity) {
     }
 }
 
-/**
- * Where nobody listens, syslog(3) would lose the line without a word. The socket alone tells little:
- * it outlives a daemon that crashed.
- */
+// Where nobody listens, syslog(3) would lose the line without a word. The socket alone tells
+// little: it outlives a daemon that crashed.
 bool daemon_listens() {
     const vantro::platform::UniqueFd probe(
         ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const struct sockaddr_un address = {AF_UNIX, "/dev/log"};
     return ::connect(probe.get(), reinterpret_cast<const struct sockaddr *>(&address),
                      sizeof address) == 0 ||
-           errno == EPROTOTYPE; /* it listens on a stream */
+           errno == EPROTOTYPE; // it listens on a stream
 }
 
 void write_to_host(uint32_t code, int severity, const char *line) {

@@ -1,9 +1,7 @@
-/*
- * Change texts: parsing in place, and writing.
- *
- * A line is checked as a whole before a byte of it is changed, so that one which cannot be parsed
- * stays as it was found.
- */
+// Change texts: parsing in place, and writing.
+//
+// A line is checked as a whole before a byte of it is changed, so that one which cannot be parsed
+// stays as it was found.
 #include <vantro/platform/change.h>
 
 #include <algorithm>
@@ -23,7 +21,7 @@ constexpr std::array<std::string_view, 4> encodings = {"", "n", "b", "json"};
 
 enum class Escapes { of_a_value, of_a_name };
 
-/** The character that an escape stands for; NUL where there is no such escape. */
+// The character that an escape stands for; NUL where there is no such escape.
 char unescaped(char escape, Escapes kind, bool first) {
     switch (escape) {
     case '\\':
@@ -44,7 +42,7 @@ char unescaped(char escape, Escapes kind, bool first) {
 
 bool may_be_unescaped(std::string_view text, Escapes kind) {
     for (size_t i = 0; i < text.size(); ++i) {
-        /* Values may be long, and hold few escapes: what lies between is passed over at once. */
+        // Values may be long, and hold few escapes: what lies between is passed over at once.
         if (kind == Escapes::of_a_value && (i = text.find('\\', i)) == text.npos) {
             return true;
         }
@@ -60,7 +58,7 @@ bool may_be_unescaped(std::string_view text, Escapes kind) {
     return true;
 }
 
-/** Unescapes in place and ends the text with a NUL, which fits: there is a byte behind it. */
+// Unescapes in place and ends the text with a NUL, which fits: there is a byte behind it.
 char *unescape(char *text, size_t length, Escapes kind) {
     char *to = static_cast<char *>(std::memchr(text, '\\', length));
     if (!to) {
@@ -79,7 +77,7 @@ char *unescape(char *text, size_t length, Escapes kind) {
     return text;
 }
 
-/** Parses one line without its newline. */
+// Parses one line without its newline.
 kivo_result parse_line(char *start, size_t length, kivo_record &record) {
     const std::string_view line(start, length);
     const ObjectLine object = parse_object_line(line);
@@ -116,7 +114,7 @@ void write_bytes(kivo_writer &writer, std::string_view bytes) {
     if (writer.error != 0) {
         return;
     }
-    /* One byte stays for the NUL. */
+    // One byte stays for the NUL.
     if (bytes.size() >= writer.capacity - writer.length) {
         writer.error = EMSGSIZE;
         return;
@@ -125,7 +123,7 @@ void write_bytes(kivo_writer &writer, std::string_view bytes) {
     writer.length += bytes.size();
 }
 
-/* What may have to be escaped; the rest of a text is passed over at the speed of this look-up. */
+// What may have to be escaped; the rest of a text is passed over at the speed of this look-up.
 constexpr std::array<bool, 256> may_need_escape = [] {
     std::array<bool, 256> table = {};
     for (const char c : {'\\', '\n', '\r', '\t', ':', '@', '+', '-', '#'}) {
@@ -135,7 +133,7 @@ constexpr std::array<bool, 256> may_need_escape = [] {
 }();
 
 void write_escaped(kivo_writer &writer, std::string_view text, Escapes kind) {
-    size_t plain = 0; /* where the bytes not yet written begin */
+    size_t plain = 0; // where the bytes not yet written begin
     for (size_t i = 0; i < text.size(); ++i) {
         if (!may_need_escape[static_cast<unsigned char>(text[i])]) {
             continue;
@@ -157,7 +155,7 @@ void write_escaped(kivo_writer &writer, std::string_view text, Escapes kind) {
     write_bytes(writer, text.substr(plain));
 }
 
-/** Whether the writer takes more, with a name that can be. */
+// Whether the writer takes more, with a name that can be.
 bool accepts(kivo_writer *writer, bool good) {
     if (writer && writer->error == 0 && !good) {
         writer->error = EINVAL;

@@ -1,4 +1,4 @@
-/* The lines of a change text as they lie there, escapes and all. */
+// The lines of a change text as they lie there, escapes and all.
 #ifndef VANTRO_PLATFORM_PORTABLE_CHANGE_LINE_H
 #define VANTRO_PLATFORM_PORTABLE_CHANGE_LINE_H
 
@@ -10,16 +10,16 @@ namespace vantro::platform {
 
 bool is_object_name(std::string_view name);
 
-/** An object's line: KIVO_END where the line is none, KIVO_ERROR where it is a wrong one. */
+// An object's line: KIVO_END where the line is none, KIVO_ERROR where it is a wrong one.
 struct ObjectLine {
     kivo_result result = KIVO_END;
     std::string_view name;
 };
 ObjectLine parse_object_line(std::string_view line);
 
-/** An attribute's line, still escaped. No name where the line is wrong. */
+// An attribute's line, still escaped. No name where the line is wrong.
 struct AttributeLine {
-    bool is_set = false; /* and not deleted */
+    bool is_set = false; // and not deleted
     std::string_view name;
     std::string_view encoding;
     std::string_view value;

@@ -7,7 +7,7 @@
 
 namespace vantro::platform {
 
-/** Restores errno at the end of a block: clean-up must not hide why a call failed. */
+// Restores errno at the end of a block: clean-up must not hide why a call failed.
 class KeepErrno {
   public:
     KeepErrno() : saved_(errno) {}
@@ -19,7 +19,7 @@ class KeepErrno {
     int saved_;
 };
 
-/** Disables thread cancellation for a block: a cancelled thread must not leave a lane half used. */
+// Disables thread cancellation for a block: a cancelled thread must not leave a lane half used.
 class CancelDisabled {
   public:
     CancelDisabled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous_); }
@@ -27,20 +27,20 @@ class CancelDisabled {
     CancelDisabled(const CancelDisabled &) = delete;
     CancelDisabled &operator=(const CancelDisabled &) = delete;
 
-    /** The state that the caller had. */
+    // The state that the caller had.
     int previous() const { return previous_; }
 
   private:
     int previous_ = PTHREAD_CANCEL_ENABLE;
 };
 
-/** Fails with an error number, the way the contract says. */
+// Fails with an error number, the way the contract says.
 inline int fail(int error) {
     errno = error;
     return -1;
 }
 
-/** Runs a function that may find no memory: no exception crosses the contract. */
+// Runs a function that may find no memory: no exception crosses the contract.
 template <typename Function>
 int or_no_memory(Function function) {
     try {

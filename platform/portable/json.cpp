@@ -1,10 +1,8 @@
-/*
- * The JSON decoder: the values of a text in a flat table, in the order in which they lie in it.
- *
- * The members of an object are the entries behind its own, up to its `end`; those of an object
- * within are passed over by that one's `end`. The first entries live in the decoder, so that a
- * record of an event costs no heap.
- */
+// The JSON decoder: the values of a text in a flat table, in the order in which they lie in it.
+//
+// The members of an object are the entries behind its own, up to its `end`; those of an object
+// within are passed over by that one's `end`. The first entries live in the decoder, so that a
+// record of an event costs no heap.
 #include <vantro/platform/json.h>
 
 #include <array>
@@ -27,12 +25,12 @@ namespace {
 enum class Kind : uint8_t { object, array, string, integer, too_large, other };
 
 struct Value {
-    const char *name; /* null for what is no member of an object */
+    const char *name; // null for what is no member of an object
     union {
         const char *string;
         int64_t integer;
     };
-    uint32_t end; /* behind its last member */
+    uint32_t end; // behind its last member
     Kind kind;
 };
 
@@ -44,7 +42,7 @@ struct Decoder {
     size_t count;
     size_t capacity;
     uint32_t entered_count;
-    std::array<uint32_t, KIVO_JSON_DEPTH_MAX> entered; /* the objects pushed, as indices */
+    std::array<uint32_t, KIVO_JSON_DEPTH_MAX> entered; // the objects pushed, as indices
     std::array<Value, values_in_place> in_place;
 
     static Decoder &of(struct kivo_decoder *decoder) {
@@ -81,7 +79,7 @@ struct Decoder {
 static_assert(sizeof(Decoder) <= sizeof(struct kivo_decoder));
 static_assert(alignof(Decoder) <= alignof(struct kivo_decoder));
 
-/** Receives the parser's events; false ends the parsing. */
+// Receives the parser's events; false ends the parsing.
 class Collector {
   public:
     explicit Collector(Decoder &decoder) : decoder_(decoder) {}
@@ -96,7 +94,7 @@ class Collector {
         return value <= INT64_MAX ? integer(static_cast<int64_t>(value)) : add(Kind::too_large);
     }
     bool Double(double value) {
-        /* A whole number of more digits than 64 bits hold arrives here. */
+        // A whole number of more digits than 64 bits hold arrives here.
         return add(std::fabs(value) >= 0x1p63 ? Kind::too_large : Kind::other);
     }
     bool RawNumber(const char *, rapidjson::SizeType, bool) { return false; }
@@ -108,7 +106,7 @@ class Collector {
         return true;
     }
     bool Key(const char *text, rapidjson::SizeType length, bool) {
-        /* A name that no C string can ask for is nobody's. */
+        // A name that no C string can ask for is nobody's.
         name_ = std::memchr(text, '\0', length) ? nullptr : text;
         return true;
     }
@@ -156,7 +154,7 @@ class Collector {
     std::array<uint32_t, KIVO_JSON_DEPTH_MAX> open_;
 };
 
-/** The first member of that name of the object entered last. */
+// The first member of that name of the object entered last.
 const Value *find(const Decoder &decoder, const char *name) {
     if (!name || decoder.entered_count == 0) {
         return nullptr;
@@ -165,7 +163,7 @@ const Value *find(const Decoder &decoder, const char *name) {
     const uint32_t end = decoder.values[object].end;
     for (uint32_t i = object + 1; i < end; i = decoder.values[i].end) {
         const Value &value = decoder.values[i];
-        /* The first character tells most names apart without a call. */
+        // The first character tells most names apart without a call.
         if (value.name && *value.name == *name && std::strcmp(value.name, name) == 0) {
             return &value;
         }
@@ -223,7 +221,7 @@ int kivo_decoder_parse_json_str(struct kivo_decoder *decoder, char *text) {
     if (reader.Parse<rapidjson::kParseInsituFlag>(stream, collector)) {
         return 0;
     }
-    /* Half a text is not believed. */
+    // Half a text is not believed.
     values.forget();
     return fail(collector.out_of_memory() ? ENOMEM : EBADMSG);
 }
@@ -242,7 +240,7 @@ int kivo_decoder_push(struct kivo_decoder *decoder, const char *name) {
     if (!object || object->kind != Kind::object) {
         return fail(ENOENT);
     }
-    /* There is room: no deeper text is parsed. */
+    // There is room: no deeper text is parsed.
     values.entered[values.entered_count++] = static_cast<uint32_t>(object - values.values);
     return 0;
 }

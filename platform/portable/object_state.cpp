@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view object_start = "#@";
 
-/** Takes the next line off a text, its newline included. Empty where the text ends without one. */
+// Takes the next line off a text, its newline included. Empty where the text ends without one.
 std::string_view take_line(std::string_view &text) {
     const std::string_view line = text.substr(0, text.find('\n') + 1);
     text.remove_prefix(line.size());
@@ -43,7 +43,7 @@ Picture::Outcome Picture::apply(std::string_view change) {
         return Outcome::applied;
     }
 
-    /* Of two lines of one attribute the later counts. */
+    // Of two lines of one attribute the later counts.
     lines_.clear();
     while (!change.empty()) {
         const std::string_view line = take_line(change);
@@ -80,7 +80,7 @@ Picture::Outcome Picture::apply(std::string_view change) {
         return Outcome::all_too_long;
     }
 
-    /* All memory first, so that nothing can fail once the object is touched. */
+    // All memory first, so that nothing can fail once the object is touched.
     Lines added;
     for (const Line &line : lines_) {
         if (!line.is_new) {
@@ -113,7 +113,7 @@ bool Picture::load(std::string_view snapshot, std::string_view object) {
         if (!snapshot.starts_with(object_start)) {
             return false;
         }
-        /* An attribute's line cannot begin so: the sign would be escaped. */
+        // An attribute's line cannot begin so: the sign would be escaped.
         const size_t next = snapshot.find("\n#@");
         const std::string_view text =
             snapshot.substr(0, next == snapshot.npos ? snapshot.size() : next + 1);

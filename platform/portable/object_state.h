@@ -9,28 +9,26 @@
 
 namespace vantro::platform {
 
-/**
- * All objects of a publisher in full, as the lines of their change texts. The publisher keeps one
- * of what it published; a reader makes one of a snapshot and what came after it, to tell each
- * object as it is and not as it was.
- */
+// All objects of a publisher in full, as the lines of their change texts. The publisher keeps one
+// of what it published; a reader makes one of a snapshot and what came after it, to tell each
+// object as it is and not as it was.
 class Picture {
   public:
     enum class Outcome { applied, malformed, object_too_long, all_too_long };
 
-    /** Applies a change, or leaves everything as it was. May throw std::bad_alloc, likewise. */
+    // Applies a change, or leaves everything as it was. May throw std::bad_alloc, likewise.
     Outcome apply(std::string_view change);
 
-    /** Replaces everything by what append_all() wrote; only `object` of it where one is named. */
+    // Replaces everything by what append_all() wrote; only `object` of it where one is named.
     bool load(std::string_view snapshot, std::string_view object = {});
 
-    /** The objects' texts one after the other, each beginning "#@". */
+    // The objects' texts one after the other, each beginning "#@".
     void append_all(std::string &text) const;
     size_t bytes() const { return bytes_; }
 
     bool holds(std::string_view object) const { return objects_.find(object) != objects_.end(); }
 
-    /** One text an object, in the order of their names. */
+    // One text an object, in the order of their names.
     struct Text {
         std::string name;
         std::string text;
@@ -38,18 +36,18 @@ class Picture {
     std::vector<Text> texts() const;
 
   private:
-    /* Keys are attribute names as they are written, still escaped; values whole lines. */
+    // Keys are attribute names as they are written, still escaped; values whole lines.
     using Lines = std::map<std::string, std::string, std::less<>>;
     struct Object {
         Lines lines;
-        size_t bytes = 0; /* of the text in full */
+        size_t bytes = 0; // of the text in full
     };
     using Objects = std::map<std::string, Object, std::less<>>;
 
-    /** A line of the change in hand, and what it replaces. */
+    // A line of the change in hand, and what it replaces.
     struct Line {
         std::string_view name;
-        std::string_view text; /* empty when the attribute is deleted */
+        std::string_view text; // empty when the attribute is deleted
         Lines::iterator place = {};
         bool is_new = false;
     };
@@ -58,7 +56,7 @@ class Picture {
 
     Objects objects_;
     size_t bytes_ = 0;
-    std::vector<Line> lines_; /* kept for its memory: a change of known attributes costs no heap */
+    std::vector<Line> lines_; // kept for its memory: a change of known attributes costs no heap
 };
 
 } // namespace vantro::platform

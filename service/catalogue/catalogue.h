@@ -51,7 +51,7 @@ class NodeSink {
   public:
     virtual ~NodeSink() = default;
     // How many will come, as far as that is known.
-    virtual void expect(std::size_t) {}
+    virtual void expect(size_t) {}
     // False where no more is wanted.
     virtual bool take(const NodeRow &node) = 0;
 };
@@ -108,12 +108,12 @@ class Catalogue {
     virtual int all_songs(std::vector<QueuedSong> &songs) = 0;
     // The nodes of songs, in the order asked for; a song that is gone leaves a node of type
     // VANTRO_NODE_SONG with an empty id. Returns 0 or EIO.
-    virtual int song_nodes(const SongId *ids, std::size_t count, NodeSink &nodes) = 0;
+    virtual int song_nodes(const SongId *ids, size_t count, NodeSink &nodes) = 0;
     // Node and metadata of one song. Returns 0, ENOENT when it is gone, or EIO.
     virtual int song(SongId id, Node &node, SongMetadata &metadata) = 0;
 
-    // 0, or the VANTRO_ERROR_* for which a song's file cannot be played now. Reads the file, so it may
-    // wait for a disk.
+    // 0, or the VANTRO_ERROR_* for which a song's file cannot be played now. Reads the file, so it
+    // may wait for a disk.
     virtual int32_t check(SongId id) = 0;
 
     // The next `count` numbers for track sessions, never given before, also not by an earlier run.

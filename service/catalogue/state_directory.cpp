@@ -12,23 +12,27 @@
 namespace vantro::service::catalogue {
 
 StateDirectory::~StateDirectory() {
-    if (lock_ >= 0)
+    if (lock_ >= 0) {
         close(lock_);
+    }
 }
 
 std::string StateDirectory::take(const std::filesystem::path &path) {
     std::error_code error;
     std::filesystem::create_directories(path, error);
-    if (error)
+    if (error) {
         return fmt::format("cannot make '{}': {}", path.native(), error.message());
+    }
     const std::filesystem::path file = path / "lock";
     lock_ = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (lock_ < 0)
+    if (lock_ < 0) {
         return fmt::format("cannot use '{}': {}", file.native(), std::strerror(errno));
+    }
     struct flock whole = {};
     whole.l_type = F_WRLCK;
-    if (fcntl(lock_, F_OFD_SETLK, &whole) != 0)
+    if (fcntl(lock_, F_OFD_SETLK, &whole) != 0) {
         return fmt::format("'{}' is used by another vantrod", path.native());
+    }
     return "";
 }
 
@@ -37,13 +41,16 @@ int32_t SessionNumbers::take(int32_t count) {
     if (next_ == 0) {
         std::ifstream noted(file_);
         std::error_code error;
-        if (!noted && (std::filesystem::exists(file_, error) || error))
+        if (!noted && (std::filesystem::exists(file_, error) || error)) {
             return 0; // for the moment it cannot be told which have been given
-        if (!(noted >> next_) || next_ < 1)
+        }
+        if (!(noted >> next_) || next_ < 1) {
             next_ = 1;
+        }
     }
-    if (count < 1 || next_ > INT32_MAX - count + int64_t{1} || !note(next_ + count))
+    if (count < 1 || next_ > INT32_MAX - count + int64_t{1} || !note(next_ + count)) {
         return 0;
+    }
     const int64_t first = next_;
     next_ += count;
     return static_cast<int32_t>(first);
@@ -54,8 +61,9 @@ bool SessionNumbers::note(int64_t next) const {
     const std::string text = fmt::format("{}\n", next);
     const std::string part = file_.native() + ".part";
     const int descriptor = open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (descriptor < 0)
+    if (descriptor < 0) {
         return false;
+    }
     bool good = write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     good = fsync(descriptor) == 0 && good;
     good = close(descriptor) == 0 && good;

@@ -33,8 +33,9 @@ namespace fs = std::filesystem;
 // Pages of the file that all connections together keep in memory.
 constexpr int64_t pages_bytes_max = 32 * 1024 * 1024;
 
-// Longest name of a source, in bytes. An answer of 65536 bytes holds 32 sources with each name twice.
-constexpr std::size_t source_name_max = 960;
+// Longest name of a source, in bytes. An answer of 65536 bytes holds 32 sources with each name
+// twice.
+constexpr size_t source_name_max = 960;
 
 constexpr uint64_t source_capabilities =
     VANTRO_SOURCE_CAN_BROWSE | VANTRO_SOURCE_CAN_SEARCH | VANTRO_SOURCE_CAN_METADATA |
@@ -66,7 +67,7 @@ class SqliteCatalogue : public Store {
                           std::vector<std::string> &values) override;
     int songs(int32_t source, std::string_view node, std::vector<QueuedSong> &songs) override;
     int all_songs(std::vector<QueuedSong> &songs) override;
-    int song_nodes(const SongId *ids, std::size_t count, NodeSink &nodes) override;
+    int song_nodes(const SongId *ids, size_t count, NodeSink &nodes) override;
     int song(SongId id, Node &node, SongMetadata &metadata) override;
     int32_t check(SongId id) override;
     int32_t take_session_ids(int32_t count) override { return sessions_.take(count); }
@@ -86,8 +87,9 @@ class SqliteCatalogue : public Store {
     std::unique_ptr<Database> reopen(bool damaged);
     void prepare(int32_t source);
     void log(int severity, const std::string &line) const {
-        if (options_.log)
+        if (options_.log) {
             options_.log(severity, line);
+        }
     }
 
     const StoreOptions options_;
@@ -121,12 +123,15 @@ std::string SqliteCatalogue::open() {
         std::error_code error;
         // A directory that is not there now may come later, under this path.
         fs::path path = fs::weakly_canonical(fs::absolute(music), error);
-        if (error)
+        if (error) {
             path = fs::absolute(music).lexically_normal();
-        if (!path.has_filename() && path.has_relative_path())
+        }
+        if (!path.has_filename() && path.has_relative_path()) {
             path = path.parent_path();
-        if (std::find(paths.begin(), paths.end(), path) == paths.end())
+        }
+        if (std::find(paths.begin(), paths.end(), path) == paths.end()) {
             paths.push_back(path);
+        }
     }
     try {
         sqlite3_soft_heap_limit64(pages_bytes_max);
@@ -150,34 +155,40 @@ std::string SqliteCatalogue::open() {
 
 // The sources keep their numbers, which clients hold.
 std::unique_ptr<Database> SqliteCatalogue::reopen(bool damaged) {
-    if (!damaged && first_)
+    if (!damaged && first_) {
         return std::move(first_);
+    }
     first_.reset();
     const auto say = [this](const std::string &line) { log(LOG_SEVERITY_WARNING, line); };
     std::unique_ptr<Database> database;
     const auto open_it = [&] {
-        if (damaged)
+        if (damaged) {
             move_aside(file_, "is damaged", say);
+        }
         database = open_catalogue_file(file_, say);
         Transaction whole(*database);
-        for (const auto &each : directories_)
+        for (const auto &each : directories_) {
             database->run("INSERT OR IGNORE INTO source(id, path) VALUES(?1, ?2)", each->id,
                           Blob{each->path});
+        }
         whole.commit();
         lists_.clear();
         said_broken_ = false;
     };
-    if (damaged)
+    if (damaged) {
         pool_.replace(open_it);
-    else
+    } else {
         open_it();
+    }
     return database;
 }
 
 const MusicDirectory *SqliteCatalogue::directory(int32_t source) const {
-    for (const auto &each : directories_)
-        if (each->id == source)
+    for (const auto &each : directories_) {
+        if (each->id == source) {
             return each.get();
+        }
+    }
     return nullptr;
 }
 
@@ -193,10 +204,12 @@ int SqliteCatalogue::guarded(const Read &read) {
     try {
         return pool_.read(read);
     } catch (const DatabaseError &error) {
-        if (error.damaged())
+        if (error.damaged()) {
             scanning_.found_damage(rebuilds);
-        if (!said_broken_.exchange(true))
+        }
+        if (!said_broken_.exchange(true)) {
             log(LOG_SEVERITY_ERROR, fmt::format("the catalogue {}", error.what()));
+        }
         return EIO;
     }
 }
@@ -210,8 +223,9 @@ void SqliteCatalogue::prepare(int32_t source) {
 
 template <typename Read>
 int SqliteCatalogue::at_node(int32_t source, std::string_view node, const Read &read) {
-    if (!directory(source))
+    if (!directory(source)) {
         return ENOENT;
+    }
     return guarded([&](Database &database) {
         View view(database, lists_, source);
         const std::optional<Place> place = view.find(node);
@@ -221,7 +235,7 @@ int SqliteCatalogue::at_node(int32_t source, std::string_view node, const Read &
 
 std::vector<Source> SqliteCatalogue::sources() {
     std::vector<Source> all;
-    for (std::size_t i = 0; i < directories_.size(); ++i) {
+    for (size_t i = 0; i < directories_.size(); ++i) {
         Source source;
         source.id = directories_[i]->id;
         source.uid = digest(directories_[i]->path).substr(0, 32);
@@ -246,8 +260,9 @@ int SqliteCatalogue::search(int32_t source, std::string_view filter, std::string
                             Range range, NodeSink &nodes) {
     return at_node(source, VANTRO_NODE_ROOT, [&](Database &, View &view, Place) {
         const std::optional<View::ListPointer> found = view.search(filter, term);
-        if (!found)
+        if (!found) {
             return EINVAL;
+        }
         view.nodes(**found, range, nodes);
         return 0;
     });
@@ -257,10 +272,11 @@ int SqliteCatalogue::metadata(int32_t source, std::string_view node,
                               std::optional<SongMetadata> &metadata) {
     return at_node(source, node, [&](Database &database, View &view, Place place) {
         SongMetadata found;
-        if (place.kind == kind_song && place.id != 0)
+        if (place.kind == kind_song && place.id != 0) {
             read_metadata(database, artwork_, place.id, found);
-        else
+        } else {
             found = describe(database, artwork_, view, place);
+        }
         metadata = std::move(found);
         return 0;
     });
@@ -270,10 +286,11 @@ int SqliteCatalogue::extended_metadata(int32_t source, std::string_view node,
                                        const std::vector<std::string_view> &keys,
                                        std::vector<std::string> &values) {
     return at_node(source, node, [&](Database &database, View &view, Place place) {
-        if (place.kind == kind_song && place.id != 0)
+        if (place.kind == kind_song && place.id != 0) {
             values = read_extended(database, artwork_, directory(source)->path, place.id, keys);
-        else
+        } else {
             values = extended_of(describe(database, artwork_, view, place), keys);
+        }
         return 0;
     });
 }
@@ -298,22 +315,24 @@ int SqliteCatalogue::all_songs(std::vector<QueuedSong> &songs) {
 int64_t SqliteCatalogue::song_count() {
     int64_t count = 0;
     guarded([&](Database &database) {
-        for (const auto &each : directories_)
+        for (const auto &each : directories_) {
             count += View(database, lists_, each->id).song_count();
+        }
         return 0;
     });
     return count;
 }
 
-int SqliteCatalogue::song_nodes(const SongId *ids, std::size_t count, NodeSink &nodes) {
+int SqliteCatalogue::song_nodes(const SongId *ids, size_t count, NodeSink &nodes) {
     return guarded([&](Database &database) {
         View view(database, lists_, 0);
         nodes.expect(count);
-        for (std::size_t i = 0; i < count; ++i) {
+        for (size_t i = 0; i < count; ++i) {
             Node node = song_node(view, ids[i]);
             node.type = VANTRO_NODE_SONG;
-            if (!nodes.take(row_of(node)))
+            if (!nodes.take(row_of(node))) {
                 break;
+            }
         }
         return 0;
     });
@@ -335,8 +354,9 @@ int32_t SqliteCatalogue::check(SongId id) {
         path = source ? path_of(database, source->path, id) : "";
         return 0;
     });
-    if (path.empty())
+    if (path.empty()) {
         return result == 0 ? VANTRO_ERROR_GONE : VANTRO_ERROR_UNREADABLE;
+    }
     return check_song(path); // with nothing held: the disk may be slow
 }
 
@@ -345,8 +365,9 @@ int32_t SqliteCatalogue::check(SongId id) {
 std::unique_ptr<Store> open_store(StoreOptions options, std::string &wrong) {
     try {
         auto state = std::make_unique<StateDirectory>();
-        if (wrong = state->take(options.state); !wrong.empty())
+        if (wrong = state->take(options.state); !wrong.empty()) {
             return nullptr;
+        }
         auto store = std::make_unique<SqliteCatalogue>(std::move(options), std::move(state));
         wrong = store->open();
         return wrong.empty() ? std::move(store) : nullptr;
@@ -357,10 +378,12 @@ std::unique_ptr<Store> open_store(StoreOptions options, std::string &wrong) {
 }
 
 fs::path default_state_directory() {
-    if (const char *state = std::getenv("XDG_STATE_HOME"); state && *state == '/')
+    if (const char *state = std::getenv("XDG_STATE_HOME"); state && *state == '/') {
         return fs::path(state) / "vantro";
-    if (const char *home = std::getenv("HOME"); home && *home == '/')
+    }
+    if (const char *home = std::getenv("HOME"); home && *home == '/') {
         return fs::path(home) / ".local/state/vantro";
+    }
     return {};
 }
 

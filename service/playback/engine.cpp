@@ -11,7 +11,7 @@ namespace vantro::service::playback {
 namespace {
 
 // Changes that one call notes at most: ends of tracks, what it does, and a stop and a going on.
-constexpr std::size_t notes_max = 4;
+constexpr size_t notes_max = 4;
 
 bool differ(const VantroStateInfo &a, const VantroStateInfo &b) {
     return a.state != b.state || a.rate != b.rate || a.repeat != b.repeat || a.shuffle != b.shuffle;
@@ -20,16 +20,16 @@ bool differ(const VantroStateInfo &a, const VantroStateInfo &b) {
 } // namespace
 
 Engine::Engine(Clock clock, uint32_t seed)
-    : clock_(std::move(clock)),
-      random_(seed), modes_{VANTRO_STATE_IDLE, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF},
-      noted_(modes_) {}
+    : clock_(std::move(clock)), random_(seed),
+      modes_{VANTRO_STATE_IDLE, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF}, noted_(modes_) {}
 
 void Engine::load(SessionPtr session, int32_t index, bool play) {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
     std::vector<int32_t> order;
-    if (modes_.shuffle == VANTRO_SHUFFLE_ON)
+    if (modes_.shuffle == VANTRO_SHUFFLE_ON) {
         order = draw_order(*session, index);
+    }
     place_ = order.empty() ? std::max(index, 0) : 0;
     order_.swap(order);
     session_.swap(session); // the old one, if this was its last place, goes after the lock
@@ -42,8 +42,9 @@ void Engine::load(SessionPtr session, int32_t index, bool play) {
 void Engine::unload(uint64_t tsid) {
     SessionPtr dropped;
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (!session_ || session_->tsid != tsid)
+    if (!session_ || session_->tsid != tsid) {
         return;
+    }
     const auto now = catch_up();
     dropped.swap(session_);
     order_ = {};
@@ -57,23 +58,25 @@ void Engine::unload(uint64_t tsid) {
 std::vector<int32_t> Engine::draw_order(const TrackSession &session, int32_t first) {
     std::vector<int32_t> order(session.songs.size());
     std::iota(order.begin(), order.end(), 0);
-    if (first != any_index)
-        std::swap(order.front(), order[static_cast<std::size_t>(first)]);
+    if (first != any_index) {
+        std::swap(order.front(), order[static_cast<size_t>(first)]);
+    }
     std::shuffle(order.begin() + (first == any_index ? 0 : 1), order.end(), random_);
     return order;
 }
 
 int32_t Engine::index() const {
-    return order_.empty() ? place_ : order_[static_cast<std::size_t>(place_)];
+    return order_.empty() ? place_ : order_[static_cast<size_t>(place_)];
 }
 
 int64_t Engine::duration() const {
-    return length_of(session_->songs[static_cast<std::size_t>(index())]);
+    return length_of(session_->songs[static_cast<size_t>(index())]);
 }
 
 int64_t Engine::position(std::chrono::nanoseconds now) const {
-    if (!playing())
+    if (!playing()) {
         return base_;
+    }
     const auto elapsed = (now - base_time_).count() / 1000;
     return base_ + static_cast<int64_t>(static_cast<double>(elapsed) * double{modes_.rate});
 }
@@ -92,10 +95,12 @@ void Engine::end_of_session() {
 
 // For whoever publishes: something became different, and modes perhaps. catch_up() has made room.
 void Engine::note(unsigned what, std::chrono::nanoseconds now, int32_t error) {
-    if (differ(modes_, noted_))
+    if (differ(modes_, noted_)) {
         what |= Change::state;
-    if (what == 0)
+    }
+    if (what == 0) {
         return;
+    }
     noted_ = modes_;
     changes_.push_back({what, error, at(now)});
     noted_count_.fetch_add(1, std::memory_order_release);
@@ -103,8 +108,9 @@ void Engine::note(unsigned what, std::chrono::nanoseconds now, int32_t error) {
 
 // A track begins to play, if the player does.
 void Engine::started() {
-    if (!playing())
+    if (!playing()) {
         return;
+    }
     ++start_;
     start_taken_ = false;
 }
@@ -119,17 +125,21 @@ void Engine::started_anew() {
 std::chrono::nanoseconds Engine::catch_up() {
     changes_.reserve(changes_.size() + notes_max);
     const std::chrono::nanoseconds now = clock_();
-    if (!playing())
+    if (!playing()) {
         return now;
+    }
     int64_t reached = position(now);
-    if (reached < duration())
+    if (reached < duration()) {
         return now;
-    if (modes_.repeat == VANTRO_REPEAT_ONE)
+    }
+    if (modes_.repeat == VANTRO_REPEAT_ONE) {
         reached %= duration();
+    }
     while (reached >= duration()) {
         reached -= duration();
-        if (++place_ < session_->length())
+        if (++place_ < session_->length()) {
             continue;
+        }
         place_ = 0;
         if (modes_.repeat == VANTRO_REPEAT_OFF) {
             end_of_session();
@@ -147,8 +157,9 @@ std::chrono::nanoseconds Engine::catch_up() {
 int Engine::play() {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
-    if (!session_)
+    if (!session_) {
         return ENODATA;
+    }
     if (!playing()) {
         modes_.state = VANTRO_STATE_PLAYING;
         place_at(base_, now);
@@ -174,8 +185,9 @@ int Engine::stop() {
     const auto now = catch_up();
     const bool moves = playing() || base_ != 0;
     place_at(0, now);
-    if (session_)
+    if (session_) {
         modes_.state = VANTRO_STATE_STOPPED;
+    }
     note(moves ? Change::position : 0u, now);
     return 0;
 }
@@ -183,14 +195,16 @@ int Engine::stop() {
 int Engine::next() {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
-    if (!session_)
+    if (!session_) {
         return ENODATA;
-    if (place_ + 1 < session_->length())
+    }
+    if (place_ + 1 < session_->length()) {
         ++place_;
-    else if (modes_.repeat != VANTRO_REPEAT_OFF)
+    } else if (modes_.repeat != VANTRO_REPEAT_OFF) {
         place_ = 0;
-    else
+    } else {
         end_of_session();
+    }
     place_at(0, now);
     started_anew();
     note(Change::track | Change::position, now);
@@ -200,14 +214,16 @@ int Engine::next() {
 int Engine::previous() {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
-    if (!session_)
+    if (!session_) {
         return ENODATA;
+    }
     const int32_t from = place_;
     if (position(now) <= restart_after_ms * int64_t{1000}) {
-        if (place_ > 0)
+        if (place_ > 0) {
             --place_;
-        else if (modes_.repeat != VANTRO_REPEAT_OFF)
+        } else if (modes_.repeat != VANTRO_REPEAT_OFF) {
             place_ = session_->length() - 1;
+        }
     }
     place_at(0, now);
     if (place_ == from) {
@@ -224,10 +240,12 @@ int Engine::previous() {
 int Engine::jump(int32_t index) {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
-    if (!session_)
+    if (!session_) {
         return ENODATA;
-    if (index < 0 || index >= session_->length())
+    }
+    if (index < 0 || index >= session_->length()) {
         return ERANGE;
+    }
     if (order_.empty()) {
         place_ = index;
     } else {
@@ -249,20 +267,23 @@ int Engine::jump(int32_t index) {
 int Engine::seek(int32_t position_ms) {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
-    if (!session_)
+    if (!session_) {
         return ENODATA;
+    }
     place_at(std::clamp<int64_t>(int64_t{1000} * position_ms, 0, duration()), now);
     note(Change::position, now);
     return 0;
 }
 
 int Engine::set_rate(float rate) {
-    if (!(rate > 0 && rate <= rate_max)) // false for what is not a number
+    if (!(rate > 0 && rate <= rate_max)) { // false for what is not a number
         return ERANGE;
+    }
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
-    if (modes_.rate == rate)
+    if (modes_.rate == rate) {
         return 0;
+    }
     place_at(position(now), now);
     modes_.rate = rate;
     note(playing() ? Change::position : 0u, now);
@@ -270,8 +291,9 @@ int Engine::set_rate(float rate) {
 }
 
 int Engine::set_repeat(int32_t mode) {
-    if (mode < VANTRO_REPEAT_OFF || mode > VANTRO_REPEAT_ONE)
+    if (mode < VANTRO_REPEAT_OFF || mode > VANTRO_REPEAT_ONE) {
         return ERANGE;
+    }
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
     modes_.repeat = mode;
@@ -281,16 +303,18 @@ int Engine::set_repeat(int32_t mode) {
 
 // The current song stays the current one, and with shuffle all others follow it.
 int Engine::set_shuffle(int32_t mode) {
-    if (mode != VANTRO_SHUFFLE_OFF && mode != VANTRO_SHUFFLE_ON)
+    if (mode != VANTRO_SHUFFLE_OFF && mode != VANTRO_SHUFFLE_ON) {
         return ERANGE;
+    }
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
     if (session_ && modes_.shuffle != mode) {
         const int32_t current = index();
-        if (mode == VANTRO_SHUFFLE_ON)
+        if (mode == VANTRO_SHUFFLE_ON) {
             order_ = draw_order(*session_, current);
-        else
+        } else {
             order_ = {};
+        }
         place_ = order_.empty() ? current : 0;
     }
     modes_.shuffle = mode;
@@ -299,8 +323,9 @@ int Engine::set_shuffle(int32_t mode) {
 }
 
 Engine::Snapshot Engine::at(std::chrono::nanoseconds now) const {
-    if (!session_)
+    if (!session_) {
         return {modes_, nullptr, 0, 0};
+    }
     return {modes_, session_, index(), static_cast<int32_t>(position(now) / 1000)};
 }
 
@@ -311,8 +336,9 @@ Engine::Snapshot Engine::snapshot() {
 
 bool Engine::first_change(Change &change) {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (changes_.empty())
+    if (changes_.empty()) {
         return false;
+    }
     change = changes_.front();
     return true;
 }
@@ -325,14 +351,15 @@ void Engine::drop_change() {
 std::optional<std::chrono::nanoseconds> Engine::wake() {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto now = catch_up();
-    if (!playing())
+    if (!playing()) {
         return std::nullopt;
+    }
     if (now >= next_tick_) {
         next_tick_ += (now - next_tick_) / tick_every * tick_every + tick_every;
         note(Change::tick, now);
     }
-    // At a low rate an end may lie beyond what a time can be; some decades do. One microsecond more,
-    // for what was rounded.
+    // At a low rate an end may lie beyond what a time can be; some decades do. One microsecond
+    // more, for what was rounded.
     const auto lasts = [this](int64_t us) {
         const double real_us = static_cast<double>(us) / double{modes_.rate} + 1;
         return std::chrono::microseconds(std::llround(std::min(real_us, 1e15)));
@@ -344,18 +371,20 @@ std::optional<std::chrono::nanoseconds> Engine::wake() {
 
 std::optional<Engine::Start> Engine::take_start() {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (start_taken_ || !playing())
+    if (start_taken_ || !playing()) {
         return std::nullopt;
+    }
     start_taken_ = true;
-    return Start{start_, session_->songs[static_cast<std::size_t>(index())].id};
+    return Start{start_, session_->songs[static_cast<size_t>(index())].id};
 }
 
 void Engine::checked(uint64_t number, int32_t error) {
     // Time goes on in wake() and with commands alone: were it to go on here, tracks that last less
     // than the look at their files would never be judged.
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (number != start_ || !playing())
+    if (number != start_ || !playing()) {
         return;
+    }
     if (error == 0) {
         failures_ = 0;
         return;
@@ -368,8 +397,9 @@ void Engine::checked(uint64_t number, int32_t error) {
     place_at(0, now);
     if (++place_ == session_->length()) {
         place_ = 0;
-        if (modes_.repeat == VANTRO_REPEAT_OFF)
+        if (modes_.repeat == VANTRO_REPEAT_OFF) {
             failures_ = failures_max;
+        }
     }
     if (++failures_ < std::min(failures_max, session_->length())) {
         modes_.state = VANTRO_STATE_PLAYING;

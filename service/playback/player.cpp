@@ -19,16 +19,17 @@ uint64_t SessionIds::take() {
     const std::lock_guard<std::mutex> guard(mutex_);
     if (left_ == 0) {
         next_ = catalogue_.take_session_ids(ids_at_once);
-        if (next_ <= 0)
+        if (next_ <= 0) {
             return 0;
+        }
         left_ = ids_at_once;
     }
     --left_;
     return static_cast<uint64_t>(next_++);
 }
 
-std::size_t Player::made_of_nodes() const {
-    return static_cast<std::size_t>(
+size_t Player::made_of_nodes() const {
+    return static_cast<size_t>(
         std::count_if(sessions_.begin(), sessions_.end(),
                       [](const SessionPtr &each) { return each->type == VANTRO_TRKSESSION_NODE; }));
 }
@@ -44,23 +45,28 @@ void Player::add(SessionPtr session, int32_t index, bool play) {
 }
 
 int Player::play() {
-    if (const int result = engine.play(); result != ENODATA)
+    if (const int result = engine.play(); result != ENODATA) {
         return result;
+    }
     std::vector<catalogue::QueuedSong> songs;
-    if (const int result = catalogue_.all_songs(songs); result != 0)
+    if (const int result = catalogue_.all_songs(songs); result != 0) {
         return result;
-    if (songs.empty())
+    }
+    if (songs.empty()) {
         return ENODATA;
+    }
     const uint64_t tsid = ids_.take();
-    if (tsid == 0)
+    if (tsid == 0) {
         return EIO;
+    }
     auto session =
         std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_ALL, std::move(songs));
 
     SessionPtr earlier; // goes after the lock
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (engine.play() == 0) // another client has made one meanwhile
+    if (engine.play() == 0) { // another client has made one meanwhile
         return 0;
+    }
     add(std::move(session), any_index, true);
     const auto found =
         std::find_if(sessions_.begin(), sessions_.end() - 1,
@@ -74,30 +80,37 @@ int Player::play() {
 
 int Player::create(int32_t source, std::string_view node, int32_t index, int32_t start,
                    uint64_t &tsid) {
-    if (start != VANTRO_TRKSESSION_LOAD && start != VANTRO_TRKSESSION_PLAY)
+    if (start != VANTRO_TRKSESSION_LOAD && start != VANTRO_TRKSESSION_PLAY) {
         return ERANGE;
+    }
     std::vector<catalogue::QueuedSong> songs;
-    if (const int result = catalogue_.songs(source, node, songs); result != 0)
+    if (const int result = catalogue_.songs(source, node, songs); result != 0) {
         return result;
-    if (songs.empty())
+    }
+    if (songs.empty()) {
         return ENODATA;
-    if (index < 0 || static_cast<std::size_t>(index) >= songs.size())
+    }
+    if (index < 0 || static_cast<size_t>(index) >= songs.size()) {
         return ERANGE;
+    }
     {
         // Looked at here already, so that whoever goes on asking uses up no ids.
         const std::lock_guard<std::mutex> guard(mutex_);
-        if (made_of_nodes() >= VANTRO_TRKSESSIONS_MAX)
+        if (made_of_nodes() >= VANTRO_TRKSESSIONS_MAX) {
             return ENOSPC;
+        }
     }
     tsid = ids_.take();
-    if (tsid == 0)
+    if (tsid == 0) {
         return EIO;
+    }
     auto session =
         std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_NODE, std::move(songs));
 
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (made_of_nodes() >= VANTRO_TRKSESSIONS_MAX)
+    if (made_of_nodes() >= VANTRO_TRKSESSIONS_MAX) {
         return ENOSPC;
+    }
     add(std::move(session), index, start == VANTRO_TRKSESSION_PLAY);
     return 0;
 }
@@ -107,8 +120,9 @@ int Player::destroy(uint64_t tsid) {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto found = std::find_if(sessions_.begin(), sessions_.end(),
                                     [tsid](const SessionPtr &each) { return each->tsid == tsid; });
-    if (found == sessions_.end())
+    if (found == sessions_.end()) {
         return ENOENT;
+    }
     dropped.swap(*found);
     sessions_.erase(found);
     engine.unload(tsid);
@@ -118,8 +132,9 @@ int Player::destroy(uint64_t tsid) {
 SessionPtr Player::session(uint64_t tsid) {
     const std::lock_guard<std::mutex> guard(mutex_);
     for (const SessionPtr &each : sessions_) {
-        if (each->tsid == tsid)
+        if (each->tsid == tsid) {
             return each;
+        }
     }
     return nullptr;
 }
@@ -128,62 +143,72 @@ std::string Player::publish(const publishing::Publisher::Log &log, std::function
     std::string wrong;
     const std::lock_guard<std::mutex> guard(telling_);
     publisher_ = publishing::Publisher::open(name, log, wrong);
-    if (!publisher_)
+    if (!publisher_) {
         return wrong;
+    }
     moved_ = std::move(moved);
     publisher_->state(engine.snapshot().modes, 0);
-    for (const catalogue::Source &source : catalogue_.sources())
+    for (const catalogue::Source &source : catalogue_.sources()) {
         publisher_->source(source, false);
+    }
     return "";
 }
 
 void Player::tell() {
-    if (told_.load(std::memory_order_acquire) == engine.changes())
+    if (told_.load(std::memory_order_acquire) == engine.changes()) {
         return;
+    }
     bool moved = false;
     try {
         const std::lock_guard<std::mutex> guard(telling_);
         // One that throws for want of memory stays, for the next call: of whoever is woken.
         for (Engine::Change change; engine.first_change(change); engine.drop_change()) {
-            if (publisher_)
+            if (publisher_) {
                 publish_change(change);
+            }
             moved = moved || (change.what & Engine::Change::state) != 0 ||
                     (change.now.modes.state == VANTRO_STATE_PLAYING &&
                      change.what != Engine::Change::tick);
             told_.fetch_add(1, std::memory_order_release);
         }
     } catch (...) {
-        if (moved_)
+        if (moved_) {
             moved_();
+        }
         throw;
     }
-    if (moved && moved_)
+    if (moved && moved_) {
         moved_();
+    }
 }
 
 // "state" comes first, as it does for whoever reads several of these at once.
 void Player::publish_change(const Engine::Change &change) {
     const Engine::Snapshot &now = change.now;
-    if ((change.what & Engine::Change::state) != 0)
+    if ((change.what & Engine::Change::state) != 0) {
         publisher_->state(now.modes, change.error);
+    }
     if (!now.session) {
-        if (song_ != 0)
+        if (song_ != 0) {
             publisher_->session_gone();
+        }
         song_ = 0;
         return;
     }
-    if ((change.what & Engine::Change::session) != 0)
+    if ((change.what & Engine::Change::session) != 0) {
         publisher_->trksession(now.session->type, now.session->length(), now.session->tsid);
+    }
     if ((change.what & Engine::Change::track) != 0) {
-        song_ = now.session->songs[static_cast<std::size_t>(now.index)].id;
+        song_ = now.session->songs[static_cast<size_t>(now.index)].id;
         catalogue::Node node;
         catalogue::SongMetadata metadata;
         const bool known = catalogue_.song(song_, node, metadata) == 0;
         publisher_->track(now.index, now.session->tsid, known ? &node : nullptr,
                           known ? &metadata : nullptr);
     }
-    if ((change.what & (Engine::Change::position | Engine::Change::tick)) != 0)
+    if ((change.what & (Engine::Change::position | Engine::Change::tick)) != 0) {
         publisher_->position(now.position_ms);
+    }
 }
 
 std::optional<std::chrono::nanoseconds> Player::wake() {
@@ -202,17 +227,20 @@ void Player::check_file() {
 
 void Player::source_changed(const catalogue::Source &source) {
     const std::lock_guard<std::mutex> guard(telling_);
-    if (!publisher_)
+    if (!publisher_) {
         return;
+    }
     // While a source is scanned there is something new all the time; its end is told.
     publisher_->source(source, source.status != VANTRO_SOURCE_SCANNING);
-    if (song_ == 0)
+    if (song_ == 0) {
         return;
+    }
     catalogue::Node node;
     catalogue::SongMetadata metadata;
     const int result = catalogue_.song(song_, node, metadata);
-    if (result != 0 && result != ENOENT)
+    if (result != 0 && result != ENOENT) {
         return; // nothing else is known than before
+    }
     const bool known = result == 0;
     publisher_->track_changed(known ? &node : nullptr, known ? &metadata : nullptr);
 }

@@ -1,16 +1,16 @@
 // A named player: its engine, and the track sessions that were made for it.
 //
 // Only the newest session can be the current one; the others stay for their lists to be read until
-// they are destroyed. Of the sessions of all songs, which play() makes and no client asked for, there
-// is one at most, beside those that clients made; so a client that forgets its sessions uses up what
-// clients have, and the music still plays.
+// they are destroyed. Of the sessions of all songs, which play() makes and no client asked for,
+// there is one at most, beside those that clients made; so a client that forgets its sessions uses
+// up what clients have, and the music still plays.
 //
-// What changes in the engine is published by tell(), in the order in which it changed. Whoever gives
-// a command or answers a query calls it before the answer leaves: so a client that has an answer
-// finds the events of all that the answer tells.
+// What changes in the engine is published by tell(), in the order in which it changed. Whoever
+// gives a command or answers a query calls it before the answer leaves: so a client that has an
+// answer finds the events of all that the answer tells.
 //
-// Any thread may call any operation. The catalogue is asked without the lock of the player or of its
-// engine; while what it says is published the publisher's is held, so that an answer which has
+// Any thread may call any operation. The catalogue is asked without the lock of the player or of
+// its engine; while what it says is published the publisher's is held, so that an answer which has
 // something to tell waits for the reading of one song. The lock of a player is taken before that of
 // its engine, and so is that of its publisher.
 #ifndef VANTRO_SERVICE_PLAYBACK_PLAYER_H
@@ -56,8 +56,8 @@ class Player {
         : name(std::move(player_name)), engine(std::move(clock), seed), catalogue_(catalogue),
           ids_(ids) {}
 
-    // Plays; without a session one of all songs. Returns 0, ENODATA (there are no songs), or EIO (the
-    // catalogue fails, or no id can be had).
+    // Plays; without a session one of all songs. Returns 0, ENODATA (there are no songs), or EIO
+    // (the catalogue fails, or no id can be had).
     int play();
 
     // Makes a session of a node's songs and makes it the current one, at the song of that index.
@@ -72,15 +72,17 @@ class Player {
     // Null where the player has no such session.
     SessionPtr session(uint64_t tsid);
 
-    // Publishes the player from now on; calls `moved` where wake() may be due at another time than it
-    // said, or a track has started. Before anybody else uses it. Returns "" or, in words, why it cannot be.
+    // Publishes the player from now on; calls `moved` where wake() may be due at another time than
+    // it said, or a track has started. Before anybody else uses it. Returns "" or, in words, why it
+    // cannot be.
     std::string publish(const publishing::Publisher::Log &log, std::function<void()> moved);
 
     // Publishes what has changed and is not yet published, by whatever thread. Cheap where that is
     // nothing.
     void tell();
 
-    // Does and publishes what is due by now. Returns how long until the next of it, if there is any.
+    // Does and publishes what is due by now. Returns how long until the next of it, if there is
+    // any.
     std::optional<std::chrono::nanoseconds> wake();
 
     // Looks whether the track that started last can be played; may wait for the disk.
@@ -93,7 +95,7 @@ class Player {
     Engine engine;
 
   private:
-    std::size_t made_of_nodes() const; // these two with the lock held
+    size_t made_of_nodes() const; // these two with the lock held
     void add(SessionPtr session, int32_t index, bool play);
     void publish_change(const Engine::Change &change); // with telling_ held
 

@@ -9,13 +9,15 @@ Players::Players(catalogue::Catalogue &catalogue, const std::vector<std::string>
                  const Engine::Clock &clock)
     : catalogue_(catalogue), ids_(catalogue), clock_watch_([this] { return wake_all(); }),
       file_checks_([this] {
-          for (Player &player : players_)
+          for (Player &player : players_) {
               player.check_file();
+          }
           return std::nullopt;
       }) {
     std::random_device seed;
-    for (const std::string &name : names)
+    for (const std::string &name : names) {
         players_.emplace_back(name, catalogue, ids_, clock, seed());
+    }
 }
 
 // Both threads before anything that either uses.
@@ -29,9 +31,11 @@ std::string Players::publish(const publishing::Publisher::Log &log) {
         clock_watch_.look();
         file_checks_.look();
     };
-    for (Player &player : players_)
-        if (const std::string wrong = player.publish(log, moved); !wrong.empty())
+    for (Player &player : players_) {
+        if (const std::string wrong = player.publish(log, moved); !wrong.empty()) {
             return wrong;
+        }
+    }
     clock_watch_.start();
     file_checks_.start();
     return "";
@@ -39,9 +43,11 @@ std::string Players::publish(const publishing::Publisher::Log &log) {
 
 std::optional<std::chrono::nanoseconds> Players::wake_all() {
     std::optional<std::chrono::nanoseconds> next;
-    for (Player &player : players_)
-        if (const auto wake = player.wake(); wake && (!next || *wake < *next))
+    for (Player &player : players_) {
+        if (const auto wake = player.wake(); wake && (!next || *wake < *next)) {
             next = wake;
+        }
+    }
     return next;
 }
 
@@ -49,10 +55,12 @@ void Players::source_changed(int32_t id) {
     const std::vector<catalogue::Source> sources = catalogue_.sources();
     const auto found = std::find_if(sources.begin(), sources.end(),
                                     [id](const catalogue::Source &each) { return each.id == id; });
-    if (found == sources.end())
+    if (found == sources.end()) {
         return;
-    for (Player &player : players_)
+    }
+    for (Player &player : players_) {
         player.source_changed(*found);
+    }
 }
 
 } // namespace vantro::service::playback

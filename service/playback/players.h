@@ -39,8 +39,8 @@ class Players {
 
     std::deque<Player>::iterator begin() { return players_.begin(); }
     std::deque<Player>::iterator end() { return players_.end(); }
-    std::size_t size() const { return players_.size(); }
-    Player &operator[](std::size_t at) { return players_[at]; }
+    size_t size() const { return players_.size(); }
+    Player &operator[](size_t at) { return players_[at]; }
 
   private:
     std::optional<std::chrono::nanoseconds> wake_all();

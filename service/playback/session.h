@@ -26,8 +26,9 @@ struct TrackSession {
     TrackSession(uint64_t id, int32_t kind, std::vector<catalogue::QueuedSong> list)
         : tsid(id), type(kind), songs(std::move(list)) {
         songs.shrink_to_fit(); // it may live as long as the service
-        for (const catalogue::QueuedSong &song : songs)
+        for (const catalogue::QueuedSong &song : songs) {
             total += length_of(song);
+        }
     }
     int32_t length() const { return static_cast<int32_t>(songs.size()); }
 

@@ -21,8 +21,9 @@ void Worker::stop() {
         stop_ = true;
     }
     wake_.notify_one();
-    if (thread_.joinable())
+    if (thread_.joinable()) {
         thread_.join();
+    }
 }
 
 void Worker::look() {
@@ -49,10 +50,11 @@ void Worker::run() {
         lock.lock();
         wanted_ = wanted_ && !failed; // not again at once
         const auto called = [this] { return wanted_ || stop_; };
-        if (next)
+        if (next) {
             wake_.wait_for(lock, *next, called);
-        else
+        } else {
             wake_.wait(lock, called);
+        }
     }
 }
 

@@ -18,7 +18,7 @@ namespace {
 
 // No object, and not all of them together, can come near the limits of what is published: a JSON
 // text is at most doubled when it is published, and all else in an object is short.
-constexpr std::size_t object_most = 2 * 2 * json_max + 1024;
+constexpr size_t object_most = 2 * 2 * json_max + 1024;
 static_assert(object_most <= OBJECT_CHANGE_MAX);
 static_assert((music_max + 4) * object_most / 2 + object_most <= OBJECT_TOTAL_MAX);
 
@@ -47,11 +47,12 @@ Publisher::~Publisher() {
 
 bool Publisher::done(int result, const std::string &object) {
     const int error = errno;
-    if (result == 0)
+    if (result == 0) {
         failing_.erase(object);
-    else if (failing_.insert(object).second)
+    } else if (failing_.insert(object).second) {
         log_(LOG_SEVERITY_ERROR, fmt::format("player \"{}\": cannot publish \"{}\": {}", player_,
                                              object, std::strerror(error)));
+    }
     return result == 0;
 }
 
@@ -86,14 +87,17 @@ void Publisher::track(int32_t index, uint64_t tsid, const catalogue::Node *node,
     if (!publish("track", {{"index", KIVO_NUMBER, std::to_string(index).c_str()},
                            {"tsid", KIVO_NUMBER, std::to_string(tsid).c_str()},
                            {"media_node", node ? KIVO_JSON : KIVO_TEXT, node_.c_str()},
-                           {"metadata", KIVO_JSON, metadata ? metadata_.c_str() : nullptr}}))
+                           {"metadata", KIVO_JSON, metadata ? metadata_.c_str() : nullptr}})) {
         node_.assign(1, unpublished);
+    }
 }
 
 void Publisher::track_changed(const catalogue::Node *node,
                               const catalogue::SongMetadata *metadata) {
-    if ((node ? json_of(*node) : "") != node_ || (metadata ? json_of(*metadata) : "") != metadata_)
+    if ((node ? json_of(*node) : "") != node_ ||
+        (metadata ? json_of(*metadata) : "") != metadata_) {
         track(index_, tsid_, node, metadata);
+    }
 }
 
 void Publisher::position(int32_t position_ms) {
@@ -101,19 +105,22 @@ void Publisher::position(int32_t position_ms) {
 }
 
 void Publisher::session_gone() {
-    for (const char *object : {"status", "track", "trksession"})
+    for (const char *object : {"status", "track", "trksession"}) {
         done(object_delete(publisher_.get(), object), object);
+    }
 }
 
 void Publisher::source(const catalogue::Source &source, bool again) {
     std::string text = json_of(source);
     std::string &published = sources_[source.id];
-    if (text == published && !again)
+    if (text == published && !again) {
         return;
+    }
     if (publish("mediasource." + source.uid,
                 {{"type", KIVO_NUMBER, std::to_string(source.type).c_str()},
-                 {"media_source", KIVO_JSON, text.c_str()}}))
+                 {"media_source", KIVO_JSON, text.c_str()}})) {
         published = std::move(text);
+    }
 }
 
 } // namespace vantro::service::publishing

@@ -26,22 +26,26 @@ struct Members {
 
 void write(rapidjson::Writer<rapidjson::StringBuffer> &writer, const char *name,
            const std::string &text) {
-    if (text.empty())
+    if (text.empty()) {
         return;
+    }
     writer.Key(name);
     writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
 }
 
 // With at most `limit` bytes of each text.
-std::string written(const Members &members, std::size_t limit) {
+std::string written(const Members &members, size_t limit) {
     rapidjson::StringBuffer buffer;
     rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
     writer.StartObject();
-    for (const auto &[name, text] : members.names)
-        if (text.size() <= json_name_max)
+    for (const auto &[name, text] : members.names) {
+        if (text.size() <= json_name_max) {
             write(writer, name, text);
-    for (const auto &[name, text] : members.texts)
+        }
+    }
+    for (const auto &[name, text] : members.texts) {
         write(writer, name, catalogue::clean_text(text, limit));
+    }
     for (const auto &[name, number] : members.numbers) {
         writer.Key(name);
         writer.Int64(number);
@@ -52,13 +56,14 @@ std::string written(const Members &members, std::size_t limit) {
 
 std::string within_limit(const Members &members) {
     // Escaped, a byte takes up to six; so what fits is found by trying.
-    std::size_t fits = 0;
-    std::size_t too_long = json_max;
+    size_t fits = 0;
+    size_t too_long = json_max;
     std::string whole = written(members, too_long);
-    if (whole.size() < json_max)
+    if (whole.size() < json_max) {
         return whole;
+    }
     while (too_long - fits > 1) {
-        const std::size_t limit = (fits + too_long) / 2;
+        const size_t limit = (fits + too_long) / 2;
         (written(members, limit).size() < json_max ? fits : too_long) = limit;
     }
     return written(members, fits);

@@ -14,10 +14,10 @@
 namespace vantro::service::publishing {
 
 // One more than the longest text that is decoded.
-inline constexpr std::size_t json_max = 2048;
+inline constexpr size_t json_max = 2048;
 
 // Longest id or URI that is not left out: beside one of each there is room for the rest.
-inline constexpr std::size_t json_name_max = 512;
+inline constexpr size_t json_name_max = 512;
 
 // A text that is empty is no member.
 std::string json_of(const catalogue::Source &source);

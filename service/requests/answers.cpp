@@ -16,27 +16,29 @@ static_assert(sizeof(VantroTrksessionInfo) == 16);
 
 } // namespace
 
-void Answers::respond(int32_t open, const void *bytes, std::size_t size, Bytes &answer) {
+void Answers::respond(int32_t open, const void *bytes, size_t size, Bytes &answer) {
     answer.clear();
     append(answer, int32_t{0});
     Request request;
     int32_t result = parse_request(bytes, size, request);
-    if (result == 0)
+    if (result == 0) {
         result = carry_out(open, request, answer);
-    if (result == 0)
+    }
+    if (result == 0) {
         return;
+    }
     answer.clear();
     append(answer, result);
 }
 
 int Answers::carry_out(int32_t open, const Request &request, Bytes &answer) {
     const int16_t at = opens_.player(open);
-    playback::Player *const player =
-        at == no_player ? nullptr : &players_[static_cast<std::size_t>(at)];
+    playback::Player *const player = at == no_player ? nullptr : &players_[static_cast<size_t>(at)];
     const int result = carry_out(open, player, request, answer);
     // Before the answer: who has it finds the events of what it tells.
-    if (player)
+    if (player) {
         player->tell();
+    }
     return result;
 }
 
@@ -67,9 +69,10 @@ int Answers::carry_out(int32_t open, playback::Player *player, const Request &re
 }
 
 int Answers::open_or_close(int32_t open, const Request &request) {
-    for (std::size_t i = 0; i < players_.size(); ++i) {
-        if (players_[i].name != request.name)
+    for (size_t i = 0; i < players_.size(); ++i) {
+        if (players_[i].name != request.name) {
             continue;
+        }
         const auto player = static_cast<int16_t>(i);
         return request.command == VANTRO_COMMAND_OPEN ? opens_.open(open, player)
                                                       : opens_.close(open, player);
@@ -138,28 +141,31 @@ int Answers::ask_player(playback::Player &player, const Request &request, Bytes 
 
 int Answers::append_track(playback::Player &player, Bytes &answer) {
     const playback::Engine::Snapshot now = player.engine.snapshot();
-    if (!now.session)
+    if (!now.session) {
         return ENODATA;
+    }
     append(answer, now.index);
     append(answer, now.session->tsid);
-    const std::size_t lengths = answer.size();
+    const size_t lengths = answer.size();
     append(answer, uint64_t{0});
     catalogue::Node node;
     catalogue::SongMetadata metadata;
     // A song that has left the catalogue since is played on, but nothing is known of it.
     int result =
-        catalogue_.song(now.session->songs[static_cast<std::size_t>(now.index)].id, node, metadata);
-    if (result != 0)
+        catalogue_.song(now.session->songs[static_cast<size_t>(now.index)].id, node, metadata);
+    if (result != 0) {
         return result == ENOENT ? 0 : result;
-    const std::size_t records = answer.size();
+    }
+    const size_t records = answer.size();
     result = append_node(answer, node);
     const auto node_length = static_cast<int32_t>(answer.size() - records);
-    if (result == 0)
+    if (result == 0) {
         result = append_metadata(answer, metadata);
+    }
     const auto all_length = static_cast<int32_t>(answer.size() - records);
     const int32_t both[] = {node_length, all_length - node_length};
     std::copy_n(reinterpret_cast<const unsigned char *>(both), sizeof both,
-                answer.begin() + static_cast<std::ptrdiff_t>(lengths));
+                answer.begin() + static_cast<ptrdiff_t>(lengths));
     return result;
 }
 
@@ -197,17 +203,20 @@ int Answers::append_extended_metadata(const Request &request, Bytes &answer) {
 int Answers::append_session_tracks(playback::Player *player, const Request &request,
                                    Bytes &answer) {
     playback::SessionPtr session = player ? player->session(request.tsid) : nullptr;
-    for (auto each = players_.begin(); !player && !session && each != players_.end(); ++each)
+    for (auto each = players_.begin(); !player && !session && each != players_.end(); ++each) {
         session = each->session(request.tsid);
-    if (!session)
+    }
+    if (!session) {
         return ENOENT;
+    }
 
     const std::vector<catalogue::QueuedSong> &songs = session->songs;
     const auto first =
-        std::min(static_cast<std::size_t>(std::max(request.range.offset, 0)), songs.size());
-    std::size_t count = songs.size() - first;
-    if (request.range.count > 0)
-        count = std::min(count, static_cast<std::size_t>(request.range.count));
+        std::min(static_cast<size_t>(std::max(request.range.offset, 0)), songs.size());
+    size_t count = songs.size() - first;
+    if (request.range.count > 0) {
+        count = std::min(count, static_cast<size_t>(request.range.count));
+    }
     std::vector<catalogue::SongId> ids(count);
     std::transform(songs.data() + first, songs.data() + first + count, ids.begin(),
                    [](const catalogue::QueuedSong &song) { return song.id; });

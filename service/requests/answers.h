@@ -24,7 +24,7 @@ class Answers {
     // Carries out the request of `size` bytes that came by the open record `open`, and leaves its
     // answer, a result word and what follows it, in `answer`, whatever the bytes are.
     // Throws std::bad_alloc; the answer is then of no use.
-    void respond(int32_t open, const void *bytes, std::size_t size, Bytes &answer);
+    void respond(int32_t open, const void *bytes, size_t size, Bytes &answer);
 
     Opens &opens() { return opens_; }
 

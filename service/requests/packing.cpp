@@ -12,10 +12,10 @@ namespace vantro::service::requests {
 namespace {
 
 // The packers' records are made and packed so many at a time, on the stack.
-constexpr std::size_t records_at_once = 64;
+constexpr size_t records_at_once = 64;
 
 // Room that is made for each node of a long list before they come: a few words, an id, a title.
-constexpr std::size_t usual_node_bytes = 64;
+constexpr size_t usual_node_bytes = 64;
 
 // The packers only read; their records are shared with clients, whose strings are their own.
 char *text_or_absent(const std::string &text) {
@@ -34,7 +34,7 @@ ServiceMediaSource packed_form(const catalogue::Source &source) {
     return record;
 }
 
-std::size_t packed_size(const catalogue::Source &source) {
+size_t packed_size(const catalogue::Source &source) {
     return VANTRO_PACKED_MEDIA_SOURCE_MIN + source.uid.size() + source.name.size() +
            source.view_name.size();
 }
@@ -50,7 +50,7 @@ ServiceMediaNode packed_form(const catalogue::Node &node) {
     return record;
 }
 
-std::size_t packed_size(const catalogue::Node &node) {
+size_t packed_size(const catalogue::Node &node) {
     return VANTRO_PACKED_MEDIA_NODE_MIN + node.id.size() + node.name.size();
 }
 
@@ -70,33 +70,36 @@ Metadata packed_form(const catalogue::SongMetadata &metadata) {
     return record;
 }
 
-std::size_t packed_size(const catalogue::SongMetadata &metadata) {
-    std::size_t size = VANTRO_PACKED_METADATA_MIN;
+size_t packed_size(const catalogue::SongMetadata &metadata) {
+    size_t size = VANTRO_PACKED_METADATA_MIN;
     for (const std::string *text : {&metadata.title, &metadata.artwork, &metadata.artist,
-                                    &metadata.album, &metadata.genre, &metadata.year})
+                                    &metadata.album, &metadata.genre, &metadata.year}) {
         size += text->size();
+    }
     return size;
 }
 
 // Sized first, so that the room is made once.
 template <typename Record, typename Packed>
-int append_records(Bytes &answer, const Record *records, std::size_t count,
+int append_records(Bytes &answer, const Record *records, size_t count,
                    void (*pack)(const Packed *, int, void *, int *)) {
-    std::size_t at = answer.size();
-    std::size_t end = at;
-    for (std::size_t i = 0; i < count; ++i)
+    size_t at = answer.size();
+    size_t end = at;
+    for (size_t i = 0; i < count; ++i) {
         end += packed_size(records[i]);
-    if (end > answer_max)
+    }
+    if (end > answer_max) {
         return EMSGSIZE;
+    }
     answer.resize(end);
     while (count > 0) {
         Packed packed[records_at_once];
-        const std::size_t some = std::min(count, records_at_once);
+        const size_t some = std::min(count, records_at_once);
         std::transform(records, records + some, packed,
                        [](const Record &record) { return packed_form(record); });
         int size = 0;
         pack(packed, static_cast<int>(some), answer.data() + at, &size);
-        at += static_cast<std::size_t>(size);
+        at += static_cast<size_t>(size);
         records += some;
         count -= some;
     }
@@ -120,11 +123,13 @@ int append_metadata(Bytes &answer, const catalogue::SongMetadata &metadata) {
 }
 
 int append_texts(Bytes &answer, const std::vector<std::string> &texts) {
-    std::size_t end = answer.size();
-    for (const std::string &text : texts)
+    size_t end = answer.size();
+    for (const std::string &text : texts) {
         end += sizeof(int32_t) + text.size();
-    if (end > answer_max)
+    }
+    if (end > answer_max) {
         return EMSGSIZE;
+    }
     answer.reserve(end);
     for (const std::string &text : texts) {
         append(answer, static_cast<int32_t>(text.size()));
@@ -138,20 +143,22 @@ NodePacker::NodePacker(Bytes &answer) : answer_(answer), begin_(answer.size()), 
     end_ += sizeof count_;
 }
 
-void NodePacker::make_room(std::size_t size) {
-    if (answer_.size() - end_ < size)
+void NodePacker::make_room(size_t size) {
+    if (answer_.size() - end_ < size) {
         answer_.resize(std::max(end_ + size, std::min(2 * answer_.size(), answer_max)));
+    }
 }
 
-void NodePacker::expect(std::size_t count) {
+void NodePacker::expect(size_t count) {
     make_room(std::min(count * usual_node_bytes, answer_max - end_));
 }
 
 bool NodePacker::take(const catalogue::NodeRow &node) {
-    const std::size_t size = VANTRO_PACKED_MEDIA_NODE_MIN + node.id.size() + node.name.size();
+    const size_t size = VANTRO_PACKED_MEDIA_NODE_MIN + node.id.size() + node.name.size();
     too_long_ = too_long_ || size > answer_max - end_;
-    if (too_long_)
+    if (too_long_) {
         return false;
+    }
     make_room(size);
     id_ = node.id;
     name_ = node.name;
@@ -160,7 +167,7 @@ bool NodePacker::take(const catalogue::NodeRow &node) {
         node.source,         node.source_type,      0};
     int written = 0;
     pack_media_node(&record, 1, answer_.data() + end_, &written);
-    end_ += static_cast<std::size_t>(written);
+    end_ += static_cast<size_t>(written);
     ++count_;
     return true;
 }

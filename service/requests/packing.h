@@ -13,7 +13,7 @@ namespace vantro::service::requests {
 using Bytes = std::vector<unsigned char>;
 
 // Longest answer. Half a million nodes fit; more are asked for in several requests.
-inline constexpr std::size_t answer_max = std::size_t{64} << 20;
+inline constexpr size_t answer_max = size_t{64} << 20;
 
 template <typename Value>
 void append(Bytes &answer, const Value &value) {
@@ -37,16 +37,16 @@ int append_texts(Bytes &answer, const std::vector<std::string> &texts);
 class NodePacker : public catalogue::NodeSink {
   public:
     explicit NodePacker(Bytes &answer);
-    void expect(std::size_t count) override;
+    void expect(size_t count) override;
     bool take(const catalogue::NodeRow &node) override;
     int finish();
 
   private:
-    void make_room(std::size_t size);
+    void make_room(size_t size);
 
     Bytes &answer_;
-    const std::size_t begin_;
-    std::size_t end_; // of what is packed; behind it the answer has room
+    const size_t begin_;
+    size_t end_; // of what is packed; behind it the answer has room
     int32_t count_ = 0;
     bool too_long_ = false;
     std::string id_; // both as the packers want them, with a NUL

@@ -17,7 +17,7 @@ static_assert(sizeof(float) == 4);
 // whole, or not well formed, ends the reading.
 class Reader {
   public:
-    Reader(const unsigned char *bytes, std::size_t size) : next_(bytes), left_(size) {}
+    Reader(const unsigned char *bytes, size_t size) : next_(bytes), left_(size) {}
 
     template <typename Number>
     Reader &number(Number &value) {
@@ -39,21 +39,21 @@ class Reader {
         return *this;
     }
 
-    std::size_t left() const { return left_; }
+    size_t left() const { return left_; }
     bool done() const { return whole_ && left_ == 0; }
 
   private:
-    bool need(std::size_t size) {
+    bool need(size_t size) {
         whole_ = whole_ && size <= left_;
         return whole_;
     }
-    void skip(std::size_t size) {
+    void skip(size_t size) {
         next_ += size;
         left_ -= size;
     }
 
     const unsigned char *next_;
-    std::size_t left_;
+    size_t left_;
     bool whole_ = true;
 };
 
@@ -108,13 +108,16 @@ int node(Reader &reader, Request &request) {
 int node_and_keys(Reader &reader, Request &request) {
     uint32_t count = 0;
     reader.number(request.source).text(request.node).number(count);
-    if (count > reader.left() / sizeof count) // each key has a length at least
+    if (count > reader.left() / sizeof count) { // each key has a length at least
         return EINVAL;
-    if (count > keys_max)
+    }
+    if (count > keys_max) {
         return EMSGSIZE;
+    }
     request.keys.resize(count);
-    for (std::string_view &key : request.keys)
+    for (std::string_view &key : request.keys) {
         reader.text(key);
+    }
     return 0;
 }
 
@@ -135,11 +138,13 @@ struct Forms {
              {VANTRO_COMMAND_GET_MEDIA_SOURCES, VANTRO_COMMAND_GET_CURRENT_STATE,
               VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO, VANTRO_COMMAND_GET_CURRENT_TRACK_INFO,
               VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION, VANTRO_COMMAND_PLAY, VANTRO_COMMAND_STOP,
-              VANTRO_COMMAND_PAUSE, VANTRO_COMMAND_NEXT, VANTRO_COMMAND_PREVIOUS})
+              VANTRO_COMMAND_PAUSE, VANTRO_COMMAND_NEXT, VANTRO_COMMAND_PREVIOUS}) {
             of[command] = nothing;
+        }
         for (const int command : {VANTRO_COMMAND_JUMP, VANTRO_COMMAND_SEEK, VANTRO_COMMAND_SHUFFLE,
-                                  VANTRO_COMMAND_REPEAT})
+                                  VANTRO_COMMAND_REPEAT}) {
             of[command] = value;
+        }
         of[VANTRO_COMMAND_SET_PLAYBACK_RATE] = rate;
         of[VANTRO_COMMAND_BROWSE] = browse;
         of[VANTRO_COMMAND_SEARCH] = search;
@@ -155,21 +160,25 @@ constexpr Forms forms;
 
 } // namespace
 
-int parse_request(const void *bytes, std::size_t size, Request &request) {
+int parse_request(const void *bytes, size_t size, Request &request) {
     RequestHeader header;
-    if (size < sizeof header)
+    if (size < sizeof header) {
         return EINVAL;
+    }
     std::memcpy(&header, bytes, sizeof header);
     const Form form = header.command < std::size(forms.of) ? forms.of[header.command] : nullptr;
-    if (!form)
+    if (!form) {
         return ENOSYS;
-    if (header.reserved0 != 0 || header.reserved1 != 0 || header.reserved2 != 0)
+    }
+    if (header.reserved0 != 0 || header.reserved1 != 0 || header.reserved2 != 0) {
         return EINVAL;
+    }
 
     request.command = header.command;
     Reader reader(static_cast<const unsigned char *>(bytes) + sizeof header, size - sizeof header);
-    if (const int result = form(reader, request); result != 0)
+    if (const int result = form(reader, request); result != 0) {
         return result;
+    }
     return reader.done() ? 0 : EINVAL;
 }
 

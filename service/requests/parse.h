@@ -34,7 +34,7 @@ struct Request {
 // Every byte is accounted for: what does not have exactly the length and form of its command is
 // refused. The header's `payload_length` is not looked at: what arrived counts. Returns 0; ENOSYS
 // for a command that is not offered; EMSGSIZE for too many keys; EINVAL for a malformed request.
-int parse_request(const void *bytes, std::size_t size, Request &request);
+int parse_request(const void *bytes, size_t size, Request &request);
 
 } // namespace vantro::service::requests
 

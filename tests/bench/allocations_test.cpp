@@ -101,8 +101,9 @@ TEST(ExchangeAllocations, SmallExchangesTakeNothingFromTheHeap) {
     free(block);
     ASSERT_GE(allocations, 1) << "the counting itself does not work";
     allocations = 0;
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 1000; ++i) {
         exchange();
+    }
     EXPECT_EQ(allocations, 0);
     EXPECT_EQ(failed, 0);
 

@@ -54,7 +54,7 @@ TEST_F(Decoding, WhatThePlatformCannotGiveIsSaid) {
 TEST_F(Decoding, WantOfMemoryForARecordEndsTheProcess) {
     RawPublisher raw;
     ASSERT_EQ(next(), "7");
-    const auto print = [](std::uint32_t, int, const char *line, void *) { std::perror(line); };
+    const auto print = [](uint32_t, int, const char *line, void *) { std::perror(line); };
     for (const auto &[change, said] : {
              std::pair{"@mediasource\ntype::1\nmedia_source::{}\n", "media surce object"},
              std::pair{"@track\nindex::1\ntsid::1\nmedia_node::{}\n", "media node object"},

@@ -25,10 +25,12 @@ class Course : public Events, public testing::WithParamInterface<const char *> {
 
 // Puts in what an entry says briefly.
 std::string full(std::string text) {
-    for (std::size_t star = 0; (star = text.find('*', star)) != text.npos; star++)
-        if (star >= 2 && text[star - 2] == '{')
+    for (size_t star = 0; (star = text.find('*', star)) != text.npos; star++) {
+        if (star >= 2 && text[star - 2] == '{') {
             text.replace(star - 2, text.find('}', star) - star + 3,
                          std::string(std::stoul(text.substr(star + 1)), text[star - 1]));
+        }
+    }
     return text;
 }
 
@@ -131,11 +133,13 @@ TEST_F(Retrieval, FollowsOnePublisherAfterTheOther) {
     EXPECT_EQ(next(), "7 mediasource1 {a=1,b=2}");
     EXPECT_EQ(open_descriptors(), before + 2);
     publish("state", "rate", "3");
-    for (const char *last : {"x", "y"})
+    for (const char *last : {"x", "y"}) {
         publish(last, "a", "1");
+    }
     stop_publishing();
-    for (const char *last : {"3 state 2/3/0/0 was 2/2/0/0", "7 x {a=1}", "7 y {a=1}", "failed"})
+    for (const char *last : {"3 state 2/3/0/0 was 2/2/0/0", "7 x {a=1}", "7 y {a=1}", "failed"}) {
         EXPECT_EQ(next(), last);
+    }
     EXPECT_EQ(errno, ESTALE);
     // The next one begins anew, and so must the application.
     start_publishing();
@@ -153,15 +157,17 @@ TEST_F(Retrieval, ChildClosesNothingOfItsOwnWithItsParentsHandle) {
     ASSERT_EQ(next(), "7");
     const pid_t child = fork();
     if (child == 0) {
-        system_log_set_sink([](std::uint32_t, int, const char *, void *) {}, nullptr);
+        system_log_set_sink([](uint32_t, int, const char *, void *) {}, nullptr);
         int own[100];
-        for (int &descriptor : own)
+        for (int &descriptor : own) {
             descriptor = dup(STDERR_FILENO);
+        }
         bool good = !vantro_event_get(handle) && errno == EBADF;
         good = vantro_event_wait(handle) == -1 && errno == EBADF && good;
         vantro_disconnect(handle);
-        for (const int descriptor : own)
+        for (const int descriptor : own) {
             good = close(descriptor) == 0 && good;
+        }
         _exit(good ? 0 : 1);
     }
     int status = -1;
@@ -173,19 +179,22 @@ TEST_F(Retrieval, ChildClosesNothingOfItsOwnWithItsParentsHandle) {
 
 TEST_F(Retrieval, ReaderThatWasLappedGetsTheWholePicture) {
     start_publishing();
-    for (const char *object : {"gone", "kept", "state", "track"})
+    for (const char *object : {"gone", "kept", "state", "track"}) {
         publish(object, "rate", "2");
+    }
     EXPECT_EQ(next(), "3 state 1/2/0/0 was 1/1/0/0");
-    for (const char *object : {"gone", "kept", "track"})
+    for (const char *object : {"gone", "kept", "track"}) {
         EXPECT_EQ(next(), std::string("7 ") + object + " {rate=2}");
+    }
     EXPECT_EQ(next(), "7");
     publish("kept", "rate", nullptr);
     publish("kept", "a", "1");
     object_delete(publisher, "gone");
     publish("state", "status", "playing");
     const std::string text(30000, 't');
-    for (int i = 0; i < 100; i++)
+    for (int i = 0; i < 100; i++) {
         publish("track", "text", text.c_str());
+    }
     EXPECT_EQ(next(), "3 state 2/2/0/0 was 1/2/0/0");
     EXPECT_EQ(next(), "7 kept {a=1}");
     EXPECT_EQ(next(), "7 track {rate=2,text=" + text + "}");
@@ -219,8 +228,9 @@ TEST_F(Retrieval, TextsWithoutAnObjectsWholeLineArePassedOver) {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
     std::swap(handle->event_queue->all_fd, ends[0]);
-    for (const std::string text : {"a::1\n", "@x", "\n@", "a::1\n@x\nb::2\n"})
+    for (const std::string text : {"a::1\n", "@x", "\n@", "a::1\n@x\nb::2\n"}) {
         EXPECT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
     close(ends[1]);
     EXPECT_EQ(next(), "7 x {b=2}");
     EXPECT_EQ(take_lines(), Lines{"3 dict is null and please investigate"});
@@ -235,8 +245,9 @@ TEST_F(Retrieval, TextsMeanTheSameInEveryLocale) {
     std::filesystem::create_directory(home);
     const std::string make = "localedef -i tr_TR -f ISO-8859-9 " + home + "/tr_TR 2>&1";
     setenv("LOCPATH", home.c_str(), 1);
-    if (std::system(make.c_str()) != 0 || !std::setlocale(LC_ALL, "tr_TR"))
+    if (std::system(make.c_str()) != 0 || !std::setlocale(LC_ALL, "tr_TR")) {
         GTEST_SKIP() << "no such locale can be had here";
+    }
     start_publishing();
     publish("state", "rate", "1.5");
     publish("state", "status", "PLAYING");
@@ -250,8 +261,9 @@ TEST_F(Retrieval, TextsMeanTheSameInEveryLocale) {
 
 TEST_F(Retrieval, TracesFlushAndAreNotWrittenAndLinesAreCut) {
     std::fputs(" ", stdout);
-    for (const int severity : {7, 6, 5, 4})
+    for (const int severity : {7, 6, 5, 4}) {
         msglog(severity, "trace");
+    }
     EXPECT_EQ(__fpending(stdout), 0U);
     msglog(3, "%s", std::string(2000, 'l').c_str());
     EXPECT_EQ(take_lines(), Lines{"3 " + std::string(1023 - std::strlen("vantro event: "), 'l')});

@@ -24,10 +24,12 @@ sigset_t mask_of_this_thread() {
 const VantroEvent *wait_for(VantroHandle *handle, const std::string &object) {
     for (;;) {
         const VantroEvent *event = vantro_event_get(handle);
-        if (!event || (event->object_name && event->object_name == object))
+        if (!event || (event->object_name && event->object_name == object)) {
             return event;
-        if (!event->object_name && vantro_event_wait(handle) != 0)
+        }
+        if (!event->object_name && vantro_event_wait(handle) != 0) {
             return nullptr;
+        }
     }
 }
 
@@ -38,8 +40,9 @@ class Waiting : public Events {
         sigset_t pending;
         sigpending(&pending);
         const sigset_t mask = mask_of_this_thread();
-        for (const int number : {57, SIGIO})
+        for (const int number : {57, SIGIO}) {
             EXPECT_EQ(sigismember(&pending, number) + sigismember(&mask, number), 0);
+        }
         Events::TearDown();
     }
 
@@ -47,8 +50,9 @@ class Waiting : public Events {
     // @return the wait's result, or -2 where it did not return.
     template <class Leave>
     int wait_beside(Leave leave) {
-        while (vantro_event_get(handle)->object_name)
+        while (vantro_event_get(handle)->object_name) {
             continue;
+        }
         std::atomic<bool> left{false};
         sigset_t mask_after;
         int result = -2;
@@ -65,12 +69,14 @@ class Waiting : public Events {
             EXPECT_TRUE(returned == 0 || errno == EINTR);
             result = returned;
         });
-        for (; !left; sched_yield())
+        for (; !left; sched_yield()) {
             leave(thread.native_handle());
+        }
         thread.join();
         const sigset_t mask = mask_of_this_thread();
-        for (const int number : {57, SIGIO})
+        for (const int number : {57, SIGIO}) {
             EXPECT_EQ(sigismember(&mask_after, number), sigismember(&mask, number));
+        }
         // What is still armed would end the process now.
         publish("x", "a", "1");
         EXPECT_EQ(vantro_event_wait(handle), 0);
@@ -135,9 +141,11 @@ TEST_F(Waiting, TwoThreadsFollowTwoPlayers) {
         follow(second);
         vantro_disconnect(second);
     });
-    for (int i = 1; i <= last; i++)
-        for (object_publisher *to : {publisher, other})
+    for (int i = 1; i <= last; i++) {
+        for (object_publisher *to : {publisher, other}) {
             events::publish(to, "status", "position", std::to_string(i).c_str());
+        }
+    }
     one.join();
     two.join();
     object_publisher_close(other);
@@ -167,9 +175,11 @@ int publish_when_told() {
     publish(here, "ready", "a", "1");
     std::puts("ready");
     std::fflush(stdout);
-    for (int i = 1; sigwaitinfo(&go, nullptr) > 0;)
-        for (int end = i + 500; i < end; i++)
+    for (int i = 1; sigwaitinfo(&go, nullptr) > 0;) {
+        for (int end = i + 500; i < end; i++) {
             publish(here, "x", "a", std::to_string(i).c_str());
+        }
+    }
     return 0;
 }
 
@@ -185,10 +195,12 @@ TEST_F(Waiting, FollowsAnotherProcessToItsDeath) {
         process.kill(SIGUSR1);
         while (const VantroEvent *event = wait_for(handle, "x")) {
             ASSERT_EQ(told(event), "7 x {a=" + std::to_string(++i) + "}");
-            if (i == 500)
+            if (i == 500) {
                 process.kill(SIGUSR1);
-            if (i == killed_at)
+            }
+            if (i == killed_at) {
                 process.kill(SIGKILL);
+            }
         }
         EXPECT_EQ(errno, ESTALE);
         EXPECT_GE(i, killed_at);
@@ -201,10 +213,11 @@ TEST_F(Waiting, LeavesNothingBehind) {
     start_publishing();
     const long before = open_descriptors();
     constexpr int rounds = 500, first_rounds = 100;
-    std::size_t bytes = 0;
+    size_t bytes = 0;
     for (int i = 0; i < rounds; i++) {
-        if (i == first_rounds)
+        if (i == first_rounds) {
             bytes = mallinfo2().uordblks;
+        }
         publish("x", "a", "1");
         ASSERT_EQ(vantro_event_wait(handle), 0);
         ASSERT_NE(next(), "7");

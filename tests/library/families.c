@@ -40,8 +40,9 @@ static int32_t agree(MsgOsb *open, MsgContext *context, MsgService *service) {
 EXPORTED void serve_family(int ready) {
     MsgServer *server = msgserver_create(1024, 1, MSGSERVER_FLAG_PATH);
     if (server && msgserver_add(server, "vantro.sys", NULL, NULL, 64, agree, NULL, NULL) >= 0 &&
-        write(ready, "r", 1) == 1)
+        write(ready, "r", 1) == 1) {
         msgserver_thread_loop(server);
+    }
     _exit(1);
 }
 
@@ -116,10 +117,12 @@ EXPORTED int use_families(void) {
     CHECK(vantro_open(NULL, "main") == -1 && lines == 1);
     CHECK(client && msgclient_putget(client, &play, sizeof play, &failed, 4, NULL, 0) == 0);
     CHECK(global_name_open("none", 0) == -1);
-    if ((failed = use_records()) || (failed = use_texts()) || (failed = use_objects(player)))
+    if ((failed = use_records()) || (failed = use_texts()) || (failed = use_objects(player))) {
         return failed;
-    if ((child = fork()) == 0)
+    }
+    if ((child = fork()) == 0) {
         _exit(0);
+    }
     CHECK(waitpid(child, &status, 0) == child && status == 0);
     CHECK(msgclient_close(client) == 0 && vantro_disconnect(player) == 0);
     system_log_set_sink(NULL, NULL);

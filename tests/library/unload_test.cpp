@@ -48,7 +48,7 @@ TEST(Libraries, AreUnloadedWhole) {
 
     constexpr int rounds = 100, first_rounds = 10;
     long descriptors_before = 0;
-    std::size_t bytes_before = 0;
+    size_t bytes_before = 0;
     for (int round = 0; round < rounds && !testing::Test::HasFailure(); ++round) {
         void *module = dlopen(FAMILIES, RTLD_NOW);
         ASSERT_NE(module, nullptr) << dlerror();
@@ -59,8 +59,9 @@ TEST(Libraries, AreUnloadedWhole) {
         // What was registered for forks and threads' ends would now be called where nothing is.
         std::thread([] {}).join();
         const pid_t child = fork();
-        if (child == 0)
+        if (child == 0) {
             _exit(0);
+        }
         int status = 0;
         EXPECT_EQ(waitpid(child, &status, 0), child);
         EXPECT_EQ(status, 0);

@@ -1,4 +1,4 @@
-/* What the tests of the platform share: a runtime directory of their own, servers, raw clients. */
+// What the tests of the platform share: a runtime directory of their own, servers, raw clients.
 #ifndef VANTRO_TESTS_PLATFORM_SUPPORT_H
 #define VANTRO_TESTS_PLATFORM_SUPPORT_H
 
@@ -33,7 +33,7 @@ namespace vantro::test {
 
 using platform::UniqueFd;
 
-/** A private runtime directory for the length of a test. */
+// A private runtime directory for the length of a test.
 class RuntimeDirectory {
   public:
     RuntimeDirectory() {
@@ -58,14 +58,14 @@ inline int open_descriptors() {
     return count;
 }
 
-/** One message as a server thread got it. */
+// One message as a server thread got it.
 struct Message {
     int receive_id = 0;
     struct ipc_info info = {};
     std::string bytes;
 };
 
-/** A named channel with threads that hand each message or pulse to a function. */
+// A named channel with threads that hand each message or pulse to a function.
 class ChannelServer {
   public:
     using OnMessage = std::function<void(const Message &)>;
@@ -124,7 +124,7 @@ class ChannelServer {
     std::vector<std::thread> threads_;
 };
 
-/** Answers with the bytes received and their number as the status. */
+// Answers with the bytes received and their number as the status.
 inline void echo(const Message &message) {
     ipc_reply(message.receive_id, static_cast<int>(message.bytes.size()), message.bytes.data(),
               message.bytes.size());
@@ -134,14 +134,14 @@ inline int connect_to_test() {
     return global_name_open("csm/test/default", 0);
 }
 
-/** Whether a well-behaved client is served. */
+// Whether a well-behaved client is served.
 inline bool is_served(int connection) {
     char reply[8] = {};
     return ipc_send_simple(connection, "ping", 4, reply, sizeof reply) == 4 &&
            strcmp(reply, "ping") == 0;
 }
 
-/** A client that speaks to the sockets itself, and so can do what the library never would. */
+// A client that speaks to the sockets itself, and so can do what the library never would.
 class RawClient {
   public:
     explicit RawClient(const std::string &runtime) {
@@ -155,7 +155,7 @@ class RawClient {
             ADD_FAILURE() << strerror(errno);
         }
     }
-    /** Collects the lane that comes unasked, or was asked for. */
+    // Collects the lane that comes unasked, or was asked for.
     UniqueFd receive_lane() {
         platform::ControlRecord record;
         struct iovec part = {&record, sizeof record};
@@ -163,7 +163,7 @@ class RawClient {
         platform::receive_packet(control.get(), &part, 1, 0, arrival);
         return std::move(arrival.descriptor);
     }
-    /** Whether the server has ended the connection; waits for it. */
+    // Whether the server has ended the connection; waits for it.
     bool is_cut_off() {
         char byte;
         return recv(control.get(), &byte, 1, 0) <= 0;
@@ -172,7 +172,7 @@ class RawClient {
     UniqueFd control;
 };
 
-/** Runs a function in a child process, which dies with the test whatever fails. */
+// Runs a function in a child process, which dies with the test whatever fails.
 template <typename Function>
 pid_t in_child(Function function) {
     const pid_t child = fork();

@@ -100,14 +100,15 @@ int ask(VantroHandle *handle, std::string &got) {
     Record *record = nullptr;
     const int result = query(handle, &record);
     EXPECT_EQ(record != nullptr, result == 0);
-    if (record)
+    if (record) {
         got.assign(reinterpret_cast<const char *>(record), sizeof *record);
+    }
     free(record);
     return result;
 }
 
 int ask_position(VantroHandle *handle, std::string &got) {
-    std::int32_t position = 55;
+    int32_t position = 55;
     const int result = vantro_get_current_track_position(handle, &position);
     EXPECT_EQ(position != 55, result == 0);
     got = words({position});
@@ -154,7 +155,7 @@ TEST_F(Player, CallsSendTheirBytesAndTakeWholeAnswersOnly) {
             EXPECT_EQ(take(lines), is_command ? (Lines{line, failed}) : Lines{line});
         };
         const std::string whole = words({0}) + c.record;
-        for (std::size_t size = 0; size <= whole.size(); size++) {
+        for (size_t size = 0; size <= whole.size(); size++) {
             // At the last turn the answer is whole, and a refusal.
             will_answer(size < whole.size() ? whole.substr(0, size) : words({7}) + c.record);
             EXPECT_EQ(c.call(handle, got), -1) << size;
@@ -170,10 +171,11 @@ TEST_F(Player, CallsSendTheirBytesAndTakeWholeAnswersOnly) {
         // Commands need an open player; for queries the service decides.
         will_answer(whole);
         char *name = std::exchange(handle->player_name, nullptr);
-        if (is_command)
+        if (is_command) {
             expect_failure(handle, "5 Invalid vantro handle");
-        else
+        } else {
             EXPECT_EQ(c.call(handle, got), 0);
+        }
         handle->player_name = name;
         EXPECT_EQ(take(requests).size(), is_command ? 0U : 1U);
         EXPECT_EQ(c.call(handle, got), 0);
@@ -184,10 +186,12 @@ TEST_F(Player, CallsSendTheirBytesAndTakeWholeAnswersOnly) {
 }
 
 TEST_F(Player, ModesOutOfRangeAreNotSent) {
-    for (const int mode : {2, -1})
+    for (const int mode : {2, -1}) {
         EXPECT_EQ(vantro_shuffle(handle, mode), -1);
-    for (const int mode : {3, -1})
+    }
+    for (const int mode : {3, -1}) {
         EXPECT_EQ(vantro_repeat(handle, mode), -1);
+    }
     EXPECT_EQ(take(lines), (Lines{"5 invalid shuffle_mode: 2", "5 invalid shuffle_mode: -1",
                                   "5 invalid repeat_mode: 3", "5 invalid repeat_mode: -1"}));
     EXPECT_EQ(take(requests), Lines{});
@@ -196,11 +200,9 @@ TEST_F(Player, ModesOutOfRangeAreNotSent) {
 TEST_F(Player, TrackIsReadAsFarAsItsLengthsAreTrue) {
     const std::string node = words({1, 2, 3, 4}) + text("id") + text("name");
     const std::string metadata = words({9, 0, 0, 0, 0}) + text("title") + std::string(24, '\0');
-    const auto size = [](const std::string &bytes) {
-        return static_cast<std::int32_t>(bytes.size());
-    };
+    const auto size = [](const std::string &bytes) { return static_cast<int32_t>(bytes.size()); };
     struct Case {
-        std::int32_t node_length, metadata_length;
+        int32_t node_length, metadata_length;
         std::string data;
         int result;
         bool has_node, has_metadata;
@@ -232,7 +234,7 @@ TEST_F(Player, TrackIsReadAsFarAsItsLengthsAreTrue) {
         vantro_free_track_info(info);
     }
     VantroTrackInfo *info = nullptr;
-    for (std::size_t length = 0; length < 24; length++) {
+    for (size_t length = 0; length < 24; length++) {
         will_answer(std::string(length, '\0'));
         EXPECT_EQ(vantro_get_current_track_info(handle, &info), -1);
         EXPECT_EQ(take(lines), Lines{"5 vantro_get_current_track_info() failed"});
@@ -274,7 +276,7 @@ TEST_F(Player, WantOfMemoryLeavesNothingBehind) {
 TEST(LogDeathTest, TheTwoGravestSeveritiesEndTheProcess) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(vantro::player::msglog(2, "over"), testing::ExitedWithCode(1), "");
-    const auto print = [](std::uint32_t, int, const char *line, void *) {
+    const auto print = [](uint32_t, int, const char *line, void *) {
         std::fputs(line, stderr); // Wherever the host's log goes.
     };
     EXPECT_EXIT((system_log_set_sink(print, nullptr), allocations_left = 0, vantro_connect()),

@@ -32,13 +32,16 @@ std::string source_bytes(const std::string &name) {
 template <class Record>
 std::string listed(int result, int count, Record *records, const Record *before,
                    void (*release)(Record *, int)) {
-    if (result == -1 && count != 5)
+    if (result == -1 && count != 5) {
         return "a failure wrote the count";
+    }
     std::string line = std::to_string(result) + (result == 0 ? " " + std::to_string(count) : "");
-    if (!records || records == before)
+    if (!records || records == before) {
         return line + (records ? "" : " null");
-    for (int i = 0; i < count; i++)
+    }
+    for (int i = 0; i < count; i++) {
         line += std::string(" ") + (records[i].name ? records[i].name : "-");
+    }
     release(records, count);
     return line;
 }
@@ -57,7 +60,7 @@ struct Call {
     std::string sent, answer, outcome;
     bool needs_player;
     enum { fixed, short_area, long_area } kind;
-    std::size_t words; // Bytes of the answer before its records or values.
+    size_t words; // Bytes of the answer before its records or values.
 };
 
 std::string get_sources(VantroHandle *handle) {
@@ -83,8 +86,9 @@ std::string get_metadata(VantroHandle *handle, const char *node_id) {
     Metadata before{}, *metadata = &before;
     const int result = vantro_get_metadata(handle, 3, node_id, &metadata);
     std::string line = std::to_string(result);
-    if (!metadata || metadata == &before)
+    if (!metadata || metadata == &before) {
         return line + (metadata ? "" : " null");
+    }
     line += std::string(" ") + (metadata->title ? metadata->title : "-");
     vantro_free_metadata(metadata, 1);
     return line;
@@ -95,8 +99,9 @@ std::string get_values(VantroHandle *handle, const char *node_id, const char *co
     const int result = vantro_get_extended_metadata(handle, 3, node_id, keyv, values);
     std::string line = std::to_string(result);
     for (char *value : values) {
-        if (value == before)
+        if (value == before) {
             continue;
+        }
         line += std::string(" ") + (value ? value : "-");
         std::free(value);
     }
@@ -135,8 +140,8 @@ const std::vector<Call> &all_calls() {
          Call::long_area, 4},
         {"create", "5 vantro_create_trksession() failed",
          [](auto h) {
-             const std::int32_t first = 6;
-             std::uint64_t tsid = 5;
+             const int32_t first = 6;
+             uint64_t tsid = 5;
              const int result = vantro_create_trksession(h, 3, "node", &first, -1, &tsid);
              EXPECT_EQ(tsid == 5, result == -1);
              return std::to_string(result) + (result == 0 ? " " + std::to_string(tsid) : "");
@@ -183,13 +188,14 @@ TEST_F(Queries, SendTheirBytesAndTakeWholeAnswersOnly) {
         EXPECT_EQ(take(requests), Lines{c.sent});
         will_answer(words({7}) + c.answer.substr(4));
         expect(c, handle, "-1", {c.failure});
-        for (std::size_t size = 0; size < c.answer.size(); size++) {
+        for (size_t size = 0; size < c.answer.size(); size++) {
             SCOPED_TRACE(size);
             will_answer(c.answer.substr(0, size));
-            if (size < c.words)
+            if (size < c.words) {
                 expect(c, handle, "-1", {c.failure});
-            else if (c.failure != all_calls()[5].failure && (c.words == 8 || size > 4))
+            } else if (c.failure != all_calls()[5].failure && (c.words == 8 || size > 4)) {
                 expect(c, handle, "-1", {}); // The bytes end within a record.
+            }
         }
     }
 }
@@ -210,8 +216,9 @@ TEST_F(Queries, ArgumentsAreJudgedInTheirOrder) {
     check(search(nullptr, "", nullptr), "-1", "", bad_handle);
     check(search(handle, "", nullptr), "-1", "", "5 Invalid term to be searched", EINVAL);
     check(search(handle, "", ""), "0 0", "");
-    for (const char *filter : {"", static_cast<const char *>(nullptr)})
+    for (const char *filter : {"", static_cast<const char *>(nullptr)}) {
         check(search(handle, filter, "t"), "0 0", request(8, words({3, 0, 5, 0}) + text("t")));
+    }
     will_answer(words({0}));
     check(get_metadata(nullptr, nullptr), "-1", "");
     check(get_metadata(nullptr, ""), "-1", "");
@@ -223,7 +230,7 @@ TEST_F(Queries, ArgumentsAreJudgedInTheirOrder) {
     check("", "", "", "5 Invalid keyv or valuev");
     check(get_values(handle, "n", no_keys), "0", request(11, words({3}) + text("n") + words({0})));
     will_answer(words({0, 1, 0}));
-    std::uint64_t tsid = 0;
+    uint64_t tsid = 0;
     EXPECT_EQ(vantro_create_trksession(handle, 3, nullptr, nullptr, 0, nullptr), -1);
     check("", "", "", "5 The media node id cannot be NULL");
     EXPECT_EQ(vantro_create_trksession(handle, 3, "", nullptr, 0, &tsid), 0);
@@ -233,11 +240,11 @@ TEST_F(Queries, ArgumentsAreJudgedInTheirOrder) {
 // An answer that the server half would not give: `status` and `length` are the peer's own, and
 // `held` lies at the service for the fetch.
 struct Forged {
-    std::int32_t status;
-    std::uint32_t length;
+    int32_t status;
+    uint32_t length;
     std::string bytes;
     std::optional<std::string> held = {};
-    std::int32_t held_status = 0;
+    int32_t held_status = 0;
 };
 
 void forge(const Forged &forged) {
@@ -262,7 +269,7 @@ TEST_F(Queries, AnswersThatLieHarmNobody) {
                &creating = all_calls()[6];
     const std::string node = node_bytes("Rock"), bad_file = std::strerror(9);
     const std::string long_list = words({0, 1}) + node_bytes(std::string(70000, 'x'));
-    const auto big = static_cast<std::uint32_t>(long_list.size());
+    const auto big = static_cast<uint32_t>(long_list.size());
     const struct {
         const Call &call;
         Forged forged;
@@ -309,10 +316,11 @@ TEST_F(Queries, AnswersThatLieHarmNobody) {
 
 TEST_F(Queries, WhatIsLongerThanTheAreaIsFetchedOnce) {
     for (const Call &c : all_calls()) {
-        if (c.kind == Call::fixed)
+        if (c.kind == Call::fixed) {
             continue;
+        }
         SCOPED_TRACE(c.name);
-        for (const std::size_t over : {0U, 1U, 200000U}) {
+        for (const size_t over : {0U, 1U, 200000U}) {
             // The first name, title or value grows, so that all is as long as the area and `over`.
             std::string bytes = c.answer;
             const std::string old = c.name == std::string("values") ? "one"
@@ -325,10 +333,11 @@ TEST_F(Queries, WhatIsLongerThanTheAreaIsFetchedOnce) {
             outcome.replace(outcome.find(old), old.size(), grown);
             will_answer(bytes);
             take(requests);
-            if (over && c.kind == Call::short_area)
+            if (over && c.kind == Call::short_area) {
                 expect(c, handle, "-1", {"3 msgclient_putgetv() failed: Unknown error 240"});
-            else
+            } else {
                 expect(c, handle, outcome, {});
+            }
             EXPECT_EQ(take(requests).size(), 1U);
         }
     }
@@ -336,21 +345,25 @@ TEST_F(Queries, WhatIsLongerThanTheAreaIsFetchedOnce) {
 
 TEST_F(Queries, WantOfMemoryIsTold) {
     for (const Call &c : all_calls()) {
-        if (c.kind == Call::fixed)
+        if (c.kind == Call::fixed) {
             continue;
+        }
         SCOPED_TRACE(c.name);
         const bool values = c.name == std::string("values");
         for (const bool overflows : {false, true}) {
-            if (overflows && c.kind == Call::short_area)
+            if (overflows && c.kind == Call::short_area) {
                 continue;
+            }
             will_answer(c.answer + std::string(overflows ? 65536 : 0, '\0'));
             // In this order: the keys, the area, the area that holds all, and then the records.
             Lines logged(values ? 1 : 0, "5 No memory");
-            if (c.kind == Call::long_area)
+            if (c.kind == Call::long_area) {
                 logged.push_back("5 Cannot allocate memory");
-            if (overflows)
+            }
+            if (overflows) {
                 logged.push_back("3 Cannot allocate memory");
-            for (std::size_t i = 0;; i++) {
+            }
+            for (size_t i = 0;; i++) {
                 allocations_left = static_cast<int>(i);
                 const std::string outcome = c.call(handle);
                 if (std::exchange(allocations_left, -1) >= 0) {
@@ -375,8 +388,9 @@ TEST_F(Queries, ThreadsWithLongAnswersGetTheirOwn) {
     std::string lists[2];
     for (int i = 0; i < 2; i++) {
         lists[i] = words({0, 10000});
-        for (int n = 0; n < 10000; n++)
+        for (int n = 0; n < 10000; n++) {
             lists[i] += node_bytes(std::string(1, i ? 'b' : 'a') + std::to_string(n));
+        }
     }
     const std::string sources = words({0, 1}) + source_bytes(std::string(65536, 's'));
     std::counting_semaphore<> asked(0);
@@ -385,8 +399,9 @@ TEST_F(Queries, ThreadsWithLongAnswersGetTheirOwn) {
         respond = [&](MsgOsb *open, MsgContext *context) {
             const auto *bytes = static_cast<const char *>(context->payload);
             const std::string &list = bytes[0] == 7 ? lists[bytes[32] == 'b'] : sources;
-            if (bytes[0] == 7)
+            if (bytes[0] == 7) {
                 asked.release();
+            }
             return callout_reply(open, context, 0, list.data(), static_cast<int32_t>(list.size()));
         };
     }
@@ -395,8 +410,9 @@ TEST_F(Queries, ThreadsWithLongAnswersGetTheirOwn) {
             MediaNode *nodes = nullptr;
             int count = 0, right = 0;
             EXPECT_EQ(vantro_browse(handle, 3, node_id, 0, &count, &nodes), 0);
-            for (int n = 0; n < count; n++)
+            for (int n = 0; n < count; n++) {
                 right += nodes[n].name && nodes[n].name == node_id + std::to_string(n);
+            }
             EXPECT_EQ(right, 10000);
             vantro_free_media_nodes(nodes, count);
         }

@@ -22,16 +22,16 @@
 
 using Lines = std::vector<std::string>;
 
-inline std::string words(std::initializer_list<std::int32_t> values) {
+inline std::string words(std::initializer_list<int32_t> values) {
     return std::string(reinterpret_cast<const char *>(values.begin()), values.size() * 4);
 }
 
-inline std::string request(std::uint16_t command, const std::string &parameters = "") {
-    return words({command, static_cast<std::int32_t>(parameters.size()), 0, 0}) + parameters;
+inline std::string request(uint16_t command, const std::string &parameters = "") {
+    return words({command, static_cast<int32_t>(parameters.size()), 0, 0}) + parameters;
 }
 
 inline std::string text(const std::string &value) {
-    return words({static_cast<std::int32_t>(value.size())}) + value;
+    return words({static_cast<int32_t>(value.size())}) + value;
 }
 
 inline std::mutex guard; // Over the four below: the service's thread and the test take turns.
@@ -39,19 +39,20 @@ inline Lines requests;
 inline Lines lines;
 inline std::string answer;
 // Where a test sets it, it answers instead.
-inline std::function<std::int32_t(MsgOsb *, MsgContext *)> respond;
+inline std::function<int32_t(MsgOsb *, MsgContext *)> respond;
 
-inline std::int32_t record_and_answer(MsgOsb *open, MsgContext *context, MsgService *) {
+inline int32_t record_and_answer(MsgOsb *open, MsgContext *context, MsgService *) {
     const std::lock_guard<std::mutex> lock(guard);
     requests.emplace_back(static_cast<const char *>(context->payload),
                           context->header->send_length);
     EXPECT_EQ(context->header->code, 0);
-    if (respond)
+    if (respond) {
         return respond(open, context);
-    return callout_reply(open, context, 0, answer.data(), static_cast<std::int32_t>(answer.size()));
+    }
+    return callout_reply(open, context, 0, answer.data(), static_cast<int32_t>(answer.size()));
 }
 
-inline void record_line(std::uint32_t code, int severity, const char *line, void *) {
+inline void record_line(uint32_t code, int severity, const char *line, void *) {
     const std::string prefix = std::string(program_invocation_short_name) + ": ";
     const std::lock_guard<std::mutex> lock(guard);
     EXPECT_EQ(code, 0x06B02710U);

@@ -19,12 +19,13 @@ namespace {
 
 using vantro::records::Fields;
 using vantro::records::Unpacked;
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 Bytes unhex(const std::string &text) {
     Bytes bytes;
-    for (std::size_t i = 0; i < text.size(); i += 2 + (text[i + 2] == ' '))
-        bytes.push_back(static_cast<std::uint8_t>(std::stoi(text.substr(i, 2), nullptr, 16)));
+    for (size_t i = 0; i < text.size(); i += 2 + (text[i + 2] == ' ')) {
+        bytes.push_back(static_cast<uint8_t>(std::stoi(text.substr(i, 2), nullptr, 16)));
+    }
     return bytes;
 }
 
@@ -53,11 +54,13 @@ const Bytes packed_tracks =
 template <class Record, class Service>
 void expect_same(const Record &got, const Service &sent) {
     const auto text = [](const char *string) { return string ? string : ""; };
-    for (std::size_t i = 0; i < Fields<Record>::integers.size(); i++)
+    for (size_t i = 0; i < Fields<Record>::integers.size(); i++) {
         EXPECT_EQ(got.*Fields<Record>::integers[i], sent.*Fields<Service>::integers[i]) << i;
-    for (std::size_t i = 0; i < Fields<Record>::wide_integers.size(); i++)
+    }
+    for (size_t i = 0; i < Fields<Record>::wide_integers.size(); i++) {
         EXPECT_EQ(got.*Fields<Record>::wide_integers[i], sent.*Fields<Service>::wide_integers[i]);
-    for (std::size_t i = 0; i < Fields<Record>::strings.size(); i++) {
+    }
+    for (size_t i = 0; i < Fields<Record>::strings.size(); i++) {
         const char *string = got.*Fields<Record>::strings[i];
         EXPECT_STREQ(text(string), text(sent.*Fields<Service>::strings[i])) << i;
         EXPECT_TRUE(!string || *string); // An empty string comes back as an absent one.
@@ -85,9 +88,9 @@ void try_records(const Service (&sent)[2], const Bytes &golden, int smallest, in
 
     for (size = 0; size < whole; size++) {
         SCOPED_TRACE(size);
-        const auto left = static_cast<std::size_t>(size);
+        const auto left = static_cast<size_t>(size);
         // A block of exactly that size, where a sanitizer sees each byte read beyond it.
-        std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[left]);
+        std::unique_ptr<uint8_t[]> exact(new uint8_t[left]);
         std::copy_n(golden.begin(), size, exact.get());
         records = &untouched;
         // Too short for two records of any content is refused before anything is stored.
@@ -110,8 +113,9 @@ void try_records(const Service (&sent)[2], const Bytes &golden, int smallest, in
         EXPECT_EQ(allocations_left, -1);
     }
     records = &untouched;
-    for (const int count : {0, -1, INT_MIN, INT_MAX, whole / smallest + 1})
+    for (const int count : {0, -1, INT_MIN, INT_MAX, whole / smallest + 1}) {
         EXPECT_EQ(unpack(golden.data(), whole, count, &records), -1);
+    }
     EXPECT_EQ(unpack(nullptr, 100, 1, &records), -1);
     EXPECT_EQ(unpack(golden.data(), -1, 1, &records), -1);
     EXPECT_EQ(unpack(golden.data(), 100, 1, nullptr), -1);

@@ -52,8 +52,9 @@ struct Client {
         int result = msgclient_putget(client, what.data(), static_cast<uint32_t>(what.size()),
                                       answer.data(), VANTRO_REPLY_AREA, &length, 0);
         answer.resize(length);
-        if (result == MSG_STATUS_QUEUED)
+        if (result == MSG_STATUS_QUEUED) {
             result = msgclient_get(client, 0, answer.data(), length, &length, 0);
+        }
         EXPECT_EQ(result, 0);
         return answer;
     }
@@ -68,11 +69,13 @@ struct Client {
         MediaNode *records = nullptr;
         if (words[1] == 0 ||
             unpack_media_node(answer.data() + 8, static_cast<int>(answer.size()) - 8, words[1],
-                              &records) != 0)
+                              &records) != 0) {
             return nodes;
-        for (int i = 0; i < words[1]; ++i)
+        }
+        for (int i = 0; i < words[1]; ++i) {
             nodes.emplace_back(records[i].name ? records[i].name : "",
                                records[i].id ? records[i].id : "");
+        }
         vantro_free_media_nodes(records, words[1]);
         return nodes;
     }
@@ -96,9 +99,9 @@ class Vantrod : public test::RuntimeDirectory {
     // The next line that the service itself prints; its log is between them.
     std::string told() {
         std::string line;
-        do
+        do {
             line = service->line();
-        while (!line.empty() && line.rfind("vantrod: ", 0) != 0);
+        } while (!line.empty() && line.rfind("vantrod: ", 0) != 0);
         return line;
     }
     std::optional<test::Process> service;
@@ -147,8 +150,9 @@ std::string metadata(int32_t source, const std::string &node) {
 
 std::string values(int32_t source, const std::string &node, const std::vector<std::string> &keys) {
     std::string rest = bytes(source) + name(node) + bytes(static_cast<int>(keys.size()));
-    for (const std::string &key : keys)
+    for (const std::string &key : keys) {
         rest += name(key);
+    }
     return request(VANTRO_COMMAND_GET_EXTENDED_METADATA, rest);
 }
 
@@ -172,7 +176,7 @@ std::string jump(int32_t index) {
 uint64_t id_in(const std::string &answer) {
     uint64_t tsid = 0;
     EXPECT_GE(answer.size(), 12u);
-    std::memcpy(&tsid, answer.data() + std::max<std::size_t>(answer.size(), 8) - 8, sizeof tsid);
+    std::memcpy(&tsid, answer.data() + std::max<size_t>(answer.size(), 8) - 8, sizeof tsid);
     return tsid;
 }
 
@@ -183,8 +187,9 @@ TEST_F(Serving, AnswersEveryCommandToTheByte) {
     ASSERT_EQ(other.result(open_main), 0);
     EXPECT_EQ(one.ask(state), bytes(0, VANTRO_STATE_IDLE, 1.0f, 0, 0));
     EXPECT_EQ(one.ask(session), bytes(0, VANTRO_TRKSESSION_NONE, 0, uint64_t{0}));
-    for (const std::string &refused : {track, position, jump(0), request(VANTRO_COMMAND_NEXT)})
+    for (const std::string &refused : {track, position, jump(0), request(VANTRO_COMMAND_NEXT)}) {
         EXPECT_EQ(one.result(refused), ENODATA);
+    }
     const auto found = one.list(search(1, "title", "one"));
     ASSERT_EQ(found.size(), 1u);
     const std::string node = bytes(VANTRO_NODE_SONG, 0, 1, VANTRO_SOURCE_DIRECTORY) +
@@ -250,8 +255,9 @@ TEST_F(Serving, MakesListsAndDestroysSessions) {
     // A song that vanishes keeps its place. Nobody looks at the file of a player that is paused.
     EXPECT_EQ(client.result(request(VANTRO_COMMAND_PAUSE)), 0);
     std::filesystem::remove(path_ + "/music/1.flac");
-    while (client.ask(search(1, "title", "one")).size() > 8)
+    while (client.ask(search(1, "title", "one")).size() > 8) {
         std::this_thread::yield();
+    }
     EXPECT_EQ(client.ask(track), bytes(0, 0, tsid, 0, 0));
     EXPECT_EQ(client.list(tracks(tsid, 0, 1)), (decltype(list){{"", ""}}));
 
@@ -269,16 +275,18 @@ TEST_F(Serving, TakesWhatIsLargeAndFarOff) {
     const struct {
         int32_t offset;
         int32_t count;
-        std::size_t expected;
+        size_t expected;
     } ranges[] = {{0, 0, 2},       {0, -1, 2},
                   {0, 1, 1},       {1, 0, 1},
                   {1, INT_MAX, 1}, {2, 0, 0},
                   {INT_MAX, 0, 0}, {INT_MAX, INT_MAX, 0},
                   {-1, 1, 1},      {INT_MIN, INT_MIN, 2}};
     std::string folder; // whose entries are the songs
-    for (const auto &entry : client.list(browse(1, "")))
-        if (client.list(browse(1, entry.second)) == client.list(tracks(tsid)))
+    for (const auto &entry : client.list(browse(1, ""))) {
+        if (client.list(browse(1, entry.second)) == client.list(tracks(tsid))) {
             folder = entry.second;
+        }
+    }
     ASSERT_NE(folder, "");
     for (const auto &range : ranges) {
         SCOPED_TRACE(testing::Message() << range.offset << " " << range.count);
@@ -291,8 +299,9 @@ TEST_F(Serving, TakesWhatIsLargeAndFarOff) {
     const std::string song = client.list(tracks(tsid))[0].second;
     const std::vector<std::string> keys(10'000, VANTRO_KEY_TITLE);
     std::string expected = bytes(0);
-    for (std::size_t i = 0; i < keys.size(); ++i)
+    for (size_t i = 0; i < keys.size(); ++i) {
         expected += name("One");
+    }
     EXPECT_TRUE(client.ask(values(1, song, keys)) == expected);
     EXPECT_EQ(client.result(values(1, song, std::vector<std::string>(16'385, "k"))), EMSGSIZE);
     const std::string large(1 << 20, '"');
@@ -321,8 +330,9 @@ TEST_F(Serving, KeepsOnePlayerAConnection) {
     std::optional<Client> first(std::in_place);
     for (const std::string &refused :
          {close_main, state, play, sources, browse(1, ""), search(1, "", "o"), metadata(1, "x"),
-          create(1, "", 0, 0), destroy(1), jump(0)})
+          create(1, "", 0, 0), destroy(1), jump(0)}) {
         EXPECT_EQ(first->result(refused), ENOTCONN);
+    }
     EXPECT_EQ(first->ask(values(1, "", {"no such key"})), bytes(0, 0)) << "needs no player";
     EXPECT_EQ(first->result(request(VANTRO_COMMAND_OPEN, name("Main"))), ENOENT);
     EXPECT_EQ(first->result(open_main), 0);
@@ -356,11 +366,12 @@ TEST_F(Serving, RefusesWhatIsMalformed) {
           request(VANTRO_COMMAND_REPEAT, bytes(1)), browse(1, "node"), search(1, "title", "term"),
           tracks(1), metadata(1, "node"), values(1, "node", {"key", ""}), create(1, "", 0, 0),
           destroy(1), jump(0)}) {
-        for (std::size_t size = 0; size < whole.size(); ++size)
+        for (size_t size = 0; size < whole.size(); ++size) {
             EXPECT_EQ(client.result(whole.substr(0, size)), EINVAL) << size;
+        }
         EXPECT_EQ(client.result(whole + '\0'), EINVAL);
         std::string lying = whole;
-        for (const std::size_t at : {2u, 3u, 8u, 12u, 15u}) { // reserved words
+        for (const size_t at : {2u, 3u, 8u, 12u, 15u}) { // reserved words
             lying[at] ^= '\x40';
             EXPECT_EQ(client.result(lying), EINVAL) << at;
             lying = whole;
@@ -380,10 +391,12 @@ TEST_F(Serving, RefusesWhatIsMalformed) {
                   EINVAL);
     }
     EXPECT_EQ(client.result(browse(1, std::string("no\0de", 5))), EINVAL);
-    for (const int command : {13, 25, 271, 65535})
+    for (const int command : {13, 25, 271, 65535}) {
         EXPECT_EQ(client.result(request(static_cast<uint16_t>(command))), ENOSYS) << command;
-    for (const float rate : {0.0f, -1.0f, 17.0f})
+    }
+    for (const float rate : {0.0f, -1.0f, 17.0f}) {
         EXPECT_EQ(client.result(request(VANTRO_COMMAND_SET_PLAYBACK_RATE, bytes(rate))), ERANGE);
+    }
     EXPECT_EQ(client.result(request(VANTRO_COMMAND_REPEAT, bytes(3))), ERANGE);
 
     EXPECT_EQ(client.ask(state), bytes(0, VANTRO_STATE_IDLE, 1.0f, 0, 0)) << "nothing happened";
@@ -394,7 +407,7 @@ TEST_F(Serving, ServesManyThreadsAndClientsThatGo) {
     ASSERT_EQ(shared.result(open_main), 0);
     ASSERT_EQ(shared.result(play), 0);
     std::vector<std::thread> threads;
-    for (int i = 0; i < 6; ++i)
+    for (int i = 0; i < 6; ++i) {
         threads.emplace_back([&shared, i] {
             for (int round = 0; round < 50; ++round) {
                 const Client own;
@@ -405,8 +418,10 @@ TEST_F(Serving, ServesManyThreadsAndClientsThatGo) {
                 EXPECT_EQ(shared.ask(track).substr(0, 4), bytes(0));
             }
         });
-    for (std::thread &thread : threads)
+    }
+    for (std::thread &thread : threads) {
         thread.join();
+    }
 }
 
 TEST_F(Serving, StandsAloneAndEndsWhenTold) {
@@ -428,8 +443,9 @@ TEST_F(Serving, StandsAloneAndEndsWhenTold) {
     }
     const Client idle;
     ASSERT_EQ(idle.result(open_main), 0);
-    for (const std::string &query : {track, position, play})
+    for (const std::string &query : {track, position, play}) {
         EXPECT_EQ(idle.result(query), ENODATA);
+    }
 }
 
 TEST_F(Serving, StartsAgainWithWhatItKnows) {
@@ -495,13 +511,15 @@ TEST_F(Vantrod, RefusesBadOptionsByNameAndValue) {
     for (const auto &row : table) {
         // Values are printed in quotes, and given without.
         std::vector<std::string> arguments = row.arguments;
-        for (std::string &word : arguments)
+        for (std::string &word : arguments) {
             word.erase(std::remove(word.begin(), word.end(), '\''), word.end());
+        }
         start(arguments);
         const std::string line = told();
-        for (const std::string &word : row.arguments)
+        for (const std::string &word : row.arguments) {
             EXPECT_TRUE(line.find(word) != std::string::npos || word == "net" || word == "0")
                 << line;
+        }
         EXPECT_EQ(service->wait(), row.exit_code) << line;
     }
 }

@@ -7,8 +7,8 @@
 #include <cstddef>
 
 extern "C" {
-void *__real_malloc(std::size_t size);
-void *__real_calloc(std::size_t count, std::size_t size);
+void *__real_malloc(size_t size);
+void *__real_calloc(size_t count, size_t size);
 char *__real_strdup(const char *text);
 }
 
@@ -16,18 +16,19 @@ char *__real_strdup(const char *text);
 inline thread_local int allocations_left = -1;
 
 inline bool allocation_fails() {
-    if (allocations_left < 0 || allocations_left-- > 0)
+    if (allocations_left < 0 || allocations_left-- > 0) {
         return false;
+    }
     errno = ENOMEM;
     return true;
 }
 
 // Used by the linker alone.
 extern "C" {
-[[gnu::used]] inline void *__wrap_malloc(std::size_t size) {
+[[gnu::used]] inline void *__wrap_malloc(size_t size) {
     return allocation_fails() ? nullptr : __real_malloc(size);
 }
-[[gnu::used]] inline void *__wrap_calloc(std::size_t count, std::size_t size) {
+[[gnu::used]] inline void *__wrap_calloc(size_t count, size_t size) {
     return allocation_fails() ? nullptr : __real_calloc(count, size);
 }
 [[gnu::used]] inline char *__wrap_strdup(const char *text) {

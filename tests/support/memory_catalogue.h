@@ -17,8 +17,9 @@ namespace vantro::test {
 class MemoryCatalogue : public service::catalogue::Catalogue {
   public:
     explicit MemoryCatalogue(std::vector<int32_t> durations_ms) {
-        for (const int32_t duration : durations_ms)
+        for (const int32_t duration : durations_ms) {
             list.push_back({static_cast<service::catalogue::SongId>(list.size()) + 1, 1, duration});
+        }
     }
 
     std::vector<service::catalogue::Source> sources() override {
@@ -27,13 +28,15 @@ class MemoryCatalogue : public service::catalogue::Catalogue {
     int browse(int32_t source, std::string_view node, service::catalogue::Range range,
                service::catalogue::NodeSink &nodes) override {
         std::vector<service::catalogue::QueuedSong> found;
-        if (const int result = songs(source, node, found); result != 0)
+        if (const int result = songs(source, node, found); result != 0) {
             return result;
-        const std::size_t first = std::min<std::size_t>(std::max(range.offset, 0), found.size());
-        const std::size_t left = found.size() - first;
+        }
+        const size_t first = std::min<size_t>(std::max(range.offset, 0), found.size());
+        const size_t left = found.size() - first;
         const int64_t wanted = range.count > 0 ? range.count : INT_MAX;
-        for (std::size_t i = 0; i < left && static_cast<int64_t>(i) < wanted; ++i)
+        for (size_t i = 0; i < left && static_cast<int64_t>(i) < wanted; ++i) {
             give(found[first + i].id, nodes);
+        }
         return 0;
     }
     int search(int32_t source, std::string_view filter, std::string_view,
@@ -43,31 +46,34 @@ class MemoryCatalogue : public service::catalogue::Catalogue {
     int metadata(int32_t source, std::string_view node,
                  std::optional<service::catalogue::SongMetadata> &metadata) override {
         std::vector<service::catalogue::QueuedSong> found;
-        if (source == 1 && node == "song1")
+        if (source == 1 && node == "song1") {
             metadata = metadata_of(1);
+        }
         return metadata ? 0 : songs(source, node, found);
     }
     int extended_metadata(int32_t source, std::string_view node,
                           const std::vector<std::string_view> &keys,
                           std::vector<std::string> &values) override {
         std::optional<service::catalogue::SongMetadata> ignored;
-        for (const std::string_view key : keys)
+        for (const std::string_view key : keys) {
             values.emplace_back(key == "title" ? "T" : "");
+        }
         return metadata(source, node, ignored);
     }
     int songs(int32_t source, std::string_view node,
               std::vector<service::catalogue::QueuedSong> &songs) override {
-        if (source != 1 || (!node.empty() && node != "few" && node != "none"))
+        if (source != 1 || (!node.empty() && node != "few" && node != "none")) {
             return ENOENT;
-        const std::size_t count = node.empty() ? list.size() : node == "few" ? 3 : 0;
-        songs.assign(list.begin(), list.begin() + std::min<std::ptrdiff_t>(count, list.size()));
+        }
+        const size_t count = node.empty() ? list.size() : node == "few" ? 3 : 0;
+        songs.assign(list.begin(), list.begin() + std::min<ptrdiff_t>(count, list.size()));
         return 0;
     }
     int all_songs(std::vector<service::catalogue::QueuedSong> &songs) override {
         songs = list;
         return broken ? EIO : 0;
     }
-    int song_nodes(const service::catalogue::SongId *ids, std::size_t count,
+    int song_nodes(const service::catalogue::SongId *ids, size_t count,
                    service::catalogue::NodeSink &nodes) override {
         std::for_each(ids, ids + count, [&](service::catalogue::SongId id) { give(id, nodes); });
         return broken ? EIO : 0;

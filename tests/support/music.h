@@ -23,8 +23,9 @@ inline void make_music(const std::filesystem::path &file, int ms,
         ogg ? "oggenc -Q -r -B16 -C1 -R8000"
             : "flac -s --force-raw-format --endian=little --sign=signed --channels=1 --bps=16 "
               "--sample-rate=8000");
-    for (const std::string &tag : tags)
+    for (const std::string &tag : tags) {
         command += fmt::format(" {} '{}'", ogg ? "-c" : "-T", tag);
+    }
     command += fmt::format(" -o '{}' -", file.native());
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
 }

@@ -16,8 +16,8 @@ class Service {
         EXPECT_NE(mkdtemp(directory_.data()), nullptr);
         setenv("XDG_RUNTIME_DIR", directory_.c_str(), 1);
         server = msgserver_create(4096, 1, MSGSERVER_FLAG_PATH);
-        const auto agree = [](MsgOsb *open, MsgContext *context, MsgService *) -> std::int32_t {
-            const std::int32_t granted = 0;
+        const auto agree = [](MsgOsb *open, MsgContext *context, MsgService *) -> int32_t {
+            const int32_t granted = 0;
             return callout_reply(open, context, 0, &granted, sizeof granted);
         };
         EXPECT_GE(
@@ -44,17 +44,20 @@ std::string quoted(const char *text) {
 
 template <class Record>
 void tell(std::ostream &out, const char *name, const Record *record) {
-    if (!record)
+    if (!record) {
         return;
+    }
     out << ' ' << name;
     const auto tell_all = [&](const auto &fields) {
-        for (auto field : fields)
+        for (auto field : fields) {
             out << ' ' << record->*field;
+        }
     };
     tell_all(records::Fields<Record>::integers);
     tell_all(records::Fields<Record>::wide_integers);
-    for (auto field : records::Fields<Record>::strings)
+    for (auto field : records::Fields<Record>::strings) {
         out << ' ' << quoted(record->*field);
+    }
 }
 
 } // namespace
@@ -62,14 +65,16 @@ void tell(std::ostream &out, const char *name, const Record *record) {
 std::string told(const mosk_dict *dict) {
     std::string text;
     const char *key, *value;
-    for (std::size_t i = 0; mosk_dict_entry(dict, i, &key, &value) == 0; i++)
+    for (size_t i = 0; mosk_dict_entry(dict, i, &key, &value) == 0; i++) {
         text.append(i == 0 ? "{" : ",").append(key).append("=").append(value);
+    }
     return !dict ? "-" : text.empty() ? "{}" : text + "}";
 }
 
 std::string told(const VantroEvent *event) {
-    if (!event)
+    if (!event) {
         return "failed";
+    }
     std::ostringstream out;
     const VantroEventDetails &d = event->details;
     const auto tell_state = [&](const auto &state) {
@@ -77,25 +82,28 @@ std::string told(const VantroEvent *event) {
     };
     const std::string object = event->object_name ? event->object_name : "";
     out << event->type << (object.empty() ? "" : " ") << object;
-    if (object == "state")
+    if (object == "state") {
         out << ' ', tell_state(*event);
-    if (event->type == VANTRO_EVENT_STATE)
+    }
+    if (event->type == VANTRO_EVENT_STATE) {
         out << " was ", tell_state(d.state);
-    else if (event->type == VANTRO_EVENT_ERROR)
+    } else if (event->type == VANTRO_EVENT_ERROR) {
         out << " error " << d.error.code;
-    else if (event->type == VANTRO_EVENT_STATUS)
+    } else if (event->type == VANTRO_EVENT_STATUS) {
         out << ' ' << d.status.position;
-    else if (event->type == VANTRO_EVENT_TRKSESSION)
+    } else if (event->type == VANTRO_EVENT_TRKSESSION) {
         out << ' ' << d.trksession.type << ' ' << d.trksession.length << ' ' << d.trksession.tsid;
-    else if (event->type == VANTRO_EVENT_MEDIASOURCE)
+    } else if (event->type == VANTRO_EVENT_MEDIASOURCE) {
         tell(out << ' ' << d.mediasource.type, "source", d.mediasource.media_source);
-    else if (event->type == VANTRO_EVENT_TRACK) {
+    } else if (event->type == VANTRO_EVENT_TRACK) {
         tell(out << ' ' << d.track.index << ' ' << d.track.tsid, "node", d.track.media_node);
         tell(out, "metadata", d.track.metadata);
-    } else if (event->dict)
+    } else if (event->dict) {
         out << ' ' << told(event->dict);
-    if (event->user_data)
+    }
+    if (event->user_data) {
         out << " *" << static_cast<const char *>(event->user_data);
+    }
     return out.str();
 }
 
@@ -113,7 +121,7 @@ void Events::TearDown() {
     system_log_set_sink(nullptr, nullptr);
 }
 
-void Events::record_line(std::uint32_t code, int severity, const char *line, void *data) {
+void Events::record_line(uint32_t code, int severity, const char *line, void *data) {
     auto *test = static_cast<Events *>(data);
     EXPECT_EQ(code, 0x06C02710U);
     EXPECT_EQ(std::string(line).substr(0, 14), "vantro event: ");
@@ -121,8 +129,9 @@ void Events::record_line(std::uint32_t code, int severity, const char *line, voi
         const std::lock_guard<std::mutex> lock(test->guard);
         test->lines.push_back(std::to_string(severity) + " " + (line + 14));
     }
-    if (test->on_line)
+    if (test->on_line) {
         std::exchange(test->on_line, nullptr)();
+    }
 }
 
 } // namespace vantro::events

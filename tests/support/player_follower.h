@@ -74,7 +74,7 @@ class Events : public testing::Test {
     std::function<void()> on_line; // Called once, with the next line of the log.
 
   private:
-    static void record_line(std::uint32_t code, int severity, const char *line, void *data);
+    static void record_line(uint32_t code, int severity, const char *line, void *data);
 
     std::mutex guard;
     Lines lines;

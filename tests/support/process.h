@@ -1,4 +1,4 @@
-/** Programs under test as real processes, in a runtime directory of their own. */
+// Programs under test as real processes, in a runtime directory of their own.
 #ifndef VANTRO_TESTS_SUPPORT_PROCESS_H
 #define VANTRO_TESTS_SUPPORT_PROCESS_H
 
@@ -20,7 +20,7 @@
 
 namespace vantro::test {
 
-/** A user who is not user 0, for what user 0 would be allowed anyway. */
+// A user who is not user 0, for what user 0 would be allowed anyway.
 inline uid_t plain_user() {
     return geteuid() == 0 ? 65534 : geteuid();
 }
@@ -31,7 +31,7 @@ inline void become_plain_user() {
     }
 }
 
-/** The runtime directory of every process that the test starts; their state lies below it. */
+// The runtime directory of every process that the test starts; their state lies below it.
 class RuntimeDirectory : public testing::Test {
   protected:
     void SetUp() override {
@@ -41,13 +41,13 @@ class RuntimeDirectory : public testing::Test {
     }
     void TearDown() override { std::filesystem::remove_all(path_); }
 
-    /** Makes the directory the plain user's, and so of no use to anybody else. */
+    // Makes the directory the plain user's, and so of no use to anybody else.
     void give_to_plain_user() { ASSERT_EQ(chown(path_.c_str(), plain_user(), -1), 0); }
 
     std::string path_ = (std::filesystem::temp_directory_path() / "tools-XXXXXX").string();
 };
 
-/** A child process; its standard output and error arrive in one pipe. Killed with its owner. */
+// A child process; its standard output and error arrive in one pipe. Killed with its owner.
 class Process {
   public:
     explicit Process(const std::function<int()> &body) {
@@ -65,7 +65,7 @@ class Process {
         output_ = fdopen(ends[0], "r");
     }
 
-    /** @param prepare runs in the child, before the program. */
+    // @param prepare runs in the child, before the program.
     explicit Process(
         std::vector<std::string> words, const std::function<void()> &prepare = [] {})
         : Process([&] {
@@ -92,7 +92,7 @@ class Process {
 
     void kill(int number) { ::kill(pid_, number); }
 
-    /** The next line without its end; blocks for it. Empty at the end of the output. */
+    // The next line without its end; blocks for it. Empty at the end of the output.
     std::string line() {
         std::string text;
         for (int c = 0; (c = std::fgetc(output_)) != EOF && c != '\n';) {
@@ -101,7 +101,7 @@ class Process {
         return text;
     }
 
-    /** All that follows, until the process closes its output. */
+    // All that follows, until the process closes its output.
     std::string rest() {
         std::string text;
         for (int c = 0; (c = std::fgetc(output_)) != EOF;) {
@@ -110,7 +110,7 @@ class Process {
         return text;
     }
 
-    /** The exit code, or the signal that ended it, negated. */
+    // The exit code, or the signal that ended it, negated.
     int wait() {
         int status = 0;
         waitpid(pid_, &status, 0);

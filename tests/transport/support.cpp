@@ -24,8 +24,9 @@ int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) {
     switch (header.code) {
     case SPLIT: {
         std::vector<iovec> parts;
-        for (int32_t i = 0; i < length; i++)
+        for (int32_t i = 0; i < length; i++) {
             parts.push_back({payload + i, 1});
+        }
         return callout_replyv(open, context, 0, parts.data(), length);
     }
     case FILL: {
@@ -54,8 +55,9 @@ int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) {
 }
 
 int32_t handle_open(MsgOsb *, MsgContext *context, MsgService *) {
-    if (context->header->code == BLOCK)
+    if (context->header->code == BLOCK) {
         block();
+    }
     return script.open_result;
 }
 
@@ -83,20 +85,24 @@ int Server::add(const char *name, const char *options, const char *instance) con
 }
 
 void Server::start(int threads) {
-    for (int i = 0; i < threads; i++)
+    for (int i = 0; i < threads; i++) {
         threads_.emplace_back(msgserver_thread_loop, server_);
+    }
 }
 
 void Server::stop() {
-    if (server_->channel == -1)
+    if (server_->channel == -1) {
         return;
+    }
     script.change([] { script.unblock = true; });
     const int pulse = connect_attach(0, 0, server_->channel, 0, 0);
     __atomic_store_n(&server_->stop, 1, __ATOMIC_RELEASE);
-    for (size_t i = 0; i < threads_.size(); i++)
+    for (size_t i = 0; i < threads_.size(); i++) {
         pulse_send(pulse, 10, 0, 0);
-    for (std::thread &thread : threads_)
+    }
+    for (std::thread &thread : threads_) {
         thread.join();
+    }
     threads_.clear();
     connect_detach(pulse);
     channel_destroy(server_->channel);
@@ -111,20 +117,19 @@ void say(const char *what, int number) {
     std::fflush(stdout);
 }
 
-/** Becomes UID and GID with the groups that follow. */
+// Becomes UID and GID with the groups that follow.
 bool become(const std::vector<std::string> &ids) {
     std::vector<gid_t> groups;
-    for (size_t i = 2; i < ids.size(); i++)
+    for (size_t i = 2; i < ids.size(); i++) {
         groups.push_back(static_cast<gid_t>(std::stoul(ids[i])));
+    }
     return setgroups(groups.size(), groups.data()) == 0 &&
            setgid(static_cast<gid_t>(std::stoul(ids[1]))) == 0 &&
            setuid(static_cast<uid_t>(std::stoul(ids[0]))) == 0;
 }
 
-/**
- * serve NAME FLAGS: until it is killed. ask NAME OPEN-CODE CODE: once. try NAME OTHER UID GID
- * GROUP...: opens as somebody else, also over a connection that was made for another service.
- */
+// serve NAME FLAGS: until it is killed. ask NAME OPEN-CODE CODE: once. try NAME OTHER UID GID
+// GROUP...: opens as somebody else, also over a connection that was made for another service.
 int peer_main(const std::vector<std::string> &words) {
     const auto number = [&](size_t at) { return static_cast<uint16_t>(std::stoi(words[at])); };
     if (words[0] == "serve") {
@@ -138,16 +143,18 @@ int peer_main(const std::vector<std::string> &words) {
         }
     }
     if (words[0] == "try") {
-        if (!become({words.begin() + 3, words.end()}))
+        if (!become({words.begin() + 3, words.end()})) {
             return 1;
+        }
         say("open", Client(words[1].c_str()).error);
         std::puts(Raw(words[2]).send(open_message(words[1])).substr(0, 8).c_str());
         return 0;
     }
     const Client client(words[1].c_str(), number(2));
     say("open", client.error);
-    if (client.client)
+    if (client.client) {
         say("asked", client.ask(number(3)));
+    }
     return 0;
 }
 
@@ -155,8 +162,9 @@ int peer_main(const std::vector<std::string> &words) {
 } // namespace vantro::test
 
 int main(int argc, char **argv) {
-    if (argc > 1 && std::strcmp(argv[1], "--peer") == 0)
+    if (argc > 1 && std::strcmp(argv[1], "--peer") == 0) {
         return vantro::test::peer_main({argv + 2, argv + argc});
+    }
     testing::InitGoogleTest(&argc, argv);
     char directory[] = "/tmp/transport-test-XXXXXX";
     setenv("XDG_RUNTIME_DIR", mkdtemp(directory), 1);

@@ -1,7 +1,5 @@
-/**
- * What the transport's tests share: a server with a service that is told how to answer, a client
- * that speaks bytes, and this program again as processes to kill.
- */
+// What the transport's tests share: a server with a service that is told how to answer, a client
+// that speaks bytes, and this program again as processes to kill.
 #ifndef VANTRO_TESTS_TRANSPORT_SUPPORT_H
 #define VANTRO_TESTS_TRANSPORT_SUPPORT_H
 
@@ -25,15 +23,15 @@
 
 namespace vantro::test {
 
-/** Message codes that the test service knows; see support.cpp. */
+// Message codes that the test service knows; see support.cpp.
 enum Code : uint16_t {
-    ECHO,     /**< Answers with the payload. */
-    SPLIT,    /**< The same, gathered from one part a byte. */
-    FILL,     /**< Payload: a length and a status; answers with them. */
-    CAPACITY, /**< Answers with the capacity of the receive buffer. */
-    MOVE,     /**< As ECHO, and payloads go to a buffer of the service's from now on. */
-    LATER,    /**< A put: answered by whoever takes it out of `held`. */
-    BLOCK     /**< Waits for `unblock`; then as ECHO. An open with this code waits too. */
+    ECHO,     // Answers with the payload.
+    SPLIT,    // The same, gathered from one part a byte.
+    FILL,     // Payload: a length and a status; answers with them.
+    CAPACITY, // Answers with the capacity of the receive buffer.
+    MOVE,     // As ECHO, and payloads go to a buffer of the service's from now on.
+    LATER,    // A put: answered by whoever takes it out of `held`.
+    BLOCK     // Waits for `unblock`; then as ECHO. An open with this code waits too.
 };
 
 struct Held {
@@ -42,15 +40,15 @@ struct Held {
     uint32_t tag;
 };
 
-/** What the test service was told, and how it is to answer. One for the program, reset by Server. */
+// What the test service was told, and how it is to answer. One for the program, reset by Server.
 struct Script {
     std::mutex lock;
     std::condition_variable changed;
     int open_result = 0;
     bool unblock = false;
     int blocked = 0;
-    int closes = 0;   /**< Close handlers called with a context, */
-    int vanished = 0; /**< and without one. */
+    int closes = 0;   // Close handlers called with a context,
+    int vanished = 0; // and without one.
     std::vector<Held> held;
 
     template <typename Condition>
@@ -70,7 +68,7 @@ struct Script {
 
 extern Script script;
 
-/** A server of the test service, with its threads. */
+// A server of the test service, with its threads.
 class Server {
   public:
     explicit Server(int flags, int32_t max_msg_size = 1 << 20, int32_t queue_max = 16);
@@ -83,7 +81,7 @@ class Server {
     MsgService *service(int index = 0) const {
         return static_cast<MsgService *>(_array_get(server_->services, index));
     }
-    /** Looks at what the server lock guards. */
+    // Looks at what the server lock guards.
     template <typename Look>
     auto locked(Look look) const {
         pthread_mutex_lock(&server_->lock);
@@ -91,7 +89,7 @@ class Server {
         pthread_mutex_unlock(&server_->lock);
         return seen;
     }
-    /** Open records of a service that are not freed. */
+    // Open records of a service that are not freed.
     long records(int index = 0) const {
         return locked([&] {
             const SlotArray &opens = *service(index)->opens;
@@ -107,7 +105,7 @@ class Server {
     std::vector<std::thread> threads_;
 };
 
-/** A test in one mode, with the service "s" and three threads. */
+// A test in one mode, with the service "s" and three threads.
 class BothModes : public testing::TestWithParam<int> {
   protected:
     explicit BothModes(int threads = 3) : server(GetParam(), 4096, 100) {
@@ -121,7 +119,7 @@ class BothModes : public testing::TestWithParam<int> {
     INSTANTIATE_TEST_SUITE_P(Modes, suite,                                                         \
                              testing::Values(MSGSERVER_FLAG_NOCHECK, MSGSERVER_FLAG_PATH))
 
-/** A client, closed at the end. */
+// A client, closed at the end.
 struct Client {
     explicit Client(const char *name, uint16_t code = ECHO)
         : client(msgclient_open(name, nullptr, code)), error(client ? 0 : errno) {}
@@ -135,7 +133,7 @@ struct Client {
     int error;
 };
 
-/** A transport message, its lengths as wanted. */
+// A transport message, its lengths as wanted.
 inline std::string message(int kind, int service, int open, uint32_t tag, uint32_t send_length,
                            uint32_t reply_length, const std::string &payload = "") {
     const TransportHeader header = {static_cast<uint8_t>(kind),
@@ -151,7 +149,7 @@ inline std::string message(int kind, int service, int open, uint32_t tag, uint32
     return std::string(reinterpret_cast<const char *>(&header), sizeof header) + payload;
 }
 
-/** An open request. */
+// An open request.
 inline std::string open_message(const std::string &name, uint16_t code = ECHO) {
     std::string bytes = message(MSG_KIND_OPEN, 0, 0, 0, 0, 28, name + std::string(1, '\0'));
     std::memcpy(&bytes[2], &code, sizeof code);
@@ -162,23 +160,25 @@ inline std::string error(int number) {
     return "error " + std::to_string(number);
 }
 
-/** A connection, by path or by global name, that speaks bytes. */
+// A connection, by path or by global name, that speaks bytes.
 struct Raw {
     explicit Raw(const std::string &name)
         : connection(platform_open(("/sys/csm/" + name + "/default").c_str(), O_RDWR)),
           by_path(connection != -1) {
-        if (!by_path)
+        if (!by_path) {
             connection = global_name_open(("csm/" + name + "/default").c_str(), 0);
+        }
     }
     ~Raw() { by_path ? platform_close(connection) : global_name_close(connection); }
 
-    /** @return the status and the bytes that came back, or "error " and the number. */
+    // @return the status and the bytes that came back, or "error " and the number.
     std::string send(const std::string &bytes) const {
         std::string reply(256, '\xee');
         const int status =
             ipc_send_simple(connection, bytes.data(), bytes.size(), reply.data(), reply.size());
-        if (status == -1)
+        if (status == -1) {
             return error(errno);
+        }
         reply.resize(reply.find_last_not_of('\xee') + 1);
         return std::to_string(status) + " " + reply;
     }
@@ -186,7 +186,7 @@ struct Raw {
     bool by_path;
 };
 
-/** This program again, as another process: see peer_main(). */
+// This program again, as another process: see peer_main().
 struct Peer : Process {
     explicit Peer(std::vector<std::string> words) : Process(command(std::move(words))) {}
     static std::vector<std::string> command(std::vector<std::string> words) {

@@ -1,4 +1,4 @@
-/** The device "/dev/grantor": takes a check line by a write and answers with a count. */
+// The device "/dev/grantor": takes a check line by a write and answers with a count.
 #ifndef VANTRO_TOOLS_GRANTOR_DEVICE_H
 #define VANTRO_TOOLS_GRANTOR_DEVICE_H
 
@@ -14,17 +14,17 @@ namespace vantro::grantor {
 
 constexpr const char *grantor_path = "/dev/grantor";
 
-/** Who may open the device, and so ask. */
+// Who may open the device, and so ask.
 struct DeviceAccess {
     uint32_t perms = 0600;
-    std::optional<uint32_t> uid; /**< Owner; the effective user unless given. */
-    std::optional<uint32_t> gid; /**< Group; likewise. */
+    std::optional<uint32_t> uid; // Owner; the effective user unless given.
+    std::optional<uint32_t> gid; // Group; likewise.
 };
 
-/** Pulses that the device's channel gets from its own process. */
+// Pulses that the device's channel gets from its own process.
 enum { GRANTOR_PULSE_SIGNAL = 1 };
 
-/** The device of this process. Serves in one thread; nothing in it is locked. */
+// The device of this process. Serves in one thread; nothing in it is locked.
 class Device {
   public:
     explicit Device(Policy policy) : policy_(std::move(policy)) {}
@@ -32,10 +32,10 @@ class Device {
     Device &operator=(const Device &) = delete;
     ~Device();
 
-    /** Makes the channel and publishes the path. @return false with errno. */
+    // Makes the channel and publishes the path. @return false with errno.
     bool attach(const DeviceAccess &access);
 
-    /** Serves until a pulse of the process itself arrives. @return false with errno. */
+    // Serves until a pulse of the process itself arrives. @return false with errno.
     bool serve();
 
     int channel() const { return channel_; }
@@ -45,7 +45,7 @@ class Device {
   private:
     static int write(path_request *request);
 
-    /** The record that a handler is given, with the way back from it to the device. */
+    // The record that a handler is given, with the way back from it to the device.
     struct Attached {
         path_attr attr;
         Device *device;

@@ -1,4 +1,4 @@
-/** vantro-grantor: says which user or group holds which capability, as a policy file has it. */
+// vantro-grantor: says which user or group holds which capability, as a policy file has it.
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -52,13 +52,11 @@ std::optional<Policy> load(const std::string &path) {
     return policy;
 }
 
-/**
- * Turns signals into pulses on the device's channel, in a thread of its own: a signal that came
- * between looking and receiving would go unnoticed until the next client writes.
- */
+// Turns signals into pulses on the device's channel, in a thread of its own: a signal that came
+// between looking and receiving would go unnoticed until the next client writes.
 class Signals {
   public:
-    /** Before any other thread starts, so that every one has them blocked. */
+    // Before any other thread starts, so that every one has them blocked.
     Signals() {
         sigemptyset(&set_);
         for (const int number : {SIGHUP, SIGTERM, SIGINT}) {
@@ -67,7 +65,7 @@ class Signals {
         pthread_sigmask(SIG_BLOCK, &set_, nullptr);
     }
 
-    /** Ends with the first signal that asks the process to stop. */
+    // Ends with the first signal that asks the process to stop.
     void watch(int channel) {
         const int connection = connect_attach(0, 0, channel, 0, 0);
         if (connection < 0) {

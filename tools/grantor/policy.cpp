@@ -12,7 +12,7 @@
 namespace vantro::grantor {
 namespace {
 
-/** The value that the host keeps for "no id": nobody has it, so a rule for it is a mistake. */
+// The value that the host keeps for "no id": nobody has it, so a rule for it is a mistake.
 constexpr uint32_t no_id = UINT32_MAX;
 
 constexpr std::string_view every_capability = "*";
@@ -41,7 +41,7 @@ bool is_capability(std::string_view word) {
            });
 }
 
-/** A word as it can be shown in a line of the log. */
+// A word as it can be shown in a line of the log.
 std::string shown(std::string_view word) {
     std::string text(word.substr(0, 40));
     std::replace_if(

@@ -1,4 +1,4 @@
-/** Who holds which capability, and the check line that asks for it. */
+// Who holds which capability, and the check line that asks for it.
 #ifndef VANTRO_TOOLS_GRANTOR_POLICY_H
 #define VANTRO_TOOLS_GRANTOR_POLICY_H
 
@@ -11,37 +11,35 @@
 
 namespace vantro::grantor {
 
-/** Bytes of a capability's name. */
+// Bytes of a capability's name.
 constexpr size_t capability_max = 255;
 
-/** Bytes of a check line: below what one write to a device carries whole, so that a list is
- *  refused, and never judged without its end. */
+// Bytes of a check line: below what one write to a device carries whole, so that a list is
+//  refused, and never judged without its end.
 constexpr size_t check_line_max = 4096;
 
-/** Bytes of a policy file; more is a mistake of whoever named the file. */
+// Bytes of a policy file; more is a mistake of whoever named the file.
 constexpr size_t policy_file_max = 1024 * 1024;
 
-/** A set of rules; never changes once read. */
+// A set of rules; never changes once read.
 class Policy {
   public:
-    /** What is wrong with a policy text: its line, from 1, or 0 for the whole. */
+    // What is wrong with a policy text: its line, from 1, or 0 for the whole.
     struct Problem {
         size_t line;
         std::string what;
     };
 
-    /**
-     * Reads a whole text. One bad line refuses the text.
-     * @param problems receives what is wrong with each bad line.
-     */
+    // Reads a whole text. One bad line refuses the text.
+    // @param problems receives what is wrong with each bad line.
     static std::optional<Policy> parse(std::string_view text, std::vector<Problem> &problems);
 
-    /** parse() for what the file holds; a file that cannot be read is a problem of line 0. */
+    // parse() for what the file holds; a file that cannot be read is a problem of line 0.
     static std::optional<Policy> load(const std::string &path, std::vector<Problem> &problems);
 
     size_t rule_count() const { return rules_.size(); }
 
-    /** Whether a rule gives the capability to the user or the group. An empty one never. */
+    // Whether a rule gives the capability to the user or the group. An empty one never.
     bool grants(uint32_t uid, uint32_t gid, std::string_view capability) const;
 
   private:
@@ -50,7 +48,7 @@ class Policy {
     struct Rule {
         Holder holder = Holder::everybody;
         uint32_t id = 0;
-        std::vector<std::string> capabilities; /**< "*" stands for every one. */
+        std::vector<std::string> capabilities; // "*" stands for every one.
     };
 
     static std::optional<Rule> parse_rule(std::string_view line, std::string &what);
@@ -58,20 +56,18 @@ class Policy {
     std::vector<Rule> rules_;
 };
 
-/** A question to the device: does this user or group hold these capabilities? */
+// A question to the device: does this user or group hold these capabilities?
 struct CheckLine {
     uint32_t uid = 0;
     uint32_t gid = 0;
-    std::vector<std::string_view> capabilities; /**< As listed, empty ones and repeats included. */
+    std::vector<std::string_view> capabilities; // As listed, empty ones and repeats included.
 };
 
-/**
- * Reads "chkcap UID,GID,LIST", the list joined by commas. The entries point into `line`.
- * @return nothing for any other text, one with control characters in it, or one too long.
- */
+// Reads "chkcap UID,GID,LIST", the list joined by commas. The entries point into `line`.
+// @return nothing for any other text, one with control characters in it, or one too long.
 std::optional<CheckLine> parse_check_line(std::string_view line);
 
-/** How many of the listed capabilities are granted. */
+// How many of the listed capabilities are granted.
 int count_granted(const Policy &policy, const CheckLine &check);
 
 } // namespace vantro::grantor

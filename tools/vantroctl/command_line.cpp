@@ -33,17 +33,15 @@ Exit codes:
 constexpr double timeout_max_s = 86400;
 constexpr size_t player_name_max = 31;
 
-/** Levels of a tree unless it is told: enough to see what there is, on one screen. */
+// Levels of a tree unless it is told: enough to see what there is, on one screen.
 constexpr int depth_default = 2;
-/** A service may well give a tree that bites its own tail. */
+// A service may well give a tree that bites its own tail.
 constexpr int depth_max = 64;
 
 constexpr int32_t number_max = std::numeric_limits<int32_t>::max();
 
-/**
- * A check for whole numbers. The one that comes with the option's type shows its end to users, and
- * takes a padded number for an octal one.
- */
+// A check for whole numbers. The one that comes with the option's type shows its end to users, and
+// takes a padded number for an octal one.
 auto whole_number(int32_t least, int32_t most = number_max) {
     return [=](const std::string &text) {
         int64_t number = 0;

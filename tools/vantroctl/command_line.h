@@ -1,4 +1,4 @@
-/** What the tool is told on its command line. */
+// What the tool is told on its command line.
 #ifndef VANTRO_TOOLS_VANTROCTL_COMMAND_LINE_H
 #define VANTRO_TOOLS_VANTROCTL_COMMAND_LINE_H
 
@@ -17,23 +17,23 @@ namespace vantro::ctl {
 struct Options {
     ClientOptions client;
     ListOptions list;
-    std::string argument; /**< Of a command that takes one. */
+    std::string argument; // Of a command that takes one.
     std::optional<std::string> node;
-    std::vector<std::string> words; /**< Of a search; keys of info. */
+    std::vector<std::string> words; // Of a search; keys of info.
     std::string filter;
-    int32_t number = 1; /**< Of a track, from 1. */
+    int32_t number = 1; // Of a track, from 1.
     bool play = false;
-    std::vector<std::string> players = {"main"}; /**< More than one only of watch. */
+    std::vector<std::string> players = {"main"}; // More than one only of watch.
     bool live = false;
-    bool verbose = false; /**< Show the library's log on standard error. */
+    bool verbose = false; // Show the library's log on standard error.
 };
 
-/** Judges every argument before anything is sent. */
+// Judges every argument before anything is sent.
 class CommandLine {
   public:
     explicit CommandLine(Options &options);
 
-    /** @throws CLI::ParseError, also for --help and --version. */
+    // @throws CLI::ParseError, also for --help and --version.
     void parse(int argc, char **argv);
 
     std::string verb() const { return app_.get_subcommands().front()->get_name(); }

@@ -1,4 +1,4 @@
-/** vantroctl: tells a player what to do, and shows what it is doing and what there is to play. */
+// vantroctl: tells a player what to do, and shows what it is doing and what there is to play.
 #include <algorithm>
 #include <cstdio>
 #include <exception>

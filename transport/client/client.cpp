@@ -31,16 +31,18 @@ TransportHeader request_header(const MsgClient &client, int kind) {
 int exchange(const MsgClient &client, TransportHeader *header, const iovec *send, int send_count,
              const iovec *reply, int reply_count) {
     const HeaderedParts out(header, send, send_count);
-    if (!out)
+    if (!out) {
         return errno;
+    }
     int status;
     if (reply_count == NO_REPLY) {
         status = ipc_send(client.connection, out.data(), out.count(), nullptr, 0);
     } else {
         // The reply header lands in the request header, which has left by then.
         const HeaderedParts in(header, reply, reply_count);
-        if (!in)
+        if (!in) {
             return errno;
+        }
         status = ipc_send(client.connection, out.data(), out.count(), in.data(), in.count());
     }
     return status == -1 ? errno : status;
@@ -52,22 +54,24 @@ constexpr char PATH_FORMAT[] = "/sys/csm/%s/%s";
 constexpr size_t PATH_PREFIX = sizeof "/sys/" - 1; // a global name is the path without it
 
 void close_connection(const MsgClient &client) {
-    if (client.opened_by_path)
+    if (client.opened_by_path) {
         platform_close(client.connection);
-    else
+    } else {
         global_name_close(client.connection);
+    }
 }
 
-/** Connects by path, else by global name. @return 0, or -1 with the global name's errno. */
+// Connects by path, else by global name. @return 0, or -1 with the global name's errno.
 int connect_service(MsgClient *client, const char *path) {
     client->connection = platform_open(path, O_RDWR);
     client->opened_by_path = client->connection != -1;
-    if (!client->opened_by_path)
+    if (!client->opened_by_path) {
         client->connection = global_name_open(path + PATH_PREFIX, 0);
+    }
     return client->connection == -1 ? -1 : 0;
 }
 
-/** The open request. @return 0, or an error number. */
+// The open request. @return 0, or an error number.
 int handshake(MsgClient *client, size_t name_length, uint16_t code) {
     TransportHeader header = request_header(*client, MSG_KIND_OPEN);
     header.code = code;
@@ -77,8 +81,10 @@ int handshake(MsgClient *client, size_t name_length, uint16_t code) {
     const iovec request[] = {{&header, HEADER_BYTES}, name};
     const iovec reply = {&header, HEADER_BYTES};
     const int status = ipc_send(client->connection, request, 2, &reply, 1);
-    if (status != 0) // an open has no status of its own: whoever sends one speaks another protocol
+    if (status !=
+        0) { // an open has no status of its own: whoever sends one speaks another protocol
         return status == -1 ? errno : EPROTO;
+    }
     client->service_index = header.service_index;
     client->open_index = header.open_index;
     client->pulse_channel = -1;
@@ -86,31 +92,33 @@ int handshake(MsgClient *client, size_t name_length, uint16_t code) {
     return 0;
 }
 
-/**
- * Makes the lengths of a request's vectors fit their 32-bit fields.
- * @return 0, or what the exchange gives without being tried.
- */
+// Makes the lengths of a request's vectors fit their 32-bit fields.
+// @return 0, or what the exchange gives without being tried.
 int set_lengths(TransportHeader *header, const iovec *send, int send_count, const iovec *reply,
                 int reply_count) {
-    if (send_count < 0 || send_count > PARTS_MAX || reply_count < 0 || reply_count > PARTS_MAX)
+    if (send_count < 0 || send_count > PARTS_MAX || reply_count < 0 || reply_count > PARTS_MAX) {
         return EINVAL;
+    }
     const uint64_t send_length = sum_parts(send, send_count);
     const uint64_t reply_length = sum_parts(reply, reply_count);
-    if (send_length > UINT32_MAX || reply_length > UINT32_MAX)
+    if (send_length > UINT32_MAX || reply_length > UINT32_MAX) {
         return EMSGSIZE;
+    }
     header->send_length = static_cast<uint32_t>(send_length);
     header->reply_length = static_cast<uint32_t>(reply_length);
     return 0;
 }
 
-/** An exchange whose answer goes to the caller: putget and get. */
+// An exchange whose answer goes to the caller: putget and get.
 int answered_exchange(MsgClient *client, TransportHeader *header, const iovec *send, int send_count,
                       const iovec *reply, int reply_count, uint32_t *answer_length) {
     int result = set_lengths(header, send, send_count, reply, reply_count);
-    if (result == 0)
+    if (result == 0) {
         result = exchange(*client, header, send, send_count, reply, reply_count);
-    if (answer_length)
+    }
+    if (answer_length) {
         *answer_length = header->reply_length;
+    }
     return result;
 }
 
@@ -124,8 +132,9 @@ MsgClient *msgclient_open(const char *service_name, const char *instance, uint16
         errno = EINVAL;
         return nullptr;
     }
-    if (!instance)
+    if (!instance) {
         instance = "default";
+    }
     const size_t name_length = strnlen(service_name, MSG_SERVICE_NAME_MAX + 1);
     const size_t instance_length = strnlen(instance, MSG_NAME_AND_INSTANCE_MAX + 1);
     if (name_length > MSG_SERVICE_NAME_MAX ||
@@ -148,8 +157,9 @@ MsgClient *msgclient_open(const char *service_name, const char *instance, uint16
         error = errno;
     } else {
         error = handshake(client, name_length, code);
-        if (error == 0)
+        if (error == 0) {
             return client;
+        }
         close_connection(*client);
     }
     std::free(client);
@@ -158,8 +168,9 @@ MsgClient *msgclient_open(const char *service_name, const char *instance, uint16
 }
 
 int msgclient_close(MsgClient *client) {
-    if (!client)
+    if (!client) {
         return 0;
+    }
     TransportHeader header = request_header(*client, MSG_KIND_CLOSE);
     header.send_length = HEADER_BYTES;
     ipc_send_simple(client->connection, &header, sizeof header, nullptr, 0);
@@ -179,8 +190,9 @@ int msgclient_putget(MsgClient *client, const void *send, uint32_t send_length, 
 
 int msgclient_putgetv(MsgClient *client, const iovec *send, int send_count, const iovec *reply,
                       int reply_count, uint32_t *answer_length, uint16_t code) {
-    if (!client)
+    if (!client) {
         return EINVAL;
+    }
     TransportHeader header = request_header(*client, MSG_KIND_PUTGET);
     header.code = code;
     return answered_exchange(client, &header, send, send_count, reply, reply_count, answer_length);
@@ -193,12 +205,14 @@ int msgclient_put(MsgClient *client, uint32_t tag, const void *data, uint32_t le
 }
 
 int msgclient_putv(MsgClient *client, uint32_t tag, const iovec *parts, int count, uint16_t code) {
-    if (!client)
+    if (!client) {
         return EINVAL;
+    }
     TransportHeader header = request_header(*client, MSG_KIND_PUT);
     const int refused = set_lengths(&header, parts, count, nullptr, 0);
-    if (refused)
+    if (refused) {
         return refused;
+    }
     header.code = code;
     header.tag = tag;
     header.reply_length = PUT_REPLY_LENGTH;
@@ -213,8 +227,9 @@ int msgclient_get(MsgClient *client, uint32_t tag, void *reply, uint32_t reply_l
 
 int msgclient_getv(MsgClient *client, uint32_t tag, const iovec *reply, int reply_count,
                    uint32_t *answer_length, uint16_t code) {
-    if (!client)
+    if (!client) {
         return EINVAL;
+    }
     TransportHeader header = request_header(*client, MSG_KIND_GET);
     header.code = code;
     header.tag = tag;

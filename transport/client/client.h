@@ -1,4 +1,4 @@
-/** What the files of the client half share. */
+// What the files of the client half share.
 #ifndef VANTRO_TRANSPORT_CLIENT_CLIENT_H
 #define VANTRO_TRANSPORT_CLIENT_CLIENT_H
 
@@ -6,21 +6,19 @@
 
 namespace vantro::transport {
 
-/** Count of a reply vector: the exchange takes no reply data, not even a header. */
+// Count of a reply vector: the exchange takes no reply data, not even a header.
 inline constexpr int NO_REPLY = -1;
 
-/** A header of that kind with the client's two indices. */
+// A header of that kind with the client's two indices.
 TransportHeader request_header(const MsgClient &client, int kind);
 
-/**
- * One exchange: the header and `send` go out, the reply's header comes back into `header` and the
- * rest into `reply`.
- * @return the reply status, or the error number.
- */
+// One exchange: the header and `send` go out, the reply's header comes back into `header` and the
+// rest into `reply`.
+// @return the reply status, or the error number.
 int exchange(const MsgClient &client, TransportHeader *header, const iovec *send, int send_count,
              const iovec *reply, int reply_count);
 
-/** Releases what there is of the private pulse channel and marks it as gone. Keeps errno. */
+// Releases what there is of the private pulse channel and marks it as gone. Keeps errno.
 void release_pulse_channel(MsgClient *client);
 
 } // namespace vantro::transport

@@ -33,8 +33,9 @@ constexpr int PULSE_CODE = 0;
 } // namespace
 
 int msgclient_notify(MsgClient *client, uint32_t queue_limit, const ipc_event *event) {
-    if (!client || !event)
+    if (!client || !event) {
         return EINVAL;
+    }
     TransportHeader header = request_header(*client, MSG_KIND_NOTIFY);
     header.send_length = EVENT_BYTES;
     header.reply_length = queue_limit;
@@ -43,12 +44,14 @@ int msgclient_notify(MsgClient *client, uint32_t queue_limit, const ipc_event *e
 }
 
 int msgclient_notify_pulse(MsgClient *client, uint32_t queue_limit) {
-    if (!client)
+    if (!client) {
         return EINVAL;
+    }
     release_pulse_channel(client);
     client->pulse_channel = channel_create(CHANNEL_FIXED_PRIORITY);
-    if (client->pulse_channel == -1)
+    if (client->pulse_channel == -1) {
         return -1;
+    }
     client->pulse_connection = connect_attach(0, 0, client->pulse_channel, 0, 0);
     if (client->pulse_connection == -1) {
         // A channel that no pulse can reach would make a waiting thread wait for ever.
@@ -65,7 +68,8 @@ int msgclient_notify_pulse(MsgClient *client, uint32_t queue_limit) {
 
 uint32_t msgclient_wait_pulse(MsgClient *client) {
     ipc_pulse pulse;
-    if (!client || ipc_receive_pulse(client->pulse_channel, &pulse, sizeof pulse, nullptr) == -1)
+    if (!client || ipc_receive_pulse(client->pulse_channel, &pulse, sizeof pulse, nullptr) == -1) {
         return 0;
+    }
     return static_cast<uint32_t>(pulse.value);
 }

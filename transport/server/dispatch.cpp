@@ -14,7 +14,7 @@
 namespace vantro::transport {
 namespace {
 
-/** One message in the hands of a server thread. */
+// One message in the hands of a server thread.
 struct Dispatch {
     MsgServer *server;
     MsgContext *context;
@@ -23,7 +23,7 @@ struct Dispatch {
     bool path_mode() const { return server->flags & MSGSERVER_FLAG_PATH; }
     int receive_id() const { return context->receive_id; }
 
-    /** Answers with an error, without the lock. */
+    // Answers with an error, without the lock.
     void refuse(int error) const {
         lock.release();
         ipc_error(receive_id(), error);
@@ -32,7 +32,7 @@ struct Dispatch {
     void accept() const { ipc_reply(receive_id(), 0, nullptr, 0); }
 };
 
-/** The reference that a dispatch step holds of its open record, dropped at the step's end. */
+// The reference that a dispatch step holds of its open record, dropped at the step's end.
 class StepReference {
   public:
     explicit StepReference(MsgOsb *open) : open_(open) {}
@@ -45,7 +45,7 @@ class StepReference {
     MsgOsb *open_;
 };
 
-/** Tells the path framework whose message the thread has. */
+// Tells the path framework whose message the thread has.
 path_context *framework_view(const Dispatch &now) {
     path_context *framework = now.context->framework_context;
     framework->receive_id = now.context->receive_id;
@@ -53,18 +53,21 @@ path_context *framework_view(const Dispatch &now) {
     return framework;
 }
 
-/** Closes every open of a connection that vanished. Close handlers run with the lock held. */
+// Closes every open of a connection that vanished. Close handlers run with the lock held.
 void sweep(MsgServer *server, int32_t conn_id) {
     for (int32_t i = 0; i < server->services->slot_count; i++) {
         auto *service = static_cast<MsgService *>(_array_get(server->services, i));
         for (int32_t j = 0; service && j < service->opens->slot_count; j++) {
             auto *open = static_cast<MsgOsb *>(_array_get(service->opens, j));
-            if (!open || open->conn_id != conn_id)
+            if (!open || open->conn_id != conn_id) {
                 continue;
-            if (!open->closed)
+            }
+            if (!open->closed) {
                 service->open_count--;
-            if (service->close_cb)
+            }
+            if (service->close_cb) {
                 service->close_cb(open, nullptr, service);
+            }
             if (open->inuse == 0) {
                 free_open(open);
             } else {
@@ -80,8 +83,9 @@ void dispatch_pulse(const Dispatch &now) {
     std::memcpy(&pulse, now.context->header, sizeof pulse);
     if (pulse.code == PULSE_CODE_DISCONNECT) {
         sweep(now.server, pulse.conn_id);
-        if (!now.path_mode()) // in path mode the framework has something to release there first
+        if (!now.path_mode()) { // in path mode the framework has something to release there first
             connect_detach(pulse.conn_id);
+        }
     }
     now.lock.release();
     if (now.path_mode()) {
@@ -92,7 +96,7 @@ void dispatch_pulse(const Dispatch &now) {
     }
 }
 
-/** Copies the message in hand into the framework's buffer. @return 0, or -1 with errno. */
+// Copies the message in hand into the framework's buffer. @return 0, or -1 with errno.
 int copy_to_framework(const MsgContext &context, path_context *framework) {
     const size_t length =
         std::min(static_cast<size_t>(context.info.msg_length), framework->message_max);
@@ -100,20 +104,22 @@ int copy_to_framework(const MsgContext &context, path_context *framework) {
                       HEADER_BYTES) { // there may be more of it than the receive buffer took
         const ssize_t count =
             ipc_read(context.receive_id, framework->message, framework->message_max, 0);
-        if (count == -1)
+        if (count == -1) {
             return -1;
+        }
         framework->message_length = static_cast<size_t>(count);
         return 0;
     }
     const size_t head = std::min(length, size_t(HEADER_BYTES));
     std::memcpy(framework->message, context.header, head);
-    if (length > head)
+    if (length > head) {
         std::memcpy(framework->message + head, context.payload, length - head);
+    }
     framework->message_length = length;
     return 0;
 }
 
-/** What is not a transport message: the path framework's, or nobody's. */
+// What is not a transport message: the path framework's, or nobody's.
 void dispatch_foreign(const Dispatch &now) {
     if (!now.path_mode()) {
         ipc_error(now.receive_id(), ENOSYS); // with the lock held; an error never blocks
@@ -129,25 +135,27 @@ void dispatch_foreign(const Dispatch &now) {
 }
 
 bool is_transport(const MsgContext &context) {
-    if (context.info.msg_length < HEADER_BYTES)
+    if (context.info.msg_length < HEADER_BYTES) {
         return false;
+    }
     const uint16_t word = first_word(context.header);
     return word >= kind_word(MSG_KIND_OPEN) && word <= kind_word(MSG_KIND_GET);
 }
 
-/** The name in an open request, or null where no NUL ends it within the bytes received. */
+// The name in an open request, or null where no NUL ends it within the bytes received.
 const char *requested_name(const MsgContext &context) {
     const auto received = static_cast<size_t>(payload_received(context));
     return static_cast<const char *>(std::memchr(context.payload, '\0', received) ? context.payload
                                                                                   : nullptr);
 }
 
-/** @return 0, or the error number that refuses the open. */
+// @return 0, or the error number that refuses the open.
 int check_path_access(const Dispatch &now, const MsgService &service) {
     ipc_credentials client = {};
     const int32_t conn_id = now.context->info.conn_id;
-    if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1)
+    if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1) {
         return EACCES;
+    }
     // The framework finds all of the client's groups through its own view of the message.
     path_context *framework = framework_view(now);
     path_attr_lock(service.attr);
@@ -165,14 +173,16 @@ bool has_too_many_opens(const MsgService &service, int32_t conn_id) {
     return count >= OPENS_PER_CONNECTION_MAX;
 }
 
-/** Makes the open record, with one reference. @return null where there is no room for it. */
+// Makes the open record, with one reference. @return null where there is no room for it.
 MsgOsb *make_open(const Dispatch &now, MsgService *service) {
     const int32_t conn_id = now.context->info.conn_id;
-    if (has_too_many_opens(*service, conn_id))
+    if (has_too_many_opens(*service, conn_id)) {
         return nullptr;
+    }
     const int32_t index = _array_add(service->opens, sizeof(MsgOsb));
-    if (index < 0)
+    if (index < 0) {
         return nullptr;
+    }
     if (index > INT16_MAX) { // the client could not name it
         _array_del(service->opens, index);
         return nullptr;
@@ -194,12 +204,14 @@ MsgOsb *make_open(const Dispatch &now, MsgService *service) {
 void dispatch_open(const Dispatch &now, MsgService *service) {
     if (service->attr) {
         const int refused = check_path_access(now, *service);
-        if (refused != 0)
+        if (refused != 0) {
             return now.refuse(refused);
+        }
     }
     MsgOsb *open = make_open(now, service);
-    if (!open)
+    if (!open) {
         return now.refuse(ENOMEM);
+    }
     now.lock.release();
     const StepReference reference(open);
     if (service->open_cb) {
@@ -217,19 +229,22 @@ void dispatch_open(const Dispatch &now, MsgService *service) {
 }
 
 void dispatch_close(const Dispatch &now, MsgService *service, MsgOsb *open) {
-    if (open->closed)
+    if (open->closed) {
         return now.refuse(ENOENT);
+    }
     service->open_count--;
     open->closed = 1;
     now.lock.release();
-    if (service->close_cb)
+    if (service->close_cb) {
         service->close_cb(open, now.context, service);
+    }
     now.accept();
 }
 
 void dispatch_notify(const Dispatch &now, MsgOsb *open) {
-    if (payload_received(*now.context) < EVENT_BYTES)
+    if (payload_received(*now.context) < EVENT_BYTES) {
         return now.refuse(EINVAL);
+    }
     const auto wanted = static_cast<int32_t>(now.context->header->reply_length);
     open->queue_limit = std::min(std::max(wanted, 1), now.server->queue_max);
     std::memcpy(&open->event, now.context->payload, sizeof open->event);
@@ -244,10 +259,12 @@ void dispatch_putget(const Dispatch &now, MsgService *service, MsgOsb *open) {
 }
 
 void dispatch_put(const Dispatch &now, MsgService *service, MsgOsb *open) {
-    if (open->queued >= open->queue_limit)
+    if (open->queued >= open->queue_limit) {
         return now.refuse(EAGAIN);
-    if (now.context->header->tag == 0)
+    }
+    if (now.context->header->tag == 0) {
         return now.refuse(EINVAL);
+    }
     open->inuse++; // for the answer, whose sender drops it
     now.lock.release();
     now.accept();
@@ -281,8 +298,9 @@ using namespace vantro::transport;
 
 int32_t msgserver_dispatch(MsgServer *server) {
     MsgContext *context = context_of(server);
-    if (!context || context->receive_id < 0)
+    if (!context || context->receive_id < 0) {
         return -1;
+    }
     ServerLock lock(server);
     const Dispatch now = {server, context, lock};
     if (context->receive_id == 0) {
@@ -296,11 +314,12 @@ int32_t msgserver_dispatch(MsgServer *server) {
     const bool opening = context->header->kind == MSG_KIND_OPEN;
     MsgService *service = opening ? lookup(server, requested_name(*context), -1)
                                   : lookup(server, nullptr, context->info.conn_id);
-    if (!service)
+    if (!service) {
         now.refuse(ENOENT);
-    else if (opening)
+    } else if (opening) {
         dispatch_open(now, service);
-    else
+    } else {
         dispatch_request(now, service);
+    }
     return 0;
 }

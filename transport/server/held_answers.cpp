@@ -17,18 +17,19 @@ uint8_t *answer_bytes(MsgPending *pending) {
     return reinterpret_cast<uint8_t *>(pending + 1);
 }
 
-/**
- * Whether a record may hold one more answer: its first, whatever its length; as many as its
- * client was granted; and beyond that only so much that a client which never fetches stays cheap.
- */
+// Whether a record may hold one more answer: its first, whatever its length; as many as its
+// client was granted; and beyond that only so much that a client which never fetches stays cheap.
 bool may_hold(const MsgOsb &open, int32_t length) {
-    if (open.queued == 0 || open.queued < open.queue_limit)
+    if (open.queued == 0 || open.queued < open.queue_limit) {
         return true;
-    if (open.queued > HELD_ANSWERS_MAX)
+    }
+    if (open.queued > HELD_ANSWERS_MAX) {
         return false;
+    }
     int64_t further = length;
-    for (const MsgPending *held = open.pending; held->next; held = held->next)
+    for (const MsgPending *held = open.pending; held->next; held = held->next) {
         further += held->length;
+    }
     return further <= HELD_BYTES_MAX;
 }
 
@@ -47,30 +48,34 @@ MsgPending *unlink(MsgOsb *open, MsgPending **place) {
 
 MsgPending *gather(int32_t status, uint32_t tag, const iovec *parts, int32_t count) {
     const uint64_t length = sum_parts(parts, count);
-    if (length > INT32_MAX)
+    if (length > INT32_MAX) {
         return nullptr;
+    }
     auto *pending =
         static_cast<MsgPending *>(std::malloc(sizeof(MsgPending) + static_cast<size_t>(length)));
-    if (!pending)
+    if (!pending) {
         return nullptr;
+    }
     pending->tag = tag;
     pending->length = static_cast<int32_t>(length);
     pending->status = status;
     uint8_t *to = answer_bytes(pending);
     for (int32_t i = 0; i < count; i++) {
-        if (parts[i].iov_len == 0)
+        if (parts[i].iov_len == 0) {
             continue;
+        }
         std::memcpy(to, parts[i].iov_base, parts[i].iov_len);
         to += parts[i].iov_len;
     }
     return pending;
 }
 
-/** The link to the newest answer of that tag, or to the null at the end. */
+// The link to the newest answer of that tag, or to the null at the end.
 MsgPending **find(MsgOsb *open, uint32_t tag) {
     MsgPending **place = &open->pending;
-    while (*place && (*place)->tag != tag)
+    while (*place && (*place)->tag != tag) {
         place = &(*place)->next;
+    }
     return place;
 }
 
@@ -79,14 +84,16 @@ MsgPending **find(MsgOsb *open, uint32_t tag) {
 int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count,
                   const MsgPending **held) {
     MsgPending *pending = gather(status, tag, parts, count);
-    if (!pending)
+    if (!pending) {
         return ENOMEM;
+    }
     {
         const ServerLock lock(open->server);
         if (may_hold(*open, pending->length)) {
             link(open, pending);
-            if (held)
+            if (held) {
                 *held = pending;
+            }
             return 0;
         }
     }

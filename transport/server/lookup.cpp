@@ -14,20 +14,23 @@ namespace {
 
 int capabilities_demanded(const char *list) {
     int count = 1;
-    for (; *list; list++)
+    for (; *list; list++) {
         count += *list == ',';
+    }
     return count;
 }
 
-/** Asks the grantor device whether a client holds every capability that a service demands. */
+// Asks the grantor device whether a client holds every capability that a service demands.
 bool capabilities_granted(const MsgServer &server, const MsgService &service, int32_t conn_id) {
     ipc_credentials client = {};
-    if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1)
+    if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1) {
         return false; // nobody vouches for the client, so it holds nothing
+    }
     char *line = nullptr;
     const int length = asprintf(&line, "chkcap %u,%u,%s", client.uid, client.gid, service.options);
-    if (length < 0)
+    if (length < 0) {
         return false;
+    }
     const ssize_t granted = platform_write(server.grantor_fd, line, static_cast<size_t>(length));
     std::free(line);
     return granted == capabilities_demanded(service.options);
@@ -38,28 +41,30 @@ MsgService *service_named(MsgServer *server, const char *name, MsgContext *conte
     int32_t index = 0;
     for (; index < server->services->slot_count; index++) {
         service = static_cast<MsgService *>(_array_get(server->services, index));
-        if (service && std::strcmp(service->name, name) == 0)
+        if (service && std::strcmp(service->name, name) == 0) {
             break;
+        }
     }
-    if (index == server->services->slot_count)
+    if (index == server->services->slot_count) {
         return nullptr;
+    }
     context->header->service_index = static_cast<int16_t>(index);
     context->header->open_index = 0;
     if ((server->flags & MSGSERVER_FLAG_NOCHECK) || service->options[0] == '\0' ||
-        capabilities_granted(*server, *service, context->info.conn_id))
+        capabilities_granted(*server, *service, context->info.conn_id)) {
         return service;
+    }
     return nullptr;
 }
 
-/**
- * The ids must name an open of that very connection, for they are guessable and the connection is
- * not; and one that was accepted, or a client that its open handler refused would be served.
- */
+// The ids must name an open of that very connection, for they are guessable and the connection is
+// not; and one that was accepted, or a client that its open handler refused would be served.
 MsgService *service_of_open(const MsgServer &server, const TransportHeader &header,
                             int32_t conn_id) {
     auto *service = static_cast<MsgService *>(_array_get(server.services, header.service_index));
-    if (!service)
+    if (!service) {
         return nullptr;
+    }
     const auto *open = static_cast<MsgOsb *>(_array_get(service->opens, header.open_index));
     return open && open->conn_id == conn_id && !open->unaccepted ? service : nullptr;
 }
@@ -68,10 +73,12 @@ MsgService *service_of_open(const MsgServer &server, const TransportHeader &head
 
 MsgService *lookup(MsgServer *server, const char *name, int32_t conn_id) {
     MsgContext *context = context_of(server);
-    if (!context)
+    if (!context) {
         return nullptr;
-    if (conn_id != -1)
+    }
+    if (conn_id != -1) {
         return service_of_open(*server, *context->header, conn_id);
+    }
     return name ? service_named(server, name, context) : nullptr;
 }
 

@@ -19,8 +19,9 @@ MsgContext *context_of(const MsgServer *server) {
 
 void destructer(void *context) {
     auto *mine = static_cast<MsgContext *>(context);
-    if (!mine)
+    if (!mine) {
         return;
+    }
     std::free(mine->header);
     path_context_free(mine->framework_context);
     std::free(mine);
@@ -28,20 +29,23 @@ void destructer(void *context) {
 
 namespace {
 
-/** Fills an empty context. @return false where something could not be had. */
+// Fills an empty context. @return false where something could not be had.
 bool fill_context(MsgContext *context, MsgServer *server) {
     const int64_t capacity = round_capacity(__atomic_load_n(&server->recv_size, __ATOMIC_RELAXED));
-    if (capacity > INT32_MAX - HEADER_BYTES)
+    if (capacity > INT32_MAX - HEADER_BYTES) {
         return false;
+    }
     if (server->flags & MSGSERVER_FLAG_PATH) {
         context->framework_context = path_context_alloc(server->dispatch);
-        if (!context->framework_context)
+        if (!context->framework_context) {
             return false;
+        }
     }
     context->payload_size = static_cast<int32_t>(capacity);
     context->header = static_cast<TransportHeader *>(std::malloc(size_t(capacity) + HEADER_BYTES));
-    if (!context->header)
+    if (!context->header) {
         return false;
+    }
     context->payload = behind_header(*context);
     return pthread_setspecific(server->key, context) == 0;
 }
@@ -66,15 +70,16 @@ int receive_into(MsgContext *context, int channel) {
     return ipc_receive(channel, parts, 2, &context->info);
 }
 
-/** Whether the message in hand is a request with a payload of any length. */
+// Whether the message in hand is a request with a payload of any length.
 bool carries_payload(const MsgContext &context) {
-    if (context.receive_id <= 0 || context.info.msg_length < HEADER_BYTES)
+    if (context.receive_id <= 0 || context.info.msg_length < HEADER_BYTES) {
         return false;
+    }
     const uint16_t word = first_word(context.header);
     return word == kind_word(MSG_KIND_PUTGET) || word == kind_word(MSG_KIND_PUT);
 }
 
-/** Answers the message in hand with an error; there is then nothing to dispatch. @return -1. */
+// Answers the message in hand with an error; there is then nothing to dispatch. @return -1.
 int refuse(MsgContext *context, int error) {
     ipc_error(context->receive_id, error);
     context->receive_id = -1;
@@ -82,24 +87,29 @@ int refuse(MsgContext *context, int error) {
     return -1;
 }
 
-/** Makes sure that the payload is there as stated. @return 0, or -1 with the client answered. */
+// Makes sure that the payload is there as stated. @return 0, or -1 with the client answered.
 int complete_payload(MsgServer *server, MsgContext *context) {
     const int64_t stated = context->header->send_length;
     // Refused before the buffer grows: a length that is not backed by bytes costs nobody memory,
     // and what earlier messages left in the buffer is never taken for this one's.
-    if (stated > int64_t(context->info.total_length) - HEADER_BYTES)
+    if (stated > int64_t(context->info.total_length) - HEADER_BYTES) {
         return refuse(context, EIO);
-    if (stated <= context->payload_size)
+    }
+    if (stated <= context->payload_size) {
         return 0;
+    }
     const int64_t wanted = round_capacity(stated);
-    if (wanted > INT32_MAX)
+    if (wanted > INT32_MAX) {
         return refuse(context, EMSGSIZE);
-    if (msgserver_growmsg(server, static_cast<int32_t>(wanted)) == -1)
+    }
+    if (msgserver_growmsg(server, static_cast<int32_t>(wanted)) == -1) {
         return refuse(context, errno);
+    }
     const ssize_t count =
         ipc_read(context->receive_id, context->payload, static_cast<size_t>(stated), HEADER_BYTES);
-    if (count == -1)
+    if (count == -1) {
         return refuse(context, errno);
+    }
     return count < stated ? refuse(context, EIO) : 0;
 }
 
@@ -110,14 +120,17 @@ using namespace vantro::transport;
 
 int32_t msgserver_receive(MsgServer *server) {
     MsgContext *context = context_of(server);
-    if (!context && !(context = make_context(server)))
+    if (!context && !(context = make_context(server))) {
         return -1;
+    }
     context->receive_id =
         receive_into(context, __atomic_load_n(&server->channel, __ATOMIC_RELAXED));
-    if (context->receive_id < 0)
+    if (context->receive_id < 0) {
         return -1;
-    if (carries_payload(*context) && complete_payload(server, context) == -1)
+    }
+    if (carries_payload(*context) && complete_payload(server, context) == -1) {
         return -1;
+    }
     return context->receive_id;
 }
 
@@ -127,15 +140,17 @@ int32_t msgserver_growmsg(MsgServer *server, int32_t size) {
         errno = EINVAL;
         return -1;
     }
-    if (size <= context->payload_size)
+    if (size <= context->payload_size) {
         return context->payload_size;
+    }
     if (context->payload != behind_header(*context) || size > server->max_msg_size) {
         errno = EMSGSIZE;
         return -1;
     }
     void *buffer = std::realloc(context->header, size_t(size) + HEADER_BYTES);
-    if (!buffer)
+    if (!buffer) {
         return -1;
+    }
     context->header = static_cast<TransportHeader *>(buffer);
     context->payload = behind_header(*context);
     context->payload_size = size;
@@ -144,8 +159,9 @@ int32_t msgserver_growmsg(MsgServer *server, int32_t size) {
 
 int32_t msgserver_thread_loop(MsgServer *server) {
     while (__atomic_load_n(&server->stop, __ATOMIC_ACQUIRE) == 0) {
-        if (msgserver_receive(server) != -1)
+        if (msgserver_receive(server) != -1) {
             msgserver_dispatch(server);
+        }
     }
     MsgContext *context = context_of(server);
     pthread_setspecific(server->key, nullptr);

@@ -11,8 +11,9 @@
 namespace vantro::transport {
 
 int refuse(int32_t receive_id, int error) {
-    if (error != ESRCH)
+    if (error != ESRCH) {
         ipc_error(receive_id, error);
+    }
     errno = error;
     return -1;
 }
@@ -23,20 +24,21 @@ int answer(int32_t receive_id, int32_t status, const iovec *parts, int count) {
 
 namespace {
 
-/** Tells a client that the answer of that tag is ready. That it cannot be told is its own loss. */
+// Tells a client that the answer of that tag is ready. That it cannot be told is its own loss.
 void deliver_event(MsgOsb *open, int32_t receive_id, uint32_t tag) {
     ipc_event event;
     {
         const ServerLock lock(open->server);
-        if (open->conn_id == NO_CONNECTION)
+        if (open->conn_id == NO_CONNECTION) {
             return;
+        }
         event = open->event;
     }
     event.value = static_cast<int32_t>(tag);
     ipc_deliver_event(receive_id, &event);
 }
 
-/** Answers the request in `context`; the reference is the caller's to drop. */
+// Answers the request in `context`; the reference is the caller's to drop.
 int32_t answer_request(MsgOsb *open, MsgContext *context, int32_t status, const iovec *parts,
                        int32_t count) {
     TransportHeader *header = context->header;
@@ -49,15 +51,18 @@ int32_t answer_request(MsgOsb *open, MsgContext *context, int32_t status, const 
         deliver_event(open, context->receive_id, header->tag);
         return result;
     }
-    if (length > INT32_MAX)
+    if (length > INT32_MAX) {
         return refuse(context->receive_id, EMSGSIZE);
+    }
     if (static_cast<int32_t>(length) > capacity) {
         const MsgPending *held = nullptr;
-        if (put_queue(open, status, header->tag, parts, count, &held) != 0)
+        if (put_queue(open, status, header->tag, parts, count, &held) != 0) {
             return ENOMEM;
+        }
         const iovec announcement = {header, HEADER_BYTES};
-        if (answer(context->receive_id, MSG_STATUS_QUEUED, &announcement, 1) == 0)
+        if (answer(context->receive_id, MSG_STATUS_QUEUED, &announcement, 1) == 0) {
             return 0;
+        }
         // A client that gave this exchange up, and goes on, would never fetch the answer.
         const int error = errno;
         withdraw(open, held);
@@ -65,8 +70,9 @@ int32_t answer_request(MsgOsb *open, MsgContext *context, int32_t status, const 
         return -1;
     }
     const HeaderedParts reply(header, parts, count);
-    if (!reply)
+    if (!reply) {
         return refuse(context->receive_id, errno);
+    }
     return answer(context->receive_id, status, reply.data(), reply.count());
 }
 
@@ -102,7 +108,8 @@ int32_t callout_reply2(MsgOsb *open, int32_t receive_id, uint32_t tag, int32_t s
 int32_t _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(MsgOsb *open) {
     const ServerLock lock(open->server); // names the server itself: the record may go below
     open->inuse--;
-    if (open->inuse == 0 && open->closed)
+    if (open->inuse == 0 && open->closed) {
         free_open(open);
+    }
     return 0;
 }

@@ -1,19 +1,17 @@
-/**
- * What the files of the server half share.
- *
- * Invariants
- *  - The server lock guards the service table, every table of opens, each open's `inuse`,
- *    `closed`, `unaccepted`, `conn_id`, `queue_limit`, `queued`, `pending` and `event`, and each
- *    service's `open_count`.
- *  - An open record is reached by its indices under the lock only. Whoever goes on with it after
- *    the lock is released holds a reference (`inuse`); a closed record is freed by whoever drops
- *    its last reference, or by the sweep where nobody holds one.
- *  - Lock order: the server lock, then a path attribute record's. The `lock` members of services
- *    and open records are the service's own.
- *  - No handler runs with the server lock held but one: the close handler during the sweep of a
- *    client that vanished. Answers go out without it, except two of header size at most (not a
- *    transport message; held answer too long for a get), and no answer ever blocks.
- */
+// What the files of the server half share.
+//
+// Invariants
+//  - The server lock guards the service table, every table of opens, each open's `inuse`,
+//    `closed`, `unaccepted`, `conn_id`, `queue_limit`, `queued`, `pending` and `event`, and each
+//    service's `open_count`.
+//  - An open record is reached by its indices under the lock only. Whoever goes on with it after
+//    the lock is released holds a reference (`inuse`); a closed record is freed by whoever drops
+//    its last reference, or by the sweep where nobody holds one.
+//  - Lock order: the server lock, then a path attribute record's. The `lock` members of services
+//    and open records are the service's own.
+//  - No handler runs with the server lock held but one: the close handler during the sweep of a
+//    client that vanished. Answers go out without it, except two of header size at most (not a
+//    transport message; held answer too long for a get), and no answer ever blocks.
 #ifndef VANTRO_TRANSPORT_SERVER_SERVER_H
 #define VANTRO_TRANSPORT_SERVER_SERVER_H
 
@@ -29,27 +27,27 @@
 
 namespace vantro::transport {
 
-/** Answers that one open may hold besides its oldest, beyond the queue limit it was granted:
- *  enough for a client whose every thread overflows at once, and no way to fill the server. */
+// Answers that one open may hold besides its oldest, beyond the queue limit it was granted:
+//  enough for a client whose every thread overflows at once, and no way to fill the server.
 inline constexpr int32_t HELD_ANSWERS_MAX = 64;
 
-/** Bytes that those answers may have together. */
+// Bytes that those answers may have together.
 inline constexpr int64_t HELD_BYTES_MAX = 16 * 1024 * 1024;
 
-/** Opens of one service by one connection. A client needs one, and the indices of a service, of
- *  which there are 2^15, are not for one client to use up. */
+// Opens of one service by one connection. A client needs one, and the indices of a service, of
+//  which there are 2^15, are not for one client to use up.
 inline constexpr int32_t OPENS_PER_CONNECTION_MAX = 1024;
 
-/** The connection of an open record whose client vanished while an answer was owed. */
+// The connection of an open record whose client vanished while an answer was owed.
 inline constexpr int32_t NO_CONNECTION = -1;
 
-/** Capacities of receive buffers are multiples of this. */
+// Capacities of receive buffers are multiples of this.
 inline constexpr int32_t CAPACITY_STEP = 1024;
 
-/** The permissions that an open in path mode must have: to read and to write. */
+// The permissions that an open in path mode must have: to read and to write.
 inline constexpr uint32_t OPEN_ACCESS = PATH_ACCESS_READ | PATH_ACCESS_WRITE;
 
-/** The server lock, held until release() or the end of the scope. */
+// The server lock, held until release() or the end of the scope.
 class ServerLock {
   public:
     explicit ServerLock(MsgServer *server) : server_(server) { take(); }
@@ -64,8 +62,9 @@ class ServerLock {
     }
 
     void release() {
-        if (held_)
+        if (held_) {
             pthread_mutex_unlock(&server_->lock);
+        }
         held_ = false;
     }
 
@@ -74,64 +73,58 @@ class ServerLock {
     bool held_ = false;
 };
 
-/** The calling thread's receive context, or null before its first receive. */
+// The calling thread's receive context, or null before its first receive.
 MsgContext *context_of(const MsgServer *server);
 
-/** Frees a receive context; null does nothing. Also the destructor of the server's thread key. */
+// Frees a receive context; null does nothing. Also the destructor of the server's thread key.
 void destructer(void *context);
 
-/** The least multiple of CAPACITY_STEP that is at least `size`. */
+// The least multiple of CAPACITY_STEP that is at least `size`.
 inline int64_t round_capacity(int64_t size) {
     return (size + CAPACITY_STEP - 1) / CAPACITY_STEP * CAPACITY_STEP;
 }
 
-/** Where payloads normally go: directly behind the header. */
+// Where payloads normally go: directly behind the header.
 inline uint8_t *behind_header(const MsgContext &context) {
     return reinterpret_cast<uint8_t *>(context.header) + HEADER_BYTES;
 }
 
-/** Payload bytes that the next message may have without being cut. */
+// Payload bytes that the next message may have without being cut.
 inline size_t payload_capacity(const MsgContext &context) {
     return static_cast<size_t>(std::max(context.payload_size, 0));
 }
 
-/** Payload bytes of the message in hand that lie at `payload`. What is behind them there came
- *  with earlier messages and is nobody's business now. */
+// Payload bytes of the message in hand that lie at `payload`. What is behind them there came
+//  with earlier messages and is nobody's business now.
 inline int32_t payload_received(const MsgContext &context) {
     return std::max(context.info.msg_length - HEADER_BYTES, 0);
 }
 
-/**
- * Finds the service that the message in hand is for, with the server lock held.
- * @param name    of an open request: the service's name, or null where the request holds none.
- * @param conn_id -1 for an open, else the sender's connection id.
- */
+// Finds the service that the message in hand is for, with the server lock held.
+// @param name    of an open request: the service's name, or null where the request holds none.
+// @param conn_id -1 for an open, else the sender's connection id.
 MsgService *lookup(MsgServer *server, const char *name, int32_t conn_id);
 
-/**
- * Copies an answer and holds it as the record's newest. Takes the server lock.
- * @param held receives what is held, for withdraw(); may be null.
- * @return 0, or ENOMEM: no memory, or the record already holds more than its share.
- */
+// Copies an answer and holds it as the record's newest. Takes the server lock.
+// @param held receives what is held, for withdraw(); may be null.
+// @return 0, or ENOMEM: no memory, or the record already holds more than its share.
 int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count,
                   const MsgPending **held = nullptr);
 
-/** Drops an answer that nobody will fetch, where it is still held. Takes the server lock. */
+// Drops an answer that nobody will fetch, where it is still held. Takes the server lock.
 void withdraw(MsgOsb *open, const MsgPending *held);
 
-/** Answers a get, and takes the answer out of the queue where it fits. Takes the server lock. */
+// Answers a get, and takes the answer out of the queue where it fits. Takes the server lock.
 void fetch_answer(MsgOsb *open, const MsgContext &context);
 
-/** Frees a record without references, and its held answers, with the server lock held. */
+// Frees a record without references, and its held answers, with the server lock held.
 void free_open(MsgOsb *open);
 
-/**
- * Sends a client the error for which its answer could not be made, or it would wait for ever; not
- * for ESRCH, when it is gone. @return -1 with errno.
- */
+// Sends a client the error for which its answer could not be made, or it would wait for ever; not
+// for ESRCH, when it is gone. @return -1 with errno.
 int refuse(int32_t receive_id, int error);
 
-/** Answers a message, if need be by refuse(). @return 0, or -1 with errno. */
+// Answers a message, if need be by refuse(). @return 0, or -1 with errno.
 int answer(int32_t receive_id, int32_t status, const iovec *parts, int count);
 
 } // namespace vantro::transport

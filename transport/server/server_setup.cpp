@@ -22,7 +22,7 @@ struct Free {
 };
 using Text = std::unique_ptr<char, Free>;
 
-/** Values that the path framework stores and does not look at. */
+// Values that the path framework stores and does not look at.
 constexpr uint32_t MOUNT_CONFIGURATION = 0x10;
 constexpr unsigned ATTACH_FLAGS = 0x200;
 constexpr int FILE_TYPE_ANY = 0;
@@ -30,7 +30,7 @@ constexpr int FILE_TYPE_ANY = 0;
 constexpr uint32_t NAMED_SPECIAL_FILE = 0x5000;
 constexpr uint32_t PERMISSION_BITS = 0666;
 
-/** What all path-mode services of the process share. */
+// What all path-mode services of the process share.
 struct SharedPathTables {
     path_connect_funcs connect = {};
     path_io_funcs io = {};
@@ -56,11 +56,12 @@ Text format_name(const char *prefix, const char *name, const char *instance) {
     return Text(text);
 }
 
-/** The number behind the first `key`, as strtoll reads it, or `otherwise`. */
+// The number behind the first `key`, as strtoll reads it, or `otherwise`.
 uint32_t option_number(const char *options, const char *key, int base, uint32_t otherwise) {
     const char *found = std::strstr(options, key);
-    if (!found)
+    if (!found) {
         return otherwise;
+    }
     return static_cast<uint32_t>(std::strtoll(found + std::strlen(key), nullptr, base));
 }
 
@@ -97,17 +98,19 @@ bool attach_path(MsgServer *server, MsgService *service, int32_t index, const ch
 
 bool attach_name(MsgServer *server, const MsgService *service, const char *instance) {
     const Text name = format_name("csm/", service->name, instance);
-    if (!name)
+    if (!name) {
         return false;
+    }
     const global_name_attachment *attachment = global_name_attach(server->dispatch, name.get(), 0);
-    if (!attachment)
+    if (!attachment) {
         return false;
+    }
     // Threads that already receive read the channel without the lock.
     __atomic_store_n(&server->channel, attachment->channel, __ATOMIC_RELAXED);
     return true;
 }
 
-/** @return false with errno where there is no memory for the copies. */
+// @return false with errno where there is no memory for the copies.
 bool fill_service(MsgService *service, const char *name, const char *options, MsgHandler request_cb,
                   MsgHandler open_cb, MsgHandler close_cb) {
     service->request_cb = request_cb;
@@ -129,14 +132,16 @@ void discard_service(MsgServer *server, MsgService *service, int32_t index) {
     errno = error;
 }
 
-/** Releases what a server that is not complete has. Keeps errno. */
+// Releases what a server that is not complete has. Keeps errno.
 void discard_server(MsgServer *server) {
     const int error = errno;
     path_dispatch_destroy(server->dispatch);
-    if (server->channel != -1)
+    if (server->channel != -1) {
         channel_destroy(server->channel);
-    if (server->grantor_fd != -1)
+    }
+    if (server->grantor_fd != -1) {
         platform_close(server->grantor_fd);
+    }
     pthread_mutex_destroy(&server->lock);
     std::free(server);
     errno = error;
@@ -144,11 +149,13 @@ void discard_server(MsgServer *server) {
 
 bool make_channel(MsgServer *server) {
     server->channel = channel_create(CHANNEL_UNBLOCK | CHANNEL_DISCONNECT);
-    if (server->channel == -1)
+    if (server->channel == -1) {
         return false;
+    }
     server->dispatch = path_dispatch_create(server->channel, 0);
-    if (!server->dispatch)
+    if (!server->dispatch) {
         return false;
+    }
     const int error = pthread_key_create(&server->key, destructer);
     errno = error ? error : errno;
     return error == 0;
@@ -161,15 +168,17 @@ using namespace vantro::transport;
 
 MsgServer *msgserver_create(int32_t max_msg_size, int32_t queue_max, int32_t flags) {
     auto *server = static_cast<MsgServer *>(std::calloc(1, sizeof(MsgServer)));
-    if (!server)
+    if (!server) {
         return nullptr;
+    }
     pthread_mutex_init(&server->lock, nullptr);
     server->services = &server->service_table;
     server->channel = -1;
     server->grantor_fd = -1;
     server->flags = static_cast<uint32_t>(flags);
-    if (server->flags & MSGSERVER_FLAG_PATH)
+    if (server->flags & MSGSERVER_FLAG_PATH) {
         server->flags |= MSGSERVER_FLAG_NOCHECK;
+    }
     if (!(server->flags & MSGSERVER_FLAG_NOCHECK)) {
         server->grantor_fd = platform_open("/dev/grantor", O_RDWR);
         if (server->grantor_fd == -1) {
@@ -198,14 +207,18 @@ int32_t msgserver_add(MsgServer *server, const char *name, const char *instance,
         errno = EINVAL;
         return -1;
     }
-    if (!instance)
+    if (!instance) {
         instance = "default";
+    }
     const ServerLock lock(server);
     const int32_t index = _array_add(server->services, sizeof(MsgService));
-    if (index < 0)
+    if (index < 0) {
         return -1;
-    if (recv_size > server->recv_size) // a thread that makes its context reads it without the lock
+    }
+    if (recv_size >
+        server->recv_size) { // a thread that makes its context reads it without the lock
         __atomic_store_n(&server->recv_size, recv_size, __ATOMIC_RELAXED);
+    }
 
     auto *service = static_cast<MsgService *>(_array_get(server->services, index));
     bool attached = fill_service(service, name, options, request_cb, open_cb, close_cb);
@@ -213,10 +226,11 @@ int32_t msgserver_add(MsgServer *server, const char *name, const char *instance,
         errno = ENOMEM;
         attached = false;
     }
-    if (attached)
+    if (attached) {
         attached = server->flags & MSGSERVER_FLAG_PATH
                        ? attach_path(server, service, index, instance)
                        : attach_name(server, service, instance);
+    }
     if (!attached) {
         discard_service(server, service, index);
         return -1;

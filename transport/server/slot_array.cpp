@@ -23,8 +23,9 @@ bool grow(SlotArray *array) {
     }
     const size_t count = size_t(array->slot_count) + SLOT_STEP;
     auto **slots = static_cast<void **>(std::realloc(array->slots, count * sizeof(void *)));
-    if (!slots)
+    if (!slots) {
         return false;
+    }
     std::fill(slots + array->slot_count, slots + count, nullptr);
     array->slots = slots;
     array->slot_count += SLOT_STEP;
@@ -39,12 +40,14 @@ int32_t _array_add(SlotArray *array, int32_t size) {
         return -1;
     }
     const int32_t index = free_slot(*array);
-    if (index == array->slot_count && !grow(array))
+    if (index == array->slot_count && !grow(array)) {
         return -1;
+    }
     // Where there is no memory for the element a larger table would not help: the slot stays free.
     void *element = std::calloc(1, std::max(size, 1));
-    if (!element)
+    if (!element) {
         return -1;
+    }
     array->slots[index] = element;
     return index;
 }
@@ -55,8 +58,9 @@ void *_array_get(const SlotArray *array, int32_t index) {
 
 int32_t _array_del(SlotArray *array, int32_t index) {
     void *element = _array_get(array, index);
-    if (!element)
+    if (!element) {
         return -1;
+    }
     array->slots[index] = nullptr;
     std::free(element);
     return 0;

@@ -8,7 +8,7 @@
 
 namespace vantro::platform {
 
-/** Owns a shared mapping of a file. */
+// Owns a shared mapping of a file.
 class Mapping {
   public:
     Mapping() = default;

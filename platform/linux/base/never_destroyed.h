@@ -5,10 +5,8 @@
 
 namespace vantro::platform {
 
-/**
- * An object that is never destroyed: other threads may use it while the process ends. It lies in
- * the library's own memory, which goes when the library is unloaded; what it holds then is lost.
- */
+// An object that is never destroyed: other threads may use it while the process ends. It lies in
+// the library's own memory, which goes when the library is unloaded; what it holds then is lost.
 template <typename Object>
 class Kept {
   public:

@@ -7,14 +7,14 @@
 
 namespace vantro::platform {
 
-/** Closes a descriptor once, and never again after EINTR: the number is then free. */
+// Closes a descriptor once, and never again after EINTR: the number is then free.
 inline void close_descriptor(int fd) {
     if (fd >= 0) {
         ::close(fd);
     }
 }
 
-/** Owns a descriptor. */
+// Owns a descriptor.
 class UniqueFd {
   public:
     UniqueFd() = default;

@@ -1,4 +1,4 @@
-/* Channels: making and destroying them, and waiting on one for whatever comes next. */
+// Channels: making and destroying them, and waiting on one for whatever comes next.
 #include <limits.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -22,10 +22,10 @@ void ring(const Channel &channel) {
 
 namespace {
 
-/* The message that this thread received last, as far as it may hold a disconnect pulse back. */
+// The message that this thread received last, as far as it may hold a disconnect pulse back.
 struct Current {
     int receive_id = 0;
-    uint32_t incarnation = 0; /* of its client */
+    uint32_t incarnation = 0; // of its client
 
     ~Current() { release(); }
     void release() {
@@ -48,17 +48,17 @@ struct Current {
 
 thread_local Current current;
 
-/** Takes the next pulse of the system's own. @return false when there is none. */
+// Takes the next pulse of the system's own. @return false when there is none.
 bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
     uint64_t count;
     if (::read(channel.wake.get(), &count, sizeof count) != sizeof count) {
-        return false; /* another thread was faster */
+        return false; // another thread was faster
     }
     const std::lock_guard guard(Server::instance().lock);
     if (channel.destroyed || channel.first_pulse == 0) {
         return false;
     }
-    /* Not detached before this, and so still there. */
+    // Not detached before this, and so still there.
     Client &client = *Server::instance().find_client(channel.first_pulse);
     channel.first_pulse = std::exchange(client.next_pulse, 0);
     client.pulse_received = true;
@@ -67,19 +67,19 @@ bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
     return true;
 }
 
-/** Takes the next pulse that a program sent. Codes below zero are the system's to send. */
+// Takes the next pulse that a program sent. Codes below zero are the system's to send.
 bool take_sent_pulse(const Channel &channel, bool hung_up, struct ipc_pulse &pulse) {
     int socket;
     {
         const std::lock_guard guard(Server::instance().lock);
-        socket = channel.pulse_receive.get(); /* made once, and kept as long as the channel */
+        socket = channel.pulse_receive.get(); // made once, and kept as long as the channel
     }
     struct iovec part = {&pulse, sizeof pulse};
     Arrival arrival;
     const ssize_t received = receive_packet(socket, &part, 1, MSG_DONTWAIT, arrival);
     if (received == 0 && hung_up) {
-        /* A server to whom the send end was announced has shut it down: nothing comes here any
-         * more, and the socket would stay readable for ever. */
+        // A server to whom the send end was announced has shut it down: nothing comes here any
+        // more, and the socket would stay readable for ever.
         ::epoll_ctl(channel.epoll.get(), EPOLL_CTL_DEL, socket, nullptr);
     }
     if (received != sizeof pulse || pulse.code < 0) {
@@ -100,7 +100,7 @@ bool destroyed(const Channel &channel) {
     return channel.destroyed;
 }
 
-/** Waits for one event; the only cancellation point of a receive. */
+// Waits for one event; the only cancellation point of a receive.
 int wait_for_event(const Channel &channel, const CancelDisabled &cancel,
                    struct epoll_event &event) {
     pthread_setcancelstate(cancel.previous(), nullptr);
@@ -167,7 +167,7 @@ int channel_destroy(int number) {
             }
         }
         if (channel->flags & CHANNEL_DISCONNECT) {
-            for (auto &client : server.clients) { /* gone, and waiting for their pulse */
+            for (auto &client : server.clients) { // gone, and waiting for their pulse
                 if (client && client->channel == channel.get()) {
                     client->detached = true;
                     server.erase_if_finished(*client);
@@ -178,7 +178,7 @@ int channel_destroy(int number) {
     for (auto &listener : channel->listeners) {
         listener->name.withdraw();
     }
-    /* Semaphore counts are taken one at a time: enough for every thread that may wait here. */
+    // Semaphore counts are taken one at a time: enough for every thread that may wait here.
     const uint64_t all_threads = INT_MAX;
     [[maybe_unused]] const ssize_t written =
         ::write(channel->wake.get(), &all_threads, sizeof all_threads);
@@ -282,7 +282,7 @@ int listen_on(int number, const std::string &place, int attachment) {
         return fail(EBADF);
     }
     if (attachment != 0) {
-        channel->flags |= CHANNEL_DISCONNECT; /* what opens of a path hold goes with their client */
+        channel->flags |= CHANNEL_DISCONNECT; // what opens of a path hold goes with their client
     }
     const int socket = listener->socket.get();
     channel->listeners.push_back(std::move(listener));

@@ -1,4 +1,4 @@
-/* Connections: the table, the pool of lanes, and the conversation on the control socket. */
+// Connections: the table, the pool of lanes, and the conversation on the control socket.
 #include "platform/linux/messages/connection.h"
 
 #include <fcntl.h>
@@ -26,7 +26,7 @@ void after_fork_in_child() {
     Connections &connections = Connections::instance();
     for (auto &[number, connection] : connections.table) {
         connection->abandon_in_child();
-        /* Its lock may be held for ever, and threads wait in it that are not here: never freed. */
+        // Its lock may be held for ever, and threads wait in it that are not here: never freed.
         new (std::nothrow) std::shared_ptr<Connection>(connection);
     }
     connections.lock.unlock();
@@ -58,7 +58,7 @@ std::shared_ptr<Connection> Connections::remove(int number) {
     std::shared_ptr<Connection> connection = std::move(found->second);
     table.erase(found);
     if (table.empty()) {
-        decltype(table)().swap(table); /* its memory too: the library may be unloaded next */
+        decltype(table)().swap(table); // its memory too: the library may be unloaded next
     }
     if (connection->abandoned()) {
         connection->give_up_number();
@@ -70,7 +70,7 @@ int Connections::open(UniqueFd control, NumberKind kind) {
     const int number = make_number(kind, control.get());
     const auto connection = std::make_shared<Connection>(std::move(control));
     {
-        /* Before the wait for the server, so that the child of a fork meanwhile closes its copy. */
+        // Before the wait for the server, so that the child of a fork meanwhile closes its copy.
         const std::lock_guard guard(lock);
         auto &entry = table[number];
         if (entry) {
@@ -137,7 +137,7 @@ int Connection::take_lane() {
             if (error == ECONNRESET || error == EINTR || (error != 0 && lane_count_ == 0)) {
                 return fail(error);
             }
-            full_ = error != 0; /* whatever it is that there is no room for, and on whose side */
+            full_ = error != 0; // whatever it is that there is no room for, and on whose side
             continue;
         }
         ++waiters_;
@@ -160,10 +160,10 @@ void Connection::give_back(int lane) {
     const std::lock_guard guard(lock_);
     idle_[static_cast<size_t>(idle_count_++)] = lane;
     if (idle_count_ == lane_count_) {
-        full_ = false; /* what was short then may not be when lanes run out again */
+        full_ = false; // what was short then may not be when lanes run out again
     }
     if (waiters_ > 0) {
-        /* Who waits for the control socket has no use for a lane, and would keep it to itself. */
+        // Who waits for the control socket has no use for a lane, and would keep it to itself.
         control_busy_ ? changed_.notify_all() : changed_.notify_one();
     }
 }
@@ -188,7 +188,7 @@ int Connection::ask(ControlKind kind, int value, int descriptor) {
             return error;
         }
         if (kind_owed == kind && kind == control_lane_request) {
-            return error; /* that is the lane we came for */
+            return error; // that is the lane we came for
         }
     }
     ControlRecord record{kind, value};
@@ -236,10 +236,8 @@ int Connection::collect() {
     return ECONNRESET;
 }
 
-/*
- * The server answers an announcement before the request that it precedes is sent: another of its
- * threads might take that request first, and then know no pulse connection to deliver to.
- */
+// The server answers an announcement before the request that it precedes is sent: another of its
+// threads might take that request first, and then know no pulse connection to deliver to.
 int Connection::announce_pulses() {
     std::unique_lock guard(lock_);
     while (control_busy_) {
@@ -264,7 +262,7 @@ int Connection::announce_pulses() {
         announced_ = number;
     }
     if (error == 0 && announced_ < newest) {
-        announced_ = newest; /* which has been detached: no reason to come here again */
+        announced_ = newest; // which has been detached: no reason to come here again
     }
     guard.lock();
     control_busy_ = false;

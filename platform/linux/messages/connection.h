@@ -1,16 +1,14 @@
-/*
- * The sending side of a process: its connections and their pools of lanes.
- *
- * Invariants
- *  - `Connections::lock` guards the table, and `Connection::lock` one connection's pool; neither
- *    is held across a system call that can block. The table's comes first where both are taken.
- *    What lanes there are is changed with both held: a fork holds the table's, and its child finds
- *    every list of lanes whole.
- *  - A thread takes a lane for one exchange and gives it back. An exchange that was interrupted
- *    closes its lane, so that its answer can never be taken for another's.
- *  - The control socket has at most one request unanswered. An interrupted wait leaves it owed;
- *    whoever uses the control socket next collects that answer first.
- */
+// The sending side of a process: its connections and their pools of lanes.
+//
+// Invariants
+//  - `Connections::lock` guards the table, and `Connection::lock` one connection's pool; neither
+//    is held across a system call that can block. The table's comes first where both are taken.
+//    What lanes there are is changed with both held: a fork holds the table's, and its child finds
+//    every list of lanes whole.
+//  - A thread takes a lane for one exchange and gives it back. An exchange that was interrupted
+//    closes its lane, so that its answer can never be taken for another's.
+//  - The control socket has at most one request unanswered. An interrupted wait leaves it owed;
+//    whoever uses the control socket next collects that answer first.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_CONNECTION_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_CONNECTION_H
 
@@ -35,22 +33,20 @@ class Connection {
     explicit Connection(UniqueFd control) : control_(std::move(control)) {}
     ~Connection();
 
-    /** Waits for the first lane, which the server gives unasked. */
+    // Waits for the first lane, which the server gives unasked.
     bool start();
 
-    /** One exchange; see ipc_send(). */
+    // One exchange; see ipc_send().
     int exchange(PartList &send, PartList &reply);
 
-    /**
-     * In a child of fork: closes the copies of the parent's sockets. The number of the control
-     * socket stays taken until it is closed: what the child opens next must not be found under a
-     * number that it still holds for this connection.
-     */
+    // In a child of fork: closes the copies of the parent's sockets. The number of the control
+    // socket stays taken until it is closed: what the child opens next must not be found under a
+    // number that it still holds for this connection.
     void abandon_in_child();
     bool abandoned() const { return abandoned_; }
-    /** In a child of fork: its holder has closed the number. */
+    // In a child of fork: its holder has closed the number.
     void give_up_number() { control_.reset(); }
-    /** The program closed the number behind our back, and it is another's by now. */
+    // The program closed the number behind our back, and it is another's by now.
     void forget_number() { control_.release(); }
 
   private:
@@ -61,7 +57,7 @@ class Connection {
 
     int announce_pulses();
     int request_lane(std::unique_lock<std::mutex> &guard);
-    /** One request and its answer on the control socket. @return 0 or an error number. */
+    // One request and its answer on the control socket. @return 0 or an error number.
     int ask(ControlKind kind, int value, int descriptor);
     int collect();
 
@@ -70,37 +66,37 @@ class Connection {
     UniqueFd control_;
     std::mutex lock_;
     std::condition_variable changed_;
-    std::array<int, IPC_LANES_MAX> lanes_{}; /* every lane's descriptor */
-    std::array<int, IPC_LANES_MAX> idle_{};  /* those not in use, last in first out */
+    std::array<int, IPC_LANES_MAX> lanes_{}; // every lane's descriptor
+    std::array<int, IPC_LANES_MAX> idle_{};  // those not in use, last in first out
     int lane_count_ = 0;
     int idle_count_ = 0;
     int waiters_ = 0;
-    bool full_ = false;         /* the server refused one more */
-    bool control_busy_ = false; /* a thread uses the control socket */
-    uint32_t owed_ = 0;         /* kind of the request whose answer is still to come */
+    bool full_ = false;         // the server refused one more
+    bool control_busy_ = false; // a thread uses the control socket
+    uint32_t owed_ = 0;         // kind of the request whose answer is still to come
     std::atomic<bool> dead_{false};
     bool abandoned_ = false;
-    std::atomic<int> announced_{0}; /* the newest pulse connection that the server knows */
+    std::atomic<int> announced_{0}; // the newest pulse connection that the server knows
 };
 
 struct Connections {
     std::mutex lock;
-    /* By the number that the application holds: made of the control socket's, and of its kind. */
+    // By the number that the application holds: made of the control socket's, and of its kind.
     std::unordered_map<int, std::shared_ptr<Connection>> table;
 
     static Connections &instance();
 
     std::shared_ptr<Connection> find(int number);
-    /** Takes out of the table. */
+    // Takes out of the table.
     std::shared_ptr<Connection> remove(int number);
-    /** Connects, and enters into the table. @return the number, or -1. */
+    // Connects, and enters into the table. @return the number, or -1.
     int open(UniqueFd control, NumberKind kind);
 };
 
-/* pulse.cpp */
-/** The newest pulse connection of this process. */
+// pulse.cpp
+// The newest pulse connection of this process.
 int newest_pulse_connection();
-/** The next live pulse connection above a number. @return 0 when there is none. */
+// The next live pulse connection above a number. @return 0 when there is none.
 int next_pulse_connection(int above, std::shared_ptr<UniqueFd> &send_end);
 
 } // namespace vantro::platform

@@ -1,4 +1,4 @@
-/* One exchange on a lane: the message out, the reply in. */
+// One exchange on a lane: the message out, the reply in.
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -17,7 +17,7 @@ bool is_lost(int error) {
     return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
 }
 
-/** Sends frame and message; a long message goes as a memory file. @return 0 or an error number. */
+// Sends frame and message; a long message goes as a memory file. @return 0 or an error number.
 int send_message(int lane, Frame &frame, PartList &send) {
     frame = {};
     frame.length = static_cast<uint32_t>(send.length());
@@ -47,7 +47,7 @@ int Connection::converse(int lane, PartList &send, PartList &reply, bool &lane_i
             mark_dead();
             return fail(ECONNRESET);
         }
-        lane_is_good = error != EINTR; /* nothing was sent */
+        lane_is_good = error != EINTR; // nothing was sent
         return fail(error);
     }
 
@@ -56,7 +56,7 @@ int Connection::converse(int lane, PartList &send, PartList &reply, bool &lane_i
     const ssize_t received =
         receive_packet(lane, reply.with_front(), reply.count() + 1, 0, arrival);
     if (received < 0 && !is_lost(errno)) {
-        return -1; /* interrupted: the answer may still come, so the lane is given up */
+        return -1; // interrupted: the answer may still come, so the lane is given up
     }
     const bool is_error = frame.flags & frame_error;
     if (received < static_cast<ssize_t>(sizeof frame) || frame.status < (is_error ? 1 : 0)) {

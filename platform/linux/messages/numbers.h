@@ -1,7 +1,5 @@
-/*
- * The number spaces of the contract, kept apart by their top bits: descriptors of the host lie
- * below all of them, so that no number of one kind is ever taken for one of another.
- */
+// The number spaces of the contract, kept apart by their top bits: descriptors of the host lie
+// below all of them, so that no number of one kind is ever taken for one of another.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_NUMBERS_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_NUMBERS_H
 
@@ -31,17 +29,15 @@ constexpr int value_of(int number) {
     return number & number_mask;
 }
 
-/*
- * A receive id names the client by its serial, the lane, and one exchange on that lane, in 31
- * bits. Serials are handed out round robin, so that an id which outlived its client by less than
- * a full round finds nobody rather than somebody else.
- */
+// A receive id names the client by its serial, the lane, and one exchange on that lane, in 31
+// bits. Serials are handed out round robin, so that an id which outlived its client by less than
+// a full round finds nobody rather than somebody else.
 struct ReceiveId {
     static constexpr int exchange_bits = 9;
     static constexpr int lane_bits = 6;
     static constexpr uint32_t exchange_mask = (1u << exchange_bits) - 1;
 
-    uint32_t serial = 0; /* 1 to IPC_CONNECTIONS_MAX */
+    uint32_t serial = 0; // 1 to IPC_CONNECTIONS_MAX
     uint32_t lane = 0;
     uint32_t exchange = 0;
 

@@ -1,4 +1,4 @@
-/* Pulse connections of this process to its own channels. */
+// Pulse connections of this process to its own channels.
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/random.h>
@@ -26,7 +26,7 @@ struct PulseConnections {
     static PulseConnections &instance();
 };
 
-/* A child has no use for the parent's, and must not announce them with the requests it sends. */
+// A child has no use for the parent's, and must not announce them with the requests it sends.
 void before_fork() {
     PulseConnections::instance().lock.lock();
 }
@@ -48,21 +48,19 @@ PulseConnections &PulseConnections::instance() {
     return *connections;
 }
 
-/**
- * Where this process's numbers begin. Not the same in all: a notification that goes to a client
- * which is gone, and whose id another has by now, then names no pulse connection of that other's.
- */
+// Where this process's numbers begin. Not the same in all: a notification that goes to a client
+// which is gone, and whose id another has by now, then names no pulse connection of that other's.
 int first_number() {
     uint32_t noise = 0;
     [[maybe_unused]] const ssize_t got = ::getrandom(&noise, sizeof noise, GRND_NONBLOCK);
-    constexpr uint32_t half = number_mask / 2; /* as many again are left to count up */
+    constexpr uint32_t half = number_mask / 2; // as many again are left to count up
     return make_number(NumberKind::pulse_connection, static_cast<int>(noise % half) + 1);
 }
 
-/* A pulse takes a kernel buffer far larger than itself: room for the pulses promised. */
+// A pulse takes a kernel buffer far larger than itself: room for the pulses promised.
 constexpr int pulse_buffer_bytes = IPC_PULSE_CAPACITY * 1024;
 
-/** The channel's pulse socket; made for the first connection. @return the send end, or null. */
+// The channel's pulse socket; made for the first connection. @return the send end, or null.
 std::shared_ptr<UniqueFd> pulse_socket(Channel &channel) {
     Server &server = Server::instance();
     const std::lock_guard guard(server.lock);

@@ -10,11 +10,9 @@ namespace vantro::platform {
 
 namespace {
 
-/*
- * A child of fork holds copies of every socket; while it does, no end of a connection is ever
- * seen by the other side, and a name's lock outlives its holder. So the child closes them all.
- * The lock is held across the fork, so that the tables are whole in the child.
- */
+// A child of fork holds copies of every socket; while it does, no end of a connection is ever
+// seen by the other side, and a name's lock outlives its holder. So the child closes them all.
+// The lock is held across the fork, so that the tables are whole in the child.
 void before_fork() {
     Server::instance().lock.lock();
 }
@@ -31,7 +29,7 @@ void after_fork_in_child() {
         for (Lane &lane : client->lanes) {
             close_descriptor(lane.socket.fd);
         }
-        client.release(); /* other threads of the parent may have been inside: leave it be */
+        client.release(); // other threads of the parent may have been inside: leave it be
     }
     for (auto &[number, channel] : server.channels) {
         for (auto &listener : channel->listeners) {
@@ -44,7 +42,7 @@ void after_fork_in_child() {
         if (channel->pulse_send) {
             channel->pulse_send->reset();
         }
-        new (std::nothrow) std::shared_ptr<Channel>(channel); /* likewise */
+        new (std::nothrow) std::shared_ptr<Channel>(channel); // likewise
     }
     server.channels.clear();
     server.lock.unlock();
@@ -97,7 +95,7 @@ void Server::pin(Client &client, PinnedFd &socket) {
 }
 
 void Server::unpin(uint32_t serial, int lane) {
-    Client &client = *clients[serial]; /* pinned, so it is there */
+    Client &client = *clients[serial]; // pinned, so it is there
     PinnedFd &socket = lane < 0 ? client.control : client.lanes[static_cast<size_t>(lane)].socket;
     --client.pins;
     if (--socket.pins == 0 && socket.closing) {
@@ -111,7 +109,7 @@ void Server::close_socket(Client &client, PinnedFd &socket) {
     if (socket.fd < 0 || socket.closing) {
         return;
     }
-    /* By hand: a copy in another process would keep the registration, and its events, alive. */
+    // By hand: a copy in another process would keep the registration, and its events, alive.
     epoll_ctl(client.channel->epoll.get(), EPOLL_CTL_DEL, socket.fd, nullptr);
     if (socket.pins > 0) {
         socket.closing = true;
@@ -122,7 +120,7 @@ void Server::close_socket(Client &client, PinnedFd &socket) {
 }
 
 void Server::close_lane(Client &client, Lane &lane) {
-    /* The thread that dispatches its last message goes on holding the disconnect pulse. */
+    // The thread that dispatches its last message goes on holding the disconnect pulse.
     lane.owed = lane.owed || lane.waiting;
     lane.waiting = false;
     lane.hung_up = false;

@@ -1,21 +1,19 @@
-/*
- * The receiving side of a process: its channels, the clients of each, and their lanes.
- *
- * Invariants
- *  - One lock, `Server::lock`, guards all of it. No call that can block, and no exchange, is made
- *    with it held; it is taken for table look-ups and state changes only.
- *  - A lane carries one exchange at a time: a message is received (`waiting`), then answered. The
- *    state goes back to idle before the reply is sent, since the client's next message may arrive
- *    the moment it is. A message that finds its lane waiting is misconduct.
- *  - Several threads share one epoll set. Between a thread's event and its receive another thread
- *    may close the socket, and the number may be given to someone else: so a thread pins a socket
- *    (`PinnedFd`) under the lock before it touches it, and a pinned socket is closed by whoever
- *    takes the last pin away. Events name lanes and clients by numbers that are never reused.
- *  - A client that is gone stays in the table until its disconnect pulse was received and its id
- *    was detached; the pulse waits until every message received from it is answered, or the
- *    thread that received it is back in receive (`dispatching`), so that a server which sweeps at
- *    the pulse meets no request of that client still under way.
- */
+// The receiving side of a process: its channels, the clients of each, and their lanes.
+//
+// Invariants
+//  - One lock, `Server::lock`, guards all of it. No call that can block, and no exchange, is made
+//    with it held; it is taken for table look-ups and state changes only.
+//  - A lane carries one exchange at a time: a message is received (`waiting`), then answered. The
+//    state goes back to idle before the reply is sent, since the client's next message may arrive
+//    the moment it is. A message that finds its lane waiting is misconduct.
+//  - Several threads share one epoll set. Between a thread's event and its receive another thread
+//    may close the socket, and the number may be given to someone else: so a thread pins a socket
+//    (`PinnedFd`) under the lock before it touches it, and a pinned socket is closed by whoever
+//    takes the last pin away. Events name lanes and clients by numbers that are never reused.
+//  - A client that is gone stays in the table until its disconnect pulse was received and its id
+//    was detached; the pulse waits until every message received from it is answered, or the
+//    thread that received it is back in receive (`dispatching`), so that a server which sweeps at
+//    the pulse meets no request of that client still under way.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_SERVER_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_SERVER_H
 
@@ -35,45 +33,45 @@
 
 namespace vantro::platform {
 
-/** A socket that threads use without the lock. */
+// A socket that threads use without the lock.
 struct PinnedFd {
     int fd = -1;
     int pins = 0;
     bool closing = false;
 };
 
-/** A message that did not fit its receive vector, whole, until its reply. */
+// A message that did not fit its receive vector, whole, until its reply.
 struct KeptMessage {
-    UniqueFd file; /* the sender's memory file, or */
+    UniqueFd file; // the sender's memory file, or
     std::unique_ptr<char[]> bytes;
     size_t length = 0;
 };
 
 struct Lane {
     PinnedFd socket;
-    uint32_t incarnation = 0; /* tells this lane from an earlier one of the same index */
-    uint32_t exchange = 0;    /* counts the exchanges of this index; part of the receive id */
-    bool waiting = false;     /* a message was received and is not answered */
-    bool holds_pulse = false; /* that message holds the disconnect pulse back */
-    bool hung_up = false;     /* the client closed its end: close after the answer */
-    bool owed = false;        /* it closed before its message was answered: see Server::owed */
+    uint32_t incarnation = 0; // tells this lane from an earlier one of the same index
+    uint32_t exchange = 0;    // counts the exchanges of this index; part of the receive id
+    bool waiting = false;     // a message was received and is not answered
+    bool holds_pulse = false; // that message holds the disconnect pulse back
+    bool hung_up = false;     // the client closed its end: close after the answer
+    bool owed = false;        // it closed before its message was answered: see Server::owed
     std::shared_ptr<KeptMessage> kept;
 };
 
 struct Channel;
 
-/** A client's pulse connection: where its pulses are sent. */
+// A client's pulse connection: where its pulses are sent.
 struct AnnouncedPulse {
     int number;
     std::shared_ptr<UniqueFd> send_end;
 };
 
-/** One connected client. */
+// One connected client.
 struct Client {
     uint32_t serial = 0;
     uint32_t incarnation = 0;
-    Channel *channel = nullptr; /* outlives its clients */
-    int attachment = 0;         /* the path it opened; 0 for a global name */
+    Channel *channel = nullptr; // outlives its clients
+    int attachment = 0;         // the path it opened; 0 for a global name
     PinnedFd control;
     std::vector<Lane> lanes;
     std::vector<AnnouncedPulse> pulses;
@@ -81,13 +79,13 @@ struct Client {
     int32_t pid = 0;
     uint32_t uid = 0;
     uint32_t gid = 0;
-    std::vector<uint32_t> groups; /* all of them; empty where the kernel would not say */
+    std::vector<uint32_t> groups; // all of them; empty where the kernel would not say
     int dispatching = 0;
-    int pins = 0; /* of all its sockets: a pinned client is not erased */
+    int pins = 0; // of all its sockets: a pinned client is not erased
     bool gone = false;
-    bool pulse_sent = false; /* its disconnect pulse is on its way, or was received */
+    bool pulse_sent = false; // its disconnect pulse is on its way, or was received
     bool pulse_received = false;
-    uint32_t next_pulse = 0; /* serial of the client whose disconnect pulse follows this one's */
+    uint32_t next_pulse = 0; // serial of the client whose disconnect pulse follows this one's
     bool detached = false;
 };
 
@@ -97,16 +95,16 @@ struct Listener {
     PublishedName name;
 };
 
-/** Descriptors of a channel are closed with the last reference: receiving threads hold one. */
+// Descriptors of a channel are closed with the last reference: receiving threads hold one.
 struct Channel {
     int number = 0;
     unsigned flags = 0;
     UniqueFd epoll;
-    UniqueFd wake; /* counts the disconnect pulses; stays readable once destroyed */
+    UniqueFd wake; // counts the disconnect pulses; stays readable once destroyed
     UniqueFd pulse_receive;
     std::shared_ptr<UniqueFd> pulse_send;
-    /* The clients whose disconnect pulses are to be received, first and last, by serial: a list
-     * through the clients themselves, so that telling of one takes no memory. */
+    // The clients whose disconnect pulses are to be received, first and last, by serial: a list
+    // through the clients themselves, so that telling of one takes no memory.
     uint32_t first_pulse = 0;
     uint32_t last_pulse = 0;
     std::vector<std::unique_ptr<Listener>> listeners;
@@ -114,11 +112,11 @@ struct Channel {
     bool destroyed = false;
 };
 
-/** What an event of a channel's epoll set is about; fits its 64 bits of data. */
+// What an event of a channel's epoll set is about; fits its 64 bits of data.
 struct Source {
     enum Kind : uint8_t { system_pulse, sent_pulse, new_client, client_control, client_lane };
     Kind kind = system_pulse;
-    uint16_t serial = 0; /* of a listener, its index */
+    uint16_t serial = 0; // of a listener, its index
     uint8_t lane = 0;
     uint32_t incarnation = 0;
 
@@ -134,68 +132,66 @@ struct Source {
 struct Server {
     std::mutex lock;
     std::unordered_map<int, std::shared_ptr<Channel>> channels;
-    std::array<std::unique_ptr<Client>, IPC_CONNECTIONS_MAX + 1> clients; /* by serial */
-    /*
-     * Answers that the program still owes to clients that are gone, by serial. It may yet give
-     * them, and would give them to whoever had the same number by then: such a serial is handed out
-     * last, and so is a lane's index (`Lane::owed`).
-     */
+    std::array<std::unique_ptr<Client>, IPC_CONNECTIONS_MAX + 1> clients; // by serial
+    // Answers that the program still owes to clients that are gone, by serial. It may yet give
+    // them, and would give them to whoever had the same number by then: such a serial is handed out
+    // last, and so is a lane's index (`Lane::owed`).
     std::array<uint8_t, IPC_CONNECTIONS_MAX + 1> owed{};
     uint32_t last_serial = 0;
     uint32_t last_incarnation = 0;
     int last_channel = 0;
 
-    /** The process's one server side; never destroyed, since threads may outlive main. */
+    // The process's one server side; never destroyed, since threads may outlive main.
     static Server &instance();
 
     std::shared_ptr<Channel> find_channel(int number);
 
-    /* With the lock held from here on. */
+    // With the lock held from here on.
 
     Client *find_client(uint32_t serial) {
         return serial <= IPC_CONNECTIONS_MAX ? clients[serial].get() : nullptr;
     }
-    /** The lane of a message that waits for its answer, or null. */
+    // The lane of a message that waits for its answer, or null.
     Lane *find_waiting(const ReceiveId &id, Client **client);
-    /** An answer has come for a message that waits no more. */
+    // An answer has come for a message that waits no more.
     void forget_owed(const ReceiveId &id);
 
     void pin(Client &client, PinnedFd &socket);
-    /** Takes a pin away and closes what was only waiting for that. May erase the client. */
-    void unpin(uint32_t serial, int lane); /* lane -1: the control socket */
+    // Takes a pin away and closes what was only waiting for that. May erase the client.
+    void unpin(uint32_t serial, int lane); // lane -1: the control socket
 
     void close_socket(Client &client, PinnedFd &socket);
     void close_lane(Client &client, Lane &lane);
-    /** Ends a connection; its disconnect pulse follows when nothing holds it. */
+    // Ends a connection; its disconnect pulse follows when nothing holds it.
     void disconnect(Client &client);
-    /** One message less holds the pulse; erase_if_finished() is to follow. */
+    // One message less holds the pulse; erase_if_finished() is to follow.
     void release_pulse(Client &client, Lane &lane);
     void erase_if_finished(Client &client);
 };
 
-/** Wakes one receiving thread of a channel for a pulse of the system's own. */
+// Wakes one receiving thread of a channel for a pulse of the system's own.
 void ring(const Channel &channel);
 
-/* server_accept.cpp: what happens on listening and control sockets. */
+// server_accept.cpp: what happens on listening and control sockets.
 void accept_client(Channel &channel, uint16_t listener);
 void serve_control(const Source &source);
 
-/* server_receive.cpp */
+// server_receive.cpp
 struct ReceivedMessage {
     int receive_id = 0;
     uint32_t client_incarnation = 0;
     struct ipc_info info = {};
 };
-/** One packet of a lane. @return true when a message is to be handed to the caller. */
+// One packet of a lane. @return true when a message is to be handed to the caller.
 bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
                        ReceivedMessage &message);
 
-/* channel.cpp: the calling thread has answered what it received last. */
+// channel.cpp: the calling thread has answered what it received last.
 void forget_current(int receive_id);
 
-/** Whether a client is in a supplementary group. @return false when the client is unknown. */
+// Whether a client is in a supplementary group. @return false when the client is unknown.
 bool client_in_group(int conn_id, uint32_t group, bool &is_member);
-/** The attachment through which a client came, 0 for none. */
+// The attachment through which a client came, 0 for none.
 int client_attachment(int conn_id);
 
 } // namespace vantro::platform

@@ -1,4 +1,4 @@
-/* Listening and control sockets: clients that come, ask for lanes, announce pulses, and go. */
+// Listening and control sockets: clients that come, ask for lanes, announce pulses, and go.
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -14,22 +14,20 @@ namespace vantro::platform {
 
 namespace {
 
-/**
- * A descriptor kept back. Where a process has none left, a connection that waits to be accepted
- * would keep the listening socket readable for ever: giving this one up lets it be accepted and
- * turned away.
- */
+// A descriptor kept back. Where a process has none left, a connection that waits to be accepted
+// would keep the listening socket readable for ever: giving this one up lets it be accepted and
+// turned away.
 class Reserve {
   public:
     Reserve() { take(); }
-    /** Accepts one connection in the reserve's place, and tells it to come again. */
+    // Accepts one connection in the reserve's place, and tells it to come again.
     void turn_away(int listening) {
         const std::lock_guard guard(lock_);
         if (!spare_) {
             take();
         }
         if (!spare_) {
-            /* Somebody else took the last one: wait a moment rather than spin. */
+            // Somebody else took the last one: wait a moment rather than spin.
             const struct timespec moment = {0, 10'000'000};
             nanosleep(&moment, nullptr);
             return;
@@ -86,10 +84,8 @@ bool add_to_epoll(const Channel &channel, int fd, uint32_t events, const Source 
     return ::epoll_ctl(channel.epoll.get(), EPOLL_CTL_ADD, fd, &event) == 0;
 }
 
-/**
- * A lane's index: the lowest that no socket uses and no dispatch still counts on. One that is owed
- * an answer is better than none: a program that never gives it must not use a client's lanes up.
- */
+// A lane's index: the lowest that no socket uses and no dispatch still counts on. One that is owed
+// an answer is better than none: a program that never gives it must not use a client's lanes up.
 int free_lane_index(Client &client) {
     int last_resort = -1;
     for (size_t i = 0; i < client.lanes.size(); ++i) {
@@ -108,7 +104,7 @@ int free_lane_index(Client &client) {
     return static_cast<int>(client.lanes.size()) - 1;
 }
 
-/** Takes the near end of a new lane; the lock is held. @return 0 or an error number. */
+// Takes the near end of a new lane; the lock is held. @return 0 or an error number.
 int add_lane(Client &client, UniqueFd near_end, uint32_t incarnation) {
     if (client.gone) {
         return ECONNRESET;
@@ -137,14 +133,14 @@ int add_lane(Client &client, UniqueFd near_end, uint32_t incarnation) {
     return 0;
 }
 
-/** Sends on a control socket. A client that does not read what it asked for is not worth keeping. */
+// Sends on a control socket. A client that does not read what it asked for is not worth keeping.
 bool send_control(int socket, ControlKind kind, int value, int descriptor) {
     ControlRecord record{kind, value};
     const struct iovec part = {&record, sizeof record};
     return send_packet(socket, &part, 1, descriptor, MSG_DONTWAIT) == sizeof record;
 }
 
-/** Makes a lane for a client whose control socket is pinned, and passes it, or refuses. */
+// Makes a lane for a client whose control socket is pinned, and passes it, or refuses.
 bool grant_lane(uint32_t serial, int control) {
     Server &server = Server::instance();
     int ends[2];
@@ -163,12 +159,12 @@ bool grant_lane(uint32_t serial, int control) {
                       : send_control(control, control_refused, error, -1);
 }
 
-/** Remembers where a client's pulses go. @return what to answer. */
+// Remembers where a client's pulses go. @return what to answer.
 int remember_pulse(uint32_t serial, int number, Arrival &arrival) {
     if (!arrival.descriptor) {
         return arrival.descriptor_lost ? EMFILE : EINVAL;
     }
-    /* Only a socket of this kind is written to: what a write to anything else does is unknown. */
+    // Only a socket of this kind is written to: what a write to anything else does is unknown.
     int domain = 0;
     int type = 0;
     socklen_t length = sizeof domain;
@@ -198,7 +194,7 @@ int remember_pulse(uint32_t serial, int number, Arrival &arrival) {
     return 0;
 }
 
-/** The next serial that nobody has, or 0. Round robin: see ReceiveId. */
+// The next serial that nobody has, or 0. Round robin: see ReceiveId.
 uint32_t next_serial(Server &server) {
     uint32_t last_resort = 0;
     for (uint32_t tried = 0; tried < IPC_CONNECTIONS_MAX; ++tried) {

@@ -1,4 +1,4 @@
-/* Messages out of lanes: what is a message, and what is misconduct. */
+// Messages out of lanes: what is a message, and what is misconduct.
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -12,7 +12,7 @@ namespace vantro::platform {
 
 namespace {
 
-/** Where the end of a message goes that did not fit the caller's vector. */
+// Where the end of a message goes that did not fit the caller's vector.
 char *spill_area() {
     thread_local std::unique_ptr<char[]> area;
     if (!area) {
@@ -23,10 +23,10 @@ char *spill_area() {
 
 enum class Verdict { message, misconduct, refused };
 
-/** One packet, as it came out of the lane's socket. */
+// One packet, as it came out of the lane's socket.
 struct Packet {
     Frame frame;
-    size_t received = 0; /* the frame not counted */
+    size_t received = 0; // the frame not counted
     Arrival arrival;
 };
 
@@ -49,10 +49,8 @@ Verdict judge(const Packet &packet) {
                                                                               : Verdict::misconduct;
 }
 
-/**
- * Keeps a message that reached the end of the caller's vector: the caller may move its buffer
- * before it reads the rest. @return 0 or an error number for the client.
- */
+// Keeps a message that reached the end of the caller's vector: the caller may move its buffer
+// before it reads the rest. @return 0 or an error number for the client.
 int keep(Packet &packet, const PartList &list, const struct iovec *parts,
          std::shared_ptr<KeptMessage> &kept) {
     if (packet.frame.length < list.length() && !packet.arrival.descriptor) {
@@ -125,7 +123,7 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
 
     {
         const std::lock_guard guard(server.lock);
-        Client &client = *server.find_client(source.serial); /* pinned */
+        Client &client = *server.find_client(source.serial); // pinned
         Lane &lane = client.lanes[source.lane];
         const bool alive = !lane.socket.closing;
         if (alive && !nothing) {

@@ -1,4 +1,4 @@
-/* Answers and notification events, back to the clients. */
+// Answers and notification events, back to the clients.
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -12,13 +12,13 @@ using namespace vantro::platform;
 
 namespace {
 
-/** What claim() took over from the lane: the right to answer, and a pin on its socket. */
+// What claim() took over from the lane: the right to answer, and a pin on its socket.
 struct Claim {
     int socket = -1;
-    std::shared_ptr<KeptMessage> kept; /* freed without the lock */
+    std::shared_ptr<KeptMessage> kept; // freed without the lock
 };
 
-/** Finds the lane of a message for its answer. A message that is past it is settled with that. */
+// Finds the lane of a message for its answer. A message that is past it is settled with that.
 Lane *find_for_answer(const ReceiveId &id, Client **client) {
     Server &server = Server::instance();
     Lane *lane = server.find_waiting(id, client);
@@ -34,7 +34,7 @@ bool waits(const ReceiveId &id) {
     return find_for_answer(id, &client) != nullptr;
 }
 
-/** Ends the exchange in the books, before the answer is sent. */
+// Ends the exchange in the books, before the answer is sent.
 bool claim(const ReceiveId &id, Claim &taken) {
     Server &server = Server::instance();
     const std::lock_guard guard(server.lock);
@@ -55,14 +55,12 @@ bool claim(const ReceiveId &id, Claim &taken) {
     return true;
 }
 
-/**
- * A lane whose client closed it is closed. One that would block belongs to a client that does not
- * take its answers: it loses its connection.
- */
+// A lane whose client closed it is closed. One that would block belongs to a client that does not
+// take its answers: it loses its connection.
 void settle(const ReceiveId &id, bool sent, int error) {
     Server &server = Server::instance();
     const std::lock_guard guard(server.lock);
-    Client &client = *server.find_client(id.serial); /* pinned */
+    Client &client = *server.find_client(id.serial); // pinned
     if (!sent && !client.gone) {
         if (error == EPIPE || error == ECONNRESET) {
             server.close_lane(client, client.lanes[id.lane]);
@@ -73,7 +71,7 @@ void settle(const ReceiveId &id, bool sent, int error) {
     server.unpin(id.serial, static_cast<int>(id.lane));
 }
 
-/** One answer. The frame's length and memory-file flag are filled here. */
+// One answer. The frame's length and memory-file flag are filled here.
 int answer(int receive_id, Frame frame, PartList &parts) {
     const CancelDisabled no_cancel;
     const ReceiveId id = ReceiveId::unpack(receive_id);
@@ -99,7 +97,7 @@ int answer(int receive_id, Frame frame, PartList &parts) {
     forget_current(receive_id);
     ssize_t sent = send_packet(taken.socket, parts.with_front(), count, file.get(), MSG_DONTWAIT);
     if (sent < 0 && errno == EMSGSIZE && !file) {
-        /* A host with smaller socket buffers than most. */
+        // A host with smaller socket buffers than most.
         file = make_memory_file(parts.callers(), parts.count(), parts.length());
         if (file) {
             frame.flags |= frame_memory_file;

@@ -15,18 +15,18 @@ namespace vantro::platform {
 
 namespace {
 
-/* The frame goes in front and, at a receiver, a spill entry behind. */
+// The frame goes in front and, at a receiver, a spill entry behind.
 constexpr int parts_max = IOV_MAX - 2;
 
 constexpr int memory_file_seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 
-/** Room for the one descriptor that a packet may carry. */
+// Room for the one descriptor that a packet may carry.
 union ControlBuffer {
     struct cmsghdr align;
     char bytes[CMSG_SPACE(sizeof(int))];
 };
 
-/** Advances a vector past bytes that are done. */
+// Advances a vector past bytes that are done.
 void skip(struct iovec *&parts, int &count, size_t done) {
     while (count > 0 && done >= parts->iov_len) {
         done -= parts->iov_len;
@@ -89,7 +89,7 @@ ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Ar
     message.msg_iovlen = static_cast<size_t>(count);
     ControlBuffer control;
     message.msg_control = control.bytes;
-    /* Not the whole buffer: its padding would take a second descriptor. */
+    // Not the whole buffer: its padding would take a second descriptor.
     message.msg_controllen = CMSG_LEN(sizeof(int));
     const ssize_t received = ::recvmsg(socket, &message, flags | MSG_CMSG_CLOEXEC);
     if (received < 0) {

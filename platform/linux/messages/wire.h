@@ -1,7 +1,5 @@
-/*
- * What travels in the sockets: frames on lanes, fixed records on control sockets, descriptors
- * beside either.
- */
+// What travels in the sockets: frames on lanes, fixed records on control sockets, descriptors
+// beside either.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_WIRE_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_WIRE_H
 
@@ -17,21 +15,21 @@
 
 namespace vantro::platform {
 
-/** In front of every message and reply on a lane. */
+// In front of every message and reply on a lane.
 struct Frame {
-    uint32_t length = 0; /* bytes of the message, wherever they are */
-    int32_t status = 0;  /* of a reply: status, or the error number */
+    uint32_t length = 0; // bytes of the message, wherever they are
+    int32_t status = 0;  // of a reply: status, or the error number
     uint32_t flags = 0;
     uint32_t reserved = 0;
 };
 static_assert(sizeof(Frame) == 16);
 
 enum FrameFlag : uint32_t {
-    frame_memory_file = 1, /* the bytes are in a sealed memory file that came along */
-    frame_error = 2        /* an error reply */
+    frame_memory_file = 1, // the bytes are in a sealed memory file that came along
+    frame_error = 2        // an error reply
 };
 
-/** One record on a control socket. A client has at most one request unanswered. */
+// One record on a control socket. A client has at most one request unanswered.
 struct ControlRecord {
     uint32_t kind = 0;
     int32_t value = 0;
@@ -39,41 +37,33 @@ struct ControlRecord {
 static_assert(sizeof(ControlRecord) == 8);
 
 enum ControlKind : uint32_t {
-    control_lane_request = 1,   /* client: one more lane, please */
-    control_pulse_announce = 2, /* client: value is its pulse connection, the send end beside it */
-    control_lane_granted = 3,   /* server: the lane's far end beside it */
-    control_pulse_accepted = 4, /* server */
-    control_refused = 5         /* server: value is an error number */
+    control_lane_request = 1,   // client: one more lane, please
+    control_pulse_announce = 2, // client: value is its pulse connection, the send end beside it
+    control_lane_granted = 3,   // server: the lane's far end beside it
+    control_pulse_accepted = 4, // server
+    control_refused = 5         // server: value is an error number
 };
 
-/**
- * A vector with room for a part of ours before and one behind the caller's. Costs heap only above
- * IPC_STACK_PARTS.
- */
+// A vector with room for a part of ours before and one behind the caller's. Costs heap only above
+// IPC_STACK_PARTS.
 class PartList {
   public:
-    /** False with errno EINVAL, EMSGSIZE or ENOMEM when the caller's vector is not to be had. */
+    // False with errno EINVAL, EMSGSIZE or ENOMEM when the caller's vector is not to be had.
     bool assign(const struct iovec *parts, int count);
 
-    /** Places a part in front of the caller's. */
+    // Places a part in front of the caller's.
     void set_front(void *base, size_t length) { all()[0] = {base, length}; }
-    /** Places a part behind the caller's. */
+    // Places a part behind the caller's.
     void set_back(void *base, size_t length) { all()[count_ + 1] = {base, length}; }
 
-    struct iovec *with_front() {
-        return all();
-    }
-    struct iovec *callers() {
-        return all() + 1;
-    }
+    struct iovec *with_front() { return all(); }
+    struct iovec *callers() { return all() + 1; }
     int count() const { return count_; }
-    /** Bytes of the caller's parts. */
+    // Bytes of the caller's parts.
     size_t length() const { return length_; }
 
   private:
-    struct iovec *all() {
-        return heap_ ? heap_.get() : stack_;
-    }
+    struct iovec *all() { return heap_ ? heap_.get() : stack_; }
 
     struct iovec stack_[IPC_STACK_PARTS + 2];
     std::unique_ptr<struct iovec[]> heap_;
@@ -81,32 +71,30 @@ class PartList {
     size_t length_ = 0;
 };
 
-/** What came with a packet. */
+// What came with a packet.
 struct Arrival {
     UniqueFd descriptor;
-    bool descriptor_lost = false; /* this process had no descriptor free for it */
+    bool descriptor_lost = false; // this process had no descriptor free for it
 };
 
-/** One packet out. @return bytes sent, or -1 with errno. Never raises SIGPIPE. */
+// One packet out. @return bytes sent, or -1 with errno. Never raises SIGPIPE.
 ssize_t send_packet(int socket, const struct iovec *parts, int count, int descriptor, int flags);
 
-/** One packet in; descriptors beyond one are closed. @return bytes, 0 at the end, or -1. */
+// One packet in; descriptors beyond one are closed. @return bytes, 0 at the end, or -1.
 ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Arrival &arrival);
 
-/** A sealed memory file that holds the parts. Empty with errno on failure. */
+// A sealed memory file that holds the parts. Empty with errno on failure.
 UniqueFd make_memory_file(const struct iovec *parts, int count, size_t length);
 
-/**
- * Whether a peer's memory file may be read: sealed so that its bytes and size stay, and at least
- * `length` long. Without that a read could block on a file of the peer's choosing.
- */
+// Whether a peer's memory file may be read: sealed so that its bytes and size stay, and at least
+// `length` long. Without that a read could block on a file of the peer's choosing.
 bool memory_file_is_safe(int file, size_t length);
 
-/** Reads from a file at an offset into parts. @return bytes placed, or -1. */
+// Reads from a file at an offset into parts. @return bytes placed, or -1.
 ssize_t read_memory_file(int file, size_t offset, const struct iovec *parts, int count,
                          size_t limit);
 
-/** Copies `length` bytes out of, or into, a vector. @return bytes copied. */
+// Copies `length` bytes out of, or into, a vector. @return bytes copied.
 size_t gather(void *target, size_t length, const struct iovec *parts, int count);
 size_t scatter(const struct iovec *parts, int count, const void *source, size_t length);
 

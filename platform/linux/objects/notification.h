@@ -5,32 +5,30 @@
 
 namespace vantro::platform {
 
-/**
- * Watches a ring for its thread: an inotify instance that sends a signal when the file is written,
- * or closed by its publisher.
- *
- * An instance is taken from a few that the process keeps, and given back when the watch ends: a
- * user has 128 of them on most hosts, and closing one soon after a watch ended takes a hundred
- * times as long as the whole wait.
- */
+// Watches a ring for its thread: an inotify instance that sends a signal when the file is written,
+// or closed by its publisher.
+//
+// An instance is taken from a few that the process keeps, and given back when the watch ends: a
+// user has 128 of them on most hosts, and closing one soon after a watch ended takes a hundred
+// times as long as the whole wait.
 class Notification {
   public:
-    /** Arms for the calling thread. @return whether that went well; errno says why not. */
+    // Arms for the calling thread. @return whether that went well; errno says why not.
     bool arm(int file, int signal);
 
-    /** Nothing is sent from here on. The least that whoever was woken must do before it goes on. */
+    // Nothing is sent from here on. The least that whoever was woken must do before it goes on.
     void silence();
 
-    /** Whether a signal may still be sent. */
+    // Whether a signal may still be sent.
     bool armed() const { return may_send_; }
 
-    /** Whether there is a watch to end. */
+    // Whether there is a watch to end.
     bool watches() const { return static_cast<bool>(inotify_); }
 
-    /** Silences, and ends the watch. @return whether the file was closed by its publisher. */
+    // Silences, and ends the watch. @return whether the file was closed by its publisher.
     bool finish();
 
-    /** In a child of fork: closes the copy. */
+    // In a child of fork: closes the copy.
     void abandon_in_child() { inotify_.reset(); }
 
   private:
@@ -39,7 +37,7 @@ class Notification {
     bool may_send_ = false;
 };
 
-/** The instances that the process keeps, across a fork: the child closes its copies. */
+// The instances that the process keeps, across a fork: the child closes its copies.
 void hold_spare_instances();
 void release_spare_instances(bool in_child);
 

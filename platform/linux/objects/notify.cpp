@@ -1,4 +1,4 @@
-/* Arming and disarming, by descriptor. */
+// Arming and disarming, by descriptor.
 #include <vantro/platform/notify.h>
 
 #include <signal.h>

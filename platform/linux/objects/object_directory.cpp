@@ -17,13 +17,13 @@ constexpr const char *lock_name = "lock";
 constexpr const char *new_ring_name = "ring.new";
 constexpr mode_t ring_mode = 0444;
 constexpr mode_t unfinished_mode = 0600;
-/* Readers may open the ring meanwhile, and those that wait may watch it. */
+// Readers may open the ring meanwhile, and those that wait may watch it.
 constexpr mode_t writable_mode = 0644;
 
-/* Publishers that leave may remove a directory as often as another makes it: not for ever. */
+// Publishers that leave may remove a directory as often as another makes it: not for ever.
 constexpr int attempts_max = 16;
 
-/** A lock to read conflicts with that of a publisher only, not with those of other readers. */
+// A lock to read conflicts with that of a publisher only, not with those of other readers.
 struct flock one_byte(short type, off_t byte) {
     struct flock lock = {};
     lock.l_type = type;
@@ -33,7 +33,7 @@ struct flock one_byte(short type, off_t byte) {
     return lock;
 }
 
-/** Opens the ring once more, for a lock of its own on one of its bytes. */
+// Opens the ring once more, for a lock of its own on one of its bytes.
 UniqueFd open_and_lock(int directory, int flags, off_t byte) {
     UniqueFd file(::openat(directory, new_ring_name, O_RDWR | flags | O_NOFOLLOW | O_CLOEXEC,
                            unfinished_mode));
@@ -45,7 +45,7 @@ UniqueFd open_and_lock(int directory, int flags, off_t byte) {
     return file;
 }
 
-/** Tells the readers of the ring that a publisher left when it died. */
+// Tells the readers of the ring that a publisher left when it died.
 void retire_old_ring(int directory) {
     const UniqueFd found(
         ::openat(directory, ring_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -54,7 +54,7 @@ void retire_old_ring(int directory) {
         status.st_size < static_cast<off_t>(ring_file_bytes)) {
         return;
     }
-    /* Nobody may write the file, its owner included, until that is changed. */
+    // Nobody may write the file, its owner included, until that is changed.
     ::fchmod(found.get(), writable_mode);
     const UniqueFd ring(::openat(directory, ring_name, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
     ::fchmod(found.get(), ring_mode);
@@ -75,7 +75,7 @@ bool ObjectDirectory::take(std::string_view path, RingWriter &ring) {
             directory_ = std::move(place.directory);
             break;
         }
-        /* Removed by its last publisher, between one part and the next. */
+        // Removed by its last publisher, between one part and the next.
         if (errno != ENOENT || attempt == attempts_max) {
             return false;
         }
@@ -91,7 +91,7 @@ bool ObjectDirectory::take(std::string_view path, RingWriter &ring) {
     return true;
 }
 
-/** Under another name until it is a ring and locked, so that no reader meets half of one. */
+// Under another name until it is a ring and locked, so that no reader meets half of one.
 bool ObjectDirectory::make_ring(RingWriter &ring) {
     const int directory = directory_.get();
     ::unlinkat(directory, new_ring_name, 0);
@@ -109,7 +109,7 @@ bool ObjectDirectory::make_ring(RingWriter &ring) {
 void ObjectDirectory::remove() {
     ::unlinkat(directory_.get(), ring_name, 0);
     ::unlinkat(directory_.get(), lock_name, 0);
-    /* Stays where the next publisher is in it already. */
+    // Stays where the next publisher is in it already.
     if (const Place place = find_place(path_)) {
         ::unlinkat(place.directory.get(), place.name.c_str(), AT_REMOVEDIR);
     }

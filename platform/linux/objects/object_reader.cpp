@@ -20,10 +20,8 @@ namespace vantro::platform {
 
 namespace {
 
-/*
- * A publisher writes a quarter of a megabyte at least before the snapshot that a reader copies is
- * overwritten. One that is overtaken so often in a row tries again at its next call.
- */
+// A publisher writes a quarter of a megabyte at least before the snapshot that a reader copies is
+// overwritten. One that is overtaken so often in a row tries again at its next call.
 constexpr int starts_max = 16;
 
 constexpr std::string_view delta_option = "?delta";
@@ -56,11 +54,11 @@ std::unique_ptr<ObjectReader> ObjectReader::open(std::string_view relative) {
     if (name != all_objects) {
         reader->object_ = name;
     }
-    /* Not to block, should a pipe lie in the ring's place. */
+    // Not to block, should a pipe lie in the ring's place.
     reader->ring_file_.reset(
         ::openat(place.directory.get(), ring_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!reader->ring_file_) {
-        /* A link or a socket in its place is no ring. */
+        // A link or a socket in its place is no ring.
         return refuse(errno == ELOOP || errno == ENXIO ? EBADMSG : errno);
     }
     if (!reader->ring_.open(reader->ring_file_.get())) {
@@ -127,7 +125,7 @@ ObjectReader::Got ObjectReader::fetch() {
         for (int start = 0; got == Got::again && start < starts_max; ++start) {
             got = find_next();
         }
-        /* Nobody overtakes without committing: told to try again, this reader would do so forever. */
+        // Nobody overtakes without committing: told to try again, this reader would do so forever.
         if (got == Got::again && ring_.committed() == before) {
             got = Got::noise;
         }
@@ -137,7 +135,7 @@ ObjectReader::Got ObjectReader::fetch() {
     return got;
 }
 
-/** One go at it; `again` where the ring was overwritten meanwhile. */
+// One go at it; `again` where the ring was overwritten meanwhile.
 ObjectReader::Got ObjectReader::find_next() {
     if (must_start_over_) {
         if (const Got got = start_over(); got != Got::nothing) {
@@ -149,13 +147,13 @@ ObjectReader::Got ObjectReader::find_next() {
         pending_.pop_back();
         return Got::change;
     }
-    /* What is appended from here on is the next call's: a busy publisher keeps no reader. */
+    // What is appended from here on is the next call's: a busy publisher keeps no reader.
     gone_ = gone_ || ring_.retired();
     const Got got = follow(ring_.committed());
     return got == Got::nothing && gone_ ? Got::gone : got;
 }
 
-/** Reads on up to a position. */
+// Reads on up to a position.
 ObjectReader::Got ObjectReader::follow(uint64_t end) {
     for (uint64_t position = position_; position != end;) {
         RecordKind kind;
@@ -180,7 +178,7 @@ ObjectReader::Got ObjectReader::follow(uint64_t end) {
     return Got::nothing;
 }
 
-/** Makes the change in `record_` the current one, where it is of an object that is read. */
+// Makes the change in `record_` the current one, where it is of an object that is read.
 ObjectReader::Got ObjectReader::tell() {
     const std::string_view change = record_;
     const ObjectLine head = parse_object_line(first_line(change));
@@ -195,7 +193,7 @@ ObjectReader::Got ObjectReader::tell() {
         known_bytes_ -= head.name.size();
         known_.erase(known);
     } else if (head.result != KIVO_OBJECT_DELETED && known == known_.end()) {
-        /* More than a publisher may have at once: it would grow this process without end. */
+        // More than a publisher may have at once: it would grow this process without end.
         if (known_bytes_ + head.name.size() > OBJECT_TOTAL_MAX) {
             return Got::noise;
         }
@@ -206,10 +204,8 @@ ObjectReader::Got ObjectReader::tell() {
     return Got::change;
 }
 
-/**
- * Where the reader is new or was overtaken: makes a picture of the newest snapshot and what came
- * after it, and gets it ready to be told.
- */
+// Where the reader is new or was overtaken: makes a picture of the newest snapshot and what came
+// after it, and gets it ready to be told.
 ObjectReader::Got ObjectReader::start_over() {
     Picture picture;
     RecordKind kind;
@@ -241,7 +237,7 @@ ObjectReader::Got ObjectReader::start_over() {
     std::for_each(texts.rbegin(), texts.rend(), [&](Picture::Text &text) {
         known_bytes += text.name.size();
         known.insert(std::move(text.name));
-        /* A new reader had nothing that could be truncated. */
+        // A new reader had nothing that could be truncated.
         pending.push_back(is_new_ ? text.text.substr(1) : std::move(text.text));
     });
     for (const std::string &name : known_) {
@@ -295,10 +291,8 @@ int ObjectReader::arm(int signal) {
     }
 }
 
-/*
- * Whoever was woken has what it waits for one system call later; the watch ends in the read that
- * follows, so that those who do not wait cost the publisher nothing.
- */
+// Whoever was woken has what it waits for one system call later; the watch ends in the read that
+// follows, so that those who do not wait cost the publisher nothing.
 void ObjectReader::disarm() {
     const CancelDisabled no_cancel;
     const KeepErrno keep;
@@ -309,10 +303,8 @@ void ObjectReader::disarm() {
     }
 }
 
-/*
- * The number stays taken, by something that cannot be read, until it is closed: otherwise the child
- * would read, and close, a file of its own in place of what it believes to be its parent's.
- */
+// The number stays taken, by something that cannot be read, until it is closed: otherwise the child
+// would read, and close, a file of its own in place of what it believes to be its parent's.
 void ObjectReader::abandon_in_child() {
     ring_.close();
     const UniqueFd placeholder(::open("/", O_PATH | O_CLOEXEC));

@@ -1,4 +1,4 @@
-/* The readers of this process, by descriptor. */
+// The readers of this process, by descriptor.
 #include <fcntl.h>
 #include <pthread.h>
 
@@ -15,17 +15,15 @@ namespace vantro::platform {
 
 namespace {
 
-/* Two levels, the second made when first used and kept: found through without a lock. */
+// Two levels, the second made when first used and kept: found through without a lock.
 constexpr size_t chunk_slots = 1024;
-constexpr size_t chunks_max = 1024; /* descriptors to 2^20, the host's own limit */
+constexpr size_t chunks_max = 1024; // descriptors to 2^20, the host's own limit
 
 using Slot = std::atomic<ObjectReader *>;
 using Chunk = std::array<Slot, chunk_slots>;
 
-/*
- * Of constant initialisation and without a destructor, so that a reader may be closed however late
- * in the process's life.
- */
+// Of constant initialisation and without a destructor, so that a reader may be closed however late
+// in the process's life.
 std::mutex table_lock;
 ObjectReader *readers = nullptr;
 Chunk first_chunk;
@@ -51,7 +49,7 @@ void after_fork_in_parent() {
 void after_fork_in_child() {
     release_spare_instances(true);
     for (ObjectReader *reader = readers; reader; reader = reader->next) {
-        /* Those that a parent's parent had are none of the table's. */
+        // Those that a parent's parent had are none of the table's.
         if (Slot *const slot = slot_of(reader->descriptor())) {
             *slot = nullptr;
             reader->abandon_in_child();

@@ -1,4 +1,4 @@
-/* The publisher's interface: changes are made up, checked against the limits, and appended. */
+// The publisher's interface: changes are made up, checked against the limits, and appended.
 #include <vantro/platform/objects.h>
 
 #include <pthread.h>
@@ -23,9 +23,9 @@ struct object_publisher {
     std::mutex lock;
     ObjectDirectory directory;
     RingWriter ring;
-    Picture picture; /* as the ring tells it */
+    Picture picture; // as the ring tells it
     bool abandoned = false;
-    object_publisher *next = nullptr; /* in the list of all, under its lock */
+    object_publisher *next = nullptr; // in the list of all, under its lock
     std::array<char, OBJECT_CHANGE_MAX + 1> text;
 
     int publish(std::string_view change);
@@ -33,11 +33,9 @@ struct object_publisher {
 
 namespace {
 
-/*
- * The publishers of this process, for fork. The list's lock comes before those of the publishers,
- * and is held with all of them across a fork, so that the child finds each whole. It holds no
- * memory and needs no destructor: it outlives whatever else the process destroys at its end.
- */
+// The publishers of this process, for fork. The list's lock comes before those of the publishers,
+// and is held with all of them across a fork, so that the child finds each whole. It holds no
+// memory and needs no destructor: it outlives whatever else the process destroys at its end.
 std::mutex publishers_lock;
 object_publisher *publishers = nullptr;
 
@@ -63,10 +61,8 @@ void after_fork_in_child() {
     publishers_lock.unlock();
 }
 
-/**
- * Takes the directory and enlists, without a fork in between: a child that does not know of the lock
- * would hold it beyond its parent's death.
- */
+// Takes the directory and enlists, without a fork in between: a child that does not know of the
+// lock would hold it beyond its parent's death.
 bool take_and_enlist(object_publisher *publisher, std::string_view directory) {
     static const int watches_fork =
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
@@ -112,7 +108,7 @@ bool may_be_published(const char *object) {
 } // namespace
 
 int object_publisher::publish(std::string_view change) {
-    /* The snapshot tells what was before the change, and so comes before it. */
+    // The snapshot tells what was before the change, and so comes before it.
     if (ring.snapshot_due(picture.bytes(), change.size())) {
         std::string snapshot;
         snapshot.reserve(picture.bytes());

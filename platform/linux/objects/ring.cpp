@@ -12,7 +12,7 @@ namespace vantro::platform {
 
 bool RingWriter::create(int file) {
     int error = EINTR;
-    while (error == EINTR) { /* which a file system in memory says whatever the handler asked for */
+    while (error == EINTR) { // which a file system in memory says whatever the handler asked for
         error = ::posix_fallocate(file, 0, ring_file_bytes);
     }
     if (error != 0) {
@@ -52,7 +52,7 @@ void RingWriter::retire() {
 void RingWriter::ring_bell(int file) {
     const char stroke = 1;
     fence_at_the_bell();
-    /* The byte is there already: nothing is allocated, and nothing can be in the way. */
+    // The byte is there already: nothing is allocated, and nothing can be in the way.
     [[maybe_unused]] const ssize_t written =
         ::pwrite(file, &stroke, sizeof stroke, offsetof(RingHeader, bell));
 }

@@ -1,24 +1,22 @@
-/*
- * The ring file: change texts of one publisher, mapped by it to write and by readers to read.
- *
- * Positions count the bytes appended since the ring was made, in 64 bits; a position's place in the
- * ring is what is left of it when it went round. A record is two 32-bit words, its length in bytes
- * and its kind, and the text, filled up to a multiple of 8. Records run over the ring's end.
- *
- * Invariants
- *  - The publisher raises `reserved` to a record's end before it writes a byte of it, and
- *    `committed` after the last. So a record that ends at or below `committed` is whole, also when
- *    the publisher died in the one behind it.
- *  - Bytes from `reserved - ring_capacity` on are what was appended there; those before are being
- *    overwritten. A reader copies first, then looks at `reserved`: what it copied is good when its
- *    position had not been reserved again.
- *  - `snapshot` is the position of a snapshot record that is not overwritten before there is
- *    another: one is due `snapshot_distance_max` behind the last at most, and that much, a snapshot and a
- *    record fit the ring together. It tells the objects as all records before it left them.
- *
- * Every word of the text is stored and loaded atomically, if without order: a reader may copy bytes
- * that are being overwritten, and finds out afterwards.
- */
+// The ring file: change texts of one publisher, mapped by it to write and by readers to read.
+//
+// Positions count the bytes appended since the ring was made, in 64 bits; a position's place in the
+// ring is what is left of it when it went round. A record is two 32-bit words, its length in bytes
+// and its kind, and the text, filled up to a multiple of 8. Records run over the ring's end.
+//
+// Invariants
+//  - The publisher raises `reserved` to a record's end before it writes a byte of it, and
+//    `committed` after the last. So a record that ends at or below `committed` is whole, also when
+//    the publisher died in the one behind it.
+//  - Bytes from `reserved - ring_capacity` on are what was appended there; those before are being
+//    overwritten. A reader copies first, then looks at `reserved`: what it copied is good when its
+//    position had not been reserved again.
+//  - `snapshot` is the position of a snapshot record that is not overwritten before there is
+//    another: one is due `snapshot_distance_max` behind the last at most, and that much, a snapshot
+//    and a record fit the ring together. It tells the objects as all records before it left them.
+//
+// Every word of the text is stored and loaded atomically, if without order: a reader may copy bytes
+// that are being overwritten, and finds out afterwards.
 #ifndef VANTRO_PLATFORM_LINUX_OBJECTS_RING_H
 #define VANTRO_PLATFORM_LINUX_OBJECTS_RING_H
 
@@ -35,33 +33,31 @@
 namespace vantro::platform {
 
 constexpr size_t ring_capacity = 1024 * 1024;
-/*
- * A snapshot comes when so many times its bytes were appended since the last: publishing costs an
- * eighth more at most, and whoever starts from it has little to catch up.
- */
+// A snapshot comes when so many times its bytes were appended since the last: publishing costs an
+// eighth more at most, and whoever starts from it has little to catch up.
 constexpr size_t snapshot_share = 8;
 constexpr size_t snapshot_distance_min = 16 * 1024;
 constexpr size_t snapshot_distance_max = ring_capacity / 2;
 
-/** The head of the file. Positions and flags are accessed atomically only. */
+// The head of the file. Positions and flags are accessed atomically only.
 struct RingHeader {
     uint64_t magic;
     uint32_t version;
     uint32_t capacity;
     uint8_t unused[48];
-    uint64_t reserved; /* at 64, a line of the cache of its own with the three below */
+    uint64_t reserved; // at 64, a line of the cache of its own with the three below
     uint64_t committed;
     uint64_t snapshot;
-    uint32_t retired; /* 1 when nothing more will come */
+    uint32_t retired; // 1 when nothing more will come
     uint8_t unused_too[36];
-    uint8_t bell; /* at 128: written with a system call, which wakes those who watch the file */
+    uint8_t bell; // at 128: written with a system call, which wakes those who watch the file
 };
 static_assert(offsetof(RingHeader, reserved) == 64 && offsetof(RingHeader, retired) == 88 &&
               offsetof(RingHeader, bell) == 128);
-/* Readers map the file read-only: a load that is made of a locked write would fault. */
+// Readers map the file read-only: a load that is made of a locked write would fault.
 static_assert(__atomic_always_lock_free(sizeof(uint64_t), nullptr));
 
-constexpr uint64_t ring_magic = 0x474e4952544e4156; /* "VANTRING" */
+constexpr uint64_t ring_magic = 0x474e4952544e4156; // "VANTRING"
 constexpr uint32_t ring_version = 1;
 constexpr size_t ring_data_offset = 4096;
 constexpr size_t ring_file_bytes = ring_data_offset + ring_capacity;
@@ -86,16 +82,14 @@ static_assert(snapshot_distance_max + record_bytes(OBJECT_TOTAL_MAX) +
                   record_bytes(OBJECT_CHANGE_MAX) <=
               ring_capacity - ring_capacity / 8);
 
-/** The publisher's side. One thread at a time. */
+// The publisher's side. One thread at a time.
 class RingWriter {
   public:
-    /**
-     * Makes a ring of an empty file: its space is allocated, and it begins with an empty snapshot.
-     * @return whether that went well; errno says why not.
-     */
+    // Makes a ring of an empty file: its space is allocated, and it begins with an empty snapshot.
+    // @return whether that went well; errno says why not.
     bool create(int file);
 
-    /** Whether a snapshot, of that many bytes, must come before a change of that length. */
+    // Whether a snapshot, of that many bytes, must come before a change of that length.
     bool snapshot_due(size_t snapshot_bytes, size_t length) const {
         const size_t distance = std::clamp(snapshot_share * snapshot_bytes, snapshot_distance_min,
                                            snapshot_distance_max);
@@ -103,15 +97,13 @@ class RingWriter {
     }
     void append(RecordKind kind, std::string_view text);
     void retire();
-    /**
-     * In a child of fork: a mapping keeps the file open, and with it the lock that says that the
-     * publisher lives.
-     */
+    // In a child of fork: a mapping keeps the file open, and with it the lock that says that the
+    // publisher lives.
     void abandon_in_child() { mapping_.reset(); }
-    /** Wakes those who watch the file. */
+    // Wakes those who watch the file.
     static void ring_bell(int file);
 
-    /** Marks the ring that an earlier publisher left, of which nothing else is believed. */
+    // Marks the ring that an earlier publisher left, of which nothing else is believed.
     static void retire_file(int file);
 
   private:
@@ -122,10 +114,10 @@ class RingWriter {
     uint64_t snapshot_ = 0;
 };
 
-/** A reader's side: hands out copies that were checked, and keeps no state. */
+// A reader's side: hands out copies that were checked, and keeps no state.
 class RingView {
   public:
-    /** Maps a ring. @return whether it is one: EBADMSG where it is short or noise. */
+    // Maps a ring. @return whether it is one: EBADMSG where it is short or noise.
     bool open(int file);
 
     uint64_t committed() const;
@@ -133,15 +125,13 @@ class RingView {
     bool retired() const;
 
     enum class Got { record, overtaken, noise };
-    /**
-     * Copies the record at a position below `end`, which committed() returned.
-     * @param text replaced by the record's text. May throw std::bad_alloc.
-     * @param next the position behind the record.
-     */
+    // Copies the record at a position below `end`, which committed() returned.
+    // @param text replaced by the record's text. May throw std::bad_alloc.
+    // @param next the position behind the record.
     Got get(uint64_t position, uint64_t end, RecordKind &kind, std::string &text,
             uint64_t &next) const;
 
-    /** In a child of fork, and at the end. */
+    // In a child of fork, and at the end.
     void close() { mapping_.reset(); }
 
   private:

@@ -1,4 +1,4 @@
-/* Copying into and out of shared memory while the other side may be at the same bytes. */
+// Copying into and out of shared memory while the other side may be at the same bytes.
 #ifndef VANTRO_PLATFORM_LINUX_OBJECTS_RING_WORDS_H
 #define VANTRO_PLATFORM_LINUX_OBJECTS_RING_WORDS_H
 
@@ -10,7 +10,7 @@
 
 namespace vantro::platform {
 
-/* The host's own width, so that each is one plain instruction. */
+// The host's own width, so that each is one plain instruction.
 using RingWord = unsigned long;
 static_assert(record_alignment % sizeof(RingWord) == 0);
 static_assert(__atomic_always_lock_free(sizeof(RingWord), nullptr));
@@ -19,7 +19,7 @@ inline RingWord *ring_word(char *mapping, uint64_t position) {
     return reinterpret_cast<RingWord *>(mapping + ring_data_offset + position % ring_capacity);
 }
 
-/** Stores bytes at a position that is a multiple of a word; the last word is filled with zeros. */
+// Stores bytes at a position that is a multiple of a word; the last word is filled with zeros.
 inline void store_words(char *mapping, uint64_t position, const void *from, size_t bytes) {
     const char *next = static_cast<const char *>(from);
     for (; bytes >= sizeof(RingWord); bytes -= sizeof(RingWord)) {
@@ -50,10 +50,8 @@ inline void load_words(char *mapping, uint64_t position, void *to, size_t bytes)
     }
 }
 
-/*
- * The thread sanitizer does not model fences, and one compiler says so in a warning. There is
- * nothing here for it to misjudge: every access that a fence orders is atomic itself.
- */
+// The thread sanitizer does not model fences, and one compiler says so in a warning. There is
+// nothing here for it to misjudge: every access that a fence orders is atomic itself.
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wtsan"
@@ -64,10 +62,8 @@ inline void fence_after_reserving() {
 inline void fence_after_copying() {
     __atomic_thread_fence(__ATOMIC_ACQUIRE);
 }
-/*
- * The publisher commits and then looks, within a system call, who watches; a reader watches and
- * then looks what is committed. Were either's second step to come first, both could see nothing.
- */
+// The publisher commits and then looks, within a system call, who watches; a reader watches and
+// then looks what is committed. Were either's second step to come first, both could see nothing.
 inline void fence_at_the_bell() {
     __atomic_thread_fence(__ATOMIC_SEQ_CST);
 }

@@ -1,4 +1,4 @@
-/* Global names. */
+// Global names.
 #include <vantro/platform/names.h>
 
 #include <cerrno>
@@ -15,7 +15,7 @@ using namespace vantro::platform;
 
 namespace {
 
-/* Names have a folder of their own, apart from the paths. */
+// Names have a folder of their own, apart from the paths.
 std::string place_of(const char *name) {
     return std::string("name/") + name;
 }

@@ -1,4 +1,4 @@
-/* The path-attach framework. */
+// The path-attach framework.
 #include <vantro/platform/path.h>
 
 #include <fcntl.h>
@@ -66,7 +66,7 @@ int send_result(const struct path_context *context, int result) {
                       : ipc_reply(context->receive_id, result, nullptr, 0);
 }
 
-/** A client's open, or one without attachment when it has none. */
+// A client's open, or one without attachment when it has none.
 PathOpen find_open(struct path_dispatch &dispatch, int conn_id) {
     const std::lock_guard guard(dispatch.lock);
     const auto found = dispatch.opens.find(conn_id);
@@ -108,7 +108,7 @@ int handle_read(struct path_context *context, const PathMessage &message, const 
     if (open.flags == O_WRONLY) {
         return send_result(context, -EBADF);
     }
-    /* The request is understood: its buffer is free for the answer. */
+    // The request is understood: its buffer is free for the answer.
     struct path_request request = {.context = context,
                                    .handle = open.attachment->attr,
                                    .open_flags = open.flags,
@@ -288,7 +288,7 @@ int path_check_access(struct path_context *context, const struct path_attr *attr
     if (client->uid == 0) {
         return 0;
     }
-    uint32_t granted = attr->mode << 6; /* the others' bits */
+    uint32_t granted = attr->mode << 6; // the others' bits
     if (client->uid == attr->uid) {
         granted = attr->mode;
     } else {
@@ -322,7 +322,7 @@ int path_attach(struct path_dispatch *dispatch, const struct path_attach_options
         attachment->connect = connect;
         attachment->io = io;
         attachment->attr = handle;
-        /* Before the path is published: its first client may come at once. */
+        // Before the path is published: its first client may come at once.
         {
             const std::lock_guard guard(dispatch->lock);
             dispatch->attachments.emplace(id, std::move(attachment));

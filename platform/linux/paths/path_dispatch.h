@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
-/** An attached path. */
+// An attached path.
 struct PathAttachment {
     int id = 0;
     const struct path_connect_funcs *connect = nullptr;
@@ -18,34 +18,34 @@ struct PathAttachment {
     struct path_attr *attr = nullptr;
 };
 
-/** What a client's open of a path holds until the client goes. */
+// What a client's open of a path holds until the client goes.
 struct PathOpen {
     const PathAttachment *attachment = nullptr;
     uint32_t flags = 0;
 };
 
-/** Attaching is for one thread at a time; handling is for many. */
+// Attaching is for one thread at a time; handling is for many.
 struct path_dispatch {
     int channel = 0;
     std::vector<std::unique_ptr<global_name_attachment>> names;
 
-    std::mutex lock;                                                      /* guards the two below */
-    std::unordered_map<int, std::unique_ptr<PathAttachment>> attachments; /* by id */
-    std::unordered_map<int, PathOpen> opens;                              /* by connection id */
+    std::mutex lock;                                                      // guards the two below
+    std::unordered_map<int, std::unique_ptr<PathAttachment>> attachments; // by id
+    std::unordered_map<int, PathOpen> opens;                              // by connection id
 };
 
 namespace vantro::platform {
 
-/** Publishes a name and makes its clients those of a channel. @return 0, or -1 with errno. */
+// Publishes a name and makes its clients those of a channel. @return 0, or -1 with errno.
 int listen_on(int channel, const std::string &place, int attachment);
 
-/** Messages of the framework: their first 16-bit word lies outside every other protocol's. */
+// Messages of the framework: their first 16-bit word lies outside every other protocol's.
 enum PathMessageType : uint16_t { path_open = 0x100, path_read = 0x101, path_write = 0x102 };
 
 struct PathMessage {
     uint16_t type = 0;
     uint16_t reserved = 0;
-    uint32_t value = 0; /* open: flags; read: bytes wanted; write: bytes that follow */
+    uint32_t value = 0; // open: flags; read: bytes wanted; write: bytes that follow
 };
 static_assert(sizeof(PathMessage) == 8);
 

@@ -16,10 +16,10 @@ namespace vantro::platform {
 
 namespace {
 
-/* The holder's alone: whoever may open the file can lock it, and so keep the name from its owner. */
+// The holder's alone: whoever may open the file can lock it, and so keep the name from its owner.
 constexpr mode_t lock_mode = 0600;
 constexpr std::string_view lock_suffix = ".lock";
-/* Who may use a service is decided by the framework, not by the file. */
+// Who may use a service is decided by the framework, not by the file.
 constexpr mode_t socket_mode = 0666;
 constexpr int backlog = 1024;
 
@@ -34,10 +34,10 @@ bool make_address(struct sockaddr_un &address, const std::string &path) {
     return true;
 }
 
-/** Binds and listens under a passing name, and gives the socket its own when it is ready. */
+// Binds and listens under a passing name, and gives the socket its own when it is ready.
 UniqueFd listen_at(const Place &place, int lock) {
-    /* Short, since the final one may not fit a socket address; and the same for every holder of the
-     * lock's file, so that what one left who died in here is found by the next. */
+    // Short, since the final one may not fit a socket address; and the same for every holder of the
+    // lock's file, so that what one left who died in here is found by the next.
     struct stat status;
     if (::fstat(lock, &status) != 0) {
         return UniqueFd();
@@ -66,7 +66,7 @@ UniqueFd listen_at(const Place &place, int lock) {
 
 } // namespace
 
-/* The file may be removed by its last holder between opening and locking: look again. */
+// The file may be removed by its last holder between opening and locking: look again.
 UniqueFd take_lock(int directory, const std::string &name) {
     for (;;) {
         UniqueFd lock(::openat(directory, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
@@ -97,7 +97,7 @@ UniqueFd take_lock(int directory, const std::string &name) {
 
 UniqueFd PublishedName::publish(std::string_view path) {
     if (path.ends_with(lock_suffix)) {
-        errno = ENOENT; /* or its socket would take the place of another name's lock */
+        errno = ENOENT; // or its socket would take the place of another name's lock
         return UniqueFd();
     }
     Place place = make_place(path);
@@ -138,7 +138,7 @@ UniqueFd connect_to_name(std::string_view path) {
     if (!place) {
         return UniqueFd();
     }
-    /* The socket itself first, so that a link in its place is not followed. */
+    // The socket itself first, so that a link in its place is not followed.
     const UniqueFd target(
         ::openat(place.directory.get(), place.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (!target) {

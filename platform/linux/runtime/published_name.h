@@ -8,11 +8,9 @@
 
 namespace vantro::platform {
 
-/**
- * A name in the runtime directory that this process holds. Whether a holder lives is told by a
- * lock on "NAME.lock" that ends with the process: a probe of the socket would fail between its
- * bind and its listen.
- */
+// A name in the runtime directory that this process holds. Whether a holder lives is told by a
+// lock on "NAME.lock" that ends with the process: a probe of the socket would fail between its
+// bind and its listen.
 class PublishedName {
   public:
     PublishedName() = default;
@@ -20,32 +18,28 @@ class PublishedName {
     PublishedName(const PublishedName &) = delete;
     PublishedName &operator=(const PublishedName &) = delete;
 
-    /**
-     * Takes the name and makes a listening socket under it. @return the socket, or an empty one
-     * with errno: EADDRINUSE when a live process holds the name.
-     */
+    // Takes the name and makes a listening socket under it. @return the socket, or an empty one
+    // with errno: EADDRINUSE when a live process holds the name.
     UniqueFd publish(std::string_view path);
 
-    /** Removes what was published, while the lock is still held. */
+    // Removes what was published, while the lock is still held.
     void withdraw();
 
-    /** In a child of fork: lets go of the lock without touching what the parent published. */
+    // In a child of fork: lets go of the lock without touching what the parent published.
     void forget();
 
   private:
     UniqueFd directory_;
     UniqueFd lock_;
-    std::string name_; /* empty where only the lock was had */
+    std::string name_; // empty where only the lock was had
     std::string lock_name_;
 };
 
-/**
- * Takes the lock on a file that is made where it is missing. @return it, held until closed, or an
- * empty one with errno: EADDRINUSE when a live process holds it.
- */
+// Takes the lock on a file that is made where it is missing. @return it, held until closed, or an
+// empty one with errno: EADDRINUSE when a live process holds it.
 UniqueFd take_lock(int directory, const std::string &name);
 
-/** Connects to the socket of a name. @return an empty one with errno. */
+// Connects to the socket of a name. @return an empty one with errno.
 UniqueFd connect_to_name(std::string_view path);
 
 } // namespace vantro::platform

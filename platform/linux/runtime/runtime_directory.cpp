@@ -16,10 +16,8 @@ constexpr const char *system_directory = "/run/vantro";
 constexpr mode_t directory_mode = 0755;
 constexpr int directory_flags = O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-/**
- * The user's runtime directory, where it may be trusted: the user's own, and nobody else's. ENOENT
- * where there is none such.
- */
+// The user's runtime directory, where it may be trusted: the user's own, and nobody else's. ENOENT
+// where there is none such.
 UniqueFd open_user_runtime() {
     const char *path = secure_getenv("XDG_RUNTIME_DIR");
     if (!path || path[0] != '/') {
@@ -36,14 +34,14 @@ UniqueFd open_user_runtime() {
     return directory;
 }
 
-/** Opens one part below a directory, making it first where that is wanted. */
+// Opens one part below a directory, making it first where that is wanted.
 UniqueFd open_part(int parent, const std::string &part, bool make) {
     UniqueFd found(::openat(parent, part.c_str(), O_PATH | directory_flags));
     if (found || errno != ENOENT || !make) {
         return found;
     }
     if (::mkdirat(parent, part.c_str(), directory_mode) == 0) {
-        /* The mode as promised, whatever the umask. */
+        // The mode as promised, whatever the umask.
         if (::fchmodat(parent, part.c_str(), directory_mode, 0) != 0) {
             return UniqueFd();
         }
@@ -61,7 +59,7 @@ UniqueFd open_root(bool make) {
             return root;
         }
     } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) {
-        return UniqueFd(); /* It may well be there, and the system's would be another place. */
+        return UniqueFd(); // It may well be there, and the system's would be another place.
     }
     UniqueFd root(::open(system_directory, O_PATH | directory_flags));
     if (!root && errno == ENOENT && make) {
@@ -71,7 +69,7 @@ UniqueFd open_root(bool make) {
     return root;
 }
 
-/** A link or a file where a directory should be is no such name, and says no more than that. */
+// A link or a file where a directory should be is no such name, and says no more than that.
 void tell_as_missing() {
     if (errno == ENOTDIR || errno == ELOOP) {
         errno = ENOENT;

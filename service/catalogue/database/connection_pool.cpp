@@ -10,7 +10,7 @@ namespace {
 constexpr int reader_cache_kib = 2 * 1024;
 
 // As many as a machine of this kind has threads that read at once.
-constexpr std::size_t idle_max = 8;
+constexpr size_t idle_max = 8;
 
 } // namespace
 
@@ -28,8 +28,9 @@ std::unique_ptr<Database> Pool::take() {
 
 void Pool::give_back(std::unique_ptr<Database> database) {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (idle_.size() < idle_max)
+    if (idle_.size() < idle_max) {
         idle_.push_back(std::move(database));
+    }
 }
 
 void Pool::replace(const std::function<void()> &replace) {

@@ -38,10 +38,12 @@ Rows::~Rows() {
 
 bool Rows::next() {
     const int result = sqlite3_step(statement_);
-    if (result == SQLITE_ROW)
+    if (result == SQLITE_ROW) {
         return true;
-    if (result != SQLITE_DONE)
+    }
+    if (result != SQLITE_DONE) {
         database_.fail("cannot be used");
+    }
     return false;
 }
 
@@ -52,28 +54,30 @@ int64_t Rows::integer(int column) const {
 std::string_view Rows::text(int column) const {
     const void *bytes = sqlite3_column_blob(statement_, column);
     const int size = sqlite3_column_bytes(statement_, column);
-    return bytes
-               ? std::string_view(static_cast<const char *>(bytes), static_cast<std::size_t>(size))
-               : std::string_view();
+    return bytes ? std::string_view(static_cast<const char *>(bytes), static_cast<size_t>(size))
+                 : std::string_view();
 }
 
 void Rows::bind(int at, int64_t value) {
-    if (sqlite3_bind_int64(statement_, at, value) != SQLITE_OK)
+    if (sqlite3_bind_int64(statement_, at, value) != SQLITE_OK) {
         database_.fail("cannot take a number");
+    }
 }
 
 void Rows::bind(int at, std::string_view value) {
     const char *text = value.data() ? value.data() : "";
     if (sqlite3_bind_text64(statement_, at, text, value.size(), SQLITE_TRANSIENT, SQLITE_UTF8) !=
-        SQLITE_OK)
+        SQLITE_OK) {
         database_.fail("cannot take a text");
+    }
 }
 
 void Rows::bind(int at, Blob value) {
     const char *bytes = value.bytes.data() ? value.bytes.data() : "";
     if (sqlite3_bind_blob64(statement_, at, bytes, value.bytes.size(), SQLITE_TRANSIENT) !=
-        SQLITE_OK)
+        SQLITE_OK) {
         database_.fail("cannot take bytes");
+    }
 }
 
 Database::Database(const std::filesystem::path &file, Access access, int cache_kib) {
@@ -101,8 +105,9 @@ Database::Database(const std::filesystem::path &file, Access access, int cache_k
 }
 
 Database::~Database() {
-    for (const auto &[sql, each] : kept_)
+    for (const auto &[sql, each] : kept_) {
         sqlite3_finalize(each.statement);
+    }
     sqlite3_close(handle_);
 }
 
@@ -115,10 +120,12 @@ sqlite3_stmt *Database::prepare(const char *sql, bool *&busy) {
     }
     sqlite3_stmt *statement = nullptr;
     if (sqlite3_prepare_v3(handle_, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) !=
-        SQLITE_OK)
+        SQLITE_OK) {
         fail("does not hold what it should", true);
-    if (kept.statement)
+    }
+    if (kept.statement) {
         return statement; // the kept one is busy further up
+    }
     kept.statement = statement;
     busy = &kept.busy;
     *busy = true;
@@ -126,8 +133,9 @@ sqlite3_stmt *Database::prepare(const char *sql, bool *&busy) {
 }
 
 void Database::script(const char *sql) {
-    if (sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+    if (sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
         fail("cannot be set up");
+    }
 }
 
 int64_t Database::last_id() const {
@@ -140,8 +148,9 @@ bool Database::in_transaction() const {
 
 void Database::fail(const char *what, bool damaged) const {
     const int code = sqlite3_extended_errcode(handle_);
-    if (code == SQLITE_NOMEM)
+    if (code == SQLITE_NOMEM) {
         throw std::bad_alloc();
+    }
     throw DatabaseError(fmt::format("{}: {}", what, sqlite3_errmsg(handle_)),
                         damaged || tells_damage(code));
 }
@@ -151,8 +160,9 @@ Transaction::Transaction(Database &database) : database_(database) {
 }
 
 Transaction::~Transaction() {
-    if (!open_ || !database_.in_transaction())
+    if (!open_ || !database_.in_transaction()) {
         return;
+    }
     try {
         database_.run("ROLLBACK");
     } catch (const std::exception &) {

@@ -66,12 +66,13 @@ class Rows {
     void bind(int at, Blob value);
     template <typename Value>
     void bind_any(int at, const Value &value) {
-        if constexpr (std::is_integral_v<Value> || std::is_enum_v<Value>)
+        if constexpr (std::is_integral_v<Value> || std::is_enum_v<Value>) {
             bind(at, static_cast<int64_t>(value));
-        else if constexpr (std::is_same_v<Value, Blob>)
+        } else if constexpr (std::is_same_v<Value, Blob>) {
             bind(at, value);
-        else
+        } else {
             bind(at, std::string_view(value));
+        }
     }
 
     Database &database_;

@@ -23,8 +23,9 @@ constexpr int writer_cache_kib = 16 * 1024;
 // it where that is not the album's, `stated` whether its file states an album artist, and
 // `own_artist` the identity of that one, or else of the performer.
 //
-// Numbers of songs start at the time the file was made, in microseconds, so that those of an earlier
-// file, which a track session may still hold, name nothing in this one. No scan is faster than that.
+// Numbers of songs start at the time the file was made, in microseconds, so that those of an
+// earlier file, which a track session may still hold, name nothing in this one. No scan is faster
+// than that.
 constexpr const char *tables = R"(
 CREATE TABLE source(
     id INTEGER PRIMARY KEY AUTOINCREMENT, path BLOB NOT NULL UNIQUE,
@@ -102,8 +103,9 @@ bool good(Database &database) {
         whole.commit();
         return true;
     }
-    if (found != version)
+    if (found != version) {
         return false;
+    }
     // That the tables are there at all; what is in them shows when it is used.
     database.run("SELECT generation, songs FROM source");
     database.run("SELECT id FROM node JOIN playlist ON node = id LIMIT 1");
@@ -128,16 +130,19 @@ void move_aside(const std::filesystem::path &file, const std::string &why,
     std::error_code error;
     for (int number = 1;; ++number) {
         aside = fmt::format("{}.bad-{}", file.native(), number);
-        if (!std::filesystem::exists(std::filesystem::symlink_status(aside, error)))
+        if (!std::filesystem::exists(std::filesystem::symlink_status(aside, error))) {
             break;
+        }
     }
     std::filesystem::rename(file, aside, error);
-    if (error)
+    if (error) {
         throw DatabaseError(fmt::format("{}, and cannot be moved aside: {}", why, error.message()),
                             false);
+    }
     // What is in the log of a file belongs to that file and to no other.
-    for (const char *beside : {"-wal", "-shm"})
+    for (const char *beside : {"-wal", "-shm"}) {
         std::filesystem::rename(file.native() + beside, aside.native() + beside, error);
+    }
     say(fmt::format("the catalogue {}; it was moved to {} and is made anew", why, aside.native()));
 }
 
@@ -145,17 +150,20 @@ std::unique_ptr<Database> open_catalogue_file(const std::filesystem::path &file,
                                               const std::function<void(const std::string &)> &say) {
     std::string why = "is of another version";
     try {
-        if (auto database = open_one(file))
+        if (auto database = open_one(file)) {
             return database;
+        }
     } catch (const DatabaseError &error) {
-        if (!error.damaged())
+        if (!error.damaged()) {
             throw;
+        }
         why = error.what();
     }
     move_aside(file, why, say);
     auto database = open_one(file);
-    if (!database)
+    if (!database) {
         throw DatabaseError("cannot be made", true);
+    }
     return database;
 }
 

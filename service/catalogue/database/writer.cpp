@@ -21,8 +21,9 @@ std::pair<std::string, std::string> below(std::string_view folder) {
 } // namespace
 
 void Writer::begin() {
-    if (!transaction_)
+    if (!transaction_) {
         transaction_.emplace(database_);
+    }
     ++pending_;
 }
 
@@ -50,8 +51,9 @@ std::optional<Writer::SongRow> Writer::find_song(const FileName &where, int64_t 
             "SELECT song.id, folder, album, year, performer, file, identity FROM song"
             " JOIN node ON node.id = folder WHERE song.source = ?1 AND song.key = ?2",
             where.source, each);
-        if (!row.next())
+        if (!row.next()) {
             return Match{0, false};
+        }
         song = {row.integer(0), row.integer(1), row.integer(2), row.integer(3), row.integer(4)};
         return Match{song.id, row.text(5) == where.file && row.text(6) == where.folder};
     });
@@ -59,12 +61,14 @@ std::optional<Writer::SongRow> Writer::find_song(const FileName &where, int64_t 
 }
 
 int64_t Writer::artwork_at(const std::optional<Artwork> &artwork) {
-    if (!artwork)
+    if (!artwork) {
         return 0;
+    }
     const int64_t known =
         database_.number(0, "SELECT id FROM artwork WHERE file = ?1", artwork->file);
-    if (known != 0)
+    if (known != 0) {
         return known;
+    }
     database_.run("INSERT INTO artwork(file, width, height) VALUES(?1, ?2, ?3)", artwork->file,
                   artwork->width, artwork->height);
     return database_.last_id();
@@ -79,8 +83,9 @@ void Writer::put_song(const FoundSong &song) {
     row.album = album_at(source, song.artist, song.album);
     row.performer = performer_at(source, song.performer, song.artist.identity);
     std::vector<int64_t> genres;
-    for (const FoundName &genre : song.genres)
+    for (const FoundName &genre : song.genres) {
         genres.push_back(node_at(source, kind_genre, genre, 0));
+    }
     const int64_t artwork = artwork_at(song.artwork);
 
     int64_t key = 0;
@@ -134,8 +139,9 @@ int64_t Writer::album_at(int32_t source, const FoundName &artist, FoundName albu
 
 // 0 where it is the album's artist, who has the song already.
 int64_t Writer::performer_at(int32_t source, const FoundName &performer, std::string_view artist) {
-    if (performer.identity.empty() || performer.identity == artist)
+    if (performer.identity.empty() || performer.identity == artist) {
         return 0;
+    }
     return node_at(source, kind_artist, performer, 0);
 }
 
@@ -163,8 +169,9 @@ void Writer::unlink(const SongRow &row) {
                            char{kind_no_album}),
           -1);
     Rows genres = database_.query("SELECT genre FROM song_genre WHERE song = ?1", row.id);
-    while (genres.next())
+    while (genres.next()) {
         count(genres.integer(0), -1);
+    }
     database_.run("DELETE FROM song_genre WHERE song = ?1", row.id);
     database_.run("DELETE FROM song_words WHERE rowid = ?1", row.id);
 }
@@ -194,9 +201,10 @@ void Writer::put_playlist(const FileName &where, const PlaylistFile &playlist,
                   Blob{where.file});
     database_.run("DELETE FROM playlist_entry WHERE playlist = ?1", node);
     int64_t position = 0;
-    for (const std::string &path : paths)
+    for (const std::string &path : paths) {
         database_.run("INSERT INTO playlist_entry(playlist, position, key) VALUES(?1, ?2, ?3)",
                       node, position++, key_of(kind_song, path));
+    }
     database_.run("DELETE FROM left_out WHERE source = ?1 AND folder = ?2 AND file = ?3",
                   where.source, Blob{where.folder}, Blob{where.file});
     changed(where.source);
@@ -232,8 +240,9 @@ bool Writer::leave_out(const FileName &where, FileStamp stamp, std::string_view 
                          "SELECT 1 FROM left_out WHERE source = ?1 AND folder = ?2 AND file = ?3"
                          " AND modified = ?4 AND size = ?5 AND why = ?6",
                          where.source, Blob{where.folder}, Blob{where.file}, stamp.modified_ns,
-                         stamp.size, why) == 1)
+                         stamp.size, why) == 1) {
         return false;
+    }
     begin();
     // A file that could be read before cannot be any more.
     remove_file(where);
@@ -247,13 +256,15 @@ bool Writer::leave_out(const FileName &where, FileStamp stamp, std::string_view 
 void Writer::remove_file(const FileName &where) {
     begin();
     int64_t key = 0;
-    if (const std::optional<SongRow> song = find_song(where, key))
+    if (const std::optional<SongRow> song = find_song(where, key)) {
         remove_song(where.source, *song);
+    }
     const int64_t playlist = database_.number(
         0, "SELECT node FROM playlist WHERE source = ?1 AND folder = ?2 AND file = ?3",
         where.source, Blob{where.folder}, Blob{where.file});
-    if (playlist != 0)
+    if (playlist != 0) {
         remove_playlist(where.source, playlist);
+    }
     database_.run("DELETE FROM left_out WHERE source = ?1 AND folder = ?2 AND file = ?3",
                   where.source, Blob{where.folder}, Blob{where.file});
 }
@@ -265,8 +276,9 @@ KnownFolder Writer::known(int32_t source, std::string_view folder) {
     int64_t key = 0;
     const int64_t node = find_node(source, kind_folder, folder, key);
     const auto take = [&known](Rows &rows, bool left_out = false) {
-        while (rows.next())
+        while (rows.next()) {
             known.files[std::string(rows.text(0))] = {{rows.integer(1), rows.integer(2)}, left_out};
+        }
     };
     {
         Rows rows =
@@ -288,8 +300,9 @@ KnownFolder Writer::known(int32_t source, std::string_view folder) {
     {
         Rows rows = database_.query("SELECT identity FROM node WHERE parent = ?1 AND kind = ?2",
                                     node, char{kind_folder});
-        while (node != 0 && rows.next())
+        while (node != 0 && rows.next()) {
             known.folders.insert(place_of(source, rows.text(0)).file);
+        }
     }
     // Folders without a song have no node; what is known of them hangs on their paths alone.
     const std::string first = folder.empty() ? "" : below(folder).first;
@@ -326,27 +339,31 @@ void Writer::remove_songs_of(int32_t source, int64_t folder) {
     std::vector<SongRow> songs;
     Rows rows =
         database_.query("SELECT id, album, year, performer FROM song WHERE folder = ?1", folder);
-    while (rows.next())
+    while (rows.next()) {
         songs.push_back(
             {rows.integer(0), folder, rows.integer(1), rows.integer(2), rows.integer(3)});
-    for (const SongRow &song : songs)
+    }
+    for (const SongRow &song : songs) {
         remove_song(source, song);
+    }
 }
 
 void Writer::remove_folder(int32_t source, std::string_view folder) {
     begin();
     std::vector<int64_t> folders;
     int64_t key = 0;
-    if (const int64_t node = find_node(source, kind_folder, folder, key); node != 0)
+    if (const int64_t node = find_node(source, kind_folder, folder, key); node != 0) {
         folders.push_back(node);
+    }
     while (!folders.empty()) {
         const int64_t node = folders.back();
         folders.pop_back();
         remove_songs_of(source, node);
         Rows inside = database_.query("SELECT id FROM node WHERE parent = ?1 AND kind = ?2", node,
                                       char{kind_folder});
-        while (inside.next())
+        while (inside.next()) {
             folders.push_back(inside.integer(0));
+        }
     }
     const auto [first, last] = below(folder);
     std::vector<int64_t> playlists;
@@ -354,11 +371,13 @@ void Writer::remove_folder(int32_t source, std::string_view folder) {
         Rows rows = database_.query("SELECT node FROM playlist WHERE source = ?1"
                                     " AND (folder = ?2 OR (folder > ?3 AND folder < ?4))",
                                     source, Blob{folder}, Blob{first}, Blob{last});
-        while (rows.next())
+        while (rows.next()) {
             playlists.push_back(rows.integer(0));
+        }
     }
-    for (const int64_t playlist : playlists)
+    for (const int64_t playlist : playlists) {
         remove_playlist(source, playlist);
+    }
     database_.run("DELETE FROM left_out WHERE source = ?1"
                   " AND (folder = ?2 OR (folder > ?3 AND folder < ?4))",
                   source, Blob{folder}, Blob{first}, Blob{last});
@@ -380,8 +399,9 @@ bool Writer::has_artwork(std::string_view file) {
 
 std::vector<int32_t> Writer::commit() {
     std::vector<int32_t> sources;
-    if (!transaction_)
+    if (!transaction_) {
         return sources;
+    }
     apply_counts();
     for (const auto &[source, songs] : changed_) {
         database_.run("UPDATE source SET generation = generation + 1, songs = songs + ?2"

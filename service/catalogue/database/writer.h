@@ -1,4 +1,5 @@
-// The one that writes the catalogue's file. One thread; what it does is seen by readers at commit().
+// The one that writes the catalogue's file. One thread; what it does is seen by readers at
+// commit().
 //
 // Everything throws DatabaseError; after that only undo() is of use.
 #ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_WRITER_H

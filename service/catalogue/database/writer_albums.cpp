@@ -28,7 +28,7 @@ std::vector<AlbumSong> album_songs(Database &database, int64_t folder) {
                        folder, char{kind_album});
     while (rows.next()) {
         const std::string_view identity = rows.text(5);
-        const std::size_t end = identity.find('\0');
+        const size_t end = identity.find('\0');
         songs.push_back({rows.integer(0), rows.integer(1), rows.integer(2), rows.integer(3) != 0,
                          std::string(rows.text(4)), std::string(identity.substr(0, end)),
                          std::string(identity.substr(end + 1))});
@@ -38,11 +38,14 @@ std::vector<AlbumSong> album_songs(Database &database, int64_t folder) {
 
 FoundName artist_in(const Tags &tags, std::string_view identity) {
     FoundName several = named(several_artists);
-    if (identity == several.identity)
+    if (identity == several.identity) {
         return several;
-    for (const char *key : {VANTRO_KEY_ALBUM_ARTIST, VANTRO_KEY_ARTIST})
-        if (FoundName name = named(tags.get(key)); name.identity == identity)
+    }
+    for (const char *key : {VANTRO_KEY_ALBUM_ARTIST, VANTRO_KEY_ARTIST}) {
+        if (FoundName name = named(tags.get(key)); name.identity == identity) {
             return name;
+        }
+    }
     return {};
 }
 
@@ -53,33 +56,38 @@ Tags tags_of(Database &database, int64_t song) {
 
 // A folder whose songs all name one album holds one album, whoever performs what. It is by the
 // artist that more than half of those that state an album artist name; where none does, by the one
-// that performs more than half; else by several. Nothing where the folder holds more than one album:
-// then each song has the artist that it names itself.
+// that performs more than half; else by several. Nothing where the folder holds more than one
+// album: then each song has the artist that it names itself.
 std::optional<FoundName> common_artist(Database &database, const std::vector<AlbumSong> &songs) {
     const auto of_same_name = [&](const AlbumSong &song) { return song.name == songs[0].name; };
-    if (!std::all_of(songs.begin(), songs.end(), of_same_name))
+    if (!std::all_of(songs.begin(), songs.end(), of_same_name)) {
         return std::nullopt;
+    }
     const bool any_stated =
         std::any_of(songs.begin(), songs.end(), [](const AlbumSong &song) { return song.stated; });
     struct Named {
-        std::size_t times = 0;
+        size_t times = 0;
         int64_t by = 0; // one of the songs
     };
     std::map<std::string_view, Named> artists;
-    std::size_t counted = 0;
+    size_t counted = 0;
     for (const AlbumSong &song : songs) {
-        if (song.stated != any_stated || song.own_artist.empty())
+        if (song.stated != any_stated || song.own_artist.empty()) {
             continue;
+        }
         ++counted;
         Named &artist = artists[song.own_artist];
         ++artist.times;
         artist.by = song.id;
     }
-    if (counted == 0)
+    if (counted == 0) {
         return FoundName();
-    for (const auto &[identity, artist] : artists)
-        if (2 * artist.times > counted)
+    }
+    for (const auto &[identity, artist] : artists) {
+        if (2 * artist.times > counted) {
             return artist_in(tags_of(database, artist.by), identity);
+        }
+    }
     return named(several_artists);
 }
 
@@ -93,8 +101,9 @@ void Writer::settle_folder(int32_t source, int64_t folder) {
     const std::vector<AlbumSong> songs = album_songs(database_, folder);
     const std::optional<FoundName> common = common_artist(database_, songs);
     for (const AlbumSong &song : songs) {
-        if (song.artist == (common ? common->identity : song.own_artist))
+        if (song.artist == (common ? common->identity : song.own_artist)) {
             continue;
+        }
         const Tags tags = tags_of(database_, song.id);
         const FoundName artist = common ? *common : artist_in(tags, song.own_artist);
         FoundName album{{}, song.name, {}};
@@ -122,17 +131,20 @@ void Writer::settle(int32_t source) {
     std::vector<int64_t> folders;
     {
         Rows rows = database_.query("SELECT folder FROM unsettled WHERE source = ?1", source);
-        while (rows.next())
+        while (rows.next()) {
             folders.push_back(rows.integer(0));
+        }
     }
-    for (const int64_t folder : folders)
+    for (const int64_t folder : folders) {
         settle_folder(source, folder);
+    }
     database_.run("DELETE FROM unsettled WHERE source = ?1", source);
     std::map<int64_t, int64_t> playlists;
     {
         Rows rows = database_.query("SELECT node FROM playlist WHERE source = ?1", source);
-        while (rows.next())
+        while (rows.next()) {
             playlists[rows.integer(0)] = 0;
+        }
     }
     for (auto &[node, songs] : playlists) {
         songs = database_.number(0,

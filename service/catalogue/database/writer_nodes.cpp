@@ -12,7 +12,7 @@ namespace vantro::service::catalogue {
 namespace {
 
 // Enough for the artists and albums that a scan meets again and again.
-constexpr std::size_t nodes_kept = 4096;
+constexpr size_t nodes_kept = 4096;
 
 // A key is looked for under so many salts where two things share one. More never do.
 constexpr int salts_max = 8;
@@ -24,8 +24,9 @@ int64_t Writer::find_node(int32_t source, char kind, std::string_view identity, 
         Rows row = database_.query(
             "SELECT id, identity FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3", source,
             kind, each);
-        if (!row.next())
+        if (!row.next()) {
             return Match{0, false};
+        }
         return Match{row.integer(0), row.text(1) == identity};
     });
 }
@@ -38,8 +39,9 @@ int64_t Writer::find_by_key(char kind, std::string_view identity, int64_t &key,
     const int64_t plain = key_of(kind, identity);
     key = plain;
     Match found = look(plain);
-    if (found.same || (found.id == 0 && !shared(plain)))
+    if (found.same || (found.id == 0 && !shared(plain))) {
         return found.id;
+    }
     bool has_key = found.id == 0;
     for (int salt = 1; salt <= salts_max || !has_key; ++salt) {
         const int64_t salted = key_of(kind, identity, salt);
@@ -48,8 +50,9 @@ int64_t Writer::find_by_key(char kind, std::string_view identity, int64_t &key,
             key = salted;
             return found.id;
         }
-        if (found.id == 0 && !std::exchange(has_key, true))
+        if (found.id == 0 && !std::exchange(has_key, true)) {
             key = salted;
+        }
     }
     database_.run("INSERT OR IGNORE INTO shared_key(key) VALUES(?1)", plain);
     return 0;
@@ -62,8 +65,9 @@ bool Writer::shared(int64_t key) {
 int64_t Writer::node_at(int32_t source, char kind, const FoundName &name, int64_t parent,
                         std::string_view artist) {
     std::string known = fmt::format("{} {} ", source, kind) + name.identity;
-    if (const auto found = nodes_.find(known); found != nodes_.end())
+    if (const auto found = nodes_.find(known); found != nodes_.end()) {
         return found->second;
+    }
     int64_t key = 0;
     int64_t id = find_node(source, kind, name.identity, key);
     if (id == 0) {
@@ -71,20 +75,23 @@ int64_t Writer::node_at(int32_t source, char kind, const FoundName &name, int64_
                       " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7)",
                       source, kind, key, parent, name.text, Blob{name.identity}, Blob{name.sort});
         id = database_.last_id();
-        if (parent != 0 && kind != kind_no_album)
+        if (parent != 0 && kind != kind_no_album) {
             count(parent, 1);
+        }
         count(id, 0); // looked at again before others see it
         const std::string words = spaced(name.text);
-        if (kind == kind_artist)
+        if (kind == kind_artist) {
             database_.run("INSERT INTO node_words(rowid, artist) VALUES(?1, ?2)", id, words);
-        else if (kind == kind_album)
+        } else if (kind == kind_album) {
             database_.run("INSERT INTO node_words(rowid, album, of_artist) VALUES(?1, ?2, ?3)", id,
                           words, spaced(artist));
-        else if (kind == kind_genre)
+        } else if (kind == kind_genre) {
             database_.run("INSERT INTO node_words(rowid, genre) VALUES(?1, ?2)", id, words);
+        }
     }
-    if (nodes_.size() >= nodes_kept)
+    if (nodes_.size() >= nodes_kept) {
         nodes_.clear();
+    }
     nodes_.emplace(std::move(known), id);
     return id;
 }
@@ -93,8 +100,9 @@ int64_t Writer::node_at(int32_t source, char kind, const FoundName &name, int64_
 int64_t Writer::folder_at(int32_t source, std::string_view folder) {
     const std::string known =
         fmt::format("{} {} ", source, char{kind_folder}) + std::string(folder);
-    if (const auto found = nodes_.find(known); found != nodes_.end())
+    if (const auto found = nodes_.find(known); found != nodes_.end()) {
         return found->second;
+    }
     const FileName place = place_of(source, folder);
     const int64_t parent = folder.empty() ? 0 : folder_at(source, place.folder);
     FoundName name{clean_text(place.file, tag_text_max), std::string(folder), {}};
@@ -103,8 +111,9 @@ int64_t Writer::folder_at(int32_t source, std::string_view folder) {
 }
 
 int64_t Writer::year_at(int32_t source, int32_t year) {
-    if (year == 0)
+    if (year == 0) {
         return 0;
+    }
     int64_t id =
         database_.number(0, "SELECT id FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3",
                          source, char{kind_year}, year);
@@ -120,8 +129,9 @@ int64_t Writer::year_at(int32_t source, int32_t year) {
 }
 
 void Writer::count(int64_t node, int difference) {
-    if (node != 0)
+    if (node != 0) {
         counts_[node] += difference;
+    }
 }
 
 // Nodes that hold nothing any more go, and so may those that held them.
@@ -130,12 +140,14 @@ void Writer::apply_counts() {
         std::unordered_map<int64_t, int> now;
         now.swap(counts_);
         for (const auto &[node, difference] : now) {
-            if (difference != 0)
+            if (difference != 0) {
                 database_.run("UPDATE node SET count = count + ?2 WHERE id = ?1", node, difference);
+            }
             const int64_t left = database_.number(1, "SELECT count FROM node WHERE id = ?1", node);
             // What was counted in the meantime keeps it for the next round.
-            if (left <= 0 && counts_.count(node) == 0)
+            if (left <= 0 && counts_.count(node) == 0) {
                 remove_node(node);
+            }
         }
     }
 }
@@ -145,16 +157,19 @@ void Writer::remove_node(int64_t node) {
     int64_t parent = 0;
     {
         Rows row = database_.query("SELECT kind, parent FROM node WHERE id = ?1", node);
-        if (!row.next())
+        if (!row.next()) {
             return;
+        }
         kind = static_cast<char>(row.integer(0));
         parent = row.integer(1);
     }
-    if (kind == kind_artist || kind == kind_album || kind == kind_genre)
+    if (kind == kind_artist || kind == kind_album || kind == kind_genre) {
         database_.run("DELETE FROM node_words WHERE rowid = ?1", node);
+    }
     database_.run("DELETE FROM node WHERE id = ?1", node);
-    if (kind != kind_no_album)
+    if (kind != kind_no_album) {
         count(parent, -1);
+    }
     nodes_.clear();
 }
 

@@ -16,10 +16,11 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-uint32_t big_endian(std::string_view bytes, std::size_t at, std::size_t count) {
+uint32_t big_endian(std::string_view bytes, size_t at, size_t count) {
     uint32_t number = 0;
-    for (std::size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i) {
         number = number << 8 | static_cast<unsigned char>(bytes[at + i]);
+    }
     return number;
 }
 
@@ -27,18 +28,20 @@ uint32_t big_endian(std::string_view bytes, std::size_t at, std::size_t count) {
 constexpr uint32_t side_max = 1'000'000;
 
 std::optional<PictureHead> sized(const char *ending, uint32_t width, uint32_t height) {
-    if (width == 0 || height == 0 || width > side_max || height > side_max)
+    if (width == 0 || height == 0 || width > side_max || height > side_max) {
         return std::nullopt;
+    }
     return PictureHead{ending, static_cast<int32_t>(width), static_cast<int32_t>(height)};
 }
 
 // Segments follow each other up to the one that states the size: C0 to CF but for three that share
 // its range.
 std::optional<PictureHead> jpeg_head(std::string_view bytes) {
-    std::size_t at = 2;
+    size_t at = 2;
     while (at + 9 <= bytes.size()) {
-        if (bytes[at] != '\xFF')
+        if (bytes[at] != '\xFF') {
             return std::nullopt;
+        }
         const auto marker = static_cast<unsigned char>(bytes[at + 1]);
         if (marker == 0xFF) { // padding
             ++at;
@@ -48,11 +51,14 @@ std::optional<PictureHead> jpeg_head(std::string_view bytes) {
             at += 2;
             continue;
         }
-        if (marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC)
+        if (marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 &&
+            marker != 0xCC) {
             return sized("jpg", big_endian(bytes, at + 7, 2), big_endian(bytes, at + 5, 2));
+        }
         const uint32_t length = big_endian(bytes, at + 2, 2);
-        if (length < 2 || marker == 0xD9 || marker == 0xDA)
+        if (length < 2 || marker == 0xD9 || marker == 0xDA) {
             return std::nullopt;
+        }
         at += 2 + length;
     }
     return std::nullopt;
@@ -63,10 +69,11 @@ std::string escaped(std::string_view path) {
                                               "0123456789-._~/";
     std::string text;
     for (const char c : path) {
-        if (plain.find(c) != std::string_view::npos)
+        if (plain.find(c) != std::string_view::npos) {
             text += c;
-        else
+        } else {
             text += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+        }
     }
     return text;
 }
@@ -77,18 +84,21 @@ std::string escaped(std::string_view path) {
 
 void write_all(const std::filesystem::path &file, std::string_view bytes) {
     const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (descriptor < 0)
+    if (descriptor < 0) {
         cannot_keep(errno);
+    }
     int failure = 0;
     while (!bytes.empty() && failure == 0) {
         const ssize_t count = write(descriptor, bytes.data(), bytes.size());
-        if (count >= 0)
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-        else if (errno != EINTR)
+        if (count >= 0) {
+            bytes.remove_prefix(static_cast<size_t>(count));
+        } else if (errno != EINTR) {
             failure = errno;
+        }
     }
-    if (close(descriptor) != 0 && failure == 0)
+    if (close(descriptor) != 0 && failure == 0) {
         failure = errno;
+    }
     if (failure != 0) {
         unlink(file.c_str());
         cannot_keep(failure);
@@ -97,9 +107,10 @@ void write_all(const std::filesystem::path &file, std::string_view bytes) {
 
 // Whatever else a person put into the directory stays there.
 bool is_ours(std::string_view name) {
-    const std::size_t digest_end = name.find_first_not_of("0123456789abcdef");
-    if (digest_end == 64)
+    const size_t digest_end = name.find_first_not_of("0123456789abcdef");
+    if (digest_end == 64) {
         return name.substr(64) == ".jpg" || name.substr(64) == ".png";
+    }
     return name.size() > 6 && name.front() == '.' && name.substr(name.size() - 5) == ".part";
 }
 
@@ -107,10 +118,12 @@ bool is_ours(std::string_view name) {
 
 std::optional<PictureHead> picture_head(std::string_view bytes) {
     constexpr std::string_view png("\x89PNG\r\n\x1A\n\0\0\0\x0DIHDR", 16);
-    if (bytes.substr(0, png.size()) == png && bytes.size() >= 24)
+    if (bytes.substr(0, png.size()) == png && bytes.size() >= 24) {
         return sized("png", big_endian(bytes, 16, 4), big_endian(bytes, 20, 4));
-    if (bytes.substr(0, 2) == "\xFF\xD8")
+    }
+    if (bytes.substr(0, 2) == "\xFF\xD8") {
         return jpeg_head(bytes);
+    }
     return std::nullopt;
 }
 
@@ -119,14 +132,16 @@ std::optional<int> picture_rank(std::string_view name) {
     std::transform(lower.begin(), lower.end(), lower.begin(), [](char c) {
         return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     });
-    const std::size_t dot = std::min(lower.rfind('.'), lower.size());
+    const size_t dot = std::min(lower.rfind('.'), lower.size());
     const std::string ending = lower.substr(dot);
-    if (ending != ".jpg" && ending != ".jpeg" && ending != ".png")
+    if (ending != ".jpg" && ending != ".jpeg" && ending != ".png") {
         return std::nullopt;
+    }
     int rank = 0;
     for (const char *stem : {"cover", "folder", "front", "albumcover", "album"}) {
-        if (lower.compare(0, dot, stem) == 0)
+        if (lower.compare(0, dot, stem) == 0) {
             return rank;
+        }
         ++rank;
     }
     return plain_picture_rank;
@@ -138,17 +153,20 @@ ArtworkFolder::ArtworkFolder(const std::filesystem::path &directory)
 }
 
 std::optional<Artwork> ArtworkFolder::keep(std::string_view bytes) const {
-    if (bytes.size() > picture_bytes_max)
+    if (bytes.size() > picture_bytes_max) {
         return std::nullopt;
+    }
     const std::optional<PictureHead> head = picture_head(bytes);
-    if (!head)
+    if (!head) {
         return std::nullopt;
+    }
     Artwork artwork{fmt::format("{}.{}", digest(bytes), head->ending), head->width, head->height};
     const std::filesystem::path file = directory_ / artwork.file;
     struct stat status = {};
     if (lstat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-        static_cast<std::size_t>(status.st_size) == bytes.size())
+        static_cast<size_t>(status.st_size) == bytes.size()) {
         return artwork;
+    }
     // Two threads may find the same cover at once; a reader never sees half of one.
     static std::atomic<unsigned> number;
     const std::filesystem::path part = directory_ / fmt::format(".{}.part", ++number);
@@ -170,8 +188,9 @@ void ArtworkFolder::sweep(const std::function<bool(const std::string &file)> &wa
     std::filesystem::directory_iterator entry(directory_, error);
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         const std::string name = entry->path().filename().native();
-        if (is_ours(name) && !wanted(name))
+        if (is_ours(name) && !wanted(name)) {
             unlink(entry->path().c_str());
+        }
     }
 }
 

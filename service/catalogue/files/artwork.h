@@ -12,7 +12,7 @@
 namespace vantro::service::catalogue {
 
 // Largest picture that is taken for a cover, in bytes.
-inline constexpr std::size_t picture_bytes_max = 16 * 1024 * 1024;
+inline constexpr size_t picture_bytes_max = 16 * 1024 * 1024;
 
 // A cover in the artwork directory.
 struct Artwork {

@@ -28,20 +28,22 @@ FoundName named(std::string_view text) {
 
 std::string path_below(std::string_view folder, std::string_view file) {
     std::string path(folder);
-    if (!path.empty())
+    if (!path.empty()) {
         path += '/';
+    }
     return path.append(file);
 }
 
 FileName place_of(int32_t source, std::string_view path) {
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string_view::npos)
+    const size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos) {
         return {source, "", std::string(path)};
+    }
     return {source, std::string(path.substr(0, slash)), std::string(path.substr(slash + 1))};
 }
 
 std::string title_of_file(std::string_view file) {
-    const std::size_t dot = file.rfind('.');
+    const size_t dot = file.rfind('.');
     const bool has_ending = dot != std::string_view::npos && dot != 0;
     return clean_text(has_ending ? file.substr(0, dot) : file, tag_text_max);
 }
@@ -49,15 +51,17 @@ std::string title_of_file(std::string_view file) {
 void complete(FoundSong &found) {
     const Tags &tags = found.song.tags;
     found.title = tags.get(VANTRO_KEY_TITLE);
-    if (found.title.empty())
+    if (found.title.empty()) {
         found.title = title_of_file(found.where.file);
+    }
     found.sort = sort_key(found.title);
     found.place = place_of(found.song.disc, found.song.track);
 
     found.performer = named(tags.get(VANTRO_KEY_ARTIST));
     std::string_view stated = tags.get(VANTRO_KEY_ALBUM_ARTIST);
-    if (stated.empty() && tags.get(VANTRO_KEY_COMPILATION) == "1")
+    if (stated.empty() && tags.get(VANTRO_KEY_COMPILATION) == "1") {
         stated = several_artists;
+    }
     found.artist_stated = !stated.empty();
     found.artist = found.artist_stated ? named(stated) : found.performer;
     found.album = named(tags.get(VANTRO_KEY_ALBUM));
@@ -66,8 +70,9 @@ void complete(FoundSong &found) {
         const bool again =
             std::any_of(found.genres.begin(), found.genres.end(),
                         [&](const FoundName &other) { return other.identity == name.identity; });
-        if (!name.identity.empty() && !again)
+        if (!name.identity.empty() && !again) {
             found.genres.push_back(std::move(name));
+        }
     }
 }
 

@@ -10,23 +10,25 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-constexpr std::size_t window_bytes = 16 * 1024;
+constexpr size_t window_bytes = 16 * 1024;
 
 } // namespace
 
 FileStream::FileStream(const std::string &path)
     : path_(path), descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {
-    if (descriptor_ < 0 || fstat(descriptor_, &status_) != 0)
+    if (descriptor_ < 0 || fstat(descriptor_, &status_) != 0) {
         failure_ = strerrordesc_np(errno);
-    else if (!S_ISREG(status_.st_mode))
+    } else if (!S_ISREG(status_.st_mode)) {
         failure_ = "is not a regular file";
-    else if (status_.st_size == 0)
+    } else if (status_.st_size == 0) {
         failure_ = "is empty";
+    }
 }
 
 FileStream::~FileStream() {
-    if (descriptor_ >= 0)
+    if (descriptor_ >= 0) {
         close(descriptor_);
+    }
 }
 
 void FileStream::rewind(bool with_name) {
@@ -35,27 +37,30 @@ void FileStream::rewind(bool with_name) {
     left_ = budget_bytes;
 }
 
-std::size_t FileStream::read_at(char *bytes, std::size_t size, long offset) const {
-    std::size_t done = 0;
+size_t FileStream::read_at(char *bytes, size_t size, long offset) const {
+    size_t done = 0;
     while (done < size) {
         const ssize_t count =
             pread(descriptor_, bytes + done, size - done, offset + static_cast<long>(done));
-        if (count < 0 && errno == EINTR)
+        if (count < 0 && errno == EINTR) {
             continue;
-        if (count <= 0)
+        }
+        if (count <= 0) {
             break; // the file may have become shorter
-        done += static_cast<std::size_t>(count);
+        }
+        done += static_cast<size_t>(count);
     }
     return done;
 }
 
 TagLib::ByteVector FileStream::readBlock(unsigned long length_wanted) {
     const long rest = std::min(std::max(length() - at_, 0l), left_);
-    const std::size_t wanted = std::min(length_wanted, static_cast<unsigned long>(rest));
-    if (wanted == 0)
+    const size_t wanted = std::min(length_wanted, static_cast<unsigned long>(rest));
+    if (wanted == 0) {
         return {};
+    }
     TagLib::ByteVector bytes(static_cast<unsigned>(wanted), '\0');
-    std::size_t got = 0;
+    size_t got = 0;
     if (wanted > window_bytes / 2) {
         got = read_at(bytes.data(), wanted, at_);
     } else {
@@ -68,7 +73,7 @@ TagLib::ByteVector FileStream::readBlock(unsigned long length_wanted) {
             window_.resize(read_at(window_.data(), window_bytes, at_));
             window_at_ = at_;
         }
-        const auto skip = static_cast<std::size_t>(at_ - window_at_);
+        const auto skip = static_cast<size_t>(at_ - window_at_);
         got = std::min(wanted, window_.size() - skip);
         std::memcpy(bytes.data(), window_.data() + skip, got);
     }
@@ -82,8 +87,9 @@ void FileStream::seek(long offset, Position from) {
     const long base = from == Current ? at_ : from == End ? length() : 0;
     // Offsets are sums of what the file says; they may be anything.
     long target = 0;
-    if (__builtin_add_overflow(base, offset, &target) || target < 0)
+    if (__builtin_add_overflow(base, offset, &target) || target < 0) {
         target = 0;
+    }
     at_ = target;
 }
 

@@ -43,7 +43,7 @@ class FileStream : public TagLib::IOStream {
     void truncate(long) override {}
 
   private:
-    std::size_t read_at(char *bytes, std::size_t size, long offset) const;
+    size_t read_at(char *bytes, size_t size, long offset) const;
 
     const std::string path_;
     int descriptor_ = -1;

@@ -38,8 +38,9 @@ std::string best_of(const List &pictures) {
     const TagLib::FLAC::Picture *best = nullptr;
     for (const TagLib::FLAC::Picture *picture : pictures) {
         if (!best || (picture->type() == TagLib::FLAC::Picture::FrontCover &&
-                      best->type() != TagLib::FLAC::Picture::FrontCover))
+                      best->type() != TagLib::FLAC::Picture::FrontCover)) {
             best = picture;
+        }
     }
     return best ? text_of(best->data()) : "";
 }
@@ -51,8 +52,9 @@ std::string in_id3(const TagLib::ID3v2::Tag *tag) {
         for (const TagLib::ID3v2::Frame *each : tag->frameListMap()["APIC"]) {
             const auto *frame = dynamic_cast<const Frame *>(each);
             if (frame && (!best || (frame->type() == Frame::FrontCover &&
-                                    best->type() != Frame::FrontCover)))
+                                    best->type() != Frame::FrontCover))) {
                 best = frame;
+            }
         }
     }
     return best ? text_of(best->picture()) : "";
@@ -64,39 +66,46 @@ std::string in_xiph(TagLib::Tag *tag) {
 }
 
 std::string in_mp4(const TagLib::MP4::Tag *tag) {
-    if (!tag || !tag->contains("covr"))
+    if (!tag || !tag->contains("covr")) {
         return "";
+    }
     const TagLib::MP4::CoverArtList covers = tag->item("covr").toCoverArtList();
     return covers.isEmpty() ? "" : text_of(covers.front().data());
 }
 
 std::string in_asf(TagLib::ASF::Tag *tag) {
-    if (!tag)
+    if (!tag) {
         return "";
+    }
     const TagLib::ASF::AttributeList pictures = tag->attribute("WM/Picture");
     return pictures.isEmpty() ? "" : text_of(pictures.front().toPicture().picture());
 }
 
 // A description, a NUL, the picture.
 std::string in_ape(const TagLib::APE::Tag *tag) {
-    if (!tag || !tag->itemListMap().contains("COVER ART (FRONT)"))
+    if (!tag || !tag->itemListMap().contains("COVER ART (FRONT)")) {
         return "";
+    }
     const std::string data = text_of(tag->itemListMap()["COVER ART (FRONT)"].binaryData());
-    const std::size_t end = data.find('\0');
+    const size_t end = data.find('\0');
     return end == std::string::npos ? "" : data.substr(end + 1);
 }
 
 } // namespace
 
 const char *codec_of(const TagLib::File &file) {
-    if (as<TagLib::FLAC::File>(file) || as<TagLib::Ogg::FLAC::File>(file))
+    if (as<TagLib::FLAC::File>(file) || as<TagLib::Ogg::FLAC::File>(file)) {
         return "flac";
-    if (as<TagLib::Vorbis::File>(file))
+    }
+    if (as<TagLib::Vorbis::File>(file)) {
         return "vorbis";
-    if (as<TagLib::Ogg::Opus::File>(file))
+    }
+    if (as<TagLib::Ogg::Opus::File>(file)) {
         return "opus";
-    if (as<TagLib::Ogg::Speex::File>(file))
+    }
+    if (as<TagLib::Ogg::Speex::File>(file)) {
         return "speex";
+    }
     if (const auto *mpeg = as<TagLib::MPEG::File>(file)) {
         const auto *audio = mpeg->audioProperties();
         return audio && audio->layer() == 2 ? "mp2" : audio && audio->layer() == 1 ? "mp1" : "mp3";
@@ -105,46 +114,60 @@ const char *codec_of(const TagLib::File &file) {
         const auto *audio = mp4->audioProperties();
         return audio && audio->codec() == TagLib::MP4::Properties::ALAC ? "alac" : "aac";
     }
-    if (as<TagLib::RIFF::WAV::File>(file) || as<TagLib::RIFF::AIFF::File>(file))
+    if (as<TagLib::RIFF::WAV::File>(file) || as<TagLib::RIFF::AIFF::File>(file)) {
         return "pcm";
-    if (as<TagLib::APE::File>(file))
+    }
+    if (as<TagLib::APE::File>(file)) {
         return "ape";
-    if (as<TagLib::WavPack::File>(file))
+    }
+    if (as<TagLib::WavPack::File>(file)) {
         return "wavpack";
-    if (as<TagLib::MPC::File>(file))
+    }
+    if (as<TagLib::MPC::File>(file)) {
         return "musepack";
-    if (as<TagLib::TrueAudio::File>(file))
+    }
+    if (as<TagLib::TrueAudio::File>(file)) {
         return "tta";
-    if (as<TagLib::ASF::File>(file))
+    }
+    if (as<TagLib::ASF::File>(file)) {
         return "wma";
+    }
     return "";
 }
 
 std::string picture_in(TagLib::File &file) {
     if (auto *flac = dynamic_cast<TagLib::FLAC::File *>(&file)) {
         std::string picture = best_of(flac->pictureList());
-        if (picture.empty() && flac->hasID3v2Tag())
+        if (picture.empty() && flac->hasID3v2Tag()) {
             picture = in_id3(flac->ID3v2Tag());
+        }
         return picture;
     }
     if (auto *mpeg = dynamic_cast<TagLib::MPEG::File *>(&file)) {
         std::string picture = mpeg->hasID3v2Tag() ? in_id3(mpeg->ID3v2Tag()) : "";
         return picture.empty() && mpeg->hasAPETag() ? in_ape(mpeg->APETag()) : picture;
     }
-    if (auto *mp4 = dynamic_cast<TagLib::MP4::File *>(&file))
+    if (auto *mp4 = dynamic_cast<TagLib::MP4::File *>(&file)) {
         return in_mp4(mp4->tag());
-    if (auto *asf = dynamic_cast<TagLib::ASF::File *>(&file))
+    }
+    if (auto *asf = dynamic_cast<TagLib::ASF::File *>(&file)) {
         return in_asf(asf->tag());
-    if (auto *wav = dynamic_cast<TagLib::RIFF::WAV::File *>(&file))
+    }
+    if (auto *wav = dynamic_cast<TagLib::RIFF::WAV::File *>(&file)) {
         return wav->hasID3v2Tag() ? in_id3(wav->ID3v2Tag()) : "";
-    if (auto *aiff = dynamic_cast<TagLib::RIFF::AIFF::File *>(&file))
+    }
+    if (auto *aiff = dynamic_cast<TagLib::RIFF::AIFF::File *>(&file)) {
         return aiff->hasID3v2Tag() ? in_id3(aiff->tag()) : "";
-    if (auto *ape = dynamic_cast<TagLib::APE::File *>(&file))
+    }
+    if (auto *ape = dynamic_cast<TagLib::APE::File *>(&file)) {
         return ape->hasAPETag() ? in_ape(ape->APETag()) : "";
-    if (auto *wavpack = dynamic_cast<TagLib::WavPack::File *>(&file))
+    }
+    if (auto *wavpack = dynamic_cast<TagLib::WavPack::File *>(&file)) {
         return wavpack->hasAPETag() ? in_ape(wavpack->APETag()) : "";
-    if (auto *mpc = dynamic_cast<TagLib::MPC::File *>(&file))
+    }
+    if (auto *mpc = dynamic_cast<TagLib::MPC::File *>(&file)) {
         return mpc->hasAPETag() ? in_ape(mpc->APETag()) : "";
+    }
     return in_xiph(file.tag());
 }
 

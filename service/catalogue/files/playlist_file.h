@@ -11,8 +11,8 @@
 namespace vantro::service::catalogue {
 
 // Largest playlist file, in bytes, and most entries of one. More is no list that anybody made.
-inline constexpr std::size_t playlist_bytes_max = 4 * 1024 * 1024;
-inline constexpr std::size_t playlist_entries_max = 100'000;
+inline constexpr size_t playlist_bytes_max = 4 * 1024 * 1024;
+inline constexpr size_t playlist_entries_max = 100'000;
 
 bool has_playlist_name(std::string_view name);
 

@@ -48,37 +48,41 @@ constexpr TagName tag_names[] = {
 };
 
 // A song in more genres than this is in none.
-constexpr std::size_t genres_max = 16;
+constexpr size_t genres_max = 16;
 
-std::string text_of(const TagLib::String &value, std::size_t limit = tag_text_max) {
+std::string text_of(const TagLib::String &value, size_t limit = tag_text_max) {
     return clean_text(value.stripWhiteSpace().to8Bit(true), limit);
 }
 
 // Several values of one key become one text.
-std::string joined(const TagLib::StringList &values, std::size_t limit) {
+std::string joined(const TagLib::StringList &values, size_t limit) {
     std::string text;
     for (const TagLib::String &value : values) {
         const std::string each = text_of(value, limit);
-        const std::size_t between = text.empty() ? 0 : 2;
-        if (text.size() + between + each.size() > limit)
+        const size_t between = text.empty() ? 0 : 2;
+        if (text.size() + between + each.size() > limit) {
             break;
-        if (!each.empty())
+        }
+        if (!each.empty()) {
             text += (between == 0 ? "" : "; ") + each;
+        }
     }
     return text;
 }
 
 std::string first_of(const TagLib::PropertyMap &properties, const TagName &tag) {
-    const std::size_t limit =
-        std::string_view(tag.key) == VANTRO_KEY_LYRICS ? lyrics_max : tag_text_max;
+    const size_t limit = std::string_view(tag.key) == VANTRO_KEY_LYRICS ? lyrics_max : tag_text_max;
     for (const char *name : tag.names) {
-        if (!name)
+        if (!name) {
             break;
+        }
         const auto found = properties.find(name);
-        if (found == properties.end())
+        if (found == properties.end()) {
             continue;
-        if (std::string text = joined(found->second, limit); !text.empty())
+        }
+        if (std::string text = joined(found->second, limit); !text.empty()) {
             return text;
+        }
     }
     return "";
 }
@@ -98,15 +102,17 @@ int32_t small_number(const TagLib::String &text) {
 
 // Programs leave their measurements in comments, as hexadecimal numbers one after the other.
 bool is_measurement(std::string_view comment) {
-    constexpr std::size_t digits = 8;
-    std::size_t numbers = 0;
-    for (std::size_t at = 0; at < comment.size(); at += digits, ++numbers) {
-        if (numbers > 0 && comment[at++] != ' ')
+    constexpr size_t digits = 8;
+    size_t numbers = 0;
+    for (size_t at = 0; at < comment.size(); at += digits, ++numbers) {
+        if (numbers > 0 && comment[at++] != ' ') {
             return false;
+        }
         const std::string_view number = comment.substr(at, digits);
         if (number.size() < digits ||
-            number.find_first_not_of("0123456789ABCDEFabcdef") != std::string_view::npos)
+            number.find_first_not_of("0123456789ABCDEFabcdef") != std::string_view::npos) {
             return false;
+        }
     }
     return numbers > 1;
 }
@@ -120,46 +126,53 @@ std::pair<int32_t, int32_t> number_and_total(const TagLib::PropertyMap &properti
     if (found != properties.end() && !found->second.isEmpty()) {
         const TagLib::StringList pieces = found->second.front().split("/");
         result.first = small_number(pieces.front());
-        if (pieces.size() > 1)
+        if (pieces.size() > 1) {
             result.second = small_number(pieces[1]);
+        }
     }
     for (const char *total : totals) {
         const auto also = properties.find(total);
-        if (result.second == 0 && also != properties.end() && !also->second.isEmpty())
+        if (result.second == 0 && also != properties.end() && !also->second.isEmpty()) {
             result.second = small_number(also->second.front());
+        }
     }
     return result;
 }
 
 // The first four digits in a row: dates are written in every order.
 int32_t year_in(std::string_view date) {
-    std::size_t digits = 0;
-    for (std::size_t i = 0; i < date.size(); ++i) {
+    size_t digits = 0;
+    for (size_t i = 0; i < date.size(); ++i) {
         digits = date[i] >= '0' && date[i] <= '9' ? digits + 1 : 0;
-        if (digits == 4)
+        if (digits == 4) {
             return std::stoi(std::string(date.substr(i - 3, 4)));
+        }
     }
     return 0;
 }
 
 void add_number(Tags &tags, const char *key, int64_t number) {
-    if (number > 0)
+    if (number > 0) {
         tags.add(key, std::to_string(number));
+    }
 }
 
 void take_tags(const TagLib::PropertyMap &properties, SongFile &song) {
     for (const TagName &tag : tag_names) {
         const std::string text = first_of(properties, tag);
-        if (std::string_view(tag.key) != VANTRO_KEY_COMMENT || !is_measurement(text))
+        if (std::string_view(tag.key) != VANTRO_KEY_COMMENT || !is_measurement(text)) {
             song.tags.add(tag.key, text);
+        }
     }
     song.year = year_in(song.tags.get(VANTRO_KEY_YEAR));
 
     const auto genres = properties.find("GENRE");
     if (genres != properties.end()) {
         for (const TagLib::String &genre : genres->second) {
-            if (std::string text = text_of(genre); !text.empty() && song.genres.size() < genres_max)
+            if (std::string text = text_of(genre);
+                !text.empty() && song.genres.size() < genres_max) {
                 song.genres.push_back(std::move(text));
+            }
         }
         song.tags.add(VANTRO_KEY_GENRE, joined(genres->second, tag_text_max));
     }
@@ -177,16 +190,18 @@ void take_tags(const TagLib::PropertyMap &properties, SongFile &song) {
 
     const auto compilation = properties.find("COMPILATION");
     if (compilation != properties.end() && !compilation->second.isEmpty() &&
-        compilation->second.front().toInt() == 1)
+        compilation->second.front().toInt() == 1) {
         song.tags.add(VANTRO_KEY_COMPILATION, "1");
+    }
 }
 
 // Returns false where the stream holds nothing that lasts.
 bool read_stream(FileStream &stream, SongFile &song) {
     const TagLib::FileRef file(&stream, true, TagLib::AudioProperties::Average);
     const TagLib::AudioProperties *audio = file.isNull() ? nullptr : file.audioProperties();
-    if (audio == nullptr || audio->lengthInMilliseconds() <= 0)
+    if (audio == nullptr || audio->lengthInMilliseconds() <= 0) {
         return false;
+    }
     song.duration_ms = audio->lengthInMilliseconds();
     take_tags(file.file()->properties(), song);
     add_number(song.tags, VANTRO_KEY_BIT_RATE, audio->bitrate());
@@ -200,8 +215,9 @@ bool read_stream(FileStream &stream, SongFile &song) {
 } // namespace
 
 void Tags::add(std::string_view key, std::string_view value) {
-    if (value.empty())
+    if (value.empty()) {
         return;
+    }
     packed_.append(key).push_back('\0');
     packed_.append(value).push_back('\0');
 }
@@ -216,24 +232,27 @@ std::string_view Tags::get(std::string_view key) const {
     while (!rest.empty()) {
         const std::string_view name = take();
         const std::string_view value = take();
-        if (name == key)
+        if (name == key) {
             return value;
+        }
     }
     return {};
 }
 
 bool has_audio_name(std::string_view name) {
-    const std::size_t dot = name.rfind('.');
-    if (dot == std::string_view::npos)
+    const size_t dot = name.rfind('.');
+    if (dot == std::string_view::npos) {
         return false;
+    }
     std::string ending(name.substr(dot + 1));
     std::transform(ending.begin(), ending.end(), ending.begin(), [](char c) {
         return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     });
     static const std::vector<std::string> known = [] {
         std::vector<std::string> endings;
-        for (const TagLib::String &each : TagLib::FileRef::defaultFileExtensions())
+        for (const TagLib::String &each : TagLib::FileRef::defaultFileExtensions()) {
             endings.push_back(each.to8Bit());
+        }
         return endings;
     }();
     return std::find(known.begin(), known.end(), ending) != known.end();
@@ -244,11 +263,13 @@ const char *read_song(const std::string &path, SongFile &song) {
     song.modified_ns =
         stream.status().st_mtim.tv_sec * int64_t{1'000'000'000} + stream.status().st_mtim.tv_nsec;
     song.size = stream.status().st_size;
-    if (stream.failure())
+    if (stream.failure()) {
         return stream.failure();
+    }
     try {
-        if (read_stream(stream, song))
+        if (read_stream(stream, song)) {
             return nullptr;
+        }
         stream.rewind(false);
         return read_stream(stream, song) ? nullptr : "is not audio that can be read";
     } catch (const std::exception &) {
@@ -259,8 +280,9 @@ const char *read_song(const std::string &path, SongFile &song) {
 
 int32_t check_song(const std::string &path) {
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor < 0)
+    if (descriptor < 0) {
         return errno == ENOENT || errno == ENOTDIR ? VANTRO_ERROR_GONE : VANTRO_ERROR_UNREADABLE;
+    }
     close(descriptor);
     SongFile ignored;
     return read_song(path, ignored) ? VANTRO_ERROR_DAMAGED : 0;

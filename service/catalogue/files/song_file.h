@@ -11,7 +11,7 @@
 namespace vantro::service::catalogue {
 
 // Longest lyrics that are kept, in bytes. Other texts end at tag_text_max.
-inline constexpr std::size_t lyrics_max = 64 * 1024;
+inline constexpr size_t lyrics_max = 64 * 1024;
 
 // Values by key, as <vantro/catalogue.h> names them. Texts are valid UTF-8 without NUL.
 class Tags {

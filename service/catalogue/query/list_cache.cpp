@@ -13,8 +13,9 @@ const List::Place *List::find(Entry entry) const {
 
 void List::place_entries(const std::vector<int32_t> &durations) {
     places.resize(entries.size());
-    for (std::size_t i = 0; i < entries.size(); ++i)
+    for (size_t i = 0; i < entries.size(); ++i) {
         places[i] = {entries[i], static_cast<uint32_t>(i), durations.empty() ? 0 : durations[i]};
+    }
     std::sort(places.begin(), places.end(),
               [](const Place &a, const Place &b) { return a.entry < b.entry; });
 }
@@ -22,23 +23,25 @@ void List::place_entries(const std::vector<int32_t> &durations) {
 std::shared_ptr<const List> ListCache::find(const std::string &name) {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto found = by_name_.find(name);
-    if (found == by_name_.end())
+    if (found == by_name_.end()) {
         return nullptr;
+    }
     kept_.splice(kept_.begin(), kept_, found->second);
     return found->second->list;
 }
 
 std::shared_ptr<const List> ListCache::get(const std::string &name,
                                            const std::function<List()> &make) {
-    if (std::shared_ptr<const List> list = find(name))
+    if (std::shared_ptr<const List> list = find(name)) {
         return list;
+    }
     const auto list = std::make_shared<const List>(make());
-    const std::size_t bytes = sizeof(Kept) + 2 * name.size() +
-                              list->entries.capacity() * sizeof(Entry) +
-                              list->places.capacity() * sizeof(List::Place);
+    const size_t bytes = sizeof(Kept) + 2 * name.size() + list->entries.capacity() * sizeof(Entry) +
+                         list->places.capacity() * sizeof(List::Place);
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (bytes > bytes_max || by_name_.count(name) != 0)
+    if (bytes > bytes_max || by_name_.count(name) != 0) {
         return list; // too long to keep, or another thread was faster
+    }
     while (bytes_ + bytes > bytes_max) {
         bytes_ -= kept_.back().bytes;
         by_name_.erase(kept_.back().name);

@@ -47,18 +47,18 @@ class ListCache {
 
   private:
     // A hundred thousand songs in every order that is asked for take half of this.
-    static constexpr std::size_t bytes_max = 24u * 1024 * 1024;
+    static constexpr size_t bytes_max = 24u * 1024 * 1024;
 
     struct Kept {
         std::string name;
         std::shared_ptr<const List> list;
-        std::size_t bytes;
+        size_t bytes;
     };
 
     std::mutex mutex_;     // guards all that follows; lists are made outside of it
     std::list<Kept> kept_; // used last in front
     std::unordered_map<std::string, std::list<Kept>::iterator> by_name_;
-    std::size_t bytes_ = 0;
+    size_t bytes_ = 0;
 };
 
 } // namespace vantro::service::catalogue

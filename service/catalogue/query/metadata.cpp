@@ -35,11 +35,12 @@ void find_artwork(Database &database, const ArtworkFolder &artwork, SongId song,
 std::vector<std::string> answers(const std::vector<std::string_view> &keys,
                                  const std::function<std::string(std::string_view key)> &value_of) {
     std::vector<std::string> values(keys.size());
-    std::size_t left = extended_bytes_max;
-    for (std::size_t i = 0; i < keys.size(); ++i) {
+    size_t left = extended_bytes_max;
+    for (size_t i = 0; i < keys.size(); ++i) {
         std::string value = value_of(keys[i]);
-        if (value.size() > left)
+        if (value.size() > left) {
             continue;
+        }
         left -= value.size();
         values[i] = std::move(value);
     }
@@ -54,8 +55,9 @@ bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song
                               " JOIN song_detail AS detail ON detail.song = song.id"
                               " LEFT JOIN node AS year ON year.id = song.year WHERE song.id = ?1",
                               song);
-    if (!row.next())
+    if (!row.next()) {
         return false;
+    }
     metadata.title = row.text(0);
     metadata.duration_ms = row.small(1);
     metadata.disc = row.small(2);
@@ -72,25 +74,31 @@ bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song
 SongMetadata describe(Database &database, const ArtworkFolder &artwork, View &view, Place place) {
     SongMetadata metadata;
     if (place.id == 0) {
-        for (const Node &menu : view.menus())
-            if (const std::optional<Place> found = view.find(menu.id); found->kind == place.kind)
+        for (const Node &menu : view.menus()) {
+            if (const std::optional<Place> found = view.find(menu.id); found->kind == place.kind) {
                 metadata.title = menu.name;
+            }
+        }
         return metadata;
     }
     metadata.title = view.node(-place.id).name;
-    if (place.kind == kind_artist)
+    if (place.kind == kind_artist) {
         metadata.artist = metadata.title;
-    if (place.kind == kind_genre)
+    }
+    if (place.kind == kind_genre) {
         metadata.genre = metadata.title;
-    if (place.kind == kind_year)
+    }
+    if (place.kind == kind_year) {
         metadata.year = metadata.title;
+    }
     if (place.kind == kind_album) {
         metadata.album = metadata.title;
         Rows artist = database.query("SELECT artist.name FROM node JOIN node AS artist"
                                      " ON artist.id = node.parent WHERE node.id = ?1",
                                      place.id);
-        if (artist.next())
+        if (artist.next()) {
             metadata.artist = artist.text(0);
+        }
     }
     // All songs of an album or a folder have one cover, as far as a list can show.
     if (place.kind == kind_album || place.kind == kind_folder) {
@@ -101,8 +109,9 @@ SongMetadata describe(Database &database, const ArtworkFolder &artwork, View &vi
             metadata.artwork = song.artwork;
             metadata.width = song.width;
             metadata.height = song.height;
-            if (place.kind == kind_album)
+            if (place.kind == kind_album) {
                 metadata.year = song.year;
+            }
         }
     }
     return metadata;
@@ -130,18 +139,24 @@ std::vector<std::string> read_extended(Database &database, const ArtworkFolder &
     }
     const Tags tags{std::move(packed)};
     return answers(keys, [&](std::string_view key) -> std::string {
-        if (key == VANTRO_KEY_TITLE)
+        if (key == VANTRO_KEY_TITLE) {
             return metadata.title; // may be the file's name
-        if (key == VANTRO_KEY_DURATION)
+        }
+        if (key == VANTRO_KEY_DURATION) {
             return std::to_string(metadata.duration_ms);
-        if (key == VANTRO_KEY_ARTWORK)
+        }
+        if (key == VANTRO_KEY_ARTWORK) {
             return metadata.artwork;
-        if (key == VANTRO_KEY_PATH)
+        }
+        if (key == VANTRO_KEY_PATH) {
             return clean_text(path, path_text_max);
-        if (key == VANTRO_KEY_SIZE)
+        }
+        if (key == VANTRO_KEY_SIZE) {
             return std::to_string(size);
-        if (key == VANTRO_KEY_MODIFIED)
+        }
+        if (key == VANTRO_KEY_MODIFIED) {
             return std::to_string(modified_ns / ns_a_second);
+        }
         return std::string(tags.get(key));
     });
 }
@@ -156,18 +171,24 @@ std::string path_of(Database &database, std::string_view root, SongId song) {
 std::vector<std::string> extended_of(const SongMetadata &metadata,
                                      const std::vector<std::string_view> &keys) {
     return answers(keys, [&](std::string_view key) -> std::string {
-        if (key == VANTRO_KEY_TITLE)
+        if (key == VANTRO_KEY_TITLE) {
             return metadata.title;
-        if (key == VANTRO_KEY_ARTIST || key == VANTRO_KEY_ALBUM_ARTIST)
+        }
+        if (key == VANTRO_KEY_ARTIST || key == VANTRO_KEY_ALBUM_ARTIST) {
             return metadata.artist;
-        if (key == VANTRO_KEY_ALBUM)
+        }
+        if (key == VANTRO_KEY_ALBUM) {
             return metadata.album;
-        if (key == VANTRO_KEY_GENRE)
+        }
+        if (key == VANTRO_KEY_GENRE) {
             return metadata.genre;
-        if (key == VANTRO_KEY_YEAR)
+        }
+        if (key == VANTRO_KEY_YEAR) {
             return metadata.year;
-        if (key == VANTRO_KEY_ARTWORK)
+        }
+        if (key == VANTRO_KEY_ARTWORK) {
             return metadata.artwork;
+        }
         return "";
     });
 }

@@ -15,7 +15,7 @@ namespace vantro::service::catalogue {
 
 // Most bytes of values that one query gets. Every key of one song fits, with its lyrics; a query
 // that asks ten thousand times for the lyrics gets no more than this.
-inline constexpr std::size_t extended_bytes_max = 1024 * 1024;
+inline constexpr size_t extended_bytes_max = 1024 * 1024;
 
 // False when the song is gone.
 bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song,

@@ -59,9 +59,11 @@ void keep_first_of_each(std::vector<Entry> &entries) {
 void sort_by(const List &order, std::vector<Entry> &entries) {
     if (entries.size() < order.places.size() / 64) {
         std::vector<uint32_t> found;
-        for (const Entry entry : entries)
-            if (const List::Place *place = order.find(entry))
+        for (const Entry entry : entries) {
+            if (const List::Place *place = order.find(entry)) {
                 found.push_back(place->at);
+            }
+        }
         std::sort(found.begin(), found.end());
         entries.resize(found.size());
         std::transform(found.begin(), found.end(), entries.begin(),
@@ -72,15 +74,19 @@ void sort_by(const List &order, std::vector<Entry> &entries) {
     std::vector<char> found(order.entries.size());
     auto place = order.places.begin();
     for (const Entry entry : entries) {
-        while (place != order.places.end() && place->entry < entry)
+        while (place != order.places.end() && place->entry < entry) {
             ++place;
-        if (place != order.places.end() && place->entry == entry)
+        }
+        if (place != order.places.end() && place->entry == entry) {
             found[place->at] = 1;
+        }
     }
     entries.clear();
-    for (std::size_t at = 0; at < found.size(); ++at)
-        if (found[at] != 0)
+    for (size_t at = 0; at < found.size(); ++at) {
+        if (found[at] != 0) {
             entries.push_back(order.entries[at]);
+        }
+    }
 }
 
 } // namespace
@@ -89,11 +95,10 @@ NodeRow row_of(const Node &node) {
     return {node.id, node.name, node.type, node.count, node.source, node.source_type};
 }
 
-std::pair<std::size_t, std::size_t> bounds(Range range, std::size_t size) {
-    const std::size_t first = std::min(static_cast<std::size_t>(std::max(range.offset, 0)), size);
-    const std::size_t rest = size - first;
-    const std::size_t count =
-        range.count <= 0 ? rest : std::min(static_cast<std::size_t>(range.count), rest);
+std::pair<size_t, size_t> bounds(Range range, size_t size) {
+    const size_t first = std::min(static_cast<size_t>(std::max(range.offset, 0)), size);
+    const size_t rest = size - first;
+    const size_t count = range.count <= 0 ? rest : std::min(static_cast<size_t>(range.count), rest);
     return {first, first + count};
 }
 
@@ -114,14 +119,18 @@ int64_t View::song_count() {
 }
 
 std::optional<Place> View::find(std::string_view node) {
-    if (node == VANTRO_NODE_ROOT)
+    if (node == VANTRO_NODE_ROOT) {
         return Place{};
-    for (const Menu &menu : menu_table)
-        if (node == menu.id)
+    }
+    for (const Menu &menu : menu_table) {
+        if (node == menu.id) {
             return Place{menu.kind, 0};
+        }
+    }
     const std::optional<NodeRef> ref = parse_node_id(node);
-    if (!ref)
+    if (!ref) {
         return std::nullopt;
+    }
     const int64_t id =
         ref->kind == kind_song
             ? database_.number(0, "SELECT id FROM song WHERE source = ?1 AND key = ?2", source_,
@@ -129,14 +138,16 @@ std::optional<Place> View::find(std::string_view node) {
             : database_.number(0,
                                "SELECT id FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3",
                                source_, ref->kind, ref->key);
-    if (id == 0)
+    if (id == 0) {
         return std::nullopt;
+    }
     return Place{ref->kind, id};
 }
 
 void View::take(Rows &&rows, std::vector<Entry> &entries, int sign) {
-    while (rows.next())
+    while (rows.next()) {
         entries.push_back(sign * rows.integer(0));
+    }
 }
 
 View::ListPointer View::all(char kind) {
@@ -168,8 +179,9 @@ View::ListPointer View::by_album() {
         List list;
         for (const char kind : {char{kind_artist}, char{kind_no_artist}}) {
             const ListPointer artists = all(kind);
-            for (const Entry artist : artists->entries)
+            for (const Entry artist : artists->entries) {
                 take_artist(-artist, list.entries);
+            }
         }
         list.place_entries({});
         return list;
@@ -177,8 +189,9 @@ View::ListPointer View::by_album() {
 }
 
 void View::prepare() {
-    for (const char kind : {char{kind_song}, char{kind_album}, char{kind_artist}})
+    for (const char kind : {char{kind_song}, char{kind_album}, char{kind_artist}}) {
         all(kind);
+    }
     by_album();
 }
 
@@ -193,31 +206,35 @@ void View::take_performed(int64_t artist, std::vector<Entry> &entries) {
 
 // The songs of an artist's albums, and those without album.
 void View::take_artist(int64_t artist, std::vector<Entry> &entries) {
-    for (const char kind : {char{kind_album}, char{kind_no_album}})
+    for (const char kind : {char{kind_album}, char{kind_no_album}}) {
         take(database_.query("SELECT song.id FROM node JOIN song ON song.album = node.id"
                              " WHERE node.parent = ?1 AND node.kind = ?2"
                              " ORDER BY node.sort, node.key, song.place, song.sort, song.key",
                              artist, kind),
              entries, 1);
+    }
 }
 
 void View::take_folder(int64_t folder, int depth, std::vector<Entry> &entries) {
     // Deeper than the scan goes; a damaged file may have a circle.
-    if (depth > 1000)
+    if (depth > 1000) {
         return;
+    }
     std::vector<Entry> folders;
     take(database_.query("SELECT id FROM node WHERE parent = ?1 AND kind = ?2 ORDER BY sort, key",
                          folder, char{kind_folder}),
          folders, 1);
-    for (const Entry each : folders)
+    for (const Entry each : folders) {
         take_folder(each, depth + 1, entries);
+    }
     take(database_.query("SELECT id FROM song WHERE folder = ?1 ORDER BY place, sort, key", folder),
          entries, 1);
 }
 
 View::ListPointer View::entries(Place place) {
-    if (place.id == 0 && place.kind != kind_folder)
+    if (place.id == 0 && place.kind != kind_folder) {
         return place.kind == 0 ? std::make_shared<const List>() : all(place.kind);
+    }
     return kept(fmt::format("{}{}", place.kind, place.id), [&] { return list_of(place); });
 }
 
@@ -226,12 +243,14 @@ List View::list_of(Place place) {
     std::vector<Entry> &entries = list.entries;
     switch (place.kind) {
     case kind_folder:
-        if (place.id == 0)
+        if (place.id == 0) {
             place.id = database_.number(
                 0, "SELECT id FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3", source_,
                 char{kind_folder}, key_of(kind_folder, ""));
-        if (place.id == 0)
+        }
+        if (place.id == 0) {
             break;
+        }
         take(database_.query("SELECT id FROM node WHERE parent = ?1 AND kind = ?2"
                              " ORDER BY sort, key",
                              place.id, char{kind_folder}),
@@ -288,18 +307,21 @@ View::ListPointer View::songs(Place place) {
     case kind_genre:
     case kind_year:
     case kind_playlist:
-        if (place.id != 0)
+        if (place.id != 0) {
             return entries(place); // songs only
+        }
         break;
     case kind_song:
-        if (place.id == 0)
+        if (place.id == 0) {
             return all(kind_song);
+        }
         break;
     default:
         break;
     }
-    if (place.kind == kind_artist && place.id == 0)
+    if (place.kind == kind_artist && place.id == 0) {
         return by_album();
+    }
     return kept(fmt::format("songs of {}{}", place.kind, place.id),
                 [&] { return songs_of(place); });
 }
@@ -312,12 +334,14 @@ List View::songs_of(Place place) {
         take_artist(place.id, list.entries);
         take_performed(place.id, list.entries);
     } else if (place.kind == kind_folder || place.kind == 0) {
-        if (place.id == 0)
+        if (place.id == 0) {
             place.id = database_.number(
                 0, "SELECT id FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3", source_,
                 char{kind_folder}, key_of(kind_folder, ""));
-        if (place.id != 0)
+        }
+        if (place.id != 0) {
             take_folder(place.id, 0, list.entries);
+        }
     } else { // a menu, node by node
         const ListPointer nodes = all(place.kind);
         for (const Entry node : nodes->entries) {
@@ -332,9 +356,11 @@ List View::songs_of(Place place) {
 void View::queue(const List &list, std::vector<QueuedSong> &songs) {
     const ListPointer known = all(kind_song);
     songs.reserve(songs.size() + list.entries.size());
-    for (const Entry song : list.entries)
-        if (const List::Place *place = known->find(song))
+    for (const Entry song : list.entries) {
+        if (const List::Place *place = known->find(song)) {
             songs.push_back({song, source_, place->duration_ms});
+        }
+    }
 }
 
 std::vector<Node> View::menus() {
@@ -385,17 +411,19 @@ Node View::node(Entry entry) {
 // is a walk along it, which begins where the list says, or, while that is being made at the start,
 // after so many steps.
 void View::songs_by_name(Range range, NodeSink &nodes) {
-    const auto [first, last] = bounds(range, static_cast<std::size_t>(song_count()));
-    if (first == last)
+    const auto [first, last] = bounds(range, static_cast<size_t>(song_count()));
+    if (first == last) {
         return;
+    }
     nodes.expect(last - first);
-    std::size_t left = last - first;
+    size_t left = last - first;
     const auto give = [&](Rows &&rows) {
         for (; left > 0 && rows.next(); --left) {
             const NodeId id(kind_song, rows.integer(0));
             if (!nodes.take({id.text(), rows.text(1), VANTRO_NODE_SONG, 0, source_,
-                             VANTRO_SOURCE_DIRECTORY}))
+                             VANTRO_SOURCE_DIRECTORY})) {
                 left = 1; // no more is wanted
+            }
         }
     };
     const ListPointer list = cache_.find(name_of_list(std::string(1, kind_song)));
@@ -406,8 +434,9 @@ void View::songs_by_name(Range range, NodeSink &nodes) {
         return;
     }
     Rows begin = database_.query("SELECT sort, key FROM song WHERE id = ?1", list->entries[first]);
-    if (!begin.next())
+    if (!begin.next()) {
         return;
+    }
     const std::string sort(begin.text(0));
     // In two steps: comparing every row with both would take longer than all else.
     give(database_.query("SELECT key, name FROM song WHERE source = ?1 AND sort = ?2 AND key >= ?3"
@@ -422,31 +451,37 @@ void View::browse(Place place, Range range, NodeSink &nodes) {
     if (place.kind == 0) {
         const std::vector<Node> tops = menus();
         const auto [first, last] = bounds(range, tops.size());
-        for (std::size_t i = first; i < last; ++i)
+        for (size_t i = first; i < last; ++i) {
             nodes.take(row_of(tops[i]));
+        }
         return;
     }
-    if (place.kind == kind_song && place.id == 0)
+    if (place.kind == kind_song && place.id == 0) {
         songs_by_name(range, nodes);
-    else
+    } else {
         this->nodes(*entries(place), range, nodes);
+    }
 }
 
 void View::nodes(const List &list, Range range, NodeSink &nodes) {
     const auto [first, last] = bounds(range, list.entries.size());
     // Looked up in the order in which they lie in the file, where neighbours share a page.
-    std::vector<std::pair<Entry, std::size_t>> wanted;
+    std::vector<std::pair<Entry, size_t>> wanted;
     wanted.reserve(last - first);
-    for (std::size_t i = first; i < last; ++i)
+    for (size_t i = first; i < last; ++i) {
         wanted.emplace_back(list.entries[i], i - first);
+    }
     std::sort(wanted.begin(), wanted.end());
     std::vector<Node> found(last - first);
-    for (const auto &[entry, at] : wanted)
+    for (const auto &[entry, at] : wanted) {
         found[at] = node(entry);
+    }
     nodes.expect(found.size());
-    for (const Node &each : found)
-        if (!nodes.take(row_of(each)))
+    for (const Node &each : found) {
+        if (!nodes.take(row_of(each))) {
             return;
+        }
+    }
 }
 
 // ------------------------------------------------------------------------------------ searching
@@ -454,18 +489,20 @@ void View::nodes(const List &list, Range range, NodeSink &nodes) {
 std::string match_expression(std::string_view term) {
     const std::string text = clean_text(term, search_bytes_max);
     std::string expression;
-    std::size_t words = 0;
+    size_t words = 0;
     std::string_view rest = text;
     while (!rest.empty() && words < search_words_max) {
-        const std::size_t end = rest.find_first_of(" \t\r\n\v\f");
+        const size_t end = rest.find_first_of(" \t\r\n\v\f");
         const std::string_view word = rest.substr(0, end);
         rest.remove_prefix(std::min(rest.size(), word.size() + 1));
-        if (word.empty())
+        if (word.empty()) {
             continue;
+        }
         // Within quotes only a quote means anything, and two of them mean one.
         expression += expression.empty() ? "\"" : " \"";
-        for (const char c : spaced(word))
+        for (const char c : spaced(word)) {
             expression.append(c == '"' ? 2 : 1, c);
+        }
         expression += "\"*";
         ++words;
     }
@@ -500,11 +537,13 @@ std::optional<View::ListPointer> View::search(std::string_view filter, std::stri
     };
     const auto *found = std::find_if(std::begin(filters), std::end(filters),
                                      [&](const Filter &each) { return each.name == filter; });
-    if (found == std::end(filters))
+    if (found == std::end(filters)) {
         return std::nullopt;
+    }
     const std::string words = match_expression(term);
-    if (words.empty())
+    if (words.empty()) {
         return std::make_shared<const List>();
+    }
     return kept(fmt::format("search {} {}", filter, words), [&] {
         List list;
         for (const Part &part : found->parts) {

@@ -76,13 +76,13 @@ class View {
 NodeRow row_of(const Node &node);
 
 // The range as indices into a list of `size`: first and last plus one.
-std::pair<std::size_t, std::size_t> bounds(Range range, std::size_t size);
+std::pair<size_t, size_t> bounds(Range range, size_t size);
 
 // `term` in the language of the full-text index, in which it cannot be anything but words; empty
 // where there is no word in it. Looks at no more than search_bytes_max and search_words_max.
 std::string match_expression(std::string_view term);
-inline constexpr std::size_t search_bytes_max = 4096;
-inline constexpr std::size_t search_words_max = 32;
+inline constexpr size_t search_bytes_max = 4096;
+inline constexpr size_t search_words_max = 32;
 
 } // namespace vantro::service::catalogue
 

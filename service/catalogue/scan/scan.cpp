@@ -29,7 +29,7 @@ constexpr int commit_changes = 1000;
 constexpr auto report_every = std::chrono::seconds(10);
 
 // Broken entries of one playlist that are named one by one.
-constexpr std::size_t broken_named_max = 20;
+constexpr size_t broken_named_max = 20;
 
 FileStamp stamp_of(const struct stat &status) {
     return {status.st_mtim.tv_sec * int64_t{1'000'000'000} + status.st_mtim.tv_nsec,
@@ -44,9 +44,11 @@ struct Freer {
 // Not where that cannot be told.
 bool is_empty(DIR *directory) {
     errno = 0;
-    while (const dirent *entry = readdir(directory))
-        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+    while (const dirent *entry = readdir(directory)) {
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
             return false;
+        }
+    }
     return errno == 0;
 }
 
@@ -93,18 +95,17 @@ std::string Scan::absolute(std::string_view folder) const {
 bool Scan::root_is_there() {
     struct stat now = {};
     if (stat(root_.c_str(), &now) == 0 && now.st_dev == root_status_.st_dev &&
-        now.st_ino == root_status_.st_ino)
+        now.st_ino == root_status_.st_ino) {
         return true;
+    }
     gone_ = true;
     why_gone_ = "has vanished";
     return false;
 }
 
 void Scan::read(const std::string &folder, bool all) {
-    const std::size_t depth =
-        folder.empty()
-            ? 0
-            : 1 + static_cast<std::size_t>(std::count(folder.begin(), folder.end(), '/'));
+    const size_t depth =
+        folder.empty() ? 0 : 1 + static_cast<size_t>(std::count(folder.begin(), folder.end(), '/'));
     waiting_.push_back({folder, depth, false});
     bool first = true;
     while (!waiting_.empty() && !gone_) {
@@ -114,8 +115,9 @@ void Scan::read(const std::string &folder, bool all) {
         }
         const Folder next = std::move(waiting_.back());
         waiting_.pop_back();
-        if (first || all || !parts_.watcher.watches({source_, next.path}))
+        if (first || all || !parts_.watcher.watches({source_, next.path})) {
             visit(next);
+        }
         first = false;
     }
     waiting_.clear();
@@ -123,8 +125,9 @@ void Scan::read(const std::string &folder, bool all) {
 
 void Scan::visit(const Folder &folder) {
     const std::string path = folder.path.empty() ? root_ : absolute(folder.path);
-    if (folder.depth > folder_depth_max)
+    if (folder.depth > folder_depth_max) {
         return leave_out_folder(folder, "lies too deep");
+    }
     // Watched first, read then: what changes in between is told twice and not never.
     parts_.watcher.add({source_, folder.path}, path);
     const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (folder.path.empty() ? 0 : O_NOFOLLOW);
@@ -132,37 +135,44 @@ void Scan::visit(const Folder &folder) {
     const std::unique_ptr<DIR, Freer> directory(descriptor < 0 ? nullptr : fdopendir(descriptor));
     if (!directory) {
         const int error = errno;
-        if (descriptor >= 0)
+        if (descriptor >= 0) {
             close(descriptor);
-        if (!root_is_there())
+        }
+        if (!root_is_there()) {
             return;
-        if ((error == ENOENT || error == ENOTDIR) && !folder.path.empty())
+        }
+        if ((error == ENOENT || error == ENOTDIR) && !folder.path.empty()) {
             parts_.writer.remove_folder(source_, folder.path);
-        else
+        } else {
             leave_out_folder(folder, strerrordesc_np(error));
+        }
         return;
     }
     Reading reading{folder, directory.get(), parts_.writer.known(source_, folder.path)};
     errno = 0;
     while (const dirent *entry = readdir(directory.get())) {
         const std::string name = entry->d_name;
-        if (name != "." && name != "..")
+        if (name != "." && name != "..") {
             visit_entry(reading, name);
+        }
         if (gone_ || parts_.stop()) {
             stopped_ = true;
             return;
         }
         errno = 0;
     }
-    if (errno != 0)
+    if (errno != 0) {
         return leave_out_folder(folder, strerrordesc_np(errno));
+    }
     forget_unseen(reading);
-    if (gone_)
+    if (gone_) {
         return;
-    if (reading.failure != 0)
+    }
+    if (reading.failure != 0) {
         leave_out_folder(folder, strerrordesc_np(reading.failure));
-    else if (folder.left_out)
+    } else if (folder.left_out) {
         parts_.writer.remove_file(place_of(source_, folder.path));
+    }
     compare_image(reading);
     std::move(reading.folders.begin(), reading.folders.end(), std::back_inserter(waiting_));
     commit_when_due();
@@ -171,8 +181,9 @@ void Scan::visit(const Folder &folder) {
 void Scan::visit_entry(Reading &reading, const std::string &name) {
     struct stat status = {};
     if (fstatat(dirfd(reading.directory), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        if (errno == ENOENT)
+        if (errno == ENOENT) {
             return; // gone already
+        }
         reading.failure = errno;
         reading.known.files.erase(name); // what is known of it stays
         reading.known.folders.erase(name);
@@ -202,27 +213,31 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
     };
     struct stat target = {};
     if (fstatat(dirfd(reading.directory), name.c_str(), &target, 0) != 0) {
-        if (errno == ELOOP || of_interest)
+        if (errno == ELOOP || of_interest) {
             refuse(errno == ENOENT ? "is a link that leads nowhere" : strerrordesc_np(errno));
+        }
         return;
     }
-    if (!S_ISDIR(target.st_mode) && !of_interest)
+    if (!S_ISDIR(target.st_mode) && !of_interest) {
         return;
+    }
     const std::string path = absolute(path_below(where.folder, name));
     const std::unique_ptr<char, Freer> real(realpath(path.c_str(), nullptr));
     const std::unique_ptr<char, Freer> real_root(realpath(root_.c_str(), nullptr));
-    if (!real || !real_root)
+    if (!real || !real_root) {
         return; // gone already
+    }
     const std::string inside = std::string(real_root.get()) + '/';
     if (std::strncmp(real.get(), inside.c_str(), inside.size()) != 0 &&
-        std::strcmp(real.get(), real_root.get()) != 0)
+        std::strcmp(real.get(), real_root.get()) != 0) {
         refuse("is a link that leads out of the directory");
-    else if (S_ISDIR(target.st_mode))
+    } else if (S_ISDIR(target.st_mode)) {
         refuse("is a link to a folder, which is read where it lies");
-    else if (S_ISREG(target.st_mode))
+    } else if (S_ISREG(target.st_mode)) {
         visit_file(reading, name, target);
-    else
+    } else {
         refuse("is not a regular file");
+    }
 }
 
 void Scan::visit_file(Reading &reading, const std::string &name, const struct stat &status) {
@@ -236,8 +251,9 @@ void Scan::visit_file(Reading &reading, const std::string &name, const struct st
         }
         reading.image_rank = *rank;
     }
-    if (!song && !has_playlist_name(name))
+    if (!song && !has_playlist_name(name)) {
         return;
+    }
     if (song) {
         reading.has_songs = true;
         ++counts_.seen;
@@ -259,36 +275,43 @@ void Scan::compare_image(Reading &reading) {
     const KnownFolder &known = reading.known;
     const bool unclear = reading.image_rank == plain_picture_rank && reading.several_images;
     if (!reading.has_songs || reading.image.empty() || unclear) {
-        if (!known.image.empty())
+        if (!known.image.empty()) {
             parts_.writer.remove_image(source_, reading.folder.path);
+        }
         return;
     }
-    if (reading.image != known.image || reading.image_stamp != known.image_stamp)
+    if (reading.image != known.image || reading.image_stamp != known.image_stamp) {
         submit({Job::What::image, reading.named(reading.image, source_),
                 absolute(path_below(reading.folder.path, reading.image)), reading.image_stamp});
+    }
 }
 
 void Scan::forget_unseen(const Reading &reading) {
     const KnownFolder &known = reading.known;
-    if (known.files.empty() && known.folders.empty())
+    if (known.files.empty() && known.folders.empty()) {
         return;
+    }
     // A directory that is being taken away looks emptier and emptier.
-    if (!root_is_there())
+    if (!root_is_there()) {
         return;
-    for (const auto &[name, file] : known.files)
+    }
+    for (const auto &[name, file] : known.files) {
         parts_.writer.remove_file(reading.named(name, source_));
-    for (const std::string &name : known.folders)
+    }
+    for (const std::string &name : known.folders) {
         parts_.writer.remove_folder(source_, path_below(reading.folder.path, name));
+    }
 }
 
 void Scan::leave_out(const FileName &where, FileStamp stamp, std::string_view why) {
     ++counts_.left_out;
-    if (parts_.writer.leave_out(where, stamp, why))
+    if (parts_.writer.leave_out(where, stamp, why)) {
         parts_.log(
             LOG_SEVERITY_WARNING,
             fmt::format("left out: {}: {}",
                         clean_text(absolute(path_below(where.folder, where.file)), path_text_max),
                         why));
+    }
 }
 
 // What is known of it stays: it may only be unreadable for now.
@@ -297,16 +320,20 @@ void Scan::leave_out_folder(const Folder &folder, std::string_view why) {
 }
 
 void Scan::submit(Job job) {
-    while (!parts_.workers.offer(job))
-        if (std::optional<Done> done = parts_.workers.take(true))
+    while (!parts_.workers.offer(job)) {
+        if (std::optional<Done> done = parts_.workers.take(true)) {
             take(std::move(*done));
-    while (std::optional<Done> done = parts_.workers.take(false))
+        }
+    }
+    while (std::optional<Done> done = parts_.workers.take(false)) {
         take(std::move(*done));
+    }
 }
 
 void Scan::take(Done &&done) {
-    if (!done.no_room.empty())
+    if (!done.no_room.empty()) {
         throw std::runtime_error(done.no_room);
+    }
     const FileName &where = done.job.where;
     switch (done.job.what) {
     case Job::What::song: {
@@ -321,14 +348,16 @@ void Scan::take(Done &&done) {
     }
     case Job::What::image: {
         struct stat status = {};
-        if (stat(done.job.path.c_str(), &status) != 0)
+        if (stat(done.job.path.c_str(), &status) != 0) {
             break; // gone already
+        }
         // Remembered also where it is of no use, or it would be read at every scan.
         parts_.writer.put_image(where, done.job.stamp, done.artwork);
-        if (!done.failure.empty())
+        if (!done.failure.empty()) {
             parts_.log(LOG_SEVERITY_WARNING,
                        fmt::format("left out: {}: {}", clean_text(done.job.path, path_text_max),
                                    done.failure));
+        }
         break;
     }
     case Job::What::playlist:
@@ -340,14 +369,16 @@ void Scan::take(Done &&done) {
 
 void Scan::take_playlist(Done &&done) {
     const FileName &where = done.job.where;
-    if (!done.failure.empty())
+    if (!done.failure.empty()) {
         return leave_out(where, {done.playlist.modified_ns, done.playlist.size}, done.failure);
+    }
     NamedEntries named{where, {}};
     std::vector<std::string> paths;
     for (std::string &entry : done.playlist.entries) {
         const std::optional<std::string> path = resolve_entry(entry, where.folder, root_);
-        if (path)
+        if (path) {
             paths.push_back(*path);
+        }
         named.entries.emplace_back(std::move(entry), path.value_or(""));
     }
     parts_.writer.put_playlist(where, done.playlist, paths);
@@ -357,8 +388,9 @@ void Scan::take_playlist(Done &&done) {
 void Scan::commit_when_due() {
     const auto now = steady_clock::now();
     if (parts_.writer.pending() >= commit_changes ||
-        (parts_.writer.pending() > 0 && now - committed_ >= commit_every))
+        (parts_.writer.pending() > 0 && now - committed_ >= commit_every)) {
         commit();
+    }
     if (now - reported_ >= report_every) {
         reported_ = now;
         parts_.log(LOG_SEVERITY_INFO,
@@ -391,8 +423,9 @@ bool Scan::finish() {
         take(std::move(*done));
     }
     commit();
-    if (!changed_ && !parts_.writer.unsettled(source_))
+    if (!changed_ && !parts_.writer.unsettled(source_)) {
         return true;
+    }
     name_broken_entries();
     parts_.writer.settle(source_);
     commit();
@@ -405,19 +438,22 @@ void Scan::name_broken_entries() {
     for (const NamedEntries &each : playlists_) {
         const std::string playlist = clean_text(
             absolute(path_below(each.playlist.folder, each.playlist.file)), path_text_max);
-        std::size_t broken = 0;
+        size_t broken = 0;
         for (const auto &[entry, path] : each.entries) {
-            if (!path.empty() && parts_.writer.has_song(source_, path))
+            if (!path.empty() && parts_.writer.has_song(source_, path)) {
                 continue;
-            if (++broken <= broken_named_max)
+            }
+            if (++broken <= broken_named_max) {
                 parts_.log(LOG_SEVERITY_WARNING,
                            fmt::format("left out: {}: '{}' is no song of this directory", playlist,
                                        clean_text(entry, tag_text_max)));
+            }
         }
-        if (broken > broken_named_max)
+        if (broken > broken_named_max) {
             parts_.log(LOG_SEVERITY_WARNING,
                        fmt::format("left out: {}: {} more entries that are no songs", playlist,
                                    broken - broken_named_max));
+        }
     }
 }
 

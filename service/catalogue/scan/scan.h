@@ -26,7 +26,7 @@
 namespace vantro::service::catalogue {
 
 // Deepest nesting that is read. Nobody's music lies deeper, and paths end soon after.
-inline constexpr std::size_t folder_depth_max = 256;
+inline constexpr size_t folder_depth_max = 256;
 
 class Scan {
   public:
@@ -60,7 +60,7 @@ class Scan {
   private:
     struct Folder {
         std::string path; // below the source
-        std::size_t depth = 0;
+        size_t depth = 0;
         bool left_out = false; // so far
     };
     struct Reading; // one folder while it is compared

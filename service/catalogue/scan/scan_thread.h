@@ -31,8 +31,8 @@ struct MusicDirectory {
 class Scanning {
   public:
     // Borrows the sources and the covers. `reopen` gives the catalogue's file for writing; called
-    // with true when the one before turned out to be damaged. `prepare` is called where a source has
-    // changed and comes to rest.
+    // with true when the one before turned out to be damaged. `prepare` is called where a source
+    // has changed and comes to rest.
     Scanning(const StoreOptions &options, std::vector<std::unique_ptr<MusicDirectory>> &sources,
              const ArtworkFolder &artwork,
              std::function<std::unique_ptr<Database>(bool damaged)> reopen,

@@ -34,22 +34,26 @@ Watcher::Watcher()
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), exhausted_(descriptor_ < 0) {}
 
 Watcher::~Watcher() {
-    if (descriptor_ >= 0)
+    if (descriptor_ >= 0) {
         close(descriptor_);
-    if (wake_ >= 0)
+    }
+    if (wake_ >= 0) {
         close(wake_);
+    }
 }
 
 bool Watcher::add(const WatchedFolder &folder, const std::string &path) {
-    if (descriptor_ < 0)
+    if (descriptor_ < 0) {
         return false;
+    }
     // The top may be a link; below it links are not followed.
     const uint32_t events =
         folder.second.empty() ? watched_events & ~uint32_t{IN_DONT_FOLLOW} : watched_events;
     const int number = inotify_add_watch(descriptor_, path.c_str(), events);
     if (number < 0) {
-        if (errno == ENOSPC)
+        if (errno == ENOSPC) {
             exhausted_ = true;
+        }
         return false;
     }
     // A folder that was moved keeps its number.
@@ -69,14 +73,16 @@ bool Watcher::add(const WatchedFolder &folder, const std::string &path) {
 
 void Watcher::forget(int number, const WatchedFolder &folder) {
     const auto found = folders_.find(number);
-    if (found == folders_.end())
+    if (found == folders_.end()) {
         return;
+    }
     std::vector<Watched> &names = found->second;
     names.erase(std::remove_if(names.begin(), names.end(),
                                [&](const Watched &each) { return each.folder == folder; }),
                 names.end());
-    if (!names.empty())
+    if (!names.empty()) {
         return;
+    }
     inotify_rm_watch(descriptor_, number);
     folders_.erase(found);
 }
@@ -86,8 +92,9 @@ void Watcher::remove(const WatchedFolder &folder) {
          each != numbers_.end() && each->first.first == folder.first;) {
         const std::string &path = each->first.second;
         const std::string &top = folder.second;
-        if (path.compare(0, top.size(), top) != 0)
+        if (path.compare(0, top.size(), top) != 0) {
             break;
+        }
         const bool below = top.empty() || path.size() == top.size() || path[top.size()] == '/';
         if (below) {
             forget(each->second, each->first);
@@ -101,8 +108,9 @@ void Watcher::remove(const WatchedFolder &folder) {
 bool Watcher::readable(std::chrono::milliseconds timeout, bool &woken) const {
     pollfd polled[] = {{wake_, POLLIN, 0}, {descriptor_, POLLIN, 0}};
     const auto wait_ms = std::min<int64_t>(timeout.count(), INT32_MAX);
-    if (poll(polled, 2, timeout.count() < 0 ? -1 : static_cast<int>(wait_ms)) <= 0)
+    if (poll(polled, 2, timeout.count() < 0 ? -1 : static_cast<int>(wait_ms)) <= 0) {
         return false;
+    }
     uint64_t count = 0;
     woken = (polled[0].revents & POLLIN) != 0 && read(wake_, &count, sizeof count) > 0;
     return (polled[1].revents & POLLIN) != 0;
@@ -111,8 +119,9 @@ bool Watcher::readable(std::chrono::milliseconds timeout, bool &woken) const {
 FolderChanges Watcher::wait(std::chrono::milliseconds timeout, std::chrono::milliseconds settle) {
     FolderChanges changes;
     bool woken = false;
-    if (!readable(timeout, woken))
+    if (!readable(timeout, woken)) {
         return changes;
+    }
     const auto latest = std::chrono::steady_clock::now() + settle * settle_max;
     do {
         read_events(changes);
@@ -129,22 +138,27 @@ void Watcher::read_events(FolderChanges &changes) {
             std::memcpy(&event, buffer + at, sizeof event);
             const char *name = buffer + at + sizeof event;
             at += static_cast<ssize_t>(sizeof event + event.len);
-            if ((event.mask & IN_Q_OVERFLOW) != 0)
+            if ((event.mask & IN_Q_OVERFLOW) != 0) {
                 changes.everything = true;
+            }
             const auto found = folders_.find(event.wd);
-            if (found == folders_.end())
+            if (found == folders_.end()) {
                 continue;
+            }
             const std::vector<Watched> names = found->second;
             if ((event.mask & IN_IGNORED) != 0) {
                 folders_.erase(found);
-                for (const Watched &watched : names)
+                for (const Watched &watched : names) {
                     if (const auto number = numbers_.find(watched.folder);
-                        number != numbers_.end() && number->second == event.wd)
+                        number != numbers_.end() && number->second == event.wd) {
                         numbers_.erase(number);
+                    }
+                }
                 continue;
             }
-            for (const Watched &watched : names)
+            for (const Watched &watched : names) {
                 note(event.mask, event.len > 0 ? name : "", watched, changes);
+            }
         }
     }
 }
@@ -154,17 +168,21 @@ void Watcher::note(uint32_t mask, const std::string &file, const Watched &watche
     const bool top = watched.folder.second.empty();
     if ((mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0) {
         // Of others the folder above tells.
-        if (top || (mask & IN_UNMOUNT) != 0)
+        if (top || (mask & IN_UNMOUNT) != 0) {
             changes.sources.insert(watched.folder.first);
-        if (top)
+        }
+        if (top) {
             remove(watched.folder);
+        }
         return;
     }
     const bool folder = (mask & IN_ISDIR) != 0;
-    if (folder && !file.empty() && (mask & (IN_MOVED_FROM | IN_DELETE)) != 0)
+    if (folder && !file.empty() && (mask & (IN_MOVED_FROM | IN_DELETE)) != 0) {
         remove({watched.folder.first, top ? file : watched.folder.second + '/' + file});
-    if ((mask & IN_CREATE) != 0 && !folder && !comes_whole(watched.path + '/' + file))
+    }
+    if ((mask & IN_CREATE) != 0 && !folder && !comes_whole(watched.path + '/' + file)) {
         return;
+    }
     changes.folders.insert(watched.folder);
 }
 

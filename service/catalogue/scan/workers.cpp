@@ -13,16 +13,18 @@ namespace {
 
 // Enough that no thread waits while the scan writes, and few enough that even files with the
 // longest tags fit in memory.
-constexpr std::size_t jobs_a_thread = 64;
+constexpr size_t jobs_a_thread = 64;
 
 constexpr int niceness = 10;
 
 std::string read_image(const std::string &path, std::string &bytes) {
     FileStream stream(path);
-    if (stream.failure())
+    if (stream.failure()) {
         return stream.failure();
-    if (static_cast<std::size_t>(stream.length()) > picture_bytes_max)
+    }
+    if (static_cast<size_t>(stream.length()) > picture_bytes_max) {
         return "is too large for a cover";
+    }
     const TagLib::ByteVector all = stream.readBlock(picture_bytes_max);
     bytes.assign(all.data(), all.size());
     return "";
@@ -48,13 +50,15 @@ Done carry_out(Job &&job, const ArtworkFolder &artwork) {
             done.failure = read_image(done.job.path, bytes);
             if (done.failure.empty()) {
                 done.artwork = artwork.keep(bytes);
-                if (!done.artwork)
+                if (!done.artwork) {
                     done.failure = "is not a picture that can be used";
+                }
             }
             break;
         case Job::What::playlist:
-            if (const char *why = read_playlist(done.job.path, done.playlist))
+            if (const char *why = read_playlist(done.job.path, done.playlist)) {
                 done.failure = why;
+            }
             break;
         }
     } catch (const std::system_error &error) {
@@ -73,13 +77,15 @@ void step_back() {
 }
 
 Workers::Workers(int threads, const ArtworkFolder &artwork)
-    : artwork_(artwork), jobs_max_(jobs_a_thread * static_cast<std::size_t>(threads)) {
+    : artwork_(artwork), jobs_max_(jobs_a_thread * static_cast<size_t>(threads)) {
     try {
-        for (int i = 0; i < threads; ++i)
+        for (int i = 0; i < threads; ++i) {
             threads_.emplace_back([this] { work(); });
+        }
     } catch (const std::system_error &) {
-        if (threads_.empty()) // fewer do as well, only none does not
+        if (threads_.empty()) { // fewer do as well, only none does not
             throw;
+        }
     }
 }
 
@@ -90,8 +96,9 @@ Workers::~Workers() {
         jobs_.clear();
     }
     jobs_changed_.notify_all();
-    for (std::thread &thread : threads_)
+    for (std::thread &thread : threads_) {
         thread.join();
+    }
 }
 
 void Workers::work() {
@@ -99,8 +106,9 @@ void Workers::work() {
     std::unique_lock<std::mutex> lock(mutex_);
     for (;;) {
         jobs_changed_.wait(lock, [this] { return ending_ || !jobs_.empty(); });
-        if (ending_)
+        if (ending_) {
             return;
+        }
         Job job = std::move(jobs_.front());
         jobs_.pop_front();
         ++running_;
@@ -116,8 +124,9 @@ void Workers::work() {
 bool Workers::offer(Job &job) {
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        if (jobs_.size() + running_ + done_.size() >= jobs_max_)
+        if (jobs_.size() + running_ + done_.size() >= jobs_max_) {
             return false;
+        }
         jobs_.push_back(std::move(job));
     }
     jobs_changed_.notify_one();
@@ -126,11 +135,13 @@ bool Workers::offer(Job &job) {
 
 std::optional<Done> Workers::take(bool wait) {
     std::unique_lock<std::mutex> lock(mutex_);
-    if (wait)
+    if (wait) {
         done_changed_.wait(lock,
                            [this] { return !done_.empty() || (jobs_.empty() && running_ == 0); });
-    if (done_.empty())
+    }
+    if (done_.empty()) {
         return std::nullopt;
+    }
     Done done = std::move(done_.front());
     done_.pop_front();
     return done;

@@ -53,13 +53,13 @@ class Workers {
     void work();
 
     const ArtworkFolder &artwork_;
-    const std::size_t jobs_max_;
+    const size_t jobs_max_;
     std::mutex mutex_; // guards all that follows
     std::condition_variable jobs_changed_;
     std::condition_variable done_changed_;
     std::deque<Job> jobs_;
     std::deque<Done> done_;
-    std::size_t running_ = 0;
+    size_t running_ = 0;
     bool ending_ = false;
     std::vector<std::thread> threads_;
 };

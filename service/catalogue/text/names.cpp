@@ -16,14 +16,15 @@ namespace vantro::service::catalogue {
 namespace {
 
 // Two names that agree this far are in no order that anybody would look for.
-constexpr std::size_t ordered_bytes_max = 400;
+constexpr size_t ordered_bytes_max = 400;
 
 std::unique_ptr<icu::Collator> make_collator() {
     UErrorCode error = U_ZERO_ERROR;
     std::unique_ptr<icu::Collator> made(
         icu::Collator::createInstance(icu::Locale::getRoot(), error));
-    if (U_FAILURE(error))
+    if (U_FAILURE(error)) {
         throw std::runtime_error("the tables for ordering names are missing");
+    }
     made->setStrength(icu::Collator::TERTIARY);
     made->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, error);
     return made;
@@ -34,16 +35,19 @@ bool is_blank(char c) {
 }
 
 std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && is_blank(text.front()))
+    while (!text.empty() && is_blank(text.front())) {
         text.remove_prefix(1);
-    while (!text.empty() && is_blank(text.back()))
+    }
+    while (!text.empty() && is_blank(text.back())) {
         text.remove_suffix(1);
+    }
     return text;
 }
 
 bool stands_alone(UChar32 c) {
-    if (c < 0x2E80)
+    if (c < 0x2E80) {
         return false;
+    }
     switch (u_getIntPropertyValue(c, UCHAR_LINE_BREAK)) {
     case U_LB_IDEOGRAPHIC:
     case U_LB_CONDITIONAL_JAPANESE_STARTER:
@@ -63,8 +67,9 @@ void hash(std::string_view bytes, uint8_t (&out)[SHA256_DIGEST_SIZE]) {
 const icu::Normalizer2 *casefold_tables() {
     UErrorCode error = U_ZERO_ERROR;
     const icu::Normalizer2 *tables = icu::Normalizer2::getNFKCCasefoldInstance(error);
-    if (U_FAILURE(error))
+    if (U_FAILURE(error)) {
         throw std::runtime_error("the tables for comparing names are missing");
+    }
     return tables;
 }
 
@@ -79,7 +84,7 @@ std::string sort_key(std::string_view name) {
     std::string key(sort_key_max, '\0');
     const int32_t size = collator->getSortKey(text, reinterpret_cast<uint8_t *>(key.data()),
                                               static_cast<int32_t>(key.size()));
-    key.resize(std::min(static_cast<std::size_t>(size), key.size()));
+    key.resize(std::min(static_cast<size_t>(size), key.size()));
     return key;
 }
 
@@ -103,27 +108,30 @@ std::string spaced(std::string_view text) {
         UChar32 c = 0;
         U8_NEXT(text.data(), at, size, c);
         const bool alone = c >= 0 && stands_alone(c);
-        if (alone)
+        if (alone) {
             result += ' ';
-        result +=
-            text.substr(static_cast<std::size_t>(begin), static_cast<std::size_t>(at - begin));
-        if (alone)
+        }
+        result += text.substr(static_cast<size_t>(begin), static_cast<size_t>(at - begin));
+        if (alone) {
             result += ' ';
+        }
     }
     return result;
 }
 
 int64_t key_of(char kind, std::string_view identity, int salt) {
     std::string text(1, kind);
-    if (salt != 0)
+    if (salt != 0) {
         text += std::to_string(salt);
+    }
     text += '\0';
     text += identity;
     uint8_t bytes[SHA256_DIGEST_SIZE];
     hash(text, bytes);
     uint64_t key = 0;
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 8; ++i) {
         key = key << 8 | bytes[i];
+    }
     return static_cast<int64_t>(key);
 }
 
@@ -131,43 +139,48 @@ std::string digest(std::string_view bytes) {
     uint8_t out[SHA256_DIGEST_SIZE];
     hash(bytes, out);
     std::string text;
-    for (const uint8_t byte : out)
+    for (const uint8_t byte : out) {
         text += fmt::format("{:02x}", byte);
+    }
     return text;
 }
 
 NodeId::NodeId(char kind, int64_t key) {
     text_[0] = kind;
     if (kind == kind_year) {
-        size_ =
-            static_cast<std::size_t>(std::to_chars(text_ + 1, std::end(text_), key).ptr - text_);
+        size_ = static_cast<size_t>(std::to_chars(text_ + 1, std::end(text_), key).ptr - text_);
         return;
     }
     size_ = 17;
     auto rest = static_cast<uint64_t>(key);
-    for (std::size_t at = 16; at > 0; --at, rest >>= 4)
+    for (size_t at = 16; at > 0; --at, rest >>= 4) {
         text_[at] = "0123456789abcdef"[rest & 15];
+    }
 }
 
 std::optional<NodeRef> parse_node_id(std::string_view id) {
-    constexpr std::size_t longest = 1 + 16;
-    if (id.size() < 2 || id.size() > longest)
+    constexpr size_t longest = 1 + 16;
+    if (id.size() < 2 || id.size() > longest) {
         return std::nullopt;
+    }
     const char *end = id.data() + id.size();
     if (id[0] == kind_year) {
         int64_t year = 0;
         const auto [stop, error] = std::from_chars(id.data() + 1, end, year);
-        if (error != std::errc() || stop != end || NodeId(kind_year, year).text() != id)
+        if (error != std::errc() || stop != end || NodeId(kind_year, year).text() != id) {
             return std::nullopt;
+        }
         return NodeRef{kind_year, year};
     }
-    if (std::string_view("abfgps").find(id[0]) == std::string_view::npos || id.size() != longest)
+    if (std::string_view("abfgps").find(id[0]) == std::string_view::npos || id.size() != longest) {
         return std::nullopt;
+    }
     uint64_t key = 0;
     const auto [stop, error] = std::from_chars(id.data() + 1, end, key, 16);
     if (error != std::errc() || stop != end ||
-        NodeId(id[0], static_cast<int64_t>(key)).text() != id) // capitals are another text
+        NodeId(id[0], static_cast<int64_t>(key)).text() != id) { // capitals are another text
         return std::nullopt;
+    }
     return NodeRef{id[0], static_cast<int64_t>(key)};
 }
 

@@ -12,7 +12,7 @@ namespace vantro::service::catalogue {
 // Bytes whose plain order is the order of names that people expect: numbers by their value, case
 // and accents only where nothing else differs, every script. At most sort_key_max bytes.
 std::string sort_key(std::string_view name);
-inline constexpr std::size_t sort_key_max = 1024;
+inline constexpr size_t sort_key_max = 1024;
 
 // The same text for names that are the same to a person: without regard to case, to how accents
 // are composed and to blanks around it.
@@ -50,7 +50,7 @@ class NodeId {
 
   private:
     char text_[24];
-    std::size_t size_;
+    size_t size_;
 };
 
 struct NodeRef {

@@ -10,14 +10,14 @@ namespace vantro::service::catalogue {
 
 // Longest text taken from a tag, in bytes. A track reply offers 65536 bytes for everything that is
 // known of a track; five tags and its names at this length leave room to spare.
-inline constexpr std::size_t tag_text_max = 4096;
+inline constexpr size_t tag_text_max = 4096;
 
 // Longest path as text, in bytes: one of the greatest length with every byte of it replaced.
-inline constexpr std::size_t path_text_max = 3 * 4096;
+inline constexpr size_t path_text_max = 3 * 4096;
 
 // A copy that is valid UTF-8: what is not becomes U+FFFD, one for each byte; a NUL ends the text,
 // since readers take it for the end; it is cut between characters to at most `limit` bytes.
-std::string clean_text(std::string_view text, std::size_t limit);
+std::string clean_text(std::string_view text, size_t limit);
 
 } // namespace vantro::service::catalogue
 

@@ -1,4 +1,4 @@
-/* Exchanges: what is sent arrives, whatever its size; what is answered reaches the one who asked. */
+// Exchanges: what is sent arrives, whatever its size; what is answered reaches the one who asked.
 #include <pthread.h>
 #include <signal.h>
 
@@ -19,7 +19,7 @@ std::string pattern(size_t length) {
     return text;
 }
 
-/* Around every limit: the receive vector's, the socket's, and of the reply vector. */
+// Around every limit: the receive vector's, the socket's, and of the reply vector.
 TEST(Exchange, CarriesEverySizeBothWays) {
     const RuntimeDirectory runtime;
     constexpr size_t capacity = 1000;
@@ -29,7 +29,7 @@ TEST(Exchange, CarriesEverySizeBothWays) {
             std::string whole = message.bytes;
             if (total >= capacity) {
                 whole.assign(total, '\0');
-                /* In two reads, the second beginning in the middle and asking for too much. */
+                // In two reads, the second beginning in the middle and asking for too much.
                 const ssize_t first = ipc_read(message.receive_id, whole.data(), total / 2, 0);
                 const ssize_t rest = ipc_read(message.receive_id, whole.data() + first, total,
                                               static_cast<size_t>(first));
@@ -39,7 +39,7 @@ TEST(Exchange, CarriesEverySizeBothWays) {
                     return;
                 }
             } else if (char byte; ipc_read(message.receive_id, &byte, 1, 0) != 0) {
-                ipc_error(message.receive_id, EILSEQ); /* nothing is kept of what fitted */
+                ipc_error(message.receive_id, EILSEQ); // nothing is kept of what fitted
                 return;
             }
             const struct iovec parts[] = {{whole.data(), total / 3},
@@ -54,7 +54,7 @@ TEST(Exchange, CarriesEverySizeBothWays) {
         std::string sent = pattern(size);
         for (const size_t room : {size, size / 2, size + 10}) {
             std::string got(room, '\xee');
-            std::vector<struct iovec> parts; /* more than fit the stack */
+            std::vector<struct iovec> parts; // more than fit the stack
             for (size_t i = 0; i < 40; ++i) {
                 const size_t from = room * i / 40;
                 parts.push_back({got.data() + from, room * (i + 1) / 40 - from});
@@ -112,7 +112,7 @@ TEST(Exchange, AnswersOnceAndOnlyToTheOneWhoAsked) {
             if (first_id == 0) {
                 first_id = message.receive_id;
             } else {
-                /* The first exchange is over: its id is good for nothing, on the same lane too. */
+                // The first exchange is over: its id is good for nothing, on the same lane too.
                 stale += ipc_reply(first_id, 1, nullptr, 0) == -1 && errno == ESRCH;
                 stale += ipc_read(first_id, nullptr, 0, 0) == -1 && errno == ESRCH;
             }
@@ -125,7 +125,7 @@ TEST(Exchange, AnswersOnceAndOnlyToTheOneWhoAsked) {
             EXPECT_EQ(errno, EDOM);
         }
         global_name_close(connection);
-    } /* with the server's thread ended, its counting is too */
+    } // with the server's thread ended, its counting is too
     EXPECT_EQ(stale, 2 * 2 + 3);
     for (const int invented : {0, -1, 1, 0x7fffffff}) {
         EXPECT_EQ(ipc_reply(invented, 0, nullptr, 0), -1);
@@ -133,7 +133,7 @@ TEST(Exchange, AnswersOnceAndOnlyToTheOneWhoAsked) {
     }
 }
 
-/* More threads than lanes, answers in any order from one other thread. */
+// More threads than lanes, answers in any order from one other thread.
 TEST(Exchange, ManyThreadsShareOneConnection) {
     const RuntimeDirectory runtime;
     std::mutex lock;
@@ -147,7 +147,7 @@ TEST(Exchange, ManyThreadsShareOneConnection) {
             if (held.empty()) {
                 return;
             }
-            const Message message = held.back(); /* newest first */
+            const Message message = held.back(); // newest first
             held.pop_back();
             guard.unlock();
             echo(message);
@@ -194,7 +194,7 @@ TEST(Exchange, ASignalGivesUpOneExchangeAndNoMore) {
     const RuntimeDirectory runtime;
     struct sigaction action = {};
     action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, nullptr); /* without SA_RESTART */
+    sigaction(SIGUSR1, &action, nullptr); // without SA_RESTART
     const pthread_t client = pthread_self();
     std::atomic<int> late{0};
     std::atomic<bool> given_up{false};
@@ -202,14 +202,14 @@ TEST(Exchange, ASignalGivesUpOneExchangeAndNoMore) {
     const ChannelServer server(
         [&](const Message &message) {
             if (message.bytes == "wait") {
-                while (!given_up) { /* one may come before the client blocks */
+                while (!given_up) { // one may come before the client blocks
                     pthread_kill(client, SIGUSR1);
                     std::this_thread::yield();
                 }
                 late = message.receive_id;
                 quiet = true;
             } else {
-                /* The answer to the abandoned exchange comes to nobody. */
+                // The answer to the abandoned exchange comes to nobody.
                 ipc_reply(late.exchange(0), 99, "wrong", 5);
                 echo(message);
             }
@@ -230,7 +230,7 @@ TEST(Exchange, ASignalGivesUpOneExchangeAndNoMore) {
     signal(SIGUSR1, SIG_DFL);
 }
 
-/* Or its answer, when it comes at last, would be taken for another's: ids come round again. */
+// Or its answer, when it comes at last, would be taken for another's: ids come round again.
 TEST(Exchange, AnIdIsNotGivenAgainWhileItsAnswerIsOwed) {
     const RuntimeDirectory runtime;
     struct sigaction action = {};
@@ -333,7 +333,7 @@ TEST(Exchange, AChildHasNoneOfItsParentsConnections) {
     const RuntimeDirectory runtime;
     const ChannelServer server(echo, {}, 2);
     const int connection = connect_to_test();
-    const int pulses = connect_attach(0, 0, server.channel, 0, 0); /* not the child's to announce */
+    const int pulses = connect_attach(0, 0, server.channel, 0, 0); // not the child's to announce
     const pid_t child = in_child([&] {
         if (ipc_send_simple(connection, "ping", 4, nullptr, 0) != -1 || errno != EBADF ||
             channel_destroy(server.channel) != -1) {

@@ -1,4 +1,4 @@
-/* Clients that break the rules: each loses its own connection, and nobody else notices. */
+// Clients that break the rules: each loses its own connection, and nobody else notices.
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -11,7 +11,7 @@ namespace {
 using platform::ControlRecord;
 using platform::Frame;
 
-/** A memory file of `size` bytes with the given seals. */
+// A memory file of `size` bytes with the given seals.
 UniqueFd memory_file(size_t size, int seals) {
     UniqueFd file(memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING));
     EXPECT_EQ(ftruncate(file.get(), static_cast<off_t>(size)), 0);
@@ -32,7 +32,7 @@ Frame frame(uint32_t length, uint32_t flags = 0) {
     return {.length = length, .status = 0, .flags = flags, .reserved = 0};
 }
 
-/** Everything a lane or a control socket must survive, by name. */
+// Everything a lane or a control socket must survive, by name.
 struct Misdeed {
     const char *name;
     void (*commit)(RawClient &client, int lane);
@@ -98,7 +98,7 @@ const Misdeed misdeeds[] = {
              Frame header = frame(4);
              char bytes[4] = {'h', 'o', 'l', 'd'};
          } packet;
-         /* Those that share an event with the first are noticed at the lane's next one. */
+         // Those that share an event with the first are noticed at the lane's next one.
          while (send(lane, &packet, sizeof packet, MSG_NOSIGNAL) > 0) {
              std::this_thread::yield();
          }
@@ -139,12 +139,12 @@ TEST(Misconduct, CostsTheOneWhoDoesItHisConnection) {
         ASSERT_TRUE(is_served(good));
     }
     EXPECT_EQ(disconnects, expected);
-    /* A thread that was about to read closes what it held a moment later. */
+    // A thread that was about to read closes what it held a moment later.
     for (int i = 0; i < 10000 && open_descriptors() > before; ++i) {
         ASSERT_TRUE(is_served(good));
     }
     EXPECT_LE(open_descriptors(),
-              before); /* which may have counted a lane's far end, just passed */
+              before); // which may have counted a lane's far end, just passed
     global_name_close(good);
 }
 
@@ -169,11 +169,11 @@ TEST(Misconduct, AnnouncementsAreCheckedAndBounded) {
         for (int number = 1; number <= 100; ++number) {
             EXPECT_EQ(announce(number, lane.get()).kind, platform::control_pulse_accepted);
         }
-        /* Ours and the server's end of the connection, plus the announced ones it keeps. */
+        // Ours and the server's end of the connection, plus the announced ones it keeps.
         EXPECT_LE(open_descriptors(), before + 5 + IPC_PULSE_CONNECTIONS_MAX);
     }
     const int good = connect_to_test();
-    while (open_descriptors() > before + 4) { /* until the server has seen the other one go */
+    while (open_descriptors() > before + 4) { // until the server has seen the other one go
         ASSERT_TRUE(is_served(good));
     }
     global_name_close(good);
@@ -223,7 +223,7 @@ TEST(Misconduct, SilentConnectionsAndExhaustedDescriptorsDelayNobody) {
     EXPECT_GT(silent.size(), 200u);
     EXPECT_EQ(silent.size() + static_cast<size_t>(turned_away), 1000u);
     EXPECT_TRUE(is_served(good));
-    /* A large message needs a descriptor at the server: refused, and the connection goes on. */
+    // A large message needs a descriptor at the server: refused, and the connection goes on.
     const std::string large(200000, 'x');
     const int status = ipc_send_simple(good, large.data(), large.size(), nullptr, 0);
     EXPECT_TRUE(status == 1024 || (status == -1 && errno == EMFILE)) << status << " " << errno;
@@ -232,7 +232,7 @@ TEST(Misconduct, SilentConnectionsAndExhaustedDescriptorsDelayNobody) {
         global_name_close(connection);
     }
     int later = -1;
-    while ((later = connect_to_test()) < 0) { /* until the server has let the others go */
+    while ((later = connect_to_test()) < 0) { // until the server has let the others go
         ASSERT_EQ(errno, EAGAIN);
     }
     EXPECT_TRUE(is_served(later));
@@ -244,7 +244,7 @@ TEST(Misconduct, SilentConnectionsAndExhaustedDescriptorsDelayNobody) {
     close(ready[1]);
 }
 
-/** A server that gives a client one lane, and on it one answer of the test's own to every message. */
+// A server that gives a client one lane, and on it one answer of the test's own to every message.
 class RawServer {
   public:
     RawServer(const std::string &runtime, Frame answer, int descriptor = -1)
@@ -307,10 +307,10 @@ TEST(Misconduct, OfAServerCostsItItsClientAndNothingElse) {
         int error;
     } cases[] = {
         {reply(0, 7, 0), -1, 7, 0},
-        {reply(0, 7, 0), sealed.get(), 7, 0}, /* and is closed */
+        {reply(0, 7, 0), sealed.get(), 7, 0}, // and is closed
         {reply(0, -7, 0), -1, -1, ECONNRESET},
         {reply(0, EDOM, platform::frame_error), -1, -1, EDOM},
-        {reply(0, 0, platform::frame_error), -1, -1, ECONNRESET}, /* an error without a number */
+        {reply(0, 0, platform::frame_error), -1, -1, ECONNRESET}, // an error without a number
         {reply(100, 7, platform::frame_memory_file), sealed.get(), 7, 0},
         {reply(100, 7, platform::frame_memory_file), unsealed.get(), -1, ECONNRESET},
         {reply(101, 7, platform::frame_memory_file), sealed.get(), -1, ECONNRESET},
@@ -329,7 +329,7 @@ TEST(Misconduct, OfAServerCostsItItsClientAndNothingElse) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
-/* A lane that cannot be had, for whatever reason, is waited for while there are others. */
+// A lane that cannot be had, for whatever reason, is waited for while there are others.
 TEST(Misconduct, ThreadsShareWhatLanesTheServerGives) {
     const RuntimeDirectory runtime;
     const RawServer server(runtime.path(), frame(0));

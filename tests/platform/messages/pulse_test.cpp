@@ -1,4 +1,4 @@
-/* Pulses: a program's own, a client's notifications, and the one that says a client is gone. */
+// Pulses: a program's own, a client's notifications, and the one that says a client is gone.
 #include <condition_variable>
 #include <mutex>
 #include <set>
@@ -37,7 +37,7 @@ TEST(Pulse, EnoughFitAndTheRestIsRefused) {
     channel_destroy(channel);
 }
 
-/* One pulse a thread reaches every thread, however they sleep. */
+// One pulse a thread reaches every thread, however they sleep.
 TEST(Pulse, WakesEveryThreadThatWaits) {
     const int channel = channel_create(0);
     const int connection = connect_attach(0, getpid(), channel, 0, 0);
@@ -73,9 +73,9 @@ TEST(Pulse, EventsReachTheClientThatAttachedThemAndNoOther) {
     for (int i = 0; i <= IPC_PULSE_CONNECTIONS_MAX; ++i) {
         attached.push_back(connect_attach(0, 0, channel, 0, 0));
     }
-    ASSERT_TRUE(is_served(connection)); /* announces them; the oldest is forgotten */
+    ASSERT_TRUE(is_served(connection)); // announces them; the oldest is forgotten
     struct ipc_event event = {IPC_EVENT_PULSE, attached.back(), 42, 3, 10};
-    EXPECT_EQ(ipc_deliver_event(last_id, &event), 0); /* after the reply */
+    EXPECT_EQ(ipc_deliver_event(last_id, &event), 0); // after the reply
     struct ipc_pulse pulse;
     ASSERT_EQ(ipc_receive_pulse(channel, &pulse, sizeof pulse, nullptr), 0);
     EXPECT_EQ(pulse.value, 42);
@@ -90,7 +90,7 @@ TEST(Pulse, EventsReachTheClientThatAttachedThemAndNoOther) {
     event.connection = attached.back();
     global_name_close(connection);
     while (ipc_deliver_event(last_id, &event) == 0 || errno == EAGAIN) {
-        std::this_thread::yield(); /* until the server has seen it go */
+        std::this_thread::yield(); // until the server has seen it go
     }
     EXPECT_EQ(errno, ESRCH);
     for (const int number : attached) {
@@ -99,20 +99,19 @@ TEST(Pulse, EventsReachTheClientThatAttachedThemAndNoOther) {
     channel_destroy(channel);
 }
 
-/* The sweep that follows the pulse must not meet a request of that client under way. */
+// The sweep that follows the pulse must not meet a request of that client under way.
 TEST(Pulse, TheDisconnectWaitsForWhatIsBeingDispatched) {
     const RuntimeDirectory runtime;
     int start[2];
     ASSERT_EQ(pipe(start), 0);
-    const pid_t child =
-        in_child([&] { /* killed while two of its threads wait */
-                       char byte;
-                       [[maybe_unused]] const ssize_t n = read(start[0], &byte, 1);
-                       const int own = connect_to_test();
-                       std::thread other([own] { ipc_send_simple(own, "answer", 6, nullptr, 0); });
-                       ipc_send_simple(own, "forget", 6, nullptr, 0);
-                       other.join();
-        });
+    const pid_t child = in_child([&] { // killed while two of its threads wait
+        char byte;
+        [[maybe_unused]] const ssize_t n = read(start[0], &byte, 1);
+        const int own = connect_to_test();
+        std::thread other([own] { ipc_send_simple(own, "answer", 6, nullptr, 0); });
+        ipc_send_simple(own, "forget", 6, nullptr, 0);
+        other.join();
+    });
     std::mutex lock;
     std::condition_variable changed;
     int entered = 0;
@@ -153,7 +152,7 @@ TEST(Pulse, TheDisconnectWaitsForWhatIsBeingDispatched) {
         }
         kill(child, SIGKILL);
         exit_status(child);
-        /* By the time other clients came and were answered, the death has been noticed. */
+        // By the time other clients came and were answered, the death has been noticed.
         for (int i = 0; i < 50; ++i) {
             const int another = connect_to_test();
             EXPECT_EQ(ipc_send_simple(another, "probe", 5, nullptr, 0), 5);
@@ -162,7 +161,7 @@ TEST(Pulse, TheDisconnectWaitsForWhatIsBeingDispatched) {
         }
         {
             std::unique_lock guard(lock);
-            changed.wait(guard, [&] { return pulses == 50; }); /* the others' */
+            changed.wait(guard, [&] { return pulses == 50; }); // the others'
             pulses = 0;
             gone.clear();
             go_on = true;
@@ -204,7 +203,7 @@ TEST(Pulse, AConnectionIdIsNotReusedBeforeItIsDetached) {
     memcpy(&pulse, buffer, sizeof pulse);
     EXPECT_EQ(pulse.code, PULSE_CODE_DISCONNECT);
     EXPECT_EQ(pulse.conn_id, info.conn_id);
-    EXPECT_EQ(connect_client_info(info.conn_id, &credentials, 0), 0); /* still known */
+    EXPECT_EQ(connect_client_info(info.conn_id, &credentials, 0), 0); // still known
     EXPECT_EQ(connect_detach(pulse.conn_id), 0);
     EXPECT_EQ(connect_client_info(info.conn_id, &credentials, 0), -1);
     EXPECT_EQ(errno, EBADF);

@@ -1,4 +1,4 @@
-/* What the tests of objects share: publishing in a line, and the picture that a reader has. */
+// What the tests of objects share: publishing in a line, and the picture that a reader has.
 #ifndef VANTRO_TESTS_PLATFORM_OBJECTS_OBJECTS_SUPPORT_H
 #define VANTRO_TESTS_PLATFORM_OBJECTS_OBJECTS_SUPPORT_H
 
@@ -17,7 +17,7 @@ namespace vantro::test {
 inline constexpr const char *kitchen = "/kivo/services/vantro/kitchen";
 inline constexpr int wake_signal = 57;
 
-/** Rounds of a long test. Under a sanitizer or an emulator each takes ten times as long. */
+// Rounds of a long test. Under a sanitizer or an emulator each takes ten times as long.
 constexpr int rounds(int plain) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)
     return plain / 10;
@@ -47,7 +47,7 @@ inline int set(const Publisher &publisher, const char *object, const char *name,
     return object_publish(publisher.get(), object, flags, &attribute, 1);
 }
 
-/** A descriptor of objects. Reads texts, and keeps the picture that they make. */
+// A descriptor of objects. Reads texts, and keeps the picture that they make.
 class Reader {
   public:
     explicit Reader(const std::string &object = ".all", const std::string &directory = kitchen)
@@ -59,7 +59,7 @@ class Reader {
     }
     Reader(const Reader &) = delete;
 
-    /** The next text; empty where there is none, or none any more (`error` says why). */
+    // The next text; empty where there is none, or none any more (`error` says why).
     std::string read() {
         const ssize_t length = platform_read(descriptor, buffer_.data(), OBJECT_CHANGE_MAX);
         error = length < 0 ? errno : 0;
@@ -72,7 +72,7 @@ class Reader {
         }
         return all;
     }
-    /** Reads a text into the picture. @return whether there was one. */
+    // Reads a text into the picture. @return whether there was one.
     bool follow() {
         std::string text = read();
         last_was_start = text.starts_with("#@");
@@ -116,7 +116,7 @@ class Reader {
     std::string buffer_ = std::string(OBJECT_CHANGE_MAX, '\0');
 };
 
-/** Blocks the wake signals in this thread; takes what is pending at the end. */
+// Blocks the wake signals in this thread; takes what is pending at the end.
 class WakeSignals {
   public:
     WakeSignals() {
@@ -129,12 +129,12 @@ class WakeSignals {
         take();
         pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
     }
-    /** Blocks for a wake. @return the signal, or -1 where it is long overdue. */
+    // Blocks for a wake. @return the signal, or -1 where it is long overdue.
     int wait() const {
         const struct timespec overdue = {20, 0};
         return sigtimedwait(&set_, nullptr, &overdue);
     }
-    /** Takes what is pending. @return how many. */
+    // Takes what is pending. @return how many.
     int take() const {
         int count = 0;
         const struct timespec at_once = {};
@@ -148,7 +148,7 @@ class WakeSignals {
     sigset_t set_, previous_;
 };
 
-/** Blocks until there is something to read. */
+// Blocks until there is something to read.
 inline void wait_for_input(const Reader &reader, const WakeSignals &signals) {
     if (reader.arm() == 0) {
         ASSERT_GT(signals.wait(), 0);

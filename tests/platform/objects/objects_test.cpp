@@ -1,4 +1,4 @@
-/* Objects as their readers see them: what is told, in which order, and what is refused. */
+// Objects as their readers see them: what is told, in which order, and what is refused.
 #include <malloc.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -66,8 +66,8 @@ TEST(Objects, AreRefusedBeyondTheirLimitsAndThenUnchanged) {
         std::string value;
         int error;
     } cases[] = {
-        {"o", "a", filled(OBJECT_CHANGE_MAX), EMSGSIZE},      /* the change */
-        {"o", "b", filled(OBJECT_CHANGE_MAX - 10), EMSGSIZE}, /* what the object becomes */
+        {"o", "a", filled(OBJECT_CHANGE_MAX), EMSGSIZE},      // the change
+        {"o", "b", filled(OBJECT_CHANGE_MAX - 10), EMSGSIZE}, // what the object becomes
         {"o", "", "v", EINVAL},
         {"a b", "a", "v", EINVAL},
         {"", "a", "v", EINVAL},
@@ -82,7 +82,7 @@ TEST(Objects, AreRefusedBeyondTheirLimitsAndThenUnchanged) {
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(reader.read(), "");
 
-    /* A text is its sign and name, each line's end, and "a::" before the value. */
+    // A text is its sign and name, each line's end, and "a::" before the value.
     EXPECT_EQ(set(publisher, "o", "a", filled(OBJECT_CHANGE_MAX - 8)), 0) << strerror(errno);
     EXPECT_EQ(reader.read().size(), size_t{OBJECT_CHANGE_MAX} - 1);
     for (const char name : std::string("pqrstuv")) {
@@ -121,7 +121,7 @@ TEST(Objects, ALateReaderIsToldToStartOver) {
     EXPECT_EQ(all.read(), "");
     EXPECT_EQ(kept.read_all(), "#@kept\na::1\nb::2\n");
     EXPECT_EQ(gone.read_all(), "-@gone\n");
-    /* One that opens now is told the same, and nothing of what led there. */
+    // One that opens now is told the same, and nothing of what led there.
     EXPECT_EQ(Reader().read_all(), "@kept\na::1\nb::2\n@new\na::3\n@status\na::1\nposition::9\n");
     set(publisher, "kept", "a", "4");
     EXPECT_EQ(all.read_all(), "@kept\na::4\n");
@@ -170,7 +170,7 @@ TEST(Objects, OnlyWhatIsARingIsOpened) {
     EXPECT_EQ(object_publisher_open("/kivo/../kitchen"), nullptr);
 }
 
-/* The reader goes for the oldest record, which the publisher is about to overwrite. */
+// The reader goes for the oldest record, which the publisher is about to overwrite.
 TEST(Ring, WhatIsOverwrittenWhileItIsCopiedIsNotBelieved) {
     const UniqueFd file(memfd_create("ring", MFD_CLOEXEC));
     platform::RingWriter writer;
@@ -193,7 +193,7 @@ TEST(Ring, WhatIsOverwrittenWhileItIsCopiedIsNotBelieved) {
         if (end < start + platform::ring_capacity) {
             continue;
         }
-        /* Every other time one that is safe for long enough. */
+        // Every other time one that is safe for long enough.
         const uint64_t n = (end - start) / bytes - (good > overtaken ? 64 : 32);
         platform::RecordKind kind;
         std::string text;
@@ -212,7 +212,7 @@ TEST(Ring, WhatIsOverwrittenWhileItIsCopiedIsNotBelieved) {
     publishing.join();
 }
 
-/* Whoever may write the file may write anything: it costs the reader its reading, and no more. */
+// Whoever may write the file may write anything: it costs the reader its reading, and no more.
 TEST(Objects, NoiseInARingIsRefusedForGood) {
     const RuntimeDirectory runtime;
     const Publisher publisher = publish_in();
@@ -242,7 +242,7 @@ TEST(Objects, NoiseInARingIsRefusedForGood) {
                                            : random() % platform::ring_capacity / 8 * 8);
         }
         for (Reader *reader : {&fresh, &old}) {
-            /* Some of the noise is a ring that tells something else; there is an end to it. */
+            // Some of the noise is a ring that tells something else; there is an end to it.
             for (int reads = 0; reads < 50000 && !reader->read().empty(); ++reads) {
             }
             if (reader->error == EBADMSG) {
@@ -261,7 +261,7 @@ TEST(Objects, NoiseInARingIsRefusedForGood) {
     EXPECT_GT(noise, 1000);
     Reader reader;
     EXPECT_TRUE(reader.read().starts_with("@o\na::")) << "the ring is whole again";
-    /* Another file in its place is no business of who reads the old one. */
+    // Another file in its place is no business of who reads the old one.
     close(open((path + ".other").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
     std::filesystem::rename(path + ".other", path);
     set(publisher, "o", "b", "2");
@@ -297,7 +297,7 @@ TEST(Notification, FiresOnceForWhatComesAfterIt) {
         EXPECT_EQ(reader.read_all(), "@o\na::2\n@o\na::3\n@o\na::4\n");
         EXPECT_EQ(signals.take(), 0);
     }
-    /* Where no real-time signal can be queued, the other comes. */
+    // Where no real-time signal can be queued, the other comes.
     struct rlimit limit, none = {};
     getrlimit(RLIMIT_SIGPENDING, &limit);
     none.rlim_max = limit.rlim_max;
@@ -332,7 +332,7 @@ TEST(Notification, FiresOnceForWhatComesAfterIt) {
     EXPECT_EQ(errno, EBADF);
 }
 
-/* Each change comes while its reader is on its way from having read the last to waiting. */
+// Each change comes while its reader is on its way from having read the last to waiting.
 TEST(Notification, MissesNothingThatComesWhileItIsArmed) {
     const RuntimeDirectory runtime;
     const WakeSignals signals;
@@ -424,7 +424,7 @@ TEST(Notification, OpenWaitAndCloseLeaveNothingBehind) {
     {
         const Reader reader;
         EXPECT_EQ(open_descriptors(), descriptors);
-        /* The smallest block that each round left would be many times as much. */
+        // The smallest block that each round left would be many times as much.
         EXPECT_LT(mallinfo2().uordblks, bytes + rounds(100000));
     }
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);

@@ -1,4 +1,4 @@
-/* Publishers that die, come back and leave, and many readers, as processes and threads. */
+// Publishers that die, come back and leave, and many readers, as processes and threads.
 #include <sys/mman.h>
 
 #include <random>
@@ -8,7 +8,7 @@
 namespace vantro::test {
 namespace {
 
-/** The value published as number n: its text says what it must be. */
+// The value published as number n: its text says what it must be.
 std::string value_of(uint64_t n) {
     return std::to_string(n) + std::string(n * 2654435761 % 9000, static_cast<char>('a' + n % 26));
 }
@@ -17,16 +17,14 @@ int publish_number(const Publisher &publisher, uint64_t n) {
     return set(publisher, "o", "n", value_of(n));
 }
 
-/**
- * Reads one text and checks that it is what was published, and the one after the last, unless the
- * reader is told to start over. @return whether there was one.
- */
+// Reads one text and checks that it is what was published, and the one after the last, unless the
+// reader is told to start over. @return whether there was one.
 bool follow_numbers(Reader &reader, uint64_t &last) {
     if (!reader.follow()) {
         return false;
     }
     if (!reader.picture.contains("o")) {
-        return true; /* another object's */
+        return true; // another object's
     }
     const std::string &value = reader.picture["o"]["n"];
     const uint64_t n = std::strtoull(value.c_str(), nullptr, 10);
@@ -40,9 +38,9 @@ bool follow_numbers(Reader &reader, uint64_t &last) {
     return true;
 }
 
-/* The counts are kept in memory that outlives the publisher. */
+// The counts are kept in memory that outlives the publisher.
 struct Shared {
-    std::atomic<uint64_t> published{0}; /* the last whose publishing returned */
+    std::atomic<uint64_t> published{0}; // the last whose publishing returned
 };
 
 TEST(Publisher, KilledAnywhereLeavesWholeEventsInOrder) {
@@ -90,7 +88,7 @@ TEST(Publisher, KilledAnywhereLeavesWholeEventsInOrder) {
         while (follow_numbers(*reader, last)) {
         }
         ASSERT_EQ(reader->error, 0);
-        /* The one under way may have been appended, and its publisher not have lived to say so. */
+        // The one under way may have been appended, and its publisher not have lived to say so.
         ASSERT_GE(last, shared->published);
         ASSERT_LE(last, shared->published + 1);
         shared->published = last;
@@ -142,7 +140,7 @@ TEST(Publisher, WhoseDeathWakesThoseWhoWait) {
         signals.take();
         std::string read = reader.read_all();
         for (; reader.error == 0; read += reader.read_all()) {
-            wait_for_input(reader, signals); /* it was told of before it was over */
+            wait_for_input(reader, signals); // it was told of before it was over
         }
         EXPECT_EQ(read, round % 2 ? "" : "@o\na::2\n");
         EXPECT_EQ(reader.error, ESTALE);
@@ -155,7 +153,7 @@ TEST(Publisher, WhoseDeathWakesThoseWhoWait) {
     }
 }
 
-/* A child that outlives the publisher must not hold its place, nor speak for it. */
+// A child that outlives the publisher must not hold its place, nor speak for it.
 TEST(Publisher, IsNotTheChildsAfterFork) {
     const RuntimeDirectory runtime;
     const WakeSignals signals;
@@ -194,7 +192,7 @@ TEST(Publisher, IsNotTheChildsAfterFork) {
     }
 }
 
-/* Nor one that is made while a thread of its parent becomes a publisher, or ceases to be one. */
+// Nor one that is made while a thread of its parent becomes a publisher, or ceases to be one.
 TEST(Publisher, IsNotThatOfAChildMadeMeanwhile) {
     const RuntimeDirectory runtime;
     prctl(PR_SET_CHILD_SUBREAPER, 1);
@@ -246,7 +244,7 @@ TEST(Publisher, FiftyReadersAtTheirOwnSpeedEndWithTheSamePicture) {
             while (reader.error == 0) {
                 follow_numbers(reader, last);
                 start_overs += reader.last_was_start;
-                /* Between not at all and so slow that the ring goes round. */
+                // Between not at all and so slow that the ring goes round.
                 for (auto turns = random() % (1u << i % 12); turns > 0; --turns) {
                     sched_yield();
                 }

@@ -1,4 +1,4 @@
-/* Names and paths: who holds one, who finds it, and who may open it. */
+// Names and paths: who holds one, who finds it, and who may open it.
 #include <grp.h>
 #include <sys/stat.h>
 
@@ -31,7 +31,7 @@ TEST(Names, OnlyProperOnesAreLookedUp) {
         {"csm/other/default", ENOENT},
         {"csm/test", ENOENT},
         {"csm/test/default/more", ENOENT},
-        {"csm/test/default.lock", ENOENT}, /* the name's own lock lies there */
+        {"csm/test/default.lock", ENOENT}, // the name's own lock lies there
         {"csm/" + long_part, ENAMETOOLONG},
         {long_name, ENAMETOOLONG},
     };
@@ -63,7 +63,7 @@ TEST(Names, OneHolderAtATimeAndADeadOneIsSucceeded) {
     ASSERT_EQ(read(ready[0], &byte, 1), 1);
     struct stat lock;
     ASSERT_EQ(stat((runtime.path() + "/vantro/name/csm/test/default.lock").c_str(), &lock), 0);
-    EXPECT_EQ(lock.st_mode & 0777, 0600u); /* others could take it, and the name with it */
+    EXPECT_EQ(lock.st_mode & 0777, 0600u); // others could take it, and the name with it
     const int channel = channel_create(0);
     struct path_dispatch *dispatch = path_dispatch_create(channel, 0);
     EXPECT_EQ(global_name_attach(dispatch, "csm/test/default", 0), nullptr);
@@ -82,7 +82,7 @@ TEST(Names, OneHolderAtATimeAndADeadOneIsSucceeded) {
     close(ready[1]);
 }
 
-/* A directory that others may write is not the user's own: what lies there is not to be believed. */
+// A directory that others may write is not the user's own: what lies there is not to be believed.
 TEST(Names, AnUnsafeRuntimeDirectoryIsNotTrusted) {
     const RuntimeDirectory runtime;
     const ChannelServer server(echo);
@@ -94,7 +94,7 @@ TEST(Names, AnUnsafeRuntimeDirectoryIsNotTrusted) {
     global_name_close(connection);
 }
 
-/** A path server whose write handler counts the capital letters, and whose read gives text. */
+// A path server whose write handler counts the capital letters, and whose read gives text.
 class PathServer {
   public:
     explicit PathServer(uint32_t mode) : channel_(channel_create(0)) {
@@ -169,7 +169,7 @@ TEST(Paths, AnswerReadsAndWritesByTheirHandlers) {
     EXPECT_EQ(platform_close(host_file), 0);
 }
 
-/* What a child opens must not be taken for a connection of its parent that it still has to close. */
+// What a child opens must not be taken for a connection of its parent that it still has to close.
 TEST(Paths, AChildKeepsTheNumberOfAConnectionUntilItClosesIt) {
     const RuntimeDirectory runtime;
     const PathServer server(0666);
@@ -200,7 +200,7 @@ TEST(Paths, PermissionBitsDecide) {
         int expected;
     } cases[] = {
         {0600, 1000, 1, 0600, 0},        {0400, 1000, 1, 0600, EACCES},
-        {0066, 1000, 100, 0600, EACCES}, /* the owner's bits count, not the others' */
+        {0066, 1000, 100, 0600, EACCES}, // the owner's bits count, not the others'
         {0060, 1, 100, 0600, 0},         {0040, 1, 100, 0400, 0},
         {0060, 1, 8, 0600, 0},           {0606, 1, 8, 0600, EACCES},
         {0006, 1, 9, 0600, 0},           {0660, 1, 9, 0600, EACCES},
@@ -217,13 +217,13 @@ TEST(Paths, PermissionBitsDecide) {
     EXPECT_EQ(path_check_access(nullptr, &attr, 0600, nullptr), EACCES);
 }
 
-/* Another user's directory is not this test's: the client keeps its runtime directory by owning it. */
+// Another user's directory is not this test's: the client keeps its runtime directory by owning it.
 TEST(Paths, AnotherUserIsRefusedAndAllItsGroupsCount) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "needs to run as root, to become another user";
     }
     const RuntimeDirectory runtime;
-    const PathServer server(0660); /* root's, and group 0's */
+    const PathServer server(0660); // root's, and group 0's
     ASSERT_EQ(chmod(runtime.path().c_str(), 0755), 0);
     const auto open_as = [&](std::vector<gid_t> groups) {
         return exit_status(in_child([&] {

@@ -1,4 +1,4 @@
-/* Change texts, dictionaries and JSON texts: what is read from them, and what is refused. */
+// Change texts, dictionaries and JSON texts: what is read from them, and what is refused.
 #include <memory>
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 namespace vantro::test {
 namespace {
 
-/** One line a result: the result, and what it names. */
+// One line a result: the result, and what it names.
 std::string parsed(std::string text, const char *object = nullptr,
                    const char *attribute = nullptr) {
     std::string said;
@@ -46,7 +46,7 @@ TEST(Change, IsParsedLineByLine) {
         {"@s\n\\@a::1\n\\+::2\n\\-c::3\n\\#::4\n-\\@a\n-\\-c\n-b\\:\n",
          "1 s;5 @a=01;5 +=02;5 -c=03;5 #=04;6 @a;6 -c;6 b:;0"},
         {"a::b\n-c\n", "5 a=0b;6 c;0"},
-        /* What comes before a line that cannot be parsed counts. */
+        // What comes before a line that cannot be parsed counts.
         {"@s\nstatus::playing", "1 s;-1"},
         {"@s", "-1"},
         {"@\n", "-1"},
@@ -117,7 +117,7 @@ TEST(Change, IsWrittenSoThatItIsReadTheSame) {
         {"o", "", 1, -1, EINVAL},
         {"o", nullptr, 1, -1, EINVAL},
         {"", "a", 1, -1, EINVAL},
-        {"a b", "a", OBJECT_CHANGE_MAX, -1, EINVAL}, /* the first error counts */
+        {"a b", "a", OBJECT_CHANGE_MAX, -1, EINVAL}, // the first error counts
     };
     for (const Case &c : cases) {
         struct kivo_writer writer;
@@ -145,7 +145,7 @@ TEST(Dictionary, HoldsWhatWasSetLast) {
     EXPECT_EQ(mosk_dict_find_value(dict, "key"), nullptr);
     dict = mosk_dict_set(dict, "key42", mosk_dict_find_value(dict, "key43"));
     EXPECT_STREQ(mosk_dict_find_value(dict, "key42"), "key43=1");
-    for (int i = 0; i < 2; ++i) { /* the second time there is none */
+    for (int i = 0; i < 2; ++i) { // the second time there is none
         ASSERT_EQ(mosk_dict_key_delete(dict, "key42"), dict);
         EXPECT_EQ(mosk_dict_find_value(dict, "key42"), nullptr);
         EXPECT_EQ(mosk_dict_size(dict), 999u);
@@ -167,7 +167,7 @@ TEST(Dictionary, HoldsWhatWasSetLast) {
     mosk_dict_destroy(nullptr);
 }
 
-/** A getter's answer: the value, or its error number in brackets. */
+// A getter's answer: the value, or its error number in brackets.
 std::string got(struct kivo_decoder &decoder, const char *name, char kind) {
     const char *string = nullptr;
     int32_t number = 0;
@@ -251,8 +251,8 @@ TEST(Json, WhatIsNoTextIsRefusedAndGivesNothing) {
     } cases[] = {
         {R"({"a":1})", true},
         {many + "]}", true},
-        {"{\"a\":\"" + std::string(2039, 'x') + "\"}", true}, /* 2047 characters */
-        {"{\"a\":\"" + std::string(2040, 'x') + "\"}", true}, /* 2048 */
+        {"{\"a\":\"" + std::string(2039, 'x') + "\"}", true}, // 2047 characters
+        {"{\"a\":\"" + std::string(2040, 'x') + "\"}", true}, // 2048
         {nested(KIVO_JSON_DEPTH_MAX), true},
         {nested(KIVO_JSON_DEPTH_MAX + 1), false},
         {std::string(100000, '['), false},

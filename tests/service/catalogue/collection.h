@@ -28,8 +28,9 @@ using Values = std::vector<std::pair<std::string, std::string>>;
 
 inline std::string big_endian(uint32_t number, int bytes) {
     std::string text;
-    while (bytes-- > 0)
+    while (bytes-- > 0) {
         text += static_cast<char>(number >> (8 * bytes));
+    }
     return text;
 }
 
@@ -76,8 +77,9 @@ class Collection : public test::RuntimeDirectory {
                                    std::filesystem::copy_options::overwrite_existing);
         TagLib::FLAC::File flac(part.c_str());
         TagLib::PropertyMap properties;
-        for (const auto &[key, value] : tags)
+        for (const auto &[key, value] : tags) {
             properties[key].append(TagLib::String(value, TagLib::String::UTF8));
+        }
         flac.setProperties(properties);
         if (!cover.empty()) {
             auto *picture = new TagLib::FLAC::Picture;
@@ -101,8 +103,9 @@ class Collection : public test::RuntimeDirectory {
         options.rescan_unwatched = rescan_unwatched_;
         options.log = [this](int severity, const std::string &line) {
             note([&] {
-                if (severity <= LOG_SEVERITY_WARNING)
+                if (severity <= LOG_SEVERITY_WARNING) {
                     complaints_.push_back(line);
+                }
             });
         };
         options.progress = [this](const ScanProgress &progress) {
@@ -118,8 +121,9 @@ class Collection : public test::RuntimeDirectory {
         store_ = open_store(options, wrong);
         ASSERT_NE(store_, nullptr) << wrong;
         source_ = store_->sources().at(0).id;
-        if (scan)
+        if (scan) {
             this->scan();
+        }
     }
     void close() { store_.reset(); }
 
@@ -128,8 +132,9 @@ class Collection : public test::RuntimeDirectory {
         int before = 0;
         note([&] { before = scans_; });
         store_->start_scanning();
-        if (before != 0)
+        if (before != 0) {
             store_->rescan();
+        }
         const int wanted = before + static_cast<int>(store_->sources().size());
         wait_for([&] { return scans_ >= wanted; });
     }
@@ -139,11 +144,13 @@ class Collection : public test::RuntimeDirectory {
         for (;;) {
             int seen = 0;
             note([&] { seen = changes_; });
-            if (good())
+            if (good()) {
                 return;
+            }
             wait_for([&] { return changes_ != seen; });
-            if (HasFatalFailure())
+            if (HasFatalFailure()) {
                 return;
+            }
         }
     }
     void wait_for(const std::function<bool()> &good) {
@@ -158,16 +165,19 @@ class Collection : public test::RuntimeDirectory {
     }
     std::vector<std::string> names(const std::vector<Node> &nodes) const {
         std::vector<std::string> all;
-        for (const Node &node : nodes)
+        for (const Node &node : nodes) {
             all.push_back(node.name);
+        }
         return all;
     }
     std::vector<std::string> names(const std::string &node) { return names(browse(node)); }
     // The entry of `node` that has that name.
     Node entry(const std::string &node, const std::string &name) {
-        for (const Node &each : browse(node))
-            if (each.name == name)
+        for (const Node &each : browse(node)) {
+            if (each.name == name) {
                 return each;
+            }
+        }
         ADD_FAILURE() << "no " << name << " in " << node;
         return {};
     }
@@ -180,8 +190,9 @@ class Collection : public test::RuntimeDirectory {
         std::vector<QueuedSong> songs;
         EXPECT_EQ(store_->songs(source_, node, songs), 0) << node;
         std::vector<SongId> ids;
-        for (const QueuedSong &song : songs)
+        for (const QueuedSong &song : songs) {
             ids.push_back(song.id);
+        }
         return names(song_nodes(ids));
     }
     std::vector<QueuedSong> all_songs() {

@@ -17,8 +17,9 @@ namespace {
 
 SessionPtr session_of(const std::vector<int32_t> &durations_ms, uint64_t tsid = 1) {
     std::vector<catalogue::QueuedSong> songs;
-    for (const int32_t duration : durations_ms)
+    for (const int32_t duration : durations_ms) {
         songs.push_back({static_cast<catalogue::SongId>(songs.size()), 1, duration});
+    }
     return std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_NODE, std::move(songs));
 }
 
@@ -48,8 +49,9 @@ struct Bench {
     // Whoever looks at files finds this error for the track that started.
     int check_file(int32_t error) {
         const std::optional<Engine::Start> start = engine.take_start();
-        if (start)
+        if (start) {
             engine.checked(start->number, error);
+        }
         return start ? 0 : ENOENT;
     }
 
@@ -67,8 +69,9 @@ struct Bench {
         std::string text = "!";
         for (Engine::Change change; engine.first_change(change); engine.drop_change()) {
             text += text == "!" ? "" : ",";
-            for (unsigned bit = 0; bit < 5; ++bit)
+            for (unsigned bit = 0; bit < 5; ++bit) {
                 text += (change.what >> bit & 1u) != 0 ? std::string(1, "SNTPK"[bit]) : "";
+            }
             text += change.error != 0 ? std::to_string(change.error) : "";
         }
         return text;
@@ -82,7 +85,8 @@ struct Bench {
     }
 };
 
-// Told on a session of 10, 20 and 30 seconds, loaded and held: commands, milliseconds that pass, what is then seen.
+// Told on a session of 10, 20 and 30 seconds, loaded and held: commands, milliseconds that pass,
+// what is then seen.
 const std::pair<const char *, const char *> stories[] = {
     {"tracks follow each other to the end of the session",
      "H0@0 +9999999 H0@0 play P0@0 +9999 P0@9999 +1 P1@0 +49999 P2@29999 +1 S0@0 +99999 S0@0 "
@@ -126,16 +130,17 @@ TEST(Engine, PlaysAsTold) {
         std::string told;
         for (std::string word; words >> word; told += word + " ") {
             SCOPED_TRACE(testing::Message() << name << ": " << told << "[" << word << "]");
-            if (word[0] == '+')
+            if (word[0] == '+') {
                 bench.now += std::chrono::milliseconds(std::stoll(word));
-            else if (word.find('@') != std::string::npos)
+            } else if (word.find('@') != std::string::npos) {
                 ASSERT_EQ(bench.seen(), word);
-            else if (word[0] == '~')
+            } else if (word[0] == '~') {
                 ASSERT_EQ(bench.due(), word);
-            else if (word[0] == '!')
+            } else if (word[0] == '!') {
                 ASSERT_EQ(bench.noted(), word == "!." ? "!" : word);
-            else
+            } else {
                 ASSERT_EQ(bench.command(word), 0);
+            }
         }
     }
 }
@@ -156,18 +161,21 @@ TEST(Engine, IsNotHurriedNorStoppedByWhatIsOver) {
 
 TEST(Engine, RefusesWithoutChange) {
     Bench idle;
-    for (const char *refused : {"play", "next", "previous", "seek=1", "jump=0"})
+    for (const char *refused : {"play", "next", "previous", "seek=1", "jump=0"}) {
         EXPECT_EQ(idle.command(refused), ENODATA) << refused;
-    for (const char *harmless : {"pause", "stop", "shuffle=1", "shuffle=0"})
+    }
+    for (const char *harmless : {"pause", "stop", "shuffle=1", "shuffle=0"}) {
         EXPECT_EQ(idle.command(harmless), 0) << harmless;
+    }
     EXPECT_EQ(idle.seen(), "I0@0");
     EXPECT_EQ(idle.engine.snapshot().session, nullptr);
 
     Bench bench(session_of({10'000}));
     for (const char *bad : {"rate=0", "rate=-0.0", "rate=-1", "rate=16.1", "rate=nan", "rate=inf",
                             "repeat=-1", "repeat=3", "shuffle=-1", "shuffle=2", "jump=-1", "jump=1",
-                            "jump=2147483647", "jump=-2147483648"})
+                            "jump=2147483647", "jump=-2147483648"}) {
         EXPECT_EQ(bench.command(bad), ERANGE) << bad;
+    }
     const VantroStateInfo modes = bench.engine.snapshot().modes;
     EXPECT_EQ(modes.rate, 1.0f);
     EXPECT_EQ(modes.repeat + modes.shuffle, 0);
@@ -187,23 +195,27 @@ TEST(Engine, TracksShorterThanTheLookAtTheirFilesAreJudged) {
 
 TEST(Engine, ShufflePlaysEveryTrackOnceAndWalksBack) {
     Bench bench(session_of(std::vector<int32_t>(100, 1'000)));
-    for (int i = 0; i < 40; ++i)
+    for (int i = 0; i < 40; ++i) {
         bench.engine.next();
+    }
     bench.engine.play();
     bench.engine.set_shuffle(1);
     std::vector<int32_t> way;
-    for (int i = 0; i < 100; ++i, bench.now += std::chrono::seconds(1))
+    for (int i = 0; i < 100; ++i, bench.now += std::chrono::seconds(1)) {
         way.push_back(bench.engine.snapshot().index);
+    }
     EXPECT_EQ(way.front(), 40);
     EXPECT_EQ(std::set<int32_t>(way.begin(), way.end()).size(), 100u);
     EXPECT_FALSE(std::is_sorted(way.begin() + 1, way.end()));
     EXPECT_EQ(bench.seen(), "S40@0");
 
-    for (int i = 0; i < 60; ++i)
+    for (int i = 0; i < 60; ++i) {
         bench.engine.next();
+    }
     bench.engine.set_shuffle(1); // is on, and draws no new order
-    for (std::size_t i = 60; i > 0; --i, bench.engine.previous())
+    for (size_t i = 60; i > 0; --i, bench.engine.previous()) {
         ASSERT_EQ(bench.engine.snapshot().index, way[i]);
+    }
     bench.engine.next();
     bench.engine.set_shuffle(0);
     EXPECT_EQ(bench.engine.snapshot().index, way[1]) << "the track goes on when shuffle ends";
@@ -213,22 +225,26 @@ TEST(Engine, JumpsInShuffleLoseNoTrackAndComeBack) {
     for (const int32_t target : {0, 17, 49, 3}) { // 0 has been played
         Bench bench(session_of(std::vector<int32_t>(50, 1'000)));
         ASSERT_EQ(bench.command("shuffle=1"), 0);
-        for (int i = 0; i < 20; ++i)
+        for (int i = 0; i < 20; ++i) {
             bench.engine.next();
+        }
         const int32_t from = bench.engine.snapshot().index;
         ASSERT_EQ(bench.engine.jump(target), 0);
         EXPECT_EQ(bench.engine.snapshot().index, target);
-        if (target == from)
+        if (target == from) {
             continue;
+        }
         bench.engine.previous();
         EXPECT_EQ(bench.engine.snapshot().index, from);
-        for (int i = 0; i < 50; ++i)
+        for (int i = 0; i < 50; ++i) {
             bench.engine.previous();
+        }
         bench.engine.play();
         std::set<int32_t> heard;
         for (; bench.engine.snapshot().modes.state == VANTRO_STATE_PLAYING;
-             bench.now += std::chrono::seconds(1))
+             bench.now += std::chrono::seconds(1)) {
             EXPECT_TRUE(heard.insert(bench.engine.snapshot().index).second);
+        }
         EXPECT_EQ(heard.size(), 50u);
     }
 }

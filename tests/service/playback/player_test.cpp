@@ -98,14 +98,15 @@ TEST(Player, KeepsSessionsUntilTheyAreDestroyed) {
     EXPECT_EQ(room.player.create(1, "few", 0, 1, room.tsid), 0);
     EXPECT_EQ(room.player.create(1, "few", 0, 1, room.tsid), 0);
     EXPECT_EQ(room.player.create(1, "few", 0, 1, room.tsid), ENOSPC);
-    for (uint64_t high = 1ull << 32; high != 0; high <<= 8)
+    for (uint64_t high = 1ull << 32; high != 0; high <<= 8) {
         EXPECT_EQ(room.player.destroy(room.tsid | high), ENOENT);
+    }
 }
 
 TEST(Player, TakesCommandsFromAllSides) {
     Room room;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&room] {
             for (int round = 0; round < 200; ++round) {
                 uint64_t tsid = 0;
@@ -116,8 +117,10 @@ TEST(Player, TakesCommandsFromAllSides) {
                 ASSERT_EQ(room.player.destroy(tsid), 0);
             }
         });
-    for (std::thread &thread : threads)
+    }
+    for (std::thread &thread : threads) {
         thread.join();
+    }
 }
 
 } // namespace

@@ -37,11 +37,14 @@ struct Follower {
     // The next event in words; "7" where there is none.
     std::string next() {
         const VantroEvent *event = vantro_event_get(handle);
-        if (event && event->object_name && event->type != VANTRO_EVENT_MEDIASOURCE)
+        if (event && event->object_name && event->type != VANTRO_EVENT_MEDIASOURCE) {
             note(seen, *event);
-        if (event && event->state == VANTRO_STATE_IDLE) // whose ends are no events
-            for (const char *object : {"trksession", "track", "status"})
+        }
+        if (event && event->state == VANTRO_STATE_IDLE) { // whose ends are no events
+            for (const char *object : {"trksession", "track", "status"}) {
                 seen.erase(object);
+            }
+        }
         return events::told(event);
     }
 
@@ -62,14 +65,18 @@ struct Follower {
         Words found;
         for (std::string text; text.rfind(wanted, 0) != 0;) {
             text = next();
-            if (text == "7" && vantro_event_wait(handle) != 0)
+            if (text == "7" && vantro_event_wait(handle) != 0) {
                 text = "failed";
-            if (types.find(text[0]) != types.npos && text != "7")
+            }
+            if (types.find(text[0]) != types.npos && text != "7") {
                 found.push_back(text.substr(0, text.find(" was ")));
-            if (text == "failed" && wanted != text)
+            }
+            if (text == "failed" && wanted != text) {
                 ADD_FAILURE() << "no " << wanted << ": " << std::strerror(errno);
-            if (text == "failed")
+            }
+            if (text == "failed") {
                 break;
+            }
         }
         return found;
     }
@@ -82,8 +89,9 @@ struct Follower {
                                                  state->repeat, state->shuffle)}};
         std::free(state);
         VantroTrackInfo *track = nullptr;
-        if (vantro_get_current_track_info(handle, &track) != 0)
+        if (vantro_get_current_track_info(handle, &track) != 0) {
             return answers;
+        }
         VantroEvent event = {};
         event.type = VANTRO_EVENT_TRACK;
         event.object_name = "track";
@@ -140,9 +148,10 @@ class Publishing : public test::RuntimeDirectory {
   protected:
     void SetUp() override {
         RuntimeDirectory::SetUp();
-        for (const char *each : {"A", "B", "C"})
+        for (const char *each : {"A", "B", "C"}) {
             test::make_music(file(each), 20'000,
                              {std::string("TITLE=") + each, "ARTIST=\\\"\xC3\xA9"});
+        }
         start("scanned");
     }
     void TearDown() override {
@@ -155,8 +164,9 @@ class Publishing : public test::RuntimeDirectory {
     }
     void start(const char *line) {
         service.emplace(Words{VANTROD, "--music", path_ + "/music"});
-        for (std::string said = "-"; said.find(line) == said.npos; said = service->line())
+        for (std::string said = "-"; said.find(line) == said.npos; said = service->line()) {
             ASSERT_NE(said, "");
+        }
     }
     std::optional<test::Process> service;
 };
@@ -196,8 +206,9 @@ TEST_F(Publishing, TellsWhatEachCommandDidAndTheQueriesAgree) {
         SCOPED_TRACE(words);
         follower.command(words);
         const Words found = follower.all();
-        for (std::size_t i = 0; i < found.size(); i++)
+        for (size_t i = 0; i < found.size(); i++) {
             EXPECT_EQ(found[i].rfind(i < expected.size() ? expected[i] : "7", 0), 0u) << found[i];
+        }
         EXPECT_EQ(found.size(), expected.size() + 1);
         follower.expect_agreement();
     }
@@ -222,15 +233,17 @@ TEST_F(Publishing, TellsWhatIsQueuedFirstAndWhoFellBehindAllThatIs) {
     expect({"5 track 0", "6 status 0", "3 state 3/1/0/1", "5 track 2", "6 status 0", "7"});
 
     // More changes than are kept for a reader.
-    for (int position = 1; position <= 8000; position++)
+    for (int position = 1; position <= 8000; position++) {
         follower.command("seek=1 seek=2 seek=3 seek=" + std::to_string(position));
+    }
     expect({"7 state 3/1/0/1"});
     Words rest = follower.all();
     std::sort(rest.begin(), rest.end());
     const Words whole = {"2 mediasource.", "4 trksession", "5 track 2", "6 status 8000", "7"};
     ASSERT_EQ(rest.size(), whole.size());
-    for (std::size_t i = 0; i < whole.size(); i++)
+    for (size_t i = 0; i < whole.size(); i++) {
         EXPECT_EQ(rest[i].rfind(whole[i], 0), 0u) << rest[i];
+    }
     follower.expect_agreement();
 }
 
@@ -250,8 +263,9 @@ TEST_F(Publishing, TellsWhatHappensByItself) {
     std::filesystem::remove(file("A"));
     test::make_music(file("A"), 20'000, {"TITLE=A", "ARTIST=Anna"});
     follower.until("2 mediasource.", "");
-    while (follower.seen["track"].find("Anna") == std::string::npos)
+    while (follower.seen["track"].find("Anna") == std::string::npos) {
         follower.until("5 track 0", "");
+    }
     follower.expect_agreement();
 }
 
@@ -267,8 +281,9 @@ TEST_F(Publishing, PassesOverFilesThatCannotBePlayed) {
     EXPECT_EQ(follower.until("3 state 2", "13"),
               (Words{"1 state 4/1e-06/1/0 error 3", "3 state 2/1e-06/1/0"}));
     follower.command("stop");
-    for (const char *each : {"A", "C"})
+    for (const char *each : {"A", "C"}) {
         std::filesystem::remove(file(each));
+    }
     follower.command("play");
     const std::string gone = "1 state 4/1e-06/1/0 error 1", on = "3 state 2/1e-06/1/0";
     EXPECT_EQ(

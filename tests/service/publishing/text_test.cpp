@@ -27,16 +27,18 @@ TEST(Text, IsMadeValidAndShort) {
         {"cut \xE2\x82", "cut " + bad + bad},
         {std::string("nul\0x", 5), "nul"},
     };
-    for (const auto &[text, clean] : table)
+    for (const auto &[text, clean] : table) {
         EXPECT_EQ(catalogue::clean_text(text, 100), clean) << text;
+    }
     EXPECT_EQ(catalogue::clean_text("ab\xE2\x82\xAC", 4), "ab") << "never half a character";
     EXPECT_EQ(catalogue::clean_text("ab\xFF", 4), "ab");
 }
 
 std::string times(const std::string &text, int count) {
     std::string all;
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < count; ++i) {
         all += text;
+    }
     return all;
 }
 
@@ -44,7 +46,7 @@ TEST(PublishedTexts, AreCutBetweenCharactersAndNeverLost) {
     const struct {
         std::string title;
         std::string artist;
-        std::size_t least; // bytes of each that must be there, where it has as many
+        size_t least; // bytes of each that must be there, where it has as many
     } rows[] = {
         {"T", "A", 1},
         {"", times("a", 4096), 1800},

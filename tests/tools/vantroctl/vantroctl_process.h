@@ -1,4 +1,4 @@
-/** The tool under test, alone, at a terminal, and with a vantrod of its own. */
+// The tool under test, alone, at a terminal, and with a vantrod of its own.
 #ifndef VANTRO_TESTS_TOOLS_VANTROCTL_VANTROCTL_PROCESS_H
 #define VANTRO_TESTS_TOOLS_VANTROCTL_VANTROCTL_PROCESS_H
 
@@ -13,7 +13,7 @@ namespace vantro::ctl {
 
 class Vantroctl : public test::RuntimeDirectory {
   protected:
-    /** Runs the tool; its output, with whatever it complains of, is left in `said_`. */
+    // Runs the tool; its output, with whatever it complains of, is left in `said_`.
     int run(
         std::vector<std::string> arguments, const std::function<void()> &prepare = [] {}) {
         arguments.insert(arguments.begin(), VANTROCTL);
@@ -22,7 +22,7 @@ class Vantroctl : public test::RuntimeDirectory {
         return tool.wait();
     }
 
-    /** The same on a terminal of 24 lines and so many columns. Complaints are not for it. */
+    // The same on a terminal of 24 lines and so many columns. Complaints are not for it.
     int on_terminal(unsigned short columns, std::vector<std::string> arguments) {
         winsize size = {};
         size.ws_row = 24;
@@ -44,7 +44,7 @@ class Vantroctl : public test::RuntimeDirectory {
         return tool.wait();
     }
 
-    /** Returns once its music is read. */
+    // Returns once its music is read.
     void start_vantrod(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), VANTROD);
         vantrod_ = std::make_unique<test::Process>(arguments);

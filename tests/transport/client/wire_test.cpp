@@ -11,12 +11,13 @@ namespace {
 std::string from_hex(const char *hex) {
     std::string bytes;
     unsigned byte = 0;
-    for (int length = 0; std::sscanf(hex, " %2x%n", &byte, &length) == 1; hex += length)
+    for (int length = 0; std::sscanf(hex, " %2x%n", &byte, &length) == 1; hex += length) {
         bytes += static_cast<char>(byte);
+    }
     return bytes;
 }
 
-/** The client half against a bare channel: what it sends, and what it makes of the answer. */
+// The client half against a bare channel: what it sends, and what it makes of the answer.
 TEST(Wire, WhatTheClientSends) {
     const int channel = channel_create(0);
     path_dispatch *dispatch = path_dispatch_create(channel, 0);
@@ -69,7 +70,7 @@ TEST(Wire, WhatTheClientSends) {
     path_dispatch_destroy(dispatch);
 }
 
-/** The server half against raw bytes, in one conversation: each row builds on those before it. */
+// The server half against raw bytes, in one conversation: each row builds on those before it.
 TEST(Wire, WhatTheServerAnswers) {
     Server server(MSGSERVER_FLAG_NOCHECK, 2048, 16);
     ASSERT_EQ(server.add("alpha"), 0);
@@ -117,10 +118,12 @@ TEST(Wire, WhatTheServerAnswers) {
         {"open that is none", message(3, 1, 1, 0, 0, 0), error(ENOENT)},
         {"open of another service", message(1, 0, 0, 0, 28, 0), error(ENOENT)},
     };
-    for (const auto &row : rows)
+    for (const auto &row : rows) {
         EXPECT_EQ(mine.send(row.sent), row.answer) << row.name;
-    for (int kind = MSG_KIND_CLOSE; kind <= MSG_KIND_GET; kind++) // ids of another's record
+    }
+    for (int kind = MSG_KIND_CLOSE; kind <= MSG_KIND_GET; kind++) { // ids of another's record
         EXPECT_EQ(other.send(message(kind, 1, 0, 7, 16, 16, event)), error(ENOENT));
+    }
     EXPECT_EQ(mine.send(message(1, 1, 0, 0, 28, 0)), "0 ");
     EXPECT_EQ(mine.send(message(1, 1, 0, 0, 28, 0)), error(ENOENT));
     server.stop();

@@ -10,7 +10,7 @@
 namespace vantro::test {
 namespace {
 
-/** The grantor device, played by a thread: it grants the capabilities "net" and "audio". */
+// The grantor device, played by a thread: it grants the capabilities "net" and "audio".
 class Grantor {
   public:
     Grantor() : channel_(channel_create(CHANNEL_DISCONNECT)) {
@@ -24,8 +24,9 @@ class Grantor {
                   0);
         thread_ = std::thread([] {
             path_context *context = path_context_alloc(dispatch_);
-            while (path_receive(context) >= 0)
+            while (path_receive(context) >= 0) {
                 path_dispatch_handle(context);
+            }
             path_context_free(context);
         });
     }
@@ -34,7 +35,7 @@ class Grantor {
         thread_.join();
     }
 
-    /** The line checked since the last call. */
+    // The line checked since the last call.
     static std::string take_line() {
         const std::lock_guard guard(lock_);
         return std::exchange(last_line_, "");
@@ -49,8 +50,9 @@ class Grantor {
         }
         const std::string list = "," + line.substr(line.rfind(' ') + 1) + ",";
         int granted = 0;
-        for (const char *name : {",net,", ",audio,"})
+        for (const char *name : {",net,", ",audio,"}) {
             granted += list.find(name) != std::string::npos;
+        }
         return list.find(",refuse,") != std::string::npos ? -EIO : granted;
     }
 
@@ -81,8 +83,9 @@ TEST(Access, Capabilities) {
     for (const int flags : {0, int(MSGSERVER_FLAG_NOCHECK)}) {
         Server server(flags);
         ASSERT_TRUE(server.get());
-        for (const auto &row : rows)
+        for (const auto &row : rows) {
             ASSERT_GE(server.add(row.name, row.capabilities), 0);
+        }
         server.start(2);
         for (const auto &row : rows) {
             const bool checked = flags == 0;
@@ -90,14 +93,16 @@ TEST(Access, Capabilities) {
             EXPECT_EQ(Grantor::take_line(), checked && row.asked ? who + row.capabilities : "");
         }
         server.stop();
-        if (server->grantor_fd != -1)
+        if (server->grantor_fd != -1) {
             platform_close(server->grantor_fd);
+        }
     }
 }
 
 TEST(Access, PathPermissions) {
-    if (geteuid() != 0)
+    if (geteuid() != 0) {
         GTEST_SKIP() << "only root can be somebody else: permission bits were NOT tried";
+    }
     Server server(MSGSERVER_FLAG_PATH);
     const struct {
         const char *name, *options;
@@ -108,8 +113,9 @@ TEST(Access, PathPermissions) {
                 {"readonly", "perms=0444", EACCES},
                 {"twelfth", "perms=0060,uid=0,gid=5012", 0},
                 {"stranger", "perms=0660,uid=0,gid=5013", EACCES}};
-    for (const auto &row : rows)
+    for (const auto &row : rows) {
         ASSERT_GE(server.add(row.name, row.options), 0);
+    }
     server.start(2);
     // The runtime directory counts for its owner only.
     const char *directory = getenv("XDG_RUNTIME_DIR");

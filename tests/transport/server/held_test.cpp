@@ -6,23 +6,24 @@ namespace {
 
 class HeldAnswers : public BothModes {
   protected:
-    /** Asks for an answer of that length with no room for it. */
+    // Asks for an answer of that length with no room for it.
     static int fill(MsgClient *asking, uint32_t length, int32_t status = 0,
                     uint32_t *answer_length = nullptr) {
         const int32_t wanted[] = {static_cast<int32_t>(length), status};
         return msgclient_putget(asking, wanted, sizeof wanted, nullptr, 0, answer_length, FILL);
     }
 
-    /** The answer, or where it is not to be had the length announced. */
+    // The answer, or where it is not to be had the length announced.
     static int get(MsgClient *asking, uint32_t tag, std::string *answer, size_t capacity) {
         answer->assign(capacity, '\0');
         uint32_t length = 0;
         const int result =
             msgclient_get(asking, tag, answer->data(), static_cast<uint32_t>(capacity), &length, 0);
-        if (result == MSG_STATUS_QUEUED)
+        if (result == MSG_STATUS_QUEUED) {
             *answer = std::to_string(length);
-        else
+        } else {
             answer->resize(length);
+        }
         return result;
     }
 
@@ -92,20 +93,23 @@ TEST_P(HeldAnswers, NeverFetchedAnswersAreBounded) {
     constexpr uint32_t mib = 1 << 20;
     std::string answer;
     EXPECT_EQ(fill(client, 20 * mib), MSG_STATUS_QUEUED); // the first may have any length
-    for (int i = 0; i < 16; i++)
+    for (int i = 0; i < 16; i++) {
         EXPECT_EQ(fill(client, mib), MSG_STATUS_QUEUED);
+    }
     EXPECT_EQ(fill(client, 1), ENOMEM); // answered by the service, with an error
     EXPECT_EQ(get(client, 0, &answer, mib), 0);
     EXPECT_EQ(fill(client, mib), MSG_STATUS_QUEUED);
 
     const Client second("s");
-    for (int i = 0; i < 65; i++)
+    for (int i = 0; i < 65; i++) {
         EXPECT_EQ(fill(second, 1), MSG_STATUS_QUEUED);
+    }
     EXPECT_EQ(fill(second, 1), ENOMEM);
     const ipc_event event = {};
     EXPECT_EQ(msgclient_notify(second, 1000, &event), 0); // 100 are granted
-    for (int i = 65; i < 100; i++)
+    for (int i = 65; i < 100; i++) {
         EXPECT_EQ(fill(second, mib), MSG_STATUS_QUEUED);
+    }
     EXPECT_EQ(fill(second, 1), ENOMEM);
     EXPECT_EQ(msgclient_put(second, 1, "", 0, ECHO), EAGAIN);
     EXPECT_EQ(get(second, 0, &answer, mib), 0);

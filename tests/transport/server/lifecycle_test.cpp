@@ -10,7 +10,7 @@ namespace {
 
 class Lifecycle : public BothModes {
   protected:
-    /** Once no thread runs any more, nothing is left of any open. */
+    // Once no thread runs any more, nothing is left of any open.
     void expect_nothing_left() {
         server.stop();
         for (int i = 0; server.service(i); i++) {
@@ -83,14 +83,17 @@ TEST_P(Lifecycle, ServerOutOfDescriptorsAndKilledWhileSixteenThreadsWait) {
 
     std::atomic<int> reset = 0;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 16; i++)
+    for (int i = 0; i < 16; i++) {
         threads.emplace_back([&] { reset += client.ask(BLOCK) == ECONNRESET; });
-    for (int i = 1; i <= 16; i++)
+    }
+    for (int i = 1; i <= 16; i++) {
         EXPECT_EQ(peer.line(), "blocked " + std::to_string(i));
+    }
     peer.kill(SIGKILL);
     peer.wait();
-    for (std::thread &thread : threads)
+    for (std::thread &thread : threads) {
         thread.join();
+    }
     EXPECT_EQ(reset, 16);
     EXPECT_EQ(msgclient_put(client, 1, "x", 1, ECHO), ECONNRESET);
     EXPECT_FALSE(Client("victim").client);
@@ -128,8 +131,9 @@ TEST_P(Lifecycle, OnlyAnAcceptedOpenTakesRequests) {
 
 TEST_P(Lifecycle, IndicesThatRunOut) {
     const Raw raw("s");
-    for (int i = 0; i < 1024; i++)
+    for (int i = 0; i < 1024; i++) {
         ASSERT_EQ(raw.send(open_message("s")).substr(0, 2), "0 ");
+    }
     EXPECT_EQ(raw.send(open_message("s")), error(ENOMEM));
     EXPECT_EQ(server.records(), 1024); // one connection's share
 
@@ -137,8 +141,9 @@ TEST_P(Lifecycle, IndicesThatRunOut) {
     server.locked([&] { // as if others had taken all the rest but one
         opens.slots = static_cast<void **>(realloc(opens.slots, 32768 * sizeof(void *)));
         opens.slot_count = 32768;
-        for (int i = 1024; i < 32768; i++)
+        for (int i = 1024; i < 32768; i++) {
             opens.slots[i] = i < 32767 ? calloc(1, sizeof(MsgOsb)) : nullptr;
+        }
         return 0;
     });
     const Client last("s");
@@ -148,8 +153,9 @@ TEST_P(Lifecycle, IndicesThatRunOut) {
     EXPECT_EQ(Client("s").error, ENOMEM);
     EXPECT_EQ(server.records(), 32768);
     server.stop();
-    for (int i = 1024; i < 32767; i++)
+    for (int i = 1024; i < 32767; i++) {
         _array_del(&opens, i);
+    }
 }
 
 } // namespace

@@ -6,8 +6,9 @@ namespace {
 
 TEST(SlotArray, GrowsByEightAndReusesTheLowest) {
     SlotArray array = {};
-    for (int i = 0; i < 9; i++)
+    for (int i = 0; i < 9; i++) {
         EXPECT_EQ(_array_add(&array, 4), i);
+    }
     EXPECT_EQ(array.slot_count, 16);
     void *eighth = _array_get(&array, 8);
     EXPECT_EQ(_array_del(&array, 5), 0);
@@ -19,8 +20,9 @@ TEST(SlotArray, GrowsByEightAndReusesTheLowest) {
     EXPECT_EQ(_array_add(&array, 4), 3);
     EXPECT_EQ(_array_add(&array, -1), -1);
     EXPECT_EQ(_array_get(&array, 8), eighth);
-    for (int i = 0; i < array.slot_count; i++)
+    for (int i = 0; i < array.slot_count; i++) {
         _array_del(&array, i);
+    }
     free(array.slots);
 }
 

@@ -1,4 +1,4 @@
-/** Something that happened to a player, as the tool keeps it. */
+// Something that happened to a player, as the tool keeps it.
 #ifndef VANTRO_TOOLS_VANTROCTL_MODEL_PLAYER_EVENT_H
 #define VANTRO_TOOLS_VANTROCTL_MODEL_PLAYER_EVENT_H
 
@@ -22,32 +22,32 @@ struct PlayerEvent {
         position,
         source,
         error,
-        object,  /**< A change of an object that is none of the above. */
-        gone,    /**< The service is gone; what follows is `back`, and the full picture. */
-        waiting, /**< It is not back yet, for a reason that is new. */
+        object,  // A change of an object that is none of the above.
+        gone,    // The service is gone; what follows is `back`, and the full picture.
+        waiting, // It is not back yet, for a reason that is new.
         back
     };
 
     Kind kind = Kind::object;
     std::string player = {};
-    bool initial = false; /**< Part of the full picture: what is, not what has changed. */
+    bool initial = false; // Part of the full picture: what is, not what has changed.
     std::chrono::system_clock::time_point time = std::chrono::system_clock::now();
-    std::chrono::steady_clock::time_point at = std::chrono::steady_clock::now(); /**< The same. */
+    std::chrono::steady_clock::time_point at = std::chrono::steady_clock::now(); // The same.
 
-    /* Only what belongs to the kind means anything. */
-    PlayerModes modes = {};                    /**< state, error */
-    PlayerModes previous = {};                 /**< state */
-    std::optional<SessionStatus> session = {}; /**< session; none: the player has none */
-    std::optional<TrackStatus> track = {};     /**< track; none: the player has none */
-    int32_t position_ms = 0;                   /**< position */
-    Source source = {};                        /**< source */
-    int32_t code = 0;                          /**< error: as the service numbers it */
-    std::string object = {};                   /**< object: its name */
-    std::vector<std::pair<std::string, std::string>> attributes = {}; /**< object: what changed */
-    std::string reason = {};                                          /**< waiting */
+    // Only what belongs to the kind means anything.
+    PlayerModes modes = {};                    // state, error
+    PlayerModes previous = {};                 // state
+    std::optional<SessionStatus> session = {}; // session; none: the player has none
+    std::optional<TrackStatus> track = {};     // track; none: the player has none
+    int32_t position_ms = 0;                   // position
+    Source source = {};                        // source
+    int32_t code = 0;                          // error: as the service numbers it
+    std::string object = {};                   // object: its name
+    std::vector<std::pair<std::string, std::string>> attributes = {}; // object: what changed
+    std::string reason = {};                                          // waiting
 };
 
-/** "state", "session" and so on: the kind as the tool prints it. */
+// "state", "session" and so on: the kind as the tool prints it.
 const char *event_name(PlayerEvent::Kind kind);
 
 } // namespace vantro::ctl

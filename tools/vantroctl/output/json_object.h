@@ -1,4 +1,4 @@
-/** Writing an object of JSON, and those that several outputs have in common. */
+// Writing an object of JSON, and those that several outputs have in common.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_JSON_OBJECT_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_JSON_OBJECT_H
 
@@ -17,12 +17,12 @@
 
 namespace vantro::ctl {
 
-/** Open from the start; keys and values alternate. Bytes that are not UTF-8 become U+FFFD. */
+// Open from the start; keys and values alternate. Bytes that are not UTF-8 become U+FFFD.
 class JsonObject {
   public:
     JsonObject() : writer_(buffer_) { writer_.StartObject(); }
 
-    /** Of a run that went well, or of a line of one. */
+    // Of a run that went well, or of a line of one.
     JsonObject(const std::string &player, const std::string &command) : JsonObject() {
         key("ok").boolean(true);
         key("player").text(player);
@@ -42,7 +42,7 @@ class JsonObject {
         writer_.Int64(value);
         return *this;
     }
-    /** As short as it can be said; JSON has no way to write what is not finite. */
+    // As short as it can be said; JSON has no way to write what is not finite.
     JsonObject &rate(float value) {
         if (std::isfinite(value)) {
             const std::string text = rate_text(value);
@@ -73,7 +73,7 @@ class JsonObject {
         return *this;
     }
 
-    /** A member that is a list: `add` is called for each item, within an object of its own. */
+    // A member that is a list: `add` is called for each item, within an object of its own.
     template <class Items, class Add>
     JsonObject &objects(const char *name, const Items &items, Add add) {
         writer_.Key(name);
@@ -96,7 +96,7 @@ class JsonObject {
         return *this;
     }
 
-    /** Closes it. @return it, as a line. To be called once. */
+    // Closes it. @return it, as a line. To be called once.
     std::string line() {
         writer_.EndObject();
         return std::string(buffer_.GetString(), buffer_.GetSize()) + '\n';
@@ -107,9 +107,7 @@ class JsonObject {
     rapidjson::Writer<rapidjson::StringBuffer> writer_;
 };
 
-/*
- * The members of what a key was just given for, or of the object that is open.
- */
+// The members of what a key was just given for, or of the object that is open.
 void add_modes(JsonObject &object, const PlayerModes &modes);
 void add_track(JsonObject &object, const std::optional<TrackStatus> &track);
 void add_session(JsonObject &object, const std::optional<SessionStatus> &session);

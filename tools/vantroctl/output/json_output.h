@@ -1,7 +1,5 @@
-/**
- * What the tool says with --json: one object a run, on one line. docs/vantroctl.md describes every
- * member; a text that is not known is null.
- */
+// What the tool says with --json: one object a run, on one line. docs/vantroctl.md describes every
+// member; a text that is not known is null.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_JSON_OUTPUT_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_JSON_OUTPUT_H
 
@@ -18,26 +16,24 @@ namespace vantro::ctl {
 
 std::string json_status(const PlayerStatus &status);
 
-/** With what was set, where the command sets something. */
+// With what was set, where the command sets something.
 std::string json_done(const std::string &player, const Done &done);
 
 std::string json_sources(const std::string &player, const std::vector<Source> &sources);
 
-/** Nodes below nodes are there where they were asked for. */
+// Nodes below nodes are there where they were asked for.
 std::string json_nodes(const std::string &player, const std::string &command,
                        const std::vector<Node> &nodes);
 
-/**
- * @param first   index of the first one in the session.
- * @param current index of the current one, if there is one.
- */
+// @param first   index of the first one in the session.
+// @param current index of the current one, if there is one.
 std::string json_tracks(const std::string &player, const SessionStatus &session,
                         std::optional<int32_t> current, int32_t first,
                         const std::vector<Node> &tracks);
 
 std::string json_values(const std::string &player, const Place &place, const Values &values);
 
-/** {"ok":false,"error":...,"code":...}: the line without the program's name, and the exit code. */
+// {"ok":false,"error":...,"code":...}: the line without the program's name, and the exit code.
 std::string json_failure(const Failure &failure);
 
 } // namespace vantro::ctl

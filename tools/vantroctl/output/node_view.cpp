@@ -16,11 +16,11 @@
 namespace vantro::ctl {
 namespace {
 
-/** A name in a tree narrower than this moves what is pasted to a line of its own. */
+// A name in a tree narrower than this moves what is pasted to a line of its own.
 constexpr int tree_name_columns_min = 12;
-/** Beyond this the levels of a tree are no longer told apart by where they begin. */
+// Beyond this the levels of a tree are no longer told apart by where they begin.
 constexpr int indent_columns_max = 64;
-/** Values beside their keys are at least this wide; else they stand below. */
+// Values beside their keys are at least this wide; else they stand below.
 constexpr int value_columns_min = 24;
 
 template <size_t size>
@@ -38,7 +38,7 @@ std::string local_time(int64_t seconds) {
     return {text, length};
 }
 
-/** A value for people: with its unit, or in another form. */
+// A value for people: with its unit, or in another form.
 std::string readable(std::string_view key, const std::string &value) {
     int64_t number = 0;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
@@ -65,7 +65,7 @@ std::string readable(std::string_view key, const std::string &value) {
     return value;
 }
 
-/** The lines of a value, each clean and folded. */
+// The lines of a value, each clean and folded.
 std::vector<std::string> folded(std::string_view value, int columns) {
     std::vector<std::string> lines;
     while (!value.empty()) {

@@ -1,4 +1,4 @@
-/** How nodes, sources and values are shown. */
+// How nodes, sources and values are shown.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_NODE_VIEW_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_NODE_VIEW_H
 
@@ -12,23 +12,21 @@
 
 namespace vantro::ctl {
 
-/** "menu", "song" and so on; "unknown" for numbers that have no name. */
+// "menu", "song" and so on; "unknown" for numbers that have no name.
 const char *node_type_name(int32_t type);
 const char *source_type_name(int32_t type);
 const char *source_status_name(int32_t status);
 
-/** The code of an error that stopped a player: "gone", "unreadable", "damaged", or "unknown". */
+// The code of an error that stopped a player: "gone", "unreadable", "damaged", or "unknown".
 const char *error_name(int32_t code);
 
-/** "browse", "search" and so on, for each bit that has a name. */
+// "browse", "search" and so on, for each bit that has a name.
 std::vector<std::string> capability_names(uint64_t capabilities);
 
-/** What is pasted to name a node; "" of a song that is gone, which nothing names any more. */
+// What is pasted to name a node; "" of a song that is gone, which nothing names any more.
 std::string node_ref(const Node &node);
 
-/*
- * Tables; `width` as Table takes it. A row belongs to the table of its kind.
- */
+// Tables; `width` as Table takes it. A row belongs to the table of its kind.
 Table node_table(std::optional<int> width);
 Table::Row node_row(const Node &node);
 
@@ -36,16 +34,14 @@ Table source_table(std::optional<int> width);
 Table::Row source_row(const Source &source);
 
 Table track_table(std::optional<int> width);
-/** @param index from 0; shown from 1. */
+// @param index from 0; shown from 1.
 Table::Row track_row(const Node &node, int32_t index, bool current);
 
-/** A node of a tree: indented by its level, with what it holds and what is pasted. */
+// A node of a tree: indented by its level, with what it holds and what is pasted.
 std::string tree_line(const Node &node, int level, std::optional<int> width);
 
-/**
- * A "key: value" line for each, nothing behind the colon where there is no value. On a terminal
- * aligned, folded to its width, and with numbers as people read them.
- */
+// A "key: value" line for each, nothing behind the colon where there is no value. On a terminal
+// aligned, folded to its width, and with numbers as people read them.
 std::string render_values(const Values &values, std::optional<int> width);
 
 } // namespace vantro::ctl

@@ -1,4 +1,4 @@
-/** Standard output and the terminal behind it. */
+// Standard output and the terminal behind it.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_OUTPUT_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_OUTPUT_H
 
@@ -7,27 +7,25 @@
 
 namespace vantro::ctl {
 
-/**
- * Makes sure that descriptors 0 to 2 are taken, so that nothing opened later becomes standard
- * output by accident, and that a closed pipe is an error and not the end. To be called first.
- */
+// Makes sure that descriptors 0 to 2 are taken, so that nothing opened later becomes standard
+// output by accident, and that a closed pipe is an error and not the end. To be called first.
 void prepare_output();
 
-/** Writes all of it. @return false, with errno, where not all went out. */
+// Writes all of it. @return false, with errno, where not all went out.
 bool write_output(std::string_view text, int descriptor = 1);
 
-/** The same. @throws Failure. */
+// The same. @throws Failure.
 void print(std::string_view text);
 
 bool output_is_terminal();
 
-/** The terminal's width, or else that in COLUMNS, or else 80. */
+// The terminal's width, or else that in COLUMNS, or else 80.
 int output_columns();
 
-/** The same of a terminal only. */
+// The same of a terminal only.
 std::optional<int> terminal_columns();
 
-/** The terminal's height, or else that in LINES, or else 24. */
+// The terminal's height, or else that in LINES, or else 24.
 int output_rows();
 
 } // namespace vantro::ctl

@@ -1,7 +1,5 @@
-/**
- * Long lists, page by page: straight to standard output as they come, and on a terminal through
- * $PAGER once there is more than a screen holds.
- */
+// Long lists, page by page: straight to standard output as they come, and on a terminal through
+// $PAGER once there is more than a screen holds.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_PAGER_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_PAGER_H
 
@@ -12,22 +10,20 @@
 
 namespace vantro::ctl {
 
-/** One a process at a time. */
+// One a process at a time.
 class Pager {
   public:
-    /** @param allowed false for never more than standard output. */
+    // @param allowed false for never more than standard output.
     explicit Pager(bool allowed);
     ~Pager();
     Pager(const Pager &) = delete;
     Pager &operator=(const Pager &) = delete;
 
-    /**
-     * @return false once nobody reads any more, which is no failure: a reader that has seen enough
-     *   closes. @throws Failure.
-     */
+    // @return false once nobody reads any more, which is no failure: a reader that has seen enough
+    //   closes. @throws Failure.
     bool write(std::string_view lines);
 
-    /** What is still held back goes out; waits for the reader's end. @throws Failure. */
+    // What is still held back goes out; waits for the reader's end. @throws Failure.
     void finish();
 
   private:
@@ -36,10 +32,10 @@ class Pager {
     int stop();
 
     std::string command_;
-    std::string held_; /**< What may yet fit the screen. */
-    int rows_ = 0;     /**< That it takes. */
+    std::string held_; // What may yet fit the screen.
+    int rows_ = 0;     // That it takes.
     std::FILE *pipe_ = nullptr;
-    bool direct_ = true; /**< Nothing is held back. */
+    bool direct_ = true; // Nothing is held back.
     bool wanted_ = true;
 };
 

@@ -12,11 +12,11 @@
 namespace vantro::ctl {
 namespace {
 
-/** A bar wider than this says no more, and its ends are far apart. */
+// A bar wider than this says no more, and its ends are far apart.
 constexpr int bar_columns_max = 80;
-/** A bar of fewer cells shows nothing. */
+// A bar of fewer cells shows nothing.
 constexpr int bar_cells_min = 4;
-/** Below this width the labels would take the place of what they name. */
+// Below this width the labels would take the place of what they name.
 constexpr int label_columns_min = 24;
 
 class Screen {
@@ -33,7 +33,7 @@ class Screen {
         line(columns_ < label_columns_min ? shown : fmt::format("{:<8}{}", label, shown));
     }
 
-    /** As many parts a line as fit. */
+    // As many parts a line as fit.
     void wrapped(const std::vector<std::string> &parts) {
         std::string row;
         for (const std::string &part : parts) {

@@ -1,4 +1,4 @@
-/** What a player is doing, and how the tool shows it. */
+// What a player is doing, and how the tool shows it.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_STATUS_VIEW_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_STATUS_VIEW_H
 
@@ -8,30 +8,30 @@
 
 namespace vantro::ctl {
 
-/** The current track. A text is empty, and a number 0, where the service has none. */
+// The current track. A text is empty, and a number 0, where the service has none.
 struct TrackStatus {
-    int32_t index = 0; /**< In the session, from 0. */
-    std::string title; /**< The tag, or else the name of the track in its source. */
+    int32_t index = 0; // In the session, from 0.
+    std::string title; // The tag, or else the name of the track in its source.
     std::string artist;
     std::string album;
     std::string genre;
     std::string year;
     int32_t disc = 0;
-    int32_t number = 0; /**< On the disc. */
+    int32_t number = 0; // On the disc.
     int32_t duration_ms = 0;
     std::string node_id;
     std::string node_name;
     int32_t source_id = 0;
 };
 
-/** The current track session. */
+// The current track session.
 struct SessionStatus {
     int64_t id = 0;
     int32_t type = 0;
-    int32_t length = 0; /**< Tracks in it. */
+    int32_t length = 0; // Tracks in it.
 };
 
-/** How a player plays, as the service numbers it. */
+// How a player plays, as the service numbers it.
 struct PlayerModes {
     int32_t state = 0;
     float rate = 0;
@@ -48,26 +48,24 @@ struct PlayerStatus : PlayerModes {
     std::optional<SessionStatus> session;
 };
 
-/** "idle", "playing", "paused", "stopped"; "none" for 0, and "unknown" for the rest. */
+// "idle", "playing", "paused", "stopped"; "none" for 0, and "unknown" for the rest.
 const char *state_name(int32_t state);
 
-/** "off", "all", "one", and "unknown" for the rest. */
+// "off", "all", "one", and "unknown" for the rest.
 const char *repeat_name(int32_t repeat);
 
-/** "off" or "on". */
+// "off" or "on".
 const char *shuffle_name(int32_t shuffle);
 
-/** The shortest decimal text of a rate that reads back as the same number. */
+// The shortest decimal text of a rate that reads back as the same number.
 std::string rate_text(float rate);
 
-/** One screen for a person, no line longer than `columns`. */
+// One screen for a person, no line longer than `columns`.
 std::string render_screen(const PlayerStatus &status, int columns);
 
-/**
- * One "key: value" line for each of player, state, track, tracks, title, artist, album, position,
- * duration, repeat, shuffle, rate: always all of them, in this order; nothing behind the colon of
- * what is not known.
- */
+// One "key: value" line for each of player, state, track, tracks, title, artist, album, position,
+// duration, repeat, shuffle, rate: always all of them, in this order; nothing behind the colon of
+// what is not known.
 std::string render_lines(const PlayerStatus &status);
 
 } // namespace vantro::ctl

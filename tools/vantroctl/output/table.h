@@ -1,9 +1,7 @@
-/**
- * Lists in columns: aligned and clipped for a terminal, separated by tabs for programs.
- *
- * One column may hold what people paste: it is never clipped. Where it leaves too little of the
- * name, columns that can be spared go, and where that is not enough it moves to a line of its own.
- */
+// Lists in columns: aligned and clipped for a terminal, separated by tabs for programs.
+//
+// One column may hold what people paste: it is never clipped. Where it leaves too little of the
+// name, columns that can be spared go, and where that is not enough it moves to a line of its own.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_TABLE_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_TABLE_H
 
@@ -17,20 +15,18 @@ class Table {
   public:
     struct Column {
         const char *head;
-        bool right = false;  /**< Aligned to the right. */
-        int spare = 0;       /**< Columns go in the order of this number; one of 0 never does. */
-        bool pasted = false; /**< Never clipped. One a table. */
+        bool right = false;  // Aligned to the right.
+        int spare = 0;       // Columns go in the order of this number; one of 0 never does.
+        bool pasted = false; // Never clipped. One a table.
     };
     using Row = std::vector<std::string>;
 
-    /**
-     * @param columns the last one is the name: it stands last, where a script that runs from right
-     *                to left cannot carry the others away.
-     * @param width   of the terminal; nothing for tabs, where there are no heads either.
-     */
+    // @param columns the last one is the name: it stands last, where a script that runs from right
+    //                to left cannot carry the others away.
+    // @param width   of the terminal; nothing for tabs, where there are no heads either.
     Table(std::vector<Column> columns, std::optional<int> width);
 
-    /** The lines of these rows. The first rows settle how wide the columns are. */
+    // The lines of these rows. The first rows settle how wide the columns are.
     std::string lines(const std::vector<Row> &rows);
 
   private:
@@ -41,7 +37,7 @@ class Table {
     std::vector<Column> columns_;
     std::optional<int> width_;
     bool settled_ = false;
-    bool stacked_ = false; /**< What is pasted has a line of its own. */
+    bool stacked_ = false; // What is pasted has a line of its own.
     std::vector<bool> shown_;
     std::vector<int> widths_;
 };

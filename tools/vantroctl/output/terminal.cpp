@@ -17,14 +17,14 @@ constexpr char other_screen[] = "\x1B[?1049h";
 constexpr char clear[] = "\x1B[?25l\x1B[H\x1B[2J";
 constexpr char give_back_sequence[] = "\x1B[?25h\x1B[?1049l";
 
-/* Plain data, since a handler of a signal may have to give the terminal back. */
+// Plain data, since a handler of a signal may have to give the terminal back.
 constexpr int room_wait_ms = 100;
 
 volatile std::sig_atomic_t is_taken = 0;
 bool keys_known = false;
 termios keys_before;
 
-/** Does nothing but system calls. */
+// Does nothing but system calls.
 void restore() {
     if (!is_taken) {
         return;

@@ -53,12 +53,12 @@ constexpr const char *known_keys[] = {
     VANTRO_KEY_LYRICS, // Last, because they are long.
 };
 
-/** What came from elsewhere, for a complaint of one line. */
+// What came from elsewhere, for a complaint of one line.
 std::string shortened(std::string_view clean) {
     return clip_text(clean, 80);
 }
 
-/** A block of records that a query returned. */
+// A block of records that a query returned.
 template <class Record, void (*release)(Record *, int)>
 struct Records {
     Record *first = nullptr;
@@ -106,7 +106,7 @@ std::optional<Values> ask_values(Client &client, const Place &place,
     return values;
 }
 
-/** What the record says under a key. Services need not know the keys; the record all of them do. */
+// What the record says under a key. Services need not know the keys; the record all of them do.
 std::string record_value(const Metadata &record, std::string_view key) {
     const struct {
         std::string_view key;
@@ -131,14 +131,14 @@ std::string record_value(const Metadata &record, std::string_view key) {
     return {};
 }
 
-/** Nobody can ask for a single node, so it is asked for what any node has. */
+// Nobody can ask for a single node, so it is asked for what any node has.
 bool node_exists(Client &client, const Place &place) {
     NodeRecords nodes;
     return place.id.empty() || browse(client, place, 0, 1, nodes) ||
            ask_values(client, place, {VANTRO_KEY_TITLE});
 }
 
-/** The library says only that the service refused; so the service is asked what there is. */
+// The library says only that the service refused; so the service is asked what there is.
 [[noreturn]] void explain(Client &client, const std::string &verb, const Place &place,
                           const char *otherwise) {
     const std::vector<Source> sources = get_sources(client);

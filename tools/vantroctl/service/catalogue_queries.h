@@ -1,4 +1,4 @@
-/** The catalogue as the tool asks for it: sources, nodes and values, and why there are none. */
+// The catalogue as the tool asks for it: sources, nodes and values, and why there are none.
 #ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_CATALOGUE_QUERIES_H
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_CATALOGUE_QUERIES_H
 
@@ -15,7 +15,7 @@ class Client;
 struct Source {
     int32_t id = 0;
     std::string uid;
-    std::string name; /**< For people to read. */
+    std::string name; // For people to read.
     int32_t type = 0;
     int32_t status = 0;
     uint64_t capabilities = 0;
@@ -29,13 +29,13 @@ struct Node {
     std::string name;
     int32_t type = 0;
     int32_t count = 0;
-    std::vector<Node> nodes = {}; /**< What is below it, where that was asked for. */
+    std::vector<Node> nodes = {}; // What is below it, where that was asked for.
 };
 
-/** What is known of a node: a key, and its value where it has one. */
+// What is known of a node: a key, and its value where it has one.
 using Values = std::vector<std::pair<std::string, std::optional<std::string>>>;
 
-/** Where a node is. */
+// Where a node is.
 struct Place {
     int32_t source = 0;
     std::string id;
@@ -43,34 +43,30 @@ struct Place {
 
 std::vector<Source> get_sources(Client &client);
 
-/*
- * One page of a list: at most `count` nodes from `offset` on; fewer only where the list ends.
- * A refusal is looked into: where the source, the node or the session does not exist, the Failure
- * says so and its outcome is not_found.
- */
+// One page of a list: at most `count` nodes from `offset` on; fewer only where the list ends.
+// A refusal is looked into: where the source, the node or the session does not exist, the Failure
+// says so and its outcome is not_found.
 std::vector<Node> browse_page(Client &client, const Place &place, int32_t offset, int32_t count);
 
-/** @param filter "" for none. */
+// @param filter "" for none.
 std::vector<Node> search_page(Client &client, int32_t source, const std::string &filter,
                               const std::string &term, int32_t offset, int32_t count);
 
 std::vector<Node> tracks_page(Client &client, uint64_t session, int32_t offset, int32_t count);
 
-/** The value of each key, in their order; none where the key has none. */
+// The value of each key, in their order; none where the key has none.
 Values get_values(Client &client, const Place &place, const std::vector<std::string> &keys);
 
-/** Every key of <vantro/catalogue.h> that has a value. */
+// Every key of <vantro/catalogue.h> that has a value.
 Values get_known_values(Client &client, const Place &place);
 
-/**
- * Makes the node's songs the player's session and ends the one before it, since a player keeps
- * only so many.
- * @param index the song to begin with, from 0.
- * @return the id of the new session.
- */
+// Makes the node's songs the player's session and ends the one before it, since a player keeps
+// only so many.
+// @param index the song to begin with, from 0.
+// @return the id of the new session.
 uint64_t load_node(Client &client, const Place &place, int32_t index, bool play);
 
-/** Goes to a track of the current session, from 0. */
+// Goes to a track of the current session, from 0.
 void jump_to(Client &client, int32_t index);
 
 } // namespace vantro::ctl

@@ -26,7 +26,7 @@ constexpr const char *service_path = "/sys/csm/vantro.sys/default";
 
 constexpr const char *no_session = "no track session: load a node or play first";
 
-/** For taking leave of a service that does not answer. */
+// For taking leave of a service that does not answer.
 constexpr double leave_s = 0.05;
 
 struct TrackInfoFree {

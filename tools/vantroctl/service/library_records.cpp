@@ -8,7 +8,7 @@
 namespace vantro::ctl {
 namespace {
 
-/** What no kind of its own tells. */
+// What no kind of its own tells.
 void set_object(PlayerEvent &event, const VantroEvent &record) {
     event.kind = PlayerEvent::Kind::object;
     event.object = record.object_name;

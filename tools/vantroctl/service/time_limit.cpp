@@ -12,8 +12,8 @@
 namespace vantro::ctl {
 namespace {
 
-/** It rings again and again once it has rung: a first ring between two exchanges, or just before
- *  one blocks, would otherwise be missed. */
+// It rings again and again once it has rung: a first ring between two exchanges, or just before
+//  one blocks, would otherwise be missed.
 constexpr long ring_again_ns = 50'000'000;
 
 thread_local volatile std::sig_atomic_t time_is_up = 0;

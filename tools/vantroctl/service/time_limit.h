@@ -1,4 +1,4 @@
-/** How long a call of the library may block. The library itself waits without a limit. */
+// How long a call of the library may block. The library itself waits without a limit.
 #ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_TIME_LIMIT_H
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_TIME_LIMIT_H
 
@@ -8,19 +8,17 @@
 
 namespace vantro::ctl {
 
-/**
- * While it lives, whatever blocks in this thread is interrupted once the time is over. One a thread
- * at a time; threads do not disturb each other's.
- */
+// While it lives, whatever blocks in this thread is interrupted once the time is over. One a thread
+// at a time; threads do not disturb each other's.
 class TimeLimit {
   public:
-    /** @param seconds 0: no limit. */
+    // @param seconds 0: no limit.
     explicit TimeLimit(double seconds);
     ~TimeLimit();
     TimeLimit(const TimeLimit &) = delete;
     TimeLimit &operator=(const TimeLimit &) = delete;
 
-    /** Whether this thread's last limit was reached. */
+    // Whether this thread's last limit was reached.
     static bool reached();
 
   private:
@@ -28,10 +26,8 @@ class TimeLimit {
     bool timed_ = false;
 };
 
-/**
- * Interrupts what the thread blocks in, as if its time were over. A thread that is about to block
- * is missed, so whoever waits for its end does this again and again.
- */
+// Interrupts what the thread blocks in, as if its time were over. A thread that is about to block
+// is missed, so whoever waits for its end does this again and again.
 void interrupt_thread(pthread_t thread);
 
 } // namespace vantro::ctl

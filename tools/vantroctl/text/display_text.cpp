@@ -15,11 +15,11 @@ constexpr std::string_view ellipsis = "\xE2\x80\xA6";
 
 struct Character {
     char32_t code;
-    size_t length; /**< Bytes it takes in the text, at least 1. */
+    size_t length; // Bytes it takes in the text, at least 1.
     bool valid;
 };
 
-/** The character at the start of `text`, which is not empty. */
+// The character at the start of `text`, which is not empty.
 Character first_character(std::string_view text) {
     const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char lead = byte(0);
@@ -55,7 +55,7 @@ bool turns_direction(char32_t code) {
            (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
 }
 
-/** Columns of a character, -1 for one that cannot be shown. */
+// Columns of a character, -1 for one that cannot be shown.
 int width_of(char32_t code) {
     if (code == 0) {
         return -1; // wcwidth() takes it for the end of a text.

@@ -1,10 +1,8 @@
-/**
- * Text from elsewhere, fit for a terminal.
- *
- * Tags and names come from files that anybody may have written. On a terminal a control character
- * in them moves the cursor, changes the title or the direction of writing; in a JSON text a broken
- * sequence makes the whole unreadable. And a line fits a terminal by columns, not by bytes.
- */
+// Text from elsewhere, fit for a terminal.
+//
+// Tags and names come from files that anybody may have written. On a terminal a control character
+// in them moves the cursor, changes the title or the direction of writing; in a JSON text a broken
+// sequence makes the whole unreadable. And a line fits a terminal by columns, not by bytes.
 #ifndef VANTRO_TOOLS_VANTROCTL_TEXT_DISPLAY_TEXT_H
 #define VANTRO_TOOLS_VANTROCTL_TEXT_DISPLAY_TEXT_H
 
@@ -14,31 +12,27 @@
 
 namespace vantro::ctl {
 
-/** Combining characters kept on one base character; more would only paint over other lines. */
+// Combining characters kept on one base character; more would only paint over other lines.
 constexpr int combining_max = 8;
 
-/** Makes the widths of characters known to the functions below; to be called once, at the start. */
+// Makes the widths of characters known to the functions below; to be called once, at the start.
 void use_display_locale();
 
-/** The text with every malformed UTF-8 sequence replaced by U+FFFD. */
+// The text with every malformed UTF-8 sequence replaced by U+FFFD.
 std::string valid_text(std::string_view text);
 
-/**
- * One harmless line: valid UTF-8, white space of every kind as a blank, and U+FFFD for controls,
- * for characters that turn the direction of writing, and for what no terminal can show.
- */
+// One harmless line: valid UTF-8, white space of every kind as a blank, and U+FFFD for controls,
+// for characters that turn the direction of writing, and for what no terminal can show.
 std::string clean_text(std::string_view text);
 
-/** Columns that a clean text takes. */
+// Columns that a clean text takes.
 int display_width(std::string_view text);
 
-/**
- * A clean text in at most `columns` columns. What is longer ends in an ellipsis, and is cut
- * between characters: combining ones stay with their base, a wide one is there whole or not.
- */
+// A clean text in at most `columns` columns. What is longer ends in an ellipsis, and is cut
+// between characters: combining ones stay with their base, a wide one is there whole or not.
 std::string clip_text(std::string_view text, int columns);
 
-/** A clean text in lines of at most `columns` columns, 1 or more, broken at blanks if possible. */
+// A clean text in lines of at most `columns` columns, 1 or more, broken at blanks if possible.
 std::vector<std::string> fold_text(std::string_view text, int columns);
 
 } // namespace vantro::ctl

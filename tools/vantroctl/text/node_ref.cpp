@@ -9,7 +9,7 @@
 namespace vantro::ctl {
 namespace {
 
-/** No shell gives these a meaning within a word. */
+// No shell gives these a meaning within a word.
 bool is_plain(char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
            std::string_view("-._/:,+@").find(c) != std::string_view::npos;

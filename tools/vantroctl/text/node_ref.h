@@ -1,10 +1,8 @@
-/**
- * Nodes as the tool prints them and takes them back: "SOURCE:ID".
- *
- * What is printed is one word to a shell and harmless to a terminal, whatever a service put into
- * its ids, and names the same node when it is pasted: every byte that could be neither is written
- * as % and two hexadecimal digits.
- */
+// Nodes as the tool prints them and takes them back: "SOURCE:ID".
+//
+// What is printed is one word to a shell and harmless to a terminal, whatever a service put into
+// its ids, and names the same node when it is pasted: every byte that could be neither is written
+// as % and two hexadecimal digits.
 #ifndef VANTRO_TOOLS_VANTROCTL_TEXT_NODE_REF_H
 #define VANTRO_TOOLS_VANTROCTL_TEXT_NODE_REF_H
 
@@ -16,20 +14,18 @@
 namespace vantro::ctl {
 
 struct NodeRef {
-    std::optional<int32_t> source; /**< Nothing where only an id was written. */
-    std::string id;                /**< The service's own, decoded; "" is a source's top. */
+    std::optional<int32_t> source; // Nothing where only an id was written.
+    std::string id;                // The service's own, decoded; "" is a source's top.
 };
 
-/** "1:album/7"; "1:" for the top of a source. */
+// "1:album/7"; "1:" for the top of a source.
 std::string ref_text(int32_t source, std::string_view id);
 
-/**
- * Reads what ref_text() writes, or an id alone. Digits and a colon in front are always a source.
- * A % that two hexadecimal digits do not follow is itself.
- */
+// Reads what ref_text() writes, or an id alone. Digits and a colon in front are always a source.
+// A % that two hexadecimal digits do not follow is itself.
 NodeRef parse_ref(std::string_view text);
 
-/** A source's number, with or without the colon behind it. */
+// A source's number, with or without the colon behind it.
 std::optional<int32_t> parse_source(std::string_view text);
 
 } // namespace vantro::ctl

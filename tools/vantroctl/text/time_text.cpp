@@ -16,7 +16,7 @@ bool is_digit(char c) {
     return c >= '0' && c <= '9';
 }
 
-/** Takes the digits at the start of `text`; -1 where there is none or they exceed any position. */
+// Takes the digits at the start of `text`; -1 where there is none or they exceed any position.
 int64_t take_number(std::string_view &text, size_t &digits) {
     int64_t value = 0;
     digits = 0;
@@ -30,7 +30,7 @@ int64_t take_number(std::string_view &text, size_t &digits) {
     return digits > 0 ? value : -1;
 }
 
-/** Takes the digits behind a decimal point, as milliseconds; what is finer is cut off. */
+// Takes the digits behind a decimal point, as milliseconds; what is finer is cut off.
 int64_t take_fraction(std::string_view &text) {
     int64_t ms = 0;
     int64_t unit = 100;

@@ -1,4 +1,4 @@
-/** Positions and durations as people write them. */
+// Positions and durations as people write them.
 #ifndef VANTRO_TOOLS_VANTROCTL_TEXT_TIME_TEXT_H
 #define VANTRO_TOOLS_VANTROCTL_TEXT_TIME_TEXT_H
 
@@ -10,30 +10,28 @@
 
 namespace vantro::ctl {
 
-/** Where to seek to: a position, or a distance from the current one. */
+// Where to seek to: a position, or a distance from the current one.
 struct SeekTarget {
     bool relative = false;
-    int32_t ms = 0; /**< Below zero only where relative. */
+    int32_t ms = 0; // Below zero only where relative.
 
-    /** The position in milliseconds, at least 0, however far the distance reaches. */
+    // The position in milliseconds, at least 0, however far the distance reaches.
     int32_t from(int32_t current_ms) const;
 };
 
-/**
- * Reads "83", "1:23" or "1:02:03", each with an optional fraction of a second ("83.5") and an
- * optional sign that makes it relative. Behind a colon exactly two digits below 60 count, so that
- * "1:5" is not taken for something that it may not mean.
- * @return nothing for any other text, and for times beyond what a position can hold.
- */
+// Reads "83", "1:23" or "1:02:03", each with an optional fraction of a second ("83.5") and an
+// optional sign that makes it relative. Behind a colon exactly two digits below 60 count, so that
+// "1:5" is not taken for something that it may not mean.
+// @return nothing for any other text, and for times beyond what a position can hold.
 std::optional<SeekTarget> parse_seek(std::string_view text);
 
-/** "1:23", or "1:02:03" from an hour up; what is below zero counts as zero. */
+// "1:23", or "1:02:03" from an hour up; what is below zero counts as zero.
 std::string format_time(int32_t ms);
 
-/** The local time of day, "22:41:07.123". */
+// The local time of day, "22:41:07.123".
 std::string clock_text(std::chrono::system_clock::time_point time);
 
-/** Local date and time with the distance from UTC, "2026-11-24T22:41:07.123+01:00". */
+// Local date and time with the distance from UTC, "2026-11-24T22:41:07.123+01:00".
 std::string date_time_text(std::chrono::system_clock::time_point time);
 
 } // namespace vantro::ctl

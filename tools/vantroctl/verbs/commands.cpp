@@ -23,7 +23,7 @@ constexpr PlainCommand plain_commands[] = {
     {"next", vantro_next}, {"previous", vantro_previous},
 };
 
-/** The arguments were judged while the command line was read; this is for what slipped through. */
+// The arguments were judged while the command line was read; this is for what slipped through.
 template <class T>
 T required(const std::optional<T> &value, const std::string &text) {
     if (!value) {

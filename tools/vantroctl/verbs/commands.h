@@ -1,4 +1,4 @@
-/** What the tool can be told to do. */
+// What the tool can be told to do.
 #ifndef VANTRO_TOOLS_VANTROCTL_VERBS_COMMANDS_H
 #define VANTRO_TOOLS_VANTROCTL_VERBS_COMMANDS_H
 
@@ -11,36 +11,36 @@ namespace vantro::ctl {
 
 class Client;
 
-/** A command as it was carried out, with what it set. */
+// A command as it was carried out, with what it set.
 struct Done {
     std::string command = {};
     std::optional<int32_t> position_ms = std::nullopt;
     std::optional<float> rate = std::nullopt;
     std::optional<bool> shuffle = std::nullopt;
     std::optional<int32_t> repeat = std::nullopt;
-    std::optional<int32_t> index = std::nullopt;   /**< Of a track, from 0. */
-    std::optional<int64_t> session = std::nullopt; /**< Id of a new track session. */
+    std::optional<int32_t> index = std::nullopt;   // Of a track, from 0.
+    std::optional<int64_t> session = std::nullopt; // Id of a new track session.
 };
 
-/** A finite number and nothing else, whatever the locale is. */
+// A finite number and nothing else, whatever the locale is.
 std::optional<float> parse_rate(std::string_view text);
 
-/** The number of a repeat mode's name, or nothing. */
+// The number of a repeat mode's name, or nothing.
 std::optional<int32_t> parse_repeat(std::string_view text);
 
-/** A command without argument: play, pause, stop, next, previous. */
+// A command without argument: play, pause, stop, next, previous.
 Done run_plain(Client &client, const std::string &verb);
 
-/** @param text as parse_seek() reads it. */
+// @param text as parse_seek() reads it.
 Done run_seek(Client &client, const std::string &text);
 
-/** @param text as parse_rate() reads it. */
+// @param text as parse_rate() reads it.
 Done run_rate(Client &client, const std::string &text);
 
-/** @param text "on", "off" or "toggle". */
+// @param text "on", "off" or "toggle".
 Done run_shuffle(Client &client, const std::string &text);
 
-/** @param text as parse_repeat() reads it. */
+// @param text as parse_repeat() reads it.
 Done run_repeat(Client &client, const std::string &text);
 
 } // namespace vantro::ctl

@@ -24,7 +24,7 @@
 namespace vantro::ctl {
 namespace {
 
-/** Nodes asked for at a time: a page fits one exchange, and its first lines appear at once. */
+// Nodes asked for at a time: a page fits one exchange, and its first lines appear at once.
 constexpr int32_t page_nodes = 500;
 
 constexpr int64_t index_end = std::numeric_limits<int32_t>::max();
@@ -32,14 +32,14 @@ constexpr int64_t index_end = std::numeric_limits<int32_t>::max();
 using Page = std::vector<Node>;
 using Fetch = std::function<Page(int32_t offset, int32_t count)>;
 
-/** A list on its way from the service to the reader, who may leave before its end. */
+// A list on its way from the service to the reader, who may leave before its end.
 class Lister {
   public:
     Lister(Client &client, const ListOptions &options)
         : client_(client), options_(options), left_(options.limit > 0 ? options.limit : index_end),
           pager_(options.pager && !options.json) {}
 
-    /** @param take gets one page after the other. @return false where that ended it. */
+    // @param take gets one page after the other. @return false where that ended it.
     bool pages(const Fetch &fetch, int64_t offset, const std::function<bool(Page &)> &take) {
         while (left_ > 0 && offset < index_end) {
             const int64_t wanted = std::min({left_, int64_t{page_nodes}, index_end - offset});
@@ -59,7 +59,7 @@ class Lister {
         return left_ > 0;
     }
 
-    /** @param heading stands above what there is. */
+    // @param heading stands above what there is.
     bool flat(const Fetch &fetch, const std::string &heading) {
         Table table = node_table(terminal_columns());
         std::string text = above(heading);
@@ -105,7 +105,7 @@ class Lister {
         return pager_.write(text);
     }
 
-    /** @param nothing what a person is told where the list is empty. */
+    // @param nothing what a person is told where the list is empty.
     void finish(const std::string &command, const std::string &nothing) {
         if (options_.json) {
             print(json_nodes(options_.player, command, nodes_));
@@ -140,13 +140,13 @@ class Lister {
 
     Client &client_;
     const ListOptions &options_;
-    int64_t left_; /**< Entries that may still be shown. */
+    int64_t left_; // Entries that may still be shown.
     Pager pager_;
     bool shown_ = false;
-    Page nodes_; /**< Of a JSON text, which is whole or not there. */
+    Page nodes_; // Of a JSON text, which is whole or not there.
 };
 
-/** A source to go through, and what stands above its entries where it is not the only one. */
+// A source to go through, and what stands above its entries where it is not the only one.
 struct Section {
     int32_t source;
     std::string heading;

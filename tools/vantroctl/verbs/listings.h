@@ -1,4 +1,4 @@
-/** The verbs that show or use the catalogue. */
+// The verbs that show or use the catalogue.
 #ifndef VANTRO_TOOLS_VANTROCTL_VERBS_LISTINGS_H
 #define VANTRO_TOOLS_VANTROCTL_VERBS_LISTINGS_H
 
@@ -13,38 +13,38 @@ namespace vantro::ctl {
 
 class Client;
 
-/** How lists are made and shown. */
+// How lists are made and shown.
 struct ListOptions {
     std::string player;
     bool json = false;
     bool pager = true;
-    std::optional<int32_t> source; /**< Where a node's source is not written with it. */
+    std::optional<int32_t> source; // Where a node's source is not written with it.
     int32_t offset = 0;
-    int32_t limit = 0; /**< Most entries in all; 0: no limit. */
-    int32_t depth = 0; /**< Levels of a tree; 0: a table. */
+    int32_t limit = 0; // Most entries in all; 0: no limit.
+    int32_t depth = 0; // Levels of a tree; 0: a table.
 };
 
 void run_sources(Client &client, const ListOptions &options);
 
-/** @param node as parse_ref() reads it; nothing for the top of every source. */
+// @param node as parse_ref() reads it; nothing for the top of every source.
 void run_browse(Client &client, const ListOptions &options, const std::optional<std::string> &node);
 
-/** @param filter "" for none. */
+// @param filter "" for none.
 void run_search(Client &client, const ListOptions &options, const std::string &filter,
                 const std::string &term);
 
-/** The tracks of the current session. */
+// The tracks of the current session.
 void run_tracks(Client &client, const ListOptions &options);
 
-/** @param keys none for all that are known. */
+// @param keys none for all that are known.
 void run_info(Client &client, const ListOptions &options, const std::string &node,
               const std::vector<std::string> &keys);
 
-/** @param number of the song to begin with, from 1. */
+// @param number of the song to begin with, from 1.
 Done run_load(Client &client, const ListOptions &options, const std::string &node, int32_t number,
               bool play);
 
-/** @param number as run_tracks() shows it, from 1. */
+// @param number as run_tracks() shows it, from 1.
 Done run_jump(Client &client, int32_t number);
 
 } // namespace vantro::ctl

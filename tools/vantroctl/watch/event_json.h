@@ -1,4 +1,4 @@
-/** An event as a line of JSON; docs/vantroctl.md describes every member. */
+// An event as a line of JSON; docs/vantroctl.md describes every member.
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_EVENT_JSON_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_EVENT_JSON_H
 

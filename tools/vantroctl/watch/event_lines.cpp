@@ -17,7 +17,7 @@
 namespace vantro::ctl {
 namespace {
 
-/** The longest name of an event. */
+// The longest name of an event.
 constexpr int kind_columns = 8;
 
 class EventLines : public WatchView {
@@ -55,10 +55,8 @@ class EventLines : public WatchView {
     std::string output() override { return std::exchange(text_, {}); }
 
   private:
-    /**
-     * Positions that were to be expected share a line, or one a player, at the end of the screen:
-     * each takes the place of the one before, so that what happened stays in sight.
-     */
+    // Positions that were to be expected share a line, or one a player, at the end of the screen:
+    // each takes the place of the one before, so that what happened stays in sight.
     void show(const std::string &player, const std::string &line, bool expected) {
         if (!expected) {
             ticking_.clear();
@@ -83,7 +81,7 @@ class EventLines : public WatchView {
 
     std::map<std::string, Picture> pictures_;
     int player_columns_ = 0;
-    std::vector<std::string> ticking_; /**< Whose positions are the last lines of the screen. */
+    std::vector<std::string> ticking_; // Whose positions are the last lines of the screen.
     std::string text_;
 };
 

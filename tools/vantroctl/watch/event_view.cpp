@@ -12,10 +12,10 @@
 namespace vantro::ctl {
 namespace {
 
-/** The values of an object that nobody knows may have any length, and so may a name. */
+// The values of an object that nobody knows may have any length, and so may a name.
 constexpr int words_columns_max = 1000;
 
-/** All modes, or those that changed. */
+// All modes, or those that changed.
 std::string modes_words(const PlayerEvent &event) {
     const PlayerModes &now = event.modes;
     const PlayerModes &before = event.previous;

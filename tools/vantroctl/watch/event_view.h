@@ -1,4 +1,4 @@
-/** An event in the words of a line. */
+// An event in the words of a line.
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_EVENT_VIEW_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_EVENT_VIEW_H
 
@@ -9,10 +9,8 @@
 
 namespace vantro::ctl {
 
-/**
- * What happened, clean and without the player's name and the kind: "playing", "0:20 of 3:40".
- * @param before the player as it was before the event.
- */
+// What happened, clean and without the player's name and the kind: "playing", "0:20 of 3:40".
+// @param before the player as it was before the event.
 std::string event_words(const PlayerEvent &event, const Picture &before);
 
 } // namespace vantro::ctl

@@ -23,11 +23,11 @@ namespace {
 
 constexpr int look_again_ms_min = 200;
 constexpr int look_again_ms_max = 1000;
-/** One change that cannot be understood costs that change; so many on end are noise. */
+// One change that cannot be understood costs that change; so many on end are noise.
 constexpr int misunderstood_max = 100;
 constexpr std::chrono::milliseconds interrupt_again(20);
 
-/** Whether an error of the calls for events says that this run of the service is over. */
+// Whether an error of the calls for events says that this run of the service is over.
 bool means_gone(int error) {
     return error == ESTALE || error == ENOENT || error == ECONNREFUSED;
 }

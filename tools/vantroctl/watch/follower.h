@@ -1,4 +1,4 @@
-/** Follows a player through its events, also from one run of the service to the next. */
+// Follows a player through its events, also from one run of the service to the next.
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_FOLLOWER_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_FOLLOWER_H
 
@@ -16,26 +16,24 @@ namespace vantro::ctl {
 
 class Inbox;
 
-/**
- * First the full picture, then each event. Where the service ends: `gone`; then it is looked for,
- * `waiting` where something other than its absence is in the way; then `back` and the full picture
- * again. Events come by themselves and cost nothing while nothing happens. That a service has come
- * back nobody tells, so it is looked for after 0.2 s, and more and more seldom, down to once a
- * second.
- */
+// First the full picture, then each event. Where the service ends: `gone`; then it is looked for,
+// `waiting` where something other than its absence is in the way; then `back` and the full picture
+// again. Events come by themselves and cost nothing while nothing happens. That a service has come
+// back nobody tells, so it is looked for after 0.2 s, and more and more seldom, down to once a
+// second.
 class Follower {
   public:
-    /** Connects and gets the full picture. @throws Failure where there is nothing to follow. */
+    // Connects and gets the full picture. @throws Failure where there is nothing to follow.
     Follower(const ClientOptions &options, Inbox &inbox);
     ~Follower();
     Follower(const Follower &) = delete;
     Follower &operator=(const Follower &) = delete;
 
-    /** From now on a thread of its own puts what happens into the inbox. To be called once. */
+    // From now on a thread of its own puts what happens into the inbox. To be called once.
     void start();
 
   private:
-    /** How a look for something new ended. */
+    // How a look for something new ended.
     enum class Look { event, nothing, gone };
 
     void begin();
@@ -50,7 +48,7 @@ class Follower {
     ClientOptions options_;
     Inbox &inbox_;
     std::unique_ptr<Client> client_;
-    std::vector<PlayerEvent> picture_; /**< Not yet put. */
+    std::vector<PlayerEvent> picture_; // Not yet put.
 
     std::mutex lock_;
     std::condition_variable changed_;

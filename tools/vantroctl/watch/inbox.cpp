@@ -17,7 +17,7 @@
 namespace vantro::ctl {
 namespace {
 
-/** Beyond so many, those who put wait. */
+// Beyond so many, those who put wait.
 constexpr size_t events_max = 256;
 
 } // namespace

@@ -1,4 +1,4 @@
-/** Where the events of all players that are followed come together. */
+// Where the events of all players that are followed come together.
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_INBOX_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_INBOX_H
 
@@ -11,31 +11,29 @@
 
 namespace vantro::ctl {
 
-/**
- * Any thread puts, one takes. Holds a few hundred events and no more: while nobody takes them those who
- * put wait, what happens meanwhile is kept by whoever publishes it, and memory does not grow.
- */
+// Any thread puts, one takes. Holds a few hundred events and no more: while nobody takes them those
+// who put wait, what happens meanwhile is kept by whoever publishes it, and memory does not grow.
 class Inbox {
   public:
-    /** @throws Failure. */
+    // @throws Failure.
     Inbox();
     ~Inbox();
     Inbox(const Inbox &) = delete;
     Inbox &operator=(const Inbox &) = delete;
 
-    /** Waits for room, and puts all of them together. Does nothing once it is closed. */
+    // Waits for room, and puts all of them together. Does nothing once it is closed.
     void put(std::vector<PlayerEvent> events);
 
-    /** Has take() throw this when it has given all events before it. */
+    // Has take() throw this when it has given all events before it.
     void fail(std::exception_ptr failure);
 
-    /** All events that are there, oldest first. Does not wait. */
+    // All events that are there, oldest first. Does not wait.
     std::vector<PlayerEvent> take();
 
-    /** Nobody takes any more, so that nobody needs to wait for room. */
+    // Nobody takes any more, so that nobody needs to wait for room.
     void close();
 
-    /** Readable, for poll(), while there is something to take. */
+    // Readable, for poll(), while there is something to take.
     int descriptor() const { return descriptor_; }
 
   private:

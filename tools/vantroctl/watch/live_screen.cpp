@@ -25,14 +25,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
-/** Often enough for a position of whole seconds, and for a bar of 80 parts. */
+// Often enough for a position of whole seconds, and for a bar of 80 parts.
 constexpr Milliseconds redraw(250);
-/** However fast events come, nobody sees more pictures than this. */
+// However fast events come, nobody sees more pictures than this.
 constexpr Milliseconds redraw_min(40);
 
 constexpr const char *hint = "q leaves";
 
-/** Stops the process, as the terminal's key for that would have done. */
+// Stops the process, as the terminal's key for that would have done.
 void stop_process() {
     sigset_t stop;
     sigemptyset(&stop);
@@ -125,7 +125,7 @@ class LiveScreen : public WatchView {
     bool take_key(char key) override { return key == 'q' || key == 'Q'; }
 
   private:
-    /** A whole screen. Each line is cleared behind its end, so that nothing flickers. */
+    // A whole screen. Each line is cleared behind its end, so that nothing flickers.
     std::string draw() const {
         const int columns = output_columns();
         const int rows = output_rows();
@@ -150,7 +150,7 @@ class LiveScreen : public WatchView {
     std::set<std::string> heard_of_;
     std::string shown_;
     Clock::time_point drawn_at_;
-    bool late_ = false; /**< Something may have changed that is not drawn yet. */
+    bool late_ = false; // Something may have changed that is not drawn yet.
 };
 
 } // namespace

@@ -9,7 +9,7 @@
 namespace vantro::ctl {
 namespace {
 
-/** Positions are told about once a second; one that is farther off than that is a jump. */
+// Positions are told about once a second; one that is farther off than that is a jump.
 constexpr int64_t jump_ms_min = 1500;
 
 } // namespace

@@ -1,4 +1,4 @@
-/** All that is known of a player that is followed. */
+// All that is known of a player that is followed.
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_PLAYER_MIRROR_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_PLAYER_MIRROR_H
 
@@ -21,23 +21,23 @@ class Picture {
 
     void apply(const PlayerEvent &event);
 
-    /** The picture as events: state, session, track, position, and the sources by their numbers. */
+    // The picture as events: state, session, track, position, and the sources by their numbers.
     std::vector<PlayerEvent> events() const;
 
-    /** What was told last, but for the position, which moves on with the clock while it plays. */
+    // What was told last, but for the position, which moves on with the clock while it plays.
     PlayerStatus status(Time at) const;
 
     const std::map<int32_t, Source> &sources() const { return sources_; }
 
-    /** Whether the position moves on. */
+    // Whether the position moves on.
     bool moving() const;
 
-    /** Whether the event is a position that was to be expected: no jump. */
+    // Whether the event is a position that was to be expected: no jump.
     bool expects(const PlayerEvent &event) const;
 
     bool gone() const { return gone_; }
 
-    /** The last error, or why the service is still waited for. */
+    // The last error, or why the service is still waited for.
     const std::optional<PlayerEvent> &trouble() const { return trouble_; }
 
   private:
@@ -45,7 +45,7 @@ class Picture {
     void hold(int32_t position_ms, Time at);
 
     PlayerStatus status_;
-    Time told_at_ = std::chrono::steady_clock::now(); /**< When the position was told. */
+    Time told_at_ = std::chrono::steady_clock::now(); // When the position was told.
     std::map<int32_t, Source> sources_;
     bool gone_ = false;
     std::optional<PlayerEvent> trouble_;

@@ -24,7 +24,7 @@
 namespace vantro::ctl {
 namespace {
 
-/** Signals that arrive as something to read. Blocked in this thread and those it starts. */
+// Signals that arrive as something to read. Blocked in this thread and those it starts.
 class Signals {
   public:
     explicit Signals(const std::vector<int> &more) {
@@ -59,7 +59,7 @@ class Signals {
         return static_cast<int>(info.ssi_signo);
     }
 
-    /** Ends the process as the signal would have done, so that a shell knows why. */
+    // Ends the process as the signal would have done, so that a shell knows why.
     [[noreturn]] void end_by(int number) const {
         std::signal(number, SIG_DFL);
         raise(number);
@@ -77,7 +77,7 @@ class Watch {
     Watch(WatchView &view, Inbox &inbox, const Signals &signals)
         : view_(view), inbox_(inbox), signals_(signals) {}
 
-    /** @return the signal that ended it, if one did. */
+    // @return the signal that ended it, if one did.
     std::optional<int> run() {
         for (;;) {
             if (pending_.empty()) {
@@ -120,7 +120,7 @@ class Watch {
     }
 
   private:
-    /** Gives the view its signals. @return one that asks for the end. */
+    // Gives the view its signals. @return one that asks for the end.
     std::optional<int> end_signal() {
         const std::vector<int> known = view_.signals();
         while (const std::optional<int> number = signals_.take()) {
@@ -134,7 +134,7 @@ class Watch {
         return std::nullopt;
     }
 
-    /** As much as goes out without waiting. @return false where the reader has left. */
+    // As much as goes out without waiting. @return false where the reader has left.
     bool write_some() {
         const ssize_t written =
             write(STDOUT_FILENO, pending_.data(), std::min<size_t>(pending_.size(), PIPE_BUF));
@@ -152,7 +152,7 @@ class Watch {
         return true;
     }
 
-    /** No line is left half written, unless it is the reader who does not take it. */
+    // No line is left half written, unless it is the reader who does not take it.
     void finish_line() {
         pollfd room = {STDOUT_FILENO, POLLOUT, 0};
         while (!pending_.empty() && poll(&room, 1, 0) == 1 && write_some()) {
@@ -174,7 +174,7 @@ class Watch {
     bool keys_open_ = true;
 };
 
-/** Nobody takes from it any more, whatever the reason. */
+// Nobody takes from it any more, whatever the reason.
 struct ClosedAtTheEnd {
     Inbox &inbox;
     ~ClosedAtTheEnd() { inbox.close(); }

@@ -1,4 +1,4 @@
-/** The verb that follows players. */
+// The verb that follows players.
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_WATCH_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_WATCH_H
 
@@ -11,15 +11,13 @@ namespace vantro::ctl {
 
 struct WatchOptions {
     std::vector<std::string> players;
-    double timeout_s = 0; /**< For each answer of the service. */
+    double timeout_s = 0; // For each answer of the service.
     bool json = false;
     bool live = false;
 };
 
-/**
- * Returns when the reader of the output has left, or the user of the screen; a signal that asks
- * for the end ends the process. @throws Failure.
- */
+// Returns when the reader of the output has left, or the user of the screen; a signal that asks
+// for the end ends the process. @throws Failure.
 void run_watch(const WatchOptions &options);
 
 } // namespace vantro::ctl

@@ -86,7 +86,8 @@ VANTRO_PLATFORM_API void kivo_writer_init(struct kivo_writer *writer, char *text
 
 /**
  * Writes an object's line. An error is kept in the writer: EINVAL for a name that cannot be or
- * another result than KIVO_OBJECT, _CREATED, _DELETED and _TRUNCATED, EMSGSIZE when it does not fit.
+ * another result than KIVO_OBJECT, _CREATED, _DELETED and _TRUNCATED, EMSGSIZE when it does not
+ * fit.
  */
 VANTRO_PLATFORM_API void kivo_write_object(struct kivo_writer *writer, enum kivo_result line,
                                            const char *name);

@@ -8,8 +8,8 @@
  *  2. calls notify_arm(), and waits only if it returned 0;
  *  3. waits for the two signals, for example with sigwaitinfo();
  *  4. on every way out calls notify_disarm(), takes what is pending of the two (more than one may
- *     be), and restores the mask: also when the thread is cancelled, and when notify_arm() said that
- *     there is input, for that may have come, with its signal, just after it had armed. A signal
+ *     be), and restores the mask: also when the thread is cancelled, and when notify_arm() said
+ * that there is input, for that may have come, with its signal, just after it had armed. A signal
  *     that is left over would end the process.
  * A wake says that there may be something to read, no more: the read tells.
  */
@@ -39,9 +39,9 @@ enum { NOTIFY_INPUT = 0x10000000 };
  * @param event      kind IPC_EVENT_SIGNAL_THREAD, with the signal number in `connection`, a
  *   real-time signal; the other fields have no effect.
  * @return 0 when armed; NOTIFY_INPUT when there is input, and then nothing is armed; -1: EBADF (not
- *   a descriptor of objects, or a child of fork), EINVAL (another action, condition, kind or signal),
- *   EMFILE (the host's limits on descriptors or on inotify instances of the user), ENOSPC (that on
- *   inotify watches), ENOENT (the host has no /proc), ENOMEM.
+ *   a descriptor of objects, or a child of fork), EINVAL (another action, condition, kind or
+ * signal), EMFILE (the host's limits on descriptors or on inotify instances of the user), ENOSPC
+ * (that on inotify watches), ENOENT (the host has no /proc), ENOMEM.
  */
 VANTRO_PLATFORM_API int notify_arm(int descriptor, int action, int conditions,
                                    const struct ipc_event *event);

@@ -9,8 +9,8 @@
  * What every publisher can rely on
  *  - A change is whole or absent, for every reader, also when the process dies in the middle of it.
  *  - Publishing never waits for a reader, and costs the same whatever the number of readers that
- *    are open and do not wait: copies of the text, and one system call that wakes those who do. A full
- *    picture of all objects is written besides whenever eight times as much was published.
+ *    are open and do not wait: copies of the text, and one system call that wakes those who do. A
+ * full picture of all objects is written besides whenever eight times as much was published.
  *  - A call that fails has published nothing and changed nothing.
  *  - Any thread may call; the calls on one publisher are taken one after the other.
  *
@@ -37,9 +37,9 @@
  *    object name that cannot be), ENAMETOOLONG, EMFILE, ENFILE, ENOMEM. The object itself need not
  *    exist yet.
  *  ssize_t n = platform_read(d, buffer, 32767);
- *    gives one change text (change.h) without a NUL behind it, or 0 when there is nothing new, which
- *    costs no system call. It never blocks. -1: EMSGSIZE when the text does not fit the buffer (it
- *    stays for the next read; 32767 bytes always suffice), ESTALE, EBADMSG, ENOMEM.
+ *    gives one change text (change.h) without a NUL behind it, or 0 when there is nothing new,
+ * which costs no system call. It never blocks. -1: EMSGSIZE when the text does not fit the buffer
+ * (it stays for the next read; 32767 bytes always suffice), ESTALE, EBADMSG, ENOMEM.
  *  platform_close(d);
  *    no other thread may be in a call on d.
  *  notify_arm(d, ...) (notify.h) tells when there is something to read.

@@ -67,8 +67,9 @@ TEST_F(Catalogued, IsATree) {
     EXPECT_FALSE(sources[0].uid.empty());
 
     std::vector<std::pair<std::string, int>> menus;
-    for (const Node &menu : browse(VANTRO_NODE_ROOT))
+    for (const Node &menu : browse(VANTRO_NODE_ROOT)) {
         menus.emplace_back(menu.id, menu.count);
+    }
     EXPECT_EQ(menus, (std::vector<std::pair<std::string, int>>{{"artists", 4},
                                                                {"albums", 3},
                                                                {"genres", 1},
@@ -92,9 +93,9 @@ TEST_F(Catalogued, IsATree) {
     EXPECT_EQ(names("y2001"), (Names{"Track 2", "Track 10"}));
     // Every count is the number of entries.
     std::vector<Node> all = browse(VANTRO_NODE_ROOT);
-    for (std::size_t i = 0; i < all.size(); ++i) {
+    for (size_t i = 0; i < all.size(); ++i) {
         const std::vector<Node> inside = browse(all[i].id);
-        EXPECT_EQ(inside.size(), static_cast<std::size_t>(all[i].count)) << all[i].name;
+        EXPECT_EQ(inside.size(), static_cast<size_t>(all[i].count)) << all[i].name;
         all.insert(all.end(), inside.begin(), inside.end());
     }
 
@@ -128,10 +129,8 @@ TEST_F(Catalogued, MakesOneAlbumOfOneFolder) {
         {{{"", ""}, {"", ""}}, {""}},
         {{{"", ""}, {"", ""}, {"", "x"}}, {"x"}},
     };
-    const auto file = [](int row, std::size_t song) {
-        return fmt::format("{}/{}.flac", row, song);
-    };
-    const auto tags = [](int row, std::size_t song, const auto &artists) {
+    const auto file = [](int row, size_t song) { return fmt::format("{}/{}.flac", row, song); };
+    const auto tags = [](int row, size_t song, const auto &artists) {
         return Values{{"TITLE", fmt::format("r{}s{}", row, song)},
                       {"ALBUM", fmt::format("album {}", row)},
                       {artists.first[0] ? "ALBUMARTIST" : "NONE", artists.first},
@@ -139,21 +138,25 @@ TEST_F(Catalogued, MakesOneAlbumOfOneFolder) {
     };
     int row = 0;
     for (const auto &[songs, by] : table) {
-        for (std::size_t i = 0; i < songs.size(); ++i)
+        for (size_t i = 0; i < songs.size(); ++i) {
             add(file(row, i), tags(row, i, songs[i]));
+        }
         ++row;
     }
     open();
     const auto artists_of = [&](int each) {
         Names artists;
-        for (const Node &album : browse("albums"))
-            if (album.name == fmt::format("album {}", each))
+        for (const Node &album : browse("albums")) {
+            if (album.name == fmt::format("album {}", each)) {
                 artists.push_back(metadata(album.id).artist);
+            }
+        }
         return artists;
     };
-    for (int each = 0; each < row; ++each)
+    for (int each = 0; each < row; ++each) {
         EXPECT_EQ(artists_of(each), table[each].by) << each;
-    EXPECT_EQ(names("albums").size(), table[0].by.size() * static_cast<std::size_t>(row));
+    }
+    EXPECT_EQ(names("albums").size(), table[0].by.size() * static_cast<size_t>(row));
     EXPECT_EQ(names("artists"), (Names{"Various Artists", "x", "y", "z"}));
     // Who performs for others is found, shown and played as well.
     EXPECT_EQ(found("artist", "y"), Names{"y"});
@@ -283,8 +286,9 @@ TEST_F(Catalogued, IsSearched) {
         {"", std::string(1 << 20, '"'), {}},
         {"", std::string(1 << 20, '('), {}},
     };
-    for (const auto &[filter, term, names] : table)
+    for (const auto &[filter, term, names] : table) {
         EXPECT_EQ(found(filter, term), names) << filter << " | " << term.substr(0, 40);
+    }
     NodeList nodes;
     EXPECT_EQ(store_->search(source_, "", "anna", {1, 2}, nodes), 0);
     ASSERT_EQ(nodes.size(), 2u);
@@ -372,9 +376,10 @@ TEST_F(Catalogued, KnowsEveryKey) {
     EXPECT_EQ(metadata(entry("albums", "B").id).artwork, data.artwork);
 
     const std::vector<std::string_view> many(10'000, "lyrics");
-    std::size_t bytes = 0;
-    for (const std::string &value : extended(song.id, many))
+    size_t bytes = 0;
+    for (const std::string &value : extended(song.id, many)) {
         bytes += value.size();
+    }
     EXPECT_LE(bytes, extended_bytes_max);
     EXPECT_GT(bytes, extended_bytes_max / 2);
 }
@@ -421,8 +426,9 @@ TEST_F(Catalogued, KeepsCoversOnce) {
 }
 
 TEST_F(Catalogued, HasPlaylists) {
-    for (const char *name : {"x/1", "x/2", "y/3"})
+    for (const char *name : {"x/1", "x/2", "y/3"}) {
         add(name + std::string(".flac"), {{"TITLE", name}});
+    }
     test::write_file(music_ / "x/Mix 10.m3u",
                      "#EXTM3U\n2.flac\n1.flac\n../y/3.flac\n2.flac\ngone.flac\n"
                      "../../out.flac\nhttp://host/stream\n");

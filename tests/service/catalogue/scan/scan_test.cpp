@@ -21,15 +21,17 @@ using Names = std::vector<std::string>;
 // Frames of silence: every field but the header's is zero.
 std::string mp3() {
     std::string file;
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < 20; ++i) {
         file += "\xFF\xFB\x10\xC0" + std::string(100, '\0');
+    }
     return file;
 }
 
 std::string little_endian(uint64_t number, int bytes) {
     std::string text;
-    for (int i = 0; i < bytes; ++i)
+    for (int i = 0; i < bytes; ++i) {
         text += static_cast<char>(number >> (8 * i));
+    }
     return text;
 }
 
@@ -93,16 +95,18 @@ class Scanned : public Collection {
             const std::string group = fmt::format("0 {} 1", getegid());
             if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0 || !tell("/proc/self/uid_map", user) ||
                 !tell("/proc/self/setgroups", "deny") || !tell("/proc/self/gid_map", group) ||
-                !prepare())
+                !prepare()) {
                 return forbidden;
+            }
             body();
             close();
             return HasFailure() ? 1 : 0;
         });
         const std::string output = child.rest();
         const int status = child.wait();
-        if (status == forbidden)
+        if (status == forbidden) {
             GTEST_SKIP() << "no namespaces here";
+        }
         EXPECT_EQ(status, 0) << output;
     }
 };
@@ -148,12 +152,14 @@ TEST_F(Scanned, LeavesOutWhatIsBadAndSaysSoOnce) {
     fs::create_symlink("/etc/hostname", music_ / "text"); // nobody would take it for music
     mkfifo((music_ / "pipe.mp3").c_str(), 0600);
     std::string deep;
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 100; ++i) {
         deep += "d/";
+    }
     add(deep + "deep.flac");
     fs::path deeper = music_ / "d";
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 300; ++i) {
         deeper /= "e";
+    }
     fs::create_directories(deeper);
     std::string half;
     {
@@ -193,19 +199,22 @@ TEST_F(Scanned, LeavesOutWhatIsBadAndSaysSoOnce) {
 }
 
 TEST_F(Scanned, ReadsOnlyWhatChangedAndKeepsIds) {
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < 20; ++i) {
         add(fmt::format("{}/{}.flac", i % 3, i), {{"TITLE", fmt::format("t{}", i)},
                                                   {"ARTIST", fmt::format("a{}", i % 4)},
                                                   {"ALBUM", fmt::format("b{}", i % 4)},
                                                   {"GENRE", "g"},
                                                   {"DATE", "1999"}});
+    }
     open();
     EXPECT_EQ(last().read, 20);
     const auto ids = [&] {
         Names all;
-        for (const char *menu : {"artists", "albums", "genres", "years", "songs", "folders"})
-            for (const Node &node : browse(menu))
+        for (const char *menu : {"artists", "albums", "genres", "years", "songs", "folders"}) {
+            for (const Node &node : browse(menu)) {
                 all.push_back(node.id);
+            }
+        }
         return all;
     };
     const Names before = ids();
@@ -291,8 +300,9 @@ TEST_F(Scanned, KeepsWhatItKnowsOfADirectoryThatIsGone) {
     fs::rename(music_, away);
     for (const bool is_place :
          {false, true}) { // gone from the beginning, like a disk's place or not
-        if (is_place)
+        if (is_place) {
             fs::create_directory(music_);
+        }
         open(false);
         store_->start_scanning();
         await([&] { return status() == VANTRO_SOURCE_UNAVAILABLE; });
@@ -305,8 +315,9 @@ TEST_F(Scanned, KeepsWhatItKnowsOfAFolderThatCannotBeRead) {
     add("open/1.flac", {{"TITLE", "one"}});
     add("shut/2.flac", {{"TITLE", "two"}});
     fs::create_directory(state_);
-    for (const fs::path &each : {fs::path(path_), music_, music_ / "shut", state_})
+    for (const fs::path &each : {fs::path(path_), music_, music_ / "shut", state_}) {
         ASSERT_EQ(chown(each.c_str(), test::plain_user(), -1), 0);
+    }
     test::Process child([&] { // as somebody who may not read everything
         test::become_plain_user();
         open();
@@ -356,7 +367,7 @@ TEST_F(Scanned, HasSeveralSources) {
     open();
     EXPECT_EQ(store_->sources()[1].id, first);
     add("2.flac", {{"TITLE", "new"}});
-    for (const std::size_t each : {1, 2}) {
+    for (const size_t each : {1, 2}) {
         source_ = store_->sources()[each].id;
         await([&] { return found("title", "new").size() == 1; });
     }
@@ -380,8 +391,9 @@ TEST_F(Scanned, MovesADamagedCatalogueAside) {
     EXPECT_TRUE(fs::exists(file.native() + ".bad-2")) << "never over an earlier one";
 
     // Damaged while it is in use.
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 200; ++i) {
         add(fmt::format("{}.flac", i), {{"TITLE", fmt::format("t{}", i)}});
+    }
     scan();
     close();
     open(false);
@@ -406,8 +418,9 @@ TEST_F(Scanned, MovesADamagedCatalogueAside) {
 TEST_F(Scanned, GoesOnWhenTheDiskHasRoomAgain) {
     add("1.flac", {{"TITLE", "one"}});
     open();
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 200; ++i) {
         add(fmt::format("x/{}.flac", i), {{"TITLE", fmt::format("t{}", i)}}, png(1, 1, "cover"));
+    }
     open(false);
     // A limit on the size of files stands for a full disk.
     rlimit before = {};
@@ -443,8 +456,9 @@ TEST_F(Scanned, StartsOnAFullDiskWithWhatItKnows) {
         std::string wrong;
         EXPECT_EQ(open_store(options, wrong), nullptr);
         EXPECT_NE(wrong.find("full"), std::string::npos) << wrong;
-        for (const fs::path &each : fs::directory_iterator(state_))
+        for (const fs::path &each : fs::directory_iterator(state_)) {
             fs::remove_all(each);
+        }
         open();
         close();
         fill();
@@ -464,15 +478,17 @@ TEST_F(Scanned, StartsOnAFullDiskWithWhatItKnows) {
 TEST_F(Scanned, LooksAgainWhereWatchesRunOut) {
     settle_ = std::chrono::milliseconds(20);
     rescan_unwatched_ = std::chrono::milliseconds(100);
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; ++i) {
         add(fmt::format("{}/0.flac", i), {{"TITLE", fmt::format("first {}", i)}});
+    }
     const auto few_watches = [] {
         return bool(std::ofstream("/proc/sys/user/max_inotify_watches") << 3 << std::flush);
     };
     in_namespaces_of_its_own(few_watches, [&] {
         open();
-        for (int i = 0; i < 5; ++i)
+        for (int i = 0; i < 5; ++i) {
             add(fmt::format("{}/1.flac", i), {{"TITLE", fmt::format("second {}", i)}});
+        }
         await([&] { return names("songs").size() == 10; });
         const Names lines = complaints();
         ASSERT_EQ(lines.size(), 1u) << testing::PrintToString(lines);
@@ -520,29 +536,33 @@ TEST_F(Scanned, SaysWhatCannotBeHad) {
 }
 
 TEST_F(Scanned, AnswersWhileItScans) {
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 300; ++i) {
         add(fmt::format("{}/{}.flac", i % 10, i), {{"TITLE", fmt::format("t{}", i)},
                                                    {"ARTIST", fmt::format("a{}", i % 7)},
                                                    {"GENRE", "g"}});
+    }
     open(false);
     std::atomic<bool> end = false;
     std::vector<std::thread> readers;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         readers.emplace_back([&] {
             while (!end) {
                 const std::vector<Node> songs = browse("songs");
                 const std::vector<Node> root = browse("");
-                EXPECT_LE(songs.size(), static_cast<std::size_t>(root.at(4).count));
+                EXPECT_LE(songs.size(), static_cast<size_t>(root.at(4).count));
                 found("", "t1");
                 all_songs();
-                for (const Node &artist : browse("artists"))
+                for (const Node &artist : browse("artists")) {
                     metadata(artist.id);
+                }
             }
         });
+    }
     scan();
     end = true;
-    for (std::thread &reader : readers)
+    for (std::thread &reader : readers) {
         reader.join();
+    }
     EXPECT_EQ(names("songs").size(), 300u);
     store_->rescan();
     store_->stop_scanning(); // in the middle of it

@@ -16,10 +16,12 @@ TEST(Names, AreOrderedAsPeopleExpect) {
     const std::vector<std::string> ordered = {
         "",      "#1",     "1",     "2",       "002a",     "10",  "a",     "A1x",  "a2",  "A10",
         "Émile", "Emilia", "emily", "Track 2", "track 10", "Træ", "Ωmega", "Ёлка", "жук", "日本"};
-    for (std::size_t i = 0; i < ordered.size(); ++i)
-        for (std::size_t j = i + 1; j < ordered.size(); ++j)
+    for (size_t i = 0; i < ordered.size(); ++i) {
+        for (size_t j = i + 1; j < ordered.size(); ++j) {
             EXPECT_LT(sort_key(ordered[i]), sort_key(ordered[j]))
                 << ordered[i] << ", " << ordered[j];
+        }
+    }
     EXPECT_EQ(sort_key("x"), sort_key("x"));
     EXPECT_LE(sort_key(std::string(1 << 20, 'x')).size(), sort_key_max);
     sort_key("\xFF\xFE\x80 not UTF-8"); // is no failure
@@ -44,8 +46,9 @@ TEST(NodeIds, AreReadBackAndNothingElseIs) {
     EXPECT_EQ(parse_node_id("y1999")->key, 1999);
     for (const char *id :
          {"s", "s00000000000000g", "s0000000000000ABC", "s 00000000000abc", "A0000000000000abc",
-          "s00000000000000000", "y01999", "y", "y99999999999999999999", "y-", "songs2"})
+          "s00000000000000000", "y01999", "y", "y99999999999999999999", "y-", "songs2"}) {
         EXPECT_FALSE(parse_node_id(id)) << id;
+    }
     EXPECT_NE(key_of(kind_song, "x"), key_of(kind_folder, "x"));
     EXPECT_NE(key_of(kind_song, "x"), key_of(kind_song, "x", 1));
 }
@@ -58,10 +61,12 @@ TEST(Pictures, TellTheirSize) {
     EXPECT_EQ(head->width, 640);
     EXPECT_EQ(head->height, 480);
     EXPECT_EQ(picture_head(png(3, 4))->height, 4);
-    for (std::size_t size = 0; size + 1 < jpeg.size(); ++size)
+    for (size_t size = 0; size + 1 < jpeg.size(); ++size) {
         EXPECT_FALSE(picture_head(jpeg.substr(0, size)));
-    for (std::size_t size = 0; size < 24; ++size)
+    }
+    for (size_t size = 0; size < 24; ++size) {
         EXPECT_FALSE(picture_head(png(3, 4).substr(0, size)));
+    }
     EXPECT_FALSE(picture_head(png(0, 4)));
     EXPECT_FALSE(picture_head(png(0xFFFFFFFF, 4)));
     EXPECT_FALSE(picture_head(std::string("\xFF\xD8\xFF\xE0\x00\x01 a length that goes back", 28)));
@@ -73,10 +78,12 @@ TEST(Pictures, TellTheirSize) {
     }
     int rank = 0;
     for (const char *name :
-         {"cover.jpg", "Folder.JPEG", "FRONT.png", "albumCover.png", "album.Jpg", "back.jpg"})
+         {"cover.jpg", "Folder.JPEG", "FRONT.png", "albumCover.png", "album.Jpg", "back.jpg"}) {
         EXPECT_EQ(picture_rank(name), rank++) << name;
-    for (const char *name : {"cover.gif", "cover", "cover.jpg.txt"})
+    }
+    for (const char *name : {"cover.gif", "cover", "cover.jpg.txt"}) {
         EXPECT_FALSE(picture_rank(name)) << name;
+    }
 }
 
 TEST(Playlists, AreParsed) {
@@ -114,11 +121,12 @@ TEST(Terms, AreWordsAndNothingElse) {
     EXPECT_EQ(match_expression("\n \t"), "");
     EXPECT_LE(match_expression(std::string(1 << 20, '"')).size(), 2 * search_bytes_max + 8);
     std::string many;
-    for (int i = 0; i < 100'000; ++i)
+    for (int i = 0; i < 100'000; ++i) {
         many += "w ";
+    }
     const std::string expression = match_expression(many);
     EXPECT_EQ(std::count(expression.begin(), expression.end(), '*'),
-              static_cast<std::ptrdiff_t>(search_words_max));
+              static_cast<ptrdiff_t>(search_words_max));
 }
 
 } // namespace

@@ -21,7 +21,7 @@ class Catalogue : public Vantroctl {
         std::filesystem::create_directory(path_ + "/more");
     }
 
-    /** The node that the last list printed with this name. */
+    // The node that the last list printed with this name.
     std::string node(const std::string &name) {
         std::istringstream lines(said_);
         for (std::string line; std::getline(lines, line);) {

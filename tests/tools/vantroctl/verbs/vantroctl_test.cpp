@@ -8,7 +8,7 @@
 namespace vantro::ctl {
 namespace {
 
-/** How the service of a test behaves. */
+// How the service of a test behaves.
 enum class Manner { deaf, silent, knows_no_player, refuses, dies };
 
 Manner manner;
@@ -27,7 +27,7 @@ int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
     return callout_reply(open, context, 0, &result, sizeof result);
 }
 
-/** A service in a process of its own; returns once it can be found. */
+// A service in a process of its own; returns once it can be found.
 class Service {
   public:
     explicit Service(Manner with, const char *options = nullptr, bool plain = false)

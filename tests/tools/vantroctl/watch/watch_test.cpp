@@ -16,7 +16,7 @@ class Watch : public Vantroctl {
     }
     void start() { start_vantrod({"--music", path_ + "/music"}); }
 
-    /** The next line behind time and player; positions that nobody asks for are passed over. */
+    // The next line behind time and player; positions that nobody asks for are passed over.
     static std::string next(test::Process &watch, bool position = false) {
         std::string line;
         do {
@@ -42,7 +42,7 @@ class Watch : public Vantroctl {
     }
 };
 
-/** The tool at a terminal of its own. */
+// The tool at a terminal of its own.
 class Screen {
   public:
     Screen() {
@@ -61,7 +61,7 @@ class Screen {
         close(slave_);
     }
 
-    /** Reads until this has appeared; what came before is forgotten. */
+    // Reads until this has appeared; what came before is forgotten.
     void until(const std::string &text) {
         std::string said;
         for (char byte; !said.ends_with(text); said += byte) {
@@ -70,7 +70,7 @@ class Screen {
     }
     void press(char key) { EXPECT_EQ(write(master_, &key, 1), 1); }
 
-    /** Ends when the terminal is given back. @return the exit code. */
+    // Ends when the terminal is given back. @return the exit code.
     int end() {
         until("\x1B[?25h\x1B[?1049l");
         const int code = tool_->wait();
