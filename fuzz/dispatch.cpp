@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr size_t STEPS_MAX = 64;
+constexpr size_t steps_max = 64;
 
 void require(bool holds) {
     if (!holds) {
@@ -95,7 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const int by_name = global_name_open("csm/name/default", 0);
     const int by_path = platform_open("/sys/csm/path/default", O_RDWR);
     require(by_name != -1 && by_path != -1);
-    for (size_t step = 0; step < STEPS_MAX && size >= 3; step++) {
+    for (size_t step = 0; step < steps_max && size >= 3; step++) {
         const size_t length = std::min<size_t>(data[1] | data[2] << 8, size - 3);
         const int connection = data[0] & 1 ? by_path : by_name;
         char reply[256];

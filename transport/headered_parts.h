@@ -17,10 +17,10 @@
 namespace vantro::transport {
 
 // Most parts a caller may give: the header and the platform's frame take one place each.
-inline constexpr int PARTS_MAX = IOV_MAX - 2;
+inline constexpr int parts_max = IOV_MAX - 2;
 
 // Parts of a caller's vector that cost no heap.
-inline constexpr int STACK_PARTS = 32;
+inline constexpr int stack_parts = 32;
 
 // Bytes of all parts, or more than any message has where they are too many to count.
 inline uint64_t sum_parts(const iovec *parts, int count) {
@@ -39,12 +39,12 @@ inline uint64_t sum_parts(const iovec *parts, int count) {
 class HeaderedParts {
   public:
     HeaderedParts(TransportHeader *header, const iovec *parts, int count) {
-        if (count < 0 || count > PARTS_MAX) {
+        if (count < 0 || count > parts_max) {
             errno = EINVAL;
             return;
         }
         iovec *vector = few_;
-        if (count > STACK_PARTS) {
+        if (count > stack_parts) {
             many_ = static_cast<iovec *>(std::malloc((size_t(count) + 1) * sizeof(iovec)));
             if (!many_) {
                 errno = ENOMEM;
@@ -52,7 +52,7 @@ class HeaderedParts {
             }
             vector = many_;
         }
-        vector[0] = {header, HEADER_BYTES};
+        vector[0] = {header, header_bytes};
         if (count > 0) {
             std::memcpy(vector + 1, parts, size_t(count) * sizeof(iovec));
         }
@@ -72,7 +72,7 @@ class HeaderedParts {
     int count() const { return count_; }
 
   private:
-    iovec few_[STACK_PARTS + 1];
+    iovec few_[stack_parts + 1];
     iovec *many_ = nullptr;
     const iovec *vector_ = nullptr;
     int count_ = 0;

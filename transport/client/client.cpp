@@ -22,7 +22,7 @@ namespace vantro::transport {
 TransportHeader request_header(const MsgClient &client, int kind) {
     TransportHeader header = {};
     header.kind = static_cast<uint8_t>(kind);
-    header.version = TRANSPORT_VERSION;
+    header.version = transport_version;
     header.service_index = static_cast<int16_t>(client.service_index);
     header.open_index = static_cast<int16_t>(client.open_index);
     return header;
@@ -35,7 +35,7 @@ int exchange(const MsgClient &client, TransportHeader *header, const iovec *send
         return errno;
     }
     int status;
-    if (reply_count == NO_REPLY) {
+    if (reply_count == no_reply) {
         status = ipc_send(client.connection, out.data(), out.count(), nullptr, 0);
     } else {
         // The reply header lands in the request header, which has left by then.
@@ -50,8 +50,8 @@ int exchange(const MsgClient &client, TransportHeader *header, const iovec *send
 
 namespace {
 
-constexpr char PATH_FORMAT[] = "/sys/csm/%s/%s";
-constexpr size_t PATH_PREFIX = sizeof "/sys/" - 1; // a global name is the path without it
+constexpr char path_format[] = "/sys/csm/%s/%s";
+constexpr size_t path_prefix = sizeof "/sys/" - 1; // a global name is the path without it
 
 void close_connection(const MsgClient &client) {
     if (client.opened_by_path) {
@@ -66,7 +66,7 @@ int connect_service(MsgClient *client, const char *path) {
     client->connection = platform_open(path, O_RDWR);
     client->opened_by_path = client->connection != -1;
     if (!client->opened_by_path) {
-        client->connection = global_name_open(path + PATH_PREFIX, 0);
+        client->connection = global_name_open(path + path_prefix, 0);
     }
     return client->connection == -1 ? -1 : 0;
 }
@@ -76,10 +76,10 @@ int handshake(MsgClient *client, size_t name_length, uint16_t code) {
     TransportHeader header = request_header(*client, MSG_KIND_OPEN);
     header.code = code;
     header.send_length = static_cast<uint32_t>(name_length + 1);
-    header.reply_length = HEADER_BYTES;
+    header.reply_length = header_bytes;
     const iovec name = {client->service_name, name_length + 1};
-    const iovec request[] = {{&header, HEADER_BYTES}, name};
-    const iovec reply = {&header, HEADER_BYTES};
+    const iovec request[] = {{&header, header_bytes}, name};
+    const iovec reply = {&header, header_bytes};
     const int status = ipc_send(client->connection, request, 2, &reply, 1);
     if (status !=
         0) { // an open has no status of its own: whoever sends one speaks another protocol
@@ -96,7 +96,7 @@ int handshake(MsgClient *client, size_t name_length, uint16_t code) {
 // @return 0, or what the exchange gives without being tried.
 int set_lengths(TransportHeader *header, const iovec *send, int send_count, const iovec *reply,
                 int reply_count) {
-    if (send_count < 0 || send_count > PARTS_MAX || reply_count < 0 || reply_count > PARTS_MAX) {
+    if (send_count < 0 || send_count > parts_max || reply_count < 0 || reply_count > parts_max) {
         return EINVAL;
     }
     const uint64_t send_length = sum_parts(send, send_count);
@@ -143,7 +143,7 @@ MsgClient *msgclient_open(const char *service_name, const char *instance, uint16
         return nullptr;
     }
     char path[MSG_NAME_AND_INSTANCE_MAX + sizeof "/sys/csm//"];
-    std::snprintf(path, sizeof path, PATH_FORMAT, service_name, instance);
+    std::snprintf(path, sizeof path, path_format, service_name, instance);
 
     auto *client = static_cast<MsgClient *>(std::calloc(1, sizeof(MsgClient)));
     if (!client) {
@@ -172,7 +172,7 @@ int msgclient_close(MsgClient *client) {
         return 0;
     }
     TransportHeader header = request_header(*client, MSG_KIND_CLOSE);
-    header.send_length = HEADER_BYTES;
+    header.send_length = header_bytes;
     ipc_send_simple(client->connection, &header, sizeof header, nullptr, 0);
     close_connection(*client);
     release_pulse_channel(client);
@@ -215,8 +215,8 @@ int msgclient_putv(MsgClient *client, uint32_t tag, const iovec *parts, int coun
     }
     header.code = code;
     header.tag = tag;
-    header.reply_length = PUT_REPLY_LENGTH;
-    return exchange(*client, &header, parts, count, nullptr, NO_REPLY);
+    header.reply_length = put_reply_length;
+    return exchange(*client, &header, parts, count, nullptr, no_reply);
 }
 
 int msgclient_get(MsgClient *client, uint32_t tag, void *reply, uint32_t reply_length,

@@ -7,7 +7,7 @@
 namespace vantro::transport {
 
 // Count of a reply vector: the exchange takes no reply data, not even a header.
-inline constexpr int NO_REPLY = -1;
+inline constexpr int no_reply = -1;
 
 // A header of that kind with the client's two indices.
 TransportHeader request_header(const MsgClient &client, int kind);

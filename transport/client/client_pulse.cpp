@@ -28,7 +28,7 @@ using namespace vantro::transport;
 namespace {
 
 constexpr int PULSE_PRIORITY = 10;
-constexpr int PULSE_CODE = 0;
+constexpr int pulse_code = 0;
 
 } // namespace
 
@@ -37,10 +37,10 @@ int msgclient_notify(MsgClient *client, uint32_t queue_limit, const ipc_event *e
         return EINVAL;
     }
     TransportHeader header = request_header(*client, MSG_KIND_NOTIFY);
-    header.send_length = EVENT_BYTES;
+    header.send_length = event_bytes;
     header.reply_length = queue_limit;
-    const iovec part = {const_cast<ipc_event *>(event), EVENT_BYTES};
-    return exchange(*client, &header, &part, 1, nullptr, NO_REPLY);
+    const iovec part = {const_cast<ipc_event *>(event), event_bytes};
+    return exchange(*client, &header, &part, 1, nullptr, no_reply);
 }
 
 int msgclient_notify_pulse(MsgClient *client, uint32_t queue_limit) {
@@ -61,7 +61,7 @@ int msgclient_notify_pulse(MsgClient *client, uint32_t queue_limit) {
     ipc_event event = {};
     event.kind = IPC_EVENT_PULSE;
     event.connection = client->pulse_connection;
-    event.code = PULSE_CODE;
+    event.code = pulse_code;
     event.priority = PULSE_PRIORITY;
     return msgclient_notify(client, queue_limit, &event);
 }

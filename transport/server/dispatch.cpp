@@ -72,7 +72,7 @@ void sweep(MsgServer *server, int32_t conn_id) {
                 free_open(open);
             } else {
                 open->closed = 1;
-                open->conn_id = NO_CONNECTION; // the id may be another client's before long
+                open->conn_id = no_connection; // the id may be another client's before long
             }
         }
     }
@@ -101,7 +101,7 @@ int copy_to_framework(const MsgContext &context, path_context *framework) {
     const size_t length =
         std::min(static_cast<size_t>(context.info.msg_length), framework->message_max);
     if (length >= payload_capacity(context) +
-                      HEADER_BYTES) { // there may be more of it than the receive buffer took
+                      header_bytes) { // there may be more of it than the receive buffer took
         const ssize_t count =
             ipc_read(context.receive_id, framework->message, framework->message_max, 0);
         if (count == -1) {
@@ -110,7 +110,7 @@ int copy_to_framework(const MsgContext &context, path_context *framework) {
         framework->message_length = static_cast<size_t>(count);
         return 0;
     }
-    const size_t head = std::min(length, size_t(HEADER_BYTES));
+    const size_t head = std::min(length, size_t(header_bytes));
     std::memcpy(framework->message, context.header, head);
     if (length > head) {
         std::memcpy(framework->message + head, context.payload, length - head);
@@ -135,7 +135,7 @@ void dispatch_foreign(const Dispatch &now) {
 }
 
 bool is_transport(const MsgContext &context) {
-    if (context.info.msg_length < HEADER_BYTES) {
+    if (context.info.msg_length < header_bytes) {
         return false;
     }
     const uint16_t word = first_word(context.header);
@@ -159,7 +159,7 @@ int check_path_access(const Dispatch &now, const MsgService &service) {
     // The framework finds all of the client's groups through its own view of the message.
     path_context *framework = framework_view(now);
     path_attr_lock(service.attr);
-    const int refused = path_check_access(framework, service.attr, OPEN_ACCESS, &client);
+    const int refused = path_check_access(framework, service.attr, open_access, &client);
     path_attr_unlock(service.attr);
     return refused;
 }
@@ -170,7 +170,7 @@ bool has_too_many_opens(const MsgService &service, int32_t conn_id) {
         const auto *open = static_cast<MsgOsb *>(_array_get(service.opens, i));
         count += open && open->conn_id == conn_id;
     }
-    return count >= OPENS_PER_CONNECTION_MAX;
+    return count >= opens_per_connection_max;
 }
 
 // Makes the open record, with one reference. @return null where there is no room for it.
@@ -225,7 +225,7 @@ void dispatch_open(const Dispatch &now, MsgService *service) {
         open->unaccepted = 0;
         now.lock.release();
     }
-    ipc_reply(now.receive_id(), 0, now.context->header, HEADER_BYTES);
+    ipc_reply(now.receive_id(), 0, now.context->header, header_bytes);
 }
 
 void dispatch_close(const Dispatch &now, MsgService *service, MsgOsb *open) {
@@ -242,7 +242,7 @@ void dispatch_close(const Dispatch &now, MsgService *service, MsgOsb *open) {
 }
 
 void dispatch_notify(const Dispatch &now, MsgOsb *open) {
-    if (payload_received(*now.context) < EVENT_BYTES) {
+    if (payload_received(*now.context) < event_bytes) {
         return now.refuse(EINVAL);
     }
     const auto wanted = static_cast<int32_t>(now.context->header->reply_length);

@@ -23,14 +23,14 @@ bool may_hold(const MsgOsb &open, int32_t length) {
     if (open.queued == 0 || open.queued < open.queue_limit) {
         return true;
     }
-    if (open.queued > HELD_ANSWERS_MAX) {
+    if (open.queued > held_answers_max) {
         return false;
     }
     int64_t further = length;
     for (const MsgPending *held = open.pending; held->next; held = held->next) {
         further += held->length;
     }
-    return further <= HELD_BYTES_MAX;
+    return further <= held_bytes_max;
 }
 
 void link(MsgOsb *open, MsgPending *pending) {
@@ -125,14 +125,14 @@ void fetch_answer(MsgOsb *open, const MsgContext &context) {
     }
     header.reply_length = static_cast<uint32_t>(pending->length);
     if (pending->length > capacity) {
-        const iovec announcement = {&header, HEADER_BYTES};
+        const iovec announcement = {&header, header_bytes};
         answer(context.receive_id, MSG_STATUS_QUEUED, &announcement, 1);
         return;
     }
     unlink(open, place);
     lock.release();
 
-    const iovec reply[] = {{&header, HEADER_BYTES},
+    const iovec reply[] = {{&header, header_bytes},
                            {answer_bytes(pending), static_cast<size_t>(pending->length)}};
     if (ipc_replyv(context.receive_id, pending->status, reply, 2) == 0) {
         std::free(pending);

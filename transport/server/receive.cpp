@@ -32,7 +32,7 @@ namespace {
 // Fills an empty context. @return false where something could not be had.
 bool fill_context(MsgContext *context, MsgServer *server) {
     const int64_t capacity = round_capacity(__atomic_load_n(&server->recv_size, __ATOMIC_RELAXED));
-    if (capacity > INT32_MAX - HEADER_BYTES) {
+    if (capacity > INT32_MAX - header_bytes) {
         return false;
     }
     if (server->flags & MSGSERVER_FLAG_PATH) {
@@ -42,7 +42,7 @@ bool fill_context(MsgContext *context, MsgServer *server) {
         }
     }
     context->payload_size = static_cast<int32_t>(capacity);
-    context->header = static_cast<TransportHeader *>(std::malloc(size_t(capacity) + HEADER_BYTES));
+    context->header = static_cast<TransportHeader *>(std::malloc(size_t(capacity) + header_bytes));
     if (!context->header) {
         return false;
     }
@@ -63,16 +63,16 @@ MsgContext *make_context(MsgServer *server) {
 int receive_into(MsgContext *context, int channel) {
     const size_t capacity = payload_capacity(*context);
     if (context->payload == behind_header(*context)) {
-        const iovec whole = {context->header, capacity + HEADER_BYTES};
+        const iovec whole = {context->header, capacity + header_bytes};
         return ipc_receive(channel, &whole, 1, &context->info);
     }
-    const iovec parts[] = {{context->header, HEADER_BYTES}, {context->payload, capacity}};
+    const iovec parts[] = {{context->header, header_bytes}, {context->payload, capacity}};
     return ipc_receive(channel, parts, 2, &context->info);
 }
 
 // Whether the message in hand is a request with a payload of any length.
 bool carries_payload(const MsgContext &context) {
-    if (context.receive_id <= 0 || context.info.msg_length < HEADER_BYTES) {
+    if (context.receive_id <= 0 || context.info.msg_length < header_bytes) {
         return false;
     }
     const uint16_t word = first_word(context.header);
@@ -92,7 +92,7 @@ int complete_payload(MsgServer *server, MsgContext *context) {
     const int64_t stated = context->header->send_length;
     // Refused before the buffer grows: a length that is not backed by bytes costs nobody memory,
     // and what earlier messages left in the buffer is never taken for this one's.
-    if (stated > int64_t(context->info.total_length) - HEADER_BYTES) {
+    if (stated > int64_t(context->info.total_length) - header_bytes) {
         return refuse(context, EIO);
     }
     if (stated <= context->payload_size) {
@@ -106,7 +106,7 @@ int complete_payload(MsgServer *server, MsgContext *context) {
         return refuse(context, errno);
     }
     const ssize_t count =
-        ipc_read(context->receive_id, context->payload, static_cast<size_t>(stated), HEADER_BYTES);
+        ipc_read(context->receive_id, context->payload, static_cast<size_t>(stated), header_bytes);
     if (count == -1) {
         return refuse(context, errno);
     }
@@ -147,7 +147,7 @@ int32_t msgserver_growmsg(MsgServer *server, int32_t size) {
         errno = EMSGSIZE;
         return -1;
     }
-    void *buffer = std::realloc(context->header, size_t(size) + HEADER_BYTES);
+    void *buffer = std::realloc(context->header, size_t(size) + header_bytes);
     if (!buffer) {
         return -1;
     }

@@ -29,7 +29,7 @@ void deliver_event(MsgOsb *open, int32_t receive_id, uint32_t tag) {
     ipc_event event;
     {
         const ServerLock lock(open->server);
-        if (open->conn_id == NO_CONNECTION) {
+        if (open->conn_id == no_connection) {
             return;
         }
         event = open->event;
@@ -59,7 +59,7 @@ int32_t answer_request(MsgOsb *open, MsgContext *context, int32_t status, const 
         if (put_queue(open, status, header->tag, parts, count, &held) != 0) {
             return ENOMEM;
         }
-        const iovec announcement = {header, HEADER_BYTES};
+        const iovec announcement = {header, header_bytes};
         if (answer(context->receive_id, MSG_STATUS_QUEUED, &announcement, 1) == 0) {
             return 0;
         }

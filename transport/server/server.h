@@ -29,23 +29,23 @@ namespace vantro::transport {
 
 // Answers that one open may hold besides its oldest, beyond the queue limit it was granted:
 //  enough for a client whose every thread overflows at once, and no way to fill the server.
-inline constexpr int32_t HELD_ANSWERS_MAX = 64;
+inline constexpr int32_t held_answers_max = 64;
 
 // Bytes that those answers may have together.
-inline constexpr int64_t HELD_BYTES_MAX = 16 * 1024 * 1024;
+inline constexpr int64_t held_bytes_max = 16 * 1024 * 1024;
 
 // Opens of one service by one connection. A client needs one, and the indices of a service, of
 //  which there are 2^15, are not for one client to use up.
-inline constexpr int32_t OPENS_PER_CONNECTION_MAX = 1024;
+inline constexpr int32_t opens_per_connection_max = 1024;
 
 // The connection of an open record whose client vanished while an answer was owed.
-inline constexpr int32_t NO_CONNECTION = -1;
+inline constexpr int32_t no_connection = -1;
 
 // Capacities of receive buffers are multiples of this.
-inline constexpr int32_t CAPACITY_STEP = 1024;
+inline constexpr int32_t capacity_step = 1024;
 
 // The permissions that an open in path mode must have: to read and to write.
-inline constexpr uint32_t OPEN_ACCESS = PATH_ACCESS_READ | PATH_ACCESS_WRITE;
+inline constexpr uint32_t open_access = PATH_ACCESS_READ | PATH_ACCESS_WRITE;
 
 // The server lock, held until release() or the end of the scope.
 class ServerLock {
@@ -79,14 +79,14 @@ MsgContext *context_of(const MsgServer *server);
 // Frees a receive context; null does nothing. Also the destructor of the server's thread key.
 void destructer(void *context);
 
-// The least multiple of CAPACITY_STEP that is at least `size`.
+// The least multiple of capacity_step that is at least `size`.
 inline int64_t round_capacity(int64_t size) {
-    return (size + CAPACITY_STEP - 1) / CAPACITY_STEP * CAPACITY_STEP;
+    return (size + capacity_step - 1) / capacity_step * capacity_step;
 }
 
 // Where payloads normally go: directly behind the header.
 inline uint8_t *behind_header(const MsgContext &context) {
-    return reinterpret_cast<uint8_t *>(context.header) + HEADER_BYTES;
+    return reinterpret_cast<uint8_t *>(context.header) + header_bytes;
 }
 
 // Payload bytes that the next message may have without being cut.
@@ -97,7 +97,7 @@ inline size_t payload_capacity(const MsgContext &context) {
 // Payload bytes of the message in hand that lie at `payload`. What is behind them there came
 //  with earlier messages and is nobody's business now.
 inline int32_t payload_received(const MsgContext &context) {
-    return std::max(context.info.msg_length - HEADER_BYTES, 0);
+    return std::max(context.info.msg_length - header_bytes, 0);
 }
 
 // Finds the service that the message in hand is for, with the server lock held.

@@ -23,12 +23,12 @@ struct Free {
 using Text = std::unique_ptr<char, Free>;
 
 // Values that the path framework stores and does not look at.
-constexpr uint32_t MOUNT_CONFIGURATION = 0x10;
-constexpr unsigned ATTACH_FLAGS = 0x200;
-constexpr int FILE_TYPE_ANY = 0;
+constexpr uint32_t mount_configuration = 0x10;
+constexpr unsigned attach_flags = 0x200;
+constexpr int file_type_any = 0;
 
-constexpr uint32_t NAMED_SPECIAL_FILE = 0x5000;
-constexpr uint32_t PERMISSION_BITS = 0666;
+constexpr uint32_t named_special_file = 0x5000;
+constexpr uint32_t permission_bits = 0666;
 
 // What all path-mode services of the process share.
 struct SharedPathTables {
@@ -38,7 +38,7 @@ struct SharedPathTables {
 
     SharedPathTables() {
         path_funcs_init(PATH_CONNECT_HANDLER_COUNT, &connect, PATH_IO_HANDLER_COUNT, &io);
-        mount.configuration = MOUNT_CONFIGURATION;
+        mount.configuration = mount_configuration;
     }
 };
 
@@ -75,8 +75,8 @@ bool attach_path(MsgServer *server, MsgService *service, int32_t index, const ch
         return false;
     }
     const char *options = service->options;
-    const uint32_t perms = option_number(options, "perms=", 8, PERMISSION_BITS) & PERMISSION_BITS;
-    path_attr_init(attr, NAMED_SPECIAL_FILE | perms, nullptr, nullptr);
+    const uint32_t perms = option_number(options, "perms=", 8, permission_bits) & permission_bits;
+    path_attr_init(attr, named_special_file | perms, nullptr, nullptr);
     attr->uid = option_number(options, "uid=", 10, attr->uid);
     attr->gid = option_number(options, "gid=", 10, attr->gid);
     attr->size = static_cast<uint64_t>(server->recv_size);
@@ -84,7 +84,7 @@ bool attach_path(MsgServer *server, MsgService *service, int32_t index, const ch
     attr->mount = &shared.mount;
 
     const path_attach_options defaults = {};
-    if (path_attach(server->dispatch, &defaults, path.get(), FILE_TYPE_ANY, ATTACH_FLAGS,
+    if (path_attach(server->dispatch, &defaults, path.get(), file_type_any, attach_flags,
                     &shared.connect, &shared.io, attr) < 0) {
         const int error = errno;
         pthread_mutex_destroy(&attr->lock);
@@ -187,8 +187,8 @@ MsgServer *msgserver_create(int32_t max_msg_size, int32_t queue_max, int32_t fla
             return nullptr;
         }
     }
-    server->recv_size = CAPACITY_STEP;
-    server->max_msg_size = std::max(max_msg_size, CAPACITY_STEP);
+    server->recv_size = capacity_step;
+    server->max_msg_size = std::max(max_msg_size, capacity_step);
     server->queue_max = queue_max;
     server->reply = callout_reply;
     server->replyv = callout_replyv;

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int32_t SLOT_STEP = 8;
+constexpr int32_t slot_step = 8;
 
 int32_t free_slot(const SlotArray &array) {
     void **end = array.slots + array.slot_count;
@@ -17,18 +17,18 @@ int32_t free_slot(const SlotArray &array) {
 
 bool grow(SlotArray *array) {
     constexpr size_t most = SIZE_MAX / sizeof(void *);
-    if (array->slot_count > INT32_MAX - SLOT_STEP || size_t(array->slot_count) > most - SLOT_STEP) {
+    if (array->slot_count > INT32_MAX - slot_step || size_t(array->slot_count) > most - slot_step) {
         errno = ENOMEM;
         return false;
     }
-    const size_t count = size_t(array->slot_count) + SLOT_STEP;
+    const size_t count = size_t(array->slot_count) + slot_step;
     auto **slots = static_cast<void **>(std::realloc(array->slots, count * sizeof(void *)));
     if (!slots) {
         return false;
     }
     std::fill(slots + array->slot_count, slots + count, nullptr);
     array->slots = slots;
-    array->slot_count += SLOT_STEP;
+    array->slot_count += slot_step;
     return true;
 }
 
