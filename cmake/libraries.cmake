@@ -20,19 +20,24 @@ function(vantro_shared_library name objects map)
   set_target_properties(${name} PROPERTIES
     LINKER_LANGUAGE CXX
     VERSION ${PROJECT_VERSION}
-    SOVERSION 1)
+    SOVERSION ${PROJECT_VERSION_MAJOR})
   target_link_options(${name} PRIVATE
     -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/${map})
   if(NOT VANTRO_SANITIZE)
     target_link_options(${name} PRIVATE -Wl,--no-undefined)
   endif()
   set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/${map})
-  target_link_libraries(${name} PUBLIC Threads::Threads)
+  target_link_libraries(${name} PRIVATE Threads::Threads)
 endfunction()
 
 vantro_shared_library(vantroplatform vantro_platform_objects vantroplatform.map)
-target_include_directories(vantroplatform INTERFACE ${PROJECT_SOURCE_DIR}/platform/include)
+target_include_directories(vantroplatform INTERFACE
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/platform/include>
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 
 vantro_shared_library(vantroclient vantro_client_objects vantroclient.map)
-target_include_directories(vantroclient INTERFACE ${PROJECT_SOURCE_DIR}/include)
+target_include_directories(vantroclient INTERFACE
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_link_libraries(vantroclient PUBLIC vantroplatform)

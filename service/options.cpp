@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <vantro/protocol.h>
+#include <vantro/version.h>
 
 namespace vantro::service {
 

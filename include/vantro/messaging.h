@@ -45,17 +45,23 @@
  *
  * A service that echoes:
  *
+ *     #include <errno.h>
+ *     #include <vantro/messaging.h>
+ *
  *     static int32_t echo(MsgOsb *open, MsgContext *context, MsgService *service) {
  *         const int32_t length = (int32_t)context->header->send_length;
  *         (void)service;
- *         if (callout_reply(open, context, 0, context->payload, length) == ENOMEM)
+ *         if (callout_reply(open, context, 0, context->payload, length) == ENOMEM) {
  *             ipc_error(context->receive_id, ENOMEM);
+ *         }
  *         return 0;
  *     }
+ *
  *     int main(void) {
  *         MsgServer *server = msgserver_create(65536, 16, MSGSERVER_FLAG_PATH);
- *         if (!server || msgserver_add(server, "echo", NULL, NULL, 1024, echo, NULL, NULL) < 0)
+ *         if (!server || msgserver_add(server, "echo", NULL, NULL, 1024, echo, NULL, NULL) < 0) {
  *             return 1;
+ *         }
  *         return msgserver_thread_loop(server);
  *     }
  */

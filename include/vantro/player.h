@@ -10,8 +10,9 @@
  *         VantroHandle *player = vantro_connect();
  *         VantroStateInfo *info = NULL;
  *         if (!player || vantro_open(player, "main") || vantro_play(player) ||
- *             vantro_get_current_state(player, &info))
+ *             vantro_get_current_state(player, &info)) {
  *             return 1;
+ *         }
  *         printf("state %d at rate %g\n", (int)info->state, info->rate);
  *         free(info);
  *         return vantro_disconnect(player);
@@ -19,14 +20,19 @@
  *
  * And its catalogue: the first hundred entries of a media source, "" being its top.
  *
+ *     #include <stdio.h>
+ *     #include <vantro/extras.h>
+ *
  *     int list(VantroHandle *player, int32_t ms_id) {
  *         MediaNode *nodes = NULL;
  *         int count = 100;
  *         int i;
- *         if (vantro_browse(player, ms_id, "", 0, &count, &nodes))
+ *         if (vantro_browse(player, ms_id, "", 0, &count, &nodes)) {
  *             return -1;
- *         for (i = 0; i < count; i++)
+ *         }
+ *         for (i = 0; i < count; i++) {
  *             printf("%s\n", nodes[i].name ? nodes[i].name : "");
+ *         }
  *         vantro_free_media_nodes(nodes, count);
  *         return 0;
  *     }
@@ -359,12 +365,19 @@ VANTRO_API int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const ch
  * Asks for values of a node by their keys. Needs a connected handle; without an open player the
  * service decides what it answers.
  *
- *     const char *const keys[] = {VANTRO_KEY_COMPOSER, VANTRO_KEY_BIT_RATE, NULL};
- *     char *values[2];
- *     if (vantro_get_extended_metadata(player, ms_id, node_id, keys, values) == 0) {
- *         printf("%s\n", values[0] ? values[0] : "no composer");
- *         free(values[0]);
- *         free(values[1]);
+ *     #include <stdio.h>
+ *     #include <stdlib.h>
+ *     #include <vantro/catalogue.h>
+ *     #include <vantro/player.h>
+ *
+ *     void print_composer(VantroHandle *player, int32_t ms_id, const char *node_id) {
+ *         const char *const keys[] = {VANTRO_KEY_COMPOSER, VANTRO_KEY_BIT_RATE, NULL};
+ *         char *values[2];
+ *         if (vantro_get_extended_metadata(player, ms_id, node_id, keys, values) == 0) {
+ *             printf("%s\n", values[0] ? values[0] : "no composer");
+ *             free(values[0]);
+ *             free(values[1]);
+ *         }
  *     }
  *
  * @param ms_id   `id` of the media source that holds the node.

@@ -18,6 +18,7 @@
 #include <fmt/format.h>
 
 #include <vantro/platform/message.h>
+#include <vantro/version.h>
 
 #include "tools/grantor/device.h"
 #include "tools/grantor/policy.h"

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <vantro/catalogue.h>
+#include <vantro/version.h>
 
 #include "tools/vantroctl/text/node_ref.h"
 #include "tools/vantroctl/text/time_text.h"

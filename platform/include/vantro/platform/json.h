@@ -1,14 +1,23 @@
 /**
  * Decoding a JSON text whose top is an object.
  *
- *   struct kivo_decoder decoder;
- *   if (kivo_decoder_initialize(&decoder, NULL) == 0) {
- *       kivo_decoder_parse_json_str(&decoder, text);
- *       kivo_decoder_push(&decoder, NULL);
- *       if (kivo_decoder_get_int(&decoder, "id", &id) != 0) id = -1;
- *       kivo_decoder_pop(&decoder);
- *       kivo_decoder_cleanup(&decoder);
- *   }
+ *     #include <stddef.h>
+ *     #include <vantro/platform/json.h>
+ *
+ *     int read_id(char *text) {
+ *         struct kivo_decoder decoder;
+ *         int id = -1;
+ *         if (kivo_decoder_initialize(&decoder, NULL) == 0) {
+ *             kivo_decoder_parse_json_str(&decoder, text);
+ *             kivo_decoder_push(&decoder, NULL);
+ *             if (kivo_decoder_get_int(&decoder, "id", &id) != 0) {
+ *                 id = -1;
+ *             }
+ *             kivo_decoder_pop(&decoder);
+ *             kivo_decoder_cleanup(&decoder);
+ *         }
+ *         return id;
+ *     }
  *
  * The decoder lives in the caller's frame. It parses in place: the text is written to, and the
  * strings that come out of it lie in it, and stay valid for as long as it does. Texts of up to some

@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# Installs the build into an empty prefix, moves it, and uses only what lies there: the programs
+# start, and programs in C and C++ are built against it by pkg-config and by CMake.
+#   install.sh BUILD-DIRECTORY SOURCE-DIRECTORY
+set -euo pipefail
+build=$1 source=$2
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+fail() {
+    echo "install: $*" >&2
+    exit 1
+}
+
+cmake --install "$build" --prefix "$scratch/first" >"$scratch/log" || { cat "$scratch/log"; fail "cmake --install"; }
+prefix="$scratch/moved to a place with spaces"
+mv "$scratch/first" "$prefix"
+unset LD_LIBRARY_PATH
+export XDG_RUNTIME_DIR=$scratch/runtime
+mkdir -m 0700 "$XDG_RUNTIME_DIR"
+version=$(sed -n 's/^#define VANTRO_VERSION "\(.*\)"$/\1/p' "$prefix/include/vantro/version.h")
+
+for program in vantrod vantroctl vantro-grantor; do
+    said=$("$prefix/bin/$program" --version) || fail "$program does not start"
+    [ "$said" = "$program $version" ] || fail "$program says '$said', the header $version"
+done
+for library in vantroclient vantroplatform; do
+    [ -f "$prefix/lib/lib$library.so.$version" ] || fail "lib$library.so.$version is not there"
+    readelf -d "$prefix/lib/lib$library.so" | grep -q "SONAME.*\[lib$library.so.${version%%.*}\]" ||
+        fail "the soname of lib$library is not that of version $version"
+done
+
+# pkg-config finds the tree where it lies now.
+cp "$source/examples/first_program.c" "$source"/tests/install/consumer/* "$scratch"
+prefix=$scratch/moved
+mv "$scratch/moved to a place with spaces" "$prefix"
+export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+[ "$(pkg-config --modversion vantro)" = "$version" ] || fail "vantro.pc is of another version"
+cc -std=c11 -Wall -Wextra -Werror "$scratch/first_program.c" -o "$scratch/by_pkg_config" \
+    $(pkg-config --cflags --libs vantro) || fail "pkg-config's flags do not link"
+c++ -std=c++20 -Wall -Wextra -Werror "$scratch/program.cpp" -o "$scratch/cxx_by_pkg_config" \
+    $(pkg-config --cflags --libs vantro vantro-platform) || fail "pkg-config's flags do not link C++"
+[ "$(LD_LIBRARY_PATH=$prefix/lib "$scratch/cxx_by_pkg_config")" = "$version" ] ||
+    fail "a program built by pkg-config does not run"
+
+# CMake. Programs that it builds run from where they were built.
+(cmake -S "$scratch" -B "$scratch/out" -DCMAKE_PREFIX_PATH="$prefix" && cmake --build "$scratch/out") \
+    >"$scratch/log" 2>&1 || { cat "$scratch/log"; fail "find_package(Vantro)"; }
+[ "$("$scratch/out/cxx_program")" = "$version" ] || fail "a program built by CMake does not run"
+status=0
+"$scratch/out/first_program" >/dev/null 2>&1 || status=$?
+[ "$status" -eq 1 ] || fail "without a service the first program ends with $status"
+
+"$source/scripts/check-examples" "$prefix"
+
+# A runtime alone has no header and starts.
+cmake --install "$build" --prefix "$scratch/runtime_only" --component runtime >/dev/null
+[ ! -e "$scratch/runtime_only/include" ] || fail "the runtime component holds headers"
+"$scratch/runtime_only/bin/vantrod" --version >/dev/null || fail "the runtime component does not start"
+echo "install: $version can be installed, moved, built against and started"
