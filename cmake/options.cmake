@@ -32,4 +32,14 @@ if(VANTRO_SANITIZE)
   add_link_options(-fsanitize=${VANTRO_SANITIZE})
 endif()
 
+# What a stranger's bytes reach is built so that a fault ends the process rather than serves them.
+# The sanitizers bring checks of their own.
+if(NOT VANTRO_SANITIZE)
+  add_compile_options(-fstack-protector-strong)
+  if(CMAKE_BUILD_TYPE MATCHES "Rel")
+    add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  endif()
+  add_link_options(-Wl,-z,relro -Wl,-z,now)
+endif()
+
 find_package(Threads REQUIRED)

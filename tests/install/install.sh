@@ -29,6 +29,14 @@ for library in vantroclient vantroplatform; do
         fail "the soname of lib$library is not that of version $version"
 done
 
+# A fault in what strangers reach ends the process: immediate binding, and checked calls.
+for file in "$prefix"/bin/vantrod "$prefix/lib/libvantroclient.so" "$prefix/lib/libvantroplatform.so"; do
+    readelf -d "$file" | grep -Eq 'BIND_NOW|FLAGS.* NOW' || fail "$file is not bound at once"
+    readelf -lW "$file" | grep -q GNU_RELRO || fail "$file has no read-only relocations"
+    readelf -sW "$file" | grep -q __stack_chk_fail || fail "$file has no stack protector"
+done
+readelf -sW "$prefix/bin/vantrod" | grep -Eq '__[a-z]+_chk' || fail "vantrod has no fortified calls"
+
 # pkg-config finds the tree where it lies now.
 cp "$source/examples/first_program.c" "$source"/tests/install/consumer/* "$scratch"
 prefix=$scratch/moved
