@@ -38,8 +38,12 @@
  *
  * Limits. A service takes up to 32768 opens, 1024 of one connection; beyond that an open is refused
  * with ENOMEM. Of answers that nobody fetches an open holds its first, whatever its length, as many
- * as the queue limit it was granted, and else up to 64 more of 16 MiB in all; beyond that the reply
- * operations give ENOMEM.
+ * as the queue limit it was granted, and else up to 64 more of 16 MiB in all. Beyond that the
+ * oldest answers of the same tag make room for one that is too long for its client; where there are
+ * none, and for an answer to a put, the reply operations give ENOMEM.
+ *
+ * Interruptions. A request that a signal interrupts has no answer any more: what its service
+ * answers later is not held, and a fetch that was interrupted takes nothing once it is given up.
  *
  * Fork. A child must not use its parent's clients or servers.
  *

@@ -79,10 +79,44 @@ MsgPending **find(MsgOsb *open, uint32_t tag) {
     return place;
 }
 
+// The link to the oldest answer of that tag, or null.
+MsgPending **find_oldest(MsgOsb *open, uint32_t tag) {
+    MsgPending **oldest = nullptr;
+    for (MsgPending **place = &open->pending; *place; place = &(*place)->next) {
+        if ((*place)->tag == tag) {
+            oldest = place;
+        }
+    }
+    return oldest;
+}
+
+// Takes the oldest answers of the same tag out until the new one may be held. A client fetches one
+// answer of a tag before it asks for the next, so the older ones are those that it gave up.
+// @param dropped receives what was taken out, for free_list() without the lock.
+bool make_room(MsgOsb *open, const MsgPending &wanted, MsgPending **dropped) {
+    while (!may_hold(*open, wanted.length)) {
+        MsgPending **oldest = find_oldest(open, wanted.tag);
+        if (!oldest) {
+            return false;
+        }
+        MsgPending *taken = unlink(open, oldest);
+        taken->next = *dropped;
+        *dropped = taken;
+    }
+    return true;
+}
+
+void free_list(MsgPending *list) {
+    while (list) {
+        MsgPending *next = list->next;
+        std::free(list);
+        list = next;
+    }
+}
+
 } // namespace
 
-int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count,
-                  const MsgPending **held) {
+int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count) {
     MsgPending *pending = gather(status, tag, parts, count);
     if (!pending) {
         return ENOMEM;
@@ -91,9 +125,6 @@ int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts
         const ServerLock lock(open->server);
         if (may_hold(*open, pending->length)) {
             link(open, pending);
-            if (held) {
-                *held = pending;
-            }
             return 0;
         }
     }
@@ -101,14 +132,43 @@ int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts
     return ENOMEM;
 }
 
-void withdraw(MsgOsb *open, const MsgPending *held) {
-    const ServerLock lock(open->server);
-    for (MsgPending **place = &open->pending; *place; place = &(*place)->next) {
-        if (*place == held) {
-            std::free(unlink(open, place));
-            return;
+int32_t hold_and_announce(MsgOsb *open, int32_t receive_id, int32_t status, TransportHeader *header,
+                          const iovec *parts, int32_t count) {
+    MsgPending *pending = gather(status, header->tag, parts, count);
+    if (!pending) {
+        return ENOMEM;
+    }
+    // One hold of the lock from the question to the announcement: a fetch of a later request must
+    // find this answer either held before its own, or not at all.
+    ServerLock lock(open->server);
+    if (!ipc_waiting(receive_id)) {
+        lock.release();
+        std::free(pending);
+        ipc_error(receive_id, ECANCELED); // ends the exchange here; nobody receives it
+        errno = ESRCH;
+        return -1;
+    }
+    MsgPending *dropped = nullptr;
+    const bool held = make_room(open, *pending, &dropped);
+    int32_t result = ENOMEM;
+    int error = ENOMEM;
+    if (held) {
+        link(open, pending);
+        const iovec announcement = {header, header_bytes};
+        result = answer(receive_id, MSG_STATUS_QUEUED, &announcement, 1);
+        error = errno;
+        if (result != 0) {
+            // The client does not know of it, so it would never fetch it. It is still the newest.
+            unlink(open, &open->pending);
         }
     }
+    lock.release();
+    if (result != 0) {
+        std::free(pending);
+    }
+    free_list(dropped);
+    errno = error;
+    return result;
 }
 
 void fetch_answer(MsgOsb *open, const MsgContext &context) {
@@ -116,6 +176,13 @@ void fetch_answer(MsgOsb *open, const MsgContext &context) {
     const auto capacity = static_cast<int32_t>(context.header->reply_length);
     TransportHeader header = {};
     ServerLock lock(open->server);
+    if (!ipc_waiting(context.receive_id)) {
+        // Its client gave it up and may have asked for something else: what is held now may be the
+        // answer to that.
+        lock.release();
+        ipc_error(context.receive_id, ECANCELED);
+        return;
+    }
     MsgPending **place = find(open, tag);
     MsgPending *pending = *place;
     if (!pending) {
@@ -152,10 +219,8 @@ void fetch_answer(MsgOsb *open, const MsgContext &context) {
 }
 
 void free_open(MsgOsb *open) {
-    while (MsgPending *pending = open->pending) {
-        open->pending = pending->next;
-        std::free(pending);
-    }
+    free_list(open->pending);
+    open->pending = nullptr;
     pthread_mutex_destroy(&open->lock);
     _array_del(open->service->opens, open->index);
 }

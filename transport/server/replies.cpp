@@ -55,19 +55,7 @@ int32_t answer_request(MsgOsb *open, MsgContext *context, int32_t status, const 
         return refuse(context->receive_id, EMSGSIZE);
     }
     if (static_cast<int32_t>(length) > capacity) {
-        const MsgPending *held = nullptr;
-        if (put_queue(open, status, header->tag, parts, count, &held) != 0) {
-            return ENOMEM;
-        }
-        const iovec announcement = {header, header_bytes};
-        if (answer(context->receive_id, MSG_STATUS_QUEUED, &announcement, 1) == 0) {
-            return 0;
-        }
-        // A client that gave this exchange up, and goes on, would never fetch the answer.
-        const int error = errno;
-        withdraw(open, held);
-        errno = error;
-        return -1;
+        return hold_and_announce(open, context->receive_id, status, header, parts, count);
     }
     const HeaderedParts reply(header, parts, count);
     if (!reply) {

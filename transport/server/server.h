@@ -10,8 +10,8 @@
 //  - Lock order: the server lock, then a path attribute record's. The `lock` members of services
 //    and open records are the service's own.
 //  - No handler runs with the server lock held but one: the close handler during the sweep of a
-//    client that vanished. Answers go out without it, except two of header size at most (not a
-//    transport message; held answer too long for a get), and no answer ever blocks.
+//    client that vanished. Answers go out without it, except those of header size (not a transport
+//    message; that an answer is held; that one is too long for a get), and no answer ever blocks.
 #ifndef VANTRO_TRANSPORT_SERVER_SERVER_H
 #define VANTRO_TRANSPORT_SERVER_SERVER_H
 
@@ -106,13 +106,15 @@ inline int32_t payload_received(const MsgContext &context) {
 MsgService *lookup(MsgServer *server, const char *name, int32_t conn_id);
 
 // Copies an answer and holds it as the record's newest. Takes the server lock.
-// @param held receives what is held, for withdraw(); may be null.
 // @return 0, or ENOMEM: no memory, or the record already holds more than its share.
-int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count,
-                  const MsgPending **held = nullptr);
+int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count);
 
-// Drops an answer that nobody will fetch, where it is still held. Takes the server lock.
-void withdraw(MsgOsb *open, const MsgPending *held);
+// Holds an answer that is too long for its client, and tells the client so. Older answers of its
+// tag, which the client gave up, make room. Where the client no longer waits nothing is held: what
+// it asks next must not be answered with this. Takes the server lock, and announces with it held.
+// @return 0; ENOMEM where it cannot be held, and the client was told nothing; or -1 with errno.
+int32_t hold_and_announce(MsgOsb *open, int32_t receive_id, int32_t status, TransportHeader *header,
+                          const iovec *parts, int32_t count);
 
 // Answers a get, and takes the answer out of the queue where it fits. Takes the server lock.
 void fetch_answer(MsgOsb *open, const MsgContext &context);

@@ -1,4 +1,5 @@
 // Answers and notification events, back to the clients.
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -134,6 +135,22 @@ int ipc_error(int receive_id, int error) {
         receive_id,
         Frame{.length = 0, .status = error > 0 ? error : EIO, .flags = frame_error, .reserved = 0},
         none);
+}
+
+int ipc_waiting(int receive_id) {
+    if (receive_id <= 0) {
+        return 0;
+    }
+    Server &server = Server::instance();
+    const std::lock_guard guard(server.lock);
+    Client *client = nullptr;
+    const Lane *lane = server.find_waiting(ReceiveId::unpack(receive_id), &client);
+    if (!lane || lane->hung_up) {
+        return 0;
+    }
+    // An interrupted client closes its lane, which may not have been noticed here yet.
+    pollfd state = {lane->socket.fd, POLLRDHUP, 0};
+    return ::poll(&state, 1, 0) == 0;
 }
 
 int ipc_deliver_event(int receive_id, const struct ipc_event *event) {

@@ -89,31 +89,82 @@ TEST_P(HeldAnswers, PutAnsweredLaterFromAnotherThread) {
     EXPECT_EQ(answer, "later");
 }
 
-TEST_P(HeldAnswers, NeverFetchedAnswersAreBounded) {
+TEST_P(HeldAnswers, OldAnswersThatNobodyFetchedMakeRoom) {
     constexpr uint32_t mib = 1 << 20;
     std::string answer;
-    EXPECT_EQ(fill(client, 20 * mib), MSG_STATUS_QUEUED); // the first may have any length
-    for (int i = 0; i < 16; i++) {
-        EXPECT_EQ(fill(client, mib), MSG_STATUS_QUEUED);
+    const auto held_mib = [&] {
+        return server.locked([&] {
+            int64_t bytes = 0;
+            const SlotArray &opens = *server.service()->opens;
+            for (int i = 0; i < opens.slot_count; i++) {
+                const auto *open = static_cast<const MsgOsb *>(opens.slots[i]);
+                for (auto *held = open ? open->pending : nullptr; held; held = held->next) {
+                    bytes += held->length;
+                }
+            }
+            return bytes / mib;
+        });
+    };
+    for (int i = 0; i < 40; i++) {
+        ASSERT_EQ(fill(client, 20 * mib), MSG_STATUS_QUEUED) << i; // a first may have any length
     }
-    EXPECT_EQ(fill(client, 1), ENOMEM); // answered by the service, with an error
-    EXPECT_EQ(get(client, 0, &answer, mib), 0);
-    EXPECT_EQ(fill(client, mib), MSG_STATUS_QUEUED);
+    EXPECT_EQ(held_mib(), 20);
+    for (uint32_t i = 1; i <= 200; i++) {
+        ASSERT_EQ(fill(client, mib + i), MSG_STATUS_QUEUED) << i;
+    }
+    EXPECT_EQ(held_mib(), 16);
+    EXPECT_EQ(get(client, 0, &answer, 2 * mib), 0);
+    EXPECT_EQ(answer.size(), mib + 200) << "the newest is there";
 
     const Client second("s");
-    for (int i = 0; i < 65; i++) {
-        EXPECT_EQ(fill(second, 1), MSG_STATUS_QUEUED);
-    }
-    EXPECT_EQ(fill(second, 1), ENOMEM);
     const ipc_event event = {};
-    EXPECT_EQ(msgclient_notify(second, 1000, &event), 0); // 100 are granted
-    for (int i = 65; i < 100; i++) {
-        EXPECT_EQ(fill(second, mib), MSG_STATUS_QUEUED);
+    EXPECT_EQ(msgclient_notify(second, 70, &event), 0);
+    for (int i = 0; i < 70; i++) {
+        ASSERT_EQ(msgclient_put(second, 1, "", 0, ECHO), 0) << i;
     }
-    EXPECT_EQ(fill(second, 1), ENOMEM);
     EXPECT_EQ(msgclient_put(second, 1, "", 0, ECHO), EAGAIN);
-    EXPECT_EQ(get(second, 0, &answer, mib), 0);
-    EXPECT_EQ(msgclient_put(second, 1, "", 0, ECHO), 0);
+    EXPECT_EQ(fill(second, 1), ENOMEM) << "another tag's answers are not dropped for it";
+    EXPECT_EQ(get(second, 1, &answer, 1), 0);
+    EXPECT_EQ(fill(second, 1), MSG_STATUS_QUEUED);
+}
+
+void do_nothing(int) {}
+
+// A client that is interrupted at any moment gets the answer to what it asked, or EINTR.
+TEST_P(HeldAnswers, AnInterruptedRequestAnswersNoOther) {
+    struct sigaction action = {}, before = {};
+    action.sa_handler = do_nothing; // without SA_RESTART
+    sigaction(SIGUSR1, &action, &before);
+    std::atomic<bool> over = false;
+    const pthread_t self = pthread_self();
+    std::thread interrupting([&] {
+        while (!over) {
+            pthread_kill(self, SIGUSR1);
+            usleep(37);
+        }
+    });
+    int answered = 0, interrupted = 0, others = 0;
+    std::string answer;
+    for (uint32_t i = 0; i < 20000; i++) {
+        const uint32_t length = 100 + i % 997;
+        uint32_t announced = 0;
+        const int asked = fill(client, length, static_cast<int>(i % 50), &announced);
+        const int got = asked == MSG_STATUS_QUEUED ? get(client, 0, &answer, 2000) : asked;
+        if (got == -1 || got == EINTR) {
+            interrupted++;
+        } else if (asked == MSG_STATUS_QUEUED && announced == length && answer.size() == length &&
+                   got == static_cast<int>(i % 50)) {
+            answered++;
+        } else {
+            others++;
+        }
+    }
+    over = true;
+    interrupting.join();
+    sigaction(SIGUSR1, &before, nullptr);
+    EXPECT_EQ(others, 0);
+    EXPECT_GT(answered, 0);
+    EXPECT_GT(interrupted, 0);
 }
 
 } // namespace

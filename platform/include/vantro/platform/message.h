@@ -230,6 +230,14 @@ VANTRO_PLATFORM_API int ipc_error(int receive_id, int error);
 VANTRO_PLATFORM_API ssize_t ipc_read(int receive_id, void *buffer, size_t length, size_t offset);
 
 /**
+ * Tells whether the client of a message still waits for its answer. A client that was interrupted
+ * has given the exchange up before it sends anything else, so where this gives 1, nothing that the
+ * client sent later has been received yet. Does not block.
+ * @return 1, or 0: answered, given up, or a stale or invented id.
+ */
+VANTRO_PLATFORM_API int ipc_waiting(int receive_id);
+
+/**
  * Delivers a pulse event to the client of a message, also after its reply, from any thread.
  * Does not block.
  * @param event its connection is the client's own number of its pulse connection.
