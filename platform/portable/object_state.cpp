@@ -102,6 +102,7 @@ Picture::Outcome Picture::apply(std::string_view change) {
     }
     object.lines.merge(added);
     object.bytes = bytes;
+    object.changed = ++changes_;
     bytes_ += bytes - bytes_before;
     return Outcome::applied;
 }
@@ -136,19 +137,31 @@ void Picture::append(std::string &text, const Objects::value_type &object) {
     }
 }
 
-void Picture::append_all(std::string &text) const {
+std::vector<const Picture::Objects::value_type *> Picture::in_order_of_change() const {
+    std::vector<const Objects::value_type *> order;
+    order.reserve(objects_.size());
     for (const auto &object : objects_) {
-        append(text, object);
+        order.push_back(&object);
+    }
+    std::sort(order.begin(), order.end(), [](const auto *one, const auto *other) {
+        return one->second.changed < other->second.changed;
+    });
+    return order;
+}
+
+void Picture::append_all(std::string &text) const {
+    for (const auto *object : in_order_of_change()) {
+        append(text, *object);
     }
 }
 
 std::vector<Picture::Text> Picture::texts() const {
     std::vector<Text> all;
     all.reserve(objects_.size());
-    for (const auto &object : objects_) {
-        Text &made = all.emplace_back(Text{object.first, {}});
-        made.text.reserve(object.second.bytes);
-        append(made.text, object);
+    for (const auto *object : in_order_of_change()) {
+        Text &made = all.emplace_back(Text{object->first, {}});
+        made.text.reserve(object->second.bytes);
+        append(made.text, *object);
     }
     return all;
 }

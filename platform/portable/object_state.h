@@ -2,6 +2,7 @@
 #define VANTRO_PLATFORM_PORTABLE_OBJECT_STATE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -22,13 +23,15 @@ class Picture {
     // Replaces everything by what append_all() wrote; only `object` of it where one is named.
     bool load(std::string_view snapshot, std::string_view object = {});
 
-    // The objects' texts one after the other, each beginning "#@".
+    // The objects' texts one after the other, each beginning "#@", in the order in which the
+    // objects were last changed: who begins with them is told what belongs together in the order
+    // in which it was published. May throw std::bad_alloc.
     void append_all(std::string &text) const;
     size_t bytes() const { return bytes_; }
 
     bool holds(std::string_view object) const { return objects_.find(object) != objects_.end(); }
 
-    // One text an object, in the order of their names.
+    // One text an object, in the same order.
     struct Text {
         std::string name;
         std::string text;
@@ -40,7 +43,8 @@ class Picture {
     using Lines = std::map<std::string, std::string, std::less<>>;
     struct Object {
         Lines lines;
-        size_t bytes = 0; // of the text in full
+        size_t bytes = 0;     // of the text in full
+        uint64_t changed = 0; // the value of changes_ when it last changed
     };
     using Objects = std::map<std::string, Object, std::less<>>;
 
@@ -53,8 +57,10 @@ class Picture {
     };
 
     static void append(std::string &text, const Objects::value_type &object);
+    std::vector<const Objects::value_type *> in_order_of_change() const;
 
     Objects objects_;
+    uint64_t changes_ = 0; // counts the changes that were applied
     size_t bytes_ = 0;
     std::vector<Line> lines_; // kept for its memory: a change of known attributes costs no heap
 };

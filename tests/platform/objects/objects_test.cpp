@@ -22,13 +22,16 @@ TEST(Objects, AreToldInFullAndThenChangeByChange) {
                                                   {"a:b", KIVO_JSON, "{\"x\":\"\\n\"}"},
                                                   {"rate", KIVO_NUMBER, "2"}};
     ASSERT_EQ(object_publish(publisher.get(), "state", 0, attributes, 4), 0);
+    ASSERT_EQ(set(publisher, "status", "position", "0"), 0);
     ASSERT_EQ(set(publisher, "track", "index", "1"), 0);
     ASSERT_EQ(set(publisher, "gone", "x", "y"), 0);
+    ASSERT_EQ(set(publisher, "status", "position", "7"), 0);
     ASSERT_EQ(object_delete(publisher.get(), "gone"), 0);
 
     Reader all, state("state");
     EXPECT_EQ(all.read(), "@state\na\\:b:json:{\"x\":\"\\\\n\"}\nrate:n:2\nstatus::playing\n");
     EXPECT_EQ(all.read(), "@track\nindex::1\n");
+    EXPECT_EQ(all.read(), "@status\nposition::7\n") << "published last, so it comes last";
     EXPECT_EQ(all.read(), "");
     EXPECT_EQ(state.read_all(),
               "@state\na\\:b:json:{\"x\":\"\\\\n\"}\nrate:n:2\nstatus::playing\n");

@@ -15,7 +15,8 @@
  *  - Any thread may call; the calls on one publisher are taken one after the other.
  *
  * What every reader can rely on
- *  - The first reads of a reader give each object that exists, in full, one a read, as "@name" and
+ *  - The first reads of a reader give each object that exists, in full and in the order in which
+ *    the objects were last published, one a read, as "@name" and
  *    its attributes. From then on each read gives the next change of one object.
  *  - A reader so slow that the ring went round is given each existing object again, as "#@name"
  *    (truncated) and all its attributes, and "-@name" (deleted) for each that is gone. Nothing is
