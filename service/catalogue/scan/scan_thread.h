@@ -42,9 +42,10 @@ class Scanning {
     void start();
     void stop();
     void rescan();
-    // How often the file was made anew.
+    // How many times the catalogue's file was replaced by a new one.
     int rebuilds() const { return rebuilds_; }
-    // A reader found the file damaged that was in use after so many times.
+    // Reports damage. `rebuilds` is the value of rebuilds() when the reader opened the file;
+    // reports about a file that was since replaced are ignored.
     void found_damage(int rebuilds);
 
   private:
