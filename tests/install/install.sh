@@ -25,17 +25,19 @@ for program in vantrod vantroctl vantro-grantor; do
 done
 for library in vantroclient vantroplatform; do
     [ -f "$prefix/lib/lib$library.so.$version" ] || fail "lib$library.so.$version is not there"
-    readelf -d "$prefix/lib/lib$library.so" | grep -q "SONAME.*\[lib$library.so.${version%%.*}\]" ||
+    soname=$(readelf -d "$prefix/lib/lib$library.so" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')
+    [ "$soname" = "lib$library.so.${version%%.*}" ] ||
         fail "the soname of lib$library is not that of version $version"
 done
 
 # A fault in what strangers reach ends the process: immediate binding, and checked calls.
 for file in "$prefix"/bin/vantrod "$prefix/lib/libvantroclient.so" "$prefix/lib/libvantroplatform.so"; do
-    readelf -d "$file" | grep -Eq 'BIND_NOW|FLAGS.* NOW' || fail "$file is not bound at once"
-    readelf -lW "$file" | grep -q GNU_RELRO || fail "$file has no read-only relocations"
-    readelf -sW "$file" | grep -q __stack_chk_fail || fail "$file has no stack protector"
+    facts=$(readelf -dlW "$file" && readelf --dyn-syms -W "$file")
+    grep -Eq 'BIND_NOW|FLAGS.* NOW' <<<"$facts" || fail "$file is not bound at once"
+    grep -q GNU_RELRO <<<"$facts" || fail "$file has no read-only relocations"
+    grep -q __stack_chk_fail <<<"$facts" || fail "$file has no stack protector"
+    grep -Eq '__(memcpy|vsnprintf)_chk' <<<"$facts" || fail "$file has no fortified calls"
 done
-readelf -sW "$prefix/bin/vantrod" | grep -Eq '__[a-z]+_chk' || fail "vantrod has no fortified calls"
 
 # pkg-config finds the tree where it lies now.
 cp "$source/examples/first_program.c" "$source"/tests/install/consumer/* "$scratch"
