@@ -117,10 +117,10 @@ TEST_P(HeldAnswers, OldAnswersThatNobodyFetchedMakeRoom) {
     EXPECT_EQ(answer.size(), mib + 200) << "the newest is there";
 
     const Client second("s");
-    const ipc_event event = {};
-    EXPECT_EQ(msgclient_notify(second, 70, &event), 0);
+    ASSERT_EQ(msgclient_notify_pulse(second, 70), 0);
     for (int i = 0; i < 70; i++) {
         ASSERT_EQ(msgclient_put(second, 1, "", 0, ECHO), 0) << i;
+        ASSERT_EQ(msgclient_wait_pulse(second), 1u) << "its answer is held when the pulse comes";
     }
     EXPECT_EQ(msgclient_put(second, 1, "", 0, ECHO), EAGAIN);
     EXPECT_EQ(fill(second, 1), ENOMEM) << "another tag's answers are not dropped for it";
