@@ -41,15 +41,27 @@ struct Freer {
     void operator()(DIR *directory) const { closedir(directory); }
 };
 
-// Not where that cannot be told.
-bool is_empty(DIR *directory) {
+// The entries of a directory in the order of their bytes, so that the same files make the same
+// collection on every file system. Without those that could not be read where `error` is not 0.
+std::vector<std::string> names_in(DIR *directory, int &error) {
+    std::vector<std::string> names;
     errno = 0;
     while (const dirent *entry = readdir(directory)) {
-        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
-            return false;
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") {
+            names.emplace_back(name);
         }
+        errno = 0;
     }
-    return errno == 0;
+    error = errno;
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// Not where that cannot be told.
+bool is_empty(DIR *directory) {
+    int error = 0;
+    return names_in(directory, error).empty() && error == 0;
 }
 
 } // namespace
@@ -149,20 +161,16 @@ void Scan::visit(const Folder &folder) {
         return;
     }
     Reading reading{folder, directory.get(), parts_.writer.known(source_, folder.path)};
-    errno = 0;
-    while (const dirent *entry = readdir(directory.get())) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..") {
-            visit_entry(reading, name);
-        }
+    int error = 0;
+    for (const std::string &name : names_in(directory.get(), error)) {
+        visit_entry(reading, name);
         if (gone_ || parts_.stop()) {
             stopped_ = true;
             return;
         }
-        errno = 0;
     }
-    if (errno != 0) {
-        return leave_out_folder(folder, strerrordesc_np(errno));
+    if (error != 0) {
+        return leave_out_folder(folder, strerrordesc_np(error));
     }
     forget_unseen(reading);
     if (gone_) {
@@ -174,7 +182,7 @@ void Scan::visit(const Folder &folder) {
         parts_.writer.remove_file(place_of(source_, folder.path));
     }
     compare_image(reading);
-    std::move(reading.folders.begin(), reading.folders.end(), std::back_inserter(waiting_));
+    std::move(reading.folders.rbegin(), reading.folders.rend(), std::back_inserter(waiting_));
     commit_when_due();
 }
 

@@ -109,14 +109,14 @@ void Workers::work() {
         if (ending_) {
             return;
         }
-        Job job = std::move(jobs_.front());
+        auto [number, job] = std::move(jobs_.front());
         jobs_.pop_front();
         ++running_;
         lock.unlock();
         Done done = carry_out(std::move(job), artwork_);
         lock.lock();
         --running_;
-        done_.push_back(std::move(done));
+        results_[number - first_] = std::move(done);
         done_changed_.notify_one();
     }
 }
@@ -124,10 +124,11 @@ void Workers::work() {
 bool Workers::offer(Job &job) {
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        if (jobs_.size() + running_ + done_.size() >= jobs_max_) {
+        if (results_.size() >= jobs_max_) {
             return false;
         }
-        jobs_.push_back(std::move(job));
+        jobs_.emplace_back(first_ + results_.size(), std::move(job));
+        results_.emplace_back();
     }
     jobs_changed_.notify_one();
     return true;
@@ -135,15 +136,16 @@ bool Workers::offer(Job &job) {
 
 std::optional<Done> Workers::take(bool wait) {
     std::unique_lock<std::mutex> lock(mutex_);
+    const auto is_there = [this] { return results_.empty() || results_.front(); };
     if (wait) {
-        done_changed_.wait(lock,
-                           [this] { return !done_.empty() || (jobs_.empty() && running_ == 0); });
+        done_changed_.wait(lock, is_there);
     }
-    if (done_.empty()) {
+    if (results_.empty() || !is_there()) {
         return std::nullopt;
     }
-    Done done = std::move(done_.front());
-    done_.pop_front();
+    std::optional<Done> done = std::move(results_.front());
+    results_.pop_front();
+    ++first_;
     return done;
 }
 
@@ -151,7 +153,8 @@ void Workers::abandon() {
     std::unique_lock<std::mutex> lock(mutex_);
     jobs_.clear();
     done_changed_.wait(lock, [this] { return running_ == 0; });
-    done_.clear();
+    first_ += results_.size();
+    results_.clear();
 }
 
 } // namespace vantro::service::catalogue

@@ -4,11 +4,13 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "service/catalogue/files/artwork.h"
@@ -43,8 +45,9 @@ class Workers {
 
     // False where so much is under way that a result should be taken first.
     bool offer(Job &job);
-    // The next result, in no order. Nothing where there is none now, or, with `wait`, where nothing
-    // is under way.
+    // The next result, in the order of the offers, so that what a collection becomes does not hang
+    // on which file was read faster. Nothing where it is not there yet, or, with `wait`, where
+    // nothing is under way.
     std::optional<Done> take(bool wait);
     // Forgets all that is under way.
     void abandon();
@@ -57,8 +60,9 @@ class Workers {
     std::mutex mutex_; // guards all that follows
     std::condition_variable jobs_changed_;
     std::condition_variable done_changed_;
-    std::deque<Job> jobs_;
-    std::deque<Done> done_;
+    std::deque<std::pair<uint64_t, Job>> jobs_; // not begun, with their numbers
+    std::deque<std::optional<Done>> results_;   // one for each job that is under way
+    uint64_t first_ = 0;                        // the number of the first of them
     size_t running_ = 0;
     bool ending_ = false;
     std::vector<std::thread> threads_;

@@ -115,6 +115,16 @@ TEST_F(Catalogued, IsATree) {
     EXPECT_TRUE(browse(song.id).empty());
 }
 
+// However long each of them takes to read.
+TEST_F(Catalogued, SpellsANameAsTheFirstFileDoes) {
+    add("a.flac", {{"GENRE", "Rock"}}, png(64, 64, std::string(8 << 20, 'x')));
+    for (const char *file : {"b.flac", "c.flac", "d.flac"}) {
+        add(file, {{"GENRE", "ROCK"}});
+    }
+    open();
+    EXPECT_EQ(names("genres"), Names{"Rock"});
+}
+
 TEST_F(Catalogued, MakesOneAlbumOfOneFolder) {
     // Album artist and artist of the songs of one folder, and whom the album is by.
     const struct {
