@@ -177,6 +177,9 @@ void Connection::drop(int lane) {
         full_ = false;
         changed_.notify_all();
     }
+    // The server learns that the exchange was given up before the caller does, though a copy of
+    // this end may live on for a moment: with the server that made it, or in a forked child.
+    ::shutdown(lane, SHUT_RDWR);
     close_descriptor(lane);
 }
 

@@ -19,6 +19,14 @@ std::string pattern(size_t length) {
     return text;
 }
 
+std::vector<UniqueFd> copies_of_descriptors() {
+    std::vector<UniqueFd> copies;
+    for (int descriptor = 3; descriptor < 64; ++descriptor) {
+        copies.emplace_back(fcntl(descriptor, F_DUPFD_CLOEXEC, 64));
+    }
+    return copies;
+}
+
 // Around every limit: the receive vector's, the socket's, and of the reply vector.
 TEST(Exchange, CarriesEverySizeBothWays) {
     const RuntimeDirectory runtime;
@@ -202,10 +210,13 @@ TEST(Exchange, ASignalGivesUpOneExchangeAndNoMore) {
     const ChannelServer server(
         [&](const Message &message) {
             if (message.bytes == "wait") {
+                // As a forked child has them, and for a moment the server that made a lane.
+                const std::vector<UniqueFd> copies = copies_of_descriptors();
                 while (!given_up) { // one may come before the client blocks
                     pthread_kill(client, SIGUSR1);
                     std::this_thread::yield();
                 }
+                EXPECT_EQ(ipc_waiting(message.receive_id), 0);
                 late = message.receive_id;
                 quiet = true;
             } else {
