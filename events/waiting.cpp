@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include <vantro/platform/io.h>
 #include <vantro/platform/notify.h>
 #include <vantro/player.h>
 
@@ -52,6 +53,15 @@ class WakeSignals {
     sigset_t mask_; // As the application had it.
 };
 
+// Whether a change of "state" is unread. Only the file of all objects is armed, and it does not tell:
+// the pass over it may have read changes of "state" whose turn in the file of "state" is still to
+// come. A change published after this look is unread in both.
+bool state_is_unread(const EventQueue &queue) {
+    const platform::KeepErrno keep;
+    char nothing = 0;
+    return platform_read(queue.state_fd, &nothing, 0) < 0 && errno == EMSGSIZE;
+}
+
 } // namespace
 
 } // namespace vantro::events
@@ -70,6 +80,10 @@ int vantro_event_wait(VantroHandle *handle) {
     }
     if (!queue && !(queue = newq(handle))) {
         return -1;
+    }
+    if (state_is_unread(*queue)) {
+        msglog(LOG_SEVERITY_TRACE, "vantro_event_wait: the state is unread");
+        return 0;
     }
     const WakeSignals signals(queue->all_fd);
     const int input = notify_arm(queue->all_fd, NOTIFY_TEST_AND_ARM, NOTIFY_INPUT, &sev);

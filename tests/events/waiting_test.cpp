@@ -1,7 +1,9 @@
 // Waiting for events, and every way out of it.
 #include <malloc.h>
 #include <pthread.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -100,6 +102,50 @@ TEST_F(Waiting, ReturnsAtOnceWhereThereIsSomething) {
     stop_publishing();
     EXPECT_EQ(vantro_event_wait(handle), 0); // Nobody publishes any more.
     EXPECT_EQ(next(), "failed");
+}
+
+// What is published between a call's look at "state" and its pass over the objects is read from the
+// file of all objects at once, and from the file of "state" one change a call.
+TEST_F(Waiting, ReturnsAtOnceWhileAChangeOfStateIsUnread) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, nullptr); // Ends a wait that sleeps.
+    const struct {
+        Lines published; // While the objects are read.
+        Lines events;
+        Lines said;
+    } cases[] = {
+        {{"@state\nrate::2\n", "@state\nrate::3\n"},
+         {"3 state 1/2/0/0 was 1/1/0/0", "3 state 1/3/0/0 was 1/2/0/0"},
+         {}},
+        // The pass fails once it has seen the state.
+        {{"@state\nrate::4\n", "-@y\nmalformed\n"},
+         {"failed", "3 state 1/4/0/0 was 1/3/0/0"},
+         {"3 We got a parsing error"}},
+        // What the first change says cannot be understood.
+        {{"@state\nmalformed\n", "@state\nrate::5\n"},
+         {"failed", "3 state 1/5/0/0 was 1/4/0/0"},
+         {"3 We got a parsing error"}},
+    };
+    RawPublisher raw;
+    ASSERT_EQ(next(), "7");
+    for (const auto &[published, events, said] : cases) {
+        on_line = [&raw, &published = published] {
+            std::for_each(published.begin(), published.end(),
+                          [&raw](const std::string &text) { raw.publish(text); });
+        };
+        raw.publish("-@x\na::1\n"); // Logs a line while it is applied.
+        Lines expected_lines = {"3 dict is null and please investigate"};
+        expected_lines.insert(expected_lines.end(), said.begin(), said.end());
+        for (const std::string &event : events) {
+            alarm(2);
+            EXPECT_EQ(vantro_event_wait(handle), 0);
+            alarm(0);
+            EXPECT_EQ(next(), event);
+        }
+        EXPECT_EQ(take_lines(), expected_lines);
+        EXPECT_EQ(next(), "7");
+    }
 }
 
 TEST_F(Waiting, IsLeftByAPublishASignalOrTheThreadsEnd) {

@@ -40,7 +40,8 @@
  *  ssize_t n = platform_read(d, buffer, 32767);
  *    gives one change text (change.h) without a NUL behind it, or 0 when there is nothing new,
  * which costs no system call. It never blocks. -1: EMSGSIZE when the text does not fit the buffer
- * (it stays for the next read; 32767 bytes always suffice), ESTALE, EBADMSG, ENOMEM.
+ * (it stays for the next read; 32767 bytes always suffice, and a length of 0
+ * only asks whether there is one), ESTALE, EBADMSG, ENOMEM.
  *  platform_close(d);
  *    no other thread may be in a call on d.
  *  notify_arm(d, ...) (notify.h) tells when there is something to read.
