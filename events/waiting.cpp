@@ -53,9 +53,9 @@ class WakeSignals {
     sigset_t mask_; // As the application had it.
 };
 
-// Whether a change of "state" is unread. Only the file of all objects is armed, and it does not tell:
-// the pass over it may have read changes of "state" whose turn in the file of "state" is still to
-// come. A change published after this look is unread in both.
+// Whether a change of "state" is unread. Only the file of all objects is armed, and it does not
+// tell: the pass over it may have read changes of "state" whose turn in the file of "state" is
+// still to come. A change published after this look is unread in both.
 bool state_is_unread(const EventQueue &queue) {
     const platform::KeepErrno keep;
     char nothing = 0;

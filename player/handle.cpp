@@ -26,27 +26,94 @@ bool make_locks(VantroHandle &handle) {
     return false;
 }
 
+enum class Outcome { granted, refused, unanswered };
+
 // Opening and closing differ by their command alone.
-bool name_request(const VantroHandle *handle, uint16_t command, const char *name,
-                  const char *failure) {
+Outcome request_by_name(const VantroHandle *handle, uint16_t command, const char *name) {
     const auto length = static_cast<uint32_t>(std::strlen(name));
     const RequestHeader header = request_header(command, length + sizeof length);
     int32_t result = no_result;
     uint32_t answer_length = 0;
     if (!answered(putgetv(handle, {part(header), part(length), part(name, length)}, {part(result)},
                           answer_length))) {
-        return false;
+        return Outcome::unanswered;
     }
-    if (result == 0) {
-        return true;
-    }
-    msglog(LOG_SEVERITY_INFO, "%s", failure);
-    return false;
+    return result == 0 ? Outcome::granted : Outcome::refused;
+}
+
+void end_events(VantroHandle *handle) {
+    vantro_internal_destroy_evq(std::exchange(handle->event_queue, nullptr));
 }
 
 void forget_player(VantroHandle *handle) {
-    std::free(handle->player_name);
-    handle->player_name = nullptr;
+    end_events(handle);
+    std::free(std::exchange(handle->player_name, nullptr));
+    std::free(std::exchange(handle->unanswered_open, nullptr));
+    handle->close_unanswered = false;
+}
+
+// The player of which it is not known whether the service has it open, or null.
+const char *doubtful_player(const VantroHandle *handle) {
+    return handle->close_unanswered ? handle->player_name : handle->unanswered_open;
+}
+
+// Closes the player, which is open or doubtful. @return whether it is closed.
+bool close_player(VantroHandle *handle) {
+    const char *doubtful = doubtful_player(handle);
+    switch (
+        request_by_name(handle, VANTRO_COMMAND_CLOSE, doubtful ? doubtful : handle->player_name)) {
+    case Outcome::granted:
+        break;
+    case Outcome::refused:
+        // A service refuses to close what is not open.
+        if (!doubtful) {
+            msglog(LOG_SEVERITY_INFO, "vantro_close() failed");
+            return false;
+        }
+        break;
+    case Outcome::unanswered:
+        handle->close_unanswered = handle->player_name != nullptr;
+        return false;
+    }
+    forget_player(handle);
+    return true;
+}
+
+// Opens a player where none is open, or that one is doubtful. @return whether it is open.
+bool open_player(VantroHandle *handle, const char *name) {
+    // Before the request: a player that the service has opened must not be lost for want of memory.
+    char *copy = strdup(name);
+    if (!copy) {
+        msglog(LOG_SEVERITY_INFO, "No memory");
+        return false;
+    }
+    const Outcome outcome = request_by_name(handle, VANTRO_COMMAND_OPEN, name);
+    if (outcome == Outcome::unanswered && handle->player_name) {
+        std::free(copy); // As doubtful as it was.
+        return false;
+    }
+    forget_player(handle);
+    (outcome == Outcome::unanswered ? handle->unanswered_open : handle->player_name) = copy;
+    if (outcome == Outcome::refused) {
+        msglog(LOG_SEVERITY_INFO, "vantro_open() failed");
+        std::free(std::exchange(handle->player_name, nullptr));
+    }
+    return outcome == Outcome::granted;
+}
+
+// Whether a name can be a player's. Where not, that is logged, and errno set.
+bool check_name(const char *name) {
+    if (!name || !*name) {
+        msglog(LOG_SEVERITY_INFO, "player name is null or empty");
+        errno = EINVAL;
+        return false;
+    }
+    if (strnlen(name, VANTRO_PLAYER_NAME_MAX + 1) > VANTRO_PLAYER_NAME_MAX) {
+        msglog(LOG_SEVERITY_INFO, "player name is too long");
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -69,7 +136,7 @@ bool require_player(const VantroHandle *handle) {
 
 } // namespace vantro::player
 
-using vantro::player::msglog;
+using namespace vantro::player;
 
 VantroHandle *vantro_connect(void) {
     auto *handle = static_cast<VantroHandle *>(std::calloc(1, sizeof(VantroHandle)));
@@ -80,13 +147,13 @@ VantroHandle *vantro_connect(void) {
     }
     handle->connection = msgclient_open(VANTRO_SERVICE_NAME, nullptr, 0);
     if (!handle->connection) {
-        const vantro::player::KeepErrno keep;
+        const KeepErrno keep;
         msglog(LOG_SEVERITY_WARNING, "msgclient_open failed (%s)", std::strerror(errno));
         std::free(handle);
         return nullptr;
     }
-    handle->read_buffer = static_cast<char *>(std::malloc(vantro::player::read_buffer_size));
-    if (!handle->read_buffer || !vantro::player::make_locks(*handle)) {
+    handle->read_buffer = static_cast<char *>(std::malloc(read_buffer_size));
+    if (!handle->read_buffer || !make_locks(*handle)) {
         msglog(LOG_SEVERITY_INFO, "No memory");
         msgclient_close(handle->connection);
         std::free(handle->read_buffer);
@@ -94,26 +161,20 @@ VantroHandle *vantro_connect(void) {
         errno = ENOMEM;
         return nullptr;
     }
-    handle->read_capacity = vantro::player::read_buffer_size;
+    handle->read_capacity = read_buffer_size;
     return handle;
 }
 
 int vantro_open(VantroHandle *handle, const char *name) {
-    if (!vantro::player::require_connection(handle)) {
+    if (!require_connection(handle)) {
         errno = EINVAL;
         return -1;
     }
-    if (!name || !*name) {
-        msglog(LOG_SEVERITY_INFO, "player name is null or empty");
-        errno = EINVAL;
+    if (!check_name(name)) {
         return -1;
     }
-    if (strnlen(name, VANTRO_PLAYER_NAME_MAX + 1) > VANTRO_PLAYER_NAME_MAX) {
-        msglog(LOG_SEVERITY_INFO, "player name is too long");
-        errno = ENAMETOOLONG;
-        return -1;
-    }
-    if (handle->player_name) {
+    const char *doubtful = doubtful_player(handle);
+    if (handle->player_name && !doubtful) {
         if (std::strcmp(handle->player_name, name) == 0) {
             msglog(LOG_SEVERITY_INFO, "The client already connected to %s", name);
             return 0;
@@ -122,26 +183,20 @@ int vantro_open(VantroHandle *handle, const char *name) {
                handle->player_name);
         return -1;
     }
-    const vantro::player::KeepErrno keep;
-    // Before the request: a player that the service has opened must not be lost for want of memory.
-    char *copy = strdup(name);
-    if (!copy) {
-        msglog(LOG_SEVERITY_INFO, "No memory");
+    const KeepErrno keep;
+    // While the service may have another player open it would refuse this one.
+    if (doubtful && std::strcmp(doubtful, name) != 0 && !close_player(handle)) {
         return -1;
     }
-    if (!vantro::player::name_request(handle, VANTRO_COMMAND_OPEN, name, "vantro_open() failed")) {
-        std::free(copy);
-        return -1;
-    }
-    handle->player_name = copy;
-    return 0;
+    return open_player(handle, name) ? 0 : -1;
 }
 
 int vantro_close(VantroHandle *handle, const char *name) {
-    if (!vantro::player::require_connection(handle)) {
+    if (!require_connection(handle)) {
         return -1;
     }
-    if (!handle->player_name) {
+    const char *open = handle->player_name ? handle->player_name : handle->unanswered_open;
+    if (!open) {
         msglog(LOG_SEVERITY_INFO, "The client is not connected to any players");
         return -1;
     }
@@ -149,20 +204,13 @@ int vantro_close(VantroHandle *handle, const char *name) {
         msglog(LOG_SEVERITY_INFO, "Player name is null or empty");
         return -1;
     }
-    if (std::strcmp(handle->player_name, name) != 0) {
+    if (std::strcmp(open, name) != 0) {
         msglog(LOG_SEVERITY_INFO, "The player is not connected to Player %s", name);
         return -1;
     }
     // Before the request and whatever becomes of it: events end where the application says so.
-    if (handle->event_queue) {
-        vantro_internal_destroy_evq(std::exchange(handle->event_queue, nullptr));
-    }
-    if (!vantro::player::name_request(handle, VANTRO_COMMAND_CLOSE, name,
-                                      "vantro_close() failed")) {
-        return -1;
-    }
-    vantro::player::forget_player(handle);
-    return 0;
+    end_events(handle);
+    return close_player(handle) ? 0 : -1;
 }
 
 int vantro_disconnect(VantroHandle *handle) {
@@ -170,11 +218,12 @@ int vantro_disconnect(VantroHandle *handle) {
         msglog(LOG_SEVERITY_INFO, "Invalid vantro handle");
         return -1;
     }
-    const vantro::player::KeepErrno keep;
-    if (handle->player_name) {
-        vantro_close(handle, handle->player_name);
-        vantro::player::forget_player(handle);
+    const KeepErrno keep;
+    if (handle->connection && (handle->player_name || handle->unanswered_open)) {
+        end_events(handle);
+        close_player(handle);
     }
+    forget_player(handle);
     if (handle->connection) {
         msgclient_close(handle->connection);
         handle->connection = nullptr;

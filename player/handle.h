@@ -18,8 +18,13 @@ struct EventQueue;
 // Opening, closing and ending a handle change it and overlap no other call on it: that is the
 // application's duty. All other calls only read it.
 struct VantroHandle {
-    MsgClient *connection;          // NULL only while the handle is made or torn down.
-    char *player_name;              // Owned. NULL while no player is open.
+    MsgClient *connection; // NULL only while the handle is made or torn down.
+    char *player_name;     // Owned. NULL while no player is open.
+    // An opening or closing without an answer, which a signal had interrupted for example: the
+    // service may have carried it out or not. The next opening or closing finds out.
+    char *unanswered_open;          // Owned. The name, where it was an opening. Then no player is
+                                    // open. NULL otherwise.
+    bool close_unanswered;          // It was the closing of player_name.
     char *read_buffer;              // Owned. Where changes of status objects are read.
     uint32_t read_capacity;         // Bytes at read_buffer.
     struct EventQueue *event_queue; // Owned. NULL until the first call for events.

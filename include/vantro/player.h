@@ -64,8 +64,10 @@
  * limit. vantro_connect() does too.
  *
  * Signals. A handler installed without SA_RESTART fails a blocked call (vantro_disconnect() goes
- * on). The service may or may not have done what it was told; the handle stays usable. No exchange
- * raises SIGPIPE; flushing standard output before a log line can, as printing there can.
+ * on). The service may or may not have done what it was told; the handle stays usable. Where an
+ * exchange of vantro_open() or vantro_close() failed, the next call of either finds out what the
+ * service has open: it sends its request even if it would otherwise know better. No exchange raises
+ * SIGPIPE; flushing standard output before a log line can, as printing there can.
  *
  * Threads. Commands and queries of one handle may run at once in any number of threads; of a
  * handle's queries for the current track and for the catalogue one at a time talks to the service,
@@ -158,7 +160,9 @@ VANTRO_API VantroHandle *vantro_connect(void);
  * @return 0, also where that very player is open already (nothing is sent then); -1: errno EINVAL
  *   (handle NULL, name NULL or empty), ENAMETOOLONG (name above 31 characters); and, leaving errno,
  *   where another player is open (it stays open), for want of memory (nothing is sent), for a
- *   failed exchange, or a refusal (no player of that name).
+ *   failed exchange, or a refusal (no player of that name). After a failed exchange no player is
+ *   open as far as this handle is concerned, and vantro_close() with the same name makes sure of
+ *   it. Another player whose opening or closing had failed in its exchange is closed first.
  */
 VANTRO_API int vantro_open(VantroHandle *handle, const char *name);
 
@@ -167,7 +171,8 @@ VANTRO_API int vantro_open(VantroHandle *handle, const char *name);
  * @param name name of the open player.
  * @return 0, or -1: handle NULL, no player open, another one open, name NULL or empty (the handle
  *   is as it was); failed exchange, or refusal (the player stays open; the handle's events are
- *   gone).
+ *   gone). After a failed exchange the call can be made again: a refusal then means that the
+ *   service had closed the player already, and gives 0.
  */
 VANTRO_API int vantro_close(VantroHandle *handle, const char *name);
 

@@ -1,11 +1,13 @@
 // The player API against a service of our own on the library's server half: the bytes that the
 // service sees, what each answer makes of a call, and every line of the log.
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sched.h>
 #include <string>
 #include <utility>
 
@@ -64,6 +66,101 @@ TEST_F(Player, OpensAndClosesOneTurnAfterTheOther) {
     EXPECT_EQ(vantro_disconnect(std::exchange(handle, vantro_connect())), 0);
     EXPECT_EQ(take(requests), Lines{request(1, text(most))});
     EXPECT_EQ(take(lines), Lines{"5 vantro_close() failed"});
+}
+
+// A service that opens one player a connection, and interrupts the client's next call where told
+// to, whether or not it does what it was asked.
+class Interrupting {
+  public:
+    enum class Way { answered, interrupted_undone, interrupted_done };
+    Interrupting() {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &action, nullptr);
+        respond = [this](MsgOsb *open, MsgContext *context) {
+            const Way way = next_way.exchange(Way::answered);
+            const int32_t result = way == Way::interrupted_undone ? EAGAIN : carry_out(*context);
+            guard.unlock(); // The client writes to the log.
+            while (way != Way::answered && in_call) {
+                pthread_kill(client, SIGUSR1);
+                sched_yield();
+            }
+            guard.lock();
+            is_idle = true;
+            return callout_reply(open, context, 0, &result, sizeof result);
+        };
+    }
+    ~Interrupting() {
+        const std::lock_guard<std::mutex> lock(guard);
+        respond = nullptr;
+    }
+    int call(Way way, int (*function)(VantroHandle *, const char *), VantroHandle *handle,
+             const char *name) {
+        next_way = way;
+        is_idle = way == Way::answered;
+        in_call = true;
+        const int result = function(handle, name);
+        in_call = false;
+        while (next_way == Way::answered && !is_idle) { // Where it was sent at all.
+            sched_yield();                              // Takes the last signal, too.
+        }
+        return result;
+    }
+
+    std::string opened;
+
+  private:
+    int32_t carry_out(const MsgContext &context) {
+        const auto *bytes = static_cast<const char *>(context.payload);
+        const std::string name(bytes + 20, context.header->send_length - 20);
+        if (bytes[0] == 0) {
+            if (!opened.empty() && opened != name) {
+                return EBUSY;
+            }
+            opened = name;
+            return 0;
+        }
+        return std::exchange(opened, opened == name ? "" : opened) == name ? 0 : ENOTCONN;
+    }
+
+    const pthread_t client = pthread_self();
+    std::atomic<Way> next_way{Way::answered};
+    std::atomic<bool> in_call{false};
+    std::atomic<bool> is_idle{true};
+};
+
+TEST_F(Player, AHandleFindsItsWayBackFromAnInterruptedOpenOrClose) {
+    using Way = Interrupting::Way;
+    const struct {
+        int (*call)(VantroHandle *, const char *);
+        const char *name;
+        std::string opened;
+    } ways[] = {{vantro_open, "main", "main"},
+                {vantro_close, "main", ""},
+                {vantro_open, "kitchen", "kitchen"}};
+    for (const bool opening : {true, false}) {
+        for (const Way way : {Way::interrupted_undone, Way::interrupted_done}) {
+            for (const auto &[call, name, opened] : ways) {
+                SCOPED_TRACE((opening ? "open, " : "close, ") + std::to_string(int(way)) + opened);
+                Interrupting service;
+                VantroHandle *const other = vantro_connect();
+                ASSERT_EQ(vantro_open(other, "main"), 0);
+                if (opening) {
+                    ASSERT_EQ(vantro_close(other, "main"), 0);
+                }
+                const auto first = opening ? vantro_open : vantro_close;
+                EXPECT_EQ(service.call(way, first, other, "main"), -1);
+                // What ends the doubt may be interrupted too.
+                EXPECT_EQ(service.call(way, call, other, name), -1);
+                EXPECT_EQ(service.call(Way::answered, call, other, name), 0);
+                EXPECT_EQ(service.opened, opened);
+                vantro_disconnect(other);
+                EXPECT_EQ(service.opened, "");
+            }
+        }
+    }
+    const Lines interrupted = take(lines);
+    EXPECT_EQ(interrupted, Lines(24, "3 msgclient_putgetv() failed: Interrupted system call"));
 }
 
 TEST_F(Player, FailuresLeaveErrnoButWhereTheyShouldNot) {
