@@ -92,9 +92,8 @@ void evcleanup(EventQueue &queue) {
     VantroEvent &event = queue.event;
     if (event.type != 0) {
         if (ObjectEntry *entry = std::exchange(queue.current_entry, nullptr)) {
-            if (event.dict) {
-                mosk_dict_destroy(const_cast<mosk_dict *>(event.dict));
-            } else {
+            mosk_dict_destroy(const_cast<mosk_dict *>(event.dict));
+            if (entry->is_last) {
                 free_entry(entry);
             }
         }
@@ -134,6 +133,14 @@ ObjectEntry *new_entry(std::string_view name) {
 void free_entry(ObjectEntry *entry) {
     mosk_dict_destroy(entry->dict);
     std::free(entry);
+}
+
+ObjectEntry *last_dirty(const EventQueue &queue, std::string_view name) {
+    ObjectEntry *last = nullptr;
+    for (ObjectEntry *entry = queue.dirty_head; entry; entry = entry->next) {
+        last = entry->name() == name ? entry : last;
+    }
+    return last;
 }
 
 ObjectEntry *take_clean(EventQueue &queue, std::string_view name) {

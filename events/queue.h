@@ -1,11 +1,14 @@
 // What a handle knows of its player's objects, and the one event at a time that it hands out.
 //
-// Every object that was heard of has an entry. An entry is in one of two lists: in the dirty queue
-// while its change is not yet reported, which `dict` then holds, and in the clean list otherwise.
-// One object may have several entries, since each of its changes waits in one of its own.
+// An entry is in one of two lists. In the dirty queue it is one change that is not reported yet,
+// which `dict` holds; an object has as many entries there as it has changes. In the clean list it
+// is an object without unreported changes, and there is one of a name.
 //
-// Reporting an entry moves its dictionary into the event, and the entry into the clean list, where
-// it can be found for the next change, and keeps the application's value.
+// An object's first change takes its entry out of the clean list, together with the application's
+// value. The reported entry goes back there, and the next one of its object takes its place and the
+// value: so the list holds as many entries as there are objects, and every event of an object has
+// the value that the application set last. The last change of an object that has ended stays out
+// of the clean list: what comes later under that name is another object.
 #ifndef VANTRO_EVENTS_QUEUE_H
 #define VANTRO_EVENTS_QUEUE_H
 
@@ -20,17 +23,18 @@ struct ObjectEntry {
     void *user_data;
     ObjectEntry *next;
     mosk_dict *dict; // Owned. NULL, or empty, while in the clean list.
+    bool is_last;    // The object ended after this change.
 
     char *name() { return reinterpret_cast<char *>(this + 1); }
 };
 
 struct EventQueue {
-    ObjectEntry *clean_list; // Owned. The entry that came last is first.
+    ObjectEntry *clean_list; // Owned. The entry that came last is first; one of a name.
     ObjectEntry *dirty_head; // Owned. In the order in which they are to be reported.
     ObjectEntry **dirty_tail;
-    ObjectEntry *current_entry; // What the event is about; NULL for "state". In the clean list,
-                                // or owned, where the event has no dictionary.
-    mosk_dict *state_dict;      // Owned. All attributes of "state"; NULL where that is no more.
+    // What the event is about; NULL for "state". In the clean list, but owned where `is_last`.
+    ObjectEntry *current_entry;
+    mosk_dict *state_dict; // Owned. All attributes of "state"; NULL where that is no more.
     void *state_user_data;
     VantroEvent event; // Owns its records, and its dictionary unless it is `state_dict`.
     int all_fd;
@@ -56,6 +60,9 @@ bool has_player(const VantroHandle *handle);
 // Makes an entry that is in no list. @return null for want of memory.
 ObjectEntry *new_entry(std::string_view name);
 void free_entry(ObjectEntry *entry);
+
+// The newest unreported change of an object, or null.
+ObjectEntry *last_dirty(const EventQueue &queue, std::string_view name);
 
 // Take an entry out of its list: the first of a name, or null, or the head of the dirty queue.
 ObjectEntry *take_clean(EventQueue &queue, std::string_view name);

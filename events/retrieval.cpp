@@ -140,7 +140,7 @@ std::optional<std::string_view> object_of(std::string_view text) {
 }
 
 // The entry that a change of an object belongs to, out of its list. Of a position or a track only
-// the newest is of interest: an unreported change gives way. @return null for want of memory.
+// the newest is of interest: it replaces an unreported change. @return null for want of memory.
 ObjectEntry *entry_for(EventQueue &queue, std::string_view name) {
     if (name == "status" || name == "track") {
         if (ObjectEntry *entry = take_dirty(queue, name)) {
@@ -163,10 +163,16 @@ bool take_change(EventQueue &queue, std::string_view name, char *text) {
     if (!applied) {
         msglog(LOG_SEVERITY_TRACE, "update_dict failed");
     }
-    if (!entry->dict) {
-        free_entry(entry);
-    } else if (!applied || mosk_dict_size(entry->dict) != 0) {
+    if (entry->dict && (!applied || mosk_dict_size(entry->dict) != 0)) {
         enqueue_dirty(queue, entry);
+        return applied;
+    }
+    ObjectEntry *unreported = last_dirty(queue, name);
+    if (unreported && !entry->dict) {
+        unreported->is_last = true;
+    }
+    if (unreported || !entry->dict) {
+        free_entry(entry);
     } else {
         enqueue_clean(queue, entry);
     }
@@ -203,9 +209,13 @@ bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_see
 // Makes the event of the queued entry whose turn it is.
 void report_queued(EventQueue &queue) {
     ObjectEntry *entry = take_dirty_head(queue);
+    if (ObjectEntry *reported = take_clean(queue, entry->name())) {
+        entry->user_data = reported->user_data;
+        free_entry(reported);
+    }
     VantroEvent &event = queue.event;
     event.dict = std::exchange(entry->dict, nullptr);
-    if (event.dict) {
+    if (!entry->is_last) {
         enqueue_clean(queue, entry);
     }
     event.object_name = entry->name();

@@ -179,9 +179,8 @@ VANTRO_API int vantro_event_wait(VantroHandle *handle);
 
 /**
  * Attaches a value to the object behind the current event. This record and all later events of that
- * object carry it, until the object or the following ends. Of an object of which several changes
- * wait at once, other than "status" and "track", it comes with some of them only, and may outlive
- * the object: a later one of that name may carry it. Does not block.
+ * object carry it, until the object or the following ends; another object of the same name that
+ * comes later does not. Does not block.
  * @param data any value; the library does not look at it.
  * @return 0, or -1 with errno EINVAL: handle NULL, or no current event, or one without `dict`.
  */

@@ -201,6 +201,25 @@ TEST_F(Retrieval, ReaderThatWasLappedGetsTheWholePicture) {
     EXPECT_EQ(next(), "7");
 }
 
+TEST_F(Retrieval, ABurstOfOneObjectLeavesOneEntry) {
+    start_publishing();
+    ASSERT_EQ(next(), "7");
+    for (const std::string object : {"x", "y", "x"}) {
+        for (int i = 0; i < 10000; i++) {
+            publish(object.c_str(), "a", "1");
+        }
+        for (int i = 0; i < 10000; i++) {
+            ASSERT_EQ(next(), "7 " + object + " {a=1}");
+        }
+        EXPECT_EQ(next(), "7");
+    }
+    int entries = 0;
+    for (const ObjectEntry *entry = handle->event_queue->clean_list; entry; entry = entry->next) {
+        entries++;
+    }
+    EXPECT_EQ(entries, 2);
+}
+
 TEST_F(Retrieval, WantOfMemoryCostsItsCallAlone) {
     RawPublisher raw;
     ASSERT_EQ(next(), "7");
