@@ -76,12 +76,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t length) {
     picture.load(text);
     std::string snapshot;
     picture.append_all(snapshot);
-    require(snapshot.size() == picture.bytes());
-    picture.apply(text);
+    picture.apply(text, length);
     snapshot.clear();
     picture.append_all(snapshot);
-    require(snapshot.size() == picture.bytes());
     vantro::platform::Picture again;
     require(again.load(snapshot) && again.bytes() == picture.bytes());
+    size_t bytes = 0;
+    for (const auto &object : picture.texts()) {
+        bytes += object.text.size();
+    }
+    require(bytes == picture.bytes());
+    std::string same;
+    again.append_all(same);
+    require(same == snapshot);
     return 0;
 }

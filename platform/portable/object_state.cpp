@@ -1,10 +1,10 @@
 #include "platform/portable/object_state.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdio>
 
 #include <vantro/platform/limits.h>
-
-#include "platform/portable/change_line.h"
 
 namespace vantro::platform {
 
@@ -19,14 +19,36 @@ std::string_view take_line(std::string_view &text) {
     return line;
 }
 
+// A birth's line: the sign, which begins no attribute's line, the digits, and the newline.
+constexpr char birth_sign = '+';
+constexpr size_t birth_digits = 16;
+constexpr size_t birth_line_size = 1 + birth_digits + 1;
+
+// Takes the line of a birth off a text, where it begins with one. @return whether it is well made.
+bool take_birth(std::string_view &text, uint64_t &birth) {
+    birth = 0;
+    if (!text.starts_with(birth_sign)) {
+        return true;
+    }
+    const std::string_view line = take_line(text);
+    const char *const digits = line.data() + 1;
+    const auto [end, error] = std::from_chars(digits, line.data() + line.size(), birth, 16);
+    return line.size() == birth_line_size && error == std::errc() && end == digits + birth_digits;
+}
+
 std::string_view without_newline(std::string_view line) {
     return line.substr(0, line.empty() ? 0 : line.size() - 1);
 }
 
 } // namespace
 
-Picture::Outcome Picture::apply(std::string_view change) {
+Picture::Outcome Picture::apply(std::string_view change, uint64_t position) {
     const ObjectLine head = parse_object_line(without_newline(take_line(change)));
+    return apply(head, change, position);
+}
+
+Picture::Outcome Picture::apply(const ObjectLine &head, std::string_view change,
+                                uint64_t position) {
     if (head.result <= KIVO_END) {
         return Outcome::malformed;
     }
@@ -89,7 +111,11 @@ Picture::Outcome Picture::apply(std::string_view change) {
             added.emplace_hint(added.end(), line.name, line.text);
         }
     }
-    Object &object = found == objects_.end() ? objects_[std::string(head.name)] : found->second;
+    const bool is_born = found == objects_.end();
+    Object &object = is_born ? objects_[std::string(head.name)] : found->second;
+    if (is_born) {
+        object.birth = position;
+    }
     if (!keeps) {
         object.lines.clear();
     }
@@ -116,14 +142,16 @@ bool Picture::load(std::string_view snapshot, std::string_view object) {
         }
         // An attribute's line cannot begin so: the sign would be escaped.
         const size_t next = snapshot.find("\n#@");
-        const std::string_view text =
+        std::string_view text =
             snapshot.substr(0, next == snapshot.npos ? snapshot.size() : next + 1);
         snapshot.remove_prefix(text.size());
-        const ObjectLine head = parse_object_line(text.substr(0, text.find('\n')));
-        if (head.result != KIVO_OBJECT_TRUNCATED) {
+        const ObjectLine head = parse_object_line(without_newline(take_line(text)));
+        uint64_t birth = 0;
+        if (head.result != KIVO_OBJECT_TRUNCATED || !take_birth(text, birth)) {
             return false;
         }
-        if ((object.empty() || head.name == object) && apply(text) != Outcome::applied) {
+        if ((object.empty() || head.name == object) &&
+            apply(head, text, birth) != Outcome::applied) {
             return false;
         }
     }
@@ -132,6 +160,10 @@ bool Picture::load(std::string_view snapshot, std::string_view object) {
 
 void Picture::append(std::string &text, const Objects::value_type &object) {
     text.append(object_start).append(object.first).append("\n");
+    append_lines(text, object);
+}
+
+void Picture::append_lines(std::string &text, const Objects::value_type &object) {
     for (const auto &[name, line] : object.second.lines) {
         text.append(line);
     }
@@ -150,8 +182,19 @@ std::vector<const Picture::Objects::value_type *> Picture::in_order_of_change() 
 }
 
 void Picture::append_all(std::string &text) const {
+    size_t without_birth = objects_.size();
+    without_birth -= std::min(without_birth, births_bytes_max / birth_line_size);
     for (const auto *object : in_order_of_change()) {
-        append(text, *object);
+        text.append(object_start).append(object->first).append("\n");
+        if (without_birth > 0) {
+            --without_birth;
+        } else {
+            char line[birth_line_size + 1];
+            std::snprintf(line, sizeof line, "%c%016llx\n", birth_sign,
+                          static_cast<unsigned long long>(object->second.birth));
+            text.append(line);
+        }
+        append_lines(text, *object);
     }
 }
 
@@ -159,7 +202,7 @@ std::vector<Picture::Text> Picture::texts() const {
     std::vector<Text> all;
     all.reserve(objects_.size());
     for (const auto *object : in_order_of_change()) {
-        Text &made = all.emplace_back(Text{object->first, {}});
+        Text &made = all.emplace_back(Text{object->first, {}, object->second.birth});
         made.text.reserve(object->second.bytes);
         append(made.text, *object);
     }

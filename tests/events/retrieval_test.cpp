@@ -201,6 +201,25 @@ TEST_F(Retrieval, ReaderThatWasLappedGetsTheWholePicture) {
     EXPECT_EQ(next(), "7");
 }
 
+TEST_F(Retrieval, ReaderThatWasLappedForgetsTheValueOfAnObjectThatEnded) {
+    start_publishing();
+    char value[] = "value";
+    for (const char *object : {"again", "kept"}) {
+        publish(object, "a", "1");
+        EXPECT_EQ(next(), std::string("7 ") + object + " {a=1}");
+        EXPECT_EQ(vantro_event_data_set(handle, value), 0);
+    }
+    object_delete(publisher, "again");
+    publish("again", "a", "2");
+    const std::string text(30000, 't');
+    for (int i = 0; i < 100; i++) {
+        publish("track", "text", text.c_str());
+    }
+    EXPECT_EQ(next(), "7 kept {a=1} *value");
+    EXPECT_EQ(next(), "7 again {a=2}");
+    EXPECT_EQ(next(), "7 track {text=" + text + "}");
+}
+
 TEST_F(Retrieval, ABurstOfOneObjectLeavesOneEntry) {
     start_publishing();
     ASSERT_EQ(next(), "7");

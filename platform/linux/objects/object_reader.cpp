@@ -218,10 +218,11 @@ ObjectReader::Got ObjectReader::start_over() {
         return Got::noise;
     }
     while (got == RingView::Got::record && position != end) {
+        const uint64_t begin = position;
         got = ring_.get(position, end, kind, record_, position);
         if (got == RingView::Got::record && kind == RecordKind::change &&
             is_read(parse_object_line(first_line(record_)).name) &&
-            picture.apply(record_) != Picture::Outcome::applied) {
+            picture.apply(record_, begin) != Picture::Outcome::applied) {
             return Got::noise;
         }
     }
@@ -234,16 +235,21 @@ ObjectReader::Got ObjectReader::start_over() {
     std::set<std::string, std::less<>> known;
     size_t known_bytes = 0;
     pending.reserve(texts.size() + known_.size());
+    std::set<std::string_view> ended(known_.begin(), known_.end());
     std::for_each(texts.rbegin(), texts.rend(), [&](Picture::Text &text) {
+        if (is_new_) {
+            text.text.erase(0, 1); // It had nothing that could be truncated.
+        } else if (text.birth < position_) {
+            ended.erase(text.name);
+        } else if (ended.contains(text.name)) {
+            text.text[0] = '+'; // Not the object that the reader knows.
+        }
         known_bytes += text.name.size();
         known.insert(std::move(text.name));
-        // A new reader had nothing that could be truncated.
-        pending.push_back(is_new_ ? text.text.substr(1) : std::move(text.text));
+        pending.push_back(std::move(text.text));
     });
-    for (const std::string &name : known_) {
-        if (!known.contains(name)) {
-            pending.push_back("-@" + name + "\n");
-        }
+    for (const std::string_view name : ended) {
+        pending.push_back("-@" + std::string(name) + "\n");
     }
     pending_ = std::move(pending);
     known_ = std::move(known);

@@ -115,7 +115,7 @@ int object_publisher::publish(std::string_view change) {
         picture.append_all(snapshot);
         ring.append(RecordKind::snapshot, snapshot);
     }
-    if (const int error = error_of(picture.apply(change)); error != 0) {
+    if (const int error = error_of(picture.apply(change, ring.tail())); error != 0) {
         return fail(error);
     }
     ring.append(RecordKind::change, change);

@@ -13,7 +13,9 @@
 //    position had not been reserved again.
 //  - `snapshot` is the position of a snapshot record that is not overwritten before there is
 //    another: one is due `snapshot_distance_max` behind the last at most, and that much, a snapshot
-//    and a record fit the ring together. It tells the objects as all records before it left them.
+//    and a record fit the ring together. It tells the objects as all records before it left them,
+//    and the position at which each was created: so a reader that was overtaken finds out that an
+//    object which it knows has ended, although there is one of that name.
 //
 // Every word of the text is stored and loaded atomically, if without order: a reader may copy bytes
 // that are being overwritten, and finds out afterwards.
@@ -29,6 +31,7 @@
 #include <vantro/platform/limits.h>
 
 #include "platform/linux/base/mapping.h"
+#include "platform/portable/object_state.h"
 
 namespace vantro::platform {
 
@@ -58,7 +61,7 @@ static_assert(offsetof(RingHeader, reserved) == 64 && offsetof(RingHeader, retir
 static_assert(__atomic_always_lock_free(sizeof(uint64_t), nullptr));
 
 constexpr uint64_t ring_magic = 0x474e4952544e4156; // "VANTRING"
-constexpr uint32_t ring_version = 1;
+constexpr uint32_t ring_version = 2;
 constexpr size_t ring_data_offset = 4096;
 constexpr size_t ring_file_bytes = ring_data_offset + ring_capacity;
 
@@ -75,10 +78,11 @@ constexpr size_t record_bytes(size_t length) {
     return sizeof(RecordHead) +
            (length + record_alignment - 1) / record_alignment * record_alignment;
 }
+constexpr size_t snapshot_length_max = OBJECT_TOTAL_MAX + Picture::births_bytes_max;
 constexpr size_t record_length_max(RecordKind kind) {
-    return kind == RecordKind::snapshot ? OBJECT_TOTAL_MAX : OBJECT_CHANGE_MAX;
+    return kind == RecordKind::snapshot ? snapshot_length_max : OBJECT_CHANGE_MAX;
 }
-static_assert(snapshot_distance_max + record_bytes(OBJECT_TOTAL_MAX) +
+static_assert(snapshot_distance_max + record_bytes(snapshot_length_max) +
                   record_bytes(OBJECT_CHANGE_MAX) <=
               ring_capacity - ring_capacity / 8);
 
@@ -95,6 +99,8 @@ class RingWriter {
                                            snapshot_distance_max);
         return tail_ + record_bytes(length) - snapshot_ > distance;
     }
+    // The position of the next record.
+    uint64_t tail() const { return tail_; }
     void append(RecordKind kind, std::string_view text);
     void retire();
     // In a child of fork: a mapping keeps the file open, and with it the lock that says that the

@@ -102,15 +102,18 @@ TEST(Objects, AreRefusedBeyondTheirLimitsAndThenUnchanged) {
 TEST(Objects, ALateReaderIsToldToStartOver) {
     const RuntimeDirectory runtime;
     const Publisher publisher = publish_in();
-    for (const char *object : {"kept", "gone", "status"}) {
+    for (const char *object : {"kept", "gone", "again", "status"}) {
         set(publisher, object, "a", "1");
     }
-    Reader all, kept("kept"), gone("gone");
-    for (Reader *reader : {&all, &kept, &gone}) {
+    Reader all, kept("kept"), gone("gone"), again("again");
+    for (Reader *reader : {&all, &kept, &gone, &again}) {
         reader->read_all();
     }
+    for (const char *object : {"gone", "again"}) {
+        object_delete(publisher.get(), object);
+    }
+    set(publisher, "again", "b", "2");
     set(publisher, "kept", "b", "2");
-    object_delete(publisher.get(), "gone");
     set(publisher, "new", "a", "3");
     const std::string filling(1000, 'x');
     for (size_t published = 0; published < 3 * platform::ring_capacity; published += 1000) {
@@ -118,14 +121,18 @@ TEST(Objects, ALateReaderIsToldToStartOver) {
     }
     set(publisher, "status", "position", "9");
     EXPECT_EQ(all.read(), "-@gone\n");
+    EXPECT_EQ(all.read(), "-@again\n");
+    EXPECT_EQ(all.read(), "+@again\nb::2\n");
     EXPECT_EQ(all.read(), "#@kept\na::1\nb::2\n");
     EXPECT_EQ(all.read(), "#@new\na::3\n");
     EXPECT_EQ(all.read(), "#@status\na::1\nposition::9\n");
     EXPECT_EQ(all.read(), "");
     EXPECT_EQ(kept.read_all(), "#@kept\na::1\nb::2\n");
     EXPECT_EQ(gone.read_all(), "-@gone\n");
+    EXPECT_EQ(again.read_all(), "-@again\n+@again\nb::2\n");
     // One that opens now is told the same, and nothing of what led there.
-    EXPECT_EQ(Reader().read_all(), "@kept\na::1\nb::2\n@new\na::3\n@status\na::1\nposition::9\n");
+    EXPECT_EQ(Reader().read_all(),
+              "@again\nb::2\n@kept\na::1\nb::2\n@new\na::3\n@status\na::1\nposition::9\n");
     set(publisher, "kept", "a", "4");
     EXPECT_EQ(all.read_all(), "@kept\na::4\n");
 }

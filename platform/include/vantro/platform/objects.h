@@ -19,8 +19,9 @@
  *    the objects were last published, one a read, as "@name" and
  *    its attributes. From then on each read gives the next change of one object.
  *  - A reader so slow that the ring went round is given each existing object again, as "#@name"
- *    (truncated) and all its attributes, and "-@name" (deleted) for each that is gone. Nothing is
- *    silently lost.
+ *    (truncated) and all its attributes, and "-@name" (deleted) for each that is gone; one that was
+ *    deleted and created again meanwhile as "-@name" and then as "+@name" (of publishers with more
+ *    than 3,600 objects only the newest). Nothing is silently lost.
  *  - When the publisher has closed, or has died and is known to be gone, the reader gets what was
  *    published and then -1 with ESTALE. It closes and opens again to follow the next publisher. A
  *    death is known once notify_arm() or the end of a wait found it, or a successor came: a read
