@@ -418,7 +418,7 @@ TEST(Notification, OpenWaitAndCloseLeaveNothingBehind) {
     int descriptors = 0;
     size_t bytes = 0;
     constexpr int warm_up = 1000;
-    for (int round = 0; round < rounds(100000); ++round) {
+    for (int round = 0; round < rounds(10000); ++round) {
         const WakeSignals signals;
         Reader reader;
         reader.read();
@@ -435,7 +435,7 @@ TEST(Notification, OpenWaitAndCloseLeaveNothingBehind) {
         const Reader reader;
         EXPECT_EQ(open_descriptors(), descriptors);
         // The smallest block that each round left would be many times as much.
-        EXPECT_LT(mallinfo2().uordblks, bytes + rounds(100000));
+        EXPECT_LT(mallinfo2().uordblks, bytes + rounds(10000));
     }
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
     EXPECT_EQ(memcmp(&mask, &mask_before, sizeof mask), 0);
