@@ -164,8 +164,10 @@ Record members(kivo_decoder &decoder) {
         }
     }
     for (const auto &[name, field] : Form<Record>::wide_numbers) {
+        // Some services print the number as a signed one: with bit 63 set it is then negative.
         int64_t number = 0;
-        if (kivo_decoder_get_int64(&decoder, name, &number) == 0) {
+        if (kivo_decoder_get_uint64(&decoder, name, &(found.*field)) != 0 &&
+            kivo_decoder_get_int64(&decoder, name, &number) == 0) {
             found.*field = static_cast<uint64_t>(number);
         }
     }

@@ -38,12 +38,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t length) {
             const char *string = nullptr;
             int32_t number = 0;
             int64_t wide = 0;
+            uint64_t large = 0;
             const bool is_string = kivo_decoder_get_string(&decoder, name, &string) == 0;
             const bool is_wide = kivo_decoder_get_int64(&decoder, name, &wide) == 0;
             const bool is_number = kivo_decoder_get_int(&decoder, name, &number) == 0;
             require(!is_string || !is_wide);
             require(!is_number || (is_wide && wide == number));
-            require(parsed || (!is_string && !is_wide));
+            const bool is_large = kivo_decoder_get_uint64(&decoder, name, &large) == 0;
+            require(!is_string || !is_large);
+            require(is_large ? is_wide == (large <= INT64_MAX) : !is_wide || wide < 0);
+            require(parsed || (!is_string && !is_wide && !is_large));
             if (is_string) {
                 strings.push_back(string);
             }

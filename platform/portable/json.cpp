@@ -13,6 +13,8 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <string_view>
+#include <utility>
 
 #include <rapidjson/reader.h>
 
@@ -22,13 +24,14 @@ using namespace vantro::platform;
 
 namespace {
 
-enum class Kind : uint8_t { object, array, string, integer, too_large, other };
+enum class Kind : uint8_t { object, array, string, integer, large_integer, too_large, other };
 
 struct Value {
     const char *name; // null for what is no member of an object
     union {
         const char *string;
         int64_t integer;
+        uint64_t large_integer; // above INT64_MAX
     };
     uint32_t end; // behind its last member
     Kind kind;
@@ -79,6 +82,17 @@ struct Decoder {
 static_assert(sizeof(Decoder) <= sizeof(struct kivo_decoder));
 static_assert(alignof(Decoder) <= alignof(struct kivo_decoder));
 
+// Whether a text holds half of a surrogate pair, which is no character. The parser refuses an
+// escaped high half without its low one, but makes three bytes of a low half that stands alone.
+bool has_surrogate(std::string_view text) {
+    for (size_t at = 0; (at = text.find('\xed', at)) != text.npos; ++at) {
+        if (at + 1 < text.size() && static_cast<unsigned char>(text[at + 1]) >= 0xa0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // Receives the parser's events; false ends the parsing.
 class Collector {
   public:
@@ -91,7 +105,14 @@ class Collector {
     bool Uint(unsigned value) { return integer(value); }
     bool Int64(int64_t value) { return integer(value); }
     bool Uint64(uint64_t value) {
-        return value <= INT64_MAX ? integer(static_cast<int64_t>(value)) : add(Kind::too_large);
+        if (value <= INT64_MAX) {
+            return integer(static_cast<int64_t>(value));
+        }
+        if (!add(Kind::large_integer)) {
+            return false;
+        }
+        decoder_.values[decoder_.count - 1].large_integer = value;
+        return true;
     }
     bool Double(double value) {
         // A whole number of more digits than 64 bits hold arrives here.
@@ -99,7 +120,8 @@ class Collector {
     }
     bool RawNumber(const char *, rapidjson::SizeType, bool) { return false; }
     bool String(const char *text, rapidjson::SizeType length, bool) {
-        if (!add(std::memchr(text, '\0', length) ? Kind::other : Kind::string)) {
+        if (has_surrogate({text, length}) ||
+            !add(std::memchr(text, '\0', length) ? Kind::other : Kind::string)) {
             return false;
         }
         decoder_.values[decoder_.count - 1].string = text;
@@ -108,7 +130,7 @@ class Collector {
     bool Key(const char *text, rapidjson::SizeType length, bool) {
         // A name that no C string can ask for is nobody's.
         name_ = std::memchr(text, '\0', length) ? nullptr : text;
-        return true;
+        return !has_surrogate({text, length});
     }
     bool StartObject() { return open(Kind::object); }
     bool EndObject(rapidjson::SizeType) { return close(); }
@@ -171,6 +193,15 @@ const Value *find(const Decoder &decoder, const char *name) {
     return nullptr;
 }
 
+template <typename From, typename Number>
+int store(From number, Number &out) {
+    if (!std::in_range<Number>(number)) {
+        return fail(ERANGE);
+    }
+    out = static_cast<Number>(number);
+    return 0;
+}
+
 template <typename Number>
 int get_number(struct kivo_decoder *decoder, const char *name, Number *out) {
     if (!decoder || !out) {
@@ -180,18 +211,16 @@ int get_number(struct kivo_decoder *decoder, const char *name, Number *out) {
     if (!value) {
         return fail(ENOENT);
     }
-    if (value->kind == Kind::too_large) {
+    switch (value->kind) {
+    case Kind::integer:
+        return store(value->integer, *out);
+    case Kind::large_integer:
+        return store(value->large_integer, *out);
+    case Kind::too_large:
         return fail(ERANGE);
-    }
-    if (value->kind != Kind::integer) {
+    default:
         return fail(EINVAL);
     }
-    if (value->integer < std::numeric_limits<Number>::min() ||
-        value->integer > std::numeric_limits<Number>::max()) {
-        return fail(ERANGE);
-    }
-    *out = static_cast<Number>(value->integer);
-    return 0;
 }
 
 } // namespace
@@ -277,6 +306,10 @@ int kivo_decoder_get_int(struct kivo_decoder *decoder, const char *name, int32_t
 }
 
 int kivo_decoder_get_int64(struct kivo_decoder *decoder, const char *name, int64_t *out) {
+    return get_number(decoder, name, out);
+}
+
+int kivo_decoder_get_uint64(struct kivo_decoder *decoder, const char *name, uint64_t *out) {
     return get_number(decoder, name, out);
 }
 

@@ -172,13 +172,18 @@ std::string got(struct kivo_decoder &decoder, const char *name, char kind) {
     const char *string = nullptr;
     int32_t number = 0;
     int64_t wide = 0;
+    uint64_t large = 0;
     const int result = kind == 's'   ? kivo_decoder_get_string(&decoder, name, &string)
                        : kind == 'i' ? kivo_decoder_get_int(&decoder, name, &number)
+                       : kind == 'u' ? kivo_decoder_get_uint64(&decoder, name, &large)
                                      : kivo_decoder_get_int64(&decoder, name, &wide);
     if (result != 0) {
         return "(" + std::string(strerrorname_np(errno)) + ")";
     }
-    return kind == 's' ? string : std::to_string(kind == 'i' ? number : wide);
+    if (kind == 's') {
+        return string;
+    }
+    return kind == 'u' ? std::to_string(large) : std::to_string(kind == 'i' ? number : wide);
 }
 
 TEST(Json, MembersAreGotByKind) {
@@ -205,6 +210,10 @@ TEST(Json, MembersAreGotByKind) {
         {"more", 'l', "2147483648"},
         {"most", 'l', "9223372036854775807"},
         {"above", 'l', "(ERANGE)"},
+        {"above", 'u', "9223372036854775808"},
+        {"i", 'u', "(ERANGE)"},
+        {"more", 'u', "2147483648"},
+        {"far", 'u', "(ERANGE)"},
         {"least", 'l', "-9223372036854775808"},
         {"far", 'l', "(ERANGE)"},
         {"f", 'i', "(EINVAL)"},
@@ -262,6 +271,9 @@ TEST(Json, WhatIsNoTextIsRefusedAndGivesNothing) {
         {R"({"a":1} x)", false},
         {R"({"a":01})", false},
         {R"({"a":"\ud800"})", false},
+        {R"({"a":"x\udfffy"})", false},
+        {R"({"\udc00":1})", false},
+        {R"({"a":"\ud83d\ude00\ud7ff\ue000"})", true},
         {"{\"a\":\"\n\"}", false},
         {R"({a:1})", false},
         {R"({"a":1e999})", false},

@@ -54,7 +54,8 @@ VANTRO_PLATFORM_API int kivo_decoder_initialize(struct kivo_decoder *decoder, ch
  * Parses a text, in place; what was parsed before is forgotten.
  * @param text NUL-terminated.
  * @return 0, or -1: EBADMSG (not one JSON value, objects and arrays more than KIVO_JSON_DEPTH_MAX
- *   deep, or a number above every floating-point number), ENOMEM, EINVAL (text is NULL).
+ *   deep, a number above every floating-point number, or half of a surrogate pair in a string),
+ *   ENOMEM, EINVAL (text is NULL).
  */
 VANTRO_PLATFORM_API int kivo_decoder_parse_json_str(struct kivo_decoder *decoder, char *text);
 
@@ -84,6 +85,8 @@ VANTRO_PLATFORM_API int kivo_decoder_get_int(struct kivo_decoder *decoder, const
                                              int32_t *out);
 VANTRO_PLATFORM_API int kivo_decoder_get_int64(struct kivo_decoder *decoder, const char *name,
                                                int64_t *out);
+VANTRO_PLATFORM_API int kivo_decoder_get_uint64(struct kivo_decoder *decoder, const char *name,
+                                                uint64_t *out);
 
 /** Releases what a decoder holds. Once an initialized decoder, any number of times. */
 VANTRO_PLATFORM_API void kivo_decoder_cleanup(struct kivo_decoder *decoder);
