@@ -165,6 +165,10 @@ bool accepts(kivo_writer *writer, bool good) {
 
 } // namespace
 
+bool is_encoding(const kivo_encoding &encoding) {
+    return static_cast<size_t>(number_of(encoding)) < encodings.size();
+}
+
 bool is_object_name(std::string_view name) {
     return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
         return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
@@ -253,25 +257,25 @@ void kivo_writer_init(struct kivo_writer *writer, char *text, size_t capacity) {
 }
 
 void kivo_write_object(struct kivo_writer *writer, enum kivo_result line, const char *name) {
-    if (!accepts(writer, name && is_object_name(name) && line >= KIVO_OBJECT &&
-                             line <= KIVO_OBJECT_TRUNCATED)) {
+    const auto number = number_of(line);
+    if (!accepts(writer, name && is_object_name(name) && number >= KIVO_OBJECT &&
+                             number <= KIVO_OBJECT_TRUNCATED)) {
         return;
     }
     constexpr std::array<std::string_view, 4> starts = {"@", "+@", "-@", "#@"};
-    write_bytes(*writer, starts[static_cast<size_t>(line - KIVO_OBJECT)]);
+    write_bytes(*writer, starts[static_cast<size_t>(number - KIVO_OBJECT)]);
     write_bytes(*writer, name);
     write_bytes(*writer, "\n");
 }
 
 void kivo_write_attribute(struct kivo_writer *writer, const char *name, enum kivo_encoding encoding,
                           const char *value) {
-    const auto index = static_cast<size_t>(encoding);
-    if (!accepts(writer, name && *name && value && index < encodings.size())) {
+    if (!accepts(writer, name && *name && value && is_encoding(encoding))) {
         return;
     }
     write_escaped(*writer, name, Escapes::of_a_name);
     write_bytes(*writer, ":");
-    write_bytes(*writer, encodings[index]);
+    write_bytes(*writer, encodings[static_cast<size_t>(encoding)]);
     write_bytes(*writer, ":");
     write_escaped(*writer, value, Escapes::of_a_value);
     write_bytes(*writer, "\n");

@@ -2,11 +2,24 @@
 #ifndef VANTRO_PLATFORM_PORTABLE_CHANGE_LINE_H
 #define VANTRO_PLATFORM_PORTABLE_CHANGE_LINE_H
 
+#include <cstring>
 #include <string_view>
+#include <type_traits>
 
 #include <vantro/platform/change.h>
 
 namespace vantro::platform {
+
+// The number in an enumeration that a caller filled, which may be none of its values: C allows
+// that, and here it must be checked before it is used as one.
+template <class Enumeration>
+std::underlying_type_t<Enumeration> number_of(const Enumeration &value) {
+    std::underlying_type_t<Enumeration> number;
+    std::memcpy(&number, &value, sizeof number);
+    return number;
+}
+
+bool is_encoding(const kivo_encoding &encoding);
 
 bool is_object_name(std::string_view name);
 

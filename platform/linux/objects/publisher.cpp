@@ -173,6 +173,9 @@ int object_publish(struct object_publisher *publisher, const char *object, unsig
     kivo_write_object(&writer, head, object);
     for (size_t i = 0; i < count; ++i) {
         const struct object_attribute &attribute = attributes[i];
+        if (attribute.value && !is_encoding(attribute.encoding)) {
+            return fail(EINVAL);
+        }
         if (attribute.value) {
             kivo_write_attribute(&writer, attribute.name, attribute.encoding, attribute.value);
         } else {

@@ -81,6 +81,10 @@ TEST(Objects, AreRefusedBeyondTheirLimitsAndThenUnchanged) {
         EXPECT_EQ(set(publisher, c.object, c.name, c.value), -1) << c.object;
         EXPECT_EQ(errno, c.error) << c.object;
     }
+    struct object_attribute unknown = {"a", KIVO_TEXT, "v"};
+    std::memset(&unknown.encoding, 9, sizeof unknown.encoding);
+    EXPECT_EQ(object_publish(publisher.get(), "o", 0, &unknown, 1), -1);
+    EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(object_delete(publisher.get(), "none"), -1);
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(reader.read(), "");

@@ -8,6 +8,7 @@
 #include <vantro/platform/json.h>
 
 #include <cerrno>
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -128,6 +129,25 @@ TEST(Change, IsWrittenSoThatItIsReadTheSame) {
         errno = 0;
         EXPECT_EQ(kivo_writer_finish(&writer), c.expected) << c.object << c.value_length;
         EXPECT_EQ(errno, c.error) << c.object << c.value_length;
+    }
+}
+
+// A C program can put any number into an enumeration.
+TEST(Change, IsNotWrittenWithAnUnknownNumber) {
+    char memory[100];
+    const auto write_attribute =
+        reinterpret_cast<void (*)(kivo_writer *, const char *, int, const char *)>(
+            kivo_write_attribute);
+    const auto write_object =
+        reinterpret_cast<void (*)(kivo_writer *, int, const char *)>(kivo_write_object);
+    for (const int number : {5, 9, 255, INT_MAX, INT_MIN, -1}) {
+        struct kivo_writer writer;
+        kivo_writer_init(&writer, memory, sizeof memory);
+        write_attribute(&writer, "a", number, "v");
+        EXPECT_EQ(writer.error, EINVAL) << number;
+        kivo_writer_init(&writer, memory, sizeof memory);
+        write_object(&writer, number, "o");
+        EXPECT_EQ(writer.error, EINVAL) << number;
     }
 }
 

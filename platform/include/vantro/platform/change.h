@@ -92,7 +92,10 @@ VANTRO_PLATFORM_API void kivo_writer_init(struct kivo_writer *writer, char *text
 VANTRO_PLATFORM_API void kivo_write_object(struct kivo_writer *writer, enum kivo_result line,
                                            const char *name);
 
-/** Writes an attribute and its value, escaped. Errors as above; an empty name gives EINVAL. */
+/**
+ * Writes an attribute and its value, escaped. Errors as above; an empty name and an unknown
+ * encoding give EINVAL.
+ */
 VANTRO_PLATFORM_API void kivo_write_attribute(struct kivo_writer *writer, const char *name,
                                               enum kivo_encoding encoding, const char *value);
 
