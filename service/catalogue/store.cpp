@@ -160,10 +160,17 @@ std::unique_ptr<Database> SqliteCatalogue::reopen(bool damaged) {
     }
     first_.reset();
     const auto say = [this](const std::string &line) { log(LOG_SEVERITY_WARNING, line); };
+    std::string damage;
+    if (damaged) {
+        damage = find_damage(file_);
+        if (damage.empty()) {
+            say("the catalogue seemed damaged; it was checked and is intact");
+        }
+    }
     std::unique_ptr<Database> database;
-    const auto open_it = [&] {
-        if (damaged) {
-            move_aside(file_, "is damaged", say);
+    pool_.replace([&] {
+        if (!damage.empty()) {
+            move_aside(file_, damage, say);
         }
         database = open_catalogue_file(file_, say);
         Transaction whole(*database);
@@ -174,12 +181,7 @@ std::unique_ptr<Database> SqliteCatalogue::reopen(bool damaged) {
         whole.commit();
         lists_.clear();
         said_broken_ = false;
-    };
-    if (damaged) {
-        pool_.replace(open_it);
-    } else {
-        open_it();
-    }
+    });
     return database;
 }
 

@@ -16,9 +16,18 @@ constexpr int busy_ms = 10'000;
 // memory and not in a file: on a full disk that could not be made, and nothing be read.
 constexpr const char *one_process = "unix-excl";
 
+// Of an extended result code, the part that says what kind of failure it is.
+int primary_code(int code) {
+    return code & 0xFF;
+}
+
 bool tells_damage(int code) {
-    const int primary = code & 0xFF;
+    const int primary = primary_code(code);
     return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB || primary == SQLITE_FORMAT;
+}
+
+bool is_no_memory(int code) {
+    return primary_code(code) == SQLITE_NOMEM || code == SQLITE_IOERR_NOMEM;
 }
 
 } // namespace
@@ -54,6 +63,9 @@ int64_t Rows::integer(int column) const {
 std::string_view Rows::text(int column) const {
     const void *bytes = sqlite3_column_blob(statement_, column);
     const int size = sqlite3_column_bytes(statement_, column);
+    if (!bytes && is_no_memory(sqlite3_errcode(database_.handle_))) {
+        throw std::bad_alloc();
+    }
     return bytes ? std::string_view(static_cast<const char *>(bytes), static_cast<size_t>(size))
                  : std::string_view();
 }
@@ -85,8 +97,11 @@ Database::Database(const std::filesystem::path &file, Access access, int cache_k
                       (access == Access::write ? SQLITE_OPEN_CREATE : 0);
     if (sqlite3_open_v2(file.c_str(), &handle_, flags, one_process) != SQLITE_OK) {
         const int code = handle_ ? sqlite3_extended_errcode(handle_) : SQLITE_NOMEM;
-        const std::string why = sqlite3_errstr(code);
         sqlite3_close(handle_);
+        if (is_no_memory(code)) {
+            throw std::bad_alloc();
+        }
+        const std::string why = sqlite3_errstr(code);
         throw DatabaseError(fmt::format("cannot be opened: {}", why), tells_damage(code));
     }
     try {
@@ -121,7 +136,10 @@ sqlite3_stmt *Database::prepare(const char *sql, bool *&busy) {
     sqlite3_stmt *statement = nullptr;
     if (sqlite3_prepare_v3(handle_, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) !=
         SQLITE_OK) {
-        fail("does not hold what it should", true);
+        // A statement that makes no sense to SQLite names a table that is not there. Any other
+        // failure, such as one to read the schema, says nothing of what is in the file.
+        const int code = sqlite3_extended_errcode(handle_);
+        fail("does not hold what it should", code == SQLITE_ERROR || tells_damage(code));
     }
     if (kept.statement) {
         return statement; // the kept one is busy further up
@@ -146,13 +164,15 @@ bool Database::in_transaction() const {
     return sqlite3_get_autocommit(handle_) == 0;
 }
 
+void Database::fail(const char *what) const {
+    fail(what, tells_damage(sqlite3_extended_errcode(handle_)));
+}
+
 void Database::fail(const char *what, bool damaged) const {
-    const int code = sqlite3_extended_errcode(handle_);
-    if (code == SQLITE_NOMEM) {
+    if (is_no_memory(sqlite3_extended_errcode(handle_))) {
         throw std::bad_alloc();
     }
-    throw DatabaseError(fmt::format("{}: {}", what, sqlite3_errmsg(handle_)),
-                        damaged || tells_damage(code));
+    throw DatabaseError(fmt::format("{}: {}", what, sqlite3_errmsg(handle_)), damaged);
 }
 
 Transaction::Transaction(Database &database) : database_(database) {

@@ -23,7 +23,8 @@ class DatabaseError : public std::runtime_error {
     DatabaseError(const std::string &what, bool damaged)
         : std::runtime_error(what), damaged_(damaged) {}
 
-    // True where trying again is of no use: what is in the file is wrong.
+    // What was read makes no sense. A failing disk can look like that once, so nobody believes it
+    // before find_damage() has looked.
     bool damaged() const { return damaged_; }
 
   private:
@@ -125,7 +126,8 @@ class Database {
     };
 
     sqlite3_stmt *prepare(const char *sql, bool *&busy);
-    [[noreturn]] void fail(const char *what, bool damaged = false) const;
+    [[noreturn]] void fail(const char *what) const;
+    [[noreturn]] void fail(const char *what, bool damaged) const;
 
     sqlite3 *handle_ = nullptr;
     std::unordered_map<const char *, Kept> kept_;

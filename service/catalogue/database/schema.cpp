@@ -1,9 +1,12 @@
 #include "service/catalogue/database/schema.h"
 
+#include <charconv>
 #include <chrono>
+#include <string_view>
 #include <system_error>
 
 #include <fmt/format.h>
+#include <sqlite3.h>
 
 namespace vantro::service::catalogue {
 
@@ -116,13 +119,65 @@ bool good(Database &database) {
     return true;
 }
 
+// The check names pages that it could not read among what is damaged.
+bool tells_failed_read(std::string_view finding) {
+    constexpr std::string_view label = "error code=";
+    const size_t at = finding.find(label);
+    if (at == std::string_view::npos) {
+        return false;
+    }
+    int code = 0;
+    const std::string_view number = finding.substr(at + label.size());
+    std::from_chars(number.data(), number.data() + number.size(), code);
+    return (code & 0xFF) == SQLITE_IOERR;
+}
+
+void check_whole(Database &database) {
+    std::string found;
+    {
+        Rows rows = database.query("PRAGMA integrity_check");
+        while (rows.next()) {
+            if (tells_failed_read(rows.text(0))) {
+                throw DatabaseError("cannot be checked: a read fails", false);
+            }
+            if (found.empty()) {
+                found = rows.text(0);
+            }
+        }
+    }
+    if (found != "ok") {
+        throw DatabaseError(fmt::format("is damaged: {}", found), true);
+    }
+    // These do not change anything: they compare the words with their index.
+    database.run("INSERT INTO song_words(song_words) VALUES('integrity-check')");
+    database.run("INSERT INTO node_words(node_words) VALUES('integrity-check')");
+}
+
 std::unique_ptr<Database> open_one(const std::filesystem::path &file) {
     auto database = std::make_unique<Database>(file, Database::Access::write, writer_cache_kib);
     database->script("PRAGMA journal_mode = WAL");
     return good(*database) ? std::move(database) : nullptr;
 }
 
+constexpr const char *other_version = "is of another version";
+
 } // namespace
+
+std::string find_damage(const std::filesystem::path &file) {
+    try {
+        const std::unique_ptr<Database> database = open_one(file);
+        if (!database) {
+            return other_version;
+        }
+        check_whole(*database);
+    } catch (const DatabaseError &error) {
+        if (!error.damaged()) {
+            throw;
+        }
+        return error.what();
+    }
+    return "";
+}
 
 void move_aside(const std::filesystem::path &file, const std::string &why,
                 const std::function<void(const std::string &)> &say) {
@@ -148,7 +203,7 @@ void move_aside(const std::filesystem::path &file, const std::string &why,
 
 std::unique_ptr<Database> open_catalogue_file(const std::filesystem::path &file,
                                               const std::function<void(const std::string &)> &say) {
-    std::string why = "is of another version";
+    std::string why = other_version;
     try {
         if (auto database = open_one(file)) {
             return database;
@@ -157,9 +212,11 @@ std::unique_ptr<Database> open_catalogue_file(const std::filesystem::path &file,
         if (!error.damaged()) {
             throw;
         }
-        why = error.what();
+        why = find_damage(file);
     }
-    move_aside(file, why, say);
+    if (!why.empty()) {
+        move_aside(file, why, say);
+    }
     auto database = open_one(file);
     if (!database) {
         throw DatabaseError("cannot be made", true);

@@ -42,10 +42,10 @@ class Scanning {
     void start();
     void stop();
     void rescan();
-    // How many times the catalogue's file was replaced by a new one.
+    // How many times the catalogue's file was checked, and replaced where it was damaged.
     int rebuilds() const { return rebuilds_; }
     // Reports damage. `rebuilds` is the value of rebuilds() when the reader opened the file;
-    // reports about a file that was since replaced are ignored.
+    // reports about a file that was checked since are ignored.
     void found_damage(int rebuilds);
 
   private:
