@@ -158,7 +158,7 @@ int serve(const Options &options) {
     }
 
     vantro::service::playback::Players players(*store, options.players, monotonic_now);
-    if (wrong = players.publish(log_line); !wrong.empty()) {
+    if (wrong = players.publish(options.readers, log_line); !wrong.empty()) {
         return fail(wrong);
     }
     published = &players; // before anything is scanned

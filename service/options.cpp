@@ -91,6 +91,22 @@ std::string check_lists(const std::vector<std::string> &music,
     return "";
 }
 
+// Of a service under permission bits, whoever may connect, which takes both reading and writing. A
+// file knows nothing of capabilities: there it is the owner, and a group where one is named.
+object_readers readers_of(const std::string &perms, const std::string &uid, const std::string &gid,
+                          bool by_capability) {
+    object_readers readers = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0};
+    read_number(uid, 10, 0u, UINT32_MAX - 1, readers.uid);
+    read_number(gid, 10, 0u, UINT32_MAX - 1, readers.gid);
+    unsigned bits = 0666;
+    read_number(perms, 8, 0u, 0777u, bits);
+    if (by_capability) {
+        bits = gid.empty() ? 0600 : 0660;
+    }
+    readers.mode = bits & bits << 1 & 0444;
+    return readers;
+}
+
 bool refuse(const std::string &what, int &exit_code) {
     fmt::print(stderr, "vantrod: {}\nTry 'vantrod --help'.\n", what);
     exit_code = exit_usage;
@@ -122,21 +138,18 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
         app.add_option("--perms", perms, "Permission bits that clients need (default: 666)")
             ->type_name("OCTAL")
             ->check(check_permissions);
-    CLI::Option *const uid_option =
-        app.add_option("--uid", uid, "User that owns the service (default: who starts it)")
-            ->type_name("N")
-            ->check(check_id);
-    CLI::Option *const gid_option =
-        app.add_option("--gid", gid, "Group of the service (default: of who starts it)")
-            ->type_name("N")
-            ->check(check_id);
+    app.add_option("--uid", uid, "User that owns the service (default: who starts it)")
+        ->type_name("N")
+        ->check(check_id);
+    app.add_option("--gid", gid, "Group of the service (default: of who starts it)")
+        ->type_name("N")
+        ->check(check_id);
     app.add_option("--require", options.capabilities,
-                   "Capabilities that clients must hold, instead of permission bits")
+                   "Capabilities that clients must hold, instead of permission bits; then only "
+                   "owner and, where it is named, group may follow the players")
         ->type_name("CAP[,CAP]")
         ->check(check_capabilities)
-        ->excludes(perms_option)
-        ->excludes(uid_option)
-        ->excludes(gid_option);
+        ->excludes(perms_option);
     app.add_option("--threads", threads,
                    fmt::format("Threads that answer requests, 1 to {} (default: {})", threads_max,
                                options.threads))
@@ -160,6 +173,7 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
     if (!threads.empty()) {
         read_number(threads, 10, 1, threads_max, options.threads);
     }
+    options.readers = readers_of(perms, uid, gid, !options.capabilities.empty());
     for (const auto &[name, value] : {std::pair{"perms", perms}, {"uid", uid}, {"gid", gid}}) {
         if (!value.empty()) {
             options.permissions +=

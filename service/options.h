@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <vantro/platform/objects.h>
+
 namespace vantro::service {
 
 // More players than any device has zones, and few enough that a mistake in a script shows.
@@ -22,6 +24,8 @@ struct Options {
     std::vector<std::string> players;
     std::string capabilities; // "" where permission bits decide instead
     std::string permissions;  // as msgserver_add() takes them
+    // Who may follow the players: those who may connect, as far as a file can say it.
+    object_readers readers = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0444};
     int threads = 4;
 };
 

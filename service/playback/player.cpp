@@ -139,10 +139,11 @@ SessionPtr Player::session(uint64_t tsid) {
     return nullptr;
 }
 
-std::string Player::publish(const publishing::Publisher::Log &log, std::function<void()> moved) {
+std::string Player::publish(const object_readers &readers, const publishing::Publisher::Log &log,
+                            std::function<void()> moved) {
     std::string wrong;
     const std::lock_guard<std::mutex> guard(telling_);
-    publisher_ = publishing::Publisher::open(name, log, wrong);
+    publisher_ = publishing::Publisher::open(name, readers, log, wrong);
     if (!publisher_) {
         return wrong;
     }

@@ -75,7 +75,8 @@ class Player {
     // Publishes the player from now on; calls `moved` where wake() may be due at another time than
     // it said, or a track has started. Before anybody else uses it. Returns "" or, in words, why it
     // cannot be.
-    std::string publish(const publishing::Publisher::Log &log, std::function<void()> moved);
+    std::string publish(const object_readers &readers, const publishing::Publisher::Log &log,
+                        std::function<void()> moved);
 
     // Publishes what has changed and is not yet published, by whatever thread. Cheap where that is
     // nothing.

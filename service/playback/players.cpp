@@ -26,13 +26,13 @@ Players::~Players() {
     file_checks_.stop();
 }
 
-std::string Players::publish(const publishing::Publisher::Log &log) {
+std::string Players::publish(const object_readers &readers, const publishing::Publisher::Log &log) {
     const auto moved = [this] {
         clock_watch_.look();
         file_checks_.look();
     };
     for (Player &player : players_) {
-        if (const std::string wrong = player.publish(log, moved); !wrong.empty()) {
+        if (const std::string wrong = player.publish(readers, log, moved); !wrong.empty()) {
             return wrong;
         }
     }

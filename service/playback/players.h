@@ -30,9 +30,10 @@ class Players {
     Players(const Players &) = delete;
     Players &operator=(const Players &) = delete;
 
-    // Publishes all players from now on, until the end of this, and starts the threads. Once.
+    // Publishes all players for those readers, from now on until the end of this, and starts the
+    // threads. Once.
     // Returns "" or, in words, why it cannot be.
-    std::string publish(const publishing::Publisher::Log &log);
+    std::string publish(const object_readers &readers, const publishing::Publisher::Log &log);
 
     // A source, or what it holds, has changed. Any thread.
     void source_changed(int32_t source);

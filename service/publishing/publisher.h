@@ -30,8 +30,10 @@ class Publisher {
     // As StoreOptions::log.
     using Log = std::function<void(int severity, const std::string &line)>;
 
-    // Becomes the publisher of a player. Returns nothing, and in `wrong` why, where it cannot.
-    static std::unique_ptr<Publisher> open(const std::string &player, Log log, std::string &wrong);
+    // Becomes the publisher of a player, which those readers may follow. Returns nothing, and in
+    // `wrong` why, where it cannot.
+    static std::unique_ptr<Publisher> open(const std::string &player, const object_readers &readers,
+                                           Log log, std::string &wrong);
 
     // Readers are told of the end: the state goes, then the directory.
     ~Publisher();

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "platform/linux/objects/ring_access.h"
 #include "platform/linux/runtime/published_name.h"
 #include "platform/linux/runtime/runtime_directory.h"
 #include "platform/portable/guards.h"
@@ -15,10 +16,7 @@ namespace {
 
 constexpr const char *lock_name = "lock";
 constexpr const char *new_ring_name = "ring.new";
-constexpr mode_t ring_mode = 0444;
 constexpr mode_t unfinished_mode = 0600;
-// Readers may open the ring meanwhile, and those that wait may watch it.
-constexpr mode_t writable_mode = 0644;
 
 // Publishers that leave may remove a directory as often as another makes it: not for ever.
 constexpr int attempts_max = 16;
@@ -54,10 +52,12 @@ void retire_old_ring(int directory) {
         status.st_size < static_cast<off_t>(ring_file_bytes)) {
         return;
     }
-    // Nobody may write the file, its owner included, until that is changed.
-    ::fchmod(found.get(), writable_mode);
+    // Nobody may write the file, its owner included, until that is changed. Its readers stay the
+    // same: they may open it meanwhile, and those that wait may watch it.
+    const mode_t mode = status.st_mode & 0777;
+    ::fchmod(found.get(), mode | S_IWUSR);
     const UniqueFd ring(::openat(directory, ring_name, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
-    ::fchmod(found.get(), ring_mode);
+    ::fchmod(found.get(), mode & 0444);
     if (ring) {
         RingWriter::retire_file(ring.get());
     }
@@ -65,7 +65,7 @@ void retire_old_ring(int directory) {
 
 } // namespace
 
-bool ObjectDirectory::take(std::string_view path, RingWriter &ring) {
+bool ObjectDirectory::take(std::string_view path, const object_readers &readers, RingWriter &ring) {
     for (int attempt = 1;; ++attempt) {
         Place place = make_place(std::string(path) + "/" + ring_name);
         if (place) {
@@ -82,7 +82,7 @@ bool ObjectDirectory::take(std::string_view path, RingWriter &ring) {
     }
     path_ = path;
     retire_old_ring(directory_.get());
-    if (!make_ring(ring)) {
+    if (!make_ring(readers, ring)) {
         const KeepErrno keep;
         remove();
         close();
@@ -92,12 +92,12 @@ bool ObjectDirectory::take(std::string_view path, RingWriter &ring) {
 }
 
 // Under another name until it is a ring and locked, so that no reader meets half of one.
-bool ObjectDirectory::make_ring(RingWriter &ring) {
+bool ObjectDirectory::make_ring(const object_readers &readers, RingWriter &ring) {
     const int directory = directory_.get();
     ::unlinkat(directory, new_ring_name, 0);
     ring_ = open_and_lock(directory, O_CREAT | O_EXCL, 0);
     second_ = ring_ ? open_and_lock(directory, 0, 1) : UniqueFd();
-    if (second_ && ring.create(ring_.get()) && ::fchmod(ring_.get(), ring_mode) == 0 &&
+    if (second_ && ring.create(ring_.get()) && grant_reading(ring_.get(), readers) &&
         ::renameat(directory, new_ring_name, directory, ring_name) == 0) {
         return true;
     }

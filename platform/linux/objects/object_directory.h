@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include <vantro/platform/objects.h>
+
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/objects/ring.h"
 
@@ -22,8 +24,9 @@ inline constexpr const char *ring_name = "ring";
 // second end is told, whichever it is, the first lock is free.
 class ObjectDirectory {
   public:
-    // Becomes the publisher. @return whether it did; errno says why not.
-    bool take(std::string_view path, RingWriter &ring);
+    // Becomes the publisher, whose ring those readers may read. @return whether it did; errno says
+    // why not.
+    bool take(std::string_view path, const object_readers &readers, RingWriter &ring);
 
     // Removes ring, lock and directory, while the locks are still held.
     void remove();
@@ -34,7 +37,7 @@ class ObjectDirectory {
     int ring_file() const { return ring_.get(); }
 
   private:
-    bool make_ring(RingWriter &ring);
+    bool make_ring(const object_readers &readers, RingWriter &ring);
 
     std::string path_;
     UniqueFd directory_;

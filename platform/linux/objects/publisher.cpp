@@ -63,12 +63,13 @@ void after_fork_in_child() {
 
 // Takes the directory and enlists, without a fork in between: a child that does not know of the
 // lock would hold it beyond its parent's death.
-bool take_and_enlist(object_publisher *publisher, std::string_view directory) {
+bool take_and_enlist(object_publisher *publisher, std::string_view directory,
+                     const object_readers &readers) {
     static const int watches_fork =
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
     static_cast<void>(watches_fork);
     const std::lock_guard guard(publishers_lock);
-    if (!publisher->directory.take(directory, publisher->ring)) {
+    if (!publisher->directory.take(directory, readers, publisher->ring)) {
         return false;
     }
     publisher->next = publishers;
@@ -124,7 +125,17 @@ int object_publisher::publish(std::string_view change) {
 }
 
 struct object_publisher *object_publisher_open(const char *directory) {
+    const struct object_readers everybody = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0444};
+    return object_publisher_open_for(directory, &everybody);
+}
+
+struct object_publisher *object_publisher_open_for(const char *directory,
+                                                   const struct object_readers *readers) {
     std::string_view relative;
+    if (!readers) {
+        errno = EINVAL;
+        return nullptr;
+    }
     if (!directory || !is_platform_path(directory, relative) || !relative.starts_with("kivo/")) {
         errno = ENOENT;
         return nullptr;
@@ -132,7 +143,7 @@ struct object_publisher *object_publisher_open(const char *directory) {
     const CancelDisabled no_cancel;
     try {
         auto publisher = std::make_unique<object_publisher>();
-        return take_and_enlist(publisher.get(), relative) ? publisher.release() : nullptr;
+        return take_and_enlist(publisher.get(), relative, *readers) ? publisher.release() : nullptr;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
         return nullptr;

@@ -35,7 +35,8 @@
  *  int d = platform_open("/kivo/services/vantro/kitchen/.all?delta", O_RDONLY);   every object
  *    gives a real, close-on-exec descriptor, or -1: ENOENT (no such directory, or nobody published
  *    there yet), ECONNREFUSED (the publisher has died and left its ring), EBADMSG (what lies there
- *    is short or noise), EACCES (not opened O_RDONLY), EINVAL (an option other than "delta", or an
+ *    is short or noise), EACCES (not opened O_RDONLY, or the publisher does not let this user
+ *    read), EINVAL (an option other than "delta", or an
  *    object name that cannot be), ENAMETOOLONG, EMFILE, ENFILE, ENOMEM. The object itself need not
  *    exist yet.
  *  ssize_t n = platform_read(d, buffer, 32767);
@@ -54,6 +55,7 @@
 #define VANTRO_PLATFORM_OBJECTS_H
 
 #include <stddef.h>
+#include <stdint.h>
 
 #include <vantro/platform/change.h>
 #include <vantro/platform/export.h>
@@ -64,6 +66,16 @@ extern "C" {
 #endif
 
 struct object_publisher;
+
+/** Who may read what a publisher publishes, in the way in which a file says it. */
+struct object_readers {
+    uint32_t uid;  /**< The user whom the owner's bit is for, or OBJECT_READERS_OWN. */
+    uint32_t gid;  /**< The group that the group's bit is for, or OBJECT_READERS_OWN. */
+    uint32_t mode; /**< The bits 0400, 0040 and 0004. Others are ignored: nobody may write. */
+};
+
+/** In place of a user or group: the effective one of the publisher's process. */
+#define OBJECT_READERS_OWN UINT32_MAX
 
 /** One attribute of a change. */
 struct object_attribute {
@@ -90,6 +102,18 @@ enum {
  *   in it), ENAMETOOLONG, EACCES, EMFILE, ENFILE, ENOMEM, ENOSPC (no room for the ring).
  */
 VANTRO_PLATFORM_API struct object_publisher *object_publisher_open(const char *directory);
+
+/**
+ * object_publisher_open() for some readers only: others get -1 with EACCES from platform_open().
+ * The publisher's own user, and user 0, may always read. What an earlier publisher left stays
+ * readable by those who have it open.
+ * @param readers not NULL, else EINVAL; copied.
+ * @return as object_publisher_open(); also EOPNOTSUPP where the bits of another user or group are
+ *   to differ from the others' and the file system of the runtime directory has no access control
+ *   lists.
+ */
+VANTRO_PLATFORM_API struct object_publisher *object_publisher_open_for(
+    const char *directory, const struct object_readers *readers);
 
 /**
  * Ends publishing: readers get what they have not read and then ESTALE, those that wait wake up,
