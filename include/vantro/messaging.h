@@ -248,10 +248,22 @@ typedef struct SlotArray {
 /**
  * A service's handler. Runs in a server thread without the server lock (but see `close_cb`).
  *
+ * Close. A close handler runs once for an open, with one exception: where an answer was still owed
+ * when the client closed, and is still owed when the client's connection goes, it runs again then.
+ * A second call has no context and finds `closed` of the record 1; a first call has a context (of
+ * the close request), or none and `closed` 0 (the client vanished). The two never overlap. So a
+ * service frees what it keeps for an open exactly once when its close handler begins with
+ *
+ *     if (!context && open->closed) {
+ *         return 0;
+ *     }
+ *
  * A client may send from several threads, so a close handler can run while another thread handles
- * a request of the same open, and a request can still come after it for as long as an answer is
- * owed. It can run twice for one open: at the close, and when the client vanishes while an answer
- * is owed. It also runs for an open that the open handler refused, once that client vanishes; no
+ * a request of the same open, and a request can still come after it as long as another request is
+ * handled or an answer is owed: a request handler looks, under a lock of the service's own, whether
+ * what the service keeps for the open is still there.
+ *
+ * An open that the open handler refused is closed, for its handlers, once that client vanishes; no
  * request of such an open is ever handled.
  * @param open    the open record. In a request handler valid until the answer, and after it not to
  *                be touched; in the others until they return.

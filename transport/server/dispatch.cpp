@@ -65,7 +65,11 @@ void sweep(MsgServer *server, int32_t conn_id) {
             if (!open->closed) {
                 service->open_count--;
             }
-            if (service->close_cb) {
+            // Not again for a record that is closed already and only waits for threads to let go
+            // of it: its service was told at the close.
+            const bool told =
+                open->closed && __atomic_load_n(answers_owed(open), __ATOMIC_ACQUIRE) == 0;
+            if (service->close_cb && !told) {
                 service->close_cb(open, nullptr, service);
             }
             if (open->inuse == 0) {
@@ -179,7 +183,7 @@ MsgOsb *make_open(const Dispatch &now, MsgService *service) {
     if (has_too_many_opens(*service, conn_id)) {
         return nullptr;
     }
-    const int32_t index = _array_add(service->opens, sizeof(MsgOsb));
+    const int32_t index = _array_add(service->opens, sizeof(OpenRecord));
     if (index < 0) {
         return nullptr;
     }
@@ -253,7 +257,7 @@ void dispatch_notify(const Dispatch &now, MsgOsb *open) {
 }
 
 void dispatch_putget(const Dispatch &now, MsgService *service, MsgOsb *open) {
-    open->inuse++; // for the answer, whose sender drops it
+    owe_answer(open);
     now.lock.release();
     service->request_cb(open, now.context, service);
 }
@@ -265,7 +269,7 @@ void dispatch_put(const Dispatch &now, MsgService *service, MsgOsb *open) {
     if (now.context->header->tag == 0) {
         return now.refuse(EINVAL);
     }
-    open->inuse++; // for the answer, whose sender drops it
+    owe_answer(open);
     now.lock.release();
     now.accept();
     service->request_cb(open, now.context, service);

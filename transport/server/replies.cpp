@@ -78,6 +78,7 @@ int32_t callout_reply(MsgOsb *open, MsgContext *context, int32_t status, const v
 
 int32_t callout_replyv(MsgOsb *open, MsgContext *context, int32_t status, const iovec *parts,
                        int32_t count) {
+    begin_answer(open);
     const int32_t result = answer_request(open, context, status, parts, count);
     const int error = errno;
     _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open);
@@ -87,6 +88,7 @@ int32_t callout_replyv(MsgOsb *open, MsgContext *context, int32_t status, const 
 
 int32_t callout_reply2(MsgOsb *open, int32_t receive_id, uint32_t tag, int32_t status,
                        const iovec *parts, int32_t count) {
+    begin_answer(open);
     const int32_t result = put_queue(open, status, tag, parts, count);
     deliver_event(open, receive_id, tag);
     _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open);

@@ -84,6 +84,28 @@ inline int64_t round_capacity(int64_t size) {
     return (size + capacity_step - 1) / capacity_step * capacity_step;
 }
 
+// An open record as the library makes it: the public part, and what services do not see.
+struct OpenRecord {
+    MsgOsb open;
+    int32_t answers_owed; // Requests that no reply operation has begun to answer; __atomic_* only.
+};
+
+inline int32_t *answers_owed(MsgOsb *open) {
+    return &reinterpret_cast<OpenRecord *>(open)->answers_owed;
+}
+
+// A request goes to its handler: takes the reference for its answer. With the server lock held.
+inline void owe_answer(MsgOsb *open) {
+    open->inuse++;
+    __atomic_add_fetch(answers_owed(open), 1, __ATOMIC_RELAXED);
+}
+
+// A reply operation begins. Its reference goes last, but nothing is owed from here on: a client
+// that closes and disconnects as soon as it has its answer is swept as one that owes nothing.
+inline void begin_answer(MsgOsb *open) {
+    __atomic_sub_fetch(answers_owed(open), 1, __ATOMIC_RELEASE);
+}
+
 // Where payloads normally go: directly behind the header.
 inline uint8_t *behind_header(const MsgContext &context) {
     return reinterpret_cast<uint8_t *>(context.header) + header_bytes;

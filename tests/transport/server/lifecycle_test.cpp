@@ -39,6 +39,28 @@ TEST_P(Lifecycle, PutAnsweredAfterItsClientClosed) {
     expect_nothing_left();
 }
 
+TEST_P(Lifecycle, AnOrdinaryCloseIsToldOnce) {
+    constexpr int clients = 4, rounds = 1000;
+    server.start(8 - 3);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < clients; i++) {
+        threads.emplace_back([] {
+            for (int round = 0; round < rounds; round++) {
+                const Client client("s");
+                EXPECT_EQ(client.ask(ECHO), MSG_STATUS_QUEUED);
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    const Client last("s"); // what was sent before is handled by now, and its sweeps follow
+    script.wait([] { return script.closes >= clients * rounds; });
+    server.stop();
+    EXPECT_EQ(script.closes, clients * rounds);
+    EXPECT_EQ(script.vanished, 0);
+}
+
 TEST_P(Lifecycle, ClientKilledWhileItOpensOrWaits) {
     const Client bystander("s");
     for (const auto &[open_code, code] : {std::pair{BLOCK, ECHO}, std::pair{ECHO, BLOCK}}) {
