@@ -285,7 +285,8 @@ typedef int32_t (*MsgReply2)(MsgOsb *open, int32_t receive_id, uint32_t tag, int
 /** A message server. Lives from msgserver_create() to the end of the process. */
 struct MsgServer {
     uint32_t flags;       /**< MSGSERVER_FLAG_*, as adjusted. */
-    int32_t grantor_fd;   /**< Descriptor of the grantor device, or -1. */
+    int32_t grantor_fd;   /**< Descriptor of the grantor device, or -1. Another one once the grantor
+                               was restarted. */
     int32_t recv_size;    /**< Payload capacity of a new thread's receive buffer, in bytes. */
     int32_t max_msg_size; /**< Largest payload capacity that a receive buffer grows to. */
     int32_t queue_max;    /**< Upper bound of the queue limit that a client may ask for. */

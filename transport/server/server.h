@@ -44,6 +44,9 @@ inline constexpr int32_t no_connection = -1;
 // Capacities of receive buffers are multiples of this.
 inline constexpr int32_t capacity_step = 1024;
 
+// The device that knows who holds which capability.
+inline constexpr char grantor_path[] = "/dev/grantor";
+
 // The permissions that an open in path mode must have: to read and to write.
 inline constexpr uint32_t open_access = PATH_ACCESS_READ | PATH_ACCESS_WRITE;
 

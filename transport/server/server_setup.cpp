@@ -180,7 +180,7 @@ MsgServer *msgserver_create(int32_t max_msg_size, int32_t queue_max, int32_t fla
         server->flags |= MSGSERVER_FLAG_NOCHECK;
     }
     if (!(server->flags & MSGSERVER_FLAG_NOCHECK)) {
-        server->grantor_fd = platform_open("/dev/grantor", O_RDWR);
+        server->grantor_fd = platform_open(grantor_path, O_RDWR);
         if (server->grantor_fd == -1) {
             errno = EPERM;
             discard_server(server);

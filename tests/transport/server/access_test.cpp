@@ -1,5 +1,6 @@
 // Who may open a service: permission bits, owner and groups in path mode, capabilities else.
 #include <cstdlib>
+#include <memory>
 
 #include <unistd.h>
 
@@ -97,6 +98,23 @@ TEST(Access, Capabilities) {
             platform_close(server->grantor_fd);
         }
     }
+}
+
+TEST(Access, RestartedGrantor) {
+    auto grantor = std::make_unique<Grantor>();
+    Server server(0);
+    ASSERT_TRUE(server.get());
+    ASSERT_EQ(server.add("restarted", "net"), 0);
+    server.start(1);
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(Client("restarted").error, 0);
+        grantor.reset();
+        EXPECT_EQ(Client("restarted").error, ENOENT);
+        grantor = std::make_unique<Grantor>();
+        EXPECT_EQ(Client("restarted").error, 0);
+    }
+    server.stop();
+    platform_close(server->grantor_fd);
 }
 
 TEST(Access, PathPermissions) {
