@@ -1,8 +1,5 @@
 #include "player/answer.h"
 
-#include <algorithm>
-#include <cstring>
-
 #include "player/log.h"
 
 namespace vantro::player {
@@ -16,16 +13,10 @@ constexpr size_t frequent_answer_max = 1024 * 1024;
 // free memory as twice the largest block that it was ever given back. So a block of three times the
 // length sees to it that the next list is made in the memory of the last one: were that returned to
 // the host, finding it again page by page would take as long as all else that the client does. What
-// is not zeroed is never touched.
-unsigned char *zeroed_block(size_t size) {
-    if (size <= VANTRO_REPLY_AREA || size > frequent_answer_max) {
-        return static_cast<unsigned char *>(std::calloc(1, size));
-    }
-    auto *block = static_cast<unsigned char *>(std::malloc(3 * size));
-    if (block) {
-        std::memset(block, 0, size);
-    }
-    return block;
+// no answer reaches is never touched.
+unsigned char *make_block(size_t size) {
+    const bool is_frequent = size > VANTRO_REPLY_AREA && size <= frequent_answer_max;
+    return static_cast<unsigned char *>(std::malloc(is_frequent ? 3 * size : size));
 }
 
 } // namespace
@@ -36,11 +27,10 @@ int Answer::ask(const VantroHandle *handle, std::initializer_list<iovec> request
 }
 
 int Answer::fetch(const VantroHandle *handle) {
-    const KeepErrno keep;
     result_ = no_result;
     count_ = -1;
-    const iovec reply[] = {part(result_), part(&count_, count_bytes_), part(area_, area_size_)};
-    return msgclient_getv(handle->connection, 0, reply, 3, &length_, 0);
+    return getv(handle, {part(result_), part(&count_, count_bytes_), part(area_, area_size_)},
+                length_);
 }
 
 bool Answer::granted(const char *failure) const {
@@ -52,7 +42,7 @@ bool Answer::granted(const char *failure) const {
 }
 
 size_t Answer::byte_count() const {
-    return std::min<size_t>(length_ - word_bytes(), area_size_);
+    return length_ - word_bytes();
 }
 
 bool LongAnswer::make_area() {
@@ -80,15 +70,14 @@ bool LongAnswer::complete(const VantroHandle *handle, int status, OverflowLock &
     return fetched;
 }
 
-// Not realloc(): nothing in the old area is worth moving, and fresh zeroed memory costs nothing
-// until an answer comes to lie in it, whatever length the service only claims.
+// Not realloc(): nothing in the old area is worth moving.
 bool LongAnswer::replace_area(size_t size) {
     const KeepErrno keep;
     if (size > VANTRO_REPLY_MAX) {
         return false;
     }
     block_.reset();
-    block_.reset(zeroed_block(size));
+    block_.reset(make_block(size));
     set_area(block_.get(), block_ ? size : 0);
     return block_ != nullptr;
 }

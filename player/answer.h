@@ -30,9 +30,6 @@ enum class Counted { no, yes };
 
 class Answer {
   public:
-    // The area is zeroed by whoever provides it, so that a service that overstates the length of
-    // its answer makes us read zeros and not what memory held before: how much of the area an
-    // exchange filled, the service alone tells.
     explicit Answer(Counted counted, unsigned char *area = nullptr, size_t area_size = 0)
         : count_bytes_(counted == Counted::yes ? sizeof count_ : 0), area_(area),
           area_size_(area_size) {}
@@ -56,7 +53,7 @@ class Answer {
         area_size_ = size;
     }
     size_t area_size() const { return area_size_; }
-    // Bytes of the whole answer, as the service states them.
+    // Bytes of the whole answer: see putgetv().
     uint32_t length() const { return length_; }
 
   private:
@@ -72,7 +69,8 @@ class Answer {
 };
 
 // An answer of any length: the area begins with VANTRO_REPLY_AREA bytes of the heap, and is grown
-// once to what the service announces.
+// once to what the service announces. Memory that no byte of the answer reaches is address space
+// only, so a service that announces more than it sends costs next to nothing.
 class LongAnswer : public Answer {
   public:
     using Answer::Answer;

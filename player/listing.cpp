@@ -48,7 +48,7 @@ int vantro_get_media_sources(VantroHandle *handle, MediaSource **sources, int *c
     }
     const RequestHeader header =
         vantro::player::request_header(VANTRO_COMMAND_GET_MEDIA_SOURCES, 0);
-    unsigned char area[VANTRO_REPLY_AREA] = {};
+    unsigned char area[VANTRO_REPLY_AREA];
     vantro::player::Answer answer(vantro::player::Counted::yes, area, sizeof area);
     vantro::player::OverflowLock lock(handle);
     const int status = answer.ask(handle, {part(header)});

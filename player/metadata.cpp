@@ -119,7 +119,7 @@ int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id
     const vantro::player::Text id(node_id);
     const RequestHeader header =
         vantro::player::request_header(VANTRO_COMMAND_GET_METADATA, 8 + id.length);
-    unsigned char area[VANTRO_REPLY_AREA] = {};
+    unsigned char area[VANTRO_REPLY_AREA];
     vantro::player::Answer answer(vantro::player::Counted::no, area, sizeof area);
     vantro::player::OverflowLock lock(handle);
     const int status =

@@ -1,9 +1,11 @@
 #include "player/requests.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
 #include "player/log.h"
+#include "transport/client/client.h"
 
 namespace vantro::player {
 
@@ -11,11 +13,32 @@ static_assert(sizeof(RequestHeader) == 16);
 static_assert(offsetof(RequestHeader, command) == 0);
 static_assert(offsetof(RequestHeader, payload_length) == 4);
 
+namespace {
+
+uint32_t length_of_answer(int status, const transport::AnswerLength &length) {
+    return status == MSG_STATUS_QUEUED ? length.stated : std::min(length.stated, length.received);
+}
+
+} // namespace
+
 int putgetv(const VantroHandle *handle, std::initializer_list<iovec> request,
             std::initializer_list<iovec> reply, uint32_t &answer_length) {
     const KeepErrno keep;
-    return msgclient_putgetv(handle->connection, request.begin(), static_cast<int>(request.size()),
-                             reply.begin(), static_cast<int>(reply.size()), &answer_length, 0);
+    transport::AnswerLength length;
+    const int status =
+        transport::putgetv(handle->connection, request.begin(), static_cast<int>(request.size()),
+                           reply.begin(), static_cast<int>(reply.size()), length, 0);
+    answer_length = length_of_answer(status, length);
+    return status;
+}
+
+int getv(const VantroHandle *handle, std::initializer_list<iovec> reply, uint32_t &answer_length) {
+    const KeepErrno keep;
+    transport::AnswerLength length;
+    const int status = transport::getv(handle->connection, 0, reply.begin(),
+                                       static_cast<int>(reply.size()), length, 0);
+    answer_length = length_of_answer(status, length);
+    return status;
 }
 
 bool answered(int status) {

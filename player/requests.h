@@ -45,10 +45,14 @@ struct Text {
 };
 
 // One exchange. Keeps errno.
-// Returns the message client's result: 0 where an answer came; `answer_length` then tells its
-// bytes, result word included, as the service states them.
+// Returns the message client's result: 0 where an answer came; `answer_length` then tells how many
+// bytes of it there are, result word included: what the service states, or what came if that is
+// less. Where the answer is held at the service, `answer_length` is what the service states.
 int putgetv(const VantroHandle *handle, std::initializer_list<iovec> request,
             std::initializer_list<iovec> reply, uint32_t &answer_length);
+
+// Fetches the answer held at the service. Like putgetv() otherwise.
+int getv(const VantroHandle *handle, std::initializer_list<iovec> reply, uint32_t &answer_length);
 
 // Whether putgetv() brought an answer; logged where not.
 bool answered(int status);

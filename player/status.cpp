@@ -1,5 +1,4 @@
 // What the player is doing now: state, track session, track, position.
-#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -64,10 +63,7 @@ struct TrackAnswer {
     uint64_t tsid = 0;
     int32_t node_length = 0;
     int32_t metadata_length = 0;
-    // Zeroed, so that a service that overstates the length of its answer makes us read zeros and
-    // not what earlier calls left on the stack. Nothing cheaper will do: how much of the area an
-    // exchange filled, the service alone tells. The clearing is a few hundredths of an exchange.
-    unsigned char data[VANTRO_REPLY_AREA] = {};
+    unsigned char data[VANTRO_REPLY_AREA];
 
     static constexpr size_t fixed_bytes = 24;
 };
@@ -139,8 +135,7 @@ int vantro_get_current_track_info(VantroHandle *handle, VantroTrackInfo **info) 
     }
     track->index = answer.index;
     track->tsid = answer.tsid;
-    vantro::player::Rest rest{
-        answer.data, std::min<size_t>(answer_length - answer.fixed_bytes, sizeof answer.data)};
+    vantro::player::Rest rest{answer.data, answer_length - answer.fixed_bytes};
     if (!vantro::player::take(rest, answer.node_length, unpack_media_node, &track->media_node) ||
         !vantro::player::take(rest, answer.metadata_length, unpack_metadata, &track->metadata)) {
         return -1;

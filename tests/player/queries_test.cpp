@@ -8,6 +8,7 @@
 #include <thread>
 
 #include <vantro/extras.h>
+#include <vantro/protocol.h>
 
 #include "player/handle.h"
 #include "tests/player/service.h"
@@ -277,10 +278,10 @@ TEST_F(Queries, AnswersThatLieHarmNobody) {
         Lines logged;
     } cases[] = {
         {browsing, {0, 12, words({0, -1}) + node}, "-1", {}},
-        {browsing, {0, UINT32_MAX, words({0, 2}) + node}, "0 2 Rock -", {}}, // Zeros follow.
-        {browsing, {0, UINT32_MAX, words({0, 2731}) + node}, "-1", {}},
+        {browsing, {0, UINT32_MAX, words({0, 2}) + node}, "-1", {}},
+        {browsing, {0, UINT32_MAX, words({0, 1}) + node}, "0 1 Rock", {}},
         {browsing, {0, 4, words({0, 1}) + node}, "-1", {browsing.failure}},
-        {browsing, {0, 8, words({0})}, "-1", {}}, // Its count did not arrive.
+        {browsing, {0, 8, words({0})}, "-1", {browsing.failure}}, // Its count did not arrive.
         {browsing, {9, 8, words({0, 0})}, "-1", {"3 msgclient_putgetv() failed: " + bad_file}},
         {browsing, {240, 100000, ""}, "-1", {"5 msgclient_getv() failed"}},
         {browsing, {240, (256U << 20) + 1, ""}, "-1", {"3 Cannot allocate memory"}},
@@ -298,7 +299,8 @@ TEST_F(Queries, AnswersThatLieHarmNobody) {
         {values, {0, 14, words({0}) + text("12") + words({INT32_MIN})}, "0 12 - -", {}},
         {values, {0, UINT32_MAX, words({0, INT32_MAX})}, "-1", {values.failure}},
         {values, {0, 99, words({0, 0, 0, 0}) + text("4")}, "0 - - -", {}},
-        {creating, {0, UINT32_MAX, words({0, 1})}, "0 1", {}},
+        {creating, {0, UINT32_MAX, words({0, 1})}, "-1", {creating.failure}},
+        {creating, {0, UINT32_MAX, words({0, 1, 0})}, "0 1", {}},
     };
     system_log_set_sink(
         [](auto code, auto severity, auto line, void *data) {
@@ -312,6 +314,30 @@ TEST_F(Queries, AnswersThatLieHarmNobody) {
         forge(c.forged);
         expect(c.call, handle, c.outcome, c.logged);
     }
+}
+
+// The fetched answer states the longest there may be, and so many records that they would fill it.
+TEST_F(Queries, RecordsThatDidNotComeTakeNoMemory) {
+    {
+        const std::lock_guard<std::mutex> lock(guard);
+        respond = [](MsgOsb *open, MsgContext *context) {
+            _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open);
+            TransportHeader header = *context->header;
+            header.reply_length = VANTRO_REPLY_MAX;
+            ipc_reply(context->receive_id, MSG_STATUS_QUEUED, &header, sizeof header);
+            // The server half would answer the fetch with the true length.
+            TransportHeader fetch;
+            const iovec place = {&fetch, sizeof fetch};
+            int32_t receive_id;
+            do {
+                receive_id = ipc_receive(server->channel, &place, 1, nullptr);
+            } while (receive_id == 0);
+            std::string bytes = words({0, VANTRO_REPLY_MAX / 24}) + node_bytes("Rock");
+            const iovec parts[] = {{&header, sizeof header}, {bytes.data(), bytes.size()}};
+            return ipc_replyv(receive_id, 0, parts, 2);
+        };
+    }
+    expect(all_calls()[1], handle, "-1", {});
 }
 
 TEST_F(Queries, WhatIsLongerThanTheAreaIsFetchedOnce) {

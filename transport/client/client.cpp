@@ -2,6 +2,7 @@
 //
 // A client is only read after its opening, and every exchange builds its header and vectors on
 // its own stack, so threads need no lock here and no exchange touches the heap.
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -29,12 +30,13 @@ TransportHeader request_header(const MsgClient &client, int kind) {
 }
 
 int exchange(const MsgClient &client, TransportHeader *header, const iovec *send, int send_count,
-             const iovec *reply, int reply_count) {
+             const iovec *reply, int reply_count, uint32_t *received) {
     const HeaderedParts out(header, send, send_count);
     if (!out) {
         return errno;
     }
     int status;
+    size_t bytes = 0;
     if (reply_count == no_reply) {
         status = ipc_send(client.connection, out.data(), out.count(), nullptr, 0);
     } else {
@@ -43,7 +45,11 @@ int exchange(const MsgClient &client, TransportHeader *header, const iovec *send
         if (!in) {
             return errno;
         }
-        status = ipc_send(client.connection, out.data(), out.count(), in.data(), in.count());
+        status = ipc_send_counted(client.connection, out.data(), out.count(), in.data(), in.count(),
+                                  &bytes);
+    }
+    if (received) {
+        *received = static_cast<uint32_t>(bytes - std::min(bytes, sizeof *header));
     }
     return status == -1 ? errno : status;
 }
@@ -111,18 +117,32 @@ int set_lengths(TransportHeader *header, const iovec *send, int send_count, cons
 
 // An exchange whose answer goes to the caller: putget and get.
 int answered_exchange(MsgClient *client, TransportHeader *header, const iovec *send, int send_count,
-                      const iovec *reply, int reply_count, uint32_t *answer_length) {
+                      const iovec *reply, int reply_count, AnswerLength &length) {
     int result = set_lengths(header, send, send_count, reply, reply_count);
     if (result == 0) {
-        result = exchange(*client, header, send, send_count, reply, reply_count);
+        result = exchange(*client, header, send, send_count, reply, reply_count, &length.received);
     }
-    if (answer_length) {
-        *answer_length = header->reply_length;
-    }
+    length.stated = header->reply_length;
     return result;
 }
 
 } // namespace
+
+int putgetv(MsgClient *client, const iovec *send, int send_count, const iovec *reply,
+            int reply_count, AnswerLength &length, uint16_t code) {
+    TransportHeader header = request_header(*client, MSG_KIND_PUTGET);
+    header.code = code;
+    return answered_exchange(client, &header, send, send_count, reply, reply_count, length);
+}
+
+int getv(MsgClient *client, uint32_t tag, const iovec *reply, int reply_count, AnswerLength &length,
+         uint16_t code) {
+    TransportHeader header = request_header(*client, MSG_KIND_GET);
+    header.code = code;
+    header.tag = tag;
+    return answered_exchange(client, &header, nullptr, 0, reply, reply_count, length);
+}
+
 } // namespace vantro::transport
 
 using namespace vantro::transport;
@@ -193,9 +213,12 @@ int msgclient_putgetv(MsgClient *client, const iovec *send, int send_count, cons
     if (!client) {
         return EINVAL;
     }
-    TransportHeader header = request_header(*client, MSG_KIND_PUTGET);
-    header.code = code;
-    return answered_exchange(client, &header, send, send_count, reply, reply_count, answer_length);
+    AnswerLength length;
+    const int result = putgetv(client, send, send_count, reply, reply_count, length, code);
+    if (answer_length) {
+        *answer_length = length.stated;
+    }
+    return result;
 }
 
 int msgclient_put(MsgClient *client, uint32_t tag, const void *data, uint32_t length,
@@ -230,8 +253,10 @@ int msgclient_getv(MsgClient *client, uint32_t tag, const iovec *reply, int repl
     if (!client) {
         return EINVAL;
     }
-    TransportHeader header = request_header(*client, MSG_KIND_GET);
-    header.code = code;
-    header.tag = tag;
-    return answered_exchange(client, &header, nullptr, 0, reply, reply_count, answer_length);
+    AnswerLength length;
+    const int result = getv(client, tag, reply, reply_count, length, code);
+    if (answer_length) {
+        *answer_length = length.stated;
+    }
+    return result;
 }

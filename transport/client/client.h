@@ -14,9 +14,22 @@ TransportHeader request_header(const MsgClient &client, int kind);
 
 // One exchange: the header and `send` go out, the reply's header comes back into `header` and the
 // rest into `reply`.
+// @param received where given, receives how many bytes were placed in `reply`; 0 where it fails.
 // @return the reply status, or the error number.
 int exchange(const MsgClient &client, TransportHeader *header, const iovec *send, int send_count,
-             const iovec *reply, int reply_count);
+             const iovec *reply, int reply_count, uint32_t *received = nullptr);
+
+// Bytes of an answer. A service may state more than it sends.
+struct AnswerLength {
+    uint32_t stated = 0;
+    uint32_t received = 0; // placed in the caller's parts
+};
+
+// msgclient_putgetv() and msgclient_getv() for callers that must know both lengths.
+int putgetv(MsgClient *client, const iovec *send, int send_count, const iovec *reply,
+            int reply_count, AnswerLength &length, uint16_t code);
+int getv(MsgClient *client, uint32_t tag, const iovec *reply, int reply_count, AnswerLength &length,
+         uint16_t code);
 
 // Releases what there is of the private pulse channel and marks it as gone. Keeps errno.
 void release_pulse_channel(MsgClient *client);

@@ -273,7 +273,7 @@ int Connection::announce_pulses() {
     return error;
 }
 
-int Connection::exchange(PartList &send, PartList &reply) {
+int Connection::exchange(PartList &send, PartList &reply, size_t &received) {
     const CancelDisabled no_cancel;
     if (abandoned_) {
         return fail(EBADF);
@@ -288,7 +288,7 @@ int Connection::exchange(PartList &send, PartList &reply) {
         return -1;
     }
     bool lane_is_good = false;
-    const int status = converse(lane, send, reply, lane_is_good);
+    const int status = converse(lane, send, reply, received, lane_is_good);
     const KeepErrno keep;
     if (lane_is_good) {
         give_back(lane);

@@ -36,8 +36,8 @@ class Connection {
     // Waits for the first lane, which the server gives unasked.
     bool start();
 
-    // One exchange; see ipc_send().
-    int exchange(PartList &send, PartList &reply);
+    // One exchange; see ipc_send_counted().
+    int exchange(PartList &send, PartList &reply, size_t &received);
 
     // In a child of fork: closes the copies of the parent's sockets. The number of the control
     // socket stays taken until it is closed: what the child opens next must not be found under a
@@ -61,7 +61,7 @@ class Connection {
     int ask(ControlKind kind, int value, int descriptor);
     int collect();
 
-    int converse(int lane, PartList &send, PartList &reply, bool &lane_is_good);
+    int converse(int lane, PartList &send, PartList &reply, size_t &received, bool &lane_is_good);
 
     UniqueFd control_;
     std::mutex lock_;

@@ -40,7 +40,8 @@ int send_message(int lane, Frame &frame, PartList &send) {
 
 } // namespace
 
-int Connection::converse(int lane, PartList &send, PartList &reply, bool &lane_is_good) {
+int Connection::converse(int lane, PartList &send, PartList &reply, size_t &received,
+                         bool &lane_is_good) {
     Frame frame;
     if (const int error = send_message(lane, frame, send); error != 0) {
         if (is_lost(error)) {
@@ -53,13 +54,12 @@ int Connection::converse(int lane, PartList &send, PartList &reply, bool &lane_i
 
     reply.set_front(&frame, sizeof frame);
     Arrival arrival;
-    const ssize_t received =
-        receive_packet(lane, reply.with_front(), reply.count() + 1, 0, arrival);
-    if (received < 0 && !is_lost(errno)) {
+    const ssize_t packet = receive_packet(lane, reply.with_front(), reply.count() + 1, 0, arrival);
+    if (packet < 0 && !is_lost(errno)) {
         return -1; // interrupted: the answer may still come, so the lane is given up
     }
     const bool is_error = frame.flags & frame_error;
-    if (received < static_cast<ssize_t>(sizeof frame) || frame.status < (is_error ? 1 : 0)) {
+    if (packet < static_cast<ssize_t>(sizeof frame) || frame.status < (is_error ? 1 : 0)) {
         mark_dead();
         return fail(ECONNRESET);
     }
@@ -76,10 +76,14 @@ int Connection::converse(int lane, PartList &send, PartList &reply, bool &lane_i
             mark_dead();
             return fail(ECONNRESET);
         }
-        if (read_memory_file(arrival.descriptor.get(), 0, reply.callers(), reply.count(),
-                             frame.length) < 0) {
+        const ssize_t length = read_memory_file(arrival.descriptor.get(), 0, reply.callers(),
+                                                reply.count(), frame.length);
+        if (length < 0) {
             return -1;
         }
+        received = static_cast<size_t>(length);
+    } else {
+        received = static_cast<size_t>(packet) - sizeof frame;
     }
     return frame.status;
 }
@@ -90,6 +94,13 @@ using namespace vantro::platform;
 
 int ipc_send(int number, const struct iovec *send, int send_count, const struct iovec *reply,
              int reply_count) {
+    size_t received;
+    return ipc_send_counted(number, send, send_count, reply, reply_count, &received);
+}
+
+int ipc_send_counted(int number, const struct iovec *send, int send_count,
+                     const struct iovec *reply, int reply_count, size_t *received) {
+    *received = 0;
     if (kind_of(number) == NumberKind::pulse_connection) {
         return fail(ENOTSUP);
     }
@@ -102,7 +113,7 @@ int ipc_send(int number, const struct iovec *send, int send_count, const struct 
     if (!send_parts.assign(send, send_count) || !reply_parts.assign(reply, reply_count)) {
         return -1;
     }
-    return connection->exchange(send_parts, reply_parts);
+    return connection->exchange(send_parts, reply_parts, *received);
 }
 
 int ipc_send_simple(int number, const void *message, size_t length, void *reply,

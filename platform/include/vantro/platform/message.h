@@ -170,6 +170,15 @@ VANTRO_PLATFORM_API int connect_client_info(int conn_id, struct ipc_credentials 
 VANTRO_PLATFORM_API int ipc_send(int connection, const struct iovec *send, int send_count,
                                  const struct iovec *reply, int reply_count);
 
+/**
+ * ipc_send() that also tells how much of the reply's data there really was.
+ * @param received receives how many bytes were placed in `reply`, in order; the rest of it is as it
+ *   was. 0 where the call fails.
+ */
+VANTRO_PLATFORM_API int ipc_send_counted(int connection, const struct iovec *send, int send_count,
+                                         const struct iovec *reply, int reply_count,
+                                         size_t *received);
+
 /** ipc_send() with one buffer each way. */
 VANTRO_PLATFORM_API int ipc_send_simple(int connection, const void *message, size_t length,
                                         void *reply, size_t reply_length);
