@@ -175,9 +175,10 @@ VANTRO_API int msgclient_putgetv(MsgClient *client, const struct iovec *send, in
 
 /**
  * Sends a request and returns once the server has accepted it; its answer will be held under
- * `tag` and announced.
+ * `tag` and announced. A client may put any number of requests before it takes a notification.
  * @param tag not 0, else EINVAL.
- * @return the result; EAGAIN while the open's queue is full, and before any notify.
+ * @return the result; EAGAIN while the open's queue is full, before any notify, and while more
+ *   than IPC_PULSE_BACKLOG notifications wait for the client to take them.
  */
 VANTRO_API int msgclient_put(MsgClient *client, uint32_t tag, const void *data, uint32_t length,
                              uint16_t code);
@@ -204,8 +205,10 @@ VANTRO_API int msgclient_getv(MsgClient *client, uint32_t tag, const struct iove
  * Registers how the client wants to be told of answers to msgclient_put(), and how many of them
  * the server may hold. Replaces an earlier registration.
  * @param queue_limit taken as at least 1 and at most the server's maximum.
- * @param event       copied; its value is replaced by the answer's tag at each delivery.
- * @return the result.
+ * @param event       copied; its value is replaced by the answer's tag at each delivery. Its pulse
+ *                    connection must be this process's own.
+ * @return the result; EAGAIN when IPC_PULSE_CONNECTIONS_MAX other pulse connections that still
+ *   exist were registered on this client, or the server has no descriptor for one more.
  */
 VANTRO_API int msgclient_notify(MsgClient *client, uint32_t queue_limit,
                                 const struct ipc_event *event);

@@ -36,6 +36,12 @@ int msgclient_notify(MsgClient *client, uint32_t queue_limit, const ipc_event *e
     if (!client || !event) {
         return EINVAL;
     }
+    // An event that names no pulse connection of this process is sent all the same: the queue limit
+    // counts, and nobody is told.
+    if (event->kind == IPC_EVENT_PULSE &&
+        ipc_announce_pulse(client->connection, event->connection) == -1 && errno != EBADF) {
+        return errno;
+    }
     TransportHeader header = request_header(*client, MSG_KIND_NOTIFY);
     header.send_length = event_bytes;
     header.reply_length = queue_limit;

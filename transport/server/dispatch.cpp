@@ -262,8 +262,13 @@ void dispatch_putget(const Dispatch &now, MsgService *service, MsgOsb *open) {
     service->request_cb(open, now.context, service);
 }
 
+// Whether the client takes so few notifications that one more could not be promised.
+bool takes_no_notifications(const Dispatch &now, const MsgOsb &open) {
+    return ipc_check_event(now.receive_id(), &open.event) == -1 && errno == EAGAIN;
+}
+
 void dispatch_put(const Dispatch &now, MsgService *service, MsgOsb *open) {
-    if (open->queued >= open->queue_limit) {
+    if (open->queued >= open->queue_limit || takes_no_notifications(now, *open)) {
         return now.refuse(EAGAIN);
     }
     if (now.context->header->tag == 0) {

@@ -4,6 +4,7 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -15,7 +16,7 @@ using namespace vantro::platform;
 
 namespace vantro::platform {
 
-void ring(const Channel &channel) {
+void wake_receiver(const Channel &channel) {
     const uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(channel.wake.get(), &one, sizeof one);
 }
@@ -68,7 +69,7 @@ bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
 }
 
 // Takes the next pulse that a program sent. Codes below zero are the system's to send.
-bool take_sent_pulse(const Channel &channel, bool hung_up, struct ipc_pulse &pulse) {
+bool take_own_pulse(const Channel &channel, struct ipc_pulse &pulse) {
     int socket;
     {
         const std::lock_guard guard(Server::instance().lock);
@@ -76,23 +77,45 @@ bool take_sent_pulse(const Channel &channel, bool hung_up, struct ipc_pulse &pul
     }
     struct iovec part = {&pulse, sizeof pulse};
     Arrival arrival;
-    const ssize_t received = receive_packet(socket, &part, 1, MSG_DONTWAIT, arrival);
-    if (received == 0 && hung_up) {
-        // A server to whom the send end was announced has shut it down: nothing comes here any
-        // more, and the socket would stay readable for ever.
-        ::epoll_ctl(channel.epoll.get(), EPOLL_CTL_DEL, socket, nullptr);
+    return receive_packet(socket, &part, 1, MSG_DONTWAIT, arrival) == sizeof pulse;
+}
+
+// Takes the next pulse that a server sent. An end on which anything else arrives is closed.
+bool take_servers_pulse(Channel &channel, uint32_t id, struct ipc_pulse &pulse) {
+    Server &server = Server::instance();
+    const auto find = [&] {
+        return std::find_if(channel.pulse_ends.begin(), channel.pulse_ends.end(),
+                            [id](const PulseEnd &end) { return end.id == id; });
+    };
+    std::shared_ptr<UniqueFd> socket;
+    {
+        const std::lock_guard guard(server.lock);
+        const auto end = find();
+        if (end == channel.pulse_ends.end()) {
+            return false;
+        }
+        socket = end->socket;
     }
-    if (received != sizeof pulse || pulse.code < 0) {
-        return false;
+    struct iovec part = {&pulse, sizeof pulse};
+    Arrival arrival;
+    const ssize_t received = receive_packet(socket->get(), &part, 1, MSG_DONTWAIT, arrival);
+    if (received == sizeof pulse && pulse.code >= 0) {
+        const struct ipc_pulse clean = {.type = 0,
+                                        .subtype = 0,
+                                        .code = pulse.code,
+                                        .zero = {0, 0, 0},
+                                        .value = pulse.value,
+                                        .conn_id = 0};
+        pulse = clean;
+        return true;
     }
-    const struct ipc_pulse clean = {.type = 0,
-                                    .subtype = 0,
-                                    .code = pulse.code,
-                                    .zero = {0, 0, 0},
-                                    .value = pulse.value,
-                                    .conn_id = 0};
-    pulse = clean;
-    return true;
+    if (received >= 0 || (errno != EAGAIN && errno != EINTR)) {
+        const std::lock_guard guard(server.lock);
+        if (const auto end = find(); end != channel.pulse_ends.end()) {
+            close_pulse_end(channel, static_cast<size_t>(end - channel.pulse_ends.begin()));
+        }
+    }
+    return false;
 }
 
 bool destroyed(const Channel &channel) {
@@ -213,13 +236,18 @@ int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_inf
             }
             break;
         case Source::sent_pulse:
-            pulsed = take_sent_pulse(*channel, hung_up, pulse);
+            pulsed = source.incarnation == 0
+                         ? take_own_pulse(*channel, pulse)
+                         : take_servers_pulse(*channel, source.incarnation, pulse);
             break;
         case Source::new_client:
             accept_client(*channel, source.serial);
             break;
         case Source::client_control:
             serve_control(source);
+            break;
+        case Source::client_outlet:
+            serve_outlet(source, hung_up);
             break;
         case Source::client_lane: {
             ReceivedMessage message;

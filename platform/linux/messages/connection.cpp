@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <utility>
 
 #include "platform/linux/base/never_destroyed.h"
 #include "platform/portable/guards.h"
@@ -93,8 +94,8 @@ Connection::~Connection() {
 }
 
 bool Connection::start() {
-    owed_ = control_lane_request;
-    const int error = collect();
+    owed_.kind = control_lane_request;
+    const int error = await_control_reply();
     if (error != 0) {
         errno = error;
     }
@@ -149,7 +150,7 @@ int Connection::take_lane() {
 int Connection::request_lane(std::unique_lock<std::mutex> &guard) {
     control_busy_ = true;
     guard.unlock();
-    const int error = ask(control_lane_request, 0, -1);
+    const int error = request_control({control_lane_request, 0});
     guard.lock();
     control_busy_ = false;
     changed_.notify_all();
@@ -183,31 +184,30 @@ void Connection::drop(int lane) {
     close_descriptor(lane);
 }
 
-int Connection::ask(ControlKind kind, int value, int descriptor) {
-    while (owed_ != 0) {
-        const uint32_t kind_owed = owed_;
-        const int error = collect();
+int Connection::request_control(const ControlRecord &request) {
+    while (owed_.kind != 0) {
+        const ControlRecord owed = owed_;
+        const int error = await_control_reply();
         if (error == EINTR || error == ECONNRESET) {
             return error;
         }
-        if (kind_owed == kind && kind == control_lane_request) {
-            return error; // that is the lane we came for
+        if (owed.kind == request.kind && owed.value == request.value) {
+            return error; // that is what we came for
         }
     }
-    ControlRecord record{kind, value};
-    const struct iovec part = {&record, sizeof record};
-    if (send_packet(control_.get(), &part, 1, descriptor, 0) != sizeof record) {
+    struct iovec part = {const_cast<ControlRecord *>(&request), sizeof request};
+    if (send_packet(control_.get(), &part, 1, -1, 0) != sizeof request) {
         if (errno == EPIPE || errno == ECONNRESET) {
             mark_dead();
             return ECONNRESET;
         }
         return errno;
     }
-    owed_ = kind;
-    return collect();
+    owed_ = request;
+    return await_control_reply();
 }
 
-int Connection::collect() {
+int Connection::await_control_reply() {
     ControlRecord record;
     struct iovec part = {&record, sizeof record};
     Arrival arrival;
@@ -215,33 +215,38 @@ int Connection::collect() {
     if (received < 0 && errno == EINTR) {
         return EINTR;
     }
-    const uint32_t kind = owed_;
-    owed_ = 0;
+    const ControlRecord owed = std::exchange(owed_, {});
+    int error = ECONNRESET;
     if (received == sizeof record && record.kind == control_refused && record.value > 0) {
         return record.value;
     }
-    if (received == sizeof record && kind == control_lane_request &&
+    if (received == sizeof record && owed.kind == control_lane_request &&
         record.kind == control_lane_granted) {
-        if (!arrival.descriptor) {
-            return EMFILE;
-        }
-        const std::scoped_lock guard(Connections::instance().lock, lock_);
-        const int lane = arrival.descriptor.release();
-        lanes_[static_cast<size_t>(lane_count_++)] = lane;
-        idle_[static_cast<size_t>(idle_count_++)] = lane;
-        return 0;
+        error = arrival.descriptor ? take_granted_lane(std::move(arrival.descriptor)) : EMFILE;
+    } else if (received == sizeof record && owed.kind == control_pulse_request &&
+               record.kind == control_pulse_granted && record.value == owed.value) {
+        error = arrival.descriptor
+                    ? adopt_pulse_end(owed.value, *this, std::move(arrival.descriptor))
+                    : EMFILE;
     }
-    if (received == sizeof record && kind == control_pulse_announce &&
-        record.kind == control_pulse_accepted) {
-        return 0;
+    if (error == ECONNRESET) {
+        mark_dead();
     }
-    mark_dead();
-    return ECONNRESET;
+    return error;
 }
 
-// The server answers an announcement before the request that it precedes is sent: another of its
-// threads might take that request first, and then know no pulse connection to deliver to.
-int Connection::announce_pulses() {
+int Connection::take_granted_lane(UniqueFd lane) {
+    const std::scoped_lock guard(Connections::instance().lock, lock_);
+    lanes_[static_cast<size_t>(lane_count_++)] = lane.get();
+    idle_[static_cast<size_t>(idle_count_++)] = lane.release();
+    return 0;
+}
+
+int Connection::announce_pulse(int number) {
+    const CancelDisabled no_cancel;
+    if (abandoned_) {
+        return fail(EBADF);
+    }
     std::unique_lock guard(lock_);
     while (control_busy_) {
         ++waiters_;
@@ -250,27 +255,11 @@ int Connection::announce_pulses() {
     }
     control_busy_ = true;
     guard.unlock();
-    int error = 0;
-    const int newest = newest_pulse_connection();
-    for (;;) {
-        std::shared_ptr<UniqueFd> send_end;
-        const int number = next_pulse_connection(announced_, send_end);
-        if (number == 0) {
-            break;
-        }
-        error = ask(control_pulse_announce, number, send_end->get());
-        if (error != 0) {
-            break;
-        }
-        announced_ = number;
-    }
-    if (error == 0 && announced_ < newest) {
-        announced_ = newest; // which has been detached: no reason to come here again
-    }
+    const int error = dead_ ? ECONNRESET : request_control({control_pulse_request, number});
     guard.lock();
     control_busy_ = false;
     changed_.notify_all();
-    return error;
+    return error == 0 ? 0 : fail(error);
 }
 
 int Connection::exchange(PartList &send, PartList &reply, size_t &received) {
@@ -278,17 +267,12 @@ int Connection::exchange(PartList &send, PartList &reply, size_t &received) {
     if (abandoned_) {
         return fail(EBADF);
     }
-    if (announced_ < newest_pulse_connection()) {
-        if (const int error = announce_pulses(); error != 0) {
-            return fail(error);
-        }
-    }
     const int lane = take_lane();
     if (lane < 0) {
         return -1;
     }
     bool lane_is_good = false;
-    const int status = converse(lane, send, reply, received, lane_is_good);
+    const int status = exchange_on_lane(lane, send, reply, received, lane_is_good);
     const KeepErrno keep;
     if (lane_is_good) {
         give_back(lane);

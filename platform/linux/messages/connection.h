@@ -39,6 +39,9 @@ class Connection {
     // One exchange; see ipc_send_counted().
     int exchange(PartList &send, PartList &reply, size_t &received);
 
+    // Lets the server deliver to a pulse connection; see ipc_announce_pulse().
+    int announce_pulse(int number);
+
     // In a child of fork: closes the copies of the parent's sockets. The number of the control
     // socket stays taken until it is closed: what the child opens next must not be found under a
     // number that it still holds for this connection.
@@ -55,13 +58,14 @@ class Connection {
     void drop(int lane);
     void mark_dead();
 
-    int announce_pulses();
     int request_lane(std::unique_lock<std::mutex> &guard);
     // One request and its answer on the control socket. @return 0 or an error number.
-    int ask(ControlKind kind, int value, int descriptor);
-    int collect();
+    int request_control(const ControlRecord &request);
+    int await_control_reply();
+    int take_granted_lane(UniqueFd lane);
 
-    int converse(int lane, PartList &send, PartList &reply, size_t &received, bool &lane_is_good);
+    int exchange_on_lane(int lane, PartList &send, PartList &reply, size_t &received,
+                         bool &lane_is_good);
 
     UniqueFd control_;
     std::mutex lock_;
@@ -73,10 +77,9 @@ class Connection {
     int waiters_ = 0;
     bool full_ = false;         // the server refused one more
     bool control_busy_ = false; // a thread uses the control socket
-    uint32_t owed_ = 0;         // kind of the request whose answer is still to come
+    ControlRecord owed_;        // the request whose answer is still to come; kind 0 for none
     std::atomic<bool> dead_{false};
     bool abandoned_ = false;
-    std::atomic<int> announced_{0}; // the newest pulse connection that the server knows
 };
 
 struct Connections {
@@ -93,11 +96,9 @@ struct Connections {
     int open(UniqueFd control, NumberKind kind);
 };
 
-// pulse.cpp
-// The newest pulse connection of this process.
-int newest_pulse_connection();
-// The next live pulse connection above a number. @return 0 when there is none.
-int next_pulse_connection(int above, std::shared_ptr<UniqueFd> &send_end);
+// pulse.cpp: takes the end on which a server's pulses arrive, for a pulse connection of this
+// process. @return 0 or an error number: ECONNRESET for what is no such end.
+int adopt_pulse_end(int number, const Connection &server, UniqueFd socket);
 
 } // namespace vantro::platform
 

@@ -40,8 +40,8 @@ int send_message(int lane, Frame &frame, PartList &send) {
 
 } // namespace
 
-int Connection::converse(int lane, PartList &send, PartList &reply, size_t &received,
-                         bool &lane_is_good) {
+int Connection::exchange_on_lane(int lane, PartList &send, PartList &reply, size_t &received,
+                                 bool &lane_is_good) {
     Frame frame;
     if (const int error = send_message(lane, frame, send); error != 0) {
         if (is_lost(error)) {

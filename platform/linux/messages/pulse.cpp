@@ -1,13 +1,20 @@
 // Pulse connections of this process to its own channels.
+//
+// Pulses of this process arrive on the channel's own socket. Those of a server arrive on an end
+// that the server made for one pulse connection and keeps to itself: nothing that one server does
+// to its end reaches the pulses of another.
+//
+// PulseConnections::lock is taken before Server::lock.
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 
-#include <atomic>
 #include <cerrno>
 #include <map>
 #include <mutex>
+#include <new>
+#include <utility>
 
 #include "platform/linux/base/never_destroyed.h"
 #include "platform/linux/messages/connection.h"
@@ -18,15 +25,20 @@ using namespace vantro::platform;
 
 namespace {
 
+struct PulseConnection {
+    int channel = 0;
+    std::shared_ptr<UniqueFd> send_end;
+};
+
 struct PulseConnections {
     std::mutex lock;
-    std::map<int, std::shared_ptr<UniqueFd>> table;
-    std::atomic<int> newest{0};
+    std::map<int, PulseConnection> table;
+    int newest = 0;
 
     static PulseConnections &instance();
 };
 
-// A child has no use for the parent's, and must not announce them with the requests it sends.
+// A child must not send on the parent's.
 void before_fork() {
     PulseConnections::instance().lock.lock();
 }
@@ -41,6 +53,7 @@ void after_fork_in_child() {
 
 PulseConnections &PulseConnections::instance() {
     static auto *const connections = [] {
+        Server::instance(); // whose lock a fork takes after this one, being made before it
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
         static Kept<PulseConnections> kept;
         return kept.get();
@@ -90,19 +103,64 @@ std::shared_ptr<UniqueFd> pulse_socket(Channel &channel) {
 
 namespace vantro::platform {
 
-int newest_pulse_connection() {
-    return PulseConnections::instance().newest;
+void retire_pulse_end(Channel &channel, size_t index) {
+    const int socket = channel.pulse_ends[index].socket->get();
+    ::shutdown(socket, SHUT_RDWR); // the server learns it from this
+    char byte;
+    if (::recv(socket, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) <= 0) {
+        close_pulse_end(channel, index);
+    } // else whoever receives takes what is there, and then its end
 }
 
-int next_pulse_connection(int above, std::shared_ptr<UniqueFd> &send_end) {
+void close_pulse_end(Channel &channel, size_t index) {
+    const auto end = channel.pulse_ends.begin() + static_cast<ptrdiff_t>(index);
+    epoll_ctl(channel.epoll.get(), EPOLL_CTL_DEL, end->socket->get(), nullptr);
+    channel.pulse_ends.erase(end);
+}
+
+static int add_pulse_end(Channel &channel, PulseEnd end) {
+    for (size_t i = channel.pulse_ends.size(); i-- > 0;) {
+        if (channel.pulse_ends[i].number == end.number &&
+            channel.pulse_ends[i].server == end.server) {
+            retire_pulse_end(channel, i);
+        }
+    }
+    struct epoll_event event = {};
+    event.events = EPOLLIN | EPOLLRDHUP;
+    event.data.u64 = Source{Source::sent_pulse, 0, 0, end.id}.pack();
+    const int socket = end.socket->get();
+    channel.pulse_ends.push_back(std::move(end));
+    if (::epoll_ctl(channel.epoll.get(), EPOLL_CTL_ADD, socket, &event) != 0) {
+        const int error = errno;
+        channel.pulse_ends.pop_back();
+        return error;
+    }
+    return 0;
+}
+
+int adopt_pulse_end(int number, const Connection &server_connection, UniqueFd socket) {
+    if (!is_packet_socket(socket.get())) {
+        return ECONNRESET;
+    }
     PulseConnections &connections = PulseConnections::instance();
     const std::lock_guard guard(connections.lock);
-    const auto found = connections.table.upper_bound(above);
+    const auto found = connections.table.find(number);
     if (found == connections.table.end()) {
-        return 0;
+        return EBADF; // detached meanwhile
     }
-    send_end = found->second;
-    return found->first;
+    Server &server = Server::instance();
+    const std::lock_guard server_guard(server.lock);
+    const auto channel = server.channels.find(found->second.channel);
+    if (channel == server.channels.end()) {
+        return EBADF;
+    }
+    try {
+        return add_pulse_end(*channel->second,
+                             {number, &server_connection, ++server.last_incarnation,
+                              std::make_shared<UniqueFd>(std::move(socket))});
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
 }
 
 } // namespace vantro::platform
@@ -122,7 +180,7 @@ static int attach(uint32_t node, int32_t pid, int channel_number) {
     PulseConnections &connections = PulseConnections::instance();
     const std::lock_guard guard(connections.lock);
     const int next = connections.newest == 0 ? first_number() : connections.newest + 1;
-    connections.table.emplace(next, std::move(send_end));
+    connections.table.emplace(next, PulseConnection{channel_number, std::move(send_end)});
     connections.newest = next;
     return next;
 }
@@ -131,11 +189,46 @@ int connect_attach(uint32_t node, int32_t pid, int channel_number, unsigned, int
     return or_no_memory([=] { return attach(node, pid, channel_number); });
 }
 
-int connect_detach(int number) {
-    if (kind_of(number) == NumberKind::pulse_connection) {
+int ipc_announce_pulse(int connection_number, int number) {
+    {
         PulseConnections &connections = PulseConnections::instance();
         const std::lock_guard guard(connections.lock);
-        return connections.table.erase(number) > 0 ? 0 : fail(EBADF);
+        if (connections.table.count(number) == 0) {
+            return fail(EBADF);
+        }
+    }
+    const std::shared_ptr<Connection> connection = Connections::instance().find(connection_number);
+    return connection ? connection->announce_pulse(number) : fail(EBADF);
+}
+
+static int detach_pulse_connection(int number) {
+    PulseConnections &connections = PulseConnections::instance();
+    const std::lock_guard guard(connections.lock);
+    const auto found = connections.table.find(number);
+    if (found == connections.table.end()) {
+        return fail(EBADF);
+    }
+    {
+        Server &server = Server::instance();
+        const std::lock_guard server_guard(server.lock);
+        const auto channel = server.channels.find(found->second.channel);
+        if (channel != server.channels.end()) {
+            auto &ends = channel->second->pulse_ends;
+            for (size_t i = ends.size(); i-- > 0;) {
+                if (ends[i].number == number) {
+                    retire_pulse_end(*channel->second, i);
+                }
+            }
+        }
+    }
+    connections.table.erase(found);
+    return 0;
+}
+
+int connect_detach(int number) {
+    const CancelDisabled no_cancel;
+    if (kind_of(number) == NumberKind::pulse_connection) {
+        return detach_pulse_connection(number);
     }
     if (kind_of(number) != NumberKind::client_id) {
         return fail(EBADF);
@@ -159,6 +252,7 @@ int pulse_send(int number, int, int code, int32_t value) {
     if (code < 0 || code > INT8_MAX) {
         return fail(EINVAL);
     }
+    const CancelDisabled no_cancel;
     std::shared_ptr<UniqueFd> send_end;
     {
         PulseConnections &connections = PulseConnections::instance();
@@ -167,7 +261,7 @@ int pulse_send(int number, int, int code, int32_t value) {
         if (found == connections.table.end()) {
             return fail(EBADF);
         }
-        send_end = found->second;
+        send_end = found->second.send_end;
     }
     struct ipc_pulse pulse = {};
     pulse.code = static_cast<int8_t>(code);

@@ -29,6 +29,9 @@ void after_fork_in_child() {
         for (Lane &lane : client->lanes) {
             close_descriptor(lane.socket.fd);
         }
+        for (PulseOutlet &outlet : client->outlets) {
+            outlet.socket.reset();
+        }
         client.release(); // other threads of the parent may have been inside: leave it be
     }
     for (auto &[number, channel] : server.channels) {
@@ -39,6 +42,9 @@ void after_fork_in_child() {
         channel->epoll.reset();
         channel->wake.reset();
         channel->pulse_receive.reset();
+        for (PulseEnd &end : channel->pulse_ends) {
+            end.socket->reset();
+        }
         if (channel->pulse_send) {
             channel->pulse_send->reset();
         }
@@ -128,13 +134,22 @@ void Server::close_lane(Client &client, Lane &lane) {
     close_socket(client, lane.socket);
 }
 
+void Server::close_outlet(Client &client, PulseOutlet &outlet) {
+    if (outlet.socket) {
+        epoll_ctl(client.channel->epoll.get(), EPOLL_CTL_DEL, outlet.socket.get(), nullptr);
+        outlet = PulseOutlet();
+    }
+}
+
 void Server::disconnect(Client &client) {
     if (client.gone) {
         return;
     }
     client.gone = true;
     --client.channel->client_count;
-    client.pulses.clear();
+    for (PulseOutlet &outlet : client.outlets) {
+        close_outlet(client, outlet);
+    }
     close_socket(client, client.control);
     for (Lane &lane : client.lanes) {
         close_lane(client, lane);
@@ -172,7 +187,7 @@ void Server::erase_if_finished(Client &client) {
         (channel.first_pulse == 0 ? channel.first_pulse : clients[channel.last_pulse]->next_pulse) =
             client.serial;
         channel.last_pulse = client.serial;
-        ring(channel);
+        wake_receiver(channel);
     }
 }
 

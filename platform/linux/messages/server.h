@@ -18,6 +18,7 @@
 #define VANTRO_PLATFORM_LINUX_MESSAGES_SERVER_H
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -60,10 +61,12 @@ struct Lane {
 
 struct Channel;
 
-// A client's pulse connection: where its pulses are sent.
-struct AnnouncedPulse {
-    int number;
-    std::shared_ptr<UniqueFd> send_end;
+// Where the pulses of one pulse connection of a client are sent.
+struct PulseOutlet {
+    int number = 0;                        // the client's own number of it
+    uint32_t incarnation = 0;              // tells it from an earlier one of the same index
+    UniqueFd socket;                       // empty where the index is free
+    std::vector<struct ipc_pulse> waiting; // those that found no room in the socket
 };
 
 // One connected client.
@@ -74,7 +77,7 @@ struct Client {
     int attachment = 0;         // the path it opened; 0 for a global name
     PinnedFd control;
     std::vector<Lane> lanes;
-    std::vector<AnnouncedPulse> pulses;
+    std::vector<PulseOutlet> outlets;
     bool credentials_known = false;
     int32_t pid = 0;
     uint32_t uid = 0;
@@ -95,14 +98,25 @@ struct Listener {
     PublishedName name;
 };
 
+class Connection;
+
+// Where the pulses of one server for one pulse connection of this process arrive.
+struct PulseEnd {
+    int number = 0;                     // of the pulse connection
+    const Connection *server = nullptr; // to tell ends apart only; it may be gone
+    uint32_t id = 0;
+    std::shared_ptr<UniqueFd> socket; // threads receive on it without the lock
+};
+
 // Descriptors of a channel are closed with the last reference: receiving threads hold one.
 struct Channel {
     int number = 0;
     unsigned flags = 0;
     UniqueFd epoll;
-    UniqueFd wake; // counts the disconnect pulses; stays readable once destroyed
-    UniqueFd pulse_receive;
+    UniqueFd wake;          // counts the disconnect pulses; stays readable once destroyed
+    UniqueFd pulse_receive; // of pulses that this process sends
     std::shared_ptr<UniqueFd> pulse_send;
+    std::vector<PulseEnd> pulse_ends; // of pulses that servers send
     // The clients whose disconnect pulses are to be received, first and last, by serial: a list
     // through the clients themselves, so that telling of one takes no memory.
     uint32_t first_pulse = 0;
@@ -114,7 +128,14 @@ struct Channel {
 
 // What an event of a channel's epoll set is about; fits its 64 bits of data.
 struct Source {
-    enum Kind : uint8_t { system_pulse, sent_pulse, new_client, client_control, client_lane };
+    enum Kind : uint8_t {
+        system_pulse,
+        sent_pulse, // incarnation is the id of the PulseEnd, 0 for the channel's own socket
+        new_client,
+        client_control,
+        client_lane,
+        client_outlet // lane is its index
+    };
     Kind kind = system_pulse;
     uint16_t serial = 0; // of a listener, its index
     uint8_t lane = 0;
@@ -162,6 +183,7 @@ struct Server {
 
     void close_socket(Client &client, PinnedFd &socket);
     void close_lane(Client &client, Lane &lane);
+    static void close_outlet(Client &client, PulseOutlet &outlet);
     // Ends a connection; its disconnect pulse follows when nothing holds it.
     void disconnect(Client &client);
     // One message less holds the pulse; erase_if_finished() is to follow.
@@ -170,11 +192,29 @@ struct Server {
 };
 
 // Wakes one receiving thread of a channel for a pulse of the system's own.
-void ring(const Channel &channel);
+void wake_receiver(const Channel &channel);
 
 // server_accept.cpp: what happens on listening and control sockets.
 void accept_client(Channel &channel, uint16_t listener);
 void serve_control(const Source &source);
+
+// server_pulses.cpp: makes an outlet for a client whose control socket is pinned, and passes its
+// far end, or refuses. @return false where the client is not worth keeping.
+bool grant_pulses(uint32_t serial, int control, int number);
+// An outlet has room again, or its client has closed the other end.
+void serve_outlet(const Source &source, bool hung_up);
+
+// pulse.cpp: ends the reception on one of a channel's pulse ends; the lock is held. Retiring leaves
+// what has arrived to be received.
+void retire_pulse_end(Channel &channel, size_t index);
+void close_pulse_end(Channel &channel, size_t index);
+
+// Sends on a control socket. A client that does not read what it asked for is not worth keeping.
+bool send_control(int socket, ControlKind kind, int value, int descriptor);
+// The error that a client is told where this process could make no descriptor.
+inline int descriptor_error(int error) {
+    return error == EMFILE || error == ENFILE ? EAGAIN : error;
+}
 
 // server_receive.cpp
 struct ReceivedMessage {

@@ -1,4 +1,4 @@
-// Listening and control sockets: clients that come, ask for lanes, announce pulses, and go.
+// Listening and control sockets: clients that come, ask for lanes and for pulses, and go.
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -133,13 +133,6 @@ int add_lane(Client &client, UniqueFd near_end, uint32_t incarnation) {
     return 0;
 }
 
-// Sends on a control socket. A client that does not read what it asked for is not worth keeping.
-bool send_control(int socket, ControlKind kind, int value, int descriptor) {
-    ControlRecord record{kind, value};
-    const struct iovec part = {&record, sizeof record};
-    return send_packet(socket, &part, 1, descriptor, MSG_DONTWAIT) == sizeof record;
-}
-
 // Makes a lane for a client whose control socket is pinned, and passes it, or refuses.
 bool grant_lane(uint32_t serial, int control) {
     Server &server = Server::instance();
@@ -147,7 +140,7 @@ bool grant_lane(uint32_t serial, int control) {
     int error = 0;
     UniqueFd far_end;
     if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
-        error = errno == EMFILE || errno == ENFILE ? EAGAIN : errno;
+        error = descriptor_error(errno);
     } else {
         UniqueFd near_end(ends[0]);
         far_end.reset(ends[1]);
@@ -157,41 +150,6 @@ bool grant_lane(uint32_t serial, int control) {
     }
     return error == 0 ? send_control(control, control_lane_granted, 0, far_end.get())
                       : send_control(control, control_refused, error, -1);
-}
-
-// Remembers where a client's pulses go. @return what to answer.
-int remember_pulse(uint32_t serial, int number, Arrival &arrival) {
-    if (!arrival.descriptor) {
-        return arrival.descriptor_lost ? EMFILE : EINVAL;
-    }
-    // Only a socket of this kind is written to: what a write to anything else does is unknown.
-    int domain = 0;
-    int type = 0;
-    socklen_t length = sizeof domain;
-    ::getsockopt(arrival.descriptor.get(), SOL_SOCKET, SO_DOMAIN, &domain, &length);
-    length = sizeof type;
-    ::getsockopt(arrival.descriptor.get(), SOL_SOCKET, SO_TYPE, &type, &length);
-    if (domain != AF_UNIX || type != SOCK_SEQPACKET) {
-        return EINVAL;
-    }
-    try {
-        auto send_end = std::make_shared<UniqueFd>(std::move(arrival.descriptor));
-        Server &server = Server::instance();
-        const std::lock_guard guard(server.lock);
-        Client &client = *server.find_client(serial);
-        if (client.gone) {
-            return ECONNRESET;
-        }
-        std::erase_if(client.pulses,
-                      [number](const AnnouncedPulse &pulse) { return pulse.number == number; });
-        if (client.pulses.size() >= IPC_PULSE_CONNECTIONS_MAX) {
-            client.pulses.erase(client.pulses.begin());
-        }
-        client.pulses.push_back({number, std::move(send_end)});
-    } catch (const std::bad_alloc &) {
-        return ENOMEM;
-    }
-    return 0;
 }
 
 // The next serial that nobody has, or 0. Round robin: see ReceiveId.
@@ -210,6 +168,12 @@ uint32_t next_serial(Server &server) {
 }
 
 } // namespace
+
+bool send_control(int socket, ControlKind kind, int value, int descriptor) {
+    ControlRecord record{kind, value};
+    const struct iovec part = {&record, sizeof record};
+    return send_packet(socket, &part, 1, descriptor, MSG_DONTWAIT) == sizeof record;
+}
 
 void accept_client(Channel &channel, uint16_t listener) {
     Server &server = Server::instance();
@@ -283,10 +247,8 @@ void serve_control(const Source &source) {
     bool keep = nothing;
     if (received == sizeof record && record.kind == control_lane_request) {
         keep = grant_lane(source.serial, control);
-    } else if (received == sizeof record && record.kind == control_pulse_announce) {
-        const int error = remember_pulse(source.serial, record.value, arrival);
-        keep = error == 0 ? send_control(control, control_pulse_accepted, 0, -1)
-                          : send_control(control, control_refused, error, -1);
+    } else if (received == sizeof record && record.kind == control_pulse_request) {
+        keep = grant_pulses(source.serial, control, record.value);
     }
     const std::lock_guard guard(server.lock);
     if (!keep) {

@@ -1,8 +1,7 @@
-// Answers and notification events, back to the clients.
+// Answers, back to the clients.
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -152,90 +151,3 @@ int ipc_waiting(int receive_id) {
     pollfd state = {lane->socket.fd, POLLRDHUP, 0};
     return ::poll(&state, 1, 0) == 0;
 }
-
-int ipc_deliver_event(int receive_id, const struct ipc_event *event) {
-    if (!event || event->kind != IPC_EVENT_PULSE || event->code < 0 || event->code > INT8_MAX) {
-        return fail(EINVAL);
-    }
-    Server &server = Server::instance();
-    std::shared_ptr<UniqueFd> send_end;
-    {
-        const std::lock_guard guard(server.lock);
-        const Client *client =
-            receive_id > 0 ? server.find_client(ReceiveId::unpack(receive_id).serial) : nullptr;
-        if (client && !client->gone) {
-            for (const AnnouncedPulse &pulse : client->pulses) {
-                if (pulse.number == event->connection) {
-                    send_end = pulse.send_end;
-                }
-            }
-        }
-    }
-    if (!send_end) {
-        return fail(ESRCH);
-    }
-    struct ipc_pulse pulse = {};
-    pulse.code = static_cast<int8_t>(event->code);
-    pulse.value = event->value;
-    const struct iovec part = {&pulse, sizeof pulse};
-    if (send_packet(send_end->get(), &part, 1, -1, MSG_DONTWAIT) == sizeof pulse) {
-        return 0;
-    }
-    return fail(errno == EAGAIN ? EAGAIN : ESRCH);
-}
-
-int connect_client_info(int conn_id, struct ipc_credentials *credentials, int max_groups) {
-    if (kind_of(conn_id) != NumberKind::client_id) {
-        return fail(EBADF);
-    }
-    Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
-    const Client *client = server.find_client(static_cast<uint32_t>(value_of(conn_id)));
-    if (!client) {
-        return fail(EBADF);
-    }
-    if (!client->credentials_known) {
-        return fail(EACCES);
-    }
-    *credentials = {};
-    credentials->pid = client->pid;
-    credentials->uid = client->uid;
-    credentials->gid = client->gid;
-    const int room = max_groups < IPC_CREDENTIAL_GROUPS ? max_groups : IPC_CREDENTIAL_GROUPS;
-    for (uint32_t group : client->groups) {
-        if (credentials->group_count >= room) {
-            break;
-        }
-        credentials->groups[credentials->group_count++] = group;
-    }
-    return 0;
-}
-
-namespace vantro::platform {
-
-bool client_in_group(int conn_id, uint32_t group, bool &is_member) {
-    if (kind_of(conn_id) != NumberKind::client_id) {
-        return false;
-    }
-    Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
-    const Client *client = server.find_client(static_cast<uint32_t>(value_of(conn_id)));
-    if (!client || !client->credentials_known) {
-        return false;
-    }
-    is_member =
-        std::find(client->groups.begin(), client->groups.end(), group) != client->groups.end();
-    return true;
-}
-
-int client_attachment(int conn_id) {
-    if (kind_of(conn_id) != NumberKind::client_id) {
-        return 0;
-    }
-    Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
-    const Client *client = server.find_client(static_cast<uint32_t>(value_of(conn_id)));
-    return client ? client->attachment : 0;
-}
-
-} // namespace vantro::platform

@@ -108,6 +108,16 @@ ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Ar
     return received;
 }
 
+bool is_packet_socket(int descriptor) {
+    int domain = 0;
+    int type = 0;
+    socklen_t length = sizeof domain;
+    ::getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &length);
+    length = sizeof type;
+    ::getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &length);
+    return domain == AF_UNIX && type == SOCK_SEQPACKET;
+}
+
 UniqueFd make_memory_file(const struct iovec *parts, int count, size_t length) {
     UniqueFd file(::memfd_create("vantro-message", MFD_CLOEXEC | MFD_ALLOW_SEALING));
     if (!file) {

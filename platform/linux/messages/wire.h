@@ -29,7 +29,8 @@ enum FrameFlag : uint32_t {
     frame_error = 2        // an error reply
 };
 
-// One record on a control socket. A client has at most one request unanswered.
+// One record on a control socket. A client has at most one request unanswered. Descriptors go from
+// the server to the client only.
 struct ControlRecord {
     uint32_t kind = 0;
     int32_t value = 0;
@@ -37,11 +38,11 @@ struct ControlRecord {
 static_assert(sizeof(ControlRecord) == 8);
 
 enum ControlKind : uint32_t {
-    control_lane_request = 1,   // client: one more lane, please
-    control_pulse_announce = 2, // client: value is its pulse connection, the send end beside it
-    control_lane_granted = 3,   // server: the lane's far end beside it
-    control_pulse_accepted = 4, // server
-    control_refused = 5         // server: value is an error number
+    control_lane_request = 1,  // client: one more lane, please
+    control_pulse_request = 2, // client: wants the pulses that value, its pulse connection, names
+    control_lane_granted = 3,  // server: the lane's far end beside it
+    control_pulse_granted = 4, // server: the same value, the end where they arrive beside it
+    control_refused = 5        // server: value is an error number
 };
 
 // A vector with room for a part of ours before and one behind the caller's. Costs heap only above
@@ -82,6 +83,10 @@ ssize_t send_packet(int socket, const struct iovec *parts, int count, int descri
 
 // One packet in; descriptors beyond one are closed. @return bytes, 0 at the end, or -1.
 ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Arrival &arrival);
+
+// Whether a descriptor is a local socket of packets, the only kind that is written to or read from
+// without knowing more of it.
+bool is_packet_socket(int descriptor);
 
 // A sealed memory file that holds the parts. Empty with errno on failure.
 UniqueFd make_memory_file(const struct iovec *parts, int count, size_t length);

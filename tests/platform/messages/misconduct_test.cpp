@@ -1,8 +1,8 @@
 // Clients that break the rules: each loses its own connection, and nobody else notices.
-#include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 
+#include "platform/linux/runtime/published_name.h"
 #include "tests/platform/support.h"
 
 namespace vantro::test {
@@ -148,29 +148,30 @@ TEST(Misconduct, CostsTheOneWhoDoesItHisConnection) {
     global_name_close(good);
 }
 
-TEST(Misconduct, AnnouncementsAreCheckedAndBounded) {
+TEST(Misconduct, RequestsForPulsesAreBounded) {
     const RuntimeDirectory runtime;
     const ChannelServer server(echo);
     const int before = open_descriptors();
     {
         RawClient client(runtime.path());
         const UniqueFd lane = client.receive_lane();
-        const auto announce = [&](int number, int descriptor) {
-            const ControlRecord record{platform::control_pulse_announce, number};
-            send_on(client.control.get(), &record, sizeof record, descriptor);
-            ControlRecord answer;
-            EXPECT_EQ(recv(client.control.get(), &answer, sizeof answer, 0),
-                      static_cast<ssize_t>(sizeof answer));
-            return answer;
+        const auto request_pulses = [&](int number) {
+            const ControlRecord record{platform::control_pulse_request, number};
+            send_on(client.control.get(), &record, sizeof record);
+            return client.receive_lane(); // the answer is of the same form
         };
-        EXPECT_EQ(announce(1, -1).value, EINVAL);
-        const UniqueFd counter(eventfd(0, EFD_CLOEXEC));
-        EXPECT_EQ(announce(1, counter.get()).value, EINVAL);
-        for (int number = 1; number <= 100; ++number) {
-            EXPECT_EQ(announce(number, lane.get()).kind, platform::control_pulse_accepted);
+        std::vector<UniqueFd> ends;
+        for (int number = 1; number <= IPC_PULSE_CONNECTIONS_MAX; ++number) {
+            ends.push_back(request_pulses(number));
+            ASSERT_TRUE(ends.back());
+            ASSERT_TRUE(request_pulses(number)) << "in place of the first";
         }
-        // Ours and the server's end of the connection, plus the announced ones it keeps.
-        EXPECT_LE(open_descriptors(), before + 5 + IPC_PULSE_CONNECTIONS_MAX);
+        EXPECT_LE(open_descriptors(), before + 4 + 3 * IPC_PULSE_CONNECTIONS_MAX);
+        char byte;
+        EXPECT_EQ(recv(ends.back().get(), &byte, 1, 0), 0);
+        EXPECT_LT(send(ends.back().get(), "x", 1, MSG_NOSIGNAL), 0);
+        ends.clear();                    // they and their successors are closed,
+        EXPECT_TRUE(request_pulses(77)); // and so there is room
     }
     const int good = connect_to_test();
     while (open_descriptors() > before + 4) { // until the server has seen the other one go
@@ -348,6 +349,74 @@ TEST(Misconduct, ThreadsShareWhatLanesTheServerGives) {
     }
     EXPECT_EQ(failed, 0);
     global_name_close(connection);
+}
+
+// A server that answers one request for pulses with an end of its own, and then misbehaves on it.
+void serve_pulses_badly(int listening, void (*misbehave)(int end)) {
+    const UniqueFd control(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
+    const auto grant = [&](platform::ControlKind kind, int value) {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+        const ControlRecord record{kind, value};
+        send_on(control.get(), &record, sizeof record, ends[1]);
+        close(ends[1]);
+        return UniqueFd(ends[0]);
+    };
+    const UniqueFd lane = grant(platform::control_lane_granted, 0);
+    ControlRecord request;
+    ASSERT_EQ(recv(control.get(), &request, sizeof request, 0), ssize_t{sizeof request});
+    const UniqueFd end = grant(platform::control_pulse_granted, request.value);
+    misbehave(end.get());
+    char byte;
+    EXPECT_EQ(recv(control.get(), &byte, 1, 0), 0); // until the client leaves
+}
+
+TEST(Misconduct, OneServerCannotSilenceAnother) {
+    const RuntimeDirectory runtime;
+    std::atomic<int> last_id{0};
+    const ChannelServer server([&](const Message &message) {
+        last_id = message.receive_id;
+        echo(message);
+    });
+    const int honest = connect_to_test();
+    ASSERT_TRUE(is_served(honest));
+    const int channel = channel_create(0);
+    const int number = connect_attach(0, 0, channel, 0, 0);
+    ASSERT_EQ(ipc_announce_pulse(honest, number), 0);
+    platform::PublishedName name;
+    const UniqueFd listening = name.publish("name/csm/rogue/default");
+    ASSERT_TRUE(listening);
+    ASSERT_EQ(fcntl(listening.get(), F_SETFL, 0), 0);
+    void (*const misdeeds_of_servers[])(int) = {
+        [](int end) { shutdown(end, SHUT_RDWR); },
+        [](int end) { send_on(end, "short", 5); },
+        [](int end) {
+            struct ipc_pulse systems = {};
+            systems.code = PULSE_CODE_DISCONNECT;
+            send_on(end, &systems, sizeof systems);
+        },
+        [](int end) { send_on(end, "", 0); },
+    };
+    for (const auto misdeed : misdeeds_of_servers) {
+        std::thread rogue(serve_pulses_badly, listening.get(), misdeed);
+        const int connection = global_name_open("csm/rogue/default", 0);
+        EXPECT_EQ(ipc_announce_pulse(connection, number), 0);
+        for (int value = 1; value <= 4; ++value) { // more than misdeeds wait to be noticed
+            const struct ipc_event event = {IPC_EVENT_PULSE, number, value, 3, 10};
+            const bool servers = value % 2 != 0;
+            EXPECT_EQ(
+                servers ? ipc_deliver_event(last_id, &event) : pulse_send(number, 0, 3, value), 0);
+            struct ipc_pulse pulse;
+            ASSERT_EQ(ipc_receive_pulse(channel, &pulse, sizeof pulse, nullptr), 0);
+            EXPECT_EQ(pulse.value, value);
+            EXPECT_EQ(pulse.code, 3);
+        }
+        global_name_close(connection);
+        rogue.join();
+    }
+    connect_detach(number);
+    channel_destroy(channel);
+    global_name_close(honest);
 }
 
 } // namespace

@@ -58,7 +58,7 @@ TEST(Pulse, WakesEveryThreadThatWaits) {
     channel_destroy(channel);
 }
 
-TEST(Pulse, EventsReachTheClientThatAttachedThemAndNoOther) {
+TEST(Pulse, EventsReachTheClientThatAnnouncedThemAndNoOther) {
     const RuntimeDirectory runtime;
     std::atomic<int> last_id{0};
     const ChannelServer server(
@@ -68,34 +68,85 @@ TEST(Pulse, EventsReachTheClientThatAttachedThemAndNoOther) {
         },
         {}, 2);
     const int connection = connect_to_test();
+    const int other = connect_to_test();
+    ASSERT_TRUE(is_served(connection));
     const int channel = channel_create(0);
     std::vector<int> attached;
     for (int i = 0; i <= IPC_PULSE_CONNECTIONS_MAX; ++i) {
         attached.push_back(connect_attach(0, 0, channel, 0, 0));
     }
-    ASSERT_TRUE(is_served(connection)); // announces them; the oldest is forgotten
-    struct ipc_event event = {IPC_EVENT_PULSE, attached.back(), 42, 3, 10};
-    EXPECT_EQ(ipc_deliver_event(last_id, &event), 0); // after the reply
+    const auto deliver = [&](int number) {
+        struct ipc_event event = {IPC_EVENT_PULSE, number, 42, 3, 10};
+        return ipc_deliver_event(last_id, &event) == 0 ? 0 : errno;
+    };
+    const auto announce = [](int to, int number) {
+        return ipc_announce_pulse(to, number) == 0 ? 0 : errno;
+    };
+    const int last = attached.back();
+    EXPECT_EQ(announce(other, last), 0);
+    EXPECT_EQ(deliver(last), ESRCH) << "not announced by this client";
+    for (int i = 0; i < IPC_PULSE_CONNECTIONS_MAX; ++i) {
+        EXPECT_EQ(announce(connection, attached[static_cast<size_t>(i)]), 0);
+    }
+    EXPECT_EQ(announce(connection, last), EAGAIN) << "each of them may still be named";
+    EXPECT_EQ(announce(connection, attached.front()), 0) << "again";
+    EXPECT_EQ(connect_detach(attached.front()), 0);
+    EXPECT_EQ(deliver(attached.front()), ESRCH) << "detached";
+    EXPECT_EQ(announce(connection, attached.front()), EBADF);
+    EXPECT_EQ(announce(-1, last), EBADF);
+    EXPECT_EQ(announce(connection, last), 0) << "there is room";
+    EXPECT_EQ(deliver(last), 0); // after the reply
     struct ipc_pulse pulse;
     ASSERT_EQ(ipc_receive_pulse(channel, &pulse, sizeof pulse, nullptr), 0);
     EXPECT_EQ(pulse.value, 42);
     EXPECT_EQ(pulse.code, 3);
-    event.connection = attached.front();
-    EXPECT_EQ(ipc_deliver_event(last_id, &event), -1);
-    EXPECT_EQ(errno, ESRCH);
-    event.kind = IPC_EVENT_SIGNAL_THREAD;
+    struct ipc_event event = {IPC_EVENT_SIGNAL_THREAD, last, 42, 3, 10};
     EXPECT_EQ(ipc_deliver_event(last_id, &event), -1);
     EXPECT_EQ(errno, EINVAL);
-    event.kind = IPC_EVENT_PULSE;
-    event.connection = attached.back();
     global_name_close(connection);
-    while (ipc_deliver_event(last_id, &event) == 0 || errno == EAGAIN) {
+    while (deliver(last) == 0) {
         std::this_thread::yield(); // until the server has seen it go
     }
     EXPECT_EQ(errno, ESRCH);
-    for (const int number : attached) {
-        connect_detach(number);
+    global_name_close(other);
+    for (size_t i = 1; i < attached.size(); ++i) {
+        connect_detach(attached[i]);
     }
+    channel_destroy(channel);
+}
+
+// What a client does not take waits at the server, in order, until it does.
+TEST(Pulse, EventsThatFindNoRoomFollowLater) {
+    const RuntimeDirectory runtime;
+    std::atomic<int> last_id{0};
+    const ChannelServer server([&](const Message &message) {
+        last_id = message.receive_id;
+        echo(message);
+    });
+    const int connection = connect_to_test();
+    ASSERT_TRUE(is_served(connection));
+    const int channel = channel_create(0);
+    const int number = connect_attach(0, 0, channel, 0, 0);
+    ASSERT_EQ(ipc_announce_pulse(connection, number), 0);
+    struct ipc_event event = {IPC_EVENT_PULSE, number, 0, 3, 10};
+    while (ipc_check_event(last_id, &event) == 0) {
+        ASSERT_EQ(ipc_deliver_event(last_id, &event), 0);
+        if (event.value++ == 1000) { // another end, and what waits goes there
+            ASSERT_EQ(ipc_announce_pulse(connection, number), 0);
+        }
+    }
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_GE(event.value, IPC_PULSE_BACKLOG);
+    ASSERT_EQ(ipc_deliver_event(last_id, &event), 0) << "promised before";
+    std::set<int> values;
+    for (int i = 0; i <= event.value; ++i) {
+        struct ipc_pulse pulse;
+        ASSERT_EQ(ipc_receive_pulse(channel, &pulse, sizeof pulse, nullptr), 0);
+        values.insert(pulse.value);
+    }
+    EXPECT_EQ(static_cast<int>(values.size()), event.value + 1) << "none lost, none twice";
+    connect_detach(number);
+    global_name_close(connection);
     channel_destroy(channel);
 }
 

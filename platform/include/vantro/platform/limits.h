@@ -21,11 +21,16 @@
 /** Lanes of one connection: exchanges of one client that run at once. More threads wait. */
 #define IPC_LANES_MAX 64
 
-/** Pulse connections of one client that a server remembers; the oldest goes. */
+/** Pulse connections of one client that a server delivers to; each costs it a descriptor. */
 #define IPC_PULSE_CONNECTIONS_MAX 8
 
-/** Pulses that fit a channel before a sender is told EAGAIN. */
+/** Pulses of one sender that fit a channel, at least: beyond that a program is told EAGAIN, and a
+ *  server's wait at the server. */
 #define IPC_PULSE_CAPACITY 256
+
+/** Pulses that may wait at a server for one pulse connection of a client before ipc_check_event()
+ *  says EAGAIN: as many as a busy client has requests under way, and little memory. */
+#define IPC_PULSE_BACKLOG 4096
 
 /** Clients of one process: as many as a receive id has room to tell apart. */
 #define IPC_CONNECTIONS_MAX 65535

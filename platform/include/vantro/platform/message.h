@@ -110,7 +110,8 @@ VANTRO_PLATFORM_API int channel_destroy(int channel);
 
 /**
  * Attaches a pulse connection from the calling process to a channel of its own. Does not block.
- * The connection carries pulses only; sending a message on it fails with ENOTSUP.
+ * The connection carries pulses only; sending a message on it fails with ENOTSUP. No server knows
+ * of it before ipc_announce_pulse().
  * @param node    0, the local node; anything else gives ENOTSUP.
  * @param pid     the calling process's id, or 0 for it; anything else gives ENOTSUP.
  * @param channel the channel.
@@ -122,7 +123,8 @@ VANTRO_PLATFORM_API int connect_attach(uint32_t node, int32_t pid, int channel, 
                                        int flags);
 
 /**
- * Releases a pulse connection made by connect_attach(), or, at a server, a connection id whose
+ * Releases a pulse connection made by connect_attach(), which ends what servers deliver to it; or,
+ * at a server, a connection id whose
  * disconnect pulse was received: until then that id is not given to another client. On a
  * connection id that is still connected, it disconnects that client. Does not block.
  * @return 0, or -1: EBADF.
@@ -178,6 +180,19 @@ VANTRO_PLATFORM_API int ipc_send(int connection, const struct iovec *send, int s
 VANTRO_PLATFORM_API int ipc_send_counted(int connection, const struct iovec *send, int send_count,
                                          const struct iovec *reply, int reply_count,
                                          size_t *received);
+
+/**
+ * Lets the server behind a connection deliver events to one pulse connection of this process; to be
+ * called before the message that names it is sent. Blocks until the server has taken note. What
+ * other servers deliver is not touched by anything that this server does. May be called again for
+ * the same two, with no effect.
+ * @param connection       as for ipc_send().
+ * @param pulse_connection from connect_attach().
+ * @return 0, or -1: EBADF for either; EAGAIN when the server already delivers to
+ *   IPC_PULSE_CONNECTIONS_MAX pulse connections of this connection that still exist, or has no
+ *   descriptor for another; ECONNRESET, EINTR, EMFILE, ENOMEM, ENOSPC.
+ */
+VANTRO_PLATFORM_API int ipc_announce_pulse(int connection, int pulse_connection);
 
 /** ipc_send() with one buffer each way. */
 VANTRO_PLATFORM_API int ipc_send_simple(int connection, const void *message, size_t length,
@@ -247,13 +262,22 @@ VANTRO_PLATFORM_API ssize_t ipc_read(int receive_id, void *buffer, size_t length
 VANTRO_PLATFORM_API int ipc_waiting(int receive_id);
 
 /**
- * Delivers a pulse event to the client of a message, also after its reply, from any thread.
- * Does not block.
+ * Delivers a pulse event to the client of a message, also after its reply, from any thread. Events
+ * that the client does not take at once wait here, 16 bytes each, and follow in order as it takes
+ * them, while a thread receives on the channel. Does not block.
  * @param event its connection is the client's own number of its pulse connection.
- * @return 0, or -1: ESRCH when the client is gone or never attached that connection, EINVAL for
- *   an event of another kind, EAGAIN when the client takes no pulses.
+ * @return 0, or -1: ESRCH when the client is gone, never announced that connection or has detached
+ *   it; EINVAL for an event of another kind; ENOMEM.
  */
 VANTRO_PLATFORM_API int ipc_deliver_event(int receive_id, const struct ipc_event *event);
+
+/**
+ * Tells whether an event may be promised to the client of a message. A server asks before it
+ * accepts a request whose end it is to announce: so a client that takes no pulses makes no more of
+ * them wait than IPC_PULSE_BACKLOG and what was promised before. Does not block.
+ * @return 0, or -1: EAGAIN when so many wait already, else as ipc_deliver_event().
+ */
+VANTRO_PLATFORM_API int ipc_check_event(int receive_id, const struct ipc_event *event);
 
 #ifdef __cplusplus
 }

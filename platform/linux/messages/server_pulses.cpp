@@ -1,0 +1,212 @@
+// Notifications: pulses to clients, for the pulse connections that they named.
+//
+// A pulse for which a client's socket has no room waits at its outlet, in order, until the client
+// has taken some. Each outlet is a socket pair of its own, made here: its client can end it, but
+// can neither send on it nor reach another's.
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <new>
+#include <utility>
+
+#include "platform/linux/messages/server.h"
+#include "platform/portable/guards.h"
+
+using namespace vantro::platform;
+
+namespace vantro::platform {
+
+namespace {
+
+// Asks for an event when an outlet has room, or takes that back. That its client has closed it is
+// always told.
+bool watch_outlet(const Client &client, const PulseOutlet &outlet, int operation, bool for_room) {
+    struct epoll_event event = {};
+    event.events = for_room ? uint32_t{EPOLLET | EPOLLOUT} : uint32_t{EPOLLET};
+    event.data.u64 =
+        Source{Source::client_outlet, static_cast<uint16_t>(client.serial),
+               static_cast<uint8_t>(&outlet - client.outlets.data()), outlet.incarnation}
+            .pack();
+    return ::epoll_ctl(client.channel->epoll.get(), operation, outlet.socket.get(), &event) == 0;
+}
+
+bool client_closed(const PulseOutlet &outlet) {
+    struct pollfd state = {outlet.socket.get(), 0, 0};
+    return ::poll(&state, 1, 0) > 0;
+}
+
+// The index for a pulse connection: the one that it has, or one that is free or whose client has
+// closed it. Null where none is.
+PulseOutlet *outlet_for(Client &client, int number) {
+    PulseOutlet *free = nullptr;
+    for (PulseOutlet &outlet : client.outlets) {
+        if (outlet.socket && outlet.number == number) {
+            return &outlet;
+        }
+        if (outlet.socket && client_closed(outlet)) {
+            Server::close_outlet(client, outlet);
+        }
+        free = outlet.socket ? free : &outlet;
+    }
+    if (!free && client.outlets.size() < IPC_PULSE_CONNECTIONS_MAX) {
+        free = &client.outlets.emplace_back();
+    }
+    return free;
+}
+
+// Takes the near end of a client's outlet; the lock is held. @return 0 or an error number.
+int add_outlet(Client &client, int number, UniqueFd near_end, uint32_t incarnation) {
+    if (client.gone) {
+        return ECONNRESET;
+    }
+    PulseOutlet *outlet;
+    try {
+        outlet = outlet_for(client, number);
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
+    if (!outlet) {
+        return EAGAIN;
+    }
+    std::vector<struct ipc_pulse> waiting = std::move(outlet->waiting);
+    Server::close_outlet(client, *outlet);
+    outlet->number = number;
+    outlet->incarnation = incarnation;
+    outlet->socket = std::move(near_end);
+    outlet->waiting = std::move(waiting);
+    if (!watch_outlet(client, *outlet, EPOLL_CTL_ADD, !outlet->waiting.empty())) {
+        const int error = errno;
+        *outlet = PulseOutlet();
+        return error;
+    }
+    return 0;
+}
+
+// @return 0, or the error number: EAGAIN where there is no room.
+int send_pulse(const PulseOutlet &outlet, const struct ipc_pulse &pulse) {
+    const struct iovec part = {const_cast<struct ipc_pulse *>(&pulse), sizeof pulse};
+    return send_packet(outlet.socket.get(), &part, 1, -1, MSG_DONTWAIT) == sizeof pulse ? 0 : errno;
+}
+
+// The outlet that an event is for, or null.
+PulseOutlet *find_outlet(int receive_id, const struct ipc_event &event, Client **client) {
+    *client = receive_id > 0 ? Server::instance().find_client(ReceiveId::unpack(receive_id).serial)
+                             : nullptr;
+    if (*client && !(*client)->gone) {
+        for (PulseOutlet &outlet : (*client)->outlets) {
+            if (outlet.socket && outlet.number == event.connection) {
+                return &outlet;
+            }
+        }
+    }
+    return nullptr;
+}
+
+bool is_pulse_event(const struct ipc_event *event) {
+    return event && event->kind == IPC_EVENT_PULSE && event->code >= 0 && event->code <= INT8_MAX;
+}
+
+// Delivers, or lets the pulse wait. The lock is held, so that pulses keep their order.
+int deliver(Client &client, PulseOutlet &outlet, const struct ipc_pulse &pulse) {
+    if (outlet.waiting.empty()) {
+        const int error = send_pulse(outlet, pulse);
+        if (error == 0) {
+            return 0;
+        }
+        if (error != EAGAIN) {
+            Server::close_outlet(client, outlet);
+            return fail(ESRCH);
+        }
+    }
+    outlet.waiting.push_back(pulse);
+    if (outlet.waiting.size() == 1 && !watch_outlet(client, outlet, EPOLL_CTL_MOD, true)) {
+        const KeepErrno keep;
+        outlet.waiting.pop_back();
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace
+
+bool grant_pulses(uint32_t serial, int control, int number) {
+    // A pulse takes a kernel buffer far larger than itself: room for the pulses promised.
+    constexpr int buffer_bytes = IPC_PULSE_CAPACITY * 1024;
+    Server &server = Server::instance();
+    int ends[2];
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+        return send_control(control, control_refused, descriptor_error(errno), -1);
+    }
+    UniqueFd near_end(ends[0]);
+    const UniqueFd far_end(ends[1]);
+    ::setsockopt(near_end.get(), SOL_SOCKET, SO_SNDBUF, &buffer_bytes, sizeof buffer_bytes);
+    ::shutdown(near_end.get(), SHUT_RD); // nothing is received here, so nothing can be sent here
+    int error;
+    {
+        const std::lock_guard guard(server.lock);
+        error = add_outlet(*server.find_client(serial), number, std::move(near_end),
+                           ++server.last_incarnation);
+    }
+    return error == 0 ? send_control(control, control_pulse_granted, number, far_end.get())
+                      : send_control(control, control_refused, error, -1);
+}
+
+void serve_outlet(const Source &source, bool hung_up) {
+    Server &server = Server::instance();
+    const std::lock_guard guard(server.lock);
+    Client *client = server.find_client(source.serial);
+    if (!client || source.lane >= client->outlets.size()) {
+        return;
+    }
+    PulseOutlet &outlet = client->outlets[source.lane];
+    if (!outlet.socket || outlet.incarnation != source.incarnation) {
+        return;
+    }
+    if (hung_up) {
+        Server::close_outlet(*client, outlet);
+        return;
+    }
+    size_t sent = 0;
+    while (sent < outlet.waiting.size() && send_pulse(outlet, outlet.waiting[sent]) == 0) {
+        ++sent;
+    }
+    outlet.waiting.erase(outlet.waiting.begin(),
+                         outlet.waiting.begin() + static_cast<ptrdiff_t>(sent));
+    if (outlet.waiting.empty()) {
+        watch_outlet(*client, outlet, EPOLL_CTL_MOD, false);
+    }
+}
+
+} // namespace vantro::platform
+
+int ipc_deliver_event(int receive_id, const struct ipc_event *event) {
+    if (!is_pulse_event(event)) {
+        return fail(EINVAL);
+    }
+    const CancelDisabled no_cancel;
+    struct ipc_pulse pulse = {};
+    pulse.code = static_cast<int8_t>(event->code);
+    pulse.value = event->value;
+    const std::lock_guard guard(Server::instance().lock);
+    Client *client = nullptr;
+    PulseOutlet *const outlet = find_outlet(receive_id, *event, &client);
+    if (!outlet) {
+        return fail(ESRCH);
+    }
+    return or_no_memory([&] { return deliver(*client, *outlet, pulse); });
+}
+
+int ipc_check_event(int receive_id, const struct ipc_event *event) {
+    if (!is_pulse_event(event)) {
+        return fail(EINVAL);
+    }
+    const std::lock_guard guard(Server::instance().lock);
+    Client *client = nullptr;
+    const PulseOutlet *const outlet = find_outlet(receive_id, *event, &client);
+    if (!outlet) {
+        return fail(ESRCH);
+    }
+    return outlet->waiting.size() < IPC_PULSE_BACKLOG ? 0 : fail(EAGAIN);
+}
