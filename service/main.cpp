@@ -119,13 +119,13 @@ class Ending {
 };
 
 int serve(const Options &options) {
-    if (const std::string wrong = check_music(options.music); !wrong.empty()) {
-        return fail(wrong);
+    if (const std::string error = check_music(options.music); !error.empty()) {
+        return fail(error);
     }
     Server server;
     // The name first: a second service is told so at once, not that the catalogue is taken.
-    if (const std::string wrong = server.attach(options); !wrong.empty()) {
-        return fail(wrong);
+    if (const std::string error = server.attach(options); !error.empty()) {
+        return fail(error);
     }
 
     const Ending ending(server); // before any thread is there to take its signals
@@ -151,20 +151,20 @@ int serve(const Options &options) {
     wanted.progress = [&report](const vantro::service::catalogue::ScanProgress &progress) {
         report.note(progress);
     };
-    std::string wrong;
-    store = open_store(std::move(wanted), wrong);
+    std::string error;
+    store = open_store(std::move(wanted), error);
     if (!store) {
-        return fail("--state: " + wrong);
+        return fail("--state: " + error);
     }
 
     vantro::service::playback::Players players(*store, options.players, monotonic_now);
-    if (wrong = players.publish(options.readers, log_line); !wrong.empty()) {
-        return fail(wrong);
+    if (error = players.publish(options.readers, log_line); !error.empty()) {
+        return fail(error);
     }
     published = &players; // before anything is scanned
     vantro::service::requests::Answers answers(*store, players);
     set_answers(&answers);
-    wrong = server.run(options.threads, [&] {
+    error = server.run(options.threads, [&] {
         const int64_t tracks = store->song_count();
         say(fmt::format("ready ({} tracks, players: {})", tracks,
                         fmt::join(options.players, ", ")));
@@ -175,7 +175,7 @@ int serve(const Options &options) {
         }
     });
     store->stop_scanning(); // while what it reports to is still there
-    return wrong.empty() ? EXIT_SUCCESS : fail(wrong);
+    return error.empty() ? EXIT_SUCCESS : fail(error);
 }
 
 } // namespace

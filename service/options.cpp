@@ -164,8 +164,8 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
         return refuse(error.what(), exit_code);
     }
 
-    if (const std::string wrong = check_lists(options.music, options.players); !wrong.empty()) {
-        return refuse(wrong, exit_code);
+    if (const std::string error = check_lists(options.music, options.players); !error.empty()) {
+        return refuse(error, exit_code);
     }
     if (options.players.empty()) {
         options.players.emplace_back("main");

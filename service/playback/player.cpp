@@ -37,7 +37,7 @@ size_t Player::made_of_nodes() const {
 void Player::add(SessionPtr session, int32_t index, bool play) {
     sessions_.push_back(session);
     try {
-        engine.load(std::move(session), index, play);
+        engine_.load(std::move(session), index, play);
     } catch (...) {
         sessions_.pop_back();
         throw;
@@ -45,7 +45,7 @@ void Player::add(SessionPtr session, int32_t index, bool play) {
 }
 
 int Player::play() {
-    if (const int result = engine.play(); result != ENODATA) {
+    if (const int result = engine_.play(); result != ENODATA) {
         return result;
     }
     std::vector<catalogue::QueuedSong> songs;
@@ -64,7 +64,7 @@ int Player::play() {
 
     SessionPtr earlier; // goes after the lock
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (engine.play() == 0) { // another client has made one meanwhile
+    if (engine_.play() == 0) { // another client has made one meanwhile
         return 0;
     }
     add(std::move(session), any_index, true);
@@ -123,9 +123,9 @@ int Player::destroy(uint64_t tsid) {
     if (found == sessions_.end()) {
         return ENOENT;
     }
+    engine_.unload(tsid); // first, since there may be no memory for it
     dropped.swap(*found);
     sessions_.erase(found);
-    engine.unload(tsid);
     return 0;
 }
 
@@ -140,46 +140,46 @@ SessionPtr Player::session(uint64_t tsid) {
 }
 
 std::string Player::publish(const object_readers &readers, const publishing::Publisher::Log &log,
-                            std::function<void()> moved) {
-    std::string wrong;
-    const std::lock_guard<std::mutex> guard(telling_);
-    publisher_ = publishing::Publisher::open(name, readers, log, wrong);
+                            std::function<void()> on_reschedule) {
+    std::string error;
+    const std::lock_guard<std::mutex> guard(publish_mutex_);
+    publisher_ = publishing::Publisher::open(name, readers, log, error);
     if (!publisher_) {
-        return wrong;
+        return error;
     }
-    moved_ = std::move(moved);
-    publisher_->state(engine.snapshot().modes, 0);
+    on_reschedule_ = std::move(on_reschedule);
+    publisher_->state(engine_.snapshot().modes, 0);
     for (const catalogue::Source &source : catalogue_.sources()) {
         publisher_->source(source, false);
     }
     return "";
 }
 
-void Player::tell() {
-    if (told_.load(std::memory_order_acquire) == engine.changes()) {
+void Player::publish_changes() {
+    if (published_count_.load(std::memory_order_acquire) == engine_.changes()) {
         return;
     }
-    bool moved = false;
+    bool reschedule = false;
     try {
-        const std::lock_guard<std::mutex> guard(telling_);
-        // One that throws for want of memory stays, for the next call: of whoever is woken.
-        for (Engine::Change change; engine.first_change(change); engine.drop_change()) {
+        const std::lock_guard<std::mutex> guard(publish_mutex_);
+        // A change whose publishing throws stays, for the next call.
+        for (Engine::Change change; engine_.first_change(change); engine_.drop_change()) {
             if (publisher_) {
                 publish_change(change);
             }
-            moved = moved || (change.what & Engine::Change::state) != 0 ||
-                    (change.now.modes.state == VANTRO_STATE_PLAYING &&
-                     change.what != Engine::Change::tick);
-            told_.fetch_add(1, std::memory_order_release);
+            reschedule = reschedule || (change.what & Engine::Change::state) != 0 ||
+                         (change.now.modes.state == VANTRO_STATE_PLAYING &&
+                          change.what != Engine::Change::tick);
+            published_count_.fetch_add(1, std::memory_order_release);
         }
     } catch (...) {
-        if (moved_) {
-            moved_();
+        if (on_reschedule_) {
+            on_reschedule_();
         }
         throw;
     }
-    if (moved && moved_) {
-        moved_();
+    if (reschedule && on_reschedule_) {
+        on_reschedule_();
     }
 }
 
@@ -213,21 +213,21 @@ void Player::publish_change(const Engine::Change &change) {
 }
 
 std::optional<std::chrono::nanoseconds> Player::wake() {
-    const auto next = engine.wake();
-    tell();
+    const auto next = engine_.wake();
+    publish_changes();
     return next;
 }
 
 void Player::check_file() {
-    // One a round: where the next track has to be looked at, tell() sees to another.
-    if (const auto start = engine.take_start()) {
-        engine.checked(start->number, catalogue_.check(start->song));
-        tell();
+    // One a round: where the next track has to be looked at, publish_changes() sees to another.
+    if (const auto start = engine_.take_start()) {
+        engine_.checked(start->number, catalogue_.check(start->song));
+        publish_changes();
     }
 }
 
 void Player::source_changed(const catalogue::Source &source) {
-    const std::lock_guard<std::mutex> guard(telling_);
+    const std::lock_guard<std::mutex> guard(publish_mutex_);
     if (!publisher_) {
         return;
     }

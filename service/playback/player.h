@@ -5,9 +5,9 @@
 // there is one at most, beside those that clients made; so a client that forgets its sessions uses
 // up what clients have, and the music still plays.
 //
-// What changes in the engine is published by tell(), in the order in which it changed. Whoever
-// gives a command or answers a query calls it before the answer leaves: so a client that has an
-// answer finds the events of all that the answer tells.
+// What changes in the engine is published by publish_changes(), in the order in which it changed.
+// Whoever gives a command or answers a query calls it before the answer leaves: so a client that
+// has an answer finds the events of all that the answer tells.
 //
 // Any thread may call any operation. The catalogue is asked without the lock of the player or of
 // its engine; while what it says is published the publisher's is held, so that an answer which has
@@ -53,7 +53,7 @@ class Player {
     // Borrows the catalogue and the ids, which outlive it.
     Player(std::string player_name, catalogue::Catalogue &catalogue, SessionIds &ids,
            Engine::Clock clock, uint32_t seed)
-        : name(std::move(player_name)), engine(std::move(clock), seed), catalogue_(catalogue),
+        : name(std::move(player_name)), engine_(std::move(clock), seed), catalogue_(catalogue),
           ids_(ids) {}
 
     // Plays; without a session one of all songs. Returns 0, ENODATA (there are no songs), or EIO
@@ -69,18 +69,34 @@ class Player {
     // Returns 0 or ENOENT. Without its current session the player is idle.
     int destroy(uint64_t tsid);
 
+    // As the engine's.
+    int pause() { return engine_.pause(); }
+    int stop() { return engine_.stop(); }
+    int next() { return engine_.next(); }
+    int previous() { return engine_.previous(); }
+    int jump(int32_t index) { return engine_.jump(index); }
+    int seek(int32_t position_ms) { return engine_.seek(position_ms); }
+    int set_rate(float rate) { return engine_.set_rate(rate); }
+    int set_shuffle(int32_t mode) { return engine_.set_shuffle(mode); }
+    int set_repeat(int32_t mode) { return engine_.set_repeat(mode); }
+    Engine::Snapshot snapshot() { return engine_.snapshot(); }
+
+    // Whether there is a current session.
+    bool has_session() { return engine_.snapshot().session != nullptr; }
+
     // Null where the player has no such session.
     SessionPtr session(uint64_t tsid);
 
-    // Publishes the player from now on; calls `moved` where wake() may be due at another time than
-    // it said, or a track has started. Before anybody else uses it. Returns "" or, in words, why it
-    // cannot be.
+    // Starts publishing; call it once, before the player is shared. `on_reschedule` is called when
+    // the time of the next wake() changes or a track starts. Returns an error text, empty on
+    // success.
     std::string publish(const object_readers &readers, const publishing::Publisher::Log &log,
-                        std::function<void()> moved);
+                        std::function<void()> on_reschedule);
 
-    // Publishes what has changed and is not yet published, by whatever thread. Cheap where that is
-    // nothing.
-    void tell();
+    // Publishes every change that is not yet published, whichever thread made it. Cheap where there
+    // is none. Changes that cannot be published for want of memory stay for the next call, which
+    // on_reschedule brings about.
+    void publish_changes();
 
     // Does and publishes what is due by now. Returns how long until the next of it, if there is
     // any.
@@ -93,21 +109,21 @@ class Player {
     void source_changed(const catalogue::Source &source);
 
     const std::string name;
-    Engine engine;
 
   private:
     size_t made_of_nodes() const; // these two with the lock held
     void add(SessionPtr session, int32_t index, bool play);
-    void publish_change(const Engine::Change &change); // with telling_ held
+    void publish_change(const Engine::Change &change); // with publish_mutex_ held
 
+    Engine engine_;
     catalogue::Catalogue &catalogue_;
     SessionIds &ids_;
     std::mutex mutex_;
     std::vector<SessionPtr> sessions_; // guarded by mutex_; oldest first
 
-    std::function<void()> moved_;    // set by publish()
-    std::atomic<uint64_t> told_ = 0; // changes of the engine that are published
-    std::mutex telling_;             // guards all that follows
+    std::function<void()> on_reschedule_;       // set by publish()
+    std::atomic<uint64_t> published_count_ = 0; // changes of the engine that are published
+    std::mutex publish_mutex_;                  // guards all that follows
     std::unique_ptr<publishing::Publisher> publisher_;
     catalogue::SongId song_ = 0; // of the track published last, 0 where there is none
 };

@@ -27,13 +27,13 @@ Players::~Players() {
 }
 
 std::string Players::publish(const object_readers &readers, const publishing::Publisher::Log &log) {
-    const auto moved = [this] {
+    const auto on_reschedule = [this] {
         clock_watch_.look();
         file_checks_.look();
     };
     for (Player &player : players_) {
-        if (const std::string wrong = player.publish(readers, log, moved); !wrong.empty()) {
-            return wrong;
+        if (const std::string error = player.publish(readers, log, on_reschedule); !error.empty()) {
+            return error;
         }
     }
     clock_watch_.start();

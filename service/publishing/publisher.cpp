@@ -31,12 +31,12 @@ constexpr const char *shuffle_modes[] = {"off", "on"};
 } // namespace
 
 std::unique_ptr<Publisher> Publisher::open(const std::string &player, const object_readers &readers,
-                                           Log log, std::string &wrong) {
+                                           Log log, std::string &error) {
     const std::string directory = "/kivo/services/vantro/" + player;
     object_publisher *publisher = object_publisher_open_for(directory.c_str(), &readers);
     if (!publisher) {
         const char *why = errno == EADDRINUSE ? "another process does" : std::strerror(errno);
-        wrong = fmt::format("cannot publish for the player \"{}\": {}", player, why);
+        error = fmt::format("cannot publish for the player \"{}\": {}", player, why);
         return nullptr;
     }
     return std::unique_ptr<Publisher>(new Publisher(player, std::move(log), publisher));

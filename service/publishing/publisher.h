@@ -31,9 +31,9 @@ class Publisher {
     using Log = std::function<void(int severity, const std::string &line)>;
 
     // Becomes the publisher of a player, which those readers may follow. Returns nothing, and in
-    // `wrong` why, where it cannot.
+    // `error` why, where it cannot.
     static std::unique_ptr<Publisher> open(const std::string &player, const object_readers &readers,
-                                           Log log, std::string &wrong);
+                                           Log log, std::string &error);
 
     // Readers are told of the end: the state goes, then the directory.
     ~Publisher();

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
+#include <iterator>
 #include <optional>
 
 #include <vantro/catalogue.h>
@@ -14,16 +16,101 @@ namespace {
 static_assert(sizeof(VantroStateInfo) == 16);
 static_assert(sizeof(VantroTrksessionInfo) == 16);
 
+// Room for the answer of every command that changes something. It is had before the command is
+// carried out: an answer that cannot be made would tell of a refusal that was none.
+constexpr size_t short_answer = 64;
+
+enum class Player { needed, optional };
+
+// How long a command may take. `unless_session`: long only where the player has no session yet.
+enum class Takes { moments, long_time, unless_session };
+
 } // namespace
+
+// Everything that tells one command from another.
+struct Answers::Command {
+    uint16_t number;
+    Form form;
+    Player player;
+    Takes takes;
+    int (*run)(Answers &, const Call &);
+};
+
+const Answers::Command *Answers::find_command(uint16_t number) {
+    using Own = playback::Player;
+    constexpr auto needed = Player::needed;
+    constexpr auto optional = Player::optional;
+    constexpr auto moments = Takes::moments;
+    constexpr auto long_time = Takes::long_time;
+    static constexpr Command commands[] = {
+        {VANTRO_COMMAND_OPEN, forms::player_name, optional, moments, run<&Answers::open_player>},
+        {VANTRO_COMMAND_CLOSE, forms::player_name, optional, moments, run<&Answers::close_player>},
+        {VANTRO_COMMAND_GET_MEDIA_SOURCES, forms::nothing, needed, moments,
+         [](Answers &self, const Call &call) {
+             return append_sources(call.answer, self.catalogue_.sources());
+         }},
+        {VANTRO_COMMAND_GET_CURRENT_STATE, forms::nothing, needed, moments,
+         run<&Answers::append_state>},
+        {VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO, forms::nothing, needed, moments,
+         run<&Answers::append_session>},
+        {VANTRO_COMMAND_GET_CURRENT_TRACK_INFO, forms::nothing, needed, moments,
+         run<&Answers::append_track>},
+        {VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION, forms::nothing, needed, moments,
+         run<&Answers::append_position>},
+        {VANTRO_COMMAND_BROWSE, forms::browse, needed, long_time, run<&Answers::append_listing>},
+        {VANTRO_COMMAND_SEARCH, forms::search, needed, long_time, run<&Answers::append_search>},
+        {VANTRO_COMMAND_GET_TRKSESSION_TRACKS, forms::session_tracks, optional, long_time,
+         run<&Answers::append_session_tracks>},
+        {VANTRO_COMMAND_GET_METADATA, forms::node, needed, moments,
+         run<&Answers::append_metadata_of>},
+        {VANTRO_COMMAND_GET_EXTENDED_METADATA, forms::node_and_keys, optional, long_time,
+         run<&Answers::append_extended_metadata>},
+        {VANTRO_COMMAND_CREATE_TRKSESSION, forms::new_session, needed, long_time,
+         run<&Answers::create_session>},
+        {VANTRO_COMMAND_DESTROY_TRKSESSION, forms::session, needed, moments,
+         [](Answers &, const Call &call) { return call.player->destroy(call.request.tsid); }},
+        {VANTRO_COMMAND_PLAY, forms::nothing, needed, Takes::unless_session, control<&Own::play>},
+        {VANTRO_COMMAND_STOP, forms::nothing, needed, moments, control<&Own::stop>},
+        {VANTRO_COMMAND_PAUSE, forms::nothing, needed, moments, control<&Own::pause>},
+        {VANTRO_COMMAND_NEXT, forms::nothing, needed, moments, control<&Own::next>},
+        {VANTRO_COMMAND_PREVIOUS, forms::nothing, needed, moments, control<&Own::previous>},
+        {VANTRO_COMMAND_JUMP, forms::value, needed, moments, control_to<&Own::jump>},
+        {VANTRO_COMMAND_SEEK, forms::value, needed, moments, control_to<&Own::seek>},
+        {VANTRO_COMMAND_SET_PLAYBACK_RATE, forms::rate, needed, moments,
+         [](Answers &, const Call &call) { return call.player->set_rate(call.request.rate); }},
+        {VANTRO_COMMAND_SHUFFLE, forms::value, needed, moments, control_to<&Own::set_shuffle>},
+        {VANTRO_COMMAND_REPEAT, forms::value, needed, moments, control_to<&Own::set_repeat>},
+    };
+    const auto found =
+        std::find_if(std::begin(commands), std::end(commands),
+                     [number](const Command &each) { return each.number == number; });
+    return found == std::end(commands) ? nullptr : found;
+}
+
+playback::Player *Answers::player_of(int32_t open) {
+    const int16_t at = opens_.player(open);
+    return at == no_player ? nullptr : &players_[static_cast<size_t>(at)];
+}
+
+bool Answers::may_take_long(int32_t open, const void *bytes, size_t size) {
+    RequestHeader header;
+    const Command *const command =
+        read_header(bytes, size, header) ? find_command(header.command) : nullptr;
+    if (!command || command->takes == Takes::moments) {
+        return false;
+    }
+    playback::Player *const player = player_of(open);
+    if (!player) {
+        return command->player == Player::optional; // else it is refused
+    }
+    return command->takes == Takes::long_time || !player->has_session();
+}
 
 void Answers::respond(int32_t open, const void *bytes, size_t size, Bytes &answer) {
     answer.clear();
+    answer.reserve(short_answer);
     append(answer, int32_t{0});
-    Request request;
-    int32_t result = parse_request(bytes, size, request);
-    if (result == 0) {
-        result = carry_out(open, request, answer);
-    }
+    int32_t result = carry_out(open, bytes, size, answer);
     if (result == 0) {
         return;
     }
@@ -31,116 +118,86 @@ void Answers::respond(int32_t open, const void *bytes, size_t size, Bytes &answe
     append(answer, result);
 }
 
-int Answers::carry_out(int32_t open, const Request &request, Bytes &answer) {
-    const int16_t at = opens_.player(open);
-    playback::Player *const player = at == no_player ? nullptr : &players_[static_cast<size_t>(at)];
-    const int result = carry_out(open, player, request, answer);
-    // Before the answer: who has it finds the events of what it tells.
-    if (player) {
-        player->tell();
+int Answers::carry_out(int32_t open, const void *bytes, size_t size, Bytes &answer) {
+    RequestHeader header;
+    if (!read_header(bytes, size, header)) {
+        return EINVAL;
+    }
+    const Command *const command = find_command(header.command);
+    if (!command) {
+        return ENOSYS;
+    }
+    Request request;
+    if (const int result = parse_request(header, command->form, bytes, size, request);
+        result != 0) {
+        return result;
+    }
+    const Call call{open, request, player_of(open), answer};
+    if (!call.player && command->player == Player::needed) {
+        return ENOTCONN;
+    }
+    const int result = command->run(*this, call);
+    // Before the answer: who has it finds the events of what it tells. Without memory they follow
+    // later: the command was carried out, and its answer says so.
+    if (call.player) {
+        try {
+            call.player->publish_changes();
+        } catch (const std::exception &) {
+            return result;
+        }
     }
     return result;
 }
 
-int Answers::carry_out(int32_t open, playback::Player *player, const Request &request,
-                       Bytes &answer) {
-    switch (request.command) {
-    case VANTRO_COMMAND_OPEN:
-    case VANTRO_COMMAND_CLOSE:
-        return open_or_close(open, request);
-    case VANTRO_COMMAND_GET_TRKSESSION_TRACKS:
-        return append_session_tracks(player, request, answer);
-    case VANTRO_COMMAND_GET_EXTENDED_METADATA:
-        return append_extended_metadata(request, answer);
-    case VANTRO_COMMAND_GET_MEDIA_SOURCES:
-    case VANTRO_COMMAND_BROWSE:
-    case VANTRO_COMMAND_SEARCH:
-    case VANTRO_COMMAND_GET_METADATA:
-        return player ? ask_catalogue(request, answer) : ENOTCONN;
-    case VANTRO_COMMAND_GET_CURRENT_STATE:
-    case VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO:
-    case VANTRO_COMMAND_GET_CURRENT_TRACK_INFO:
-    case VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION:
-    case VANTRO_COMMAND_CREATE_TRKSESSION:
-        return player ? ask_player(*player, request, answer) : ENOTCONN;
-    default:
-        return player ? control(*player, request) : ENOTCONN;
-    }
+int16_t Answers::find_player(std::string_view name) {
+    const auto found =
+        std::find_if(players_.begin(), players_.end(),
+                     [name](const playback::Player &each) { return each.name == name; });
+    return found == players_.end() ? no_player
+                                   : static_cast<int16_t>(std::distance(players_.begin(), found));
 }
 
-int Answers::open_or_close(int32_t open, const Request &request) {
-    for (size_t i = 0; i < players_.size(); ++i) {
-        if (players_[i].name != request.name) {
-            continue;
-        }
-        const auto player = static_cast<int16_t>(i);
-        return request.command == VANTRO_COMMAND_OPEN ? opens_.open(open, player)
-                                                      : opens_.close(open, player);
-    }
-    return ENOENT;
+int Answers::open_player(const Call &call) {
+    const int16_t player = find_player(call.request.name);
+    return player == no_player ? ENOENT : opens_.open(call.open, player);
 }
 
-// Commands whose answer is nothing but the result word.
-int Answers::control(playback::Player &player, const Request &request) {
-    switch (request.command) {
-    case VANTRO_COMMAND_DESTROY_TRKSESSION:
-        return player.destroy(request.tsid);
-    case VANTRO_COMMAND_PLAY:
-        return player.play();
-    case VANTRO_COMMAND_STOP:
-        return player.engine.stop();
-    case VANTRO_COMMAND_PAUSE:
-        return player.engine.pause();
-    case VANTRO_COMMAND_JUMP:
-        return player.engine.jump(request.value);
-    case VANTRO_COMMAND_NEXT:
-        return player.engine.next();
-    case VANTRO_COMMAND_PREVIOUS:
-        return player.engine.previous();
-    case VANTRO_COMMAND_SEEK:
-        return player.engine.seek(request.value);
-    case VANTRO_COMMAND_SET_PLAYBACK_RATE:
-        return player.engine.set_rate(request.rate);
-    case VANTRO_COMMAND_SHUFFLE:
-        return player.engine.set_shuffle(request.value);
-    case VANTRO_COMMAND_REPEAT:
-        return player.engine.set_repeat(request.value);
-    default:
-        return ENOSYS;
-    }
+int Answers::close_player(const Call &call) {
+    const int16_t player = find_player(call.request.name);
+    return player == no_player ? ENOENT : opens_.close(call.open, player);
 }
 
-int Answers::ask_player(playback::Player &player, const Request &request, Bytes &answer) {
-    switch (request.command) {
-    case VANTRO_COMMAND_CREATE_TRKSESSION: {
-        uint64_t tsid = 0;
-        const int result =
-            player.create(request.source, request.node, request.value, request.start, tsid);
-        append(answer, tsid);
-        return result;
-    }
-    case VANTRO_COMMAND_GET_CURRENT_STATE:
-        append(answer, player.engine.snapshot().modes);
-        return 0;
-    case VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO: {
-        const playback::SessionPtr session = player.engine.snapshot().session;
-        append(answer, session
-                           ? VantroTrksessionInfo{session->type, session->length(), session->tsid}
-                           : VantroTrksessionInfo{VANTRO_TRKSESSION_NONE, 0, 0});
-        return 0;
-    }
-    case VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION: {
-        const playback::Engine::Snapshot now = player.engine.snapshot();
-        append(answer, now.position_ms);
-        return now.session ? 0 : ENODATA;
-    }
-    default:
-        return append_track(player, answer);
-    }
+int Answers::create_session(const Call &call) {
+    uint64_t tsid = 0;
+    const Request &request = call.request;
+    const int result =
+        call.player->create(request.source, request.node, request.value, request.start, tsid);
+    append(call.answer, tsid);
+    return result;
 }
 
-int Answers::append_track(playback::Player &player, Bytes &answer) {
-    const playback::Engine::Snapshot now = player.engine.snapshot();
+int Answers::append_state(const Call &call) {
+    append(call.answer, call.player->snapshot().modes);
+    return 0;
+}
+
+int Answers::append_session(const Call &call) {
+    const playback::SessionPtr session = call.player->snapshot().session;
+    append(call.answer, session
+                            ? VantroTrksessionInfo{session->type, session->length(), session->tsid}
+                            : VantroTrksessionInfo{VANTRO_TRKSESSION_NONE, 0, 0});
+    return 0;
+}
+
+int Answers::append_position(const Call &call) {
+    const playback::Engine::Snapshot now = call.player->snapshot();
+    append(call.answer, now.position_ms);
+    return now.session ? 0 : ENODATA;
+}
+
+int Answers::append_track(const Call &call) {
+    Bytes &answer = call.answer;
+    const playback::Engine::Snapshot now = call.player->snapshot();
     if (!now.session) {
         return ENODATA;
     }
@@ -169,39 +226,38 @@ int Answers::append_track(playback::Player &player, Bytes &answer) {
     return result;
 }
 
-int Answers::ask_catalogue(const Request &request, Bytes &answer) {
-    switch (request.command) {
-    case VANTRO_COMMAND_GET_MEDIA_SOURCES:
-        return append_sources(answer, catalogue_.sources());
-    case VANTRO_COMMAND_GET_METADATA: {
-        std::optional<catalogue::SongMetadata> metadata;
-        const int result = catalogue_.metadata(request.source, request.node, metadata);
-        return result == 0 && metadata ? append_metadata(answer, *metadata) : result;
-    }
-    default:
-        return append_listing(request, answer);
-    }
+int Answers::append_metadata_of(const Call &call) {
+    std::optional<catalogue::SongMetadata> metadata;
+    const int result = catalogue_.metadata(call.request.source, call.request.node, metadata);
+    return result == 0 && metadata ? append_metadata(call.answer, *metadata) : result;
 }
 
-int Answers::append_listing(const Request &request, Bytes &answer) {
-    NodePacker nodes(answer);
-    const int result =
-        request.command == VANTRO_COMMAND_SEARCH
-            ? catalogue_.search(request.source, request.filter, request.term, request.range, nodes)
-            : catalogue_.browse(request.source, request.node, request.range, nodes);
+int Answers::append_listing(const Call &call) {
+    NodePacker nodes(call.answer);
+    const Request &request = call.request;
+    const int result = catalogue_.browse(request.source, request.node, request.range, nodes);
     return result == 0 ? nodes.finish() : result;
 }
 
-int Answers::append_extended_metadata(const Request &request, Bytes &answer) {
+int Answers::append_search(const Call &call) {
+    NodePacker nodes(call.answer);
+    const Request &request = call.request;
+    const int result =
+        catalogue_.search(request.source, request.filter, request.term, request.range, nodes);
+    return result == 0 ? nodes.finish() : result;
+}
+
+int Answers::append_extended_metadata(const Call &call) {
     std::vector<std::string> values;
+    const Request &request = call.request;
     const int result =
         catalogue_.extended_metadata(request.source, request.node, request.keys, values);
-    return result == 0 ? append_texts(answer, values) : result;
+    return result == 0 ? append_texts(call.answer, values) : result;
 }
 
 // Ids are never given twice, so without an open player a session is known by its id alone.
-int Answers::append_session_tracks(playback::Player *player, const Request &request,
-                                   Bytes &answer) {
+int Answers::append_session_tracks(const Call &call) {
+    const auto &[open, request, player, answer] = call;
     playback::SessionPtr session = player ? player->session(request.tsid) : nullptr;
     for (auto each = players_.begin(); !player && !session && each != players_.end(); ++each) {
         session = each->session(request.tsid);

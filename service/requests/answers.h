@@ -23,22 +23,55 @@ class Answers {
 
     // Carries out the request of `size` bytes that came by the open record `open`, and leaves its
     // answer, a result word and what follows it, in `answer`, whatever the bytes are.
-    // Throws std::bad_alloc; the answer is then of no use.
+    // Throws std::bad_alloc; then nothing was changed, and the answer must not be used.
     void respond(int32_t open, const void *bytes, size_t size, Bytes &answer);
+
+    // Whether a request may take long: it reads as much of the catalogue as its client asks for.
+    bool may_take_long(int32_t open, const void *bytes, size_t size);
 
     Opens &opens() { return opens_; }
 
   private:
-    int carry_out(int32_t open, const Request &request, Bytes &answer);
-    int carry_out(int32_t open, playback::Player *player, const Request &request, Bytes &answer);
-    int open_or_close(int32_t open, const Request &request);
-    int control(playback::Player &player, const Request &request);
-    int ask_player(playback::Player &player, const Request &request, Bytes &answer);
-    int ask_catalogue(const Request &request, Bytes &answer);
-    int append_listing(const Request &request, Bytes &answer);
-    int append_track(playback::Player &player, Bytes &answer);
-    int append_session_tracks(playback::Player *player, const Request &request, Bytes &answer);
-    int append_extended_metadata(const Request &request, Bytes &answer);
+    // A request that is being carried out.
+    struct Call {
+        int32_t open;
+        const Request &request;
+        playback::Player *player; // that the record has open, or null
+        Bytes &answer;
+    };
+    struct Command;
+
+    // The three ways in which a row of the table runs its command.
+    template <int (Answers::*method)(const Call &)>
+    static int run(Answers &self, const Call &call) {
+        return (self.*method)(call);
+    }
+    template <int (playback::Player::*method)()>
+    static int control(Answers &, const Call &call) {
+        return (call.player->*method)();
+    }
+    template <int (playback::Player::*method)(int32_t)>
+    static int control_to(Answers &, const Call &call) {
+        return (call.player->*method)(call.request.value);
+    }
+
+    static const Command *find_command(uint16_t number);
+    int carry_out(int32_t open, const void *bytes, size_t size, Bytes &answer);
+    playback::Player *player_of(int32_t open);
+
+    int open_player(const Call &call);
+    int close_player(const Call &call);
+    int16_t find_player(std::string_view name);
+    int append_listing(const Call &call);
+    int append_search(const Call &call);
+    int append_metadata_of(const Call &call);
+    int append_extended_metadata(const Call &call);
+    int append_state(const Call &call);
+    int append_session(const Call &call);
+    int append_track(const Call &call);
+    int append_position(const Call &call);
+    int append_session_tracks(const Call &call);
+    int create_session(const Call &call);
 
     catalogue::Catalogue &catalogue_;
     playback::Players &players_;

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include <vantro/protocol.h>
+
 #include "service/catalogue/catalogue.h"
 
 namespace vantro::service::requests {
@@ -17,7 +19,6 @@ inline constexpr uint32_t keys_max = 16384;
 
 // Texts lie in the bytes that were parsed, and have no NUL.
 struct Request {
-    uint16_t command = 0;
     std::string_view name; // of a player
     int32_t value = 0;     // position, mode or index
     float rate = 0;        // any bit pattern at all
@@ -31,10 +32,62 @@ struct Request {
     std::vector<std::string_view> keys;
 };
 
-// Every byte is accounted for: what does not have exactly the length and form of its command is
-// refused. The header's `payload_length` is not looked at: what arrived counts. Returns 0; ENOSYS
-// for a command that is not offered; EMSGSIZE for too many keys; EINVAL for a malformed request.
-int parse_request(const void *bytes, size_t size, Request &request);
+// Takes one value after the other from the bytes that arrived. The first one that is not there
+// whole, or is malformed, ends the reading.
+class Reader {
+  public:
+    Reader(const unsigned char *bytes, size_t size) : next_(bytes), left_(size) {}
+
+    template <typename Number>
+    Reader &number(Number &value) {
+        read(&value, sizeof value);
+        return *this;
+    }
+    Reader &text(std::string_view &value);
+
+    size_t left() const { return left_; }
+    // Whether all bytes were read, and all of them well.
+    bool done() const { return whole_ && left_ == 0; }
+
+  private:
+    bool need(size_t size);
+    void skip(size_t size);
+    void read(void *value, size_t size);
+
+    const unsigned char *next_;
+    size_t left_;
+    bool whole_ = true;
+};
+
+// What can follow a header. Each reads as much as it expects, and returns 0, or EINVAL or EMSGSIZE
+// where that can never be right.
+using Form = int (*)(Reader &, Request &);
+
+namespace forms {
+
+int nothing(Reader &reader, Request &request);
+int player_name(Reader &reader, Request &request);
+int value(Reader &reader, Request &request);
+int rate(Reader &reader, Request &request);
+int browse(Reader &reader, Request &request);
+int search(Reader &reader, Request &request);
+int session(Reader &reader, Request &request);
+int session_tracks(Reader &reader, Request &request);
+int node(Reader &reader, Request &request);
+int node_and_keys(Reader &reader, Request &request);
+int new_session(Reader &reader, Request &request);
+
+} // namespace forms
+
+// Copies the header of a request. Returns whether the bytes are long enough to have one.
+bool read_header(const void *bytes, size_t size, RequestHeader &header);
+
+// Parses a request that has this header, and whose command has that form. Every byte is accounted
+// for: what does not have exactly the length and form of its command is refused. The header's
+// `payload_length` is not looked at: what arrived counts. Returns 0; EMSGSIZE for too many keys;
+// EINVAL for a malformed request.
+int parse_request(const RequestHeader &header, Form form, const void *bytes, size_t size,
+                  Request &request);
 
 } // namespace vantro::service::requests
 

@@ -19,9 +19,9 @@ struct Room {
     Player other{"den", catalogue, ids, [] { return std::chrono::nanoseconds(1); }, 7};
     uint64_t tsid = 77;
 
-    int32_t state() { return player.engine.snapshot().modes.state; }
+    int32_t state() { return player.snapshot().modes.state; }
     uint64_t current() {
-        const SessionPtr session = player.engine.snapshot().session;
+        const SessionPtr session = player.snapshot().session;
         return session ? session->tsid : 0;
     }
 };
@@ -63,8 +63,8 @@ TEST(Player, KeepsSessionsUntilTheyAreDestroyed) {
         EXPECT_TRUE(seen.insert(room.tsid).second);
         EXPECT_EQ(room.current(), room.tsid);
         EXPECT_EQ(room.state(), i % 2 ? VANTRO_STATE_PLAYING : VANTRO_STATE_PAUSED);
-        EXPECT_EQ(room.player.engine.snapshot().index, 2);
-        EXPECT_EQ(room.player.engine.snapshot().session->length(), i % 2 ? 3 : 4);
+        EXPECT_EQ(room.player.snapshot().index, 2);
+        EXPECT_EQ(room.player.snapshot().session->length(), i % 2 ? 3 : 4);
     }
     const uint64_t newest = room.tsid;
     const uint64_t last = room.ids.take();
@@ -112,7 +112,7 @@ TEST(Player, TakesCommandsFromAllSides) {
                 uint64_t tsid = 0;
                 ASSERT_EQ(room.player.play(), 0);
                 ASSERT_EQ(room.player.create(1, "few", 0, 1, tsid), 0);
-                room.player.engine.next();
+                room.player.next();
                 ASSERT_NE(room.player.session(tsid), nullptr);
                 ASSERT_EQ(room.player.destroy(tsid), 0);
             }
