@@ -65,7 +65,7 @@ void retire_old_ring(int directory) {
 
 } // namespace
 
-bool ObjectDirectory::take(std::string_view path, const object_readers &readers, RingWriter &ring) {
+bool ObjectDirectory::take(std::string_view path, RingWriter &ring, const object_readers &readers) {
     for (int attempt = 1;; ++attempt) {
         Place place = make_place(std::string(path) + "/" + ring_name);
         if (place) {
@@ -82,7 +82,7 @@ bool ObjectDirectory::take(std::string_view path, const object_readers &readers,
     }
     path_ = path;
     retire_old_ring(directory_.get());
-    if (!make_ring(readers, ring)) {
+    if (!make_ring(ring, readers)) {
         const KeepErrno keep;
         remove();
         close();
@@ -92,7 +92,7 @@ bool ObjectDirectory::take(std::string_view path, const object_readers &readers,
 }
 
 // Under another name until it is a ring and locked, so that no reader meets half of one.
-bool ObjectDirectory::make_ring(const object_readers &readers, RingWriter &ring) {
+bool ObjectDirectory::make_ring(RingWriter &ring, const object_readers &readers) {
     const int directory = directory_.get();
     ::unlinkat(directory, new_ring_name, 0);
     ring_ = open_and_lock(directory, O_CREAT | O_EXCL, 0);

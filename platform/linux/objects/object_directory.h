@@ -14,6 +14,9 @@ namespace vantro::platform {
 // The name of the ring in a directory of objects.
 inline constexpr const char *ring_name = "ring";
 
+// Every user may read.
+inline constexpr object_readers everybody = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0444};
+
 // A directory of objects that this process publishes in: the lock on its file "lock", and its ring,
 // which is locked as well. The first keeps a second publisher out, also while there is no ring; the
 // second tells the readers of this very ring whether its publisher lives.
@@ -26,7 +29,7 @@ class ObjectDirectory {
   public:
     // Becomes the publisher, whose ring those readers may read. @return whether it did; errno says
     // why not.
-    bool take(std::string_view path, const object_readers &readers, RingWriter &ring);
+    bool take(std::string_view path, RingWriter &ring, const object_readers &readers = everybody);
 
     // Removes ring, lock and directory, while the locks are still held.
     void remove();
@@ -37,7 +40,7 @@ class ObjectDirectory {
     int ring_file() const { return ring_.get(); }
 
   private:
-    bool make_ring(const object_readers &readers, RingWriter &ring);
+    bool make_ring(RingWriter &ring, const object_readers &readers);
 
     std::string path_;
     UniqueFd directory_;

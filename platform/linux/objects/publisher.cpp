@@ -69,7 +69,7 @@ bool take_and_enlist(object_publisher *publisher, std::string_view directory,
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
     static_cast<void>(watches_fork);
     const std::lock_guard guard(publishers_lock);
-    if (!publisher->directory.take(directory, readers, publisher->ring)) {
+    if (!publisher->directory.take(directory, publisher->ring, readers)) {
         return false;
     }
     publisher->next = publishers;
@@ -125,7 +125,6 @@ int object_publisher::publish(std::string_view change) {
 }
 
 struct object_publisher *object_publisher_open(const char *directory) {
-    const struct object_readers everybody = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0444};
     return object_publisher_open_for(directory, &everybody);
 }
 
