@@ -66,8 +66,7 @@ void run(const std::string &verb, const Options &options) {
 }
 
 int report(const Failure &failure, bool json) {
-    const std::string line = clean_text(failure.text);
-    std::fprintf(stderr, "vantroctl: %s\n", line.c_str());
+    complain(failure.text);
     if (json) {
         write_output(json_failure(failure)); // A failure to write adds nothing to a failed run.
     }

@@ -52,6 +52,9 @@ std::string json_done(const std::string &player, const Done &done) {
     if (done.session) {
         object.key("session_id").number(*done.session);
     }
+    if (done.scanning) {
+        object.key("scanning").boolean(*done.scanning);
+    }
     return object.line();
 }
 

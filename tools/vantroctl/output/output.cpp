@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/text/display_text.h"
 
 namespace vantro::ctl {
 namespace {
@@ -57,6 +58,10 @@ void print(std::string_view text) {
         throw Failure(Outcome::failed,
                       fmt::format("cannot write to standard output: {}", std::strerror(errno)));
     }
+}
+
+void complain(std::string_view text) {
+    write_output(fmt::format("vantroctl: {}\n", clean_text(text)), STDERR_FILENO);
 }
 
 bool output_is_terminal() {

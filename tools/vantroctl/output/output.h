@@ -17,6 +17,10 @@ bool write_output(std::string_view text, int descriptor = 1);
 // The same. @throws Failure.
 void print(std::string_view text);
 
+// A line on standard error, with the program's name in front. What terminals must not see is
+// replaced.
+void complain(std::string_view text);
+
 bool output_is_terminal();
 
 // The terminal's width, or else that in COLUMNS, or else 80.

@@ -1,6 +1,7 @@
 #include "tools/vantroctl/service/catalogue_queries.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <iterator>
 #include <string_view>
@@ -10,10 +11,12 @@
 #include <vantro/catalogue.h>
 #include <vantro/extras.h>
 #include <vantro/player.h>
+#include <vantro/protocol.h>
 
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/service/client.h"
 #include "tools/vantroctl/service/library_records.h"
+#include "tools/vantroctl/service/refusal.h"
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/node_ref.h"
 
@@ -75,35 +78,28 @@ struct Records {
 
 using NodeRecords = Records<MediaNode, vantro_free_media_nodes>;
 
-bool browse(Client &client, const Place &place, int32_t offset, int32_t count, NodeRecords &nodes) {
-    nodes.count = count;
-    return client.ask("browse", [&](VantroHandle *handle) {
-        return vantro_browse(handle, place.source, place.id.c_str(), offset, &nodes.count,
-                             &nodes.first);
-    });
-}
-
-std::optional<Values> ask_values(Client &client, const Place &place,
-                                 const std::vector<std::string> &keys) {
+// The values of the keys, as far as the node has them. @return why the service refused, or 0.
+int32_t ask_values(Client &client, const Place &place, const std::vector<std::string> &keys,
+                   Values &values) {
+    ServiceRequest request(VANTRO_COMMAND_GET_EXTENDED_METADATA);
+    request.number(place.source).text(place.id).number(static_cast<int32_t>(keys.size()));
     std::vector<const char *> wanted;
     for (const std::string &key : keys) {
         wanted.push_back(key.c_str());
+        request.text(key);
     }
     wanted.push_back(nullptr);
     std::vector<char *> found(keys.size(), nullptr);
-    if (!client.ask("info", [&](VantroHandle *handle) {
-            return vantro_get_extended_metadata(handle, place.source, place.id.c_str(),
-                                                wanted.data(), found.data());
-        })) {
-        return std::nullopt;
-    }
-    Values values;
-    for (size_t i = 0; i < keys.size(); ++i) {
+    const int32_t reason = client.ask("info", request, [&](VantroHandle *handle) {
+        return vantro_get_extended_metadata(handle, place.source, place.id.c_str(), wanted.data(),
+                                            found.data());
+    });
+    for (size_t i = 0; reason == 0 && i < keys.size(); ++i) {
         values.emplace_back(keys[i],
                             found[i] ? std::optional<std::string>(found[i]) : std::nullopt);
         std::free(found[i]);
     }
-    return values;
+    return reason;
 }
 
 // What the record says under a key. Services need not know the keys; the record all of them do.
@@ -131,32 +127,44 @@ std::string record_value(const Metadata &record, std::string_view key) {
     return {};
 }
 
-// Nobody can ask for a single node, so it is asked for what any node has.
-bool node_exists(Client &client, const Place &place) {
-    NodeRecords nodes;
-    return place.id.empty() || browse(client, place, 0, 1, nodes) ||
-           ask_values(client, place, {VANTRO_KEY_TITLE});
+std::optional<Source> find_source(Client &client, int32_t id) {
+    const std::vector<Source> sources = get_sources(client);
+    const auto source = std::find_if(sources.begin(), sources.end(),
+                                     [id](const Source &each) { return each.id == id; });
+    return source != sources.end() ? std::optional(*source) : std::nullopt;
 }
 
-// The library says only that the service refused; so the service is asked what there is.
-[[noreturn]] void explain(Client &client, const std::string &verb, const Place &place,
-                          const char *otherwise) {
-    const std::vector<Source> sources = get_sources(client);
-    const auto source = std::find_if(sources.begin(), sources.end(), [&](const Source &candidate) {
-        return candidate.id == place.source;
-    });
-    if (source == sources.end()) {
+// What to add where songs are missing, while more may still be found.
+std::string if_scanning(const Source &source) {
+    return source.status == VANTRO_SOURCE_SCANNING
+               ? fmt::format("; source {} is still being scanned, try again later", source.id)
+               : "";
+}
+
+// Why nothing came of a question about a place. @param index of the song that was asked for.
+[[noreturn]] void fail_at(Client &client, const std::string &verb, const Place &place,
+                          int32_t reason, int32_t index = 0) {
+    if (reason != ENOENT && reason != ENODATA && reason != ERANGE) {
+        throw refusal(verb, reason);
+    }
+    const std::optional<Source> source = find_source(client, place.source);
+    if (!source) {
         throw Failure(Outcome::not_found,
                       fmt::format("no source {}: vantroctl sources lists them", place.source));
     }
-    if (!node_exists(client, place)) {
-        throw Failure(
-            Outcome::not_found,
-            fmt::format("no node {} in source {} ({}): vantroctl browse {}: shows its top",
-                        shortened(ref_text(place.source, place.id)), source->id,
-                        shortened(clean_text(source->name)), source->id));
+    const std::string node = shortened(ref_text(place.source, place.id));
+    if (reason == ENODATA) {
+        throw Failure(Outcome::not_found,
+                      fmt::format("no songs in {}{}", node, if_scanning(*source)));
     }
-    throw Failure(Outcome::failed, fmt::format("{} refused by the player: {}", verb, otherwise));
+    if (reason == ERANGE) {
+        throw Failure(Outcome::not_found,
+                      fmt::format("no song {}: there are fewer in {}{}", int64_t{index} + 1, node,
+                                  if_scanning(*source)));
+    }
+    throw Failure(Outcome::not_found,
+                  fmt::format("no node {} in source {} ({}): vantroctl browse {}: shows its top",
+                              node, source->id, shortened(clean_text(source->name)), source->id));
 }
 
 std::vector<Node> nodes_of(const NodeRecords &records) {
@@ -172,9 +180,10 @@ std::vector<Node> nodes_of(const NodeRecords &records) {
 
 std::vector<Source> get_sources(Client &client) {
     Records<MediaSource, vantro_free_media_sources> records;
-    client.carry_out("sources", [&](VantroHandle *handle) {
-        return vantro_get_media_sources(handle, &records.first, &records.count);
-    });
+    client.carry_out("sources", ServiceRequest(VANTRO_COMMAND_GET_MEDIA_SOURCES),
+                     [&](VantroHandle *handle) {
+                         return vantro_get_media_sources(handle, &records.first, &records.count);
+                     });
     std::vector<Source> sources;
     for (const MediaSource &record : records) {
         sources.push_back(source_of(record));
@@ -184,8 +193,20 @@ std::vector<Source> get_sources(Client &client) {
 
 std::vector<Node> browse_page(Client &client, const Place &place, int32_t offset, int32_t count) {
     NodeRecords records;
-    if (!browse(client, place, offset, count, records)) {
-        explain(client, "browse", place, "it has nothing below it");
+    records.count = count;
+    const int32_t reason =
+        client.ask("browse",
+                   ServiceRequest(VANTRO_COMMAND_BROWSE)
+                       .number(place.source)
+                       .number(offset)
+                       .number(count)
+                       .text(place.id),
+                   [&](VantroHandle *handle) {
+                       return vantro_browse(handle, place.source, place.id.c_str(), offset,
+                                            &records.count, &records.first);
+                   });
+    if (reason != 0) {
+        fail_at(client, "browse", place, reason);
     }
     return nodes_of(records);
 }
@@ -194,11 +215,20 @@ std::vector<Node> search_page(Client &client, int32_t source, const std::string 
                               const std::string &term, int32_t offset, int32_t count) {
     NodeRecords records;
     records.count = count;
-    if (!client.ask("search", [&](VantroHandle *handle) {
-            return vantro_search(handle, source, filter.c_str(), term.c_str(), offset,
-                                 &records.count, &records.first);
-        })) {
-        explain(client, "search", {source, ""}, "try fewer or other words");
+    const int32_t reason =
+        client.ask("search",
+                   ServiceRequest(VANTRO_COMMAND_SEARCH)
+                       .number(source)
+                       .number(offset)
+                       .number(count)
+                       .text(filter)
+                       .text(term),
+                   [&](VantroHandle *handle) {
+                       return vantro_search(handle, source, filter.c_str(), term.c_str(), offset,
+                                            &records.count, &records.first);
+                   });
+    if (reason != 0) {
+        fail_at(client, "search", {source, ""}, reason);
     }
     return nodes_of(records);
 }
@@ -206,11 +236,21 @@ std::vector<Node> search_page(Client &client, int32_t source, const std::string 
 std::vector<Node> tracks_page(Client &client, uint64_t session, int32_t offset, int32_t count) {
     NodeRecords records;
     records.count = count;
-    if (!client.ask("tracks", [&](VantroHandle *handle) {
-            return vantro_get_trksession_tracks(handle, session, offset, &records.count,
-                                                &records.first);
-        })) {
+    const int32_t reason =
+        client.ask("tracks",
+                   ServiceRequest(VANTRO_COMMAND_GET_TRKSESSION_TRACKS)
+                       .number(session)
+                       .number(offset)
+                       .number(count),
+                   [&](VantroHandle *handle) {
+                       return vantro_get_trksession_tracks(handle, session, offset, &records.count,
+                                                           &records.first);
+                   });
+    if (reason == ENOENT) {
         throw Failure(Outcome::not_found, "the session has ended meanwhile; try again");
+    }
+    if (reason != 0) {
+        throw refusal("tracks", reason);
     }
     return nodes_of(records);
 }
@@ -224,11 +264,11 @@ Values get_values(Client &client, const Place &place, const std::vector<std::str
         }
         return values;
     }
-    auto values = ask_values(client, place, keys);
-    if (!values) {
-        explain(client, "info", place, "it has no metadata");
+    Values values;
+    if (const int32_t reason = ask_values(client, place, keys, values); reason != 0) {
+        fail_at(client, "info", place, reason);
     }
-    return *values;
+    return values;
 }
 
 Values get_known_values(Client &client, const Place &place) {
@@ -237,20 +277,22 @@ Values get_known_values(Client &client, const Place &place) {
         get_values(client, place, keys);
         return {};
     }
-    auto values = ask_values(client, place, keys);
+    // A service may have only one of the two: values of keys, and the record.
+    Values values;
+    const int32_t reason = ask_values(client, place, keys, values);
     Records<Metadata, vantro_free_metadata> record;
     record.count = 1;
-    if (!client.ask("info",
-                    [&](VantroHandle *handle) {
-                        return vantro_get_metadata(handle, place.source, place.id.c_str(),
-                                                   &record.first);
-                    }) &&
-        !values) {
-        explain(client, "info", place, "it has no metadata");
+    const int32_t record_reason = client.ask(
+        "info", ServiceRequest(VANTRO_COMMAND_GET_METADATA).number(place.source).text(place.id),
+        [&](VantroHandle *handle) {
+            return vantro_get_metadata(handle, place.source, place.id.c_str(), &record.first);
+        });
+    if (reason != 0 && record_reason != 0) {
+        fail_at(client, "info", place, reason);
     }
     Values known;
     for (size_t i = 0; i < keys.size(); ++i) {
-        std::string value = values ? (*values)[i].second.value_or("") : "";
+        std::string value = reason == 0 ? values[i].second.value_or("") : "";
         if (value.empty() && record.first) {
             value = record_value(*record.first, keys[i]);
         }
@@ -261,34 +303,69 @@ Values get_known_values(Client &client, const Place &place) {
     return known;
 }
 
-uint64_t load_node(Client &client, const Place &place, int32_t index, bool play) {
+LoadedSession load_node(Client &client, const Place &place, int32_t index, bool play) {
     const std::optional<SessionStatus> before = client.session();
+    // Asked before: what a scan finds later is not in the session.
+    const std::optional<Source> source = find_source(client, place.source);
+    const int32_t start = play ? VANTRO_TRKSESSION_PLAY : VANTRO_TRKSESSION_LOAD;
     uint64_t session = 0;
-    if (!client.ask("load", [&](VantroHandle *handle) {
-            return vantro_create_trksession(handle, place.source, place.id.c_str(), &index,
-                                            play ? VANTRO_TRKSESSION_PLAY : VANTRO_TRKSESSION_LOAD,
-                                            &session);
-        })) {
-        explain(client, "load", place,
-                "it has no songs, or fewer than --index says, or too many sessions are kept");
+    const int32_t reason =
+        client.ask("load",
+                   ServiceRequest(VANTRO_COMMAND_CREATE_TRKSESSION)
+                       .number(place.source)
+                       .number(index)
+                       .number(start)
+                       .text(place.id),
+                   [&](VantroHandle *handle) {
+                       return vantro_create_trksession(handle, place.source, place.id.c_str(),
+                                                       &index, start, &session);
+                   });
+    if (reason == ENOSPC) {
+        throw Failure(Outcome::failed,
+                      "load refused: the player keeps no more track sessions; those that other "
+                      "clients have loaded must end first");
+    }
+    if (reason != 0) {
+        fail_at(client, "load", place, reason, index);
+    }
+    if (session == 0) { // It was made when the reason was asked for.
+        session = static_cast<uint64_t>(client.need_session().id);
     }
     if (before && before->type == VANTRO_TRKSESSION_NODE) {
-        client.ask("load", [&](VantroHandle *handle) {
-            return vantro_destroy_trksession(handle, static_cast<uint64_t>(before->id));
-        });
+        const auto id = static_cast<uint64_t>(before->id);
+        client.ask("load", ServiceRequest(VANTRO_COMMAND_DESTROY_TRKSESSION).number(id),
+                   [id](VantroHandle *handle) { return vantro_destroy_trksession(handle, id); });
     }
-    return session;
+    return {session, source && source->status == VANTRO_SOURCE_SCANNING};
 }
 
 void jump_to(Client &client, int32_t index) {
-    if (client.ask("jump", [=](VantroHandle *handle) { return vantro_jump(handle, index); })) {
+    const int32_t reason =
+        client.ask("jump", ServiceRequest(VANTRO_COMMAND_JUMP).number(index),
+                   [=](VantroHandle *handle) { return vantro_jump(handle, index); });
+    if (reason == 0) {
         return;
     }
-    const SessionStatus session = client.need_session();
-    throw index >= session.length
-        ? Failure(Outcome::not_found, fmt::format("no track {}: the session has {}",
-                                                  int64_t{index} + 1, session.length))
-        : Failure(Outcome::failed, "jump refused by the player");
+    if (reason == ERANGE || reason == ENODATA) {
+        const SessionStatus session = client.need_session();
+        throw Failure(Outcome::not_found, fmt::format("no track {}: the session has {}",
+                                                      int64_t{index} + 1, session.length));
+    }
+    throw refusal("jump", reason);
+}
+
+void play(Client &client) {
+    const int32_t reason = client.ask("play", ServiceRequest(VANTRO_COMMAND_PLAY), vantro_play);
+    if (reason == ENODATA) {
+        std::string scanning;
+        for (const Source &source : get_sources(client)) {
+            scanning = scanning.empty() ? if_scanning(source) : scanning;
+        }
+        throw Failure(Outcome::not_found, "nothing to play: no source has songs" + scanning);
+    }
+    if (reason != 0) {
+        throw refusal("play", reason);
+    }
 }
 
 } // namespace vantro::ctl

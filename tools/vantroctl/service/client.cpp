@@ -12,10 +12,12 @@
 #include <vantro/catalogue.h>
 #include <vantro/extras.h>
 #include <vantro/platform/io.h>
+#include <vantro/protocol.h>
 
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/service/library_log.h"
 #include "tools/vantroctl/service/library_records.h"
+#include "tools/vantroctl/service/refusal.h"
 #include "tools/vantroctl/service/time_limit.h"
 #include "tools/vantroctl/text/display_text.h"
 
@@ -60,16 +62,20 @@ void Client::leave() {
 void Client::connect() {
     {
         const TimeLimit limit(options_.timeout_s);
-        forget_heard();
+        forget_logged_failure();
         handle_ = vantro_connect();
         if (!handle_) {
             explain_no_connection(errno);
         }
     }
-    const auto open = [this](VantroHandle *handle) {
-        return vantro_open(handle, options_.player.c_str());
-    };
-    if (!ask("opening the player", open)) {
+    const std::string verb = "opening the player";
+    const int32_t reason =
+        ask(verb, ServiceRequest(VANTRO_COMMAND_OPEN).text(options_.player),
+            [this](VantroHandle *handle) { return vantro_open(handle, options_.player.c_str()); });
+    if (const auto trouble = trouble_of_service(verb, reason)) {
+        throw Failure(*trouble);
+    }
+    if (reason != 0) {
         throw Failure(Outcome::absent,
                       fmt::format("no player \"{}\": is vantrod running with --player {}?",
                                   clean_text(options_.player), clean_text(options_.player)));
@@ -110,66 +116,74 @@ void Client::fail_if_late() const {
 
 void Client::fail(const std::string &verb) const {
     fail_if_late();
-    if (heard().unreachable) {
-        const bool too_long = std::strcmp(heard().why, std::strerror(EMSGSIZE)) == 0;
-        throw Failure(Outcome::failed,
-                      fmt::format("{} failed: {}; {}", verb, heard().why,
-                                  too_long ? "ask for less" : "is vantrod still running?"));
-    }
-    if (!heard().anything) {
+    const LoggedFailure &failure = logged_failure();
+    if (!failure.in_exchange) {
         throw Failure(Outcome::failed,
                       fmt::format("{} failed: the service's answer makes no sense; are service and "
                                   "tool of one version?",
                                   verb));
     }
-    refused(verb);
+    const auto is = [&](int error) { return std::strcmp(failure.why, std::strerror(error)) == 0; };
+    throw Failure(Outcome::failed,
+                  fmt::format("{} failed: {}; {}", verb, failure.why,
+                              is(EMSGSIZE)               ? "ask for less"
+                              : is(ENOMEM) || is(EMFILE) ? "free some and try again"
+                                                         : "is vantrod still running?"));
 }
 
-void Client::refused(const std::string &verb) const {
-    throw Failure(
-        Outcome::failed,
-        fmt::format("{} refused by the player; see what it is doing with vantroctl status", verb));
-}
-
-int Client::attempt(const std::function<int(VantroHandle *)> &call) {
+int Client::attempt(const Call &call) {
     const TimeLimit limit(options_.timeout_s);
-    forget_heard();
+    forget_logged_failure();
     return call(handle_);
 }
 
-void Client::carry_out(const std::string &verb, const std::function<int(VantroHandle *)> &call) {
-    if (attempt(call) != 0) {
-        fail(verb);
+int32_t Client::reason_of(const ServiceRequest &request) const {
+    const TimeLimit limit(options_.timeout_s);
+    const int32_t reason = ask_reason(options_.player, request);
+    fail_if_late();
+    return reason;
+}
+
+int32_t Client::ask(const std::string &verb, const ServiceRequest &request, const Call &call) {
+    const auto answered = [&] {
+        if (attempt(call) == 0) {
+            return true;
+        }
+        if (logged_failure().in_exchange || !logged_failure().anything || TimeLimit::reached()) {
+            fail(verb);
+        }
+        return false;
+    };
+    if (answered()) {
+        return 0;
+    }
+    const int32_t reason = reason_of(request);
+    if (reason == 0 && request.is_query()) { // By now it is answered; so the answer is fetched.
+        return answered() ? 0 : EAGAIN;
+    }
+    return reason;
+}
+
+void Client::carry_out(const std::string &verb, const ServiceRequest &request, const Call &call) {
+    if (const int32_t reason = ask(verb, request, call); reason != 0) {
+        throw refusal(verb, reason);
     }
 }
 
-bool Client::ask(const std::string &verb, const std::function<int(VantroHandle *)> &call) {
-    if (attempt(call) == 0) {
-        return true;
+void Client::carry_out_on_tracks(const std::string &verb, const ServiceRequest &request,
+                                 const Call &call) {
+    const int32_t reason = ask(verb, request, call);
+    if (reason == ENODATA) {
+        throw Failure(Outcome::not_found, no_session);
     }
-    if (heard().unreachable || !heard().anything || TimeLimit::reached()) {
-        fail(verb);
+    if (reason != 0) {
+        throw refusal(verb, reason);
     }
-    return false;
-}
-
-void Client::carry_out_on_tracks(const std::string &verb,
-                                 const std::function<int(VantroHandle *)> &call) {
-    if (ask(verb, call)) {
-        return;
-    }
-    if (const auto answer = ask_session(); answer && answer->type == VANTRO_TRKSESSION_NONE) {
-        throw Failure(Outcome::not_found,
-                      verb == "play" ? "nothing to play: no source has songs; is one still being "
-                                       "scanned? vantroctl sources tells"
-                                     : no_session);
-    }
-    refused(verb);
 }
 
 VantroStateInfo Client::state() {
     VantroStateInfo *info = nullptr;
-    carry_out("status",
+    carry_out("status", ServiceRequest(VANTRO_COMMAND_GET_CURRENT_STATE),
               [&](VantroHandle *handle) { return vantro_get_current_state(handle, &info); });
     const VantroStateInfo result = *info;
     std::free(info);
@@ -178,27 +192,21 @@ VantroStateInfo Client::state() {
 
 int32_t Client::position() {
     int32_t position_ms = 0;
-    carry_out_on_tracks("position", [&](VantroHandle *handle) {
-        return vantro_get_current_track_position(handle, &position_ms);
-    });
+    carry_out_on_tracks("position", ServiceRequest(VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION),
+                        [&](VantroHandle *handle) {
+                            return vantro_get_current_track_position(handle, &position_ms);
+                        });
     return position_ms;
 }
 
-std::optional<SessionStatus> Client::ask_session() {
+std::optional<SessionStatus> Client::session() {
     VantroTrksessionInfo *info = nullptr;
-    if (!ask("status", [&](VantroHandle *handle) {
-            return vantro_get_current_trksession_info(handle, &info);
-        })) {
-        return std::nullopt;
-    }
+    carry_out(
+        "status", ServiceRequest(VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO),
+        [&](VantroHandle *handle) { return vantro_get_current_trksession_info(handle, &info); });
     const SessionStatus session{static_cast<int64_t>(info->tsid), info->type, info->length};
     std::free(info);
-    return session;
-}
-
-std::optional<SessionStatus> Client::session() {
-    const std::optional<SessionStatus> answer = ask_session();
-    return answer && answer->type != VANTRO_TRKSESSION_NONE ? answer : std::nullopt;
+    return session.type != VANTRO_TRKSESSION_NONE ? std::optional(session) : std::nullopt;
 }
 
 SessionStatus Client::need_session() {
@@ -211,13 +219,18 @@ SessionStatus Client::need_session() {
 std::optional<TrackStatus> Client::track() {
     VantroTrackInfo *info = nullptr;
     std::unique_ptr<VantroTrackInfo, TrackInfoFree> owner;
-    const bool has_track = ask("status", [&](VantroHandle *handle) {
-        const int result = vantro_get_current_track_info(handle, &info);
-        owner.reset(info); // What was read of a broken answer is there to be freed as well.
-        return result;
-    });
-    return has_track ? std::optional(track_of(info->index, info->media_node, info->metadata))
-                     : std::nullopt;
+    const int32_t reason = ask(
+        "status", ServiceRequest(VANTRO_COMMAND_GET_CURRENT_TRACK_INFO), [&](VantroHandle *handle) {
+            info = nullptr;
+            const int result = vantro_get_current_track_info(handle, &info);
+            owner.reset(info); // A broken answer leaves what was read of it, to be freed.
+            return result;
+        });
+    if (const auto trouble = trouble_of_service("status", reason)) {
+        throw Failure(*trouble);
+    }
+    return reason == 0 ? std::optional(track_of(info->index, info->media_node, info->metadata))
+                       : std::nullopt;
 }
 
 PlayerStatus Client::status() {
@@ -229,11 +242,13 @@ PlayerStatus Client::status() {
     status.repeat = now.repeat;
     status.shuffle = now.shuffle;
     status.session = session();
-    status.track = track();
+    status.track = status.session ? track() : std::nullopt;
     if (status.track) {
-        ask("status", [&](VantroHandle *handle) {
-            return vantro_get_current_track_position(handle, &status.position_ms);
-        });
+        // A session that has ended meanwhile leaves the position at 0.
+        ask("status", ServiceRequest(VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION),
+            [&](VantroHandle *handle) {
+                return vantro_get_current_track_position(handle, &status.position_ms);
+            });
     }
     return status;
 }

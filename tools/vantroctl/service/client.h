@@ -11,6 +11,7 @@
 #include <vantro/player.h>
 
 #include "tools/vantroctl/output/status_view.h"
+#include "tools/vantroctl/service/service_request.h"
 
 namespace vantro::ctl {
 
@@ -31,15 +32,20 @@ class Client {
     Client(const Client &) = delete;
     Client &operator=(const Client &) = delete;
 
-    // One call of the library that returns 0 on success. @throws Failure, which names the verb.
-    void carry_out(const std::string &verb, const std::function<int(VantroHandle *)> &call);
+    // A call of the library that returns 0 on success.
+    using Call = std::function<int(VantroHandle *)>;
+
+    // Makes the call. @param request the same as a request, to ask for the reason of a refusal.
+    // @throws Failure, which names the verb.
+    void carry_out(const std::string &verb, const ServiceRequest &request, const Call &call);
 
     // Like carry_out(), for what needs a track session: where there is none, that is what fails.
-    void carry_out_on_tracks(const std::string &verb,
-                             const std::function<int(VantroHandle *)> &call);
+    void carry_out_on_tracks(const std::string &verb, const ServiceRequest &request,
+                             const Call &call);
 
-    // Like carry_out(), but false where the service answered and refused.
-    bool ask(const std::string &verb, const std::function<int(VantroHandle *)> &call);
+    // Like carry_out(), but returns why the service refused: 0 where it did not, else an error
+    // number, a number of the service's own, or `no_reason`.
+    int32_t ask(const std::string &verb, const ServiceRequest &request, const Call &call);
 
     VantroStateInfo state();
     int32_t position();
@@ -56,11 +62,10 @@ class Client {
     VantroHandle *handle() const { return handle_; }
 
   private:
-    std::optional<SessionStatus> ask_session();
-    int attempt(const std::function<int(VantroHandle *)> &call);
+    int attempt(const Call &call);
+    int32_t reason_of(const ServiceRequest &request) const;
     void connect();
     [[noreturn]] void explain_no_connection(int error) const;
-    [[noreturn]] void refused(const std::string &verb) const;
     [[noreturn]] void fail(const std::string &verb) const;
     void fail_if_late() const;
     void leave();

@@ -20,6 +20,7 @@ struct Done {
     std::optional<int32_t> repeat = std::nullopt;
     std::optional<int32_t> index = std::nullopt;   // Of a track, from 0.
     std::optional<int64_t> session = std::nullopt; // Id of a new track session.
+    std::optional<bool> scanning = std::nullopt;   // Whether songs may be missing from it.
 };
 
 // A finite number and nothing else, whatever the locale is.

@@ -177,6 +177,9 @@ std::vector<Section> sections(Client &client, const ListOptions &options) {
 }
 
 Place place_of(Client &client, const ListOptions &options, const std::string &text) {
+    if (text.empty()) { // Most likely of a shell's variable that is not set.
+        throw Failure(Outcome::usage, "an empty NODE: the top of source 1, say, is written 1:");
+    }
     const NodeRef ref = parse_ref(text);
     if (ref.source && options.source && *ref.source != *options.source) {
         throw Failure(Outcome::usage, fmt::format("{} is not of source {}: leave --source out",
@@ -306,8 +309,16 @@ void run_info(Client &client, const ListOptions &options, const std::string &nod
 Done run_load(Client &client, const ListOptions &options, const std::string &node, int32_t number,
               bool play) {
     const Place place = place_of(client, options, node);
-    const uint64_t session = load_node(client, place, number - 1, play);
-    return {.command = "load", .session = static_cast<int64_t>(session)};
+    const LoadedSession session = load_node(client, place, number - 1, play);
+    if (session.scanning) {
+        complain(
+            fmt::format("source {} is still being scanned: songs that it finds from now on are "
+                        "not loaded",
+                        place.source));
+    }
+    return {.command = "load",
+            .session = static_cast<int64_t>(session.id),
+            .scanning = session.scanning};
 }
 
 Done run_jump(Client &client, int32_t number) {

@@ -108,8 +108,12 @@ TEST_F(Catalogue, SaysWhatDoesNotExist) {
         {{"info", "1:nothing"}, 6, "no node 1:nothing in source 1"},
         {{"info", "1:nothing", "title"}, 6, "no node 1:nothing in source 1"},
         {{"info", "7:"}, 6, "no source 7"},
-        {{"load", "1:", "--index", "3"}, 1, "load refused"},
-        {{"load", "2:"}, 1, "load refused"},
+        {{"load", "1:", "--index", "3"}, 6, "no song 3: there are fewer in 1:"},
+        {{"load", "2:"}, 6, "no songs in 2:"},
+        {{"load", ""}, 2, "an empty NODE"},
+        {{"load", "", "--source", "1"}, 2, "an empty NODE"},
+        {{"browse", ""}, 2, "an empty NODE"},
+        {{"info", ""}, 2, "an empty NODE"},
         {{"load", "nothing"}, 2, "of which of the 2 sources?"},
         {{"load", "1:", "--source", "2"}, 2, "1: is not of source 2"},
         {{"browse", "--offset", "1"}, 2, "--offset counts within one source"},
@@ -136,6 +140,22 @@ TEST_F(Catalogue, SaysWhatDoesNotExist) {
     EXPECT_EQ(said_.find("1:"), 0u) << said_;
     EXPECT_NE(said_.find("\n2:"), std::string::npos) << said_;
 }
+
+#ifdef FAILING_DISK
+TEST_F(Catalogue, TellsAFailingDiskFromWhatDoesNotExist) {
+    test::make_music(music_ / "2.ogg", 1000, {"TITLE=Two"});
+    const std::string fault = path_ + "/fault";
+    setenv("FAILING_DISK", fault.c_str(), 1);
+    setenv("LD_PRELOAD", FAILING_DISK, 1);
+    start_vantrod({"--music", music_});
+    unsetenv("LD_PRELOAD");
+    test::write_file(fault, "");
+    EXPECT_EQ(run({"search", "Two"}), 1);
+    EXPECT_EQ(said_.find("vantroctl: search failed: the service cannot read or write its state"),
+              0u)
+        << said_;
+}
+#endif
 
 TEST_F(Catalogue, FitsTheTerminalAndPagesWhatDoesNot) {
     for (int i = 1; i <= 30; ++i) {

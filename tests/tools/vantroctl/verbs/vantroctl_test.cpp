@@ -1,7 +1,11 @@
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
+#include <vantro/catalogue.h>
 #include <vantro/messaging.h>
+#include <vantro/player.h>
+#include <vantro/protocol.h>
 
 #include "tests/tools/vantroctl/vantroctl_process.h"
 
@@ -9,22 +13,58 @@ namespace vantro::ctl {
 namespace {
 
 // How the service of a test behaves.
-enum class Manner { deaf, silent, knows_no_player, refuses, dies };
+enum class Manner { deaf, silent, knows_no_player, refuses, scans, dies };
 
 Manner manner;
+int32_t refusal_result = EIO;
+
+template <class... Parts>
+int32_t reply(MsgOsb *open, MsgContext *context, const Parts &...parts) {
+    std::string bytes;
+    (bytes.append(reinterpret_cast<const char *>(&parts), sizeof parts), ...);
+    return callout_reply(open, context, 0, bytes.data(), static_cast<int32_t>(bytes.size()));
+}
+
+// As a service does that has found a song, and is at it still.
+int32_t answer_while_scanning(MsgOsb *open, MsgContext *context, uint16_t command) {
+    ServiceMediaSource source = {};
+    source.id = 1;
+    source.name = "music";
+    source.status = VANTRO_SOURCE_SCANNING;
+    struct {
+        char bytes[VANTRO_PACKED_MEDIA_SOURCE_MIN + 5];
+    } record = {};
+    int size = sizeof record;
+    switch (command) {
+    case VANTRO_COMMAND_GET_MEDIA_SOURCES:
+        pack_media_source(&source, 1, record.bytes, &size);
+        return reply(open, context, int32_t{0}, int32_t{1}, record);
+    case VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO:
+        return reply(open, context, int32_t{0}, VantroTrksessionInfo{});
+    case VANTRO_COMMAND_CREATE_TRKSESSION:
+        return reply(open, context, int32_t{0}, uint64_t{7});
+    default:
+        return reply(open, context, int32_t{ENODATA});
+    }
+}
 
 int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
     uint16_t command = 0;
     std::memcpy(&command, context->payload, sizeof command);
-    const bool opening = command == 0;
+    const bool opening = command == VANTRO_COMMAND_OPEN;
     if (manner == Manner::silent) {
         return 0;
     }
     if (manner == Manner::dies && !opening) {
         _exit(0);
     }
-    const int32_t result = opening ? manner == Manner::knows_no_player : 5;
-    return callout_reply(open, context, 0, &result, sizeof result);
+    if (manner == Manner::scans && !opening) {
+        return answer_while_scanning(open, context, command);
+    }
+    return reply(open, context,
+                 !opening                            ? refusal_result
+                 : manner == Manner::knows_no_player ? int32_t{ENOENT}
+                                                     : int32_t{0});
 }
 
 // A service in a process of its own; returns once it can be found.
@@ -106,15 +146,54 @@ TEST_F(Vantroctl, TellsARefusalFromAMissingPlayerAndFromADeadService) {
         EXPECT_EQ(said_.find("vantroctl: no player \"kitchen\""), 0u) << said_;
     }
     {
+        refusal_result = EBUSY;
         Service service(Manner::refuses);
-        for (const char *verb : {"play", "pause", "stop", "next", "previous", "status"}) {
-            EXPECT_EQ(run({verb}), 1);
-            EXPECT_EQ(said_.find(std::string("vantroctl: ") + verb + " refused"), 0u) << said_;
+        for (const std::string verb : {"play", "pause", "stop", "next", "previous", "status"}) {
+            EXPECT_EQ(run({verb}), 1) << verb;
+            EXPECT_EQ(said_,
+                      "vantroctl: " + verb + " refused by the service: Device or resource busy\n");
         }
     }
     Service service(Manner::dies);
     EXPECT_EQ(run({"next"}), 1);
     EXPECT_EQ(said_.find("vantroctl: next failed: Connection reset"), 0u) << said_;
+}
+
+TEST_F(Vantroctl, SaysWhyTheServiceRefused) {
+    const struct {
+        int32_t result;
+        std::vector<std::string> arguments;
+        int code;
+        const char *error;
+    } rows[] = {
+        {EIO, {"browse", "1:x"}, 1, "browse failed: the service cannot read or write its state"},
+        {EIO, {"search", "x", "--source", "1"}, 1, "search failed: the service cannot read"},
+        {EIO, {"info", "1:x"}, 1, "info failed: the service cannot read"},
+        {EIO, {"play"}, 1, "play failed: the service cannot read"},
+        {ENOMEM, {"browse", "1:x"}, 1, "browse failed: the service is short of memory"},
+        {EMFILE, {"jump", "1"}, 1, "jump failed: the service is short of descriptors"},
+        {ENODATA, {"next"}, 6, "no track session: load a node or play first"},
+        {ERANGE, {"rate", "20"}, 1, "the player cannot play at rate 20"},
+        {-7, {"pause"}, 1, "pause refused by the service: with result -7"},
+    };
+    for (const auto &row : rows) {
+        refusal_result = row.result;
+        Service service(Manner::refuses);
+        EXPECT_EQ(run(row.arguments), row.code) << row.error;
+        EXPECT_EQ(said_.find(std::string("vantroctl: ") + row.error), 0u) << said_;
+    }
+}
+
+TEST_F(Vantroctl, SaysThatSongsAreStillBeingLookedFor) {
+    Service service(Manner::scans);
+    EXPECT_EQ(run({"load", "1:"}), 0);
+    EXPECT_EQ(said_, "vantroctl: source 1 is still being scanned: songs that it finds from now on "
+                     "are not loaded\n");
+    EXPECT_EQ(run({"load", "1:", "--json"}), 0);
+    EXPECT_TRUE(said_.ends_with("\"session_id\":7,\"scanning\":true}\n")) << said_;
+    EXPECT_EQ(run({"play"}), 6);
+    EXPECT_EQ(said_, "vantroctl: nothing to play: no source has songs; source 1 is still being "
+                     "scanned, try again later\n");
 }
 
 TEST_F(Vantroctl, GivesUpOnAServiceThatDoesNotAnswer) {

@@ -1,0 +1,23 @@
+// What the tool says where the service refused.
+#ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_REFUSAL_H
+#define VANTRO_TOOLS_VANTROCTL_SERVICE_REFUSAL_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "tools/vantroctl/failure.h"
+
+namespace vantro::ctl {
+
+// Reasons that mean the same whatever was asked for: the service lacks something, or the request
+// is foreign to it. Nothing for the others.
+std::optional<Failure> trouble_of_service(const std::string &verb, int32_t reason);
+
+// The failure for any reason, where the verb has no better words.
+// @param reason an error number, or another number but 0, as ask_reason() returns it.
+Failure refusal(const std::string &verb, int32_t reason);
+
+} // namespace vantro::ctl
+
+#endif
