@@ -85,7 +85,8 @@ std::shared_ptr<UniqueFd> pulse_socket(Channel &channel) {
         return nullptr;
     }
     UniqueFd receive(ends[0]);
-    auto send = std::make_shared<UniqueFd>(ends[1]);
+    UniqueFd send_end(ends[1]); // owned before anything can throw
+    auto send = std::make_shared<UniqueFd>(std::move(send_end));
     ::setsockopt(send->get(), SOL_SOCKET, SO_SNDBUF, &pulse_buffer_bytes,
                  sizeof pulse_buffer_bytes);
     struct epoll_event event = {};

@@ -327,7 +327,8 @@ int path_attach(struct path_dispatch *dispatch, const struct path_attach_options
             const std::lock_guard guard(dispatch->lock);
             dispatch->attachments.emplace(id, std::move(attachment));
         }
-        if (listen_on(dispatch->channel, std::string(relative), id) != 0) {
+        if (or_no_memory([&] { return listen_on(dispatch->channel, std::string(relative), id); }) !=
+            0) {
             const KeepErrno keep;
             const std::lock_guard guard(dispatch->lock);
             dispatch->attachments.erase(id);
