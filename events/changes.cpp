@@ -24,6 +24,11 @@ bool keep(mosk_dict **dict, mosk_dict *changed) {
     return changed != nullptr;
 }
 
+// Makes the dictionary where there is none. @return false for want of memory.
+bool make(mosk_dict **dict) {
+    return *dict || (*dict = mosk_dict_new());
+}
+
 bool set(mosk_dict **dict, const kivo_record &line) {
     msglog(LOG_SEVERITY_TRACE, "KIVO_ATTRIBUTE: %s::%s", line.attribute, line.value);
     if (!*dict) {
@@ -69,15 +74,11 @@ int update_dict(mosk_dict **dict, char *text) {
             return result;
         case KIVO_OBJECT:
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT: %s", line.object);
-            if (!*dict) {
-                *dict = mosk_dict_new();
-            }
+            result = make(dict) ? result : -1;
             break;
         case KIVO_OBJECT_CREATED:
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT_CREATED: %s", line.object);
-            if (!*dict) {
-                *dict = mosk_dict_new();
-            }
+            result = make(dict) ? result : -1;
             break;
         case KIVO_OBJECT_DELETED:
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT_DELETED: %s", line.object);
@@ -86,8 +87,8 @@ int update_dict(mosk_dict **dict, char *text) {
         case KIVO_OBJECT_TRUNCATED:
             // Also one that nothing was known of: what follows is then all that it has.
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT_TRUNCATED: %s", line.object);
-            mosk_dict_destroy(*dict);
-            *dict = mosk_dict_new();
+            mosk_dict_destroy(std::exchange(*dict, nullptr));
+            result = make(dict) ? result : -1;
             break;
         case KIVO_ATTRIBUTE:
             if (!set(dict, line)) {

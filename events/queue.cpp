@@ -64,7 +64,8 @@ int openobj(const VantroHandle *handle, const char *object) {
 
 EventQueue *newq(VantroHandle *handle) {
     const CancelDisabled no_cancel;
-    auto *queue = static_cast<EventQueue *>(std::calloc(1, sizeof(EventQueue)));
+    auto *queue =
+        static_cast<EventQueue *>(std::calloc(1, sizeof(EventQueue) + handle->read_capacity));
     if (!queue) {
         msglog(LOG_SEVERITY_CRITICAL, "No memeory");
         return nullptr;
@@ -72,7 +73,7 @@ EventQueue *newq(VantroHandle *handle) {
     queue->event.state = VANTRO_STATE_IDLE;
     queue->event.rate = 1.0F;
     queue->dirty_tail = &queue->dirty_head;
-    queue->all_fd = queue->state_fd = -1;
+    queue->all_fd = queue->state_fd = queue->unapplied_fd = -1;
     queue->state_dict = mosk_dict_new();
     if (queue->state_dict && (queue->all_fd = openobj(handle, ".all?delta")) >= 0 &&
         (queue->state_fd = openobj(handle, "state?delta")) >= 0) {

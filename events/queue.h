@@ -14,6 +14,8 @@
 
 #include <string_view>
 
+#include <sys/types.h>
+
 #include <vantro/platform/dictionary.h>
 
 #include "player/handle.h"
@@ -28,6 +30,7 @@ struct ObjectEntry {
     char *name() { return reinterpret_cast<char *>(this + 1); }
 };
 
+// One block, with room for a copy of the handle's read buffer behind the fields.
 struct EventQueue {
     ObjectEntry *clean_list; // Owned. The entry that came last is first; one of a name.
     ObjectEntry *dirty_head; // Owned. In the order in which they are to be reported.
@@ -39,6 +42,12 @@ struct EventQueue {
     VantroEvent event; // Owns its records, and its dictionary unless it is `state_dict`.
     int all_fd;
     int state_fd;
+    // The file whose newest change could not be applied for want of memory; -1 for none. It is
+    // applied again before anything else of that file is read.
+    int unapplied_fd;
+    ssize_t change_length; // Of the change that was read last, which is kept in change().
+
+    char *change() { return reinterpret_cast<char *>(this + 1); }
 };
 
 namespace vantro::events {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -100,9 +101,32 @@ int32_t apply_state(const mosk_dict *dict, VantroEvent &event) {
     return state;
 }
 
+// Reads the next change of a file. Parsing spoils a text, so a copy is kept until it was applied.
+ssize_t next_change(const VantroHandle *handle, EventQueue &queue, int fd) {
+    if (queue.unapplied_fd != fd) {
+        queue.change_length = readchange(handle, fd);
+        if (queue.change_length > 0) {
+            std::memcpy(queue.change(), handle->read_buffer,
+                        static_cast<size_t>(queue.change_length) + 1);
+        }
+        return queue.change_length;
+    }
+    queue.unapplied_fd = -1;
+    std::memcpy(handle->read_buffer, queue.change(), static_cast<size_t>(queue.change_length) + 1);
+    return queue.change_length;
+}
+
+// Notes that a file's newest change was not applied, where a later call may have the memory.
+void keep_for_later(EventQueue &queue, int fd) {
+    if (errno == ENOMEM) {
+        queue.unapplied_fd = fd;
+    }
+}
+
 // Makes the event of a change of "state". @return whether the change could be applied.
 bool report_state(EventQueue &queue, char *text) {
     if (update_dict(&queue.state_dict, text) != 0) {
+        keep_for_later(queue, queue.state_fd);
         return false;
     }
     VantroEvent &event = queue.event;
@@ -187,7 +211,7 @@ bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_see
     msglog(LOG_SEVERITY_DEBUG, "Check for all fds events");
     state_seen = false;
     for (size_t read = 0; read < pass_bytes_max;) {
-        const ssize_t length = readchange(handle, queue.all_fd);
+        const ssize_t length = next_change(handle, queue, queue.all_fd);
         if (length < 0 && errno == ESTALE) {
             return state_seen || queue.dirty_head;
         }
@@ -200,6 +224,7 @@ bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_see
         if (name == state_object) {
             state_seen = true;
         } else if (name && !take_change(queue, *name, text)) {
+            keep_for_later(queue, queue.all_fd);
             return false;
         }
     }
@@ -230,8 +255,10 @@ bool next_event(const VantroHandle *handle, EventQueue &queue) {
     // comes before them.
     bool state_may_have_changed = !queue.dirty_head;
     while (state_may_have_changed) {
+        // The copy of a change that is still to be applied must not be overwritten.
+        const bool resumes = queue.unapplied_fd == queue.all_fd;
         msglog(LOG_SEVERITY_DEBUG, "Check for the state event");
-        const ssize_t length = readchange(handle, queue.state_fd);
+        const ssize_t length = resumes ? 0 : next_change(handle, queue, queue.state_fd);
         if (length > 0) {
             return report_state(queue, handle->read_buffer);
         }
@@ -243,6 +270,7 @@ bool next_event(const VantroHandle *handle, EventQueue &queue) {
         if (!read_objects(handle, queue, state_may_have_changed)) {
             return false;
         }
+        state_may_have_changed |= resumes;
     }
     if (queue.dirty_head) {
         report_queued(queue);

@@ -81,7 +81,7 @@ int vantro_event_wait(VantroHandle *handle) {
     if (!queue && !(queue = newq(handle))) {
         return -1;
     }
-    if (state_is_unread(*queue)) {
+    if (queue->unapplied_fd != -1 || state_is_unread(*queue)) {
         msglog(LOG_SEVERITY_TRACE, "vantro_event_wait: the state is unread");
         return 0;
     }
