@@ -142,8 +142,11 @@ int Connection::take_lane() {
             continue;
         }
         ++waiters_;
-        changed_.wait(guard);
+        const bool slept = changed_.wait(guard);
         --waiters_;
+        if (!slept) {
+            return fail(EINTR);
+        }
     }
 }
 
@@ -250,8 +253,11 @@ int Connection::announce_pulse(int number) {
     std::unique_lock guard(lock_);
     while (control_busy_) {
         ++waiters_;
-        changed_.wait(guard);
+        const bool slept = changed_.wait(guard);
         --waiters_;
+        if (!slept) {
+            return EINTR;
+        }
     }
     control_busy_ = true;
     guard.unlock();

@@ -14,7 +14,6 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -22,6 +21,7 @@
 
 #include <vantro/platform/limits.h>
 
+#include "platform/linux/base/interruptible_condition.h"
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/messages/numbers.h"
 #include "platform/linux/messages/wire.h"
@@ -69,7 +69,7 @@ class Connection {
 
     UniqueFd control_;
     std::mutex lock_;
-    std::condition_variable changed_;
+    InterruptibleCondition changed_;
     std::array<int, IPC_LANES_MAX> lanes_{}; // every lane's descriptor
     std::array<int, IPC_LANES_MAX> idle_{};  // those not in use, last in first out
     int lane_count_ = 0;

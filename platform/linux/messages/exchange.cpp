@@ -54,7 +54,10 @@ int Connection::exchange_on_lane(int lane, PartList &send, PartList &reply, size
 
     reply.set_front(&frame, sizeof frame);
     Arrival arrival;
-    const ssize_t packet = receive_packet(lane, reply.with_front(), reply.count() + 1, 0, arrival);
+    const ssize_t packet =
+        reply.give_descriptor_back(lane)
+            ? receive_packet(lane, reply.with_front(), reply.count() + 1, 0, arrival)
+            : -1;
     if (packet < 0 && !is_lost(errno)) {
         return -1; // interrupted: the answer may still come, so the lane is given up
     }
@@ -88,18 +91,11 @@ int Connection::exchange_on_lane(int lane, PartList &send, PartList &reply, size
     return frame.status;
 }
 
-} // namespace vantro::platform
+namespace {
 
-using namespace vantro::platform;
-
-int ipc_send(int number, const struct iovec *send, int send_count, const struct iovec *reply,
-             int reply_count) {
-    size_t received;
-    return ipc_send_counted(number, send, send_count, reply, reply_count, &received);
-}
-
-int ipc_send_counted(int number, const struct iovec *send, int send_count,
-                     const struct iovec *reply, int reply_count, size_t *received) {
+// @param once whether the answer is to be had once only; see ipc_fetch().
+int send_and_wait(int number, const struct iovec *send, int send_count, const struct iovec *reply,
+                  int reply_count, size_t *received, bool once) {
     *received = 0;
     if (kind_of(number) == NumberKind::pulse_connection) {
         return fail(ENOTSUP);
@@ -113,7 +109,31 @@ int ipc_send_counted(int number, const struct iovec *send, int send_count,
     if (!send_parts.assign(send, send_count) || !reply_parts.assign(reply, reply_count)) {
         return -1;
     }
+    if (once && reply_parts.length() > IPC_INLINE_MAX && !reply_parts.keep_descriptor()) {
+        return -1;
+    }
     return connection->exchange(send_parts, reply_parts, *received);
+}
+
+} // namespace
+} // namespace vantro::platform
+
+using namespace vantro::platform;
+
+int ipc_send(int number, const struct iovec *send, int send_count, const struct iovec *reply,
+             int reply_count) {
+    size_t received;
+    return send_and_wait(number, send, send_count, reply, reply_count, &received, false);
+}
+
+int ipc_send_counted(int number, const struct iovec *send, int send_count,
+                     const struct iovec *reply, int reply_count, size_t *received) {
+    return send_and_wait(number, send, send_count, reply, reply_count, received, false);
+}
+
+int ipc_fetch(int number, const struct iovec *send, int send_count, const struct iovec *reply,
+              int reply_count, size_t *received) {
+    return send_and_wait(number, send, send_count, reply, reply_count, received, true);
 }
 
 int ipc_send_simple(int number, const void *message, size_t length, void *reply,

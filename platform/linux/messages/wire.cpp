@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <limits.h>
+#include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -10,6 +11,8 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+
+#include "platform/portable/guards.h"
 
 namespace vantro::platform {
 
@@ -66,11 +69,27 @@ bool PartList::assign(const struct iovec *parts, int count) {
     return true;
 }
 
+bool PartList::keep_descriptor() {
+    spare_.reset(::eventfd(0, EFD_CLOEXEC));
+    return static_cast<bool>(spare_);
+}
+
+bool PartList::give_descriptor_back(int socket) {
+    if (!spare_) {
+        return true;
+    }
+    char first; // of the packet, which stays where it is, with its descriptor
+    const bool arrived = ::recv(socket, &first, sizeof first, MSG_PEEK) >= 0;
+    const KeepErrno keep;
+    spare_.reset();
+    return arrived;
+}
+
 ssize_t send_packet(int socket, const struct iovec *parts, int count, int descriptor, int flags) {
     struct msghdr message = {};
     message.msg_iov = const_cast<struct iovec *>(parts);
     message.msg_iovlen = static_cast<size_t>(count);
-    ControlBuffer control;
+    ControlBuffer control = {}; // its padding is sent, too
     if (descriptor >= 0) {
         message.msg_control = control.bytes;
         message.msg_controllen = sizeof control.bytes;

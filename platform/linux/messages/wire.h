@@ -63,6 +63,11 @@ class PartList {
     // Bytes of the caller's parts.
     size_t length() const { return length_; }
 
+    // Keeps one descriptor of the process back for what comes with a reply. @return false, errno.
+    bool keep_descriptor();
+    // Waits for the packet and makes the descriptor free, where one was kept. @return false, errno.
+    bool give_descriptor_back(int socket);
+
   private:
     struct iovec *all() { return heap_ ? heap_.get() : stack_; }
 
@@ -70,6 +75,7 @@ class PartList {
     std::unique_ptr<struct iovec[]> heap_;
     int count_ = 0;
     size_t length_ = 0;
+    UniqueFd spare_;
 };
 
 // What came with a packet.

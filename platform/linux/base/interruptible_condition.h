@@ -1,0 +1,53 @@
+#ifndef VANTRO_PLATFORM_LINUX_BASE_INTERRUPTIBLE_CONDITION_H
+#define VANTRO_PLATFORM_LINUX_BASE_INTERRUPTIBLE_CONDITION_H
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <mutex>
+
+namespace vantro::platform {
+
+// A condition variable whose wait ends when a signal handler that was installed without SA_RESTART
+// runs: that of the standard library sleeps on. One mutex guards the condition, every wait and
+// every notification.
+class InterruptibleCondition {
+  public:
+    // Sleeps until a notification, and at times without one. @return false where a handler ran.
+    bool wait(std::unique_lock<std::mutex> &guard) {
+        const uint32_t seen = turn_;
+        ++sleepers_;
+        guard.unlock();
+        // Returns at once where a notification has come since.
+        const long result =
+            ::syscall(SYS_futex, &turn_, FUTEX_WAIT_PRIVATE, seen, nullptr, nullptr, 0);
+        const bool interrupted = result == -1 && errno == EINTR;
+        guard.lock();
+        --sleepers_;
+        return !interrupted;
+    }
+
+    void notify_one() { wake(1); }
+    void notify_all() { wake(INT_MAX); }
+
+  private:
+    void wake(int count) {
+        ++turn_;
+        if (sleepers_ > 0) {
+            ::syscall(SYS_futex, &turn_, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
+        }
+    }
+
+    std::atomic<uint32_t> turn_{0}; // counts notifications
+    static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
+    int sleepers_ = 0;
+};
+
+} // namespace vantro::platform
+
+#endif
