@@ -16,8 +16,10 @@
 
 namespace vantro::transport {
 
-// Most parts a caller may give: the header and the platform's frame take one place each.
-inline constexpr int parts_max = IOV_MAX - 2;
+// Most parts a caller may give. The header takes a place, and the platform two: for its frame, and
+// for the end of a message that does not fit. The public header states the number.
+inline constexpr int parts_max = IOV_MAX - 3;
+static_assert(parts_max == 1021);
 
 // Parts of a caller's vector that cost no heap.
 inline constexpr int stack_parts = 32;

@@ -25,10 +25,10 @@
  * is gone), EINTR (a signal handler installed without SA_RESTART ran; that exchange is given up
  * and the client stays usable), EBADF (used in a child after fork), EMFILE, ENOMEM, EMSGSIZE (the
  * payload is longer than the server takes, or a vector's lengths do not fit 32 bits together),
- * EINVAL (a null client, or more vector entries than the host takes), ENOSYS (not a message
- * server).
+ * EINVAL (a null client, or too many vector entries), ENOSYS (not a message server).
  *
- * Vectors are arrays of struct iovec, the POSIX (address, length) pair.
+ * Vectors are arrays of struct iovec, the POSIX (address, length) pair. A vector has at most 1021
+ * entries: the host takes 1024, of which the library needs three.
  *
  * Threads. Any number of threads may exchange on one client at once; msgclient_notify_pulse(),
  * msgclient_wait_pulse() and msgclient_close() must not overlap other use of the same client. A
@@ -36,7 +36,7 @@
  * serialise request and fetch. All blocking calls block without a time limit; a signal ends them.
  * An exchange is no cancellation point; a wait for a pulse or in msgserver_receive() is one.
  *
- * Limits. A service takes up to 32768 opens, 1024 of one connection; beyond that an open is refused
+ * Limits. A service takes up to 32768 opens, 32 of one connection; beyond that an open is refused
  * with ENOMEM. Of answers that nobody fetches an open holds its first, whatever its length, as many
  * as the queue limit it was granted, and else up to 64 more of 16 MiB in all. Beyond that the
  * oldest answers of the same tag make room for one that is too long for its client; where there are
@@ -141,8 +141,9 @@ typedef struct MsgClient {
  * @return the client, to be closed with msgclient_close(), or NULL with errno: ENAMETOOLONG;
  *   ENOMEM; ENOENT (no such service; a capability is missing or the path's permission bits refuse,
  *   which both look the same); what the service's open handler chose; EPROTO (what answered is no
- *   message server); EINVAL (no name); else as the look-up of the global name or the exchange left
- *   it.
+ *   message server); EINVAL (no name); EINTR, EMFILE or ENFILE here, EAGAIN where the service is
+ *   out of descriptors: there may be such a service; else as the look-up of the global name or the
+ *   exchange left it.
  */
 VANTRO_API MsgClient *msgclient_open(const char *service_name, const char *instance, uint16_t code);
 
@@ -192,7 +193,8 @@ VANTRO_API int msgclient_putv(MsgClient *client, uint32_t tag, const struct iove
  * @param answer_length receives the answer's length; after MSG_STATUS_QUEUED the capacity needed,
  *                      and the answer is still held.
  * @return the answer's own status, or the result; ENOMSG when no answer has that tag. After EINTR
- *   the answer may be lost; where the server was out of memory or descriptors it is still held.
+ *   the answer may be lost; where the server was out of memory, or either side out of descriptors,
+ *   it is still held.
  */
 VANTRO_API int msgclient_get(MsgClient *client, uint32_t tag, void *reply, uint32_t reply_length,
                              uint32_t *answer_length, uint16_t code);
@@ -266,8 +268,13 @@ typedef struct SlotArray {
  * handled or an answer is owed: a request handler looks, under a lock of the service's own, whether
  * what the service keeps for the open is still there.
  *
- * An open that the open handler refused is closed, for its handlers, once that client vanishes; no
- * request of such an open is ever handled.
+ * References. A request handler sees to it that its request is answered by one of the reply
+ * operations, once. One that answers with ipc_error() alone drops the reference for the answer by
+ * _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(), or the record is never freed.
+ *
+ * An open handler refuses by its result; one that answers with ipc_error() by itself has refused as
+ * well, whatever it returns. No request of a refused open is ever handled, and its close handler
+ * runs once that client vanishes.
  * @param open    the open record. In a request handler valid until the answer, and after it not to
  *                be touched; in the others until they return.
  * @param context the thread's receive context: header, payload and sender of the request; valid
@@ -371,8 +378,9 @@ VANTRO_API MsgServer *msgserver_create(int32_t max_msg_size, int32_t queue_max, 
 /**
  * Attaches a service, at any time, also while threads run. In path mode under the path
  * "/sys/csm/NAME/INSTANCE", else under the global name "csm/NAME/INSTANCE".
- * @param name       not NULL; copied.
- * @param instance   NULL for "default".
+ * @param name       not NULL, at most MSG_SERVICE_NAME_MAX characters; copied.
+ * @param instance   NULL for "default"; name and instance together at most
+ *                   MSG_NAME_AND_INSTANCE_MAX characters.
  * @param options    NULL for none; copied. Name mode: the capabilities that a client must hold,
  *                   joined by commas. Path mode: "perms=" octal, "uid=" and "gid=" decimal, in any
  *                   order, joined by commas.
@@ -382,7 +390,7 @@ VANTRO_API MsgServer *msgserver_create(int32_t max_msg_size, int32_t queue_max, 
  * @param open_cb    NULL or: accepts or refuses an open.
  * @param close_cb   NULL or: told of every close.
  * @return the service's index, or -1 with errno as the failing step left it (EADDRINUSE: a live
- *   process has the name; EINVAL: `name` or `request_cb` is NULL).
+ *   process has the name; EINVAL: `name` or `request_cb` is NULL; ENAMETOOLONG).
  */
 VANTRO_API int32_t msgserver_add(MsgServer *server, const char *name, const char *instance,
                                  const char *options, int32_t recv_size, MsgHandler request_cb,

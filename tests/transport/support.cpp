@@ -58,6 +58,10 @@ int32_t handle_open(MsgOsb *, MsgContext *context, MsgService *) {
     if (context->header->code == BLOCK) {
         block();
     }
+    if (script.open_result < 0) {
+        ipc_error(context->receive_id, -script.open_result);
+        return 0;
+    }
     return script.open_result;
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -44,7 +45,7 @@ struct Held {
 struct Script {
     std::mutex lock;
     std::condition_variable changed;
-    int open_result = 0;
+    int open_result = 0; // Below 0: the open handler answers with that error by itself.
     bool unblock = false;
     int blocked = 0;
     int closes = 0;   // Close handlers called with a context,
@@ -118,6 +119,20 @@ class BothModes : public testing::TestWithParam<int> {
 #define IN_BOTH_MODES(suite)                                                                       \
     INSTANTIATE_TEST_SUITE_P(Modes, suite,                                                         \
                              testing::Values(MSGSERVER_FLAG_NOCHECK, MSGSERVER_FLAG_PATH))
+
+// A handler of SIGUSR1, without SA_RESTART, for as long as this lives.
+class WithoutRestart {
+  public:
+    WithoutRestart() {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &action, &before_);
+    }
+    ~WithoutRestart() { sigaction(SIGUSR1, &before_, nullptr); }
+
+  private:
+    struct sigaction before_ = {};
+};
 
 // A client, closed at the end.
 struct Client {

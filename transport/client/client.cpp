@@ -45,8 +45,10 @@ int exchange(const MsgClient &client, TransportHeader *header, const iovec *send
         if (!in) {
             return errno;
         }
-        status = ipc_send_counted(client.connection, out.data(), out.count(), in.data(), in.count(),
-                                  &bytes);
+        // A held answer goes out of the server's hands with its fetch.
+        const auto send_for = header->kind == MSG_KIND_GET ? ipc_fetch : ipc_send_counted;
+        status = send_for(client.connection, out.data(), out.count(), in.data(), in.count(),
+                          &bytes);
     }
     if (received) {
         *received = static_cast<uint32_t>(bytes - std::min(bytes, sizeof *header));
@@ -67,14 +69,37 @@ void close_connection(const MsgClient &client) {
     }
 }
 
-// Connects by path, else by global name. @return 0, or -1 with the global name's errno.
+// Whether an open failed for a reason that says nothing about what it was to open.
+bool is_passing(int error) {
+    switch (error) {
+    case EINTR:
+    case EAGAIN:
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// Connects by path, else by global name. @return 0, or -1 with the global name's errno; that there
+// is no such name says nothing where the path may be there.
 int connect_service(MsgClient *client, const char *path) {
     client->connection = platform_open(path, O_RDWR);
     client->opened_by_path = client->connection != -1;
-    if (!client->opened_by_path) {
-        client->connection = global_name_open(path + path_prefix, 0);
+    if (client->opened_by_path) {
+        return 0;
     }
-    return client->connection == -1 ? -1 : 0;
+    const int path_error = errno;
+    client->connection = global_name_open(path + path_prefix, 0);
+    if (client->connection != -1) {
+        return 0;
+    }
+    if (errno == ENOENT && is_passing(path_error)) {
+        errno = path_error;
+    }
+    return -1;
 }
 
 // The open request. @return 0, or an error number.

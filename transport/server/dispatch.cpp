@@ -225,8 +225,10 @@ void dispatch_open(const Dispatch &now, MsgService *service) {
             ipc_error(now.receive_id(), refused);
             return;
         }
+        // A handler that answered by itself refused as well, whatever it returned: its client does
+        // not know of this open.
         now.lock.take();
-        open->unaccepted = 0;
+        open->unaccepted = !ipc_waiting(now.receive_id());
         now.lock.release();
     }
     ipc_reply(now.receive_id(), 0, now.context->header, header_bytes);

@@ -34,9 +34,9 @@ inline constexpr int32_t held_answers_max = 64;
 // Bytes that those answers may have together.
 inline constexpr int64_t held_bytes_max = 16 * 1024 * 1024;
 
-// Opens of one service by one connection. A client needs one, and the indices of a service, of
-//  which there are 2^15, are not for one client to use up.
-inline constexpr int32_t opens_per_connection_max = 1024;
+// Opens of one service by one connection. A client needs one; each may hold answers, and the
+// indices of a service, of which there are 2^15, are not for a few clients to use up.
+inline constexpr int32_t opens_per_connection_max = 32;
 
 // The connection of an open record whose client vanished while an answer was owed.
 inline constexpr int32_t no_connection = -1;

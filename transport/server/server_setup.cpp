@@ -210,6 +210,11 @@ int32_t msgserver_add(MsgServer *server, const char *name, const char *instance,
     if (!instance) {
         instance = "default";
     }
+    if (std::strlen(name) > MSG_SERVICE_NAME_MAX ||
+        std::strlen(name) + std::strlen(instance) > MSG_NAME_AND_INSTANCE_MAX) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
     const ServerLock lock(server);
     const int32_t index = _array_add(server->services, sizeof(MsgService));
     if (index < 0) {

@@ -90,18 +90,34 @@ TEST_P(Lifecycle, ServerOutOfDescriptorsAndKilledWhileSixteenThreadsWait) {
     const Client client("victim");
     ASSERT_EQ(client.error, 0);
 
-    // An answer that cannot be sent for the moment is still held.
+    // An answer that cannot be sent, or taken, for the moment is still held.
     const int32_t wanted[] = {1 << 20, 0};
     EXPECT_EQ(msgclient_putget(client, wanted, sizeof wanted, nullptr, 0, nullptr, FILL),
               MSG_STATUS_QUEUED);
     std::string answer(1 << 20, '\0');
-    for (const rlim_t descriptors : {3, 1000}) {
-        const rlimit limit = {descriptors, 1000};
-        ASSERT_EQ(prlimit(pid, RLIMIT_NOFILE, &limit, nullptr), 0);
-        EXPECT_EQ(msgclient_get(client, 0, answer.data(), 1 << 20, nullptr, 0),
-                  descriptors == 3 ? EMFILE : 0);
+    for (const pid_t process : {pid, getpid()}) {
+        rlimit before;
+        ASSERT_EQ(prlimit(process, RLIMIT_NOFILE, nullptr, &before), 0);
+        const rlimit limit = {3, before.rlim_max};
+        ASSERT_EQ(prlimit(process, RLIMIT_NOFILE, &limit, nullptr), 0);
+        EXPECT_EQ(msgclient_get(client, 0, answer.data(), 1 << 20, nullptr, 0), EMFILE);
+        ASSERT_EQ(prlimit(process, RLIMIT_NOFILE, &before, nullptr), 0);
     }
+    EXPECT_EQ(msgclient_get(client, 0, answer.data(), 1 << 20, nullptr, 0), 0);
     EXPECT_EQ(answer, std::string(1 << 20, 'f'));
+
+    // Whatever this process has no descriptor for, an open says so.
+    rlimit all;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &all), 0);
+    const rlim_t lowest = static_cast<rlim_t>(dup(0));
+    close(static_cast<int>(lowest));
+    for (int error = EMFILE, more = 0; error != 0; more++) {
+        const rlimit limit = {lowest + static_cast<rlim_t>(more), all.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        error = Client("victim").error;
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &all), 0);
+        ASSERT_TRUE(error == 0 || error == EMFILE) << error << " with " << more;
+    }
 
     std::atomic<int> reset = 0;
     std::vector<std::thread> threads;
@@ -135,35 +151,42 @@ TEST_P(Lifecycle, OneConnectionWithOpensInTwoServices) {
 }
 
 TEST_P(Lifecycle, OnlyAnAcceptedOpenTakesRequests) {
-    script.open_result = EDOM;
     const std::string request = message(MSG_KIND_PUTGET, 0, 0, 0, 2, 2, "ok");
-    {
-        const Raw raw("s");
-        std::thread opening([&] { EXPECT_EQ(raw.send(open_message("s", BLOCK)), error(EDOM)); });
-        script.wait([] { return script.blocked == 1; });
-        EXPECT_EQ(raw.send(request), error(ENOENT));
-        script.change([] { script.unblock = true; });
-        opening.join();
-        EXPECT_EQ(raw.send(request), error(ENOENT));
-        EXPECT_EQ(Client("s").error, EDOM);
+    for (const int result : {EDOM, -EDOM}) {
+        script.change([&] {
+            script.open_result = result;
+            script.unblock = false;
+            script.blocked = script.vanished = 0;
+        });
+        {
+            const Raw raw("s");
+            std::thread opening(
+                [&] { EXPECT_EQ(raw.send(open_message("s", BLOCK)), error(EDOM)); });
+            script.wait([] { return script.blocked == 1; });
+            EXPECT_EQ(raw.send(request), error(ENOENT));
+            script.change([] { script.unblock = true; });
+            opening.join();
+            EXPECT_EQ(raw.send(request), error(ENOENT));
+            EXPECT_EQ(Client("s").error, EDOM);
+        }
+        script.wait([] { return script.vanished == 2; });
     }
-    script.wait([] { return script.vanished == 2; });
     expect_nothing_left();
 }
 
 TEST_P(Lifecycle, IndicesThatRunOut) {
     const Raw raw("s");
-    for (int i = 0; i < 1024; i++) {
+    for (int i = 0; i < 32; i++) {
         ASSERT_EQ(raw.send(open_message("s")).substr(0, 2), "0 ");
     }
     EXPECT_EQ(raw.send(open_message("s")), error(ENOMEM));
-    EXPECT_EQ(server.records(), 1024); // one connection's share
+    EXPECT_EQ(server.records(), 32); // one connection's share
 
     SlotArray &opens = *server.service()->opens;
     server.locked([&] { // as if others had taken all the rest but one
         opens.slots = static_cast<void **>(realloc(opens.slots, 32768 * sizeof(void *)));
         opens.slot_count = 32768;
-        for (int i = 1024; i < 32768; i++) {
+        for (int i = 32; i < 32768; i++) {
             opens.slots[i] = i < 32767 ? calloc(1, sizeof(MsgOsb)) : nullptr;
         }
         return 0;
@@ -175,7 +198,7 @@ TEST_P(Lifecycle, IndicesThatRunOut) {
     EXPECT_EQ(Client("s").error, ENOMEM);
     EXPECT_EQ(server.records(), 32768);
     server.stop();
-    for (int i = 1024; i < 32767; i++) {
+    for (int i = 32; i < 32767; i++) {
         _array_del(&opens, i);
     }
 }
