@@ -1,5 +1,4 @@
 #include "events/queue.h"
-#include "platform/portable/guards.h"
 
 #include <fcntl.h>
 
@@ -11,7 +10,6 @@
 
 #include <vantro/platform/io.h>
 
-#include "events/cancellation.h"
 #include "events/log.h"
 #include "records/fields.h"
 
@@ -79,7 +77,7 @@ EventQueue *newq(VantroHandle *handle) {
         (queue->state_fd = openobj(handle, "state?delta")) >= 0) {
         return handle->event_queue = queue;
     }
-    const platform::KeepErrno keep;
+    const KeepErrno keep;
     if (queue->all_fd >= 0) {
         platform_close(queue->all_fd);
     }
@@ -172,17 +170,19 @@ void enqueue_dirty(EventQueue &queue, ObjectEntry *entry) {
 
 } // namespace vantro::events
 
+using namespace vantro::events;
+
 void vantro_internal_destroy_evq(struct EventQueue *queue) {
     if (!queue) {
         return;
     }
-    const vantro::platform::KeepErrno keep;
-    const vantro::events::CancelDisabled no_cancel;
+    const KeepErrno keep;
+    const CancelDisabled no_cancel;
     platform_close(queue->all_fd);
     platform_close(queue->state_fd);
-    vantro::events::evcleanup(*queue);
-    vantro::events::free_list(queue->clean_list);
-    vantro::events::free_list(queue->dirty_head);
+    evcleanup(*queue);
+    free_list(queue->clean_list);
+    free_list(queue->dirty_head);
     mosk_dict_destroy(queue->state_dict);
     std::free(queue);
 }

@@ -18,6 +18,7 @@
 
 #include <vantro/platform/dictionary.h>
 
+#include "platform/portable/guards.h"
 #include "player/handle.h"
 
 // One block, with the object's name and its NUL behind the fields.
@@ -51,6 +52,9 @@ struct EventQueue {
 };
 
 namespace vantro::events {
+
+using platform::CancelDisabled;
+using platform::KeepErrno;
 
 // Opens an object of the handle's player.
 // @return a descriptor, or -1 with errno.

@@ -13,7 +13,6 @@
 
 #include <vantro/player.h>
 
-#include "events/cancellation.h"
 #include "events/changes.h"
 #include "events/details.h"
 #include "events/log.h"
@@ -284,8 +283,9 @@ bool next_event(const VantroHandle *handle, EventQueue &queue) {
 
 } // namespace vantro::events
 
+using namespace vantro::events;
+
 const VantroEvent *vantro_event_get(VantroHandle *handle) {
-    using namespace vantro::events;
     const CancelDisabled no_cancel;
     if (!has_player(handle)) {
         return nullptr;

@@ -9,10 +9,8 @@
 #include <vantro/platform/notify.h>
 #include <vantro/player.h>
 
-#include "events/cancellation.h"
 #include "events/log.h"
 #include "events/queue.h"
-#include "platform/portable/guards.h"
 
 namespace vantro::events {
 
@@ -35,7 +33,7 @@ class WakeSignals {
     }
     ~WakeSignals() {
         const CancelDisabled no_cancel;
-        const platform::KeepErrno keep;
+        const KeepErrno keep;
         notify_disarm(descriptor_);
         const timespec at_once{};
         while (sigtimedwait(&signals_, nullptr, &at_once) > 0) {
@@ -57,7 +55,7 @@ class WakeSignals {
 // tell: the pass over it may have read changes of "state" whose turn in the file of "state" is
 // still to come. A change published after this look is unread in both.
 bool state_is_unread(const EventQueue &queue) {
-    const platform::KeepErrno keep;
+    const KeepErrno keep;
     char nothing = 0;
     return platform_read(queue.state_fd, &nothing, 0) < 0 && errno == EMSGSIZE;
 }
@@ -66,9 +64,10 @@ bool state_is_unread(const EventQueue &queue) {
 
 } // namespace vantro::events
 
+using namespace vantro::events;
+
 // Cancellation unwinds through this function, which is therefore not noexcept.
 int vantro_event_wait(VantroHandle *handle) {
-    using namespace vantro::events;
     if (!has_player(handle)) {
         return -1;
     }

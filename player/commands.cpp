@@ -15,15 +15,16 @@ struct Command {
     const char *failure;
 };
 
-constexpr Command play{VANTRO_COMMAND_PLAY, "vantro_play() failed"};
-constexpr Command stop{VANTRO_COMMAND_STOP, "vantro_stop() failed"};
-constexpr Command pause{VANTRO_COMMAND_PAUSE, "vantro_pause() failed"};
-constexpr Command next{VANTRO_COMMAND_NEXT, "vantro_next() failed"};
-constexpr Command previous{VANTRO_COMMAND_PREVIOUS, "vantro_previous() failed"};
-constexpr Command seek{VANTRO_COMMAND_SEEK, "vantro_seek() failed"};
-constexpr Command rate{VANTRO_COMMAND_SET_PLAYBACK_RATE, "vantro_set_playback_rate() failed"};
-constexpr Command shuffle{VANTRO_COMMAND_SHUFFLE, "vantro_shuffle() failed"};
-constexpr Command repeat{VANTRO_COMMAND_REPEAT, "vantro_repeat() failed"};
+constexpr Command play_command{VANTRO_COMMAND_PLAY, "vantro_play() failed"};
+constexpr Command stop_command{VANTRO_COMMAND_STOP, "vantro_stop() failed"};
+constexpr Command pause_command{VANTRO_COMMAND_PAUSE, "vantro_pause() failed"};
+constexpr Command next_command{VANTRO_COMMAND_NEXT, "vantro_next() failed"};
+constexpr Command previous_command{VANTRO_COMMAND_PREVIOUS, "vantro_previous() failed"};
+constexpr Command seek_command{VANTRO_COMMAND_SEEK, "vantro_seek() failed"};
+constexpr Command rate_command{VANTRO_COMMAND_SET_PLAYBACK_RATE,
+                               "vantro_set_playback_rate() failed"};
+constexpr Command shuffle_command{VANTRO_COMMAND_SHUFFLE, "vantro_shuffle() failed"};
+constexpr Command repeat_command{VANTRO_COMMAND_REPEAT, "vantro_repeat() failed"};
 
 int conclude(const Command &command, int32_t result) {
     if (result == 0) {
@@ -49,47 +50,49 @@ bool in_range(int32_t mode, uint32_t highest) {
 } // namespace
 } // namespace vantro::player
 
+using namespace vantro::player;
+
 int vantro_play(VantroHandle *handle) {
-    return vantro::player::send(handle, vantro::player::play);
+    return send(handle, play_command);
 }
 
 int vantro_stop(VantroHandle *handle) {
-    return vantro::player::send(handle, vantro::player::stop);
+    return send(handle, stop_command);
 }
 
 int vantro_pause(VantroHandle *handle) {
-    return vantro::player::send(handle, vantro::player::pause);
+    return send(handle, pause_command);
 }
 
 int vantro_next(VantroHandle *handle) {
-    return vantro::player::send(handle, vantro::player::next);
+    return send(handle, next_command);
 }
 
 int vantro_previous(VantroHandle *handle) {
-    return vantro::player::send(handle, vantro::player::previous);
+    return send(handle, previous_command);
 }
 
 int vantro_seek(VantroHandle *handle, int32_t position) {
-    return vantro::player::send(handle, vantro::player::seek, position);
+    return send(handle, seek_command, position);
 }
 
 int vantro_set_playback_rate(VantroHandle *handle, float rate) {
     // The rate travels as the float's four bytes, which the integer's request carries as well.
-    return vantro::player::send(handle, vantro::player::rate, std::bit_cast<int32_t>(rate));
+    return send(handle, rate_command, std::bit_cast<int32_t>(rate));
 }
 
 int vantro_shuffle(VantroHandle *handle, int32_t mode) {
-    if (!vantro::player::in_range(mode, VANTRO_SHUFFLE_ON)) {
-        vantro::player::msglog(LOG_SEVERITY_INFO, "invalid shuffle_mode: %d", mode);
+    if (!in_range(mode, VANTRO_SHUFFLE_ON)) {
+        msglog(LOG_SEVERITY_INFO, "invalid shuffle_mode: %d", mode);
         return -1;
     }
-    return vantro::player::send(handle, vantro::player::shuffle, mode);
+    return send(handle, shuffle_command, mode);
 }
 
 int vantro_repeat(VantroHandle *handle, int32_t mode) {
-    if (!vantro::player::in_range(mode, VANTRO_REPEAT_ONE)) {
-        vantro::player::msglog(LOG_SEVERITY_INFO, "invalid repeat_mode: %d", mode);
+    if (!in_range(mode, VANTRO_REPEAT_ONE)) {
+        msglog(LOG_SEVERITY_INFO, "invalid repeat_mode: %d", mode);
         return -1;
     }
-    return vantro::player::send(handle, vantro::player::repeat, mode);
+    return send(handle, repeat_command, mode);
 }

@@ -40,39 +40,37 @@ int list_nodes(VantroHandle *handle, const char *failure, std::initializer_list<
 } // namespace
 } // namespace vantro::player
 
-using vantro::player::part;
+using namespace vantro::player;
 
 int vantro_get_media_sources(VantroHandle *handle, MediaSource **sources, int *count) {
-    if (!vantro::player::require_player(handle)) {
+    if (!require_player(handle)) {
         return -1;
     }
-    const RequestHeader header =
-        vantro::player::request_header(VANTRO_COMMAND_GET_MEDIA_SOURCES, 0);
+    const RequestHeader header = request_header(VANTRO_COMMAND_GET_MEDIA_SOURCES, 0);
     unsigned char area[VANTRO_REPLY_AREA];
-    vantro::player::Answer answer(vantro::player::Counted::yes, area, sizeof area);
-    vantro::player::OverflowLock lock(handle);
+    Answer answer(Counted::yes, area, sizeof area);
+    OverflowLock lock(handle);
     const int status = answer.ask(handle, {part(header)});
     lock.release();
-    if (!vantro::player::answered(status)) {
+    if (!answered(status)) {
         return -1;
     }
-    return vantro::player::deliver(answer, "vantro_get_media_sources() failed", count, sources);
+    return deliver(answer, "vantro_get_media_sources() failed", count, sources);
 }
 
 int vantro_browse(VantroHandle *handle, int32_t ms_id, const char *node_id, int32_t offset,
                   int *count, MediaNode **nodes) {
-    if (!vantro::player::require_player(handle)) {
+    if (!require_player(handle)) {
         return -1;
     }
     if (!node_id) {
-        vantro::player::msglog(LOG_SEVERITY_INFO, "Invalid media node id");
+        msglog(LOG_SEVERITY_INFO, "Invalid media node id");
         errno = EINVAL;
         return -1;
     }
-    const vantro::player::Text id(node_id);
-    const RequestHeader header =
-        vantro::player::request_header(VANTRO_COMMAND_BROWSE, 16 + id.length);
-    return vantro::player::list_nodes(
+    const Text id(node_id);
+    const RequestHeader header = request_header(VANTRO_COMMAND_BROWSE, 16 + id.length);
+    return list_nodes(
         handle, "vantro_browse() failed",
         {part(header), part(ms_id), part(offset), part(*count), part(id.length), id.characters},
         count, nodes);
@@ -80,11 +78,11 @@ int vantro_browse(VantroHandle *handle, int32_t ms_id, const char *node_id, int3
 
 int vantro_search(VantroHandle *handle, int32_t ms_id, const char *filter, const char *term,
                   int32_t offset, int *count, MediaNode **nodes) {
-    if (!vantro::player::require_player(handle)) {
+    if (!require_player(handle)) {
         return -1;
     }
     if (!term) {
-        vantro::player::msglog(LOG_SEVERITY_INFO, "Invalid term to be searched");
+        msglog(LOG_SEVERITY_INFO, "Invalid term to be searched");
         errno = EINVAL;
         return -1;
     }
@@ -92,24 +90,21 @@ int vantro_search(VantroHandle *handle, int32_t ms_id, const char *filter, const
         *count = 0;
         return 0;
     }
-    const vantro::player::Text sought(term), kind(filter ? filter : "");
+    const Text sought(term), kind(filter ? filter : "");
     const RequestHeader header =
-        vantro::player::request_header(VANTRO_COMMAND_SEARCH, 20 + kind.length + sought.length);
-    return vantro::player::list_nodes(handle, "vantro_search() failed",
-                                      {part(header), part(ms_id), part(offset), part(*count),
-                                       part(kind.length), kind.characters, part(sought.length),
-                                       sought.characters},
-                                      count, nodes);
+        request_header(VANTRO_COMMAND_SEARCH, 20 + kind.length + sought.length);
+    return list_nodes(handle, "vantro_search() failed",
+                      {part(header), part(ms_id), part(offset), part(*count), part(kind.length),
+                       kind.characters, part(sought.length), sought.characters},
+                      count, nodes);
 }
 
 int vantro_get_trksession_tracks(VantroHandle *handle, uint64_t tsid, int32_t offset, int *count,
                                  MediaNode **tracks) {
-    if (!vantro::player::require_connection(handle)) {
+    if (!require_connection(handle)) {
         return -1;
     }
-    const RequestHeader header =
-        vantro::player::request_header(VANTRO_COMMAND_GET_TRKSESSION_TRACKS, 16);
-    return vantro::player::list_nodes(handle, "vantro_get_trksession_tracks() failed",
-                                      {part(header), part(tsid), part(offset), part(*count)}, count,
-                                      tracks);
+    const RequestHeader header = request_header(VANTRO_COMMAND_GET_TRKSESSION_TRACKS, 16);
+    return list_nodes(handle, "vantro_get_trksession_tracks() failed",
+                      {part(header), part(tsid), part(offset), part(*count)}, count, tracks);
 }

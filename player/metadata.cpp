@@ -109,59 +109,58 @@ int deliver(const Answer &answer, size_t count, char **valuev) {
 } // namespace
 } // namespace vantro::player
 
-using vantro::player::part;
+using namespace vantro::player;
 
 int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
                         Metadata **metadata) {
-    if (!node_id || !*node_id || !vantro::player::require_player(handle)) {
+    if (!node_id || !*node_id || !require_player(handle)) {
         return -1;
     }
-    const vantro::player::Text id(node_id);
-    const RequestHeader header =
-        vantro::player::request_header(VANTRO_COMMAND_GET_METADATA, 8 + id.length);
+    const Text id(node_id);
+    const RequestHeader header = request_header(VANTRO_COMMAND_GET_METADATA, 8 + id.length);
     unsigned char area[VANTRO_REPLY_AREA];
-    vantro::player::Answer answer(vantro::player::Counted::no, area, sizeof area);
-    vantro::player::OverflowLock lock(handle);
+    Answer answer(Counted::no, area, sizeof area);
+    OverflowLock lock(handle);
     const int status =
         answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters});
     lock.release();
-    if (!vantro::player::answered(status) || !answer.granted("vantro_get_metadata() failed")) {
+    if (!answered(status) || !answer.granted("vantro_get_metadata() failed")) {
         return -1;
     }
     if (answer.byte_count() == 0) {
         *metadata = nullptr;
         return 0;
     }
-    return vantro::player::unpack_answer(answer, 1, metadata);
+    return unpack_answer(answer, 1, metadata);
 }
 
 int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
                                  const char *const *keyv, char **valuev) {
     if (!node_id || !*node_id) {
-        vantro::player::msglog(LOG_SEVERITY_INFO, "Invalid media node id");
+        msglog(LOG_SEVERITY_INFO, "Invalid media node id");
         return -1;
     }
     if (!keyv || !valuev) {
-        vantro::player::msglog(LOG_SEVERITY_INFO, "Invalid keyv or valuev");
+        msglog(LOG_SEVERITY_INFO, "Invalid keyv or valuev");
         return -1;
     }
-    if (!vantro::player::require_connection(handle)) {
+    if (!require_connection(handle)) {
         return -1;
     }
-    vantro::player::KeyBlock keys;
-    if (!vantro::player::pack_keys(keyv, keys)) {
-        vantro::player::msglog(LOG_SEVERITY_INFO, "No memory");
+    KeyBlock keys;
+    if (!pack_keys(keyv, keys)) {
+        msglog(LOG_SEVERITY_INFO, "No memory");
         errno = ENOMEM;
         return -1;
     }
-    vantro::player::LongAnswer answer(vantro::player::Counted::no);
+    LongAnswer answer(Counted::no);
     if (!answer.make_area()) {
         return -1;
     }
-    const vantro::player::Text id(node_id);
-    const RequestHeader header = vantro::player::request_header(
-        VANTRO_COMMAND_GET_EXTENDED_METADATA, 12 + id.length + keys.size);
-    vantro::player::OverflowLock lock(handle);
+    const Text id(node_id);
+    const RequestHeader header =
+        request_header(VANTRO_COMMAND_GET_EXTENDED_METADATA, 12 + id.length + keys.size);
+    OverflowLock lock(handle);
     const int status =
         answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters,
                             part(keys.count), part(keys.bytes.get(), keys.size)});
@@ -169,5 +168,5 @@ int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id, const char
     if (!answer.complete(handle, status, lock)) {
         return -1;
     }
-    return vantro::player::deliver(answer, keys.count, valuev);
+    return deliver(answer, keys.count, valuev);
 }

@@ -103,41 +103,42 @@ bool take(Rest &rest, int32_t length, Unpack unpack, Record **record) {
 } // namespace
 } // namespace vantro::player
 
+using namespace vantro::player;
+
 int vantro_get_current_state(VantroHandle *handle, VantroStateInfo **info) {
-    return vantro::player::ask_record(handle, VANTRO_COMMAND_GET_CURRENT_STATE,
-                                      "vantro_get_current_state() failed", "No memory for state",
-                                      info);
+    return ask_record(handle, VANTRO_COMMAND_GET_CURRENT_STATE, "vantro_get_current_state() failed",
+                      "No memory for state", info);
 }
 
 int vantro_get_current_trksession_info(VantroHandle *handle, VantroTrksessionInfo **info) {
-    return vantro::player::ask_record(handle, VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO,
-                                      "vantro_get_current_trksession_info() failed",
-                                      "No memory for trksession_info", info);
+    return ask_record(handle, VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO,
+                      "vantro_get_current_trksession_info() failed",
+                      "No memory for trksession_info", info);
 }
 
 int vantro_get_current_track_info(VantroHandle *handle, VantroTrackInfo **info) {
-    if (!vantro::player::require_connection(handle)) {
+    if (!require_connection(handle)) {
         return -1;
     }
-    const vantro::player::KeepErrno keep;
-    vantro::player::TrackAnswer answer;
+    const KeepErrno keep;
+    TrackAnswer answer;
     uint32_t answer_length = 0;
-    if (!vantro::player::answered(vantro::player::ask_track(handle, answer, answer_length))) {
+    if (!answered(ask_track(handle, answer, answer_length))) {
         return -1;
     }
     if (answer.result != 0 || answer_length < answer.fixed_bytes) {
-        vantro::player::msglog(LOG_SEVERITY_INFO, "vantro_get_current_track_info() failed");
+        msglog(LOG_SEVERITY_INFO, "vantro_get_current_track_info() failed");
         return -1;
     }
-    VantroTrackInfo *track = vantro::player::make_record(info, "No memory");
+    VantroTrackInfo *track = make_record(info, "No memory");
     if (!track) {
         return -1;
     }
     track->index = answer.index;
     track->tsid = answer.tsid;
-    vantro::player::Rest rest{answer.data, answer_length - answer.fixed_bytes};
-    if (!vantro::player::take(rest, answer.node_length, unpack_media_node, &track->media_node) ||
-        !vantro::player::take(rest, answer.metadata_length, unpack_metadata, &track->metadata)) {
+    Rest rest{answer.data, answer_length - answer.fixed_bytes};
+    if (!take(rest, answer.node_length, unpack_media_node, &track->media_node) ||
+        !take(rest, answer.metadata_length, unpack_metadata, &track->metadata)) {
         return -1;
     }
     return 0;
@@ -145,8 +146,8 @@ int vantro_get_current_track_info(VantroHandle *handle, VantroTrackInfo **info) 
 
 int vantro_get_current_track_position(VantroHandle *handle, int32_t *position) {
     int32_t received = 0;
-    if (!vantro::player::ask(handle, VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION,
-                             "vantro_get_current_track_position() failed", received)) {
+    if (!ask(handle, VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION,
+             "vantro_get_current_track_position() failed", received)) {
         return -1;
     }
     *position = received;

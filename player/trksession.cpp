@@ -28,24 +28,23 @@ bool carried_out(const VantroHandle *handle, const char *failure,
 } // namespace
 } // namespace vantro::player
 
-using vantro::player::part;
+using namespace vantro::player;
 
 int vantro_create_trksession(VantroHandle *handle, int32_t ms_id, const char *node_id,
                              const int32_t *first, int32_t second, uint64_t *tsid) {
-    if (!vantro::player::require_player(handle)) {
+    if (!require_player(handle)) {
         return -1;
     }
     if (!node_id) {
-        vantro::player::msglog(LOG_SEVERITY_INFO, "The media node id cannot be NULL");
+        msglog(LOG_SEVERITY_INFO, "The media node id cannot be NULL");
         return -1;
     }
     const int32_t value = first ? *first : 0;
-    const vantro::player::Text id(node_id);
+    const Text id(node_id);
     // 4 less than what follows. Services know it so, and do not rely on it.
-    const RequestHeader header =
-        vantro::player::request_header(VANTRO_COMMAND_CREATE_TRKSESSION, 12 + id.length);
+    const RequestHeader header = request_header(VANTRO_COMMAND_CREATE_TRKSESSION, 12 + id.length);
     uint64_t received = 0;
-    if (!vantro::player::carried_out(
+    if (!carried_out(
             handle, "vantro_create_trksession() failed",
             {part(header), part(ms_id), part(value), part(second), part(id.length), id.characters},
             part(received))) {
@@ -56,25 +55,22 @@ int vantro_create_trksession(VantroHandle *handle, int32_t ms_id, const char *no
 }
 
 int vantro_destroy_trksession(VantroHandle *handle, uint64_t tsid) {
-    if (!vantro::player::require_player(handle)) {
+    if (!require_player(handle)) {
         return -1;
     }
-    const RequestHeader header =
-        vantro::player::request_header(VANTRO_COMMAND_DESTROY_TRKSESSION, sizeof tsid);
-    return vantro::player::carried_out(handle, "vantro_destroy_trksession() failed",
-                                       {part(header), part(tsid)})
+    const RequestHeader header = request_header(VANTRO_COMMAND_DESTROY_TRKSESSION, sizeof tsid);
+    return carried_out(handle, "vantro_destroy_trksession() failed", {part(header), part(tsid)})
                ? 0
                : -1;
 }
 
 int vantro_jump(VantroHandle *handle, int32_t index) {
-    if (!vantro::player::require_player(handle)) {
+    if (!require_player(handle)) {
         return -1;
     }
-    const RequestHeader header = vantro::player::request_header(VANTRO_COMMAND_JUMP, sizeof index);
+    const RequestHeader header = request_header(VANTRO_COMMAND_JUMP, sizeof index);
     // The operation is known to services as setting the session's index, and is named so here.
-    return vantro::player::carried_out(handle, "vantro_set_trksession_index() failed",
-                                       {part(header), part(index)})
+    return carried_out(handle, "vantro_set_trksession_index() failed", {part(header), part(index)})
                ? 0
                : -1;
 }

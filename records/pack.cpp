@@ -38,14 +38,16 @@ void pack(const Record *records, int count, void *buffer, int *size) {
 } // namespace
 } // namespace vantro::records
 
+using namespace vantro::records;
+
 void pack_media_source(const ServiceMediaSource *records, int count, void *buffer, int *size) {
-    vantro::records::pack(records, count, buffer, size);
+    pack(records, count, buffer, size);
 }
 
 void pack_media_node(const ServiceMediaNode *records, int count, void *buffer, int *size) {
-    vantro::records::pack(records, count, buffer, size);
+    pack(records, count, buffer, size);
 }
 
 void pack_metadata(const Metadata *records, int count, void *buffer, int *size) {
-    vantro::records::pack(records, count, buffer, size);
+    pack(records, count, buffer, size);
 }

@@ -29,10 +29,12 @@ int packed_size(const Record *records, int count) {
 } // namespace
 } // namespace vantro::records
 
+using namespace vantro::records;
+
 int compute_media_node_size(const ServiceMediaNode *records, int count) {
-    return vantro::records::packed_size(records, count);
+    return packed_size(records, count);
 }
 
 int compute_metadata_size(const Metadata *records, int count) {
-    return vantro::records::packed_size(records, count);
+    return packed_size(records, count);
 }

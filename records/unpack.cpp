@@ -71,14 +71,16 @@ template Unpacked unpack_records(const void *, size_t, int32_t, Metadata *&);
 
 } // namespace vantro::records
 
+using namespace vantro::records;
+
 int unpack_media_source(const void *buffer, int size, int count, MediaSource **records) {
-    return vantro::records::unpack(buffer, size, count, records);
+    return unpack(buffer, size, count, records);
 }
 
 int unpack_media_node(const void *buffer, int size, int count, MediaNode **records) {
-    return vantro::records::unpack(buffer, size, count, records);
+    return unpack(buffer, size, count, records);
 }
 
 int unpack_metadata(const void *buffer, int size, int count, Metadata **records) {
-    return vantro::records::unpack(buffer, size, count, records);
+    return unpack(buffer, size, count, records);
 }
