@@ -25,6 +25,7 @@
 #include <vantro/platform/log.h>
 
 #include "service/catalogue/store.h"
+#include "service/memory_return.h"
 #include "service/options.h"
 #include "service/playback/players.h"
 #include "service/requests/answers.h"
@@ -162,8 +163,12 @@ int serve(const Options &options) {
         return fail(error);
     }
     published = &players; // before anything is scanned
-    vantro::service::requests::Answers answers(*store, players);
-    set_answers(&answers);
+    MemoryReturn memory;
+    memory.start();
+    requests::Answers answers(*store, players);
+    requests::Turns turns(options.threads);
+    requests::Handling handling{answers, turns, memory};
+    set_handling(&handling);
     error = server.run(options.threads, [&] {
         const int64_t tracks = store->song_count();
         say(fmt::format("ready ({} tracks, players: {})", tracks,
@@ -174,6 +179,7 @@ int serve(const Options &options) {
             scanned();
         }
     });
+    requests::set_handling(nullptr);
     store->stop_scanning(); // while what it reports to is still there
     return error.empty() ? EXIT_SUCCESS : fail(error);
 }

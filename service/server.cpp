@@ -74,8 +74,8 @@ std::string Server::run(int threads, const std::function<void()> &ready) {
     std::vector<std::thread> running;
     std::string failure;
     try {
-        running.reserve(static_cast<size_t>(threads));
-        for (int i = 0; i < threads; ++i) {
+        running.reserve(static_cast<size_t>(threads) + 1);
+        for (int i = 0; i <= threads; ++i) {
             running.emplace_back([] { msgserver_thread_loop(the_server); });
         }
         ready();
@@ -90,10 +90,11 @@ std::string Server::run(int threads, const std::function<void()> &ready) {
 }
 
 void Server::stop() {
+    requests::stop_waiting(); // first, while no thread has ended
     __atomic_store_n(&the_server->stop, 1, __ATOMIC_RELEASE);
     // A thread that waits looks at `stop` only after its next message or pulse. One that does not
     // wait leaves its pulse to lie; they end with the channel.
-    for (int i = 0; i < threads_max; ++i) {
+    for (int i = 0; i <= threads_max; ++i) {
         pulse_send(wake_, 0, 0, 0);
     }
 }

@@ -27,8 +27,8 @@ class Server {
     // Takes the name and attaches the service. Returns "" or, in words, why it cannot be.
     std::string attach(const Options &options);
 
-    // Answers requests in `threads` threads until stop(). Calls `ready` once they run. Returns ""
-    // or why the threads cannot be had.
+    // Receives requests in `threads` threads and one more until stop(); see handlers.h. Calls
+    // `ready` once they run. Returns "" or why the threads cannot be had.
     std::string run(int threads, const std::function<void()> &ready);
 
     // Ends run(), now or as soon as it begins. Any thread, once attached.

@@ -1,15 +1,20 @@
 #include "service/requests/handlers.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <exception>
-#include <malloc.h>
+#include <memory>
 
 namespace vantro::service::requests {
 
 namespace {
 
-Answers *the_answers;
+std::atomic<Handling *> the_handling;
+
+Handling &handling() {
+    return *the_handling.load(std::memory_order_relaxed);
+}
 
 const int32_t out_of_memory = ENOMEM;
 
@@ -17,55 +22,114 @@ const int32_t out_of_memory = ENOMEM;
 // heap, and the host need not find it page by page. A listing of ten thousand nodes fits.
 constexpr size_t room_kept = 1024 * 1024;
 
-// After an answer of this size what making it took is given back to the host. That costs
-// milliseconds, of which such an answer has taken many.
-constexpr size_t trimmed_from = 1024 * 1024;
-
 // A long listing leaves every thread that made one with its memory, for good.
 void give_back(Bytes &answer) {
-    if (answer.capacity() <= room_kept) {
-        return;
-    }
-    const bool trim = answer.size() >= trimmed_from;
-    Bytes().swap(answer);
-    if (trim) {
-        malloc_trim(0);
+    if (answer.capacity() > room_kept) {
+        Bytes().swap(answer);
+        handling().memory.note();
     }
 }
 
-} // namespace
-
-void set_answers(Answers *answers) {
-    the_answers = answers;
+void send(MsgOsb *open, MsgContext &context, const void *data, size_t length) {
+    const bool client_waits = context.header->kind == MSG_KIND_PUTGET;
+    const int32_t sent = callout_reply(open, &context, 0, data, static_cast<int32_t>(length));
+    // An answer that could neither be sent nor held leaves the client waiting. Where it is the
+    // client that has gone, nobody receives this.
+    if (sent != 0 && client_waits) {
+        ipc_error(context.receive_id, ENOMEM);
+    }
 }
 
-int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) noexcept {
+void carry_out(MsgOsb *open, MsgContext &context, size_t size) noexcept {
     thread_local Bytes answer;
-    const bool client_waits = context->header->kind == MSG_KIND_PUTGET;
-    const size_t size =
-        std::min(context->header->send_length, static_cast<uint32_t>(context->payload_size));
     const void *data = &out_of_memory;
     size_t length = sizeof out_of_memory;
     try {
-        the_answers->respond(open->index, context->payload, size, answer);
+        handling().answers.respond(open->index, context.payload, size, answer);
         data = answer.data();
         length = answer.size();
     } catch (const std::exception &) {
         // What is answered then was set above.
     }
-    const int32_t sent = callout_reply(open, context, 0, data, static_cast<int32_t>(length));
-    // An answer that could neither be sent nor held leaves the client waiting. Where it is the
-    // client that has gone, nobody receives this.
-    if (sent != 0 && client_waits) {
-        ipc_error(context->receive_id, ENOMEM);
-    }
+    send(open, context, data, length);
     give_back(answer);
+}
+
+// A request that waits for its turn, with its own copy of what its thread received.
+class WaitingRequest {
+  public:
+    WaitingRequest(MsgOsb *open, const MsgContext &context, size_t size)
+        : open_(open), context_(context), header_(*context.header),
+          payload_(static_cast<const unsigned char *>(context.payload),
+                   static_cast<const unsigned char *>(context.payload) + size) {
+        context_.header = &header_;
+        context_.payload = payload_.data();
+    }
+    WaitingRequest(const WaitingRequest &) = delete;
+    WaitingRequest &operator=(const WaitingRequest &) = delete;
+
+    void carry_out() noexcept {
+        // What its client has given up costs no more than this answer, which drops its reference.
+        if (header_.kind == MSG_KIND_PUTGET && ipc_waiting(context_.receive_id) == 0) {
+            callout_reply(open_, &context_, 0, nullptr, 0);
+            return;
+        }
+        requests::carry_out(open_, context_, payload_.size());
+    }
+
+  private:
+    MsgOsb *const open_;
+    MsgContext context_;
+    TransportHeader header_;
+    Bytes payload_;
+};
+
+// Throws std::bad_alloc; then nothing was done.
+void carry_out_in_turn(MsgOsb *open, MsgContext &context, size_t size) {
+    Turns &turns = handling().turns;
+    const int32_t client = context.info.conn_id;
+    if (!handling().answers.may_take_long(open->index, context.payload, size)) {
+        carry_out(open, context, size);
+        return;
+    }
+    if (turns.begin(client)) {
+        carry_out(open, context, size);
+        turns.finish();
+        return;
+    }
+    const auto waiting = std::make_shared<WaitingRequest>(open, context, size);
+    if (!turns.leave(client, [waiting] { waiting->carry_out(); })) {
+        waiting->carry_out();
+        turns.finish();
+    }
+}
+
+} // namespace
+
+void set_handling(Handling *handling) {
+    the_handling = handling;
+}
+
+void stop_waiting() {
+    if (Handling *const handling = the_handling) {
+        handling->turns.stop();
+    }
+}
+
+int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) noexcept {
+    const size_t size =
+        std::min(context->header->send_length, static_cast<uint32_t>(context->payload_size));
+    try {
+        carry_out_in_turn(open, *context, size);
+    } catch (const std::exception &) {
+        send(open, *context, &out_of_memory, sizeof out_of_memory);
+    }
     return 0;
 }
 
 int32_t handle_open(MsgOsb *open, MsgContext *, MsgService *) noexcept {
     try {
-        the_answers->opens().reset(open->index);
+        handling().answers.opens().reset(open->index);
         return 0;
     } catch (const std::exception &) {
         return ENOMEM;
@@ -73,7 +137,8 @@ int32_t handle_open(MsgOsb *open, MsgContext *, MsgService *) noexcept {
 }
 
 int32_t handle_close(MsgOsb *open, MsgContext *, MsgService *) noexcept {
-    the_answers->opens().forget(open->index);
+    handling().answers.opens().forget(open->index);
+    handling().memory.note(); // with it goes what was held for it
     return 0;
 }
 

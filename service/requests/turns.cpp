@@ -1,0 +1,76 @@
+#include "service/requests/turns.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace vantro::service::requests {
+
+namespace {
+
+constexpr size_t clients_kept = 64;
+
+} // namespace
+
+Turns::Place Turns::next_place(int32_t client) {
+    forget_rested();
+    uint64_t &last = last_[client];
+    const bool rested = last + 1 < round_;
+    last = std::max(last + 1, round_);
+    return {last, !rested, ++arrivals_};
+}
+
+// Keeps the table as large as the clients are many that ask now.
+void Turns::forget_rested() {
+    if (last_.size() < forget_at_) {
+        return;
+    }
+    std::erase_if(last_, [this](const auto &each) { return each.second + 1 < round_; });
+    forget_at_ = std::max(clients_kept, 2 * last_.size());
+}
+
+bool Turns::begin(int32_t client) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (taken_ == places_) {
+        return false;
+    }
+    round_ = std::get<0>(next_place(client));
+    ++taken_;
+    return true;
+}
+
+bool Turns::leave(int32_t client, Work work) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (stopped_) {
+        return true;
+    }
+    const Place place = next_place(client);
+    if (taken_ < places_) {
+        round_ = std::get<0>(place);
+        ++taken_;
+        return false;
+    }
+    waiting_.emplace(place, std::move(work));
+    return true;
+}
+
+void Turns::finish() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (!waiting_.empty()) {
+        auto piece = waiting_.extract(waiting_.begin());
+        round_ = std::get<0>(piece.key());
+        lock.unlock();
+        piece.mapped()();
+        piece = {}; // what the work holds goes without the lock
+        lock.lock();
+    }
+    --taken_;
+}
+
+void Turns::stop() {
+    std::map<Place, Work> dropped; // goes after the lock
+    const std::lock_guard<std::mutex> guard(mutex_);
+    stopped_ = true;
+    dropped.swap(waiting_);
+}
+
+} // namespace vantro::service::requests

@@ -1,0 +1,72 @@
+#include "service/requests/turns.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace vantro::service::requests {
+
+namespace {
+
+// Leaves pieces while one place is taken. Clients are letters; a piece that is done can leave
+// another one of its client, as a client does that asks again.
+struct Room {
+    Turns turns{1};
+    std::string done;
+
+    Room() { turns.begin('-'); }
+    void leave(char client, int again = 0) {
+        EXPECT_TRUE(turns.leave(client, [this, client, again] {
+            done += client;
+            if (again > 0) {
+                leave(client, again - 1);
+            }
+        }));
+    }
+    std::string finish() {
+        turns.finish();
+        return done;
+    }
+};
+
+TEST(Turns, GoByClientAndNotByArrival) {
+    Room room;
+    for (int i = 0; i < 5; ++i) {
+        room.leave('a');
+    }
+    room.leave('b');
+    room.leave('c');
+    room.leave('c');
+    EXPECT_EQ(room.finish(), "abcacaaa");
+}
+
+TEST(Turns, AClientThatIsNewComesNext) {
+    Room room;
+    for (const char client : {'a', 'b', 'c', 'd'}) {
+        room.leave(client, 3);
+    }
+    // During the second round, in which all others have already asked for the third.
+    EXPECT_TRUE(room.turns.leave('e', [&] {
+        room.done += 'e';
+        room.turns.leave('n', [&] { room.done += 'n'; });
+    }));
+    EXPECT_EQ(room.finish().substr(0, 6), "abcden");
+    EXPECT_EQ(room.done.substr(6), "abcdabcdabcd");
+}
+
+TEST(Turns, APlaceThatBecameFreeIsTakenAtOnce) {
+    Turns turns(1);
+    EXPECT_TRUE(turns.begin(1));
+    EXPECT_FALSE(turns.begin(2));
+    turns.finish();
+    EXPECT_FALSE(turns.leave(2, [] { FAIL() << "is done by whoever has the place"; }));
+    EXPECT_FALSE(turns.begin(1));
+    EXPECT_TRUE(turns.leave(1, [] { FAIL() << "was dropped"; }));
+    turns.stop();
+    turns.finish();
+    EXPECT_TRUE(turns.begin(1));
+}
+
+} // namespace
+
+} // namespace vantro::service::requests
