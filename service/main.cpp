@@ -167,7 +167,8 @@ int serve(const Options &options) {
     memory.start();
     requests::Answers answers(*store, players);
     requests::Turns turns(options.threads);
-    requests::Handling handling{answers, turns, memory};
+    requests::Limits limits([](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });
+    requests::Handling handling{answers, turns, limits, memory};
     set_handling(&handling);
     error = server.run(options.threads, [&] {
         const int64_t tracks = store->song_count();

@@ -28,20 +28,43 @@ uint64_t SessionIds::take() {
     return static_cast<uint64_t>(next_++);
 }
 
-size_t Player::made_of_nodes() const {
-    return static_cast<size_t>(
-        std::count_if(sessions_.begin(), sessions_.end(),
-                      [](const SessionPtr &each) { return each->type == VANTRO_TRKSESSION_NODE; }));
+// The sessions as they are once there is room for one more; nothing where there cannot be.
+std::optional<std::vector<Player::Kept>> Player::with_room_for(const Maker &maker) const {
+    std::vector<Kept> kept = sessions_;
+    const auto own = [&](const Kept &each) { return each.maker.uid == maker.uid; };
+    const auto limited = [](const Kept &each) { return each.maker.limited; };
+    const auto any = [](const Kept &) { return true; };
+    // Drops the oldest one that may go, where there are as many as may be.
+    const auto make_room = [&](int most, const auto &counts) {
+        const auto counted = [&](const Kept &each) {
+            return each.session->type == VANTRO_TRKSESSION_NODE && counts(each);
+        };
+        if (std::count_if(kept.begin(), kept.end(), counted) < most) {
+            return true;
+        }
+        const auto oldest = std::find_if(kept.begin(), kept.end(), [&](const Kept &each) {
+            return each.maker_gone && counted(each);
+        });
+        if (oldest == kept.end()) {
+            return false;
+        }
+        kept.erase(oldest);
+        return true;
+    };
+    if (maker.limited &&
+        (!make_room(sessions_of_one_user, own) || !make_room(sessions_of_all_users, limited))) {
+        return std::nullopt;
+    }
+    return make_room(VANTRO_TRKSESSIONS_MAX, any) ? std::optional(std::move(kept)) : std::nullopt;
 }
 
-void Player::add(SessionPtr session, int32_t index, bool play) {
-    sessions_.push_back(session);
-    try {
-        engine_.load(std::move(session), index, play);
-    } catch (...) {
-        sessions_.pop_back();
-        throw;
-    }
+// Keeps those and the new session, which becomes the current one, in place of what was kept.
+void Player::add(std::vector<Kept> kept, SessionPtr session, const Maker &maker, int32_t index,
+                 bool play, std::vector<Kept> &replaced) {
+    kept.push_back({session, maker});
+    engine_.load(std::move(session), index, play);
+    sessions_.swap(kept);
+    replaced.swap(kept);
 }
 
 int Player::play() {
@@ -62,24 +85,20 @@ int Player::play() {
     auto session =
         std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_ALL, std::move(songs));
 
-    SessionPtr earlier; // goes after the lock
+    std::vector<Kept> replaced; // goes after the lock
     const std::lock_guard<std::mutex> guard(mutex_);
     if (engine_.play() == 0) { // another client has made one meanwhile
         return 0;
     }
-    add(std::move(session), any_index, true);
-    const auto found =
-        std::find_if(sessions_.begin(), sessions_.end() - 1,
-                     [](const SessionPtr &each) { return each->type == VANTRO_TRKSESSION_ALL; });
-    if (found != sessions_.end() - 1) {
-        earlier.swap(*found);
-        sessions_.erase(found);
-    }
+    std::vector<Kept> kept = sessions_;
+    std::erase_if(kept,
+                  [](const Kept &each) { return each.session->type == VANTRO_TRKSESSION_ALL; });
+    add(std::move(kept), std::move(session), {}, any_index, true, replaced);
     return 0;
 }
 
 int Player::create(int32_t source, std::string_view node, int32_t index, int32_t start,
-                   uint64_t &tsid) {
+                   uint64_t &tsid, const Maker &maker) {
     if (start != VANTRO_TRKSESSION_LOAD && start != VANTRO_TRKSESSION_PLAY) {
         return ERANGE;
     }
@@ -96,7 +115,7 @@ int Player::create(int32_t source, std::string_view node, int32_t index, int32_t
     {
         // Looked at here already, so that whoever goes on asking uses up no ids.
         const std::lock_guard<std::mutex> guard(mutex_);
-        if (made_of_nodes() >= VANTRO_TRKSESSIONS_MAX) {
+        if (!with_room_for(maker)) {
             return ENOSPC;
         }
     }
@@ -107,33 +126,44 @@ int Player::create(int32_t source, std::string_view node, int32_t index, int32_t
     auto session =
         std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_NODE, std::move(songs));
 
+    std::vector<Kept> replaced; // goes after the lock
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (made_of_nodes() >= VANTRO_TRKSESSIONS_MAX) {
+    std::optional<std::vector<Kept>> kept = with_room_for(maker);
+    if (!kept) {
         return ENOSPC;
     }
-    add(std::move(session), index, start == VANTRO_TRKSESSION_PLAY);
+    add(std::move(*kept), std::move(session), maker, index, start == VANTRO_TRKSESSION_PLAY,
+        replaced);
     return 0;
+}
+
+void Player::maker_gone(uint64_t number) noexcept {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    for (Kept &each : sessions_) {
+        each.maker_gone = each.maker_gone || (each.maker.number == number && number != 0);
+    }
 }
 
 int Player::destroy(uint64_t tsid) {
     SessionPtr dropped; // goes after the lock
     const std::lock_guard<std::mutex> guard(mutex_);
-    const auto found = std::find_if(sessions_.begin(), sessions_.end(),
-                                    [tsid](const SessionPtr &each) { return each->tsid == tsid; });
+    const auto found = std::find_if(sessions_.begin(), sessions_.end(), [tsid](const Kept &each) {
+        return each.session->tsid == tsid;
+    });
     if (found == sessions_.end()) {
         return ENOENT;
     }
     engine_.unload(tsid); // first, since there may be no memory for it
-    dropped.swap(*found);
+    dropped.swap(found->session);
     sessions_.erase(found);
     return 0;
 }
 
 SessionPtr Player::session(uint64_t tsid) {
     const std::lock_guard<std::mutex> guard(mutex_);
-    for (const SessionPtr &each : sessions_) {
-        if (each->tsid == tsid) {
-            return each;
+    for (const Kept &each : sessions_) {
+        if (each.session->tsid == tsid) {
+            return each.session;
         }
     }
     return nullptr;

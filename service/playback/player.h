@@ -1,7 +1,8 @@
 // A named player: its engine, and the track sessions that were made for it.
 //
 // Only the newest session can be the current one; the others stay for their lists to be read until
-// they are destroyed. Of the sessions of all songs, which play() makes and no client asked for,
+// they are destroyed, or until there is no room for a new one: then the oldest session whose maker
+// is gone makes room. Of the sessions of all songs, which play() makes and no client asked for,
 // there is one at most, beside those that clients made; so a client that forgets its sessions uses
 // up what clients have, and the music still plays.
 //
@@ -48,6 +49,18 @@ class SessionIds {
     int32_t left_ = 0;
 };
 
+// Who makes a session.
+struct Maker {
+    uint64_t number = 0; // never that of another client
+    uint32_t uid = 0;
+    bool limited = false; // neither user 0 nor the service's own
+};
+
+// Sessions of VANTRO_TRKSESSIONS_MAX that one limited user may have in a player, and all of them
+// together; see service/requests/limits.h for the rule.
+inline constexpr int sessions_of_one_user = 12;
+inline constexpr int sessions_of_all_users = 14;
+
 class Player {
   public:
     // Borrows the catalogue and the ids, which outlive it.
@@ -62,9 +75,14 @@ class Player {
 
     // Makes a session of a node's songs and makes it the current one, at the song of that index.
     // Returns 0; what the catalogue returned; ENODATA (the node has no songs); ERANGE (index, or
-    // `start` is no VANTRO_TRKSESSION_*); ENOSPC (VANTRO_TRKSESSIONS_MAX are there); EIO (no id can
-    // be had). Where it fails nothing is changed.
-    int create(int32_t source, std::string_view node, int32_t index, int32_t start, uint64_t &tsid);
+    // `start` is no VANTRO_TRKSESSION_*); ENOSPC (VANTRO_TRKSESSIONS_MAX are there, or as many as
+    // that user may have, and the makers of none of them are gone); EIO (no id can be had). Where
+    // it fails nothing is changed.
+    int create(int32_t source, std::string_view node, int32_t index, int32_t start, uint64_t &tsid,
+               const Maker &maker = {});
+
+    // The sessions that this maker made stay, and make room for others.
+    void maker_gone(uint64_t number) noexcept;
 
     // Returns 0 or ENOENT. Without its current session the player is idle.
     int destroy(uint64_t tsid);
@@ -111,15 +129,22 @@ class Player {
     const std::string name;
 
   private:
-    size_t made_of_nodes() const; // these two with the lock held
-    void add(SessionPtr session, int32_t index, bool play);
+    struct Kept {
+        SessionPtr session;
+        Maker maker;
+        bool maker_gone = false;
+    };
+    // Both with the lock held.
+    std::optional<std::vector<Kept>> with_room_for(const Maker &maker) const;
+    void add(std::vector<Kept> kept, SessionPtr session, const Maker &maker, int32_t index,
+             bool play, std::vector<Kept> &replaced);
     void publish_change(const Engine::Change &change); // with publish_mutex_ held
 
     Engine engine_;
     catalogue::Catalogue &catalogue_;
     SessionIds &ids_;
     std::mutex mutex_;
-    std::vector<SessionPtr> sessions_; // guarded by mutex_; oldest first
+    std::vector<Kept> sessions_; // guarded by mutex_; oldest first
 
     std::function<void()> on_reschedule_;       // set by publish()
     std::atomic<uint64_t> published_count_ = 0; // changes of the engine that are published

@@ -51,6 +51,12 @@ std::optional<std::chrono::nanoseconds> Players::wake_all() {
     return next;
 }
 
+void Players::maker_gone(uint64_t number) noexcept {
+    for (Player &player : players_) {
+        player.maker_gone(number);
+    }
+}
+
 void Players::source_changed(int32_t id) {
     const std::vector<catalogue::Source> sources = catalogue_.sources();
     const auto found = std::find_if(sources.begin(), sources.end(),

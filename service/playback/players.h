@@ -35,6 +35,9 @@ class Players {
     // Returns "" or, in words, why it cannot be.
     std::string publish(const object_readers &readers, const publishing::Publisher::Log &log);
 
+    // See Player::maker_gone(). Any thread.
+    void maker_gone(uint64_t number) noexcept;
+
     // A source, or what it holds, has changed. Any thread.
     void source_changed(int32_t source);
 

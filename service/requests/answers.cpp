@@ -149,6 +149,14 @@ int Answers::carry_out(int32_t open, const void *bytes, size_t size, Bytes &answ
     return result;
 }
 
+std::optional<Client> Answers::close(int32_t open) noexcept {
+    const std::optional<Client> client = opens_.forget(open);
+    if (client) {
+        players_.maker_gone(client->number);
+    }
+    return client;
+}
+
 int16_t Answers::find_player(std::string_view name) {
     const auto found =
         std::find_if(players_.begin(), players_.end(),
@@ -170,8 +178,13 @@ int Answers::close_player(const Call &call) {
 int Answers::create_session(const Call &call) {
     uint64_t tsid = 0;
     const Request &request = call.request;
+    const Client client = opens_.client(call.open);
     const int result =
-        call.player->create(request.source, request.node, request.value, request.start, tsid);
+        call.player->create(request.source, request.node, request.value, request.start, tsid,
+                            {client.number, client.uid, is_limited(client.uid)});
+    if (opens_.client(call.open).number != client.number) {
+        call.player->maker_gone(client.number); // its end came before the session
+    }
     append(call.answer, tsid);
     return result;
 }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,9 @@ class Answers {
 
     // Whether a request may take long: it reads as much of the catalogue as its client asks for.
     bool may_take_long(int32_t open, const void *bytes, size_t size);
+
+    // An open record goes away, perhaps for the second time. Returns whose it was the first time.
+    std::optional<Client> close(int32_t open) noexcept;
 
     Opens &opens() { return opens_; }
 

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <exception>
 #include <memory>
+#include <optional>
 
 namespace vantro::service::requests {
 
@@ -17,6 +18,7 @@ Handling &handling() {
 }
 
 const int32_t out_of_memory = ENOMEM;
+const int32_t over_limit = EAGAIN;
 
 // Room for answers that a thread keeps from one request to the next, so that answering costs no
 // heap, and the host need not find it page by page. A listing of ten thousand nodes fits.
@@ -58,13 +60,14 @@ void carry_out(MsgOsb *open, MsgContext &context, size_t size) noexcept {
 // A request that waits for its turn, with its own copy of what its thread received.
 class WaitingRequest {
   public:
-    WaitingRequest(MsgOsb *open, const MsgContext &context, size_t size)
-        : open_(open), context_(context), header_(*context.header),
+    WaitingRequest(MsgOsb *open, const MsgContext &context, size_t size, const Client &client)
+        : client_(client), open_(open), context_(context), header_(*context.header),
           payload_(static_cast<const unsigned char *>(context.payload),
                    static_cast<const unsigned char *>(context.payload) + size) {
         context_.header = &header_;
         context_.payload = payload_.data();
     }
+    ~WaitingRequest() { handling().limits.give_waiting(client_, payload_.size()); }
     WaitingRequest(const WaitingRequest &) = delete;
     WaitingRequest &operator=(const WaitingRequest &) = delete;
 
@@ -78,11 +81,23 @@ class WaitingRequest {
     }
 
   private:
+    const Client client_;
     MsgOsb *const open_;
     MsgContext context_;
     TransportHeader header_;
     Bytes payload_;
 };
+
+// What was counted is given back where there is no memory for the request.
+std::shared_ptr<WaitingRequest> wait(MsgOsb *open, const MsgContext &context, size_t size,
+                                     const Client &client) {
+    try {
+        return std::make_shared<WaitingRequest>(open, context, size, client);
+    } catch (...) {
+        handling().limits.give_waiting(client, size);
+        throw;
+    }
+}
 
 // Throws std::bad_alloc; then nothing was done.
 void carry_out_in_turn(MsgOsb *open, MsgContext &context, size_t size) {
@@ -97,7 +112,12 @@ void carry_out_in_turn(MsgOsb *open, MsgContext &context, size_t size) {
         turns.finish();
         return;
     }
-    const auto waiting = std::make_shared<WaitingRequest>(open, context, size);
+    const Client owner = handling().answers.opens().client(open->index);
+    if (!handling().limits.take_waiting(owner, size)) {
+        send(open, context, &over_limit, sizeof over_limit);
+        return;
+    }
+    const auto waiting = wait(open, context, size, owner);
     if (!turns.leave(client, [waiting] { waiting->carry_out(); })) {
         waiting->carry_out();
         turns.finish();
@@ -127,18 +147,33 @@ int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) noexcept
     return 0;
 }
 
-int32_t handle_open(MsgOsb *open, MsgContext *, MsgService *) noexcept {
+int32_t handle_open(MsgOsb *open, MsgContext *context, MsgService *) noexcept {
+    ipc_credentials credentials = {};
+    if (connect_client_info(context->info.conn_id, &credentials, 0) != 0) {
+        return EACCES;
+    }
+    const Client client{0, context->info.conn_id, credentials.pid, credentials.uid};
+    bool counted = false;
     try {
-        handling().answers.opens().reset(open->index);
+        counted = handling().limits.take_open(client);
+        if (!counted) {
+            return EAGAIN;
+        }
+        handling().answers.opens().reset(open->index, client);
         return 0;
     } catch (const std::exception &) {
+        if (counted) {
+            handling().limits.give_open(client);
+        }
         return ENOMEM;
     }
 }
 
 int32_t handle_close(MsgOsb *open, MsgContext *, MsgService *) noexcept {
-    handling().answers.opens().forget(open->index);
-    handling().memory.note(); // with it goes what was held for it
+    if (const std::optional<Client> client = handling().answers.close(open->index)) {
+        handling().limits.give_open(*client);
+        handling().memory.note(); // with it goes what was held for it
+    }
     return 0;
 }
 

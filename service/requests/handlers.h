@@ -10,6 +10,7 @@
 
 #include "service/memory_return.h"
 #include "service/requests/answers.h"
+#include "service/requests/limits.h"
 #include "service/requests/turns.h"
 
 namespace vantro::service::requests {
@@ -18,6 +19,7 @@ namespace vantro::service::requests {
 struct Handling {
     Answers &answers;
     Turns &turns;
+    Limits &limits;
     MemoryReturn &memory;
 };
 

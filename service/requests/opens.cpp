@@ -4,54 +4,65 @@
 
 namespace vantro::service::requests {
 
-int16_t *Opens::slot(int32_t index) noexcept {
+Opens::Slot *Opens::slot(int32_t index) noexcept {
     const auto at = static_cast<size_t>(index);
-    return index >= 0 && at < players_.size() ? &players_[at] : nullptr;
+    return index >= 0 && at < slots_.size() ? &slots_[at] : nullptr;
 }
 
-void Opens::reset(int32_t index) {
+void Opens::reset(int32_t index, Client client) {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (index >= 0 && static_cast<size_t>(index) >= players_.size()) {
-        players_.resize(static_cast<size_t>(index) + 1, no_player);
+    if (index >= 0 && static_cast<size_t>(index) >= slots_.size()) {
+        slots_.resize(static_cast<size_t>(index) + 1);
     }
-    if (int16_t *player = slot(index)) {
-        *player = no_player;
+    if (Slot *found = slot(index)) {
+        client.number = ++last_number_;
+        *found = {no_player, client};
     }
 }
 
-void Opens::forget(int32_t index) noexcept {
+std::optional<Client> Opens::forget(int32_t index) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (int16_t *player = slot(index)) {
-        *player = no_player;
+    Slot *found = slot(index);
+    if (!found) {
+        return std::nullopt;
     }
+    const std::optional<Client> client = found->client;
+    *found = {};
+    return client;
+}
+
+Client Opens::client(int32_t index) noexcept {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const Slot *found = slot(index);
+    return found && found->client ? *found->client : Client();
 }
 
 int16_t Opens::player(int32_t index) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
-    const int16_t *player = slot(index);
-    return player ? *player : no_player;
+    const Slot *found = slot(index);
+    return found ? found->player : no_player;
 }
 
 int Opens::open(int32_t index, int16_t player) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
-    int16_t *current = slot(index);
-    if (!current) {
+    Slot *found = slot(index);
+    if (!found) {
         return ENOTCONN;
     }
-    if (*current != no_player && *current != player) {
+    if (found->player != no_player && found->player != player) {
         return EBUSY;
     }
-    *current = player;
+    found->player = player;
     return 0;
 }
 
 int Opens::close(int32_t index, int16_t player) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
-    int16_t *current = slot(index);
-    if (!current || *current != player) {
+    Slot *found = slot(index);
+    if (!found || found->player != player) {
         return ENOTCONN;
     }
-    *current = no_player;
+    found->player = no_player;
     return 0;
 }
 

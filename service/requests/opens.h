@@ -1,4 +1,4 @@
-// Which player each open record of the service has open.
+// What the service keeps for each of its open records: who opened it, and which player it has open.
 //
 // Several threads may carry requests of one connection at once, and its close may come between
 // them; so a request that is still under way may write to a slot whose record is being closed.
@@ -8,7 +8,10 @@
 
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <vector>
+
+#include "service/requests/limits.h"
 
 namespace vantro::service::requests {
 
@@ -16,11 +19,16 @@ inline constexpr int16_t no_player = -1;
 
 class Opens {
   public:
-    // Clears the slot of a record, and makes it where it is new. Throws std::bad_alloc.
-    void reset(int32_t index);
+    // Clears the slot of a record, makes it where it is new, and notes whose it is; its number is
+    // given here. Throws std::bad_alloc.
+    void reset(int32_t index, Client client = {});
 
-    // The same for a record that goes away; never fails.
-    void forget(int32_t index) noexcept;
+    // Clears the slot of a record that goes away; never fails. Returns whose it was, unless it was
+    // cleared before.
+    std::optional<Client> forget(int32_t index) noexcept;
+
+    // Whose the record is; nobody's where it is not open.
+    Client client(int32_t index) noexcept;
 
     // The player that the record has open, or no_player.
     int16_t player(int32_t index) noexcept;
@@ -33,10 +41,15 @@ class Opens {
     int close(int32_t index, int16_t player) noexcept;
 
   private:
-    int16_t *slot(int32_t index) noexcept;
+    struct Slot {
+        int16_t player = no_player;
+        std::optional<Client> client;
+    };
+    Slot *slot(int32_t index) noexcept;
 
-    std::mutex mutex_;
-    std::vector<int16_t> players_; // guarded by mutex_; by index of the open record
+    std::mutex mutex_;        // guards all that follows
+    std::vector<Slot> slots_; // by index of the open record
+    uint64_t last_number_ = 0;
 };
 
 } // namespace vantro::service::requests

@@ -103,6 +103,40 @@ TEST(Player, KeepsSessionsUntilTheyAreDestroyed) {
     }
 }
 
+TEST(Player, SessionsOfMakersThatAreGoneMakeRoomOldestFirst) {
+    Room room;
+    uint64_t made[VANTRO_TRKSESSIONS_MAX] = {};
+    for (int i = 0; i < VANTRO_TRKSESSIONS_MAX; ++i) {
+        const Maker maker{static_cast<uint64_t>(i % 2 + 1), 0, false};
+        ASSERT_EQ(room.player.create(1, "few", 0, 0, made[i], maker), 0);
+    }
+    EXPECT_EQ(room.player.create(1, "few", 0, 0, room.tsid, {3, 0, false}), ENOSPC);
+    room.player.maker_gone(2);
+    EXPECT_EQ(room.player.create(1, "nowhere", 0, 0, room.tsid, {3, 0, false}), ENOENT);
+    for (int i = 1; i < VANTRO_TRKSESSIONS_MAX; i += 2) { // the current one included
+        EXPECT_NE(room.player.session(made[i]), nullptr);
+        ASSERT_EQ(room.player.create(1, "few", 0, 0, room.tsid, {3, 0, false}), 0);
+        EXPECT_EQ(room.player.session(made[i]), nullptr);
+        EXPECT_NE(room.player.session(made[i - 1]), nullptr) << "its maker is there";
+        EXPECT_EQ(room.current(), room.tsid);
+    }
+    EXPECT_EQ(room.player.create(1, "few", 0, 0, room.tsid, {3, 0, false}), ENOSPC);
+}
+
+TEST(Player, KeepsSessionsInReserve) {
+    Room room;
+    const auto make = [&](uint32_t uid, bool limited) {
+        int made = 0;
+        while (room.player.create(1, "few", 0, 0, room.tsid, {1, uid, limited}) == 0) {
+            ++made;
+        }
+        return made;
+    };
+    EXPECT_EQ(make(1000, true), sessions_of_one_user);
+    EXPECT_EQ(make(1001, true), sessions_of_all_users - sessions_of_one_user);
+    EXPECT_EQ(make(0, false), VANTRO_TRKSESSIONS_MAX - sessions_of_all_users);
+}
+
 TEST(Player, TakesCommandsFromAllSides) {
     Room room;
     std::vector<std::thread> threads;

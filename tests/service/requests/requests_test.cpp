@@ -96,6 +96,14 @@ TEST_F(Serving, MakesListsAndDestroysSessions) {
     EXPECT_EQ(client.ask(state).substr(0, 8), bytes(0, VANTRO_STATE_IDLE));
 }
 
+TEST_F(Serving, ForgetsTheSessionsOfClientsThatAreGone) {
+    for (int i = 0; i < 3 * VANTRO_TRKSESSIONS_MAX; ++i) {
+        const Client client;
+        ASSERT_EQ(client.result(open_main), 0);
+        ASSERT_EQ(client.ask(create(1, "", 0, VANTRO_TRKSESSION_LOAD)).size(), 12u) << i;
+    }
+}
+
 TEST_F(Serving, TakesWhatIsLargeAndFarOff) {
     const Client client;
     ASSERT_EQ(client.result(open_main), 0);

@@ -1,0 +1,136 @@
+#include "service/requests/limits.h"
+
+#include <algorithm>
+#include <fstream>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace vantro::service::requests {
+
+namespace {
+
+// In the order of Limited.
+constexpr Limit limits[] = {
+    // Each takes two descriptors at least, of which a service often has 4096.
+    {"connections", 256, 1024},
+    // The messaging layer has 32768.
+    {"opens", 2048, 24576},
+    // As many as 16 connections can send that use all their lanes.
+    {"requests that wait", 1024, 4096},
+    // They are memory of the service, and one request may have 2 MiB.
+    {"bytes of requests that wait", int64_t{32} << 20, int64_t{128} << 20},
+};
+static_assert(std::size(limits) == limited_count);
+
+// As the process calls itself, without what would spoil a line.
+std::string name_of_process(int32_t pid) {
+    std::string name;
+    std::getline(std::ifstream(fmt::format("/proc/{}/comm", pid)), name);
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return name;
+}
+
+} // namespace
+
+const Limit &limit_of(Limited what) {
+    return limits[static_cast<size_t>(what)];
+}
+
+bool is_limited(uint32_t uid) {
+    static const uid_t own = geteuid();
+    return uid != 0 && uid != own;
+}
+
+bool Limits::take_open(const Client &client) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    int64_t &opens = opens_[client.connection];
+    Amounts wanted = {};
+    wanted[static_cast<size_t>(Limited::connections)] = opens == 0 ? 1 : 0;
+    wanted[static_cast<size_t>(Limited::opens)] = 1;
+    if (!take(client, wanted)) {
+        if (opens == 0) {
+            opens_.erase(client.connection);
+        }
+        return false;
+    }
+    ++opens;
+    return true;
+}
+
+void Limits::give_open(const Client &client) noexcept {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto opens = opens_.find(client.connection);
+    const bool last = opens != opens_.end() && --opens->second == 0;
+    if (last) {
+        opens_.erase(opens);
+    }
+    Amounts given = {};
+    given[static_cast<size_t>(Limited::connections)] = last ? 1 : 0;
+    given[static_cast<size_t>(Limited::opens)] = 1;
+    give(client, given);
+}
+
+bool Limits::take_waiting(const Client &client, size_t bytes) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    Amounts wanted = {};
+    wanted[static_cast<size_t>(Limited::waiting_requests)] = 1;
+    wanted[static_cast<size_t>(Limited::waiting_bytes)] = static_cast<int64_t>(bytes);
+    return take(client, wanted);
+}
+
+void Limits::give_waiting(const Client &client, size_t bytes) noexcept {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    Amounts given = {};
+    given[static_cast<size_t>(Limited::waiting_requests)] = 1;
+    given[static_cast<size_t>(Limited::waiting_bytes)] = static_cast<int64_t>(bytes);
+    give(client, given);
+}
+
+bool Limits::take(const Client &client, const Amounts &wanted) {
+    if (!is_limited(client.uid)) {
+        return true;
+    }
+    User &user = users_[client.uid];
+    for (size_t i = 0; i < limited_count; ++i) {
+        if (wanted[i] > 0 && (user.has[i] + wanted[i] > limits[i].of_one_user ||
+                              all_[i] + wanted[i] > limits[i].of_all_users)) {
+            if (!user.logged[i]) {
+                user.logged[i] = true;
+                log(client, static_cast<Limited>(i));
+            }
+            return false;
+        }
+    }
+    for (size_t i = 0; i < limited_count; ++i) {
+        user.has[i] += wanted[i];
+        all_[i] += wanted[i];
+    }
+    return true;
+}
+
+void Limits::give(const Client &client, const Amounts &given) noexcept {
+    const auto user = users_.find(client.uid);
+    if (user == users_.end()) {
+        return;
+    }
+    for (size_t i = 0; i < limited_count; ++i) {
+        user->second.has[i] -= given[i];
+        all_[i] -= given[i];
+    }
+    if (user->second.has == Amounts{}) {
+        users_.erase(user);
+    }
+}
+
+void Limits::log(const Client &client, Limited what) {
+    const Limit &limit = limit_of(what);
+    log_(fmt::format(
+        "limit reached: no more {} for user {} ({} for one user, {} for all), asked for "
+        "by process {} ({})",
+        limit.name, client.uid, limit.of_one_user, limit.of_all_users, client.pid,
+        name_of_process(client.pid)));
+}
+
+} // namespace vantro::service::requests

@@ -1,0 +1,78 @@
+// What one user may have of the service at once.
+//
+// One rule: user 0 and the service's own user are not limited here; every other user may have so
+// much, and all those users together so much. What is left between that and what the service can
+// have at all is the reserve of the first two. Users are told apart by the kernel's credentials of
+// their connections. The table is in limits.cpp and, for readers, in docs/service.md.
+#ifndef VANTRO_SERVICE_REQUESTS_LIMITS_H
+#define VANTRO_SERVICE_REQUESTS_LIMITS_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include <unistd.h>
+
+namespace vantro::service::requests {
+
+// Who opened a connection to the service.
+struct Client {
+    uint64_t number = 0; // of this open, never the same one twice; 0 for nobody's
+    int32_t connection = 0;
+    int32_t pid = 0;
+    uint32_t uid = geteuid();
+};
+
+enum class Limited { connections, opens, waiting_requests, waiting_bytes };
+inline constexpr size_t limited_count = 4;
+
+struct Limit {
+    const char *name;
+    int64_t of_one_user;
+    int64_t of_all_users;
+};
+const Limit &limit_of(Limited what);
+
+bool is_limited(uint32_t uid);
+
+class Limits {
+  public:
+    // Takes one line for the log, when a limit refuses something to a user for the first time since
+    // that user had nothing.
+    using Log = std::function<void(const std::string &line)>;
+    explicit Limits(Log log) : log_(std::move(log)) {}
+
+    // Counts one more open, and its connection where it is the first one's. Returns whether that is
+    // within the limits; else nothing was counted. Throws std::bad_alloc.
+    bool take_open(const Client &client);
+    void give_open(const Client &client) noexcept;
+
+    // The same for a request of that many bytes that waits for its turn.
+    bool take_waiting(const Client &client, size_t bytes);
+    void give_waiting(const Client &client, size_t bytes) noexcept;
+
+  private:
+    using Amounts = std::array<int64_t, limited_count>;
+    struct User {
+        Amounts has = {};
+        std::array<bool, limited_count> logged = {};
+    };
+
+    bool take(const Client &client, const Amounts &wanted); // these three with the lock held
+    void give(const Client &client, const Amounts &given) noexcept;
+    void log(const Client &client, Limited what);
+
+    const Log log_;
+    std::mutex mutex_; // guards all that follows
+    std::unordered_map<uint32_t, User> users_;
+    Amounts all_ = {};
+    std::unordered_map<int32_t, int64_t> opens_; // by connection
+};
+
+} // namespace vantro::service::requests
+
+#endif
