@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "tools/vantroctl/output/status_view.h"
-#include "tools/vantroctl/service/catalogue_queries.h"
+#include "tools/vantroctl/model/nodes.h"
+#include "tools/vantroctl/model/player_status.h"
 
 namespace vantro::ctl {
 
@@ -46,9 +46,6 @@ struct PlayerEvent {
     std::vector<std::pair<std::string, std::string>> attributes = {}; // object: what changed
     std::string reason = {};                                          // waiting
 };
-
-// "state", "session" and so on: the kind as the tool prints it.
-const char *event_name(PlayerEvent::Kind kind);
 
 } // namespace vantro::ctl
 

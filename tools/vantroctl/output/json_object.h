@@ -11,8 +11,9 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include "tools/vantroctl/model/nodes.h"
+#include "tools/vantroctl/model/player_status.h"
 #include "tools/vantroctl/output/status_view.h"
-#include "tools/vantroctl/service/catalogue_queries.h"
 #include "tools/vantroctl/text/display_text.h"
 
 namespace vantro::ctl {

@@ -2,6 +2,7 @@
 
 #include "tools/vantroctl/output/json_object.h"
 #include "tools/vantroctl/output/node_view.h"
+#include "tools/vantroctl/output/status_view.h"
 #include "tools/vantroctl/text/node_ref.h"
 
 namespace vantro::ctl {

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "tools/vantroctl/failure.h"
-#include "tools/vantroctl/output/status_view.h"
-#include "tools/vantroctl/service/catalogue_queries.h"
-#include "tools/vantroctl/verbs/commands.h"
+#include "tools/vantroctl/model/done.h"
+#include "tools/vantroctl/model/nodes.h"
+#include "tools/vantroctl/model/player_status.h"
 
 namespace vantro::ctl {
 

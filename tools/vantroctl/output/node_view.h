@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/vantroctl/model/nodes.h"
 #include "tools/vantroctl/output/table.h"
-#include "tools/vantroctl/service/catalogue_queries.h"
 
 namespace vantro::ctl {
 

@@ -3,43 +3,14 @@
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_CATALOGUE_QUERIES_H
 
 #include <cstdint>
-#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
+
+#include "tools/vantroctl/model/nodes.h"
 
 namespace vantro::ctl {
 
 class Client;
-
-struct Source {
-    int32_t id = 0;
-    std::string uid;
-    std::string name; // For people to read.
-    int32_t type = 0;
-    int32_t status = 0;
-    uint64_t capabilities = 0;
-
-    bool operator==(const Source &) const = default;
-};
-
-struct Node {
-    int32_t source = 0;
-    std::string id;
-    std::string name;
-    int32_t type = 0;
-    int32_t count = 0;
-    std::vector<Node> nodes = {}; // What is below it, where that was asked for.
-};
-
-// What is known of a node: a key, and its value where it has one.
-using Values = std::vector<std::pair<std::string, std::optional<std::string>>>;
-
-// Where a node is.
-struct Place {
-    int32_t source = 0;
-    std::string id;
-};
 
 std::vector<Source> get_sources(Client &client);
 

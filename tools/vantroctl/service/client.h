@@ -10,7 +10,7 @@
 
 #include <vantro/player.h>
 
-#include "tools/vantroctl/output/status_view.h"
+#include "tools/vantroctl/model/player_status.h"
 #include "tools/vantroctl/service/service_request.h"
 
 namespace vantro::ctl {

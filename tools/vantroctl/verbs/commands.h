@@ -7,21 +7,11 @@
 #include <string>
 #include <string_view>
 
+#include "tools/vantroctl/model/done.h"
+
 namespace vantro::ctl {
 
 class Client;
-
-// A command as it was carried out, with what it set.
-struct Done {
-    std::string command = {};
-    std::optional<int32_t> position_ms = std::nullopt;
-    std::optional<float> rate = std::nullopt;
-    std::optional<bool> shuffle = std::nullopt;
-    std::optional<int32_t> repeat = std::nullopt;
-    std::optional<int32_t> index = std::nullopt;   // Of a track, from 0.
-    std::optional<int64_t> session = std::nullopt; // Id of a new track session.
-    std::optional<bool> scanning = std::nullopt;   // Whether songs may be missing from it.
-};
 
 // A finite number and nothing else, whatever the locale is.
 std::optional<float> parse_rate(std::string_view text);

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/vantroctl/verbs/commands.h"
+#include "tools/vantroctl/model/done.h"
 
 namespace vantro::ctl {
 

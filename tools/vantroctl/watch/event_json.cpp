@@ -3,6 +3,7 @@
 #include "tools/vantroctl/output/json_object.h"
 #include "tools/vantroctl/output/node_view.h"
 #include "tools/vantroctl/text/time_text.h"
+#include "tools/vantroctl/watch/event_view.h"
 
 namespace vantro::ctl {
 namespace {

@@ -24,7 +24,7 @@ class EventLines : public WatchView {
   public:
     explicit EventLines(const std::vector<std::string> &players) {
         for (const std::string &player : players) {
-            pictures_.emplace(player, Picture(player));
+            mirrors_.emplace(player, PlayerMirror(player));
             player_columns_ = std::max(player_columns_, display_width(clean_text(player)));
         }
         if (players.size() == 1) {
@@ -33,10 +33,10 @@ class EventLines : public WatchView {
     }
 
     void take(const PlayerEvent &event) override {
-        Picture &picture = pictures_.at(event.player);
-        const std::string words = event_words(event, picture);
-        const bool expected = picture.expects(event);
-        picture.apply(event);
+        PlayerMirror &mirror = mirrors_.at(event.player);
+        const std::string words = event_words(event, mirror);
+        const bool expected = mirror.expects(event);
+        mirror.apply(event);
         if (!output_is_terminal()) {
             text_ += fmt::format("{}\t{}\t{}\t{}\n", date_time_text(event.time),
                                  clean_text(event.player), event_name(event.kind), words);
@@ -79,7 +79,7 @@ class EventLines : public WatchView {
         return terminal && std::string_view(terminal) != "dumb";
     }
 
-    std::map<std::string, Picture> pictures_;
+    std::map<std::string, PlayerMirror> mirrors_;
     int player_columns_ = 0;
     std::vector<std::string> ticking_; // Whose positions are the last lines of the screen.
     std::string text_;

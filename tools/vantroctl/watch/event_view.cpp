@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "tools/vantroctl/output/node_view.h"
+#include "tools/vantroctl/output/status_view.h"
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/time_text.h"
 
@@ -64,7 +65,7 @@ const char *error_words(int32_t code) {
     return words[code > 0 && code < static_cast<int32_t>(std::size(words)) ? code : 0];
 }
 
-std::string words_of(const PlayerEvent &event, const Picture &before) {
+std::string words_of(const PlayerEvent &event, const PlayerMirror &before) {
     switch (event.kind) {
     case PlayerEvent::Kind::state:
         return modes_words(event);
@@ -117,7 +118,7 @@ const char *event_name(PlayerEvent::Kind kind) {
     return names[static_cast<size_t>(kind)];
 }
 
-std::string event_words(const PlayerEvent &event, const Picture &before) {
+std::string event_words(const PlayerEvent &event, const PlayerMirror &before) {
     return clip_text(clean_text(words_of(event, before)), words_columns_max);
 }
 

@@ -9,9 +9,12 @@
 
 namespace vantro::ctl {
 
+// "state", "session" and so on: the kind as the tool prints it.
+const char *event_name(PlayerEvent::Kind kind);
+
 // What happened, clean and without the player's name and the kind: "playing", "0:20 of 3:40".
 // @param before the player as it was before the event.
-std::string event_words(const PlayerEvent &event, const Picture &before);
+std::string event_words(const PlayerEvent &event, const PlayerMirror &before);
 
 } // namespace vantro::ctl
 

@@ -59,7 +59,7 @@ void Follower::start() {
 
 void Follower::begin() {
     client_ = std::make_unique<Client>(options_);
-    Picture picture(options_.player);
+    PlayerMirror mirror(options_.player);
     std::vector<PlayerEvent> others; // What no picture shows.
     for (;;) {
         PlayerEvent event;
@@ -70,12 +70,12 @@ void Follower::begin() {
         if (found == Look::nothing) {
             break;
         }
-        picture.apply(event);
+        mirror.apply(event);
         if (event.kind == PlayerEvent::Kind::object || event.kind == PlayerEvent::Kind::error) {
             others.push_back(std::move(event));
         }
     }
-    picture_ = picture.events();
+    picture_ = mirror.events();
     std::move(others.begin(), others.end(), std::back_inserter(picture_));
 }
 

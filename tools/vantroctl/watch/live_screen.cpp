@@ -12,6 +12,7 @@
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/output/node_view.h"
 #include "tools/vantroctl/output/output.h"
+#include "tools/vantroctl/output/status_view.h"
 #include "tools/vantroctl/output/terminal.h"
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/time_text.h"
@@ -42,25 +43,25 @@ void stop_process() {
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 }
 
-std::string lines_of(const Picture &picture, int columns) {
-    const PlayerStatus status = picture.status(Clock::now());
+std::string lines_of(const PlayerMirror &mirror, int columns) {
+    const PlayerStatus status = mirror.status(Clock::now());
     std::string text;
-    if (picture.gone()) {
+    if (mirror.gone()) {
         text = clip_text(clean_text(status.player) + ": the service is gone; waiting for it",
                          columns) +
                '\n';
     } else {
         text = render_screen(status, columns);
         std::string sources;
-        for (const auto &[id, source] : picture.sources()) {
+        for (const auto &[id, source] : mirror.sources()) {
             sources += fmt::format("{}{} {}", sources.empty() ? "" : ", ", clean_text(source.name),
                                    source_status_name(source.status));
         }
         text += sources.empty() ? "" : clip_text("sources: " + sources, columns) + '\n';
     }
-    if (const auto &trouble = picture.trouble()) {
+    if (const auto &trouble = mirror.trouble()) {
         text += clip_text(fmt::format("{}  {}", clock_text(trouble->time).substr(0, 8),
-                                      event_words(*trouble, picture)),
+                                      event_words(*trouble, mirror)),
                           columns) +
                 '\n';
     }
@@ -71,7 +72,7 @@ class LiveScreen : public WatchView {
   public:
     explicit LiveScreen(const std::vector<std::string> &players) {
         for (const std::string &player : players) {
-            pictures_.emplace_back(player);
+            mirrors_.emplace_back(player);
             names_.push_back(player);
         }
     }
@@ -80,7 +81,7 @@ class LiveScreen : public WatchView {
 
     void take(const PlayerEvent &event) override {
         const auto name = std::find(names_.begin(), names_.end(), event.player);
-        pictures_[static_cast<size_t>(name - names_.begin())].apply(event);
+        mirrors_[static_cast<size_t>(name - names_.begin())].apply(event);
         heard_of_.insert(event.player);
     }
 
@@ -103,8 +104,8 @@ class LiveScreen : public WatchView {
     }
 
     int wake_in_ms() const override {
-        const bool moving = std::any_of(pictures_.begin(), pictures_.end(),
-                                        [](const Picture &picture) { return picture.moving(); });
+        const bool moving = std::any_of(mirrors_.begin(), mirrors_.end(),
+                                        [](const PlayerMirror &mirror) { return mirror.moving(); });
         return static_cast<int>((late_ ? redraw_min : moving ? redraw : Milliseconds(-1)).count());
     }
 
@@ -130,8 +131,8 @@ class LiveScreen : public WatchView {
         const int columns = output_columns();
         const int rows = output_rows();
         std::string text;
-        for (const Picture &picture : pictures_) {
-            text += lines_of(picture, columns) + '\n';
+        for (const PlayerMirror &mirror : mirrors_) {
+            text += lines_of(mirror, columns) + '\n';
         }
         text += clip_text(hint, columns) + '\n';
         std::string frame = "\x1B[H";
@@ -146,7 +147,7 @@ class LiveScreen : public WatchView {
 
     Terminal terminal_;
     std::vector<std::string> names_;
-    std::vector<Picture> pictures_;
+    std::vector<PlayerMirror> mirrors_;
     std::set<std::string> heard_of_;
     std::string shown_;
     Clock::time_point drawn_at_;

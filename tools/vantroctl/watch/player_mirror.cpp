@@ -14,7 +14,7 @@ constexpr int64_t jump_ms_min = 1500;
 
 } // namespace
 
-void Picture::apply(const PlayerEvent &event) {
+void PlayerMirror::apply(const PlayerEvent &event) {
     switch (event.kind) {
     case PlayerEvent::Kind::state:
     case PlayerEvent::Kind::error:
@@ -44,7 +44,7 @@ void Picture::apply(const PlayerEvent &event) {
         break;
     case PlayerEvent::Kind::gone:
     case PlayerEvent::Kind::back:
-        *this = Picture(status_.player);
+        *this = PlayerMirror(status_.player);
         gone_ = event.kind == PlayerEvent::Kind::gone;
         break;
     case PlayerEvent::Kind::waiting:
@@ -55,7 +55,7 @@ void Picture::apply(const PlayerEvent &event) {
     }
 }
 
-std::vector<PlayerEvent> Picture::events() const {
+std::vector<PlayerEvent> PlayerMirror::events() const {
     PlayerEvent common;
     common.player = status_.player;
     common.initial = true;
@@ -77,23 +77,23 @@ std::vector<PlayerEvent> Picture::events() const {
     return events;
 }
 
-PlayerStatus Picture::status(Time at) const {
+PlayerStatus PlayerMirror::status(Time at) const {
     PlayerStatus status = status_;
     status.position_ms = position(at);
     return status;
 }
 
-bool Picture::moving() const {
+bool PlayerMirror::moving() const {
     return !gone_ && status_.track && status_.state == VANTRO_STATE_PLAYING &&
            std::isfinite(status_.rate) && status_.rate != 0;
 }
 
-bool Picture::expects(const PlayerEvent &event) const {
+bool PlayerMirror::expects(const PlayerEvent &event) const {
     return event.kind == PlayerEvent::Kind::position && !event.initial && moving() &&
            std::llabs(int64_t{event.position_ms} - position(event.at)) < jump_ms_min;
 }
 
-int32_t Picture::position(Time at) const {
+int32_t PlayerMirror::position(Time at) const {
     if (!moving()) {
         return status_.position_ms;
     }
@@ -103,7 +103,7 @@ int32_t Picture::position(Time at) const {
     return static_cast<int32_t>(std::clamp(now, 0.0, static_cast<double>(end)));
 }
 
-void Picture::hold(int32_t position_ms, Time at) {
+void PlayerMirror::hold(int32_t position_ms, Time at) {
     status_.position_ms = position_ms;
     told_at_ = at;
 }

@@ -13,11 +13,11 @@
 
 namespace vantro::ctl {
 
-class Picture {
+class PlayerMirror {
   public:
     using Time = std::chrono::steady_clock::time_point;
 
-    explicit Picture(const std::string &player) { status_.player = player; }
+    explicit PlayerMirror(const std::string &player) { status_.player = player; }
 
     void apply(const PlayerEvent &event);
 

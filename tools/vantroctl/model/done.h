@@ -1,0 +1,25 @@
+// A command that was carried out.
+#ifndef VANTRO_TOOLS_VANTROCTL_MODEL_DONE_H
+#define VANTRO_TOOLS_VANTROCTL_MODEL_DONE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace vantro::ctl {
+
+// A command as it was carried out, with what it set.
+struct Done {
+    std::string command = {};
+    std::optional<int32_t> position_ms = std::nullopt;
+    std::optional<float> rate = std::nullopt;
+    std::optional<bool> shuffle = std::nullopt;
+    std::optional<int32_t> repeat = std::nullopt;
+    std::optional<int32_t> index = std::nullopt;   // Of a track, from 0.
+    std::optional<int64_t> session = std::nullopt; // Id of a new track session.
+    std::optional<bool> scanning = std::nullopt;   // Whether songs may be missing from it.
+};
+
+} // namespace vantro::ctl
+
+#endif
