@@ -93,7 +93,6 @@ void parse_and_run(int argc, char **argv, Options &options) {
 
 int main(int argc, char **argv) {
     prepare_output();
-    use_display_locale();
     // Asked for here as well, because a command line that cannot be read is reported as JSON too.
     const bool json = std::any_of(
         argv, argv + argc, [](const char *word) { return std::string_view(word) == "--json"; });

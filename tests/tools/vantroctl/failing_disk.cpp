@@ -1,5 +1,5 @@
-// Loaded before the service's own libraries: while the file that FAILING_DISK names exists, reads of
-// the catalogue's file fail as those of a broken disk do.
+// Loaded before the service's own libraries: while the file that FAILING_DISK names exists, reads
+// of the catalogue's file fail as those of a broken disk do.
 #include <cerrno>
 #include <cstdlib>
 #include <string>

@@ -18,7 +18,8 @@
 
 namespace vantro::ctl {
 
-// Open from the start; keys and values alternate. Bytes that are not UTF-8 become U+FFFD.
+// Open from the start; keys and values alternate. Bytes that are not UTF-8 become U+FFFD, and what
+// a terminal must not see is escaped.
 class JsonObject {
   public:
     JsonObject() : writer_(buffer_) { writer_.StartObject(); }
@@ -100,7 +101,7 @@ class JsonObject {
     // Closes it. @return it, as a line. To be called once.
     std::string line() {
         writer_.EndObject();
-        return std::string(buffer_.GetString(), buffer_.GetSize()) + '\n';
+        return escape_unsafe({buffer_.GetString(), buffer_.GetSize()}) + '\n';
     }
 
   private:

@@ -1,76 +1,74 @@
 #include "tools/vantroctl/text/display_text.h"
 
 #include <algorithm>
-#include <clocale>
-#include <cstring>
-#include <cwchar>
-#include <langinfo.h>
+
+#include <fmt/format.h>
+#include <unicode/uchar.h>
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
 
 namespace vantro::ctl {
 namespace {
 
-constexpr char32_t replacement = 0xFFFD;
+constexpr UChar32 replacement = 0xFFFD;
 constexpr std::string_view replacement_text = "\xEF\xBF\xBD";
 constexpr std::string_view ellipsis = "\xE2\x80\xA6";
+constexpr UChar32 soft_hyphen = 0xAD;
 
 struct Character {
-    char32_t code;
+    UChar32 code;  // U+FFFD where the bytes are not UTF-8.
     size_t length; // Bytes it takes in the text, at least 1.
     bool valid;
 };
 
 // The character at the start of `text`, which is not empty.
 Character first_character(std::string_view text) {
-    const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char lead = byte(0);
-    if (lead < 0x80) {
-        return {lead, 1, true};
-    }
-    const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4) {
-        return {replacement, 1, false};
-    }
-    char32_t code = lead & (0x7Fu >> length);
-    for (size_t i = 1; i < length; ++i) {
-        if (i >= text.size() || (byte(i) & 0xC0) != 0x80) {
-            return {replacement, i, false};
-        }
-        code = (code << 6) | (byte(i) & 0x3Fu);
-    }
-    const bool overlong = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
-    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-    if (overlong || surrogate || code > 0x10FFFF) {
-        return {replacement, length, false};
-    }
-    return {code, length, true};
+    const auto size = static_cast<int32_t>(std::min<size_t>(text.size(), U8_MAX_LENGTH));
+    int32_t length = 0;
+    UChar32 code = 0;
+    U8_NEXT(text.data(), length, size, code);
+    return {code < 0 ? replacement : code, static_cast<size_t>(length), code >= 0};
 }
 
-bool is_blank(char32_t code) {
-    return code == ' ' || (code >= '\t' && code <= '\r') || code == 0x85 || code == 0x2028 ||
-           code == 0x2029;
+bool is_blank(UChar32 code) {
+    return u_isUWhiteSpace(code);
 }
 
-bool turns_direction(char32_t code) {
-    return code == 0x061C || code == 0x200E || code == 0x200F ||
-           (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+bool turns_direction(UChar32 code) {
+    return u_hasBinaryProperty(code, UCHAR_BIDI_CONTROL);
 }
 
 // Columns of a character, -1 for one that cannot be shown.
-int width_of(char32_t code) {
-    if (code == 0) {
-        return -1; // wcwidth() takes it for the end of a text.
+int width_of(UChar32 code) {
+    switch (u_charType(code)) {
+    case U_CONTROL_CHAR:
+    case U_LINE_SEPARATOR:
+    case U_PARAGRAPH_SEPARATOR:
+    case U_SURROGATE:
+    case U_UNASSIGNED:
+        return -1;
+    case U_NON_SPACING_MARK:
+    case U_ENCLOSING_MARK:
+        return 0;
+    case U_FORMAT_CHAR:
+        return code == soft_hyphen ? 1 : 0;
+    default:
+        break;
     }
-    return code == replacement ? 1 : wcwidth(static_cast<wchar_t>(code));
+    const int syllable = u_getIntPropertyValue(code, UCHAR_HANGUL_SYLLABLE_TYPE);
+    if (syllable == U_HST_VOWEL_JAMO || syllable == U_HST_TRAILING_JAMO) {
+        return 0; // It joins the consonant before it.
+    }
+    const int width = u_getIntPropertyValue(code, UCHAR_EAST_ASIAN_WIDTH);
+    return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
+}
+
+// Whether a terminal could obey the character, or a reader overlook it.
+bool is_unsafe(UChar32 code) {
+    return width_of(code) < 0 || u_charType(code) == U_FORMAT_CHAR;
 }
 
 } // namespace
-
-void use_display_locale() {
-    // Tags are UTF-8 whatever the locale is; one that is not knows no width beyond ASCII.
-    if (!std::setlocale(LC_CTYPE, "") || std::strcmp(nl_langinfo(CODESET), "UTF-8") != 0) {
-        std::setlocale(LC_CTYPE, "C.UTF-8");
-    }
-}
 
 std::string valid_text(std::string_view text) {
     std::string result;
@@ -78,6 +76,25 @@ std::string valid_text(std::string_view text) {
         const Character character = first_character(text);
         result += character.valid ? text.substr(0, character.length) : replacement_text;
         text.remove_prefix(character.length);
+    }
+    return result;
+}
+
+std::string escape_unsafe(std::string_view json) {
+    std::string result;
+    while (!json.empty()) {
+        const Character character = first_character(json);
+        if (is_unsafe(character.code)) {
+            char16_t units[U16_MAX_LENGTH];
+            int32_t count = 0;
+            U16_APPEND_UNSAFE(units, count, character.code);
+            for (int32_t i = 0; i < count; ++i) {
+                result += fmt::format("\\u{:04X}", uint32_t{units[i]});
+            }
+        } else {
+            result += json.substr(0, character.length);
+        }
+        json.remove_prefix(character.length);
     }
     return result;
 }
@@ -136,7 +153,7 @@ std::vector<std::string> fold_text(std::string_view text, int columns) {
     std::vector<std::string> lines;
     int used = 0;
     size_t position = 0;
-    size_t blank = 0; // Behind the last blank of this line.
+    size_t blank = 0; // Where the last blank of this line ends.
     while (position < text.size()) {
         const Character character = first_character(text.substr(position));
         const int width = std::max(width_of(character.code), 0);

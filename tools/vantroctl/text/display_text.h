@@ -15,11 +15,13 @@ namespace vantro::ctl {
 // Combining characters kept on one base character; more would only paint over other lines.
 constexpr int combining_max = 8;
 
-// Makes the widths of characters known to the functions below; to be called once, at the start.
-void use_display_locale();
-
 // The text with every malformed UTF-8 sequence replaced by U+FFFD.
 std::string valid_text(std::string_view text);
+
+// A text of JSON, valid UTF-8, in which every character that a terminal could obey or a reader
+// overlook (controls, marks of the writing direction and the like) is written as \uXXXX. Its value
+// stays the same, since JSON has such characters only within strings.
+std::string escape_unsafe(std::string_view json);
 
 // One harmless line: valid UTF-8, white space of every kind as a blank, and U+FFFD for controls,
 // for characters that turn the direction of writing, and for what no terminal can show.

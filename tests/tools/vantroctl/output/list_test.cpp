@@ -1,6 +1,7 @@
 #include <cmath>
 
 #include <gtest/gtest.h>
+#include <rapidjson/document.h>
 
 #include <vantro/catalogue.h>
 #include <vantro/player.h>
@@ -175,6 +176,20 @@ TEST(JsonText, IsOneValidObjectWhateverTheTagsHold) {
         "{\"ok\":true,\"player\":\"p\",\"command\":\"tracks\",\"session\":{\"id\":7,\"type\":2,"
         "\"length\":9},\"current\":8,\"tracks\":[{\"index\":8," +
             gone.substr(1) + "]}\n");
+    // What drives a terminal, or hides in a text, comes escaped: DEL, NEL, CSI, an override of the
+    // writing direction, an isolate, a byte order mark, a line separator, a tag beyond 16 bits.
+    const std::string unsafe =
+        "\x7F\xC2\x85\xC2\x9B\xE2\x80\xAE\xE2\x81\xA6\xEF\xBB\xBF\xE2\x80\xA8"
+        "\xF3\xA0\x81\x81" +
+        std::string(kanji);
+    const std::string line = json_values("p", {1, "x"}, {{unsafe, unsafe}});
+    const std::string escaped =
+        "\"\\u007F\\u0085\\u009B\\u202E\\u2066\\uFEFF\\u2028\\uDB40\\uDC41" + std::string(kanji) +
+        '"';
+    EXPECT_NE(line.find("\"values\":{" + escaped + ":" + escaped + "}"), std::string::npos) << line;
+    rapidjson::Document value;
+    ASSERT_FALSE(value.Parse(line.c_str()).HasParseError()) << line;
+    EXPECT_EQ(value["values"][unsafe.c_str()].GetString(), unsafe);
     EXPECT_EQ(json_values("p", {1, "x"}, {{"k\xFF", "v"}, {"n", std::nullopt}}),
               "{\"ok\":true,\"player\":\"p\",\"command\":\"info\",\"node\":\"1:x\",\"source_id\":1,"
               "\"id\":\"x\",\"values\":{\"k\xEF\xBF\xBD\":\"v\",\"n\":null}}\n");

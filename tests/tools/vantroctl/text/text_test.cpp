@@ -75,21 +75,40 @@ TEST(DisplayText, CleansWhatCouldDriveATerminal) {
         {"\xFF\xC3", bad + bad}, // never a lead, and cut short
         {"\xE6\xBC"
          "a",
-         bad + "a"},                               // cut short inside the text
-        {"\xC0\xAF\xED\xA0\x80", bad + bad + bad}, // overlong, surrogate
-        {"\xF4\x90\x80\x80", bad},                 // beyond Unicode
+         bad + "a"},                                 // cut short inside the text
+        {"\xC0\xAF", bad + bad},                     // overlong
+        {"\xED\xA0\x80", bad + bad + bad},           // surrogate
+        {"\xF4\x90\x80\x80", bad + bad + bad + bad}, // beyond Unicode
         {std::string("a\0b", 3), "a" + bad + "b"},
         {kanji, kanji},
         {e_acute, e_acute},
     };
     for (const auto &row : rows) {
-        EXPECT_EQ(clean_text(row.text), row.clean);
+        EXPECT_EQ(clean_text(row.text), row.clean) << testing::PrintToString(row.text);
     }
     std::string heap = "e";
     for (int i = 0; i < 1000; ++i) {
         heap += "\xCC\x81";
     }
     EXPECT_EQ(clean_text(heap).size(), 1u + 2 * combining_max);
+}
+
+TEST(DisplayText, CountsTheColumnsThatATerminalGives) {
+    const struct {
+        const char *text;
+        int columns;
+    } rows[] = {
+        {"abc", 3},
+        {kanji, 4},
+        {e_acute, 1},
+        {"\xF0\x9F\x98\x80", 2},                     // a face
+        {"\xEF\xBC\xA1", 2},                         // a letter of full width
+        {"\xE1\x84\x92\xE1\x85\xA1\xE1\x86\xAB", 2}, // a syllable of three letters
+        {"a\xE2\x80\x8D", 1},                        // with a joiner of no width
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(display_width(row.text), row.columns) << row.text;
+    }
 }
 
 TEST(DisplayText, ClipsBetweenCharacters) {
