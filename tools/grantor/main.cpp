@@ -53,11 +53,11 @@ std::optional<Policy> load(const std::string &path) {
     return policy;
 }
 
-// Turns signals into pulses on the device's channel, in a thread of its own: a signal that came
-// between looking and receiving would go unnoticed until the next client writes.
+// Turns signals into pulses on the device's channel, in a thread of its own. Without the thread a
+// signal between the check and the receive would wait until the next client writes.
 class Signals {
   public:
-    // Before any other thread starts, so that every one has them blocked.
+    // To be made before any other thread starts, so that all threads have the signals blocked.
     Signals() {
         sigemptyset(&set_);
         for (const int number : {SIGHUP, SIGTERM, SIGINT}) {
@@ -77,7 +77,7 @@ class Signals {
                 int number = 0;
                 sigwait(&set_, &number);
                 (number == SIGHUP ? reload_ : stop_) = true;
-                // A full queue holds a pulse of this kind already, and either will be looked at.
+                // Where the queue is full it holds such a pulse already, and one is enough.
                 pulse_send(connection, 0, GRANTOR_PULSE_SIGNAL, 0);
             }
         });
@@ -88,7 +88,7 @@ class Signals {
 
     ~Signals() {
         if (thread_.joinable()) {
-            kill(getpid(), SIGTERM); // Blocked everywhere, so the waiting thread takes it.
+            kill(getpid(), SIGTERM); // Every thread blocks it, so sigwait() takes it.
             thread_.join();
         }
     }
@@ -159,8 +159,11 @@ int parse_and_run(int argc, char **argv) {
     app.add_option("--gid", options.gid, "Group of the device; else the effective group");
     try {
         app.parse(argc, argv);
+    } catch (const CLI::Success &asked) { // For --help or --version.
+        return app.exit(asked);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? 0 : 2;
+        complain(fmt::format("{}; see vantro-grantor --help", error.what()));
+        return 2;
     }
     return run(options);
 }

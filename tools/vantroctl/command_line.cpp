@@ -17,7 +17,7 @@ namespace vantro::ctl {
 namespace {
 
 constexpr const char *footer = R"(Nodes:
-  Listings print each node as SOURCE:ID, one word to be pasted behind browse, load
+  Listings print each node as SOURCE:ID, one word to be pasted after browse, load
   and info; "1:" is the top of source 1. An ID alone is of --source, or of the only
   source there is.
 
@@ -34,15 +34,15 @@ Exit codes:
 constexpr double timeout_max_s = 86400;
 constexpr size_t player_name_max = 31;
 
-// Levels of a tree unless it is told: enough to see what there is, on one screen.
+// Levels of a tree where --depth is not given: enough to see what there is, on one screen.
 constexpr int depth_default = 2;
-// A service may well give a tree that bites its own tail.
+// A service may list a node below itself.
 constexpr int depth_max = 64;
 
 constexpr int32_t number_max = std::numeric_limits<int32_t>::max();
 
-// A check for whole numbers. The one that comes with the option's type shows its end to users, and
-// takes a padded number for an octal one.
+// A check for whole numbers. The parser's own takes a number with a leading zero for an octal one,
+// and shows users the largest number that the type holds.
 auto whole_number(int32_t least, int32_t most = number_max) {
     return [=](const std::string &text) {
         int64_t number = 0;
@@ -63,15 +63,24 @@ CommandLine::CommandLine(Options &options)
     app_.set_version_flag("--version", "vantroctl " VANTRO_VERSION);
     add_global_options();
     app_.require_subcommand(1);
-    app_.fallthrough(); // Options may stand behind the command as well.
+    app_.fallthrough(); // Options may stand after the command too.
     add_commands();
     add_watch();
     add_lists();
-    app_.footer(footer); // Behind the commands, which would take it over.
+    app_.footer(footer); // After the commands: each takes over the footer that it finds.
 }
 
 void CommandLine::parse(int argc, char **argv) {
-    app_.parse(argc, argv);
+    try {
+        app_.parse(argc, argv);
+    } catch (const CLI::RequiredError &) {
+        // The parser misses a command before it complains of a word that is none.
+        const std::vector<std::string> words = app_.remaining();
+        if (!app_.get_subcommands().empty() || words.empty()) {
+            throw;
+        }
+        throw CLI::ValidationError(fmt::format("{} is not a command", words.front()));
+    }
     std::vector<std::string> &players = options_.players;
     if (players.size() > 1 && verb() != "watch") {
         throw CLI::ValidationError("--player: only watch takes several");
@@ -79,7 +88,8 @@ void CommandLine::parse(int argc, char **argv) {
     if (options_.live && options_.list.json) {
         throw CLI::ValidationError("--live and --json: it is a screen or objects");
     }
-    for (auto player = players.begin(); player != players.end();) { // Each once, in their order.
+    for (auto player = players.begin();
+         player != players.end();) { // Each once, in the order given.
         const bool again = std::find(players.begin(), player, *player) != player;
         player = again ? players.erase(player) : player + 1;
     }
@@ -91,7 +101,7 @@ void CommandLine::add_global_options() {
     app_.add_option("--player", options_.players,
                     "Name of the player; watch takes this several times")
         ->type_name("NAME")
-        ->allow_extra_args(false) // What follows the name is no other name.
+        ->allow_extra_args(false) // The word after the name is not a second name.
         ->default_str("main")
         ->check([](const std::string &name) {
             return name.empty() || name.size() > player_name_max

@@ -89,7 +89,10 @@ TEST_F(Grantor, RefusesACommandLineThatItDoesNotUnderstand) {
     for (const char *perms : {"0800", "rw", "7777", ""}) {
         auto command = words();
         command.insert(command.end(), {"--perms", perms});
-        EXPECT_EQ(test::Process(command).wait(), 2) << perms;
+        test::Process grantor(command);
+        EXPECT_EQ(grantor.rest(), "vantro-grantor: --perms: permission bits are 0 to 0777; see "
+                                  "vantro-grantor --help\n");
+        EXPECT_EQ(grantor.wait(), 2) << perms;
     }
     EXPECT_EQ(test::Process({VANTRO_GRANTOR}).wait(), 2);
 }

@@ -150,6 +150,7 @@ class Lister {
 struct Section {
     int32_t source;
     std::string heading;
+    bool scanning = false; // More may be found yet.
 };
 
 std::vector<Section> sections(Client &client, const ListOptions &options) {
@@ -169,9 +170,11 @@ std::vector<Section> sections(Client &client, const ListOptions &options) {
     std::vector<Section> result;
     for (const Source &source : sources) {
         const bool headed = sources.size() > 1 && output_is_terminal();
-        result.push_back({source.id, headed ? fmt::format("{}  {}\n", clean_text(source.name),
-                                                          ref_text(source.id, ""))
-                                            : ""});
+        result.push_back(
+            {source.id,
+             headed ? fmt::format("{}  {}\n", clean_text(source.name), ref_text(source.id, ""))
+                    : "",
+             source.status == VANTRO_SOURCE_SCANNING});
     }
     return result;
 }
@@ -252,7 +255,10 @@ void run_search(Client &client, const ListOptions &options, const std::string &f
             break;
         }
     }
-    lister.finish("search", "nothing found");
+    const bool scanning = std::any_of(all.begin(), all.end(),
+                                      [](const Section &section) { return section.scanning; });
+    lister.finish("search", scanning ? "nothing found so far; music is still being scanned"
+                                     : "nothing found");
 }
 
 void run_tracks(Client &client, const ListOptions &options) {

@@ -127,6 +127,8 @@ TEST_F(Vantroctl, RefusesWhatItDoesNotUnderstand) {
         EXPECT_EQ(said_.find("vantroctl: "), 0u) << said_;
         EXPECT_EQ(std::count(said_.begin(), said_.end(), '\n'), 1) << said_;
     }
+    EXPECT_EQ(run({"dance"}), 2);
+    EXPECT_EQ(said_, "vantroctl: dance is not a command; see vantroctl --help\n");
     EXPECT_EQ(run({"seek", "1:5", "--json"}), 2);
     EXPECT_NE(said_.find("\n{\"ok\":false,"), std::string::npos) << said_;
     // Understood: what goes wrong then is that nobody is there.
