@@ -111,7 +111,6 @@ int main(int argc, char **argv) try {
     std::string served;
     size_t traced = 0;
     size_t traced_gets = 0;
-    bool block = false;
 
     CLI::App app{"Measures exchanges beside the machine's own floor: a ping-pong of the same size "
                  "between two processes that block. Needs nothing prepared."};
@@ -143,8 +142,6 @@ int main(int argc, char **argv) try {
         ->capture_default_str()
         ->check(CLI::Range(1, 1000000));
     app.add_option("--json", json, "Write the rows to this file too")->type_name("FILE");
-    app.add_flag("--block", block,
-                 "Forbid looking again before sleeping (today both sides always sleep at once)");
     app.add_option("--serve", served)->group("");
     app.add_option("--trace-exchanges", traced)->group("");
     app.add_option("--trace-event-gets", traced_gets)->group("");

@@ -37,6 +37,22 @@ std::string request_of(uint16_t command) {
     return bytes;
 }
 
+// What serve_query() is given: socket, source, count, state and directory.
+constexpr size_t words_max = 5;
+
+// Splits at colons; the last word, a path, may hold more of them.
+std::vector<std::string> words_of(const std::string &text) {
+    std::vector<std::string> words(1);
+    for (const char c : text) {
+        if (c == ':' && words.size() < words_max) {
+            words.emplace_back();
+        } else {
+            words.back() += c;
+        }
+    }
+    return words;
+}
+
 } // namespace
 
 OwnQuery::OwnQuery(const std::string &directory, const std::string &state, int32_t source,
@@ -81,25 +97,18 @@ Batch OwnQuery::batch() {
 }
 
 int serve_query(const std::string &what) {
-    std::vector<std::string> words(1);
-    for (const char c : what) {
-        if (c == ':' && words.size() < 5) {
-            words.emplace_back();
-        } else {
-            words.back() += c;
-        }
-    }
-    if (words.size() != 5) {
+    const std::vector<std::string> words = words_of(what);
+    if (words.size() != words_max) {
         return 2;
     }
     const int socket = std::atoi(words[0].c_str());
     service::catalogue::StoreOptions options;
     options.state = words[4] + '/' + words[3];
     options.music = {words[4] + "/collection"};
-    std::string wrong;
-    const std::unique_ptr<service::catalogue::Store> store = open_store(std::move(options), wrong);
+    std::string error;
+    const std::unique_ptr<service::catalogue::Store> store = open_store(std::move(options), error);
     if (!store) {
-        fail(wrong);
+        fail(error);
     }
     constexpr int32_t client = 0;
     service::playback::Players players(*store, {"main"},
