@@ -51,7 +51,8 @@ bool Device::serve() {
         if (pulse.code == GRANTOR_PULSE_SIGNAL) {
             return true;
         }
-        path_dispatch_handle(context_); // An answer that cannot be delivered is its client's loss.
+        path_dispatch_handle(
+            context_); // An answer that cannot be delivered concerns its client only.
     }
 }
 

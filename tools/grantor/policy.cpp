@@ -12,7 +12,7 @@
 namespace vantro::grantor {
 namespace {
 
-// The value that the host keeps for "no id": nobody has it, so a rule for it is a mistake.
+// The value that means "no id" on Linux: no user has it, so a rule for it is a mistake.
 constexpr uint32_t no_id = UINT32_MAX;
 
 constexpr std::string_view every_capability = "*";

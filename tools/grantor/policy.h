@@ -14,11 +14,11 @@ namespace vantro::grantor {
 // Bytes of a capability's name.
 constexpr size_t capability_max = 255;
 
-// Bytes of a check line: below what one write to a device carries whole, so that a list is
-//  refused, and never judged without its end.
+// Bytes of a check line. One write to a device carries this whole, so that a list that is too long
+// is refused and never judged without its end.
 constexpr size_t check_line_max = 4096;
 
-// Bytes of a policy file; more is a mistake of whoever named the file.
+// Bytes of a policy file. A longer file is refused: it is hardly a policy.
 constexpr size_t policy_file_max = 1024 * 1024;
 
 // A set of rules; never changes once read.

@@ -27,7 +27,7 @@ namespace {
 using namespace vantro::ctl;
 
 void run(const std::string &verb, const Options &options) {
-    // On a screen of its own the log would only be in the way.
+    // The log would spoil a screen that is being drawn.
     listen_to_library(options.verbose && !(options.live && isatty(STDERR_FILENO)));
     if (verb == "watch") {
         run_watch({options.players, options.client.timeout_s, options.list.json, options.live});
@@ -68,7 +68,8 @@ void run(const std::string &verb, const Options &options) {
 int report(const Failure &failure, bool json) {
     complain(failure.text);
     if (json) {
-        write_output(json_failure(failure)); // A failure to write adds nothing to a failed run.
+        write_output(json_failure(
+            failure)); // The run has failed already, whether or not this can be written.
     }
     return static_cast<int>(failure.outcome);
 }
@@ -93,7 +94,7 @@ void parse_and_run(int argc, char **argv, Options &options) {
 
 int main(int argc, char **argv) {
     prepare_output();
-    // Asked for here as well, because a command line that cannot be read is reported as JSON too.
+    // Looked for here too, because a command line that cannot be parsed is also reported as JSON.
     const bool json = std::any_of(
         argv, argv + argc, [](const char *word) { return std::string_view(word) == "--json"; });
     Options options;

@@ -23,18 +23,18 @@ struct PlayerEvent {
         source,
         error,
         object,  // A change of an object that is none of the above.
-        gone,    // The service is gone; what follows is `back`, and the full picture.
-        waiting, // It is not back yet, for a reason that is new.
-        back
+        gone,    // The service is gone. `back` follows once it is there again.
+        waiting, // It is not back yet, for a reason not told before.
+        back     // It is there again. The full picture follows.
     };
 
     Kind kind = Kind::object;
     std::string player = {};
-    bool initial = false; // Part of the full picture: what is, not what has changed.
+    bool initial = false; // Part of the full picture, and no change.
     std::chrono::system_clock::time_point time = std::chrono::system_clock::now();
     std::chrono::steady_clock::time_point at = std::chrono::steady_clock::now(); // The same.
 
-    // Only what belongs to the kind means anything.
+    // A member is set only for the kinds named beside it.
     PlayerModes modes = {};                    // state, error
     PlayerModes previous = {};                 // state
     std::optional<SessionStatus> session = {}; // session; none: the player has none

@@ -58,19 +58,19 @@ Pager::~Pager() {
     if (pipe_) {
         stop();
     } else {
-        write_output(held_); // It came before whatever went wrong.
+        write_output(held_); // These lines came before the failure.
     }
 }
 
 void Pager::start() {
-    // Unless the user has told it otherwise: what it showed stays on the screen, and is UTF-8.
+    // Unless the user's environment says otherwise, less leaves its text on the screen, in UTF-8.
     setenv("LESS", "FRX", 0);
     setenv("LESSCHARSET", "utf-8", 0);
     std::signal(SIGPIPE, SIG_DFL); // A pager may be a pipe itself, and inherits this.
     pipe_ = popen(command_.c_str(), "we");
     std::signal(SIGPIPE, SIG_IGN);
     if (pipe_) {
-        // An interrupt is for the pager, which goes on; whoever leaves it ends this as well.
+        // An interrupt is meant for the pager. When the user leaves the pager this ends too.
         std::signal(SIGINT, SIG_IGN);
     } else {
         direct_ = true;

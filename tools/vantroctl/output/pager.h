@@ -19,11 +19,11 @@ class Pager {
     Pager(const Pager &) = delete;
     Pager &operator=(const Pager &) = delete;
 
-    // @return false once nobody reads any more, which is no failure: a reader that has seen enough
-    //   closes. @throws Failure.
+    // @return false once the reader has closed its end, which is no failure: it has seen enough.
+    // @throws Failure.
     bool write(std::string_view lines);
 
-    // What is still held back goes out; waits for the reader's end. @throws Failure.
+    // Writes what is still held back and waits for the pager to end. @throws Failure.
     void finish();
 
   private:
@@ -32,8 +32,8 @@ class Pager {
     int stop();
 
     std::string command_;
-    std::string held_; // What may yet fit the screen.
-    int rows_ = 0;     // That it takes.
+    std::string held_; // Lines that may fit on the screen, where no pager is needed.
+    int rows_ = 0;     // Rows that they take.
     std::FILE *pipe_ = nullptr;
     bool direct_ = true; // Nothing is held back.
     bool wanted_ = true;

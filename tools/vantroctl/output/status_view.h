@@ -25,7 +25,7 @@ std::string rate_text(float rate);
 std::string render_screen(const PlayerStatus &status, int columns);
 
 // One "key: value" line for each of player, state, track, tracks, title, artist, album, position,
-// duration, repeat, shuffle, rate: always all of them, in this order; nothing behind the colon of
+// duration, repeat, shuffle, rate: always all of them, in this order; nothing after the colon of
 // what is not known.
 std::string render_lines(const PlayerStatus &status);
 

@@ -11,7 +11,7 @@ namespace {
 
 constexpr int gap_columns = 2;
 constexpr std::string_view gap = "  ";
-// Below this a name says too little.
+// Columns that a name should have at least.
 constexpr int name_columns_min = 16;
 
 std::string padded(const std::string &cell, int width, bool right) {

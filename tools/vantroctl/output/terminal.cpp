@@ -17,9 +17,10 @@ constexpr char other_screen[] = "\x1B[?1049h";
 constexpr char clear[] = "\x1B[?25l\x1B[H\x1B[2J";
 constexpr char give_back_sequence[] = "\x1B[?25h\x1B[?1049l";
 
-// Plain data, since a handler of a signal may have to give the terminal back.
+// How long giving the terminal back waits for room in its output.
 constexpr int room_wait_ms = 100;
 
+// Plain data, because a signal handler may have to give the terminal back.
 volatile std::sig_atomic_t is_taken = 0;
 bool keys_known = false;
 termios keys_before;
@@ -30,7 +31,7 @@ void restore() {
         return;
     }
     is_taken = 0;
-    // Not where the terminal takes no output: nobody could end this then.
+    // Not where the terminal takes no output: write() would then block for ever.
     pollfd room = {STDOUT_FILENO, POLLOUT, 0};
     if (poll(&room, 1, room_wait_ms) == 1) {
         [[maybe_unused]] const ssize_t written =
@@ -43,7 +44,7 @@ void restore() {
 
 void restore_and_abort(int number) {
     restore();
-    raise(number); // Its default action: the handler was for once.
+    raise(number); // The default action: SA_RESETHAND has removed the handler.
 }
 
 } // namespace

@@ -1,11 +1,11 @@
-// The terminal, taken over for a screen of one's own and given back as it was.
+// The terminal, taken over for drawing a screen and given back as it was.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_TERMINAL_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_TERMINAL_H
 
 namespace vantro::ctl {
 
-// While it is taken: another screen without cursor, and keys that come one by one without being
-// shown. Also exit() and abort() give it back. One a process.
+// While it is taken it shows another screen, without a cursor, and each key arrives at once and is
+// not echoed. exit() and abort() give it back too. One a process.
 class Terminal {
   public:
     Terminal();
@@ -13,7 +13,7 @@ class Terminal {
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
 
-    // Takes it, also again where others have used it meanwhile; the screen is empty then.
+    // Takes it, or takes it again after other programs have used it; the screen is then empty.
     void take();
     void give_back();
 

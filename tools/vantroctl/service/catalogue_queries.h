@@ -1,4 +1,4 @@
-// The catalogue as the tool asks for it: sources, nodes and values, and why there are none.
+// Catalogue and track sessions as the tool asks for them, and why the service does not give them.
 #ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_CATALOGUE_QUERIES_H
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_CATALOGUE_QUERIES_H
 

@@ -28,7 +28,7 @@ constexpr const char *service_path = "/sys/csm/vantro.sys/default";
 
 constexpr const char *no_session = "no track session: load a node or play first";
 
-// For taking leave of a service that does not answer.
+// Time limit for disconnecting from a service that does not answer.
 constexpr double leave_s = 0.05;
 
 struct TrackInfoFree {
@@ -52,7 +52,7 @@ Client::~Client() {
 
 void Client::leave() {
     if (handle_) {
-        // Whoever did not answer in time is not waited for once more.
+        // A service that has not answered in time is not waited for again.
         const TimeLimit limit(TimeLimit::reached() ? leave_s : options_.timeout_s);
         vantro_disconnect(handle_);
         handle_ = nullptr;
@@ -84,8 +84,8 @@ void Client::connect() {
 
 void Client::explain_no_connection(int error) const {
     fail_if_late();
-    // Behind the path's refusal the library looks for a global name, and reports that of the two
-    // errors; so the path itself is asked.
+    // After a refused path the library looks for a global name and reports the error of that; so
+    // the path is tried here to learn its own error.
     bool denied = error == EACCES;
     const int path = platform_open(service_path, O_RDWR);
     if (path >= 0) {
@@ -158,7 +158,7 @@ int32_t Client::ask(const std::string &verb, const ServiceRequest &request, cons
         return 0;
     }
     const int32_t reason = reason_of(request);
-    if (reason == 0 && request.is_query()) { // By now it is answered; so the answer is fetched.
+    if (reason == 0 && request.is_query()) { // The second time it was answered: get the answer.
         return answered() ? 0 : EAGAIN;
     }
     return reason;

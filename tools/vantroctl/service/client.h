@@ -23,7 +23,7 @@ struct ClientOptions {
 // One thread at a time.
 class Client {
   public:
-    // What is said where nobody serves.
+    // The failure where no service runs.
     static constexpr const char *no_service = "no service: is vantrod running?";
 
     // Connects and opens the player. @throws Failure.
@@ -58,7 +58,7 @@ class Client {
     std::optional<TrackStatus> track();
     PlayerStatus status();
 
-    // For the calls that have no answer of the service to wait for.
+    // For calls that do not wait for an answer of the service.
     VantroHandle *handle() const { return handle_; }
 
   private:

@@ -12,8 +12,8 @@
 namespace vantro::ctl {
 namespace {
 
-// It rings again and again once it has rung: a first ring between two exchanges, or just before
-//  one blocks, would otherwise be missed.
+// The alarm repeats: a first signal between two exchanges, or just before one blocks, would be
+// missed otherwise.
 constexpr long ring_again_ns = 50'000'000;
 
 thread_local volatile std::sig_atomic_t time_is_up = 0;
@@ -24,7 +24,7 @@ void ring(int) {
 
 void listen_for_rings() {
     struct sigaction action = {};
-    action.sa_handler = ring; // Without SA_RESTART, so that it ends a call that blocks.
+    action.sa_handler = ring; // Without SA_RESTART, so that a blocked call ends.
     sigemptyset(&action.sa_mask);
     sigaction(SIGALRM, &action, nullptr);
     sigset_t alarm;
@@ -47,14 +47,14 @@ TimeLimit::TimeLimit(double seconds) {
     event.sigev_notify_thread_id = gettid();
     timed_ = timer_create(CLOCK_MONOTONIC, &event, &timer_) == 0;
     if (!timed_) {
-        return; // The host is out of timers: rather without a limit than not at all.
+        return; // The system has no timer left: go on without a limit.
     }
     double whole = 0;
     itimerspec times = {};
     times.it_value.tv_nsec = static_cast<long>(std::modf(seconds, &whole) * 1e9);
     times.it_value.tv_sec = static_cast<time_t>(whole);
     if (times.it_value.tv_sec == 0 && times.it_value.tv_nsec == 0) {
-        times.it_value.tv_nsec = 1; // Zero would be no timer at all.
+        times.it_value.tv_nsec = 1; // Zero would disarm the timer.
     }
     times.it_interval.tv_nsec = ring_again_ns;
     timer_settime(timer_, 0, &times, nullptr);

@@ -8,8 +8,8 @@
 
 namespace vantro::ctl {
 
-// While it lives, whatever blocks in this thread is interrupted once the time is over. One a thread
-// at a time; threads do not disturb each other's.
+// While it lives, every blocking call of this thread is interrupted once the time is over. One a
+// thread at a time; the limits of several threads do not affect each other.
 class TimeLimit {
   public:
     // @param seconds 0: no limit.
@@ -26,8 +26,8 @@ class TimeLimit {
     bool timed_ = false;
 };
 
-// Interrupts what the thread blocks in, as if its time were over. A thread that is about to block
-// is missed, so whoever waits for its end does this again and again.
+// Interrupts the thread's blocking call, as if its time were over. A thread that is just about to
+// block is not interrupted, so a caller that waits for the thread's end must repeat this.
 void interrupt_thread(pthread_t thread);
 
 } // namespace vantro::ctl

@@ -25,7 +25,7 @@ std::string ref_text(int32_t source, std::string_view id);
 // A % that two hexadecimal digits do not follow is itself.
 NodeRef parse_ref(std::string_view text);
 
-// A source's number, with or without the colon behind it.
+// A source's number, with or without a colon after it.
 std::optional<int32_t> parse_source(std::string_view text);
 
 } // namespace vantro::ctl

@@ -30,7 +30,7 @@ int64_t take_number(std::string_view &text, size_t &digits) {
     return digits > 0 ? value : -1;
 }
 
-// Takes the digits behind a decimal point, as milliseconds; what is finer is cut off.
+// Takes the digits after a decimal point, as milliseconds; finer digits are dropped.
 int64_t take_fraction(std::string_view &text) {
     int64_t ms = 0;
     int64_t unit = 100;

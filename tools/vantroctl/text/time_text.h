@@ -20,8 +20,8 @@ struct SeekTarget {
 };
 
 // Reads "83", "1:23" or "1:02:03", each with an optional fraction of a second ("83.5") and an
-// optional sign that makes it relative. Behind a colon exactly two digits below 60 count, so that
-// "1:5" is not taken for something that it may not mean.
+// optional sign that makes it relative. After a colon exactly two digits below 60 must follow:
+// "1:5" could mean 1:05 or 1:50, and is refused.
 // @return nothing for any other text, and for times beyond what a position can hold.
 std::optional<SeekTarget> parse_seek(std::string_view text);
 

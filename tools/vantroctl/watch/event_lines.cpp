@@ -28,7 +28,7 @@ class EventLines : public WatchView {
             player_columns_ = std::max(player_columns_, display_width(clean_text(player)));
         }
         if (players.size() == 1) {
-            player_columns_ = 0; // Nothing that needs to be told apart.
+            player_columns_ = 0; // With one player its name is not shown.
         }
     }
 
@@ -55,8 +55,8 @@ class EventLines : public WatchView {
     std::string output() override { return std::exchange(text_, {}); }
 
   private:
-    // Positions that were to be expected share a line, or one a player, at the end of the screen:
-    // each takes the place of the one before, so that what happened stays in sight.
+    // Positions that the clock predicts share one line a player, at the end of the screen: each
+    // replaces the one before, so that other events stay in sight.
     void show(const std::string &player, const std::string &line, bool expected) {
         if (!expected) {
             ticking_.clear();

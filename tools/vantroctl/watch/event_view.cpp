@@ -13,7 +13,7 @@
 namespace vantro::ctl {
 namespace {
 
-// The values of an object that nobody knows may have any length, and so may a name.
+// Names, and values of an object that the tool does not know, may have any length.
 constexpr int words_columns_max = 1000;
 
 // All modes, or those that changed.

@@ -23,7 +23,7 @@ namespace {
 
 constexpr int look_again_ms_min = 200;
 constexpr int look_again_ms_max = 1000;
-// One change that cannot be understood costs that change; so many on end are noise.
+// A change that cannot be decoded is skipped; so many in a row mean that the ring is corrupt.
 constexpr int misunderstood_max = 100;
 constexpr std::chrono::milliseconds interrupt_again(20);
 
@@ -60,7 +60,7 @@ void Follower::start() {
 void Follower::begin() {
     client_ = std::make_unique<Client>(options_);
     PlayerMirror mirror(options_.player);
-    std::vector<PlayerEvent> others; // What no picture shows.
+    std::vector<PlayerEvent> others; // Those that the mirror does not keep.
     for (;;) {
         PlayerEvent event;
         const Look found = look(event);
@@ -157,7 +157,9 @@ void Follower::follow() {
 
 bool Follower::wait_for_service() {
     inbox_.put({event_of(PlayerEvent::Kind::gone)});
-    std::string last; // Why it could not be followed; what passes by itself is not told.
+    // Why it could not be followed. A reason is told when it comes twice in a row: many pass at
+    // once.
+    std::string last;
     std::string told = Client::no_service;
     for (int pause_ms = look_again_ms_min; !stopped_within(pause_ms);
          pause_ms = std::min(pause_ms * 2, look_again_ms_max)) {

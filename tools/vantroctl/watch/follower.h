@@ -16,11 +16,11 @@ namespace vantro::ctl {
 
 class Inbox;
 
-// First the full picture, then each event. Where the service ends: `gone`; then it is looked for,
-// `waiting` where something other than its absence is in the way; then `back` and the full picture
-// again. Events come by themselves and cost nothing while nothing happens. That a service has come
-// back nobody tells, so it is looked for after 0.2 s, and more and more seldom, down to once a
-// second.
+// Gives the full picture first, then each event. When the service ends it gives `gone` and looks
+// for the service; `waiting` where something other than its absence is in the way; then `back` and
+// the full picture again. Waiting for events takes no processor time. No event says that a service
+// has come back, so the follower looks for it after 0.2 s, and then less and less often, down to
+// once a second.
 class Follower {
   public:
     // Connects and gets the full picture. @throws Failure where there is nothing to follow.
@@ -29,11 +29,11 @@ class Follower {
     Follower(const Follower &) = delete;
     Follower &operator=(const Follower &) = delete;
 
-    // From now on a thread of its own puts what happens into the inbox. To be called once.
+    // Starts the thread that puts events into the inbox. To be called once.
     void start();
 
   private:
-    // How a look for something new ended.
+    // What look() found.
     enum class Look { event, nothing, gone };
 
     void begin();
@@ -48,7 +48,7 @@ class Follower {
     ClientOptions options_;
     Inbox &inbox_;
     std::unique_ptr<Client> client_;
-    std::vector<PlayerEvent> picture_; // Not yet put.
+    std::vector<PlayerEvent> picture_; // The full picture, until it is put into the inbox.
 
     std::mutex lock_;
     std::condition_variable changed_;

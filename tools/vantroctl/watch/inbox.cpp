@@ -17,7 +17,7 @@
 namespace vantro::ctl {
 namespace {
 
-// Beyond so many, those who put wait.
+// When so many events are held, put() waits.
 constexpr size_t events_max = 256;
 
 } // namespace
@@ -34,7 +34,7 @@ Inbox::~Inbox() {
 
 void Inbox::ring() {
     const uint64_t one = 1;
-    // Fails only where it has rung more often than a number can hold, and then it rings already.
+    // Fails only when the counter is full, and then the descriptor is readable already.
     [[maybe_unused]] const ssize_t written = write(descriptor_, &one, sizeof one);
 }
 
@@ -63,7 +63,7 @@ std::vector<PlayerEvent> Inbox::take() {
     uint64_t rung = 0;
     [[maybe_unused]] const ssize_t got = read(descriptor_, &rung, sizeof rung);
     if (failure_) {
-        ring(); // It is taken next.
+        ring(); // The next take() throws it.
     }
     room_.notify_all();
     return std::exchange(events_, {});

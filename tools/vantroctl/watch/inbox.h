@@ -11,8 +11,8 @@
 
 namespace vantro::ctl {
 
-// Any thread puts, one takes. Holds a few hundred events and no more: while nobody takes them those
-// who put wait, what happens meanwhile is kept by whoever publishes it, and memory does not grow.
+// Any thread puts events, one takes them. It holds a few hundred events at most. When it is full
+// put() waits, so that memory does not grow; what happens meanwhile stays in the service's ring.
 class Inbox {
   public:
     // @throws Failure.
@@ -24,13 +24,13 @@ class Inbox {
     // Waits for room, and puts all of them together. Does nothing once it is closed.
     void put(std::vector<PlayerEvent> events);
 
-    // Has take() throw this when it has given all events before it.
+    // Makes take() throw this, after it has returned all events put before.
     void fail(std::exception_ptr failure);
 
     // All events that are there, oldest first. Does not wait.
     std::vector<PlayerEvent> take();
 
-    // Nobody takes any more, so that nobody needs to wait for room.
+    // To be called when no event will be taken any more: put() no longer waits.
     void close();
 
     // Readable, for poll(), while there is something to take.

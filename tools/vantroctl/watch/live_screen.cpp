@@ -28,7 +28,7 @@ using Milliseconds = std::chrono::milliseconds;
 
 // Often enough for a position of whole seconds, and for a bar of 80 parts.
 constexpr Milliseconds redraw(250);
-// However fast events come, nobody sees more pictures than this.
+// However fast events come: more frames than this nobody can see.
 constexpr Milliseconds redraw_min(40);
 
 constexpr const char *hint = "q leaves";
@@ -87,7 +87,7 @@ class LiveScreen : public WatchView {
 
     std::string output() override {
         if (heard_of_.size() < names_.size()) {
-            return {}; // Nothing to show but what is not so.
+            return {}; // Until every player has reported once, the screen would show defaults.
         }
         const auto now = Clock::now();
         late_ = now < drawn_at_ + redraw_min;
@@ -126,7 +126,8 @@ class LiveScreen : public WatchView {
     bool take_key(char key) override { return key == 'q' || key == 'Q'; }
 
   private:
-    // A whole screen. Each line is cleared behind its end, so that nothing flickers.
+    // A whole screen. Each line is cleared from its end on, and the screen never, so that it does
+    // not flicker.
     std::string draw() const {
         const int columns = output_columns();
         const int rows = output_rows();
@@ -151,7 +152,7 @@ class LiveScreen : public WatchView {
     std::set<std::string> heard_of_;
     std::string shown_;
     Clock::time_point drawn_at_;
-    bool late_ = false; // Something may have changed that is not drawn yet.
+    bool late_ = false; // A change may be waiting to be drawn.
 };
 
 } // namespace

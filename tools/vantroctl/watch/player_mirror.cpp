@@ -9,7 +9,7 @@
 namespace vantro::ctl {
 namespace {
 
-// Positions are told about once a second; one that is farther off than that is a jump.
+// A position event comes about once a second; one that differs by more than this is a jump.
 constexpr int64_t jump_ms_min = 1500;
 
 } // namespace
@@ -18,13 +18,14 @@ void PlayerMirror::apply(const PlayerEvent &event) {
     switch (event.kind) {
     case PlayerEvent::Kind::state:
     case PlayerEvent::Kind::error:
-        hold(position(event.at), event.at); // Until now it moved as it did before.
+        hold(position(event.at), event.at); // Up to now the position moved at the old rate.
         static_cast<PlayerModes &>(status_) = event.modes;
         if (event.kind == PlayerEvent::Kind::error) {
             trouble_ = event;
         }
         if (event.modes.state == VANTRO_STATE_IDLE || event.modes.state == VANTRO_STATE_NONE) {
-            status_.session.reset(); // Their end is no event; if there are any, they are told next.
+            // Ending a session sends no event; a new session's event follows.
+            status_.session.reset();
             status_.track.reset();
             hold(0, event.at);
         }
@@ -34,7 +35,7 @@ void PlayerMirror::apply(const PlayerEvent &event) {
         break;
     case PlayerEvent::Kind::track:
         status_.track = event.track;
-        hold(0, event.at); // Where it is elsewhere, that is told next.
+        hold(0, event.at); // If it starts elsewhere, a position event follows.
         break;
     case PlayerEvent::Kind::position:
         hold(event.position_ms, event.at);

@@ -1,4 +1,4 @@
-// All that is known of a player that is followed.
+// The state of a player that is followed, kept up to date by its events.
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_PLAYER_MIRROR_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_PLAYER_MIRROR_H
 
@@ -21,10 +21,11 @@ class PlayerMirror {
 
     void apply(const PlayerEvent &event);
 
-    // The picture as events: state, session, track, position, and the sources by their numbers.
+    // The full picture as events: state, session, track, position, and the sources by their
+    // numbers.
     std::vector<PlayerEvent> events() const;
 
-    // What was told last, but for the position, which moves on with the clock while it plays.
+    // The last known status; while the player plays, the position moves on with the clock.
     PlayerStatus status(Time at) const;
 
     const std::map<int32_t, Source> &sources() const { return sources_; }
@@ -32,7 +33,7 @@ class PlayerMirror {
     // Whether the position moves on.
     bool moving() const;
 
-    // Whether the event is a position that was to be expected: no jump.
+    // Whether the event is a position that the clock predicts, and so no jump.
     bool expects(const PlayerEvent &event) const;
 
     bool gone() const { return gone_; }
@@ -45,7 +46,7 @@ class PlayerMirror {
     void hold(int32_t position_ms, Time at);
 
     PlayerStatus status_;
-    Time told_at_ = std::chrono::steady_clock::now(); // When the position was told.
+    Time told_at_ = std::chrono::steady_clock::now(); // When status_.position_ms was right.
     std::map<int32_t, Source> sources_;
     bool gone_ = false;
     std::optional<PlayerEvent> trouble_;

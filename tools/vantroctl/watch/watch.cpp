@@ -24,7 +24,7 @@
 namespace vantro::ctl {
 namespace {
 
-// Signals that arrive as something to read. Blocked in this thread and those it starts.
+// Signals, read from a descriptor. They are blocked in this thread and in those that it starts.
 class Signals {
   public:
     explicit Signals(const std::vector<int> &more) {
@@ -32,7 +32,7 @@ class Signals {
         for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
             struct sigaction action = {};
             sigaction(number, nullptr, &action);
-            if (action.sa_handler != SIG_IGN) { // As in the background, or behind nohup.
+            if (action.sa_handler != SIG_IGN) { // Ignored: in the background, or under nohup.
                 sigaddset(&set_, number);
             }
         }
@@ -84,7 +84,7 @@ class Watch {
                 pending_ = view_.output();
             }
             const bool writing = !pending_.empty();
-            // While the output is stuck nothing more is taken, and so nothing piles up here.
+            // While output waits to be written no event is taken, so that none piles up here.
             pollfd ready[] = {
                 {signals_.descriptor(), POLLIN, 0},
                 {STDOUT_FILENO, static_cast<short>(writing ? POLLOUT : 0), 0},
@@ -101,9 +101,10 @@ class Watch {
             }
             if (ready[1].revents != 0) {
                 if (!writing) {
-                    return std::nullopt; // Nobody asked for room: the pipe or the terminal is gone.
+                    return std::nullopt; // Not asked for, so an error: the pipe or terminal is
+                                         // gone.
                 }
-                // A signal may have taken back what was to be written.
+                // A signal may have discarded what was to be written.
                 if (!pending_.empty() && !write_some()) {
                     return std::nullopt;
                 }
@@ -128,13 +129,13 @@ class Watch {
                 finish_line();
                 return number;
             }
-            pending_.clear(); // Of a screen that is to be drawn anew.
+            pending_.clear(); // Part of a screen that is drawn again.
             view_.take_signal(*number);
         }
         return std::nullopt;
     }
 
-    // As much as goes out without waiting. @return false where the reader has left.
+    // Writes what goes out without waiting. @return false where the reader has left.
     bool write_some() {
         const ssize_t written =
             write(STDOUT_FILENO, pending_.data(), std::min<size_t>(pending_.size(), PIPE_BUF));
@@ -152,7 +153,7 @@ class Watch {
         return true;
     }
 
-    // No line is left half written, unless it is the reader who does not take it.
+    // Completes the line at hand, as far as the reader takes it.
     void finish_line() {
         pollfd room = {STDOUT_FILENO, POLLOUT, 0};
         while (!pending_.empty() && poll(&room, 1, 0) == 1 && write_some()) {
@@ -174,7 +175,7 @@ class Watch {
     bool keys_open_ = true;
 };
 
-// Nobody takes from it any more, whatever the reason.
+// Closes the inbox however the watching ends.
 struct ClosedAtTheEnd {
     Inbox &inbox;
     ~ClosedAtTheEnd() { inbox.close(); }

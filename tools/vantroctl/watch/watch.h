@@ -16,7 +16,7 @@ struct WatchOptions {
     bool live = false;
 };
 
-// Returns when the reader of the output has left, or the user of the screen; a signal that asks
+// Returns when the reader of the output, or the user of the screen, has left. A signal that asks
 // for the end ends the process. @throws Failure.
 void run_watch(const WatchOptions &options);
 

@@ -14,7 +14,7 @@ class WatchView {
   public:
     virtual ~WatchView() = default;
 
-    // What follows is shown. Before that nothing is written.
+    // Called once before the first take(); nothing is written before.
     virtual void begin() {}
 
     virtual void take(const PlayerEvent &event) = 0;
@@ -22,16 +22,16 @@ class WatchView {
     // What is to be written now. Called only when all that it gave before has been written.
     virtual std::string output() = 0;
 
-    // When output() is to be asked though nothing happens: in so many milliseconds, -1 for not.
+    // In how many milliseconds output() must be called even if nothing happens; -1 for never.
     virtual int wake_in_ms() const { return -1; }
 
-    // The signals that are its own business, beside those that end the run.
+    // The signals that it handles itself, beside those that end the run.
     virtual std::vector<int> signals() const { return {}; }
     virtual void take_signal(int) {}
 
     // Whether keys are read from standard input.
     virtual bool reads_keys() const { return false; }
-    // @return whether that is the end.
+    // @return whether the key ends the run.
     virtual bool take_key(char) { return false; }
 };
 
@@ -41,8 +41,8 @@ std::unique_ptr<WatchView> make_event_lines(const std::vector<std::string> &play
 // An object of JSON an event.
 std::unique_ptr<WatchView> make_event_objects();
 
-// One screen, drawn again as things change. From its begin() on it has the terminal, and gives it
-// back with its end, and also when the process is ended by exit() or abort().
+// One screen, drawn again when something changes. It takes the terminal in begin() and gives it
+// back when it is destroyed, and also when the process ends by exit() or abort().
 // @throws Failure where there is no terminal for it.
 std::unique_ptr<WatchView> make_live_screen(const std::vector<std::string> &players);
 

@@ -16,7 +16,7 @@ class Watch : public Vantroctl {
     }
     void start() { start_vantrod({"--music", path_ + "/music"}); }
 
-    // The next line behind time and player; positions that nobody asks for are passed over.
+    // The next line without time and player. Position events are skipped unless asked for.
     static std::string next(test::Process &watch, bool position = false) {
         std::string line;
         do {
