@@ -90,6 +90,7 @@ class Process {
         std::fclose(output_);
     }
 
+    pid_t id() const { return pid_; }
     void kill(int number) { ::kill(pid_, number); }
 
     // The next line without its end; blocks for it. Empty at the end of the output.
