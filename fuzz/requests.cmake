@@ -1,3 +1,5 @@
-# Reaches into the service, so only where that is built.
-vantro_fuzzer(requests requests.cpp)
-target_link_libraries(fuzz_requests PRIVATE vantrod_objects)
+# Reach into the service, so only where that is built.
+foreach(name IN ITEMS requests music)
+  vantro_fuzzer(${name} ${name}.cpp)
+  target_link_libraries(fuzz_${name} PRIVATE vantrod_objects)
+endforeach()

@@ -1,0 +1,76 @@
+// Files of music and playlists, as the scan reads them. The first byte says what the file is
+// called; the rest is the file. Whatever is in it, texts come out valid and bounded.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/playlist_file.h"
+#include "service/catalogue/files/song_file.h"
+
+namespace {
+
+constexpr std::array names = {"a.mp3", "a.flac", "a.ogg", "a.opus", "a.m4a",  "a.wav",  "a.wv",
+                              "a.ape", "a.aiff", "a.wma", "a.mpc",  "a.m3u8", "a.m3u",  "a.pls",
+                              "a.spx", "a.tta",  "a.mod", "a.s3m",  "a.it",   "a.jpeg", "a.dsf"};
+
+void require(bool holds) {
+    if (!holds) {
+        std::abort();
+    }
+}
+
+struct Directory {
+    std::string path = "/dev/shm/fuzz-music-XXXXXX";
+    Directory() { require(mkdtemp(path.data()) != nullptr); }
+    ~Directory() { std::filesystem::remove_all(path); }
+};
+
+void read_as_song(const std::string &path, size_t size) {
+    using namespace vantro::service::catalogue;
+    SongFile song;
+    if (!read_song(path, song)) {
+        require(song.size == static_cast<int64_t>(size) && song.duration_ms >= 0);
+        // Each value ends within the texts.
+        require(song.tags.packed().empty() || song.tags.packed().back() == '\0');
+        picture_head(song.picture);
+    }
+    check_song(path);
+}
+
+void read_as_playlist(const std::string &path) {
+    using namespace vantro::service::catalogue;
+    PlaylistFile playlist;
+    read_playlist(path, playlist);
+    require(playlist.entries.size() <= playlist_entries_max);
+    for (const std::string &entry : playlist.entries) {
+        const auto found = resolve_entry(entry, "folder", "/music");
+        require(!found ||
+                (found->front() != '/' && ("/" + *found + "/").find("/../") == found->npos));
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static const Directory directory;
+    if (size < 1) {
+        return 0;
+    }
+    const std::string path = directory.path + "/" + names[data[0] % names.size()];
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char *>(data + 1), static_cast<std::streamsize>(size - 1));
+    if (vantro::service::catalogue::has_playlist_name(path)) {
+        read_as_playlist(path);
+    } else {
+        read_as_song(path, size - 1);
+    }
+    std::filesystem::remove(path);
+    return 0;
+}

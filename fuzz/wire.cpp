@@ -1,0 +1,176 @@
+// Raw packets, and descriptors of every sort beside them, at a live server's sockets. An input is a
+// list of steps: a byte for the socket (control or lane), a byte for what comes along, two bytes of
+// length, and that many bytes, sent as one packet; on a lane they may be put behind a frame that is
+// true. After each input a client that behaves is still served, and no descriptor stays.
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include <vantro/messaging.h>
+
+#include "platform/linux/base/unique_fd.h"
+#include "platform/linux/messages/wire.h"
+
+namespace {
+
+using vantro::platform::Frame;
+using vantro::platform::UniqueFd;
+
+constexpr size_t steps_max = 32;
+constexpr long kept_descriptors = 8; // what the library may keep from the first of its kind on
+
+void require(bool holds) {
+    if (!holds) {
+        std::abort();
+    }
+}
+
+long open_descriptors() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+}
+
+int32_t echo(MsgOsb *open, MsgContext *context, MsgService *) {
+    return callout_reply(open, context, 0, context->payload,
+                         static_cast<int32_t>(context->header->send_length));
+}
+
+// The server and the client that behaves, for the life of the program.
+struct World {
+    std::string directory = "/tmp/fuzz-wire-XXXXXX";
+    MsgClient *bystander = nullptr;
+    long descriptors = 0;
+
+    World() {
+        require(mkdtemp(directory.data()) != nullptr);
+        setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
+        MsgServer *server = msgserver_create(32768, 4, MSGSERVER_FLAG_NOCHECK);
+        require(server &&
+                msgserver_add(server, "wire", nullptr, nullptr, 1024, echo, nullptr, nullptr) == 0);
+        for (int i = 0; i < 2; i++) {
+            std::thread(msgserver_thread_loop, server).detach();
+        }
+        bystander = msgclient_open("wire", nullptr, 0);
+        expect_service();
+        descriptors = open_descriptors();
+    }
+    ~World() { std::filesystem::remove_all(directory); }
+
+    void expect_service() const {
+        char reply[4] = {};
+        require(bystander && msgclient_putget(bystander, "good", 4, reply, 4, nullptr, 0) == 0);
+        require(std::memcmp(reply, "good", 4) == 0);
+    }
+};
+
+UniqueFd memory_file(size_t length, int seals) {
+    UniqueFd file(memfd_create("fuzz", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    require(ftruncate(file.get(), static_cast<off_t>(length)) == 0);
+    fcntl(file.get(), F_ADD_SEALS, seals);
+    return file;
+}
+
+UniqueFd socket_end(int type) {
+    int ends[2];
+    require(socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) == 0);
+    close(ends[1]);
+    return UniqueFd(ends[0]);
+}
+
+// What comes along with a packet; of most sorts none.
+UniqueFd companion(unsigned kind, size_t length) {
+    constexpr int sealed = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
+    switch (kind % 16) {
+    case 1:
+        return memory_file(length, sealed);
+    case 2:
+        return memory_file(length, F_SEAL_SHRINK);
+    case 3:
+        return memory_file(0, sealed);
+    case 4:
+        return memory_file(size_t{1} << 20, sealed);
+    case 5:
+        return socket_end(SOCK_SEQPACKET);
+    case 6:
+        return socket_end(SOCK_STREAM);
+    case 7:
+        return UniqueFd(eventfd(0, EFD_CLOEXEC));
+    case 8:
+        return UniqueFd(open("/dev/zero", O_RDWR | O_CLOEXEC));
+    case 9:
+        return UniqueFd(open("/", O_PATH | O_CLOEXEC));
+    default:
+        return UniqueFd();
+    }
+}
+
+void send_one(int socket, const void *bytes, size_t length, int descriptor) {
+    const iovec part = {const_cast<void *>(bytes), length};
+    vantro::platform::send_packet(socket, &part, 1, descriptor, MSG_DONTWAIT);
+}
+
+// A lane that the server granted, or none where it ended the connection.
+UniqueFd granted_lane(int control) {
+    pollfd readable = {control, POLLIN, 0};
+    vantro::platform::ControlRecord record;
+    vantro::platform::Arrival arrival;
+    iovec part = {&record, sizeof record};
+    require(poll(&readable, 1, 10'000) == 1);
+    vantro::platform::receive_packet(control, &part, 1, MSG_DONTWAIT, arrival);
+    return std::move(arrival.descriptor);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static World world;
+    {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        const std::string path = world.directory + "/vantro/name/csm/wire/default";
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        const UniqueFd control(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+        require(connect(control.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) ==
+                0);
+        const UniqueFd lane = granted_lane(control.get());
+        for (size_t step = 0; step < steps_max && size >= 4; step++) {
+            const size_t length = std::min<size_t>(data[2] | data[3] << 8, size - 4);
+            const UniqueFd along = companion(data[1], length);
+            const bool framed = data[0] & 2;
+            std::string packet(reinterpret_cast<const char *>(data + 4), length);
+            if (framed) {
+                const bool apart = along.get() >= 0;
+                const Frame frame = {static_cast<uint32_t>(length), 0,
+                                     apart ? vantro::platform::frame_memory_file : 0U, 0};
+                if (apart) {
+                    packet.clear();
+                }
+                packet.insert(0, reinterpret_cast<const char *>(&frame), sizeof frame);
+            }
+            const int to = data[0] & 1 ? control.get() : lane.get();
+            send_one(to, packet.data(), packet.size(), along.get());
+            data += 4 + length;
+            size -= 4 + length;
+        }
+    }
+    world.expect_service();
+    // The server sees the end in its own time; then it has nothing of that client.
+    for (int tries = 0; open_descriptors() > world.descriptors + kept_descriptors; ++tries) {
+        require(tries < 1000);
+        world.expect_service();
+    }
+    return 0;
+}
