@@ -36,6 +36,21 @@ std::string StateDirectory::take(const std::filesystem::path &path) {
     return "";
 }
 
+bool has_room(const std::filesystem::path &state, size_t bytes) {
+    const std::filesystem::path file = state / "room";
+    const int descriptor =
+        open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (descriptor < 0) {
+        return false;
+    }
+    const std::string block(bytes, 'x');
+    bool good = write(descriptor, block.data(), bytes) == static_cast<ssize_t>(bytes);
+    good = fsync(descriptor) == 0 && good; // some file systems look for room only now
+    close(descriptor);
+    unlink(file.c_str());
+    return good;
+}
+
 int32_t SessionNumbers::take(int32_t count) {
     const std::lock_guard<std::mutex> guard(mutex_);
     if (next_ == 0) {

@@ -2,6 +2,7 @@
 #ifndef VANTRO_SERVICE_CATALOGUE_STATE_DIRECTORY_H
 #define VANTRO_SERVICE_CATALOGUE_STATE_DIRECTORY_H
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
@@ -23,6 +24,9 @@ class StateDirectory {
   private:
     int lock_ = -1;
 };
+
+// Whether so many bytes can be written to the directory now.
+bool has_room(const std::filesystem::path &state, size_t bytes);
 
 // Numbers that are given once. They have a file of their own: the catalogue's is made anew when it
 // is damaged, and is busy while a scan writes.

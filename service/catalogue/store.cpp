@@ -49,7 +49,7 @@ class SqliteCatalogue : public Store {
           file_(options_.state / "catalogue.db"), artwork_(options_.state / "artwork"),
           sessions_(options_.state / "session-numbers"), pool_(file_),
           scanning_(
-              options_, directories_, artwork_, [this](bool damaged) { return reopen(damaged); },
+              options_, directories_, artwork_, options_.state, [this](bool damaged) { return reopen(damaged); },
               [this](int32_t source) { prepare(source); }) {}
     ~SqliteCatalogue() override { scanning_.stop(); }
 
@@ -103,7 +103,7 @@ class SqliteCatalogue : public Store {
     Pool pool_;
     ListCache lists_;
     std::atomic<bool> said_broken_ = false;
-    Scanning scanning_;
+    ScanThread scanning_;
 };
 
 // The part of a path that tells it from the others.
@@ -350,22 +350,25 @@ int SqliteCatalogue::song(SongId id, Node &node, SongMetadata &metadata) {
 
 int32_t SqliteCatalogue::check(SongId id) {
     std::string path;
+    const MusicDirectory *source = nullptr;
     const int result = guarded([&](Database &database) {
         View view(database, lists_, 0);
-        const MusicDirectory *const source = directory(song_node(view, id).source);
-        path = source ? path_of(database, source->path, id) : "";
+        source = directory(song_node(view, id).source);
+        path = path_of(database, id);
         return 0;
     });
-    if (path.empty()) {
-        return result == 0 ? VANTRO_ERROR_GONE : VANTRO_ERROR_UNREADABLE;
+    if (result != 0) {
+        return VANTRO_ERROR_UNREADABLE;
     }
-    return check_song(path); // with nothing held: the disk may be slow
+    // With nothing held: the disk may be slow.
+    return source && !path.empty() ? check_song(source->path, path) : VANTRO_ERROR_GONE;
 }
 
 } // namespace
 
 std::unique_ptr<Store> open_store(StoreOptions options, std::string &wrong) {
     try {
+        set_up_names();
         auto state = std::make_unique<StateDirectory>();
         if (wrong = state->take(options.state); !wrong.empty()) {
             return nullptr;

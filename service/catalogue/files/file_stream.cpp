@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace vantro::service::catalogue {
 
@@ -14,14 +14,14 @@ constexpr size_t window_bytes = 16 * 1024;
 
 } // namespace
 
-FileStream::FileStream(const std::string &path)
-    : path_(path), descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {
+FileStream::FileStream(const MusicRoot &root, const std::string &path, std::string name)
+    : name_(std::move(name)), descriptor_(root.open_file(path)) {
     if (descriptor_ < 0 || fstat(descriptor_, &status_) != 0) {
-        failure_ = strerrordesc_np(errno);
+        failure_ = file_failure(errno);
     } else if (!S_ISREG(status_.st_mode)) {
-        failure_ = "is not a regular file";
+        failure_.why = "is not a regular file";
     } else if (status_.st_size == 0) {
-        failure_ = "is empty";
+        failure_.why = "is empty";
     }
 }
 
@@ -37,13 +37,16 @@ void FileStream::rewind(bool with_name) {
     left_ = budget_bytes;
 }
 
-size_t FileStream::read_at(char *bytes, size_t size, long offset) const {
+size_t FileStream::read_at(char *bytes, size_t size, long offset) {
     size_t done = 0;
     while (done < size) {
         const ssize_t count =
             pread(descriptor_, bytes + done, size - done, offset + static_cast<long>(done));
         if (count < 0 && errno == EINTR) {
             continue;
+        }
+        if (count < 0) {
+            failure_ = file_failure(errno); // tag readers take it for the file's end
         }
         if (count <= 0) {
             break; // the file may have become shorter

@@ -7,6 +7,9 @@
 
 #include <taglib/tiostream.h>
 
+#include "service/catalogue/files/file_failure.h"
+#include "service/catalogue/files/music_root.h"
+
 namespace vantro::service::catalogue {
 
 class FileStream : public TagLib::IOStream {
@@ -15,27 +18,28 @@ class FileStream : public TagLib::IOStream {
     // ask for, several times over; covers and lyrics of real files fit many times.
     static constexpr long budget_bytes = 64l * 1024 * 1024;
 
-    // A named pipe is opened without waiting for its writer.
-    explicit FileStream(const std::string &path);
+    // The file at `path` below the root. `name` is the one that it goes by, which tells its format:
+    // the file may have been reached by a link.
+    FileStream(const MusicRoot &root, const std::string &path, std::string name);
     ~FileStream() override;
     FileStream(const FileStream &) = delete;
     FileStream &operator=(const FileStream &) = delete;
 
-    // Null, or why there is nothing to read.
-    const char *failure() const { return failure_; }
+    // Why there is nothing to read, or why a read has failed so far.
+    const FileFailure &failure() const { return failure_; }
     const struct stat &status() const { return status_; }
 
     // Begins anew. A stream without name is told by what it holds: many a collection has one kind
     // of file under the name of another.
     void rewind(bool with_name);
 
-    TagLib::FileName name() const override { return named_ ? path_.c_str() : ""; }
+    TagLib::FileName name() const override { return named_ ? name_.c_str() : ""; }
     TagLib::ByteVector readBlock(unsigned long length) override;
     void seek(long offset, Position from = Beginning) override;
     long tell() const override { return at_; }
     long length() override { return static_cast<long>(status_.st_size); }
     bool readOnly() const override { return true; }
-    bool isOpen() const override { return failure_ == nullptr; }
+    bool isOpen() const override { return !failure_; }
 
     void writeBlock(const TagLib::ByteVector &) override {}
     void insert(const TagLib::ByteVector &, unsigned long, unsigned long) override {}
@@ -43,11 +47,11 @@ class FileStream : public TagLib::IOStream {
     void truncate(long) override {}
 
   private:
-    size_t read_at(char *bytes, size_t size, long offset) const;
+    size_t read_at(char *bytes, size_t size, long offset);
 
-    const std::string path_;
+    const std::string name_;
     int descriptor_ = -1;
-    const char *failure_ = nullptr;
+    FileFailure failure_;
     bool named_ = true;
     struct stat status_ = {};
     long at_ = 0;

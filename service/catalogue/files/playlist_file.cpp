@@ -145,8 +145,9 @@ std::optional<std::string> resolve_entry(std::string_view entry, std::string_vie
     return path;
 }
 
-const char *read_playlist(const std::string &path, PlaylistFile &playlist) {
-    FileStream stream(path);
+FileFailure read_playlist(const MusicRoot &root, const std::string &path, const std::string &name,
+                          PlaylistFile &playlist) {
+    FileStream stream(root, path, name);
     playlist.modified_ns =
         stream.status().st_mtim.tv_sec * int64_t{1'000'000'000} + stream.status().st_mtim.tv_nsec;
     playlist.size = stream.status().st_size;
@@ -155,11 +156,14 @@ const char *read_playlist(const std::string &path, PlaylistFile &playlist) {
         return stream.failure();
     }
     if (playlist.size > static_cast<int64_t>(playlist_bytes_max)) {
-        return "is too large for a playlist";
+        return {"is too large for a playlist", 0};
     }
     const TagLib::ByteVector bytes = stream.readBlock(playlist_bytes_max);
-    playlist.entries = parse_playlist(path, {bytes.data(), bytes.size()});
-    return nullptr;
+    if (stream.failure() && !empty) {
+        return stream.failure();
+    }
+    playlist.entries = parse_playlist(name, {bytes.data(), bytes.size()});
+    return {};
 }
 
 } // namespace vantro::service::catalogue

@@ -8,6 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include "service/catalogue/files/file_failure.h"
+#include "service/catalogue/files/music_root.h"
+
 namespace vantro::service::catalogue {
 
 // Largest playlist file, in bytes, and most entries of one. More is no list that anybody made.
@@ -30,8 +33,9 @@ struct PlaylistFile {
     std::vector<std::string> entries;
 };
 
-// Returns nothing, or why the file at `path` cannot be read.
-const char *read_playlist(const std::string &path, PlaylistFile &playlist);
+// Reads the file at `path` below the root, which goes by `name`. Returns why it cannot be read.
+FileFailure read_playlist(const MusicRoot &root, const std::string &path, const std::string &name,
+                          PlaylistFile &playlist);
 
 } // namespace vantro::service::catalogue
 

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
-#include <fcntl.h>
+#include <new>
 #include <string>
+#include <system_error>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -258,34 +259,62 @@ bool has_audio_name(std::string_view name) {
     return std::find(known.begin(), known.end(), ending) != known.end();
 }
 
-const char *read_song(const std::string &path, SongFile &song) {
-    FileStream stream(path);
-    song.modified_ns =
-        stream.status().st_mtim.tv_sec * int64_t{1'000'000'000} + stream.status().st_mtim.tv_nsec;
-    song.size = stream.status().st_size;
-    if (stream.failure()) {
-        return stream.failure();
-    }
+FileFailure read_song(const MusicRoot &root, const std::string &path, const std::string &name,
+                      SongFile &song) {
     try {
-        if (read_stream(stream, song)) {
-            return nullptr;
+        FileStream stream(root, path, name);
+        song.modified_ns = stream.status().st_mtim.tv_sec * int64_t{1'000'000'000} +
+                           stream.status().st_mtim.tv_nsec;
+        song.size = stream.status().st_size;
+        if (stream.failure()) {
+            return stream.failure();
         }
-        stream.rewind(false);
-        return read_stream(stream, song) ? nullptr : "is not audio that can be read";
+        bool good = read_stream(stream, song);
+        if (!good && !stream.failure()) {
+            stream.rewind(false);
+            good = read_stream(stream, song);
+        }
+        if (stream.failure()) {
+            return stream.failure(); // what was read is not all there is
+        }
+        return good ? FileFailure() : FileFailure{"is not audio that can be read", 0};
+    } catch (const std::bad_alloc &) {
+        return file_failure(ENOMEM);
     } catch (const std::exception &) {
-        // The tag readers allocate what a file's own length fields ask for.
-        return "is damaged";
+        return {"is damaged", 0};
     }
 }
 
-int32_t check_song(const std::string &path) {
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor < 0) {
-        return errno == ENOENT || errno == ENOTDIR ? VANTRO_ERROR_GONE : VANTRO_ERROR_UNREADABLE;
+int32_t check_song(const std::string &directory, const std::string &path) {
+    int error = 0;
+    try {
+        const MusicRoot root(directory);
+        const int descriptor = root.open_file(path);
+        error = descriptor < 0 ? errno : 0;
+        if (descriptor >= 0) {
+            close(descriptor);
+            SongFile ignored;
+            const FileFailure failure = read_song(root, path, path, ignored);
+            if (failure && failure.error == 0) {
+                return VANTRO_ERROR_DAMAGED;
+            }
+            error = failure.error;
+        }
+    } catch (const std::system_error &failure) {
+        error = failure.code().value();
     }
-    close(descriptor);
-    SongFile ignored;
-    return read_song(path, ignored) ? VANTRO_ERROR_DAMAGED : 0;
+    switch (error) {
+    case 0:
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+        return 0;
+    case ENOENT:
+    case ENOTDIR:
+        return VANTRO_ERROR_GONE;
+    default:
+        return VANTRO_ERROR_UNREADABLE;
+    }
 }
 
 } // namespace vantro::service::catalogue

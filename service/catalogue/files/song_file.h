@@ -8,6 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include "service/catalogue/files/file_failure.h"
+#include "service/catalogue/files/music_root.h"
+
 namespace vantro::service::catalogue {
 
 // Longest lyrics that are kept, in bytes. Other texts end at tag_text_max.
@@ -42,12 +45,14 @@ struct SongFile {
 // True for a name that ends as audio files do. Others are no business of the scan.
 bool has_audio_name(std::string_view name);
 
-// Fills `song` from the file at `path`, its time and size also where it cannot be played. Returns
-// nothing, or why it cannot.
-const char *read_song(const std::string &path, SongFile &song);
+// Fills `song` from the file at `path` below the root, which goes by `name`; its time and size also
+// where it cannot be played. Returns why it cannot.
+FileFailure read_song(const MusicRoot &root, const std::string &path, const std::string &name,
+                      SongFile &song);
 
-// 0, or the VANTRO_ERROR_* for which the file at `path` cannot be played.
-int32_t check_song(const std::string &path);
+// 0, or the VANTRO_ERROR_* for which the file at `path` below the directory cannot be played. Want
+// of memory or descriptors gives 0: nothing is known against the file.
+int32_t check_song(const std::string &directory, const std::string &path);
 
 } // namespace vantro::service::catalogue
 

@@ -161,11 +161,11 @@ std::vector<std::string> read_extended(Database &database, const ArtworkFolder &
     });
 }
 
-std::string path_of(Database &database, std::string_view root, SongId song) {
+std::string path_of(Database &database, SongId song) {
     Rows row = database.query("SELECT identity, file FROM song JOIN node ON node.id = folder"
                               " WHERE song.id = ?1",
                               song);
-    return row.next() ? path_below(root, path_below(row.text(0), row.text(1))) : "";
+    return row.next() ? path_below(row.text(0), row.text(1)) : "";
 }
 
 std::vector<std::string> extended_of(const SongMetadata &metadata,

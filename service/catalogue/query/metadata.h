@@ -29,8 +29,8 @@ std::vector<std::string> read_extended(Database &database, const ArtworkFolder &
                                        std::string_view root, SongId song,
                                        const std::vector<std::string_view> &keys);
 
-// The file of a song; empty when the song is gone.
-std::string path_of(Database &database, std::string_view root, SongId song);
+// The path of a song's file below its source; empty when the song is gone.
+std::string path_of(Database &database, SongId song);
 
 // The same as read_extended() for a node that is no song, from what describe() gave.
 std::vector<std::string> extended_of(const SongMetadata &metadata,

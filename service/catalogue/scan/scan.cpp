@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <system_error>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -37,7 +37,6 @@ FileStamp stamp_of(const struct stat &status) {
 }
 
 struct Freer {
-    void operator()(char *text) const { std::free(text); }
     void operator()(DIR *directory) const { closedir(directory); }
 };
 
@@ -58,10 +57,25 @@ std::vector<std::string> names_in(DIR *directory, int &error) {
     return names;
 }
 
-// Not where that cannot be told.
-bool is_empty(DIR *directory) {
+using Directory = std::unique_ptr<DIR, Freer>;
+
+// Null, and errno, where the folder cannot be opened.
+Directory open_folder(const MusicRoot &root, const std::string &path) {
+    const int descriptor = root.open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    Directory directory(descriptor < 0 ? nullptr : fdopendir(descriptor));
+    if (!directory && descriptor >= 0) {
+        const int error = errno;
+        close(descriptor);
+        errno = error;
+    }
+    return directory;
+}
+
+// False where that cannot be told.
+bool is_empty(const MusicRoot &root) {
+    const Directory directory = open_folder(root, "");
     int error = 0;
-    return names_in(directory, error).empty() && error == 0;
+    return directory && names_in(directory.get(), error).empty() && error == 0;
 }
 
 } // namespace
@@ -72,6 +86,7 @@ struct Scan::Reading {
     KnownFolder known; // what has been seen is taken out
     std::vector<Folder> folders = {};
     bool has_songs = false;
+    std::string image_path = {};
     std::string image = {}; // the one that is named best, of equals the first by name
     FileStamp image_stamp = {};
     int image_rank = plain_picture_rank + 1;
@@ -87,13 +102,19 @@ Scan::Scan(Parts parts, int32_t source, const std::string &root)
     : parts_(std::move(parts)), source_(source), root_(root), committed_(steady_clock::now()),
       reported_(committed_) {
     counts_.source = source;
-    // Opened, not only looked at: what cannot be read must not pass for empty.
-    const std::unique_ptr<DIR, Freer> top(opendir(root.c_str()));
-    if (!top || fstat(dirfd(top.get()), &root_status_) != 0) {
+    try {
+        top_ = std::make_shared<const MusicRoot>(root);
+    } catch (const std::system_error &error) {
+        if (is_passing(error.code().value())) {
+            throw;
+        }
         gone_ = true;
-        why_gone_ = strerrordesc_np(errno);
-    } else if (is_empty(top.get())) {
-        // So looks the place of a disk that is not there.
+        why_gone_ = strerrordesc_np(error.code().value());
+        return;
+    }
+    fstat(top_->descriptor(), &root_status_);
+    if (is_empty(*top_)) {
+        // The mount point of a disk that is not mounted looks like this.
         const KnownFolder known = parts_.writer.known(source, "");
         gone_ = !known.files.empty() || !known.folders.empty();
         why_gone_ = "has become empty";
@@ -106,9 +127,14 @@ std::string Scan::absolute(std::string_view folder) const {
 
 bool Scan::root_is_there() {
     struct stat now = {};
+    errno = 0;
     if (stat(root_.c_str(), &now) == 0 && now.st_dev == root_status_.st_dev &&
         now.st_ino == root_status_.st_ino) {
         return true;
+    }
+    if (is_passing(errno)) {
+        throw std::system_error(errno, std::generic_category(),
+                                loggable(root_) + " cannot be looked at");
     }
     gone_ = true;
     why_gone_ = "has vanished";
@@ -136,30 +162,24 @@ void Scan::read(const std::string &folder, bool all) {
 }
 
 void Scan::visit(const Folder &folder) {
-    const std::string path = folder.path.empty() ? root_ : absolute(folder.path);
     if (folder.depth > folder_depth_max) {
-        return leave_out_folder(folder, "lies too deep");
+        return leave_out(place_of(source_, folder.path), {}, "lies too deep");
     }
-    // Watched first, read then: what changes in between is told twice and not never.
-    parts_.watcher.add({source_, folder.path}, path);
-    const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (folder.path.empty() ? 0 : O_NOFOLLOW);
-    const int descriptor = open(path.c_str(), flags);
-    const std::unique_ptr<DIR, Freer> directory(descriptor < 0 ? nullptr : fdopendir(descriptor));
+    const Directory directory = open_folder(*top_, folder.path);
     if (!directory) {
         const int error = errno;
-        if (descriptor >= 0) {
-            close(descriptor);
-        }
         if (!root_is_there()) {
             return;
         }
         if ((error == ENOENT || error == ENOTDIR) && !folder.path.empty()) {
             parts_.writer.remove_folder(source_, folder.path);
         } else {
-            leave_out_folder(folder, strerrordesc_np(error));
+            leave_out_folder(folder, error);
         }
         return;
     }
+    // Watched first, read then: what changes in between is told twice and not never.
+    parts_.watcher.add({source_, folder.path}, absolute(folder.path), dirfd(directory.get()));
     Reading reading{folder, directory.get(), parts_.writer.known(source_, folder.path)};
     int error = 0;
     for (const std::string &name : names_in(directory.get(), error)) {
@@ -170,14 +190,14 @@ void Scan::visit(const Folder &folder) {
         }
     }
     if (error != 0) {
-        return leave_out_folder(folder, strerrordesc_np(error));
+        return leave_out_folder(folder, error);
     }
     forget_unseen(reading);
     if (gone_) {
         return;
     }
     if (reading.failure != 0) {
-        leave_out_folder(folder, strerrordesc_np(reading.failure));
+        leave_out_folder(folder, reading.failure);
     } else if (folder.left_out) {
         parts_.writer.remove_file(place_of(source_, folder.path));
     }
@@ -205,7 +225,7 @@ void Scan::visit_entry(Reading &reading, const std::string &name) {
     } else if (S_ISLNK(status.st_mode)) {
         visit_link(reading, name, status);
     } else if (S_ISREG(status.st_mode)) {
-        visit_file(reading, name, status);
+        visit_file(reading, name, path_below(reading.folder.path, name), status);
     } else if (has_audio_name(name)) {
         reading.known.files.erase(name);
         leave_out(reading.named(name, source_), stamp_of(status), "is not a regular file");
@@ -221,7 +241,10 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
     };
     struct stat target = {};
     if (fstatat(dirfd(reading.directory), name.c_str(), &target, 0) != 0) {
-        if (errno == ELOOP || of_interest) {
+        if (is_passing(errno)) {
+            reading.known.files.erase(name);
+            postpone(where.folder, path_below(where.folder, name), errno);
+        } else if (errno == ELOOP || of_interest) {
             refuse(errno == ENOENT ? "is a link that leads nowhere" : strerrordesc_np(errno));
         }
         return;
@@ -229,32 +252,36 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
     if (!S_ISDIR(target.st_mode) && !of_interest) {
         return;
     }
-    const std::string path = absolute(path_below(where.folder, name));
-    const std::unique_ptr<char, Freer> real(realpath(path.c_str(), nullptr));
-    const std::unique_ptr<char, Freer> real_root(realpath(root_.c_str(), nullptr));
-    if (!real || !real_root) {
+    const std::string path = path_below(where.folder, name);
+    const std::optional<std::string> inside = top_->target_of(path);
+    if (!inside && errno != EXDEV) {
+        if (is_passing(errno)) {
+            reading.known.files.erase(name);
+            postpone(where.folder, path, errno);
+        }
         return; // gone already
     }
-    const std::string inside = std::string(real_root.get()) + '/';
-    if (std::strncmp(real.get(), inside.c_str(), inside.size()) != 0 &&
-        std::strcmp(real.get(), real_root.get()) != 0) {
+    if (!inside) {
         refuse("is a link that leads out of the directory");
     } else if (S_ISDIR(target.st_mode)) {
         refuse("is a link to a folder, which is read where it lies");
     } else if (S_ISREG(target.st_mode)) {
-        visit_file(reading, name, target);
+        visit_file(reading, name, *inside, target);
     } else {
         refuse("is not a regular file");
     }
 }
 
-void Scan::visit_file(Reading &reading, const std::string &name, const struct stat &status) {
+// `path` is where the file itself lies; `name` is the link's where it was reached by one.
+void Scan::visit_file(Reading &reading, const std::string &name, const std::string &path,
+                      const struct stat &status) {
     const FileStamp stamp = stamp_of(status);
     const bool song = has_audio_name(name);
     if (const std::optional<int> rank = picture_rank(name); rank && *rank <= reading.image_rank) {
         reading.several_images = *rank == reading.image_rank;
         if (!reading.several_images || name < reading.image) {
             reading.image = name;
+            reading.image_path = path;
             reading.image_stamp = stamp;
         }
         reading.image_rank = *rank;
@@ -275,8 +302,8 @@ void Scan::visit_file(Reading &reading, const std::string &name, const struct st
             return;
         }
     }
-    submit({song ? Job::What::song : Job::What::playlist, reading.named(name, source_),
-            absolute(path_below(reading.folder.path, name)), stamp});
+    submit({song ? Job::Kind::song : Job::Kind::playlist, reading.named(name, source_), top_, path,
+            stamp});
 }
 
 void Scan::compare_image(Reading &reading) {
@@ -289,8 +316,8 @@ void Scan::compare_image(Reading &reading) {
         return;
     }
     if (reading.image != known.image || reading.image_stamp != known.image_stamp) {
-        submit({Job::What::image, reading.named(reading.image, source_),
-                absolute(path_below(reading.folder.path, reading.image)), reading.image_stamp});
+        submit({Job::Kind::image, reading.named(reading.image, source_), top_, reading.image_path,
+                reading.image_stamp});
     }
 }
 
@@ -314,17 +341,30 @@ void Scan::forget_unseen(const Reading &reading) {
 void Scan::leave_out(const FileName &where, FileStamp stamp, std::string_view why) {
     ++counts_.left_out;
     if (parts_.writer.leave_out(where, stamp, why)) {
-        parts_.log(
-            LOG_SEVERITY_WARNING,
-            fmt::format("left out: {}: {}",
-                        clean_text(absolute(path_below(where.folder, where.file)), path_text_max),
-                        why));
+        name_left_out(where, why);
     }
 }
 
+void Scan::name_left_out(const FileName &where, std::string_view why) {
+    const std::string path = absolute(path_below(where.folder, where.file));
+    parts_.log(LOG_SEVERITY_WARNING, fmt::format("left out: {}: {}", loggable(path), why));
+}
+
 // What is known of it stays: it may only be unreadable for now.
-void Scan::leave_out_folder(const Folder &folder, std::string_view why) {
-    leave_out(place_of(source_, folder.path), {}, why);
+void Scan::leave_out_folder(const Folder &folder, int error) {
+    if (is_passing(error)) {
+        postpone(folder.path, folder.path, error);
+    } else {
+        leave_out(place_of(source_, folder.path), {}, strerrordesc_np(error));
+    }
+}
+
+void Scan::postpone(const std::string &folder, const std::string &path, int error) {
+    if (postponed_.folders.empty()) {
+        postponed_.first = path;
+    }
+    postponed_.folders.insert(folder);
+    postponed_.error = error;
 }
 
 void Scan::submit(Job job) {
@@ -343,32 +383,29 @@ void Scan::take(Done &&done) {
         throw std::runtime_error(done.no_room);
     }
     const FileName &where = done.job.where;
-    switch (done.job.what) {
-    case Job::What::song: {
-        const FileStamp stamp{done.song.song.modified_ns, done.song.song.size};
-        if (done.failure.empty()) {
+    if (done.failure.passing()) {
+        return postpone(where.folder, path_below(where.folder, where.file), done.failure.error);
+    }
+    switch (done.job.kind) {
+    case Job::Kind::song:
+        if (!done.failure) {
             parts_.writer.put_song(done.song);
             ++counts_.read;
         } else {
-            leave_out(where, stamp, done.failure);
+            leave_out(where, {done.song.song.modified_ns, done.song.song.size}, done.failure.why);
         }
         break;
-    }
-    case Job::What::image: {
-        struct stat status = {};
-        if (stat(done.job.path.c_str(), &status) != 0) {
+    case Job::Kind::image:
+        if (done.failure.error == ENOENT) {
             break; // gone already
         }
-        // Remembered also where it is of no use, or it would be read at every scan.
+        // Remembered also where it cannot be used, or it would be read at every scan.
         parts_.writer.put_image(where, done.job.stamp, done.artwork);
-        if (!done.failure.empty()) {
-            parts_.log(LOG_SEVERITY_WARNING,
-                       fmt::format("left out: {}: {}", clean_text(done.job.path, path_text_max),
-                                   done.failure));
+        if (done.failure) {
+            name_left_out(where, done.failure.why);
         }
         break;
-    }
-    case Job::What::playlist:
+    case Job::Kind::playlist:
         take_playlist(std::move(done));
         break;
     }
@@ -377,8 +414,9 @@ void Scan::take(Done &&done) {
 
 void Scan::take_playlist(Done &&done) {
     const FileName &where = done.job.where;
-    if (!done.failure.empty()) {
-        return leave_out(where, {done.playlist.modified_ns, done.playlist.size}, done.failure);
+    if (done.failure) {
+        return leave_out(where, {done.playlist.modified_ns, done.playlist.size},
+                         done.failure.why);
     }
     NamedEntries named{where, {}};
     std::vector<std::string> paths;
@@ -403,7 +441,7 @@ void Scan::commit_when_due() {
         reported_ = now;
         parts_.log(LOG_SEVERITY_INFO,
                    fmt::format("{}: {} files so far, {} of them read",
-                               clean_text(root_, path_text_max), counts_.seen, counts_.read));
+                               loggable(root_), counts_.seen, counts_.read));
     }
 }
 
@@ -444,8 +482,8 @@ bool Scan::finish() {
 
 void Scan::name_broken_entries() {
     for (const NamedEntries &each : playlists_) {
-        const std::string playlist = clean_text(
-            absolute(path_below(each.playlist.folder, each.playlist.file)), path_text_max);
+        const std::string playlist =
+            loggable(absolute(path_below(each.playlist.folder, each.playlist.file)));
         size_t broken = 0;
         for (const auto &[entry, path] : each.entries) {
             if (!path.empty() && parts_.writer.has_song(source_, path)) {
@@ -454,7 +492,7 @@ void Scan::name_broken_entries() {
             if (++broken <= broken_named_max) {
                 parts_.log(LOG_SEVERITY_WARNING,
                            fmt::format("left out: {}: '{}' is no song of this directory", playlist,
-                                       clean_text(entry, tag_text_max)));
+                                       loggable(entry)));
             }
         }
         if (broken > broken_named_max) {

@@ -12,6 +12,8 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -19,9 +21,10 @@
 
 #include "service/catalogue/database/writer.h"
 #include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/music_root.h"
+#include "service/catalogue/scan/scan_options.h"
 #include "service/catalogue/scan/watcher.h"
 #include "service/catalogue/scan/workers.h"
-#include "service/catalogue/store.h"
 
 namespace vantro::service::catalogue {
 
@@ -41,7 +44,8 @@ class Scan {
         std::function<bool()> stop;
     };
 
-    // `root` is the directory of the source. It outlives the scan, as all parts do.
+    // `root` is the directory of the source. It outlives the scan, as all parts do. Throws
+    // std::system_error where the directory cannot be opened for now.
     Scan(Parts parts, int32_t source, const std::string &root);
 
     // Compares `folder` and those folders below it that nobody watches, or, with `all`, every one.
@@ -50,6 +54,15 @@ class Scan {
     // Waits for all that is under way, and makes it seen. False where the directory itself is gone
     // or the scan was stopped: then nothing was concluded from what could not be seen.
     bool finish();
+
+    // Folders of which something could not be read for now: want of memory or descriptors, or a
+    // failed read. What is known of it stays, and the folders should be read again.
+    struct Postponed {
+        std::set<std::string> folders; // "" is the top, with all that is below it
+        int error = 0;                 // the last one
+        std::string first;             // the first file or folder, for the log
+    };
+    const Postponed &postponed() const { return postponed_; }
 
     // The directory cannot be read, and why. What is known of it stays.
     bool gone() const { return gone_; }
@@ -74,11 +87,14 @@ class Scan {
     void visit(const Folder &folder);
     void visit_entry(Reading &reading, const std::string &name);
     void visit_link(Reading &reading, const std::string &name, const struct stat &link);
-    void visit_file(Reading &reading, const std::string &name, const struct stat &status);
+    void visit_file(Reading &reading, const std::string &name, const std::string &path,
+                    const struct stat &status);
     void compare_image(Reading &reading);
     void forget_unseen(const Reading &reading);
     void leave_out(const FileName &where, FileStamp stamp, std::string_view why);
-    void leave_out_folder(const Folder &folder, std::string_view why);
+    void name_left_out(const FileName &where, std::string_view why);
+    void leave_out_folder(const Folder &folder, int error);
+    void postpone(const std::string &folder, const std::string &path, int error);
     void submit(Job job);
     void take(Done &&done);
     void take_playlist(Done &&done);
@@ -89,6 +105,7 @@ class Scan {
     Parts parts_;
     const int32_t source_;
     const std::string &root_;
+    std::shared_ptr<const MusicRoot> top_; // none where the source is gone
     struct stat root_status_ = {};
     bool gone_ = false;
     bool stopped_ = false;
@@ -96,6 +113,7 @@ class Scan {
     std::string why_gone_;
     std::vector<Folder> waiting_;
     std::vector<NamedEntries> playlists_;
+    Postponed postponed_;
     ScanProgress counts_;
     std::chrono::steady_clock::time_point committed_;
     std::chrono::steady_clock::time_point reported_;

@@ -1,45 +1,61 @@
 #include "service/catalogue/scan/scan_thread.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <malloc.h>
+#include <utility>
 
 #include <fmt/format.h>
 
 #include <vantro/catalogue.h>
 #include <vantro/platform/log.h>
 
+#include "service/catalogue/state_directory.h"
 #include "service/catalogue/text/utf8.h"
 
 namespace vantro::service::catalogue {
 
 namespace {
 
-using std::chrono::steady_clock;
-
 // A directory that is gone is looked for this often; nothing tells when it comes back.
 constexpr auto look_for_gone = std::chrono::seconds(10);
 
-// A disk that damages every file would otherwise be filled with them.
-constexpr auto rebuild_pause = std::chrono::minutes(1);
+// Checking the catalogue's file reads all of it, and a disk that damages every file would be filled
+// with them.
+constexpr auto check_pause = std::chrono::minutes(1);
+
+// What could not be read or kept is tried again after the first of these, then after twice the
+// pause, up to the second: nothing tells when there is room, memory or a descriptor again.
+constexpr auto first_pause = std::chrono::seconds(1);
+constexpr auto last_pause = std::chrono::seconds(10);
+
+// After so many tries, about a minute, what still cannot be read keeps nobody waiting any more.
+constexpr int tries_waited_for = 8;
+
+// Room for the next batch of songs with its covers. Less is no room.
+constexpr size_t room_bytes = 256 * 1024;
 
 } // namespace
 
-Scanning::Scanning(const StoreOptions &options,
-                   std::vector<std::unique_ptr<MusicDirectory>> &sources,
-                   const ArtworkFolder &artwork,
-                   std::function<std::unique_ptr<Database>(bool damaged)> reopen,
-                   std::function<void(int32_t source)> prepare)
-    : options_(options), sources_(sources), artwork_(artwork), reopen_(std::move(reopen)),
-      prepare_(std::move(prepare)) {}
+ScanThread::ScanThread(const ScanOptions &options,
+                       std::vector<std::unique_ptr<MusicDirectory>> &sources,
+                       const ArtworkFolder &artwork, std::filesystem::path state,
+                       std::function<std::unique_ptr<Database>(bool damaged)> reopen,
+                       std::function<void(int32_t source)> prepare)
+    : options_(options), sources_(sources), artwork_(artwork), state_(std::move(state)),
+      reopen_(std::move(reopen)), prepare_(std::move(prepare)) {}
 
-void Scanning::start() {
+void ScanThread::start() {
     const std::lock_guard<std::mutex> guard(starting_);
     if (!thread_.joinable() && !stop_) {
+        for (const auto &source : sources_) {
+            unfinished_[source->id];
+        }
         thread_ = std::thread([this] { run(); });
     }
 }
 
-void Scanning::stop() {
+void ScanThread::stop() {
     stop_ = true;
     watcher_.wake();
     const std::lock_guard<std::mutex> guard(starting_);
@@ -48,12 +64,12 @@ void Scanning::stop() {
     }
 }
 
-void Scanning::rescan() {
+void ScanThread::rescan() {
     everything_ = true;
     watcher_.wake();
 }
 
-void Scanning::found_damage(int rebuilds) {
+void ScanThread::found_damage(int rebuilds) {
     if (rebuilds != rebuilds_) {
         return; // it has been dealt with
     }
@@ -61,49 +77,22 @@ void Scanning::found_damage(int rebuilds) {
     watcher_.wake();
 }
 
-void Scanning::run() {
+void ScanThread::run() {
     step_back();
-    const int wanted = options_.scan_threads > 0
-                           ? options_.scan_threads
-                           : static_cast<int>(std::thread::hardware_concurrency());
-    workers_ = std::make_unique<Workers>(std::max(wanted, 1), artwork_);
-    try {
-        for (const auto &source : sources_) {
-            prepare_(source->id);
-        }
-    } catch (const std::exception &) {
-        // What is not prepared is made when it is asked for.
-    }
     everything_ = true;
-    steady_clock::time_point last;
+    bool prepared = false;
     while (!stop_) {
-        if (rebuild_due()) {
-            damaged_ = false;
-            rebuilt_ = steady_clock::now();
-            guarded([this] {
-                writer_.reset();
-                database_.reset();
-                database_ = reopen_(true);
-                ++rebuilds_;
-                damaged_ = false; // readers of the old file may have said so again
-            });
+        try {
+            if (!std::exchange(prepared, true)) {
+                for (const auto &source : sources_) {
+                    prepare_(source->id);
+                }
+            }
+            do_next();
+        } catch (const std::exception &) {
+            // Want of memory. What the watches told is lost with it, so all is looked at again.
             everything_ = true;
-        }
-        if (everything_.exchange(false) || time_to_next(last).count() == 0) {
-            scan_everything();
-            last = steady_clock::now();
-        }
-        if (stop_ || rebuild_due()) {
-            continue;
-        }
-        const FolderChanges changes = watcher_.wait(time_to_next(last), options_.settle);
-        if (stop_ || everything_ || rebuild_due()) {
-            continue;
-        }
-        if (changes.everything) {
-            everything_ = true;
-        } else {
-            scan_changes(changes);
+            watcher_.rest(first_pause);
         }
     }
     workers_.reset();
@@ -111,49 +100,100 @@ void Scanning::run() {
     database_.reset();
 }
 
-bool Scanning::rebuild_due() const {
-    return damaged_ && (!rebuilt_ || steady_clock::now() - *rebuilt_ >= rebuild_pause);
+void ScanThread::do_next() {
+    if (check_due()) {
+        check_catalogue();
+    }
+    if (everything_ || time_to_next().count() == 0) {
+        if (everything_.exchange(false) || Clock::now() >= next_round()) {
+            scanned_ = Clock::now();
+            scan_everything();
+        } else {
+            scan_unfinished();
+        }
+    }
+    if (stop_ || check_due()) {
+        return;
+    }
+    const FolderChanges changes = watcher_.wait(time_to_next(), options_.settle);
+    if (changes.everything) {
+        everything_ = true;
+    }
+    if (!stop_ && !everything_) {
+        scan_changes(changes);
+    }
 }
 
-std::chrono::milliseconds Scanning::time_to_next(steady_clock::time_point last) const {
+bool ScanThread::check_due() const {
+    return damaged_ && (!checked_ || Clock::now() - *checked_ >= check_pause);
+}
+
+void ScanThread::check_catalogue() {
+    damaged_ = false;
+    checked_ = Clock::now();
+    everything_ = true;
+    guarded([this] {
+        writer_.reset();
+        database_.reset();
+        database_ = reopen_(true);
+        ++rebuilds_;
+        damaged_ = false; // readers of the old file may have said so again
+    });
+}
+
+// When everything should be looked at again.
+ScanThread::Clock::time_point ScanThread::next_round() const {
+    std::chrono::milliseconds every = options_.rescan_every;
+    if (watcher_.exhausted()) {
+        every = std::min(every, options_.rescan_unwatched);
+    }
     const bool gone = std::any_of(sources_.begin(), sources_.end(), [](const auto &source) {
         return source->status == VANTRO_SOURCE_UNAVAILABLE;
     });
-    std::chrono::milliseconds every = options_.rescan_every;
-    if (watcher_.exhausted() || !failure_.empty()) {
-        every = std::min(every, options_.rescan_unwatched);
-    }
-    const auto due = last + every - steady_clock::now();
-    auto left =
-        std::max(std::chrono::ceil<std::chrono::milliseconds>(due), std::chrono::milliseconds(0));
+    return scanned_ + (gone ? std::min<std::chrono::milliseconds>(look_for_gone, every) : every);
+}
+
+std::chrono::milliseconds ScanThread::time_to_next() const {
+    using std::chrono::milliseconds;
+    const auto now = Clock::now();
+    Clock::time_point due = next_round();
     if (damaged_) {
-        left = std::min<std::chrono::milliseconds>(left, rebuild_pause);
+        due = checked_ ? std::min<Clock::time_point>(due, *checked_ + check_pause) : now;
     }
-    if (gone) {
-        left = std::min(left, std::min<std::chrono::milliseconds>(look_for_gone, every));
+    if (anything_unfinished()) {
+        due = std::min(due, next_try_);
     }
-    return left;
+    return std::max(std::chrono::ceil<milliseconds>(due - now), milliseconds(0));
 }
 
-MusicDirectory *Scanning::source_of(int32_t id) {
-    for (const auto &source : sources_) {
-        if (source->id == id) {
-            return source.get();
-        }
-    }
-    return nullptr;
+bool ScanThread::anything_unfinished() const {
+    return std::any_of(unfinished_.begin(), unfinished_.end(),
+                       [](const auto &each) { return each.second.any(); });
 }
 
-void Scanning::set_status(MusicDirectory &source, int32_t status) {
+void ScanThread::log(int severity, const std::string &line) const {
+    if (options_.log) {
+        options_.log(severity, line);
+    }
+}
+
+void ScanThread::set_status(MusicDirectory &source, int32_t status) {
     if (source.status.exchange(status) != status && options_.changed) {
         options_.changed(source.id);
     }
 }
 
-// Returns false where the catalogue's file failed. What was committed before stays.
-bool Scanning::guarded(const std::function<void()> &work) {
+// Returns false where the catalogue's file failed or something was not to be had. What was
+// committed before stays.
+bool ScanThread::guarded(const std::function<void()> &work) {
     std::string failure;
     try {
+        if (!workers_) {
+            const int wanted = options_.scan_threads > 0
+                                   ? options_.scan_threads
+                                   : static_cast<int>(std::thread::hardware_concurrency());
+            workers_ = std::make_unique<Workers>(std::max(wanted, 1), artwork_);
+        }
         if (!database_) {
             database_ = reopen_(false);
         }
@@ -161,136 +201,234 @@ bool Scanning::guarded(const std::function<void()> &work) {
             writer_ = std::make_unique<Writer>(*database_);
         }
         work();
+        return true;
     } catch (const DatabaseError &error) {
         failure = fmt::format("the catalogue {}", error.what());
         damaged_ = damaged_ || error.damaged();
     } catch (const std::exception &error) {
         failure = error.what();
     }
-    if (failure.empty()) {
-        return true;
+    failing_ = true;
+    if (workers_) {
+        workers_->abandon();
     }
-    workers_->abandon();
-    if (writer_) {
-        writer_->undo();
-    }
-    if (failure != failure_ && options_.log) {
-        options_.log(LOG_SEVERITY_ERROR,
-                     fmt::format("scanning stops until the next rescan: {}", failure));
+    // Closing the file undoes what was not committed, also where that itself fails.
+    writer_.reset();
+    database_.reset();
+    if (failure != failure_) {
+        log(LOG_SEVERITY_ERROR,
+            fmt::format("scanning waits: {}; what is known stays, and it is tried again", failure));
     }
     failure_ = failure;
     return false;
 }
 
-bool Scanning::scan_everything() {
-    bool good = true;
+void ScanThread::scan_everything() {
+    watcher_.begin_round();
+    failing_ = false;
     for (const auto &source : sources_) {
-        good = !stop_ && !damaged_ && scan_source(*source, {}) && good;
+        if (!stop_ && !damaged_) {
+            scan_source(*source, {}, true);
+        }
     }
-    if (watcher_.exhausted() && !std::exchange(said_exhausted_, true) && options_.log) {
-        options_.log(LOG_SEVERITY_WARNING,
-                     fmt::format("not every folder can be watched (fs.inotify.max_user_watches); "
-                                 "all are looked at again every {} seconds",
-                                 options_.rescan_unwatched.count() / 1000));
+    if (watcher_.exhausted() && !std::exchange(said_exhausted_, true)) {
+        log(LOG_SEVERITY_WARNING,
+            fmt::format("not every folder can be watched (fs.inotify.max_user_watches); "
+                        "all are looked at again every {} seconds",
+                        options_.rescan_unwatched.count() / 1000));
     }
-    if (good && !stop_) {
-        failure_.clear(); // here alone: a part that went well says nothing of the others
-        guarded([this] { database_->run("PRAGMA wal_checkpoint(TRUNCATE)"); });
+    plan_next_try(false);
+    tidy();
+}
+
+// Goes on where a scan broke off or could not read something.
+void ScanThread::scan_unfinished() {
+    // Without room the whole of a batch would be read to no purpose.
+    if (failing_ && !has_room(state_, room_bytes)) {
+        next_try_ = Clock::now() + first_pause;
+        return;
+    }
+    failing_ = false;
+    for (const auto &source : sources_) {
+        const Unfinished unfinished = unfinished_.at(source->id);
+        if (unfinished.any() && !stop_ && !damaged_) {
+            scan_source(*source, unfinished.whole ? std::set<std::string>() : unfinished.folders,
+                        true);
+        }
+    }
+    plan_next_try(true);
+    tidy();
+}
+
+void ScanThread::plan_next_try(bool again) {
+    if (!anything_unfinished()) {
+        tries_ = 0;
+        if (!failing_ && !std::exchange(failure_, "").empty()) {
+            log(LOG_SEVERITY_INFO, "scanning goes on");
+        }
+        return;
+    }
+    tries_ += again || tries_ == 0 ? 1 : 0;
+    std::chrono::milliseconds pause = first_pause * (1 << std::min(tries_ - 1, 8));
+    // A part of a disk that cannot be read may stay so for ever, and reading it takes long.
+    const bool for_good = !failing_ && !short_of_descriptors_ && tries_ > tries_waited_for;
+    pause = std::min<std::chrono::milliseconds>(pause, for_good ? options_.rescan_unwatched
+                                                                : last_pause);
+    next_try_ = Clock::now() + pause;
+}
+
+void ScanThread::tidy() {
+    if (!stop_ && !failing_ && database_) {
+        try {
+            database_->run("PRAGMA wal_checkpoint(TRUNCATE)");
+        } catch (const std::exception &) {
+            // The log stays as long as it is; the next scan tries again.
+        }
     }
     // What long tags took is not needed again soon.
     malloc_trim(0);
-    return good;
 }
 
-// The source as a whole where no folders are named.
-bool Scanning::scan_source(MusicDirectory &source, const std::vector<std::string> &folders) {
+Scan::Parts ScanThread::parts() {
+    return {*writer_,
+            *workers_,
+            watcher_,
+            artwork_,
+            [this](int severity, const std::string &line) { log(severity, line); },
+            [this](int32_t id) {
+                if (options_.changed) {
+                    options_.changed(id);
+                }
+            },
+            [this](const ScanProgress &counts) {
+                if (options_.progress) {
+                    options_.progress(counts);
+                }
+            },
+            [this] { return stop_ || damaged_; }};
+}
+
+// The source as a whole where no folders are named; with `deep` all that is below the folders, also
+// what the watches would have told.
+void ScanThread::scan_source(MusicDirectory &source, const std::set<std::string> &folders,
+                             bool deep) {
     const bool whole = folders.empty();
-    const bool was_gone = source.status == VANTRO_SOURCE_UNAVAILABLE;
-    const auto began = steady_clock::now();
+    const auto began = Clock::now();
     const bool good = guarded([&] {
-        Scan scan({*writer_, *workers_, watcher_, artwork_,
-                   [this](int severity, const std::string &line) {
-                       if (options_.log) {
-                           options_.log(severity, line);
-                       }
-                   },
-                   [this](int32_t id) {
-                       if (options_.changed) {
-                           options_.changed(id);
-                       }
-                   },
-                   [this](const ScanProgress &counts) {
-                       if (options_.progress) {
-                           options_.progress(counts);
-                       }
-                   },
-                   [this] { return stop_ || damaged_; }},
-                  source.id, source.path);
+        Scan scan(parts(), source.id, source.path);
         if (!scan.gone()) {
             if (whole) {
                 set_status(source, VANTRO_SOURCE_SCANNING);
-            }
-            if (whole) {
                 scan.read("", true);
             }
             for (const std::string &folder : folders) {
-                scan.read(folder, false);
+                scan.read(folder, deep);
             }
         }
         const bool complete = scan.finish();
         if (scan.gone()) {
-            watcher_.remove({source.id, ""});
-            if (!was_gone && options_.log) {
-                options_.log(LOG_SEVERITY_WARNING,
-                             fmt::format("{}: {}; what is known of it stays",
-                                         clean_text(source.path, path_text_max), scan.why_gone()));
-            }
-            set_status(source, VANTRO_SOURCE_UNAVAILABLE);
-            return;
+            return note_gone(source, scan);
         }
         if (scan.changed()) {
             prepare_(source.id);
         }
-        set_status(source, VANTRO_SOURCE_READY);
-        if (complete && whole) {
-            report(source, scan, steady_clock::now() - began);
+        if (complete) {
+            return conclude(source, scan, folders, began);
         }
+        unfinished_.at(source.id).whole = true;
     });
-    if (!good && source.status == VANTRO_SOURCE_SCANNING) {
-        set_status(source, VANTRO_SOURCE_READY);
+    if (!good) {
+        Unfinished &unfinished = unfinished_.at(source.id);
+        unfinished.whole = unfinished.whole || whole;
+        unfinished.folders.insert(folders.begin(), folders.end());
+        set_status(source, VANTRO_SOURCE_SCANNING);
+        plan_next_try(false);
     }
-    return good;
 }
 
-void Scanning::report(const MusicDirectory &source, const Scan &scan,
-                      std::chrono::nanoseconds took) {
-    ScanProgress counts = scan.counts();
+void ScanThread::note_gone(MusicDirectory &source, const Scan &scan) {
+    watcher_.remove({source.id, ""});
+    unfinished_.at(source.id) = {};
+    if (source.status != VANTRO_SOURCE_UNAVAILABLE) {
+        log(LOG_SEVERITY_WARNING, fmt::format("{}: {}; what is known of it stays",
+                                              loggable(source.path), scan.why_gone()));
+    }
+    set_status(source, VANTRO_SOURCE_UNAVAILABLE);
+}
+
+// A scan came to its end; some of what it met may be left for later.
+void ScanThread::conclude(MusicDirectory &source, const Scan &scan,
+                          const std::set<std::string> &folders, Clock::time_point began) {
+    Unfinished &unfinished = unfinished_.at(source.id);
+    const Scan::Postponed &postponed = scan.postponed();
+    if (folders.empty()) {
+        const std::string said = unfinished.said;
+        unfinished = {};
+        unfinished.said = said;
+        unfinished.counts = scan.counts();
+        unfinished.began = began;
+        unfinished.owes_report = true;
+    } else {
+        for (const std::string &folder : folders) {
+            unfinished.folders.erase(folder);
+        }
+        unfinished.counts.read += scan.counts().read;
+        unfinished.counts.left_out += scan.counts().left_out;
+    }
+    unfinished.folders.insert(postponed.folders.begin(), postponed.folders.end());
+    if (!postponed.folders.empty()) {
+        short_of_descriptors_ = postponed.error == EMFILE || postponed.error == ENFILE;
+        note_postponed(source, unfinished, postponed);
+    }
+    if (unfinished.whole || (unfinished.any() && tries_ < tries_waited_for)) {
+        set_status(source, VANTRO_SOURCE_SCANNING);
+        return plan_next_try(false);
+    }
+    if (!unfinished.any()) {
+        unfinished.said.clear();
+    }
+    set_status(source, VANTRO_SOURCE_READY);
+    if (std::exchange(unfinished.owes_report, false)) {
+        report(source, unfinished);
+    }
+}
+
+void ScanThread::note_postponed(const MusicDirectory &source, Unfinished &unfinished,
+                                const Scan::Postponed &postponed) {
+    const std::string why = strerrordesc_np(postponed.error);
+    if (std::exchange(unfinished.said, why) != why) {
+        log(LOG_SEVERITY_WARNING,
+            fmt::format("{}: cannot read all of it for now, first '{}': {}; it is tried again",
+                        loggable(source.path), loggable(postponed.first), why));
+    }
+}
+
+void ScanThread::report(const MusicDirectory &source, const Unfinished &finished) {
+    ScanProgress counts = finished.counts;
     counts.done = true;
     if (options_.progress) {
         options_.progress(counts);
     }
-    if (options_.log) {
-        options_.log(LOG_SEVERITY_INFO,
-                     fmt::format("{}: {} files, {} of them read, {} left out, in {:.1f} s",
-                                 clean_text(source.path, path_text_max), counts.seen, counts.read,
-                                 counts.left_out, std::chrono::duration<double>(took).count()));
-    }
+    const std::chrono::duration<double> took = Clock::now() - finished.began;
+    log(LOG_SEVERITY_INFO,
+        fmt::format("{}: {} files, {} of them read, {} left out, in {:.1f} s",
+                    loggable(source.path), counts.seen, counts.read, counts.left_out, took.count()));
 }
 
-void Scanning::scan_changes(const FolderChanges &changes) {
+void ScanThread::scan_changes(const FolderChanges &changes) {
     for (const auto &source : sources_) {
         if (source->status == VANTRO_SOURCE_UNAVAILABLE || changes.sources.count(source->id) != 0) {
-            scan_source(*source, {});
+            scan_source(*source, {}, true);
             continue;
         }
-        std::vector<std::string> folders;
+        std::set<std::string> folders;
         for (const WatchedFolder &folder : changes.folders) {
             if (folder.first == source->id) {
-                folders.push_back(folder.second);
+                folders.insert(folder.second);
             }
         }
         if (!folders.empty()) {
-            scan_source(*source, folders);
+            scan_source(*source, folders, false);
         }
     }
 }

@@ -3,12 +3,15 @@
 #define VANTRO_SERVICE_CATALOGUE_SCAN_SCAN_THREAD_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,8 +19,8 @@
 #include "service/catalogue/database/database.h"
 #include "service/catalogue/files/artwork.h"
 #include "service/catalogue/scan/scan.h"
+#include "service/catalogue/scan/scan_options.h"
 #include "service/catalogue/scan/watcher.h"
-#include "service/catalogue/store.h"
 
 namespace vantro::service::catalogue {
 
@@ -28,16 +31,17 @@ struct MusicDirectory {
     std::atomic<int32_t> status = 0;
 };
 
-class Scanning {
+class ScanThread {
   public:
-    // Borrows the sources and the covers. `reopen` gives the catalogue's file for writing; called
+    // Borrows the sources and the covers. `state` is the directory that the catalogue's file and the
+    // covers are in. `reopen` gives the catalogue's file for writing; called
     // with true when the one before turned out to be damaged. `prepare` is called where a source
     // has changed and comes to rest.
-    Scanning(const StoreOptions &options, std::vector<std::unique_ptr<MusicDirectory>> &sources,
-             const ArtworkFolder &artwork,
-             std::function<std::unique_ptr<Database>(bool damaged)> reopen,
-             std::function<void(int32_t source)> prepare);
-    ~Scanning() { stop(); }
+    ScanThread(const ScanOptions &options, std::vector<std::unique_ptr<MusicDirectory>> &sources,
+               const ArtworkFolder &artwork, std::filesystem::path state,
+               std::function<std::unique_ptr<Database>(bool damaged)> reopen,
+               std::function<void(int32_t source)> prepare);
+    ~ScanThread() { stop(); }
 
     void start();
     void stop();
@@ -49,20 +53,48 @@ class Scanning {
     void found_damage(int rebuilds);
 
   private:
-    void run();
-    bool rebuild_due() const;
-    bool scan_everything();
-    bool scan_source(MusicDirectory &source, const std::vector<std::string> &folders);
-    void scan_changes(const FolderChanges &changes);
-    bool guarded(const std::function<void()> &work);
-    void report(const MusicDirectory &source, const Scan &scan, std::chrono::nanoseconds took);
-    void set_status(MusicDirectory &source, int32_t status);
-    std::chrono::milliseconds time_to_next(std::chrono::steady_clock::time_point last) const;
-    MusicDirectory *source_of(int32_t id);
+    using Clock = std::chrono::steady_clock;
 
-    const StoreOptions &options_;
+    // What of a source could not be read or kept when it was its turn. The source counts as being
+    // scanned until it was, or until it has been tried so often that nobody should wait for it.
+    struct Unfinished {
+        bool whole = false;            // a scan of all of it broke off
+        std::set<std::string> folders; // that should be read again
+        ScanProgress counts;           // of the scan that could not read them
+        Clock::time_point began;
+        bool owes_report = false;      // its end has not been reported
+        std::string said;              // why, as it was logged last
+        bool any() const { return whole || !folders.empty(); }
+    };
+
+    void run();
+    void do_next();
+    void check_catalogue();
+    bool check_due() const;
+    void scan_everything();
+    void scan_unfinished();
+    void scan_changes(const FolderChanges &changes);
+    void scan_source(MusicDirectory &source, const std::set<std::string> &folders, bool deep);
+    void conclude(MusicDirectory &source, const Scan &scan, const std::set<std::string> &folders,
+                  Clock::time_point began);
+    void note_gone(MusicDirectory &source, const Scan &scan);
+    void note_postponed(const MusicDirectory &source, Unfinished &unfinished,
+                        const Scan::Postponed &postponed);
+    void plan_next_try(bool again);
+    bool guarded(const std::function<void()> &work);
+    void tidy();
+    Scan::Parts parts();
+    void report(const MusicDirectory &source, const Unfinished &finished);
+    void set_status(MusicDirectory &source, int32_t status);
+    Clock::time_point next_round() const;
+    std::chrono::milliseconds time_to_next() const;
+    bool anything_unfinished() const;
+    void log(int severity, const std::string &line) const;
+
+    const ScanOptions &options_;
     std::vector<std::unique_ptr<MusicDirectory>> &sources_;
     const ArtworkFolder &artwork_;
+    const std::filesystem::path state_;
     const std::function<std::unique_ptr<Database>(bool)> reopen_;
     const std::function<void(int32_t)> prepare_;
     Watcher watcher_;
@@ -78,9 +110,15 @@ class Scanning {
     std::unique_ptr<Database> database_;
     std::unique_ptr<Writer> writer_;
     std::unique_ptr<Workers> workers_;
-    std::string failure_; // that was said last
+    std::map<int32_t, Unfinished> unfinished_; // by source; an entry for each
+    Clock::time_point scanned_;                // when everything was looked at last
+    Clock::time_point next_try_;               // of what is unfinished
+    int tries_ = 0;                            // since something became unfinished
+    bool failing_ = false;                     // the last try ended with a failure
+    bool short_of_descriptors_ = false;
+    std::string failure_; // that was logged last
     bool said_exhausted_ = false;
-    std::optional<std::chrono::steady_clock::time_point> rebuilt_;
+    std::optional<Clock::time_point> checked_;
 };
 
 } // namespace vantro::service::catalogue

@@ -8,7 +8,10 @@
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
+
+#include <fmt/format.h>
 
 namespace vantro::service::catalogue {
 
@@ -16,7 +19,7 @@ namespace {
 
 constexpr uint32_t watched_events = IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO |
                                     IN_DELETE | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF |
-                                    IN_ONLYDIR | IN_DONT_FOLLOW;
+                                    IN_ONLYDIR;
 
 // A folder that never comes to rest is read all the same after so many times the quiet it lacks.
 constexpr int settle_max = 10;
@@ -31,29 +34,33 @@ bool comes_whole(const std::string &path) {
 
 Watcher::Watcher()
     : descriptor_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), exhausted_(descriptor_ < 0) {}
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (wake_ < 0) {
+        const int error = errno;
+        if (descriptor_ >= 0) {
+            close(descriptor_);
+        }
+        throw std::system_error(error, std::generic_category(), "changes cannot be waited for");
+    }
+}
 
 Watcher::~Watcher() {
     if (descriptor_ >= 0) {
         close(descriptor_);
     }
-    if (wake_ >= 0) {
-        close(wake_);
-    }
+    close(wake_);
 }
 
-bool Watcher::add(const WatchedFolder &folder, const std::string &path) {
-    if (descriptor_ < 0) {
-        return false;
+bool Watcher::add(const WatchedFolder &folder, const std::string &path, int directory) {
+    if (descriptor_ < 0) { // there was none to be had
+        descriptor_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     }
-    // The top may be a link; below it links are not followed.
-    const uint32_t events =
-        folder.second.empty() ? watched_events & ~uint32_t{IN_DONT_FOLLOW} : watched_events;
-    const int number = inotify_add_watch(descriptor_, path.c_str(), events);
+    // By its descriptor: what lies at the path may be another folder by now.
+    const std::string opened = fmt::format("/proc/self/fd/{}", directory);
+    const int number =
+        descriptor_ < 0 ? -1 : inotify_add_watch(descriptor_, opened.c_str(), watched_events);
     if (number < 0) {
-        if (errno == ENOSPC) {
-            exhausted_ = true;
-        }
+        exhausted_ = true;
         return false;
     }
     // A folder that was moved keeps its number.
@@ -184,6 +191,11 @@ void Watcher::note(uint32_t mask, const std::string &file, const Watched &watche
         return;
     }
     changes.folders.insert(watched.folder);
+}
+
+void Watcher::rest(std::chrono::milliseconds timeout) const {
+    pollfd polled = {wake_, POLLIN, 0};
+    poll(&polled, 1, static_cast<int>(timeout.count()));
 }
 
 void Watcher::wake() {

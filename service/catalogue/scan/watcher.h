@@ -30,19 +30,23 @@ class Watcher {
     Watcher(const Watcher &) = delete;
     Watcher &operator=(const Watcher &) = delete;
 
-    // Watches the folder at `path`, also when it was watched before. False where it cannot be.
-    bool add(const WatchedFolder &folder, const std::string &path);
+    // Watches the folder that is open as `directory` and lies at `path`, also when it was watched
+    // before. False where it cannot be watched.
+    bool add(const WatchedFolder &folder, const std::string &path, int directory);
     bool watches(const WatchedFolder &folder) const { return numbers_.count(folder) != 0; }
     // Ends the watches of a folder and all that is below it.
     void remove(const WatchedFolder &folder);
 
-    // True once there were no more watches to be had.
+    // True where a watch could not be had since begin_round(), which precedes a scan of everything.
     bool exhausted() const { return exhausted_; }
+    void begin_round() { exhausted_ = false; }
 
     // Waits for changes, and then until none has come for `settle`, so that a folder that is being
     // filled is read once. Returns early after wake(). A negative timeout waits for ever.
     FolderChanges wait(std::chrono::milliseconds timeout, std::chrono::milliseconds settle);
     void wake();
+    // Waits for wake(), or that long.
+    void rest(std::chrono::milliseconds timeout) const;
 
   private:
     struct Watched {

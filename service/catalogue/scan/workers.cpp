@@ -1,5 +1,6 @@
 #include "service/catalogue/scan/workers.h"
 
+#include <cerrno>
 #include <exception>
 #include <sys/resource.h>
 #include <system_error>
@@ -17,54 +18,62 @@ constexpr size_t jobs_a_thread = 64;
 
 constexpr int niceness = 10;
 
-std::string read_image(const std::string &path, std::string &bytes) {
-    FileStream stream(path);
+FileFailure read_image(const Job &job, std::string &bytes) {
+    FileStream stream(*job.root, job.path, job.where.file);
     if (stream.failure()) {
         return stream.failure();
     }
     if (static_cast<size_t>(stream.length()) > picture_bytes_max) {
-        return "is too large for a cover";
+        return {"is too large for a cover", 0};
     }
     const TagLib::ByteVector all = stream.readBlock(picture_bytes_max);
     bytes.assign(all.data(), all.size());
-    return "";
+    return stream.failure();
 }
 
-Done carry_out(Job &&job, const ArtworkFolder &artwork) {
-    Done done;
-    done.job = std::move(job);
-    try {
-        std::string bytes;
-        switch (done.job.what) {
-        case Job::What::song:
-            done.song.where = done.job.where;
-            if (const char *why = read_song(done.job.path, done.song.song)) {
-                done.failure = why;
-                break;
-            }
+void carry_out(Done &done, const ArtworkFolder &artwork) {
+    const Job &job = done.job;
+    std::string bytes;
+    switch (job.kind) {
+    case Job::Kind::song:
+        done.song.where = job.where;
+        done.failure = read_song(*job.root, job.path, job.where.file, done.song.song);
+        if (!done.failure) {
             bytes.swap(done.song.song.picture);
             done.song.artwork = artwork.keep(bytes);
             complete(done.song);
-            break;
-        case Job::What::image:
-            done.failure = read_image(done.job.path, bytes);
-            if (done.failure.empty()) {
-                done.artwork = artwork.keep(bytes);
-                if (!done.artwork) {
-                    done.failure = "is not a picture that can be used";
-                }
-            }
-            break;
-        case Job::What::playlist:
-            if (const char *why = read_playlist(done.job.path, done.playlist)) {
-                done.failure = why;
-            }
-            break;
         }
+        break;
+    case Job::Kind::image:
+        done.failure = read_image(job, bytes);
+        if (!done.failure) {
+            done.artwork = artwork.keep(bytes);
+            if (!done.artwork) {
+                done.failure.why = "is not a picture that can be used";
+            }
+        }
+        break;
+    case Job::Kind::playlist:
+        done.failure = read_playlist(*job.root, job.path, job.where.file, done.playlist);
+        break;
+    }
+}
+
+// Never fails: the want of memory is a result like others, and few bytes of text need none.
+Done result_of(Job &&job, const ArtworkFolder &artwork) {
+    Done done;
+    done.job = std::move(job);
+    try {
+        carry_out(done, artwork);
     } catch (const std::system_error &error) {
-        done.no_room = error.what();
+        if (is_passing(error.code().value())) {
+            done.failure = file_failure(error.code().value());
+        } else {
+            done.no_room = error.what();
+        }
     } catch (const std::exception &) {
-        done.failure = "is too much for the memory there is";
+        done.failure.error = ENOMEM;
+        done.failure.why = "no memory";
     }
     return done;
 }
@@ -113,7 +122,7 @@ void Workers::work() {
         jobs_.pop_front();
         ++running_;
         lock.unlock();
-        Done done = carry_out(std::move(job), artwork_);
+        Done done = result_of(std::move(job), artwork_);
         lock.lock();
         --running_;
         results_[number - first_] = std::move(done);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -15,21 +16,24 @@
 
 #include "service/catalogue/files/artwork.h"
 #include "service/catalogue/files/catalogued_song.h"
+#include "service/catalogue/files/file_failure.h"
+#include "service/catalogue/files/music_root.h"
 #include "service/catalogue/files/playlist_file.h"
 
 namespace vantro::service::catalogue {
 
 struct Job {
-    enum class What { song, image, playlist };
-    What what = What::song;
+    enum class Kind { song, image, playlist };
+    Kind kind = Kind::song;
     FileName where;
-    std::string path;
-    FileStamp stamp; // before it is read
+    std::shared_ptr<const MusicRoot> root;
+    std::string path; // below the root; of a link, where it leads
+    FileStamp stamp;  // before it is read
 };
 
 struct Done {
     Job job;
-    std::string failure; // why the file is left out
+    FileFailure failure;
     std::string no_room; // why nothing can be kept at all: the scan ends
     FoundSong song;
     PlaylistFile playlist;

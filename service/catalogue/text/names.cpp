@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <memory>
+#include <new>
 #include <stdexcept>
 
 #include <fmt/format.h>
@@ -18,15 +19,24 @@ namespace {
 // Two names that agree this far are in no order that anybody would look for.
 constexpr size_t ordered_bytes_max = 400;
 
+// A key that was made without memory would order and compare wrongly for as long as it is kept.
+void check(UErrorCode error, const char *purpose) {
+    if (error == U_MEMORY_ALLOCATION_ERROR) {
+        throw std::bad_alloc();
+    }
+    if (U_FAILURE(error)) {
+        throw std::runtime_error(fmt::format("{} names fails: {}", purpose, u_errorName(error)));
+    }
+}
+
 std::unique_ptr<icu::Collator> make_collator() {
     UErrorCode error = U_ZERO_ERROR;
     std::unique_ptr<icu::Collator> made(
         icu::Collator::createInstance(icu::Locale::getRoot(), error));
-    if (U_FAILURE(error)) {
-        throw std::runtime_error("the tables for ordering names are missing");
-    }
+    check(error, "ordering");
     made->setStrength(icu::Collator::TERTIARY);
     made->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, error);
+    check(error, "ordering");
     return made;
 }
 
@@ -67,9 +77,7 @@ void hash(std::string_view bytes, uint8_t (&out)[SHA256_DIGEST_SIZE]) {
 const icu::Normalizer2 *casefold_tables() {
     UErrorCode error = U_ZERO_ERROR;
     const icu::Normalizer2 *tables = icu::Normalizer2::getNFKCCasefoldInstance(error);
-    if (U_FAILURE(error)) {
-        throw std::runtime_error("the tables for comparing names are missing");
-    }
+    check(error, "comparing");
     return tables;
 }
 
@@ -81,9 +89,15 @@ std::string sort_key(std::string_view name) {
     const std::string_view head = name.substr(0, ordered_bytes_max);
     const icu::UnicodeString text = icu::UnicodeString::fromUTF8(
         icu::StringPiece(head.data(), static_cast<int32_t>(head.size())));
+    if (!collator || text.isBogus()) {
+        throw std::bad_alloc();
+    }
     std::string key(sort_key_max, '\0');
     const int32_t size = collator->getSortKey(text, reinterpret_cast<uint8_t *>(key.data()),
                                               static_cast<int32_t>(key.size()));
+    if (size == 0) { // even the key of an empty name has an end
+        throw std::bad_alloc();
+    }
     key.resize(std::min(static_cast<size_t>(size), key.size()));
     return key;
 }
@@ -96,7 +110,13 @@ std::string folded(std::string_view name) {
     icu::StringByteSink<std::string> sink(&result);
     folding->normalizeUTF8(0, icu::StringPiece(text.data(), static_cast<int32_t>(text.size())),
                            sink, nullptr, error);
-    return U_FAILURE(error) ? std::string(text) : result;
+    check(error, "comparing");
+    return result;
+}
+
+void set_up_names() {
+    sort_key("");
+    folded("");
 }
 
 std::string spaced(std::string_view text) {

@@ -18,6 +18,10 @@ inline constexpr size_t sort_key_max = 1024;
 // are composed and to blanks around it.
 std::string folded(std::string_view name);
 
+// Loads the tables that sort_key() and folded() need, so that no later call fails for want of them.
+// Throws where they cannot be had. Both functions throw std::bad_alloc for want of memory.
+void set_up_names();
+
 // The text with every character a word of its own where words are written without blanks, so that
 // a search finds words in the middle of them.
 std::string spaced(std::string_view text);

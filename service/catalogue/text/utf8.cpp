@@ -1,6 +1,9 @@
 #include "service/catalogue/text/utf8.h"
 
+#include <algorithm>
 #include <cstdint>
+
+#include <fmt/format.h>
 
 namespace vantro::service::catalogue {
 
@@ -51,6 +54,22 @@ size_t character_length(std::string_view text, size_t at) {
     return value < least || surrogate || value > 0x10FFFF ? 0 : length;
 }
 
+// Of a well-formed character of several bytes.
+uint32_t value_of(std::string_view character) {
+    uint32_t value = byte_at(character, 0) & (0x7Fu >> character.size());
+    for (size_t i = 1; i < character.size(); ++i) {
+        value = value << 6 | (byte_at(character, i) & 0x3Fu);
+    }
+    return value;
+}
+
+// C1 controls, line and paragraph separators, and what turns the direction of writing.
+bool acts_on_terminals(uint32_t value) {
+    return (value >= 0x80 && value <= 0x9F) || value == 0x061C || value == 0x200E ||
+           value == 0x200F || (value >= 0x2028 && value <= 0x202E) ||
+           (value >= 0x2066 && value <= 0x2069);
+}
+
 } // namespace
 
 std::string clean_text(std::string_view text, size_t limit) {
@@ -67,6 +86,31 @@ std::string clean_text(std::string_view text, size_t limit) {
         at += length == 0 ? 1 : length;
     }
     return clean;
+}
+
+std::string loggable(std::string_view text) {
+    std::string line;
+    for (size_t at = 0; at < text.size();) {
+        const size_t length = text[at] == '\0' ? 0 : character_length(text, at);
+        const std::string_view character = text.substr(at, std::max<size_t>(length, 1));
+        std::string shown(character);
+        if (length <= 1) {
+            const unsigned char byte = byte_at(text, at);
+            if (length == 0 || byte < 0x20 || byte == 0x7F) {
+                shown = fmt::format("\\x{:02X}", byte);
+            } else if (byte == '\\') {
+                shown = "\\\\";
+            }
+        } else if (const uint32_t value = value_of(character); acts_on_terminals(value)) {
+            shown = fmt::format("\\u{{{:04X}}}", value);
+        }
+        if (line.size() + shown.size() > path_text_max) {
+            break;
+        }
+        line += shown;
+        at += character.size();
+    }
+    return line;
 }
 
 } // namespace vantro::service::catalogue

@@ -19,6 +19,11 @@ inline constexpr size_t path_text_max = 3 * 4096;
 // since readers take it for the end; it is cut between characters to at most `limit` bytes.
 std::string clean_text(std::string_view text, size_t limit);
 
+// The same for a line of the log, in which a name must not begin another line or command a
+// terminal: control characters, also those beyond ASCII, marks of writing direction and bytes that
+// are no text are written as \xNN or \u{NNNN}, and a backslash twice. At most path_text_max bytes.
+std::string loggable(std::string_view text);
+
 } // namespace vantro::service::catalogue
 
 #endif

@@ -95,6 +95,7 @@ class Collection : public test::RuntimeDirectory {
     void open(bool scan = true) {
         close();
         scans_ = 0;
+        last_ = {};
         StoreOptions options;
         options.state = state_;
         options.music = sources_.empty() ? std::vector{music_} : sources_;
@@ -240,7 +241,6 @@ class Collection : public test::RuntimeDirectory {
     std::unique_ptr<Store> store_;
     int32_t source_ = 0;
 
-  private:
     void note(const std::function<void()> &what) {
         const std::lock_guard<std::mutex> guard(mutex_);
         what();

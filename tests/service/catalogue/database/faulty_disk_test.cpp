@@ -1,11 +1,13 @@
 // What becomes of the catalogue when the disk under its file fails.
 #include <atomic>
 #include <cerrno>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <sqlite3.h>
 
 #include "tests/service/catalogue/collection.h"
+#include "tests/service/catalogue/database/failing_calls.h"
 
 namespace vantro::service::catalogue {
 
@@ -66,6 +68,58 @@ TEST_F(OnAFaultyDisk, KeepsTheCatalogueWhateverReadFails) {
         EXPECT_EQ(names("songs").size(), 30u) << which;
     }
     EXPECT_FALSE(fs::exists(state_ / "catalogue.db.bad-1"));
+}
+
+// What stands in the way of reading the music, and what takes it away again.
+struct Obstacle {
+    const char *name;
+    std::function<void()> begin;
+    std::function<void()> end;
+};
+
+TEST_F(OnAFaultyDisk, ReadsMusicAsSoonAsItCan) {
+    settle_ = std::chrono::milliseconds(20);
+    const std::string cover = png(1, 1, std::string(3 << 20, 'x'));
+    rlimit all = {};
+    getrlimit(RLIMIT_NOFILE, &all);
+    const Obstacle table[] = {
+        {"reads fail", [] { music_reads_fail = true; }, [] { music_reads_fail = false; }},
+        {"no memory", [] { large_blocks_fail = true; }, [] { large_blocks_fail = false; }},
+        {"no descriptors",
+         [&] {
+             const int free = dup(STDIN_FILENO);
+             ::close(free);
+             rlimit none = all;
+             none.rlim_cur = static_cast<rlim_t>(free);
+             setrlimit(RLIMIT_NOFILE, &none);
+         },
+         [&] { setrlimit(RLIMIT_NOFILE, &all); }},
+    };
+    for (const auto &[name, begin, end] : table) {
+        SCOPED_TRACE(name);
+        fs::remove_all(state_);
+        fs::remove(music_ / "new.flac");
+        add("old.flac", {{"TITLE", "old"}});
+        open();
+        add("new.flac", {{"TITLE", "new"}}, cover);
+        fs::rename(music_ / "new.flac", fs::path(path_) / "new.flac");
+        await([&] { return names("songs") == Names{"old"}; });
+        complaints();
+        const SongId old = all_songs()[0].id;
+
+        begin();
+        fs::rename(fs::path(path_) / "new.flac", music_ / "new.flac");
+        await_complaint();
+        const int32_t status = store_->sources()[0].status;
+        const int32_t checked = store_->check(old);
+        end();
+        EXPECT_EQ(status, VANTRO_SOURCE_SCANNING);
+        EXPECT_NE(checked, VANTRO_ERROR_DAMAGED);
+        await([&] { return store_->sources()[0].status == VANTRO_SOURCE_READY; });
+        EXPECT_EQ(names("songs"), (Names{"new", "old"}));
+        EXPECT_EQ(complaints().size(), 1u);
+        close();
+    }
 }
 
 } // namespace

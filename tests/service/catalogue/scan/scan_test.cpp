@@ -434,10 +434,13 @@ TEST_F(Scanned, GoesOnWhenTheDiskHasRoomAgain) {
     const Names meanwhile = names("songs"); // readers go on
     EXPECT_EQ(std::count(meanwhile.begin(), meanwhile.end(), "one"), 1);
     EXPECT_LT(meanwhile.size(), 201u);
+    EXPECT_EQ(store_->sources()[0].status, VANTRO_SOURCE_SCANNING);
+    EXPECT_FALSE(last().done);
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_EQ(complaints().size(), 1u);
-    store_->rescan();
-    await([&] { return names("songs").size() == 201; });
+    await([&] { return store_->sources()[0].status == VANTRO_SOURCE_READY; });
+    EXPECT_EQ(names("songs").size(), 201u);
+    wait_for([&] { return last_.done; });
 }
 
 TEST_F(Scanned, StartsOnAFullDiskWithWhatItKnows) {
@@ -469,7 +472,6 @@ TEST_F(Scanned, StartsOnAFullDiskWithWhatItKnows) {
         EXPECT_EQ(names("songs"), Names{"one"});
         EXPECT_EQ(store_->take_session_ids(1), 0) << "cannot be noted";
         fs::remove(state_ / "fill");
-        store_->rescan();
         await([&] { return names("songs") == Names{"one", "two"}; });
         EXPECT_EQ(store_->take_session_ids(1), 1);
     });

@@ -1,0 +1,25 @@
+// Why a file or a folder could not be read.
+#ifndef VANTRO_SERVICE_CATALOGUE_FILES_FILE_FAILURE_H
+#define VANTRO_SERVICE_CATALOGUE_FILES_FILE_FAILURE_H
+
+#include <string>
+
+namespace vantro::service::catalogue {
+
+// True for errors of the moment: want of memory or descriptors, a read that failed. They say
+// nothing of the file, so it is tried again and nothing is remembered of them.
+bool is_passing(int error);
+
+struct FileFailure {
+    std::string why; // empty where the file was read
+    int error = 0;   // of the system; 0 where what is in the file is at fault
+
+    explicit operator bool() const { return !why.empty(); }
+    bool passing() const { return is_passing(error); }
+};
+
+FileFailure file_failure(int error);
+
+} // namespace vantro::service::catalogue
+
+#endif
