@@ -256,7 +256,7 @@ int Connection::announce_pulse(int number) {
         const bool slept = changed_.wait(guard);
         --waiters_;
         if (!slept) {
-            return EINTR;
+            return fail(EINTR);
         }
     }
     control_busy_ = true;
