@@ -79,7 +79,7 @@ void CommandLine::parse(int argc, char **argv) {
         if (!app_.get_subcommands().empty() || words.empty()) {
             throw;
         }
-        throw CLI::ValidationError(fmt::format("{} is not a command", words.front()));
+        throw CLI::ValidationError(fmt::format("\"{}\" is not a command", words.front()));
     }
     std::vector<std::string> &players = options_.players;
     if (players.size() > 1 && verb() != "watch") {

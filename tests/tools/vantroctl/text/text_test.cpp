@@ -182,7 +182,7 @@ TEST(StatusView, ScreenShowsEverythingAndFits) {
     for (int columns = 1; columns < 200; ++columns) {
         std::string screen = render_screen(playing(), columns);
         for (size_t end = 0; (end = screen.find('\n')) != std::string::npos;) {
-            EXPECT_LE(display_width(screen.substr(0, end)), columns);
+            EXPECT_LE(display_width(screen.substr(0, end)), columns) << screen;
             screen.erase(0, end + 1);
         }
     }

@@ -128,7 +128,7 @@ TEST_F(Vantroctl, RefusesWhatItDoesNotUnderstand) {
         EXPECT_EQ(std::count(said_.begin(), said_.end(), '\n'), 1) << said_;
     }
     EXPECT_EQ(run({"dance"}), 2);
-    EXPECT_EQ(said_, "vantroctl: dance is not a command; see vantroctl --help\n");
+    EXPECT_EQ(said_, "vantroctl: \"dance\" is not a command; see vantroctl --help\n");
     EXPECT_EQ(run({"seek", "1:5", "--json"}), 2);
     EXPECT_NE(said_.find("\n{\"ok\":false,"), std::string::npos) << said_;
     // Understood: what goes wrong then is that nobody is there.
@@ -255,7 +255,7 @@ TEST_F(Vantroctl, DrivesThePlayersOfTheService) {
     for (const auto &row : rows) {
         auto arguments = row.arguments;
         arguments.emplace_back("--json");
-        EXPECT_EQ(run(arguments), 0);
+        EXPECT_EQ(run(arguments), 0) << row.json;
         EXPECT_EQ(said_, std::string("{\"ok\":true,\"player\":\"main\",") + row.json + "\n");
     }
     EXPECT_EQ(run({"status"}), 0);
