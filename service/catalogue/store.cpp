@@ -142,7 +142,7 @@ std::string SqliteCatalogue::open() {
             auto directory = std::make_unique<MusicDirectory>();
             directory->id = writer.source_at(path.native());
             directory->path = path.native();
-            directory->status = VANTRO_SOURCE_READY;
+            directory->status = VANTRO_SOURCE_SCANNING; // Its scan comes next.
             directories_.push_back(std::move(directory));
             names_.push_back(name_of(path, paths));
         }

@@ -281,6 +281,14 @@ TEST_F(Scanned, FollowsChangesAtOnce) {
     await([&] { return metadata(entry("songs", "uno").id).width == 5; });
 }
 
+TEST_F(Scanned, IsBeingScannedFromTheStart) {
+    add("1.flac", {{"TITLE", "one"}});
+    open(false);
+    EXPECT_EQ(store_->sources()[0].status, VANTRO_SOURCE_SCANNING);
+    scan();
+    EXPECT_EQ(store_->sources()[0].status, VANTRO_SOURCE_READY);
+}
+
 TEST_F(Scanned, KeepsWhatItKnowsOfADirectoryThatIsGone) {
     settle_ = std::chrono::milliseconds(20);
     rescan_every_ = std::chrono::milliseconds(100);
