@@ -102,6 +102,11 @@ void Client::explain_no_connection(int error) const {
         throw Failure(Outcome::failed, fmt::format("cannot connect: {}; free some and try again",
                                                    std::strerror(error)));
     }
+    if (error == EAGAIN) {
+        throw Failure(Outcome::failed,
+                      "cannot connect: the service has no room for more clients of "
+                      "this user; end some and try again");
+    }
     throw Failure(Outcome::absent, no_service);
 }
 

@@ -13,7 +13,7 @@ namespace vantro::ctl {
 namespace {
 
 // How the service of a test behaves.
-enum class Manner { deaf, silent, knows_no_player, refuses, scans, dies };
+enum class Manner { deaf, silent, full, knows_no_player, refuses, scans, dies };
 
 Manner manner;
 int32_t refusal_result = EIO;
@@ -67,6 +67,10 @@ int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
                                                      : int32_t{0});
 }
 
+int32_t admit(MsgOsb *, MsgContext *, MsgService *) {
+    return manner == Manner::full ? EAGAIN : 0;
+}
+
 // A service in a process of its own; returns once it can be found.
 class Service {
   public:
@@ -78,7 +82,7 @@ class Service {
               manner = with;
               MsgServer *server = msgserver_create(4096, 4, MSGSERVER_FLAG_PATH);
               if (!server || msgserver_add(server, "vantro.sys", nullptr, options, 256, answer,
-                                           nullptr, nullptr) < 0) {
+                                           admit, nullptr) < 0) {
                   return 1;
               }
               std::puts("ready");
@@ -196,6 +200,12 @@ TEST_F(Vantroctl, SaysThatSongsAreStillBeingLookedFor) {
     EXPECT_EQ(run({"play"}), 6);
     EXPECT_EQ(said_, "vantroctl: nothing to play: no source has songs; source 1 is still being "
                      "scanned, try again later\n");
+}
+
+TEST_F(Vantroctl, TellsAServiceThatIsFullFromNone) {
+    Service service(Manner::full);
+    EXPECT_EQ(run({"play"}), 1);
+    EXPECT_EQ(said_.find("vantroctl: cannot connect: the service has no room"), 0u) << said_;
 }
 
 TEST_F(Vantroctl, GivesUpOnAServiceThatDoesNotAnswer) {
