@@ -123,13 +123,34 @@ bool destroyed(const Channel &channel) {
     return channel.destroyed;
 }
 
+// The event that a wait takes from the channel's epoll set. A thread can be cancelled when the
+// kernel has handed it an event and before it knows: an edge that nobody else would be told then.
+// The end of this object hands it on.
+class TakenEvent {
+  public:
+    ~TakenEvent() {
+        if (!kept_ && event.events != 0) {
+            Server::instance().tell_again(Source::unpack(event.data.u64));
+        }
+    }
+    void keep() { kept_ = true; }
+
+    struct epoll_event event = {};
+
+  private:
+    bool kept_ = false;
+};
+
 // Waits for one event; the only cancellation point of a receive.
 int wait_for_event(const Channel &channel, const CancelDisabled &cancel,
                    struct epoll_event &event) {
+    TakenEvent taken;
     pthread_setcancelstate(cancel.previous(), nullptr);
-    const int ready = ::epoll_wait(channel.epoll.get(), &event, 1, -1);
+    const int ready = ::epoll_wait(channel.epoll.get(), &taken.event, 1, -1);
     const KeepErrno keep;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    taken.keep();
+    event = taken.event;
     return ready;
 }
 

@@ -134,6 +134,31 @@ void Server::close_lane(Client &client, Lane &lane) {
     close_socket(client, lane.socket);
 }
 
+// Only what is edge-triggered has to be told again.
+void Server::tell_again(const Source &source) {
+    const std::lock_guard guard(lock);
+    Client *client = find_client(source.serial);
+    if (!client || client->gone) {
+        return;
+    }
+    struct epoll_event event = {};
+    event.data.u64 = source.pack();
+    int socket = -1;
+    if (source.kind == Source::client_lane && source.lane < client->lanes.size()) {
+        const Lane &lane = client->lanes[source.lane];
+        socket =
+            lane.incarnation == source.incarnation && !lane.socket.closing ? lane.socket.fd : -1;
+        event.events = lane_events;
+    } else if (source.kind == Source::client_outlet && source.lane < client->outlets.size()) {
+        const PulseOutlet &outlet = client->outlets[source.lane];
+        socket = outlet.incarnation == source.incarnation ? outlet.socket.get() : -1;
+        event.events = outlet.waiting.empty() ? outlet_events : outlet_events | EPOLLOUT;
+    }
+    if (socket >= 0) {
+        ::epoll_ctl(client->channel->epoll.get(), EPOLL_CTL_MOD, socket, &event);
+    }
+}
+
 void Server::close_outlet(Client &client, PulseOutlet &outlet) {
     if (outlet.socket) {
         epoll_ctl(client.channel->epoll.get(), EPOLL_CTL_DEL, outlet.socket.get(), nullptr);

@@ -17,6 +17,8 @@
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_SERVER_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_SERVER_H
 
+#include <sys/epoll.h>
+
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -150,6 +152,10 @@ struct Source {
     }
 };
 
+// What lanes and outlets are watched for.
+inline constexpr uint32_t lane_events = EPOLLIN | EPOLLRDHUP | EPOLLET;
+inline constexpr uint32_t outlet_events = EPOLLET; // that its client closed it is always told
+
 struct Server {
     std::mutex lock;
     std::unordered_map<int, std::shared_ptr<Channel>> channels;
@@ -184,6 +190,8 @@ struct Server {
     void close_socket(Client &client, PinnedFd &socket);
     void close_lane(Client &client, Lane &lane);
     static void close_outlet(Client &client, PulseOutlet &outlet);
+    // Makes the kernel report again what an event was about, to whoever waits next. Takes the lock.
+    void tell_again(const Source &source);
     // Ends a connection; its disconnect pulse follows when nothing holds it.
     void disconnect(Client &client);
     // One message less holds the pulse; erase_if_finished() is to follow.

@@ -119,7 +119,7 @@ int add_lane(Client &client, UniqueFd near_end, uint32_t incarnation) {
         return EAGAIN;
     }
     Lane &lane = client.lanes[static_cast<size_t>(index)];
-    if (!add_to_epoll(*client.channel, near_end.get(), EPOLLIN | EPOLLRDHUP | EPOLLET,
+    if (!add_to_epoll(*client.channel, near_end.get(), lane_events,
                       Source{Source::client_lane, static_cast<uint16_t>(client.serial),
                              static_cast<uint8_t>(index), incarnation})) {
         return errno;

@@ -20,11 +20,10 @@ namespace vantro::platform {
 
 namespace {
 
-// Asks for an event when an outlet has room, or takes that back. That its client has closed it is
-// always told.
+// Asks for an event when an outlet has room, or takes that back.
 bool watch_outlet(const Client &client, const PulseOutlet &outlet, int operation, bool for_room) {
     struct epoll_event event = {};
-    event.events = for_room ? uint32_t{EPOLLET | EPOLLOUT} : uint32_t{EPOLLET};
+    event.events = for_room ? outlet_events | EPOLLOUT : outlet_events;
     event.data.u64 =
         Source{Source::client_outlet, static_cast<uint16_t>(client.serial),
                static_cast<uint8_t>(&outlet - client.outlets.data()), outlet.incarnation}

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "platform/linux/messages/server.h"
+#include "platform/portable/guards.h"
 
 namespace vantro::platform {
 
@@ -164,6 +165,7 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
 
 ssize_t ipc_read(int receive_id, void *buffer, size_t length, size_t offset) {
     using namespace vantro::platform;
+    const CancelDisabled no_cancel; // or the message would be lost with the thread
     Server &server = Server::instance();
     std::shared_ptr<KeptMessage> kept;
     {

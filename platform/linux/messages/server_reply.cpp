@@ -140,6 +140,7 @@ int ipc_waiting(int receive_id) {
     if (receive_id <= 0) {
         return 0;
     }
+    const CancelDisabled no_cancel;
     Server &server = Server::instance();
     const std::lock_guard guard(server.lock);
     Client *client = nullptr;

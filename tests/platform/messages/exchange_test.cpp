@@ -359,5 +359,47 @@ TEST(Exchange, AChildHasNoneOfItsParentsConnections) {
     global_name_close(connection);
 }
 
+// Threads are cancelled at the moment at which messages reach them; each message is answered.
+TEST(Exchange, ACancelledThreadHandsItsMessageOn) {
+    const RuntimeDirectory runtime;
+    const ChannelServer server(echo, {}, 0); // its threads come and go here
+    std::atomic<bool> done{false};
+    std::thread client([&done] {
+        const int connection = connect_to_test();
+        while (!done) {
+            EXPECT_TRUE(is_served(connection));
+        }
+        global_name_close(connection);
+    });
+    const auto serve = [](void *channel) -> void * {
+        char buffer[64];
+        const struct iovec part = {buffer, sizeof buffer};
+        struct ipc_info info;
+        for (;;) {
+            const int receive_id = ipc_receive(*static_cast<const int *>(channel), &part, 1, &info);
+            if (receive_id > 0) {
+                ipc_reply(receive_id, info.msg_length, buffer,
+                          static_cast<size_t>(info.msg_length));
+            } else if (receive_id < 0) {
+                return nullptr;
+            }
+        }
+    };
+    int channel = server.channel;
+    pthread_t last{};
+    ASSERT_EQ(pthread_create(&last, nullptr, serve, &channel), 0);
+    for (int i = 0; i < 3000; ++i) {
+        pthread_t next{};
+        ASSERT_EQ(pthread_create(&next, nullptr, serve, &channel), 0);
+        pthread_cancel(last);
+        pthread_join(last, nullptr);
+        last = next;
+    }
+    done = true;
+    client.join();
+    channel_destroy(channel);
+    pthread_join(last, nullptr);
+}
+
 } // namespace
 } // namespace vantro::test

@@ -211,7 +211,9 @@ VANTRO_PLATFORM_API int ipc_send_simple(int connection, const void *message, siz
  * Blocks for the next message or pulse on a channel. A message is scattered into `parts`; what
  * does not fit can be had with ipc_read() until the reply. A pulse is delivered as an ipc_pulse
  * at the start of `parts`, which must take at least 16 bytes.
- * Several threads may receive on one channel; each message and pulse goes to exactly one.
+ * Several threads may receive on one channel; each message and pulse goes to exactly one. The wait
+ * is a cancellation point, and the only one of the operations here: what a cancelled thread would
+ * have received goes to another.
  * @param info filled for messages and pulses alike; may be NULL.
  * @return a receive id above 0 for a message, 0 for a pulse, -1: EBADF (no such channel, or it
  *   was destroyed), EINTR (a signal handler ran), EINVAL (vectors beyond the host's IOV_MAX).
