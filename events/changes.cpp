@@ -24,11 +24,6 @@ bool keep(mosk_dict **dict, mosk_dict *changed) {
     return changed != nullptr;
 }
 
-// Makes the dictionary where there is none. @return false for want of memory.
-bool make(mosk_dict **dict) {
-    return *dict || (*dict = mosk_dict_new());
-}
-
 bool set(mosk_dict **dict, const kivo_record &line) {
     msglog(LOG_SEVERITY_TRACE, "KIVO_ATTRIBUTE: %s::%s", line.attribute, line.value);
     if (!*dict) {
@@ -74,11 +69,15 @@ int update_dict(mosk_dict **dict, char *text) {
             return result;
         case KIVO_OBJECT:
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT: %s", line.object);
-            result = make(dict) ? result : -1;
+            if (!*dict) {
+                *dict = mosk_dict_new();
+            }
             break;
         case KIVO_OBJECT_CREATED:
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT_CREATED: %s", line.object);
-            result = make(dict) ? result : -1;
+            if (!*dict) {
+                *dict = mosk_dict_new();
+            }
             break;
         case KIVO_OBJECT_DELETED:
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT_DELETED: %s", line.object);
@@ -87,8 +86,8 @@ int update_dict(mosk_dict **dict, char *text) {
         case KIVO_OBJECT_TRUNCATED:
             // Also one that nothing was known of: what follows is then all that it has.
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT_TRUNCATED: %s", line.object);
-            mosk_dict_destroy(std::exchange(*dict, nullptr));
-            result = make(dict) ? result : -1;
+            mosk_dict_destroy(*dict);
+            *dict = mosk_dict_new();
             break;
         case KIVO_ATTRIBUTE:
             if (!set(dict, line)) {

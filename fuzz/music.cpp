@@ -11,6 +11,7 @@
 #include <string>
 
 #include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/music_root.h"
 #include "service/catalogue/files/playlist_file.h"
 #include "service/catalogue/files/song_file.h"
 
@@ -28,26 +29,26 @@ void require(bool holds) {
 
 struct Directory {
     std::string path = "/dev/shm/fuzz-music-XXXXXX";
-    Directory() { require(mkdtemp(path.data()) != nullptr); }
+    vantro::service::catalogue::MusicRoot root{mkdtemp(path.data())};
     ~Directory() { std::filesystem::remove_all(path); }
 };
 
-void read_as_song(const std::string &path, size_t size) {
+void read_as_song(const Directory &directory, const std::string &name, size_t size) {
     using namespace vantro::service::catalogue;
     SongFile song;
-    if (!read_song(path, song)) {
+    if (!read_song(directory.root, name, name, song)) {
         require(song.size == static_cast<int64_t>(size) && song.duration_ms >= 0);
         // Each value ends within the texts.
         require(song.tags.packed().empty() || song.tags.packed().back() == '\0');
         picture_head(song.picture);
     }
-    check_song(path);
+    check_song(directory.path, name);
 }
 
-void read_as_playlist(const std::string &path) {
+void read_as_playlist(const Directory &directory, const std::string &name) {
     using namespace vantro::service::catalogue;
     PlaylistFile playlist;
-    read_playlist(path, playlist);
+    read_playlist(directory.root, name, name, playlist);
     require(playlist.entries.size() <= playlist_entries_max);
     for (const std::string &entry : playlist.entries) {
         const auto found = resolve_entry(entry, "folder", "/music");
@@ -63,13 +64,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size < 1) {
         return 0;
     }
-    const std::string path = directory.path + "/" + names[data[0] % names.size()];
+    const std::string name = names[data[0] % names.size()];
+    const std::string path = directory.path + "/" + name;
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char *>(data + 1), static_cast<std::streamsize>(size - 1));
-    if (vantro::service::catalogue::has_playlist_name(path)) {
-        read_as_playlist(path);
+    if (vantro::service::catalogue::has_playlist_name(name)) {
+        read_as_playlist(directory, name);
     } else {
-        read_as_song(path, size - 1);
+        read_as_song(directory, name, size - 1);
     }
     std::filesystem::remove(path);
     return 0;

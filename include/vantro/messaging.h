@@ -257,11 +257,8 @@ typedef struct SlotArray {
  * when the client closed, and is still owed when the client's connection goes, it runs again then.
  * A second call has no context and finds `closed` of the record 1; a first call has a context (of
  * the close request), or none and `closed` 0 (the client vanished). The two never overlap. So a
- * service frees what it keeps for an open exactly once when its close handler begins with
- *
- *     if (!context && open->closed) {
- *         return 0;
- *     }
+ * service frees what it keeps for an open exactly once when its close handler does nothing where
+ * `!context && open->closed`.
  *
  * A client may send from several threads, so a close handler can run while another thread handles
  * a request of the same open, and a request can still come after it as long as another request is

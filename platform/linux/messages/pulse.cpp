@@ -140,8 +140,8 @@ static int add_pulse_end(Channel &channel, PulseEnd end) {
 }
 
 int adopt_pulse_end(int number, const Connection &server_connection, UniqueFd socket) {
-    if (!is_packet_socket(socket.get())) {
-        return ECONNRESET;
+    if (const int error = check_packet_socket(socket.get()); error != 0) {
+        return error;
     }
     PulseConnections &connections = PulseConnections::instance();
     const std::lock_guard guard(connections.lock);

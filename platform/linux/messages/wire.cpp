@@ -127,14 +127,15 @@ ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Ar
     return received;
 }
 
-bool is_packet_socket(int descriptor) {
+int check_packet_socket(int descriptor) {
     int domain = 0;
     int type = 0;
     socklen_t length = sizeof domain;
-    ::getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &length);
-    length = sizeof type;
-    ::getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &length);
-    return domain == AF_UNIX && type == SOCK_SEQPACKET;
+    if (::getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &length) != 0 ||
+        ::getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &(length = sizeof type)) != 0) {
+        return errno == ENOTSOCK ? ECONNRESET : errno;
+    }
+    return domain == AF_UNIX && type == SOCK_SEQPACKET ? 0 : ECONNRESET;
 }
 
 UniqueFd make_memory_file(const struct iovec *parts, int count, size_t length) {

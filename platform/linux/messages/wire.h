@@ -90,9 +90,9 @@ ssize_t send_packet(int socket, const struct iovec *parts, int count, int descri
 // One packet in; descriptors beyond one are closed. @return bytes, 0 at the end, or -1.
 ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Arrival &arrival);
 
-// Whether a descriptor is a local socket of packets, the only kind that is written to or read from
-// without knowing more of it.
-bool is_packet_socket(int descriptor);
+// Whether a descriptor that a server passed is a socket that keeps packets apart. @return 0,
+// ECONNRESET where it is none, or why that cannot be told.
+int check_packet_socket(int descriptor);
 
 // A sealed memory file that holds the parts. Empty with errno on failure.
 UniqueFd make_memory_file(const struct iovec *parts, int count, size_t length);
