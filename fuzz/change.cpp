@@ -20,7 +20,7 @@ void require(bool holds) {
     }
 }
 
-// Everything that a text says, one entry a line; and the text written anew.
+// Everything that a text says, one entry a line; and the text written again from it.
 struct Reading {
     std::vector<std::string> lines;
     std::string written;
@@ -72,20 +72,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t length) {
     require(Reading(second.written).written == second.written);
 
     // The same bytes in a ring that a stranger wrote.
-    vantro::platform::Picture picture;
-    picture.load(text);
+    vantro::platform::ObjectState state;
+    state.load(text);
     std::string snapshot;
-    picture.append_all(snapshot);
-    picture.apply(text, length);
+    state.append_all(snapshot);
+    state.apply(text, length);
     snapshot.clear();
-    picture.append_all(snapshot);
-    vantro::platform::Picture again;
-    require(again.load(snapshot) && again.bytes() == picture.bytes());
+    state.append_all(snapshot);
+    vantro::platform::ObjectState again;
+    require(again.load(snapshot) && again.bytes() == state.bytes());
     size_t bytes = 0;
-    for (const auto &object : picture.texts()) {
+    for (const auto &object : state.texts()) {
         bytes += object.text.size();
     }
-    require(bytes == picture.bytes());
+    require(bytes == state.bytes());
     std::string same;
     again.append_all(same);
     require(same == snapshot);

@@ -57,7 +57,7 @@
  *    Close the player, or the handle, and begin anew. Of a death vantro_event_wait() learns at
  * once; who never waits learns of it when the next service publishes.
  *  - EBADMSG: what was published cannot be understood. The next call goes on behind it, unless the
- *    objects as a whole are noise.
+ *    objects' file is corrupt.
  *  - EACCES, EMFILE, ENFILE, ENOMEM, and in vantro_event_wait() also EINTR, ENOSPC: what they
  *    always mean. The next call tries again.
  * Where there is no memory for the handle's events, or for a record, the process ends with abort().

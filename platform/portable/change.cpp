@@ -1,7 +1,7 @@
 // Change texts: parsing in place, and writing.
 //
-// A line is checked as a whole before a byte of it is changed, so that one which cannot be parsed
-// stays as it was found.
+// A line is checked as a whole before a byte of it is changed, so a line that cannot be parsed
+// stays as it was.
 #include <vantro/platform/change.h>
 
 #include <algorithm>
@@ -42,7 +42,7 @@ char unescaped(char escape, Escapes kind, bool first) {
 
 bool may_be_unescaped(std::string_view text, Escapes kind) {
     for (size_t i = 0; i < text.size(); ++i) {
-        // Values may be long, and hold few escapes: what lies between is passed over at once.
+        // Long values hold few escapes: find() skips what lies between.
         if (kind == Escapes::of_a_value && (i = text.find('\\', i)) == text.npos) {
             return true;
         }
@@ -58,7 +58,7 @@ bool may_be_unescaped(std::string_view text, Escapes kind) {
     return true;
 }
 
-// Unescapes in place and ends the text with a NUL, which fits: there is a byte behind it.
+// Unescapes in place and ends the text with a NUL. There is room: a separator follows every text.
 char *unescape(char *text, size_t length, Escapes kind) {
     char *to = static_cast<char *>(std::memchr(text, '\\', length));
     if (!to) {
@@ -114,7 +114,7 @@ void write_bytes(kivo_writer &writer, std::string_view bytes) {
     if (writer.error != 0) {
         return;
     }
-    // One byte stays for the NUL.
+    // One byte is left for the NUL.
     if (bytes.size() >= writer.capacity - writer.length) {
         writer.error = EMSGSIZE;
         return;
@@ -123,7 +123,7 @@ void write_bytes(kivo_writer &writer, std::string_view bytes) {
     writer.length += bytes.size();
 }
 
-// What may have to be escaped; the rest of a text is passed over at the speed of this look-up.
+// Characters that may have to be escaped. A look-up for each byte keeps writing fast.
 constexpr std::array<bool, 256> may_need_escape = [] {
     std::array<bool, 256> table = {};
     for (const char c : {'\\', '\n', '\r', '\t', ':', '@', '+', '-', '#'}) {
@@ -155,7 +155,7 @@ void write_escaped(kivo_writer &writer, std::string_view text, Escapes kind) {
     write_bytes(writer, text.substr(plain));
 }
 
-// Whether the writer takes more, with a name that can be.
+// Whether the writer can go on. Arguments that are not good leave EINVAL in it.
 bool accepts(kivo_writer *writer, bool good) {
     if (writer && writer->error == 0 && !good) {
         writer->error = EINVAL;

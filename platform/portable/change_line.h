@@ -1,4 +1,4 @@
-// The lines of a change text as they lie there, escapes and all.
+// Parses the lines of a change text without unescaping them.
 #ifndef VANTRO_PLATFORM_PORTABLE_CHANGE_LINE_H
 #define VANTRO_PLATFORM_PORTABLE_CHANGE_LINE_H
 
@@ -10,8 +10,8 @@
 
 namespace vantro::platform {
 
-// The number in an enumeration that a caller filled, which may be none of its values: C allows
-// that, and here it must be checked before it is used as one.
+// The number in an enumeration that a C caller has set. C allows numbers that are no value of the
+// enumeration. In C++ to load such an enumeration is undefined, so its bytes are copied instead.
 template <class Enumeration>
 std::underlying_type_t<Enumeration> number_of(const Enumeration &value) {
     std::underlying_type_t<Enumeration> number;
@@ -23,16 +23,17 @@ bool is_encoding(const kivo_encoding &encoding);
 
 bool is_object_name(std::string_view name);
 
-// An object's line: KIVO_END where the line is none, KIVO_ERROR where it is a wrong one.
+// An object's line. `result` is KIVO_END for a line of another kind, KIVO_ERROR for a malformed
+// one.
 struct ObjectLine {
     kivo_result result = KIVO_END;
     std::string_view name;
 };
 ObjectLine parse_object_line(std::string_view line);
 
-// An attribute's line, still escaped. No name where the line is wrong.
+// An attribute's line, still escaped. The name is empty where the line is malformed.
 struct AttributeLine {
-    bool is_set = false; // and not deleted
+    bool is_set = false; // false: the attribute is deleted
     std::string_view name;
     std::string_view encoding;
     std::string_view value;

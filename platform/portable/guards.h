@@ -7,7 +7,7 @@
 
 namespace vantro::platform {
 
-// Restores errno at the end of a block: clean-up must not hide why a call failed.
+// Restores errno at the end of a block, so that clean-up does not hide why a call failed.
 class KeepErrno {
   public:
     KeepErrno() : saved_(errno) {}
@@ -34,13 +34,13 @@ class CancelDisabled {
     int previous_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// Fails with an error number, the way the contract says.
+// Sets errno and returns -1, as functions of the contract fail.
 inline int fail(int error) {
     errno = error;
     return -1;
 }
 
-// Runs a function that may find no memory: no exception crosses the contract.
+// Runs a function that may throw std::bad_alloc, which must not cross the contract.
 template <typename Function>
 int or_no_memory(Function function) {
     try {

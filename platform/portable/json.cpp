@@ -33,7 +33,7 @@ struct Value {
         int64_t integer;
         uint64_t large_integer; // above INT64_MAX
     };
-    uint32_t end; // behind its last member
+    uint32_t end; // index after its last member
     Kind kind;
 };
 

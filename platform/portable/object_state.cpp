@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view object_start = "#@";
 
-// Takes the next line off a text, its newline included. Empty where the text ends without one.
+// Removes the next line, with its newline, from the front of a text. Empty where none is complete.
 std::string_view take_line(std::string_view &text) {
     const std::string_view line = text.substr(0, text.find('\n') + 1);
     text.remove_prefix(line.size());
@@ -24,7 +24,8 @@ constexpr char birth_sign = '+';
 constexpr size_t birth_digits = 16;
 constexpr size_t birth_line_size = 1 + birth_digits + 1;
 
-// Takes the line of a birth off a text, where it begins with one. @return whether it is well made.
+// Removes a birth's line from the front of a text, if there is one. @return whether it is well
+// made.
 bool take_birth(std::string_view &text, uint64_t &birth) {
     birth = 0;
     if (!text.starts_with(birth_sign)) {
@@ -42,13 +43,13 @@ std::string_view without_newline(std::string_view line) {
 
 } // namespace
 
-Picture::Outcome Picture::apply(std::string_view change, uint64_t position) {
+ObjectState::Outcome ObjectState::apply(std::string_view change, uint64_t position) {
     const ObjectLine head = parse_object_line(without_newline(take_line(change)));
     return apply(head, change, position);
 }
 
-Picture::Outcome Picture::apply(const ObjectLine &head, std::string_view change,
-                                uint64_t position) {
+ObjectState::Outcome ObjectState::apply(const ObjectLine &head, std::string_view change,
+                                        uint64_t position) {
     if (head.result <= KIVO_END) {
         return Outcome::malformed;
     }
@@ -133,7 +134,7 @@ Picture::Outcome Picture::apply(const ObjectLine &head, std::string_view change,
     return Outcome::applied;
 }
 
-bool Picture::load(std::string_view snapshot, std::string_view object) {
+bool ObjectState::load(std::string_view snapshot, std::string_view object) {
     objects_.clear();
     bytes_ = 0;
     while (!snapshot.empty()) {
@@ -158,18 +159,18 @@ bool Picture::load(std::string_view snapshot, std::string_view object) {
     return true;
 }
 
-void Picture::append(std::string &text, const Objects::value_type &object) {
+void ObjectState::append(std::string &text, const Objects::value_type &object) {
     text.append(object_start).append(object.first).append("\n");
     append_lines(text, object);
 }
 
-void Picture::append_lines(std::string &text, const Objects::value_type &object) {
+void ObjectState::append_lines(std::string &text, const Objects::value_type &object) {
     for (const auto &[name, line] : object.second.lines) {
         text.append(line);
     }
 }
 
-std::vector<const Picture::Objects::value_type *> Picture::in_order_of_change() const {
+std::vector<const ObjectState::Objects::value_type *> ObjectState::in_order_of_change() const {
     std::vector<const Objects::value_type *> order;
     order.reserve(objects_.size());
     for (const auto &object : objects_) {
@@ -181,7 +182,7 @@ std::vector<const Picture::Objects::value_type *> Picture::in_order_of_change() 
     return order;
 }
 
-void Picture::append_all(std::string &text) const {
+void ObjectState::append_all(std::string &text) const {
     size_t without_birth = objects_.size();
     without_birth -= std::min(without_birth, births_bytes_max / birth_line_size);
     for (const auto *object : in_order_of_change()) {
@@ -198,7 +199,7 @@ void Picture::append_all(std::string &text) const {
     }
 }
 
-std::vector<Picture::Text> Picture::texts() const {
+std::vector<ObjectState::Text> ObjectState::texts() const {
     std::vector<Text> all;
     all.reserve(objects_.size());
     for (const auto *object : in_order_of_change()) {

@@ -12,40 +12,42 @@
 
 namespace vantro::platform {
 
-// All objects of a publisher in full, as the lines of their change texts. The publisher keeps one
-// of what it published; a reader makes one of a snapshot and what came after it, to tell each
-// object as it is and not as it was.
-class Picture {
+// The present state of all objects of a publisher, as the lines of their change texts. The
+// publisher keeps the state of what it has published. A reader that starts over makes the state
+// from a snapshot and the changes after it, and so reports each object as it is now.
+class ObjectState {
   public:
     enum class Outcome { applied, malformed, object_too_long, all_too_long };
 
-    // Applies a change, or leaves everything as it was. May throw std::bad_alloc, likewise.
-    // @param position where the change stands in the ring: that of an object's first change is its
-    //   birth.
+    // Applies a change. Where that fails, also by std::bad_alloc, nothing has changed.
+    // @param position of the change in the ring. An object's birth is the position of its first
+    //   change.
     Outcome apply(std::string_view change, uint64_t position);
 
-    // Replaces everything by what append_all() wrote; only `object` of it where one is named.
+    // Replaces the state by the one that append_all() wrote, or by `object` alone where one is
+    // named.
+    // @return whether the snapshot is well made.
     bool load(std::string_view snapshot, std::string_view object = {});
 
-    // The objects' texts one after the other, each beginning "#@", in the order in which the
-    // objects were last changed: a reader that begins with them is told what belongs together in
-    // the order in which it was published. A second line, "+" and 16 hexadecimal digits, is the
-    // object's birth; where there are very many objects, the first in order go without. May throw
-    // std::bad_alloc.
+    // Appends a snapshot: the objects' texts, each beginning with "#@", in the order in which the
+    // objects were last changed, so that a new reader gets related objects in the order in which
+    // they were published. The second line of each text, "+" and 16 hexadecimal digits, is the
+    // object's birth. Where there are more objects than births_bytes_max has room for, those that
+    // were changed first have no such line. May throw std::bad_alloc.
     void append_all(std::string &text) const;
-    // Of the texts, without the births.
+    // Bytes of the texts, without the births.
     size_t bytes() const { return bytes_; }
 
-    // What the births of a snapshot take at most: some 3,600 objects have room for one.
+    // Bytes of all births in a snapshot, at most: enough for some 3,600 objects.
     static constexpr size_t births_bytes_max = 64 * 1024;
 
     bool holds(std::string_view object) const { return objects_.find(object) != objects_.end(); }
 
-    // One text an object, in the same order.
+    // One text for each object, in the order of append_all().
     struct Text {
         std::string name;
         std::string text;
-        uint64_t birth; // 0 where that is not known
+        uint64_t birth; // 0 where it is not known
     };
     std::vector<Text> texts() const;
 
@@ -60,7 +62,7 @@ class Picture {
     };
     using Objects = std::map<std::string, Object, std::less<>>;
 
-    // A line of the change in hand, and what it replaces.
+    // A line of the change that is being applied, and the place of the line that it replaces.
     struct Line {
         std::string_view name;
         std::string_view text; // empty when the attribute is deleted
@@ -76,7 +78,7 @@ class Picture {
     Objects objects_;
     uint64_t changes_ = 0; // counts the changes that were applied
     size_t bytes_ = 0;
-    std::vector<Line> lines_; // kept for its memory: a change of known attributes costs no heap
+    std::vector<Line> lines_; // a member for its memory: a change of known attributes costs no heap
 };
 
 } // namespace vantro::platform

@@ -16,7 +16,7 @@ namespace vantro::platform {
 
 namespace {
 
-// Instances without a watch. As many are kept as threads are likely to wait at once.
+// Instances without a watch: as many as threads are likely to wait at once.
 struct Spares {
     static constexpr size_t max = 4;
 
@@ -24,7 +24,7 @@ struct Spares {
     std::array<UniqueFd, max> instances;
     size_t count = 0;
 
-    // Other threads may go on waiting while the process ends: there is none for them to take.
+    // Threads may still wait while the process ends. They find no instance to take here.
     ~Spares() {
         const std::lock_guard guard(lock);
         count = 0;
@@ -83,13 +83,13 @@ void Notification::silence() {
 }
 
 bool Notification::finish() {
-    // The end of a watch is an event too: first no more signals, then no more watch.
+    // The end of a watch is an event too, so signals end first.
     silence();
     if (watch_ >= 0) {
         ::inotify_rm_watch(inotify_.get(), watch_);
     }
-    // A watched file's events carry no name, and those alike that follow each other are one: few
-    // are ever there, and one read takes them all.
+    // Events of a watched file carry no name, and the kernel merges equal ones that follow each
+    // other. So there are few, and one read takes them all.
     bool closed = false;
     alignas(struct inotify_event) char events[64 * sizeof(struct inotify_event)];
     const ssize_t length = ::read(inotify_.get(), events, sizeof events);

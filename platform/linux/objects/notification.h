@@ -8,15 +8,14 @@ namespace vantro::platform {
 // Watches a ring for its thread: an inotify instance that sends a signal when the file is written,
 // or closed by its publisher.
 //
-// An instance is taken from a few that the process keeps, and given back when the watch ends: a
-// user has 128 of them on most hosts, and closing one soon after a watch ended takes a hundred
-// times as long as the whole wait.
+// The process keeps a few instances and reuses them: a user has only 128 on most hosts, and closing
+// one soon after a watch ended takes a hundred times as long as the whole wait.
 class Notification {
   public:
-    // Arms for the calling thread. @return whether that went well; errno says why not.
+    // Arms for the calling thread. @return whether that succeeded; errno says why not.
     bool arm(int file, int signal);
 
-    // Nothing is sent from here on. The least that whoever was woken must do before it goes on.
+    // After this no signal is sent. It is all that a thread must do before it goes on after a wake.
     void silence();
 
     // Whether a signal may still be sent.
@@ -25,7 +24,7 @@ class Notification {
     // Whether there is a watch to end.
     bool watches() const { return static_cast<bool>(inotify_); }
 
-    // Silences, and ends the watch. @return whether the file was closed by its publisher.
+    // Silences, and ends the watch. @return whether the file's publisher has closed it.
     bool finish();
 
     // In a child of fork: closes the copy.
@@ -37,7 +36,7 @@ class Notification {
     bool may_send_ = false;
 };
 
-// The instances that the process keeps, across a fork: the child closes its copies.
+// Around a fork, for the instances that the process keeps. The child closes its copies.
 void hold_spare_instances();
 void release_spare_instances(bool in_child);
 

@@ -17,24 +17,24 @@ inline constexpr const char *ring_name = "ring";
 // Every user may read.
 inline constexpr object_readers everybody = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0444};
 
-// A directory of objects that this process publishes in: the lock on its file "lock", and its ring,
-// which is locked as well. The first keeps a second publisher out, also while there is no ring; the
-// second tells the readers of this very ring whether its publisher lives.
+// A directory of objects that this process publishes in. The lock on its file "lock" keeps a second
+// publisher out, also while there is no ring. The locks on the ring show its readers whether the
+// publisher of this ring lives.
 //
-// The host tells of the end of an open file first and lets go of its lock then. A reader that began
-// to watch between the two would find the publisher alive and hear no more. So the ring is open
-// twice, each time with a lock on a byte of its own, and one lock that is gone is death: when the
-// second end is told, whichever it is, the first lock is free.
+// The kernel sends IN_CLOSE_WRITE before it releases a file's locks. A reader that starts to watch
+// in between would see a live publisher and get no event. So the publisher holds the ring open
+// twice, with a lock each, and readers treat either free lock as death: when the kernel reports the
+// second close, the lock of the first is free.
 class ObjectDirectory {
   public:
-    // Becomes the publisher, whose ring those readers may read. @return whether it did; errno says
-    // why not.
+    // Makes this process the publisher, whose ring those readers may read. @return whether that
+    // succeeded; errno says why not.
     bool take(std::string_view path, RingWriter &ring, const object_readers &readers = everybody);
 
     // Removes ring, lock and directory, while the locks are still held.
     void remove();
 
-    // Lets go of both locks; in a child of fork, of its copies.
+    // Releases the locks; in a child of fork, closes its copies.
     void close();
 
     int ring_file() const { return ring_.get(); }
@@ -49,7 +49,7 @@ class ObjectDirectory {
     UniqueFd second_;
 };
 
-// Whether the publisher of a ring lives, as the locks on the ring tell.
+// Whether the publisher of a ring lives, judged by the locks on the ring.
 bool publisher_lives(int ring_file);
 
 } // namespace vantro::platform

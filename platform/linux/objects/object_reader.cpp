@@ -20,8 +20,8 @@ namespace vantro::platform {
 
 namespace {
 
-// A publisher writes a quarter of a megabyte at least before the snapshot that a reader copies is
-// overwritten. One that is overtaken so often in a row tries again at its next call.
+// A publisher writes at least a quarter of a megabyte before it overwrites the snapshot that a
+// reader copies. A reader that is overtaken so often in a row tries again at its next call.
 constexpr int starts_max = 16;
 
 constexpr std::string_view delta_option = "?delta";
@@ -54,11 +54,11 @@ std::unique_ptr<ObjectReader> ObjectReader::open(std::string_view relative) {
     if (name != all_objects) {
         reader->object_ = name;
     }
-    // Not to block, should a pipe lie in the ring's place.
+    // O_NONBLOCK: a pipe in the ring's place would block the open.
     reader->ring_file_.reset(
         ::openat(place.directory.get(), ring_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!reader->ring_file_) {
-        // A link or a socket in its place is no ring.
+        // ELOOP and ENXIO: a link or a socket lies in the ring's place.
         return refuse(errno == ELOOP || errno == ENXIO ? EBADMSG : errno);
     }
     if (!reader->ring_.open(reader->ring_file_.get())) {
@@ -99,7 +99,7 @@ ssize_t ObjectReader::read(void *buffer, size_t length) {
             return 0;
         case Got::gone:
             return fail(ESTALE);
-        case Got::noise:
+        case Got::corrupt:
             return fail(EBADMSG);
         }
     } catch (const std::bad_alloc &) {
@@ -116,26 +116,25 @@ ssize_t ObjectReader::read(void *buffer, size_t length) {
 }
 
 ObjectReader::Got ObjectReader::fetch() {
-    Got got = Got::noise;
+    Got got = Got::corrupt;
     if (!current_.empty()) {
         got = Got::change;
-    } else if (!is_noise_) {
+    } else if (!is_corrupt_) {
         const uint64_t before = ring_.committed();
         got = Got::again;
         for (int start = 0; got == Got::again && start < starts_max; ++start) {
             got = find_next();
         }
-        // Nobody overtakes without committing: told to try again, this reader would do so forever.
+        // A publisher overtakes only by committing. If none did, trying again would never end.
         if (got == Got::again && ring_.committed() == before) {
-            got = Got::noise;
+            got = Got::corrupt;
         }
-        is_noise_ = got == Got::noise;
+        is_corrupt_ = got == Got::corrupt;
     }
     unsettled_.store(got != Got::nothing, std::memory_order_relaxed);
     return got;
 }
 
-// One go at it; `again` where the ring was overwritten meanwhile.
 ObjectReader::Got ObjectReader::find_next() {
     if (must_start_over_) {
         if (const Got got = start_over(); got != Got::nothing) {
@@ -147,13 +146,13 @@ ObjectReader::Got ObjectReader::find_next() {
         pending_.pop_back();
         return Got::change;
     }
-    // What is appended from here on is the next call's: a busy publisher keeps no reader.
+    // What is appended after this is left to the next call, so that a busy publisher cannot keep a
+    // reader here.
     gone_ = gone_ || ring_.retired();
     const Got got = follow(ring_.committed());
     return got == Got::nothing && gone_ ? Got::gone : got;
 }
 
-// Reads on up to a position.
 ObjectReader::Got ObjectReader::follow(uint64_t end) {
     for (uint64_t position = position_; position != end;) {
         RecordKind kind;
@@ -163,27 +162,23 @@ ObjectReader::Got ObjectReader::follow(uint64_t end) {
         case RingView::Got::overtaken:
             must_start_over_ = true;
             return Got::again;
-        case RingView::Got::noise:
-            return Got::noise;
+        case RingView::Got::corrupt:
+            return Got::corrupt;
         }
-        Got told = Got::nothing;
-        if (kind == RecordKind::change) {
-            told = tell();
-        }
+        const Got got = kind == RecordKind::change ? take_change() : Got::nothing;
         position_.store(position, std::memory_order_relaxed);
-        if (told != Got::nothing) {
-            return told;
+        if (got != Got::nothing) {
+            return got;
         }
     }
     return Got::nothing;
 }
 
-// Makes the change in `record_` the current one, where it is of an object that is read.
-ObjectReader::Got ObjectReader::tell() {
+ObjectReader::Got ObjectReader::take_change() {
     const std::string_view change = record_;
     const ObjectLine head = parse_object_line(first_line(change));
     if (head.result <= KIVO_END || !change.ends_with('\n')) {
-        return Got::noise;
+        return Got::corrupt;
     }
     if (!is_read(head.name)) {
         return Got::nothing;
@@ -193,9 +188,9 @@ ObjectReader::Got ObjectReader::tell() {
         known_bytes_ -= head.name.size();
         known_.erase(known);
     } else if (head.result != KIVO_OBJECT_DELETED && known == known_.end()) {
-        // More than a publisher may have at once: it would grow this process without end.
+        // More than a publisher may have at once would grow this process without end.
         if (known_bytes_ + head.name.size() > OBJECT_TOTAL_MAX) {
-            return Got::noise;
+            return Got::corrupt;
         }
         known_.emplace(head.name);
         known_bytes_ += head.name.size();
@@ -204,45 +199,58 @@ ObjectReader::Got ObjectReader::tell() {
     return Got::change;
 }
 
-// Where the reader is new or was overtaken: makes a picture of the newest snapshot and what came
-// after it, and gets it ready to be told.
 ObjectReader::Got ObjectReader::start_over() {
-    Picture picture;
+    ObjectState state;
+    uint64_t position = 0;
+    const Got got = load_state(state, position);
+    if (got == Got::nothing) {
+        give_state(state);
+        position_.store(position, std::memory_order_relaxed);
+        is_new_ = false;
+        must_start_over_ = false;
+    }
+    return got;
+}
+
+ObjectReader::Got ObjectReader::load_state(ObjectState &state, uint64_t &position) {
     RecordKind kind;
     const uint64_t snapshot = ring_.snapshot();
     const uint64_t end = ring_.committed();
-    uint64_t position = snapshot;
+    position = snapshot;
     RingView::Got got = ring_.get(snapshot, end, kind, record_, position);
     if (got == RingView::Got::record &&
-        (kind != RecordKind::snapshot || !picture.load(record_, object_))) {
-        return Got::noise;
+        (kind != RecordKind::snapshot || !state.load(record_, object_))) {
+        return Got::corrupt;
     }
     while (got == RingView::Got::record && position != end) {
         const uint64_t begin = position;
         got = ring_.get(position, end, kind, record_, position);
         if (got == RingView::Got::record && kind == RecordKind::change &&
             is_read(parse_object_line(first_line(record_)).name) &&
-            picture.apply(record_, begin) != Picture::Outcome::applied) {
-            return Got::noise;
+            state.apply(record_, begin) != ObjectState::Outcome::applied) {
+            return Got::corrupt;
         }
     }
     if (got != RingView::Got::record) {
-        return got == RingView::Got::noise ? Got::noise : Got::again;
+        return got == RingView::Got::corrupt ? Got::corrupt : Got::again;
     }
+    return Got::nothing;
+}
 
-    std::vector<Picture::Text> texts = picture.texts();
+void ObjectReader::give_state(const ObjectState &state) {
+    std::vector<ObjectState::Text> texts = state.texts();
     std::vector<std::string> pending;
     std::set<std::string, std::less<>> known;
     size_t known_bytes = 0;
     pending.reserve(texts.size() + known_.size());
     std::set<std::string_view> ended(known_.begin(), known_.end());
-    std::for_each(texts.rbegin(), texts.rend(), [&](Picture::Text &text) {
+    std::for_each(texts.rbegin(), texts.rend(), [&](ObjectState::Text &text) {
         if (is_new_) {
-            text.text.erase(0, 1); // It had nothing that could be truncated.
+            text.text.erase(0, 1); // The first text of an object: there is nothing to truncate.
         } else if (text.birth < position_) {
             ended.erase(text.name);
         } else if (ended.contains(text.name)) {
-            text.text[0] = '+'; // Not the object that the reader knows.
+            text.text[0] = '+'; // Another object of that name, created after the known one ended.
         }
         known_bytes += text.name.size();
         known.insert(std::move(text.name));
@@ -254,10 +262,6 @@ ObjectReader::Got ObjectReader::start_over() {
     pending_ = std::move(pending);
     known_ = std::move(known);
     known_bytes_ = known_bytes;
-    position_.store(position, std::memory_order_relaxed);
-    is_new_ = false;
-    must_start_over_ = false;
-    return Got::nothing;
 }
 
 void ObjectReader::end_watch() {
@@ -297,8 +301,8 @@ int ObjectReader::arm(int signal) {
     }
 }
 
-// Whoever was woken has what it waits for one system call later; the watch ends in the read that
-// follows, so that those who do not wait cost the publisher nothing.
+// The watch itself ends in the read that follows: the thread that was woken is to go on at once. A
+// reader that does not wait has no watch, and so costs the publisher nothing.
 void ObjectReader::disarm() {
     const CancelDisabled no_cancel;
     const KeepErrno keep;
@@ -309,8 +313,8 @@ void ObjectReader::disarm() {
     }
 }
 
-// The number stays taken, by something that cannot be read, until it is closed: otherwise the child
-// would read, and close, a file of its own in place of what it believes to be its parent's.
+// The number stays taken, by a descriptor that cannot be read, until it is closed. Otherwise the
+// child could open a file under this number, and then read or close it as its parent's reader.
 void ObjectReader::abandon_in_child() {
     ring_.close();
     const UniqueFd placeholder(::open("/", O_PATH | O_CLOEXEC));

@@ -1,12 +1,12 @@
 // The reading side of objects.
 //
-// A reader is somewhere in the ring, or has a picture to tell first. Its `position_` is where it
-// reads on; `pending_` are texts that come before what stands there. `unsettled_` is set whenever
-// a read could have anything to do but look whether something was appended: so a read with nothing
-// new is a few loads.
+// A reader continues at `position_` in the ring. A reader that is new, or was overtaken by the
+// publisher, first gives the texts in `pending_`, which make up the present state of the objects.
+// `unsettled_` is false only while a read has nothing to do but look whether something was
+// appended, so a read that finds nothing new is a few loads.
 //
-// A reader's own lock guards everything that is not atomic. The table of readers is found through
-// without a lock, since a descriptor is not closed while another thread is in a call on it.
+// A reader's own lock guards everything that is not atomic. find_reader() takes no lock, since a
+// descriptor is not closed while another thread is in a call on it.
 #ifndef VANTRO_PLATFORM_LINUX_OBJECTS_OBJECT_READER_H
 #define VANTRO_PLATFORM_LINUX_OBJECTS_OBJECT_READER_H
 
@@ -41,25 +41,31 @@ class ObjectReader {
     ssize_t read(void *buffer, size_t length);
     int arm(int signal);
     void disarm();
-    // Ends a watch that nobody waits on any more; before the reader is destroyed.
+    // Ends the watch, if there is one. Must be called before the reader is destroyed.
     void end_watch();
 
-    // In a child of fork: closes the copies but for the number, and leaves what may be in use.
+    // In a child of fork: closes the copies, but keeps the descriptor's number taken.
     void abandon_in_child();
 
     ObjectReader *next = nullptr; // in the list of all, under the table's lock
 
   private:
-    enum class Got { change, nothing, again, gone, noise };
+    enum class Got { change, nothing, again, gone, corrupt };
 
     bool quiet() const;
     bool is_read(std::string_view object) const { return object_.empty() || object == object_; }
     // Makes `current_` the next text to give. May throw std::bad_alloc.
     Got fetch();
+    // One attempt of fetch(). @return `again` where the ring was overwritten meanwhile.
     Got find_next();
+    // Reads on up to the position `end`, until there is a text to give.
     Got follow(uint64_t end);
+    // Makes `pending_` from the newest snapshot and the changes after it.
     Got start_over();
-    Got tell();
+    Got load_state(ObjectState &state, uint64_t &position);
+    void give_state(const ObjectState &state);
+    // Makes the change in `record_` the current text, if its object is one that is read.
+    Got take_change();
     bool has_input();
 
     UniqueFd ring_file_;
@@ -70,13 +76,13 @@ class ObjectReader {
     std::atomic<uint64_t> position_{0};
     std::atomic<bool> unsettled_{true};
     bool must_start_over_ = true;
-    bool is_new_ = true; // nothing was told yet
-    bool gone_ = false;  // the publisher has died or left
-    bool is_noise_ = false;
+    bool is_new_ = true; // has not given a text yet
+    bool gone_ = false;  // the publisher has died or closed
+    bool is_corrupt_ = false;
 
     std::string current_;
     std::vector<std::string> pending_;         // the next one last
-    std::set<std::string, std::less<>> known_; // the objects told of
+    std::set<std::string, std::less<>> known_; // the objects that its texts have made known
     size_t known_bytes_ = 0;
     std::string record_;
     Notification notification_;
@@ -87,7 +93,7 @@ class ObjectReader {
 ObjectReader *find_reader(int descriptor);
 // Opens a reader and enters it into the table. @return its descriptor, or -1.
 int open_reader(std::string_view relative, int flags);
-// Takes out of the table, and closes. @return whether there was one.
+// Removes a reader from the table and closes it. @return whether there was one.
 bool close_reader(int descriptor);
 
 } // namespace vantro::platform

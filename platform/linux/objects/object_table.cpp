@@ -15,15 +15,15 @@ namespace vantro::platform {
 
 namespace {
 
-// Two levels, the second made when first used and kept: found through without a lock.
+// A table of two levels that is read without a lock. A chunk is made when first used, and stays.
 constexpr size_t chunk_slots = 1024;
 constexpr size_t chunks_max = 1024; // descriptors to 2^20, the host's own limit
 
 using Slot = std::atomic<ObjectReader *>;
 using Chunk = std::array<Slot, chunk_slots>;
 
-// Of constant initialisation and without a destructor, so that a reader may be closed however late
-// in the process's life.
+// Constant-initialised and without destructors, so that a reader can be closed at any time before
+// the process ends.
 std::mutex table_lock;
 ObjectReader *readers = nullptr;
 Chunk first_chunk;
@@ -49,7 +49,7 @@ void after_fork_in_parent() {
 void after_fork_in_child() {
     release_spare_instances(true);
     for (ObjectReader *reader = readers; reader; reader = reader->next) {
-        // Those that a parent's parent had are none of the table's.
+        // Readers of the parent's own parent are no longer in the table.
         if (Slot *const slot = slot_of(reader->descriptor())) {
             *slot = nullptr;
             reader->abandon_in_child();

@@ -23,7 +23,7 @@ struct object_publisher {
     std::mutex lock;
     ObjectDirectory directory;
     RingWriter ring;
-    Picture picture; // as the ring tells it
+    ObjectState state; // as the ring tells it
     bool abandoned = false;
     object_publisher *next = nullptr; // in the list of all, under its lock
     std::array<char, OBJECT_CHANGE_MAX + 1> text;
@@ -87,15 +87,15 @@ void strike_off(object_publisher *publisher) {
     }
 }
 
-int error_of(Picture::Outcome outcome) {
+int error_of(ObjectState::Outcome outcome) {
     switch (outcome) {
-    case Picture::Outcome::applied:
+    case ObjectState::Outcome::applied:
         return 0;
-    case Picture::Outcome::object_too_long:
+    case ObjectState::Outcome::object_too_long:
         return EMSGSIZE;
-    case Picture::Outcome::all_too_long:
+    case ObjectState::Outcome::all_too_long:
         return ENOSPC;
-    case Picture::Outcome::malformed:
+    case ObjectState::Outcome::malformed:
         break;
     }
     return EINVAL;
@@ -110,13 +110,13 @@ bool may_be_published(const char *object) {
 
 int object_publisher::publish(std::string_view change) {
     // The snapshot tells what was before the change, and so comes before it.
-    if (ring.snapshot_due(picture.bytes(), change.size())) {
+    if (ring.snapshot_due(state.bytes(), change.size())) {
         std::string snapshot;
-        snapshot.reserve(picture.bytes());
-        picture.append_all(snapshot);
+        snapshot.reserve(state.bytes());
+        state.append_all(snapshot);
         ring.append(RecordKind::snapshot, snapshot);
     }
-    if (const int error = error_of(picture.apply(change, ring.tail())); error != 0) {
+    if (const int error = error_of(state.apply(change, ring.tail())); error != 0) {
         return fail(error);
     }
     ring.append(RecordKind::change, change);
@@ -175,7 +175,7 @@ int object_publish(struct object_publisher *publisher, const char *object, unsig
         return fail(EBADF);
     }
     kivo_result head = KIVO_OBJECT_CREATED;
-    if (publisher->picture.holds(object)) {
+    if (publisher->state.holds(object)) {
         head = flags & OBJECT_TRUNCATE ? KIVO_OBJECT_TRUNCATED : KIVO_OBJECT;
     }
     struct kivo_writer writer;
@@ -212,7 +212,7 @@ int object_delete(struct object_publisher *publisher, const char *object) {
     if (publisher->abandoned) {
         return fail(EBADF);
     }
-    if (!publisher->picture.holds(object)) {
+    if (!publisher->state.holds(object)) {
         return fail(ENOENT);
     }
     struct kivo_writer writer;

@@ -12,7 +12,7 @@ namespace vantro::platform {
 
 bool RingWriter::create(int file) {
     int error = EINTR;
-    while (error == EINTR) { // which a file system in memory says whatever the handler asked for
+    while (error == EINTR) { // tmpfs gives EINTR even for handlers with SA_RESTART
         error = ::posix_fallocate(file, 0, ring_file_bytes);
     }
     if (error != 0) {
@@ -52,7 +52,7 @@ void RingWriter::retire() {
 void RingWriter::ring_bell(int file) {
     const char stroke = 1;
     fence_at_the_bell();
-    // The byte is there already: nothing is allocated, and nothing can be in the way.
+    // Cannot fail for want of space: the byte is allocated already.
     [[maybe_unused]] const ssize_t written =
         ::pwrite(file, &stroke, sizeof stroke, offsetof(RingHeader, bell));
 }
@@ -107,7 +107,7 @@ RingView::Got RingView::get(uint64_t position, uint64_t end, RecordKind &kind, s
                             uint64_t &next) const {
     const uint64_t available = end - position;
     if (position % record_alignment != 0 || end % record_alignment != 0 || position >= end) {
-        return Got::noise;
+        return Got::corrupt;
     }
     if (available > ring_capacity) {
         return Got::overtaken;
@@ -119,7 +119,7 @@ RingView::Got RingView::get(uint64_t position, uint64_t end, RecordKind &kind, s
     }
     if ((head.kind != RecordKind::change && head.kind != RecordKind::snapshot) ||
         head.length > record_length_max(head.kind) || record_bytes(head.length) > available) {
-        return Got::noise;
+        return Got::corrupt;
     }
     text.resize(head.length);
     load_words(mapping_.data(), position + sizeof head, text.data(), head.length);

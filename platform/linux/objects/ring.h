@@ -1,24 +1,28 @@
 // The ring file: change texts of one publisher, mapped by it to write and by readers to read.
 //
-// Positions count the bytes appended since the ring was made, in 64 bits; a position's place in the
-// ring is what is left of it when it went round. A record is two 32-bit words, its length in bytes
-// and its kind, and the text, filled up to a multiple of 8. Records run over the ring's end.
+// A position is the number of bytes appended before it since the ring was made, in 64 bits; its
+// place in the file is the position modulo the capacity. A record is two 32-bit words, its length
+// in bytes and its kind, and the text, filled up to a multiple of 8. A record may run over the
+// ring's end and go on at its start.
 //
 // Invariants
 //  - The publisher raises `reserved` to a record's end before it writes a byte of it, and
-//    `committed` after the last. So a record that ends at or below `committed` is whole, also when
-//    the publisher died in the one behind it.
-//  - Bytes from `reserved - ring_capacity` on are what was appended there; those before are being
-//    overwritten. A reader copies first, then looks at `reserved`: what it copied is good when its
-//    position had not been reserved again.
-//  - `snapshot` is the position of a snapshot record that is not overwritten before there is
-//    another: one is due `snapshot_distance_max` behind the last at most, and that much, a snapshot
-//    and a record fit the ring together. It tells the objects as all records before it left them,
-//    and the position at which each was created: so a reader that was overtaken finds out that an
-//    object which it knows has ended, although there is one of that name.
+//    `committed` after the last. So a record that ends at or below `committed` is whole, even if
+//    the publisher died while it wrote the next one.
+//  - Bytes from `reserved - ring_capacity` on are valid; earlier ones may be overwritten at any
+//  time.
+//    A reader copies first, and then looks at `reserved`: the copy is good if its position is still
+//    valid.
+//  - `snapshot` is the position of a snapshot record that is not overwritten before there is a
+//  newer
+//    one: a snapshot is due at most `snapshot_distance_max` after the last, and that distance, a
+//    snapshot and a record together fit the ring. A snapshot holds the state of all objects after
+//    the records before it, and the position at which each object was created. From that position a
+//    reader that was overtaken learns that an object has ended even if there is a new one of the
+//    same name.
 //
-// Every word of the text is stored and loaded atomically, if without order: a reader may copy bytes
-// that are being overwritten, and finds out afterwards.
+// Every word of the text is stored and loaded atomically, with relaxed order: a reader may copy
+// bytes that are being overwritten, and finds out afterwards.
 #ifndef VANTRO_PLATFORM_LINUX_OBJECTS_RING_H
 #define VANTRO_PLATFORM_LINUX_OBJECTS_RING_H
 
@@ -36,8 +40,8 @@
 namespace vantro::platform {
 
 constexpr size_t ring_capacity = 1024 * 1024;
-// A snapshot comes when so many times its bytes were appended since the last: publishing costs an
-// eighth more at most, and whoever starts from it has little to catch up.
+// A snapshot is due when this many times its own bytes were appended since the last. So publishing
+// costs an eighth more at most, and a reader that starts from a snapshot has little to catch up.
 constexpr size_t snapshot_share = 8;
 constexpr size_t snapshot_distance_min = 16 * 1024;
 constexpr size_t snapshot_distance_max = ring_capacity / 2;
@@ -48,7 +52,7 @@ struct RingHeader {
     uint32_t version;
     uint32_t capacity;
     uint8_t unused[48];
-    uint64_t reserved; // at 64, a line of the cache of its own with the three below
+    uint64_t reserved; // at 64: a cache line with the three below
     uint64_t committed;
     uint64_t snapshot;
     uint32_t retired; // 1 when nothing more will come
@@ -57,7 +61,8 @@ struct RingHeader {
 };
 static_assert(offsetof(RingHeader, reserved) == 64 && offsetof(RingHeader, retired) == 88 &&
               offsetof(RingHeader, bell) == 128);
-// Readers map the file read-only: a load that is made of a locked write would fault.
+// Readers map the file read-only, where a load that the compiler makes of a locked write would
+// fault.
 static_assert(__atomic_always_lock_free(sizeof(uint64_t), nullptr));
 
 constexpr uint64_t ring_magic = 0x474e4952544e4156; // "VANTRING"
@@ -78,7 +83,7 @@ constexpr size_t record_bytes(size_t length) {
     return sizeof(RecordHead) +
            (length + record_alignment - 1) / record_alignment * record_alignment;
 }
-constexpr size_t snapshot_length_max = OBJECT_TOTAL_MAX + Picture::births_bytes_max;
+constexpr size_t snapshot_length_max = OBJECT_TOTAL_MAX + ObjectState::births_bytes_max;
 constexpr size_t record_length_max(RecordKind kind) {
     return kind == RecordKind::snapshot ? snapshot_length_max : OBJECT_CHANGE_MAX;
 }
@@ -86,11 +91,11 @@ static_assert(snapshot_distance_max + record_bytes(snapshot_length_max) +
                   record_bytes(OBJECT_CHANGE_MAX) <=
               ring_capacity - ring_capacity / 8);
 
-// The publisher's side. One thread at a time.
+// The publisher's side. Not for several threads at once.
 class RingWriter {
   public:
-    // Makes a ring of an empty file: its space is allocated, and it begins with an empty snapshot.
-    // @return whether that went well; errno says why not.
+    // Makes an empty file a ring: allocates its space, and appends an empty snapshot.
+    // @return whether that succeeded; errno says why not.
     bool create(int file);
 
     // Whether a snapshot, of that many bytes, must come before a change of that length.
@@ -103,13 +108,13 @@ class RingWriter {
     uint64_t tail() const { return tail_; }
     void append(RecordKind kind, std::string_view text);
     void retire();
-    // In a child of fork: a mapping keeps the file open, and with it the lock that says that the
+    // In a child of fork. A mapping keeps the file open, and with it the lock that shows that the
     // publisher lives.
     void abandon_in_child() { mapping_.reset(); }
     // Wakes those who watch the file.
     static void ring_bell(int file);
 
-    // Marks the ring that an earlier publisher left, of which nothing else is believed.
+    // Marks the ring that an earlier publisher left. Nothing in that file is relied on.
     static void retire_file(int file);
 
   private:
@@ -120,20 +125,20 @@ class RingWriter {
     uint64_t snapshot_ = 0;
 };
 
-// A reader's side: hands out copies that were checked, and keeps no state.
+// A reader's side. Hands out checked copies, and keeps no state.
 class RingView {
   public:
-    // Maps a ring. @return whether it is one: EBADMSG where it is short or noise.
+    // Maps a ring. @return whether that succeeded; errno is EBADMSG where the file is no ring.
     bool open(int file);
 
     uint64_t committed() const;
     uint64_t snapshot() const;
     bool retired() const;
 
-    enum class Got { record, overtaken, noise };
+    enum class Got { record, overtaken, corrupt };
     // Copies the record at a position below `end`, which committed() returned.
     // @param text replaced by the record's text. May throw std::bad_alloc.
-    // @param next the position behind the record.
+    // @param next receives the position after the record.
     Got get(uint64_t position, uint64_t end, RecordKind &kind, std::string &text,
             uint64_t &next) const;
 

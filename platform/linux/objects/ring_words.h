@@ -1,4 +1,4 @@
-// Copying into and out of shared memory while the other side may be at the same bytes.
+// Copies into and out of shared memory while the other side may read or write the same bytes.
 #ifndef VANTRO_PLATFORM_LINUX_OBJECTS_RING_WORDS_H
 #define VANTRO_PLATFORM_LINUX_OBJECTS_RING_WORDS_H
 
@@ -10,7 +10,7 @@
 
 namespace vantro::platform {
 
-// The host's own width, so that each is one plain instruction.
+// As wide as the host's registers, so that each access is one plain instruction.
 using RingWord = unsigned long;
 static_assert(record_alignment % sizeof(RingWord) == 0);
 static_assert(__atomic_always_lock_free(sizeof(RingWord), nullptr));

@@ -1,4 +1,4 @@
-// What the tests of objects share: publishing in a line, and the picture that a reader has.
+// What the tests of objects share: publishing in one line, and the objects as a reader knows them.
 #ifndef VANTRO_TESTS_PLATFORM_OBJECTS_OBJECTS_SUPPORT_H
 #define VANTRO_TESTS_PLATFORM_OBJECTS_OBJECTS_SUPPORT_H
 
@@ -47,7 +47,7 @@ inline int set(const Publisher &publisher, const char *object, const char *name,
     return object_publish(publisher.get(), object, flags, &attribute, 1);
 }
 
-// A descriptor of objects. Reads texts, and keeps the picture that they make.
+// A descriptor of objects. Reads texts, and keeps the objects as they describe them.
 class Reader {
   public:
     explicit Reader(const std::string &object = ".all", const std::string &directory = kitchen)
@@ -72,7 +72,7 @@ class Reader {
         }
         return all;
     }
-    // Reads a text into the picture. @return whether there was one.
+    // Reads a text into `objects`. @return whether there was one.
     bool follow() {
         std::string text = read();
         last_was_start = text.starts_with("#@");
@@ -83,22 +83,22 @@ class Reader {
             case KIVO_END:
                 return !text.empty();
             case KIVO_OBJECT_DELETED:
-                picture.erase(record.object);
+                objects.erase(record.object);
                 break;
             case KIVO_OBJECT_TRUNCATED:
-                picture[record.object].clear();
+                objects[record.object].clear();
                 break;
             case KIVO_ATTRIBUTE:
-                picture[record.object][record.attribute] = record.value;
+                objects[record.object][record.attribute] = record.value;
                 break;
             case KIVO_ATTRIBUTE_DELETED:
-                picture[record.object].erase(record.attribute);
+                objects[record.object].erase(record.attribute);
                 break;
             case KIVO_ERROR:
                 ADD_FAILURE() << "cannot be parsed: " << cursor;
                 return false;
             default:
-                picture[record.object];
+                objects[record.object];
             }
         }
     }
@@ -110,7 +110,7 @@ class Reader {
     const int descriptor;
     int error = 0;
     bool last_was_start = false;
-    std::map<std::string, std::map<std::string, std::string>> picture;
+    std::map<std::string, std::map<std::string, std::string>> objects;
 
   private:
     std::string buffer_ = std::string(OBJECT_CHANGE_MAX, '\0');

@@ -213,7 +213,7 @@ TEST(Ring, WhatIsOverwrittenWhileItIsCopiedIsNotBelieved) {
         std::string text;
         uint64_t next = 0;
         const auto got = view.get(start + n * bytes, end, kind, text, next);
-        EXPECT_NE(got, platform::RingView::Got::noise);
+        EXPECT_NE(got, platform::RingView::Got::corrupt);
         if (got == platform::RingView::Got::record) {
             ++good;
             EXPECT_EQ(text.find_first_not_of(char('A' + n % 53)), text.npos);

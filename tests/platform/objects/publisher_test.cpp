@@ -23,10 +23,10 @@ bool follow_numbers(Reader &reader, uint64_t &last) {
     if (!reader.follow()) {
         return false;
     }
-    if (!reader.picture.contains("o")) {
+    if (!reader.objects.contains("o")) {
         return true; // another object's
     }
-    const std::string &value = reader.picture["o"]["n"];
+    const std::string &value = reader.objects["o"]["n"];
     const uint64_t n = std::strtoull(value.c_str(), nullptr, 10);
     EXPECT_EQ(value, value_of(n));
     if (reader.last_was_start || last == 0) {
@@ -228,7 +228,7 @@ TEST(Publisher, IsNotThatOfAChildMadeMeanwhile) {
     close(made[1]);
 }
 
-TEST(Publisher, FiftyReadersAtTheirOwnSpeedEndWithTheSamePicture) {
+TEST(Publisher, FiftyReadersAtTheirOwnSpeedEndWithTheSameObjects) {
     const RuntimeDirectory runtime;
     Publisher publisher = publish_in();
     std::atomic<int> opened{0}, start_overs{0};
@@ -251,7 +251,7 @@ TEST(Publisher, FiftyReadersAtTheirOwnSpeedEndWithTheSamePicture) {
             }
             EXPECT_EQ(reader.error, ESTALE);
             EXPECT_EQ(last, 4000u);
-            EXPECT_EQ(reader.picture.size(), i % 2 ? 1u : 2u);
+            EXPECT_EQ(reader.objects.size(), i % 2 ? 1u : 2u);
         });
     }
     for (int count = opened; count < 50; count = opened) {

@@ -10,7 +10,7 @@
  *  - A change is whole or absent, for every reader, also when the process dies in the middle of it.
  *  - Publishing never waits for a reader, and costs the same whatever the number of readers that
  *    are open and do not wait: copies of the text, and one system call that wakes those who do. A
- * full picture of all objects is written besides whenever eight times as much was published.
+ * snapshot of all objects is written as well whenever eight times as much was published.
  *  - A call that fails has published nothing and changed nothing.
  *  - Any thread may call; the calls on one publisher are taken one after the other.
  *
@@ -35,9 +35,9 @@
  *  int d = platform_open("/kivo/services/vantro/kitchen/.all?delta", O_RDONLY);   every object
  *    gives a real, close-on-exec descriptor, or -1: ENOENT (no such directory, or nobody published
  *    there yet), ECONNREFUSED (the publisher has died and left its ring), EBADMSG (what lies there
- *    is short or noise), EACCES (not opened O_RDONLY, or the publisher does not let this user
- *    read), EINVAL (an option other than "delta", or an
- *    object name that cannot be), ENAMETOOLONG, EMFILE, ENFILE, ENOMEM. The object itself need not
+ *    is short or corrupt), EACCES (not opened O_RDONLY, or the publisher does not let this user
+ *    read), EINVAL (an option other than "delta", or an object name that cannot be),
+ *    ENAMETOOLONG, EMFILE, ENFILE, ENOMEM. The object itself need not
  *    exist yet.
  *  ssize_t n = platform_read(d, buffer, 32767);
  *    gives one change text (change.h) without a NUL behind it, or 0 when there is nothing new,
