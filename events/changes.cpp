@@ -16,7 +16,7 @@ void no_dictionary() {
     msglog(LOG_SEVERITY_WARNING, "dict is null and please investigate");
 }
 
-// Keeps the handle that a change of a dictionary gave, or the one there was.
+// Takes the dictionary that a change has returned, or keeps the old one where the change failed.
 bool keep(mosk_dict **dict, mosk_dict *changed) {
     if (changed) {
         *dict = changed;
@@ -84,7 +84,7 @@ int update_dict(mosk_dict **dict, char *text) {
             mosk_dict_destroy(std::exchange(*dict, nullptr));
             break;
         case KIVO_OBJECT_TRUNCATED:
-            // Also one that nothing was known of: what follows is then all that it has.
+            // The lines that follow are all that the object has, also where it was not known.
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT_TRUNCATED: %s", line.object);
             mosk_dict_destroy(*dict);
             *dict = mosk_dict_new();

@@ -1,4 +1,5 @@
-// Numbers come from the attributes as they stand; sources, nodes and metadata from JSON texts.
+// Fills in the details of events: numbers from attributes, records from attributes that are JSON
+// texts.
 #include "events/details.h"
 
 #include <array>
@@ -17,16 +18,16 @@ namespace vantro::events {
 
 namespace {
 
-// Six words where a pointer is one: there the record is laid out as a table of words would be.
+// On hosts with 32-bit pointers the record is six words, as its public layout says.
 static_assert(sizeof(void *) != 4 || sizeof(VantroEventDetails) == 24);
 static_assert(sizeof(void *) != 4 || offsetof(VantroEventDetails, track.metadata) == 20);
 
-// The text of a record, and its NUL, at most.
+// Bytes of a record's text, with its NUL, at most.
 constexpr size_t json_size = 2048;
 
 struct EventType {
     int32_t type;
-    char name[12]; // What the object's name begins with.
+    char name[12]; // The beginning of the object's name.
 };
 
 constexpr EventType evtypes[] = {
@@ -37,7 +38,7 @@ constexpr EventType evtypes[] = {
     {VANTRO_EVENT_NONE, ""},
 };
 
-// Members of a JSON text, and the fields that they become.
+// Members of a JSON text, and the fields that receive them.
 template <class Record>
 struct Text {
     const char *name;
@@ -55,7 +56,8 @@ struct WideNumber {
     uint64_t Record::*field; // 0 where the member is missing.
 };
 
-// How a record is decoded, and what is said where that fails.
+// How a record is decoded, and what is logged where that fails. The texts keep their spelling,
+// since they are known to readers of the log.
 template <class Record>
 struct Form;
 
@@ -148,7 +150,7 @@ void copystr(char (&buffer)[json_size], const mosk_dict *dict, const char *key) 
     }
 }
 
-// Reads the members that there are; the texts stay in the buffer.
+// Reads the members. The record's texts point into the decoder's buffer.
 template <class Record>
 Record members(kivo_decoder &decoder) {
     Record found{};
@@ -174,7 +176,7 @@ Record members(kivo_decoder &decoder) {
     return found;
 }
 
-// Makes the record of its attribute's text. @return null where the text is missing or too long.
+// Makes a record from its attribute's text. @return null where the text is missing or too long.
 template <class Record>
 Record *decode(const VantroEvent &event) {
     char buffer[json_size];
@@ -227,7 +229,7 @@ Metadata *fill_metadata(const VantroEvent &event) {
     return decode<Metadata>(event);
 }
 
-// Whether a change carries all that its type needs; otherwise the event has no type.
+// Whether an event has the attributes that its type needs. Where not, it gets no type.
 bool carries(VantroEvent &event, std::initializer_list<const char *> attributes) {
     for (const char *attribute : attributes) {
         if (!mosk_dict_find_value(event.dict, attribute)) {

@@ -1,4 +1,4 @@
-// What an event says of an object's change.
+// The details of an event.
 #ifndef VANTRO_EVENTS_DETAILS_H
 #define VANTRO_EVENTS_DETAILS_H
 

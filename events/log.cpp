@@ -20,8 +20,8 @@ namespace {
 
 constexpr uint32_t log_code = 0x06C02710;
 
-// Whether there may be something to flush. A call that finds nothing new traces six times, and is
-// to cost next to nothing: the host tells without the stream's lock, where it can tell at all.
+// Whether there may be something to flush. A call that finds nothing new traces six times and must
+// cost next to nothing. __fpending() needs no lock of the stream, unlike fflush().
 bool has_output() {
 #if VANTRO_HAS_FPENDING
     return __fpending(stdout) != 0;

@@ -1,4 +1,4 @@
-// What a handle knows of its player's objects, and the one event at a time that it hands out.
+// What a handle knows of its player's objects, and the one event that it hands out at a time.
 //
 // An entry is in one of two lists. In the dirty queue it is one change that is not reported yet,
 // which `dict` holds; an object has as many entries there as it has changes. In the clean list it
@@ -60,11 +60,11 @@ using platform::KeepErrno;
 // @return a descriptor, or -1 with errno.
 int openobj(const VantroHandle *handle, const char *object);
 
-// Makes the handle's queue. Does not return where there is no memory for it.
+// Makes the handle's queue. Ends the process where there is no memory for it.
 // @return the queue, or null with errno: the handle then has none.
 EventQueue *newq(VantroHandle *handle);
 
-// Releases what the event holds, and empties it but for what it says of the player's state.
+// Releases what the event holds, and clears all of it but the player's state.
 void evcleanup(EventQueue &queue);
 
 // Whether there is a handle with an open player; logged where not.

@@ -1,5 +1,5 @@
-// The next event of a player, in the order that applications rely on: what is queued, then "state",
-// then what the other objects have to tell.
+// The next event of a player, in the order that applications rely on: queued changes, then "state",
+// then new changes of the other objects.
 #include <pthread.h>
 
 #include <array>
@@ -23,9 +23,9 @@ namespace vantro::events {
 
 namespace {
 
-// What one call reads at most, each text counted with some bytes more than it has. It is above what
-// an object service keeps for a reader, so that only a service which publishes as fast as it is
-// read is left for the next call, where it would otherwise keep this one, and fill the memory.
+// Bytes that one call reads at most, with some overhead for each text. This is more than a
+// publisher keeps for a reader, so the limit is reached only where a service publishes as fast as
+// it is read. Such a service would otherwise keep the call from returning, and fill the memory.
 constexpr size_t pass_bytes_max = size_t{4} << 20;
 constexpr size_t text_overhead = 16;
 
@@ -42,7 +42,7 @@ class Lock {
     VantroHandle *handle_;
 };
 
-// The words that an attribute of "state" may have, and what they stand for.
+// The words that an attribute of "state" may have, and their values.
 struct Word {
     const char *text;
     int32_t value;
@@ -63,7 +63,7 @@ constexpr std::array shuffle_modes{
     Word{"on", VANTRO_SHUFFLE_ON},
 };
 
-// @return whether the text is one of the words; `value` is left as it is where not.
+// @return whether the text is one of the words. Where not, `value` is left as it is.
 template <size_t count>
 bool look_up(const std::array<Word, count> &words, const char *text, int32_t &value) {
     for (const Word &word : words) {
@@ -76,7 +76,7 @@ bool look_up(const std::array<Word, count> &words, const char *text, int32_t &va
 }
 
 // Sets the event's rate and modes from the attributes of "state".
-// @return the state that they tell; where they tell none, the one that the event has.
+// @return the state in the attributes; where they have none, the state that the event has.
 int32_t apply_state(const mosk_dict *dict, VantroEvent &event) {
     int32_t state = event.state;
     if (const char *rate = mosk_dict_find_value(dict, "rate")) {
@@ -152,7 +152,7 @@ bool report_state(EventQueue &queue, char *text) {
     return true;
 }
 
-// The name in the first object's line of a text, where there is such a line.
+// The object's name in the first object line of a text, if there is such a line.
 std::optional<std::string_view> object_of(std::string_view text) {
     const size_t at = text.find('@');
     const size_t end = at == text.npos ? at : text.find('\n', at);
@@ -162,8 +162,8 @@ std::optional<std::string_view> object_of(std::string_view text) {
     return text.substr(at + 1, end - at - 1);
 }
 
-// The entry that a change of an object belongs to, out of its list. Of a position or a track only
-// the newest is of interest: it replaces an unreported change. @return null for want of memory.
+// The entry for a change of an object, removed from its list. A new position or track replaces one
+// that is not reported yet, since only the newest matters. @return null for want of memory.
 ObjectEntry *entry_for(EventQueue &queue, std::string_view name) {
     if (name == "status" || name == "track") {
         if (ObjectEntry *entry = take_dirty(queue, name)) {
@@ -175,7 +175,7 @@ ObjectEntry *entry_for(EventQueue &queue, std::string_view name) {
     return entry ? entry : new_entry(name);
 }
 
-// Applies a change to its object's entry. @return whether that went well.
+// Applies a change to its object's entry. @return whether that succeeded.
 bool take_change(EventQueue &queue, std::string_view name, char *text) {
     msglog(LOG_SEVERITY_TRACE, "getobj: %.*s", static_cast<int>(name.size()), name.data());
     ObjectEntry *entry = entry_for(queue, name);
@@ -202,8 +202,8 @@ bool take_change(EventQueue &queue, std::string_view name, char *text) {
     return applied;
 }
 
-// Queues what the other objects have to tell. The end of what is published is no failure where it
-// comes behind something that is not yet reported: a later call finds it again.
+// Queues the changes of the other objects. That the publisher has ended is no failure while
+// something before it is not reported yet: a later call meets the end again.
 // @param state_seen receives whether "state" was among those that changed.
 // @return false where that failed.
 bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_seen) {
@@ -250,8 +250,8 @@ void report_queued(EventQueue &queue) {
 
 // Fills the queue's event. @return false where that failed.
 bool next_event(const VantroHandle *handle, EventQueue &queue) {
-    // While something is queued nothing is read. A change of "state" that was seen among the others
-    // comes before them.
+    // Nothing is read while something is queued. A change of "state" that was seen among the others
+    // is reported before them.
     bool state_may_have_changed = !queue.dirty_head;
     while (state_may_have_changed) {
         // The copy of a change that is still to be applied must not be overwritten.
@@ -261,8 +261,8 @@ bool next_event(const VantroHandle *handle, EventQueue &queue) {
         if (length > 0) {
             return report_state(queue, handle->read_buffer);
         }
-        // Where nobody publishes any more, the file of all objects says so too, behind what the
-        // others still have to tell.
+        // ESTALE: the publisher has ended. The descriptor of all objects reports that as well,
+        // after the remaining changes of the other objects.
         if (length < 0 && errno != ESTALE) {
             return false;
         }

@@ -1,5 +1,5 @@
-// What the texts of attributes mean. Numbers and words are those of the "C" locale: the application
-// may have set another, in which a comma divides a rate, or the small form of "I" is not "i".
+// Parses the texts of attributes by the rules of the "C" locale. The application may have set
+// another, in which a rate has a comma, or the lower case of "I" is not "i".
 #ifndef VANTRO_EVENTS_VALUES_H
 #define VANTRO_EVENTS_VALUES_H
 

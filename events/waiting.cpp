@@ -19,15 +19,15 @@ namespace {
 constexpr int wake_signal = 57;
 constexpr ipc_event sev = {IPC_EVENT_SIGNAL_THREAD, wake_signal, 0, 0, 0};
 
-// The signals that wake a thread are blocked for as long as one may come. The end of the scope is
-// every way out of a wait, a cancelled thread's included: what was armed is disarmed and what came
-// is taken, since a signal left over would end the process as soon as it is let through.
+// Blocks the signals that wake a thread while one may come. The destructor runs on every way out of
+// a wait, also when the thread is cancelled: it disarms and takes pending signals, since a signal
+// that is left over would end the process as soon as it is unblocked.
 class WakeSignals {
   public:
     explicit WakeSignals(int descriptor) : descriptor_(descriptor) {
         sigemptyset(&signals_);
         sigaddset(&signals_, wake_signal);
-        // What the host sends where there is no room for one more real-time signal.
+        // The host sends SIGIO where its queue of real-time signals is full.
         sigaddset(&signals_, SIGIO);
         pthread_sigmask(SIG_BLOCK, &signals_, &mask_);
     }
@@ -51,9 +51,9 @@ class WakeSignals {
     sigset_t mask_; // As the application had it.
 };
 
-// Whether a change of "state" is unread. Only the file of all objects is armed, and it does not
-// tell: the pass over it may have read changes of "state" whose turn in the file of "state" is
-// still to come. A change published after this look is unread in both.
+// Whether a change of "state" is unread. The descriptor of all objects, which alone is armed, may
+// have been read beyond a change of "state" that is unread at the descriptor of "state". A change
+// that is published after this look is unread at both.
 bool state_is_unread(const EventQueue &queue) {
     const KeepErrno keep;
     char nothing = 0;

@@ -273,8 +273,8 @@ class Play {
              unsigned flags) {
         const bool is_new = !published_.contains(object);
         const std::string born = is_new ? std::to_string(++births_) : published_[object]["born"];
-        const struct object_attribute attributes[] = {{"born", KIVO_NUMBER, born.c_str()},
-                                                      {attribute.c_str(), KIVO_TEXT, value.c_str()}};
+        const struct object_attribute attributes[] = {
+            {"born", KIVO_NUMBER, born.c_str()}, {attribute.c_str(), KIVO_TEXT, value.c_str()}};
         if (object_publish(publisher_, object.c_str(), flags, attributes, 2) != 0) {
             require(errno == ENOSPC || errno == EMSGSIZE);
             if (is_new) {
@@ -291,7 +291,8 @@ class Play {
     }
     void remove() {
         const std::string object = name();
-        require((object_delete(publisher_, object.c_str()) == 0) == (published_.erase(object) == 1));
+        require((object_delete(publisher_, object.c_str()) == 0) ==
+                (published_.erase(object) == 1));
     }
     // Mostly a little; sometimes more than the ring holds, which takes a hundred times as long.
     void fill() {

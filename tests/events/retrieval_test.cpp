@@ -1,5 +1,5 @@
-// Which events come of what is published, in which order, and what is logged. The courses say most
-// of it: see courses/README.
+// Which events follow from what is published, in which order, and what is logged. Most of it stands
+// in scenarios: see scenarios/README.
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -21,10 +21,10 @@
 namespace vantro::events {
 namespace {
 
-class Course : public Events, public testing::WithParamInterface<const char *> {};
+class Scenario : public Events, public testing::WithParamInterface<const char *> {};
 
-// Puts in what an entry says briefly.
-std::string full(std::string text) {
+// Writes {x*9} out as nine times x.
+std::string expanded(std::string text) {
     for (size_t star = 0; (star = text.find('*', star)) != text.npos; star++) {
         if (star >= 2 && text[star - 2] == '{') {
             text.replace(star - 2, text.find('}', star) - star + 3,
@@ -34,17 +34,17 @@ std::string full(std::string text) {
     return text;
 }
 
-TEST_P(Course, IsToldAsItSays) {
+TEST_P(Scenario, GivesTheEventsThatItLists) {
     RawPublisher raw;
     ASSERT_EQ(next(), "7");
-    std::ifstream course(std::string(COURSES) + "/" + GetParam());
+    std::ifstream scenario(std::string(SCENARIOS) + "/" + GetParam());
     Lines expected_lines;
     const auto check_lines = [&] { EXPECT_EQ(take_lines(), std::exchange(expected_lines, {})); };
     std::vector<std::unique_ptr<std::string>> values;
     int number = 0, events = 0;
-    for (std::string entry; std::getline(course, entry);) {
+    for (std::string entry; std::getline(scenario, entry);) {
         SCOPED_TRACE(std::string(GetParam()) + ":" + std::to_string(++number));
-        const std::string text = full(entry.size() > 2 ? entry.substr(2) : "");
+        const std::string text = expanded(entry.size() > 2 ? entry.substr(2) : "");
         std::string published = text;
         std::replace(published.begin(), published.end(), '|', '\n');
         switch (entry.empty() ? '\0' : entry[0]) {
@@ -77,7 +77,8 @@ TEST_P(Course, IsToldAsItSays) {
     check_lines();
     EXPECT_GT(events, 10);
 }
-INSTANTIATE_TEST_SUITE_P(Courses, Course, testing::Values("state", "order", "texts", "details"));
+INSTANTIATE_TEST_SUITE_P(Events, Scenario, testing::Values("state", "order", "texts", "details"),
+                         [](const auto &test) { return std::string(test.param); });
 
 using Retrieval = Events;
 
@@ -177,7 +178,7 @@ TEST_F(Retrieval, ChildClosesNothingOfItsOwnWithItsParentsHandle) {
     EXPECT_EQ(next(), "7 x {a=1}");
 }
 
-TEST_F(Retrieval, ReaderThatWasLappedGetsTheWholePicture) {
+TEST_F(Retrieval, ReaderThatWasLappedGetsThePresentState) {
     start_publishing();
     for (const char *object : {"gone", "kept", "state", "track"}) {
         publish(object, "rate", "2");
