@@ -6,14 +6,14 @@ namespace vantro::player {
 
 namespace {
 
-// Answers up to this length, some twenty thousand nodes, are what clients ask for again and again.
+// Answers up to this length, some twenty thousand nodes, are frequent.
 constexpr size_t frequent_answer_max = 1024 * 1024;
 
-// Records take up to three times the bytes that they come in. The host's allocator keeps as much
-// free memory as twice the largest block that it was ever given back. So a block of three times the
-// length sees to it that the next list is made in the memory of the last one: were that returned to
-// the host, finding it again page by page would take as long as all else that the client does. What
-// no answer reaches is never touched.
+// Records take up to three times the bytes of the answer. The C library's allocator keeps free
+// memory of up to twice the largest block that was ever freed, and returns the rest to the kernel.
+// With a block of three times the answer's length, the next list is made in the memory of the last
+// one. Else getting the pages from the kernel again would take as long as the rest of the call.
+// Pages that no answer reaches are never touched.
 unsigned char *make_block(size_t size) {
     const bool is_frequent = size > VANTRO_REPLY_AREA && size <= frequent_answer_max;
     return static_cast<unsigned char *>(std::malloc(is_frequent ? 3 * size : size));
@@ -58,7 +58,7 @@ bool LongAnswer::complete(const VantroHandle *handle, int status, OverflowLock &
         lock.release();
         return answered(status);
     }
-    // The words in front count as well, so the area is a little larger than it need be.
+    // length() includes the words before the area, so the area is a little larger than needed.
     const bool has_room = length() <= area_size() || replace_area(length());
     const bool fetched = has_room && fetch(handle) == 0;
     lock.release();
@@ -70,7 +70,7 @@ bool LongAnswer::complete(const VantroHandle *handle, int status, OverflowLock &
     return fetched;
 }
 
-// Not realloc(): nothing in the old area is worth moving.
+// Not realloc(), which would copy the old area.
 bool LongAnswer::replace_area(size_t size) {
     const KeepErrno keep;
     if (size > VANTRO_REPLY_MAX) {

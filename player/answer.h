@@ -1,8 +1,8 @@
 // Answers that hold records or values: a few words, then bytes whose length the service chooses.
 //
-// Each of these exchanges is made under the handle's OverflowLock: an answer longer than the area
-// offered is held at the service under the one tag that all of them share, and whoever fetches gets
-// the newest.
+// Each of these exchanges is made under the handle's OverflowLock. The service holds an answer that
+// is longer than the area offered. All held answers of a handle have one tag, and a fetch gets the
+// newest of them.
 #ifndef VANTRO_PLAYER_ANSWER_H
 #define VANTRO_PLAYER_ANSWER_H
 
@@ -25,7 +25,7 @@ struct FreeBlock {
 
 using Block = std::unique_ptr<unsigned char, FreeBlock>;
 
-// Whether the answers of a command hold a number of records before the area.
+// Whether an answer has a number of records before the area.
 enum class Counted { no, yes };
 
 class Answer {
@@ -37,11 +37,11 @@ class Answer {
     // One exchange. Returns the message client's result.
     int ask(const VantroHandle *handle, std::initializer_list<iovec> request);
 
-    // Whether the service did what it was asked, and its words arrived whole. Logs `failure` where
-    // not.
+    // Whether the service carried out the request, and the answer's words are complete. Logs
+    // `failure` where not.
     bool granted(const char *failure) const;
 
-    // Only of an answer that is granted.
+    // Valid only if granted() returned true.
     int32_t count() const { return count_; }
     const unsigned char *bytes() const { return area_; }
     size_t byte_count() const;
@@ -60,7 +60,7 @@ class Answer {
     size_t word_bytes() const { return sizeof result_ + count_bytes_; }
 
     int32_t result_ = no_result;
-    // Preset like the result word: an answer that ends before its count has no records.
+    // Preset like the result word, for an answer that ends before its count.
     int32_t count_ = -1;
     size_t count_bytes_;
     unsigned char *area_;
@@ -75,11 +75,11 @@ class LongAnswer : public Answer {
   public:
     using Answer::Answer;
 
-    // Makes the area. Logged where there is no memory.
+    // Makes the area. Logs a failure.
     bool make_area();
 
-    // Follows up on the result of ask(), under the same lock: fetches the answer where it is held,
-    // and releases the lock. Returns whether there is an answer; logged where not.
+    // Completes ask(), which returned `status`, under the same lock: fetches the answer if the
+    // service holds it, and releases the lock. Returns whether there is an answer. Logs a failure.
     bool complete(const VantroHandle *handle, int status, OverflowLock &lock);
 
   private:
@@ -89,7 +89,7 @@ class LongAnswer : public Answer {
 };
 
 // Unpacks `count` records of a granted answer. The caller's pointer receives them, or null for want
-// of memory; bytes that cannot be right leave it alone.
+// of memory. It is left alone where the bytes cannot hold so many records.
 template <class Record>
 int unpack_answer(const Answer &answer, int32_t count, Record **records) {
     const KeepErrno keep;

@@ -12,7 +12,7 @@ namespace vantro::player {
 
 namespace {
 
-// Longest change of a status object, and its NUL.
+// The longest change of an object, with its NUL.
 constexpr uint32_t read_buffer_size = 32768;
 
 bool make_locks(VantroHandle &handle) {
@@ -52,7 +52,7 @@ void forget_player(VantroHandle *handle) {
     handle->close_unanswered = false;
 }
 
-// The player of which it is not known whether the service has it open, or null.
+// The player that the service may or may not have open, or null.
 const char *doubtful_player(const VantroHandle *handle) {
     return handle->close_unanswered ? handle->player_name : handle->unanswered_open;
 }
@@ -79,9 +79,9 @@ bool close_player(VantroHandle *handle) {
     return true;
 }
 
-// Opens a player where none is open, or that one is doubtful. @return whether it is open.
+// Opens a player where none is open, or where this one is doubtful. @return whether it is open.
 bool open_player(VantroHandle *handle, const char *name) {
-    // Before the request: a player that the service has opened must not be lost for want of memory.
+    // Before the request, so that want of memory cannot lose a player that the service has opened.
     char *copy = strdup(name);
     if (!copy) {
         msglog(LOG_SEVERITY_INFO, "No memory");
@@ -89,7 +89,7 @@ bool open_player(VantroHandle *handle, const char *name) {
     }
     const Outcome outcome = request_by_name(handle, VANTRO_COMMAND_OPEN, name);
     if (outcome == Outcome::unanswered && handle->player_name) {
-        std::free(copy); // As doubtful as it was.
+        std::free(copy); // The player stays doubtful.
         return false;
     }
     forget_player(handle);
@@ -184,7 +184,7 @@ int vantro_open(VantroHandle *handle, const char *name) {
         return -1;
     }
     const KeepErrno keep;
-    // While the service may have another player open it would refuse this one.
+    // If the service has the doubtful player open, it would refuse this one.
     if (doubtful && std::strcmp(doubtful, name) != 0 && !close_player(handle)) {
         return -1;
     }
@@ -208,7 +208,7 @@ int vantro_close(VantroHandle *handle, const char *name) {
         msglog(LOG_SEVERITY_INFO, "The player is not connected to Player %s", name);
         return -1;
     }
-    // Before the request and whatever becomes of it: events end where the application says so.
+    // Before the request, and whatever its result: events end when the application closes.
     end_events(handle);
     return close_player(handle) ? 0 : -1;
 }

@@ -15,36 +15,35 @@
 
 struct EventQueue;
 
-// Opening, closing and ending a handle change it and overlap no other call on it: that is the
-// application's duty. All other calls only read it.
+// Only opening, closing and disconnecting change a handle. The application must not let them
+// overlap with other calls on it.
 struct VantroHandle {
     MsgClient *connection; // NULL only while the handle is made or torn down.
     char *player_name;     // Owned. NULL while no player is open.
-    // An opening or closing without an answer, which a signal had interrupted for example: the
-    // service may have carried it out or not. The next opening or closing finds out.
-    char *unanswered_open;          // Owned. The name, where it was an opening. Then no player is
-                                    // open. NULL otherwise.
-    bool close_unanswered;          // It was the closing of player_name.
-    char *read_buffer;              // Owned. Where changes of status objects are read.
-    uint32_t read_capacity;         // Bytes at read_buffer.
+    // An opening or closing that has had no answer, for example because a signal interrupted it.
+    // The service may or may not have carried it out; the next opening or closing finds out.
+    char *unanswered_open;  // Owned. The name of the player to open, and then player_name is
+                            // NULL. NULL where there is no such opening.
+    bool close_unanswered;  // Whether the closing of player_name has had no answer.
+    char *read_buffer;      // Owned. Receives changes of status objects.
+    uint32_t read_capacity; // Bytes at read_buffer.
     struct EventQueue *event_queue; // Owned. NULL until the first call for events.
     pthread_mutex_t lock;           // Held while an event is retrieved.
-    // Held around each exchange whose answer may overflow, and the fetch of it: every overflowing
-    // answer of a connection is held under one tag, and a fetch takes the newest.
+    // Held around each exchange whose answer may overflow, and around its fetch: the service holds
+    // all overflowing answers of a connection under one tag, and a fetch takes the newest.
     pthread_mutex_t overflow_lock;
 };
 
 namespace vantro::player {
 
-// Whether a call can go ahead on a handle: connected, and with an open player. Where it cannot,
-// that is logged.
+// Whether a handle is connected, and whether it also has an open player. Logged where not.
 bool require_connection(const VantroHandle *handle);
 bool require_player(const VantroHandle *handle);
 
 using platform::KeepErrno;
 
-// Not held while something is logged: that writes to standard output, which may block, and calls
-// the log's sink, which may ask the same handle.
+// Must be released before anything is logged: logging flushes standard output, which may block, and
+// calls the log's sink, which may use the same handle.
 class OverflowLock {
   public:
     explicit OverflowLock(VantroHandle *handle) : mutex_(&handle->overflow_lock) {

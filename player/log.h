@@ -1,4 +1,4 @@
-// The log of the player API, and what it shares with that of the events.
+// The log of the player API, and the function that writes lines for the events as well.
 #ifndef VANTRO_PLAYER_LOG_H
 #define VANTRO_PLAYER_LOG_H
 
@@ -9,7 +9,7 @@
 
 namespace vantro::player {
 
-// Writes one line, after what the application itself has printed. Keeps errno. Does not return at
+// Flushes standard output, then writes one line. Keeps errno. Does not return at
 // LOG_SEVERITY_CRITICAL (aborts) and LOG_SEVERITY_ERROR (exits with 1).
 [[gnu::format(printf, 2, 3)]] void msglog(int severity, const char *format, ...);
 

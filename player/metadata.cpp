@@ -1,4 +1,4 @@
-// What is known of a node: its metadata record, and the values of keys that the caller names.
+// Queries about one node: its metadata record, and the values of keys that the caller names.
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -23,7 +23,7 @@ struct KeyBlock {
     uint32_t count = 0;
 };
 
-// Whether there is memory for the keys. More than a message holds counts as more than there is.
+// Packs the keys. @return false for want of memory, and for more keys than fit in a message.
 bool pack_keys(const char *const *keyv, KeyBlock &keys) {
     const KeepErrno keep;
     uint64_t size = 0;
@@ -34,7 +34,7 @@ bool pack_keys(const char *const *keyv, KeyBlock &keys) {
         }
     }
     keys.size = static_cast<uint32_t>(size);
-    // Room for one byte more: without keys there is a block too.
+    // One byte more, so that malloc() returns a block also where there are no keys.
     keys.bytes.reset(static_cast<unsigned char *>(std::malloc(keys.size + 1)));
     if (!keys.bytes) {
         return false;
@@ -60,7 +60,7 @@ class Values {
     Values(const Values &) = delete;
     Values &operator=(const Values &) = delete;
 
-    // An answer may end before the last value: what it does not mention has none.
+    // An answer may end before the last value. The keys after its end have no value.
     records::Unpacked unpack(records::Reader reader) {
         if (!values_) {
             return records::Unpacked::no_memory;

@@ -15,15 +15,15 @@
 
 namespace vantro::player {
 
-// What a result word holds before an exchange, so that an answer without one counts as failure:
-// also one that ends within the word, since a byte of it then remains.
+// The value of a result word before an exchange. So an answer without a result word counts as a
+// failure, and so does one that ends within the word, since then some of these bits remain.
 inline constexpr int32_t no_result = -1;
 
 inline RequestHeader request_header(uint16_t command, uint32_t payload_length) {
     return {command, 0, payload_length, 0, 0};
 }
 
-// A part of a request. The vectors of an exchange serve both ways and so take no const.
+// A part of a request. iovec has no const, since it serves requests and answers.
 inline iovec part(const void *data, size_t length) {
     return {const_cast<void *>(data), length};
 }
@@ -33,8 +33,8 @@ iovec part(const Value &value) {
     return part(&value, sizeof value);
 }
 
-// A string, as requests carry it. One too long for its length word is too long for a message, and
-// refused with the characters.
+// A string in a request. One that is too long for its length word is too long for a message as
+// well, and so the exchange refuses it.
 struct Text {
     explicit Text(const char *text)
         : characters(part(text, std::strlen(text))),

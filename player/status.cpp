@@ -1,4 +1,4 @@
-// What the player is doing now: state, track session, track, position.
+// Queries about the player's present state: state, track session, track, position.
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -15,8 +15,7 @@ static_assert(sizeof(VantroStateInfo) == 16);
 static_assert(sizeof(VantroTrksessionInfo) == 16);
 static_assert(offsetof(VantroTrksessionInfo, tsid) == 8);
 
-// Asks for an answer of fixed size. One that ends before its record does counts as a refusal:
-// nothing that did not arrive is handed out.
+// Asks for an answer of fixed size. An answer that ends before its record does counts as a refusal.
 template <class Value>
 bool ask(const VantroHandle *handle, uint16_t command, const char *failure, Value &value) {
     if (!require_connection(handle)) {
@@ -35,7 +34,7 @@ bool ask(const VantroHandle *handle, uint16_t command, const char *failure, Valu
     return false;
 }
 
-// Makes the record that a caller receives; without memory for it the process ends.
+// Makes the record that a caller receives. Ends the process where there is no memory for it.
 template <class Record>
 Record *make_record(Record **record, const char *no_memory) {
     *record = static_cast<Record *>(std::calloc(1, sizeof(Record)));
@@ -56,7 +55,7 @@ int ask_record(const VantroHandle *handle, uint16_t command, const char *failure
     return 0;
 }
 
-// The answer to the track query. Each field receives its own piece of it.
+// The answer to the track query, field by field.
 struct TrackAnswer {
     int32_t result = no_result;
     int32_t index = 0;
@@ -70,8 +69,8 @@ struct TrackAnswer {
 
 int ask_track(VantroHandle *handle, TrackAnswer &answer, uint32_t &answer_length) {
     const RequestHeader header = request_header(VANTRO_COMMAND_GET_CURRENT_TRACK_INFO, 0);
-    // A track too long for the area stays held at the service, where another thread's fetch must
-    // not take it for its own answer.
+    // The service holds a track that is too long for the area. Another thread's fetch must not take
+    // it for its own answer.
     const OverflowLock lock(handle);
     return putgetv(handle, {part(header)},
                    {part(answer.result), part(answer.index), part(answer.tsid),

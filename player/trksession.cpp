@@ -10,7 +10,8 @@
 namespace vantro::player {
 namespace {
 
-// One exchange whose answer holds nothing, or `answer` whole. Logged where there is none.
+// One exchange. @return whether the service carried it out, and `answer` is complete. Logs a
+// failure.
 bool carried_out(const VantroHandle *handle, const char *failure,
                  std::initializer_list<iovec> request, iovec answer = {}) {
     int32_t result = no_result;
@@ -41,7 +42,7 @@ int vantro_create_trksession(VantroHandle *handle, int32_t ms_id, const char *no
     }
     const int32_t value = first ? *first : 0;
     const Text id(node_id);
-    // 4 less than what follows. Services know it so, and do not rely on it.
+    // 4 less than what follows. The protocol has it so, and services do not rely on it.
     const RequestHeader header = request_header(VANTRO_COMMAND_CREATE_TRKSESSION, 12 + id.length);
     uint64_t received = 0;
     if (!carried_out(
@@ -69,7 +70,7 @@ int vantro_jump(VantroHandle *handle, int32_t index) {
         return -1;
     }
     const RequestHeader header = request_header(VANTRO_COMMAND_JUMP, sizeof index);
-    // The operation is known to services as setting the session's index, and is named so here.
+    // The text of the log names the operation as services do: setting the session's index.
     return carried_out(handle, "vantro_set_trksession_index() failed", {part(header), part(index)})
                ? 0
                : -1;

@@ -1,6 +1,5 @@
-// Which fields of each record travel, in the order in which they do. Packers, sizing functions,
-// unpackers and the functions that free records all go by these tables, so that they cannot
-// disagree.
+// The fields of each record that are packed, in their order. Packers, sizing functions, unpackers
+// and the functions that free records all use these tables, so that they cannot disagree.
 #ifndef VANTRO_RECORDS_FIELDS_H
 #define VANTRO_RECORDS_FIELDS_H
 

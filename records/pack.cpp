@@ -1,4 +1,4 @@
-// Writing records as bytes, for the service's side.
+// Writes records as bytes, for services.
 #include <vantro/records.h>
 
 #include "records/bytes.h"

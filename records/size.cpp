@@ -1,4 +1,4 @@
-// Telling how many bytes the packers will write.
+// Computes how many bytes the packers will write.
 #include <algorithm>
 #include <cstring>
 
@@ -12,7 +12,7 @@ namespace {
 
 template <class Record>
 int packed_size(const Record *records, int count) {
-    // 64 bits hold the sum on every host: it is held against the limit after each string.
+    // The sum cannot overflow 64 bits, since it is limited after each string.
     uint64_t size = 0;
     for (int i = 0; i < count && size < packed_bytes_max; i++) {
         size += packed_min<Record>;

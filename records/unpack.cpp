@@ -1,6 +1,6 @@
-// Making records from bytes. The bytes come from another process and may be anything: every length
-// is held against what is left before it is used, and the count against the smallest record before
-// memory is taken for it.
+// Makes records from bytes. The bytes come from another process and may be anything: every length
+// is checked against the bytes left before it is used, and the count against the smallest record
+// before memory is allocated for it.
 #include "records/unpack.h"
 
 #include "records/bytes.h"
@@ -27,8 +27,8 @@ bool unpack_record(Reader &reader, Record &record) {
                           [&](auto field) { return reader.get_string(record.*field); });
 }
 
-// The published form: bytes that cannot be right leave the caller's pointer, later failures null
-// it.
+// The public form. The caller's pointer is left alone where the bytes cannot hold so many records,
+// and becomes null at a later failure.
 template <class Record>
 int unpack(const void *buffer, int size, int count, Record **records) {
     if (!buffer || !records || size < 1) {

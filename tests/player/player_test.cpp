@@ -51,7 +51,8 @@ TEST_F(Player, OpensAndClosesOneTurnAfterTheOther) {
         {vantro_open, most.c_str(), granted, 0, 77, request(0, text(most)), ""},
     };
     for (const Step &step : steps) {
-        SCOPED_TRACE(&step - steps);
+        SCOPED_TRACE(std::string(step.call == vantro_open ? "open " : "close ") +
+                     (step.name ? step.name : "null") + ": " + step.line);
         will_answer(step.answer);
         EXPECT_EQ(step.call(handle, step.name), step.result);
         EXPECT_EQ(std::exchange(errno, 77), step.error);
@@ -68,8 +69,8 @@ TEST_F(Player, OpensAndClosesOneTurnAfterTheOther) {
     EXPECT_EQ(take(lines), Lines{"5 vantro_close() failed"});
 }
 
-// A service that opens one player a connection, and interrupts the client's next call where told
-// to, whether or not it does what it was asked.
+// A service that opens one player a connection. On demand it interrupts the client's next call,
+// with the request carried out or not.
 class Interrupting {
   public:
     enum class Way { answered, interrupted_undone, interrupted_done };
@@ -141,7 +142,9 @@ TEST_F(Player, AHandleFindsItsWayBackFromAnInterruptedOpenOrClose) {
     for (const bool opening : {true, false}) {
         for (const Way way : {Way::interrupted_undone, Way::interrupted_done}) {
             for (const auto &[call, name, opened] : ways) {
-                SCOPED_TRACE((opening ? "open, " : "close, ") + std::to_string(int(way)) + opened);
+                SCOPED_TRACE(std::string(opening ? "open " : "close ") +
+                             (way == Way::interrupted_done ? "done" : "not done") +
+                             ", then open: \"" + opened + "\"");
                 Interrupting service;
                 VantroHandle *const other = vantro_connect();
                 ASSERT_EQ(vantro_open(other, "main"), 0);
@@ -150,7 +153,7 @@ TEST_F(Player, AHandleFindsItsWayBackFromAnInterruptedOpenOrClose) {
                 }
                 const auto first = opening ? vantro_open : vantro_close;
                 EXPECT_EQ(service.call(way, first, other, "main"), -1);
-                // What ends the doubt may be interrupted too.
+                // The call that finds out may be interrupted too.
                 EXPECT_EQ(service.call(way, call, other, name), -1);
                 EXPECT_EQ(service.call(Way::answered, call, other, name), 0);
                 EXPECT_EQ(service.opened, opened);
@@ -212,14 +215,16 @@ int ask_position(VantroHandle *handle, std::string &got) {
     return result;
 }
 
-TEST_F(Player, CallsSendTheirBytesAndTakeWholeAnswersOnly) {
+struct SimpleCall {
+    const char *name;
+    int (*call)(VantroHandle *, std::string &);
+    std::string sent, record;
+};
+
+const std::vector<SimpleCall> &simple_calls() {
     using Handle = VantroHandle *;
     using Out = std::string &;
-    struct Case {
-        const char *name;
-        int (*call)(Handle, Out);
-        std::string sent, record;
-    } const cases[] = {
+    static const std::vector<SimpleCall> calls{
         {"vantro_play", tell<vantro_play>, request(15), ""},
         {"vantro_stop", tell<vantro_stop>, request(16), ""},
         {"vantro_pause", tell<vantro_pause>, request(17), ""},
@@ -241,7 +246,11 @@ TEST_F(Player, CallsSendTheirBytesAndTakeWholeAnswersOnly) {
          words({1, 12, 3, -1})},
         {"vantro_get_current_track_position", ask_position, request(6), words({-9})},
     };
-    for (const Case &c : cases) {
+    return calls;
+}
+
+TEST_F(Player, CallsSendTheirBytesAndTakeWholeAnswersOnly) {
+    for (const SimpleCall &c : simple_calls()) {
         SCOPED_TRACE(c.name);
         std::string got;
         const bool is_command = c.record.empty();
@@ -299,24 +308,27 @@ TEST_F(Player, TrackIsReadAsFarAsItsLengthsAreTrue) {
     const std::string metadata = words({9, 0, 0, 0, 0}) + text("title") + std::string(24, '\0');
     const auto size = [](const std::string &bytes) { return static_cast<int32_t>(bytes.size()); };
     struct Case {
+        const char *name;
         int32_t node_length, metadata_length;
         std::string data;
         int result;
         bool has_node, has_metadata;
     } const cases[] = {
-        {size(node), size(metadata), node + metadata, 0, true, true},
-        {0, size(metadata), metadata, 0, false, true},
-        {-5, size(metadata), metadata, 0, false, true},
-        {size(node), INT32_MIN, node, 0, true, false},
-        {size(node), size(metadata) + 1, node + metadata, -1, true, false},
-        {size(node), INT32_MAX, node + metadata, -1, true, false},
-        {INT32_MAX, size(metadata), node + metadata, -1, false, false},
-        {size(node) + 1, 0, node, -1, false, false},
-        {size(node) - 1, size(metadata), node + metadata, -1, false, false},
-        {65536, 1, std::string(65536, '\0'), -1, true, false},
+        {"both", size(node), size(metadata), node + metadata, 0, true, true},
+        {"no node", 0, size(metadata), metadata, 0, false, true},
+        {"node of negative length", -5, size(metadata), metadata, 0, false, true},
+        {"metadata of negative length", size(node), INT32_MIN, node, 0, true, false},
+        {"metadata beyond the end", size(node), size(metadata) + 1, node + metadata, -1, true,
+         false},
+        {"metadata far beyond the end", size(node), INT32_MAX, node + metadata, -1, true, false},
+        {"node far beyond the end", INT32_MAX, size(metadata), node + metadata, -1, false, false},
+        {"node beyond the end", size(node) + 1, 0, node, -1, false, false},
+        {"node cut short", size(node) - 1, size(metadata), node + metadata, -1, false, false},
+        {"node of zeros, metadata beyond the end", 65536, 1, std::string(65536, '\0'), -1, true,
+         false},
     };
     for (const Case &c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE(c.name);
         will_answer(words({0, 6, -1, 2, c.node_length, c.metadata_length}) + c.data);
         VantroTrackInfo *info = nullptr;
         take(requests);
