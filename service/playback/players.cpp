@@ -1,6 +1,6 @@
 #include "service/playback/players.h"
 
-#include <algorithm>
+#include <exception>
 #include <random>
 
 namespace vantro::service::playback {
@@ -42,6 +42,7 @@ std::string Players::publish(const object_readers &readers, const publishing::Pu
 }
 
 std::optional<std::chrono::nanoseconds> Players::wake_all() {
+    publish_missed_sources();
     std::optional<std::chrono::nanoseconds> next;
     for (Player &player : players_) {
         if (const auto wake = player.wake(); wake && (!next || *wake < *next)) {
@@ -58,14 +59,35 @@ void Players::maker_gone(uint64_t number) noexcept {
 }
 
 void Players::source_changed(int32_t id) {
-    const std::vector<catalogue::Source> sources = catalogue_.sources();
-    const auto found = std::find_if(sources.begin(), sources.end(),
-                                    [id](const catalogue::Source &each) { return each.id == id; });
-    if (found == sources.end()) {
+    try {
+        publish_sources([id](const catalogue::Source &source) { return source.id == id; });
+    } catch (const std::exception &) {
+        // There was no memory for it. The next round of the clock's thread tells all sources again.
+        sources_missed_ = true;
+        clock_watch_.look();
+    }
+}
+
+void Players::publish_sources(const std::function<bool(const catalogue::Source &)> &wanted) {
+    for (const catalogue::Source &source : catalogue_.sources()) {
+        if (!wanted(source)) {
+            continue;
+        }
+        for (Player &player : players_) {
+            player.source_changed(source);
+        }
+    }
+}
+
+void Players::publish_missed_sources() {
+    if (!sources_missed_.exchange(false)) {
         return;
     }
-    for (Player &player : players_) {
-        player.source_changed(*found);
+    try {
+        publish_sources([](const catalogue::Source &) { return true; });
+    } catch (...) {
+        sources_missed_ = true; // the worker calls again
+        throw;
     }
 }
 

@@ -7,10 +7,12 @@
 #ifndef VANTRO_SERVICE_PLAYBACK_PLAYERS_H
 #define VANTRO_SERVICE_PLAYBACK_PLAYERS_H
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,10 +50,13 @@ class Players {
 
   private:
     std::optional<std::chrono::nanoseconds> wake_all();
+    void publish_sources(const std::function<bool(const catalogue::Source &)> &wanted);
+    void publish_missed_sources();
 
     catalogue::Catalogue &catalogue_;
     SessionIds ids_;
     std::deque<Player> players_; // never changes; holds what cannot be moved
+    std::atomic<bool> sources_missed_ = false;
     Worker clock_watch_;
     Worker file_checks_;
 };

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
+#include <new>
 #include <utility>
 #include <vector>
 
-#include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
 #include "service/catalogue/text/utf8.h"
@@ -24,8 +25,32 @@ struct Members {
     std::vector<Number> numbers;
 };
 
-void write(rapidjson::Writer<rapidjson::StringBuffer> &writer, const char *name,
-           const std::string &text) {
+// The library's own stream and allocator take the null of a failed allocation for memory. These
+// throw std::bad_alloc.
+struct TextStream {
+    using Ch = char;
+    void Put(char c) { text.push_back(c); }
+    void Flush() {}
+    std::string text;
+};
+
+struct Allocator {
+    static constexpr bool kNeedFree = true;
+    void *Malloc(size_t size) { return size == 0 ? nullptr : ::operator new(size); }
+    void *Realloc(void *old, size_t old_size, size_t size) {
+        void *const memory = Malloc(size);
+        if (memory && old) {
+            std::memcpy(memory, old, std::min(old_size, size));
+        }
+        Free(old);
+        return memory;
+    }
+    static void Free(void *memory) { ::operator delete(memory); }
+};
+
+using Writer = rapidjson::Writer<TextStream, rapidjson::UTF8<>, rapidjson::UTF8<>, Allocator>;
+
+void write(Writer &writer, const char *name, const std::string &text) {
     if (text.empty()) {
         return;
     }
@@ -35,8 +60,8 @@ void write(rapidjson::Writer<rapidjson::StringBuffer> &writer, const char *name,
 
 // With at most `limit` bytes of each text.
 std::string written(const Members &members, size_t limit) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    TextStream stream;
+    Writer writer(stream);
     writer.StartObject();
     for (const auto &[name, text] : members.names) {
         if (text.size() <= json_name_max) {
@@ -51,7 +76,7 @@ std::string written(const Members &members, size_t limit) {
         writer.Int64(number);
     }
     writer.EndObject();
-    return {buffer.GetString(), buffer.GetSize()};
+    return std::move(stream.text);
 }
 
 std::string within_limit(const Members &members) {

@@ -152,6 +152,9 @@ int32_t handle_open(MsgOsb *open, MsgContext *context, MsgService *) noexcept {
     if (connect_client_info(context->info.conn_id, &credentials, 0) != 0) {
         return EACCES;
     }
+    if (descriptors_are_short(credentials.uid)) {
+        return EMFILE;
+    }
     const Client client{0, context->info.conn_id, credentials.pid, credentials.uid};
     bool counted = false;
     try {

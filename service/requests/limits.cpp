@@ -5,6 +5,8 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
 
 namespace vantro::service::requests {
 
@@ -22,6 +24,10 @@ constexpr Limit limits[] = {
     {"bytes of requests that wait", int64_t{32} << 20, int64_t{128} << 20},
 };
 static_assert(std::size(limits) == limited_count);
+
+// Descriptors: a scan has a few open for each of its threads, a reader of the catalogue two.
+constexpr rlim_t kept_for_own_work = 48;
+constexpr rlim_t kept_from_users = 96;
 
 // As the process calls itself, without what would spoil a line.
 std::string name_of_process(int32_t pid) {
@@ -41,6 +47,19 @@ const Limit &limit_of(Limited what) {
 bool is_limited(uint32_t uid) {
     static const uid_t own = geteuid();
     return uid != 0 && uid != own;
+}
+
+bool descriptors_are_short(uint32_t uid) {
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    // The lowest free number tells how many are in use.
+    const int lowest = eventfd(0, EFD_CLOEXEC);
+    if (lowest < 0) {
+        return true;
+    }
+    close(lowest);
+    const rlim_t kept = is_limited(uid) ? kept_from_users : kept_for_own_work;
+    return static_cast<rlim_t>(lowest) + kept >= limit.rlim_cur;
 }
 
 bool Limits::take_open(const Client &client) {

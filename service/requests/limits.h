@@ -39,6 +39,11 @@ const Limit &limit_of(Limited what);
 
 bool is_limited(uint32_t uid);
 
+// Whether this process has too few descriptors left for one more client of that user. Some are kept
+// for the service's own work, which is to read music and its catalogue, and some more for user 0
+// and the service's own user.
+bool descriptors_are_short(uint32_t uid);
+
 class Limits {
   public:
     // Takes one line for the log, when a limit refuses something to a user for the first time since

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -10,6 +11,7 @@
 #include <vantro/platform/json.h>
 
 #include "service/publishing/texts.h"
+#include "tests/support/failing_new.h"
 
 namespace vantro::service::publishing {
 
@@ -79,6 +81,25 @@ TEST(PublishedTexts, AreCutBetweenCharactersAndNeverLost) {
     catalogue::SongMetadata metadata;
     metadata.artwork = times("u", json_name_max + 1);
     EXPECT_EQ(json_of(metadata).find("artwork"), std::string::npos) << "cut, it is another one";
+}
+
+TEST(PublishedTexts, WithoutMemoryThereIsNoneRatherThanHalfOfOne) {
+    catalogue::SongMetadata metadata;
+    metadata.title = times("t", 300);
+    metadata.artist = times("a", 4096);
+    const std::string whole = json_of(metadata);
+    int failures = 0;
+    for (bool failed = true; failed; ++failures) {
+        failed = false;
+        test::news_left = failures;
+        try {
+            EXPECT_EQ(json_of(metadata), whole);
+        } catch (const std::bad_alloc &) {
+            failed = true;
+        }
+        test::news_left = -1;
+    }
+    EXPECT_GT(failures, 5);
 }
 
 } // namespace

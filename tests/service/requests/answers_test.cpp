@@ -2,7 +2,6 @@
 #include "service/requests/answers.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -11,27 +10,9 @@
 #include <vantro/player.h>
 #include <vantro/protocol.h>
 
+#include "tests/support/failing_new.h"
 #include "tests/support/memory_catalogue.h"
 #include "tests/support/process.h"
-
-namespace {
-
-// Allocations of this thread before the one that fails; below 0 none does.
-thread_local int allocations_left = -1;
-
-} // namespace
-
-[[gnu::noinline]] void *operator new(size_t size) {
-    void *const memory =
-        allocations_left >= 0 && allocations_left-- == 0 ? nullptr : std::malloc(size);
-    return memory ? memory : throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void *memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void *memory, size_t) noexcept {
-    std::free(memory);
-}
 
 namespace vantro::service::requests {
 
@@ -105,13 +86,13 @@ TEST_F(AnswersWithoutMemory, ARefusedCommandChangesNothing) {
             }
             service.answer = {};
             const std::string before = service.picture();
-            allocations_left = failing;
+            test::news_left = failing;
             try {
                 refused = service.ask(row.command) != 0;
             } catch (const std::bad_alloc &) {
                 refused = true;
             }
-            allocations_left = -1;
+            test::news_left = -1;
             EXPECT_EQ(service.picture() == before, refused) << before << "; " << service.picture();
             ASSERT_LT(failing, 100);
         }

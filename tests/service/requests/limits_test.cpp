@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/resource.h>
+
 #include <gtest/gtest.h>
 
 namespace vantro::service::requests {
@@ -63,6 +65,30 @@ TEST(Limits, OfOneUserOfAllAndOfThoseWithTheReserve) {
             EXPECT_EQ(room.take(what, reserved, 2 * one), 2 * one);
         }
     }
+}
+
+// The first 48 descriptors below the limit are the service's own, the next 48 the reserve.
+TEST(Limits, DescriptorsAreKeptBack) {
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const int lowest = dup(STDIN_FILENO);
+    close(lowest);
+    const struct {
+        int left;
+        bool own;
+        bool others;
+    } rows[] = {{97, false, false},
+                {96, false, true},
+                {49, false, true},
+                {48, true, true},
+                {0, true, true}};
+    for (const auto &row : rows) {
+        const rlimit low = {static_cast<rlim_t>(lowest + row.left), before.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+        EXPECT_EQ(descriptors_are_short(geteuid()), row.own) << row.left;
+        EXPECT_EQ(descriptors_are_short(first_user), row.others) << row.left;
+    }
+    setrlimit(RLIMIT_NOFILE, &before);
 }
 
 TEST(Limits, WhatIsGivenBackCanBeTakenAgain) {
