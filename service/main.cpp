@@ -55,13 +55,13 @@ std::chrono::nanoseconds monotonic_now() {
     return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 }
 
-// One line for whoever started the service. Whether anybody reads it is no concern of the players.
+// Prints one line on standard output. A failure to print it is ignored: the players go on.
 void say(const std::string &line) {
     std::fputs(("vantrod: " + line + "\n").c_str(), stdout);
     std::fflush(stdout);
 }
 
-// Every client costs descriptors, so the service takes as many as it is allowed.
+// Every client needs descriptors, so the service raises its limit as far as it may.
 void raise_descriptor_limit() {
     rlimit limit = {};
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
@@ -124,12 +124,12 @@ int serve(const Options &options) {
         return fail(error);
     }
     Server server;
-    // The name first: a second service is told so at once, not that the catalogue is taken.
+    // The name first: a second service then fails for the name, and not for the catalogue.
     if (const std::string error = server.attach(options); !error.empty()) {
         return fail(error);
     }
 
-    const Ending ending(server); // before any thread is there to take its signals
+    const Ending ending(server); // before any thread starts, which would take the signals
     std::unique_ptr<vantro::service::catalogue::Store> store;
     const auto scanned = [&store] {
         const int64_t tracks = store->song_count();
@@ -194,7 +194,7 @@ int main(int argc, char **argv) {
         if (!parse_options(argc, argv, options, exit_code)) {
             return exit_code;
         }
-        // Who started the service may have stopped listening to it.
+        // The process that reads standard output may have ended.
         std::signal(SIGPIPE, SIG_IGN);
         raise_descriptor_limit();
         return serve(options);

@@ -25,7 +25,7 @@ bool read_number(const std::string &text, int base, Number least, Number most, N
     return error == std::errc() && stop == end && number >= least && number <= most;
 }
 
-// Validators return what is wrong, which is printed behind the option's name.
+// Validators return an error text, which is printed after the option's name, or "".
 
 std::string check_permissions(const std::string &text) {
     unsigned bits = 0;
@@ -91,8 +91,8 @@ std::string check_lists(const std::vector<std::string> &music,
     return "";
 }
 
-// Of a service under permission bits, whoever may connect, which takes both reading and writing. A
-// file knows nothing of capabilities: there it is the owner, and a group where one is named.
+// Under permission bits, those users may follow who may connect, which takes reading and writing.
+// Under capabilities, the owner may and, if one is named, a group: a file knows no capabilities.
 object_readers readers_of(const std::string &perms, const std::string &uid, const std::string &gid,
                           bool by_capability) {
     object_readers readers = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0};

@@ -1,4 +1,4 @@
-// What whoever started the service is told of its first scan. The log has the rest.
+// Reports the progress of the first scan on the terminal. The log has the rest.
 #ifndef VANTRO_SERVICE_SCAN_REPORT_H
 #define VANTRO_SERVICE_SCAN_REPORT_H
 
@@ -16,7 +16,7 @@ class ScanReport {
     // Calls `complete` once, when each of that many sources has been read through.
     ScanReport(size_t sources, std::function<void()> complete);
 
-    // Shows how far it is where a terminal looks on. By one thread.
+    // Shows the progress where standard error is a terminal. Called by one thread.
     void note(const catalogue::ScanProgress &progress);
 
   private:

@@ -19,7 +19,7 @@ namespace vantro::service {
 namespace {
 
 // A service under permission bits and one under capabilities are published in different places.
-// This name, which both take, keeps one from starting behind the other's back.
+// Both take this name, so that only one of them can run.
 constexpr const char *only_one = "vantrod/" VANTRO_SERVICE_NAME "/" VANTRO_SERVICE_INSTANCE;
 
 // A message server cannot be freed, so it belongs to the process.
@@ -34,7 +34,7 @@ std::string cannot_attach(int error) {
 } // namespace
 
 Server::~Server() {
-    // So that its names go while the process still lives.
+    // Removes its names while the process still holds their locks.
     if (the_server) {
         channel_destroy(the_server->channel);
     }

@@ -35,7 +35,7 @@ void Engine::load(SessionPtr session, int32_t index, bool play) {
     session_.swap(session); // the old one, if this was its last place, goes after the lock
     modes_.state = play ? VANTRO_STATE_PLAYING : VANTRO_STATE_PAUSED;
     place_at(0, now);
-    started_anew();
+    started_by_choice();
     note(Change::session | Change::track | Change::position, now);
 }
 
@@ -87,13 +87,14 @@ void Engine::place_at(int64_t where, std::chrono::nanoseconds now) {
     next_tick_ = now + tick_every;
 }
 
-// The next play begins from the top.
+// The next play begins with the first track.
 void Engine::end_of_session() {
     modes_.state = VANTRO_STATE_STOPPED;
     place_ = 0;
 }
 
-// For whoever publishes: something became different, and modes perhaps. catch_up() has made room.
+// Notes a change for the publisher, and a change of the modes if there is one. catch_up() has
+// reserved the memory.
 void Engine::note(unsigned what, std::chrono::nanoseconds now, int32_t error) {
     if (differ(modes_, noted_)) {
         what |= Change::state;
@@ -115,8 +116,8 @@ void Engine::started() {
     start_taken_ = false;
 }
 
-// The same by somebody's choice.
-void Engine::started_anew() {
+// A track begins because a command chose it.
+void Engine::started_by_choice() {
     failures_ = 0;
     started();
 }
@@ -163,7 +164,7 @@ int Engine::play() {
     if (!playing()) {
         modes_.state = VANTRO_STATE_PLAYING;
         place_at(base_, now);
-        started_anew();
+        started_by_choice();
         note(Change::position, now);
     }
     return 0;
@@ -206,7 +207,7 @@ int Engine::next() {
         end_of_session();
     }
     place_at(0, now);
-    started_anew();
+    started_by_choice();
     note(Change::track | Change::position, now);
     return 0;
 }
@@ -230,12 +231,12 @@ int Engine::previous() {
         note(Change::position, now);
         return 0;
     }
-    started_anew();
+    started_by_choice();
     note(Change::track | Change::position, now);
     return 0;
 }
 
-// With shuffle the song's place in the order becomes the one behind the current song, so that
+// With shuffle the song's place in the order becomes the one after the current song, so that
 // every other song still comes once, and previous() goes back to where the jump was made.
 int Engine::jump(int32_t index) {
     const std::lock_guard<std::mutex> guard(mutex_);
@@ -259,7 +260,7 @@ int Engine::jump(int32_t index) {
         }
     }
     place_at(0, now);
-    started_anew();
+    started_by_choice();
     note(Change::track | Change::position, now);
     return 0;
 }

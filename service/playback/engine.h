@@ -4,11 +4,11 @@
 // next one, over as many ends of tracks as fell in between; that costs at most two walks through
 // the session, however long the gap was. wake() says when something will happen by itself.
 //
-// Every change is noted, in order, with what is then so, for whoever publishes it.
+// Every change is noted for the publisher, in order and with the state after it.
 //
-// Whether a track's file can be played is found out by somebody else, who may have to wait for a
-// disk: each start of a track is handed out by take_start() and answered by checked(). Until then
-// the track plays.
+// Another thread checks whether a track's file can be played, since it may wait for a disk:
+// take_start() hands out each start of a track, and checked() takes the result. Until then the
+// track plays.
 //
 // A session is played in an order: as it stands, or, with shuffle, a permutation in which every
 // song comes once. next() and previous() walk that order, so that previous() always goes back the
@@ -42,15 +42,15 @@ inline constexpr int32_t restart_after_ms = 3000;
 // over any number of years exact.
 inline constexpr float rate_max = 16.0f;
 
-// Tracks of no use in a row after which a player stops. That many are not files gone wrong but a
-// disk gone missing, and whoever follows the player is to be told in less than a flood.
+// A player stops after so many unplayable tracks in a row. That many mean a missing disk rather
+// than damaged files, and followers of the player should not get a flood of events.
 inline constexpr int32_t failures_max = 100;
 
-// How often the position is told while playing.
+// How often the position is published while playing.
 inline constexpr std::chrono::seconds tick_every{1};
 
-// Shortest time from the start of a track to its end's being told: tracks of a millisecond, round
-// and round, are told of together.
+// Shortest time from the start of a track to the event of its end: the ends of tracks of a
+// millisecond that repeat are published together.
 inline constexpr std::chrono::milliseconds end_after{10};
 
 // In place of an index: the first song in the order of play.
@@ -116,17 +116,18 @@ class Engine {
     // while the player does not play.
     std::optional<std::chrono::nanoseconds> wake();
 
-    // The last start, unless it was handed out before or is over.
+    // The newest track start whose file has not been handed out for checking; empty if there is
+    // none or the player has moved on.
     std::optional<Start> take_start();
-    // Its file can be played, or why not. Then the player stops with that error and, where there is
-    // a next track, goes on with it. A start that is over does not count.
+    // Takes the result of a check: 0, or the VANTRO_ERROR_* with which the player stops and then
+    // goes on with the next track, if there is one. The result of a start that is over is ignored.
     void checked(uint64_t number, int32_t error);
 
   private:
     Snapshot at(std::chrono::nanoseconds now) const;
     void note(unsigned what, std::chrono::nanoseconds now, int32_t error = 0);
     void started();
-    void started_anew();
+    void started_by_choice();
     bool playing() const { return modes_.state == VANTRO_STATE_PLAYING; }
     int32_t index() const;
     int64_t duration() const;
@@ -152,7 +153,7 @@ class Engine {
     std::atomic<uint64_t> noted_count_ = 0; // written with the lock held
     uint64_t start_ = 0;                    // number of the last start
     bool start_taken_ = true;
-    int32_t failures_ = 0; // tracks of no use since one was of use, or a command chose another
+    int32_t failures_ = 0; // unplayable tracks in a row since a playable one or a command
 };
 
 } // namespace vantro::service::playback

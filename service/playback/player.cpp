@@ -113,7 +113,7 @@ int Player::create(int32_t source, std::string_view node, int32_t index, int32_t
         return ERANGE;
     }
     {
-        // Looked at here already, so that whoever goes on asking uses up no ids.
+        // Checked here already, so that refused requests use up no ids.
         const std::lock_guard<std::mutex> guard(mutex_);
         if (!with_room_for(maker)) {
             return ENOSPC;
@@ -213,7 +213,7 @@ void Player::publish_changes() {
     }
 }
 
-// "state" comes first, as it does for whoever reads several of these at once.
+// "state" comes first, in the order in which the library reports several changes read at once.
 void Player::publish_change(const Engine::Change &change) {
     const Engine::Snapshot &now = change.now;
     if ((change.what & Engine::Change::state) != 0) {
@@ -249,7 +249,7 @@ std::optional<std::chrono::nanoseconds> Player::wake() {
 }
 
 void Player::check_file() {
-    // One a round: where the next track has to be looked at, publish_changes() sees to another.
+    // One a round: if the next track has to be checked, publish_changes() calls for another round.
     if (const auto start = engine_.take_start()) {
         engine_.checked(start->number, catalogue_.check(start->song));
         publish_changes();
@@ -261,7 +261,7 @@ void Player::source_changed(const catalogue::Source &source) {
     if (!publisher_) {
         return;
     }
-    // While a source is scanned there is something new all the time; its end is told.
+    // A source changes all the time while it is scanned: only the end of the scan is published.
     publisher_->source(source, source.status != VANTRO_SOURCE_SCANNING);
     if (song_ == 0) {
         return;
@@ -270,7 +270,7 @@ void Player::source_changed(const catalogue::Source &source) {
     catalogue::SongMetadata metadata;
     const int result = catalogue_.song(song_, node, metadata);
     if (result != 0 && result != ENOENT) {
-        return; // nothing else is known than before
+        return; // the catalogue failed: keep what was published
     }
     const bool known = result == 0;
     publisher_->track_changed(known ? &node : nullptr, known ? &metadata : nullptr);

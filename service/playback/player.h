@@ -116,14 +116,14 @@ class Player {
     // on_reschedule brings about.
     void publish_changes();
 
-    // Does and publishes what is due by now. Returns how long until the next of it, if there is
-    // any.
+    // Does and publishes what is due now. Returns the time until something is due next, if anything
+    // is.
     std::optional<std::chrono::nanoseconds> wake();
 
-    // Looks whether the track that started last can be played; may wait for the disk.
+    // Checks whether the track that started last can be played. May wait for the disk.
     void check_file();
 
-    // The source is now this, or holds something else.
+    // Publishes a source that has changed, or whose contents have.
     void source_changed(const catalogue::Source &source);
 
     const std::string name;

@@ -1,9 +1,9 @@
-// All players of the service, and what happens in them by itself.
+// All players of the service, and their two threads.
 //
-// Two threads see to that. The one watches the clock: it wakes at ends of tracks, and once a second
-// while something plays, so that both are published when they happen; while nothing plays it sleeps
-// without a timer. The other looks at the file of each track that starts: that may wait for a disk,
-// so neither an answer nor the clock waits for it.
+// One thread watches the clock. It wakes at ends of tracks, and once a second while something
+// plays, so that both are published in time; while nothing plays it sleeps without a timer. The
+// other thread checks the file of each track that starts. That may wait for a disk, and neither
+// answers nor the clock may wait for it.
 #ifndef VANTRO_SERVICE_PLAYBACK_PLAYERS_H
 #define VANTRO_SERVICE_PLAYBACK_PLAYERS_H
 

@@ -1,6 +1,6 @@
-// A thread that does its rounds when something has happened, or when it said it would.
+// A thread that does a round when look() was called, or at the time that its last round named.
 //
-// It sleeps without any timer while its last round named no time.
+// It sleeps without a timer if the last round named no time.
 #ifndef VANTRO_SERVICE_PLAYBACK_WORKER_H
 #define VANTRO_SERVICE_PLAYBACK_WORKER_H
 
@@ -16,7 +16,7 @@ namespace vantro::service::playback {
 
 class Worker {
   public:
-    // Returns how long until the next round, where there is to be one unasked.
+    // Returns the time until the next round, or nothing if the next round waits for look().
     using Round = std::function<std::optional<std::chrono::nanoseconds>()>;
 
     explicit Worker(Round round) : round_(std::move(round)) {}
@@ -30,8 +30,8 @@ class Worker {
     // Ends after the round under way, for good.
     void stop();
 
-    // Something has happened: one more round, which begins after this call. Any thread, a round
-    // included; also before the start and after the end.
+    // Calls for one more round, which begins after this call. Any thread, a round included; also
+    // before the start and after the end.
     void look();
 
   private:

@@ -1,7 +1,7 @@
 // The objects of one player, which applications follow.
 //
-// Every attribute of an object is published with every change of it, so that a change that got lost
-// leaves no trace behind the next one. An object that cannot be published is logged once, until it
+// Every change carries every attribute of its object, so that the next change makes up for one that
+// got lost. An object that cannot be published is logged once, until it
 // can be again; the player goes on.
 //
 // The size of all objects is bounded by what they are made of: see publisher.cpp.
@@ -35,7 +35,7 @@ class Publisher {
     static std::unique_ptr<Publisher> open(const std::string &player, const object_readers &readers,
                                            Log log, std::string &error);
 
-    // Readers are told of the end: the state goes, then the directory.
+    // Deletes the state and then the directory, which tells readers of the end.
     ~Publisher();
     Publisher(const Publisher &) = delete;
     Publisher &operator=(const Publisher &) = delete;
@@ -43,16 +43,16 @@ class Publisher {
     // `error` is a VANTRO_ERROR_*, or 0.
     void state(const VantroStateInfo &modes, int32_t error);
     void trksession(int32_t type, int32_t length, uint64_t tsid);
-    // Without node and metadata where nothing is known of the track.
+    // Node and metadata are null if nothing is known of the track.
     void track(int32_t index, uint64_t tsid, const catalogue::Node *node,
                const catalogue::SongMetadata *metadata);
     void position(int32_t position_ms);
-    // Neither session nor track nor position.
+    // Deletes session, track and position.
     void session_gone();
-    // Where it is not what was published last, or `again`.
+    // Publishes a source that differs from what was published last; with `again`, any.
     void source(const catalogue::Source &source, bool again);
 
-    // The same again where something else is now known of the track published last.
+    // Publishes the current track again if what is known of it has changed.
     void track_changed(const catalogue::Node *node, const catalogue::SongMetadata *metadata);
 
   private:

@@ -21,8 +21,8 @@ void append(Bytes &answer, const Value &value) {
     answer.insert(answer.end(), begin, begin + sizeof value);
 }
 
-// Each returns 0, or EMSGSIZE where the answer would be longer than answer_max; it is then of no
-// use. An empty text is an absent one.
+// Each returns 0, or EMSGSIZE if the answer would be longer than answer_max; it must then not be
+// used. An empty text is an absent one.
 
 // A record count and the records.
 int append_sources(Bytes &answer, const std::vector<catalogue::Source> &sources);
@@ -32,8 +32,8 @@ int append_metadata(Bytes &answer, const catalogue::SongMetadata &metadata);
 // Each with its length.
 int append_texts(Bytes &answer, const std::vector<std::string> &texts);
 
-// Appends a record count and the nodes that it is given. The answer is of use after finish(), which
-// returns 0 or EMSGSIZE.
+// Appends a record count and the nodes that it is given. The answer is complete after finish(),
+// which returns 0 or EMSGSIZE.
 class NodePacker : public catalogue::NodeSink {
   public:
     explicit NodePacker(Bytes &answer);
@@ -46,7 +46,7 @@ class NodePacker : public catalogue::NodeSink {
 
     Bytes &answer_;
     const size_t begin_;
-    size_t end_; // of what is packed; behind it the answer has room
+    size_t end_; // of what is packed; after it the answer has spare room
     int32_t count_ = 0;
     bool too_long_ = false;
     std::string id_; // both as the packers want them, with a NUL

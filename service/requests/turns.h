@@ -3,8 +3,8 @@
 // Each piece has a number, one above that of its client's last piece, but not below that of the
 // piece that was begun last. The lowest number goes first. So a client that asks for much at once
 // waits for its own pieces, and one that asks for a little does not. Where numbers are equal a
-// client that did not ask during the last round goes first: who comes new need not wait for a round
-// of all others.
+// client that did not ask during the last round goes first, so that a newcomer does not wait for a
+// round of all others.
 //
 // There is no thread of its own: a piece that finds no place is left to whichever thread is done
 // with one. Any thread may call any operation; no work is done with the lock held.
