@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -17,9 +18,11 @@ StateDirectory::~StateDirectory() {
     }
 }
 
-std::string StateDirectory::take(const std::filesystem::path &path) {
+std::string StateDirectory::take(const std::filesystem::path &path, uint32_t mode) {
     std::error_code error;
-    std::filesystem::create_directories(path, error);
+    if (std::filesystem::create_directories(path, error)) {
+        chmod(path.c_str(), mode);
+    }
     if (error) {
         return fmt::format("cannot make '{}': {}", path.native(), error.message());
     }

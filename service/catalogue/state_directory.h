@@ -18,8 +18,9 @@ class StateDirectory {
     StateDirectory(const StateDirectory &) = delete;
     StateDirectory &operator=(const StateDirectory &) = delete;
 
-    // Returns "" or why it cannot be had.
-    std::string take(const std::filesystem::path &path);
+    // Makes the directory, with those permission bits, where it is missing. Returns "" or why it
+    // cannot be had.
+    std::string take(const std::filesystem::path &path, uint32_t mode);
 
   private:
     int lock_ = -1;

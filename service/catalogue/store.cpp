@@ -46,7 +46,7 @@ class SqliteCatalogue : public Store {
   public:
     SqliteCatalogue(StoreOptions options, std::unique_ptr<StateDirectory> state)
         : options_(std::move(options)), state_(std::move(state)),
-          file_(options_.state / "catalogue.db"), artwork_(options_.state / "artwork"),
+          file_(options_.state / "catalogue.db"), artwork_(options_.state / "artwork", options_.artwork_readers),
           sessions_(options_.state / "session-numbers"), pool_(file_),
           scanning_(
               options_, directories_, artwork_, options_.state, [this](bool damaged) { return reopen(damaged); },
@@ -370,7 +370,8 @@ std::unique_ptr<Store> open_store(StoreOptions options, std::string &wrong) {
     try {
         set_up_names();
         auto state = std::make_unique<StateDirectory>();
-        if (wrong = state->take(options.state); !wrong.empty()) {
+        if (wrong = state->take(options.state, directory_mode(options.artwork_readers));
+            !wrong.empty()) {
             return nullptr;
         }
         auto store = std::make_unique<SqliteCatalogue>(std::move(options), std::move(state));

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "service/catalogue/catalogue.h"
+#include "service/catalogue/files/artwork.h"
 #include "service/catalogue/scan/scan_options.h"
 
 namespace vantro::service::catalogue {
@@ -21,6 +22,7 @@ namespace vantro::service::catalogue {
 struct StoreOptions : ScanOptions {
     std::filesystem::path state;              // made where it is missing
     std::vector<std::filesystem::path> music; // one source each
+    ArtworkReaders artwork_readers;           // everything else is the service's own
 };
 
 class Store : public Catalogue {

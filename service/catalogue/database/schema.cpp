@@ -2,8 +2,11 @@
 
 #include <charconv>
 #include <chrono>
+#include <fcntl.h>
 #include <string_view>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 #include <fmt/format.h>
 #include <sqlite3.h>
@@ -13,7 +16,7 @@ namespace vantro::service::catalogue {
 namespace {
 
 // Changed with every change of the tables or of what is in them.
-constexpr int version = 3;
+constexpr int version = 4;
 
 // Keeps the numbers short.
 constexpr int64_t past_us = 1'700'000'000'000'000;
@@ -22,9 +25,8 @@ constexpr int writer_cache_kib = 16 * 1024;
 
 // `node` holds everything but songs. Its `identity` is what its key is a digest of: the path below
 // the source, or the folded names. `parent` is the folder that holds a folder, the artist of an
-// album. `place` of a song is its disc and track in one number, `performer` the artist who performs
-// it where that is not the album's, `stated` whether its file states an album artist, and
-// `own_artist` the identity of that one, or else of the performer.
+// album. `place` of a song is its disc and track in one number, `stated` whether its file states an
+// album artist, and `own_artist` the identity of that one, or else of the first who performs it.
 //
 // Numbers of songs start at the time the file was made, in microseconds, so that those of an
 // earlier file, which a track session may still hold, name nothing in this one. No scan is faster
@@ -49,19 +51,22 @@ CREATE TABLE song(
     id INTEGER PRIMARY KEY AUTOINCREMENT, source INTEGER NOT NULL, key INTEGER NOT NULL,
     folder INTEGER NOT NULL, album INTEGER NOT NULL, year INTEGER NOT NULL,
     disc INTEGER NOT NULL, track INTEGER NOT NULL, duration INTEGER NOT NULL,
-    performer INTEGER NOT NULL, stated INTEGER NOT NULL, own_artist BLOB NOT NULL,
+    stated INTEGER NOT NULL, own_artist BLOB NOT NULL,
     artwork INTEGER NOT NULL, modified INTEGER NOT NULL, size INTEGER NOT NULL,
     place INTEGER NOT NULL, name TEXT NOT NULL, file BLOB NOT NULL, sort BLOB NOT NULL);
 CREATE UNIQUE INDEX song_by_key ON song(source, key);
 CREATE INDEX song_by_name ON song(source, sort, key, duration, name);
 CREATE INDEX song_by_folder ON song(folder, place, sort, key);
 CREATE INDEX song_by_album ON song(album, place, sort, key);
-CREATE INDEX song_by_performer ON song(performer) WHERE performer != 0;
 CREATE INDEX song_by_year ON song(year) WHERE year != 0;
 CREATE TABLE song_detail(song INTEGER PRIMARY KEY, tags BLOB NOT NULL);
 CREATE TABLE song_genre(
     genre INTEGER, song INTEGER, PRIMARY KEY(genre, song)) WITHOUT ROWID;
 CREATE INDEX genre_of_song ON song_genre(song);
+-- Artists that perform a song, but for the one that the song's album is listed under.
+CREATE TABLE song_artist(
+    artist INTEGER, song INTEGER, PRIMARY KEY(artist, song)) WITHOUT ROWID;
+CREATE INDEX artist_of_song ON song_artist(song);
 
 CREATE TABLE playlist(
     node INTEGER PRIMARY KEY, source INTEGER NOT NULL, modified INTEGER NOT NULL,
@@ -86,12 +91,13 @@ CREATE TABLE left_out(
 -- Folders whose songs have not been looked at together since one of them changed.
 CREATE TABLE unsettled(folder INTEGER PRIMARY KEY, source INTEGER NOT NULL);
 
+-- What search_words() made of the texts.
 CREATE VIRTUAL TABLE song_words USING fts5(
     title, artist, album, genre, composer,
-    prefix = '1 2', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
+    prefix = '1 2', columnsize = 0, tokenize = 'ascii');
 CREATE VIRTUAL TABLE node_words USING fts5(
     artist, album, genre, of_artist,
-    prefix = '1 2', columnsize = 0, tokenize = 'unicode61 remove_diacritics 2');
+    prefix = '1 2', columnsize = 0, tokenize = 'ascii');
 )";
 
 bool good(Database &database) {
@@ -153,7 +159,21 @@ void check_whole(Database &database) {
     database.run("INSERT INTO node_words(node_words) VALUES('integrity-check')");
 }
 
+// SQLite gives the files beside it the bits of the file itself. One that is there is not opened for
+// this: closing it would drop the locks of every connection to it.
+void make_private(const std::filesystem::path &file) {
+    const int made = open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (made >= 0) {
+        close(made);
+        return;
+    }
+    for (const char *each : {"", "-wal", "-shm"}) {
+        chmod((file.native() + each).c_str(), 0600);
+    }
+}
+
 std::unique_ptr<Database> open_one(const std::filesystem::path &file) {
+    make_private(file);
     auto database = std::make_unique<Database>(file, Database::Access::write, writer_cache_kib);
     database->script("PRAGMA journal_mode = WAL");
     return good(*database) ? std::move(database) : nullptr;

@@ -8,6 +8,7 @@
 #include <vantro/catalogue.h>
 
 #include "service/catalogue/text/utf8.h"
+#include "service/catalogue/text/words.h"
 
 namespace vantro::service::catalogue {
 
@@ -48,14 +49,14 @@ std::optional<Writer::SongRow> Writer::find_song(const FileName &where, int64_t 
     SongRow song;
     song.id = find_by_key(kind_song, path_below(where.folder, where.file), key, [&](int64_t each) {
         Rows row = database_.query(
-            "SELECT song.id, folder, album, year, performer, file, identity FROM song"
+            "SELECT song.id, folder, album, year, file, identity FROM song"
             " JOIN node ON node.id = folder WHERE song.source = ?1 AND song.key = ?2",
             where.source, each);
         if (!row.next()) {
             return Match{0, false};
         }
-        song = {row.integer(0), row.integer(1), row.integer(2), row.integer(3), row.integer(4)};
-        return Match{song.id, row.text(5) == where.file && row.text(6) == where.folder};
+        song = {row.integer(0), row.integer(1), row.integer(2), row.integer(3)};
+        return Match{song.id, row.text(4) == where.file && row.text(5) == where.folder};
     });
     return song.id != 0 ? std::optional(song) : std::nullopt;
 }
@@ -81,7 +82,6 @@ void Writer::put_song(const FoundSong &song) {
     row.folder = folder_at(source, song.where.folder);
     row.year = year_at(source, song.song.year);
     row.album = album_at(source, song.artist, song.album);
-    row.performer = performer_at(source, song.performer, song.artist.identity);
     std::vector<int64_t> genres;
     for (const FoundName &genre : song.genres) {
         genres.push_back(node_at(source, kind_genre, genre, 0));
@@ -95,19 +95,18 @@ void Writer::put_song(const FoundSong &song) {
         database_.run(
             "UPDATE song SET album = ?2, year = ?3, disc = ?4, track = ?5, duration = ?6,"
             " artwork = ?7, modified = ?8, size = ?9, name = ?10, place = ?11, sort = ?12,"
-            " performer = ?13, stated = ?14, own_artist = ?15 WHERE id = ?1",
+            " stated = ?13, own_artist = ?14 WHERE id = ?1",
             row.id, row.album, row.year, song.song.disc, song.song.track, song.song.duration_ms,
             artwork, song.song.modified_ns, song.song.size, song.title, song.place, Blob{song.sort},
-            row.performer, song.artist_stated, Blob{song.artist.identity});
+            song.artist_stated, Blob{song.artist.identity});
     } else {
         database_.run(
             "INSERT INTO song(source, key, folder, album, year, disc, track, duration, artwork,"
-            " modified, size, name, file, place, sort, performer, stated, own_artist) VALUES(?1, "
-            "?2,"
-            " ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18)",
+            " modified, size, name, file, place, sort, stated, own_artist) VALUES(?1, ?2, ?3, ?4,"
+            " ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17)",
             source, key, row.folder, row.album, row.year, song.song.disc, song.song.track,
             song.song.duration_ms, artwork, song.song.modified_ns, song.song.size, song.title,
-            Blob{song.where.file}, song.place, Blob{song.sort}, row.performer, song.artist_stated,
+            Blob{song.where.file}, song.place, Blob{song.sort}, song.artist_stated,
             Blob{song.artist.identity});
         row.id = database_.last_id();
         changed(source, 1);
@@ -119,10 +118,11 @@ void Writer::put_song(const FoundSong &song) {
     const Tags &tags = song.song.tags;
     database_.run("INSERT INTO song_words(rowid, title, artist, album, genre, composer)"
                   " VALUES(?1, ?2, ?3, ?4, ?5, ?6)",
-                  row.id, spaced(song.title), spaced(tags.get(VANTRO_KEY_ARTIST)),
-                  spaced(tags.get(VANTRO_KEY_ALBUM)), spaced(tags.get(VANTRO_KEY_GENRE)),
-                  spaced(tags.get(VANTRO_KEY_COMPOSER)));
+                  row.id, search_words(song.title), search_words(tags.get(VANTRO_KEY_ARTIST)),
+                  search_words(tags.get(VANTRO_KEY_ALBUM)), search_words(tags.get(VANTRO_KEY_GENRE)),
+                  search_words(tags.get(VANTRO_KEY_COMPOSER)));
     link(row.id, row, genres);
+    put_performers(source, row.id, song.performers, song.artist.identity);
     changed(source);
     database_.run("INSERT OR REPLACE INTO unsettled(folder, source) VALUES(?1, ?2)", row.folder,
                   source);
@@ -137,19 +137,30 @@ int64_t Writer::album_at(int32_t source, const FoundName &artist, FoundName albu
     return node_at(source, kind, album, parent, artist.text);
 }
 
-// 0 where it is the album's artist, who has the song already.
-int64_t Writer::performer_at(int32_t source, const FoundName &performer, std::string_view artist) {
-    if (performer.identity.empty() || performer.identity == artist) {
-        return 0;
+// Without the album's artist, who has the song already.
+void Writer::put_performers(int32_t source, int64_t song, const std::vector<FoundName> &performers,
+                            std::string_view artist) {
+    for (const FoundName &performer : performers) {
+        if (performer.identity != artist) {
+            const int64_t node = node_at(source, kind_artist, performer, 0);
+            database_.run("INSERT INTO song_artist(artist, song) VALUES(?1, ?2)", node, song);
+            count(node, 1);
+        }
     }
-    return node_at(source, kind_artist, performer, 0);
+}
+
+void Writer::remove_performers(int64_t song) {
+    Rows artists = database_.query("SELECT artist FROM song_artist WHERE song = ?1", song);
+    while (artists.next()) {
+        count(artists.integer(0), -1);
+    }
+    database_.run("DELETE FROM song_artist WHERE song = ?1", song);
 }
 
 void Writer::link(int64_t song, const SongRow &row, const std::vector<int64_t> &genres) {
     count(row.folder, 1);
     count(row.album, 1);
     count(row.year, 1);
-    count(row.performer, 1);
     count(database_.number(0, "SELECT parent FROM node WHERE id = ?1 AND kind = ?2", row.album,
                            char{kind_no_album}),
           1);
@@ -164,7 +175,6 @@ void Writer::unlink(const SongRow &row) {
     count(row.folder, -1);
     count(row.album, -1);
     count(row.year, -1);
-    count(row.performer, -1);
     count(database_.number(0, "SELECT parent FROM node WHERE id = ?1 AND kind = ?2", row.album,
                            char{kind_no_album}),
           -1);
@@ -172,6 +182,7 @@ void Writer::unlink(const SongRow &row) {
     while (genres.next()) {
         count(genres.integer(0), -1);
     }
+    remove_performers(row.id);
     database_.run("DELETE FROM song_genre WHERE song = ?1", row.id);
     database_.run("DELETE FROM song_words WHERE rowid = ?1", row.id);
 }
@@ -338,10 +349,10 @@ KnownFolder Writer::known(int32_t source, std::string_view folder) {
 void Writer::remove_songs_of(int32_t source, int64_t folder) {
     std::vector<SongRow> songs;
     Rows rows =
-        database_.query("SELECT id, album, year, performer FROM song WHERE folder = ?1", folder);
+        database_.query("SELECT id, album, year FROM song WHERE folder = ?1", folder);
     while (rows.next()) {
         songs.push_back(
-            {rows.integer(0), folder, rows.integer(1), rows.integer(2), rows.integer(3)});
+            {rows.integer(0), folder, rows.integer(1), rows.integer(2)});
     }
     for (const SongRow &song : songs) {
         remove_song(source, song);

@@ -74,7 +74,6 @@ class Writer {
         int64_t folder = 0;
         int64_t album = 0;
         int64_t year = 0;
-        int64_t performer = 0;
     };
 
     struct Match {
@@ -95,7 +94,9 @@ class Writer {
     int64_t artwork_at(const std::optional<Artwork> &artwork);
     std::optional<SongRow> find_song(const FileName &where, int64_t &key);
     int64_t album_at(int32_t source, const FoundName &artist, FoundName album);
-    int64_t performer_at(int32_t source, const FoundName &performer, std::string_view artist);
+    void put_performers(int32_t source, int64_t song, const std::vector<FoundName> &performers,
+                        std::string_view artist);
+    void remove_performers(int64_t song);
     void settle_folder(int32_t source, int64_t folder);
     void link(int64_t song, const SongRow &row, const std::vector<int64_t> &genres);
     void unlink(const SongRow &row);

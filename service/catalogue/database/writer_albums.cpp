@@ -13,7 +13,6 @@ namespace {
 struct AlbumSong {
     int64_t id;
     int64_t album;
-    int64_t performer;
     bool stated;            // whether its file states an album artist
     std::string own_artist; // by identity, as in the table
     std::string artist;     // of the album that it is in now
@@ -23,14 +22,14 @@ struct AlbumSong {
 std::vector<AlbumSong> album_songs(Database &database, int64_t folder) {
     std::vector<AlbumSong> songs;
     Rows rows =
-        database.query("SELECT song.id, album, performer, stated, own_artist, identity FROM song"
+        database.query("SELECT song.id, album, stated, own_artist, identity FROM song"
                        " JOIN node ON node.id = album WHERE folder = ?1 AND kind = ?2",
                        folder, char{kind_album});
     while (rows.next()) {
-        const std::string_view identity = rows.text(5);
+        const std::string_view identity = rows.text(4);
         const size_t end = identity.find('\0');
-        songs.push_back({rows.integer(0), rows.integer(1), rows.integer(2), rows.integer(3) != 0,
-                         std::string(rows.text(4)), std::string(identity.substr(0, end)),
+        songs.push_back({rows.integer(0), rows.integer(1), rows.integer(2) != 0,
+                         std::string(rows.text(3)), std::string(identity.substr(0, end)),
                          std::string(identity.substr(end + 1))});
     }
     return songs;
@@ -41,9 +40,12 @@ FoundName artist_in(const Tags &tags, std::string_view identity) {
     if (identity == several.identity) {
         return several;
     }
-    for (const char *key : {VANTRO_KEY_ALBUM_ARTIST, VANTRO_KEY_ARTIST}) {
-        if (FoundName name = named(tags.get(key)); name.identity == identity) {
-            return name;
+    if (FoundName stated = stated_artist_in(tags); stated.identity == identity) {
+        return stated;
+    }
+    for (FoundName &performer : performers_in(tags)) {
+        if (performer.identity == identity) {
+            return std::move(performer);
         }
     }
     return {};
@@ -115,14 +117,11 @@ void Writer::settle_folder(int32_t source, int64_t folder) {
             }
         }
         const int64_t to = album_at(source, artist, album);
-        const int64_t performer =
-            performer_at(source, named(tags.get(VANTRO_KEY_ARTIST)), artist.identity);
         count(song.album, -1);
         count(to, 1);
-        count(song.performer, -1);
-        count(performer, 1);
-        database_.run("UPDATE song SET album = ?2, performer = ?3 WHERE id = ?1", song.id, to,
-                      performer);
+        database_.run("UPDATE song SET album = ?2 WHERE id = ?1", song.id, to);
+        remove_performers(song.id);
+        put_performers(source, song.id, performers_in(tags), artist.identity);
     }
 }
 

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "service/catalogue/text/utf8.h"
+#include "service/catalogue/text/words.h"
 
 namespace vantro::service::catalogue {
 
@@ -79,12 +80,12 @@ int64_t Writer::node_at(int32_t source, char kind, const FoundName &name, int64_
             count(parent, 1);
         }
         count(id, 0); // looked at again before others see it
-        const std::string words = spaced(name.text);
+        const std::string words = search_words(name.text);
         if (kind == kind_artist) {
             database_.run("INSERT INTO node_words(rowid, artist) VALUES(?1, ?2)", id, words);
         } else if (kind == kind_album) {
             database_.run("INSERT INTO node_words(rowid, album, of_artist) VALUES(?1, ?2, ?3)", id,
-                          words, spaced(artist));
+                          words, search_words(artist));
         } else if (kind == kind_genre) {
             database_.run("INSERT INTO node_words(rowid, genre) VALUES(?1, ?2)", id, words);
         }

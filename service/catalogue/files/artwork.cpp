@@ -82,11 +82,23 @@ std::string escaped(std::string_view path) {
     throw std::system_error(error, std::generic_category(), "a cover cannot be kept");
 }
 
-void write_all(const std::filesystem::path &file, std::string_view bytes) {
-    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+// Where a file cannot be given to another user, because the service is not user 0, others read it
+// as far as the bits for others go.
+void admit(int file, const ArtworkReaders &readers) {
+    if (readers.uid != ArtworkReaders::service_own || readers.gid != ArtworkReaders::service_own) {
+        [[maybe_unused]] const int given = fchown(file, readers.uid, readers.gid);
+    }
+    fchmod(file, (readers.mode & 0444) | 0200 | S_IRUSR);
+}
+
+void write_all(const std::filesystem::path &file, std::string_view bytes,
+               const ArtworkReaders &readers) {
+    const int descriptor =
+        open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (descriptor < 0) {
         cannot_keep(errno);
     }
+    admit(descriptor, readers);
     int failure = 0;
     while (!bytes.empty() && failure == 0) {
         const ssize_t count = write(descriptor, bytes.data(), bytes.size());
@@ -115,6 +127,11 @@ bool is_ours(std::string_view name) {
 }
 
 } // namespace
+
+uint32_t directory_mode(const ArtworkReaders &readers) {
+    const bool others = (readers.mode & 0044) != 0 || readers.uid != ArtworkReaders::service_own;
+    return others ? 0711 : 0700;
+}
 
 std::optional<PictureHead> picture_head(std::string_view bytes) {
     constexpr std::string_view png("\x89PNG\r\n\x1A\n\0\0\0\x0DIHDR", 16);
@@ -147,9 +164,24 @@ std::optional<int> picture_rank(std::string_view name) {
     return plain_picture_rank;
 }
 
-ArtworkFolder::ArtworkFolder(const std::filesystem::path &directory)
-    : directory_(directory), uri_("file://" + escaped(directory.native()) + "/") {
+ArtworkFolder::ArtworkFolder(const std::filesystem::path &directory, const ArtworkReaders &readers)
+    : directory_(directory), readers_(readers),
+      uri_("file://" + escaped(directory.native()) + "/") {
     std::filesystem::create_directories(directory_);
+    chmod(directory_.c_str(), directory_mode(readers));
+    // Covers of an earlier run may have been for others.
+    std::error_code error;
+    std::filesystem::directory_iterator entry(directory_, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        if (!is_ours(entry->path().filename().native())) {
+            continue;
+        }
+        const int file = open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+        if (file >= 0) {
+            admit(file, readers_);
+            close(file);
+        }
+    }
 }
 
 std::optional<Artwork> ArtworkFolder::keep(std::string_view bytes) const {
@@ -170,7 +202,7 @@ std::optional<Artwork> ArtworkFolder::keep(std::string_view bytes) const {
     // Two threads may find the same cover at once; a reader never sees half of one.
     static std::atomic<unsigned> number;
     const std::filesystem::path part = directory_ / fmt::format(".{}.part", ++number);
-    write_all(part, bytes);
+    write_all(part, bytes, readers_);
     if (rename(part.c_str(), file.c_str()) != 0) {
         const int error = errno;
         unlink(part.c_str());

@@ -35,9 +35,24 @@ std::optional<PictureHead> picture_head(std::string_view bytes);
 std::optional<int> picture_rank(std::string_view name);
 inline constexpr int plain_picture_rank = 5; // counts where it is the only picture
 
+// Who may read the covers besides the service: their URIs go to clients. Of `mode` the bits 0400,
+// 0040 and 0004 count, which are for the user, the group and others; a user or group of
+// `service_own` is the service's.
+struct ArtworkReaders {
+    static constexpr uint32_t service_own = UINT32_MAX;
+    uint32_t uid = service_own;
+    uint32_t gid = service_own;
+    uint32_t mode = 0444;
+};
+
+// The permission bits of a directory on the way to the covers: readers pass, and cannot list it.
+uint32_t directory_mode(const ArtworkReaders &readers);
+
 class ArtworkFolder {
   public:
-    explicit ArtworkFolder(const std::filesystem::path &directory);
+    // Makes the directory where it is missing, and lets the readers at what is in it. They can open
+    // a cover whose URI they have; only the service can list them.
+    ArtworkFolder(const std::filesystem::path &directory, const ArtworkReaders &readers);
 
     // Returns nothing for what is no picture. Throws std::system_error where it cannot be kept, as
     // on a full disk. Any thread.
@@ -50,6 +65,7 @@ class ArtworkFolder {
 
   private:
     const std::filesystem::path directory_;
+    const ArtworkReaders readers_;
     std::string uri_; // of the directory, with a slash at the end
 };
 

@@ -18,7 +18,55 @@ int64_t place_of(int32_t disc, int32_t track) {
     return disc_at << 16 | (track == 0 ? last : std::min(track, last - 1));
 }
 
+// Where a file names several artists its tags hold each of them under keys that no client knows,
+// beside the text of all that is shown. The further artists of an album count as performers.
+constexpr std::string_view each_artist = "\x01" "artist";
+constexpr std::string_view first_album_artist = "\x01" "album artist";
+
+void note_artists(SongFile &song) {
+    const bool several = song.artists.size() > 1 || song.album_artists.size() > 1;
+    if (!several) {
+        return;
+    }
+    for (const std::string &artist : song.artists) {
+        song.tags.add(each_artist, artist);
+    }
+    for (size_t i = 0; i < song.album_artists.size(); ++i) {
+        song.tags.add(i == 0 ? first_album_artist : each_artist, song.album_artists[i]);
+    }
+}
+
+void add_once(std::vector<FoundName> &names, std::string_view text) {
+    FoundName name = named(text);
+    const bool again = std::any_of(names.begin(), names.end(), [&](const FoundName &other) {
+        return other.identity == name.identity;
+    });
+    if (!name.identity.empty() && !again) {
+        names.push_back(std::move(name));
+    }
+}
+
 } // namespace
+
+std::vector<FoundName> performers_in(const Tags &tags) {
+    std::vector<FoundName> names;
+    for (const std::string_view artist : tags.all(each_artist)) {
+        add_once(names, artist);
+    }
+    if (names.empty()) {
+        add_once(names, tags.get(VANTRO_KEY_ARTIST));
+    }
+    return names;
+}
+
+FoundName stated_artist_in(const Tags &tags) {
+    for (const std::string_view key : {first_album_artist, std::string_view(VANTRO_KEY_ALBUM_ARTIST)}) {
+        if (FoundName name = named(tags.get(key)); !name.identity.empty()) {
+            return name;
+        }
+    }
+    return tags.get(VANTRO_KEY_COMPILATION) == "1" ? named(several_artists) : FoundName();
+}
 
 FoundName named(std::string_view text) {
     FoundName name{std::string(text), folded(text), {}};
@@ -57,22 +105,16 @@ void complete(FoundSong &found) {
     found.sort = sort_key(found.title);
     found.place = place_of(found.song.disc, found.song.track);
 
-    found.performer = named(tags.get(VANTRO_KEY_ARTIST));
-    std::string_view stated = tags.get(VANTRO_KEY_ALBUM_ARTIST);
-    if (stated.empty() && tags.get(VANTRO_KEY_COMPILATION) == "1") {
-        stated = several_artists;
+    note_artists(found.song);
+    found.performers = performers_in(tags);
+    found.artist = stated_artist_in(tags);
+    found.artist_stated = !found.artist.identity.empty();
+    if (!found.artist_stated && !found.performers.empty()) {
+        found.artist = found.performers.front();
     }
-    found.artist_stated = !stated.empty();
-    found.artist = found.artist_stated ? named(stated) : found.performer;
     found.album = named(tags.get(VANTRO_KEY_ALBUM));
     for (const std::string &genre : found.song.genres) {
-        FoundName name = named(genre);
-        const bool again =
-            std::any_of(found.genres.begin(), found.genres.end(),
-                        [&](const FoundName &other) { return other.identity == name.identity; });
-        if (!name.identity.empty() && !again) {
-            found.genres.push_back(std::move(name));
-        }
+        add_once(found.genres, genre);
     }
 }
 

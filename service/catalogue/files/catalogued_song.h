@@ -49,12 +49,17 @@ struct FoundSong {
     FoundName artist; // of the album, as this song alone would have it; its identity is empty where
                       // there is none
     bool artist_stated = false; // it is not only who performs the song
-    FoundName performer;
+    std::vector<FoundName> performers; // each artist by itself
     FoundName album;
     std::vector<FoundName> genres;
 };
 
 inline constexpr std::string_view several_artists = "Various Artists";
+
+// The artists that perform a song, and the one that its file states for the album, from the tags
+// as complete() left them.
+std::vector<FoundName> performers_in(const Tags &tags);
+FoundName stated_artist_in(const Tags &tags);
 
 FoundName named(std::string_view text);
 

@@ -7,7 +7,9 @@
 #include <taglib/asfpicture.h>
 #include <taglib/attachedpictureframe.h>
 #include <taglib/flacfile.h>
+#include <taglib/id3v1tag.h>
 #include <taglib/id3v2tag.h>
+#include <taglib/infotag.h>
 #include <taglib/mp4file.h>
 #include <taglib/mpcfile.h>
 #include <taglib/mpegfile.h>
@@ -91,7 +93,63 @@ std::string in_ape(const TagLib::APE::Tag *tag) {
     return end == std::string::npos ? "" : data.substr(end + 1);
 }
 
+// For the kinds of tags apart: their functions are not virtual.
+template <typename Tag>
+void add_missing(TagLib::PropertyMap &properties, const Tag *tag) {
+    if (!tag) {
+        return;
+    }
+    for (const auto &[key, values] : tag->properties()) {
+        if (!properties.contains(key)) {
+            properties.insert(key, values);
+        }
+    }
+}
+
+void add_old_tag(TagLib::PropertyMap &properties, const TagLib::ID3v1::Tag *tag) {
+    const bool named = properties.contains("TITLE") || properties.contains("ARTIST") ||
+                       properties.contains("ALBUM");
+    if (!named) {
+        add_missing(properties, tag);
+    }
+}
+
+// Of formats that have an APE tag, or an ID3v1 tag beside it.
+template <typename Type>
+bool take_ape(TagLib::File &file, TagLib::PropertyMap &properties) {
+    auto *const typed = dynamic_cast<Type *>(&file);
+    if (!typed) {
+        return false;
+    }
+    add_missing(properties, typed->hasAPETag() ? typed->APETag() : nullptr);
+    add_old_tag(properties, typed->hasID3v1Tag() ? typed->ID3v1Tag() : nullptr);
+    return true;
+}
+
 } // namespace
+
+TagLib::PropertyMap properties_of(TagLib::File &file) {
+    TagLib::PropertyMap properties;
+    if (auto *mpeg = dynamic_cast<TagLib::MPEG::File *>(&file)) {
+        add_missing(properties, mpeg->hasID3v2Tag() ? mpeg->ID3v2Tag() : nullptr);
+        take_ape<TagLib::MPEG::File>(file, properties);
+    } else if (auto *flac = dynamic_cast<TagLib::FLAC::File *>(&file)) {
+        add_missing(properties, flac->hasXiphComment() ? flac->xiphComment() : nullptr);
+        add_missing(properties, flac->hasID3v2Tag() ? flac->ID3v2Tag() : nullptr);
+        add_old_tag(properties, flac->hasID3v1Tag() ? flac->ID3v1Tag() : nullptr);
+    } else if (auto *wav = dynamic_cast<TagLib::RIFF::WAV::File *>(&file)) {
+        add_missing(properties, wav->hasID3v2Tag() ? wav->ID3v2Tag() : nullptr);
+        add_missing(properties, wav->hasInfoTag() ? wav->InfoTag() : nullptr);
+    } else if (auto *tta = dynamic_cast<TagLib::TrueAudio::File *>(&file)) {
+        add_missing(properties, tta->hasID3v2Tag() ? tta->ID3v2Tag() : nullptr);
+        add_old_tag(properties, tta->hasID3v1Tag() ? tta->ID3v1Tag() : nullptr);
+    } else if (!take_ape<TagLib::APE::File>(file, properties) &&
+               !take_ape<TagLib::WavPack::File>(file, properties) &&
+               !take_ape<TagLib::MPC::File>(file, properties)) {
+        properties = file.properties();
+    }
+    return properties;
+}
 
 const char *codec_of(const TagLib::File &file) {
     if (as<TagLib::FLAC::File>(file) || as<TagLib::Ogg::FLAC::File>(file)) {

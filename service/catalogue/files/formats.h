@@ -5,11 +5,17 @@
 #include <string>
 
 #include <taglib/tfile.h>
+#include <taglib/tpropertymap.h>
 
 namespace vantro::service::catalogue {
 
 // "flac", "mp3"...; empty where it cannot be told.
 const char *codec_of(const TagLib::File &file);
+
+// What all tags of the file say together. Where two tags have the same key, the one counts that the
+// format prefers. An ID3v1 tag counts only where nothing else has title, artist or album: its texts
+// are cut short, and its genre is often none that anybody chose.
+TagLib::PropertyMap properties_of(TagLib::File &file);
 
 // The bytes of the front cover, else of the first picture; empty where there is none.
 std::string picture_in(TagLib::File &file);

@@ -11,12 +11,14 @@
 #include <fmt/format.h>
 #include <taglib/audioproperties.h>
 #include <taglib/fileref.h>
+#include <taglib/flacproperties.h>
 #include <taglib/tag.h>
 #include <taglib/tpropertymap.h>
 
 #include <vantro/catalogue.h>
 
 #include "service/catalogue/files/file_stream.h"
+#include "service/catalogue/files/flac_length.h"
 #include "service/catalogue/files/formats.h"
 #include "service/catalogue/text/utf8.h"
 
@@ -48,8 +50,8 @@ constexpr TagName tag_names[] = {
     {VANTRO_KEY_REPLAYGAIN_ALBUM_PEAK, {"REPLAYGAIN_ALBUM_PEAK"}},
 };
 
-// A song in more genres than this is in none.
-constexpr size_t genres_max = 16;
+// A song has no more genres than this, and no more artists.
+constexpr size_t values_max = 16;
 
 std::string text_of(const TagLib::String &value, size_t limit = tag_text_max) {
     return clean_text(value.stripWhiteSpace().to8Bit(true), limit);
@@ -158,6 +160,20 @@ void add_number(Tags &tags, const char *key, int64_t number) {
     }
 }
 
+std::vector<std::string> each_of(const TagLib::PropertyMap &properties, const char *name) {
+    std::vector<std::string> texts;
+    const auto found = properties.find(name);
+    if (found == properties.end()) {
+        return texts;
+    }
+    for (const TagLib::String &value : found->second) {
+        if (std::string text = text_of(value); !text.empty() && texts.size() < values_max) {
+            texts.push_back(std::move(text));
+        }
+    }
+    return texts;
+}
+
 void take_tags(const TagLib::PropertyMap &properties, SongFile &song) {
     for (const TagName &tag : tag_names) {
         const std::string text = first_of(properties, tag);
@@ -167,14 +183,15 @@ void take_tags(const TagLib::PropertyMap &properties, SongFile &song) {
     }
     song.year = year_in(song.tags.get(VANTRO_KEY_YEAR));
 
+    song.artists = each_of(properties, "ARTIST");
+    song.genres = each_of(properties, "GENRE");
+    for (const char *name : {"ALBUMARTIST", "ALBUM ARTIST", "ALBUM_ARTIST"}) {
+        if (song.album_artists.empty()) {
+            song.album_artists = each_of(properties, name);
+        }
+    }
     const auto genres = properties.find("GENRE");
     if (genres != properties.end()) {
-        for (const TagLib::String &genre : genres->second) {
-            if (std::string text = text_of(genre);
-                !text.empty() && song.genres.size() < genres_max) {
-                song.genres.push_back(std::move(text));
-            }
-        }
         song.tags.add(VANTRO_KEY_GENRE, joined(genres->second, tag_text_max));
     }
 
@@ -200,11 +217,19 @@ void take_tags(const TagLib::PropertyMap &properties, SongFile &song) {
 bool read_stream(FileStream &stream, SongFile &song) {
     const TagLib::FileRef file(&stream, true, TagLib::AudioProperties::Average);
     const TagLib::AudioProperties *audio = file.isNull() ? nullptr : file.audioProperties();
-    if (audio == nullptr || audio->lengthInMilliseconds() <= 0) {
+    if (audio == nullptr) {
         return false;
     }
     song.duration_ms = audio->lengthInMilliseconds();
-    take_tags(file.file()->properties(), song);
+    if (song.duration_ms <= 0 && audio->sampleRate() > 0 &&
+        dynamic_cast<const TagLib::FLAC::Properties *>(audio) != nullptr) {
+        const int64_t ms = flac_samples(stream) * 1000 / audio->sampleRate();
+        song.duration_ms = static_cast<int32_t>(std::min<int64_t>(ms, INT32_MAX));
+    }
+    if (song.duration_ms <= 0) {
+        return false;
+    }
+    take_tags(properties_of(*file.file()), song);
     add_number(song.tags, VANTRO_KEY_BIT_RATE, audio->bitrate());
     add_number(song.tags, VANTRO_KEY_SAMPLE_RATE, audio->sampleRate());
     add_number(song.tags, VANTRO_KEY_CHANNELS, audio->channels());
@@ -224,6 +249,12 @@ void Tags::add(std::string_view key, std::string_view value) {
 }
 
 std::string_view Tags::get(std::string_view key) const {
+    const std::vector<std::string_view> values = all(key);
+    return values.empty() ? std::string_view() : values.front();
+}
+
+std::vector<std::string_view> Tags::all(std::string_view key) const {
+    std::vector<std::string_view> values;
     std::string_view rest = packed_;
     const auto take = [&rest] {
         const std::string_view text = rest.substr(0, rest.find('\0'));
@@ -234,10 +265,10 @@ std::string_view Tags::get(std::string_view key) const {
         const std::string_view name = take();
         const std::string_view value = take();
         if (name == key) {
-            return value;
+            values.push_back(value);
         }
     }
-    return {};
+    return values;
 }
 
 bool has_audio_name(std::string_view name) {

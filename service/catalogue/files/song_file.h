@@ -22,8 +22,10 @@ class Tags {
     Tags() = default;
     explicit Tags(std::string packed) : packed_(std::move(packed)) {}
 
-    void add(std::string_view key, std::string_view value); // an empty value is not kept
+    // An empty value is not kept. A key may have several, of which get() gives the first.
+    void add(std::string_view key, std::string_view value);
     std::string_view get(std::string_view key) const;       // empty where there is none
+    std::vector<std::string_view> all(std::string_view key) const;
     const std::string &packed() const { return packed_; }
 
   private:
@@ -32,6 +34,8 @@ class Tags {
 
 struct SongFile {
     Tags tags;
+    std::vector<std::string> artists;       // each by itself; the tag has them in one text
+    std::vector<std::string> album_artists; // likewise
     std::vector<std::string> genres;
     int32_t year = 0;
     int32_t disc = 0;

@@ -20,6 +20,39 @@ void List::place_entries(const std::vector<int32_t> &durations) {
               [](const Place &a, const Place &b) { return a.entry < b.entry; });
 }
 
+void sort_by(const List &order, std::vector<Entry> &entries) {
+    if (entries.size() < order.places.size() / 64) {
+        std::vector<uint32_t> found;
+        for (const Entry entry : entries) {
+            if (const List::Place *place = order.find(entry)) {
+                found.push_back(place->at);
+            }
+        }
+        std::sort(found.begin(), found.end());
+        entries.resize(found.size());
+        std::transform(found.begin(), found.end(), entries.begin(),
+                       [&](uint32_t at) { return order.entries[at]; });
+        return;
+    }
+    // Of many, going through the whole order is faster than sorting them.
+    std::vector<char> found(order.entries.size());
+    auto place = order.places.begin();
+    for (const Entry entry : entries) {
+        while (place != order.places.end() && place->entry < entry) {
+            ++place;
+        }
+        if (place != order.places.end() && place->entry == entry) {
+            found[place->at] = 1;
+        }
+    }
+    entries.clear();
+    for (size_t at = 0; at < found.size(); ++at) {
+        if (found[at] != 0) {
+            entries.push_back(order.entries[at]);
+        }
+    }
+}
+
 std::shared_ptr<const List> ListCache::find(const std::string &name) {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto found = by_name_.find(name);

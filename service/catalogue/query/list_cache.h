@@ -33,6 +33,9 @@ struct List {
     void place_entries(const std::vector<int32_t> &durations);
 };
 
+// Leaves those of the entries, which are sorted by number, that `order` has too, in its order.
+void sort_by(const List &order, std::vector<Entry> &entries);
+
 // Keeps the lists that were used last. Any thread.
 class ListCache {
   public:

@@ -9,7 +9,6 @@
 #include <nettle/sha2.h>
 #include <unicode/coll.h>
 #include <unicode/normalizer2.h>
-#include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
 namespace vantro::service::catalogue {
@@ -52,19 +51,6 @@ std::string_view trimmed(std::string_view text) {
         text.remove_suffix(1);
     }
     return text;
-}
-
-bool stands_alone(UChar32 c) {
-    if (c < 0x2E80) {
-        return false;
-    }
-    switch (u_getIntPropertyValue(c, UCHAR_LINE_BREAK)) {
-    case U_LB_IDEOGRAPHIC:
-    case U_LB_CONDITIONAL_JAPANESE_STARTER:
-        return u_isalnum(c);
-    default:
-        return false;
-    }
 }
 
 void hash(std::string_view bytes, uint8_t (&out)[SHA256_DIGEST_SIZE]) {
@@ -117,26 +103,6 @@ std::string folded(std::string_view name) {
 void set_up_names() {
     sort_key("");
     folded("");
-}
-
-std::string spaced(std::string_view text) {
-    std::string result;
-    result.reserve(text.size());
-    const auto size = static_cast<int32_t>(text.size());
-    for (int32_t at = 0; at < size;) {
-        const int32_t begin = at;
-        UChar32 c = 0;
-        U8_NEXT(text.data(), at, size, c);
-        const bool alone = c >= 0 && stands_alone(c);
-        if (alone) {
-            result += ' ';
-        }
-        result += text.substr(static_cast<size_t>(begin), static_cast<size_t>(at - begin));
-        if (alone) {
-            result += ' ';
-        }
-    }
-    return result;
 }
 
 int64_t key_of(char kind, std::string_view identity, int salt) {

@@ -22,10 +22,6 @@ std::string folded(std::string_view name);
 // Throws where they cannot be had. Both functions throw std::bad_alloc for want of memory.
 void set_up_names();
 
-// The text with every character a word of its own where words are written without blanks, so that
-// a search finds words in the middle of them.
-std::string spaced(std::string_view text);
-
 // 64 bits of SHA-256 over `kind`, `salt` and `identity`.
 int64_t key_of(char kind, std::string_view identity, int salt = 0);
 

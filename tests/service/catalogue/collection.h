@@ -99,6 +99,7 @@ class Collection : public test::RuntimeDirectory {
         StoreOptions options;
         options.state = state_;
         options.music = sources_.empty() ? std::vector{music_} : sources_;
+        options.artwork_readers = artwork_readers_;
         options.settle = settle_;
         options.rescan_every = rescan_every_;
         options.rescan_unwatched = rescan_unwatched_;
@@ -234,6 +235,7 @@ class Collection : public test::RuntimeDirectory {
     std::filesystem::path music_;
     std::filesystem::path state_;
     std::vector<std::filesystem::path> sources_; // music_ alone where empty
+    ArtworkReaders artwork_readers_;
     std::chrono::milliseconds rescan_every_ = std::chrono::hours(1);
     std::chrono::milliseconds rescan_unwatched_ = std::chrono::minutes(5);
     // So long that no change is noticed before scan() is called.

@@ -251,6 +251,7 @@ TEST_F(Catalogued, IsSearched) {
                    {"ALBUM", "AND OR NOT"}});
     add("3.flac", {{"TITLE", "Marmalade 10"}, {"ARTIST", "Anna Mar"}, {"ALBUM", "title: x*"}});
     add("4.flac", {{"TITLE", "Marmalade 9"}, {"ARTIST", "Anna Mar"}, {"ALBUM", "title: x*"}});
+    add("5.flac", {{"TITLE", "Straße"}, {"ARTIST", "!!!"}, {"ALBUM", "ΟΔΟΣ 🎵"}});
     open();
     const std::string cafe = "Caf\xC3\xA9 \"del\" Mar";
     const std::string summer = "\xE6\x97\xA5\xE6\x9C\xAC\xE3\x81\xAE\xE5\xA4\x8F";
@@ -271,6 +272,12 @@ TEST_F(Catalogued, IsSearched) {
         {"title", "\"", {}},
         {"title", "\"\" mar* ^cafe", {cafe}},
         {"title", "title:", {}},
+        {"title", "STRASSE", {"Straße"}},
+        {"artist", "!!!", {"!!!"}},
+        {"artist", "!", {"!!!"}},
+        {"album", "οδός", {"ΟΔΟΣ 🎵"}},
+        {"album", "🎵", {"ΟΔΟΣ 🎵"}},
+        {"album", "+-=", {}},
         {"artist", "bjork", {"Bj\xC3\xB6rk"}},
         {"artist", "ac/dc", {"AC/DC"}},
         {"artist", "dc", {"AC/DC"}},

@@ -1,0 +1,162 @@
+#include "service/catalogue/files/flac_length.h"
+
+#include <algorithm>
+#include <optional>
+#include <string_view>
+
+namespace vantro::service::catalogue {
+
+namespace {
+
+// Two whole frames of the largest kind in use: eight channels, 24 bits, 4608 samples.
+constexpr long tail_bytes = 256 * 1024;
+
+struct Frame {
+    bool by_sample = false; // `number` counts samples, else frames
+    int64_t number = 0;
+    int64_t samples = 0;
+};
+
+// Reads big-endian fields one after the other; zeros after the end.
+class Fields {
+  public:
+    explicit Fields(std::string_view bytes) : bytes_(bytes) {}
+    uint32_t next(int count) {
+        uint32_t value = 0;
+        for (; count > 0; --count, ++at_) {
+            value = value << 8 | (at_ < bytes_.size() ? static_cast<unsigned char>(bytes_[at_]) : 0u);
+        }
+        return value;
+    }
+    size_t at() const { return at_; }
+    bool ended() const { return at_ > bytes_.size(); }
+
+  private:
+    std::string_view bytes_;
+    size_t at_ = 0;
+};
+
+uint8_t crc8(std::string_view bytes) {
+    unsigned sum = 0;
+    for (const char byte : bytes) {
+        sum ^= static_cast<unsigned char>(byte);
+        for (int bit = 0; bit < 8; ++bit) {
+            sum = (sum & 0x80) != 0 ? (sum << 1 ^ 0x07) & 0xFF : sum << 1;
+        }
+    }
+    return static_cast<uint8_t>(sum);
+}
+
+// Numbers of frames are written as UTF-8 writes characters, in up to seven bytes. -1 for what is
+// none.
+int64_t coded_number(Fields &fields) {
+    const uint32_t lead = fields.next(1);
+    int more = 0;
+    while (more < 7 && (lead & (0x80u >> more)) != 0) {
+        ++more;
+    }
+    if (more == 1) {
+        return -1;
+    }
+    int64_t number = more == 0 ? lead : lead & (0x7Fu >> more);
+    for (int i = 1; i < more; ++i) {
+        const uint32_t next = fields.next(1);
+        if ((next & 0xC0) != 0x80) {
+            return -1;
+        }
+        number = number << 6 | (next & 0x3F);
+    }
+    return number;
+}
+
+int64_t block_size(uint32_t code, Fields &fields) {
+    switch (code) {
+    case 0:
+        return 0;
+    case 1:
+        return 192;
+    case 6:
+        return int64_t{fields.next(1)} + 1;
+    case 7:
+        return int64_t{fields.next(2)} + 1;
+    default:
+        return code < 6 ? int64_t{576} << (code - 2) : int64_t{256} << (code - 8);
+    }
+}
+
+// The header of a frame at the beginning of `bytes`.
+std::optional<Frame> frame_at(std::string_view bytes) {
+    Fields fields(bytes);
+    const uint32_t sync = fields.next(2);
+    const uint32_t sizes = fields.next(1);
+    const uint32_t channels = fields.next(1);
+    if ((sync & 0xFFFE) != 0xFFF8 || (channels & 1) != 0) {
+        return std::nullopt;
+    }
+    Frame frame;
+    frame.by_sample = (sync & 1) != 0;
+    frame.number = coded_number(fields);
+    frame.samples = block_size(sizes >> 4, fields);
+    const uint32_t rate = sizes & 15;
+    fields.next(rate == 12 ? 1 : rate == 13 || rate == 14 ? 2 : 0);
+    const size_t size = fields.at();
+    if (frame.number < 0 || frame.samples == 0 || rate == 15 || size >= bytes.size() ||
+        crc8(bytes.substr(0, size)) != fields.next(1)) {
+        return std::nullopt;
+    }
+    return frame;
+}
+
+std::string_view text_of(const TagLib::ByteVector &bytes) {
+    return {bytes.data(), bytes.size()};
+}
+
+// Samples of every frame but the last, from the header of the file; 0 where there is none.
+int64_t common_block_size(FileStream &stream) {
+    stream.seek(0);
+    TagLib::ByteVector head = stream.readBlock(10);
+    long begin = 0;
+    if (text_of(head).substr(0, 3) == "ID3") {
+        for (unsigned i = 6; i < 10; ++i) {
+            begin = begin << 7 | (i < head.size() ? head[i] & 0x7F : 0);
+        }
+        begin += 10;
+    }
+    stream.seek(begin);
+    head = stream.readBlock(12);
+    if (text_of(head).substr(0, 4) != "fLaC" || head.size() < 12) {
+        return 0;
+    }
+    return Fields(text_of(head).substr(10)).next(2);
+}
+
+} // namespace
+
+int64_t flac_samples(FileStream &stream) {
+    const int64_t block = common_block_size(stream);
+    stream.seek(std::max(stream.length() - tail_bytes, 0l));
+    const TagLib::ByteVector read = stream.readBlock(tail_bytes);
+    const std::string_view tail = text_of(read);
+    // What looks like a header may be sound. Two in a row, from the end, are no accident.
+    std::optional<Frame> last;
+    for (size_t at = tail.size(); at-- > 0;) {
+        if (tail[at] != '\xFF') {
+            continue;
+        }
+        const std::optional<Frame> frame = frame_at(tail.substr(at));
+        if (!frame) {
+            continue;
+        }
+        const int64_t step = frame->by_sample ? frame->samples : 1;
+        const bool first = frame->number == 0 && !last;
+        if (first || (last && frame->by_sample == last->by_sample &&
+                      frame->number + step == last->number)) {
+            const Frame &end = first ? *frame : *last;
+            return (end.by_sample ? end.number : end.number * block) + end.samples;
+        }
+        last = frame;
+    }
+    return 0;
+}
+
+} // namespace vantro::service::catalogue
