@@ -146,6 +146,7 @@ int serve(const Options &options) {
         return fail("--state: none is given, and neither XDG_STATE_HOME nor HOME is set");
     }
     wanted.music.assign(options.music.begin(), options.music.end());
+    wanted.artwork_readers = {options.readers.uid, options.readers.gid, options.readers.mode};
     wanted.log = log_line;
     vantro::service::playback::Players *published = nullptr;
     wanted.changed = [&published](int32_t source) { published->source_changed(source); };
