@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <new>
 #include <utility>
 
 #include <fmt/format.h>
@@ -46,10 +47,12 @@ class SqliteCatalogue : public Store {
   public:
     SqliteCatalogue(StoreOptions options, std::unique_ptr<StateDirectory> state)
         : options_(std::move(options)), state_(std::move(state)),
-          file_(options_.state / "catalogue.db"), artwork_(options_.state / "artwork", options_.artwork_readers),
+          file_(options_.state / "catalogue.db"),
+          artwork_(options_.state / "artwork", options_.artwork_readers),
           sessions_(options_.state / "session-numbers"), pool_(file_),
           scanning_(
-              options_, directories_, artwork_, options_.state, [this](bool damaged) { return reopen(damaged); },
+              options_, directories_, artwork_, options_.state,
+              [this](bool damaged) { return reopen(damaged); },
               [this](int32_t source) { prepare(source); }) {}
     ~SqliteCatalogue() override { scanning_.stop(); }
 
@@ -78,8 +81,9 @@ class SqliteCatalogue : public Store {
     void rescan() override { scanning_.rescan(); }
 
   private:
+    // `cause` gets the error of the system where the file fails.
     template <typename Read>
-    int guarded(const Read &read);
+    int guarded(const Read &read, int *cause = nullptr);
     template <typename Read>
     int at_node(int32_t source, std::string_view node, const Read &read);
     const MusicDirectory *directory(int32_t source) const;
@@ -100,7 +104,7 @@ class SqliteCatalogue : public Store {
     std::vector<std::unique_ptr<MusicDirectory>> directories_; // set by open()
     std::vector<std::string> names_;                           // of them, each its own
     std::unique_ptr<Database> first_; // from open() until the scan takes it
-    Pool pool_;
+    ConnectionPool pool_;
     ListCache lists_;
     std::atomic<bool> said_broken_ = false;
     ScanThread scanning_;
@@ -201,7 +205,7 @@ Node SqliteCatalogue::song_node(View &view, SongId song) const {
 }
 
 template <typename Read>
-int SqliteCatalogue::guarded(const Read &read) {
+int SqliteCatalogue::guarded(const Read &read, int *cause) {
     const int rebuilds = scanning_.rebuilds();
     try {
         return pool_.read(read);
@@ -211,6 +215,9 @@ int SqliteCatalogue::guarded(const Read &read) {
         }
         if (!said_broken_.exchange(true)) {
             log(LOG_SEVERITY_ERROR, fmt::format("the catalogue {}", error.what()));
+        }
+        if (cause) {
+            *cause = error.system_error();
         }
         return EIO;
     }
@@ -348,20 +355,26 @@ int SqliteCatalogue::song(SongId id, Node &node, SongMetadata &metadata) {
     });
 }
 
+// Want of memory or descriptors says nothing of the file: the track plays on.
 int32_t SqliteCatalogue::check(SongId id) {
-    std::string path;
-    const MusicDirectory *source = nullptr;
-    const int result = guarded([&](Database &database) {
-        View view(database, lists_, 0);
-        source = directory(song_node(view, id).source);
-        path = path_of(database, id);
+    try {
+        std::string path;
+        const MusicDirectory *source = nullptr;
+        int cause = 0;
+        const auto look = [&](Database &database) {
+            View view(database, lists_, 0);
+            source = directory(song_node(view, id).source);
+            path = path_of(database, id);
+            return 0;
+        };
+        if (guarded(look, &cause) != 0) {
+            return is_want(cause) ? 0 : VANTRO_ERROR_UNREADABLE;
+        }
+        // With nothing held: the disk may be slow.
+        return source && !path.empty() ? check_song(source->path, path) : VANTRO_ERROR_GONE;
+    } catch (const std::bad_alloc &) {
         return 0;
-    });
-    if (result != 0) {
-        return VANTRO_ERROR_UNREADABLE;
     }
-    // With nothing held: the disk may be slow.
-    return source && !path.empty() ? check_song(source->path, path) : VANTRO_ERROR_GONE;
 }
 
 } // namespace

@@ -14,7 +14,7 @@ constexpr size_t idle_max = 8;
 
 } // namespace
 
-std::unique_ptr<Database> Pool::take() {
+std::unique_ptr<Database> ConnectionPool::take() {
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         if (!idle_.empty()) {
@@ -26,14 +26,14 @@ std::unique_ptr<Database> Pool::take() {
     return std::make_unique<Database>(file_, Database::Access::read, reader_cache_kib);
 }
 
-void Pool::give_back(std::unique_ptr<Database> database) {
+void ConnectionPool::give_back(std::unique_ptr<Database> database) {
     const std::lock_guard<std::mutex> guard(mutex_);
     if (idle_.size() < idle_max) {
         idle_.push_back(std::move(database));
     }
 }
 
-void Pool::replace(const std::function<void()> &replace) {
+void ConnectionPool::replace(const std::function<void()> &replace) {
     const std::unique_lock<std::shared_mutex> alone(replacing_);
     idle_.clear();
     replace();

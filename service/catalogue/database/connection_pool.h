@@ -13,9 +13,9 @@
 
 namespace vantro::service::catalogue {
 
-class Pool {
+class ConnectionPool {
   public:
-    explicit Pool(std::filesystem::path file) : file_(std::move(file)) {}
+    explicit ConnectionPool(std::filesystem::path file) : file_(std::move(file)) {}
 
     // Calls `read` within one state of the catalogue. Throws DatabaseError. Any thread.
     template <typename Read>

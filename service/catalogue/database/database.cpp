@@ -97,12 +97,14 @@ Database::Database(const std::filesystem::path &file, Access access, int cache_k
                       (access == Access::write ? SQLITE_OPEN_CREATE : 0);
     if (sqlite3_open_v2(file.c_str(), &handle_, flags, one_process) != SQLITE_OK) {
         const int code = handle_ ? sqlite3_extended_errcode(handle_) : SQLITE_NOMEM;
+        const int system_error = handle_ ? sqlite3_system_errno(handle_) : 0;
         sqlite3_close(handle_);
         if (is_no_memory(code)) {
             throw std::bad_alloc();
         }
         const std::string why = sqlite3_errstr(code);
-        throw DatabaseError(fmt::format("cannot be opened: {}", why), tells_damage(code));
+        throw DatabaseError(fmt::format("cannot be opened: {}", why), tells_damage(code),
+                            system_error);
     }
     try {
         sqlite3_extended_result_codes(handle_, 1);
@@ -172,7 +174,8 @@ void Database::fail(const char *what, bool damaged) const {
     if (is_no_memory(sqlite3_extended_errcode(handle_))) {
         throw std::bad_alloc();
     }
-    throw DatabaseError(fmt::format("{}: {}", what, sqlite3_errmsg(handle_)), damaged);
+    throw DatabaseError(fmt::format("{}: {}", what, sqlite3_errmsg(handle_)), damaged,
+                        sqlite3_system_errno(handle_));
 }
 
 Transaction::Transaction(Database &database) : database_(database) {

@@ -20,15 +20,18 @@ namespace vantro::service::catalogue {
 // The file cannot be read or written, or is none of ours.
 class DatabaseError : public std::runtime_error {
   public:
-    DatabaseError(const std::string &what, bool damaged)
-        : std::runtime_error(what), damaged_(damaged) {}
+    DatabaseError(const std::string &what, bool damaged, int system_error = 0)
+        : std::runtime_error(what), damaged_(damaged), system_error_(system_error) {}
 
     // What was read makes no sense. A failing disk can look like that once, so nobody believes it
     // before find_damage() has looked.
     bool damaged() const { return damaged_; }
+    // The error of the system's call that failed; 0 where none did or none is known.
+    int system_error() const { return system_error_; }
 
   private:
     bool damaged_;
+    int system_error_;
 };
 
 // Bytes that are not text.

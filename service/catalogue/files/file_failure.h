@@ -10,6 +10,9 @@ namespace vantro::service::catalogue {
 // nothing of the file, so it is tried again and nothing is remembered of them.
 bool is_passing(int error);
 
+// True for those of them that are the service's own want, and no failure of a disk.
+bool is_want(int error);
+
 struct FileFailure {
     std::string why; // empty where the file was read
     int error = 0;   // of the system; 0 where what is in the file is at fault

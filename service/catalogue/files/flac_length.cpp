@@ -4,6 +4,8 @@
 #include <optional>
 #include <string_view>
 
+#include "service/catalogue/files/fields.h"
+
 namespace vantro::service::catalogue {
 
 namespace {
@@ -15,25 +17,6 @@ struct Frame {
     bool by_sample = false; // `number` counts samples, else frames
     int64_t number = 0;
     int64_t samples = 0;
-};
-
-// Reads big-endian fields one after the other; zeros after the end.
-class Fields {
-  public:
-    explicit Fields(std::string_view bytes) : bytes_(bytes) {}
-    uint32_t next(int count) {
-        uint32_t value = 0;
-        for (; count > 0; --count, ++at_) {
-            value = value << 8 | (at_ < bytes_.size() ? static_cast<unsigned char>(bytes_[at_]) : 0u);
-        }
-        return value;
-    }
-    size_t at() const { return at_; }
-    bool ended() const { return at_ > bytes_.size(); }
-
-  private:
-    std::string_view bytes_;
-    size_t at_ = 0;
 };
 
 uint8_t crc8(std::string_view bytes) {
@@ -50,7 +33,7 @@ uint8_t crc8(std::string_view bytes) {
 // Numbers of frames are written as UTF-8 writes characters, in up to seven bytes. -1 for what is
 // none.
 int64_t coded_number(Fields &fields) {
-    const uint32_t lead = fields.next(1);
+    const auto lead = static_cast<uint32_t>(fields.next(1));
     int more = 0;
     while (more < 7 && (lead & (0x80u >> more)) != 0) {
         ++more;
@@ -60,7 +43,7 @@ int64_t coded_number(Fields &fields) {
     }
     int64_t number = more == 0 ? lead : lead & (0x7Fu >> more);
     for (int i = 1; i < more; ++i) {
-        const uint32_t next = fields.next(1);
+        const auto next = static_cast<uint32_t>(fields.next(1));
         if ((next & 0xC0) != 0x80) {
             return -1;
         }
@@ -69,16 +52,16 @@ int64_t coded_number(Fields &fields) {
     return number;
 }
 
-int64_t block_size(uint32_t code, Fields &fields) {
+int64_t block_size(uint64_t code, Fields &fields) {
     switch (code) {
     case 0:
         return 0;
     case 1:
         return 192;
     case 6:
-        return int64_t{fields.next(1)} + 1;
+        return static_cast<int64_t>(fields.next(1)) + 1;
     case 7:
-        return int64_t{fields.next(2)} + 1;
+        return static_cast<int64_t>(fields.next(2)) + 1;
     default:
         return code < 6 ? int64_t{576} << (code - 2) : int64_t{256} << (code - 8);
     }
@@ -87,9 +70,9 @@ int64_t block_size(uint32_t code, Fields &fields) {
 // The header of a frame at the beginning of `bytes`.
 std::optional<Frame> frame_at(std::string_view bytes) {
     Fields fields(bytes);
-    const uint32_t sync = fields.next(2);
-    const uint32_t sizes = fields.next(1);
-    const uint32_t channels = fields.next(1);
+    const uint64_t sync = fields.next(2);
+    const uint64_t sizes = fields.next(1);
+    const uint64_t channels = fields.next(1);
     if ((sync & 0xFFFE) != 0xFFF8 || (channels & 1) != 0) {
         return std::nullopt;
     }
@@ -97,7 +80,7 @@ std::optional<Frame> frame_at(std::string_view bytes) {
     frame.by_sample = (sync & 1) != 0;
     frame.number = coded_number(fields);
     frame.samples = block_size(sizes >> 4, fields);
-    const uint32_t rate = sizes & 15;
+    const uint64_t rate = sizes & 15;
     fields.next(rate == 12 ? 1 : rate == 13 || rate == 14 ? 2 : 0);
     const size_t size = fields.at();
     if (frame.number < 0 || frame.samples == 0 || rate == 15 || size >= bytes.size() ||
@@ -127,7 +110,7 @@ int64_t common_block_size(FileStream &stream) {
     if (text_of(head).substr(0, 4) != "fLaC" || head.size() < 12) {
         return 0;
     }
-    return Fields(text_of(head).substr(10)).next(2);
+    return static_cast<int64_t>(Fields(text_of(head), 10).next(2));
 }
 
 } // namespace
@@ -149,8 +132,8 @@ int64_t flac_samples(FileStream &stream) {
         }
         const int64_t step = frame->by_sample ? frame->samples : 1;
         const bool first = frame->number == 0 && !last;
-        if (first || (last && frame->by_sample == last->by_sample &&
-                      frame->number + step == last->number)) {
+        if (first ||
+            (last && frame->by_sample == last->by_sample && frame->number + step == last->number)) {
             const Frame &end = first ? *frame : *last;
             return (end.by_sample ? end.number : end.number * block) + end.samples;
         }

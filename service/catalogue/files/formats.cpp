@@ -10,17 +10,21 @@
 #include <taglib/id3v1tag.h>
 #include <taglib/id3v2tag.h>
 #include <taglib/infotag.h>
+#include <taglib/itproperties.h>
+#include <taglib/modproperties.h>
 #include <taglib/mp4file.h>
 #include <taglib/mpcfile.h>
 #include <taglib/mpegfile.h>
 #include <taglib/oggflacfile.h>
 #include <taglib/opusfile.h>
+#include <taglib/s3mproperties.h>
 #include <taglib/speexfile.h>
 #include <taglib/trueaudiofile.h>
 #include <taglib/vorbisfile.h>
 #include <taglib/wavfile.h>
 #include <taglib/wavpackfile.h>
 #include <taglib/xiphcomment.h>
+#include <taglib/xmproperties.h>
 
 namespace vantro::service::catalogue {
 
@@ -126,7 +130,29 @@ bool take_ape(TagLib::File &file, TagLib::PropertyMap &properties) {
     return true;
 }
 
+int64_t module_ms(int64_t patterns, int64_t ticks_a_row, int64_t tempo) {
+    constexpr int64_t rows = 64;
+    // A tick takes 2.5 seconds divided by the tempo.
+    return tempo > 0 ? patterns * rows * ticks_a_row * 2500 / tempo : 0;
+}
+
 } // namespace
+
+int64_t module_ms(const TagLib::AudioProperties &audio) {
+    if (const auto *mod = dynamic_cast<const TagLib::Mod::Properties *>(&audio)) {
+        return module_ms(mod->lengthInPatterns(), 6, 125);
+    }
+    if (const auto *s3m = dynamic_cast<const TagLib::S3M::Properties *>(&audio)) {
+        return module_ms(s3m->lengthInPatterns(), s3m->tempo(), s3m->bpmSpeed());
+    }
+    if (const auto *it = dynamic_cast<const TagLib::IT::Properties *>(&audio)) {
+        return module_ms(it->lengthInPatterns(), it->tempo(), it->bpmSpeed());
+    }
+    if (const auto *xm = dynamic_cast<const TagLib::XM::Properties *>(&audio)) {
+        return module_ms(xm->lengthInPatterns(), xm->tempo(), xm->bpmSpeed());
+    }
+    return 0;
+}
 
 TagLib::PropertyMap properties_of(TagLib::File &file) {
     TagLib::PropertyMap properties;

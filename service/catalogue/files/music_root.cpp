@@ -30,21 +30,22 @@ using ResolvedPath = std::unique_ptr<char, Freer>;
 
 } // namespace
 
-bool is_passing(int error) {
+bool is_want(int error) {
     switch (error) {
     case EMFILE:
     case ENFILE:
     case ENOMEM:
-    case EIO:
+    case ENOBUFS:
     case EINTR:
     case EAGAIN:
-    case ENOBUFS:
-    case ESTALE:
-    case ETIMEDOUT:
         return true;
     default:
         return false;
     }
+}
+
+bool is_passing(int error) {
+    return is_want(error) || error == EIO || error == ESTALE || error == ETIMEDOUT;
 }
 
 FileFailure file_failure(int error) {
@@ -75,9 +76,9 @@ int walk_below(int directory, const std::string &path, int flags) {
         if (piece == "..") {
             errno = EXDEV;
         } else {
-            next = openat(at, piece.empty() ? "." : piece.c_str(),
-                          last ? flags | O_NOFOLLOW
-                               : O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            next =
+                openat(at, piece.empty() ? "." : piece.c_str(),
+                       last ? flags | O_NOFOLLOW : O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         }
         if (at != directory) {
             const int error = errno;

@@ -20,6 +20,7 @@
 #include "service/catalogue/files/file_stream.h"
 #include "service/catalogue/files/flac_length.h"
 #include "service/catalogue/files/formats.h"
+#include "service/catalogue/files/other_formats.h"
 #include "service/catalogue/text/utf8.h"
 
 namespace vantro::service::catalogue {
@@ -227,6 +228,9 @@ bool read_stream(FileStream &stream, SongFile &song) {
         song.duration_ms = static_cast<int32_t>(std::min<int64_t>(ms, INT32_MAX));
     }
     if (song.duration_ms <= 0) {
+        song.duration_ms = static_cast<int32_t>(std::min<int64_t>(module_ms(*audio), INT32_MAX));
+    }
+    if (song.duration_ms <= 0) {
         return false;
     }
     take_tags(properties_of(*file.file()), song);
@@ -235,6 +239,20 @@ bool read_stream(FileStream &stream, SongFile &song) {
     add_number(song.tags, VANTRO_KEY_CHANNELS, audio->channels());
     song.tags.add(VANTRO_KEY_CODEC, codec_of(*file.file()));
     song.picture = picture_in(*file.file());
+    return true;
+}
+
+// The same for a format that TagLib does not read.
+bool read_other_stream(FileStream &stream, SongFile &song) {
+    const std::optional<OtherAudio> audio = read_other(stream);
+    if (!audio) {
+        return false;
+    }
+    song.duration_ms = static_cast<int32_t>(audio->duration_ms);
+    song.tags.add(VANTRO_KEY_TITLE, clean_text(audio->title, tag_text_max));
+    add_number(song.tags, VANTRO_KEY_SAMPLE_RATE, audio->sample_rate);
+    add_number(song.tags, VANTRO_KEY_CHANNELS, audio->channels);
+    song.tags.add(VANTRO_KEY_CODEC, audio->codec);
     return true;
 }
 
@@ -285,9 +303,10 @@ bool has_audio_name(std::string_view name) {
         for (const TagLib::String &each : TagLib::FileRef::defaultFileExtensions()) {
             endings.push_back(each.to8Bit());
         }
+        endings.emplace_back("mp2"); // which TagLib tells by its content
         return endings;
     }();
-    return std::find(known.begin(), known.end(), ending) != known.end();
+    return std::find(known.begin(), known.end(), ending) != known.end() || has_other_name(name);
 }
 
 FileFailure read_song(const MusicRoot &root, const std::string &path, const std::string &name,
@@ -300,10 +319,16 @@ FileFailure read_song(const MusicRoot &root, const std::string &path, const std:
         if (stream.failure()) {
             return stream.failure();
         }
-        bool good = read_stream(stream, song);
+        // Sound of these formats can look like that of others, so the name decides who is first.
+        const bool other = has_other_name(name);
+        bool good = other ? read_other_stream(stream, song) : read_stream(stream, song);
         if (!good && !stream.failure()) {
             stream.rewind(false);
             good = read_stream(stream, song);
+        }
+        if (!good && !other && !stream.failure()) {
+            stream.rewind(false);
+            good = read_other_stream(stream, song);
         }
         if (stream.failure()) {
             return stream.failure(); // what was read is not all there is
@@ -334,11 +359,11 @@ int32_t check_song(const std::string &directory, const std::string &path) {
     } catch (const std::system_error &failure) {
         error = failure.code().value();
     }
+    if (is_want(error)) {
+        return 0;
+    }
     switch (error) {
     case 0:
-    case EMFILE:
-    case ENFILE:
-    case ENOMEM:
         return 0;
     case ENOENT:
     case ENOTDIR:

@@ -105,7 +105,7 @@ Scan::Scan(Parts parts, int32_t source, const std::string &root)
     try {
         top_ = std::make_shared<const MusicRoot>(root);
     } catch (const std::system_error &error) {
-        if (is_passing(error.code().value())) {
+        if (is_want(error.code().value())) {
             throw;
         }
         gone_ = true;
@@ -132,7 +132,7 @@ bool Scan::root_is_there() {
         now.st_ino == root_status_.st_ino) {
         return true;
     }
-    if (is_passing(errno)) {
+    if (is_want(errno)) {
         throw std::system_error(errno, std::generic_category(),
                                 loggable(root_) + " cannot be looked at");
     }
@@ -274,9 +274,16 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
 
 // `path` is where the file itself lies; `name` is the link's where it was reached by one.
 void Scan::visit_file(Reading &reading, const std::string &name, const std::string &path,
-                      const struct stat &status) {
-    const FileStamp stamp = stamp_of(status);
+                      struct stat status) {
     const bool song = has_audio_name(name);
+    // It may change without a word about this folder. Watched first, looked at then.
+    const std::string plain = path_below(reading.folder.path, name);
+    if ((status.st_nlink > 1 || path != plain) && (song || has_playlist_name(name)) &&
+        parts_.watcher.add_file({source_, reading.folder.path},
+                                fmt::format("/proc/self/fd/{}/{}", top_->descriptor(), path))) {
+        fstatat(top_->descriptor(), path.c_str(), &status, AT_SYMLINK_NOFOLLOW);
+    }
+    const FileStamp stamp = stamp_of(status);
     if (const std::optional<int> rank = picture_rank(name); rank && *rank <= reading.image_rank) {
         reading.several_images = *rank == reading.image_rank;
         if (!reading.several_images || name < reading.image) {
@@ -415,8 +422,7 @@ void Scan::take(Done &&done) {
 void Scan::take_playlist(Done &&done) {
     const FileName &where = done.job.where;
     if (done.failure) {
-        return leave_out(where, {done.playlist.modified_ns, done.playlist.size},
-                         done.failure.why);
+        return leave_out(where, {done.playlist.modified_ns, done.playlist.size}, done.failure.why);
     }
     NamedEntries named{where, {}};
     std::vector<std::string> paths;
@@ -439,9 +445,8 @@ void Scan::commit_when_due() {
     }
     if (now - reported_ >= report_every) {
         reported_ = now;
-        parts_.log(LOG_SEVERITY_INFO,
-                   fmt::format("{}: {} files so far, {} of them read",
-                               loggable(root_), counts_.seen, counts_.read));
+        parts_.log(LOG_SEVERITY_INFO, fmt::format("{}: {} files so far, {} of them read",
+                                                  loggable(root_), counts_.seen, counts_.read));
     }
 }
 

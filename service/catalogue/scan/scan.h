@@ -88,7 +88,7 @@ class Scan {
     void visit_entry(Reading &reading, const std::string &name);
     void visit_link(Reading &reading, const std::string &name, const struct stat &link);
     void visit_file(Reading &reading, const std::string &name, const std::string &path,
-                    const struct stat &status);
+                    struct stat status);
     void compare_image(Reading &reading);
     void forget_unseen(const Reading &reading);
     void leave_out(const FileName &where, FileStamp stamp, std::string_view why);

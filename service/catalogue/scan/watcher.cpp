@@ -17,9 +17,16 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-constexpr uint32_t watched_events = IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO |
-                                    IN_DELETE | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF |
-                                    IN_ONLYDIR;
+constexpr uint32_t watched_events = IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_FROM |
+                                    IN_MOVED_TO | IN_DELETE | IN_ATTRIB | IN_DELETE_SELF |
+                                    IN_MOVE_SELF | IN_ONLYDIR;
+
+constexpr uint32_t watched_events_of_files =
+    IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF | IN_DONT_FOLLOW;
+
+// Files that are watched by themselves. Whole collections are made of files with several names, and
+// the host has only so many watches.
+constexpr size_t files_max = 4096;
 
 // A folder that never comes to rest is read all the same after so many times the quiet it lacks.
 constexpr int settle_max = 10;
@@ -57,8 +64,11 @@ bool Watcher::add(const WatchedFolder &folder, const std::string &path, int dire
     }
     // By its descriptor: what lies at the path may be another folder by now.
     const std::string opened = fmt::format("/proc/self/fd/{}", directory);
-    const int number =
+    int number =
         descriptor_ < 0 ? -1 : inotify_add_watch(descriptor_, opened.c_str(), watched_events);
+    if (number < 0 && descriptor_ >= 0 && errno == ENOENT) { // /proc is not there
+        number = inotify_add_watch(descriptor_, path.c_str(), watched_events);
+    }
     if (number < 0) {
         exhausted_ = true;
         return false;
@@ -76,6 +86,14 @@ bool Watcher::add(const WatchedFolder &folder, const std::string &path, int dire
     }
     numbers_[folder] = number;
     return true;
+}
+
+bool Watcher::add_file(const WatchedFolder &folder, const std::string &path) {
+    if (descriptor_ < 0 || files_.size() >= files_max) {
+        return false;
+    }
+    const int number = inotify_add_watch(descriptor_, path.c_str(), watched_events_of_files);
+    return number >= 0 && files_[number].insert(folder).second;
 }
 
 void Watcher::forget(int number, const WatchedFolder &folder) {
@@ -124,16 +142,51 @@ bool Watcher::readable(std::chrono::milliseconds timeout, bool &woken) const {
 }
 
 FolderChanges Watcher::wait(std::chrono::milliseconds timeout, std::chrono::milliseconds settle) {
+    const auto quiet = settle * settle_max;
     FolderChanges changes;
     bool woken = false;
+    if (!written_.empty() && (timeout.count() < 0 || timeout > quiet)) {
+        timeout = quiet;
+    }
     if (!readable(timeout, woken)) {
+        note_quiet(quiet, changes);
         return changes;
     }
-    const auto latest = std::chrono::steady_clock::now() + settle * settle_max;
+    const auto latest = std::chrono::steady_clock::now() + quiet;
     do {
         read_events(changes);
     } while (!woken && std::chrono::steady_clock::now() < latest && readable(settle, woken));
+    note_quiet(quiet, changes);
     return changes;
+}
+
+void Watcher::note_quiet(std::chrono::milliseconds quiet, FolderChanges &changes) {
+    const Clock::time_point now = Clock::now();
+    for (auto each = written_.begin(); each != written_.end();) {
+        if (now - each->second >= quiet) {
+            changes.folders.insert(each->first.first);
+            each = written_.erase(each);
+        } else {
+            ++each;
+        }
+    }
+}
+
+void Watcher::note_file(uint32_t mask, int number, FolderChanges &changes) {
+    const auto found = files_.find(number);
+    if (found == files_.end()) {
+        return;
+    }
+    for (const WatchedFolder &folder : found->second) {
+        if (mask == IN_MODIFY) {
+            written_[{folder, ""}] = Clock::now();
+        } else {
+            changes.folders.insert(folder);
+        }
+    }
+    if ((mask & IN_IGNORED) != 0) {
+        files_.erase(found);
+    }
 }
 
 void Watcher::read_events(FolderChanges &changes) {
@@ -150,6 +203,7 @@ void Watcher::read_events(FolderChanges &changes) {
             }
             const auto found = folders_.find(event.wd);
             if (found == folders_.end()) {
+                note_file(event.mask, event.wd, changes);
                 continue;
             }
             const std::vector<Watched> names = found->second;
@@ -187,6 +241,11 @@ void Watcher::note(uint32_t mask, const std::string &file, const Watched &watche
     if (folder && !file.empty() && (mask & (IN_MOVED_FROM | IN_DELETE)) != 0) {
         remove({watched.folder.first, top ? file : watched.folder.second + '/' + file});
     }
+    if (mask == IN_MODIFY) {
+        written_[{watched.folder, file}] = Clock::now();
+        return;
+    }
+    written_.erase({watched.folder, file});
     if ((mask & IN_CREATE) != 0 && !folder && !comes_whole(watched.path + '/' + file)) {
         return;
     }

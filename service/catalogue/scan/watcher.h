@@ -33,6 +33,10 @@ class Watcher {
     // Watches the folder that is open as `directory` and lies at `path`, also when it was watched
     // before. False where it cannot be watched.
     bool add(const WatchedFolder &folder, const std::string &path, int directory);
+    // Watches one file, which may be written by way of another name than the one in that folder: it
+    // has several, or a link leads to it. Changes of it are changes of the folder. True where it
+    // was not watched for that folder before.
+    bool add_file(const WatchedFolder &folder, const std::string &path);
     bool watches(const WatchedFolder &folder) const { return numbers_.count(folder) != 0; }
     // Ends the watches of a folder and all that is below it.
     void remove(const WatchedFolder &folder);
@@ -42,7 +46,9 @@ class Watcher {
     void begin_round() { exhausted_ = false; }
 
     // Waits for changes, and then until none has come for `settle`, so that a folder that is being
-    // filled is read once. Returns early after wake(). A negative timeout waits for ever.
+    // filled is read once. A file that is written counts when it is closed, or when nothing was
+    // written for a while: truncate() closes nothing. Returns early after wake(). A negative
+    // timeout waits for ever.
     FolderChanges wait(std::chrono::milliseconds timeout, std::chrono::milliseconds settle);
     void wake();
     // Waits for wake(), or that long.
@@ -58,7 +64,11 @@ class Watcher {
     void read_events(FolderChanges &changes);
     void note(uint32_t mask, const std::string &file, const Watched &watched,
               FolderChanges &changes);
+    void note_file(uint32_t mask, int number, FolderChanges &changes);
+    void note_quiet(std::chrono::milliseconds quiet, FolderChanges &changes);
     void forget(int number, const WatchedFolder &folder);
+
+    using Clock = std::chrono::steady_clock;
 
     int descriptor_ = -1;
     int wake_ = -1;
@@ -66,6 +76,9 @@ class Watcher {
     std::map<WatchedFolder, int> numbers_;
     // A folder that lies in two sources has one number and two names.
     std::unordered_map<int, std::vector<Watched>> folders_;
+    std::unordered_map<int, std::set<WatchedFolder>> files_; // that are watched by themselves
+    // Files that were written and not closed since, by folder and name, with the last time.
+    std::map<std::pair<WatchedFolder, std::string>, Clock::time_point> written_;
 };
 
 } // namespace vantro::service::catalogue

@@ -55,6 +55,14 @@ TEST_F(Songs, HaveTheTagsOfAnOldTagBesideOneWithGainAlone) {
     open();
     const Node song = entry("songs", "old");
     EXPECT_EQ(extended(song.id, {"artist", "replaygain_track_gain"}), (Names{"anna", "-6 dB"}));
+    {
+        TagLib::MPEG::File tagged(file.c_str());
+        tagged.APETag()->setTitle("new");
+        ASSERT_TRUE(tagged.save(TagLib::MPEG::File::ID3v1 | TagLib::MPEG::File::APE));
+    }
+    scan();
+    EXPECT_EQ(metadata(song.id).title, "new");
+    EXPECT_EQ(metadata(song.id).artist, "") << "an old tag does not mix with a new one";
 }
 
 TEST_F(Songs, AreOfEachOfTheirArtists) {
@@ -89,6 +97,83 @@ TEST_F(Songs, AreOfEachOfTheirArtists) {
     fs::remove_all(music_ / "1");
     scan();
     EXPECT_EQ(names("artists"), (Names{"Carl", "Dora", "Emil"}));
+}
+
+// Formats of which no more is read than what their headers tell: each lasts a second.
+std::string au() {
+    return ".snd" + big_endian(24, 4) + big_endian(16000, 4) + big_endian(3, 4) +
+           big_endian(8000, 4) + big_endian(1, 4) + std::string(16000, '\0');
+}
+
+std::string ac3() {
+    return std::string("\x0B\x77\0\0\x14\x40", 6) + std::string(24000 - 6, '\0');
+}
+
+std::string aac() {
+    std::string file;
+    for (int i = 0; i < 43; ++i) {
+        file += std::string("\xFF\xF1\x50\x80\x0C\x80\0", 7) + std::string(93, '\0');
+    }
+    return file;
+}
+
+std::string caf() {
+    return "caff" + big_endian(1, 2) + big_endian(0, 2) + "desc" + big_endian(0, 4) +
+           big_endian(32, 4) + big_endian(0x40BF4000, 4) + big_endian(0, 4) + "lpcm" +
+           big_endian(0, 4) + big_endian(2, 4) + big_endian(1, 4) + big_endian(1, 4) +
+           big_endian(16, 4) + "data" + big_endian(0, 4) + big_endian(16004, 4) +
+           std::string(16004, '\0');
+}
+
+std::string mka() {
+    const std::string info =
+        std::string("\x2A\xD7\xB1\x83\x0F\x42\x40\x44\x89\x84\x44\x7A\0\0", 14) + "\x7B\xA9\x83mka";
+    return "\x1A\x45\xDF\xA3\x80\x18\x53\x80\x67\x01" + std::string(7, '\xFF') +
+           "\x15\x49\xA9\x66" + static_cast<char>(0x80 | info.size()) + info;
+}
+
+std::string xm() {
+    std::string file = "Extended Module: xm" + std::string(18, ' ') + '\x1A' + std::string(20, ' ');
+    for (const uint64_t number : {0x0104, 276, 0, 4, 0, 4, 0, 0, 1, 3, 1920}) {
+        file += little_endian(number, 2);
+    }
+    return file + std::string(256, '\0');
+}
+
+TEST_F(Songs, OfRareFormatsAreKnownByTheirHeaders) {
+    std::string mp2 = mp3();
+    for (size_t at = 0; (at = mp2.find("\xFF\xFB", at)) != std::string::npos;) {
+        mp2.replace(at, 2, "\xFF\xFD");
+    }
+    const struct {
+        const char *file;
+        std::string bytes;
+        int32_t least_ms;
+        const char *codec;
+    } table[] = {{"aac.aac", aac(), 998, "aac"}, {"ac3.AC3", ac3(), 1000, "ac3"},
+                 {"au.au", au(), 1000, "pcm"},   {"caf.caf", caf(), 1000, ""},
+                 {"mka.webm", mka(), 1000, ""},  {"mp2.mp2", mp2, 500, "mp2"},
+                 {"xm.xm", xm(), 1000, ""}};
+    for (const auto &[file, bytes, least_ms, codec] : table) {
+        test::write_file(music_ / file, bytes);
+    }
+    open();
+    EXPECT_EQ(complaints(), Names{});
+    for (const auto &[file, bytes, least_ms, codec] : table) {
+        SCOPED_TRACE(file);
+        const Node song = entry("songs", std::string(file).substr(0, std::string(file).find('.')));
+        const int32_t ms = metadata(song.id).duration_ms;
+        EXPECT_GE(ms, least_ms);
+        EXPECT_LE(ms, least_ms + 50);
+        EXPECT_EQ(extended(song.id, {"codec"}), Names{codec});
+    }
+    for (const size_t size : {57, 50, 43, 36, 29, 22, 15, 8, 3}) {
+        for (const auto &[file, bytes, least_ms, codec] : table) {
+            test::write_file(music_ / file, bytes.substr(0, size));
+        }
+        scan();
+    }
+    EXPECT_EQ(names("songs"), Names{});
 }
 
 TEST_F(Songs, OfUnknownLengthAreMeasured) {

@@ -162,36 +162,6 @@ TEST_F(Scanned, ReadsOnlyWhatChangedAndKeepsIds) {
     EXPECT_NE(std::find(before.begin(), before.end(), entry("songs", "t1").id), before.end());
 }
 
-TEST_F(Scanned, FollowsChangesAtOnce) {
-    settle_ = std::chrono::milliseconds(20);
-    add("a/1.flac", {{"TITLE", "one"}});
-    add("b/2.flac", {{"TITLE", "two"}});
-    open();
-    const auto becomes = [&](const Names &titles) {
-        await([&] { return names("songs") == titles; });
-        EXPECT_EQ(names("songs"), titles);
-    };
-    add("a/3.flac", {{"TITLE", "three"}});
-    becomes({"one", "three", "two"});
-    add("c/d/e/4.flac", {{"TITLE", "four"}});
-    becomes({"four", "one", "three", "two"});
-    add("c/d/e/5.flac", {{"TITLE", "five"}}); // in a folder that is new itself
-    becomes({"five", "four", "one", "three", "two"});
-    add("a/1.flac", {{"TITLE", "uno"}});
-    becomes({"five", "four", "three", "two", "uno"});
-    fs::remove(music_ / "a/3.flac");
-    becomes({"five", "four", "two", "uno"});
-    fs::rename(music_ / "c/d", music_ / "b/moved");
-    await([&] { return names("folders") == (Names{"a", "b"}); });
-    becomes({"five", "four", "two", "uno"});
-    add("b/moved/e/6.flac", {{"TITLE", "six"}});
-    becomes({"five", "four", "six", "two", "uno"});
-    fs::remove_all(music_ / "b");
-    becomes({"uno"});
-    test::write_file(music_ / "a/cover.png", png(5, 5));
-    await([&] { return metadata(entry("songs", "uno").id).width == 5; });
-}
-
 TEST_F(Scanned, IsBeingScannedFromTheStart) {
     add("1.flac", {{"TITLE", "one"}});
     open(false);

@@ -1,0 +1,31 @@
+// Formats that TagLib does not read: ADTS (.aac), AC-3, Matroska (.mka, .webm), CAF and AU. What
+// their headers tell is known of such a file; its title is its name.
+#ifndef VANTRO_SERVICE_CATALOGUE_FILES_OTHER_FORMATS_H
+#define VANTRO_SERVICE_CATALOGUE_FILES_OTHER_FORMATS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "service/catalogue/files/file_stream.h"
+
+namespace vantro::service::catalogue {
+
+struct OtherAudio {
+    const char *codec = ""; // empty where the format does not say it in so many words
+    int64_t duration_ms = 0;
+    int64_t sample_rate = 0;
+    int64_t channels = 0;
+    std::string title;
+};
+
+// True for a name that ends as files of these formats do.
+bool has_other_name(std::string_view name);
+
+// Nothing where the stream is of none of these formats, or does not tell how long it lasts.
+std::optional<OtherAudio> read_other(FileStream &stream);
+
+} // namespace vantro::service::catalogue
+
+#endif
