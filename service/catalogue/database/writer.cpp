@@ -119,7 +119,8 @@ void Writer::put_song(const FoundSong &song) {
     database_.run("INSERT INTO song_words(rowid, title, artist, album, genre, composer)"
                   " VALUES(?1, ?2, ?3, ?4, ?5, ?6)",
                   row.id, search_words(song.title), search_words(tags.get(VANTRO_KEY_ARTIST)),
-                  search_words(tags.get(VANTRO_KEY_ALBUM)), search_words(tags.get(VANTRO_KEY_GENRE)),
+                  search_words(tags.get(VANTRO_KEY_ALBUM)),
+                  search_words(tags.get(VANTRO_KEY_GENRE)),
                   search_words(tags.get(VANTRO_KEY_COMPOSER)));
     link(row.id, row, genres);
     put_performers(source, row.id, song.performers, song.artist.identity);
@@ -348,11 +349,9 @@ KnownFolder Writer::known(int32_t source, std::string_view folder) {
 
 void Writer::remove_songs_of(int32_t source, int64_t folder) {
     std::vector<SongRow> songs;
-    Rows rows =
-        database_.query("SELECT id, album, year FROM song WHERE folder = ?1", folder);
+    Rows rows = database_.query("SELECT id, album, year FROM song WHERE folder = ?1", folder);
     while (rows.next()) {
-        songs.push_back(
-            {rows.integer(0), folder, rows.integer(1), rows.integer(2)});
+        songs.push_back({rows.integer(0), folder, rows.integer(1), rows.integer(2)});
     }
     for (const SongRow &song : songs) {
         remove_song(source, song);

@@ -176,7 +176,8 @@ ArtworkFolder::ArtworkFolder(const std::filesystem::path &directory, const Artwo
         if (!is_ours(entry->path().filename().native())) {
             continue;
         }
-        const int file = open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+        const int file =
+            open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
         if (file >= 0) {
             admit(file, readers_);
             close(file);

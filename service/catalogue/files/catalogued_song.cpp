@@ -20,8 +20,10 @@ int64_t place_of(int32_t disc, int32_t track) {
 
 // Where a file names several artists its tags hold each of them under keys that no client knows,
 // beside the text of all that is shown. The further artists of an album count as performers.
-constexpr std::string_view each_artist = "\x01" "artist";
-constexpr std::string_view first_album_artist = "\x01" "album artist";
+constexpr std::string_view each_artist = "\x01"
+                                         "artist";
+constexpr std::string_view first_album_artist = "\x01"
+                                                "album artist";
 
 void note_artists(SongFile &song) {
     const bool several = song.artists.size() > 1 || song.album_artists.size() > 1;
@@ -60,7 +62,8 @@ std::vector<FoundName> performers_in(const Tags &tags) {
 }
 
 FoundName stated_artist_in(const Tags &tags) {
-    for (const std::string_view key : {first_album_artist, std::string_view(VANTRO_KEY_ALBUM_ARTIST)}) {
+    for (const std::string_view key :
+         {first_album_artist, std::string_view(VANTRO_KEY_ALBUM_ARTIST)}) {
         if (FoundName name = named(tags.get(key)); !name.identity.empty()) {
             return name;
         }

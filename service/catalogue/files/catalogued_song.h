@@ -48,7 +48,7 @@ struct FoundSong {
     int64_t place = 0; // disc and track
     FoundName artist; // of the album, as this song alone would have it; its identity is empty where
                       // there is none
-    bool artist_stated = false; // it is not only who performs the song
+    bool artist_stated = false;        // it is not only who performs the song
     std::vector<FoundName> performers; // each artist by itself
     FoundName album;
     std::vector<FoundName> genres;

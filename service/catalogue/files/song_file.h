@@ -24,7 +24,7 @@ class Tags {
 
     // An empty value is not kept. A key may have several, of which get() gives the first.
     void add(std::string_view key, std::string_view value);
-    std::string_view get(std::string_view key) const;       // empty where there is none
+    std::string_view get(std::string_view key) const; // empty where there is none
     std::vector<std::string_view> all(std::string_view key) const;
     const std::string &packed() const { return packed_; }
 

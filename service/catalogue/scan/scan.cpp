@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <dirent.h>
 #include <fcntl.h>
 #include <memory>
 #include <optional>
@@ -14,6 +13,7 @@
 
 #include <vantro/platform/log.h>
 
+#include "service/catalogue/scan/folder.h"
 #include "service/catalogue/text/utf8.h"
 
 namespace vantro::service::catalogue {
@@ -34,48 +34,6 @@ constexpr size_t broken_named_max = 20;
 FileStamp stamp_of(const struct stat &status) {
     return {status.st_mtim.tv_sec * int64_t{1'000'000'000} + status.st_mtim.tv_nsec,
             status.st_size};
-}
-
-struct Freer {
-    void operator()(DIR *directory) const { closedir(directory); }
-};
-
-// The entries of a directory in the order of their bytes, so that the same files make the same
-// collection on every file system. Without those that could not be read where `error` is not 0.
-std::vector<std::string> names_in(DIR *directory, int &error) {
-    std::vector<std::string> names;
-    errno = 0;
-    while (const dirent *entry = readdir(directory)) {
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") {
-            names.emplace_back(name);
-        }
-        errno = 0;
-    }
-    error = errno;
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-using Directory = std::unique_ptr<DIR, Freer>;
-
-// Null, and errno, where the folder cannot be opened.
-Directory open_folder(const MusicRoot &root, const std::string &path) {
-    const int descriptor = root.open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    Directory directory(descriptor < 0 ? nullptr : fdopendir(descriptor));
-    if (!directory && descriptor >= 0) {
-        const int error = errno;
-        close(descriptor);
-        errno = error;
-    }
-    return directory;
-}
-
-// False where that cannot be told.
-bool is_empty(const MusicRoot &root) {
-    const Directory directory = open_folder(root, "");
-    int error = 0;
-    return directory && names_in(directory.get(), error).empty() && error == 0;
 }
 
 } // namespace

@@ -184,8 +184,8 @@ void ScanThread::set_status(MusicDirectory &source, int32_t status) {
 }
 
 // Returns false where the catalogue's file failed or something was not to be had. What was
-// committed before stays.
-bool ScanThread::guarded(const std::function<void()> &work) {
+// committed before stays, and the source that was scanned goes on being scanned.
+bool ScanThread::guarded(const std::function<void()> &work, MusicDirectory *source) {
     std::string failure;
     try {
         if (!workers_) {
@@ -209,6 +209,9 @@ bool ScanThread::guarded(const std::function<void()> &work) {
         failure = error.what();
     }
     failing_ = true;
+    if (source) { // before the log says so
+        set_status(*source, VANTRO_SOURCE_SCANNING);
+    }
     if (workers_) {
         workers_->abandon();
     }
@@ -272,8 +275,8 @@ void ScanThread::plan_next_try(bool again) {
     std::chrono::milliseconds pause = first_pause * (1 << std::min(tries_ - 1, 8));
     // A part of a disk that cannot be read may stay so for ever, and reading it takes long.
     const bool for_good = !failing_ && !short_of_descriptors_ && tries_ > tries_waited_for;
-    pause = std::min<std::chrono::milliseconds>(pause, for_good ? options_.rescan_unwatched
-                                                                : last_pause);
+    pause = std::min<std::chrono::milliseconds>(pause,
+                                                for_good ? options_.rescan_unwatched : last_pause);
     next_try_ = Clock::now() + pause;
 }
 
@@ -314,7 +317,7 @@ void ScanThread::scan_source(MusicDirectory &source, const std::set<std::string>
                              bool deep) {
     const bool whole = folders.empty();
     const auto began = Clock::now();
-    const bool good = guarded([&] {
+    const auto scan_it = [&] {
         Scan scan(parts(), source.id, source.path);
         if (!scan.gone()) {
             if (whole) {
@@ -336,12 +339,11 @@ void ScanThread::scan_source(MusicDirectory &source, const std::set<std::string>
             return conclude(source, scan, folders, began);
         }
         unfinished_.at(source.id).whole = true;
-    });
-    if (!good) {
+    };
+    if (!guarded(scan_it, &source)) {
         Unfinished &unfinished = unfinished_.at(source.id);
         unfinished.whole = unfinished.whole || whole;
         unfinished.folders.insert(folders.begin(), folders.end());
-        set_status(source, VANTRO_SOURCE_SCANNING);
         plan_next_try(false);
     }
 }
@@ -376,18 +378,18 @@ void ScanThread::conclude(MusicDirectory &source, const Scan &scan,
         unfinished.counts.left_out += scan.counts().left_out;
     }
     unfinished.folders.insert(postponed.folders.begin(), postponed.folders.end());
+    const bool waits = unfinished.whole || (unfinished.any() && tries_ < tries_waited_for);
+    set_status(source, waits ? VANTRO_SOURCE_SCANNING : VANTRO_SOURCE_READY);
     if (!postponed.folders.empty()) {
         short_of_descriptors_ = postponed.error == EMFILE || postponed.error == ENFILE;
         note_postponed(source, unfinished, postponed);
     }
-    if (unfinished.whole || (unfinished.any() && tries_ < tries_waited_for)) {
-        set_status(source, VANTRO_SOURCE_SCANNING);
+    if (waits) {
         return plan_next_try(false);
     }
     if (!unfinished.any()) {
         unfinished.said.clear();
     }
-    set_status(source, VANTRO_SOURCE_READY);
     if (std::exchange(unfinished.owes_report, false)) {
         report(source, unfinished);
     }
@@ -410,9 +412,9 @@ void ScanThread::report(const MusicDirectory &source, const Unfinished &finished
         options_.progress(counts);
     }
     const std::chrono::duration<double> took = Clock::now() - finished.began;
-    log(LOG_SEVERITY_INFO,
-        fmt::format("{}: {} files, {} of them read, {} left out, in {:.1f} s",
-                    loggable(source.path), counts.seen, counts.read, counts.left_out, took.count()));
+    log(LOG_SEVERITY_INFO, fmt::format("{}: {} files, {} of them read, {} left out, in {:.1f} s",
+                                       loggable(source.path), counts.seen, counts.read,
+                                       counts.left_out, took.count()));
 }
 
 void ScanThread::scan_changes(const FolderChanges &changes) {

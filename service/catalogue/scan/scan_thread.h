@@ -33,10 +33,10 @@ struct MusicDirectory {
 
 class ScanThread {
   public:
-    // Borrows the sources and the covers. `state` is the directory that the catalogue's file and the
-    // covers are in. `reopen` gives the catalogue's file for writing; called
-    // with true when the one before turned out to be damaged. `prepare` is called where a source
-    // has changed and comes to rest.
+    // Borrows the sources and the covers. `state` is the directory that the catalogue's file and
+    // the covers are in. `reopen` gives the catalogue's file for writing; called with true when the
+    // one before turned out to be damaged. `prepare` is called where a source has changed and comes
+    // to rest.
     ScanThread(const ScanOptions &options, std::vector<std::unique_ptr<MusicDirectory>> &sources,
                const ArtworkFolder &artwork, std::filesystem::path state,
                std::function<std::unique_ptr<Database>(bool damaged)> reopen,
@@ -62,8 +62,8 @@ class ScanThread {
         std::set<std::string> folders; // that should be read again
         ScanProgress counts;           // of the scan that could not read them
         Clock::time_point began;
-        bool owes_report = false;      // its end has not been reported
-        std::string said;              // why, as it was logged last
+        bool owes_report = false; // its end has not been reported
+        std::string said;         // why, as it was logged last
         bool any() const { return whole || !folders.empty(); }
     };
 
@@ -81,7 +81,7 @@ class ScanThread {
     void note_postponed(const MusicDirectory &source, Unfinished &unfinished,
                         const Scan::Postponed &postponed);
     void plan_next_try(bool again);
-    bool guarded(const std::function<void()> &work);
+    bool guarded(const std::function<void()> &work, MusicDirectory *source = nullptr);
     void tidy();
     Scan::Parts parts();
     void report(const MusicDirectory &source, const Unfinished &finished);

@@ -33,10 +33,10 @@ icu::UnicodeString decomposed(std::string_view text) {
     static const icu::Normalizer2 *const tables = decomposition_tables();
     UErrorCode error = U_ZERO_ERROR;
     const std::string same = folded(text);
-    icu::UnicodeString result = tables->normalize(
-        icu::UnicodeString::fromUTF8(
-            icu::StringPiece(same.data(), static_cast<int32_t>(same.size()))),
-        error);
+    icu::UnicodeString result =
+        tables->normalize(icu::UnicodeString::fromUTF8(
+                              icu::StringPiece(same.data(), static_cast<int32_t>(same.size()))),
+                          error);
     if (error == U_MEMORY_ALLOCATION_ERROR || result.isBogus()) {
         throw std::bad_alloc();
     }
@@ -141,7 +141,8 @@ std::string search_words(std::string_view text) {
     const icu::UnicodeString all = decomposed(text);
     Words words;
     int32_t begin = 0;
-    for (int32_t at = 0; at <= all.length(); at = at < all.length() ? all.moveIndex32(at, 1) : at + 1) {
+    for (int32_t at = 0; at <= all.length();
+         at = at < all.length() ? all.moveIndex32(at, 1) : at + 1) {
         if (at == all.length() || u_isUWhiteSpace(all.char32At(at))) {
             words.add(all.tempSubStringBetween(begin, at));
             begin = at < all.length() ? all.moveIndex32(at, 1) : at;

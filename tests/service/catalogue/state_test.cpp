@@ -45,7 +45,8 @@ TEST_F(State, IsPrivateButForCoversOfThoseWhoMayHaveThem) {
                 EXPECT_EQ(mode_of(state_ / file), "600") << file;
             }
             close();
-            fs::permissions(state_ / "catalogue.db", fs::perms(0644)); // as earlier versions left it
+            fs::permissions(state_ / "catalogue.db",
+                            fs::perms(0644)); // as earlier versions left it
         }
     }
 }

@@ -101,10 +101,7 @@ TEST_F(OnAFaultyDisk, ReadsMusicAsSoonAsItCan) {
         fs::remove(music_ / "new.flac");
         add("old.flac", {{"TITLE", "old"}});
         open();
-        add("new.flac", {{"TITLE", "new"}}, cover);
-        fs::rename(music_ / "new.flac", fs::path(path_) / "new.flac");
-        await([&] { return names("songs") == Names{"old"}; });
-        complaints();
+        add("../new.flac", {{"TITLE", "new"}}, cover); // beside the music for now
         const SongId old = all_songs()[0].id;
 
         begin();

@@ -29,10 +29,18 @@ TEST_F(Roots, OpenWhatLiesBelowThemAlone) {
         bool opened;  // without following links
         bool as_file; // with a link at the end followed, if it stays inside
     } table[] = {
-        {"", true, true},           {"a", true, true},          {"a/b/file", true, true},
-        {"a/link", false, true},    {"a/whole", false, true},   {"folder/b/file", false, true},
-        {"a/out", false, false},    {"away", false, false},     {"away/outside", false, false},
-        {"../outside", false, false}, {"a/../../outside", false, false}, {"none", false, false},
+        {"", true, true},
+        {"a", true, true},
+        {"a/b/file", true, true},
+        {"a/link", false, true},
+        {"a/whole", false, true},
+        {"folder/b/file", false, true},
+        {"a/out", false, false},
+        {"away", false, false},
+        {"away/outside", false, false},
+        {"../outside", false, false},
+        {"a/../../outside", false, false},
+        {"none", false, false},
     };
     for (const auto &[path, opened, as_file] : table) {
         SCOPED_TRACE(path);
