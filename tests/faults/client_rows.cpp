@@ -33,8 +33,7 @@ uint32_t hold(Scene &scene) {
 }
 
 bool open_one(Scene &scene) {
-    MsgClient *client =
-        scene.faulted([] { return msgclient_open("faults.echo", nullptr, 0); });
+    MsgClient *client = scene.faulted([] { return msgclient_open("faults.echo", nullptr, 0); });
     scene.expect(client || errno != 0, "no errno");
     msgclient_close(client);
     return client != nullptr;
@@ -70,8 +69,8 @@ bool put_long(Scene &scene) {
     const std::string text(long_answer, 'y');
     std::string reply(long_answer, '\0');
     const int result = scene.faulted([&] {
-        return msgclient_putget(scene.client(), text.data(), long_answer, reply.data(),
-                                long_answer, nullptr, 0);
+        return msgclient_putget(scene.client(), text.data(), long_answer, reply.data(), long_answer,
+                                nullptr, 0);
     });
     scene.expect(result >= 0 && (result != 0 || reply == text), "another answer");
     return result == 0;
@@ -155,8 +154,8 @@ bool wait_pulse(Scene &scene) {
 
 int serve_echo() {
     MsgServer *server = msgserver_create(1 << 20, 16, MSGSERVER_FLAG_PATH);
-    if (!server || msgserver_add(server, "faults.echo", nullptr, nullptr, 1024, echo, nullptr,
-                                 nullptr) < 0) {
+    if (!server ||
+        msgserver_add(server, "faults.echo", nullptr, nullptr, 1024, echo, nullptr, nullptr) < 0) {
         return 1;
     }
     return msgserver_thread_loop(server);

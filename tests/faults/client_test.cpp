@@ -102,14 +102,13 @@ void play_apart(const Row &row, const Plan &plan) {
 
 // @return whether there was something to fail.
 bool try_one(const Row &row, const Plan &plan) {
-    const bool apart =
-        serves(row) || (row.way == Way::may_abort && plan.kind == Kind::allocation);
+    const bool apart = serves(row) || (row.way == Way::may_abort && plan.kind == Kind::allocation);
     (apart ? play_apart : play)(row, plan);
     if (report->problems[0] == '\0') {
         return report->more;
     }
-    ADD_FAILURE() << row.name << ": " << words_of(plan) << " (" << report->failed << "):"
-                  << report->problems;
+    ADD_FAILURE() << row.name << ": " << words_of(plan) << " (" << report->failed
+                  << "):" << report->problems;
     return report->more;
 }
 
@@ -150,8 +149,8 @@ void Faults::SetUpTestSuite() {
     ASSERT_NE(mkdtemp(directory.data()), nullptr);
     setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
     setenv("XDG_STATE_HOME", (directory + "/state").c_str(), 1);
-    const auto control_file = mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE,
-                                   MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    const auto control_file =
+        mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(control_file, MAP_FAILED);
     report = static_cast<Report *>(control_file);
     for (int i = 0; i < songs_count; ++i) {

@@ -84,8 +84,8 @@ bool get_change(Scene &scene) {
 bool data_set(Scene &scene) {
     Follower follower(scene);
     vantro_event_get(follower.handle);
-    const int result = scene.faulted(
-        [&] { return vantro_event_data_set(follower.handle, &scene); });
+    const int result =
+        scene.faulted([&] { return vantro_event_data_set(follower.handle, &scene); });
     scene.expect(result == 0, "fails");
     follower.picture.drain(scene, follower.handle);
     return result == 0;

@@ -15,6 +15,7 @@
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -56,6 +57,20 @@ bool fails(Kind kind, const char *name, int error) {
 
 bool call_fails(const char *name, const int (&errors)[variants]) {
     return fails(Kind::call, name, errors[shared_control->variant.load(std::memory_order_relaxed)]);
+}
+
+// A call on a file, which counts as one of the disk too.
+bool disk_fails(const char *name, const int (&errors)[variants]) {
+    if (fails(Kind::death, name, EIO)) {
+        kill(getpid(), SIGKILL);
+    }
+    const int32_t variant = shared_control->variant.load(std::memory_order_relaxed);
+    return fails(Kind::disk, name, errors[variant]) || call_fails(name, errors);
+}
+
+bool is_file(int descriptor) {
+    struct stat status;
+    return syscall(SYS_fstat, descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 // What sends and receives is interrupted only where it may wait.
@@ -122,6 +137,13 @@ using namespace vantro::faults;
         REAL(name)                                                                                 \
         static constexpr int errors[variants] = {__VA_ARGS__};                                     \
         return call_fails(#name, errors) ? failure : real arguments;                               \
+    }
+
+#define WRAP_DISK(result, name, parameters, arguments, failure, ...)                               \
+    result name parameters {                                                                       \
+        REAL(name)                                                                                 \
+        static constexpr int errors[variants] = {__VA_ARGS__};                                     \
+        return disk_fails(#name, errors) ? failure : real arguments;                               \
     }
 
 // The same for open() and openat(), which take a mode where they may make a file.
@@ -230,18 +252,30 @@ WRAP_OPEN(openat, (int folder, const char *path, int flags, ...), (folder, path,
 ALSO(open);
 ALSO(openat);
 WRAP(ssize_t, read, (int fd, void *to, size_t size), (fd, to, size), -1, EIO, ENOMEM, EINTR)
-WRAP(ssize_t, pread, (int fd, void *to, size_t size, off_t at), (fd, to, size, at), -1, EIO, ENOMEM)
+WRAP_DISK(ssize_t, pread, (int fd, void *to, size_t size, off_t at), (fd, to, size, at), -1, EIO, ENOMEM)
 WRAP(ssize_t, preadv, (int fd, const iovec *to, int count, off_t at), (fd, to, count, at), -1, EIO, ENOMEM)
-WRAP(ssize_t, write, (int fd, const void *from, size_t size), (fd, from, size), -1, ENOSPC, EIO, EINTR)
+ssize_t write(int fd, const void *from, size_t size) {
+    REAL(write)
+    const bool failed = is_file(fd) ? disk_fails("write", {ENOSPC, EIO, EINTR})
+                                    : call_fails("write", {0, 0, EINTR});
+    return failed ? -1 : real(fd, from, size);
+}
 WRAP(ssize_t, writev, (int fd, const iovec *from, int count), (fd, from, count), -1, ENOSPC, EIO, EINTR)
-WRAP(ssize_t, pwrite, (int fd, const void *from, size_t size, off_t at), (fd, from, size, at), -1, ENOSPC, EIO)
+// Its third failure on the disk is a short write.
+ssize_t pwrite(int fd, const void *from, size_t size, off_t at) {
+    REAL(pwrite)
+    if (shared_control->variant == 2 && fails(Kind::disk, "pwrite", ENOSPC)) {
+        return real(fd, from, size / 2, at);
+    }
+    return disk_fails("pwrite", {ENOSPC, EIO}) ? -1 : real(fd, from, size, at);
+}
 ALSO(pread);
 ALSO(preadv);
 ALSO(pwrite);
-WRAP(int, ftruncate, (int fd, off_t size) noexcept, (fd, size), -1, ENOSPC, EIO, EINTR)
+WRAP_DISK(int, ftruncate, (int fd, off_t size) noexcept, (fd, size), -1, ENOSPC, EIO, EINTR)
 ALSO(ftruncate);
-WRAP(int, fsync, (int fd), (fd), -1, EIO, ENOSPC)
-WRAP(int, fdatasync, (int fd), (fd), -1, EIO, ENOSPC)
+WRAP_DISK(int, fsync, (int fd), (fd), -1, EIO, ENOSPC)
+WRAP_DISK(int, fdatasync, (int fd), (fd), -1, EIO, ENOSPC)
 WRAP(void *, mmap, (void *at, size_t size, int may, int flags, int fd, off_t from) noexcept, (at, size, may, flags, fd, from), MAP_FAILED, ENOMEM, EMFILE)
 ALSO(mmap);
 WRAP(int, fstat, (int fd, struct stat *to) noexcept, (fd, to), -1, EIO, ENOMEM)
@@ -252,10 +286,10 @@ ALSO_STAT(fstat, int, struct stat64 *);
 ALSO_STAT(stat, const char *, struct stat64 *);
 ALSO_STAT(lstat, const char *, struct stat64 *);
 ALSO_STAT(fstatat, int, const char *, struct stat64 *, int);
-WRAP(int, rename, (const char *from, const char *to) noexcept, (from, to), -1, ENOSPC, EIO)
+WRAP_DISK(int, rename, (const char *from, const char *to) noexcept, (from, to), -1, ENOSPC, EIO)
 WRAP(int, mkdirat, (int folder, const char *path, mode_t mode) noexcept, (folder, path, mode), -1, ENOSPC, EIO)
-WRAP(int, unlink, (const char *path) noexcept, (path), -1, EIO)
-WRAP(int, unlinkat, (int folder, const char *path, int flags) noexcept, (folder, path, flags), -1, EIO)
+WRAP_DISK(int, unlink, (const char *path) noexcept, (path), -1, EIO)
+WRAP_DISK(int, unlinkat, (int folder, const char *path, int flags) noexcept, (folder, path, flags), -1, EIO)
 
 WRAP(int, socket, (int family, int type, int protocol) noexcept, (family, type, protocol), -1, EMFILE, ENOMEM)
 WRAP(int, socketpair, (int family, int type, int protocol, int *ends) noexcept, (family, type, protocol, ends), -1, EMFILE, ENOMEM)

@@ -13,7 +13,8 @@
 
 namespace vantro::faults {
 
-enum class Kind : int32_t { none, allocation, call };
+// `disk` is the calls that write or read files, `death` ends the process before such a call.
+enum class Kind : int32_t { none, allocation, call, disk, death };
 
 // A call that can fail in several ways has as many variants; one that has fewer does not fail.
 constexpr int variants = 3;
@@ -21,9 +22,10 @@ constexpr int variants = 3;
 struct Control {
     std::atomic<Kind> kind;
     std::atomic<int32_t> variant;
-    std::atomic<int64_t> nth;    // the first one that fails, counted from 0
-    std::atomic<int64_t> times;  // how many fail; EINTR, which callers may repeat, comes once at most
-    std::atomic<int64_t> seen;   // so far, of that kind and able to fail in that way
+    std::atomic<int64_t> nth; // the first one that fails, counted from 0
+    std::atomic<int64_t>
+        times;                 // how many fail; EINTR, which callers may repeat, comes once at most
+    std::atomic<int64_t> seen; // so far, of that kind and able to fail in that way
     std::atomic<int64_t> failed; // how many were made to fail
     char name[24];               // of the first that failed
 };

@@ -13,7 +13,8 @@ namespace {
 
 char text[] = "text";
 
-// A record as it is packed, the same unpacked, and freed; each may be the call that the row is about.
+// A record as it is packed, the same unpacked, and freed; each may be the call that the row is
+// about.
 enum class Step { pack, unpack, release };
 
 template <typename Record, typename Service, typename Text, typename Pack, typename Unpack>

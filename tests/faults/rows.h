@@ -78,7 +78,7 @@ class Scene {
 enum class Way {
     plain,
     may_abort, // documented: without memory the process ends with abort()
-    serves,    // in a process of its own; a server is never freed, so the row looks for leaks itself
+    serves, // in a process of its own; a server is never freed, so the row looks for leaks itself
     serves_first // the same, and a thread's first call may end the process as the C library does
 };
 

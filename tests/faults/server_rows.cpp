@@ -63,14 +63,14 @@ int32_t respond(MsgOsb *open, MsgContext *context, MsgService *) {
     if (result == ENOMEM) {
         ipc_error(receive_id, ENOMEM);
     }
-    at(Where::release, [&] {
-        return _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open);
-    });
+    at(Where::release,
+       [&] { return _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open); });
     counting() = chosen;
     return 0;
 }
 
-// A request whose answer is longer than its capacity, and the fetch. @return whether both succeeded.
+// A request whose answer is longer than its capacity, and the fetch. @return whether both
+// succeeded.
 bool ask_long(MsgClient *client, uint16_t code) {
     const std::string text(50'000, code ? 'v' : 'w');
     std::string reply(text.size(), '\0');
@@ -180,8 +180,7 @@ void make_another() {
 
 bool create(Scene &scene) {
     make_another();
-    return make(scene,
-                [] { return msgserver_create(100, 1, MSGSERVER_FLAG_PATH) != nullptr; });
+    return make(scene, [] { return msgserver_create(100, 1, MSGSERVER_FLAG_PATH) != nullptr; });
 }
 
 bool add(Scene &scene) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -63,6 +64,7 @@ class Process {
         }
         close(ends[1]);
         output_ = fdopen(ends[0], "r");
+        setvbuf(output_, nullptr, _IONBF, 0); // nothing but the pipe holds output: readable()
     }
 
     // @param prepare runs in the child, before the program.
@@ -93,6 +95,12 @@ class Process {
     pid_t id() const { return pid_; }
     void kill(int number) { ::kill(pid_, number); }
 
+    // Whether there is output, or its end, within the time.
+    bool readable(int ms) const {
+        pollfd output = {fileno(output_), POLLIN, 0};
+        return poll(&output, 1, ms) == 1;
+    }
+
     // The next line without its end; blocks for it. Empty at the end of the output.
     std::string line() {
         std::string text;
@@ -109,6 +117,13 @@ class Process {
             text += static_cast<char>(c);
         }
         return text;
+    }
+
+    // Whether it has ended, and may be waited for.
+    bool ended() const {
+        siginfo_t info = {};
+        return waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               info.si_pid == pid_;
     }
 
     // The exit code, or the signal that ended it, negated.
