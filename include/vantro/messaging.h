@@ -43,7 +43,8 @@
  * none, and for an answer to a put, the reply operations give ENOMEM.
  *
  * Interruptions. A request that a signal interrupts has no answer any more: what its service
- * answers later is not held, and a fetch that was interrupted takes nothing once it is given up.
+ * answers later is not held. A fetch or a registration that was interrupted takes no effect once it
+ * is given up.
  *
  * Fork. A child must not use its parent's clients or servers.
  *
@@ -193,8 +194,9 @@ VANTRO_API int msgclient_putv(MsgClient *client, uint32_t tag, const struct iove
  * @param answer_length receives the answer's length; after MSG_STATUS_QUEUED the capacity needed,
  *                      and the answer is still held.
  * @return the answer's own status, or the result; ENOMSG when no answer has that tag. After EINTR
- *   the answer may be lost; where the server was out of memory, or either side out of descriptors,
- *   it is still held.
+ *   the answer may be lost, and a second fetch may find an older answer of the same tag: ask again
+ *   instead. Where the server was out of memory, or either side out of descriptors, it is still
+ *   held.
  */
 VANTRO_API int msgclient_get(MsgClient *client, uint32_t tag, void *reply, uint32_t reply_length,
                              uint32_t *answer_length, uint16_t code);

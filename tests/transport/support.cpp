@@ -1,8 +1,11 @@
 #include "tests/transport/support.h"
 
+#include <chrono>
 #include <cstring>
+#include <random>
 
 #include <grp.h>
+#include <sched.h>
 
 namespace vantro::test {
 
@@ -43,6 +46,15 @@ int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) {
         context->payload = own_buffer;
         context->payload_size = sizeof own_buffer;
         return 0;
+    case SLOWLY: {
+        thread_local std::minstd_rand random(static_cast<unsigned>(receive_id));
+        const auto end =
+            std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 100);
+        while (std::chrono::steady_clock::now() < end) {
+            sched_yield();
+        }
+        return callout_reply(open, context, 0, payload, length);
+    }
     case LATER:
         script.change([&] { script.held.push_back({open, receive_id, header.tag}); });
         return 0;

@@ -31,6 +31,7 @@ enum Code : uint16_t {
     FILL,     // Payload: a length and a status; answers with them.
     CAPACITY, // Answers with the capacity of the receive buffer.
     MOVE,     // As ECHO, and payloads go to a buffer of the service's from now on.
+    SLOWLY,   // As ECHO, after up to a tenth of a millisecond of work.
     LATER,    // A put: answered by whoever takes it out of `held`.
     BLOCK     // Waits for `unblock`; then as ECHO. An open with this code waits too.
 };

@@ -47,8 +47,8 @@ int exchange(const MsgClient &client, TransportHeader *header, const iovec *send
         }
         // A held answer goes out of the server's hands with its fetch.
         const auto send_for = header->kind == MSG_KIND_GET ? ipc_fetch : ipc_send_counted;
-        status = send_for(client.connection, out.data(), out.count(), in.data(), in.count(),
-                          &bytes);
+        status =
+            send_for(client.connection, out.data(), out.count(), in.data(), in.count(), &bytes);
     }
     if (received) {
         *received = static_cast<uint32_t>(bytes - std::min(bytes, sizeof *header));

@@ -251,6 +251,11 @@ void dispatch_notify(const Dispatch &now, MsgOsb *open) {
     if (payload_received(*now.context) < event_bytes) {
         return now.refuse(EINVAL);
     }
+    if (!ipc_waiting(now.receive_id())) {
+        // Its client gave it up and may have registered again, which another thread has handled:
+        // the newer registration must stay.
+        return now.refuse(ECANCELED);
+    }
     const auto wanted = static_cast<int32_t>(now.context->header->reply_length);
     open->queue_limit = std::min(std::max(wanted, 1), now.server->queue_max);
     std::memcpy(&open->event, now.context->payload, sizeof open->event);

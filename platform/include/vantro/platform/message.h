@@ -182,13 +182,12 @@ VANTRO_PLATFORM_API int ipc_send_counted(int connection, const struct iovec *sen
                                          size_t *received);
 
 /**
- * ipc_send_counted() for an answer that the server gives only once. Where the reply may be a large one, a
- * descriptor is kept free for it from before anything is sent until it has arrived, so that EMFILE
- * is given before the server is asked.
+ * ipc_send_counted() for an answer that the server gives only once. Where the reply may be a large
+ * one, a descriptor is kept free for it from before anything is sent until it has arrived, so that
+ * EMFILE is given before the server is asked.
  */
 VANTRO_PLATFORM_API int ipc_fetch(int connection, const struct iovec *send, int send_count,
-                                  const struct iovec *reply, int reply_count,
-                                  size_t *received);
+                                  const struct iovec *reply, int reply_count, size_t *received);
 
 /**
  * Lets the server behind a connection deliver events to one pulse connection of this process; to be
