@@ -110,7 +110,7 @@ void ObjectDirectory::remove() {
     ::unlinkat(directory_.get(), ring_name, 0);
     ::unlinkat(directory_.get(), lock_name, 0);
     // Stays where the next publisher is in it already.
-    if (const Place place = find_place(path_)) {
+    if (const Place place = find_place(path_, RuntimeRoot::own)) {
         ::unlinkat(place.directory.get(), place.name.c_str(), AT_REMOVEDIR);
     }
 }

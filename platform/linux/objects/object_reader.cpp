@@ -38,7 +38,12 @@ std::unique_ptr<ObjectReader> refuse(int error) {
 } // namespace
 
 std::unique_ptr<ObjectReader> ObjectReader::open(std::string_view relative) {
-    const Place place = find_place(relative);
+    return open_in_either([relative](RuntimeRoot root) { return open_below(root, relative); });
+}
+
+std::unique_ptr<ObjectReader> ObjectReader::open_below(RuntimeRoot root,
+                                                       std::string_view relative) {
+    const Place place = find_place(relative, root);
     if (!place) {
         return nullptr;
     }

@@ -23,6 +23,7 @@
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/objects/notification.h"
 #include "platform/linux/objects/ring.h"
+#include "platform/linux/runtime/runtime_directory.h"
 
 namespace vantro::platform {
 
@@ -50,6 +51,7 @@ class ObjectReader {
     ObjectReader *next = nullptr; // in the list of all, under the table's lock
 
   private:
+    static std::unique_ptr<ObjectReader> open_below(RuntimeRoot root, std::string_view relative);
     enum class Got { change, nothing, again, gone, corrupt };
 
     bool quiet() const;

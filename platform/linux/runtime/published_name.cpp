@@ -133,8 +133,8 @@ void PublishedName::forget() {
     directory_.reset();
 }
 
-UniqueFd connect_to_name(std::string_view path) {
-    const Place place = find_place(path);
+static UniqueFd connect_below(RuntimeRoot root, std::string_view path) {
+    const Place place = find_place(path, root);
     if (!place) {
         return UniqueFd();
     }
@@ -160,6 +160,10 @@ UniqueFd connect_to_name(std::string_view path) {
         socket.reset();
     }
     return socket;
+}
+
+UniqueFd connect_to_name(std::string_view path) {
+    return open_in_either([path](RuntimeRoot root) { return connect_below(root, path); });
 }
 
 } // namespace vantro::platform

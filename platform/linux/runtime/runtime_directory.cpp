@@ -51,22 +51,28 @@ UniqueFd open_part(int parent, const std::string &part, bool make) {
     return UniqueFd(::openat(parent, part.c_str(), O_PATH | directory_flags));
 }
 
-UniqueFd open_root(bool make) {
-    const UniqueFd user = open_user_runtime();
-    if (user) {
-        UniqueFd root = open_part(user.get(), "vantro", make);
-        if (root || make || errno != ENOENT) {
-            return root;
-        }
-    } else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) {
-        return UniqueFd(); // It may well be there, and the system's would be another place.
-    }
+UniqueFd open_system_root(bool make) {
     UniqueFd root(::open(system_directory, O_PATH | directory_flags));
     if (!root && errno == ENOENT && make) {
         const UniqueFd run(::open("/run", O_PATH | directory_flags));
         return run ? open_part(run.get(), "vantro", true) : UniqueFd();
     }
     return root;
+}
+
+UniqueFd open_root(RuntimeRoot root, bool make) {
+    if (root == RuntimeRoot::system) {
+        return open_system_root(make);
+    }
+    const UniqueFd user = open_user_runtime();
+    if (user) {
+        return open_part(user.get(), "vantro", make);
+    }
+    if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) {
+        return UniqueFd(); // It may well be there, and the system's would be another place.
+    }
+    errno = ENOENT;
+    return root == RuntimeRoot::own ? open_system_root(make) : UniqueFd();
 }
 
 // A link or a file where a directory should be is no such name, and says no more than that.
@@ -76,7 +82,7 @@ void tell_as_missing() {
     }
 }
 
-Place walk(std::string_view path, bool make) {
+Place walk(std::string_view path, RuntimeRoot root, bool make) {
     if (path.size() > PLATFORM_PATH_MAX) {
         errno = ENAMETOOLONG;
         return {};
@@ -94,7 +100,7 @@ Place walk(std::string_view path, bool make) {
             return {};
         }
         if (!directory) {
-            directory = open_root(make);
+            directory = open_root(root, make);
             if (!directory) {
                 tell_as_missing();
                 return {};
@@ -114,12 +120,12 @@ Place walk(std::string_view path, bool make) {
 
 } // namespace
 
-Place find_place(std::string_view path) {
-    return walk(path, false);
+Place find_place(std::string_view path, RuntimeRoot root) {
+    return walk(path, root, false);
 }
 
 Place make_place(std::string_view path) {
-    return walk(path, true);
+    return walk(path, RuntimeRoot::own, true);
 }
 
 std::string descriptor_path(int fd, std::string_view name) {

@@ -1,6 +1,7 @@
 #ifndef VANTRO_PLATFORM_LINUX_RUNTIME_RUNTIME_DIRECTORY_H
 #define VANTRO_PLATFORM_LINUX_RUNTIME_RUNTIME_DIRECTORY_H
 
+#include <cerrno>
 #include <string>
 #include <string_view>
 
@@ -16,12 +17,34 @@ struct Place {
     explicit operator bool() const { return static_cast<bool>(directory); }
 };
 
-// Finds the directory of a relative path below the runtime directory, without following a link.
+enum class RuntimeRoot {
+    user,   // the user's own runtime directory
+    system, // the system's
+    own     // where this process publishes: the user's where there is one, else the system's
+};
+
+// Finds the directory of a relative path below a runtime directory, without following a link.
 // @return an empty place with errno: ENOENT, ENAMETOOLONG, or the host's.
-Place find_place(std::string_view path);
+Place find_place(std::string_view path, RuntimeRoot root);
 
 // The same for publishing: makes the directories that are missing.
 Place make_place(std::string_view path);
+
+// Opens what a path names in the user's directory, and in the system's where it is not, or is what
+// a dead process left. `open` takes the root; its result is empty, with errno, where it fails. The
+// errno is the user's directory's where neither has it.
+template <typename Open>
+auto open_in_either(Open open) {
+    auto opened = open(RuntimeRoot::user);
+    if (!opened && (errno == ENOENT || errno == ECONNREFUSED)) {
+        const int error = errno;
+        opened = open(RuntimeRoot::system);
+        if (!opened && errno == ENOENT) {
+            errno = error;
+        }
+    }
+    return opened;
+}
 
 // The path that names a descriptor, for calls that take paths only.
 std::string descriptor_path(int fd, std::string_view name = {});

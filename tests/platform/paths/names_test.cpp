@@ -94,6 +94,58 @@ TEST(Names, AnUnsafeRuntimeDirectoryIsNotTrusted) {
     global_name_close(connection);
 }
 
+// What a service of the user's own left, folders, dead names and rings, hides no service of the
+// system's.
+TEST(Names, EachNameIsLookedUpInBothDirectories) {
+    const std::string name = "csm/test/" + std::to_string(getpid());
+    const int channel = channel_create(0);
+    struct path_dispatch *dispatch = path_dispatch_create(channel, 0);
+    unsetenv("XDG_RUNTIME_DIR");
+    if (!global_name_attach(dispatch, name.c_str(), 0)) {
+        path_dispatch_destroy(dispatch);
+        channel_destroy(channel);
+        GTEST_SKIP() << "/run/vantro: " << strerror(errno);
+    }
+    std::thread serving([channel] {
+        char buffer[16];
+        const struct iovec part = {buffer, sizeof buffer};
+        for (int id = 0; id >= 0; id = ipc_receive(channel, &part, 1, nullptr)) {
+            if (id > 0) {
+                ipc_reply(id, 4, buffer, 4);
+            }
+        }
+    });
+    const RuntimeDirectory runtime;
+    const auto is_found = [&name] {
+        const int connection = global_name_open(name.c_str(), 0);
+        if (connection < 0) {
+            return false;
+        }
+        const bool served = is_served(connection);
+        global_name_close(connection);
+        return served;
+    };
+    EXPECT_TRUE(is_found()) << "the user has no directory";
+    const int own = channel_create(0);
+    struct path_dispatch *const own_dispatch = path_dispatch_create(own, 0);
+    ASSERT_NE(global_name_attach(own_dispatch, "csm/test/other", 0), nullptr);
+    EXPECT_TRUE(is_found()) << "another name of the user's";
+    const pid_t dead = in_child([&] {
+        struct path_dispatch *const copy = path_dispatch_create(channel_create(0), 0);
+        _exit(global_name_attach(copy, name.c_str(), 0) ? 7 : 1);
+    });
+    EXPECT_EQ(WEXITSTATUS(exit_status(dead)), 7);
+    EXPECT_TRUE(std::filesystem::exists(runtime.path() + "/vantro/name/" + name));
+    EXPECT_TRUE(is_found()) << "a name that nobody holds any more";
+    channel_destroy(channel);
+    serving.join();
+    EXPECT_FALSE(is_found());
+    EXPECT_EQ(errno, ECONNREFUSED) << "the user's own comes first";
+    channel_destroy(own);
+    path_dispatch_destroy(own_dispatch);
+    path_dispatch_destroy(dispatch);
+}
+
 // A path server whose write handler counts the capital letters, and whose read gives text.
 class PathServer {
   public:

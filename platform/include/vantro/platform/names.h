@@ -2,12 +2,12 @@
  * Global names: how a client finds a channel of another process.
  *
  * A name is one to several parts joined by "/", the last of which does not end in ".lock". Names
- * live below the runtime directory: "$XDG_RUNTIME_DIR/vantro" where that variable is set and its
+ * live below a runtime directory: "$XDG_RUNTIME_DIR/vantro" where that variable is set and its
  * directory belongs to the effective user and nobody else may write it, else "/run/vantro". Names
- * are published there. A look-up
- * goes to the same place, and to "/run/vantro" only where "$XDG_RUNTIME_DIR/vantro" does not
- * exist: an application finds the user's own service before the system's. A program that runs
- * with raised privileges ignores the variable.
+ * are published there. A look-up goes to the same place first, and to "/run/vantro" for each name
+ * that is not there or whose holder has died: an application finds the user's own service before
+ * the system's. Paths and objects are found in the same way. A program that runs with raised
+ * privileges ignores the variable.
  *
  * A name is held for as long as its channel lives. When the holder dies, however it dies, the
  * name is free for the next.
