@@ -78,6 +78,8 @@ std::string Server::run(int threads, const std::function<void()> &ready) {
         for (int i = 0; i <= threads; ++i) {
             running.emplace_back([] { msgserver_thread_loop(the_server); });
         }
+        // May be held up by what a client sent, and then must not hold up the end of the process.
+        std::thread([channel = the_server->channel] { ipc_lend_closing_thread(channel); }).detach();
         ready();
     } catch (const std::exception &error) {
         failure = fmt::format("cannot start {} threads: {}", threads, error.what());

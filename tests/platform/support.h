@@ -161,7 +161,7 @@ class RawClient {
         struct iovec part = {&record, sizeof record};
         platform::Arrival arrival;
         platform::receive_packet(control.get(), &part, 1, 0, arrival);
-        return std::move(arrival.descriptor);
+        return UniqueFd(arrival.descriptor.release());
     }
     // Whether the server has ended the connection; waits for it.
     bool is_cut_off() {

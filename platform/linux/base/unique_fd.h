@@ -14,28 +14,31 @@ inline void close_descriptor(int fd) {
     }
 }
 
-// Owns a descriptor.
-class UniqueFd {
+// Owns a descriptor, which `Close` closes.
+template <void (*Close)(int)>
+class OwnedFd {
   public:
-    UniqueFd() = default;
-    explicit UniqueFd(int fd) : fd_(fd) {}
-    UniqueFd(UniqueFd &&other) noexcept : fd_(other.release()) {}
-    UniqueFd &operator=(UniqueFd &&other) noexcept {
+    OwnedFd() = default;
+    explicit OwnedFd(int fd) : fd_(fd) {}
+    OwnedFd(OwnedFd &&other) noexcept : fd_(other.release()) {}
+    OwnedFd &operator=(OwnedFd &&other) noexcept {
         if (this != &other) {
             reset(other.release());
         }
         return *this;
     }
-    ~UniqueFd() { reset(); }
+    ~OwnedFd() { reset(); }
 
     int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
     int release() { return std::exchange(fd_, -1); }
-    void reset(int fd = -1) { close_descriptor(std::exchange(fd_, fd)); }
+    void reset(int fd = -1) { Close(std::exchange(fd_, fd)); }
 
   private:
     int fd_ = -1;
 };
+
+using UniqueFd = OwnedFd<close_descriptor>;
 
 } // namespace vantro::platform
 

@@ -87,7 +87,7 @@ bool take_servers_pulse(Channel &channel, uint32_t id, struct ipc_pulse &pulse) 
         return std::find_if(channel.pulse_ends.begin(), channel.pulse_ends.end(),
                             [id](const PulseEnd &end) { return end.id == id; });
     };
-    std::shared_ptr<UniqueFd> socket;
+    std::shared_ptr<ForeignFd> socket;
     {
         const std::lock_guard guard(server.lock);
         const auto end = find();
@@ -222,6 +222,7 @@ int channel_destroy(int number) {
     for (auto &listener : channel->listeners) {
         listener->name.withdraw();
     }
+    wake_lent_threads();
     // Semaphore counts are taken one at a time: enough for every thread that may wait here.
     const uint64_t all_threads = INT_MAX;
     [[maybe_unused]] const ssize_t written =
@@ -322,6 +323,7 @@ int listen_on(int number, const std::string &place, int attachment) {
     if (!listener->socket) {
         return -1;
     }
+    refuse_descriptors(listener->socket.get());
     const std::lock_guard guard(server.lock);
     struct epoll_event event = {};
     event.events = EPOLLIN;

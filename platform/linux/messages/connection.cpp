@@ -225,7 +225,7 @@ int Connection::await_control_reply() {
     }
     if (received == sizeof record && owed.kind == control_lane_request &&
         record.kind == control_lane_granted) {
-        error = arrival.descriptor ? take_granted_lane(std::move(arrival.descriptor)) : EMFILE;
+        error = arrival.descriptor ? take_granted_lane(arrival.descriptor.release()) : EMFILE;
     } else if (received == sizeof record && owed.kind == control_pulse_request &&
                record.kind == control_pulse_granted && record.value == owed.value) {
         error = arrival.descriptor
@@ -238,10 +238,10 @@ int Connection::await_control_reply() {
     return error;
 }
 
-int Connection::take_granted_lane(UniqueFd lane) {
+int Connection::take_granted_lane(int lane) {
     const std::scoped_lock guard(Connections::instance().lock, lock_);
-    lanes_[static_cast<size_t>(lane_count_++)] = lane.get();
-    idle_[static_cast<size_t>(idle_count_++)] = lane.release();
+    lanes_[static_cast<size_t>(lane_count_++)] = lane;
+    idle_[static_cast<size_t>(idle_count_++)] = lane;
     return 0;
 }
 

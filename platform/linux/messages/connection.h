@@ -62,7 +62,7 @@ class Connection {
     // One request and its answer on the control socket. @return 0 or an error number.
     int request_control(const ControlRecord &request);
     int await_control_reply();
-    int take_granted_lane(UniqueFd lane);
+    int take_granted_lane(int lane);
 
     int exchange_on_lane(int lane, PartList &send, PartList &reply, size_t &received,
                          bool &lane_is_good);
@@ -98,7 +98,7 @@ struct Connections {
 
 // pulse.cpp: takes the end on which a server's pulses arrive, for a pulse connection of this
 // process. @return 0 or an error number: ECONNRESET for what is no such end.
-int adopt_pulse_end(int number, const Connection &server, UniqueFd socket);
+int adopt_pulse_end(int number, const Connection &server, ForeignFd socket);
 
 } // namespace vantro::platform
 

@@ -79,8 +79,9 @@ int Connection::exchange_on_lane(int lane, PartList &send, PartList &reply, size
             mark_dead();
             return fail(ECONNRESET);
         }
-        const ssize_t length = read_memory_file(arrival.descriptor.get(), 0, reply.callers(),
-                                                reply.count(), frame.length);
+        const UniqueFd file(arrival.descriptor.release()); // its close never waits
+        const ssize_t length =
+            read_memory_file(file.get(), 0, reply.callers(), reply.count(), frame.length);
         if (length < 0) {
             return -1;
         }

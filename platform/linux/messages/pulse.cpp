@@ -139,10 +139,11 @@ static int add_pulse_end(Channel &channel, PulseEnd end) {
     return 0;
 }
 
-int adopt_pulse_end(int number, const Connection &server_connection, UniqueFd socket) {
+int adopt_pulse_end(int number, const Connection &server_connection, ForeignFd socket) {
     if (const int error = check_packet_socket(socket.get()); error != 0) {
         return error;
     }
+    refuse_descriptors(socket.get());
     PulseConnections &connections = PulseConnections::instance();
     const std::lock_guard guard(connections.lock);
     const auto found = connections.table.find(number);
@@ -158,7 +159,7 @@ int adopt_pulse_end(int number, const Connection &server_connection, UniqueFd so
     try {
         return add_pulse_end(*channel->second,
                              {number, &server_connection, ++server.last_incarnation,
-                              std::make_shared<UniqueFd>(std::move(socket))});
+                              std::make_shared<ForeignFd>(std::move(socket))});
     } catch (const std::bad_alloc &) {
         return ENOMEM;
     }

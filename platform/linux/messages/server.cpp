@@ -58,6 +58,7 @@ void after_fork_in_child() {
 
 Server &Server::instance() {
     static Server *const server = [] {
+        wake_lent_threads(); // makes the queue, whose lock a fork takes after this one
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
         return new Server;
     }();
@@ -105,7 +106,7 @@ void Server::unpin(uint32_t serial, int lane) {
     PinnedFd &socket = lane < 0 ? client.control : client.lanes[static_cast<size_t>(lane)].socket;
     --client.pins;
     if (--socket.pins == 0 && socket.closing) {
-        close_descriptor(socket.fd);
+        close_client_socket(socket.fd);
         socket = PinnedFd();
     }
     erase_if_finished(client);
@@ -121,7 +122,7 @@ void Server::close_socket(Client &client, PinnedFd &socket) {
         socket.closing = true;
         return;
     }
-    close_descriptor(socket.fd);
+    close_client_socket(socket.fd);
     socket = PinnedFd();
 }
 

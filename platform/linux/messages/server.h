@@ -9,7 +9,8 @@
 //  - Several threads share one epoll set. Between a thread's event and its receive another thread
 //    may close the socket, and the number may be given to someone else: so a thread pins a socket
 //    (`PinnedFd`) under the lock before it touches it, and a pinned socket is closed by whoever
-//    takes the last pin away. Events name lanes and clients by numbers that are never reused.
+//    takes the last pin away. None is closed but by close_client_socket(), which does not wait.
+//    Events name lanes and clients by numbers that are never reused.
 //  - A client that is gone stays in the table until its disconnect pulse was received and its id
 //    was detached; the pulse waits until every message received from it is answered, or the
 //    thread that received it is back in receive (`dispatching`), so that a server which sweeps at
@@ -20,6 +21,7 @@
 #include <sys/epoll.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <memory>
@@ -36,7 +38,7 @@
 
 namespace vantro::platform {
 
-// A socket that threads use without the lock.
+// A client's socket that threads use without the lock.
 struct PinnedFd {
     int fd = -1;
     int pins = 0;
@@ -107,7 +109,7 @@ struct PulseEnd {
     int number = 0;                     // of the pulse connection
     const Connection *server = nullptr; // to tell ends apart only; it may be gone
     uint32_t id = 0;
-    std::shared_ptr<UniqueFd> socket; // threads receive on it without the lock
+    std::shared_ptr<ForeignFd> socket; // threads receive on it without the lock
 };
 
 // Descriptors of a channel are closed with the last reference: receiving threads hold one.
@@ -125,7 +127,7 @@ struct Channel {
     uint32_t last_pulse = 0;
     std::vector<std::unique_ptr<Listener>> listeners;
     int client_count = 0;
-    bool destroyed = false;
+    std::atomic<bool> destroyed = false; // set with the lock held
 };
 
 // What an event of a channel's epoll set is about; fits its 64 bits of data.

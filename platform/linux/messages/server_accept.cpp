@@ -33,7 +33,7 @@ class Reserve {
             return;
         }
         spare_.reset();
-        const UniqueFd client(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
+        const ClientSocket client(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
         if (client) {
             ControlRecord refusal{control_refused, EAGAIN};
             const struct iovec part = {&refusal, sizeof refusal};
@@ -105,7 +105,7 @@ int free_lane_index(Client &client) {
 }
 
 // Takes the near end of a new lane; the lock is held. @return 0 or an error number.
-int add_lane(Client &client, UniqueFd near_end, uint32_t incarnation) {
+int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation) {
     if (client.gone) {
         return ECONNRESET;
     }
@@ -142,7 +142,7 @@ bool grant_lane(uint32_t serial, int control) {
     if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
         error = descriptor_error(errno);
     } else {
-        UniqueFd near_end(ends[0]);
+        ClientSocket near_end(ends[0]);
         far_end.reset(ends[1]);
         const std::lock_guard guard(server.lock);
         error =
@@ -188,7 +188,7 @@ void accept_client(Channel &channel, uint16_t listener) {
     uint32_t serial;
     try {
         Reserve &spare = reserve();
-        UniqueFd socket(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        ClientSocket socket(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!socket) {
             if (errno == EMFILE || errno == ENFILE) {
                 spare.turn_away(listening);

@@ -33,7 +33,8 @@ struct Packet {
 
 Verdict judge(const Packet &packet) {
     const Frame &frame = packet.frame;
-    if (frame.flags & ~uint32_t{frame_memory_file} || frame.length > IPC_MESSAGE_MAX) {
+    if (frame.flags & ~uint32_t{frame_memory_file} || frame.length > IPC_MESSAGE_MAX ||
+        packet.arrival.too_many) {
         return Verdict::misconduct;
     }
     if (!(frame.flags & frame_memory_file)) {
@@ -65,7 +66,7 @@ int keep(Packet &packet, const PartList &list, const struct iovec *parts,
                                  packet.frame.length) < 0) {
                 return EIO;
             }
-            message->file = std::move(packet.arrival.descriptor);
+            message->file.reset(packet.arrival.descriptor.release()); // its close never waits
         } else {
             message->bytes.reset(new char[packet.frame.length]);
             const size_t fitted =

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "platform/portable/guards.h"
 
@@ -23,10 +24,11 @@ constexpr int parts_max = IOV_MAX - 2;
 
 constexpr int memory_file_seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 
-// Room for the one descriptor that a packet may carry.
+// Room for descriptors beside a packet.
+template <int Count>
 union ControlBuffer {
     struct cmsghdr align;
-    char bytes[CMSG_SPACE(sizeof(int))];
+    char bytes[CMSG_SPACE(sizeof(int) * Count)];
 };
 
 // Advances a vector past bytes that are done.
@@ -89,8 +91,9 @@ ssize_t send_packet(int socket, const struct iovec *parts, int count, int descri
     struct msghdr message = {};
     message.msg_iov = const_cast<struct iovec *>(parts);
     message.msg_iovlen = static_cast<size_t>(count);
-    ControlBuffer control = {}; // its padding is sent, too
+    ControlBuffer<1> control;
     if (descriptor >= 0) {
+        std::memset(control.bytes, 0, sizeof control.bytes); // its padding is sent too
         message.msg_control = control.bytes;
         message.msg_controllen = sizeof control.bytes;
         struct cmsghdr *header = CMSG_FIRSTHDR(&message);
@@ -106,23 +109,20 @@ ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Ar
     struct msghdr message = {};
     message.msg_iov = parts;
     message.msg_iovlen = static_cast<size_t>(count);
-    ControlBuffer control;
+    ControlBuffer<packet_descriptors_max> control;
     message.msg_control = control.bytes;
-    // Not the whole buffer: its padding would take a second descriptor.
-    message.msg_controllen = CMSG_LEN(sizeof(int));
+    message.msg_controllen = sizeof control.bytes;
     const ssize_t received = ::recvmsg(socket, &message, flags | MSG_CMSG_CLOEXEC);
     if (received < 0) {
         return -1;
     }
-    for (struct cmsghdr *header = CMSG_FIRSTHDR(&message); header;
-         header = CMSG_NXTHDR(&message, header)) {
-        if (header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_RIGHTS &&
-            header->cmsg_len >= CMSG_LEN(sizeof(int))) {
-            int descriptor;
-            std::memcpy(&descriptor, CMSG_DATA(header), sizeof descriptor);
-            arrival.descriptor.reset(descriptor);
+    for_each_descriptor(message, [&arrival](int descriptor) {
+        ForeignFd next(descriptor);
+        arrival.too_many = static_cast<bool>(arrival.descriptor);
+        if (!arrival.too_many) {
+            arrival.descriptor = std::move(next);
         }
-    }
+    });
     arrival.descriptor_lost = !arrival.descriptor && (message.msg_flags & MSG_CTRUNC);
     return received;
 }

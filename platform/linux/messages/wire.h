@@ -3,15 +3,18 @@
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_WIRE_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_WIRE_H
 
+#include <sys/socket.h>
 #include <sys/uio.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 
 #include <vantro/platform/limits.h>
 
 #include "platform/linux/base/unique_fd.h"
+#include "platform/linux/messages/foreign_fd.h"
 
 namespace vantro::platform {
 
@@ -80,14 +83,32 @@ class PartList {
 
 // What came with a packet.
 struct Arrival {
-    UniqueFd descriptor;
+    ForeignFd descriptor;
     bool descriptor_lost = false; // this process had no descriptor free for it
+    bool too_many = false;        // there were more, which are closed
 };
+
+// Calls a function for each descriptor that came with a message.
+template <typename Function>
+void for_each_descriptor(struct msghdr &message, Function function) {
+    for (struct cmsghdr *header = CMSG_FIRSTHDR(&message); header;
+         header = CMSG_NXTHDR(&message, header)) {
+        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) {
+            continue;
+        }
+        for (size_t at = CMSG_LEN(0); at + sizeof(int) <= header->cmsg_len; at += sizeof(int)) {
+            int descriptor;
+            std::memcpy(&descriptor, reinterpret_cast<const char *>(header) + at,
+                        sizeof descriptor);
+            function(descriptor);
+        }
+    }
+}
 
 // One packet out. @return bytes sent, or -1 with errno. Never raises SIGPIPE.
 ssize_t send_packet(int socket, const struct iovec *parts, int count, int descriptor, int flags);
 
-// One packet in; descriptors beyond one are closed. @return bytes, 0 at the end, or -1.
+// One packet in. @return bytes, 0 at the end, or -1.
 ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Arrival &arrival);
 
 // Whether a descriptor that a server passed is a socket that keeps packets apart. @return 0,

@@ -14,7 +14,8 @@
  *  - No operation raises SIGPIPE, leaks a descriptor into a program that is executed, or changes
  *    the caller's signal mask.
  *  - Nothing that a peer does blocks, crashes or grows this process beyond the limits named in
- *    limits.h. A peer's misconduct costs that peer its connection and nobody else anything.
+ *    limits.h; what remains of blocking is said at ipc_lend_closing_thread(). A peer's misconduct
+ * costs that peer its connection and nobody else anything.
  *  - After fork the connections of the parent are not the child's: every use of one there fails
  *    with EBADF.
  *
@@ -288,6 +289,21 @@ VANTRO_PLATFORM_API int ipc_deliver_event(int receive_id, const struct ipc_event
  * @return 0, or -1: EAGAIN when so many wait already, else as ipc_deliver_event().
  */
 VANTRO_PLATFORM_API int ipc_check_event(int receive_id, const struct ipc_event *event);
+
+/**
+ * Lends the calling thread for closing what clients sent, and their sockets, until the channel is
+ * destroyed. The close of a descriptor can wait for as long as its sender wants: a lingering TCP
+ * socket, a file on a file system that the sender runs. With a thread lent, only that thread waits.
+ * Several may be lent.
+ *
+ * A service that lends none is still safe from lingering sockets that a client sends to it as they
+ * are. What can hold up one of its threads then: a file whose file system waits at its close, and
+ * a socket that lies in the queue of another one that was sent. What can hold up a thread with or
+ * without one lent: a descriptor that the kernel has to close itself, inside a receive, because
+ * the process has no number free for it, which is one reason to keep some free.
+ * @return 0 once the channel is destroyed, or -1: EBADF.
+ */
+VANTRO_PLATFORM_API int ipc_lend_closing_thread(int channel);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,180 @@
+#include "platform/linux/messages/foreign_fd.h"
+
+#include <pthread.h>
+#include <sys/socket.h>
+
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <vector>
+
+#include <vantro/platform/message.h>
+
+#include "platform/linux/base/never_destroyed.h"
+#include "platform/linux/messages/server.h"
+#include "platform/portable/guards.h"
+
+#ifndef SO_PASSRIGHTS
+#define SO_PASSRIGHTS 83
+#endif
+
+namespace vantro::platform {
+
+namespace {
+
+enum class Kind { foreign, client_socket };
+
+// What the lent threads are to close. Its lock is taken last of all.
+struct ClosingQueue {
+    struct Entry {
+        Kind kind;
+        int fd;
+    };
+    std::mutex lock;
+    std::condition_variable changed;
+    std::vector<Entry> waiting;
+    int lent_threads = 0;
+
+    static ClosingQueue &instance();
+};
+
+void before_fork() {
+    ClosingQueue::instance().lock.lock();
+}
+void after_fork_in_parent() {
+    ClosingQueue::instance().lock.unlock();
+}
+// The copies stay open: a child has no lent thread, and must not be held up either.
+void after_fork_in_child() {
+    ClosingQueue &queue = ClosingQueue::instance();
+    queue.waiting.clear();
+    queue.lent_threads = 0;
+    queue.lock.unlock();
+}
+
+ClosingQueue &ClosingQueue::instance() {
+    static auto *const queue = [] {
+        pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+        static Kept<ClosingQueue> kept;
+        return kept.get();
+    }();
+    return *queue;
+}
+
+// @return false where no thread was lent, or the queue finds no memory.
+bool hand_over(Kind kind, int fd) {
+    ClosingQueue &queue = ClosingQueue::instance();
+    const std::lock_guard guard(queue.lock);
+    if (queue.lent_threads == 0) {
+        return false;
+    }
+    try {
+        queue.waiting.push_back({kind, fd});
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+    queue.changed.notify_one();
+    return true;
+}
+
+void close_now(int fd) {
+    const struct linger none = {};
+    ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &none, sizeof none); // fails on what is no socket
+    close_descriptor(fd);
+}
+
+// Takes the descriptors out of a socket's queue.
+void drain(int socket) {
+    // With this every packet, and nothing else, brings a control message: so the end of the queue
+    // is told from a packet without bytes.
+    const int on = 1;
+    ::setsockopt(socket, SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
+    for (;;) {
+        char byte;
+        struct iovec part = {&byte, sizeof byte};
+        union {
+            struct cmsghdr align;
+            char bytes[CMSG_SPACE(sizeof(struct ucred)) +
+                       CMSG_SPACE(sizeof(int) * packet_descriptors_max)];
+        } control;
+        struct msghdr message = {};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control.bytes;
+        message.msg_controllen = sizeof control.bytes;
+        if (::recvmsg(socket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC) < 0 ||
+            message.msg_controllen == 0) {
+            return;
+        }
+        for_each_descriptor(message, close_now);
+    }
+}
+
+void drain_and_close(int socket) {
+    drain(socket);
+    close_now(socket);
+}
+
+void close_entry(const ClosingQueue::Entry &entry) {
+    entry.kind == Kind::foreign ? close_now(entry.fd) : drain_and_close(entry.fd);
+}
+
+} // namespace
+
+void close_foreign(int fd) {
+    if (fd >= 0 && !hand_over(Kind::foreign, fd)) {
+        const KeepErrno keep;
+        close_now(fd);
+    }
+}
+
+void close_client_socket(int fd) {
+    if (fd < 0) {
+        return;
+    }
+    const KeepErrno keep;
+    ::shutdown(fd, SHUT_RDWR); // the client learns it now, and sends no more
+    if (!hand_over(Kind::client_socket, fd)) {
+        drain_and_close(fd);
+    }
+}
+
+void refuse_descriptors(int socket) {
+    const int off = 0;
+    ::setsockopt(socket, SOL_SOCKET, SO_PASSRIGHTS, &off, sizeof off);
+}
+
+void wake_lent_threads() {
+    ClosingQueue &queue = ClosingQueue::instance();
+    const std::lock_guard guard(queue.lock);
+    queue.changed.notify_all();
+}
+
+} // namespace vantro::platform
+
+using namespace vantro::platform;
+
+int ipc_lend_closing_thread(int number) {
+    const CancelDisabled no_cancel;
+    const std::shared_ptr<Channel> channel = Server::instance().find_channel(number);
+    if (!channel) {
+        return fail(EBADF);
+    }
+    ClosingQueue &queue = ClosingQueue::instance();
+    std::unique_lock guard(queue.lock);
+    ++queue.lent_threads;
+    while (!channel->destroyed || !queue.waiting.empty()) {
+        if (queue.waiting.empty()) {
+            queue.changed.wait(guard);
+            continue;
+        }
+        const ClosingQueue::Entry entry = queue.waiting.back();
+        queue.waiting.pop_back();
+        guard.unlock();
+        close_entry(entry);
+        guard.lock();
+    }
+    --queue.lent_threads;
+    return 0;
+}
