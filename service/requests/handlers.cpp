@@ -175,6 +175,7 @@ int32_t handle_open(MsgOsb *open, MsgContext *context, MsgService *) noexcept {
 int32_t handle_close(MsgOsb *open, MsgContext *, MsgService *) noexcept {
     if (const std::optional<Client> client = handling().answers.close(open->index)) {
         handling().limits.give_open(*client);
+        handling().turns.forget(client->connection);
         handling().memory.note(); // with it goes what was held for it
     }
     return 0;

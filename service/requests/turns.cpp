@@ -66,6 +66,11 @@ void Turns::finish() {
     --taken_;
 }
 
+void Turns::forget(int32_t client) noexcept {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    last_.erase(client);
+}
+
 void Turns::stop() {
     std::map<Place, Work> dropped; // goes after the lock
     const std::lock_guard<std::mutex> guard(mutex_);

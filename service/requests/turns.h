@@ -39,6 +39,9 @@ class Turns {
     // After a piece that was begun: does what waits, if anything does, and gives the place up.
     void finish();
 
+    // A client has gone: the next one that has its id is new.
+    void forget(int32_t client) noexcept;
+
     // Drops what waits, and what is left from now on.
     void stop();
 

@@ -54,6 +54,17 @@ TEST(Turns, AClientThatIsNewComesNext) {
     EXPECT_EQ(room.done.substr(6), "abcdabcdabcd");
 }
 
+TEST(Turns, AnIdThatIsUsedAgainIsANewClient) {
+    Room room;
+    for (int i = 0; i < 5; ++i) {
+        room.leave('a');
+    }
+    room.leave('b', 2);
+    room.turns.forget('a');
+    room.leave('a', 1);
+    EXPECT_EQ(room.finish(), "abaabaabaa");
+}
+
 TEST(Turns, APlaceThatBecameFreeIsTakenAtOnce) {
     Turns turns(1);
     EXPECT_TRUE(turns.begin(1));
