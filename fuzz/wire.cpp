@@ -130,7 +130,7 @@ UniqueFd granted_lane(int control) {
     iovec part = {&record, sizeof record};
     require(poll(&readable, 1, 10'000) == 1);
     vantro::platform::receive_packet(control, &part, 1, MSG_DONTWAIT, arrival);
-    return std::move(arrival.descriptor);
+    return UniqueFd(arrival.descriptor.release());
 }
 
 } // namespace
