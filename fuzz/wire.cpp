@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -128,7 +129,11 @@ UniqueFd granted_lane(int control) {
     vantro::platform::ControlRecord record;
     vantro::platform::Arrival arrival;
     iovec part = {&record, sizeof record};
-    require(poll(&readable, 1, 10'000) == 1);
+    int ready = 0;
+    do { // the fuzzing engine's timer interrupts
+        ready = poll(&readable, 1, 10'000);
+    } while (ready < 0 && errno == EINTR);
+    require(ready == 1);
     vantro::platform::receive_packet(control, &part, 1, MSG_DONTWAIT, arrival);
     return UniqueFd(arrival.descriptor.release());
 }
