@@ -421,7 +421,7 @@ TEST(Notification, OpenWaitAndCloseLeaveNothingBehind) {
     pthread_sigmask(SIG_SETMASK, nullptr, &mask_before);
     int descriptors = 0;
     size_t bytes = 0;
-    constexpr int warm_up = 1000;
+    constexpr int warm_up = 100;
     for (int round = 0; round < rounds(10000); ++round) {
         const WakeSignals signals;
         Reader reader;
