@@ -108,21 +108,26 @@ class Interrupting {
         return result;
     }
 
-    std::string opened;
+    std::string opened() const {
+        const std::lock_guard<std::mutex> lock(guard);
+        return opened_;
+    }
 
   private:
     int32_t carry_out(const MsgContext &context) {
         const auto *bytes = static_cast<const char *>(context.payload);
         const std::string name(bytes + 20, context.header->send_length - 20);
         if (bytes[0] == 0) {
-            if (!opened.empty() && opened != name) {
+            if (!opened_.empty() && opened_ != name) {
                 return EBUSY;
             }
-            opened = name;
+            opened_ = name;
             return 0;
         }
-        return std::exchange(opened, opened == name ? "" : opened) == name ? 0 : ENOTCONN;
+        return std::exchange(opened_, opened_ == name ? "" : opened_) == name ? 0 : ENOTCONN;
     }
+
+    std::string opened_; // guarded by `guard`
 
     const pthread_t client = pthread_self();
     std::atomic<Way> next_way{Way::answered};
@@ -156,9 +161,9 @@ TEST_F(Player, AHandleFindsItsWayBackFromAnInterruptedOpenOrClose) {
                 // The call that finds out may be interrupted too.
                 EXPECT_EQ(service.call(way, call, other, name), -1);
                 EXPECT_EQ(service.call(Way::answered, call, other, name), 0);
-                EXPECT_EQ(service.opened, opened);
+                EXPECT_EQ(service.opened(), opened);
                 vantro_disconnect(other);
-                EXPECT_EQ(service.opened, "");
+                EXPECT_EQ(service.opened(), "");
             }
         }
     }
