@@ -361,9 +361,6 @@ TEST(Exchange, AChildHasNoneOfItsParentsConnections) {
 
 // Threads are cancelled at the moment at which messages reach them; each message is answered.
 TEST(Exchange, ACancelledThreadHandsItsMessageOn) {
-#ifdef __arm__
-    GTEST_SKIP() << "hangs under the emulator";
-#endif
     const RuntimeDirectory runtime;
     const ChannelServer server(echo, {}, 0); // its threads come and go here
     std::atomic<bool> done{false};
