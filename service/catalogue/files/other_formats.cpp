@@ -132,8 +132,10 @@ std::optional<OtherAudio> read_au(FileStream &stream) {
     if (width == 0 || audio.sample_rate == 0 || audio.channels == 0) {
         return std::nullopt;
     }
-    audio.duration_ms = ms_of(static_cast<double>(size) /
-                              static_cast<double>(width * audio.channels * audio.sample_rate));
+    // Each of the three is what the file says: their product may not fit 64 bits.
+    const double bytes_a_second = static_cast<double>(width) * static_cast<double>(audio.channels) *
+                                  static_cast<double>(audio.sample_rate);
+    audio.duration_ms = ms_of(static_cast<double>(size) / bytes_a_second);
     return audio;
 }
 
