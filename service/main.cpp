@@ -119,6 +119,20 @@ class Ending {
     std::thread thread_;
 };
 
+// What the catalogue is told, but for what it reports to. Its state directory is empty where none
+// can be told.
+catalogue::StoreOptions store_options(const Options &options) {
+    catalogue::StoreOptions wanted;
+    wanted.state = options.state;
+    if (wanted.state.empty()) {
+        wanted.state = catalogue::default_state_directory();
+    }
+    wanted.music.assign(options.music.begin(), options.music.end());
+    wanted.artwork_readers = {options.readers.uid, options.readers.gid, options.readers.mode};
+    wanted.log = log_line;
+    return wanted;
+}
+
 int serve(const Options &options) {
     if (const std::string error = check_music(options.music); !error.empty()) {
         return fail(error);
@@ -130,36 +144,27 @@ int serve(const Options &options) {
     }
 
     const Ending ending(server); // before any thread starts, which would take the signals
-    std::unique_ptr<vantro::service::catalogue::Store> store;
+    std::unique_ptr<catalogue::Store> store;
     const auto scanned = [&store] {
         const int64_t tracks = store->song_count();
         say(fmt::format("scanned ({} tracks)", tracks));
         log_line(LOG_SEVERITY_INFO, fmt::format("scanned, {} tracks", tracks));
     };
     ScanReport report(options.music.size(), scanned);
-    vantro::service::catalogue::StoreOptions wanted;
-    wanted.state = options.state;
-    if (wanted.state.empty()) {
-        wanted.state = vantro::service::catalogue::default_state_directory();
-    }
+    catalogue::StoreOptions wanted = store_options(options);
     if (wanted.state.empty()) {
         return fail("--state: none is given, and neither XDG_STATE_HOME nor HOME is set");
     }
-    wanted.music.assign(options.music.begin(), options.music.end());
-    wanted.artwork_readers = {options.readers.uid, options.readers.gid, options.readers.mode};
-    wanted.log = log_line;
-    vantro::service::playback::Players *published = nullptr;
+    playback::Players *published = nullptr;
     wanted.changed = [&published](int32_t source) { published->source_changed(source); };
-    wanted.progress = [&report](const vantro::service::catalogue::ScanProgress &progress) {
-        report.note(progress);
-    };
+    wanted.progress = [&report](const catalogue::ScanProgress &progress) { report.note(progress); };
     std::string error;
     store = open_store(std::move(wanted), error);
     if (!store) {
         return fail("--state: " + error);
     }
 
-    vantro::service::playback::Players players(*store, options.players, monotonic_now);
+    playback::Players players(*store, options.players, monotonic_now);
     if (error = players.publish(options.readers, log_line); !error.empty()) {
         return fail(error);
     }

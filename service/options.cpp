@@ -107,6 +107,18 @@ object_readers readers_of(const std::string &perms, const std::string &uid, cons
     return readers;
 }
 
+// The service's permissions in the form that the messaging layer takes.
+std::string permissions_of(const std::string &perms, const std::string &uid,
+                           const std::string &gid) {
+    std::string permissions;
+    for (const auto &[name, value] : {std::pair{"perms", perms}, {"uid", uid}, {"gid", gid}}) {
+        if (!value.empty()) {
+            permissions += fmt::format("{}{}={}", permissions.empty() ? "" : ",", name, value);
+        }
+    }
+    return permissions;
+}
+
 bool refuse(const std::string &what, int &exit_code) {
     fmt::print(stderr, "vantrod: {}\nTry 'vantrod --help'.\n", what);
     exit_code = exit_usage;
@@ -174,12 +186,7 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
         read_number(threads, 10, 1, threads_max, options.threads);
     }
     options.readers = readers_of(perms, uid, gid, !options.capabilities.empty());
-    for (const auto &[name, value] : {std::pair{"perms", perms}, {"uid", uid}, {"gid", gid}}) {
-        if (!value.empty()) {
-            options.permissions +=
-                fmt::format("{}{}={}", options.permissions.empty() ? "" : ",", name, value);
-        }
-    }
+    options.permissions = permissions_of(perms, uid, gid);
     return true;
 }
 

@@ -54,8 +54,8 @@
  * no player open) leaves errno as it was. Otherwise errno says why:
  *  - ENOENT, ECONNREFUSED: nobody publishes for the player.
  *  - ESTALE: the service has stopped publishing, or died. What it published before was reported.
- *    Close the player, or the handle, and begin anew. Of a death vantro_event_wait() learns at
- * once; who never waits learns of it when the next service publishes.
+ *    Close the player, or the handle, and begin again. vantro_event_wait() notices a death at
+ *    once; an application that never waits notices it when the next service publishes.
  *  - EBADMSG: what was published cannot be understood. The next call goes on behind it, unless the
  *    objects' file is corrupt.
  *  - EACCES, EMFILE, ENFILE, ENOMEM, and in vantro_event_wait() also EINTR, ENOSPC: what they

@@ -160,8 +160,12 @@ bool ObjectState::load(std::string_view snapshot, std::string_view object) {
 }
 
 void ObjectState::append(std::string &text, const Objects::value_type &object) {
-    text.append(object_start).append(object.first).append("\n");
+    append_start(text, object);
     append_lines(text, object);
+}
+
+void ObjectState::append_start(std::string &text, const Objects::value_type &object) {
+    text.append(object_start).append(object.first).append("\n");
 }
 
 void ObjectState::append_lines(std::string &text, const Objects::value_type &object) {
@@ -186,7 +190,7 @@ void ObjectState::append_all(std::string &text) const {
     size_t without_birth = objects_.size();
     without_birth -= std::min(without_birth, births_bytes_max / birth_line_size);
     for (const auto *object : in_order_of_change()) {
-        text.append(object_start).append(object->first).append("\n");
+        append_start(text, *object);
         if (without_birth > 0) {
             --without_birth;
         } else {

@@ -72,6 +72,7 @@ class ObjectState {
 
     Outcome apply(const ObjectLine &head, std::string_view lines, uint64_t position);
     static void append(std::string &text, const Objects::value_type &object);
+    static void append_start(std::string &text, const Objects::value_type &object);
     static void append_lines(std::string &text, const Objects::value_type &object);
     std::vector<const Objects::value_type *> in_order_of_change() const;
 

@@ -35,8 +35,8 @@ struct TextStream {
 };
 
 struct Allocator {
-    [[maybe_unused]] static constexpr bool kNeedFree =
-        true; // not read by every release of the writer
+    // Not every release of the writer reads it.
+    [[maybe_unused]] static constexpr bool kNeedFree = true;
     void *Malloc(size_t size) { return size == 0 ? nullptr : ::operator new(size); }
     void *Realloc(void *old, size_t old_size, size_t size) {
         void *const memory = Malloc(size);

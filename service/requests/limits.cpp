@@ -62,20 +62,33 @@ bool descriptors_are_short(uint32_t uid) {
     return static_cast<rlim_t>(lowest) + kept >= limit.rlim_cur;
 }
 
+Limits::Amounts Limits::waiting(size_t bytes) {
+    Amounts amounts = {};
+    amounts[static_cast<size_t>(Limited::waiting_requests)] = 1;
+    amounts[static_cast<size_t>(Limited::waiting_bytes)] = static_cast<int64_t>(bytes);
+    return amounts;
+}
+
 bool Limits::take_open(const Client &client) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    std::unique_lock<std::mutex> lock(mutex_);
     int64_t &opens = opens_[client.connection];
     Amounts wanted = {};
     wanted[static_cast<size_t>(Limited::connections)] = opens == 0 ? 1 : 0;
     wanted[static_cast<size_t>(Limited::opens)] = 1;
-    if (!take(client, wanted)) {
-        if (opens == 0) {
-            opens_.erase(client.connection);
-        }
-        return false;
+    bool first = false;
+    const std::optional<Limited> refused = take(client, wanted, first);
+    if (!refused) {
+        ++opens;
+        return true;
     }
-    ++opens;
-    return true;
+    if (opens == 0) {
+        opens_.erase(client.connection);
+    }
+    lock.unlock();
+    if (first) {
+        log(client, *refused);
+    }
+    return false;
 }
 
 void Limits::give_open(const Client &client) noexcept {
@@ -92,41 +105,38 @@ void Limits::give_open(const Client &client) noexcept {
 }
 
 bool Limits::take_waiting(const Client &client, size_t bytes) {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    Amounts wanted = {};
-    wanted[static_cast<size_t>(Limited::waiting_requests)] = 1;
-    wanted[static_cast<size_t>(Limited::waiting_bytes)] = static_cast<int64_t>(bytes);
-    return take(client, wanted);
+    std::unique_lock<std::mutex> lock(mutex_);
+    bool first = false;
+    const std::optional<Limited> refused = take(client, waiting(bytes), first);
+    lock.unlock();
+    if (refused && first) {
+        log(client, *refused);
+    }
+    return !refused;
 }
 
 void Limits::give_waiting(const Client &client, size_t bytes) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
-    Amounts given = {};
-    given[static_cast<size_t>(Limited::waiting_requests)] = 1;
-    given[static_cast<size_t>(Limited::waiting_bytes)] = static_cast<int64_t>(bytes);
-    give(client, given);
+    give(client, waiting(bytes));
 }
 
-bool Limits::take(const Client &client, const Amounts &wanted) {
+std::optional<Limited> Limits::take(const Client &client, const Amounts &wanted, bool &first) {
     if (!is_limited(client.uid)) {
-        return true;
+        return std::nullopt;
     }
     User &user = users_[client.uid];
     for (size_t i = 0; i < limited_count; ++i) {
         if (wanted[i] > 0 && (user.has[i] + wanted[i] > limits[i].of_one_user ||
                               all_[i] + wanted[i] > limits[i].of_all_users)) {
-            if (!user.logged[i]) {
-                user.logged[i] = true;
-                log(client, static_cast<Limited>(i));
-            }
-            return false;
+            first = !std::exchange(user.logged[i], true);
+            return static_cast<Limited>(i);
         }
     }
     for (size_t i = 0; i < limited_count; ++i) {
         user.has[i] += wanted[i];
         all_[i] += wanted[i];
     }
-    return true;
+    return std::nullopt;
 }
 
 void Limits::give(const Client &client, const Amounts &given) noexcept {
@@ -143,7 +153,7 @@ void Limits::give(const Client &client, const Amounts &given) noexcept {
     }
 }
 
-void Limits::log(const Client &client, Limited what) {
+void Limits::log(const Client &client, Limited what) const {
     const Limit &limit = limit_of(what);
     log_(fmt::format(
         "limit reached: no more {} for user {} ({} for one user, {} for all), asked for "

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
@@ -67,9 +68,13 @@ class Limits {
         std::array<bool, limited_count> logged = {};
     };
 
-    bool take(const Client &client, const Amounts &wanted); // these three with the lock held
-    void give(const Client &client, const Amounts &given) noexcept;
-    void log(const Client &client, Limited what);
+    // What one request of that many bytes that waits amounts to.
+    static Amounts waiting(size_t bytes);
+    // Counts all of what is wanted, or nothing. @return the limit that is in the way, if any is;
+    // `first` says whether for the first time.
+    std::optional<Limited> take(const Client &client, const Amounts &wanted, bool &first);
+    void give(const Client &client, const Amounts &given) noexcept; // these two with the lock held
+    void log(const Client &client, Limited what) const;             // and this one without
 
     const Log log_;
     std::mutex mutex_; // guards all that follows

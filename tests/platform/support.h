@@ -141,6 +141,16 @@ inline bool is_served(int connection) {
            strcmp(reply, "ping") == 0;
 }
 
+// Sends one packet, with a descriptor where one is given.
+inline void send_on(int socket, const void *bytes, size_t length, int descriptor = -1) {
+    const struct iovec part = {const_cast<void *>(bytes), length};
+    platform::send_packet(socket, &part, 1, descriptor, 0);
+}
+
+inline platform::Frame frame(uint32_t length, uint32_t flags = 0) {
+    return {.length = length, .status = 0, .flags = flags, .reserved = 0};
+}
+
 // A client that speaks to the sockets itself, and so can do what the library never would.
 class RawClient {
   public:

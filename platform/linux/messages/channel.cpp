@@ -230,6 +230,22 @@ int channel_destroy(int number) {
     return 0;
 }
 
+// Takes a message off a lane for the calling thread. @return its receive id, or 0 where there is
+// none.
+static int take_message(const Source &source, bool hung_up, PartList &parts,
+                        struct ipc_info *info) {
+    ReceivedMessage message;
+    if (!receive_from_lane(source, hung_up, parts, message)) {
+        return 0;
+    }
+    if (info) {
+        *info = message.info;
+    }
+    current.receive_id = message.receive_id;
+    current.incarnation = message.client_incarnation;
+    return message.receive_id;
+}
+
 int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_info *info) {
     current.release();
     const CancelDisabled cancel;
@@ -271,18 +287,11 @@ int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_inf
         case Source::client_outlet:
             serve_outlet(source, hung_up);
             break;
-        case Source::client_lane: {
-            ReceivedMessage message;
-            if (receive_from_lane(source, hung_up, list, message)) {
-                if (info) {
-                    *info = message.info;
-                }
-                current.receive_id = message.receive_id;
-                current.incarnation = message.client_incarnation;
-                return message.receive_id;
+        case Source::client_lane:
+            if (const int id = take_message(source, hung_up, list, info); id != 0) {
+                return id;
             }
             break;
-        }
         }
         if (pulsed) {
             scatter(list.callers(), list.count(), &pulse, sizeof pulse);

@@ -9,17 +9,15 @@
 //  - The publisher raises `reserved` to a record's end before it writes a byte of it, and
 //    `committed` after the last. So a record that ends at or below `committed` is whole, even if
 //    the publisher died while it wrote the next one.
-//  - Bytes from `reserved - ring_capacity` on are valid; earlier ones may be overwritten at any
-//  time.
+//  - Bytes from `reserved - ring_capacity` on are valid; earlier ones may be overwritten any time.
 //    A reader copies first, and then looks at `reserved`: the copy is good if its position is still
 //    valid.
-//  - `snapshot` is the position of a snapshot record that is not overwritten before there is a
-//  newer
-//    one: a snapshot is due at most `snapshot_distance_max` after the last, and that distance, a
-//    snapshot and a record together fit the ring. A snapshot holds the state of all objects after
-//    the records before it, and the position at which each object was created. From that position a
-//    reader that was overtaken learns that an object has ended even if there is a new one of the
-//    same name.
+//  - `snapshot` is the position of a snapshot record, which is not overwritten before there is a
+//    newer one: a snapshot is due at most `snapshot_distance_max` after the last, and that
+//    distance, a snapshot and a record together fit the ring. A snapshot holds the state of all
+//    objects after the records before it, and the position at which each object was created. From
+//    that position an overtaken reader learns that an object has ended even if there is a new one
+//    of the same name.
 //
 // Every word of the text is stored and loaded atomically, with relaxed order: a reader may copy
 // bytes that are being overwritten, and finds out afterwards.

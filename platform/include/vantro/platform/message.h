@@ -14,8 +14,8 @@
  *  - No operation raises SIGPIPE, leaks a descriptor into a program that is executed, or changes
  *    the caller's signal mask.
  *  - Nothing that a peer does blocks, crashes or grows this process beyond the limits named in
- *    limits.h; what remains of blocking is said at ipc_lend_closing_thread(). A peer's misconduct
- * costs that peer its connection and nobody else anything.
+ *    limits.h; ipc_lend_closing_thread() says what can still block. A peer's misconduct costs that
+ *    peer its connection and nobody else anything.
  *  - After fork the connections of the parent are not the child's: every use of one there fails
  *    with EBADF.
  *
@@ -124,10 +124,10 @@ VANTRO_PLATFORM_API int connect_attach(uint32_t node, int32_t pid, int channel, 
                                        int flags);
 
 /**
- * Releases a pulse connection made by connect_attach(), which ends what servers deliver to it; or,
- * at a server, a connection id whose
- * disconnect pulse was received: until then that id is not given to another client. On a
- * connection id that is still connected, it disconnects that client. Does not block.
+ * Releases a pulse connection made by connect_attach(); servers then deliver nothing to it. Or, at
+ * a server, releases a connection id whose disconnect pulse was received: until then that id is not
+ * given to another client. On a connection id that is still connected, it disconnects that client.
+ * Does not block.
  * @return 0, or -1: EBADF.
  */
 VANTRO_PLATFORM_API int connect_detach(int connection);

@@ -9,15 +9,15 @@
  * What every publisher can rely on
  *  - A change is whole or absent, for every reader, also when the process dies in the middle of it.
  *  - Publishing never waits for a reader, and costs the same whatever the number of readers that
- *    are open and do not wait: copies of the text, and one system call that wakes those who do. A
- * snapshot of all objects is written as well whenever eight times as much was published.
+ *    are open and do not wait: copies of the text, and one system call that wakes those who do.
+ *    Whenever eight times a snapshot's bytes were published, a snapshot of all objects is written.
  *  - A call that fails has published nothing and changed nothing.
  *  - Any thread may call; the calls on one publisher are taken one after the other.
  *
  * What every reader can rely on
  *  - The first reads of a reader give each object that exists, in full and in the order in which
- *    the objects were last published, one a read, as "@name" and
- *    its attributes. From then on each read gives the next change of one object.
+ *    the objects were last published, one a read, as "@name" and its attributes. From then on each
+ *    read gives the next change of one object.
  *  - A reader so slow that the ring went round is given each existing object again, as "#@name"
  *    (truncated) and all its attributes, and "-@name" (deleted) for each that is gone; one that was
  *    deleted and created again meanwhile as "-@name" and then as "+@name" (of publishers with more
@@ -37,13 +37,12 @@
  *    there yet), ECONNREFUSED (the publisher has died and left its ring), EBADMSG (what lies there
  *    is short or corrupt), EACCES (not opened O_RDONLY, or the publisher does not let this user
  *    read), EINVAL (an option other than "delta", or an object name that cannot be),
- *    ENAMETOOLONG, EMFILE, ENFILE, ENOMEM. The object itself need not
- *    exist yet.
+ *    ENAMETOOLONG, EMFILE, ENFILE, ENOMEM. The object itself need not exist yet.
  *  ssize_t n = platform_read(d, buffer, 32767);
- *    gives one change text (change.h) without a NUL behind it, or 0 when there is nothing new,
- * which costs no system call. It never blocks. -1: EMSGSIZE when the text does not fit the buffer
- * (it stays for the next read; 32767 bytes always suffice, and a length of 0
- * only asks whether there is one), ESTALE, EBADMSG, ENOMEM.
+ *    gives one change text (change.h) without a NUL after it, or 0 when there is nothing new, which
+ *    costs no system call. It never blocks. -1: EMSGSIZE when the text does not fit the buffer (it
+ *    stays for the next read; 32767 bytes always suffice, and a length of 0 only asks whether there
+ *    is one), ESTALE, EBADMSG, ENOMEM.
  *  platform_close(d);
  *    no other thread may be in a call on d.
  *  notify_arm(d, ...) (notify.h) tells when there is something to read.
