@@ -40,9 +40,12 @@ struct NoLeakCheck {
 } // namespace
 
 // In place of the libraries' own. They stand in a file of their own, where nothing is compiled into
-// its callers.
+// its callers. pread is defined by its name to the linker: the fortified headers of some compilers
+// define the other one themselves.
 
-extern "C" ssize_t pread(int file, void *bytes, size_t size, off_t offset) {
+extern "C" ssize_t failing_pread(int file, void *bytes, size_t size, off_t offset) asm("pread64");
+
+extern "C" ssize_t failing_pread(int file, void *bytes, size_t size, off_t offset) {
     if (vantro::service::catalogue::music_reads_fail && is_music(file)) {
         errno = EIO;
         return -1;
