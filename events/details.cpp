@@ -11,8 +11,8 @@
 
 #include <vantro/platform/json.h>
 
+#include "events/attribute_parsing.h"
 #include "events/log.h"
-#include "events/values.h"
 
 namespace vantro::events {
 

@@ -13,11 +13,11 @@
 
 #include <vantro/player.h>
 
+#include "events/attribute_parsing.h"
 #include "events/changes.h"
 #include "events/details.h"
 #include "events/log.h"
 #include "events/queue.h"
-#include "events/values.h"
 
 namespace vantro::events {
 

@@ -10,7 +10,7 @@
 #include <fstream>
 #include <string>
 
-#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/files/music_root.h"
 #include "service/catalogue/files/playlist_file.h"
 #include "service/catalogue/files/song_file.h"

@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "platform/linux/messages/connection.h"
-#include "platform/linux/messages/numbers.h"
+#include "platform/linux/messages/ids.h"
 #include "platform/linux/objects/object_reader.h"
 #include "platform/linux/paths/path_dispatch.h"
 #include "platform/linux/runtime/platform_path.h"

@@ -15,11 +15,11 @@
 
 #include "service/catalogue/database/connection_pool.h"
 #include "service/catalogue/database/schema.h"
-#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/files/song_file.h"
 #include "service/catalogue/query/list_cache.h"
 #include "service/catalogue/query/metadata.h"
-#include "service/catalogue/query/view.h"
+#include "service/catalogue/query/source_browser.h"
 #include "service/catalogue/scan/scan_thread.h"
 #include "service/catalogue/state_directory.h"
 #include "service/catalogue/text/names.h"

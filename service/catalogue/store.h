@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "service/catalogue/catalogue.h"
-#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/scan/scan_options.h"
 
 namespace vantro::service::catalogue {

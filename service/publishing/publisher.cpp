@@ -10,7 +10,7 @@
 #include <vantro/platform/log.h>
 
 #include "service/options.h"
-#include "service/publishing/texts.h"
+#include "service/publishing/record_json.h"
 
 namespace vantro::service::publishing {
 

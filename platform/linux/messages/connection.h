@@ -23,7 +23,7 @@
 
 #include "platform/linux/base/interruptible_condition.h"
 #include "platform/linux/base/unique_fd.h"
-#include "platform/linux/messages/numbers.h"
+#include "platform/linux/messages/ids.h"
 #include "platform/linux/messages/wire.h"
 
 namespace vantro::platform {

@@ -6,7 +6,7 @@
 #include <vantro/platform/message.h>
 
 #include "platform/linux/messages/connection.h"
-#include "platform/linux/messages/numbers.h"
+#include "platform/linux/messages/ids.h"
 #include "platform/portable/guards.h"
 
 namespace vantro::platform {

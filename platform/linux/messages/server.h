@@ -32,7 +32,7 @@
 #include <vantro/platform/message.h>
 
 #include "platform/linux/base/unique_fd.h"
-#include "platform/linux/messages/numbers.h"
+#include "platform/linux/messages/ids.h"
 #include "platform/linux/messages/wire.h"
 #include "platform/linux/runtime/published_name.h"
 

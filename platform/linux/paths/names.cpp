@@ -6,7 +6,7 @@
 #include <new>
 
 #include "platform/linux/messages/connection.h"
-#include "platform/linux/messages/numbers.h"
+#include "platform/linux/messages/ids.h"
 #include "platform/linux/paths/path_dispatch.h"
 #include "platform/linux/runtime/published_name.h"
 #include "platform/portable/guards.h"

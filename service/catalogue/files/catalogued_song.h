@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/files/song_file.h"
 
 namespace vantro::service::catalogue {

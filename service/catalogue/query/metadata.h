@@ -8,8 +8,8 @@
 
 #include "service/catalogue/catalogue.h"
 #include "service/catalogue/database/database.h"
-#include "service/catalogue/files/artwork.h"
-#include "service/catalogue/query/view.h"
+#include "service/catalogue/files/artwork_folder.h"
+#include "service/catalogue/query/source_browser.h"
 
 namespace vantro::service::catalogue {
 

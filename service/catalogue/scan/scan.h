@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "service/catalogue/database/writer.h"
-#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/files/music_root.h"
 #include "service/catalogue/scan/scan_options.h"
 #include "service/catalogue/scan/watcher.h"

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "service/catalogue/database/database.h"
-#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/scan/scan.h"
 #include "service/catalogue/scan/scan_options.h"
 #include "service/catalogue/scan/watcher.h"

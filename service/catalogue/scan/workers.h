@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/files/catalogued_song.h"
 #include "service/catalogue/files/file_failure.h"
 #include "service/catalogue/files/music_root.h"

@@ -1,4 +1,4 @@
-#include "service/catalogue/query/view.h"
+#include "service/catalogue/query/source_browser.h"
 
 #include <algorithm>
 

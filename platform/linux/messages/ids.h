@@ -1,7 +1,7 @@
 // The number spaces of the contract, kept apart by their top bits: descriptors of the host lie
 // below all of them, so that no number of one kind is ever taken for one of another.
-#ifndef VANTRO_PLATFORM_LINUX_MESSAGES_NUMBERS_H
-#define VANTRO_PLATFORM_LINUX_MESSAGES_NUMBERS_H
+#ifndef VANTRO_PLATFORM_LINUX_MESSAGES_IDS_H
+#define VANTRO_PLATFORM_LINUX_MESSAGES_IDS_H
 
 #include <cstdint>
 

@@ -1,4 +1,4 @@
-#include "service/publishing/texts.h"
+#include "service/publishing/record_json.h"
 
 #include <algorithm>
 #include <cstdint>

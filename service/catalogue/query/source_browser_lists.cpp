@@ -1,5 +1,5 @@
 // The part of View that makes the lists of nodes and songs.
-#include "service/catalogue/query/view.h"
+#include "service/catalogue/query/source_browser.h"
 
 #include <algorithm>
 #include <unordered_set>

@@ -1,4 +1,4 @@
-#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/artwork_folder.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,6 +1,6 @@
 // One source as it is at one moment: its tree, its lists, its searches. Lives within a transaction.
-#ifndef VANTRO_SERVICE_CATALOGUE_QUERY_VIEW_H
-#define VANTRO_SERVICE_CATALOGUE_QUERY_VIEW_H
+#ifndef VANTRO_SERVICE_CATALOGUE_QUERY_SOURCE_BROWSER_H
+#define VANTRO_SERVICE_CATALOGUE_QUERY_SOURCE_BROWSER_H
 
 #include <cstdint>
 #include <memory>

@@ -10,7 +10,7 @@
 
 #include <vantro/platform/json.h>
 
-#include "service/publishing/texts.h"
+#include "service/publishing/record_json.h"
 #include "tests/support/failing_new.h"
 
 namespace vantro::service::publishing {

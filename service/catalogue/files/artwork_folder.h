@@ -1,6 +1,6 @@
 // Covers: kept once each by their content, told apart by their first bytes.
-#ifndef VANTRO_SERVICE_CATALOGUE_FILES_ARTWORK_H
-#define VANTRO_SERVICE_CATALOGUE_FILES_ARTWORK_H
+#ifndef VANTRO_SERVICE_CATALOGUE_FILES_ARTWORK_FOLDER_H
+#define VANTRO_SERVICE_CATALOGUE_FILES_ARTWORK_FOLDER_H
 
 #include <cstdint>
 #include <filesystem>

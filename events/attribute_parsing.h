@@ -1,7 +1,7 @@
 // Parses the texts of attributes by the rules of the "C" locale. The application may have set
 // another, in which a rate has a comma, or the lower case of "I" is not "i".
-#ifndef VANTRO_EVENTS_VALUES_H
-#define VANTRO_EVENTS_VALUES_H
+#ifndef VANTRO_EVENTS_ATTRIBUTE_PARSING_H
+#define VANTRO_EVENTS_ATTRIBUTE_PARSING_H
 
 #include <locale.h>
 #include <strings.h>

@@ -3,8 +3,8 @@
 // Whoever decodes them refuses a text of json_max bytes and more. Where a record's text would be as
 // long, its longest texts are cut between characters until it is not. What names something, an id
 // or a URI, is whole or left out: cut, it would name something else.
-#ifndef VANTRO_SERVICE_PUBLISHING_TEXTS_H
-#define VANTRO_SERVICE_PUBLISHING_TEXTS_H
+#ifndef VANTRO_SERVICE_PUBLISHING_RECORD_JSON_H
+#define VANTRO_SERVICE_PUBLISHING_RECORD_JSON_H
 
 #include <cstddef>
 #include <string>

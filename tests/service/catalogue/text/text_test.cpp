@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <random>
 
-#include "service/catalogue/files/artwork.h"
+#include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/files/playlist_file.h"
-#include "service/catalogue/query/view.h"
+#include "service/catalogue/query/source_browser.h"
 #include "service/catalogue/text/names.h"
 #include "service/catalogue/text/words.h"
 #include "tests/service/catalogue/collection.h"

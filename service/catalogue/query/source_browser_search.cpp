@@ -1,5 +1,5 @@
 // The part of View that searches.
-#include "service/catalogue/query/view.h"
+#include "service/catalogue/query/source_browser.h"
 
 #include <algorithm>
 #include <iterator>
