@@ -22,7 +22,8 @@
 #include "service/catalogue/query/source_browser.h"
 #include "service/catalogue/scan/scan_thread.h"
 #include "service/catalogue/state_directory.h"
-#include "service/catalogue/text/names.h"
+#include "service/catalogue/text/collation.h"
+#include "service/catalogue/text/digest.h"
 #include "service/catalogue/text/utf8.h"
 
 namespace vantro::service::catalogue {
@@ -381,7 +382,7 @@ int32_t SqliteCatalogue::check(SongId id) {
 
 std::unique_ptr<Store> open_store(StoreOptions options, std::string &wrong) {
     try {
-        set_up_names();
+        set_up_collation();
         auto state = std::make_unique<StateDirectory>();
         if (wrong = state->take(options.state, directory_mode(options.artwork_readers));
             !wrong.empty()) {

@@ -7,6 +7,7 @@
 
 #include <vantro/catalogue.h>
 
+#include "service/catalogue/text/collation.h"
 #include "service/catalogue/text/utf8.h"
 #include "service/catalogue/text/words.h"
 

@@ -18,7 +18,7 @@
 #include "service/catalogue/database/database.h"
 #include "service/catalogue/files/catalogued_song.h"
 #include "service/catalogue/files/playlist_file.h"
-#include "service/catalogue/text/names.h"
+#include "service/catalogue/text/node_ids.h"
 
 namespace vantro::service::catalogue {
 

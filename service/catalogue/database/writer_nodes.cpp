@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "service/catalogue/text/collation.h"
 #include "service/catalogue/text/utf8.h"
 #include "service/catalogue/text/words.h"
 

@@ -10,7 +10,7 @@
 
 #include <fmt/format.h>
 
-#include "service/catalogue/text/names.h"
+#include "service/catalogue/text/digest.h"
 
 namespace vantro::service::catalogue {
 

@@ -4,7 +4,7 @@
 
 #include <vantro/catalogue.h>
 
-#include "service/catalogue/text/names.h"
+#include "service/catalogue/text/collation.h"
 #include "service/catalogue/text/utf8.h"
 
 namespace vantro::service::catalogue {

@@ -12,7 +12,7 @@
 #include "service/catalogue/catalogue.h"
 #include "service/catalogue/database/database.h"
 #include "service/catalogue/query/list_cache.h"
-#include "service/catalogue/text/names.h"
+#include "service/catalogue/text/node_ids.h"
 
 namespace vantro::service::catalogue {
 

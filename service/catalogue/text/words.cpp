@@ -9,7 +9,7 @@
 #include <unicode/uscript.h>
 #include <unicode/utf8.h>
 
-#include "service/catalogue/text/names.h"
+#include "service/catalogue/text/collation.h"
 
 namespace vantro::service::catalogue {
 

@@ -3,7 +3,6 @@
 #include <set>
 
 #include "service/catalogue/query/metadata.h"
-#include "service/catalogue/text/names.h"
 #include "service/catalogue/text/utf8.h"
 #include "tests/service/catalogue/collection.h"
 

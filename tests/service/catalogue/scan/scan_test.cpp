@@ -8,7 +8,7 @@
 #include <sys/resource.h>
 
 #include "service/catalogue/database/schema.h"
-#include "service/catalogue/text/names.h"
+#include "service/catalogue/text/node_ids.h"
 #include "tests/service/catalogue/collection.h"
 
 namespace vantro::service::catalogue {

@@ -5,7 +5,8 @@
 #include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/files/playlist_file.h"
 #include "service/catalogue/query/source_browser.h"
-#include "service/catalogue/text/names.h"
+#include "service/catalogue/text/collation.h"
+#include "service/catalogue/text/node_ids.h"
 #include "service/catalogue/text/words.h"
 #include "tests/service/catalogue/collection.h"
 

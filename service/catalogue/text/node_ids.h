@@ -1,32 +1,15 @@
-// Names: how they are ordered, when two are the same, and the ids that are made of them.
-#ifndef VANTRO_SERVICE_CATALOGUE_TEXT_NAMES_H
-#define VANTRO_SERVICE_CATALOGUE_TEXT_NAMES_H
+// The ids of nodes, which are made of the names and paths of what they stand for.
+#ifndef VANTRO_SERVICE_CATALOGUE_TEXT_NODE_IDS_H
+#define VANTRO_SERVICE_CATALOGUE_TEXT_NODE_IDS_H
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
 
 namespace vantro::service::catalogue {
 
-// Bytes whose plain order is the order of names that people expect: numbers by their value, case
-// and accents only where nothing else differs, every script. At most sort_key_max bytes.
-std::string sort_key(std::string_view name);
-inline constexpr size_t sort_key_max = 1024;
-
-// The same text for names that are the same to a person: without regard to case, to how accents
-// are composed and to blanks around it.
-std::string folded(std::string_view name);
-
-// Loads the tables that sort_key() and folded() need, so that no later call fails for want of them.
-// Throws where they cannot be had. Both functions throw std::bad_alloc for want of memory.
-void set_up_names();
-
 // 64 bits of SHA-256 over `kind`, `salt` and `identity`.
 int64_t key_of(char kind, std::string_view identity, int salt = 0);
-
-// SHA-256 in hexadecimal.
-std::string digest(std::string_view bytes);
 
 // What nodes are, in the catalogue's file and as the first letter of their ids.
 enum Kind : char {

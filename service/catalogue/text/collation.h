@@ -1,0 +1,26 @@
+// How names are ordered, and when two names are the same.
+#ifndef VANTRO_SERVICE_CATALOGUE_TEXT_COLLATION_H
+#define VANTRO_SERVICE_CATALOGUE_TEXT_COLLATION_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace vantro::service::catalogue {
+
+// Bytes whose plain order is the order of names that people expect: numbers by their value, case
+// and accents only where nothing else differs, every script. At most sort_key_max bytes.
+std::string sort_key(std::string_view name);
+inline constexpr size_t sort_key_max = 1024;
+
+// The same text for names that are the same to a person: without regard to case, to how accents
+// are composed and to blanks around it.
+std::string folded(std::string_view name);
+
+// Loads the tables that sort_key() and folded() need, so that no later call fails for want of them.
+// Throws where they cannot be had. Both functions throw std::bad_alloc for want of memory.
+void set_up_collation();
+
+} // namespace vantro::service::catalogue
+
+#endif
