@@ -8,6 +8,8 @@
 
 #include <vantro/messaging.h>
 
+#include "transport/server/disconnect.h"
+#include "transport/server/held_answers.h"
 #include "transport/server/server.h"
 #include "transport/wire.h"
 
@@ -53,40 +55,11 @@ path_context *framework_view(const Dispatch &now) {
     return framework;
 }
 
-// Closes every open of a connection that vanished. Close handlers run with the lock held.
-void sweep(MsgServer *server, int32_t conn_id) {
-    for (int32_t i = 0; i < server->services->slot_count; i++) {
-        auto *service = static_cast<MsgService *>(_array_get(server->services, i));
-        for (int32_t j = 0; service && j < service->opens->slot_count; j++) {
-            auto *open = static_cast<MsgOsb *>(_array_get(service->opens, j));
-            if (!open || open->conn_id != conn_id) {
-                continue;
-            }
-            if (!open->closed) {
-                service->open_count--;
-            }
-            // Not again for a record that is closed already and only waits for threads to let go
-            // of it: its service was told at the close.
-            const bool told =
-                open->closed && __atomic_load_n(answers_owed(open), __ATOMIC_ACQUIRE) == 0;
-            if (service->close_cb && !told) {
-                service->close_cb(open, nullptr, service);
-            }
-            if (open->inuse == 0) {
-                free_open(open);
-            } else {
-                open->closed = 1;
-                open->conn_id = no_connection; // the id may be another client's before long
-            }
-        }
-    }
-}
-
 void dispatch_pulse(const Dispatch &now) {
     ipc_pulse pulse;
     std::memcpy(&pulse, now.context->header, sizeof pulse);
     if (pulse.code == PULSE_CODE_DISCONNECT) {
-        sweep(now.server, pulse.conn_id);
+        close_opens_of(now.server, pulse.conn_id);
         if (!now.path_mode()) { // in path mode the framework has something to release there first
             connect_detach(pulse.conn_id);
         }

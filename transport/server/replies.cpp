@@ -5,6 +5,7 @@
 #include <vantro/messaging.h>
 
 #include "transport/headered_parts.h"
+#include "transport/server/held_answers.h"
 #include "transport/server/server.h"
 #include "transport/wire.h"
 

@@ -1,0 +1,17 @@
+// What happens to the opens of a client that is gone: the sweep.
+#ifndef VANTRO_TRANSPORT_SERVER_DISCONNECT_H
+#define VANTRO_TRANSPORT_SERVER_DISCONNECT_H
+
+#include <cstdint>
+
+#include <vantro/messaging.h>
+
+namespace vantro::transport {
+
+// Closes every open of a connection that is gone, with the server lock held. Close handlers run
+// with the lock held too.
+void close_opens_of(MsgServer *server, int32_t conn_id);
+
+} // namespace vantro::transport
+
+#endif
