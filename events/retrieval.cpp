@@ -2,10 +2,8 @@
 // then new changes of the other objects.
 #include <pthread.h>
 
-#include <array>
 #include <cerrno>
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -18,6 +16,8 @@
 #include "events/details.h"
 #include "events/log.h"
 #include "events/queue.h"
+#include "events/replacement.h"
+#include "events/state_attributes.h"
 
 namespace vantro::events {
 
@@ -41,64 +41,6 @@ class Lock {
   private:
     VantroHandle *handle_;
 };
-
-// The words that an attribute of "state" may have, and their values.
-struct Word {
-    const char *text;
-    int32_t value;
-};
-constexpr std::array states{
-    Word{"playing", VANTRO_STATE_PLAYING},
-    Word{"stopped", VANTRO_STATE_STOPPED},
-    Word{"idle", VANTRO_STATE_IDLE},
-    Word{"paused", VANTRO_STATE_PAUSED},
-};
-constexpr std::array repeat_modes{
-    Word{"off", VANTRO_REPEAT_OFF},
-    Word{"one", VANTRO_REPEAT_ONE},
-    Word{"all", VANTRO_REPEAT_ALL},
-};
-constexpr std::array shuffle_modes{
-    Word{"off", VANTRO_SHUFFLE_OFF},
-    Word{"on", VANTRO_SHUFFLE_ON},
-};
-
-// @return whether the text is one of the words. Where not, `value` is left as it is.
-template <size_t count>
-bool look_up(const std::array<Word, count> &words, const char *text, int32_t &value) {
-    for (const Word &word : words) {
-        if (same_word(word.text, text)) {
-            value = word.value;
-            return true;
-        }
-    }
-    return false;
-}
-
-// Sets the event's rate and modes from the attributes of "state".
-// @return the state in the attributes; where they have none, the state that the event has.
-int32_t apply_state(const mosk_dict *dict, VantroEvent &event) {
-    int32_t state = event.state;
-    if (const char *rate = mosk_dict_find_value(dict, "rate")) {
-        event.rate = rate_of(rate);
-    }
-    if (const char *repeat = mosk_dict_find_value(dict, "repeat")) {
-        if (!look_up(repeat_modes, repeat, event.repeat)) {
-            msglog(LOG_SEVERITY_WARNING, "Invalid repeat mode %s", repeat);
-        }
-    }
-    if (const char *shuffle = mosk_dict_find_value(dict, "shuffle")) {
-        if (!look_up(shuffle_modes, shuffle, event.shuffle)) {
-            msglog(LOG_SEVERITY_WARNING, "Invalid shuffle mode %s", shuffle);
-        }
-    }
-    if (const char *status = mosk_dict_find_value(dict, "status")) {
-        if (!look_up(states, status, state)) {
-            msglog(LOG_SEVERITY_WARNING, "Ignoring unknown state");
-        }
-    }
-    return state;
-}
 
 // Reads the next change of a file. Parsing spoils a text, so a copy is kept until it was applied.
 ssize_t next_change(const VantroHandle *handle, EventQueue &queue, int fd) {
@@ -160,19 +102,6 @@ std::optional<std::string_view> object_of(std::string_view text) {
         return std::nullopt;
     }
     return text.substr(at + 1, end - at - 1);
-}
-
-// The entry for a change of an object, removed from its list. A new position or track replaces one
-// that is not reported yet, since only the newest matters. @return null for want of memory.
-ObjectEntry *entry_for(EventQueue &queue, std::string_view name) {
-    if (name == "status" || name == "track") {
-        if (ObjectEntry *entry = take_dirty(queue, name)) {
-            mosk_dict_destroy(std::exchange(entry->dict, nullptr));
-            return entry;
-        }
-    }
-    ObjectEntry *entry = take_clean(queue, name);
-    return entry ? entry : new_entry(name);
 }
 
 // Applies a change to its object's entry. @return whether that succeeded.
