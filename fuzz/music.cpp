@@ -10,8 +10,8 @@
 #include <fstream>
 #include <string>
 
-#include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/files/music_root.h"
+#include "service/catalogue/files/picture_head.h"
 #include "service/catalogue/files/playlist_file.h"
 #include "service/catalogue/files/song_file.h"
 

@@ -1,6 +1,5 @@
 #include "service/catalogue/files/artwork_folder.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <fcntl.h>
@@ -10,59 +9,12 @@
 
 #include <fmt/format.h>
 
+#include "service/catalogue/files/picture_head.h"
 #include "service/catalogue/text/digest.h"
 
 namespace vantro::service::catalogue {
 
 namespace {
-
-uint32_t big_endian(std::string_view bytes, size_t at, size_t count) {
-    uint32_t number = 0;
-    for (size_t i = 0; i < count; ++i) {
-        number = number << 8 | static_cast<unsigned char>(bytes[at + i]);
-    }
-    return number;
-}
-
-// A picture of more than a million pixels a side is a lie.
-constexpr uint32_t side_max = 1'000'000;
-
-std::optional<PictureHead> sized(const char *ending, uint32_t width, uint32_t height) {
-    if (width == 0 || height == 0 || width > side_max || height > side_max) {
-        return std::nullopt;
-    }
-    return PictureHead{ending, static_cast<int32_t>(width), static_cast<int32_t>(height)};
-}
-
-// Segments follow each other up to the one that states the size: C0 to CF but for three that share
-// its range.
-std::optional<PictureHead> jpeg_head(std::string_view bytes) {
-    size_t at = 2;
-    while (at + 9 <= bytes.size()) {
-        if (bytes[at] != '\xFF') {
-            return std::nullopt;
-        }
-        const auto marker = static_cast<unsigned char>(bytes[at + 1]);
-        if (marker == 0xFF) { // padding
-            ++at;
-            continue;
-        }
-        if (marker == 0x01 || (marker >= 0xD0 && marker <= 0xD8)) { // these stand alone
-            at += 2;
-            continue;
-        }
-        if (marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 &&
-            marker != 0xCC) {
-            return sized("jpg", big_endian(bytes, at + 7, 2), big_endian(bytes, at + 5, 2));
-        }
-        const uint32_t length = big_endian(bytes, at + 2, 2);
-        if (length < 2 || marker == 0xD9 || marker == 0xDA) {
-            return std::nullopt;
-        }
-        at += 2 + length;
-    }
-    return std::nullopt;
-}
 
 std::string escaped(std::string_view path) {
     static constexpr std::string_view plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
@@ -131,37 +83,6 @@ bool is_ours(std::string_view name) {
 uint32_t directory_mode(const ArtworkReaders &readers) {
     const bool others = (readers.mode & 0044) != 0 || readers.uid != ArtworkReaders::service_own;
     return others ? 0711 : 0700;
-}
-
-std::optional<PictureHead> picture_head(std::string_view bytes) {
-    constexpr std::string_view png("\x89PNG\r\n\x1A\n\0\0\0\x0DIHDR", 16);
-    if (bytes.substr(0, png.size()) == png && bytes.size() >= 24) {
-        return sized("png", big_endian(bytes, 16, 4), big_endian(bytes, 20, 4));
-    }
-    if (bytes.substr(0, 2) == "\xFF\xD8") {
-        return jpeg_head(bytes);
-    }
-    return std::nullopt;
-}
-
-std::optional<int> picture_rank(std::string_view name) {
-    std::string lower(name);
-    std::transform(lower.begin(), lower.end(), lower.begin(), [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
-    const size_t dot = std::min(lower.rfind('.'), lower.size());
-    const std::string ending = lower.substr(dot);
-    if (ending != ".jpg" && ending != ".jpeg" && ending != ".png") {
-        return std::nullopt;
-    }
-    int rank = 0;
-    for (const char *stem : {"cover", "folder", "front", "albumcover", "album"}) {
-        if (lower.compare(0, dot, stem) == 0) {
-            return rank;
-        }
-        ++rank;
-    }
-    return plain_picture_rank;
 }
 
 ArtworkFolder::ArtworkFolder(const std::filesystem::path &directory, const ArtworkReaders &readers)

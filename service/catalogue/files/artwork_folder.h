@@ -1,4 +1,4 @@
-// Covers: kept once each by their content, told apart by their first bytes.
+// Where covers are kept, once each by their content.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_ARTWORK_FOLDER_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_ARTWORK_FOLDER_H
 
@@ -20,20 +20,6 @@ struct Artwork {
     int32_t width = 0;
     int32_t height = 0;
 };
-
-struct PictureHead {
-    const char *ending = nullptr;
-    int32_t width = 0;
-    int32_t height = 0;
-};
-// Nothing where the bytes do not begin a JPEG or PNG picture. Reads no more than their headers.
-std::optional<PictureHead> picture_head(std::string_view bytes);
-
-// How a picture in a folder is named, by what counts first where there are several: as its cover
-// (cover, folder, front, albumcover, album, in this order and in any case), or like any other.
-// Nothing for what has no ending of a picture.
-std::optional<int> picture_rank(std::string_view name);
-inline constexpr int plain_picture_rank = 5; // counts where it is the only picture
 
 // Who may read the covers besides the service: their URIs go to clients. Of `mode` the bits 0400,
 // 0040 and 0004 count, which are for the user, the group and others; a user or group of

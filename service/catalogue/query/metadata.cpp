@@ -4,6 +4,7 @@
 
 #include <vantro/catalogue.h>
 
+#include "service/catalogue/cover.h"
 #include "service/catalogue/files/catalogued_song.h"
 #include "service/catalogue/files/song_file.h"
 #include "service/catalogue/text/utf8.h"
@@ -13,24 +14,6 @@ namespace vantro::service::catalogue {
 namespace {
 
 constexpr int64_t ns_a_second = 1'000'000'000;
-
-// The cover of the file itself, else of its folder.
-void find_artwork(Database &database, const ArtworkFolder &artwork, SongId song,
-                  SongMetadata &metadata) {
-    Rows row = database.query(
-        "SELECT artwork.file, width, height FROM song JOIN node ON node.id = song.folder"
-        " LEFT JOIN folder_image AS image"
-        " ON image.source = song.source AND image.folder = node.identity"
-        " JOIN artwork ON artwork.id ="
-        " CASE song.artwork WHEN 0 THEN image.artwork ELSE song.artwork END"
-        " WHERE song.id = ?1",
-        song);
-    if (row.next()) {
-        metadata.artwork = artwork.uri(row.text(0));
-        metadata.width = row.small(1);
-        metadata.height = row.small(2);
-    }
-}
 
 std::vector<std::string> answers(const std::vector<std::string_view> &keys,
                                  const std::function<std::string(std::string_view key)> &value_of) {
@@ -67,7 +50,7 @@ bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song
     metadata.album = tags.get(VANTRO_KEY_ALBUM);
     metadata.genre = tags.get(VANTRO_KEY_GENRE);
     metadata.year = row.text(5).empty() ? tags.get(VANTRO_KEY_YEAR) : row.text(5);
-    find_artwork(database, artwork, song, metadata);
+    find_cover(database, artwork, song, metadata);
     return true;
 }
 
@@ -100,12 +83,10 @@ SongMetadata describe(Database &database, const ArtworkFolder &artwork, View &vi
             metadata.artist = artist.text(0);
         }
     }
-    // All songs of an album or a folder have one cover, as far as a list can show.
     if (place.kind == kind_album || place.kind == kind_folder) {
-        const View::ListPointer entries = view.entries(place);
-        if (!entries->entries.empty() && entries->entries.back() > 0) {
+        if (const SongId example = cover_song(*view.entries(place)); example != 0) {
             SongMetadata song;
-            read_metadata(database, artwork, entries->entries.back(), song);
+            read_metadata(database, artwork, example, song);
             metadata.artwork = song.artwork;
             metadata.width = song.width;
             metadata.height = song.height;

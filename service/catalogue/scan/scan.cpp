@@ -13,6 +13,7 @@
 
 #include <vantro/platform/log.h>
 
+#include "service/catalogue/cover.h"
 #include "service/catalogue/scan/folder.h"
 #include "service/catalogue/text/utf8.h"
 
@@ -44,12 +45,8 @@ struct Scan::Reading {
     KnownFolder known; // what has been seen is taken out
     std::vector<Folder> folders = {};
     bool has_songs = false;
-    std::string image_path = {};
-    std::string image = {}; // the one that is named best, of equals the first by name
-    FileStamp image_stamp = {};
-    int image_rank = plain_picture_rank + 1;
-    bool several_images = false; // of the rank of `image`
-    int failure = 0;             // why not all of it could be looked at
+    FolderCover cover = {};
+    int failure = 0; // why not all of it could be looked at
 
     FileName named(const std::string &name, int32_t source) const {
         return {source, folder.path, name};
@@ -159,7 +156,7 @@ void Scan::visit(const Folder &folder) {
     } else if (folder.left_out) {
         parts_.writer.remove_file(place_of(source_, folder.path));
     }
-    compare_image(reading);
+    compare_cover(reading);
     std::move(reading.folders.rbegin(), reading.folders.rend(), std::back_inserter(waiting_));
     commit_when_due();
 }
@@ -242,15 +239,7 @@ void Scan::visit_file(Reading &reading, const std::string &name, const std::stri
         fstatat(top_->descriptor(), path.c_str(), &status, AT_SYMLINK_NOFOLLOW);
     }
     const FileStamp stamp = stamp_of(status);
-    if (const std::optional<int> rank = picture_rank(name); rank && *rank <= reading.image_rank) {
-        reading.several_images = *rank == reading.image_rank;
-        if (!reading.several_images || name < reading.image) {
-            reading.image = name;
-            reading.image_path = path;
-            reading.image_stamp = stamp;
-        }
-        reading.image_rank = *rank;
-    }
+    reading.cover.offer(name, path, stamp);
     if (!song && !has_playlist_name(name)) {
         return;
     }
@@ -271,18 +260,18 @@ void Scan::visit_file(Reading &reading, const std::string &name, const std::stri
             stamp});
 }
 
-void Scan::compare_image(Reading &reading) {
+void Scan::compare_cover(Reading &reading) {
     const KnownFolder &known = reading.known;
-    const bool unclear = reading.image_rank == plain_picture_rank && reading.several_images;
-    if (!reading.has_songs || reading.image.empty() || unclear) {
+    const FolderCover::Picture *cover = reading.cover.chosen();
+    if (!reading.has_songs || !cover) {
         if (!known.image.empty()) {
             parts_.writer.remove_image(source_, reading.folder.path);
         }
         return;
     }
-    if (reading.image != known.image || reading.image_stamp != known.image_stamp) {
-        submit({Job::Kind::image, reading.named(reading.image, source_), top_, reading.image_path,
-                reading.image_stamp});
+    if (cover->name != known.image || cover->stamp != known.image_stamp) {
+        submit({Job::Kind::image, reading.named(cover->name, source_), top_, cover->path,
+                cover->stamp});
     }
 }
 

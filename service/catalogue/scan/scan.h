@@ -89,7 +89,7 @@ class Scan {
     void visit_link(Reading &reading, const std::string &name, const struct stat &link);
     void visit_file(Reading &reading, const std::string &name, const std::string &path,
                     struct stat status);
-    void compare_image(Reading &reading);
+    void compare_cover(Reading &reading);
     void forget_unseen(const Reading &reading);
     void leave_out(const FileName &where, FileStamp stamp, std::string_view why);
     void name_left_out(const FileName &where, std::string_view why);

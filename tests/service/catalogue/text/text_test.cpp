@@ -2,7 +2,8 @@
 #include <algorithm>
 #include <random>
 
-#include "service/catalogue/files/artwork_folder.h"
+#include "service/catalogue/cover.h"
+#include "service/catalogue/files/picture_head.h"
 #include "service/catalogue/files/playlist_file.h"
 #include "service/catalogue/query/source_browser.h"
 #include "service/catalogue/text/collation.h"

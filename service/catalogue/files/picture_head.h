@@ -1,0 +1,21 @@
+// What the first bytes of a picture tell.
+#ifndef VANTRO_SERVICE_CATALOGUE_FILES_PICTURE_HEAD_H
+#define VANTRO_SERVICE_CATALOGUE_FILES_PICTURE_HEAD_H
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace vantro::service::catalogue {
+
+struct PictureHead {
+    const char *ending = nullptr;
+    int32_t width = 0;
+    int32_t height = 0;
+};
+// Nothing where the bytes do not begin a JPEG or PNG picture. Reads no more than their headers.
+std::optional<PictureHead> picture_head(std::string_view bytes);
+
+} // namespace vantro::service::catalogue
+
+#endif
