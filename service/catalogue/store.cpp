@@ -88,7 +88,7 @@ class SqliteCatalogue : public Store {
     template <typename Read>
     int at_node(int32_t source, std::string_view node, const Read &read);
     const MusicDirectory *directory(int32_t source) const;
-    Node song_node(View &view, SongId song) const;
+    Node song_node(SourceBrowser &browser, SongId song) const;
     std::unique_ptr<Database> reopen(bool damaged);
     void prepare(int32_t source);
     void log(int severity, const std::string &line) const {
@@ -200,8 +200,8 @@ const MusicDirectory *SqliteCatalogue::directory(int32_t source) const {
 }
 
 // Without id where the song is gone, or its source is not among ours today.
-Node SqliteCatalogue::song_node(View &view, SongId song) const {
-    Node node = song > 0 ? view.node(song) : Node();
+Node SqliteCatalogue::song_node(SourceBrowser &browser, SongId song) const {
+    Node node = song > 0 ? browser.node(song) : Node();
     return directory(node.source) ? node : Node();
 }
 
@@ -226,7 +226,7 @@ int SqliteCatalogue::guarded(const Read &read, int *cause) {
 
 void SqliteCatalogue::prepare(int32_t source) {
     guarded([&](Database &database) {
-        View(database, lists_, source).prepare();
+        SourceBrowser(database, lists_, source).prepare();
         return 0;
     });
 }
@@ -237,9 +237,9 @@ int SqliteCatalogue::at_node(int32_t source, std::string_view node, const Read &
         return ENOENT;
     }
     return guarded([&](Database &database) {
-        View view(database, lists_, source);
-        const std::optional<Place> place = view.find(node);
-        return place ? read(database, view, *place) : ENOENT;
+        SourceBrowser browser(database, lists_, source);
+        const std::optional<Place> place = browser.find(node);
+        return place ? read(database, browser, *place) : ENOENT;
     });
 }
 
@@ -260,32 +260,32 @@ std::vector<Source> SqliteCatalogue::sources() {
 }
 
 int SqliteCatalogue::browse(int32_t source, std::string_view node, Range range, NodeSink &nodes) {
-    return at_node(source, node, [&](Database &, View &view, Place place) {
-        view.browse(place, range, nodes);
+    return at_node(source, node, [&](Database &, SourceBrowser &browser, Place place) {
+        browser.browse(place, range, nodes);
         return 0;
     });
 }
 
 int SqliteCatalogue::search(int32_t source, std::string_view filter, std::string_view term,
                             Range range, NodeSink &nodes) {
-    return at_node(source, VANTRO_NODE_ROOT, [&](Database &, View &view, Place) {
-        const std::optional<View::ListPointer> found = view.search(filter, term);
+    return at_node(source, VANTRO_NODE_ROOT, [&](Database &, SourceBrowser &browser, Place) {
+        const std::optional<SourceBrowser::ListPointer> found = browser.search(filter, term);
         if (!found) {
             return EINVAL;
         }
-        view.nodes(**found, range, nodes);
+        browser.nodes(**found, range, nodes);
         return 0;
     });
 }
 
 int SqliteCatalogue::metadata(int32_t source, std::string_view node,
                               std::optional<SongMetadata> &metadata) {
-    return at_node(source, node, [&](Database &database, View &view, Place place) {
+    return at_node(source, node, [&](Database &database, SourceBrowser &browser, Place place) {
         SongMetadata found;
         if (place.kind == kind_song && place.id != 0) {
             read_metadata(database, artwork_, place.id, found);
         } else {
-            found = describe(database, artwork_, view, place);
+            found = describe(database, artwork_, browser, place);
         }
         metadata = std::move(found);
         return 0;
@@ -295,19 +295,19 @@ int SqliteCatalogue::metadata(int32_t source, std::string_view node,
 int SqliteCatalogue::extended_metadata(int32_t source, std::string_view node,
                                        const std::vector<std::string_view> &keys,
                                        std::vector<std::string> &values) {
-    return at_node(source, node, [&](Database &database, View &view, Place place) {
+    return at_node(source, node, [&](Database &database, SourceBrowser &browser, Place place) {
         if (place.kind == kind_song && place.id != 0) {
             values = read_extended(database, artwork_, directory(source)->path, place.id, keys);
         } else {
-            values = extended_of(describe(database, artwork_, view, place), keys);
+            values = extended_of(describe(database, artwork_, browser, place), keys);
         }
         return 0;
     });
 }
 
 int SqliteCatalogue::songs(int32_t source, std::string_view node, std::vector<QueuedSong> &songs) {
-    return at_node(source, node, [&](Database &, View &view, Place place) {
-        view.queue(*view.songs(place), songs);
+    return at_node(source, node, [&](Database &, SourceBrowser &browser, Place place) {
+        browser.queue(*browser.songs(place), songs);
         return 0;
     });
 }
@@ -315,8 +315,8 @@ int SqliteCatalogue::songs(int32_t source, std::string_view node, std::vector<Qu
 int SqliteCatalogue::all_songs(std::vector<QueuedSong> &songs) {
     return guarded([&](Database &database) {
         for (const auto &each : directories_) {
-            View view(database, lists_, each->id);
-            view.queue(*view.songs({}), songs);
+            SourceBrowser browser(database, lists_, each->id);
+            browser.queue(*browser.songs({}), songs);
         }
         return 0;
     });
@@ -326,7 +326,7 @@ int64_t SqliteCatalogue::song_count() {
     int64_t count = 0;
     guarded([&](Database &database) {
         for (const auto &each : directories_) {
-            count += View(database, lists_, each->id).song_count();
+            count += SourceBrowser(database, lists_, each->id).song_count();
         }
         return 0;
     });
@@ -335,10 +335,10 @@ int64_t SqliteCatalogue::song_count() {
 
 int SqliteCatalogue::song_nodes(const SongId *ids, size_t count, NodeSink &nodes) {
     return guarded([&](Database &database) {
-        View view(database, lists_, 0);
+        SourceBrowser browser(database, lists_, 0);
         nodes.expect(count);
         for (size_t i = 0; i < count; ++i) {
-            Node node = song_node(view, ids[i]);
+            Node node = song_node(browser, ids[i]);
             node.type = VANTRO_NODE_SONG;
             if (!nodes.take(row_of(node))) {
                 break;
@@ -350,8 +350,8 @@ int SqliteCatalogue::song_nodes(const SongId *ids, size_t count, NodeSink &nodes
 
 int SqliteCatalogue::song(SongId id, Node &node, SongMetadata &metadata) {
     return guarded([&](Database &database) {
-        View view(database, lists_, 0);
-        node = song_node(view, id);
+        SourceBrowser browser(database, lists_, 0);
+        node = song_node(browser, id);
         return !node.id.empty() && read_metadata(database, artwork_, id, metadata) ? 0 : ENOENT;
     });
 }
@@ -363,8 +363,8 @@ int32_t SqliteCatalogue::check(SongId id) {
         const MusicDirectory *source = nullptr;
         int cause = 0;
         const auto look = [&](Database &database) {
-            View view(database, lists_, 0);
-            source = directory(song_node(view, id).source);
+            SourceBrowser browser(database, lists_, 0);
+            source = directory(song_node(browser, id).source);
             path = path_of(database, id);
             return 0;
         };

@@ -54,17 +54,19 @@ bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song
     return true;
 }
 
-SongMetadata describe(Database &database, const ArtworkFolder &artwork, View &view, Place place) {
+SongMetadata describe(Database &database, const ArtworkFolder &artwork, SourceBrowser &browser,
+                      Place place) {
     SongMetadata metadata;
     if (place.id == 0) {
-        for (const Node &menu : view.menus()) {
-            if (const std::optional<Place> found = view.find(menu.id); found->kind == place.kind) {
+        for (const Node &menu : browser.menus()) {
+            if (const std::optional<Place> found = browser.find(menu.id);
+                found->kind == place.kind) {
                 metadata.title = menu.name;
             }
         }
         return metadata;
     }
-    metadata.title = view.node(-place.id).name;
+    metadata.title = browser.node(-place.id).name;
     if (place.kind == kind_artist) {
         metadata.artist = metadata.title;
     }
@@ -84,7 +86,7 @@ SongMetadata describe(Database &database, const ArtworkFolder &artwork, View &vi
         }
     }
     if (place.kind == kind_album || place.kind == kind_folder) {
-        if (const SongId example = cover_song(*view.entries(place)); example != 0) {
+        if (const SongId example = cover_song(*browser.entries(place)); example != 0) {
             SongMetadata song;
             read_metadata(database, artwork, example, song);
             metadata.artwork = song.artwork;

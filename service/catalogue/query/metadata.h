@@ -22,7 +22,8 @@ bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song
                    SongMetadata &metadata);
 
 // Of a node that is no song: its name under what it is, and the cover of its first song.
-SongMetadata describe(Database &database, const ArtworkFolder &artwork, View &view, Place place);
+SongMetadata describe(Database &database, const ArtworkFolder &artwork, SourceBrowser &browser,
+                      Place place);
 
 // One value a key. `root` is the directory of the song's source.
 std::vector<std::string> read_extended(Database &database, const ArtworkFolder &artwork,

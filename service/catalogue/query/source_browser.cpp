@@ -58,23 +58,24 @@ std::pair<size_t, size_t> bounds(Range range, size_t size) {
     return {first, first + count};
 }
 
-View::View(Database &database, ListCache &cache, int32_t source)
+SourceBrowser::SourceBrowser(Database &database, ListCache &cache, int32_t source)
     : database_(database), cache_(cache), source_(source),
       generation_(database.number(0, "SELECT generation FROM source WHERE id = ?1", source)) {}
 
-View::ListPointer View::kept(const std::string &what, const std::function<List()> &make) {
+SourceBrowser::ListPointer SourceBrowser::kept(const std::string &what,
+                                               const std::function<List()> &make) {
     return cache_.get(name_of_list(what), make);
 }
 
-std::string View::name_of_list(const std::string &what) const {
+std::string SourceBrowser::name_of_list(const std::string &what) const {
     return fmt::format("{} {} {}", source_, generation_, what);
 }
 
-int64_t View::song_count() {
+int64_t SourceBrowser::song_count() {
     return database_.number(0, "SELECT songs FROM source WHERE id = ?1", source_);
 }
 
-std::optional<Place> View::find(std::string_view node) {
+std::optional<Place> SourceBrowser::find(std::string_view node) {
     if (node == VANTRO_NODE_ROOT) {
         return Place{};
     }
@@ -100,7 +101,7 @@ std::optional<Place> View::find(std::string_view node) {
     return Place{ref->kind, id};
 }
 
-std::vector<Node> View::menus() {
+std::vector<Node> SourceBrowser::menus() {
     std::vector<Node> nodes;
     for (const Menu &menu : menu_table) {
         const int32_t type = menu.kind == kind_folder ? VANTRO_NODE_FOLDER : VANTRO_NODE_MENU;
@@ -118,7 +119,7 @@ std::vector<Node> View::menus() {
     return nodes;
 }
 
-Node View::node(Entry entry) {
+Node SourceBrowser::node(Entry entry) {
     Node node;
     node.source_type = VANTRO_SOURCE_DIRECTORY;
     if (entry > 0) {
@@ -147,7 +148,7 @@ Node View::node(Entry entry) {
 // The whole of the list of songs lies in one index in its order, with all that a node needs. A page
 // is a walk along it, which begins where the list says, or, while that is being made at the start,
 // after so many steps.
-void View::songs_by_name(Range range, NodeSink &nodes) {
+void SourceBrowser::songs_by_name(Range range, NodeSink &nodes) {
     const auto [first, last] = bounds(range, static_cast<size_t>(song_count()));
     if (first == last) {
         return;
@@ -184,7 +185,7 @@ void View::songs_by_name(Range range, NodeSink &nodes) {
                          source_, Blob{sort}));
 }
 
-void View::browse(Place place, Range range, NodeSink &nodes) {
+void SourceBrowser::browse(Place place, Range range, NodeSink &nodes) {
     if (place.kind == 0) {
         const std::vector<Node> tops = menus();
         const auto [first, last] = bounds(range, tops.size());
@@ -200,7 +201,7 @@ void View::browse(Place place, Range range, NodeSink &nodes) {
     }
 }
 
-void View::nodes(const List &list, Range range, NodeSink &nodes) {
+void SourceBrowser::nodes(const List &list, Range range, NodeSink &nodes) {
     const auto [first, last] = bounds(range, list.entries.size());
     // Looked up in the order in which they lie in the file, where neighbours share a page.
     std::vector<std::pair<Entry, size_t>> wanted;

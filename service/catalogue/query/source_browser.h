@@ -23,11 +23,11 @@ struct Place {
     int64_t id = 0;
 };
 
-class View {
+class SourceBrowser {
   public:
     using ListPointer = std::shared_ptr<const List>;
 
-    View(Database &database, ListCache &cache, int32_t source);
+    SourceBrowser(Database &database, ListCache &cache, int32_t source);
 
     std::optional<Place> find(std::string_view node);
     // Makes the lists that others are sorted by, so that no client waits for them.

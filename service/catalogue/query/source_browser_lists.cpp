@@ -1,4 +1,4 @@
-// The part of View that makes the lists of nodes and songs.
+// The part of SourceBrowser that makes the lists of nodes and songs.
 #include "service/catalogue/query/source_browser.h"
 
 #include <algorithm>
@@ -19,13 +19,13 @@ void keep_first_of_each(std::vector<Entry> &entries) {
 
 } // namespace
 
-void View::take(Rows &&rows, std::vector<Entry> &entries, int sign) {
+void SourceBrowser::take(Rows &&rows, std::vector<Entry> &entries, int sign) {
     while (rows.next()) {
         entries.push_back(sign * rows.integer(0));
     }
 }
 
-View::ListPointer View::all(char kind) {
+SourceBrowser::ListPointer SourceBrowser::all(char kind) {
     return kept(std::string(1, kind), [&] {
         List list;
         std::vector<int32_t> durations;
@@ -49,7 +49,7 @@ View::ListPointer View::all(char kind) {
 }
 
 // Every song: artist by artist, album by album.
-View::ListPointer View::by_album() {
+SourceBrowser::ListPointer SourceBrowser::by_album() {
     return kept("by album", [&] {
         List list;
         for (const char kind : {char{kind_artist}, char{kind_no_artist}}) {
@@ -63,7 +63,7 @@ View::ListPointer View::by_album() {
     });
 }
 
-void View::prepare() {
+void SourceBrowser::prepare() {
     for (const char kind : {char{kind_song}, char{kind_album}, char{kind_artist}}) {
         all(kind);
     }
@@ -71,7 +71,7 @@ void View::prepare() {
 }
 
 // What an artist has performed for albums of others.
-void View::take_performed(int64_t artist, std::vector<Entry> &entries) {
+void SourceBrowser::take_performed(int64_t artist, std::vector<Entry> &entries) {
     take(database_.query("SELECT song.id FROM song_artist AS performed"
                          " JOIN song ON song.id = performed.song"
                          " JOIN node ON node.id = song.album WHERE performed.artist = ?1"
@@ -81,7 +81,7 @@ void View::take_performed(int64_t artist, std::vector<Entry> &entries) {
 }
 
 // The songs of an artist's albums, and those without album.
-void View::take_artist(int64_t artist, std::vector<Entry> &entries) {
+void SourceBrowser::take_artist(int64_t artist, std::vector<Entry> &entries) {
     for (const char kind : {char{kind_album}, char{kind_no_album}}) {
         take(database_.query("SELECT song.id FROM node JOIN song ON song.album = node.id"
                              " WHERE node.parent = ?1 AND node.kind = ?2"
@@ -91,7 +91,7 @@ void View::take_artist(int64_t artist, std::vector<Entry> &entries) {
     }
 }
 
-void View::take_folder(int64_t folder, int depth, std::vector<Entry> &entries) {
+void SourceBrowser::take_folder(int64_t folder, int depth, std::vector<Entry> &entries) {
     // Deeper than the scan goes; a damaged file may have a circle.
     if (depth > 1000) {
         return;
@@ -107,14 +107,14 @@ void View::take_folder(int64_t folder, int depth, std::vector<Entry> &entries) {
          entries, 1);
 }
 
-View::ListPointer View::entries(Place place) {
+SourceBrowser::ListPointer SourceBrowser::entries(Place place) {
     if (place.id == 0 && place.kind != kind_folder) {
         return place.kind == 0 ? std::make_shared<const List>() : all(place.kind);
     }
     return kept(fmt::format("{}{}", place.kind, place.id), [&] { return list_of(place); });
 }
 
-List View::list_of(Place place) {
+List SourceBrowser::list_of(Place place) {
     List list;
     std::vector<Entry> &entries = list.entries;
     switch (place.kind) {
@@ -177,7 +177,7 @@ List View::list_of(Place place) {
     return list;
 }
 
-View::ListPointer View::songs(Place place) {
+SourceBrowser::ListPointer SourceBrowser::songs(Place place) {
     switch (place.kind) {
     case kind_album:
     case kind_genre:
@@ -202,7 +202,7 @@ View::ListPointer View::songs(Place place) {
                 [&] { return songs_of(place); });
 }
 
-List View::songs_of(Place place) {
+List SourceBrowser::songs_of(Place place) {
     List list;
     if (place.kind == kind_song) {
         list.entries.push_back(place.id);
@@ -229,7 +229,7 @@ List View::songs_of(Place place) {
     return list;
 }
 
-void View::queue(const List &list, std::vector<QueuedSong> &songs) {
+void SourceBrowser::queue(const List &list, std::vector<QueuedSong> &songs) {
     const ListPointer known = all(kind_song);
     songs.reserve(songs.size() + list.entries.size());
     for (const Entry song : list.entries) {

@@ -1,4 +1,4 @@
-// The part of View that searches.
+// The part of SourceBrowser that searches.
 #include "service/catalogue/query/source_browser.h"
 
 #include <algorithm>
@@ -32,15 +32,16 @@ std::string match_expression(std::string_view term) {
 }
 
 // The index gives its rows by number, which is how places are sorted too.
-void View::take_search(const char *sql, const std::string &words, char kind,
-                       std::vector<Entry> &entries) {
+void SourceBrowser::take_search(const char *sql, const std::string &words, char kind,
+                                std::vector<Entry> &entries) {
     std::vector<Entry> found;
     take(database_.query(sql, words), found, kind == kind_song ? 1 : -1);
     sort_by(*all(kind), found);
     entries.insert(entries.end(), found.begin(), found.end());
 }
 
-std::optional<View::ListPointer> View::search(std::string_view filter, std::string_view term) {
+std::optional<SourceBrowser::ListPointer> SourceBrowser::search(std::string_view filter,
+                                                                std::string_view term) {
     struct Part {
         char kind;
         const char *columns;
