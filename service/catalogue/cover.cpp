@@ -59,7 +59,8 @@ void find_cover(Database &database, const ArtworkFolder &artwork, SongId song,
 }
 
 SongId cover_song(const List &entries) {
-    return entries.entries.empty() ? 0 : std::max<Entry>(entries.entries.back(), 0);
+    const bool has_song = !entries.entries.empty() && entries.entries.back().is_song();
+    return has_song ? entries.entries.back().id() : 0;
 }
 
 } // namespace vantro::service::catalogue

@@ -201,7 +201,7 @@ const MusicDirectory *SqliteCatalogue::directory(int32_t source) const {
 
 // Without id where the song is gone, or its source is not among ours today.
 Node SqliteCatalogue::song_node(SourceBrowser &browser, SongId song) const {
-    Node node = song > 0 ? browser.node(song) : Node();
+    Node node = song > 0 ? browser.node(Entry::song(song)) : Node();
     return directory(node.source) ? node : Node();
 }
 

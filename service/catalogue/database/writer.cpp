@@ -1,10 +1,5 @@
 #include "service/catalogue/database/writer.h"
 
-#include <algorithm>
-#include <utility>
-
-#include <fmt/format.h>
-
 #include <vantro/catalogue.h>
 
 #include "service/catalogue/text/collation.h"
@@ -12,15 +7,6 @@
 #include "service/catalogue/text/words.h"
 
 namespace vantro::service::catalogue {
-
-namespace {
-
-// What sorts directly before and behind everything that lies below `folder`.
-std::pair<std::string, std::string> below(std::string_view folder) {
-    return {std::string(folder) + '/', std::string(folder) + '0'}; // '0' follows '/'
-}
-
-} // namespace
 
 void Writer::begin() {
     if (!transaction_) {
@@ -133,7 +119,7 @@ void Writer::put_song(const FoundSong &song) {
 int64_t Writer::album_at(int32_t source, const FoundName &artist, FoundName album) {
     const int64_t parent =
         node_at(source, artist.identity.empty() ? kind_no_artist : kind_artist, artist, 0);
-    const char kind = album.identity.empty() ? kind_no_album : kind_album;
+    const Kind kind = album.identity.empty() ? kind_no_album : kind_album;
     // Two artists may have albums of one name.
     album.identity = artist.identity + '\0' + album.identity;
     return node_at(source, kind, album, parent, artist.text);
@@ -164,7 +150,7 @@ void Writer::link(int64_t song, const SongRow &row, const std::vector<int64_t> &
     count(row.album, 1);
     count(row.year, 1);
     count(database_.number(0, "SELECT parent FROM node WHERE id = ?1 AND kind = ?2", row.album,
-                           char{kind_no_album}),
+                           kind_no_album),
           1);
     for (const int64_t genre : genres) {
         database_.run("INSERT INTO song_genre(genre, song) VALUES(?1, ?2)", genre, song);
@@ -178,7 +164,7 @@ void Writer::unlink(const SongRow &row) {
     count(row.album, -1);
     count(row.year, -1);
     count(database_.number(0, "SELECT parent FROM node WHERE id = ?1 AND kind = ?2", row.album,
-                           char{kind_no_album}),
+                           kind_no_album),
           -1);
     Rows genres = database_.query("SELECT genre FROM song_genre WHERE song = ?1", row.id);
     while (genres.next()) {
@@ -280,121 +266,6 @@ void Writer::remove_file(const FileName &where) {
     }
     database_.run("DELETE FROM left_out WHERE source = ?1 AND folder = ?2 AND file = ?3",
                   where.source, Blob{where.folder}, Blob{where.file});
-}
-
-// ------------------------------------------------------------------------------------- folders
-
-KnownFolder Writer::known(int32_t source, std::string_view folder) {
-    KnownFolder known;
-    int64_t key = 0;
-    const int64_t node = find_node(source, kind_folder, folder, key);
-    const auto take = [&known](Rows &rows, bool left_out = false) {
-        while (rows.next()) {
-            known.files[std::string(rows.text(0))] = {{rows.integer(1), rows.integer(2)}, left_out};
-        }
-    };
-    {
-        Rows rows =
-            database_.query("SELECT file, modified, size FROM song WHERE folder = ?1", node);
-        take(rows);
-    }
-    {
-        Rows rows = database_.query("SELECT file, modified, size FROM playlist"
-                                    " WHERE source = ?1 AND folder = ?2",
-                                    source, Blob{folder});
-        take(rows);
-    }
-    {
-        Rows rows = database_.query("SELECT file, modified, size FROM left_out"
-                                    " WHERE source = ?1 AND folder = ?2",
-                                    source, Blob{folder});
-        take(rows, true);
-    }
-    {
-        Rows rows = database_.query("SELECT identity FROM node WHERE parent = ?1 AND kind = ?2",
-                                    node, char{kind_folder});
-        while (node != 0 && rows.next()) {
-            known.folders.insert(place_of(source, rows.text(0)).file);
-        }
-    }
-    // Folders without a song have no node; what is known of them hangs on their paths alone.
-    const std::string first = folder.empty() ? "" : below(folder).first;
-    const auto take_folder = [&](Rows &rows) {
-        while (rows.next()) {
-            const std::string_view rest = rows.text(0).substr(first.size());
-            known.folders.emplace(rest.substr(0, rest.find('/')));
-        }
-    };
-    const std::string last = folder.empty() ? std::string(256, '\xFF') : below(folder).second;
-    {
-        Rows rows = database_.query("SELECT DISTINCT folder FROM left_out"
-                                    " WHERE source = ?1 AND folder > ?2 AND folder < ?3",
-                                    source, Blob{first}, Blob{last});
-        take_folder(rows);
-    }
-    {
-        Rows rows = database_.query("SELECT DISTINCT folder FROM playlist"
-                                    " WHERE source = ?1 AND folder > ?2 AND folder < ?3",
-                                    source, Blob{first}, Blob{last});
-        take_folder(rows);
-    }
-    Rows image = database_.query("SELECT file, modified, size FROM folder_image"
-                                 " WHERE source = ?1 AND folder = ?2",
-                                 source, Blob{folder});
-    if (image.next()) {
-        known.image = image.text(0);
-        known.image_stamp = {image.integer(1), image.integer(2)};
-    }
-    return known;
-}
-
-void Writer::remove_songs_of(int32_t source, int64_t folder) {
-    std::vector<SongRow> songs;
-    Rows rows = database_.query("SELECT id, album, year FROM song WHERE folder = ?1", folder);
-    while (rows.next()) {
-        songs.push_back({rows.integer(0), folder, rows.integer(1), rows.integer(2)});
-    }
-    for (const SongRow &song : songs) {
-        remove_song(source, song);
-    }
-}
-
-void Writer::remove_folder(int32_t source, std::string_view folder) {
-    begin();
-    std::vector<int64_t> folders;
-    int64_t key = 0;
-    if (const int64_t node = find_node(source, kind_folder, folder, key); node != 0) {
-        folders.push_back(node);
-    }
-    while (!folders.empty()) {
-        const int64_t node = folders.back();
-        folders.pop_back();
-        remove_songs_of(source, node);
-        Rows inside = database_.query("SELECT id FROM node WHERE parent = ?1 AND kind = ?2", node,
-                                      char{kind_folder});
-        while (inside.next()) {
-            folders.push_back(inside.integer(0));
-        }
-    }
-    const auto [first, last] = below(folder);
-    std::vector<int64_t> playlists;
-    {
-        Rows rows = database_.query("SELECT node FROM playlist WHERE source = ?1"
-                                    " AND (folder = ?2 OR (folder > ?3 AND folder < ?4))",
-                                    source, Blob{folder}, Blob{first}, Blob{last});
-        while (rows.next()) {
-            playlists.push_back(rows.integer(0));
-        }
-    }
-    for (const int64_t playlist : playlists) {
-        remove_playlist(source, playlist);
-    }
-    database_.run("DELETE FROM left_out WHERE source = ?1"
-                  " AND (folder = ?2 OR (folder > ?3 AND folder < ?4))",
-                  source, Blob{folder}, Blob{first}, Blob{last});
-    database_.run("DELETE FROM folder_image WHERE source = ?1"
-                  " AND (folder = ?2 OR (folder > ?3 AND folder < ?4))",
-                  source, Blob{folder}, Blob{first}, Blob{last});
 }
 
 // ------------------------------------------------------------------------------------- the end

@@ -83,11 +83,11 @@ class Writer {
 
     void begin();
     void changed(int32_t source, int songs = 0);
-    int64_t node_at(int32_t source, char kind, const FoundName &name, int64_t parent,
+    int64_t node_at(int32_t source, Kind kind, const FoundName &name, int64_t parent,
                     std::string_view artist = {});
     int64_t folder_at(int32_t source, std::string_view folder);
-    int64_t find_node(int32_t source, char kind, std::string_view identity, int64_t &key);
-    int64_t find_by_key(char kind, std::string_view identity, int64_t &key,
+    int64_t find_node(int32_t source, Kind kind, std::string_view identity, int64_t &key);
+    int64_t find_by_key(Kind kind, std::string_view identity, int64_t &key,
                         const std::function<Match(int64_t key)> &look);
     bool shared(int64_t key);
     int64_t year_at(int32_t source, int32_t year);

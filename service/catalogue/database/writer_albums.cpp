@@ -23,7 +23,7 @@ std::vector<AlbumSong> album_songs(Database &database, int64_t folder) {
     std::vector<AlbumSong> songs;
     Rows rows = database.query("SELECT song.id, album, stated, own_artist, identity FROM song"
                                " JOIN node ON node.id = album WHERE folder = ?1 AND kind = ?2",
-                               folder, char{kind_album});
+                               folder, kind_album);
     while (rows.next()) {
         const std::string_view identity = rows.text(4);
         const size_t end = identity.find('\0');

@@ -21,7 +21,7 @@ constexpr int salts_max = 8;
 
 } // namespace
 
-int64_t Writer::find_node(int32_t source, char kind, std::string_view identity, int64_t &key) {
+int64_t Writer::find_node(int32_t source, Kind kind, std::string_view identity, int64_t &key) {
     return find_by_key(kind, identity, key, [&](int64_t each) {
         Rows row = database_.query(
             "SELECT id, identity FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3", source,
@@ -36,7 +36,7 @@ int64_t Writer::find_node(int32_t source, char kind, std::string_view identity, 
 // Looks for what has that identity; 0 where there is none, and then `key` is the one to give it.
 // Two things of one digest get different keys: the second one in the catalogue takes a salted one,
 // and keeps it also when the first one goes.
-int64_t Writer::find_by_key(char kind, std::string_view identity, int64_t &key,
+int64_t Writer::find_by_key(Kind kind, std::string_view identity, int64_t &key,
                             const std::function<Match(int64_t key)> &look) {
     const int64_t plain = key_of(kind, identity);
     key = plain;
@@ -64,9 +64,9 @@ bool Writer::shared(int64_t key) {
     return database_.number(0, "SELECT 1 FROM shared_key WHERE key = ?1", key) == 1;
 }
 
-int64_t Writer::node_at(int32_t source, char kind, const FoundName &name, int64_t parent,
+int64_t Writer::node_at(int32_t source, Kind kind, const FoundName &name, int64_t parent,
                         std::string_view artist) {
-    std::string known = fmt::format("{} {} ", source, kind) + name.identity;
+    std::string known = fmt::format("{} {} ", source, char{kind}) + name.identity;
     if (const auto found = nodes_.find(known); found != nodes_.end()) {
         return found->second;
     }
@@ -118,13 +118,12 @@ int64_t Writer::year_at(int32_t source, int32_t year) {
     }
     int64_t id =
         database_.number(0, "SELECT id FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3",
-                         source, char{kind_year}, year);
+                         source, kind_year, year);
     if (id == 0) {
         const std::string text = std::to_string(year);
         database_.run("INSERT INTO node(source, kind, key, parent, name, identity, sort)"
                       " VALUES(?1, ?2, ?3, 0, ?4, ?5, ?6)",
-                      source, char{kind_year}, year, text, Blob{text},
-                      Blob{fmt::format("{:05}", year)});
+                      source, kind_year, year, text, Blob{text}, Blob{fmt::format("{:05}", year)});
         id = database_.last_id();
     }
     return id;
@@ -155,14 +154,14 @@ void Writer::apply_counts() {
 }
 
 void Writer::remove_node(int64_t node) {
-    char kind = 0;
+    Kind kind = kind_none;
     int64_t parent = 0;
     {
         Rows row = database_.query("SELECT kind, parent FROM node WHERE id = ?1", node);
         if (!row.next()) {
             return;
         }
-        kind = static_cast<char>(row.integer(0));
+        kind = static_cast<Kind>(row.integer(0));
         parent = row.integer(1);
     }
     if (kind == kind_artist || kind == kind_album || kind == kind_genre) {

@@ -12,9 +12,10 @@ const List::Place *List::find(Entry entry) const {
 }
 
 void List::place_entries(const std::vector<int32_t> &durations) {
-    places.resize(entries.size());
+    places.reserve(entries.size());
     for (size_t i = 0; i < entries.size(); ++i) {
-        places[i] = {entries[i], static_cast<uint32_t>(i), durations.empty() ? 0 : durations[i]};
+        places.push_back(
+            {entries[i], static_cast<uint32_t>(i), durations.empty() ? 0 : durations[i]});
     }
     std::sort(places.begin(), places.end(),
               [](const Place &a, const Place &b) { return a.entry < b.entry; });
@@ -29,9 +30,10 @@ void sort_by(const List &order, std::vector<Entry> &entries) {
             }
         }
         std::sort(found.begin(), found.end());
-        entries.resize(found.size());
-        std::transform(found.begin(), found.end(), entries.begin(),
-                       [&](uint32_t at) { return order.entries[at]; });
+        entries.clear();
+        for (const uint32_t at : found) {
+            entries.push_back(order.entries[at]);
+        }
         return;
     }
     // Of many, going through the whole order is faster than sorting them.

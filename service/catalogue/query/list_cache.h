@@ -3,6 +3,7 @@
 #ifndef VANTRO_SERVICE_CATALOGUE_QUERY_LIST_CACHE_H
 #define VANTRO_SERVICE_CATALOGUE_QUERY_LIST_CACHE_H
 
+#include <compare>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -14,8 +15,23 @@
 
 namespace vantro::service::catalogue {
 
-// Songs by their numbers, nodes by their numbers negated.
-using Entry = int64_t;
+// A song or a node in a list, by its number in the catalogue's file. Entries sort by that: nodes
+// from the highest number down, then songs from the lowest up.
+class Entry {
+  public:
+    static Entry song(int64_t id) { return Entry(id); }
+    static Entry node(int64_t id) { return Entry(-id); }
+
+    bool is_song() const { return value_ > 0; }
+    int64_t id() const { return is_song() ? value_ : -value_; }
+
+    friend auto operator<=>(const Entry &, const Entry &) = default;
+
+  private:
+    explicit Entry(int64_t value) : value_(value) {}
+
+    int64_t value_; // negated for nodes: long lists are kept, and this takes no more than a number
+};
 
 struct List {
     // Where an entry stands. These are sorted by entry.

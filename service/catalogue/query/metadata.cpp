@@ -66,7 +66,7 @@ SongMetadata describe(Database &database, const ArtworkFolder &artwork, SourceBr
         }
         return metadata;
     }
-    metadata.title = browser.node(-place.id).name;
+    metadata.title = browser.node(Entry::node(place.id)).name;
     if (place.kind == kind_artist) {
         metadata.artist = metadata.title;
     }

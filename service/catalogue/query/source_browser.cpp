@@ -13,7 +13,7 @@ namespace {
 struct Menu {
     const char *id;
     const char *name;
-    char kind;
+    Kind kind;
 };
 
 constexpr Menu menu_table[] = {
@@ -26,7 +26,7 @@ constexpr Menu menu_table[] = {
     {"playlists", "Playlists", kind_playlist},
 };
 
-int32_t type_of(char kind) {
+int32_t type_of(Kind kind) {
     switch (kind) {
     case kind_artist:
         return VANTRO_NODE_ARTIST;
@@ -122,9 +122,9 @@ std::vector<Node> SourceBrowser::menus() {
 Node SourceBrowser::node(Entry entry) {
     Node node;
     node.source_type = VANTRO_SOURCE_DIRECTORY;
-    if (entry > 0) {
+    if (entry.is_song()) {
         node.type = VANTRO_NODE_SONG;
-        Rows row = database_.query("SELECT key, name, source FROM song WHERE id = ?1", entry);
+        Rows row = database_.query("SELECT key, name, source FROM song WHERE id = ?1", entry.id());
         if (row.next()) {
             node.id = NodeId(kind_song, row.integer(0)).text();
             node.name = row.text(1);
@@ -132,10 +132,10 @@ Node SourceBrowser::node(Entry entry) {
         }
         return node;
     }
-    Rows row =
-        database_.query("SELECT kind, key, name, count, source FROM node WHERE id = ?1", -entry);
+    Rows row = database_.query("SELECT kind, key, name, count, source FROM node WHERE id = ?1",
+                               entry.id());
     if (row.next()) {
-        const char kind = static_cast<char>(row.integer(0));
+        const Kind kind = static_cast<Kind>(row.integer(0));
         node.id = NodeId(kind, row.integer(1)).text();
         node.name = row.text(2);
         node.type = type_of(kind);
@@ -171,7 +171,8 @@ void SourceBrowser::songs_by_name(Range range, NodeSink &nodes) {
                              source_, first));
         return;
     }
-    Rows begin = database_.query("SELECT sort, key FROM song WHERE id = ?1", list->entries[first]);
+    Rows begin =
+        database_.query("SELECT sort, key FROM song WHERE id = ?1", list->entries[first].id());
     if (!begin.next()) {
         return;
     }
@@ -186,7 +187,7 @@ void SourceBrowser::songs_by_name(Range range, NodeSink &nodes) {
 }
 
 void SourceBrowser::browse(Place place, Range range, NodeSink &nodes) {
-    if (place.kind == 0) {
+    if (place.kind == kind_none) {
         const std::vector<Node> tops = menus();
         const auto [first, last] = bounds(range, tops.size());
         for (size_t i = first; i < last; ++i) {

@@ -16,10 +16,10 @@
 
 namespace vantro::service::catalogue {
 
-// A node by where it is found. Of a menu `kind` says what it lists and `id` is 0; of the root both
-// are 0.
+// A node by where it is found. Of a menu `kind` says what it lists and `id` is 0; the root has
+// `kind_none` and 0.
 struct Place {
-    char kind = 0;
+    Kind kind = kind_none;
     int64_t id = 0;
 };
 
@@ -53,14 +53,16 @@ class SourceBrowser {
 
   private:
     ListPointer kept(const std::string &what, const std::function<List()> &make);
-    ListPointer all(char kind); // every song, or every node of a kind, by name
+    ListPointer all(Kind kind); // every song, or every node of a kind, by name
     List list_of(Place place);
     List songs_of(Place place);
-    void take(Rows &&rows, std::vector<Entry> &entries, int sign);
+    int64_t top_folder();
+    void list_folder(int64_t folder, std::vector<Entry> &entries);
+    void list_artist(int64_t artist, std::vector<Entry> &entries);
     void take_folder(int64_t folder, int depth, std::vector<Entry> &entries);
     void take_artist(int64_t artist, std::vector<Entry> &entries);
     void take_performed(int64_t artist, std::vector<Entry> &entries);
-    void take_search(const char *sql, const std::string &words, char kind,
+    void take_search(const char *sql, const std::string &words, Kind kind,
                      std::vector<Entry> &entries);
     void songs_by_name(Range range, NodeSink &nodes);
     std::string name_of_list(const std::string &what) const;

@@ -32,10 +32,13 @@ std::string match_expression(std::string_view term) {
 }
 
 // The index gives its rows by number, which is how places are sorted too.
-void SourceBrowser::take_search(const char *sql, const std::string &words, char kind,
+void SourceBrowser::take_search(const char *sql, const std::string &words, Kind kind,
                                 std::vector<Entry> &entries) {
     std::vector<Entry> found;
-    take(database_.query(sql, words), found, kind == kind_song ? 1 : -1);
+    for (Rows rows = database_.query(sql, words); rows.next();) {
+        const int64_t id = rows.integer(0);
+        found.push_back(kind == kind_song ? Entry::song(id) : Entry::node(id));
+    }
     sort_by(*all(kind), found);
     entries.insert(entries.end(), found.begin(), found.end());
 }
@@ -43,7 +46,7 @@ void SourceBrowser::take_search(const char *sql, const std::string &words, char 
 std::optional<SourceBrowser::ListPointer> SourceBrowser::search(std::string_view filter,
                                                                 std::string_view term) {
     struct Part {
-        char kind;
+        Kind kind;
         const char *columns;
     };
     struct Filter {

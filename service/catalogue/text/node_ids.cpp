@@ -9,7 +9,7 @@
 
 namespace vantro::service::catalogue {
 
-int64_t key_of(char kind, std::string_view identity, int salt) {
+int64_t key_of(Kind kind, std::string_view identity, int salt) {
     std::string text(1, kind);
     if (salt != 0) {
         text += std::to_string(salt);
@@ -24,7 +24,7 @@ int64_t key_of(char kind, std::string_view identity, int salt) {
     return static_cast<int64_t>(key);
 }
 
-NodeId::NodeId(char kind, int64_t key) {
+NodeId::NodeId(Kind kind, int64_t key) {
     text_[0] = kind;
     if (kind == kind_year) {
         size_ = static_cast<size_t>(std::to_chars(text_ + 1, std::end(text_), key).ptr - text_);
@@ -54,13 +54,14 @@ std::optional<NodeRef> parse_node_id(std::string_view id) {
     if (std::string_view("abfgps").find(id[0]) == std::string_view::npos || id.size() != longest) {
         return std::nullopt;
     }
+    const auto kind = static_cast<Kind>(id[0]);
     uint64_t key = 0;
     const auto [stop, error] = std::from_chars(id.data() + 1, end, key, 16);
     if (error != std::errc() || stop != end ||
-        NodeId(id[0], static_cast<int64_t>(key)).text() != id) { // capitals are another text
+        NodeId(kind, static_cast<int64_t>(key)).text() != id) { // capitals are another text
         return std::nullopt;
     }
-    return NodeRef{id[0], static_cast<int64_t>(key)};
+    return NodeRef{kind, static_cast<int64_t>(key)};
 }
 
 } // namespace vantro::service::catalogue

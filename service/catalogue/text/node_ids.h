@@ -8,11 +8,9 @@
 
 namespace vantro::service::catalogue {
 
-// 64 bits of SHA-256 over `kind`, `salt` and `identity`.
-int64_t key_of(char kind, std::string_view identity, int salt = 0);
-
 // What nodes are, in the catalogue's file and as the first letter of their ids.
 enum Kind : char {
+    kind_none = 0, // no node of the file
     kind_artist = 'a',
     kind_album = 'b',
     kind_folder = 'f',
@@ -25,10 +23,13 @@ enum Kind : char {
     kind_no_album = 'B'
 };
 
+// 64 bits of SHA-256 over `kind`, `salt` and `identity`.
+int64_t key_of(Kind kind, std::string_view identity, int salt = 0);
+
 // The id of a node, without any heap: a long list is made of these.
 class NodeId {
   public:
-    NodeId(char kind, int64_t key);
+    NodeId(Kind kind, int64_t key);
     std::string_view text() const { return {text_, size_}; }
 
   private:
@@ -37,7 +38,7 @@ class NodeId {
 };
 
 struct NodeRef {
-    char kind = 0;
+    Kind kind = kind_none;
     int64_t key = 0;
 };
 // Nothing for what is no NodeId.
