@@ -25,8 +25,8 @@ struct Sink {
     void *data = nullptr;
 
     static Sink &instance() {
-        static vantro::platform::Kept<Sink> kept;
-        return *kept.get();
+        static vantro::platform::NeverDestroyed<Sink> instance;
+        return *instance.get();
     }
 };
 

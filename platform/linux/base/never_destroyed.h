@@ -8,11 +8,11 @@ namespace vantro::platform {
 // An object that is never destroyed: other threads may use it while the process ends. It lies in
 // the library's own memory, which goes when the library is unloaded; what it holds then is lost.
 template <typename Object>
-class Kept {
+class NeverDestroyed {
   public:
-    Kept() { new (memory_) Object; }
-    Kept(const Kept &) = delete;
-    Kept &operator=(const Kept &) = delete;
+    NeverDestroyed() { new (memory_) Object; }
+    NeverDestroyed(const NeverDestroyed &) = delete;
+    NeverDestroyed &operator=(const NeverDestroyed &) = delete;
 
     Object *get() { return std::launder(reinterpret_cast<Object *>(memory_)); }
 

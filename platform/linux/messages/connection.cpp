@@ -38,8 +38,8 @@ void after_fork_in_child() {
 Connections &Connections::instance() {
     static Connections *const connections = [] {
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
-        static Kept<Connections> kept;
-        return kept.get();
+        static NeverDestroyed<Connections> instance;
+        return instance.get();
     }();
     return *connections;
 }

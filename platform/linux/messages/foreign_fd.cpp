@@ -56,8 +56,8 @@ void after_fork_in_child() {
 ClosingQueue &ClosingQueue::instance() {
     static auto *const queue = [] {
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
-        static Kept<ClosingQueue> kept;
-        return kept.get();
+        static NeverDestroyed<ClosingQueue> instance;
+        return instance.get();
     }();
     return *queue;
 }

@@ -55,8 +55,8 @@ PulseConnections &PulseConnections::instance() {
     static auto *const connections = [] {
         Server::instance(); // whose lock a fork takes after this one, being made before it
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
-        static Kept<PulseConnections> kept;
-        return kept.get();
+        static NeverDestroyed<PulseConnections> instance;
+        return instance.get();
     }();
     return *connections;
 }

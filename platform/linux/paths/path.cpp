@@ -10,8 +10,6 @@
 #include <cstring>
 #include <new>
 
-#include <vantro/platform/io.h>
-
 #include "platform/linux/messages/server.h"
 #include "platform/linux/paths/path_dispatch.h"
 #include "platform/linux/runtime/platform_path.h"
@@ -21,7 +19,7 @@ using namespace vantro::platform;
 
 namespace {
 
-int refuse_open(struct path_request *request) {
+int check_open_access(struct path_request *request) {
     uint32_t mask = 0;
     if (request->open_flags != O_WRONLY) {
         mask |= PATH_ACCESS_READ;
@@ -52,7 +50,7 @@ path_handler connect_handler(const PathAttachment &attachment, unsigned place) {
     return attachment.connect && place < attachment.connect->count &&
                    attachment.connect->handlers[place]
                ? attachment.connect->handlers[place]
-               : refuse_open;
+               : check_open_access;
 }
 
 path_handler io_handler(const PathAttachment &attachment, unsigned place) {
@@ -249,7 +247,7 @@ void path_funcs_init(unsigned connect_count, struct path_connect_funcs *connect,
         connect->count = std::min<unsigned>(connect_count, PATH_CONNECT_HANDLER_COUNT);
         std::fill_n(connect->handlers, connect->count, not_supported);
         if (connect->count > PATH_CONNECT_OPEN) {
-            connect->handlers[PATH_CONNECT_OPEN] = refuse_open;
+            connect->handlers[PATH_CONNECT_OPEN] = check_open_access;
         }
     }
     if (io) {
