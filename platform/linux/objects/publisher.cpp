@@ -154,10 +154,13 @@ void object_publisher_close(struct object_publisher *publisher) {
         return;
     }
     const CancelDisabled no_cancel;
-    if (!publisher->abandoned) {
-        publisher->ring.retire();
-        RingWriter::ring_bell(publisher->directory.ring_file());
-        publisher->directory.remove();
+    {
+        const std::lock_guard guard(publisher->lock);
+        if (!publisher->abandoned) {
+            publisher->ring.retire();
+            RingWriter::ring_bell(publisher->directory.ring_file());
+            publisher->directory.remove();
+        }
     }
     strike_off(publisher);
     delete publisher;
