@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -75,7 +76,8 @@ EventQueue *newq(VantroHandle *handle) {
     queue->state_dict = mosk_dict_new();
     if (queue->state_dict && (queue->all_fd = openobj(handle, ".all?delta")) >= 0 &&
         (queue->state_fd = openobj(handle, "state?delta")) >= 0) {
-        return handle->event_queue = queue;
+        handle->event_queue = queue;
+        return queue;
     }
     const KeepErrno keep;
     if (queue->all_fd >= 0) {
@@ -84,6 +86,21 @@ EventQueue *newq(VantroHandle *handle) {
     mosk_dict_destroy(queue->state_dict);
     std::free(queue);
     return nullptr;
+}
+
+EventQueue *queue_of(VantroHandle *handle) {
+    EventQueue *const queue = handle->event_queue;
+    return queue ? queue : newq(handle);
+}
+
+bool state_is_unread(const EventQueue &queue) {
+    const KeepErrno keep;
+    char nothing = 0;
+    return platform_read(queue.state_fd, &nothing, 0) < 0 && errno == EMSGSIZE;
+}
+
+bool has_unreported(const EventQueue &queue) {
+    return queue.dirty_head || queue.unapplied_fd != -1 || state_is_unread(queue);
 }
 
 void evcleanup(EventQueue &queue) {

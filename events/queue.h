@@ -43,6 +43,7 @@ struct EventQueue {
     VantroEvent event; // Owns its records, and its dictionary unless it is `state_dict`.
     int all_fd;
     int state_fd;
+    bool is_polled; // The application has a descriptor that tells of events.
     // The file whose newest change could not be applied for want of memory; -1 for none. It is
     // applied again before anything else of that file is read.
     int unapplied_fd;
@@ -63,6 +64,17 @@ int openobj(const VantroHandle *handle, const char *object);
 // Makes the handle's queue. Ends the process where there is no memory for it.
 // @return the queue, or null with errno: the handle then has none.
 EventQueue *newq(VantroHandle *handle);
+
+// The handle's queue, which is made where there is none. @return as newq().
+EventQueue *queue_of(VantroHandle *handle);
+
+// Whether a change of "state" is unread. The descriptor of all objects, which alone is watched, may
+// have been read beyond a change of "state" that is unread at the descriptor of "state". A change
+// that is published after this look is unread at both.
+bool state_is_unread(const EventQueue &queue);
+
+// Whether an event is known of that is not reported yet.
+bool has_unreported(const EventQueue &queue);
 
 // Releases what the event holds, and clears all of it but the player's state.
 void evcleanup(EventQueue &queue);

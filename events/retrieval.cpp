@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include <vantro/platform/notify.h>
 #include <vantro/player.h>
 
 #include "events/attribute_parsing.h"
@@ -208,6 +209,15 @@ bool next_event(const VantroHandle *handle, EventQueue &queue) {
     return true;
 }
 
+// Keeps the application's descriptor readable while there may be another event.
+// @param more whether this call did not find out that there is none.
+void settle(const EventQueue &queue, bool more) {
+    const KeepErrno keep;
+    if (more || (notify_settle(queue.all_fd) == 0 && has_unreported(queue))) {
+        notify_wake(queue.all_fd);
+    }
+}
+
 } // namespace
 
 } // namespace vantro::events
@@ -221,10 +231,15 @@ const VantroEvent *vantro_event_get(VantroHandle *handle) {
     }
     msglog(LOG_SEVERITY_DEBUG, "vantro_event_get");
     const Lock lock(handle);
-    EventQueue *queue = handle->event_queue ? handle->event_queue : newq(handle);
+    EventQueue *const queue = queue_of(handle);
     if (!queue) {
         return nullptr;
     }
     evcleanup(*queue);
-    return next_event(handle, *queue) ? &queue->event : nullptr;
+    const bool succeeded = next_event(handle, *queue);
+    if (queue->is_polled) {
+        settle(*queue,
+               !succeeded || queue->event.type != VANTRO_EVENT_NONE || queue->event.object_name);
+    }
+    return succeeded ? &queue->event : nullptr;
 }

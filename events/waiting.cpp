@@ -1,11 +1,7 @@
 // Waiting for the player to publish something, and values that applications attach to objects.
-#include <pthread.h>
-#include <signal.h>
-#include <time.h>
-
 #include <cerrno>
 
-#include <vantro/platform/io.h>
+#include <vantro/extras.h>
 #include <vantro/platform/notify.h>
 #include <vantro/player.h>
 
@@ -16,48 +12,34 @@ namespace vantro::events {
 
 namespace {
 
-constexpr int wake_signal = 57;
-constexpr ipc_event sev = {IPC_EVENT_SIGNAL_THREAD, wake_signal, 0, 0, 0};
-
-// Blocks the signals that wake a thread while one may come. The destructor runs on every way out of
-// a wait, also when the thread is cancelled: it disarms and takes pending signals, since a signal
-// that is left over would end the process as soon as it is unblocked.
-class WakeSignals {
-  public:
-    explicit WakeSignals(int descriptor) : descriptor_(descriptor) {
-        sigemptyset(&signals_);
-        sigaddset(&signals_, wake_signal);
-        // The host sends SIGIO where its queue of real-time signals is full.
-        sigaddset(&signals_, SIGIO);
-        pthread_sigmask(SIG_BLOCK, &signals_, &mask_);
+// @return 1 where there may be an event, 0 when the time is over, or -1 with errno.
+int wait_for_event(VantroHandle *handle, int timeout_ms) {
+    EventQueue *const queue = queue_of(handle);
+    if (!queue) {
+        return -1;
     }
-    ~WakeSignals() {
-        const CancelDisabled no_cancel;
-        const KeepErrno keep;
-        notify_disarm(descriptor_);
-        const timespec at_once{};
-        while (sigtimedwait(&signals_, nullptr, &at_once) > 0) {
-        }
-        pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
+    if (queue->dirty_head) {
+        msglog(LOG_SEVERITY_TRACE, "vantro_event_wait: some events in the queue");
+        return 1;
     }
-    WakeSignals(const WakeSignals &) = delete;
-    WakeSignals &operator=(const WakeSignals &) = delete;
+    if (has_unreported(*queue)) {
+        msglog(LOG_SEVERITY_TRACE, "vantro_event_wait: the state is unread");
+        return 1;
+    }
+    if (handle->is_woken.exchange(false)) {
+        return 1;
+    }
+    const int result = notify_wait(queue->all_fd, timeout_ms);
+    return result > 0 ? 1 : result;
+}
 
-    bool wait() const { return sigwaitinfo(&signals_, nullptr) > 0; }
-
-  private:
-    int descriptor_;
-    sigset_t signals_;
-    sigset_t mask_; // As the application had it.
-};
-
-// Whether a change of "state" is unread. The descriptor of all objects, which alone is armed, may
-// have been read beyond a change of "state" that is unread at the descriptor of "state". A change
-// that is published after this look is unread at both.
-bool state_is_unread(const EventQueue &queue) {
-    const KeepErrno keep;
-    char nothing = 0;
-    return platform_read(queue.state_fd, &nothing, 0) < 0 && errno == EMSGSIZE;
+// A bad handle is the caller's mistake, which the calls of the extras say by errno as well.
+bool may_follow(const VantroHandle *handle) {
+    if (has_player(handle)) {
+        return true;
+    }
+    errno = EINVAL;
+    return false;
 }
 
 } // namespace
@@ -66,39 +48,62 @@ bool state_is_unread(const EventQueue &queue) {
 
 using namespace vantro::events;
 
-// Cancellation unwinds through this function, which is therefore not noexcept.
+// Cancellation unwinds through the waits, which are therefore not noexcept.
 int vantro_event_wait(VantroHandle *handle) {
     if (!has_player(handle)) {
         return -1;
     }
     msglog(LOG_SEVERITY_DEBUG, "vantro_event_wait:");
-    EventQueue *queue = handle->event_queue ? handle->event_queue : newq(handle);
-    if (queue && queue->dirty_head) {
-        msglog(LOG_SEVERITY_TRACE, "vantro_event_wait: some events in the queue");
-        return 0;
-    }
-    if (!queue && !(queue = newq(handle))) {
-        return -1;
-    }
-    if (queue->unapplied_fd != -1 || state_is_unread(*queue)) {
-        msglog(LOG_SEVERITY_TRACE, "vantro_event_wait: the state is unread");
-        return 0;
-    }
-    const WakeSignals signals(queue->all_fd);
-    const int input = notify_arm(queue->all_fd, NOTIFY_TEST_AND_ARM, NOTIFY_INPUT, &sev);
-    if (input != 0) {
-        return input > 0 ? 0 : -1;
-    }
-    return signals.wait() ? 0 : -1;
+    return wait_for_event(handle, -1) > 0 ? 0 : -1;
 }
 
-int vantro_event_data_set(VantroHandle *handle, void *data) {
-    if (!handle || !handle->event_queue || !handle->event_queue->event.dict) {
+int vantro_event_wait_for(VantroHandle *handle, int timeout_ms) {
+    if (!may_follow(handle)) {
+        return -1;
+    }
+    msglog(LOG_SEVERITY_DEBUG, "vantro_event_wait_for: %d ms", timeout_ms);
+    return wait_for_event(handle, timeout_ms);
+}
+
+int vantro_event_wake(VantroHandle *handle) {
+    if (!handle) {
         errno = EINVAL;
         return -1;
     }
-    EventQueue &queue = *handle->event_queue;
-    (queue.current_entry ? queue.current_entry->user_data : queue.state_user_data) = data;
-    queue.event.user_data = data;
+    const EventQueue *queue = handle->event_queue;
+    if (!queue) {
+        handle->is_woken = true;
+        queue = handle->event_queue;
+    }
+    return queue ? notify_wake(queue->all_fd) : 0;
+}
+
+int vantro_event_fd(VantroHandle *handle) {
+    const CancelDisabled no_cancel;
+    if (!may_follow(handle)) {
+        return -1;
+    }
+    EventQueue *const queue = queue_of(handle);
+    if (!queue) {
+        return -1;
+    }
+    const int descriptor = notify_poll_descriptor(queue->all_fd);
+    if (descriptor >= 0 && !queue->is_polled) {
+        queue->is_polled = true;
+        if (has_unreported(*queue)) {
+            notify_wake(queue->all_fd);
+        }
+    }
+    return descriptor;
+}
+
+int vantro_event_data_set(VantroHandle *handle, void *data) {
+    EventQueue *const queue = handle ? handle->event_queue.load() : nullptr;
+    if (!queue || !queue->event.dict) {
+        errno = EINVAL;
+        return -1;
+    }
+    (queue->current_entry ? queue->current_entry->user_data : queue->state_user_data) = data;
+    queue->event.user_data = data;
     return 0;
 }

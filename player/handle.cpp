@@ -42,7 +42,7 @@ Outcome request_by_name(const VantroHandle *handle, uint16_t command, const char
 }
 
 void end_events(VantroHandle *handle) {
-    vantro_internal_destroy_evq(std::exchange(handle->event_queue, nullptr));
+    vantro_internal_destroy_evq(handle->event_queue.exchange(nullptr));
 }
 
 void forget_player(VantroHandle *handle) {

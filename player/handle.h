@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <utility>
@@ -27,8 +28,10 @@ struct VantroHandle {
     bool close_unanswered;  // Whether the closing of player_name has had no answer.
     char *read_buffer;      // Owned. Receives changes of status objects.
     uint32_t read_capacity; // Bytes at read_buffer.
-    struct EventQueue *event_queue; // Owned. NULL until the first call for events.
-    pthread_mutex_t lock;           // Held while an event is retrieved.
+    // Owned. NULL until the first call for events. Another thread may look for it to end a wait.
+    std::atomic<struct EventQueue *> event_queue;
+    std::atomic<bool> is_woken; // Before there was a queue.
+    pthread_mutex_t lock;       // Held while an event is retrieved.
     // Held around each exchange whose answer may overflow, and around its fetch: the service holds
     // all overflowing answers of a connection under one tag, and a fetch takes the newest.
     pthread_mutex_t overflow_lock;

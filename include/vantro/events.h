@@ -68,9 +68,10 @@
  * call for events on the same handle. Commands and queries may run meanwhile in other threads.
  * Different handles have nothing in common: each may be waited for in a thread of its own.
  *
- * Signals. vantro_event_wait() uses signal 57 and SIGIO, of its own thread: they are blocked while
- * it runs, what has come of them is taken, and the mask is then as it was. Applications leave
- * signal 57 alone, and take SIGIO, where they use it, in threads that do not wait for events.
+ * Signals. The library uses none to wait. A signal handler that runs ends vantro_event_wait(),
+ * however it was installed.
+ *
+ * Event loops, time limits, and ending a wait from another thread: extras.h.
  *
  * Fork. A child cannot use its parent's handles: calls there fail with EBADF, and
  * vantro_event_get() may wait for ever where the parent was within it.

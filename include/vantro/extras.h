@@ -1,9 +1,10 @@
 /**
- * Conveniences beyond the system's published interface: freeing what queries return.
+ * Conveniences beyond the system's published interface: freeing what queries return, and following
+ * a player from an event loop, for a limited time, or until another thread ends it.
  *
- * Each function frees every string of each record, then the block that holds the records; NULL
- * does nothing. Records of the library's own, such as those of an event, are not to be freed.
- * No function here blocks, fails, or changes errno; any thread may call any of them.
+ * Freeing. Each function frees every string of each record, then the block that holds the records;
+ * NULL does nothing. Records of the library's own, such as those of an event, are not to be freed.
+ * None of these functions blocks, fails, or changes errno; any thread may call any of them.
  */
 #ifndef VANTRO_EXTRAS_H
 #define VANTRO_EXTRAS_H
@@ -27,6 +28,70 @@ VANTRO_API void vantro_free_metadata(Metadata *records, int count);
 
 /** Frees what vantro_get_current_track_info() returned, its node and metadata included. */
 VANTRO_API void vantro_free_track_info(VantroTrackInfo *info);
+
+/**
+ * A descriptor that is readable while vantro_event_get() may have something: for poll(), epoll and
+ * the loops built on them. It belongs to the open player: it is not to be read, written or closed,
+ * vantro_close() and vantro_disconnect() close it.
+ *
+ *     #include <errno.h>
+ *     #include <poll.h>
+ *     #include <stdio.h>
+ *     #include <vantro/extras.h>
+ *
+ *     int main(void) {
+ *         VantroHandle *player = vantro_connect();
+ *         if (!player || vantro_open(player, "main") != 0) {
+ *             fprintf(stderr, "no player \"main\"\n");
+ *             return 1;
+ *         }
+ *         struct pollfd descriptor = {vantro_event_fd(player), POLLIN, 0};
+ *         while (descriptor.fd >= 0) {
+ *             if (poll(&descriptor, 1, -1) < 0) {
+ *                 continue; // a signal handler ran
+ *             }
+ *             const VantroEvent *event = vantro_event_get(player);
+ *             if (!event && errno != EBADMSG) {
+ *                 break;
+ *             }
+ *             if (event && event->type == VANTRO_EVENT_STATE) {
+ *                 printf("state %d at rate %g\n", (int)event->state, event->rate);
+ *             }
+ *         }
+ *         perror("the player can no longer be followed");
+ *         vantro_disconnect(player);
+ *         return 1;
+ *     }
+ *
+ * One vantro_event_get() for each time that it is readable suffices: it stays readable until a call
+ * has found nothing. It is readable too when the service stops publishing (the call then fails with
+ * ESTALE), and at first, for the full picture. While nothing happens nothing runs. Each such
+ * descriptor takes one of the inotify instances that a user has (128 on most hosts), and three
+ * descriptors. vantro_event_wait() need not be called, but may be. Must not overlap a call for
+ * events on the same handle. Does not block.
+ * @return the descriptor, the same one until vantro_close(); or -1: EINVAL (handle NULL, or no
+ *   player open), ENOSPC (no inotify watch is left), and what vantro_event_get() fails with.
+ * Nothing has changed then.
+ */
+VANTRO_API int vantro_event_fd(VantroHandle *handle);
+
+/**
+ * vantro_event_wait() for a limited time.
+ * @param timeout_ms milliseconds; below 0 without a limit, 0 only looks.
+ * @return 1 when there may be something for vantro_event_get(), or vantro_event_wake() was called;
+ *   0 when the time is over; -1: EINVAL (handle NULL, or no player open), and otherwise as
+ *   vantro_event_wait().
+ */
+VANTRO_API int vantro_event_wait_for(VantroHandle *handle, int timeout_ms);
+
+/**
+ * Ends the wait for events on a handle, or the next one where nobody waits, and makes its
+ * descriptor readable until the next vantro_event_get(). Several wakes may count as one. Any thread
+ * may call it, also while another waits, but not while one opens, closes or disconnects the handle.
+ * Does not block.
+ * @return 0, or -1 with errno EINVAL: handle NULL.
+ */
+VANTRO_API int vantro_event_wake(VantroHandle *handle);
 
 #ifdef __cplusplus
 }

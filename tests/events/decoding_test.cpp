@@ -38,7 +38,7 @@ TEST_F(Decoding, WhatThePlatformCannotGiveIsSaid) {
     };
     const long before = open_descriptors();
     EXPECT_EQ(next_refused(), "failed");
-    EXPECT_EQ(handle->event_queue, nullptr);
+    EXPECT_EQ(handle->event_queue.load(), nullptr);
     EXPECT_EQ(open_descriptors(), before);
     ASSERT_EQ(next(), "7");
     raw.publish("@x\na::1\n");

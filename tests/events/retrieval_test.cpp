@@ -102,7 +102,7 @@ TEST_F(Retrieval, WithoutAPublisherOrAPlayerLeavesNothing) {
     EXPECT_EQ(std::exchange(errno, 0), ENOENT);
     EXPECT_EQ(vantro_event_wait(handle), -1);
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(handle->event_queue, nullptr);
+    EXPECT_EQ(handle->event_queue.load(), nullptr);
     EXPECT_EQ(open_descriptors(), before);
 }
 
@@ -118,7 +118,7 @@ TEST_F(Retrieval, WantOfDescriptorsLeavesNothing) {
         const int error = errno;
         setrlimit(RLIMIT_NOFILE, &limit);
         ASSERT_TRUE(event || error == EMFILE) << error;
-        EXPECT_EQ(handle->event_queue != nullptr, event != nullptr);
+        EXPECT_EQ(handle->event_queue.load() != nullptr, event != nullptr);
         ASSERT_EQ(open_descriptors(), before + (event ? 2 : 0)) << few.rlim_cur;
     }
 }
@@ -147,7 +147,7 @@ TEST_F(Retrieval, FollowsOnePublisherAfterTheOther) {
     publish("state", "status", "paused");
     EXPECT_EQ(next(), "failed");
     EXPECT_EQ(vantro_close(handle, "main"), 0);
-    EXPECT_EQ(handle->event_queue, nullptr);
+    EXPECT_EQ(handle->event_queue.load(), nullptr);
     EXPECT_EQ(open_descriptors(), before);
     EXPECT_EQ(vantro_open(handle, "main"), 0);
     EXPECT_EQ(next(), "3 state 3/1/0/0 was 1/1/0/0");
@@ -234,7 +234,8 @@ TEST_F(Retrieval, ABurstOfOneObjectLeavesOneEntry) {
         EXPECT_EQ(next(), "7");
     }
     int entries = 0;
-    for (const ObjectEntry *entry = handle->event_queue->clean_list; entry; entry = entry->next) {
+    for (const ObjectEntry *entry = handle->event_queue.load()->clean_list; entry;
+         entry = entry->next) {
         entries++;
     }
     EXPECT_EQ(entries, 2);
@@ -272,7 +273,7 @@ TEST_F(Retrieval, TextsWithoutAnObjectsWholeLineArePassedOver) {
     ASSERT_EQ(next(), "7");
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
-    std::swap(handle->event_queue->all_fd, ends[0]);
+    std::swap(handle->event_queue.load()->all_fd, ends[0]);
     for (const std::string text : {"a::1\n", "@x", "\n@", "a::1\n@x\nb::2\n"}) {
         EXPECT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
     }
@@ -280,7 +281,7 @@ TEST_F(Retrieval, TextsWithoutAnObjectsWholeLineArePassedOver) {
     EXPECT_EQ(next(), "7 x {b=2}");
     EXPECT_EQ(take_lines(), Lines{"3 dict is null and please investigate"});
     EXPECT_EQ(next(), "7");
-    std::swap(handle->event_queue->all_fd, ends[0]);
+    std::swap(handle->event_queue.load()->all_fd, ends[0]);
     close(ends[0]);
 }
 

@@ -1,5 +1,6 @@
 // Waiting for events, and every way out of it.
 #include <malloc.h>
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -7,8 +8,12 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <optional>
 #include <random>
 #include <thread>
+#include <vector>
+
+#include <vantro/extras.h>
 
 #include "tests/support/player_follower.h"
 #include "tests/support/process.h"
@@ -159,13 +164,97 @@ TEST_F(Waiting, IsLeftByAPublishASignalOrTheThreadsEnd) {
 
     EXPECT_EQ(wait_beside(pthread_cancel), -2);
 
-    // What the host sends where its queue of signals is full. The application has it blocked.
-    const sigset_t mask = mask_of_this_thread();
-    sigset_t blocked = mask;
-    sigaddset(&blocked, SIGIO);
-    pthread_sigmask(SIG_SETMASK, &blocked, nullptr);
-    EXPECT_EQ(wait_beside([](pthread_t thread) { pthread_kill(thread, SIGIO); }), 0);
-    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+    EXPECT_EQ(wait_beside([this](pthread_t) { vantro_event_wake(handle); }), 0);
+}
+
+TEST_F(Waiting, EndsWhenTheTimeIsOverOrAWakeCameBefore) {
+    EXPECT_EQ(vantro_event_wake(handle), 0); // Before there is anything to wait for.
+    start_publishing();
+    EXPECT_EQ(vantro_event_wait_for(handle, -1), 1);
+    EXPECT_EQ(vantro_event_wait_for(handle, 0), 0);
+    EXPECT_EQ(vantro_event_wait_for(handle, 20), 0);
+    publish("x", "a", "1");
+    EXPECT_EQ(vantro_event_wait_for(handle, -1), 1);
+    EXPECT_EQ(next(), "7 x {a=1}");
+    vantro_close(handle, "main");
+    for (VantroHandle *const bad : {static_cast<VantroHandle *>(nullptr), handle}) {
+        errno = 0;
+        EXPECT_EQ(vantro_event_wait_for(bad, 0), -1);
+        EXPECT_EQ(errno, EINVAL);
+        EXPECT_EQ(vantro_event_fd(bad), -1);
+    }
+    EXPECT_EQ(vantro_event_wake(nullptr), -1);
+    EXPECT_EQ(take_lines(), Lines(4, "3 Invalid vantro handle"));
+}
+
+TEST_F(Waiting, TheDescriptorIsReadableWhileThereMayBeSomething) {
+    std::optional<RawPublisher> raw(std::in_place);
+    raw->publish("@x\na::1\n");
+    const int descriptor = vantro_event_fd(handle);
+    ASSERT_GE(descriptor, 0);
+    EXPECT_EQ(vantro_event_fd(handle), descriptor);
+    const auto is_readable = [descriptor] {
+        struct pollfd file = {descriptor, POLLIN, 0};
+        return poll(&file, 1, 0) == 1;
+    };
+    // Gets all that there is, and nothing that the descriptor does not tell of.
+    const auto follow = [&] {
+        Lines events;
+        while (is_readable()) {
+            events.push_back(next());
+        }
+        return events;
+    };
+    EXPECT_EQ(follow(), (Lines{"7 x {a=1}", "7"}));
+    raw->publish("@x\na::2\n");
+    raw->publish("@y\na::1\n");
+    EXPECT_EQ(follow(), (Lines{"7 x {a=2}", "7 y {a=1}", "7"}));
+    vantro_event_wake(handle);
+    EXPECT_EQ(follow(), (Lines{"7"}));
+    EXPECT_EQ(vantro_event_wait_for(handle, 0), 0);
+    // Changes of "state" that come between the look at it and the pass over the objects.
+    on_line = [&raw] {
+        raw->publish("@state\nrate::2\n");
+        raw->publish("@state\nrate::3\n");
+    };
+    raw->publish("-@y\na::1\n"); // Logs a line while it is applied.
+    EXPECT_EQ(follow(), (Lines{"3 state 1/2/0/0 was 1/1/0/0", "3 state 1/3/0/0 was 1/2/0/0", "7"}));
+    raw.reset();
+    EXPECT_TRUE(is_readable());
+    EXPECT_EQ(next(), "7");       // A death is found after what was published before it.
+    for (int i = 0; i < 3; i++) { // For good.
+        EXPECT_TRUE(is_readable());
+        EXPECT_EQ(next(), "failed");
+    }
+    take_lines();
+}
+
+// More than a user has inotify instances.
+TEST_F(Waiting, HundredsOfHandlesOfOneProcessWait) {
+    start_publishing();
+    constexpr int count = 300;
+    std::atomic<int> ready{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; i++) {
+        threads.emplace_back([&] {
+            VantroHandle *const mine = vantro_connect();
+            EXPECT_EQ(vantro_open(mine, "main"), 0);
+            EXPECT_EQ(vantro_event_get(mine)->object_name, nullptr);
+            ready++;
+            for (const char *object : {"x", "y"}) {
+                EXPECT_NE(wait_for(mine, object), nullptr);
+            }
+            vantro_disconnect(mine);
+        });
+    }
+    while (ready < count) {
+        sched_yield();
+    }
+    publish("x", "a", "1");
+    publish("y", "a", "1");
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
 }
 
 TEST_F(Waiting, TwoThreadsFollowTwoPlayers) {

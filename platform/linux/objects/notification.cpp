@@ -1,7 +1,6 @@
 #include "platform/linux/objects/notification.h"
 
 #include <fcntl.h>
-#include <sys/inotify.h>
 #include <sys/syscall.h>
 
 #include <array>
@@ -9,7 +8,7 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/linux/runtime/runtime_directory.h"
+#include "platform/linux/objects/ring_inotify.h"
 #include "platform/portable/guards.h"
 
 namespace vantro::platform {
@@ -36,7 +35,7 @@ struct Spares {
                 return std::move(instances[--count]);
             }
         }
-        return UniqueFd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+        return make_inotify();
     }
     void give_back(UniqueFd instance) {
         const std::lock_guard guard(lock);
@@ -65,8 +64,7 @@ bool Notification::arm(int file, int signal) {
     may_send_ = true;
     watch_ = -1;
     if (direct_signal(inotify_.get(), signal)) {
-        watch_ = ::inotify_add_watch(inotify_.get(), descriptor_path(file).c_str(),
-                                     IN_MODIFY | IN_CLOSE_WRITE);
+        watch_ = add_ring_watch(inotify_.get(), file);
     }
     if (watch_ < 0) {
         const KeepErrno keep;
@@ -88,15 +86,10 @@ bool Notification::finish() {
     if (watch_ >= 0) {
         ::inotify_rm_watch(inotify_.get(), watch_);
     }
-    // Events of a watched file carry no name, and the kernel merges equal ones that follow each
-    // other. So there are few, and one read takes them all.
     bool closed = false;
-    alignas(struct inotify_event) char events[64 * sizeof(struct inotify_event)];
-    const ssize_t length = ::read(inotify_.get(), events, sizeof events);
-    for (ssize_t at = 0; at < length; at += sizeof(struct inotify_event)) {
-        const auto *event = reinterpret_cast<const struct inotify_event *>(events + at);
-        closed = closed || (event->mask & IN_CLOSE_WRITE) != 0;
-    }
+    read_ring_events(inotify_.get(), [&closed](const struct inotify_event &event) {
+        closed = closed || (event.mask & IN_CLOSE_WRITE) != 0;
+    });
     spares.give_back(std::move(inotify_));
     return closed;
 }

@@ -1,4 +1,4 @@
-// Arming and disarming, by descriptor.
+// Notification, by descriptor.
 #include <vantro/platform/notify.h>
 
 #include <signal.h>
@@ -30,4 +30,29 @@ int notify_disarm(int descriptor) {
     }
     reader->disarm();
     return 0;
+}
+
+int notify_wait(int descriptor, int timeout_ms) {
+    ObjectReader *const reader = find_reader(descriptor);
+    return reader ? reader->wait(timeout_ms) : fail(EBADF);
+}
+
+int notify_wake(int descriptor) {
+    ObjectReader *const reader = find_reader(descriptor);
+    if (!reader) {
+        return fail(EBADF);
+    }
+    const KeepErrno keep;
+    reader->wake();
+    return 0;
+}
+
+int notify_poll_descriptor(int descriptor) {
+    ObjectReader *const reader = find_reader(descriptor);
+    return reader ? reader->poll_descriptor() : fail(EBADF);
+}
+
+int notify_settle(int descriptor) {
+    ObjectReader *const reader = find_reader(descriptor);
+    return reader ? reader->settle() : fail(EBADF);
 }

@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include <vantro/platform/notify.h>
-
 #include "platform/linux/objects/object_directory.h"
 #include "platform/linux/objects/ring_words.h"
 #include "platform/linux/runtime/runtime_directory.h"
@@ -23,6 +21,9 @@ namespace {
 // A publisher writes at least a quarter of a megabyte before it overwrites the snapshot that a
 // reader copies. A reader that is overtaken so often in a row tries again at its next call.
 constexpr int starts_max = 16;
+
+// As many changes are read without a wait before the watch for waits ends.
+constexpr unsigned kept_watch_changes = 64;
 
 constexpr std::string_view delta_option = "?delta";
 
@@ -94,7 +95,7 @@ ssize_t ObjectReader::read(void *buffer, size_t length) {
     }
     try {
         if (!notification_.armed()) {
-            end_watch();
+            end_armed_watch();
         }
         switch (fetch()) {
         case Got::change:
@@ -116,6 +117,9 @@ ssize_t ObjectReader::read(void *buffer, size_t length) {
     const size_t given = current_.size();
     std::memcpy(buffer, current_.data(), given);
     current_.clear();
+    if (++read_without_waiting_ == kept_watch_changes) {
+        stop_watching(waiter_);
+    }
     unsettled_.store(must_start_over_ || gone_ || !pending_.empty(), std::memory_order_relaxed);
     return static_cast<ssize_t>(given);
 }
@@ -269,55 +273,6 @@ void ObjectReader::give_state(const ObjectState &state) {
     known_bytes_ = known_bytes;
 }
 
-void ObjectReader::end_watch() {
-    if (notification_.watches() && notification_.finish()) {
-        gone_ = gone_ || !publisher_lives(ring_file_.get());
-    }
-}
-
-bool ObjectReader::has_input() {
-    gone_ = gone_ || !publisher_lives(ring_file_.get());
-    return fetch() != Got::nothing;
-}
-
-int ObjectReader::arm(int signal) {
-    const CancelDisabled no_cancel;
-    const std::lock_guard guard(lock_);
-    if (!ring_file_) {
-        return fail(EBADF);
-    }
-    try {
-        end_watch();
-        if (has_input()) {
-            return NOTIFY_INPUT;
-        }
-        if (!notification_.arm(ring_file_.get(), signal)) {
-            return -1;
-        }
-        fence_at_the_bell();
-        if (!has_input()) {
-            return 0;
-        }
-        end_watch();
-        return NOTIFY_INPUT;
-    } catch (const std::bad_alloc &) {
-        end_watch();
-        return fail(ENOMEM);
-    }
-}
-
-// The watch itself ends in the read that follows: the thread that was woken is to go on at once. A
-// reader that does not wait has no watch, and so costs the publisher nothing.
-void ObjectReader::disarm() {
-    const CancelDisabled no_cancel;
-    const KeepErrno keep;
-    const std::lock_guard guard(lock_);
-    notification_.silence();
-    if (notification_.watches()) {
-        unsettled_.store(true, std::memory_order_relaxed);
-    }
-}
-
 // The number stays taken, by a descriptor that cannot be read, until it is closed. Otherwise the
 // child could open a file under this number, and then read or close it as its parent's reader.
 void ObjectReader::abandon_in_child() {
@@ -328,6 +283,9 @@ void ObjectReader::abandon_in_child() {
     }
     ring_file_.reset();
     notification_.abandon_in_child();
+    poll_.abandon_in_child();
+    bell_.abandon_in_child();
+    waiter_ = {};
 }
 
 } // namespace vantro::platform

@@ -22,7 +22,10 @@
 
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/objects/notification.h"
+#include "platform/linux/objects/poll_descriptor.h"
 #include "platform/linux/objects/ring.h"
+#include "platform/linux/objects/shared_watches.h"
+#include "platform/linux/objects/wake_bell.h"
 #include "platform/linux/runtime/runtime_directory.h"
 
 namespace vantro::platform {
@@ -42,8 +45,12 @@ class ObjectReader {
     ssize_t read(void *buffer, size_t length);
     int arm(int signal);
     void disarm();
-    // Ends the watch, if there is one. Must be called before the reader is destroyed.
-    void end_watch();
+    int wait(int timeout_ms);
+    void wake() { bell_.ring(); }
+    int poll_descriptor();
+    int settle();
+    // Ends the watches, if there are any. Must be called before the reader is destroyed.
+    void end_watches();
 
     // In a child of fork: closes the copies, but keeps the descriptor's number taken.
     void abandon_in_child();
@@ -68,7 +75,14 @@ class ObjectReader {
     void give_state(const ObjectState &state);
     // Makes the change in `record_` the current text, if its object is one that is read.
     Got take_change();
-    bool has_input();
+    // Whether there is a text to give. May throw std::bad_alloc.
+    bool has_input() { return fetch() != Got::nothing; }
+    // Looks whether the publisher lives, and then the same.
+    bool has_input_or_ended();
+    // Watches the ring for a wait, where there is no watch, and looks for input.
+    // @return NOTIFY_INPUT, 0, or -1 with errno.
+    int watch_and_look(bool publisher_closed);
+    void end_armed_watch();
 
     UniqueFd ring_file_;
     RingView ring_;
@@ -87,7 +101,11 @@ class ObjectReader {
     std::set<std::string, std::less<>> known_; // the objects that its texts have made known
     size_t known_bytes_ = 0;
     std::string record_;
+    unsigned read_without_waiting_ = 0; // changes
     Notification notification_;
+    WakeBell bell_;
+    RingWaiter waiter_;
+    PollDescriptor poll_;
 };
 
 // object_table.cpp

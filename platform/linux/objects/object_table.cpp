@@ -41,12 +41,15 @@ Slot *slot_of(int descriptor) {
 void before_fork() {
     table_lock.lock();
     hold_spare_instances();
+    hold_shared_watches();
 }
 void after_fork_in_parent() {
+    release_shared_watches(false);
     release_spare_instances(false);
     table_lock.unlock();
 }
 void after_fork_in_child() {
+    release_shared_watches(true);
     release_spare_instances(true);
     for (ObjectReader *reader = readers; reader; reader = reader->next) {
         // Readers of the parent's own parent are no longer in the table.
@@ -106,7 +109,7 @@ bool close_reader(int descriptor) {
     if (!reader) {
         return false;
     }
-    reader->end_watch();
+    reader->end_watches();
     const std::lock_guard guard(table_lock);
     for (ObjectReader **link = &readers; *link; link = &(*link)->next) {
         if (*link == reader.get()) {

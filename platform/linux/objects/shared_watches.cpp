@@ -1,0 +1,239 @@
+#include "platform/linux/objects/shared_watches.h"
+
+#include <poll.h>
+
+#include <array>
+#include <cerrno>
+#include <mutex>
+#include <utility>
+
+#include "platform/linux/objects/ring_inotify.h"
+
+namespace vantro::platform {
+
+namespace {
+
+// Nothing in it needs a destructor but the descriptor: threads may still wait while the process
+// ends.
+struct SharedInstance {
+    std::mutex lock;
+    UniqueFd inotify;
+    RingWaiter *waiters = nullptr; // that have a watch
+    const RingWaiter *leader = nullptr;
+
+    ~SharedInstance() {
+        const std::lock_guard guard(lock);
+        inotify.reset();
+    }
+};
+
+SharedInstance shared;
+
+// The functions in this namespace are called with the lock held.
+
+bool is_watched(int watch) {
+    for (const RingWaiter *waiter = shared.waiters; waiter; waiter = waiter->next) {
+        if (waiter->watch == watch) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void strike_off(const RingWaiter &waiter) {
+    for (RingWaiter **link = &shared.waiters; *link; link = &(*link)->next) {
+        if (*link == &waiter) {
+            *link = waiter.next;
+            return;
+        }
+    }
+}
+
+void end_watch(int watch) {
+    for (RingWaiter **link = &shared.waiters; *link;) {
+        RingWaiter &waiter = **link;
+        if (waiter.watch == watch) {
+            *link = waiter.next;
+            waiter.watch = -1;
+        } else {
+            link = &waiter.next;
+        }
+    }
+    ::inotify_rm_watch(shared.inotify.get(), watch);
+}
+
+// A reader that is busy with one event is about to wait for the next.
+constexpr unsigned missed_max = 16;
+
+// Tells the readers of a ring. Where none of them waits any more, the watch ends.
+void tell(const struct inotify_event &event) {
+    const bool all = (event.mask & IN_Q_OVERFLOW) != 0;
+    bool known = false;
+    bool is_wanted = false;
+    for (RingWaiter *waiter = shared.waiters; waiter; waiter = waiter->next) {
+        if (!all && waiter->watch != event.wd) {
+            continue;
+        }
+        known = true;
+        waiter->missed += waiter->waiting ? 0 : 1;
+        is_wanted = is_wanted || waiter->missed <= missed_max;
+        // After an overflow anything may have happened.
+        waiter->closed = waiter->closed || all || (event.mask & IN_CLOSE_WRITE) != 0;
+        if (!waiter->rung && waiter->waiting) {
+            waiter->bell->wake();
+        }
+        waiter->rung = true;
+    }
+    if (known && !is_wanted && !all) {
+        end_watch(event.wd);
+    }
+}
+
+// A thread's stay among those that wait. The end of it, by whatever way, leaves a leader behind
+// where anybody still waits.
+class Waiting {
+  public:
+    explicit Waiting(RingWaiter &waiter) : waiter_(waiter) {
+        shared.lock.lock();
+        waiter_.waiting = true;
+        waiter_.missed = 0;
+    }
+    ~Waiting() {
+        if (!locked_) {
+            shared.lock.lock();
+        }
+        waiter_.waiting = false;
+        if (shared.leader == &waiter_) {
+            shared.leader = nullptr;
+        }
+        const RingWaiter *next = shared.leader ? nullptr : shared.waiters;
+        while (next && !next->waiting) {
+            next = next->next;
+        }
+        if (next) {
+            next->bell->wake();
+        }
+        shared.lock.unlock();
+    }
+    Waiting(const Waiting &) = delete;
+    Waiting &operator=(const Waiting &) = delete;
+
+    // Sleeps once. @return as ppoll().
+    int sleep(const timespec *timeout, const CancelDisabled &cancel) {
+        if (!shared.leader) {
+            shared.leader = &waiter_;
+        }
+        const bool leads = shared.leader == &waiter_;
+        std::array<struct pollfd, 2> files = {{{waiter_.bell->descriptor(), POLLIN, 0},
+                                               {shared.inotify.get(), POLLIN, 0}}};
+        unlock();
+        pthread_setcancelstate(cancel.previous(), nullptr);
+        const int ready = ::ppoll(files.data(), leads ? 2 : 1, timeout, nullptr);
+        const KeepErrno keep;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+        lock();
+        if (ready > 0 && files[0].revents != 0) {
+            waiter_.bell->silence_wakes();
+        }
+        if (ready > 0 && leads && files[1].revents != 0) {
+            read_ring_events(shared.inotify.get(), tell);
+        }
+        return ready;
+    }
+
+  private:
+    void lock() {
+        shared.lock.lock();
+        locked_ = true;
+    }
+    void unlock() {
+        locked_ = false;
+        shared.lock.unlock();
+    }
+
+    RingWaiter &waiter_;
+    bool locked_ = true;
+};
+
+// @return whether there is time left, and how much.
+bool time_left(const timespec &until, timespec &left) {
+    constexpr int64_t second = 1'000'000'000;
+    timespec now;
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    const int64_t nanoseconds =
+        (int64_t{until.tv_sec} - now.tv_sec) * second + until.tv_nsec - now.tv_nsec;
+    left.tv_sec = static_cast<time_t>(nanoseconds > 0 ? nanoseconds / second : 0);
+    left.tv_nsec = static_cast<long>(nanoseconds > 0 ? nanoseconds % second : 0);
+    return nanoseconds > 0;
+}
+
+} // namespace
+
+Watched watch_ring(RingWaiter &waiter, int ring_file, const WakeBell &bell) {
+    const std::lock_guard guard(shared.lock);
+    if (waiter.watch >= 0) {
+        return Watched::already;
+    }
+    if (!shared.inotify) {
+        shared.inotify = make_inotify();
+        if (!shared.inotify) {
+            return Watched::failed;
+        }
+    }
+    const int watch = add_ring_watch(shared.inotify.get(), ring_file);
+    if (watch < 0) {
+        return Watched::failed;
+    }
+    waiter = {.watch = watch, .bell = &bell, .next = shared.waiters};
+    shared.waiters = &waiter;
+    return Watched::anew;
+}
+
+void stop_watching(RingWaiter &waiter) {
+    const KeepErrno keep;
+    const std::lock_guard guard(shared.lock);
+    if (waiter.watch < 0 || waiter.waiting) {
+        return;
+    }
+    strike_off(waiter);
+    if (!is_watched(waiter.watch)) {
+        ::inotify_rm_watch(shared.inotify.get(), waiter.watch);
+    }
+    waiter.watch = -1;
+}
+
+Woke sleep_for_ring(RingWaiter &waiter, const std::optional<timespec> &until,
+                    const CancelDisabled &cancel) {
+    Waiting waiting(waiter);
+    Woke woke = {Woke::By::ring, false};
+    while (!waiter.rung && woke.by == Woke::By::ring) {
+        timespec left;
+        const bool has_time = !until || time_left(*until, left);
+        const int ready = has_time ? waiting.sleep(until ? &left : nullptr, cancel) : 0;
+        if (ready == 0) {
+            woke.by = Woke::By::time;
+        } else if (ready < 0) {
+            woke.by = Woke::By::signal;
+        } else if (waiter.bell->is_rung()) {
+            woke.by = Woke::By::bell;
+        }
+    }
+    waiter.rung = false;
+    woke.publisher_closed = std::exchange(waiter.closed, false);
+    return woke;
+}
+
+void hold_shared_watches() {
+    shared.lock.lock();
+}
+
+void release_shared_watches(bool in_child) {
+    if (in_child) {
+        shared.inotify.reset();
+        shared.waiters = nullptr;
+        shared.leader = nullptr;
+    }
+    shared.lock.unlock();
+}
+
+} // namespace vantro::platform

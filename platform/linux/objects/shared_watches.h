@@ -1,0 +1,60 @@
+// Waiting for rings: one inotify instance for all readers of the process, since a user has only 128
+// on most hosts.
+//
+// A watch is made when its reader first waits, and is kept for its next waits: so a wait costs two
+// system calls. One of the threads that wait is the leader: it sleeps on the instance, reads what
+// has come, and wakes the others by their bells. Whoever stops leading wakes another that is to
+// lead.
+//
+// A reader that stopped waiting costs its publisher nothing for long: its watch ends when a leader
+// has met some events that nobody waited for, or the reader has read some changes without waiting.
+#ifndef VANTRO_PLATFORM_LINUX_OBJECTS_SHARED_WATCHES_H
+#define VANTRO_PLATFORM_LINUX_OBJECTS_SHARED_WATCHES_H
+
+#include <time.h>
+
+#include <optional>
+
+#include "platform/linux/objects/wake_bell.h"
+#include "platform/portable/guards.h"
+
+namespace vantro::platform {
+
+// A reader's place among them. Everything is guarded by the lock of the shared instance.
+struct RingWaiter {
+    int watch = -1;       // its ring's, in the shared instance
+    bool waiting = false; // a thread sleeps, or is about to
+    bool rung = false;    // the ring was written, or closed, since the last sleep ended
+    bool closed = false;  // ... by its publisher, since that was last told
+    unsigned missed = 0;  // events since the last sleep
+    const WakeBell *bell = nullptr;
+    RingWaiter *next = nullptr;
+};
+
+enum class Watched { already, anew, failed };
+
+// Watches a ring for a reader. What was appended before a new watch must be looked for after it.
+// On failure errno says why.
+Watched watch_ring(RingWaiter &waiter, int ring_file, const WakeBell &bell);
+
+// Ends the watch, if there is one that nobody waits with.
+void stop_watching(RingWaiter &waiter);
+
+struct Woke {
+    enum class By { ring, bell, time, signal } by;
+    bool publisher_closed; // the ring, since the last call
+};
+
+// Sleeps until the ring is written or closed, the bell is rung, the time has come, or a signal
+// handler has run. The only cancellation point here: `cancel` is lifted while it sleeps.
+// @param until by the monotonic clock; none for no limit.
+Woke sleep_for_ring(RingWaiter &waiter, const std::optional<timespec> &until,
+                    const CancelDisabled &cancel);
+
+// Around a fork. The child closes its copy of the instance.
+void hold_shared_watches();
+void release_shared_watches(bool in_child);
+
+} // namespace vantro::platform
+
+#endif

@@ -1,0 +1,85 @@
+#ifndef VANTRO_PLATFORM_LINUX_OBJECTS_WAKE_BELL_H
+#define VANTRO_PLATFORM_LINUX_OBJECTS_WAKE_BELL_H
+
+#include <sys/eventfd.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "platform/linux/base/unique_fd.h"
+
+namespace vantro::platform {
+
+// Ends a reader's waits, from any thread. It is rung until somebody takes that.
+class WakeBell {
+  public:
+    WakeBell() = default;
+    ~WakeBell() { close_descriptor(descriptor_); }
+    WakeBell(const WakeBell &) = delete;
+    WakeBell &operator=(const WakeBell &) = delete;
+
+    // Makes the descriptor by which a thread waits. Under its owner's lock. @return whether there
+    // is one; errno says why not.
+    bool prepare() {
+        if (descriptor_ < 0) {
+            const int made = ::eventfd(rung_ ? 1 : 0, EFD_NONBLOCK | EFD_CLOEXEC);
+            if (made < 0) {
+                return false;
+            }
+            descriptor_ = made;
+        }
+        return true;
+    }
+
+    void ring() {
+        if (!rung_.exchange(true)) {
+            wake();
+        }
+    }
+
+    // Makes the descriptor readable for once. A thread that waits looks round.
+    void wake() const {
+        const uint64_t one = 1;
+        [[maybe_unused]] const ssize_t written = ::write(descriptor_, &one, sizeof one);
+    }
+
+    // @return whether it was rung. The descriptor is read first: what is rung in between is taken
+    // along, and not lost.
+    bool take() {
+        if (!rung_) {
+            return false;
+        }
+        silence();
+        return rung_.exchange(false);
+    }
+
+    // Takes what wake() did; the descriptor stays readable where it was rung as well.
+    void silence_wakes() const {
+        if (!rung_) {
+            silence();
+            if (rung_) {
+                wake();
+            }
+        }
+    }
+
+    bool is_rung() const { return rung_; }
+    int descriptor() const { return descriptor_; }
+
+    // In a child of fork.
+    void abandon_in_child() { close_descriptor(descriptor_.exchange(-1)); }
+
+  private:
+    void silence() const {
+        uint64_t count;
+        [[maybe_unused]] const ssize_t read = ::read(descriptor_, &count, sizeof count);
+    }
+
+    std::atomic<bool> rung_{false};
+    // A ring before this was made is seen in `rung_` by whoever made it.
+    std::atomic<int> descriptor_{-1};
+};
+
+} // namespace vantro::platform
+
+#endif
