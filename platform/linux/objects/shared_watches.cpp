@@ -124,8 +124,8 @@ class Waiting {
             shared.leader = &waiter_;
         }
         const bool leads = shared.leader == &waiter_;
-        std::array<struct pollfd, 2> files = {{{waiter_.bell->descriptor(), POLLIN, 0},
-                                               {shared.inotify.get(), POLLIN, 0}}};
+        std::array<struct pollfd, 2> files = {
+            {{waiter_.bell->descriptor(), POLLIN, 0}, {shared.inotify.get(), POLLIN, 0}}};
         unlock();
         pthread_setcancelstate(cancel.previous(), nullptr);
         const int ready = ::ppoll(files.data(), leads ? 2 : 1, timeout, nullptr);
