@@ -13,8 +13,8 @@
 #include <fmt/format.h>
 
 #include "bench/collection.h"
-#include "bench/copy.h"
-#include "bench/query.h"
+#include "bench/own_query.h"
+#include "bench/plain_copy.h"
 #include "bench/run.h"
 #include "bench/service.h"
 

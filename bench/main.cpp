@@ -9,10 +9,10 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include "bench/copy.h"
+#include "bench/own_query.h"
+#include "bench/plain_copy.h"
 #include "bench/process.h"
 #include "bench/publisher.h"
-#include "bench/query.h"
 #include "bench/run.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include "player/answer.h"
 #include "player/log.h"
 #include "player/requests.h"
-#include "records/bytes.h"
+#include "records/packed_bytes.h"
 
 namespace vantro::player {
 namespace {

@@ -1,8 +1,8 @@
 // Writes records as bytes, for services.
 #include <vantro/records.h>
 
-#include "records/bytes.h"
 #include "records/fields.h"
+#include "records/packed_bytes.h"
 
 namespace vantro::records {
 namespace {

@@ -4,8 +4,8 @@
 
 #include <vantro/records.h>
 
-#include "records/bytes.h"
 #include "records/fields.h"
+#include "records/packed_bytes.h"
 
 namespace vantro::records {
 namespace {

@@ -3,8 +3,8 @@
 // before memory is allocated for it.
 #include "records/unpack.h"
 
-#include "records/bytes.h"
 #include "records/fields.h"
+#include "records/packed_bytes.h"
 
 namespace vantro::records {
 namespace {

@@ -57,7 +57,7 @@ struct Maker {
 };
 
 // Sessions of VANTRO_TRKSESSIONS_MAX that one limited user may have in a player, and all of them
-// together; see service/requests/limits.h for the rule.
+// together; see service/requests/user_limits.h for the rule.
 inline constexpr int sessions_of_one_user = 12;
 inline constexpr int sessions_of_all_users = 14;
 

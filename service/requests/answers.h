@@ -10,7 +10,7 @@
 
 #include "service/catalogue/catalogue.h"
 #include "service/playback/players.h"
-#include "service/requests/opens.h"
+#include "service/requests/open_records.h"
 #include "service/requests/packing.h"
 #include "service/requests/parse.h"
 

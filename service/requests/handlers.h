@@ -10,8 +10,8 @@
 
 #include "service/memory_return.h"
 #include "service/requests/answers.h"
-#include "service/requests/limits.h"
 #include "service/requests/turns.h"
+#include "service/requests/user_limits.h"
 
 namespace vantro::service::requests {
 

@@ -13,7 +13,7 @@
 #include "tools/vantroctl/command_line.h"
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/output/json_output.h"
-#include "tools/vantroctl/output/output.h"
+#include "tools/vantroctl/output/standard_output.h"
 #include "tools/vantroctl/output/status_view.h"
 #include "tools/vantroctl/service/client.h"
 #include "tools/vantroctl/service/library_log.h"

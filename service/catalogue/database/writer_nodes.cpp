@@ -6,8 +6,8 @@
 #include <fmt/format.h>
 
 #include "service/catalogue/text/collation.h"
+#include "service/catalogue/text/search_words.h"
 #include "service/catalogue/text/utf8.h"
-#include "service/catalogue/text/words.h"
 
 namespace vantro::service::catalogue {
 

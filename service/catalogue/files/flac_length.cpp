@@ -4,7 +4,7 @@
 #include <optional>
 #include <string_view>
 
-#include "service/catalogue/files/fields.h"
+#include "service/catalogue/files/big_endian.h"
 
 namespace vantro::service::catalogue {
 

@@ -8,8 +8,8 @@
 
 #include <vantro/catalogue.h>
 
+#include "service/catalogue/text/search_words.h"
 #include "service/catalogue/text/utf8.h"
-#include "service/catalogue/text/words.h"
 
 namespace vantro::service::catalogue {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tools/vantroctl/failure.h"
-#include "tools/vantroctl/model/done.h"
+#include "tools/vantroctl/model/command_result.h"
 #include "tools/vantroctl/model/nodes.h"
 #include "tools/vantroctl/model/player_status.h"
 

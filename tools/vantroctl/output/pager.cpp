@@ -13,7 +13,7 @@
 #include <fmt/format.h>
 
 #include "tools/vantroctl/failure.h"
-#include "tools/vantroctl/output/output.h"
+#include "tools/vantroctl/output/standard_output.h"
 #include "tools/vantroctl/text/display_text.h"
 
 namespace vantro::ctl {

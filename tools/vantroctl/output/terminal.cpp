@@ -8,7 +8,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "tools/vantroctl/output/output.h"
+#include "tools/vantroctl/output/standard_output.h"
 
 namespace vantro::ctl {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/vantroctl/model/done.h"
+#include "tools/vantroctl/model/command_result.h"
 
 namespace vantro::ctl {
 

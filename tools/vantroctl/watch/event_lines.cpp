@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "tools/vantroctl/output/output.h"
+#include "tools/vantroctl/output/standard_output.h"
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/time_text.h"
 #include "tools/vantroctl/watch/event_json.h"

@@ -11,7 +11,7 @@
 
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/output/node_view.h"
-#include "tools/vantroctl/output/output.h"
+#include "tools/vantroctl/output/standard_output.h"
 #include "tools/vantroctl/output/status_view.h"
 #include "tools/vantroctl/output/terminal.h"
 #include "tools/vantroctl/text/display_text.h"

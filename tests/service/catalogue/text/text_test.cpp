@@ -8,7 +8,7 @@
 #include "service/catalogue/query/source_browser.h"
 #include "service/catalogue/text/collation.h"
 #include "service/catalogue/text/node_ids.h"
-#include "service/catalogue/text/words.h"
+#include "service/catalogue/text/search_words.h"
 #include "tests/service/catalogue/collection.h"
 
 namespace vantro::service::catalogue {

@@ -1,4 +1,4 @@
-#include "service/catalogue/text/words.h"
+#include "service/catalogue/text/search_words.h"
 
 #include <new>
 #include <stdexcept>

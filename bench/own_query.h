@@ -1,6 +1,6 @@
 // What a listing costs besides its messages: vantrod's own parts, alone in a process.
-#ifndef VANTRO_BENCH_QUERY_H
-#define VANTRO_BENCH_QUERY_H
+#ifndef VANTRO_BENCH_OWN_QUERY_H
+#define VANTRO_BENCH_OWN_QUERY_H
 
 #include <memory>
 #include <string>

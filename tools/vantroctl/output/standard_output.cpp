@@ -1,4 +1,4 @@
-#include "tools/vantroctl/output/output.h"
+#include "tools/vantroctl/output/standard_output.h"
 
 #include <cerrno>
 #include <charconv>

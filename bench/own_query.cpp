@@ -1,4 +1,4 @@
-#include "bench/query.h"
+#include "bench/own_query.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -13,7 +13,7 @@
 
 #include <vantro/protocol.h>
 
-#include "bench/copy.h"
+#include "bench/plain_copy.h"
 #include "service/catalogue/store.h"
 #include "service/requests/answers.h"
 

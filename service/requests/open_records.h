@@ -3,15 +3,15 @@
 // Several threads may carry requests of one connection at once, and its close may come between
 // them; so a request that is still under way may write to a slot whose record is being closed.
 // That is why a slot is cleared when its record is made as well as when it is closed.
-#ifndef VANTRO_SERVICE_REQUESTS_OPENS_H
-#define VANTRO_SERVICE_REQUESTS_OPENS_H
+#ifndef VANTRO_SERVICE_REQUESTS_OPEN_RECORDS_H
+#define VANTRO_SERVICE_REQUESTS_OPEN_RECORDS_H
 
 #include <cstdint>
 #include <mutex>
 #include <optional>
 #include <vector>
 
-#include "service/requests/limits.h"
+#include "service/requests/user_limits.h"
 
 namespace vantro::service::requests {
 

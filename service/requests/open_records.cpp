@@ -1,4 +1,4 @@
-#include "service/requests/opens.h"
+#include "service/requests/open_records.h"
 
 #include <cerrno>
 

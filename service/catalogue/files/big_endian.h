@@ -1,6 +1,6 @@
 // Numbers in a file's bytes, most significant byte first.
-#ifndef VANTRO_SERVICE_CATALOGUE_FILES_FIELDS_H
-#define VANTRO_SERVICE_CATALOGUE_FILES_FIELDS_H
+#ifndef VANTRO_SERVICE_CATALOGUE_FILES_BIG_ENDIAN_H
+#define VANTRO_SERVICE_CATALOGUE_FILES_BIG_ENDIAN_H
 
 #include <cstddef>
 #include <cstdint>

@@ -4,8 +4,8 @@
 // much, and all those users together so much. What is left between that and what the service can
 // have at all is the reserve of the first two. Users are told apart by the kernel's credentials of
 // their connections. The table is in limits.cpp and, for readers, in docs/service.md.
-#ifndef VANTRO_SERVICE_REQUESTS_LIMITS_H
-#define VANTRO_SERVICE_REQUESTS_LIMITS_H
+#ifndef VANTRO_SERVICE_REQUESTS_USER_LIMITS_H
+#define VANTRO_SERVICE_REQUESTS_USER_LIMITS_H
 
 #include <array>
 #include <cstddef>

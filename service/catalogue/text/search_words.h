@@ -1,6 +1,6 @@
 // Words, as a search finds them.
-#ifndef VANTRO_SERVICE_CATALOGUE_TEXT_WORDS_H
-#define VANTRO_SERVICE_CATALOGUE_TEXT_WORDS_H
+#ifndef VANTRO_SERVICE_CATALOGUE_TEXT_SEARCH_WORDS_H
+#define VANTRO_SERVICE_CATALOGUE_TEXT_SEARCH_WORDS_H
 
 #include <string>
 #include <string_view>

@@ -1,7 +1,7 @@
 // What it costs to bring the bytes of a listing from one process to another, with nothing around
 // it.
-#ifndef VANTRO_BENCH_COPY_H
-#define VANTRO_BENCH_COPY_H
+#ifndef VANTRO_BENCH_PLAIN_COPY_H
+#define VANTRO_BENCH_PLAIN_COPY_H
 
 #include <memory>
 #include <vector>

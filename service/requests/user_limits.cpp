@@ -1,4 +1,4 @@
-#include "service/requests/limits.h"
+#include "service/requests/user_limits.h"
 
 #include <algorithm>
 #include <fstream>

@@ -1,7 +1,7 @@
 // One writer and one reader of packed bytes. Every integer is copied as bytes, since only a record
 // that begins an array is sure to be aligned.
-#ifndef VANTRO_RECORDS_BYTES_H
-#define VANTRO_RECORDS_BYTES_H
+#ifndef VANTRO_RECORDS_PACKED_BYTES_H
+#define VANTRO_RECORDS_PACKED_BYTES_H
 
 #include <bit>
 #include <climits>

@@ -1,6 +1,6 @@
 // Standard output and the terminal behind it.
-#ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_OUTPUT_H
-#define VANTRO_TOOLS_VANTROCTL_OUTPUT_OUTPUT_H
+#ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_STANDARD_OUTPUT_H
+#define VANTRO_TOOLS_VANTROCTL_OUTPUT_STANDARD_OUTPUT_H
 
 #include <optional>
 #include <string_view>

@@ -1,4 +1,4 @@
-#include "bench/copy.h"
+#include "bench/plain_copy.h"
 
 #include <cerrno>
 

@@ -1,6 +1,6 @@
 // A command that was carried out.
-#ifndef VANTRO_TOOLS_VANTROCTL_MODEL_DONE_H
-#define VANTRO_TOOLS_VANTROCTL_MODEL_DONE_H
+#ifndef VANTRO_TOOLS_VANTROCTL_MODEL_COMMAND_RESULT_H
+#define VANTRO_TOOLS_VANTROCTL_MODEL_COMMAND_RESULT_H
 
 #include <cstdint>
 #include <optional>
