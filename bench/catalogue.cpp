@@ -176,7 +176,7 @@ Samples unpack(const std::vector<char> &answer, int count, size_t iterations) {
 // The listing, the bare copy and the query take turns: what the machine does falls on all alike.
 void list_rows(Run &run, const Collection &collection, VantroHandle *player, int32_t source) {
     OwnQuery own(run.directory, query_state, source, list_nodes);
-    Copy copy(own.answer().size());
+    PlainCopy copy(own.answer().size());
     const int count = std::min(list_nodes, collection.tracks);
     const Batch list = [&](size_t times, Samples &samples) {
         for (size_t i = 0; i < times; ++i) {

@@ -47,7 +47,7 @@ bool receive_all(int socket, void *to, size_t count) {
     return true;
 }
 
-Copy::Copy(size_t bytes) : bytes_(bytes) {
+PlainCopy::PlainCopy(size_t bytes) : bytes_(bytes) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0) {
         fail_errno("socketpair");
@@ -60,15 +60,15 @@ Copy::Copy(size_t bytes) : bytes_(bytes) {
     close(ends[1]);
 }
 
-Copy::~Copy() {
+PlainCopy::~PlainCopy() {
     close(socket_);
 }
 
-Batch Copy::batch() {
+Batch PlainCopy::batch() {
     return each([this] { exchange(); });
 }
 
-void Copy::exchange() {
+void PlainCopy::exchange() {
     const char request[request_bytes] = {};
     if (!send_all(socket_, request, sizeof request) ||
         !receive_all(socket_, bytes_.data(), bytes_.size())) {

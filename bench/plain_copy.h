@@ -16,12 +16,12 @@ bool send_all(int socket, const void *bytes, size_t count);
 bool receive_all(int socket, void *bytes, size_t count);
 
 // A request of 44 bytes there and so many back over a SOCK_STREAM pair, with a process.
-class Copy {
+class PlainCopy {
   public:
-    explicit Copy(size_t bytes);
-    ~Copy();
-    Copy(const Copy &) = delete;
-    Copy &operator=(const Copy &) = delete;
+    explicit PlainCopy(size_t bytes);
+    ~PlainCopy();
+    PlainCopy(const PlainCopy &) = delete;
+    PlainCopy &operator=(const PlainCopy &) = delete;
 
     // A batch of exchanges; borrows this object.
     Batch batch();

@@ -39,7 +39,7 @@ bool pack_keys(const char *const *keyv, KeyBlock &keys) {
     if (!keys.bytes) {
         return false;
     }
-    records::Writer writer(keys.bytes.get());
+    records::PackedWriter writer(keys.bytes.get());
     for (uint32_t i = 0; i < keys.count; i++) {
         writer.put_string(keyv[i]);
     }
@@ -61,7 +61,7 @@ class Values {
     Values &operator=(const Values &) = delete;
 
     // An answer may end before the last value. The keys after its end have no value.
-    records::Unpacked unpack(records::Reader reader) {
+    records::Unpacked unpack(records::PackedReader reader) {
         if (!values_) {
             return records::Unpacked::no_memory;
         }
@@ -93,7 +93,7 @@ int deliver(const Answer &answer, size_t count, char **valuev) {
     }
     const KeepErrno keep;
     Values values(count);
-    switch (values.unpack(records::Reader(answer.bytes(), answer.byte_count()))) {
+    switch (values.unpack(records::PackedReader(answer.bytes(), answer.byte_count()))) {
     case records::Unpacked::done:
         values.hand_over(valuev);
         return 0;

@@ -8,7 +8,7 @@ namespace vantro::records {
 namespace {
 
 template <class Record>
-bool pack_record(const Record &record, Writer &writer) {
+bool pack_record(const Record &record, PackedWriter &writer) {
     using Layout = Fields<Record>;
     const auto put32 = [&](auto field) {
         return writer.put32(static_cast<uint32_t>(record.*field));
@@ -26,7 +26,7 @@ void pack(const Record *records, int count, void *buffer, int *size) {
     if (!records) {
         return;
     }
-    Writer writer(buffer);
+    PackedWriter writer(buffer);
     for (int i = 0; i < count; i++) {
         if (!pack_record(records[i], writer)) {
             return;

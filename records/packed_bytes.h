@@ -21,9 +21,9 @@ static_assert(std::endian::native == std::endian::little);
 // Length word of a string that is absent.
 inline constexpr uint32_t absent_length = UINT32_MAX;
 
-class Writer {
+class PackedWriter {
   public:
-    explicit Writer(void *buffer) : start_(static_cast<unsigned char *>(buffer)) {}
+    explicit PackedWriter(void *buffer) : start_(static_cast<unsigned char *>(buffer)) {}
 
     // Each returns false, and writes nothing, where the array would pass packed_bytes_max.
     bool put32(uint32_t value) { return put(value); }
@@ -63,9 +63,9 @@ class Writer {
     size_t written_ = 0;
 };
 
-class Reader {
+class PackedReader {
   public:
-    Reader(const void *buffer, size_t size)
+    PackedReader(const void *buffer, size_t size)
         : at_(static_cast<const unsigned char *>(buffer)), left_(size) {}
 
     // Each returns false, and leaves `value` as it was, where the bytes end too early.

@@ -10,7 +10,7 @@ namespace vantro::records {
 namespace {
 
 template <class Record>
-bool unpack_record(Reader &reader, Record &record) {
+bool unpack_record(PackedReader &reader, Record &record) {
     using Layout = Fields<Record>;
     const auto get32 = [&](auto field) {
         uint32_t word = 0;
@@ -53,7 +53,7 @@ Unpacked unpack_records(const void *buffer, size_t size, int32_t count, Record *
     if (!block) {
         return Unpacked::no_memory;
     }
-    Reader reader(buffer, size);
+    PackedReader reader(buffer, size);
     for (int32_t i = 0; i < count; i++) {
         if (!unpack_record(reader, block[i])) {
             // Strings not reached are null in the zero-filled block.

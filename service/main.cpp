@@ -173,7 +173,8 @@ int serve(const Options &options) {
     memory.start();
     requests::Answers answers(*store, players);
     requests::Turns turns(options.threads);
-    requests::Limits limits([](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });
+    requests::UserLimits limits(
+        [](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });
     requests::Handling handling{answers, turns, limits, memory};
     set_handling(&handling);
     error = server.run(options.threads, [&] {

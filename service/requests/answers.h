@@ -33,7 +33,7 @@ class Answers {
     // An open record goes away, perhaps for the second time. Returns whose it was the first time.
     std::optional<Client> close(int32_t open) noexcept;
 
-    Opens &opens() { return opens_; }
+    OpenRecords &opens() { return opens_; }
 
   private:
     // A request that is being carried out.
@@ -79,7 +79,7 @@ class Answers {
 
     catalogue::Catalogue &catalogue_;
     playback::Players &players_;
-    Opens opens_;
+    OpenRecords opens_;
 };
 
 } // namespace vantro::service::requests

@@ -19,7 +19,7 @@ namespace vantro::service::requests {
 struct Handling {
     Answers &answers;
     Turns &turns;
-    Limits &limits;
+    UserLimits &limits;
     MemoryReturn &memory;
 };
 

@@ -4,12 +4,12 @@
 
 namespace vantro::service::requests {
 
-Opens::Slot *Opens::slot(int32_t index) noexcept {
+OpenRecords::Slot *OpenRecords::slot(int32_t index) noexcept {
     const auto at = static_cast<size_t>(index);
     return index >= 0 && at < slots_.size() ? &slots_[at] : nullptr;
 }
 
-void Opens::reset(int32_t index, Client client) {
+void OpenRecords::reset(int32_t index, Client client) {
     const std::lock_guard<std::mutex> guard(mutex_);
     if (index >= 0 && static_cast<size_t>(index) >= slots_.size()) {
         slots_.resize(static_cast<size_t>(index) + 1);
@@ -20,7 +20,7 @@ void Opens::reset(int32_t index, Client client) {
     }
 }
 
-std::optional<Client> Opens::forget(int32_t index) noexcept {
+std::optional<Client> OpenRecords::forget(int32_t index) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
     Slot *found = slot(index);
     if (!found) {
@@ -31,19 +31,19 @@ std::optional<Client> Opens::forget(int32_t index) noexcept {
     return client;
 }
 
-Client Opens::client(int32_t index) noexcept {
+Client OpenRecords::client(int32_t index) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
     const Slot *found = slot(index);
     return found && found->client ? *found->client : Client();
 }
 
-int16_t Opens::player(int32_t index) noexcept {
+int16_t OpenRecords::player(int32_t index) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
     const Slot *found = slot(index);
     return found ? found->player : no_player;
 }
 
-int Opens::open(int32_t index, int16_t player) noexcept {
+int OpenRecords::open(int32_t index, int16_t player) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
     Slot *found = slot(index);
     if (!found) {
@@ -56,7 +56,7 @@ int Opens::open(int32_t index, int16_t player) noexcept {
     return 0;
 }
 
-int Opens::close(int32_t index, int16_t player) noexcept {
+int OpenRecords::close(int32_t index, int16_t player) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
     Slot *found = slot(index);
     if (!found || found->player != player) {

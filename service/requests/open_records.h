@@ -17,7 +17,7 @@ namespace vantro::service::requests {
 
 inline constexpr int16_t no_player = -1;
 
-class Opens {
+class OpenRecords {
   public:
     // Clears the slot of a record, makes it where it is new, and notes whose it is; its number is
     // given here. Throws std::bad_alloc.

@@ -62,14 +62,14 @@ bool descriptors_are_short(uint32_t uid) {
     return static_cast<rlim_t>(lowest) + kept >= limit.rlim_cur;
 }
 
-Limits::Amounts Limits::waiting(size_t bytes) {
+UserLimits::Amounts UserLimits::waiting(size_t bytes) {
     Amounts amounts = {};
     amounts[static_cast<size_t>(Limited::waiting_requests)] = 1;
     amounts[static_cast<size_t>(Limited::waiting_bytes)] = static_cast<int64_t>(bytes);
     return amounts;
 }
 
-bool Limits::take_open(const Client &client) {
+bool UserLimits::take_open(const Client &client) {
     std::unique_lock<std::mutex> lock(mutex_);
     int64_t &opens = opens_[client.connection];
     Amounts wanted = {};
@@ -91,7 +91,7 @@ bool Limits::take_open(const Client &client) {
     return false;
 }
 
-void Limits::give_open(const Client &client) noexcept {
+void UserLimits::give_open(const Client &client) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto opens = opens_.find(client.connection);
     const bool last = opens != opens_.end() && --opens->second == 0;
@@ -104,7 +104,7 @@ void Limits::give_open(const Client &client) noexcept {
     give(client, given);
 }
 
-bool Limits::take_waiting(const Client &client, size_t bytes) {
+bool UserLimits::take_waiting(const Client &client, size_t bytes) {
     std::unique_lock<std::mutex> lock(mutex_);
     bool first = false;
     const std::optional<Limited> refused = take(client, waiting(bytes), first);
@@ -115,12 +115,12 @@ bool Limits::take_waiting(const Client &client, size_t bytes) {
     return !refused;
 }
 
-void Limits::give_waiting(const Client &client, size_t bytes) noexcept {
+void UserLimits::give_waiting(const Client &client, size_t bytes) noexcept {
     const std::lock_guard<std::mutex> guard(mutex_);
     give(client, waiting(bytes));
 }
 
-std::optional<Limited> Limits::take(const Client &client, const Amounts &wanted, bool &first) {
+std::optional<Limited> UserLimits::take(const Client &client, const Amounts &wanted, bool &first) {
     if (!is_limited(client.uid)) {
         return std::nullopt;
     }
@@ -139,7 +139,7 @@ std::optional<Limited> Limits::take(const Client &client, const Amounts &wanted,
     return std::nullopt;
 }
 
-void Limits::give(const Client &client, const Amounts &given) noexcept {
+void UserLimits::give(const Client &client, const Amounts &given) noexcept {
     const auto user = users_.find(client.uid);
     if (user == users_.end()) {
         return;
@@ -153,7 +153,7 @@ void Limits::give(const Client &client, const Amounts &given) noexcept {
     }
 }
 
-void Limits::log(const Client &client, Limited what) const {
+void UserLimits::log(const Client &client, Limited what) const {
     const Limit &limit = limit_of(what);
     log_(fmt::format(
         "limit reached: no more {} for user {} ({} for one user, {} for all), asked for "

@@ -45,12 +45,12 @@ bool is_limited(uint32_t uid);
 // and the service's own user.
 bool descriptors_are_short(uint32_t uid);
 
-class Limits {
+class UserLimits {
   public:
     // Takes one line for the log, when a limit refuses something to a user for the first time since
     // that user had nothing.
     using Log = std::function<void(const std::string &line)>;
-    explicit Limits(Log log) : log_(std::move(log)) {}
+    explicit UserLimits(Log log) : log_(std::move(log)) {}
 
     // Counts one more open, and its connection where it is the first one's. Returns whether that is
     // within the limits; else nothing was counted. Throws std::bad_alloc.

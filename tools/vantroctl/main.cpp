@@ -51,14 +51,14 @@ void run(const std::string &verb, const Options &options) {
     } else if (verb == "info") {
         run_info(client, list, *options.node, options.words);
     } else {
-        const Done done = verb == "seek"      ? run_seek(client, options.argument)
-                          : verb == "rate"    ? run_rate(client, options.argument)
-                          : verb == "shuffle" ? run_shuffle(client, options.argument)
-                          : verb == "repeat"  ? run_repeat(client, options.argument)
-                          : verb == "jump"    ? run_jump(client, options.number)
-                          : verb == "load"
-                              ? run_load(client, list, *options.node, options.number, options.play)
-                              : run_plain(client, verb);
+        const CommandResult done =
+            verb == "seek"      ? run_seek(client, options.argument)
+            : verb == "rate"    ? run_rate(client, options.argument)
+            : verb == "shuffle" ? run_shuffle(client, options.argument)
+            : verb == "repeat"  ? run_repeat(client, options.argument)
+            : verb == "jump"    ? run_jump(client, options.number)
+            : verb == "load" ? run_load(client, list, *options.node, options.number, options.play)
+                             : run_plain(client, verb);
         if (list.json) {
             print(json_done(list.player, done));
         }

@@ -9,9 +9,9 @@
 namespace vantro::service::catalogue {
 
 // Reads one number after the other; zeros after the end of the bytes.
-class Fields {
+class BigEndianReader {
   public:
-    explicit Fields(std::string_view bytes, size_t at = 0) : bytes_(bytes), at_(at) {}
+    explicit BigEndianReader(std::string_view bytes, size_t at = 0) : bytes_(bytes), at_(at) {}
 
     // Of at most eight bytes.
     uint64_t next(size_t bytes) {

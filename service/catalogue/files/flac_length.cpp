@@ -32,7 +32,7 @@ uint8_t crc8(std::string_view bytes) {
 
 // Numbers of frames are written as UTF-8 writes characters, in up to seven bytes. -1 for what is
 // none.
-int64_t coded_number(Fields &fields) {
+int64_t coded_number(BigEndianReader &fields) {
     const auto lead = static_cast<uint32_t>(fields.next(1));
     int more = 0;
     while (more < 7 && (lead & (0x80u >> more)) != 0) {
@@ -52,7 +52,7 @@ int64_t coded_number(Fields &fields) {
     return number;
 }
 
-int64_t block_size(uint64_t code, Fields &fields) {
+int64_t block_size(uint64_t code, BigEndianReader &fields) {
     switch (code) {
     case 0:
         return 0;
@@ -69,7 +69,7 @@ int64_t block_size(uint64_t code, Fields &fields) {
 
 // The header of a frame at the beginning of `bytes`.
 std::optional<Frame> frame_at(std::string_view bytes) {
-    Fields fields(bytes);
+    BigEndianReader fields(bytes);
     const uint64_t sync = fields.next(2);
     const uint64_t sizes = fields.next(1);
     const uint64_t channels = fields.next(1);
@@ -110,7 +110,7 @@ int64_t common_block_size(FileStream &stream) {
     if (text_of(head).substr(0, 4) != "fLaC" || head.size() < 12) {
         return 0;
     }
-    return static_cast<int64_t>(Fields(text_of(head), 10).next(2));
+    return static_cast<int64_t>(BigEndianReader(text_of(head), 10).next(2));
 }
 
 } // namespace

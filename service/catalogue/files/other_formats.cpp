@@ -62,7 +62,7 @@ std::optional<OtherAudio> read_adts(FileStream &stream) {
     int frames = 0;
     for (; frames < frames_looked_at; ++frames) {
         const std::string bytes = bytes_at(stream, at, 7);
-        const uint64_t header = Fields(bytes).next(7);
+        const uint64_t header = BigEndianReader(bytes).next(7);
         const uint64_t rate = header >> 34 & 15;
         const auto length = static_cast<int64_t>(header >> 13 & 0x1FFF);
         if (bytes.size() < 7 || (header >> 40 & 0xFFF6) != 0xFFF0 || rate >= std::size(rates) ||
@@ -91,7 +91,7 @@ std::optional<OtherAudio> read_ac3(FileStream &stream) {
                                        192, 224, 256, 320, 384, 448, 512, 576, 640};
     static constexpr int rates[] = {48000, 44100, 32000};
     const std::string head = bytes_at(stream, 0, 8);
-    Fields fields(head);
+    BigEndianReader fields(head);
     if (head.size() < 8 || fields.next(2) != 0x0B77) {
         return std::nullopt;
     }
@@ -115,7 +115,7 @@ std::optional<OtherAudio> read_au(FileStream &stream) {
     if (head.substr(0, 4) != ".snd" || head.size() < 24) {
         return std::nullopt;
     }
-    Fields fields(head, 4);
+    BigEndianReader fields(head, 4);
     const auto begin = static_cast<int64_t>(fields.next(4));
     const auto stated = static_cast<int64_t>(fields.next(4));
     const uint64_t encoding = fields.next(4);
@@ -152,7 +152,7 @@ std::optional<OtherAudio> read_caf(FileStream &stream) {
     for (int i = 0; i < pieces_max && at + 12 <= stream.length(); ++i) {
         const std::string bytes = bytes_at(stream, at, 12 + 32);
         const std::string kind = bytes.substr(0, 4);
-        Fields fields(bytes, 4);
+        BigEndianReader fields(bytes, 4);
         auto size = static_cast<int64_t>(fields.next(8));
         if (size < 0 || size > stream.length() - at - 12) {
             size = stream.length() - at - 12; // what was being written to the end
@@ -200,7 +200,7 @@ std::optional<Element> element_at(FileStream &stream, int64_t at, int64_t end) {
             used = bytes.size() + 1;
             return uint64_t{0};
         }
-        uint64_t value = Fields(bytes, used).next(size);
+        uint64_t value = BigEndianReader(bytes, used).next(size);
         used += size;
         const uint64_t mark = uint64_t{1} << (7 * size);
         const bool unknown = !keep_mark && value == 2 * mark - 1;
@@ -244,10 +244,11 @@ std::optional<OtherAudio> read_matroska(FileStream &stream) {
             at = element->begin;
             end = element->end; // nothing behind it is wanted
         } else if (element->id == unit_ns && size <= 8) {
-            unit = static_cast<double>(Fields(bytes_at(stream, element->begin, size)).next(size));
+            unit = static_cast<double>(
+                BigEndianReader(bytes_at(stream, element->begin, size)).next(size));
         } else if (element->id == duration && (size == 4 || size == 8)) {
             const std::string bytes = bytes_at(stream, element->begin, size);
-            units = number_of(Fields(bytes).next(size), size);
+            units = number_of(BigEndianReader(bytes).next(size), size);
         } else if (element->id == title) {
             audio.title = bytes_at(stream, element->begin, size);
         }

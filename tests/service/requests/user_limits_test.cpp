@@ -16,7 +16,7 @@ constexpr uint32_t first_user = 70000; // neither user 0 nor whoever runs the te
 struct Room {
     std::vector<std::string> lines;
     uint32_t connections = 0;
-    Limits limits{[this](const std::string &line) { lines.push_back(line); }};
+    UserLimits limits{[this](const std::string &line) { lines.push_back(line); }};
 
     // Takes until a limit says no, or that often.
     int64_t take(Limited what, uint32_t uid, int64_t most) {
@@ -37,7 +37,7 @@ struct Room {
     }
 };
 
-TEST(Limits, OfOneUserOfAllAndOfThoseWithTheReserve) {
+TEST(UserLimits, OfOneUserOfAllAndOfThoseWithTheReserve) {
     for (const Limited what : {Limited::connections, Limited::opens, Limited::waiting_requests,
                                Limited::waiting_bytes}) {
         SCOPED_TRACE(limit_of(what).name);
@@ -68,7 +68,7 @@ TEST(Limits, OfOneUserOfAllAndOfThoseWithTheReserve) {
 }
 
 // The first 48 descriptors below the limit are the service's own, the next 48 the reserve.
-TEST(Limits, DescriptorsAreKeptBack) {
+TEST(UserLimits, DescriptorsAreKeptBack) {
     rlimit before = {};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
     const int lowest = dup(STDIN_FILENO);
@@ -91,7 +91,7 @@ TEST(Limits, DescriptorsAreKeptBack) {
     setrlimit(RLIMIT_NOFILE, &before);
 }
 
-TEST(Limits, WhatIsGivenBackCanBeTakenAgain) {
+TEST(UserLimits, WhatIsGivenBackCanBeTakenAgain) {
     Room room;
     for (int round = 0; round < 3; ++round) {
         const uint32_t before = room.connections;

@@ -9,7 +9,7 @@
 namespace vantro::ctl {
 
 // A command as it was carried out, with what it set.
-struct Done {
+struct CommandResult {
     std::string command = {};
     std::optional<int32_t> position_ms = std::nullopt;
     std::optional<float> rate = std::nullopt;

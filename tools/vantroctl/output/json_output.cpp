@@ -33,7 +33,7 @@ std::string json_status(const PlayerStatus &status) {
     return object.line();
 }
 
-std::string json_done(const std::string &player, const Done &done) {
+std::string json_done(const std::string &player, const CommandResult &done) {
     JsonObject object(player, done.command);
     if (done.position_ms) {
         object.key("position_ms").number(*done.position_ms);

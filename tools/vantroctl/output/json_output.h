@@ -17,7 +17,7 @@ namespace vantro::ctl {
 std::string json_status(const PlayerStatus &status);
 
 // With what was set, where the command sets something.
-std::string json_done(const std::string &player, const Done &done);
+std::string json_done(const std::string &player, const CommandResult &done);
 
 std::string json_sources(const std::string &player, const std::vector<Source> &sources);
 

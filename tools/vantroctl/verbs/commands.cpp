@@ -61,7 +61,7 @@ std::optional<int32_t> parse_repeat(std::string_view text) {
     return std::nullopt;
 }
 
-Done run_plain(Client &client, const std::string &verb) {
+CommandResult run_plain(Client &client, const std::string &verb) {
     if (verb == "play") {
         play(client);
         return {.command = verb};
@@ -75,7 +75,7 @@ Done run_plain(Client &client, const std::string &verb) {
     throw Failure(Outcome::usage, "not understood: " + verb);
 }
 
-Done run_seek(Client &client, const std::string &text) {
+CommandResult run_seek(Client &client, const std::string &text) {
     const SeekTarget target = required(parse_seek(text), text);
     const int32_t position_ms = target.from(target.relative ? client.position() : 0);
     client.carry_out_on_tracks(
@@ -84,7 +84,7 @@ Done run_seek(Client &client, const std::string &text) {
     return {.command = "seek", .position_ms = position_ms};
 }
 
-Done run_rate(Client &client, const std::string &text) {
+CommandResult run_rate(Client &client, const std::string &text) {
     const float rate = required(parse_rate(text), text);
     const int32_t reason =
         client.ask("rate", ServiceRequest(VANTRO_COMMAND_SET_PLAYBACK_RATE).number(rate),
@@ -99,7 +99,7 @@ Done run_rate(Client &client, const std::string &text) {
     return {.command = "rate", .rate = rate};
 }
 
-Done run_shuffle(Client &client, const std::string &text) {
+CommandResult run_shuffle(Client &client, const std::string &text) {
     const bool on = text == "toggle" ? client.state().shuffle == VANTRO_SHUFFLE_OFF : text == "on";
     const int32_t mode = on ? VANTRO_SHUFFLE_ON : VANTRO_SHUFFLE_OFF;
     client.carry_out("shuffle", ServiceRequest(VANTRO_COMMAND_SHUFFLE).number(mode),
@@ -107,7 +107,7 @@ Done run_shuffle(Client &client, const std::string &text) {
     return {.command = "shuffle", .shuffle = on};
 }
 
-Done run_repeat(Client &client, const std::string &text) {
+CommandResult run_repeat(Client &client, const std::string &text) {
     const int32_t mode = required(parse_repeat(text), text);
     client.carry_out("repeat", ServiceRequest(VANTRO_COMMAND_REPEAT).number(mode),
                      [=](VantroHandle *handle) { return vantro_repeat(handle, mode); });

@@ -20,19 +20,19 @@ std::optional<float> parse_rate(std::string_view text);
 std::optional<int32_t> parse_repeat(std::string_view text);
 
 // A command without argument: play, pause, stop, next, previous.
-Done run_plain(Client &client, const std::string &verb);
+CommandResult run_plain(Client &client, const std::string &verb);
 
 // @param text as parse_seek() reads it.
-Done run_seek(Client &client, const std::string &text);
+CommandResult run_seek(Client &client, const std::string &text);
 
 // @param text as parse_rate() reads it.
-Done run_rate(Client &client, const std::string &text);
+CommandResult run_rate(Client &client, const std::string &text);
 
 // @param text "on", "off" or "toggle".
-Done run_shuffle(Client &client, const std::string &text);
+CommandResult run_shuffle(Client &client, const std::string &text);
 
 // @param text as parse_repeat() reads it.
-Done run_repeat(Client &client, const std::string &text);
+CommandResult run_repeat(Client &client, const std::string &text);
 
 } // namespace vantro::ctl
 

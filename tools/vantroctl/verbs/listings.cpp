@@ -312,8 +312,8 @@ void run_info(Client &client, const ListOptions &options, const std::string &nod
     lister.end("nothing is known of it");
 }
 
-Done run_load(Client &client, const ListOptions &options, const std::string &node, int32_t number,
-              bool play) {
+CommandResult run_load(Client &client, const ListOptions &options, const std::string &node,
+                       int32_t number, bool play) {
     const Place place = place_of(client, options, node);
     const LoadedSession session = load_node(client, place, number - 1, play);
     if (session.scanning) {
@@ -327,7 +327,7 @@ Done run_load(Client &client, const ListOptions &options, const std::string &nod
             .scanning = session.scanning};
 }
 
-Done run_jump(Client &client, int32_t number) {
+CommandResult run_jump(Client &client, int32_t number) {
     jump_to(client, number - 1);
     return {.command = "jump", .index = number - 1};
 }

@@ -41,11 +41,11 @@ void run_info(Client &client, const ListOptions &options, const std::string &nod
               const std::vector<std::string> &keys);
 
 // @param number of the song to begin with, from 1.
-Done run_load(Client &client, const ListOptions &options, const std::string &node, int32_t number,
-              bool play);
+CommandResult run_load(Client &client, const ListOptions &options, const std::string &node,
+                       int32_t number, bool play);
 
 // @param number as run_tracks() shows it, from 1.
-Done run_jump(Client &client, int32_t number);
+CommandResult run_jump(Client &client, int32_t number);
 
 } // namespace vantro::ctl
 
