@@ -10,15 +10,12 @@
 
 #include <vantro/platform/change.h>
 
+#include "fuzz/support.h"
 #include "platform/portable/object_state.h"
 
 namespace {
 
-void require(bool holds) {
-    if (!holds) {
-        __builtin_trap();
-    }
-}
+using vantro::fuzz::require;
 
 // Everything that a text says, one entry a line; and the text written again from it.
 struct Reading {

@@ -16,15 +16,13 @@
 #include <vantro/platform/io.h>
 #include <vantro/platform/names.h>
 
+#include "fuzz/support.h"
+
 namespace {
 
-constexpr size_t steps_max = 64;
+using vantro::fuzz::require;
 
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
+constexpr size_t steps_max = 64;
 
 int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
     const TransportHeader header = *context->header;
@@ -67,19 +65,16 @@ MsgServer *serve(int flags) {
 
 // The servers and the client that behaves, for the life of the program.
 struct World {
-    std::string directory = "/tmp/fuzz-dispatch-XXXXXX";
+    const vantro::fuzz::RuntimeDirectory runtime;
     MsgServer *servers[2];
     MsgClient *bystanders[2];
 
     World() {
-        require(mkdtemp(directory.data()) != nullptr);
-        setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
         servers[0] = serve(MSGSERVER_FLAG_NOCHECK);
         servers[1] = serve(MSGSERVER_FLAG_PATH);
         bystanders[0] = msgclient_open("name", nullptr, 0);
         bystanders[1] = msgclient_open("path", nullptr, 0);
     }
-    ~World() { std::filesystem::remove_all(directory); }
 };
 
 void expect_service(MsgClient *client) {

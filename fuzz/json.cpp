@@ -10,15 +10,9 @@
 
 #include <vantro/platform/json.h>
 
-namespace {
+#include "fuzz/support.h"
 
-void require(bool holds) {
-    if (!holds) {
-        __builtin_trap();
-    }
-}
-
-} // namespace
+using vantro::fuzz::require;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t length) {
     std::vector<char> text(data, data + length);

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <string>
 
+#include "fuzz/support.h"
 #include "service/catalogue/files/music_root.h"
 #include "service/catalogue/files/picture_head.h"
 #include "service/catalogue/files/playlist_file.h"
@@ -17,16 +18,12 @@
 
 namespace {
 
+using vantro::fuzz::require;
+
 constexpr std::array names = {"a.mp3", "a.flac", "a.ogg", "a.opus", "a.m4a",  "a.wav",  "a.wv",
                               "a.ape", "a.aiff", "a.wma", "a.mpc",  "a.m3u8", "a.m3u",  "a.pls",
                               "a.spx", "a.tta",  "a.mod", "a.s3m",  "a.it",   "a.jpeg", "a.dsf",
                               "a.aac", "a.ac3",  "a.mka", "a.caf",  "a.au",   "a.xm",   "a.mp2"};
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 struct Directory {
     std::string path = "/dev/shm/fuzz-music-XXXXXX";

@@ -19,13 +19,11 @@
 #include <vantro/messaging.h>
 #include <vantro/platform/log.h>
 
+#include "fuzz/support.h"
+
 namespace {
 
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
+using vantro::fuzz::require;
 
 struct Forged {
     int32_t status;
@@ -60,18 +58,15 @@ int32_t give(MsgOsb *open, MsgContext *context, MsgService *) {
 void ignore(uint32_t, int, const char *, void *) {}
 
 struct World {
-    std::string directory = "/tmp/fuzz-replies-XXXXXX";
+    const vantro::fuzz::RuntimeDirectory runtime;
 
     World() {
-        require(mkdtemp(directory.data()) != nullptr);
-        setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
         system_log_set_sink(ignore, nullptr);
         MsgServer *server = msgserver_create(4096, 1, MSGSERVER_FLAG_PATH);
         require(server && msgserver_add(server, "vantro.sys", nullptr, nullptr, 256, give, nullptr,
                                         nullptr) == 0);
         std::thread(msgserver_thread_loop, server).detach();
     }
-    ~World() { std::filesystem::remove_all(directory); }
 };
 
 void read_text(const char *text) {

@@ -8,6 +8,7 @@
 #include <vantro/extras.h>
 #include <vantro/protocol.h>
 
+#include "fuzz/support.h"
 #include "service/requests/answers.h"
 #include "tests/support/memory_catalogue.h"
 
@@ -15,11 +16,7 @@ using namespace vantro;
 
 namespace {
 
-void require(bool holds) {
-    if (!holds) {
-        __builtin_trap();
-    }
-}
+using vantro::fuzz::require;
 
 template <typename Value>
 Value read(const vantro::service::requests::Bytes &bytes, size_t at) {

@@ -30,6 +30,7 @@
 #include <vantro/platform/notify.h>
 #include <vantro/platform/objects.h>
 
+#include "fuzz/support.h"
 #include "platform/linux/base/mapping.h"
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/objects/ring.h"
@@ -38,17 +39,12 @@
 
 namespace {
 
+using vantro::fuzz::require;
 using namespace vantro::platform;
 
 constexpr char directory[] = "/kivo/services/vantro/fuzz";
 constexpr int wake_signal = 57;
 constexpr int changes_of_a_lap = ring_capacity / 30000 + 2; // of those that fill() publishes
-
-void require(bool holds) {
-    if (!holds) {
-        __builtin_trap();
-    }
-}
 
 class Input {
   public:
@@ -193,23 +189,16 @@ class Reader {
 };
 
 struct World {
-    // In memory where there is such a folder: every input makes a ring.
-    std::string runtime = "/dev/shm/fuzz-ring-XXXXXX";
+    const vantro::fuzz::RuntimeDirectory runtime; // every input makes a ring
 
     World() {
-        if (!mkdtemp(runtime.data())) {
-            runtime = "/tmp/fuzz-ring-XXXXXX";
-            require(mkdtemp(runtime.data()) != nullptr);
-        }
-        setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
         sigset_t signals;
         sigemptyset(&signals);
         sigaddset(&signals, wake_signal);
         sigaddset(&signals, SIGIO);
         pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     }
-    ~World() { std::filesystem::remove_all(runtime); }
-    std::string ring() const { return runtime + "/vantro" + directory + "/ring"; }
+    std::string ring() const { return runtime.path + "/vantro" + directory + "/ring"; }
 };
 
 // A publisher, its readers, and a second mapping of its ring to tamper with.

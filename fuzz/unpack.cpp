@@ -10,17 +10,13 @@
 
 #include <vantro/extras.h>
 
+#include "fuzz/support.h"
 #include "records/fields.h"
 
 namespace {
 
+using vantro::fuzz::require;
 using vantro::records::Fields;
-
-void require(bool holds) {
-    if (!holds) {
-        __builtin_trap();
-    }
-}
 
 // What a service would keep of a record. A string that begins with a NUL is an empty one in C, and
 // would come back absent from another turn.

@@ -22,22 +22,18 @@
 
 #include <vantro/messaging.h>
 
+#include "fuzz/support.h"
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/messages/wire.h"
 
 namespace {
 
+using vantro::fuzz::require;
 using vantro::platform::Frame;
 using vantro::platform::UniqueFd;
 
 constexpr size_t steps_max = 32;
 constexpr long kept_descriptors = 8; // what the library may keep from the first of its kind on
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 long open_descriptors() {
     const std::filesystem::directory_iterator all("/proc/self/fd");
@@ -51,13 +47,11 @@ int32_t echo(MsgOsb *open, MsgContext *context, MsgService *) {
 
 // The server and the client that behaves, for the life of the program.
 struct World {
-    std::string directory = "/tmp/fuzz-wire-XXXXXX";
+    const vantro::fuzz::RuntimeDirectory runtime;
     MsgClient *bystander = nullptr;
     long descriptors = 0;
 
     World() {
-        require(mkdtemp(directory.data()) != nullptr);
-        setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
         MsgServer *server = msgserver_create(32768, 4, MSGSERVER_FLAG_NOCHECK);
         require(server &&
                 msgserver_add(server, "wire", nullptr, nullptr, 1024, echo, nullptr, nullptr) == 0);
@@ -68,7 +62,6 @@ struct World {
         expect_service();
         descriptors = open_descriptors();
     }
-    ~World() { std::filesystem::remove_all(directory); }
 
     void expect_service() const {
         char reply[4] = {};
@@ -145,7 +138,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     {
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
-        const std::string path = world.directory + "/vantro/name/csm/wire/default";
+        const std::string path = world.runtime.path + "/vantro/name/csm/wire/default";
         path.copy(address.sun_path, sizeof address.sun_path - 1);
         const UniqueFd control(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
         require(connect(control.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) ==

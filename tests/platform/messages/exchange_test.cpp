@@ -296,50 +296,6 @@ TEST(Exchange, AThreadIsNotCancelledInTheMiddle) {
     global_name_close(connection);
 }
 
-TEST(Exchange, AServerThatDiesFreesAllWhoWait) {
-    const RuntimeDirectory runtime;
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    const pid_t child = in_child([&] {
-        std::atomic<int> waiting{0};
-        ChannelServer server(
-            [&](const Message &message) {
-                if (message.bytes == "hello") {
-                    echo(message);
-                } else if (++waiting == 16) {
-                    kill(getpid(), SIGKILL);
-                }
-            },
-            {}, 2);
-        [[maybe_unused]] const ssize_t n = write(ready[1], "r", 1);
-        pause();
-    });
-    char byte;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    const int connection = connect_to_test();
-    ASSERT_EQ(ipc_send_simple(connection, "hello", 5, nullptr, 0), 5);
-    std::atomic<int> reset{0};
-    std::vector<std::thread> clients;
-    for (int i = 0; i < 16; ++i) {
-        clients.emplace_back([&] {
-            reset +=
-                ipc_send_simple(connection, "wait", 4, nullptr, 0) == -1 && errno == ECONNRESET;
-        });
-    }
-    for (std::thread &client : clients) {
-        client.join();
-    }
-    EXPECT_EQ(reset, 16);
-    EXPECT_EQ(ipc_send_simple(connection, "hello", 5, nullptr, 0), -1);
-    EXPECT_EQ(errno, ECONNRESET);
-    exit_status(child);
-    EXPECT_LT(connect_to_test(), 0);
-    EXPECT_EQ(errno, ECONNREFUSED);
-    global_name_close(connection);
-    close(ready[0]);
-    close(ready[1]);
-}
-
 TEST(Exchange, AChildHasNoneOfItsParentsConnections) {
     const RuntimeDirectory runtime;
     const ChannelServer server(echo, {}, 2);

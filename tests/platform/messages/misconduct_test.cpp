@@ -1,9 +1,6 @@
 // Clients that break the rules: each loses its own connection, and nobody else notices.
-#include <netinet/in.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-
-#include <chrono>
 
 #include "platform/linux/runtime/published_name.h"
 #include "tests/platform/support.h"
@@ -26,84 +23,49 @@ UniqueFd memory_file(size_t size, int seals) {
 
 constexpr int all_seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 
-// Everything a lane or a control socket must survive, by name.
-struct Misdeed {
-    const char *name;
-    void (*commit)(RawClient &client, int lane);
-};
+UniqueFd pipe_end(int) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    close(ends[1]);
+    return UniqueFd(ends[0]);
+}
 
-const Misdeed misdeeds[] = {
-    {"a packet shorter than a frame", [](RawClient &, int lane) { send_on(lane, "short", 5); }},
-    {"a length above what came",
-     [](RawClient &, int lane) {
-         const Frame lie = frame(100);
-         send_on(lane, &lie, sizeof lie);
-     }},
-    {"a length below what came",
-     [](RawClient &, int lane) {
-         struct {
-             Frame lie = frame(1);
-             char bytes[8] = {};
-         } packet;
-         send_on(lane, &packet, sizeof packet);
-     }},
-    {"a length beyond every limit",
-     [](RawClient &, int lane) {
-         const Frame lie = frame(0xffffffff, platform::frame_memory_file);
-         send_on(lane, &lie, sizeof lie, memory_file(10, all_seals).get());
-     }},
-    {"unknown flags",
-     [](RawClient &, int lane) {
-         const Frame odd = frame(0, 0x80);
-         send_on(lane, &odd, sizeof odd);
-     }},
-    {"a descriptor that nothing asked for",
-     [](RawClient &, int lane) {
-         const Frame plain = frame(0);
-         send_on(lane, &plain, sizeof plain, lane);
-     }},
-    {"a memory file that did not come",
-     [](RawClient &, int lane) {
-         const Frame bare = frame(10, platform::frame_memory_file);
-         send_on(lane, &bare, sizeof bare);
-     }},
-    {"a memory file shorter than it says",
-     [](RawClient &, int lane) {
-         const Frame lie = frame(200000, platform::frame_memory_file);
-         send_on(lane, &lie, sizeof lie, memory_file(199999, all_seals).get());
-     }},
-    {"a memory file that can shrink",
-     [](RawClient &, int lane) {
-         const Frame lie = frame(200000, platform::frame_memory_file);
-         send_on(lane, &lie, sizeof lie, memory_file(200000, F_SEAL_GROW | F_SEAL_WRITE).get());
-     }},
-    {"a pipe in a memory file's place",
-     [](RawClient &, int lane) {
-         int ends[2];
-         ASSERT_EQ(pipe(ends), 0);
-         const Frame lie = frame(10, platform::frame_memory_file);
-         send_on(lane, &lie, sizeof lie, ends[0]);
-         close(ends[0]);
-         close(ends[1]);
-     }},
-    {"a second message before the answer",
-     [](RawClient &, int lane) {
-         struct {
-             Frame header = frame(4);
-             char bytes[4] = {'h', 'o', 'l', 'd'};
-         } packet;
-         // Those that share an event with the first are noticed at the lane's next one.
-         while (send(lane, &packet, sizeof packet, MSG_NOSIGNAL) > 0) {
-             std::this_thread::yield();
-         }
-     }},
-    {"a control record of a wrong size",
-     [](RawClient &client, int) { send_on(client.control.get(), "x", 1); }},
-    {"a control record of an unknown kind",
-     [](RawClient &client, int) {
-         const ControlRecord record{77, 0};
-         send_on(client.control.get(), &record, sizeof record);
-     }},
+template <typename... Parts>
+std::string packet(const Parts &...parts) {
+    std::string all;
+    (all.append(reinterpret_cast<const char *>(&parts), sizeof parts), ...);
+    return all;
+}
+
+constexpr uint32_t in_file = platform::frame_memory_file;
+
+// Everything a lane or a control socket must survive, by name.
+const struct Misdeed {
+    const char *name;
+    std::string packet;
+    UniqueFd (*descriptor)(int lane) = nullptr; // what comes along
+    enum { on_lane, on_lane_until_refused, on_control } where = on_lane;
+} misdeeds[] = {
+    {"a packet shorter than a frame", "short"},
+    {"a length above what came", packet(frame(100))},
+    {"a length below what came", packet(frame(1), uint64_t{0})},
+    {"a length beyond every limit", packet(frame(0xffffffff, in_file)),
+     [](int) { return memory_file(10, all_seals); }},
+    {"unknown flags", packet(frame(0, 0x80))},
+    {"a descriptor that nothing asked for", packet(frame(0)),
+     [](int lane) { return UniqueFd(dup(lane)); }},
+    {"a memory file that did not come", packet(frame(10, in_file))},
+    {"a memory file shorter than it says", packet(frame(200000, in_file)),
+     [](int) { return memory_file(199999, all_seals); }},
+    {"a memory file that can shrink", packet(frame(200000, in_file)),
+     [](int) { return memory_file(200000, F_SEAL_GROW | F_SEAL_WRITE); }},
+    {"a pipe in a memory file's place", packet(frame(10, in_file)), pipe_end},
+    // Those that share an event with the first are noticed at the lane's next one.
+    {"a second message before the answer", packet(frame(4)) + "hold", nullptr,
+     Misdeed::on_lane_until_refused},
+    {"a control record of a wrong size", "x", nullptr, Misdeed::on_control},
+    {"a control record of an unknown kind", packet(ControlRecord{77, 0}), nullptr,
+     Misdeed::on_control},
 };
 
 TEST(Misconduct, CostsTheOneWhoDoesItHisConnection) {
@@ -124,7 +86,17 @@ TEST(Misconduct, CostsTheOneWhoDoesItHisConnection) {
         RawClient client(runtime.path());
         const UniqueFd lane = client.receive_lane();
         ASSERT_GE(lane.get(), 0);
-        misdeed.commit(client, lane.get());
+        const std::string &bytes = misdeed.packet;
+        const UniqueFd along = misdeed.descriptor ? misdeed.descriptor(lane.get()) : UniqueFd();
+        if (misdeed.where == Misdeed::on_lane_until_refused) {
+            while (send(lane.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0) {
+                std::this_thread::yield();
+            }
+        } else {
+            const bool control = misdeed.where == Misdeed::on_control;
+            send_on(control ? client.control.get() : lane.get(), bytes.data(), bytes.size(),
+                    along.get());
+        }
         EXPECT_TRUE(client.is_cut_off()) << misdeed.name;
         EXPECT_TRUE(is_served(good)) << misdeed.name;
         ++expected;

@@ -37,27 +37,6 @@ TEST(Pulse, EnoughFitAndTheRestIsRefused) {
     channel_destroy(channel);
 }
 
-// One pulse a thread reaches every thread, however they sleep.
-TEST(Pulse, WakesEveryThreadThatWaits) {
-    const int channel = channel_create(0);
-    const int connection = connect_attach(0, getpid(), channel, 0, 0);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([channel] {
-            struct ipc_pulse pulse;
-            EXPECT_EQ(ipc_receive_pulse(channel, &pulse, sizeof pulse, nullptr), 0);
-        });
-    }
-    for (int i = 0; i < 8; ++i) {
-        EXPECT_EQ(pulse_send(connection, 0, 1, i), 0);
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    connect_detach(connection);
-    channel_destroy(channel);
-}
-
 TEST(Pulse, EventsReachTheClientThatAnnouncedThemAndNoOther) {
     const RuntimeDirectory runtime;
     std::atomic<int> last_id{0};

@@ -6,69 +6,29 @@
 
 #include <vantro/platform/io.h>
 
+#include "tests/support/path_device.h"
 #include "tests/transport/support.h"
 
 namespace vantro::test {
 namespace {
 
-// The grantor device, played by a thread: it grants the capabilities "net" and "audio".
-class Grantor {
-  public:
-    Grantor() : channel_(channel_create(CHANNEL_DISCONNECT)) {
-        path_funcs_init(PATH_CONNECT_HANDLER_COUNT, &connect_, PATH_IO_HANDLER_COUNT, &io_);
-        io_.handlers[PATH_IO_WRITE] = check;
-        path_attr_init(&attr_, 0666, nullptr, nullptr);
-        dispatch_ = path_dispatch_create(channel_, 0);
-        static auto &all = *new std::vector<path_dispatch *>; // with a path they are for ever
-        all.push_back(dispatch_);
-        EXPECT_GE(path_attach(dispatch_, nullptr, "/dev/grantor", 0, 0, &connect_, &io_, &attr_),
-                  0);
-        thread_ = std::thread([] {
-            path_context *context = path_context_alloc(dispatch_);
-            while (path_receive(context) >= 0) {
-                path_dispatch_handle(context);
-            }
-            path_context_free(context);
-        });
-    }
-    ~Grantor() {
-        channel_destroy(channel_);
-        thread_.join();
-    }
+std::mutex line_lock;
+std::string last_line; // that the grantor was asked
 
-    // The line checked since the last call.
-    static std::string take_line() {
-        const std::lock_guard guard(lock_);
-        return std::exchange(last_line_, "");
+// Grants the capabilities "net" and "audio".
+int grant(const std::string &line) {
+    const std::lock_guard guard(line_lock);
+    last_line = line;
+    const std::string list = "," + line.substr(line.rfind(' ') + 1) + ",";
+    int granted = 0;
+    for (const char *name : {",net,", ",audio,"}) {
+        granted += list.find(name) != std::string::npos;
     }
-
-  private:
-    static int check(path_request *request) {
-        const std::string line(static_cast<const char *>(request->data), request->length);
-        {
-            const std::lock_guard guard(lock_);
-            last_line_ = line;
-        }
-        const std::string list = "," + line.substr(line.rfind(' ') + 1) + ",";
-        int granted = 0;
-        for (const char *name : {",net,", ",audio,"}) {
-            granted += list.find(name) != std::string::npos;
-        }
-        return list.find(",refuse,") != std::string::npos ? -EIO : granted;
-    }
-
-    static inline path_dispatch *dispatch_;
-    static inline std::mutex lock_;
-    static inline std::string last_line_;
-    int channel_;
-    path_connect_funcs connect_ = {};
-    path_io_funcs io_ = {};
-    path_attr attr_ = {};
-    std::thread thread_;
-};
+    return list.find(",refuse,") != std::string::npos ? -EIO : granted;
+}
 
 TEST(Access, Capabilities) {
-    const Grantor grantor;
+    const PathDevice grantor(0666, grant);
     const std::string who =
         "chkcap " + std::to_string(geteuid()) + "," + std::to_string(getegid()) + ",";
     const struct {
@@ -91,7 +51,9 @@ TEST(Access, Capabilities) {
         for (const auto &row : rows) {
             const bool checked = flags == 0;
             EXPECT_EQ(Client(row.name).error, checked ? row.error : 0) << row.name;
-            EXPECT_EQ(Grantor::take_line(), checked && row.asked ? who + row.capabilities : "");
+            const std::lock_guard guard(line_lock);
+            EXPECT_EQ(std::exchange(last_line, ""),
+                      checked && row.asked ? who + row.capabilities : "");
         }
         server.stop();
         if (server->grantor_fd != -1) {
@@ -101,7 +63,7 @@ TEST(Access, Capabilities) {
 }
 
 TEST(Access, RestartedGrantor) {
-    auto grantor = std::make_unique<Grantor>();
+    auto grantor = std::make_unique<PathDevice>(0666, grant);
     Server server(0);
     ASSERT_TRUE(server.get());
     ASSERT_EQ(server.add("restarted", "net"), 0);
@@ -110,7 +72,7 @@ TEST(Access, RestartedGrantor) {
         EXPECT_EQ(Client("restarted").error, 0);
         grantor.reset();
         EXPECT_EQ(Client("restarted").error, ENOENT);
-        grantor = std::make_unique<Grantor>();
+        grantor = std::make_unique<PathDevice>(0666, grant);
         EXPECT_EQ(Client("restarted").error, 0);
     }
     server.stop();

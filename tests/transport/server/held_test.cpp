@@ -131,47 +131,5 @@ TEST_P(HeldAnswers, OldAnswersThatNobodyFetchedMakeRoom) {
     EXPECT_EQ(fill(second, 1), MSG_STATUS_QUEUED);
 }
 
-void do_nothing(int) {}
-
-// A client that is interrupted at any moment gets the answer to what it asked, or EINTR.
-TEST_P(HeldAnswers, AnInterruptedRequestAnswersNoOther) {
-    struct sigaction action = {}, before = {};
-    action.sa_handler = do_nothing; // without SA_RESTART
-    sigaction(SIGUSR1, &action, &before);
-    std::atomic<bool> over = false;
-    const pthread_t self = pthread_self();
-    std::thread interrupting([&] {
-        while (!over) {
-            pthread_kill(self, SIGUSR1);
-            usleep(37);
-        }
-    });
-    int answered = 0, interrupted = 0, others = 0;
-    std::string answer;
-    for (uint32_t i = 0; i < 20000; i++) {
-        const uint32_t length = 100 + i % 997;
-        uint32_t announced = 0;
-        const int asked = fill(client, length, static_cast<int>(i % 50), &announced);
-        const int got = asked == MSG_STATUS_QUEUED ? get(client, 0, &answer, 2000) : asked;
-        if (got == -1 || got == EINTR) {
-            interrupted++;
-        } else if (asked == MSG_STATUS_QUEUED && announced == length && answer.size() == length &&
-                   got == static_cast<int>(i % 50)) {
-            answered++;
-        } else {
-            others++;
-            ADD_FAILURE() << "request " << i << " of " << length << " bytes, status " << i % 50
-                          << ": asked " << asked << ", announced " << announced << ", got " << got
-                          << " and " << answer.size() << " bytes";
-        }
-    }
-    over = true;
-    interrupting.join();
-    sigaction(SIGUSR1, &before, nullptr);
-    EXPECT_EQ(others, 0);
-    EXPECT_GT(answered, 0);
-    EXPECT_GT(interrupted, 0);
-}
-
 } // namespace
 } // namespace vantro::test

@@ -106,19 +106,6 @@ TEST_P(Lifecycle, ServerOutOfDescriptorsAndKilledWhileSixteenThreadsWait) {
     EXPECT_EQ(msgclient_get(client, 0, answer.data(), 1 << 20, nullptr, 0), 0);
     EXPECT_EQ(answer, std::string(1 << 20, 'f'));
 
-    // Whatever this process has no descriptor for, an open says so.
-    rlimit all;
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &all), 0);
-    const rlim_t lowest = static_cast<rlim_t>(dup(0));
-    close(static_cast<int>(lowest));
-    for (int error = EMFILE, more = 0; error != 0; more++) {
-        const rlimit limit = {lowest + static_cast<rlim_t>(more), all.rlim_max};
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-        error = Client("victim").error;
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &all), 0);
-        ASSERT_TRUE(error == 0 || error == EMFILE) << error << " with " << more;
-    }
-
     std::atomic<int> reset = 0;
     std::vector<std::thread> threads;
     for (int i = 0; i < 16; i++) {

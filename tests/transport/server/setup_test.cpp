@@ -4,28 +4,6 @@
 namespace vantro::test {
 namespace {
 
-TEST(SlotArray, GrowsByEightAndReusesTheLowest) {
-    SlotArray array = {};
-    for (int i = 0; i < 9; i++) {
-        EXPECT_EQ(_array_add(&array, 4), i);
-    }
-    EXPECT_EQ(array.slot_count, 16);
-    void *eighth = _array_get(&array, 8);
-    EXPECT_EQ(_array_del(&array, 5), 0);
-    EXPECT_EQ(_array_del(&array, 3), 0);
-    for (const int none : {-1, 3, 9, 16}) {
-        EXPECT_EQ(_array_get(&array, none), nullptr);
-        EXPECT_EQ(_array_del(&array, none), -1);
-    }
-    EXPECT_EQ(_array_add(&array, 4), 3);
-    EXPECT_EQ(_array_add(&array, -1), -1);
-    EXPECT_EQ(_array_get(&array, 8), eighth);
-    for (int i = 0; i < array.slot_count; i++) {
-        _array_del(&array, i);
-    }
-    free(array.slots);
-}
-
 TEST(Setup, Create) {
     const struct {
         int32_t max_msg_size, flags, expected_size;
