@@ -1,24 +1,18 @@
-/* Every family of the public headers, from C11. Loaded by unload_test. */
+/* What keeps something in a process: connections, objects, events, the log. Loaded by unload_test.
+ */
 #include <fcntl.h>
 #include <signal.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <vantro/extras.h>
 #include <vantro/messaging.h>
-#include <vantro/platform/change.h>
-#include <vantro/platform/dictionary.h>
 #include <vantro/platform/io.h>
-#include <vantro/platform/json.h>
 #include <vantro/platform/log.h>
 #include <vantro/platform/names.h>
 #include <vantro/platform/notify.h>
 #include <vantro/platform/objects.h>
 #include <vantro/player.h>
 #include <vantro/protocol.h>
-#include <vantro/records.h>
 
 #define CHECK(condition)                                                                           \
     do {                                                                                           \
@@ -44,39 +38,6 @@ EXPORTED void serve_family(int ready) {
         msgserver_thread_loop(server);
     }
     _exit(1);
-}
-
-static int use_records(void) {
-    const ServiceMediaNode packed = {"id", "name", 0, 1, 2, 3, 4, 0};
-    char bytes[64];
-    int size = compute_media_node_size(&packed, 1);
-    MediaNode *node = NULL;
-    CHECK(size > 0 && size <= (int)sizeof bytes);
-    pack_media_node(&packed, 1, bytes, &size);
-    CHECK(unpack_media_node(bytes, size, 1, &node) == 0 && strcmp(node->name, "name") == 0);
-    vantro_free_media_nodes(node, 1);
-    return 0;
-}
-
-static int use_texts(void) {
-    char text[64], json[] = "{\"id\":7}";
-    char *cursor = text;
-    struct kivo_writer writer;
-    struct kivo_record record = {0};
-    struct kivo_decoder decoder;
-    int32_t id = 0;
-    mosk_dict *dict = mosk_dict_new();
-    kivo_writer_init(&writer, text, sizeof text);
-    kivo_write_attribute(&writer, "a:b", KIVO_NUMBER, "1");
-    CHECK(kivo_writer_finish(&writer) > 0);
-    CHECK(kivoparse(&cursor, NULL, NULL, &record, 0) == KIVO_ATTRIBUTE);
-    CHECK((dict = mosk_dict_set(dict, record.attribute, record.value)));
-    CHECK(strcmp(mosk_dict_find_value(dict, "a:b"), "1") == 0);
-    mosk_dict_destroy(dict);
-    CHECK(kivo_decoder_initialize(&decoder, json) == 0 && kivo_decoder_push(&decoder, NULL) == 0);
-    CHECK(kivo_decoder_get_int(&decoder, "id", &id) == 0 && id == 7);
-    kivo_decoder_cleanup(&decoder);
-    return 0;
 }
 
 static int use_objects(VantroHandle *player) {
@@ -117,7 +78,7 @@ EXPORTED int use_families(void) {
     CHECK(vantro_open(NULL, "main") == -1 && lines == 1);
     CHECK(client && msgclient_putget(client, &play, sizeof play, &failed, 4, NULL, 0) == 0);
     CHECK(global_name_open("none", 0) == -1);
-    if ((failed = use_records()) || (failed = use_texts()) || (failed = use_objects(player))) {
+    if ((failed = use_objects(player))) {
         return failed;
     }
     if ((child = fork()) == 0) {

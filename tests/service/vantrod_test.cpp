@@ -51,13 +51,6 @@ TEST_F(Serving, StartsAgainWithWhatItKnows) {
         start({"--music", path_ + "/music"});
         ASSERT_EQ(told(), "vantrod: ready (2 tracks, players: main)");
     }
-    // The state directory has one user, also where the names have others.
-    const std::string other = path_ + "/other";
-    std::filesystem::create_directory(other);
-    test::Process second(std::vector<std::string>{VANTROD, "--state", path_ + "/state/vantro"},
-                         [&] { setenv("XDG_RUNTIME_DIR", other.c_str(), 1); });
-    EXPECT_NE(second.line().find(path_ + "/state/vantro"), std::string::npos);
-    EXPECT_EQ(second.wait(), 1);
 }
 
 TEST_F(Vantrod, AsksTheGrantorForCapabilities) {

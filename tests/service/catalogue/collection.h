@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,16 @@
 namespace vantro::service::catalogue {
 
 using Values = std::vector<std::pair<std::string, std::string>>;
+
+// Tags as KEY=value, with a bar between them.
+inline Values values_of(const std::string &tags) {
+    Values values;
+    std::istringstream rest(tags);
+    for (std::string tag; std::getline(rest, tag, '|');) {
+        values.emplace_back(tag.substr(0, tag.find('=')), tag.substr(tag.find('=') + 1));
+    }
+    return values;
+}
 
 inline std::string big_endian(uint32_t number, int bytes) {
     std::string text;

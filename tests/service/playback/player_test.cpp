@@ -137,26 +137,6 @@ TEST(Player, KeepsSessionsInReserve) {
     EXPECT_EQ(make(0, false), VANTRO_TRKSESSIONS_MAX - sessions_of_all_users);
 }
 
-TEST(Player, TakesCommandsFromAllSides) {
-    Room room;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&room] {
-            for (int round = 0; round < 200; ++round) {
-                uint64_t tsid = 0;
-                ASSERT_EQ(room.player.play(), 0);
-                ASSERT_EQ(room.player.create(1, "few", 0, 1, tsid), 0);
-                room.player.next();
-                ASSERT_NE(room.player.session(tsid), nullptr);
-                ASSERT_EQ(room.player.destroy(tsid), 0);
-            }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-}
-
 } // namespace
 
 } // namespace vantro::service::playback

@@ -93,24 +93,6 @@ TEST(DisplayText, CleansWhatCouldDriveATerminal) {
     EXPECT_EQ(clean_text(heap).size(), 1u + 2 * combining_max);
 }
 
-TEST(DisplayText, CountsTheColumnsThatATerminalGives) {
-    const struct {
-        const char *text;
-        int columns;
-    } rows[] = {
-        {"abc", 3},
-        {kanji, 4},
-        {e_acute, 1},
-        {"\xF0\x9F\x98\x80", 2},                     // a face
-        {"\xEF\xBC\xA1", 2},                         // a letter of full width
-        {"\xE1\x84\x92\xE1\x85\xA1\xE1\x86\xAB", 2}, // a syllable of three letters
-        {"a\xE2\x80\x8D", 1},                        // with a joiner of no width
-    };
-    for (const auto &row : rows) {
-        EXPECT_EQ(display_width(row.text), row.columns) << row.text;
-    }
-}
-
 TEST(DisplayText, ClipsBetweenCharacters) {
     const std::string dots = "\xE2\x80\xA6";
     const std::string han = std::string(kanji).substr(0, 3);
