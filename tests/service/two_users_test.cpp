@@ -1,0 +1,192 @@
+// A service of a user of its own, a user whom it admits, and a stranger who tries to disturb, to
+// spy and to impersonate.
+#include <cerrno>
+#include <csignal>
+#include <functional>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <sched.h>
+#include <sys/mount.h>
+
+#include <fmt/format.h>
+
+#include <vantro/extras.h>
+#include <vantro/messaging.h>
+#include <vantro/platform/io.h>
+#include <vantro/platform/names.h>
+#include <vantro/platform/objects.h>
+#include <vantro/player.h>
+
+#include "tests/support/music.h"
+#include "tests/support/process.h"
+
+namespace vantro::service {
+
+namespace {
+
+enum User : uid_t { service_user = 70001, admitted = 70002, stranger = 70003 };
+
+void become(User user) {
+    if (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0) {
+        _exit(98);
+    }
+}
+
+// 0 where a call succeeded, and otherwise its error.
+template <typename Result>
+int error_of(Result result) {
+    return result == Result(-1) ? errno : 0;
+}
+
+int opened(const std::string &file, int flags) {
+    return error_of(open(file.c_str(), flags | O_CLOEXEC));
+}
+
+// What a raw message is answered with over a connection that everybody may have: that to the name
+// by which the service keeps others of its kind away.
+int told_to_all(uint8_t kind, const std::string &payload) {
+    const TransportHeader header = {kind, 2, 0, 0, 0, 0, static_cast<uint32_t>(payload.size()),
+                                    28,   0, 0};
+    const std::string bytes(reinterpret_cast<const char *>(&header), sizeof header);
+    const int connection = global_name_open("vantrod/vantro.sys/default", 0);
+    char reply[64];
+    return error_of(ipc_send_simple(connection, (bytes + payload).data(),
+                                    bytes.size() + payload.size(), reply, sizeof reply));
+}
+
+int serve_in_its_place() {
+    MsgServer *server = msgserver_create(1024, 1, MSGSERVER_FLAG_PATH);
+    const auto refuse = [](MsgOsb *, MsgContext *, MsgService *) -> int32_t { return EIO; };
+    return server ? error_of(msgserver_add(server, "vantro.sys", nullptr, nullptr, 64, refuse,
+                                           refuse, nullptr))
+                  : errno;
+}
+
+using TwoUsers = test::RuntimeDirectory;
+
+// Runs as root in a /run of its own, where the directory of names is the service's.
+int in_a_run_of_its_own(const std::function<int()> &body) {
+    constexpr int forbidden = 77;
+    test::Process child([&] {
+        const bool can = geteuid() == 0 && unshare(CLONE_NEWNS) == 0 &&
+                         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                         mount("none", "/run", "tmpfs", 0, "mode=755") == 0 &&
+                         mkdir("/run/vantro", 0755) == 0 &&
+                         chown("/run/vantro", service_user, service_user) == 0;
+        return can ? body() : forbidden;
+    });
+    const std::string output = child.rest();
+    const int status = child.wait();
+    EXPECT_TRUE(status == 0 || status == forbidden) << output;
+    return status;
+}
+
+TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
+    ASSERT_EQ(chmod(path_.c_str(), 0755), 0);
+    const std::string state = path_ + "/state", squat = path_ + "/squat";
+    test::make_music(path_ + "/music/1.flac", 1000, {"TITLE=One"});
+    std::filesystem::create_directory(state);
+    std::filesystem::create_directory(squat);
+    const std::string names = "/run/vantro/sys/csm/vantro.sys/";
+    const std::string player = "/run/vantro/kivo/services/vantro/main/";
+    const std::string objects = "/kivo/services/vantro/";
+    std::string process;
+    const auto publishes = [&](const char *name) {
+        return object_publisher_open((objects + name).c_str()) ? 0 : errno;
+    };
+    const auto moves = [](const std::string &file) {
+        return error_of(rename(file.c_str(), (file + "x").c_str()));
+    };
+    const struct {
+        const char *name;
+        std::function<int()> attempt;
+        int error;
+    } rows[] = {
+        {"connects", [] { return vantro_connect() ? 0 : errno; }, ENOENT},
+        {"opens",
+         [] {
+             return told_to_all(MSG_KIND_OPEN, {"vantro.sys", 11});
+         },
+         EACCES},
+        {"asks with another's ids", [] { return told_to_all(MSG_KIND_PUTGET, "x"); }, ENOENT},
+        {"fetches another's answers", [] { return told_to_all(MSG_KIND_GET, ""); }, ENOENT},
+        {"closes another's open", [] { return told_to_all(MSG_KIND_CLOSE, ""); }, ENOENT},
+        {"follows",
+         [&] { return error_of(platform_open((objects + "main/.all?delta").c_str(), 0)); }, EACCES},
+        {"writes the ring", [&] { return opened(player + "ring", O_RDWR); }, EACCES},
+        {"takes the ring's lock", [&] { return opened(player + "lock", O_RDWR); }, EACCES},
+        {"moves the ring", [&] { return moves(player + "ring"); }, EACCES},
+        {"publishes in its place", [&] { return publishes("main"); }, EACCES},
+        {"publishes another player", [&] { return publishes("den"); }, EACCES},
+        {"reads the catalogue", [&] { return opened(state + "/catalogue.db", O_RDONLY); }, EACCES},
+        {"reads its log", [&] { return opened(state + "/catalogue.db-wal", O_RDONLY); }, EACCES},
+        {"lists covers", [&] { return opened(state + "/artwork", O_DIRECTORY); }, EACCES},
+        {"unlinks the socket", [&] { return error_of(unlink((names + "default").c_str())); },
+         EACCES},
+        {"takes the name's lock", [&] { return opened(names + "default.lock", O_RDWR); }, EACCES},
+        {"moves the socket", [&] { return moves(names + "default"); }, EACCES},
+        {"moves the folder", [&] { return moves("/run/vantro/sys"); }, EACCES},
+        {"serves in its place", serve_in_its_place, EACCES},
+        {"takes its descriptors", [&] { return opened(process + "fd", O_DIRECTORY); }, EACCES},
+        {"reads its memory", [&] { return opened(process + "mem", O_RDONLY); }, EACCES},
+        {"ends it", [&] { return error_of(kill(std::stoi(process.substr(6)), SIGTERM)); }, EPERM},
+    };
+    const int status = in_a_run_of_its_own([&] {
+        EXPECT_EQ(chown(state.c_str(), service_user, service_user), 0);
+        EXPECT_EQ(chown(squat.c_str(), stranger, stranger), 0);
+        unsetenv("XDG_RUNTIME_DIR");
+        test::Process service({VANTROD, "--music", path_ + "/music", "--state", state, "--perms",
+                               "600", "--uid", std::to_string(admitted)},
+                              [] { become(service_user); });
+        std::string said;
+        while (said.find("scanned") == said.npos && !(said = service.line()).empty()) {
+        }
+        EXPECT_NE(said, "");
+        process = fmt::format("/proc/{}/", service.id());
+        test::Process impostor([&] {
+            become(stranger);
+            setenv("XDG_RUNTIME_DIR", squat.c_str(), 1);
+            std::printf("%d\n", serve_in_its_place());
+            std::fflush(stdout);
+            return pause();
+        });
+        EXPECT_EQ(impostor.line(), "0");
+
+        // Who is admitted does not believe the stranger's folder, and is served all the while.
+        int turns[2];
+        EXPECT_EQ(pipe(turns), 0);
+        test::Process user([&] {
+            become(admitted);
+            setenv("XDG_RUNTIME_DIR", squat.c_str(), 1);
+            VantroHandle *handle = vantro_connect();
+            vantro_open(handle, "main");
+            for (char turn; read(turns[0], &turn, 1) == 1;) {
+                const VantroEvent *event = nullptr;
+                const bool told = vantro_shuffle(handle, turn % 2) == 0 &&
+                                  (event = vantro_event_get(handle)) && event->object_name;
+                std::puts(told ? "served" : "not served");
+                std::fflush(stdout);
+            }
+            return 0;
+        });
+        char turn = 1;
+        for (const auto &row : rows) {
+            test::Process other([&] { return become(stranger), row.attempt(); });
+            EXPECT_EQ(other.wait(), row.error) << row.name;
+            EXPECT_EQ(write(turns[1], &turn, 1), 1);
+            EXPECT_EQ(user.line(), "served") << row.name;
+            ++turn;
+        }
+        service.kill(SIGTERM);
+        EXPECT_EQ(service.wait(), 0) << service.rest();
+        return HasFailure() ? 1 : 0;
+    });
+    if (status == 77) {
+        GTEST_SKIP() << "users cannot be made here: strangers were NOT tried";
+    }
+}
+
+} // namespace
+
+} // namespace vantro::service
