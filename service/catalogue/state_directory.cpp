@@ -85,7 +85,17 @@ bool SessionNumbers::note(int64_t next) const {
     bool good = write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     good = fsync(descriptor) == 0 && good;
     good = close(descriptor) == 0 && good;
-    return good && rename(part.c_str(), file_.c_str()) == 0;
+    if (!good || rename(part.c_str(), file_.c_str()) != 0) {
+        return false;
+    }
+    // Without this the old file may be back after a power cut, and its numbers given again.
+    const int folder = open(file_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0) {
+        return false;
+    }
+    good = fsync(folder) == 0;
+    close(folder);
+    return good;
 }
 
 } // namespace vantro::service::catalogue
