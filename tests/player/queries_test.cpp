@@ -265,112 +265,71 @@ void forge(const Forged &forged) {
     };
 }
 
-TEST_F(Queries, AnswersThatLieHarmNobody) {
+struct Lie {
+    const char *name;
+    const Call *call;
+    Forged forged;
+    std::string outcome;
+    Lines logged;
+};
+
+Lie lie(const char *name, const Call &call, Forged forged, const char *outcome,
+        const std::string &logged = "") {
+    return {name, &call, std::move(forged), outcome, logged.empty() ? Lines{} : Lines{logged}};
+}
+
+std::vector<Lie> all_lies() {
     const Call &browsing = all_calls()[1], &metadata = all_calls()[4], &values = all_calls()[5],
                &creating = all_calls()[6];
     const std::string node = node_bytes("Rock"), bad_file = std::strerror(9);
     const std::string long_list = words({0, 1}) + node_bytes(std::string(70000, 'x'));
     const auto big = static_cast<uint32_t>(long_list.size());
-    const struct {
-        const char *name;
-        const Call &call;
-        Forged forged;
-        std::string outcome;
-        Lines logged;
-    } cases[] = {
-        {"count below zero", browsing, {0, 12, words({0, -1}) + node}, "-1", {}},
-        {"more records than came", browsing, {0, UINT32_MAX, words({0, 2}) + node}, "-1", {}},
-        {"length overstated", browsing, {0, UINT32_MAX, words({0, 1}) + node}, "0 1 Rock", {}},
-        {"length without the count",
-         browsing,
-         {0, 4, words({0, 1}) + node},
-         "-1",
-         {browsing.failure}},
-        {"count did not come", browsing, {0, 8, words({0})}, "-1", {browsing.failure}},
-        {"status of the service's own",
-         browsing,
-         {9, 8, words({0, 0})},
-         "-1",
-         {"3 msgclient_putgetv() failed: " + bad_file}},
-        {"held, but not there", browsing, {240, 100000, ""}, "-1", {"5 msgclient_getv() failed"}},
-        {"held, longer than any answer",
-         browsing,
-         {240, (256U << 20) + 1, ""},
-         "-1",
-         {"3 Cannot allocate memory"}},
-        {"held, length 0", browsing, {240, 0, "", words({0, 1}) + node}, "0 1 Rock", {}},
-        {"held, length overstated",
-         browsing,
-         {240, 256 << 20, "", words({0, 1}) + node},
-         "0 1 Rock",
-         {}},
-        {"held, more came at once",
-         browsing,
-         {240, big, words({0, 1}) + node, words({0, 1})},
-         "-1",
-         {}},
-        {"held, status of the service's own",
-         browsing,
-         {240, big, "", long_list, 5},
-         "-1",
-         {"5 msgclient_getv() failed"}},
-        {"held, length understated",
-         browsing,
-         {240, big - 9, "", long_list},
-         "-1",
-         {"5 msgclient_getv() failed"}},
-        {"metadata, length within the result word",
-         metadata,
-         {0, 3, words({0})},
-         "-1",
-         {metadata.failure}},
-        {"metadata, length overstated",
-         metadata,
-         {0, UINT32_MAX, words({0}) + metadata_bytes("Song")},
-         "0 Song",
-         {}},
-        {"metadata, a text beyond the end",
-         metadata,
-         {0, 60000, words({0, 1, 1, 1, 1, 1, INT32_MAX})},
-         "-1",
-         {}},
-        {"values that do not come are none", values, {0, 4, words({0})}, "0 - - -", {}},
-        {"a value cut in its length",
-         values,
-         {0, 12, words({0}) + text("12") + words({-7})},
-         "-1",
-         {values.failure}},
-        {"a value cut in its text",
-         values,
-         {0, 15, words({0}) + text("12") + text("34")},
-         "-1",
-         {values.failure}},
-        {"a value of negative length",
-         values,
-         {0, 14, words({0}) + text("12") + words({INT32_MIN})},
-         "0 12 - -",
-         {}},
-        {"a value longer than the answer",
-         values,
-         {0, UINT32_MAX, words({0, INT32_MAX})},
-         "-1",
-         {values.failure}},
-        {"values, length overstated",
-         values,
-         {0, 99, words({0, 0, 0, 0}) + text("4")},
-         "0 - - -",
-         {}},
-        {"half a session number",
-         creating,
-         {0, UINT32_MAX, words({0, 1})},
-         "-1",
-         {creating.failure}},
-        {"a session number, length overstated",
-         creating,
-         {0, UINT32_MAX, words({0, 1, 0})},
-         "0 1",
-         {}},
+    return {
+        lie("count below zero", browsing, {0, 12, words({0, -1}) + node}, "-1"),
+        lie("more records than came", browsing, {0, UINT32_MAX, words({0, 2}) + node}, "-1"),
+        lie("length overstated", browsing, {0, UINT32_MAX, words({0, 1}) + node}, "0 1 Rock"),
+        lie("length without the count", browsing, {0, 4, words({0, 1}) + node}, "-1",
+            browsing.failure),
+        lie("count did not come", browsing, {0, 8, words({0})}, "-1", browsing.failure),
+        lie("status of the service's own", browsing, {9, 8, words({0, 0})}, "-1",
+            "3 msgclient_putgetv() failed: " + bad_file),
+        lie("held, but not there", browsing, {240, 100000, ""}, "-1", "5 msgclient_getv() failed"),
+        lie("held, longer than any answer", browsing, {240, (256U << 20) + 1, ""}, "-1",
+            "3 Cannot allocate memory"),
+        lie("held, length 0", browsing, {240, 0, "", words({0, 1}) + node}, "0 1 Rock"),
+        lie("held, length overstated", browsing, {240, 256 << 20, "", words({0, 1}) + node},
+            "0 1 Rock"),
+        lie("held, more came at once", browsing, {240, big, words({0, 1}) + node, words({0, 1})},
+            "-1"),
+        lie("held, status of the service's own", browsing, {240, big, "", long_list, 5}, "-1",
+            "5 msgclient_getv() failed"),
+        lie("held, length understated", browsing, {240, big - 9, "", long_list}, "-1",
+            "5 msgclient_getv() failed"),
+        lie("metadata, length within the result word", metadata, {0, 3, words({0})}, "-1",
+            metadata.failure),
+        lie("metadata, length overstated", metadata,
+            {0, UINT32_MAX, words({0}) + metadata_bytes("Song")}, "0 Song"),
+        lie("metadata, a text beyond the end", metadata,
+            {0, 60000, words({0, 1, 1, 1, 1, 1, INT32_MAX})}, "-1"),
+        lie("values that do not come are none", values, {0, 4, words({0})}, "0 - - -"),
+        lie("a value cut in its length", values, {0, 12, words({0}) + text("12") + words({-7})},
+            "-1", values.failure),
+        lie("a value cut in its text", values, {0, 15, words({0}) + text("12") + text("34")}, "-1",
+            values.failure),
+        lie("a value of negative length", values,
+            {0, 14, words({0}) + text("12") + words({INT32_MIN})}, "0 12 - -"),
+        lie("a value longer than the answer", values, {0, UINT32_MAX, words({0, INT32_MAX})}, "-1",
+            values.failure),
+        lie("values, length overstated", values, {0, 99, words({0, 0, 0, 0}) + text("4")},
+            "0 - - -"),
+        lie("half a session number", creating, {0, UINT32_MAX, words({0, 1})}, "-1",
+            creating.failure),
+        lie("a session number, length overstated", creating, {0, UINT32_MAX, words({0, 1, 0})},
+            "0 1"),
     };
+}
+
+TEST_F(Queries, AnswersThatLieHarmNobody) {
     system_log_set_sink(
         [](auto code, auto severity, auto line, void *data) {
             record_line(code, severity, line, data);
@@ -378,10 +337,10 @@ TEST_F(Queries, AnswersThatLieHarmNobody) {
             EXPECT_TRUE(pthread_mutex_trylock(mutex) == 0 && pthread_mutex_unlock(mutex) == 0);
         },
         &handle->overflow_lock);
-    for (const auto &c : cases) {
+    for (const Lie &c : all_lies()) {
         SCOPED_TRACE(c.name);
         forge(c.forged);
-        expect(c.call, handle, c.outcome, c.logged);
+        expect(*c.call, handle, c.outcome, c.logged);
     }
 }
 
