@@ -16,8 +16,8 @@
 
 namespace vantro::transport {
 
-// Most parts a caller may give. The header takes a place, and the platform two: for its frame, and
-// for the end of a message that does not fit. The public header states the number.
+// Most parts that a caller may give. The header takes one place, and the platform two: one for its
+// frame, one for the end of a message that does not fit. The public header states the number.
 inline constexpr int parts_max = IOV_MAX - 3;
 static_assert(parts_max == 1021);
 

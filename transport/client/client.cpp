@@ -1,7 +1,7 @@
 // The client half: opening and closing a connection to a service, and the exchanges on it.
 //
 // A client is only read after its opening, and every exchange builds its header and vectors on
-// its own stack, so threads need no lock here and no exchange touches the heap.
+// its own stack, so threads need no lock here and no exchange uses the heap.
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -40,12 +40,12 @@ int exchange(const MsgClient &client, TransportHeader *header, const iovec *send
     if (reply_count == no_reply) {
         status = ipc_send(client.connection, out.data(), out.count(), nullptr, 0);
     } else {
-        // The reply header lands in the request header, which has left by then.
+        // The reply header overwrites the request header, which has been sent by then.
         const HeaderedParts in(header, reply, reply_count);
         if (!in) {
             return errno;
         }
-        // A held answer goes out of the server's hands with its fetch.
+        // Once fetched, a held answer is no longer at the server.
         const auto send_for = header->kind == MSG_KIND_GET ? ipc_fetch : ipc_send_counted;
         status =
             send_for(client.connection, out.data(), out.count(), in.data(), in.count(), &bytes);
@@ -83,8 +83,8 @@ bool is_passing(int error) {
     }
 }
 
-// Connects by path, else by global name. @return 0, or -1 with the global name's errno; that there
-// is no such name says nothing where the path may be there.
+// Connects by path, else by global name. @return 0, or -1 with the errno of the global name, or of
+// the path where that may exist and only the global name does not.
 int connect_service(MsgClient *client, const char *path) {
     client->connection = platform_open(path, O_RDWR);
     client->opened_by_path = client->connection != -1;
@@ -112,8 +112,8 @@ int handshake(MsgClient *client, size_t name_length, uint16_t code) {
     const iovec request[] = {{&header, header_bytes}, name};
     const iovec reply = {&header, header_bytes};
     const int status = ipc_send(client->connection, request, 2, &reply, 1);
-    if (status !=
-        0) { // an open has no status of its own: whoever sends one speaks another protocol
+    if (status != 0) {
+        // An open has no status of its own: a peer that sends one speaks another protocol.
         return status == -1 ? errno : EPROTO;
     }
     client->service_index = header.service_index;
@@ -123,8 +123,8 @@ int handshake(MsgClient *client, size_t name_length, uint16_t code) {
     return 0;
 }
 
-// Makes the lengths of a request's vectors fit their 32-bit fields.
-// @return 0, or what the exchange gives without being tried.
+// Sets the lengths of a request's vectors, which have 32-bit fields.
+// @return 0, or the error that the exchange gives without being tried.
 int set_lengths(TransportHeader *header, const iovec *send, int send_count, const iovec *reply,
                 int reply_count) {
     if (send_count < 0 || send_count > parts_max || reply_count < 0 || reply_count > parts_max) {

@@ -6,7 +6,7 @@
 
 namespace vantro::transport {
 
-// Count of a reply vector: the exchange takes no reply data, not even a header.
+// As the count of a reply vector: the exchange takes no reply data, not even a header.
 inline constexpr int no_reply = -1;
 
 // A header of that kind with the client's two indices.
@@ -31,7 +31,7 @@ int putgetv(MsgClient *client, const iovec *send, int send_count, const iovec *r
 int getv(MsgClient *client, uint32_t tag, const iovec *reply, int reply_count, AnswerLength &length,
          uint16_t code);
 
-// Releases what there is of the private pulse channel and marks it as gone. Keeps errno.
+// Releases the private pulse channel and its connection, where they exist. Keeps errno.
 void release_pulse_channel(MsgClient *client);
 
 } // namespace vantro::transport

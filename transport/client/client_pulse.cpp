@@ -1,4 +1,4 @@
-// The client half: being told of answers that the server holds.
+// The client half: notifications of answers that the server holds.
 #include <cerrno>
 
 #include <vantro/messaging.h>
@@ -27,7 +27,7 @@ using namespace vantro::transport;
 
 namespace {
 
-constexpr int PULSE_PRIORITY = 10;
+constexpr int pulse_priority = 10;
 constexpr int pulse_code = 0;
 
 } // namespace
@@ -36,8 +36,8 @@ int msgclient_notify(MsgClient *client, uint32_t queue_limit, const ipc_event *e
     if (!client || !event) {
         return EINVAL;
     }
-    // An event that names no pulse connection of this process is sent all the same: the queue limit
-    // counts, and nobody is told.
+    // An event that names no pulse connection of this process is sent nevertheless: its queue limit
+    // applies, and nothing is notified.
     if (event->kind == IPC_EVENT_PULSE &&
         ipc_announce_pulse(client->connection, event->connection) == -1 && errno != EBADF) {
         return errno;
@@ -60,7 +60,7 @@ int msgclient_notify_pulse(MsgClient *client, uint32_t queue_limit) {
     }
     client->pulse_connection = connect_attach(0, 0, client->pulse_channel, 0, 0);
     if (client->pulse_connection == -1) {
-        // A channel that no pulse can reach would make a waiting thread wait for ever.
+        // On a channel that no pulse can reach a thread would wait for ever.
         release_pulse_channel(client);
         return -1;
     }
@@ -68,7 +68,7 @@ int msgclient_notify_pulse(MsgClient *client, uint32_t queue_limit) {
     event.kind = IPC_EVENT_PULSE;
     event.connection = client->pulse_connection;
     event.code = pulse_code;
-    event.priority = PULSE_PRIORITY;
+    event.priority = pulse_priority;
     return msgclient_notify(client, queue_limit, &event);
 }
 

@@ -21,7 +21,7 @@ int capabilities_demanded(const char *list) {
     return count;
 }
 
-// Writes to the grantor device. An interruption of this thread says nothing about the client.
+// Writes to the grantor device. A signal that interrupts this thread says nothing about the client.
 ssize_t write_line(const MsgServer &server, const char *line, size_t length) {
     ssize_t granted;
     do {
@@ -30,7 +30,7 @@ ssize_t write_line(const MsgServer &server, const char *line, size_t length) {
     return granted;
 }
 
-// Opens the device again. @return false where nobody serves it; the next question tries again.
+// Opens the device again. @return false where no grantor serves it; the next question tries again.
 bool reopen_grantor(MsgServer *server) {
     const int device = platform_open(grantor_path, O_RDWR);
     if (device == -1) {
@@ -53,7 +53,7 @@ ssize_t ask_grantor(MsgServer *server, const char *line, size_t length) {
 bool capabilities_granted(MsgServer *server, const MsgService &service, int32_t conn_id) {
     ipc_credentials client = {};
     if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1) {
-        return false; // nobody vouches for the client, so it holds nothing
+        return false; // without credentials the client holds no capability
     }
     char *line = nullptr;
     const int length = asprintf(&line, "chkcap %u,%u,%s", client.uid, client.gid, service.options);

@@ -16,18 +16,18 @@ void close_opens_of(MsgServer *server, int32_t conn_id) {
             if (!open->closed) {
                 service->open_count--;
             }
-            // Not again for a record that is closed already and only waits for threads to let go
-            // of it: its service was told at the close.
-            const bool told =
+            // Not again for a record that is closed, owes no answer and only waits for threads to
+            // drop their references: its handler ran at the close.
+            const bool finished =
                 open->closed && __atomic_load_n(answers_owed(open), __ATOMIC_ACQUIRE) == 0;
-            if (service->close_cb && !told) {
+            if (service->close_cb && !finished) {
                 service->close_cb(open, nullptr, service);
             }
             if (open->inuse == 0) {
                 free_open(open);
             } else {
                 open->closed = 1;
-                open->conn_id = no_connection; // the id may be another client's before long
+                open->conn_id = no_connection; // the id may soon be another client's
             }
         }
     }

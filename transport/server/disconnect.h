@@ -1,4 +1,4 @@
-// What happens to the opens of a client that is gone: the sweep.
+// The sweep: what happens to the opens of a client that is gone.
 #ifndef VANTRO_TRANSPORT_SERVER_DISCONNECT_H
 #define VANTRO_TRANSPORT_SERVER_DISCONNECT_H
 

@@ -47,7 +47,7 @@ class StepReference {
     MsgOsb *open_;
 };
 
-// Tells the path framework whose message the thread has.
+// Points the path framework to the message in hand.
 path_context *framework_view(const Dispatch &now) {
     path_context *framework = now.context->framework_context;
     framework->receive_id = now.context->receive_id;
@@ -60,7 +60,7 @@ void dispatch_pulse(const Dispatch &now) {
     std::memcpy(&pulse, now.context->header, sizeof pulse);
     if (pulse.code == PULSE_CODE_DISCONNECT) {
         close_opens_of(now.server, pulse.conn_id);
-        if (!now.path_mode()) { // in path mode the framework has something to release there first
+        if (!now.path_mode()) { // in path mode the framework must release what it has first
             connect_detach(pulse.conn_id);
         }
     }
@@ -77,8 +77,8 @@ void dispatch_pulse(const Dispatch &now) {
 int copy_to_framework(const MsgContext &context, path_context *framework) {
     const size_t length =
         std::min(static_cast<size_t>(context.info.msg_length), framework->message_max);
-    if (length >= payload_capacity(context) +
-                      header_bytes) { // there may be more of it than the receive buffer took
+    if (length >= payload_capacity(context) + header_bytes) {
+        // The message may be longer than the receive buffer.
         const ssize_t count =
             ipc_read(context.receive_id, framework->message, framework->message_max, 0);
         if (count == -1) {
@@ -96,10 +96,10 @@ int copy_to_framework(const MsgContext &context, path_context *framework) {
     return 0;
 }
 
-// What is not a transport message: the path framework's, or nobody's.
+// A message that is not the transport's. In path mode it is the framework's; otherwise refused.
 void dispatch_foreign(const Dispatch &now) {
     if (!now.path_mode()) {
-        ipc_error(now.receive_id(), ENOSYS); // with the lock held; an error never blocks
+        ipc_error(now.receive_id(), ENOSYS); // with the lock held: an error never blocks
         return;
     }
     now.lock.release();
@@ -133,7 +133,7 @@ int check_path_access(const Dispatch &now, const MsgService &service) {
     if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1) {
         return EACCES;
     }
-    // The framework finds all of the client's groups through its own view of the message.
+    // Through its own view of the message the framework finds all groups of the client.
     path_context *framework = framework_view(now);
     path_attr_lock(service.attr);
     const int refused = path_check_access(framework, service.attr, open_access, &client);
@@ -193,13 +193,13 @@ void dispatch_open(const Dispatch &now, MsgService *service) {
     const StepReference reference(open);
     if (service->open_cb) {
         const int32_t refused = service->open_cb(open, now.context, service);
-        // A refused record stays until its connection goes: the close handler is told of it then.
+        // A refused record stays until its connection is gone; its close handler runs then.
         if (refused != 0) {
             ipc_error(now.receive_id(), refused);
             return;
         }
-        // A handler that answered by itself refused as well, whatever it returned: its client does
-        // not know of this open.
+        // A handler that has answered by itself has refused too, whatever it returned: the client
+        // does not know this open.
         now.lock.take();
         open->unaccepted = !ipc_waiting(now.receive_id());
         now.lock.release();
@@ -225,8 +225,8 @@ void dispatch_notify(const Dispatch &now, MsgOsb *open) {
         return now.refuse(EINVAL);
     }
     if (!ipc_waiting(now.receive_id())) {
-        // Its client gave it up and may have registered again, which another thread has handled:
-        // the newer registration must stay.
+        // The client gave this registration up and may have registered again, and another thread
+        // may have handled that: the newer registration must stay.
         return now.refuse(ECANCELED);
     }
     const auto wanted = static_cast<int32_t>(now.context->header->reply_length);
@@ -242,7 +242,7 @@ void dispatch_putget(const Dispatch &now, MsgService *service, MsgOsb *open) {
     service->request_cb(open, now.context, service);
 }
 
-// Whether the client takes so few notifications that one more could not be promised.
+// Whether so many notifications wait for the client that one more could not be promised.
 bool takes_no_notifications(const Dispatch &now, const MsgOsb &open) {
     return ipc_check_event(now.receive_id(), &open.event) == -1 && errno == EAGAIN;
 }

@@ -18,8 +18,8 @@ uint8_t *answer_bytes(MsgPending *pending) {
     return reinterpret_cast<uint8_t *>(pending + 1);
 }
 
-// Whether a record may hold one more answer: its first, whatever its length; as many as its
-// client was granted; and beyond that only so much that a client which never fetches stays cheap.
+// Whether a record may hold one more answer. It may hold its first, whatever its length; as many as
+// its client was granted; and beyond that so few that a client which never fetches costs little.
 bool may_hold(const MsgOsb &open, int32_t length) {
     if (open.queued == 0 || open.queued < open.queue_limit) {
         return true;
@@ -91,9 +91,9 @@ MsgPending **find_oldest(MsgOsb *open, uint32_t tag) {
     return oldest;
 }
 
-// Takes the oldest answers of the same tag out until the new one may be held. A client fetches one
-// answer of a tag before it asks for the next, so the older ones are those that it gave up.
-// @param dropped receives what was taken out, for free_list() without the lock.
+// Removes the oldest answers of the same tag until the new one may be held. A client fetches one
+// answer of a tag before it asks for the next, so the client has given the older ones up.
+// @param dropped receives the removed ones, for free_list() without the lock.
 bool make_room(MsgOsb *open, const MsgPending &wanted, MsgPending **dropped) {
     while (!may_hold(*open, wanted.length)) {
         MsgPending **oldest = find_oldest(open, wanted.tag);
@@ -139,13 +139,13 @@ int32_t hold_and_announce(MsgOsb *open, int32_t receive_id, int32_t status, Tran
     if (!pending) {
         return ENOMEM;
     }
-    // One hold of the lock from the question to the announcement: a fetch of a later request must
+    // The lock is held from the question to the announcement: the fetch of a later request must
     // find this answer either held before its own, or not at all.
     ServerLock lock(open->server);
     if (!ipc_waiting(receive_id)) {
         lock.release();
         std::free(pending);
-        ipc_error(receive_id, ECANCELED); // ends the exchange here; nobody receives it
+        ipc_error(receive_id, ECANCELED); // ends the exchange on this side; no client receives it
         errno = ESRCH;
         return -1;
     }
@@ -159,7 +159,8 @@ int32_t hold_and_announce(MsgOsb *open, int32_t receive_id, int32_t status, Tran
         result = answer(receive_id, MSG_STATUS_QUEUED, &announcement, 1);
         error = errno;
         if (result != 0) {
-            // The client does not know of it, so it would never fetch it. It is still the newest.
+            // The client does not know this answer, so it would never fetch it. It is still the
+            // newest.
             unlink(open, &open->pending);
         }
     }
@@ -178,8 +179,8 @@ void fetch_answer(MsgOsb *open, const MsgContext &context) {
     TransportHeader header = {};
     ServerLock lock(open->server);
     if (!ipc_waiting(context.receive_id)) {
-        // Its client gave it up and may have asked for something else: what is held now may be the
-        // answer to that.
+        // The client gave this fetch up and may have sent another request: the answer that is held
+        // now may be that one's.
         lock.release();
         ipc_error(context.receive_id, ECANCELED);
         return;
@@ -207,11 +208,12 @@ void fetch_answer(MsgOsb *open, const MsgContext &context) {
         return;
     }
     const int error = errno;
-    if (error == ESRCH || error == EINVAL || error == EMSGSIZE) { // gone, or never to be sent
+    if (error == ESRCH || error == EINVAL || error == EMSGSIZE) {
+        // The client is gone, or this answer can never be sent.
         std::free(pending);
     } else {
-        // Something is short for the moment. Held again before the client is told: it may ask
-        // again at once.
+        // Memory or descriptors are short for the moment. The answer is held again before the
+        // client gets the error, since the client may ask again at once.
         lock.take();
         link(open, pending);
         lock.release();

@@ -29,7 +29,7 @@ void destructer(void *context) {
 
 namespace {
 
-// Fills an empty context. @return false where something could not be had.
+// Fills an empty context. @return false for want of memory.
 bool fill_context(MsgContext *context, MsgServer *server) {
     const int64_t capacity = round_capacity(__atomic_load_n(&server->recv_size, __ATOMIC_RELAXED));
     if (capacity > INT32_MAX - header_bytes) {
@@ -46,7 +46,7 @@ bool fill_context(MsgContext *context, MsgServer *server) {
     if (!context->header) {
         return false;
     }
-    context->payload = behind_header(*context);
+    context->payload = payload_place(*context);
     return pthread_setspecific(server->key, context) == 0;
 }
 
@@ -62,7 +62,7 @@ MsgContext *make_context(MsgServer *server) {
 
 int receive_into(MsgContext *context, int channel) {
     const size_t capacity = payload_capacity(*context);
-    if (context->payload == behind_header(*context)) {
+    if (context->payload == payload_place(*context)) {
         const iovec whole = {context->header, capacity + header_bytes};
         return ipc_receive(channel, &whole, 1, &context->info);
     }
@@ -79,7 +79,7 @@ bool carries_payload(const MsgContext &context) {
     return word == kind_word(MSG_KIND_PUTGET) || word == kind_word(MSG_KIND_PUT);
 }
 
-// Answers the message in hand with an error; there is then nothing to dispatch. @return -1.
+// Answers the message in hand with an error, so that there is nothing to dispatch. @return -1.
 int refuse(MsgContext *context, int error) {
     ipc_error(context->receive_id, error);
     context->receive_id = -1;
@@ -87,11 +87,12 @@ int refuse(MsgContext *context, int error) {
     return -1;
 }
 
-// Makes sure that the payload is there as stated. @return 0, or -1 with the client answered.
+// Makes sure that the payload is as long as the header states. @return 0, or -1 with the client
+// answered.
 int complete_payload(MsgServer *server, MsgContext *context) {
     const int64_t stated = context->header->send_length;
-    // Refused before the buffer grows: a length that is not backed by bytes costs nobody memory,
-    // and what earlier messages left in the buffer is never taken for this one's.
+    // Refused before the buffer grows: a length without the bytes must cost no memory, and bytes of
+    // earlier messages in the buffer must not be taken for this message's.
     if (stated > int64_t(context->info.total_length) - header_bytes) {
         return refuse(context, EIO);
     }
@@ -143,7 +144,7 @@ int32_t msgserver_growmsg(MsgServer *server, int32_t size) {
     if (size <= context->payload_size) {
         return context->payload_size;
     }
-    if (context->payload != behind_header(*context) || size > server->max_msg_size) {
+    if (context->payload != payload_place(*context) || size > server->max_msg_size) {
         errno = EMSGSIZE;
         return -1;
     }
@@ -152,7 +153,7 @@ int32_t msgserver_growmsg(MsgServer *server, int32_t size) {
         return -1;
     }
     context->header = static_cast<TransportHeader *>(buffer);
-    context->payload = behind_header(*context);
+    context->payload = payload_place(*context);
     context->payload_size = size;
     return size;
 }

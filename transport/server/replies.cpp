@@ -25,7 +25,8 @@ int answer(int32_t receive_id, int32_t status, const iovec *parts, int count) {
 
 namespace {
 
-// Tells a client that the answer of that tag is ready. That it cannot be told is its own loss.
+// Notifies a client that the answer of that tag is ready. A notification that fails is not
+// repeated.
 void deliver_event(MsgOsb *open, int32_t receive_id, uint32_t tag) {
     ipc_event event;
     {
@@ -39,7 +40,7 @@ void deliver_event(MsgOsb *open, int32_t receive_id, uint32_t tag) {
     ipc_deliver_event(receive_id, &event);
 }
 
-// Answers the request in `context`; the reference is the caller's to drop.
+// Answers the request in `context`. The caller drops the reference.
 int32_t answer_request(MsgOsb *open, MsgContext *context, int32_t status, const iovec *parts,
                        int32_t count) {
     TransportHeader *header = context->header;
@@ -97,7 +98,7 @@ int32_t callout_reply2(MsgOsb *open, int32_t receive_id, uint32_t tag, int32_t s
 }
 
 int32_t _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(MsgOsb *open) {
-    const ServerLock lock(open->server); // names the server itself: the record may go below
+    const ServerLock lock(open->server); // keeps the server: the record may be freed below
     open->inuse--;
     if (open->inuse == 0 && open->closed) {
         free_open(open);

@@ -4,14 +4,16 @@
 //  - The server lock guards the service table, every table of opens, each open's `inuse`,
 //    `closed`, `unaccepted`, `conn_id`, `queue_limit`, `queued`, `pending` and `event`, and each
 //    service's `open_count`.
-//  - An open record is reached by its indices under the lock only. Whoever goes on with it after
-//    the lock is released holds a reference (`inuse`); a closed record is freed by whoever drops
-//    its last reference, or by the sweep where nobody holds one.
+//  - An open record is reached by its indices under the lock only. A thread that uses it after the
+//    lock is released holds a reference (`inuse`). A closed record is freed when its last reference
+//    is dropped, or by the sweep where it has none.
 //  - Lock order: the server lock, then a path attribute record's. The `lock` members of services
 //    and open records are the service's own.
-//  - No handler runs with the server lock held but one: the close handler during the sweep of a
-//    client that vanished. Answers go out without it, except those of header size (not a transport
-//    message; that an answer is held; that one is too long for a get), and no answer ever blocks.
+//  - One handler runs with the server lock held: the close handler during the sweep of a client
+//  that
+//    is gone. Answers are sent without the lock, except those of header size (the refusal of a
+//    message that is not the transport's; that an answer is held; that it is too long for a get).
+//    No answer ever blocks.
 #ifndef VANTRO_TRANSPORT_SERVER_SERVER_H
 #define VANTRO_TRANSPORT_SERVER_SERVER_H
 
@@ -27,11 +29,11 @@
 
 namespace vantro::transport {
 
-// Opens of one service by one connection. A client needs one; each may hold answers, and the
-// indices of a service, of which there are 2^15, are not for a few clients to use up.
+// Opens of one service by one connection. A client needs one. Each open may hold answers, and a
+// service has 2^15 indices, which a few clients must not use up.
 inline constexpr int32_t opens_per_connection_max = 32;
 
-// The connection of an open record whose client vanished while an answer was owed.
+// The connection of an open record whose client vanished before it was answered.
 inline constexpr int32_t no_connection = -1;
 
 // Capacities of receive buffers are multiples of this.
@@ -40,7 +42,7 @@ inline constexpr int32_t capacity_step = 1024;
 // The device that knows who holds which capability.
 inline constexpr char grantor_path[] = "/dev/grantor";
 
-// The permissions that an open in path mode must have: to read and to write.
+// The permissions that an open in path mode needs: to read and to write.
 inline constexpr uint32_t open_access = PATH_ACCESS_READ | PATH_ACCESS_WRITE;
 
 // The server lock, held until release() or the end of the scope.
@@ -80,7 +82,7 @@ inline int64_t round_capacity(int64_t size) {
     return (size + capacity_step - 1) / capacity_step * capacity_step;
 }
 
-// An open record as the library makes it: the public part, and what services do not see.
+// An open record as the library makes it: the public part, then the part that services do not see.
 struct OpenRecord {
     MsgOsb open;
     int32_t answers_owed; // Requests that no reply operation has begun to answer; __atomic_* only.
@@ -90,20 +92,22 @@ inline int32_t *answers_owed(MsgOsb *open) {
     return &reinterpret_cast<OpenRecord *>(open)->answers_owed;
 }
 
-// A request goes to its handler: takes the reference for its answer. With the server lock held.
+// Called when a request goes to its handler, with the server lock held: takes the reference for its
+// answer.
 inline void owe_answer(MsgOsb *open) {
     open->inuse++;
     __atomic_add_fetch(answers_owed(open), 1, __ATOMIC_RELAXED);
 }
 
-// A reply operation begins. Its reference goes last, but nothing is owed from here on: a client
-// that closes and disconnects as soon as it has its answer is swept as one that owes nothing.
+// Called when a reply operation begins. Its reference is dropped last, but the answer is not owed
+// from here on: a client that closes and disconnects as soon as it has its answer is swept as one
+// whose requests are all answered.
 inline void begin_answer(MsgOsb *open) {
     __atomic_sub_fetch(answers_owed(open), 1, __ATOMIC_RELEASE);
 }
 
-// Where payloads normally go: directly behind the header.
-inline uint8_t *behind_header(const MsgContext &context) {
+// Where payloads normally lie: directly after the header.
+inline uint8_t *payload_place(const MsgContext &context) {
     return reinterpret_cast<uint8_t *>(context.header) + header_bytes;
 }
 
@@ -112,8 +116,8 @@ inline size_t payload_capacity(const MsgContext &context) {
     return static_cast<size_t>(std::max(context.payload_size, 0));
 }
 
-// Payload bytes of the message in hand that lie at `payload`. What is behind them there came
-//  with earlier messages and is nobody's business now.
+// Payload bytes of the message in hand that lie at `payload`. The bytes after them are those of
+// earlier messages and must not be read.
 inline int32_t payload_received(const MsgContext &context) {
     return std::max(context.info.msg_length - header_bytes, 0);
 }
@@ -123,8 +127,8 @@ inline int32_t payload_received(const MsgContext &context) {
 // @param conn_id -1 for an open, else the sender's connection id.
 MsgService *lookup(MsgServer *server, const char *name, int32_t conn_id);
 
-// Sends a client the error for which its answer could not be made, or it would wait for ever; not
-// for ESRCH, when it is gone. @return -1 with errno.
+// Sends a client the error for which its answer could not be made: without it the client would wait
+// for ever. Sends nothing for ESRCH: then the client is gone. @return -1 with errno.
 int refuse(int32_t receive_id, int error);
 
 // Answers a message, if need be by refuse(). @return 0, or -1 with errno.

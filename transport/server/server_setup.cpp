@@ -22,7 +22,7 @@ struct Free {
 };
 using Text = std::unique_ptr<char, Free>;
 
-// Values that the path framework stores and does not look at.
+// Values that the path framework stores and does not use.
 constexpr uint32_t mount_configuration = 0x10;
 constexpr unsigned attach_flags = 0x200;
 constexpr int file_type_any = 0;
@@ -30,7 +30,7 @@ constexpr int file_type_any = 0;
 constexpr uint32_t named_special_file = 0x5000;
 constexpr uint32_t permission_bits = 0666;
 
-// What all path-mode services of the process share.
+// Shared by all path-mode services of the process.
 struct SharedPathTables {
     path_connect_funcs connect = {};
     path_io_funcs io = {};
@@ -56,7 +56,7 @@ Text format_name(const char *prefix, const char *name, const char *instance) {
     return Text(text);
 }
 
-// The number behind the first `key`, as strtoll reads it, or `otherwise`.
+// The number after the first `key`, as strtoll reads it, or `otherwise`.
 uint32_t option_number(const char *options, const char *key, int base, uint32_t otherwise) {
     const char *found = std::strstr(options, key);
     if (!found) {
@@ -132,7 +132,7 @@ void discard_service(MsgServer *server, MsgService *service, int32_t index) {
     errno = error;
 }
 
-// Releases what a server that is not complete has. Keeps errno.
+// Releases the parts of a server that is not complete. Keeps errno.
 void discard_server(MsgServer *server) {
     const int error = errno;
     path_dispatch_destroy(server->dispatch);
@@ -220,8 +220,8 @@ int32_t msgserver_add(MsgServer *server, const char *name, const char *instance,
     if (index < 0) {
         return -1;
     }
-    if (recv_size >
-        server->recv_size) { // a thread that makes its context reads it without the lock
+    if (recv_size > server->recv_size) {
+        // A thread that makes its context reads this without the lock.
         __atomic_store_n(&server->recv_size, recv_size, __ATOMIC_RELAXED);
     }
 

@@ -30,8 +30,9 @@ MsgService *service_named(MsgServer *server, const char *name, MsgContext *conte
     return nullptr;
 }
 
-// The ids must name an open of that very connection, for they are guessable and the connection is
-// not; and one that was accepted, or a client that its open handler refused would be served.
+// The indices must name an open of this connection: a client can guess indices, but not another
+// client's connection. The open must be accepted, or a client that the open handler refused would
+// be served.
 MsgService *service_of_open(const MsgServer &server, const TransportHeader &header,
                             int32_t conn_id) {
     auto *service = static_cast<MsgService *>(_array_get(server.services, header.service_index));
