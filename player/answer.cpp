@@ -1,5 +1,6 @@
 #include "player/answer.h"
 
+#include "player/failure.h"
 #include "player/log.h"
 
 namespace vantro::player {
@@ -37,6 +38,7 @@ bool Answer::granted(const char *failure) const {
     if (result_ == 0 && length_ >= word_bytes()) {
         return true;
     }
+    note_result(result_);
     msglog(LOG_SEVERITY_INFO, "%s", failure);
     return false;
 }
@@ -49,6 +51,7 @@ bool LongAnswer::make_area() {
     if (replace_area(VANTRO_REPLY_AREA)) {
         return true;
     }
+    note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
     msglog(LOG_SEVERITY_INFO, "Cannot allocate memory");
     return false;
 }
@@ -63,6 +66,7 @@ bool LongAnswer::complete(const VantroHandle *handle, int status, OverflowLock &
     const bool fetched = has_room && fetch(handle) == 0;
     lock.release();
     if (!has_room) {
+        note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
         msglog(LOG_SEVERITY_WARNING, "Cannot allocate memory");
     } else if (!fetched) {
         msglog(LOG_SEVERITY_INFO, "msgclient_getv() failed");

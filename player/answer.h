@@ -14,6 +14,7 @@
 #include <initializer_list>
 #include <memory>
 
+#include "player/failure.h"
 #include "player/requests.h"
 #include "records/unpack.h"
 
@@ -98,6 +99,11 @@ int unpack_answer(const Answer &answer, int32_t count, Record **records) {
         records::unpack_records(answer.bytes(), answer.byte_count(), count, block);
     if (result == records::Unpacked::done || result == records::Unpacked::no_memory) {
         *records = block;
+    }
+    if (result == records::Unpacked::no_memory) {
+        note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
+    } else if (result != records::Unpacked::done) {
+        note_failure(VANTRO_FAILURE_MALFORMED, EPROTO);
     }
     return result == records::Unpacked::done ? 0 : -1;
 }

@@ -1,9 +1,11 @@
 // The playback commands: one table, and a request without or with one 32-bit argument.
 #include <bit>
+#include <cerrno>
 #include <cstdint>
 
 #include <vantro/player.h>
 
+#include "player/failure.h"
 #include "player/log.h"
 #include "player/requests.h"
 
@@ -83,6 +85,7 @@ int vantro_set_playback_rate(VantroHandle *handle, float rate) {
 
 int vantro_shuffle(VantroHandle *handle, int32_t mode) {
     if (!in_range(mode, VANTRO_SHUFFLE_ON)) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         msglog(LOG_SEVERITY_INFO, "invalid shuffle_mode: %d", mode);
         return -1;
     }
@@ -91,6 +94,7 @@ int vantro_shuffle(VantroHandle *handle, int32_t mode) {
 
 int vantro_repeat(VantroHandle *handle, int32_t mode) {
     if (!in_range(mode, VANTRO_REPEAT_ONE)) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         msglog(LOG_SEVERITY_INFO, "invalid repeat_mode: %d", mode);
         return -1;
     }

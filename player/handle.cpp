@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "player/failure.h"
 #include "player/log.h"
 #include "player/requests.h"
 
@@ -38,7 +39,11 @@ Outcome request_by_name(const VantroHandle *handle, uint16_t command, const char
                           answer_length))) {
         return Outcome::unanswered;
     }
-    return result == 0 ? Outcome::granted : Outcome::refused;
+    if (result == 0) {
+        return Outcome::granted;
+    }
+    note_result(result);
+    return Outcome::refused;
 }
 
 void end_events(VantroHandle *handle) {
@@ -82,8 +87,11 @@ bool close_player(VantroHandle *handle) {
 // Opens a player where none is open, or where this one is doubtful. @return whether it is open.
 bool open_player(VantroHandle *handle, const char *name) {
     // Before the request, so that want of memory cannot lose a player that the service has opened.
+    const int before = errno;
     char *copy = strdup(name);
+    errno = before;
     if (!copy) {
+        note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
         msglog(LOG_SEVERITY_INFO, "No memory");
         return false;
     }
@@ -104,11 +112,13 @@ bool open_player(VantroHandle *handle, const char *name) {
 // Whether a name can be a player's. Where not, that is logged, and errno set.
 bool check_name(const char *name) {
     if (!name || !*name) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         msglog(LOG_SEVERITY_INFO, "player name is null or empty");
         errno = EINVAL;
         return false;
     }
     if (strnlen(name, VANTRO_PLAYER_NAME_MAX + 1) > VANTRO_PLAYER_NAME_MAX) {
+        note_failure(VANTRO_FAILURE_INVALID, ENAMETOOLONG);
         msglog(LOG_SEVERITY_INFO, "player name is too long");
         errno = ENAMETOOLONG;
         return false;
@@ -122,6 +132,7 @@ bool require_connection(const VantroHandle *handle) {
     if (handle && handle->connection) {
         return true;
     }
+    note_failure(VANTRO_FAILURE_INVALID, EINVAL);
     msglog(LOG_SEVERITY_INFO, "Invalid vantro handle");
     return false;
 }
@@ -130,6 +141,7 @@ bool require_player(const VantroHandle *handle) {
     if (handle && handle->connection && handle->player_name) {
         return true;
     }
+    note_failure(VANTRO_FAILURE_INVALID, EINVAL);
     msglog(LOG_SEVERITY_INFO, "Invalid vantro handle");
     return false;
 }
@@ -138,22 +150,27 @@ bool require_player(const VantroHandle *handle) {
 
 using namespace vantro::player;
 
-VantroHandle *vantro_connect(void) {
+namespace vantro::player {
+
+VantroHandle *connect_handle() {
     auto *handle = static_cast<VantroHandle *>(std::calloc(1, sizeof(VantroHandle)));
     if (!handle) {
         errno = ENOMEM;
+        note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
         msglog(LOG_SEVERITY_CRITICAL, "calloc() failed (%s)", std::strerror(ENOMEM));
         return nullptr;
     }
     handle->connection = msgclient_open(VANTRO_SERVICE_NAME, nullptr, 0);
     if (!handle->connection) {
         const KeepErrno keep;
+        note_failed_exchange(nullptr, errno);
         msglog(LOG_SEVERITY_WARNING, "msgclient_open failed (%s)", std::strerror(errno));
         std::free(handle);
         return nullptr;
     }
     handle->read_buffer = static_cast<char *>(std::malloc(read_buffer_size));
     if (!handle->read_buffer || !make_locks(*handle)) {
+        note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
         msglog(LOG_SEVERITY_INFO, "No memory");
         msgclient_close(handle->connection);
         std::free(handle->read_buffer);
@@ -163,6 +180,12 @@ VantroHandle *vantro_connect(void) {
     }
     handle->read_capacity = read_buffer_size;
     return handle;
+}
+
+} // namespace vantro::player
+
+VantroHandle *vantro_connect(void) {
+    return connect_handle();
 }
 
 int vantro_open(VantroHandle *handle, const char *name) {
@@ -179,11 +202,11 @@ int vantro_open(VantroHandle *handle, const char *name) {
             msglog(LOG_SEVERITY_INFO, "The client already connected to %s", name);
             return 0;
         }
+        note_failure(VANTRO_FAILURE_INVALID, EBUSY);
         msglog(LOG_SEVERITY_INFO, "The client is connected to %s. Close it first",
                handle->player_name);
         return -1;
     }
-    const KeepErrno keep;
     // If the service has the doubtful player open, it would refuse this one.
     if (doubtful && std::strcmp(doubtful, name) != 0 && !close_player(handle)) {
         return -1;
@@ -197,14 +220,17 @@ int vantro_close(VantroHandle *handle, const char *name) {
     }
     const char *open = handle->player_name ? handle->player_name : handle->unanswered_open;
     if (!open) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         msglog(LOG_SEVERITY_INFO, "The client is not connected to any players");
         return -1;
     }
     if (!name || !*name) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         msglog(LOG_SEVERITY_INFO, "Player name is null or empty");
         return -1;
     }
     if (std::strcmp(open, name) != 0) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         msglog(LOG_SEVERITY_INFO, "The player is not connected to Player %s", name);
         return -1;
     }

@@ -23,11 +23,12 @@ struct VantroHandle {
     char *player_name;     // Owned. NULL while no player is open.
     // An opening or closing that has had no answer, for example because a signal interrupted it.
     // The service may or may not have carried it out; the next opening or closing finds out.
-    char *unanswered_open;  // Owned. The name of the player to open, and then player_name is
-                            // NULL. NULL where there is no such opening.
-    bool close_unanswered;  // Whether the closing of player_name has had no answer.
-    char *read_buffer;      // Owned. Receives changes of status objects.
-    uint32_t read_capacity; // Bytes at read_buffer.
+    char *unanswered_open;      // Owned. The name of the player to open, and then player_name is
+                                // NULL. NULL where there is no such opening.
+    bool close_unanswered;      // Whether the closing of player_name has had no answer.
+    char *read_buffer;          // Owned. Receives changes of status objects.
+    uint32_t read_capacity;     // Bytes at read_buffer.
+    std::atomic<bool> is_timed; // Whether waits for the service are bounded.
     // Owned. NULL until the first call for events. Another thread may look for it to end a wait.
     std::atomic<struct EventQueue *> event_queue;
     std::atomic<bool> is_woken; // Before there was a queue.
@@ -42,6 +43,9 @@ namespace vantro::player {
 // Whether a handle is connected, and whether it also has an open player. Logged where not.
 bool require_connection(const VantroHandle *handle);
 bool require_player(const VantroHandle *handle);
+
+// Makes a handle. @return null with errno, logged.
+VantroHandle *connect_handle();
 
 using platform::KeepErrno;
 

@@ -5,6 +5,7 @@
 #include <vantro/player.h>
 
 #include "player/answer.h"
+#include "player/failure.h"
 #include "player/log.h"
 #include "player/requests.h"
 
@@ -64,6 +65,7 @@ int vantro_browse(VantroHandle *handle, int32_t ms_id, const char *node_id, int3
         return -1;
     }
     if (!node_id) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         msglog(LOG_SEVERITY_INFO, "Invalid media node id");
         errno = EINVAL;
         return -1;
@@ -82,6 +84,7 @@ int vantro_search(VantroHandle *handle, int32_t ms_id, const char *filter, const
         return -1;
     }
     if (!term) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         msglog(LOG_SEVERITY_INFO, "Invalid term to be searched");
         errno = EINVAL;
         return -1;

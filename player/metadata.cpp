@@ -9,6 +9,7 @@
 #include <vantro/player.h>
 
 #include "player/answer.h"
+#include "player/failure.h"
 #include "player/log.h"
 #include "player/requests.h"
 #include "records/packed_bytes.h"
@@ -98,9 +99,11 @@ int deliver(const Answer &answer, size_t count, char **valuev) {
         values.hand_over(valuev);
         return 0;
     case records::Unpacked::no_memory:
+        note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
         msglog(LOG_SEVERITY_INFO, "Cannot allocate memory");
         return -1;
     default:
+        note_failure(VANTRO_FAILURE_MALFORMED, EPROTO);
         msglog(LOG_SEVERITY_INFO, "%s", extended_failure);
         return -1;
     }
@@ -113,7 +116,11 @@ using namespace vantro::player;
 
 int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
                         Metadata **metadata) {
-    if (!node_id || !*node_id || !require_player(handle)) {
+    if (!node_id || !*node_id) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
+        return -1;
+    }
+    if (!require_player(handle)) {
         return -1;
     }
     const Text id(node_id);
@@ -137,10 +144,12 @@ int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id
 int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
                                  const char *const *keyv, char **valuev) {
     if (!node_id || !*node_id) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         msglog(LOG_SEVERITY_INFO, "Invalid media node id");
         return -1;
     }
     if (!keyv || !valuev) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         msglog(LOG_SEVERITY_INFO, "Invalid keyv or valuev");
         return -1;
     }
@@ -149,6 +158,7 @@ int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id, const char
     }
     KeyBlock keys;
     if (!pack_keys(keyv, keys)) {
+        note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
         msglog(LOG_SEVERITY_INFO, "No memory");
         errno = ENOMEM;
         return -1;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "player/failure.h"
 #include "player/log.h"
 #include "transport/client/client.h"
 
@@ -19,24 +20,38 @@ uint32_t length_of_answer(int status, const transport::AnswerLength &length) {
     return status == MSG_STATUS_QUEUED ? length.stated : std::min(length.stated, length.received);
 }
 
+// Makes an exchange, keeps errno, and notes a failure. @return the message client's result.
+template <class Exchange>
+int concluded(const VantroHandle *handle, Exchange make) {
+    const int before = errno;
+    const int status = make();
+    errno = before;
+    if (status != 0 && status != MSG_STATUS_QUEUED) {
+        note_failed_exchange(handle, status);
+    }
+    return status;
+}
+
 } // namespace
 
 int putgetv(const VantroHandle *handle, std::initializer_list<iovec> request,
             std::initializer_list<iovec> reply, uint32_t &answer_length) {
-    const KeepErrno keep;
     transport::AnswerLength length;
-    const int status =
-        transport::putgetv(handle->connection, request.begin(), static_cast<int>(request.size()),
-                           reply.begin(), static_cast<int>(reply.size()), length, 0);
+    const int status = concluded(handle, [&] {
+        return transport::putgetv(handle->connection, request.begin(),
+                                  static_cast<int>(request.size()), reply.begin(),
+                                  static_cast<int>(reply.size()), length, 0);
+    });
     answer_length = length_of_answer(status, length);
     return status;
 }
 
 int getv(const VantroHandle *handle, std::initializer_list<iovec> reply, uint32_t &answer_length) {
-    const KeepErrno keep;
     transport::AnswerLength length;
-    const int status = transport::getv(handle->connection, 0, reply.begin(),
-                                       static_cast<int>(reply.size()), length, 0);
+    const int status = concluded(handle, [&] {
+        return transport::getv(handle->connection, 0, reply.begin(), static_cast<int>(reply.size()),
+                               length, 0);
+    });
     answer_length = length_of_answer(status, length);
     return status;
 }
@@ -53,15 +68,19 @@ int32_t vantro_iomsg_noparam(const VantroHandle *handle, uint16_t command) {
     if (!require_player(handle)) {
         return -1;
     }
-    const KeepErrno keep;
     const RequestHeader header = request_header(command, 0);
     int32_t result = no_result;
     uint32_t answer_length = 0;
-    const int status = msgclient_putget(handle->connection, &header, sizeof header, &result,
-                                        sizeof result, &answer_length, 0);
+    const int status = concluded(handle, [&] {
+        return msgclient_putget(handle->connection, &header, sizeof header, &result, sizeof result,
+                                &answer_length, 0);
+    });
     if (status != 0) {
         msglog(LOG_SEVERITY_WARNING, "msgclient_putget() failed: %s", std::strerror(status));
         return -1;
+    }
+    if (result != 0) {
+        note_result(result);
     }
     return result;
 }
@@ -75,6 +94,9 @@ int32_t vantro_iomsg_integer(const VantroHandle *handle, uint16_t command, int32
     uint32_t answer_length = 0;
     if (!answered(putgetv(handle, {part(header), part(value)}, {part(result)}, answer_length))) {
         return -1;
+    }
+    if (result != 0) {
+        note_result(result);
     }
     return result;
 }

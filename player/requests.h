@@ -44,7 +44,7 @@ struct Text {
     uint32_t length;
 };
 
-// One exchange. Keeps errno.
+// One exchange. Keeps errno, but for ETIMEDOUT where the handle has a time limit. Notes a failure.
 // Returns the message client's result: 0 where an answer came; `answer_length` then tells how many
 // bytes of it there are, result word included: what the service states, or what came if that is
 // less. Where the answer is held at the service, `answer_length` is what the service states.

@@ -5,6 +5,7 @@
 
 #include <vantro/player.h>
 
+#include "player/failure.h"
 #include "player/log.h"
 #include "player/requests.h"
 
@@ -30,6 +31,7 @@ bool ask(const VantroHandle *handle, uint16_t command, const char *failure, Valu
     if (result == 0 && answer_length >= sizeof result + sizeof value) {
         return true;
     }
+    note_result(result);
     msglog(LOG_SEVERITY_INFO, "%s", failure);
     return false;
 }
@@ -119,13 +121,14 @@ int vantro_get_current_track_info(VantroHandle *handle, VantroTrackInfo **info) 
     if (!require_connection(handle)) {
         return -1;
     }
-    const KeepErrno keep;
     TrackAnswer answer;
     uint32_t answer_length = 0;
     if (!answered(ask_track(handle, answer, answer_length))) {
         return -1;
     }
+    const KeepErrno keep;
     if (answer.result != 0 || answer_length < answer.fixed_bytes) {
+        note_result(answer.result);
         msglog(LOG_SEVERITY_INFO, "vantro_get_current_track_info() failed");
         return -1;
     }

@@ -1,9 +1,11 @@
 // Track sessions: making and destroying one, and moving within the current one.
+#include <cerrno>
 #include <cstdint>
 #include <initializer_list>
 
 #include <vantro/player.h>
 
+#include "player/failure.h"
 #include "player/log.h"
 #include "player/requests.h"
 
@@ -22,6 +24,7 @@ bool carried_out(const VantroHandle *handle, const char *failure,
     if (result == 0 && answer_length >= sizeof result + answer.iov_len) {
         return true;
     }
+    note_result(result);
     msglog(LOG_SEVERITY_INFO, "%s", failure);
     return false;
 }
@@ -37,6 +40,7 @@ int vantro_create_trksession(VantroHandle *handle, int32_t ms_id, const char *no
         return -1;
     }
     if (!node_id) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         msglog(LOG_SEVERITY_INFO, "The media node id cannot be NULL");
         return -1;
     }

@@ -1,6 +1,7 @@
 /**
  * Conveniences beyond the system's published interface: freeing what queries return, and following
- * a player from an event loop, for a limited time, or until another thread ends it.
+ * a player from an event loop, for a limited time, or until another thread ends it; time limits for
+ * the service, and why a call failed.
  *
  * Freeing. Each function frees every string of each record, then the block that holds the records;
  * NULL does nothing. Records of the library's own, such as those of an event, are not to be freed.
@@ -8,6 +9,8 @@
  */
 #ifndef VANTRO_EXTRAS_H
 #define VANTRO_EXTRAS_H
+
+#include <stdint.h>
 
 #include <vantro/export.h>
 #include <vantro/player.h>
@@ -83,6 +86,56 @@ VANTRO_API int vantro_event_fd(VantroHandle *handle);
  *   vantro_event_wait().
  */
 VANTRO_API int vantro_event_wait_for(VantroHandle *handle, int timeout_ms);
+
+/**
+ * Bounds every later wait of a handle for the service, those of vantro_open(), vantro_close() and
+ * vantro_disconnect() too. A call whose time is over fails with errno ETIMEDOUT, and says so in the
+ * log. The service may or may not have done what it was told; the handle stays usable, and no later
+ * call gets the late answer. A query whose answer is long waits twice, once for the answer's length
+ * and once for the answer, and vantro_disconnect() for the closing of the player and of the
+ * connection. Bounded calls cost no more than others; no signal and no thread is used. Does not
+ * block. Must not overlap opening, closing or disconnecting the handle; a call that is waiting in
+ * another thread may keep the limit that it began with.
+ * @param timeout_ms milliseconds, above 0; below 0 without a limit, as at first.
+ * @return 0, or -1 with errno EINVAL: handle NULL, or timeout_ms 0. EBADF: in a child of fork.
+ */
+VANTRO_API int vantro_set_timeout(VantroHandle *handle, int timeout_ms);
+
+/**
+ * vantro_connect() with a limit for each of its waits: a service that has stopped is given up after
+ * one. The handle keeps the limit, as if by vantro_set_timeout().
+ * @return as vantro_connect(); also ETIMEDOUT, and EINVAL where timeout_ms is 0.
+ */
+VANTRO_API VantroHandle *vantro_connect_timed(int timeout_ms);
+
+/** Why a call failed. */
+enum {
+    VANTRO_FAILURE_NONE = 0,        /**< No call of this thread has failed yet. */
+    VANTRO_FAILURE_GONE = 1,        /**< There is no service, or it has ended. Connect anew. */
+    VANTRO_FAILURE_REFUSED = 2,     /**< The service did not do it; `number` is its reason. */
+    VANTRO_FAILURE_INTERRUPTED = 3, /**< A signal handler ran. */
+    VANTRO_FAILURE_TIMED_OUT = 4,   /**< The time of vantro_set_timeout() was over. */
+    VANTRO_FAILURE_MALFORMED = 5,   /**< The service's answer cannot be understood. */
+    VANTRO_FAILURE_NO_MEMORY = 6,   /**< There is no memory, here or for the answer there. */
+    VANTRO_FAILURE_INVALID = 7,     /**< An argument, or the handle's state; nothing was sent. */
+    VANTRO_FAILURE_OTHER = 8        /**< `number` says what: descriptors, rights, lengths. */
+};
+
+/** What is known of a failure. */
+typedef struct VantroFailure {
+    int32_t reason; /**< VANTRO_FAILURE_*. */
+    int32_t number; /**< An error number of <errno.h>, the service's own where it refused; or 0. */
+    char text[128]; /**< For people, in the process's language as far as the host has it. */
+} VantroFailure;
+
+/**
+ * Tells why the last call of player.h or vantro_connect_timed() that failed in the calling thread
+ * did so. Calls that succeed, and those for events, which say it by errno, leave it as it is. Does
+ * not block, allocates nothing, keeps errno.
+ * @param failure filled; may be NULL.
+ * @return the reason.
+ */
+VANTRO_API int32_t vantro_last_failure(VantroFailure *failure);
 
 /**
  * Ends the wait for events on a handle, or the next one where nobody waits, and makes its

@@ -61,7 +61,7 @@
  * functions that free them. Arguments are borrowed for the call.
  *
  * Blocking. Every function that talks to the service blocks until it answers, without a time
- * limit. vantro_connect() does too.
+ * limit. vantro_connect() does too. extras.h has limits, and tells why a call failed.
  *
  * Signals. A handler installed without SA_RESTART fails a blocked call (vantro_disconnect() goes
  * on). The service may or may not have done what it was told; the handle stays usable. Where an

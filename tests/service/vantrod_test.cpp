@@ -37,6 +37,38 @@ TEST_F(Serving, StandsAloneAndEndsWhenTold) {
     }
 }
 
+// What has a time limit gets by a service that has stopped.
+TEST_F(Serving, HoldsNobodyLongerThanTheyWait) {
+    VantroHandle *const handle = vantro_connect_timed(10'000);
+    ASSERT_EQ(vantro_open(handle, "main"), 0);
+    ASSERT_EQ(vantro_set_timeout(handle, 20), 0);
+    service->kill(SIGSTOP);
+    while (vantro_pause(handle) == 0) { // not every thread of it has stopped yet
+    }
+    for (int i = 0; i < 20; ++i) {
+        errno = 0;
+        ASSERT_EQ(vantro_pause(handle), -1);
+        ASSERT_EQ(errno, ETIMEDOUT);
+    }
+    errno = 0;
+    EXPECT_EQ(vantro_connect_timed(20), nullptr);
+    EXPECT_EQ(errno, ETIMEDOUT);
+    EXPECT_EQ(vantro_last_failure(nullptr), VANTRO_FAILURE_TIMED_OUT);
+    service->kill(SIGCONT);
+    ASSERT_EQ(vantro_set_timeout(handle, 10'000), 0);
+    VantroStateInfo *info = nullptr;
+    EXPECT_EQ(vantro_get_current_state(handle, &info), 0);
+    std::free(info);
+    ASSERT_EQ(vantro_set_timeout(handle, 20), 0);
+    service->kill(SIGSTOP);
+    while (vantro_pause(handle) == 0) {
+    }
+    EXPECT_EQ(vantro_close(handle, "main"), -1);
+    EXPECT_EQ(errno, ETIMEDOUT);
+    EXPECT_EQ(vantro_disconnect(handle), 0);
+    service->kill(SIGCONT);
+}
+
 TEST_F(Serving, StartsAgainWithWhatItKnows) {
     uint64_t before = 0;
     for (int start_again = 0; start_again < 2; ++start_again) {

@@ -92,6 +92,9 @@ int connect_service(MsgClient *client, const char *path) {
         return 0;
     }
     const int path_error = errno;
+    if (path_error == ETIMEDOUT) { // the same service would keep the caller waiting again
+        return -1;
+    }
     client->connection = global_name_open(path + path_prefix, 0);
     if (client->connection != -1) {
         return 0;

@@ -3,6 +3,7 @@
 
 #include <linux/futex.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,18 +19,21 @@ namespace vantro::platform {
 // every notification.
 class InterruptibleCondition {
   public:
-    // Sleeps until a notification, and at times without one. @return false where a handler ran.
-    bool wait(std::unique_lock<std::mutex> &guard) {
+    // Sleeps until a notification, and at times without one.
+    // @param timeout_ms below 0 without a limit.
+    // @return 0, EINTR where a handler ran, or ETIMEDOUT.
+    int wait(std::unique_lock<std::mutex> &guard, int timeout_ms = -1) {
+        const struct timespec timeout = {timeout_ms / 1000, timeout_ms % 1000 * 1'000'000L};
         const uint32_t seen = turn_;
         ++sleepers_;
         guard.unlock();
         // Returns at once where a notification has come since.
-        const long result =
-            ::syscall(SYS_futex, &turn_, FUTEX_WAIT_PRIVATE, seen, nullptr, nullptr, 0);
-        const bool interrupted = result == -1 && errno == EINTR;
+        const long result = ::syscall(SYS_futex, &turn_, FUTEX_WAIT_PRIVATE, seen,
+                                      timeout_ms < 0 ? nullptr : &timeout, nullptr, 0);
+        const int error = result == -1 && (errno == EINTR || errno == ETIMEDOUT) ? errno : 0;
         guard.lock();
         --sleepers_;
-        return !interrupted;
+        return error;
     }
 
     void notify_one() { wake(1); }

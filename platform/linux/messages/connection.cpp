@@ -10,7 +10,10 @@
 #include <new>
 #include <utility>
 
+#include <vantro/platform/message.h>
+
 #include "platform/linux/base/never_destroyed.h"
+#include "platform/linux/base/socket_timeout.h"
 #include "platform/portable/guards.h"
 
 namespace vantro::platform {
@@ -31,6 +34,11 @@ void after_fork_in_child() {
         new (std::nothrow) std::shared_ptr<Connection>(connection);
     }
     connections.lock.unlock();
+}
+
+// Whether a request ended with its connection as good as before, and without its answer.
+bool is_given_up(int error) {
+    return error == EINTR || error == ETIMEDOUT;
 }
 
 } // namespace
@@ -70,6 +78,9 @@ std::shared_ptr<Connection> Connections::remove(int number) {
 int Connections::open(UniqueFd control, NumberKind kind) {
     const int number = make_number(kind, control.get());
     const auto connection = std::make_shared<Connection>(std::move(control));
+    if (open_timeout_ms >= 0) {
+        connection->set_timeout(open_timeout_ms);
+    }
     {
         // Before the wait for the server, so that the child of a fork meanwhile closes its copy.
         const std::lock_guard guard(lock);
@@ -117,6 +128,15 @@ void Connection::abandon_in_child() {
     }
 }
 
+void Connection::set_timeout(int timeout_ms) {
+    const std::lock_guard guard(lock_);
+    timeout_ms_ = timeout_ms;
+    set_socket_timeout(control_.get(), timeout_ms);
+    for (int i = 0; i < lane_count_; ++i) {
+        set_socket_timeout(lanes_[static_cast<size_t>(i)], timeout_ms);
+    }
+}
+
 void Connection::mark_dead() {
     dead_ = true;
     const std::lock_guard guard(lock_);
@@ -135,19 +155,23 @@ int Connection::take_lane() {
         const bool may_grow = lane_count_ < IPC_LANES_MAX && !(full_ && lane_count_ > 0);
         if (may_grow && !control_busy_) {
             const int error = request_lane(guard);
-            if (error == ECONNRESET || error == EINTR || (error != 0 && lane_count_ == 0)) {
+            if (error == ECONNRESET || is_given_up(error) || (error != 0 && lane_count_ == 0)) {
                 return fail(error);
             }
             full_ = error != 0; // whatever it is that there is no room for, and on whose side
             continue;
         }
-        ++waiters_;
-        const bool slept = changed_.wait(guard);
-        --waiters_;
-        if (!slept) {
-            return fail(EINTR);
+        if (const int error = wait_for_change(guard); error != 0) {
+            return fail(error);
         }
     }
+}
+
+int Connection::wait_for_change(std::unique_lock<std::mutex> &guard) {
+    ++waiters_;
+    const int error = changed_.wait(guard, timeout_ms_);
+    --waiters_;
+    return error;
 }
 
 int Connection::request_lane(std::unique_lock<std::mutex> &guard) {
@@ -191,7 +215,7 @@ int Connection::request_control(const ControlRecord &request) {
     while (owed_.kind != 0) {
         const ControlRecord owed = owed_;
         const int error = await_control_reply();
-        if (error == EINTR || error == ECONNRESET) {
+        if (is_given_up(error) || error == ECONNRESET) {
             return error;
         }
         if (owed.kind == request.kind && owed.value == request.value) {
@@ -204,7 +228,7 @@ int Connection::request_control(const ControlRecord &request) {
             mark_dead();
             return ECONNRESET;
         }
-        return errno;
+        return errno == EAGAIN ? ETIMEDOUT : errno;
     }
     owed_ = request;
     return await_control_reply();
@@ -215,8 +239,8 @@ int Connection::await_control_reply() {
     struct iovec part = {&record, sizeof record};
     Arrival arrival;
     const ssize_t received = receive_packet(control_.get(), &part, 1, 0, arrival);
-    if (received < 0 && errno == EINTR) {
-        return EINTR;
+    if (received < 0 && (errno == EINTR || errno == EAGAIN)) {
+        return errno == EAGAIN ? ETIMEDOUT : EINTR;
     }
     const ControlRecord owed = std::exchange(owed_, {});
     int error = ECONNRESET;
@@ -242,6 +266,9 @@ int Connection::take_granted_lane(int lane) {
     const std::scoped_lock guard(Connections::instance().lock, lock_);
     lanes_[static_cast<size_t>(lane_count_++)] = lane;
     idle_[static_cast<size_t>(idle_count_++)] = lane;
+    if (timeout_ms_ >= 0) {
+        set_socket_timeout(lane, timeout_ms_);
+    }
     return 0;
 }
 
@@ -252,11 +279,8 @@ int Connection::announce_pulse(int number) {
     }
     std::unique_lock guard(lock_);
     while (control_busy_) {
-        ++waiters_;
-        const bool slept = changed_.wait(guard);
-        --waiters_;
-        if (!slept) {
-            return fail(EINTR);
+        if (const int error = wait_for_change(guard); error != 0) {
+            return fail(error);
         }
     }
     control_busy_ = true;
@@ -289,3 +313,22 @@ int Connection::exchange(PartList &send, PartList &reply, size_t &received) {
 }
 
 } // namespace vantro::platform
+
+using namespace vantro::platform;
+
+int ipc_set_timeout(int number, int timeout_ms) {
+    if (timeout_ms == 0) {
+        return fail(EINVAL);
+    }
+    const CancelDisabled no_cancel;
+    const std::shared_ptr<Connection> connection = Connections::instance().find(number);
+    if (!connection || connection->abandoned()) {
+        return fail(EBADF);
+    }
+    connection->set_timeout(timeout_ms);
+    return 0;
+}
+
+int ipc_set_open_timeout(int timeout_ms) {
+    return std::exchange(open_timeout_ms, timeout_ms == 0 ? 1 : timeout_ms);
+}

@@ -5,10 +5,11 @@
 //    is held across a system call that can block. The table's comes first where both are taken.
 //    What lanes there are is changed with both held: a fork holds the table's, and its child finds
 //    every list of lanes whole.
-//  - A thread takes a lane for one exchange and gives it back. An exchange that was interrupted
-//    closes its lane, so that its answer can never be taken for another's.
-//  - The control socket has at most one request unanswered. An interrupted wait leaves it owed;
-//    whoever uses the control socket next collects that answer first.
+//  - A thread takes a lane for one exchange and gives it back. An exchange that was interrupted, or
+//    whose time was over, closes its lane, so that its answer can never be taken for another's.
+//  - The control socket has at most one request unanswered. A wait that ended without its answer
+//    leaves it owed; whoever uses the control socket next collects that answer first.
+//  - Time limits are the sockets' own, so that a bounded exchange costs no more system calls.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_CONNECTION_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_CONNECTION_H
 
@@ -36,6 +37,9 @@ class Connection {
     // Waits for the first lane, which the server gives unasked.
     bool start();
 
+    // See ipc_set_timeout().
+    void set_timeout(int timeout_ms);
+
     // One exchange; see ipc_send_counted().
     int exchange(PartList &send, PartList &reply, size_t &received);
 
@@ -62,6 +66,8 @@ class Connection {
     // One request and its answer on the control socket. @return 0 or an error number.
     int request_control(const ControlRecord &request);
     int await_control_reply();
+    // Sleeps until a lane or the control socket may be free. @return 0, EINTR or ETIMEDOUT.
+    int wait_for_change(std::unique_lock<std::mutex> &guard);
     int take_granted_lane(int lane);
 
     int exchange_on_lane(int lane, PartList &send, PartList &reply, size_t &received,
@@ -78,6 +84,7 @@ class Connection {
     bool full_ = false;         // the server refused one more
     bool control_busy_ = false; // a thread uses the control socket
     ControlRecord owed_;        // the request whose answer is still to come; kind 0 for none
+    std::atomic<int> timeout_ms_{-1};
     std::atomic<bool> dead_{false};
     bool abandoned_ = false;
 };

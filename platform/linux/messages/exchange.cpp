@@ -49,7 +49,7 @@ int Connection::exchange_on_lane(int lane, PartList &send, PartList &reply, size
             return fail(ECONNRESET);
         }
         lane_is_good = error != EINTR; // nothing was sent
-        return fail(error);
+        return fail(error == EAGAIN ? ETIMEDOUT : error);
     }
 
     reply.set_front(&frame, sizeof frame);
@@ -59,7 +59,8 @@ int Connection::exchange_on_lane(int lane, PartList &send, PartList &reply, size
             ? receive_packet(lane, reply.with_front(), reply.count() + 1, 0, arrival)
             : -1;
     if (packet < 0 && !is_lost(errno)) {
-        return -1; // interrupted: the answer may still come, so the lane is given up
+        // The answer may still come, so the lane is given up.
+        return fail(errno == EAGAIN ? ETIMEDOUT : errno);
     }
     const bool is_error = frame.flags & frame_error;
     if (packet < static_cast<ssize_t>(sizeof frame) || frame.status < (is_error ? 1 : 0)) {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/linux/base/socket_timeout.h"
 #include "platform/linux/runtime/runtime_directory.h"
 #include "platform/portable/guards.h"
 
@@ -154,8 +155,12 @@ static UniqueFd connect_below(RuntimeRoot root, std::string_view path) {
     if (!socket || !make_address(address, descriptor_path(target.get()))) {
         return UniqueFd();
     }
+    if (open_timeout_ms >= 0) {
+        set_socket_timeout(socket.get(), open_timeout_ms);
+    }
     if (::connect(socket.get(), reinterpret_cast<const struct sockaddr *>(&address),
                   sizeof address) != 0) {
+        errno = errno == EAGAIN ? ETIMEDOUT : errno; // a blocking socket has no other
         const KeepErrno keep;
         socket.reset();
     }

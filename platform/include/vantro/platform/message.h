@@ -203,6 +203,25 @@ VANTRO_PLATFORM_API int ipc_fetch(int connection, const struct iovec *send, int 
  */
 VANTRO_PLATFORM_API int ipc_announce_pulse(int connection, int pulse_connection);
 
+/**
+ * Bounds every later wait for the server of a connection, also where an exchange waits for another
+ * thread's. An exchange whose time is over fails with ETIMEDOUT, is given up like an interrupted
+ * one, and its answer is dropped; the connection stays usable. Bounded exchanges cost no more than
+ * others. Does not block.
+ * @param connection from platform_open() or global_name_open().
+ * @param timeout_ms milliseconds, above 0; below 0 without a limit, as at first; 0 gives EINVAL.
+ * @return 0, or -1: EBADF, EINVAL.
+ */
+VANTRO_PLATFORM_API int ipc_set_timeout(int connection, int timeout_ms);
+
+/**
+ * Bounds each wait within the calling thread's later platform_open() and global_name_open(), which
+ * then fail with ETIMEDOUT. What they open keeps that limit, as if by ipc_set_timeout().
+ * @param timeout_ms milliseconds; below 0 without a limit, as at first.
+ * @return what it was before.
+ */
+VANTRO_PLATFORM_API int ipc_set_open_timeout(int timeout_ms);
+
 /** ipc_send() with one buffer each way. */
 VANTRO_PLATFORM_API int ipc_send_simple(int connection, const void *message, size_t length,
                                         void *reply, size_t reply_length);

@@ -1,0 +1,133 @@
+// Time limits: what a service answers late, or never, reaches no later call; and why calls fail.
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include <vantro/extras.h>
+#include <vantro/platform/message.h>
+#include <vantro/protocol.h>
+
+#include "tests/player/service.h"
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int rounds = 101;
+#else
+constexpr int rounds = 301;
+#endif
+
+int32_t last_reason() {
+    return vantro_last_failure(nullptr);
+}
+
+class TimedPlayer : public Player {
+  protected:
+    void TearDown() override {
+        {
+            const std::lock_guard<std::mutex> lock(guard);
+            respond = nullptr;
+        }
+        take(requests);
+        take(lines);
+        errno = 77;
+        Player::TearDown();
+    }
+};
+
+// Every second request is answered with the next one, when nobody waits for it any more.
+TEST_F(TimedPlayer, LateAnswersReachNobody) {
+    {
+        const std::lock_guard<std::mutex> lock(guard);
+        respond = [late = 0](MsgOsb *open, MsgContext *context) mutable {
+            int32_t position;
+            std::memcpy(&position,
+                        static_cast<const char *>(context->payload) + sizeof(RequestHeader),
+                        sizeof position);
+            const auto reply = [open, header = *context->header](int receive_id, int32_t result) {
+                TransportHeader answer = header;
+                answer.reply_length = sizeof result;
+                const iovec parts[] = {{&answer, sizeof answer}, {&result, sizeof result}};
+                return ipc_replyv(receive_id, 0, parts, 2);
+            };
+            _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open);
+            if (position % 2 == 1) {
+                late = context->receive_id;
+                return 0;
+            }
+            if (late != 0) {
+                EXPECT_EQ(reply(std::exchange(late, 0), 5), -1); // the client has given it up
+            }
+            return reply(context->receive_id, position % 4);
+        };
+    }
+    EXPECT_EQ(vantro_set_timeout(handle, 1), 0);
+    for (int position = 1; position < 2 * rounds && !HasFailure(); position += 2) {
+        errno = 77;
+        EXPECT_EQ(vantro_seek(handle, position), -1);
+        EXPECT_EQ(errno, ETIMEDOUT);
+        EXPECT_EQ(last_reason(), VANTRO_FAILURE_TIMED_OUT);
+        EXPECT_EQ(take(lines), (Lines{"3 msgclient_putgetv() failed: Connection timed out",
+                                      "5 vantro_seek() failed"}));
+        vantro_set_timeout(handle, 10'000);
+        EXPECT_EQ(vantro_seek(handle, position + 1), (position + 1) % 4 == 0 ? 0 : -1);
+        take(lines);
+        vantro_set_timeout(handle, 1);
+    }
+    VantroFailure failure;
+    EXPECT_EQ(vantro_last_failure(&failure), VANTRO_FAILURE_REFUSED);
+    EXPECT_EQ(failure.number, 2);
+    EXPECT_STREQ(failure.text, "the service refused: No such file or directory");
+    vantro_set_timeout(handle, -1);
+}
+
+TEST_F(TimedPlayer, FailuresSayWhy) {
+    const struct {
+        const char *what;
+        std::string answer;
+        int (*call)(VantroHandle *);
+        int32_t reason, number;
+    } rows[] = {
+        {"refused", words({EBUSY}), vantro_play, VANTRO_FAILURE_REFUSED, EBUSY},
+        {"empty", "", vantro_play, VANTRO_FAILURE_MALFORMED, EPROTO},
+        {"a listing refused", words({ENOENT}),
+         [](VantroHandle *with) {
+             MediaNode *nodes = nullptr;
+             int count = 0;
+             return vantro_browse(with, 1, "", 0, &count, &nodes);
+         },
+         VANTRO_FAILURE_REFUSED, ENOENT},
+        {"a listing that ends early", words({0, 3, 1}),
+         [](VantroHandle *with) {
+             MediaNode *nodes = nullptr;
+             int count = 0;
+             return vantro_browse(with, 1, "", 0, &count, &nodes);
+         },
+         VANTRO_FAILURE_MALFORMED, EPROTO},
+        {"a state that ends early", words({0, 1}),
+         [](VantroHandle *with) {
+             VantroStateInfo *info = nullptr;
+             return vantro_get_current_state(with, &info);
+         },
+         VANTRO_FAILURE_MALFORMED, EPROTO},
+        {"an argument", words({0}), [](VantroHandle *with) { return vantro_repeat(with, 9); },
+         VANTRO_FAILURE_INVALID, EINVAL},
+        {"another player", words({0}),
+         [](VantroHandle *with) { return vantro_open(with, "other"); }, VANTRO_FAILURE_INVALID,
+         EBUSY},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.what);
+        will_answer(row.answer);
+        EXPECT_EQ(row.call(handle), -1);
+        VantroFailure failure;
+        EXPECT_EQ(vantro_last_failure(&failure), row.reason);
+        EXPECT_EQ(failure.number, row.number);
+    }
+    EXPECT_EQ(errno, 77);
+    EXPECT_EQ(vantro_set_timeout(handle, 0), -1);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(vantro_connect_timed(0), nullptr);
+}
+
+} // namespace
