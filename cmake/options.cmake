@@ -23,6 +23,10 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 add_compile_definitions(_GNU_SOURCE _FILE_OFFSET_BITS=64)
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wvla -Wundef -Wformat=2)
 add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+# Only Clang reads the annotations of common/locks.h.
+add_compile_options(
+  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>
+  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety-beta>)
 if(VANTRO_WERROR)
   add_compile_options(-Werror)
 endif()

@@ -3,14 +3,13 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
-#include <shared_mutex>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
 
 #include <vantro/platform/limits.h>
 
+#include "common/locks.h"
 #include "platform/linux/base/never_destroyed.h"
 #include "platform/linux/base/unique_fd.h"
 #include "platform/portable/guards.h"
@@ -20,9 +19,9 @@ namespace {
 using vantro::platform::KeepErrno;
 
 struct Sink {
-    std::shared_mutex lock;
-    system_log_sink sink = nullptr;
-    void *data = nullptr;
+    vantro::SharedMutex lock;
+    system_log_sink sink GUARDED_BY(lock) = nullptr;
+    void *data GUARDED_BY(lock) = nullptr;
 
     static Sink &instance() {
         static vantro::platform::NeverDestroyed<Sink> instance;
@@ -76,7 +75,7 @@ void system_log(uint32_t code, int severity, const char *format, ...) {
     std::vsnprintf(line, sizeof line, format, arguments);
     va_end(arguments);
     Sink &sink = Sink::instance();
-    const std::shared_lock guard(sink.lock);
+    const vantro::ReaderLock guard(sink.lock);
     if (sink.sink) {
         sink.sink(code, severity, line, sink.data);
     } else {
@@ -86,7 +85,7 @@ void system_log(uint32_t code, int severity, const char *format, ...) {
 
 void system_log_set_sink(system_log_sink function, void *data) {
     Sink &sink = Sink::instance();
-    const std::unique_lock guard(sink.lock);
+    const vantro::WriterLock guard(sink.lock);
     sink.sink = function;
     sink.data = data;
 }

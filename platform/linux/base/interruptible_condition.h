@@ -10,7 +10,8 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
-#include <mutex>
+
+#include "common/locks.h"
 
 namespace vantro::platform {
 
@@ -22,16 +23,16 @@ class InterruptibleCondition {
     // Sleeps until a notification, and at times without one.
     // @param timeout_ms below 0 without a limit.
     // @return 0, EINTR where a handler ran, or ETIMEDOUT.
-    int wait(std::unique_lock<std::mutex> &guard, int timeout_ms = -1) {
+    int wait(Mutex &mutex, int timeout_ms = -1) REQUIRES(mutex) {
         const struct timespec timeout = {timeout_ms / 1000, timeout_ms % 1000 * 1'000'000L};
         const uint32_t seen = turn_;
         ++sleepers_;
-        guard.unlock();
+        mutex.unlock();
         // Returns at once where a notification has come since.
         const long result = ::syscall(SYS_futex, &turn_, FUTEX_WAIT_PRIVATE, seen,
                                       timeout_ms < 0 ? nullptr : &timeout, nullptr, 0);
         const int error = result == -1 && (errno == EINTR || errno == ETIMEDOUT) ? errno : 0;
-        guard.lock();
+        mutex.lock();
         --sleepers_;
         return error;
     }

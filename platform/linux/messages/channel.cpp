@@ -13,12 +13,20 @@
 #include "platform/portable/guards.h"
 
 using namespace vantro::platform;
+using vantro::MutexLock;
 
 namespace vantro::platform {
 
 void wake_receiver(const Channel &channel) {
     const uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(channel.wake.get(), &one, sizeof one);
+}
+
+// Without the lock: it may take long, and a channel that is destroyed gets no more listeners.
+void Channel::withdraw_names() NO_THREAD_SAFETY_ANALYSIS {
+    for (auto &listener : listeners) {
+        listener->name.withdraw();
+    }
 }
 
 namespace {
@@ -36,7 +44,7 @@ struct Current {
         const ReceiveId id = ReceiveId::unpack(receive_id);
         receive_id = 0;
         Server &server = Server::instance();
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         Client *client = server.find_client(id.serial);
         if (!client || client->incarnation != incarnation || id.lane >= client->lanes.size() ||
             client->lanes[id.lane].exchange != id.exchange) {
@@ -55,7 +63,7 @@ bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
     if (::read(channel.wake.get(), &count, sizeof count) != sizeof count) {
         return false; // another thread was faster
     }
-    const std::lock_guard guard(Server::instance().lock);
+    const MutexLock guard(server_lock);
     if (channel.destroyed || channel.first_pulse == 0) {
         return false;
     }
@@ -72,7 +80,7 @@ bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
 bool take_own_pulse(const Channel &channel, struct ipc_pulse &pulse) {
     int socket;
     {
-        const std::lock_guard guard(Server::instance().lock);
+        const MutexLock guard(server_lock);
         socket = channel.pulse_receive.get(); // made once, and kept as long as the channel
     }
     struct iovec part = {&pulse, sizeof pulse};
@@ -82,14 +90,13 @@ bool take_own_pulse(const Channel &channel, struct ipc_pulse &pulse) {
 
 // Takes the next pulse that a server sent. An end on which anything else arrives is closed.
 bool take_servers_pulse(Channel &channel, uint32_t id, struct ipc_pulse &pulse) {
-    Server &server = Server::instance();
-    const auto find = [&] {
+    const auto find = [&]() REQUIRES(server_lock) {
         return std::find_if(channel.pulse_ends.begin(), channel.pulse_ends.end(),
                             [id](const PulseEnd &end) { return end.id == id; });
     };
     std::shared_ptr<ForeignFd> socket;
     {
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         const auto end = find();
         if (end == channel.pulse_ends.end()) {
             return false;
@@ -110,7 +117,7 @@ bool take_servers_pulse(Channel &channel, uint32_t id, struct ipc_pulse &pulse) 
         return true;
     }
     if (received >= 0 || (errno != EAGAIN && errno != EINTR)) {
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         if (const auto end = find(); end != channel.pulse_ends.end()) {
             close_pulse_end(channel, static_cast<size_t>(end - channel.pulse_ends.begin()));
         }
@@ -119,7 +126,7 @@ bool take_servers_pulse(Channel &channel, uint32_t id, struct ipc_pulse &pulse) 
 }
 
 bool destroyed(const Channel &channel) {
-    const std::lock_guard guard(Server::instance().lock);
+    const MutexLock guard(server_lock);
     return channel.destroyed;
 }
 
@@ -167,7 +174,6 @@ void forget_current(int receive_id) {
 static int make_channel(unsigned flags) {
     Server &server = Server::instance();
     const auto channel = std::make_shared<Channel>();
-    channel->flags = flags;
     channel->epoll.reset(::epoll_create1(EPOLL_CLOEXEC));
     if (!channel->epoll) {
         return -1;
@@ -182,7 +188,8 @@ static int make_channel(unsigned flags) {
     if (::epoll_ctl(channel->epoll.get(), EPOLL_CTL_ADD, channel->wake.get(), &event) != 0) {
         return -1;
     }
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
+    channel->flags = flags;
     channel->number = make_number(NumberKind::channel, ++server.last_channel);
     server.channels.emplace(channel->number, channel);
     return channel->number;
@@ -196,7 +203,7 @@ int channel_destroy(int number) {
     Server &server = Server::instance();
     std::shared_ptr<Channel> channel;
     {
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         const auto found = server.channels.find(number);
         if (found == server.channels.end()) {
             return fail(EBADF);
@@ -219,9 +226,7 @@ int channel_destroy(int number) {
             }
         }
     }
-    for (auto &listener : channel->listeners) {
-        listener->name.withdraw();
-    }
+    channel->withdraw_names();
     wake_lent_threads();
     // Semaphore counts are taken one at a time: enough for every thread that may wait here.
     const uint64_t all_threads = INT_MAX;
@@ -333,7 +338,7 @@ int listen_on(int number, const std::string &place, int attachment) {
         return -1;
     }
     refuse_descriptors(listener->socket.get());
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     struct epoll_event event = {};
     event.events = EPOLLIN;
     event.data.u64 =

@@ -6,13 +6,14 @@
 #include "platform/portable/guards.h"
 
 using namespace vantro::platform;
+using vantro::MutexLock;
 
 int connect_client_info(int conn_id, struct ipc_credentials *credentials, int max_groups) {
     if (kind_of(conn_id) != NumberKind::client_id) {
         return fail(EBADF);
     }
     Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     const Client *client = server.find_client(static_cast<uint32_t>(value_of(conn_id)));
     if (!client) {
         return fail(EBADF);
@@ -41,7 +42,7 @@ bool client_in_group(int conn_id, uint32_t group, bool &is_member) {
         return false;
     }
     Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     const Client *client = server.find_client(static_cast<uint32_t>(value_of(conn_id)));
     if (!client || !client->credentials_known) {
         return false;
@@ -56,7 +57,7 @@ int client_attachment(int conn_id) {
         return 0;
     }
     Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     const Client *client = server.find_client(static_cast<uint32_t>(value_of(conn_id)));
     return client ? client->attachment : 0;
 }

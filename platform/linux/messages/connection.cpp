@@ -18,22 +18,23 @@
 
 namespace vantro::platform {
 
+constinit Mutex connections_lock;
+
 namespace {
 
-void before_fork() {
-    Connections::instance().lock.lock();
+void before_fork() ACQUIRE(connections_lock) {
+    connections_lock.lock();
 }
-void after_fork_in_parent() {
-    Connections::instance().lock.unlock();
+void after_fork_in_parent() RELEASE(connections_lock) {
+    connections_lock.unlock();
 }
-void after_fork_in_child() {
-    Connections &connections = Connections::instance();
-    for (auto &[number, connection] : connections.table) {
+void after_fork_in_child() RELEASE(connections_lock) {
+    for (auto &[number, connection] : Connections::instance().table) {
         connection->abandon_in_child();
         // Its lock may be held for ever, and threads wait in it that are not here: never freed.
         new (std::nothrow) std::shared_ptr<Connection>(connection);
     }
-    connections.lock.unlock();
+    connections_lock.unlock();
 }
 
 // Whether a request ended with its connection as good as before, and without its answer.
@@ -53,13 +54,13 @@ Connections &Connections::instance() {
 }
 
 std::shared_ptr<Connection> Connections::find(int number) {
-    const std::lock_guard guard(lock);
+    const MutexLock guard(connections_lock);
     const auto found = table.find(number);
     return found == table.end() ? nullptr : found->second;
 }
 
 std::shared_ptr<Connection> Connections::remove(int number) {
-    const std::lock_guard guard(lock);
+    const MutexLock guard(connections_lock);
     const auto found = table.find(number);
     if (found == table.end()) {
         return nullptr;
@@ -83,7 +84,7 @@ int Connections::open(UniqueFd control, NumberKind kind) {
     }
     {
         // Before the wait for the server, so that the child of a fork meanwhile closes its copy.
-        const std::lock_guard guard(lock);
+        const MutexLock guard(connections_lock);
         auto &entry = table[number];
         if (entry) {
             entry->forget_number();
@@ -118,6 +119,7 @@ void Connection::abandon_in_child() {
         return;
     }
     abandoned_ = true;
+    lock_.assume_held(); // by a thread that the child does not have, or by nobody
     for (int i = 0; i < lane_count_; ++i) {
         close_descriptor(lanes_[static_cast<size_t>(i)]);
     }
@@ -129,7 +131,7 @@ void Connection::abandon_in_child() {
 }
 
 void Connection::set_timeout(int timeout_ms) {
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     timeout_ms_ = timeout_ms;
     set_socket_timeout(control_.get(), timeout_ms);
     for (int i = 0; i < lane_count_; ++i) {
@@ -139,12 +141,12 @@ void Connection::set_timeout(int timeout_ms) {
 
 void Connection::mark_dead() {
     dead_ = true;
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     changed_.notify_all();
 }
 
 int Connection::take_lane() {
-    std::unique_lock guard(lock_);
+    const MutexLock guard(lock_);
     for (;;) {
         if (dead_) {
             return fail(ECONNRESET);
@@ -154,38 +156,38 @@ int Connection::take_lane() {
         }
         const bool may_grow = lane_count_ < IPC_LANES_MAX && !(full_ && lane_count_ > 0);
         if (may_grow && !control_busy_) {
-            const int error = request_lane(guard);
+            const int error = use_control({control_lane_request, 0});
             if (error == ECONNRESET || is_given_up(error) || (error != 0 && lane_count_ == 0)) {
                 return fail(error);
             }
             full_ = error != 0; // whatever it is that there is no room for, and on whose side
             continue;
         }
-        if (const int error = wait_for_change(guard); error != 0) {
+        if (const int error = wait_for_change(); error != 0) {
             return fail(error);
         }
     }
 }
 
-int Connection::wait_for_change(std::unique_lock<std::mutex> &guard) {
+int Connection::wait_for_change() {
     ++waiters_;
-    const int error = changed_.wait(guard, timeout_ms_);
+    const int error = changed_.wait(lock_, timeout_ms_);
     --waiters_;
     return error;
 }
 
-int Connection::request_lane(std::unique_lock<std::mutex> &guard) {
+int Connection::use_control(const ControlRecord &request) {
     control_busy_ = true;
-    guard.unlock();
-    const int error = request_control({control_lane_request, 0});
-    guard.lock();
+    lock_.unlock();
+    const int error = dead_ ? ECONNRESET : request_control(request);
+    lock_.lock();
     control_busy_ = false;
     changed_.notify_all();
     return error;
 }
 
 void Connection::give_back(int lane) {
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     idle_[static_cast<size_t>(idle_count_++)] = lane;
     if (idle_count_ == lane_count_) {
         full_ = false; // what was short then may not be when lanes run out again
@@ -198,7 +200,8 @@ void Connection::give_back(int lane) {
 
 void Connection::drop(int lane) {
     {
-        const std::scoped_lock guard(Connections::instance().lock, lock_);
+        const MutexLock table_guard(connections_lock);
+        const MutexLock guard(lock_);
         const auto end = lanes_.begin() + lane_count_;
         *std::find(lanes_.begin(), end, lane) = *(end - 1);
         --lane_count_;
@@ -263,7 +266,8 @@ int Connection::await_control_reply() {
 }
 
 int Connection::take_granted_lane(int lane) {
-    const std::scoped_lock guard(Connections::instance().lock, lock_);
+    const MutexLock table_guard(connections_lock);
+    const MutexLock guard(lock_);
     lanes_[static_cast<size_t>(lane_count_++)] = lane;
     idle_[static_cast<size_t>(idle_count_++)] = lane;
     if (timeout_ms_ >= 0) {
@@ -277,18 +281,13 @@ int Connection::announce_pulse(int number) {
     if (abandoned_) {
         return fail(EBADF);
     }
-    std::unique_lock guard(lock_);
+    const MutexLock guard(lock_);
     while (control_busy_) {
-        if (const int error = wait_for_change(guard); error != 0) {
+        if (const int error = wait_for_change(); error != 0) {
             return fail(error);
         }
     }
-    control_busy_ = true;
-    guard.unlock();
-    const int error = dead_ ? ECONNRESET : request_control({control_pulse_request, number});
-    guard.lock();
-    control_busy_ = false;
-    changed_.notify_all();
+    const int error = use_control({control_pulse_request, number});
     return error == 0 ? 0 : fail(error);
 }
 

@@ -1,7 +1,7 @@
 // The sending side of a process: its connections and their pools of lanes.
 //
 // Invariants
-//  - `Connections::lock` guards the table, and `Connection::lock` one connection's pool; neither
+//  - `connections_lock` guards the table, and `Connection::lock_` one connection's pool; neither
 //    is held across a system call that can block. The table's comes first where both are taken.
 //    What lanes there are is changed with both held: a fork holds the table's, and its child finds
 //    every list of lanes whole.
@@ -17,17 +17,20 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 
 #include <vantro/platform/limits.h>
 
+#include "common/locks.h"
 #include "platform/linux/base/interruptible_condition.h"
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/messages/ids.h"
 #include "platform/linux/messages/wire.h"
 
 namespace vantro::platform {
+
+// Of the process's table of connections: held across a fork.
+extern Mutex connections_lock;
 
 class Connection {
   public:
@@ -38,7 +41,7 @@ class Connection {
     bool start();
 
     // See ipc_set_timeout().
-    void set_timeout(int timeout_ms);
+    void set_timeout(int timeout_ms) EXCLUDES(lock_);
 
     // One exchange; see ipc_send_counted().
     int exchange(PartList &send, PartList &reply, size_t &received);
@@ -49,7 +52,7 @@ class Connection {
     // In a child of fork: closes the copies of the parent's sockets. The number of the control
     // socket stays taken until it is closed: what the child opens next must not be found under a
     // number that it still holds for this connection.
-    void abandon_in_child();
+    void abandon_in_child() REQUIRES(connections_lock);
     bool abandoned() const { return abandoned_; }
     // In a child of fork: its holder has closed the number.
     void give_up_number() { control_.reset(); }
@@ -57,50 +60,54 @@ class Connection {
     void forget_number() { control_.release(); }
 
   private:
-    int take_lane();
-    void give_back(int lane);
-    void drop(int lane);
-    void mark_dead();
+    int take_lane() EXCLUDES(lock_);
+    void give_back(int lane) EXCLUDES(lock_);
+    void drop(int lane) EXCLUDES(connections_lock, lock_);
+    void mark_dead() EXCLUDES(lock_);
 
-    int request_lane(std::unique_lock<std::mutex> &guard);
+    // Takes the control socket for one request. The lock is let go while the server is awaited.
+    // @return 0 or an error number.
+    int use_control(const ControlRecord &request) REQUIRES(lock_);
     // One request and its answer on the control socket. @return 0 or an error number.
-    int request_control(const ControlRecord &request);
-    int await_control_reply();
+    int request_control(const ControlRecord &request) EXCLUDES(connections_lock, lock_);
+    int await_control_reply() EXCLUDES(connections_lock, lock_);
     // Sleeps until a lane or the control socket may be free. @return 0, EINTR or ETIMEDOUT.
-    int wait_for_change(std::unique_lock<std::mutex> &guard);
-    int take_granted_lane(int lane);
+    int wait_for_change() REQUIRES(lock_);
+    int take_granted_lane(int lane) EXCLUDES(connections_lock, lock_);
 
     int exchange_on_lane(int lane, PartList &send, PartList &reply, size_t &received,
                          bool &lane_is_good);
 
     UniqueFd control_;
-    std::mutex lock_;
+    Mutex lock_ ACQUIRED_AFTER(connections_lock);
     InterruptibleCondition changed_;
-    std::array<int, IPC_LANES_MAX> lanes_{}; // every lane's descriptor
-    std::array<int, IPC_LANES_MAX> idle_{};  // those not in use, last in first out
-    int lane_count_ = 0;
-    int idle_count_ = 0;
-    int waiters_ = 0;
-    bool full_ = false;         // the server refused one more
-    bool control_busy_ = false; // a thread uses the control socket
-    ControlRecord owed_;        // the request whose answer is still to come; kind 0 for none
+    std::array<int, IPC_LANES_MAX> lanes_ GUARDED_BY(lock_){}; // every lane's descriptor
+    // Those not in use, last in first out.
+    std::array<int, IPC_LANES_MAX> idle_ GUARDED_BY(lock_){};
+    int lane_count_ GUARDED_BY(lock_) = 0;
+    int idle_count_ GUARDED_BY(lock_) = 0;
+    int waiters_ GUARDED_BY(lock_) = 0;
+    bool full_ GUARDED_BY(lock_) = false;         // the server refused one more
+    bool control_busy_ GUARDED_BY(lock_) = false; // a thread uses the control socket
+    // The request whose answer is still to come; kind 0 for none. Of the thread for which the
+    // control socket is busy.
+    ControlRecord owed_;
     std::atomic<int> timeout_ms_{-1};
     std::atomic<bool> dead_{false};
-    bool abandoned_ = false;
+    bool abandoned_ = false; // changes in a child of fork alone, before it has other threads
 };
 
 struct Connections {
-    std::mutex lock;
     // By the number that the application holds: made of the control socket's, and of its kind.
-    std::unordered_map<int, std::shared_ptr<Connection>> table;
+    std::unordered_map<int, std::shared_ptr<Connection>> table GUARDED_BY(connections_lock);
 
     static Connections &instance();
 
-    std::shared_ptr<Connection> find(int number);
+    std::shared_ptr<Connection> find(int number) EXCLUDES(connections_lock);
     // Takes out of the table.
-    std::shared_ptr<Connection> remove(int number);
+    std::shared_ptr<Connection> remove(int number) EXCLUDES(connections_lock);
     // Connects, and enters into the table. @return the number, or -1.
-    int open(UniqueFd control, NumberKind kind);
+    int open(UniqueFd control, NumberKind kind) EXCLUDES(connections_lock);
 };
 
 // pulse.cpp: takes the end on which a server's pulses arrive, for a pulse connection of this

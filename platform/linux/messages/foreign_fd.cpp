@@ -3,9 +3,7 @@
 #include <pthread.h>
 #include <sys/socket.h>
 
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
 #include <new>
 #include <vector>
 
@@ -25,32 +23,34 @@ namespace {
 
 enum class Kind { foreign, client_socket };
 
-// What the lent threads are to close. Its lock is taken last of all.
+// Taken last of all.
+constinit Mutex closing_lock;
+
+// What the lent threads are to close.
 struct ClosingQueue {
     struct Entry {
         Kind kind;
         int fd;
     };
-    std::mutex lock;
-    std::condition_variable changed;
-    std::vector<Entry> waiting;
-    int lent_threads = 0;
+    Condition changed;
+    std::vector<Entry> waiting GUARDED_BY(closing_lock);
+    int lent_threads GUARDED_BY(closing_lock) = 0;
 
     static ClosingQueue &instance();
 };
 
-void before_fork() {
-    ClosingQueue::instance().lock.lock();
+void before_fork() ACQUIRE(closing_lock) {
+    closing_lock.lock();
 }
-void after_fork_in_parent() {
-    ClosingQueue::instance().lock.unlock();
+void after_fork_in_parent() RELEASE(closing_lock) {
+    closing_lock.unlock();
 }
 // The copies stay open: a child has no lent thread, and must not be held up either.
-void after_fork_in_child() {
+void after_fork_in_child() RELEASE(closing_lock) {
     ClosingQueue &queue = ClosingQueue::instance();
     queue.waiting.clear();
     queue.lent_threads = 0;
-    queue.lock.unlock();
+    closing_lock.unlock();
 }
 
 ClosingQueue &ClosingQueue::instance() {
@@ -65,7 +65,7 @@ ClosingQueue &ClosingQueue::instance() {
 // @return false where no thread was lent, or the queue finds no memory.
 bool hand_over(Kind kind, int fd) {
     ClosingQueue &queue = ClosingQueue::instance();
-    const std::lock_guard guard(queue.lock);
+    const MutexLock guard(closing_lock);
     if (queue.lent_threads == 0) {
         return false;
     }
@@ -147,13 +147,14 @@ void refuse_descriptors(int socket) {
 
 void wake_lent_threads() {
     ClosingQueue &queue = ClosingQueue::instance();
-    const std::lock_guard guard(queue.lock);
+    const MutexLock guard(closing_lock);
     queue.changed.notify_all();
 }
 
 } // namespace vantro::platform
 
 using namespace vantro::platform;
+using vantro::MutexLock;
 
 int ipc_lend_closing_thread(int number) {
     const CancelDisabled no_cancel;
@@ -162,11 +163,11 @@ int ipc_lend_closing_thread(int number) {
         return fail(EBADF);
     }
     ClosingQueue &queue = ClosingQueue::instance();
-    std::unique_lock guard(queue.lock);
+    MutexLock guard(closing_lock);
     ++queue.lent_threads;
     while (!channel->destroyed || !queue.waiting.empty()) {
         if (queue.waiting.empty()) {
-            queue.changed.wait(guard);
+            queue.changed.wait(closing_lock);
             continue;
         }
         const ClosingQueue::Entry entry = queue.waiting.back();

@@ -4,7 +4,7 @@
 // that the server made for one pulse connection and keeps to itself: nothing that one server does
 // to its end reaches the pulses of another.
 //
-// PulseConnections::lock is taken before Server::lock.
+// pulse_connections_lock is taken before server_lock.
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/random.h>
@@ -12,7 +12,6 @@
 
 #include <cerrno>
 #include <map>
-#include <mutex>
 #include <new>
 #include <utility>
 
@@ -22,6 +21,8 @@
 #include "platform/portable/guards.h"
 
 using namespace vantro::platform;
+using vantro::Mutex;
+using vantro::MutexLock;
 
 namespace {
 
@@ -30,25 +31,25 @@ struct PulseConnection {
     std::shared_ptr<UniqueFd> send_end;
 };
 
+constinit Mutex pulse_connections_lock;
+
 struct PulseConnections {
-    std::mutex lock;
-    std::map<int, PulseConnection> table;
-    int newest = 0;
+    std::map<int, PulseConnection> table GUARDED_BY(pulse_connections_lock);
+    int newest GUARDED_BY(pulse_connections_lock) = 0;
 
     static PulseConnections &instance();
 };
 
 // A child must not send on the parent's.
-void before_fork() {
-    PulseConnections::instance().lock.lock();
+void before_fork() ACQUIRE(pulse_connections_lock) {
+    pulse_connections_lock.lock();
 }
-void after_fork_in_parent() {
-    PulseConnections::instance().lock.unlock();
+void after_fork_in_parent() RELEASE(pulse_connections_lock) {
+    pulse_connections_lock.unlock();
 }
-void after_fork_in_child() {
-    PulseConnections &connections = PulseConnections::instance();
-    connections.table.clear();
-    connections.lock.unlock();
+void after_fork_in_child() RELEASE(pulse_connections_lock) {
+    PulseConnections::instance().table.clear();
+    pulse_connections_lock.unlock();
 }
 
 PulseConnections &PulseConnections::instance() {
@@ -75,8 +76,7 @@ constexpr int pulse_buffer_bytes = IPC_PULSE_CAPACITY * 1024;
 
 // The channel's pulse socket; made for the first connection. @return the send end, or null.
 std::shared_ptr<UniqueFd> pulse_socket(Channel &channel) {
-    Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     if (channel.pulse_send) {
         return channel.pulse_send;
     }
@@ -119,7 +119,7 @@ void close_pulse_end(Channel &channel, size_t index) {
     channel.pulse_ends.erase(end);
 }
 
-static int add_pulse_end(Channel &channel, PulseEnd end) {
+static int add_pulse_end(Channel &channel, PulseEnd end) REQUIRES(server_lock) {
     for (size_t i = channel.pulse_ends.size(); i-- > 0;) {
         if (channel.pulse_ends[i].number == end.number &&
             channel.pulse_ends[i].server == end.server) {
@@ -145,13 +145,13 @@ int adopt_pulse_end(int number, const Connection &server_connection, ForeignFd s
     }
     refuse_descriptors(socket.get());
     PulseConnections &connections = PulseConnections::instance();
-    const std::lock_guard guard(connections.lock);
+    const MutexLock guard(pulse_connections_lock);
     const auto found = connections.table.find(number);
     if (found == connections.table.end()) {
         return EBADF; // detached meanwhile
     }
     Server &server = Server::instance();
-    const std::lock_guard server_guard(server.lock);
+    const MutexLock server_guard(server_lock);
     const auto channel = server.channels.find(found->second.channel);
     if (channel == server.channels.end()) {
         return EBADF;
@@ -180,7 +180,7 @@ static int attach(uint32_t node, int32_t pid, int channel_number) {
         return -1;
     }
     PulseConnections &connections = PulseConnections::instance();
-    const std::lock_guard guard(connections.lock);
+    const MutexLock guard(pulse_connections_lock);
     const int next = connections.newest == 0 ? first_number() : connections.newest + 1;
     connections.table.emplace(next, PulseConnection{channel_number, std::move(send_end)});
     connections.newest = next;
@@ -194,7 +194,7 @@ int connect_attach(uint32_t node, int32_t pid, int channel_number, unsigned, int
 int ipc_announce_pulse(int connection_number, int number) {
     {
         PulseConnections &connections = PulseConnections::instance();
-        const std::lock_guard guard(connections.lock);
+        const MutexLock guard(pulse_connections_lock);
         if (connections.table.count(number) == 0) {
             return fail(EBADF);
         }
@@ -205,14 +205,14 @@ int ipc_announce_pulse(int connection_number, int number) {
 
 static int detach_pulse_connection(int number) {
     PulseConnections &connections = PulseConnections::instance();
-    const std::lock_guard guard(connections.lock);
+    const MutexLock guard(pulse_connections_lock);
     const auto found = connections.table.find(number);
     if (found == connections.table.end()) {
         return fail(EBADF);
     }
     {
         Server &server = Server::instance();
-        const std::lock_guard server_guard(server.lock);
+        const MutexLock server_guard(server_lock);
         const auto channel = server.channels.find(found->second.channel);
         if (channel != server.channels.end()) {
             auto &ends = channel->second->pulse_ends;
@@ -236,7 +236,7 @@ int connect_detach(int number) {
         return fail(EBADF);
     }
     Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     Client *client = server.find_client(static_cast<uint32_t>(value_of(number)));
     if (!client || client->detached) {
         return fail(EBADF);
@@ -258,7 +258,7 @@ int pulse_send(int number, int, int code, int32_t value) {
     std::shared_ptr<UniqueFd> send_end;
     {
         PulseConnections &connections = PulseConnections::instance();
-        const std::lock_guard guard(connections.lock);
+        const MutexLock guard(pulse_connections_lock);
         const auto found = connections.table.find(number);
         if (found == connections.table.end()) {
             return fail(EBADF);

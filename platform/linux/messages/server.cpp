@@ -8,18 +8,20 @@
 
 namespace vantro::platform {
 
+constinit Mutex server_lock;
+
 namespace {
 
 // A child of fork holds copies of every socket; while it does, no end of a connection is ever
 // seen by the other side, and a name's lock outlives its holder. So the child closes them all.
 // The lock is held across the fork, so that the tables are whole in the child.
-void before_fork() {
-    Server::instance().lock.lock();
+void before_fork() ACQUIRE(server_lock) {
+    server_lock.lock();
 }
-void after_fork_in_parent() {
-    Server::instance().lock.unlock();
+void after_fork_in_parent() RELEASE(server_lock) {
+    server_lock.unlock();
 }
-void after_fork_in_child() {
+void after_fork_in_child() RELEASE(server_lock) {
     Server &server = Server::instance();
     for (auto &client : server.clients) {
         if (!client) {
@@ -51,7 +53,7 @@ void after_fork_in_child() {
         new (std::nothrow) std::shared_ptr<Channel>(channel); // likewise
     }
     server.channels.clear();
-    server.lock.unlock();
+    server_lock.unlock();
 }
 
 } // namespace
@@ -66,7 +68,7 @@ Server &Server::instance() {
 }
 
 std::shared_ptr<Channel> Server::find_channel(int number) {
-    const std::lock_guard guard(lock);
+    const MutexLock guard(server_lock);
     const auto found = channels.find(number);
     return found == channels.end() ? nullptr : found->second;
 }
@@ -137,7 +139,7 @@ void Server::close_lane(Client &client, Lane &lane) {
 
 // Only what is edge-triggered has to be told again.
 void Server::tell_again(const Source &source) {
-    const std::lock_guard guard(lock);
+    const MutexLock guard(server_lock);
     Client *client = find_client(source.serial);
     if (!client || client->gone) {
         return;
@@ -200,9 +202,9 @@ void Server::erase_if_finished(Client &client) {
     if (client.detached) {
         if (client.pins == 0) {
             const uint32_t serial = client.serial;
-            owed[serial] =
-                static_cast<uint8_t>(std::count_if(client.lanes.begin(), client.lanes.end(),
-                                                   [](const Lane &lane) { return lane.owed; }));
+            owed[serial] = static_cast<uint8_t>(
+                std::count_if(client.lanes.begin(), client.lanes.end(),
+                              [](const Lane &lane) REQUIRES(server_lock) { return lane.owed; }));
             clients[serial].reset();
         }
         return;

@@ -1,7 +1,7 @@
 // The receiving side of a process: its channels, the clients of each, and their lanes.
 //
 // Invariants
-//  - One lock, `Server::lock`, guards all of it. No call that can block, and no exchange, is made
+//  - One lock, `server_lock`, guards all of it. No call that can block, and no exchange, is made
 //    with it held; it is taken for table look-ups and state changes only.
 //  - A lane carries one exchange at a time: a message is received (`waiting`), then answered. The
 //    state goes back to idle before the reply is sent, since the client's next message may arrive
@@ -25,18 +25,20 @@
 #include <cerrno>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 #include <vector>
 
 #include <vantro/platform/message.h>
 
+#include "common/locks.h"
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/messages/ids.h"
 #include "platform/linux/messages/wire.h"
 #include "platform/linux/runtime/published_name.h"
 
 namespace vantro::platform {
+
+extern Mutex server_lock;
 
 // A client's socket that threads use without the lock.
 struct PinnedFd {
@@ -53,47 +55,53 @@ struct KeptMessage {
 };
 
 struct Lane {
-    PinnedFd socket;
-    uint32_t incarnation = 0; // tells this lane from an earlier one of the same index
-    uint32_t exchange = 0;    // counts the exchanges of this index; part of the receive id
-    bool waiting = false;     // a message was received and is not answered
-    bool holds_pulse = false; // that message holds the disconnect pulse back
-    bool hung_up = false;     // the client closed its end: close after the answer
-    bool owed = false;        // it closed before its message was answered: see Server::owed
-    std::shared_ptr<KeptMessage> kept;
+    PinnedFd socket GUARDED_BY(server_lock);
+    // Tells this lane from an earlier one of the same index.
+    uint32_t incarnation GUARDED_BY(server_lock) = 0;
+    // Counts the exchanges of this index; part of the receive id.
+    uint32_t exchange GUARDED_BY(server_lock) = 0;
+    bool waiting GUARDED_BY(server_lock) = false;     // a message was received and is not answered
+    bool holds_pulse GUARDED_BY(server_lock) = false; // it holds the disconnect pulse back
+    bool hung_up GUARDED_BY(server_lock) = false; // the client has closed: close after the answer
+    bool owed GUARDED_BY(server_lock) = false;    // it closed before the answer: see Server::owed
+    std::shared_ptr<KeptMessage> kept GUARDED_BY(server_lock);
 };
 
 struct Channel;
 
 // Where the pulses of one pulse connection of a client are sent.
 struct PulseOutlet {
-    int number = 0;                        // the client's own number of it
-    uint32_t incarnation = 0;              // tells it from an earlier one of the same index
-    UniqueFd socket;                       // empty where the index is free
-    std::vector<struct ipc_pulse> waiting; // those that found no room in the socket
+    int number GUARDED_BY(server_lock) = 0; // the client's own number of it
+    // Tells it from an earlier one of the same index.
+    uint32_t incarnation GUARDED_BY(server_lock) = 0;
+    UniqueFd socket GUARDED_BY(server_lock); // empty where the index is free
+    // Those that found no room in the socket.
+    std::vector<struct ipc_pulse> waiting GUARDED_BY(server_lock);
 };
 
-// One connected client.
+// One connected client. Who it is and whence it came does not change once it is in the table.
 struct Client {
     uint32_t serial = 0;
     uint32_t incarnation = 0;
     Channel *channel = nullptr; // outlives its clients
     int attachment = 0;         // the path it opened; 0 for a global name
-    PinnedFd control;
-    std::vector<Lane> lanes;
-    std::vector<PulseOutlet> outlets;
+    PinnedFd control GUARDED_BY(server_lock);
+    std::vector<Lane> lanes GUARDED_BY(server_lock);
+    std::vector<PulseOutlet> outlets GUARDED_BY(server_lock);
     bool credentials_known = false;
     int32_t pid = 0;
     uint32_t uid = 0;
     uint32_t gid = 0;
     std::vector<uint32_t> groups; // all of them; empty where the kernel would not say
-    int dispatching = 0;
-    int pins = 0; // of all its sockets: a pinned client is not erased
-    bool gone = false;
-    bool pulse_sent = false; // its disconnect pulse is on its way, or was received
-    bool pulse_received = false;
-    uint32_t next_pulse = 0; // serial of the client whose disconnect pulse follows this one's
-    bool detached = false;
+    int dispatching GUARDED_BY(server_lock) = 0;
+    int pins GUARDED_BY(server_lock) = 0; // of all its sockets: a pinned client is not erased
+    bool gone GUARDED_BY(server_lock) = false;
+    // Its disconnect pulse is on its way, or was received.
+    bool pulse_sent GUARDED_BY(server_lock) = false;
+    bool pulse_received GUARDED_BY(server_lock) = false;
+    // Serial of the client whose disconnect pulse follows this one's.
+    uint32_t next_pulse GUARDED_BY(server_lock) = 0;
+    bool detached GUARDED_BY(server_lock) = false;
 };
 
 struct Listener {
@@ -115,19 +123,22 @@ struct PulseEnd {
 // Descriptors of a channel are closed with the last reference: receiving threads hold one.
 struct Channel {
     int number = 0;
-    unsigned flags = 0;
+    unsigned flags GUARDED_BY(server_lock) = 0;
     UniqueFd epoll;
-    UniqueFd wake;          // counts the disconnect pulses; stays readable once destroyed
-    UniqueFd pulse_receive; // of pulses that this process sends
-    std::shared_ptr<UniqueFd> pulse_send;
-    std::vector<PulseEnd> pulse_ends; // of pulses that servers send
+    UniqueFd wake; // counts the disconnect pulses; stays readable once destroyed
+    UniqueFd pulse_receive GUARDED_BY(server_lock); // of pulses that this process sends
+    std::shared_ptr<UniqueFd> pulse_send GUARDED_BY(server_lock);
+    std::vector<PulseEnd> pulse_ends GUARDED_BY(server_lock); // of pulses that servers send
     // The clients whose disconnect pulses are to be received, first and last, by serial: a list
     // through the clients themselves, so that telling of one takes no memory.
-    uint32_t first_pulse = 0;
-    uint32_t last_pulse = 0;
-    std::vector<std::unique_ptr<Listener>> listeners;
-    int client_count = 0;
+    uint32_t first_pulse GUARDED_BY(server_lock) = 0;
+    uint32_t last_pulse GUARDED_BY(server_lock) = 0;
+    std::vector<std::unique_ptr<Listener>> listeners GUARDED_BY(server_lock);
+    int client_count GUARDED_BY(server_lock) = 0;
     std::atomic<bool> destroyed = false; // set with the lock held
+
+    // Once the channel is destroyed.
+    void withdraw_names();
 };
 
 // What an event of a channel's epoll set is about; fits its 64 bits of data.
@@ -159,65 +170,64 @@ inline constexpr uint32_t lane_events = EPOLLIN | EPOLLRDHUP | EPOLLET;
 inline constexpr uint32_t outlet_events = EPOLLET; // that its client closed it is always told
 
 struct Server {
-    std::mutex lock;
-    std::unordered_map<int, std::shared_ptr<Channel>> channels;
-    std::array<std::unique_ptr<Client>, IPC_CONNECTIONS_MAX + 1> clients; // by serial
+    std::unordered_map<int, std::shared_ptr<Channel>> channels GUARDED_BY(server_lock);
+    // By serial.
+    std::array<std::unique_ptr<Client>, IPC_CONNECTIONS_MAX + 1> clients GUARDED_BY(server_lock);
     // Answers that the program still owes to clients that are gone, by serial. It may yet give
     // them, and would give them to whoever had the same number by then: such a serial is handed out
     // last, and so is a lane's index (`Lane::owed`).
-    std::array<uint8_t, IPC_CONNECTIONS_MAX + 1> owed{};
-    uint32_t last_serial = 0;
-    uint32_t last_incarnation = 0;
-    int last_channel = 0;
+    std::array<uint8_t, IPC_CONNECTIONS_MAX + 1> owed GUARDED_BY(server_lock){};
+    uint32_t last_serial GUARDED_BY(server_lock) = 0;
+    uint32_t last_incarnation GUARDED_BY(server_lock) = 0;
+    int last_channel GUARDED_BY(server_lock) = 0;
 
     // The process's one server side; never destroyed, since threads may outlive main.
     static Server &instance();
 
-    std::shared_ptr<Channel> find_channel(int number);
+    std::shared_ptr<Channel> find_channel(int number) EXCLUDES(server_lock);
+    // Makes the kernel report again what an event was about, to whoever waits next.
+    void tell_again(const Source &source) EXCLUDES(server_lock);
 
-    // With the lock held from here on.
-
-    Client *find_client(uint32_t serial) {
+    Client *find_client(uint32_t serial) REQUIRES(server_lock) {
         return serial <= IPC_CONNECTIONS_MAX ? clients[serial].get() : nullptr;
     }
     // The lane of a message that waits for its answer, or null.
-    Lane *find_waiting(const ReceiveId &id, Client **client);
+    Lane *find_waiting(const ReceiveId &id, Client **client) REQUIRES(server_lock);
     // An answer has come for a message that waits no more.
-    void forget_owed(const ReceiveId &id);
+    void forget_owed(const ReceiveId &id) REQUIRES(server_lock);
 
-    void pin(Client &client, PinnedFd &socket);
+    void pin(Client &client, PinnedFd &socket) REQUIRES(server_lock);
     // Takes a pin away and closes what was only waiting for that. May erase the client.
-    void unpin(uint32_t serial, int lane); // lane -1: the control socket
+    // @param lane -1: the control socket.
+    void unpin(uint32_t serial, int lane) REQUIRES(server_lock);
 
-    void close_socket(Client &client, PinnedFd &socket);
-    void close_lane(Client &client, Lane &lane);
-    static void close_outlet(Client &client, PulseOutlet &outlet);
-    // Makes the kernel report again what an event was about, to whoever waits next. Takes the lock.
-    void tell_again(const Source &source);
+    void close_socket(Client &client, PinnedFd &socket) REQUIRES(server_lock);
+    void close_lane(Client &client, Lane &lane) REQUIRES(server_lock);
+    static void close_outlet(Client &client, PulseOutlet &outlet) REQUIRES(server_lock);
     // Ends a connection; its disconnect pulse follows when nothing holds it.
-    void disconnect(Client &client);
+    void disconnect(Client &client) REQUIRES(server_lock);
     // One message less holds the pulse; erase_if_finished() is to follow.
-    void release_pulse(Client &client, Lane &lane);
-    void erase_if_finished(Client &client);
+    void release_pulse(Client &client, Lane &lane) REQUIRES(server_lock);
+    void erase_if_finished(Client &client) REQUIRES(server_lock);
 };
 
 // Wakes one receiving thread of a channel for a pulse of the system's own.
 void wake_receiver(const Channel &channel);
 
 // server_accept.cpp: what happens on listening and control sockets.
-void accept_client(Channel &channel, uint16_t listener);
-void serve_control(const Source &source);
+void accept_client(Channel &channel, uint16_t listener) EXCLUDES(server_lock);
+void serve_control(const Source &source) EXCLUDES(server_lock);
 
 // server_pulses.cpp: makes an outlet for a client whose control socket is pinned, and passes its
 // far end, or refuses. @return false where the client is not worth keeping.
-bool grant_pulses(uint32_t serial, int control, int number);
+bool grant_pulses(uint32_t serial, int control, int number) EXCLUDES(server_lock);
 // An outlet has room again, or its client has closed the other end.
-void serve_outlet(const Source &source, bool hung_up);
+void serve_outlet(const Source &source, bool hung_up) EXCLUDES(server_lock);
 
-// pulse.cpp: ends the reception on one of a channel's pulse ends; the lock is held. Retiring leaves
-// what has arrived to be received.
-void retire_pulse_end(Channel &channel, size_t index);
-void close_pulse_end(Channel &channel, size_t index);
+// pulse.cpp: ends the reception on one of a channel's pulse ends. Retiring leaves what has arrived
+// to be received.
+void retire_pulse_end(Channel &channel, size_t index) REQUIRES(server_lock);
+void close_pulse_end(Channel &channel, size_t index) REQUIRES(server_lock);
 
 // Sends on a control socket. A client that does not read what it asked for is not worth keeping.
 bool send_control(int socket, ControlKind kind, int value, int descriptor);
@@ -234,15 +244,15 @@ struct ReceivedMessage {
 };
 // One packet of a lane. @return true when a message is to be handed to the caller.
 bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
-                       ReceivedMessage &message);
+                       ReceivedMessage &message) EXCLUDES(server_lock);
 
 // channel.cpp: the calling thread has answered what it received last.
 void forget_current(int receive_id);
 
 // Whether a client is in a supplementary group. @return false when the client is unknown.
-bool client_in_group(int conn_id, uint32_t group, bool &is_member);
+bool client_in_group(int conn_id, uint32_t group, bool &is_member) EXCLUDES(server_lock);
 // The attachment through which a client came, 0 for none.
-int client_attachment(int conn_id);
+int client_attachment(int conn_id) EXCLUDES(server_lock);
 
 } // namespace vantro::platform
 

@@ -21,8 +21,8 @@ class Reserve {
   public:
     Reserve() { take(); }
     // Accepts one connection in the reserve's place, and tells it to come again.
-    void turn_away(int listening) {
-        const std::lock_guard guard(lock_);
+    void turn_away(int listening) EXCLUDES(lock_) {
+        const MutexLock guard(lock_);
         if (!spare_) {
             take();
         }
@@ -43,10 +43,10 @@ class Reserve {
     }
 
   private:
-    void take() { spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+    void take() REQUIRES(lock_) { spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
 
-    std::mutex lock_;
-    UniqueFd spare_;
+    Mutex lock_;
+    UniqueFd spare_ GUARDED_BY(lock_);
 };
 
 Reserve &reserve() {
@@ -86,7 +86,7 @@ bool add_to_epoll(const Channel &channel, int fd, uint32_t events, const Source 
 
 // A lane's index: the lowest that no socket uses and no dispatch still counts on. One that is owed
 // an answer is better than none: a program that never gives it must not use a client's lanes up.
-int free_lane_index(Client &client) {
+int free_lane_index(Client &client) REQUIRES(server_lock) {
     int last_resort = -1;
     for (size_t i = 0; i < client.lanes.size(); ++i) {
         const Lane &lane = client.lanes[i];
@@ -104,8 +104,8 @@ int free_lane_index(Client &client) {
     return static_cast<int>(client.lanes.size()) - 1;
 }
 
-// Takes the near end of a new lane; the lock is held. @return 0 or an error number.
-int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation) {
+// Takes the near end of a new lane. @return 0 or an error number.
+int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation) REQUIRES(server_lock) {
     if (client.gone) {
         return ECONNRESET;
     }
@@ -134,7 +134,7 @@ int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation) {
 }
 
 // Makes a lane for a client whose control socket is pinned, and passes it, or refuses.
-bool grant_lane(uint32_t serial, int control) {
+bool grant_lane(uint32_t serial, int control) EXCLUDES(server_lock) {
     Server &server = Server::instance();
     int ends[2];
     int error = 0;
@@ -144,7 +144,7 @@ bool grant_lane(uint32_t serial, int control) {
     } else {
         ClientSocket near_end(ends[0]);
         far_end.reset(ends[1]);
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         error =
             add_lane(*server.find_client(serial), std::move(near_end), ++server.last_incarnation);
     }
@@ -153,7 +153,7 @@ bool grant_lane(uint32_t serial, int control) {
 }
 
 // The next serial that nobody has, or 0. Round robin: see ReceiveId.
-uint32_t next_serial(Server &server) {
+uint32_t next_serial(Server &server) REQUIRES(server_lock) {
     uint32_t last_resort = 0;
     for (uint32_t tried = 0; tried < IPC_CONNECTIONS_MAX; ++tried) {
         server.last_serial = server.last_serial % IPC_CONNECTIONS_MAX + 1;
@@ -180,7 +180,7 @@ void accept_client(Channel &channel, uint16_t listener) {
     int listening;
     int attachment;
     {
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         listening = channel.listeners[listener]->socket.get();
         attachment = channel.listeners[listener]->attachment;
     }
@@ -200,7 +200,7 @@ void accept_client(Channel &channel, uint16_t listener) {
         client->channel = &channel;
         client->attachment = attachment;
         read_credentials(control, *client);
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         serial = next_serial(server);
         if (serial == 0 || channel.destroyed) {
             return;
@@ -220,7 +220,7 @@ void accept_client(Channel &channel, uint16_t listener) {
         return;
     }
     const bool granted = grant_lane(serial, control);
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     if (!granted) {
         server.disconnect(*server.find_client(serial));
     }
@@ -231,7 +231,7 @@ void serve_control(const Source &source) {
     Server &server = Server::instance();
     int control;
     {
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         Client *client = server.find_client(source.serial);
         if (!client || client->incarnation != source.incarnation || client->gone) {
             return;
@@ -250,7 +250,7 @@ void serve_control(const Source &source) {
     } else if (received == sizeof record && record.kind == control_pulse_request) {
         keep = grant_pulses(source.serial, control, record.value);
     }
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     if (!keep) {
         server.disconnect(*server.find_client(source.serial));
     }

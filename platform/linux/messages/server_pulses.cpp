@@ -15,13 +15,15 @@
 #include "platform/portable/guards.h"
 
 using namespace vantro::platform;
+using vantro::MutexLock;
 
 namespace vantro::platform {
 
 namespace {
 
 // Asks for an event when an outlet has room, or takes that back.
-bool watch_outlet(const Client &client, const PulseOutlet &outlet, int operation, bool for_room) {
+bool watch_outlet(const Client &client, const PulseOutlet &outlet, int operation, bool for_room)
+    REQUIRES(server_lock) {
     struct epoll_event event = {};
     event.events = for_room ? outlet_events | EPOLLOUT : outlet_events;
     event.data.u64 =
@@ -31,14 +33,14 @@ bool watch_outlet(const Client &client, const PulseOutlet &outlet, int operation
     return ::epoll_ctl(client.channel->epoll.get(), operation, outlet.socket.get(), &event) == 0;
 }
 
-bool client_closed(const PulseOutlet &outlet) {
+bool client_closed(const PulseOutlet &outlet) REQUIRES(server_lock) {
     struct pollfd state = {outlet.socket.get(), 0, 0};
     return ::poll(&state, 1, 0) > 0;
 }
 
 // The index for a pulse connection: the one that it has, or one that is free or whose client has
 // closed it. Null where none is.
-PulseOutlet *outlet_for(Client &client, int number) {
+PulseOutlet *outlet_for(Client &client, int number) REQUIRES(server_lock) {
     PulseOutlet *free = nullptr;
     for (PulseOutlet &outlet : client.outlets) {
         if (outlet.socket && outlet.number == number) {
@@ -55,8 +57,9 @@ PulseOutlet *outlet_for(Client &client, int number) {
     return free;
 }
 
-// Takes the near end of a client's outlet; the lock is held. @return 0 or an error number.
-int add_outlet(Client &client, int number, UniqueFd near_end, uint32_t incarnation) {
+// Takes the near end of a client's outlet. @return 0 or an error number.
+int add_outlet(Client &client, int number, UniqueFd near_end, uint32_t incarnation)
+    REQUIRES(server_lock) {
     if (client.gone) {
         return ECONNRESET;
     }
@@ -84,15 +87,15 @@ int add_outlet(Client &client, int number, UniqueFd near_end, uint32_t incarnati
 }
 
 // @return 0, or the error number: EAGAIN where there is no room.
-int send_pulse(const PulseOutlet &outlet, const struct ipc_pulse &pulse) {
+int send_pulse(const PulseOutlet &outlet, const struct ipc_pulse &pulse) REQUIRES(server_lock) {
     const struct iovec part = {const_cast<struct ipc_pulse *>(&pulse), sizeof pulse};
     return send_packet(outlet.socket.get(), &part, 1, -1, MSG_DONTWAIT) == sizeof pulse ? 0 : errno;
 }
 
 // The outlet that an event is for, or null.
-PulseOutlet *find_outlet(int receive_id, const struct ipc_event &event, Client **client) {
-    *client = receive_id > 0 ? Server::instance().find_client(ReceiveId::unpack(receive_id).serial)
-                             : nullptr;
+PulseOutlet *find_outlet(Server &server, int receive_id, const struct ipc_event &event,
+                         Client **client) REQUIRES(server_lock) {
+    *client = receive_id > 0 ? server.find_client(ReceiveId::unpack(receive_id).serial) : nullptr;
     if (*client && !(*client)->gone) {
         for (PulseOutlet &outlet : (*client)->outlets) {
             if (outlet.socket && outlet.number == event.connection) {
@@ -107,8 +110,9 @@ bool is_pulse_event(const struct ipc_event *event) {
     return event && event->kind == IPC_EVENT_PULSE && event->code >= 0 && event->code <= INT8_MAX;
 }
 
-// Delivers, or lets the pulse wait. The lock is held, so that pulses keep their order.
-int deliver(Client &client, PulseOutlet &outlet, const struct ipc_pulse &pulse) {
+// Delivers, or lets the pulse wait: all with the lock held, so that pulses keep their order.
+int deliver(Client &client, PulseOutlet &outlet, const struct ipc_pulse &pulse)
+    REQUIRES(server_lock) {
     if (outlet.waiting.empty()) {
         const int error = send_pulse(outlet, pulse);
         if (error == 0) {
@@ -119,7 +123,11 @@ int deliver(Client &client, PulseOutlet &outlet, const struct ipc_pulse &pulse) 
             return fail(ESRCH);
         }
     }
-    outlet.waiting.push_back(pulse);
+    try {
+        outlet.waiting.push_back(pulse);
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
     if (outlet.waiting.size() == 1 && !watch_outlet(client, outlet, EPOLL_CTL_MOD, true)) {
         const KeepErrno keep;
         outlet.waiting.pop_back();
@@ -144,7 +152,7 @@ bool grant_pulses(uint32_t serial, int control, int number) {
     ::shutdown(near_end.get(), SHUT_RD); // nothing is received here, so nothing can be sent here
     int error;
     {
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         error = add_outlet(*server.find_client(serial), number, std::move(near_end),
                            ++server.last_incarnation);
     }
@@ -154,7 +162,7 @@ bool grant_pulses(uint32_t serial, int control, int number) {
 
 void serve_outlet(const Source &source, bool hung_up) {
     Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     Client *client = server.find_client(source.serial);
     if (!client || source.lane >= client->outlets.size()) {
         return;
@@ -188,22 +196,24 @@ int ipc_deliver_event(int receive_id, const struct ipc_event *event) {
     struct ipc_pulse pulse = {};
     pulse.code = static_cast<int8_t>(event->code);
     pulse.value = event->value;
-    const std::lock_guard guard(Server::instance().lock);
+    Server &server = Server::instance();
+    const MutexLock guard(server_lock);
     Client *client = nullptr;
-    PulseOutlet *const outlet = find_outlet(receive_id, *event, &client);
+    PulseOutlet *const outlet = find_outlet(server, receive_id, *event, &client);
     if (!outlet) {
         return fail(ESRCH);
     }
-    return or_no_memory([&] { return deliver(*client, *outlet, pulse); });
+    return deliver(*client, *outlet, pulse);
 }
 
 int ipc_check_event(int receive_id, const struct ipc_event *event) {
     if (!is_pulse_event(event)) {
         return fail(EINVAL);
     }
-    const std::lock_guard guard(Server::instance().lock);
+    Server &server = Server::instance();
+    const MutexLock guard(server_lock);
     Client *client = nullptr;
-    const PulseOutlet *const outlet = find_outlet(receive_id, *event, &client);
+    const PulseOutlet *const outlet = find_outlet(server, receive_id, *event, &client);
     if (!outlet) {
         return fail(ESRCH);
     }

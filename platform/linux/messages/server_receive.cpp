@@ -90,7 +90,7 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
     Server &server = Server::instance();
     int socket;
     {
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         Client *client = server.find_client(source.serial);
         if (!client || source.lane >= client->lanes.size()) {
             return false;
@@ -124,7 +124,7 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
     }
 
     {
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         Client &client = *server.find_client(source.serial); // pinned
         Lane &lane = client.lanes[source.lane];
         const bool alive = !lane.socket.closing;
@@ -166,11 +166,12 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
 
 ssize_t ipc_read(int receive_id, void *buffer, size_t length, size_t offset) {
     using namespace vantro::platform;
+    using vantro::MutexLock;
     const CancelDisabled no_cancel; // or the message would be lost with the thread
     Server &server = Server::instance();
     std::shared_ptr<KeptMessage> kept;
     {
-        const std::lock_guard guard(server.lock);
+        const MutexLock guard(server_lock);
         Client *client = nullptr;
         const Lane *lane =
             receive_id > 0 ? server.find_waiting(ReceiveId::unpack(receive_id), &client) : nullptr;

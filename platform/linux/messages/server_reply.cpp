@@ -9,6 +9,7 @@
 #include "platform/portable/guards.h"
 
 using namespace vantro::platform;
+using vantro::MutexLock;
 
 namespace {
 
@@ -19,8 +20,7 @@ struct Claim {
 };
 
 // Finds the lane of a message for its answer. A message that is past it is settled with that.
-Lane *find_for_answer(const ReceiveId &id, Client **client) {
-    Server &server = Server::instance();
+Lane *find_for_answer(Server &server, const ReceiveId &id, Client **client) REQUIRES(server_lock) {
     Lane *lane = server.find_waiting(id, client);
     if (!lane) {
         server.forget_owed(id);
@@ -29,17 +29,18 @@ Lane *find_for_answer(const ReceiveId &id, Client **client) {
 }
 
 bool waits(const ReceiveId &id) {
-    const std::lock_guard guard(Server::instance().lock);
+    Server &server = Server::instance();
+    const MutexLock guard(server_lock);
     Client *client = nullptr;
-    return find_for_answer(id, &client) != nullptr;
+    return find_for_answer(server, id, &client) != nullptr;
 }
 
 // Ends the exchange in the books, before the answer is sent.
 bool claim(const ReceiveId &id, Claim &taken) {
     Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     Client *client = nullptr;
-    Lane *lane = find_for_answer(id, &client);
+    Lane *lane = find_for_answer(server, id, &client);
     if (!lane) {
         return false;
     }
@@ -59,7 +60,7 @@ bool claim(const ReceiveId &id, Claim &taken) {
 // take its answers: it loses its connection.
 void settle(const ReceiveId &id, bool sent, int error) {
     Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     Client &client = *server.find_client(id.serial); // pinned
     if (!sent && !client.gone) {
         if (error == EPIPE || error == ECONNRESET) {
@@ -142,7 +143,7 @@ int ipc_waiting(int receive_id) {
     }
     const CancelDisabled no_cancel;
     Server &server = Server::instance();
-    const std::lock_guard guard(server.lock);
+    const MutexLock guard(server_lock);
     Client *client = nullptr;
     const Lane *lane = server.find_waiting(ReceiveId::unpack(receive_id), &client);
     if (!lane || lane->hung_up) {

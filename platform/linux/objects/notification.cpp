@@ -5,9 +5,9 @@
 
 #include <array>
 #include <cerrno>
-#include <mutex>
 #include <utility>
 
+#include "common/locks.h"
 #include "platform/linux/objects/ring_inotify.h"
 #include "platform/portable/guards.h"
 
@@ -19,18 +19,18 @@ namespace {
 struct Spares {
     static constexpr size_t max = 4;
 
-    std::mutex lock;
-    std::array<UniqueFd, max> instances;
-    size_t count = 0;
+    Mutex lock;
+    std::array<UniqueFd, max> instances GUARDED_BY(lock);
+    size_t count GUARDED_BY(lock) = 0;
 
     // Threads may still wait while the process ends. They find no instance to take here.
     ~Spares() {
-        const std::lock_guard guard(lock);
+        const MutexLock guard(lock);
         count = 0;
     }
     UniqueFd take() {
         {
-            const std::lock_guard guard(lock);
+            const MutexLock guard(lock);
             if (count > 0) {
                 return std::move(instances[--count]);
             }
@@ -38,7 +38,7 @@ struct Spares {
         return make_inotify();
     }
     void give_back(UniqueFd instance) {
-        const std::lock_guard guard(lock);
+        const MutexLock guard(lock);
         if (count < max) {
             instances[count++] = std::move(instance);
         }
@@ -94,11 +94,11 @@ bool Notification::finish() {
     return closed;
 }
 
-void hold_spare_instances() {
+void hold_spare_instances() ACQUIRE(spares.lock) {
     spares.lock.lock();
 }
 
-void release_spare_instances(bool in_child) {
+void release_spare_instances(bool in_child) RELEASE(spares.lock) {
     if (in_child) {
         for (UniqueFd &instance : spares.instances) {
             instance.reset();

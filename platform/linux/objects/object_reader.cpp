@@ -89,7 +89,7 @@ ssize_t ObjectReader::read(void *buffer, size_t length) {
         return 0;
     }
     const CancelDisabled no_cancel;
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     if (!ring_file_) {
         return fail(EBADF);
     }
@@ -253,7 +253,7 @@ void ObjectReader::give_state(const ObjectState &state) {
     size_t known_bytes = 0;
     pending.reserve(texts.size() + known_.size());
     std::set<std::string_view> ended(known_.begin(), known_.end());
-    std::for_each(texts.rbegin(), texts.rend(), [&](ObjectState::Text &text) {
+    std::for_each(texts.rbegin(), texts.rend(), [&](ObjectState::Text &text) REQUIRES(lock_) {
         if (is_new_) {
             text.text.erase(0, 1); // The first text of an object: there is nothing to truncate.
         } else if (text.birth < position_) {
@@ -276,6 +276,7 @@ void ObjectReader::give_state(const ObjectState &state) {
 // The number stays taken, by a descriptor that cannot be read, until it is closed. Otherwise the
 // child could open a file under this number, and then read or close it as its parent's reader.
 void ObjectReader::abandon_in_child() {
+    lock_.assume_held(); // by a thread that the child does not have, or by nobody
     ring_.close();
     const UniqueFd placeholder(::open("/", O_PATH | O_CLOEXEC));
     if (placeholder && ::dup3(placeholder.get(), ring_file_.get(), O_CLOEXEC) >= 0) {

@@ -14,12 +14,12 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "common/locks.h"
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/objects/notification.h"
 #include "platform/linux/objects/poll_descriptor.h"
@@ -42,14 +42,15 @@ class ObjectReader {
     int descriptor() const { return ring_file_.get(); }
 
     // See objects.h and notify.h.
-    ssize_t read(void *buffer, size_t length);
-    int arm(int signal);
-    void disarm();
-    int wait(int timeout_ms);
+    ssize_t read(void *buffer, size_t length) EXCLUDES(lock_);
+    int arm(int signal) EXCLUDES(lock_);
+    void disarm() EXCLUDES(lock_);
+    int wait(int timeout_ms) EXCLUDES(lock_);
     void wake() { bell_.ring(); }
-    int poll_descriptor();
-    int settle();
-    // Ends the watches, if there are any. Must be called before the reader is destroyed.
+    int poll_descriptor() EXCLUDES(lock_);
+    int settle() EXCLUDES(lock_);
+    // Ends the watches, if there are any. Must be called before the reader is destroyed, by the
+    // only thread that still knows it.
     void end_watches();
 
     // In a child of fork: closes the copies, but keeps the descriptor's number taken.
@@ -64,48 +65,50 @@ class ObjectReader {
     bool quiet() const;
     bool is_read(std::string_view object) const { return object_.empty() || object == object_; }
     // Makes `current_` the next text to give. May throw std::bad_alloc.
-    Got fetch();
+    Got fetch() REQUIRES(lock_);
     // One attempt of fetch(). @return `again` where the ring was overwritten meanwhile.
-    Got find_next();
+    Got find_next() REQUIRES(lock_);
     // Reads on up to the position `end`, until there is a text to give.
-    Got follow(uint64_t end);
+    Got follow(uint64_t end) REQUIRES(lock_);
     // Makes `pending_` from the newest snapshot and the changes after it.
-    Got start_over();
-    Got load_state(ObjectState &state, uint64_t &position);
-    void give_state(const ObjectState &state);
+    Got start_over() REQUIRES(lock_);
+    Got load_state(ObjectState &state, uint64_t &position) REQUIRES(lock_);
+    void give_state(const ObjectState &state) REQUIRES(lock_);
     // Makes the change in `record_` the current text, if its object is one that is read.
-    Got take_change();
+    Got take_change() REQUIRES(lock_);
     // Whether there is a text to give. May throw std::bad_alloc.
-    bool has_input() { return fetch() != Got::nothing; }
+    bool has_input() REQUIRES(lock_) { return fetch() != Got::nothing; }
     // Looks whether the publisher lives, and then the same.
-    bool has_input_or_ended();
+    bool has_input_or_ended() REQUIRES(lock_);
     // Watches the ring for a wait, where there is no watch, and looks for input.
     // @return NOTIFY_INPUT, 0, or -1 with errno.
-    int watch_and_look(bool publisher_closed);
-    void end_armed_watch();
+    int watch_and_look(bool publisher_closed) EXCLUDES(lock_);
+    void end_armed_watch() REQUIRES(lock_);
 
+    // Both are open before the reader is shared, and closed only in a child of fork.
     UniqueFd ring_file_;
     RingView ring_;
     std::string object_; // the one to read; empty for all
 
-    std::mutex lock_;
+    Mutex lock_;
     std::atomic<uint64_t> position_{0};
     std::atomic<bool> unsettled_{true};
-    bool must_start_over_ = true;
-    bool is_new_ = true; // has not given a text yet
-    bool gone_ = false;  // the publisher has died or closed
-    bool is_corrupt_ = false;
+    bool must_start_over_ GUARDED_BY(lock_) = true;
+    bool is_new_ GUARDED_BY(lock_) = true; // has not given a text yet
+    bool gone_ GUARDED_BY(lock_) = false;  // the publisher has died or closed
+    bool is_corrupt_ GUARDED_BY(lock_) = false;
 
-    std::string current_;
-    std::vector<std::string> pending_;         // the next one last
-    std::set<std::string, std::less<>> known_; // the objects that its texts have made known
-    size_t known_bytes_ = 0;
-    std::string record_;
-    unsigned read_without_waiting_ = 0; // changes
-    Notification notification_;
+    std::string current_ GUARDED_BY(lock_);
+    std::vector<std::string> pending_ GUARDED_BY(lock_); // the next one last
+    // The objects that its texts have made known.
+    std::set<std::string, std::less<>> known_ GUARDED_BY(lock_);
+    size_t known_bytes_ GUARDED_BY(lock_) = 0;
+    std::string record_ GUARDED_BY(lock_);
+    unsigned read_without_waiting_ GUARDED_BY(lock_) = 0; // changes
+    Notification notification_ GUARDED_BY(lock_);
     WakeBell bell_;
     RingWaiter waiter_;
-    PollDescriptor poll_;
+    PollDescriptor poll_ GUARDED_BY(lock_);
 };
 
 // object_table.cpp

@@ -5,9 +5,9 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <mutex>
 #include <new>
 
+#include "common/locks.h"
 #include "platform/linux/objects/object_reader.h"
 #include "platform/portable/guards.h"
 
@@ -24,8 +24,9 @@ using Chunk = std::array<Slot, chunk_slots>;
 
 // Constant-initialised and without destructors, so that a reader can be closed at any time before
 // the process ends.
-std::mutex table_lock;
-ObjectReader *readers = nullptr;
+constinit Mutex table_lock;
+// The first of all; ObjectReader::next links them.
+ObjectReader *readers GUARDED_BY(table_lock) = nullptr;
 Chunk first_chunk;
 std::array<std::atomic<Chunk *>, chunks_max> chunks = {&first_chunk};
 
@@ -38,17 +39,17 @@ Slot *slot_of(int descriptor) {
     return chunk ? &(*chunk)[index % chunk_slots] : nullptr;
 }
 
-void before_fork() {
+void before_fork() ACQUIRE(table_lock, watches_lock) {
     table_lock.lock();
     hold_spare_instances();
     hold_shared_watches();
 }
-void after_fork_in_parent() {
+void after_fork_in_parent() RELEASE(table_lock, watches_lock) {
     release_shared_watches(false);
     release_spare_instances(false);
     table_lock.unlock();
 }
-void after_fork_in_child() {
+void after_fork_in_child() RELEASE(table_lock, watches_lock) {
     release_shared_watches(true);
     release_spare_instances(true);
     for (ObjectReader *reader = readers; reader; reader = reader->next) {
@@ -86,7 +87,7 @@ int open_reader(std::string_view relative, int flags) {
         if (chunk >= chunks_max) {
             return fail(EMFILE);
         }
-        const std::lock_guard guard(table_lock);
+        const MutexLock guard(table_lock);
         if (!chunks[chunk]) {
             chunks[chunk] = new Chunk{};
         }
@@ -110,7 +111,7 @@ bool close_reader(int descriptor) {
         return false;
     }
     reader->end_watches();
-    const std::lock_guard guard(table_lock);
+    const MutexLock guard(table_lock);
     for (ObjectReader **link = &readers; *link; link = &(*link)->next) {
         if (*link == reader.get()) {
             *link = reader->next;

@@ -6,10 +6,10 @@
 #include <array>
 #include <cerrno>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <string_view>
 
+#include "common/locks.h"
 #include "platform/linux/objects/object_directory.h"
 #include "platform/linux/objects/object_reader.h"
 #include "platform/linux/runtime/platform_path.h"
@@ -18,46 +18,62 @@
 #include "platform/portable/object_state.h"
 
 using namespace vantro::platform;
+using vantro::Mutex;
+using vantro::MutexLock;
+
+namespace {
+
+// Of the list of publishers. It comes before those of the publishers, and is held with all of them
+// across a fork, so that the child finds each whole. It needs no destructor: it outlives whatever
+// else the process destroys at its end.
+constinit Mutex publishers_lock;
+
+} // namespace
 
 struct object_publisher {
-    std::mutex lock;
-    ObjectDirectory directory;
-    RingWriter ring;
-    ObjectState state; // as the ring tells it
-    bool abandoned = false;
-    object_publisher *next = nullptr; // in the list of all, under its lock
-    std::array<char, OBJECT_CHANGE_MAX + 1> text;
+    Mutex lock ACQUIRED_AFTER(publishers_lock);
+    ObjectDirectory directory GUARDED_BY(lock);
+    RingWriter ring GUARDED_BY(lock);
+    ObjectState state GUARDED_BY(lock); // as the ring tells it
+    bool abandoned GUARDED_BY(lock) = false;
+    object_publisher *next GUARDED_BY(publishers_lock) = nullptr; // in the list of all
+    std::array<char, OBJECT_CHANGE_MAX + 1> text GUARDED_BY(lock);
 
-    int publish(std::string_view change);
+    int publish(std::string_view change) REQUIRES(lock);
+    void abandon_in_child() REQUIRES(lock);
+    void retire() REQUIRES(lock);
 };
 
 namespace {
 
-// The publishers of this process, for fork. The list's lock comes before those of the publishers,
-// and is held with all of them across a fork, so that the child finds each whole. It holds no
-// memory and needs no destructor: it outlives whatever else the process destroys at its end.
-std::mutex publishers_lock;
-object_publisher *publishers = nullptr;
+object_publisher *publishers GUARDED_BY(publishers_lock) = nullptr;
 
-void before_fork() {
-    publishers_lock.lock();
+// The analysis has no name for the locks of all publishers.
+void hold_all() REQUIRES(publishers_lock) NO_THREAD_SAFETY_ANALYSIS {
     for (object_publisher *one = publishers; one; one = one->next) {
         one->lock.lock();
     }
 }
-void after_fork_in_parent() {
+void release_all() REQUIRES(publishers_lock) NO_THREAD_SAFETY_ANALYSIS {
     for (object_publisher *one = publishers; one; one = one->next) {
         one->lock.unlock();
     }
+}
+
+void before_fork() ACQUIRE(publishers_lock) {
+    publishers_lock.lock();
+    hold_all();
+}
+void after_fork_in_parent() RELEASE(publishers_lock) {
+    release_all();
     publishers_lock.unlock();
 }
-void after_fork_in_child() {
+void after_fork_in_child() RELEASE(publishers_lock) {
     for (object_publisher *one = publishers; one; one = one->next) {
-        one->abandoned = true;
-        one->directory.close();
-        one->ring.abandon_in_child();
-        one->lock.unlock();
+        one->lock.assume_held(); // since before_fork()
+        one->abandon_in_child();
     }
+    release_all();
     publishers_lock.unlock();
 }
 
@@ -68,7 +84,8 @@ bool take_and_enlist(object_publisher *publisher, std::string_view directory,
     static const int watches_fork =
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
     static_cast<void>(watches_fork);
-    const std::lock_guard guard(publishers_lock);
+    const MutexLock guard(publishers_lock);
+    const MutexLock own_guard(publisher->lock);
     if (!publisher->directory.take(directory, publisher->ring, readers)) {
         return false;
     }
@@ -78,7 +95,7 @@ bool take_and_enlist(object_publisher *publisher, std::string_view directory,
 }
 
 void strike_off(object_publisher *publisher) {
-    const std::lock_guard guard(publishers_lock);
+    const MutexLock guard(publishers_lock);
     for (object_publisher **link = &publishers; *link; link = &(*link)->next) {
         if (*link == publisher) {
             *link = publisher->next;
@@ -124,6 +141,20 @@ int object_publisher::publish(std::string_view change) {
     return 0;
 }
 
+void object_publisher::abandon_in_child() {
+    abandoned = true;
+    directory.close();
+    ring.abandon_in_child();
+}
+
+void object_publisher::retire() {
+    if (!abandoned) {
+        ring.retire();
+        RingWriter::ring_bell(directory.ring_file());
+        directory.remove();
+    }
+}
+
 struct object_publisher *object_publisher_open(const char *directory) {
     return object_publisher_open_for(directory, &everybody);
 }
@@ -155,12 +186,8 @@ void object_publisher_close(struct object_publisher *publisher) {
     }
     const CancelDisabled no_cancel;
     {
-        const std::lock_guard guard(publisher->lock);
-        if (!publisher->abandoned) {
-            publisher->ring.retire();
-            RingWriter::ring_bell(publisher->directory.ring_file());
-            publisher->directory.remove();
-        }
+        const MutexLock guard(publisher->lock);
+        publisher->retire();
     }
     strike_off(publisher);
     delete publisher;
@@ -173,7 +200,7 @@ int object_publish(struct object_publisher *publisher, const char *object, unsig
         return fail(EINVAL);
     }
     const CancelDisabled no_cancel;
-    const std::lock_guard guard(publisher->lock);
+    const MutexLock guard(publisher->lock);
     if (publisher->abandoned) {
         return fail(EBADF);
     }
@@ -211,7 +238,7 @@ int object_delete(struct object_publisher *publisher, const char *object) {
         return fail(EINVAL);
     }
     const CancelDisabled no_cancel;
-    const std::lock_guard guard(publisher->lock);
+    const MutexLock guard(publisher->lock);
     if (publisher->abandoned) {
         return fail(EBADF);
     }

@@ -1,6 +1,7 @@
 // How a reader learns that there is something to read: by a signal, in a wait, or from a
 // descriptor.
 #include <cerrno>
+#include <new>
 
 #include <vantro/platform/notify.h>
 
@@ -36,7 +37,9 @@ void ObjectReader::end_armed_watch() {
     }
 }
 
+// The lock is not taken: in a child of fork it may be held by a thread that is not there.
 void ObjectReader::end_watches() {
+    lock_.assume_held();
     end_armed_watch();
     stop_watching(waiter_);
 }
@@ -48,7 +51,7 @@ bool ObjectReader::has_input_or_ended() {
 
 int ObjectReader::arm(int signal) {
     const CancelDisabled no_cancel;
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     if (!ring_file_) {
         return fail(EBADF);
     }
@@ -77,7 +80,7 @@ int ObjectReader::arm(int signal) {
 void ObjectReader::disarm() {
     const CancelDisabled no_cancel;
     const KeepErrno keep;
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     notification_.silence();
     if (notification_.watches()) {
         unsettled_.store(true, std::memory_order_relaxed);
@@ -85,14 +88,14 @@ void ObjectReader::disarm() {
 }
 
 int ObjectReader::watch_and_look(bool publisher_closed) {
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     if (!ring_file_) {
         return fail(EBADF);
     }
     read_without_waiting_ = 0;
-    return or_no_memory([&] {
+    try {
         if (publisher_closed ? has_input_or_ended() : has_input()) {
-            return int{NOTIFY_INPUT};
+            return NOTIFY_INPUT;
         }
         if (!bell_.prepare()) {
             return -1;
@@ -106,8 +109,10 @@ int ObjectReader::watch_and_look(bool publisher_closed) {
             break;
         }
         fence_at_the_bell();
-        return has_input_or_ended() ? int{NOTIFY_INPUT} : 0;
-    });
+        return has_input_or_ended() ? NOTIFY_INPUT : 0;
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
 }
 
 int ObjectReader::wait(int timeout_ms) {
@@ -133,14 +138,14 @@ int ObjectReader::wait(int timeout_ms) {
 
 int ObjectReader::poll_descriptor() {
     const CancelDisabled no_cancel;
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     if (!ring_file_) {
         return fail(EBADF);
     }
     if (poll_.is_open()) {
         return poll_.get();
     }
-    return or_no_memory([this] {
+    try {
         if (!bell_.prepare() || !poll_.open(ring_file_.get(), bell_)) {
             return -1;
         }
@@ -149,25 +154,29 @@ int ObjectReader::poll_descriptor() {
             bell_.ring();
         }
         return poll_.get();
-    });
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
 }
 
 int ObjectReader::settle() {
     const CancelDisabled no_cancel;
-    const std::lock_guard guard(lock_);
+    const MutexLock guard(lock_);
     if (!ring_file_ || !poll_.is_open()) {
         return fail(EBADF);
     }
-    return or_no_memory([this] {
+    try {
         bell_.take();
         const bool closed = poll_.drain();
         fence_at_the_bell();
         if (closed ? has_input_or_ended() : has_input()) {
             bell_.ring();
-            return int{NOTIFY_INPUT};
+            return NOTIFY_INPUT;
         }
         return 0;
-    });
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
 }
 
 } // namespace vantro::platform

@@ -4,34 +4,32 @@
 
 #include <array>
 #include <cerrno>
-#include <mutex>
 #include <utility>
 
 #include "platform/linux/objects/ring_inotify.h"
 
 namespace vantro::platform {
 
+constinit Mutex watches_lock;
+
 namespace {
 
 // Nothing in it needs a destructor but the descriptor: threads may still wait while the process
 // ends.
 struct SharedInstance {
-    std::mutex lock;
-    UniqueFd inotify;
-    RingWaiter *waiters = nullptr; // that have a watch
-    const RingWaiter *leader = nullptr;
+    UniqueFd inotify GUARDED_BY(watches_lock);
+    RingWaiter *waiters GUARDED_BY(watches_lock) = nullptr; // that have a watch
+    const RingWaiter *leader GUARDED_BY(watches_lock) = nullptr;
 
     ~SharedInstance() {
-        const std::lock_guard guard(lock);
+        const MutexLock guard(watches_lock);
         inotify.reset();
     }
 };
 
 SharedInstance shared;
 
-// The functions in this namespace are called with the lock held.
-
-bool is_watched(int watch) {
+bool is_watched(int watch) REQUIRES(watches_lock) {
     for (const RingWaiter *waiter = shared.waiters; waiter; waiter = waiter->next) {
         if (waiter->watch == watch) {
             return true;
@@ -40,7 +38,7 @@ bool is_watched(int watch) {
     return false;
 }
 
-void strike_off(const RingWaiter &waiter) {
+void strike_off(const RingWaiter &waiter) REQUIRES(watches_lock) {
     for (RingWaiter **link = &shared.waiters; *link; link = &(*link)->next) {
         if (*link == &waiter) {
             *link = waiter.next;
@@ -49,7 +47,7 @@ void strike_off(const RingWaiter &waiter) {
     }
 }
 
-void end_watch(int watch) {
+void end_watch(int watch) REQUIRES(watches_lock) {
     for (RingWaiter **link = &shared.waiters; *link;) {
         RingWaiter &waiter = **link;
         if (waiter.watch == watch) {
@@ -66,7 +64,7 @@ void end_watch(int watch) {
 constexpr unsigned missed_max = 16;
 
 // Tells the readers of a ring. Where none of them waits any more, the watch ends.
-void tell(const struct inotify_event &event) {
+void tell(const struct inotify_event &event) REQUIRES(watches_lock) {
     const bool all = (event.mask & IN_Q_OVERFLOW) != 0;
     bool known = false;
     bool is_wanted = false;
@@ -91,16 +89,16 @@ void tell(const struct inotify_event &event) {
 
 // A thread's stay among those that wait. The end of it, by whatever way, leaves a leader behind
 // where anybody still waits.
-class Waiting {
+class SCOPED_CAPABILITY Waiting {
   public:
-    explicit Waiting(RingWaiter &waiter) : waiter_(waiter) {
-        shared.lock.lock();
+    explicit Waiting(RingWaiter &waiter) ACQUIRE(watches_lock) : waiter_(waiter) {
+        watches_lock.lock();
         waiter_.waiting = true;
         waiter_.missed = 0;
     }
-    ~Waiting() {
+    ~Waiting() RELEASE() {
         if (!locked_) {
-            shared.lock.lock();
+            watches_lock.lock();
         }
         waiter_.waiting = false;
         if (shared.leader == &waiter_) {
@@ -113,13 +111,13 @@ class Waiting {
         if (next) {
             next->bell->wake();
         }
-        shared.lock.unlock();
+        watches_lock.unlock();
     }
     Waiting(const Waiting &) = delete;
     Waiting &operator=(const Waiting &) = delete;
 
     // Sleeps once. @return as ppoll().
-    int sleep(const timespec *timeout, const CancelDisabled &cancel) {
+    int sleep(const timespec *timeout, const CancelDisabled &cancel) REQUIRES(watches_lock) {
         if (!shared.leader) {
             shared.leader = &waiter_;
         }
@@ -142,13 +140,13 @@ class Waiting {
     }
 
   private:
-    void lock() {
-        shared.lock.lock();
+    void lock() ACQUIRE(watches_lock) {
+        watches_lock.lock();
         locked_ = true;
     }
-    void unlock() {
+    void unlock() RELEASE(watches_lock) {
         locked_ = false;
-        shared.lock.unlock();
+        watches_lock.unlock();
     }
 
     RingWaiter &waiter_;
@@ -170,7 +168,7 @@ bool time_left(const timespec &until, timespec &left) {
 } // namespace
 
 Watched watch_ring(RingWaiter &waiter, int ring_file, const WakeBell &bell) {
-    const std::lock_guard guard(shared.lock);
+    const MutexLock guard(watches_lock);
     if (waiter.watch >= 0) {
         return Watched::already;
     }
@@ -191,7 +189,7 @@ Watched watch_ring(RingWaiter &waiter, int ring_file, const WakeBell &bell) {
 
 void stop_watching(RingWaiter &waiter) {
     const KeepErrno keep;
-    const std::lock_guard guard(shared.lock);
+    const MutexLock guard(watches_lock);
     if (waiter.watch < 0 || waiter.waiting) {
         return;
     }
@@ -224,7 +222,7 @@ Woke sleep_for_ring(RingWaiter &waiter, const std::optional<timespec> &until,
 }
 
 void hold_shared_watches() {
-    shared.lock.lock();
+    watches_lock.lock();
 }
 
 void release_shared_watches(bool in_child) {
@@ -233,7 +231,7 @@ void release_shared_watches(bool in_child) {
         shared.waiters = nullptr;
         shared.leader = nullptr;
     }
-    shared.lock.unlock();
+    watches_lock.unlock();
 }
 
 } // namespace vantro::platform

@@ -15,30 +15,36 @@
 
 #include <optional>
 
+#include "common/locks.h"
 #include "platform/linux/objects/wake_bell.h"
 #include "platform/portable/guards.h"
 
 namespace vantro::platform {
 
-// A reader's place among them. Everything is guarded by the lock of the shared instance.
+// Of the shared instance.
+extern Mutex watches_lock;
+
+// A reader's place among them.
 struct RingWaiter {
-    int watch = -1;       // its ring's, in the shared instance
-    bool waiting = false; // a thread sleeps, or is about to
-    bool rung = false;    // the ring was written, or closed, since the last sleep ended
-    bool closed = false;  // ... by its publisher, since that was last told
-    unsigned missed = 0;  // events since the last sleep
-    const WakeBell *bell = nullptr;
-    RingWaiter *next = nullptr;
+    int watch GUARDED_BY(watches_lock) = -1;       // its ring's, in the shared instance
+    bool waiting GUARDED_BY(watches_lock) = false; // a thread sleeps, or is about to
+    // The ring was written, or closed, since the last sleep ended; or closed by its publisher,
+    // since that was last told.
+    bool rung GUARDED_BY(watches_lock) = false;
+    bool closed GUARDED_BY(watches_lock) = false;
+    unsigned missed GUARDED_BY(watches_lock) = 0; // events since the last sleep
+    const WakeBell *bell GUARDED_BY(watches_lock) = nullptr;
+    RingWaiter *next GUARDED_BY(watches_lock) = nullptr;
 };
 
 enum class Watched { already, anew, failed };
 
 // Watches a ring for a reader. What was appended before a new watch must be looked for after it.
 // On failure errno says why.
-Watched watch_ring(RingWaiter &waiter, int ring_file, const WakeBell &bell);
+Watched watch_ring(RingWaiter &waiter, int ring_file, const WakeBell &bell) EXCLUDES(watches_lock);
 
 // Ends the watch, if there is one that nobody waits with.
-void stop_watching(RingWaiter &waiter);
+void stop_watching(RingWaiter &waiter) EXCLUDES(watches_lock);
 
 struct Woke {
     enum class By { ring, bell, time, signal } by;
@@ -49,11 +55,11 @@ struct Woke {
 // handler has run. The only cancellation point here: `cancel` is lifted while it sleeps.
 // @param until by the monotonic clock; none for no limit.
 Woke sleep_for_ring(RingWaiter &waiter, const std::optional<timespec> &until,
-                    const CancelDisabled &cancel);
+                    const CancelDisabled &cancel) EXCLUDES(watches_lock);
 
 // Around a fork. The child closes its copy of the instance.
-void hold_shared_watches();
-void release_shared_watches(bool in_child);
+void hold_shared_watches() ACQUIRE(watches_lock);
+void release_shared_watches(bool in_child) RELEASE(watches_lock);
 
 } // namespace vantro::platform
 

@@ -16,6 +16,7 @@
 #include "platform/portable/guards.h"
 
 using namespace vantro::platform;
+using vantro::MutexLock;
 
 namespace {
 
@@ -66,7 +67,7 @@ int send_result(const struct path_context *context, int result) {
 
 // A client's open, or one without attachment when it has none.
 PathOpen find_open(struct path_dispatch &dispatch, int conn_id) {
-    const std::lock_guard guard(dispatch.lock);
+    const MutexLock guard(dispatch.lock);
     const auto found = dispatch.opens.find(conn_id);
     return found == dispatch.opens.end() ? PathOpen() : found->second;
 }
@@ -76,7 +77,7 @@ int handle_open(struct path_context *context, const PathMessage &message) {
     const int conn_id = context->info.conn_id;
     const PathAttachment *attachment = nullptr;
     {
-        const std::lock_guard guard(dispatch.lock);
+        const MutexLock guard(dispatch.lock);
         const auto found = dispatch.attachments.find(client_attachment(conn_id));
         if (found != dispatch.attachments.end()) {
             attachment = found->second.get();
@@ -93,7 +94,7 @@ int handle_open(struct path_context *context, const PathMessage &message) {
     const int result = connect_handler(*attachment, PATH_CONNECT_OPEN)(&request);
     if (result >= 0) {
         try {
-            const std::lock_guard guard(dispatch.lock);
+            const MutexLock guard(dispatch.lock);
             dispatch.opens.insert_or_assign(conn_id, PathOpen{attachment, request.open_flags});
         } catch (const std::bad_alloc &) {
             return send_result(context, -ENOMEM);
@@ -146,7 +147,7 @@ int handle_pulse(struct path_context *context) {
     }
     PathOpen open;
     {
-        const std::lock_guard guard(context->dispatch->lock);
+        const MutexLock guard(context->dispatch->lock);
         if (auto node = context->dispatch->opens.extract(pulse.conn_id)) {
             open = node.mapped();
         }
@@ -322,13 +323,13 @@ int path_attach(struct path_dispatch *dispatch, const struct path_attach_options
         attachment->attr = handle;
         // Before the path is published: its first client may come at once.
         {
-            const std::lock_guard guard(dispatch->lock);
+            const MutexLock guard(dispatch->lock);
             dispatch->attachments.emplace(id, std::move(attachment));
         }
         if (or_no_memory([&] { return listen_on(dispatch->channel, std::string(relative), id); }) !=
             0) {
             const KeepErrno keep;
-            const std::lock_guard guard(dispatch->lock);
+            const MutexLock guard(dispatch->lock);
             dispatch->attachments.erase(id);
             return -1;
         }

@@ -5,10 +5,11 @@
 #include <vantro/platform/path.h>
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
+
+#include "common/locks.h"
 
 // An attached path.
 struct PathAttachment {
@@ -29,9 +30,10 @@ struct path_dispatch {
     int channel = 0;
     std::vector<std::unique_ptr<global_name_attachment>> names;
 
-    std::mutex lock;                                                      // guards the two below
-    std::unordered_map<int, std::unique_ptr<PathAttachment>> attachments; // by id
-    std::unordered_map<int, PathOpen> opens;                              // by connection id
+    vantro::Mutex lock;
+    // By id.
+    std::unordered_map<int, std::unique_ptr<PathAttachment>> attachments GUARDED_BY(lock);
+    std::unordered_map<int, PathOpen> opens GUARDED_BY(lock); // by connection id
 };
 
 namespace vantro::platform {
