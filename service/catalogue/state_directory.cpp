@@ -55,7 +55,7 @@ bool has_room(const std::filesystem::path &state, size_t bytes) {
 }
 
 int32_t SessionNumbers::take(int32_t count) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (next_ == 0) {
         std::ifstream noted(file_);
         std::error_code error;

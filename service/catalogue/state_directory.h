@@ -5,8 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <mutex>
 #include <string>
+
+#include "common/locks.h"
 
 namespace vantro::service::catalogue {
 
@@ -36,14 +37,14 @@ class SessionNumbers {
     explicit SessionNumbers(std::filesystem::path file) : file_(std::move(file)) {}
 
     // The first of `count` numbers; 0 when they have run out or cannot be noted. Any thread.
-    int32_t take(int32_t count);
+    int32_t take(int32_t count) EXCLUDES(mutex_);
 
   private:
     bool note(int64_t next) const;
 
     const std::filesystem::path file_;
-    std::mutex mutex_; // guards next_
-    int64_t next_ = 0; // not known yet
+    Mutex mutex_;
+    int64_t next_ GUARDED_BY(mutex_) = 0; // not known yet
 };
 
 } // namespace vantro::service::catalogue

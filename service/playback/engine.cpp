@@ -24,7 +24,7 @@ Engine::Engine(Clock clock, uint32_t seed)
       modes_{VANTRO_STATE_IDLE, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF}, noted_(modes_) {}
 
 void Engine::load(SessionPtr session, int32_t index, bool play) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     std::vector<int32_t> order;
     if (modes_.shuffle == VANTRO_SHUFFLE_ON) {
@@ -41,7 +41,7 @@ void Engine::load(SessionPtr session, int32_t index, bool play) {
 
 void Engine::unload(uint64_t tsid) {
     SessionPtr dropped;
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (!session_ || session_->tsid != tsid) {
         return;
     }
@@ -156,7 +156,7 @@ std::chrono::nanoseconds Engine::catch_up() {
 }
 
 int Engine::play() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     if (!session_) {
         return ENODATA;
@@ -171,7 +171,7 @@ int Engine::play() {
 }
 
 int Engine::pause() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     if (playing()) {
         place_at(position(now), now);
@@ -182,7 +182,7 @@ int Engine::pause() {
 }
 
 int Engine::stop() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     const bool moves = playing() || base_ != 0;
     place_at(0, now);
@@ -194,7 +194,7 @@ int Engine::stop() {
 }
 
 int Engine::next() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     if (!session_) {
         return ENODATA;
@@ -213,7 +213,7 @@ int Engine::next() {
 }
 
 int Engine::previous() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     if (!session_) {
         return ENODATA;
@@ -239,7 +239,7 @@ int Engine::previous() {
 // With shuffle the song's place in the order becomes the one after the current song, so that
 // every other song still comes once, and previous() goes back to where the jump was made.
 int Engine::jump(int32_t index) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     if (!session_) {
         return ENODATA;
@@ -266,7 +266,7 @@ int Engine::jump(int32_t index) {
 }
 
 int Engine::seek(int32_t position_ms) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     if (!session_) {
         return ENODATA;
@@ -280,7 +280,7 @@ int Engine::set_rate(float rate) {
     if (!(rate > 0 && rate <= rate_max)) { // false for what is not a number
         return ERANGE;
     }
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     if (modes_.rate == rate) {
         return 0;
@@ -295,7 +295,7 @@ int Engine::set_repeat(int32_t mode) {
     if (mode < VANTRO_REPEAT_OFF || mode > VANTRO_REPEAT_ONE) {
         return ERANGE;
     }
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     modes_.repeat = mode;
     note(0, now);
@@ -307,7 +307,7 @@ int Engine::set_shuffle(int32_t mode) {
     if (mode != VANTRO_SHUFFLE_OFF && mode != VANTRO_SHUFFLE_ON) {
         return ERANGE;
     }
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     if (session_ && modes_.shuffle != mode) {
         const int32_t current = index();
@@ -331,12 +331,12 @@ Engine::Snapshot Engine::at(std::chrono::nanoseconds now) const {
 }
 
 Engine::Snapshot Engine::snapshot() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return at(catch_up());
 }
 
 bool Engine::first_change(Change &change) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (changes_.empty()) {
         return false;
     }
@@ -345,12 +345,12 @@ bool Engine::first_change(Change &change) {
 }
 
 void Engine::drop_change() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     changes_.erase(changes_.begin());
 }
 
 std::optional<std::chrono::nanoseconds> Engine::wake() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto now = catch_up();
     if (!playing()) {
         return std::nullopt;
@@ -361,7 +361,7 @@ std::optional<std::chrono::nanoseconds> Engine::wake() {
     }
     // At a low rate an end may lie beyond what a time can be; some decades do. One microsecond
     // more, for what was rounded.
-    const auto lasts = [this](int64_t us) {
+    const auto lasts = [this](int64_t us) REQUIRES(mutex_) {
         const double real_us = static_cast<double>(us) / double{modes_.rate} + 1;
         return std::chrono::microseconds(std::llround(std::min(real_us, 1e15)));
     };
@@ -371,7 +371,7 @@ std::optional<std::chrono::nanoseconds> Engine::wake() {
 }
 
 std::optional<Engine::Start> Engine::take_start() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (start_taken_ || !playing()) {
         return std::nullopt;
     }
@@ -382,7 +382,7 @@ std::optional<Engine::Start> Engine::take_start() {
 void Engine::checked(uint64_t number, int32_t error) {
     // Time goes on in wake() and with commands alone: were it to go on here, tracks that last less
     // than the look at their files would never be judged.
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (number != start_ || !playing()) {
         return;
     }

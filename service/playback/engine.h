@@ -24,13 +24,13 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <random>
 #include <vector>
 
 #include <vantro/player.h>
 
+#include "common/locks.h"
 #include "service/playback/session.h"
 
 namespace vantro::service::playback {
@@ -87,73 +87,78 @@ class Engine {
 
     // Makes a session the current one, at the start of that song: playing, or else paused. The
     // index is one of the session's, or any_index.
-    void load(SessionPtr session, int32_t index, bool play);
+    void load(SessionPtr session, int32_t index, bool play) EXCLUDES(mutex_);
     // Drops the session if it is the current one; the player is then idle.
-    void unload(uint64_t tsid);
+    void unload(uint64_t tsid) EXCLUDES(mutex_);
 
     // Each returns 0 or the error number with which it refused: ENODATA where there is no session,
     // ERANGE for an argument that is out of range. A refused command changes nothing.
-    int play();
-    int pause();
-    int stop();
-    int next();
-    int previous();
-    int jump(int32_t index);
-    int seek(int32_t position_ms);
-    int set_rate(float rate);
-    int set_shuffle(int32_t mode);
-    int set_repeat(int32_t mode);
+    int play() EXCLUDES(mutex_);
+    int pause() EXCLUDES(mutex_);
+    int stop() EXCLUDES(mutex_);
+    int next() EXCLUDES(mutex_);
+    int previous() EXCLUDES(mutex_);
+    int jump(int32_t index) EXCLUDES(mutex_);
+    int seek(int32_t position_ms) EXCLUDES(mutex_);
+    int set_rate(float rate) EXCLUDES(mutex_);
+    int set_shuffle(int32_t mode) EXCLUDES(mutex_);
+    int set_repeat(int32_t mode) EXCLUDES(mutex_);
 
-    Snapshot snapshot();
+    Snapshot snapshot() EXCLUDES(mutex_);
 
     // How many changes were noted so far. Without the lock.
     uint64_t changes() const { return noted_count_.load(std::memory_order_acquire); }
     // The oldest change that was not yet dropped; false where there is none.
-    bool first_change(Change &change);
-    void drop_change();
+    bool first_change(Change &change) EXCLUDES(mutex_);
+    void drop_change() EXCLUDES(mutex_);
 
     // Does what is due by now. Returns how long until the next time that something will be; nothing
     // while the player does not play.
-    std::optional<std::chrono::nanoseconds> wake();
+    std::optional<std::chrono::nanoseconds> wake() EXCLUDES(mutex_);
 
     // The newest track start whose file has not been handed out for checking; empty if there is
     // none or the player has moved on.
-    std::optional<Start> take_start();
+    std::optional<Start> take_start() EXCLUDES(mutex_);
     // Takes the result of a check: 0, or the VANTRO_ERROR_* with which the player stops and then
     // goes on with the next track, if there is one. The result of a start that is over is ignored.
-    void checked(uint64_t number, int32_t error);
+    void checked(uint64_t number, int32_t error) EXCLUDES(mutex_);
 
   private:
-    Snapshot at(std::chrono::nanoseconds now) const;
-    void note(unsigned what, std::chrono::nanoseconds now, int32_t error = 0);
-    void started();
-    void started_by_choice();
-    bool playing() const { return modes_.state == VANTRO_STATE_PLAYING; }
-    int32_t index() const;
-    int64_t duration() const;
-    int64_t position(std::chrono::nanoseconds now) const;
-    std::chrono::nanoseconds catch_up();
-    void place_at(int64_t position, std::chrono::nanoseconds now);
-    void end_of_session();
-    std::vector<int32_t> draw_order(const TrackSession &session, int32_t first);
+    Snapshot at(std::chrono::nanoseconds now) const REQUIRES(mutex_);
+    void note(unsigned what, std::chrono::nanoseconds now, int32_t error = 0) REQUIRES(mutex_);
+    void started() REQUIRES(mutex_);
+    void started_by_choice() REQUIRES(mutex_);
+    bool playing() const REQUIRES(mutex_) { return modes_.state == VANTRO_STATE_PLAYING; }
+    int32_t index() const REQUIRES(mutex_);
+    int64_t duration() const REQUIRES(mutex_);
+    int64_t position(std::chrono::nanoseconds now) const REQUIRES(mutex_);
+    std::chrono::nanoseconds catch_up() REQUIRES(mutex_);
+    void place_at(int64_t position, std::chrono::nanoseconds now) REQUIRES(mutex_);
+    void end_of_session() REQUIRES(mutex_);
+    std::vector<int32_t> draw_order(const TrackSession &session, int32_t first) REQUIRES(mutex_);
 
     const Clock clock_;
 
-    std::mutex mutex_; // guards all that follows
-    std::minstd_rand random_;
-    VantroStateInfo modes_;
-    SessionPtr session_;
-    std::vector<int32_t> order_; // with shuffle: indices of the session in the order of play
-    int32_t place_ = 0;          // of the current song in the order of play
-    int64_t base_ = 0;           // position in that song at the time base_time_;
-    std::chrono::nanoseconds base_time_{0}; // it moves on from there only while playing
-    std::chrono::nanoseconds next_tick_{0}; // only while playing
-    std::vector<Change> changes_;           // oldest first; those that were not yet dropped
-    VantroStateInfo noted_;                 // as the last change has it
-    std::atomic<uint64_t> noted_count_ = 0; // written with the lock held
-    uint64_t start_ = 0;                    // number of the last start
-    bool start_taken_ = true;
-    int32_t failures_ = 0; // unplayable tracks in a row since a playable one or a command
+    Mutex mutex_;
+    std::minstd_rand random_ GUARDED_BY(mutex_);
+    VantroStateInfo modes_ GUARDED_BY(mutex_);
+    SessionPtr session_ GUARDED_BY(mutex_);
+    // With shuffle: indices of the session in the order of play.
+    std::vector<int32_t> order_ GUARDED_BY(mutex_);
+    // Of the current song in the order of play.
+    int32_t place_ GUARDED_BY(mutex_) = 0;
+    // The position in that song at the time base_time_. It moves on from there only while playing.
+    int64_t base_ GUARDED_BY(mutex_) = 0;
+    std::chrono::nanoseconds base_time_ GUARDED_BY(mutex_){0};
+    std::chrono::nanoseconds next_tick_ GUARDED_BY(mutex_){0}; // only while playing
+    // Oldest first; those that were not yet dropped.
+    std::vector<Change> changes_ GUARDED_BY(mutex_);
+    VantroStateInfo noted_ GUARDED_BY(mutex_); // as the last change has it
+    std::atomic<uint64_t> noted_count_ = 0;    // written with the lock held
+    uint64_t start_ GUARDED_BY(mutex_) = 0;    // number of the last start
+    bool start_taken_ GUARDED_BY(mutex_) = true;
+    // Unplayable tracks in a row since a playable one or a command.
+    int32_t failures_ GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace vantro::service::playback

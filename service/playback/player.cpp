@@ -16,7 +16,7 @@ constexpr int32_t ids_at_once = 64;
 } // namespace
 
 uint64_t SessionIds::take() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (left_ == 0) {
         next_ = catalogue_.take_session_ids(ids_at_once);
         if (next_ <= 0) {
@@ -86,7 +86,7 @@ int Player::play() {
         std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_ALL, std::move(songs));
 
     std::vector<Kept> replaced; // goes after the lock
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (engine_.play() == 0) { // another client has made one meanwhile
         return 0;
     }
@@ -114,7 +114,7 @@ int Player::create(int32_t source, std::string_view node, int32_t index, int32_t
     }
     {
         // Checked here already, so that refused requests use up no ids.
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         if (!with_room_for(maker)) {
             return ENOSPC;
         }
@@ -127,7 +127,7 @@ int Player::create(int32_t source, std::string_view node, int32_t index, int32_t
         std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_NODE, std::move(songs));
 
     std::vector<Kept> replaced; // goes after the lock
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     std::optional<std::vector<Kept>> kept = with_room_for(maker);
     if (!kept) {
         return ENOSPC;
@@ -138,7 +138,7 @@ int Player::create(int32_t source, std::string_view node, int32_t index, int32_t
 }
 
 void Player::maker_gone(uint64_t number) noexcept {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     for (Kept &each : sessions_) {
         each.maker_gone = each.maker_gone || (each.maker.number == number && number != 0);
     }
@@ -146,7 +146,7 @@ void Player::maker_gone(uint64_t number) noexcept {
 
 int Player::destroy(uint64_t tsid) {
     SessionPtr dropped; // goes after the lock
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto found = std::find_if(sessions_.begin(), sessions_.end(), [tsid](const Kept &each) {
         return each.session->tsid == tsid;
     });
@@ -160,7 +160,7 @@ int Player::destroy(uint64_t tsid) {
 }
 
 SessionPtr Player::session(uint64_t tsid) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     for (const Kept &each : sessions_) {
         if (each.session->tsid == tsid) {
             return each.session;
@@ -172,7 +172,7 @@ SessionPtr Player::session(uint64_t tsid) {
 std::string Player::publish(const object_readers &readers, const publishing::Publisher::Log &log,
                             std::function<void()> on_reschedule) {
     std::string error;
-    const std::lock_guard<std::mutex> guard(publish_mutex_);
+    const MutexLock guard(publish_mutex_);
     publisher_ = publishing::Publisher::open(name, readers, log, error);
     if (!publisher_) {
         return error;
@@ -191,7 +191,7 @@ void Player::publish_changes() {
     }
     bool reschedule = false;
     try {
-        const std::lock_guard<std::mutex> guard(publish_mutex_);
+        const MutexLock guard(publish_mutex_);
         // A change whose publishing throws stays, for the next call.
         for (Engine::Change change; engine_.first_change(change); engine_.drop_change()) {
             if (publisher_) {
@@ -257,7 +257,7 @@ void Player::check_file() {
 }
 
 void Player::source_changed(const catalogue::Source &source) {
-    const std::lock_guard<std::mutex> guard(publish_mutex_);
+    const MutexLock guard(publish_mutex_);
     if (!publisher_) {
         return;
     }

@@ -22,12 +22,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "common/locks.h"
 #include "service/catalogue/catalogue.h"
 #include "service/playback/engine.h"
 #include "service/playback/session.h"
@@ -40,13 +40,13 @@ class SessionIds {
   public:
     explicit SessionIds(catalogue::Catalogue &catalogue) : catalogue_(catalogue) {}
     // Returns 0 where there are none.
-    uint64_t take();
+    uint64_t take() EXCLUDES(mutex_);
 
   private:
     catalogue::Catalogue &catalogue_;
-    std::mutex mutex_; // guards all that follows
-    int32_t next_ = 0;
-    int32_t left_ = 0;
+    Mutex mutex_;
+    int32_t next_ GUARDED_BY(mutex_) = 0;
+    int32_t left_ GUARDED_BY(mutex_) = 0;
 };
 
 // Who makes a session.
@@ -71,7 +71,7 @@ class Player {
 
     // Plays; without a session one of all songs. Returns 0, ENODATA (there are no songs), or EIO
     // (the catalogue fails, or no id can be had).
-    int play();
+    int play() EXCLUDES(mutex_);
 
     // Makes a session of a node's songs and makes it the current one, at the song of that index.
     // Returns 0; what the catalogue returned; ENODATA (the node has no songs); ERANGE (index, or
@@ -79,13 +79,13 @@ class Player {
     // that user may have, and the makers of none of them are gone); EIO (no id can be had). Where
     // it fails nothing is changed.
     int create(int32_t source, std::string_view node, int32_t index, int32_t start, uint64_t &tsid,
-               const Maker &maker = {});
+               const Maker &maker = {}) EXCLUDES(mutex_);
 
     // The sessions that this maker made stay, and make room for others.
-    void maker_gone(uint64_t number) noexcept;
+    void maker_gone(uint64_t number) noexcept EXCLUDES(mutex_);
 
     // Returns 0 or ENOENT. Without its current session the player is idle.
-    int destroy(uint64_t tsid);
+    int destroy(uint64_t tsid) EXCLUDES(mutex_);
 
     // As the engine's.
     int pause() { return engine_.pause(); }
@@ -103,28 +103,28 @@ class Player {
     bool has_session() { return engine_.snapshot().session != nullptr; }
 
     // Null where the player has no such session.
-    SessionPtr session(uint64_t tsid);
+    SessionPtr session(uint64_t tsid) EXCLUDES(mutex_);
 
     // Starts publishing; call it once, before the player is shared. `on_reschedule` is called when
     // the time of the next wake() changes or a track starts. Returns an error text, empty on
     // success.
     std::string publish(const object_readers &readers, const publishing::Publisher::Log &log,
-                        std::function<void()> on_reschedule);
+                        std::function<void()> on_reschedule) EXCLUDES(publish_mutex_);
 
     // Publishes every change that is not yet published, whichever thread made it. Cheap where there
     // is none. Changes that cannot be published for want of memory stay for the next call, which
     // on_reschedule brings about.
-    void publish_changes();
+    void publish_changes() EXCLUDES(publish_mutex_);
 
     // Does and publishes what is due now. Returns the time until something is due next, if anything
     // is.
-    std::optional<std::chrono::nanoseconds> wake();
+    std::optional<std::chrono::nanoseconds> wake() EXCLUDES(publish_mutex_);
 
     // Checks whether the track that started last can be played. May wait for the disk.
-    void check_file();
+    void check_file() EXCLUDES(publish_mutex_);
 
     // Publishes a source that has changed, or whose contents have.
-    void source_changed(const catalogue::Source &source);
+    void source_changed(const catalogue::Source &source) EXCLUDES(publish_mutex_);
 
     const std::string name;
 
@@ -134,23 +134,23 @@ class Player {
         Maker maker;
         bool maker_gone = false;
     };
-    // Both with the lock held.
-    std::optional<std::vector<Kept>> with_room_for(const Maker &maker) const;
+    std::optional<std::vector<Kept>> with_room_for(const Maker &maker) const REQUIRES(mutex_);
     void add(std::vector<Kept> kept, SessionPtr session, const Maker &maker, int32_t index,
-             bool play, std::vector<Kept> &replaced);
-    void publish_change(const Engine::Change &change); // with publish_mutex_ held
+             bool play, std::vector<Kept> &replaced) REQUIRES(mutex_);
+    void publish_change(const Engine::Change &change) REQUIRES(publish_mutex_);
 
     Engine engine_;
     catalogue::Catalogue &catalogue_;
     SessionIds &ids_;
-    std::mutex mutex_;
-    std::vector<Kept> sessions_; // guarded by mutex_; oldest first
+    Mutex mutex_;
+    std::vector<Kept> sessions_ GUARDED_BY(mutex_); // oldest first
 
     std::function<void()> on_reschedule_;       // set by publish()
     std::atomic<uint64_t> published_count_ = 0; // changes of the engine that are published
-    std::mutex publish_mutex_;                  // guards all that follows
-    std::unique_ptr<publishing::Publisher> publisher_;
-    catalogue::SongId song_ = 0; // of the track published last, 0 where there is none
+    Mutex publish_mutex_;
+    std::unique_ptr<publishing::Publisher> publisher_ GUARDED_BY(publish_mutex_);
+    // Of the track published last, 0 where there is none.
+    catalogue::SongId song_ GUARDED_BY(publish_mutex_) = 0;
 };
 
 } // namespace vantro::service::playback

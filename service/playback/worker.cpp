@@ -17,7 +17,7 @@ void Worker::start() {
 
 void Worker::stop() {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         stop_ = true;
     }
     wake_.notify_one();
@@ -28,14 +28,14 @@ void Worker::stop() {
 
 void Worker::look() {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         wanted_ = true;
     }
     wake_.notify_one();
 }
 
 void Worker::run() {
-    std::unique_lock<std::mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     while (!stop_) {
         wanted_ = false;
         lock.unlock();
@@ -49,11 +49,18 @@ void Worker::run() {
         }
         lock.lock();
         wanted_ = wanted_ && !failed; // not again at once
-        const auto called = [this] { return wanted_ || stop_; };
-        if (next) {
-            wake_.wait_for(lock, *next, called);
+        wait(next);
+    }
+}
+
+void Worker::wait(std::optional<std::chrono::nanoseconds> time) {
+    const auto end = std::chrono::steady_clock::now() + time.value_or(std::chrono::nanoseconds(0));
+    bool in_time = true;
+    while (!wanted_ && !stop_ && in_time) {
+        if (time) {
+            in_time = wake_.wait_until(mutex_, end);
         } else {
-            wake_.wait(lock, called);
+            wake_.wait(mutex_);
         }
     }
 }

@@ -5,12 +5,12 @@
 #define VANTRO_SERVICE_PLAYBACK_WORKER_H
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <utility>
+
+#include "common/locks.h"
 
 namespace vantro::service::playback {
 
@@ -28,20 +28,22 @@ class Worker {
     void start();
 
     // Ends after the round under way, for good.
-    void stop();
+    void stop() EXCLUDES(mutex_);
 
     // Calls for one more round, which begins after this call. Any thread, a round included; also
     // before the start and after the end.
-    void look();
+    void look() EXCLUDES(mutex_);
 
   private:
-    void run();
+    void run() EXCLUDES(mutex_);
+    // Waits until a round is called for, or for that long.
+    void wait(std::optional<std::chrono::nanoseconds> time) REQUIRES(mutex_);
 
     const Round round_;
-    std::mutex mutex_; // guards the two that follow; not held during a round
-    bool wanted_ = false;
-    bool stop_ = false;
-    std::condition_variable wake_;
+    Mutex mutex_; // not held during a round
+    bool wanted_ GUARDED_BY(mutex_) = false;
+    bool stop_ GUARDED_BY(mutex_) = false;
+    Condition wake_;
     std::thread thread_;
 };
 

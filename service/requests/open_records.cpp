@@ -10,7 +10,7 @@ OpenRecords::Slot *OpenRecords::slot(int32_t index) noexcept {
 }
 
 void OpenRecords::reset(int32_t index, Client client) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (index >= 0 && static_cast<size_t>(index) >= slots_.size()) {
         slots_.resize(static_cast<size_t>(index) + 1);
     }
@@ -21,7 +21,7 @@ void OpenRecords::reset(int32_t index, Client client) {
 }
 
 std::optional<Client> OpenRecords::forget(int32_t index) noexcept {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     Slot *found = slot(index);
     if (!found) {
         return std::nullopt;
@@ -32,19 +32,19 @@ std::optional<Client> OpenRecords::forget(int32_t index) noexcept {
 }
 
 Client OpenRecords::client(int32_t index) noexcept {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const Slot *found = slot(index);
     return found && found->client ? *found->client : Client();
 }
 
 int16_t OpenRecords::player(int32_t index) noexcept {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const Slot *found = slot(index);
     return found ? found->player : no_player;
 }
 
 int OpenRecords::open(int32_t index, int16_t player) noexcept {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     Slot *found = slot(index);
     if (!found) {
         return ENOTCONN;
@@ -57,7 +57,7 @@ int OpenRecords::open(int32_t index, int16_t player) noexcept {
 }
 
 int OpenRecords::close(int32_t index, int16_t player) noexcept {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     Slot *found = slot(index);
     if (!found || found->player != player) {
         return ENOTCONN;

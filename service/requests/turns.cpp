@@ -24,12 +24,13 @@ void Turns::forget_rested() {
     if (last_.size() < forget_at_) {
         return;
     }
-    std::erase_if(last_, [this](const auto &each) { return each.second + 1 < round_; });
+    std::erase_if(last_,
+                  [this](const auto &each) REQUIRES(mutex_) { return each.second + 1 < round_; });
     forget_at_ = std::max(clients_kept, 2 * last_.size());
 }
 
 bool Turns::begin(int32_t client) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (taken_ == places_) {
         return false;
     }
@@ -39,7 +40,7 @@ bool Turns::begin(int32_t client) {
 }
 
 bool Turns::leave(int32_t client, Work work) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (stopped_) {
         return true;
     }
@@ -54,7 +55,7 @@ bool Turns::leave(int32_t client, Work work) {
 }
 
 void Turns::finish() {
-    std::unique_lock<std::mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     while (!waiting_.empty()) {
         auto piece = waiting_.extract(waiting_.begin());
         round_ = std::get<0>(piece.key());
@@ -67,13 +68,13 @@ void Turns::finish() {
 }
 
 void Turns::forget(int32_t client) noexcept {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     last_.erase(client);
 }
 
 void Turns::stop() {
     std::map<Place, Work> dropped; // goes after the lock
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     stopped_ = true;
     dropped.swap(waiting_);
 }

@@ -15,9 +15,10 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <tuple>
 #include <unordered_map>
+
+#include "common/locks.h"
 
 namespace vantro::service::requests {
 
@@ -30,37 +31,38 @@ class Turns {
 
     // Takes a place for a piece of work of that client. Returns false where there is none; the
     // caller then makes ready to leave the piece.
-    bool begin(int32_t client);
+    bool begin(int32_t client) EXCLUDES(mutex_);
 
     // Leaves a piece for its turn. Returns false where a place has become free, which the caller
     // then has. Throws std::bad_alloc.
-    bool leave(int32_t client, Work work);
+    bool leave(int32_t client, Work work) EXCLUDES(mutex_);
 
     // After a piece that was begun: does what waits, if anything does, and gives the place up.
-    void finish();
+    void finish() EXCLUDES(mutex_);
 
     // A client has gone: the next one that has its id is new.
-    void forget(int32_t client) noexcept;
+    void forget(int32_t client) noexcept EXCLUDES(mutex_);
 
     // Drops what waits, and what is left from now on.
-    void stop();
+    void stop() EXCLUDES(mutex_);
 
   private:
     // Number; whether the client asked during the last round; order of arrival.
     using Place = std::tuple<uint64_t, bool, uint64_t>;
 
-    Place next_place(int32_t client); // these two with the lock held
-    void forget_rested();
+    Place next_place(int32_t client) REQUIRES(mutex_);
+    void forget_rested() REQUIRES(mutex_);
 
     const int places_;
-    std::mutex mutex_; // guards all that follows
-    int taken_ = 0;
-    bool stopped_ = false;
-    uint64_t round_ = 1; // the number of the piece that was begun last
-    uint64_t arrivals_ = 0;
-    std::map<Place, Work> waiting_;              // empty while a place is free
-    std::unordered_map<int32_t, uint64_t> last_; // by client; one that is missing has rested
-    size_t forget_at_ = 64;                      // clients in last_
+    Mutex mutex_;
+    int taken_ GUARDED_BY(mutex_) = 0;
+    bool stopped_ GUARDED_BY(mutex_) = false;
+    uint64_t round_ GUARDED_BY(mutex_) = 1; // the number of the piece that was begun last
+    uint64_t arrivals_ GUARDED_BY(mutex_) = 0;
+    std::map<Place, Work> waiting_ GUARDED_BY(mutex_); // empty while a place is free
+    // By client; one that is missing has rested.
+    std::unordered_map<int32_t, uint64_t> last_ GUARDED_BY(mutex_);
+    size_t forget_at_ GUARDED_BY(mutex_) = 64; // clients in last_
 };
 
 } // namespace vantro::service::requests

@@ -70,7 +70,7 @@ UserLimits::Amounts UserLimits::waiting(size_t bytes) {
 }
 
 bool UserLimits::take_open(const Client &client) {
-    std::unique_lock<std::mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     int64_t &opens = opens_[client.connection];
     Amounts wanted = {};
     wanted[static_cast<size_t>(Limited::connections)] = opens == 0 ? 1 : 0;
@@ -92,7 +92,7 @@ bool UserLimits::take_open(const Client &client) {
 }
 
 void UserLimits::give_open(const Client &client) noexcept {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto opens = opens_.find(client.connection);
     const bool last = opens != opens_.end() && --opens->second == 0;
     if (last) {
@@ -105,7 +105,7 @@ void UserLimits::give_open(const Client &client) noexcept {
 }
 
 bool UserLimits::take_waiting(const Client &client, size_t bytes) {
-    std::unique_lock<std::mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     bool first = false;
     const std::optional<Limited> refused = take(client, waiting(bytes), first);
     lock.unlock();
@@ -116,7 +116,7 @@ bool UserLimits::take_waiting(const Client &client, size_t bytes) {
 }
 
 void UserLimits::give_waiting(const Client &client, size_t bytes) noexcept {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     give(client, waiting(bytes));
 }
 

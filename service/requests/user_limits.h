@@ -11,12 +11,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 
 #include <unistd.h>
+
+#include "common/locks.h"
 
 namespace vantro::service::requests {
 
@@ -54,12 +55,12 @@ class UserLimits {
 
     // Counts one more open, and its connection where it is the first one's. Returns whether that is
     // within the limits; else nothing was counted. Throws std::bad_alloc.
-    bool take_open(const Client &client);
-    void give_open(const Client &client) noexcept;
+    bool take_open(const Client &client) EXCLUDES(mutex_);
+    void give_open(const Client &client) noexcept EXCLUDES(mutex_);
 
     // The same for a request of that many bytes that waits for its turn.
-    bool take_waiting(const Client &client, size_t bytes);
-    void give_waiting(const Client &client, size_t bytes) noexcept;
+    bool take_waiting(const Client &client, size_t bytes) EXCLUDES(mutex_);
+    void give_waiting(const Client &client, size_t bytes) noexcept EXCLUDES(mutex_);
 
   private:
     using Amounts = std::array<int64_t, limited_count>;
@@ -72,15 +73,16 @@ class UserLimits {
     static Amounts waiting(size_t bytes);
     // Counts all of what is wanted, or nothing. @return the limit that is in the way, if any is;
     // `first` says whether for the first time.
-    std::optional<Limited> take(const Client &client, const Amounts &wanted, bool &first);
-    void give(const Client &client, const Amounts &given) noexcept; // these two with the lock held
-    void log(const Client &client, Limited what) const;             // and this one without
+    std::optional<Limited> take(const Client &client, const Amounts &wanted, bool &first)
+        REQUIRES(mutex_);
+    void give(const Client &client, const Amounts &given) noexcept REQUIRES(mutex_);
+    void log(const Client &client, Limited what) const EXCLUDES(mutex_);
 
     const Log log_;
-    std::mutex mutex_; // guards all that follows
-    std::unordered_map<uint32_t, User> users_;
-    Amounts all_ = {};
-    std::unordered_map<int32_t, int64_t> opens_; // by connection
+    Mutex mutex_;
+    std::unordered_map<uint32_t, User> users_ GUARDED_BY(mutex_);
+    Amounts all_ GUARDED_BY(mutex_) = {};
+    std::unordered_map<int32_t, int64_t> opens_ GUARDED_BY(mutex_); // by connection
 };
 
 } // namespace vantro::service::requests

@@ -16,7 +16,7 @@ constexpr size_t idle_max = 8;
 
 std::unique_ptr<Database> ConnectionPool::take() {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         if (!idle_.empty()) {
             std::unique_ptr<Database> database = std::move(idle_.back());
             idle_.pop_back();
@@ -27,15 +27,18 @@ std::unique_ptr<Database> ConnectionPool::take() {
 }
 
 void ConnectionPool::give_back(std::unique_ptr<Database> database) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (idle_.size() < idle_max) {
         idle_.push_back(std::move(database));
     }
 }
 
 void ConnectionPool::replace(const std::function<void()> &replace) {
-    const std::unique_lock<std::shared_mutex> alone(replacing_);
-    idle_.clear();
+    const WriterLock alone(replacing_);
+    {
+        const MutexLock guard(mutex_);
+        idle_.clear();
+    }
     replace();
 }
 

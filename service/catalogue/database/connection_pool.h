@@ -5,10 +5,9 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <shared_mutex>
 #include <vector>
 
+#include "common/locks.h"
 #include "service/catalogue/database/database.h"
 
 namespace vantro::service::catalogue {
@@ -19,9 +18,9 @@ class ConnectionPool {
 
     // Calls `read` within one state of the catalogue. Throws DatabaseError. Any thread.
     template <typename Read>
-    auto read(const Read &read) {
+    auto read(const Read &read) EXCLUDES(replacing_, mutex_) {
         // Held for reading alone: waiting for a reader to end is waiting for one query.
-        const std::shared_lock<std::shared_mutex> open(replacing_);
+        const ReaderLock open(replacing_);
         std::unique_ptr<Database> database = take();
         Transaction moment(*database);
         auto result = read(*database);
@@ -31,16 +30,16 @@ class ConnectionPool {
     }
 
     // Calls `replace` while nobody has the file open here.
-    void replace(const std::function<void()> &replace);
+    void replace(const std::function<void()> &replace) EXCLUDES(replacing_, mutex_);
 
   private:
-    std::unique_ptr<Database> take();
-    void give_back(std::unique_ptr<Database> database);
+    std::unique_ptr<Database> take() EXCLUDES(mutex_);
+    void give_back(std::unique_ptr<Database> database) EXCLUDES(mutex_);
 
     const std::filesystem::path file_;
-    std::shared_mutex replacing_;
-    std::mutex mutex_; // guards idle_
-    std::vector<std::unique_ptr<Database>> idle_;
+    SharedMutex replacing_; // of the file: held by everybody who has it open
+    Mutex mutex_ ACQUIRED_AFTER(replacing_);
+    std::vector<std::unique_ptr<Database>> idle_ GUARDED_BY(mutex_);
 };
 
 } // namespace vantro::service::catalogue

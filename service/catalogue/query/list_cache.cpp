@@ -56,7 +56,7 @@ void sort_by(const List &order, std::vector<Entry> &entries) {
 }
 
 std::shared_ptr<const List> ListCache::find(const std::string &name) {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto found = by_name_.find(name);
     if (found == by_name_.end()) {
         return nullptr;
@@ -73,7 +73,7 @@ std::shared_ptr<const List> ListCache::get(const std::string &name,
     const auto list = std::make_shared<const List>(make());
     const size_t bytes = sizeof(Kept) + 2 * name.size() + list->entries.capacity() * sizeof(Entry) +
                          list->places.capacity() * sizeof(List::Place);
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (bytes > bytes_max || by_name_.count(name) != 0) {
         return list; // too long to keep, or another thread was faster
     }
@@ -89,7 +89,7 @@ std::shared_ptr<const List> ListCache::get(const std::string &name,
 }
 
 void ListCache::clear() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     by_name_.clear();
     kept_.clear();
     bytes_ = 0;

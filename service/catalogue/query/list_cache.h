@@ -8,10 +8,11 @@
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
+
+#include "common/locks.h"
 
 namespace vantro::service::catalogue {
 
@@ -57,12 +58,13 @@ class ListCache {
   public:
     // Returns what is kept under `name`, or makes it. Names hold the generation, so what is out of
     // date is never asked for again, and goes when others need the room.
-    std::shared_ptr<const List> get(const std::string &name, const std::function<List()> &make);
+    std::shared_ptr<const List> get(const std::string &name, const std::function<List()> &make)
+        EXCLUDES(mutex_);
 
     // Null where it is not kept.
-    std::shared_ptr<const List> find(const std::string &name);
+    std::shared_ptr<const List> find(const std::string &name) EXCLUDES(mutex_);
 
-    void clear();
+    void clear() EXCLUDES(mutex_);
 
   private:
     // A hundred thousand songs in every order that is asked for take half of this.
@@ -74,10 +76,10 @@ class ListCache {
         size_t bytes;
     };
 
-    std::mutex mutex_;     // guards all that follows; lists are made outside of it
-    std::list<Kept> kept_; // used last in front
-    std::unordered_map<std::string, std::list<Kept>::iterator> by_name_;
-    size_t bytes_ = 0;
+    Mutex mutex_;                             // not held while a list is made
+    std::list<Kept> kept_ GUARDED_BY(mutex_); // used last in front
+    std::unordered_map<std::string, std::list<Kept>::iterator> by_name_ GUARDED_BY(mutex_);
+    size_t bytes_ GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace vantro::service::catalogue

@@ -46,7 +46,7 @@ ScanThread::ScanThread(const ScanOptions &options,
       reopen_(std::move(reopen)), prepare_(std::move(prepare)) {}
 
 void ScanThread::start() {
-    const std::lock_guard<std::mutex> guard(starting_);
+    const MutexLock guard(starting_);
     if (!thread_.joinable() && !stop_) {
         for (const auto &source : sources_) {
             unfinished_[source->id];
@@ -58,7 +58,7 @@ void ScanThread::start() {
 void ScanThread::stop() {
     stop_ = true;
     watcher_.wake();
-    const std::lock_guard<std::mutex> guard(starting_);
+    const MutexLock guard(starting_);
     if (thread_.joinable()) {
         thread_.join();
     }

@@ -9,13 +9,13 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "common/locks.h"
 #include "service/catalogue/database/database.h"
 #include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/scan/scan.h"
@@ -103,8 +103,8 @@ class ScanThread {
     std::atomic<bool> damaged_ = false;
     std::atomic<int> rebuilds_ = 0;
 
-    std::mutex starting_; // guards thread_
-    std::thread thread_;
+    Mutex starting_;
+    std::thread thread_ GUARDED_BY(starting_);
 
     // Of the thread alone.
     std::unique_ptr<Database> database_;

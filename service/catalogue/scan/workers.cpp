@@ -100,7 +100,7 @@ Workers::Workers(int threads, const ArtworkFolder &artwork)
 
 Workers::~Workers() {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         ending_ = true;
         jobs_.clear();
     }
@@ -112,9 +112,11 @@ Workers::~Workers() {
 
 void Workers::work() {
     step_back();
-    std::unique_lock<std::mutex> lock(mutex_);
+    MutexLock lock(mutex_);
     for (;;) {
-        jobs_changed_.wait(lock, [this] { return ending_ || !jobs_.empty(); });
+        while (!ending_ && jobs_.empty()) {
+            jobs_changed_.wait(mutex_);
+        }
         if (ending_) {
             return;
         }
@@ -132,7 +134,7 @@ void Workers::work() {
 
 bool Workers::offer(Job &job) {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         if (results_.size() >= jobs_max_) {
             return false;
         }
@@ -144,12 +146,11 @@ bool Workers::offer(Job &job) {
 }
 
 std::optional<Done> Workers::take(bool wait) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const auto is_there = [this] { return results_.empty() || results_.front(); };
-    if (wait) {
-        done_changed_.wait(lock, is_there);
+    const MutexLock lock(mutex_);
+    while (wait && !results_.empty() && !results_.front()) {
+        done_changed_.wait(mutex_);
     }
-    if (results_.empty() || !is_there()) {
+    if (results_.empty() || !results_.front()) {
         return std::nullopt;
     }
     std::optional<Done> done = std::move(results_.front());
@@ -159,9 +160,11 @@ std::optional<Done> Workers::take(bool wait) {
 }
 
 void Workers::abandon() {
-    std::unique_lock<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     jobs_.clear();
-    done_changed_.wait(lock, [this] { return running_ == 0; });
+    while (running_ != 0) {
+        done_changed_.wait(mutex_);
+    }
     first_ += results_.size();
     results_.clear();
 }

@@ -2,18 +2,17 @@
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_WORKERS_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_WORKERS_H
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "common/locks.h"
 #include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/files/catalogued_song.h"
 #include "service/catalogue/files/file_failure.h"
@@ -48,27 +47,29 @@ class Workers {
     Workers &operator=(const Workers &) = delete;
 
     // False where so much is under way that a result should be taken first.
-    bool offer(Job &job);
+    bool offer(Job &job) EXCLUDES(mutex_);
     // The next result, in the order of the offers, so that what a collection becomes does not hang
     // on which file was read faster. Nothing where it is not there yet, or, with `wait`, where
     // nothing is under way.
-    std::optional<Done> take(bool wait);
+    std::optional<Done> take(bool wait) EXCLUDES(mutex_);
     // Forgets all that is under way.
-    void abandon();
+    void abandon() EXCLUDES(mutex_);
 
   private:
-    void work();
+    void work() EXCLUDES(mutex_);
 
     const ArtworkFolder &artwork_;
     const size_t jobs_max_;
-    std::mutex mutex_; // guards all that follows
-    std::condition_variable jobs_changed_;
-    std::condition_variable done_changed_;
-    std::deque<std::pair<uint64_t, Job>> jobs_; // not begun, with their numbers
-    std::deque<std::optional<Done>> results_;   // one for each job that is under way
-    uint64_t first_ = 0;                        // the number of the first of them
-    size_t running_ = 0;
-    bool ending_ = false;
+    Mutex mutex_;
+    Condition jobs_changed_;
+    Condition done_changed_;
+    // Not begun, with their numbers.
+    std::deque<std::pair<uint64_t, Job>> jobs_ GUARDED_BY(mutex_);
+    // One for each job that is under way.
+    std::deque<std::optional<Done>> results_ GUARDED_BY(mutex_);
+    uint64_t first_ GUARDED_BY(mutex_) = 0; // the number of the first of them
+    size_t running_ GUARDED_BY(mutex_) = 0;
+    bool ending_ GUARDED_BY(mutex_) = false;
     std::vector<std::thread> threads_;
 };
 
