@@ -42,12 +42,12 @@ Follower::~Follower() {
     if (!thread_.joinable()) {
         return;
     }
-    std::unique_lock lock(lock_);
+    MutexLock lock(lock_);
     stopping_ = true;
     changed_.notify_all();
     while (!ended_) {
         interrupt_thread(thread_.native_handle());
-        changed_.wait_for(lock, interrupt_again);
+        changed_.wait_until(lock_, std::chrono::steady_clock::now() + interrupt_again);
     }
     lock.unlock();
     thread_.join();
@@ -130,7 +130,7 @@ void Follower::run() {
         inbox_.fail(std::current_exception());
     }
     client_.reset();
-    const std::lock_guard lock(lock_);
+    const MutexLock lock(lock_);
     ended_ = true;
     changed_.notify_all();
 }
@@ -181,8 +181,11 @@ bool Follower::wait_for_service() {
 }
 
 bool Follower::stopped_within(int ms) {
-    std::unique_lock lock(lock_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(ms), [this] { return stopping_; });
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    const MutexLock lock(lock_);
+    while (!stopping_ && changed_.wait_until(lock_, end)) {
+    }
+    return stopping_;
 }
 
 PlayerEvent Follower::event_of(PlayerEvent::Kind kind) const {

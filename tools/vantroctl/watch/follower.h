@@ -2,13 +2,12 @@
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_FOLLOWER_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_FOLLOWER_H
 
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "common/locks.h"
 #include "tools/vantroctl/model/player_event.h"
 #include "tools/vantroctl/service/client.h"
 
@@ -39,10 +38,10 @@ class Follower {
     void begin();
     Look look(PlayerEvent &event);
     [[noreturn]] void fail(int error) const;
-    void run();
+    void run() EXCLUDES(lock_);
     void follow();
     bool wait_for_service();
-    bool stopped_within(int ms);
+    bool stopped_within(int ms) EXCLUDES(lock_);
     PlayerEvent event_of(PlayerEvent::Kind kind) const;
 
     ClientOptions options_;
@@ -50,10 +49,10 @@ class Follower {
     std::unique_ptr<Client> client_;
     std::vector<PlayerEvent> picture_; // The full picture, until it is put into the inbox.
 
-    std::mutex lock_;
-    std::condition_variable changed_;
-    bool stopping_ = false;
-    bool ended_ = false;
+    Mutex lock_;
+    Condition changed_;
+    bool stopping_ GUARDED_BY(lock_) = false;
+    bool ended_ GUARDED_BY(lock_) = false;
     std::thread thread_;
 };
 

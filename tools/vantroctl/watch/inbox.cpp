@@ -39,8 +39,10 @@ void Inbox::ring() {
 }
 
 void Inbox::put(std::vector<PlayerEvent> events) {
-    std::unique_lock lock(lock_);
-    room_.wait(lock, [this] { return closed_ || events_.size() < events_max; });
+    const MutexLock lock(lock_);
+    while (!closed_ && events_.size() >= events_max) {
+        room_.wait(lock_);
+    }
     if (!closed_) {
         std::move(events.begin(), events.end(), std::back_inserter(events_));
         ring();
@@ -48,7 +50,7 @@ void Inbox::put(std::vector<PlayerEvent> events) {
 }
 
 void Inbox::fail(std::exception_ptr failure) {
-    const std::lock_guard lock(lock_);
+    const MutexLock lock(lock_);
     if (!failure_) {
         failure_ = std::move(failure);
         ring();
@@ -56,7 +58,7 @@ void Inbox::fail(std::exception_ptr failure) {
 }
 
 std::vector<PlayerEvent> Inbox::take() {
-    const std::lock_guard lock(lock_);
+    const MutexLock lock(lock_);
     if (events_.empty() && failure_) {
         std::rethrow_exception(failure_);
     }
@@ -70,7 +72,7 @@ std::vector<PlayerEvent> Inbox::take() {
 }
 
 void Inbox::close() {
-    const std::lock_guard lock(lock_);
+    const MutexLock lock(lock_);
     closed_ = true;
     room_.notify_all();
 }

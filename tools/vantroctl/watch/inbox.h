@@ -2,11 +2,10 @@
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_INBOX_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_INBOX_H
 
-#include <condition_variable>
 #include <exception>
-#include <mutex>
 #include <vector>
 
+#include "common/locks.h"
 #include "tools/vantroctl/model/player_event.h"
 
 namespace vantro::ctl {
@@ -22,16 +21,16 @@ class Inbox {
     Inbox &operator=(const Inbox &) = delete;
 
     // Waits for room, and puts all of them together. Does nothing once it is closed.
-    void put(std::vector<PlayerEvent> events);
+    void put(std::vector<PlayerEvent> events) EXCLUDES(lock_);
 
     // Makes take() throw this, after it has returned all events put before.
-    void fail(std::exception_ptr failure);
+    void fail(std::exception_ptr failure) EXCLUDES(lock_);
 
     // All events that are there, oldest first. Does not wait.
-    std::vector<PlayerEvent> take();
+    std::vector<PlayerEvent> take() EXCLUDES(lock_);
 
     // To be called when no event will be taken any more: put() no longer waits.
-    void close();
+    void close() EXCLUDES(lock_);
 
     // Readable, for poll(), while there is something to take.
     int descriptor() const { return descriptor_; }
@@ -40,11 +39,11 @@ class Inbox {
     void ring();
 
     int descriptor_;
-    std::mutex lock_;
-    std::condition_variable room_;
-    std::vector<PlayerEvent> events_;
-    std::exception_ptr failure_;
-    bool closed_ = false;
+    Mutex lock_;
+    Condition room_;
+    std::vector<PlayerEvent> events_ GUARDED_BY(lock_);
+    std::exception_ptr failure_ GUARDED_BY(lock_);
+    bool closed_ GUARDED_BY(lock_) = false;
 };
 
 } // namespace vantro::ctl
