@@ -1,7 +1,7 @@
 // What is known of the music: sources, nodes, songs. The reading side, for any thread.
 //
-// Nothing here waits for a scan: what has been committed is what is there. Reads that are made of
-// several steps see one state of the catalogue.
+// Nothing here waits for a scan: a read sees what has been committed. A read of several steps sees
+// one state of the catalogue.
 #ifndef VANTRO_SERVICE_CATALOGUE_CATALOGUE_H
 #define VANTRO_SERVICE_CATALOGUE_CATALOGUE_H
 
@@ -36,7 +36,7 @@ struct Node {
     int32_t source_type = 0;
 };
 
-// A node on its way into an answer. Its texts are there for the call alone.
+// A node on its way into an answer. Its texts are valid during the call only.
 struct NodeRow {
     std::string_view id;
     std::string_view name;
@@ -46,13 +46,13 @@ struct NodeRow {
     int32_t source_type = 0;
 };
 
-// Takes the nodes of a listing, in their order, so that a long one costs no memory for each.
+// Takes the nodes of a listing one by one, so that a long listing is not held in memory.
 class NodeSink {
   public:
     virtual ~NodeSink() = default;
-    // How many will come, as far as that is known.
+    // How many nodes will come, if that is known.
     virtual void expect(size_t) {}
-    // False where no more is wanted.
+    // False if no more nodes are wanted.
     virtual bool take(const NodeRow &node) = 0;
 };
 
@@ -116,8 +116,8 @@ class Catalogue {
     // may wait for a disk.
     virtual int32_t check(SongId id) = 0;
 
-    // The next `count` numbers for track sessions, never given before, also not by an earlier run.
-    // Returns the first, or 0 when they have run out or cannot be noted.
+    // The next `count` numbers for track sessions, which no run has given before. Returns the
+    // first, or 0 if the numbers have run out or cannot be saved.
     virtual int32_t take_session_ids(int32_t count) = 0;
 };
 

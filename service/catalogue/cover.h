@@ -26,7 +26,7 @@ namespace vantro::service::catalogue {
 std::optional<int> picture_rank(std::string_view name);
 inline constexpr int plain_picture_rank = 5; // counts where it is the only picture
 
-// Chooses the cover of a folder among the files in it.
+// Chooses the cover of a folder from the files in it.
 class FolderCover {
   public:
     struct Picture {

@@ -48,7 +48,7 @@ bool has_room(const std::filesystem::path &state, size_t bytes) {
     }
     const std::string block(bytes, 'x');
     bool good = write(descriptor, block.data(), bytes) == static_cast<ssize_t>(bytes);
-    good = fsync(descriptor) == 0 && good; // some file systems look for room only now
+    good = fsync(descriptor) == 0 && good; // some file systems reserve the room only now
     close(descriptor);
     unlink(file.c_str());
     return good;
@@ -60,7 +60,7 @@ int32_t SessionNumbers::take(int32_t count) {
         std::ifstream noted(file_);
         std::error_code error;
         if (!noted && (std::filesystem::exists(file_, error) || error)) {
-            return 0; // for the moment it cannot be told which have been given
+            return 0; // for the moment the numbers that were given cannot be read
         }
         if (!(noted >> next_) || next_ < 1) {
             next_ = 1;
@@ -74,7 +74,7 @@ int32_t SessionNumbers::take(int32_t count) {
     return static_cast<int32_t>(first);
 }
 
-// Whole or not at all, also when the power goes.
+// The file holds the old number or the new one, also after a power cut.
 bool SessionNumbers::note(int64_t next) const {
     const std::string text = fmt::format("{}\n", next);
     const std::string part = file_.native() + ".part";

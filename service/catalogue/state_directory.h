@@ -1,4 +1,4 @@
-// The directory that keeps what a service has to remember, and its small files.
+// The directory in which a service keeps its state, and the small files there.
 #ifndef VANTRO_SERVICE_CATALOGUE_STATE_DIRECTORY_H
 #define VANTRO_SERVICE_CATALOGUE_STATE_DIRECTORY_H
 
@@ -19,8 +19,8 @@ class StateDirectory {
     StateDirectory(const StateDirectory &) = delete;
     StateDirectory &operator=(const StateDirectory &) = delete;
 
-    // Makes the directory, with those permission bits, where it is missing. Returns "" or why it
-    // cannot be had.
+    // Takes the directory; makes it, with those permission bits, where it is missing. Returns "",
+    // or why it cannot be used.
     std::string take(const std::filesystem::path &path, uint32_t mode);
 
   private:
@@ -30,8 +30,8 @@ class StateDirectory {
 // Whether so many bytes can be written to the directory now.
 bool has_room(const std::filesystem::path &state, size_t bytes);
 
-// Numbers that are given once. They have a file of their own: the catalogue's is made anew when it
-// is damaged, and is busy while a scan writes.
+// Numbers that are given once only. They have a file of their own: the catalogue's file is made
+// again if it is damaged, and is locked while a scan writes.
 class SessionNumbers {
   public:
     explicit SessionNumbers(std::filesystem::path file) : file_(std::move(file)) {}

@@ -111,7 +111,7 @@ class SqliteCatalogue : public Store {
     ScanThread scanning_;
 };
 
-// The part of a path that tells it from the others.
+// The last part of a path; the whole path where another one has the same last part.
 std::string name_of(const fs::path &path, const std::vector<fs::path> &all) {
     const auto last = [](const fs::path &each) {
         return each.filename().empty() ? each.native() : each.filename().native();
@@ -126,7 +126,7 @@ std::string SqliteCatalogue::open() {
     std::vector<fs::path> paths;
     for (const fs::path &music : options_.music) {
         std::error_code error;
-        // A directory that is not there now may come later, under this path.
+        // A directory that does not exist now may appear later, under this path.
         fs::path path = fs::weakly_canonical(fs::absolute(music), error);
         if (error) {
             path = fs::absolute(music).lexically_normal();
@@ -199,7 +199,7 @@ const MusicDirectory *SqliteCatalogue::directory(int32_t source) const {
     return nullptr;
 }
 
-// Without id where the song is gone, or its source is not among ours today.
+// Without id if the song is gone, or this service does not have its source.
 Node SqliteCatalogue::song_node(SourceBrowser &browser, SongId song) const {
     Node node = song > 0 ? browser.node(Entry::song(song)) : Node();
     return directory(node.source) ? node : Node();
@@ -356,7 +356,7 @@ int SqliteCatalogue::song(SongId id, Node &node, SongMetadata &metadata) {
     });
 }
 
-// Want of memory or descriptors says nothing of the file: the track plays on.
+// Want of memory or descriptors says nothing about the file: the track plays on.
 int32_t SqliteCatalogue::check(SongId id) {
     try {
         std::string path;

@@ -2,8 +2,8 @@
 //
 // Its file is `catalogue.db` in the state directory; covers lie beside it in `artwork/`. A
 // catalogue that is damaged or of another version is moved aside, never over an earlier one, and
-// made anew. Everything in the state directory can be deleted while no service runs: node ids and
-// uids are made of what they name and come out the same.
+// made again. Everything in the state directory can be deleted while no service runs: node ids and
+// uids are digests of paths and names, and come out the same.
 #ifndef VANTRO_SERVICE_CATALOGUE_STORE_H
 #define VANTRO_SERVICE_CATALOGUE_STORE_H
 
@@ -30,17 +30,17 @@ class Store : public Catalogue {
     // How many songs all_songs() gives; 0 where the catalogue's file fails.
     virtual int64_t song_count() = 0;
 
-    // Begins to scan in threads of its own; what has been committed can be read all the time.
+    // Begins to scan, in threads of its own. What has been committed can always be read.
     virtual void start_scanning() = 0;
-    // Ends that, within a file's reading time. Called by the destructor as well. What the scan had
-    // found stays. May be called by any thread, also when nothing was started.
+    // Ends the scan, within the time that reading one file takes. The destructor calls this too.
+    // What the scan has found stays. Any thread may call it, also before start_scanning().
     virtual void stop_scanning() = 0;
-    // Has everything looked at again, soon.
+    // Makes the scan look at everything again, soon.
     virtual void rescan() = 0;
 };
 
-// Opens or makes the catalogue. Returns nothing, and in `wrong` why, where the state directory
-// cannot be had or another process uses it.
+// Opens or makes the catalogue. If the state directory cannot be used, or another process uses it,
+// returns nothing, and `wrong` says why.
 std::unique_ptr<Store> open_store(StoreOptions options, std::string &wrong);
 
 // $XDG_STATE_HOME/vantro, else ~/.local/state/vantro; empty where neither is known.

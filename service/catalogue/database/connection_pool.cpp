@@ -6,10 +6,10 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// The pages that a browsing client looks at again; the host keeps the rest of the file at hand.
+// For the pages that a browsing client reads again; the kernel caches the rest of the file.
 constexpr int reader_cache_kib = 2 * 1024;
 
-// As many as a machine of this kind has threads that read at once.
+// About as many as there are threads that read at once.
 constexpr size_t idle_max = 8;
 
 } // namespace

@@ -1,4 +1,4 @@
-// Connections for readers: one a thread that is reading, a few kept for the next ones.
+// Connections for readers: one for each thread that is reading, and a few kept for the next reads.
 #ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_CONNECTION_POOL_H
 #define VANTRO_SERVICE_CATALOGUE_DATABASE_CONNECTION_POOL_H
 
@@ -19,7 +19,7 @@ class ConnectionPool {
     // Calls `read` within one state of the catalogue. Throws DatabaseError. Any thread.
     template <typename Read>
     auto read(const Read &read) EXCLUDES(replacing_, mutex_) {
-        // Held for reading alone: waiting for a reader to end is waiting for one query.
+        // Held for one read only, so that replace() waits no longer than one query takes.
         const ReaderLock open(replacing_);
         std::unique_ptr<Database> database = take();
         Transaction moment(*database);
@@ -29,7 +29,7 @@ class ConnectionPool {
         return result;
     }
 
-    // Calls `replace` while nobody has the file open here.
+    // Calls `replace` while no reader of this pool has the file open.
     void replace(const std::function<void()> &replace) EXCLUDES(replacing_, mutex_);
 
   private:
@@ -37,7 +37,7 @@ class ConnectionPool {
     void give_back(std::unique_ptr<Database> database) EXCLUDES(mutex_);
 
     const std::filesystem::path file_;
-    SharedMutex replacing_; // of the file: held by everybody who has it open
+    SharedMutex replacing_; // of the file: held by every reader that has it open
     Mutex mutex_ ACQUIRED_AFTER(replacing_);
     std::vector<std::unique_ptr<Database>> idle_ GUARDED_BY(mutex_);
 };

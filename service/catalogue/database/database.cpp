@@ -9,11 +9,11 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// How long a statement waits for another connection, which holds locks for moments only.
+// How long a statement waits for the lock of another connection, which holds it for moments only.
 constexpr int busy_ms = 10'000;
 
-// One process at a time has the state directory. So what its connections share of the log lies in
-// memory and not in a file: on a full disk that could not be made, and nothing be read.
+// One process at a time has the state directory, so the index of the write-ahead log lies in memory
+// and not in a file. On a full disk that file could not be made, and nothing could be read.
 constexpr const char *one_process = "unix-excl";
 
 // Of an extended result code, the part that says what kind of failure it is.
@@ -111,8 +111,8 @@ Database::Database(const std::filesystem::path &file, Access access, int cache_k
         sqlite3_busy_timeout(handle_, busy_ms);
         script(
             fmt::format("PRAGMA cache_size = -{}; PRAGMA temp_store = MEMORY", cache_kib).c_str());
-        // A text that is gone needs no overwriting: it is what any reader of the music could see.
-        // After a power cut the last seconds may be missing, and are scanned again.
+        // Deleted texts need no overwriting: any reader of the music could see them. After a power
+        // cut the last seconds may be missing; they are scanned again.
         script(access == Access::write ? "PRAGMA secure_delete = OFF; PRAGMA synchronous = NORMAL"
                                        : "PRAGMA query_only = ON");
     } catch (...) {
@@ -138,13 +138,14 @@ sqlite3_stmt *Database::prepare(const char *sql, bool *&busy) {
     sqlite3_stmt *statement = nullptr;
     if (sqlite3_prepare_v3(handle_, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) !=
         SQLITE_OK) {
-        // A statement that makes no sense to SQLite names a table that is not there. Any other
-        // failure, such as one to read the schema, says nothing of what is in the file.
+        // SQLITE_ERROR means that the statement names a table that the file does not have. Any
+        // other failure, such as one to read the schema, says nothing about the content of the
+        // file.
         const int code = sqlite3_extended_errcode(handle_);
         fail("does not hold what it should", code == SQLITE_ERROR || tells_damage(code));
     }
     if (kept.statement) {
-        return statement; // the kept one is busy further up
+        return statement; // the kept one is in use by a caller
     }
     kept.statement = statement;
     busy = &kept.busy;
@@ -189,7 +190,7 @@ Transaction::~Transaction() {
     try {
         database_.run("ROLLBACK");
     } catch (const std::exception &) {
-        // It has been undone by the failure itself.
+        // The failure itself has undone the transaction.
     }
 }
 

@@ -17,16 +17,16 @@ struct sqlite3_stmt;
 
 namespace vantro::service::catalogue {
 
-// The file cannot be read or written, or is none of ours.
+// The file cannot be read or written, or is no catalogue.
 class DatabaseError : public std::runtime_error {
   public:
     DatabaseError(const std::string &what, bool damaged, int system_error = 0)
         : std::runtime_error(what), damaged_(damaged), system_error_(system_error) {}
 
-    // What was read makes no sense. A failing disk can look like that once, so nobody believes it
-    // before find_damage() has looked.
+    // What was read makes no sense. A failing disk can look like damage once, so it is believed
+    // only after find_damage() has checked the file.
     bool damaged() const { return damaged_; }
-    // The error of the system's call that failed; 0 where none did or none is known.
+    // The error of the system call that failed; 0 if none failed or the error is not known.
     int system_error() const { return system_error_; }
 
   private:
@@ -41,7 +41,7 @@ struct Blob {
 
 class Database;
 
-// The rows of a running statement, which is free for others again when this goes.
+// The rows of a running statement. The destructor makes the statement free for its next use.
 class Rows {
   public:
     ~Rows();
@@ -81,7 +81,7 @@ class Rows {
 
     Database &database_;
     sqlite3_stmt *const statement_;
-    bool *const busy_; // null: the statement is ours alone
+    bool *const busy_; // null: the statement is not kept, and belongs to this object alone
 };
 
 class Database {
@@ -102,7 +102,7 @@ class Database {
         return Rows(*this, statement, busy, values...);
     }
 
-    // Runs a statement whose rows, if there are any, do not matter.
+    // Runs a statement whose rows, if it has any, are not wanted.
     template <typename... Values>
     void run(const char *sql, const Values &...values) {
         query(sql, values...).next();
@@ -136,7 +136,8 @@ class Database {
     std::unordered_map<const char *, Kept> kept_;
 };
 
-// Everything between begin and the end is done or not done as a whole; a reader sees one state.
+// All statements between constructor and commit() take effect together or not at all. Reads within
+// it see one state.
 class Transaction {
   public:
     explicit Transaction(Database &database);

@@ -15,22 +15,22 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// Changed with every change of the tables or of what is in them.
+// To be raised with every change of the tables or of their content.
 constexpr int version = 4;
 
-// Keeps the numbers short.
+// Subtracted from the time in song numbers, to keep them short.
 constexpr int64_t past_us = 1'700'000'000'000'000;
 
 constexpr int writer_cache_kib = 16 * 1024;
 
-// `node` holds everything but songs. Its `identity` is what its key is a digest of: the path below
-// the source, or the folded names. `parent` is the folder that holds a folder, the artist of an
-// album. `place` of a song is its disc and track in one number, `stated` whether its file states an
-// album artist, and `own_artist` the identity of that one, or else of the first who performs it.
+// `node` holds everything but songs. Its key is a digest of its `identity`: the path below the
+// source, or the folded names. `parent` is the folder above a folder, or the artist of an album. Of
+// a song, `place` is its disc and track in one number, `stated` is whether its file states an album
+// artist, and `own_artist` is the identity of that artist, or else of the first performer.
 //
-// Numbers of songs start at the time the file was made, in microseconds, so that those of an
-// earlier file, which a track session may still hold, name nothing in this one. No scan is faster
-// than that.
+// Numbers of songs start at the time at which the file was made, in microseconds. So the numbers of
+// an earlier file, which a track session may still hold, name no song in this one: no scan adds
+// more than one song a microsecond.
 constexpr const char *tables = R"(
 CREATE TABLE source(
     id INTEGER PRIMARY KEY AUTOINCREMENT, path BLOB NOT NULL UNIQUE,
@@ -115,7 +115,7 @@ bool good(Database &database) {
     if (found != version) {
         return false;
     }
-    // That the tables are there at all; what is in them shows when it is used.
+    // Checks only that the tables exist. Damage to their content shows when it is read.
     database.run("SELECT generation, songs FROM source");
     database.run("SELECT id FROM node JOIN playlist ON node = id LIMIT 1");
     database.run("SELECT rowid FROM song_words LIMIT 1");
@@ -125,7 +125,7 @@ bool good(Database &database) {
     return true;
 }
 
-// The check names pages that it could not read among what is damaged.
+// The check reports pages that it could not read as if they were damaged.
 bool tells_failed_read(std::string_view finding) {
     constexpr std::string_view label = "error code=";
     const size_t at = finding.find(label);
@@ -154,13 +154,13 @@ void check_whole(Database &database) {
     if (found != "ok") {
         throw DatabaseError(fmt::format("is damaged: {}", found), true);
     }
-    // These do not change anything: they compare the words with their index.
+    // These change nothing: they compare the words with their index.
     database.run("INSERT INTO song_words(song_words) VALUES('integrity-check')");
     database.run("INSERT INTO node_words(node_words) VALUES('integrity-check')");
 }
 
-// SQLite gives the files beside it the bits of the file itself. One that is there is not opened for
-// this: closing it would drop the locks of every connection to it.
+// SQLite gives the files beside the catalogue its permission bits. A file that exists is not opened
+// here, since closing it would drop the locks that this process has on it.
 void make_private(const std::filesystem::path &file) {
     const int made = open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (made >= 0) {
@@ -214,7 +214,7 @@ void move_aside(const std::filesystem::path &file, const std::string &why,
         throw DatabaseError(fmt::format("{}, and cannot be moved aside: {}", why, error.message()),
                             false);
     }
-    // What is in the log of a file belongs to that file and to no other.
+    // A write-ahead log belongs to its file, so it must not be applied to a new one.
     for (const char *beside : {"-wal", "-shm"}) {
         std::filesystem::rename(file.native() + beside, aside.native() + beside, error);
     }

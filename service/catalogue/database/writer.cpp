@@ -20,7 +20,8 @@ void Writer::changed(int32_t source, int songs) {
 }
 
 int32_t Writer::source_at(std::string_view path) {
-    // Looked for first: a full disk must not keep a service from what it knows already.
+    // Looked up first, without writing: on a full disk a service must still find the sources it
+    // knows.
     int64_t id = database_.number(0, "SELECT id FROM source WHERE path = ?1", Blob{path});
     if (id == 0) {
         begin();
@@ -125,7 +126,7 @@ int64_t Writer::album_at(int32_t source, const FoundName &artist, FoundName albu
     return node_at(source, kind, album, parent, artist.text);
 }
 
-// Without the album's artist, who has the song already.
+// Leaves the album's artist out, under which the song is listed already.
 void Writer::put_performers(int32_t source, int64_t song, const std::vector<FoundName> &performers,
                             std::string_view artist) {
     for (const FoundName &performer : performers) {
@@ -158,7 +159,7 @@ void Writer::link(int64_t song, const SongRow &row, const std::vector<int64_t> &
     }
 }
 
-// Takes the song out of everything that holds or finds it.
+// Removes the song from its lists and from the search.
 void Writer::unlink(const SongRow &row) {
     count(row.folder, -1);
     count(row.album, -1);
@@ -243,7 +244,7 @@ bool Writer::leave_out(const FileName &where, FileStamp stamp, std::string_view 
         return false;
     }
     begin();
-    // A file that could be read before cannot be any more.
+    // The file may have been a song or playlist until now.
     remove_file(where);
     database_.run("INSERT OR REPLACE INTO left_out(source, folder, file, modified, size, why)"
                   " VALUES(?1, ?2, ?3, ?4, ?5, ?6)",

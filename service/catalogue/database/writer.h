@@ -1,7 +1,6 @@
-// The one that writes the catalogue's file. One thread; what it does is seen by readers at
-// commit().
+// Writes the catalogue's file. For one thread. Readers see the changes after commit().
 //
-// Everything throws DatabaseError; after that only undo() is of use.
+// Every function throws DatabaseError; after that only undo() may be called.
 #ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_WRITER_H
 #define VANTRO_SERVICE_CATALOGUE_DATABASE_WRITER_H
 
@@ -49,22 +48,22 @@ class Writer {
                       const std::vector<std::string> &paths);
     void put_image(const FileName &where, FileStamp stamp, const std::optional<Artwork> &artwork);
     void remove_image(int32_t source, std::string_view folder);
-    // Notes why a file is not in the catalogue. True when that was not known yet.
+    // Notes why a file is not in the catalogue. True if that was not noted yet.
     bool leave_out(const FileName &where, FileStamp stamp, std::string_view why);
-    // Forgets a file, a folder with all that is below it.
+    // Remove a file, or a folder with everything below it.
     void remove_file(const FileName &where);
     void remove_folder(int32_t source, std::string_view folder);
 
-    // What can be told only when all songs are in: which songs of a folder make one album, how many
-    // of their songs playlists find, and which covers nobody has.
+    // Does the work that needs all songs of a source: finds which songs of a folder make one album,
+    // how many of the entries of playlists are songs, and which covers are no longer used.
     void settle(int32_t source);
-    // Changes of an earlier scan, which was not finished, have not been settled.
+    // Whether an earlier scan, which was not finished, has left changes that are not settled.
     bool unsettled(int32_t source);
     bool has_song(int32_t source, std::string_view path);
     bool has_artwork(std::string_view file);
 
     int pending() const { return pending_; } // changes since the last commit
-    // Returns the sources that look different now.
+    // Returns the sources that have changed.
     std::vector<int32_t> commit();
     void undo();
 
@@ -78,7 +77,7 @@ class Writer {
 
     struct Match {
         int64_t id;
-        bool same; // what has the key also has the identity
+        bool same; // the row with this key also has the identity
     };
 
     void begin();

@@ -1,4 +1,4 @@
-// The part of Writer that tells what only all songs together can.
+// The part of Writer that needs all songs of a source: it decides which songs make one album.
 #include "service/catalogue/database/writer.h"
 
 #include <algorithm>
@@ -55,10 +55,11 @@ Tags tags_of(Database &database, int64_t song) {
     return row.next() ? Tags(std::string(row.text(0))) : Tags();
 }
 
-// A folder whose songs all name one album holds one album, whoever performs what. It is by the
-// artist that more than half of those that state an album artist name; where none does, by the one
-// that performs more than half; else by several. Nothing where the folder holds more than one
-// album: then each song has the artist that it names itself.
+// If all songs of a folder name one album, they make one album, whatever their artists are. Its
+// artist is the one that more than half of the songs that state an album artist name; if no song
+// states one, the one that performs more than half of the songs; else "Various Artists". Nothing if
+// the folder holds more than one album: then each song is listed under the artist that it names
+// itself.
 std::optional<FoundName> common_artist(Database &database, const std::vector<AlbumSong> &songs) {
     const auto of_same_name = [&](const AlbumSong &song) { return song.name == songs[0].name; };
     if (!std::all_of(songs.begin(), songs.end(), of_same_name)) {

@@ -1,4 +1,4 @@
-// The part of Writer that deals with a folder as a whole.
+// The part of Writer that handles whole folders.
 #include "service/catalogue/database/writer.h"
 
 #include <utility>
@@ -7,7 +7,7 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// What sorts directly before and behind everything that lies below `folder`.
+// Texts that sort directly before and directly after every path below `folder`.
 std::pair<std::string, std::string> below(std::string_view folder) {
     return {std::string(folder) + '/', std::string(folder) + '0'}; // '0' follows '/'
 }
@@ -49,7 +49,7 @@ KnownFolder Writer::known(int32_t source, std::string_view folder) {
             known.folders.insert(place_of(source, rows.text(0)).file);
         }
     }
-    // Folders without a song have no node; what is known of them hangs on their paths alone.
+    // Folders without a song have no node: they are known only by the paths in these tables.
     const std::string first = folder.empty() ? "" : below(folder).first;
     const std::string last = folder.empty() ? std::string(256, '\xFF') : below(folder).second;
     take_folders(known,

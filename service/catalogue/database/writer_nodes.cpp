@@ -1,4 +1,4 @@
-// The part of Writer that keeps nodes: what songs are listed under.
+// The part of Writer that keeps nodes: the artists, albums, genres, years and folders of songs.
 #include "service/catalogue/database/writer.h"
 
 #include <utility>
@@ -13,10 +13,10 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// Enough for the artists and albums that a scan meets again and again.
+// Most nodes in `nodes_`: enough for the artists and albums that a scan meets again and again.
 constexpr size_t nodes_kept = 4096;
 
-// A key is looked for under so many salts where two things share one. More never do.
+// So many salts are tried for an identity whose key is shared. More are never in use.
 constexpr int salts_max = 8;
 
 } // namespace
@@ -33,9 +33,9 @@ int64_t Writer::find_node(int32_t source, Kind kind, std::string_view identity, 
     });
 }
 
-// Looks for what has that identity; 0 where there is none, and then `key` is the one to give it.
-// Two things of one digest get different keys: the second one in the catalogue takes a salted one,
-// and keeps it also when the first one goes.
+// Looks for the row with that identity. Returns 0 if there is none; then `key` is the key to give
+// it. Two identities with one digest get different keys: the second one takes a salted key, and
+// keeps it even when the first one is removed.
 int64_t Writer::find_by_key(Kind kind, std::string_view identity, int64_t &key,
                             const std::function<Match(int64_t key)> &look) {
     const int64_t plain = key_of(kind, identity);
@@ -80,7 +80,7 @@ int64_t Writer::node_at(int32_t source, Kind kind, const FoundName &name, int64_
         if (parent != 0 && kind != kind_no_album) {
             count(parent, 1);
         }
-        count(id, 0); // looked at again before others see it
+        count(id, 0); // so that commit() removes it if it stays empty
         const std::string words = search_words(name.text);
         if (kind == kind_artist) {
             database_.run("INSERT INTO node_words(rowid, artist) VALUES(?1, ?2)", id, words);
@@ -98,7 +98,7 @@ int64_t Writer::node_at(int32_t source, Kind kind, const FoundName &name, int64_
     return id;
 }
 
-// The folder's node, with those above it.
+// The node of a folder. Makes it, and those of the folders above it, where they are missing.
 int64_t Writer::folder_at(int32_t source, std::string_view folder) {
     const std::string known =
         fmt::format("{} {} ", source, char{kind_folder}) + std::string(folder);
@@ -135,7 +135,7 @@ void Writer::count(int64_t node, int difference) {
     }
 }
 
-// Nodes that hold nothing any more go, and so may those that held them.
+// Removes nodes that are empty now, then those of their parents that become empty by that.
 void Writer::apply_counts() {
     while (!counts_.empty()) {
         std::unordered_map<int64_t, int> now;
@@ -145,7 +145,7 @@ void Writer::apply_counts() {
                 database_.run("UPDATE node SET count = count + ?2 WHERE id = ?1", node, difference);
             }
             const int64_t left = database_.number(1, "SELECT count FROM node WHERE id = ?1", node);
-            // What was counted in the meantime keeps it for the next round.
+            // A node that was counted again meanwhile stays for the next round.
             if (left <= 0 && counts_.count(node) == 0) {
                 remove_node(node);
             }

@@ -34,8 +34,8 @@ std::string escaped(std::string_view path) {
     throw std::system_error(error, std::generic_category(), "a cover cannot be kept");
 }
 
-// Where a file cannot be given to another user, because the service is not user 0, others read it
-// as far as the bits for others go.
+// A service that is not user 0 cannot give a file to another user; such a file is readable as far
+// as the bits for others allow.
 void admit(int file, const ArtworkReaders &readers) {
     if (readers.uid != ArtworkReaders::service_own || readers.gid != ArtworkReaders::service_own) {
         [[maybe_unused]] const int given = fchown(file, readers.uid, readers.gid);
@@ -69,7 +69,7 @@ void write_all(const std::filesystem::path &file, std::string_view bytes,
     }
 }
 
-// Whatever else a person put into the directory stays there.
+// Other files that somebody put into the directory are left alone.
 bool is_ours(std::string_view name) {
     const size_t digest_end = name.find_first_not_of("0123456789abcdef");
     if (digest_end == 64) {
@@ -90,7 +90,7 @@ ArtworkFolder::ArtworkFolder(const std::filesystem::path &directory, const Artwo
       uri_("file://" + escaped(directory.native()) + "/") {
     std::filesystem::create_directories(directory_);
     chmod(directory_.c_str(), directory_mode(readers));
-    // Covers of an earlier run may have been for others.
+    // An earlier run may have made the covers readable for others.
     std::error_code error;
     std::filesystem::directory_iterator entry(directory_, error);
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
@@ -121,7 +121,8 @@ std::optional<Artwork> ArtworkFolder::keep(std::string_view bytes) const {
         static_cast<size_t>(status.st_size) == bytes.size()) {
         return artwork;
     }
-    // Two threads may find the same cover at once; a reader never sees half of one.
+    // Written under another name and renamed: two threads may find the same cover at once, and a
+    // reader must never see half of one.
     static std::atomic<unsigned> number;
     const std::filesystem::path part = directory_ / fmt::format(".{}.part", ++number);
     write_all(part, bytes, readers_);

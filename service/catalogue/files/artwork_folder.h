@@ -31,17 +31,17 @@ struct ArtworkReaders {
     uint32_t mode = 0444;
 };
 
-// The permission bits of a directory on the way to the covers: readers pass, and cannot list it.
+// The permission bits of a directory above the covers: readers can pass through it, not list it.
 uint32_t directory_mode(const ArtworkReaders &readers);
 
 class ArtworkFolder {
   public:
-    // Makes the directory where it is missing, and lets the readers at what is in it. They can open
-    // a cover whose URI they have; only the service can list them.
+    // Makes the directory where it is missing, and makes its covers readable for the readers. They
+    // can open a cover whose URI they have; only the service can list the directory.
     ArtworkFolder(const std::filesystem::path &directory, const ArtworkReaders &readers);
 
-    // Returns nothing for what is no picture. Throws std::system_error where it cannot be kept, as
-    // on a full disk. Any thread.
+    // Keeps a picture. Returns nothing if the bytes are no picture. Throws std::system_error if the
+    // picture cannot be written, for example on a full disk. Any thread.
     std::optional<Artwork> keep(std::string_view bytes) const;
 
     std::string uri(std::string_view file) const;

@@ -11,15 +11,16 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// Where nothing is said the first disc is meant, but a track without number follows the others.
+// A song without a disc number is on the first disc; one without a track number comes last.
 int64_t place_of(int32_t disc, int32_t track) {
     constexpr int32_t last = 0xFFFF;
     const int64_t disc_at = std::clamp(disc, 1, last);
     return disc_at << 16 | (track == 0 ? last : std::min(track, last - 1));
 }
 
-// Where a file names several artists its tags hold each of them under keys that no client knows,
-// beside the text of all that is shown. The further artists of an album count as performers.
+// If a file names several artists, its tags hold each of them under keys that no client knows,
+// beside the text of all artists that clients see. The further artists of an album count as
+// performers.
 constexpr std::string_view each_artist = "\x01"
                                          "artist";
 constexpr std::string_view first_album_artist = "\x01"

@@ -1,4 +1,4 @@
-// What the scan found, made ready for the catalogue's file: the work that any thread can do.
+// A song that the scan has found, prepared for the catalogue's file. Any thread can do this work.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_CATALOGUED_SONG_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_CATALOGUED_SONG_H
 
@@ -20,14 +20,14 @@ struct FileName {
     std::string file;
 };
 
-// When a file was changed, and its size: what tells that it need not be read again.
+// When a file was changed, and its size. If both are the same, it need not be read again.
 struct FileStamp {
     int64_t modified_ns = 0;
     int64_t size = 0;
     bool operator==(const FileStamp &) const = default;
 };
 
-// "" and the name for a file at the top.
+// The path of a file below its source: FOLDER/FILE, or FILE where the folder is "".
 std::string path_below(std::string_view folder, std::string_view file);
 
 // The opposite: the folder that a path is in, and its last piece.
@@ -35,7 +35,7 @@ FileName place_of(int32_t source, std::string_view path);
 
 struct FoundName {
     std::string text;     // as it is shown
-    std::string identity; // the same for what is the same
+    std::string identity; // equal for names that mean the same
     std::string sort;
 };
 
@@ -48,7 +48,7 @@ struct FoundSong {
     int64_t place = 0; // disc and track
     FoundName artist; // of the album, as this song alone would have it; its identity is empty where
                       // there is none
-    bool artist_stated = false;        // it is not only who performs the song
+    bool artist_stated = false; // the file has an album artist: not only the song's performer
     std::vector<FoundName> performers; // each artist by itself
     FoundName album;
     std::vector<FoundName> genres;
@@ -56,14 +56,14 @@ struct FoundSong {
 
 inline constexpr std::string_view several_artists = "Various Artists";
 
-// The artists that perform a song, and the one that its file states for the album, from the tags
-// as complete() left them.
+// The artists that perform a song, and the artist that its file states for the album, from tags
+// that complete() has completed.
 std::vector<FoundName> performers_in(const Tags &tags);
 FoundName stated_artist_in(const Tags &tags);
 
 FoundName named(std::string_view text);
 
-// Fills in all that follows from `where` and `song`.
+// Fills in all members that follow from `where` and `song`.
 void complete(FoundSong &found);
 
 // A file's name without its ending, as a title.

@@ -6,16 +6,16 @@
 
 namespace vantro::service::catalogue {
 
-// True for errors of the moment: want of memory or descriptors, a read that failed. They say
-// nothing of the file, so it is tried again and nothing is remembered of them.
+// True for errors that may pass: want of memory or descriptors, or a read that failed. They say
+// nothing about the file, so it is tried again and the catalogue remembers nothing of them.
 bool is_passing(int error);
 
-// True for those of them that are the service's own want, and no failure of a disk.
+// True for those of them that are a shortage of the service's own, and no failure of a disk.
 bool is_want(int error);
 
 struct FileFailure {
     std::string why; // empty where the file was read
-    int error = 0;   // of the system; 0 where what is in the file is at fault
+    int error = 0;   // of the system; 0 where the content of the file is the reason
 
     explicit operator bool() const { return !why.empty(); }
     bool passing() const { return is_passing(error); }

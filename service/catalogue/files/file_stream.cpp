@@ -46,7 +46,7 @@ size_t FileStream::read_at(char *bytes, size_t size, long offset) {
             continue;
         }
         if (count < 0) {
-            failure_ = file_failure(errno); // tag readers take it for the file's end
+            failure_ = file_failure(errno); // to tag readers it looks like the end of the file
         }
         if (count <= 0) {
             break; // the file may have become shorter
@@ -88,7 +88,7 @@ TagLib::ByteVector FileStream::readBlock(unsigned long length_wanted) {
 
 void FileStream::seek(long offset, Position from) {
     const long base = from == Current ? at_ : from == End ? length() : 0;
-    // Offsets are sums of what the file says; they may be anything.
+    // Offsets are sums of numbers in the file, so they can have any value.
     long target = 0;
     if (__builtin_add_overflow(base, offset, &target) || target < 0) {
         target = 0;

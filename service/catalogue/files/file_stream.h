@@ -14,23 +14,23 @@ namespace vantro::service::catalogue {
 
 class FileStream : public TagLib::IOStream {
   public:
-    // Most bytes that are handed out for one file. Tag readers take what a file's own length fields
-    // ask for, several times over; covers and lyrics of real files fit many times.
+    // Most bytes that may be read of one file. Tag readers read as much as the file's own length
+    // fields say, several times over. The covers and lyrics of real files fit many times.
     static constexpr long budget_bytes = 64l * 1024 * 1024;
 
-    // The file at `path` below the root. `name` is the one that it goes by, which tells its format:
-    // the file may have been reached by a link.
+    // The file at `path` below the root. `name` is the name by which it was found, perhaps that of
+    // a link; its ending says the format.
     FileStream(const MusicRoot &root, const std::string &path, std::string name);
     ~FileStream() override;
     FileStream(const FileStream &) = delete;
     FileStream &operator=(const FileStream &) = delete;
 
-    // Why there is nothing to read, or why a read has failed so far.
+    // Why the file cannot be read, or why a read has failed so far.
     const FileFailure &failure() const { return failure_; }
     const struct stat &status() const { return status_; }
 
-    // Begins anew. A stream without name is told by what it holds: many a collection has one kind
-    // of file under the name of another.
+    // Goes back to the beginning. Without its name TagLib recognises the format by the content: in
+    // many collections some files have the ending of another format.
     void rewind(bool with_name);
 
     TagLib::FileName name() const override { return named_ ? name_.c_str() : ""; }

@@ -30,8 +30,8 @@ uint8_t crc8(std::string_view bytes) {
     return static_cast<uint8_t>(sum);
 }
 
-// Numbers of frames are written as UTF-8 writes characters, in up to seven bytes. -1 for what is
-// none.
+// A frame or sample number, which is coded as UTF-8 codes characters, in up to seven bytes. -1 if
+// the bytes are no such number.
 int64_t coded_number(BigEndianReader &fields) {
     const auto lead = static_cast<uint32_t>(fields.next(1));
     int more = 0;
@@ -94,7 +94,7 @@ std::string_view text_of(const TagLib::ByteVector &bytes) {
     return {bytes.data(), bytes.size()};
 }
 
-// Samples of every frame but the last, from the header of the file; 0 where there is none.
+// Samples of every frame but the last, from the header of the file; 0 if it has no header.
 int64_t common_block_size(FileStream &stream) {
     stream.seek(0);
     TagLib::ByteVector head = stream.readBlock(10);
@@ -120,7 +120,7 @@ int64_t flac_samples(FileStream &stream) {
     stream.seek(std::max(stream.length() - tail_bytes, 0l));
     const TagLib::ByteVector read = stream.readBlock(tail_bytes);
     const std::string_view tail = text_of(read);
-    // What looks like a header may be sound. Two in a row, from the end, are no accident.
+    // Sound can look like a header. Two headers in a row, counted from the end, are real ones.
     std::optional<Frame> last;
     for (size_t at = tail.size(); at-- > 0;) {
         if (tail[at] != '\xFF') {

@@ -1,4 +1,4 @@
-// The length of a FLAC file whose header does not tell it, as of one that was recorded from a pipe.
+// The length of a FLAC file whose header does not state it, for example one recorded from a pipe.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_FLAC_LENGTH_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_FLAC_LENGTH_H
 

@@ -87,7 +87,7 @@ std::string in_asf(TagLib::ASF::Tag *tag) {
     return pictures.isEmpty() ? "" : text_of(pictures.front().toPicture().picture());
 }
 
-// A description, a NUL, the picture.
+// The value is a description, a NUL, and the picture.
 std::string in_ape(const TagLib::APE::Tag *tag) {
     if (!tag || !tag->itemListMap().contains("COVER ART (FRONT)")) {
         return "";
@@ -97,7 +97,7 @@ std::string in_ape(const TagLib::APE::Tag *tag) {
     return end == std::string::npos ? "" : data.substr(end + 1);
 }
 
-// For the kinds of tags apart: their functions are not virtual.
+// A template, since properties() of the kinds of tags is not virtual.
 template <typename Tag>
 void add_missing(TagLib::PropertyMap &properties, const Tag *tag) {
     if (!tag) {
@@ -118,7 +118,7 @@ void add_old_tag(TagLib::PropertyMap &properties, const TagLib::ID3v1::Tag *tag)
     }
 }
 
-// Of formats that have an APE tag, or an ID3v1 tag beside it.
+// For formats that have an APE tag, and perhaps an ID3v1 tag.
 template <typename Type>
 bool take_ape(TagLib::File &file, TagLib::PropertyMap &properties) {
     auto *const typed = dynamic_cast<Type *>(&file);

@@ -1,4 +1,4 @@
-// What is told differently in every format: the codec, and the cover inside the file.
+// What every format stores in its own way: the codec, the tags, and the cover inside the file.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_FORMATS_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_FORMATS_H
 
@@ -10,16 +10,16 @@
 
 namespace vantro::service::catalogue {
 
-// "flac", "mp3"...; empty where it cannot be told.
+// "flac", "mp3"...; empty where the codec is not known.
 const char *codec_of(const TagLib::File &file);
 
-// What all tags of the file say together. Where two tags have the same key, the one counts that the
-// format prefers. An ID3v1 tag counts only where nothing else has title, artist or album: its texts
-// are cut short, and its genre is often none that anybody chose.
+// The values of all tags of the file together. If two tags have the same key, the tag that the
+// format prefers counts. An ID3v1 tag counts only if no other tag has title, artist or album: its
+// texts are cut short, and its genre is often only a default.
 TagLib::PropertyMap properties_of(TagLib::File &file);
 
-// About how long a tracker module plays, 0 for other formats. It holds notes and not sound:
-// patterns of 64 rows, played at the speed that its header begins with.
+// About how long a tracker module plays; 0 for other formats. A module holds notes, not sound: its
+// length is estimated from its patterns of 64 rows at the speed in its header.
 int64_t module_ms(const TagLib::AudioProperties &audio);
 
 // The bytes of the front cover, else of the first picture; empty where there is none.

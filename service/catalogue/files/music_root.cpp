@@ -58,7 +58,8 @@ int open_below(int directory, const std::string &path, int flags) {
     how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
     const char *const relative = path.empty() ? "." : path.c_str();
     const long opened = syscall(SYS_openat2, directory, relative, &how, sizeof how);
-    // EAGAIN: something moved meanwhile, and the kernel could not be sure.
+    // EAGAIN: something was moved meanwhile, and the kernel cannot say whether the path stays
+    // below.
     if (opened >= 0 || (errno != ENOSYS && errno != EPERM && errno != EAGAIN)) {
         return static_cast<int>(opened);
     }

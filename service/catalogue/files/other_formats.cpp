@@ -10,10 +10,10 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// A constant bit rate shows in so many frames.
+// So many frames show whether the bit rate is constant.
 constexpr int frames_looked_at = 500;
 
-// Chunks or elements that are looked at before a file is given up.
+// Most chunks or elements of one file that are looked at.
 constexpr int pieces_max = 1000;
 
 std::string bytes_at(FileStream &stream, int64_t at, size_t size) {
@@ -39,7 +39,7 @@ double number_of(uint64_t bits, size_t bytes) {
     return value;
 }
 
-// The bytes before the sound: a tag of another format that some programs put there.
+// Bytes before the sound: some programs put a tag of another format there.
 int64_t tag_bytes(FileStream &stream) {
     const std::string head = bytes_at(stream, 0, 10);
     if (head.substr(0, 3) != "ID3" || head.size() < 10) {
@@ -52,7 +52,7 @@ int64_t tag_bytes(FileStream &stream) {
     return size + 10;
 }
 
-// Frames that each tell their length. The average of the first ones stands for all.
+// Every frame states its length. The average of the first frames is taken for all.
 std::optional<OtherAudio> read_adts(FileStream &stream) {
     static constexpr int rates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
                                     22050, 16000, 12000, 11025, 8000,  7350};
@@ -132,7 +132,7 @@ std::optional<OtherAudio> read_au(FileStream &stream) {
     if (width == 0 || audio.sample_rate == 0 || audio.channels == 0) {
         return std::nullopt;
     }
-    // Each of the three is what the file says: their product may not fit 64 bits.
+    // All three numbers come from the file: their product may not fit 64 bits.
     const double bytes_a_second = static_cast<double>(width) * static_cast<double>(audio.channels) *
                                   static_cast<double>(audio.sample_rate);
     audio.duration_ms = ms_of(static_cast<double>(size) / bytes_a_second);
@@ -155,7 +155,8 @@ std::optional<OtherAudio> read_caf(FileStream &stream) {
         BigEndianReader fields(bytes, 4);
         auto size = static_cast<int64_t>(fields.next(8));
         if (size < 0 || size > stream.length() - at - 12) {
-            size = stream.length() - at - 12; // what was being written to the end
+            size =
+                stream.length() - at - 12; // the recording did not end: up to the end of the file
         }
         if (kind == "desc") {
             rate = number_of(fields.next(8), 8);
@@ -179,7 +180,7 @@ std::optional<OtherAudio> read_caf(FileStream &stream) {
     return audio;
 }
 
-// An element of Matroska: which one, and where what it holds lies.
+// An element of Matroska: its id, and where its content lies.
 struct Element {
     uint64_t id = 0;
     int64_t begin = 0;
@@ -189,7 +190,8 @@ struct Element {
 std::optional<Element> element_at(FileStream &stream, int64_t at, int64_t end) {
     const std::string bytes = bytes_at(stream, at, 12);
     size_t used = 0;
-    // The first bit that is set tells how many bytes a number has; of a size it is not part.
+    // The position of the first set bit says how many bytes a number has. That bit is part of an
+    // id, but not of a size.
     const auto number = [&](bool keep_mark) {
         const auto lead = used < bytes.size() ? static_cast<unsigned char>(bytes[used]) : 0u;
         size_t size = 1;
@@ -242,7 +244,7 @@ std::optional<OtherAudio> read_matroska(FileStream &stream) {
             at = element->begin;
         } else if (element->id == info) {
             at = element->begin;
-            end = element->end; // nothing behind it is wanted
+            end = element->end; // nothing after it is needed
         } else if (element->id == unit_ns && size <= 8) {
             unit = static_cast<double>(
                 BigEndianReader(bytes_at(stream, element->begin, size)).next(size));

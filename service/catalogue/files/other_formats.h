@@ -1,5 +1,5 @@
-// Formats that TagLib does not read: ADTS (.aac), AC-3, Matroska (.mka, .webm), CAF and AU. What
-// their headers tell is known of such a file; its title is its name.
+// Formats that TagLib does not read: ADTS (.aac), AC-3, Matroska (.mka, .webm), CAF and AU. Of such
+// a file only what its headers state is known.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_OTHER_FORMATS_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_OTHER_FORMATS_H
 
@@ -13,7 +13,7 @@
 namespace vantro::service::catalogue {
 
 struct OtherAudio {
-    const char *codec = ""; // empty where the format does not say it in so many words
+    const char *codec = ""; // empty where the format does not name it
     int64_t duration_ms = 0;
     int64_t sample_rate = 0;
     int64_t channels = 0;
@@ -23,7 +23,7 @@ struct OtherAudio {
 // True for a name that ends as files of these formats do.
 bool has_other_name(std::string_view name);
 
-// Nothing where the stream is of none of these formats, or does not tell how long it lasts.
+// Nothing if the stream has none of these formats, or does not state how long it lasts.
 std::optional<OtherAudio> read_other(FileStream &stream);
 
 } // namespace vantro::service::catalogue

@@ -12,7 +12,7 @@ uint32_t big_endian(std::string_view bytes, size_t at, size_t count) {
     return number;
 }
 
-// A picture of more than a million pixels a side is a lie.
+// A header that states more pixels a side than this is false.
 constexpr uint32_t side_max = 1'000'000;
 
 std::optional<PictureHead> sized(const char *ending, uint32_t width, uint32_t height) {
@@ -22,8 +22,8 @@ std::optional<PictureHead> sized(const char *ending, uint32_t width, uint32_t he
     return PictureHead{ending, static_cast<int32_t>(width), static_cast<int32_t>(height)};
 }
 
-// Segments follow each other up to the one that states the size: C0 to CF but for three that share
-// its range.
+// Segments follow each other up to the one that states the size: its marker is one of C0 to CF, of
+// which three mean something else.
 std::optional<PictureHead> jpeg_head(std::string_view bytes) {
     size_t at = 2;
     while (at + 9 <= bytes.size()) {

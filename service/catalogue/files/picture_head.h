@@ -1,4 +1,4 @@
-// What the first bytes of a picture tell.
+// The format and size of a picture, from its first bytes.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_PICTURE_HEAD_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_PICTURE_HEAD_H
 
@@ -13,7 +13,7 @@ struct PictureHead {
     int32_t width = 0;
     int32_t height = 0;
 };
-// Nothing where the bytes do not begin a JPEG or PNG picture. Reads no more than their headers.
+// Nothing if the bytes are not the beginning of a JPEG or PNG picture. Reads the headers only.
 std::optional<PictureHead> picture_head(std::string_view bytes);
 
 } // namespace vantro::service::catalogue

@@ -22,7 +22,7 @@ std::string_view ending_of(std::string_view name) {
     return dot == std::string_view::npos ? std::string_view() : name.substr(dot + 1);
 }
 
-// Without a scheme, and with what %XX stands for; nothing for other schemes and for other hosts.
+// The path in a file URI, with each %XX decoded. Nothing for other schemes and for other hosts.
 std::optional<std::string> file_of_uri(std::string_view entry) {
     constexpr std::string_view scheme = "file://";
     if (lower(entry.substr(0, scheme.size())) != scheme) {
@@ -57,7 +57,7 @@ bool has_scheme(std::string_view entry) {
                        [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); });
 }
 
-// Appends the pieces of `path` to `pieces`, going back for each "..". False where that leads out.
+// Appends the pieces of `path` to `pieces`, and removes one for each "..". False if that leads out.
 bool walk(std::string_view path, std::vector<std::string_view> &pieces) {
     while (!path.empty()) {
         const std::string_view piece = path.substr(0, path.find('/'));
@@ -97,7 +97,7 @@ std::vector<std::string> parse_playlist(std::string_view name, std::string_view 
         while (!line.empty() && (line.front() == ' ' || line.front() == '\t')) {
             line.remove_prefix(1);
         }
-        if (pls) { // FileN=ENTRY, whatever N is: they stand in their order
+        if (pls) { // FileN=ENTRY; N is ignored, since the lines are in order
             const size_t sign = line.find('=');
             if (sign == std::string_view::npos || lower(line.substr(0, 4)) != "file") {
                 continue;
@@ -123,7 +123,7 @@ std::optional<std::string> resolve_entry(std::string_view entry, std::string_vie
         }
         text = std::move(*file);
     } else if (entry.find('/') == std::string_view::npos) {
-        // Written on a system that parts names otherwise.
+        // Written on a system that separates names by backslashes.
         std::replace(text.begin(), text.end(), '\\', '/');
     }
 

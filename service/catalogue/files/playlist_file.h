@@ -13,17 +13,18 @@
 
 namespace vantro::service::catalogue {
 
-// Largest playlist file, in bytes, and most entries of one. More is no list that anybody made.
+// Largest playlist file, in bytes, and most entries of one. No real playlist is larger.
 inline constexpr size_t playlist_bytes_max = 4 * 1024 * 1024;
 inline constexpr size_t playlist_entries_max = 100'000;
 
 bool has_playlist_name(std::string_view name);
 
-// The entries in their order, as they are written. Never fails: what makes no sense is no entry.
+// The entries in their order, as they are written. Never fails: a line that makes no sense is
+// skipped.
 std::vector<std::string> parse_playlist(std::string_view name, std::string_view bytes);
 
-// The path below `root` that an entry of a playlist in `folder`, itself below `root`, means.
-// Nothing where it leads out of it, or is no file at all.
+// The path below `root` of the file that an entry means. The playlist lies in `folder`, a path
+// below `root`. Nothing if the entry leads out of `root`, or names no file.
 std::optional<std::string> resolve_entry(std::string_view entry, std::string_view folder,
                                          std::string_view root);
 
@@ -33,7 +34,7 @@ struct PlaylistFile {
     std::vector<std::string> entries;
 };
 
-// Reads the file at `path` below the root, which goes by `name`. Returns why it cannot be read.
+// Reads the file at `path` below the root, which is called `name`. Returns why it cannot be read.
 FileFailure read_playlist(const MusicRoot &root, const std::string &path, const std::string &name,
                           PlaylistFile &playlist);
 

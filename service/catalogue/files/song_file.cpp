@@ -27,7 +27,7 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// Where the formats disagree about a name the first one that is there counts.
+// The formats have several names for some keys; the first name that the file has counts.
 struct TagName {
     const char *key;
     const char *names[3];
@@ -51,7 +51,7 @@ constexpr TagName tag_names[] = {
     {VANTRO_KEY_REPLAYGAIN_ALBUM_PEAK, {"REPLAYGAIN_ALBUM_PEAK"}},
 };
 
-// A song has no more genres than this, and no more artists.
+// Most genres of one song that are taken, and most artists.
 constexpr size_t values_max = 16;
 
 std::string text_of(const TagLib::String &value, size_t limit = tag_text_max) {
@@ -96,7 +96,7 @@ int32_t positive(const TagLib::String &text) {
     return number > 0 ? number : 0;
 }
 
-// Numbers of discs and tracks. What is larger was meant for something else.
+// Largest number of a disc or a track. A larger one is not a number of that kind.
 constexpr int32_t number_max = 999;
 
 int32_t small_number(const TagLib::String &text) {
@@ -104,7 +104,7 @@ int32_t small_number(const TagLib::String &text) {
     return number <= number_max ? number : 0;
 }
 
-// Programs leave their measurements in comments, as hexadecimal numbers one after the other.
+// Some programs write measurements into comments, as a row of hexadecimal numbers.
 bool is_measurement(std::string_view comment) {
     constexpr size_t digits = 8;
     size_t numbers = 0;
@@ -121,7 +121,7 @@ bool is_measurement(std::string_view comment) {
     return numbers > 1;
 }
 
-// "2" and "2/3" alike; the total may also stand in a tag of its own.
+// Reads "2" and "2/3". The total may also have a tag of its own.
 std::pair<int32_t, int32_t> number_and_total(const TagLib::PropertyMap &properties,
                                              const char *name,
                                              std::initializer_list<const char *> totals) {
@@ -143,7 +143,7 @@ std::pair<int32_t, int32_t> number_and_total(const TagLib::PropertyMap &properti
     return result;
 }
 
-// The first four digits in a row: dates are written in every order.
+// The first four digits in a row, since dates are written in every order.
 int32_t year_in(std::string_view date) {
     size_t digits = 0;
     for (size_t i = 0; i < date.size(); ++i) {
@@ -214,7 +214,7 @@ void take_tags(const TagLib::PropertyMap &properties, SongFile &song) {
     }
 }
 
-// Returns false where the stream holds nothing that lasts.
+// Returns false if the stream holds no audio with a duration.
 bool read_stream(FileStream &stream, SongFile &song) {
     const TagLib::FileRef file(&stream, true, TagLib::AudioProperties::Average);
     const TagLib::AudioProperties *audio = file.isNull() ? nullptr : file.audioProperties();
@@ -242,7 +242,7 @@ bool read_stream(FileStream &stream, SongFile &song) {
     return true;
 }
 
-// The same for a format that TagLib does not read.
+// The same for the formats that TagLib does not read.
 bool read_other_stream(FileStream &stream, SongFile &song) {
     const std::optional<OtherAudio> audio = read_other(stream);
     if (!audio) {
@@ -303,7 +303,7 @@ bool has_audio_name(std::string_view name) {
         for (const TagLib::String &each : TagLib::FileRef::defaultFileExtensions()) {
             endings.push_back(each.to8Bit());
         }
-        endings.emplace_back("mp2"); // which TagLib tells by its content
+        endings.emplace_back("mp2"); // TagLib recognises it by its content, not by this ending
         return endings;
     }();
     return std::find(known.begin(), known.end(), ending) != known.end() || has_other_name(name);
@@ -319,7 +319,8 @@ FileFailure read_song(const MusicRoot &root, const std::string &path, const std:
         if (stream.failure()) {
             return stream.failure();
         }
-        // Sound of these formats can look like that of others, so the name decides who is first.
+        // The sound of these formats can look like that of others, so the name decides which reader
+        // is tried first.
         const bool other = has_other_name(name);
         bool good = other ? read_other_stream(stream, song) : read_stream(stream, song);
         if (!good && !stream.failure()) {
@@ -331,7 +332,7 @@ FileFailure read_song(const MusicRoot &root, const std::string &path, const std:
             good = read_other_stream(stream, song);
         }
         if (stream.failure()) {
-            return stream.failure(); // what was read is not all there is
+            return stream.failure(); // the file was not read completely
         }
         return good ? FileFailure() : FileFailure{"is not audio that can be read", 0};
     } catch (const std::bad_alloc &) {

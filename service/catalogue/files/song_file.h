@@ -46,16 +46,16 @@ struct SongFile {
     std::string picture; // the bytes of the cover in the file
 };
 
-// True for a name that ends as audio files do. Others are no business of the scan.
+// True for a name that ends as audio files do. The scan ignores other files.
 bool has_audio_name(std::string_view name);
 
-// Fills `song` from the file at `path` below the root, which goes by `name`; its time and size also
-// where it cannot be played. Returns why it cannot.
+// Fills `song` from the file at `path` below the root, which is called `name`. Time and size are
+// filled in also if the file cannot be played. Returns why it cannot.
 FileFailure read_song(const MusicRoot &root, const std::string &path, const std::string &name,
                       SongFile &song);
 
 // 0, or the VANTRO_ERROR_* for which the file at `path` below the directory cannot be played. Want
-// of memory or descriptors gives 0: nothing is known against the file.
+// of memory or descriptors gives 0, since it says nothing about the file.
 int32_t check_song(const std::string &directory, const std::string &path);
 
 } // namespace vantro::service::catalogue

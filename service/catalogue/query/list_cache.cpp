@@ -36,7 +36,7 @@ void sort_by(const List &order, std::vector<Entry> &entries) {
         }
         return;
     }
-    // Of many, going through the whole order is faster than sorting them.
+    // For many entries, going through the whole order is faster than sorting them.
     std::vector<char> found(order.entries.size());
     auto place = order.places.begin();
     for (const Entry entry : entries) {

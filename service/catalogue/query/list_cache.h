@@ -1,5 +1,5 @@
-// Ordered lists of what is in the catalogue, made once and kept, so that a page from the middle of
-// a long one costs no more than one from its beginning.
+// Ordered lists of songs and nodes. They are made once and kept, so that a page from the middle of
+// a long list costs no more than one from its beginning.
 #ifndef VANTRO_SERVICE_CATALOGUE_QUERY_LIST_CACHE_H
 #define VANTRO_SERVICE_CATALOGUE_QUERY_LIST_CACHE_H
 
@@ -35,7 +35,7 @@ class Entry {
 };
 
 struct List {
-    // Where an entry stands. These are sorted by entry.
+    // At which index an entry is.
     struct Place {
         Entry entry;
         uint32_t at;
@@ -43,21 +43,23 @@ struct List {
     };
 
     std::vector<Entry> entries;
-    std::vector<Place> places; // only of lists that others are sorted by
+    std::vector<Place> places; // by entry; only of lists by which others are sorted
 
     const Place *find(Entry entry) const;
-    // Fills `places`. `durations` is empty or runs beside `entries`.
+    // Fills `places`. `durations` is empty, or has a duration for each entry.
     void place_entries(const std::vector<int32_t> &durations);
 };
 
-// Leaves those of the entries, which are sorted by number, that `order` has too, in its order.
+// Sorts `entries`, which are sorted by Entry, into the order of `order`. Those that `order` does
+// not have are dropped.
 void sort_by(const List &order, std::vector<Entry> &entries);
 
-// Keeps the lists that were used last. Any thread.
+// Keeps the lists that were used most recently. Any thread.
 class ListCache {
   public:
-    // Returns what is kept under `name`, or makes it. Names hold the generation, so what is out of
-    // date is never asked for again, and goes when others need the room.
+    // Returns the list that is kept under `name`, or makes it. Names contain the generation of a
+    // source, so a list that is out of date is never asked for, and is dropped when others need the
+    // room.
     std::shared_ptr<const List> get(const std::string &name, const std::function<List()> &make)
         EXCLUDES(mutex_);
 
@@ -67,7 +69,7 @@ class ListCache {
     void clear() EXCLUDES(mutex_);
 
   private:
-    // A hundred thousand songs in every order that is asked for take half of this.
+    // The lists of a hundred thousand songs, in every order, take half of this.
     static constexpr size_t bytes_max = 24u * 1024 * 1024;
 
     struct Kept {
@@ -77,7 +79,7 @@ class ListCache {
     };
 
     Mutex mutex_;                             // not held while a list is made
-    std::list<Kept> kept_ GUARDED_BY(mutex_); // used last in front
+    std::list<Kept> kept_ GUARDED_BY(mutex_); // the most recently used first
     std::unordered_map<std::string, std::list<Kept>::iterator> by_name_ GUARDED_BY(mutex_);
     size_t bytes_ GUARDED_BY(mutex_) = 0;
 };

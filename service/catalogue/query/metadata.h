@@ -1,4 +1,4 @@
-// What is known of one node.
+// The metadata of one node.
 #ifndef VANTRO_SERVICE_CATALOGUE_QUERY_METADATA_H
 #define VANTRO_SERVICE_CATALOGUE_QUERY_METADATA_H
 
@@ -13,24 +13,24 @@
 
 namespace vantro::service::catalogue {
 
-// Most bytes of values that one query gets. Every key of one song fits, with its lyrics; a query
+// Most bytes of values that one query gets. All values of one song fit, with its lyrics. A query
 // that asks ten thousand times for the lyrics gets no more than this.
 inline constexpr size_t extended_bytes_max = 1024 * 1024;
 
-// False when the song is gone.
+// False if the song is gone.
 bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song,
                    SongMetadata &metadata);
 
-// Of a node that is no song: its name under what it is, and the cover of its first song.
+// The metadata of a node that is no song: its name, under the key of its kind, and its cover.
 SongMetadata describe(Database &database, const ArtworkFolder &artwork, SourceBrowser &browser,
                       Place place);
 
-// One value a key. `root` is the directory of the song's source.
+// One value for each key. `root` is the directory of the song's source.
 std::vector<std::string> read_extended(Database &database, const ArtworkFolder &artwork,
                                        std::string_view root, SongId song,
                                        const std::vector<std::string_view> &keys);
 
-// The path of a song's file below its source; empty when the song is gone.
+// The path of a song's file below its source; empty if the song is gone.
 std::string path_of(Database &database, SongId song);
 
 // The same as read_extended() for a node that is no song, from what describe() gave.

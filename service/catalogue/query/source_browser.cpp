@@ -145,9 +145,9 @@ Node SourceBrowser::node(Entry entry) {
     return node;
 }
 
-// The whole of the list of songs lies in one index in its order, with all that a node needs. A page
-// is a walk along it, which begins where the list says, or, while that is being made at the start,
-// after so many steps.
+// The list of all songs lies in one index, in its order, with all columns that a node needs. A page
+// is a walk along this index. The walk begins at the song that the list has at that place, or,
+// while the list is not made yet, after so many steps.
 void SourceBrowser::songs_by_name(Range range, NodeSink &nodes) {
     const auto [first, last] = bounds(range, static_cast<size_t>(song_count()));
     if (first == last) {
@@ -160,7 +160,7 @@ void SourceBrowser::songs_by_name(Range range, NodeSink &nodes) {
             const NodeId id(kind_song, rows.integer(0));
             if (!nodes.take({id.text(), rows.text(1), VANTRO_NODE_SONG, 0, source_,
                              VANTRO_SOURCE_DIRECTORY})) {
-                left = 1; // no more is wanted
+                left = 1; // no more nodes are wanted
             }
         }
     };
@@ -177,7 +177,7 @@ void SourceBrowser::songs_by_name(Range range, NodeSink &nodes) {
         return;
     }
     const std::string sort(begin.text(0));
-    // In two steps: comparing every row with both would take longer than all else.
+    // In two steps: comparing every row with sort and key would take most of the time.
     give(database_.query("SELECT key, name FROM song WHERE source = ?1 AND sort = ?2 AND key >= ?3"
                          " ORDER BY key",
                          source_, Blob{sort}, begin.integer(1)));
@@ -204,7 +204,7 @@ void SourceBrowser::browse(Place place, Range range, NodeSink &nodes) {
 
 void SourceBrowser::nodes(const List &list, Range range, NodeSink &nodes) {
     const auto [first, last] = bounds(range, list.entries.size());
-    // Looked up in the order in which they lie in the file, where neighbours share a page.
+    // Looked up in the order of the file, where neighbours share a page.
     std::vector<std::pair<Entry, size_t>> wanted;
     wanted.reserve(last - first);
     for (size_t i = first; i < last; ++i) {

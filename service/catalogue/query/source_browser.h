@@ -1,4 +1,4 @@
-// One source as it is at one moment: its tree, its lists, its searches. Lives within a transaction.
+// Browses and searches one source as it is at one moment. It must live within one transaction.
 #ifndef VANTRO_SERVICE_CATALOGUE_QUERY_SOURCE_BROWSER_H
 #define VANTRO_SERVICE_CATALOGUE_QUERY_SOURCE_BROWSER_H
 
@@ -30,16 +30,16 @@ class SourceBrowser {
     SourceBrowser(Database &database, ListCache &cache, int32_t source);
 
     std::optional<Place> find(std::string_view node);
-    // Makes the lists that others are sorted by, so that no client waits for them.
+    // Makes the lists by which others are sorted, so that no client waits for them.
     void prepare();
 
-    // What browsing a node gives. The root's entries are menus, which are no entries of lists.
+    // The entries that browsing a node gives. Of the root it is empty: its menus are no entries.
     ListPointer entries(Place place);
     std::vector<Node> menus();
     int64_t song_count();
-    // The songs of a node and all that is below it, in the order of play.
+    // The songs of a node and of everything below it, in the order of play.
     ListPointer songs(Place place);
-    // Appends them with what an engine needs.
+    // Appends the songs of a list, with the data that an engine needs.
     void queue(const List &list, std::vector<QueuedSong> &songs);
 
     // Nothing for an unknown filter.

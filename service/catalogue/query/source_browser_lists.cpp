@@ -10,7 +10,7 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// Of songs.
+// For lists of songs.
 void keep_first_of_each(std::vector<Entry> &entries) {
     std::unordered_set<SongId> seen;
     entries.erase(std::remove_if(entries.begin(), entries.end(),
@@ -55,7 +55,7 @@ SourceBrowser::ListPointer SourceBrowser::all(Kind kind) {
     });
 }
 
-// Every song: artist by artist, album by album.
+// Every song, by artist and album.
 SourceBrowser::ListPointer SourceBrowser::by_album() {
     return kept("by album", [&] {
         List list;
@@ -77,7 +77,7 @@ void SourceBrowser::prepare() {
     by_album();
 }
 
-// What an artist has performed for albums of others.
+// The songs that an artist has performed on albums of others.
 void SourceBrowser::take_performed(int64_t artist, std::vector<Entry> &entries) {
     take_songs(database_.query("SELECT song.id FROM song_artist AS performed"
                                " JOIN song ON song.id = performed.song"
@@ -99,7 +99,7 @@ void SourceBrowser::take_artist(int64_t artist, std::vector<Entry> &entries) {
 }
 
 void SourceBrowser::take_folder(int64_t folder, int depth, std::vector<Entry> &entries) {
-    // Deeper than the scan goes; a damaged file may have a circle.
+    // The scan does not go so deep, but a damaged file may have a circle.
     if (depth > 1000) {
         return;
     }

@@ -20,7 +20,7 @@ std::string match_expression(std::string_view term) {
     std::string_view rest = text;
     while (!rest.empty() && words < search_words_max) {
         const size_t end = rest.find_first_of(" \t\r\n\v\f");
-        // What is one word to a person may be several to the index, which then stand side by side.
+        // A word of the term may be several words of the index, which must then be neighbours.
         const std::string word = search_words(rest.substr(0, end));
         rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
         if (!word.empty()) {
@@ -31,7 +31,7 @@ std::string match_expression(std::string_view term) {
     return expression;
 }
 
-// The index gives its rows by number, which is how places are sorted too.
+// The index gives its rows by number, and sort_by() takes entries in this order.
 void SourceBrowser::take_search(const char *sql, const std::string &words, Kind kind,
                                 std::vector<Entry> &entries) {
     std::vector<Entry> found;

@@ -24,7 +24,7 @@ Directory open_folder(const MusicRoot &root, const std::string &path);
 // collection on every file system. Without those that could not be read where `error` is not 0.
 std::vector<std::string> names_in(DIR *directory, int &error);
 
-// False where that cannot be told.
+// False where the directory cannot be read.
 bool is_empty(const MusicRoot &root);
 
 } // namespace vantro::service::catalogue

@@ -42,11 +42,11 @@ FileStamp stamp_of(const struct stat &status) {
 struct Scan::Reading {
     const Folder &folder;
     DIR *directory = nullptr;
-    KnownFolder known; // what has been seen is taken out
+    KnownFolder known; // without the files and folders that have been seen
     std::vector<Folder> folders = {};
     bool has_songs = false;
     FolderCover cover = {};
-    int failure = 0; // why not all of it could be looked at
+    int failure = 0; // the error for which some of it could not be looked at
 
     FileName named(const std::string &name, int32_t source) const {
         return {source, folder.path, name};
@@ -69,7 +69,7 @@ Scan::Scan(Parts parts, int32_t source, const std::string &root)
     }
     fstat(top_->descriptor(), &root_status_);
     if (is_empty(*top_)) {
-        // The mount point of a disk that is not mounted looks like this.
+        // The mount point of an unmounted disk looks empty too: what is known stays.
         const KnownFolder known = parts_.writer.known(source, "");
         gone_ = !known.files.empty() || !known.folders.empty();
         why_gone_ = "has become empty";
@@ -133,7 +133,7 @@ void Scan::visit(const Folder &folder) {
         }
         return;
     }
-    // Watched first, read then: what changes in between is told twice and not never.
+    // First watched, then read: a change in between is seen twice rather than never.
     parts_.watcher.add({source_, folder.path}, absolute(folder.path), dirfd(directory.get()));
     Reading reading{folder, directory.get(), parts_.writer.known(source_, folder.path)};
     int error = 0;
@@ -168,7 +168,7 @@ void Scan::visit_entry(Reading &reading, const std::string &name) {
             return; // gone already
         }
         reading.failure = errno;
-        reading.known.files.erase(name); // what is known of it stays
+        reading.known.files.erase(name); // counts as seen, so what is known of it stays
         reading.known.folders.erase(name);
         return;
     }
@@ -227,11 +227,11 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
     }
 }
 
-// `path` is where the file itself lies; `name` is the link's where it was reached by one.
+// `path` is where the file itself lies. `name` is its name, or that of the link to it.
 void Scan::visit_file(Reading &reading, const std::string &name, const std::string &path,
                       struct stat status) {
     const bool song = has_audio_name(name);
-    // It may change without a word about this folder. Watched first, looked at then.
+    // This file can change without a report about the folder. First watched, then looked at.
     const std::string plain = path_below(reading.folder.path, name);
     if ((status.st_nlink > 1 || path != plain) && (song || has_playlist_name(name)) &&
         parts_.watcher.add_file({source_, reading.folder.path},
@@ -280,7 +280,7 @@ void Scan::forget_unseen(const Reading &reading) {
     if (known.files.empty() && known.folders.empty()) {
         return;
     }
-    // A directory that is being taken away looks emptier and emptier.
+    // A directory that is being unmounted or removed looks emptier and emptier.
     if (!root_is_there()) {
         return;
     }
@@ -304,7 +304,7 @@ void Scan::name_left_out(const FileName &where, std::string_view why) {
     parts_.log(LOG_SEVERITY_WARNING, fmt::format("left out: {}: {}", loggable(path), why));
 }
 
-// What is known of it stays: it may only be unreadable for now.
+// What is known of the folder stays: it may be unreadable only for now.
 void Scan::leave_out_folder(const Folder &folder, int error) {
     if (is_passing(error)) {
         postpone(folder.path, folder.path, error);
@@ -353,7 +353,7 @@ void Scan::take(Done &&done) {
         if (done.failure.error == ENOENT) {
             break; // gone already
         }
-        // Remembered also where it cannot be used, or it would be read at every scan.
+        // A picture that cannot be used is remembered too, or every scan would read it.
         parts_.writer.put_image(where, done.job.stamp, done.artwork);
         if (done.failure) {
             name_left_out(where, done.failure.why);

@@ -1,11 +1,12 @@
-// Compares a directory of music with what the catalogue knows of it, and makes the catalogue right.
+// Compares a directory of music with what the catalogue knows of it, and corrects the catalogue.
 //
-// A folder is compared as a whole: what is new or changed is read by the workers, what is gone is
-// forgotten. So the top with everything below it and one folder that has changed are the same work.
+// A folder is compared as a whole: the workers read new and changed files, and files that are gone
+// are removed. The scan of a whole source is this for every folder, and a reported change is this
+// for one.
 //
-// Links to files are followed as long as they stay in the directory. Links to folders are not: what
-// they lead to is read where it lies, and circles cost nothing. What cannot be read is left out and
-// named in the log once, which the catalogue remembers.
+// Links to files are followed if they stay in the directory. Links to folders are not followed: the
+// folder is read where it lies, so a circle of links does no harm. A file that cannot be read is
+// left out and named in the log once; the catalogue remembers that.
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_SCAN_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_SCAN_H
 
@@ -28,7 +29,7 @@
 
 namespace vantro::service::catalogue {
 
-// Deepest nesting that is read. Nobody's music lies deeper, and paths end soon after.
+// Deepest nesting that is read. No collection is nested deeper, and paths cannot be much longer.
 inline constexpr size_t folder_depth_max = 256;
 
 class Scan {
@@ -51,12 +52,12 @@ class Scan {
     // Compares `folder` and those folders below it that nobody watches, or, with `all`, every one.
     void read(const std::string &folder, bool all);
 
-    // Waits for all that is under way, and makes it seen. False where the directory itself is gone
-    // or the scan was stopped: then nothing was concluded from what could not be seen.
+    // Waits for all work under way, and commits it. False if the directory itself is gone or the
+    // scan was stopped: then no file was taken for deleted because it was not seen.
     bool finish();
 
-    // Folders of which something could not be read for now: want of memory or descriptors, or a
-    // failed read. What is known of it stays, and the folders should be read again.
+    // Folders of which something could not be read for now, for want of memory or descriptors or
+    // because a read failed. What is known of them stays. They should be read again.
     struct Postponed {
         std::set<std::string> folders; // "" is the top, with all that is below it
         int error = 0;                 // the last one
@@ -67,7 +68,7 @@ class Scan {
     // The directory cannot be read, and why. What is known of it stays.
     bool gone() const { return gone_; }
     const std::string &why_gone() const { return why_gone_; }
-    bool changed() const { return changed_; } // what readers see
+    bool changed() const { return changed_; } // whether readers see something else than before
     const ScanProgress &counts() const { return counts_; }
 
   private:

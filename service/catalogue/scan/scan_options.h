@@ -1,4 +1,4 @@
-// How the music is scanned, and who hears of it.
+// How the music is scanned, and who is called about it.
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_SCAN_OPTIONS_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_SCAN_OPTIONS_H
 
@@ -21,8 +21,8 @@ struct ScanProgress {
 struct ScanOptions {
     int scan_threads = 0; // 0: one for each processor
 
-    // Everything is looked at again this often although the watches report changes: they miss what
-    // happens on another machine's side of a network directory. Where watches ran out, more often.
+    // Everything is looked at again this often although the watches report changes: the watches do
+    // not see what another machine does in a network directory. Where watches ran out, more often.
     std::chrono::milliseconds rescan_every = std::chrono::hours(1);
     std::chrono::milliseconds rescan_unwatched = std::chrono::minutes(5);
     // How long a changed directory must have been quiet before it is read again.

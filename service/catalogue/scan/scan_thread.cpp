@@ -17,22 +17,23 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// A directory that is gone is looked for this often; nothing tells when it comes back.
+// How often a directory that is gone is looked for: no event says that it is back.
 constexpr auto look_for_gone = std::chrono::seconds(10);
 
-// Checking the catalogue's file reads all of it, and a disk that damages every file would be filled
-// with them.
+// The shortest time between two checks of the catalogue's file. A check reads all of it, and a disk
+// that damages every file would be filled with damaged ones.
 constexpr auto check_pause = std::chrono::minutes(1);
 
-// What could not be read or kept is tried again after the first of these, then after twice the
-// pause, up to the second: nothing tells when there is room, memory or a descriptor again.
+// Work that failed is tried again after the first of these, then each time after twice the pause,
+// up to the second: no event says that there is room, memory or a descriptor again.
 constexpr auto first_pause = std::chrono::seconds(1);
 constexpr auto last_pause = std::chrono::seconds(10);
 
-// After so many tries, about a minute, what still cannot be read keeps nobody waiting any more.
+// After so many tries, which take about a minute, a source counts as ready although some of it
+// still cannot be read.
 constexpr int tries_waited_for = 8;
 
-// Room for the next batch of songs with its covers. Less is no room.
+// The next batch of songs with its covers needs this much room on the disk.
 constexpr size_t room_bytes = 256 * 1024;
 
 } // namespace
@@ -71,7 +72,7 @@ void ScanThread::rescan() {
 
 void ScanThread::found_damage(int rebuilds) {
     if (rebuilds != rebuilds_) {
-        return; // it has been dealt with
+        return; // that file has been checked since
     }
     damaged_ = true;
     watcher_.wake();
@@ -90,7 +91,8 @@ void ScanThread::run() {
             }
             do_next();
         } catch (const std::exception &) {
-            // Want of memory. What the watches told is lost with it, so all is looked at again.
+            // Want of memory. The changes that the watches reported are lost, so everything is
+            // looked at again.
             everything_ = true;
             watcher_.rest(first_pause);
         }
@@ -137,7 +139,7 @@ void ScanThread::check_catalogue() {
         database_.reset();
         database_ = reopen_(true);
         ++rebuilds_;
-        damaged_ = false; // readers of the old file may have said so again
+        damaged_ = false; // readers of the old file may have reported damage meanwhile
     });
 }
 
@@ -183,8 +185,8 @@ void ScanThread::set_status(MusicDirectory &source, int32_t status) {
     }
 }
 
-// Returns false where the catalogue's file failed or something was not to be had. What was
-// committed before stays, and the source that was scanned goes on being scanned.
+// Returns false if the catalogue's file failed, or memory or another resource was short. What was
+// committed before stays, and the status of `source` stays "scanning".
 bool ScanThread::guarded(const std::function<void()> &work, MusicDirectory *source) {
     std::string failure;
     try {
@@ -209,13 +211,13 @@ bool ScanThread::guarded(const std::function<void()> &work, MusicDirectory *sour
         failure = error.what();
     }
     failing_ = true;
-    if (source) { // before the log says so
+    if (source) { // before the line in the log: a reader of it finds the status right
         set_status(*source, VANTRO_SOURCE_SCANNING);
     }
     if (workers_) {
         workers_->abandon();
     }
-    // Closing the file undoes what was not committed, also where that itself fails.
+    // Closing the file undoes what was not committed, even where an undo fails.
     writer_.reset();
     database_.reset();
     if (failure != failure_) {
@@ -244,9 +246,9 @@ void ScanThread::scan_everything() {
     tidy();
 }
 
-// Goes on where a scan broke off or could not read something.
+// Scans again what a scan did not finish or could not read.
 void ScanThread::scan_unfinished() {
-    // Without room the whole of a batch would be read to no purpose.
+    // Without room on the disk a batch would be read and could not be kept.
     if (failing_ && !has_room(state_, room_bytes)) {
         next_try_ = Clock::now() + first_pause;
         return;
@@ -273,7 +275,7 @@ void ScanThread::plan_next_try(bool again) {
     }
     tries_ += again || tries_ == 0 ? 1 : 0;
     std::chrono::milliseconds pause = first_pause * (1 << std::min(tries_ - 1, 8));
-    // A part of a disk that cannot be read may stay so for ever, and reading it takes long.
+    // A part of a disk may be unreadable for good, and each attempt to read it takes long.
     const bool for_good = !failing_ && !short_of_descriptors_ && tries_ > tries_waited_for;
     pause = std::min<std::chrono::milliseconds>(pause,
                                                 for_good ? options_.rescan_unwatched : last_pause);
@@ -285,10 +287,10 @@ void ScanThread::tidy() {
         try {
             database_->run("PRAGMA wal_checkpoint(TRUNCATE)");
         } catch (const std::exception &) {
-            // The log stays as long as it is; the next scan tries again.
+            // The write-ahead log keeps its length; the next scan tries again.
         }
     }
-    // What long tags took is not needed again soon.
+    // Returns the memory that long tags took: it is not needed again soon.
     malloc_trim(0);
 }
 
@@ -311,8 +313,8 @@ Scan::Parts ScanThread::parts() {
             [this] { return stop_ || damaged_; }};
 }
 
-// The source as a whole where no folders are named; with `deep` all that is below the folders, also
-// what the watches would have told.
+// Scans the whole source if no folders are named. With `deep` it scans everything below the
+// folders, also those folders that are watched.
 void ScanThread::scan_source(MusicDirectory &source, const std::set<std::string> &folders,
                              bool deep) {
     const bool whole = folders.empty();
@@ -358,7 +360,7 @@ void ScanThread::note_gone(MusicDirectory &source, const Scan &scan) {
     set_status(source, VANTRO_SOURCE_UNAVAILABLE);
 }
 
-// A scan came to its end; some of what it met may be left for later.
+// A scan has come to its end; some folders may be left for later.
 void ScanThread::conclude(MusicDirectory &source, const Scan &scan,
                           const std::set<std::string> &folders, Clock::time_point began) {
     Unfinished &unfinished = unfinished_.at(source.id);

@@ -1,4 +1,4 @@
-// The thread that keeps the catalogue right: it scans every source, then waits for changes.
+// The thread that keeps the catalogue up to date: it scans every source, then waits for changes.
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_SCAN_THREAD_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_SCAN_THREAD_H
 
@@ -33,10 +33,9 @@ struct MusicDirectory {
 
 class ScanThread {
   public:
-    // Borrows the sources and the covers. `state` is the directory that the catalogue's file and
-    // the covers are in. `reopen` gives the catalogue's file for writing; called with true when the
-    // one before turned out to be damaged. `prepare` is called where a source has changed and comes
-    // to rest.
+    // Borrows the sources and the covers. `state` is the directory with the catalogue's file and
+    // the covers. `reopen` returns the catalogue's file, open for writing; it is called with true
+    // if the one before seemed damaged. `prepare` is called after a scan that has changed a source.
     ScanThread(const ScanOptions &options, std::vector<std::unique_ptr<MusicDirectory>> &sources,
                const ArtworkFolder &artwork, std::filesystem::path state,
                std::function<std::unique_ptr<Database>(bool damaged)> reopen,
@@ -55,15 +54,15 @@ class ScanThread {
   private:
     using Clock = std::chrono::steady_clock;
 
-    // What of a source could not be read or kept when it was its turn. The source counts as being
-    // scanned until it was, or until it has been tried so often that nobody should wait for it.
+    // The part of a source that a scan could not read or keep. The source counts as being scanned
+    // until that part has been read, or has been tried so often that no client should wait for it.
     struct Unfinished {
         bool whole = false;            // a scan of all of it broke off
         std::set<std::string> folders; // that should be read again
         ScanProgress counts;           // of the scan that could not read them
         Clock::time_point began;
         bool owes_report = false; // its end has not been reported
-        std::string said;         // why, as it was logged last
+        std::string said;         // the reason that was logged last
         bool any() const { return whole || !folders.empty(); }
     };
 

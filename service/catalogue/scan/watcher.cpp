@@ -1,4 +1,4 @@
-// The one file that knows inotify.
+// The only file that uses inotify.
 #include "service/catalogue/scan/watcher.h"
 
 #include <algorithm>
@@ -24,14 +24,15 @@ constexpr uint32_t watched_events = IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_
 constexpr uint32_t watched_events_of_files =
     IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF | IN_DONT_FOLLOW;
 
-// Files that are watched by themselves. Whole collections are made of files with several names, and
-// the host has only so many watches.
+// Most files that are watched by themselves. In some collections every file has several names, and
+// the kernel has only so many watches.
 constexpr size_t files_max = 4096;
 
-// A folder that never comes to rest is read all the same after so many times the quiet it lacks.
+// A folder that keeps changing is read nevertheless, after `settle` times this.
 constexpr int settle_max = 10;
 
-// A file that is being written is read when its writer closes it. Links come whole.
+// A new regular file is read when its writer closes it. Links, and further names of a file, are
+// complete at once.
 bool comes_whole(const std::string &path) {
     struct stat status = {};
     return lstat(path.c_str(), &status) == 0 && (!S_ISREG(status.st_mode) || status.st_nlink > 1);
@@ -59,10 +60,10 @@ Watcher::~Watcher() {
 }
 
 bool Watcher::add(const WatchedFolder &folder, const std::string &path, int directory) {
-    if (descriptor_ < 0) { // there was none to be had
+    if (descriptor_ < 0) { // inotify could not be had before
         descriptor_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     }
-    // By its descriptor: what lies at the path may be another folder by now.
+    // By its descriptor: another folder may lie at the path by now.
     const std::string opened = fmt::format("/proc/self/fd/{}", directory);
     int number =
         descriptor_ < 0 ? -1 : inotify_add_watch(descriptor_, opened.c_str(), watched_events);
@@ -228,7 +229,7 @@ void Watcher::note(uint32_t mask, const std::string &file, const Watched &watche
                    FolderChanges &changes) {
     const bool top = watched.folder.second.empty();
     if ((mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0) {
-        // Of others the folder above tells.
+        // The end of any other folder is reported by the folder above it.
         if (top || (mask & IN_UNMOUNT) != 0) {
             changes.sources.insert(watched.folder.first);
         }
@@ -259,7 +260,7 @@ void Watcher::rest(std::chrono::milliseconds timeout) const {
 
 void Watcher::wake() {
     const uint64_t one = 1;
-    // It fails only when the counter is full, and then it wakes as well.
+    // It fails only if the counter is full, and then the reader wakes as well.
     [[maybe_unused]] const ssize_t written = write(wake_, &one, sizeof one);
 }
 

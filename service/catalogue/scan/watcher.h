@@ -1,4 +1,4 @@
-// Tells which folders have changed, as far as the host watches them.
+// Reports which folders have changed, as far as the kernel watches them.
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_WATCHER_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_WATCHER_H
 
@@ -19,10 +19,10 @@ using WatchedFolder = std::pair<int32_t, std::string>;
 struct FolderChanges {
     std::set<WatchedFolder> folders;
     std::set<int32_t> sources; // whose own directory went or was unmounted
-    bool everything = false;   // so much happened that some of it was not told
+    bool everything = false;   // so much happened that some changes were not reported
 };
 
-// One thread, but for wake().
+// For one thread, except wake(), which any thread may call.
 class Watcher {
   public:
     Watcher();
@@ -30,25 +30,26 @@ class Watcher {
     Watcher(const Watcher &) = delete;
     Watcher &operator=(const Watcher &) = delete;
 
-    // Watches the folder that is open as `directory` and lies at `path`, also when it was watched
-    // before. False where it cannot be watched.
+    // Watches the folder that is open as `directory` and lies at `path`; it may be watched already.
+    // False where it cannot be watched.
     bool add(const WatchedFolder &folder, const std::string &path, int directory);
-    // Watches one file, which may be written by way of another name than the one in that folder: it
-    // has several, or a link leads to it. Changes of it are changes of the folder. True where it
-    // was not watched for that folder before.
+    // Watches one file that can be written under another name than the one in that folder: it has
+    // several names, or a link leads to it. A change of it counts as a change of the folder. True
+    // if it was not watched for that folder before.
     bool add_file(const WatchedFolder &folder, const std::string &path);
     bool watches(const WatchedFolder &folder) const { return numbers_.count(folder) != 0; }
-    // Ends the watches of a folder and all that is below it.
+    // Ends the watches of a folder and of everything below it.
     void remove(const WatchedFolder &folder);
 
-    // True where a watch could not be had since begin_round(), which precedes a scan of everything.
+    // True if the kernel has refused a watch since begin_round(), which precedes a scan of
+    // everything.
     bool exhausted() const { return exhausted_; }
     void begin_round() { exhausted_ = false; }
 
     // Waits for changes, and then until none has come for `settle`, so that a folder that is being
-    // filled is read once. A file that is written counts when it is closed, or when nothing was
-    // written for a while: truncate() closes nothing. Returns early after wake(). A negative
-    // timeout waits for ever.
+    // filled is read once. A file that is written counts as changed when it is closed, or when
+    // nothing was written for a while, since truncate() closes nothing. Returns early after wake().
+    // A negative timeout waits for ever.
     FolderChanges wait(std::chrono::milliseconds timeout, std::chrono::milliseconds settle);
     void wake();
     // Waits for wake(), or that long.
@@ -74,7 +75,7 @@ class Watcher {
     int wake_ = -1;
     bool exhausted_ = false;
     std::map<WatchedFolder, int> numbers_;
-    // A folder that lies in two sources has one number and two names.
+    // A folder that lies in two sources has one watch number and two entries here.
     std::unordered_map<int, std::vector<Watched>> folders_;
     std::unordered_map<int, std::set<WatchedFolder>> files_; // that are watched by themselves
     // Files that were written and not closed since, by folder and name, with the last time.

@@ -12,8 +12,8 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// Enough that no thread waits while the scan writes, and few enough that even files with the
-// longest tags fit in memory.
+// Enough that no thread waits while the scan writes, and few enough that the results of files with
+// the longest tags fit in memory.
 constexpr size_t jobs_a_thread = 64;
 
 constexpr int niceness = 10;
@@ -59,7 +59,8 @@ void carry_out(Done &done, const ArtworkFolder &artwork) {
     }
 }
 
-// Never fails: the want of memory is a result like others, and few bytes of text need none.
+// Never fails: want of memory is a result like others, and its short text is stored without the
+// heap.
 Done result_of(Job &&job, const ArtworkFolder &artwork) {
     Done done;
     done.job = std::move(job);
@@ -81,7 +82,7 @@ Done result_of(Job &&job, const ArtworkFolder &artwork) {
 } // namespace
 
 void step_back() {
-    // Refused it is no failure: the scan is then as important as the rest.
+    // If the kernel refuses, the scan runs at the same priority as other work, which is no failure.
     setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), niceness);
 }
 
@@ -92,7 +93,7 @@ Workers::Workers(int threads, const ArtworkFolder &artwork)
             threads_.emplace_back([this] { work(); });
         }
     } catch (const std::system_error &) {
-        if (threads_.empty()) { // fewer do as well, only none does not
+        if (threads_.empty()) { // fewer threads do, but at least one is needed
             throw;
         }
     }

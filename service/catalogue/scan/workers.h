@@ -33,7 +33,7 @@ struct Job {
 struct Done {
     Job job;
     FileFailure failure;
-    std::string no_room; // why nothing can be kept at all: the scan ends
+    std::string no_room; // why no result can be kept at all, for which the scan ends; else empty
     FoundSong song;
     PlaylistFile playlist;
     std::optional<Artwork> artwork;
@@ -46,13 +46,13 @@ class Workers {
     Workers(const Workers &) = delete;
     Workers &operator=(const Workers &) = delete;
 
-    // False where so much is under way that a result should be taken first.
+    // False if so many jobs are under way that a result must be taken first.
     bool offer(Job &job) EXCLUDES(mutex_);
-    // The next result, in the order of the offers, so that what a collection becomes does not hang
-    // on which file was read faster. Nothing where it is not there yet, or, with `wait`, where
-    // nothing is under way.
+    // The next result, in the order of the offers, so that the catalogue does not depend on which
+    // file was read faster. Nothing if that result is not ready, or, with `wait`, if no job is
+    // under way.
     std::optional<Done> take(bool wait) EXCLUDES(mutex_);
-    // Forgets all that is under way.
+    // Drops all jobs and results.
     void abandon() EXCLUDES(mutex_);
 
   private:
@@ -73,7 +73,7 @@ class Workers {
     std::vector<std::thread> threads_;
 };
 
-// Lets everything else go first on the thread that calls it.
+// Gives the calling thread a low priority.
 void step_back();
 
 } // namespace vantro::service::catalogue

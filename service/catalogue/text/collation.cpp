@@ -14,10 +14,10 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// Two names that agree this far are in no order that anybody would look for.
+// Bytes of a name that count for its order. Names that agree so far need no order.
 constexpr size_t ordered_bytes_max = 400;
 
-// A key that was made without memory would order and compare wrongly for as long as it is kept.
+// Throws, since a key that was made without memory would be kept and order names wrongly.
 void check(UErrorCode error, const char *purpose) {
     if (error == U_MEMORY_ALLOCATION_ERROR) {
         throw std::bad_alloc();
@@ -73,7 +73,7 @@ std::string sort_key(std::string_view name) {
     std::string key(sort_key_max, '\0');
     const int32_t size = collator->getSortKey(text, reinterpret_cast<uint8_t *>(key.data()),
                                               static_cast<int32_t>(key.size()));
-    if (size == 0) { // even the key of an empty name has an end
+    if (size == 0) { // even the key of an empty name has a final byte
         throw std::bad_alloc();
     }
     key.resize(std::min(static_cast<size_t>(size), key.size()));

@@ -8,17 +8,17 @@
 
 namespace vantro::service::catalogue {
 
-// Bytes whose plain order is the order of names that people expect: numbers by their value, case
-// and accents only where nothing else differs, every script. At most sort_key_max bytes.
+// Bytes whose plain order is the order of names that people expect: "Track 2" before "Track 10",
+// case and accents only where nothing else differs, in every script. At most sort_key_max bytes.
 std::string sort_key(std::string_view name);
 inline constexpr size_t sort_key_max = 1024;
 
-// The same text for names that are the same to a person: without regard to case, to how accents
-// are composed and to blanks around it.
+// The same text for names that people take for the same: case, the composition of accents and
+// blanks around a name make no difference.
 std::string folded(std::string_view name);
 
 // Loads the tables that sort_key() and folded() need, so that no later call fails for want of them.
-// Throws where they cannot be had. Both functions throw std::bad_alloc for want of memory.
+// Throws if they cannot be loaded. Both functions throw std::bad_alloc for want of memory.
 void set_up_collation();
 
 } // namespace vantro::service::catalogue

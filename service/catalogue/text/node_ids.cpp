@@ -58,7 +58,8 @@ std::optional<NodeRef> parse_node_id(std::string_view id) {
     uint64_t key = 0;
     const auto [stop, error] = std::from_chars(id.data() + 1, end, key, 16);
     if (error != std::errc() || stop != end ||
-        NodeId(kind, static_cast<int64_t>(key)).text() != id) { // capitals are another text
+        NodeId(kind, static_cast<int64_t>(key)).text() !=
+            id) { // "AB" would name the same node as "ab"
         return std::nullopt;
     }
     return NodeRef{kind, static_cast<int64_t>(key)};

@@ -1,4 +1,4 @@
-// The ids of nodes, which are made of the names and paths of what they stand for.
+// The ids of nodes, which are digests of paths and names.
 #ifndef VANTRO_SERVICE_CATALOGUE_TEXT_NODE_IDS_H
 #define VANTRO_SERVICE_CATALOGUE_TEXT_NODE_IDS_H
 
@@ -10,7 +10,7 @@ namespace vantro::service::catalogue {
 
 // What nodes are, in the catalogue's file and as the first letter of their ids.
 enum Kind : char {
-    kind_none = 0, // no node of the file
+    kind_none = 0, // not stored
     kind_artist = 'a',
     kind_album = 'b',
     kind_folder = 'f',
@@ -18,7 +18,8 @@ enum Kind : char {
     kind_playlist = 'p',
     kind_song = 's',
     kind_year = 'y', // its key is the year itself
-    // Never shown. They hold what has no name, so that every song lies in an album of an artist.
+    // Never shown. They hold songs without artist or album, so that every song lies in an album of
+    // an artist.
     kind_no_artist = 'A',
     kind_no_album = 'B'
 };
@@ -26,7 +27,7 @@ enum Kind : char {
 // 64 bits of SHA-256 over `kind`, `salt` and `identity`.
 int64_t key_of(Kind kind, std::string_view identity, int salt = 0);
 
-// The id of a node, without any heap: a long list is made of these.
+// The id of a node. It uses no heap, since long lists need many.
 class NodeId {
   public:
     NodeId(Kind kind, int64_t key);
@@ -41,7 +42,7 @@ struct NodeRef {
     Kind kind = kind_none;
     int64_t key = 0;
 };
-// Nothing for what is no NodeId.
+// Nothing for a text that is no NodeId.
 std::optional<NodeRef> parse_node_id(std::string_view id);
 
 } // namespace vantro::service::catalogue

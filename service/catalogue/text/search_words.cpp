@@ -15,8 +15,8 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// The full-text index divides a text at ASCII punctuation. In a word of symbols each such character
-// is written as its wide twin, which folding has left nowhere else.
+// The full-text index divides a text at ASCII punctuation. So a word of symbols has the full-width
+// form of each such character, which folding has removed everywhere else.
 constexpr UChar32 wide_twin = 0xFF01 - '!';
 
 const icu::Normalizer2 *decomposition_tables() {
@@ -43,8 +43,8 @@ icu::UnicodeString decomposed(std::string_view text) {
     return result;
 }
 
-// What is written above or below a letter without making it another one. The voicing marks of
-// Japanese do, and so do the vowel signs of Indian scripts.
+// Whether a mark above or below a letter leaves it the same letter. The voicing marks of Japanese
+// and the vowel signs of Indian scripts make another letter.
 bool is_accent(UChar32 c) {
     UErrorCode error = U_ZERO_ERROR;
     return u_charType(c) == U_NON_SPACING_MARK && c != 0x3099 && c != 0x309A &&
@@ -59,7 +59,7 @@ bool is_quote(UChar32 c) {
     return c == '\'' || c == '`' || u_hasBinaryProperty(c, UCHAR_QUOTATION_MARK);
 }
 
-// A word by itself: a character of a script without blanks, or a picture such as an emoji.
+// Whether a character is a word by itself: one of a script without blanks, or an emoji.
 bool stands_alone(UChar32 c) {
     if (c < 0x80) {
         return false;
@@ -81,7 +81,7 @@ class Words {
   public:
     void add(const icu::UnicodeString &chunk) {
         const size_t before = text_.size();
-        bool open = false; // the word at the end goes on
+        bool open = false; // whether the next letter belongs to the last word
         for (int32_t at = 0; at < chunk.length(); at = chunk.moveIndex32(at, 1)) {
             const UChar32 c = chunk.char32At(at);
             if (is_accent(c) || (is_mark(c) && text_.size() == before)) {

@@ -1,4 +1,4 @@
-// Words, as a search finds them.
+// The words of a text, as a search finds them.
 #ifndef VANTRO_SERVICE_CATALOGUE_TEXT_SEARCH_WORDS_H
 #define VANTRO_SERVICE_CATALOGUE_TEXT_SEARCH_WORDS_H
 
@@ -7,13 +7,13 @@
 
 namespace vantro::service::catalogue {
 
-// The words of a text with a blank between them, the same for texts that a search should not tell
-// apart: folded as names are (see folded()), without accents. Letters and digits make words; so
-// does each character of a script that is written without blanks, and each picture. What stands
-// between blanks and has neither letter nor digit is a word of symbols, apart from quotation marks.
+// The words of a text with a blank between them. Texts that a search takes for the same give the
+// same words: folded as names are (see folded()), and without accents. Letters and digits make
+// words. Each character of a script that is written without blanks is a word, and so is each emoji.
+// Symbols between blanks, without letter or digit, make a word; quotation marks are left out of it.
 //
-// Both sides of a search go through this: what is searched, and the term. The result has no ASCII
-// characters but letters, digits and blanks. Throws std::bad_alloc.
+// Both the texts that are searched and the search term go through this. The result has no ASCII
+// characters except letters, digits and blanks. Throws std::bad_alloc.
 std::string search_words(std::string_view text);
 
 } // namespace vantro::service::catalogue

@@ -63,7 +63,7 @@ uint32_t value_of(std::string_view character) {
     return value;
 }
 
-// C1 controls, line and paragraph separators, and what turns the direction of writing.
+// C1 controls, line and paragraph separators, and characters that turn the direction of writing.
 bool acts_on_terminals(uint32_t value) {
     return (value >= 0x80 && value <= 0x9F) || value == 0x061C || value == 0x200E ||
            value == 0x200F || (value >= 0x2028 && value <= 0x202E) ||

@@ -1,4 +1,4 @@
-// Texts from outside: made valid and short.
+// Makes texts from outside valid and short.
 #ifndef VANTRO_SERVICE_CATALOGUE_TEXT_UTF8_H
 #define VANTRO_SERVICE_CATALOGUE_TEXT_UTF8_H
 
@@ -15,12 +15,12 @@ inline constexpr size_t tag_text_max = 4096;
 // Longest path as text, in bytes: one of the greatest length with every byte of it replaced.
 inline constexpr size_t path_text_max = 3 * 4096;
 
-// A copy that is valid UTF-8: what is not becomes U+FFFD, one for each byte; a NUL ends the text,
-// since readers take it for the end; it is cut between characters to at most `limit` bytes.
+// A copy that is valid UTF-8: each byte that is not becomes U+FFFD. A NUL ends the text, since
+// readers take it for the end. The copy is cut between characters to at most `limit` bytes.
 std::string clean_text(std::string_view text, size_t limit);
 
 // The same for a line of the log, in which a name must not begin another line or command a
-// terminal: control characters, also those beyond ASCII, marks of writing direction and bytes that
+// terminal. Control characters, also those beyond ASCII, marks of writing direction and bytes that
 // are no text are written as \xNN or \u{NNNN}, and a backslash twice. At most path_text_max bytes.
 std::string loggable(std::string_view text);
 
