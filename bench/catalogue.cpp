@@ -1,4 +1,4 @@
-// A large collection behind vantrod: scanning, listing, searching, starting again, and memory.
+// vantrod with a large collection: scanning, listing, searching, starting again, and memory.
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -61,7 +61,7 @@ int32_t only_source(VantroHandle *player) {
 
 using Asking = std::function<int(int *count, MediaNode **nodes)>;
 
-// Asks, frees, and returns how many nodes came. Of that, asking is timed.
+// Browses, frees the nodes, and returns how many came. Only the browsing is timed.
 int nodes_of(const Asking &query, int count, Samples *samples) {
     MediaNode *nodes = nullptr;
     const int64_t begin = now_ns();
@@ -87,7 +87,8 @@ void browse_songs(VantroHandle *player, int32_t source, int offset, int count, i
     }
 }
 
-// What somebody types who looks for one title after the other: its first word, letter by letter.
+// The search terms of a user who looks for one title after the other: its first word, letter by
+// letter.
 class Typing {
   public:
     explicit Typing(int tracks) : tracks_(static_cast<size_t>(tracks)) {}
@@ -143,7 +144,7 @@ int32_t first_scan(Run &run, const Collection &collection) {
     if (!run.wants(memory_after_row)) {
         return source;
     }
-    // With what it keeps for answering: the memory of a service that nobody asks says little.
+    // After some requests: what the service keeps for answering is part of its memory.
     Typing typing(collection.tracks);
     for (int i = 0; i < page_nodes; ++i) {
         search_page(player.get(), source, typing.next());
@@ -156,7 +157,8 @@ int32_t first_scan(Run &run, const Collection &collection) {
     return source;
 }
 
-// From the answer's bytes to its nodes, alone. Letting go of them is the application's time.
+// Unpacks the answer's bytes into nodes. Freeing them is not timed: the application does that
+// later.
 Samples unpack(const std::vector<char> &answer, int count, size_t iterations) {
     constexpr size_t records_at = 8;
     Samples samples;
@@ -173,7 +175,8 @@ Samples unpack(const std::vector<char> &answer, int count, size_t iterations) {
     return samples;
 }
 
-// The listing, the bare copy and the query take turns: what the machine does falls on all alike.
+// The listing, the bare copy and the query take turns, so that other load on the machine slows all
+// three.
 void list_rows(Run &run, const Collection &collection, VantroHandle *player, int32_t source) {
     OwnQuery own(run.directory, query_state, source, list_nodes);
     PlainCopy copy(own.answer().size());
@@ -211,7 +214,7 @@ void query_rows(Run &run, const Collection &collection, int32_t source) {
         return;
     }
     const Apart apart;
-    if (lists) { // while nobody writes there
+    if (lists) { // no scan writes to the catalogue meanwhile
         std::filesystem::copy(collection.state, run.directory + '/' + query_state,
                               std::filesystem::copy_options::recursive);
     }

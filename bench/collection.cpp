@@ -95,7 +95,7 @@ std::string_view id3_frame(std::string_view key) {
     fail(fmt::format("no frame for {}", key));
 }
 
-// Seven bits a byte; four of them.
+// Writes a number as four bytes of seven bits.
 void append_synchsafe(std::string &bytes, size_t value) {
     for (int shift = 21; shift >= 0; shift -= 7) {
         bytes += static_cast<char>(value >> shift & 0x7F);

@@ -1,4 +1,4 @@
-// What it costs to publish, to be woken by it, and to make events of it.
+// The cost of publishing, of being woken by it, and of making events of what was published.
 #include <atomic>
 #include <csignal>
 #include <deque>
@@ -31,10 +31,10 @@ using Means = Publisher::Means;
 constexpr int crowds[] = {0, 1, 10, 100};
 constexpr int readers_for_memory = 1000;
 constexpr size_t gets_timed_together = 1000;
-// Long ones go in short turns, so that they are turns at all.
+// Exchanges in one turn of a long measurement: few, so that the contenders do take turns.
 constexpr size_t long_batch_size = 10;
 
-// Gets events until nothing is new. @return how many were told.
+// Gets events until nothing is new. @return how many events came.
 size_t drain(VantroHandle *player) {
     for (size_t events = 0;; ++events) {
         const VantroEvent *event = vantro_event_get(player);
@@ -85,12 +85,12 @@ void get_idle_row(Run &run) {
             get_nothing(player.get());
         }
     };
-    // So many together, in microseconds, are one in nanoseconds.
+    // The time of so many, in microseconds, is the time of one in nanoseconds.
     const Samples found = alternate({each(gets)}, run.iterations_or(1000), batch_size)[0];
     run.rows.push_back({name, "ns", found.percentile_us(0.5), found.percentile_us(0.99)});
 }
 
-// Blocks, while it lives, the signal that a wait is ended with.
+// Blocks the signal that ends a wait, as long as the object lives.
 class Blocked {
   public:
     Blocked() {
@@ -113,7 +113,8 @@ class Blocked {
     sigset_t mask_;
 };
 
-// From just before another process wakes this one to where it runs again, by each means in turn.
+// From just before another process wakes this one to where this one runs again; the means take
+// turns.
 void wakeup_rows(Run &run) {
     if (!run.wants("floor_one_way") && !run.wants("signal_one_way") &&
         !run.wants("publish_wakeup")) {
@@ -163,7 +164,7 @@ void wakeup_rows(Run &run) {
     }
 }
 
-// Readers that are open, have read all there is, and do not wait.
+// Readers that are open, have read everything, and do not wait.
 class IdleReaders {
   public:
     explicit IdleReaders(int count) {
@@ -231,7 +232,7 @@ class WaitingReaders {
         }
     }
 
-    // Blocks until every thread has begun so many waits, and sleeps in its last.
+    // Blocks until every thread has begun so many waits and sleeps in the last one.
     void wait_until_asleep(size_t turns_of_each) {
         for (size_t now = turns_; now < turns_of_each * threads_.size(); now = turns_) {
             turns_.wait(now);
@@ -249,7 +250,7 @@ class WaitingReaders {
     std::vector<std::thread> threads_;
 };
 
-// Whether the host has an inotify instance for each of so many waits: a user may have few.
+// Whether so many waits can have an inotify instance each: a user may have only a few.
 bool may_wait(int count) {
     std::vector<int> instances;
     while (static_cast<int>(instances.size()) < count) {
@@ -265,7 +266,7 @@ bool may_wait(int count) {
     return static_cast<int>(instances.size()) == count;
 }
 
-// What the publisher takes to publish. All take turns, so that the rows can be divided.
+// The time that publishing takes. All rows take turns, so that their ratios mean something.
 void publish_rows(Run &run) {
     const Apart apart;
     std::unique_ptr<Publisher> publisher;
@@ -320,7 +321,7 @@ void publish_rows(Run &run) {
     measure(200, batch_size, "publish_waiting_1");
 }
 
-// Events of all objects, from what was published to the records that an application gets.
+// Events of all objects, from the published texts to the records that an application gets.
 void read_rows(Run &run) {
     if (!run.wants("events_read_one") && !run.wants("events_read_lapped")) {
         return;
@@ -355,7 +356,7 @@ void read_rows(Run &run) {
     add("events_read_lapped", &Publisher::overtake, 200, long_batch_size);
 }
 
-// Shared pages are nobody's growth: what a reader maps is the publisher's already.
+// Shared pages are not counted: a reader maps the pages that the publisher has already.
 void reader_memory_row(Run &run) {
     constexpr const char *name = "publisher_memory_per_reader";
     if (!run.wants(name)) {
@@ -368,7 +369,7 @@ void reader_memory_row(Run &run) {
         publisher.publish(batch_size, none);
         return resident_bytes(publisher.pid());
     };
-    // The publisher has once been all the way: through its code, and round the ring.
+    // The publisher goes round its ring once, so that all its code and memory has been used before.
     with_readers(readers_for_memory);
     publisher.overtake();
     const double before = with_readers(0);

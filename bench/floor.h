@@ -1,5 +1,4 @@
-// The machine's own floor: what an exchange of that size costs between two processes that block,
-// with nothing around it.
+// The floor: what a bare exchange of the same size costs between two processes that block.
 #ifndef VANTRO_BENCH_FLOOR_H
 #define VANTRO_BENCH_FLOOR_H
 
@@ -10,7 +9,7 @@
 
 namespace vantro::bench {
 
-// A ping-pong of 44 bytes there and 32 back over one SOCK_SEQPACKET pair, with a process.
+// Exchanges of 44 bytes there and 32 back with another process, over one SOCK_SEQPACKET pair.
 class Floor {
   public:
     Floor();

@@ -1,4 +1,4 @@
-// What vantrod, and a client that follows one of its players, do while nothing happens.
+// How often vantrod, and a client that follows one of its players, run while nothing happens.
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -26,7 +26,7 @@ constexpr const char *row_name = "idle_wakeups";
 constexpr auto settling = 500ms;
 constexpr auto watched = 1s;
 
-// How often the thread of a status file was put aside for another, of its own accord or not.
+// How often the thread of a status file was switched out, voluntarily or not.
 long switches_of(const std::filesystem::path &status) {
     std::ifstream file(status);
     long sum = 0;
@@ -78,7 +78,7 @@ void idle_row(Run &run) {
     }
     const auto status = fmt::format("/proc/self/task/{}/status", waiter.load());
     const auto both = [&] { return switches_of_process(service.pid()) + switches_of(status); };
-    // What opening the player set going has come to its end.
+    // The work that opening the player has started is over.
     std::this_thread::sleep_for(settling);
     const long before = both();
     std::this_thread::sleep_for(watched);

@@ -1,5 +1,5 @@
-// The measuring loop: every exchange is timed by itself, so that percentiles can be told, and
-// contenders take turns in batches, so that what the machine does meanwhile falls on all alike.
+// The measuring loop. Every exchange is timed by itself, so that percentiles can be given.
+// Contenders take turns in batches, so that other load on the machine slows all of them.
 #ifndef VANTRO_BENCH_MEASURE_H
 #define VANTRO_BENCH_MEASURE_H
 
@@ -31,7 +31,7 @@ inline int64_t now_ns() {
         .count();
 }
 
-// Does one thing `count` times and adds to `samples` how long each took.
+// Does one thing `count` times, and adds to `samples` how long each time took.
 using Batch = std::function<void(size_t count, Samples &samples)>;
 
 // A batch that times each call of `exchange`.
@@ -46,8 +46,8 @@ Batch each(Exchange exchange) {
     };
 }
 
-// Lets the contenders take turns, `batch_size` at a time, until each has done `iterations`. One
-// turn of each goes before that and is not counted: it fills caches and lazily made connections.
+// Lets the contenders take turns of `batch_size` until each has done `iterations`. Before that each
+// has one turn that is not counted: it fills caches and makes connections.
 std::vector<Samples> alternate(const std::vector<Batch> &contenders, size_t iterations,
                                size_t batch_size);
 

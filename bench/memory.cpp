@@ -1,4 +1,4 @@
-// What a connected client that says nothing costs vantrod.
+// The memory that a connected client without requests costs vantrod.
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -16,7 +16,7 @@ namespace {
 constexpr int client_count = 1000;
 constexpr const char *row_name = "service_memory_per_client";
 
-// A line "KEY: N kB" of a file about a process.
+// The number in a line "KEY: N kB" of a file about a process.
 double bytes_of(pid_t pid, const char *file_name, const std::string &wanted) {
     const std::string path = fmt::format("/proc/{}/{}", pid, file_name);
     std::ifstream file(path);

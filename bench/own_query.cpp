@@ -37,10 +37,10 @@ std::string request_of(uint16_t command) {
     return bytes;
 }
 
-// What serve_query() is given: socket, source, count, state and directory.
+// The argument of serve_query(): socket, source, count, state and directory.
 constexpr size_t words_max = 5;
 
-// Splits at colons; the last word, a path, may hold more of them.
+// Splits at colons. The last word is a path, which may contain colons itself.
 std::vector<std::string> words_of(const std::string &text) {
     std::vector<std::string> words(1);
     for (const char c : text) {

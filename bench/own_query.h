@@ -1,4 +1,4 @@
-// What a listing costs besides its messages: vantrod's own parts, alone in a process.
+// The cost of a listing without its messages: vantrod's query code, alone in a process.
 #ifndef VANTRO_BENCH_OWN_QUERY_H
 #define VANTRO_BENCH_OWN_QUERY_H
 
@@ -15,11 +15,10 @@ namespace vantro::bench {
 // process of its own, where vantrod would run.
 class OwnQuery {
   public:
-    // @param directory the run's, with the collection.
-    // @param state     a copy, within it, of what vantrod has made of the collection: one process
-    // at
-    //                  a time has a state directory.
-    // @param source    the id of its source.
+    // @param directory the run's directory, which holds the collection.
+    // @param state     a copy, within it, of vantrod's state directory, which only one process at a
+    //                  time may use.
+    // @param source    the id of the collection's source.
     OwnQuery(const std::string &directory, const std::string &state, int32_t source, int32_t count);
     ~OwnQuery();
     OwnQuery(const OwnQuery &) = delete;
@@ -37,7 +36,7 @@ class OwnQuery {
     std::unique_ptr<Child> peer_;
 };
 
-// The other side: "SOCKET:SOURCE:COUNT:STATE:DIRECTORY".
+// The other side. @param what "SOCKET:SOURCE:COUNT:STATE:DIRECTORY".
 int serve_query(const std::string &what);
 
 } // namespace vantro::bench

@@ -1,5 +1,4 @@
-// What it costs to bring the bytes of a listing from one process to another, with nothing around
-// it.
+// The cost of a bare copy of a listing's bytes from one process to another.
 #ifndef VANTRO_BENCH_PLAIN_COPY_H
 #define VANTRO_BENCH_PLAIN_COPY_H
 
@@ -11,11 +10,11 @@
 
 namespace vantro::bench {
 
-// All of it, or false where the peer is gone.
+// Send or receive all bytes. @return false where the peer is gone.
 bool send_all(int socket, const void *bytes, size_t count);
 bool receive_all(int socket, void *bytes, size_t count);
 
-// A request of 44 bytes there and so many back over a SOCK_STREAM pair, with a process.
+// Exchanges of 44 bytes there and so many back with another process, over a SOCK_STREAM pair.
 class PlainCopy {
   public:
     explicit PlainCopy(size_t bytes);

@@ -19,7 +19,7 @@ void append(std::string &bytes, uint32_t value, int width) {
     }
 }
 
-// Half an hour of silence as a WAV file with a hole in it: no run outlasts it.
+// Half an hour of silence, longer than any run, as a sparse WAV file.
 void write_silence(const std::filesystem::path &path) {
     constexpr uint32_t rate = 8000;
     constexpr uint32_t frame_bytes = 2;

@@ -201,7 +201,8 @@ std::string enter_private_runtime() {
     if (!mkdtemp(directory.data())) {
         fail_errno(directory);
     }
-    // Servers that lose the measuring process come to the watcher, which waits for them too.
+    // Servers whose measuring process has ended become children of the watcher, which waits for
+    // them too.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     const pid_t watcher = getpid();
     const pid_t measuring = fork();

@@ -37,13 +37,13 @@ class Child {
     std::string name_;
     pid_t pid_ = -1;
     int output_ = -1;
-    int errors_ = -1; // What it writes to standard error; told only when it fails.
+    int errors_ = -1; // What it writes to standard error; printed only when it fails.
 };
 
-// While it lives this process runs on one processor, and the children that it starts on another;
-// where there is but one, nothing changes. Left alone, the scheduler puts the two sides of an
-// exchange now on one processor and now on two, which differ by a multiple: a row could have the
-// one and the floor that it is compared with the other.
+// While the object lives, this process runs on one processor, and the children that it starts run
+// on another; on a machine with one processor nothing changes. Left alone, the scheduler puts the
+// two sides of an exchange on one processor or on two, and the times differ by a multiple. So a row
+// could be measured on one processor, and the floor that it is compared with on two.
 class Apart {
   public:
     Apart();
@@ -55,10 +55,10 @@ class Apart {
     cpu_set_t before_;
 };
 
-// A program beside this one, in the same folder; with an empty name, this one.
+// The path of a program in the same folder as this one; with an empty name, of this one.
 std::string program_beside(const std::string &name);
 
-// Raises the soft limit of descriptors to the hard one: thousands of clients in one process.
+// Raises the soft limit of descriptors to the hard one, for thousands of clients in one process.
 void raise_descriptor_limit();
 
 // Splits off the process that measures, and returns only in it, with XDG_RUNTIME_DIR naming a

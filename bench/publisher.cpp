@@ -33,7 +33,7 @@ struct Order {
     uint32_t count_or_means;
 };
 
-// Answers to orders: times in nanoseconds, or a number.
+// The answer to an order: times in nanoseconds, or a number.
 using Answer = std::array<int64_t, batch_size>;
 
 // A request as long as the floor's.
@@ -65,11 +65,11 @@ class Objects {
         publish("status", &attribute, 1);
     }
 
-    // As when the player goes to another track, and its sources are found anew.
+    // The changes of a player that goes to another track and whose sources are scanned again.
     int64_t change_objects() {
         ++number_;
         const auto n = number_;
-        // Never as it was before, however many changes a reader missed: that would be no event.
+        // A value never comes back, or a reader that missed changes could see no change at all.
         set("state", {{"status", KIVO_TEXT, "playing"},
                       {"rate", KIVO_NUMBER, fmt::to_string(n)},
                       {"repeat", KIVO_TEXT, "off"},
@@ -234,7 +234,7 @@ bool is_asleep(pid_t process, pid_t thread) {
     char text[256] = {};
     [[maybe_unused]] const ssize_t length = read(file, text, sizeof text - 1);
     close(file);
-    // The state follows the name, which may hold anything, in brackets.
+    // The state follows the name, which is in brackets and may contain any character.
     const char *const name_end = std::strrchr(text, ')');
     return name_end && std::strncmp(name_end, ") S", 3) == 0;
 }

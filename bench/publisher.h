@@ -1,5 +1,5 @@
-// A player of the run's own, in a process of its own: it takes every open, and publishes what it is
-// told to.
+// A player of the run's own, in a process of its own. It accepts every open, and publishes what the
+// run orders.
 #ifndef VANTRO_BENCH_PUBLISHER_H
 #define VANTRO_BENCH_PUBLISHER_H
 
@@ -21,23 +21,25 @@ class Publisher {
     Publisher(const Publisher &) = delete;
     Publisher &operator=(const Publisher &) = delete;
 
-    // Publishes positions; adds what each took.
+    // Publishes positions; adds the time that each took.
     void publish(size_t count, Samples &samples);
 
-    // Changes each object once. @return how many there are: an event for each.
+    // Changes each object once. @return the number of objects, each of which gives one event.
     size_t change_objects();
 
-    // As that, after so much that a reader which stands where it stood is overtaken.
+    // The same, after publishing so much that a reader which has not moved is overtaken.
     size_t overtake();
 
-    // How a thread is woken: by the floor's request on socket(), a signal, or a position.
+    // The means by which a thread is woken: the floor's request on socket(), a signal, or a
+    // position.
     enum class Means : uint32_t { message, signal, publication };
 
-    // Has the main thread of this process woken as soon as it sleeps. Does not block; the thread
-    // then waits in the way that the means takes.
+    // Orders that the main thread of this process be woken as soon as it sleeps. Does not block.
+    // The thread must then wait in the way that belongs to the means.
     void wake(Means means);
 
-    // For whoever has been woken. @return the time just before the other process did it.
+    // To be called by the thread that was woken. @return the time just before the other process
+    // woke it.
     int64_t woken_at();
 
     pid_t pid() const { return child_->pid(); }
@@ -54,7 +56,7 @@ class Publisher {
 bool is_asleep(pid_t process, pid_t thread);
 
 // The other side, in a process of its own.
-// @param socket where its orders come from, until that ends; -1: none come, it waits to be ended.
+// @param socket brings its orders, until it ends; -1: no orders come, and it waits to be ended.
 int serve_publisher(int socket);
 
 } // namespace vantro::bench

@@ -23,12 +23,12 @@ constexpr size_t request_bytes = 16;
 constexpr size_t small_bytes = 4;
 constexpr size_t large_bytes = 1024 * 1024;
 
-// Threads of the server where several clients' threads exchange at once.
+// Threads of the server in rows with several client threads.
 constexpr int many_server_threads = 4;
 constexpr int most_client_threads = 8;
 constexpr int many_clients = 1000;
 
-// Answers with as many bytes as the client has room for.
+// Answers with as many bytes as the client offers.
 int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
     static std::array<char, large_bytes> bytes;
     const uint32_t room = context->header->reply_length;
@@ -79,7 +79,7 @@ void exchange_small(MsgClient *client) {
     exchange(client, reply, sizeof reply);
 }
 
-// Every thread does the whole count, all at once, on one connection.
+// All threads exchange at once on one connection; each does the whole count.
 Batch threaded(MsgClient *client, int thread_count) {
     return [client, thread_count](size_t count, Samples &samples) {
         std::vector<Samples> found(static_cast<size_t>(thread_count));
@@ -137,7 +137,7 @@ void thread_rows(Run &run) {
     }
 }
 
-// A server with so many connected clients; each batch is the next client's.
+// A server with so many connected clients. Each batch is done by the next client.
 class Crowd {
   public:
     explicit Crowd(int count) : instance_(fmt::format("clients_{}", count)), server_(1, instance_) {
@@ -160,7 +160,7 @@ class Crowd {
     size_t next_ = 0;
 };
 
-// Few and many clients take turns, so that the two rows can be divided by each other.
+// The rows with few and with many clients take turns, so that their ratio means something.
 void client_rows(Run &run) {
     const Apart apart;
     std::vector<std::unique_ptr<Crowd>> crowds;

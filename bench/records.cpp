@@ -18,7 +18,7 @@ namespace {
 constexpr int node_count = 10000;
 constexpr size_t usual_iterations = 200;
 
-// Nodes with ids and names of the length that files and titles have.
+// Nodes whose ids and names are as long as those of real songs.
 class Listing {
   public:
     Listing() {
@@ -42,7 +42,7 @@ class Listing {
         }
     }
 
-    // Unpacks and frees: nobody keeps a listing for ever.
+    // Unpacks and frees, since every listing is freed one day.
     void unpack() {
         MediaNode *nodes = nullptr;
         if (unpack_media_node(bytes_.data(), static_cast<int>(bytes_.size()), node_count, &nodes) !=

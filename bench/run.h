@@ -1,4 +1,4 @@
-// One run of the benchmark: what was asked for, and what was found so far.
+// One run of the benchmark: its options, and its results so far.
 #ifndef VANTRO_BENCH_RUN_H
 #define VANTRO_BENCH_RUN_H
 
@@ -13,7 +13,7 @@
 
 namespace vantro::bench {
 
-// Exchanges of one contender before the next has its turn.
+// Exchanges in one turn of a contender.
 constexpr size_t batch_size = 100;
 
 struct Contender {
@@ -36,7 +36,7 @@ class Run {
 
     // Measures contenders and the floor in turns and adds a row each, with its ratio to the floor
     // of the same turns.
-    // @param floor_row the floor's samples are a row of this run too.
+    // @param floor_row adds the floor's samples as a row too.
     void against_floor(const std::vector<Contender> &contenders, size_t usual_iterations,
                        bool floor_row = false);
 
@@ -59,10 +59,11 @@ void catalogue_rows(Run &run);
 // The bench's own service, in a process of its own: answers until it is ended.
 int serve_putget(int threads, const char *instance);
 
-// Does `count` small exchanges with the bench's own service, for who traces this process.
+// Does `count` small exchanges with the bench's own service, so that a tracer can count its system
+// calls.
 int trace_exchanges(size_t count);
 
-// Gets `count` events of the bench's own player, which has nothing to tell.
+// Gets `count` events of the bench's own player, which publishes nothing meanwhile.
 int trace_event_gets(size_t count);
 
 } // namespace vantro::bench

@@ -14,8 +14,9 @@ namespace vantro::bench {
 class Service {
   public:
     // Starts it, and returns when it answers.
-    // @param state made where it is missing. Of two services with the same one, the first has
-    // ended.
+    // @param state its state directory; made where it is missing. An earlier service with the same
+    // one
+    //   must have ended.
     Service(const std::string &music, const std::string &state);
 
     void wait_until_scanned() { child_.wait_for_line("vantrod: scanned"); }
@@ -28,17 +29,18 @@ class Service {
     Child child_;
 };
 
-// A vantrod with one silent track to play, which it has seen.
+// A vantrod with one silent track to play, which it has scanned.
 class SilentService : public Service {
   public:
-    // @param directory where the track and the catalogue are put.
+    // @param directory gets the track and the catalogue.
     explicit SilentService(const std::string &directory);
 };
 
 // Proportional set size of a process.
 double pss_bytes(pid_t pid);
 
-// What a process has in memory, shared pages counted whole, and the most that it ever had.
+// The resident set of a process, with shared pages counted in full, and the largest that it ever
+// had.
 double resident_bytes(pid_t pid);
 double most_resident_bytes(pid_t pid);
 
@@ -47,7 +49,7 @@ struct Disconnect {
 };
 using Player = std::unique_ptr<VantroHandle, Disconnect>;
 
-// A handle with a player open, of vantrod's if none is named; fails the run where there is none.
+// A handle with an open player, by default vantrod's. Fails the run if there is no such player.
 Player open_player(const char *name = "main");
 
 } // namespace vantro::bench

@@ -1,4 +1,4 @@
-// What a run found, as a table for a reader and as JSON for scripts.
+// The results of a run, as a table for people and as JSON for scripts.
 #ifndef VANTRO_BENCH_TABLE_H
 #define VANTRO_BENCH_TABLE_H
 
@@ -15,12 +15,12 @@ struct Row {
     double p99 = 0;
     std::optional<double> floor_ratio{}; // Median against the floor's; empty where none applies.
     int server_threads = 0;              // 0: no server takes part.
-    int tracks = 0;                      // Of the collection behind it; 0: none.
+    int tracks = 0;                      // In the collection that was measured; 0: none.
     std::optional<double> copy_ratio{};  // Median against the bare copy's.
-    std::optional<double> query{};       // What the service itself takes, in the row's unit.
-    std::optional<double> unpack{};      // What the client's unpacker takes.
-    std::optional<double> ratio{};       // Median against what the note names.
-    std::string note{};                  // For a reader.
+    std::optional<double> query{};       // The time of the service's query, in the row's unit.
+    std::optional<double> unpack{};      // The time that the client takes to unpack.
+    std::optional<double> ratio{};       // Median against that of the row in the note.
+    std::string note{};                  // For people.
 };
 
 void print_table(const std::vector<Row> &rows);
