@@ -66,6 +66,7 @@ EventQueue *newq(VantroHandle *handle) {
     auto *queue =
         static_cast<EventQueue *>(std::calloc(1, sizeof(EventQueue) + handle->read_capacity));
     if (!queue) {
+        // The spelling is kept: logs are searched for it.
         msglog(LOG_SEVERITY_CRITICAL, "No memeory");
         return nullptr;
     }
@@ -104,7 +105,7 @@ bool has_unreported(const EventQueue &queue) {
 }
 
 void evcleanup(EventQueue &queue) {
-    msglog(LOG_SEVERITY_TRACE, "evclentup");
+    msglog(LOG_SEVERITY_TRACE, "evclentup"); // the spelling is kept likewise
     VantroEvent &event = queue.event;
     if (event.type != 0) {
         if (ObjectEntry *entry = std::exchange(queue.current_entry, nullptr)) {
