@@ -1,13 +1,11 @@
 // The player API against a service of our own on the library's server half: the bytes that the
 // service sees, what each answer makes of a call, and every line of the log.
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sched.h>
 #include <string>
 #include <utility>
 
@@ -18,7 +16,6 @@
 #include "player/handle.h"
 #include "player/log.h"
 #include "tests/player/service.h"
-#include "tests/support/failing_memory.h"
 
 namespace {
 
@@ -67,108 +64,6 @@ TEST_F(Player, OpensAndClosesOneTurnAfterTheOther) {
     EXPECT_EQ(vantro_disconnect(std::exchange(handle, vantro_connect())), 0);
     EXPECT_EQ(take(requests), Lines{request(1, text(most))});
     EXPECT_EQ(take(lines), Lines{"5 vantro_close() failed"});
-}
-
-// A service that opens one player a connection. On demand it interrupts the client's next call,
-// with the request carried out or not.
-class Interrupting {
-  public:
-    enum class Way { answered, interrupted_undone, interrupted_done };
-    Interrupting() {
-        struct sigaction action {};
-        action.sa_handler = [](int) {};
-        sigaction(SIGUSR1, &action, nullptr);
-        respond = [this](MsgOsb *open, MsgContext *context) {
-            const Way way = next_way.exchange(Way::answered);
-            const int32_t result = way == Way::interrupted_undone ? EAGAIN : carry_out(*context);
-            guard.unlock(); // The client writes to the log.
-            while (way != Way::answered && in_call) {
-                pthread_kill(client, SIGUSR1);
-                sched_yield();
-            }
-            guard.lock();
-            is_idle = true;
-            return callout_reply(open, context, 0, &result, sizeof result);
-        };
-    }
-    ~Interrupting() {
-        const std::lock_guard<std::mutex> lock(guard);
-        respond = nullptr;
-    }
-    int call(Way way, int (*function)(VantroHandle *, const char *), VantroHandle *handle,
-             const char *name) {
-        next_way = way;
-        is_idle = way == Way::answered;
-        in_call = true;
-        const int result = function(handle, name);
-        in_call = false;
-        while (next_way == Way::answered && !is_idle) { // Where it was sent at all.
-            sched_yield();                              // Takes the last signal, too.
-        }
-        return result;
-    }
-
-    std::string opened() const {
-        const std::lock_guard<std::mutex> lock(guard);
-        return opened_;
-    }
-
-  private:
-    int32_t carry_out(const MsgContext &context) {
-        const auto *bytes = static_cast<const char *>(context.payload);
-        const std::string name(bytes + 20, context.header->send_length - 20);
-        if (bytes[0] == 0) {
-            if (!opened_.empty() && opened_ != name) {
-                return EBUSY;
-            }
-            opened_ = name;
-            return 0;
-        }
-        return std::exchange(opened_, opened_ == name ? "" : opened_) == name ? 0 : ENOTCONN;
-    }
-
-    std::string opened_; // guarded by `guard`
-
-    const pthread_t client = pthread_self();
-    std::atomic<Way> next_way{Way::answered};
-    std::atomic<bool> in_call{false};
-    std::atomic<bool> is_idle{true};
-};
-
-TEST_F(Player, AHandleFindsItsWayBackFromAnInterruptedOpenOrClose) {
-    using Way = Interrupting::Way;
-    const struct {
-        int (*call)(VantroHandle *, const char *);
-        const char *name;
-        std::string opened;
-    } ways[] = {{vantro_open, "main", "main"},
-                {vantro_close, "main", ""},
-                {vantro_open, "kitchen", "kitchen"}};
-    for (const bool opening : {true, false}) {
-        for (const Way way : {Way::interrupted_undone, Way::interrupted_done}) {
-            for (const auto &[call, name, opened] : ways) {
-                SCOPED_TRACE(std::string(opening ? "open " : "close ") +
-                             (way == Way::interrupted_done ? "done" : "not done") +
-                             ", then open: \"" + opened + "\"");
-                Interrupting service;
-                VantroHandle *const other = vantro_connect();
-                ASSERT_EQ(vantro_open(other, "main"), 0);
-                if (opening) {
-                    ASSERT_EQ(vantro_close(other, "main"), 0);
-                }
-                const auto first = opening ? vantro_open : vantro_close;
-                EXPECT_EQ(service.call(way, first, other, "main"), -1);
-                // The call that finds out may be interrupted too.
-                EXPECT_EQ(service.call(way, call, other, name), -1);
-                EXPECT_EQ(service.call(Way::answered, call, other, name), 0);
-                EXPECT_EQ(service.opened(), opened);
-                vantro_disconnect(other);
-                EXPECT_EQ(service.opened(), "");
-            }
-        }
-    }
-    const Lines interrupted = take(lines);
-    EXPECT_EQ(interrupted, Lines(24, "3 msgclient_putgetv() failed: Interrupted system call"));
 }
 
 TEST_F(Player, FailuresLeaveErrnoButWhereTheyShouldNot) {
@@ -360,41 +255,10 @@ TEST_F(Player, TrackIsReadAsFarAsItsLengthsAreTrue) {
     vantro_free_track_info(info);
 }
 
-TEST_F(Player, WantOfMemoryLeavesNothingBehind) {
-    EXPECT_EQ(vantro_close(handle, "main"), 0);
-    take(requests);
-    allocations_left = 0;
-    EXPECT_EQ(vantro_open(handle, "main"), -1);
-    EXPECT_EQ(allocations_left, -1);
-    EXPECT_EQ(take(requests), Lines{});
-    EXPECT_EQ(take(lines), Lines{"5 No memory"});
-    EXPECT_EQ(errno, 77);
-    // The handle comes first, and without it the process ends; what it owns comes last.
-    VantroHandle *other = nullptr;
-    Lines all;
-    for (int i = 1; !other; i++) {
-        allocations_left = i;
-        errno = 77;
-        other = vantro_connect();
-        EXPECT_EQ(std::exchange(allocations_left, -1) < 0, other == nullptr);
-        EXPECT_TRUE(other || errno == ENOMEM);
-        all.push_back(other ? "" : take(lines).at(0));
-    }
-    ASSERT_GE(all.size(), 3U);
-    EXPECT_EQ(all[0], "3 msgclient_open failed (Cannot allocate memory)");
-    EXPECT_EQ(all[all.size() - 2], "5 No memory");
-    vantro_disconnect(other);
-    errno = 77;
-}
-
 TEST(LogDeathTest, TheTwoGravestSeveritiesEndTheProcess) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(vantro::player::msglog(2, "over"), testing::ExitedWithCode(1), "");
-    const auto print = [](uint32_t, int, const char *line, void *) {
-        std::fputs(line, stderr); // Wherever the host's log goes.
-    };
-    EXPECT_EXIT((system_log_set_sink(print, nullptr), allocations_left = 0, vantro_connect()),
-                testing::KilledBySignal(SIGABRT), "calloc\\(\\) failed");
+    EXPECT_EXIT(vantro::player::msglog(1, "over"), testing::KilledBySignal(SIGABRT), "");
 }
 
 } // namespace

@@ -141,22 +141,6 @@ TEST_F(Catalogue, SaysWhatDoesNotExist) {
     EXPECT_NE(said_.find("\n2:"), std::string::npos) << said_;
 }
 
-#ifdef FAILING_DISK
-TEST_F(Catalogue, TellsAFailingDiskFromWhatDoesNotExist) {
-    test::make_music(music_ / "2.ogg", 1000, {"TITLE=Two"});
-    const std::string fault = path_ + "/fault";
-    setenv("FAILING_DISK", fault.c_str(), 1);
-    setenv("LD_PRELOAD", FAILING_DISK, 1);
-    start_vantrod({"--music", music_});
-    unsetenv("LD_PRELOAD");
-    test::write_file(fault, "");
-    EXPECT_EQ(run({"search", "Two"}), 1);
-    EXPECT_EQ(said_.find("vantroctl: search failed: the service cannot read or write its state"),
-              0u)
-        << said_;
-}
-#endif
-
 TEST_F(Catalogue, FitsTheTerminalAndPagesWhatDoesNot) {
     for (int i = 1; i <= 30; ++i) {
         std::filesystem::copy_file(music_ / "Far $HOME" / "2.ogg",

@@ -1,0 +1,242 @@
+// Driving a player, against vantrod. Events are in event_rows.cpp.
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include <vantro/catalogue.h>
+#include <vantro/extras.h>
+
+#include "tests/faults/rows.h"
+
+namespace vantro::faults {
+
+namespace {
+
+using Handle = VantroHandle *;
+
+std::string connect_one(Scene &scene) {
+    Handle handle = scene.faulted([] { return vantro_connect(); });
+    const std::string told = handle ? "connected" : errno != 0 ? "failed" : "failed without errno";
+    const bool opens = !handle || vantro_open(handle, "main") == 0;
+    vantro_disconnect(handle);
+    return opens ? told : "connected, and cannot open";
+}
+
+// Opens or closes a player, and then opens it, or another, whatever came of the first call. The
+// call that finds out may fail too.
+std::string open_or_close(Scene &scene, bool opens, const char *next) {
+    Handle handle = vantro_connect();
+    if (!opens) {
+        vantro_open(handle, "main");
+    }
+    const int result = scene.faulted(
+        [&] { return opens ? vantro_open(handle, "main") : vantro_close(handle, "main"); });
+    const auto open_next = [&] { return vantro_open(handle, next); };
+    bool good = true;
+    if (result != 0) {
+        scene.faulted(open_next);
+    } else if (opens && std::strcmp(next, "main") != 0) {
+        good = vantro_close(handle, "main") == 0;
+    }
+    good = good && open_next() == 0 && vantro_pause(handle) == 0 && vantro_close(handle, next) == 0;
+    vantro_disconnect(handle);
+    return !good ? "the handle does not find its way back" : result == 0 ? "done" : "failed";
+}
+
+std::string disconnect_one(Scene &scene) {
+    Handle handle = vantro_connect();
+    vantro_open(handle, "main");
+    return scene.faulted([&] { return vantro_disconnect(handle); }) == 0 ? "done" : "not done";
+}
+
+// A command without an answer of its own.
+Row command(const char *name, int (*call)(Handle)) {
+    return {name, [call](Scene &scene) {
+                Handle player = scene.player();
+                const int result = scene.faulted([&] { return call(player); });
+                return std::string(result == 0 ? "done" : result == -1 ? "failed" : "no result");
+            }};
+}
+
+// Makes a session and destroys it, and whatever a failed call has made.
+std::string session(Scene &scene, bool making) {
+    Handle spare = scene.spare();
+    uint64_t tsid = UINT64_MAX;
+    const auto make = [&] {
+        return vantro_create_trksession(spare, 1, "songs", nullptr, VANTRO_TRKSESSION_LOAD, &tsid);
+    };
+    int result = making ? scene.faulted(make) : make();
+    const bool wrote = tsid != UINT64_MAX;
+    const bool right = wrote == (result == 0);
+    if (!making) {
+        result = scene.faulted([&] { return vantro_destroy_trksession(spare, tsid); });
+    }
+    VantroTrksessionInfo *info = nullptr;
+    while (vantro_get_current_trksession_info(spare, &info) == 0 && info->tsid != 0) {
+        vantro_destroy_trksession(spare, info->tsid);
+        std::free(std::exchange(info, nullptr));
+    }
+    std::free(info);
+    return !right ? "failed, and wrote" : result == 0 ? "done" : "failed";
+}
+
+// A query: what it writes where it succeeds is the same each time, and nothing is written where it
+// fails.
+template <typename Value>
+Row query(const char *name, int (*call)(Handle, Value *), std::string (*tell)(Value),
+          void (*release)(Value), Way way = Way::plain) {
+    return {name,
+            [=](Scene &scene) {
+                Handle player = scene.player();
+                Value value{};
+                if (scene.faulted([&] { return call(player, &value); }) != 0) {
+                    return std::string(value == Value{} ? "failed" : "failed, and wrote");
+                }
+                const std::string told = tell(value);
+                release(value);
+                return told;
+            },
+            way};
+}
+
+template <typename Record>
+void free_record(Record *record) {
+    std::free(record);
+}
+
+// Where memory for its strings is short a part of the record is there, to be freed all the same.
+std::string get_track(Scene &scene) {
+    VantroTrackInfo *info = nullptr;
+    Handle player = scene.player();
+    const int result = scene.faulted([&] { return vantro_get_current_track_info(player, &info); });
+    const bool whole = info && info->media_node && info->metadata;
+    const std::string told = result != 0 ? "failed"
+                             : whole ? std::string(info->media_node->id) + info->metadata->artist
+                                     : "a part";
+    vantro_free_track_info(info);
+    return told;
+}
+
+// Lists records: neither count nor block is written where it fails.
+template <typename Record>
+Row list(const char *name, int wanted, int (*call)(Handle, int *, Record **),
+         void (*release)(Record *, int)) {
+    return {name, [=](Scene &scene) {
+                Handle player = scene.player();
+                Record *records = nullptr;
+                int count = wanted;
+                if (scene.faulted([&] { return call(player, &count, &records); }) != 0) {
+                    return std::string(count == wanted && !records ? "failed"
+                                                                   : "failed, and wrote");
+                }
+                std::string told = std::to_string(count);
+                for (int i = 0; i < count; ++i) {
+                    told += records[i].name;
+                }
+                release(records, count);
+                return told;
+            }};
+}
+
+// The id of a song.
+const char *a_song(Handle player) {
+    static std::string id;
+    MediaNode *nodes = nullptr;
+    int count = 1;
+    if (id.empty() && vantro_browse(player, 1, "songs", 0, &count, &nodes) == 0) {
+        id = nodes[0].id;
+        vantro_free_media_nodes(nodes, count);
+    }
+    return id.c_str();
+}
+
+std::string get_metadata(Scene &scene) {
+    Handle player = scene.player();
+    const char *id = a_song(player);
+    Metadata *metadata = nullptr;
+    const int result = scene.faulted([&] { return vantro_get_metadata(player, 1, id, &metadata); });
+    const std::string told = result == 0 ? metadata->title : metadata ? "failed, wrote" : "failed";
+    vantro_free_metadata(metadata, 1);
+    return told;
+}
+
+std::string get_extended(Scene &scene) {
+    Handle player = scene.player();
+    const char *id = a_song(player);
+    const char *const keys[] = {VANTRO_KEY_TITLE, VANTRO_KEY_CODEC, nullptr};
+    char *values[2] = {};
+    const int result =
+        scene.faulted([&] { return vantro_get_extended_metadata(player, 1, id, keys, values); });
+    const bool wrote = values[0] || values[1];
+    const std::string told = result == 0 ? values[0] : wrote ? "failed, and wrote" : "failed";
+    std::free(values[0]);
+    std::free(values[1]);
+    return told;
+}
+
+} // namespace
+
+Rows player_rows() {
+    constexpr auto nodes = vantro_free_media_nodes;
+    return {
+        {"vantro_connect", connect_one, Way::may_abort},
+        {"vantro_open", [](Scene &s) { return open_or_close(s, true, "main"); }},
+        {"vantro_open another", [](Scene &s) { return open_or_close(s, true, "spare"); }},
+        {"vantro_close", [](Scene &s) { return open_or_close(s, false, "main"); }},
+        {"vantro_close another", [](Scene &s) { return open_or_close(s, false, "spare"); }},
+        {"vantro_disconnect", disconnect_one},
+        command("vantro_play", vantro_play),
+        command("vantro_stop", vantro_stop),
+        command("vantro_pause", vantro_pause),
+        command("vantro_next", vantro_next),
+        command("vantro_previous", vantro_previous),
+        command("vantro_seek", [](Handle h) { return vantro_seek(h, 5); }),
+        command("vantro_set_playback_rate",
+                [](Handle h) { return vantro_set_playback_rate(h, 1); }),
+        command("vantro_shuffle", [](Handle h) { return vantro_shuffle(h, 0); }),
+        command("vantro_repeat", [](Handle h) { return vantro_repeat(h, 0); }),
+        command("vantro_jump", [](Handle h) { return vantro_jump(h, 1); }),
+        {"vantro_create_trksession", [](Scene &scene) { return session(scene, true); }},
+        {"vantro_destroy_trksession", [](Scene &scene) { return session(scene, false); }},
+        query<VantroStateInfo *>(
+            "vantro_get_current_state", vantro_get_current_state,
+            [](auto *info) { return std::to_string(info->rate); }, free_record, Way::may_abort),
+        query<VantroTrksessionInfo *>(
+            "vantro_get_current_trksession_info", vantro_get_current_trksession_info,
+            [](auto *info) { return std::to_string(info->length); }, free_record, Way::may_abort),
+        query<int32_t>(
+            "vantro_get_current_track_position",
+            [](Handle h, int32_t *position) {
+                *position = 0;
+                return vantro_get_current_track_position(h, position);
+            },
+            [](int32_t position) { return std::string(position >= 0 ? "a position" : "none"); },
+            [](int32_t) {}),
+        {"vantro_get_metadata", get_metadata},
+        {"vantro_get_current_track_info", get_track, Way::may_abort},
+        list<MediaSource>(
+            "vantro_get_media_sources", 0,
+            [](Handle h, int *count, MediaSource **sources) {
+                return vantro_get_media_sources(h, sources, count);
+            },
+            vantro_free_media_sources),
+        list<MediaNode>(
+            "vantro_browse", 0,
+            [](auto h, auto *n, auto **to) { return vantro_browse(h, 1, "songs", 0, n, to); },
+            nodes),
+        list<MediaNode>(
+            "vantro_browse page", 2,
+            [](auto h, auto *n, auto **to) { return vantro_browse(h, 1, "songs", 0, n, to); },
+            nodes),
+        list<MediaNode>(
+            "vantro_search", 0,
+            [](auto h, auto *n, auto **to) { return vantro_search(h, 1, "", "song", 0, n, to); },
+            nodes),
+        list<MediaNode>(
+            "vantro_get_trksession_tracks", 0,
+            [](auto h, auto *n, auto **to) { return vantro_get_trksession_tracks(h, 1, 0, n, to); },
+            nodes),
+        {"vantro_get_extended_metadata", get_extended}};
+}
+
+} // namespace vantro::faults
