@@ -1,7 +1,8 @@
 // Raw packets, and descriptors of every sort beside them, at a live server's sockets. An input is a
 // list of steps: a byte for the socket (control or lane), a byte for what comes along, two bytes of
 // length, and that many bytes, sent as one packet; on a lane they may be put behind a frame that is
-// true. After each input a client that behaves is still served, and no descriptor stays.
+// true, and the answer may be waited for, so that what follows is another message. After each input
+// a client that behaves is still served, and no descriptor stays.
 #include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -40,9 +41,33 @@ long open_descriptors() {
     return std::distance(begin(all), end(all));
 }
 
-int32_t echo(MsgOsb *open, MsgContext *context, MsgService *) {
-    return callout_reply(open, context, 0, context->payload,
-                         static_cast<int32_t>(context->header->send_length));
+int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
+    const TransportHeader header = *context->header;
+    const int32_t receive_id = context->receive_id;
+    // Touches every byte that the header says is there, and only those.
+    const std::string payload(static_cast<const char *>(context->payload), header.send_length);
+    std::string reply = payload;
+    if (header.code & 1) {
+        reply.append(header.code, 'x');
+    }
+    if ((header.code & 2) && header.kind == MSG_KIND_PUT) {
+        const iovec parts[] = {{reply.data(), reply.size()}, {reply.data(), 1}};
+        return callout_reply2(open, receive_id, header.tag, 0, parts, reply.empty() ? 1 : 2);
+    }
+    if (header.code & 4) {
+        msgserver_growmsg(open->server, static_cast<int32_t>(header.code));
+    }
+    const int32_t result =
+        callout_reply(open, context, 0, reply.data(), static_cast<int32_t>(reply.size()));
+    return result == ENOMEM ? ipc_error(receive_id, ENOMEM) : result;
+}
+
+int32_t accept(MsgOsb *, MsgContext *context, MsgService *) {
+    return context->header->code & 0x8000 ? EDOM : 0;
+}
+
+int32_t closed(MsgOsb *, MsgContext *, MsgService *) {
+    return 0;
 }
 
 // The server and the client that behaves, for the life of the program.
@@ -54,7 +79,7 @@ struct World {
     World() {
         MsgServer *server = msgserver_create(32768, 4, MSGSERVER_FLAG_NOCHECK);
         require(server &&
-                msgserver_add(server, "wire", nullptr, nullptr, 1024, echo, nullptr, nullptr) == 0);
+                msgserver_add(server, "wire", nullptr, nullptr, 1024, answer, accept, closed) == 0);
         for (int i = 0; i < 2; i++) {
             std::thread(msgserver_thread_loop, server).detach();
         }
@@ -160,6 +185,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             }
             const int to = data[0] & 1 ? control.get() : lane.get();
             send_one(to, packet.data(), packet.size(), along.get());
+            if (data[0] & 4) {
+                pollfd readable = {to, POLLIN, 0};
+                poll(&readable, 1, 100);
+                recv(to, packet.data(), packet.size(), MSG_DONTWAIT);
+            }
             data += 4 + length;
             size -= 4 + length;
         }

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <functional>
+#include <numeric>
 
 #include <fcntl.h>
 #include <grp.h>
@@ -26,9 +27,13 @@ namespace vantro::service {
 namespace {
 
 enum User : uid_t { service_user = 70001, admitted = 70002, stranger = 70003 };
+constexpr gid_t listeners = 70112; // the last of the groups of who is admitted
 
 void become(User user) {
-    if (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0) {
+    std::vector<gid_t> groups(12, listeners);
+    std::iota(groups.begin(), groups.end() - (user == admitted ? 0 : 1), listeners - 11);
+    if (setgroups(user == admitted ? 12 : 11, groups.data()) != 0 || setgid(user) != 0 ||
+        setuid(user) != 0) {
         _exit(98);
     }
 }
@@ -137,7 +142,7 @@ TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
         EXPECT_EQ(chown(squat.c_str(), stranger, stranger), 0);
         unsetenv("XDG_RUNTIME_DIR");
         test::Process service({VANTROD, "--music", path_ + "/music", "--state", state, "--perms",
-                               "600", "--uid", std::to_string(admitted)},
+                               "660", "--gid", std::to_string(listeners)},
                               [] { become(service_user); });
         std::string said;
         while (said.find("scanned") == said.npos && !(said = service.line()).empty()) {

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <random>
 
-#include <grp.h>
 #include <sched.h>
 
 namespace vantro::test {
@@ -133,19 +132,7 @@ void say(const char *what, int number) {
     std::fflush(stdout);
 }
 
-// Becomes UID and GID with the groups that follow.
-bool become(const std::vector<std::string> &ids) {
-    std::vector<gid_t> groups;
-    for (size_t i = 2; i < ids.size(); i++) {
-        groups.push_back(static_cast<gid_t>(std::stoul(ids[i])));
-    }
-    return setgroups(groups.size(), groups.data()) == 0 &&
-           setgid(static_cast<gid_t>(std::stoul(ids[1]))) == 0 &&
-           setuid(static_cast<uid_t>(std::stoul(ids[0]))) == 0;
-}
-
-// serve NAME FLAGS: until it is killed. ask NAME OPEN-CODE CODE: once. try NAME OTHER UID GID
-// GROUP...: opens as somebody else, also over a connection that was made for another service.
+// serve NAME FLAGS: until it is killed. ask NAME OPEN-CODE CODE: once.
 int peer_main(const std::vector<std::string> &words) {
     const auto number = [&](size_t at) { return static_cast<uint16_t>(std::stoi(words[at])); };
     if (words[0] == "serve") {
@@ -157,14 +144,6 @@ int peer_main(const std::vector<std::string> &words) {
             script.wait([&] { return script.blocked > seen; });
             say("blocked", ++seen);
         }
-    }
-    if (words[0] == "try") {
-        if (!become({words.begin() + 3, words.end()})) {
-            return 1;
-        }
-        say("open", Client(words[1].c_str()).error);
-        std::puts(Raw(words[2]).send(open_message(words[1])).substr(0, 8).c_str());
-        return 0;
     }
     const Client client(words[1].c_str(), number(2));
     say("open", client.error);

@@ -1,8 +1,5 @@
-// Who may open a service: permission bits, owner and groups in path mode, capabilities else.
-#include <cstdlib>
+// Who may open a service in name mode: who has its capabilities.
 #include <memory>
-
-#include <unistd.h>
 
 #include <vantro/platform/io.h>
 
@@ -77,40 +74,6 @@ TEST(Access, RestartedGrantor) {
     }
     server.stop();
     platform_close(server->grantor_fd);
-}
-
-TEST(Access, PathPermissions) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can be somebody else: permission bits were NOT tried";
-    }
-    Server server(MSGSERVER_FLAG_PATH);
-    const struct {
-        const char *name, *options;
-        int error;
-    } rows[] = {{"all", nullptr, 0},
-                {"root", "perms=0600,uid=0", EACCES},
-                {"owner", "perms=0600,uid=1234", 0},
-                {"readonly", "perms=0444", EACCES},
-                {"twelfth", "perms=0060,uid=0,gid=5012", 0},
-                {"stranger", "perms=0660,uid=0,gid=5013", EACCES}};
-    for (const auto &row : rows) {
-        ASSERT_GE(server.add(row.name, row.options), 0);
-    }
-    server.start(2);
-    // The runtime directory counts for its owner only.
-    const char *directory = getenv("XDG_RUNTIME_DIR");
-    ASSERT_EQ(chown(directory, 1234, 4321), 0);
-    for (const auto &row : rows) {
-        Peer peer({"try", row.name, "all", "1234", "4321", "5001", "5002", "5003", "5004", "5005",
-                   "5006", "5007", "5008", "5009", "5010", "5011", "5012"});
-        // The path's own refusal leads to the global name, which is not there.
-        const int seen = row.error == EACCES ? ENOENT : row.error;
-        EXPECT_EQ(peer.line(), "open " + std::to_string(seen)) << row.name;
-        // A path that all may open is no way round the bits of another.
-        EXPECT_EQ(peer.line().substr(0, 2), row.error ? error(row.error).substr(0, 2) : "0 ");
-    }
-    ASSERT_EQ(chown(directory, 0, 0), 0);
-    EXPECT_EQ(Client("root").error, 0);
 }
 
 } // namespace

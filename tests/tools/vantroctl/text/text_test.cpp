@@ -194,10 +194,6 @@ TEST(StatusView, BarStaysWithinItsEnds) {
 
 TEST(StatusView, LinesAreAlwaysAllThere) {
     PlayerStatus status = playing();
-    EXPECT_EQ(render_lines(status),
-              "player: main\nstate: playing\ntrack: 3\ntracks: 12\ntitle: A \"title\" \n"
-              "artist: \xE6\xBC\xA2\xE5\xAD\x97\xEF\xBF\xBD\nalbum:\nposition: 0:30\n"
-              "duration: 1:00\nrepeat: all\nshuffle: on\nrate: 1.1\n");
     status.track.reset();
     status.session.reset();
     status.state = 17;
