@@ -225,10 +225,6 @@ Rows player_rows() {
             [](auto h, auto *n, auto **to) { return vantro_browse(h, 1, "songs", 0, n, to); },
             nodes),
         list<MediaNode>(
-            "vantro_browse page", 2,
-            [](auto h, auto *n, auto **to) { return vantro_browse(h, 1, "songs", 0, n, to); },
-            nodes),
-        list<MediaNode>(
             "vantro_search", 0,
             [](auto h, auto *n, auto **to) { return vantro_search(h, 1, "", "song", 0, n, to); },
             nodes),

@@ -327,7 +327,7 @@ TEST_F(Queries, RecordsThatDidNotComeTakeNoMemory) {
             const iovec place = {&fetch, sizeof fetch};
             int32_t receive_id;
             do {
-                receive_id = ipc_receive(server->channel, &place, 1, nullptr);
+                receive_id = ipc_receive(service->server->channel, &place, 1, nullptr);
             } while (receive_id == 0);
             std::string bytes = words({0, VANTRO_REPLY_MAX / 24}) + node_bytes("Rock");
             const iovec parts[] = {{&header, sizeof header}, {bytes.data(), bytes.size()}};

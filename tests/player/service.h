@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -19,6 +19,8 @@
 #include <vantro/messaging.h>
 #include <vantro/platform/log.h>
 #include <vantro/player.h>
+
+#include "tests/support/local_service.h"
 
 using Lines = std::vector<std::string>;
 
@@ -73,27 +75,12 @@ inline void will_answer(const std::string &bytes) {
 class Player : public testing::Test {
   protected:
     static void SetUpTestSuite() {
-        char name[] = "/tmp/vantro-player-XXXXXX";
-        directory = mkdtemp(name);
+        service.emplace(record_and_answer);
+        directory = service->directory;
         std::filesystem::create_directories(directory + "/nobody/vantro");
         std::filesystem::permissions(directory + "/nobody", std::filesystem::perms::owner_all);
-        setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
-        server = msgserver_create(4096, 1, MSGSERVER_FLAG_PATH);
-        ASSERT_NE(server, nullptr);
-        ASSERT_GE(msgserver_add(server, "vantro.sys", nullptr, nullptr, 256, record_and_answer,
-                                nullptr, nullptr),
-                  0);
-        loop = std::thread(msgserver_thread_loop, server);
     }
-
-    static void TearDownTestSuite() {
-        __atomic_store_n(&server->stop, 1, __ATOMIC_SEQ_CST);
-        const int wake = connect_attach(0, 0, server->channel, 0, 0);
-        pulse_send(wake, 10, 0, 0);
-        loop.join();
-        connect_detach(wake);
-        std::filesystem::remove_all(directory);
-    }
+    static void TearDownTestSuite() { service.reset(); }
 
     void SetUp() override {
         system_log_set_sink(record_line, nullptr);
@@ -115,9 +102,8 @@ class Player : public testing::Test {
         system_log_set_sink(nullptr, nullptr);
     }
 
+    inline static std::optional<vantro::test::LocalService> service;
     inline static std::string directory;
-    inline static MsgServer *server;
-    inline static std::thread loop;
     VantroHandle *handle = nullptr;
 };
 

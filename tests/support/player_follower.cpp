@@ -1,42 +1,18 @@
 #include "tests/support/player_follower.h"
 
 #include <sstream>
-#include <thread>
 
 #include "records/fields.h"
+#include "tests/support/local_service.h"
 
 namespace vantro::events {
 
 namespace {
 
-// One for all tests, from the first that needs it to the end of the program.
-class Service {
-  public:
-    Service() {
-        EXPECT_NE(mkdtemp(directory_.data()), nullptr);
-        setenv("XDG_RUNTIME_DIR", directory_.c_str(), 1);
-        server = msgserver_create(4096, 1, MSGSERVER_FLAG_PATH);
-        const auto agree = [](MsgOsb *open, MsgContext *context, MsgService *) -> int32_t {
-            const int32_t granted = 0;
-            return callout_reply(open, context, 0, &granted, sizeof granted);
-        };
-        EXPECT_GE(
-            msgserver_add(server, "vantro.sys", nullptr, nullptr, 256, agree, nullptr, nullptr), 0);
-        loop_ = std::thread(msgserver_thread_loop, server);
-    }
-    ~Service() {
-        __atomic_store_n(&server->stop, 1, __ATOMIC_SEQ_CST);
-        pulse_send(connect_attach(0, 0, server->channel, 0, 0), 10, 0, 0);
-        loop_.join();
-        std::filesystem::remove_all(directory_);
-    }
-
-  private:
-    inline static MsgServer *server; // Servers last as long as their process.
-    std::string directory_ =
-        (std::filesystem::temp_directory_path() / "vantro-events-XXXXXX").string();
-    std::thread loop_;
-};
+int32_t agree(MsgOsb *open, MsgContext *context, MsgService *) {
+    const int32_t granted = 0;
+    return callout_reply(open, context, 0, &granted, sizeof granted);
+}
 
 std::string quoted(const char *text) {
     return text ? std::string("'").append(text).append("'") : "-";
@@ -108,7 +84,7 @@ std::string told(const VantroEvent *event) {
 }
 
 void Events::SetUp() {
-    static const Service service;
+    static const test::LocalService service(agree); // from the first test that needs it
     system_log_set_sink(record_line, this);
     ASSERT_TRUE(handle = vantro_connect());
     ASSERT_EQ(vantro_open(handle, "main"), 0);

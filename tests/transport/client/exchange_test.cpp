@@ -134,15 +134,6 @@ TEST_P(Exchange, Names) {
     }
 }
 
-TEST_P(Exchange, SignalGivesUpOneExchangeOnly) {
-    const WithoutRestart handler;
-    const Client client("s");
-    EXPECT_EQ(interrupted(client, [] { return script.blocked == 1; }), EINTR);
-    script.change([] { script.unblock = true; });
-    EXPECT_EQ(echo(client, 20), 0); // never the answer of the one given up,
-    EXPECT_EQ(msgclient_get(client, 0, nullptr, 0, nullptr, 0), ENOMSG); // which nobody keeps
-}
-
 TEST_P(Exchange, SignalEndsTheWaitForALane) {
     const WithoutRestart handler;
     server.start(IPC_LANES_MAX - 1);

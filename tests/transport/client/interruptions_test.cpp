@@ -99,7 +99,7 @@ class Caller {
         }
     }
 
-    // ECHOparam lost whether the answer may be lost. ECHOreturn false where it may still be held.
+    // @param lost whether the answer may be lost. @return false where it may still be held.
     bool fetch(uint32_t tag, const std::string &expected, int tries, bool lost = false) {
         for (; tries > 0; tries--) {
             std::string answer(expected.size(), '\0');
