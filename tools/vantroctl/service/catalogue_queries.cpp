@@ -81,16 +81,13 @@ using NodeRecords = Records<MediaNode, vantro_free_media_nodes>;
 // The values of the keys, as far as the node has them. @return why the service refused, or 0.
 int32_t ask_values(Client &client, const Place &place, const std::vector<std::string> &keys,
                    Values &values) {
-    ServiceRequest request(VANTRO_COMMAND_GET_EXTENDED_METADATA);
-    request.number(place.source).text(place.id).number(static_cast<int32_t>(keys.size()));
     std::vector<const char *> wanted;
     for (const std::string &key : keys) {
         wanted.push_back(key.c_str());
-        request.text(key);
     }
     wanted.push_back(nullptr);
     std::vector<char *> found(keys.size(), nullptr);
-    const int32_t reason = client.ask("info", request, [&](VantroHandle *handle) {
+    const int32_t reason = client.ask("info", [&](VantroHandle *handle) {
         return vantro_get_extended_metadata(handle, place.source, place.id.c_str(), wanted.data(),
                                             found.data());
     });
@@ -180,10 +177,9 @@ std::vector<Node> nodes_of(const NodeRecords &records) {
 
 std::vector<Source> get_sources(Client &client) {
     Records<MediaSource, vantro_free_media_sources> records;
-    client.carry_out("sources", ServiceRequest(VANTRO_COMMAND_GET_MEDIA_SOURCES),
-                     [&](VantroHandle *handle) {
-                         return vantro_get_media_sources(handle, &records.first, &records.count);
-                     });
+    client.carry_out("sources", [&](VantroHandle *handle) {
+        return vantro_get_media_sources(handle, &records.first, &records.count);
+    });
     std::vector<Source> sources;
     for (const MediaSource &record : records) {
         sources.push_back(source_of(record));
@@ -194,17 +190,10 @@ std::vector<Source> get_sources(Client &client) {
 std::vector<Node> browse_page(Client &client, const Place &place, int32_t offset, int32_t count) {
     NodeRecords records;
     records.count = count;
-    const int32_t reason =
-        client.ask("browse",
-                   ServiceRequest(VANTRO_COMMAND_BROWSE)
-                       .number(place.source)
-                       .number(offset)
-                       .number(count)
-                       .text(place.id),
-                   [&](VantroHandle *handle) {
-                       return vantro_browse(handle, place.source, place.id.c_str(), offset,
-                                            &records.count, &records.first);
-                   });
+    const int32_t reason = client.ask("browse", [&](VantroHandle *handle) {
+        return vantro_browse(handle, place.source, place.id.c_str(), offset, &records.count,
+                             &records.first);
+    });
     if (reason != 0) {
         fail_at(client, "browse", place, reason);
     }
@@ -215,18 +204,10 @@ std::vector<Node> search_page(Client &client, int32_t source, const std::string 
                               const std::string &term, int32_t offset, int32_t count) {
     NodeRecords records;
     records.count = count;
-    const int32_t reason =
-        client.ask("search",
-                   ServiceRequest(VANTRO_COMMAND_SEARCH)
-                       .number(source)
-                       .number(offset)
-                       .number(count)
-                       .text(filter)
-                       .text(term),
-                   [&](VantroHandle *handle) {
-                       return vantro_search(handle, source, filter.c_str(), term.c_str(), offset,
-                                            &records.count, &records.first);
-                   });
+    const int32_t reason = client.ask("search", [&](VantroHandle *handle) {
+        return vantro_search(handle, source, filter.c_str(), term.c_str(), offset, &records.count,
+                             &records.first);
+    });
     if (reason != 0) {
         fail_at(client, "search", {source, ""}, reason);
     }
@@ -236,16 +217,10 @@ std::vector<Node> search_page(Client &client, int32_t source, const std::string 
 std::vector<Node> tracks_page(Client &client, uint64_t session, int32_t offset, int32_t count) {
     NodeRecords records;
     records.count = count;
-    const int32_t reason =
-        client.ask("tracks",
-                   ServiceRequest(VANTRO_COMMAND_GET_TRKSESSION_TRACKS)
-                       .number(session)
-                       .number(offset)
-                       .number(count),
-                   [&](VantroHandle *handle) {
-                       return vantro_get_trksession_tracks(handle, session, offset, &records.count,
-                                                           &records.first);
-                   });
+    const int32_t reason = client.ask("tracks", [&](VantroHandle *handle) {
+        return vantro_get_trksession_tracks(handle, session, offset, &records.count,
+                                            &records.first);
+    });
     if (reason == ENOENT) {
         throw Failure(Outcome::not_found, "the session has ended meanwhile; try again");
     }
@@ -282,11 +257,9 @@ Values get_known_values(Client &client, const Place &place) {
     const int32_t reason = ask_values(client, place, keys, values);
     Records<Metadata, vantro_free_metadata> record;
     record.count = 1;
-    const int32_t record_reason = client.ask(
-        "info", ServiceRequest(VANTRO_COMMAND_GET_METADATA).number(place.source).text(place.id),
-        [&](VantroHandle *handle) {
-            return vantro_get_metadata(handle, place.source, place.id.c_str(), &record.first);
-        });
+    const int32_t record_reason = client.ask("info", [&](VantroHandle *handle) {
+        return vantro_get_metadata(handle, place.source, place.id.c_str(), &record.first);
+    });
     if (reason != 0 && record_reason != 0) {
         fail_at(client, "info", place, reason);
     }
@@ -309,17 +282,10 @@ LoadedSession load_node(Client &client, const Place &place, int32_t index, bool 
     const std::optional<Source> source = find_source(client, place.source);
     const int32_t start = play ? VANTRO_TRKSESSION_PLAY : VANTRO_TRKSESSION_LOAD;
     uint64_t session = 0;
-    const int32_t reason =
-        client.ask("load",
-                   ServiceRequest(VANTRO_COMMAND_CREATE_TRKSESSION)
-                       .number(place.source)
-                       .number(index)
-                       .number(start)
-                       .text(place.id),
-                   [&](VantroHandle *handle) {
-                       return vantro_create_trksession(handle, place.source, place.id.c_str(),
-                                                       &index, start, &session);
-                   });
+    const int32_t reason = client.ask("load", [&](VantroHandle *handle) {
+        return vantro_create_trksession(handle, place.source, place.id.c_str(), &index, start,
+                                        &session);
+    });
     if (reason == ENOSPC) {
         throw Failure(Outcome::failed,
                       "load refused: the player keeps no more track sessions; those that other "
@@ -328,12 +294,9 @@ LoadedSession load_node(Client &client, const Place &place, int32_t index, bool 
     if (reason != 0) {
         fail_at(client, "load", place, reason, index);
     }
-    if (session == 0) { // It was made when the reason was asked for.
-        session = static_cast<uint64_t>(client.need_session().id);
-    }
     if (before && before->type == VANTRO_TRKSESSION_NODE) {
         const auto id = static_cast<uint64_t>(before->id);
-        client.ask("load", ServiceRequest(VANTRO_COMMAND_DESTROY_TRKSESSION).number(id),
+        client.ask("load",
                    [id](VantroHandle *handle) { return vantro_destroy_trksession(handle, id); });
     }
     return {session, source && source->status == VANTRO_SOURCE_SCANNING};
@@ -341,8 +304,7 @@ LoadedSession load_node(Client &client, const Place &place, int32_t index, bool 
 
 void jump_to(Client &client, int32_t index) {
     const int32_t reason =
-        client.ask("jump", ServiceRequest(VANTRO_COMMAND_JUMP).number(index),
-                   [=](VantroHandle *handle) { return vantro_jump(handle, index); });
+        client.ask("jump", [=](VantroHandle *handle) { return vantro_jump(handle, index); });
     if (reason == 0) {
         return;
     }
@@ -355,7 +317,7 @@ void jump_to(Client &client, int32_t index) {
 }
 
 void play(Client &client) {
-    const int32_t reason = client.ask("play", ServiceRequest(VANTRO_COMMAND_PLAY), vantro_play);
+    const int32_t reason = client.ask("play", vantro_play);
     if (reason == ENODATA) {
         std::string scanning;
         for (const Source &source : get_sources(client)) {

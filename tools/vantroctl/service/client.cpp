@@ -1,5 +1,6 @@
 #include "tools/vantroctl/service/client.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -12,13 +13,11 @@
 #include <vantro/catalogue.h>
 #include <vantro/extras.h>
 #include <vantro/platform/io.h>
-#include <vantro/protocol.h>
+#include <vantro/platform/message.h>
 
 #include "tools/vantroctl/failure.h"
-#include "tools/vantroctl/service/library_log.h"
 #include "tools/vantroctl/service/library_records.h"
 #include "tools/vantroctl/service/refusal.h"
-#include "tools/vantroctl/service/time_limit.h"
 #include "tools/vantroctl/text/display_text.h"
 
 namespace vantro::ctl {
@@ -29,7 +28,13 @@ constexpr const char *service_path = "/sys/csm/vantro.sys/default";
 constexpr const char *no_session = "no track session: load a node or play first";
 
 // Time limit for disconnecting from a service that does not answer.
-constexpr double leave_s = 0.05;
+constexpr int leave_ms = 50;
+
+// As the library takes a time limit.
+int milliseconds(double seconds) {
+    constexpr double most = 2e9;
+    return seconds <= 0 ? -1 : static_cast<int>(std::clamp(seconds * 1000, 1.0, most));
+}
 
 struct TrackInfoFree {
     void operator()(VantroTrackInfo *info) const { vantro_free_track_info(info); }
@@ -37,7 +42,8 @@ struct TrackInfoFree {
 
 } // namespace
 
-Client::Client(const ClientOptions &options) : options_(options) {
+Client::Client(const ClientOptions &options)
+    : options_(options), timeout_ms_(milliseconds(options.timeout_s)) {
     try {
         connect();
     } catch (...) {
@@ -53,25 +59,23 @@ Client::~Client() {
 void Client::leave() {
     if (handle_) {
         // A service that has not answered in time is not waited for again.
-        const TimeLimit limit(TimeLimit::reached() ? leave_s : options_.timeout_s);
+        if (is_late_) {
+            vantro_set_timeout(handle_, leave_ms);
+        }
         vantro_disconnect(handle_);
         handle_ = nullptr;
     }
 }
 
 void Client::connect() {
-    {
-        const TimeLimit limit(options_.timeout_s);
-        forget_logged_failure();
-        handle_ = vantro_connect();
-        if (!handle_) {
-            explain_no_connection(errno);
-        }
+    handle_ = vantro_connect_timed(timeout_ms_);
+    if (!handle_) {
+        explain_no_connection(errno);
     }
     const std::string verb = "opening the player";
-    const int32_t reason =
-        ask(verb, ServiceRequest(VANTRO_COMMAND_OPEN).text(options_.player),
-            [this](VantroHandle *handle) { return vantro_open(handle, options_.player.c_str()); });
+    const int32_t reason = ask(verb, [this](VantroHandle *handle) {
+        return vantro_open(handle, options_.player.c_str());
+    });
     if (const auto trouble = trouble_of_service(verb, reason)) {
         throw Failure(*trouble);
     }
@@ -83,16 +87,22 @@ void Client::connect() {
 }
 
 void Client::explain_no_connection(int error) const {
-    fail_if_late();
+    if (error == ETIMEDOUT) {
+        fail_late();
+    }
     // After a refused path the library looks for a global name and reports the error of that; so
     // the path is tried here to learn its own error.
     bool denied = error == EACCES;
+    const int limit = ipc_set_open_timeout(timeout_ms_);
     const int path = platform_open(service_path, O_RDWR);
+    const int path_error = errno;
+    ipc_set_open_timeout(limit);
     if (path >= 0) {
         platform_close(path);
+    } else if (path_error == ETIMEDOUT) {
+        fail_late();
     } else {
-        denied = denied || errno == EACCES;
-        fail_if_late();
+        denied = denied || path_error == EACCES;
     }
     if (denied) {
         throw Failure(Outcome::denied, "denied: the service does not admit this user; ask whoever "
@@ -110,74 +120,47 @@ void Client::explain_no_connection(int error) const {
     throw Failure(Outcome::absent, no_service);
 }
 
-void Client::fail_if_late() const {
-    if (TimeLimit::reached()) {
-        throw Failure(Outcome::timed_out,
-                      fmt::format("timed out: the service does not answer within {} s; is it "
-                                  "stuck, or --timeout too short?",
-                                  options_.timeout_s));
-    }
+void Client::fail_late() const {
+    throw Failure(Outcome::timed_out,
+                  fmt::format("timed out: the service does not answer within {} s; is it "
+                              "stuck, or --timeout too short?",
+                              options_.timeout_s));
 }
 
-void Client::fail(const std::string &verb) const {
-    fail_if_late();
-    const LoggedFailure &failure = logged_failure();
-    if (!failure.in_exchange) {
+int32_t Client::ask(const std::string &verb, const Call &call) {
+    if (call(handle_) == 0) {
+        return 0;
+    }
+    VantroFailure failure;
+    switch (vantro_last_failure(&failure)) {
+    case VANTRO_FAILURE_REFUSED:
+        return failure.number;
+    case VANTRO_FAILURE_TIMED_OUT:
+        is_late_ = true;
+        fail_late();
+    case VANTRO_FAILURE_MALFORMED:
         throw Failure(Outcome::failed,
                       fmt::format("{} failed: the service's answer makes no sense; are service and "
                                   "tool of one version?",
                                   verb));
+    default:
+        throw Failure(Outcome::failed,
+                      fmt::format("{} failed: {}; {}", verb, std::strerror(failure.number),
+                                  failure.number == EMSGSIZE ? "ask for less"
+                                  : failure.number == ENOMEM || failure.number == EMFILE
+                                      ? "free some and try again"
+                                      : "is vantrod still running?"));
     }
-    const auto is = [&](int error) { return std::strcmp(failure.why, std::strerror(error)) == 0; };
-    throw Failure(Outcome::failed,
-                  fmt::format("{} failed: {}; {}", verb, failure.why,
-                              is(EMSGSIZE)               ? "ask for less"
-                              : is(ENOMEM) || is(EMFILE) ? "free some and try again"
-                                                         : "is vantrod still running?"));
 }
 
-int Client::attempt(const Call &call) {
-    const TimeLimit limit(options_.timeout_s);
-    forget_logged_failure();
-    return call(handle_);
-}
-
-int32_t Client::reason_of(const ServiceRequest &request) const {
-    const TimeLimit limit(options_.timeout_s);
-    const int32_t reason = ask_reason(options_.player, request);
-    fail_if_late();
-    return reason;
-}
-
-int32_t Client::ask(const std::string &verb, const ServiceRequest &request, const Call &call) {
-    const auto answered = [&] {
-        if (attempt(call) == 0) {
-            return true;
-        }
-        if (logged_failure().in_exchange || !logged_failure().anything || TimeLimit::reached()) {
-            fail(verb);
-        }
-        return false;
-    };
-    if (answered()) {
-        return 0;
-    }
-    const int32_t reason = reason_of(request);
-    if (reason == 0 && request.is_query()) { // The second time it was answered: get the answer.
-        return answered() ? 0 : EAGAIN;
-    }
-    return reason;
-}
-
-void Client::carry_out(const std::string &verb, const ServiceRequest &request, const Call &call) {
-    if (const int32_t reason = ask(verb, request, call); reason != 0) {
+void Client::carry_out(const std::string &verb, const Call &call) {
+    if (const int32_t reason = ask(verb, call); reason != 0) {
         throw refusal(verb, reason);
     }
 }
 
-void Client::carry_out_on_tracks(const std::string &verb, const ServiceRequest &request,
-                                 const Call &call) {
-    const int32_t reason = ask(verb, request, call);
+void Client::carry_out_on_tracks(const std::string &verb, const Call &call) {
+    const int32_t reason = ask(verb, call);
     if (reason == ENODATA) {
         throw Failure(Outcome::not_found, no_session);
     }
@@ -188,7 +171,7 @@ void Client::carry_out_on_tracks(const std::string &verb, const ServiceRequest &
 
 VantroStateInfo Client::state() {
     VantroStateInfo *info = nullptr;
-    carry_out("status", ServiceRequest(VANTRO_COMMAND_GET_CURRENT_STATE),
+    carry_out("status",
               [&](VantroHandle *handle) { return vantro_get_current_state(handle, &info); });
     const VantroStateInfo result = *info;
     std::free(info);
@@ -197,18 +180,17 @@ VantroStateInfo Client::state() {
 
 int32_t Client::position() {
     int32_t position_ms = 0;
-    carry_out_on_tracks("position", ServiceRequest(VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION),
-                        [&](VantroHandle *handle) {
-                            return vantro_get_current_track_position(handle, &position_ms);
-                        });
+    carry_out_on_tracks("position", [&](VantroHandle *handle) {
+        return vantro_get_current_track_position(handle, &position_ms);
+    });
     return position_ms;
 }
 
 std::optional<SessionStatus> Client::session() {
     VantroTrksessionInfo *info = nullptr;
-    carry_out(
-        "status", ServiceRequest(VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO),
-        [&](VantroHandle *handle) { return vantro_get_current_trksession_info(handle, &info); });
+    carry_out("status", [&](VantroHandle *handle) {
+        return vantro_get_current_trksession_info(handle, &info);
+    });
     const SessionStatus session{static_cast<int64_t>(info->tsid), info->type, info->length};
     std::free(info);
     return session.type != VANTRO_TRKSESSION_NONE ? std::optional(session) : std::nullopt;
@@ -224,13 +206,12 @@ SessionStatus Client::need_session() {
 std::optional<TrackStatus> Client::track() {
     VantroTrackInfo *info = nullptr;
     std::unique_ptr<VantroTrackInfo, TrackInfoFree> owner;
-    const int32_t reason = ask(
-        "status", ServiceRequest(VANTRO_COMMAND_GET_CURRENT_TRACK_INFO), [&](VantroHandle *handle) {
-            info = nullptr;
-            const int result = vantro_get_current_track_info(handle, &info);
-            owner.reset(info); // A broken answer leaves what was read of it, to be freed.
-            return result;
-        });
+    const int32_t reason = ask("status", [&](VantroHandle *handle) {
+        info = nullptr;
+        const int result = vantro_get_current_track_info(handle, &info);
+        owner.reset(info); // A broken answer leaves what was read of it, to be freed.
+        return result;
+    });
     if (const auto trouble = trouble_of_service("status", reason)) {
         throw Failure(*trouble);
     }
@@ -250,10 +231,9 @@ PlayerStatus Client::status() {
     status.track = status.session ? track() : std::nullopt;
     if (status.track) {
         // A session that has ended meanwhile leaves the position at 0.
-        ask("status", ServiceRequest(VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION),
-            [&](VantroHandle *handle) {
-                return vantro_get_current_track_position(handle, &status.position_ms);
-            });
+        ask("status", [&](VantroHandle *handle) {
+            return vantro_get_current_track_position(handle, &status.position_ms);
+        });
     }
     return status;
 }

@@ -11,7 +11,6 @@
 #include <vantro/player.h>
 
 #include "tools/vantroctl/model/player_status.h"
-#include "tools/vantroctl/service/service_request.h"
 
 namespace vantro::ctl {
 
@@ -35,17 +34,15 @@ class Client {
     // A call of the library that returns 0 on success.
     using Call = std::function<int(VantroHandle *)>;
 
-    // Makes the call. @param request the same as a request, to ask for the reason of a refusal.
-    // @throws Failure, which names the verb.
-    void carry_out(const std::string &verb, const ServiceRequest &request, const Call &call);
+    // Makes the call. @throws Failure, which names the verb.
+    void carry_out(const std::string &verb, const Call &call);
 
     // Like carry_out(), for what needs a track session: where there is none, that is what fails.
-    void carry_out_on_tracks(const std::string &verb, const ServiceRequest &request,
-                             const Call &call);
+    void carry_out_on_tracks(const std::string &verb, const Call &call);
 
     // Like carry_out(), but returns why the service refused: 0 where it did not, else an error
-    // number, a number of the service's own, or `no_reason`.
-    int32_t ask(const std::string &verb, const ServiceRequest &request, const Call &call);
+    // number or a number of the service's own.
+    int32_t ask(const std::string &verb, const Call &call);
 
     VantroStateInfo state();
     int32_t position();
@@ -62,15 +59,14 @@ class Client {
     VantroHandle *handle() const { return handle_; }
 
   private:
-    int attempt(const Call &call);
-    int32_t reason_of(const ServiceRequest &request) const;
     void connect();
     [[noreturn]] void explain_no_connection(int error) const;
-    [[noreturn]] void fail(const std::string &verb) const;
-    void fail_if_late() const;
+    [[noreturn]] void fail_late() const;
     void leave();
 
     ClientOptions options_;
+    int timeout_ms_;
+    bool is_late_ = false; // The service has not answered in time.
     VantroHandle *handle_ = nullptr;
 };
 

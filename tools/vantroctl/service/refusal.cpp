@@ -5,8 +5,6 @@
 
 #include <fmt/format.h>
 
-#include "tools/vantroctl/service/service_request.h"
-
 namespace vantro::ctl {
 namespace {
 
@@ -42,9 +40,8 @@ Failure refusal(const std::string &verb, int32_t reason) {
     if (const std::optional<Failure> trouble = trouble_of_service(verb, reason)) {
         return *trouble;
     }
-    const std::string why = reason == no_reason ? "without a reason"
-                            : reason < 0        ? fmt::format("with result {}", reason)
-                                                : std::strerror(reason);
+    const std::string why =
+        reason < 0 ? fmt::format("with result {}", reason) : std::strerror(reason);
     return {Outcome::failed, fmt::format("{} refused by the service: {}", verb, why)};
 }
 

@@ -15,7 +15,7 @@ namespace vantro::ctl {
 std::optional<Failure> trouble_of_service(const std::string &verb, int32_t reason);
 
 // The failure for any reason, where the verb has no better words.
-// @param reason an error number, or another number but 0, as ask_reason() returns it.
+// @param reason an error number, or another number but 0, as Client::ask() returns it.
 Failure refusal(const std::string &verb, int32_t reason);
 
 } // namespace vantro::ctl

@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 
 #include <vantro/player.h>
-#include <vantro/protocol.h>
 
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/output/status_view.h"
@@ -21,15 +20,14 @@ namespace {
 
 struct PlainCommand {
     std::string_view verb;
-    uint16_t command;
     int (*function)(VantroHandle *);
 };
 
 constexpr PlainCommand plain_commands[] = {
-    {"pause", VANTRO_COMMAND_PAUSE, vantro_pause},
-    {"stop", VANTRO_COMMAND_STOP, vantro_stop},
-    {"next", VANTRO_COMMAND_NEXT, vantro_next},
-    {"previous", VANTRO_COMMAND_PREVIOUS, vantro_previous},
+    {"pause", vantro_pause},
+    {"stop", vantro_stop},
+    {"next", vantro_next},
+    {"previous", vantro_previous},
 };
 
 // The arguments were judged while the command line was read; this is for what slipped through.
@@ -68,7 +66,7 @@ CommandResult run_plain(Client &client, const std::string &verb) {
     }
     for (const PlainCommand &command : plain_commands) {
         if (command.verb == verb) {
-            client.carry_out_on_tracks(verb, ServiceRequest(command.command), command.function);
+            client.carry_out_on_tracks(verb, command.function);
             return {.command = verb};
         }
     }
@@ -79,16 +77,14 @@ CommandResult run_seek(Client &client, const std::string &text) {
     const SeekTarget target = required(parse_seek(text), text);
     const int32_t position_ms = target.from(target.relative ? client.position() : 0);
     client.carry_out_on_tracks(
-        "seek", ServiceRequest(VANTRO_COMMAND_SEEK).number(position_ms),
-        [=](VantroHandle *handle) { return vantro_seek(handle, position_ms); });
+        "seek", [=](VantroHandle *handle) { return vantro_seek(handle, position_ms); });
     return {.command = "seek", .position_ms = position_ms};
 }
 
 CommandResult run_rate(Client &client, const std::string &text) {
     const float rate = required(parse_rate(text), text);
-    const int32_t reason =
-        client.ask("rate", ServiceRequest(VANTRO_COMMAND_SET_PLAYBACK_RATE).number(rate),
-                   [=](VantroHandle *handle) { return vantro_set_playback_rate(handle, rate); });
+    const int32_t reason = client.ask(
+        "rate", [=](VantroHandle *handle) { return vantro_set_playback_rate(handle, rate); });
     if (reason == ERANGE) {
         throw Failure(Outcome::failed,
                       fmt::format("the player cannot play at rate {}", rate_text(rate)));
@@ -102,15 +98,13 @@ CommandResult run_rate(Client &client, const std::string &text) {
 CommandResult run_shuffle(Client &client, const std::string &text) {
     const bool on = text == "toggle" ? client.state().shuffle == VANTRO_SHUFFLE_OFF : text == "on";
     const int32_t mode = on ? VANTRO_SHUFFLE_ON : VANTRO_SHUFFLE_OFF;
-    client.carry_out("shuffle", ServiceRequest(VANTRO_COMMAND_SHUFFLE).number(mode),
-                     [=](VantroHandle *handle) { return vantro_shuffle(handle, mode); });
+    client.carry_out("shuffle", [=](VantroHandle *handle) { return vantro_shuffle(handle, mode); });
     return {.command = "shuffle", .shuffle = on};
 }
 
 CommandResult run_repeat(Client &client, const std::string &text) {
     const int32_t mode = required(parse_repeat(text), text);
-    client.carry_out("repeat", ServiceRequest(VANTRO_COMMAND_REPEAT).number(mode),
-                     [=](VantroHandle *handle) { return vantro_repeat(handle, mode); });
+    client.carry_out("repeat", [=](VantroHandle *handle) { return vantro_repeat(handle, mode); });
     return {.command = "repeat", .repeat = mode};
 }
 

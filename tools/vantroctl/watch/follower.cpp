@@ -11,9 +11,10 @@
 
 #include <fmt/format.h>
 
+#include <vantro/extras.h>
+
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/service/library_records.h"
-#include "tools/vantroctl/service/time_limit.h"
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/watch/inbox.h"
 #include "tools/vantroctl/watch/player_mirror.h"
@@ -25,7 +26,9 @@ constexpr int look_again_ms_min = 200;
 constexpr int look_again_ms_max = 1000;
 // A change that cannot be decoded is skipped; so many in a row mean that the ring is corrupt.
 constexpr int misunderstood_max = 100;
-constexpr std::chrono::milliseconds interrupt_again(20);
+// A service that does not answer in this time is not back yet, and the end of the follower does not
+// wait longer for it.
+constexpr double look_again_timeout_s = 1;
 
 // Whether an error of the calls for events says that this run of the service is over.
 bool means_gone(int error) {
@@ -35,21 +38,21 @@ bool means_gone(int error) {
 } // namespace
 
 Follower::Follower(const ClientOptions &options, Inbox &inbox) : options_(options), inbox_(inbox) {
-    begin();
+    begin(options_.timeout_s);
 }
 
 Follower::~Follower() {
     if (!thread_.joinable()) {
         return;
     }
-    MutexLock lock(lock_);
-    stopping_ = true;
-    changed_.notify_all();
-    while (!ended_) {
-        interrupt_thread(thread_.native_handle());
-        changed_.wait_until(lock_, std::chrono::steady_clock::now() + interrupt_again);
+    {
+        const MutexLock lock(lock_);
+        stopping_ = true;
+        changed_.notify_all();
+        if (waiting_for_) {
+            vantro_event_wake(waiting_for_);
+        }
     }
-    lock.unlock();
     thread_.join();
 }
 
@@ -57,8 +60,8 @@ void Follower::start() {
     thread_ = std::thread([this] { run(); });
 }
 
-void Follower::begin() {
-    client_ = std::make_unique<Client>(options_);
+void Follower::begin(double timeout_s) {
+    client_ = std::make_unique<Client>(ClientOptions{options_.player, timeout_s});
     PlayerMirror mirror(options_.player);
     std::vector<PlayerEvent> others; // Those that the mirror does not keep.
     for (;;) {
@@ -130,12 +133,21 @@ void Follower::run() {
         inbox_.fail(std::current_exception());
     }
     client_.reset();
+}
+
+void Follower::wake_by(VantroHandle *handle) {
     const MutexLock lock(lock_);
-    ended_ = true;
-    changed_.notify_all();
+    waiting_for_ = handle;
 }
 
 void Follower::follow() {
+    const struct Wakeable {
+        explicit Wakeable(Follower &its) : follower(its) {
+            follower.wake_by(follower.client_->handle());
+        }
+        ~Wakeable() { follower.wake_by(nullptr); }
+        Follower &follower;
+    } wakeable(*this);
     while (!stopped_within(0)) {
         PlayerEvent event;
         const Look found = look(event);
@@ -164,7 +176,8 @@ bool Follower::wait_for_service() {
     for (int pause_ms = look_again_ms_min; !stopped_within(pause_ms);
          pause_ms = std::min(pause_ms * 2, look_again_ms_max)) {
         try {
-            begin();
+            begin(std::min(look_again_timeout_s,
+                           options_.timeout_s > 0 ? options_.timeout_s : look_again_timeout_s));
             picture_.insert(picture_.begin(), event_of(PlayerEvent::Kind::back));
             return true;
         } catch (const Failure &failure) {

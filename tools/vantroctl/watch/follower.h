@@ -35,11 +35,12 @@ class Follower {
     // What look() found.
     enum class Look { event, nothing, gone };
 
-    void begin();
+    void begin(double timeout_s);
     Look look(PlayerEvent &event);
     [[noreturn]] void fail(int error) const;
     void run() EXCLUDES(lock_);
     void follow();
+    void wake_by(VantroHandle *handle) EXCLUDES(lock_);
     bool wait_for_service();
     bool stopped_within(int ms) EXCLUDES(lock_);
     PlayerEvent event_of(PlayerEvent::Kind kind) const;
@@ -52,7 +53,7 @@ class Follower {
     Mutex lock_;
     Condition changed_;
     bool stopping_ GUARDED_BY(lock_) = false;
-    bool ended_ GUARDED_BY(lock_) = false;
+    VantroHandle *waiting_for_ GUARDED_BY(lock_) = nullptr; // while the thread follows
     std::thread thread_;
 };
 
