@@ -300,5 +300,49 @@ TEST_F(Waiting, CancellationThatIsPendingComesAfterWhatThereIs) {
     EXPECT_EQ(next(), "7 x {a=1}");
 }
 
+// Publishes, from another process, whenever it is sent a signal.
+int publish_when_told() {
+    sigset_t go;
+    sigemptyset(&go);
+    sigaddset(&go, SIGUSR1);
+    sigprocmask(SIG_BLOCK, &go, nullptr);
+    object_publisher *here = object_publisher_open(player_directory);
+    publish(here, "ready", "a", "1");
+    std::puts("ready");
+    std::fflush(stdout);
+    for (int i = 1; sigwaitinfo(&go, nullptr) > 0;) {
+        for (int end = i + 500; i < end; i++) {
+            publish(here, "x", "a", std::to_string(i).c_str());
+        }
+    }
+    return 0;
+}
+
+TEST_F(Waiting, FollowsAnotherProcessToItsDeath) {
+    std::mt19937 random(3);
+    for (int turn = 0; turn < 100; turn++) {
+        test::Process process(publish_when_told);
+        ASSERT_EQ(process.line(), "ready");
+        ASSERT_EQ(told(wait_for(handle, "ready")), "7 ready {a=1}");
+        // Killed while it publishes: what it published is told, in order, and then that it is gone.
+        const int killed_at = 1 + static_cast<int>(random() % 1000);
+        int i = 0;
+        process.kill(SIGUSR1);
+        while (const VantroEvent *event = wait_for(handle, "x")) {
+            ASSERT_EQ(told(event), "7 x {a=" + std::to_string(++i) + "}");
+            if (i == 500) {
+                process.kill(SIGUSR1);
+            }
+            if (i == killed_at) {
+                process.kill(SIGKILL);
+            }
+        }
+        EXPECT_EQ(errno, ESTALE);
+        EXPECT_GE(i, killed_at);
+        EXPECT_EQ(vantro_close(handle, "main"), 0);
+        EXPECT_EQ(vantro_open(handle, "main"), 0);
+    }
+}
+
 } // namespace
 } // namespace vantro::events
