@@ -21,6 +21,8 @@
 #define CAPABILITY(kind) VANTRO_ANNOTATION(capability(kind))
 #define SCOPED_CAPABILITY VANTRO_ANNOTATION(scoped_lockable)
 #define GUARDED_BY(lock) VANTRO_ANNOTATION(guarded_by(lock))
+// Of a pointer: what it points at.
+#define PT_GUARDED_BY(lock) VANTRO_ANNOTATION(pt_guarded_by(lock))
 #define ACQUIRED_AFTER(...) VANTRO_ANNOTATION(acquired_after(__VA_ARGS__))
 #define REQUIRES(...) VANTRO_ANNOTATION(requires_capability(__VA_ARGS__))
 #define EXCLUDES(...) VANTRO_ANNOTATION(locks_excluded(__VA_ARGS__))

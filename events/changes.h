@@ -12,7 +12,7 @@ namespace vantro::events {
 
 // Reads the next change text into the handle's read buffer, and ends it with a NUL.
 // @return its length, 0 where there is none, or -1 with errno.
-ssize_t readchange(const VantroHandle *handle, int fd);
+ssize_t readchange(const VantroHandle *handle, int fd) REQUIRES(handle->lock);
 
 // Applies a change text, and overwrites the text in doing so. Where the call fails, the lines that
 // could be applied are applied, except those after a line that cannot be parsed.

@@ -1,7 +1,5 @@
 // The next event of a player, in the order that applications rely on: queued changes, then "state",
 // then new changes of the other objects.
-#include <pthread.h>
-
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -32,19 +30,8 @@ constexpr size_t text_overhead = 16;
 
 constexpr std::string_view state_object = "state";
 
-class Lock {
-  public:
-    explicit Lock(VantroHandle *handle) : handle_(handle) { pthread_mutex_lock(&handle_->lock); }
-    ~Lock() { pthread_mutex_unlock(&handle_->lock); }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-
-  private:
-    VantroHandle *handle_;
-};
-
 // Reads the next change of a file. Parsing spoils a text, so a copy is kept until it was applied.
-ssize_t next_change(const VantroHandle *handle, EventQueue &queue, int fd) {
+ssize_t next_change(const VantroHandle *handle, EventQueue &queue, int fd) REQUIRES(handle->lock) {
     if (queue.unapplied_fd != fd) {
         queue.change_length = readchange(handle, fd);
         if (queue.change_length > 0) {
@@ -136,7 +123,8 @@ bool take_change(EventQueue &queue, std::string_view name, char *text) {
 // something before it is not reported yet: a later call meets the end again.
 // @param state_seen receives whether "state" was among those that changed.
 // @return false where that failed.
-bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_seen) {
+bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_seen)
+    REQUIRES(handle->lock) {
     msglog(LOG_SEVERITY_DEBUG, "Check for all fds events");
     state_seen = false;
     for (size_t read = 0; read < pass_bytes_max;) {
@@ -179,7 +167,7 @@ void report_queued(EventQueue &queue) {
 }
 
 // Fills the queue's event. @return false where that failed.
-bool next_event(const VantroHandle *handle, EventQueue &queue) {
+bool next_event(const VantroHandle *handle, EventQueue &queue) REQUIRES(handle->lock) {
     // Nothing is read while something is queued. A change of "state" that was seen among the others
     // is reported before them.
     bool state_may_have_changed = !queue.dirty_head;
@@ -230,7 +218,7 @@ const VantroEvent *vantro_event_get(VantroHandle *handle) {
         return nullptr;
     }
     msglog(LOG_SEVERITY_DEBUG, "vantro_event_get");
-    const Lock lock(handle);
+    const vantro::MutexLock lock(handle->lock);
     EventQueue *const queue = queue_of(handle);
     if (!queue) {
         return nullptr;

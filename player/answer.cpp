@@ -56,22 +56,32 @@ bool LongAnswer::make_area() {
     return false;
 }
 
-bool LongAnswer::complete(const VantroHandle *handle, int status, OverflowLock &lock) {
+LongAnswer::Completion LongAnswer::complete(const VantroHandle *handle, int status) {
     if (status != MSG_STATUS_QUEUED) {
-        lock.release();
-        return answered(status);
+        return status == 0 ? Completion::complete : Completion::unanswered;
     }
     // length() includes the words before the area, so the area is a little larger than needed.
-    const bool has_room = length() <= area_size() || replace_area(length());
-    const bool fetched = has_room && fetch(handle) == 0;
-    lock.release();
-    if (!has_room) {
+    if (length() > area_size() && !replace_area(length())) {
+        return Completion::no_memory;
+    }
+    return fetch(handle) == 0 ? Completion::complete : Completion::not_fetched;
+}
+
+bool LongAnswer::is_complete(Completion completion, int status) {
+    switch (completion) {
+    case Completion::complete:
+        return true;
+    case Completion::unanswered:
+        return answered(status);
+    case Completion::no_memory:
         note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
         msglog(LOG_SEVERITY_WARNING, "Cannot allocate memory");
-    } else if (!fetched) {
+        break;
+    case Completion::not_fetched:
         msglog(LOG_SEVERITY_INFO, "msgclient_getv() failed");
+        break;
     }
-    return fetched;
+    return false;
 }
 
 // Not realloc(), which would copy the old area.

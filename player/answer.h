@@ -1,8 +1,8 @@
 // Answers that hold records or values: a few words, then bytes whose length the service chooses.
 //
-// Each of these exchanges is made under the handle's OverflowLock. The service holds an answer that
-// is longer than the area offered. All held answers of a handle have one tag, and a fetch gets the
-// newest of them.
+// Each of these exchanges is made under the handle's overflow lock. The service holds an answer
+// that is longer than the area offered. All held answers of a handle have one tag, and a fetch gets
+// the newest of them.
 #ifndef VANTRO_PLAYER_ANSWER_H
 #define VANTRO_PLAYER_ANSWER_H
 
@@ -36,7 +36,8 @@ class Answer {
           area_size_(area_size) {}
 
     // One exchange. Returns the message client's result.
-    int ask(const VantroHandle *handle, std::initializer_list<iovec> request);
+    int ask(const VantroHandle *handle, std::initializer_list<iovec> request)
+        REQUIRES(handle->overflow_lock);
 
     // Whether the service carried out the request, and the answer's words are complete. Logs
     // `failure` where not.
@@ -48,7 +49,7 @@ class Answer {
     size_t byte_count() const;
 
   protected:
-    int fetch(const VantroHandle *handle);
+    int fetch(const VantroHandle *handle) REQUIRES(handle->overflow_lock);
     void set_area(unsigned char *area, size_t size) {
         area_ = area;
         area_size_ = size;
@@ -79,9 +80,14 @@ class LongAnswer : public Answer {
     // Makes the area. Logs a failure.
     bool make_area();
 
+    enum class Completion { complete, unanswered, no_memory, not_fetched };
+
     // Completes ask(), which returned `status`, under the same lock: fetches the answer if the
-    // service holds it, and releases the lock. Returns whether there is an answer. Logs a failure.
-    bool complete(const VantroHandle *handle, int status, OverflowLock &lock);
+    // service holds it.
+    Completion complete(const VantroHandle *handle, int status) REQUIRES(handle->overflow_lock);
+
+    // Returns whether there is an answer. Logs a failure.
+    static bool is_complete(Completion completion, int status);
 
   private:
     bool replace_area(size_t size);

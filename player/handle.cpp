@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "player/failure.h"
@@ -16,15 +17,9 @@ namespace {
 // The longest change of an object, with its NUL.
 constexpr uint32_t read_buffer_size = 32768;
 
-bool make_locks(VantroHandle &handle) {
-    if (pthread_mutex_init(&handle.lock, nullptr) != 0) {
-        return false;
-    }
-    if (pthread_mutex_init(&handle.overflow_lock, nullptr) == 0) {
-        return true;
-    }
-    pthread_mutex_destroy(&handle.lock);
-    return false;
+void free_handle(VantroHandle *handle) {
+    handle->~VantroHandle();
+    std::free(handle);
 }
 
 enum class Outcome { granted, refused, unanswered };
@@ -153,28 +148,28 @@ using namespace vantro::player;
 namespace vantro::player {
 
 VantroHandle *connect_handle() {
-    auto *handle = static_cast<VantroHandle *>(std::calloc(1, sizeof(VantroHandle)));
-    if (!handle) {
+    void *memory = std::calloc(1, sizeof(VantroHandle));
+    if (!memory) {
         errno = ENOMEM;
         note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
         msglog(LOG_SEVERITY_CRITICAL, "calloc() failed (%s)", std::strerror(ENOMEM));
         return nullptr;
     }
+    auto *handle = new (memory) VantroHandle();
     handle->connection = msgclient_open(VANTRO_SERVICE_NAME, nullptr, 0);
     if (!handle->connection) {
         const KeepErrno keep;
         note_failed_exchange(nullptr, errno);
         msglog(LOG_SEVERITY_WARNING, "msgclient_open failed (%s)", std::strerror(errno));
-        std::free(handle);
+        free_handle(handle);
         return nullptr;
     }
     handle->read_buffer = static_cast<char *>(std::malloc(read_buffer_size));
-    if (!handle->read_buffer || !make_locks(*handle)) {
+    if (!handle->read_buffer) {
         note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
         msglog(LOG_SEVERITY_INFO, "No memory");
         msgclient_close(handle->connection);
-        std::free(handle->read_buffer);
-        std::free(handle);
+        free_handle(handle);
         errno = ENOMEM;
         return nullptr;
     }
@@ -257,8 +252,6 @@ int vantro_disconnect(VantroHandle *handle) {
     std::free(handle->read_buffer);
     handle->read_buffer = nullptr;
     handle->read_capacity = 0;
-    pthread_mutex_destroy(&handle->overflow_lock);
-    pthread_mutex_destroy(&handle->lock);
-    std::free(handle);
+    free_handle(handle);
     return 0;
 }

@@ -2,16 +2,14 @@
 #ifndef VANTRO_PLAYER_HANDLE_H
 #define VANTRO_PLAYER_HANDLE_H
 
-#include <pthread.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <utility>
 
 #include <vantro/messaging.h>
 #include <vantro/player.h>
 
+#include "common/locks.h"
 #include "platform/portable/guards.h"
 
 struct EventQueue;
@@ -23,19 +21,21 @@ struct VantroHandle {
     char *player_name;     // Owned. NULL while no player is open.
     // An opening or closing that has had no answer, for example because a signal interrupted it.
     // The service may or may not have carried it out; the next opening or closing finds out.
-    char *unanswered_open;      // Owned. The name of the player to open, and then player_name is
-                                // NULL. NULL where there is no such opening.
-    bool close_unanswered;      // Whether the closing of player_name has had no answer.
-    char *read_buffer;          // Owned. Receives changes of status objects.
-    uint32_t read_capacity;     // Bytes at read_buffer.
-    std::atomic<bool> is_timed; // Whether waits for the service are bounded.
+    char *unanswered_open; // Owned. The name of the player to open, and then player_name is
+                           // NULL. NULL where there is no such opening.
+    bool close_unanswered; // Whether the closing of player_name has had no answer.
+    char *read_buffer PT_GUARDED_BY(lock); // Owned. Receives changes of status objects.
+    uint32_t read_capacity;                // Bytes at read_buffer.
+    std::atomic<bool> is_timed;            // Whether waits for the service are bounded.
     // Owned. NULL until the first call for events. Another thread may look for it to end a wait.
     std::atomic<struct EventQueue *> event_queue;
     std::atomic<bool> is_woken; // Before there was a queue.
-    pthread_mutex_t lock;       // Held while an event is retrieved.
+    vantro::Mutex lock;         // Held while an event is retrieved.
     // Held around each exchange whose answer may overflow, and around its fetch: the service holds
-    // all overflowing answers of a connection under one tag, and a fetch takes the newest.
-    pthread_mutex_t overflow_lock;
+    // all overflowing answers of a connection under one tag, and a fetch takes the newest. Must be
+    // released before anything is logged: logging flushes standard output, which may block, and
+    // calls the log's sink, which may use the same handle.
+    vantro::Mutex overflow_lock;
 };
 
 namespace vantro::player {
@@ -48,27 +48,6 @@ bool require_player(const VantroHandle *handle);
 VantroHandle *connect_handle();
 
 using platform::KeepErrno;
-
-// Must be released before anything is logged: logging flushes standard output, which may block, and
-// calls the log's sink, which may use the same handle.
-class OverflowLock {
-  public:
-    explicit OverflowLock(VantroHandle *handle) : mutex_(&handle->overflow_lock) {
-        pthread_mutex_lock(mutex_);
-    }
-    ~OverflowLock() { release(); }
-    OverflowLock(const OverflowLock &) = delete;
-    OverflowLock &operator=(const OverflowLock &) = delete;
-
-    void release() {
-        if (mutex_) {
-            pthread_mutex_unlock(std::exchange(mutex_, nullptr));
-        }
-    }
-
-  private:
-    pthread_mutex_t *mutex_; // NULL once released.
-};
 
 } // namespace vantro::player
 

@@ -25,8 +25,11 @@ int deliver(const Answer &answer, const char *failure, int *count, Record **reco
 }
 
 bool ask_nodes(VantroHandle *handle, std::initializer_list<iovec> request, LongAnswer &answer) {
-    OverflowLock lock(handle);
-    return answer.complete(handle, answer.ask(handle, request), lock);
+    MutexLock lock(handle->overflow_lock);
+    const int status = answer.ask(handle, request);
+    const LongAnswer::Completion completion = answer.complete(handle, status);
+    lock.unlock();
+    return LongAnswer::is_complete(completion, status);
 }
 
 int list_nodes(VantroHandle *handle, const char *failure, std::initializer_list<iovec> request,
@@ -42,6 +45,7 @@ int list_nodes(VantroHandle *handle, const char *failure, std::initializer_list<
 } // namespace vantro::player
 
 using namespace vantro::player;
+using vantro::MutexLock;
 
 int vantro_get_media_sources(VantroHandle *handle, MediaSource **sources, int *count) {
     if (!require_player(handle)) {
@@ -50,9 +54,9 @@ int vantro_get_media_sources(VantroHandle *handle, MediaSource **sources, int *c
     const RequestHeader header = request_header(VANTRO_COMMAND_GET_MEDIA_SOURCES, 0);
     unsigned char area[VANTRO_REPLY_AREA];
     Answer answer(Counted::yes, area, sizeof area);
-    OverflowLock lock(handle);
+    MutexLock lock(handle->overflow_lock);
     const int status = answer.ask(handle, {part(header)});
-    lock.release();
+    lock.unlock();
     if (!answered(status)) {
         return -1;
     }

@@ -113,6 +113,7 @@ int deliver(const Answer &answer, size_t count, char **valuev) {
 } // namespace vantro::player
 
 using namespace vantro::player;
+using vantro::MutexLock;
 
 int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
                         Metadata **metadata) {
@@ -127,10 +128,10 @@ int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id
     const RequestHeader header = request_header(VANTRO_COMMAND_GET_METADATA, 8 + id.length);
     unsigned char area[VANTRO_REPLY_AREA];
     Answer answer(Counted::no, area, sizeof area);
-    OverflowLock lock(handle);
+    MutexLock lock(handle->overflow_lock);
     const int status =
         answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters});
-    lock.release();
+    lock.unlock();
     if (!answered(status) || !answer.granted("vantro_get_metadata() failed")) {
         return -1;
     }
@@ -170,12 +171,14 @@ int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id, const char
     const Text id(node_id);
     const RequestHeader header =
         request_header(VANTRO_COMMAND_GET_EXTENDED_METADATA, 12 + id.length + keys.size);
-    OverflowLock lock(handle);
+    MutexLock lock(handle->overflow_lock);
     const int status =
         answer.ask(handle, {part(header), part(ms_id), part(id.length), id.characters,
                             part(keys.count), part(keys.bytes.get(), keys.size)});
     keys.bytes.reset();
-    if (!answer.complete(handle, status, lock)) {
+    const LongAnswer::Completion completion = answer.complete(handle, status);
+    lock.unlock();
+    if (!LongAnswer::is_complete(completion, status)) {
         return -1;
     }
     return deliver(answer, keys.count, valuev);

@@ -73,7 +73,7 @@ int ask_track(VantroHandle *handle, TrackAnswer &answer, uint32_t &answer_length
     const RequestHeader header = request_header(VANTRO_COMMAND_GET_CURRENT_TRACK_INFO, 0);
     // The service holds a track that is too long for the area. Another thread's fetch must not take
     // it for its own answer.
-    const OverflowLock lock(handle);
+    const MutexLock lock(handle->overflow_lock);
     return putgetv(handle, {part(header)},
                    {part(answer.result), part(answer.index), part(answer.tsid),
                     part(answer.node_length), part(answer.metadata_length), part(answer.data)},

@@ -299,8 +299,12 @@ TEST_F(Queries, AnswersThatLieHarmNobody) {
     system_log_set_sink(
         [](auto code, auto severity, auto line, void *data) {
             record_line(code, severity, line, data);
-            auto *mutex = static_cast<pthread_mutex_t *>(data); // Whoever is told may ask again.
-            EXPECT_TRUE(pthread_mutex_trylock(mutex) == 0 && pthread_mutex_unlock(mutex) == 0);
+            auto *mutex = static_cast<vantro::Mutex *>(data); // Whoever is told may ask again.
+            const bool is_free = mutex->try_lock();
+            EXPECT_TRUE(is_free);
+            if (is_free) {
+                mutex->unlock();
+            }
         },
         &handle->overflow_lock);
     for (const auto &c : cases) {
