@@ -22,7 +22,7 @@ int capabilities_demanded(const char *list) {
 }
 
 // Writes to the grantor device. A signal that interrupts this thread says nothing about the client.
-ssize_t write_line(const MsgServer &server, const char *line, size_t length) {
+ssize_t write_line(const MsgServer &server, const char *line, size_t length) REQUIRES(server_lock) {
     ssize_t granted;
     do {
         granted = platform_write(server.grantor_fd, line, length);
@@ -31,7 +31,7 @@ ssize_t write_line(const MsgServer &server, const char *line, size_t length) {
 }
 
 // Opens the device again. @return false where no grantor serves it; the next question tries again.
-bool reopen_grantor(MsgServer *server) {
+bool reopen_grantor(MsgServer *server) REQUIRES(server_lock) {
     const int device = platform_open(grantor_path, O_RDWR);
     if (device == -1) {
         return false;
@@ -42,7 +42,7 @@ bool reopen_grantor(MsgServer *server) {
 }
 
 // @return how many of the capabilities in a line are granted, or -1 with errno.
-ssize_t ask_grantor(MsgServer *server, const char *line, size_t length) {
+ssize_t ask_grantor(MsgServer *server, const char *line, size_t length) REQUIRES(server_lock) {
     const ssize_t granted = write_line(*server, line, length);
     const bool gone = granted == -1 && errno == ECONNRESET;
     return gone && reopen_grantor(server) ? write_line(*server, line, length) : granted;

@@ -6,11 +6,14 @@
 
 #include <vantro/messaging.h>
 
+#include "transport/server/server_lock.h"
+
 namespace vantro::transport {
 
 // Whether the client of a connection holds every capability that a service demands. Asks the
 // grantor device.
-bool capabilities_granted(MsgServer *server, const MsgService &service, int32_t conn_id);
+bool capabilities_granted(MsgServer *server, const MsgService &service, int32_t conn_id)
+    REQUIRES(server_lock);
 
 } // namespace vantro::transport
 

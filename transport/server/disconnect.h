@@ -6,11 +6,13 @@
 
 #include <vantro/messaging.h>
 
+#include "transport/server/server_lock.h"
+
 namespace vantro::transport {
 
 // Closes every open of a connection that is gone, with the server lock held. Close handlers run
 // with the lock held too.
-void close_opens_of(MsgServer *server, int32_t conn_id);
+void close_opens_of(MsgServer *server, int32_t conn_id) REQUIRES(server_lock);
 
 } // namespace vantro::transport
 

@@ -1,6 +1,6 @@
 // Dispatch: one message or pulse that a server thread has received, from lookup to answer.
 //
-// Every function here begins with the server lock held and releases it before it calls a handler
+// Dispatching begins with the server lock held and releases it before it calls a handler
 // or answers, except where it says otherwise.
 #include <cerrno>
 #include <climits>
@@ -26,7 +26,7 @@ struct Dispatch {
     int receive_id() const { return context->receive_id; }
 
     // Answers with an error, without the lock.
-    void refuse(int error) const {
+    void refuse(int error) const RELEASE(server_lock) {
         lock.release();
         ipc_error(receive_id(), error);
     }
@@ -38,7 +38,9 @@ struct Dispatch {
 class StepReference {
   public:
     explicit StepReference(MsgOsb *open) : open_(open) {}
-    ~StepReference() { _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open_); }
+    ~StepReference() EXCLUDES(server_lock) {
+        _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open_);
+    }
 
     StepReference(const StepReference &) = delete;
     StepReference &operator=(const StepReference &) = delete;
@@ -55,7 +57,7 @@ path_context *framework_view(const Dispatch &now) {
     return framework;
 }
 
-void dispatch_pulse(const Dispatch &now) {
+void dispatch_pulse(const Dispatch &now) RELEASE(server_lock) {
     ipc_pulse pulse;
     std::memcpy(&pulse, now.context->header, sizeof pulse);
     if (pulse.code == PULSE_CODE_DISCONNECT) {
@@ -97,9 +99,10 @@ int copy_to_framework(const MsgContext &context, path_context *framework) {
 }
 
 // A message that is not the transport's. In path mode it is the framework's; otherwise refused.
-void dispatch_foreign(const Dispatch &now) {
+void dispatch_foreign(const Dispatch &now) RELEASE(server_lock) {
     if (!now.path_mode()) {
         ipc_error(now.receive_id(), ENOSYS); // with the lock held: an error never blocks
+        now.lock.release();
         return;
     }
     now.lock.release();
@@ -127,7 +130,7 @@ const char *requested_name(const MsgContext &context) {
 }
 
 // @return 0, or the error number that refuses the open.
-int check_path_access(const Dispatch &now, const MsgService &service) {
+int check_path_access(const Dispatch &now, const MsgService &service) REQUIRES(server_lock) {
     ipc_credentials client = {};
     const int32_t conn_id = now.context->info.conn_id;
     if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1) {
@@ -141,7 +144,7 @@ int check_path_access(const Dispatch &now, const MsgService &service) {
     return refused;
 }
 
-bool has_too_many_opens(const MsgService &service, int32_t conn_id) {
+bool has_too_many_opens(const MsgService &service, int32_t conn_id) REQUIRES(server_lock) {
     int32_t count = 0;
     for (int32_t i = 0; i < service.opens->slot_count; i++) {
         const auto *open = static_cast<MsgOsb *>(_array_get(service.opens, i));
@@ -151,7 +154,7 @@ bool has_too_many_opens(const MsgService &service, int32_t conn_id) {
 }
 
 // Makes the open record, with one reference. @return null where there is no room for it.
-MsgOsb *make_open(const Dispatch &now, MsgService *service) {
+MsgOsb *make_open(const Dispatch &now, MsgService *service) REQUIRES(server_lock) {
     const int32_t conn_id = now.context->info.conn_id;
     if (has_too_many_opens(*service, conn_id)) {
         return nullptr;
@@ -178,7 +181,7 @@ MsgOsb *make_open(const Dispatch &now, MsgService *service) {
     return open;
 }
 
-void dispatch_open(const Dispatch &now, MsgService *service) {
+void dispatch_open(const Dispatch &now, MsgService *service) RELEASE(server_lock) {
     if (service->attr) {
         const int refused = check_path_access(now, *service);
         if (refused != 0) {
@@ -207,7 +210,7 @@ void dispatch_open(const Dispatch &now, MsgService *service) {
     ipc_reply(now.receive_id(), 0, now.context->header, header_bytes);
 }
 
-void dispatch_close(const Dispatch &now, MsgService *service, MsgOsb *open) {
+void dispatch_close(const Dispatch &now, MsgService *service, MsgOsb *open) RELEASE(server_lock) {
     if (open->closed) {
         return now.refuse(ENOENT);
     }
@@ -220,7 +223,7 @@ void dispatch_close(const Dispatch &now, MsgService *service, MsgOsb *open) {
     now.accept();
 }
 
-void dispatch_notify(const Dispatch &now, MsgOsb *open) {
+void dispatch_notify(const Dispatch &now, MsgOsb *open) RELEASE(server_lock) {
     if (payload_received(*now.context) < event_bytes) {
         return now.refuse(EINVAL);
     }
@@ -236,18 +239,18 @@ void dispatch_notify(const Dispatch &now, MsgOsb *open) {
     now.accept();
 }
 
-void dispatch_putget(const Dispatch &now, MsgService *service, MsgOsb *open) {
+void dispatch_putget(const Dispatch &now, MsgService *service, MsgOsb *open) RELEASE(server_lock) {
     owe_answer(open);
     now.lock.release();
     service->request_cb(open, now.context, service);
 }
 
 // Whether so many notifications wait for the client that one more could not be promised.
-bool takes_no_notifications(const Dispatch &now, const MsgOsb &open) {
+bool takes_no_notifications(const Dispatch &now, const MsgOsb &open) REQUIRES(server_lock) {
     return ipc_check_event(now.receive_id(), &open.event) == -1 && errno == EAGAIN;
 }
 
-void dispatch_put(const Dispatch &now, MsgService *service, MsgOsb *open) {
+void dispatch_put(const Dispatch &now, MsgService *service, MsgOsb *open) RELEASE(server_lock) {
     if (open->queued >= open->queue_limit || takes_no_notifications(now, *open)) {
         return now.refuse(EAGAIN);
     }
@@ -260,7 +263,7 @@ void dispatch_put(const Dispatch &now, MsgService *service, MsgOsb *open) {
     service->request_cb(open, now.context, service);
 }
 
-void dispatch_request(const Dispatch &now, MsgService *service) {
+void dispatch_request(const Dispatch &now, MsgService *service) RELEASE(server_lock) {
     const TransportHeader &header = *now.context->header;
     auto *open = static_cast<MsgOsb *>(_array_get(service->opens, header.open_index));
     open->inuse++;

@@ -20,7 +20,7 @@ uint8_t *answer_bytes(MsgPending *pending) {
 
 // Whether a record may hold one more answer. It may hold its first, whatever its length; as many as
 // its client was granted; and beyond that so few that a client which never fetches costs little.
-bool may_hold(const MsgOsb &open, int32_t length) {
+bool may_hold(const MsgOsb &open, int32_t length) REQUIRES(server_lock) {
     if (open.queued == 0 || open.queued < open.queue_limit) {
         return true;
     }
@@ -34,13 +34,13 @@ bool may_hold(const MsgOsb &open, int32_t length) {
     return further <= held_bytes_max;
 }
 
-void link(MsgOsb *open, MsgPending *pending) {
+void link(MsgOsb *open, MsgPending *pending) REQUIRES(server_lock) {
     pending->next = open->pending;
     open->pending = pending;
     open->queued++;
 }
 
-MsgPending *unlink(MsgOsb *open, MsgPending **place) {
+MsgPending *unlink(MsgOsb *open, MsgPending **place) REQUIRES(server_lock) {
     MsgPending *pending = *place;
     *place = pending->next;
     open->queued--;
@@ -72,7 +72,7 @@ MsgPending *gather(int32_t status, uint32_t tag, const iovec *parts, int32_t cou
 }
 
 // The link to the newest answer of that tag, or to the null at the end.
-MsgPending **find(MsgOsb *open, uint32_t tag) {
+MsgPending **find(MsgOsb *open, uint32_t tag) REQUIRES(server_lock) {
     MsgPending **place = &open->pending;
     while (*place && (*place)->tag != tag) {
         place = &(*place)->next;
@@ -81,7 +81,7 @@ MsgPending **find(MsgOsb *open, uint32_t tag) {
 }
 
 // The link to the oldest answer of that tag, or null.
-MsgPending **find_oldest(MsgOsb *open, uint32_t tag) {
+MsgPending **find_oldest(MsgOsb *open, uint32_t tag) REQUIRES(server_lock) {
     MsgPending **oldest = nullptr;
     for (MsgPending **place = &open->pending; *place; place = &(*place)->next) {
         if ((*place)->tag == tag) {
@@ -94,7 +94,7 @@ MsgPending **find_oldest(MsgOsb *open, uint32_t tag) {
 // Removes the oldest answers of the same tag until the new one may be held. A client fetches one
 // answer of a tag before it asks for the next, so the client has given the older ones up.
 // @param dropped receives the removed ones, for free_list() without the lock.
-bool make_room(MsgOsb *open, const MsgPending &wanted, MsgPending **dropped) {
+bool make_room(MsgOsb *open, const MsgPending &wanted, MsgPending **dropped) REQUIRES(server_lock) {
     while (!may_hold(*open, wanted.length)) {
         MsgPending **oldest = find_oldest(open, wanted.tag);
         if (!oldest) {

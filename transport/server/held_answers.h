@@ -6,6 +6,8 @@
 
 #include <vantro/messaging.h>
 
+#include "transport/server/server_lock.h"
+
 namespace vantro::transport {
 
 // Answers that one open may hold besides its oldest, beyond the queue limit it was granted. This is
@@ -17,7 +19,8 @@ inline constexpr int64_t held_bytes_max = 16 * 1024 * 1024;
 
 // Copies an answer and holds it as the record's newest. Takes the server lock.
 // @return 0, or ENOMEM: no memory, or the record already holds more than its share.
-int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count);
+int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count)
+    EXCLUDES(server_lock);
 
 // Holds an answer that is too long for its client, and announces it to the client. Older answers of
 // its tag, which the client gave up, are dropped to make room. If the client no longer waits
@@ -25,14 +28,14 @@ int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts
 // announces with it held.
 // @return 0; ENOMEM where it cannot be held and nothing was sent to the client; or -1 with errno.
 int32_t hold_and_announce(MsgOsb *open, int32_t receive_id, int32_t status, TransportHeader *header,
-                          const iovec *parts, int32_t count);
+                          const iovec *parts, int32_t count) EXCLUDES(server_lock);
 
 // Answers a get; an answer that fits into the client's area leaves the queue. Takes the server
 // lock.
-void fetch_answer(MsgOsb *open, const MsgContext &context);
+void fetch_answer(MsgOsb *open, const MsgContext &context) EXCLUDES(server_lock);
 
 // Frees a record without references, and its held answers, with the server lock held.
-void free_open(MsgOsb *open);
+void free_open(MsgOsb *open) REQUIRES(server_lock);
 
 } // namespace vantro::transport
 

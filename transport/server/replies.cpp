@@ -27,7 +27,7 @@ namespace {
 
 // Notifies a client that the answer of that tag is ready. A notification that fails is not
 // repeated.
-void deliver_event(MsgOsb *open, int32_t receive_id, uint32_t tag) {
+void deliver_event(MsgOsb *open, int32_t receive_id, uint32_t tag) EXCLUDES(server_lock) {
     ipc_event event;
     {
         const ServerLock lock(open->server);
@@ -42,7 +42,7 @@ void deliver_event(MsgOsb *open, int32_t receive_id, uint32_t tag) {
 
 // Answers the request in `context`. The caller drops the reference.
 int32_t answer_request(MsgOsb *open, MsgContext *context, int32_t status, const iovec *parts,
-                       int32_t count) {
+                       int32_t count) EXCLUDES(server_lock) {
     TransportHeader *header = context->header;
     const auto capacity = static_cast<int32_t>(header->reply_length);
     const uint64_t length = sum_parts(parts, count);

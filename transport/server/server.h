@@ -21,10 +21,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <pthread.h>
-
 #include <vantro/messaging.h>
 
+#include "transport/server/server_lock.h"
 #include "transport/wire.h"
 
 namespace vantro::transport {
@@ -44,32 +43,6 @@ inline constexpr char grantor_path[] = "/dev/grantor";
 
 // The permissions that an open in path mode needs: to read and to write.
 inline constexpr uint32_t open_access = PATH_ACCESS_READ | PATH_ACCESS_WRITE;
-
-// The server lock, held until release() or the end of the scope.
-class ServerLock {
-  public:
-    explicit ServerLock(MsgServer *server) : server_(server) { take(); }
-    ~ServerLock() { release(); }
-
-    ServerLock(const ServerLock &) = delete;
-    ServerLock &operator=(const ServerLock &) = delete;
-
-    void take() {
-        pthread_mutex_lock(&server_->lock);
-        held_ = true;
-    }
-
-    void release() {
-        if (held_) {
-            pthread_mutex_unlock(&server_->lock);
-        }
-        held_ = false;
-    }
-
-  private:
-    MsgServer *server_;
-    bool held_ = false;
-};
 
 // The calling thread's receive context, or null before its first receive.
 MsgContext *context_of(const MsgServer *server);
@@ -94,7 +67,7 @@ inline int32_t *answers_owed(MsgOsb *open) {
 
 // Called when a request goes to its handler, with the server lock held: takes the reference for its
 // answer.
-inline void owe_answer(MsgOsb *open) {
+inline void owe_answer(MsgOsb *open) REQUIRES(server_lock) {
     open->inuse++;
     __atomic_add_fetch(answers_owed(open), 1, __ATOMIC_RELAXED);
 }
@@ -125,7 +98,7 @@ inline int32_t payload_received(const MsgContext &context) {
 // Finds the service that the message in hand is for, with the server lock held.
 // @param name    of an open request: the service's name, or null where the request holds none.
 // @param conn_id -1 for an open, else the sender's connection id.
-MsgService *lookup(MsgServer *server, const char *name, int32_t conn_id);
+MsgService *lookup(MsgServer *server, const char *name, int32_t conn_id) REQUIRES(server_lock);
 
 // Sends a client the error for which its answer could not be made: without it the client would wait
 // for ever. Sends nothing for ESRCH: then the client is gone. @return -1 with errno.

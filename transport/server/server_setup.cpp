@@ -65,7 +65,8 @@ uint32_t option_number(const char *options, const char *key, int base, uint32_t 
     return static_cast<uint32_t>(std::strtoll(found + std::strlen(key), nullptr, base));
 }
 
-bool attach_path(MsgServer *server, MsgService *service, int32_t index, const char *instance) {
+bool attach_path(MsgServer *server, MsgService *service, int32_t index, const char *instance)
+    REQUIRES(server_lock) {
     SharedPathTables &shared = shared_path_tables();
     const Text path = format_name("/sys/csm/", service->name, instance);
     auto *attr = static_cast<path_attr *>(std::calloc(1, sizeof(path_attr)));
@@ -96,7 +97,8 @@ bool attach_path(MsgServer *server, MsgService *service, int32_t index, const ch
     return true;
 }
 
-bool attach_name(MsgServer *server, const MsgService *service, const char *instance) {
+bool attach_name(MsgServer *server, const MsgService *service, const char *instance)
+    REQUIRES(server_lock) {
     const Text name = format_name("csm/", service->name, instance);
     if (!name) {
         return false;
@@ -112,7 +114,7 @@ bool attach_name(MsgServer *server, const MsgService *service, const char *insta
 
 // @return false with errno where there is no memory for the copies.
 bool fill_service(MsgService *service, const char *name, const char *options, MsgHandler request_cb,
-                  MsgHandler open_cb, MsgHandler close_cb) {
+                  MsgHandler open_cb, MsgHandler close_cb) REQUIRES(server_lock) {
     service->request_cb = request_cb;
     service->open_cb = open_cb;
     service->close_cb = close_cb;
@@ -123,7 +125,7 @@ bool fill_service(MsgService *service, const char *name, const char *options, Ms
     return service->name && service->options;
 }
 
-void discard_service(MsgServer *server, MsgService *service, int32_t index) {
+void discard_service(MsgServer *server, MsgService *service, int32_t index) REQUIRES(server_lock) {
     const int error = errno;
     std::free(service->name);
     std::free(service->options);

@@ -9,7 +9,8 @@
 namespace vantro::transport {
 namespace {
 
-MsgService *service_named(MsgServer *server, const char *name, MsgContext *context) {
+MsgService *service_named(MsgServer *server, const char *name, MsgContext *context)
+    REQUIRES(server_lock) {
     MsgService *service = nullptr;
     int32_t index = 0;
     for (; index < server->services->slot_count; index++) {
@@ -33,8 +34,8 @@ MsgService *service_named(MsgServer *server, const char *name, MsgContext *conte
 // The indices must name an open of this connection: a client can guess indices, but not another
 // client's connection. The open must be accepted, or a client that the open handler refused would
 // be served.
-MsgService *service_of_open(const MsgServer &server, const TransportHeader &header,
-                            int32_t conn_id) {
+MsgService *service_of_open(const MsgServer &server, const TransportHeader &header, int32_t conn_id)
+    REQUIRES(server_lock) {
     auto *service = static_cast<MsgService *>(_array_get(server.services, header.service_index));
     if (!service) {
         return nullptr;
