@@ -70,7 +70,7 @@ bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
     // Not detached before this, and so still there.
     Client &client = *Server::instance().find_client(channel.first_pulse);
     channel.first_pulse = std::exchange(client.next_pulse, 0);
-    client.pulse_received = true;
+    client.state = ClientState::pulse_received;
     pulse.code = PULSE_CODE_DISCONNECT;
     pulse.conn_id = make_number(NumberKind::client_id, static_cast<int>(client.serial));
     return true;
@@ -220,7 +220,7 @@ int channel_destroy(int number) {
         if (channel->flags & CHANNEL_DISCONNECT) {
             for (auto &client : server.clients) { // gone, and waiting for their pulse
                 if (client && client->channel == channel.get()) {
-                    client->detached = true;
+                    client->state = ClientState::detached;
                     server.erase_if_finished(*client);
                 }
             }

@@ -115,10 +115,10 @@ bool Connection::start() {
 }
 
 void Connection::abandon_in_child() {
-    if (abandoned_) {
+    if (abandoned()) {
         return;
     }
-    abandoned_ = true;
+    state_ = State::abandoned;
     lock_.assume_held(); // by a thread that the child does not have, or by nobody
     for (int i = 0; i < lane_count_; ++i) {
         close_descriptor(lanes_[static_cast<size_t>(i)]);
@@ -139,8 +139,8 @@ void Connection::set_timeout(int timeout_ms) {
     }
 }
 
-void Connection::mark_dead() {
-    dead_ = true;
+void Connection::mark_lost() {
+    state_ = State::lost;
     const MutexLock guard(lock_);
     changed_.notify_all();
 }
@@ -148,7 +148,7 @@ void Connection::mark_dead() {
 int Connection::take_lane() {
     const MutexLock guard(lock_);
     for (;;) {
-        if (dead_) {
+        if (state_ == State::lost) {
             return fail(ECONNRESET);
         }
         if (idle_count_ > 0) {
@@ -179,7 +179,7 @@ int Connection::wait_for_change() {
 int Connection::use_control(const ControlRecord &request) {
     control_busy_ = true;
     lock_.unlock();
-    const int error = dead_ ? ECONNRESET : request_control(request);
+    const int error = state_ == State::lost ? ECONNRESET : request_control(request);
     lock_.lock();
     control_busy_ = false;
     changed_.notify_all();
@@ -228,7 +228,7 @@ int Connection::request_control(const ControlRecord &request) {
     struct iovec part = {const_cast<ControlRecord *>(&request), sizeof request};
     if (send_packet(control_.get(), &part, 1, -1, 0) != sizeof request) {
         if (errno == EPIPE || errno == ECONNRESET) {
-            mark_dead();
+            mark_lost();
             return ECONNRESET;
         }
         return errno == EAGAIN ? ETIMEDOUT : errno;
@@ -260,7 +260,7 @@ int Connection::await_control_reply() {
                     : EMFILE;
     }
     if (error == ECONNRESET) {
-        mark_dead();
+        mark_lost();
     }
     return error;
 }
@@ -278,7 +278,7 @@ int Connection::take_granted_lane(int lane) {
 
 int Connection::announce_pulse(int number) {
     const CancelDisabled no_cancel;
-    if (abandoned_) {
+    if (abandoned()) {
         return fail(EBADF);
     }
     const MutexLock guard(lock_);
@@ -293,7 +293,7 @@ int Connection::announce_pulse(int number) {
 
 int Connection::exchange(PartList &send, PartList &reply, size_t &received) {
     const CancelDisabled no_cancel;
-    if (abandoned_) {
+    if (abandoned()) {
         return fail(EBADF);
     }
     const int lane = take_lane();

@@ -53,17 +53,23 @@ class Connection {
     // socket stays taken until it is closed: what the child opens next must not be found under a
     // number that it still holds for this connection.
     void abandon_in_child() REQUIRES(connections_lock);
-    bool abandoned() const { return abandoned_; }
+    bool abandoned() const { return state_ == State::abandoned; }
     // In a child of fork: its holder has closed the number.
     void give_up_number() { control_.reset(); }
     // The program closed the number behind our back, and it is another's by now.
     void forget_number() { control_.release(); }
 
   private:
+    enum class State : uint8_t {
+        connected,
+        lost,     // the server is gone, or does not keep to the protocol
+        abandoned // by a child of fork; set before it has other threads
+    };
+
     int take_lane() EXCLUDES(lock_);
     void give_back(int lane) EXCLUDES(lock_);
     void drop(int lane) EXCLUDES(connections_lock, lock_);
-    void mark_dead() EXCLUDES(lock_);
+    void mark_lost() EXCLUDES(lock_);
 
     // Takes the control socket for one request. The lock is let go while the server is awaited.
     // @return 0 or an error number.
@@ -93,8 +99,7 @@ class Connection {
     // control socket is busy.
     ControlRecord owed_;
     std::atomic<int> timeout_ms_{-1};
-    std::atomic<bool> dead_{false};
-    bool abandoned_ = false; // changes in a child of fork alone, before it has other threads
+    std::atomic<State> state_{State::connected};
 };
 
 struct Connections {

@@ -45,7 +45,7 @@ int Connection::exchange_on_lane(int lane, PartList &send, PartList &reply, size
     Frame frame;
     if (const int error = send_message(lane, frame, send); error != 0) {
         if (is_lost(error)) {
-            mark_dead();
+            mark_lost();
             return fail(ECONNRESET);
         }
         lane_is_good = error != EINTR; // nothing was sent
@@ -64,7 +64,7 @@ int Connection::exchange_on_lane(int lane, PartList &send, PartList &reply, size
     }
     const bool is_error = frame.flags & frame_error;
     if (packet < static_cast<ssize_t>(sizeof frame) || frame.status < (is_error ? 1 : 0)) {
-        mark_dead();
+        mark_lost();
         return fail(ECONNRESET);
     }
     lane_is_good = true;
@@ -77,7 +77,7 @@ int Connection::exchange_on_lane(int lane, PartList &send, PartList &reply, size
         }
         if (!arrival.descriptor || frame.length > IPC_MESSAGE_MAX ||
             !memory_file_is_safe(arrival.descriptor.get(), frame.length)) {
-            mark_dead();
+            mark_lost();
             return fail(ECONNRESET);
         }
         const UniqueFd file(arrival.descriptor.release()); // its close never waits

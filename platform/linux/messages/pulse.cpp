@@ -238,15 +238,17 @@ int connect_detach(int number) {
     Server &server = Server::instance();
     const MutexLock guard(server_lock);
     Client *client = server.find_client(static_cast<uint32_t>(value_of(number)));
-    if (!client || client->detached) {
+    if (!client || client->state == ClientState::detached) {
         return fail(EBADF);
     }
-    if (client->gone) {
-        client->detached = client->pulse_received;
-        server.erase_if_finished(*client);
-    } else {
+    if (client->is_connected()) {
         server.disconnect(*client);
+        return 0;
     }
+    if (client->state == ClientState::pulse_received) {
+        client->state = ClientState::detached;
+    }
+    server.erase_if_finished(*client);
     return 0;
 }
 

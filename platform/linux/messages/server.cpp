@@ -75,11 +75,11 @@ std::shared_ptr<Channel> Server::find_channel(int number) {
 
 Lane *Server::find_waiting(const ReceiveId &id, Client **client) {
     Client *found = find_client(id.serial);
-    if (!found || found->gone || id.lane >= found->lanes.size()) {
+    if (!found || !found->is_connected() || id.lane >= found->lanes.size()) {
         return nullptr;
     }
     Lane &lane = found->lanes[id.lane];
-    if (!lane.waiting || lane.exchange != id.exchange || lane.socket.fd < 0 ||
+    if (!lane.owes_answer() || lane.exchange != id.exchange || lane.socket.fd < 0 ||
         lane.socket.closing) {
         return nullptr;
     }
@@ -93,8 +93,14 @@ void Server::forget_owed(const ReceiveId &id) {
         if (id.serial <= IPC_CONNECTIONS_MAX && owed[id.serial] > 0) {
             --owed[id.serial];
         }
-    } else if (id.lane < client->lanes.size() && client->lanes[id.lane].exchange == id.exchange) {
-        client->lanes[id.lane].owed = false;
+        return;
+    }
+    if (id.lane >= client->lanes.size()) {
+        return;
+    }
+    Lane &lane = client->lanes[id.lane];
+    if (lane.exchange == id.exchange && lane.state == LaneState::closed_owing) {
+        lane.state = LaneState::closed;
     }
 }
 
@@ -130,9 +136,11 @@ void Server::close_socket(Client &client, PinnedFd &socket) {
 
 void Server::close_lane(Client &client, Lane &lane) {
     // The thread that dispatches its last message goes on holding the disconnect pulse.
-    lane.owed = lane.owed || lane.waiting;
-    lane.waiting = false;
-    lane.hung_up = false;
+    if (lane.owes_answer()) {
+        lane.state = LaneState::closed_owing;
+    } else if (lane.state == LaneState::idle) {
+        lane.state = LaneState::closed;
+    }
     lane.kept.reset();
     close_socket(client, lane.socket);
 }
@@ -141,7 +149,7 @@ void Server::close_lane(Client &client, Lane &lane) {
 void Server::tell_again(const Source &source) {
     const MutexLock guard(server_lock);
     Client *client = find_client(source.serial);
-    if (!client || client->gone) {
+    if (!client || !client->is_connected()) {
         return;
     }
     struct epoll_event event = {};
@@ -170,10 +178,10 @@ void Server::close_outlet(Client &client, PulseOutlet &outlet) {
 }
 
 void Server::disconnect(Client &client) {
-    if (client.gone) {
+    if (!client.is_connected()) {
         return;
     }
-    client.gone = true;
+    client.state = ClientState::gone;
     --client.channel->client_count;
     for (PulseOutlet &outlet : client.outlets) {
         close_outlet(client, outlet);
@@ -183,7 +191,7 @@ void Server::disconnect(Client &client) {
         close_lane(client, lane);
     }
     if (!(client.channel->flags & CHANNEL_DISCONNECT) || client.channel->destroyed) {
-        client.detached = true;
+        client.state = ClientState::detached;
     }
     erase_if_finished(client);
 }
@@ -196,21 +204,20 @@ void Server::release_pulse(Client &client, Lane &lane) {
 }
 
 void Server::erase_if_finished(Client &client) {
-    if (!client.gone) {
-        return;
-    }
-    if (client.detached) {
+    if (client.state == ClientState::detached) {
         if (client.pins == 0) {
             const uint32_t serial = client.serial;
-            owed[serial] = static_cast<uint8_t>(
-                std::count_if(client.lanes.begin(), client.lanes.end(),
-                              [](const Lane &lane) REQUIRES(server_lock) { return lane.owed; }));
+            owed[serial] =
+                static_cast<uint8_t>(std::count_if(client.lanes.begin(), client.lanes.end(),
+                                                   [](const Lane &lane) REQUIRES(server_lock) {
+                                                       return lane.state == LaneState::closed_owing;
+                                                   }));
             clients[serial].reset();
         }
         return;
     }
-    if (client.dispatching == 0 && !client.pulse_sent) {
-        client.pulse_sent = true;
+    if (client.state == ClientState::gone && client.dispatching == 0) {
+        client.state = ClientState::pulse_sent;
         Channel &channel = *client.channel;
         (channel.first_pulse == 0 ? channel.first_pulse : clients[channel.last_pulse]->next_pulse) =
             client.serial;

@@ -3,8 +3,8 @@
 // Invariants
 //  - One lock, `server_lock`, guards all of it. No call that can block, and no exchange, is made
 //    with it held; it is taken for table look-ups and state changes only.
-//  - A lane carries one exchange at a time: a message is received (`waiting`), then answered. The
-//    state goes back to idle before the reply is sent, since the client's next message may arrive
+//  - A lane carries one exchange at a time: a message is received, then answered. The lane's
+//    state goes back to `idle` before the reply is sent, since the client's next message may arrive
 //    the moment it is. A message that finds its lane waiting is misconduct.
 //  - Several threads share one epoll set. Between a thread's event and its receive another thread
 //    may close the socket, and the number may be given to someone else: so a thread pins a socket
@@ -54,17 +54,28 @@ struct KeptMessage {
     size_t length = 0;
 };
 
+enum class LaneState : uint8_t {
+    closed,       // and nothing is owed; its socket may still be pinned
+    closed_owing, // it closed before its message was answered: see Server::owed
+    idle,
+    waiting, // a message was received and is not answered
+    hung_up  // the same, and the client has closed its end: close after the answer
+};
+
 struct Lane {
     PinnedFd socket GUARDED_BY(server_lock);
     // Tells this lane from an earlier one of the same index.
     uint32_t incarnation GUARDED_BY(server_lock) = 0;
     // Counts the exchanges of this index; part of the receive id.
     uint32_t exchange GUARDED_BY(server_lock) = 0;
-    bool waiting GUARDED_BY(server_lock) = false;     // a message was received and is not answered
-    bool holds_pulse GUARDED_BY(server_lock) = false; // it holds the disconnect pulse back
-    bool hung_up GUARDED_BY(server_lock) = false; // the client has closed: close after the answer
-    bool owed GUARDED_BY(server_lock) = false;    // it closed before the answer: see Server::owed
+    LaneState state GUARDED_BY(server_lock) = LaneState::closed;
+    // Its last message holds the disconnect pulse back. That may last beyond the lane's close.
+    bool holds_pulse GUARDED_BY(server_lock) = false;
     std::shared_ptr<KeptMessage> kept GUARDED_BY(server_lock);
+
+    bool owes_answer() const REQUIRES(server_lock) {
+        return state == LaneState::waiting || state == LaneState::hung_up;
+    }
 };
 
 struct Channel;
@@ -77,6 +88,15 @@ struct PulseOutlet {
     UniqueFd socket GUARDED_BY(server_lock); // empty where the index is free
     // Those that found no room in the socket.
     std::vector<struct ipc_pulse> waiting GUARDED_BY(server_lock);
+};
+
+// In the order in which a client goes through them. Some of the later ones may be left out.
+enum class ClientState : uint8_t {
+    connected,
+    gone,       // its disconnect pulse waits until nothing holds it back
+    pulse_sent, // the pulse is on its way
+    pulse_received,
+    detached // erased once none of its sockets is pinned
 };
 
 // One connected client. Who it is and whence it came does not change once it is in the table.
@@ -95,13 +115,11 @@ struct Client {
     std::vector<uint32_t> groups; // all of them; empty where the kernel would not say
     int dispatching GUARDED_BY(server_lock) = 0;
     int pins GUARDED_BY(server_lock) = 0; // of all its sockets: a pinned client is not erased
-    bool gone GUARDED_BY(server_lock) = false;
-    // Its disconnect pulse is on its way, or was received.
-    bool pulse_sent GUARDED_BY(server_lock) = false;
-    bool pulse_received GUARDED_BY(server_lock) = false;
+    ClientState state GUARDED_BY(server_lock) = ClientState::connected;
     // Serial of the client whose disconnect pulse follows this one's.
     uint32_t next_pulse GUARDED_BY(server_lock) = 0;
-    bool detached GUARDED_BY(server_lock) = false;
+
+    bool is_connected() const REQUIRES(server_lock) { return state == ClientState::connected; }
 };
 
 struct Listener {
@@ -175,7 +193,7 @@ struct Server {
     std::array<std::unique_ptr<Client>, IPC_CONNECTIONS_MAX + 1> clients GUARDED_BY(server_lock);
     // Answers that the program still owes to clients that are gone, by serial. It may yet give
     // them, and would give them to whoever had the same number by then: such a serial is handed out
-    // last, and so is a lane's index (`Lane::owed`).
+    // last, and so is a lane's index (`LaneState::closed_owing`).
     std::array<uint8_t, IPC_CONNECTIONS_MAX + 1> owed GUARDED_BY(server_lock){};
     uint32_t last_serial GUARDED_BY(server_lock) = 0;
     uint32_t last_incarnation GUARDED_BY(server_lock) = 0;

@@ -92,7 +92,7 @@ int free_lane_index(Client &client) REQUIRES(server_lock) {
         const Lane &lane = client.lanes[i];
         if (lane.socket.fd < 0 && !lane.holds_pulse) {
             last_resort = static_cast<int>(i);
-            if (!lane.owed) {
+            if (lane.state != LaneState::closed_owing) {
                 return last_resort;
             }
         }
@@ -106,7 +106,7 @@ int free_lane_index(Client &client) REQUIRES(server_lock) {
 
 // Takes the near end of a new lane. @return 0 or an error number.
 int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation) REQUIRES(server_lock) {
-    if (client.gone) {
+    if (!client.is_connected()) {
         return ECONNRESET;
     }
     int index;
@@ -127,9 +127,7 @@ int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation) REQUIR
     lane.socket = PinnedFd();
     lane.socket.fd = near_end.release();
     lane.incarnation = incarnation;
-    lane.waiting = false;
-    lane.hung_up = false;
-    lane.owed = false;
+    lane.state = LaneState::idle;
     return 0;
 }
 
@@ -233,7 +231,7 @@ void serve_control(const Source &source) {
     {
         const MutexLock guard(server_lock);
         Client *client = server.find_client(source.serial);
-        if (!client || client->incarnation != source.incarnation || client->gone) {
+        if (!client || client->incarnation != source.incarnation || !client->is_connected()) {
             return;
         }
         server.pin(*client, client->control);

@@ -60,7 +60,7 @@ PulseOutlet *outlet_for(Client &client, int number) REQUIRES(server_lock) {
 // Takes the near end of a client's outlet. @return 0 or an error number.
 int add_outlet(Client &client, int number, UniqueFd near_end, uint32_t incarnation)
     REQUIRES(server_lock) {
-    if (client.gone) {
+    if (!client.is_connected()) {
         return ECONNRESET;
     }
     PulseOutlet *outlet;
@@ -96,7 +96,7 @@ int send_pulse(const PulseOutlet &outlet, const struct ipc_pulse &pulse) REQUIRE
 PulseOutlet *find_outlet(Server &server, int receive_id, const struct ipc_event &event,
                          Client **client) REQUIRES(server_lock) {
     *client = receive_id > 0 ? server.find_client(ReceiveId::unpack(receive_id).serial) : nullptr;
-    if (*client && !(*client)->gone) {
+    if (*client && (*client)->is_connected()) {
         for (PulseOutlet &outlet : (*client)->outlets) {
             if (outlet.socket && outlet.number == event.connection) {
                 return &outlet;

@@ -131,12 +131,11 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
         if (alive && !nothing) {
             if (received <= 0) {
                 server.close_lane(client, lane);
-            } else if (verdict == Verdict::misconduct || lane.waiting) {
+            } else if (verdict == Verdict::misconduct || lane.owes_answer()) {
                 server.disconnect(client);
             } else {
                 lane.exchange = (lane.exchange + 1) & ReceiveId::exchange_mask;
-                lane.waiting = true;
-                lane.hung_up = hung_up;
+                lane.state = hung_up ? LaneState::hung_up : LaneState::waiting;
                 if (!lane.holds_pulse) {
                     lane.holds_pulse = true;
                     ++client.dispatching;

@@ -44,10 +44,11 @@ bool claim(const ReceiveId &id, Claim &taken) {
     if (!lane) {
         return false;
     }
-    lane->waiting = false;
+    const bool hung_up = lane->state == LaneState::hung_up;
+    lane->state = LaneState::idle;
     taken.kept = std::move(lane->kept);
     server.release_pulse(*client, *lane);
-    if (lane->hung_up) {
+    if (hung_up) {
         server.close_lane(*client, *lane);
         return false;
     }
@@ -62,7 +63,7 @@ void settle(const ReceiveId &id, bool sent, int error) {
     Server &server = Server::instance();
     const MutexLock guard(server_lock);
     Client &client = *server.find_client(id.serial); // pinned
-    if (!sent && !client.gone) {
+    if (!sent && client.is_connected()) {
         if (error == EPIPE || error == ECONNRESET) {
             server.close_lane(client, client.lanes[id.lane]);
         } else {
@@ -146,7 +147,7 @@ int ipc_waiting(int receive_id) {
     const MutexLock guard(server_lock);
     Client *client = nullptr;
     const Lane *lane = server.find_waiting(ReceiveId::unpack(receive_id), &client);
-    if (!lane || lane->hung_up) {
+    if (!lane || lane->state == LaneState::hung_up) {
         return 0;
     }
     // An interrupted client closes its lane, which may not have been noticed here yet.
