@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -19,6 +18,7 @@
 #include <vantro/messaging.h>
 #include <vantro/platform/log.h>
 
+#include "common/locks.h"
 #include "fuzz/support.h"
 
 namespace {
@@ -31,11 +31,11 @@ struct Forged {
     std::string reply, held;
 };
 
-std::mutex guard; // The asking thread goes on before the service is done with what it sent.
-Forged &forged = *new Forged; // Never freed: nothing ends the service's thread.
+vantro::Mutex guard; // The asking thread goes on before the service is done with what it sent.
+Forged &forged GUARDED_BY(guard) = *new Forged; // Never freed: nothing ends the service's thread.
 
 void will_give(Forged next) {
-    const std::lock_guard<std::mutex> lock(guard);
+    const vantro::MutexLock lock(guard);
     forged = std::move(next);
 }
 
@@ -45,7 +45,7 @@ Forged consent() {
 }
 
 int32_t give(MsgOsb *open, MsgContext *context, MsgService *) {
-    const std::lock_guard<std::mutex> lock(guard);
+    const vantro::MutexLock lock(guard);
     TransportHeader header = *context->header;
     const int32_t receive_id = context->receive_id;
     header.reply_length = forged.length;

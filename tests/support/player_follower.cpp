@@ -102,7 +102,7 @@ void Events::record_line(uint32_t code, int severity, const char *line, void *da
     EXPECT_EQ(code, 0x06C02710U);
     EXPECT_EQ(std::string(line).substr(0, 14), "vantro event: ");
     {
-        const std::lock_guard<std::mutex> lock(test->guard);
+        const MutexLock lock(test->guard);
         test->lines.push_back(std::to_string(severity) + " " + (line + 14));
     }
     if (test->on_line) {

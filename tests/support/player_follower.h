@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -18,6 +17,7 @@
 #include <vantro/platform/objects.h>
 #include <vantro/player.h>
 
+#include "common/locks.h"
 #include "platform/linux/objects/object_directory.h"
 
 namespace vantro::events {
@@ -57,7 +57,7 @@ class Events : public testing::Test {
     void TearDown() override;
 
     Lines take_lines() {
-        const std::lock_guard<std::mutex> lock(guard);
+        const MutexLock lock(guard);
         return std::exchange(lines, {});
     }
     // What is published by this process.
@@ -76,8 +76,8 @@ class Events : public testing::Test {
   private:
     static void record_line(uint32_t code, int severity, const char *line, void *data);
 
-    std::mutex guard;
-    Lines lines;
+    Mutex guard;
+    Lines lines GUARDED_BY(guard);
 };
 
 // Sockets aside: the service closes those of a client that has gone in its own time. Events have
