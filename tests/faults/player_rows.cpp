@@ -14,8 +14,9 @@ namespace {
 
 using Handle = VantroHandle *;
 
-std::string connect_one(Scene &scene) {
-    Handle handle = scene.faulted([] { return vantro_connect(); });
+std::string connect_one(Scene &scene, bool timed) {
+    Handle handle =
+        scene.faulted([&] { return timed ? vantro_connect_timed(10'000) : vantro_connect(); });
     const std::string told = handle ? "connected" : errno != 0 ? "failed" : "failed without errno";
     const bool opens = !handle || vantro_open(handle, "main") == 0;
     vantro_disconnect(handle);
@@ -179,7 +180,11 @@ std::string get_extended(Scene &scene) {
 Rows player_rows() {
     constexpr auto nodes = vantro_free_media_nodes;
     return {
-        {"vantro_connect", connect_one, Way::may_abort},
+        {"vantro_connect", [](Scene &s) { return connect_one(s, false); }, Way::may_abort},
+        {"vantro_connect_timed", [](Scene &s) { return connect_one(s, true); }, Way::may_abort},
+        command("vantro_set_timeout", [](Handle h) { return vantro_set_timeout(h, 10'000); }),
+        command("vantro_last_failure",
+                [](Handle) -> int { return vantro_last_failure(nullptr) < 0; }),
         {"vantro_open", [](Scene &s) { return open_or_close(s, true, "main"); }},
         {"vantro_open another", [](Scene &s) { return open_or_close(s, true, "spare"); }},
         {"vantro_close", [](Scene &s) { return open_or_close(s, false, "main"); }},
