@@ -101,7 +101,9 @@ enum {
 enum {
     VANTRO_ERROR_GONE = 1,       /**< Its file is not there any more. */
     VANTRO_ERROR_UNREADABLE = 2, /**< Its file cannot be read. */
-    VANTRO_ERROR_DAMAGED = 3     /**< What its file holds cannot be played. */
+    VANTRO_ERROR_DAMAGED = 3,    /**< What its file holds cannot be played. */
+    VANTRO_ERROR_OUTPUT = 4      /**< The audio output went away or cannot be opened. The player is
+                                      paused then, and play tries the output again. */
 };
 
 /* ------------------------------------------------------------------------- extended metadata */

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -16,6 +17,7 @@
 #include "service/catalogue/database/connection_pool.h"
 #include "service/catalogue/database/schema.h"
 #include "service/catalogue/files/artwork_folder.h"
+#include "service/catalogue/files/music_root.h"
 #include "service/catalogue/files/song_file.h"
 #include "service/catalogue/query/list_cache.h"
 #include "service/catalogue/query/metadata.h"
@@ -74,6 +76,7 @@ class SqliteCatalogue : public Store {
     int song_nodes(const SongId *ids, size_t count, NodeSink &nodes) override;
     int song(SongId id, Node &node, SongMetadata &metadata) override;
     int32_t check(SongId id) override;
+    int open(SongId id) override;
     int32_t take_session_ids(int32_t count) override { return sessions_.take(count); }
 
     int64_t song_count() override;
@@ -89,6 +92,7 @@ class SqliteCatalogue : public Store {
     int at_node(int32_t source, std::string_view node, const Read &read);
     const MusicDirectory *directory(int32_t source) const;
     Node song_node(SourceBrowser &browser, SongId song) const;
+    int locate(SongId id, const MusicDirectory *&source, std::string &path, int *cause);
     std::unique_ptr<Database> reopen(bool damaged);
     void prepare(int32_t source);
     void log(int severity, const std::string &line) const {
@@ -356,26 +360,55 @@ int SqliteCatalogue::song(SongId id, Node &node, SongMetadata &metadata) {
     });
 }
 
+// Where a song's file is: its path below the source, which is null where the song is gone. Returns
+// as guarded() does.
+int SqliteCatalogue::locate(SongId id, const MusicDirectory *&source, std::string &path,
+                            int *cause) {
+    const auto look = [&](Database &database) {
+        SourceBrowser browser(database, lists_, 0);
+        path = path_of(database, id);
+        source = path.empty() ? nullptr : directory(song_node(browser, id).source);
+        return 0;
+    };
+    return guarded(look, cause);
+}
+
 // Want of memory or descriptors says nothing about the file: the track plays on.
 int32_t SqliteCatalogue::check(SongId id) {
     try {
         std::string path;
         const MusicDirectory *source = nullptr;
         int cause = 0;
-        const auto look = [&](Database &database) {
-            SourceBrowser browser(database, lists_, 0);
-            source = directory(song_node(browser, id).source);
-            path = path_of(database, id);
-            return 0;
-        };
-        if (guarded(look, &cause) != 0) {
+        if (locate(id, source, path, &cause) != 0) {
             return is_want(cause) ? 0 : VANTRO_ERROR_UNREADABLE;
         }
         // With nothing held: the disk may be slow.
-        return source && !path.empty() ? check_song(source->path, path) : VANTRO_ERROR_GONE;
+        return source ? check_song(source->path, path) : VANTRO_ERROR_GONE;
     } catch (const std::bad_alloc &) {
         return 0;
     }
+}
+
+int SqliteCatalogue::open(SongId id) {
+    try {
+        std::string path;
+        const MusicDirectory *source = nullptr;
+        int cause = 0;
+        if (locate(id, source, path, &cause) != 0) {
+            errno = cause != 0 ? cause : EIO;
+            return -1;
+        }
+        if (!source) {
+            errno = ENOENT;
+            return -1;
+        }
+        return MusicRoot(source->path).open_file(path);
+    } catch (const std::system_error &error) {
+        errno = error.code().value();
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+    }
+    return -1;
 }
 
 } // namespace

@@ -19,9 +19,10 @@ bool differ(const VantroStateInfo &a, const VantroStateInfo &b) {
 
 } // namespace
 
-Engine::Engine(Clock clock, uint32_t seed)
+Engine::Engine(Clock clock, uint32_t seed, bool sounding)
     : clock_(std::move(clock)), random_(seed),
-      modes_{VANTRO_STATE_IDLE, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF}, noted_(modes_) {}
+      modes_{VANTRO_STATE_IDLE, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF}, noted_(modes_),
+      sounding_(sounding) {}
 
 void Engine::load(SessionPtr session, int32_t index, bool play) {
     const MutexLock guard(mutex_);
@@ -34,8 +35,8 @@ void Engine::load(SessionPtr session, int32_t index, bool play) {
     order_.swap(order);
     session_.swap(session); // the old one, if this was its last place, goes after the lock
     modes_.state = play ? VANTRO_STATE_PLAYING : VANTRO_STATE_PAUSED;
-    place_at(0, now);
-    started_by_choice();
+    jump_to(0, now);
+    track_started_by_choice();
     note(Change::session | Change::track | Change::position, now);
 }
 
@@ -50,6 +51,8 @@ void Engine::unload(uint64_t tsid) {
     order_ = {};
     place_ = 0;
     base_ = 0;
+    cue_ = 0;
+    following_cue_ = 0;
     modes_.state = VANTRO_STATE_IDLE;
     note(Change::session, now);
 }
@@ -74,17 +77,28 @@ int64_t Engine::duration() const {
 }
 
 int64_t Engine::position(std::chrono::nanoseconds now) const {
-    if (!playing()) {
+    if (!playing() || (sounding_ && !heard_)) {
         return base_;
     }
     const auto elapsed = (now - base_time_).count() / 1000;
-    return base_ + static_cast<int64_t>(static_cast<double>(elapsed) * double{modes_.rate});
+    const int64_t reached =
+        base_ + static_cast<int64_t>(static_cast<double>(elapsed) * double{modes_.rate});
+    return sounding_ ? std::min(reached, duration()) : reached;
 }
 
 void Engine::place_at(int64_t where, std::chrono::nanoseconds now) {
     base_ = where;
     base_time_ = now;
     next_tick_ = now + tick_every;
+}
+
+// The position becomes another one than what is heard.
+void Engine::jump_to(int64_t where, std::chrono::nanoseconds now) {
+    place_at(where, now);
+    cue_ = ++last_cue_;
+    cue_position_ = where;
+    following_cue_ = 0;
+    heard_ = false;
 }
 
 // The next play begins with the first track.
@@ -108,7 +122,7 @@ void Engine::note(unsigned what, std::chrono::nanoseconds now, int32_t error) {
 }
 
 // A track begins to play, if the player does.
-void Engine::started() {
+void Engine::track_started() {
     if (!playing()) {
         return;
     }
@@ -117,16 +131,16 @@ void Engine::started() {
 }
 
 // A track begins because a command chose it.
-void Engine::started_by_choice() {
+void Engine::track_started_by_choice() {
     failures_ = 0;
-    started();
+    track_started();
 }
 
 // Brings the player up to now, which is returned. Every operation begins here.
 std::chrono::nanoseconds Engine::catch_up() {
     changes_.reserve(changes_.size() + notes_max);
     const std::chrono::nanoseconds now = clock_();
-    if (!playing()) {
+    if (!playing() || sounding_) {
         return now;
     }
     int64_t reached = position(now);
@@ -150,7 +164,7 @@ std::chrono::nanoseconds Engine::catch_up() {
         reached %= session_->total;
     }
     place_at(reached, now);
-    started();
+    track_started();
     note(Change::track | Change::position, now);
     return now;
 }
@@ -164,7 +178,7 @@ int Engine::play() {
     if (!playing()) {
         modes_.state = VANTRO_STATE_PLAYING;
         place_at(base_, now);
-        started_by_choice();
+        track_started_by_choice();
         note(Change::position, now);
     }
     return 0;
@@ -185,7 +199,7 @@ int Engine::stop() {
     const MutexLock guard(mutex_);
     const auto now = catch_up();
     const bool moves = playing() || base_ != 0;
-    place_at(0, now);
+    jump_to(0, now);
     if (session_) {
         modes_.state = VANTRO_STATE_STOPPED;
     }
@@ -206,8 +220,8 @@ int Engine::next() {
     } else {
         end_of_session();
     }
-    place_at(0, now);
-    started_by_choice();
+    jump_to(0, now);
+    track_started_by_choice();
     note(Change::track | Change::position, now);
     return 0;
 }
@@ -226,12 +240,12 @@ int Engine::previous() {
             place_ = session_->length() - 1;
         }
     }
-    place_at(0, now);
+    jump_to(0, now);
     if (place_ == from) {
         note(Change::position, now);
         return 0;
     }
-    started_by_choice();
+    track_started_by_choice();
     note(Change::track | Change::position, now);
     return 0;
 }
@@ -259,8 +273,8 @@ int Engine::jump(int32_t index) {
             std::rotate(there, there + 1, here + 1);
         }
     }
-    place_at(0, now);
-    started_by_choice();
+    jump_to(0, now);
+    track_started_by_choice();
     note(Change::track | Change::position, now);
     return 0;
 }
@@ -271,7 +285,7 @@ int Engine::seek(int32_t position_ms) {
     if (!session_) {
         return ENODATA;
     }
-    place_at(std::clamp<int64_t>(int64_t{1000} * position_ms, 0, duration()), now);
+    jump_to(std::clamp<int64_t>(int64_t{1000} * position_ms, 0, duration()), now);
     note(Change::position, now);
     return 0;
 }
@@ -355,9 +369,15 @@ std::optional<std::chrono::nanoseconds> Engine::wake() {
     if (!playing()) {
         return std::nullopt;
     }
+    if (sounding_ && !heard_) {
+        return std::nullopt; // the sound reports when there is something to tell
+    }
     if (now >= next_tick_) {
         next_tick_ += (now - next_tick_) / tick_every * tick_every + tick_every;
         note(Change::tick, now);
+    }
+    if (sounding_) {
+        return next_tick_ - now;
     }
     // At a low rate an end may lie beyond what a time can be; some decades do. One microsecond
     // more, for what was rounded.
@@ -387,24 +407,40 @@ void Engine::checked(uint64_t number, int32_t error) {
         return;
     }
     if (error == 0) {
-        failures_ = 0;
+        if (!sounding_) { // else it is playable when it is heard
+            failures_ = 0;
+        }
         return;
     }
     changes_.reserve(changes_.size() + notes_max);
-    const auto now = clock_();
+    pass_over(error, clock_());
+}
+
+// Followers see the player stop where it is, for that reason; what it goes on with is noted next.
+void Engine::stop_with(int32_t error, std::chrono::nanoseconds now) {
     place_at(std::min(position(now), duration()), now);
     modes_.state = VANTRO_STATE_STOPPED;
     note(0, now, error);
-    place_at(0, now);
+}
+
+// The current track cannot be played: the next one follows, if there is one and not too many were
+// unplayable.
+void Engine::pass_over(int32_t error, std::chrono::nanoseconds now) {
+    const uint64_t following = is_following(following_cue_) ? following_cue_ : 0;
+    stop_with(error, now);
     if (++place_ == session_->length()) {
         place_ = 0;
         if (modes_.repeat == VANTRO_REPEAT_OFF) {
             failures_ = failures_max;
         }
     }
+    jump_to(0, now);
+    if (following != 0 && following_place_ == place_) {
+        cue_ = following; // the sound goes on with it already
+    }
     if (++failures_ < std::min(failures_max, session_->length())) {
         modes_.state = VANTRO_STATE_PLAYING;
-        started();
+        track_started();
     }
     note(Change::track | Change::position, now);
 }

@@ -14,6 +14,10 @@
 // song comes once. next() and previous() walk that order, so that previous() always goes back the
 // way it came.
 //
+// Where there is a sound (service/sound/sound.h) the clock only bridges the time between two of its
+// reports: nothing moves before it is heard, a track has ended when the sound says so, and a report
+// corrects what was computed. wanted() is what the sound is to do.
+//
 // The player is idle exactly while it has no session. Inside, positions are whole microseconds.
 //
 // Any thread may call any operation. The lock is held for arithmetic only.
@@ -32,6 +36,7 @@
 
 #include "common/locks.h"
 #include "service/playback/session.h"
+#include "service/sound/sound.h"
 
 namespace vantro::service::playback {
 
@@ -52,6 +57,10 @@ inline constexpr std::chrono::seconds tick_every{1};
 // Shortest time from the start of a track to the event of its end: the ends of tracks of a
 // millisecond that repeat are published together.
 inline constexpr std::chrono::milliseconds end_after{10};
+
+// A position that a sound reports is taken where it is further than this from the computed one.
+// Smaller differences are the reports' own, and would make positions go back while playing.
+inline constexpr std::chrono::milliseconds jitter{50};
 
 // In place of an index: the first song in the order of play.
 inline constexpr int32_t any_index = -1;
@@ -82,8 +91,8 @@ class Engine {
         catalogue::SongId song;
     };
 
-    // `seed` decides the shuffles.
-    Engine(Clock clock, uint32_t seed);
+    // `seed` decides the shuffles. Where `sounding`, a sound reports what is heard.
+    Engine(Clock clock, uint32_t seed, bool sounding = false);
 
     // Makes a session the current one, at the start of that song: playing, or else paused. The
     // index is one of the session's, or any_index.
@@ -123,18 +132,34 @@ class Engine {
     // goes on with the next track, if there is one. The result of a start that is over is ignored.
     void checked(uint64_t number, int32_t error) EXCLUDES(mutex_);
 
+    // For the sound; as sound::Listener has them.
+    sound::Wanted wanted() EXCLUDES(mutex_);
+    void started(uint64_t cue, int64_t position_us) EXCLUDES(mutex_);
+    void reached(uint64_t cue, int64_t position_us) EXCLUDES(mutex_);
+    void ended(uint64_t cue) EXCLUDES(mutex_);
+    void failed(uint64_t cue, int32_t error) EXCLUDES(mutex_);
+    void output_lost() EXCLUDES(mutex_);
+    void no_output() EXCLUDES(mutex_);
+
   private:
     Snapshot at(std::chrono::nanoseconds now) const REQUIRES(mutex_);
     void note(unsigned what, std::chrono::nanoseconds now, int32_t error = 0) REQUIRES(mutex_);
-    void started() REQUIRES(mutex_);
-    void started_by_choice() REQUIRES(mutex_);
+    void track_started() REQUIRES(mutex_);
+    void track_started_by_choice() REQUIRES(mutex_);
     bool playing() const REQUIRES(mutex_) { return modes_.state == VANTRO_STATE_PLAYING; }
     int32_t index() const REQUIRES(mutex_);
     int64_t duration() const REQUIRES(mutex_);
     int64_t position(std::chrono::nanoseconds now) const REQUIRES(mutex_);
     std::chrono::nanoseconds catch_up() REQUIRES(mutex_);
     void place_at(int64_t position, std::chrono::nanoseconds now) REQUIRES(mutex_);
+    void jump_to(int64_t position, std::chrono::nanoseconds now) REQUIRES(mutex_);
+    void stop_with(int32_t error, std::chrono::nanoseconds now) REQUIRES(mutex_);
+    void pass_over(int32_t error, std::chrono::nanoseconds now) REQUIRES(mutex_);
     void end_of_session() REQUIRES(mutex_);
+    std::optional<int32_t> following_place() const REQUIRES(mutex_);
+    catalogue::SongId song_at(int32_t place) const REQUIRES(mutex_);
+    bool is_following(uint64_t cue) const REQUIRES(mutex_);
+    void follow(uint64_t cue, std::chrono::nanoseconds now) REQUIRES(mutex_);
     std::vector<int32_t> draw_order(const TrackSession &session, int32_t first) REQUIRES(mutex_);
 
     const Clock clock_;
@@ -159,6 +184,17 @@ class Engine {
     bool start_taken_ GUARDED_BY(mutex_) = true;
     // Unplayable tracks in a row since a playable one or a command.
     int32_t failures_ GUARDED_BY(mutex_) = 0;
+
+    bool sounding_ GUARDED_BY(mutex_);            // a sound reports what is heard
+    bool heard_ GUARDED_BY(mutex_) = false;       // the cue has started
+    uint64_t last_cue_ GUARDED_BY(mutex_) = 0;    // that was given a number
+    uint64_t cue_ GUARDED_BY(mutex_) = 0;         // of what is current; 0 while idle
+    int64_t cue_position_ GUARDED_BY(mutex_) = 0; // where it begins
+    // Of what the sound was told to go on with, 0 if of nothing; its place in the order of play,
+    // and its song.
+    uint64_t following_cue_ GUARDED_BY(mutex_) = 0;
+    int32_t following_place_ GUARDED_BY(mutex_) = 0;
+    catalogue::SongId following_song_ GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace vantro::service::playback

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 #include <vantro/catalogue.h>
+#include <vantro/platform/log.h>
 
 namespace vantro::service::playback {
 
@@ -177,6 +179,7 @@ std::string Player::publish(const object_readers &readers, const publishing::Pub
     if (!publisher_) {
         return error;
     }
+    log_ = log;
     on_reschedule_ = std::move(on_reschedule);
     publisher_->state(engine_.snapshot().modes, 0);
     for (const catalogue::Source &source : catalogue_.sources()) {
@@ -188,6 +191,9 @@ std::string Player::publish(const object_readers &readers, const publishing::Pub
 void Player::publish_changes() {
     if (published_count_.load(std::memory_order_acquire) == engine_.changes()) {
         return;
+    }
+    if (sound_) {
+        sound_->look(); // first: what is published is read from a disk
     }
     bool reschedule = false;
     try {
@@ -254,6 +260,53 @@ void Player::check_file() {
         engine_.checked(start->number, catalogue_.check(start->song));
         publish_changes();
     }
+}
+
+// A change that cannot be published for want of memory stays for the clock's thread.
+void Player::publish_report() noexcept {
+    try {
+        publish_changes();
+    } catch (const std::bad_alloc &) {
+    }
+}
+
+void Player::say(int severity, const std::string &line) {
+    const MutexLock guard(publish_mutex_);
+    if (log_) {
+        log_(severity, "player \"" + name + "\": " + line);
+    }
+}
+
+void Player::started(uint64_t cue, int64_t position_us) {
+    engine_.started(cue, position_us);
+    publish_report();
+}
+
+void Player::reached(uint64_t cue, int64_t position_us) {
+    engine_.reached(cue, position_us);
+    publish_report();
+}
+
+void Player::ended(uint64_t cue) {
+    engine_.ended(cue);
+    publish_report();
+}
+
+void Player::failed(uint64_t cue, int32_t error) {
+    engine_.failed(cue, error);
+    publish_report();
+}
+
+void Player::output_lost(const std::string &why) {
+    engine_.output_lost();
+    publish_report();
+    say(LOG_SEVERITY_WARNING, "paused: the audio output cannot be used: " + why);
+}
+
+void Player::no_output(const std::string &why) {
+    engine_.no_output();
+    publish_report();
+    say(LOG_SEVERITY_WARNING, "nothing is heard, positions follow the clock: " + why);
 }
 
 void Player::source_changed(const catalogue::Source &source) {

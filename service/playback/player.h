@@ -32,6 +32,7 @@
 #include "service/playback/engine.h"
 #include "service/playback/session.h"
 #include "service/publishing/publisher.h"
+#include "service/sound/sound.h"
 
 namespace vantro::service::playback {
 
@@ -61,13 +62,21 @@ struct Maker {
 inline constexpr int sessions_of_one_user = 12;
 inline constexpr int sessions_of_all_users = 14;
 
-class Player {
+// Makes the sound of a player; null where the clock takes its place.
+using SoundMaker =
+    std::function<std::unique_ptr<sound::Sound>(sound::Listener &, const std::string &player)>;
+
+class Player : private sound::Listener {
   public:
     // Borrows the catalogue and the ids, which outlive it.
     Player(std::string player_name, catalogue::Catalogue &catalogue, SessionIds &ids,
-           Engine::Clock clock, uint32_t seed)
-        : name(std::move(player_name)), engine_(std::move(clock), seed), catalogue_(catalogue),
-          ids_(ids) {}
+           Engine::Clock clock, uint32_t seed, const SoundMaker &make_sound = nullptr)
+        : name(std::move(player_name)), engine_(std::move(clock), seed, make_sound != nullptr),
+          catalogue_(catalogue), ids_(ids), sound_(make_sound ? make_sound(*this, name) : nullptr) {
+    }
+
+    // Ends the sound, for good. Afterwards nothing happens by itself.
+    void silence() { sound_.reset(); }
 
     // Plays; without a session one of all songs. Returns 0, ENODATA (there are no songs), or EIO
     // (the catalogue fails, or no id can be had).
@@ -129,6 +138,18 @@ class Player {
     const std::string name;
 
   private:
+    // What the sound asks and tells, on its own threads.
+    sound::Wanted wanted() override { return engine_.wanted(); }
+    int open_song(int64_t song) override { return catalogue_.open(song); }
+    void started(uint64_t cue, int64_t position_us) override;
+    void reached(uint64_t cue, int64_t position_us) override;
+    void ended(uint64_t cue) override;
+    void failed(uint64_t cue, int32_t error) override;
+    void output_lost(const std::string &why) override;
+    void no_output(const std::string &why) override;
+    void publish_report() noexcept;
+    void say(int severity, const std::string &line) EXCLUDES(publish_mutex_);
+
     struct Kept {
         SessionPtr session;
         Maker maker;
@@ -149,8 +170,11 @@ class Player {
     std::atomic<uint64_t> published_count_ = 0; // changes of the engine that are published
     Mutex publish_mutex_;
     std::unique_ptr<publishing::Publisher> publisher_ GUARDED_BY(publish_mutex_);
+    publishing::Publisher::Log log_ GUARDED_BY(publish_mutex_);
     // Of the track published last, 0 where there is none.
     catalogue::SongId song_ GUARDED_BY(publish_mutex_) = 0;
+
+    std::unique_ptr<sound::Sound> sound_; // never changes but for silence(); uses all of the above
 };
 
 } // namespace vantro::service::playback

@@ -6,7 +6,7 @@
 namespace vantro::service::playback {
 
 Players::Players(catalogue::Catalogue &catalogue, const std::vector<std::string> &names,
-                 const Engine::Clock &clock)
+                 const Engine::Clock &clock, const SoundMaker &make_sound)
     : catalogue_(catalogue), ids_(catalogue), clock_watch_([this] { return wake_all(); }),
       file_checks_([this] {
           for (Player &player : players_) {
@@ -16,14 +16,17 @@ Players::Players(catalogue::Catalogue &catalogue, const std::vector<std::string>
       }) {
     std::random_device seed;
     for (const std::string &name : names) {
-        players_.emplace_back(name, catalogue, ids_, clock, seed());
+        players_.emplace_back(name, catalogue, ids_, clock, seed(), make_sound);
     }
 }
 
-// Both threads before anything that either uses.
+// All threads before anything that one of them uses.
 Players::~Players() {
     clock_watch_.stop();
     file_checks_.stop();
+    for (Player &player : players_) {
+        player.silence();
+    }
 }
 
 std::string Players::publish(const object_readers &readers, const publishing::Publisher::Log &log) {

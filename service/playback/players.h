@@ -1,4 +1,5 @@
-// All players of the service, and their two threads.
+// All players of the service, and the two threads that they share. Sounds have threads of their
+// own.
 //
 // One thread watches the clock. It wakes at ends of tracks, and once a second while something
 // plays, so that both are published in time; while nothing plays it sleeps without a timer. The
@@ -27,7 +28,7 @@ class Players {
     // Borrows the catalogue, which outlives this. Names are unique; at most 32767. Nothing is
     // published yet, and nothing happens by itself.
     Players(catalogue::Catalogue &catalogue, const std::vector<std::string> &names,
-            const Engine::Clock &clock);
+            const Engine::Clock &clock, const SoundMaker &make_sound = nullptr);
     ~Players();
     Players(const Players &) = delete;
     Players &operator=(const Players &) = delete;

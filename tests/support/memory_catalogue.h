@@ -87,6 +87,10 @@ class MemoryCatalogue : public service::catalogue::Catalogue {
     int32_t check(service::catalogue::SongId id) override {
         return id == gone ? VANTRO_ERROR_GONE : 0;
     }
+    int open(service::catalogue::SongId) override {
+        errno = ENOENT;
+        return -1;
+    }
     int32_t take_session_ids(int32_t count) override {
         return ids_run_out ? 0 : next_id_.fetch_add(count);
     }

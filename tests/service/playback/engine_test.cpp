@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <functional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -24,10 +25,14 @@ SessionPtr session_of(const std::vector<int32_t> &durations_ms, uint64_t tsid = 
 }
 
 struct Bench {
-    explicit Bench(SessionPtr session) { engine.load(std::move(session), 0, false); }
-    Bench() = default;
+    explicit Bench(SessionPtr session, bool sounding = false)
+        : engine([this] { return now; }, 7, sounding) {
+        engine.load(std::move(session), 0, false);
+    }
+    Bench() : engine([this] { return now; }, 7) {}
     std::chrono::nanoseconds now{1};
-    Engine engine{[this] { return now; }, 7};
+    Engine engine;
+    sound::Wanted sound; // as asked for last
 
     int command(const std::string &word) {
         const std::string name = word.substr(0, word.find('='));
@@ -43,7 +48,34 @@ struct Bench {
                : name == "repeat"   ? engine.set_repeat(static_cast<int32_t>(value))
                : name == "shuffle"  ? engine.set_shuffle(static_cast<int32_t>(value))
                : name == "file"     ? check_file(static_cast<int32_t>(value))
-                                    : -1;
+                                    : report(name, static_cast<int32_t>(value));
+    }
+
+    // What the sound reports of that which it was told when it asked last.
+    int report(const std::string &what, int32_t value) {
+        if (what == "asks") {
+            sound = engine.wanted();
+            EXPECT_EQ(sound.playing, engine.snapshot().modes.state == VANTRO_STATE_PLAYING);
+            return sound.now.song == value ? 0 : EINVAL;
+        }
+        const int64_t us = int64_t{1000} * value;
+        const std::pair<const char *, std::function<void()>> reports[] = {
+            {"heard", [&] { engine.started(sound.now.number, us); }},
+            {"at", [&] { engine.reached(sound.now.number, us); }},
+            {"ended", [&] { engine.ended(sound.now.number); }},
+            {"failed", [&] { engine.failed(sound.now.number, value); }},
+            {"follows", [&] { engine.started(sound.next.number, us); }},
+            {"follower_failed", [&] { engine.failed(sound.next.number, value); }},
+            {"lost", [&] { engine.output_lost(); }},
+            {"none", [&] { engine.no_output(); }},
+        };
+        for (const auto &[name, report] : reports) {
+            if (what == name) {
+                report();
+                return 0;
+            }
+        }
+        return -1;
     }
 
     // Whoever looks at files finds this error for the track that started.
@@ -123,25 +155,54 @@ const std::pair<const char *, const char *> stories[] = {
      "P1@0 file=1 P2@0 file=0 next P0@0 file=1 P1@0 file=1 P2@0 file=1 S0@0 ~-"},
 };
 
+// The same, where a sound reports what is heard; `asks=N` tells which song it is to play.
+const std::pair<const char *, const char *> sounding_stories[] = {
+    {"nothing moves before it is heard, nor goes on after its end",
+     "play !SNTP,SP +500 P0@0 ~- asks heard=0 !P ~1000 +400 P0@400 +9700 P0@10000 pause H0@10000 "
+     "asks follows H1@0 play +20 P1@20"},
+    {"reports correct what was computed, and those of what is over are ignored",
+     "play asks heard=0 +1000 at=1020 P0@1000 at=700 P0@700 seek=5000 heard=0 at=8000 ended "
+     "P0@5000 asks heard=5000 rate=2 +100 P0@5200 next asks=1 ended P2@0 stop heard=0 ended S2@0"},
+    {"what follows is what was asked for last",
+     "play asks heard=0 repeat=2 follows P0@0 asks follows P0@0 repeat=0 asks follows P1@0 asks=1 "
+     "next "
+     "asks=2 heard=0 follows P2@0 ended S0@0"},
+    {"what cannot be played is passed over, and a look at the file does not make it playable",
+     "play asks heard=0 asks follower_failed=3 !SNTP,SP,P,TP,S3,STP P2@0 asks=2 failed=3 !S3,TP "
+     "S0@0 "
+     "repeat=1 play file=0 asks failed=2 file=0 asks=1 failed=2 file=0 asks=2 failed=2 S0@0 "
+     "play pause asks failed=1 H0@0"},
+    {"an output that goes away pauses, and the clock takes its place where there never was one",
+     "play asks heard=0 +3000 !SNTP,SP,P lost !S4,SP H0@3000 heard=0 H0@3000 play asks none !SP,P "
+     "+6999 P0@9999 +1 P1@0 ~1000"},
+};
+
+void expect(const char *name, const char *story, bool sounding) {
+    Bench bench(session_of({10'000, 20'000, 30'000}), sounding);
+    std::istringstream words(story);
+    std::string told;
+    for (std::string word; words >> word; told += word + " ") {
+        SCOPED_TRACE(testing::Message() << name << ": " << told << "[" << word << "]");
+        if (word[0] == '+') {
+            bench.now += std::chrono::milliseconds(std::stoll(word));
+        } else if (word.find('@') != std::string::npos) {
+            ASSERT_EQ(bench.seen(), word);
+        } else if (word[0] == '~') {
+            ASSERT_EQ(bench.due(), word);
+        } else if (word[0] == '!') {
+            ASSERT_EQ(bench.noted(), word == "!." ? "!" : word);
+        } else {
+            ASSERT_EQ(bench.command(word), 0);
+        }
+    }
+}
+
 TEST(Engine, PlaysAsTold) {
     for (const auto &[name, story] : stories) {
-        Bench bench(session_of({10'000, 20'000, 30'000}));
-        std::istringstream words(story);
-        std::string told;
-        for (std::string word; words >> word; told += word + " ") {
-            SCOPED_TRACE(testing::Message() << name << ": " << told << "[" << word << "]");
-            if (word[0] == '+') {
-                bench.now += std::chrono::milliseconds(std::stoll(word));
-            } else if (word.find('@') != std::string::npos) {
-                ASSERT_EQ(bench.seen(), word);
-            } else if (word[0] == '~') {
-                ASSERT_EQ(bench.due(), word);
-            } else if (word[0] == '!') {
-                ASSERT_EQ(bench.noted(), word == "!." ? "!" : word);
-            } else {
-                ASSERT_EQ(bench.command(word), 0);
-            }
-        }
+        expect(name, story, false);
+    }
+    for (const auto &[name, story] : sounding_stories) {
+        expect(name, story, true);
     }
 }
 
