@@ -58,7 +58,7 @@ std::string music_with_silence(const std::string &directory) {
 
 Service::Service(const std::string &music, const std::string &state)
     : child_({program_beside("vantrod"), "--music", music, "--player", player_name, "--threads",
-              std::to_string(threads), "--state", state}) {
+              std::to_string(threads), "--state", state, "--audio", "clock"}) {
     child_.wait_for_line("vantrod: ready");
 }
 

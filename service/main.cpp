@@ -11,6 +11,7 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <pthread.h>
 #include <string>
 #include <sys/resource.h>
@@ -32,6 +33,8 @@
 #include "service/requests/handlers.h"
 #include "service/scan_report.h"
 #include "service/server.h"
+#include "service/sound/mpv_core.h"
+#include "service/sound/mpv_sound.h"
 
 namespace {
 
@@ -133,6 +136,38 @@ catalogue::StoreOptions store_options(const Options &options) {
     return wanted;
 }
 
+// The sound of each player; none where the clock is to take its place.
+playback::SoundMaker sound_maker(const Options &options) {
+    if (options.audio == Audio::clock) {
+        return nullptr;
+    }
+    return [&options](sound::Listener &listener, const std::string &player) {
+        sound::MpvOptions wanted;
+        auto device = options.audio_devices.find(player);
+        if (device == options.audio_devices.end()) {
+            device = options.audio_devices.find("");
+        }
+        if (device != options.audio_devices.end()) {
+            wanted.device = device->second;
+        }
+        wanted.replaygain = options.replaygain;
+        return std::make_unique<sound::MpvSound>(listener, "vantrod: " + player, std::move(wanted),
+                                                 options.audio == Audio::automatic);
+    };
+}
+
+int list_audio_devices() {
+    std::string why;
+    const std::optional<sound::Devices> devices = sound::mpv_devices(why);
+    if (!devices) {
+        return fail("--list-audio-devices: " + why);
+    }
+    for (const auto &[name, description] : *devices) {
+        fmt::print("{}\t{}\n", name, description);
+    }
+    return EXIT_SUCCESS;
+}
+
 int serve(const Options &options) {
     if (const std::string error = check_music(options.music); !error.empty()) {
         return fail(error);
@@ -164,7 +199,7 @@ int serve(const Options &options) {
         return fail("--state: " + error);
     }
 
-    playback::Players players(*store, options.players, monotonic_now);
+    playback::Players players(*store, options.players, monotonic_now, sound_maker(options));
     if (error = players.publish(options.readers, log_line); !error.empty()) {
         return fail(error);
     }
@@ -200,6 +235,9 @@ int main(int argc, char **argv) {
         int exit_code = EXIT_SUCCESS;
         if (!parse_options(argc, argv, options, exit_code)) {
             return exit_code;
+        }
+        if (options.list_audio_devices) {
+            return list_audio_devices();
         }
         // The process that reads standard output may have ended.
         std::signal(SIGPIPE, SIG_IGN);

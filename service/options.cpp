@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
+#include <map>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -91,6 +92,67 @@ std::string check_lists(const std::vector<std::string> &music,
     return "";
 }
 
+// NAME is for every player, PLAYER=NAME for one. Names of devices may have a `=` as well, but not
+// before a slash.
+std::string read_devices(const std::vector<std::string> &given, Options &options) {
+    for (const std::string &each : given) {
+        const size_t equals = each.find_first_of("/=");
+        const bool for_one = equals != std::string::npos && each[equals] == '=';
+        const std::string player = for_one ? each.substr(0, equals) : "";
+        const std::string device = for_one ? each.substr(equals + 1) : each;
+        const auto &players = options.players;
+        if (for_one && std::find(players.begin(), players.end(), player) == players.end()) {
+            return fmt::format("--audio-device: '{}' is for a player that is not hosted", each);
+        }
+        if (device.empty() || !printable(device)) {
+            return fmt::format("--audio-device: '{}' names no device", each);
+        }
+        if (!options.audio_devices.emplace(player, device).second) {
+            return fmt::format("--audio-device: '{}' is a second one for the same players", each);
+        }
+    }
+    return "";
+}
+
+// One word of a few. The validator's text is printed after the option's name.
+template <typename Value>
+auto one_of(const std::map<std::string, Value> &words) {
+    return [words](const std::string &word) -> std::string {
+        return words.contains(word) ? "" : fmt::format("'{}' is none of its values", word);
+    };
+}
+
+const std::map<std::string, Audio> audio_words = {
+    {"auto", Audio::automatic}, {"mpv", Audio::mpv}, {"clock", Audio::clock}};
+const std::map<std::string, std::string> replaygain_words = {
+    {"track", "track"}, {"album", "album"}, {"off", "no"}};
+
+// What the options of sound are given.
+struct AudioTexts {
+    std::string audio = "auto";
+    std::string replaygain = "off";
+    std::vector<std::string> devices;
+};
+
+void add_audio_options(CLI::App &app, AudioTexts &texts, bool &list_devices) {
+    app.add_option("--audio", texts.audio,
+                   "mpv, clock (nothing is heard), or auto: mpv where an output opens, else clock "
+                   "(default: auto)")
+        ->type_name("HOW")
+        ->check(one_of(audio_words));
+    app.add_option("--audio-device", texts.devices,
+                   "Output, as --list-audio-devices names it, of all players or of one; 'null' "
+                   "plays to nobody, 'pcm/FILE' writes a WAV file; may be given several times")
+        ->type_name("[PLAYER=]NAME")
+        ->allow_extra_args(false);
+    app.add_option("--replaygain", texts.replaygain,
+                   "Loudness as the files state it: track, album or off (default: off)")
+        ->type_name("HOW")
+        ->check(one_of(replaygain_words));
+    app.add_flag("--list-audio-devices", list_devices,
+                 "Prints the outputs that there are, and ends");
+}
+
 // Under permission bits, those users may follow who may connect, which takes reading and writing.
 // Under capabilities, the owner may and, if one is named, a group: a file knows no capabilities.
 object_readers readers_of(const std::string &perms, const std::string &uid, const std::string &gid,
@@ -133,6 +195,7 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
     std::string uid;
     std::string gid;
     std::string threads;
+    AudioTexts audio;
     app.set_version_flag("--version", "vantrod " VANTRO_VERSION);
     app.add_option("--music", options.music, "Directory of music; may be given several times")
         ->type_name("DIR")
@@ -167,6 +230,7 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
                                options.threads))
         ->type_name("N")
         ->check(check_threads);
+    add_audio_options(app, audio, options.list_audio_devices);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &success) {
@@ -182,6 +246,11 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
     if (options.players.empty()) {
         options.players.emplace_back("main");
     }
+    if (const std::string error = read_devices(audio.devices, options); !error.empty()) {
+        return refuse(error, exit_code);
+    }
+    options.audio = audio_words.at(audio.audio);
+    options.replaygain = replaygain_words.at(audio.replaygain);
     if (!threads.empty()) {
         read_number(threads, 10, 1, threads_max, options.threads);
     }

@@ -2,6 +2,7 @@
 #ifndef VANTRO_SERVICE_OPTIONS_H
 #define VANTRO_SERVICE_OPTIONS_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@ inline constexpr size_t music_max = 32;
 
 inline constexpr int threads_max = 64;
 
+enum class Audio { automatic, mpv, clock };
+
 struct Options {
     std::vector<std::string> music;
     std::string state; // "" for the default place
@@ -27,6 +30,12 @@ struct Options {
     // Who may follow the players: those who may connect, as far as a file can say it.
     object_readers readers = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0444};
     int threads = 4;
+
+    Audio audio = Audio::automatic;
+    // By the player's name; "" for every other player. As MpvOptions::device.
+    std::map<std::string, std::string> audio_devices;
+    std::string replaygain = "no"; // as mpv has it
+    bool list_audio_devices = false;
 };
 
 // Reads the command line. Returns true to go on; otherwise the program ends with `exit_code`, and

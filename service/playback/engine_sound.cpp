@@ -103,7 +103,8 @@ void Engine::reached(uint64_t cue, int64_t position_us) {
         return;
     }
     changes_.reserve(changes_.size() + notes_max);
-    place_at(position_us, now);
+    base_ = position_us; // and the next tick comes when it was to come
+    base_time_ = now;
     note(Change::position, now);
 }
 

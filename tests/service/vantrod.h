@@ -94,6 +94,9 @@ class Vantrod : public test::RuntimeDirectory {
     void start(const std::vector<std::string> &arguments) {
         std::vector<std::string> words = {VANTROD};
         words.insert(words.end(), arguments.begin(), arguments.end());
+        if (std::find(words.begin(), words.end(), "--audio") == words.end()) {
+            words.insert(words.end(), {"--audio", "clock"});
+        }
         service.emplace(words);
     }
     // The next line that the service itself prints; its log is between them.

@@ -155,6 +155,10 @@ TEST_F(Vantrod, RefusesBadOptionsByNameAndValue) {
         {{"--require", "'net,,audio'"}, 2},
         {{"--require", "net", "--perms", "0"}, 2},
         {{"--loud"}, 2},
+        {{"--audio", "'loud'"}, 2},
+        {{"--replaygain", "'disc'"}, 2},
+        {{"--audio-device", "'den=null'"}, 2}, // no such player
+        {{"--audio-device", "null", "--audio-device", "'pcm/a=b'"}, 2},
         {{"--music", "'/nowhere/at/all'"}, 1},
         {{"--music", path_, "--music", "'" + path_ + "/.'"}, 1},
         {{"--state", "'/dev/null/state'"}, 1},
@@ -169,7 +173,8 @@ TEST_F(Vantrod, RefusesBadOptionsByNameAndValue) {
         start(arguments);
         const std::string line = told();
         for (const std::string &word : row.arguments) {
-            EXPECT_TRUE(line.find(word) != std::string::npos || word == "net" || word == "0")
+            EXPECT_TRUE(line.find(word) != std::string::npos || word == "net" || word == "0" ||
+                        word == "null")
                 << line;
         }
         EXPECT_EQ(service->wait(), row.exit_code) << line;

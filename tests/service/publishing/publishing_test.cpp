@@ -163,7 +163,7 @@ class Publishing : public test::RuntimeDirectory {
         return path_ + "/music/" + title + ".flac";
     }
     void start(const char *line) {
-        service.emplace(Words{VANTROD, "--music", path_ + "/music"});
+        service.emplace(Words{VANTROD, "--music", path_ + "/music", "--audio", "clock"});
         for (std::string said = "-"; said.find(line) == said.npos; said = service->line()) {
             ASSERT_NE(said, "");
         }

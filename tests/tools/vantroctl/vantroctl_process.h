@@ -46,7 +46,7 @@ class Vantroctl : public test::RuntimeDirectory {
 
     // Returns once its music is read.
     void start_vantrod(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), VANTROD);
+        arguments.insert(arguments.begin(), {VANTROD, "--audio", "clock"});
         vantrod_ = std::make_unique<test::Process>(arguments);
         std::string line = vantrod_->line();
         while (!line.empty() && line.find("vantrod: scanned") != 0) {

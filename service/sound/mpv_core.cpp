@@ -1,0 +1,200 @@
+#include "service/sound/mpv_core.h"
+
+#include <cstring>
+
+#include <fmt/format.h>
+
+namespace vantro::service::sound {
+
+namespace {
+
+constexpr const char *pcm = "pcm/";
+
+constexpr std::pair<const char *, const char *> fixed_options[] = {
+    // Nothing from outside.
+    {"config", "no"},
+    {"load-scripts", "no"},
+    {"ytdl", "no"},
+    {"osc", "no"},
+    {"terminal", "no"},
+    {"input-default-bindings", "no"},
+    {"access-references", "no"}, // a file that names others, or addresses, leads nowhere
+    {"autoload-files", "no"},
+    {"demuxer", "lavf"}, // no playlists, no disks
+    // Sound alone.
+    {"vid", "no"},
+    {"sid", "no"},
+    {"audio-display", "no"},
+    {"audio-fallback-to-null", "no"}, // an output that cannot be opened is to be told
+    // Without gaps.
+    {"idle", "yes"},
+    {"gapless-audio", "yes"},
+    {"prefetch-playlist", "yes"},
+    {"cache", "no"},
+    {"hr-seek", "yes"},
+    {"audio-pitch-correction", "yes"},
+};
+
+} // namespace
+
+std::unique_ptr<MpvCore> MpvCore::make(const MpvOptions &options, MpvFiles *files,
+                                       const std::string &client, std::string &why) {
+    const MpvLibrary *const mpv = mpv_library(why);
+    mpv_handle *const handle = mpv ? mpv->create() : nullptr;
+    if (!handle) {
+        why = why.empty() ? "mpv cannot be started" : why;
+        return nullptr;
+    }
+    std::unique_ptr<MpvCore> core(new MpvCore(*mpv, handle));
+    // An option that a build of mpv does not have belongs to something else that it does not have.
+    for (const auto &[name, value] : fixed_options) {
+        mpv->set_option_string(handle, name, value);
+    }
+    mpv->set_option_string(handle, "replaygain", options.replaygain.c_str());
+    mpv->set_option_string(handle, "audio-client-name", client.c_str());
+    if (options.device == "null") {
+        mpv->set_option_string(handle, "ao", "null");
+    } else if (options.device.rfind(pcm, 0) == 0) {
+        mpv->set_option_string(handle, "ao", "pcm");
+        mpv->set_option_string(handle, "ao-pcm-file", options.device.c_str() + std::strlen(pcm));
+    } else if (!options.device.empty()) {
+        mpv->set_option_string(handle, "audio-device", options.device.c_str());
+    }
+    if (const int error = mpv->initialize(handle); error < 0) {
+        why = mpv->error_string(error);
+        return nullptr;
+    }
+    if (files) {
+        files->serve(*mpv, handle);
+    }
+    mpv->request_log_messages(handle, "error");
+    // Without a value: told at every change, however short.
+    mpv->observe_property(handle, 0, "idle-active", MPV_FORMAT_NONE);
+    return core;
+}
+
+// By names, since the order of the arguments is not the same in every release.
+int64_t MpvCore::load_file(int64_t song, const char *how, int64_t position_us) {
+    const auto text = [](std::string &value) {
+        mpv_node node = {};
+        node.format = MPV_FORMAT_STRING;
+        node.u.string = value.data();
+        return node;
+    };
+    std::string command = "loadfile";
+    std::string url = MpvFiles::name_of(song);
+    std::string flags = how;
+    std::string start = fmt::format("{:.6f}", static_cast<double>(position_us) / 1e6);
+
+    std::string start_key = "start";
+    mpv_node start_value = text(start);
+    char *start_keys[] = {start_key.data()};
+    mpv_node_list file_options = {1, &start_value, start_keys};
+    mpv_node options_node = {};
+    options_node.format = MPV_FORMAT_NODE_MAP;
+    options_node.u.list = &file_options;
+
+    std::string keys[] = {"name", "url", "flags", "options"};
+    char *key_texts[] = {keys[0].data(), keys[1].data(), keys[2].data(), keys[3].data()};
+    mpv_node values[] = {text(command), text(url), text(flags), options_node};
+    mpv_node_list arguments = {position_us > 0 ? 4 : 3, values, key_texts};
+    mpv_node whole = {};
+    whole.format = MPV_FORMAT_NODE_MAP;
+    whole.u.list = &arguments;
+
+    mpv_node result = {};
+    if (mpv_.command_node(core_, &whole, &result) < 0) {
+        return 0;
+    }
+    int64_t entry = 0;
+    if (result.format == MPV_FORMAT_NODE_MAP) {
+        for (int i = 0; i < result.u.list->num; ++i) {
+            if (std::strcmp(result.u.list->keys[i], "playlist_entry_id") == 0) {
+                entry = result.u.list->values[i].u.int64;
+            }
+        }
+    }
+    mpv_.free_node_contents(&result);
+    return entry;
+}
+
+int64_t MpvCore::load(int64_t song, int64_t position_us) {
+    return load_file(song, "replace", position_us);
+}
+
+int64_t MpvCore::append(int64_t song) {
+    forget_following();
+    return load_file(song, "append", 0);
+}
+
+void MpvCore::forget_following() {
+    const char *command[] = {"playlist-clear", nullptr};
+    mpv_.command(core_, command);
+}
+
+void MpvCore::stop() {
+    const char *command[] = {"stop", nullptr};
+    mpv_.command(core_, command);
+}
+
+bool MpvCore::seek(int64_t position_us) {
+    const std::string where = fmt::format("{:.6f}", static_cast<double>(position_us) / 1e6);
+    const char *command[] = {"seek", where.c_str(), "absolute+exact", nullptr};
+    return mpv_.command(core_, command) >= 0;
+}
+
+void MpvCore::set_flag(const char *property, bool value) {
+    int flag = value ? 1 : 0;
+    mpv_.set_property(core_, property, MPV_FORMAT_FLAG, &flag);
+}
+
+void MpvCore::set_number(const char *property, double value) {
+    mpv_.set_property(core_, property, MPV_FORMAT_DOUBLE, &value);
+}
+
+bool MpvCore::flag(const char *property) const {
+    int flag = 0;
+    return mpv_.get_property(core_, property, MPV_FORMAT_FLAG, &flag) >= 0 && flag != 0;
+}
+
+bool MpvCore::has_output() const {
+    mpv_node name = {};
+    if (mpv_.get_property(core_, "current-ao", MPV_FORMAT_NODE, &name) < 0) {
+        return false;
+    }
+    mpv_.free_node_contents(&name);
+    return true;
+}
+
+std::optional<int64_t> MpvCore::position_us() const {
+    double seconds = 0;
+    if (mpv_.get_property(core_, "time-pos", MPV_FORMAT_DOUBLE, &seconds) < 0) {
+        return std::nullopt;
+    }
+    return static_cast<int64_t>(seconds * 1e6);
+}
+
+Devices MpvCore::devices() const {
+    Devices found;
+    mpv_node list = {};
+    if (mpv_.get_property(core_, "audio-device-list", MPV_FORMAT_NODE, &list) < 0) {
+        return found;
+    }
+    for (int i = 0; list.format == MPV_FORMAT_NODE_ARRAY && i < list.u.list->num; ++i) {
+        const mpv_node &device = list.u.list->values[i];
+        auto &[name, description] = found.emplace_back();
+        for (int k = 0; device.format == MPV_FORMAT_NODE_MAP && k < device.u.list->num; ++k) {
+            const std::string key = device.u.list->keys[k];
+            (key == "name" ? name : description) = device.u.list->values[k].u.string;
+        }
+    }
+    mpv_.free_node_contents(&list);
+    return found;
+}
+
+std::optional<Devices> mpv_devices(std::string &why) {
+    const auto core = MpvCore::make({}, nullptr, "vantrod", why);
+    return core ? std::optional(core->devices()) : std::nullopt;
+}
+
+} // namespace vantro::service::sound

@@ -1,0 +1,76 @@
+// One mpv, for sound alone: nothing of the user's configuration, no scripts, no network, no video.
+#ifndef VANTRO_SERVICE_SOUND_MPV_CORE_H
+#define VANTRO_SERVICE_SOUND_MPV_CORE_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "service/sound/mpv_files.h"
+#include "service/sound/mpv_library.h"
+
+namespace vantro::service::sound {
+
+// Outputs, each with what it is.
+using Devices = std::vector<std::pair<std::string, std::string>>;
+
+struct MpvOptions {
+    // As mpv names outputs; `null` for one that plays to nobody, `pcm/FILE` for one that writes a
+    // WAV file as fast as it can; "" for mpv's choice.
+    std::string device;
+    std::string replaygain = "no"; // as mpv has it: track, album, no
+};
+
+class MpvCore {
+  public:
+    // Returns null, and why, where there is none to be had. Borrows the files; without them it
+    // plays nothing. `client` names it among the programs that use an output.
+    static std::unique_ptr<MpvCore> make(const MpvOptions &options, MpvFiles *files,
+                                         const std::string &client, std::string &why);
+    ~MpvCore() { mpv_.terminate_destroy(core_); }
+    MpvCore(const MpvCore &) = delete;
+    MpvCore &operator=(const MpvCore &) = delete;
+
+    // Plays a song in place of all others, from there. Returns the number by which mpv's events
+    // name it, 0 where it is refused.
+    int64_t load(int64_t song, int64_t position_us);
+    // Plays it after the current one, in place of what was to follow.
+    int64_t append(int64_t song);
+    void forget_following();
+    void stop();
+    // False where mpv refuses.
+    bool seek(int64_t position_us);
+    void set_flag(const char *property, bool value);
+    void set_number(const char *property, double value);
+    bool flag(const char *property) const;
+    // Whether an output is open.
+    bool has_output() const;
+    // Of what is heard: below 0 while the end of the song before it still is.
+    std::optional<int64_t> position_us() const;
+
+    // The next event; MPV_EVENT_NONE after that time, or after wake(). Below 0: without limit.
+    const mpv_event &wait(double seconds) { return *mpv_.wait_event(core_, seconds); }
+    // Any thread.
+    void wake() { mpv_.wakeup(core_); }
+
+    const char *text_of(int error) const { return mpv_.error_string(error); }
+
+    Devices devices() const;
+
+  private:
+    MpvCore(const MpvLibrary &mpv, mpv_handle *core) : mpv_(mpv), core_(core) {}
+    int64_t load_file(int64_t song, const char *how, int64_t position_us);
+
+    const MpvLibrary &mpv_;
+    mpv_handle *const core_;
+};
+
+// The outputs that there are now; nothing, and why, without mpv.
+std::optional<Devices> mpv_devices(std::string &why);
+
+} // namespace vantro::service::sound
+
+#endif

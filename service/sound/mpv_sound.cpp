@@ -1,0 +1,307 @@
+#include "service/sound/mpv_sound.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include <vantro/catalogue.h>
+
+namespace vantro::service::sound {
+
+namespace {
+
+constexpr double without_limit = -1;
+
+// Positions are reported in steps of the output's buffer. This near to its start a track has
+// started.
+constexpr int64_t near_enough_us = 2000;
+
+} // namespace
+
+MpvSound::~MpvSound() {
+    {
+        const MutexLock guard(mutex_);
+        stop_ = true;
+        if (core_) {
+            core_->wake();
+        }
+    }
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void MpvSound::look() noexcept {
+    try {
+        const MutexLock guard(mutex_);
+        looked_ = true;
+        if (core_) {
+            core_->wake();
+        }
+        if (running_ || over_ || stop_ || !listener_.wanted().playing) {
+            return;
+        }
+        if (thread_.joinable()) {
+            thread_.join(); // it has nothing left to do
+        }
+        thread_ = std::thread([this] { run(); });
+        running_ = true;
+    } catch (const std::exception &) {
+        // No thread is to be had. The next look tries again; one comes with every command.
+    }
+}
+
+void MpvSound::run() {
+    for (;;) {
+        {
+            const MutexLock guard(mutex_);
+            looked_ = false;
+        }
+        if (listener_.wanted().playing && make_core()) {
+            play_until_stopped();
+            return;
+        }
+        const MutexLock guard(mutex_);
+        if (stop_ || over_ || !looked_) {
+            running_ = false;
+            return;
+        }
+    }
+}
+
+bool MpvSound::make_core() {
+    std::string why;
+    own_core_ = MpvCore::make(options_, &files_, client_, why);
+    if (!own_core_) {
+        output_failed(why);
+        return false;
+    }
+    const MutexLock guard(mutex_);
+    core_ = own_core_.get();
+    return true;
+}
+
+void MpvSound::play_until_stopped() {
+    double seconds = 0;
+    for (;;) {
+        take(own_core_->wait(seconds));
+        for (const mpv_event *event = &own_core_->wait(0); event->event_id != MPV_EVENT_NONE;
+             event = &own_core_->wait(0)) {
+            take(*event);
+        }
+        {
+            const MutexLock guard(mutex_);
+            if (stop_ || over_) {
+                core_ = nullptr;
+                break;
+            }
+        }
+        seconds = round().value_or(without_limit);
+    }
+    own_core_.reset();
+}
+
+// Returns when the next round is due, if not at the next event.
+std::optional<double> MpvSound::round() {
+    report_end_when_idle();
+    const Wanted wanted = listener_.wanted();
+    apply(wanted);
+    return report_progress(wanted);
+}
+
+void MpvSound::take(const mpv_event &event) {
+    switch (event.event_id) {
+    case MPV_EVENT_START_FILE:
+        entry_begins(static_cast<mpv_event_start_file *>(event.data)->playlist_entry_id);
+        break;
+    case MPV_EVENT_FILE_LOADED:
+        current_.loaded = current_.open;
+        break;
+    case MPV_EVENT_SEEK:
+        seeking_ = false;
+        break;
+    case MPV_EVENT_PLAYBACK_RESTART:
+        // mpv says it also where the output has just failed, before it says that.
+        if (current_.open && own_core_->has_output()) {
+            current_.played = true;
+            current_.placed = !seeking_;
+            ever_heard_ = true;
+        }
+        break;
+    case MPV_EVENT_END_FILE:
+        entry_ends(*static_cast<mpv_event_end_file *>(event.data));
+        break;
+    case MPV_EVENT_LOG_MESSAGE: {
+        const auto &message = *static_cast<mpv_event_log_message *>(event.data);
+        if (std::strncmp(message.prefix, "ao", 2) == 0) {
+            output_error_ = std::string(message.text, std::strcspn(message.text, "\n"));
+        }
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+void MpvSound::entry_begins(int64_t number) {
+    if (number == following_.number) {
+        current_ = std::exchange(following_, {});
+    }
+    current_.open = number == current_.number;
+}
+
+void MpvSound::entry_ends(const mpv_event_end_file &end) {
+    if (end.playlist_entry_id != current_.number || end.reason == MPV_END_FILE_REASON_STOP) {
+        return;
+    }
+    current_.open = false;
+    if (end.reason == MPV_END_FILE_REASON_ERROR && end.error == MPV_ERROR_AO_INIT_FAILED) {
+        own_core_->stop(); // else the next entry would be tried
+        forget_all();
+        output_failed(output_error_.empty() ? own_core_->text_of(end.error) : output_error_);
+        return;
+    }
+    failure_ = files_.error_of(current_.cue.song);
+    const bool silent = !current_.played && current_.cue.position_us == 0;
+    if (failure_ == 0 && (end.reason != MPV_END_FILE_REASON_EOF || silent)) {
+        failure_ = VANTRO_ERROR_DAMAGED;
+    }
+    if (failure_ == 0) {
+        ending_ = current_.cue.number;
+    } else if (following_.number != 0) {
+        // mpv goes on with what follows, and so does the listener.
+        failed_ = current_.cue.number;
+        listener_.failed(current_.cue.number, std::exchange(failure_, 0));
+    }
+}
+
+// Nothing follows, and the last of what was played has been heard.
+void MpvSound::report_end_when_idle() {
+    if (current_.number == 0 || current_.open || following_.number != 0 ||
+        (ending_ == 0 && failure_ == 0) || !own_core_->flag("idle-active")) {
+        return;
+    }
+    const uint64_t cue = failure_ != 0 ? current_.cue.number : ending_;
+    const int32_t failure = failure_;
+    forget_all();
+    if (failure != 0) {
+        failed_ = cue;
+        listener_.failed(cue, failure);
+    } else {
+        listener_.ended(cue);
+    }
+}
+
+void MpvSound::forget_all() {
+    current_ = {};
+    following_ = {};
+    ending_ = 0;
+    failure_ = 0;
+    seeking_ = false;
+}
+
+void MpvSound::apply(const Wanted &wanted) {
+    if (std::exchange(rate_, wanted.rate) != wanted.rate) {
+        own_core_->set_number("speed", static_cast<double>(wanted.rate));
+    }
+    if (std::exchange(held_, !wanted.playing) == wanted.playing) {
+        own_core_->set_flag("pause", !wanted.playing);
+    }
+    if (wanted.now.number == 0) {
+        if (current_.number != 0) {
+            own_core_->stop();
+            forget_all();
+        }
+        return;
+    }
+    if (output_bad_ && !wanted.playing) {
+        return;
+    }
+    output_bad_ = false;
+    if (wanted.now.number == ending_) {
+        // What mpv went on with may not be what is to follow any more.
+        if (current_.number != 0 && current_.cue.number != ending_ &&
+            current_.cue.number != wanted.next.number) {
+            listener_.ended(ending_);
+        }
+        return;
+    }
+    if (wanted.now.number != current_.cue.number) {
+        if (wanted.now.number == failed_ && !wanted.playing) {
+            return;
+        }
+        place(wanted.now);
+    }
+    if (wanted.next.number != following_.cue.number) {
+        following_ = {};
+        if (wanted.next.number == 0) {
+            own_core_->forget_following();
+        } else {
+            files_.forget(wanted.next.song);
+            following_.cue = wanted.next;
+            following_.number = own_core_->append(wanted.next.song);
+        }
+    }
+}
+
+// Makes mpv play from there.
+void MpvSound::place(const Cue &cue) {
+    ending_ = 0;
+    failure_ = 0;
+    if (current_.open && current_.loaded && current_.cue.song == cue.song) {
+        seeking_ = true;
+        if (own_core_->seek(cue.position_us)) {
+            current_.cue = cue;
+            current_.placed = false;
+            current_.reported = false;
+            return;
+        }
+    }
+    forget_all();
+    files_.forget(cue.song);
+    current_.cue = cue;
+    current_.number = own_core_->load(cue.song, cue.position_us);
+    if (current_.number == 0) { // there is no memory for it
+        failed_ = cue.number;
+        listener_.failed(cue.number, VANTRO_ERROR_UNREADABLE);
+    }
+}
+
+// Returns in how many seconds what follows will have started, if that is near.
+std::optional<double> MpvSound::report_progress(const Wanted &wanted) {
+    if (!current_.open || !current_.placed) {
+        return std::nullopt;
+    }
+    const int64_t position = own_core_->position_us().value_or(current_.cue.position_us);
+    if (current_.reported) {
+        if (current_.cue.number == wanted.now.number) {
+            listener_.reached(current_.cue.number, position);
+        }
+        return std::nullopt;
+    }
+    if (position < -near_enough_us) {
+        const double left = static_cast<double>(-position) / 1e6 / static_cast<double>(rate_);
+        return wanted.playing ? std::optional(left) : std::nullopt;
+    }
+    ending_ = 0;
+    current_.reported = true;
+    listener_.started(current_.cue.number, std::max<int64_t>(position, 0));
+    return 0; // what follows now is to be asked for
+}
+
+// Tells that no output can be used; with it the sound may be over.
+void MpvSound::output_failed(const std::string &why) {
+    if (or_clock_ && !ever_heard_) {
+        {
+            const MutexLock guard(mutex_);
+            over_ = true;
+        }
+        listener_.no_output(why);
+        return;
+    }
+    output_bad_ = true;
+    listener_.output_lost(why);
+}
+
+} // namespace vantro::service::sound

@@ -1,0 +1,97 @@
+// Sound by libmpv: one core a player, made when the player first plays.
+//
+// A thread of its own makes the core, and it alone calls it and waits for it. In each round it
+// takes every event that there is, asks the listener what is wanted, and makes it so; so what mpv
+// reports and what it is told cannot cross. No lock is held while mpv or the listener is called by
+// it.
+//
+// mpv has two entries at most: what is played, and what follows. When it goes from one to the other
+// the last of the first is still in the output's buffer, so the start of the second is reported
+// when its position reaches 0, and an end with nothing after it when mpv becomes idle.
+//
+// While nothing plays the thread sleeps without a timer.
+#ifndef VANTRO_SERVICE_SOUND_MPV_SOUND_H
+#define VANTRO_SERVICE_SOUND_MPV_SOUND_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "common/locks.h"
+#include "service/sound/mpv_core.h"
+#include "service/sound/mpv_files.h"
+#include "service/sound/sound.h"
+
+namespace vantro::service::sound {
+
+class MpvSound : public Sound {
+  public:
+    // Borrows the listener. `client` names the player among the programs that use an output. With
+    // `or_clock` the first output that cannot be opened ends the sound (Listener::no_output).
+    MpvSound(Listener &listener, std::string client, MpvOptions options, bool or_clock)
+        : listener_(listener), client_(std::move(client)), options_(std::move(options)),
+          or_clock_(or_clock), files_(listener) {}
+    ~MpvSound() override;
+
+    void look() noexcept override;
+
+  private:
+    // One of mpv's entries.
+    struct Entry {
+        Cue cue;
+        int64_t number = 0;    // mpv's; 0: there is none
+        bool open = false;     // mpv is at it
+        bool loaded = false;   // it can be sought in
+        bool played = false;   // something of it was heard, or held
+        bool placed = false;   // mpv is where the cue says
+        bool reported = false; // as started
+    };
+
+    void run();
+    bool make_core();
+    void play_until_stopped();
+    std::optional<double> round();
+    void take(const mpv_event &event);
+    void entry_begins(int64_t number);
+    void entry_ends(const mpv_event_end_file &end);
+    void apply(const Wanted &wanted);
+    void place(const Cue &cue);
+    void forget_all();
+    void report_end_when_idle();
+    std::optional<double> report_progress(const Wanted &wanted);
+    void output_failed(const std::string &why);
+
+    Listener &listener_;
+    const std::string client_;
+    const MpvOptions options_;
+    const bool or_clock_;
+    MpvFiles files_;
+    std::unique_ptr<MpvCore> own_core_; // the thread's
+
+    // The thread's too:
+    Entry current_;
+    Entry following_;
+    uint64_t ending_ = 0; // cue whose last is heard
+    int32_t failure_ = 0; // VANTRO_ERROR_* of the current entry, not yet reported
+    uint64_t failed_ = 0; // cue that failed last: held, it is not tried again
+    bool seeking_ = false;
+    bool output_bad_ = false; // and not tried again yet
+    bool ever_heard_ = false;
+    std::string output_error_; // what mpv said of an output last
+    bool held_ = false;
+    float rate_ = 0;
+
+    Mutex mutex_;
+    MpvCore *core_ GUARDED_BY(mutex_) = nullptr;
+    bool running_ GUARDED_BY(mutex_) = false; // there is a thread, and it will look again
+    bool looked_ GUARDED_BY(mutex_) = false;
+    bool stop_ GUARDED_BY(mutex_) = false;
+    bool over_ GUARDED_BY(mutex_) = false; // the clock has taken its place
+    std::thread thread_;                   // started with the lock held
+};
+
+} // namespace vantro::service::sound
+
+#endif

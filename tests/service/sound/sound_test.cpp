@@ -1,0 +1,217 @@
+// What is heard, told by the samples that mpv puts out, and that the player follows it.
+#include <chrono>
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+
+#include "tests/service/vantrod.h"
+
+#include <vantro/events.h>
+
+namespace vantro::service {
+
+namespace {
+
+using Samples = std::vector<int16_t>;
+
+constexpr int rate = 8000;
+
+// No two of the same length and number have a stretch in common.
+Samples tone(int ms, int number) {
+    Samples samples;
+    for (int i = 0; i < ms * rate / 1000; ++i) {
+        samples.push_back(static_cast<int16_t>(i * (7 + 2 * number) % 20000 - 10000));
+    }
+    return samples;
+}
+
+Samples cut(const Samples &samples, size_t from, size_t to = SIZE_MAX) {
+    return {samples.begin() + static_cast<std::ptrdiff_t>(from),
+            samples.begin() + static_cast<std::ptrdiff_t>(std::min(to, samples.size()))};
+}
+
+Samples operator+(Samples left, const Samples &right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+std::string wav(const Samples &samples) {
+    const auto size = static_cast<uint32_t>(samples.size() * sizeof(int16_t));
+    return "RIFF" + bytes(size + 36) + "WAVEfmt " +
+           bytes(16, uint16_t{1}, uint16_t{1}, rate, rate * 2, uint16_t{2}, uint16_t{16}) + "data" +
+           bytes(size) + std::string(reinterpret_cast<const char *>(samples.data()), size);
+}
+
+// FLAC whose header says that it holds two seconds, and that holds none.
+std::string flac_without_sound() {
+    std::string info = bytes(uint16_t{16}, uint16_t{16}) + std::string(6, '\0') +
+                       std::string("\x01\xF4\x00\xF0\x00\x00\x3E\x80", 8) + std::string(16, '\0');
+    info[0] = info[2] = 0x10; // blocks of 4096
+    info[1] = info[3] = 0;
+    return std::string("fLaC\x80\x00\x00\x22", 8) + info + std::string(5000, 'x');
+}
+
+class Sound : public Vantrod {
+  protected:
+    void SetUp() override {
+        Vantrod::SetUp();
+        std::filesystem::create_directory(music_ = path_ + "/music");
+    }
+    void TearDown() override {
+        if (player_) {
+            vantro_disconnect(player_);
+        }
+        Vantrod::TearDown();
+    }
+    void write(const std::string &file, const std::string &bytes) {
+        test::write_file(music_ / file, bytes);
+    }
+    // Returns once all files are loaded as a session, which is held.
+    void load(const std::string &device, const std::string &audio = "mpv") {
+        start({"--music", music_, "--audio", audio, "--audio-device", device});
+        while (told().rfind("vantrod: scanned", 0) != 0) {
+            ASSERT_FALSE(service->ended());
+        }
+        player_ = vantro_connect();
+        ASSERT_EQ(vantro_open(player_, "main"), 0);
+        const Client client;
+        ASSERT_EQ(client.result(open_main), 0);
+        tsid_ = id_in(client.ask(create(1, "folders", 0, VANTRO_TRKSESSION_LOAD)));
+        until([](const VantroEvent &event) { return event.type == VANTRO_EVENT_TRACK; });
+    }
+    void load_pcm() { load("pcm/" + path_ + "/out.wav"); }
+
+    // Gets events up to one that is wanted, and notes errors and starts of tracks: "E3", "T1".
+    template <typename Wanted>
+    std::string until(const Wanted &wanted) {
+        std::string seen;
+        for (;;) {
+            const VantroEvent *event = vantro_event_get(player_);
+            if (!event) {
+                return seen + "gone";
+            }
+            if (event->object_name == nullptr && event->type == VANTRO_EVENT_NONE) {
+                vantro_event_wait(player_);
+                continue;
+            }
+            if (event->type == VANTRO_EVENT_ERROR) {
+                seen += "E" + std::to_string(event->details.error.code);
+            } else if (event->type == VANTRO_EVENT_TRACK) {
+                seen += "T" + std::to_string(event->details.track.index);
+            }
+            if (wanted(*event)) {
+                return seen;
+            }
+        }
+    }
+    std::string until_state(int32_t state) {
+        return until([state](const VantroEvent &event) {
+            return event.type == VANTRO_EVENT_STATE && event.state == state;
+        });
+    }
+
+    // Ends the service, which completes the file that it wrote.
+    Samples heard() {
+        service->kill(SIGTERM);
+        EXPECT_EQ(service->wait(), 0);
+        std::ifstream file(path_ + "/out.wav", std::ios::binary);
+        const std::string whole{std::istreambuf_iterator<char>(file), {}};
+        const size_t data = whole.find("data");
+        if (data == whole.npos) {
+            return {};
+        }
+        Samples samples((whole.size() - data - 8) / sizeof(int16_t));
+        std::memcpy(samples.data(), whole.data() + data + 8, samples.size() * sizeof(int16_t));
+        return samples;
+    }
+
+    std::filesystem::path music_;
+    VantroHandle *player_ = nullptr;
+    uint64_t tsid_ = 0;
+};
+
+TEST_F(Sound, TracksFollowEachOtherWithoutALostOrAddedSample) {
+    write("1.wav", wav(tone(700, 1)));
+    write("2.wav", wav(tone(300, 2)));
+    write("3.wav", wav(tone(511, 3)));
+    load_pcm();
+    ASSERT_EQ(vantro_play(player_), 0);
+    EXPECT_EQ(until_state(VANTRO_STATE_STOPPED), "T1T2");
+    EXPECT_EQ(heard(), tone(700, 1) + tone(300, 2) + tone(511, 3));
+}
+
+TEST_F(Sound, BeginsWhereItWasSought) {
+    write("1.wav", wav(tone(700, 1)));
+    write("2.wav", wav(tone(300, 2)));
+    load_pcm();
+    ASSERT_EQ(vantro_next(player_), 0);
+    ASSERT_EQ(vantro_seek(player_, 123), 0);
+    ASSERT_EQ(vantro_play(player_), 0);
+    EXPECT_EQ(until_state(VANTRO_STATE_STOPPED), "T1");
+    EXPECT_EQ(heard(), cut(tone(300, 2), 123 * rate / 1000));
+}
+
+// Whichever notices first, mpv or the look at the file, decides what the error is.
+TEST_F(Sound, PassesOverWhatCannotBePlayed) {
+    for (const char *file : {"1.wav", "2.wav", "3.wav", "4.wav"}) {
+        write(file, wav(tone(200, 1)));
+    }
+    write("0.flac", flac_without_sound());
+    write("5.wav", wav(tone(200, 5)));
+    load_pcm();
+    write("1.wav", "");
+    write("2.wav", "a text");
+    std::filesystem::remove(music_ / "3.wav");
+    std::filesystem::resize_file(music_ / "4.wav", 44 + 1600);
+    ASSERT_EQ(vantro_play(player_), 0);
+    const std::string seen = until_state(VANTRO_STATE_STOPPED);
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), 'E'), 5) << seen;
+    EXPECT_EQ(heard(), tone(200, 5)) << seen;
+}
+
+TEST_F(Sound, AnOutputThatComesBackGoesOn) {
+    write("1.wav", wav(tone(300, 1)));
+    load("pcm/" + path_ + "/later/out.wav");
+    ASSERT_EQ(vantro_seek(player_, 100), 0);
+    ASSERT_EQ(vantro_play(player_), 0);
+    EXPECT_EQ(until_state(VANTRO_STATE_PAUSED), "E4");
+    std::filesystem::create_directory(path_ + "/later");
+    std::filesystem::create_symlink("later/out.wav", path_ + "/out.wav");
+    ASSERT_EQ(vantro_play(player_), 0);
+    EXPECT_EQ(until_state(VANTRO_STATE_STOPPED), "");
+    EXPECT_EQ(heard(), cut(tone(300, 1), 100 * rate / 1000));
+}
+
+TEST_F(Sound, TheClockTakesThePlaceOfAnOutputThatNeverWas) {
+    write("1.wav", wav(tone(300, 1)));
+    load("pcm/" + path_ + "/never/out.wav", "auto");
+    ASSERT_EQ(vantro_play(player_), 0);
+    EXPECT_EQ(until_state(VANTRO_STATE_STOPPED), "");
+    service->kill(SIGTERM);
+    EXPECT_NE(service->rest().find("nothing is heard, positions follow the clock"),
+              std::string::npos);
+}
+
+// The null output takes the time that the music lasts.
+TEST_F(Sound, PlaysInRealTimeAndIsHeld) {
+    write("1.wav", wav(tone(2500, 1)));
+    write("2.wav", wav(tone(100, 2)));
+    load("null");
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_EQ(vantro_play(player_), 0);
+    until([](const VantroEvent &event) {
+        return event.type == VANTRO_EVENT_STATUS && event.details.status.position > 900;
+    });
+    ASSERT_EQ(vantro_pause(player_), 0);
+    int32_t held = 0;
+    ASSERT_EQ(vantro_get_current_track_position(player_, &held), 0);
+    EXPECT_GT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(held - 50));
+    EXPECT_LT(held, 2500);
+    EXPECT_EQ(until_state(VANTRO_STATE_PAUSED), "");
+    ASSERT_EQ(vantro_play(player_), 0);
+    EXPECT_EQ(until_state(VANTRO_STATE_STOPPED), "T1");
+}
+
+} // namespace
+
+} // namespace vantro::service
