@@ -142,7 +142,7 @@ TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
         EXPECT_EQ(chown(squat.c_str(), stranger, stranger), 0);
         unsetenv("XDG_RUNTIME_DIR");
         test::Process service({VANTROD, "--music", path_ + "/music", "--state", state, "--perms",
-                               "660", "--gid", std::to_string(listeners)},
+                               "660", "--gid", std::to_string(listeners), "--audio", "clock"},
                               [] { become(service_user); });
         std::string said;
         while (said.find("scanned") == said.npos && !(said = service.line()).empty()) {

