@@ -4,7 +4,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
-#include <map>
+#include <iterator>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -114,18 +114,32 @@ std::string read_devices(const std::vector<std::string> &given, Options &options
     return "";
 }
 
-// One word of a few. The validator's text is printed after the option's name.
+// Words that an option can have, and what each stands for.
 template <typename Value>
-auto one_of(const std::map<std::string, Value> &words) {
-    return [words](const std::string &word) -> std::string {
-        return words.contains(word) ? "" : fmt::format("'{}' is none of its values", word);
-    };
+struct Word {
+    const char *word;
+    Value value;
+};
+
+constexpr Word<Audio> audio_words[] = {
+    {"auto", Audio::automatic}, {"mpv", Audio::mpv}, {"clock", Audio::clock}};
+constexpr Word<const char *> replaygain_words[] = {
+    {"track", "track"}, {"album", "album"}, {"off", "no"}};
+
+template <typename Words>
+auto find_word(const Words &words, const std::string &text) {
+    return std::find_if(std::begin(words), std::end(words),
+                        [&](const auto &each) { return text == each.word; });
 }
 
-const std::map<std::string, Audio> audio_words = {
-    {"auto", Audio::automatic}, {"mpv", Audio::mpv}, {"clock", Audio::clock}};
-const std::map<std::string, std::string> replaygain_words = {
-    {"track", "track"}, {"album", "album"}, {"off", "no"}};
+template <typename Words>
+auto one_of(const Words &words) {
+    return [&words](const std::string &text) -> std::string {
+        return find_word(words, text) != std::end(words)
+                   ? ""
+                   : fmt::format("'{}' is none of its values", text);
+    };
+}
 
 // What the options of sound are given.
 struct AudioTexts {
@@ -249,8 +263,8 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
     if (const std::string error = read_devices(audio.devices, options); !error.empty()) {
         return refuse(error, exit_code);
     }
-    options.audio = audio_words.at(audio.audio);
-    options.replaygain = replaygain_words.at(audio.replaygain);
+    options.audio = find_word(audio_words, audio.audio)->value;
+    options.replaygain = find_word(replaygain_words, audio.replaygain)->value;
     if (!threads.empty()) {
         read_number(threads, 10, 1, threads_max, options.threads);
     }

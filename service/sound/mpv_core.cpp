@@ -28,6 +28,7 @@ constexpr std::pair<const char *, const char *> fixed_options[] = {
     {"audio-fallback-to-null", "no"}, // an output that cannot be opened is to be told
     // Without gaps.
     {"idle", "yes"},
+    {"pause", "yes"},
     {"gapless-audio", "yes"},
     {"prefetch-playlist", "yes"},
     {"cache", "no"},

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include <vantro/catalogue.h>
@@ -12,6 +13,9 @@ namespace vantro::service::sound {
 namespace {
 
 constexpr double without_limit = -1;
+
+// After a round for which there was no memory.
+constexpr double try_again_seconds = 1;
 
 // Positions are reported in steps of the output's buffer. This near to its start a track has
 // started.
@@ -58,9 +62,13 @@ void MpvSound::run() {
             const MutexLock guard(mutex_);
             looked_ = false;
         }
-        if (listener_.wanted().playing && make_core()) {
-            play_until_stopped();
-            return;
+        try {
+            if (listener_.wanted().playing && make_core()) {
+                play_until_stopped();
+                return;
+            }
+        } catch (const std::bad_alloc &) {
+            // The next look tries again.
         }
         const MutexLock guard(mutex_);
         if (stop_ || over_ || !looked_) {
@@ -85,21 +93,29 @@ bool MpvSound::make_core() {
 void MpvSound::play_until_stopped() {
     double seconds = 0;
     for (;;) {
-        take(own_core_->wait(seconds));
-        for (const mpv_event *event = &own_core_->wait(0); event->event_id != MPV_EVENT_NONE;
-             event = &own_core_->wait(0)) {
-            take(*event);
-        }
-        {
-            const MutexLock guard(mutex_);
-            if (stop_ || over_) {
-                core_ = nullptr;
-                break;
+        try {
+            for (const mpv_event *event = &own_core_->wait(seconds);
+                 event->event_id != MPV_EVENT_NONE; event = &own_core_->wait(0)) {
+                take(*event);
             }
+            seconds = is_over() ? 0 : round().value_or(without_limit);
+        } catch (const std::bad_alloc &) {
+            seconds = try_again_seconds; // what was not reported is reported then
         }
-        seconds = round().value_or(without_limit);
+        if (is_over()) {
+            break;
+        }
+    }
+    {
+        const MutexLock guard(mutex_);
+        core_ = nullptr;
     }
     own_core_.reset();
+}
+
+bool MpvSound::is_over() {
+    const MutexLock guard(mutex_);
+    return stop_ || over_;
 }
 
 // Returns when the next round is due, if not at the next event.
@@ -182,15 +198,13 @@ void MpvSound::report_end_when_idle() {
         (ending_ == 0 && failure_ == 0) || !own_core_->flag("idle-active")) {
         return;
     }
-    const uint64_t cue = failure_ != 0 ? current_.cue.number : ending_;
-    const int32_t failure = failure_;
-    forget_all();
-    if (failure != 0) {
-        failed_ = cue;
-        listener_.failed(cue, failure);
+    if (failure_ != 0) {
+        failed_ = current_.cue.number;
+        listener_.failed(failed_, failure_);
     } else {
-        listener_.ended(cue);
+        listener_.ended(ending_);
     }
+    forget_all();
 }
 
 void MpvSound::forget_all() {
@@ -205,9 +219,23 @@ void MpvSound::apply(const Wanted &wanted) {
     if (std::exchange(rate_, wanted.rate) != wanted.rate) {
         own_core_->set_number("speed", static_cast<double>(wanted.rate));
     }
-    if (std::exchange(held_, !wanted.playing) == wanted.playing) {
-        own_core_->set_flag("pause", !wanted.playing);
+    // What is to follow is known before anything plays: an output may be faster than the music.
+    if (!wanted.playing) {
+        hold(true);
     }
+    go_to(wanted);
+    if (wanted.playing) {
+        hold(false);
+    }
+}
+
+void MpvSound::hold(bool held) {
+    if (std::exchange(held_, held) != held) {
+        own_core_->set_flag("pause", held);
+    }
+}
+
+void MpvSound::go_to(const Wanted &wanted) {
     if (wanted.now.number == 0) {
         if (current_.number != 0) {
             own_core_->stop();
@@ -284,9 +312,9 @@ std::optional<double> MpvSound::report_progress(const Wanted &wanted) {
         const double left = static_cast<double>(-position) / 1e6 / static_cast<double>(rate_);
         return wanted.playing ? std::optional(left) : std::nullopt;
     }
+    listener_.started(current_.cue.number, std::max<int64_t>(position, 0));
     ending_ = 0;
     current_.reported = true;
-    listener_.started(current_.cue.number, std::max<int64_t>(position, 0));
     return 0; // what follows now is to be asked for
 }
 

@@ -51,12 +51,15 @@ class MpvSound : public Sound {
 
     void run();
     bool make_core();
+    bool is_over();
     void play_until_stopped();
     std::optional<double> round();
     void take(const mpv_event &event);
     void entry_begins(int64_t number);
     void entry_ends(const mpv_event_end_file &end);
     void apply(const Wanted &wanted);
+    void hold(bool held);
+    void go_to(const Wanted &wanted);
     void place(const Cue &cue);
     void forget_all();
     void report_end_when_idle();
@@ -80,7 +83,7 @@ class MpvSound : public Sound {
     bool output_bad_ = false; // and not tried again yet
     bool ever_heard_ = false;
     std::string output_error_; // what mpv said of an output last
-    bool held_ = false;
+    bool held_ = true;         // as a core begins
     float rate_ = 0;
 
     Mutex mutex_;

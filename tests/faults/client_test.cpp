@@ -132,7 +132,7 @@ void Faults::SetUpTestSuite() {
     echo.emplace(serve_echo);
     EXPECT_EQ(echo->line(), "ready");
     vantrod.emplace(std::vector<std::string>{VANTROD, "--music", directory + "/music", "--player",
-                                             "main", "--player", "spare"});
+                                             "main", "--player", "spare", "--audio", "clock"});
     for (std::string line; line.find("scanned") == line.npos; line = vantrod->line()) {
         ASSERT_TRUE(vantrod->readable(20'000));
     }

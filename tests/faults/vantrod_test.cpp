@@ -65,8 +65,9 @@ class Vantrod : public test::RuntimeDirectory {
         music.erase(music.begin());
     }
     void start() {
-        service.emplace(std::vector<std::string>{VANTROD, "--music", path_ + "/music"},
-                        [&] { setenv("VANTRO_FAULTS", (path_ + "/control").c_str(), 1); });
+        service.emplace(
+            std::vector<std::string>{VANTROD, "--music", path_ + "/music", "--audio", "clock"},
+            [&] { setenv("VANTRO_FAULTS", (path_ + "/control").c_str(), 1); });
     }
     // Waits for such a line, as long as the service says something within the time.
     bool wait_for(const char *said, int ms) {
