@@ -120,15 +120,13 @@ std::string get_track(Scene &scene) {
 
 // Lists records: neither count nor block is written where it fails.
 template <typename Record>
-Row list(const char *name, int wanted, int (*call)(Handle, int *, Record **),
-         void (*release)(Record *, int)) {
+Row list(const char *name, int (*call)(Handle, int *, Record **), void (*release)(Record *, int)) {
     return {name, [=](Scene &scene) {
                 Handle player = scene.player();
                 Record *records = nullptr;
-                int count = wanted;
+                int count = 0;
                 if (scene.faulted([&] { return call(player, &count, &records); }) != 0) {
-                    return std::string(count == wanted && !records ? "failed"
-                                                                   : "failed, and wrote");
+                    return std::string(count == 0 && !records ? "failed" : "failed, and wrote");
                 }
                 std::string told = std::to_string(count);
                 for (int i = 0; i < count; ++i) {
@@ -220,21 +218,21 @@ Rows player_rows() {
         {"vantro_get_metadata", get_metadata},
         {"vantro_get_current_track_info", get_track, Way::may_abort},
         list<MediaSource>(
-            "vantro_get_media_sources", 0,
+            "vantro_get_media_sources",
             [](Handle h, int *count, MediaSource **sources) {
                 return vantro_get_media_sources(h, sources, count);
             },
             vantro_free_media_sources),
         list<MediaNode>(
-            "vantro_browse", 0,
+            "vantro_browse",
             [](auto h, auto *n, auto **to) { return vantro_browse(h, 1, "songs", 0, n, to); },
             nodes),
         list<MediaNode>(
-            "vantro_search", 0,
+            "vantro_search",
             [](auto h, auto *n, auto **to) { return vantro_search(h, 1, "", "song", 0, n, to); },
             nodes),
         list<MediaNode>(
-            "vantro_get_trksession_tracks", 0,
+            "vantro_get_trksession_tracks",
             [](auto h, auto *n, auto **to) { return vantro_get_trksession_tracks(h, 1, 0, n, to); },
             nodes),
         {"vantro_get_extended_metadata", get_extended}};

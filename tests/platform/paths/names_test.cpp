@@ -5,7 +5,6 @@
 #include <cctype>
 
 #include <vantro/platform/io.h>
-#include <vantro/platform/log.h>
 
 #include "tests/platform/support.h"
 #include "tests/support/path_device.h"
@@ -233,28 +232,6 @@ TEST(Paths, PermissionBitsDecide) {
     const struct ipc_credentials root = {};
     EXPECT_EQ(path_check_access(nullptr, &attr, 0600, &root), 0);
     EXPECT_EQ(path_check_access(nullptr, &attr, 0600, nullptr), EACCES);
-}
-
-TEST(Log, ReachesItsSinkWithCodeAndSeverityAndKeepsErrno) {
-    struct Seen {
-        uint32_t code = 0;
-        int severity = 0;
-        std::string line;
-    } seen;
-    system_log_set_sink(
-        [](uint32_t code, int severity, const char *line, void *data) {
-            *static_cast<Seen *>(data) = {code, severity, line};
-        },
-        &seen);
-    errno = EDOM;
-    system_log(0x123, LOG_SEVERITY_WARNING, "%s %d", "text", 5);
-    EXPECT_EQ(errno, EDOM);
-    EXPECT_EQ(seen.code, 0x123u);
-    EXPECT_EQ(seen.severity, 3);
-    EXPECT_EQ(seen.line, "text 5");
-    system_log(1, 5, "%s", std::string(5000, 'x').c_str());
-    EXPECT_EQ(seen.line.size(), size_t{SYSTEM_LOG_LINE} - 1);
-    system_log_set_sink(nullptr, nullptr);
 }
 
 } // namespace
