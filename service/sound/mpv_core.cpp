@@ -16,6 +16,9 @@ constexpr std::pair<const char *, const char *> fixed_options[] = {
     {"load-scripts", "no"},
     {"ytdl", "no"},
     {"osc", "no"},
+    {"load-stats-overlay", "no"},
+    {"load-osd-console", "no"},
+    {"load-auto-profiles", "no"},
     {"terminal", "no"},
     {"input-default-bindings", "no"},
     {"access-references", "no"}, // a file that names others, or addresses, leads nowhere

@@ -301,13 +301,15 @@ std::optional<double> MpvSound::report_progress(const Wanted &wanted) {
     if (!current_.open || !current_.placed) {
         return std::nullopt;
     }
-    const int64_t position = own_core_->position_us().value_or(current_.cue.position_us);
+    // Near its end a track has no position any more, though it is still heard.
+    const std::optional<int64_t> known = own_core_->position_us();
     if (current_.reported) {
-        if (current_.cue.number == wanted.now.number) {
-            listener_.reached(current_.cue.number, position);
+        if (known && current_.cue.number == wanted.now.number) {
+            listener_.reached(current_.cue.number, *known);
         }
         return std::nullopt;
     }
+    const int64_t position = known.value_or(current_.cue.position_us);
     if (position < -near_enough_us) {
         const double left = static_cast<double>(-position) / 1e6 / static_cast<double>(rate_);
         return wanted.playing ? std::optional(left) : std::nullopt;
