@@ -106,18 +106,6 @@ TEST(Table, WhatIsPastedStaysWholeAtAnyWidth) {
               "1:" + std::string(40, 'y') + "  menu      1\n  A name of some length\n");
 }
 
-TEST(NodeView, TracksSourcesAndTrees) {
-    EXPECT_EQ(track_table(40).lines({track_row(nodes[2], 8, false), track_row(nodes[0], 9, true)}),
-              "   NO  NODE       NAME\n    9             gone\n*  10  1:artists  Artists\n");
-    EXPECT_EQ(source_table(std::nullopt).lines({source_row({2, "u", "My Music", 1, 1, 0})}),
-              "2:\tscanning\tdirectory\tu\tMy Music\n");
-    EXPECT_EQ(tree_line(nodes[0], 1, std::nullopt), "  Artists (2)\t1:artists\n");
-    EXPECT_EQ(tree_line(nodes[0], 1, 40), "  Artists (2)  1:artists\n");
-    EXPECT_EQ(tree_line(nodes[1], 1, 24), "  " + std::string(kanji) + " " + arabic +
-                                              "\xEF\xBF\xBD[2J and" + dots +
-                                              " (12)\n    1:album/0123456789\n");
-}
-
 TEST(NodeView, ValuesAreRawForProgramsAndReadableForPeople) {
     const Values values = {{"title", "A\tB"},
                            {"bpm", std::nullopt},
