@@ -59,7 +59,8 @@ class Input {
         return value;
     }
     std::string text() {
-        const size_t length = std::min<size_t>(byte(), static_cast<size_t>(end_ - at_));
+        const size_t wanted = byte(); // before what is left is looked at
+        const size_t length = std::min(wanted, static_cast<size_t>(end_ - at_));
         std::string made(reinterpret_cast<const char *>(at_), length);
         at_ += length;
         return made;
