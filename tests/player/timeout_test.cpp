@@ -44,7 +44,7 @@ TEST_F(TimedPlayer, LateAnswersReachNobody) {
             std::memcpy(&position,
                         static_cast<const char *>(context->payload) + sizeof(RequestHeader),
                         sizeof position);
-            const auto reply = [open, header = *context->header](int receive_id, int32_t result) {
+            const auto reply = [header = *context->header](int receive_id, int32_t result) {
                 TransportHeader answer = header;
                 answer.reply_length = sizeof result;
                 const iovec parts[] = {{&answer, sizeof answer}, {&result, sizeof result}};

@@ -317,6 +317,9 @@ TEST(Exchange, AChildHasNoneOfItsParentsConnections) {
 
 // Threads are cancelled at the moment at which messages reach them; each message is answered.
 TEST(Exchange, ACancelledThreadHandsItsMessageOn) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the sanitizer misses the locks that a thread takes while it is cancelled";
+#endif
     const RuntimeDirectory runtime;
     const ChannelServer server(echo, {}, 0); // its threads come and go here
     std::atomic<bool> done{false};
