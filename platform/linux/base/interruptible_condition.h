@@ -3,7 +3,6 @@
 
 #include <linux/futex.h>
 #include <sys/syscall.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -12,6 +11,7 @@
 #include <cstdint>
 
 #include "common/locks.h"
+#include "platform/linux/base/deadline.h"
 
 namespace vantro::platform {
 
@@ -21,16 +21,15 @@ namespace vantro::platform {
 class InterruptibleCondition {
   public:
     // Sleeps until a notification, and at times without one.
-    // @param timeout_ms below 0 without a limit.
     // @return 0, EINTR where a handler ran, or ETIMEDOUT.
-    int wait(Mutex &mutex, int timeout_ms = -1) REQUIRES(mutex) {
-        const struct timespec timeout = {timeout_ms / 1000, timeout_ms % 1000 * 1'000'000L};
+    int wait(Mutex &mutex, const Deadline &deadline) REQUIRES(mutex) {
+        const std::optional<timespec> left = deadline.left();
         const uint32_t seen = turn_;
         ++sleepers_;
         mutex.unlock();
         // Returns at once where a notification has come since.
         const long result = ::syscall(SYS_futex, &turn_, FUTEX_WAIT_PRIVATE, seen,
-                                      timeout_ms < 0 ? nullptr : &timeout, nullptr, 0);
+                                      left ? &*left : nullptr, nullptr, 0);
         const int error = result == -1 && (errno == EINTR || errno == ETIMEDOUT) ? errno : 0;
         mutex.lock();
         --sleepers_;

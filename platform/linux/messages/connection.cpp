@@ -147,6 +147,7 @@ void Connection::mark_lost() {
 
 int Connection::take_lane() {
     const MutexLock guard(lock_);
+    std::optional<Deadline> deadline;
     for (;;) {
         if (state_ == State::lost) {
             return fail(ECONNRESET);
@@ -163,15 +164,18 @@ int Connection::take_lane() {
             full_ = error != 0; // whatever it is that there is no room for, and on whose side
             continue;
         }
-        if (const int error = wait_for_change(); error != 0) {
+        if (const int error = wait_for_change(deadline); error != 0) {
             return fail(error);
         }
     }
 }
 
-int Connection::wait_for_change() {
+int Connection::wait_for_change(std::optional<Deadline> &deadline) {
+    if (!deadline) {
+        deadline.emplace(timeout_ms_);
+    }
     ++waiters_;
-    const int error = changed_.wait(lock_, timeout_ms_);
+    const int error = changed_.wait(lock_, *deadline);
     --waiters_;
     return error;
 }
@@ -282,8 +286,9 @@ int Connection::announce_pulse(int number) {
         return fail(EBADF);
     }
     const MutexLock guard(lock_);
+    std::optional<Deadline> deadline;
     while (control_busy_) {
-        if (const int error = wait_for_change(); error != 0) {
+        if (const int error = wait_for_change(deadline); error != 0) {
             return fail(error);
         }
     }

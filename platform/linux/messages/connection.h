@@ -17,6 +17,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 
 #include <vantro/platform/limits.h>
@@ -78,7 +79,8 @@ class Connection {
     int request_control(const ControlRecord &request) EXCLUDES(connections_lock, lock_);
     int await_control_reply() EXCLUDES(connections_lock, lock_);
     // Sleeps until a lane or the control socket may be free. @return 0, EINTR or ETIMEDOUT.
-    int wait_for_change() REQUIRES(lock_);
+    // @param deadline of all these waits of a call; made at the first of them.
+    int wait_for_change(std::optional<Deadline> &deadline) REQUIRES(lock_);
     int take_granted_lane(int lane) EXCLUDES(connections_lock, lock_);
 
     int exchange_on_lane(int lane, PartList &send, PartList &reply, size_t &received,

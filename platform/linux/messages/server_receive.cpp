@@ -83,6 +83,47 @@ int keep(Packet &packet, const PartList &list, const struct iovec *parts,
     return 0;
 }
 
+// What one receive gave.
+struct Received {
+    Packet packet;
+    Verdict verdict = Verdict::misconduct;
+    bool ended = false; // the lane's other end is closed, or broken
+    std::shared_ptr<KeptMessage> kept;
+};
+
+// Makes what was received the lane's message, or ends what went wrong.
+void settle(Server &server, const Source &source, bool hung_up, const PartList &parts,
+            Received &received, ReceivedMessage &message) REQUIRES(server_lock) {
+    Client &client = *server.find_client(source.serial); // pinned
+    Lane &lane = client.lanes[source.lane];
+    if (lane.socket.closing) {
+        return;
+    }
+    if (received.ended) {
+        server.close_lane(client, lane);
+        return;
+    }
+    if (received.verdict == Verdict::misconduct || lane.owes_answer()) {
+        server.disconnect(client);
+        return;
+    }
+    lane.exchange = (lane.exchange + 1) & ReceiveId::exchange_mask;
+    lane.state = hung_up ? LaneState::hung_up : LaneState::waiting;
+    if (!lane.holds_pulse) {
+        lane.holds_pulse = true;
+        ++client.dispatching;
+    }
+    lane.kept = std::move(received.kept);
+    const size_t length = received.packet.frame.length;
+    message.receive_id = ReceiveId{source.serial, source.lane, lane.exchange}.pack();
+    message.client_incarnation = client.incarnation;
+    message.info.pid = client.pid;
+    message.info.conn_id = make_number(NumberKind::client_id, static_cast<int>(source.serial));
+    message.info.channel = client.channel->number;
+    message.info.total_length = static_cast<int32_t>(length);
+    message.info.msg_length = static_cast<int32_t>(std::min(length, parts.length()));
+}
+
 } // namespace
 
 bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
@@ -103,54 +144,29 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
         socket = lane.socket.fd;
     }
 
-    Packet packet;
+    Received received;
+    Packet &packet = received.packet;
     parts.set_front(&packet.frame, sizeof packet.frame);
     char *spill = spill_area();
     parts.set_back(spill, spill ? IPC_INLINE_MAX : 0);
-    const ssize_t received =
+    const ssize_t bytes =
         receive_packet(socket, parts.with_front(), parts.count() + 2, MSG_DONTWAIT, packet.arrival);
-    const bool nothing = received < 0 && (errno == EAGAIN || errno == EINTR);
-
-    Verdict verdict = Verdict::misconduct;
+    const bool nothing = bytes < 0 && (errno == EAGAIN || errno == EINTR);
+    received.ended = bytes <= 0;
     int error = 0;
-    std::shared_ptr<KeptMessage> kept;
-    if (received >= static_cast<ssize_t>(sizeof packet.frame)) {
-        packet.received = static_cast<size_t>(received) - sizeof packet.frame;
-        verdict = judge(packet);
-        error = verdict == Verdict::refused ? EMFILE : 0;
-        if (verdict == Verdict::message) {
-            error = keep(packet, parts, parts.callers(), kept);
+    if (bytes >= static_cast<ssize_t>(sizeof packet.frame)) {
+        packet.received = static_cast<size_t>(bytes) - sizeof packet.frame;
+        received.verdict = judge(packet);
+        error = received.verdict == Verdict::refused ? EMFILE : 0;
+        if (received.verdict == Verdict::message) {
+            error = keep(packet, parts, parts.callers(), received.kept);
         }
     }
 
     {
         const MutexLock guard(server_lock);
-        Client &client = *server.find_client(source.serial); // pinned
-        Lane &lane = client.lanes[source.lane];
-        const bool alive = !lane.socket.closing;
-        if (alive && !nothing) {
-            if (received <= 0) {
-                server.close_lane(client, lane);
-            } else if (verdict == Verdict::misconduct || lane.owes_answer()) {
-                server.disconnect(client);
-            } else {
-                lane.exchange = (lane.exchange + 1) & ReceiveId::exchange_mask;
-                lane.state = hung_up ? LaneState::hung_up : LaneState::waiting;
-                if (!lane.holds_pulse) {
-                    lane.holds_pulse = true;
-                    ++client.dispatching;
-                }
-                lane.kept = std::move(kept);
-                message.receive_id = ReceiveId{source.serial, source.lane, lane.exchange}.pack();
-                message.client_incarnation = client.incarnation;
-                message.info.pid = client.pid;
-                message.info.conn_id =
-                    make_number(NumberKind::client_id, static_cast<int>(source.serial));
-                message.info.channel = client.channel->number;
-                message.info.total_length = static_cast<int32_t>(packet.frame.length);
-                message.info.msg_length =
-                    static_cast<int32_t>(std::min<size_t>(packet.frame.length, parts.length()));
-            }
+        if (!nothing) {
+            settle(server, source, hung_up, parts, received, message);
         }
         server.unpin(source.serial, source.lane);
     }

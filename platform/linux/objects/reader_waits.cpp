@@ -11,26 +11,6 @@
 
 namespace vantro::platform {
 
-namespace {
-
-// The time at which that many milliseconds are over; none where there is no limit.
-std::optional<timespec> end_of(int timeout_ms) {
-    if (timeout_ms < 0) {
-        return std::nullopt;
-    }
-    timespec end;
-    ::clock_gettime(CLOCK_MONOTONIC, &end);
-    end.tv_sec += timeout_ms / 1000;
-    end.tv_nsec += timeout_ms % 1000 * 1'000'000L;
-    if (end.tv_nsec >= 1'000'000'000L) {
-        ++end.tv_sec;
-        end.tv_nsec -= 1'000'000'000L;
-    }
-    return end;
-}
-
-} // namespace
-
 void ObjectReader::end_armed_watch() {
     if (notification_.watches() && notification_.finish()) {
         gone_ = gone_ || !publisher_lives(ring_file_.get());
@@ -117,7 +97,7 @@ int ObjectReader::watch_and_look(bool publisher_closed) {
 
 int ObjectReader::wait(int timeout_ms) {
     const CancelDisabled no_cancel;
-    const std::optional<timespec> end = end_of(timeout_ms);
+    const Deadline deadline(timeout_ms);
     Woke woke = {Woke::By::ring, false};
     for (;;) {
         if (const int found = watch_and_look(woke.publisher_closed); found != 0) {
@@ -132,7 +112,7 @@ int ObjectReader::wait(int timeout_ms) {
         if (woke.by == Woke::By::signal) {
             return fail(EINTR);
         }
-        woke = sleep_for_ring(waiter_, end, no_cancel);
+        woke = sleep_for_ring(waiter_, deadline, no_cancel);
     }
 }
 

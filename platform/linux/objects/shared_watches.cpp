@@ -63,7 +63,8 @@ void end_watch(int watch) REQUIRES(watches_lock) {
 // A reader that is busy with one event is about to wait for the next.
 constexpr unsigned missed_max = 16;
 
-// Tells the readers of a ring. Where none of them waits any more, the watch ends.
+// Tells the readers of a ring; the leader, which read the event, is awake. Where none of them waits
+// any more, the watch ends.
 void tell(const struct inotify_event &event) REQUIRES(watches_lock) {
     const bool all = (event.mask & IN_Q_OVERFLOW) != 0;
     bool known = false;
@@ -77,7 +78,7 @@ void tell(const struct inotify_event &event) REQUIRES(watches_lock) {
         is_wanted = is_wanted || waiter->missed <= missed_max;
         // After an overflow anything may have happened.
         waiter->closed = waiter->closed || all || (event.mask & IN_CLOSE_WRITE) != 0;
-        if (!waiter->rung && waiter->waiting) {
+        if (!waiter->rung && waiter->waiting && waiter != shared.leader) {
             waiter->bell->wake();
         }
         waiter->rung = true;
@@ -153,18 +154,6 @@ class SCOPED_CAPABILITY Waiting {
     bool locked_ = true;
 };
 
-// @return whether there is time left, and how much.
-bool time_left(const timespec &until, timespec &left) {
-    constexpr int64_t second = 1'000'000'000;
-    timespec now;
-    ::clock_gettime(CLOCK_MONOTONIC, &now);
-    const int64_t nanoseconds =
-        (int64_t{until.tv_sec} - now.tv_sec) * second + until.tv_nsec - now.tv_nsec;
-    left.tv_sec = static_cast<time_t>(nanoseconds > 0 ? nanoseconds / second : 0);
-    left.tv_nsec = static_cast<long>(nanoseconds > 0 ? nanoseconds % second : 0);
-    return nanoseconds > 0;
-}
-
 } // namespace
 
 Watched watch_ring(RingWaiter &waiter, int ring_file, const WakeBell &bell) {
@@ -200,14 +189,12 @@ void stop_watching(RingWaiter &waiter) {
     waiter.watch = -1;
 }
 
-Woke sleep_for_ring(RingWaiter &waiter, const std::optional<timespec> &until,
-                    const CancelDisabled &cancel) {
+Woke sleep_for_ring(RingWaiter &waiter, const Deadline &deadline, const CancelDisabled &cancel) {
     Waiting waiting(waiter);
     Woke woke = {Woke::By::ring, false};
     while (!waiter.rung && woke.by == Woke::By::ring) {
-        timespec left;
-        const bool has_time = !until || time_left(*until, left);
-        const int ready = has_time ? waiting.sleep(until ? &left : nullptr, cancel) : 0;
+        const std::optional<timespec> left = deadline.left();
+        const int ready = waiting.sleep(left ? &*left : nullptr, cancel);
         if (ready == 0) {
             woke.by = Woke::By::time;
         } else if (ready < 0) {

@@ -11,11 +11,8 @@
 #ifndef VANTRO_PLATFORM_LINUX_OBJECTS_SHARED_WATCHES_H
 #define VANTRO_PLATFORM_LINUX_OBJECTS_SHARED_WATCHES_H
 
-#include <time.h>
-
-#include <optional>
-
 #include "common/locks.h"
+#include "platform/linux/base/deadline.h"
 #include "platform/linux/objects/wake_bell.h"
 #include "platform/portable/guards.h"
 
@@ -53,9 +50,8 @@ struct Woke {
 
 // Sleeps until the ring is written or closed, the bell is rung, the time has come, or a signal
 // handler has run. The only cancellation point here: `cancel` is lifted while it sleeps.
-// @param until by the monotonic clock; none for no limit.
-Woke sleep_for_ring(RingWaiter &waiter, const std::optional<timespec> &until,
-                    const CancelDisabled &cancel) EXCLUDES(watches_lock);
+Woke sleep_for_ring(RingWaiter &waiter, const Deadline &deadline, const CancelDisabled &cancel)
+    EXCLUDES(watches_lock);
 
 // Around a fork. The child closes its copy of the instance.
 void hold_shared_watches() ACQUIRE(watches_lock);

@@ -196,7 +196,7 @@ bool Follower::wait_for_service() {
 bool Follower::stopped_within(int ms) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     const MutexLock lock(lock_);
-    while (!stopping_ && changed_.wait_until(lock_, end)) {
+    while (!stopping_ && ms > 0 && changed_.wait_until(lock_, end)) {
     }
     return stopping_;
 }

@@ -217,7 +217,7 @@ VANTRO_PLATFORM_API int ipc_set_timeout(int connection, int timeout_ms);
 /**
  * Bounds each wait within the calling thread's later platform_open() and global_name_open(), which
  * then fail with ETIMEDOUT. What they open keeps that limit, as if by ipc_set_timeout().
- * @param timeout_ms milliseconds; below 0 without a limit, as at first.
+ * @param timeout_ms milliseconds; below 0 without a limit, as at first; 0 counts as 1.
  * @return what it was before.
  */
 VANTRO_PLATFORM_API int ipc_set_open_timeout(int timeout_ms);
