@@ -3,7 +3,6 @@
 // length, and that many bytes, sent as one packet; on a lane they may be put behind a frame that is
 // true, and the answer may be waited for, so that what follows is another message. After each input
 // a client that behaves is still served, and no descriptor stays.
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>

@@ -1,5 +1,4 @@
 // The client half of the messaging layer, against a service in another process.
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 

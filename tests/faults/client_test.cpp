@@ -73,7 +73,7 @@ void play_apart(const Row &row, const Plan &plan, std::string &right) {
     const pid_t child = fork();
     if (child == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        alarm(5);
+        alarm(60);                                            // on a loaded machine
         std::set_terminate([] { _exit(exception_escaped); }); // never what is documented
         [&]() noexcept {
             if (!serves(row)) {

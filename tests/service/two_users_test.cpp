@@ -70,6 +70,15 @@ int serve_in_its_place() {
 
 using TwoUsers = test::RuntimeDirectory;
 
+// Whether the program is in reach of other users.
+bool service_can_start() {
+    test::Process child([] {
+        become(service_user);
+        return access(VANTROD, X_OK) == 0 ? 0 : 1;
+    });
+    return child.wait() == 0;
+}
+
 // Runs as root in a /run of its own, where the directory of names is the service's.
 int in_a_run_of_its_own(const std::function<int()> &body) {
     constexpr int forbidden = 77;
@@ -79,7 +88,7 @@ int in_a_run_of_its_own(const std::function<int()> &body) {
                          mount("none", "/run", "tmpfs", 0, "mode=755") == 0 &&
                          mkdir("/run/vantro", 0755) == 0 &&
                          chown("/run/vantro", service_user, service_user) == 0;
-        return can ? body() : forbidden;
+        return can && service_can_start() ? body() : forbidden;
     });
     const std::string output = child.rest();
     const int status = child.wait();

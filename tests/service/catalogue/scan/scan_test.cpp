@@ -332,6 +332,40 @@ TEST_F(Scanned, GoesOnWhenTheDiskHasRoomAgain) {
     wait_for([&] { return last_.done; });
 }
 
+TEST_F(Scanned, StartsOnAFullDiskWithWhatItKnows) {
+    add("1.flac", {{"TITLE", "one"}});
+    fs::create_directory(state_);
+    const auto small_disk = [&] {
+        return mount("none", state_.c_str(), "tmpfs", 0, "size=1m") == 0;
+    };
+    in_namespaces_of_its_own(small_disk, [&] {
+        const auto fill = [&] {
+            std::ofstream(state_ / "fill") << std::string(2 << 20, 'x') << std::flush;
+        };
+        fill();
+        StoreOptions options;
+        options.state = state_;
+        std::string wrong;
+        EXPECT_EQ(open_store(options, wrong), nullptr);
+        EXPECT_NE(wrong.find("full"), std::string::npos) << wrong;
+        for (const fs::path &each : fs::directory_iterator(state_)) {
+            fs::remove_all(each);
+        }
+        open();
+        close();
+        fill();
+        add("2.flac", {{"TITLE", "two"}});
+        open(false);
+        store_->start_scanning();
+        await_complaint();
+        EXPECT_EQ(names("songs"), Names{"one"});
+        EXPECT_EQ(store_->take_session_ids(1), 0) << "cannot be noted";
+        fs::remove(state_ / "fill");
+        await([&] { return names("songs") == Names{"one", "two"}; });
+        EXPECT_EQ(store_->take_session_ids(1), 1);
+    });
+}
+
 TEST_F(Scanned, LooksAgainWhereWatchesRunOut) {
     settle_ = std::chrono::milliseconds(20);
     rescan_unwatched_ = std::chrono::milliseconds(100);
