@@ -158,6 +158,7 @@ class Engine {
     void end_of_session() REQUIRES(mutex_);
     std::optional<int32_t> following_place() const REQUIRES(mutex_);
     catalogue::SongId song_at(int32_t place) const REQUIRES(mutex_);
+    bool is_current(uint64_t cue) const REQUIRES(mutex_) { return cue != 0 && cue == cue_; }
     bool is_following(uint64_t cue) const REQUIRES(mutex_);
     void follow(uint64_t cue, std::chrono::nanoseconds now) REQUIRES(mutex_);
     std::vector<int32_t> draw_order(const TrackSession &session, int32_t first) REQUIRES(mutex_);

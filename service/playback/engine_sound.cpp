@@ -77,12 +77,12 @@ void Engine::follow(uint64_t cue, std::chrono::nanoseconds now) {
 
 void Engine::started(uint64_t cue, int64_t position_us) {
     const MutexLock guard(mutex_);
-    const bool follows = is_following(cue);
-    if (!follows && (cue != cue_ || cue == 0)) {
+    if (!is_current(cue) && !is_following(cue)) {
         return;
     }
     changes_.reserve(changes_.size() + notes_max);
     const auto now = clock_();
+    const bool follows = cue != cue_;
     if (follows) {
         follow(cue, now);
     }
@@ -99,7 +99,7 @@ void Engine::started(uint64_t cue, int64_t position_us) {
 void Engine::reached(uint64_t cue, int64_t position_us) {
     const MutexLock guard(mutex_);
     const auto now = clock_();
-    if (cue != cue_ || cue == 0 || !heard_ || std::abs(position_us - position(now)) <= jitter_us) {
+    if (!is_current(cue) || !heard_ || std::abs(position_us - position(now)) <= jitter_us) {
         return;
     }
     changes_.reserve(changes_.size() + notes_max);
@@ -110,7 +110,7 @@ void Engine::reached(uint64_t cue, int64_t position_us) {
 
 void Engine::ended(uint64_t cue) {
     const MutexLock guard(mutex_);
-    if (cue != cue_ || cue == 0) {
+    if (!is_current(cue)) {
         return;
     }
     changes_.reserve(changes_.size() + notes_max);
@@ -127,12 +127,12 @@ void Engine::ended(uint64_t cue) {
 
 void Engine::failed(uint64_t cue, int32_t error) {
     const MutexLock guard(mutex_);
-    const bool follows = is_following(cue);
-    if (!follows && (cue != cue_ || cue == 0)) {
+    if (!is_current(cue) && !is_following(cue)) {
         return;
     }
     changes_.reserve(changes_.size() + notes_max);
     const auto now = clock_();
+    const bool follows = cue != cue_;
     if (follows) {
         follow(cue, now);
         note(Change::track | Change::position, now);

@@ -140,7 +140,6 @@ void MpvSound::take(const mpv_event &event) {
     case MPV_EVENT_PLAYBACK_RESTART:
         // mpv says it also where the output has just failed, before it says that.
         if (current_.open && own_core_->has_output()) {
-            current_.played = true;
             current_.placed = !seeking_;
             ever_heard_ = true;
         }
@@ -165,6 +164,12 @@ void MpvSound::entry_begins(int64_t number) {
         current_ = std::exchange(following_, {});
     }
     current_.open = number == current_.number;
+    if (number > current_.number) {
+        // mpv went on to it just before it was told what follows instead. Without it mpv becomes
+        // idle, and the listener is asked.
+        own_core_->stop();
+        following_ = {};
+    }
 }
 
 void MpvSound::entry_ends(const mpv_event_end_file &end) {
@@ -178,18 +183,25 @@ void MpvSound::entry_ends(const mpv_event_end_file &end) {
         output_failed(output_error_.empty() ? own_core_->text_of(end.error) : output_error_);
         return;
     }
-    failure_ = files_.error_of(current_.cue.song);
-    const bool silent = !current_.played && current_.cue.position_us == 0;
-    if (failure_ == 0 && (end.reason != MPV_END_FILE_REASON_EOF || silent)) {
-        failure_ = VANTRO_ERROR_DAMAGED;
-    }
+    failure_ = failure_of(end);
     if (failure_ == 0) {
         ending_ = current_.cue.number;
+        report_start(current_.cue.position_us);
     } else if (following_.number != 0) {
         // mpv goes on with what follows, and so does the listener.
         failed_ = current_.cue.number;
         listener_.failed(current_.cue.number, std::exchange(failure_, 0));
     }
+}
+
+// The VANTRO_ERROR_* for which the current entry could not be played to its end, or 0.
+int32_t MpvSound::failure_of(const mpv_event_end_file &end) {
+    if (const int32_t error = files_.error_of(current_.cue.song); error != 0) {
+        return error;
+    }
+    const bool sought_to_end =
+        end.error == MPV_ERROR_NOTHING_TO_PLAY && current_.cue.position_us > 0;
+    return end.reason == MPV_END_FILE_REASON_EOF || sought_to_end ? 0 : VANTRO_ERROR_DAMAGED;
 }
 
 // Nothing follows, and the last of what was played has been heard.
@@ -202,6 +214,7 @@ void MpvSound::report_end_when_idle() {
         failed_ = current_.cue.number;
         listener_.failed(failed_, failure_);
     } else {
+        report_start(current_.cue.position_us);
         listener_.ended(ending_);
     }
     forget_all();
@@ -261,6 +274,9 @@ void MpvSound::go_to(const Wanted &wanted) {
         }
         place(wanted.now);
     }
+    if (failure_ != 0) {
+        return; // mpv becomes idle, and only then it is known what is to follow
+    }
     if (wanted.next.number != following_.cue.number) {
         following_ = {};
         if (wanted.next.number == 0) {
@@ -314,10 +330,19 @@ std::optional<double> MpvSound::report_progress(const Wanted &wanted) {
         const double left = static_cast<double>(-position) / 1e6 / static_cast<double>(rate_);
         return wanted.playing ? std::optional(left) : std::nullopt;
     }
-    listener_.started(current_.cue.number, std::max<int64_t>(position, 0));
-    ending_ = 0;
-    current_.reported = true;
+    report_start(std::max<int64_t>(position, 0));
     return 0; // what follows now is to be asked for
+}
+
+void MpvSound::report_start(int64_t position_us) {
+    if (current_.reported) {
+        return;
+    }
+    listener_.started(current_.cue.number, position_us);
+    current_.reported = true;
+    if (ending_ != current_.cue.number) {
+        ending_ = 0; // the track before has ended with this
+    }
 }
 
 // Tells that no output can be used; with it the sound may be over.

@@ -44,7 +44,6 @@ class MpvSound : public Sound {
         int64_t number = 0;    // mpv's; 0: there is none
         bool open = false;     // mpv is at it
         bool loaded = false;   // it can be sought in
-        bool played = false;   // something of it was heard, or held
         bool placed = false;   // mpv is where the cue says
         bool reported = false; // as started
     };
@@ -57,6 +56,7 @@ class MpvSound : public Sound {
     void take(const mpv_event &event);
     void entry_begins(int64_t number);
     void entry_ends(const mpv_event_end_file &end);
+    int32_t failure_of(const mpv_event_end_file &end);
     void apply(const Wanted &wanted);
     void hold(bool held);
     void go_to(const Wanted &wanted);
@@ -64,6 +64,7 @@ class MpvSound : public Sound {
     void forget_all();
     void report_end_when_idle();
     std::optional<double> report_progress(const Wanted &wanted);
+    void report_start(int64_t position_us);
     void output_failed(const std::string &why);
 
     Listener &listener_;
