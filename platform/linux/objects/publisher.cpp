@@ -36,10 +36,13 @@ struct object_publisher {
     RingWriter ring GUARDED_BY(lock);
     ObjectState state GUARDED_BY(lock); // as the ring tells it
     bool abandoned GUARDED_BY(lock) = false;
+    int bell_holders GUARDED_BY(lock) = 0;
+    bool bell_due GUARDED_BY(lock) = false;
     object_publisher *next GUARDED_BY(publishers_lock) = nullptr; // in the list of all
     std::array<char, OBJECT_CHANGE_MAX + 1> text GUARDED_BY(lock);
 
     int publish(std::string_view change) REQUIRES(lock);
+    void ring_bell_if_due() REQUIRES(lock);
     void abandon_in_child() REQUIRES(lock);
     void retire() REQUIRES(lock);
 };
@@ -137,8 +140,18 @@ int object_publisher::publish(std::string_view change) {
         return fail(error);
     }
     ring.append(RecordKind::change, change);
-    RingWriter::ring_bell(directory.ring_file());
+    bell_due = true;
+    if (bell_holders == 0) {
+        ring_bell_if_due();
+    }
     return 0;
+}
+
+void object_publisher::ring_bell_if_due() {
+    if (bell_due && !abandoned) {
+        RingWriter::ring_bell(directory.ring_file());
+    }
+    bell_due = false;
 }
 
 void object_publisher::abandon_in_child() {
@@ -231,6 +244,26 @@ int object_publish(struct object_publisher *publisher, const char *object, unsig
     } catch (const std::bad_alloc &) {
         return fail(ENOMEM);
     }
+}
+
+void object_hold_bell(struct object_publisher *publisher) {
+    if (!publisher) {
+        return;
+    }
+    const CancelDisabled no_cancel;
+    const MutexLock guard(publisher->lock);
+    ++publisher->bell_holders;
+}
+
+void object_release_bell(struct object_publisher *publisher) {
+    if (!publisher) {
+        return;
+    }
+    const CancelDisabled no_cancel;
+    const KeepErrno keep_errno;
+    const MutexLock guard(publisher->lock);
+    --publisher->bell_holders;
+    publisher->ring_bell_if_due();
 }
 
 int object_delete(struct object_publisher *publisher, const char *object) {

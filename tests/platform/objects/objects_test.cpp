@@ -250,6 +250,34 @@ TEST(Notification, FiresOnceForWhatComesAfterIt) {
     EXPECT_EQ(errno, EBADF);
 }
 
+TEST(Notification, ComesWhenAHolderOfTheBellLetsGo) {
+    const RuntimeDirectory runtime;
+    const WakeSignals signals;
+    const Publisher publisher = publish_in();
+    set(publisher, "o", "a", "1");
+    Reader reader;
+    reader.read_all();
+    ASSERT_EQ(reader.arm(), 0);
+    object_hold_bell(publisher.get());
+    object_release_bell(publisher.get());
+    EXPECT_EQ(signals.take(), 0) << "nothing was published";
+    object_hold_bell(publisher.get());
+    object_hold_bell(publisher.get());
+    set(publisher, "o", "a", "2");
+    object_delete(publisher.get(), "o");
+    EXPECT_EQ(signals.take(), 0);
+    EXPECT_EQ(reader.read_all(), "@o\na::2\n-@o\n") << "what is published can be read at once";
+    object_release_bell(publisher.get());
+    EXPECT_EQ(signals.wait(), wake_signal);
+    ASSERT_EQ(reader.arm(), 0);
+    object_release_bell(publisher.get());
+    EXPECT_EQ(signals.take(), 0) << "who was woken is not woken again";
+    set(publisher, "o", "a", "3");
+    EXPECT_EQ(signals.wait(), wake_signal);
+    object_hold_bell(nullptr);
+    object_release_bell(nullptr);
+}
+
 // Each change comes while its reader is on its way from having read the last to waiting.
 TEST(Notification, MissesNothingThatComesWhileItIsArmed) {
     const RuntimeDirectory runtime;

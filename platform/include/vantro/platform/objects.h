@@ -139,6 +139,22 @@ VANTRO_PLATFORM_API int object_publish(struct object_publisher *publisher, const
                                        size_t count);
 
 /**
+ * Holds back the bell that wakes waiting readers, until object_release_bell(). What is published
+ * meanwhile, by any thread, can be read at once; who waits sleeps on. For a service whose answer to
+ * a client should not wait for the wake-up of its readers, and for several changes that need one
+ * wake-up only. Any number of threads may hold it at a time, each for as long as an answer takes.
+ * NULL does nothing. Does not block.
+ */
+VANTRO_PLATFORM_API void object_hold_bell(struct object_publisher *publisher);
+
+/**
+ * Ends one object_hold_bell(), and wakes waiting readers if something was published that they were
+ * not woken for: also what other threads published that still hold the bell. One system call at
+ * most. errno is left alone.
+ */
+VANTRO_PLATFORM_API void object_release_bell(struct object_publisher *publisher);
+
+/**
  * Deletes an object.
  * @return 0, or -1: ENOENT (there is none of that name: nothing is published), EINVAL, EBADF,
  *   ENOMEM.
