@@ -118,7 +118,8 @@ int serve_query(const std::string &what) {
 
     service::requests::Bytes answer;
     const auto ask = [&](const std::string &request) {
-        answers.respond(client, request.data(), request.size(), answer);
+        service::publishing::HeldBell bell;
+        answers.respond(client, request.data(), request.size(), answer, bell);
         int32_t result = -1;
         std::memcpy(&result, answer.data(), sizeof result);
         if (result != 0) {

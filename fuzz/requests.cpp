@@ -104,7 +104,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         size -= 2 + length;
 
         vantro::service::requests::Bytes answer;
-        answers.respond(open, request.data(), request.size(), answer);
+        service::publishing::HeldBell bell;
+        answers.respond(open, request.data(), request.size(), answer, bell);
         if (read<int32_t>(answer, 0) != 0) {
             require(answer.size() == 4);
         } else {

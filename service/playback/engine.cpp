@@ -366,18 +366,25 @@ void Engine::drop_change() {
 std::optional<std::chrono::nanoseconds> Engine::wake() {
     const MutexLock guard(mutex_);
     const auto now = catch_up();
-    if (!playing()) {
-        return std::nullopt;
-    }
-    if (sounding_ && !heard_) {
-        return std::nullopt; // the sound reports when there is something to tell
-    }
-    if (now >= next_tick_) {
+    if (time_to_wake(now) && now >= next_tick_) {
         next_tick_ += (now - next_tick_) / tick_every * tick_every + tick_every;
         note(Change::tick, now);
     }
+    return time_to_wake(now);
+}
+
+std::optional<std::chrono::nanoseconds> Engine::next_wake() {
+    const MutexLock guard(mutex_);
+    return time_to_wake(clock_());
+}
+
+std::optional<std::chrono::nanoseconds> Engine::time_to_wake(std::chrono::nanoseconds now) const {
+    // Before anything is heard the sound reports when there is something to tell.
+    if (!playing() || (sounding_ && !heard_)) {
+        return std::nullopt;
+    }
     if (sounding_) {
-        return next_tick_ - now;
+        return std::max<std::chrono::nanoseconds>(next_tick_ - now, {});
     }
     // At a low rate an end may lie beyond what a time can be; some decades do. One microsecond
     // more, for what was rounded.
@@ -388,6 +395,11 @@ std::optional<std::chrono::nanoseconds> Engine::wake() {
     const bool short_one = lasts(duration()) < end_after;
     const auto end = base_time_ + (short_one ? end_after : lasts(duration() - base_));
     return std::max<std::chrono::nanoseconds>(std::min(end, next_tick_) - now, {});
+}
+
+bool Engine::has_start() {
+    const MutexLock guard(mutex_);
+    return !start_taken_ && playing();
 }
 
 std::optional<Engine::Start> Engine::take_start() {

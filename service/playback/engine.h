@@ -125,6 +125,12 @@ class Engine {
     // while the player does not play.
     std::optional<std::chrono::nanoseconds> wake() EXCLUDES(mutex_);
 
+    // As wake() returns it, but does nothing.
+    std::optional<std::chrono::nanoseconds> next_wake() EXCLUDES(mutex_);
+
+    // Whether take_start() has one.
+    bool has_start() EXCLUDES(mutex_);
+
     // The newest track start whose file has not been handed out for checking; empty if there is
     // none or the player has moved on.
     std::optional<Start> take_start() EXCLUDES(mutex_);
@@ -151,6 +157,8 @@ class Engine {
     int64_t duration() const REQUIRES(mutex_);
     int64_t position(std::chrono::nanoseconds now) const REQUIRES(mutex_);
     std::chrono::nanoseconds catch_up() REQUIRES(mutex_);
+    std::optional<std::chrono::nanoseconds> time_to_wake(std::chrono::nanoseconds now) const
+        REQUIRES(mutex_);
     void place_at(int64_t position, std::chrono::nanoseconds now) REQUIRES(mutex_);
     void jump_to(int64_t position, std::chrono::nanoseconds now) REQUIRES(mutex_);
     void stop_with(int32_t error, std::chrono::nanoseconds now) REQUIRES(mutex_);

@@ -172,7 +172,7 @@ SessionPtr Player::session(uint64_t tsid) {
 }
 
 std::string Player::publish(const object_readers &readers, const publishing::Publisher::Log &log,
-                            std::function<void()> on_reschedule) {
+                            Calls calls) {
     std::string error;
     const MutexLock guard(publish_mutex_);
     publisher_ = publishing::Publisher::open(name, readers, log, error);
@@ -180,7 +180,7 @@ std::string Player::publish(const object_readers &readers, const publishing::Pub
         return error;
     }
     log_ = log;
-    on_reschedule_ = std::move(on_reschedule);
+    calls_ = std::move(calls);
     publisher_->state(engine_.snapshot().modes, 0);
     for (const catalogue::Source &source : catalogue_.sources()) {
         publisher_->source(source, false);
@@ -188,34 +188,49 @@ std::string Player::publish(const object_readers &readers, const publishing::Pub
     return "";
 }
 
-void Player::publish_changes() {
+void Player::publish_changes(publishing::HeldBell &bell) {
     if (published_count_.load(std::memory_order_acquire) == engine_.changes()) {
         return;
     }
     if (sound_) {
         sound_->look(); // first: what is published is read from a disk
     }
-    bool reschedule = false;
+    bool more_than_ticks = false;
     try {
         const MutexLock guard(publish_mutex_);
+        if (publisher_) {
+            bell.hold(*publisher_);
+        }
         // A change whose publishing throws stays, for the next call.
         for (Engine::Change change; engine_.first_change(change); engine_.drop_change()) {
             if (publisher_) {
                 publish_change(change);
             }
-            reschedule = reschedule || (change.what & Engine::Change::state) != 0 ||
-                         (change.now.modes.state == VANTRO_STATE_PLAYING &&
-                          change.what != Engine::Change::tick);
+            more_than_ticks = more_than_ticks || change.what != Engine::Change::tick;
             published_count_.fetch_add(1, std::memory_order_release);
         }
     } catch (...) {
-        if (on_reschedule_) {
-            on_reschedule_();
+        if (calls_.wake_within) {
+            calls_.wake_within(std::chrono::nanoseconds(0));
         }
         throw;
     }
-    if (reschedule && on_reschedule_) {
-        on_reschedule_();
+    if (more_than_ticks) {
+        call_for_what_is_due();
+    }
+}
+
+// The clock's thread is left asleep where what it waits for has moved away, as with a pause: it
+// then wakes up once for nothing, which is cheaper.
+void Player::call_for_what_is_due() {
+    if (!calls_.wake_within) {
+        return;
+    }
+    if (const auto next = engine_.next_wake()) {
+        calls_.wake_within(*next);
+    }
+    if (engine_.has_start()) {
+        calls_.check_file();
     }
 }
 

@@ -114,16 +114,25 @@ class Player : private sound::Listener {
     // Null where the player has no such session.
     SessionPtr session(uint64_t tsid) EXCLUDES(mutex_);
 
-    // Starts publishing; call it once, before the player is shared. `on_reschedule` is called when
-    // the time of the next wake() changes or a track starts. Returns an error text, empty on
+    // What other threads have to do for a player.
+    struct Calls {
+        std::function<void(std::chrono::nanoseconds)> wake_within; // call wake()
+        std::function<void()> check_file;
+    };
+
+    // Starts publishing; call it once, before the player is shared. Returns an error text, empty on
     // success.
     std::string publish(const object_readers &readers, const publishing::Publisher::Log &log,
-                        std::function<void()> on_reschedule) EXCLUDES(publish_mutex_);
+                        Calls calls) EXCLUDES(publish_mutex_);
 
     // Publishes every change that is not yet published, whichever thread made it. Cheap where there
     // is none. Changes that cannot be published for want of memory stay for the next call, which
-    // on_reschedule brings about.
-    void publish_changes() EXCLUDES(publish_mutex_);
+    // wake_within brings about. Readers that wait are woken at the end of `bell`.
+    void publish_changes(publishing::HeldBell &bell) EXCLUDES(publish_mutex_);
+    void publish_changes() EXCLUDES(publish_mutex_) {
+        publishing::HeldBell bell;
+        publish_changes(bell);
+    }
 
     // Does and publishes what is due now. Returns the time until something is due next, if anything
     // is.
@@ -159,6 +168,7 @@ class Player : private sound::Listener {
     void add(std::vector<Kept> kept, SessionPtr session, const Maker &maker, int32_t index,
              bool play, std::vector<Kept> &replaced) REQUIRES(mutex_);
     void publish_change(const Engine::Change &change) REQUIRES(publish_mutex_);
+    void call_for_what_is_due();
 
     Engine engine_;
     catalogue::Catalogue &catalogue_;
@@ -166,7 +176,7 @@ class Player : private sound::Listener {
     Mutex mutex_;
     std::vector<Kept> sessions_ GUARDED_BY(mutex_); // oldest first
 
-    std::function<void()> on_reschedule_;       // set by publish()
+    Calls calls_;                               // set by publish()
     std::atomic<uint64_t> published_count_ = 0; // changes of the engine that are published
     Mutex publish_mutex_;
     std::unique_ptr<publishing::Publisher> publisher_ GUARDED_BY(publish_mutex_);

@@ -30,12 +30,12 @@ Players::~Players() {
 }
 
 std::string Players::publish(const object_readers &readers, const publishing::Publisher::Log &log) {
-    const auto on_reschedule = [this] {
-        clock_watch_.look();
-        file_checks_.look();
+    const Player::Calls calls = {
+        [this](std::chrono::nanoseconds time) { clock_watch_.look_within(time); },
+        [this] { file_checks_.look(); },
     };
     for (Player &player : players_) {
-        if (const std::string error = player.publish(readers, log, on_reschedule); !error.empty()) {
+        if (const std::string error = player.publish(readers, log, calls); !error.empty()) {
             return error;
         }
     }

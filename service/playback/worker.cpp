@@ -1,5 +1,6 @@
 #include "service/playback/worker.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace vantro::service::playback {
@@ -8,6 +9,13 @@ namespace {
 
 // After a round for which there was no memory.
 constexpr std::chrono::seconds try_again{1};
+
+// Far ahead is as good as never, and can be computed with.
+constexpr std::chrono::hours longest{24 * 365};
+
+std::chrono::steady_clock::time_point after(std::chrono::nanoseconds time) {
+    return std::chrono::steady_clock::now() + std::min<std::chrono::nanoseconds>(time, longest);
+}
 
 } // namespace
 
@@ -26,10 +34,14 @@ void Worker::stop() {
     }
 }
 
-void Worker::look() {
+void Worker::look_within(std::chrono::nanoseconds time) {
+    const Time by = after(time);
     {
         const MutexLock guard(mutex_);
-        wanted_ = true;
+        if (due_ <= by) {
+            return;
+        }
+        due_ = by;
     }
     wake_.notify_one();
 }
@@ -37,30 +49,31 @@ void Worker::look() {
 void Worker::run() {
     MutexLock lock(mutex_);
     while (!stop_) {
-        wanted_ = false;
+        due_ = Time::max();
         lock.unlock();
         std::optional<std::chrono::nanoseconds> next;
         bool failed = false;
         try {
             next = round_();
         } catch (const std::exception &) {
-            next = try_again;
             failed = true;
         }
         lock.lock();
-        wanted_ = wanted_ && !failed; // not again at once
-        wait(next);
+        if (failed) {
+            due_ = after(try_again); // not again at once, whoever called for it
+        } else if (next) {
+            due_ = std::min(due_, after(*next));
+        }
+        wait_until_due();
     }
 }
 
-void Worker::wait(std::optional<std::chrono::nanoseconds> time) {
-    const auto end = std::chrono::steady_clock::now() + time.value_or(std::chrono::nanoseconds(0));
-    bool in_time = true;
-    while (!wanted_ && !stop_ && in_time) {
-        if (time) {
-            in_time = wake_.wait_until(mutex_, end);
-        } else {
+void Worker::wait_until_due() {
+    while (!stop_ && due_ > std::chrono::steady_clock::now()) {
+        if (due_ == Time::max()) {
             wake_.wait(mutex_);
+        } else {
+            wake_.wait_until(mutex_, due_);
         }
     }
 }

@@ -32,16 +32,20 @@ class Worker {
 
     // Calls for one more round, which begins after this call. Any thread, a round included; also
     // before the start and after the end.
-    void look() EXCLUDES(mutex_);
+    void look() EXCLUDES(mutex_) { look_within(std::chrono::nanoseconds(0)); }
+
+    // Calls for one more round that begins after this call, within that time. Costs no system call
+    // where a round is due by then.
+    void look_within(std::chrono::nanoseconds time) EXCLUDES(mutex_);
 
   private:
+    using Time = std::chrono::steady_clock::time_point;
     void run() EXCLUDES(mutex_);
-    // Waits until a round is called for, or for that long.
-    void wait(std::optional<std::chrono::nanoseconds> time) REQUIRES(mutex_);
+    void wait_until_due() REQUIRES(mutex_);
 
     const Round round_;
-    Mutex mutex_; // not held during a round
-    bool wanted_ GUARDED_BY(mutex_) = false;
+    Mutex mutex_;                               // not held during a round
+    Time due_ GUARDED_BY(mutex_) = Time::max(); // of the next round; max: when it is called for
     bool stop_ GUARDED_BY(mutex_) = false;
     Condition wake_;
     std::thread thread_;

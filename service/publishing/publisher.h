@@ -40,6 +40,10 @@ class Publisher {
     Publisher(const Publisher &) = delete;
     Publisher &operator=(const Publisher &) = delete;
 
+    // Between the two readers that wait are not woken by what is published.
+    void hold_bell() { object_hold_bell(publisher_.get()); }
+    void release_bell() { object_release_bell(publisher_.get()); }
+
     // `error` is a VANTRO_ERROR_*, or 0.
     void state(const VantroStateInfo &modes, int32_t error);
     void trksession(int32_t type, int32_t length, uint64_t tsid);
@@ -76,6 +80,29 @@ class Publisher {
     uint64_t tsid_ = 0;
     std::string node_;
     std::string metadata_;
+};
+
+// Holds the bell of one publisher until its own end, so that an answer leaves before readers are
+// woken, and several changes wake them once.
+class HeldBell {
+  public:
+    HeldBell() = default;
+    ~HeldBell() {
+        if (publisher_) {
+            publisher_->release_bell();
+        }
+    }
+    HeldBell(const HeldBell &) = delete;
+    HeldBell &operator=(const HeldBell &) = delete;
+
+    // Once.
+    void hold(Publisher &publisher) {
+        publisher.hold_bell();
+        publisher_ = &publisher;
+    }
+
+  private:
+    Publisher *publisher_ = nullptr;
 };
 
 } // namespace vantro::service::publishing

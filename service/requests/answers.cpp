@@ -106,11 +106,12 @@ bool Answers::may_take_long(int32_t open, const void *bytes, size_t size) {
     return command->takes == Takes::long_time || !player->has_session();
 }
 
-void Answers::respond(int32_t open, const void *bytes, size_t size, Bytes &answer) {
+void Answers::respond(int32_t open, const void *bytes, size_t size, Bytes &answer,
+                      publishing::HeldBell &bell) {
     answer.clear();
     answer.reserve(short_answer);
     append(answer, int32_t{0});
-    int32_t result = carry_out(open, bytes, size, answer);
+    int32_t result = carry_out(open, bytes, size, answer, bell);
     if (result == 0) {
         return;
     }
@@ -118,7 +119,8 @@ void Answers::respond(int32_t open, const void *bytes, size_t size, Bytes &answe
     append(answer, result);
 }
 
-int Answers::carry_out(int32_t open, const void *bytes, size_t size, Bytes &answer) {
+int Answers::carry_out(int32_t open, const void *bytes, size_t size, Bytes &answer,
+                       publishing::HeldBell &bell) {
     RequestHeader header;
     if (!read_header(bytes, size, header)) {
         return EINVAL;
@@ -141,7 +143,7 @@ int Answers::carry_out(int32_t open, const void *bytes, size_t size, Bytes &answ
     // later: the command was carried out, and its answer says so.
     if (call.player) {
         try {
-            call.player->publish_changes();
+            call.player->publish_changes(bell);
         } catch (const std::exception &) {
             return result;
         }

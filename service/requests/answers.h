@@ -23,9 +23,11 @@ class Answers {
         : catalogue_(catalogue), players_(players) {}
 
     // Carries out the request of `size` bytes that came by the open record `open`, and leaves its
-    // answer, a result word and what follows it, in `answer`, whatever the bytes are.
+    // answer, a result word and what follows it, in `answer`, whatever the bytes are. Those who
+    // wait for the events of it are woken at the end of `bell`.
     // Throws std::bad_alloc; then nothing was changed, and the answer must not be used.
-    void respond(int32_t open, const void *bytes, size_t size, Bytes &answer);
+    void respond(int32_t open, const void *bytes, size_t size, Bytes &answer,
+                 publishing::HeldBell &bell);
 
     // Whether a request may take long: it reads as much of the catalogue as its client asks for.
     bool may_take_long(int32_t open, const void *bytes, size_t size);
@@ -60,7 +62,8 @@ class Answers {
     }
 
     static const Command *find_command(uint16_t number);
-    int carry_out(int32_t open, const void *bytes, size_t size, Bytes &answer);
+    int carry_out(int32_t open, const void *bytes, size_t size, Bytes &answer,
+                  publishing::HeldBell &bell);
     playback::Player *player_of(int32_t open);
 
     int open_player(const Call &call);

@@ -46,8 +46,9 @@ void carry_out(MsgOsb *open, MsgContext &context, size_t size) noexcept {
     thread_local Bytes answer;
     const void *data = &out_of_memory;
     size_t length = sizeof out_of_memory;
+    publishing::HeldBell bell; // rings when the answer has left
     try {
-        handling().answers.respond(open->index, context.payload, size, answer);
+        handling().answers.respond(open->index, context.payload, size, answer, bell);
         data = answer.data();
         length = answer.size();
     } catch (const std::exception &) {

@@ -40,7 +40,8 @@ struct Service {
         answers.opens().open(0, 0);
     }
     int32_t ask(const std::string &what) {
-        answers.respond(0, what.data(), what.size(), answer);
+        publishing::HeldBell bell;
+        answers.respond(0, what.data(), what.size(), answer, bell);
         int32_t result = -1;
         std::memcpy(&result, answer.data(), sizeof result);
         return result;
