@@ -21,6 +21,7 @@
 #include "bench/publisher.h"
 #include "bench/run.h"
 #include "bench/service.h"
+#include "bench/waiting_readers.h"
 
 namespace vantro::bench {
 
@@ -33,22 +34,6 @@ constexpr int readers_for_memory = 1000;
 constexpr size_t gets_timed_together = 1000;
 // Exchanges in one turn of a long measurement: few, so that the contenders do take turns.
 constexpr size_t long_batch_size = 10;
-
-// Gets events until nothing is new. @return how many events came.
-size_t drain(VantroHandle *player) {
-    for (size_t events = 0;; ++events) {
-        const VantroEvent *event = vantro_event_get(player);
-        if (!event) {
-            fail_errno("an event failed");
-        }
-        if (!event->object_name) {
-            return events;
-        }
-        if (event->type == VANTRO_EVENT_NONE) {
-            fail(fmt::format("an event of {} was not understood", event->object_name));
-        }
-    }
-}
 
 // A get with nothing new.
 void get_nothing(VantroHandle *player) {
@@ -65,12 +50,6 @@ Player follow() {
     Player player = open_player(Publisher::player);
     drain(player.get());
     return player;
-}
-
-void wait_for_event(VantroHandle *player) {
-    if (vantro_event_wait(player) != 0) {
-        fail_errno("waiting for an event");
-    }
 }
 
 void get_idle_row(Run &run) {
@@ -193,63 +172,6 @@ class IdleReaders {
     std::vector<int> descriptors_;
 };
 
-// Threads that each wait for events, get them, and wait again.
-class WaitingReaders {
-  public:
-    WaitingReaders(int count, Publisher &publisher) : publisher_(publisher) {
-        for (int i = 0; i < count; ++i) {
-            threads_.emplace_back([this, thread = &thread_ids_.emplace_back(0)] { run(*thread); });
-        }
-        wait_until_asleep(1);
-    }
-    ~WaitingReaders() {
-        ending_ = true;
-        Samples none;
-        publisher_.publish(1, none);
-        for (std::thread &thread : threads_) {
-            thread.join();
-        }
-    }
-    WaitingReaders(const WaitingReaders &) = delete;
-    WaitingReaders &operator=(const WaitingReaders &) = delete;
-
-    void publish(size_t count, Samples &samples) {
-        for (size_t i = 0; i < count; ++i) {
-            publisher_.publish(1, samples);
-            wait_until_asleep(i + 2);
-        }
-    }
-
-  private:
-    void run(std::atomic<pid_t> &thread) {
-        thread = static_cast<pid_t>(syscall(SYS_gettid));
-        const Player player = follow();
-        while (!ending_) {
-            ++turns_;
-            turns_.notify_all();
-            wait_for_event(player.get());
-            drain(player.get());
-        }
-    }
-
-    // Blocks until every thread has begun so many waits and sleeps in the last one.
-    void wait_until_asleep(size_t turns_of_each) {
-        for (size_t now = turns_; now < turns_of_each * threads_.size(); now = turns_) {
-            turns_.wait(now);
-        }
-        for (const std::atomic<pid_t> &thread : thread_ids_) {
-            while (!is_asleep(getpid(), thread)) {
-            }
-        }
-    }
-
-    Publisher &publisher_;
-    std::atomic<bool> ending_{false};
-    std::atomic<size_t> turns_{0};
-    std::deque<std::atomic<pid_t>> thread_ids_;
-    std::vector<std::thread> threads_;
-};
-
 // Whether so many waits can have an inotify instance each: a user may have only a few.
 bool may_wait(int count) {
     std::vector<int> instances;
@@ -314,8 +236,15 @@ void publish_rows(Run &run) {
             continue;
         }
         add(name, [&, count](size_t changes, Samples &samples) {
-            WaitingReaders readers(count, *publisher);
-            readers.publish(changes, samples);
+            WaitingReaders readers(count, Publisher::player, WaitingReaders::Run::beside_caller,
+                                   [&] {
+                                       Samples none;
+                                       publisher->publish(1, none);
+                                   });
+            for (size_t i = 0; i < changes; ++i) {
+                readers.sleep();
+                publisher->publish(1, samples);
+            }
         });
     }
     measure(200, batch_size, "publish_waiting_1");

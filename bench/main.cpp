@@ -28,6 +28,10 @@ const std::vector<std::string> &row_names() {
         for (const char *name : {"putget_clients_1",
                                  "putget_clients_1000",
                                  "play",
+                                 "command_changes_0",
+                                 "command_changes_1",
+                                 "command_changes_10",
+                                 "command_changes_100",
                                  "event_get_idle",
                                  "floor_one_way",
                                  "signal_one_way",
@@ -91,6 +95,7 @@ int measure(Run &run, const std::string &json) {
     run.directory = enter_private_runtime();
     putget_rows(run);
     play_row(run);
+    command_rows(run);
     event_rows(run);
     idle_row(run);
     record_rows(run);

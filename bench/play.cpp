@@ -6,6 +6,7 @@
 
 #include "bench/run.h"
 #include "bench/service.h"
+#include "bench/waiting_readers.h"
 
 namespace vantro::bench {
 
@@ -88,6 +89,53 @@ void play_row(Run &run) {
         }
     };
     run.against_floor({{"play", Service::threads, each(play)}}, 20000);
+}
+
+// Commands that change what readers are told, while so many of them wait. Each starts when all
+// readers sleep again.
+void command_rows(Run &run) {
+    std::vector<int> crowds;
+    for (const int crowd : {0, 1, 10, 100}) {
+        if (run.wants(fmt::format("command_changes_{}", crowd))) {
+            crowds.push_back(crowd);
+        }
+    }
+    if (crowds.empty()) {
+        return;
+    }
+    const Apart apart;
+    const SilentService service(run.directory);
+    const Player player = open_player();
+    int turn = 0;
+    const auto command = [&] {
+        VantroHandle *const handle = player.get();
+        const int step = turn++ % 4;
+        const int result = step == 0   ? vantro_repeat(handle, VANTRO_REPEAT_ALL)
+                           : step == 1 ? vantro_pause(handle)
+                           : step == 2 ? vantro_repeat(handle, VANTRO_REPEAT_OFF)
+                                       : vantro_play(handle);
+        if (result != 0) {
+            fail("vantrod refused a command");
+        }
+    };
+    if (vantro_play(player.get()) != 0) {
+        fail("vantrod refused to play");
+    }
+    std::vector<Contender> contenders;
+    for (const int crowd : crowds) {
+        contenders.push_back({fmt::format("command_changes_{}", crowd), Service::threads,
+                              [&, crowd](size_t commands, Samples &samples) {
+                                  WaitingReaders readers(crowd, player_name,
+                                                         WaitingReaders::Run::anywhere, command);
+                                  for (size_t i = 0; i < commands; ++i) {
+                                      readers.sleep();
+                                      const int64_t before = now_ns();
+                                      command();
+                                      samples.add(now_ns() - before);
+                                  }
+                              }});
+    }
+    run.against_floor(contenders, 1000);
 }
 
 } // namespace vantro::bench

@@ -155,6 +155,15 @@ std::string Child::errors() const {
     return text;
 }
 
+void run_anywhere() {
+    cpu_set_t all;
+    CPU_ZERO(&all);
+    for (size_t i = 0; i < CPU_SETSIZE; ++i) {
+        CPU_SET(i, &all); // those that this process may not use do not count
+    }
+    sched_setaffinity(0, sizeof all, &all);
+}
+
 Apart::Apart() {
     std::vector<int> processors;
     if (sched_getaffinity(0, sizeof before_, &before_) == 0) {

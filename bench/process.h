@@ -55,6 +55,9 @@ class Apart {
     cpu_set_t before_;
 };
 
+// Lets the calling thread run on every processor again, also below an Apart.
+void run_anywhere();
+
 // The path of a program in the same folder as this one; with an empty name, of this one.
 std::string program_beside(const std::string &name);
 

@@ -50,6 +50,7 @@ class Run {
 // Each adds those of its rows that the run wants.
 void putget_rows(Run &run);
 void play_row(Run &run);
+void command_rows(Run &run);
 void event_rows(Run &run);
 void idle_row(Run &run);
 void record_rows(Run &run);
