@@ -15,7 +15,7 @@ add_library(Vantro::platform ALIAS vantroplatform)
 install(TARGETS vantroclient vantroplatform EXPORT VantroTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/vantro ${PROJECT_SOURCE_DIR}/platform/include/vantro
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/Vantro)
 install(EXPORT VantroTargets NAMESPACE Vantro:: DESTINATION ${package_directory}

@@ -1,0 +1,247 @@
+/** Events of a player. */
+#ifndef VANTRO_CPP_EVENTS_HPP
+#define VANTRO_CPP_EVENTS_HPP
+
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include <vantro/cpp/result.hpp>
+#include <vantro/events.h>
+#include <vantro/extras.h>
+
+namespace vantro {
+
+/** The player stopped playing because of an error, VANTRO_ERROR_* of catalogue.h. */
+struct ErrorEvent {
+    int32_t code;
+};
+
+/** A media source; NULL where its text cannot be understood. */
+struct SourceEvent {
+    int32_t type;
+    const MediaSource *source;
+};
+
+/** State, rate, repeat or shuffle changed; Event::now() says to what. */
+struct StateEvent {
+    VantroStateInfo before;
+};
+
+/** The track session. */
+struct SessionEvent {
+    VantroTrksessionInfo session;
+};
+
+/** The current track; node and metadata may be NULL. */
+struct TrackEvent {
+    int32_t index;
+    uint64_t tsid;
+    const MediaNode *node;
+    const Metadata *metadata;
+};
+
+/** The position within the track. */
+struct PositionEvent {
+    std::chrono::milliseconds position;
+};
+
+/** A change of another object, or one that cannot be understood; Event::attribute() reads it. */
+struct OtherEvent {};
+
+/** One event. What it points to, and its texts, live until the next event of its player. */
+class Event {
+  public:
+    using What = std::variant<ErrorEvent, SourceEvent, StateEvent, SessionEvent, TrackEvent,
+                              PositionEvent, OtherEvent>;
+
+    explicit Event(const VantroEvent &event) : event_(&event), what_(what_of(event)) {}
+
+    const What &what() const { return what_; }
+
+    /** What it is, if it is of that kind, else NULL. */
+    template <typename Kind>
+    const Kind *as() const {
+        return std::get_if<Kind>(&what_);
+    }
+
+    /** What the player was last known to do, whatever the event is about. */
+    VantroStateInfo now() const {
+        return {event_->state, event_->rate, event_->repeat, event_->shuffle};
+    }
+
+    /** The name of the object that changed. */
+    std::string_view object() const { return event_->object_name; }
+
+    /**
+     * An attribute that changed (of "state": one that there is), or nothing. A program that calls
+     * this links the platform library too (`Vantro::platform`, or `pkg-config vantro-platform`).
+     */
+    std::optional<std::string_view> attribute(const char *name) const {
+        const char *const value = event_->dict ? mosk_dict_find_value(event_->dict, name) : nullptr;
+        return value ? std::optional<std::string_view>(value) : std::nullopt;
+    }
+
+    /** What Events::keep() gave to the object, or NULL. */
+    void *user_data() const { return event_->user_data; }
+
+    const VantroEvent &record() const { return *event_; }
+
+  private:
+    static What what_of(const VantroEvent &event) {
+        const VantroEventDetails &details = event.details;
+        switch (event.type) {
+        case VANTRO_EVENT_ERROR:
+            return ErrorEvent{details.error.code};
+        case VANTRO_EVENT_MEDIASOURCE:
+            return SourceEvent{details.mediasource.type, details.mediasource.media_source};
+        case VANTRO_EVENT_STATE:
+            return StateEvent{{details.state.state, details.state.rate, details.state.repeat,
+                               details.state.shuffle}};
+        case VANTRO_EVENT_TRKSESSION:
+            return SessionEvent{
+                {details.trksession.type, details.trksession.length, details.trksession.tsid}};
+        case VANTRO_EVENT_TRACK:
+            return TrackEvent{details.track.index, details.track.tsid, details.track.media_node,
+                              details.track.metadata};
+        case VANTRO_EVENT_STATUS:
+            return PositionEvent{std::chrono::milliseconds(details.status.position)};
+        default:
+            return OtherEvent{};
+        }
+    }
+
+    const VantroEvent *event_;
+    What what_;
+};
+
+/** The events of the player that is open on a handle, which is borrowed. See events.h. */
+class Events {
+  public:
+    explicit Events(VantroHandle *handle) : handle_(handle) {}
+
+    /** The next event; nothing where nothing is new. Does not block. */
+    Result<std::optional<Event>> next() {
+        errno = EINVAL; // a bad handle leaves it
+        const VantroEvent *const event = vantro_event_get(handle_);
+        if (!event) {
+            return Failure::of_errno(errno);
+        }
+        return event->object_name ? std::optional<Event>(std::in_place, *event) : std::nullopt;
+    }
+
+    /** Waits until there may be an event. A signal handler that runs is the failure `interrupted`.
+     */
+    Result<void> wait() {
+        errno = EINVAL;
+        return vantro_event_wait(handle_) == 0 ? Result<void>() : Failure::of_errno(errno);
+    }
+
+    /** The same for a limited time. @return whether there may be an event, or wake() was called. */
+    Result<bool> wait_for(std::chrono::milliseconds time) {
+        const int result = vantro_event_wait_for(handle_, static_cast<int>(time.count()));
+        return result >= 0 ? Result<bool>(result == 1) : Failure::of_errno(errno);
+    }
+
+    /** Ends a wait, or the next one. Any thread. */
+    void wake() { vantro_event_wake(handle_); }
+
+    /** A descriptor for event loops, which stays the library's. */
+    Result<int> descriptor() {
+        const int descriptor = vantro_event_fd(handle_);
+        return descriptor >= 0 ? Result<int>(descriptor) : Failure::of_errno(errno);
+    }
+
+    /** Gives a value to the object behind the current event. */
+    Result<void> keep(void *data) {
+        return vantro_event_data_set(handle_, data) == 0 ? Result<void>()
+                                                         : Failure::of_errno(errno);
+    }
+
+  private:
+    VantroHandle *handle_;
+};
+
+/**
+ * Every event as it comes. The walk blocks between events, goes on when a signal handler ran,
+ * passes over what cannot be understood, and ends when the player can be followed no more or the
+ * caller breaks off; done() then says why.
+ */
+class Following {
+  public:
+    explicit Following(VantroHandle *handle) : events_(handle) {}
+
+    class Iterator {
+      public:
+        using value_type = Event;
+        using difference_type = std::ptrdiff_t;
+
+        explicit Iterator(Following &all) : all_(&all) {}
+        const Event &operator*() const { return *all_->event_; }
+        const Event *operator->() const { return &**this; }
+        Iterator &operator++() {
+            all_->advance();
+            return *this;
+        }
+        void operator++(int) { ++*this; }
+        bool operator==(std::default_sentinel_t) const { return !all_->event_; }
+
+      private:
+        Following *all_;
+    };
+
+    Iterator begin() {
+        if (!event_) {
+            advance();
+        }
+        return Iterator(*this);
+    }
+    std::default_sentinel_t end() const { return {}; }
+
+    /** Why the walk ended; no failure where the caller broke off. */
+    Result<void> done() const { return failure_ ? Result<void>(*failure_) : Result<void>(); }
+
+  private:
+    // Without an event in between. Where the objects' file is corrupt nothing else comes any more.
+    static constexpr int most_passed_over = 100;
+
+    void advance() {
+        event_.reset();
+        failure_.reset();
+        for (int passed_over = 0; passed_over < most_passed_over;) {
+            Result<std::optional<Event>> next = events_.next();
+            if (next && *next) {
+                event_ = **next;
+                failure_.reset();
+                return;
+            }
+            if (next) {
+                const Result<void> waited = events_.wait();
+                if (waited || waited.failure().why() == Reason::interrupted) {
+                    continue;
+                }
+                failure_ = waited.failure();
+                return;
+            }
+            failure_ = next.failure();
+            if (failure_->number != EBADMSG) {
+                return;
+            }
+            ++passed_over;
+        }
+    }
+
+    Events events_;
+    std::optional<Event> event_;
+    std::optional<Failure> failure_;
+};
+
+} // namespace vantro
+
+#endif

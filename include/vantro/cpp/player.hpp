@@ -1,0 +1,245 @@
+/** A connection to the player service, with the player that is open on it. */
+#ifndef VANTRO_CPP_PLAYER_HPP
+#define VANTRO_CPP_PLAYER_HPP
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include <vantro/catalogue.h>
+#include <vantro/cpp/events.hpp>
+#include <vantro/cpp/records.hpp>
+#include <vantro/cpp/result.hpp>
+#include <vantro/extras.h>
+#include <vantro/player.h>
+
+namespace vantro {
+
+/** What a player is doing; VANTRO_STATE_*. */
+enum class State : int32_t {
+    none = VANTRO_STATE_NONE,
+    idle = VANTRO_STATE_IDLE,
+    playing = VANTRO_STATE_PLAYING,
+    paused = VANTRO_STATE_PAUSED,
+    stopped = VANTRO_STATE_STOPPED
+};
+
+/** What a player repeats; VANTRO_REPEAT_*. */
+enum class Repeat : int32_t {
+    off = VANTRO_REPEAT_OFF,
+    all = VANTRO_REPEAT_ALL,
+    one = VANTRO_REPEAT_ONE
+};
+
+/** How a new track session begins; VANTRO_TRKSESSION_*. */
+enum class Start : int32_t { held = VANTRO_TRKSESSION_LOAD, playing = VANTRO_TRKSESSION_PLAY };
+
+/** Owns a handle. Threads: as player.h says for the handle. */
+class Player {
+  public:
+    using Milliseconds = std::chrono::milliseconds;
+
+    /** Connects, without a player yet. `limit` bounds every wait for the service; 0: none. */
+    static Result<Player> connect(Milliseconds limit = Milliseconds(0)) {
+        VantroHandle *const handle = limit.count() > 0
+                                         ? vantro_connect_timed(static_cast<int>(limit.count()))
+                                         : vantro_connect();
+        if (!handle) {
+            return Failure::last();
+        }
+        return Player(handle);
+    }
+
+    /** Connects and opens a player. */
+    static Result<Player> connect(const char *name, Milliseconds limit = Milliseconds(0)) {
+        Result<Player> player = connect(limit);
+        if (player) {
+            if (const Result<void> opened = player->open(name); !opened) {
+                return opened.failure();
+            }
+        }
+        return player;
+    }
+
+    /** Takes a handle over. */
+    explicit Player(VantroHandle *handle) : handle_(handle) {}
+
+    /** The handle, for the C functions; it stays this object's. */
+    VantroHandle *handle() const { return handle_.get(); }
+
+    Result<void> open(const char *name) { return done(vantro_open(handle(), name)); }
+    Result<void> close(const char *name) { return done(vantro_close(handle(), name)); }
+
+    /** Bounds every later wait for the service; below 0: no limit. */
+    Result<void> set_timeout(Milliseconds limit) {
+        return done(vantro_set_timeout(handle(), static_cast<int>(limit.count())));
+    }
+
+    Result<void> play() { return done(vantro_play(handle())); }
+    Result<void> stop() { return done(vantro_stop(handle())); }
+    Result<void> pause() { return done(vantro_pause(handle())); }
+    Result<void> next() { return done(vantro_next(handle())); }
+    Result<void> previous() { return done(vantro_previous(handle())); }
+    Result<void> seek(Milliseconds position) {
+        return done(vantro_seek(handle(), static_cast<int32_t>(position.count())));
+    }
+    Result<void> set_rate(float rate) { return done(vantro_set_playback_rate(handle(), rate)); }
+    Result<void> set_shuffle(bool on) {
+        return done(vantro_shuffle(handle(), on ? VANTRO_SHUFFLE_ON : VANTRO_SHUFFLE_OFF));
+    }
+    Result<void> set_repeat(Repeat mode) {
+        return done(vantro_repeat(handle(), static_cast<int32_t>(mode)));
+    }
+
+    /** Makes a track session of a node and makes it the current one. @return its id. */
+    Result<uint64_t> create_session(int32_t ms_id, const char *node_id, int32_t index = 0,
+                                    Start start = Start::held) {
+        uint64_t tsid = 0;
+        const int result = vantro_create_trksession(handle(), ms_id, node_id, &index,
+                                                    static_cast<int32_t>(start), &tsid);
+        return value(result, tsid);
+    }
+    Result<void> destroy_session(uint64_t tsid) {
+        return done(vantro_destroy_trksession(handle(), tsid));
+    }
+    /** Goes to a track of the current session. */
+    Result<void> jump(int32_t index) { return done(vantro_jump(handle(), index)); }
+
+    Result<VantroStateInfo> state() { return copy_of(vantro_get_current_state); }
+    Result<VantroTrksessionInfo> session() { return copy_of(vantro_get_current_trksession_info); }
+    Result<Milliseconds> position() {
+        int32_t position = 0;
+        const int result = vantro_get_current_track_position(handle(), &position);
+        return value(result, Milliseconds(position));
+    }
+    Result<Track> track() {
+        VantroTrackInfo *info = nullptr;
+        const int result = vantro_get_current_track_info(handle(), &info);
+        return value(result, Track(info));
+    }
+
+    Result<List<MediaSource>> sources() {
+        MediaSource *records = nullptr;
+        int count = 0;
+        const int result = vantro_get_media_sources(handle(), &records, &count);
+        return value(result, List<MediaSource>(records, result == 0 ? count : 0));
+    }
+
+    /** The entries of a node, by default of the source's root, from `offset` on. */
+    auto browse(int32_t ms_id, std::string_view node_id = VANTRO_NODE_ROOT, int32_t offset = 0) {
+        return Pages(
+            [this, ms_id, node = detail::Text(node_id)](int32_t from, int32_t most) {
+                return page(
+                    [&](int *count, MediaNode **nodes) {
+                        return vantro_browse(handle(), ms_id, node.get(), from, count, nodes);
+                    },
+                    most);
+            },
+            offset);
+    }
+
+    /** What a source has that matches. @param filter VANTRO_FILTER_*, or "" for any. */
+    auto search(int32_t ms_id, std::string_view term, std::string_view filter = {},
+                int32_t offset = 0) {
+        return Pages(
+            [this, ms_id, text = detail::Text(term), kind = detail::Text(filter)](int32_t from,
+                                                                                  int32_t most) {
+                return page(
+                    [&](int *count, MediaNode **nodes) {
+                        return vantro_search(handle(), ms_id, kind.get(), text.get(), from, count,
+                                             nodes);
+                    },
+                    most);
+            },
+            offset);
+    }
+
+    /** The tracks of a track session. */
+    auto tracks(uint64_t tsid, int32_t offset = 0) {
+        return Pages(
+            [this, tsid](int32_t from, int32_t most) {
+                return page(
+                    [&](int *count, MediaNode **nodes) {
+                        return vantro_get_trksession_tracks(handle(), tsid, from, count, nodes);
+                    },
+                    most);
+            },
+            offset);
+    }
+
+    Result<MetadataPtr> metadata(int32_t ms_id, const char *node_id) {
+        Metadata *record = nullptr;
+        const int result = vantro_get_metadata(handle(), ms_id, node_id, &record);
+        return value(result, MetadataPtr(record));
+    }
+
+    /** Values of a node by their keys, VANTRO_KEY_*: values(ms_id, id, {"composer", "year"}). */
+    template <size_t count>
+    Result<std::array<Value, count>> values(int32_t ms_id, const char *node_id,
+                                            const char *const (&keys)[count]) {
+        std::array<const char *, count + 1> ended{};
+        std::array<char *, count> found{};
+        for (size_t i = 0; i < count; ++i) {
+            ended[i] = keys[i];
+        }
+        if (vantro_get_extended_metadata(handle(), ms_id, node_id, ended.data(), found.data()) !=
+            0) {
+            return Failure::last();
+        }
+        std::array<Value, count> owned;
+        for (size_t i = 0; i < count; ++i) {
+            owned[i].reset(found[i]);
+        }
+        return owned;
+    }
+
+    /** The player's events, one call at a time. */
+    Events events() { return Events(handle()); }
+    /** The player's events as a range. */
+    Following follow() { return Following(handle()); }
+
+  private:
+    struct Disconnect {
+        void operator()(VantroHandle *handle) const { vantro_disconnect(handle); }
+    };
+
+    static Result<void> done(int result) {
+        return result == 0 ? Result<void>() : Result<void>(Failure::last());
+    }
+    template <typename Type>
+    static Result<Type> value(int result, Type &&found) {
+        return result == 0 ? Result<Type>(std::forward<Type>(found))
+                           : Result<Type>(Failure::last());
+    }
+    template <typename Type>
+    static Result<Type> value(int result, Type &found) {
+        return value(result, Type(found));
+    }
+    template <typename Record>
+    Result<Record> copy_of(int (*query)(VantroHandle *, Record **)) {
+        Record *record = nullptr;
+        if (query(handle(), &record) != 0) {
+            return Failure::last();
+        }
+        const std::unique_ptr<Record, detail::FreeBlock> owned(record);
+        return *owned;
+    }
+    template <typename Query>
+    static Result<List<MediaNode>> page(Query query, int32_t most) {
+        MediaNode *nodes = nullptr;
+        int count = most;
+        const int result = query(&count, &nodes);
+        return value(result, List<MediaNode>(nodes, result == 0 ? count : 0));
+    }
+
+    std::unique_ptr<VantroHandle, Disconnect> handle_;
+};
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,202 @@
+/** Owners of the records that queries return, and lists that are fetched page by page. */
+#ifndef VANTRO_CPP_RECORDS_HPP
+#define VANTRO_CPP_RECORDS_HPP
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include <vantro/cpp/result.hpp>
+#include <vantro/extras.h>
+
+namespace vantro {
+
+/** A string of a record, which may be NULL. */
+inline std::string_view text(const char *string) {
+    return string ? std::string_view(string) : std::string_view();
+}
+
+namespace detail {
+
+inline void free_records(MediaSource *records, int count) {
+    vantro_free_media_sources(records, count);
+}
+inline void free_records(MediaNode *records, int count) {
+    vantro_free_media_nodes(records, count);
+}
+inline void free_records(Metadata *records, int count) {
+    vantro_free_metadata(records, count);
+}
+
+struct FreeBlock {
+    void operator()(void *block) const { std::free(block); }
+};
+struct FreeTrack {
+    void operator()(VantroTrackInfo *track) const { vantro_free_track_info(track); }
+};
+struct FreeMetadata {
+    void operator()(Metadata *metadata) const { vantro_free_metadata(metadata, 1); }
+};
+
+// A copy of a text that a range needs as long as it lives. Ids and most terms need no allocation.
+class Text {
+  public:
+    explicit Text(std::string_view text) {
+        char *to = short_.data();
+        if (text.size() >= short_.size()) {
+            long_ = std::make_unique<char[]>(text.size() + 1);
+            to = long_.get();
+        }
+        std::memcpy(to, text.data(), text.size());
+        to[text.size()] = '\0';
+    }
+
+    const char *get() const { return long_ ? long_.get() : short_.data(); }
+
+  private:
+    std::array<char, 64> short_{};
+    std::unique_ptr<char[]> long_;
+};
+
+} // namespace detail
+
+/** Records of one kind, owned. A range of them, and convertible to a span. */
+template <typename Record>
+class List {
+  public:
+    List() = default;
+    /** Takes a block that a query returned. */
+    List(Record *records, int count)
+        : records_(records), count_(records && count > 0 ? static_cast<size_t>(count) : 0) {}
+    ~List() { release(); }
+    List(List &&other) noexcept
+        : records_(std::exchange(other.records_, nullptr)),
+          count_(std::exchange(other.count_, size_t{0})) {}
+    List &operator=(List &&other) noexcept {
+        if (this != &other) {
+            release();
+            records_ = std::exchange(other.records_, nullptr);
+            count_ = std::exchange(other.count_, size_t{0});
+        }
+        return *this;
+    }
+
+    const Record *begin() const { return records_; }
+    const Record *end() const { return records_ + count_; }
+    size_t size() const { return count_; }
+    bool empty() const { return count_ == 0; }
+    const Record &operator[](size_t at) const { return records_[at]; }
+    std::span<const Record> span() const { return {records_, count_}; }
+
+  private:
+    void release() { detail::free_records(records_, static_cast<int>(count_)); }
+
+    Record *records_ = nullptr;
+    size_t count_ = 0;
+};
+
+/** The current track: `media_node` and `metadata` may be NULL. */
+using Track = std::unique_ptr<VantroTrackInfo, detail::FreeTrack>;
+
+/** What is known of a node; NULL where the service has nothing. */
+using MetadataPtr = std::unique_ptr<Metadata, detail::FreeMetadata>;
+
+/** A text of the catalogue; NULL where there is none. */
+using Value = std::unique_ptr<char, detail::FreeBlock>;
+
+/**
+ * A list that is fetched page by page while it is walked. It is walked once; begin() fetches the
+ * first page. A node of an earlier page is no more when the next page is fetched. Where a page
+ * cannot be fetched the walk ends, and failure() says why:
+ *
+ *     #include <cstdio>
+ *     #include <vantro/vantro.hpp>
+ *
+ *     void print_names(vantro::Player &player, int32_t ms_id) {
+ *         auto nodes = player.browse(ms_id);
+ *         for (const MediaNode &node : nodes) {
+ *             std::puts(node.name ? node.name : "");
+ *         }
+ *         nodes.done().or_throw();
+ *     }
+ *
+ * `Fetch` is called with the offset of the page and its length, and returns its list.
+ */
+template <typename Fetch>
+class Pages {
+  public:
+    static constexpr int32_t page_length = 100;
+
+    /** @param offset the first entry wanted, counted from 0. */
+    Pages(Fetch fetch, int32_t offset) : fetch_(std::move(fetch)), next_(offset) {}
+
+    class Iterator {
+      public:
+        using value_type = MediaNode;
+        using difference_type = std::ptrdiff_t;
+
+        explicit Iterator(Pages &pages) : pages_(&pages) {}
+        const MediaNode &operator*() const { return pages_->page_[pages_->at_]; }
+        const MediaNode *operator->() const { return &**this; }
+        Iterator &operator++() {
+            pages_->advance();
+            return *this;
+        }
+        void operator++(int) { ++*this; }
+        bool operator==(std::default_sentinel_t) const {
+            return pages_->at_ == pages_->page_.size();
+        }
+
+      private:
+        Pages *pages_;
+    };
+
+    Iterator begin() {
+        if (!begun_) {
+            begun_ = true;
+            fetch_page();
+        }
+        return Iterator(*this);
+    }
+    std::default_sentinel_t end() const { return {}; }
+
+    /** Whether every page that was asked for came. */
+    Result<void> done() const { return failure_ ? Result<void>(*failure_) : Result<void>(); }
+
+  private:
+    void advance() {
+        if (++at_ == page_.size() && page_.size() == static_cast<size_t>(page_length)) {
+            fetch_page();
+        }
+    }
+    void fetch_page() {
+        at_ = 0;
+        page_ = {};
+        Result<List<MediaNode>> page = fetch_(next_, page_length);
+        if (page) {
+            page_ = *std::move(page);
+            next_ += static_cast<int32_t>(page_.size());
+        } else {
+            failure_ = page.failure();
+        }
+    }
+
+    Fetch fetch_;
+    int32_t next_;
+    bool begun_ = false;
+    List<MediaNode> page_;
+    size_t at_ = 0;
+    std::optional<Failure> failure_;
+};
+
+} // namespace vantro
+
+#endif

@@ -1,0 +1,106 @@
+// The C++ headers against a service that runs.
+#include <csignal>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/service/vantrod.h"
+
+#include <vantro/vantro.hpp>
+
+namespace vantro::service {
+
+namespace {
+
+class Wrapper : public Vantrod {
+  protected:
+    static constexpr int songs = 230;
+
+    void SetUp() override {
+        Vantrod::SetUp();
+        const std::filesystem::path music = path_ + "/music";
+        test::make_music(music / "000.flac", 20'000, {"TITLE=One", "ARTIST=Anna"});
+        for (int i = 1; i < songs; ++i) {
+            std::string number = std::to_string(i);
+            number.insert(0, 3 - number.size(), '0');
+            std::filesystem::copy_file(music / "000.flac", music / (number + ".flac"));
+        }
+        start({"--music", music});
+        while (told().rfind("vantrod: scanned", 0) != 0) {
+            ASSERT_FALSE(service->ended());
+        }
+    }
+};
+
+TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
+    Player player = Player::connect("main").or_throw();
+    const List<MediaSource> sources = player.sources().or_throw();
+    ASSERT_EQ(sources.size(), 1u);
+    const int32_t source = sources[0].id;
+    const auto names = [&](auto &&nodes) {
+        std::vector<std::string> all;
+        for (const MediaNode &node : nodes) {
+            all.emplace_back(text(node.id));
+        }
+        EXPECT_TRUE(nodes.done());
+        return all;
+    };
+    const std::vector<std::string> all = names(player.browse(source, "folders"));
+    ASSERT_EQ(all.size(), size_t{songs});
+    EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size());
+    EXPECT_EQ(names(player.browse(source, "folders", 200)),
+              std::vector<std::string>(all.begin() + 200, all.end()));
+    EXPECT_EQ(names(player.search(source, "one", VANTRO_FILTER_TITLE)).size(), all.size());
+    EXPECT_EQ(names(player.search(source, "")).size(), 0u);
+
+    auto unknown = player.browse(source, std::string(100, 'x'));
+    EXPECT_EQ(unknown.begin(), unknown.end());
+    ASSERT_FALSE(unknown.done());
+    EXPECT_EQ(unknown.done().failure().why(), Reason::refused);
+    EXPECT_EQ(unknown.done().failure().number, ENOENT);
+    EXPECT_THROW(unknown.done().or_throw(), Error);
+
+    const uint64_t tsid = player.create_session(source, "folders", 229).or_throw();
+    EXPECT_EQ(names(player.tracks(tsid)), all);
+    const Track track = player.track().or_throw();
+    EXPECT_EQ(track->index, 229);
+    EXPECT_EQ(text(track->metadata->artist), "Anna");
+    EXPECT_EQ(text(player.metadata(source, all[3].c_str()).or_throw()->title), "One");
+    const auto values =
+        player.values(source, all[3].c_str(), {VANTRO_KEY_DURATION, "none"}).or_throw();
+    EXPECT_STREQ(values[0].get(), "20000");
+    EXPECT_EQ(values[1], nullptr);
+    EXPECT_EQ(player.session()->length, songs);
+    EXPECT_TRUE(player.destroy_session(tsid));
+    EXPECT_FALSE(player.destroy_session(tsid));
+    EXPECT_EQ(player.state()->state, VANTRO_STATE_IDLE);
+}
+
+TEST_F(Wrapper, FollowsUntilTheServiceDies) {
+    Player player = Player::connect("main", std::chrono::seconds(10)).or_throw();
+    ASSERT_TRUE(player.create_session(1, "folders", 1, Start::playing));
+    ASSERT_TRUE(player.pause());
+    ASSERT_TRUE(player.seek(std::chrono::milliseconds(7000)));
+    auto events = player.follow();
+    std::string seen;
+    for (const Event &event : events) {
+        if (event.as<StateEvent>()) {
+            seen += "state" + std::to_string(event.now().state);
+            EXPECT_EQ(event.attribute("status"), "paused");
+        } else if (const auto *track = event.as<TrackEvent>()) {
+            seen += " track" + std::to_string(track->index) + std::string(text(track->node->name));
+        } else if (const auto *status = event.as<PositionEvent>()) {
+            EXPECT_EQ(status->position.count(), 7000);
+            service->kill(SIGKILL);
+        }
+    }
+    EXPECT_EQ(seen, "state3 track1One");
+    ASSERT_FALSE(events.done());
+    EXPECT_EQ(events.done().failure().why(), Reason::gone);
+    EXPECT_EQ(player.play().failure().why(), Reason::gone);
+    EXPECT_EQ(Player::connect().failure().why(), Reason::gone);
+}
+
+} // namespace
+
+} // namespace vantro::service
