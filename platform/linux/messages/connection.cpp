@@ -123,6 +123,7 @@ void Connection::abandon_in_child() {
     for (int i = 0; i < lane_count_; ++i) {
         close_descriptor(lanes_[static_cast<size_t>(i)]);
     }
+    files_ = {};
     lane_count_ = idle_count_ = 0;
     const UniqueFd placeholder(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     if (!placeholder || ::dup3(placeholder.get(), control_.get(), O_CLOEXEC) < 0) {
@@ -209,6 +210,9 @@ void Connection::drop(int lane) {
         const auto end = lanes_.begin() + lane_count_;
         *std::find(lanes_.begin(), end, lane) = *(end - 1);
         --lane_count_;
+        if (LaneFile *const file = find_file(lane)) {
+            *file = {};
+        }
         full_ = false;
         changed_.notify_all();
     }
@@ -216,6 +220,12 @@ void Connection::drop(int lane) {
     // this end may live on for a moment: with the server that made it, or in a forked child.
     ::shutdown(lane, SHUT_RDWR);
     close_descriptor(lane);
+}
+
+Connection::LaneFile *Connection::find_file(int lane) {
+    const auto found = std::find_if(files_.begin(), files_.end(),
+                                    [lane](const LaneFile &each) { return each.lane == lane; });
+    return found == files_.end() ? nullptr : &*found;
 }
 
 int Connection::request_control(const ControlRecord &request) {

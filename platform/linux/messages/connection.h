@@ -85,6 +85,19 @@ class Connection {
 
     int exchange_on_lane(int lane, PartList &send, PartList &reply, size_t &received,
                          bool &lane_is_good);
+    // What lies in the memory file of an answer. @return bytes placed, or -1.
+    ssize_t read_own_file(const Frame &frame, Arrival &arrival, PartList &reply);
+    // What lies in the lane's answer file, which may have come with the answer.
+    ssize_t read_answer_file(int lane, const Frame &frame, Arrival &arrival, PartList &reply,
+                             bool &lane_is_good) EXCLUDES(lock_);
+
+    // The file through which a lane's long answers come. Used by the thread that has the lane.
+    struct LaneFile {
+        int lane = -1;
+        UniqueFd file;
+        size_t length = 0;
+    };
+    LaneFile *find_file(int lane) REQUIRES(lock_);
 
     UniqueFd control_;
     Mutex lock_ ACQUIRED_AFTER(connections_lock);
@@ -92,6 +105,7 @@ class Connection {
     std::array<int, IPC_LANES_MAX> lanes_ GUARDED_BY(lock_){}; // every lane's descriptor
     // Those not in use, last in first out.
     std::array<int, IPC_LANES_MAX> idle_ GUARDED_BY(lock_){};
+    std::array<LaneFile, IPC_LANES_MAX> files_ GUARDED_BY(lock_); // of those that have one
     int lane_count_ GUARDED_BY(lock_) = 0;
     int idle_count_ GUARDED_BY(lock_) = 0;
     int waiters_ GUARDED_BY(lock_) = 0;

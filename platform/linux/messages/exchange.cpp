@@ -5,6 +5,7 @@
 
 #include <vantro/platform/message.h>
 
+#include "platform/linux/messages/answer_file.h"
 #include "platform/linux/messages/connection.h"
 #include "platform/linux/messages/ids.h"
 #include "platform/portable/guards.h"
@@ -71,26 +72,57 @@ int Connection::exchange_on_lane(int lane, PartList &send, PartList &reply, size
     if (is_error) {
         return fail(frame.status);
     }
-    if (frame.flags & frame_memory_file) {
-        if (!arrival.descriptor && arrival.descriptor_lost) {
-            return fail(EMFILE);
-        }
-        if (!arrival.descriptor || frame.length > IPC_MESSAGE_MAX ||
-            !memory_file_is_safe(arrival.descriptor.get(), frame.length)) {
-            mark_lost();
-            return fail(ECONNRESET);
-        }
-        const UniqueFd file(arrival.descriptor.release()); // its close never waits
-        const ssize_t length =
-            read_memory_file(file.get(), 0, reply.callers(), reply.count(), frame.length);
-        if (length < 0) {
-            return -1;
-        }
-        received = static_cast<size_t>(length);
-    } else {
-        received = static_cast<size_t>(packet) - sizeof frame;
+    ssize_t length = packet - static_cast<ssize_t>(sizeof frame);
+    if (frame.flags & frame_answer_file) {
+        length = read_answer_file(lane, frame, arrival, reply, lane_is_good);
+    } else if (frame.flags & frame_memory_file) {
+        length = read_own_file(frame, arrival, reply);
     }
+    if (length < 0) {
+        return -1;
+    }
+    received = static_cast<size_t>(length);
     return frame.status;
+}
+
+ssize_t Connection::read_own_file(const Frame &frame, Arrival &arrival, PartList &reply) {
+    if (!arrival.descriptor && arrival.descriptor_lost) {
+        return fail(EMFILE);
+    }
+    if (!arrival.descriptor || frame.length > IPC_MESSAGE_MAX ||
+        !memory_file_is_safe(arrival.descriptor.get(), frame.length)) {
+        mark_lost();
+        return fail(ECONNRESET);
+    }
+    const UniqueFd file(arrival.descriptor.release()); // its close never waits
+    return read_memory_file(file.get(), 0, reply.callers(), reply.count(), frame.length);
+}
+
+ssize_t Connection::read_answer_file(int lane, const Frame &frame, Arrival &arrival,
+                                     PartList &reply, bool &lane_is_good) {
+    if (arrival.descriptor_lost) {
+        lane_is_good = false; // the server takes it for passed
+        return fail(EMFILE);
+    }
+    size_t length = 0;
+    const bool is_new = static_cast<bool>(arrival.descriptor);
+    int file = -1;
+    if (!is_new || answer_file_is_safe(arrival.descriptor.get(), length)) {
+        const MutexLock guard(lock_);
+        LaneFile *place = find_file(lane);
+        if (is_new) {
+            place = place ? place : find_file(-1); // there is one for each lane
+            *place = {lane, UniqueFd(arrival.descriptor.release()), length};
+        }
+        if (place && frame.length <= place->length) {
+            file = place->file.get();
+        }
+    }
+    if (file < 0) {
+        mark_lost();
+        return fail(ECONNRESET);
+    }
+    return read_memory_file(file, 0, reply.callers(), reply.count(), frame.length);
 }
 
 namespace {

@@ -142,6 +142,8 @@ void Server::close_lane(Client &client, Lane &lane) {
         lane.state = LaneState::closed;
     }
     lane.kept.reset();
+    lane.answer_file.reset();
+    lane.had_long_answer = false;
     close_socket(client, lane.socket);
 }
 

@@ -32,6 +32,7 @@
 
 #include "common/locks.h"
 #include "platform/linux/base/unique_fd.h"
+#include "platform/linux/messages/answer_file.h"
 #include "platform/linux/messages/ids.h"
 #include "platform/linux/messages/wire.h"
 #include "platform/linux/runtime/published_name.h"
@@ -72,6 +73,9 @@ struct Lane {
     // Its last message holds the disconnect pulse back. That may last beyond the lane's close.
     bool holds_pulse GUARDED_BY(server_lock) = false;
     std::shared_ptr<KeptMessage> kept GUARDED_BY(server_lock);
+    // Its long answers go through this one; empty while a thread writes one.
+    std::unique_ptr<AnswerFile> answer_file GUARDED_BY(server_lock);
+    bool had_long_answer GUARDED_BY(server_lock) = false;
 
     bool owes_answer() const REQUIRES(server_lock) {
         return state == LaneState::waiting || state == LaneState::hung_up;

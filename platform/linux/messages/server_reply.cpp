@@ -28,15 +28,33 @@ Lane *find_for_answer(Server &server, const ReceiveId &id, Client **client) REQU
     return lane;
 }
 
-bool waits(const ReceiveId &id) {
+// Takes the lane's answer file for an answer that it is to carry; empty where the answer is to have
+// a file of its own. @return false where nobody waits for it.
+bool take_answer_file(const ReceiveId &id, size_t length, std::unique_ptr<AnswerFile> &file) {
     Server &server = Server::instance();
-    const MutexLock guard(server_lock);
-    Client *client = nullptr;
-    return find_for_answer(server, id, &client) != nullptr;
+    bool had_one_before = false;
+    {
+        const MutexLock guard(server_lock);
+        Client *client = nullptr;
+        Lane *const lane = find_for_answer(server, id, &client);
+        if (!lane) {
+            return false;
+        }
+        if (length > AnswerFile::bytes_max) {
+            return true;
+        }
+        file = std::move(lane->answer_file);
+        had_one_before = std::exchange(lane->had_long_answer, true);
+    }
+    if (!file || !file->fits(length)) {
+        file = had_one_before ? AnswerFile::make(length) : nullptr;
+    }
+    return true;
 }
 
-// Ends the exchange in the books, before the answer is sent.
-bool claim(const ReceiveId &id, Claim &taken) {
+// Ends the exchange in the books, before the answer is sent: the next message may come at once. So
+// its answer file is given back here too; the client has read it before it sends anything else.
+bool claim(const ReceiveId &id, std::unique_ptr<AnswerFile> file, Claim &taken) {
     Server &server = Server::instance();
     const MutexLock guard(server_lock);
     Client *client = nullptr;
@@ -47,6 +65,9 @@ bool claim(const ReceiveId &id, Claim &taken) {
     const bool hung_up = lane->state == LaneState::hung_up;
     lane->state = LaneState::idle;
     taken.kept = std::move(lane->kept);
+    if (file) {
+        lane->answer_file = std::move(file);
+    }
     server.release_pulse(*client, *lane);
     if (hung_up) {
         server.close_lane(*client, *lane);
@@ -73,32 +94,39 @@ void settle(const ReceiveId &id, bool sent, int error) {
     server.unpin(id.serial, static_cast<int>(id.lane));
 }
 
-// One answer. The frame's length and memory-file flag are filled here.
+// One answer. The frame's length, and the flag that says where its bytes are, are filled here.
 int answer(int receive_id, Frame frame, PartList &parts) {
     const CancelDisabled no_cancel;
     const ReceiveId id = ReceiveId::unpack(receive_id);
     frame.length = static_cast<uint32_t>(parts.length());
     parts.set_front(&frame, sizeof frame);
+    std::unique_ptr<AnswerFile> lane_file;
     UniqueFd file;
     int count = parts.count() + 1;
     if (parts.length() > IPC_INLINE_MAX) {
-        if (receive_id <= 0 || !waits(id)) {
+        if (receive_id <= 0 || !take_answer_file(id, parts.length(), lane_file)) {
             return fail(ESRCH);
         }
-        file = make_memory_file(parts.callers(), parts.count(), parts.length());
-        if (!file) {
-            return -1;
+        if (lane_file) {
+            lane_file->write(parts.callers(), parts.count(), parts.length());
+            file = lane_file->take_descriptor();
+            frame.flags |= frame_answer_file;
+        } else {
+            file = make_memory_file(parts.callers(), parts.count(), parts.length());
+            if (!file) {
+                return -1;
+            }
+            frame.flags |= frame_memory_file;
         }
-        frame.flags |= frame_memory_file;
         count = 1;
     }
     Claim taken;
-    if (receive_id <= 0 || !claim(id, taken)) {
+    if (receive_id <= 0 || !claim(id, std::move(lane_file), taken)) {
         return fail(ESRCH);
     }
     forget_current(receive_id);
     ssize_t sent = send_packet(taken.socket, parts.with_front(), count, file.get(), MSG_DONTWAIT);
-    if (sent < 0 && errno == EMSGSIZE && !file) {
+    if (sent < 0 && errno == EMSGSIZE && count > 1) {
         // A host with smaller socket buffers than most.
         file = make_memory_file(parts.callers(), parts.count(), parts.length());
         if (file) {

@@ -1,6 +1,7 @@
 // Exchanges: what is sent arrives, whatever its size; what is answered reaches the one who asked.
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 
 #include <condition_variable>
 #include <mutex>
@@ -14,7 +15,7 @@ namespace {
 std::string pattern(size_t length) {
     std::string text(length, '\0');
     for (size_t i = 0; i < length; ++i) {
-        text[i] = static_cast<char>(i * 7 + i / 251);
+        text[i] = static_cast<char>(i * 7 + i / 251 + length); // no other length's
     }
     return text;
 }
@@ -58,7 +59,8 @@ TEST(Exchange, CarriesEverySizeBothWays) {
     const int connection = connect_to_test();
     for (const size_t size :
          {size_t{0}, size_t{1}, capacity - 1, capacity, capacity + 1, size_t{IPC_INLINE_MAX},
-          size_t{IPC_INLINE_MAX} + 1, size_t{1} << 20}) {
+          size_t{IPC_INLINE_MAX} + 1, size_t{200'000}, size_t{1} << 20, size_t{300'000},
+          (size_t{1} << 20) + 1, size_t{IPC_INLINE_MAX} + 2}) {
         std::string sent = pattern(size);
         for (const size_t room : {size, size / 2, size + 10}) {
             std::string got(room, '\xee');
@@ -76,6 +78,46 @@ TEST(Exchange, CarriesEverySizeBothWays) {
         }
     }
     global_name_close(connection);
+}
+
+// A lane's answer file is passed once. Where the client had no descriptor free for it, it is passed
+// again, and no answer is read from an older one.
+TEST(Exchange, AnAnswerFileThatDidNotArriveIsPassedAgain) {
+    const RuntimeDirectory runtime;
+    const ChannelServer server([](const Message &message) {
+        const std::string bytes = pattern(std::stoul(message.bytes));
+        ipc_reply(message.receive_id, 7, bytes.data(), bytes.size());
+    });
+    const pid_t child = in_child([] {
+        const int connection = connect_to_test();
+        const auto answer_to = [connection](size_t size) {
+            const std::string request = std::to_string(size);
+            std::string got(size, '\0');
+            const int status =
+                ipc_send_simple(connection, request.data(), request.size(), got.data(), size);
+            return status == 7 && got == pattern(size) ? 0 : errno;
+        };
+        for (const size_t size : {400'000, 250'000, 260'000}) {
+            if (answer_to(size) != 0) {
+                _exit(1);
+            }
+        }
+        struct rlimit limit, few = {};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        few.rlim_max = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &few); // no descriptor more
+        if (answer_to(700'000) != EMFILE) {
+            _exit(2);
+        }
+        setrlimit(RLIMIT_NOFILE, &limit);
+        for (const size_t size : {700'000, 600'000, 800'000, 150'000}) {
+            if (answer_to(size) != 0) {
+                _exit(3);
+            }
+        }
+        _exit(0);
+    });
+    EXPECT_EQ(exit_status(child), 0);
 }
 
 TEST(Exchange, RefusesWhatItCannotCarry) {

@@ -264,6 +264,7 @@ TEST(Misconduct, OfAServerCostsItItsClientAndNothingElse) {
     const RuntimeDirectory runtime;
     const UniqueFd unsealed = memory_file(100, 0);
     const UniqueFd sealed = memory_file(100, all_seals);
+    const UniqueFd lasting = memory_file(100, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_FUTURE_WRITE);
     const auto reply = [](uint32_t length, int status, uint32_t flags) {
         return Frame{.length = length, .status = status, .flags = flags, .reserved = 0};
     };
@@ -282,6 +283,10 @@ TEST(Misconduct, OfAServerCostsItItsClientAndNothingElse) {
         {reply(100, 7, platform::frame_memory_file), unsealed.get(), -1, ECONNRESET},
         {reply(101, 7, platform::frame_memory_file), sealed.get(), -1, ECONNRESET},
         {reply(100, 7, platform::frame_memory_file), -1, -1, ECONNRESET},
+        {reply(100, 7, platform::frame_answer_file), lasting.get(), 7, 0},
+        {reply(100, 7, platform::frame_answer_file), sealed.get(), -1, ECONNRESET},
+        {reply(101, 7, platform::frame_answer_file), lasting.get(), -1, ECONNRESET},
+        {reply(100, 7, platform::frame_answer_file), -1, -1, ECONNRESET}, // it never came
     };
     const int before = open_descriptors();
     for (const auto &c : cases) {

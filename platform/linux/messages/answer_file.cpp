@@ -1,0 +1,68 @@
+#include "platform/linux/messages/answer_file.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <new>
+
+#include "platform/linux/messages/wire.h"
+
+namespace vantro::platform {
+
+namespace {
+
+constexpr size_t bytes_min = 256 * 1024;
+
+constexpr int seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_FUTURE_WRITE;
+
+std::atomic<size_t> bytes_in_use = 0;
+
+} // namespace
+
+std::unique_ptr<AnswerFile> AnswerFile::make(size_t length) {
+    const size_t bytes = std::max(std::bit_ceil(length), bytes_min);
+    std::unique_ptr<AnswerFile> file(new (std::nothrow) AnswerFile(bytes));
+    if (!file) {
+        return nullptr;
+    }
+    const size_t before = bytes_in_use.fetch_add(bytes, std::memory_order_relaxed);
+    return before + bytes <= bytes_of_all && file->prepare() ? std::move(file) : nullptr;
+}
+
+AnswerFile::~AnswerFile() {
+    bytes_in_use.fetch_sub(bytes_, std::memory_order_relaxed);
+}
+
+bool AnswerFile::prepare() {
+    file_.reset(::memfd_create("vantro-answers", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    // With all its pages: a write to the mapping cannot report that there is no memory.
+    if (!file_ || ::fallocate(file_.get(), 0, 0, static_cast<off_t>(bytes_)) != 0) {
+        return false;
+    }
+    mapping_ = Mapping(file_.get(), bytes_, PROT_READ | PROT_WRITE);
+    return mapping_ && ::madvise(mapping_.data(), bytes_, MADV_DONTFORK) == 0 &&
+           ::fcntl(file_.get(), F_ADD_SEALS, seals) == 0;
+}
+
+void AnswerFile::write(const struct iovec *parts, int count, size_t length) {
+    gather(mapping_.data(), length, parts, count);
+}
+
+bool answer_file_is_safe(int file, size_t &length) {
+    const int found = ::fcntl(file, F_GET_SEALS);
+    if (found < 0 || (found & seals) != seals) {
+        return false;
+    }
+    struct stat status;
+    if (::fstat(file, &status) != 0 || status.st_size < 0) {
+        return false;
+    }
+    length = static_cast<size_t>(status.st_size);
+    return true;
+}
+
+} // namespace vantro::platform

@@ -1,0 +1,57 @@
+// The memory file in which a lane's long answers travel, again and again.
+//
+// A new file for each long answer costs more than copying the answer twice: its pages are made,
+// filled, and given back. So from its second long answer on a lane has one file, which the client
+// gets once. The server writes each answer through its mapping, the client reads it by its
+// descriptor, before it asks for anything else on this lane.
+//
+// It is sealed: nobody shortens or lengthens it, and nobody but the server's mapping writes it. The
+// client copies the bytes out once, and looks at the copy only. A file belongs to one lane of one
+// client, so that nobody sees another's answers. All files together are bounded; where there can be
+// none, an answer travels in a sealed file of its own.
+#ifndef VANTRO_PLATFORM_LINUX_MESSAGES_ANSWER_FILE_H
+#define VANTRO_PLATFORM_LINUX_MESSAGES_ANSWER_FILE_H
+
+#include <cstddef>
+#include <memory>
+
+#include "platform/linux/base/mapping.h"
+#include "platform/linux/base/unique_fd.h"
+
+struct iovec;
+
+namespace vantro::platform {
+
+class AnswerFile {
+  public:
+    // Longest answer that goes through one, and all files of the process together.
+    static constexpr size_t bytes_max = 1024 * 1024;
+    static constexpr size_t bytes_of_all = 8 * bytes_max;
+
+    // Returns null where the process has as many as it may, or the host refuses.
+    static std::unique_ptr<AnswerFile> make(size_t length);
+    ~AnswerFile();
+    AnswerFile(const AnswerFile &) = delete;
+    AnswerFile &operator=(const AnswerFile &) = delete;
+
+    bool fits(size_t length) const { return length <= bytes_; }
+    void write(const struct iovec *parts, int count, size_t length);
+
+    // The descriptor for the client; empty from the second time on.
+    UniqueFd take_descriptor() { return std::move(file_); }
+
+  private:
+    explicit AnswerFile(size_t bytes) : bytes_(bytes) {}
+    bool prepare();
+
+    const size_t bytes_;
+    UniqueFd file_;
+    Mapping mapping_;
+};
+
+// Whether a client may keep reading this file. `length` receives how long it is, and stays.
+bool answer_file_is_safe(int file, size_t &length);
+
+} // namespace vantro::platform
+
+#endif
