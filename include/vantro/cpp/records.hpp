@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -55,7 +54,7 @@ class Text {
             long_ = std::make_unique<char[]>(text.size() + 1);
             to = long_.get();
         }
-        std::memcpy(to, text.data(), text.size());
+        text.copy(to, text.size());
         to[text.size()] = '\0';
     }
 
