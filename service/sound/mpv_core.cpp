@@ -72,6 +72,8 @@ std::unique_ptr<MpvCore> MpvCore::make(const MpvOptions &options, MpvFiles *file
         files->serve(*mpv, handle);
     }
     mpv->request_log_messages(handle, "error");
+    // At the end of an entry mpv waits until go_on().
+    mpv->hook_add(handle, 0, "on_unload", 0);
     // Without a value: told at every change, however short.
     mpv->observe_property(handle, 0, "idle-active", MPV_FORMAT_NONE);
     return core;

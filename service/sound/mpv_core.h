@@ -53,6 +53,8 @@ class MpvCore {
 
     // The next event; MPV_EVENT_NONE after that time, or after wake(). Below 0: without limit.
     const mpv_event &wait(double seconds) { return *mpv_.wait_event(core_, seconds); }
+    // After an event MPV_EVENT_HOOK, which mpv waits with.
+    void go_on(const mpv_event_hook &hook) { mpv_.hook_continue(core_, hook.id); }
     // Any thread.
     void wake() { mpv_.wakeup(core_); }
 

@@ -31,7 +31,8 @@ bool find_all(void *library, MpvLibrary &mpv) {
            find(library, "mpv_request_log_messages", mpv.request_log_messages) &&
            find(library, "mpv_stream_cb_add_ro", mpv.stream_cb_add_ro) &&
            find(library, "mpv_wait_event", mpv.wait_event) &&
-           find(library, "mpv_wakeup", mpv.wakeup) &&
+           find(library, "mpv_wakeup", mpv.wakeup) && find(library, "mpv_hook_add", mpv.hook_add) &&
+           find(library, "mpv_hook_continue", mpv.hook_continue) &&
            find(library, "mpv_error_string", mpv.error_string);
 }
 

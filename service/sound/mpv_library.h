@@ -28,6 +28,8 @@ struct MpvLibrary {
     decltype(&mpv_stream_cb_add_ro) stream_cb_add_ro = nullptr;
     decltype(&mpv_wait_event) wait_event = nullptr;
     decltype(&mpv_wakeup) wakeup = nullptr;
+    decltype(&mpv_hook_add) hook_add = nullptr;
+    decltype(&mpv_hook_continue) hook_continue = nullptr;
     decltype(&mpv_error_string) error_string = nullptr;
 };
 

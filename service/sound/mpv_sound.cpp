@@ -94,10 +94,7 @@ void MpvSound::play_until_stopped() {
     double seconds = 0;
     for (;;) {
         try {
-            for (const mpv_event *event = &own_core_->wait(seconds);
-                 event->event_id != MPV_EVENT_NONE; event = &own_core_->wait(0)) {
-                take(*event);
-            }
+            take_events(seconds);
             seconds = is_over() ? 0 : round().value_or(without_limit);
         } catch (const std::bad_alloc &) {
             seconds = try_again_seconds; // what was not reported is reported then
@@ -116,6 +113,14 @@ void MpvSound::play_until_stopped() {
 bool MpvSound::is_over() {
     const MutexLock guard(mutex_);
     return stop_ || over_;
+}
+
+// Takes all that there are; waits for the first one.
+void MpvSound::take_events(double seconds) {
+    for (const mpv_event *event = &own_core_->wait(seconds); event->event_id != MPV_EVENT_NONE;
+         event = &own_core_->wait(0)) {
+        take(*event);
+    }
 }
 
 // Returns when the next round is due, if not at the next event.
@@ -144,6 +149,10 @@ void MpvSound::take(const mpv_event &event) {
             ever_heard_ = true;
         }
         break;
+    case MPV_EVENT_HOOK:
+        before_entry_ends();
+        own_core_->go_on(*static_cast<mpv_event_hook *>(event.data));
+        break;
     case MPV_EVENT_END_FILE:
         entry_ends(*static_cast<mpv_event_end_file *>(event.data));
         break;
@@ -169,6 +178,21 @@ void MpvSound::entry_begins(int64_t number) {
         // idle, and the listener is asked.
         own_core_->stop();
         following_ = {};
+    }
+}
+
+// mpv has decoded an entry to its end, or drops it, and waits. If it does not know what follows,
+// because the entry is a short one or the output faster than the music, this is the last moment to
+// tell it: without anything to go on with it closes the output.
+void MpvSound::before_entry_ends() noexcept {
+    if (!current_.open || !current_.placed || following_.number != 0) {
+        return;
+    }
+    try {
+        report_start(current_.cue.position_us);
+        apply(listener_.wanted());
+    } catch (const std::bad_alloc &) {
+        // It is told later, and there is a gap.
     }
 }
 
@@ -204,11 +228,16 @@ int32_t MpvSound::failure_of(const mpv_event_end_file &end) {
     return end.reason == MPV_END_FILE_REASON_EOF || sought_to_end ? 0 : VANTRO_ERROR_DAMAGED;
 }
 
-// Nothing follows, and the last of what was played has been heard.
+// mpv has nothing to go on with, and the last of what was played has been heard. What is to follow
+// may have been told too late: an idle mpv does not begin with it.
 void MpvSound::report_end_when_idle() {
-    if (current_.number == 0 || current_.open || following_.number != 0 ||
-        (ending_ == 0 && failure_ == 0) || !own_core_->flag("idle-active")) {
-        return;
+    for (int64_t number = -1; number != current_.number;) {
+        if (current_.number == 0 || current_.open || (ending_ == 0 && failure_ == 0) ||
+            !own_core_->flag("idle-active")) {
+            return;
+        }
+        number = current_.number;
+        take_events(0); // it may have gone on, and ended that too
     }
     if (failure_ != 0) {
         failed_ = current_.cue.number;
