@@ -10,9 +10,9 @@
 
 namespace vantro::service {
 
-// Largest request that is received, in bytes: one for as many keys as are taken, 100 bytes each, or
-// a search for a whole book. A thread keeps the room that the largest one took.
-inline constexpr int32_t request_max = 2 * 1024 * 1024;
+// Largest request that is received, in bytes: a track session of 150,000 nodes, or one for as many
+// keys as are taken, 100 bytes each. A thread keeps the room that the largest one took.
+inline constexpr int32_t request_max = 4 * 1024 * 1024;
 
 // Held answers that a client may ask for.
 inline constexpr int32_t queue_max = 16;

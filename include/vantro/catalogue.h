@@ -86,10 +86,23 @@ enum {
 /**
  * The second value of vantro_create_trksession(). The first one, behind the pointer, is the index
  * of the song to begin with, 0 for the first.
+ *
+ * The node id may be several, one a line. If `ms_id` is 0, each line names its source too, as in
+ * "1:s8e91c07d": so one session holds songs of several sources. A line that cannot be used refuses
+ * the whole.
+ *
+ * The last three make a new session, with an id of its own, in place of the current one, which is
+ * destroyed; the player plays on, or is held, as it was. Without a current session they are
+ * VANTRO_TRKSESSION_LOAD.
  */
 enum {
-    VANTRO_TRKSESSION_LOAD = 0, /**< Make it the player's current session, held at its start. */
-    VANTRO_TRKSESSION_PLAY = 1  /**< Make it current and play. */
+    VANTRO_TRKSESSION_LOAD = 0,   /**< Make it the player's current session, held at its start. */
+    VANTRO_TRKSESSION_PLAY = 1,   /**< Make it current and play. */
+    VANTRO_TRKSESSION_APPEND = 2, /**< Add the songs behind those of the current session. The first
+                                       value is 0. */
+    VANTRO_TRKSESSION_INSERT = 3, /**< Add them behind the current track. The first value is 0. */
+    VANTRO_TRKSESSION_KEEP = 4    /**< Take these songs instead, at that index. If the song there is
+                                       the current one, its position is kept. */
 };
 
 /* ----------------------------------------------------------------------------------- errors */

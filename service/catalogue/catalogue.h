@@ -101,7 +101,7 @@ class Catalogue {
     virtual int extended_metadata(int32_t source, std::string_view node,
                                   const std::vector<std::string_view> &keys,
                                   std::vector<std::string> &values) = 0;
-    // The songs of a node in the order of play: its own, or everything below it.
+    // Adds the songs of a node in the order of play: its own, or everything below it.
     virtual int songs(int32_t source, std::string_view node, std::vector<QueuedSong> &songs) = 0;
 
     // Every song of every source, in order. Returns 0 or EIO.

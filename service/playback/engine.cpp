@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <numeric>
 #include <utility>
 
 namespace vantro::service::playback {
@@ -23,50 +22,6 @@ Engine::Engine(Clock clock, uint32_t seed, bool sounding)
     : clock_(std::move(clock)), random_(seed),
       modes_{VANTRO_STATE_IDLE, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF}, noted_(modes_),
       sounding_(sounding) {}
-
-void Engine::load(SessionPtr session, int32_t index, bool play) {
-    const MutexLock guard(mutex_);
-    const auto now = catch_up();
-    std::vector<int32_t> order;
-    if (modes_.shuffle == VANTRO_SHUFFLE_ON) {
-        order = draw_order(*session, index);
-    }
-    place_ = order.empty() ? std::max(index, 0) : 0;
-    order_.swap(order);
-    session_.swap(session); // the old one, if this was its last place, goes after the lock
-    modes_.state = play ? VANTRO_STATE_PLAYING : VANTRO_STATE_PAUSED;
-    jump_to(0, now);
-    track_started_by_choice();
-    note(Change::session | Change::track | Change::position, now);
-}
-
-void Engine::unload(uint64_t tsid) {
-    SessionPtr dropped;
-    const MutexLock guard(mutex_);
-    if (!session_ || session_->tsid != tsid) {
-        return;
-    }
-    const auto now = catch_up();
-    dropped.swap(session_);
-    order_ = {};
-    place_ = 0;
-    base_ = 0;
-    cue_ = 0;
-    following_cue_ = 0;
-    modes_.state = VANTRO_STATE_IDLE;
-    note(Change::session, now);
-}
-
-// Every song once; `first` begins, unless it is any_index.
-std::vector<int32_t> Engine::draw_order(const TrackSession &session, int32_t first) {
-    std::vector<int32_t> order(session.songs.size());
-    std::iota(order.begin(), order.end(), 0);
-    if (first != any_index) {
-        std::swap(order.front(), order[static_cast<size_t>(first)]);
-    }
-    std::shuffle(order.begin() + (first == any_index ? 0 : 1), order.end(), random_);
-    return order;
-}
 
 int32_t Engine::index() const {
     return order_.empty() ? place_ : order_[static_cast<size_t>(place_)];

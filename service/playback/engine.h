@@ -97,6 +97,13 @@ class Engine {
     // Makes a session the current one, at the start of that song: playing, or else paused. The
     // index is one of the session's, or any_index.
     void load(SessionPtr session, int32_t index, bool play) EXCLUDES(mutex_);
+    // Makes a session the current one in place of the one of `from`, and plays on without a gap or
+    // a jump. It has the same songs, and others behind the current one (`next`) or behind all.
+    // Returns false where the player has gone on since `from`; then nothing has changed.
+    bool extend(const Snapshot &from, SessionPtr session, bool next) EXCLUDES(mutex_);
+    // The same with a session of any songs, at one of them. If that is the song that is current,
+    // its position is kept, else it is at its start. The state stays.
+    bool keep(const Snapshot &from, SessionPtr session, int32_t index) EXCLUDES(mutex_);
     // Drops the session if it is the current one; the player is then idle.
     void unload(uint64_t tsid) EXCLUDES(mutex_);
 

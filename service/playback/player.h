@@ -82,12 +82,13 @@ class Player : private sound::Listener {
     // (the catalogue fails, or no id can be had).
     int play() EXCLUDES(mutex_);
 
-    // Makes a session of a node's songs and makes it the current one, at the song of that index.
-    // Returns 0; what the catalogue returned; ENODATA (the node has no songs); ERANGE (index, or
-    // `start` is no VANTRO_TRKSESSION_*); ENOSPC (VANTRO_TRKSESSIONS_MAX are there, or as many as
-    // that user may have, and the makers of none of them are gone); EIO (no id can be had). Where
-    // it fails nothing is changed.
-    int create(int32_t source, std::string_view node, int32_t index, int32_t start, uint64_t &tsid,
+    // Makes a session of the songs of nodes (node_list.h) and makes it the current one, as `start`
+    // says: at the song of that index, or in place of the current one, which then is no more.
+    // Returns 0; what songs_of_nodes() returned; ERANGE (index, which is 0 where songs are added,
+    // or `start` is no VANTRO_TRKSESSION_*); ENOSPC (VANTRO_TRKSESSIONS_MAX are there, or as many
+    // as that user may have, and the makers of none of them are gone); EIO (no id can be had).
+    // Where it fails nothing is changed.
+    int create(int32_t source, std::string_view nodes, int32_t index, int32_t start, uint64_t &tsid,
                const Maker &maker = {}) EXCLUDES(mutex_);
 
     // The sessions that this maker made stay, and make room for others.
@@ -164,7 +165,9 @@ class Player : private sound::Listener {
         Maker maker;
         bool maker_gone = false;
     };
-    std::optional<std::vector<Kept>> with_room_for(const Maker &maker) const REQUIRES(mutex_);
+    std::optional<std::vector<Kept>> with_room_for(const Maker &maker,
+                                                   const TrackSession *without = nullptr) const
+        REQUIRES(mutex_);
     void add(std::vector<Kept> kept, SessionPtr session, const Maker &maker, int32_t index,
              bool play, std::vector<Kept> &replaced) REQUIRES(mutex_);
     void publish_change(const Engine::Change &change) REQUIRES(publish_mutex_);

@@ -62,11 +62,21 @@ class MemoryCatalogue : public service::catalogue::Catalogue {
     }
     int songs(int32_t source, std::string_view node,
               std::vector<service::catalogue::QueuedSong> &songs) override {
-        if (source != 1 || (!node.empty() && node != "few" && node != "none")) {
+        if (source != 1) {
+            return ENOENT;
+        }
+        for (const service::catalogue::QueuedSong &song : list) {
+            if (node == "song" + std::to_string(song.id)) {
+                songs.push_back(song);
+                return 0;
+            }
+        }
+        if (!node.empty() && node != "few" && node != "none") {
             return ENOENT;
         }
         const size_t count = node.empty() ? list.size() : node == "few" ? 3 : 0;
-        songs.assign(list.begin(), list.begin() + std::min<ptrdiff_t>(count, list.size()));
+        songs.insert(songs.end(), list.begin(),
+                     list.begin() + std::min<ptrdiff_t>(count, list.size()));
         return 0;
     }
     int all_songs(std::vector<service::catalogue::QueuedSong> &songs) override {

@@ -12,6 +12,7 @@
 #include "tools/vantroctl/text/node_ref.h"
 #include "tools/vantroctl/text/time_text.h"
 #include "tools/vantroctl/verbs/commands.h"
+#include "tools/vantroctl/verbs/queue.h"
 
 namespace vantro::ctl {
 namespace {
@@ -67,6 +68,7 @@ CommandLine::CommandLine(Options &options)
     add_commands();
     add_watch();
     add_lists();
+    add_queue();
     app_.footer(footer); // After the commands: each takes over the footer that it finds.
 }
 
@@ -199,13 +201,6 @@ void CommandLine::add_lists() {
             fmt::format("Look for the {} only", filter));
     }
 
-    CLI::App &load = *app_.add_subcommand("load", "Give the player a node's songs to play");
-    add_node(load)->required();
-    load.add_flag("--play", options_.play, "Play at once");
-    load.add_option("--index", options_.number, "Number of the song to begin with, from 1")
-        ->type_name("N")
-        ->check(whole_number(1));
-
     with_range(*app_.add_subcommand("tracks", "List the tracks that the player works through"));
 
     app_.add_subcommand("jump", "Go to a track")
@@ -217,6 +212,43 @@ void CommandLine::add_lists() {
     CLI::App &info = *app_.add_subcommand("info", "Show what is known of a node");
     add_node(info)->required();
     info.add_option("KEY", options_.words, "What to show; everything unless given")->type_name("");
+}
+
+void CommandLine::add_queue() {
+    const auto add_nodes = [this](CLI::App &command) {
+        command.add_option("NODE", options_.nodes, "As listings print it; several may follow")
+            ->type_name("")
+            ->required();
+    };
+    CLI::App &load = *app_.add_subcommand("load", "Give the player the songs of nodes to play");
+    add_nodes(load);
+    load.add_flag("--play", options_.play, "Play at once");
+    load.add_option("--index", options_.number, "Number of the song to begin with, from 1")
+        ->type_name("N")
+        ->check(whole_number(1));
+
+    add_nodes(*app_.add_subcommand("add", "Add the songs of nodes behind all tracks"));
+    add_nodes(*app_.add_subcommand("insert", "Add the songs of nodes behind the current track"));
+
+    app_.add_subcommand("remove", "Take tracks away: 3, or 3-7, or several of these")
+        ->add_option("N[-M]", options_.words, "Their numbers, as tracks shows them")
+        ->type_name("")
+        ->required()
+        ->check([](const std::string &text) {
+            return parse_track_range(text) ? "" : "tracks are 3 or 3-7";
+        });
+
+    CLI::App &move = *app_.add_subcommand("move", "Move a track to another place");
+    move.add_option("N", options_.number, "Its number, as tracks shows it")
+        ->type_name("")
+        ->required()
+        ->check(whole_number(1));
+    move.add_option("M", options_.to, "The number that it is to have")
+        ->type_name("")
+        ->required()
+        ->check(whole_number(1));
+
+    app_.add_subcommand("clear", "Leave the player without tracks");
 }
 
 void CommandLine::set_filter(const char *filter) {

@@ -19,9 +19,11 @@ struct Options {
     ListOptions list;
     std::string argument; // Of a command that takes one.
     std::optional<std::string> node;
-    std::vector<std::string> words; // Of a search; keys of info.
+    std::vector<std::string> nodes; // Of verbs that take several.
+    std::vector<std::string> words; // Of a search; keys of info; ranges of tracks.
     std::string filter;
     int32_t number = 1; // Of a track, from 1.
+    int32_t to = 1;     // The same, of where it goes.
     bool play = false;
     std::vector<std::string> players = {"main"}; // More than one only of watch.
     bool live = false;
@@ -44,6 +46,7 @@ class CommandLine {
     void add_commands();
     void add_watch();
     void add_lists();
+    void add_queue();
     void set_filter(const char *filter);
     CLI::Option *with_argument(const char *verb, const char *what, const char *argument);
     CLI::App &with_range(CLI::App &command);

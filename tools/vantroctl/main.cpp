@@ -20,6 +20,7 @@
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/verbs/commands.h"
 #include "tools/vantroctl/verbs/listings.h"
+#include "tools/vantroctl/verbs/queue.h"
 #include "tools/vantroctl/watch/watch.h"
 
 namespace {
@@ -57,8 +58,12 @@ void run(const std::string &verb, const Options &options) {
             : verb == "shuffle" ? run_shuffle(client, options.argument)
             : verb == "repeat"  ? run_repeat(client, options.argument)
             : verb == "jump"    ? run_jump(client, options.number)
-            : verb == "load" ? run_load(client, list, *options.node, options.number, options.play)
-                             : run_plain(client, verb);
+            : verb == "load" ? run_load(client, list, options.nodes, options.number, options.play)
+            : verb == "add" || verb == "insert" ? run_add(client, list, verb, options.nodes)
+            : verb == "remove"                  ? run_remove(client, options.words)
+            : verb == "move"                    ? run_move(client, options.number, options.to)
+            : verb == "clear"                   ? run_clear(client)
+                                                : run_plain(client, verb);
         if (list.json) {
             print(json_done(list.player, done));
         }

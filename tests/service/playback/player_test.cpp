@@ -34,9 +34,15 @@ TEST(Player, RefusesSessionsThatCannotBe) {
         int32_t start;
         int result;
     } rows[] = {
-        {1, "nowhere", 0, 0, ENOENT}, {2, "few", 0, 0, ENOENT},  {1, "none", 0, 0, ENODATA},
-        {1, "few", 3, 0, ERANGE},     {1, "few", -1, 0, ERANGE}, {1, "few", INT_MIN, 0, ERANGE},
-        {1, "few", 0, 2, ERANGE},     {1, "few", 0, -1, ERANGE},
+        {1, "nowhere", 0, 0, ENOENT},      {2, "few", 0, 0, ENOENT},
+        {1, "none", 0, 0, ENODATA},        {1, "few", 3, 0, ERANGE},
+        {1, "few", -1, 0, ERANGE},         {1, "few", INT_MIN, 0, ERANGE},
+        {1, "few", 0, 5, ERANGE},          {1, "few", 0, -1, ERANGE},
+        {1, "few\n\nsong1", 0, 0, EINVAL}, {1, "few\nnowhere", 0, 0, ENOENT},
+        {0, "1:few\nsong1", 0, 0, EINVAL}, {0, "", 0, 0, EINVAL},
+        {0, "-1:few", 0, 0, EINVAL},       {0, "2:few", 0, 0, ENOENT},
+        {1, "few", 1, 2, ERANGE},          {1, "few", 1, 3, ERANGE},
+        {1, "few", 3, 4, ERANGE},
     };
     Room room;
     for (const auto &row : rows) {
@@ -135,6 +141,82 @@ TEST(Player, KeepsSessionsInReserve) {
     EXPECT_EQ(make(1000, true), sessions_of_one_user);
     EXPECT_EQ(make(1001, true), sessions_of_all_users - sessions_of_one_user);
     EXPECT_EQ(make(0, false), VANTRO_TRKSESSIONS_MAX - sessions_of_all_users);
+}
+
+// What plays goes on while songs are put behind it, behind all, or taken away.
+TEST(Player, ExchangesTheSessionUnderWhatPlays) {
+    const struct {
+        const char *what;
+        int32_t source;
+        const char *nodes;
+        int32_t start;
+        int32_t index;
+        const char *songs;
+        int32_t at;
+        int32_t position;
+    } rows[] = {
+        {"behind all", 1, "song4", VANTRO_TRKSESSION_APPEND, 0, "1234", 1, 500},
+        {"behind the current one", 0, "1:song4\n1:few\n", VANTRO_TRKSESSION_INSERT, 0, "12412334",
+         1, 500},
+        {"one before it is taken away", 1, "song2\nsong3", VANTRO_TRKSESSION_KEEP, 0, "23", 0, 500},
+        {"itself is taken away", 1, "song1\nsong3", VANTRO_TRKSESSION_KEEP, 1, "13", 1, 0},
+        {"a second time", 1, "", VANTRO_TRKSESSION_KEEP, 2, "1234", 2, 0},
+    };
+    std::chrono::milliseconds now{1};
+    test::MemoryCatalogue catalogue({1000, 2000, 3000, 4000});
+    SessionIds ids(catalogue);
+    Player player(
+        "main", catalogue, ids, [&now] { return now; }, 7);
+    const Maker maker{1, 1000, true};
+    uint64_t tsid = 0;
+    ASSERT_EQ(player.create(1, "few", 0, VANTRO_TRKSESSION_APPEND, tsid, maker), 0);
+    EXPECT_EQ(player.snapshot().modes.state, VANTRO_STATE_PAUSED)
+        << "there was nothing to go on with";
+    ASSERT_EQ(player.create(1, "few", 1, VANTRO_TRKSESSION_PLAY, tsid, maker), 0);
+    now += std::chrono::milliseconds(500);
+    for (const auto &row : rows) {
+        const uint64_t before = tsid;
+        ASSERT_EQ(player.create(row.source, row.nodes, row.index, row.start, tsid, maker), 0);
+        const Engine::Snapshot found = player.snapshot();
+        std::string songs;
+        for (const catalogue::QueuedSong &song : found.session->songs) {
+            songs += std::to_string(song.id);
+        }
+        EXPECT_EQ(songs, row.songs) << row.what;
+        EXPECT_EQ(found.index, row.at) << row.what;
+        EXPECT_EQ(found.position_ms, row.position) << row.what;
+        EXPECT_EQ(found.session->tsid, tsid);
+        EXPECT_EQ(found.modes.state, VANTRO_STATE_PLAYING);
+        EXPECT_EQ(player.session(before), nullptr) << row.what;
+    }
+    for (int i = 0; i < 2 * VANTRO_TRKSESSIONS_MAX; ++i) { // each takes the place of the one before
+        ASSERT_EQ(player.create(1, "song1", 0, VANTRO_TRKSESSION_APPEND, tsid, maker), 0);
+    }
+}
+
+// Every song comes once, those put behind the current one come next, and back leads the same way.
+TEST(Player, ExchangesAShuffledSession) {
+    Room room;
+    ASSERT_EQ(room.player.create(1, "", 0, VANTRO_TRKSESSION_PLAY, room.tsid), 0);
+    ASSERT_EQ(room.player.set_shuffle(VANTRO_SHUFFLE_ON), 0);
+    ASSERT_EQ(room.player.next(), 0);
+    const int32_t second = room.player.snapshot().index;
+    ASSERT_EQ(room.player.create(1, "few", 0, VANTRO_TRKSESSION_INSERT, room.tsid), 0);
+    ASSERT_EQ(room.player.create(1, "few", 0, VANTRO_TRKSESSION_APPEND, room.tsid), 0);
+    std::set<int32_t> seen = {0, second};
+    EXPECT_EQ(room.player.snapshot().index, second);
+    for (int i = 2; i < 10; ++i) {
+        ASSERT_EQ(room.player.next(), 0);
+        const int32_t index = room.player.snapshot().index;
+        EXPECT_TRUE(seen.insert(index).second) << index;
+        if (i < 5) {
+            EXPECT_EQ(index, second + i - 1);
+        }
+    }
+    for (int i = 0; i < 9; ++i) {
+        ASSERT_EQ(room.player.previous(), 0);
+    }
+    EXPECT_EQ(room.player.snapshot().index, 0);
 }
 
 } // namespace

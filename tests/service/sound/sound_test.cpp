@@ -161,6 +161,28 @@ TEST_F(Sound, ATrackOfTwoMillisecondsIsPlayedOnce) {
     EXPECT_EQ(heard(), tone(300, 1) + tone(2, 2));
 }
 
+// Also a song that was to follow, and was known to the sound already.
+TEST_F(Sound, AQueueIsHeardAsItStandsInTheEnd) {
+    for (const int number : {1, 2, 3}) {
+        write(std::to_string(number) + ".wav", wav(tone(300, number)));
+    }
+    load_pcm();
+    const Client client;
+    ASSERT_EQ(client.result(open_main), 0);
+    const auto nodes = client.list(browse(1, "folders"));
+    ASSERT_EQ(nodes.size(), 3u);
+    const auto change = [&](const std::string &list, int32_t index, int32_t start) {
+        EXPECT_EQ(client.ask(create(1, list, index, start)).size(), 12u);
+    };
+    change(nodes[2].second + '\n' + nodes[0].second, 1, VANTRO_TRKSESSION_KEEP);
+    change(nodes[1].second, 0, VANTRO_TRKSESSION_INSERT);
+    change(nodes[2].second + '\n' + nodes[1].second, 0, VANTRO_TRKSESSION_APPEND);
+    change(nodes[2].second, 0, VANTRO_TRKSESSION_INSERT);
+    ASSERT_EQ(vantro_play(player_), 0);
+    until_state(VANTRO_STATE_STOPPED);
+    EXPECT_EQ(heard(), tone(300, 1) + tone(300, 3) + tone(300, 2) + tone(300, 3) + tone(300, 2));
+}
+
 TEST_F(Sound, BeginsWhereItWasSought) {
     write("1.wav", wav(tone(700, 1)));
     write("2.wav", wav(tone(300, 2)));

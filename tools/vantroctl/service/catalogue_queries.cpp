@@ -164,6 +164,48 @@ std::string if_scanning(const Source &source) {
                               node, source->id, shortened(clean_text(source->name)), source->id));
 }
 
+// The first of their sources that is being scanned.
+std::optional<int32_t> find_scanning(Client &client, const std::vector<Place> &places) {
+    const std::vector<Source> sources = get_sources(client);
+    for (const Place &place : places) {
+        for (const Source &source : sources) {
+            if (source.id == place.source && source.status == VANTRO_SOURCE_SCANNING) {
+                return source.id;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+// Several nodes as the service takes them.
+std::string node_lines(const std::vector<Place> &places) {
+    std::string lines;
+    for (const Place &place : places) {
+        lines += fmt::format("{}:{}\n", place.source, place.id);
+    }
+    return lines;
+}
+
+// Why a session cannot be. The service does not say which of several nodes it is.
+[[noreturn]] void explain_refused(Client &client, const NewSession &wanted, int32_t reason) {
+    if (wanted.places.size() == 1) {
+        fail_at(client, wanted.verb, wanted.places.front(), reason, wanted.index);
+    }
+    if (reason == ENOENT) {
+        for (const Place &place : wanted.places) {
+            browse_page(client, place, 0, 1);
+        }
+    }
+    if (reason == ENODATA) {
+        throw Failure(Outcome::not_found, "no songs in any of them");
+    }
+    if (reason == ERANGE) {
+        throw Failure(Outcome::not_found, fmt::format("no song {}: there are fewer in them",
+                                                      int64_t{wanted.index} + 1));
+    }
+    throw refusal(wanted.verb, reason);
+}
+
 std::vector<Node> nodes_of(const NodeRecords &records) {
     std::vector<Node> nodes;
     for (const MediaNode &record : records) {
@@ -276,30 +318,40 @@ Values get_known_values(Client &client, const Place &place) {
     return known;
 }
 
-LoadedSession load_node(Client &client, const Place &place, int32_t index, bool play) {
+LoadedSession make_session(Client &client, const NewSession &wanted) {
     const std::optional<SessionStatus> before = client.session();
     // Asked before: what a scan finds later is not in the session.
-    const std::optional<Source> source = find_source(client, place.source);
-    const int32_t start = play ? VANTRO_TRKSESSION_PLAY : VANTRO_TRKSESSION_LOAD;
+    const std::optional<int32_t> scanning = find_scanning(client, wanted.places);
+    const bool several = wanted.places.size() > 1;
+    const int32_t source = several ? 0 : wanted.places.front().source;
+    const std::string nodes = several ? node_lines(wanted.places) : wanted.places.front().id;
     uint64_t session = 0;
-    const int32_t reason = client.ask("load", [&](VantroHandle *handle) {
-        return vantro_create_trksession(handle, place.source, place.id.c_str(), &index, start,
+    const int32_t reason = client.ask(wanted.verb, [&](VantroHandle *handle) {
+        return vantro_create_trksession(handle, source, nodes.c_str(), &wanted.index, wanted.start,
                                         &session);
     });
     if (reason == ENOSPC) {
         throw Failure(Outcome::failed,
-                      "load refused: the player keeps no more track sessions; those that other "
-                      "clients have loaded must end first");
+                      fmt::format("{} refused: the player keeps no more track sessions; those that "
+                                  "other clients have loaded must end first",
+                                  wanted.verb));
     }
     if (reason != 0) {
-        fail_at(client, "load", place, reason, index);
+        explain_refused(client, wanted, reason);
     }
-    if (before && before->type == VANTRO_TRKSESSION_NODE) {
-        const auto id = static_cast<uint64_t>(before->id);
-        client.ask("load",
-                   [id](VantroHandle *handle) { return vantro_destroy_trksession(handle, id); });
+    const bool replaced =
+        wanted.start == VANTRO_TRKSESSION_LOAD || wanted.start == VANTRO_TRKSESSION_PLAY;
+    if (replaced && before && before->type == VANTRO_TRKSESSION_NODE) {
+        end_session(client, wanted.verb, static_cast<uint64_t>(before->id));
     }
-    return {session, source && source->status == VANTRO_SOURCE_SCANNING};
+    return {session, scanning};
+}
+
+// A session that has ended meanwhile is no failure.
+void end_session(Client &client, const std::string &verb, uint64_t session) {
+    client.ask(verb, [session](VantroHandle *handle) {
+        return vantro_destroy_trksession(handle, session);
+    });
 }
 
 void jump_to(Client &client, int32_t index) {

@@ -3,6 +3,7 @@
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_CATALOGUE_QUERIES_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,15 +32,26 @@ Values get_values(Client &client, const Place &place, const std::vector<std::str
 // Every key of <vantro/catalogue.h> that has a value.
 Values get_known_values(Client &client, const Place &place);
 
-struct LoadedSession {
-    uint64_t id = 0;
-    bool scanning = false; // The source was being scanned: songs found later are not in it.
+// A track session to be made.
+struct NewSession {
+    std::string verb; // For which it is made.
+    std::vector<Place> places;
+    int32_t index = 0; // Of the song to begin with, from 0.
+    int32_t start = 0; // VANTRO_TRKSESSION_*.
 };
 
-// Makes the node's songs the player's session and ends the one before it, since a player keeps
-// only so many.
-// @param index the song to begin with, from 0.
-LoadedSession load_node(Client &client, const Place &place, int32_t index, bool play);
+struct LoadedSession {
+    uint64_t id = 0;
+    // A source that was being scanned: songs that it finds later are not in the session.
+    std::optional<int32_t> scanning;
+};
+
+// Makes the songs of places the player's session, or a part of it, and ends the one before it,
+// since a player keeps only so many.
+LoadedSession make_session(Client &client, const NewSession &wanted);
+
+// Ends the current session.
+void end_session(Client &client, const std::string &verb, uint64_t session);
 
 // Plays; where the player has no session, every song there is.
 void play(Client &client);

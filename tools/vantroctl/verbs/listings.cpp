@@ -179,6 +179,8 @@ std::vector<Section> sections(Client &client, const ListOptions &options) {
     return result;
 }
 
+} // namespace
+
 Place place_of(Client &client, const ListOptions &options, const std::string &text) {
     if (text.empty()) { // Most likely of a shell's variable that is not set.
         throw Failure(Outcome::usage, "an empty NODE: the top of source 1, say, is written 1:");
@@ -201,8 +203,6 @@ Place place_of(Client &client, const ListOptions &options, const std::string &te
     }
     return {all.front().source, ref.id};
 }
-
-} // namespace
 
 void run_sources(Client &client, const ListOptions &options) {
     const std::vector<Source> sources = get_sources(client);
@@ -310,21 +310,6 @@ void run_info(Client &client, const ListOptions &options, const std::string &nod
         lister.show(render_values(values, terminal_columns()));
     }
     lister.end("nothing is known of it");
-}
-
-CommandResult run_load(Client &client, const ListOptions &options, const std::string &node,
-                       int32_t number, bool play) {
-    const Place place = place_of(client, options, node);
-    const LoadedSession session = load_node(client, place, number - 1, play);
-    if (session.scanning) {
-        complain(
-            fmt::format("source {} is still being scanned: songs that it finds from now on are "
-                        "not loaded",
-                        place.source));
-    }
-    return {.command = "load",
-            .session = static_cast<int64_t>(session.id),
-            .scanning = session.scanning};
 }
 
 CommandResult run_jump(Client &client, int32_t number) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/vantroctl/model/command_result.h"
+#include "tools/vantroctl/model/nodes.h"
 
 namespace vantro::ctl {
 
@@ -40,9 +41,8 @@ void run_tracks(Client &client, const ListOptions &options);
 void run_info(Client &client, const ListOptions &options, const std::string &node,
               const std::vector<std::string> &keys);
 
-// @param number of the song to begin with, from 1.
-CommandResult run_load(Client &client, const ListOptions &options, const std::string &node,
-                       int32_t number, bool play);
+// Where a node is that is written as parse_ref() reads it. @throws Failure where that is not clear.
+Place place_of(Client &client, const ListOptions &options, const std::string &text);
 
 // @param number as run_tracks() shows it, from 1.
 CommandResult run_jump(Client &client, int32_t number);

@@ -92,6 +92,50 @@ TEST_F(Catalogue, FromTheTopToASongThatPlays) {
     EXPECT_EQ(std::count(said_.begin(), said_.end(), '\n'), 3);
 }
 
+TEST_F(Catalogue, TracksAreAddedMovedAndTakenAway) {
+    start_vantrod({"--music", music_});
+    ASSERT_EQ(run({"search", "one", "--title"}), 0);
+    const std::string one = node("One");
+    ASSERT_EQ(run({"search", kanji, "--title"}), 0);
+    const std::string two = node(kanji);
+    const struct {
+        std::vector<std::string> arguments;
+        const char *tracks; // 1 and 2, the current one with a star
+        int code = 0;
+    } rows[] = {
+        {{"add", one}, "*1"}, // there was nothing
+        {{"load", two, one, two, "--index", "2", "--play"}, "2*12"},
+        {{"add", one, two}, "2*1212"},
+        {{"insert", two}, "2*12212"},
+        {{"remove", "1"}, "*12212"},
+        {{"move", "1", "3"}, "22*112"},
+        {{"move", "5", "1"}, "222*11"},
+        {{"remove", "9"}, "222*11", 6},
+        {{"remove", "4", "1-2"}, "2*1"}, // the next one goes on
+        {{"remove", "2"}, "*2"},         // there is none: it stops
+        {{"clear"}, ""},
+        {{"clear"}, ""},
+        {{"load", one}, "*1"},
+        {{"remove", "1"}, ""},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(run(row.arguments), row.code) << said_;
+        const std::string name = row.arguments.front() + " " + row.tracks;
+        std::string tracks;
+        if (run({"tracks"}) == 0) {
+            std::istringstream lines(said_);
+            for (std::string line; std::getline(lines, line);) {
+                tracks += line[0] == '*' ? "*" : "";
+                tracks += line.find(one) != line.npos ? '1' : '2';
+            }
+        }
+        EXPECT_EQ(tracks, row.tracks) << name;
+        ASSERT_EQ(run({"status"}), 0);
+        const bool playing = std::string(row.tracks).size() > 2;
+        EXPECT_EQ(said_.find("state: playing") != said_.npos, playing) << name << said_;
+    }
+}
+
 TEST_F(Catalogue, SaysWhatDoesNotExist) {
     start_vantrod({"--music", music_, "--music", path_ + "/more"});
     const struct {
@@ -110,6 +154,15 @@ TEST_F(Catalogue, SaysWhatDoesNotExist) {
         {{"info", "7:"}, 6, "no source 7"},
         {{"load", "1:", "--index", "3"}, 6, "no song 3: there are fewer in 1:"},
         {{"load", "2:"}, 6, "no songs in 2:"},
+        {{"load", "2:", "2:"}, 6, "no songs in any of them"},
+        {{"load", "1:", "2:", "--index", "3"}, 6, "no song 3: there are fewer in them"},
+        {{"add", "1:", "1:nothing"}, 6, "no node 1:nothing in source 1"},
+        {{"insert", "1:", "7:"}, 6, "no source 7"},
+        {{"add"}, 2, "NODE is required"},
+        {{"remove", "1"}, 6, "no track session"},
+        {{"remove", "0"}, 2, "N[-M]: tracks are 3 or 3-7"},
+        {{"remove", "3-2"}, 2, "N[-M]: tracks are 3 or 3-7"},
+        {{"move", "1"}, 2, "M is required"},
         {{"load", ""}, 2, "an empty NODE"},
         {{"load", "", "--source", "1"}, 2, "an empty NODE"},
         {{"browse", ""}, 2, "an empty NODE"},

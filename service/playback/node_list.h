@@ -1,0 +1,22 @@
+// The nodes of which a track session is made, as a request names them.
+#ifndef VANTRO_SERVICE_PLAYBACK_NODE_LIST_H
+#define VANTRO_SERVICE_PLAYBACK_NODE_LIST_H
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "service/catalogue/catalogue.h"
+
+namespace vantro::service::playback {
+
+// Adds the songs of one node, or of several, one a line. If `source` is 0, each line names its
+// source too, as in "1:ID". Returns 0; EINVAL where a line of several is empty, or names no source
+// where it has to; ENODATA where there are no songs; and what Catalogue::songs() returns for the
+// first node that it refuses.
+int songs_of_nodes(catalogue::Catalogue &catalogue, int32_t source, std::string_view nodes,
+                   std::vector<catalogue::QueuedSong> &songs);
+
+} // namespace vantro::service::playback
+
+#endif

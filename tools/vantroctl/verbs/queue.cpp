@@ -1,0 +1,190 @@
+#include "tools/vantroctl/verbs/queue.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include <fmt/format.h>
+
+#include <vantro/catalogue.h>
+
+#include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/output/standard_output.h"
+#include "tools/vantroctl/service/catalogue_queries.h"
+#include "tools/vantroctl/service/client.h"
+
+namespace vantro::ctl {
+namespace {
+
+// Tracks asked for at a time.
+constexpr int32_t page_tracks = 1000;
+
+CommandResult done(const NewSession &wanted, const LoadedSession &session) {
+    if (session.scanning) {
+        complain(fmt::format("source {} is still being scanned: songs that it finds from now on "
+                             "are not loaded",
+                             *session.scanning));
+    }
+    return {.command = wanted.verb,
+            .session = static_cast<int64_t>(session.id),
+            .scanning = session.scanning.has_value()};
+}
+
+std::vector<Place> places_of(Client &client, const ListOptions &options,
+                             const std::vector<std::string> &nodes) {
+    std::vector<Place> places;
+    for (const std::string &node : nodes) {
+        places.push_back(place_of(client, options, node));
+    }
+    return places;
+}
+
+// What the player works through, to be changed and given back.
+class Queue {
+  public:
+    explicit Queue(Client &client) : client_(client), session_(client.need_session()) {
+        while (static_cast<int32_t>(tracks_.size()) < session_.length) {
+            const std::vector<Node> page =
+                tracks_page(client, id(), static_cast<int32_t>(tracks_.size()), page_tracks);
+            if (page.empty()) {
+                break;
+            }
+            for (const Node &node : page) {
+                tracks_.push_back({{node.source, node.id}, static_cast<int32_t>(tracks_.size())});
+            }
+        }
+        const std::optional<TrackStatus> track = client.track();
+        current_ = track ? track->index : 0;
+    }
+
+    // Throws Failure where there is no such track.
+    void need(int32_t number) const {
+        if (number < 1 || number > length()) {
+            throw Failure(Outcome::not_found,
+                          fmt::format("no track {}: the session has {}", number, length()));
+        }
+    }
+
+    void remove(const TrackRange &range) {
+        std::erase_if(tracks_, [&](const Track &track) {
+            return track.before >= range.first - 1 && track.before < range.last;
+        });
+    }
+    void move(int32_t from, int32_t to) {
+        const auto begin = tracks_.begin();
+        if (from < to) {
+            std::rotate(begin + from - 1, begin + from, begin + to);
+        } else {
+            std::rotate(begin + to - 1, begin + from - 1, begin + from);
+        }
+    }
+
+    // Makes a session of what is left. It goes on at the current track, or at the next one after it
+    // that is left; where there is none it stops.
+    CommandResult give_back(const std::string &verb) {
+        drop_unknown();
+        if (tracks_.empty()) {
+            end_session(client_, verb, id());
+            return {.command = verb};
+        }
+        NewSession wanted{verb, {}, 0, VANTRO_TRKSESSION_KEEP};
+        int32_t nearest = session_.length;
+        for (size_t i = 0; i < tracks_.size(); ++i) {
+            wanted.places.push_back(tracks_[i].place);
+            const int32_t before = tracks_[i].before;
+            if (before >= current_ && before < nearest) {
+                nearest = before;
+                wanted.index = static_cast<int32_t>(i);
+            }
+        }
+        const CommandResult result = done(wanted, make_session(client_, wanted));
+        if (nearest == session_.length) {
+            client_.carry_out(verb, vantro_stop);
+        }
+        return result;
+    }
+
+    uint64_t id() const { return static_cast<uint64_t>(session_.id); }
+    int32_t length() const { return session_.length; }
+
+  private:
+    struct Track {
+        Place place;
+        int32_t before; // Its index in the session as it was.
+    };
+
+    // A track that has left the catalogue has no node any more, and cannot be asked for.
+    void drop_unknown() {
+        const size_t unknown =
+            std::erase_if(tracks_, [](const Track &track) { return track.place.id.empty(); });
+        if (unknown > 0) {
+            complain(
+                fmt::format("{} tracks that are no longer in the catalogue are left out", unknown));
+        }
+    }
+
+    Client &client_;
+    const SessionStatus session_;
+    std::vector<Track> tracks_;
+    int32_t current_ = 0;
+};
+
+} // namespace
+
+std::optional<TrackRange> parse_track_range(std::string_view text) {
+    TrackRange range;
+    const char *const end = text.data() + text.size();
+    auto [at, error] = std::from_chars(text.data(), end, range.first);
+    range.last = range.first;
+    if (error == std::errc() && at != end && *at == '-') {
+        const auto last = std::from_chars(at + 1, end, range.last);
+        at = last.ptr;
+        error = last.ec;
+    }
+    const bool good =
+        error == std::errc() && at == end && range.first >= 1 && range.last >= range.first;
+    return good ? std::optional(range) : std::nullopt;
+}
+
+CommandResult run_load(Client &client, const ListOptions &options,
+                       const std::vector<std::string> &nodes, int32_t number, bool play) {
+    const NewSession wanted{"load", places_of(client, options, nodes), number - 1,
+                            play ? VANTRO_TRKSESSION_PLAY : VANTRO_TRKSESSION_LOAD};
+    return done(wanted, make_session(client, wanted));
+}
+
+CommandResult run_add(Client &client, const ListOptions &options, const std::string &verb,
+                      const std::vector<std::string> &nodes) {
+    const NewSession wanted{verb, places_of(client, options, nodes), 0,
+                            verb == "add" ? VANTRO_TRKSESSION_APPEND : VANTRO_TRKSESSION_INSERT};
+    return done(wanted, make_session(client, wanted));
+}
+
+CommandResult run_remove(Client &client, const std::vector<std::string> &ranges) {
+    Queue queue(client);
+    for (const std::string &text : ranges) {
+        const std::optional<TrackRange> range = parse_track_range(text);
+        if (!range) {
+            throw Failure(Outcome::usage, "not understood: " + text);
+        }
+        queue.need(range->last);
+        queue.remove(*range);
+    }
+    return queue.give_back("remove");
+}
+
+CommandResult run_move(Client &client, int32_t from, int32_t to) {
+    Queue queue(client);
+    queue.need(from);
+    queue.need(to);
+    queue.move(from, to);
+    return queue.give_back("move");
+}
+
+CommandResult run_clear(Client &client) {
+    if (const std::optional<SessionStatus> session = client.session()) {
+        end_session(client, "clear", static_cast<uint64_t>(session->id));
+    }
+    return {.command = "clear"};
+}
+
+} // namespace vantro::ctl

@@ -1,0 +1,47 @@
+// The verbs that change what the player works through.
+#ifndef VANTRO_TOOLS_VANTROCTL_VERBS_QUEUE_H
+#define VANTRO_TOOLS_VANTROCTL_VERBS_QUEUE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/vantroctl/model/command_result.h"
+#include "tools/vantroctl/verbs/listings.h"
+
+namespace vantro::ctl {
+
+class Client;
+
+// Tracks by their numbers, from 1, first and last.
+struct TrackRange {
+    int32_t first = 0;
+    int32_t last = 0;
+};
+
+// "3" or "3-7", or nothing.
+std::optional<TrackRange> parse_track_range(std::string_view text);
+
+// Nodes here and below are written as parse_ref() reads them.
+// @param number of the song to begin with, from 1.
+CommandResult run_load(Client &client, const ListOptions &options,
+                       const std::vector<std::string> &nodes, int32_t number, bool play);
+
+// @param verb "add" for behind all tracks, "insert" for behind the current one.
+CommandResult run_add(Client &client, const ListOptions &options, const std::string &verb,
+                      const std::vector<std::string> &nodes);
+
+// @param ranges as parse_track_range() reads them; they may overlap.
+CommandResult run_remove(Client &client, const std::vector<std::string> &ranges);
+
+// Moves a track so that it has another number; both from 1.
+CommandResult run_move(Client &client, int32_t from, int32_t to);
+
+// Leaves the player without tracks.
+CommandResult run_clear(Client &client);
+
+} // namespace vantro::ctl
+
+#endif
