@@ -7,8 +7,8 @@
 //
 // mpv has two entries at most: what is played, and what follows. When it goes from one to the other
 // the last of the first is still in the output's buffer, so the start of the second is reported
-// when its position reaches 0, and an end with nothing after it when mpv becomes idle. At the end of
-// each entry mpv waits until the thread has seen to it that what follows is known.
+// when its position reaches 0, and an end with nothing after it when mpv becomes idle. At the end
+// of each entry mpv waits until the thread has seen to it that what follows is known.
 //
 // While nothing plays the thread sleeps without a timer.
 #ifndef VANTRO_SERVICE_SOUND_MPV_SOUND_H

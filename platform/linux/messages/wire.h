@@ -31,7 +31,7 @@ enum FrameFlag : uint32_t {
     frame_memory_file = 1, // the bytes are in a sealed memory file that came along
     frame_error = 2,       // an error reply
     frame_answer_file = 4  // of a reply: the bytes are in the lane's answer file (answer_file.h),
-                          // which comes along if it is new
+                           // which comes along if it is new
 };
 
 // One record on a control socket. A client has at most one request unanswered. Descriptors go from
