@@ -77,6 +77,9 @@ size_t answer_length(const vantro::service::requests::Bytes &request,
     case VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION:
         require(read<int32_t>(answer, 4) >= 0 && read<int32_t>(answer, 4) <= 20'000);
         return 8;
+    case VANTRO_COMMAND_GET_VOLUME:
+        require(read<uint32_t>(answer, 4) <= 100 && read<uint32_t>(answer, 8) <= 1);
+        return 12;
     default:
         return 4;
     }

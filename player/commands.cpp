@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdint>
 
+#include <vantro/extras.h>
 #include <vantro/player.h>
 
 #include "player/failure.h"
@@ -27,6 +28,8 @@ constexpr Command rate_command{VANTRO_COMMAND_SET_PLAYBACK_RATE,
                                "vantro_set_playback_rate() failed"};
 constexpr Command shuffle_command{VANTRO_COMMAND_SHUFFLE, "vantro_shuffle() failed"};
 constexpr Command repeat_command{VANTRO_COMMAND_REPEAT, "vantro_repeat() failed"};
+constexpr Command volume_command{VANTRO_COMMAND_SET_VOLUME, "vantro_set_volume() failed"};
+constexpr Command muted_command{VANTRO_COMMAND_SET_MUTED, "vantro_set_muted() failed"};
 
 int conclude(const Command &command, int32_t result) {
     if (result == 0) {
@@ -99,4 +102,12 @@ int vantro_repeat(VantroHandle *handle, int32_t mode) {
         return -1;
     }
     return send(handle, repeat_command, mode);
+}
+
+int vantro_set_volume(VantroHandle *handle, int32_t level) {
+    return send(handle, volume_command, level);
+}
+
+int vantro_set_muted(VantroHandle *handle, int32_t muted) {
+    return send(handle, muted_command, muted);
 }

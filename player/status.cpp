@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <vantro/extras.h>
 #include <vantro/player.h>
 
 #include "player/failure.h"
@@ -15,6 +16,7 @@ namespace {
 static_assert(sizeof(VantroStateInfo) == 16);
 static_assert(sizeof(VantroTrksessionInfo) == 16);
 static_assert(offsetof(VantroTrksessionInfo, tsid) == 8);
+static_assert(sizeof(VantroVolume) == 8);
 
 // Asks for an answer of fixed size. An answer that ends before its record does counts as a refusal.
 template <class Value>
@@ -153,5 +155,15 @@ int vantro_get_current_track_position(VantroHandle *handle, int32_t *position) {
         return -1;
     }
     *position = received;
+    return 0;
+}
+
+int vantro_get_volume(VantroHandle *handle, VantroVolume *volume) {
+    VantroVolume received{};
+    if (!require_player(handle) ||
+        !ask(handle, VANTRO_COMMAND_GET_VOLUME, "vantro_get_volume() failed", received)) {
+        return -1;
+    }
+    *volume = received;
     return 0;
 }

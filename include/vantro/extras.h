@@ -1,7 +1,7 @@
 /**
  * Conveniences beyond the system's published interface: freeing what queries return, and following
  * a player from an event loop, for a limited time, or until another thread ends it; time limits for
- * the service, and why a call failed.
+ * the service, why a call failed, and the volume.
  *
  * Freeing. Each function frees every string of each record, then the block that holds the records;
  * NULL does nothing. Records of the library's own, such as those of an event, are not to be freed.
@@ -107,6 +107,37 @@ VANTRO_API int vantro_set_timeout(VantroHandle *handle, int timeout_ms);
  * @return as vantro_connect(); also ETIMEDOUT, and EINVAL where timeout_ms is 0.
  */
 VANTRO_API VantroHandle *vantro_connect_timed(int timeout_ms);
+
+/** How loud a player plays. 8 bytes, exactly as the service sent them. */
+typedef struct VantroVolume {
+    int32_t level; /**< 0 to 100; 100, as at first, changes nothing of the music. */
+    int32_t muted; /**< 1 if nothing is heard, whatever the level; else 0. */
+} VantroVolume;
+
+/**
+ * Asks how loud the player plays. Like the commands below an extension of vantrod's: a service that
+ * does not know it refuses it. Needs an open player. Blocks until the service answers.
+ * @param volume receives the answer; untouched on failure.
+ * @return 0, or -1: bad handle, failed exchange, refusal.
+ */
+VANTRO_API int vantro_get_volume(VantroHandle *handle, VantroVolume *volume);
+
+/**
+ * Sets the level. It says nothing of whether the player is muted, and neither does that of the
+ * level. Once either was set the object "volume" tells of it: vantro_event_get() gives each change
+ * as a VANTRO_EVENT_NONE with that name, whose dictionary has "level" and "muted" ("true" or
+ * "false"). Needs an open player. Blocks until the service has done it.
+ * @param level 0 to 100; passed on as it is: the service refuses what is out of range.
+ * @return 0, or -1: bad handle, failed exchange, refusal. Nothing has changed then.
+ */
+VANTRO_API int vantro_set_volume(VantroHandle *handle, int32_t level);
+
+/**
+ * Mutes the player, or ends that.
+ * @param muted 0 or 1; passed on as it is: the service refuses what is neither.
+ * @return as vantro_set_volume().
+ */
+VANTRO_API int vantro_set_muted(VantroHandle *handle, int32_t muted);
 
 /** Why a call failed. */
 enum {

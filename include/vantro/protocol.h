@@ -111,7 +111,16 @@ enum {
     /** VANTRO_SHUFFLE_*. Nothing. */
     VANTRO_COMMAND_SHUFFLE = 23,
     /** VANTRO_REPEAT_*. Nothing. */
-    VANTRO_COMMAND_REPEAT = 24
+    VANTRO_COMMAND_REPEAT = 24,
+
+    /* Extensions, from 256 on. A service that does not know them refuses them. */
+
+    /** None. A VantroVolume. */
+    VANTRO_COMMAND_GET_VOLUME = 256,
+    /** Level, 0 to 100. Nothing. */
+    VANTRO_COMMAND_SET_VOLUME = 257,
+    /** 0 or 1. Nothing. */
+    VANTRO_COMMAND_SET_MUTED = 258
 };
 
 #ifdef __cplusplus

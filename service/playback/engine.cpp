@@ -271,6 +271,28 @@ int Engine::set_repeat(int32_t mode) {
     return 0;
 }
 
+int Engine::set_volume(int32_t level) {
+    if (level < 0 || level > volume_max) {
+        return ERANGE;
+    }
+    const MutexLock guard(mutex_);
+    const auto now = catch_up();
+    const bool changed = std::exchange(volume_.level, level) != level;
+    note(changed ? Change::volume : 0u, now);
+    return 0;
+}
+
+int Engine::set_muted(int32_t muted) {
+    if (muted != 0 && muted != 1) {
+        return ERANGE;
+    }
+    const MutexLock guard(mutex_);
+    const auto now = catch_up();
+    const bool changed = std::exchange(volume_.muted, muted) != muted;
+    note(changed ? Change::volume : 0u, now);
+    return 0;
+}
+
 // The current song stays the current one, and with shuffle all others follow it.
 int Engine::set_shuffle(int32_t mode) {
     if (mode != VANTRO_SHUFFLE_OFF && mode != VANTRO_SHUFFLE_ON) {
@@ -294,9 +316,9 @@ int Engine::set_shuffle(int32_t mode) {
 
 Engine::Snapshot Engine::at(std::chrono::nanoseconds now) const {
     if (!session_) {
-        return {modes_, nullptr, 0, 0};
+        return {modes_, volume_, nullptr, 0, 0};
     }
-    return {modes_, session_, index(), static_cast<int32_t>(position(now) / 1000)};
+    return {modes_, volume_, session_, index(), static_cast<int32_t>(position(now) / 1000)};
 }
 
 Engine::Snapshot Engine::snapshot() {

@@ -32,6 +32,7 @@
 #include <random>
 #include <vector>
 
+#include <vantro/extras.h>
 #include <vantro/player.h>
 
 #include "common/locks.h"
@@ -46,6 +47,9 @@ inline constexpr int32_t restart_after_ms = 3000;
 // Fastest playback. Faster is no longer playing; the bound also keeps a position reached
 // over any number of years exact.
 inline constexpr float rate_max = 16.0f;
+
+// As loud as the music is.
+inline constexpr int32_t volume_max = 100;
 
 // A player stops after so many unplayable tracks in a row. That many mean a missing disk rather
 // than damaged files, and followers of the player should not get a flood of events.
@@ -72,6 +76,7 @@ class Engine {
 
     struct Snapshot {
         VantroStateInfo modes;
+        VantroVolume volume;
         SessionPtr session;      // null while idle
         int32_t index = 0;       // of the current song within the session
         int32_t position_ms = 0; // from the start of that song
@@ -79,7 +84,7 @@ class Engine {
 
     struct Change {
         // What became different; where it is nothing but the time, `tick`.
-        enum : unsigned { state = 1, session = 2, track = 4, position = 8, tick = 16 };
+        enum : unsigned { state = 1, session = 2, track = 4, position = 8, tick = 16, volume = 32 };
         unsigned what = 0;
         int32_t error = 0; // with `state`: the VANTRO_ERROR_* that stopped the player, or 0
         Snapshot now;
@@ -119,6 +124,8 @@ class Engine {
     int set_rate(float rate) EXCLUDES(mutex_);
     int set_shuffle(int32_t mode) EXCLUDES(mutex_);
     int set_repeat(int32_t mode) EXCLUDES(mutex_);
+    int set_volume(int32_t level) EXCLUDES(mutex_);
+    int set_muted(int32_t muted) EXCLUDES(mutex_);
 
     Snapshot snapshot() EXCLUDES(mutex_);
 
@@ -183,6 +190,7 @@ class Engine {
     Mutex mutex_;
     std::minstd_rand random_ GUARDED_BY(mutex_);
     VantroStateInfo modes_ GUARDED_BY(mutex_);
+    VantroVolume volume_ GUARDED_BY(mutex_){volume_max, 0};
     SessionPtr session_ GUARDED_BY(mutex_);
     // With shuffle: indices of the session in the order of play.
     std::vector<int32_t> order_ GUARDED_BY(mutex_);

@@ -37,6 +37,8 @@ sound::Wanted Engine::wanted() {
     const MutexLock guard(mutex_);
     sound::Wanted wanted;
     wanted.rate = modes_.rate;
+    wanted.volume = volume_.level;
+    wanted.muted = volume_.muted != 0;
     if (!session_ || modes_.state == VANTRO_STATE_STOPPED) {
         return wanted;
     }

@@ -79,6 +79,9 @@ void Player::publish_change(const Engine::Change &change) {
     if ((change.what & Engine::Change::state) != 0) {
         publisher_->state(now.modes, change.error);
     }
+    if ((change.what & Engine::Change::volume) != 0) {
+        publisher_->volume(now.volume);
+    }
     if (!now.session) {
         if (song_ != 0) {
             publisher_->session_gone();

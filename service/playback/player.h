@@ -107,6 +107,8 @@ class Player : private sound::Listener {
     int set_rate(float rate) { return engine_.set_rate(rate); }
     int set_shuffle(int32_t mode) { return engine_.set_shuffle(mode); }
     int set_repeat(int32_t mode) { return engine_.set_repeat(mode); }
+    int set_volume(int32_t level) { return engine_.set_volume(level); }
+    int set_muted(int32_t muted) { return engine_.set_muted(muted); }
     Engine::Snapshot snapshot() { return engine_.snapshot(); }
 
     // Whether there is a current session.

@@ -105,6 +105,11 @@ void Publisher::position(int32_t position_ms) {
     publish("status", {{"position", KIVO_NUMBER, std::to_string(position_ms).c_str()}});
 }
 
+void Publisher::volume(const VantroVolume &volume) {
+    publish("volume", {{"level", KIVO_NUMBER, std::to_string(volume.level).c_str()},
+                       {"muted", KIVO_BOOLEAN, volume.muted != 0 ? "true" : "false"}});
+}
+
 void Publisher::session_gone() {
     for (const char *object : {"status", "track", "trksession"}) {
         done(object_delete(publisher_.get(), object), object);

@@ -18,6 +18,7 @@
 #include <set>
 #include <string>
 
+#include <vantro/extras.h>
 #include <vantro/platform/objects.h>
 #include <vantro/player.h>
 
@@ -51,6 +52,7 @@ class Publisher {
     void track(int32_t index, uint64_t tsid, const catalogue::Node *node,
                const catalogue::SongMetadata *metadata);
     void position(int32_t position_ms);
+    void volume(const VantroVolume &volume);
     // Deletes session, track and position.
     void session_gone();
     // Publishes a source that differs from what was published last; with `again`, any.

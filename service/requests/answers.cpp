@@ -80,6 +80,13 @@ const Answers::Command *Answers::find_command(uint16_t number) {
          [](Answers &, const Call &call) { return call.player->set_rate(call.request.rate); }},
         {VANTRO_COMMAND_SHUFFLE, forms::value, needed, moments, control_to<&Own::set_shuffle>},
         {VANTRO_COMMAND_REPEAT, forms::value, needed, moments, control_to<&Own::set_repeat>},
+        {VANTRO_COMMAND_GET_VOLUME, forms::nothing, needed, moments,
+         [](Answers &, const Call &call) {
+             append(call.answer, call.player->snapshot().volume);
+             return 0;
+         }},
+        {VANTRO_COMMAND_SET_VOLUME, forms::value, needed, moments, control_to<&Own::set_volume>},
+        {VANTRO_COMMAND_SET_MUTED, forms::value, needed, moments, control_to<&Own::set_muted>},
     };
     const auto found =
         std::find_if(std::begin(commands), std::end(commands),

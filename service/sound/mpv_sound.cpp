@@ -261,6 +261,12 @@ void MpvSound::apply(const Wanted &wanted) {
     if (std::exchange(rate_, wanted.rate) != wanted.rate) {
         own_core_->set_number("speed", static_cast<double>(wanted.rate));
     }
+    if (std::exchange(volume_, wanted.volume) != wanted.volume) {
+        own_core_->set_number("volume", wanted.volume);
+    }
+    if (std::exchange(muted_, wanted.muted) != wanted.muted) {
+        own_core_->set_flag("mute", wanted.muted);
+    }
     // What is to follow is known before anything plays: an output may be faster than the music.
     if (!wanted.playing) {
         hold(true);

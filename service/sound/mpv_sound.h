@@ -89,6 +89,8 @@ class MpvSound : public Sound {
     std::string output_error_; // what mpv said of an output last
     bool held_ = true;         // as a core begins
     float rate_ = 0;
+    int32_t volume_ = 100;
+    bool muted_ = false;
 
     Mutex mutex_;
     MpvCore *core_ GUARDED_BY(mutex_) = nullptr;

@@ -29,6 +29,8 @@ struct Wanted {
     Cue next;             // what follows without a gap, from its start
     bool playing = false; // else `now` is held
     float rate = 1;
+    int32_t volume = 100; // of 100
+    bool muted = false;
 };
 
 class Listener {

@@ -159,6 +159,14 @@ std::string get_metadata(Scene &scene) {
     return told;
 }
 
+std::string get_volume(Scene &scene) {
+    Handle player = scene.player();
+    VantroVolume volume = {-1, -1};
+    const int result = scene.faulted([&] { return vantro_get_volume(player, &volume); });
+    const bool wrote = volume.level != -1 || volume.muted != -1;
+    return result == 0 ? std::to_string(volume.level) : wrote ? "failed, and wrote" : "failed";
+}
+
 std::string get_extended(Scene &scene) {
     Handle player = scene.player();
     const char *id = a_song(player);
@@ -198,6 +206,8 @@ Rows player_rows() {
                 [](Handle h) { return vantro_set_playback_rate(h, 1); }),
         command("vantro_shuffle", [](Handle h) { return vantro_shuffle(h, 0); }),
         command("vantro_repeat", [](Handle h) { return vantro_repeat(h, 0); }),
+        command("vantro_set_volume", [](Handle h) { return vantro_set_volume(h, 100); }),
+        command("vantro_set_muted", [](Handle h) { return vantro_set_muted(h, 0); }),
         command("vantro_jump", [](Handle h) { return vantro_jump(h, 1); }),
         {"vantro_create_trksession", [](Scene &scene) { return session(scene, true); }},
         {"vantro_destroy_trksession", [](Scene &scene) { return session(scene, false); }},
@@ -215,6 +225,7 @@ Rows player_rows() {
             },
             [](int32_t position) { return std::string(position >= 0 ? "a position" : "none"); },
             [](int32_t) {}),
+        {"vantro_get_volume", get_volume},
         {"vantro_get_metadata", get_metadata},
         {"vantro_get_current_track_info", get_track, Way::may_abort},
         list<MediaSource>(

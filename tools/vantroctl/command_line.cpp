@@ -153,6 +153,12 @@ void CommandLine::add_commands() {
         ->check([](const std::string &text) {
             return parse_rate(text) ? "" : "a rate is a number, such as 1 or 1.5";
         });
+    app_.add_subcommand("volume", "Show the volume, or set it: 40, +5, -5, mute, unmute")
+        ->add_option("VOLUME", options_.argument, "0 to 100, +N or -N, mute or unmute")
+        ->type_name("")
+        ->check([](const std::string &text) {
+            return parse_volume(text) ? "" : "a volume is 0 to 100, +5, -5, mute or unmute";
+        });
     with_argument("shuffle", "Play in random order or not: on, off, toggle", "on|off|toggle")
         ->check([](const std::string &text) {
             return text == "on" || text == "off" || text == "toggle"

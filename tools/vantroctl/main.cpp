@@ -57,6 +57,7 @@ void run(const std::string &verb, const Options &options) {
             : verb == "rate"    ? run_rate(client, options.argument)
             : verb == "shuffle" ? run_shuffle(client, options.argument)
             : verb == "repeat"  ? run_repeat(client, options.argument)
+            : verb == "volume"  ? run_volume(client, options.argument)
             : verb == "jump"    ? run_jump(client, options.number)
             : verb == "load" ? run_load(client, list, options.nodes, options.number, options.play)
             : verb == "add" || verb == "insert" ? run_add(client, list, verb, options.nodes)
@@ -66,6 +67,8 @@ void run(const std::string &verb, const Options &options) {
                                                 : run_plain(client, verb);
         if (list.json) {
             print(json_done(list.player, done));
+        } else if (verb == "volume" && options.argument.empty()) {
+            print(volume_text({*done.volume, *done.muted}) + '\n');
         }
     }
 }

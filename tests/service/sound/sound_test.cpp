@@ -205,6 +205,42 @@ TEST_F(Sound, WhatWasSoughtToItsEndHasEnded) {
     EXPECT_EQ(heard(), tone(300, 2)) << seen;
 }
 
+TEST_F(Sound, IsAsLoudAsItWasSet) {
+    write("1.wav", wav(tone(300, 1)));
+    load_pcm();
+    EXPECT_NE(vantro_set_volume(player_, 101), 0);
+    EXPECT_NE(vantro_set_volume(player_, -1), 0);
+    EXPECT_NE(vantro_set_muted(player_, 2), 0);
+    ASSERT_EQ(vantro_set_volume(player_, 50), 0);
+    const auto volume_event = [](const VantroEvent &event) {
+        return event.object_name && std::string(event.object_name) == "volume" &&
+               std::string(mosk_dict_find_value(event.dict, "level")) == "50" &&
+               std::string(mosk_dict_find_value(event.dict, "muted")) == "false";
+    };
+    EXPECT_EQ(until(volume_event), "");
+    VantroVolume volume = {};
+    ASSERT_EQ(vantro_get_volume(player_, &volume), 0);
+    EXPECT_EQ(volume.level, 50);
+    EXPECT_EQ(volume.muted, 0);
+    ASSERT_EQ(vantro_play(player_), 0);
+    until_state(VANTRO_STATE_STOPPED);
+    const Samples soft = heard();
+    const Samples loud = tone(300, 1);
+    ASSERT_EQ(soft.size(), loud.size());
+    for (size_t i = 0; i < loud.size(); ++i) { // half the level is an eighth, as mpv has it
+        ASSERT_NEAR(soft[i], loud[i] / 8, 2) << i;
+    }
+}
+
+TEST_F(Sound, IsSilentWhileMuted) {
+    write("1.wav", wav(tone(300, 1)));
+    load_pcm();
+    ASSERT_EQ(vantro_set_muted(player_, 1), 0);
+    ASSERT_EQ(vantro_play(player_), 0);
+    until_state(VANTRO_STATE_STOPPED);
+    EXPECT_EQ(heard(), Samples(300 * rate / 1000));
+}
+
 // Whichever notices first, mpv or the look at the file, decides what the error is.
 TEST_F(Sound, PassesOverWhatCannotBePlayed) {
     for (const char *file : {"1.wav", "2.wav", "3.wav", "4.wav"}) {

@@ -15,6 +15,8 @@ struct CommandResult {
     std::optional<float> rate = std::nullopt;
     std::optional<bool> shuffle = std::nullopt;
     std::optional<int32_t> repeat = std::nullopt;
+    std::optional<int32_t> volume = std::nullopt;
+    std::optional<bool> muted = std::nullopt;
     std::optional<int32_t> index = std::nullopt;   // Of a track, from 0.
     std::optional<int64_t> session = std::nullopt; // Id of a new track session.
     std::optional<bool> scanning = std::nullopt;   // Whether songs may be missing from it.

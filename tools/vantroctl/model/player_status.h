@@ -41,11 +41,17 @@ struct PlayerModes {
     bool operator==(const PlayerModes &) const = default;
 };
 
+struct Volume {
+    int32_t level = 0; // Of 100.
+    bool muted = false;
+};
+
 struct PlayerStatus : PlayerModes {
     std::string player;
     int32_t position_ms = 0;
     std::optional<TrackStatus> track;
     std::optional<SessionStatus> session;
+    std::optional<Volume> volume = {}; // Where the service knows it.
 };
 
 } // namespace vantro::ctl

@@ -30,6 +30,10 @@ std::string json_status(const PlayerStatus &status) {
     add_track(object, status.track);
     object.key("session");
     add_session(object, status.session);
+    if (status.volume) {
+        object.key("volume").number(status.volume->level);
+        object.key("muted").boolean(status.volume->muted);
+    }
     return object.line();
 }
 
@@ -46,6 +50,12 @@ std::string json_done(const std::string &player, const CommandResult &done) {
     }
     if (done.repeat) {
         object.key("repeat").text(repeat_name(*done.repeat));
+    }
+    if (done.volume) {
+        object.key("volume").number(*done.volume);
+    }
+    if (done.muted) {
+        object.key("muted").boolean(*done.muted);
     }
     if (done.index) {
         object.key("index").number(*done.index);

@@ -96,6 +96,10 @@ std::string rate_text(float rate) {
     return fmt::format("{}", rate);
 }
 
+std::string volume_text(const Volume &volume) {
+    return fmt::format("{}{}", volume.level, volume.muted ? ", muted" : "");
+}
+
 std::string render_screen(const PlayerStatus &status, int columns) {
     Screen screen(columns);
     std::string head = clean_text(status.player) + ": " + state_name(status.state);
@@ -114,9 +118,13 @@ std::string render_screen(const PlayerStatus &status, int columns) {
     } else {
         screen.line("no track");
     }
-    screen.wrapped({fmt::format("repeat {}", repeat_name(status.repeat)),
-                    fmt::format("shuffle {}", shuffle_name(status.shuffle)),
-                    fmt::format("rate {}", rate_text(status.rate))});
+    std::vector<std::string> modes = {fmt::format("repeat {}", repeat_name(status.repeat)),
+                                      fmt::format("shuffle {}", shuffle_name(status.shuffle)),
+                                      fmt::format("rate {}", rate_text(status.rate))};
+    if (status.volume) {
+        modes.push_back(fmt::format("volume {}", volume_text(*status.volume)));
+    }
+    screen.wrapped(modes);
     return screen.take();
 }
 
@@ -140,6 +148,9 @@ std::string render_lines(const PlayerStatus &status) {
     add("repeat", repeat_name(status.repeat));
     add("shuffle", shuffle_name(status.shuffle));
     add("rate", rate_text(status.rate));
+    if (status.volume) {
+        add("volume", volume_text(*status.volume));
+    }
     return text;
 }
 

@@ -19,6 +19,8 @@ const char *repeat_name(int32_t repeat);
 const char *shuffle_name(int32_t shuffle);
 
 // The shortest decimal text of a rate that reads back as the same number.
+// "80", "80, muted".
+std::string volume_text(const Volume &volume);
 std::string rate_text(float rate);
 
 // One screen for a person, no line longer than `columns`.

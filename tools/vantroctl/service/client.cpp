@@ -203,6 +203,16 @@ SessionStatus Client::need_session() {
     throw Failure(Outcome::not_found, no_session);
 }
 
+std::optional<Volume> Client::volume() {
+    VantroVolume volume = {};
+    const int32_t reason =
+        ask("volume", [&](VantroHandle *handle) { return vantro_get_volume(handle, &volume); });
+    if (reason != 0 && reason != ENOSYS) {
+        throw refusal("volume", reason);
+    }
+    return reason == 0 ? std::optional(Volume{volume.level, volume.muted != 0}) : std::nullopt;
+}
+
 std::optional<TrackStatus> Client::track() {
     VantroTrackInfo *info = nullptr;
     std::unique_ptr<VantroTrackInfo, TrackInfoFree> owner;
@@ -227,6 +237,7 @@ PlayerStatus Client::status() {
     status.rate = now.rate;
     status.repeat = now.repeat;
     status.shuffle = now.shuffle;
+    status.volume = volume();
     status.session = session();
     status.track = status.session ? track() : std::nullopt;
     if (status.track) {

@@ -52,6 +52,9 @@ class Client {
     // The same. @throws Failure where there is none.
     SessionStatus need_session();
 
+    // Nothing of a service that knows no volume.
+    std::optional<Volume> volume();
+
     std::optional<TrackStatus> track();
     PlayerStatus status();
 

@@ -1,11 +1,13 @@
 #include "tools/vantroctl/verbs/commands.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
 
 #include <fmt/format.h>
 
+#include <vantro/extras.h>
 #include <vantro/player.h>
 
 #include "tools/vantroctl/failure.h"
@@ -93,6 +95,43 @@ CommandResult run_rate(Client &client, const std::string &text) {
         throw refusal("rate", reason);
     }
     return {.command = "rate", .rate = rate};
+}
+
+std::optional<VolumeChange> parse_volume(std::string_view text) {
+    VolumeChange change;
+    if (text == "mute" || text == "unmute") {
+        change.muted = text == "mute";
+        return change;
+    }
+    change.relative = text.starts_with('+') || text.starts_with('-');
+    const std::string_view digits = text.substr(change.relative ? 1 : 0);
+    const char *const digits_end = digits.data() + digits.size();
+    const auto [end, error] = std::from_chars(digits.data(), digits_end, change.level);
+    if (error != std::errc() || end != digits_end || change.level < 0 || change.level > 100) {
+        return std::nullopt;
+    }
+    change.level = text.starts_with('-') ? -change.level : change.level;
+    return change;
+}
+
+CommandResult run_volume(Client &client, const std::string &text) {
+    std::optional<Volume> volume = client.volume();
+    if (!volume) {
+        throw refusal("volume", ENOSYS);
+    }
+    if (!text.empty()) {
+        const VolumeChange change = required(parse_volume(text), text);
+        client.carry_out("volume", [&](VantroHandle *handle) {
+            if (change.muted) {
+                volume->muted = *change.muted;
+                return vantro_set_muted(handle, volume->muted ? 1 : 0);
+            }
+            const int32_t level = change.level + (change.relative ? volume->level : 0);
+            volume->level = std::clamp(level, 0, 100);
+            return vantro_set_volume(handle, volume->level);
+        });
+    }
+    return {.command = "volume", .volume = volume->level, .muted = volume->muted};
 }
 
 CommandResult run_shuffle(Client &client, const std::string &text) {

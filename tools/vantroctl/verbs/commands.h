@@ -28,6 +28,17 @@ CommandResult run_seek(Client &client, const std::string &text);
 // @param text as parse_rate() reads it.
 CommandResult run_rate(Client &client, const std::string &text);
 
+// "40", "+5", "-5", "mute" or "unmute".
+struct VolumeChange {
+    std::optional<bool> muted; // Else the level:
+    int32_t level = 0;
+    bool relative = false;
+};
+std::optional<VolumeChange> parse_volume(std::string_view text);
+
+// @param text as parse_volume() reads it; "" only asks.
+CommandResult run_volume(Client &client, const std::string &text);
+
 // @param text "on", "off" or "toggle".
 CommandResult run_shuffle(Client &client, const std::string &text);
 

@@ -250,6 +250,11 @@ TEST_F(Vantroctl, DrivesThePlayersOfTheService) {
         {{"seek", "-1:00"}, "\"command\":\"seek\",\"position_ms\":23500}"},
         {{"seek", "+10"}, "\"command\":\"seek\",\"position_ms\":33500}"},
         {{"rate", "1.5"}, "\"command\":\"rate\",\"rate\":1.5}"},
+        {{"volume", "40"}, "\"command\":\"volume\",\"volume\":40,\"muted\":false}"},
+        {{"volume", "+70"}, "\"command\":\"volume\",\"volume\":100,\"muted\":false}"},
+        {{"volume", "-15"}, "\"command\":\"volume\",\"volume\":85,\"muted\":false}"},
+        {{"volume", "mute"}, "\"command\":\"volume\",\"volume\":85,\"muted\":true}"},
+        {{"volume"}, "\"command\":\"volume\",\"volume\":85,\"muted\":true}"},
         {{"repeat", "one"}, "\"command\":\"repeat\",\"repeat\":\"one\"}"},
         {{"shuffle", "toggle"}, "\"command\":\"shuffle\",\"shuffle\":true}"},
         {{"shuffle", "toggle"}, "\"command\":\"shuffle\",\"shuffle\":false}"},
@@ -263,7 +268,7 @@ TEST_F(Vantroctl, DrivesThePlayersOfTheService) {
     EXPECT_EQ(run({"status"}), 0);
     EXPECT_EQ(said_, "player: main\nstate: paused\ntrack: 1\ntracks: 2\ntitle: One\n"
                      "artist: \xEF\xBF\xBD[31mRed\nalbum:\nposition: 0:33\nduration: 1:40\n"
-                     "repeat: one\nshuffle: off\nrate: 1.5\n");
+                     "repeat: one\nshuffle: off\nrate: 1.5\nvolume: 85, muted\n");
     EXPECT_EQ(on_terminal(40, {"status"}), 0);
     EXPECT_EQ(said_.find("main: paused, track 1 of 2\n"), 0u) << said_;
     EXPECT_EQ(run({"seek", "-50"}), 0);
