@@ -1,5 +1,6 @@
-# What is installed, in two components: `runtime` (libraries and programs) and `development`
-# (headers, pkg-config files and the CMake package). The installed tree may be moved as a whole.
+# What is installed, in three components: `runtime` (libraries and programs), `development`
+# (headers, pkg-config files and the CMake package) and `python` (the Python package). The installed
+# tree may be moved as a whole.
 include(CMakePackageConfigHelpers)
 
 # Programs find the libraries beside them, and libraries each other, wherever the tree lies.

@@ -68,6 +68,12 @@ status=0
 
 "$source/scripts/check-examples" "$prefix"
 
+# The Python package finds the library of the tree that it lies in.
+said=$(PYTHONPATH=$prefix/lib/python3/dist-packages /usr/bin/python3 -c '
+import vantro
+print(vantro.__version__, vantro._library.library._name)')
+[ "$said" = "$version $prefix/lib/libvantroclient.so.1" ] || fail "the Python package says $said"
+
 # A runtime alone has no header and starts.
 cmake --install "$build" --prefix "$scratch/runtime_only" --component runtime >/dev/null
 [ ! -e "$scratch/runtime_only/include" ] || fail "the runtime component holds headers"

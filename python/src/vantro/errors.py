@@ -1,0 +1,112 @@
+"""What calls raise where they fail."""
+
+import ctypes
+import enum
+import errno
+import os
+
+from ._library import VantroFailure, library
+
+
+class Reason(enum.IntEnum):
+    """Why a call failed; VANTRO_FAILURE_* of extras.h."""
+
+    GONE = 1
+    REFUSED = 2
+    INTERRUPTED = 3
+    TIMED_OUT = 4
+    MALFORMED = 5
+    NO_MEMORY = 6
+    INVALID = 7
+    OTHER = 8
+
+
+class VantroError(Exception):
+    """A call that failed. The subclasses are the reasons; this one itself is Reason.OTHER.
+
+    `reason` is why, `number` an error number of the module errno, the service's own where it
+    refused, or 0, and `text` says it for people.
+    """
+
+    reason: Reason = Reason.OTHER
+
+    def __init__(self, number: int, text: str) -> None:
+        super().__init__(text)
+        self.number = number
+        self.text = text
+
+    def __str__(self) -> str:
+        return self.text
+
+
+class ServiceGone(VantroError):
+    """There is no service, or it has ended. Make a new Player."""
+
+    reason = Reason.GONE
+
+
+class Refused(VantroError):
+    """The service did not do it; `number` is its reason."""
+
+    reason = Reason.REFUSED
+
+
+class Interrupted(VantroError):
+    """A signal handler ran. The service may or may not have done what it was told."""
+
+    reason = Reason.INTERRUPTED
+
+
+class TimedOut(VantroError, TimeoutError):
+    """The time limit was over. The service may or may not have done what it was told."""
+
+    reason = Reason.TIMED_OUT
+
+
+class Malformed(VantroError):
+    """What the service said cannot be understood."""
+
+    reason = Reason.MALFORMED
+
+
+class NoMemory(VantroError):
+    """There is no memory, here or for the answer there."""
+
+    reason = Reason.NO_MEMORY
+
+
+class Invalid(VantroError):
+    """An argument, or the player is closed; nothing was sent."""
+
+    reason = Reason.INVALID
+
+
+_classes: dict[int, type[VantroError]] = {
+    kind.reason: kind
+    for kind in (ServiceGone, Refused, Interrupted, TimedOut, Malformed, NoMemory, Invalid)
+}
+
+_reasons_of_errno = {
+    errno.ENOENT: Reason.GONE,
+    errno.ECONNREFUSED: Reason.GONE,
+    errno.ESTALE: Reason.GONE,
+    errno.EINTR: Reason.INTERRUPTED,
+    errno.EBADMSG: Reason.MALFORMED,
+    errno.ENOMEM: Reason.NO_MEMORY,
+    errno.EINVAL: Reason.INVALID,
+    errno.EBADF: Reason.INVALID,
+}
+
+
+def last_failure() -> VantroError:
+    """Of the call of this thread that has just failed, but for those for events."""
+    failure = VantroFailure()
+    library.vantro_last_failure(ctypes.byref(failure))
+    text = failure.text.decode(errors="replace")
+    return _classes.get(failure.reason, VantroError)(failure.number, text)
+
+
+def of_errno(number: int) -> VantroError:
+    """Of a call for events, which says it by errno."""
+    reason = _reasons_of_errno.get(number, Reason.OTHER)
+    return _classes.get(reason, VantroError)(number, os.strerror(number))

@@ -1,0 +1,314 @@
+"""A connection to the player service, with the player that is open on it."""
+
+import ctypes
+from collections.abc import Callable, Iterable, Iterator
+from types import TracebackType
+from typing import Any, TypeVar
+from weakref import WeakSet
+
+from . import _library as c
+from . import records
+from ._handle import Handle
+from ._library import library
+from ._numbers import integer, time_limit
+from .errors import last_failure, of_errno
+from .following import Events
+from .records import (
+    MediaNode,
+    MediaSource,
+    Metadata,
+    Repeat,
+    SessionInfo,
+    Start,
+    StateInfo,
+    TrackInfo,
+    bytes_of,
+)
+
+_Value = TypeVar("_Value")
+
+_page_length = 100
+
+
+class Player:
+    """A player of the service. Any thread may call it.
+
+    Each call waits for the service's answer; `timeout`, in seconds, bounds each of these waits.
+    Calls raise VantroError, and its subclasses, where they fail.
+    """
+
+    def __init__(self, name: str | None = "main", *, timeout: float | None = None) -> None:
+        """Connects, and opens the player of that name unless it is None."""
+        self._handle: Handle | None = None
+        self._name: str | None = None
+        self._followings: WeakSet[Events] = WeakSet()
+        if timeout is None:
+            pointer = library.vantro_connect()
+        else:
+            pointer = library.vantro_connect_timed(time_limit(timeout))
+        if not pointer:
+            raise last_failure()
+        self._handle = Handle(pointer)
+        try:
+            if name is not None:
+                self.open(name)
+        except BaseException:
+            self.close()
+            raise
+
+    def __enter__(self) -> "Player":
+        return self
+
+    def __exit__(
+        self,
+        kind: type[BaseException] | None,
+        error: BaseException | None,
+        trace: TracebackType | None,
+    ) -> None:
+        self.close()
+
+    def __del__(self) -> None:
+        if getattr(self, "_handle", None) is not None:
+            self.close()
+
+    @property
+    def name(self) -> str | None:
+        """The player that is open, or None."""
+        return self._name
+
+    @property
+    def closed(self) -> bool:
+        return self._owned().closed
+
+    def open(self, name: str) -> None:
+        """Opens a player, where none is open."""
+        text = bytes_of(name)
+        with self._owned().exclusive() as pointer:
+            _check(library.vantro_open(pointer, text))
+            self._name = name
+
+    def close_player(self) -> None:
+        """Closes the player and ends its events; the connection stays."""
+        text = bytes_of(self._name or "")
+        with self._owned().exclusive() as pointer:
+            self._end_followings()
+            _check(library.vantro_close(pointer, text))
+            self._name = None
+
+    def close(self) -> None:
+        """Closes all. Ends the events of other threads and tasks; a second call does nothing."""
+        self._end_followings()
+        self._owned().disconnect()
+        self._name = None
+
+    def set_timeout(self, seconds: float | None) -> None:
+        """Bounds each later wait for the service; None: no limit."""
+        limit = time_limit(seconds)
+        with self._owned().call() as pointer:
+            if library.vantro_set_timeout(pointer, limit) != 0:
+                raise of_errno(ctypes.get_errno())
+
+    # Commands.
+
+    def play(self) -> None:
+        """Plays, or plays on from where it paused."""
+        self._call(library.vantro_play)
+
+    def stop(self) -> None:
+        self._call(library.vantro_stop)
+
+    def pause(self) -> None:
+        """Pauses, holding the position."""
+        self._call(library.vantro_pause)
+
+    def next(self) -> None:
+        self._call(library.vantro_next)
+
+    def previous(self) -> None:
+        self._call(library.vantro_previous)
+
+    def seek(self, position: int) -> None:
+        """Moves to a position within the track, in milliseconds."""
+        self._call(library.vantro_seek, integer(position))
+
+    def set_rate(self, rate: float) -> None:
+        self._call(library.vantro_set_playback_rate, rate)
+
+    def set_shuffle(self, on: bool) -> None:
+        self._call(library.vantro_shuffle, int(on))
+
+    def set_repeat(self, mode: Repeat) -> None:
+        self._call(library.vantro_repeat, integer(mode))
+
+    # Track sessions.
+
+    def create_session(
+        self, ms_id: int, node_id: str | Iterable[str], index: int = 0, start: Start = Start.HELD
+    ) -> int:
+        """Makes a track session, makes it the current one, and returns its id.
+
+        It is made of a node, or of several; where `ms_id` is 0, each names its source: "1:albums".
+        """
+        nodes = node_id if isinstance(node_id, str) else "\n".join(node_id)
+        tsid = ctypes.c_uint64()
+        first = ctypes.c_int32(integer(index))
+        self._call(
+            library.vantro_create_trksession,
+            integer(ms_id),
+            bytes_of(nodes),
+            ctypes.byref(first),
+            int(start),
+            ctypes.byref(tsid),
+        )
+        return tsid.value
+
+    def destroy_session(self, tsid: int) -> None:
+        self._call(library.vantro_destroy_trksession, integer(tsid, 64, signed=False))
+
+    def jump(self, index: int) -> None:
+        """Goes to a track of the current session; 0 is the first."""
+        self._call(library.vantro_jump, integer(index))
+
+    # Queries.
+
+    def state(self) -> StateInfo:
+        return self._block(library.vantro_get_current_state, c.VantroStateInfo, records.state_of)
+
+    def session(self) -> SessionInfo:
+        """The current track session."""
+        return self._block(
+            library.vantro_get_current_trksession_info, c.VantroTrksessionInfo, records.session_of
+        )
+
+    def position(self) -> int:
+        """Milliseconds from the track's start."""
+        position = ctypes.c_int32()
+        self._call(library.vantro_get_current_track_position, ctypes.byref(position))
+        return position.value
+
+    def track(self) -> TrackInfo:
+        """The current track."""
+        info = ctypes.POINTER(c.VantroTrackInfo)()
+        try:
+            self._call(library.vantro_get_current_track_info, ctypes.byref(info))
+            return records.track_of(info[0])
+        finally:
+            library.vantro_free_track_info(info)
+
+    # The catalogue.
+
+    def sources(self) -> list[MediaSource]:
+        found = ctypes.POINTER(c.MediaSource)()
+        count = ctypes.c_int()
+        self._call(library.vantro_get_media_sources, ctypes.byref(found), ctypes.byref(count))
+        try:
+            return [records.source_of(found[i]) for i in range(count.value if found else 0)]
+        finally:
+            library.vantro_free_media_sources(found, count)
+
+    def browse(self, ms_id: int, node_id: str = "", *, offset: int = 0) -> Iterator[MediaNode]:
+        """The entries of a node, asked for page by page; "" is the top of the source."""
+        return self._pages(offset, library.vantro_browse, integer(ms_id), bytes_of(node_id))
+
+    def search(
+        self, ms_id: int, term: str, filter: str = "", *, offset: int = 0
+    ) -> Iterator[MediaNode]:
+        """The entries that match a term; `filter` is "artist", "album", "title"... or any."""
+        return self._pages(
+            offset, library.vantro_search, integer(ms_id), bytes_of(filter), bytes_of(term)
+        )
+
+    def tracks(self, tsid: int, *, offset: int = 0) -> Iterator[MediaNode]:
+        """The tracks of a track session."""
+        return self._pages(
+            offset, library.vantro_get_trksession_tracks, integer(tsid, 64, signed=False)
+        )
+
+    def metadata(self, ms_id: int, node_id: str) -> Metadata | None:
+        """What is known of a node; its `cover` is the file of the picture."""
+        found = ctypes.POINTER(c.Metadata)()
+        try:
+            self._call(
+                library.vantro_get_metadata,
+                integer(ms_id),
+                bytes_of(node_id),
+                ctypes.byref(found),
+            )
+            return records.metadata_of(found[0]) if found else None
+        finally:
+            library.vantro_free_metadata(found, 1)
+
+    def values(self, ms_id: int, node_id: str, keys: Iterable[str]) -> dict[str, str | None]:
+        """Values of a node by their keys, such as "composer"; None for a key without one."""
+        names = list(keys)
+        asked = (ctypes.c_char_p * (len(names) + 1))(*[bytes_of(name) for name in names])
+        found = (ctypes.c_void_p * max(len(names), 1))()
+        try:
+            self._call(
+                library.vantro_get_extended_metadata,
+                integer(ms_id),
+                bytes_of(node_id),
+                asked,
+                found,
+            )
+            return {
+                name: records.text_of(ctypes.string_at(value)) if value else None
+                for name, value in zip(names, found)
+            }
+        finally:
+            for value in found:
+                c.free(value)
+
+    def events(self) -> Events:
+        """What the player does: for `for`, `async for`, or event by event.
+
+        They begin with the full picture. There is one queue of events for each player that is open:
+        two of these objects would share what comes.
+        """
+        events = Events(self, self._owned())
+        self._followings.add(events)
+        return events
+
+    # How all of these talk to the library.
+
+    def _owned(self) -> Handle:
+        assert self._handle is not None
+        return self._handle
+
+    def _call(self, function: Callable[..., int], *arguments: Any) -> None:
+        with self._owned().call() as pointer:
+            _check(function(pointer, *arguments))
+
+    def _block(self, query: Any, kind: Any, copy: Callable[[Any], _Value]) -> _Value:
+        info = ctypes.POINTER(kind)()
+        self._call(query, ctypes.byref(info))
+        try:
+            return copy(info[0])
+        finally:
+            c.free(info)
+
+    def _pages(self, offset: int, query: Any, *arguments: Any) -> Iterator[MediaNode]:
+        while True:
+            page = self._page(offset, query, arguments)
+            yield from page
+            offset += len(page)
+            if len(page) < _page_length:
+                return
+
+    def _page(self, offset: int, query: Any, arguments: tuple[Any, ...]) -> list[MediaNode]:
+        found = ctypes.POINTER(c.MediaNode)()
+        count = ctypes.c_int(_page_length)
+        self._call(query, *arguments, integer(offset), ctypes.byref(count), ctypes.byref(found))
+        try:
+            return [records.node_of(found[i]) for i in range(count.value if found else 0)]
+        finally:
+            library.vantro_free_media_nodes(found, count)
+
+    def _end_followings(self) -> None:
+        for events in list(self._followings):
+            events._end()
+
+
+def _check(result: int) -> None:
+    if result != 0:
+        raise last_failure()
