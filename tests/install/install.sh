@@ -68,6 +68,10 @@ status=0
 
 "$source/scripts/check-examples" "$prefix"
 
+for page in man1/vantrod.1 man1/vantroctl.1 man8/vantro-grantor.8; do
+    grep -q '^\.SH OPTIONS' "$prefix/share/man/$page" || fail "no manual page $page"
+done
+
 # The Python package finds the library of the tree that it lies in.
 said=$(PYTHONPATH=$prefix/lib/python3/dist-packages /usr/bin/python3 -c '
 import vantro
