@@ -2,6 +2,7 @@
 option(BUILD_TESTING "Build the tests" ON)
 option(VANTRO_WERROR "Treat warnings as errors" ON)
 option(VANTRO_SERVICE "Build the service and the tools that need its libraries" ON)
+option(VANTRO_PACKAGES "Prepare the Debian packages, as scripts/package does" OFF)
 set(VANTRO_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize takes them")
 
 set(CMAKE_CXX_STANDARD 20)
