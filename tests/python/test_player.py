@@ -55,6 +55,9 @@ def test_commands(service: Service) -> None:
         player.set_rate(1.5)
         player.set_shuffle(True)
         player.set_repeat(Repeat.ALL)
+        player.set_volume(40)
+        player.set_muted(True)
+        assert player.volume() == vantro.Volume(40, True)
         assert player.state() == vantro.StateInfo(State.PAUSED, 1.5, Repeat.ALL, True)
         assert player.position() == 7000
         player.set_shuffle(False)

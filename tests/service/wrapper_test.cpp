@@ -71,6 +71,9 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     EXPECT_STREQ(values[0].get(), "20000");
     EXPECT_EQ(values[1], nullptr);
     EXPECT_EQ(player.session()->length, songs);
+    ASSERT_TRUE(player.set_volume(30));
+    EXPECT_EQ(player.set_volume(101).failure().number, ERANGE);
+    EXPECT_EQ(player.volume()->level, 30);
     EXPECT_TRUE(player.destroy_session(tsid));
     EXPECT_FALSE(player.destroy_session(tsid));
     EXPECT_EQ(player.state()->state, VANTRO_STATE_IDLE);

@@ -37,7 +37,13 @@ enum class Repeat : int32_t {
 };
 
 /** How a new track session begins; VANTRO_TRKSESSION_*. */
-enum class Start : int32_t { held = VANTRO_TRKSESSION_LOAD, playing = VANTRO_TRKSESSION_PLAY };
+enum class Start : int32_t {
+    held = VANTRO_TRKSESSION_LOAD,
+    playing = VANTRO_TRKSESSION_PLAY,
+    append = VANTRO_TRKSESSION_APPEND,
+    insert = VANTRO_TRKSESSION_INSERT,
+    keep = VANTRO_TRKSESSION_KEEP
+};
 
 /** Owns a handle. Threads: as player.h says for the handle. */
 class Player {
@@ -96,7 +102,18 @@ class Player {
         return done(vantro_repeat(handle(), static_cast<int32_t>(mode)));
     }
 
-    /** Makes a track session of a node and makes it the current one. @return its id. */
+    /** How loud the player plays. */
+    Result<VantroVolume> volume() {
+        VantroVolume volume{};
+        const int result = vantro_get_volume(handle(), &volume);
+        return value(result, volume);
+    }
+    /** 0 to 100. */
+    Result<void> set_volume(int32_t level) { return done(vantro_set_volume(handle(), level)); }
+    Result<void> set_muted(bool muted) { return done(vantro_set_muted(handle(), muted ? 1 : 0)); }
+
+    /** Makes a track session of one node or several and makes it the current one. @return its id.
+     */
     Result<uint64_t> create_session(int32_t ms_id, const char *node_id, int32_t index = 0,
                                     Start start = Start::held) {
         uint64_t tsid = 0;

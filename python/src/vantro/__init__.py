@@ -51,6 +51,7 @@ from .records import (
     Start,
     State,
     StateInfo,
+    Volume,
     TrackInfo,
 )
 
@@ -83,6 +84,7 @@ __all__ = [
     "State",
     "StateEvent",
     "StateInfo",
+    "Volume",
     "TimedOut",
     "TrackEvent",
     "TrackInfo",

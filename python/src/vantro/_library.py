@@ -113,6 +113,10 @@ class VantroEvent(c.Structure):
     ]
 
 
+class VantroVolume(c.Structure):
+    _fields_ = [("level", c.c_int32), ("muted", c.c_int32)]
+
+
 _nodes = c.POINTER(c.POINTER(MediaNode))
 _count = c.POINTER(c.c_int)
 _handle = c.c_void_p
@@ -132,6 +136,9 @@ _int_functions: dict[str, list[Any]] = {
     "vantro_set_playback_rate": [_handle, c.c_float],
     "vantro_shuffle": [_handle, c.c_int32],
     "vantro_repeat": [_handle, c.c_int32],
+    "vantro_get_volume": [_handle, c.POINTER(VantroVolume)],
+    "vantro_set_volume": [_handle, c.c_int32],
+    "vantro_set_muted": [_handle, c.c_int32],
     "vantro_create_trksession": [
         _handle, c.c_int32, c.c_char_p, c.POINTER(c.c_int32), c.c_int32, c.POINTER(c.c_uint64)
     ],

@@ -22,6 +22,7 @@ from .records import (
     Start,
     StateInfo,
     TrackInfo,
+    Volume,
     bytes_of,
 )
 
@@ -140,6 +141,13 @@ class Player:
     def set_repeat(self, mode: Repeat) -> None:
         self._call(library.vantro_repeat, integer(mode))
 
+    def set_volume(self, level: int) -> None:
+        """Sets how loud it is, 0 to 100."""
+        self._call(library.vantro_set_volume, integer(level))
+
+    def set_muted(self, muted: bool) -> None:
+        self._call(library.vantro_set_muted, int(muted))
+
     # Track sessions.
 
     def create_session(
@@ -179,6 +187,11 @@ class Player:
         return self._block(
             library.vantro_get_current_trksession_info, c.VantroTrksessionInfo, records.session_of
         )
+
+    def volume(self) -> Volume:
+        volume = c.VantroVolume()
+        self._call(library.vantro_get_volume, ctypes.byref(volume))
+        return Volume(volume.level, volume.muted != 0)
 
     def position(self) -> int:
         """Milliseconds from the track's start."""

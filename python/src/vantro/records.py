@@ -39,6 +39,14 @@ class Repeat(_Number):
     ONE = 2
 
 
+@dataclass(frozen=True, slots=True)
+class Volume:
+    """How loud a player plays: 0 to 100; muted, nothing is heard, whatever the level."""
+
+    level: int
+    muted: bool
+
+
 class Start(enum.IntEnum):
     """How a new track session begins.
 
