@@ -33,6 +33,7 @@
 #include "service/requests/handlers.h"
 #include "service/scan_report.h"
 #include "service/server.h"
+#include "service/service_manager.h"
 #include "service/sound/mpv_core.h"
 #include "service/sound/mpv_sound.h"
 
@@ -104,6 +105,7 @@ class Ending {
             int signal = 0;
             sigwait(&signals_, &signal);
             asked_ = true;
+            service_manager::tell_stopping();
             server.stop();
         });
     }
@@ -183,6 +185,7 @@ int serve(const Options &options) {
     const auto scanned = [&store] {
         const int64_t tracks = store->song_count();
         say(fmt::format("scanned ({} tracks)", tracks));
+        service_manager::tell_status(fmt::format("{} tracks", tracks));
         log_line(LOG_SEVERITY_INFO, fmt::format("scanned, {} tracks", tracks));
     };
     ScanReport report(options.music.size(), scanned);
@@ -217,6 +220,8 @@ int serve(const Options &options) {
         say(fmt::format("ready ({} tracks, players: {})", tracks,
                         fmt::join(options.players, ", ")));
         log_line(LOG_SEVERITY_INFO, fmt::format("ready, {} tracks", tracks));
+        service_manager::tell_status(fmt::format("{} tracks so far, scanning", tracks));
+        service_manager::tell_ready();
         store->start_scanning();
         if (options.music.empty()) {
             scanned();

@@ -2,7 +2,9 @@
 #include <cerrno>
 #include <csignal>
 
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/xattr.h>
 
 #include <fmt/format.h>
@@ -83,6 +85,34 @@ TEST_F(Serving, StartsAgainWithWhatItKnows) {
         start({"--music", path_ + "/music"});
         ASSERT_EQ(told(), "vantrod: ready (2 tracks, players: main)");
     }
+}
+
+// As systemd hears it, which starts others when it is ready.
+TEST_F(Vantrod, TellsItsManagerWhenItIsReadyAndWhenItEnds) {
+    const std::filesystem::path music = path_ + "/music";
+    test::make_music(music / "1.flac", 1'000);
+    struct sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const std::string name = path_ + "/notify";
+    name.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(manager, reinterpret_cast<struct sockaddr *>(&address), sizeof address), 0);
+    setenv("NOTIFY_SOCKET", name.c_str(), 1);
+    start({"--music", music});
+    unsetenv("NOTIFY_SOCKET");
+    const auto next = [manager] {
+        char text[200];
+        const ssize_t length = recv(manager, text, sizeof text, 0);
+        return std::string(text, static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    };
+    EXPECT_EQ(next(), "STATUS=0 tracks so far, scanning");
+    EXPECT_EQ(next(), "READY=1");
+    EXPECT_EQ(Client().result(open_main), 0);
+    EXPECT_EQ(next(), "STATUS=1 tracks");
+    service->kill(SIGTERM);
+    EXPECT_EQ(next(), "STOPPING=1");
+    EXPECT_EQ(service->wait(), 0);
+    close(manager);
 }
 
 TEST_F(Vantrod, AsksTheGrantorForCapabilities) {

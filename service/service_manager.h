@@ -1,0 +1,18 @@
+// What the service tells the manager that started it, systemd: that it is ready, how it is, and that
+// it ends. Does nothing where no manager asked for it.
+#ifndef VANTRO_SERVICE_SERVICE_MANAGER_H
+#define VANTRO_SERVICE_SERVICE_MANAGER_H
+
+#include <string>
+
+namespace vantro::service::service_manager {
+
+// Clients are served from now on.
+void tell_ready();
+// One line for people.
+void tell_status(const std::string &status);
+void tell_stopping();
+
+} // namespace vantro::service::service_manager
+
+#endif
