@@ -170,6 +170,14 @@ int list_audio_devices() {
     return EXIT_SUCCESS;
 }
 
+// Tells whoever wants to know that clients are served.
+void tell_ready(int64_t tracks, const Options &options) {
+    say(fmt::format("ready ({} tracks, players: {})", tracks, fmt::join(options.players, ", ")));
+    log_line(LOG_SEVERITY_INFO, fmt::format("ready, {} tracks", tracks));
+    service_manager::tell_status(fmt::format("{} tracks so far, scanning", tracks));
+    service_manager::tell_ready();
+}
+
 int serve(const Options &options) {
     if (const std::string error = check_music(options.music); !error.empty()) {
         return fail(error);
@@ -216,12 +224,7 @@ int serve(const Options &options) {
     requests::Handling handling{answers, turns, limits, memory};
     set_handling(&handling);
     error = server.run(options.threads, [&] {
-        const int64_t tracks = store->song_count();
-        say(fmt::format("ready ({} tracks, players: {})", tracks,
-                        fmt::join(options.players, ", ")));
-        log_line(LOG_SEVERITY_INFO, fmt::format("ready, {} tracks", tracks));
-        service_manager::tell_status(fmt::format("{} tracks so far, scanning", tracks));
-        service_manager::tell_ready();
+        tell_ready(store->song_count(), options);
         store->start_scanning();
         if (options.music.empty()) {
             scanned();

@@ -96,6 +96,32 @@ int in_a_run_of_its_own(const std::function<int()> &body) {
     return status;
 }
 
+// Serves under the service's name in a folder of the stranger's own.
+int be_impostor(const std::string &squat) {
+    become(stranger);
+    setenv("XDG_RUNTIME_DIR", squat.c_str(), 1);
+    std::printf("%d\n", serve_in_its_place());
+    std::fflush(stdout);
+    return pause();
+}
+
+// One who is admitted, and is pointed to the stranger's folder. Says at each turn whether it is
+// served.
+int be_admitted(const std::string &squat, int turns) {
+    become(admitted);
+    setenv("XDG_RUNTIME_DIR", squat.c_str(), 1);
+    VantroHandle *handle = vantro_connect();
+    vantro_open(handle, "main");
+    for (char turn; read(turns, &turn, 1) == 1;) {
+        const VantroEvent *event = nullptr;
+        const bool told = vantro_shuffle(handle, turn % 2) == 0 &&
+                          (event = vantro_event_get(handle)) && event->object_name;
+        std::puts(told ? "served" : "not served");
+        std::fflush(stdout);
+    }
+    return 0;
+}
+
 TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
     ASSERT_EQ(chmod(path_.c_str(), 0755), 0);
     const std::string state = path_ + "/state", squat = path_ + "/squat";
@@ -158,32 +184,13 @@ TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
         }
         EXPECT_NE(said, "");
         process = fmt::format("/proc/{}/", service.id());
-        test::Process impostor([&] {
-            become(stranger);
-            setenv("XDG_RUNTIME_DIR", squat.c_str(), 1);
-            std::printf("%d\n", serve_in_its_place());
-            std::fflush(stdout);
-            return pause();
-        });
+        test::Process impostor([&] { return be_impostor(squat); });
         EXPECT_EQ(impostor.line(), "0");
 
         // Who is admitted does not believe the stranger's folder, and is served all the while.
         int turns[2];
         EXPECT_EQ(pipe(turns), 0);
-        test::Process user([&] {
-            become(admitted);
-            setenv("XDG_RUNTIME_DIR", squat.c_str(), 1);
-            VantroHandle *handle = vantro_connect();
-            vantro_open(handle, "main");
-            for (char turn; read(turns[0], &turn, 1) == 1;) {
-                const VantroEvent *event = nullptr;
-                const bool told = vantro_shuffle(handle, turn % 2) == 0 &&
-                                  (event = vantro_event_get(handle)) && event->object_name;
-                std::puts(told ? "served" : "not served");
-                std::fflush(stdout);
-            }
-            return 0;
-        });
+        test::Process user([&] { return be_admitted(squat, turns[0]); });
         char turn = 1;
         for (const auto &row : rows) {
             test::Process other([&] { return become(stranger), row.attempt(); });

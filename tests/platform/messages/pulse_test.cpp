@@ -129,6 +129,58 @@ TEST(Pulse, EventsThatFindNoRoomFollowLater) {
     channel_destroy(channel);
 }
 
+// Requests that wait to be let go, and the pulses that come meanwhile.
+class HeldRequests {
+  public:
+    void handle(const Message &message) {
+        if (message.bytes == "probe") {
+            echo(message);
+            return;
+        }
+        std::unique_lock guard(lock_);
+        ++entered_;
+        changed_.notify_all();
+        changed_.wait(guard, [&] { return go_on_; });
+        pulses_during_dispatch += pulses_;
+        if (message.bytes == "answer") {
+            guard.unlock();
+            EXPECT_EQ(ipc_reply(message.receive_id, 0, nullptr, 0), -1);
+            EXPECT_EQ(errno, ESRCH);
+        }
+    }
+    void pulse(const struct ipc_pulse &pulse) {
+        const std::lock_guard guard(lock_);
+        ++pulses_;
+        gone.push_back(pulse.conn_id);
+        changed_.notify_all();
+    }
+
+    void wait_for_entered(int count) {
+        std::unique_lock guard(lock_);
+        changed_.wait(guard, [&] { return entered_ == count; });
+    }
+    // Once so many pulses came: forgets them, lets the requests go, and waits for one pulse more.
+    void let_go_after(int count) {
+        std::unique_lock guard(lock_);
+        changed_.wait(guard, [&] { return pulses_ == count; });
+        pulses_ = 0;
+        gone.clear();
+        go_on_ = true;
+        changed_.notify_all();
+        changed_.wait(guard, [&] { return pulses_ == 1; });
+    }
+
+    int pulses_during_dispatch = 0;
+    std::vector<int> gone; // clients
+
+  private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    int entered_ = 0;
+    bool go_on_ = false;
+    int pulses_ = 0;
+};
+
 // The sweep that follows the pulse must not meet a request of that client under way.
 TEST(Pulse, TheDisconnectWaitsForWhatIsBeingDispatched) {
     const RuntimeDirectory runtime;
@@ -142,67 +194,30 @@ TEST(Pulse, TheDisconnectWaitsForWhatIsBeingDispatched) {
         ipc_send_simple(own, "forget", 6, nullptr, 0);
         other.join();
     });
-    std::mutex lock;
-    std::condition_variable changed;
-    int entered = 0;
-    bool go_on = false;
-    int pulses = 0;
-    int pulses_during_dispatch = 0;
-    std::vector<int> gone;
+    HeldRequests held;
     {
-        const ChannelServer server(
-            [&](const Message &message) {
-                if (message.bytes == "probe") {
-                    echo(message);
-                    return;
-                }
-                std::unique_lock guard(lock);
-                ++entered;
-                changed.notify_all();
-                changed.wait(guard, [&] { return go_on; });
-                pulses_during_dispatch += pulses;
-                if (message.bytes == "answer") {
-                    guard.unlock();
-                    EXPECT_EQ(ipc_reply(message.receive_id, 0, nullptr, 0), -1);
-                    EXPECT_EQ(errno, ESRCH);
-                }
-            },
-            [&](const struct ipc_pulse &pulse) {
-                const std::lock_guard guard(lock);
-                ++pulses;
-                gone.push_back(pulse.conn_id);
-                changed.notify_all();
-            },
-            4);
+        const ChannelServer server([&](const Message &message) { held.handle(message); },
+                                   [&](const struct ipc_pulse &pulse) { held.pulse(pulse); }, 4);
         const int probe = connect_to_test();
         [[maybe_unused]] const ssize_t n = write(start[1], "s", 1);
-        {
-            std::unique_lock guard(lock);
-            changed.wait(guard, [&] { return entered == 2; });
-        }
+        held.wait_for_entered(2);
         kill(child, SIGKILL);
         exit_status(child);
         // By the time other clients came and were answered, the death has been noticed.
-        for (int i = 0; i < 50; ++i) {
+        constexpr int others = 50;
+        for (int i = 0; i < others; ++i) {
             const int another = connect_to_test();
             EXPECT_EQ(ipc_send_simple(another, "probe", 5, nullptr, 0), 5);
             EXPECT_EQ(ipc_send_simple(probe, "probe", 5, nullptr, 0), 5);
             global_name_close(another);
         }
-        {
-            std::unique_lock guard(lock);
-            changed.wait(guard, [&] { return pulses == 50; }); // the others'
-            pulses = 0;
-            gone.clear();
-            go_on = true;
-            changed.notify_all();
-            changed.wait(guard, [&] { return pulses == 1; });
-        }
+        held.let_go_after(others);
         EXPECT_EQ(ipc_send_simple(probe, "probe", 5, nullptr, 0), 5);
         global_name_close(probe);
     }
-    EXPECT_EQ(pulses_during_dispatch, 0);
-    EXPECT_EQ(std::set<int>(gone.begin(), gone.end()).size(), gone.size()) << "told twice";
+    EXPECT_EQ(held.pulses_during_dispatch, 0);
+    EXPECT_EQ(std::set<int>(held.gone.begin(), held.gone.end()).size(), held.gone.size())
+        << "told twice";
     close(start[0]);
     close(start[1]);
 }

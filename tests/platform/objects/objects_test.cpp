@@ -237,7 +237,12 @@ TEST(Notification, FiresOnceForWhatComesAfterIt) {
     EXPECT_EQ(reader.error, ESTALE);
     EXPECT_EQ(reader.arm(), NOTIFY_INPUT);
     EXPECT_FALSE(std::filesystem::exists(runtime.path() + "/vantro/kivo/services/vantro/kitchen"));
+}
 
+TEST(Notification, RefusesWhatIsNoSignal) {
+    const RuntimeDirectory runtime;
+    const Publisher publisher = publish_in();
+    const Reader reader;
     const struct ipc_event wrong[] = {{IPC_EVENT_PULSE, 57, 0, 0, 0},
                                       {IPC_EVENT_SIGNAL_THREAD, 0, 0, 0, 0},
                                       {IPC_EVENT_SIGNAL_THREAD, SIGKILL, 0, 0, 0},
