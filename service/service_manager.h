@@ -1,5 +1,5 @@
-// What the service tells the manager that started it, systemd: that it is ready, how it is, and that
-// it ends. Does nothing where no manager asked for it.
+// What the service tells the manager that started it, systemd: that it is ready, how it is, and
+// that it ends. Does nothing where no manager asked for it.
 #ifndef VANTRO_SERVICE_SERVICE_MANAGER_H
 #define VANTRO_SERVICE_SERVICE_MANAGER_H
 
