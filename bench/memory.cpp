@@ -52,6 +52,7 @@ void memory_row(Run &run) {
     const SilentService service(run.directory);
     const double before = pss_bytes(service.pid());
     std::vector<Player> players;
+    players.reserve(client_count);
     for (int i = 0; i < client_count; ++i) {
         players.push_back(open_player());
     }

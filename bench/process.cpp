@@ -84,6 +84,7 @@ Child::Child(std::vector<std::string> arguments, int inherited) : name_(argument
         fail_errno("pipe");
     }
     std::vector<char *> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string &argument : arguments) {
         pointers.push_back(argument.data());
     }

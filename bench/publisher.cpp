@@ -250,8 +250,10 @@ int serve_publisher(int socket) {
     std::puts("ready");
     std::fflush(stdout);
 
-    while (socket < 0) {
-        pause();
+    if (socket < 0) {
+        for (;;) {
+            pause();
+        }
     }
     Order order;
     while (recv(socket, &order, sizeof order, 0) > 0) {

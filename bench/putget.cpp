@@ -87,6 +87,7 @@ Batch threaded(MsgClient *client, int thread_count) {
         std::latch start(thread_count);
         {
             std::vector<std::jthread> threads;
+            threads.reserve(found.size());
             for (Samples &mine : found) {
                 threads.emplace_back([&start, &mine, client, count] {
                     start.arrive_and_wait();

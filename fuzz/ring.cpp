@@ -316,6 +316,7 @@ class Play {
     // A number of any size, or one near a position that the ring has.
     uint64_t position() {
         const uint8_t kind = input_.byte();
+        // A step back as well. NOLINTNEXTLINE(bugprone-signed-char-misuse)
         const auto by = static_cast<int64_t>(static_cast<int8_t>(input_.byte()));
         const uint64_t step = kind & 0x80 ? by : 8 * by;
         switch (kind % 5) {

@@ -55,6 +55,7 @@ void try_bytes(const uint8_t *data, int size, int count,
             return;
         }
         std::vector<Service> service;
+        service.reserve(static_cast<size_t>(count));
         for (int i = 0; i < count; i++) {
             service.push_back(service_record<Service>(records[i]));
         }

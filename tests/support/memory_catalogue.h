@@ -16,7 +16,7 @@ namespace vantro::test {
 // Source 1: the root has all songs, "few" the first three, "none" has nothing. Songs are "song1"...
 class MemoryCatalogue : public service::catalogue::Catalogue {
   public:
-    explicit MemoryCatalogue(std::vector<int32_t> durations_ms) {
+    explicit MemoryCatalogue(const std::vector<int32_t> &durations_ms) {
         for (const int32_t duration : durations_ms) {
             list.push_back({static_cast<service::catalogue::SongId>(list.size()) + 1, 1, duration});
         }

@@ -34,7 +34,8 @@ void after_fork_in_child() RELEASE(server_lock) {
         for (PulseOutlet &outlet : client->outlets) {
             outlet.socket.reset();
         }
-        client.release(); // other threads of the parent may have been inside: leave it be
+        // Other threads of the parent may have been inside: leave it be.
+        static_cast<void>(client.release());
     }
     for (auto &[number, channel] : server.channels) {
         for (auto &listener : channel->listeners) {
