@@ -84,11 +84,11 @@ TEST(Exchange, CarriesEverySizeBothWays) {
 // again, and no answer is read from an older one.
 TEST(Exchange, AnAnswerFileThatDidNotArriveIsPassedAgain) {
     const RuntimeDirectory runtime;
-    const ChannelServer server([](const Message &message) {
-        const std::string bytes = pattern(std::stoul(message.bytes));
-        ipc_reply(message.receive_id, 7, bytes.data(), bytes.size());
-    });
-    const pid_t child = in_child([] {
+    int start[2];
+    ASSERT_EQ(pipe(start), 0);
+    const pid_t child = in_child([&] { // made before there are threads, since it allocates
+        char byte;
+        [[maybe_unused]] const ssize_t n = read(start[0], &byte, 1);
         const int connection = connect_to_test();
         const auto answer_to = [connection](size_t size) {
             const std::string request = std::to_string(size);
@@ -117,7 +117,14 @@ TEST(Exchange, AnAnswerFileThatDidNotArriveIsPassedAgain) {
         }
         _exit(0);
     });
+    const ChannelServer server([](const Message &message) {
+        const std::string bytes = pattern(std::stoul(message.bytes));
+        ipc_reply(message.receive_id, 7, bytes.data(), bytes.size());
+    });
+    [[maybe_unused]] const ssize_t n = write(start[1], "s", 1);
     EXPECT_EQ(exit_status(child), 0);
+    close(start[0]);
+    close(start[1]);
 }
 
 TEST(Exchange, RefusesWhatItCannotCarry) {
