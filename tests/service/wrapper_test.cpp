@@ -74,6 +74,15 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     ASSERT_TRUE(player.set_volume(30));
     EXPECT_EQ(player.set_volume(101).failure().number, ERANGE);
     EXPECT_EQ(player.volume()->level, 30);
+    std::string many;
+    for (int i = 0; i < 100'000; ++i) {
+        many += "1:" + all[static_cast<size_t>(i) % all.size()] + '\n';
+    }
+    const uint64_t long_one =
+        player.create_session(0, many.c_str(), 99'999, Start::held).or_throw();
+    EXPECT_EQ(player.session()->length, 100'000);
+    EXPECT_EQ(player.track().or_throw()->index, 99'999);
+    EXPECT_TRUE(player.destroy_session(long_one));
     EXPECT_TRUE(player.destroy_session(tsid));
     EXPECT_FALSE(player.destroy_session(tsid));
     EXPECT_EQ(player.state()->state, VANTRO_STATE_IDLE);

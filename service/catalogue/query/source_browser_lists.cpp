@@ -247,7 +247,9 @@ List SourceBrowser::songs_of(Place place) {
 
 void SourceBrowser::queue(const List &list, std::vector<QueuedSong> &songs) {
     const ListPointer known = all(kind_song);
-    songs.reserve(songs.size() + list.entries.size());
+    if (songs.empty()) { // else they may be many, and reserving for each would copy all each time
+        songs.reserve(list.entries.size());
+    }
     for (const Entry song : list.entries) {
         if (const List::Place *place = known->find(song)) {
             songs.push_back({song.id(), source_, place->duration_ms});
