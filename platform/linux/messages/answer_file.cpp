@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <bit>
 #include <new>
 
 #include "platform/linux/messages/wire.h"
@@ -16,6 +15,7 @@ namespace vantro::platform {
 namespace {
 
 constexpr size_t bytes_min = 256 * 1024;
+constexpr size_t bytes_step = 64 * 1024;
 
 constexpr int seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_FUTURE_WRITE;
 
@@ -24,7 +24,9 @@ std::atomic<size_t> bytes_in_use = 0;
 } // namespace
 
 std::unique_ptr<AnswerFile> AnswerFile::make(size_t length) {
-    const size_t bytes = std::max(std::bit_ceil(length), bytes_min);
+    // Half as much again as is needed now: answers that grow a little need no new file each time.
+    const size_t roomy = (length + length / 2 + bytes_step - 1) / bytes_step * bytes_step;
+    const size_t bytes = std::clamp(roomy, bytes_min, bytes_max);
     std::unique_ptr<AnswerFile> file(new (std::nothrow) AnswerFile(bytes));
     if (!file) {
         return nullptr;

@@ -24,8 +24,9 @@ namespace vantro::platform {
 
 class AnswerFile {
   public:
-    // Longest answer that goes through one, and all files of the process together.
-    static constexpr size_t bytes_max = 1024 * 1024;
+    // Longest answer that goes through one, 1 MiB and what stands before it, and all files of the
+    // process together.
+    static constexpr size_t bytes_max = (1024 + 64) * 1024;
     static constexpr size_t bytes_of_all = 8 * bytes_max;
 
     // Returns null where the process has as many as it may, or the host refuses.
