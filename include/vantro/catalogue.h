@@ -84,6 +84,12 @@ enum {
 #define VANTRO_TRKSESSIONS_MAX 16
 
 /**
+ * Most songs of a track session that is made of several nodes, or to which songs were added; more
+ * are refused. One node has as many as it has.
+ */
+#define VANTRO_TRKSESSION_SONGS_MAX 1000000
+
+/**
  * The second value of vantro_create_trksession(). The first one, behind the pointer, is the index
  * of the song to begin with, 0 for the first.
  *

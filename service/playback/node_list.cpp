@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <charconv>
 
+#include <vantro/catalogue.h>
+
 namespace vantro::service::playback {
 
 namespace {
@@ -35,6 +37,10 @@ int songs_of_nodes(catalogue::Catalogue &catalogue, int32_t source, std::string_
         }
         if (const int result = catalogue.songs(from, line, songs); result != 0) {
             return result;
+        }
+        // A short line can name all songs that there are, and a request has room for many lines.
+        if (several && songs.size() > VANTRO_TRKSESSION_SONGS_MAX) {
+            return EMSGSIZE;
         }
     }
     return songs.empty() ? ENODATA : 0;

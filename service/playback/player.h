@@ -85,7 +85,8 @@ class Player : private sound::Listener {
     // Makes a session of the songs of nodes (node_list.h) and makes it the current one, as `start`
     // says: at the song of that index, or in place of the current one, which then is no more.
     // Returns 0; what songs_of_nodes() returned; ERANGE (index, which is 0 where songs are added,
-    // or `start` is no VANTRO_TRKSESSION_*); ENOSPC (VANTRO_TRKSESSIONS_MAX are there, or as many
+    // or `start` is no VANTRO_TRKSESSION_*); EMSGSIZE (VANTRO_TRKSESSION_SONGS_MAX, with those that
+    // are there); ENOSPC (VANTRO_TRKSESSIONS_MAX are there, or as many
     // as that user may have, and the makers of none of them are gone); EIO (no id can be had).
     // Where it fails nothing is changed.
     int create(int32_t source, std::string_view nodes, int32_t index, int32_t start, uint64_t &tsid,
@@ -172,6 +173,11 @@ class Player : private sound::Listener {
         REQUIRES(mutex_);
     void add(std::vector<Kept> kept, SessionPtr session, const Maker &maker, int32_t index,
              bool play, std::vector<Kept> &replaced) REQUIRES(mutex_);
+    int check_room(const Engine::Snapshot &now, size_t songs, int32_t start, const Maker &maker)
+        EXCLUDES(mutex_);
+    std::optional<int> make_current(const Engine::Snapshot &from, const SessionPtr &session,
+                                    int32_t index, int32_t start, const Maker &maker)
+        EXCLUDES(mutex_);
     void publish_change(const Engine::Change &change) REQUIRES(publish_mutex_);
     void call_for_what_is_due();
 

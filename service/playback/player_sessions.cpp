@@ -16,14 +16,24 @@ namespace {
 // Taken at once, so that hardly any request waits for the disk. Those left at the end are lost.
 constexpr int32_t ids_at_once = 64;
 
-// The songs of a session, and behind its current one, or behind all of them, those that are added.
-std::vector<catalogue::QueuedSong> with_added(const TrackSession &session, int32_t index,
+// Of a VANTRO_TRKSESSION_*: whether songs are added to those that there are, and whether what plays
+// goes on.
+bool adds(int32_t start) {
+    return start == VANTRO_TRKSESSION_APPEND || start == VANTRO_TRKSESSION_INSERT;
+}
+bool goes_on(int32_t start) {
+    return adds(start) || start == VANTRO_TRKSESSION_KEEP;
+}
+
+// The songs of the current session, and behind its current one, or behind all of them, those that
+// are added.
+std::vector<catalogue::QueuedSong> with_added(const Engine::Snapshot &now,
                                               const std::vector<catalogue::QueuedSong> &added,
                                               int32_t start) {
     std::vector<catalogue::QueuedSong> songs;
-    songs.reserve(session.songs.size() + added.size());
-    songs = session.songs;
-    const auto at = start == VANTRO_TRKSESSION_INSERT ? songs.begin() + index + 1 : songs.end();
+    songs.reserve(now.session->songs.size() + added.size());
+    songs = now.session->songs;
+    const auto at = start == VANTRO_TRKSESSION_INSERT ? songs.begin() + now.index + 1 : songs.end();
     songs.insert(at, added.begin(), added.end());
     return songs;
 }
@@ -124,50 +134,69 @@ int Player::create(int32_t source, std::string_view nodes, int32_t index, int32_
     if (const int result = songs_of_nodes(catalogue_, source, nodes, songs); result != 0) {
         return result;
     }
-    const bool adds = start == VANTRO_TRKSESSION_APPEND || start == VANTRO_TRKSESSION_INSERT;
-    if (index < 0 || static_cast<size_t>(index) >= (adds ? 1 : songs.size())) {
+    if (index < 0 || static_cast<size_t>(index) >= (adds(start) ? 1 : songs.size())) {
         return ERANGE;
     }
-    const bool replaces = adds || start == VANTRO_TRKSESSION_KEEP;
-    {
-        // Checked here already, so that refused requests use up no ids.
-        const Engine::Snapshot now = engine_.snapshot();
-        const MutexLock guard(mutex_);
-        if (!with_room_for(maker, replaces ? now.session.get() : nullptr)) {
-            return ENOSPC;
-        }
+    // Checked here already, so that refused requests use up no ids.
+    if (const int result = check_room(engine_.snapshot(), songs.size(), start, maker);
+        result != 0) {
+        return result;
     }
     tsid = ids_.take();
     if (tsid == 0) {
         return EIO;
     }
-    for (;;) {
+    const auto made = [tsid](std::vector<catalogue::QueuedSong> list) {
+        return std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_NODE, std::move(list));
+    };
+    SessionPtr session = adds(start) ? nullptr : made(std::move(songs));
+    std::optional<int> result;
+    while (!result) {
         const Engine::Snapshot now = engine_.snapshot();
-        const bool alone = !replaces || !now.session;
-        SessionPtr session = std::make_shared<const TrackSession>(
-            tsid, VANTRO_TRKSESSION_NODE,
-            alone || !adds ? songs : with_added(*now.session, now.index, songs, start));
-        std::vector<Kept> replaced; // goes after the lock
-        const MutexLock guard(mutex_);
-        std::optional<std::vector<Kept>> kept =
-            with_room_for(maker, alone ? nullptr : now.session.get());
-        if (!kept) {
-            return ENOSPC;
+        if (adds(start)) {
+            if (const int refused = check_room(now, songs.size(), start, maker); refused != 0) {
+                return refused;
+            }
+            session = made(now.session ? with_added(now, songs, start) : songs);
         }
-        if (alone) {
-            add(std::move(*kept), std::move(session), maker, index, start == VANTRO_TRKSESSION_PLAY,
-                replaced);
-            return 0;
-        }
-        kept->push_back({session, maker});
-        if (adds ? engine_.extend(now, session, start == VANTRO_TRKSESSION_INSERT)
-                 : engine_.keep(now, session, index)) {
-            sessions_.swap(*kept);
-            replaced.swap(*kept);
-            return 0;
-        }
-        // The player has gone on meanwhile.
+        result = make_current(now, session, index, start, maker);
     }
+    return *result;
+}
+
+int Player::check_room(const Engine::Snapshot &now, size_t songs, int32_t start,
+                       const Maker &maker) {
+    if (adds(start) && now.session &&
+        now.session->songs.size() + songs > VANTRO_TRKSESSION_SONGS_MAX) {
+        return EMSGSIZE;
+    }
+    const MutexLock guard(mutex_);
+    return with_room_for(maker, goes_on(start) ? now.session.get() : nullptr) ? 0 : ENOSPC;
+}
+
+// Returns 0, ENOSPC, or nothing where the player has gone on since `from`.
+std::optional<int> Player::make_current(const Engine::Snapshot &from, const SessionPtr &session,
+                                        int32_t index, int32_t start, const Maker &maker) {
+    const bool takes_place = goes_on(start) && from.session;
+    std::vector<Kept> replaced; // goes after the lock
+    const MutexLock guard(mutex_);
+    std::optional<std::vector<Kept>> kept =
+        with_room_for(maker, takes_place ? from.session.get() : nullptr);
+    if (!kept) {
+        return ENOSPC;
+    }
+    if (!takes_place) {
+        add(std::move(*kept), session, maker, index, start == VANTRO_TRKSESSION_PLAY, replaced);
+        return 0;
+    }
+    kept->push_back({session, maker});
+    if (!(adds(start) ? engine_.extend(from, session, start == VANTRO_TRKSESSION_INSERT)
+                      : engine_.keep(from, session, index))) {
+        return std::nullopt;
+    }
+    sessions_.swap(*kept);
+    replaced.swap(*kept);
+    return 0;
 }
 
 void Player::maker_gone(uint64_t number) noexcept {

@@ -194,6 +194,24 @@ TEST(Player, ExchangesTheSessionUnderWhatPlays) {
     }
 }
 
+// A line of two bytes can name every song, and a request has room for a million lines.
+TEST(Player, RefusesMoreSongsThanASessionMayHave) {
+    Room room;
+    std::string lines;
+    for (int i = 0; i < VANTRO_TRKSESSION_SONGS_MAX / 4; ++i) {
+        lines += "1:\n";
+    }
+    EXPECT_EQ(room.player.create(0, lines + "1:song1", 0, 0, room.tsid), EMSGSIZE);
+    EXPECT_EQ(room.current(), 0u);
+    ASSERT_EQ(room.player.create(0, lines, 0, 0, room.tsid), 0);
+    const uint64_t full = room.current();
+    EXPECT_EQ(room.player.create(1, "song1", 0, VANTRO_TRKSESSION_APPEND, room.tsid), EMSGSIZE);
+    EXPECT_EQ(room.player.create(1, "song1", 0, VANTRO_TRKSESSION_INSERT, room.tsid), EMSGSIZE);
+    EXPECT_EQ(room.current(), full);
+    EXPECT_EQ(room.player.create(1, "song1", 0, VANTRO_TRKSESSION_KEEP, room.tsid), 0);
+    EXPECT_EQ(room.player.session(full), nullptr);
+}
+
 // Every song comes once, those put behind the current one come next, and back leads the same way.
 TEST(Player, ExchangesAShuffledSession) {
     Room room;

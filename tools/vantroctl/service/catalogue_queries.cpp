@@ -188,7 +188,7 @@ std::string node_lines(const std::vector<Place> &places) {
 
 // Why a session cannot be. The service does not say which of several nodes it is.
 [[noreturn]] void explain_refused(Client &client, const NewSession &wanted, int32_t reason) {
-    if (wanted.places.size() == 1) {
+    if (wanted.places.size() == 1 && reason != EMSGSIZE) {
         fail_at(client, wanted.verb, wanted.places.front(), reason, wanted.index);
     }
     if (reason == ENOENT) {
@@ -198,6 +198,10 @@ std::string node_lines(const std::vector<Place> &places) {
     }
     if (reason == ENODATA) {
         throw Failure(Outcome::not_found, "no songs in any of them");
+    }
+    if (reason == EMSGSIZE) {
+        throw Failure(Outcome::failed, fmt::format("{} refused: a session has at most {} songs",
+                                                   wanted.verb, VANTRO_TRKSESSION_SONGS_MAX));
     }
     if (reason == ERANGE) {
         throw Failure(Outcome::not_found, fmt::format("no song {}: there are fewer in them",
