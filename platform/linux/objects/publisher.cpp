@@ -262,7 +262,9 @@ void object_release_bell(struct object_publisher *publisher) {
     const CancelDisabled no_cancel;
     const KeepErrno keep_errno;
     const MutexLock guard(publisher->lock);
-    --publisher->bell_holders;
+    if (publisher->bell_holders > 0) { // else nobody holds it
+        --publisher->bell_holders;
+    }
     publisher->ring_bell_if_due();
 }
 

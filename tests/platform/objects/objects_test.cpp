@@ -279,6 +279,12 @@ TEST(Notification, ComesWhenAHolderOfTheBellLetsGo) {
     EXPECT_EQ(signals.take(), 0) << "who was woken is not woken again";
     set(publisher, "o", "a", "3");
     EXPECT_EQ(signals.wait(), wake_signal);
+    object_release_bell(publisher.get()); // once too often
+    ASSERT_EQ(reader.arm(), NOTIFY_INPUT);
+    reader.read_all();
+    ASSERT_EQ(reader.arm(), 0);
+    set(publisher, "o", "a", "4");
+    EXPECT_EQ(signals.wait(), wake_signal);
     object_hold_bell(nullptr);
     object_release_bell(nullptr);
 }
