@@ -272,23 +272,20 @@ int Engine::set_repeat(int32_t mode) {
 }
 
 int Engine::set_volume(int32_t level) {
-    if (level < 0 || level > volume_max) {
-        return ERANGE;
-    }
-    const MutexLock guard(mutex_);
-    const auto now = catch_up();
-    const bool changed = std::exchange(volume_.level, level) != level;
-    note(changed ? Change::volume : 0u, now);
-    return 0;
+    return change_volume(&VantroVolume::level, level, volume_max);
 }
 
 int Engine::set_muted(int32_t muted) {
-    if (muted != 0 && muted != 1) {
+    return change_volume(&VantroVolume::muted, muted, 1);
+}
+
+int Engine::change_volume(int32_t VantroVolume::*part, int32_t value, int32_t most) {
+    if (value < 0 || value > most) {
         return ERANGE;
     }
     const MutexLock guard(mutex_);
     const auto now = catch_up();
-    const bool changed = std::exchange(volume_.muted, muted) != muted;
+    const bool changed = std::exchange(volume_.*part, value) != value;
     note(changed ? Change::volume : 0u, now);
     return 0;
 }

@@ -162,6 +162,7 @@ class Engine {
     void no_output() EXCLUDES(mutex_);
 
   private:
+    int change_volume(int32_t VantroVolume::*part, int32_t value, int32_t most) EXCLUDES(mutex_);
     Snapshot at(std::chrono::nanoseconds now) const REQUIRES(mutex_);
     void note(unsigned what, std::chrono::nanoseconds now, int32_t error = 0) REQUIRES(mutex_);
     void track_started() REQUIRES(mutex_);
