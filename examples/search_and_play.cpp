@@ -18,8 +18,9 @@ std::optional<Found> find_song(vantro::Player &player, const std::string &words)
     for (const MediaSource &source : sources.or_throw()) {
         auto nodes = player.search(source.id, words);
         for (const MediaNode &node : nodes) {
-            if (node.type == VANTRO_NODE_SONG) {
-                std::printf("%s, from %s\n", node.name, source.view_name);
+            if (node.type == VANTRO_NODE_SONG && node.id) {
+                std::printf("%s, from %s\n", node.name ? node.name : node.id,
+                            source.view_name ? source.view_name : "a source");
                 return Found{source.id, node.id};
             }
         }

@@ -40,6 +40,7 @@ vantroctl --timeout |
 vantroctl --player play sh|shuffle
 vantroctl shuffle t|toggle
 vantroctl repeat |off all one
+vantroctl volume m|mute
 vantroctl load --play 1:al|albums
 vantroctl add 1:songs 1:g|genres
 vantroctl browse 1|1:artists 1:albums 1:genres 1:years 1:songs 1:folders 1:playlists

@@ -50,6 +50,7 @@ _vantroctl_candidates() {
         browse,* | load,* | add,* | insert,* | info,*) _vantroctl_nodes "$program" "$cur" ;;
         shuffle,*) printf '%s\n' on off toggle ;;
         repeat,*) printf '%s\n' off all one ;;
+        volume,*) printf '%s\n' mute unmute ;;
         esac
         ;;
     esac 2>/dev/null

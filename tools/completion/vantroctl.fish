@@ -61,6 +61,8 @@ function __vantroctl_candidates
                 printf '%s\n' on off toggle
             case repeat
                 printf '%s\n' off all one
+            case volume
+                printf '%s\n' mute unmute
             case browse load add insert info
                 __vantroctl_nodes
         end

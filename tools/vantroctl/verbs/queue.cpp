@@ -96,11 +96,10 @@ class Queue {
                 wanted.index = static_cast<int32_t>(i);
             }
         }
-        const CommandResult result = done(wanted, make_session(client_, wanted));
         if (nearest == session_.length) {
-            client_.carry_out(verb, vantro_stop);
+            client_.carry_out(verb, vantro_stop); // before the first track could be heard
         }
-        return result;
+        return done(wanted, make_session(client_, wanted));
     }
 
     uint64_t id() const { return static_cast<uint64_t>(session_.id); }
