@@ -298,6 +298,7 @@ TEST(Exchange, AnIdIsNotGivenAgainWhileItsAnswerIsOwed) {
     sigaction(SIGUSR1, &action, nullptr);
     const pthread_t client = pthread_self();
     std::atomic<bool> given_up{false};
+    std::atomic<bool> quiet{false}; // no more signals come
     std::atomic<int> owed{0};
     std::atomic<int> given_again{0};
     const ChannelServer server([&](const Message &message) {
@@ -307,6 +308,7 @@ TEST(Exchange, AnIdIsNotGivenAgainWhileItsAnswerIsOwed) {
                 pthread_kill(client, SIGUSR1);
                 std::this_thread::yield();
             }
+            quiet = true;
         } else {
             given_again += message.receive_id == owed;
             echo(message);
@@ -315,6 +317,9 @@ TEST(Exchange, AnIdIsNotGivenAgainWhileItsAnswerIsOwed) {
     const int connection = connect_to_test();
     ASSERT_EQ(ipc_send_simple(connection, "wait", 4, nullptr, 0), -1);
     given_up = true;
+    while (!quiet) {
+        std::this_thread::yield();
+    }
     for (int i = 0; i < 2000; ++i) {
         ASSERT_TRUE(is_served(connection));
     }
