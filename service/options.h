@@ -2,8 +2,10 @@
 #ifndef VANTRO_SERVICE_OPTIONS_H
 #define VANTRO_SERVICE_OPTIONS_H
 
+#include <algorithm>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <vantro/platform/objects.h>
@@ -29,7 +31,9 @@ struct Options {
     std::string permissions;  // as msgserver_add() takes them
     // Who may follow the players: those who may connect, as far as a file can say it.
     object_readers readers = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0444};
-    int threads = 4;
+    // A service that hands over has two threads more than there are processors.
+    int threads =
+        std::clamp(static_cast<int>(std::thread::hardware_concurrency()) + 2, 4, threads_max);
 
     Audio audio = Audio::automatic;
     // By the player's name; "" for every other player. As MpvOptions::device.
