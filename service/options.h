@@ -1,4 +1,4 @@
-// What vantrod is told on its command line.
+// What vantrod is told on its command line and in its configuration file.
 #ifndef VANTRO_SERVICE_OPTIONS_H
 #define VANTRO_SERVICE_OPTIONS_H
 
@@ -8,7 +8,10 @@
 #include <thread>
 #include <vector>
 
+#include <vantro/platform/log.h>
 #include <vantro/platform/objects.h>
+
+#include "service/config/setting.h"
 
 namespace vantro::service {
 
@@ -22,6 +25,8 @@ inline constexpr size_t music_max = 32;
 inline constexpr int threads_max = 64;
 
 enum class Audio { automatic, mpv, clock };
+
+enum class Task { serve, list_audio_devices, check_config, print_config };
 
 struct Options {
     std::vector<std::string> music;
@@ -39,12 +44,19 @@ struct Options {
     // By the player's name; "" for every other player. As MpvOptions::device.
     std::map<std::string, std::string> audio_devices;
     std::string replaygain = "no"; // as mpv has it
-    bool list_audio_devices = false;
+    int log_level = LOG_SEVERITY_TRACE;
+
+    Task task = Task::serve;
+    std::vector<config::Setting> settings; // every option, and where it comes from
+    std::string config;                    // a whole file, where that is the task
 };
 
 // Reads the command line. Returns true to go on; otherwise the program ends with `exit_code`, and
 // what there was to say has been said.
 bool parse_options(int argc, char **argv, Options &options, int &exit_code);
+
+// The same command line once more, when the file may have changed. Returns what is wrong, or "".
+std::string read_options_again(int argc, char **argv, Options &options);
 
 } // namespace vantro::service
 
