@@ -27,10 +27,11 @@ constexpr const char *memory_after_row = "service_memory_100k";
 constexpr const char *list_row = "list_10k";
 constexpr const char *copy_row = "list_10k_copy";
 constexpr const char *page_row = "browse_page_100k";
+constexpr const char *described_row = "page_metadata_100k";
 constexpr const char *search_row = "search_prefix_100k";
 constexpr const char *second_row = "second_start_first_browse";
-constexpr std::array all_rows{scan_row, memory_after_row, list_row,  copy_row,
-                              page_row, search_row,       second_row};
+constexpr std::array all_rows{scan_row, memory_after_row, list_row,   copy_row,
+                              page_row, described_row,    search_row, second_row};
 
 constexpr int list_nodes = 10000;
 constexpr const char *query_state = "catalogue-for-the-query";
@@ -85,6 +86,20 @@ void browse_songs(VantroHandle *player, int32_t source, int offset, int count, i
     if (found != expected) {
         fail(fmt::format("{} songs came, not {}", found, expected));
     }
+}
+
+// A page of songs, each with its metadata, from anywhere in the list.
+void describe_songs(VantroHandle *player, int32_t source, int offset, Samples &samples) {
+    MediaNode *nodes = nullptr;
+    Metadata *metadata = nullptr;
+    int count = page_nodes;
+    const int64_t begin = now_ns();
+    if (vantro_browse_metadata(player, source, "songs", offset, &count, &nodes, &metadata) != 0) {
+        fail("vantrod refused a listing with metadata");
+    }
+    samples.add(now_ns() - begin);
+    vantro_free_media_nodes(nodes, count);
+    vantro_free_metadata(metadata, count);
 }
 
 // The search terms of a user who looks for one title after the other: its first word, letter by
@@ -210,7 +225,7 @@ void list_rows(Run &run, const Collection &collection, VantroHandle *player, int
 
 void query_rows(Run &run, const Collection &collection, int32_t source) {
     const bool lists = run.wants(list_row) || run.wants(copy_row);
-    if (!lists && !run.wants(page_row) && !run.wants(search_row)) {
+    if (!lists && !run.wants(page_row) && !run.wants(described_row) && !run.wants(search_row)) {
         return;
     }
     const Apart apart;
@@ -229,13 +244,20 @@ void query_rows(Run &run, const Collection &collection, int32_t source) {
         run.add(timed(name, samples), collection.tracks,
                 fmt::format("{} nodes at most", page_nodes));
     };
+    const int count = std::min(page_nodes, collection.tracks);
+    int page = 0;
+    const auto next_page = [&] { return page = (page + 7919) % (collection.tracks - count + 1); };
     if (run.wants(page_row)) {
-        int page = 0;
         row(page_row, [&](size_t times, Samples &samples) {
-            const int count = std::min(page_nodes, collection.tracks);
             for (size_t i = 0; i < times; ++i) {
-                page = (page + 7919) % (collection.tracks - count + 1);
-                browse_songs(player.get(), source, page, page_nodes, count, &samples);
+                browse_songs(player.get(), source, next_page(), page_nodes, count, &samples);
+            }
+        });
+    }
+    if (run.wants(described_row)) {
+        row(described_row, [&](size_t times, Samples &samples) {
+            for (size_t i = 0; i < times; ++i) {
+                describe_songs(player.get(), source, next_page(), samples);
             }
         });
     }

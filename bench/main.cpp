@@ -55,6 +55,7 @@ const std::vector<std::string> &row_names() {
                                  "list_10k",
                                  "list_10k_copy",
                                  "browse_page_100k",
+                                 "page_metadata_100k",
                                  "search_prefix_100k",
                                  "second_start_first_browse"}) {
             all.emplace_back(name);

@@ -49,6 +49,24 @@ size_t answer_length(const vantro::service::requests::Bytes &request,
     case VANTRO_COMMAND_GET_TRKSESSION_TRACKS:
         return records_length(answer, 8, read<int32_t>(answer, 4), unpack_media_node,
                               vantro_free_media_nodes);
+    case VANTRO_COMMAND_BROWSE_METADATA:
+    case VANTRO_COMMAND_SEARCH_METADATA:
+    case VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA: {
+        const auto count = read<int32_t>(answer, 4);
+        const size_t metadata = 12 + read<uint32_t>(answer, 8);
+        require(metadata <= answer.size());
+        const vantro::service::requests::Bytes nodes(
+            answer.begin(), answer.begin() + static_cast<ptrdiff_t>(metadata));
+        records_length(nodes, 12, count, unpack_media_node, vantro_free_media_nodes);
+        return records_length(answer, metadata, count, unpack_metadata, vantro_free_metadata);
+    }
+    case VANTRO_COMMAND_LIST_PLAYERS: {
+        size_t at = 8;
+        for (int32_t i = 0; i < read<int32_t>(answer, 4); ++i) {
+            at += 4 + read<uint32_t>(answer, at);
+        }
+        return at;
+    }
     case VANTRO_COMMAND_GET_METADATA:
         return answer.size() == 4
                    ? 4

@@ -95,14 +95,14 @@ class LongAnswer : public Answer {
     Block block_;
 };
 
-// Unpacks `count` records of a granted answer. The caller's pointer receives them, or null for want
-// of memory. It is left alone where the bytes cannot hold so many records.
+// Unpacks `count` records of a granted answer, which lie in these bytes. The caller's pointer
+// receives them, or null for want of memory. It is left alone where the bytes cannot hold so many
+// records.
 template <class Record>
-int unpack_answer(const Answer &answer, int32_t count, Record **records) {
+int unpack_bytes(const unsigned char *bytes, size_t size, int32_t count, Record **records) {
     const KeepErrno keep;
     Record *block = nullptr;
-    const records::Unpacked result =
-        records::unpack_records(answer.bytes(), answer.byte_count(), count, block);
+    const records::Unpacked result = records::unpack_records(bytes, size, count, block);
     if (result == records::Unpacked::done || result == records::Unpacked::no_memory) {
         *records = block;
     }
@@ -112,6 +112,11 @@ int unpack_answer(const Answer &answer, int32_t count, Record **records) {
         note_failure(VANTRO_FAILURE_MALFORMED, EPROTO);
     }
     return result == records::Unpacked::done ? 0 : -1;
+}
+
+template <class Record>
+int unpack_answer(const Answer &answer, int32_t count, Record **records) {
+    return unpack_bytes(answer.bytes(), answer.byte_count(), count, records);
 }
 
 } // namespace vantro::player

@@ -1,7 +1,8 @@
 /**
  * Conveniences beyond the system's published interface: freeing what queries return, and following
  * a player from an event loop, for a limited time, or until another thread ends it; time limits for
- * the service, why a call failed, and the volume.
+ * the service, why a call failed, the volume, the names of the players, and lists that come with
+ * their metadata.
  *
  * Freeing. Each function frees every string of each record, then the block that holds the records;
  * NULL does nothing. Records of the library's own, such as those of an event, are not to be freed.
@@ -138,6 +139,65 @@ VANTRO_API int vantro_set_volume(VantroHandle *handle, int32_t level);
  * @return as vantro_set_volume().
  */
 VANTRO_API int vantro_set_muted(VantroHandle *handle, int32_t muted);
+
+/**
+ * Lists the names of the service's players. Like the listings below an extension of vantrod's: a
+ * service that does not know it refuses it. Needs a connected handle; no player need be open.
+ * Blocks until the service answers.
+ * @param names receives a new array of as many strings and a NULL, all one block for free().
+ *              Untouched on failure.
+ * @return the number of names, or -1: bad handle, failed exchange, refusal, malformed answer, no
+ *   memory.
+ */
+VANTRO_API int vantro_list_players(VantroHandle *handle, char ***names);
+
+/**
+ * vantro_browse() that also gives what is known of each entry, in one exchange for a whole page.
+ * Needs an open player. Blocks until the service answers.
+ *
+ *     #include <stdio.h>
+ *     #include <vantro/extras.h>
+ *
+ *     int print_page(VantroHandle *player, int ms_id, const char *node_id, int offset) {
+ *         MediaNode *nodes = NULL;
+ *         Metadata *metadata = NULL;
+ *         int count = 100;
+ *         if (vantro_browse_metadata(player, ms_id, node_id, offset, &count, &nodes,
+ *                                    &metadata) != 0) {
+ *             return -1;
+ *         }
+ *         for (int i = 0; i < count; i++) {
+ *             printf("%s, %s\n", nodes[i].name, metadata[i].artist ? metadata[i].artist : "-");
+ *         }
+ *         vantro_free_media_nodes(nodes, count);
+ *         vantro_free_metadata(metadata, count);
+ *         return count;
+ *     }
+ *
+ * @param count    in: entries wanted; out: entries given, on success only. vantrod gives at most
+ *                 VANTRO_METADATA_PAGE_MAX (protocol.h) in one call, also for a count of 0 or less.
+ * @param nodes    receives the entries, for vantro_free_media_nodes().
+ * @param metadata receives a record for each entry, in the same order, for vantro_free_metadata();
+ *                 where nothing is known of an entry, its strings are NULL. Both pointers are
+ *                 untouched on failure, and where there are no entries.
+ * @return as vantro_browse().
+ */
+VANTRO_API int vantro_browse_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
+                                      int32_t offset, int *count, MediaNode **nodes,
+                                      Metadata **metadata);
+
+/** vantro_search() with metadata, as vantro_browse_metadata() gives it. */
+VANTRO_API int vantro_search_metadata(VantroHandle *handle, int32_t ms_id, const char *filter,
+                                      const char *term, int32_t offset, int *count,
+                                      MediaNode **nodes, Metadata **metadata);
+
+/**
+ * vantro_get_trksession_tracks() with metadata, as vantro_browse_metadata() gives it. Of a track
+ * that has left the catalogue nothing is known.
+ */
+VANTRO_API int vantro_get_trksession_tracks_metadata(VantroHandle *handle, uint64_t tsid,
+                                                     int32_t offset, int *count, MediaNode **tracks,
+                                                     Metadata **metadata);
 
 /** Why a call failed. */
 enum {

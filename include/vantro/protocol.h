@@ -15,7 +15,7 @@
  * other value where it was refused; nothing after it is then read. The reply status is 0 for both:
  * another one counts as a failed exchange. What ends before the integers of its command do counts
  * as a refusal. An answer may be longer than the client's capacity: callout_reply() then holds it,
- * and only the four queries marked "grows" fetch it; for the others the call fails. So commands and
+ * and only the queries marked "grows" fetch it; for the others the call fails. So commands and
  * queries of a fixed length are answered with exactly that. Packed records are those of records.h.
  */
 #ifndef VANTRO_PROTOCOL_H
@@ -44,6 +44,9 @@ extern "C" {
  * million nodes fit; what a service only claims to hold cannot make a client reserve more.
  */
 #define VANTRO_REPLY_MAX (256 * 1024 * 1024)
+
+/** Most nodes that come with their metadata in one answer. */
+#define VANTRO_METADATA_PAGE_MAX 1000
 
 /** The start of every request's payload. 16 bytes. */
 typedef struct RequestHeader {
@@ -120,7 +123,16 @@ enum {
     /** Level, 0 to 100. Nothing. */
     VANTRO_COMMAND_SET_VOLUME = 257,
     /** 0 or 1. Nothing. */
-    VANTRO_COMMAND_SET_MUTED = 258
+    VANTRO_COMMAND_SET_MUTED = 258,
+    /** None. Count; that many names (strings). No player need be open. Grows. */
+    VANTRO_COMMAND_LIST_PLAYERS = 264,
+    /** As for browse. Record count, at most VANTRO_METADATA_PAGE_MAX; bytes of the packed nodes;
+     *  that many packed MediaNode; as many packed Metadata. Grows. */
+    VANTRO_COMMAND_BROWSE_METADATA = 265,
+    /** As for search. As for browse with metadata. Grows. */
+    VANTRO_COMMAND_SEARCH_METADATA = 266,
+    /** As for the tracks of a session. As for browse with metadata. Grows. */
+    VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA = 267
 };
 
 #ifdef __cplusplus

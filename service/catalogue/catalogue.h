@@ -34,6 +34,7 @@ struct Node {
     int32_t count = 0;
     int32_t source = 0;
     int32_t source_type = 0;
+    SongId song = 0; // of a song only
 };
 
 // A node on its way into an answer. Its texts are valid during the call only.
@@ -44,6 +45,7 @@ struct NodeRow {
     int32_t count = 0;
     int32_t source = 0;
     int32_t source_type = 0;
+    SongId song = 0; // of a song only
 };
 
 // Takes the nodes of a listing one by one, so that a long listing is not held in memory.
@@ -97,6 +99,9 @@ class Catalogue {
                        NodeSink &nodes) = 0;
     virtual int metadata(int32_t source, std::string_view node,
                          std::optional<SongMetadata> &metadata) = 0;
+    // The metadata of nodes that were listed, in their order; of one that has gone, empty ones.
+    // Returns 0 or EIO.
+    virtual int describe(const std::vector<Node> &nodes, std::vector<SongMetadata> &metadata) = 0;
     // One value a key, in their order; empty where there is none.
     virtual int extended_metadata(int32_t source, std::string_view node,
                                   const std::vector<std::string_view> &keys,

@@ -41,23 +41,6 @@ const FolderCover::Picture *FolderCover::chosen() const {
     return best_.name.empty() || unclear ? nullptr : &best_;
 }
 
-void find_cover(Database &database, const ArtworkFolder &artwork, SongId song,
-                SongMetadata &metadata) {
-    Rows row = database.query(
-        "SELECT artwork.file, width, height FROM song JOIN node ON node.id = song.folder"
-        " LEFT JOIN folder_image AS image"
-        " ON image.source = song.source AND image.folder = node.identity"
-        " JOIN artwork ON artwork.id ="
-        " CASE song.artwork WHEN 0 THEN image.artwork ELSE song.artwork END"
-        " WHERE song.id = ?1",
-        song);
-    if (row.next()) {
-        metadata.artwork = artwork.uri(row.text(0));
-        metadata.width = row.small(1);
-        metadata.height = row.small(2);
-    }
-}
-
 SongId cover_song(const List &entries) {
     const bool has_song = !entries.entries.empty() && entries.entries.back().is_song();
     return has_song ? entries.entries.back().id() : 0;

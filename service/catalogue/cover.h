@@ -47,10 +47,6 @@ class FolderCover {
     bool several_ = false; // of the rank of `best_`
 };
 
-// Fills in the cover of a song, where it has one.
-void find_cover(Database &database, const ArtworkFolder &artwork, SongId song,
-                SongMetadata &metadata);
-
 // The song whose cover an album or a folder with these entries has; 0 for none. All of its songs
 // have one cover, as far as a list can show.
 SongId cover_song(const List &entries);

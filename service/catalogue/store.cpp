@@ -68,6 +68,7 @@ class SqliteCatalogue : public Store {
                NodeSink &nodes) override;
     int metadata(int32_t source, std::string_view node,
                  std::optional<SongMetadata> &metadata) override;
+    int describe(const std::vector<Node> &nodes, std::vector<SongMetadata> &metadata) override;
     int extended_metadata(int32_t source, std::string_view node,
                           const std::vector<std::string_view> &keys,
                           std::vector<std::string> &values) override;
@@ -289,9 +290,30 @@ int SqliteCatalogue::metadata(int32_t source, std::string_view node,
         if (place.kind == kind_song && place.id != 0) {
             read_metadata(database, artwork_, place.id, found);
         } else {
-            found = describe(database, artwork_, browser, place);
+            found = catalogue::describe(database, artwork_, browser, place);
         }
         metadata = std::move(found);
+        return 0;
+    });
+}
+
+int SqliteCatalogue::describe(const std::vector<Node> &nodes, std::vector<SongMetadata> &metadata) {
+    metadata.resize(nodes.size());
+    return guarded([&](Database &database) {
+        for (size_t i = 0; i < nodes.size(); ++i) {
+            const Node &node = nodes[i];
+            if (node.id.empty()) {
+                continue;
+            }
+            if (node.song != 0) {
+                read_metadata(database, artwork_, node.song, metadata[i]);
+                continue;
+            }
+            SourceBrowser browser(database, lists_, node.source);
+            if (const std::optional<Place> place = browser.find(node.id)) {
+                metadata[i] = catalogue::describe(database, artwork_, browser, *place);
+            }
+        }
         return 0;
     });
 }
@@ -303,7 +325,7 @@ int SqliteCatalogue::extended_metadata(int32_t source, std::string_view node,
         if (place.kind == kind_song && place.id != 0) {
             values = read_extended(database, artwork_, directory(source)->path, place.id, keys);
         } else {
-            values = extended_of(describe(database, artwork_, browser, place), keys);
+            values = extended_of(catalogue::describe(database, artwork_, browser, place), keys);
         }
         return 0;
     });

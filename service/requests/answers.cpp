@@ -87,6 +87,14 @@ const Answers::Command *Answers::find_command(uint16_t number) {
          }},
         {VANTRO_COMMAND_SET_VOLUME, forms::value, needed, moments, control_to<&Own::set_volume>},
         {VANTRO_COMMAND_SET_MUTED, forms::value, needed, moments, control_to<&Own::set_muted>},
+        {VANTRO_COMMAND_LIST_PLAYERS, forms::nothing, optional, moments,
+         run<&Answers::append_players>},
+        {VANTRO_COMMAND_BROWSE_METADATA, forms::browse, needed, long_time,
+         run<&Answers::append_described_listing>},
+        {VANTRO_COMMAND_SEARCH_METADATA, forms::search, needed, long_time,
+         run<&Answers::append_described_search>},
+        {VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA, forms::session_tracks, optional, long_time,
+         run<&Answers::append_described_tracks>},
     };
     const auto found =
         std::find_if(std::begin(commands), std::end(commands),
@@ -236,10 +244,10 @@ int Answers::append_track(const Call &call) {
         return result == ENOENT ? 0 : result;
     }
     const size_t records = answer.size();
-    result = append_node(answer, node);
+    result = append_nodes(answer, &node, 1);
     const auto node_length = static_cast<int32_t>(answer.size() - records);
     if (result == 0) {
-        result = append_metadata(answer, metadata);
+        result = append_metadata(answer, &metadata, 1);
     }
     const auto all_length = static_cast<int32_t>(answer.size() - records);
     const int32_t both[] = {node_length, all_length - node_length};
@@ -248,59 +256,12 @@ int Answers::append_track(const Call &call) {
     return result;
 }
 
-int Answers::append_metadata_of(const Call &call) {
-    std::optional<catalogue::SongMetadata> metadata;
-    const int result = catalogue_.metadata(call.request.source, call.request.node, metadata);
-    return result == 0 && metadata ? append_metadata(call.answer, *metadata) : result;
-}
-
-int Answers::append_listing(const Call &call) {
-    NodePacker nodes(call.answer);
-    const Request &request = call.request;
-    const int result = catalogue_.browse(request.source, request.node, request.range, nodes);
-    return result == 0 ? nodes.finish() : result;
-}
-
-int Answers::append_search(const Call &call) {
-    NodePacker nodes(call.answer);
-    const Request &request = call.request;
-    const int result =
-        catalogue_.search(request.source, request.filter, request.term, request.range, nodes);
-    return result == 0 ? nodes.finish() : result;
-}
-
-int Answers::append_extended_metadata(const Call &call) {
-    std::vector<std::string> values;
-    const Request &request = call.request;
-    const int result =
-        catalogue_.extended_metadata(request.source, request.node, request.keys, values);
-    return result == 0 ? append_texts(call.answer, values) : result;
-}
-
-// Ids are never given twice, so without an open player a session is known by its id alone.
-int Answers::append_session_tracks(const Call &call) {
-    const auto &[open, request, player, answer] = call;
-    playback::SessionPtr session = player ? player->session(request.tsid) : nullptr;
-    for (auto each = players_.begin(); !player && !session && each != players_.end(); ++each) {
-        session = each->session(request.tsid);
-    }
-    if (!session) {
-        return ENOENT;
-    }
-
-    const std::vector<catalogue::QueuedSong> &songs = session->songs;
-    const auto first =
-        std::min(static_cast<size_t>(std::max(request.range.offset, 0)), songs.size());
-    size_t count = songs.size() - first;
-    if (request.range.count > 0) {
-        count = std::min(count, static_cast<size_t>(request.range.count));
-    }
-    std::vector<catalogue::SongId> ids(count);
-    std::transform(songs.data() + first, songs.data() + first + count, ids.begin(),
-                   [](const catalogue::QueuedSong &song) { return song.id; });
-    NodePacker nodes(answer);
-    const int result = catalogue_.song_nodes(ids.data(), count, nodes);
-    return result == 0 ? nodes.finish() : result;
+int Answers::append_players(const Call &call) {
+    std::vector<std::string> names;
+    std::transform(players_.begin(), players_.end(), std::back_inserter(names),
+                   [](const playback::Player &each) { return each.name; });
+    append(call.answer, static_cast<int32_t>(names.size()));
+    return append_texts(call.answer, names);
 }
 
 } // namespace vantro::service::requests

@@ -69,15 +69,32 @@ class Answers {
     int open_player(const Call &call);
     int close_player(const Call &call);
     int16_t find_player(std::string_view name);
+    int append_players(const Call &call);
+
+    // Give the nodes of a request's list that lie in the range.
+    using Give = int (Answers::*)(const Call &call, catalogue::Range range,
+                                  catalogue::NodeSink &nodes);
+    int give_listing(const Call &call, catalogue::Range range, catalogue::NodeSink &nodes);
+    int give_search(const Call &call, catalogue::Range range, catalogue::NodeSink &nodes);
+    int give_session_tracks(const Call &call, catalogue::Range range, catalogue::NodeSink &nodes);
+    int session_songs(const Call &call, catalogue::Range range,
+                      std::vector<catalogue::SongId> &ids);
+    // The nodes alone, and each with its metadata.
+    int append_list(const Call &call, Give give);
+    int append_described(const Call &call, Give give);
     int append_listing(const Call &call);
     int append_search(const Call &call);
+    int append_session_tracks(const Call &call);
+    int append_described_listing(const Call &call);
+    int append_described_search(const Call &call);
+    int append_described_tracks(const Call &call);
+
     int append_metadata_of(const Call &call);
     int append_extended_metadata(const Call &call);
     int append_state(const Call &call);
     int append_session(const Call &call);
     int append_track(const Call &call);
     int append_position(const Call &call);
-    int append_session_tracks(const Call &call);
     int create_session(const Call &call);
 
     catalogue::Catalogue &catalogue_;

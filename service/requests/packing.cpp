@@ -114,12 +114,12 @@ int append_sources(Bytes &answer, const std::vector<catalogue::Source> &sources)
     return append_records(answer, sources.data(), sources.size(), pack_media_source);
 }
 
-int append_node(Bytes &answer, const catalogue::Node &node) {
-    return append_records(answer, &node, 1, pack_media_node);
+int append_nodes(Bytes &answer, const catalogue::Node *nodes, size_t count) {
+    return append_records(answer, nodes, count, pack_media_node);
 }
 
-int append_metadata(Bytes &answer, const catalogue::SongMetadata &metadata) {
-    return append_records(answer, &metadata, 1, pack_metadata);
+int append_metadata(Bytes &answer, const catalogue::SongMetadata *metadata, size_t count) {
+    return append_records(answer, metadata, count, pack_metadata);
 }
 
 int append_texts(Bytes &answer, const std::vector<std::string> &texts) {
@@ -136,6 +136,12 @@ int append_texts(Bytes &answer, const std::vector<std::string> &texts) {
         answer.insert(answer.end(), text.begin(), text.end());
     }
     return 0;
+}
+
+bool NodeCollector::take(const catalogue::NodeRow &node) {
+    nodes.push_back({std::string(node.id), std::string(node.name), node.type, node.count,
+                     node.source, node.source_type, node.song});
+    return true;
 }
 
 NodePacker::NodePacker(Bytes &answer) : answer_(answer), begin_(answer.size()), end_(begin_) {

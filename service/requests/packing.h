@@ -27,10 +27,18 @@ void append(Bytes &answer, const Value &value) {
 // A record count and the records.
 int append_sources(Bytes &answer, const std::vector<catalogue::Source> &sources);
 // The records alone.
-int append_node(Bytes &answer, const catalogue::Node &node);
-int append_metadata(Bytes &answer, const catalogue::SongMetadata &metadata);
+int append_nodes(Bytes &answer, const catalogue::Node *nodes, size_t count);
+int append_metadata(Bytes &answer, const catalogue::SongMetadata *metadata, size_t count);
 // Each with its length.
 int append_texts(Bytes &answer, const std::vector<std::string> &texts);
+
+// Keeps the nodes that it is given.
+class NodeCollector : public catalogue::NodeSink {
+  public:
+    bool take(const catalogue::NodeRow &node) override;
+
+    std::vector<catalogue::Node> nodes;
+};
 
 // Appends a record count and the nodes that it is given. The answer is complete after finish(),
 // which returns 0 or EMSGSIZE.

@@ -137,6 +137,36 @@ Row list(const char *name, int (*call)(Handle, int *, Record **), void (*release
             }};
 }
 
+// Lists records and what is known of them: nothing is written, and nothing lost, where it fails.
+std::string browse_described(Scene &scene) {
+    Handle player = scene.player();
+    MediaNode *nodes = nullptr;
+    Metadata *metadata = nullptr;
+    int count = 0;
+    if (scene.faulted([&] {
+            return vantro_browse_metadata(player, 1, "songs", 0, &count, &nodes, &metadata);
+        }) != 0) {
+        return count == 0 && !nodes && !metadata ? "failed" : "failed, and wrote";
+    }
+    std::string told = std::to_string(count);
+    for (int i = 0; i < count; ++i) {
+        told += std::string(nodes[i].name) + std::to_string(metadata[i].duration);
+    }
+    vantro_free_media_nodes(nodes, count);
+    vantro_free_metadata(metadata, count);
+    return told;
+}
+
+std::string list_players(Scene &scene) {
+    Handle player = scene.player();
+    char **names = nullptr;
+    const int count = scene.faulted([&] { return vantro_list_players(player, &names); });
+    const std::string told =
+        count < 0 ? (names ? "failed, and wrote" : "failed") : names[count - 1];
+    std::free(names);
+    return told;
+}
+
 // The id of a song.
 const char *a_song(Handle player) {
     static std::string id;
@@ -246,6 +276,8 @@ Rows player_rows() {
             "vantro_get_trksession_tracks",
             [](auto h, auto *n, auto **to) { return vantro_get_trksession_tracks(h, 1, 0, n, to); },
             nodes),
+        {"vantro_browse_metadata", browse_described},
+        {"vantro_list_players", list_players},
         {"vantro_get_extended_metadata", get_extended}};
 }
 

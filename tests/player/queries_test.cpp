@@ -54,6 +54,28 @@ std::string list_nodes(Query query) {
     return listed(result, count, nodes, &before, vantro_free_media_nodes);
 }
 
+// The same of a listing with metadata: behind the names the titles.
+template <class Query>
+std::string list_described(Query query) {
+    MediaNode before{}, *nodes = &before;
+    Metadata untouched{}, *metadata = &untouched;
+    int count = 5;
+    const int result = query(&count, &nodes, &metadata);
+    std::string titles;
+    for (int i = 0; result == 0 && metadata != &untouched && i < count; i++) {
+        titles += std::string(" ") + metadata[i].title;
+    }
+    EXPECT_EQ(nodes == &before, metadata == &untouched);
+    if (metadata != &untouched) {
+        vantro_free_metadata(metadata, count);
+    }
+    return listed(result, count, nodes, &before, vantro_free_media_nodes) + titles;
+}
+
+std::string described_bytes(const std::string &node, const std::string &metadata) {
+    return words({0, 1, static_cast<int32_t>(node.size())}) + node + metadata;
+}
+
 struct Call {
     const char *name, *failure;
     std::function<std::string(VantroHandle *)> call;
@@ -154,6 +176,51 @@ const std::vector<Call> &all_calls() {
         {"jump", "5 vantro_set_trksession_index() failed",
          [](auto h) { return std::to_string(vantro_jump(h, -7)); }, request(18, words({-7})),
          words({0}), "0", true, Call::fixed, 4},
+        {"browse with metadata", "5 vantro_browse_metadata() failed",
+         [](auto h) {
+             return list_described([&](int *count, MediaNode **nodes, Metadata **metadata) {
+                 return vantro_browse_metadata(h, 3, "n", -2, count, nodes, metadata);
+             });
+         },
+         request(265, words({3, -2, 5}) + text("n")),
+         described_bytes(node_bytes("Rock"), metadata_bytes("T")), "0 1 Rock T", true,
+         Call::long_area, 12},
+        {"search with metadata", "5 vantro_search_metadata() failed",
+         [](auto h) {
+             return list_described([&](int *count, MediaNode **nodes, Metadata **metadata) {
+                 return vantro_search_metadata(h, 3, nullptr, "t", 0, count, nodes, metadata);
+             });
+         },
+         request(266, words({3, 0, 5, 0}) + text("t")),
+         described_bytes(node_bytes("Rock"), metadata_bytes("T")), "0 1 Rock T", true,
+         Call::long_area, 12},
+        {"tracks with metadata", "5 vantro_get_trksession_tracks_metadata() failed",
+         [](auto h) {
+             return list_described([&](int *count, MediaNode **nodes, Metadata **metadata) {
+                 return vantro_get_trksession_tracks_metadata(h, 0x200000001, 9, count, nodes,
+                                                              metadata);
+             });
+         },
+         request(267, words({1, 2, 9, 5})),
+         described_bytes(node_bytes("Rock"), metadata_bytes("T")), "0 1 Rock T", false,
+         Call::long_area, 12},
+        {"players", "5 vantro_list_players() failed",
+         [](auto h) {
+             char *before = nullptr, **names = &before;
+             const int count = vantro_list_players(h, &names);
+             std::string line = std::to_string(count);
+             EXPECT_EQ(count < 0, names == &before);
+             for (int i = 0; i < count; i++) {
+                 line += std::string(" ") + names[i];
+             }
+             if (names != &before) {
+                 EXPECT_EQ(names[count], nullptr);
+                 std::free(names);
+             }
+             return line;
+         },
+         request(264), words({0, 2}) + text("main") + text("attic"), "2 main attic", false,
+         Call::long_area, 8},
     };
     return calls;
 }
@@ -350,7 +417,9 @@ TEST_F(Queries, WhatIsLongerThanTheAreaIsFetchedOnce) {
         for (const size_t over : {0U, 1U, 200000U}) {
             // The first name, title or value grows, so that all is as long as the area and `over`.
             std::string bytes = c.answer;
-            const std::string old = c.name == std::string("values") ? "one"
+            const std::string old = c.name == std::string("values")    ? "one"
+                                    : c.name == std::string("players") ? "main"
+                                    : c.words == 12                    ? "T"
                                     : c.kind == Call::short_area ? (c.words == 8 ? "Disc" : "Song")
                                                                  : "Rock";
             const std::string grown(65536 + over + c.words - bytes.size() + old.size(), 'x');

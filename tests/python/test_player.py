@@ -31,8 +31,13 @@ def test_lists_page_by_themselves(service: Service) -> None:
         assert list(player.browse(source.id, "songs", offset=200)) == songs[200:]
         assert len(list(player.search(source.id, "one", "title"))) == SONGS
         assert list(player.search(source.id, "")) == []
+        told = list(player.browse_metadata(source.id, "songs"))
+        assert [node for node, _ in told] == songs and told[0][1].duration == 20000
+        assert len(list(player.search_metadata(source.id, "one", offset=SONGS - 1))) == 1
+        assert player.players() == ["main", "kitchen"]
         tsid = player.create_session(source.id, "songs", SONGS - 1)
         assert list(player.tracks(tsid)) == songs
+        assert list(player.tracks_metadata(tsid)) == told
         track = player.track()
         assert (track.index, track.tsid, track.node) == (SONGS - 1, tsid, songs[-1])
         assert track.metadata is not None and track.metadata.title == "One"

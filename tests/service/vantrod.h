@@ -173,6 +173,14 @@ inline std::string destroy(uint64_t tsid) {
     return request(VANTRO_COMMAND_DESTROY_TRKSESSION, bytes(tsid));
 }
 
+// The same request under another command.
+inline std::string as(uint16_t command, std::string whole) {
+    std::memcpy(whole.data(), &command, sizeof command);
+    return whole;
+}
+
+inline const std::string players = request(VANTRO_COMMAND_LIST_PLAYERS);
+
 inline std::string jump(int32_t index) {
     return request(VANTRO_COMMAND_JUMP, bytes(index));
 }

@@ -52,6 +52,21 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
               std::vector<std::string>(all.begin() + 200, all.end()));
     EXPECT_EQ(names(player.search(source, "one", VANTRO_FILTER_TITLE)).size(), all.size());
     EXPECT_EQ(names(player.search(source, "")).size(), 0u);
+    const auto described = [&](auto &&nodes) {
+        std::vector<std::string> ids;
+        for (const DescribedNode entry : nodes) {
+            ids.emplace_back(text(entry.node->id));
+            EXPECT_EQ(text(entry.metadata->artist), "Anna");
+            EXPECT_EQ(entry.metadata->duration, 20'000);
+        }
+        EXPECT_TRUE(nodes.done());
+        return ids;
+    };
+    EXPECT_EQ(described(player.browse_metadata(source, "folders")), all);
+    EXPECT_EQ(described(player.search_metadata(source, "one")).size(), all.size());
+    const Names players = player.players().or_throw();
+    ASSERT_EQ(players.size(), 1u);
+    EXPECT_STREQ(players[0], "main");
 
     auto unknown = player.browse(source, std::string(100, 'x'));
     EXPECT_EQ(unknown.begin(), unknown.end());
@@ -62,6 +77,7 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
 
     const uint64_t tsid = player.create_session(source, "folders", 229).or_throw();
     EXPECT_EQ(names(player.tracks(tsid)), all);
+    EXPECT_EQ(described(player.tracks_metadata(tsid, 5)).size(), all.size() - 5);
     const Track track = player.track().or_throw();
     EXPECT_EQ(track->index, 229);
     EXPECT_EQ(text(track->metadata->artist), "Anna");

@@ -51,6 +51,13 @@ class MemoryCatalogue : public service::catalogue::Catalogue {
         }
         return metadata ? 0 : songs(source, node, found);
     }
+    int describe(const std::vector<service::catalogue::Node> &nodes,
+                 std::vector<service::catalogue::SongMetadata> &metadata) override {
+        for (const service::catalogue::Node &node : nodes) {
+            metadata.push_back(metadata_of(node.song));
+        }
+        return broken ? EIO : 0;
+    }
     int extended_metadata(int32_t source, std::string_view node,
                           const std::vector<std::string_view> &keys,
                           std::vector<std::string> &values) override {
@@ -112,11 +119,11 @@ class MemoryCatalogue : public service::catalogue::Catalogue {
 
   private:
     static service::catalogue::Node node_of(service::catalogue::SongId id) {
-        return {"song" + std::to_string(id), "T", VANTRO_NODE_SONG, 0, 1, 1};
+        return {"song" + std::to_string(id), "T", VANTRO_NODE_SONG, 0, 1, 1, id};
     }
     static void give(service::catalogue::SongId id, service::catalogue::NodeSink &nodes) {
         const service::catalogue::Node node = node_of(id);
-        nodes.take({node.id, node.name, node.type, node.count, node.source, node.source_type});
+        nodes.take({node.id, node.name, node.type, node.count, node.source, node.source_type, id});
     }
     static service::catalogue::SongMetadata metadata_of(service::catalogue::SongId id) {
         service::catalogue::SongMetadata metadata;

@@ -81,6 +81,13 @@ class Player {
     Result<void> open(const char *name) { return done(vantro_open(handle(), name)); }
     Result<void> close(const char *name) { return done(vantro_close(handle(), name)); }
 
+    /** The names of the service's players. */
+    Result<Names> players() {
+        char **names = nullptr;
+        const int count = vantro_list_players(handle(), &names);
+        return value(count < 0 ? -1 : 0, Names(names, count));
+    }
+
     /** Bounds every later wait for the service; below 0: no limit. */
     Result<void> set_timeout(Milliseconds limit) {
         return done(vantro_set_timeout(handle(), static_cast<int>(limit.count())));
@@ -189,6 +196,51 @@ class Player {
             offset);
     }
 
+    /** As browse(), each entry with what is known of it. */
+    auto browse_metadata(int32_t ms_id, std::string_view node_id = VANTRO_NODE_ROOT,
+                         int32_t offset = 0) {
+        return Pages(
+            [this, ms_id, node = detail::Text(node_id)](int32_t from, int32_t most) {
+                return described(
+                    [&](int *count, MediaNode **nodes, Metadata **metadata) {
+                        return vantro_browse_metadata(handle(), ms_id, node.get(), from, count,
+                                                      nodes, metadata);
+                    },
+                    most);
+            },
+            offset);
+    }
+
+    /** As search(), each entry with what is known of it. */
+    auto search_metadata(int32_t ms_id, std::string_view term, std::string_view filter = {},
+                         int32_t offset = 0) {
+        return Pages(
+            [this, ms_id, text = detail::Text(term), kind = detail::Text(filter)](int32_t from,
+                                                                                  int32_t most) {
+                return described(
+                    [&](int *count, MediaNode **nodes, Metadata **metadata) {
+                        return vantro_search_metadata(handle(), ms_id, kind.get(), text.get(), from,
+                                                      count, nodes, metadata);
+                    },
+                    most);
+            },
+            offset);
+    }
+
+    /** As tracks(), each with what is known of it. */
+    auto tracks_metadata(uint64_t tsid, int32_t offset = 0) {
+        return Pages(
+            [this, tsid](int32_t from, int32_t most) {
+                return described(
+                    [&](int *count, MediaNode **nodes, Metadata **metadata) {
+                        return vantro_get_trksession_tracks_metadata(handle(), tsid, from, count,
+                                                                     nodes, metadata);
+                    },
+                    most);
+            },
+            offset);
+    }
+
     Result<MetadataPtr> metadata(int32_t ms_id, const char *node_id) {
         Metadata *record = nullptr;
         const int result = vantro_get_metadata(handle(), ms_id, node_id, &record);
@@ -252,6 +304,15 @@ class Player {
         int count = most;
         const int result = query(&count, &nodes);
         return value(result, List<MediaNode>(nodes, result == 0 ? count : 0));
+    }
+
+    template <typename Query>
+    static Result<DescribedList> described(Query query, int32_t most) {
+        MediaNode *nodes = nullptr;
+        Metadata *metadata = nullptr;
+        int count = most;
+        const int result = query(&count, &nodes, &metadata);
+        return value(result, DescribedList(nodes, metadata, result == 0 ? count : 0));
     }
 
     std::unique_ptr<VantroHandle, Disconnect> handle_;

@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include <vantro/cpp/result.hpp>
@@ -102,6 +103,47 @@ class List {
     size_t count_ = 0;
 };
 
+/** An entry of a list with what is known of it. Both belong to the list. */
+struct DescribedNode {
+    const MediaNode *node;
+    const Metadata *metadata;
+};
+
+/** Nodes, each with its metadata, owned. */
+class DescribedList {
+  public:
+    DescribedList() = default;
+    /** Takes the blocks that a query returned. */
+    DescribedList(MediaNode *nodes, Metadata *metadata, int count)
+        : nodes_(nodes, count), metadata_(metadata, count) {}
+
+    size_t size() const { return nodes_.size(); }
+    bool empty() const { return nodes_.empty(); }
+    DescribedNode operator[](size_t at) const { return {&nodes_[at], &metadata_[at]}; }
+
+  private:
+    List<MediaNode> nodes_;
+    List<Metadata> metadata_;
+};
+
+/** Names that a query returned, owned. A range of C strings. */
+class Names {
+  public:
+    Names() = default;
+    /** Takes the block that a query returned. */
+    Names(char **names, int count)
+        : names_(names), count_(names && count > 0 ? static_cast<size_t>(count) : 0) {}
+
+    const char *const *begin() const { return names_.get(); }
+    const char *const *end() const { return names_.get() + count_; }
+    size_t size() const { return count_; }
+    const char *operator[](size_t at) const { return names_.get()[at]; }
+
+  private:
+    std::unique_ptr<char *[], detail::FreeBlock> names_;
+    size_t count_ = 0;
+};
+
 /** The current track: `media_node` and `metadata` may be NULL. */
 using Track = std::unique_ptr<VantroTrackInfo, detail::FreeTrack>;
 
@@ -131,6 +173,9 @@ using Value = std::unique_ptr<char, detail::FreeBlock>;
  */
 template <typename Fetch>
 class Pages {
+    using Page = std::remove_cvref_t<decltype(*std::declval<Fetch &>()(int32_t{0}, int32_t{0}))>;
+    using Entry = decltype(std::declval<const Page &>()[0]);
+
   public:
     static constexpr int32_t page_length = 100;
 
@@ -139,12 +184,16 @@ class Pages {
 
     class Iterator {
       public:
-        using value_type = MediaNode;
+        using value_type = std::remove_cvref_t<Entry>;
         using difference_type = std::ptrdiff_t;
 
         explicit Iterator(Pages &pages) : pages_(&pages) {}
-        const MediaNode &operator*() const { return pages_->page_[pages_->at_]; }
-        const MediaNode *operator->() const { return &**this; }
+        Entry operator*() const { return pages_->page_[pages_->at_]; }
+        const value_type *operator->() const
+            requires std::is_reference_v<Entry>
+        {
+            return &**this;
+        }
         Iterator &operator++() {
             pages_->advance();
             return *this;
@@ -179,7 +228,7 @@ class Pages {
     void fetch_page() {
         at_ = 0;
         page_ = {};
-        Result<List<MediaNode>> page = fetch_(next_, page_length);
+        Result<Page> page = fetch_(next_, page_length);
         if (page) {
             page_ = *std::move(page);
             next_ += static_cast<int32_t>(page_.size());
@@ -191,7 +240,7 @@ class Pages {
     Fetch fetch_;
     int32_t next_;
     bool begun_ = false;
-    List<MediaNode> page_;
+    Page page_;
     size_t at_ = 0;
     std::optional<Failure> failure_;
 };

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -54,17 +53,8 @@ void AnswerFile::write(const struct iovec *parts, int count, size_t length) {
     gather(mapping_.data(), length, parts, count);
 }
 
-bool answer_file_is_safe(int file, size_t &length) {
-    const int found = ::fcntl(file, F_GET_SEALS);
-    if (found < 0 || (found & seals) != seals) {
-        return false;
-    }
-    struct stat status;
-    if (::fstat(file, &status) != 0 || status.st_size < 0) {
-        return false;
-    }
-    length = static_cast<size_t>(status.st_size);
-    return true;
+int check_answer_file(int file, size_t &length) {
+    return check_sealed_file(file, seals, length);
 }
 
 } // namespace vantro::platform

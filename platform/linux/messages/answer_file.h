@@ -50,8 +50,9 @@ class AnswerFile {
     Mapping mapping_;
 };
 
-// Whether a client may keep reading this file. `length` receives how long it is, and stays.
-bool answer_file_is_safe(int file, size_t &length);
+// Judges whether a client may keep reading this file. `length` receives how long it is, and stays.
+// @return as check_sealed_file().
+int check_answer_file(int file, size_t &length);
 
 } // namespace vantro::platform
 

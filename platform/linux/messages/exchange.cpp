@@ -89,10 +89,14 @@ ssize_t Connection::read_own_file(const Frame &frame, Arrival &arrival, PartList
     if (!arrival.descriptor && arrival.descriptor_lost) {
         return fail(EMFILE);
     }
-    if (!arrival.descriptor || frame.length > IPC_MESSAGE_MAX ||
-        !memory_file_is_safe(arrival.descriptor.get(), frame.length)) {
-        mark_lost();
-        return fail(ECONNRESET);
+    const int error = !arrival.descriptor || frame.length > IPC_MESSAGE_MAX
+                          ? ECONNRESET
+                          : check_memory_file(arrival.descriptor.get(), frame.length);
+    if (error != 0) {
+        if (error == ECONNRESET) {
+            mark_lost();
+        }
+        return fail(error);
     }
     const UniqueFd file(arrival.descriptor.release()); // its close never waits
     return read_memory_file(file.get(), 0, reply.callers(), reply.count(), frame.length);
@@ -107,7 +111,12 @@ ssize_t Connection::read_answer_file(int lane, const Frame &frame, Arrival &arri
     size_t length = 0;
     const bool is_new = static_cast<bool>(arrival.descriptor);
     int file = -1;
-    if (!is_new || answer_file_is_safe(arrival.descriptor.get(), length)) {
+    const int error = is_new ? check_answer_file(arrival.descriptor.get(), length) : 0;
+    if (error != 0 && error != ECONNRESET) {
+        lane_is_good = false;
+        return fail(error);
+    }
+    if (error == 0) {
         const MutexLock guard(lock_);
         LaneFile *place = find_file(lane);
         if (is_new) {

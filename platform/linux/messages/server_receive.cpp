@@ -47,8 +47,10 @@ Verdict judge(const Packet &packet) {
     if (!packet.arrival.descriptor) {
         return packet.arrival.descriptor_lost ? Verdict::refused : Verdict::misconduct;
     }
-    return memory_file_is_safe(packet.arrival.descriptor.get(), frame.length) ? Verdict::message
-                                                                              : Verdict::misconduct;
+    const int error = check_memory_file(packet.arrival.descriptor.get(), frame.length);
+    return error == 0            ? Verdict::message
+           : error == ECONNRESET ? Verdict::misconduct
+                                 : Verdict::refused;
 }
 
 // Keeps a message that reached the end of the caller's vector: the caller may move its buffer

@@ -168,14 +168,23 @@ UniqueFd make_memory_file(const struct iovec *parts, int count, size_t length) {
     return file;
 }
 
-bool memory_file_is_safe(int file, size_t length) {
-    const int seals = ::fcntl(file, F_GET_SEALS);
-    if (seals < 0 || (seals & memory_file_seals) != memory_file_seals) {
-        return false;
+int check_sealed_file(int file, int wanted_seals, size_t &length) {
+    const int found = ::fcntl(file, F_GET_SEALS);
+    if (found < 0 || (found & wanted_seals) != wanted_seals) {
+        return ECONNRESET;
     }
     struct stat status;
-    return ::fstat(file, &status) == 0 && status.st_size >= 0 &&
-           static_cast<uint64_t>(status.st_size) >= length;
+    if (::fstat(file, &status) != 0) {
+        return errno;
+    }
+    length = static_cast<size_t>(std::max<off_t>(status.st_size, 0));
+    return 0;
+}
+
+int check_memory_file(int file, size_t length) {
+    size_t found = 0;
+    const int error = check_sealed_file(file, memory_file_seals, found);
+    return error == 0 && found < length ? ECONNRESET : error;
 }
 
 ssize_t read_memory_file(int file, size_t offset, const struct iovec *parts, int count,

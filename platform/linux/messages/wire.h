@@ -120,9 +120,14 @@ int check_packet_socket(int descriptor);
 // A sealed memory file that holds the parts. Empty with errno on failure.
 UniqueFd make_memory_file(const struct iovec *parts, int count, size_t length);
 
-// Whether a peer's memory file may be read: sealed so that its bytes and size stay, and at least
-// `length` long. Without that a read could block on a file of the peer's choosing.
-bool memory_file_is_safe(int file, size_t length);
+// Judges whether a peer's file has these seals. `length` receives how long it is. @return 0,
+// ECONNRESET where it has not, or why it could not be looked at.
+int check_sealed_file(int file, int wanted_seals, size_t &length);
+
+// Judges whether a peer's memory file may be read: sealed so that its bytes and size stay, and at
+// least `length` long. Without that a read could block on a file of the peer's choosing. @return as
+// check_sealed_file().
+int check_memory_file(int file, size_t length);
 
 // Reads from a file at an offset into parts. @return bytes placed, or -1.
 ssize_t read_memory_file(int file, size_t offset, const struct iovec *parts, int count,

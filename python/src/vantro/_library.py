@@ -118,6 +118,7 @@ class VantroVolume(c.Structure):
 
 
 _nodes = c.POINTER(c.POINTER(MediaNode))
+_metadata = c.POINTER(c.POINTER(Metadata))
 _count = c.POINTER(c.c_int)
 _handle = c.c_void_p
 
@@ -152,7 +153,17 @@ _int_functions: dict[str, list[Any]] = {
     "vantro_browse": [_handle, c.c_int32, c.c_char_p, c.c_int32, _count, _nodes],
     "vantro_search": [_handle, c.c_int32, c.c_char_p, c.c_char_p, c.c_int32, _count, _nodes],
     "vantro_get_trksession_tracks": [_handle, c.c_uint64, c.c_int32, _count, _nodes],
-    "vantro_get_metadata": [_handle, c.c_int32, c.c_char_p, c.POINTER(c.POINTER(Metadata))],
+    "vantro_browse_metadata": [
+        _handle, c.c_int32, c.c_char_p, c.c_int32, _count, _nodes, _metadata
+    ],
+    "vantro_search_metadata": [
+        _handle, c.c_int32, c.c_char_p, c.c_char_p, c.c_int32, _count, _nodes, _metadata
+    ],
+    "vantro_get_trksession_tracks_metadata": [
+        _handle, c.c_uint64, c.c_int32, _count, _nodes, _metadata
+    ],
+    "vantro_list_players": [_handle, c.POINTER(c.POINTER(c.c_char_p))],
+    "vantro_get_metadata": [_handle, c.c_int32, c.c_char_p, _metadata],
     "vantro_get_extended_metadata": [
         _handle, c.c_int32, c.c_char_p, c.POINTER(c.c_char_p), c.POINTER(c.c_void_p)
     ],
@@ -167,7 +178,7 @@ _int_functions: dict[str, list[Any]] = {
         c.c_char_p, c.c_int, c.c_int, c.POINTER(c.POINTER(MediaSource))
     ],
     "unpack_media_node": [c.c_char_p, c.c_int, c.c_int, _nodes],
-    "unpack_metadata": [c.c_char_p, c.c_int, c.c_int, c.POINTER(c.POINTER(Metadata))],
+    "unpack_metadata": [c.c_char_p, c.c_int, c.c_int, _metadata],
 }
 
 # Result and arguments of the others.

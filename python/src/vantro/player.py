@@ -102,6 +102,18 @@ class Player:
         self._owned().disconnect()
         self._name = None
 
+    def players(self) -> list[str]:
+        """The names of the service's players."""
+        names = ctypes.POINTER(ctypes.c_char_p)()
+        with self._owned().call() as pointer:
+            count = library.vantro_list_players(pointer, ctypes.byref(names))
+            if count < 0:
+                raise last_failure()
+        try:
+            return [records.text_of(names[i]) or "" for i in range(count)]
+        finally:
+            c.free(names)
+
     def set_timeout(self, seconds: float | None) -> None:
         """Bounds each later wait for the service; None: no limit."""
         limit = time_limit(seconds)
@@ -237,6 +249,38 @@ class Player:
             offset, library.vantro_get_trksession_tracks, integer(tsid, 64, signed=False)
         )
 
+    def browse_metadata(
+        self, ms_id: int, node_id: str = "", *, offset: int = 0
+    ) -> Iterator[tuple[MediaNode, Metadata]]:
+        """The entries of a node, each with what is known of it."""
+        return self._pages(
+            offset, library.vantro_browse_metadata, integer(ms_id), bytes_of(node_id), described=True
+        )
+
+    def search_metadata(
+        self, ms_id: int, term: str, filter: str = "", *, offset: int = 0
+    ) -> Iterator[tuple[MediaNode, Metadata]]:
+        """The entries that match a term, each with what is known of it."""
+        return self._pages(
+            offset,
+            library.vantro_search_metadata,
+            integer(ms_id),
+            bytes_of(filter),
+            bytes_of(term),
+            described=True,
+        )
+
+    def tracks_metadata(
+        self, tsid: int, *, offset: int = 0
+    ) -> Iterator[tuple[MediaNode, Metadata]]:
+        """The tracks of a track session, each with what is known of it."""
+        return self._pages(
+            offset,
+            library.vantro_get_trksession_tracks_metadata,
+            integer(tsid, 64, signed=False),
+            described=True,
+        )
+
     def metadata(self, ms_id: int, node_id: str) -> Metadata | None:
         """What is known of a node; its `cover` is the file of the picture."""
         found = ctypes.POINTER(c.Metadata)()
@@ -300,15 +344,18 @@ class Player:
         finally:
             c.free(info)
 
-    def _pages(self, offset: int, query: Any, *arguments: Any) -> Iterator[MediaNode]:
+    def _pages(
+        self, offset: int, query: Any, *arguments: Any, described: bool = False
+    ) -> Iterator[Any]:
+        fetch = self._described_page if described else self._page
         while True:
-            page = self._page(offset, query, arguments)
+            page = fetch(offset, query, arguments)
             yield from page
             offset += len(page)
             if len(page) < _page_length:
                 return
 
-    def _page(self, offset: int, query: Any, arguments: tuple[Any, ...]) -> list[MediaNode]:
+    def _page(self, offset: int, query: Any, arguments: tuple[Any, ...]) -> list[Any]:
         found = ctypes.POINTER(c.MediaNode)()
         count = ctypes.c_int(_page_length)
         self._call(query, *arguments, integer(offset), ctypes.byref(count), ctypes.byref(found))
@@ -316,6 +363,27 @@ class Player:
             return [records.node_of(found[i]) for i in range(count.value if found else 0)]
         finally:
             library.vantro_free_media_nodes(found, count)
+
+    def _described_page(self, offset: int, query: Any, arguments: tuple[Any, ...]) -> list[Any]:
+        found = ctypes.POINTER(c.MediaNode)()
+        known = ctypes.POINTER(c.Metadata)()
+        count = ctypes.c_int(_page_length)
+        self._call(
+            query,
+            *arguments,
+            integer(offset),
+            ctypes.byref(count),
+            ctypes.byref(found),
+            ctypes.byref(known),
+        )
+        try:
+            return [
+                (records.node_of(found[i]), records.metadata_of(known[i]))
+                for i in range(count.value if found else 0)
+            ]
+        finally:
+            library.vantro_free_media_nodes(found, count)
+            library.vantro_free_metadata(known, count)
 
     def _end_followings(self) -> None:
         for events in list(self._followings):

@@ -34,10 +34,17 @@ std::vector<std::string> answers(const std::vector<std::string_view> &keys,
 
 bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song,
                    SongMetadata &metadata) {
-    Rows row = database.query("SELECT song.name, duration, disc, track, tags, year.name FROM song"
-                              " JOIN song_detail AS detail ON detail.song = song.id"
-                              " LEFT JOIN node AS year ON year.id = song.year WHERE song.id = ?1",
-                              song);
+    Rows row = database.query(
+        "SELECT song.name, duration, disc, track, tags, year.name, artwork.file, width, height"
+        " FROM song JOIN song_detail AS detail ON detail.song = song.id"
+        " LEFT JOIN node AS year ON year.id = song.year"
+        " LEFT JOIN node AS folder ON folder.id = song.folder"
+        " LEFT JOIN folder_image AS image"
+        " ON image.source = song.source AND image.folder = folder.identity"
+        " LEFT JOIN artwork ON artwork.id ="
+        " CASE song.artwork WHEN 0 THEN image.artwork ELSE song.artwork END"
+        " WHERE song.id = ?1",
+        song);
     if (!row.next()) {
         return false;
     }
@@ -50,7 +57,11 @@ bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song
     metadata.album = tags.get(VANTRO_KEY_ALBUM);
     metadata.genre = tags.get(VANTRO_KEY_GENRE);
     metadata.year = row.text(5).empty() ? tags.get(VANTRO_KEY_YEAR) : row.text(5);
-    find_cover(database, artwork, song, metadata);
+    if (!row.text(6).empty()) {
+        metadata.artwork = artwork.uri(row.text(6));
+        metadata.width = row.small(7);
+        metadata.height = row.small(8);
+    }
     return true;
 }
 

@@ -48,7 +48,7 @@ int32_t type_of(Kind kind) {
 } // namespace
 
 NodeRow row_of(const Node &node) {
-    return {node.id, node.name, node.type, node.count, node.source, node.source_type};
+    return {node.id, node.name, node.type, node.count, node.source, node.source_type, node.song};
 }
 
 std::pair<size_t, size_t> bounds(Range range, size_t size) {
@@ -129,6 +129,7 @@ Node SourceBrowser::node(Entry entry) {
             node.id = NodeId(kind_song, row.integer(0)).text();
             node.name = row.text(1);
             node.source = row.small(2);
+            node.song = entry.id();
         }
         return node;
     }
@@ -159,14 +160,14 @@ void SourceBrowser::songs_by_name(Range range, NodeSink &nodes) {
         for (; left > 0 && rows.next(); --left) {
             const NodeId id(kind_song, rows.integer(0));
             if (!nodes.take({id.text(), rows.text(1), VANTRO_NODE_SONG, 0, source_,
-                             VANTRO_SOURCE_DIRECTORY})) {
+                             VANTRO_SOURCE_DIRECTORY, rows.integer(2)})) {
                 left = 1; // no more nodes are wanted
             }
         }
     };
     const ListPointer list = cache_.find(name_of_list(std::string(1, kind_song)));
     if (!list || first >= list->entries.size()) {
-        give(database_.query("SELECT key, name FROM song WHERE source = ?1 ORDER BY sort, key"
+        give(database_.query("SELECT key, name, id FROM song WHERE source = ?1 ORDER BY sort, key"
                              " LIMIT -1 OFFSET ?2",
                              source_, first));
         return;
@@ -178,10 +179,11 @@ void SourceBrowser::songs_by_name(Range range, NodeSink &nodes) {
     }
     const std::string sort(begin.text(0));
     // In two steps: comparing every row with sort and key would take most of the time.
-    give(database_.query("SELECT key, name FROM song WHERE source = ?1 AND sort = ?2 AND key >= ?3"
-                         " ORDER BY key",
-                         source_, Blob{sort}, begin.integer(1)));
-    give(database_.query("SELECT key, name FROM song WHERE source = ?1 AND sort > ?2"
+    give(database_.query(
+        "SELECT key, name, id FROM song WHERE source = ?1 AND sort = ?2 AND key >= ?3"
+        " ORDER BY key",
+        source_, Blob{sort}, begin.integer(1)));
+    give(database_.query("SELECT key, name, id FROM song WHERE source = ?1 AND sort > ?2"
                          " ORDER BY sort, key",
                          source_, Blob{sort}));
 }

@@ -96,6 +96,60 @@ TEST_F(Serving, MakesListsAndDestroysSessions) {
     EXPECT_EQ(client.ask(state).substr(0, 8), bytes(0, VANTRO_STATE_IDLE));
 }
 
+TEST_F(Serving, ListsComeWithTheirMetadata) {
+    const Client client;
+    EXPECT_EQ(client.ask(players), bytes(0, 2) + name("main") + name("kitchen"));
+    ASSERT_EQ(client.result(open_main), 0);
+    const std::string none = bytes(0, 0, 0, 0, 0) + bytes(-1, -1, -1, -1, -1, -1, -1);
+    const auto described = [&](uint16_t command, const std::string &plain, const auto &records) {
+        const std::string nodes = client.ask(plain);
+        std::string metadata_of_all;
+        for (const std::string &record : records) {
+            metadata_of_all += record;
+        }
+        EXPECT_EQ(client.ask(as(command, plain)),
+                  nodes.substr(0, 8) + bytes(static_cast<uint32_t>(nodes.size() - 8)) +
+                      nodes.substr(8) + metadata_of_all);
+    };
+    std::vector<std::string> songs;
+    for (const auto &[title, id] : client.list(browse(1, "songs"))) {
+        songs.push_back(client.ask(metadata(1, id)).substr(4));
+    }
+    ASSERT_EQ(songs.size(), 2u);
+    described(VANTRO_COMMAND_BROWSE_METADATA, browse(1, "songs"), songs);
+    described(VANTRO_COMMAND_BROWSE_METADATA, browse(1, "songs", 1), std::vector{songs[1]});
+    std::vector<std::string> menus;
+    for (const auto &[title, id] : client.list(browse(1, ""))) {
+        menus.push_back(client.ask(metadata(1, id)).substr(4));
+    }
+    described(VANTRO_COMMAND_BROWSE_METADATA, browse(1, ""), menus);
+    described(VANTRO_COMMAND_SEARCH_METADATA, search(1, "title", "one"), std::vector{songs[0]});
+    described(VANTRO_COMMAND_SEARCH_METADATA, search(1, "", ""), std::vector<std::string>());
+    ASSERT_EQ(client.result(play), 0);
+    const uint64_t tsid = id_in(client.ask(session));
+    ASSERT_EQ(client.result(request(VANTRO_COMMAND_PAUSE)), 0);
+    std::filesystem::remove(path_ + "/music/1.flac");
+    while (client.ask(search(1, "title", "one")).size() > 8) {
+        std::this_thread::yield();
+    }
+    described(VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA, tracks(tsid),
+              std::vector{none, songs[1]});
+    EXPECT_EQ(client.result(as(VANTRO_COMMAND_BROWSE_METADATA, browse(2, ""))), ENOENT);
+    EXPECT_EQ(client.result(as(VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA, tracks(99))), ENOENT);
+
+    // A page at most, however much is asked for.
+    std::string many;
+    for (int i = 0; i < VANTRO_METADATA_PAGE_MAX; ++i) {
+        many += "1:songs\n";
+    }
+    const uint64_t long_one = id_in(client.ask(create(0, many, 0, VANTRO_TRKSESSION_LOAD)));
+    for (const int32_t count : {0, -1, INT_MAX}) {
+        const std::string page = client.ask(
+            as(VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA, tracks(long_one, 0, count)));
+        EXPECT_EQ(page.substr(0, 8), bytes(0, VANTRO_METADATA_PAGE_MAX)) << count;
+    }
+}
+
 TEST_F(Serving, ForgetsTheSessionsOfClientsThatAreGone) {
     for (int i = 0; i < 3 * VANTRO_TRKSESSIONS_MAX; ++i) {
         const Client client;
@@ -159,12 +213,26 @@ TEST_F(Serving, RefusesWhatIsMalformed) {
     const Client client;
     ASSERT_EQ(client.result(open_main), 0);
     for (const std::string &whole :
-         {open_main, close_main, state, track, play, sources,
+         {open_main,
+          close_main,
+          state,
+          track,
+          play,
+          sources,
           request(VANTRO_COMMAND_SEEK, bytes(1)),
           request(VANTRO_COMMAND_SET_PLAYBACK_RATE, bytes(1.0f)),
-          request(VANTRO_COMMAND_REPEAT, bytes(1)), browse(1, "node"), search(1, "title", "term"),
-          tracks(1), metadata(1, "node"), values(1, "node", {"key", ""}), create(1, "", 0, 0),
-          destroy(1), jump(0)}) {
+          request(VANTRO_COMMAND_REPEAT, bytes(1)),
+          browse(1, "node"),
+          search(1, "title", "term"),
+          tracks(1),
+          metadata(1, "node"),
+          values(1, "node", {"key", ""}),
+          create(1, "", 0, 0),
+          destroy(1),
+          jump(0),
+          players,
+          as(VANTRO_COMMAND_BROWSE_METADATA, browse(1, "node")),
+          as(VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA, tracks(1))}) {
         for (size_t size = 0; size < whole.size(); ++size) {
             EXPECT_EQ(client.result(whole.substr(0, size)), EINVAL) << size;
         }

@@ -27,6 +27,9 @@ struct Node {
     std::string name;
     int32_t type = 0;
     int32_t count = 0;
+    std::string artist = {}; // Of songs and albums, as far as the service tells it in lists.
+    std::string album = {};
+    int32_t duration_ms = 0;
     std::vector<Node> nodes = {}; // What is below it, where that was asked for.
 };
 

@@ -15,6 +15,15 @@ void add_node(JsonObject &object, const Node &node) {
     object.key("name").known_text(node.name);
     object.key("type").text(node_type_name(node.type));
     object.key("count").number(node.count);
+    if (!node.artist.empty()) {
+        object.key("artist").text(node.artist);
+    }
+    if (!node.album.empty()) {
+        object.key("album").text(node.album);
+    }
+    if (node.duration_ms > 0) {
+        object.key("duration_ms").number(node.duration_ms);
+    }
     if (!node.nodes.empty()) {
         object.objects("nodes", node.nodes, [&](const Node &below) { add_node(object, below); });
     }

@@ -78,6 +78,26 @@ std::vector<std::string> folded(std::string_view value, int columns) {
     return lines;
 }
 
+std::string length_of(const Node &node) {
+    return node.duration_ms > 0 ? format_time(node.duration_ms) : "";
+}
+
+// People read what a node is called and whose it is in one column; programs have a column for each.
+void add_name(Table::Row &row, const Node &node, std::optional<int> width) {
+    if (!width) {
+        row.insert(row.end(), {clean_text(node.name), clean_text(node.artist),
+                               clean_text(node.album), length_of(node)});
+        return;
+    }
+    std::string name = clean_text(node.name);
+    for (const std::string *of : {&node.artist, &node.album}) {
+        if (!of->empty()) {
+            name += " - " + clean_text(*of);
+        }
+    }
+    row.push_back(std::move(name));
+}
+
 } // namespace
 
 const char *node_type_name(int32_t type) {
@@ -136,9 +156,12 @@ Table node_table(std::optional<int> width) {
                  width);
 }
 
-Table::Row node_row(const Node &node) {
-    return {node_ref(node), node_type_name(node.type), fmt::format("{}", node.count),
-            clean_text(node.name)};
+Table::Row node_row(const Node &node, std::optional<int> width) {
+    const bool has_length = width && node.duration_ms > 0;
+    Table::Row row = {node_ref(node), node_type_name(node.type),
+                      has_length ? format_time(node.duration_ms) : fmt::format("{}", node.count)};
+    add_name(row, node, width);
+    return row;
 }
 
 Table source_table(std::optional<int> width) {
@@ -159,13 +182,18 @@ Table track_table(std::optional<int> width) {
     return Table({{.head = ""},
                   {.head = "NO", .right = true},
                   {.head = "NODE", .pasted = true},
+                  {.head = "LENGTH", .right = true, .spare = 1},
                   {.head = "NAME"}},
                  width);
 }
 
-Table::Row track_row(const Node &node, int32_t index, bool current) {
-    return {current ? "*" : "", fmt::format("{}", int64_t{index} + 1), node_ref(node),
-            clean_text(node.name)};
+Table::Row track_row(const Node &node, int32_t index, bool current, std::optional<int> width) {
+    Table::Row row = {current ? "*" : "", fmt::format("{}", int64_t{index} + 1), node_ref(node)};
+    if (width) {
+        row.push_back(length_of(node));
+    }
+    add_name(row, node, width);
+    return row;
 }
 
 std::string tree_line(const Node &node, int level, std::optional<int> width) {

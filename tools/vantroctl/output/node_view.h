@@ -28,14 +28,14 @@ std::string node_ref(const Node &node);
 
 // Tables; `width` as Table takes it. A row belongs to the table of its kind.
 Table node_table(std::optional<int> width);
-Table::Row node_row(const Node &node);
+Table::Row node_row(const Node &node, std::optional<int> width);
 
 Table source_table(std::optional<int> width);
 Table::Row source_row(const Source &source);
 
 Table track_table(std::optional<int> width);
 // @param index from 0; shown from 1.
-Table::Row track_row(const Node &node, int32_t index, bool current);
+Table::Row track_row(const Node &node, int32_t index, bool current, std::optional<int> width);
 
 // A node of a tree: indented by its level, with what it holds and what is pasted.
 std::string tree_line(const Node &node, int level, std::optional<int> width);

@@ -210,11 +210,37 @@ std::string node_lines(const std::vector<Place> &places) {
     throw refusal(wanted.verb, reason);
 }
 
-std::vector<Node> nodes_of(const NodeRecords &records) {
+// One page of a list, with metadata where the service knows how to give them.
+struct NodePage {
+    NodeRecords nodes;
+    Records<Metadata, vantro_free_metadata> metadata;
+};
+
+// @param plain, described the same list without and with metadata. @return as Client::ask().
+int32_t ask_page(Client &client, const std::string &verb, int32_t count, NodePage &page,
+                 const Client::Call &described, const Client::Call &plain) {
+    page.nodes.count = count;
+    const int32_t reason = client.ask(verb, described);
+    if (reason == 0) {
+        page.metadata.count = page.nodes.count;
+        return 0;
+    }
+    return client.ask(verb, plain);
+}
+
+std::vector<Node> nodes_of(const NodePage &page) {
     std::vector<Node> nodes;
-    for (const MediaNode &record : records) {
-        nodes.push_back(Node{record.ms_id, text_of(record.id), text_of(record.name), record.type,
-                             record.count});
+    for (const MediaNode &record : page.nodes) {
+        Node node{record.ms_id, text_of(record.id), text_of(record.name), record.type,
+                  record.count};
+        if (page.metadata.first) {
+            const Metadata &known = page.metadata.first[nodes.size()];
+            const bool is_song = node.type == VANTRO_NODE_SONG;
+            node.artist = is_song || node.type == VANTRO_NODE_ALBUM ? text_of(known.artist) : "";
+            node.album = is_song ? text_of(known.album) : "";
+            node.duration_ms = is_song ? known.duration : 0;
+        }
+        nodes.push_back(std::move(node));
     }
     return nodes;
 }
@@ -234,46 +260,63 @@ std::vector<Source> get_sources(Client &client) {
 }
 
 std::vector<Node> browse_page(Client &client, const Place &place, int32_t offset, int32_t count) {
-    NodeRecords records;
-    records.count = count;
-    const int32_t reason = client.ask("browse", [&](VantroHandle *handle) {
-        return vantro_browse(handle, place.source, place.id.c_str(), offset, &records.count,
-                             &records.first);
-    });
+    NodePage page;
+    const int32_t reason = ask_page(
+        client, "browse", count, page,
+        [&](VantroHandle *handle) {
+            return vantro_browse_metadata(handle, place.source, place.id.c_str(), offset,
+                                          &page.nodes.count, &page.nodes.first,
+                                          &page.metadata.first);
+        },
+        [&](VantroHandle *handle) {
+            return vantro_browse(handle, place.source, place.id.c_str(), offset, &page.nodes.count,
+                                 &page.nodes.first);
+        });
     if (reason != 0) {
         fail_at(client, "browse", place, reason);
     }
-    return nodes_of(records);
+    return nodes_of(page);
 }
 
 std::vector<Node> search_page(Client &client, int32_t source, const std::string &filter,
                               const std::string &term, int32_t offset, int32_t count) {
-    NodeRecords records;
-    records.count = count;
-    const int32_t reason = client.ask("search", [&](VantroHandle *handle) {
-        return vantro_search(handle, source, filter.c_str(), term.c_str(), offset, &records.count,
-                             &records.first);
-    });
+    NodePage page;
+    const int32_t reason = ask_page(
+        client, "search", count, page,
+        [&](VantroHandle *handle) {
+            return vantro_search_metadata(handle, source, filter.c_str(), term.c_str(), offset,
+                                          &page.nodes.count, &page.nodes.first,
+                                          &page.metadata.first);
+        },
+        [&](VantroHandle *handle) {
+            return vantro_search(handle, source, filter.c_str(), term.c_str(), offset,
+                                 &page.nodes.count, &page.nodes.first);
+        });
     if (reason != 0) {
         fail_at(client, "search", {source, ""}, reason);
     }
-    return nodes_of(records);
+    return nodes_of(page);
 }
 
 std::vector<Node> tracks_page(Client &client, uint64_t session, int32_t offset, int32_t count) {
-    NodeRecords records;
-    records.count = count;
-    const int32_t reason = client.ask("tracks", [&](VantroHandle *handle) {
-        return vantro_get_trksession_tracks(handle, session, offset, &records.count,
-                                            &records.first);
-    });
+    NodePage page;
+    const int32_t reason = ask_page(
+        client, "tracks", count, page,
+        [&](VantroHandle *handle) {
+            return vantro_get_trksession_tracks_metadata(handle, session, offset, &page.nodes.count,
+                                                         &page.nodes.first, &page.metadata.first);
+        },
+        [&](VantroHandle *handle) {
+            return vantro_get_trksession_tracks(handle, session, offset, &page.nodes.count,
+                                                &page.nodes.first);
+        });
     if (reason == ENOENT) {
         throw Failure(Outcome::not_found, "the session has ended meanwhile; try again");
     }
     if (reason != 0) {
         throw refusal("tracks", reason);
     }
-    return nodes_of(records);
+    return nodes_of(page);
 }
 
 Values get_values(Client &client, const Place &place, const std::vector<std::string> &keys) {

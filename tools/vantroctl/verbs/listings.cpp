@@ -66,7 +66,7 @@ class Lister {
         return pages(fetch, options_.offset, [&](Page &page) {
             std::vector<Table::Row> rows;
             for (const Node &node : page) {
-                rows.push_back(node_row(node));
+                rows.push_back(node_row(node, terminal_columns()));
             }
             count(page);
             if (options_.json) {
@@ -275,7 +275,7 @@ void run_tracks(Client &client, const ListOptions &options) {
     lister.pages(fetch, options.offset, [&](Page &page) {
         std::vector<Table::Row> rows;
         for (const Node &node : page) {
-            rows.push_back(track_row(node, index, index == current));
+            rows.push_back(track_row(node, index, index == current, terminal_columns()));
             ++index;
         }
         lister.count(page);

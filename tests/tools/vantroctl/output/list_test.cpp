@@ -57,12 +57,13 @@ const std::vector<Node> nodes = {
      VANTRO_NODE_ALBUM, 12},
     {1, "", "gone", VANTRO_NODE_SONG, 0},
     {1, "x", "", 77, 0},
+    {1, "s1", "One", VANTRO_NODE_SONG, 0, "Anna\x1B", "Al\tbum", 205'999},
 };
 
-std::vector<Table::Row> rows_of(const std::vector<Node> &list) {
+std::vector<Table::Row> rows_of(const std::vector<Node> &list, std::optional<int> width) {
     std::vector<Table::Row> rows;
     for (const Node &node : list) {
-        rows.push_back(node_row(node));
+        rows.push_back(node_row(node, width));
     }
     return rows;
 }
@@ -70,28 +71,36 @@ std::vector<Table::Row> rows_of(const std::vector<Node> &list) {
 const std::string shown = std::string(kanji) + " " + arabic + "\xEF\xBF\xBD[2J and a long tail";
 
 TEST(Table, TabsForProgramsAndColumnsForPeople) {
-    EXPECT_EQ(node_table(std::nullopt).lines(rows_of(nodes)),
-              "1:artists\tmenu\t2\tArtists\n1:album/0123456789\talbum\t12\t" + shown +
-                  "\n\tsong\t0\tgone\n1:x\tunknown\t0\t\n");
+    EXPECT_EQ(node_table(std::nullopt).lines(rows_of(nodes, std::nullopt)),
+              "1:artists\tmenu\t2\tArtists\t\t\t\n1:album/0123456789\talbum\t12\t" + shown +
+                  "\t\t\t\n\tsong\t0\tgone\t\t\t\n1:x\tunknown\t0\t\t\t\t\n"
+                  "1:s1\tsong\t0\tOne\tAnna\xEF\xBF\xBD\tAl bum\t3:25\n");
+    EXPECT_EQ(track_table(80).lines({track_row(nodes[4], 1, true, 80)}),
+              "   NO  NODE  LENGTH  NAME\n*   2  1:s1    3:25  One - Anna\xEF\xBF\xBD - Al bum\n");
+    EXPECT_EQ(track_table(std::nullopt).lines({track_row(nodes[4], 1, false, std::nullopt)}),
+              "\t2\t1:s1\tOne\tAnna\xEF\xBF\xBD\tAl bum\t3:25\n");
     Table table = node_table(80);
-    EXPECT_EQ(table.lines(rows_of(nodes)), "NODE                TYPE     COUNT  NAME\n"
-                                           "1:artists           menu         2  Artists\n"
-                                           "1:album/0123456789  album       12  " +
-                                               shown +
-                                               "\n"
-                                               "                    song         0  gone\n"
-                                               "1:x                 unknown      0  \n");
+    EXPECT_EQ(table.lines(rows_of(nodes, 80)), "NODE                TYPE     COUNT  NAME\n"
+                                               "1:artists           menu         2  Artists\n"
+                                               "1:album/0123456789  album       12  " +
+                                                   shown +
+                                                   "\n"
+                                                   "                    song         0  gone\n"
+                                                   "1:x                 unknown      0  \n"
+                                                   "1:s1                song      3:25  "
+                                                   "One - Anna\xEF\xBF\xBD - Al bum\n");
     EXPECT_EQ(table.lines({{"1:y", "menu", "1", "Y"}}), "1:y                 menu         1  Y\n");
 }
 
 TEST(Table, WhatIsPastedStaysWholeAtAnyWidth) {
     const std::string cut = std::string(kanji) + " " + arabic + "\xEF\xBF\xBD[2J an" + dots;
-    const std::string album = node_table(36).lines(rows_of({nodes[1]}));
+    const std::string album = node_table(36).lines(rows_of({nodes[1]}, 80));
     EXPECT_EQ(album, "NODE                NAME\n1:album/0123456789  " + cut + "\n");
-    EXPECT_EQ(node_table(30).lines(rows_of({nodes[1]})),
+    EXPECT_EQ(node_table(30).lines(rows_of({nodes[1]}, 80)),
               "TYPE   COUNT  NAME\nalbum     12  " + cut + "\n  1:album/0123456789\n");
     for (int width = 1; width < 120; ++width) {
-        std::string text = node_table(width).lines(rows_of(nodes)) + tree_line(nodes[1], 3, width);
+        std::string text =
+            node_table(width).lines(rows_of(nodes, width)) + tree_line(nodes[1], 3, width);
         for (size_t end = 0; (end = text.find('\n')) != std::string::npos;) {
             const std::string line = text.substr(0, end);
             if (line.find(':') == std::string::npos || width >= 40) {
@@ -154,6 +163,10 @@ TEST(JsonText, IsOneValidObjectWhateverTheTagsHold) {
     top.nodes = {nodes[2]};
     const std::string gone = "{\"node\":null,\"source_id\":1,\"id\":\"\",\"name\":\"gone\","
                              "\"type\":\"song\",\"count\":0}";
+    EXPECT_NE(json_nodes("p", "browse", {nodes[4]})
+                  .find("\"count\":0,\"artist\":\"Anna\\u001B\",\"album\":\"Al\\tbum\","
+                        "\"duration_ms\":205999}"),
+              std::string::npos);
     EXPECT_EQ(json_nodes("p", "browse", {top}),
               "{\"ok\":true,\"player\":\"p\",\"command\":\"browse\",\"nodes\":[{\"node\":"
               "\"1:artists\",\"source_id\":1,\"id\":\"artists\",\"name\":\"Artists\",\"type\":"

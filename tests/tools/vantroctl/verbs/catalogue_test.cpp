@@ -25,7 +25,7 @@ class Catalogue : public Vantroctl {
     std::string node(const std::string &name) {
         std::istringstream lines(said_);
         for (std::string line; std::getline(lines, line);) {
-            if (line.size() > name.size() && line.ends_with('\t' + name)) {
+            if (line.find('\t' + name + '\t') != line.npos) {
                 return line.substr(0, line.find('\t'));
             }
         }
@@ -47,15 +47,15 @@ TEST_F(Catalogue, FromTheTopToASongThatPlays) {
     ASSERT_EQ(run({"browse"}), 0);
     ASSERT_EQ(run({"browse", node("Albums")}), 0);
     const std::string album = node("The Way");
-    EXPECT_EQ(said_, album + "\talbum\t2\tThe Way\n");
+    EXPECT_EQ(said_, album + "\talbum\t2\tThe Way\tRed\t\t\n");
     ASSERT_EQ(run({"browse", album.substr(2), "--source", "1", "--offset", "1"}), 0);
     const std::string song = node(kanji);
-    EXPECT_EQ(said_, song + "\tsong\t0\t" + kanji + "\n");
+    EXPECT_EQ(said_, song + "\tsong\t0\t" + kanji + "\tRed\tThe Way\t1:40\n");
 
     ASSERT_EQ(run({"load", album, "--index", "2", "--play"}), 0);
     EXPECT_EQ(said_, "");
     ASSERT_EQ(run({"tracks", "--offset", "1"}), 0);
-    EXPECT_EQ(said_, "*\t2\t" + song + "\t" + kanji + "\n");
+    EXPECT_EQ(said_, "*\t2\t" + song + "\t" + kanji + "\tRed\tThe Way\t1:40\n");
     EXPECT_EQ(run({"jump", "3"}), 6);
     EXPECT_EQ(said_, "vantroctl: no track 3: the session has 2\n");
     ASSERT_EQ(run({"jump", "1", "--json"}), 0);
@@ -76,9 +76,9 @@ TEST_F(Catalogue, FromTheTopToASongThatPlays) {
     EXPECT_EQ(said_, "title:\n");
 
     ASSERT_EQ(run({"search", kanji, "--title"}), 0);
-    EXPECT_EQ(said_, song + "\tsong\t0\t" + kanji + "\n");
+    EXPECT_EQ(said_, song + "\tsong\t0\t" + kanji + "\tRed\tThe Way\t1:40\n");
     ASSERT_EQ(run({"search", "wa", "th", "--album"}), 0);
-    EXPECT_EQ(said_, album + "\talbum\t2\tThe Way\n");
+    EXPECT_EQ(said_, album + "\talbum\t2\tThe Way\tRed\t\t\n");
     EXPECT_EQ(run({"search", "\"play* OR (", "--json"}), 0);
     EXPECT_EQ(said_, "{\"ok\":true,\"player\":\"main\",\"command\":\"search\",\"nodes\":[]}\n");
 
