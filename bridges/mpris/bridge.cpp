@@ -19,9 +19,21 @@ namespace {
 constexpr std::chrono::milliseconds delay_min{250};
 constexpr std::chrono::milliseconds delay_max{8000};
 
-// The players that the service has.
+// The players that the service has. A service that does not tell has at least the one that every
+// client expects.
 Result<std::vector<std::string>> player_names() {
-    return std::vector<std::string>{"main"};
+    Result<Player> service = Player::connect(PlayerLink::answer_limit);
+    if (!service) {
+        return service.failure();
+    }
+    const Result<Names> names = service->players();
+    if (names) {
+        return std::vector<std::string>(names->begin(), names->end());
+    }
+    if (names.failure().why() == Reason::refused) {
+        return std::vector<std::string>{"main"};
+    }
+    return names.failure();
 }
 
 Failure failure_of(int negative_error) {

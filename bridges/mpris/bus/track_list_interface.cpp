@@ -7,21 +7,16 @@ namespace vantro::mpris {
 
 namespace {
 
-// What is known of tracks of the window, each in its place; the nodes are those of the window.
+// What is known of tracks of the window, each in its place; `known` is all of the window.
 int append_songs(BusPlayer &player, sd_bus_message *reply, const std::vector<TrackPlace> &places,
-                 const List<MediaNode> &nodes) {
+                 const DescribedList &known) {
     int result = sd_bus_message_open_container(reply, 'a', "a{sv}");
     for (size_t i = 0; result >= 0 && i < places.size(); ++i) {
-        Song song = player.view().song;
+        Song song = player.view().song; // Of the current track more is known.
         if (const std::string path = path_of(places[i]); path != song.path) {
-            song = Song();
-            song.path = path;
             const auto at = static_cast<size_t>(places[i].index - player.window().first);
-            const MediaNode *const node = at < nodes.size() ? &nodes[at] : nullptr;
-            if (node && !text(node->id).empty()) {
-                song.title = clean_text(text(node->name));
-                complete(song, player.link().player(), node->ms_id, node->id);
-            }
+            song = song_of(at < known.size() ? known[at].metadata : nullptr);
+            song.path = path;
         }
         result = append_metadata(reply, song);
     }
@@ -42,18 +37,19 @@ int get_tracks_metadata(BusPlayer &player, sd_bus_message *call, sd_bus_error *e
     if (result < 0) {
         return result;
     }
-    MediaNode *records = nullptr;
+    MediaNode *nodes = nullptr;
+    Metadata *metadata = nullptr;
     int count = player.window().count;
-    if (!places.empty() &&
-        vantro_get_trksession_tracks(player.link().player().handle(), player.window().tsid,
-                                     player.window().first, &count, &records) != 0) {
+    if (!places.empty() && vantro_get_trksession_tracks_metadata(
+                               player.link().player().handle(), player.window().tsid,
+                               player.window().first, &count, &nodes, &metadata) != 0) {
         return set_error(error, Failure::last());
     }
-    const List<MediaNode> nodes(records, records ? count : 0);
+    const DescribedList known(nodes, metadata, nodes ? count : 0);
     sd_bus_message *reply = nullptr;
     result = sd_bus_message_new_method_return(call, &reply);
     if (result >= 0) {
-        result = append_songs(player, reply, places, nodes);
+        result = append_songs(player, reply, places, known);
     }
     if (result >= 0) {
         result = sd_bus_send(nullptr, reply, nullptr);
