@@ -151,7 +151,7 @@ Result<void> Bridge::show(const std::string &name) {
 void Bridge::lose(Shown &shown, const Failure &why) {
     shown.lost = true;
     shown.events.reset(); // It stays readable.
-    fmt::print(stderr, "vantro-mpris: {}: {}\n", shown.player->name(), why.text);
+    complain(shown.player->name(), why.why() == Reason::gone ? "the service has ended" : why.text);
     delay_ = std::chrono::milliseconds(0);
     attempt_in(delay_);
 }
