@@ -86,9 +86,8 @@ int Bridge::start() {
     return sd_bus_attach_event(bus, loop, SD_EVENT_PRIORITY_NORMAL);
 }
 
-// Takes lost players off the bus, and brings those there that are missing.
+// Brings those players to the bus that are missing there.
 void Bridge::attempt() {
-    std::erase_if(shown_, [](const auto &entry) { return entry.second.lost; });
     std::vector<std::string> names = wanted_;
     if (names.empty()) {
         Result<std::vector<std::string>> all = player_names();
@@ -130,29 +129,29 @@ Result<void> Bridge::show(const std::string &name) {
         fail(
             fmt::format("{} has another owner: does another vantro-mpris run?", bus_name_of(name)));
     }
-    Shown &shown = shown_[name];
-    if (result >= 0) {
-        sd_event_source *source = nullptr;
-        shown.bridge = this;
-        result = sd_event_add_io(loop_.get(), &source, player->link().descriptor(), EPOLLIN,
-                                 on_events, &shown);
-        shown.events.reset(source);
-        // What a client asks about is answered by what has happened before.
-        sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT);
+    if (result < 0) {
+        return failure_of(result);
     }
+    Shown &shown = shown_[name];
+    shown.bridge = this;
+    shown.player = std::move(player);
+    sd_event_source *source = nullptr;
+    result = sd_event_add_io(loop_.get(), &source, shown.player->link().descriptor(), EPOLLIN,
+                             on_events, &shown);
     if (result < 0) {
         shown_.erase(name);
         return failure_of(result);
     }
-    shown.player = std::move(player);
+    shown.events.reset(source);
+    // A question is answered by what happened before it.
+    sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT);
     return {};
 }
 
-void Bridge::lose(Shown &shown, const Failure &why) {
-    shown.lost = true;
-    shown.events.reset(); // It stays readable.
-    complain(shown.player->name(), why.why() == Reason::gone ? "the service has ended" : why.text);
-    delay_ = std::chrono::milliseconds(0);
+void Bridge::lose(const std::string &name, const Failure &why) {
+    complain(name, why.why() == Reason::gone ? "the service has ended" : why.text);
+    shown_.erase(name);
+    delay_ = delay_min;
     attempt_in(delay_);
 }
 
@@ -166,24 +165,27 @@ void Bridge::attempt_in(std::chrono::milliseconds delay) {
 
 // Once for each reason: attempts go on for as long as it takes.
 void Bridge::complain(const std::string &about, const std::string &why) {
-    if (std::exchange(complaints_[about], why) != why) {
+    if (!failed_ && std::exchange(complaints_[about], why) != why) {
         fmt::print(stderr, "vantro-mpris: {}: {}\n", about, why);
     }
 }
 
 void Bridge::fail(const std::string &why) {
     fmt::print(stderr, "vantro-mpris: {}\n", why);
+    failed_ = true;
     sd_event_exit(loop_.get(), EXIT_FAILURE);
 }
 
 int Bridge::on_events(sd_event_source *, int, uint32_t, void *data) {
     auto &shown = *static_cast<Shown *>(data);
+    Bridge &bridge = *shown.bridge;
     try {
         if (const Result<void> followed = shown.player->follow(); !followed) {
-            shown.bridge->lose(shown, followed.failure());
+            const std::string name = shown.player->name();
+            bridge.lose(name, followed.failure()); // `shown` is no more then
         }
     } catch (const std::exception &error) {
-        shown.bridge->fail(error.what());
+        bridge.fail(error.what());
     }
     return 0;
 }

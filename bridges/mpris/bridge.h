@@ -40,14 +40,13 @@ class Bridge {
         Bridge *bridge = nullptr;
         std::unique_ptr<BusPlayer> player;
         Source events;
-        bool lost = false;
     };
 
     int start();
     void attempt();
     // @return nothing, or why the player is not on the bus.
     Result<void> show(const std::string &name);
-    void lose(Shown &shown, const Failure &why);
+    void lose(const std::string &name, const Failure &why);
     void attempt_in(std::chrono::milliseconds delay);
     void complain(const std::string &about, const std::string &why);
     void fail(const std::string &why);
@@ -63,6 +62,7 @@ class Bridge {
     std::map<std::string, Shown> shown_;
     std::map<std::string, std::string> complaints_; // The last one about each player.
     std::chrono::milliseconds delay_{0};
+    bool failed_ = false;
 };
 
 } // namespace vantro::mpris

@@ -68,7 +68,7 @@ std::string path_in(std::string_view url) {
 // A picture that this user cannot read, those of another user's service, is none for its desktop.
 std::string readable(std::string_view url) {
     const std::string path = path_in(url);
-    return !path.empty() && access(path.c_str(), R_OK) == 0 ? clean_text(url) : std::string();
+    return !path.empty() && access(path.c_str(), R_OK) == 0 ? url_of(path) : std::string();
 }
 
 // A tag's year may be anything; what begins with four digits is a year or a date.

@@ -201,6 +201,7 @@ TEST_F(Mpris, TellsEveryJumpOnceAndNothingElse) {
     seeks();
     tell("Stop");
     EXPECT_EQ(get("PlaybackStatus"), "Stopped");
+    EXPECT_EQ(path_of_current(), id);
     EXPECT_EQ(position_us(), 0);
     jumps("stop", 0);
 }

@@ -86,7 +86,7 @@ class SessionBus {
     std::string call(const char *to, const char *path, const char *interface, const char *member,
                      const char *types, Arguments... arguments) {
         sd_bus_message *answer = nullptr;
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error = {};
         const int result = sd_bus_call_method(bus_, to, path, interface, member, &error, &answer,
                                               types, arguments...);
         std::string words = result < 0 ? std::string(error.name) : words_of(answer);
