@@ -80,7 +80,7 @@ class Result {
 
     explicit operator bool() const { return either_.index() == 0; }
     Value &operator*() { return std::get<0>(either_); }
-    Value *operator->() { return &std::get<0>(either_); }
+    const Value &operator*() const { return std::get<0>(either_); }
     const Error &error() const { return std::get<1>(either_); }
 
   private:

@@ -204,14 +204,14 @@ int serve(const Options &options) {
     playback::Players *published = nullptr;
     wanted.changed = [&published](int32_t source) { published->source_changed(source); };
     wanted.progress = [&report](const catalogue::ScanProgress &progress) { report.note(progress); };
-    std::string error;
-    store = open_store(std::move(wanted), error);
-    if (!store) {
-        return fail("--state: " + error);
+    auto opened = open_store(std::move(wanted));
+    if (!opened) {
+        return fail("--state: " + last_words(opened.error()));
     }
+    store = std::move(*opened);
 
     playback::Players players(*store, options.players, monotonic_now, sound_maker(options));
-    if (error = players.publish(options.readers, log_line); !error.empty()) {
+    if (const std::string error = players.publish(options.readers, log_line); !error.empty()) {
         return fail(error);
     }
     published = &players; // before anything is scanned
@@ -223,7 +223,7 @@ int serve(const Options &options) {
         [](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });
     requests::Handling handling{answers, turns, limits, memory};
     set_handling(&handling);
-    error = server.run(options.threads, [&] {
+    const std::string error = server.run(options.threads, [&] {
         tell_ready(store->song_count(), options);
         store->start_scanning();
         if (options.music.empty()) {
