@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -52,14 +53,22 @@ const char *Error::reason() const noexcept {
     return known ? known : "unknown error";
 }
 
-Error error_of(const std::exception &thrown) {
-    if (const auto *error = dynamic_cast<const Error *>(&thrown)) {
-        return *error;
+Error error_of(const std::exception &thrown) noexcept {
+    Error error(Error::Origin::system, ENOMEM);
+    if (const auto *own = dynamic_cast<const Error *>(&thrown)) {
+        error = Error(own->origin(), own->code());
+    } else if (const auto *host = dynamic_cast<const std::system_error *>(&thrown)) {
+        error = Error(Error::Origin::system, host->code().value());
     }
-    if (const auto *error = dynamic_cast<const std::system_error *>(&thrown)) {
-        return {Error::Origin::system, error->code().value(), error->what()};
+    try {
+        error = Error(error.origin(), error.code(), thrown.what());
+        if (const auto *own = dynamic_cast<const Error *>(&thrown)) {
+            error.set_file(own->file());
+        }
+    } catch (const std::bad_alloc &) {
+        // What it is without its text says enough.
     }
-    return {Error::Origin::system, ENOMEM, thrown.what()};
+    return error;
 }
 
 int32_t result_word(const Error &error) {

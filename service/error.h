@@ -88,8 +88,8 @@ class Result {
 };
 
 // The error that was thrown. What the standard library throws besides std::system_error means want
-// of memory.
-Error error_of(const std::exception &thrown);
+// of memory. Where there is none for its text, the host's text takes that place.
+Error error_of(const std::exception &thrown) noexcept;
 
 // Where an error leaves the service. Each place has one function.
 

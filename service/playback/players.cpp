@@ -29,19 +29,20 @@ Players::~Players() {
     }
 }
 
-std::string Players::publish(const object_readers &readers, const publishing::Publisher::Log &log) {
+std::optional<Error> Players::publish(const object_readers &readers,
+                                      const publishing::Publisher::Log &log) {
     const Player::Calls calls = {
         [this](std::chrono::nanoseconds time) { clock_watch_.look_within(time); },
         [this] { file_checks_.look(); },
     };
     for (Player &player : players_) {
-        if (const std::string error = player.publish(readers, log, calls); !error.empty()) {
+        if (std::optional<Error> error = player.publish(readers, log, calls)) {
             return error;
         }
     }
     clock_watch_.start();
     file_checks_.start();
-    return "";
+    return std::nullopt;
 }
 
 std::optional<std::chrono::nanoseconds> Players::wake_all() {

@@ -34,9 +34,9 @@ class Players {
     Players &operator=(const Players &) = delete;
 
     // Publishes all players for those readers, from now on until the end of this, and starts the
-    // threads. Once.
-    // Returns "" or, in words, why it cannot be.
-    std::string publish(const object_readers &readers, const publishing::Publisher::Log &log);
+    // threads. Once. Returns why it cannot, if it cannot.
+    std::optional<Error> publish(const object_readers &readers,
+                                 const publishing::Publisher::Log &log);
 
     // See Player::maker_gone(). Any thread.
     void maker_gone(uint64_t number) noexcept;
