@@ -40,8 +40,7 @@ namespace vantro::service::playback {
 class SessionIds {
   public:
     explicit SessionIds(catalogue::Catalogue &catalogue) : catalogue_(catalogue) {}
-    // Returns 0 where there are none.
-    uint64_t take() EXCLUDES(mutex_);
+    Result<uint64_t> take() EXCLUDES(mutex_);
 
   private:
     catalogue::Catalogue &catalogue_;
