@@ -219,17 +219,9 @@ Filter Filter::parse(std::span<const std::string> words, Case letters) {
     return filter;
 }
 
-void Filter::add_equal(Tag tag, const std::string &value) {
-    Condition condition;
-    condition.tag = tag;
-    set_value(condition, value);
-    conditions_.push_back(std::move(condition));
-}
-
 bool Filter::holds_text(const Condition &condition, const std::string &text) const {
-    const std::string &seen = text;
     const std::string other = letters_ == Case::folded ? folded(text) : std::string();
-    const std::string &subject = letters_ == Case::folded ? other : seen;
+    const std::string &subject = letters_ == Case::folded ? other : text;
     switch (condition.test) {
     case Test::equal:
         return subject == condition.value;
@@ -241,40 +233,75 @@ bool Filter::holds_text(const Condition &condition, const std::string &text) con
     return false;
 }
 
-bool Filter::holds(const Condition &condition, const Song &song) const {
-    bool result = false;
-    switch (condition.subject) {
-    case Subject::tag:
-        result = holds_text(condition, song.tag_or_fallback(condition.tag));
-        break;
-    case Subject::any:
-        for (const std::string &value : song.tags) {
-            result = result || (!value.empty() && holds_text(condition, value));
-        }
-        break;
-    case Subject::file:
-        result = holds_text(condition, song.uri);
-        break;
-    case Subject::base:
-        result = condition.value.empty() || song.uri.starts_with(condition.value + '/');
-        break;
-    case Subject::modified_since:
-        result = song.modified >= condition.time;
-        break;
-    case Subject::audio_format:
-        result = holds_text(condition, audio_format(song));
-        break;
-    case Subject::group:
-        result = std::all_of(condition.parts.begin(), condition.parts.end(),
-                             [&](const Condition &part) { return holds(part, song); });
-        break;
-    }
-    return result != condition.negated;
+bool Filter::holds_any(const Condition &condition, const Song &song) const {
+    return std::any_of(song.tags.begin(), song.tags.end(), [&](const std::string &value) {
+        return !value.empty() && holds_text(condition, value);
+    });
 }
 
-bool Filter::matches(const Song &song) const {
-    return std::all_of(conditions_.begin(), conditions_.end(),
-                       [&](const Condition &condition) { return holds(condition, song); });
+Filter::Truth Filter::judge(const Condition &condition, const Song &song,
+                            Knowledge knowledge) const {
+    const bool known = knowledge == Knowledge::everything;
+    bool holds = false;
+    switch (condition.subject) {
+    case Subject::tag:
+        if (!known && !is_listed(condition.tag)) {
+            return Truth::unknown;
+        }
+        holds = holds_text(condition, song.tag_or_fallback(condition.tag));
+        break;
+    case Subject::any:
+        holds = holds_any(condition, song);
+        if (!known && !holds) {
+            return Truth::unknown;
+        }
+        break;
+    case Subject::group: {
+        const Truth truth = judge_all(condition.parts, *this, song, knowledge);
+        if (truth == Truth::unknown) {
+            return truth;
+        }
+        holds = truth == Truth::yes;
+        break;
+    }
+    default:
+        if (!known) {
+            return Truth::unknown;
+        }
+        holds = holds_file(condition, song);
+        break;
+    }
+    return holds != condition.negated ? Truth::yes : Truth::no;
+}
+
+bool Filter::holds_file(const Condition &condition, const Song &song) const {
+    switch (condition.subject) {
+    case Subject::base:
+        return condition.value.empty() || song.uri.starts_with(condition.value + '/');
+    case Subject::modified_since:
+        return song.modified >= condition.time;
+    case Subject::audio_format:
+        return holds_text(condition, audio_format(song));
+    default:
+        return holds_text(condition, song.uri);
+    }
+}
+
+Filter::Truth Filter::judge_all(const std::vector<Condition> &conditions, const Filter &filter,
+                                const Song &song, Knowledge knowledge) {
+    Truth all = Truth::yes;
+    for (const Condition &condition : conditions) {
+        const Truth truth = filter.judge(condition, song, knowledge);
+        if (truth == Truth::no) {
+            return truth;
+        }
+        all = truth == Truth::unknown ? truth : all;
+    }
+    return all;
+}
+
+Filter::Truth Filter::judge(const Song &song, Knowledge knowledge) const {
+    return judge_all(conditions_, *this, song, knowledge);
 }
 
 std::optional<std::string> Filter::demanded(Tag tag) const {

@@ -19,6 +19,12 @@ constexpr int filter_depth_max = 32;
 // Conditions of one filter.
 constexpr size_t filter_conditions_max = 256;
 
+// Tags that lists of the catalogue come with, exactly as a song's own values are.
+inline bool is_listed(Tag tag) {
+    return tag == Tag::title || tag == Tag::artist || tag == Tag::album || tag == Tag::genre ||
+           tag == Tag::absent;
+}
+
 class Filter {
   public:
     enum class Case { as_written, folded };
@@ -31,14 +37,22 @@ class Filter {
     // @throws Ack.
     static Filter parse(std::span<const std::string> words, Case letters);
 
-    bool matches(const Song &song) const;
+    bool matches(const Song &song) const {
+        return judge(song, Knowledge::everything) == Truth::yes;
+    }
+
+    // What can be said of a song.
+    enum class Truth { no, yes, unknown };
+    // How much of a song is filled in: all, or only what lists of the catalogue come with, which
+    // is `listed_tags` and the duration.
+    enum class Knowledge { everything, listed };
+
+    Truth judge(const Song &song, Knowledge knowledge) const;
 
     bool empty() const { return conditions_.empty(); }
 
     // A text every match has as the whole of that tag, as far as the filter demands one.
     std::optional<std::string> demanded(Tag tag) const;
-
-    void add_equal(Tag tag, const std::string &value);
 
   private:
     enum class Subject { tag, any, file, base, modified_since, audio_format, group };
@@ -56,7 +70,11 @@ class Filter {
 
     class Parser;
 
-    bool holds(const Condition &condition, const Song &song) const;
+    static Truth judge_all(const std::vector<Condition> &conditions, const Filter &filter,
+                           const Song &song, Knowledge knowledge);
+    Truth judge(const Condition &condition, const Song &song, Knowledge knowledge) const;
+    bool holds_file(const Condition &condition, const Song &song) const;
+    bool holds_any(const Condition &condition, const Song &song) const;
     bool holds_text(const Condition &condition, const std::string &text) const;
     static void set_subject(Condition &condition, std::string_view name);
     void set_value(Condition &condition, std::string value) const;

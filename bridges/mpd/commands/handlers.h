@@ -79,12 +79,14 @@ VANTRO_MPD_HANDLER(run_listallinfo);
 VANTRO_MPD_HANDLER(run_lsinfo);
 
 // commands/searching.cpp
-VANTRO_MPD_HANDLER(run_count);
 VANTRO_MPD_HANDLER(run_find);
 VANTRO_MPD_HANDLER(run_findadd);
-VANTRO_MPD_HANDLER(run_list);
 VANTRO_MPD_HANDLER(run_search);
 VANTRO_MPD_HANDLER(run_searchadd);
+
+// commands/summaries.cpp
+VANTRO_MPD_HANDLER(run_count);
+VANTRO_MPD_HANDLER(run_list);
 VANTRO_MPD_HANDLER(run_searchcount);
 
 // commands/updating.cpp

@@ -6,6 +6,7 @@
 #include <vantro/player.h>
 
 #include "bridges/mpd/commands/handlers.h"
+#include "bridges/mpd/commands/queue_edit.h"
 #include "bridges/mpd/partition.h"
 #include "bridges/mpd/service_call.h"
 #include "bridges/mpd/text.h"
@@ -19,24 +20,6 @@ Player &player_of(Context &context) {
 
 int32_t state_of(Context &context) {
     return checked(player_of(context).state()).state;
-}
-
-// The place of the song with that id. @throws Ack.
-uint32_t position_of(Context &context, std::string_view id) {
-    const std::optional<uint32_t> position =
-        context.partition.queue().position_of(parse_unsigned(id));
-    if (!position) {
-        throw Ack(AckCode::no_exist, "no such song in the queue");
-    }
-    return *position;
-}
-
-uint32_t checked_position(Context &context, std::string_view argument) {
-    const uint32_t position = parse_unsigned(argument);
-    if (position >= context.partition.queue().size()) {
-        throw Ack(AckCode::argument, "no such position in the queue");
-    }
-    return position;
 }
 
 void play(Context &context, std::optional<uint32_t> position) {
@@ -64,13 +47,15 @@ void seek(Context &context, uint32_t position, std::string_view time) {
 
 TaskPtr run_play(Context &context, Arguments arguments) {
     const bool given = !arguments.empty() && arguments[0] != "-1";
-    play(context, given ? std::optional(checked_position(context, arguments[0])) : std::nullopt);
+    play(context, given ? std::optional(checked_position(context.partition.queue(), arguments[0]))
+                        : std::nullopt);
     return nullptr;
 }
 
 TaskPtr run_playid(Context &context, Arguments arguments) {
     const bool given = !arguments.empty() && arguments[0] != "-1";
-    play(context, given ? std::optional(position_of(context, arguments[0])) : std::nullopt);
+    play(context, given ? std::optional(position_of(context.partition.queue(), arguments[0]))
+                        : std::nullopt);
     return nullptr;
 }
 
@@ -102,12 +87,12 @@ TaskPtr run_previous(Context &context, Arguments) {
 }
 
 TaskPtr run_seek(Context &context, Arguments arguments) {
-    seek(context, checked_position(context, arguments[0]), arguments[1]);
+    seek(context, checked_position(context.partition.queue(), arguments[0]), arguments[1]);
     return nullptr;
 }
 
 TaskPtr run_seekid(Context &context, Arguments arguments) {
-    seek(context, position_of(context, arguments[0]), arguments[1]);
+    seek(context, position_of(context.partition.queue(), arguments[0]), arguments[1]);
     return nullptr;
 }
 

@@ -1,17 +1,15 @@
 // What is in the queue.
 #include <algorithm>
-#include <optional>
 #include <utility>
 
 #include <fmt/format.h>
 
-#include "bridges/mpd/ack.h"
 #include "bridges/mpd/catalogue.h"
 #include "bridges/mpd/client.h"
 #include "bridges/mpd/commands/handlers.h"
+#include "bridges/mpd/commands/queue_edit.h"
 #include "bridges/mpd/filter.h"
 #include "bridges/mpd/partition.h"
-#include "bridges/mpd/text.h"
 
 namespace vantro::mpd {
 namespace {
@@ -101,24 +99,15 @@ TaskPtr run_playlistinfo(Context &context, Arguments arguments) {
     if (arguments.empty()) {
         return list(context, Range(), Form::song);
     }
-    const Range range = parse_range(arguments[0]);
-    if (range.begin >= context.partition.queue().size() &&
-        (range.begin > 0 || arguments[0].find(':') == std::string::npos)) {
-        throw Ack(AckCode::argument, "no such position in the queue");
-    }
-    return list(context, range, Form::song);
+    return list(context, checked_range(context.partition.queue(), arguments[0]), Form::song);
 }
 
 TaskPtr run_playlistid(Context &context, Arguments arguments) {
     if (arguments.empty()) {
         return list(context, Range(), Form::song);
     }
-    const std::optional<uint32_t> position =
-        context.partition.queue().position_of(parse_unsigned(arguments[0]));
-    if (!position) {
-        throw Ack(AckCode::no_exist, "no such song in the queue");
-    }
-    return list(context, {*position, *position + 1}, Form::song);
+    const uint32_t position = position_of(context.partition.queue(), arguments[0]);
+    return list(context, {position, position + 1}, Form::song);
 }
 
 TaskPtr run_playlist(Context &context, Arguments) {
