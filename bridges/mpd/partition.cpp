@@ -56,6 +56,7 @@ bool Partition::connect() {
         }
     }
     if (!player) {
+        absent_ = true;
         failure_ = refused(player, ENOENT) ? fmt::format("there is no player \"{}\"", name_)
                                            : std::string(ack_of(player.failure()).what());
         delay_ = std::clamp(delay_ * 2, first_delay, longest_delay);
@@ -66,15 +67,14 @@ bool Partition::connect() {
     delay_ = milliseconds(0);
     ++connections_;
     ++catalogue_version_;
-    read_first_events();
-    return true;
-}
-
-// They tell what is, not what has changed.
-void Partition::read_first_events() {
+    // The first events tell what is, not what has changed.
     const int64_t changed = changed_at_;
     take_events();
     changed_at_ = changed;
+    if (std::exchange(absent_, false)) {
+        news_ |= of_a_player();
+    }
+    return true;
 }
 
 Player &Partition::player() {
@@ -94,6 +94,7 @@ int Partition::descriptor() {
 
 void Partition::leave() {
     player_.reset();
+    absent_ = true;
     failure_ = "the player service does not run";
     retry_at_ = Clock::now() + first_delay;
 }
@@ -102,15 +103,14 @@ std::optional<Partition::Clock::time_point> Partition::retry_at() const {
     return player_ ? std::nullopt : std::optional(retry_at_);
 }
 
-Subsystems Partition::reconnect() {
-    if (player_ || Clock::now() < retry_at_ || !connect()) {
-        return {};
+void Partition::reconnect() {
+    if (!player_ && Clock::now() >= retry_at_) {
+        connect();
     }
-    return of_a_player();
 }
 
 Subsystems Partition::take_events() {
-    Subsystems changed;
+    Subsystems changed = std::exchange(news_, {});
     while (player_) {
         const Result<std::optional<Event>> event = player_->events().next();
         if (!event) {
@@ -269,8 +269,8 @@ void Partition::keep(const std::vector<uint32_t> &order) {
     const QueueEntries entries = queue().entries();
     const auto now = static_cast<uint32_t>(current().value_or(0));
     std::string nodes;
+    std::vector<uint32_t> kept;
     int32_t index = 0;
-    int32_t count = 0;
     uint32_t nearest = UINT32_MAX;
     for (const uint32_t position : order) {
         const NodeKey &key = entries->at(position).key;
@@ -280,18 +280,18 @@ void Partition::keep(const std::vector<uint32_t> &order) {
         nodes += fmt::format("{}{}:{}", nodes.empty() ? "" : "\n", key.source, key.id);
         if (position >= now && position < nearest) {
             nearest = position;
-            index = count;
+            index = static_cast<int32_t>(kept.size());
         }
-        ++count;
+        kept.push_back(position);
     }
-    if (count == 0) {
+    if (kept.empty()) {
         clear();
         return;
     }
     if (nearest == UINT32_MAX) {
         checked(player().stop()); // before the first track could be heard
     }
-    checked(player().create_session(0, nodes.c_str(), index, Start::keep));
+    queue_.reorder(checked(player().create_session(0, nodes.c_str(), index, Start::keep)), kept);
 }
 
 } // namespace vantro::mpd

@@ -34,8 +34,8 @@ class Partition {
     // Reads all events. @return what they have changed.
     Subsystems take_events();
 
-    // Connects if that is due. @return what has changed by it.
-    Subsystems reconnect();
+    // Connects if that is due.
+    void reconnect();
 
     // When to call reconnect() next; nothing while there is a connection.
     std::optional<Clock::time_point> retry_at() const;
@@ -77,7 +77,6 @@ class Partition {
 
   private:
     bool connect();
-    void read_first_events();
     Subsystems changes_of(const Event &event);
     bool jumped(std::chrono::milliseconds position, const VantroStateInfo &now);
     std::vector<NodeKey> fetch_tracks(uint64_t tsid, int32_t offset);
@@ -90,6 +89,8 @@ class Partition {
     int64_t changed_at_ = 0;
     uint64_t catalogue_version_ = 0;
     uint64_t connections_ = 0;
+    bool absent_ = false; // There was no service when it was last looked for.
+    Subsystems news_;     // What a new connection may have changed.
     bool muted_ = false;
 
     std::chrono::milliseconds delay_{0};

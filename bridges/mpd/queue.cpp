@@ -66,6 +66,20 @@ void Queue::replace(uint64_t tsid, std::vector<NodeKey> tracks) {
     entries_ = std::move(after);
 }
 
+void Queue::reorder(uint64_t tsid, const std::vector<uint32_t> &order) {
+    tsid_ = tsid;
+    const std::vector<QueueEntry> &before = *entries_;
+    ++version_;
+    auto after = std::make_shared<std::vector<QueueEntry>>();
+    after->reserve(order.size());
+    for (uint32_t i = 0; i < order.size(); ++i) {
+        QueueEntry entry = before.at(order[i]);
+        entry.changed = order[i] == i ? before[i].changed : version_;
+        after->push_back(std::move(entry));
+    }
+    entries_ = std::move(after);
+}
+
 std::optional<uint32_t> Queue::position_of(uint32_t id) const {
     const auto found = std::find_if(entries_->begin(), entries_->end(),
                                     [id](const QueueEntry &entry) { return entry.id == id; });

@@ -30,6 +30,9 @@ class Queue {
     // Takes the tracks of a session. What stays, and what only moves, keeps its id.
     void replace(uint64_t tsid, std::vector<NodeKey> tracks);
 
+    // Takes a session of entries of this queue, in that order; `order` has their positions.
+    void reorder(uint64_t tsid, const std::vector<uint32_t> &order);
+
     std::optional<uint32_t> position_of(uint32_t id) const;
 
   private:

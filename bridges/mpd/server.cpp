@@ -162,9 +162,8 @@ void Server::look_after_players() {
     for (Partition &partition : partitions_.all()) {
         Watch &watching = watches_[&partition];
         if (watching.clients > 0) {
-            Subsystems changed = partition.take_events();
-            changed |= partition.reconnect();
-            if (changed.any()) {
+            partition.reconnect();
+            if (const Subsystems changed = partition.take_events(); changed.any()) {
                 notify(partition, changed);
             }
         }

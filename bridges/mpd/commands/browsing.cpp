@@ -119,6 +119,12 @@ TaskPtr list(Context &context, Arguments arguments, Form form, Depth depth) {
         task->enter(std::move(place.key), std::move(place.uri));
         return task;
     }
+    if (depth == Depth::one) {
+        for (const Catalogue::Source &source : context.catalogue.sources(player)) {
+            context.reply.pair("directory", source.directory);
+        }
+        return run_listplaylists(context, {}); // clients look for them there, too
+    }
     for (const Catalogue::Source &source : context.catalogue.sources(player)) {
         task->queue({source.id, folders_menu}, source.directory);
     }
