@@ -19,7 +19,7 @@ export XDG_RUNTIME_DIR=$scratch/runtime
 mkdir -m 0700 "$XDG_RUNTIME_DIR"
 version=$(sed -n 's/^#define VANTRO_VERSION "\(.*\)"$/\1/p' "$prefix/include/vantro/version.h")
 
-for program in vantrod vantroctl vantro-grantor; do
+for program in vantrod vantroctl vantro-grantor vantro-mpd; do
     said=$("$prefix/bin/$program" --version) || fail "$program does not start"
     [ "$said" = "$program $version" ] || fail "$program says '$said', the header $version"
 done
