@@ -41,15 +41,17 @@ bool Client::busy() const {
 }
 
 bool Client::wants_input() const {
-    return !connection_.at_end() && !closing_ && !task_ && at_ >= lines_.size() &&
-           !connection_.has_line();
+    if (connection_.at_end()) {
+        return false;
+    }
+    return closing_ || (!task_ && at_ >= lines_.size() && !connection_.has_line());
 }
 
 bool Client::ended() const {
     if (connection_.broken()) {
         return true;
     }
-    return !connection_.has_output() && (closing_ || (connection_.at_end() && !busy()));
+    return !connection_.has_output() && connection_.at_end() && !busy();
 }
 
 void Client::work() {
@@ -70,6 +72,9 @@ void Client::work() {
         }
     }
     connection_.send();
+    if (closing_) {
+        connection_.finish();
+    }
 }
 
 void Client::take_line(std::string_view line) {

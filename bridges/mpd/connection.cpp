@@ -1,6 +1,7 @@
 #include "bridges/mpd/connection.h"
 
 #include <cerrno>
+#include <utility>
 
 #include <sys/socket.h>
 
@@ -10,6 +11,11 @@ void Connection::receive() {
     char bytes[16 * 1024];
     input_.erase(0, taken_);
     taken_ = 0;
+    if (finishing_) {
+        thrown_away_ += input_.size();
+        input_.clear();
+        at_end_ = at_end_ || thrown_away_ > thrown_away_max;
+    }
     while (input_.size() < line_max && !at_end_) {
         const ssize_t count = ::recv(socket_.get(), bytes, sizeof bytes, 0);
         if (count > 0) {
@@ -47,6 +53,13 @@ void Connection::send() {
     } else if (sent_ > output_enough) {
         output_.erase(0, sent_);
         sent_ = 0;
+    }
+}
+
+void Connection::finish() {
+    if (!has_output() && !std::exchange(finishing_, true)) {
+        ::shutdown(socket_.get(), SHUT_WR);
+        receive(); // throws away what is here already
     }
 }
 

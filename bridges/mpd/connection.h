@@ -19,6 +19,8 @@ class Connection {
     static constexpr size_t line_max = 64 * 1024;
     // Output that waits for the client, beyond which no more is made.
     static constexpr size_t output_enough = 64 * 1024;
+    // What a client may go on to send after its last answer.
+    static constexpr size_t thrown_away_max = 16 * 1024 * 1024;
 
     explicit Connection(Descriptor socket) : socket_(std::move(socket)) {}
 
@@ -29,6 +31,10 @@ class Connection {
 
     // Sends as much of the output as the client takes now.
     void send();
+
+    // Ends the connection once the output is sent. Until the client ends it too, what still comes
+    // is thrown away, up to a limit: closed with bytes unread, it would lose the last answer.
+    void finish();
 
     // The next whole line, without its end; valid until the next call of receive() or take_line().
     std::optional<std::string_view> take_line();
@@ -55,6 +61,8 @@ class Connection {
     std::string output_;
     size_t sent_ = 0;
     bool at_end_ = false;
+    bool finishing_ = false;
+    size_t thrown_away_ = 0;
     bool broken_ = false;
 };
 
