@@ -71,6 +71,7 @@ void Client::work() {
             break;
         }
     }
+    commit_turn();
     connection_.send();
     if (closing_) {
         connection_.finish();
@@ -177,13 +178,42 @@ bool Client::run(const std::string &line) {
             throw Ack(AckCode::argument,
                       fmt::format("wrong number of arguments for \"{}\"", command_));
         }
+        if (!command->drafts) {
+            partition_->commit();
+        }
         Context now = context();
         task_ = command->handler(now, arguments);
+        if (at_ + 1 == lines_.size()) {
+            partition_->commit(); // before the answer says that it is done
+        }
         return true;
     } catch (const std::exception &) {
         refuse_current();
+        commit_rest();
     }
     return false;
+}
+
+// Commands before the one that failed were confirmed, or are done as far as the client knows.
+void Client::commit_rest() {
+    try {
+        partition_->commit();
+    } catch (const std::exception &) {
+        // The first failure is the one that is told.
+    }
+}
+
+// Others see the queue between two turns of a long command list.
+void Client::commit_turn() {
+    try {
+        partition_->commit();
+    } catch (const std::exception &) {
+        at_ = at_ > 0 ? at_ - 1 : 0; // the last one that was carried out
+        refuse_current();
+        lines_.clear();
+        at_ = 0;
+        task_.reset();
+    }
 }
 
 // To be called where an exception was caught.

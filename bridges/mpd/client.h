@@ -63,6 +63,8 @@ class Client {
     bool step_task();
     void refuse(AckCode code, const std::string &text);
     void refuse_current();
+    void commit_rest();
+    void commit_turn();
     void finish_command();
     void tell_changes();
     Context context();

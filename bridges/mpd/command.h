@@ -49,6 +49,7 @@ struct Command {
     size_t least; // Numbers of arguments.
     size_t most;
     Handler handler;
+    bool drafts = false; // It may leave changes of the queue to Partition::commit().
 };
 
 // The command of that name, or NULL.

@@ -31,6 +31,10 @@ constexpr int32_t tracks_page = 2000;
 // A session may be replaced while it is read.
 constexpr int attempts = 5;
 
+void add_line(std::string &nodes, const NodeKey &key) {
+    nodes += fmt::format("{}{}:{}", nodes.empty() ? "" : "\n", key.source, key.id);
+}
+
 const char *error_text(int32_t code) {
     switch (code) {
     case VANTRO_ERROR_GONE:
@@ -94,6 +98,7 @@ int Partition::descriptor() {
 
 void Partition::leave() {
     player_.reset();
+    draft_.reset();
     absent_ = true;
     failure_ = "the player service does not run";
     retry_at_ = Clock::now() + first_delay;
@@ -237,52 +242,104 @@ const Queue &Partition::queue() {
     }
 }
 
-void Partition::append(const std::string &nodes) {
-    const Queue &before = queue();
-    const std::vector<QueueEntry> old = *before.entries();
+// @return the new session's id.
+uint64_t Partition::append_to_session(const std::string &nodes) {
+    const bool begins = queue().size() == 0;
     const uint64_t tsid = checked(player().create_session(0, nodes.c_str(), 0, Start::append));
-    if (old.empty()) {
+    if (begins) {
         checked(player().stop()); // nothing is to be held paused that was never begun
+    }
+    return tsid;
+}
+
+void Partition::append(const std::string &nodes) {
+    const QueueEntries before = queue().entries();
+    const uint64_t tsid = append_to_session(nodes);
+    if (before->empty()) {
         return;
     }
     // Only what is new is read, where the last track says that the rest is as it was.
-    std::vector<NodeKey> end = fetch_tracks(tsid, static_cast<int32_t>(old.size()) - 1);
-    if (end.empty() || end.front() != old.back().key) {
+    std::vector<NodeKey> end = fetch_tracks(tsid, static_cast<int32_t>(before->size()) - 1);
+    if (end.empty() || end.front() != before->back().key) {
         return;
     }
-    std::vector<NodeKey> all;
-    all.reserve(old.size() + end.size());
-    for (const QueueEntry &entry : old) {
-        all.push_back(entry.key);
+    std::vector<QueueEntry> all = *before;
+    for (auto at = end.begin() + 1; at != end.end(); ++at) {
+        QueueEntry entry;
+        entry.id = queue_.take_id();
+        entry.key = std::move(*at);
+        all.push_back(std::move(entry));
     }
-    std::move(end.begin() + 1, end.end(), std::back_inserter(all));
-    queue_.replace(tsid, std::move(all));
+    queue_.take(tsid, std::move(all));
 }
 
-void Partition::clear() {
-    if (const VantroTrksessionInfo now = session(); now.type != VANTRO_TRKSESSION_NONE) {
-        checked(player().destroy_session(now.tsid));
+QueueDraft &Partition::draft() {
+    if (!draft_) {
+        draft_.emplace(queue());
+    }
+    return *draft_;
+}
+
+uint32_t Partition::draft_song(NodeKey key) {
+    QueueDraft &changed = draft();
+    const uint32_t id = queue_.take_id();
+    changed.append(id, std::move(key));
+    return id;
+}
+
+void Partition::commit() {
+    if (!draft_) {
+        return;
+    }
+    const QueueDraft draft = *std::move(draft_);
+    draft_.reset();
+    if (!draft.only_appended()) {
+        commit_all(draft);
+    } else if (!draft.added().empty()) {
+        commit_added(draft);
     }
 }
 
-void Partition::keep(const std::vector<uint32_t> &order) {
-    const QueueEntries entries = queue().entries();
+void Partition::commit_added(const QueueDraft &draft) {
+    std::string nodes;
+    for (const QueueEntry &entry : draft.added()) {
+        add_line(nodes, entry.key);
+    }
+    const uint64_t tsid = append_to_session(nodes);
+    // Whether another program has changed the session meanwhile; its tracks are then read later.
+    const bool empty = draft.size_before() == 0;
+    std::vector<NodeKey> expected;
+    if (!empty) {
+        expected.push_back(draft.before()->back().key);
+    }
+    for (const QueueEntry &entry : draft.added()) {
+        expected.push_back(entry.key);
+    }
+    const auto from = static_cast<int32_t>(empty ? 0 : draft.size_before() - 1);
+    if (fetch_tracks(tsid, from) == expected) {
+        std::vector<QueueEntry> all = *draft.before();
+        all.insert(all.end(), draft.added().begin(), draft.added().end());
+        queue_.take(tsid, std::move(all));
+    }
+}
+
+void Partition::commit_all(const QueueDraft &draft) {
     const auto now = static_cast<uint32_t>(current().value_or(0));
     std::string nodes;
-    std::vector<uint32_t> kept;
+    std::vector<QueueEntry> kept;
     int32_t index = 0;
     uint32_t nearest = UINT32_MAX;
-    for (const uint32_t position : order) {
-        const NodeKey &key = entries->at(position).key;
-        if (key.id.empty()) {
+    for (const uint32_t place : draft.order()) {
+        const QueueEntry &entry = draft.entry(place);
+        if (entry.key.id.empty()) {
             continue; // it has left the catalogue, and cannot be asked for
         }
-        nodes += fmt::format("{}{}:{}", nodes.empty() ? "" : "\n", key.source, key.id);
-        if (position >= now && position < nearest) {
-            nearest = position;
+        if (place >= now && place < nearest) {
+            nearest = place;
             index = static_cast<int32_t>(kept.size());
         }
-        kept.push_back(position);
+        add_line(nodes, entry.key);
+        kept.push_back(entry);
     }
     if (kept.empty()) {
         clear();
@@ -291,7 +348,17 @@ void Partition::keep(const std::vector<uint32_t> &order) {
     if (nearest == UINT32_MAX) {
         checked(player().stop()); // before the first track could be heard
     }
-    queue_.reorder(checked(player().create_session(0, nodes.c_str(), index, Start::keep)), kept);
+    const uint64_t tsid = checked(player().create_session(0, nodes.c_str(), index, Start::keep));
+    if (draft.size_before() == 0) {
+        checked(player().stop());
+    }
+    queue_.take(tsid, std::move(kept));
+}
+
+void Partition::clear() {
+    if (const VantroTrksessionInfo now = session(); now.type != VANTRO_TRKSESSION_NONE) {
+        checked(player().destroy_session(now.tsid));
+    }
 }
 
 } // namespace vantro::mpd

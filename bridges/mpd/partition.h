@@ -11,6 +11,7 @@
 #include <vantro/vantro.hpp>
 
 #include "bridges/mpd/queue.h"
+#include "bridges/mpd/queue_draft.h"
 #include "bridges/mpd/subsystems.h"
 
 namespace vantro::mpd {
@@ -55,9 +56,15 @@ class Partition {
     // Adds songs behind all others. @param nodes one a line, each with its source.
     void append(const std::string &nodes);
 
-    // Makes the queue of those entries of it, in that order; `order` has their positions. What is
-    // played goes on if it is among them, else the next one after it that is left.
-    void keep(const std::vector<uint32_t> &order);
+    // The queue with changes that the player is told by commit().
+    QueueDraft &draft();
+
+    // Adds one song to the draft. @return its id.
+    uint32_t draft_song(NodeKey key);
+
+    // Gives the changes of the draft to the player, if there are any. What is played goes on if it
+    // is still there, else the next one after it that is. @throws Ack; nothing has changed then.
+    void commit();
 
     // Ends the session.
     void clear();
@@ -79,11 +86,15 @@ class Partition {
     bool connect();
     Subsystems changes_of(const Event &event);
     bool jumped(std::chrono::milliseconds position, const VantroStateInfo &now);
+    void commit_added(const QueueDraft &draft);
+    void commit_all(const QueueDraft &draft);
+    uint64_t append_to_session(const std::string &nodes);
     std::vector<NodeKey> fetch_tracks(uint64_t tsid, int32_t offset);
 
     const std::string name_;
     std::optional<Player> player_;
     Queue queue_;
+    std::optional<QueueDraft> draft_;
     std::string error_;
     std::string failure_; // Why there is no connection.
     int64_t changed_at_ = 0;

@@ -66,18 +66,14 @@ void Queue::replace(uint64_t tsid, std::vector<NodeKey> tracks) {
     entries_ = std::move(after);
 }
 
-void Queue::reorder(uint64_t tsid, const std::vector<uint32_t> &order) {
+void Queue::take(uint64_t tsid, std::vector<QueueEntry> entries) {
     tsid_ = tsid;
-    const std::vector<QueueEntry> &before = *entries_;
     ++version_;
-    auto after = std::make_shared<std::vector<QueueEntry>>();
-    after->reserve(order.size());
-    for (uint32_t i = 0; i < order.size(); ++i) {
-        QueueEntry entry = before.at(order[i]);
-        entry.changed = order[i] == i ? before[i].changed : version_;
-        after->push_back(std::move(entry));
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const bool same = i < entries_->size() && (*entries_)[i].id == entries[i].id;
+        entries[i].changed = same ? (*entries_)[i].changed : version_;
     }
-    entries_ = std::move(after);
+    entries_ = std::make_shared<const std::vector<QueueEntry>>(std::move(entries));
 }
 
 std::optional<uint32_t> Queue::position_of(uint32_t id) const {

@@ -30,14 +30,15 @@ class Queue {
     // Takes the tracks of a session. What stays, and what only moves, keeps its id.
     void replace(uint64_t tsid, std::vector<NodeKey> tracks);
 
-    // Takes a session of entries of this queue, in that order; `order` has their positions.
-    void reorder(uint64_t tsid, const std::vector<uint32_t> &order);
+    // Takes the entries of a session, whose ids are known; their `changed` does not matter.
+    void take(uint64_t tsid, std::vector<QueueEntry> entries);
+
+    // An id that no song has.
+    uint32_t take_id();
 
     std::optional<uint32_t> position_of(uint32_t id) const;
 
   private:
-    uint32_t take_id();
-
     QueueEntries entries_ = std::make_shared<const std::vector<QueueEntry>>();
     uint32_t version_ = 1;
     uint32_t next_id_ = 1;

@@ -47,8 +47,9 @@ void seek(Context &context, uint32_t position, std::string_view time) {
 
 TaskPtr run_play(Context &context, Arguments arguments) {
     const bool given = !arguments.empty() && arguments[0] != "-1";
-    play(context, given ? std::optional(checked_position(context.partition.queue(), arguments[0]))
-                        : std::nullopt);
+    play(context,
+         given ? std::optional(checked_position(context.partition.queue().size(), arguments[0]))
+               : std::nullopt);
     return nullptr;
 }
 
@@ -87,7 +88,7 @@ TaskPtr run_previous(Context &context, Arguments) {
 }
 
 TaskPtr run_seek(Context &context, Arguments arguments) {
-    seek(context, checked_position(context.partition.queue(), arguments[0]), arguments[1]);
+    seek(context, checked_position(context.partition.queue().size(), arguments[0]), arguments[1]);
     return nullptr;
 }
 

@@ -1,8 +1,5 @@
 // Changes of the queue.
-#include <algorithm>
-#include <numeric>
-#include <random>
-#include <vector>
+#include <string>
 
 #include <fmt/format.h>
 
@@ -15,66 +12,53 @@
 namespace vantro::mpd {
 namespace {
 
-using Order = std::vector<uint32_t>;
-
-Order order_of(uint32_t size) {
-    Order order(size);
-    std::iota(order.begin(), order.end(), 0u);
-    return order;
-}
-
 // The nodes of a URI, one a line.
-std::string nodes_of(Context &context, const std::string &uri) {
-    Player &player = context.partition.player();
-    const Catalogue::Place place = context.catalogue.find(player, uri);
+std::string nodes_of(Context &context, const Catalogue::Place &place) {
     if (place.kind != Catalogue::Place::Kind::root) {
         return fmt::format("{}:{}", place.key.source, place.key.id);
     }
     std::string nodes;
-    for (const Catalogue::Source &source : context.catalogue.sources(player)) {
+    for (const Catalogue::Source &source : context.catalogue.sources(context.partition.player())) {
         nodes += fmt::format("{}{}:{}", nodes.empty() ? "" : "\n", source.id, folders_menu);
     }
     return nodes;
 }
 
-// Adds what the URI names. @return the place of the first song that was added.
-uint32_t add(Context &context, Arguments arguments) {
-    const QueueTarget target =
-        target_of(context, arguments.size() > 1 ? std::string_view(arguments[1]) : "");
-    const uint32_t before = context.partition.queue().size();
-    add_nodes(context, nodes_of(context, arguments[0]), target);
-    return std::min(target.position, before);
+// @return the song's id.
+uint32_t add_song(Context &context, const NodeKey &key, const QueueTarget &target) {
+    const uint32_t id = context.partition.draft_song(key);
+    QueueDraft &draft = context.partition.draft();
+    const uint32_t last = draft.size() - 1;
+    if (target.position < last) {
+        draft.move({last, last + 1}, target.position);
+    }
+    return id;
 }
 
-void remove(Context &context, const Range &range) {
-    Order order = order_of(context.partition.queue().size());
-    order.erase(order.begin() + range.begin, order.begin() + range.end);
-    context.partition.keep(order);
-}
-
-void swap(Context &context, uint32_t one, uint32_t other) {
-    Order order = order_of(context.partition.queue().size());
-    std::swap(order.at(one), order.at(other));
-    context.partition.keep(order);
+QueueTarget target_in(Context &context, Arguments arguments) {
+    return target_of(context, arguments.size() > 1 ? std::string_view(arguments[1]) : "");
 }
 
 } // namespace
 
 TaskPtr run_add(Context &context, Arguments arguments) {
-    add(context, arguments);
+    const Catalogue::Place place = context.catalogue.find(context.partition.player(), arguments[0]);
+    const QueueTarget target = target_in(context, arguments);
+    if (place.kind == Catalogue::Place::Kind::song) {
+        add_song(context, place.key, target);
+    } else {
+        add_nodes(context, nodes_of(context, place), target);
+    }
     return nullptr;
 }
 
 TaskPtr run_addid(Context &context, Arguments arguments) {
-    Player &player = context.partition.player();
-    if (context.catalogue.find(player, arguments[0]).kind != Catalogue::Place::Kind::song) {
+    const Catalogue::Place place = context.catalogue.find(context.partition.player(), arguments[0]);
+    if (place.kind != Catalogue::Place::Kind::song) {
         throw Ack(AckCode::argument, fmt::format("no song: \"{}\"", arguments[0]));
     }
-    const uint32_t position = add(context, arguments);
-    const Queue &queue = context.partition.queue();
-    if (position < queue.size()) {
-        context.reply.number("Id", queue.entries()->at(position).id);
-    }
+    const QueueTarget target = target_in(context, arguments);
+    context.reply.number("Id", add_song(context, place.key, target));
     return nullptr;
 }
 
@@ -84,64 +68,61 @@ TaskPtr run_clear(Context &context, Arguments) {
 }
 
 TaskPtr run_delete(Context &context, Arguments arguments) {
-    const Range range = checked_range(context.partition.queue(), arguments[0]);
+    QueueDraft &draft = context.partition.draft();
+    const Range range = checked_range(draft.size(), arguments[0]);
     if (range.begin < range.end) {
-        remove(context, range);
+        draft.erase(range);
     }
     return nullptr;
 }
 
 TaskPtr run_deleteid(Context &context, Arguments arguments) {
-    const uint32_t position = position_of(context.partition.queue(), arguments[0]);
-    remove(context, {position, position + 1});
+    QueueDraft &draft = context.partition.draft();
+    const uint32_t position = position_of(draft, arguments[0]);
+    draft.erase({position, position + 1});
     return nullptr;
 }
 
 TaskPtr run_move(Context &context, Arguments arguments) {
-    const Queue &queue = context.partition.queue();
-    const Range range = checked_range(queue, arguments[0]);
-    const uint32_t left = queue.size() - (range.end - range.begin);
-    const uint32_t to = place_of(context, arguments[1], left);
+    const uint32_t size = context.partition.draft().size();
+    const Range range = checked_range(size, arguments[0]);
+    const uint32_t to = place_of(context, arguments[1], size - (range.end - range.begin));
     if (range.begin < range.end && to != range.begin) {
-        move_range(context, range, to);
+        context.partition.draft().move(range, to);
     }
     return nullptr;
 }
 
 TaskPtr run_moveid(Context &context, Arguments arguments) {
-    const Queue &queue = context.partition.queue();
-    const uint32_t position = position_of(queue, arguments[0]);
-    const uint32_t to = place_of(context, arguments[1], queue.size() - 1);
+    const uint32_t position = position_of(context.partition.draft(), arguments[0]);
+    const uint32_t to = place_of(context, arguments[1], context.partition.draft().size() - 1);
     if (to != position) {
-        move_range(context, {position, position + 1}, to);
+        context.partition.draft().move({position, position + 1}, to);
     }
     return nullptr;
 }
 
 TaskPtr run_swap(Context &context, Arguments arguments) {
-    const Queue &queue = context.partition.queue();
-    swap(context, checked_position(queue, arguments[0]), checked_position(queue, arguments[1]));
+    QueueDraft &draft = context.partition.draft();
+    draft.swap(checked_position(draft.size(), arguments[0]),
+               checked_position(draft.size(), arguments[1]));
     return nullptr;
 }
 
 TaskPtr run_swapid(Context &context, Arguments arguments) {
-    const Queue &queue = context.partition.queue();
-    swap(context, position_of(queue, arguments[0]), position_of(queue, arguments[1]));
+    QueueDraft &draft = context.partition.draft();
+    draft.swap(position_of(draft, arguments[0]), position_of(draft, arguments[1]));
     return nullptr;
 }
 
 // A new order of the songs themselves; `random` is the order in which they are played.
 TaskPtr run_shuffle(Context &context, Arguments arguments) {
-    const Queue &queue = context.partition.queue();
+    QueueDraft &draft = context.partition.draft();
     const Range range =
-        arguments.empty() ? Range{0, queue.size()} : checked_range(queue, arguments[0]);
-    if (range.end - range.begin < 2) {
-        return nullptr;
+        arguments.empty() ? Range{0, draft.size()} : checked_range(draft.size(), arguments[0]);
+    if (range.end - range.begin > 1) {
+        draft.shuffle(range);
     }
-    Order order = order_of(queue.size());
-    std::mt19937 generator(std::random_device{}());
-    std::shuffle(order.begin() + range.begin, order.begin() + range.end, generator);
-    context.partition.keep(order);
     return nullptr;
 }
 

@@ -1,11 +1,8 @@
 #include "bridges/mpd/commands/queue_edit.h"
 
 #include <algorithm>
-#include <numeric>
 #include <optional>
-#include <vector>
 
-#include "bridges/mpd/ack.h"
 #include "bridges/mpd/partition.h"
 
 namespace vantro::mpd {
@@ -17,35 +14,28 @@ namespace {
 
 } // namespace
 
-uint32_t checked_position(const Queue &queue, std::string_view argument) {
+uint32_t checked_position(uint32_t size, std::string_view argument) {
     const uint32_t position = parse_unsigned(argument);
-    if (position >= queue.size()) {
+    if (position >= size) {
         refuse_position();
     }
     return position;
 }
 
-uint32_t position_of(const Queue &queue, std::string_view id) {
-    const std::optional<uint32_t> position = queue.position_of(parse_unsigned(id));
-    if (!position) {
-        throw Ack(AckCode::no_exist, "no such song in the queue");
-    }
-    return *position;
-}
-
-Range checked_range(const Queue &queue, std::string_view argument) {
+Range checked_range(uint32_t size, std::string_view argument) {
     Range range = parse_range(argument);
     const bool open = argument.find(':') != std::string_view::npos;
-    if (range.begin > queue.size() || (!open && range.begin == queue.size())) {
+    if (range.begin > size || (!open && range.begin == size)) {
         refuse_position();
     }
-    range.end = std::min(range.end, queue.size());
+    range.end = std::min(range.end, size);
     return range;
 }
 
 uint32_t place_of(Context &context, std::string_view argument, uint32_t most) {
     int64_t place = 0;
     if (argument.starts_with('+') || argument.starts_with('-')) {
+        context.partition.commit();
         const std::optional<int32_t> current = context.partition.current();
         if (!current) {
             throw Ack(AckCode::player_sync, "there is no current song");
@@ -65,11 +55,12 @@ QueueTarget target_of(Context &context, std::string_view argument) {
     if (argument.empty()) {
         return {};
     }
-    return {place_of(context, argument, context.partition.queue().size())};
+    return {place_of(context, argument, context.partition.draft().size())};
 }
 
 uint32_t add_nodes(Context &context, const std::string &nodes, const QueueTarget &target) {
     Partition &partition = context.partition;
+    partition.commit();
     const uint32_t before = partition.queue().size();
     partition.append(nodes);
     const uint32_t after = partition.queue().size();
@@ -77,21 +68,10 @@ uint32_t add_nodes(Context &context, const std::string &nodes, const QueueTarget
         return 0; // another client has changed the queue meanwhile
     }
     if (target.position < before) {
-        move_range(context, {before, after}, target.position);
+        partition.draft().move({before, after}, target.position);
+        partition.commit();
     }
     return after - before;
-}
-
-void move_range(Context &context, const Range &range, uint32_t to) {
-    std::vector<uint32_t> order(context.partition.queue().size());
-    std::iota(order.begin(), order.end(), 0u);
-    const auto begin = order.begin();
-    if (to < range.begin) {
-        std::rotate(begin + to, begin + range.begin, begin + range.end);
-    } else {
-        std::rotate(begin + range.begin, begin + range.end, begin + to + (range.end - range.begin));
-    }
-    context.partition.keep(order);
 }
 
 } // namespace vantro::mpd

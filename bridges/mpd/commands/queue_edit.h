@@ -3,11 +3,12 @@
 #define VANTRO_BRIDGES_MPD_COMMANDS_QUEUE_EDIT_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "bridges/mpd/ack.h"
 #include "bridges/mpd/command.h"
-#include "bridges/mpd/queue.h"
 #include "bridges/mpd/text.h"
 
 namespace vantro::mpd {
@@ -24,16 +25,21 @@ QueueTarget target_of(Context &context, std::string_view argument);
 // The place that the argument says, at most `most`. @throws Ack.
 uint32_t place_of(Context &context, std::string_view argument, uint32_t most);
 
-// The places of songs in the queue. @throws Ack where there are none.
-uint32_t checked_position(const Queue &queue, std::string_view argument);
-uint32_t position_of(const Queue &queue, std::string_view id);
-Range checked_range(const Queue &queue, std::string_view argument);
+// The places of songs in a queue, or in its draft. @throws Ack where there are none.
+uint32_t checked_position(uint32_t size, std::string_view argument);
+Range checked_range(uint32_t size, std::string_view argument);
+
+template <typename AnyQueue>
+uint32_t position_of(const AnyQueue &queue, std::string_view id) {
+    const std::optional<uint32_t> position = queue.position_of(parse_unsigned(id));
+    if (!position) {
+        throw Ack(AckCode::no_exist, "no such song in the queue");
+    }
+    return *position;
+}
 
 // Adds nodes, one a line, each with its source. @return how many songs were added.
 uint32_t add_nodes(Context &context, const std::string &nodes, const QueueTarget &target);
-
-// Moves a range so that it begins at that place of the queue without it.
-void move_range(Context &context, const Range &range, uint32_t to);
 
 } // namespace vantro::mpd
 

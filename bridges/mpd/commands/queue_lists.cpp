@@ -99,7 +99,7 @@ TaskPtr run_playlistinfo(Context &context, Arguments arguments) {
     if (arguments.empty()) {
         return list(context, Range(), Form::song);
     }
-    return list(context, checked_range(context.partition.queue(), arguments[0]), Form::song);
+    return list(context, checked_range(context.partition.queue().size(), arguments[0]), Form::song);
 }
 
 TaskPtr run_playlistid(Context &context, Arguments arguments) {
