@@ -15,6 +15,9 @@ namespace {
 
 constexpr std::string_view node_scheme = "node:";
 
+// Folders whose URIs are remembered.
+constexpr size_t folders_max = 4096;
+
 // Folders lie no deeper in the service.
 constexpr int depth_max = 256;
 
@@ -50,6 +53,7 @@ void Catalogue::be_at(uint64_t version) {
         version_ = version;
         sources_.clear();
         songs_.clear();
+        folders_.clear();
     }
 }
 
@@ -175,6 +179,26 @@ SongPtr Catalogue::find_song(Player &player, const NodeKey &folder, const std::s
     return nullptr;
 }
 
+std::optional<NodeKey> Catalogue::find_folder_in(Player &player, const NodeKey &folder,
+                                                 const std::string &uri) {
+    if (const auto known = folders_.find(uri); known != folders_.end()) {
+        return known->second;
+    }
+    const std::string_view name = std::string_view(uri).substr(uri.rfind('/') + 1);
+    NodeWalk walk = NodeWalk::below(folder, false);
+    const MediaNode *node = walk.next(player).node;
+    while (node && node->type == VANTRO_NODE_FOLDER) { // they come before the songs
+        if (text(node->name) == name) {
+            if (folders_.size() == folders_max) {
+                folders_.clear();
+            }
+            return folders_[uri] = {folder.source, std::string(text(node->id))};
+        }
+        node = walk.next(player).node;
+    }
+    return std::nullopt;
+}
+
 Catalogue::Place Catalogue::find_below(Player &player, const Source &source,
                                        std::string_view path) {
     Place place{Place::Kind::folder, {source.id, folders_menu}, source.directory, nullptr};
@@ -183,22 +207,17 @@ Catalogue::Place Catalogue::find_below(Player &player, const Source &source,
     }
     while (!path.empty()) {
         const size_t slash = path.find('/');
-        const std::string name(path.substr(0, slash));
+        const std::string uri = fmt::format("{}/{}", place.uri, path.substr(0, slash));
         path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
-        NodeWalk walk = NodeWalk::below(place.key, false);
-        const MediaNode *node = walk.next(player).node;
-        while (node && (node->type != VANTRO_NODE_FOLDER || text(node->name) != name)) {
-            node = node->type == VANTRO_NODE_FOLDER ? walk.next(player).node : nullptr;
-        }
-        const std::string uri = place.uri + '/' + name;
-        if (!node) {
+        std::optional<NodeKey> folder = find_folder_in(player, place.key, uri);
+        if (!folder) {
             const SongPtr song = path.empty() ? find_song(player, place.key, uri) : nullptr;
             if (!song) {
                 refuse_uri(uri);
             }
             return {Place::Kind::song, song->key, uri, song};
         }
-        place.key.id = text(node->id);
+        place.key = *std::move(folder);
         place.uri = uri;
     }
     return place;

@@ -3,8 +3,10 @@
 #define VANTRO_BRIDGES_MPD_CATALOGUE_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include <vantro/vantro.hpp>
@@ -55,6 +57,8 @@ class Catalogue {
     std::string uri_of(Player &player, const NodeKey &key, const std::string &path);
     const std::string &root_path(Player &player, int32_t source);
     Place find_below(Player &player, const Source &source, std::string_view path);
+    std::optional<NodeKey> find_folder_in(Player &player, const NodeKey &folder,
+                                          const std::string &uri);
     SongPtr find_song(Player &player, const NodeKey &folder, const std::string &uri);
     std::string directory_of(int32_t source);
 
@@ -62,6 +66,7 @@ class Catalogue {
     std::vector<Source> sources_;
     std::vector<Root> roots_;
     SongCache songs_;
+    std::unordered_map<std::string, NodeKey> folders_; // By their URIs; not all of them.
 };
 
 } // namespace vantro::mpd

@@ -66,7 +66,11 @@ void tell_track(Context &context, const Queue &queue, const VantroStateInfo &sta
     reply.number("songid", queue.entries()->at(position).id);
     const SongPtr song = song_at(context, queue, *index);
     if (state.state == VANTRO_STATE_PLAYING || state.state == VANTRO_STATE_PAUSED) {
-        const int64_t elapsed = checked(context.partition.player().position()).count();
+        const Result<Player::Milliseconds> told = context.partition.player().position();
+        if (refused(told, ENODATA)) {
+            return; // the session has ended just now
+        }
+        const int64_t elapsed = checked(told).count();
         reply.raw(
             fmt::format("time: {}:{}\n", (elapsed + 500) / 1000, (song->duration_ms + 500) / 1000));
         reply.pair("elapsed", format_seconds(elapsed));

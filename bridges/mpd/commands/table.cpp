@@ -74,6 +74,7 @@ constexpr Command commands[] = {
     {"save", 1, 2, run_read_only},
     {"search", 1, any_number, run_search},
     {"searchadd", 1, any_number, run_searchadd},
+    {"searchaddpl", 2, any_number, run_read_only},
     {"searchcount", 0, any_number, run_searchcount},
     {"seek", 2, 2, run_seek},
     {"seekcur", 1, 1, run_seekcur},
