@@ -25,7 +25,9 @@ const std::vector<std::string> &row_names() {
         for (int threads = 1; threads <= 8; ++threads) {
             all.push_back(fmt::format("putget_threads_{}", threads));
         }
-        for (const char *name : {"putget_clients_1",
+        for (const char *name : {"putget_paced_1ms",
+                                 "putget_paced_5ms",
+                                 "putget_clients_1",
                                  "putget_clients_1000",
                                  "play",
                                  "command_changes_0",

@@ -188,6 +188,15 @@ Apart::~Apart() {
     child_processor = -1;
 }
 
+Together::Together() {
+    sched_getaffinity(0, sizeof before_, &before_);
+    run_on(sched_getcpu());
+}
+
+Together::~Together() {
+    sched_setaffinity(0, sizeof before_, &before_);
+}
+
 std::string program_beside(const std::string &name) {
     std::error_code error;
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);

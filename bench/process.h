@@ -55,6 +55,18 @@ class Apart {
     cpu_set_t before_;
 };
 
+// While the object lives, this process and the children that it starts run on one processor.
+class Together {
+  public:
+    Together();
+    ~Together();
+    Together(const Together &) = delete;
+    Together &operator=(const Together &) = delete;
+
+  private:
+    cpu_set_t before_;
+};
+
 // Lets the calling thread run on every processor again, also below an Apart.
 void run_anywhere();
 

@@ -4,10 +4,12 @@
 #include <cstring>
 #include <latch>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <vector>
 
 #include <vantro/messaging.h>
+#include <vantro/platform/message.h>
 
 #include <fmt/format.h>
 
@@ -146,6 +148,44 @@ void thread_rows(Run &run) {
     }
 }
 
+// What a client that works between its calls pays. Without hand-over each call wakes a processor
+// that has gone to sleep meanwhile. The floor has both its sides on one processor, and works as
+// long.
+void paced_rows(Run &run) {
+    for (const int milliseconds : {1, 5}) {
+        const std::string name = fmt::format("putget_paced_{}ms", milliseconds);
+        if (!run.wants(name)) {
+            continue;
+        }
+        const auto paced = [milliseconds](const auto &exchange) {
+            return [milliseconds, &exchange](size_t count, Samples &samples) {
+                for (size_t i = 0; i < count; ++i) {
+                    for (const int64_t begin = now_ns(); now_ns() - begin < milliseconds * 1e6;) {
+                    }
+                    exchange(1, samples);
+                }
+            };
+        };
+        std::optional<Together> together(std::in_place);
+        Floor floor;
+        const Batch floor_exchange = floor.batch();
+        const Batch work_on_floor = paced(floor_exchange);
+        together.reset();
+        const Server server(many_server_threads);
+        const Client client = connect();
+        const Batch exchange = each([&] { exchange_small(client.get()); });
+        const std::vector<Samples> found = alternate({[&](size_t count, Samples &samples) {
+                                                          const Together one_processor;
+                                                          work_on_floor(count, samples);
+                                                      },
+                                                      paced(exchange)},
+                                                     run.iterations_or(1000), batch_size);
+        run.add(name, found[1], found[0].percentile_us(0.5), many_server_threads);
+        const double tail = found[1].percentile_us(0.99) / found[0].percentile_us(0.99);
+        run.rows.back().note = fmt::format("the floor on one processor; of its p99 {:.2f}", tail);
+    }
+}
+
 // A server with so many connected clients. Each batch is done by the next client.
 class Crowd {
   public:
@@ -193,13 +233,16 @@ void putget_rows(Run &run) {
     large_row(run, "putget_64k", 64 * 1024, 5000);
     large_row(run, "putget_1m", large_bytes, 1000);
     thread_rows(run);
+    paced_rows(run);
     client_rows(run);
 }
 
 int serve_putget(int threads, const char *instance) {
     MsgServer *server = msgserver_create(1024, 16, MSGSERVER_FLAG_PATH);
-    if (!server || msgserver_add(server, service_name, instance, nullptr, 1024, answer, nullptr,
-                                 nullptr) < 0) {
+    // As vantrod does.
+    const bool handed_over = server && (threads == 1 || channel_hand_over(server->channel) == 0);
+    if (!handed_over || msgserver_add(server, service_name, instance, nullptr, 1024, answer,
+                                      nullptr, nullptr) < 0) {
         std::perror("vantro-bench: the bench's own service");
         return 1;
     }

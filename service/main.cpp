@@ -29,6 +29,7 @@
 #include "service/memory_return.h"
 #include "service/options.h"
 #include "service/playback/players.h"
+#include "service/reload.h"
 #include "service/requests/answers.h"
 #include "service/requests/handlers.h"
 #include "service/scan_report.h"
@@ -92,18 +93,21 @@ std::string check_music(const std::vector<std::string> &directories) {
     return "";
 }
 
-// Waits for SIGTERM or SIGINT, then stops the server. Both signals are blocked in
-// every thread, so that they arrive here and nowhere else.
+// Waits for SIGTERM or SIGINT, then stops the server; at SIGHUP it reads the configuration again.
+// The signals are blocked in every thread, so that they arrive here and nowhere else.
 class Ending {
   public:
-    explicit Ending(Server &server) {
+    Ending(Server &server, Reload &reload) {
         sigemptyset(&signals_);
         sigaddset(&signals_, SIGTERM);
         sigaddset(&signals_, SIGINT);
+        sigaddset(&signals_, SIGHUP);
         pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
-        thread_ = std::thread([this, &server] {
+        thread_ = std::thread([this, &server, &reload] {
             int signal = 0;
-            sigwait(&signals_, &signal);
+            while (sigwait(&signals_, &signal) == 0 && signal == SIGHUP) {
+                reload.run();
+            }
             asked_ = true;
             service_manager::tell_stopping();
             server.stop();
@@ -178,7 +182,19 @@ void tell_ready(int64_t tracks, const Options &options) {
     service_manager::tell_ready();
 }
 
-int serve(const Options &options) {
+// What would be used, an option a line.
+int print_settings(const Options &options) {
+    if (const std::string error = check_music(options.music); !error.empty()) {
+        return fail(error);
+    }
+    for (const config::Setting &each : options.settings) {
+        fmt::print("{}{}{}  # {}\n", each.value.empty() ? "#" : "", each.key,
+                   each.value.empty() ? "" : " = " + each.value, each.origin);
+    }
+    return EXIT_SUCCESS;
+}
+
+int serve(const Options &options, Reload &reload) {
     if (const std::string error = check_music(options.music); !error.empty()) {
         return fail(error);
     }
@@ -188,7 +204,7 @@ int serve(const Options &options) {
         return fail(error);
     }
 
-    const Ending ending(server); // before any thread starts, which would take the signals
+    const Ending ending(server, reload); // before any thread starts, which would take the signals
     std::unique_ptr<catalogue::Store> store;
     const auto scanned = [&store] {
         const int64_t tracks = store->song_count();
@@ -226,10 +242,12 @@ int serve(const Options &options) {
     error = server.run(options.threads, [&] {
         tell_ready(store->song_count(), options);
         store->start_scanning();
+        reload.set_rescan([&store] { store->rescan(); });
         if (options.music.empty()) {
             scanned();
         }
     });
+    reload.set_rescan(nullptr);
     requests::set_handling(nullptr);
     store->stop_scanning(); // while what it reports to is still there
     return error.empty() ? EXIT_SUCCESS : fail(error);
@@ -244,13 +262,22 @@ int main(int argc, char **argv) {
         if (!parse_options(argc, argv, options, exit_code)) {
             return exit_code;
         }
-        if (options.list_audio_devices) {
+        if (options.task == Task::print_config) {
+            fmt::print("{}", options.config);
+            return EXIT_SUCCESS;
+        }
+        if (options.task == Task::check_config) {
+            return print_settings(options);
+        }
+        if (options.task == Task::list_audio_devices) {
             return list_audio_devices();
         }
+        system_log_set_level(options.log_level);
         // The process that reads standard output may have ended.
         std::signal(SIGPIPE, SIG_IGN);
         raise_descriptor_limit();
-        return serve(options);
+        Reload reload(argc, argv, options.settings, log_line);
+        return serve(options, reload);
     } catch (const std::exception &error) {
         return fail(error.what());
     }

@@ -5,12 +5,16 @@
 #include <cstdint>
 #include <cstdio>
 #include <iterator>
+#include <memory>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <vantro/platform/log.h>
 #include <vantro/protocol.h>
 #include <vantro/version.h>
+
+#include "service/config/config_file.h"
 
 namespace vantro::service {
 
@@ -123,6 +127,10 @@ struct Word {
 
 constexpr Word<Audio> audio_words[] = {
     {"auto", Audio::automatic}, {"mpv", Audio::mpv}, {"clock", Audio::clock}};
+constexpr Word<int> log_levels[] = {
+    {"error", LOG_SEVERITY_ERROR},   {"warning", LOG_SEVERITY_WARNING},
+    {"notice", LOG_SEVERITY_NOTICE}, {"info", LOG_SEVERITY_INFO},
+    {"debug", LOG_SEVERITY_DEBUG},   {"trace", LOG_SEVERITY_TRACE}};
 constexpr Word<const char *> replaygain_words[] = {
     {"track", "track"}, {"album", "album"}, {"off", "no"}};
 
@@ -139,32 +147,6 @@ auto one_of(const Words &words) {
                    ? ""
                    : fmt::format("'{}' is none of its values", text);
     };
-}
-
-// What the options of sound are given.
-struct AudioTexts {
-    std::string audio = "auto";
-    std::string replaygain = "off";
-    std::vector<std::string> devices;
-};
-
-void add_audio_options(CLI::App &app, AudioTexts &texts, bool &list_devices) {
-    app.add_option("--audio", texts.audio,
-                   "mpv, clock (nothing is heard), or auto: mpv where an output opens, else clock "
-                   "(default: auto)")
-        ->type_name("HOW")
-        ->check(one_of(audio_words));
-    app.add_option("--audio-device", texts.devices,
-                   "Output, as --list-audio-devices names it, of all players or of one; 'null' "
-                   "plays to nobody, 'pcm/FILE' writes a WAV file; may be given several times")
-        ->type_name("[PLAYER=]NAME")
-        ->allow_extra_args(false);
-    app.add_option("--replaygain", texts.replaygain,
-                   "Loudness as the files state it: track, album or off (default: off)")
-        ->type_name("HOW")
-        ->check(one_of(replaygain_words));
-    app.add_flag("--list-audio-devices", list_devices,
-                 "Prints the outputs that there are, and ends");
 }
 
 // Under permission bits, those users may follow who may connect, which takes reading and writing.
@@ -195,82 +177,197 @@ std::string permissions_of(const std::string &perms, const std::string &uid,
     return permissions;
 }
 
-bool refuse(const std::string &what, int &exit_code) {
-    fmt::print(stderr, "vantrod: {}\nTry 'vantrod --help'.\n", what);
-    exit_code = exit_usage;
-    return false;
+// What the options are given, as long as it is not checked as a whole.
+struct Texts {
+    std::string perms;
+    std::string uid;
+    std::string gid;
+    std::string threads;
+    std::string audio = "auto";
+    std::string replaygain = "off";
+    std::vector<std::string> devices;
+    std::string log_level = "trace";
+    bool list_devices = false;
+    bool check_config = false;
+    bool print_config = false;
+};
+
+class Parser {
+  public:
+    explicit Parser(Options &options);
+
+    // Returns what is wrong, or "". Throws CLI::Success where what was asked for is to be printed.
+    std::string parse(int argc, char **argv);
+    int print(const CLI::Success &success) { return app_.exit(success); }
+
+  private:
+    void add_players();
+    void add_access();
+    void add_audio();
+    void add_running();
+    void add_config();
+    std::string finish();
+
+    CLI::App app_{"Hosts named players that play directories of music.", "vantrod"};
+    Options &options_;
+    Texts texts_;
+    std::shared_ptr<config::ConfigFile> file_ = std::make_shared<config::ConfigFile>(app_);
+};
+
+Parser::Parser(Options &options) : options_(options) {
+    app_.set_version_flag("--version", "vantrod " VANTRO_VERSION)->configurable(false);
+    add_players();
+    add_access();
+    add_audio();
+    add_running();
+    add_config();
+}
+
+void Parser::add_players() {
+    app_.add_option("--music", options_.music, "Directory of music; may be given several times")
+        ->type_name("DIR")
+        ->allow_extra_args(false);
+    app_.add_option("--player", options_.players,
+                    "Name of a player to host; may be given several times (default: main)")
+        ->type_name("NAME")
+        ->allow_extra_args(false)
+        ->check(check_player);
+    app_.add_option("--state", options_.state,
+                    "Directory for the catalogue (default: $XDG_STATE_HOME/vantro, else "
+                    "~/.local/state/vantro)")
+        ->type_name("DIR");
+}
+
+void Parser::add_access() {
+    CLI::Option *const perms =
+        app_.add_option("--perms", texts_.perms, "Permission bits that clients need (default: 666)")
+            ->type_name("OCTAL")
+            ->check(check_permissions);
+    app_.add_option("--uid", texts_.uid, "User that owns the service (default: who starts it)")
+        ->type_name("N")
+        ->check(check_id);
+    app_.add_option("--gid", texts_.gid, "Group of the service (default: of who starts it)")
+        ->type_name("N")
+        ->check(check_id);
+    app_.add_option("--require", options_.capabilities,
+                    "Capabilities that clients must hold, instead of permission bits; then only "
+                    "owner and, where it is named, group may follow the players")
+        ->type_name("CAP[,CAP]")
+        ->check(check_capabilities)
+        ->excludes(perms);
+}
+
+void Parser::add_audio() {
+    app_.add_option("--audio", texts_.audio,
+                    "mpv, clock (nothing is heard), or auto: mpv where an output opens, else clock "
+                    "(default: auto)")
+        ->type_name("HOW")
+        ->check(one_of(audio_words));
+    app_.add_option("--audio-device", texts_.devices,
+                    "Output, as --list-audio-devices names it, of all players or of one; 'null' "
+                    "plays to nobody, 'pcm/FILE' writes a WAV file; may be given several times")
+        ->type_name("[PLAYER=]NAME")
+        ->allow_extra_args(false);
+    app_.add_option("--replaygain", texts_.replaygain,
+                    "Loudness as the files state it: track, album or off (default: off)")
+        ->type_name("HOW")
+        ->check(one_of(replaygain_words));
+    app_.add_flag("--list-audio-devices", texts_.list_devices,
+                  "Prints the outputs that there are, and ends")
+        ->configurable(false);
+}
+
+void Parser::add_running() {
+    app_.add_option("--threads", texts_.threads,
+                    fmt::format("Threads that answer requests, 1 to {} (default: {})", threads_max,
+                                options_.threads))
+        ->type_name("N")
+        ->check(check_threads);
+    app_.add_option("--log-level", texts_.log_level,
+                    "The least severe lines that are logged: error, warning, notice, info, debug "
+                    "or trace (default: trace)")
+        ->type_name("LEVEL")
+        ->check(one_of(log_levels));
+}
+
+void Parser::add_config() {
+    app_.set_config("--config", config::default_file(),
+                    "File with options, in TOML (default: /etc/vantro/vantrod.toml, else "
+                    "$XDG_CONFIG_HOME/vantro/vantrod.toml)")
+        ->type_name("FILE");
+    app_.config_formatter(file_);
+    app_.add_flag("--check-config", texts_.check_config,
+                  "Checks the options and the file, prints what would be used, and ends")
+        ->configurable(false);
+    app_.add_flag("--print-config", texts_.print_config,
+                  "Prints a file with all options as they are given, and ends")
+        ->configurable(false);
+}
+
+std::string Parser::parse(int argc, char **argv) {
+    try {
+        app_.parse(argc, argv);
+    } catch (const CLI::Success &) {
+        throw;
+    } catch (const CLI::FileError &) {
+        return fmt::format("--config: cannot read '{}'", app_["--config"]->as<std::string>());
+    } catch (const CLI::ParseError &error) {
+        return file_->placed(error.what());
+    }
+    const std::string error = finish();
+    options_.settings = file_->settings();
+    if (texts_.print_config) {
+        options_.task = Task::print_config;
+        options_.config = file_->to_config(&app_, true, true, "");
+    } else if (texts_.check_config) {
+        options_.task = Task::check_config;
+    } else if (texts_.list_devices) {
+        options_.task = Task::list_audio_devices;
+    }
+    return file_->placed(error);
+}
+
+std::string Parser::finish() {
+    if (std::string error = check_lists(options_.music, options_.players); !error.empty()) {
+        return error;
+    }
+    if (options_.players.empty()) {
+        options_.players.emplace_back("main");
+    }
+    if (std::string error = read_devices(texts_.devices, options_); !error.empty()) {
+        return error;
+    }
+    options_.audio = find_word(audio_words, texts_.audio)->value;
+    options_.replaygain = find_word(replaygain_words, texts_.replaygain)->value;
+    options_.log_level = find_word(log_levels, texts_.log_level)->value;
+    if (!texts_.threads.empty()) {
+        read_number(texts_.threads, 10, 1, threads_max, options_.threads);
+    }
+    options_.readers =
+        readers_of(texts_.perms, texts_.uid, texts_.gid, !options_.capabilities.empty());
+    options_.permissions = permissions_of(texts_.perms, texts_.uid, texts_.gid);
+    return "";
 }
 
 } // namespace
 
 bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
-    CLI::App app{"Hosts named players that play directories of music.", "vantrod"};
-    std::string perms;
-    std::string uid;
-    std::string gid;
-    std::string threads;
-    AudioTexts audio;
-    app.set_version_flag("--version", "vantrod " VANTRO_VERSION);
-    app.add_option("--music", options.music, "Directory of music; may be given several times")
-        ->type_name("DIR")
-        ->allow_extra_args(false);
-    app.add_option("--player", options.players,
-                   "Name of a player to host; may be given several times (default: main)")
-        ->type_name("NAME")
-        ->allow_extra_args(false)
-        ->check(check_player);
-    app.add_option("--state", options.state,
-                   "Directory for the catalogue (default: $XDG_STATE_HOME/vantro, else "
-                   "~/.local/state/vantro)")
-        ->type_name("DIR");
-    CLI::Option *const perms_option =
-        app.add_option("--perms", perms, "Permission bits that clients need (default: 666)")
-            ->type_name("OCTAL")
-            ->check(check_permissions);
-    app.add_option("--uid", uid, "User that owns the service (default: who starts it)")
-        ->type_name("N")
-        ->check(check_id);
-    app.add_option("--gid", gid, "Group of the service (default: of who starts it)")
-        ->type_name("N")
-        ->check(check_id);
-    app.add_option("--require", options.capabilities,
-                   "Capabilities that clients must hold, instead of permission bits; then only "
-                   "owner and, where it is named, group may follow the players")
-        ->type_name("CAP[,CAP]")
-        ->check(check_capabilities)
-        ->excludes(perms_option);
-    app.add_option("--threads", threads,
-                   fmt::format("Threads that answer requests, 1 to {} (default: {})", threads_max,
-                               options.threads))
-        ->type_name("N")
-        ->check(check_threads);
-    add_audio_options(app, audio, options.list_audio_devices);
+    Parser parser(options);
     try {
-        app.parse(argc, argv);
+        const std::string error = parser.parse(argc, argv);
+        if (error.empty()) {
+            return true;
+        }
+        fmt::print(stderr, "vantrod: {}\nTry 'vantrod --help'.\n", error);
+        exit_code = exit_usage;
     } catch (const CLI::Success &success) {
-        exit_code = app.exit(success);
-        return false;
-    } catch (const CLI::ParseError &error) {
-        return refuse(error.what(), exit_code);
+        exit_code = parser.print(success);
     }
+    return false;
+}
 
-    if (const std::string error = check_lists(options.music, options.players); !error.empty()) {
-        return refuse(error, exit_code);
-    }
-    if (options.players.empty()) {
-        options.players.emplace_back("main");
-    }
-    if (const std::string error = read_devices(audio.devices, options); !error.empty()) {
-        return refuse(error, exit_code);
-    }
-    options.audio = find_word(audio_words, audio.audio)->value;
-    options.replaygain = find_word(replaygain_words, audio.replaygain)->value;
-    if (!threads.empty()) {
-        read_number(threads, 10, 1, threads_max, options.threads);
-    }
-    options.readers = readers_of(perms, uid, gid, !options.capabilities.empty());
-    options.permissions = permissions_of(perms, uid, gid);
-    return true;
+std::string read_options_again(int argc, char **argv, Options &options) {
+    return Parser(options).parse(argc, argv); // it did not ask for help the first time
 }
 
 } // namespace vantro::service

@@ -1,12 +1,17 @@
-// What vantrod is told on its command line.
+// What vantrod is told on its command line and in its configuration file.
 #ifndef VANTRO_SERVICE_OPTIONS_H
 #define VANTRO_SERVICE_OPTIONS_H
 
+#include <algorithm>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include <vantro/platform/log.h>
 #include <vantro/platform/objects.h>
+
+#include "service/config/setting.h"
 
 namespace vantro::service {
 
@@ -21,6 +26,8 @@ inline constexpr int threads_max = 64;
 
 enum class Audio { automatic, mpv, clock };
 
+enum class Task { serve, list_audio_devices, check_config, print_config };
+
 struct Options {
     std::vector<std::string> music;
     std::string state; // "" for the default place
@@ -29,18 +36,27 @@ struct Options {
     std::string permissions;  // as msgserver_add() takes them
     // Who may follow the players: those who may connect, as far as a file can say it.
     object_readers readers = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0444};
-    int threads = 4;
+    // A service that hands over has two threads more than there are processors.
+    int threads =
+        std::clamp(static_cast<int>(std::thread::hardware_concurrency()) + 2, 4, threads_max);
 
     Audio audio = Audio::automatic;
     // By the player's name; "" for every other player. As MpvOptions::device.
     std::map<std::string, std::string> audio_devices;
     std::string replaygain = "no"; // as mpv has it
-    bool list_audio_devices = false;
+    int log_level = LOG_SEVERITY_TRACE;
+
+    Task task = Task::serve;
+    std::vector<config::Setting> settings; // every option, and where it comes from
+    std::string config;                    // a whole file, where that is the task
 };
 
 // Reads the command line. Returns true to go on; otherwise the program ends with `exit_code`, and
 // what there was to say has been said.
 bool parse_options(int argc, char **argv, Options &options, int &exit_code);
+
+// The same command line once more, when the file may have changed. Returns what is wrong, or "".
+std::string read_options_again(int argc, char **argv, Options &options);
 
 } // namespace vantro::service
 

@@ -54,6 +54,8 @@ std::string Server::attach(const Options &options) {
         return fmt::format("cannot make a message server: {}", std::strerror(errno));
     }
 
+    // Where it cannot, which costs time only, threads wait where they are.
+    channel_hand_over(the_server->channel);
     if (!global_name_attach(the_server->dispatch, only_one, 0)) {
         return cannot_attach(errno);
     }

@@ -1,11 +1,19 @@
 #include "service/service_manager.h"
 
+#include <ctime>
 #include <systemd/sd-daemon.h>
 
 namespace vantro::service::service_manager {
 
 void tell_ready() {
     sd_notify(0, "READY=1");
+}
+
+void tell_reloading() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    sd_notifyf(0, "RELOADING=1\nMONOTONIC_USEC=%lld",
+               static_cast<long long>(now.tv_sec) * 1'000'000 + now.tv_nsec / 1000);
 }
 
 void tell_status(const std::string &status) {

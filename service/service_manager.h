@@ -9,6 +9,8 @@ namespace vantro::service::service_manager {
 
 // Clients are served from now on.
 void tell_ready();
+// The configuration is read again; tell_ready() is to follow.
+void tell_reloading();
 // One line for people.
 void tell_status(const std::string &status);
 void tell_stopping();

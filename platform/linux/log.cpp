@@ -1,6 +1,7 @@
 // The log: a sink of the program's own, else the host's log daemon, else standard error.
 #include <vantro/platform/log.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <sys/socket.h>
@@ -17,6 +18,8 @@
 namespace {
 
 using vantro::platform::KeepErrno;
+
+std::atomic<int> log_level = LOG_SEVERITY_TRACE;
 
 struct Sink {
     vantro::SharedMutex lock;
@@ -68,6 +71,9 @@ void write_to_host(uint32_t code, int severity, const char *line) {
 } // namespace
 
 void system_log(uint32_t code, int severity, const char *format, ...) {
+    if (severity > log_level.load(std::memory_order_relaxed) && severity <= LOG_SEVERITY_TRACE) {
+        return;
+    }
     const KeepErrno keep;
     char line[SYSTEM_LOG_LINE];
     va_list arguments;
@@ -81,6 +87,10 @@ void system_log(uint32_t code, int severity, const char *format, ...) {
     } else {
         write_to_host(code, severity, line);
     }
+}
+
+void system_log_set_level(int severity) {
+    log_level = severity;
 }
 
 void system_log_set_sink(system_log_sink function, void *data) {

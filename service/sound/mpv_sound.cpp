@@ -8,6 +8,8 @@
 
 #include <vantro/catalogue.h>
 
+#include "service/free_thread.h"
+
 namespace vantro::service::sound {
 
 namespace {
@@ -49,7 +51,7 @@ void MpvSound::look() noexcept {
         if (thread_.joinable()) {
             thread_.join(); // it has nothing left to do
         }
-        thread_ = std::thread([this] { run(); });
+        thread_ = start_free_thread([this] { run(); });
         running_ = true;
     } catch (const std::exception &) {
         // No thread is to be had. The next look tries again; one comes with every command.

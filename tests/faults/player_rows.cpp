@@ -138,23 +138,24 @@ Row list(const char *name, int (*call)(Handle, int *, Record **), void (*release
 }
 
 // Lists records and what is known of them: nothing is written, and nothing lost, where it fails.
-std::string browse_described(Scene &scene) {
-    Handle player = scene.player();
-    MediaNode *nodes = nullptr;
-    Metadata *metadata = nullptr;
-    int count = 0;
-    if (scene.faulted([&] {
-            return vantro_browse_metadata(player, 1, "songs", 0, &count, &nodes, &metadata);
-        }) != 0) {
-        return count == 0 && !nodes && !metadata ? "failed" : "failed, and wrote";
-    }
-    std::string told = std::to_string(count);
-    for (int i = 0; i < count; ++i) {
-        told += std::string(nodes[i].name) + std::to_string(metadata[i].duration);
-    }
-    vantro_free_media_nodes(nodes, count);
-    vantro_free_metadata(metadata, count);
-    return told;
+Row described(const char *name, int (*call)(Handle, int *, MediaNode **, Metadata **)) {
+    return {name, [=](Scene &scene) {
+                Handle player = scene.player();
+                MediaNode *nodes = nullptr;
+                Metadata *metadata = nullptr;
+                int count = 0;
+                if (scene.faulted([&] { return call(player, &count, &nodes, &metadata); }) != 0) {
+                    const bool wrote = count != 0 || nodes || metadata;
+                    return std::string(wrote ? "failed, and wrote" : "failed");
+                }
+                std::string told = std::to_string(count);
+                for (int i = 0; i < count; ++i) {
+                    told += std::string(nodes[i].name) + std::to_string(metadata[i].duration);
+                }
+                vantro_free_media_nodes(nodes, count);
+                vantro_free_metadata(metadata, count);
+                return told;
+            }};
 }
 
 std::string list_players(Scene &scene) {
@@ -276,7 +277,18 @@ Rows player_rows() {
             "vantro_get_trksession_tracks",
             [](auto h, auto *n, auto **to) { return vantro_get_trksession_tracks(h, 1, 0, n, to); },
             nodes),
-        {"vantro_browse_metadata", browse_described},
+        described("vantro_browse_metadata",
+                  [](auto h, auto *n, auto **to, auto **known) {
+                      return vantro_browse_metadata(h, 1, "songs", 0, n, to, known);
+                  }),
+        described("vantro_search_metadata",
+                  [](auto h, auto *n, auto **to, auto **known) {
+                      return vantro_search_metadata(h, 1, "", "song", 0, n, to, known);
+                  }),
+        described("vantro_get_trksession_tracks_metadata",
+                  [](auto h, auto *n, auto **to, auto **known) {
+                      return vantro_get_trksession_tracks_metadata(h, 1, 0, n, to, known);
+                  }),
         {"vantro_list_players", list_players},
         {"vantro_get_extended_metadata", get_extended}};
 }

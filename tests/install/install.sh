@@ -19,7 +19,17 @@ export XDG_RUNTIME_DIR=$scratch/runtime
 mkdir -m 0700 "$XDG_RUNTIME_DIR"
 version=$(sed -n 's/^#define VANTRO_VERSION "\(.*\)"$/\1/p' "$prefix/include/vantro/version.h")
 
-for program in vantrod vantroctl vantro-grantor vantro-mpd; do
+programs='vantrod vantroctl vantro-grantor'
+pages='man1/vantrod.1 man1/vantroctl.1 man8/vantro-grantor.8'
+if grep -q '^VANTRO_BUILD_MPRIS:BOOL=\(ON\|1\)$' "$build/CMakeCache.txt"; then
+    programs+=' vantro-mpris'
+    pages+=' man1/vantro-mpris.1'
+fi
+if grep -q '^VANTRO_BUILD_MPD:BOOL=\(ON\|1\)$' "$build/CMakeCache.txt"; then
+    programs+=' vantro-mpd'
+    pages+=' man1/vantro-mpd.1'
+fi
+for program in $programs; do
     said=$("$prefix/bin/$program" --version) || fail "$program does not start"
     [ "$said" = "$program $version" ] || fail "$program says '$said', the header $version"
 done
@@ -68,7 +78,7 @@ status=0
 
 "$source/scripts/check-examples" "$prefix"
 
-for page in man1/vantrod.1 man1/vantroctl.1 man8/vantro-grantor.8; do
+for page in $pages; do
     grep -q '^\.SH OPTIONS' "$prefix/share/man/$page" || fail "no manual page $page"
 done
 

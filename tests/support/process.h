@@ -32,13 +32,14 @@ inline void become_plain_user() {
     }
 }
 
-// The runtime directory of every process that the test starts; their state lies below it.
+// The runtime directory of every process that the test starts; what else they keep lies below it.
 class RuntimeDirectory : public testing::Test {
   protected:
     void SetUp() override {
         ASSERT_NE(mkdtemp(path_.data()), nullptr);
         setenv("XDG_RUNTIME_DIR", path_.c_str(), 1);
         setenv("XDG_STATE_HOME", (path_ + "/state").c_str(), 1);
+        setenv("XDG_CONFIG_HOME", (path_ + "/config").c_str(), 1);
     }
     void TearDown() override { std::filesystem::remove_all(path_); }
 

@@ -130,13 +130,20 @@ bool destroyed(const Channel &channel) {
     return channel.destroyed;
 }
 
-// The event that a wait takes from the channel's epoll set. A thread can be cancelled when the
+// The event that a wait takes from the thread's post. A thread can be cancelled when the
 // kernel has handed it an event and before it knows: an edge that nobody else would be told then.
 // The end of this object hands it on.
 class TakenEvent {
   public:
+    explicit TakenEvent(Channel &channel) : channel_(channel) {}
     ~TakenEvent() {
-        if (!kept_ && event.events != 0) {
+        if (kept_ || event.events == 0) {
+            return;
+        }
+        const MutexLock guard(server_lock);
+        if (channel_.posts.hands_over()) {
+            channel_.posts.tell_again(event.data.u64);
+        } else {
             Server::instance().tell_again(Source::unpack(event.data.u64));
         }
     }
@@ -145,15 +152,16 @@ class TakenEvent {
     struct epoll_event event = {};
 
   private:
+    Channel &channel_;
     bool kept_ = false;
 };
 
 // Waits for one event; the only cancellation point of a receive.
-int wait_for_event(const Channel &channel, const CancelDisabled &cancel,
-                   struct epoll_event &event) {
-    TakenEvent taken;
+int wait_for_event(Channel &channel, const CancelDisabled &cancel, struct epoll_event &event) {
+    const int post = my_post(channel);
+    TakenEvent taken(channel);
     pthread_setcancelstate(cancel.previous(), nullptr);
-    const int ready = ::epoll_wait(channel.epoll.get(), &taken.event, 1, -1);
+    const int ready = ::epoll_wait(post, &taken.event, 1, -1);
     const KeepErrno keep;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     taken.keep();
@@ -174,21 +182,17 @@ void forget_current(int receive_id) {
 static int make_channel(unsigned flags) {
     Server &server = Server::instance();
     const auto channel = std::make_shared<Channel>();
-    channel->epoll.reset(::epoll_create1(EPOLL_CLOEXEC));
-    if (!channel->epoll) {
+    if (!channel->posts.make()) {
         return -1;
     }
     channel->wake.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE));
     if (!channel->wake) {
         return -1;
     }
-    struct epoll_event event = {};
-    event.events = EPOLLIN;
-    event.data.u64 = Source{Source::system_pulse}.pack();
-    if (::epoll_ctl(channel->epoll.get(), EPOLL_CTL_ADD, channel->wake.get(), &event) != 0) {
+    const MutexLock guard(server_lock);
+    if (!channel->posts.watch(channel->wake.get(), wake_watched)) {
         return -1;
     }
-    const MutexLock guard(server_lock);
     channel->flags = flags;
     channel->number = make_number(NumberKind::channel, ++server.last_channel);
     server.channels.emplace(channel->number, channel);
@@ -232,6 +236,9 @@ int channel_destroy(int number) {
     const uint64_t all_threads = INT_MAX;
     [[maybe_unused]] const ssize_t written =
         ::write(channel->wake.get(), &all_threads, sizeof all_threads);
+    if (channel->posts.hands_over()) {
+        channel->posts.end();
+    }
     return 0;
 }
 
@@ -286,6 +293,8 @@ int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_inf
         case Source::new_client:
             accept_client(*channel, source.serial);
             break;
+        case Source::channel_end:
+            return fail(EBADF);
         case Source::client_control:
             serve_control(source);
             break;
@@ -339,10 +348,8 @@ int listen_on(int number, const std::string &place, int attachment) {
     }
     refuse_descriptors(listener->socket.get());
     const MutexLock guard(server_lock);
-    struct epoll_event event = {};
-    event.events = EPOLLIN;
-    event.data.u64 =
-        Source{Source::new_client, static_cast<uint16_t>(channel->listeners.size()), 0, 0}.pack();
+    const Source source = {Source::new_client, static_cast<uint16_t>(channel->listeners.size()), 0,
+                           0};
     if (channel->destroyed) {
         return fail(EBADF);
     }
@@ -351,7 +358,7 @@ int listen_on(int number, const std::string &place, int attachment) {
     }
     const int socket = listener->socket.get();
     channel->listeners.push_back(std::move(listener));
-    if (::epoll_ctl(channel->epoll.get(), EPOLL_CTL_ADD, socket, &event) != 0) {
+    if (!channel->posts.watch(socket, {EPOLLIN, source.pack()})) {
         const KeepErrno keep;
         channel->listeners.pop_back();
         return -1;

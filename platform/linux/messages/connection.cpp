@@ -3,9 +3,11 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <new>
 #include <utility>
@@ -35,6 +37,22 @@ void after_fork_in_child() RELEASE(connections_lock) {
         new (std::nothrow) std::shared_ptr<Connection>(connection);
     }
     connections_lock.unlock();
+}
+
+// Processors that may have lanes of their own. Those of a client that wanders over more share them.
+constexpr int homes_max = 8;
+
+// The processor that the calling thread runs on; -1 where a lane of its own processor would not
+// help. A real-time thread must not wait for a thread that its own processor's other real-time
+// threads hold up.
+int this_processor() {
+    thread_local const bool is_real_time = [] {
+        const KeepErrno keep;
+        const int policy = ::sched_getscheduler(0) & ~SCHED_RESET_ON_FORK;
+        return policy == SCHED_FIFO || policy == SCHED_RR;
+    }();
+    const int processor = is_real_time ? -1 : ::sched_getcpu();
+    return processor < 64 ? processor : -1;
 }
 
 // Whether a request ended with its connection as good as before, and without its answer.
@@ -146,23 +164,51 @@ void Connection::mark_lost() {
     changed_.notify_all();
 }
 
-int Connection::take_lane() {
+int Connection::choose_lane(int processor) const {
+    const int last = idle_count_ - 1; // the one used last
+    if (!hands_over_) {
+        return last;
+    }
+    int unclaimed = -1;
+    for (int i = last; i >= 0; --i) {
+        const int home = idle_[static_cast<size_t>(i)].home;
+        if (home == processor) {
+            return i;
+        }
+        unclaimed = home < 0 && unclaimed < 0 ? i : unclaimed;
+    }
+    if (unclaimed >= 0) {
+        return unclaimed;
+    }
+    const bool wishes = (processor < 0 || !(homes_ >> processor & 1)) && !wish_refused_ &&
+                        std::popcount(homes_) < homes_max;
+    return wishes && may_grow() && !control_busy_ ? -1 : last;
+}
+
+int Connection::take_lane(PooledLane &lane) {
+    const int processor = hands_over_ ? this_processor() : -1;
     const MutexLock guard(lock_);
     std::optional<Deadline> deadline;
     for (;;) {
         if (state_ == State::lost) {
             return fail(ECONNRESET);
         }
-        if (idle_count_ > 0) {
-            return idle_[static_cast<size_t>(--idle_count_)];
+        if (const int chosen = choose_lane(processor); chosen >= 0) {
+            PooledLane &place = idle_[static_cast<size_t>(chosen)];
+            lane = std::exchange(place, idle_[static_cast<size_t>(--idle_count_)]);
+            if (lane.home < 0 && processor >= 0) {
+                lane.home = processor;
+                homes_ |= uint64_t{1} << processor;
+            }
+            return 0;
         }
-        const bool may_grow = lane_count_ < IPC_LANES_MAX && !(full_ && lane_count_ > 0);
-        if (may_grow && !control_busy_) {
+        if (may_grow() && !control_busy_) {
             const int error = use_control({control_lane_request, 0});
             if (error == ECONNRESET || is_given_up(error) || (error != 0 && lane_count_ == 0)) {
                 return fail(error);
             }
             full_ = error != 0; // whatever it is that there is no room for, and on whose side
+            wish_refused_ = wish_refused_ || (full_ && idle_count_ > 0);
             continue;
         }
         if (const int error = wait_for_change(deadline); error != 0) {
@@ -191,7 +237,7 @@ int Connection::use_control(const ControlRecord &request) {
     return error;
 }
 
-void Connection::give_back(int lane) {
+void Connection::give_back(PooledLane lane) {
     const MutexLock guard(lock_);
     idle_[static_cast<size_t>(idle_count_++)] = lane;
     if (idle_count_ == lane_count_) {
@@ -203,10 +249,14 @@ void Connection::give_back(int lane) {
     }
 }
 
-void Connection::drop(int lane) {
+void Connection::drop(PooledLane pooled) {
+    const int lane = pooled.socket;
     {
         const MutexLock table_guard(connections_lock);
         const MutexLock guard(lock_);
+        if (pooled.home >= 0) {
+            homes_ &= ~(uint64_t{1} << pooled.home);
+        }
         const auto end = lanes_.begin() + lane_count_;
         *std::find(lanes_.begin(), end, lane) = *(end - 1);
         --lane_count_;
@@ -266,7 +316,8 @@ int Connection::await_control_reply() {
     }
     if (received == sizeof record && owed.kind == control_lane_request &&
         record.kind == control_lane_granted) {
-        error = arrival.descriptor ? take_granted_lane(arrival.descriptor.release()) : EMFILE;
+        error = arrival.descriptor ? take_granted_lane(arrival.descriptor.release(), record.value)
+                                   : EMFILE;
     } else if (received == sizeof record && owed.kind == control_pulse_request &&
                record.kind == control_pulse_granted && record.value == owed.value) {
         error = arrival.descriptor
@@ -279,11 +330,12 @@ int Connection::await_control_reply() {
     return error;
 }
 
-int Connection::take_granted_lane(int lane) {
+int Connection::take_granted_lane(int lane, int grant) {
     const MutexLock table_guard(connections_lock);
     const MutexLock guard(lock_);
+    hands_over_ = grant == lane_hands_over;
     lanes_[static_cast<size_t>(lane_count_++)] = lane;
-    idle_[static_cast<size_t>(idle_count_++)] = lane;
+    idle_[static_cast<size_t>(idle_count_++)] = {lane, -1};
     if (timeout_ms_ >= 0) {
         set_socket_timeout(lane, timeout_ms_);
     }
@@ -311,8 +363,8 @@ int Connection::exchange(PartList &send, PartList &reply, size_t &received) {
     if (abandoned()) {
         return fail(EBADF);
     }
-    const int lane = take_lane();
-    if (lane < 0) {
+    PooledLane lane;
+    if (take_lane(lane) != 0) {
         return -1;
     }
     bool lane_is_good = false;

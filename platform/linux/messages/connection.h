@@ -7,6 +7,9 @@
 //    every list of lanes whole.
 //  - A thread takes a lane for one exchange and gives it back. An exchange that was interrupted, or
 //    whose time was over, closes its lane, so that its answer can never be taken for another's.
+//  - Where the server hands over, a lane belongs to the processor from which it was first used, and
+//  a
+//    thread takes one of its own processor where it can: the server then answers on that processor.
 //  - The control socket has at most one request unanswered. A wait that ended without its answer
 //    leaves it owed; whoever uses the control socket next collects that answer first.
 //  - Time limits are the sockets' own, so that a bounded exchange costs no more system calls.
@@ -67,9 +70,20 @@ class Connection {
         abandoned // by a child of fork; set before it has other threads
     };
 
-    int take_lane() EXCLUDES(lock_);
-    void give_back(int lane) EXCLUDES(lock_);
-    void drop(int lane) EXCLUDES(connections_lock, lock_);
+    struct PooledLane {
+        int socket = -1;
+        int home = -1; // the processor of those who use it; -1: nobody's yet, or of no matter
+    };
+
+    // Takes a lane for one exchange. @return 0, or -1 with errno.
+    int take_lane(PooledLane &lane) EXCLUDES(lock_);
+    // Which of the idle lanes a thread on that processor takes; -1: one more is to be had first.
+    int choose_lane(int processor) const REQUIRES(lock_);
+    bool may_grow() const REQUIRES(lock_) {
+        return lane_count_ < IPC_LANES_MAX && !(full_ && lane_count_ > 0);
+    }
+    void give_back(PooledLane lane) EXCLUDES(lock_);
+    void drop(PooledLane lane) EXCLUDES(connections_lock, lock_);
     void mark_lost() EXCLUDES(lock_);
 
     // Takes the control socket for one request. The lock is let go while the server is awaited.
@@ -81,9 +95,9 @@ class Connection {
     // Sleeps until a lane or the control socket may be free. @return 0, EINTR or ETIMEDOUT.
     // @param deadline of all these waits of a call; made at the first of them.
     int wait_for_change(std::optional<Deadline> &deadline) REQUIRES(lock_);
-    int take_granted_lane(int lane) EXCLUDES(connections_lock, lock_);
+    int take_granted_lane(int lane, int grant) EXCLUDES(connections_lock, lock_);
 
-    int exchange_on_lane(int lane, PartList &send, PartList &reply, size_t &received,
+    int exchange_on_lane(PooledLane idle, PartList &send, PartList &reply, size_t &received,
                          bool &lane_is_good);
     // What lies in the memory file of an answer. @return bytes placed, or -1.
     ssize_t read_own_file(const Frame &frame, Arrival &arrival, PartList &reply);
@@ -104,11 +118,15 @@ class Connection {
     InterruptibleCondition changed_;
     std::array<int, IPC_LANES_MAX> lanes_ GUARDED_BY(lock_){}; // every lane's descriptor
     // Those not in use, last in first out.
-    std::array<int, IPC_LANES_MAX> idle_ GUARDED_BY(lock_){};
+    std::array<PooledLane, IPC_LANES_MAX> idle_ GUARDED_BY(lock_){};
     std::array<LaneFile, IPC_LANES_MAX> files_ GUARDED_BY(lock_); // of those that have one
     int lane_count_ GUARDED_BY(lock_) = 0;
     int idle_count_ GUARDED_BY(lock_) = 0;
     int waiters_ GUARDED_BY(lock_) = 0;
+    uint64_t homes_ GUARDED_BY(lock_) = 0; // a bit for each processor that has a lane
+    // One more lane, only so that each processor has its own, was refused: it is not asked again.
+    bool wish_refused_ GUARDED_BY(lock_) = false;
+    std::atomic<bool> hands_over_{false};         // the server does
     bool full_ GUARDED_BY(lock_) = false;         // the server refused one more
     bool control_busy_ GUARDED_BY(lock_) = false; // a thread uses the control socket
     // The request whose answer is still to come; kind 0 for none. Of the thread for which the

@@ -18,9 +18,11 @@ bool is_lost(int error) {
     return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
 }
 
-// Sends frame and message; a long message goes as a memory file. @return 0 or an error number.
-int send_message(int lane, Frame &frame, PartList &send) {
+// Sends frame and message, from the processor `home` or -1; a long message goes as a memory file.
+// @return 0 or an error number.
+int send_message(int lane, int home, Frame &frame, PartList &send) {
     frame = {};
+    frame.processor = static_cast<uint32_t>(home + 1);
     frame.length = static_cast<uint32_t>(send.length());
     send.set_front(&frame, sizeof frame);
     if (send.length() <= IPC_INLINE_MAX) {
@@ -41,10 +43,11 @@ int send_message(int lane, Frame &frame, PartList &send) {
 
 } // namespace
 
-int Connection::exchange_on_lane(int lane, PartList &send, PartList &reply, size_t &received,
-                                 bool &lane_is_good) {
+int Connection::exchange_on_lane(PooledLane pooled, PartList &send, PartList &reply,
+                                 size_t &received, bool &lane_is_good) {
+    const int lane = pooled.socket;
     Frame frame;
-    if (const int error = send_message(lane, frame, send); error != 0) {
+    if (const int error = send_message(lane, pooled.home, frame, send); error != 0) {
         if (is_lost(error)) {
             mark_lost();
             return fail(ECONNRESET);

@@ -6,7 +6,6 @@
 //
 // pulse_connections_lock is taken before server_lock.
 #include <pthread.h>
-#include <sys/epoll.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 
@@ -89,10 +88,7 @@ std::shared_ptr<UniqueFd> pulse_socket(Channel &channel) {
     auto send = std::make_shared<UniqueFd>(std::move(send_end));
     ::setsockopt(send->get(), SOL_SOCKET, SO_SNDBUF, &pulse_buffer_bytes,
                  sizeof pulse_buffer_bytes);
-    struct epoll_event event = {};
-    event.events = EPOLLIN | EPOLLRDHUP;
-    event.data.u64 = Source{Source::sent_pulse}.pack();
-    if (::epoll_ctl(channel.epoll.get(), EPOLL_CTL_ADD, receive.get(), &event) != 0) {
+    if (!channel.posts.watch(receive.get(), {socket_events, Source{Source::sent_pulse}.pack()})) {
         return nullptr;
     }
     channel.pulse_receive = std::move(receive);
@@ -115,7 +111,7 @@ void retire_pulse_end(Channel &channel, size_t index) {
 
 void close_pulse_end(Channel &channel, size_t index) {
     const auto end = channel.pulse_ends.begin() + static_cast<ptrdiff_t>(index);
-    epoll_ctl(channel.epoll.get(), EPOLL_CTL_DEL, end->socket->get(), nullptr);
+    channel.posts.unwatch(end->socket->get());
     channel.pulse_ends.erase(end);
 }
 
@@ -126,12 +122,10 @@ static int add_pulse_end(Channel &channel, PulseEnd end) REQUIRES(server_lock) {
             retire_pulse_end(channel, i);
         }
     }
-    struct epoll_event event = {};
-    event.events = EPOLLIN | EPOLLRDHUP;
-    event.data.u64 = Source{Source::sent_pulse, 0, 0, end.id}.pack();
+    const Watched watched = {socket_events, Source{Source::sent_pulse, 0, 0, end.id}.pack()};
     const int socket = end.socket->get();
     channel.pulse_ends.push_back(std::move(end));
-    if (::epoll_ctl(channel.epoll.get(), EPOLL_CTL_ADD, socket, &event) != 0) {
+    if (!channel.posts.watch(socket, watched)) {
         const int error = errno;
         channel.pulse_ends.pop_back();
         return error;

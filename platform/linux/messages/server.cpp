@@ -1,7 +1,6 @@
 #include "platform/linux/messages/server.h"
 
 #include <pthread.h>
-#include <sys/epoll.h>
 
 #include <algorithm>
 #include <new>
@@ -42,7 +41,7 @@ void after_fork_in_child() RELEASE(server_lock) {
             listener->socket.reset();
             listener->name.forget();
         }
-        channel->epoll.reset();
+        channel->posts.close_in_child();
         channel->wake.reset();
         channel->pulse_receive.reset();
         for (PulseEnd &end : channel->pulse_ends) {
@@ -125,8 +124,7 @@ void Server::close_socket(Client &client, PinnedFd &socket) {
     if (socket.fd < 0 || socket.closing) {
         return;
     }
-    // By hand: a copy in another process would keep the registration, and its events, alive.
-    epoll_ctl(client.channel->epoll.get(), EPOLL_CTL_DEL, socket.fd, nullptr);
+    client.channel->posts.unwatch(socket.fd);
     if (socket.pins > 0) {
         socket.closing = true;
         return;
@@ -150,32 +148,39 @@ void Server::close_lane(Client &client, Lane &lane) {
 
 // Only what is edge-triggered has to be told again.
 void Server::tell_again(const Source &source) {
-    const MutexLock guard(server_lock);
     Client *client = find_client(source.serial);
     if (!client || !client->is_connected()) {
         return;
     }
-    struct epoll_event event = {};
-    event.data.u64 = source.pack();
+    Watched watched = {0, source.pack()};
     int socket = -1;
     if (source.kind == Source::client_lane && source.lane < client->lanes.size()) {
         const Lane &lane = client->lanes[source.lane];
         socket =
             lane.incarnation == source.incarnation && !lane.socket.closing ? lane.socket.fd : -1;
-        event.events = lane_events;
+        watched.events = lane_events;
     } else if (source.kind == Source::client_outlet && source.lane < client->outlets.size()) {
         const PulseOutlet &outlet = client->outlets[source.lane];
         socket = outlet.incarnation == source.incarnation ? outlet.socket.get() : -1;
-        event.events = outlet.waiting.empty() ? outlet_events : outlet_events | EPOLLOUT;
+        watched.events = outlet.waiting.empty() ? outlet_events : outlet_events | EPOLLOUT;
     }
     if (socket >= 0) {
-        ::epoll_ctl(client->channel->epoll.get(), EPOLL_CTL_MOD, socket, &event);
+        client->channel->posts.watch_again(socket, watched);
+    }
+}
+
+void Server::give_up(const Source &source) {
+    const bool is_clients = source.kind == Source::client_control ||
+                            source.kind == Source::client_lane ||
+                            source.kind == Source::client_outlet;
+    if (Client *client = is_clients ? find_client(source.serial) : nullptr) {
+        disconnect(*client);
     }
 }
 
 void Server::close_outlet(Client &client, PulseOutlet &outlet) {
     if (outlet.socket) {
-        epoll_ctl(client.channel->epoll.get(), EPOLL_CTL_DEL, outlet.socket.get(), nullptr);
+        client.channel->posts.unwatch(outlet.socket.get());
         outlet = PulseOutlet();
     }
 }

@@ -6,7 +6,8 @@
 //  - A lane carries one exchange at a time: a message is received, then answered. The lane's
 //    state goes back to `idle` before the reply is sent, since the client's next message may arrive
 //    the moment it is. A message that finds its lane waiting is misconduct.
-//  - Several threads share one epoll set. Between a thread's event and its receive another thread
+//  - Several threads wait for the same sockets (posts.h). Between a thread's event and its receive
+//  another thread
 //    may close the socket, and the number may be given to someone else: so a thread pins a socket
 //    (`PinnedFd`) under the lock before it touches it, and a pinned socket is closed by whoever
 //    takes the last pin away. None is closed but by close_client_socket(), which does not wait.
@@ -34,12 +35,11 @@
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/messages/answer_file.h"
 #include "platform/linux/messages/ids.h"
+#include "platform/linux/messages/posts.h"
 #include "platform/linux/messages/wire.h"
 #include "platform/linux/runtime/published_name.h"
 
 namespace vantro::platform {
-
-extern Mutex server_lock;
 
 // A client's socket that threads use without the lock.
 struct PinnedFd {
@@ -72,6 +72,9 @@ struct Lane {
     LaneState state GUARDED_BY(server_lock) = LaneState::closed;
     // Its last message holds the disconnect pulse back. That may last beyond the lane's close.
     bool holds_pulse GUARDED_BY(server_lock) = false;
+    // The processor that its client sends from, as it said with its first message; -1: not known.
+    int home GUARDED_BY(server_lock) = -1;
+    uint32_t posts_generation GUARDED_BY(server_lock) = 0; // when its home was last seen to
     std::shared_ptr<KeptMessage> kept GUARDED_BY(server_lock);
     // Its long answers go through this one; empty while a thread writes one.
     std::unique_ptr<AnswerFile> answer_file GUARDED_BY(server_lock);
@@ -146,7 +149,7 @@ struct PulseEnd {
 struct Channel {
     int number = 0;
     unsigned flags GUARDED_BY(server_lock) = 0;
-    UniqueFd epoll;
+    Posts posts;
     UniqueFd wake; // counts the disconnect pulses; stays readable once destroyed
     UniqueFd pulse_receive GUARDED_BY(server_lock); // of pulses that this process sends
     std::shared_ptr<UniqueFd> pulse_send GUARDED_BY(server_lock);
@@ -171,7 +174,8 @@ struct Source {
         new_client,
         client_control,
         client_lane,
-        client_outlet // lane is its index
+        client_outlet, // lane is its index
+        channel_end
     };
     Kind kind = system_pulse;
     uint16_t serial = 0; // of a listener, its index
@@ -187,9 +191,11 @@ struct Source {
     }
 };
 
-// What lanes and outlets are watched for.
+// What lanes, outlets and other sockets are watched for.
 inline constexpr uint32_t lane_events = EPOLLIN | EPOLLRDHUP | EPOLLET;
 inline constexpr uint32_t outlet_events = EPOLLET; // that its client closed it is always told
+inline constexpr uint32_t socket_events = EPOLLIN | EPOLLRDHUP;
+inline const Watched wake_watched = {EPOLLIN, Source{Source::system_pulse}.pack()};
 
 struct Server {
     std::unordered_map<int, std::shared_ptr<Channel>> channels GUARDED_BY(server_lock);
@@ -208,7 +214,9 @@ struct Server {
 
     std::shared_ptr<Channel> find_channel(int number) EXCLUDES(server_lock);
     // Makes the kernel report again what an event was about, to whoever waits next.
-    void tell_again(const Source &source) EXCLUDES(server_lock);
+    void tell_again(const Source &source) REQUIRES(server_lock);
+    // Ends the connection of a client of which no event can be had any more.
+    void give_up(const Source &source) REQUIRES(server_lock);
 
     Client *find_client(uint32_t serial) REQUIRES(server_lock) {
         return serial <= IPC_CONNECTIONS_MAX ? clients[serial].get() : nullptr;

@@ -1,6 +1,5 @@
 // Listening and control sockets: clients that come, ask for lanes and for pulses, and go.
 #include <fcntl.h>
-#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <time.h>
 
@@ -77,13 +76,6 @@ void read_credentials(int socket, Client &client) {
     }
 }
 
-bool add_to_epoll(const Channel &channel, int fd, uint32_t events, const Source &source) {
-    struct epoll_event event = {};
-    event.events = events;
-    event.data.u64 = source.pack();
-    return ::epoll_ctl(channel.epoll.get(), EPOLL_CTL_ADD, fd, &event) == 0;
-}
-
 // A lane's index: the lowest that no socket uses and no dispatch still counts on. One that is owed
 // an answer is better than none: a program that never gives it must not use a client's lanes up.
 int free_lane_index(Client &client) REQUIRES(server_lock) {
@@ -119,15 +111,16 @@ int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation) REQUIR
         return EAGAIN;
     }
     Lane &lane = client.lanes[static_cast<size_t>(index)];
-    if (!add_to_epoll(*client.channel, near_end.get(), lane_events,
-                      Source{Source::client_lane, static_cast<uint16_t>(client.serial),
-                             static_cast<uint8_t>(index), incarnation})) {
+    const Source source = {Source::client_lane, static_cast<uint16_t>(client.serial),
+                           static_cast<uint8_t>(index), incarnation};
+    if (!client.channel->posts.watch(near_end.get(), {lane_events, source.pack()})) {
         return errno;
     }
     lane.socket = PinnedFd();
     lane.socket.fd = near_end.release();
     lane.incarnation = incarnation;
     lane.state = LaneState::idle;
+    lane.home = -1;
     return 0;
 }
 
@@ -136,6 +129,7 @@ bool grant_lane(uint32_t serial, int control) EXCLUDES(server_lock) {
     Server &server = Server::instance();
     int ends[2];
     int error = 0;
+    bool hands_over = false;
     UniqueFd far_end;
     if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
         error = descriptor_error(errno);
@@ -143,10 +137,12 @@ bool grant_lane(uint32_t serial, int control) EXCLUDES(server_lock) {
         ClientSocket near_end(ends[0]);
         far_end.reset(ends[1]);
         const MutexLock guard(server_lock);
-        error =
-            add_lane(*server.find_client(serial), std::move(near_end), ++server.last_incarnation);
+        Client &client = *server.find_client(serial);
+        error = add_lane(client, std::move(near_end), ++server.last_incarnation);
+        hands_over = client.channel->posts.hands_over();
     }
-    return error == 0 ? send_control(control, control_lane_granted, 0, far_end.get())
+    return error == 0 ? send_control(control, control_lane_granted,
+                                     hands_over ? lane_hands_over : 0, far_end.get())
                       : send_control(control, control_refused, error, -1);
 }
 
@@ -205,9 +201,9 @@ void accept_client(Channel &channel, uint16_t listener) {
         }
         client->serial = serial;
         client->incarnation = ++server.last_incarnation;
-        if (!add_to_epoll(channel, control, EPOLLIN | EPOLLRDHUP,
-                          Source{Source::client_control, static_cast<uint16_t>(serial), 0,
-                                 client->incarnation})) {
+        const Source source = {Source::client_control, static_cast<uint16_t>(serial), 0,
+                               client->incarnation};
+        if (!channel.posts.watch(control, {socket_events, source.pack()})) {
             return;
         }
         client->control.fd = socket.release();

@@ -4,7 +4,6 @@
 // has taken some. Each outlet is a socket pair of its own, made here: its client can end it, but
 // can neither send on it nor reach another's.
 #include <poll.h>
-#include <sys/epoll.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -22,15 +21,15 @@ namespace vantro::platform {
 namespace {
 
 // Asks for an event when an outlet has room, or takes that back.
-bool watch_outlet(const Client &client, const PulseOutlet &outlet, int operation, bool for_room)
+bool watch_outlet(const Client &client, const PulseOutlet &outlet, bool is_new, bool for_room)
     REQUIRES(server_lock) {
-    struct epoll_event event = {};
-    event.events = for_room ? outlet_events | EPOLLOUT : outlet_events;
-    event.data.u64 =
-        Source{Source::client_outlet, static_cast<uint16_t>(client.serial),
-               static_cast<uint8_t>(&outlet - client.outlets.data()), outlet.incarnation}
-            .pack();
-    return ::epoll_ctl(client.channel->epoll.get(), operation, outlet.socket.get(), &event) == 0;
+    const Source source = {Source::client_outlet, static_cast<uint16_t>(client.serial),
+                           static_cast<uint8_t>(&outlet - client.outlets.data()),
+                           outlet.incarnation};
+    const Watched watched = {for_room ? outlet_events | EPOLLOUT : outlet_events, source.pack()};
+    Posts &posts = client.channel->posts;
+    return is_new ? posts.watch(outlet.socket.get(), watched)
+                  : posts.watch_again(outlet.socket.get(), watched);
 }
 
 bool client_closed(const PulseOutlet &outlet) REQUIRES(server_lock) {
@@ -78,7 +77,7 @@ int add_outlet(Client &client, int number, UniqueFd near_end, uint32_t incarnati
     outlet->incarnation = incarnation;
     outlet->socket = std::move(near_end);
     outlet->waiting = std::move(waiting);
-    if (!watch_outlet(client, *outlet, EPOLL_CTL_ADD, !outlet->waiting.empty())) {
+    if (!watch_outlet(client, *outlet, true, !outlet->waiting.empty())) {
         const int error = errno;
         *outlet = PulseOutlet();
         return error;
@@ -128,7 +127,7 @@ int deliver(Client &client, PulseOutlet &outlet, const struct ipc_pulse &pulse)
     } catch (const std::bad_alloc &) {
         return fail(ENOMEM);
     }
-    if (outlet.waiting.size() == 1 && !watch_outlet(client, outlet, EPOLL_CTL_MOD, true)) {
+    if (outlet.waiting.size() == 1 && !watch_outlet(client, outlet, false, true)) {
         const KeepErrno keep;
         outlet.waiting.pop_back();
         return -1;
@@ -182,7 +181,7 @@ void serve_outlet(const Source &source, bool hung_up) {
     outlet.waiting.erase(outlet.waiting.begin(),
                          outlet.waiting.begin() + static_cast<ptrdiff_t>(sent));
     if (outlet.waiting.empty()) {
-        watch_outlet(*client, outlet, EPOLL_CTL_MOD, false);
+        watch_outlet(*client, outlet, false, false);
     }
 }
 

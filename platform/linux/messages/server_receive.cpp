@@ -93,6 +93,19 @@ struct Received {
     std::shared_ptr<KeptMessage> kept;
 };
 
+// A lane has the processor that its first message came from as its home, and its home's thread is
+// woken first. @return false where the lane cannot be watched any more.
+bool settle_home(Client &client, Lane &lane, uint32_t processor) REQUIRES(server_lock) {
+    Posts &posts = client.channel->posts;
+    if (!posts.hands_over() || processor == 0 || processor > CPU_SETSIZE ||
+        (lane.home >= 0 && lane.posts_generation == posts.generation())) {
+        return true;
+    }
+    lane.home = lane.home >= 0 ? lane.home : static_cast<int>(processor) - 1;
+    lane.posts_generation = posts.generation();
+    return posts.set_home(lane.socket.fd, lane.home);
+}
+
 // Makes what was received the lane's message, or ends what went wrong.
 void settle(Server &server, const Source &source, bool hung_up, const PartList &parts,
             Received &received, ReceivedMessage &message) REQUIRES(server_lock) {
@@ -105,7 +118,8 @@ void settle(Server &server, const Source &source, bool hung_up, const PartList &
         server.close_lane(client, lane);
         return;
     }
-    if (received.verdict == Verdict::misconduct || lane.owes_answer()) {
+    if (received.verdict == Verdict::misconduct || lane.owes_answer() ||
+        !settle_home(client, lane, received.packet.frame.processor)) {
         server.disconnect(client);
         return;
     }

@@ -148,7 +148,7 @@ int ipc_replyv(int receive_id, int status, const struct iovec *parts, int count)
     if (!list.assign(parts, count)) {
         return -1;
     }
-    return answer(receive_id, Frame{.length = 0, .status = status, .flags = 0, .reserved = 0},
+    return answer(receive_id, Frame{.length = 0, .status = status, .flags = 0, .processor = 0},
                   list);
 }
 
@@ -162,7 +162,7 @@ int ipc_error(int receive_id, int error) {
     none.assign(nullptr, 0);
     return answer(
         receive_id,
-        Frame{.length = 0, .status = error > 0 ? error : EIO, .flags = frame_error, .reserved = 0},
+        Frame{.length = 0, .status = error > 0 ? error : EIO, .flags = frame_error, .processor = 0},
         none);
 }
 

@@ -23,7 +23,7 @@ struct Frame {
     uint32_t length = 0; // bytes of the message, wherever they are
     int32_t status = 0;  // of a reply: status, or the error number
     uint32_t flags = 0;
-    uint32_t reserved = 0;
+    uint32_t processor = 0; // of a message: 1 and the processor of its sender, or 0
 };
 static_assert(sizeof(Frame) == 16);
 
@@ -45,9 +45,13 @@ static_assert(sizeof(ControlRecord) == 8);
 enum ControlKind : uint32_t {
     control_lane_request = 1,  // client: one more lane, please
     control_pulse_request = 2, // client: wants the pulses that value, its pulse connection, names
-    control_lane_granted = 3,  // server: the lane's far end beside it
+    control_lane_granted = 3,  // server: the lane's far end beside it; value: LaneGrant
     control_pulse_granted = 4, // server: the same value, the end where they arrive beside it
     control_refused = 5        // server: value is an error number
+};
+
+enum LaneGrant : int32_t {
+    lane_hands_over = 1 // the server wakes a thread of the processor that the message comes from
 };
 
 // A vector with room for a part of ours before and one behind the caller's. Costs heap only above

@@ -12,6 +12,7 @@
 
 #include "service/catalogue/state_directory.h"
 #include "service/catalogue/text/utf8.h"
+#include "service/free_thread.h"
 
 namespace vantro::service::catalogue {
 
@@ -52,7 +53,7 @@ void ScanThread::start() {
         for (const auto &source : sources_) {
             unfinished_[source->id];
         }
-        thread_ = std::thread([this] { run(); });
+        thread_ = start_free_thread([this] { run(); });
     }
 }
 

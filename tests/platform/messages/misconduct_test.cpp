@@ -80,7 +80,7 @@ TEST(Misconduct, CostsTheOneWhoDoesItHisConnection) {
         [&](const struct ipc_pulse &) { ++disconnects; }, 3);
     const int good = connect_to_test();
     ASSERT_TRUE(is_served(good));
-    const int before = open_descriptors();
+    const int before = open_descriptors() + later_descriptors();
     int expected = 0;
     for (const Misdeed &misdeed : misdeeds) {
         RawClient client(runtime.path());
@@ -266,7 +266,7 @@ TEST(Misconduct, OfAServerCostsItItsClientAndNothingElse) {
     const UniqueFd sealed = memory_file(100, all_seals);
     const UniqueFd lasting = memory_file(100, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_FUTURE_WRITE);
     const auto reply = [](uint32_t length, int status, uint32_t flags) {
-        return Frame{.length = length, .status = status, .flags = flags, .reserved = 0};
+        return Frame{.length = length, .status = status, .flags = flags, .processor = 0};
     };
     const struct {
         Frame answer;

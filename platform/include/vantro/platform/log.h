@@ -43,6 +43,13 @@ VANTRO_PLATFORM_API void system_log(uint32_t code, int severity, const char *for
     __attribute__((format(printf, 3, 4)));
 
 /**
+ * Drops every later line of this process that is less severe than this, also before a sink of the
+ * program's own. Any thread; does not fail.
+ * @param severity LOG_SEVERITY_*; at first LOG_SEVERITY_TRACE, which drops nothing.
+ */
+VANTRO_PLATFORM_API void system_log_set_level(int severity);
+
+/**
  * Sets the sink of this process; NULL restores the host's log. When the call returns no other
  * thread is still in the earlier sink. Not to be called from a sink.
  */

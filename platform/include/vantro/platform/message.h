@@ -110,6 +110,30 @@ VANTRO_PLATFORM_API int channel_create(unsigned flags);
 VANTRO_PLATFORM_API int channel_destroy(int channel);
 
 /**
+ * Hands messages over where they are sent: wakes a thread of the channel on the processor that the
+ * client runs on, so that no other processor has to be woken. For a channel on which several
+ * threads receive. The first thread that receives runs anywhere; each further one takes a processor
+ * of its own affinity mask that has none yet, and is confined to it from its first receive on; the
+ * rest run anywhere. So a service that hands over has two threads more than there are processors.
+ * A thread gets its mask back when it ends, or receives on another channel, and a child of fork has
+ * it from the start. What else a handler starts inherits the confinement: threads, and programs
+ * that are started without fork(); channel_free_processor() prevents that.
+ *
+ * To be called once, before the channel has names or pulse connections, and before a thread
+ * receives on it. Does not block.
+ * @return 0, also where it was called before, or -1: EBADF; EBUSY where the channel has names or
+ *   pulse connections; EMFILE, ENFILE, ENOMEM, ENOSPC.
+ */
+VANTRO_PLATFORM_API int channel_hand_over(int channel);
+
+/**
+ * Gives the calling thread the processors back that it might use before channel_hand_over()
+ * confined it to one, until it receives next. To be called before a handler starts threads or
+ * programs. Does not block, fail or change errno; has no effect in other threads.
+ */
+VANTRO_PLATFORM_API void channel_free_processor(void);
+
+/**
  * Attaches a pulse connection from the calling process to a channel of its own. Does not block.
  * The connection carries pulses only; sending a message on it fails with ENOTSUP. No server knows
  * of it before ipc_announce_pulse().

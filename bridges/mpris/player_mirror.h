@@ -1,0 +1,87 @@
+// What a player does, kept up to date by its events, and where it is within its track.
+#ifndef VANTRO_BRIDGES_MPRIS_PLAYER_MIRROR_H
+#define VANTRO_BRIDGES_MPRIS_PLAYER_MIRROR_H
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include <vantro/vantro.hpp>
+
+#include "bridges/mpris/object_names.h"
+#include "bridges/mpris/song.h"
+
+namespace vantro::mpris {
+
+// The current track.
+struct Current {
+    TrackPlace place;
+    int32_t ms_id = 0;
+    std::string node_id; // Empty where the song has left the catalogue.
+    Song song;
+};
+
+class PlayerMirror {
+  public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    void apply(const Event &event, Time at);
+
+    const VantroStateInfo &modes() const { return modes_; }
+    const VantroTrksessionInfo &session() const { return session_; }
+    const std::optional<Current> &current() const { return current_; }
+    const VantroVolume &volume() const { return volume_; }
+    void set_volume(const VantroVolume &volume) { volume_ = volume; }
+
+    // What was asked about the song meanwhile.
+    void set_song(Song song) { current_->song = std::move(song); }
+
+    // Whether a track event came since the last call: its song is to be asked for.
+    bool take_track_news() { return std::exchange(track_news_, false); }
+    // Whether a media source changed since the last call.
+    bool take_source_news() { return std::exchange(source_news_, false); }
+
+    // The last report, carried on by the clock while the player plays.
+    double position_ms(Time at) const;
+
+    // Jumps. A report that differs from what the clock predicts is a jump, or was read late: events
+    // have no time. Such a report makes a suspicion, which a query settles: it tells the position
+    // of now. Another track is expected to begin at 0, and ends a suspicion about the one before.
+    bool suspects_jump() const { return suspicion_.has_value(); }
+    void forget_suspicion() { suspicion_.reset(); }
+    // @return whether it was a jump.
+    bool settle(double position_ms, Time at);
+
+  private:
+    struct Suspicion {
+        double predicted_ms;
+        Time at;
+        double tolerance_ms;
+    };
+
+    void apply_state(const Event &event, Time at);
+    void apply_track(const TrackEvent &track, Time at);
+    void apply_position(double position_ms, Time at);
+    bool moving() const;
+    double carry_on(double position_ms, Time from, Time to) const;
+    double tolerance_ms(Time at) const;
+    void hold(double position_ms, Time at);
+
+    VantroStateInfo modes_ = {VANTRO_STATE_NONE, 1.0F, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF};
+    VantroTrksessionInfo session_ = {};
+    std::optional<Current> current_;
+    VantroVolume volume_ = {100, 0};
+    double position_ms_ = 0;
+    Time told_at_ = {};         // When position_ms_ was right.
+    Time changed_at_ = {};      // When state, rate or track changed.
+    bool position_due_ = false; // A report that belongs to a change of state or track is to come.
+    bool track_news_ = false;
+    bool source_news_ = false;
+    std::optional<Suspicion> suspicion_;
+};
+
+} // namespace vantro::mpris
+
+#endif

@@ -1,0 +1,347 @@
+#include "platform/linux/messages/posts.h"
+
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include <vantro/platform/message.h>
+
+#include "platform/linux/messages/server.h"
+#include "platform/portable/guards.h"
+
+namespace vantro::platform {
+
+namespace {
+
+int64_t seconds_now() {
+    struct timespec now;
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec;
+}
+
+bool confine_to(int processor) {
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<size_t>(processor), &one);
+    return ::sched_setaffinity(0, sizeof one, &one) == 0;
+}
+
+// What the calling thread has taken, and gives up at its end.
+class Stand {
+  public:
+    ~Stand() { leave(); }
+
+    int epoll_for(Channel &channel);
+    // The thread may run where it might before it took a processor, until it receives next.
+    void free_processor();
+    void leave();
+    // In a child of fork: there is nothing to give up.
+    void forget();
+
+  private:
+    void take(Channel &channel) EXCLUDES(server_lock);
+    bool stay();
+
+    int channel_ = 0; // its number; 0: no post
+    std::weak_ptr<Channel> kept_;
+    int epoll_ = -1;
+    int processor_ = -1; // -1: the floating post
+    bool confined_ = false;
+    cpu_set_t allowed_; // before it was confined
+    int64_t confined_at_ = 0;
+};
+
+thread_local Stand stand;
+
+int Stand::epoll_for(Channel &channel) {
+    if (channel_ != channel.number) {
+        leave();
+        take(channel);
+    } else if (processor_ >= 0 && (channel.posts.needs_floating() || !stay())) {
+        leave();
+        take(channel);
+    }
+    return epoll_;
+}
+
+// Sees to it that the thread is on its processor. Others may move it: an administrator, or the
+// program itself. @return false where it cannot stay there.
+bool Stand::stay() {
+    if (confined_ && ::sched_getcpu() == processor_) {
+        return true;
+    }
+    const int64_t now = seconds_now();
+    if (confined_ && now == confined_at_) {
+        return true; // moved a moment ago: not more than once a second
+    }
+    confined_at_ = now;
+    confined_ = confine_to(processor_);
+    return confined_;
+}
+
+void Stand::take(Channel &channel) {
+    CPU_ZERO(&allowed_);
+    if (::sched_getaffinity(0, sizeof allowed_, &allowed_) != 0) {
+        CPU_ZERO(&allowed_); // more processors than fit: it floats
+    }
+    {
+        const MutexLock guard(server_lock);
+        const auto found = Server::instance().channels.find(channel.number);
+        if (found == Server::instance().channels.end()) {
+            epoll_ = channel.posts.floating(); // destroyed, and the set says so
+            return;
+        }
+        kept_ = found->second;
+        channel_ = channel.number;
+        epoll_ = channel.posts.take(allowed_, processor_);
+    }
+    confined_ = false;
+    if (processor_ >= 0 && !stay()) {
+        CPU_ZERO(&allowed_);
+        const MutexLock guard(server_lock);
+        channel.posts.leave(processor_);
+        epoll_ = channel.posts.take(allowed_, processor_);
+    }
+}
+
+void Stand::leave() {
+    if (channel_ == 0) {
+        return;
+    }
+    {
+        const std::shared_ptr<Channel> channel = kept_.lock();
+        const MutexLock guard(server_lock);
+        if (channel) {
+            channel->posts.leave(processor_);
+        }
+    }
+    forget();
+}
+
+void Stand::forget() {
+    free_processor();
+    kept_.reset();
+    channel_ = 0;
+    processor_ = -1;
+}
+
+void Stand::free_processor() {
+    if (std::exchange(confined_, false)) {
+        ::sched_setaffinity(0, sizeof allowed_, &allowed_);
+    }
+}
+
+// A new process of a thread that is confined is not: it may be another program next.
+void after_fork_in_child() {
+    stand.forget();
+}
+
+} // namespace
+
+int my_post(Channel &channel) {
+    return channel.posts.hands_over() ? stand.epoll_for(channel) : channel.posts.floating();
+}
+
+bool Posts::make() {
+    shared_.reset(::epoll_create1(EPOLL_CLOEXEC));
+    return static_cast<bool>(shared_);
+}
+
+bool Posts::hand_over(uint64_t end_data) {
+    static const int prepared = ::pthread_atfork(nullptr, nullptr, after_fork_in_child);
+    if (prepared != 0) {
+        return fail(prepared) == 0;
+    }
+    end_.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    end_watched_ = {EPOLLIN, end_data, -1};
+    if (!end_ || !add(shared_.get(), end_.get(), end_watched_)) {
+        return false;
+    }
+    hands_over_ = true;
+    return true;
+}
+
+bool Posts::add(int epoll, int fd, const Watched &watched) const {
+    struct epoll_event event = {};
+    event.events = watched.events;
+    if (hands_over_ && fd != end_.get()) {
+        event.events = (event.events & ~uint32_t{EPOLLRDHUP}) | EPOLLEXCLUSIVE;
+    }
+    event.data.u64 = watched.data;
+    return ::epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &event) == 0;
+}
+
+bool Posts::watch(int fd, const Watched &watched) {
+    if (!hands_over_) {
+        return add(shared_.get(), fd, watched);
+    }
+    try {
+        watched_[fd] = watched;
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM) == 0;
+    }
+    const auto is_home = [&](const Post &post) { return post.processor == watched.home; };
+    bool good = true;
+    for (const Post &post : posts_) {
+        good = good && (!is_home(post) || add(post.epoll.get(), fd, watched));
+    }
+    good = good && add(shared_.get(), fd, watched);
+    for (const Post &post : posts_) {
+        good = good && (is_home(post) || add(post.epoll.get(), fd, watched));
+    }
+    if (!good) {
+        const KeepErrno keep;
+        unwatch(fd);
+    }
+    return good;
+}
+
+bool Posts::watch_again(int fd, const Watched &watched) {
+    if (hands_over_) {
+        const Watched copy = watched; // it may be the one that goes
+        unwatch(fd);
+        return watch(fd, copy);
+    }
+    struct epoll_event event = {};
+    event.events = watched.events;
+    event.data.u64 = watched.data;
+    return ::epoll_ctl(shared_.get(), EPOLL_CTL_MOD, fd, &event) == 0;
+}
+
+// By hand: a copy of the descriptor in another process would keep the watch, and its events, alive.
+void Posts::unwatch(int fd) {
+    ::epoll_ctl(shared_.get(), EPOLL_CTL_DEL, fd, nullptr);
+    if (hands_over_) {
+        for (const Post &post : posts_) {
+            ::epoll_ctl(post.epoll.get(), EPOLL_CTL_DEL, fd, nullptr);
+        }
+        watched_.erase(fd);
+    }
+}
+
+bool Posts::set_home(int fd, int home) {
+    const auto found = watched_.find(fd);
+    if (found == watched_.end()) {
+        return true;
+    }
+    found->second.home = home;
+    const bool has_post = std::any_of(posts_.begin(), posts_.end(),
+                                      [home](const Post &post) { return post.processor == home; });
+    return !has_post || watch_again(fd, found->second);
+}
+
+void Posts::tell_again(uint64_t data) {
+    const auto told = std::find_if(watched_.begin(), watched_.end(),
+                                   [data](const auto &each) { return each.second.data == data; });
+    if (told != watched_.end() && !watch_again(told->first, told->second)) {
+        Server::instance().give_up(Source::unpack(data));
+    }
+}
+
+void Posts::end() {
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(end_.get(), &one, sizeof one);
+}
+
+int Posts::take(const cpu_set_t &allowed, int &processor) {
+    processor = -1;
+    for (int each = 0; floating_ > 0 && each < CPU_SETSIZE; ++each) {
+        const bool is_free = CPU_ISSET(static_cast<size_t>(each), &allowed) &&
+                             std::none_of(posts_.begin(), posts_.end(), [each](const Post &post) {
+                                 return post.processor == each;
+                             });
+        if (!is_free) {
+            continue;
+        }
+        if (const int epoll = take_processor(each); epoll >= 0) {
+            processor = each;
+            return epoll;
+        }
+        break; // short of memory or descriptors: it can float at no cost
+    }
+    ++floating_;
+    return shared_.get();
+}
+
+// @return the set of the new post, or -1.
+int Posts::take_processor(int processor) {
+    Post post = {UniqueFd(::epoll_create1(EPOLL_CLOEXEC)), processor};
+    const int epoll = post.epoll.get();
+    if (epoll < 0 || !add(epoll, end_.get(), end_watched_)) {
+        return -1;
+    }
+    for (const auto &[fd, watched] : watched_) {
+        if (!add(epoll, fd, watched)) {
+            return -1;
+        }
+    }
+    try {
+        posts_.push_back(std::move(post));
+    } catch (const std::bad_alloc &) {
+        return -1;
+    }
+    ++generation_;
+    return epoll;
+}
+
+void Posts::leave(int processor) {
+    if (processor < 0) {
+        --floating_;
+        return;
+    }
+    const auto found = std::find_if(posts_.begin(), posts_.end(), [processor](const Post &post) {
+        return post.processor == processor;
+    });
+    const UniqueFd epoll = std::move(found->epoll);
+    posts_.erase(found);
+    ++generation_;
+    // Not the end of the channel, of which every post is told, and which would be told for ever.
+    ::epoll_ctl(epoll.get(), EPOLL_CTL_DEL, end_.get(), nullptr);
+    for (size_t left = watched_.size(); left > 0; --left) {
+        struct epoll_event event;
+        if (::epoll_wait(epoll.get(), &event, 1, 0) != 1) {
+            break;
+        }
+        tell_again(event.data.u64);
+    }
+}
+
+void Posts::close_in_child() {
+    shared_.reset();
+    end_.reset();
+    posts_.clear();
+}
+
+} // namespace vantro::platform
+
+int channel_hand_over(int number) {
+    using namespace vantro::platform;
+    using vantro::MutexLock;
+    const MutexLock guard(server_lock);
+    const auto found = Server::instance().channels.find(number);
+    if (found == Server::instance().channels.end()) {
+        return fail(EBADF);
+    }
+    Channel &channel = *found->second;
+    if (channel.posts.hands_over()) {
+        return 0;
+    }
+    if (!channel.listeners.empty() || channel.pulse_receive) {
+        return fail(EBUSY);
+    }
+    channel.posts.unwatch(channel.wake.get());
+    const bool done = channel.posts.hand_over(Source{Source::channel_end}.pack());
+    const KeepErrno keep;
+    channel.posts.watch(channel.wake.get(), wake_watched);
+    return done ? 0 : -1;
+}
+
+void channel_free_processor(void) {
+    vantro::platform::stand.free_processor();
+}

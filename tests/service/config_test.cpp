@@ -1,0 +1,158 @@
+// The configuration file: what is taken from it, what is wrong with it, and reading it again.
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <sstream>
+
+#include "tests/service/vantrod.h"
+
+namespace vantro::service {
+
+namespace {
+
+class Config : public Vantrod {
+  protected:
+    void SetUp() override {
+        Vantrod::SetUp();
+        file_ = path_ + "/vantrod.toml";
+    }
+    // What the program prints, and how it ends.
+    std::string run(std::vector<std::string> arguments, int expected = 0) {
+        arguments.insert(arguments.begin(), VANTROD);
+        test::Process program(arguments);
+        std::string all;
+        for (std::string line; !(line = program.line()).empty();) {
+            all += line + '\n';
+        }
+        EXPECT_EQ(program.wait(), expected) << all;
+        return all;
+    }
+    // The line of --check-config about a key.
+    std::string setting(const std::string &key, std::vector<std::string> arguments) {
+        arguments.emplace_back("--check-config");
+        std::istringstream lines(run(arguments));
+        for (std::string line; std::getline(lines, line);) {
+            const size_t at = line.front() == '#' ? 1 : 0;
+            if (line.compare(at, key.size() + 1, key + ' ') == 0) {
+                return line;
+            }
+        }
+        return "";
+    }
+
+    std::string file_;
+};
+
+TEST_F(Config, EveryMistakeNamesItsLineAndKey) {
+    const struct {
+        const char *text;
+        const char *error;
+    } rows[] = {
+        {"\n# mine\nvolume = 3", ":3: volume: there is no such key"},
+        {"perms = 999", ":1: perms: '999' is not"},
+        {"perms = [600]", ":1: perms: it takes one value"},
+        {"threads = \"x\"", ":1: threads: 'x' is not a number"},
+        {"threads = 2.5", ":1: threads: '2.5' is not a number"},
+        {"music = [\n\"a\",", ":2: "},
+        {"music = [[\"a\"]]", ":1: music: a list within a list"},
+        {"music = 1979-05-27", ":1: music: a date or time"},
+        {"[audio]\n", ":1: audio: a table"},
+        {"audio = \"loud\"", ":1: audio: 'loud' is none"},
+        {"audio = \"mpv", ":1: "},
+        {"player = [\n\"a\",\n\"a\"]", ":1: player: 'a' is named twice"},
+        {"audio-device = \"den=null\"", ":1: audio-device: 'den=null'"},
+        {"perms = 600\nrequire = \"net\"", ": --"},
+        {"perms = 600\nperms = 660", ":2: "},
+        {"nonsense", ":1: "},
+        {"a\xFF = 1", ":1: "},
+        {"list-audio-devices = true", ":1: list-audio-devices: there is no such key"},
+        {"config = \"x\"", ":1: config: there is no such key"},
+    };
+    for (const auto &row : rows) {
+        test::write_file(file_, row.text);
+        const std::string said = run({"--config", file_}, 2);
+        EXPECT_EQ(said.rfind("vantrod: " + file_ + row.error, 0) == 0 ||
+                      (std::string(row.error) == ": --" && said.find("excludes") != said.npos),
+                  true)
+            << row.text << "\n"
+            << said;
+        EXPECT_EQ(run({"--config", file_, "--version"}).rfind("vantrod ", 0), 0u);
+    }
+    for (const std::string &path : {path_ + "/none", path_}) {
+        EXPECT_EQ(run({"--config", path}, 2).rfind("vantrod: --config: cannot read '" + path, 0),
+                  0u);
+    }
+}
+
+TEST_F(Config, TheCommandLineWinsAndAllOfItComesBack) {
+    test::write_file(file_, "player = [\"a \\\"b\\\"\", 'c\\d']\nperms = 0o660\nthreads = 3\n"
+                            "replaygain = \"album\"\naudio-device = \"null\"\nuid = 5\n");
+    EXPECT_EQ(setting("perms", {"--config", file_}), "perms = 660  # " + file_ + ":2");
+    EXPECT_EQ(setting("threads", {"--config", file_, "--threads", "9"}),
+              "threads = 9  # command line");
+    EXPECT_EQ(setting("player", {"--config", file_, "--player", "x"}),
+              "player = [\"x\"]  # command line");
+    EXPECT_EQ(setting("gid", {"--config", file_}), "#gid  # default");
+    EXPECT_NE(run({"--config", file_, "--check-config", "--music", "/nowhere"}, 1).find("/nowhere"),
+              std::string::npos);
+
+    // What is printed is a file that says the same.
+    const std::string printed = run({"--config", file_, "--gid", "7", "--print-config"});
+    const std::string again = path_ + "/again.toml";
+    std::filesystem::create_directories(path_ + "/config/vantro");
+    test::write_file(again, printed);
+    EXPECT_EQ(run({"--config", again, "--print-config"}), printed);
+    test::write_file(path_ + "/config/vantro/vantrod.toml", printed); // found by itself
+    EXPECT_EQ(run({"--print-config"}), printed);
+    EXPECT_EQ(setting("gid", {"--config", "/dev/null"}), "#gid  # default");
+
+    // The reference has every key, and no other.
+    std::set<std::string> keys, described;
+    std::istringstream lines(run({"--config", "/dev/null", "--check-config"}));
+    for (std::string line; std::getline(lines, line);) {
+        keys.insert(line.substr(1, line.find(' ') - 1));
+    }
+    std::ifstream reference(CONFIGURATION_REFERENCE);
+    for (std::string line; std::getline(reference, line);) {
+        std::istringstream cell(line.rfind("| `", 0) == 0 ? line.substr(2, line.find('|', 2) - 2)
+                                                          : "");
+        for (std::string word; std::getline(cell, word, '`');) {
+            if (!word.empty() && word.find_first_of(" ,") == std::string::npos) {
+                described.insert(word);
+            }
+        }
+    }
+    EXPECT_EQ(described, keys);
+}
+
+TEST_F(Config, IsReadAgainAtSighup) {
+    const std::string music = path_ + "/music";
+    test::make_music(music + "/1.flac", 100, {"TITLE=One"});
+    test::write_file(file_, "music = \"" + music + "\"\n");
+    start({"--config", file_});
+    ASSERT_EQ(told(), "vantrod: ready (0 tracks, players: main)");
+    ASSERT_EQ(told(), "vantrod: scanned (1 tracks)");
+    const struct {
+        std::string text, logged;
+    } rows[] = {
+        {"music = \"" + music + "\"\nplayer = [\"x\"]\n", ":2: player has changed"},
+        {"music = \"" + music + "\"\nplayr = 1\n", "stays as it was: " + file_ + ":2: playr"},
+        {"music = \"" + music + "\"\nlog-level = \"error\"\n", "looked at again"},
+        {"perms = 9\n", "stays as it was: " + file_ + ":1: perms"}, // of an error, all the same
+    };
+    for (const auto &row : rows) {
+        test::write_file(file_, row.text);
+        service->kill(SIGHUP);
+        std::string line;
+        do {
+            ASSERT_TRUE(service->readable(20'000)) << row.logged;
+            line = service->line();
+        } while (line.find(row.logged) == std::string::npos);
+    }
+    const Client client;
+    EXPECT_EQ(client.result(open_main), 0);
+}
+
+} // namespace
+
+} // namespace vantro::service
