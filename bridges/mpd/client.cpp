@@ -178,20 +178,39 @@ bool Client::run(const std::string &line) {
             throw Ack(AckCode::argument,
                       fmt::format("wrong number of arguments for \"{}\"", command_));
         }
-        if (!command->drafts) {
-            partition_->commit();
-        }
-        Context now = context();
-        task_ = command->handler(now, arguments);
-        if (at_ + 1 == lines_.size()) {
-            partition_->commit(); // before the answer says that it is done
-        }
+        carry_out(*command, arguments);
         return true;
     } catch (const std::exception &) {
         refuse_current();
         commit_rest();
     }
     return false;
+}
+
+void Client::carry_out(const Command &command, Arguments arguments) {
+    if (!command.drafts) {
+        partition_->commit();
+    }
+    const bool alone = !partition_->has_draft();
+    const size_t answered = connection_.output().size();
+    const auto once = [&] {
+        Context now = context();
+        task_ = command.handler(now, arguments);
+        if (at_ + 1 == lines_.size()) {
+            partition_->commit(); // before the answer says that it is done
+        }
+    };
+    try {
+        once();
+    } catch (const ServiceGone &) {
+        if (!alone) {
+            throw; // what came before is lost
+        }
+        // The end of a service is often noticed by the first call only. The next one may run.
+        partition_->leave();
+        connection_.output().resize(answered);
+        once();
+    }
 }
 
 // Commands before the one that failed were confirmed, or are done as far as the client knows.

@@ -60,6 +60,7 @@ class Client {
     void add_to_list(std::string_view line);
     void run_next();
     bool run(const std::string &line);
+    void carry_out(const Command &command, Arguments arguments);
     bool step_task();
     void refuse(AckCode code, const std::string &text);
     void refuse_current();

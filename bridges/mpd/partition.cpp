@@ -53,6 +53,7 @@ const char *error_text(int32_t code) {
 } // namespace
 
 bool Partition::connect() {
+    const Clock::time_point begun = Clock::now();
     Result<Player> player = Player::connect(name_.c_str(), answer_limit);
     if (player) {
         if (const Result<int> descriptor = player->events().descriptor(); !descriptor) {
@@ -64,7 +65,10 @@ bool Partition::connect() {
         failure_ = refused(player, ENOENT) ? fmt::format("there is no player \"{}\"", name_)
                                            : std::string(ack_of(player.failure()).what());
         delay_ = std::clamp(delay_ * 2, first_delay, longest_delay);
-        retry_at_ = Clock::now() + delay_;
+        // An attempt that has taken long keeps all clients waiting, and is not made again soon.
+        const Clock::time_point now = Clock::now();
+        asked_retry_at_ = now + (now - begun);
+        retry_at_ = std::max(now + delay_, asked_retry_at_);
         return false;
     }
     player_.emplace(*std::move(player));
@@ -82,7 +86,7 @@ bool Partition::connect() {
 }
 
 Player &Partition::player() {
-    if (!player_ && (Clock::now() < retry_at_ || !connect())) {
+    if (!player_ && (Clock::now() < asked_retry_at_ || !connect())) {
         throw Ack(AckCode::system, failure_);
     }
     return *player_;
@@ -101,7 +105,8 @@ void Partition::leave() {
     draft_.reset();
     absent_ = true;
     failure_ = "the player service does not run";
-    retry_at_ = Clock::now() + first_delay;
+    retry_at_ = {}; // the next one may run already
+    asked_retry_at_ = {};
 }
 
 std::optional<Partition::Clock::time_point> Partition::retry_at() const {

@@ -59,6 +59,8 @@ class Partition {
     // The queue with changes that the player is told by commit().
     QueueDraft &draft();
 
+    bool has_draft() const { return draft_.has_value(); }
+
     // Adds one song to the draft. @return its id.
     uint32_t draft_song(NodeKey key);
 
@@ -106,6 +108,7 @@ class Partition {
 
     std::chrono::milliseconds delay_{0};
     Clock::time_point retry_at_{};
+    Clock::time_point asked_retry_at_{}; // Where a client asks for the player.
 
     // The position last told, and when: progress alone is no change.
     std::chrono::milliseconds position_{0};

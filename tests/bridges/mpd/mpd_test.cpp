@@ -129,6 +129,14 @@ TEST_F(Bridge, AnswersToLines) {
         {"playlistid 2", "...Pos: 1\nId: 2\nOK\n"},
         {"playlistinfo 2", "ACK [2@0] {playlistinfo} no such position in the queue\n"},
         {"playlistfind artist Blue", "...Id: 2\nOK\n"},
+        {"command_list_begin\naddid music/loose.flac\nadd " + quoted(two) +
+             " 0\ndelete 1\nmove 0 1\nswap 0 1\ncommand_list_end",
+         "Id: 3\nOK\n"},
+        {"playlist", "0:file: " + std::string(two) +
+                         "\n1:file: music/loose.flac\n2:file: music/loose.flac\nOK\n"},
+        {"command_list_begin\ndelete 0\ndelete 5\ncommand_list_end",
+         "ACK [2@1] {delete} no such position in the queue\n"},
+        {"plchangesposid 1", "cpos: 0\nId: 2\ncpos: 1\nId: 3\nOK\n"},
         {"tagtypes clear", "OK\n"},
         {"tagtypes enable Artist Name", "OK\n"},
         {"tagtypes", "tagtype: Artist\nOK\n"},
@@ -189,6 +197,11 @@ TEST_F(Bridge, WhoWaitsIsToldOfChanges) {
     start_vantrod();
     EXPECT_EQ(waiting.answer(), "changed: output\nOK\n");
     EXPECT_NE(other.ask("status").find("state: stop\n"), std::string::npos);
+
+    vantrod_->kill(SIGKILL);
+    vantrod_->wait();
+    start_vantrod();
+    EXPECT_NE(other.ask("status").find("state: stop\n"), std::string::npos); // at once
 
     waiting.send("idle sticker\nping\n");
     EXPECT_EQ(waiting.answer(), "(closed)");
