@@ -16,6 +16,13 @@ namespace {
 // The version of the protocol that is spoken here.
 constexpr std::string_view greeting = "OK MPD 0.23.5\n";
 
+// A web page can have a browser send requests to a port of this machine, with commands in them.
+bool is_of_a_browser(std::string_view line) {
+    const size_t version = line.rfind(" HTTP/");
+    return version != std::string_view::npos && line.find('"') == std::string_view::npos &&
+           line.size() - version <= std::string_view(" HTTP/1.1").size();
+}
+
 // After so long the other clients have their turn.
 constexpr std::chrono::milliseconds turn(5);
 
@@ -88,7 +95,9 @@ void Client::take_line(std::string_view line) {
         }
         return;
     }
-    if (collecting_) {
+    if (is_of_a_browser(line)) {
+        closing_ = true;
+    } else if (collecting_) {
         add_to_list(line);
     } else if (line == "command_list_begin" || line == "command_list_ok_begin") {
         begin_list(line == "command_list_ok_begin");

@@ -304,7 +304,8 @@ Filter::Truth Filter::judge(const Song &song, Knowledge knowledge) const {
     return judge_all(conditions_, *this, song, knowledge);
 }
 
-std::optional<std::string> Filter::demanded(Tag tag) const {
+template <typename Wanted>
+std::optional<std::string> Filter::demanded_where(const Wanted &wanted) const {
     std::vector<const Condition *> open;
     for (const Condition &condition : conditions_) {
         open.push_back(&condition);
@@ -319,12 +320,25 @@ std::optional<std::string> Filter::demanded(Tag tag) const {
             for (const Condition &part : condition.parts) {
                 open.push_back(&part);
             }
-        } else if (condition.subject == Subject::tag && condition.tag == tag &&
-                   condition.test == Test::equal && !condition.value.empty()) {
+        } else if (condition.test == Test::equal && !condition.value.empty() && wanted(condition)) {
             return condition.value;
         }
     }
     return std::nullopt;
+}
+
+std::optional<std::string> Filter::demanded(Tag tag) const {
+    return demanded_where([tag](const Condition &condition) {
+        return condition.subject == Subject::tag && condition.tag == tag;
+    });
+}
+
+std::optional<std::string> Filter::demanded_uri() const {
+    if (letters_ == Case::folded) {
+        return std::nullopt; // the URI itself is not known
+    }
+    return demanded_where(
+        [](const Condition &condition) { return condition.subject == Subject::file; });
 }
 
 } // namespace vantro::mpd

@@ -54,6 +54,9 @@ class Filter {
     // A text every match has as the whole of that tag, as far as the filter demands one.
     std::optional<std::string> demanded(Tag tag) const;
 
+    // The URI that every match has, as far as the filter demands one.
+    std::optional<std::string> demanded_uri() const;
+
   private:
     enum class Subject { tag, any, file, base, modified_since, audio_format, group };
     enum class Test { equal, contains, starts_with };
@@ -73,6 +76,8 @@ class Filter {
     static Truth judge_all(const std::vector<Condition> &conditions, const Filter &filter,
                            const Song &song, Knowledge knowledge);
     Truth judge(const Condition &condition, const Song &song, Knowledge knowledge) const;
+    template <typename Wanted>
+    std::optional<std::string> demanded_where(const Wanted &wanted) const;
     bool holds_file(const Condition &condition, const Song &song) const;
     bool holds_any(const Condition &condition, const Song &song) const;
     bool holds_text(const Condition &condition, const std::string &text) const;

@@ -25,6 +25,9 @@ constexpr milliseconds longest_delay(5000);
 // The service corrects positions by less; who moves the position by less does not hear it.
 constexpr milliseconds jump_least(700);
 
+// In a row. Where the file of a player's objects is corrupt nothing else comes any more.
+constexpr int misunderstood_max = 100;
+
 // Nodes of tracks asked for at a time.
 constexpr int32_t tracks_page = 2000;
 
@@ -124,12 +127,16 @@ Subsystems Partition::take_events() {
     while (player_) {
         const Result<std::optional<Event>> event = player_->events().next();
         if (!event) {
-            if (event.failure().number == EBADMSG) {
+            if (event.failure().number == EBADMSG && ++misunderstood_ < misunderstood_max) {
                 break; // what follows it comes the next time
             }
             leave();
+            retry_at_ =
+                misunderstood_ == misunderstood_max ? Clock::now() + longest_delay : retry_at_;
+            misunderstood_ = 0;
             return changed | only(Subsystem::player);
         }
+        misunderstood_ = 0;
         if (!*event) {
             break;
         }

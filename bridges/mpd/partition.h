@@ -100,6 +100,7 @@ class Partition {
     std::string error_;
     std::string failure_; // Why there is no connection.
     int64_t changed_at_ = 0;
+    int misunderstood_ = 0; // Events in a row.
     uint64_t catalogue_version_ = 0;
     uint64_t connections_ = 0;
     bool absent_ = false; // There was no service when it was last looked for.

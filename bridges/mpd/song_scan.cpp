@@ -4,6 +4,8 @@
 
 #include <vantro/catalogue.h>
 
+#include "bridges/mpd/ack.h"
+
 namespace vantro::mpd {
 namespace {
 
@@ -44,8 +46,24 @@ void SongScan::begin(Player &player, Catalogue &catalogue) {
     }
 }
 
+SongPtr SongScan::find_one(Player &player, Catalogue &catalogue, const std::string &uri) const {
+    try {
+        SongPtr song = catalogue.find(player, uri).song;
+        return song && filter_.matches(*song) ? song : nullptr;
+    } catch (const Ack &ack) {
+        if (ack.code() != AckCode::no_exist) {
+            throw;
+        }
+        return nullptr;
+    }
+}
+
 SongPtr SongScan::next(Player &player, Catalogue &catalogue) {
     if (!begun_) {
+        if (const std::optional<std::string> uri = filter_.demanded_uri()) {
+            begun_ = true;
+            return find_one(player, catalogue, *uri);
+        }
         begin(player, catalogue);
     }
     if (walks_.empty()) {

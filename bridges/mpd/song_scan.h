@@ -28,6 +28,7 @@ class SongScan {
 
   private:
     void begin(Player &player, Catalogue &catalogue);
+    SongPtr find_one(Player &player, Catalogue &catalogue, const std::string &uri) const;
 
     const Filter filter_;
     const Filter::Knowledge needs_;

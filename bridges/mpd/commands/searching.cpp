@@ -21,8 +21,9 @@ namespace {
 
 using Knowledge = Filter::Knowledge;
 
-// Songs that are kept to be sorted.
+// Songs that are kept to be sorted, and the bytes that they are sorted by.
 constexpr size_t sorted_max = 100'000;
+constexpr size_t sorted_bytes_max = 32 * 1024 * 1024;
 
 // Nodes that are added at once. A request of the service has room for twice as much.
 constexpr size_t nodes_bytes = 1024 * 1024;
@@ -99,10 +100,11 @@ class MatchingSongs : public Task {
     // @return whether more songs are wanted.
     bool look_at(Context &context, const SongPtr &song) {
         if (options_.sort) {
-            if (sorted_.size() == sorted_max) {
+            sorted_.emplace_back(sort_key(*song, *options_.sort), song->key);
+            sorted_bytes_ += sorted_.back().first.size();
+            if (sorted_.size() > sorted_max || sorted_bytes_ > sorted_bytes_max) {
                 throw Ack(AckCode::argument, "too many songs to be sorted");
             }
-            sorted_.emplace_back(sort_key(*song, *options_.sort), song->key);
             return true;
         }
         const Range &window = options_.window;
@@ -117,6 +119,7 @@ class MatchingSongs : public Task {
     bool scanned_ = false;
     size_t at_ = 0; // Matches so far; after sorting, the next one to be taken.
     bool is_sorted_ = false;
+    size_t sorted_bytes_ = 0;
     std::vector<std::pair<std::string, NodeKey>> sorted_;
 };
 

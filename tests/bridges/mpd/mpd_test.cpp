@@ -147,6 +147,8 @@ TEST_F(Bridge, AnswersToLines) {
         {"find \"(artist =~ 'x')\"", "ACK [2@0] {find} regular expressions are not supported\n"},
         {"count \"(artist == 'Red')\" group album",
          "Album: The Way\nsongs: 2\nplaytime: 160\nOK\n"},
+        {"count file music/loose.flac", "songs: 1\nplaytime: 30\nOK\n"},
+        {"count \"((file == 'music/none') AND (artist == 'Red'))\"", "songs: 0\nplaytime: 0\nOK\n"},
         {"list album group artist", "Artist: Blue\nAlbum: \nArtist: Red\nAlbum: The Way\nOK\n"},
         {"listplaylist mix", loose_uri + "file: " + one + "\nOK\n"},
         {"binarylimit 64", "OK\n"},
@@ -227,6 +229,8 @@ TEST_F(Bridge, NobodysMisconductReachesOthers) {
         }
         EXPECT_EQ(list.ask(all), "ACK [2@0] {} the command list is too long\n");
     }
+    RawClient browser(port_);
+    EXPECT_EQ(browser.ask("POST /x HTTP/1.1\r\nHost: x\r\n\r\nsetvol 3"), "(closed)");
     // An answer of some 40 MB that is not taken costs the bridge little, and others nothing.
     constexpr int commands = 30'000;
     RawClient slow(port_);
@@ -247,6 +251,7 @@ TEST_F(Bridge, NobodysMisconductReachesOthers) {
         confirmed += line == "list_OK";
     }
     EXPECT_EQ(confirmed, commands);
+    EXPECT_EQ(other.ask("getvol"), "volume: 100\nOK\n"); // no browser has set it
 
     halves.send("tus\n");
     EXPECT_NE(halves.answer().find("state: stop\n"), std::string::npos);
