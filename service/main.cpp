@@ -37,6 +37,7 @@
 #include "service/service_manager.h"
 #include "service/sound/mpv_core.h"
 #include "service/sound/mpv_sound.h"
+#include "service/state/keeper.h"
 
 namespace {
 
@@ -182,6 +183,12 @@ void tell_ready(int64_t tracks, const Options &options) {
     service_manager::tell_ready();
 }
 
+// Ends the keeping of players while they are still there.
+struct Keeping {
+    state::Keeper &keeper;
+    ~Keeping() { keeper.finish(); }
+};
+
 // What would be used, an option a line.
 int print_settings(const Options &options) {
     if (const std::string error = check_music(options.music); !error.empty()) {
@@ -217,6 +224,7 @@ int serve(const Options &options, Reload &reload) {
     if (wanted.state.empty()) {
         return fail("--state: none is given, and neither XDG_STATE_HOME nor HOME is set");
     }
+    const std::filesystem::path state = wanted.state;
     playback::Players *published = nullptr;
     wanted.changed = [&published](int32_t source) { published->source_changed(source); };
     wanted.progress = [&report](const catalogue::ScanProgress &progress) { report.note(progress); };
@@ -226,10 +234,16 @@ int serve(const Options &options, Reload &reload) {
         return fail("--state: " + error);
     }
 
+    std::optional<state::Keeper> keeper; // before the players, whose threads call it
     playback::Players players(*store, options.players, monotonic_now, sound_maker(options));
-    if (error = players.publish(options.readers, log_line); !error.empty()) {
+    keeper.emplace(players, state / "players", log_line);
+    const Keeping keeping{*keeper};
+    keeper->restore(options.resume);
+    error = players.publish(options.readers, log_line, [&keeper] { keeper->look(); });
+    if (!error.empty()) {
         return fail(error);
     }
+    keeper->start();
     published = &players; // before anything is scanned
     MemoryReturn memory;
     memory.start();

@@ -233,9 +233,12 @@ void Parser::add_players() {
         ->allow_extra_args(false)
         ->check(check_player);
     app_.add_option("--state", options_.state,
-                    "Directory for the catalogue (default: $XDG_STATE_HOME/vantro, else "
+                    "Directory for the catalogue and for what players are left with (default: "
+                    "$XDG_STATE_HOME/vantro, else "
                     "~/.local/state/vantro)")
         ->type_name("DIR");
+    app_.add_flag("--resume", options_.resume,
+                  "Players that played when the service ended play on; else they are paused");
 }
 
 void Parser::add_access() {

@@ -45,6 +45,7 @@ struct Options {
     std::map<std::string, std::string> audio_devices;
     std::string replaygain = "no"; // as mpv has it
     int log_level = LOG_SEVERITY_TRACE;
+    bool resume = false; // what played before the restart plays on
 
     Task task = Task::serve;
     std::vector<config::Setting> settings; // every option, and where it comes from

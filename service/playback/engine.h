@@ -82,6 +82,16 @@ class Engine {
         int32_t position_ms = 0; // from the start of that song
     };
 
+    // All that a player is, to be kept over a restart.
+    struct Saved {
+        VantroStateInfo modes = {VANTRO_STATE_IDLE, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF};
+        VantroVolume volume = {volume_max, 0};
+        SessionPtr session;         // null while idle
+        std::vector<int32_t> order; // with shuffle: indices of the session in the order of play
+        int32_t place = 0;          // of the current song in the order of play
+        int64_t position_us = 0;
+    };
+
     struct Change {
         // What became different; where it is nothing but the time, `tick`.
         enum : unsigned { state = 1, session = 2, track = 4, position = 8, tick = 16, volume = 32 };
@@ -128,6 +138,11 @@ class Engine {
     int set_muted(int32_t muted) EXCLUDES(mutex_);
 
     Snapshot snapshot() EXCLUDES(mutex_);
+
+    Saved saved() EXCLUDES(mutex_);
+    // Makes the player what it was, but for one that played: it is paused unless `play`. What was
+    // saved is whole: its place is in its session, and its order has each index once.
+    void restore(const Saved &saved, bool play) EXCLUDES(mutex_);
 
     // How many changes were noted so far. Without the lock.
     uint64_t changes() const { return noted_count_.load(std::memory_order_acquire); }

@@ -89,6 +89,32 @@ void Engine::unload(uint64_t tsid) {
     note(Change::session, now);
 }
 
+Engine::Saved Engine::saved() {
+    const MutexLock guard(mutex_);
+    const auto now = catch_up();
+    return {modes_, volume_, session_, order_, place_, session_ ? position(now) : 0};
+}
+
+void Engine::restore(const Saved &saved, bool play) {
+    const MutexLock guard(mutex_);
+    const auto now = catch_up();
+    order_ = saved.order;
+    session_ = saved.session;
+    modes_ = saved.modes;
+    volume_ = saved.volume;
+    place_ = saved.place;
+    if (playing() && !play) {
+        modes_.state = VANTRO_STATE_PAUSED;
+    }
+    if (!session_) {
+        note(Change::volume, now);
+        return;
+    }
+    jump_to(saved.position_us, now);
+    track_started_by_choice();
+    note(Change::session | Change::track | Change::position | Change::volume, now);
+}
+
 // Every song once; `first` begins, unless it is any_index.
 std::vector<int32_t> Engine::draw_order(const TrackSession &session, int32_t first) {
     std::vector<int32_t> order(session.songs.size());

@@ -56,6 +56,9 @@ void Player::publish_changes(publishing::HeldBell &bell) {
     }
     if (more_than_ticks) {
         call_for_what_is_due();
+        if (calls_.keep) {
+            calls_.keep();
+        }
     }
 }
 

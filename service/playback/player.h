@@ -112,6 +112,10 @@ class Player : private sound::Listener {
     int set_muted(int32_t muted) { return engine_.set_muted(muted); }
     Engine::Snapshot snapshot() { return engine_.snapshot(); }
 
+    // As the engine's. The session that comes back is of a maker who is gone.
+    Engine::Saved saved() { return engine_.saved(); }
+    void restore(const Engine::Saved &saved, bool play) EXCLUDES(mutex_);
+
     // Whether there is a current session.
     bool has_session() { return engine_.snapshot().session != nullptr; }
 
@@ -122,6 +126,7 @@ class Player : private sound::Listener {
     struct Calls {
         std::function<void(std::chrono::nanoseconds)> wake_within; // call wake()
         std::function<void()> check_file;
+        std::function<void()> keep; // something other than the time has changed
     };
 
     // Starts publishing; call it once, before the player is shared. Returns an error text, empty on

@@ -199,6 +199,14 @@ std::optional<int> Player::make_current(const Engine::Snapshot &from, const Sess
     return 0;
 }
 
+void Player::restore(const Engine::Saved &saved, bool play) {
+    const MutexLock guard(mutex_);
+    if (saved.session) {
+        sessions_.push_back({saved.session, {}, true});
+    }
+    engine_.restore(saved, play);
+}
+
 void Player::maker_gone(uint64_t number) noexcept {
     const MutexLock guard(mutex_);
     for (Kept &each : sessions_) {

@@ -29,10 +29,12 @@ Players::~Players() {
     }
 }
 
-std::string Players::publish(const object_readers &readers, const publishing::Publisher::Log &log) {
+std::string Players::publish(const object_readers &readers, const publishing::Publisher::Log &log,
+                             std::function<void()> keep) {
     const Player::Calls calls = {
         [this](std::chrono::nanoseconds time) { clock_watch_.look_within(time); },
         [this] { file_checks_.look(); },
+        std::move(keep),
     };
     for (Player &player : players_) {
         if (const std::string error = player.publish(readers, log, calls); !error.empty()) {
@@ -41,6 +43,9 @@ std::string Players::publish(const object_readers &readers, const publishing::Pu
     }
     clock_watch_.start();
     file_checks_.start();
+    for (Player &player : players_) {
+        player.publish_changes(); // what was restored
+    }
     return "";
 }
 

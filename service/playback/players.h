@@ -35,8 +35,10 @@ class Players {
 
     // Publishes all players for those readers, from now on until the end of this, and starts the
     // threads. Once.
+    // @param keep called, on any thread, when something other than the time has changed.
     // Returns "" or, in words, why it cannot be.
-    std::string publish(const object_readers &readers, const publishing::Publisher::Log &log);
+    std::string publish(const object_readers &readers, const publishing::Publisher::Log &log,
+                        std::function<void()> keep = nullptr);
 
     // See Player::maker_gone(). Any thread.
     void maker_gone(uint64_t number) noexcept;

@@ -25,9 +25,11 @@ class Watch : public Vantroctl {
         } while (!position && line.find("position\t") == 0);
         return line;
     }
-    static void expect_picture(test::Process &watch) {
-        for (const char *line : {"state\tidle, rate 1, repeat off, shuffle off", "session\tnone",
-                                 "track\tnone", "position\t0:00"}) {
+    static void expect_picture(test::Process &watch,
+                               const std::vector<std::string> &lines = {
+                                   "state\tidle, rate 1, repeat off, shuffle off", "session\tnone",
+                                   "track\tnone", "position\t0:00"}) {
+        for (const std::string &line : lines) {
             EXPECT_EQ(next(watch, true), line);
         }
         EXPECT_EQ(next(watch).find("source\t1: music, "), 0u); // It may be scanned again.
@@ -127,7 +129,8 @@ TEST_F(Watch, TellsEachEventAsALineAndGoesOnAfterARestart) {
     EXPECT_EQ(next(watch), "gone\tthe service is gone; waiting for it");
     start();
     EXPECT_EQ(next(watch), "back\tthe service is back");
-    expect_picture(watch);
+    expect_picture(watch, {"state\tpaused, rate 1.5, repeat one, shuffle on", "session\t2 tracks",
+                           "track\t2 of 2: Two (1:40)", "position\t1:10 of 1:40"});
     watch.kill(SIGTERM);
     EXPECT_EQ(watch.wait(), -SIGTERM);
 }

@@ -1,0 +1,204 @@
+#include "service/state/keeper.h"
+
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include <vantro/platform/log.h>
+
+namespace vantro::service::state {
+
+namespace {
+
+constexpr const char *session_name = "session";
+constexpr const char *position_name = "position";
+
+// Nothing where there is no such file. `why` receives why one cannot be read.
+std::optional<std::string> read(const std::filesystem::path &file, size_t most, std::string &why) {
+    struct stat status = {};
+    if (::stat(file.c_str(), &status) != 0) {
+        why = errno == ENOENT ? "" : std::strerror(errno);
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) > most) {
+        why = "it is not such a file";
+        return std::nullopt;
+    }
+    std::ifstream input(file, std::ios::binary);
+    std::string text{std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>()};
+    if (!input) {
+        why = "it cannot be read";
+        return std::nullopt;
+    }
+    return text;
+}
+
+bool same_session(const playback::Engine::Saved &a, const playback::Engine::Saved &b) {
+    return a.session == b.session && a.order == b.order;
+}
+
+bool same_position(const playback::Engine::Saved &a, const playback::Engine::Saved &b) {
+    return a.place == b.place && a.position_us == b.position_us && a.modes.state == b.modes.state &&
+           a.modes.rate == b.modes.rate && a.modes.repeat == b.modes.repeat &&
+           a.modes.shuffle == b.modes.shuffle && a.volume.level == b.volume.level &&
+           a.volume.muted == b.volume.muted;
+}
+
+bool sync_folder(const std::filesystem::path &folder) {
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) {
+        return false;
+    }
+    const bool good = ::fsync(descriptor) == 0;
+    ::close(descriptor);
+    return good;
+}
+
+bool write_all(int descriptor, const std::string &text) {
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t now = ::write(descriptor, text.data() + done, text.size() - done);
+        if (now < 0 && errno != EINTR) {
+            return false;
+        }
+        done += static_cast<size_t>(now > 0 ? now : 0);
+    }
+    return true;
+}
+
+} // namespace
+
+Keeper::Keeper(playback::Players &players, std::filesystem::path directory, Log log)
+    : players_(players), directory_(std::move(directory)), log_(std::move(log)),
+      kept_(players.size()), worker_([this] { return keep_all(); }) {}
+
+std::filesystem::path Keeper::folder_of(const playback::Player &player) const {
+    return directory_ / player.name;
+}
+
+void Keeper::restore(bool resume) {
+    for (size_t i = 0; i < players_.size(); ++i) {
+        playback::Player &player = players_[i];
+        Kept &kept = kept_[i];
+        const std::filesystem::path session_file = folder_of(player) / session_name;
+        const std::filesystem::path position_file = folder_of(player) / position_name;
+        std::string why;
+        const std::optional<std::string> session = read(session_file, session_bytes_max, why);
+        std::optional<KeptPlayer> found = session ? read_session(*session) : std::nullopt;
+        if (!found) {
+            if (session || !why.empty()) {
+                set_aside(session_file, why.empty() ? "it is damaged" : why.c_str());
+            }
+            continue;
+        }
+        kept.session_written = kept.position_written = true;
+        const std::optional<std::string> position = read(position_file, position_bytes_max, why);
+        if (position && !read_position(*position, *found)) {
+            set_aside(position_file, "it is damaged");
+        }
+        kept.player = *found;
+        player.restore(found->saved, resume);
+    }
+}
+
+// The player begins with what is left; what was there is kept for whoever wants to look.
+void Keeper::set_aside(const std::filesystem::path &file, const char *why) {
+    std::error_code error;
+    const std::string aside = file.native() + ".broken";
+    std::filesystem::rename(file, aside, error);
+    log_(LOG_SEVERITY_WARNING, fmt::format("'{}' is not used: {}{}", file.native(), why,
+                                           error ? "" : fmt::format(" (it is '{}' now)", aside)));
+}
+
+void Keeper::start() {
+    worker_.start();
+}
+
+void Keeper::finish() {
+    worker_.stop();
+    if (!std::exchange(finished_, true)) {
+        keep_all();
+    }
+}
+
+std::optional<std::chrono::nanoseconds> Keeper::keep_all() {
+    bool again = false;
+    for (size_t i = 0; i < players_.size(); ++i) {
+        try {
+            keep(players_[i], kept_[i]);
+        } catch (const std::exception &) {
+            again = true; // there was no memory for it
+        }
+        again =
+            again || kept_[i].fails || kept_[i].player.saved.modes.state == VANTRO_STATE_PLAYING;
+    }
+    return again ? std::optional<std::chrono::nanoseconds>(position_every) : std::nullopt;
+}
+
+void Keeper::keep(playback::Player &player, Kept &kept) {
+    playback::Engine::Saved now = player.saved();
+    if (!same_session(now, kept.player.saved)) {
+        kept.session_written = false;
+    }
+    if (!same_position(now, kept.player.saved)) {
+        kept.position_written = false;
+    }
+    const bool is_new = !kept.session_written && !now.session && !kept.player.saved.session &&
+                        kept.player.edition == 0 && same_position(now, {});
+    kept.player.saved = std::move(now);
+    if (is_new || (kept.session_written && kept.position_written)) {
+        return; // nothing has ever been done with it, or it is as it is kept
+    }
+    const std::filesystem::path folder = folder_of(player);
+    std::string error;
+    if (!kept.session_written) {
+        kept.player.edition = editions_();
+        error = write(folder / session_name, write_session(kept.player));
+        kept.session_written = kept.position_written = error.empty();
+    } else {
+        error = write(folder / position_name, write_position(kept.player));
+        kept.position_written = error.empty();
+    }
+    if (std::exchange(kept.fails, !error.empty()) != kept.fails) {
+        log_(kept.fails ? LOG_SEVERITY_ERROR : LOG_SEVERITY_NOTICE,
+             kept.fails
+                 ? fmt::format("player \"{}\" cannot be kept for a restart: {}", player.name, error)
+                 : fmt::format("player \"{}\" is kept for a restart again", player.name));
+    }
+}
+
+// Replaces a file. Returns "" or why it could not be.
+std::string Keeper::write(const std::filesystem::path &file, const std::string &text) {
+    std::error_code error;
+    const bool made = std::filesystem::create_directories(file.parent_path(), error);
+    const std::string part = file.native() + ".part";
+    const auto failed = [&part](const char *what) {
+        return fmt::format("{} '{}': {}", what, part, std::strerror(errno));
+    };
+    const int descriptor =
+        ::open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (descriptor < 0) {
+        return failed("cannot open");
+    }
+    bool good = write_all(descriptor, text) && ::fsync(descriptor) == 0;
+    const int reason = errno;
+    good = ::close(descriptor) == 0 && good;
+    if (!good) {
+        errno = reason;
+        return failed("cannot write");
+    }
+    if (::rename(part.c_str(), file.c_str()) != 0 || !sync_folder(file.parent_path()) ||
+        (made && !sync_folder(directory_))) {
+        return failed("cannot replace the file by");
+    }
+    return "";
+}
+
+} // namespace vantro::service::state

@@ -1,0 +1,111 @@
+// The files in which a player is kept: what was written comes back, and nothing else does.
+#include <regex>
+
+#include <gtest/gtest.h>
+
+#include "service/state/player_file.h"
+
+namespace vantro::service::state {
+
+namespace {
+
+KeptPlayer a_player() {
+    KeptPlayer player;
+    player.edition = 77;
+    player.saved.modes = {VANTRO_STATE_PAUSED, 1.5f, VANTRO_REPEAT_ALL, VANTRO_SHUFFLE_ON};
+    player.saved.volume = {40, 1};
+    player.saved.session = std::make_shared<playback::TrackSession>(
+        5, 2, std::vector<catalogue::QueuedSong>{{-3, 1, 1000}, {1LL << 60, 2, 0}, {9, 1, 7}});
+    player.saved.order = {2, 0, 1};
+    player.saved.place = 1;
+    player.saved.position_us = 999'999;
+    return player;
+}
+
+// The text with something else in place of the first match, and the sum that then belongs to it.
+std::string changed(std::string text, const std::string &pattern, const std::string &by) {
+    text =
+        std::regex_replace(text, std::regex(pattern), by, std::regex_constants::format_first_only);
+    text.resize(text.rfind("sum "));
+    uint64_t sum = 0xCBF29CE484222325;
+    for (const unsigned char c : text) {
+        sum = (sum ^ c) * 0x100000001B3;
+    }
+    char line[32];
+    std::snprintf(line, sizeof line, "sum %016llx\n", static_cast<unsigned long long>(sum));
+    return text + line;
+}
+
+TEST(PlayerFile, WhatWasWrittenComesBack) {
+    KeptPlayer player = a_player();
+    const std::string text = write_session(player);
+    std::optional<KeptPlayer> back = read_session(text);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(write_session(*back), text);
+    player.saved.place = 2;
+    player.saved.position_us = 0;
+    player.saved.modes.state = VANTRO_STATE_STOPPED;
+    EXPECT_TRUE(read_position(write_position(player), *back));
+    EXPECT_EQ(write_session(*back), write_session(player));
+    player.edition = 78; // another session's: it says nothing of this one
+    player.saved.place = 0;
+    EXPECT_TRUE(read_position(write_position(player), *back));
+    EXPECT_EQ(back->saved.place, 2);
+    KeptPlayer idle;
+    idle.saved.volume.level = 3;
+    ASSERT_TRUE(read_session(write_session(idle)));
+    EXPECT_EQ(read_session(write_session(idle))->saved.volume.level, 3);
+}
+
+TEST(PlayerFile, NothingElseDoes) {
+    const std::string session = write_session(a_player()), position = write_position(a_player());
+    for (const std::string *text : {&session, &position}) {
+        for (size_t at = 0; at < text->size(); ++at) {
+            std::string flipped = *text;
+            flipped[at] = static_cast<char>(flipped[at] ^ 1);
+            for (const std::string &broken : {text->substr(0, at), flipped}) {
+                KeptPlayer player = a_player();
+                EXPECT_FALSE(read_session(broken));
+                EXPECT_FALSE(read_position(broken, player));
+                EXPECT_EQ(write_session(player), session) << "it has changed";
+            }
+        }
+    }
+    const struct {
+        const char *pattern, *by;
+    } rows[] = {
+        {"session 1", "session 2"},
+        {"place 1", "place 3"},
+        {"place 1", "place -1"},
+        {"place 1 999999", "place 1 1000001"}, // beyond the song's end
+        {"modes 3", "modes 1"},
+        {"modes 3", "modes 5"},
+        {"1.5", "0"},
+        {"1.5", "nan"},
+        {"1.5", "16.5"},
+        {"1.5 1 1", "1.5 3 1"},
+        {"1.5 1 1", "1.5 1 0"},
+        {"volume 40", "volume 101"},
+        {"songs 3", "songs 4"},
+        {"songs 3", "songs 2"},
+        {"songs 3", "songs 99999999"},
+        {"songs 3 5", "songs 3 0"},
+        {"songs 3 5 2 3", "songs 3 5 2 2"},
+        {"songs 3 5 2", "songs 3 5 9"},
+        {" 1000 2\n", " 1000 3\n"},
+        {" 1000 2\n", " 1000 0\n"},
+        {" -3 1", " -3 0"},
+        {" -3", " x"},
+        {" -3 1 1000", " -3 1 -1"},
+        {"sum", "more\nsum"},
+    };
+    ASSERT_TRUE(read_session(changed(session, "place 1", "place 1")));
+    for (const auto &row : rows) {
+        EXPECT_FALSE(read_session(changed(session, row.pattern, row.by))) << row.by;
+    }
+    EXPECT_FALSE(read_session(changed(write_session({}), "place 0", "place 1")));
+}
+
+} // namespace
+
+} // namespace vantro::service::state

@@ -1,0 +1,147 @@
+// Players that are back after a restart, however the service ended.
+#include <random>
+#include <thread>
+
+#include <vantro/vantro.hpp>
+
+#include "tests/service/vantrod.h"
+
+namespace vantro::service {
+
+namespace {
+
+class Restart : public Vantrod {
+  protected:
+    static constexpr int songs = 6;
+
+    void SetUp() override {
+        Vantrod::SetUp();
+        for (int i = 0; i < songs; ++i) {
+            test::make_music(path_ + "/music/" + std::to_string(i) + ".flac", 60'000,
+                             {"TITLE=" + std::to_string(i)});
+        }
+        run();
+        while (told() != "vantrod: scanned (6 tracks)") {
+            ASSERT_FALSE(service->ended());
+        }
+    }
+    void run(const std::vector<std::string> &more = {}) {
+        std::vector<std::string> arguments = {"--music", path_ + "/music", "--player",
+                                              "main",    "--player",       "den"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        start(arguments);
+        ASSERT_EQ(told().rfind("vantrod: ready (", 0), 0u);
+    }
+    void end(int signal) {
+        service->kill(signal);
+        service->wait();
+    }
+    // All that a client can ask of a player, but for the position while it plays.
+    static std::string all_of(Player &player) {
+        const VantroStateInfo state = player.state().or_throw();
+        const VantroTrksessionInfo session = player.session().or_throw();
+        std::string all = bytes(state, session, player.volume().or_throw());
+        if (session.tsid != 0) {
+            all += bytes(player.track().or_throw()->index);
+            for (const MediaNode &node : player.tracks(session.tsid)) {
+                all += name(node.id ? node.id : "");
+            }
+        }
+        return all;
+    }
+    static Player open(const char *name) {
+        return Player::connect(name, std::chrono::seconds(20)).or_throw();
+    }
+    std::filesystem::path file(const char *name) const {
+        return path_ + "/state/vantro/players/main/" + name;
+    }
+};
+
+TEST_F(Restart, PlayersAreWhatTheyWere) {
+    Player main = open("main"), den = open("den");
+    ASSERT_TRUE(main.set_shuffle(true));
+    ASSERT_TRUE(main.create_session(0, "1:songs\n1:songs", 7));
+    ASSERT_TRUE(main.set_repeat(Repeat::all));
+    ASSERT_TRUE(main.set_rate(1.25f));
+    ASSERT_TRUE(main.set_volume(33));
+    ASSERT_TRUE(main.next());
+    ASSERT_TRUE(main.seek(Player::Milliseconds(12'345)));
+    ASSERT_TRUE(den.create_session(1, "songs", 2, Start::playing));
+    const std::string before = all_of(main);
+    // The order of a shuffle too: the tracks that follow are the same.
+    std::vector<int32_t> order;
+    for (int i = 0; i < 12; ++i) {
+        ASSERT_TRUE(main.next());
+        order.push_back(main.track().or_throw()->index);
+    }
+    ASSERT_TRUE(main.seek(Player::Milliseconds(12'345)));
+    ASSERT_EQ(all_of(main), before);
+    end(SIGTERM);
+
+    std::filesystem::remove(path_ + "/music/3.flac"); // its place stays, as in any session
+    run();
+    main = open("main");
+    den = open("den");
+    for (int i = 0; i < 12; ++i) {
+        if (i == 0) {
+            EXPECT_EQ(main.position().or_throw().count(), 12'345);
+            EXPECT_EQ(main.volume()->level, 33);
+            EXPECT_EQ(main.state()->rate, 1.25f);
+            EXPECT_EQ(main.state()->state, VANTRO_STATE_PAUSED);
+            EXPECT_EQ(main.session()->length, 12);
+        }
+        ASSERT_TRUE(main.next());
+        EXPECT_EQ(main.track().or_throw()->index, order[static_cast<size_t>(i)]);
+    }
+    EXPECT_EQ(den.state()->state, VANTRO_STATE_PAUSED);
+    ASSERT_TRUE(den.play());
+    end(SIGTERM);
+    run({"--resume"});
+    EXPECT_EQ(open("den").state()->state, VANTRO_STATE_PLAYING);
+    EXPECT_EQ(open("main").state()->state, VANTRO_STATE_PAUSED);
+    EXPECT_EQ(open("den").track().or_throw()->index, 2);
+}
+
+TEST_F(Restart, WhateverTheMomentItIsTheOldOrTheNew) {
+    std::minstd_rand random(std::random_device{}());
+    for (int turn = 0; turn < 3; ++turn) {
+        SCOPED_TRACE(turn);
+        Player main = open("main");
+        const std::string old = all_of(main);
+        ASSERT_TRUE(
+            main.create_session(0, turn % 2 ? "1:songs\n1:songs" : "1:songs", turn % songs));
+        const std::string fresh = all_of(main);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1900 + random() % 250));
+        end(SIGKILL);
+        run();
+        const std::string after = all_of(main = open("main"));
+        EXPECT_TRUE(after == old || after == fresh);
+        EXPECT_FALSE(std::filesystem::exists(file("session.broken")));
+    }
+}
+
+TEST_F(Restart, BrokenFilesCostNoStart) {
+    Player main = open("main");
+    ASSERT_TRUE(main.create_session(1, "songs", 4));
+    end(SIGTERM);
+    std::filesystem::resize_file(file("session"), 100);
+    run();
+    main = open("main");
+    EXPECT_EQ(main.state()->state, VANTRO_STATE_IDLE);
+    EXPECT_TRUE(std::filesystem::exists(file("session.broken")));
+    // Where nothing can be written the service runs, and says so once.
+    std::filesystem::remove_all(path_ + "/state/vantro/players");
+    test::write_file(path_ + "/state/vantro/players", "in the way");
+    ASSERT_TRUE(main.create_session(1, "songs", 4));
+    std::string line;
+    do {
+        ASSERT_TRUE(service->readable(20'000));
+        line = service->line();
+    } while (line.find("player \"main\" cannot be kept for a restart") == std::string::npos);
+    ASSERT_TRUE(main.next());
+    end(SIGTERM);
+}
+
+} // namespace
+
+} // namespace vantro::service
