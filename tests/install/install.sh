@@ -25,6 +25,10 @@ if grep -q '^VANTRO_BUILD_MPRIS:BOOL=\(ON\|1\)$' "$build/CMakeCache.txt"; then
     programs+=' vantro-mpris'
     pages+=' man1/vantro-mpris.1'
 fi
+if grep -q '^VANTRO_BUILD_MPD:BOOL=\(ON\|1\)$' "$build/CMakeCache.txt"; then
+    programs+=' vantro-mpd'
+    pages+=' man1/vantro-mpd.1'
+fi
 for program in $programs; do
     said=$("$prefix/bin/$program" --version) || fail "$program does not start"
     [ "$said" = "$program $version" ] || fail "$program says '$said', the header $version"

@@ -1,0 +1,310 @@
+#include "bridges/mpd/client.h"
+
+#include <chrono>
+#include <exception>
+
+#include <fmt/format.h>
+
+#include "bridges/mpd/catalogue.h"
+#include "bridges/mpd/line_parser.h"
+#include "bridges/mpd/partitions.h"
+#include "bridges/mpd/service_call.h"
+
+namespace vantro::mpd {
+namespace {
+
+// The version of the protocol that is spoken here.
+constexpr std::string_view greeting = "OK MPD 0.23.5\n";
+
+// A web page can have a browser send requests to a port of this machine, with commands in them.
+bool is_of_a_browser(std::string_view line) {
+    const size_t version = line.rfind(" HTTP/");
+    return version != std::string_view::npos && line.find('"') == std::string_view::npos &&
+           line.size() - version <= std::string_view(" HTTP/1.1").size();
+}
+
+// After so long the other clients have their turn.
+constexpr std::chrono::milliseconds turn(5);
+
+} // namespace
+
+Client::Client(Descriptor socket, Partition &partition, Partitions &partitions,
+               Catalogue &catalogue)
+    : connection_(std::move(socket)), partition_(&partition), partitions_(partitions),
+      catalogue_(catalogue) {
+    connection_.output() = greeting;
+}
+
+Context Client::context() {
+    catalogue_.be_at(partitions_.catalogue_version());
+    return {*this, *partition_, partitions_, catalogue_, Reply(connection_.output())};
+}
+
+bool Client::busy() const {
+    if (connection_.broken() || closing_ || connection_.full()) {
+        return false;
+    }
+    return task_ || at_ < lines_.size() || connection_.has_line() || connection_.overlong();
+}
+
+bool Client::wants_input() const {
+    if (connection_.at_end()) {
+        return false;
+    }
+    return closing_ || (!task_ && at_ >= lines_.size() && !connection_.has_line());
+}
+
+bool Client::ended() const {
+    if (connection_.broken()) {
+        return true;
+    }
+    return !connection_.has_output() && connection_.at_end() && !busy();
+}
+
+void Client::work() {
+    const auto end = std::chrono::steady_clock::now() + turn;
+    while (busy()) {
+        if (task_ || at_ < lines_.size()) {
+            run_next();
+        } else if (const auto line = connection_.take_line()) {
+            take_line(*line);
+        } else {
+            command_.clear();
+            in_list_ = false;
+            refuse(AckCode::argument, "the line is too long");
+            closing_ = true;
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            break;
+        }
+    }
+    commit_turn();
+    connection_.send();
+    if (closing_) {
+        connection_.finish();
+    }
+}
+
+void Client::take_line(std::string_view line) {
+    if (idle_) {
+        if (line == "noidle") {
+            idle_ = false;
+            connection_.output() += "OK\n";
+        } else {
+            closing_ = true; // an answer could not be told from the news
+        }
+        return;
+    }
+    if (is_of_a_browser(line)) {
+        closing_ = true;
+    } else if (collecting_) {
+        add_to_list(line);
+    } else if (line == "command_list_begin" || line == "command_list_ok_begin") {
+        begin_list(line == "command_list_ok_begin");
+    } else if (line == "noidle") {
+        return; // the news was on its way already
+    } else {
+        in_list_ = false;
+        at_ = 0;
+        lines_.assign(1, std::string(line));
+        run_next();
+    }
+}
+
+void Client::begin_list(bool tells_each) {
+    collecting_ = true;
+    tells_each_ = tells_each;
+    lines_.clear();
+    at_ = 0;
+    list_bytes_ = 0;
+}
+
+void Client::add_to_list(std::string_view line) {
+    if (line == "command_list_end") {
+        collecting_ = false;
+        in_list_ = true;
+        at_ = 0;
+        if (lines_.empty()) {
+            connection_.output() += "OK\n";
+        }
+        return;
+    }
+    list_bytes_ += line.size();
+    if (list_bytes_ > list_bytes_max || lines_.size() == list_lines_max) {
+        command_.clear();
+        refuse(AckCode::argument, "the command list is too long");
+        closing_ = true;
+        return;
+    }
+    lines_.emplace_back(line);
+    at_ = lines_.size(); // nothing is carried out before the list's end
+}
+
+void Client::run_next() {
+    if (!(task_ ? step_task() : run(lines_[at_]))) {
+        lines_.clear();
+        at_ = 0;
+        task_.reset();
+        return;
+    }
+    if (!task_) {
+        finish_command();
+    }
+}
+
+// After a command that was carried out.
+void Client::finish_command() {
+    ++at_;
+    const bool last = at_ >= lines_.size();
+    if (in_list_ && tells_each_) {
+        connection_.output() += "list_OK\n";
+    }
+    if (last) {
+        lines_.clear();
+        at_ = 0;
+        if (idle_) {
+            tell_changes();
+        } else if (!closing_) {
+            connection_.output() += "OK\n";
+        }
+    }
+}
+
+bool Client::run(const std::string &line) {
+    command_.clear();
+    try {
+        const std::vector<std::string> words = parse_line(line);
+        const Command *const command = find_command(words.front());
+        if (!command) {
+            throw Ack(AckCode::unknown, fmt::format("unknown command \"{}\"", words.front()));
+        }
+        command_ = words.front();
+        const Arguments arguments = Arguments(words).subspan(1);
+        if (in_list_ && command_ == "idle") {
+            throw Ack(AckCode::not_list, "not allowed in a command list");
+        }
+        if (arguments.size() < command->least || arguments.size() > command->most) {
+            throw Ack(AckCode::argument,
+                      fmt::format("wrong number of arguments for \"{}\"", command_));
+        }
+        carry_out(*command, arguments);
+        return true;
+    } catch (const std::exception &) {
+        refuse_current();
+        commit_rest();
+    }
+    return false;
+}
+
+void Client::carry_out(const Command &command, Arguments arguments) {
+    if (!command.drafts) {
+        partition_->commit();
+    }
+    const bool alone = !partition_->has_draft();
+    const size_t answered = connection_.output().size();
+    const auto once = [&] {
+        Context now = context();
+        task_ = command.handler(now, arguments);
+        if (at_ + 1 == lines_.size()) {
+            partition_->commit(); // before the answer says that it is done
+        }
+    };
+    try {
+        once();
+    } catch (const ServiceGone &) {
+        if (!alone) {
+            throw; // what came before is lost
+        }
+        // The end of a service is often noticed by the first call only. The next one may run.
+        partition_->leave();
+        connection_.output().resize(answered);
+        once();
+    }
+}
+
+// Commands before the one that failed were confirmed, or are done as far as the client knows.
+void Client::commit_rest() {
+    try {
+        partition_->commit();
+    } catch (const std::exception &) {
+        // The first failure is the one that is told.
+    }
+}
+
+// Others see the queue between two turns of a long command list.
+void Client::commit_turn() {
+    try {
+        partition_->commit();
+    } catch (const std::exception &) {
+        at_ = at_ > 0 ? at_ - 1 : 0; // the last one that was carried out
+        refuse_current();
+        lines_.clear();
+        at_ = 0;
+        task_.reset();
+    }
+}
+
+// To be called where an exception was caught.
+void Client::refuse_current() {
+    try {
+        throw;
+    } catch (const ServiceGone &gone) {
+        partition_->leave();
+        refuse(gone.code(), gone.what());
+    } catch (const Ack &ack) {
+        refuse(ack.code(), ack.what());
+    } catch (const std::exception &error) {
+        refuse(AckCode::system, error.what());
+    }
+}
+
+bool Client::step_task() {
+    try {
+        Context now = context();
+        if (task_->step(now)) {
+            task_.reset();
+        }
+        return true;
+    } catch (const std::exception &) {
+        refuse_current();
+    }
+    return false;
+}
+
+void Client::refuse(AckCode code, const std::string &text) {
+    Reply(connection_.output())
+        .raw(fmt::format("ACK [{}@{}] {{{}}} ", static_cast<int>(code), in_list_ ? at_ : 0,
+                         command_));
+    for (const char c : text) {
+        connection_.output() += c == '\n' || c == '\r' ? ' ' : c;
+    }
+    connection_.output() += '\n';
+}
+
+void Client::notify(const Subsystems &changed) {
+    changed_ |= changed;
+    tell_changes();
+}
+
+void Client::wait_for(const Subsystems &wanted) {
+    waiting_ = wanted;
+    idle_ = true;
+}
+
+void Client::tell_changes() {
+    const Subsystems told = changed_ & waiting_;
+    if (!idle_ || told.none()) {
+        return;
+    }
+    changed_ &= ~told;
+    idle_ = false;
+    Reply reply(connection_.output());
+    for (size_t i = 0; i < subsystem_names.size(); ++i) {
+        if (told[i]) {
+            reply.pair("changed", subsystem_names[i]);
+        }
+    }
+    reply.raw("OK\n");
+}
+
+} // namespace vantro::mpd

@@ -1,0 +1,148 @@
+// Directories and what is in them.
+#include <utility>
+#include <vector>
+
+#include <vantro/catalogue.h>
+
+#include "bridges/mpd/catalogue.h"
+#include "bridges/mpd/client.h"
+#include "bridges/mpd/commands/handlers.h"
+#include "bridges/mpd/node_walk.h"
+#include "bridges/mpd/partition.h"
+
+namespace vantro::mpd {
+namespace {
+
+// Entries between two looks at the other clients. Each may take an exchange with the service.
+constexpr int entries_a_step = 32;
+
+// Folders lie no deeper in the service.
+constexpr size_t depth_max = 300;
+
+enum class Form { names, songs };
+enum class Depth { one, all };
+
+void tell_song(Context &context, const SongPtr &song, Form form) {
+    if (form == Form::songs) {
+        context.reply.song(*song, context.client.shown_tags);
+    } else {
+        context.reply.pair("file", song->uri);
+    }
+}
+
+// The entries of a directory, and of those below it.
+class ListDirectory : public Task {
+  public:
+    ListDirectory(Form form, Depth depth) : form_(form), depth_(depth) {}
+
+    void enter(NodeKey key, std::string uri) {
+        if (open_.size() < depth_max) {
+            open_.push_back({NodeWalk::below(key, false), key.source, std::move(uri)});
+        }
+    }
+    // Directories that come one after the other, as those of all sources do.
+    void queue(NodeKey key, std::string uri) {
+        later_.insert(later_.begin(), {std::move(key), std::move(uri)});
+    }
+
+    bool step(Context &context) override {
+        for (int count = 0; count < entries_a_step; ++count) {
+            if (open_.empty() && !open_next(context)) {
+                return true;
+            }
+            if (!open_.empty()) {
+                tell_next(context);
+            }
+        }
+        return false;
+    }
+
+  private:
+    struct Open {
+        NodeWalk walk;
+        int32_t source;
+        std::string uri;
+    };
+
+    bool open_next(Context &context) {
+        if (later_.empty()) {
+            return false;
+        }
+        auto [key, uri] = std::move(later_.back());
+        later_.pop_back();
+        tell_directory(context, std::move(key), std::move(uri));
+        return true;
+    }
+
+    void tell_directory(Context &context, NodeKey key, std::string uri) {
+        context.reply.pair("directory", uri);
+        if (depth_ == Depth::all) {
+            enter(std::move(key), std::move(uri));
+        }
+    }
+
+    void tell_next(Context &context) {
+        Open &now = open_.back();
+        Player &player = context.partition.player();
+        const MediaNode *const node = now.walk.next(player).node;
+        if (!node) {
+            open_.pop_back();
+            return;
+        }
+        NodeKey key{now.source, std::string(text(node->id))};
+        if (node->type == VANTRO_NODE_FOLDER) {
+            tell_directory(context, std::move(key), now.uri + '/' + std::string(text(node->name)));
+        } else if (node->type == VANTRO_NODE_SONG) {
+            tell_song(context, context.catalogue.song(player, key), form_);
+        }
+    }
+
+    const Form form_;
+    const Depth depth_;
+    std::vector<Open> open_; // From the outermost to the innermost.
+    std::vector<std::pair<NodeKey, std::string>> later_;
+};
+
+TaskPtr list(Context &context, Arguments arguments, Form form, Depth depth) {
+    Player &player = context.partition.player();
+    Catalogue::Place place =
+        context.catalogue.find(player, arguments.empty() ? std::string() : arguments[0]);
+    if (place.kind == Catalogue::Place::Kind::song) {
+        tell_song(context, place.song, form);
+        return nullptr;
+    }
+    auto task = std::make_unique<ListDirectory>(form, depth);
+    if (place.kind == Catalogue::Place::Kind::folder) {
+        if (depth == Depth::all) {
+            context.reply.pair("directory", place.uri);
+        }
+        task->enter(std::move(place.key), std::move(place.uri));
+        return task;
+    }
+    if (depth == Depth::one) {
+        for (const Catalogue::Source &source : context.catalogue.sources(player)) {
+            context.reply.pair("directory", source.directory);
+        }
+        return run_listplaylists(context, {}); // clients look for them there, too
+    }
+    for (const Catalogue::Source &source : context.catalogue.sources(player)) {
+        task->queue({source.id, folders_menu}, source.directory);
+    }
+    return task;
+}
+
+} // namespace
+
+TaskPtr run_lsinfo(Context &context, Arguments arguments) {
+    return list(context, arguments, Form::songs, Depth::one);
+}
+
+TaskPtr run_listall(Context &context, Arguments arguments) {
+    return list(context, arguments, Form::names, Depth::all);
+}
+
+TaskPtr run_listallinfo(Context &context, Arguments arguments) {
+    return list(context, arguments, Form::songs, Depth::all);
+}
+
+} // namespace vantro::mpd

@@ -1,0 +1,145 @@
+// Values of tags, and numbers of songs.
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "bridges/mpd/ack.h"
+#include "bridges/mpd/catalogue.h"
+#include "bridges/mpd/commands/handlers.h"
+#include "bridges/mpd/commands/search_options.h"
+#include "bridges/mpd/partition.h"
+#include "bridges/mpd/song_scan.h"
+
+namespace vantro::mpd {
+namespace {
+
+using Knowledge = Filter::Knowledge;
+
+// Different values that are kept until all songs were looked at, and the bytes of them.
+constexpr size_t values_max = 200'000;
+constexpr size_t values_bytes_max = 32 * 1024 * 1024;
+
+constexpr std::chrono::milliseconds step_time(4);
+constexpr int rows_a_step = 256;
+
+// Songs by the values of some tags, each with a number of songs and how long they are.
+class Summarize : public Task {
+  public:
+    // @param counts whether numbers are told; else the values of the last tag.
+    Summarize(Filter filter, std::vector<Tag> tags, bool counts)
+        : tags_(std::move(tags)), counts_(counts),
+          scan_(std::move(filter), std::all_of(tags_.begin(), tags_.end(), is_listed)
+                                       ? Knowledge::listed
+                                       : Knowledge::everything) {}
+
+    bool step(Context &context) override {
+        const auto end = std::chrono::steady_clock::now() + step_time;
+        while (!scan_.at_end()) {
+            if (const SongPtr song = scan_.next(context.partition.player(), context.catalogue)) {
+                take(*song);
+            }
+            if (std::chrono::steady_clock::now() >= end) {
+                return false;
+            }
+        }
+        return tell(context.reply);
+    }
+
+  private:
+    using Values = std::vector<std::string>;
+    struct Sum {
+        int64_t songs = 0;
+        int64_t ms = 0;
+    };
+
+    void take(const Song &song) {
+        Values values;
+        for (const Tag tag : tags_) {
+            values.push_back(song.tag_or_fallback(tag));
+        }
+        const auto [found, is_new] = sums_.try_emplace(std::move(values));
+        if (is_new) {
+            for (const std::string &value : found->first) {
+                bytes_ += value.size();
+            }
+            if (sums_.size() > values_max || bytes_ > values_bytes_max) {
+                throw Ack(AckCode::argument, "too many different values");
+            }
+        }
+        ++found->second.songs;
+        found->second.ms += song.duration_ms;
+    }
+
+    bool tell(Reply &reply) {
+        if (!std::exchange(telling_, true)) {
+            if (counts_ && tags_.empty()) {
+                sums_.try_emplace({});
+            }
+            at_ = sums_.begin();
+        }
+        for (int count = 0; at_ != sums_.end() && count < rows_a_step; ++at_, ++count) {
+            tell_row(reply, at_->first, at_->second);
+        }
+        return at_ == sums_.end();
+    }
+
+    void tell_row(Reply &reply, const Values &values, const Sum &sum) {
+        bool differs = !told_;
+        for (size_t i = 0; i < tags_.size(); ++i) {
+            differs = differs || values[i] != (*told_)[i];
+            if (differs && tags_[i] != Tag::absent) {
+                reply.pair(tag_names[index_of(tags_[i])].name, values[i]);
+            }
+        }
+        if (counts_) {
+            reply.number("songs", sum.songs);
+            reply.number("playtime", sum.ms / 1000);
+        }
+        told_ = values;
+    }
+
+    const std::vector<Tag> tags_;
+    const bool counts_;
+    SongScan scan_;
+    std::map<Values, Sum> sums_;
+    size_t bytes_ = 0;
+    bool telling_ = false;
+    std::map<Values, Sum>::const_iterator at_;
+    std::optional<Values> told_;
+};
+
+TaskPtr count(Arguments arguments, Filter::Case letters) {
+    SearchOptions options = SearchOptions::parse(arguments, letters);
+    return std::make_unique<Summarize>(std::move(options.filter), std::move(options.groups), true);
+}
+
+} // namespace
+
+TaskPtr run_count(Context &, Arguments arguments) {
+    return count(arguments, Filter::Case::as_written);
+}
+
+TaskPtr run_searchcount(Context &, Arguments arguments) {
+    return count(arguments, Filter::Case::folded);
+}
+
+TaskPtr run_list(Context &, Arguments arguments) {
+    const Tag tag = need_tag(arguments[0]);
+    std::vector<std::string> rest(arguments.begin() + 1, arguments.end());
+    // An older form: the albums of an artist.
+    if (rest.size() == 1 && !rest[0].starts_with('(')) {
+        if (tag != Tag::album) {
+            throw Ack(AckCode::argument, "a filter is missing");
+        }
+        rest.insert(rest.begin(), "Artist");
+    }
+    SearchOptions options = SearchOptions::parse(rest, Filter::Case::as_written);
+    std::vector<Tag> tags = std::move(options.groups);
+    tags.push_back(tag);
+    return std::make_unique<Summarize>(std::move(options.filter), std::move(tags), false);
+}
+
+} // namespace vantro::mpd

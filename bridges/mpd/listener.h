@@ -1,0 +1,40 @@
+// Where clients connect.
+#ifndef VANTRO_BRIDGES_MPD_LISTENER_H
+#define VANTRO_BRIDGES_MPD_LISTENER_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "bridges/mpd/descriptor.h"
+
+namespace vantro::mpd {
+
+class Listener {
+  public:
+    // An address or a host's name, of which each address is taken, or the absolute path of a
+    // socket. @param port 0: one that is free. @throws std::runtime_error.
+    static std::vector<Listener> open(const std::string &where, uint16_t port);
+
+    Listener(Listener &&) noexcept = default;
+    Listener &operator=(Listener &&) = delete;
+    ~Listener(); // Removes the socket's path.
+
+    int descriptor() const { return socket_.get(); }
+
+    // "ADDRESS:PORT" or the path.
+    const std::string &name() const { return name_; }
+
+  private:
+    Listener(Descriptor socket, std::string name)
+        : socket_(std::move(socket)), name_(std::move(name)) {}
+
+    static Listener open_path(const std::string &path);
+
+    Descriptor socket_;
+    std::string name_;
+};
+
+} // namespace vantro::mpd
+
+#endif

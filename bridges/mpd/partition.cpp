@@ -1,0 +1,376 @@
+#include "bridges/mpd/partition.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+
+#include <fmt/format.h>
+
+#include <vantro/catalogue.h>
+#include <vantro/platform/dictionary.h>
+
+#include "bridges/mpd/service_call.h"
+
+namespace vantro::mpd {
+namespace {
+
+using std::chrono::milliseconds;
+
+// A service that has stopped must not hold up all clients for long.
+constexpr milliseconds answer_limit(5000);
+constexpr milliseconds first_delay(100);
+constexpr milliseconds longest_delay(5000);
+
+// The service corrects positions by less; who moves the position by less does not hear it.
+constexpr milliseconds jump_least(700);
+
+// In a row. Where the file of a player's objects is corrupt nothing else comes any more.
+constexpr int misunderstood_max = 100;
+
+// Nodes of tracks asked for at a time.
+constexpr int32_t tracks_page = 2000;
+
+// A session may be replaced while it is read.
+constexpr int attempts = 5;
+
+void add_line(std::string &nodes, const NodeKey &key) {
+    nodes += fmt::format("{}{}:{}", nodes.empty() ? "" : "\n", key.source, key.id);
+}
+
+const char *error_text(int32_t code) {
+    switch (code) {
+    case VANTRO_ERROR_GONE:
+        return "a file is not there any more";
+    case VANTRO_ERROR_UNREADABLE:
+        return "a file cannot be read";
+    case VANTRO_ERROR_DAMAGED:
+        return "a file cannot be played";
+    case VANTRO_ERROR_OUTPUT:
+        return "the audio output cannot be used";
+    default:
+        return "the player has failed";
+    }
+}
+
+} // namespace
+
+bool Partition::connect() {
+    const Clock::time_point begun = Clock::now();
+    Result<Player> player = Player::connect(name_.c_str(), answer_limit);
+    if (player) {
+        if (const Result<int> descriptor = player->events().descriptor(); !descriptor) {
+            player = descriptor.failure();
+        }
+    }
+    if (!player) {
+        absent_ = true;
+        failure_ = refused(player, ENOENT) ? fmt::format("there is no player \"{}\"", name_)
+                                           : std::string(ack_of(player.failure()).what());
+        delay_ = std::clamp(delay_ * 2, first_delay, longest_delay);
+        // An attempt that has taken long keeps all clients waiting, and is not made again soon.
+        const Clock::time_point now = Clock::now();
+        asked_retry_at_ = now + (now - begun);
+        retry_at_ = std::max(now + delay_, asked_retry_at_);
+        return false;
+    }
+    player_.emplace(*std::move(player));
+    delay_ = milliseconds(0);
+    ++connections_;
+    ++catalogue_version_;
+    // The first events tell what is, not what has changed.
+    const int64_t changed = changed_at_;
+    take_events();
+    changed_at_ = changed;
+    if (std::exchange(absent_, false)) {
+        news_ |= of_a_player();
+    }
+    return true;
+}
+
+Player &Partition::player() {
+    if (!player_ && (Clock::now() < asked_retry_at_ || !connect())) {
+        throw Ack(AckCode::system, failure_);
+    }
+    return *player_;
+}
+
+int Partition::descriptor() {
+    if (!player_) {
+        return -1;
+    }
+    const Result<int> found = player_->events().descriptor();
+    return found ? *found : -1;
+}
+
+void Partition::leave() {
+    player_.reset();
+    draft_.reset();
+    absent_ = true;
+    failure_ = "the player service does not run";
+    retry_at_ = {}; // the next one may run already
+    asked_retry_at_ = {};
+}
+
+std::optional<Partition::Clock::time_point> Partition::retry_at() const {
+    return player_ ? std::nullopt : std::optional(retry_at_);
+}
+
+void Partition::reconnect() {
+    if (!player_ && Clock::now() >= retry_at_) {
+        connect();
+    }
+}
+
+Subsystems Partition::take_events() {
+    Subsystems changed = std::exchange(news_, {});
+    while (player_) {
+        const Result<std::optional<Event>> event = player_->events().next();
+        if (!event) {
+            if (event.failure().number == EBADMSG && ++misunderstood_ < misunderstood_max) {
+                break; // what follows it comes the next time
+            }
+            leave();
+            retry_at_ =
+                misunderstood_ == misunderstood_max ? Clock::now() + longest_delay : retry_at_;
+            misunderstood_ = 0;
+            return changed | only(Subsystem::player);
+        }
+        misunderstood_ = 0;
+        if (!*event) {
+            break;
+        }
+        changed |= changes_of(**event);
+    }
+    return changed;
+}
+
+bool Partition::jumped(milliseconds position, const VantroStateInfo &now) {
+    const Clock::time_point time = Clock::now();
+    milliseconds expected = position_;
+    if (moving_) {
+        const std::chrono::duration<double, std::milli> passed = time - position_at_;
+        expected += milliseconds(static_cast<int64_t>(passed.count() * rate_));
+    }
+    position_ = position;
+    position_at_ = time;
+    moving_ = now.state == VANTRO_STATE_PLAYING;
+    rate_ = now.rate;
+    const milliseconds off = position > expected ? position - expected : expected - position;
+    return off > jump_least;
+}
+
+Subsystems Partition::changes_of(const Event &event) {
+    const VantroStateInfo now = event.now();
+    if (const auto *failed = event.as<ErrorEvent>()) {
+        error_ = error_text(failed->code);
+        return only(Subsystem::player);
+    }
+    if (event.as<SourceEvent>()) {
+        changed_at_ = std::time(nullptr);
+        ++catalogue_version_;
+        return only(Subsystem::database) | only(Subsystem::update) |
+               only(Subsystem::stored_playlist);
+    }
+    if (const auto *state = event.as<StateEvent>()) {
+        Subsystems changed;
+        if (state->before.state != now.state || state->before.rate != now.rate) {
+            changed |= only(Subsystem::player);
+        }
+        if (state->before.repeat != now.repeat || state->before.shuffle != now.shuffle) {
+            changed |= only(Subsystem::options);
+        }
+        return changed;
+    }
+    if (event.as<SessionEvent>()) {
+        return only(Subsystem::playlist) | only(Subsystem::player);
+    }
+    if (event.as<TrackEvent>()) {
+        return only(Subsystem::player);
+    }
+    if (const auto *status = event.as<PositionEvent>()) {
+        return jumped(status->position, now) ? only(Subsystem::player) : Subsystems();
+    }
+    if (event.object() == "volume") {
+        const bool muted = event.attribute("muted").value_or("") == "true";
+        return only(Subsystem::mixer) |
+               (std::exchange(muted_, muted) == muted ? Subsystems() : only(Subsystem::output));
+    }
+    return {};
+}
+
+VantroTrksessionInfo Partition::session() {
+    return checked(player().session());
+}
+
+std::optional<int32_t> Partition::current() {
+    const Result<Track> track = player().track();
+    if (refused(track, ENODATA)) {
+        return std::nullopt;
+    }
+    if (!track) {
+        throw_ack(track.failure());
+    }
+    return (*track)->index;
+}
+
+std::vector<NodeKey> Partition::fetch_tracks(uint64_t tsid, int32_t offset) {
+    std::vector<NodeKey> tracks;
+    while (true) {
+        MediaNode *nodes = nullptr;
+        int count = tracks_page;
+        if (vantro_get_trksession_tracks(player().handle(), tsid,
+                                         offset + static_cast<int32_t>(tracks.size()), &count,
+                                         &nodes) != 0) {
+            throw_ack(Failure::last());
+        }
+        const List<MediaNode> page(nodes, count);
+        for (const MediaNode &node : page) {
+            tracks.push_back({node.ms_id, std::string(text(node.id))});
+        }
+        if (page.size() < static_cast<size_t>(tracks_page)) {
+            return tracks;
+        }
+    }
+}
+
+const Queue &Partition::queue() {
+    for (int attempt = 1;; ++attempt) {
+        const VantroTrksessionInfo now = session();
+        if (now.type == VANTRO_TRKSESSION_NONE) {
+            queue_.replace(0, {});
+            return queue_;
+        }
+        if (now.tsid == queue_.tsid()) {
+            return queue_;
+        }
+        try {
+            queue_.replace(now.tsid, fetch_tracks(now.tsid, 0));
+        } catch (const Ack &ack) {
+            if (ack.code() != AckCode::no_exist || attempt == attempts) {
+                throw;
+            }
+        }
+    }
+}
+
+// @return the new session's id.
+uint64_t Partition::append_to_session(const std::string &nodes) {
+    const bool begins = queue().size() == 0;
+    const uint64_t tsid = checked(player().create_session(0, nodes.c_str(), 0, Start::append));
+    if (begins) {
+        checked(player().stop()); // nothing is to be held paused that was never begun
+    }
+    return tsid;
+}
+
+void Partition::append(const std::string &nodes) {
+    const QueueEntries before = queue().entries();
+    const uint64_t tsid = append_to_session(nodes);
+    if (before->empty()) {
+        return;
+    }
+    // Only what is new is read, where the last track says that the rest is as it was.
+    std::vector<NodeKey> end = fetch_tracks(tsid, static_cast<int32_t>(before->size()) - 1);
+    if (end.empty() || end.front() != before->back().key) {
+        return;
+    }
+    std::vector<QueueEntry> all = *before;
+    for (auto at = end.begin() + 1; at != end.end(); ++at) {
+        QueueEntry entry;
+        entry.id = queue_.take_id();
+        entry.key = std::move(*at);
+        all.push_back(std::move(entry));
+    }
+    queue_.take(tsid, std::move(all));
+}
+
+QueueDraft &Partition::draft() {
+    if (!draft_) {
+        draft_.emplace(queue());
+    }
+    return *draft_;
+}
+
+uint32_t Partition::draft_song(NodeKey key) {
+    QueueDraft &changed = draft();
+    const uint32_t id = queue_.take_id();
+    changed.append(id, std::move(key));
+    return id;
+}
+
+void Partition::commit() {
+    if (!draft_) {
+        return;
+    }
+    const QueueDraft draft = *std::move(draft_);
+    draft_.reset();
+    if (!draft.only_appended()) {
+        commit_all(draft);
+    } else if (!draft.added().empty()) {
+        commit_added(draft);
+    }
+}
+
+void Partition::commit_added(const QueueDraft &draft) {
+    std::string nodes;
+    for (const QueueEntry &entry : draft.added()) {
+        add_line(nodes, entry.key);
+    }
+    const uint64_t tsid = append_to_session(nodes);
+    // Whether another program has changed the session meanwhile; its tracks are then read later.
+    const bool empty = draft.size_before() == 0;
+    std::vector<NodeKey> expected;
+    if (!empty) {
+        expected.push_back(draft.before()->back().key);
+    }
+    for (const QueueEntry &entry : draft.added()) {
+        expected.push_back(entry.key);
+    }
+    const auto from = static_cast<int32_t>(empty ? 0 : draft.size_before() - 1);
+    if (fetch_tracks(tsid, from) == expected) {
+        std::vector<QueueEntry> all = *draft.before();
+        all.insert(all.end(), draft.added().begin(), draft.added().end());
+        queue_.take(tsid, std::move(all));
+    }
+}
+
+void Partition::commit_all(const QueueDraft &draft) {
+    const auto now = static_cast<uint32_t>(current().value_or(0));
+    std::string nodes;
+    std::vector<QueueEntry> kept;
+    int32_t index = 0;
+    uint32_t nearest = UINT32_MAX;
+    for (const uint32_t place : draft.order()) {
+        const QueueEntry &entry = draft.entry(place);
+        if (entry.key.id.empty()) {
+            continue; // it has left the catalogue, and cannot be asked for
+        }
+        if (place >= now && place < nearest) {
+            nearest = place;
+            index = static_cast<int32_t>(kept.size());
+        }
+        add_line(nodes, entry.key);
+        kept.push_back(entry);
+    }
+    if (kept.empty()) {
+        clear();
+        return;
+    }
+    if (nearest == UINT32_MAX) {
+        checked(player().stop()); // before the first track could be heard
+    }
+    const uint64_t tsid = checked(player().create_session(0, nodes.c_str(), index, Start::keep));
+    if (draft.size_before() == 0) {
+        checked(player().stop());
+    }
+    queue_.take(tsid, std::move(kept));
+}
+
+void Partition::clear() {
+    if (const VantroTrksessionInfo now = session(); now.type != VANTRO_TRKSESSION_NONE) {
+        checked(player().destroy_session(now.tsid));
+    }
+}
+
+} // namespace vantro::mpd

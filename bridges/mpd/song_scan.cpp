@@ -1,0 +1,94 @@
+#include "bridges/mpd/song_scan.h"
+
+#include <algorithm>
+
+#include <vantro/catalogue.h>
+
+#include "bridges/mpd/ack.h"
+
+namespace vantro::mpd {
+namespace {
+
+// The catalogue finds songs by the words of these tags. A text of signs alone may have no word.
+std::optional<std::string> term_of(const Filter &filter) {
+    for (const Tag tag : {Tag::title, Tag::album, Tag::artist, Tag::composer, Tag::genre}) {
+        std::optional<std::string> value = filter.demanded(tag);
+        const auto is_plain = [](char c) {
+            return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+        };
+        if (value && std::any_of(value->begin(), value->end(), is_plain)) {
+            return value;
+        }
+    }
+    return std::nullopt;
+}
+
+Song listed_song(const NodeKey &key, const Metadata &metadata) {
+    Song song;
+    song.key = key;
+    song.tags[index_of(Tag::title)] = text(metadata.title);
+    song.tags[index_of(Tag::artist)] = text(metadata.artist);
+    song.tags[index_of(Tag::album)] = text(metadata.album);
+    song.tags[index_of(Tag::genre)] = text(metadata.genre);
+    song.duration_ms = metadata.duration;
+    return song;
+}
+
+} // namespace
+
+void SongScan::begin(Player &player, Catalogue &catalogue) {
+    begun_ = true;
+    const std::optional<std::string> term = term_of(filter_);
+    for (const Catalogue::Source &source : catalogue.sources(player)) {
+        walks_.insert(walks_.begin(),
+                      {source.id, term ? NodeWalk::found(source.id, *term)
+                                       : NodeWalk::below({source.id, songs_menu}, true)});
+    }
+}
+
+SongPtr SongScan::find_one(Player &player, Catalogue &catalogue, const std::string &uri) const {
+    try {
+        SongPtr song = catalogue.find(player, uri).song;
+        return song && filter_.matches(*song) ? song : nullptr;
+    } catch (const Ack &ack) {
+        if (ack.code() != AckCode::no_exist) {
+            throw;
+        }
+        return nullptr;
+    }
+}
+
+SongPtr SongScan::next(Player &player, Catalogue &catalogue) {
+    if (!begun_) {
+        if (const std::optional<std::string> uri = filter_.demanded_uri()) {
+            begun_ = true;
+            return find_one(player, catalogue, *uri);
+        }
+        begin(player, catalogue);
+    }
+    if (walks_.empty()) {
+        return nullptr;
+    }
+    auto &[source, walk] = walks_.back();
+    const DescribedNode entry = walk.next(player);
+    if (!entry.node) {
+        walks_.pop_back();
+        return nullptr;
+    }
+    if (entry.node->type != VANTRO_NODE_SONG) {
+        return nullptr;
+    }
+    const NodeKey key{source, std::string(text(entry.node->id))};
+    Song listed = listed_song(key, *entry.metadata);
+    const Filter::Truth truth = filter_.judge(listed, Filter::Knowledge::listed);
+    if (truth == Filter::Truth::no) {
+        return nullptr;
+    }
+    if (truth == Filter::Truth::yes && needs_ == Filter::Knowledge::listed) {
+        return std::make_shared<const Song>(std::move(listed));
+    }
+    SongPtr song = catalogue.song(player, key);
+    return filter_.matches(*song) ? song : nullptr;
+}
+
+} // namespace vantro::mpd

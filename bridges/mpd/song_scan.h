@@ -1,0 +1,41 @@
+// All songs of the catalogue that a filter lets pass, one after the other.
+#ifndef VANTRO_BRIDGES_MPD_SONG_SCAN_H
+#define VANTRO_BRIDGES_MPD_SONG_SCAN_H
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bridges/mpd/catalogue.h"
+#include "bridges/mpd/filter.h"
+#include "bridges/mpd/node_walk.h"
+
+namespace vantro::mpd {
+
+// It reads lists that come with what most filters ask for. Only for the songs that may match, and
+// only if more of them is needed, the service is asked for each one.
+class SongScan {
+  public:
+    // @param needs how much of a song that matches is needed.
+    SongScan(Filter filter, Filter::Knowledge needs) : filter_(std::move(filter)), needs_(needs) {}
+
+    // Looks at one more song. @return it, if it matches. @throws Ack.
+    SongPtr next(Player &player, Catalogue &catalogue);
+
+    // Whether all songs were looked at.
+    bool at_end() const { return begun_ && walks_.empty(); }
+
+  private:
+    void begin(Player &player, Catalogue &catalogue);
+    SongPtr find_one(Player &player, Catalogue &catalogue, const std::string &uri) const;
+
+    const Filter filter_;
+    const Filter::Knowledge needs_;
+    bool begun_ = false;
+    std::vector<std::pair<int32_t, NodeWalk>> walks_; // Of each source, the last one first.
+};
+
+} // namespace vantro::mpd
+
+#endif

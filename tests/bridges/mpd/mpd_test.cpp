@@ -1,0 +1,267 @@
+#include "tests/bridges/mpd/bridge_process.h"
+
+namespace vantro::mpd {
+namespace {
+
+constexpr const char *one = "music/Red/Way \"1\"/1.flac";
+constexpr const char *two = "music/Red/Way \"1\"/2.ogg";
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool memory_is_shadowed = true;
+#else
+constexpr bool memory_is_shadowed = false;
+#endif
+
+// A word of a line.
+std::string quoted(const std::string &text) {
+    std::string word = "\"";
+    for (const char c : text) {
+        word += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
+    }
+    return word + '"';
+}
+
+std::string lines(const std::vector<std::string> &all) {
+    std::string text;
+    for (const std::string &each : all) {
+        text += each + '\n';
+    }
+    return text;
+}
+
+TEST_F(Bridge, MpcDrivesThePlayer) {
+    struct Row {
+        std::vector<std::string> words;
+        std::string says; // All of it; after "...", a part of it.
+    };
+    const std::string idle =
+        "volume:100%   repeat: off   random: off   single: off   consume: off\n";
+    const Row rows[] = {
+        {{"status"}, idle},
+        {{"ls"}, "music\nmix\n"},
+        {{"ls", "music"}, "music/Red\nmusic/loose.flac\n"},
+        {{"listall"}, lines({one, two, "music/loose.flac"})},
+        {{"add", "music"}, ""},
+        {{"status"}, idle},
+        {{"playlist", "-f", "%position% %id% %file% [%artist%]"},
+         lines({std::string("1 1 ") + one + " Red", std::string("2 2 ") + two + " Red",
+                "3 3 music/loose.flac Blue"})},
+        {{"play", "2"}, "...[playing] #2/3   0:00/1:00"},
+        {{"pause"}, "...[paused]  #2/3"},
+        {{"seek", "+30"}, "...#2/3   0:30/1:00 (50%)"},
+        {{"seek", "-10"}, "...#2/3   0:20/1:00"},
+        {{"volume", "-40"}, "...volume: 60%"},
+        {{"next"}, "...Blue - Loose\n[paused]  #3/3   0:00/0:30"},
+        {{"prev"}, "...[paused]  #2/3"},
+        {{"move", "1", "3"}, ""},
+        {{"current"}, "Red - Zw\xC3\x96lf\n"},
+        {{"playlist", "-f", "%id%"}, "2\n3\n1\n"},
+        {{"del", "1"}, ""},
+        {{"current"}, "Blue - Loose\n"},
+        {{"insert", one}, ""},
+        {{"playlist", "-f", "%id% %title%"}, "3 Loose\n4 One\n1 One\n"},
+        {{"repeat", "on"}, "...repeat: on "},
+        {{"single", "on"}, "...repeat: on    random: off   single: on "},
+        {{"random", "on"}, "...random: on "},
+        {{"shuffle"}, "...Blue - Loose\n[paused]  #"},
+        {{"crop"}, ""},
+        {{"playlist"}, "Blue - Loose\n"},
+        {{"clear"}, "...repeat: on "},
+        {{"load", "mix"}, "loading: mix\n"},
+        {{"playlist"}, "Blue - Loose\nRed - One\n"},
+        {{"list", "album"}, "\nThe Way\n"},
+        {{"list", "title", "artist", "Red"}, "One\nZw\xC3\x96lf\n"},
+        {{"search", "title", "zw\xC3\xB6"}, lines({two})},
+        {{"find", "title", "zw\xC3\xB6lf"}, ""},
+        {{"find", "artist", "Red", "title", "One"}, lines({one})},
+        {{"findadd", "(composer == \"Bach\")"}, ""},
+        {{"playlist"}, "Blue - Loose\nRed - One\nRed - Zw\xC3\x96lf\n"},
+        {{"disable", "1"}, "Output 1 (main) is disabled\n"},
+        {{"outputs"}, "Output 1 (main) is disabled\n"},
+        {{"stats"}, "...Songs:        3\n"},
+        {{"rm", "mix"}, "...only read"},
+        {{"add", "music/none"}, "...no such song or directory: \"music/none\""},
+    };
+    for (const Row &row : rows) {
+        const std::string said = mpc(row.words);
+        SCOPED_TRACE(row.words[0] + (row.words.size() > 1 ? ' ' + row.words[1] : ""));
+        if (row.says.starts_with("...")) {
+            EXPECT_NE(said.find(row.says.substr(3)), std::string::npos) << said;
+        } else {
+            EXPECT_EQ(said, row.says);
+        }
+    }
+}
+
+TEST_F(Bridge, AnswersToLines) {
+    RawClient client(port_);
+    EXPECT_EQ(client.greeting.rfind("OK MPD 0.23", 0), 0u);
+    const std::string loose_uri = "file: music/loose.flac\n";
+    struct Row {
+        std::string line;
+        std::string says; // After "...", a part of it.
+    };
+    const std::string cover_size = std::to_string(cover_.size());
+    const Row rows[] = {
+        {"x", "ACK [5@0] {} unknown command \"x\"\n"},
+        {"", "ACK [5@0] {} no command given\n"},
+        {"play \"0", "ACK [2@0] {} a closing quotation mark is missing\n"},
+        {"play 1 2", "ACK [2@0] {play} wrong number of arguments for \"play\"\n"},
+        {"setvol 101", "ACK [2@0] {setvol} no number, or out of range: \"101\"\n"},
+        {"next", "ACK [55@0] {next} the queue is empty, or there is nothing to play\n"},
+        {"playid 9", "ACK [50@0] {playid} no such song in the queue\n"},
+        {"kill", "ACK [4@0] {kill} the service is ended by its owner, not by its clients\n"},
+        {"single 1", "...ACK [2@0] {single} single needs repeat"},
+        {"ping", "OK\n"},
+        {"addid " + quoted(one), "Id: 1\nOK\n"},
+        {"addid music/loose.flac 0", "Id: 2\nOK\n"},
+        {"addid music", "ACK [2@0] {addid} no song: \"music\"\n"},
+        {"play 1", "OK\n"},
+        {"pause 1", "OK\n"},
+        {"seekcur 12.345", "OK\n"},
+        {"repeat 1", "OK\n"},
+        {"status", "...playlistlength: 2\nstate: pause\nsong: 1\nsongid: 1\ntime: 12:100\n"
+                   "elapsed: 12.345\nduration: 100.000\nnextsong: 0\nnextsongid: 2\nOK\n"},
+        {"currentsong", "...Title: One\nTrack: 1\nDate: 2001\nGenre: Rock\nTime: 100\n"
+                        "duration: 100.000\nPos: 1\nId: 1\nOK\n"},
+        {"plchangesposid 0", "cpos: 0\nId: 2\ncpos: 1\nId: 1\nOK\n"},
+        {"moveid 2 1", "OK\n"},
+        {"playlistid 2", "...Pos: 1\nId: 2\nOK\n"},
+        {"playlistinfo 2", "ACK [2@0] {playlistinfo} no such position in the queue\n"},
+        {"playlistfind artist Blue", "...Id: 2\nOK\n"},
+        {"command_list_begin\naddid music/loose.flac\nadd " + quoted(two) +
+             " 0\ndelete 1\nmove 0 1\nswap 0 1\ncommand_list_end",
+         "Id: 3\nOK\n"},
+        {"playlist", "0:file: " + std::string(two) +
+                         "\n1:file: music/loose.flac\n2:file: music/loose.flac\nOK\n"},
+        {"command_list_begin\ndelete 0\ndelete 5\ncommand_list_end",
+         "ACK [2@1] {delete} no such position in the queue\n"},
+        {"plchangesposid 1", "cpos: 0\nId: 2\ncpos: 1\nId: 3\nOK\n"},
+        {"tagtypes clear", "OK\n"},
+        {"tagtypes enable Artist Name", "OK\n"},
+        {"tagtypes", "tagtype: Artist\nOK\n"},
+        {"find \"((artist == 'Blue') AND (!(title == \\\"One\\\")))\"",
+         "..." + loose_uri + "Last-Modified: "},
+        {"find \"(base 'music/Red')\" sort -Title window 1:2",
+         "...file: music/Red/Way \"1\"/1.flac\n"},
+        {"find \"(artist =~ 'x')\"", "ACK [2@0] {find} regular expressions are not supported\n"},
+        {"count \"(artist == 'Red')\" group album",
+         "Album: The Way\nsongs: 2\nplaytime: 160\nOK\n"},
+        {"count file music/loose.flac", "songs: 1\nplaytime: 30\nOK\n"},
+        {"count \"((file == 'music/none') AND (artist == 'Red'))\"", "songs: 0\nplaytime: 0\nOK\n"},
+        {"list album group artist", "Artist: Blue\nAlbum: \nArtist: Red\nAlbum: The Way\nOK\n"},
+        {"listplaylist mix", loose_uri + "file: " + one + "\nOK\n"},
+        {"binarylimit 64", "OK\n"},
+        {"albumart music/loose.flac 64",
+         "size: " + cover_size + "\ntype: image/png\nbinary: 5\n" + cover_.substr(64) + "\nOK\n"},
+        {"listpartitions", "partition: main\npartition: kitchen\nOK\n"},
+        {"partition kitchen", "OK\n"},
+        {"status", "...partition: kitchen\nplaylist: 1\nplaylistlength: 0\nstate: stop\nOK\n"},
+        {"command_list_ok_begin\nping\nping\ncommand_list_end", "list_OK\nlist_OK\nOK\n"},
+        {"command_list_begin\nping\nplay 7\nping\ncommand_list_end",
+         "ACK [2@1] {play} no such position in the queue\n"},
+        {"command_list_begin\nidle\ncommand_list_end",
+         "ACK [1@0] {idle} not allowed in a command list\n"},
+        {"command_list_begin\ncommand_list_end", "OK\n"},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.line);
+        const std::string said = client.ask(row.line);
+        if (row.says.starts_with("...")) {
+            EXPECT_NE(said.find(row.says.substr(3)), std::string::npos) << said;
+        } else {
+            EXPECT_EQ(said, row.says);
+        }
+    }
+    client.send("close\n");
+    EXPECT_EQ(client.answer(), "(closed)");
+}
+
+TEST_F(Bridge, WhoWaitsIsToldOfChanges) {
+    RawClient waiting(port_);
+    RawClient other(port_);
+    waiting.send("idle mixer\n");
+    EXPECT_EQ(other.ask("random 1"), "OK\n");
+    EXPECT_EQ(other.ask("setvol 50"), "OK\n");
+    EXPECT_EQ(waiting.answer(), "changed: mixer\nOK\n");
+    EXPECT_EQ(waiting.ask("idle options"), "changed: options\nOK\n"); // of the time before
+    waiting.send("idle playlist\n");
+    EXPECT_EQ(other.ask("add music"), "OK\n");
+    EXPECT_EQ(waiting.answer(), "changed: playlist\nOK\n");
+    waiting.send("idle database\n");
+    EXPECT_EQ(waiting.ask("noidle"), "OK\n");
+
+    waiting.send("idle output\n");
+    vantrod_->kill(SIGKILL);
+    vantrod_->wait();
+    EXPECT_EQ(other.ask("status"), "ACK [52@0] {status} the player service does not run\n");
+    EXPECT_EQ(other.ask("ping"), "OK\n");
+    start_vantrod();
+    EXPECT_EQ(waiting.answer(), "changed: output\nOK\n");
+    EXPECT_NE(other.ask("status").find("state: stop\n"), std::string::npos);
+
+    vantrod_->kill(SIGKILL);
+    vantrod_->wait();
+    start_vantrod();
+    EXPECT_NE(other.ask("status").find("state: stop\n"), std::string::npos); // at once
+
+    waiting.send("idle sticker\nping\n");
+    EXPECT_EQ(waiting.answer(), "(closed)");
+}
+
+TEST_F(Bridge, NobodysMisconductReachesOthers) {
+    RawClient other(port_);
+    RawClient halves(port_);
+    halves.send("sta");
+    RawClient deep(port_);
+    const std::string nested = std::string(1000, '(') + "artist == 'x'" + std::string(1000, ')');
+    EXPECT_EQ(deep.ask("find \"" + nested + '"'),
+              "ACK [2@0] {find} the filter expression is nested too deeply\n");
+    EXPECT_EQ(deep.ask("status " + std::string(1024 * 1024, 'x')),
+              "ACK [2@0] {} the line is too long\n");
+    EXPECT_EQ(deep.answer(), "(closed)");
+    {
+        RawClient list(port_);
+        list.send("command_list_begin\n");
+        std::string all;
+        for (int i = 0; i < 70'000; ++i) {
+            all += "ping\n";
+        }
+        EXPECT_EQ(list.ask(all), "ACK [2@0] {} the command list is too long\n");
+    }
+    RawClient browser(port_);
+    EXPECT_EQ(browser.ask("POST /x HTTP/1.1\r\nHost: x\r\n\r\nsetvol 3"), "(closed)");
+    // An answer of some 40 MB that is not taken costs the bridge little, and others nothing.
+    constexpr int commands = 30'000;
+    RawClient slow(port_);
+    std::string all = "command_list_ok_begin\n";
+    for (int i = 0; i < commands; ++i) {
+        all += "commands\n";
+    }
+    slow.send(all + "command_list_end\n");
+    EXPECT_EQ(other.ask("ping"), "OK\n");
+    std::ifstream memory("/proc/" + std::to_string(bridge_->id()) + "/statm");
+    size_t pages = 0;
+    size_t resident = 0;
+    memory >> pages >> resident;
+    constexpr size_t least_of_all = 5'000; // the answer itself would be twice as many
+    EXPECT_LT(resident, memory_is_shadowed ? SIZE_MAX : least_of_all);
+    int confirmed = 0;
+    for (std::string line = slow.line(); line != "OK" && !line.empty(); line = slow.line()) {
+        confirmed += line == "list_OK";
+    }
+    EXPECT_EQ(confirmed, commands);
+    EXPECT_EQ(other.ask("getvol"), "volume: 100\nOK\n"); // no browser has set it
+
+    halves.send("tus\n");
+    EXPECT_NE(halves.answer().find("state: stop\n"), std::string::npos);
+    std::vector<std::unique_ptr<RawClient>> many;
+    for (int i = 0; i < 8; ++i) {
+        many.push_back(std::make_unique<RawClient>(port_));
+    }
+    EXPECT_EQ(many.back()->greeting, ""); // one too many
+    EXPECT_EQ(other.ask("ping"), "OK\n");
+}
+
+} // namespace
+} // namespace vantro::mpd
