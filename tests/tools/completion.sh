@@ -29,8 +29,8 @@ while IFS='|' read -r text wanted; do
     got=$(completed "$text")
     [ "${got% }" = "$wanted" ] || { echo "\"$text\" gives \"$got\", not \"$wanted\"" >&2; bad=1; }
 done <<CASES
-vantroctl pl|play
-vantroctl --json p|play pause previous
+vantroctl pl|players play
+vantroctl --json p|players play pause previous
 vantroctl --pl|--player
 vantroctl browse --l|--limit
 vantroctl --player |main the\\ den

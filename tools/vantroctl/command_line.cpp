@@ -25,7 +25,8 @@ constexpr const char *footer = R"(Nodes:
 Output:
   On a terminal tables and screens that fit it, through $PAGER where they are
   longer; elsewhere plain lines, columns separated by tabs. Commands print nothing
-  when they succeed, a failure is one line on standard error. --json prints one
+  when they succeed, but next, previous and jump what plays then, which --quiet
+  leaves out. A failure is one line on standard error. --json prints one
   object a run, and watch one an event. docs/vantroctl.md describes all of it.
 
 Exit codes:
@@ -134,20 +135,25 @@ void CommandLine::add_global_options() {
     app_.add_flag_callback(
         "--no-pager", [this] { options_.list.pager = false; },
         "Print long lists straight to the terminal");
+    app_.add_flag("-q,--quiet", options_.quiet, "Print nothing where a command succeeds");
     app_.add_flag("-v,--verbose", options_.verbose, "Show the library's log on standard error");
 }
 
 void CommandLine::add_commands() {
     app_.add_subcommand("status", "Show what the player is doing");
+    app_.add_subcommand("players", "List the players, with what each is doing");
     app_.add_subcommand("play", "Play, or play on");
     app_.add_subcommand("pause", "Hold the position");
+    app_.add_subcommand("toggle", "Play if it does not, else hold the position");
     app_.add_subcommand("stop", "Stop");
     app_.add_subcommand("next", "Go to the next track");
     app_.add_subcommand("previous", "Go to the previous track");
-    with_argument("seek", "Go to a position: 83, 1:23, 1:02:03.5; +10 and -10 from here",
+    with_argument("seek", "Go to a position: 83, 1:23, 1:02:03.5, 50%; +10 and -10 from here",
                   "POSITION")
         ->check([](const std::string &text) {
-            return parse_seek(text) ? "" : "a position is 83, 1:23, 1:02:03.5, +10 or -1:30";
+            return parse_seek(text) || parse_percent(text)
+                       ? ""
+                       : "a position is 83, 1:23, 1:02:03.5, 50%, +10 or -1:30";
         });
     with_argument("rate", "Set the playback rate; 1 is normal speed", "RATE")
         ->check([](const std::string &text) {

@@ -27,6 +27,7 @@ struct Options {
     bool play = false;
     std::vector<std::string> players = {"main"}; // More than one only of watch.
     bool live = false;
+    bool quiet = false;
     bool verbose = false; // Show the library's log on standard error.
 };
 

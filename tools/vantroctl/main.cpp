@@ -20,6 +20,7 @@
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/verbs/commands.h"
 #include "tools/vantroctl/verbs/listings.h"
+#include "tools/vantroctl/verbs/players.h"
 #include "tools/vantroctl/verbs/queue.h"
 #include "tools/vantroctl/watch/watch.h"
 
@@ -32,6 +33,10 @@ void run(const std::string &verb, const Options &options) {
     listen_to_library(options.verbose && !(options.live && isatty(STDERR_FILENO)));
     if (verb == "watch") {
         run_watch({options.players, options.client.timeout_s, options.list.json, options.live});
+        return;
+    }
+    if (verb == "players") {
+        run_players(options.client, options.list.json);
         return;
     }
     Client client(options.client);
@@ -52,7 +57,7 @@ void run(const std::string &verb, const Options &options) {
     } else if (verb == "info") {
         run_info(client, list, *options.node, options.words);
     } else {
-        const CommandResult done =
+        CommandResult done =
             verb == "seek"      ? run_seek(client, options.argument)
             : verb == "rate"    ? run_rate(client, options.argument)
             : verb == "shuffle" ? run_shuffle(client, options.argument)
@@ -65,8 +70,13 @@ void run(const std::string &verb, const Options &options) {
             : verb == "move"                    ? run_move(client, options.number, options.to)
             : verb == "clear"                   ? run_clear(client)
                                                 : run_plain(client, verb);
+        if (verb == "next" || verb == "previous" || verb == "jump") {
+            tell_track(client, done);
+        }
         if (list.json) {
             print(json_done(list.player, done));
+        } else if (done.track && !options.quiet) {
+            print(clean_text(track_words(*done.track, done.tracks)) + '\n');
         } else if (verb == "volume" && options.argument.empty()) {
             print(volume_text({*done.volume, *done.muted}) + '\n');
         }

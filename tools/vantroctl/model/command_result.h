@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "tools/vantroctl/model/player_status.h"
+
 namespace vantro::ctl {
 
 // A command as it was carried out, with what it set.
@@ -17,9 +19,11 @@ struct CommandResult {
     std::optional<int32_t> repeat = std::nullopt;
     std::optional<int32_t> volume = std::nullopt;
     std::optional<bool> muted = std::nullopt;
-    std::optional<int32_t> index = std::nullopt;   // Of a track, from 0.
-    std::optional<int64_t> session = std::nullopt; // Id of a new track session.
-    std::optional<bool> scanning = std::nullopt;   // Whether songs may be missing from it.
+    std::optional<int32_t> index = std::nullopt;     // Of a track, from 0.
+    std::optional<int64_t> session = std::nullopt;   // Id of a new track session.
+    std::optional<TrackStatus> track = std::nullopt; // What plays now, of a verb that changes it.
+    std::optional<SessionStatus> tracks = std::nullopt;
+    std::optional<bool> scanning = std::nullopt; // Whether songs may be missing from it.
 };
 
 } // namespace vantro::ctl

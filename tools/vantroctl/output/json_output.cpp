@@ -46,6 +46,19 @@ std::string json_status(const PlayerStatus &status) {
     return object.line();
 }
 
+std::string json_players(const std::vector<PlayerStatus> &players) {
+    JsonObject object;
+    object.key("ok").boolean(true);
+    object.key("command").text("players");
+    object.objects("players", players, [&](const PlayerStatus &player) {
+        object.key("player").text(player.player);
+        add_modes(object, player);
+        object.key("track");
+        add_track(object, player.track);
+    });
+    return object.line();
+}
+
 std::string json_done(const std::string &player, const CommandResult &done) {
     JsonObject object(player, done.command);
     if (done.position_ms) {
@@ -68,6 +81,10 @@ std::string json_done(const std::string &player, const CommandResult &done) {
     }
     if (done.index) {
         object.key("index").number(*done.index);
+    }
+    if (done.track) {
+        object.key("track");
+        add_track(object, done.track);
     }
     if (done.session) {
         object.key("session_id").number(*done.session);

@@ -16,6 +16,8 @@ namespace vantro::ctl {
 
 std::string json_status(const PlayerStatus &status);
 
+std::string json_players(const std::vector<PlayerStatus> &players);
+
 // With what was set, where the command sets something.
 std::string json_done(const std::string &player, const CommandResult &done);
 

@@ -92,6 +92,24 @@ const char *shuffle_name(int32_t shuffle) {
     return shuffle ? "on" : "off";
 }
 
+std::string track_words(const TrackStatus &track, const std::optional<SessionStatus> &session) {
+    std::string words = fmt::format("{}", int64_t{track.index} + 1);
+    if (session) {
+        words += fmt::format(" of {}", session->length);
+    }
+    const char *separator = ": ";
+    for (const std::string *text : {&track.title, &track.artist, &track.album}) {
+        if (!text->empty()) {
+            words += separator + *text;
+            separator = " - ";
+        }
+    }
+    if (track.duration_ms > 0) {
+        words += fmt::format(" ({})", format_time(track.duration_ms));
+    }
+    return words;
+}
+
 std::string rate_text(float rate) {
     return fmt::format("{}", rate);
 }

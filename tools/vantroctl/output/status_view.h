@@ -3,6 +3,7 @@
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_STATUS_VIEW_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "tools/vantroctl/model/player_status.h"
@@ -18,10 +19,14 @@ const char *repeat_name(int32_t repeat);
 // "off" or "on".
 const char *shuffle_name(int32_t shuffle);
 
-// The shortest decimal text of a rate that reads back as the same number.
 // "80", "80, muted".
 std::string volume_text(const Volume &volume);
+
+// The shortest decimal text of a rate that reads back as the same number.
 std::string rate_text(float rate);
+
+// "2 of 12: Title - Artist - Album (3:25)", without what is not known.
+std::string track_words(const TrackStatus &track, const std::optional<SessionStatus> &session);
 
 // One screen for a person, no line longer than `columns`.
 std::string render_screen(const PlayerStatus &status, int columns);

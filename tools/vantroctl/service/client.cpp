@@ -72,6 +72,9 @@ void Client::connect() {
     if (!handle_) {
         explain_no_connection(errno);
     }
+    if (options_.player.empty()) {
+        return;
+    }
     const std::string verb = "opening the player";
     const int32_t reason = ask(verb, [this](VantroHandle *handle) {
         return vantro_open(handle, options_.player.c_str());

@@ -15,8 +15,8 @@
 namespace vantro::ctl {
 
 struct ClientOptions {
-    std::string player = "main";
-    double timeout_s = 10; // For each answer of the service; 0: no limit.
+    std::string player = "main"; // "": none is opened
+    double timeout_s = 10;       // For each answer of the service; 0: no limit.
 };
 
 // One thread at a time.

@@ -1,6 +1,7 @@
 #include "tools/vantroctl/text/time_text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <ctime>
 #include <limits>
@@ -96,6 +97,18 @@ std::optional<SeekTarget> parse_seek(std::string_view text) {
     }
     target.ms = static_cast<int32_t>(sign * ms);
     return target;
+}
+
+std::optional<double> parse_percent(std::string_view text) {
+    if (!text.ends_with('%')) {
+        return std::nullopt;
+    }
+    double percent = -1;
+    const char *const number_end = text.data() + text.size() - 1;
+    const auto [end, error] =
+        std::from_chars(text.data(), number_end, percent, std::chars_format::fixed);
+    const bool good = error == std::errc() && end == number_end && percent >= 0 && percent <= 100;
+    return good ? std::optional(percent) : std::nullopt;
 }
 
 std::string format_time(int32_t ms) {

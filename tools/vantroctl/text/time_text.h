@@ -25,6 +25,9 @@ struct SeekTarget {
 // @return nothing for any other text, and for times beyond what a position can hold.
 std::optional<SeekTarget> parse_seek(std::string_view text);
 
+// Reads "50%", from 0% to 100%. @return nothing for any other text.
+std::optional<double> parse_percent(std::string_view text);
+
 // "1:23", or "1:02:03" from an hour up; what is below zero counts as zero.
 std::string format_time(int32_t ms);
 

@@ -62,12 +62,13 @@ std::optional<int32_t> parse_repeat(std::string_view text) {
 }
 
 CommandResult run_plain(Client &client, const std::string &verb) {
-    if (verb == "play") {
+    const bool toggles = verb == "toggle";
+    if (verb == "play" || (toggles && client.state().state != VANTRO_STATE_PLAYING)) {
         play(client);
         return {.command = verb};
     }
     for (const PlainCommand &command : plain_commands) {
-        if (command.verb == verb) {
+        if (command.verb == (toggles ? "pause" : verb)) {
             client.carry_out_on_tracks(verb, command.function);
             return {.command = verb};
         }
@@ -75,9 +76,23 @@ CommandResult run_plain(Client &client, const std::string &verb) {
     throw Failure(Outcome::usage, "not understood: " + verb);
 }
 
+void tell_track(Client &client, CommandResult &result) {
+    result.track = client.track();
+    result.tracks = client.session();
+}
+
 CommandResult run_seek(Client &client, const std::string &text) {
-    const SeekTarget target = required(parse_seek(text), text);
-    const int32_t position_ms = target.from(target.relative ? client.position() : 0);
+    int32_t position_ms = 0;
+    if (const std::optional<double> percent = parse_percent(text)) {
+        const std::optional<TrackStatus> track = client.track();
+        if (!track || track->duration_ms <= 0) {
+            throw Failure(Outcome::not_found, "no track whose length is known");
+        }
+        position_ms = static_cast<int32_t>(track->duration_ms * (*percent / 100));
+    } else {
+        const SeekTarget target = required(parse_seek(text), text);
+        position_ms = target.from(target.relative ? client.position() : 0);
+    }
     client.carry_out_on_tracks(
         "seek", [=](VantroHandle *handle) { return vantro_seek(handle, position_ms); });
     return {.command = "seek", .position_ms = position_ms};

@@ -19,10 +19,13 @@ std::optional<float> parse_rate(std::string_view text);
 // The number of a repeat mode's name, or nothing.
 std::optional<int32_t> parse_repeat(std::string_view text);
 
-// A command without argument: play, pause, stop, next, previous.
+// A command without argument: play, pause, toggle, stop, next, previous.
 CommandResult run_plain(Client &client, const std::string &verb);
 
-// @param text as parse_seek() reads it.
+// Adds what plays now to a result.
+void tell_track(Client &client, CommandResult &result);
+
+// @param text as parse_seek() or parse_percent() reads it.
 CommandResult run_seek(Client &client, const std::string &text);
 
 // @param text as parse_rate() reads it.

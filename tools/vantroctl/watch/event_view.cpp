@@ -36,28 +36,6 @@ std::string modes_words(const PlayerEvent &event) {
     return fmt::format("{}", fmt::join(words, ", "));
 }
 
-std::string track_words(const std::optional<TrackStatus> &track,
-                        const std::optional<SessionStatus> &session) {
-    if (!track) {
-        return "none";
-    }
-    std::string words = fmt::format("{}", int64_t{track->index} + 1);
-    if (session) {
-        words += fmt::format(" of {}", session->length);
-    }
-    const char *separator = ": ";
-    for (const std::string *text : {&track->title, &track->artist, &track->album}) {
-        if (!text->empty()) {
-            words += separator + *text;
-            separator = " - ";
-        }
-    }
-    if (track->duration_ms > 0) {
-        words += fmt::format(" ({})", format_time(track->duration_ms));
-    }
-    return words;
-}
-
 const char *error_words(int32_t code) {
     static constexpr const char *words[] = {
         "for a reason of the service's", "the file is not there any more",
@@ -74,7 +52,7 @@ std::string words_of(const PlayerEvent &event, const PlayerMirror &before) {
                                            event.session->length == 1 ? "track" : "tracks")
                              : "none";
     case PlayerEvent::Kind::track:
-        return track_words(event.track, before.status(event.at).session);
+        return event.track ? track_words(*event.track, before.status(event.at).session) : "none";
     case PlayerEvent::Kind::position: {
         const auto track = before.status(event.at).track;
         return track && track->duration_ms > 0

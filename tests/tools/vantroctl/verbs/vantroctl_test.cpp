@@ -114,6 +114,8 @@ TEST_F(Vantroctl, RefusesWhatItDoesNotUnderstand) {
         {"seek"},
         {"seek", "1:5"},
         {"seek", "-"},
+        {"seek", "101%"},
+        {"seek", "5%%"},
         {"rate", "fast"},
         {"rate", "inf"},
         {"rate", "1x"},
@@ -136,7 +138,7 @@ TEST_F(Vantroctl, RefusesWhatItDoesNotUnderstand) {
     EXPECT_EQ(run({"seek", "1:5", "--json"}), 2);
     EXPECT_NE(said_.find("\n{\"ok\":false,"), std::string::npos) << said_;
     // Understood: what goes wrong then is that nobody is there.
-    for (const char *target : {"-10", "+10", "-1:30", "83", "1:02:03.5"}) {
+    for (const char *target : {"-10", "+10", "-1:30", "83", "1:02:03.5", "50%"}) {
         EXPECT_EQ(run({"seek", target, "--player", std::string(31, 'p')}), 3) << said_;
     }
     EXPECT_EQ(run({"rate", "-1.5"}), 3) << said_;

@@ -1,0 +1,14 @@
+// The players of the service.
+#ifndef VANTRO_TOOLS_VANTROCTL_VERBS_PLAYERS_H
+#define VANTRO_TOOLS_VANTROCTL_VERBS_PLAYERS_H
+
+#include "tools/vantroctl/service/client.h"
+
+namespace vantro::ctl {
+
+// Lists them, with what each is doing. One that cannot be asked fails the run.
+void run_players(const ClientOptions &options, bool json);
+
+} // namespace vantro::ctl
+
+#endif
