@@ -7,6 +7,7 @@
 
 #include <vantro/platform/log.h>
 
+#include "service/error.h"
 #include "service/options.h"
 #include "service/service_manager.h"
 
@@ -41,9 +42,9 @@ void Reload::run() noexcept {
             log_(LOG_SEVERITY_ERROR, "the configuration stays as it was: " + error);
         }
         rescan_();
-    } catch (const std::exception &error) {
-        log_(LOG_SEVERITY_ERROR,
-             fmt::format("the configuration could not be read again: {}", error.what()));
+    } catch (const std::exception &thrown) {
+        log_(LOG_SEVERITY_ERROR, fmt::format("the configuration could not be read again: {}",
+                                             log_text(error_of(thrown))));
     }
     service_manager::tell_ready();
 }

@@ -25,6 +25,12 @@ enum class Player { needed, optional };
 // How long a command may take. `unless_session`: long only where the player has no session yet.
 enum class Takes { moments, long_time, unless_session };
 
+using Own = playback::Player;
+constexpr auto needed = Player::needed;
+constexpr auto optional = Player::optional;
+constexpr auto moments = Takes::moments;
+constexpr auto long_time = Takes::long_time;
+
 } // namespace
 
 // Everything that tells one command from another.
@@ -33,16 +39,13 @@ struct Answers::Command {
     Form form;
     Player player;
     Takes takes;
-    int (*run)(Answers &, const Call &);
+    int (*carry_out)(Answers &, const Call &);
+
+    static const Command all[];
 };
 
-const Answers::Command *Answers::find_command(uint16_t number) {
-    using Own = playback::Player;
-    constexpr auto needed = Player::needed;
-    constexpr auto optional = Player::optional;
-    constexpr auto moments = Takes::moments;
-    constexpr auto long_time = Takes::long_time;
-    static constexpr Command commands[] = {
+const Answers::Command Answers::Command::all[] =
+    {
         {VANTRO_COMMAND_OPEN, forms::player_name, optional, moments, run<&Answers::open_player>},
         {VANTRO_COMMAND_CLOSE, forms::player_name, optional, moments, run<&Answers::close_player>},
         {VANTRO_COMMAND_GET_MEDIA_SOURCES, forms::nothing, needed, moments,
@@ -95,11 +98,13 @@ const Answers::Command *Answers::find_command(uint16_t number) {
          run<&Answers::append_described_search>},
         {VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA, forms::session_tracks, optional, long_time,
          run<&Answers::append_described_tracks>},
-    };
+};
+
+const Answers::Command *Answers::find_command(uint16_t number) {
     const auto found =
-        std::find_if(std::begin(commands), std::end(commands),
+        std::find_if(std::begin(Command::all), std::end(Command::all),
                      [number](const Command &each) { return each.number == number; });
-    return found == std::end(commands) ? nullptr : found;
+    return found == std::end(Command::all) ? nullptr : found;
 }
 
 playback::Player *Answers::player_of(int32_t open) {
@@ -153,7 +158,7 @@ int Answers::carry_out(int32_t open, const void *bytes, size_t size, Bytes &answ
     if (!call.player && command->player == Player::needed) {
         return ENOTCONN;
     }
-    const int result = command->run(*this, call);
+    const int result = command->carry_out(*this, call);
     // Before the answer: who has it finds the events of what it tells. Without memory they follow
     // later: the command was carried out, and its answer says so.
     if (call.player) {
