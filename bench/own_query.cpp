@@ -105,11 +105,11 @@ int serve_query(const std::string &what) {
     service::catalogue::StoreOptions options;
     options.state = words[4] + '/' + words[3];
     options.music = {words[4] + "/collection"};
-    std::string error;
-    const std::unique_ptr<service::catalogue::Store> store = open_store(std::move(options), error);
-    if (!store) {
-        fail(error);
+    const auto opened = open_store(std::move(options));
+    if (!opened) {
+        fail(last_words(opened.error()));
     }
+    service::catalogue::Store *const store = (*opened).get();
     constexpr int32_t client = 0;
     service::playback::Players players(*store, {"main"},
                                        [] { return std::chrono::nanoseconds(0); });

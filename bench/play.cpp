@@ -122,6 +122,7 @@ void command_rows(Run &run) {
         fail("vantrod refused to play");
     }
     std::vector<Contender> contenders;
+    contenders.reserve(crowds.size());
     for (const int crowd : crowds) {
         contenders.push_back({fmt::format("command_changes_{}", crowd), Service::threads,
                               [&, crowd](size_t commands, Samples &samples) {

@@ -37,6 +37,14 @@ size_t records_length(const vantro::service::requests::Bytes &answer, size_t at,
     return answer.size();
 }
 
+// Where so many texts end, each with its length before it.
+size_t end_of_texts(const vantro::service::requests::Bytes &answer, size_t at, int64_t count) {
+    for (int64_t i = 0; i < count; ++i) {
+        at += 4 + read<uint32_t>(answer, at);
+    }
+    return at;
+}
+
 size_t answer_length(const vantro::service::requests::Bytes &request,
                      const vantro::service::requests::Bytes &answer) {
     const auto command = read<uint16_t>(request, 0);
@@ -60,26 +68,15 @@ size_t answer_length(const vantro::service::requests::Bytes &request,
         records_length(nodes, 12, count, unpack_media_node, vantro_free_media_nodes);
         return records_length(answer, metadata, count, unpack_metadata, vantro_free_metadata);
     }
-    case VANTRO_COMMAND_LIST_PLAYERS: {
-        size_t at = 8;
-        for (int32_t i = 0; i < read<int32_t>(answer, 4); ++i) {
-            at += 4 + read<uint32_t>(answer, at);
-        }
-        return at;
-    }
+    case VANTRO_COMMAND_LIST_PLAYERS:
+        return end_of_texts(answer, 8, read<int32_t>(answer, 4));
     case VANTRO_COMMAND_GET_METADATA:
         return answer.size() == 4
                    ? 4
                    : records_length(answer, 4, 1, unpack_metadata, vantro_free_metadata);
-    case VANTRO_COMMAND_GET_EXTENDED_METADATA: {
+    case VANTRO_COMMAND_GET_EXTENDED_METADATA:
         // As many values as keys were asked for.
-        const auto keys = read<uint32_t>(request, 24 + read<uint32_t>(request, 20));
-        size_t at = 4;
-        for (uint32_t i = 0; i < keys; ++i) {
-            at += 4 + read<uint32_t>(answer, at);
-        }
-        return at;
-    }
+        return end_of_texts(answer, 4, read<uint32_t>(request, 24 + read<uint32_t>(request, 20)));
     case VANTRO_COMMAND_CREATE_TRKSESSION:
         require(read<uint64_t>(answer, 4) >= 1 && read<uint64_t>(answer, 4) <= INT32_MAX);
         return 12;

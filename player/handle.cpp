@@ -57,11 +57,14 @@ const char *doubtful_player(const VantroHandle *handle) {
     return handle->close_unanswered ? handle->player_name : handle->unanswered_open;
 }
 
-// Closes the player, which is open or doubtful. @return whether it is closed.
+// Closes the player that is open or doubtful, if one is. @return whether none is open.
 bool close_player(VantroHandle *handle) {
     const char *doubtful = doubtful_player(handle);
-    switch (
-        request_by_name(handle, VANTRO_COMMAND_CLOSE, doubtful ? doubtful : handle->player_name)) {
+    const char *const name = doubtful ? doubtful : handle->player_name;
+    if (!name) {
+        return true;
+    }
+    switch (request_by_name(handle, VANTRO_COMMAND_CLOSE, name)) {
     case Outcome::granted:
         break;
     case Outcome::refused:

@@ -26,6 +26,7 @@
 #include <vantro/platform/log.h>
 
 #include "service/catalogue/store.h"
+#include "service/error.h"
 #include "service/memory_return.h"
 #include "service/options.h"
 #include "service/playback/players.h"
@@ -46,8 +47,9 @@ using namespace vantro::service;
 // Names this program in the system's log.
 constexpr uint32_t log_code = 0x06D02710;
 
-int fail(const std::string &why) {
-    fmt::print(stderr, "vantrod: {}\n", why);
+// `option` is the one that the error is about, with a colon and a space, or nothing.
+int fail(const Error &error, const char *option = "") {
+    fmt::print(stderr, "vantrod: {}{}\n", option, last_words(error));
     return EXIT_FAILURE;
 }
 
@@ -76,22 +78,24 @@ void raise_descriptor_limit() {
     }
 }
 
-// Returns "" or what is wrong with a music directory.
-std::string check_music(const std::vector<std::string> &directories) {
+// What is wrong with a music directory, if anything is.
+std::optional<Error> check_music(const std::vector<std::string> &directories) {
     for (auto directory = directories.begin(); directory != directories.end(); ++directory) {
         std::error_code error;
         const std::filesystem::directory_iterator entries(*directory, error);
         if (error) {
-            return fmt::format("--music: cannot read '{}': {}", *directory, error.message());
+            return Error::failed(Error::Origin::music, error.value(),
+                                 fmt::format("cannot read '{}'", *directory));
         }
         const auto same = [&](const std::string &other) {
             return std::filesystem::equivalent(*directory, other, error);
         };
         if (std::any_of(directories.begin(), directory, same)) {
-            return fmt::format("--music: '{}' is given twice", *directory);
+            return Error(Error::Origin::music, EEXIST,
+                         fmt::format("'{}' is given twice", *directory));
         }
     }
-    return "";
+    return std::nullopt;
 }
 
 // Waits for SIGTERM or SIGINT, then stops the server; at SIGHUP it reads the configuration again.
@@ -164,10 +168,9 @@ playback::SoundMaker sound_maker(const Options &options) {
 }
 
 int list_audio_devices() {
-    std::string why;
-    const std::optional<sound::Devices> devices = sound::mpv_devices(why);
+    const auto devices = sound::mpv_devices();
     if (!devices) {
-        return fail("--list-audio-devices: " + why);
+        return fail(devices.error(), "--list-audio-devices: ");
     }
     for (const auto &[name, description] : *devices) {
         fmt::print("{}\t{}\n", name, description);
@@ -191,8 +194,8 @@ struct Keeping {
 
 // What would be used, an option a line.
 int print_settings(const Options &options) {
-    if (const std::string error = check_music(options.music); !error.empty()) {
-        return fail(error);
+    if (const std::optional<Error> error = check_music(options.music)) {
+        return fail(*error, "--music: ");
     }
     for (const config::Setting &each : options.settings) {
         fmt::print("{}{}{}  # {}\n", each.value.empty() ? "#" : "", each.key,
@@ -202,13 +205,13 @@ int print_settings(const Options &options) {
 }
 
 int serve(const Options &options, Reload &reload) {
-    if (const std::string error = check_music(options.music); !error.empty()) {
-        return fail(error);
+    if (const std::optional<Error> error = check_music(options.music)) {
+        return fail(*error, "--music: ");
     }
     Server server;
     // The name first: a second service then fails for the name, and not for the catalogue.
-    if (const std::string error = server.attach(options); !error.empty()) {
-        return fail(error);
+    if (const std::optional<Error> error = server.attach(options)) {
+        return fail(*error);
     }
 
     const Ending ending(server, reload); // before any thread starts, which would take the signals
@@ -222,26 +225,28 @@ int serve(const Options &options, Reload &reload) {
     ScanReport report(options.music.size(), scanned);
     catalogue::StoreOptions wanted = store_options(options);
     if (wanted.state.empty()) {
-        return fail("--state: none is given, and neither XDG_STATE_HOME nor HOME is set");
+        return fail(Error(Error::Origin::state, ENOENT,
+                          "none is given, and neither XDG_STATE_HOME nor HOME is set"),
+                    "--state: ");
     }
     const std::filesystem::path state = wanted.state;
     playback::Players *published = nullptr;
     wanted.changed = [&published](int32_t source) { published->source_changed(source); };
     wanted.progress = [&report](const catalogue::ScanProgress &progress) { report.note(progress); };
-    std::string error;
-    store = open_store(std::move(wanted), error);
-    if (!store) {
-        return fail("--state: " + error);
+    auto opened = open_store(std::move(wanted));
+    if (!opened) {
+        return fail(opened.error(), "--state: ");
     }
+    store = std::move(*opened);
 
     std::optional<state::Keeper> keeper; // before the players, whose threads call it
     playback::Players players(*store, options.players, monotonic_now, sound_maker(options));
     keeper.emplace(players, state / "players", log_line);
     const Keeping keeping{*keeper};
     keeper->restore(options.resume);
-    error = players.publish(options.readers, log_line, [&keeper] { keeper->look(); });
-    if (!error.empty()) {
-        return fail(error);
+    if (const std::optional<Error> error =
+            players.publish(options.readers, log_line, [&keeper] { keeper->look(); })) {
+        return fail(*error);
     }
     keeper->start();
     published = &players; // before anything is scanned
@@ -253,7 +258,7 @@ int serve(const Options &options, Reload &reload) {
         [](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });
     requests::Handling handling{answers, turns, limits, memory};
     set_handling(&handling);
-    error = server.run(options.threads, [&] {
+    const std::optional<Error> error = server.run(options.threads, [&] {
         tell_ready(store->song_count(), options);
         store->start_scanning();
         reload.set_rescan([&store] { store->rescan(); });
@@ -264,7 +269,7 @@ int serve(const Options &options, Reload &reload) {
     reload.set_rescan(nullptr);
     requests::set_handling(nullptr);
     store->stop_scanning(); // while what it reports to is still there
-    return error.empty() ? EXIT_SUCCESS : fail(error);
+    return error ? fail(*error) : EXIT_SUCCESS;
 }
 
 } // namespace
@@ -292,7 +297,7 @@ int main(int argc, char **argv) {
         raise_descriptor_limit();
         Reload reload(argc, argv, options.settings, log_line);
         return serve(options, reload);
-    } catch (const std::exception &error) {
-        return fail(error.what());
+    } catch (const std::exception &thrown) {
+        return fail(error_of(thrown));
     }
 }

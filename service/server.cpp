@@ -1,8 +1,6 @@
 #include "service/server.h"
 
 #include <cerrno>
-#include <cstring>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -25,10 +23,16 @@ constexpr const char *only_one = "vantrod/" VANTRO_SERVICE_NAME "/" VANTRO_SERVI
 // A message server cannot be freed, so it belongs to the process.
 MsgServer *the_server;
 
-std::string cannot_attach(int error) {
-    const char *why = error == EADDRINUSE ? "another vantrod is running" : std::strerror(error);
-    return fmt::format("cannot attach the service \"{}\", instance \"{}\": {}", VANTRO_SERVICE_NAME,
-                       VANTRO_SERVICE_INSTANCE, why);
+Error cannot(const char *what) {
+    return Error::failed(Error::Origin::system, errno, what);
+}
+
+Error cannot_attach() {
+    constexpr const char *what = "cannot attach the service \"" VANTRO_SERVICE_NAME
+                                 "\", instance \"" VANTRO_SERVICE_INSTANCE "\"";
+    return errno == EADDRINUSE ? Error(Error::Origin::system, EADDRINUSE,
+                                       fmt::format("{}: another vantrod is running", what))
+                               : cannot(what);
 }
 
 } // namespace
@@ -43,38 +47,39 @@ Server::~Server() {
     }
 }
 
-std::string Server::attach(const Options &options) {
+std::optional<Error> Server::attach(const Options &options) {
     const bool by_name = !options.capabilities.empty();
     the_server = msgserver_create(request_max, queue_max, by_name ? 0 : MSGSERVER_FLAG_PATH);
     if (!the_server && by_name && errno == EPERM) {
-        return "cannot check capabilities (--require): the grantor device \"/dev/grantor\" "
-               "cannot be opened";
+        return Error(Error::Origin::system, EPERM,
+                     "cannot check capabilities (--require): the grantor device \"/dev/grantor\" "
+                     "cannot be opened");
     }
     if (!the_server) {
-        return fmt::format("cannot make a message server: {}", std::strerror(errno));
+        return cannot("cannot make a message server");
     }
 
     // Where it cannot, which costs time only, threads wait where they are.
     channel_hand_over(the_server->channel);
     if (!global_name_attach(the_server->dispatch, only_one, 0)) {
-        return cannot_attach(errno);
+        return cannot_attach();
     }
     const std::string &service_options = by_name ? options.capabilities : options.permissions;
     if (msgserver_add(the_server, VANTRO_SERVICE_NAME, VANTRO_SERVICE_INSTANCE,
                       service_options.c_str(), 0, requests::handle_request, requests::handle_open,
                       requests::handle_close) < 0) {
-        return cannot_attach(errno);
+        return cannot_attach();
     }
     wake_ = connect_attach(0, 0, the_server->channel, 0, 0);
     if (wake_ < 0) {
-        return fmt::format("cannot make a pulse connection: {}", std::strerror(errno));
+        return cannot("cannot make a pulse connection");
     }
-    return "";
+    return std::nullopt;
 }
 
-std::string Server::run(int threads, const std::function<void()> &ready) {
+std::optional<Error> Server::run(int threads, const std::function<void()> &ready) {
     std::vector<std::thread> running;
-    std::string failure;
+    std::optional<Error> failure;
     try {
         running.reserve(static_cast<size_t>(threads) + 1);
         for (int i = 0; i <= threads; ++i) {
@@ -83,8 +88,10 @@ std::string Server::run(int threads, const std::function<void()> &ready) {
         // May be held up by what a client sent, and then must not hold up the end of the process.
         std::thread([channel = the_server->channel] { ipc_lend_closing_thread(channel); }).detach();
         ready();
-    } catch (const std::exception &error) {
-        failure = fmt::format("cannot start {} threads: {}", threads, error.what());
+    } catch (const std::exception &thrown) {
+        const Error error = error_of(thrown);
+        failure = Error(error.origin(), error.code(),
+                        fmt::format("cannot start {} threads: {}", threads, error.text()));
         stop();
     }
     for (std::thread &each : running) {

@@ -4,8 +4,9 @@
 
 #include <cstdint>
 #include <functional>
-#include <string>
+#include <optional>
 
+#include "service/error.h"
 #include "service/options.h"
 
 namespace vantro::service {
@@ -24,12 +25,13 @@ class Server {
     Server(const Server &) = delete;
     Server &operator=(const Server &) = delete;
 
-    // Takes the name and attaches the service. Returns "" or, in words, why it cannot be.
-    std::string attach(const Options &options);
+    // Takes the name and attaches the service. Returns why it cannot, if it
+    // cannot.
+    std::optional<Error> attach(const Options &options);
 
     // Receives requests in `threads` threads and one more until stop(); see handlers.h. Calls
-    // `ready` once they run. Returns "" or why the threads cannot be had.
-    std::string run(int threads, const std::function<void()> &ready);
+    // `ready` once they run. Returns why the threads cannot be had, if they cannot.
+    std::optional<Error> run(int threads, const std::function<void()> &ready);
 
     // Ends run(), now or as soon as it begins. Any thread, once attached.
     void stop();

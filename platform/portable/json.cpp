@@ -5,6 +5,7 @@
 // record of an event costs no heap.
 #include <vantro/platform/json.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cmath>
@@ -38,7 +39,9 @@ struct Value {
 };
 
 constexpr size_t values_in_place = 36;
-constexpr size_t values_max = std::numeric_limits<uint32_t>::max();
+// Indices have 32 bits, and the table has to fit into memory, which is less on some machines.
+constexpr size_t values_max =
+    std::min<size_t>(std::numeric_limits<uint32_t>::max(), SIZE_MAX / sizeof(Value));
 
 struct Decoder {
     Value *values;
@@ -62,7 +65,7 @@ struct Decoder {
     }
     bool grow() {
         const size_t wanted = capacity * 2;
-        if (wanted > values_max || wanted > SIZE_MAX / sizeof(Value)) {
+        if (wanted > values_max) {
             return false;
         }
         const bool moved_before = values != in_place.data();

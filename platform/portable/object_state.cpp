@@ -66,36 +66,13 @@ ObjectState::Outcome ObjectState::apply(const ObjectLine &head, std::string_view
         return Outcome::applied;
     }
 
-    // Of two lines of one attribute the later counts.
-    lines_.clear();
-    while (!change.empty()) {
-        const std::string_view line = take_line(change);
-        const AttributeLine attribute = parse_attribute_line(without_newline(line));
-        if (attribute.name.empty()) {
-            return Outcome::malformed;
-        }
-        lines_.push_back({attribute.name, attribute.is_set ? line : std::string_view()});
+    if (!read_lines(change)) {
+        return Outcome::malformed;
     }
-    std::sort(lines_.begin(), lines_.end(), [](const Line &one, const Line &other) {
-        const int order = one.name.compare(other.name);
-        return order != 0 ? order < 0 : one.name.data() < other.name.data();
-    });
-    const auto first =
-        std::unique(lines_.rbegin(), lines_.rend(), [](const Line &one, const Line &other) {
-            return one.name == other.name;
-        }).base();
-    lines_.erase(lines_.begin(), first);
-
     const bool keeps = found != objects_.end() && head.result != KIVO_OBJECT_TRUNCATED;
-    size_t bytes = keeps ? bytes_before : object_start.size() + head.name.size() + 1;
-    for (Line &line : lines_) {
-        line.is_new = true;
-        if (keeps) {
-            line.place = found->second.lines.find(line.name);
-            line.is_new = line.place == found->second.lines.end();
-        }
-        bytes += line.text.size() - (line.is_new ? 0 : line.place->second.size());
-    }
+    const size_t bytes =
+        place_lines(keeps ? &found->second : nullptr,
+                    keeps ? bytes_before : object_start.size() + head.name.size() + 1);
     if (bytes > OBJECT_CHANGE_MAX) {
         return Outcome::object_too_long;
     }
@@ -120,6 +97,53 @@ ObjectState::Outcome ObjectState::apply(const ObjectLine &head, std::string_view
     if (!keeps) {
         object.lines.clear();
     }
+    write_lines(object, added);
+    object.bytes = bytes;
+    object.changed = ++changes_;
+    bytes_ += bytes - bytes_before;
+    return Outcome::applied;
+}
+
+// Fills lines_, by their names. Of two lines of one attribute the later counts. @return whether
+// they are well made.
+bool ObjectState::read_lines(std::string_view change) {
+    lines_.clear();
+    while (!change.empty()) {
+        const std::string_view line = take_line(change);
+        const AttributeLine attribute = parse_attribute_line(without_newline(line));
+        if (attribute.name.empty()) {
+            return false;
+        }
+        lines_.push_back({attribute.name, attribute.is_set ? line : std::string_view()});
+    }
+    std::sort(lines_.begin(), lines_.end(), [](const Line &one, const Line &other) {
+        const int order = one.name.compare(other.name);
+        return order != 0 ? order < 0 : one.name.data() < other.name.data();
+    });
+    const auto first =
+        std::unique(lines_.rbegin(), lines_.rend(), [](const Line &one, const Line &other) {
+            return one.name == other.name;
+        }).base();
+    lines_.erase(lines_.begin(), first);
+    return true;
+}
+
+// Notes which lines of an object each of lines_ replaces; null where nothing of it is kept.
+// @return the bytes of its text with them, where it had `bytes`.
+size_t ObjectState::place_lines(Object *kept, size_t bytes) {
+    for (Line &line : lines_) {
+        line.is_new = true;
+        if (kept) {
+            line.place = kept->lines.find(line.name);
+            line.is_new = line.place == kept->lines.end();
+        }
+        bytes += line.text.size() - (line.is_new ? 0 : line.place->second.size());
+    }
+    return bytes;
+}
+
+// Needs no memory: `added` has the lines that are new, and the others have room.
+void ObjectState::write_lines(Object &object, Lines &added) {
     for (const Line &line : lines_) {
         if (!line.is_new && line.text.empty()) {
             object.lines.erase(line.place);
@@ -128,10 +152,6 @@ ObjectState::Outcome ObjectState::apply(const ObjectLine &head, std::string_view
         }
     }
     object.lines.merge(added);
-    object.bytes = bytes;
-    object.changed = ++changes_;
-    bytes_ += bytes - bytes_before;
-    return Outcome::applied;
 }
 
 bool ObjectState::load(std::string_view snapshot, std::string_view object) {

@@ -71,6 +71,9 @@ class ObjectState {
     };
 
     Outcome apply(const ObjectLine &head, std::string_view lines, uint64_t position);
+    bool read_lines(std::string_view change);
+    size_t place_lines(Object *kept, size_t bytes);
+    void write_lines(Object &object, Lines &added);
     static void append(std::string &text, const Objects::value_type &object);
     static void append_start(std::string &text, const Objects::value_type &object);
     static void append_lines(std::string &text, const Objects::value_type &object);

@@ -1,7 +1,6 @@
 #include "service/catalogue/state_directory.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <sys/stat.h>
@@ -18,25 +17,28 @@ StateDirectory::~StateDirectory() {
     }
 }
 
-std::string StateDirectory::take(const std::filesystem::path &path, uint32_t mode) {
+std::optional<Error> StateDirectory::take(const std::filesystem::path &path, uint32_t mode) {
     std::error_code error;
     if (std::filesystem::create_directories(path, error)) {
         chmod(path.c_str(), mode);
     }
     if (error) {
-        return fmt::format("cannot make '{}': {}", path.native(), error.message());
+        return Error::failed(Error::Origin::state, error.value(),
+                             fmt::format("cannot make '{}'", path.native()));
     }
     const std::filesystem::path file = path / "lock";
     lock_ = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (lock_ < 0) {
-        return fmt::format("cannot use '{}': {}", file.native(), std::strerror(errno));
+        return Error::failed(Error::Origin::state, errno,
+                             fmt::format("cannot use '{}'", file.native()));
     }
     struct flock whole = {};
     whole.l_type = F_WRLCK;
     if (fcntl(lock_, F_OFD_SETLK, &whole) != 0) {
-        return fmt::format("'{}' is used by another vantrod", path.native());
+        return Error(Error::Origin::state, EBUSY,
+                     fmt::format("'{}' is used by another vantrod", path.native()));
     }
-    return "";
+    return std::nullopt;
 }
 
 bool has_room(const std::filesystem::path &state, size_t bytes) {

@@ -5,9 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "common/locks.h"
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -19,9 +21,9 @@ class StateDirectory {
     StateDirectory(const StateDirectory &) = delete;
     StateDirectory &operator=(const StateDirectory &) = delete;
 
-    // Takes the directory; makes it, with those permission bits, where it is missing. Returns "",
-    // or why it cannot be used.
-    std::string take(const std::filesystem::path &path, uint32_t mode);
+    // Takes the directory; makes it, with those permission bits, where it is missing. Returns why
+    // it cannot be used, if it cannot.
+    std::optional<Error> take(const std::filesystem::path &path, uint32_t mode);
 
   private:
     int lock_ = -1;

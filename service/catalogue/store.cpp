@@ -59,8 +59,8 @@ class SqliteCatalogue : public Store {
               [this](int32_t source) { prepare(source); }) {}
     ~SqliteCatalogue() override { scanning_.stop(); }
 
-    // Returns "" or what is wrong.
-    std::string open();
+    // Throws an Error.
+    void open();
 
     std::vector<Source> sources() override;
     int browse(int32_t source, std::string_view node, Range range, NodeSink &nodes) override;
@@ -86,14 +86,15 @@ class SqliteCatalogue : public Store {
     void rescan() override { scanning_.rescan(); }
 
   private:
-    // `cause` gets the error of the system where the file fails.
     template <typename Read>
-    int guarded(const Read &read, int *cause = nullptr);
+    std::optional<Error> attempt(const Read &read);
+    template <typename Read>
+    int guarded(const Read &read);
     template <typename Read>
     int at_node(int32_t source, std::string_view node, const Read &read);
     const MusicDirectory *directory(int32_t source) const;
     Node song_node(SourceBrowser &browser, SongId song) const;
-    int locate(SongId id, const MusicDirectory *&source, std::string &path, int *cause);
+    std::optional<Error> locate(SongId id, const MusicDirectory *&source, std::string &path);
     std::unique_ptr<Database> reopen(bool damaged);
     void prepare(int32_t source);
     void log(int severity, const std::string &line) const {
@@ -127,7 +128,7 @@ std::string name_of(const fs::path &path, const std::vector<fs::path> &all) {
     return clean_text(shared ? path.native() : last(path), source_name_max);
 }
 
-std::string SqliteCatalogue::open() {
+void SqliteCatalogue::open() {
     std::vector<fs::path> paths;
     for (const fs::path &music : options_.music) {
         std::error_code error;
@@ -157,10 +158,12 @@ std::string SqliteCatalogue::open() {
             names_.push_back(name_of(path, paths));
         }
         writer.commit();
-    } catch (const DatabaseError &error) {
-        return fmt::format("'{}' {}", file_.native(), error.what());
+    } catch (Error &error) {
+        if (error.origin() == Error::Origin::catalogue) {
+            error.set_file(file_.native());
+        }
+        throw;
     }
-    return "";
 }
 
 // The sources keep their numbers, which clients hold.
@@ -170,17 +173,17 @@ std::unique_ptr<Database> SqliteCatalogue::reopen(bool damaged) {
     }
     first_.reset();
     const auto say = [this](const std::string &line) { log(LOG_SEVERITY_WARNING, line); };
-    std::string damage;
+    std::optional<Error> damage;
     if (damaged) {
         damage = find_damage(file_);
-        if (damage.empty()) {
+        if (!damage) {
             say("the catalogue seemed damaged; it was checked and is intact");
         }
     }
     std::unique_ptr<Database> database;
     pool_.replace([&] {
-        if (!damage.empty()) {
-            move_aside(file_, damage, say);
+        if (damage) {
+            move_aside(file_, *damage, say);
         }
         database = open_catalogue_file(file_, say);
         Transaction whole(*database);
@@ -210,27 +213,36 @@ Node SqliteCatalogue::song_node(SourceBrowser &browser, SongId song) const {
     return directory(node.source) ? node : Node();
 }
 
+// Reads. An error is logged once, and damage reported to the scan.
 template <typename Read>
-int SqliteCatalogue::guarded(const Read &read, int *cause) {
+std::optional<Error> SqliteCatalogue::attempt(const Read &read) {
     const int rebuilds = scanning_.rebuilds();
     try {
-        return pool_.read(read);
-    } catch (const DatabaseError &error) {
-        if (error.damaged()) {
+        pool_.read(read);
+        return std::nullopt;
+    } catch (const Error &error) {
+        if (error.is_damage()) {
             scanning_.found_damage(rebuilds);
         }
         if (!said_broken_.exchange(true)) {
-            log(LOG_SEVERITY_ERROR, fmt::format("the catalogue {}", error.what()));
+            log(LOG_SEVERITY_ERROR, log_text(error));
         }
-        if (cause) {
-            *cause = error.system_error();
-        }
-        return EIO;
+        return error;
     }
 }
 
+// What the catalogue's functions return: what `read` does, or what clients are told of an error.
+// They are as narrow as that because an answer has room for no more.
+template <typename Read>
+int SqliteCatalogue::guarded(const Read &read) {
+    int result = 0;
+    const std::optional<Error> error =
+        attempt([&](Database &database) { return result = read(database); });
+    return error ? result_word(*error) : result;
+}
+
 void SqliteCatalogue::prepare(int32_t source) {
-    guarded([&](Database &database) {
+    attempt([&](Database &database) {
         SourceBrowser(database, lists_, source).prepare();
         return 0;
     });
@@ -350,7 +362,7 @@ int SqliteCatalogue::all_songs(std::vector<QueuedSong> &songs) {
 
 int64_t SqliteCatalogue::song_count() {
     int64_t count = 0;
-    guarded([&](Database &database) {
+    attempt([&](Database &database) {
         for (const auto &each : directories_) {
             count += SourceBrowser(database, lists_, each->id).song_count();
         }
@@ -382,17 +394,15 @@ int SqliteCatalogue::song(SongId id, Node &node, SongMetadata &metadata) {
     });
 }
 
-// Where a song's file is: its path below the source, which is null where the song is gone. Returns
-// as guarded() does.
-int SqliteCatalogue::locate(SongId id, const MusicDirectory *&source, std::string &path,
-                            int *cause) {
-    const auto look = [&](Database &database) {
+// Where a song's file is: its path below the source, which is null where the song is gone.
+std::optional<Error> SqliteCatalogue::locate(SongId id, const MusicDirectory *&source,
+                                             std::string &path) {
+    return attempt([&](Database &database) {
         SourceBrowser browser(database, lists_, 0);
         path = path_of(database, id);
         source = path.empty() ? nullptr : directory(song_node(browser, id).source);
         return 0;
-    };
-    return guarded(look, cause);
+    });
 }
 
 // Want of memory or descriptors says nothing about the file: the track plays on.
@@ -400,9 +410,8 @@ int32_t SqliteCatalogue::check(SongId id) {
     try {
         std::string path;
         const MusicDirectory *source = nullptr;
-        int cause = 0;
-        if (locate(id, source, path, &cause) != 0) {
-            return is_want(cause) ? 0 : VANTRO_ERROR_UNREADABLE;
+        if (const std::optional<Error> error = locate(id, source, path)) {
+            return error->is_want() ? 0 : VANTRO_ERROR_UNREADABLE;
         }
         // With nothing held: the disk may be slow.
         return source ? check_song(source->path, path) : VANTRO_ERROR_GONE;
@@ -415,9 +424,8 @@ int SqliteCatalogue::open(SongId id) {
     try {
         std::string path;
         const MusicDirectory *source = nullptr;
-        int cause = 0;
-        if (locate(id, source, path, &cause) != 0) {
-            errno = cause != 0 ? cause : EIO;
+        if (const std::optional<Error> error = locate(id, source, path)) {
+            errno = error->is_damage() ? EIO : error->code();
             return -1;
         }
         if (!source) {
@@ -425,8 +433,8 @@ int SqliteCatalogue::open(SongId id) {
             return -1;
         }
         return MusicRoot(source->path).open_file(path);
-    } catch (const std::system_error &error) {
-        errno = error.code().value();
+    } catch (const Error &error) {
+        errno = error.code();
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
     }
@@ -435,20 +443,19 @@ int SqliteCatalogue::open(SongId id) {
 
 } // namespace
 
-std::unique_ptr<Store> open_store(StoreOptions options, std::string &wrong) {
+Result<std::unique_ptr<Store>> open_store(StoreOptions options) {
     try {
         set_up_collation();
         auto state = std::make_unique<StateDirectory>();
-        if (wrong = state->take(options.state, directory_mode(options.artwork_readers));
-            !wrong.empty()) {
-            return nullptr;
+        if (const std::optional<Error> error =
+                state->take(options.state, directory_mode(options.artwork_readers))) {
+            return *error;
         }
         auto store = std::make_unique<SqliteCatalogue>(std::move(options), std::move(state));
-        wrong = store->open();
-        return wrong.empty() ? std::move(store) : nullptr;
-    } catch (const std::exception &error) {
-        wrong = error.what();
-        return nullptr;
+        store->open();
+        return std::unique_ptr<Store>(std::move(store));
+    } catch (const std::exception &thrown) {
+        return error_of(thrown);
     }
 }
 

@@ -16,6 +16,7 @@
 #include "service/catalogue/catalogue.h"
 #include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/scan/scan_options.h"
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -39,9 +40,9 @@ class Store : public Catalogue {
     virtual void rescan() = 0;
 };
 
-// Opens or makes the catalogue. If the state directory cannot be used, or another process uses it,
-// returns nothing, and `wrong` says why.
-std::unique_ptr<Store> open_store(StoreOptions options, std::string &wrong);
+// Opens or makes the catalogue. Fails if the state directory cannot be used, or another process
+// uses it.
+Result<std::unique_ptr<Store>> open_store(StoreOptions options);
 
 // $XDG_STATE_HOME/vantro, else ~/.local/state/vantro; empty where neither is known.
 std::filesystem::path default_state_directory();

@@ -10,21 +10,21 @@
 
 namespace vantro::service::playback {
 
-std::string Player::publish(const object_readers &readers, const publishing::Publisher::Log &log,
-                            Calls calls) {
-    std::string error;
+std::optional<Error> Player::publish(const object_readers &readers,
+                                     const publishing::Publisher::Log &log, Calls calls) {
     const MutexLock guard(publish_mutex_);
-    publisher_ = publishing::Publisher::open(name, readers, log, error);
-    if (!publisher_) {
-        return error;
+    auto opened = publishing::Publisher::open(name, readers, log);
+    if (!opened) {
+        return opened.error();
     }
+    publisher_ = std::move(*opened);
     log_ = log;
     calls_ = std::move(calls);
     publisher_->state(engine_.snapshot().modes, 0);
     for (const catalogue::Source &source : catalogue_.sources()) {
         publisher_->source(source, false);
     }
-    return "";
+    return std::nullopt;
 }
 
 void Player::publish_changes(publishing::HeldBell &bell) {
@@ -157,16 +157,16 @@ void Player::failed(uint64_t cue, int32_t error) {
     publish_report();
 }
 
-void Player::output_lost(const std::string &why) {
+void Player::output_lost(const Error &why) {
     engine_.output_lost();
     publish_report();
-    say(LOG_SEVERITY_WARNING, "paused: the audio output cannot be used: " + why);
+    say(LOG_SEVERITY_WARNING, "paused: the audio output cannot be used: " + log_text(why));
 }
 
-void Player::no_output(const std::string &why) {
+void Player::no_output(const Error &why) {
     engine_.no_output();
     publish_report();
-    say(LOG_SEVERITY_WARNING, "nothing is heard, positions follow the clock: " + why);
+    say(LOG_SEVERITY_WARNING, "nothing is heard, positions follow the clock: " + log_text(why));
 }
 
 void Player::source_changed(const catalogue::Source &source) {

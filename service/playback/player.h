@@ -40,8 +40,7 @@ namespace vantro::service::playback {
 class SessionIds {
   public:
     explicit SessionIds(catalogue::Catalogue &catalogue) : catalogue_(catalogue) {}
-    // Returns 0 where there are none.
-    uint64_t take() EXCLUDES(mutex_);
+    Result<uint64_t> take() EXCLUDES(mutex_);
 
   private:
     catalogue::Catalogue &catalogue_;
@@ -129,10 +128,11 @@ class Player : private sound::Listener {
         std::function<void()> keep; // something other than the time has changed
     };
 
-    // Starts publishing; call it once, before the player is shared. Returns an error text, empty on
-    // success.
-    std::string publish(const object_readers &readers, const publishing::Publisher::Log &log,
-                        Calls calls) EXCLUDES(publish_mutex_);
+    // Starts publishing; call it once, before the player is shared. Returns why it cannot, if it
+    // cannot.
+    std::optional<Error> publish(const object_readers &readers,
+                                 const publishing::Publisher::Log &log, Calls calls)
+        EXCLUDES(publish_mutex_);
 
     // Publishes every change that is not yet published, whichever thread made it. Cheap where there
     // is none. Changes that cannot be published for want of memory stay for the next call, which
@@ -163,8 +163,8 @@ class Player : private sound::Listener {
     void reached(uint64_t cue, int64_t position_us) override;
     void ended(uint64_t cue) override;
     void failed(uint64_t cue, int32_t error) override;
-    void output_lost(const std::string &why) override;
-    void no_output(const std::string &why) override;
+    void output_lost(const Error &why) override;
+    void no_output(const Error &why) override;
     void publish_report() noexcept;
     void say(int severity, const std::string &line) EXCLUDES(publish_mutex_);
 

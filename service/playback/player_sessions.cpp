@@ -40,12 +40,12 @@ std::vector<catalogue::QueuedSong> with_added(const Engine::Snapshot &now,
 
 } // namespace
 
-uint64_t SessionIds::take() {
+Result<uint64_t> SessionIds::take() {
     const MutexLock guard(mutex_);
     if (left_ == 0) {
         next_ = catalogue_.take_session_ids(ids_at_once);
         if (next_ <= 0) {
-            return 0;
+            return Error(Error::Origin::state, EIO, "no number of a track session can be had");
         }
         left_ = ids_at_once;
     }
@@ -106,12 +106,12 @@ int Player::play() {
     if (songs.empty()) {
         return ENODATA;
     }
-    const uint64_t tsid = ids_.take();
-    if (tsid == 0) {
-        return EIO;
+    const Result<uint64_t> tsid = ids_.take();
+    if (!tsid) {
+        return result_word(tsid.error());
     }
     auto session =
-        std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_ALL, std::move(songs));
+        std::make_shared<const TrackSession>(*tsid, VANTRO_TRKSESSION_ALL, std::move(songs));
 
     std::vector<Kept> replaced; // goes after the lock
     const MutexLock guard(mutex_);
@@ -142,10 +142,11 @@ int Player::create(int32_t source, std::string_view nodes, int32_t index, int32_
         result != 0) {
         return result;
     }
-    tsid = ids_.take();
-    if (tsid == 0) {
-        return EIO;
+    const Result<uint64_t> id = ids_.take();
+    if (!id) {
+        return result_word(id.error());
     }
+    tsid = *id;
     const auto made = [tsid](std::vector<catalogue::QueuedSong> list) {
         return std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_NODE, std::move(list));
     };

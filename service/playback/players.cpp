@@ -29,15 +29,16 @@ Players::~Players() {
     }
 }
 
-std::string Players::publish(const object_readers &readers, const publishing::Publisher::Log &log,
-                             std::function<void()> keep) {
+std::optional<Error> Players::publish(const object_readers &readers,
+                                      const publishing::Publisher::Log &log,
+                                      std::function<void()> keep) {
     const Player::Calls calls = {
         [this](std::chrono::nanoseconds time) { clock_watch_.look_within(time); },
         [this] { file_checks_.look(); },
         std::move(keep),
     };
     for (Player &player : players_) {
-        if (const std::string error = player.publish(readers, log, calls); !error.empty()) {
+        if (std::optional<Error> error = player.publish(readers, log, calls)) {
             return error;
         }
     }
@@ -46,7 +47,7 @@ std::string Players::publish(const object_readers &readers, const publishing::Pu
     for (Player &player : players_) {
         player.publish_changes(); // what was restored
     }
-    return "";
+    return std::nullopt;
 }
 
 std::optional<std::chrono::nanoseconds> Players::wake_all() {

@@ -34,11 +34,11 @@ class Players {
     Players &operator=(const Players &) = delete;
 
     // Publishes all players for those readers, from now on until the end of this, and starts the
-    // threads. Once.
+    // threads. Once. Returns why it cannot, if it cannot.
     // @param keep called, on any thread, when something other than the time has changed.
-    // Returns "" or, in words, why it cannot be.
-    std::string publish(const object_readers &readers, const publishing::Publisher::Log &log,
-                        std::function<void()> keep = nullptr);
+    std::optional<Error> publish(const object_readers &readers,
+                                 const publishing::Publisher::Log &log,
+                                 std::function<void()> keep = nullptr);
 
     // See Player::maker_gone(). Any thread.
     void maker_gone(uint64_t number) noexcept;

@@ -1,7 +1,6 @@
 #include "service/publishing/publisher.h"
 
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include <fmt/format.h>
@@ -30,14 +29,16 @@ constexpr const char *shuffle_modes[] = {"off", "on"};
 
 } // namespace
 
-std::unique_ptr<Publisher> Publisher::open(const std::string &player, const object_readers &readers,
-                                           Log log, std::string &error) {
+Result<std::unique_ptr<Publisher>> Publisher::open(const std::string &player,
+                                                   const object_readers &readers, Log log) {
     const std::string directory = "/kivo/services/vantro/" + player;
     object_publisher *publisher = object_publisher_open_for(directory.c_str(), &readers);
     if (!publisher) {
-        const char *why = errno == EADDRINUSE ? "another process does" : std::strerror(errno);
-        error = fmt::format("cannot publish for the player \"{}\": {}", player, why);
-        return nullptr;
+        const int code = errno;
+        const std::string what = fmt::format("cannot publish for the player \"{}\"", player);
+        return code == EADDRINUSE
+                   ? Error(Error::Origin::system, code, what + ": another process does")
+                   : Error::failed(Error::Origin::system, code, what);
     }
     return std::unique_ptr<Publisher>(new Publisher(player, std::move(log), publisher));
 }
@@ -47,12 +48,14 @@ Publisher::~Publisher() {
 }
 
 bool Publisher::done(int result, const std::string &object) {
-    const int error = errno;
+    const int code = errno;
     if (result == 0) {
         failing_.erase(object);
     } else if (failing_.insert(object).second) {
-        log_(LOG_SEVERITY_ERROR, fmt::format("player \"{}\": cannot publish \"{}\": {}", player_,
-                                             object, std::strerror(error)));
+        log_(LOG_SEVERITY_ERROR,
+             log_text(Error::failed(
+                 Error::Origin::system, code,
+                 fmt::format("player \"{}\": cannot publish \"{}\"", player_, object))));
     }
     return result == 0;
 }

@@ -23,6 +23,7 @@
 #include <vantro/player.h>
 
 #include "service/catalogue/catalogue.h"
+#include "service/error.h"
 
 namespace vantro::service::publishing {
 
@@ -31,10 +32,9 @@ class Publisher {
     // As StoreOptions::log.
     using Log = std::function<void(int severity, const std::string &line)>;
 
-    // Becomes the publisher of a player, which those readers may follow. Returns nothing, and in
-    // `error` why, where it cannot.
-    static std::unique_ptr<Publisher> open(const std::string &player, const object_readers &readers,
-                                           Log log, std::string &error);
+    // Becomes the publisher of a player, which those readers may follow.
+    static Result<std::unique_ptr<Publisher>> open(const std::string &player,
+                                                   const object_readers &readers, Log log);
 
     // Deletes the state and then the directory, which tells readers of the end.
     ~Publisher();

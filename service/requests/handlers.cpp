@@ -7,6 +7,8 @@
 #include <memory>
 #include <optional>
 
+#include "service/error.h"
+
 namespace vantro::service::requests {
 
 namespace {
@@ -17,7 +19,6 @@ Handling &handling() {
     return *the_handling.load(std::memory_order_relaxed);
 }
 
-const int32_t out_of_memory = ENOMEM;
 const int32_t over_limit = EAGAIN;
 
 // Room for answers that a thread keeps from one request to the next, so that answering costs no
@@ -44,17 +45,18 @@ void send(MsgOsb *open, MsgContext &context, const void *data, size_t length) {
 
 void carry_out(MsgOsb *open, MsgContext &context, size_t size) noexcept {
     thread_local Bytes answer;
-    const void *data = &out_of_memory;
-    size_t length = sizeof out_of_memory;
+    int32_t refusal = 0;
     publishing::HeldBell bell; // rings when the answer has left
     try {
         handling().answers.respond(open->index, context.payload, size, answer, bell);
-        data = answer.data();
-        length = answer.size();
-    } catch (const std::exception &) {
-        // What is answered then was set above.
+    } catch (const std::exception &thrown) {
+        refusal = result_word(error_of(thrown));
     }
-    send(open, context, data, length);
+    if (refusal != 0) {
+        send(open, context, &refusal, sizeof refusal);
+    } else {
+        send(open, context, answer.data(), answer.size());
+    }
     give_back(answer);
 }
 
@@ -142,8 +144,9 @@ int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) noexcept
         std::min(context->header->send_length, static_cast<uint32_t>(context->payload_size));
     try {
         carry_out_in_turn(open, *context, size);
-    } catch (const std::exception &) {
-        send(open, *context, &out_of_memory, sizeof out_of_memory);
+    } catch (const std::exception &thrown) {
+        const int32_t refusal = result_word(error_of(thrown));
+        send(open, *context, &refusal, sizeof refusal);
     }
     return 0;
 }
@@ -165,11 +168,11 @@ int32_t handle_open(MsgOsb *open, MsgContext *context, MsgService *) noexcept {
         }
         handling().answers.opens().reset(open->index, client);
         return 0;
-    } catch (const std::exception &) {
+    } catch (const std::exception &thrown) {
         if (counted) {
             handling().limits.give_open(client);
         }
-        return ENOMEM;
+        return result_word(error_of(thrown));
     }
 }
 

@@ -1,5 +1,6 @@
 #include "service/sound/mpv_core.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include <fmt/format.h>
@@ -41,13 +42,16 @@ constexpr std::pair<const char *, const char *> fixed_options[] = {
 
 } // namespace
 
-std::unique_ptr<MpvCore> MpvCore::make(const MpvOptions &options, MpvFiles *files,
-                                       const std::string &client, std::string &why) {
-    const MpvLibrary *const mpv = mpv_library(why);
-    mpv_handle *const handle = mpv ? mpv->create() : nullptr;
+Result<std::unique_ptr<MpvCore>> MpvCore::make(const MpvOptions &options, MpvFiles *files,
+                                               const std::string &client) {
+    const auto library = mpv_library();
+    if (!library) {
+        return library.error();
+    }
+    const MpvLibrary *const mpv = *library;
+    mpv_handle *const handle = mpv->create();
     if (!handle) {
-        why = why.empty() ? "mpv cannot be started" : why;
-        return nullptr;
+        return Error(Error::Origin::library, ELIBACC, "mpv cannot be started");
     }
     std::unique_ptr<MpvCore> core(new MpvCore(*mpv, handle));
     // An option that a build of mpv does not have belongs to something else that it does not have.
@@ -65,8 +69,7 @@ std::unique_ptr<MpvCore> MpvCore::make(const MpvOptions &options, MpvFiles *file
         mpv->set_option_string(handle, "audio-device", options.device.c_str());
     }
     if (const int error = mpv->initialize(handle); error < 0) {
-        why = mpv->error_string(error);
-        return nullptr;
+        return Error(Error::Origin::library, ELIBACC, mpv->error_string(error));
     }
     if (files) {
         files->serve(*mpv, handle);
@@ -198,9 +201,12 @@ Devices MpvCore::devices() const {
     return found;
 }
 
-std::optional<Devices> mpv_devices(std::string &why) {
-    const auto core = MpvCore::make({}, nullptr, "vantrod", why);
-    return core ? std::optional(core->devices()) : std::nullopt;
+Result<Devices> mpv_devices() {
+    const auto core = MpvCore::make({}, nullptr, "vantrod");
+    if (!core) {
+        return core.error();
+    }
+    return (*core)->devices();
 }
 
 } // namespace vantro::service::sound

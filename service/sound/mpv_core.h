@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "service/error.h"
 #include "service/sound/mpv_files.h"
 #include "service/sound/mpv_library.h"
 
@@ -26,10 +27,10 @@ struct MpvOptions {
 
 class MpvCore {
   public:
-    // Returns null, and why, where there is none to be had. Borrows the files; without them it
-    // plays nothing. `client` names it among the programs that use an output.
-    static std::unique_ptr<MpvCore> make(const MpvOptions &options, MpvFiles *files,
-                                         const std::string &client, std::string &why);
+    // Borrows the files; without them it plays nothing. `client` names it among the programs that
+    // use an output.
+    static Result<std::unique_ptr<MpvCore>> make(const MpvOptions &options, MpvFiles *files,
+                                                 const std::string &client);
     ~MpvCore() { mpv_.terminate_destroy(core_); }
     MpvCore(const MpvCore &) = delete;
     MpvCore &operator=(const MpvCore &) = delete;
@@ -70,8 +71,8 @@ class MpvCore {
     mpv_handle *const core_;
 };
 
-// The outputs that there are now; nothing, and why, without mpv.
-std::optional<Devices> mpv_devices(std::string &why);
+// The outputs that there are now. Fails without mpv.
+Result<Devices> mpv_devices();
 
 } // namespace vantro::service::sound
 

@@ -30,7 +30,7 @@ struct MpvFiles::File {
         const File &file = *static_cast<File *>(cookie);
         const ssize_t got = ::read(file.descriptor, buffer, bytes);
         if (got < 0) {
-            file.files.note(file.song, errno);
+            file.files.note(file.song, Error(Error::Origin::music, errno));
         }
         return got;
     }
@@ -68,23 +68,23 @@ int MpvFiles::open(void *files, char *name, mpv_stream_cb_info *info) {
     }
     const int descriptor = all.listener_.open_song(song);
     if (descriptor < 0) {
-        all.note(song, errno);
+        all.note(song, Error(Error::Origin::music, errno));
         return MPV_ERROR_LOADING_FAILED;
     }
     auto file = std::make_unique<File>(all, song, descriptor);
     struct stat status = {};
     if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-        all.note(song, EACCES);
+        all.note(song, Error(Error::Origin::music, EACCES));
         return MPV_ERROR_LOADING_FAILED;
     }
     *info = {file.release(), File::read, File::seek, File::size, File::end, nullptr};
     return 0;
 }
 
-void MpvFiles::note(int64_t song, int error) {
+void MpvFiles::note(int64_t song, const Error &error) {
     const MutexLock guard(mutex_);
     failed_song_ = song;
-    failure_ = error == ENOENT || error == ENOTDIR ? VANTRO_ERROR_GONE : VANTRO_ERROR_UNREADABLE;
+    failure_ = track_error(error);
 }
 
 int32_t MpvFiles::error_of(int64_t song) {

@@ -34,7 +34,7 @@ class MpvFiles {
   private:
     struct File;
     static int open(void *files, char *name, mpv_stream_cb_info *info);
-    void note(int64_t song, int error);
+    void note(int64_t song, const Error &error);
 
     Listener &listener_;
     Mutex mutex_;                                // mpv opens and reads on threads of its own

@@ -1,5 +1,7 @@
 #include "service/sound/mpv_library.h"
 
+#include <cerrno>
+
 #include <dlfcn.h>
 
 #include "common/locks.h"
@@ -38,7 +40,7 @@ bool find_all(void *library, MpvLibrary &mpv) {
 
 } // namespace
 
-const MpvLibrary *mpv_library(std::string &why) {
+Result<const MpvLibrary *> mpv_library() {
     static Mutex mutex;
     static MpvLibrary mpv;
     static bool loaded = false;
@@ -47,8 +49,7 @@ const MpvLibrary *mpv_library(std::string &why) {
         void *const library = dlopen(library_name, RTLD_NOW | RTLD_LOCAL);
         if (!library || !find_all(library, mpv)) {
             const char *const error = dlerror();
-            why = error ? error : library_name;
-            return nullptr;
+            return Error(Error::Origin::library, ELIBACC, error ? error : library_name);
         }
         loaded = true;
     }

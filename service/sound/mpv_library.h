@@ -6,10 +6,10 @@
 #ifndef VANTRO_SERVICE_SOUND_MPV_LIBRARY_H
 #define VANTRO_SERVICE_SOUND_MPV_LIBRARY_H
 
-#include <string>
-
 #include <mpv/client.h>
 #include <mpv/stream_cb.h>
+
+#include "service/error.h"
 
 namespace vantro::service::sound {
 
@@ -33,9 +33,9 @@ struct MpvLibrary {
     decltype(&mpv_error_string) error_string = nullptr;
 };
 
-// Loads it if it is not loaded; it then stays. Returns null, and why, where it cannot be had. Any
+// Loads it if it is not loaded; it then stays. Never null. Any
 // thread.
-const MpvLibrary *mpv_library(std::string &why);
+Result<const MpvLibrary *> mpv_library();
 
 } // namespace vantro::service::sound
 

@@ -1,6 +1,7 @@
 #include "service/sound/mpv_sound.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -81,12 +82,12 @@ void MpvSound::run() {
 }
 
 bool MpvSound::make_core() {
-    std::string why;
-    own_core_ = MpvCore::make(options_, &files_, client_, why);
-    if (!own_core_) {
-        output_failed(why);
+    auto made = MpvCore::make(options_, &files_, client_);
+    if (!made) {
+        output_failed(made.error());
         return false;
     }
+    own_core_ = std::move(*made);
     const MutexLock guard(mutex_);
     core_ = own_core_.get();
     return true;
@@ -206,7 +207,8 @@ void MpvSound::entry_ends(const mpv_event_end_file &end) {
     if (end.reason == MPV_END_FILE_REASON_ERROR && end.error == MPV_ERROR_AO_INIT_FAILED) {
         own_core_->stop(); // else the next entry would be tried
         forget_all();
-        output_failed(output_error_.empty() ? own_core_->text_of(end.error) : output_error_);
+        output_failed(Error(Error::Origin::library, ENODEV,
+                            output_error_.empty() ? own_core_->text_of(end.error) : output_error_));
         return;
     }
     failure_ = failure_of(end);
@@ -383,7 +385,7 @@ void MpvSound::report_start(int64_t position_us) {
 }
 
 // Tells that no output can be used; with it the sound may be over.
-void MpvSound::output_failed(const std::string &why) {
+void MpvSound::output_failed(const Error &why) {
     if (or_clock_ && !ever_heard_) {
         {
             const MutexLock guard(mutex_);

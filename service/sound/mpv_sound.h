@@ -68,7 +68,7 @@ class MpvSound : public Sound {
     void report_end_when_idle();
     std::optional<double> report_progress(const Wanted &wanted);
     void report_start(int64_t position_us);
-    void output_failed(const std::string &why);
+    void output_failed(const Error &why);
 
     Listener &listener_;
     const std::string client_;

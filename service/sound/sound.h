@@ -14,7 +14,8 @@
 #define VANTRO_SERVICE_SOUND_SOUND_H
 
 #include <cstdint>
-#include <string>
+
+#include "service/error.h"
 
 namespace vantro::service::sound {
 
@@ -53,9 +54,9 @@ class Listener {
     // Its file cannot be played: a VANTRO_ERROR_*.
     virtual void failed(uint64_t cue, int32_t error) = 0;
     // The output went away, or cannot be opened. It is tried again when playing is next asked for.
-    virtual void output_lost(const std::string &why) = 0;
+    virtual void output_lost(const Error &why) = 0;
     // There never was an output, and the sound is over: the clock is to take its place.
-    virtual void no_output(const std::string &why) = 0;
+    virtual void no_output(const Error &why) = 0;
 };
 
 class Sound {

@@ -1,7 +1,6 @@
 #include "service/state/keeper.h"
 
 #include <cerrno>
-#include <cstring>
 #include <exception>
 #include <fcntl.h>
 #include <fstream>
@@ -20,23 +19,20 @@ namespace {
 
 constexpr const char *session_name = "session";
 constexpr const char *position_name = "position";
+constexpr const char *damaged = "it is damaged";
 
-// Nothing where there is no such file. `why` receives why one cannot be read.
-std::optional<std::string> read(const std::filesystem::path &file, size_t most, std::string &why) {
+Result<std::string> read(const std::filesystem::path &file, size_t most) {
     struct stat status = {};
     if (::stat(file.c_str(), &status) != 0) {
-        why = errno == ENOENT ? "" : std::strerror(errno);
-        return std::nullopt;
+        return Error(Error::Origin::state, errno);
     }
     if (!S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) > most) {
-        why = "it is not such a file";
-        return std::nullopt;
+        return Error::damage(Error::Origin::state, damaged);
     }
     std::ifstream input(file, std::ios::binary);
     std::string text{std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>()};
     if (!input) {
-        why = "it cannot be read";
-        return std::nullopt;
+        return Error(Error::Origin::state, EIO);
     }
     return text;
 }
@@ -89,19 +85,19 @@ void Keeper::restore(bool resume) {
         Kept &kept = kept_[i];
         const std::filesystem::path session_file = folder_of(player) / session_name;
         const std::filesystem::path position_file = folder_of(player) / position_name;
-        std::string why;
-        const std::optional<std::string> session = read(session_file, session_bytes_max, why);
+        const Result<std::string> session = read(session_file, session_bytes_max);
         std::optional<KeptPlayer> found = session ? read_session(*session) : std::nullopt;
         if (!found) {
-            if (session || !why.empty()) {
-                set_aside(session_file, why.empty() ? "it is damaged" : why.c_str());
+            if (session || session.error().kind() != Error::Kind::gone) {
+                set_aside(session_file, session ? damaged : log_text(session.error()));
             }
             continue;
         }
         kept.session_written = kept.position_written = true;
-        const std::optional<std::string> position = read(position_file, position_bytes_max, why);
-        if (position && !read_position(*position, *found)) {
-            set_aside(position_file, "it is damaged");
+        const Result<std::string> position = read(position_file, position_bytes_max);
+        if (position ? !read_position(*position, *found)
+                     : position.error().kind() != Error::Kind::gone) {
+            set_aside(position_file, position ? damaged : log_text(position.error()));
         }
         kept.player = *found;
         player.restore(found->saved, resume);
@@ -109,7 +105,7 @@ void Keeper::restore(bool resume) {
 }
 
 // The player begins with what is left; what was there is kept for whoever wants to look.
-void Keeper::set_aside(const std::filesystem::path &file, const char *why) {
+void Keeper::set_aside(const std::filesystem::path &file, const std::string &why) {
     std::error_code error;
     const std::string aside = file.native() + ".broken";
     std::filesystem::rename(file, aside, error);
@@ -157,30 +153,32 @@ void Keeper::keep(playback::Player &player, Kept &kept) {
         return; // nothing has ever been done with it, or it is as it is kept
     }
     const std::filesystem::path folder = folder_of(player);
-    std::string error;
+    std::optional<Error> error;
     if (!kept.session_written) {
         kept.player.edition = editions_();
         error = write(folder / session_name, write_session(kept.player));
-        kept.session_written = kept.position_written = error.empty();
+        kept.session_written = kept.position_written = !error;
     } else {
         error = write(folder / position_name, write_position(kept.player));
-        kept.position_written = error.empty();
+        kept.position_written = !error;
     }
-    if (std::exchange(kept.fails, !error.empty()) != kept.fails) {
-        log_(kept.fails ? LOG_SEVERITY_ERROR : LOG_SEVERITY_NOTICE,
-             kept.fails
-                 ? fmt::format("player \"{}\" cannot be kept for a restart: {}", player.name, error)
-                 : fmt::format("player \"{}\" is kept for a restart again", player.name));
+    const bool failed_before = std::exchange(kept.fails, error.has_value());
+    if (error && !failed_before) {
+        log_(LOG_SEVERITY_ERROR, fmt::format("player \"{}\" cannot be kept for a restart: {}",
+                                             player.name, log_text(*error)));
+    } else if (!error && failed_before) {
+        log_(LOG_SEVERITY_NOTICE,
+             fmt::format("player \"{}\" is kept for a restart again", player.name));
     }
 }
 
-// Replaces a file. Returns "" or why it could not be.
-std::string Keeper::write(const std::filesystem::path &file, const std::string &text) {
-    std::error_code error;
-    const bool made = std::filesystem::create_directories(file.parent_path(), error);
+// Replaces a file. Returns why it could not be, if it could not.
+std::optional<Error> Keeper::write(const std::filesystem::path &file, const std::string &text) {
+    std::error_code ignored; // the open tells
+    const bool made = std::filesystem::create_directories(file.parent_path(), ignored);
     const std::string part = file.native() + ".part";
     const auto failed = [&part](const char *what) {
-        return fmt::format("{} '{}': {}", what, part, std::strerror(errno));
+        return Error::failed(Error::Origin::state, errno, fmt::format("{} '{}'", what, part));
     };
     const int descriptor =
         ::open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -198,7 +196,7 @@ std::string Keeper::write(const std::filesystem::path &file, const std::string &
         (made && !sync_folder(directory_))) {
         return failed("cannot replace the file by");
     }
-    return "";
+    return std::nullopt;
 }
 
 } // namespace vantro::service::state

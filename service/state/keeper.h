@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "service/error.h"
 #include "service/playback/players.h"
 #include "service/playback/worker.h"
 #include "service/state/player_file.h"
@@ -52,8 +53,8 @@ class Keeper {
 
     std::optional<std::chrono::nanoseconds> keep_all();
     void keep(playback::Player &player, Kept &kept);
-    std::string write(const std::filesystem::path &file, const std::string &text);
-    void set_aside(const std::filesystem::path &file, const char *why);
+    std::optional<Error> write(const std::filesystem::path &file, const std::string &text);
+    void set_aside(const std::filesystem::path &file, const std::string &why);
     std::filesystem::path folder_of(const playback::Player &player) const;
 
     playback::Players &players_;

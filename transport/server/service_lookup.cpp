@@ -11,22 +11,17 @@ namespace {
 
 MsgService *service_named(MsgServer *server, const char *name, MsgContext *context)
     REQUIRES(server_lock) {
-    MsgService *service = nullptr;
-    int32_t index = 0;
-    for (; index < server->services->slot_count; index++) {
-        service = static_cast<MsgService *>(_array_get(server->services, index));
-        if (service && std::strcmp(service->name, name) == 0) {
-            break;
+    for (int32_t index = 0; index < server->services->slot_count; index++) {
+        auto *const service = static_cast<MsgService *>(_array_get(server->services, index));
+        if (!service || std::strcmp(service->name, name) != 0) {
+            continue;
         }
-    }
-    if (index == server->services->slot_count) {
-        return nullptr;
-    }
-    context->header->service_index = static_cast<int16_t>(index);
-    context->header->open_index = 0;
-    if ((server->flags & MSGSERVER_FLAG_NOCHECK) || service->options[0] == '\0' ||
-        capabilities_granted(server, *service, context->info.conn_id)) {
-        return service;
+        context->header->service_index = static_cast<int16_t>(index);
+        context->header->open_index = 0;
+        const bool admitted = (server->flags & MSGSERVER_FLAG_NOCHECK) ||
+                              service->options[0] == '\0' ||
+                              capabilities_granted(server, *service, context->info.conn_id);
+        return admitted ? service : nullptr;
     }
     return nullptr;
 }

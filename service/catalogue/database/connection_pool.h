@@ -16,7 +16,7 @@ class ConnectionPool {
   public:
     explicit ConnectionPool(std::filesystem::path file) : file_(std::move(file)) {}
 
-    // Calls `read` within one state of the catalogue. Throws DatabaseError. Any thread.
+    // Calls `read` within one state of the catalogue. Throws an Error. Any thread.
     template <typename Read>
     auto read(const Read &read) EXCLUDES(replacing_, mutex_) {
         // Held for one read only, so that replace() waits no longer than one query takes.

@@ -1,9 +1,13 @@
 #include "service/catalogue/database/database.h"
 
+#include <cerrno>
 #include <new>
+#include <utility>
 
 #include <fmt/format.h>
 #include <sqlite3.h>
+
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -28,6 +32,18 @@ bool tells_damage(int code) {
 
 bool is_no_memory(int code) {
     return primary_code(code) == SQLITE_NOMEM || code == SQLITE_IOERR_NOMEM;
+}
+
+// The one place at which a failure of SQLite becomes an error. `system_error` is that of the system
+// call that failed; 0 if none failed or the error is not known.
+Error error_of_sqlite(int code, int system_error, bool damaged, std::string text) {
+    if (damaged) {
+        return Error::damage(Error::Origin::catalogue, std::move(text));
+    }
+    if (primary_code(code) == SQLITE_FULL) {
+        system_error = ENOSPC;
+    }
+    return {Error::Origin::catalogue, system_error != 0 ? system_error : EIO, std::move(text)};
 }
 
 } // namespace
@@ -102,9 +118,8 @@ Database::Database(const std::filesystem::path &file, Access access, int cache_k
         if (is_no_memory(code)) {
             throw std::bad_alloc();
         }
-        const std::string why = sqlite3_errstr(code);
-        throw DatabaseError(fmt::format("cannot be opened: {}", why), tells_damage(code),
-                            system_error);
+        throw error_of_sqlite(code, system_error, tells_damage(code),
+                              fmt::format("cannot be opened: {}", sqlite3_errstr(code)));
     }
     try {
         sqlite3_extended_result_codes(handle_, 1);
@@ -172,11 +187,12 @@ void Database::fail(const char *what) const {
 }
 
 void Database::fail(const char *what, bool damaged) const {
-    if (is_no_memory(sqlite3_extended_errcode(handle_))) {
+    const int code = sqlite3_extended_errcode(handle_);
+    if (is_no_memory(code)) {
         throw std::bad_alloc();
     }
-    throw DatabaseError(fmt::format("{}: {}", what, sqlite3_errmsg(handle_)), damaged,
-                        sqlite3_system_errno(handle_));
+    throw error_of_sqlite(code, sqlite3_system_errno(handle_), damaged,
+                          fmt::format("{}: {}", what, sqlite3_errmsg(handle_)));
 }
 
 Transaction::Transaction(Database &database) : database_(database) {

@@ -1,12 +1,15 @@
 // One connection to the catalogue's file. Used by one thread at a time.
 //
 // Statements are prepared once for each text and kept, so texts are string literals.
+//
+// Where the file cannot be read or written, or is no catalogue, everything here throws an Error of
+// the catalogue, and std::bad_alloc for want of memory. A failing disk can look like damage once,
+// so Error::is_damage() is believed only after find_damage() has checked the file.
 #ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_DATABASE_H
 #define VANTRO_SERVICE_CATALOGUE_DATABASE_DATABASE_H
 
 #include <cstdint>
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -16,23 +19,6 @@ struct sqlite3;
 struct sqlite3_stmt;
 
 namespace vantro::service::catalogue {
-
-// The file cannot be read or written, or is no catalogue.
-class DatabaseError : public std::runtime_error {
-  public:
-    DatabaseError(const std::string &what, bool damaged, int system_error = 0)
-        : std::runtime_error(what), damaged_(damaged), system_error_(system_error) {}
-
-    // What was read makes no sense. A failing disk can look like damage once, so it is believed
-    // only after find_damage() has checked the file.
-    bool damaged() const { return damaged_; }
-    // The error of the system call that failed; 0 if none failed or the error is not known.
-    int system_error() const { return system_error_; }
-
-  private:
-    bool damaged_;
-    int system_error_;
-};
 
 // Bytes that are not text.
 struct Blob {

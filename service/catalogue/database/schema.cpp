@@ -1,5 +1,6 @@
 #include "service/catalogue/database/schema.h"
 
+#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <fcntl.h>
@@ -144,7 +145,7 @@ void check_whole(Database &database) {
         Rows rows = database.query("PRAGMA integrity_check");
         while (rows.next()) {
             if (tells_failed_read(rows.text(0))) {
-                throw DatabaseError("cannot be checked: a read fails", false);
+                throw Error(Error::Origin::catalogue, EIO, "cannot be checked: a read fails");
             }
             if (found.empty()) {
                 found = rows.text(0);
@@ -152,7 +153,7 @@ void check_whole(Database &database) {
         }
     }
     if (found != "ok") {
-        throw DatabaseError(fmt::format("is damaged: {}", found), true);
+        throw Error::damage(Error::Origin::catalogue, fmt::format("is damaged: {}", found));
     }
     // These change nothing: they compare the words with their index.
     database.run("INSERT INTO song_words(song_words) VALUES('integrity-check')");
@@ -179,27 +180,29 @@ std::unique_ptr<Database> open_one(const std::filesystem::path &file) {
     return good(*database) ? std::move(database) : nullptr;
 }
 
-constexpr const char *other_version = "is of another version";
+Error other_version() {
+    return Error::damage(Error::Origin::catalogue, "is of another version");
+}
 
 } // namespace
 
-std::string find_damage(const std::filesystem::path &file) {
+std::optional<Error> find_damage(const std::filesystem::path &file) {
     try {
         const std::unique_ptr<Database> database = open_one(file);
         if (!database) {
-            return other_version;
+            return other_version();
         }
         check_whole(*database);
-    } catch (const DatabaseError &error) {
-        if (!error.damaged()) {
+    } catch (const Error &error) {
+        if (!error.is_damage()) {
             throw;
         }
-        return error.what();
+        return error;
     }
-    return "";
+    return std::nullopt;
 }
 
-void move_aside(const std::filesystem::path &file, const std::string &why,
+void move_aside(const std::filesystem::path &file, const Error &damage,
                 const std::function<void(const std::string &)> &say) {
     std::filesystem::path aside;
     std::error_code error;
@@ -211,35 +214,35 @@ void move_aside(const std::filesystem::path &file, const std::string &why,
     }
     std::filesystem::rename(file, aside, error);
     if (error) {
-        throw DatabaseError(fmt::format("{}, and cannot be moved aside: {}", why, error.message()),
-                            false);
+        throw Error::failed(Error::Origin::catalogue, error.value(),
+                            fmt::format("{}, and cannot be moved aside", damage.text()));
     }
     // A write-ahead log belongs to its file, so it must not be applied to a new one.
     for (const char *beside : {"-wal", "-shm"}) {
         std::filesystem::rename(file.native() + beside, aside.native() + beside, error);
     }
-    say(fmt::format("the catalogue {}; it was moved to {} and is made anew", why, aside.native()));
+    say(fmt::format("{}; it was moved to {} and is made anew", log_text(damage), aside.native()));
 }
 
 std::unique_ptr<Database> open_catalogue_file(const std::filesystem::path &file,
                                               const std::function<void(const std::string &)> &say) {
-    std::string why = other_version;
+    std::optional<Error> damage = other_version();
     try {
         if (auto database = open_one(file)) {
             return database;
         }
-    } catch (const DatabaseError &error) {
-        if (!error.damaged()) {
+    } catch (const Error &error) {
+        if (!error.is_damage()) {
             throw;
         }
-        why = find_damage(file);
+        damage = find_damage(file);
     }
-    if (!why.empty()) {
-        move_aside(file, why, say);
+    if (damage) {
+        move_aside(file, *damage, say);
     }
     auto database = open_one(file);
     if (!database) {
-        throw DatabaseError("cannot be made", true);
+        throw Error::damage(Error::Origin::catalogue, "cannot be made");
     }
     return database;
 }

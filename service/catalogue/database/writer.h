@@ -1,6 +1,6 @@
 // Writes the catalogue's file. For one thread. Readers see the changes after commit().
 //
-// Every function throws DatabaseError; after that only undo() may be called.
+// Every function throws an Error; after that only undo() may be called.
 #ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_WRITER_H
 #define VANTRO_SERVICE_CATALOGUE_DATABASE_WRITER_H
 

@@ -11,6 +11,7 @@
 
 #include "service/catalogue/files/picture_head.h"
 #include "service/catalogue/text/digest.h"
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -31,7 +32,7 @@ std::string escaped(std::string_view path) {
 }
 
 [[noreturn]] void cannot_keep(int error) {
-    throw std::system_error(error, std::generic_category(), "a cover cannot be kept");
+    throw Error::failed(Error::Origin::state, error, "a cover cannot be kept");
 }
 
 // A service that is not user 0 cannot give a file to another user; such a file is readable as far

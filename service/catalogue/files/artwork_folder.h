@@ -40,7 +40,7 @@ class ArtworkFolder {
     // can open a cover whose URI they have; only the service can list the directory.
     ArtworkFolder(const std::filesystem::path &directory, const ArtworkReaders &readers);
 
-    // Keeps a picture. Returns nothing if the bytes are no picture. Throws std::system_error if the
+    // Keeps a picture. Returns nothing if the bytes are no picture. Throws an Error if the
     // picture cannot be written, for example on a full disk. Any thread.
     std::optional<Artwork> keep(std::string_view bytes) const;
 

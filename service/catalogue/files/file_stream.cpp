@@ -17,11 +17,11 @@ constexpr size_t window_bytes = 16 * 1024;
 FileStream::FileStream(const MusicRoot &root, const std::string &path, std::string name)
     : name_(std::move(name)), descriptor_(root.open_file(path)) {
     if (descriptor_ < 0 || fstat(descriptor_, &status_) != 0) {
-        failure_ = file_failure(errno);
+        failure_ = Error(Error::Origin::music, errno);
     } else if (!S_ISREG(status_.st_mode)) {
-        failure_.why = "is not a regular file";
+        failure_ = Error::damage(Error::Origin::music, "is not a regular file");
     } else if (status_.st_size == 0) {
-        failure_.why = "is empty";
+        failure_ = Error::damage(Error::Origin::music, "is empty");
     }
 }
 
@@ -46,7 +46,8 @@ size_t FileStream::read_at(char *bytes, size_t size, long offset) {
             continue;
         }
         if (count < 0) {
-            failure_ = file_failure(errno); // to tag readers it looks like the end of the file
+            // To tag readers it looks like the end of the file.
+            failure_ = Error(Error::Origin::music, errno);
         }
         if (count <= 0) {
             break; // the file may have become shorter

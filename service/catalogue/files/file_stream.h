@@ -2,13 +2,14 @@
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_FILE_STREAM_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_FILE_STREAM_H
 
+#include <optional>
 #include <string>
 #include <sys/stat.h>
 
 #include <taglib/tiostream.h>
 
-#include "service/catalogue/files/file_failure.h"
 #include "service/catalogue/files/music_root.h"
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -26,7 +27,7 @@ class FileStream : public TagLib::IOStream {
     FileStream &operator=(const FileStream &) = delete;
 
     // Why the file cannot be read, or why a read has failed so far.
-    const FileFailure &failure() const { return failure_; }
+    const std::optional<Error> &failure() const { return failure_; }
     const struct stat &status() const { return status_; }
 
     // Goes back to the beginning. Without its name TagLib recognises the format by the content: in
@@ -51,7 +52,7 @@ class FileStream : public TagLib::IOStream {
 
     const std::string name_;
     int descriptor_ = -1;
-    FileFailure failure_;
+    std::optional<Error> failure_;
     bool named_ = true;
     struct stat status_ = {};
     long at_ = 0;

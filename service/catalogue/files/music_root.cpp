@@ -9,13 +9,12 @@
 #include <memory>
 #include <string_view>
 #include <sys/syscall.h>
-#include <system_error>
 #include <unistd.h>
 
 #include <linux/openat2.h>
 
-#include "service/catalogue/files/file_failure.h"
 #include "service/catalogue/text/utf8.h"
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -29,28 +28,6 @@ struct Freer {
 using ResolvedPath = std::unique_ptr<char, Freer>;
 
 } // namespace
-
-bool is_want(int error) {
-    switch (error) {
-    case EMFILE:
-    case ENFILE:
-    case ENOMEM:
-    case ENOBUFS:
-    case EINTR:
-    case EAGAIN:
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool is_passing(int error) {
-    return is_want(error) || error == EIO || error == ESTALE || error == ETIMEDOUT;
-}
-
-FileFailure file_failure(int error) {
-    return {strerrordesc_np(error), error};
-}
 
 int open_below(int directory, const std::string &path, int flags) {
     open_how how = {};
@@ -96,8 +73,7 @@ int walk_below(int directory, const std::string &path, int flags) {
 MusicRoot::MusicRoot(const std::string &path)
     : path_(path), descriptor_(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     if (descriptor_ < 0) {
-        throw std::system_error(errno, std::generic_category(),
-                                loggable(path) + " cannot be opened");
+        throw Error::failed(Error::Origin::music, errno, loggable(path) + " cannot be opened");
     }
 }
 

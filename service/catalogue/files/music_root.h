@@ -9,14 +9,14 @@
 namespace vantro::service::catalogue {
 
 // Opens what lies at `path` below a directory, "" for the directory itself, and follows no link on
-// the way. Returns a descriptor, or -1 and errno. walk_below() does the same without openat2, which
-// kernels before 5.6 and some sandboxes do not have.
+// the way. Returns a descriptor, or -1 and errno, as open() does. walk_below() does the same
+// without openat2, which kernels before 5.6 and some sandboxes do not have.
 int open_below(int directory, const std::string &path, int flags);
 int walk_below(int directory, const std::string &path, int flags);
 
 class MusicRoot {
   public:
-    // Throws std::system_error where the directory cannot be opened. It may itself be a link.
+    // Throws an Error where the directory cannot be opened. It may itself be a link.
     explicit MusicRoot(const std::string &path);
     ~MusicRoot();
     MusicRoot(const MusicRoot &) = delete;

@@ -145,8 +145,8 @@ std::optional<std::string> resolve_entry(std::string_view entry, std::string_vie
     return path;
 }
 
-FileFailure read_playlist(const MusicRoot &root, const std::string &path, const std::string &name,
-                          PlaylistFile &playlist) {
+std::optional<Error> read_playlist(const MusicRoot &root, const std::string &path,
+                                   const std::string &name, PlaylistFile &playlist) {
     FileStream stream(root, path, name);
     playlist.modified_ns =
         stream.status().st_mtim.tv_sec * int64_t{1'000'000'000} + stream.status().st_mtim.tv_nsec;
@@ -156,14 +156,14 @@ FileFailure read_playlist(const MusicRoot &root, const std::string &path, const 
         return stream.failure();
     }
     if (playlist.size > static_cast<int64_t>(playlist_bytes_max)) {
-        return {"is too large for a playlist", 0};
+        return Error::damage(Error::Origin::music, "is too large for a playlist");
     }
     const TagLib::ByteVector bytes = stream.readBlock(playlist_bytes_max);
     if (stream.failure() && !empty) {
         return stream.failure();
     }
     playlist.entries = parse_playlist(name, {bytes.data(), bytes.size()});
-    return {};
+    return std::nullopt;
 }
 
 } // namespace vantro::service::catalogue

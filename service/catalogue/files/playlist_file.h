@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "service/catalogue/files/file_failure.h"
 #include "service/catalogue/files/music_root.h"
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -35,8 +35,8 @@ struct PlaylistFile {
 };
 
 // Reads the file at `path` below the root, which is called `name`. Returns why it cannot be read.
-FileFailure read_playlist(const MusicRoot &root, const std::string &path, const std::string &name,
-                          PlaylistFile &playlist);
+std::optional<Error> read_playlist(const MusicRoot &root, const std::string &path,
+                                   const std::string &name, PlaylistFile &playlist);
 
 } // namespace vantro::service::catalogue
 

@@ -5,7 +5,6 @@
 #include <exception>
 #include <new>
 #include <string>
-#include <system_error>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -309,8 +308,8 @@ bool has_audio_name(std::string_view name) {
     return std::find(known.begin(), known.end(), ending) != known.end() || has_other_name(name);
 }
 
-FileFailure read_song(const MusicRoot &root, const std::string &path, const std::string &name,
-                      SongFile &song) {
+std::optional<Error> read_song(const MusicRoot &root, const std::string &path,
+                               const std::string &name, SongFile &song) {
     try {
         FileStream stream(root, path, name);
         song.modified_ns = stream.status().st_mtim.tv_sec * int64_t{1'000'000'000} +
@@ -334,44 +333,33 @@ FileFailure read_song(const MusicRoot &root, const std::string &path, const std:
         if (stream.failure()) {
             return stream.failure(); // the file was not read completely
         }
-        return good ? FileFailure() : FileFailure{"is not audio that can be read", 0};
+        if (!good) {
+            return Error::damage(Error::Origin::music, "is not audio that can be read");
+        }
+        return std::nullopt;
     } catch (const std::bad_alloc &) {
-        return file_failure(ENOMEM);
+        return Error(Error::Origin::system, ENOMEM);
     } catch (const std::exception &) {
-        return {"is damaged", 0};
+        return Error::damage(Error::Origin::music, "is damaged");
     }
 }
 
 int32_t check_song(const std::string &directory, const std::string &path) {
-    int error = 0;
+    std::optional<Error> error;
     try {
         const MusicRoot root(directory);
         const int descriptor = root.open_file(path);
-        error = descriptor < 0 ? errno : 0;
-        if (descriptor >= 0) {
+        if (descriptor < 0) {
+            error = Error(Error::Origin::music, errno);
+        } else {
             close(descriptor);
             SongFile ignored;
-            const FileFailure failure = read_song(root, path, path, ignored);
-            if (failure && failure.error == 0) {
-                return VANTRO_ERROR_DAMAGED;
-            }
-            error = failure.error;
+            error = read_song(root, path, path, ignored);
         }
-    } catch (const std::system_error &failure) {
-        error = failure.code().value();
+    } catch (const Error &thrown) {
+        error = thrown;
     }
-    if (is_want(error)) {
-        return 0;
-    }
-    switch (error) {
-    case 0:
-        return 0;
-    case ENOENT:
-    case ENOTDIR:
-        return VANTRO_ERROR_GONE;
-    default:
-        return VANTRO_ERROR_UNREADABLE;
-    }
+    return !error || error->is_want() ? 0 : track_error(*error);
 }
 
 } // namespace vantro::service::catalogue

@@ -3,13 +3,14 @@
 #define VANTRO_SERVICE_CATALOGUE_FILES_SONG_FILE_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "service/catalogue/files/file_failure.h"
 #include "service/catalogue/files/music_root.h"
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -51,8 +52,8 @@ bool has_audio_name(std::string_view name);
 
 // Fills `song` from the file at `path` below the root, which is called `name`. Time and size are
 // filled in also if the file cannot be played. Returns why it cannot.
-FileFailure read_song(const MusicRoot &root, const std::string &path, const std::string &name,
-                      SongFile &song);
+std::optional<Error> read_song(const MusicRoot &root, const std::string &path,
+                               const std::string &name, SongFile &song);
 
 // 0, or the VANTRO_ERROR_* for which the file at `path` below the directory cannot be played. Want
 // of memory or descriptors gives 0, since it says nothing about the file.

@@ -70,7 +70,7 @@ std::shared_ptr<const List> ListCache::get(const std::string &name,
     if (std::shared_ptr<const List> list = find(name)) {
         return list;
     }
-    const auto list = std::make_shared<const List>(make());
+    std::shared_ptr<const List> list = std::make_shared<const List>(make());
     const size_t bytes = sizeof(Kept) + 2 * name.size() + list->entries.capacity() * sizeof(Entry) +
                          list->places.capacity() * sizeof(List::Place);
     const MutexLock guard(mutex_);

@@ -26,7 +26,10 @@ class Entry {
     bool is_song() const { return value_ > 0; }
     int64_t id() const { return is_song() ? value_ : -value_; }
 
-    friend auto operator<=>(const Entry &, const Entry &) = default;
+    friend bool operator==(const Entry &, const Entry &) = default;
+    friend std::strong_ordering operator<=>(const Entry &one, const Entry &other) {
+        return one.value_ <=> other.value_;
+    }
 
   private:
     explicit Entry(int64_t value) : value_(value) {}

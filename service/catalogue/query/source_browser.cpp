@@ -76,7 +76,8 @@ int64_t SourceBrowser::song_count() {
 }
 
 std::optional<Place> SourceBrowser::find(std::string_view node) {
-    if (node == VANTRO_NODE_ROOT) {
+    constexpr std::string_view root = VANTRO_NODE_ROOT;
+    if (node == root) {
         return Place{};
     }
     for (const Menu &menu : menu_table) {

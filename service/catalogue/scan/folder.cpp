@@ -21,12 +21,11 @@ Directory open_folder(const MusicRoot &root, const std::string &path) {
 
 bool is_empty(const MusicRoot &root) {
     const Directory directory = open_folder(root, "");
-    int error = 0;
-    return directory && names_in(directory.get(), error).empty() && error == 0;
+    std::vector<std::string> names;
+    return directory && !list(directory.get(), names) && names.empty();
 }
 
-std::vector<std::string> names_in(DIR *directory, int &error) {
-    std::vector<std::string> names;
+std::optional<Error> list(DIR *directory, std::vector<std::string> &names) {
     errno = 0;
     while (const dirent *entry = readdir(directory)) {
         const std::string_view name = entry->d_name;
@@ -35,9 +34,9 @@ std::vector<std::string> names_in(DIR *directory, int &error) {
         }
         errno = 0;
     }
-    error = errno;
+    const int error = errno;
     std::sort(names.begin(), names.end());
-    return names;
+    return error == 0 ? std::nullopt : std::optional(Error(Error::Origin::music, error));
 }
 
 } // namespace vantro::service::catalogue

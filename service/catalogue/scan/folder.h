@@ -4,10 +4,12 @@
 
 #include <dirent.h>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "service/catalogue/files/music_root.h"
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -20,9 +22,9 @@ using Directory = std::unique_ptr<DIR, FolderCloser>;
 // Null, and errno, where the folder cannot be opened.
 Directory open_folder(const MusicRoot &root, const std::string &path);
 
-// The entries of a directory in the order of their bytes, so that the same files make the same
-// collection on every file system. Without those that could not be read where `error` is not 0.
-std::vector<std::string> names_in(DIR *directory, int &error);
+// Gives the entries of a directory in the order of their bytes, so that the same files make the
+// same collection on every file system. Where it fails, those that could be read.
+std::optional<Error> list(DIR *directory, std::vector<std::string> &names);
 
 // False where the directory cannot be read.
 bool is_empty(const MusicRoot &root);

@@ -5,8 +5,6 @@
 #include <fcntl.h>
 #include <memory>
 #include <optional>
-#include <stdexcept>
-#include <system_error>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -46,7 +44,7 @@ struct Scan::Reading {
     std::vector<Folder> folders = {};
     bool has_songs = false;
     FolderCover cover = {};
-    int failure = 0; // the error for which some of it could not be looked at
+    std::optional<Error> failure = {}; // for which some of it could not be looked at
 
     FileName named(const std::string &name, int32_t source) const {
         return {source, folder.path, name};
@@ -59,20 +57,20 @@ Scan::Scan(Parts parts, int32_t source, const std::string &root)
     counts_.source = source;
     try {
         top_ = std::make_shared<const MusicRoot>(root);
-    } catch (const std::system_error &error) {
-        if (is_want(error.code().value())) {
+    } catch (const Error &error) {
+        if (error.is_want()) {
             throw;
         }
-        gone_ = true;
-        why_gone_ = strerrordesc_np(error.code().value());
+        gone_ = Error(error.origin(), error.code());
         return;
     }
     fstat(top_->descriptor(), &root_status_);
     if (is_empty(*top_)) {
         // The mount point of an unmounted disk looks empty too: what is known stays.
         const KnownFolder known = parts_.writer.known(source, "");
-        gone_ = !known.files.empty() || !known.folders.empty();
-        why_gone_ = "has become empty";
+        if (!known.files.empty() || !known.folders.empty()) {
+            gone_ = Error(Error::Origin::music, ENOENT, "has become empty");
+        }
     }
 }
 
@@ -87,12 +85,10 @@ bool Scan::root_is_there() {
         now.st_ino == root_status_.st_ino) {
         return true;
     }
-    if (is_want(errno)) {
-        throw std::system_error(errno, std::generic_category(),
-                                loggable(root_) + " cannot be looked at");
+    if (const int error = errno; Error(Error::Origin::music, error).is_want()) {
+        throw Error::failed(Error::Origin::music, error, loggable(root_) + " cannot be looked at");
     }
-    gone_ = true;
-    why_gone_ = "has vanished";
+    gone_ = Error(Error::Origin::music, ENOENT, "has vanished");
     return false;
 }
 
@@ -122,11 +118,11 @@ void Scan::visit(const Folder &folder) {
     }
     const Directory directory = open_folder(*top_, folder.path);
     if (!directory) {
-        const int error = errno;
+        const Error error(Error::Origin::music, errno);
         if (!root_is_there()) {
             return;
         }
-        if ((error == ENOENT || error == ENOTDIR) && !folder.path.empty()) {
+        if (error.kind() == Error::Kind::gone && !folder.path.empty()) {
             parts_.writer.remove_folder(source_, folder.path);
         } else {
             leave_out_folder(folder, error);
@@ -136,23 +132,24 @@ void Scan::visit(const Folder &folder) {
     // First watched, then read: a change in between is seen twice rather than never.
     parts_.watcher.add({source_, folder.path}, absolute(folder.path), dirfd(directory.get()));
     Reading reading{folder, directory.get(), parts_.writer.known(source_, folder.path)};
-    int error = 0;
-    for (const std::string &name : names_in(directory.get(), error)) {
+    std::vector<std::string> names;
+    const std::optional<Error> error = list(directory.get(), names);
+    for (const std::string &name : names) {
         visit_entry(reading, name);
         if (gone_ || parts_.stop()) {
             stopped_ = true;
             return;
         }
     }
-    if (error != 0) {
-        return leave_out_folder(folder, error);
+    if (error) {
+        return leave_out_folder(folder, *error);
     }
     forget_unseen(reading);
     if (gone_) {
         return;
     }
-    if (reading.failure != 0) {
-        leave_out_folder(folder, reading.failure);
+    if (reading.failure) {
+        leave_out_folder(folder, *reading.failure);
     } else if (folder.left_out) {
         parts_.writer.remove_file(place_of(source_, folder.path));
     }
@@ -167,7 +164,7 @@ void Scan::visit_entry(Reading &reading, const std::string &name) {
         if (errno == ENOENT) {
             return; // gone already
         }
-        reading.failure = errno;
+        reading.failure = Error(Error::Origin::music, errno);
         reading.known.files.erase(name); // counts as seen, so what is known of it stays
         reading.known.folders.erase(name);
         return;
@@ -196,11 +193,12 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
     };
     struct stat target = {};
     if (fstatat(dirfd(reading.directory), name.c_str(), &target, 0) != 0) {
-        if (is_passing(errno)) {
+        const Error error(Error::Origin::music, errno);
+        if (error.is_passing()) {
             reading.known.files.erase(name);
-            postpone(where.folder, path_below(where.folder, name), errno);
-        } else if (errno == ELOOP || of_interest) {
-            refuse(errno == ENOENT ? "is a link that leads nowhere" : strerrordesc_np(errno));
+            postpone(where.folder, path_below(where.folder, name), error);
+        } else if (error.code() == ELOOP || of_interest) {
+            refuse(error.code() == ENOENT ? "is a link that leads nowhere" : error.text());
         }
         return;
     }
@@ -210,9 +208,9 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
     const std::string path = path_below(where.folder, name);
     const std::optional<std::string> inside = top_->target_of(path);
     if (!inside && errno != EXDEV) {
-        if (is_passing(errno)) {
+        if (const Error error(Error::Origin::music, errno); error.is_passing()) {
             reading.known.files.erase(name);
-            postpone(where.folder, path, errno);
+            postpone(where.folder, path, error);
         }
         return; // gone already
     }
@@ -305,15 +303,15 @@ void Scan::name_left_out(const FileName &where, std::string_view why) {
 }
 
 // What is known of the folder stays: it may be unreadable only for now.
-void Scan::leave_out_folder(const Folder &folder, int error) {
-    if (is_passing(error)) {
+void Scan::leave_out_folder(const Folder &folder, const Error &error) {
+    if (error.is_passing()) {
         postpone(folder.path, folder.path, error);
     } else {
-        leave_out(place_of(source_, folder.path), {}, strerrordesc_np(error));
+        leave_out(place_of(source_, folder.path), {}, error.text());
     }
 }
 
-void Scan::postpone(const std::string &folder, const std::string &path, int error) {
+void Scan::postpone(const std::string &folder, const std::string &path, const Error &error) {
     if (postponed_.folders.empty()) {
         postponed_.first = path;
     }
@@ -333,12 +331,12 @@ void Scan::submit(Job job) {
 }
 
 void Scan::take(Done &&done) {
-    if (!done.no_room.empty()) {
-        throw std::runtime_error(done.no_room);
-    }
     const FileName &where = done.job.where;
-    if (done.failure.passing()) {
-        return postpone(where.folder, path_below(where.folder, where.file), done.failure.error);
+    if (done.failure && done.failure->is_passing()) {
+        return postpone(where.folder, path_below(where.folder, where.file), *done.failure);
+    }
+    if (done.failure && done.failure->origin() != Error::Origin::music) {
+        throw *done.failure;
     }
     switch (done.job.kind) {
     case Job::Kind::song:
@@ -346,17 +344,18 @@ void Scan::take(Done &&done) {
             parts_.writer.put_song(done.song);
             ++counts_.read;
         } else {
-            leave_out(where, {done.song.song.modified_ns, done.song.song.size}, done.failure.why);
+            leave_out(where, {done.song.song.modified_ns, done.song.song.size},
+                      done.failure->text());
         }
         break;
     case Job::Kind::image:
-        if (done.failure.error == ENOENT) {
+        if (done.failure && done.failure->code() == ENOENT) {
             break; // gone already
         }
         // A picture that cannot be used is remembered too, or every scan would read it.
         parts_.writer.put_image(where, done.job.stamp, done.artwork);
         if (done.failure) {
-            name_left_out(where, done.failure.why);
+            name_left_out(where, done.failure->text());
         }
         break;
     case Job::Kind::playlist:
@@ -369,7 +368,8 @@ void Scan::take(Done &&done) {
 void Scan::take_playlist(Done &&done) {
     const FileName &where = done.job.where;
     if (done.failure) {
-        return leave_out(where, {done.playlist.modified_ns, done.playlist.size}, done.failure.why);
+        return leave_out(where, {done.playlist.modified_ns, done.playlist.size},
+                         done.failure->text());
     }
     NamedEntries named{where, {}};
     std::vector<std::string> paths;

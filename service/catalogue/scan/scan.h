@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -26,6 +27,7 @@
 #include "service/catalogue/scan/scan_options.h"
 #include "service/catalogue/scan/watcher.h"
 #include "service/catalogue/scan/workers.h"
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -46,7 +48,7 @@ class Scan {
     };
 
     // `root` is the directory of the source. It outlives the scan, as all parts do. Throws
-    // std::system_error where the directory cannot be opened for now.
+    // an Error where the directory cannot be opened for now.
     Scan(Parts parts, int32_t source, const std::string &root);
 
     // Compares `folder` and those folders below it that nobody watches, or, with `all`, every one.
@@ -60,14 +62,13 @@ class Scan {
     // because a read failed. What is known of them stays. They should be read again.
     struct Postponed {
         std::set<std::string> folders; // "" is the top, with all that is below it
-        int error = 0;                 // the last one
+        std::optional<Error> error;    // the last one
         std::string first;             // the first file or folder, for the log
     };
     const Postponed &postponed() const { return postponed_; }
 
-    // The directory cannot be read, and why. What is known of it stays.
-    bool gone() const { return gone_; }
-    const std::string &why_gone() const { return why_gone_; }
+    // Why the directory cannot be read, if it cannot. What is known of it stays.
+    const std::optional<Error> &gone() const { return gone_; }
     bool changed() const { return changed_; } // whether readers see something else than before
     const ScanProgress &counts() const { return counts_; }
 
@@ -94,8 +95,8 @@ class Scan {
     void forget_unseen(const Reading &reading);
     void leave_out(const FileName &where, FileStamp stamp, std::string_view why);
     void name_left_out(const FileName &where, std::string_view why);
-    void leave_out_folder(const Folder &folder, int error);
-    void postpone(const std::string &folder, const std::string &path, int error);
+    void leave_out_folder(const Folder &folder, const Error &error);
+    void postpone(const std::string &folder, const std::string &path, const Error &error);
     void submit(Job job);
     void take(Done &&done);
     void take_playlist(Done &&done);
@@ -108,10 +109,9 @@ class Scan {
     const std::string &root_;
     std::shared_ptr<const MusicRoot> top_; // none where the source is gone
     struct stat root_status_ = {};
-    bool gone_ = false;
+    std::optional<Error> gone_;
     bool stopped_ = false;
     bool changed_ = false;
-    std::string why_gone_;
     std::vector<Folder> waiting_;
     std::vector<NamedEntries> playlists_;
     Postponed postponed_;

@@ -1,7 +1,6 @@
 #include "service/catalogue/scan/scan_thread.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <malloc.h>
 #include <utility>
 
@@ -12,6 +11,7 @@
 
 #include "service/catalogue/state_directory.h"
 #include "service/catalogue/text/utf8.h"
+#include "service/error.h"
 #include "service/free_thread.h"
 
 namespace vantro::service::catalogue {
@@ -205,11 +205,10 @@ bool ScanThread::guarded(const std::function<void()> &work, MusicDirectory *sour
         }
         work();
         return true;
-    } catch (const DatabaseError &error) {
-        failure = fmt::format("the catalogue {}", error.what());
-        damaged_ = damaged_ || error.damaged();
-    } catch (const std::exception &error) {
-        failure = error.what();
+    } catch (const std::exception &thrown) {
+        const Error error = error_of(thrown);
+        damaged_ = damaged_ || error.is_damage();
+        failure = log_text(error);
     }
     failing_ = true;
     if (source) { // before the line in the log: a reader of it finds the status right
@@ -356,7 +355,7 @@ void ScanThread::note_gone(MusicDirectory &source, const Scan &scan) {
     unfinished_.at(source.id) = {};
     if (source.status != VANTRO_SOURCE_UNAVAILABLE) {
         log(LOG_SEVERITY_WARNING, fmt::format("{}: {}; what is known of it stays",
-                                              loggable(source.path), scan.why_gone()));
+                                              loggable(source.path), scan.gone()->text()));
     }
     set_status(source, VANTRO_SOURCE_UNAVAILABLE);
 }
@@ -384,7 +383,7 @@ void ScanThread::conclude(MusicDirectory &source, const Scan &scan,
     const bool waits = unfinished.whole || (unfinished.any() && tries_ < tries_waited_for);
     set_status(source, waits ? VANTRO_SOURCE_SCANNING : VANTRO_SOURCE_READY);
     if (!postponed.folders.empty()) {
-        short_of_descriptors_ = postponed.error == EMFILE || postponed.error == ENFILE;
+        short_of_descriptors_ = postponed.error->kind() == Error::Kind::descriptors;
         note_postponed(source, unfinished, postponed);
     }
     if (waits) {
@@ -400,7 +399,7 @@ void ScanThread::conclude(MusicDirectory &source, const Scan &scan,
 
 void ScanThread::note_postponed(const MusicDirectory &source, Unfinished &unfinished,
                                 const Scan::Postponed &postponed) {
-    const std::string why = strerrordesc_np(postponed.error);
+    const std::string why = postponed.error->reason();
     if (std::exchange(unfinished.said, why) != why) {
         log(LOG_SEVERITY_WARNING,
             fmt::format("{}: cannot read all of it for now, first '{}': {}; it is tried again",

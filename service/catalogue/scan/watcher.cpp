@@ -8,10 +8,11 @@
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 #include <fmt/format.h>
+
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -48,7 +49,7 @@ Watcher::Watcher()
         if (descriptor_ >= 0) {
             close(descriptor_);
         }
-        throw std::system_error(error, std::generic_category(), "changes cannot be waited for");
+        throw Error::failed(Error::Origin::system, error, "changes cannot be waited for");
     }
 }
 

@@ -18,13 +18,13 @@ constexpr size_t jobs_a_thread = 64;
 
 constexpr int niceness = 10;
 
-FileFailure read_image(const Job &job, std::string &bytes) {
+std::optional<Error> read_image(const Job &job, std::string &bytes) {
     FileStream stream(*job.root, job.path, job.where.file);
     if (stream.failure()) {
         return stream.failure();
     }
     if (static_cast<size_t>(stream.length()) > picture_bytes_max) {
-        return {"is too large for a cover", 0};
+        return Error::damage(Error::Origin::music, "is too large for a cover");
     }
     const TagLib::ByteVector all = stream.readBlock(picture_bytes_max);
     bytes.assign(all.data(), all.size());
@@ -49,7 +49,8 @@ void carry_out(Done &done, const ArtworkFolder &artwork) {
         if (!done.failure) {
             done.artwork = artwork.keep(bytes);
             if (!done.artwork) {
-                done.failure.why = "is not a picture that can be used";
+                done.failure =
+                    Error::damage(Error::Origin::music, "is not a picture that can be used");
             }
         }
         break;
@@ -59,22 +60,16 @@ void carry_out(Done &done, const ArtworkFolder &artwork) {
     }
 }
 
-// Never fails: want of memory is a result like others, and its short text is stored without the
-// heap.
+// Never fails: want of memory is a result like others, and its error needs none.
 Done result_of(Job &&job, const ArtworkFolder &artwork) {
     Done done;
     done.job = std::move(job);
     try {
         carry_out(done, artwork);
-    } catch (const std::system_error &error) {
-        if (is_passing(error.code().value())) {
-            done.failure = file_failure(error.code().value());
-        } else {
-            done.no_room = error.what();
-        }
+    } catch (Error &error) {
+        done.failure = std::move(error);
     } catch (const std::exception &) {
-        done.failure.error = ENOMEM;
-        done.failure.why = "no memory";
+        done.failure = Error(Error::Origin::system, ENOMEM);
     }
     return done;
 }

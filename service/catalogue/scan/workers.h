@@ -15,9 +15,9 @@
 #include "common/locks.h"
 #include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/files/catalogued_song.h"
-#include "service/catalogue/files/file_failure.h"
 #include "service/catalogue/files/music_root.h"
 #include "service/catalogue/files/playlist_file.h"
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -32,8 +32,9 @@ struct Job {
 
 struct Done {
     Job job;
-    FileFailure failure;
-    std::string no_room; // why no result can be kept at all, for which the scan ends; else empty
+    // Why there is none. If the music is not the reason, and it may not pass, as with a full disk,
+    // then no result can be kept at all, and the scan ends.
+    std::optional<Error> failure;
     FoundSong song;
     PlaylistFile playlist;
     std::optional<Artwork> artwork;

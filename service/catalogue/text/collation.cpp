@@ -1,14 +1,16 @@
 #include "service/catalogue/text/collation.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <new>
-#include <stdexcept>
 
 #include <fmt/format.h>
 #include <unicode/coll.h>
 #include <unicode/normalizer2.h>
 #include <unicode/unistr.h>
+
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -23,7 +25,8 @@ void check(UErrorCode error, const char *purpose) {
         throw std::bad_alloc();
     }
     if (U_FAILURE(error)) {
-        throw std::runtime_error(fmt::format("{} names fails: {}", purpose, u_errorName(error)));
+        throw Error(Error::Origin::library, EIO,
+                    fmt::format("{} names fails: {}", purpose, u_errorName(error)));
     }
 }
 

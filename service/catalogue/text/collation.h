@@ -18,7 +18,7 @@ inline constexpr size_t sort_key_max = 1024;
 std::string folded(std::string_view name);
 
 // Loads the tables that sort_key() and folded() need, so that no later call fails for want of them.
-// Throws if they cannot be loaded. Both functions throw std::bad_alloc for want of memory.
+// Throws an Error if they cannot be loaded. Both functions throw std::bad_alloc for want of memory.
 void set_up_collation();
 
 } // namespace vantro::service::catalogue

@@ -1,7 +1,7 @@
 #include "service/catalogue/text/search_words.h"
 
+#include <cerrno>
 #include <new>
-#include <stdexcept>
 
 #include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
@@ -10,6 +10,7 @@
 #include <unicode/utf8.h>
 
 #include "service/catalogue/text/collation.h"
+#include "service/error.h"
 
 namespace vantro::service::catalogue {
 
@@ -23,7 +24,7 @@ const icu::Normalizer2 *decomposition_tables() {
     UErrorCode error = U_ZERO_ERROR;
     const icu::Normalizer2 *tables = icu::Normalizer2::getNFDInstance(error);
     if (U_FAILURE(error)) {
-        throw std::runtime_error("the tables for searching are missing");
+        throw Error(Error::Origin::library, EIO, "the tables for searching are missing");
     }
     return tables;
 }

@@ -130,9 +130,9 @@ class Collection : public test::RuntimeDirectory {
             });
         };
         options.changed = [this](int32_t) { note([&] { ++changes_; }); };
-        std::string wrong;
-        store_ = open_store(options, wrong);
-        ASSERT_NE(store_, nullptr) << wrong;
+        auto opened = open_store(options);
+        ASSERT_TRUE(opened) << last_words(opened.error());
+        store_ = std::move(*opened);
         source_ = store_->sources().at(0).id;
         if (scan) {
             this->scan();

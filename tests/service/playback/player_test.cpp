@@ -73,9 +73,9 @@ TEST(Player, KeepsSessionsUntilTheyAreDestroyed) {
         EXPECT_EQ(room.player.snapshot().session->length(), i % 2 ? 3 : 4);
     }
     const uint64_t newest = room.tsid;
-    const uint64_t last = room.ids.take();
+    const uint64_t last = *room.ids.take();
     EXPECT_EQ(room.player.create(1, "few", 0, 1, room.tsid), ENOSPC);
-    EXPECT_EQ(room.ids.take(), last + 1) << "a refusal uses up no id";
+    EXPECT_EQ(*room.ids.take(), last + 1) << "a refusal uses up no id";
     EXPECT_EQ(room.player.play(), 0) << "there is one to play";
     EXPECT_EQ(room.other.session(newest), nullptr) << "a player's own";
     EXPECT_EQ(room.other.destroy(newest), ENOENT);

@@ -82,6 +82,7 @@ using NodeRecords = Records<MediaNode, vantro_free_media_nodes>;
 int32_t ask_values(Client &client, const Place &place, const std::vector<std::string> &keys,
                    Values &values) {
     std::vector<const char *> wanted;
+    wanted.reserve(keys.size() + 1);
     for (const std::string &key : keys) {
         wanted.push_back(key.c_str());
     }

@@ -211,6 +211,7 @@ void run_sources(Client &client, const ListOptions &options) {
         return;
     }
     std::vector<Table::Row> rows;
+    rows.reserve(sources.size());
     for (const Source &source : sources) {
         rows.push_back(source_row(source));
     }

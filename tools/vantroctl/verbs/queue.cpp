@@ -32,6 +32,7 @@ CommandResult done(const NewSession &wanted, const LoadedSession &session) {
 std::vector<Place> places_of(Client &client, const ListOptions &options,
                              const std::vector<std::string> &nodes) {
     std::vector<Place> places;
+    places.reserve(nodes.size());
     for (const std::string &node : nodes) {
         places.push_back(place_of(client, options, node));
     }

@@ -45,8 +45,9 @@ class EventLines : public WatchView {
         std::string line = clock_text(event.time) + "  ";
         if (player_columns_ > 0) {
             const std::string player = clean_text(event.player);
+            const int blanks = player_columns_ - display_width(player) + 2;
             line += player;
-            line.append(static_cast<size_t>(player_columns_ - display_width(player) + 2), ' ');
+            line.append(static_cast<size_t>(blanks), ' ');
         }
         line += fmt::format("{:<{}}  {}", event_name(event.kind), kind_columns, words);
         show(event.player, clip_text(line, output_columns()), expected && can_rewrite());

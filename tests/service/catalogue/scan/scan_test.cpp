@@ -345,8 +345,7 @@ TEST_F(Scanned, StartsOnAFullDiskWithWhatItKnows) {
         fill();
         StoreOptions options;
         options.state = state_;
-        std::string wrong;
-        EXPECT_EQ(open_store(options, wrong), nullptr);
+        const std::string wrong = last_words(open_store(options).error());
         EXPECT_NE(wrong.find("full"), std::string::npos) << wrong;
         for (const fs::path &each : fs::directory_iterator(state_)) {
             fs::remove_all(each);
@@ -418,12 +417,10 @@ TEST_F(Scanned, SaysWhatCannotBeHad) {
     open(false);
     StoreOptions options;
     options.state = state_;
-    std::string wrong;
-    EXPECT_EQ(open_store(options, wrong), nullptr);
+    const std::string wrong = last_words(open_store(options).error());
     EXPECT_NE(wrong.find("another"), std::string::npos) << wrong;
     options.state = template_flac() / "below a file";
-    EXPECT_EQ(open_store(options, wrong), nullptr);
-    EXPECT_NE(wrong, "");
+    EXPECT_FALSE(open_store(options));
 }
 
 TEST_F(Scanned, AnswersWhileItScans) {
