@@ -341,4 +341,9 @@ std::optional<std::string> Filter::demanded_uri() const {
         [](const Condition &condition) { return condition.subject == Subject::file; });
 }
 
+std::optional<std::string> Filter::demanded_base() const {
+    return demanded_where(
+        [](const Condition &condition) { return condition.subject == Subject::base; });
+}
+
 } // namespace vantro::mpd

@@ -57,6 +57,9 @@ class Filter {
     // The URI that every match has, as far as the filter demands one.
     std::optional<std::string> demanded_uri() const;
 
+    // A directory below which every match lies, as far as the filter demands one.
+    std::optional<std::string> demanded_base() const;
+
   private:
     enum class Subject { tag, any, file, base, modified_since, audio_format, group };
     enum class Test { equal, contains, starts_with };

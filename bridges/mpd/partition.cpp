@@ -21,6 +21,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds answer_limit(5000);
 constexpr milliseconds first_delay(100);
 constexpr milliseconds longest_delay(5000);
+constexpr milliseconds long_attempt(500);
 
 // The service corrects positions by less; who moves the position by less does not hear it.
 constexpr milliseconds jump_least(700);
@@ -70,7 +71,7 @@ bool Partition::connect() {
         delay_ = std::clamp(delay_ * 2, first_delay, longest_delay);
         // An attempt that has taken long keeps all clients waiting, and is not made again soon.
         const Clock::time_point now = Clock::now();
-        asked_retry_at_ = now + (now - begun);
+        asked_retry_at_ = now - begun > long_attempt ? now + (now - begun) : now;
         retry_at_ = std::max(now + delay_, asked_retry_at_);
         return false;
     }

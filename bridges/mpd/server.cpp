@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -24,6 +25,16 @@ Descriptor signal_descriptor() {
     sigaddset(&set, SIGINT);
     sigprocmask(SIG_BLOCK, &set, nullptr);
     return Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+// @return whether the client can go on. Where memory ends, only the client that needs it does.
+bool works(Client &client) {
+    try {
+        client.work();
+        return true;
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
 }
 
 } // namespace
@@ -182,8 +193,7 @@ void Server::watch_client(Client &client) {
 void Server::serve_clients() {
     for (auto at = clients_.begin(); at != clients_.end();) {
         Client &client = at->second;
-        client.work();
-        if (client.ended()) {
+        if (!works(client) || client.ended()) {
             client_events_.erase(at->first);
             at = clients_.erase(at);
             listen_again();

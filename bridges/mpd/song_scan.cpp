@@ -9,6 +9,9 @@
 namespace vantro::mpd {
 namespace {
 
+// Folders lie no deeper in the service.
+constexpr size_t folders_max = 300;
+
 // The catalogue finds songs by the words of these tags. A text of signs alone may have no word.
 std::optional<std::string> term_of(const Filter &filter) {
     for (const Tag tag : {Tag::title, Tag::album, Tag::artist, Tag::composer, Tag::genre}) {
@@ -21,6 +24,19 @@ std::optional<std::string> term_of(const Filter &filter) {
         }
     }
     return std::nullopt;
+}
+
+// What a URI names, if it names anything.
+std::optional<Catalogue::Place> find_place(Player &player, Catalogue &catalogue,
+                                           const std::string &uri) {
+    try {
+        return catalogue.find(player, uri);
+    } catch (const Ack &ack) {
+        if (ack.code() != AckCode::no_exist) {
+            throw;
+        }
+        return std::nullopt;
+    }
 }
 
 Song listed_song(const NodeKey &key, const Metadata &metadata) {
@@ -39,6 +55,15 @@ Song listed_song(const NodeKey &key, const Metadata &metadata) {
 void SongScan::begin(Player &player, Catalogue &catalogue) {
     begun_ = true;
     const std::optional<std::string> term = term_of(filter_);
+    if (!term) {
+        if (const std::optional<std::string> base = filter_.demanded_base()) {
+            if (const auto place = find_place(player, catalogue, *base);
+                place && place->kind == Catalogue::Place::Kind::folder) {
+                enter(place->key);
+            }
+            return;
+        }
+    }
     for (const Catalogue::Source &source : catalogue.sources(player)) {
         walks_.insert(walks_.begin(),
                       {source.id, term ? NodeWalk::found(source.id, *term)
@@ -46,15 +71,9 @@ void SongScan::begin(Player &player, Catalogue &catalogue) {
     }
 }
 
-SongPtr SongScan::find_one(Player &player, Catalogue &catalogue, const std::string &uri) const {
-    try {
-        SongPtr song = catalogue.find(player, uri).song;
-        return song && filter_.matches(*song) ? song : nullptr;
-    } catch (const Ack &ack) {
-        if (ack.code() != AckCode::no_exist) {
-            throw;
-        }
-        return nullptr;
+void SongScan::enter(const NodeKey &folder) {
+    if (walks_.size() < folders_max) {
+        walks_.emplace_back(folder.source, NodeWalk::below(folder, true));
     }
 }
 
@@ -62,7 +81,8 @@ SongPtr SongScan::next(Player &player, Catalogue &catalogue) {
     if (!begun_) {
         if (const std::optional<std::string> uri = filter_.demanded_uri()) {
             begun_ = true;
-            return find_one(player, catalogue, *uri);
+            const auto place = find_place(player, catalogue, *uri);
+            return place && place->song && filter_.matches(*place->song) ? place->song : nullptr;
         }
         begin(player, catalogue);
     }
@@ -75,10 +95,13 @@ SongPtr SongScan::next(Player &player, Catalogue &catalogue) {
         walks_.pop_back();
         return nullptr;
     }
+    const NodeKey key{source, std::string(text(entry.node->id))};
+    if (entry.node->type == VANTRO_NODE_FOLDER) {
+        enter(key);
+    }
     if (entry.node->type != VANTRO_NODE_SONG) {
         return nullptr;
     }
-    const NodeKey key{source, std::string(text(entry.node->id))};
     Song listed = listed_song(key, *entry.metadata);
     const Filter::Truth truth = filter_.judge(listed, Filter::Knowledge::listed);
     if (truth == Filter::Truth::no) {

@@ -28,12 +28,13 @@ class SongScan {
 
   private:
     void begin(Player &player, Catalogue &catalogue);
-    SongPtr find_one(Player &player, Catalogue &catalogue, const std::string &uri) const;
+    void enter(const NodeKey &folder);
 
     const Filter filter_;
     const Filter::Knowledge needs_;
     bool begun_ = false;
-    std::vector<std::pair<int32_t, NodeWalk>> walks_; // Of each source, the last one first.
+    std::vector<std::pair<int32_t, NodeWalk>> walks_; // The last one comes first; of each source,
+                                                      // or of a folder and those in it.
 };
 
 } // namespace vantro::mpd
