@@ -21,7 +21,7 @@
 #include "platform/portable/guards.h"
 #include "player/handle.h"
 
-// One block, with the object's name and its NUL behind the fields.
+// One block, with the object's name and its NUL after the fields.
 struct ObjectEntry {
     void *user_data;
     ObjectEntry *next;
@@ -31,7 +31,7 @@ struct ObjectEntry {
     char *name() { return reinterpret_cast<char *>(this + 1); }
 };
 
-// One block, with room for a copy of the handle's read buffer behind the fields.
+// One block, with room for a copy of the handle's read buffer after the fields.
 struct EventQueue {
     ObjectEntry *clean_list; // Owned. The entry that came last is first; one of a name.
     ObjectEntry *dirty_head; // Owned. In the order in which they are to be reported.

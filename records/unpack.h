@@ -17,7 +17,7 @@ enum class Unpacked {
     no_memory,
 };
 
-// Makes `count` records of the `size` bytes at `buffer`; bytes behind the last are ignored.
+// Makes `count` records of the `size` bytes at `buffer`; bytes after the last are ignored.
 // `records` receives the new block where that is done, and is left alone otherwise. errno may
 // change.
 template <class Record>

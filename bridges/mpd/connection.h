@@ -51,7 +51,7 @@ class Connection {
 
     // The client sends no more.
     bool at_end() const { return at_end_; }
-    // The connection is of no use any more.
+    // The connection cannot be used any more.
     bool broken() const { return broken_; }
 
   private:

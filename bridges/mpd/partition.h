@@ -53,7 +53,7 @@ class Partition {
     // The current track's place, where there is one.
     std::optional<int32_t> current();
 
-    // Adds songs behind all others. @param nodes one a line, each with its source.
+    // Adds songs after all others. @param nodes one a line, each with its source.
     void append(const std::string &nodes);
 
     // The queue with changes that the player is told by commit().

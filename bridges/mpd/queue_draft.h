@@ -33,7 +33,7 @@ class QueueDraft {
     const QueueEntries &before() const { return before_; }
     // Songs that are new.
     const std::vector<QueueEntry> &added() const { return added_; }
-    // Whether the new songs stand behind the queue as it was.
+    // Whether the new songs stand after the queue as it was.
     bool only_appended() const { return only_appended_; }
 
     // The entries in their order, each as its place before: new ones count on from the end.

@@ -90,7 +90,7 @@ enum {
 #define VANTRO_TRKSESSION_SONGS_MAX 1000000
 
 /**
- * The second value of vantro_create_trksession(). The first one, behind the pointer, is the index
+ * The second value of vantro_create_trksession(). The first one, after the pointer, is the index
  * of the song to begin with, 0 for the first.
  *
  * The node id may be several, one a line. If `ms_id` is 0, each line names its source too, as in
@@ -104,9 +104,9 @@ enum {
 enum {
     VANTRO_TRKSESSION_LOAD = 0,   /**< Make it the player's current session, held at its start. */
     VANTRO_TRKSESSION_PLAY = 1,   /**< Make it current and play. */
-    VANTRO_TRKSESSION_APPEND = 2, /**< Add the songs behind those of the current session. The first
+    VANTRO_TRKSESSION_APPEND = 2, /**< Add the songs after those of the current session. The first
                                        value is 0. */
-    VANTRO_TRKSESSION_INSERT = 3, /**< Add them behind the current track. The first value is 0. */
+    VANTRO_TRKSESSION_INSERT = 3, /**< Add them after the current track. The first value is 0. */
     VANTRO_TRKSESSION_KEEP = 4    /**< Take these songs instead, at that index. If the song there is
                                        the current one, its position is kept. */
 };
@@ -115,7 +115,7 @@ enum {
 
 /**
  * The code of a VANTRO_EVENT_ERROR: why a track was not played. The player goes on with the next
- * one, unless it was the last, or too many in a row were of no use.
+ * one, unless it was the last, or too many in a row could not be played.
  */
 enum {
     VANTRO_ERROR_GONE = 1,       /**< Its file is not there any more. */

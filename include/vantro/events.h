@@ -47,7 +47,7 @@
  * Ownership and lifetime. vantro_event_get() returns one record of the handle's. It, its texts, its
  * dictionary and the records that it points to are the library's, not to be freed or changed, and
  * live until the next vantro_event_get() or vantro_close() on the handle. What is needed longer is
- * copied. vantro_close() ends the following; it begins anew with the next call for events.
+ * copied. vantro_close() ends the following; it begins again with the next call for events.
  *
  * Results. A record, or 0, on success; NULL, or -1, on failure, which is logged where it is about
  * what the service published or a bad handle (code 0x06C02710, severity 3). A bad handle (NULL, or
@@ -56,7 +56,7 @@
  *  - ESTALE: the service has stopped publishing, or died. What it published before was reported.
  *    Close the player, or the handle, and begin again. vantro_event_wait() notices a death at
  *    once; an application that never waits notices it when the next service publishes.
- *  - EBADMSG: what was published cannot be understood. The next call goes on behind it, unless the
+ *  - EBADMSG: what was published cannot be understood. The next call goes on after it, unless the
  *    objects' file is corrupt.
  *  - EACCES, EMFILE, ENFILE, ENOMEM, and in vantro_event_wait() also EINTR, ENOSPC: what they
  *    always mean. The next call tries again.
@@ -116,7 +116,7 @@ typedef union VantroEventDetails {
     /** VANTRO_EVENT_MEDIASOURCE. */
     struct {
         int32_t type;                    /**< "type", as the service means it. */
-        const MediaSource *media_source; /**< The source, or NULL where its text is of no use. */
+        const MediaSource *media_source; /**< The source, or NULL where its text cannot be used. */
     } mediasource;
     /** VANTRO_EVENT_STATE: what was before. The record itself says what is now. */
     struct {
@@ -135,7 +135,7 @@ typedef union VantroEventDetails {
     struct {
         int32_t index;               /**< Its index within the track session. */
         uint64_t tsid;               /**< Id of that track session. */
-        const MediaNode *media_node; /**< The track, or NULL where its text is of no use. */
+        const MediaNode *media_node; /**< The track, or NULL where its text cannot be used. */
         const Metadata *metadata;    /**< What is known of it, or NULL. */
     } track;
     /** VANTRO_EVENT_STATUS. */

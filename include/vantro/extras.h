@@ -202,7 +202,7 @@ VANTRO_API int vantro_get_trksession_tracks_metadata(VantroHandle *handle, uint6
 /** Why a call failed. */
 enum {
     VANTRO_FAILURE_NONE = 0,        /**< No call of this thread has failed yet. */
-    VANTRO_FAILURE_GONE = 1,        /**< There is no service, or it has ended. Connect anew. */
+    VANTRO_FAILURE_GONE = 1,        /**< There is no service, or it has ended. Connect again. */
     VANTRO_FAILURE_REFUSED = 2,     /**< The service did not do it; `number` is its reason. */
     VANTRO_FAILURE_INTERRUPTED = 3, /**< A signal handler ran. */
     VANTRO_FAILURE_TIMED_OUT = 4,   /**< The time of vantro_set_timeout() was over. */

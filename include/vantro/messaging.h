@@ -206,7 +206,7 @@ VANTRO_API int msgclient_getv(MsgClient *client, uint32_t tag, const struct iove
                               int reply_count, uint32_t *answer_length, uint16_t code);
 
 /**
- * Registers how the client wants to be told of answers to msgclient_put(), and how many of them
+ * Registers how the client wants to learn of answers to msgclient_put(), and how many of them
  * the server may hold. Replaces an earlier registration.
  * @param queue_limit taken as at least 1 and at most the server's maximum.
  * @param event       copied; its value is replaced by the answer's tag at each delivery. Its pulse
@@ -331,7 +331,7 @@ struct MsgContext {
     int32_t receive_id;      /**< Of the last message; 0 a pulse, -1 a failed receive. */
     struct ipc_info info;    /**< Sender and length of the last message. */
     TransportHeader *header; /**< Start of the receive buffer. */
-    void *payload;           /**< Where payloads go: behind the header, or a buffer of the service's
+    void *payload;           /**< Where payloads go: after the header, or a buffer of the service's
                                   own (set it together with payload_size). Of a putget or put all
                                   `send_length` bytes that the header states are there. */
     int32_t payload_size;    /**< Capacity at payload, in bytes. */
@@ -355,7 +355,7 @@ struct MsgOsb {
     int32_t unaccepted; /**< 1 until the open handler accepted: requests are refused (ENOENT). */
 };
 
-/** One held answer; its bytes lie directly behind it. */
+/** One held answer; its bytes lie directly after it. */
 struct MsgPending {
     MsgPending *next; /**< The next older one. */
     uint32_t tag;
@@ -387,7 +387,7 @@ VANTRO_API MsgServer *msgserver_create(int32_t max_msg_size, int32_t queue_max, 
  *                   capacity that threads begin with, also when the attach fails.
  * @param request_cb not NULL: answers requests.
  * @param open_cb    NULL or: accepts or refuses an open.
- * @param close_cb   NULL or: told of every close.
+ * @param close_cb   NULL or: called at every close.
  * @return the service's index, or -1 with errno as the failing step left it (EADDRINUSE: a live
  *   process has the name; EINVAL: `name` or `request_cb` is NULL; ENAMETOOLONG).
  */

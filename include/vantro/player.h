@@ -43,7 +43,7 @@
  * errno is set only where a function's text says so; any other failure leaves it as it was. Four
  * failures are common to many functions:
  *  - bad handle: NULL, or no player is open where one is needed. Nothing is sent.
- *  - failed exchange: the service is gone (for good: connect anew), a signal handler interrupted
+ *  - failed exchange: the service is gone (for good: connect again), a signal handler interrupted
  *    the call, the process is short of descriptors or memory, or the answer was longer than it may
  *    be.
  *  - refusal: the service answered that it did not do it, or answered too little.
@@ -75,7 +75,7 @@
  * not overlap any other call on the same handle. Different handles have nothing in common. The
  * library starts no thread, and no call is a cancellation point while it waits for the service.
  *
- * Fork. A child cannot use its parent's handles, and connects anew: exchanges on them fail, and a
+ * Fork. A child cannot use its parent's handles, and connects again: exchanges on them fail, and a
  * query for the current track or the catalogue may wait for ever where the parent was within one.
  *
  * Unloading. A library that was loaded with dlopen() may be unloaded once every handle is closed
@@ -390,7 +390,7 @@ VANTRO_API int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const ch
  * @param keyv    keys, ended by a NULL entry, which may be the first. NULL fails, and nothing is
  *                sent. Where there is no memory to send them the call fails with errno ENOMEM.
  * @param valuev  room for one entry a key. Each receives a new string, for free(), or NULL where
- *                the key has no value; nothing is written behind the last, and nothing at all on
+ *                the key has no value; nothing is written after the last, and nothing at all on
  *                failure. NULL fails, and nothing is sent.
  */
 VANTRO_API int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id,

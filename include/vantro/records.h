@@ -112,7 +112,7 @@ typedef struct ServiceMediaNode {
  * @param buffer  room for the packed size of the whole array; the caller guarantees it. Any
  *                alignment will do. Not used where nothing is written.
  * @param size    receives the number of bytes written. An array whose packed size exceeds INT_MAX
- *                gives 0; what lies in `buffer` is then of no use.
+ *                gives 0; what lies in `buffer` is then unspecified.
  */
 VANTRO_API void pack_media_source(const ServiceMediaSource *records, int count, void *buffer,
                                   int *size);
@@ -139,7 +139,7 @@ VANTRO_API int compute_metadata_size(const Metadata *records, int count);
  * Makes media sources from their packed form. The bytes may come from anyone: nothing beyond
  * `size` is read, and no more memory is taken than that many bytes can fill.
  * @param buffer  the packed records, at any alignment.
- * @param size    bytes at `buffer`; bytes behind the last record are ignored.
+ * @param size    bytes at `buffer`; bytes after the last record are ignored.
  * @param count   records to read: exactly that many, 1 or more.
  * @param records receives the new block, owned by the caller.
  * @return 0, or -1. Arguments that cannot be right (buffer or records NULL, size or count below

@@ -52,7 +52,7 @@ int platform_open(const char *path, int flags) {
     if (!is_platform_path(path, relative)) {
         return ::open(path, flags | O_CLOEXEC, 0666);
     }
-    // Objects are opened with options behind a question mark.
+    // Objects are opened with options after a question mark.
     if (relative.starts_with("kivo/") && relative.find('?') != relative.npos) {
         return open_reader(relative, flags);
     }

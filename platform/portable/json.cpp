@@ -1,6 +1,6 @@
 // The JSON decoder: the values of a text in a flat table, in the order in which they lie in it.
 //
-// The members of an object are the entries behind its own, up to its `end`; those of an object
+// The members of an object are the entries after its own, up to its `end`; those of an object
 // within are passed over by that one's `end`. The first entries live in the decoder, so that a
 // record of an event costs no heap.
 #include <vantro/platform/json.h>

@@ -113,7 +113,7 @@ class Engine {
     // index is one of the session's, or any_index.
     void load(SessionPtr session, int32_t index, bool play) EXCLUDES(mutex_);
     // Makes a session the current one in place of the one of `from`, and plays on without a gap or
-    // a jump. It has the same songs, and others behind the current one (`next`) or behind all.
+    // a jump. It has the same songs, and others after the current one (`next`) or after all.
     // Returns false where the player has gone on since `from`; then nothing has changed.
     bool extend(const Snapshot &from, SessionPtr session, bool next) EXCLUDES(mutex_);
     // The same with a session of any songs, at one of them. If that is the song that is current,

@@ -25,7 +25,7 @@ bool goes_on(int32_t start) {
     return adds(start) || start == VANTRO_TRKSESSION_KEEP;
 }
 
-// The songs of the current session, and behind its current one, or behind all of them, those that
+// The songs of the current session, and after its current one, or after all of them, those that
 // are added.
 std::vector<catalogue::QueuedSong> with_added(const Engine::Snapshot &now,
                                               const std::vector<catalogue::QueuedSong> &added,

@@ -123,7 +123,7 @@ TEST_F(Retrieval, FollowsOnePublisherAfterTheOther) {
         EXPECT_EQ(next(), last);
     }
     EXPECT_EQ(errno, ESTALE);
-    // The next one begins anew, and so must the application.
+    // The next one begins again, and so must the application.
     start_publishing();
     publish("state", "status", "paused");
     EXPECT_EQ(next(), "failed");

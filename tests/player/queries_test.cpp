@@ -54,7 +54,7 @@ std::string list_nodes(Query query) {
     return listed(result, count, nodes, &before, vantro_free_media_nodes);
 }
 
-// The same of a listing with metadata: behind the names the titles.
+// The same of a listing with metadata: after the names the titles.
 template <class Query>
 std::string list_described(Query query) {
     MediaNode before{}, *nodes = &before;

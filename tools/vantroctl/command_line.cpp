@@ -239,8 +239,8 @@ void CommandLine::add_queue() {
         ->type_name("N")
         ->check(whole_number(1));
 
-    add_nodes(*app_.add_subcommand("add", "Add the songs of nodes behind all tracks"));
-    add_nodes(*app_.add_subcommand("insert", "Add the songs of nodes behind the current track"));
+    add_nodes(*app_.add_subcommand("add", "Add the songs of nodes after all tracks"));
+    add_nodes(*app_.add_subcommand("insert", "Add the songs of nodes after the current track"));
 
     app_.add_subcommand("remove", "Take tracks away: 3, or 3-7, or several of these")
         ->add_option("N[-M]", options_.words, "Their numbers, as tracks shows them")

@@ -15,7 +15,7 @@ namespace vantro::mpd {
 
 // Where songs are added.
 struct QueueTarget {
-    uint32_t position = UINT32_MAX; // Beyond the end: behind all others.
+    uint32_t position = UINT32_MAX; // Beyond the end: after all others.
 };
 
 // @param argument as clients give it; "+N" and "-N" count from the current song. Empty: the end.

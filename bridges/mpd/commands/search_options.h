@@ -13,7 +13,7 @@
 
 namespace vantro::mpd {
 
-// What stands behind the filter.
+// What stands after the filter.
 struct SearchOptions {
     struct Sort {
         Tag tag = Tag::absent;

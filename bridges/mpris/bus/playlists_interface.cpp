@@ -10,7 +10,7 @@ namespace {
 
 // The node of a media source that has its playlists.
 constexpr const char *playlists_node = "playlists";
-// An answer of more playlists than that would be of no use to anybody.
+// An answer of more playlists than that would help nobody.
 constexpr uint32_t playlists_max = 10'000;
 
 struct Playlist {

@@ -301,7 +301,7 @@ void Posts::leave(int processor) {
     const UniqueFd epoll = std::move(found->epoll);
     posts_.erase(found);
     ++generation_;
-    // Not the end of the channel, of which every post is told, and which would be told for ever.
+    // Not the end of the channel: every post gets it, and it would come for ever.
     ::epoll_ctl(epoll.get(), EPOLL_CTL_DEL, end_.get(), nullptr);
     for (size_t left = watched_.size(); left > 0; --left) {
         struct epoll_event event;

@@ -73,7 +73,7 @@ class Posts {
     // The calling thread takes a post: one of these processors, or the floating one. @param
     // processor receives which, -1 for the floating one. @return the set in which it is to wait.
     int take(const cpu_set_t &allowed, int &processor) REQUIRES(server_lock);
-    // It gives the post up. What only that post was told of is told again.
+    // It gives the post up. Events that only that post got are told again.
     void leave(int processor) REQUIRES(server_lock);
     // Whether a thread that has a processor is to give it up, since no other floats.
     bool needs_floating() const { return floating_ == 0; }

@@ -19,7 +19,7 @@ namespace vantro::platform {
 
 namespace {
 
-// The frame goes in front and, at a receiver, a spill entry behind.
+// The frame goes in front and, at a receiver, a spill entry after it.
 constexpr int parts_max = IOV_MAX - 2;
 
 constexpr int memory_file_seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;

@@ -54,7 +54,7 @@ enum LaneGrant : int32_t {
     lane_hands_over = 1 // the server wakes a thread of the processor that the message comes from
 };
 
-// A vector with room for a part of ours before and one behind the caller's. Costs heap only above
+// A vector with room for a part of ours before and one after the caller's. Costs heap only above
 // IPC_STACK_PARTS.
 class PartList {
   public:
@@ -63,7 +63,7 @@ class PartList {
 
     // Places a part in front of the caller's.
     void set_front(void *base, size_t length) { all()[0] = {base, length}; }
-    // Places a part behind the caller's.
+    // Places a part after the caller's.
     void set_back(void *base, size_t length) { all()[count_ + 1] = {base, length}; }
 
     struct iovec *with_front() { return all(); }

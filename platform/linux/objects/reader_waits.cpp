@@ -85,7 +85,7 @@ int ObjectReader::watch_and_look(bool publisher_closed) {
             return -1;
         case Watched::already:
             return 0;
-        case Watched::anew:
+        case Watched::added:
             break;
         }
         fence_at_the_bell();

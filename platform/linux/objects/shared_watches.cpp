@@ -173,7 +173,7 @@ Watched watch_ring(RingWaiter &waiter, int ring_file, const WakeBell &bell) {
     }
     waiter = {.watch = watch, .bell = &bell, .next = shared.waiters};
     shared.waiters = &waiter;
-    return Watched::anew;
+    return Watched::added;
 }
 
 void stop_watching(RingWaiter &waiter) {

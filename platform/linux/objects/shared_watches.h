@@ -34,7 +34,7 @@ struct RingWaiter {
     RingWaiter *next GUARDED_BY(watches_lock) = nullptr;
 };
 
-enum class Watched { already, anew, failed };
+enum class Watched { already, added, failed };
 
 // Watches a ring for a reader. What was appended before a new watch must be looked for after it.
 // On failure errno says why.

@@ -51,7 +51,7 @@ class Start(enum.IntEnum):
     """How a new track session begins.
 
     The last three take the place of the current session while the player goes on: songs behind all
-    of its songs, behind the current one, or these instead.
+    of its songs, after the current one, or these instead.
     """
 
     HELD = 0

@@ -221,7 +221,7 @@ void move_aside(const std::filesystem::path &file, const Error &damage,
     for (const char *beside : {"-wal", "-shm"}) {
         std::filesystem::rename(file.native() + beside, aside.native() + beside, error);
     }
-    say(fmt::format("{}; it was moved to {} and is made anew", log_text(damage), aside.native()));
+    say(fmt::format("{}; it was moved to {} and is made again", log_text(damage), aside.native()));
 }
 
 std::unique_ptr<Database> open_catalogue_file(const std::filesystem::path &file,

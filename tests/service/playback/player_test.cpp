@@ -156,7 +156,7 @@ TEST(Player, ExchangesTheSessionUnderWhatPlays) {
         int32_t position;
     } rows[] = {
         {"behind all", 1, "song4", VANTRO_TRKSESSION_APPEND, 0, "1234", 1, 500},
-        {"behind the current one", 0, "1:song4\n1:few\n", VANTRO_TRKSESSION_INSERT, 0, "12412334",
+        {"after the current one", 0, "1:song4\n1:few\n", VANTRO_TRKSESSION_INSERT, 0, "12412334",
          1, 500},
         {"one before it is taken away", 1, "song2\nsong3", VANTRO_TRKSESSION_KEEP, 0, "23", 0, 500},
         {"itself is taken away", 1, "song1\nsong3", VANTRO_TRKSESSION_KEEP, 1, "13", 1, 0},
@@ -212,7 +212,7 @@ TEST(Player, RefusesMoreSongsThanASessionMayHave) {
     EXPECT_EQ(room.player.session(full), nullptr);
 }
 
-// Every song comes once, those put behind the current one come next, and back leads the same way.
+// Every song comes once, those put after the current one come next, and back leads the same way.
 TEST(Player, ExchangesAShuffledSession) {
     Room room;
     ASSERT_EQ(room.player.create(1, "", 0, VANTRO_TRKSESSION_PLAY, room.tsid), 0);

@@ -29,7 +29,7 @@ struct Follower {
     Follower &operator=(const Follower &) = delete;
 
     static void note(Picture &picture, const VantroEvent &event) {
-        const std::string text = events::told(&event).substr(2); // behind its type
+        const std::string text = events::told(&event).substr(2); // after its type
         picture[event.object_name] = text.substr(
             0, std::min(text.find(" was "), std::min(text.find(" {"), text.find(" error "))));
     }

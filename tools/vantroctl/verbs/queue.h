@@ -29,7 +29,7 @@ std::optional<TrackRange> parse_track_range(std::string_view text);
 CommandResult run_load(Client &client, const ListOptions &options,
                        const std::vector<std::string> &nodes, int32_t number, bool play);
 
-// @param verb "add" for behind all tracks, "insert" for behind the current one.
+// @param verb "add" for after all tracks, "insert" for after the current one.
 CommandResult run_add(Client &client, const ListOptions &options, const std::string &verb,
                       const std::vector<std::string> &nodes);
 

@@ -60,7 +60,7 @@ struct kivo_record {
  * Parses the next line of a change text, in place: the text is written to, and a second pass over
  * it finds something else. Lines that end at a NUL instead of a newline were cut, and are errors.
  * @param cursor    the next line to parse; set to the text's start before the first call. Advanced
- *   behind the line, except for KIVO_END and KIVO_ERROR, where it stays and the line is unchanged.
+ *   after the line, except for KIVO_END and KIVO_ERROR, where it stays and the line is unchanged.
  * @param object    when not NULL, only lines of the object of that name are reported.
  * @param attribute when not NULL, only attribute lines of that name are reported, and objects'.
  * @param record    filled.

@@ -44,13 +44,13 @@
 /** Message buffer of a path framework context: one line to a device, with room to spare. */
 #define PATH_MESSAGE_MAX 8192
 
-/** Longest change text of an object: a reader's 32 KiB buffer less the NUL that it puts behind. */
+/** Longest change text of an object: a reader's 32 KiB buffer less the NUL that it puts after it. */
 #define OBJECT_CHANGE_MAX 32767
 
 /** All objects of one publisher in full: a snapshot of them fits the ring several times. */
 #define OBJECT_TOTAL_MAX (256 * 1024)
 
-/** Longest name of an object: with "?delta" behind it still one part of a path. */
+/** Longest name of an object: with "?delta" after it still one part of a path. */
 #define OBJECT_NAME_MAX 249
 
 /** How deep objects and arrays of a JSON text may lie in each other: parsing recurses. */

@@ -303,7 +303,7 @@ VANTRO_PLATFORM_API int ipc_error(int receive_id, int error);
  * such a message is kept whole until the reply. Of a message that ended before the end of the
  * vector nothing is kept, everything is in the vector, and 0 is returned. Does not block.
  * @param offset bytes from the start of the message.
- * @return bytes read, 0 at or behind the end, or -1: ESRCH for a stale or invented id.
+ * @return bytes read, 0 at or after the end, or -1: ESRCH for a stale or invented id.
  */
 VANTRO_PLATFORM_API ssize_t ipc_read(int receive_id, void *buffer, size_t length, size_t offset);
 

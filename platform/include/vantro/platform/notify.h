@@ -38,7 +38,7 @@ enum { NOTIFY_TEST_AND_ARM = 3 };
 enum { NOTIFY_INPUT = 0x10000000 };
 
 /**
- * Tests and arms. An armed descriptor stays armed until notify_disarm(), and is armed anew for the
+ * Tests and arms. An armed descriptor stays armed until notify_disarm(), and is armed again for the
  * calling thread by another notify_arm(). Input that comes between test and arming is not missed.
  * Does not block.
  * @param descriptor from platform_open(), for objects.

@@ -153,7 +153,7 @@ TEST_F(Scanned, ReadsOnlyWhatChangedAndKeepsIds) {
 
     close();
     fs::remove_all(state_);
-    open(); // made anew
+    open(); // made again
     EXPECT_EQ(ids(), changed);
     EXPECT_EQ(store_->sources()[0].uid, uid);
     EXPECT_NE(all_songs()[0].id, first) << "numbers are not given twice";
