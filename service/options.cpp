@@ -268,7 +268,8 @@ void Parser::add_audio() {
         ->check(one_of(audio_words));
     app_.add_option("--audio-device", texts_.devices,
                     "Output, as --list-audio-devices names it, of all players or of one; 'null' "
-                    "plays to nobody, 'pcm/FILE' writes a WAV file; may be given several times")
+                    "plays to nobody, 'pcm/FILE' writes a WAV file, 'pipe:PATH' feeds a named "
+                    "pipe; may be given several times")
         ->type_name("[PLAYER=]NAME")
         ->allow_extra_args(false);
     app_.add_option("--replaygain", texts_.replaygain,

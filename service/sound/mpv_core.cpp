@@ -10,6 +10,7 @@ namespace vantro::service::sound {
 namespace {
 
 constexpr const char *pcm = "pcm/";
+constexpr const char *pipe = "pipe:";
 
 constexpr std::pair<const char *, const char *> fixed_options[] = {
     // Nothing from outside.
@@ -65,6 +66,19 @@ Result<std::unique_ptr<MpvCore>> MpvCore::make(const MpvOptions &options, MpvFil
     } else if (options.device.rfind(pcm, 0) == 0) {
         mpv->set_option_string(handle, "ao", "pcm");
         mpv->set_option_string(handle, "ao-pcm-file", options.device.c_str() + std::strlen(pcm));
+    } else if (options.device.rfind(pipe, 0) == 0) {
+        const std::string path = options.device.substr(std::strlen(pipe));
+        if (std::optional<Error> error = core->pipe_.open(path)) {
+            return *std::move(error);
+        }
+        for (const auto &[name, value] : {std::pair("ao", "pcm"),
+                                          {"ao-pcm-file", path.c_str()},
+                                          {"ao-pcm-waveheader", "no"},
+                                          {"audio-format", "s16"},
+                                          {"audio-samplerate", pipe_rate},
+                                          {"audio-channels", "stereo"}}) {
+            mpv->set_option_string(handle, name, value);
+        }
     } else if (!options.device.empty()) {
         mpv->set_option_string(handle, "audio-device", options.device.c_str());
     }

@@ -12,6 +12,7 @@
 #include "service/error.h"
 #include "service/sound/mpv_files.h"
 #include "service/sound/mpv_library.h"
+#include "service/sound/pipe_output.h"
 
 namespace vantro::service::sound {
 
@@ -20,7 +21,7 @@ using Devices = std::vector<std::pair<std::string, std::string>>;
 
 struct MpvOptions {
     // As mpv names outputs; `null` for one that plays to nobody, `pcm/FILE` for one that writes a
-    // WAV file as fast as it can; "" for mpv's choice.
+    // WAV file as fast as it can, `pipe:PATH` for samples in a named pipe; "" for mpv's choice.
     std::string device;
     std::string replaygain = "no"; // as mpv has it: track, album, no
 };
@@ -31,7 +32,10 @@ class MpvCore {
     // use an output.
     static Result<std::unique_ptr<MpvCore>> make(const MpvOptions &options, MpvFiles *files,
                                                  const std::string &client);
-    ~MpvCore() { mpv_.terminate_destroy(core_); }
+    ~MpvCore() {
+        give_output_up();
+        mpv_.terminate_destroy(core_);
+    }
     MpvCore(const MpvCore &) = delete;
     MpvCore &operator=(const MpvCore &) = delete;
 
@@ -58,6 +62,8 @@ class MpvCore {
     void go_on(const mpv_event_hook &hook) { mpv_.hook_continue(core_, hook.id); }
     // Any thread.
     void wake() { mpv_.wakeup(core_); }
+    // For good: mpv then waits for no reader of a pipe. Any thread.
+    void give_output_up() { pipe_.close(); }
 
     const char *text_of(int error) const { return mpv_.error_string(error); }
 
@@ -69,6 +75,7 @@ class MpvCore {
 
     const MpvLibrary &mpv_;
     mpv_handle *const core_;
+    PipeOutput pipe_;
 };
 
 // The outputs that there are now. Fails without mpv.

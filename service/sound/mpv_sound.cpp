@@ -31,6 +31,7 @@ MpvSound::~MpvSound() {
         const MutexLock guard(mutex_);
         stop_ = true;
         if (core_) {
+            core_->give_output_up(); // its thread may wait for the reader of a pipe
             core_->wake();
         }
     }

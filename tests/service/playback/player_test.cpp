@@ -156,8 +156,8 @@ TEST(Player, ExchangesTheSessionUnderWhatPlays) {
         int32_t position;
     } rows[] = {
         {"behind all", 1, "song4", VANTRO_TRKSESSION_APPEND, 0, "1234", 1, 500},
-        {"after the current one", 0, "1:song4\n1:few\n", VANTRO_TRKSESSION_INSERT, 0, "12412334",
-         1, 500},
+        {"after the current one", 0, "1:song4\n1:few\n", VANTRO_TRKSESSION_INSERT, 0, "12412334", 1,
+         500},
         {"one before it is taken away", 1, "song2\nsong3", VANTRO_TRKSESSION_KEEP, 0, "23", 0, 500},
         {"itself is taken away", 1, "song1\nsong3", VANTRO_TRKSESSION_KEEP, 1, "13", 1, 0},
         {"a second time", 1, "", VANTRO_TRKSESSION_KEEP, 2, "1234", 2, 0},

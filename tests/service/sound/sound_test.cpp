@@ -38,11 +38,12 @@ Samples operator+(Samples left, const Samples &right) {
     return left;
 }
 
-std::string wav(const Samples &samples) {
+std::string wav(const Samples &samples, int per_second = rate, uint16_t channels = 1) {
     const auto size = static_cast<uint32_t>(samples.size() * sizeof(int16_t));
+    const auto frame = static_cast<uint16_t>(2 * channels);
     return "RIFF" + bytes(size + 36) + "WAVEfmt " +
-           bytes(16, uint16_t{1}, uint16_t{1}, rate, rate * 2, uint16_t{2}, uint16_t{16}) + "data" +
-           bytes(size) + std::string(reinterpret_cast<const char *>(samples.data()), size);
+           bytes(16, uint16_t{1}, channels, per_second, per_second * frame, frame, uint16_t{16}) +
+           "data" + bytes(size) + std::string(reinterpret_cast<const char *>(samples.data()), size);
 }
 
 // FLAC whose header says that it holds two seconds, and that holds none.
@@ -141,6 +142,33 @@ class Sound : public Vantrod {
     VantroHandle *player_ = nullptr;
     uint64_t tsid_ = 0;
 };
+
+// A reader gets each sample once, whenever it comes; without one the service ends all the same.
+TEST_F(Sound, FeedsAPipe) {
+    const Samples first = tone(6000, 1), second = tone(3000, 2); // more than a pipe holds
+    write("1.wav", wav(first, 48000, 2));
+    write("2.wav", wav(second, 48000, 2));
+    const std::string pipe = path_ + "/pipe";
+    load("pipe:" + pipe);
+    for (const bool read : {true, false}) {
+        ASSERT_EQ(vantro_play(player_), 0);
+        if (!read) {
+            break; // with the pipe full
+        }
+        while (!std::filesystem::exists(pipe)) {
+            ASSERT_FALSE(service->ended());
+        }
+        std::ifstream reader(pipe, std::ios::binary);
+        Samples got(first.size() + second.size());
+        reader.read(reinterpret_cast<char *>(got.data()),
+                    static_cast<std::streamsize>(got.size() * sizeof(int16_t)));
+        EXPECT_EQ(reader.gcount(), static_cast<std::streamsize>(got.size() * sizeof(int16_t)));
+        EXPECT_TRUE(got == first + second);
+        until_state(VANTRO_STATE_STOPPED);
+    }
+    service->kill(SIGTERM);
+    EXPECT_EQ(service->wait(), 0);
+}
 
 TEST_F(Sound, TracksFollowEachOtherWithoutALostOrAddedSample) {
     write("1.wav", wav(tone(700, 1)));

@@ -44,7 +44,8 @@
 /** Message buffer of a path framework context: one line to a device, with room to spare. */
 #define PATH_MESSAGE_MAX 8192
 
-/** Longest change text of an object: a reader's 32 KiB buffer less the NUL that it puts after it. */
+/** Longest change text of an object: a reader's 32 KiB buffer less the NUL that it puts after it.
+ */
 #define OBJECT_CHANGE_MAX 32767
 
 /** All objects of one publisher in full: a snapshot of them fits the ring several times. */

@@ -1,0 +1,37 @@
+// An output that is a named pipe, for a program that plays to many machines.
+#ifndef VANTRO_SERVICE_SOUND_PIPE_OUTPUT_H
+#define VANTRO_SERVICE_SOUND_PIPE_OUTPUT_H
+
+#include <atomic>
+#include <string>
+
+#include "service/error.h"
+
+namespace vantro::service::sound {
+
+// What goes through it: little-endian samples of 16 bits, two channels.
+inline constexpr const char *pipe_rate = "48000";
+
+// Holds the reading end, and reads nothing. So whoever writes waits for a reader when the pipe is
+// full, rather than at its opening, and does not fail while there is none. When this ends nobody
+// waits any more.
+class PipeOutput {
+  public:
+    PipeOutput() = default;
+    ~PipeOutput() { close(); }
+    PipeOutput(const PipeOutput &) = delete;
+    PipeOutput &operator=(const PipeOutput &) = delete;
+
+    // Makes the pipe, with permission for its owner and group, where it is missing. Returns why it
+    // cannot be used, if it cannot.
+    std::optional<Error> open(const std::string &path);
+    // Any thread.
+    void close();
+
+  private:
+    std::atomic<int> reader_ = -1;
+};
+
+} // namespace vantro::service::sound
+
+#endif
