@@ -75,12 +75,14 @@ void play_apart(const Row &row, const Plan &plan, std::string &right) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         alarm(60);                                            // on a loaded machine
         std::set_terminate([] { _exit(exception_escaped); }); // never what is documented
-        [&]() noexcept {
+        try {
             if (!serves(row)) {
                 play(row, {}, right); // what a process has of its own from its first call on
             }
             play(row, plan, right);
-        }();
+        } catch (...) {
+            _exit(exception_escaped);
+        }
         _exit(0);
     }
     int status = 0;

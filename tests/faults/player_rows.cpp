@@ -17,7 +17,7 @@ using Handle = VantroHandle *;
 std::string connect_one(Scene &scene, bool timed) {
     Handle handle =
         scene.faulted([&] { return timed ? vantro_connect_timed(10'000) : vantro_connect(); });
-    const std::string told = handle ? "connected" : errno != 0 ? "failed" : "failed without errno";
+    std::string told = handle ? "connected" : errno != 0 ? "failed" : "failed without errno";
     const bool opens = !handle || vantro_open(handle, "main") == 0;
     vantro_disconnect(handle);
     return opens ? told : "connected, and cannot open";
@@ -93,7 +93,7 @@ Row query(const char *name, int (*call)(Handle, Value *), std::string (*tell)(Va
                 if (scene.faulted([&] { return call(player, &value); }) != 0) {
                     return std::string(value == Value{} ? "failed" : "failed, and wrote");
                 }
-                const std::string told = tell(value);
+                std::string told = tell(value);
                 release(value);
                 return told;
             },
@@ -111,9 +111,9 @@ std::string get_track(Scene &scene) {
     Handle player = scene.player();
     const int result = scene.faulted([&] { return vantro_get_current_track_info(player, &info); });
     const bool whole = info && info->media_node && info->metadata;
-    const std::string told = result != 0 ? "failed"
-                             : whole ? std::string(info->media_node->id) + info->metadata->artist
-                                     : "a part";
+    std::string told = result != 0 ? "failed"
+                       : whole     ? std::string(info->media_node->id) + info->metadata->artist
+                                   : "a part";
     vantro_free_track_info(info);
     return told;
 }
@@ -162,8 +162,7 @@ std::string list_players(Scene &scene) {
     Handle player = scene.player();
     char **names = nullptr;
     const int count = scene.faulted([&] { return vantro_list_players(player, &names); });
-    const std::string told =
-        count < 0 ? (names ? "failed, and wrote" : "failed") : names[count - 1];
+    std::string told = count < 0 ? (names ? "failed, and wrote" : "failed") : names[count - 1];
     std::free(names);
     return told;
 }
@@ -185,7 +184,7 @@ std::string get_metadata(Scene &scene) {
     const char *id = a_song(player);
     Metadata *metadata = nullptr;
     const int result = scene.faulted([&] { return vantro_get_metadata(player, 1, id, &metadata); });
-    const std::string told = result == 0 ? metadata->title : metadata ? "failed, wrote" : "failed";
+    std::string told = result == 0 ? metadata->title : metadata ? "failed, wrote" : "failed";
     vantro_free_metadata(metadata, 1);
     return told;
 }
@@ -206,42 +205,44 @@ std::string get_extended(Scene &scene) {
     const int result =
         scene.faulted([&] { return vantro_get_extended_metadata(player, 1, id, keys, values); });
     const bool wrote = values[0] || values[1];
-    const std::string told = result == 0 ? values[0] : wrote ? "failed, and wrote" : "failed";
+    const char *const title = values[0] ? values[0] : "no title";
+    std::string told = result == 0 ? title : wrote ? "failed, and wrote" : "failed";
     std::free(values[0]);
     std::free(values[1]);
     return told;
 }
 
-} // namespace
+Rows rows_of_commands() {
+    return {{"vantro_connect", [](Scene &s) { return connect_one(s, false); }, Way::may_abort},
+            {"vantro_connect_timed", [](Scene &s) { return connect_one(s, true); }, Way::may_abort},
+            command("vantro_set_timeout", [](Handle h) { return vantro_set_timeout(h, 10'000); }),
+            command("vantro_last_failure",
+                    [](Handle) -> int { return vantro_last_failure(nullptr) < 0; }),
+            {"vantro_open", [](Scene &s) { return open_or_close(s, true, "main"); }},
+            {"vantro_open another", [](Scene &s) { return open_or_close(s, true, "spare"); }},
+            {"vantro_close", [](Scene &s) { return open_or_close(s, false, "main"); }},
+            {"vantro_close another", [](Scene &s) { return open_or_close(s, false, "spare"); }},
+            {"vantro_disconnect", disconnect_one},
+            command("vantro_play", vantro_play),
+            command("vantro_stop", vantro_stop),
+            command("vantro_pause", vantro_pause),
+            command("vantro_next", vantro_next),
+            command("vantro_previous", vantro_previous),
+            command("vantro_seek", [](Handle h) { return vantro_seek(h, 5); }),
+            command("vantro_set_playback_rate",
+                    [](Handle h) { return vantro_set_playback_rate(h, 1); }),
+            command("vantro_shuffle", [](Handle h) { return vantro_shuffle(h, 0); }),
+            command("vantro_repeat", [](Handle h) { return vantro_repeat(h, 0); }),
+            command("vantro_set_volume", [](Handle h) { return vantro_set_volume(h, 100); }),
+            command("vantro_set_muted", [](Handle h) { return vantro_set_muted(h, 0); }),
+            command("vantro_jump", [](Handle h) { return vantro_jump(h, 1); }),
+            {"vantro_create_trksession", [](Scene &scene) { return session(scene, true); }},
+            {"vantro_destroy_trksession", [](Scene &scene) { return session(scene, false); }}};
+}
 
-Rows player_rows() {
+Rows rows_of_queries() {
     constexpr auto nodes = vantro_free_media_nodes;
     return {
-        {"vantro_connect", [](Scene &s) { return connect_one(s, false); }, Way::may_abort},
-        {"vantro_connect_timed", [](Scene &s) { return connect_one(s, true); }, Way::may_abort},
-        command("vantro_set_timeout", [](Handle h) { return vantro_set_timeout(h, 10'000); }),
-        command("vantro_last_failure",
-                [](Handle) -> int { return vantro_last_failure(nullptr) < 0; }),
-        {"vantro_open", [](Scene &s) { return open_or_close(s, true, "main"); }},
-        {"vantro_open another", [](Scene &s) { return open_or_close(s, true, "spare"); }},
-        {"vantro_close", [](Scene &s) { return open_or_close(s, false, "main"); }},
-        {"vantro_close another", [](Scene &s) { return open_or_close(s, false, "spare"); }},
-        {"vantro_disconnect", disconnect_one},
-        command("vantro_play", vantro_play),
-        command("vantro_stop", vantro_stop),
-        command("vantro_pause", vantro_pause),
-        command("vantro_next", vantro_next),
-        command("vantro_previous", vantro_previous),
-        command("vantro_seek", [](Handle h) { return vantro_seek(h, 5); }),
-        command("vantro_set_playback_rate",
-                [](Handle h) { return vantro_set_playback_rate(h, 1); }),
-        command("vantro_shuffle", [](Handle h) { return vantro_shuffle(h, 0); }),
-        command("vantro_repeat", [](Handle h) { return vantro_repeat(h, 0); }),
-        command("vantro_set_volume", [](Handle h) { return vantro_set_volume(h, 100); }),
-        command("vantro_set_muted", [](Handle h) { return vantro_set_muted(h, 0); }),
-        command("vantro_jump", [](Handle h) { return vantro_jump(h, 1); }),
-        {"vantro_create_trksession", [](Scene &scene) { return session(scene, true); }},
-        {"vantro_destroy_trksession", [](Scene &scene) { return session(scene, false); }},
         query<VantroStateInfo *>(
             "vantro_get_current_state", vantro_get_current_state,
             [](auto *info) { return std::to_string(info->rate); }, free_record, Way::may_abort),
@@ -291,6 +292,15 @@ Rows player_rows() {
                   }),
         {"vantro_list_players", list_players},
         {"vantro_get_extended_metadata", get_extended}};
+}
+
+} // namespace
+
+Rows player_rows() {
+    Rows rows = rows_of_commands();
+    const Rows queries = rows_of_queries();
+    rows.insert(rows.end(), queries.begin(), queries.end());
+    return rows;
 }
 
 } // namespace vantro::faults

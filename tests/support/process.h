@@ -73,6 +73,7 @@ class Process {
         std::vector<std::string> words, const std::function<void()> &prepare = [] {})
         : Process([&] {
               std::vector<char *> arguments;
+              arguments.reserve(words.size() + 1);
               for (std::string &word : words) {
                   arguments.push_back(word.data());
               }
