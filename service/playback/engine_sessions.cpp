@@ -106,13 +106,16 @@ void Engine::restore(const Saved &saved, bool play) {
     if (playing() && !play) {
         modes_.state = VANTRO_STATE_PAUSED;
     }
+    // Nobody is told of a volume that nobody has set.
+    const bool is_set = volume_.level != volume_max || volume_.muted != 0;
+    const unsigned volume = is_set ? unsigned{Change::volume} : 0u;
     if (!session_) {
-        note(Change::volume, now);
+        note(volume, now);
         return;
     }
     jump_to(saved.position_us, now);
     track_started_by_choice();
-    note(Change::session | Change::track | Change::position | Change::volume, now);
+    note(Change::session | Change::track | Change::position | volume, now);
 }
 
 // Every song once; `first` begins, unless it is any_index.
