@@ -189,6 +189,7 @@ std::optional<Error> Keeper::write(const std::filesystem::path &file, const std:
     const int reason = errno;
     good = ::close(descriptor) == 0 && good;
     if (!good) {
+        ::unlink(part.c_str()); // a disk that is full needs the room
         errno = reason;
         return failed("cannot write");
     }

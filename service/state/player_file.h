@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include <vantro/catalogue.h>
+
 #include "service/playback/engine.h"
 
 namespace vantro::service::state {
@@ -18,8 +20,10 @@ struct KeptPlayer {
     playback::Engine::Saved saved;
 };
 
-// More than the longest session takes.
-inline constexpr size_t session_bytes_max = 8 * 1024 * 1024;
+// The longest session has this many bytes at most: of a song four numbers, and the blanks.
+inline constexpr size_t song_bytes_max = 20 + 3 * 11 + 5;
+inline constexpr size_t session_bytes_max =
+    size_t{VANTRO_TRKSESSION_SONGS_MAX} * song_bytes_max + 1024;
 inline constexpr size_t position_bytes_max = 1024;
 
 std::string write_session(const KeptPlayer &player);
