@@ -29,6 +29,7 @@ constexpr Command rate_command{VANTRO_COMMAND_SET_PLAYBACK_RATE,
 constexpr Command shuffle_command{VANTRO_COMMAND_SHUFFLE, "vantro_shuffle() failed"};
 constexpr Command repeat_command{VANTRO_COMMAND_REPEAT, "vantro_repeat() failed"};
 constexpr Command volume_command{VANTRO_COMMAND_SET_VOLUME, "vantro_set_volume() failed"};
+constexpr Command rescan_command{VANTRO_COMMAND_RESCAN, "vantro_rescan() failed"};
 constexpr Command muted_command{VANTRO_COMMAND_SET_MUTED, "vantro_set_muted() failed"};
 
 int conclude(const Command &command, int32_t result) {
@@ -110,4 +111,8 @@ int vantro_set_volume(VantroHandle *handle, int32_t level) {
 
 int vantro_set_muted(VantroHandle *handle, int32_t muted) {
     return send(handle, muted_command, muted);
+}
+
+int vantro_rescan(VantroHandle *handle) {
+    return send(handle, rescan_command);
 }

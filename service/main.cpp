@@ -186,6 +186,17 @@ void tell_ready(int64_t tracks, const Options &options) {
     service_manager::tell_ready();
 }
 
+void tell_scanned(int64_t tracks) {
+    say(fmt::format("scanned ({} tracks)", tracks));
+    service_manager::tell_status(fmt::format("{} tracks", tracks));
+    log_line(LOG_SEVERITY_INFO, fmt::format("scanned, {} tracks", tracks));
+}
+
+Error no_state_directory() {
+    return {Error::Origin::state, ENOENT,
+            "none is given, and neither XDG_STATE_HOME nor HOME is set"};
+}
+
 // Ends the keeping of players while they are still there.
 struct Keeping {
     state::Keeper &keeper;
@@ -213,21 +224,13 @@ int serve(const Options &options, Reload &reload) {
     if (const std::optional<Error> error = server.attach(options)) {
         return fail(*error);
     }
-
     const Ending ending(server, reload); // before any thread starts, which would take the signals
     std::unique_ptr<catalogue::Store> store;
-    const auto scanned = [&store] {
-        const int64_t tracks = store->song_count();
-        say(fmt::format("scanned ({} tracks)", tracks));
-        service_manager::tell_status(fmt::format("{} tracks", tracks));
-        log_line(LOG_SEVERITY_INFO, fmt::format("scanned, {} tracks", tracks));
-    };
+    const auto scanned = [&store] { tell_scanned(store->song_count()); };
     ScanReport report(options.music.size(), scanned);
     catalogue::StoreOptions wanted = store_options(options);
     if (wanted.state.empty()) {
-        return fail(Error(Error::Origin::state, ENOENT,
-                          "none is given, and neither XDG_STATE_HOME nor HOME is set"),
-                    "--state: ");
+        return fail(no_state_directory(), "--state: ");
     }
     const std::filesystem::path state = wanted.state;
     playback::Players *published = nullptr;

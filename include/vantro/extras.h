@@ -152,6 +152,15 @@ VANTRO_API int vantro_set_muted(VantroHandle *handle, int32_t muted);
 VANTRO_API int vantro_list_players(VantroHandle *handle, char ***names);
 
 /**
+ * Has the service look at all of its music again, soon and in the background: it notices most
+ * changes by itself, but not those on a file system of another machine. An extension of vantrod's
+ * too. Needs an open player. Blocks until the service answers, not until it has looked: events of
+ * kind "mediasource" tell what it found.
+ * @return as vantro_play().
+ */
+VANTRO_API int vantro_rescan(VantroHandle *handle);
+
+/**
  * vantro_browse() that also gives what is known of each entry, in one exchange for a whole page.
  * Needs an open player. Blocks until the service answers.
  *

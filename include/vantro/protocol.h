@@ -124,6 +124,8 @@ enum {
     VANTRO_COMMAND_SET_VOLUME = 257,
     /** 0 or 1. Nothing. */
     VANTRO_COMMAND_SET_MUTED = 258,
+    /** None. Nothing. */
+    VANTRO_COMMAND_RESCAN = 263,
     /** None. Count; that many names (strings). No player need be open. Grows. */
     VANTRO_COMMAND_LIST_PLAYERS = 264,
     /** As for browse. Record count, at most VANTRO_METADATA_PAGE_MAX; bytes of the packed nodes;

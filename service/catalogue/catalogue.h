@@ -125,6 +125,9 @@ class Catalogue {
     // descriptor, or -1 and errno: ENOENT where the song is gone. May wait for a disk.
     virtual int open(SongId id) = 0;
 
+    // Looks at all of the music again, soon.
+    virtual void rescan() = 0;
+
     // The next `count` numbers for track sessions, which no run has given before. Returns the
     // first, or 0 if the numbers have run out or cannot be saved.
     virtual int32_t take_session_ids(int32_t count) = 0;

@@ -36,8 +36,6 @@ class Store : public Catalogue {
     // Ends the scan, within the time that reading one file takes. The destructor calls this too.
     // What the scan has found stays. Any thread may call it, also before start_scanning().
     virtual void stop_scanning() = 0;
-    // Makes the scan look at everything again, soon.
-    virtual void rescan() = 0;
 };
 
 // Opens or makes the catalogue. Fails if the state directory cannot be used, or another process

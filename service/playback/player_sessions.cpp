@@ -159,16 +159,20 @@ int Player::create(int32_t source, std::string_view nodes, int32_t index, int32_
     const auto made = [tsid](std::vector<catalogue::QueuedSong> list) {
         return std::make_shared<const TrackSession>(tsid, VANTRO_TRKSESSION_NODE, std::move(list));
     };
-    SessionPtr session = adds(start) ? nullptr : made(std::move(songs));
     std::optional<int> result;
+    if (!adds(start)) {
+        const SessionPtr session = made(std::move(songs));
+        while (!result) {
+            result = make_current(engine_.snapshot(), session, index, start, maker);
+        }
+        return *result;
+    }
     while (!result) {
         const Engine::Snapshot now = engine_.snapshot();
-        if (adds(start)) {
-            if (const int refused = check_room(now, songs.size(), start, maker); refused != 0) {
-                return refused;
-            }
-            session = made(now.session ? with_added(now, songs, start) : songs);
+        if (const int refused = check_room(now, songs.size(), start, maker); refused != 0) {
+            return refused;
         }
+        const SessionPtr session = made(now.session ? with_added(now, songs, start) : songs);
         result = make_current(now, session, index, start, maker);
     }
     return *result;

@@ -90,6 +90,11 @@ const Answers::Command Answers::Command::all[] =
          }},
         {VANTRO_COMMAND_SET_VOLUME, forms::value, needed, moments, control_to<&Own::set_volume>},
         {VANTRO_COMMAND_SET_MUTED, forms::value, needed, moments, control_to<&Own::set_muted>},
+        {VANTRO_COMMAND_RESCAN, forms::nothing, needed, moments,
+         [](Answers &answers, const Call &) {
+             answers.catalogue_.rescan();
+             return 0;
+         }},
         {VANTRO_COMMAND_LIST_PLAYERS, forms::nothing, optional, moments,
          run<&Answers::append_players>},
         {VANTRO_COMMAND_BROWSE_METADATA, forms::browse, needed, long_time,

@@ -216,6 +216,7 @@ TEST_F(Waiting, HundredsOfHandlesOfOneProcessWait) {
     start_publishing();
     std::atomic<int> ready{0};
     std::vector<std::thread> threads;
+    threads.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; i++) {
         threads.emplace_back([&] {
             VantroHandle *const mine = vantro_connect();

@@ -235,6 +235,7 @@ Rows rows_of_commands() {
             command("vantro_repeat", [](Handle h) { return vantro_repeat(h, 0); }),
             command("vantro_set_volume", [](Handle h) { return vantro_set_volume(h, 100); }),
             command("vantro_set_muted", [](Handle h) { return vantro_set_muted(h, 0); }),
+            command("vantro_rescan", vantro_rescan),
             command("vantro_jump", [](Handle h) { return vantro_jump(h, 1); }),
             {"vantro_create_trksession", [](Scene &scene) { return session(scene, true); }},
             {"vantro_destroy_trksession", [](Scene &scene) { return session(scene, false); }}};

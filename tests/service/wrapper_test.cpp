@@ -64,6 +64,7 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     };
     EXPECT_EQ(described(player.browse_metadata(source, "folders")), all);
     EXPECT_EQ(described(player.search_metadata(source, "one")).size(), all.size());
+    ASSERT_TRUE(player.rescan());
     const Names players = player.players().or_throw();
     ASSERT_EQ(players.size(), 1u);
     EXPECT_STREQ(players[0], "main");

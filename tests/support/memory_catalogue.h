@@ -108,6 +108,7 @@ class MemoryCatalogue : public service::catalogue::Catalogue {
         errno = ENOENT;
         return -1;
     }
+    void rescan() override {}
     int32_t take_session_ids(int32_t count) override {
         return ids_run_out ? 0 : next_id_.fetch_add(count);
     }

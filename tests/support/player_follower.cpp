@@ -102,8 +102,8 @@ void Events::record_line(uint32_t code, int severity, const char *line, void *da
     EXPECT_EQ(code, 0x06C02710U);
     EXPECT_EQ(std::string(line).substr(0, 14), "vantro event: ");
     {
-        const MutexLock lock(test->guard);
-        test->lines.push_back(std::to_string(severity) + " " + (line + 14));
+        const MutexLock lock(test->guard_);
+        test->lines_.push_back(std::to_string(severity) + " " + (line + 14));
     }
     if (test->on_line) {
         std::exchange(test->on_line, nullptr)();

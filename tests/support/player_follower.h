@@ -57,8 +57,8 @@ class Events : public testing::Test {
     void TearDown() override;
 
     Lines take_lines() {
-        const MutexLock lock(guard);
-        return std::exchange(lines, {});
+        const MutexLock lock(guard_);
+        return std::exchange(lines_, {});
     }
     // What is published by this process.
     void start_publishing() { ASSERT_TRUE(publisher = object_publisher_open(player_directory)); }
@@ -76,8 +76,8 @@ class Events : public testing::Test {
   private:
     static void record_line(uint32_t code, int severity, const char *line, void *data);
 
-    Mutex guard;
-    Lines lines GUARDED_BY(guard);
+    Mutex guard_;
+    Lines lines_ GUARDED_BY(guard_);
 };
 
 // Sockets aside: the service closes those of a client that has gone in its own time. Events have

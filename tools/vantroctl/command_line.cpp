@@ -187,6 +187,7 @@ void CommandLine::add_lists() {
         return command.add_option("NODE", options_.node, "As listings print it")->type_name("");
     };
     app_.add_subcommand("sources", "List the media sources");
+    app_.add_subcommand("rescan", "Have the service look at all of its music again");
 
     CLI::App &browse =
         with_range(*app_.add_subcommand("browse", "List what is below a node, or at the top"));

@@ -1,11 +1,15 @@
 // Reading the music again.
-#include "bridges/mpd/ack.h"
 #include "bridges/mpd/commands/handlers.h"
+#include "bridges/mpd/partition.h"
+#include "bridges/mpd/service_call.h"
 
 namespace vantro::mpd {
 
-TaskPtr run_update(Context &, Arguments) {
-    throw Ack(AckCode::permission, "the service notices changes of the music by itself");
+// All of it, whatever was asked for: the service looks at nothing less.
+TaskPtr run_update(Context &context, Arguments) {
+    checked(context.partition.player().rescan());
+    context.reply.number("updating_db", 1);
+    return nullptr;
 }
 
 } // namespace vantro::mpd

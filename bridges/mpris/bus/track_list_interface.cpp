@@ -105,6 +105,7 @@ const sd_bus_vtable table[] = {
 
 std::vector<std::string> track_paths(const TrackWindow &window) {
     std::vector<std::string> paths;
+    paths.reserve(static_cast<size_t>(std::max(window.count, 0)));
     for (int32_t i = 0; i < window.count; ++i) {
         paths.push_back(path_of(TrackPlace{window.tsid, window.first + i}));
     }

@@ -88,6 +88,9 @@ class Player {
         return value(count < 0 ? -1 : 0, Names(names, count));
     }
 
+    /** Has the service look at all of its music again, in the background. */
+    Result<void> rescan() { return done(vantro_rescan(handle())); }
+
     /** Bounds every later wait for the service; below 0: no limit. */
     Result<void> set_timeout(Milliseconds limit) {
         return done(vantro_set_timeout(handle(), static_cast<int>(limit.count())));

@@ -114,6 +114,10 @@ class Player:
         finally:
             c.free(names)
 
+    def rescan(self) -> None:
+        """Has the service look at all of its music again, in the background."""
+        self._call(library.vantro_rescan)
+
     def set_timeout(self, seconds: float | None) -> None:
         """Bounds each later wait for the service; None: no limit."""
         limit = time_limit(seconds)

@@ -222,6 +222,7 @@ TEST(Exchange, ManyThreadsShareOneConnection) {
         const int connection = connect_to_test();
         std::atomic<int> wrong{0};
         std::vector<std::thread> clients;
+        clients.reserve(IPC_LANES_MAX + 16);
         for (int t = 0; t < IPC_LANES_MAX + 16; ++t) {
             clients.emplace_back([&, t] {
                 for (int i = 0; i < 25; ++i) {

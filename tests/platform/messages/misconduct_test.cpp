@@ -308,6 +308,7 @@ TEST(Misconduct, ThreadsShareWhatLanesTheServerGives) {
     const int connection = connect_to_test();
     std::atomic<int> failed{0};
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int t = 0; t < 8; ++t) {
         threads.emplace_back([&] {
             for (int i = 0; i < 200; ++i) {

@@ -230,6 +230,7 @@ TEST_F(Serving, RefusesWhatIsMalformed) {
           create(1, "", 0, 0),
           destroy(1),
           jump(0),
+          request(VANTRO_COMMAND_RESCAN),
           players,
           as(VANTRO_COMMAND_BROWSE_METADATA, browse(1, "node")),
           as(VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA, tracks(1))}) {

@@ -1,4 +1,5 @@
 // The files in which a player is kept: what was written comes back, and nothing else does.
+#include <numeric>
 #include <regex>
 
 #include <gtest/gtest.h>
@@ -65,6 +66,19 @@ TEST(PlayerFile, TheLeastAndTheMost) {
     engine.started(cue, 0);
     engine.reached(cue, 5'000'000); // the file is longer than the catalogue says
     EXPECT_TRUE(read_session(write_session({1, engine.saved()})));
+}
+
+TEST(PlayerFile, TheLongestSessionFits) {
+    KeptPlayer player;
+    const catalogue::QueuedSong longest = {INT64_MIN, INT32_MAX, INT32_MAX};
+    player.saved.session = std::make_shared<playback::TrackSession>(
+        INT32_MAX, 2, std::vector<catalogue::QueuedSong>(VANTRO_TRKSESSION_SONGS_MAX, longest));
+    player.saved.order.resize(VANTRO_TRKSESSION_SONGS_MAX);
+    std::iota(player.saved.order.rbegin(), player.saved.order.rend(), 0);
+    player.saved.modes = {VANTRO_STATE_PAUSED, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_ON};
+    const std::string text = write_session(player);
+    EXPECT_LE(text.size(), session_bytes_max);
+    EXPECT_TRUE(read_session(text));
 }
 
 TEST(PlayerFile, NothingElseDoes) {

@@ -26,10 +26,8 @@ struct PlainCommand {
 };
 
 constexpr PlainCommand plain_commands[] = {
-    {"pause", vantro_pause},
-    {"stop", vantro_stop},
-    {"next", vantro_next},
-    {"previous", vantro_previous},
+    {"pause", vantro_pause},       {"stop", vantro_stop},     {"next", vantro_next},
+    {"previous", vantro_previous}, {"rescan", vantro_rescan},
 };
 
 // The arguments were judged while the command line was read; this is for what slipped through.
@@ -69,7 +67,8 @@ CommandResult run_plain(Client &client, const std::string &verb) {
     }
     for (const PlainCommand &command : plain_commands) {
         if (command.verb == (toggles ? "pause" : verb)) {
-            client.carry_out_on_tracks(verb, command.function);
+            verb == "rescan" ? client.carry_out(verb, command.function)
+                             : client.carry_out_on_tracks(verb, command.function);
             return {.command = verb};
         }
     }
