@@ -92,7 +92,9 @@ void Engine::unload(uint64_t tsid) {
 Engine::Saved Engine::saved() {
     const MutexLock guard(mutex_);
     const auto now = catch_up();
-    return {modes_, volume_, session_, order_, place_, session_ ? position(now) : 0};
+    // A sound may be beyond the end that the catalogue states.
+    const int64_t where = session_ ? std::clamp<int64_t>(position(now), 0, duration()) : 0;
+    return {modes_, volume_, session_, order_, place_, where};
 }
 
 void Engine::restore(const Saved &saved, bool play) {

@@ -41,12 +41,16 @@ class SessionIds {
   public:
     explicit SessionIds(catalogue::Catalogue &catalogue) : catalogue_(catalogue) {}
     Result<uint64_t> take() EXCLUDES(mutex_);
+    // One that is there from an earlier run, and is not taken again even where the catalogue has
+    // lost count.
+    void keep(uint64_t id) EXCLUDES(mutex_);
 
   private:
     catalogue::Catalogue &catalogue_;
     Mutex mutex_;
     int32_t next_ GUARDED_BY(mutex_) = 0;
     int32_t left_ GUARDED_BY(mutex_) = 0;
+    std::vector<uint64_t> kept_ GUARDED_BY(mutex_); // one a player at most
 };
 
 // Who makes a session.

@@ -42,15 +42,24 @@ std::vector<catalogue::QueuedSong> with_added(const Engine::Snapshot &now,
 
 Result<uint64_t> SessionIds::take() {
     const MutexLock guard(mutex_);
-    if (left_ == 0) {
-        next_ = catalogue_.take_session_ids(ids_at_once);
-        if (next_ <= 0) {
-            return Error(Error::Origin::state, EIO, "no number of a track session can be had");
+    uint64_t id = 0;
+    do {
+        if (left_ == 0) {
+            next_ = catalogue_.take_session_ids(ids_at_once);
+            if (next_ <= 0) {
+                return Error(Error::Origin::state, EIO, "no number of a track session can be had");
+            }
+            left_ = ids_at_once;
         }
-        left_ = ids_at_once;
-    }
-    --left_;
-    return static_cast<uint64_t>(next_++);
+        --left_;
+        id = static_cast<uint64_t>(next_++);
+    } while (std::find(kept_.begin(), kept_.end(), id) != kept_.end());
+    return id;
+}
+
+void SessionIds::keep(uint64_t id) {
+    const MutexLock guard(mutex_);
+    kept_.push_back(id);
 }
 
 // The sessions as they are without one of them, and once there is room for one more; nothing where
@@ -207,6 +216,7 @@ std::optional<int> Player::make_current(const Engine::Snapshot &from, const Sess
 void Player::restore(const Engine::Saved &saved, bool play) {
     const MutexLock guard(mutex_);
     if (saved.session) {
+        ids_.keep(saved.session->tsid);
         sessions_.push_back({saved.session, {}, true});
     }
     engine_.restore(saved, play);

@@ -115,11 +115,12 @@ void Keeper::set_aside(const std::filesystem::path &file, const std::string &why
 
 void Keeper::start() {
     worker_.start();
+    keeps_ = true;
 }
 
 void Keeper::finish() {
     worker_.stop();
-    if (!std::exchange(finished_, true)) {
+    if (std::exchange(keeps_, false)) {
         keep_all();
     }
 }
@@ -177,8 +178,11 @@ std::optional<Error> Keeper::write(const std::filesystem::path &file, const std:
     std::error_code ignored; // the open tells
     const bool made = std::filesystem::create_directories(file.parent_path(), ignored);
     const std::string part = file.native() + ".part";
+    // What is left of the file goes: it may be what fills the disk.
     const auto failed = [&part](const char *what) {
-        return Error::failed(Error::Origin::state, errno, fmt::format("{} '{}'", what, part));
+        const int reason = errno;
+        ::unlink(part.c_str());
+        return Error::failed(Error::Origin::state, reason, fmt::format("{} '{}'", what, part));
     };
     const int descriptor =
         ::open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -189,12 +193,11 @@ std::optional<Error> Keeper::write(const std::filesystem::path &file, const std:
     const int reason = errno;
     good = ::close(descriptor) == 0 && good;
     if (!good) {
-        ::unlink(part.c_str()); // a disk that is full needs the room
         errno = reason;
         return failed("cannot write");
     }
     if (::rename(part.c_str(), file.c_str()) != 0 || !sync_folder(file.parent_path()) ||
-        (made && !sync_folder(directory_))) {
+        (made && !(sync_folder(directory_) && sync_folder(directory_.parent_path())))) {
         return failed("cannot replace the file by");
     }
     return std::nullopt;

@@ -1,6 +1,6 @@
 // Keeps the players in the state directory, so that they are back after a restart or a power cut.
 //
-// A change is written two seconds after it, with whatever changed meanwhile; while a player plays,
+// A change is written one second after it, with whatever changed meanwhile; while a player plays,
 // its position every ten seconds. A file is replaced as a whole and synced: a crash leaves the old
 // one or the new one. While nothing changes nothing is written, and the thread sleeps.
 #ifndef VANTRO_SERVICE_STATE_KEEPER_H
@@ -22,7 +22,7 @@
 
 namespace vantro::service::state {
 
-inline constexpr std::chrono::seconds write_after{2};
+inline constexpr std::chrono::seconds write_after{1};
 inline constexpr std::chrono::seconds position_every{10};
 
 class Keeper {
@@ -40,7 +40,8 @@ class Keeper {
     void start();
     // Something has changed. Any thread.
     void look() { worker_.look_within(write_after); }
-    // Writes what is not yet written, for the last time.
+    // Writes what is not yet written, for the last time. A start that failed leaves the files
+    // alone: what they say to have played is to play on once a start succeeds.
     void finish();
 
   private:
@@ -62,7 +63,7 @@ class Keeper {
     const Log log_;
     std::mt19937_64 editions_{std::random_device{}()};
     std::vector<Kept> kept_; // in the order of the players; of the worker once it runs
-    bool finished_ = false;
+    bool keeps_ = false;     // from start() to finish()
     playback::Worker worker_;
 };
 

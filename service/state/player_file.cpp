@@ -93,7 +93,8 @@ void read_head(Reader &reader, std::string_view title, KeptPlayer &player) {
     saved.position_us = reader.number<int64_t>(0, int64_t{1000} * INT32_MAX);
     reader.expect("\nmodes");
     saved.modes.state = reader.number<int32_t>(VANTRO_STATE_IDLE, VANTRO_STATE_STOPPED);
-    saved.modes.rate = reader.number<float>(std::numeric_limits<float>::min(), playback::rate_max);
+    saved.modes.rate =
+        reader.number<float>(std::numeric_limits<float>::denorm_min(), playback::rate_max);
     saved.modes.repeat = reader.number<int32_t>(VANTRO_REPEAT_OFF, VANTRO_REPEAT_ONE);
     saved.modes.shuffle = reader.number<int32_t>(VANTRO_SHUFFLE_OFF, VANTRO_SHUFFLE_ON);
     reader.expect("\nvolume");

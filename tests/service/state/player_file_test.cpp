@@ -71,6 +71,16 @@ TEST(PlayerFile, TheLongestSessionFits) {
     EXPECT_TRUE(read_session(text));
 }
 
+TEST(PlayerFile, TheLeastAndTheMost) {
+    playback::Engine engine([] { return std::chrono::nanoseconds(1); }, 7, true);
+    engine.load(a_player().saved.session, 0, false);
+    ASSERT_EQ(engine.set_rate(std::numeric_limits<float>::denorm_min()), 0);
+    const uint64_t cue = engine.wanted().now.number;
+    engine.started(cue, 0);
+    engine.reached(cue, 5'000'000); // the file is longer than the catalogue says
+    EXPECT_TRUE(read_session(write_session({1, engine.saved()})));
+}
+
 TEST(PlayerFile, NothingElseDoes) {
     const std::string session = write_session(a_player()), position = write_position(a_player());
     for (const std::string *text : {&session, &position}) {
@@ -86,36 +96,25 @@ TEST(PlayerFile, NothingElseDoes) {
         }
     }
     const struct {
-        const char *pattern, *by;
+        const char *pattern;
+        std::vector<const char *> by;
     } rows[] = {
-        {"session 1", "session 2"},
-        {"place 1", "place 3"},
-        {"place 1", "place -1"},
-        {"place 1 999999", "place 1 1000001"}, // beyond the song's end
-        {"modes 3", "modes 1"},
-        {"modes 3", "modes 5"},
-        {"1.5", "0"},
-        {"1.5", "nan"},
-        {"1.5", "16.5"},
-        {"1.5 1 1", "1.5 3 1"},
-        {"1.5 1 1", "1.5 1 0"},
-        {"volume 40", "volume 101"},
-        {"songs 3", "songs 4"},
-        {"songs 3", "songs 2"},
-        {"songs 3", "songs 99999999"},
-        {"songs 3 5", "songs 3 0"},
-        {"songs 3 5 2 3", "songs 3 5 2 2"},
-        {"songs 3 5 2", "songs 3 5 9"},
-        {" 1000 2\n", " 1000 3\n"},
-        {" 1000 2\n", " 1000 0\n"},
-        {" -3 1", " -3 0"},
-        {" -3", " x"},
-        {" -3 1 1000", " -3 1 -1"},
-        {"sum", "more\nsum"},
+        {"session 1", {"session 2"}},
+        {"place 1 999999", {"place 3 0", "place -1 0", "place 1 -1", "place 1 1000001"}},
+        {"modes 3", {"modes 1", "modes 5"}},
+        {"1.5 1 1", {"0 1 1", "nan 1 1", "16.5 1 1", "1.5 3 1", "1.5 1 0"}},
+        {"volume 40", {"volume 101", "volume -1"}},
+        {"songs 3 5 2", {"songs 4 5 2", "songs 2 5 2", "songs 99999999 5 2", "songs 3 0 2"}},
+        {"5 2 3\n", {"5 2 2\n", "5 9 3\n"}},
+        {" 1000 2\n", {" 1000 3\n", " 1000 0\n"}},
+        {" -3 1 1000", {" -3 0 1000", " x 1 1000", " -3 1 -1"}},
+        {"sum", {"more\nsum"}},
     };
     ASSERT_TRUE(read_session(changed(session, "place 1", "place 1")));
-    for (const auto &row : rows) {
-        EXPECT_FALSE(read_session(changed(session, row.pattern, row.by))) << row.by;
+    for (const auto &[pattern, all] : rows) {
+        for (const char *by : all) {
+            EXPECT_FALSE(read_session(changed(session, pattern, by))) << by;
+        }
     }
     EXPECT_FALSE(read_session(changed(write_session({}), "place 0", "place 1")));
 }

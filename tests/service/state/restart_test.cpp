@@ -82,16 +82,14 @@ TEST_F(Restart, PlayersAreWhatTheyWere) {
     run();
     main = open("main");
     den = open("den");
-    for (int i = 0; i < 12; ++i) {
-        if (i == 0) {
-            EXPECT_EQ(main.position().or_throw().count(), 12'345);
-            EXPECT_EQ(main.volume()->level, 33);
-            EXPECT_EQ(main.state()->rate, 1.25f);
-            EXPECT_EQ(main.state()->state, VANTRO_STATE_PAUSED);
-            EXPECT_EQ(main.session()->length, 12);
-        }
+    EXPECT_EQ(main.position().or_throw().count(), 12'345);
+    EXPECT_EQ(main.volume()->level, 33);
+    EXPECT_EQ(main.state()->rate, 1.25f);
+    EXPECT_EQ(main.state()->state, VANTRO_STATE_PAUSED);
+    EXPECT_EQ(main.session()->length, 12);
+    for (const int32_t index : order) {
         ASSERT_TRUE(main.next());
-        EXPECT_EQ(main.track().or_throw()->index, order[static_cast<size_t>(i)]);
+        EXPECT_EQ(main.track().or_throw()->index, index);
     }
     EXPECT_EQ(den.state()->state, VANTRO_STATE_PAUSED);
     ASSERT_TRUE(den.play());
@@ -100,22 +98,39 @@ TEST_F(Restart, PlayersAreWhatTheyWere) {
     EXPECT_EQ(open("den").state()->state, VANTRO_STATE_PLAYING);
     EXPECT_EQ(open("main").state()->state, VANTRO_STATE_PAUSED);
     EXPECT_EQ(open("den").track().or_throw()->index, 2);
+    end(SIGTERM);
+    std::filesystem::remove(path_ + "/state/vantro/session-numbers");
+    run();
+    main = open("main");
+    const uint64_t there = main.session()->tsid;
+    EXPECT_NE(main.create_session(1, "songs", 0).or_throw(), there);
 }
 
+// The first turn waits until the change has been written by itself; the others kill the service
+// while it writes at its end.
 TEST_F(Restart, WhateverTheMomentItIsTheOldOrTheNew) {
     std::minstd_rand random(std::random_device{}());
-    for (int turn = 0; turn < 3; ++turn) {
+    for (int turn = 0; turn < 10; ++turn) {
         SCOPED_TRACE(turn);
         Player main = open("main");
         const std::string old = all_of(main);
         ASSERT_TRUE(
             main.create_session(0, turn % 2 ? "1:songs\n1:songs" : "1:songs", turn % songs));
         const std::string fresh = all_of(main);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1900 + random() % 250));
+        for (int i = 0; turn == 0 && i < 400 && !std::filesystem::exists(file("session")); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        if (turn != 0) {
+            std::filesystem::remove(file("session.part")); // the last kill may have left it
+            service->kill(SIGTERM);
+            while (!std::filesystem::exists(file("session.part")) && !service->ended()) {
+            }
+            std::this_thread::sleep_for(std::chrono::microseconds(1 << random() % 15));
+        }
         end(SIGKILL);
         run();
         const std::string after = all_of(main = open("main"));
-        EXPECT_TRUE(after == old || after == fresh);
+        EXPECT_TRUE(after == fresh || (turn != 0 && after == old));
         EXPECT_FALSE(std::filesystem::exists(file("session.broken")));
     }
 }
@@ -123,6 +138,12 @@ TEST_F(Restart, WhateverTheMomentItIsTheOldOrTheNew) {
 TEST_F(Restart, BrokenFilesCostNoStart) {
     Player main = open("main");
     ASSERT_TRUE(main.create_session(1, "songs", 4));
+    end(SIGTERM);
+    test::write_file(file("position"), "garbage"); // then what came with the session counts
+    run();
+    main = open("main");
+    EXPECT_EQ(main.track().or_throw()->index, 4);
+    EXPECT_TRUE(std::filesystem::exists(file("position.broken")));
     end(SIGTERM);
     std::filesystem::resize_file(file("session"), 100);
     run();
@@ -133,13 +154,18 @@ TEST_F(Restart, BrokenFilesCostNoStart) {
     std::filesystem::remove_all(path_ + "/state/vantro/players");
     test::write_file(path_ + "/state/vantro/players", "in the way");
     ASSERT_TRUE(main.create_session(1, "songs", 4));
-    std::string line;
-    do {
-        ASSERT_TRUE(service->readable(20'000));
-        line = service->line();
-    } while (line.find("player \"main\" cannot be kept for a restart") == std::string::npos);
+    const auto says = [this](const char *words) {
+        bool found = false;
+        while (!found && service->readable(20'000)) {
+            found = service->line().find(words) != std::string::npos;
+        }
+        return found;
+    };
+    EXPECT_TRUE(says("player \"main\" cannot be kept for a restart"));
+    std::filesystem::remove(path_ + "/state/vantro/players");
     ASSERT_TRUE(main.next());
-    end(SIGTERM);
+    EXPECT_TRUE(says("player \"main\" is kept for a restart again"));
+    EXPECT_TRUE(std::filesystem::exists(file("session")));
 }
 
 } // namespace
