@@ -20,11 +20,15 @@ struct KeptPlayer {
     playback::Engine::Saved saved;
 };
 
-// The longest session has this many bytes at most: of a song four numbers, and the blanks.
-inline constexpr size_t song_bytes_max = 20 + 3 * 11 + 5;
-inline constexpr size_t session_bytes_max =
-    size_t{VANTRO_TRKSESSION_SONGS_MAX} * song_bytes_max + 1024;
 inline constexpr size_t position_bytes_max = 1024;
+
+// The longest session has VANTRO_TRKSESSION_SONGS_MAX lines, each at most so long: an id, a source,
+// a duration and a place in the order of play.
+inline constexpr size_t song_bytes_max =
+    sizeof " -9223372036854775808 2147483647 2147483647 999999";
+static_assert(VANTRO_TRKSESSION_SONGS_MAX <= 1'000'000);
+inline constexpr size_t session_bytes_max =
+    position_bytes_max + song_bytes_max * VANTRO_TRKSESSION_SONGS_MAX;
 
 std::string write_session(const KeptPlayer &player);
 std::string write_position(const KeptPlayer &player);

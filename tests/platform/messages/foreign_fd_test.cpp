@@ -4,6 +4,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -95,6 +98,12 @@ const struct {
      }},
 };
 
+bool sleeps(pid_t thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    const std::string line{std::istreambuf_iterator<char>(file), {}};
+    return line.find(") S ") != std::string::npos;
+}
+
 TEST(ForeignDescriptor, ThatIsSlowToCloseHoldsUpNobody) {
     for (const bool lent : {false, true}) {
         const RuntimeDirectory runtime;
@@ -109,7 +118,14 @@ TEST(ForeignDescriptor, ThatIsSlowToCloseHoldsUpNobody) {
                 echo(message);
             });
             if (lent) {
-                lent_thread = std::thread(ipc_lend_closing_thread, server.channel);
+                std::atomic<pid_t> id{0};
+                lent_thread = std::thread([&id, channel = server.channel] {
+                    id = gettid();
+                    ipc_lend_closing_thread(channel);
+                });
+                while (id == 0 || !sleeps(id)) { // it lends itself by then
+                    std::this_thread::yield();
+                }
             }
             const int good = connect_to_test();
             for (const auto &way : unwelcome) {
