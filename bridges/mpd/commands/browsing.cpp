@@ -35,7 +35,7 @@ class ListDirectory : public Task {
   public:
     ListDirectory(Form form, Depth depth) : form_(form), depth_(depth) {}
 
-    void enter(NodeKey key, std::string uri) {
+    void enter(const NodeKey &key, std::string uri) {
         if (open_.size() < depth_max) {
             open_.push_back({NodeWalk::below(key, false), key.source, std::move(uri)});
         }

@@ -167,7 +167,7 @@ bool Posts::hand_over(uint64_t end_data) {
     return true;
 }
 
-bool Posts::add(int epoll, int fd, const Watched &watched) const {
+bool Posts::add(int epoll, int fd, const WatchedSocket &watched) const {
     struct epoll_event event = {};
     event.events = watched.events;
     if (hands_over_ && fd != end_.get()) {
@@ -177,7 +177,7 @@ bool Posts::add(int epoll, int fd, const Watched &watched) const {
     return ::epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &event) == 0;
 }
 
-bool Posts::watch(int fd, const Watched &watched) {
+bool Posts::watch(int fd, const WatchedSocket &watched) {
     if (!hands_over_) {
         return add(shared_.get(), fd, watched);
     }
@@ -202,9 +202,9 @@ bool Posts::watch(int fd, const Watched &watched) {
     return good;
 }
 
-bool Posts::watch_again(int fd, const Watched &watched) {
+bool Posts::watch_again(int fd, const WatchedSocket &watched) {
     if (hands_over_) {
-        const Watched copy = watched; // it may be the one that goes
+        const WatchedSocket copy = watched; // it may be the one that goes
         unwatch(fd);
         return watch(fd, copy);
     }

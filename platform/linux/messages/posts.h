@@ -37,7 +37,7 @@ namespace vantro::platform {
 extern Mutex server_lock;
 
 // What is watched.
-struct Watched {
+struct WatchedSocket {
     uint32_t events = 0; // EPOLL*
     uint64_t data = 0;   // what an event of it gives
     int home = -1;       // the processor whose thread is to be woken first; -1: none
@@ -54,9 +54,9 @@ class Posts {
     bool hands_over() const { return hands_over_; }
 
     // Each returns false with errno; the descriptor is then not watched.
-    bool watch(int fd, const Watched &watched) REQUIRES(server_lock);
+    bool watch(int fd, const WatchedSocket &watched) REQUIRES(server_lock);
     // Also tells again what is so now.
-    bool watch_again(int fd, const Watched &watched) REQUIRES(server_lock);
+    bool watch_again(int fd, const WatchedSocket &watched) REQUIRES(server_lock);
     void unwatch(int fd) REQUIRES(server_lock);
 
     // Where the channel hands over: gives a descriptor that is watched this home, whose post then
@@ -88,18 +88,18 @@ class Posts {
         int processor;
     };
 
-    bool add(int epoll, int fd, const Watched &watched) const;
+    bool add(int epoll, int fd, const WatchedSocket &watched) const;
     int take_processor(int processor) REQUIRES(server_lock);
 
     UniqueFd shared_; // the floating post's set; made once
     UniqueFd end_;    // readable once the channel has ended; not watched exclusively
-    Watched end_watched_;
+    WatchedSocket end_watched_;
     std::atomic<bool> hands_over_ = false; // set before any thread waits
     std::atomic<int> floating_ = 0;        // threads; counted where the channel hands over
     uint32_t generation_ GUARDED_BY(server_lock) = 1;
     std::vector<Post> posts_ GUARDED_BY(server_lock); // one a processor
     // By descriptor. Filled where the channel hands over.
-    std::unordered_map<int, Watched> watched_ GUARDED_BY(server_lock);
+    std::unordered_map<int, WatchedSocket> watched_ GUARDED_BY(server_lock);
 };
 
 struct Channel;

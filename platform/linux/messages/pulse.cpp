@@ -122,7 +122,7 @@ static int add_pulse_end(Channel &channel, PulseEnd end) REQUIRES(server_lock) {
             retire_pulse_end(channel, i);
         }
     }
-    const Watched watched = {socket_events, Source{Source::sent_pulse, 0, 0, end.id}.pack()};
+    const WatchedSocket watched = {socket_events, Source{Source::sent_pulse, 0, 0, end.id}.pack()};
     const int socket = end.socket->get();
     channel.pulse_ends.push_back(std::move(end));
     if (!channel.posts.watch(socket, watched)) {

@@ -152,7 +152,7 @@ void Server::tell_again(const Source &source) {
     if (!client || !client->is_connected()) {
         return;
     }
-    Watched watched = {0, source.pack()};
+    WatchedSocket watched = {0, source.pack()};
     int socket = -1;
     if (source.kind == Source::client_lane && source.lane < client->lanes.size()) {
         const Lane &lane = client->lanes[source.lane];

@@ -195,7 +195,7 @@ struct Source {
 inline constexpr uint32_t lane_events = EPOLLIN | EPOLLRDHUP | EPOLLET;
 inline constexpr uint32_t outlet_events = EPOLLET; // that its client closed it is always told
 inline constexpr uint32_t socket_events = EPOLLIN | EPOLLRDHUP;
-inline const Watched wake_watched = {EPOLLIN, Source{Source::system_pulse}.pack()};
+inline const WatchedSocket wake_watched = {EPOLLIN, Source{Source::system_pulse}.pack()};
 
 struct Server {
     std::unordered_map<int, std::shared_ptr<Channel>> channels GUARDED_BY(server_lock);

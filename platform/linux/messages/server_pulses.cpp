@@ -26,7 +26,8 @@ bool watch_outlet(const Client &client, const PulseOutlet &outlet, bool is_new, 
     const Source source = {Source::client_outlet, static_cast<uint16_t>(client.serial),
                            static_cast<uint8_t>(&outlet - client.outlets.data()),
                            outlet.incarnation};
-    const Watched watched = {for_room ? outlet_events | EPOLLOUT : outlet_events, source.pack()};
+    const WatchedSocket watched = {for_room ? outlet_events | EPOLLOUT : outlet_events,
+                                   source.pack()};
     Posts &posts = client.channel->posts;
     return is_new ? posts.watch(outlet.socket.get(), watched)
                   : posts.watch_again(outlet.socket.get(), watched);
