@@ -36,7 +36,7 @@ SongPtr SongCache::find(const NodeKey &key) {
     if (found == older_.by_node.end()) {
         return nullptr;
     }
-    const SongPtr song = found->second;
+    SongPtr song = found->second;
     add(song);
     return song;
 }
