@@ -114,7 +114,7 @@ class Vantrod : public test::RuntimeDirectory {
     }
     // Waits until the lists are the music.
     void expect_music(const std::string &what) {
-        const auto given_up = Clock::now() + seconds(20);
+        const auto given_up = Clock::now() + seconds(60);
         std::optional<Names> names;
         while ((names = listed()) != music && Clock::now() < given_up) {
         }
