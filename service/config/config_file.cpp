@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -138,8 +139,13 @@ std::vector<CLI::ConfigItem> ConfigFile::from_config(std::istream &input) const 
             if (is_flag(**option) && each.values[0] != "true" && each.values[0] != "false") {
                 fail(each.line, each.key + ": it is true or false");
             }
-            if ((*option)->count() > 0 || each.values.empty()) {
-                continue; // the command line wins; an empty list says nothing
+            const std::set<CLI::Option *> excluded = (*option)->get_excludes();
+            const bool is_overruled =
+                (*option)->count() > 0 ||
+                std::any_of(excluded.begin(), excluded.end(),
+                            [](const CLI::Option *other) { return other->count() > 0; });
+            if (is_overruled || each.values.empty()) {
+                continue; // by the command line; an empty list says nothing
             }
             lines_[each.key] = each.line;
             found.emplace_back();

@@ -93,6 +93,7 @@ TEST_F(Config, TheCommandLineWinsAndAllOfItComesBack) {
     EXPECT_EQ(setting("player", {"--config", file_, "--player", "x"}),
               "player = [\"x\"]  # command line");
     EXPECT_EQ(setting("gid", {"--config", file_}), "#gid  # default");
+    EXPECT_EQ(setting("perms", {"--config", file_, "--require", "net"}), "#perms  # default");
     EXPECT_NE(run({"--config", file_, "--check-config", "--music", "/nowhere"}, 1).find("/nowhere"),
               std::string::npos);
 

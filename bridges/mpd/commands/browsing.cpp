@@ -70,14 +70,14 @@ class ListDirectory : public Task {
         }
         auto [key, uri] = std::move(later_.back());
         later_.pop_back();
-        tell_directory(context, std::move(key), std::move(uri));
+        tell_directory(context, key, std::move(uri));
         return true;
     }
 
-    void tell_directory(Context &context, NodeKey key, std::string uri) {
+    void tell_directory(Context &context, const NodeKey &key, std::string uri) {
         context.reply.pair("directory", uri);
         if (depth_ == Depth::all) {
-            enter(std::move(key), std::move(uri));
+            enter(key, std::move(uri));
         }
     }
 
@@ -89,9 +89,9 @@ class ListDirectory : public Task {
             open_.pop_back();
             return;
         }
-        NodeKey key{now.source, std::string(text(node->id))};
+        const NodeKey key{now.source, std::string(text(node->id))};
         if (node->type == VANTRO_NODE_FOLDER) {
-            tell_directory(context, std::move(key), now.uri + '/' + std::string(text(node->name)));
+            tell_directory(context, key, now.uri + '/' + std::string(text(node->name)));
         } else if (node->type == VANTRO_NODE_SONG) {
             tell_song(context, context.catalogue.song(player, key), form_);
         }
@@ -116,7 +116,7 @@ TaskPtr list(Context &context, Arguments arguments, Form form, Depth depth) {
         if (depth == Depth::all) {
             context.reply.pair("directory", place.uri);
         }
-        task->enter(std::move(place.key), std::move(place.uri));
+        task->enter(place.key, std::move(place.uri));
         return task;
     }
     if (depth == Depth::one) {

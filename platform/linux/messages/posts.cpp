@@ -60,10 +60,9 @@ class Stand {
 thread_local Stand stand;
 
 int Stand::epoll_for(Channel &channel) {
-    if (channel_ != channel.number) {
-        leave();
-        take(channel);
-    } else if (processor_ >= 0 && (channel.posts.needs_floating() || !stay())) {
+    const bool is_good = channel_ == channel.number &&
+                         (processor_ < 0 || (!channel.posts.needs_floating() && stay()));
+    if (!is_good) {
         leave();
         take(channel);
     }

@@ -256,9 +256,9 @@ TEST_F(Bridge, NobodysMisconductReachesOthers) {
 
     halves.send("tus\n");
     EXPECT_NE(halves.answer().find("state: stop\n"), std::string::npos);
-    std::vector<std::unique_ptr<RawClient>> many;
-    for (int i = 0; i < 8; ++i) {
-        many.push_back(std::make_unique<RawClient>(port_));
+    std::vector<std::unique_ptr<RawClient>> many(8);
+    for (auto &each : many) {
+        each = std::make_unique<RawClient>(port_);
     }
     EXPECT_EQ(many.back()->greeting, ""); // one too many
     EXPECT_EQ(other.ask("ping"), "OK\n");
