@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iostream>
+#include <sstream>
 
 #include <fmt/format.h>
 
@@ -11,6 +13,7 @@
 #include "tools/vantroctl/output/standard_output.h"
 #include "tools/vantroctl/service/catalogue_queries.h"
 #include "tools/vantroctl/service/client.h"
+#include "tools/vantroctl/text/node_ref.h"
 
 namespace vantro::ctl {
 namespace {
@@ -34,7 +37,16 @@ std::vector<Place> places_of(Client &client, const ListOptions &options,
     std::vector<Place> places;
     places.reserve(nodes.size());
     for (const std::string &node : nodes) {
-        places.push_back(place_of(client, options, node));
+        if (node != "-") {
+            places.push_back(place_of(client, options, node));
+            continue;
+        }
+        for (const std::string &named : nodes_in(std::cin)) {
+            places.push_back(place_of(client, options, named));
+        }
+    }
+    if (places.empty()) {
+        throw Failure(Outcome::not_found, "standard input names no node");
     }
     return places;
 }
@@ -143,6 +155,25 @@ std::optional<TrackRange> parse_track_range(std::string_view text) {
     const bool good =
         error == std::errc() && at == end && range.first >= 1 && range.last >= range.first;
     return good ? std::optional(range) : std::nullopt;
+}
+
+std::vector<std::string> nodes_in(std::istream &lines) {
+    std::vector<std::string> nodes;
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream columns(line);
+        std::string node;
+        for (std::string column; std::getline(columns, column, '\t');) {
+            node = node.empty() ? column : node;
+            if (parse_ref(column).source) {
+                node = column;
+                break;
+            }
+        }
+        if (!node.empty()) {
+            nodes.push_back(node);
+        }
+    }
+    return nodes;
 }
 
 CommandResult run_load(Client &client, const ListOptions &options,

@@ -3,6 +3,7 @@
 #define VANTRO_TOOLS_VANTROCTL_VERBS_QUEUE_H
 
 #include <cstdint>
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,7 +25,12 @@ struct TrackRange {
 // "3" or "3-7", or nothing.
 std::optional<TrackRange> parse_track_range(std::string_view text);
 
-// Nodes here and below are written as parse_ref() reads them.
+// The nodes that lines name, as listings print them: the first column of each that is a node, or
+// the first of all.
+std::vector<std::string> nodes_in(std::istream &lines);
+
+// Nodes here and below are written as parse_ref() reads them; "-" stands for those that standard
+// input names.
 // @param number of the song to begin with, from 1.
 CommandResult run_load(Client &client, const ListOptions &options,
                        const std::vector<std::string> &nodes, int32_t number, bool play);

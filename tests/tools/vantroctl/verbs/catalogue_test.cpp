@@ -155,6 +155,33 @@ TEST_F(Catalogue, TracksAreAddedMovedAndTakenAway) {
     }
 }
 
+TEST_F(Catalogue, NodesComeFromAListing) {
+    start_vantrod({"--music", music_});
+    const auto load = [&](const std::string &lines) {
+        test::write_file(path_ + "/lines", lines);
+        test::Process tool({VANTROCTL, "load", "-"}, [&] {
+            dup2(open((path_ + "/lines").c_str(), O_RDONLY), STDIN_FILENO);
+        });
+        said_ = tool.rest();
+        return tool.wait();
+    };
+    ASSERT_EQ(run({"browse", "1:songs"}), 0);
+    const std::string songs = said_;
+    ASSERT_EQ(load(songs + "\n" + songs), 0) << said_;
+    ASSERT_EQ(run({"tracks"}), 0);
+    const std::string tracks = said_;
+    EXPECT_EQ(std::count(tracks.begin(), tracks.end(), '\n'),
+              2 * std::count(songs.begin(), songs.end(), '\n'));
+    ASSERT_EQ(load(tracks), 0) << said_; // the node is not the first column there
+    ASSERT_EQ(run({"tracks"}), 0);
+    EXPECT_EQ(said_, tracks);
+    EXPECT_EQ(load("\n\n"), 6);
+    EXPECT_EQ(said_, "vantroctl: standard input names no node\n");
+    EXPECT_EQ(load("1:nothing\n"), 6);
+    ASSERT_EQ(run({"tracks"}), 0);
+    EXPECT_EQ(said_, tracks) << "what was there stays";
+}
+
 TEST_F(Catalogue, SaysWhatDoesNotExist) {
     start_vantrod({"--music", music_, "--music", path_ + "/more"});
     const struct {
