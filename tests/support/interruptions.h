@@ -12,7 +12,8 @@
 #include <unistd.h>
 
 #ifndef sigev_notify_thread_id
-#define sigev_notify_thread_id _sigev_un._tid
+// The C library's name, where it has it.
+#define sigev_notify_thread_id _sigev_un._tid // NOLINT(readability-identifier-naming)
 #endif
 
 namespace vantro::test {

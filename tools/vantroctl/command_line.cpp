@@ -229,7 +229,10 @@ void CommandLine::add_lists() {
 
 void CommandLine::add_queue() {
     const auto add_nodes = [this](CLI::App &command) {
-        command.add_option("NODE", options_.nodes, "As listings print it, or - for those on standard input; several may follow")
+        command
+            .add_option(
+                "NODE", options_.nodes,
+                "As listings print it, or - for those on standard input; several may follow")
             ->type_name("")
             ->required();
     };

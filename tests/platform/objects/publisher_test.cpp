@@ -268,9 +268,9 @@ TEST(Publisher, FiftyReadersAtTheirOwnSpeedEndWithTheSameObjects) {
 TEST(Publisher, ComesAndGoesWhileOthersDo) {
     const RuntimeDirectory runtime;
     std::atomic<int> published{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
+    std::vector<std::thread> threads(4);
+    for (std::thread &thread : threads) {
+        thread = std::thread([&] {
             while (published < 400) {
                 const Publisher publisher = publish_in();
                 if (publisher) {

@@ -178,6 +178,7 @@ class Collection : public test::RuntimeDirectory {
     }
     std::vector<std::string> names(const std::vector<Node> &nodes) const {
         std::vector<std::string> all;
+        all.reserve(nodes.size());
         for (const Node &node : nodes) {
             all.push_back(node.name);
         }
@@ -203,6 +204,7 @@ class Collection : public test::RuntimeDirectory {
         std::vector<QueuedSong> songs;
         EXPECT_EQ(store_->songs(source_, node, songs), 0) << node;
         std::vector<SongId> ids;
+        ids.reserve(songs.size());
         for (const QueuedSong &song : songs) {
             ids.push_back(song.id);
         }

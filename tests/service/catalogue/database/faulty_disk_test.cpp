@@ -24,20 +24,20 @@ class FaultyReads {
     }
     ~FaultyReads() { vfs()->xSetSystemCall(vfs(), "pread64", nullptr); }
 
-    static void fail(int which) { left_ = which; }
-    static bool failed() { return left_ <= 0; }
+    static void fail(int which) { reads_left = which; }
+    static bool failed() { return reads_left <= 0; }
 
   private:
     static sqlite3_vfs *vfs() { return sqlite3_vfs_find("unix-excl"); }
     static ssize_t read(int file, void *bytes, size_t size, off_t offset) {
-        if (left_ > 0 && --left_ == 0) {
+        if (reads_left > 0 && --reads_left == 0) {
             errno = EIO;
             return -1;
         }
         return pread(file, bytes, size, offset);
     }
 
-    static inline std::atomic<int> left_ = 0;
+    static inline std::atomic<int> reads_left = 0;
 };
 
 class OnAFaultyDisk : public Collection {};

@@ -159,9 +159,8 @@ TEST_F(Catalogue, NodesComeFromAListing) {
     start_vantrod({"--music", music_});
     const auto load = [&](const std::string &lines) {
         test::write_file(path_ + "/lines", lines);
-        test::Process tool({VANTROCTL, "load", "-"}, [&] {
-            dup2(open((path_ + "/lines").c_str(), O_RDONLY), STDIN_FILENO);
-        });
+        test::Process tool({VANTROCTL, "load", "-"},
+                           [&] { dup2(open((path_ + "/lines").c_str(), O_RDONLY), STDIN_FILENO); });
         said_ = tool.rest();
         return tool.wait();
     };
