@@ -144,10 +144,7 @@ TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
         int error;
     } rows[] = {
         {"connects", [] { return vantro_connect() ? 0 : errno; }, ENOENT},
-        {"opens",
-         [] {
-             return told_to_all(MSG_KIND_OPEN, {"vantro.sys", 11});
-         },
+        {"opens", [] { return told_to_all(MSG_KIND_OPEN, std::string("vantro.sys") + '\0'); },
          EACCES},
         {"asks with another's ids", [] { return told_to_all(MSG_KIND_PUTGET, "x"); }, ENOENT},
         {"fetches another's answers", [] { return told_to_all(MSG_KIND_GET, ""); }, ENOENT},

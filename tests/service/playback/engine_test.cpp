@@ -18,6 +18,7 @@ namespace {
 
 SessionPtr session_of(const std::vector<int32_t> &durations_ms, uint64_t tsid = 1) {
     std::vector<catalogue::QueuedSong> songs;
+    songs.reserve(durations_ms.size());
     for (const int32_t duration : durations_ms) {
         songs.push_back({static_cast<catalogue::SongId>(songs.size()), 1, duration});
     }

@@ -252,8 +252,9 @@ TEST_F(Serving, RefusesWhatIsMalformed) {
         const std::string text = bytes(length) + "main";
         EXPECT_EQ(client.result(request(VANTRO_COMMAND_OPEN, text)), EINVAL);
         EXPECT_EQ(client.result(request(VANTRO_COMMAND_BROWSE, bytes(1, 0, 0) + text)), EINVAL);
-        EXPECT_EQ(client.result(request(VANTRO_COMMAND_SEARCH, bytes(1, 0, 0) + text + text)),
-                  EINVAL);
+        std::string twice = bytes(1, 0, 0);
+        twice.append(text).append(text);
+        EXPECT_EQ(client.result(request(VANTRO_COMMAND_SEARCH, twice)), EINVAL);
         EXPECT_EQ(client.result(request(VANTRO_COMMAND_GET_EXTENDED_METADATA,
                                         bytes(1) + name("node") + bytes(length) + name("key"))),
                   EINVAL);
@@ -274,9 +275,9 @@ TEST_F(Serving, ServesManyThreadsAndClientsThatGo) {
     const Client shared;
     ASSERT_EQ(shared.result(open_main), 0);
     ASSERT_EQ(shared.result(play), 0);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 6; ++i) {
-        threads.emplace_back([&shared, i] {
+    std::vector<std::thread> threads(6);
+    for (size_t i = 0; i < threads.size(); ++i) {
+        threads[i] = std::thread([&shared, i] {
             for (int round = 0; round < 50; ++round) {
                 const Client own;
                 EXPECT_EQ(own.result(i % 2 ? open_main : open_kitchen), 0);

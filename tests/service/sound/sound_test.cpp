@@ -256,7 +256,7 @@ TEST_F(Sound, IsAsLoudAsItWasSet) {
     const Samples loud = tone(300, 1);
     ASSERT_EQ(soft.size(), loud.size());
     for (size_t i = 0; i < loud.size(); ++i) { // half the level is an eighth, as mpv has it
-        ASSERT_NEAR(soft[i], loud[i] / 8, 2) << i;
+        ASSERT_NEAR(soft[i], loud[i] / 8.0, 2) << i;
     }
 }
 

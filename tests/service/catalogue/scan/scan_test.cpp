@@ -431,9 +431,9 @@ TEST_F(Scanned, AnswersWhileItScans) {
     }
     open(false);
     std::atomic<bool> end = false;
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 3; ++i) {
-        readers.emplace_back([&] {
+    std::vector<std::thread> readers(3);
+    for (std::thread &reader : readers) {
+        reader = std::thread([&] {
             while (!end) {
                 const std::vector<Node> songs = browse("songs");
                 const std::vector<Node> root = browse("");
