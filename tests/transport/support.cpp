@@ -26,6 +26,7 @@ int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) {
     switch (header.code) {
     case SPLIT: {
         std::vector<iovec> parts;
+        parts.reserve(static_cast<size_t>(length));
         for (int32_t i = 0; i < length; i++) {
             parts.push_back({payload + i, 1});
         }

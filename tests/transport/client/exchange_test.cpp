@@ -139,6 +139,7 @@ TEST_P(Exchange, SignalEndsTheWaitForALane) {
     server.start(IPC_LANES_MAX - 1);
     const Client client("s");
     std::vector<std::thread> threads;
+    threads.reserve(IPC_LANES_MAX);
     for (int i = 0; i < IPC_LANES_MAX; i++) {
         threads.emplace_back([&] { EXPECT_EQ(client.ask(BLOCK), MSG_STATUS_QUEUED); });
     }

@@ -173,6 +173,7 @@ TEST_P(Interrupted, EveryAnswerIsItsOwnRequests) {
     }
     const InterruptionsLeft left(interruptions_wanted / 2); // in each mode
     std::vector<std::thread> threads;
+    threads.reserve(all.size());
     for (Caller &caller : all) {
         threads.emplace_back([&] { caller.run(left); });
     }

@@ -43,6 +43,7 @@ TEST_P(Lifecycle, AnOrdinaryCloseIsToldOnce) {
     constexpr int clients = 4, rounds = 1000;
     server.start(8 - 3);
     std::vector<std::thread> threads;
+    threads.reserve(clients);
     for (int i = 0; i < clients; i++) {
         threads.emplace_back([] {
             for (int round = 0; round < rounds; round++) {
@@ -108,6 +109,7 @@ TEST_P(Lifecycle, ServerOutOfDescriptorsAndKilledWhileSixteenThreadsWait) {
 
     std::atomic<int> reset = 0;
     std::vector<std::thread> threads;
+    threads.reserve(16);
     for (int i = 0; i < 16; i++) {
         threads.emplace_back([&] { reset += client.ask(BLOCK) == ECONNRESET; });
     }

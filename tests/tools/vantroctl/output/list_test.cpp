@@ -62,6 +62,7 @@ const std::vector<Node> nodes = {
 
 std::vector<Table::Row> rows_of(const std::vector<Node> &list, std::optional<int> width) {
     std::vector<Table::Row> rows;
+    rows.reserve(list.size());
     for (const Node &node : list) {
         rows.push_back(node_row(node, width));
     }
