@@ -63,6 +63,8 @@ class Error final : public std::exception {
     // read, so that is tried again, and the catalogue remembers nothing of it.
     bool is_passing() const { return is_want() || kind() == Kind::read; }
     bool is_damage() const { return kind() == Kind::damage; }
+    // Of the catalogue's file, which is then checked. That of music or a cover is not its.
+    bool is_damage_of_catalogue() const { return origin_ == Origin::catalogue && is_damage(); }
 
   private:
     Origin origin_;

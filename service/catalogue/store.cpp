@@ -221,7 +221,7 @@ std::optional<Error> SqliteCatalogue::attempt(const Read &read) {
         pool_.read(read);
         return std::nullopt;
     } catch (const Error &error) {
-        if (error.is_damage()) {
+        if (error.is_damage_of_catalogue()) {
             scanning_.found_damage(rebuilds);
         }
         if (!said_broken_.exchange(true)) {

@@ -112,7 +112,8 @@ class Vantrod : public test::RuntimeDirectory {
         vantro_free_media_nodes(nodes, count);
         return names;
     }
-    // Waits until the lists are the music.
+    // Waits until the lists are the music. A file that is believed damaged is checked no sooner
+    // than a minute after the check before it.
     void expect_music(const std::string &what) {
         const auto given_up = Clock::now() + seconds(60);
         std::optional<Names> names;

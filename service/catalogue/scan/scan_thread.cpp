@@ -207,7 +207,7 @@ bool ScanThread::guarded(const std::function<void()> &work, MusicDirectory *sour
         return true;
     } catch (const std::exception &thrown) {
         const Error error = error_of(thrown);
-        damaged_ = damaged_ || error.is_damage();
+        damaged_ = damaged_ || error.is_damage_of_catalogue();
         failure = log_text(error);
     }
     failing_ = true;
