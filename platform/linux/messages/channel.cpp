@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "platform/linux/messages/lane_look.h"
 #include "platform/linux/messages/server.h"
 #include "platform/linux/paths/path_dispatch.h"
 #include "platform/portable/guards.h"
@@ -56,6 +57,7 @@ struct Current {
 };
 
 thread_local Current current;
+thread_local LaneLook lane_look;
 
 // Takes the next pulse of the system's own. @return false when there is none.
 bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
@@ -135,8 +137,9 @@ bool destroyed(const Channel &channel) {
 // The end of this object hands it on.
 class TakenEvent {
   public:
-    explicit TakenEvent(Channel &channel) : channel_(channel) {}
+    explicit TakenEvent(Channel &channel) : channel_(channel) { ++channel_.posts.waiting(); }
     ~TakenEvent() {
+        --channel_.posts.waiting();
         if (kept_ || event.events == 0) {
             return;
         }
@@ -156,17 +159,26 @@ class TakenEvent {
     bool kept_ = false;
 };
 
-// Waits for one event; the only cancellation point of a receive.
-int wait_for_event(Channel &channel, const CancelDisabled &cancel, struct epoll_event &event) {
+// Waits for one event, or looks whether there is one. Like act_on_cancellation(), a cancellation
+// point of a receive; there are no others.
+// @return 1; 0 where there is none; -1 with errno.
+int wait_for_event(Channel &channel, const CancelDisabled &cancel, bool only_look,
+                   struct epoll_event &event) {
     const int post = my_post(channel);
     TakenEvent taken(channel);
     pthread_setcancelstate(cancel.previous(), nullptr);
-    const int ready = ::epoll_wait(post, &taken.event, 1, -1);
+    const int ready = ::epoll_wait(post, &taken.event, 1, only_look ? 0 : -1);
     const KeepErrno keep;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     taken.keep();
     event = taken.event;
     return ready;
+}
+
+void act_on_cancellation(const CancelDisabled &cancel) {
+    pthread_setcancelstate(cancel.previous(), nullptr);
+    pthread_testcancel();
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
 }
 
 } // namespace
@@ -255,10 +267,12 @@ static int take_message(const Source &source, bool hung_up, PartList &parts,
     }
     current.receive_id = message.receive_id;
     current.incarnation = message.client_incarnation;
+    lane_look.received(source, message);
     return message.receive_id;
 }
 
 int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_info *info) {
+    const bool has_answered = current.receive_id == 0;
     current.release();
     const CancelDisabled cancel;
     const std::shared_ptr<Channel> channel = Server::instance().find_channel(number);
@@ -269,10 +283,26 @@ int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_inf
     if (!list.assign(parts, count)) {
         return -1;
     }
+    bool looks = lane_look.begin(number, has_answered);
     for (;;) {
+        const bool only_look = looks && lane_look.owes_post_a_look(channel->posts);
+        if (looks && !only_look) {
+            act_on_cancellation(cancel);
+            const auto take = [&](const Source &lane) {
+                return take_message(lane, false, list, info);
+            };
+            if (const int id = lane_look.look(take); id != 0) {
+                return id;
+            }
+            looks = false;
+        }
         struct epoll_event event;
-        if (wait_for_event(*channel, cancel, event) < 0) {
+        const int ready = wait_for_event(*channel, cancel, only_look, event);
+        if (ready < 0) {
             return -1;
+        }
+        if (ready == 0) {
+            continue;
         }
         const Source source = Source::unpack(event.data.u64);
         const bool hung_up = event.events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR);

@@ -42,9 +42,9 @@ void after_fork_in_child() RELEASE(connections_lock) {
 // Processors that may have lanes of their own. Those of a client that wanders over more share them.
 constexpr int homes_max = 8;
 
-// The processor that the calling thread runs on; -1 where a lane of its own processor would not
-// help. A real-time thread must not wait for a thread that its own processor's other real-time
-// threads hold up.
+// The processor that the calling thread runs on; -1 where it is of no matter. A real-time thread
+// must not wait for a thread that its own processor's other real-time threads hold up, nor look
+// instead of sleeping.
 int this_processor() {
     thread_local const bool is_real_time = [] {
         const KeepErrno keep;
@@ -53,11 +53,6 @@ int this_processor() {
     }();
     const int processor = is_real_time ? -1 : ::sched_getcpu();
     return processor < 64 ? processor : -1;
-}
-
-// Whether a request ended with its connection as good as before, and without its answer.
-bool is_given_up(int error) {
-    return error == EINTR || error == ETIMEDOUT;
 }
 
 } // namespace
@@ -123,15 +118,6 @@ Connection::~Connection() {
     }
 }
 
-bool Connection::start() {
-    owed_.kind = control_lane_request;
-    const int error = await_control_reply();
-    if (error != 0) {
-        errno = error;
-    }
-    return error == 0;
-}
-
 void Connection::abandon_in_child() {
     if (abandoned()) {
         return;
@@ -142,6 +128,10 @@ void Connection::abandon_in_child() {
         close_descriptor(lanes_[static_cast<size_t>(i)]);
     }
     files_ = {};
+    words_in_use_ = nullptr;
+    if (words_) {
+        words_->forget_in_child();
+    }
     lane_count_ = idle_count_ = 0;
     const UniqueFd placeholder(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     if (!placeholder || ::dup3(placeholder.get(), control_.get(), O_CLOEXEC) < 0) {
@@ -185,8 +175,8 @@ int Connection::choose_lane(int processor) const {
     return wishes && may_grow() && !control_busy_ ? -1 : last;
 }
 
-int Connection::take_lane(PooledLane &lane) {
-    const int processor = hands_over_ ? this_processor() : -1;
+int Connection::take_lane(int running_on, PooledLane &lane) {
+    const int processor = hands_over_ ? running_on : -1;
     const MutexLock guard(lock_);
     std::optional<Deadline> deadline;
     for (;;) {
@@ -227,16 +217,6 @@ int Connection::wait_for_change(std::optional<Deadline> &deadline) {
     return error;
 }
 
-int Connection::use_control(const ControlRecord &request) {
-    control_busy_ = true;
-    lock_.unlock();
-    const int error = state_ == State::lost ? ECONNRESET : request_control(request);
-    lock_.lock();
-    control_busy_ = false;
-    changed_.notify_all();
-    return error;
-}
-
 void Connection::give_back(PooledLane lane) {
     const MutexLock guard(lock_);
     idle_[static_cast<size_t>(idle_count_++)] = lane;
@@ -272,90 +252,20 @@ void Connection::drop(PooledLane pooled) {
     close_descriptor(lane);
 }
 
+void Connection::note_speed(PooledLane &lane) const {
+    if (words_asked_for_ || lane.peer < 0 || lane.user < 0 || lane.peer == lane.user) {
+        return;
+    }
+    const int64_t now = monotonic_ns();
+    lane.quick = now - std::exchange(lane.answered_at, now) < quick_ns
+                     ? std::min(lane.quick + 1, quick_enough)
+                     : 0;
+}
+
 Connection::LaneFile *Connection::find_file(int lane) {
     const auto found = std::find_if(files_.begin(), files_.end(),
                                     [lane](const LaneFile &each) { return each.lane == lane; });
     return found == files_.end() ? nullptr : &*found;
-}
-
-int Connection::request_control(const ControlRecord &request) {
-    while (owed_.kind != 0) {
-        const ControlRecord owed = owed_;
-        const int error = await_control_reply();
-        if (is_given_up(error) || error == ECONNRESET) {
-            return error;
-        }
-        if (owed.kind == request.kind && owed.value == request.value) {
-            return error; // that is what we came for
-        }
-    }
-    struct iovec part = {const_cast<ControlRecord *>(&request), sizeof request};
-    if (send_packet(control_.get(), &part, 1, -1, 0) != sizeof request) {
-        if (errno == EPIPE || errno == ECONNRESET) {
-            mark_lost();
-            return ECONNRESET;
-        }
-        return errno == EAGAIN ? ETIMEDOUT : errno;
-    }
-    owed_ = request;
-    return await_control_reply();
-}
-
-int Connection::await_control_reply() {
-    ControlRecord record;
-    struct iovec part = {&record, sizeof record};
-    Arrival arrival;
-    const ssize_t received = receive_packet(control_.get(), &part, 1, 0, arrival);
-    if (received < 0 && (errno == EINTR || errno == EAGAIN)) {
-        return errno == EAGAIN ? ETIMEDOUT : EINTR;
-    }
-    const ControlRecord owed = std::exchange(owed_, {});
-    int error = ECONNRESET;
-    if (received == sizeof record && record.kind == control_refused && record.value > 0) {
-        return record.value;
-    }
-    if (received == sizeof record && owed.kind == control_lane_request &&
-        record.kind == control_lane_granted) {
-        error = arrival.descriptor ? take_granted_lane(arrival.descriptor.release(), record.value)
-                                   : EMFILE;
-    } else if (received == sizeof record && owed.kind == control_pulse_request &&
-               record.kind == control_pulse_granted && record.value == owed.value) {
-        error = arrival.descriptor
-                    ? adopt_pulse_end(owed.value, *this, std::move(arrival.descriptor))
-                    : EMFILE;
-    }
-    if (error == ECONNRESET) {
-        mark_lost();
-    }
-    return error;
-}
-
-int Connection::take_granted_lane(int lane, int grant) {
-    const MutexLock table_guard(connections_lock);
-    const MutexLock guard(lock_);
-    hands_over_ = grant == lane_hands_over;
-    lanes_[static_cast<size_t>(lane_count_++)] = lane;
-    idle_[static_cast<size_t>(idle_count_++)] = {lane, -1};
-    if (timeout_ms_ >= 0) {
-        set_socket_timeout(lane, timeout_ms_);
-    }
-    return 0;
-}
-
-int Connection::announce_pulse(int number) {
-    const CancelDisabled no_cancel;
-    if (abandoned()) {
-        return fail(EBADF);
-    }
-    const MutexLock guard(lock_);
-    std::optional<Deadline> deadline;
-    while (control_busy_) {
-        if (const int error = wait_for_change(deadline); error != 0) {
-            return fail(error);
-        }
-    }
-    const int error = use_control({control_pulse_request, number});
-    return error == 0 ? 0 : fail(error);
 }
 
 int Connection::exchange(PartList &send, PartList &reply, size_t &received) {
@@ -364,13 +274,21 @@ int Connection::exchange(PartList &send, PartList &reply, size_t &received) {
         return fail(EBADF);
     }
     PooledLane lane;
-    if (take_lane(lane) != 0) {
+    const int processor = this_processor();
+    if (take_lane(processor, lane) != 0) {
+        return -1;
+    }
+    lane.user = processor;
+    if (lane.quick == quick_enough && request_words() != 0) {
+        const KeepErrno keep;
+        give_back(lane);
         return -1;
     }
     bool lane_is_good = false;
     const int status = exchange_on_lane(lane, send, reply, received, lane_is_good);
     const KeepErrno keep;
     if (lane_is_good) {
+        note_speed(lane);
         give_back(lane);
     } else {
         drop(lane);

@@ -18,6 +18,7 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -29,6 +30,8 @@
 #include "platform/linux/base/interruptible_condition.h"
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/messages/ids.h"
+#include "platform/linux/messages/lane_words.h"
+#include "platform/linux/messages/look.h"
 #include "platform/linux/messages/wire.h"
 
 namespace vantro::platform {
@@ -72,11 +75,23 @@ class Connection {
 
     struct PooledLane {
         int socket = -1;
-        int home = -1; // the processor of those who use it; -1: nobody's yet, or of no matter
+        int home = -1;     // the processor of those who use it; -1: nobody's yet, or of no matter
+        int index = 0;     // at the server
+        int user = -1;     // the processor that the exchange was begun on; -1: of no matter
+        int peer = -1;     // the one that its last answer came from; -1: not known
+        uint32_t sent = 0; // messages
+        // Exchanges in a row that followed each other quickly; up to quick_enough.
+        int quick = 0;
+        int64_t answered_at = 0; // monotonic, in ns
     };
+    // So many exchanges, none longer after the one before it than quick_ns, are reason enough to
+    // ask for words.
+    static constexpr int quick_enough = 8;
+    static constexpr int64_t quick_ns = 200'000;
 
     // Takes a lane for one exchange. @return 0, or -1 with errno.
-    int take_lane(PooledLane &lane) EXCLUDES(lock_);
+    // @param running_on the caller's processor, or -1.
+    int take_lane(int running_on, PooledLane &lane) EXCLUDES(lock_);
     // Which of the idle lanes a thread on that processor takes; -1: one more is to be had first.
     int choose_lane(int processor) const REQUIRES(lock_);
     bool may_grow() const REQUIRES(lock_) {
@@ -85,6 +100,15 @@ class Connection {
     void give_back(PooledLane lane) EXCLUDES(lock_);
     void drop(PooledLane lane) EXCLUDES(connections_lock, lock_);
     void mark_lost() EXCLUDES(lock_);
+    // Keeps count of quick exchanges with a server that answers on another processor.
+    void note_speed(PooledLane &lane) const;
+    // Asks for the connection's words, once. It goes on without them where there are none to be
+    // had. @return 0, or -1 with errno where the wait was cut short.
+    int request_words() EXCLUDES(connections_lock, lock_);
+    // A message has been sent: looks whether its answer comes, and sees to it that the lane is
+    // watched before the thread sleeps. @return 0 or an error number.
+    // @param seen what the server's word was before the message was sent.
+    int look_for_answer(const PooledLane &lane, LaneWords &words, uint32_t seen);
 
     // Takes the control socket for one request. The lock is let go while the server is awaited.
     // @return 0 or an error number.
@@ -96,8 +120,9 @@ class Connection {
     // @param deadline of all these waits of a call; made at the first of them.
     int wait_for_change(std::optional<Deadline> &deadline) REQUIRES(lock_);
     int take_granted_lane(int lane, int grant) EXCLUDES(connections_lock, lock_);
+    void take_granted_words(int file) EXCLUDES(connections_lock, lock_);
 
-    int exchange_on_lane(PooledLane idle, PartList &send, PartList &reply, size_t &received,
+    int exchange_on_lane(PooledLane &lane, PartList &send, PartList &reply, size_t &received,
                          bool &lane_is_good);
     // What lies in the memory file of an answer. @return bytes placed, or -1.
     ssize_t read_own_file(const Frame &frame, Arrival &arrival, PartList &reply);
@@ -132,9 +157,18 @@ class Connection {
     // The request whose answer is still to come; kind 0 for none. Of the thread for which the
     // control socket is busy.
     ControlRecord owed_;
+    // Made once, and kept.
+    std::shared_ptr<ConnectionWords> words_ GUARDED_BY(connections_lock);
+    std::atomic<ConnectionWords *> words_in_use_{nullptr};
+    std::atomic<bool> words_asked_for_{false};
     std::atomic<int> timeout_ms_{-1};
     std::atomic<State> state_{State::connected};
 };
+
+// Whether a request ended with its connection as good as before, and without its answer.
+inline bool is_given_up(int error) {
+    return error == EINTR || error == ETIMEDOUT;
+}
 
 struct Connections {
     // By the number that the application holds: made of the control socket's, and of its kind.

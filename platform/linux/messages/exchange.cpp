@@ -1,4 +1,5 @@
 // One exchange on a lane: the message out, the reply in.
+#include <sched.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -18,11 +19,11 @@ bool is_lost(int error) {
     return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
 }
 
-// Sends frame and message, from the processor `home` or -1; a long message goes as a memory file.
+// Sends frame and message, from that processor or -1; a long message goes as a memory file.
 // @return 0 or an error number.
-int send_message(int lane, int home, Frame &frame, PartList &send) {
+int send_message(int lane, int processor, Frame &frame, PartList &send) {
     frame = {};
-    frame.processor = static_cast<uint32_t>(home + 1);
+    frame.processor = static_cast<uint32_t>(processor + 1);
     frame.length = static_cast<uint32_t>(send.length());
     send.set_front(&frame, sizeof frame);
     if (send.length() <= IPC_INLINE_MAX) {
@@ -43,11 +44,35 @@ int send_message(int lane, int home, Frame &frame, PartList &send) {
 
 } // namespace
 
-int Connection::exchange_on_lane(PooledLane pooled, PartList &send, PartList &reply,
+int Connection::look_for_answer(const PooledLane &lane, LaneWords &words, uint32_t seen) {
+    thread_local LookBudget budget;
+    // A peer on this processor cannot answer while this thread looks.
+    const bool may_look =
+        looking_allowed && lane.user >= 0 && lane.peer >= 0 && lane.peer != lane.user;
+    if (may_look && budget.look(words.answered, seen)) {
+        return 0;
+    }
+    // After the message: a server that ceased to watch the lane before it came has said so here.
+    if (words.unwatched.load() == 0) {
+        return 0;
+    }
+    ControlRecord record{control_watch_lane, lane.index};
+    const struct iovec part = {&record, sizeof record};
+    if (send_packet(control_.get(), &part, 1, -1, 0) == sizeof record) {
+        return 0;
+    }
+    return errno == EAGAIN ? ETIMEDOUT : errno;
+}
+
+int Connection::exchange_on_lane(PooledLane &pooled, PartList &send, PartList &reply,
                                  size_t &received, bool &lane_is_good) {
     const int lane = pooled.socket;
+    ConnectionWords *const all_words = words_in_use_;
+    LaneWords *const words =
+        all_words ? &all_words->lane(static_cast<size_t>(pooled.index)) : nullptr;
+    const uint32_t seen = words ? words->answered.load(std::memory_order_acquire) : 0;
     Frame frame;
-    if (const int error = send_message(lane, pooled.home, frame, send); error != 0) {
+    if (const int error = send_message(lane, pooled.user, frame, send); error != 0) {
         if (is_lost(error)) {
             mark_lost();
             return fail(ECONNRESET);
@@ -56,6 +81,15 @@ int Connection::exchange_on_lane(PooledLane pooled, PartList &send, PartList &re
         return fail(error == EAGAIN ? ETIMEDOUT : error);
     }
 
+    if (words) {
+        words->sent = ++pooled.sent; // in this order with the look at `unwatched`
+        if (const int error = look_for_answer(pooled, *words, seen); error != 0) {
+            if (is_lost(error)) {
+                mark_lost();
+            }
+            return fail(is_lost(error) ? ECONNRESET : error);
+        }
+    }
     reply.set_front(&frame, sizeof frame);
     Arrival arrival;
     const ssize_t packet =
@@ -72,6 +106,7 @@ int Connection::exchange_on_lane(PooledLane pooled, PartList &send, PartList &re
         return fail(ECONNRESET);
     }
     lane_is_good = true;
+    pooled.peer = frame.processor <= CPU_SETSIZE ? static_cast<int>(frame.processor) - 1 : -1;
     if (is_error) {
         return fail(frame.status);
     }

@@ -185,6 +185,11 @@ bool Posts::watch(int fd, const WatchedSocket &watched) {
     } catch (const std::bad_alloc &) {
         return fail(ENOMEM) == 0;
     }
+    return add_everywhere(fd, watched);
+}
+
+// The post of its home first.
+bool Posts::add_everywhere(int fd, const WatchedSocket &watched) {
     const auto is_home = [&](const Post &post) { return post.processor == watched.home; };
     bool good = true;
     for (const Post &post : posts_) {
@@ -215,13 +220,22 @@ bool Posts::watch_again(int fd, const WatchedSocket &watched) {
 
 // By hand: a copy of the descriptor in another process would keep the watch, and its events, alive.
 void Posts::unwatch(int fd) {
+    pause(fd);
+    watched_.erase(fd);
+}
+
+void Posts::pause(int fd) {
     ::epoll_ctl(shared_.get(), EPOLL_CTL_DEL, fd, nullptr);
-    if (hands_over_) {
-        for (const Post &post : posts_) {
-            ::epoll_ctl(post.epoll.get(), EPOLL_CTL_DEL, fd, nullptr);
-        }
-        watched_.erase(fd);
+    for (const Post &post : posts_) {
+        ::epoll_ctl(post.epoll.get(), EPOLL_CTL_DEL, fd, nullptr);
     }
+}
+
+bool Posts::resume(int fd, const WatchedSocket &watched) {
+    pause(fd); // a post that was made meanwhile watches it
+    const auto found = watched_.find(fd);
+    return hands_over_ ? found != watched_.end() && add_everywhere(fd, WatchedSocket(found->second))
+                       : add(shared_.get(), fd, watched);
 }
 
 bool Posts::set_home(int fd, int home) {

@@ -58,6 +58,10 @@ class Posts {
     // Also tells again what is so now.
     bool watch_again(int fd, const WatchedSocket &watched) REQUIRES(server_lock);
     void unwatch(int fd) REQUIRES(server_lock);
+    // Stops telling of a descriptor that is watched, until resume(), which also tells what is so
+    // now. resume() @return false where the descriptor cannot be watched any more.
+    void pause(int fd) REQUIRES(server_lock);
+    bool resume(int fd, const WatchedSocket &watched) REQUIRES(server_lock);
 
     // Where the channel hands over: gives a descriptor that is watched this home, whose post then
     // comes first. To be called again once generation() is another.
@@ -77,6 +81,8 @@ class Posts {
     void leave(int processor) REQUIRES(server_lock);
     // Whether a thread that has a processor is to give it up, since no other floats.
     bool needs_floating() const { return floating_ == 0; }
+    // Threads that wait in one of the posts.
+    std::atomic<int> &waiting() { return waiting_; }
     int floating() const { return shared_.get(); }
 
     // In a child of fork.
@@ -89,6 +95,7 @@ class Posts {
     };
 
     bool add(int epoll, int fd, const WatchedSocket &watched) const;
+    bool add_everywhere(int fd, const WatchedSocket &watched) REQUIRES(server_lock);
     int take_processor(int processor) REQUIRES(server_lock);
 
     UniqueFd shared_; // the floating post's set; made once
@@ -96,6 +103,7 @@ class Posts {
     WatchedSocket end_watched_;
     std::atomic<bool> hands_over_ = false; // set before any thread waits
     std::atomic<int> floating_ = 0;        // threads; counted where the channel hands over
+    std::atomic<int> waiting_ = 0;
     uint32_t generation_ GUARDED_BY(server_lock) = 1;
     std::vector<Post> posts_ GUARDED_BY(server_lock); // one a processor
     // By descriptor. Filled where the channel hands over.

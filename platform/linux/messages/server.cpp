@@ -33,6 +33,9 @@ void after_fork_in_child() RELEASE(server_lock) {
         for (PulseOutlet &outlet : client->outlets) {
             outlet.socket.reset();
         }
+        if (client->words) {
+            client->words->forget_in_child();
+        }
         // Other threads of the parent may have been inside: leave it be.
         static_cast<void>(client.release());
     }
@@ -71,6 +74,32 @@ std::shared_ptr<Channel> Server::find_channel(int number) {
     const MutexLock guard(server_lock);
     const auto found = channels.find(number);
     return found == channels.end() ? nullptr : found->second;
+}
+
+Lane *Server::find_open_lane(const Source &source) {
+    Client *const client = find_client(source.serial);
+    if (!client || source.lane >= client->lanes.size()) {
+        return nullptr;
+    }
+    Lane &lane = client->lanes[source.lane];
+    const bool is_open =
+        lane.incarnation == source.incarnation && lane.socket.fd >= 0 && !lane.socket.closing;
+    return is_open ? &lane : nullptr;
+}
+
+void Server::watch_lane_again(const Source &source) {
+    Lane *const lane = find_open_lane(source);
+    if (!lane || !lane->is_unwatched) {
+        return;
+    }
+    Client &client = *find_client(source.serial);
+    lane->is_unwatched = false;
+    lane->quick = 0;
+    if (client.channel->posts.resume(lane->socket.fd, {lane_events, source.pack()})) {
+        client.words->lane(source.lane).unwatched = 0;
+    } else {
+        disconnect(client);
+    }
 }
 
 Lane *Server::find_waiting(const ReceiveId &id, Client **client) {
@@ -143,6 +172,7 @@ void Server::close_lane(Client &client, Lane &lane) {
     lane.kept.reset();
     lane.answer_file.reset();
     lane.had_long_answer = false;
+    lane.is_unwatched = false;
     close_socket(client, lane.socket);
 }
 

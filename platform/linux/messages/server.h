@@ -35,6 +35,7 @@
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/messages/answer_file.h"
 #include "platform/linux/messages/ids.h"
+#include "platform/linux/messages/lane_words.h"
 #include "platform/linux/messages/posts.h"
 #include "platform/linux/messages/wire.h"
 #include "platform/linux/runtime/published_name.h"
@@ -79,6 +80,14 @@ struct Lane {
     // Its long answers go through this one; empty while a thread writes one.
     std::unique_ptr<AnswerFile> answer_file GUARDED_BY(server_lock);
     bool had_long_answer GUARDED_BY(server_lock) = false;
+    // Where its client has words:
+    uint32_t answers GUARDED_BY(server_lock) = 0;    // since the lane was made
+    int64_t answered_at GUARDED_BY(server_lock) = 0; // monotonic, in ns
+    // Exchanges in a row whose message came at once after the answer before it; up to quick_enough.
+    int quick GUARDED_BY(server_lock) = 0;
+    bool is_unwatched GUARDED_BY(server_lock) = false; // a thread looks at its words instead
+
+    static constexpr int quick_enough = 2;
 
     bool owes_answer() const REQUIRES(server_lock) {
         return state == LaneState::waiting || state == LaneState::hung_up;
@@ -123,6 +132,7 @@ struct Client {
     int dispatching GUARDED_BY(server_lock) = 0;
     int pins GUARDED_BY(server_lock) = 0; // of all its sockets: a pinned client is not erased
     ClientState state GUARDED_BY(server_lock) = ClientState::connected;
+    std::shared_ptr<ConnectionWords> words GUARDED_BY(server_lock); // once it has asked for them
     // Serial of the client whose disconnect pulse follows this one's.
     uint32_t next_pulse GUARDED_BY(server_lock) = 0;
 
@@ -221,6 +231,10 @@ struct Server {
     Client *find_client(uint32_t serial) REQUIRES(server_lock) {
         return serial <= IPC_CONNECTIONS_MAX ? clients[serial].get() : nullptr;
     }
+    // The lane of an event, if it is still that lane and open; or null.
+    Lane *find_open_lane(const Source &source) REQUIRES(server_lock);
+    // A lane whose words a thread has looked at is watched again.
+    void watch_lane_again(const Source &source) REQUIRES(server_lock);
     // The lane of a message that waits for its answer, or null.
     Lane *find_waiting(const ReceiveId &id, Client **client) REQUIRES(server_lock);
     // An answer has come for a message that waits no more.
@@ -271,6 +285,9 @@ struct ReceivedMessage {
     int receive_id = 0;
     uint32_t client_incarnation = 0;
     struct ipc_info info = {};
+    // Where the client has words and sends its messages in quick succession:
+    std::shared_ptr<ConnectionWords> words;
+    int sender = -1; // the processor that it sent this one from
 };
 // One packet of a lane. @return true when a message is to be handed to the caller.
 bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,

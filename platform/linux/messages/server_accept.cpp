@@ -97,11 +97,12 @@ int free_lane_index(Client &client) REQUIRES(server_lock) {
 }
 
 // Takes the near end of a new lane. @return 0 or an error number.
-int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation) REQUIRES(server_lock) {
+// @param index receives which it is.
+int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation, int &index)
+    REQUIRES(server_lock) {
     if (!client.is_connected()) {
         return ECONNRESET;
     }
-    int index;
     try {
         index = free_lane_index(client);
     } catch (const std::bad_alloc &) {
@@ -121,6 +122,8 @@ int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation) REQUIR
     lane.incarnation = incarnation;
     lane.state = LaneState::idle;
     lane.home = -1;
+    lane.quick = 0;
+    lane.is_unwatched = false;
     return 0;
 }
 
@@ -129,7 +132,8 @@ bool grant_lane(uint32_t serial, int control) EXCLUDES(server_lock) {
     Server &server = Server::instance();
     int ends[2];
     int error = 0;
-    bool hands_over = false;
+    int index = -1;
+    int grant = 0;
     UniqueFd far_end;
     if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
         error = descriptor_error(errno);
@@ -138,12 +142,41 @@ bool grant_lane(uint32_t serial, int control) EXCLUDES(server_lock) {
         far_end.reset(ends[1]);
         const MutexLock guard(server_lock);
         Client &client = *server.find_client(serial);
-        error = add_lane(client, std::move(near_end), ++server.last_incarnation);
-        hands_over = client.channel->posts.hands_over();
+        error = add_lane(client, std::move(near_end), ++server.last_incarnation, index);
+        grant =
+            index << lane_index_shift | (client.channel->posts.hands_over() ? lane_hands_over : 0);
     }
-    return error == 0 ? send_control(control, control_lane_granted,
-                                     hands_over ? lane_hands_over : 0, far_end.get())
+    return error == 0 ? send_control(control, control_lane_granted, grant, far_end.get())
                       : send_control(control, control_refused, error, -1);
+}
+
+// Makes the words of a client whose control socket is pinned, once, and passes them, or refuses.
+bool grant_words(uint32_t serial, int control) EXCLUDES(server_lock) {
+    UniqueFd file;
+    std::shared_ptr<ConnectionWords> words = ConnectionWords::make(file);
+    {
+        const MutexLock guard(server_lock);
+        Client &client = *Server::instance().find_client(serial);
+        if (client.words || !client.is_connected()) {
+            return false; // it had them, or is gone
+        }
+        client.words = words;
+    }
+    return words ? send_control(control, control_words_granted, 0, file.get())
+                 : send_control(control, control_refused, ENOMEM, -1);
+}
+
+// A client is about to sleep. @return false where it has no such lane.
+bool watch_lane(const Source &control, int index) EXCLUDES(server_lock) {
+    const MutexLock guard(server_lock);
+    Client &client = *Server::instance().find_client(control.serial); // pinned
+    if (index < 0 || static_cast<size_t>(index) >= client.lanes.size()) {
+        return false;
+    }
+    Server::instance().watch_lane_again({Source::client_lane, control.serial,
+                                         static_cast<uint8_t>(index),
+                                         client.lanes[static_cast<size_t>(index)].incarnation});
+    return true;
 }
 
 // The next serial that nobody has, or 0. Round robin: see ReceiveId.
@@ -243,6 +276,10 @@ void serve_control(const Source &source) {
         keep = grant_lane(source.serial, control);
     } else if (received == sizeof record && record.kind == control_pulse_request) {
         keep = grant_pulses(source.serial, control, record.value);
+    } else if (received == sizeof record && record.kind == control_words_request) {
+        keep = grant_words(source.serial, control);
+    } else if (received == sizeof record && record.kind == control_watch_lane) {
+        keep = watch_lane(source, record.value);
     }
     const MutexLock guard(server_lock);
     if (!keep) {

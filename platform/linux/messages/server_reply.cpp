@@ -1,10 +1,12 @@
 // Answers, back to the clients.
 #include <poll.h>
+#include <sched.h>
 #include <sys/socket.h>
 
 #include <cerrno>
 #include <utility>
 
+#include "platform/linux/messages/look.h"
 #include "platform/linux/messages/server.h"
 #include "platform/portable/guards.h"
 
@@ -17,6 +19,8 @@ namespace {
 struct Claim {
     int socket = -1;
     std::shared_ptr<KeptMessage> kept; // freed without the lock
+    ConnectionWords *words = nullptr;  // as long as the pin; null where the client has none
+    uint32_t answers = 0;
 };
 
 // Finds the lane of a message for its answer. A message that is past it is settled with that.
@@ -75,6 +79,11 @@ bool claim(const ReceiveId &id, std::unique_ptr<AnswerFile> file, Claim &taken) 
     }
     server.pin(*client, lane->socket);
     taken.socket = lane->socket.fd;
+    if (client->words) {
+        taken.words = client->words.get();
+        taken.answers = ++lane->answers;
+        lane->answered_at = monotonic_ns();
+    }
     return true;
 }
 
@@ -99,6 +108,7 @@ int answer(int receive_id, Frame frame, PartList &parts) {
     const CancelDisabled no_cancel;
     const ReceiveId id = ReceiveId::unpack(receive_id);
     frame.length = static_cast<uint32_t>(parts.length());
+    frame.processor = static_cast<uint32_t>(::sched_getcpu() + 1);
     parts.set_front(&frame, sizeof frame);
     std::unique_ptr<AnswerFile> lane_file;
     UniqueFd file;
@@ -134,7 +144,11 @@ int answer(int receive_id, Frame frame, PartList &parts) {
             sent = send_packet(taken.socket, parts.with_front(), 1, file.get(), MSG_DONTWAIT);
         }
     }
-    settle(id, sent >= 0, errno);
+    const int error = errno;
+    if (taken.words) {
+        taken.words->lane(id.lane).answered.store(taken.answers, std::memory_order_release);
+    }
+    settle(id, sent >= 0, error);
     return sent >= 0 ? 0 : fail(ESRCH);
 }
 

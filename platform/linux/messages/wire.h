@@ -23,7 +23,7 @@ struct Frame {
     uint32_t length = 0; // bytes of the message, wherever they are
     int32_t status = 0;  // of a reply: status, or the error number
     uint32_t flags = 0;
-    uint32_t processor = 0; // of a message: 1 and the processor of its sender, or 0
+    uint32_t processor = 0; // 1 and the processor of its sender, or 0 where that is of no matter
 };
 static_assert(sizeof(Frame) == 16);
 
@@ -47,11 +47,16 @@ enum ControlKind : uint32_t {
     control_pulse_request = 2, // client: wants the pulses that value, its pulse connection, names
     control_lane_granted = 3,  // server: the lane's far end beside it; value: LaneGrant
     control_pulse_granted = 4, // server: the same value, the end where they arrive beside it
-    control_refused = 5        // server: value is an error number
+    control_refused = 5,       // server: value is an error number
+    control_words_request = 6, // client: wants the connection's words (lane_words.h)
+    control_words_granted = 7, // server: their file beside it
+    control_watch_lane = 8     // client: sleeps until the lane of this index is answered; see
+                               // LaneWords::unwatched. Gets no reply.
 };
 
 enum LaneGrant : int32_t {
-    lane_hands_over = 1 // the server wakes a thread of the processor that the message comes from
+    lane_hands_over = 1, // the server wakes a thread of the processor that the message comes from
+    lane_index_shift = 8 // above these bits: the lane's index at the server
 };
 
 // A vector with room for a part of ours before and one after the caller's. Costs heap only above

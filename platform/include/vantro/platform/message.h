@@ -246,6 +246,18 @@ VANTRO_PLATFORM_API int ipc_set_timeout(int connection, int timeout_ms);
  */
 VANTRO_PLATFORM_API int ipc_set_open_timeout(int timeout_ms);
 
+/**
+ * Lets this process look, or not, whether a message or an answer is about to arrive before a thread
+ * sleeps. At first it may. Where a client and a server on two processors exchange messages in quick
+ * succession, each then looks for up to 50 us at a word in memory that the other changes, in place
+ * of sleeping and being woken; a look costs no system call but for sched_yield(), and looks in vain
+ * take at most a fiftieth of a thread's time. A thread whose processor other threads want, one that
+ * runs under a real-time policy, and one whose peer is on the same processor do not look. Does not
+ * block, fail or change errno.
+ * @param allowed 0, and threads sleep at once, from their next exchange or receive on; or not 0.
+ */
+VANTRO_PLATFORM_API void ipc_allow_looking(int allowed);
+
 /** ipc_send() with one buffer each way. */
 VANTRO_PLATFORM_API int ipc_send_simple(int connection, const void *message, size_t length,
                                         void *reply, size_t reply_length);

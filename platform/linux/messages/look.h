@@ -1,0 +1,115 @@
+// Looking whether a word in memory has changed, before a thread sleeps; and the budget that keeps
+// this from costing more than it saves.
+//
+//  - A look lasts at most look_ns.
+//  - A look in vain costs the thread's budget as long as it took, also what other threads had of
+//    that time. The budget grows by a fiftieth of the time that passes, up to budget_ns. So looks
+//    in vain cost a fiftieth of a thread's time, and budget_ns at once.
+//  - A look yields the processor, so that another thread can run there, perhaps the peer. A look
+//    in which another thread had the processor for long ends in vain, and the thread does not look
+//    for a while: a thread that looks uses up its share of a processor that others want, and waits
+//    longer for its next turn than one that sleeps. It does not look for twice as long where the
+//    same happens soon again, up to a second.
+#ifndef VANTRO_PLATFORM_LINUX_MESSAGES_LOOK_H
+#define VANTRO_PLATFORM_LINUX_MESSAGES_LOOK_H
+
+#include <sched.h>
+#include <time.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+
+namespace vantro::platform {
+
+// See ipc_allow_looking().
+extern std::atomic<bool> looking_allowed;
+
+inline int64_t monotonic_ns() {
+    struct timespec now;
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+inline void relax_processor() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__) || defined(__arm__)
+    __asm__ volatile("yield");
+#endif
+}
+
+class LookBudget {
+  public:
+    static constexpr int64_t look_ns = 50'000;
+    static constexpr int64_t budget_ns = 1'000'000;
+    static constexpr int64_t share = 50; // one in so many
+    static constexpr int64_t first_yield_ns = 4'000;
+    static constexpr int64_t late_yield_ns = 25'000;
+    static constexpr int64_t first_barred_ns = 100'000'000;
+    static constexpr int64_t most_barred_ns = 1'000'000'000;
+    static constexpr int checks_between = 16; // of the word, between two of the time
+
+    // Looks until the word is another than `seen`. @return false where it still is not, or where
+    // there is no budget for a look.
+    bool look(const std::atomic<uint32_t> &word, uint32_t seen) {
+        const int64_t begin = monotonic_ns();
+        if (begin < barred_until_) {
+            return false;
+        }
+        if (left_ < budget_ns) {
+            left_ = std::min(budget_ns, left_ + (begin - counted_at_) / share);
+            counted_at_ = begin;
+        }
+        if (left_ < look_ns) {
+            return false;
+        }
+        bool changed = false;
+        int64_t now = begin;
+        while (!(changed = check(word, seen)) && (now = monotonic_ns()) - begin < look_ns) {
+            if (now - begin < first_yield_ns) {
+                continue;
+            }
+            ::sched_yield();
+            if (monotonic_ns() - now > late_yield_ns) {
+                break;
+            }
+        }
+        now = monotonic_ns();
+        if (changed && now - begin < look_ns) {
+            return true;
+        }
+        left_ -= now - begin;
+        counted_at_ = now;
+        if (now - begin > look_ns + late_yield_ns) {
+            bar(now);
+        }
+        return changed || word.load(std::memory_order_acquire) != seen;
+    }
+
+  private:
+    static bool check(const std::atomic<uint32_t> &word, uint32_t seen) {
+        for (int i = 0; i < checks_between; ++i) {
+            if (word.load(std::memory_order_acquire) != seen) {
+                return true;
+            }
+            relax_processor();
+        }
+        return false;
+    }
+
+    void bar(int64_t now) {
+        const bool is_soon = now - barred_until_ < 4 * barred_for_;
+        barred_for_ = is_soon ? std::min(2 * barred_for_, most_barred_ns) : first_barred_ns;
+        barred_until_ = now + barred_for_;
+    }
+
+    int64_t left_ = budget_ns;
+    int64_t counted_at_ = 0; // when `left_` was right
+    int64_t barred_until_ = 0;
+    int64_t barred_for_ = 0;
+};
+
+} // namespace vantro::platform
+
+#endif
