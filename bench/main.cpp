@@ -6,10 +6,13 @@
 #include <string>
 #include <vector>
 
+#include <vantro/platform/message.h>
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "bench/own_query.h"
+#include "bench/own_service.h"
 #include "bench/plain_copy.h"
 #include "bench/process.h"
 #include "bench/publisher.h"
@@ -27,6 +30,8 @@ const std::vector<std::string> &row_names() {
         }
         for (const char *name : {"putget_paced_1ms",
                                  "putget_paced_5ms",
+                                 "putget_busy",
+                                 "putget_busy_nice",
                                  "putget_clients_1",
                                  "putget_clients_1000",
                                  "play",
@@ -67,7 +72,7 @@ const std::vector<std::string> &row_names() {
     return names;
 }
 
-// "floor:SOCKET", "copy:SOCKET:BYTES", "query:...", "putget:THREADS:INSTANCE" or
+// "floor:SOCKET", "copy:SOCKET:BYTES", "query:...", "putget:THREADS:INSTANCE", "hog:NICE" or
 // "publisher:SOCKET".
 int serve(const std::string &what) {
     raise_descriptor_limit();
@@ -84,6 +89,9 @@ int serve(const std::string &what) {
     if (kind == "query" && second != std::string::npos) {
         return serve_query(what.substr(first + 1));
     }
+    if (kind == "hog") {
+        return keep_busy(number);
+    }
     if (kind == "publisher") {
         return serve_publisher(number);
     }
@@ -97,6 +105,7 @@ int measure(Run &run, const std::string &json) {
     raise_descriptor_limit();
     run.directory = enter_private_runtime();
     putget_rows(run);
+    busy_rows(run);
     play_row(run);
     command_rows(run);
     event_rows(run);
@@ -119,6 +128,7 @@ int main(int argc, char **argv) try {
     std::string served;
     size_t traced = 0;
     size_t traced_gets = 0;
+    bool block = false;
 
     CLI::App app{"Measures exchanges beside the machine's own floor: a ping-pong of the same size "
                  "between two processes that block. Needs nothing prepared."};
@@ -149,6 +159,10 @@ int main(int argc, char **argv) try {
         ->type_name("N")
         ->capture_default_str()
         ->check(CLI::Range(1, 1000000));
+    app.add_flag("--block", block,
+                 "Have the clients and servers of putget_... sleep at once, and not look before "
+                 "that whether "
+                 "a message is about to arrive");
     app.add_option("--json", json, "Write the rows to this file too")->type_name("FILE");
     app.add_option("--serve", served)->group("");
     app.add_option("--trace-exchanges", traced)->group("");
@@ -159,6 +173,8 @@ int main(int argc, char **argv) try {
         return app.exit(error) == 0 ? 0 : 2;
     }
 
+    Server::looking_wanted = !block;
+    ipc_allow_looking(Server::looking_wanted);
     if (!served.empty()) {
         return serve(served);
     }

@@ -1,6 +1,7 @@
 #include "bench/measure.h"
 
 #include <algorithm>
+#include <numeric>
 
 namespace vantro::bench {
 
@@ -17,6 +18,13 @@ double Samples::percentile_us(double fraction) const {
     const auto place = sorted.begin() + static_cast<ptrdiff_t>(wanted);
     std::nth_element(sorted.begin(), place, sorted.end());
     return static_cast<double>(*place) / 1000;
+}
+
+double Samples::mean_us() const {
+    const auto sum = std::accumulate(nanoseconds_.begin(), nanoseconds_.end(), int64_t{0});
+    return nanoseconds_.empty()
+               ? 0
+               : static_cast<double>(sum) / 1000 / static_cast<double>(nanoseconds_.size());
 }
 
 std::vector<Samples> alternate(const std::vector<Batch> &contenders, size_t iterations,

@@ -20,6 +20,7 @@ class Samples {
 
     // The value below which `fraction` of the samples lie, in microseconds.
     double percentile_us(double fraction) const;
+    double mean_us() const;
 
   private:
     std::vector<int64_t> nanoseconds_;

@@ -1,86 +1,24 @@
 // Round trips through the messaging layer, against a service of the bench's own.
-#include <array>
-#include <cstdio>
-#include <cstring>
 #include <latch>
 #include <memory>
 #include <optional>
 #include <thread>
 #include <vector>
 
-#include <vantro/messaging.h>
-#include <vantro/platform/message.h>
-
 #include <fmt/format.h>
 
+#include "bench/own_service.h"
 #include "bench/plain_copy.h"
-#include "bench/process.h"
 #include "bench/run.h"
 
 namespace vantro::bench {
 
 namespace {
 
-constexpr const char *service_name = "bench";
-constexpr size_t request_bytes = 16;
-constexpr size_t small_bytes = 4;
-constexpr size_t large_bytes = 1024 * 1024;
-
 // Threads of the server in rows with several client threads.
 constexpr int many_server_threads = 4;
 constexpr int most_client_threads = 8;
 constexpr int many_clients = 1000;
-
-// Answers with as many bytes as the client offers.
-int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
-    static std::array<char, large_bytes> bytes;
-    const uint32_t room = context->header->reply_length;
-    if (room > bytes.size()) {
-        return ipc_error(context->receive_id, EINVAL);
-    }
-    return callout_reply(open, context, 0, bytes.data(), static_cast<int32_t>(room));
-}
-
-struct CloseClient {
-    void operator()(MsgClient *client) const { msgclient_close(client); }
-};
-using Client = std::unique_ptr<MsgClient, CloseClient>;
-
-// A server in a process of its own.
-class Server {
-  public:
-    explicit Server(int threads, const std::string &instance = "default")
-        : child_({program_beside(""), "--serve", fmt::format("putget:{}:{}", threads, instance)}) {
-        child_.wait_for_line("ready");
-    }
-
-  private:
-    Child child_;
-};
-
-Client connect(const char *instance = "default") {
-    Client client(msgclient_open(service_name, instance, 0));
-    if (!client) {
-        fail_errno("cannot open the bench's own service");
-    }
-    return client;
-}
-
-void exchange(MsgClient *client, void *reply, uint32_t reply_bytes) {
-    const char request[request_bytes] = {};
-    uint32_t length = 0;
-    const int result =
-        msgclient_putget(client, request, sizeof request, reply, reply_bytes, &length, 0);
-    if (result != 0 || length != reply_bytes) {
-        fail(fmt::format("an exchange failed: {} ({} bytes of {})",
-                         result ? std::strerror(result) : "short answer", length, reply_bytes));
-    }
-}
-
-void exchange_small(MsgClient *client) {
-    char reply[small_bytes];
-    exchange(client, reply, sizeof reply);
-}
 
 // All threads exchange at once on one connection; each does the whole count.
 Batch threaded(MsgClient *client, int thread_count) {
@@ -231,36 +169,10 @@ void client_rows(Run &run) {
 void putget_rows(Run &run) {
     small_rows(run);
     large_row(run, "putget_64k", 64 * 1024, 5000);
-    large_row(run, "putget_1m", large_bytes, 1000);
+    large_row(run, "putget_1m", most_reply_bytes, 1000);
     thread_rows(run);
     paced_rows(run);
     client_rows(run);
-}
-
-int serve_putget(int threads, const char *instance) {
-    MsgServer *server = msgserver_create(1024, 16, MSGSERVER_FLAG_PATH);
-    // As vantrod does.
-    const bool handed_over = server && (threads == 1 || channel_hand_over(server->channel) == 0);
-    if (!handed_over || msgserver_add(server, service_name, instance, nullptr, 1024, answer,
-                                      nullptr, nullptr) < 0) {
-        std::perror("vantro-bench: the bench's own service");
-        return 1;
-    }
-    std::puts("ready");
-    std::fflush(stdout);
-    std::vector<std::jthread> others;
-    for (int i = 1; i < threads; ++i) {
-        others.emplace_back([server] { msgserver_thread_loop(server); });
-    }
-    return msgserver_thread_loop(server);
-}
-
-int trace_exchanges(size_t count) {
-    const Client client = connect();
-    for (size_t i = 0; i < count; ++i) {
-        exchange_small(client.get());
-    }
-    return 0;
 }
 
 } // namespace vantro::bench
