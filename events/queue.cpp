@@ -9,7 +9,9 @@
 #include <new>
 #include <utility>
 
+#include <vantro/extras.h>
 #include <vantro/platform/io.h>
+#include <vantro/platform/notify.h>
 
 #include "events/log.h"
 #include "records/fields.h"
@@ -126,6 +128,39 @@ void evcleanup(EventQueue &queue) {
         free_own(event.details.track.metadata);
     }
     event.type = 0;
+}
+
+int come_back(EventQueue &queue) {
+    queue.is_away = true;
+    VantroEvent &event = queue.event;
+    event.type = VANTRO_EVENT_NONE;
+    mosk_dict *const nothing = mosk_dict_new();
+    if (!nothing) {
+        errno = ENOMEM;
+        return -1;
+    }
+    const int before = errno;
+    if (notify_reopen(queue.all_fd) != 0 || notify_reopen(queue.state_fd) != 0) {
+        const int error = errno;
+        mosk_dict_destroy(nothing);
+        errno = before;
+        return error == ENOENT || error == ECONNREFUSED ? 0 : platform::fail(error);
+    }
+    queue.is_away = false;
+    queue.unapplied_fd = -1;
+    free_list(std::exchange(queue.clean_list, nullptr));
+    free_list(std::exchange(queue.dirty_head, nullptr));
+    queue.dirty_tail = &queue.dirty_head;
+    mosk_dict_destroy(std::exchange(queue.state_dict, nothing));
+    queue.state_user_data = nullptr;
+    event.state = VANTRO_STATE_IDLE;
+    event.rate = 1.0F;
+    event.repeat = {};
+    event.shuffle = {};
+    event.object_name = VANTRO_OBJECT_RECONNECTED;
+    event.dict = queue.state_dict;
+    event.user_data = nullptr;
+    return 0;
 }
 
 bool has_player(const VantroHandle *handle) {

@@ -44,6 +44,7 @@ struct EventQueue {
     int all_fd;
     int state_fd;
     bool is_polled; // The application has a descriptor that tells of events.
+    bool is_away;   // The publisher has ended; another is awaited.
     // The file whose newest change could not be applied for want of memory; -1 for none. It is
     // applied again before anything else of that file is read.
     int unapplied_fd;
@@ -75,6 +76,11 @@ bool state_is_unread(const EventQueue &queue);
 
 // Whether an event is known of that is not reported yet.
 bool has_unreported(const EventQueue &queue);
+
+// Where the publisher has ended: goes on with the one that is there now, whose objects are all new,
+// and makes the event that says so; or the event that nothing is new.
+// @return 0, or -1 with errno.
+int come_back(EventQueue &queue);
 
 // Releases what the event holds, and clears all of it but the player's state.
 void evcleanup(EventQueue &queue);

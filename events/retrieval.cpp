@@ -224,7 +224,10 @@ const VantroEvent *vantro_event_get(VantroHandle *handle) {
         return nullptr;
     }
     evcleanup(*queue);
-    const bool succeeded = next_event(handle, *queue);
+    bool succeeded = !queue->is_away && next_event(handle, *queue);
+    if (handle->reconnects && (queue->is_away || (!succeeded && errno == ESTALE))) {
+        succeeded = come_back(*queue) == 0;
+    }
     if (queue->is_polled) {
         settle(*queue,
                !succeeded || queue->event.type != VANTRO_EVENT_NONE || queue->event.object_name);

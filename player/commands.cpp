@@ -40,11 +40,11 @@ int conclude(const Command &command, int32_t result) {
     return -1;
 }
 
-int send(const VantroHandle *handle, const Command &command) {
+int send(VantroHandle *handle, const Command &command) {
     return conclude(command, vantro_iomsg_noparam(handle, command.code));
 }
 
-int send(const VantroHandle *handle, const Command &command, int32_t value) {
+int send(VantroHandle *handle, const Command &command, int32_t value) {
     return conclude(command, vantro_iomsg_integer(handle, command.code, value));
 }
 

@@ -58,7 +58,7 @@ void note_failure(int32_t reason, int32_t number) {
 
 void note_failed_exchange(const VantroHandle *handle, int status) {
     note_failure(reason_of(status), status);
-    if (status == ETIMEDOUT && handle && handle->is_timed) {
+    if (status == ETIMEDOUT && handle && handle->timeout_ms > 0) {
         errno = ETIMEDOUT;
     }
 }

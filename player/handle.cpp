@@ -45,13 +45,6 @@ void end_events(VantroHandle *handle) {
     vantro_internal_destroy_evq(handle->event_queue.exchange(nullptr));
 }
 
-void forget_player(VantroHandle *handle) {
-    end_events(handle);
-    std::free(std::exchange(handle->player_name, nullptr));
-    std::free(std::exchange(handle->unanswered_open, nullptr));
-    handle->close_unanswered = false;
-}
-
 // The player that the service may or may not have open, or null.
 const char *doubtful_player(const VantroHandle *handle) {
     return handle->close_unanswered ? handle->player_name : handle->unanswered_open;
@@ -126,7 +119,14 @@ bool check_name(const char *name) {
 
 } // namespace
 
-bool require_connection(const VantroHandle *handle) {
+void forget_player(VantroHandle *handle) {
+    end_events(handle);
+    std::free(std::exchange(handle->player_name, nullptr));
+    std::free(std::exchange(handle->unanswered_open, nullptr));
+    handle->close_unanswered = false;
+}
+
+bool is_valid(const VantroHandle *handle) {
     if (handle && handle->connection) {
         return true;
     }
@@ -135,9 +135,13 @@ bool require_connection(const VantroHandle *handle) {
     return false;
 }
 
-bool require_player(const VantroHandle *handle) {
+bool require_connection(VantroHandle *handle) {
+    return is_valid(handle) && be_connected(handle);
+}
+
+bool require_player(VantroHandle *handle) {
     if (handle && handle->connection && handle->player_name) {
-        return true;
+        return be_connected(handle);
     }
     note_failure(VANTRO_FAILURE_INVALID, EINVAL);
     msglog(LOG_SEVERITY_INFO, "Invalid vantro handle");
@@ -187,11 +191,11 @@ VantroHandle *vantro_connect(void) {
 }
 
 int vantro_open(VantroHandle *handle, const char *name) {
-    if (!require_connection(handle)) {
+    if (!is_valid(handle)) {
         errno = EINVAL;
         return -1;
     }
-    if (!check_name(name)) {
+    if (!check_name(name) || !be_connected(handle)) {
         return -1;
     }
     const char *doubtful = doubtful_player(handle);
@@ -213,7 +217,7 @@ int vantro_open(VantroHandle *handle, const char *name) {
 }
 
 int vantro_close(VantroHandle *handle, const char *name) {
-    if (!require_connection(handle)) {
+    if (!is_valid(handle)) {
         return -1;
     }
     const char *open = handle->player_name ? handle->player_name : handle->unanswered_open;
@@ -234,6 +238,10 @@ int vantro_close(VantroHandle *handle, const char *name) {
     }
     // Before the request, and whatever its result: events end when the application closes.
     end_events(handle);
+    if (has_lost_service(handle)) {
+        forget_player(handle); // It went with its service.
+        return 0;
+    }
     return close_player(handle) ? 0 : -1;
 }
 
@@ -243,7 +251,8 @@ int vantro_disconnect(VantroHandle *handle) {
         return -1;
     }
     const KeepErrno keep;
-    if (handle->connection && (handle->player_name || handle->unanswered_open)) {
+    if (handle->connection && (handle->player_name || handle->unanswered_open) &&
+        !has_lost_service(handle)) {
         end_events(handle);
         close_player(handle);
     }

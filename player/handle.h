@@ -15,7 +15,8 @@
 struct EventQueue;
 
 // Only opening, closing and disconnecting change a handle. The application must not let them
-// overlap with other calls on it.
+// overlap with other calls on it. Where it wants its handle connected anew, other calls change the
+// connection too, under `connection_lock`.
 struct VantroHandle {
     MsgClient *connection; // NULL only while the handle is made or torn down.
     char *player_name;     // Owned. NULL while no player is open.
@@ -26,7 +27,10 @@ struct VantroHandle {
     bool close_unanswered; // Whether the closing of player_name has had no answer.
     char *read_buffer PT_GUARDED_BY(lock); // Owned. Receives changes of status objects.
     uint32_t read_capacity;                // Bytes at read_buffer.
-    std::atomic<bool> is_timed;            // Whether waits for the service are bounded.
+    std::atomic<int> timeout_ms;  // Of waits for the service; 0 where they are not bounded.
+    std::atomic<bool> reconnects; // See vantro_set_reconnect().
+    // Where the handle reconnects: held by exchanges together, and alone to replace the connection.
+    mutable vantro::SharedMutex connection_lock;
     // Owned. NULL until the first call for events. Another thread may look for it to end a wait.
     std::atomic<struct EventQueue *> event_queue;
     std::atomic<bool> is_woken; // Before there was a queue.
@@ -40,9 +44,22 @@ struct VantroHandle {
 
 namespace vantro::player {
 
-// Whether a handle is connected, and whether it also has an open player. Logged where not.
-bool require_connection(const VantroHandle *handle);
-bool require_player(const VantroHandle *handle);
+// Whether a handle is connected, and whether it also has an open player. Logged where not. Connects
+// anew where the service is gone and the application wants that.
+bool require_connection(VantroHandle *handle);
+bool require_player(VantroHandle *handle);
+
+// The same, of the handle alone.
+bool is_valid(const VantroHandle *handle);
+
+// Sees to it that a handle that reconnects has a service, with its player open there. Keeps errno,
+// but for ETIMEDOUT as an exchange does. @return false where there is none, which is logged.
+bool be_connected(VantroHandle *handle);
+// Whether the service of a handle that reconnects is gone.
+bool has_lost_service(const VantroHandle *handle);
+
+// No player is open any more. Its events end.
+void forget_player(VantroHandle *handle);
 
 // Makes a handle. @return null with errno, logged.
 VantroHandle *connect_handle();

@@ -20,9 +20,32 @@ uint32_t length_of_answer(int status, const transport::AnswerLength &length) {
     return status == MSG_STATUS_QUEUED ? length.stated : std::min(length.stated, length.received);
 }
 
+// Held while an exchange uses the connection of a handle that reconnects. The analysis does not
+// know locks that are taken in some cases only.
+class ConnectionUse {
+  public:
+    explicit ConnectionUse(const VantroHandle *handle) NO_THREAD_SAFETY_ANALYSIS
+        : lock_(handle->reconnects ? &handle->connection_lock : nullptr) {
+        if (lock_) {
+            lock_->lock_shared();
+        }
+    }
+    ~ConnectionUse() NO_THREAD_SAFETY_ANALYSIS {
+        if (lock_) {
+            lock_->unlock_shared();
+        }
+    }
+    ConnectionUse(const ConnectionUse &) = delete;
+    ConnectionUse &operator=(const ConnectionUse &) = delete;
+
+  private:
+    SharedMutex *lock_;
+};
+
 // Makes an exchange, keeps errno, and notes a failure. @return the message client's result.
 template <class Exchange>
 int concluded(const VantroHandle *handle, Exchange make) {
+    const ConnectionUse use(handle);
     const int before = errno;
     const int status = make();
     errno = before;
@@ -64,7 +87,7 @@ bool answered(int status) {
     return false;
 }
 
-int32_t vantro_iomsg_noparam(const VantroHandle *handle, uint16_t command) {
+int32_t vantro_iomsg_noparam(VantroHandle *handle, uint16_t command) {
     if (!require_player(handle)) {
         return -1;
     }
@@ -85,7 +108,7 @@ int32_t vantro_iomsg_noparam(const VantroHandle *handle, uint16_t command) {
     return result;
 }
 
-int32_t vantro_iomsg_integer(const VantroHandle *handle, uint16_t command, int32_t value) {
+int32_t vantro_iomsg_integer(VantroHandle *handle, uint16_t command, int32_t value) {
     if (!require_player(handle)) {
         return -1;
     }

@@ -59,8 +59,8 @@ bool answered(int status);
 
 // The commands' two kinds of request. Each returns the result word as the service sent it, or -1
 // for a handle without an open player or a failed exchange, both of which are logged.
-int32_t vantro_iomsg_noparam(const VantroHandle *handle, uint16_t command);
-int32_t vantro_iomsg_integer(const VantroHandle *handle, uint16_t command, int32_t value);
+int32_t vantro_iomsg_noparam(VantroHandle *handle, uint16_t command);
+int32_t vantro_iomsg_integer(VantroHandle *handle, uint16_t command, int32_t value);
 
 } // namespace vantro::player
 

@@ -20,7 +20,7 @@ static_assert(sizeof(VantroVolume) == 8);
 
 // Asks for an answer of fixed size. An answer that ends before its record does counts as a refusal.
 template <class Value>
-bool ask(const VantroHandle *handle, uint16_t command, const char *failure, Value &value) {
+bool ask(VantroHandle *handle, uint16_t command, const char *failure, Value &value) {
     if (!require_connection(handle)) {
         return false;
     }
@@ -49,8 +49,8 @@ Record *make_record(Record **record, const char *no_memory) {
 }
 
 template <class Record>
-int ask_record(const VantroHandle *handle, uint16_t command, const char *failure,
-               const char *no_memory, Record **record) {
+int ask_record(VantroHandle *handle, uint16_t command, const char *failure, const char *no_memory,
+               Record **record) {
     Record received{};
     if (!ask(handle, command, failure, received) || !make_record(record, no_memory)) {
         return -1;

@@ -1,4 +1,5 @@
 // Time limits for what a handle asks the service.
+#include <algorithm>
 #include <cerrno>
 
 #include <vantro/extras.h>
@@ -17,19 +18,19 @@ VantroHandle *vantro_connect_timed(int timeout_ms) {
     VantroHandle *const handle = connect_handle();
     ipc_set_open_timeout(before);
     if (handle) {
-        handle->is_timed = timeout_ms > 0;
+        handle->timeout_ms = std::max(timeout_ms, 0);
     }
     return handle;
 }
 
 int vantro_set_timeout(VantroHandle *handle, int timeout_ms) {
-    if (!require_connection(handle)) {
+    if (!is_valid(handle)) {
         errno = EINVAL;
         return -1;
     }
     if (ipc_set_timeout(handle->connection->connection, timeout_ms) != 0) {
         return -1;
     }
-    handle->is_timed = timeout_ms > 0;
+    handle->timeout_ms = std::max(timeout_ms, 0);
     return 0;
 }

@@ -109,6 +109,42 @@ VANTRO_API int vantro_set_timeout(VantroHandle *handle, int timeout_ms);
  */
 VANTRO_API VantroHandle *vantro_connect_timed(int timeout_ms);
 
+/** Whether a handle outlives its service; see vantro_set_reconnect(). */
+enum {
+    VANTRO_RECONNECT_OFF = 0, /**< As at first: once the service is gone, every call fails. */
+    VANTRO_RECONNECT_ON = 1
+};
+
+/** The `object_name` of the event with which a handle's events begin anew. */
+#define VANTRO_OBJECT_RECONNECTED "/reconnected"
+
+/**
+ * Has a handle outlive the service: one that crashed, was restarted or brought up to date.
+ *
+ * Commands and queries. A call that is under way when the service ends fails, and is not repeated:
+ * the service may have done it. The next one connects again, opens the player that was open, and
+ * then does what it is to do; where there is no service yet it fails with VANTRO_FAILURE_GONE, and
+ * where the player cannot be opened, as vantro_open() does. vantro_close() succeeds while there is
+ * no service.
+ *
+ * Events. When the service ends, vantro_event_get() gives what it still said, and then
+ * VANTRO_EVENT_NONE without a name, as where nothing is new. Once a service publishes the player
+ * again, it gives a VANTRO_EVENT_NONE whose `object_name` is VANTRO_OBJECT_RECONNECTED, with an
+ * empty dictionary, and after it the full picture, as at first. What vantro_event_data_set()
+ * attached before is forgotten. vantro_event_wait(), vantro_event_wait_for() and the descriptor of
+ * vantro_event_fd(), which stays the same, tell when it is worth asking; meanwhile nothing wakes
+ * the process but what happens in the directory where the player is published, and one inotify
+ * instance is in use. Events are followed from the first call for them on: where that is made while
+ * there is no service, it fails.
+ *
+ * The limit of vantro_set_timeout() holds on; it bounds the connecting and the opening each. A call
+ * looks first whether the service is there, which is one system call more. Must not overlap
+ * another call on the handle. Does not block.
+ * @param mode VANTRO_RECONNECT_*.
+ * @return 0, or -1 with errno EINVAL: handle NULL, or another mode.
+ */
+VANTRO_API int vantro_set_reconnect(VantroHandle *handle, int mode);
+
 /** How loud a player plays. 8 bytes, exactly as the service sent them. */
 typedef struct VantroVolume {
     int32_t level; /**< 0 to 100; 100, as at first, changes nothing of the music. */

@@ -96,6 +96,15 @@ class Player {
         return done(vantro_set_timeout(handle(), static_cast<int>(limit.count())));
     }
 
+    /**
+     * Has the player outlive the service; see vantro_set_reconnect(). Its events then begin anew
+     * with one whose object() is VANTRO_OBJECT_RECONNECTED.
+     */
+    Result<void> set_reconnect(bool on) {
+        return done(
+            vantro_set_reconnect(handle(), on ? VANTRO_RECONNECT_ON : VANTRO_RECONNECT_OFF));
+    }
+
     Result<void> play() { return done(vantro_play(handle())); }
     Result<void> stop() { return done(vantro_stop(handle())); }
     Result<void> pause() { return done(vantro_pause(handle())); }

@@ -2,6 +2,7 @@
 #include "platform/linux/messages/connection.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/socket.h>
@@ -146,6 +147,14 @@ void Connection::set_timeout(int timeout_ms) {
     for (int i = 0; i < lane_count_; ++i) {
         set_socket_timeout(lanes_[static_cast<size_t>(i)], timeout_ms);
     }
+}
+
+bool Connection::is_connected() {
+    struct pollfd control = {control_.get(), 0, 0}; // its end is told unasked
+    if (state_ == State::connected && ::poll(&control, 1, 0) > 0) {
+        mark_lost();
+    }
+    return state_ == State::connected;
 }
 
 void Connection::mark_lost() {
@@ -311,6 +320,15 @@ int ipc_set_timeout(int number, int timeout_ms) {
     }
     connection->set_timeout(timeout_ms);
     return 0;
+}
+
+int ipc_connected(int number) {
+    const CancelDisabled no_cancel;
+    const std::shared_ptr<Connection> connection = Connections::instance().find(number);
+    if (!connection || connection->abandoned()) {
+        return fail(EBADF);
+    }
+    return connection->is_connected() ? 1 : 0;
 }
 
 int ipc_set_open_timeout(int timeout_ms) {

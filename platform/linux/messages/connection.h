@@ -56,6 +56,9 @@ class Connection {
     // Lets the server deliver to a pulse connection; see ipc_announce_pulse().
     int announce_pulse(int number);
 
+    // See ipc_connected().
+    bool is_connected();
+
     // In a child of fork: closes the copies of the parent's sockets. The number of the control
     // socket stays taken until it is closed: what the child opens next must not be found under a
     // number that it still holds for this connection.

@@ -52,6 +52,11 @@ int notify_poll_descriptor(int descriptor) {
     return reader ? reader->poll_descriptor() : fail(EBADF);
 }
 
+int notify_reopen(int descriptor) {
+    ObjectReader *const reader = find_reader(descriptor);
+    return reader ? reader->reopen() : fail(EBADF);
+}
+
 int notify_settle(int descriptor) {
     ObjectReader *const reader = find_reader(descriptor);
     return reader ? reader->settle() : fail(EBADF);

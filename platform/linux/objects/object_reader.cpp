@@ -39,7 +39,12 @@ std::unique_ptr<ObjectReader> refuse(int error) {
 } // namespace
 
 std::unique_ptr<ObjectReader> ObjectReader::open(std::string_view relative) {
-    return open_in_either([relative](RuntimeRoot root) { return open_below(root, relative); });
+    auto reader =
+        open_in_either([relative](RuntimeRoot root) { return open_below(root, relative); });
+    if (reader) {
+        reader->relative_ = relative;
+    }
+    return reader;
 }
 
 std::unique_ptr<ObjectReader> ObjectReader::open_below(RuntimeRoot root,
@@ -285,6 +290,7 @@ void ObjectReader::abandon_in_child() {
     ring_file_.reset();
     notification_.abandon_in_child();
     poll_.abandon_in_child();
+    return_.close();
     bell_.abandon_in_child();
     waiter_ = {};
 }

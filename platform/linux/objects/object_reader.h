@@ -23,6 +23,7 @@
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/objects/notification.h"
 #include "platform/linux/objects/poll_descriptor.h"
+#include "platform/linux/objects/return_watch.h"
 #include "platform/linux/objects/ring.h"
 #include "platform/linux/objects/shared_watches.h"
 #include "platform/linux/objects/wake_bell.h"
@@ -49,6 +50,7 @@ class ObjectReader {
     void wake() { bell_.ring(); }
     int poll_descriptor() EXCLUDES(lock_);
     int settle() EXCLUDES(lock_);
+    int reopen() EXCLUDES(lock_);
     // Ends the watches, if there are any. Must be called before the reader is destroyed, by the
     // only thread that still knows it.
     void end_watches();
@@ -84,11 +86,17 @@ class ObjectReader {
     // @return NOTIFY_INPUT, 0, or -1 with errno.
     int watch_and_look(bool publisher_closed) EXCLUDES(lock_);
     void end_armed_watch() REQUIRES(lock_);
+    // Goes on with another reader's ring. @return whether that succeeded; errno says why not.
+    bool take_over(ObjectReader &other) REQUIRES(lock_);
+    bool is_away() EXCLUDES(lock_);
+    // wait() for a publisher that is away.
+    int wait_for_return(const Deadline &deadline, const CancelDisabled &cancel) EXCLUDES(lock_);
 
     // Both are open before the reader is shared, and closed only in a child of fork.
     UniqueFd ring_file_;
     RingView ring_;
-    std::string object_; // the one to read; empty for all
+    std::string object_;   // the one to read; empty for all
+    std::string relative_; // its path
 
     Mutex lock_;
     std::atomic<uint64_t> position_{0};
@@ -109,6 +117,7 @@ class ObjectReader {
     WakeBell bell_;
     RingWaiter waiter_;
     PollDescriptor poll_ GUARDED_BY(lock_);
+    ReturnWatch return_ GUARDED_BY(lock_); // open while the publisher is away, after reopen()
 };
 
 // object_table.cpp

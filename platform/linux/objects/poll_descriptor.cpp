@@ -11,7 +11,8 @@ namespace vantro::platform {
 bool PollDescriptor::open(int ring_file, const WakeBell &bell) {
     UniqueFd inotify = make_inotify();
     UniqueFd epoll(::epoll_create1(EPOLL_CLOEXEC));
-    if (!inotify || !epoll || add_ring_watch(inotify.get(), ring_file) < 0) {
+    const int watch = inotify && epoll ? add_ring_watch(inotify.get(), ring_file) : -1;
+    if (watch < 0) {
         return false;
     }
     struct epoll_event event = {};
@@ -23,7 +24,25 @@ bool PollDescriptor::open(int ring_file, const WakeBell &bell) {
     }
     inotify_ = std::move(inotify);
     epoll_ = std::move(epoll);
+    watch_ = watch;
     return true;
+}
+
+bool PollDescriptor::move_to(int ring_file) {
+    const int watch = add_ring_watch(inotify_.get(), ring_file);
+    if (watch < 0) {
+        return false;
+    }
+    if (watch != watch_) {
+        ::inotify_rm_watch(inotify_.get(), std::exchange(watch_, watch));
+    }
+    return true;
+}
+
+bool PollDescriptor::add(int descriptor) {
+    struct epoll_event event = {};
+    event.events = EPOLLIN;
+    return ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
 
 bool PollDescriptor::drain() {

@@ -13,6 +13,11 @@ class PollDescriptor {
   public:
     // @return whether that succeeded; errno says why not.
     bool open(int ring_file, const WakeBell &bell);
+    // Has it tell of another ring, instead of the one before. @return as open(); nothing has
+    // changed where that failed.
+    bool move_to(int ring_file);
+    // Has it tell of another descriptor too, until that is closed. @return as open().
+    bool add(int descriptor);
     bool is_open() const { return static_cast<bool>(epoll_); }
     int get() const { return epoll_.get(); }
 
@@ -25,6 +30,7 @@ class PollDescriptor {
   private:
     UniqueFd inotify_;
     UniqueFd epoll_;
+    int watch_ = -1; // of the ring
 };
 
 } // namespace vantro::platform

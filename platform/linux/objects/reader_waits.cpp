@@ -1,7 +1,15 @@
 // How a reader learns that there is something to read: by a signal, in a wait, or from a
 // descriptor.
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <memory>
 #include <new>
+#include <optional>
+#include <utility>
 
 #include <vantro/platform/notify.h>
 
@@ -98,6 +106,9 @@ int ObjectReader::watch_and_look(bool publisher_closed) {
 int ObjectReader::wait(int timeout_ms) {
     const CancelDisabled no_cancel;
     const Deadline deadline(timeout_ms);
+    if (is_away()) {
+        return wait_for_return(deadline, no_cancel);
+    }
     Woke woke = {Woke::By::ring, false};
     for (;;) {
         if (const int found = watch_and_look(woke.publisher_closed); found != 0) {
@@ -129,6 +140,11 @@ int ObjectReader::poll_descriptor() {
         if (!bell_.prepare() || !poll_.open(ring_file_.get(), bell_)) {
             return -1;
         }
+        if (return_.is_open() && !poll_.add(return_.descriptor())) {
+            const KeepErrno keep;
+            poll_.abandon_in_child();
+            return -1;
+        }
         fence_at_the_bell();
         if (has_input_or_ended()) {
             bell_.ring();
@@ -148,6 +164,9 @@ int ObjectReader::settle() {
     try {
         bell_.take();
         const bool closed = poll_.drain();
+        if (return_.is_open()) {
+            return 0; // its descriptor tells of what changed since it was looked for
+        }
         fence_at_the_bell();
         if (closed ? has_input_or_ended() : has_input()) {
             bell_.ring();
@@ -157,6 +176,84 @@ int ObjectReader::settle() {
     } catch (const std::bad_alloc &) {
         return fail(ENOMEM);
     }
+}
+
+bool ObjectReader::is_away() {
+    const MutexLock guard(lock_);
+    return return_.is_open();
+}
+
+int ObjectReader::wait_for_return(const Deadline &deadline, const CancelDisabled &cancel) {
+    struct pollfd sources[2] = {};
+    {
+        const MutexLock guard(lock_);
+        sources[0] = {return_.descriptor(), POLLIN, 0};
+        sources[1] = {bell_.descriptor(), POLLIN, 0};
+    }
+    for (;;) {
+        if (bell_.take()) {
+            return NOTIFY_WOKEN;
+        }
+        bell_.silence_wakes();
+        const std::optional<timespec> left = deadline.left();
+        pthread_setcancelstate(cancel.previous(), nullptr);
+        const int ready = ::ppoll(sources, 2, left ? &*left : nullptr, nullptr);
+        const KeepErrno keep;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+        if (ready <= 0) {
+            return ready;
+        }
+        if (sources[0].revents != 0) {
+            return NOTIFY_INPUT;
+        }
+    }
+}
+
+int ObjectReader::reopen() {
+    const CancelDisabled no_cancel;
+    const MutexLock guard(lock_);
+    if (!ring_file_) {
+        return fail(EBADF);
+    }
+    try {
+        if (!return_.is_open()) {
+            if (!bell_.prepare() || !return_.open()) {
+                return -1;
+            }
+            if (poll_.is_open() && !poll_.add(return_.descriptor())) {
+                const KeepErrno keep;
+                return_.close();
+                return -1;
+            }
+        }
+        return_.look(relative_); // before the ring, which may come at any moment
+        const std::unique_ptr<ObjectReader> found = open(relative_);
+        return found && take_over(*found) ? 0 : -1;
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
+}
+
+bool ObjectReader::take_over(ObjectReader &other) {
+    if (poll_.is_open() && !poll_.move_to(other.ring_file_.get())) {
+        return false;
+    }
+    end_armed_watch();
+    stop_watching(waiter_);
+    if (::dup3(other.ring_file_.get(), ring_file_.get(), O_CLOEXEC) < 0) {
+        return false;
+    }
+    ring_ = std::move(other.ring_);
+    position_ = 0;
+    must_start_over_ = is_new_ = true;
+    gone_ = is_corrupt_ = false;
+    current_.clear();
+    pending_.clear();
+    known_.clear();
+    known_bytes_ = 0;
+    unsettled_ = true;
+    return_.close();
+    return true;
 }
 
 } // namespace vantro::platform

@@ -124,6 +124,25 @@ Place find_place(std::string_view path, RuntimeRoot root) {
     return walk(path, root, false);
 }
 
+DeepestDirectory deepest_directory(std::string_view path, RuntimeRoot root) {
+    DeepestDirectory deepest;
+    deepest.directory = root == RuntimeRoot::system
+                            ? UniqueFd(::open("/run", O_PATH | directory_flags))
+                            : open_user_runtime();
+    UniqueFd next = open_root(root, false);
+    while (deepest.directory && next) {
+        deepest.parent = std::move(deepest.directory);
+        deepest.directory = std::move(next);
+        const size_t slash = path.find('/');
+        if (slash == std::string_view::npos) {
+            break; // what is left is the file's name
+        }
+        next = open_part(deepest.directory.get(), std::string(path.substr(0, slash)), false);
+        path.remove_prefix(slash + 1);
+    }
+    return deepest;
+}
+
 Place make_place(std::string_view path) {
     return walk(path, RuntimeRoot::own, true);
 }

@@ -46,6 +46,14 @@ auto open_in_either(Open open) {
     return opened;
 }
 
+// The deepest directory on the way to a relative path that is there: at worst the one in which the
+// runtime directory lies, or would. Empty where not even that is.
+struct DeepestDirectory {
+    UniqueFd directory;
+    UniqueFd parent; // empty where the directory is that one
+};
+DeepestDirectory deepest_directory(std::string_view path, RuntimeRoot root);
+
 // The path that names a descriptor, for calls that take paths only.
 std::string descriptor_path(int fd, std::string_view name = {});
 

@@ -127,6 +127,7 @@ _int_functions: dict[str, list[Any]] = {
     "vantro_open": [_handle, c.c_char_p],
     "vantro_close": [_handle, c.c_char_p],
     "vantro_disconnect": [_handle],
+    "vantro_set_reconnect": [_handle, c.c_int],
     "vantro_set_timeout": [_handle, c.c_int],
     "vantro_play": [_handle],
     "vantro_stop": [_handle],

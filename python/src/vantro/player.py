@@ -125,6 +125,12 @@ class Player:
             if library.vantro_set_timeout(pointer, limit) != 0:
                 raise of_errno(ctypes.get_errno())
 
+    def set_reconnect(self, on: bool) -> None:
+        """Has the player outlive the service; see vantro_set_reconnect() of the C library."""
+        with self._owned().call() as pointer:
+            if library.vantro_set_reconnect(pointer, int(on)) != 0:
+                raise of_errno(ctypes.get_errno())
+
     # Commands.
 
     def play(self) -> None:

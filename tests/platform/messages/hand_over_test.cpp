@@ -6,8 +6,8 @@
 #include <mutex>
 #include <set>
 
-#include "tests/platform/processors.h"
 #include "tests/platform/support.h"
+#include "tests/support/processors.h"
 
 namespace vantro::test {
 namespace {

@@ -7,8 +7,8 @@
 #include <random>
 
 #include "platform/linux/messages/lane_words.h"
-#include "tests/platform/processors.h"
 #include "tests/platform/support.h"
+#include "tests/support/processors.h"
 
 namespace vantro::test {
 namespace {

@@ -247,6 +247,15 @@ VANTRO_PLATFORM_API int ipc_set_timeout(int connection, int timeout_ms);
 VANTRO_PLATFORM_API int ipc_set_open_timeout(int timeout_ms);
 
 /**
+ * Tells whether the server of a connection is still there, as far as its end has arrived. Does not
+ * block.
+ * @param connection from platform_open() or global_name_open().
+ * @return 1, or 0: every exchange fails with ECONNRESET from now on; -1: EBADF, also in a child of
+ *   fork.
+ */
+VANTRO_PLATFORM_API int ipc_connected(int connection);
+
+/**
  * Lets this process look, or not, whether a message or an answer is about to arrive before a thread
  * sleeps. At first it may. Where a client and a server on two processors exchange messages in quick
  * succession, each then looks for up to 50 us at a word in memory that the other changes, in place

@@ -1,6 +1,6 @@
 // Where threads of a test may run.
-#ifndef VANTRO_TESTS_PLATFORM_PROCESSORS_H
-#define VANTRO_TESTS_PLATFORM_PROCESSORS_H
+#ifndef VANTRO_TESTS_SUPPORT_PROCESSORS_H
+#define VANTRO_TESTS_SUPPORT_PROCESSORS_H
 
 #include <sched.h>
 

@@ -1,0 +1,213 @@
+// Handles that outlive the service: by poll in one thread, and by waiting.
+#include <poll.h>
+#include <sys/timerfd.h>
+
+#include <array>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "tests/service/vantrod.h"
+#include "tests/support/processors.h"
+
+namespace vantro::service {
+namespace {
+
+long open_files() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+}
+
+class Reconnect : public Vantrod {
+  protected:
+    void SetUp() override {
+        Vantrod::SetUp();
+        std::filesystem::create_directory(path_ + "/music");
+        run();
+    }
+    void run() {
+        start({"--music", path_ + "/music", "--player", "main", "--player", "kitchen"});
+        ASSERT_EQ(told().rfind("vantrod: ready (", 0), 0u);
+    }
+    void end(int signal) {
+        service->kill(signal);
+        service->wait();
+    }
+    // A handle that reconnects, with this player open.
+    static VantroHandle *open(const char *name) {
+        VantroHandle *const handle = vantro_connect_timed(20'000);
+        EXPECT_EQ(vantro_open(handle, name), 0);
+        EXPECT_EQ(vantro_set_reconnect(handle, VANTRO_RECONNECT_ON), 0);
+        return handle;
+    }
+    static int32_t reason() { return vantro_last_failure(nullptr); }
+};
+
+struct Followed {
+    VantroHandle *handle;
+    int descriptor;
+    int returns = 0;
+    int32_t repeat = -1;
+    int32_t shuffle = -1;
+    bool in_picture = false; // "state" has been told since the last return
+
+    void take_events() {
+        for (;;) {
+            const VantroEvent *const event = vantro_event_get(handle);
+            ASSERT_NE(event, nullptr) << errno;
+            if (event->type == VANTRO_EVENT_NONE && !event->object_name) {
+                return;
+            }
+            if (event->object_name == std::string(VANTRO_OBJECT_RECONNECTED)) {
+                ASSERT_NE(event->dict, nullptr);
+                ++returns;
+                in_picture = false;
+            }
+            if (event->object_name == std::string("state")) {
+                in_picture = true;
+                repeat = event->repeat;
+                shuffle = event->shuffle;
+            }
+        }
+    }
+};
+
+// VANTRO_ROUNDS may ask for more rounds.
+TEST_F(Reconnect, FollowsTwoPlayersAndATimerOverEveryRestart) {
+    // A connection has more descriptors where its thread moves between processors.
+    cpu_set_t before;
+    sched_getaffinity(0, sizeof before, &before);
+    test::run_on(sched_getcpu());
+    const char *const wanted = std::getenv("VANTRO_ROUNDS");
+    const int rounds = wanted ? std::atoi(wanted) : 12;
+    const int timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    const itimerspec often = {{0, 10'000'000}, {0, 10'000'000}};
+    timerfd_settime(timer, 0, &often, nullptr);
+    std::array<Followed, 2> players = {Followed{open("main"), -1}, Followed{open("kitchen"), -1}};
+    std::array<pollfd, 3> files = {pollfd{timer, POLLIN, 0}, {}, {}};
+    for (size_t i = 0; i < players.size(); ++i) {
+        players[i].descriptor = vantro_event_fd(players[i].handle);
+        ASSERT_GE(players[i].descriptor, 0) << std::strerror(errno);
+        files[i + 1] = {players[i].descriptor, POLLIN, 0};
+    }
+    uint64_t ticks = 0;
+    // Polls until `done`, or for so many ticks. @return how often a player's descriptor was
+    // readable.
+    const auto loop = [&](auto done, uint64_t most = 6'000) {
+        int readable = 0;
+        for (const uint64_t end = ticks + most; !done() && ticks < end;) {
+            EXPECT_GT(poll(files.data(), files.size(), -1), 0);
+            for (size_t i = 0; i < players.size(); ++i) {
+                if (files[i + 1].revents != 0) {
+                    ++readable;
+                    players[i].take_events();
+                }
+            }
+            uint64_t expired = 0;
+            if (read(timer, &expired, sizeof expired) == sizeof expired) {
+                ticks += expired;
+            }
+        }
+        return readable;
+    };
+    const auto never = [] { return false; };
+    long files_open = 0;
+    for (int round = 0; round < rounds; ++round) {
+        const int32_t repeat = 1 + round % 2;
+        const int32_t shuffle = round / 2 % 2;
+        for (const Followed &player : players) {
+            ASSERT_EQ(vantro_repeat(player.handle, repeat), 0) << round;
+            ASSERT_EQ(vantro_shuffle(player.handle, shuffle), 0) << round;
+        }
+        loop([&] {
+            return players[0].repeat == repeat && players[1].repeat == repeat &&
+                   players[0].shuffle == shuffle && players[1].shuffle == shuffle;
+        });
+        for (const Followed &player : players) {
+            ASSERT_TRUE(player.in_picture) << round;
+            ASSERT_EQ(player.returns, round);
+            ASSERT_EQ(player.repeat, repeat) << round;
+            ASSERT_EQ(player.shuffle, shuffle) << round;
+        }
+        if (round == 1) {
+            files_open = open_files();
+        } else if (round > 1) {
+            ASSERT_EQ(open_files(), files_open) << round;
+        }
+        end(round % 2 == 0 ? SIGKILL : SIGTERM);
+        // The kernel closes some files of a process after its end.
+        int calm = 0;
+        while (loop(never, 10) > 0 && ++calm < 50) {
+        }
+        EXPECT_LT(calm, 50) << "woken while nothing happens";
+        EXPECT_EQ(vantro_play(players[0].handle), -1);
+        EXPECT_EQ(reason(), VANTRO_FAILURE_GONE);
+        run();
+        loop([&] { return players[0].returns > round && players[1].returns > round; });
+        ASSERT_EQ(vantro_event_fd(players[0].handle), players[0].descriptor);
+    }
+    for (const Followed &player : players) {
+        EXPECT_EQ(vantro_disconnect(player.handle), 0);
+    }
+    close(timer);
+    sched_setaffinity(0, sizeof before, &before);
+}
+
+// A wait lasts while the service is away, ends by time, wake and return, and a handle that is
+// closed meanwhile can be used again.
+TEST_F(Reconnect, WaitsForTheService) {
+    VantroHandle *const handle = open("main");
+    const auto drain = [&] {
+        const VantroEvent *event = nullptr;
+        bool returned = false;
+        while ((event = vantro_event_get(handle)) &&
+               (event->type != VANTRO_EVENT_NONE || event->object_name)) {
+            returned = returned || event->object_name == std::string(VANTRO_OBJECT_RECONNECTED);
+        }
+        EXPECT_NE(event, nullptr);
+        return returned;
+    };
+    EXPECT_FALSE(drain());
+    end(SIGKILL);
+    EXPECT_EQ(vantro_event_wait_for(handle, 20'000), 1);
+    EXPECT_FALSE(drain());
+    EXPECT_EQ(vantro_event_wait_for(handle, 20), 0);
+    std::thread waking([&] { vantro_event_wake(handle); });
+    EXPECT_EQ(vantro_event_wait_for(handle, 20'000), 1);
+    waking.join();
+    EXPECT_FALSE(drain());
+    // The directory where its objects were goes, and comes again.
+    std::filesystem::remove_all(path_ + "/vantro");
+    bool returned = false;
+    std::thread waiting([&] {
+        for (int i = 0; i < 100 && !returned; ++i) {
+            EXPECT_EQ(vantro_event_wait(handle), 0);
+            returned = drain();
+        }
+    });
+    run();
+    waiting.join();
+    EXPECT_TRUE(returned);
+    EXPECT_EQ(vantro_jump(handle, 5), -1); // there is no track
+    EXPECT_EQ(reason(), VANTRO_FAILURE_REFUSED);
+    end(SIGKILL);
+    EXPECT_EQ(vantro_close(handle, "main"), 0);
+    EXPECT_EQ(vantro_open(handle, "kitchen"), -1);
+    EXPECT_EQ(reason(), VANTRO_FAILURE_GONE);
+    run();
+    EXPECT_EQ(vantro_open(handle, "kitchen"), 0);
+    EXPECT_FALSE(drain());
+    // Where the player cannot be opened again, that is the reason.
+    end(SIGTERM);
+    start({"--music", path_ + "/music", "--player", "main"});
+    ASSERT_EQ(told().rfind("vantrod: ready (", 0), 0u);
+    VantroStateInfo *state = nullptr;
+    EXPECT_EQ(vantro_get_current_state(handle, &state), -1);
+    EXPECT_EQ(reason(), VANTRO_FAILURE_REFUSED);
+    EXPECT_EQ(vantro_set_reconnect(handle, 2), -1);
+    EXPECT_EQ(errno, EINVAL);
+    vantro_disconnect(handle);
+}
+
+} // namespace
+} // namespace vantro::service
