@@ -106,14 +106,14 @@ VANTRO_PLATFORM_API int notify_settle(int descriptor);
 
 /**
  * Has a descriptor whose publisher has ended, or was replaced, go on with the publisher that is
- * there now: what is read next is the present state of its objects, as after platform_open(). Number
- * and poll descriptor stay as they are. Where there is no publisher, notify_wait() and the poll
- * descriptor from then on tell that it is worth asking again, for which nothing wakes the process
- * meanwhile but what happens where the publisher would be; that takes an inotify instance. Must not
- * overlap any call for the descriptor but notify_wake(). Does not block.
+ * there now: what is read next is the present state of its objects, as after platform_open().
+ * Number and poll descriptor stay as they are. Where there is no publisher, notify_wait() and the
+ * poll descriptor from then on tell that it is worth asking again, for which nothing wakes the
+ * process meanwhile but what happens where the publisher would be; that takes an inotify instance.
+ * Must not overlap any call for the descriptor but notify_wake(). Does not block.
  * @return 0, or -1: ENOENT or ECONNREFUSED where there is no publisher, EBADF, and otherwise as
- *   platform_open() and notify_poll_descriptor(); a call may succeed later. Nothing has changed then
- *   that a read would show.
+ *   platform_open() and notify_poll_descriptor(); a call may succeed later. Nothing has changed
+ * then that a read would show.
  */
 VANTRO_PLATFORM_API int notify_reopen(int descriptor);
 
