@@ -1,0 +1,59 @@
+// A request and an answer, apart from how they travel.
+#ifndef VANTRO_BRIDGES_WEB_HTTP_H
+#define VANTRO_BRIDGES_WEB_HTTP_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bridges/web/descriptor.h"
+#include "bridges/web/target.h"
+
+namespace vantro::web {
+
+// What is looked at of a request before its body. Fields that it does not have are empty.
+struct RequestHead {
+    std::string method;
+    std::string host;
+    std::string origin;
+    std::string fetch_site; // Sec-Fetch-Site: which page made the browser send it.
+    std::string content_type;
+    std::string known_etag; // If-None-Match
+    std::string token;      // The cookie that pairing gives.
+    bool from_loopback = false;
+    bool forwarded = false; // A proxy has passed it on.
+    bool secure = false;    // It came to that proxy by TLS.
+};
+
+struct Request {
+    RequestHead head;
+    Target target;
+    std::string body;
+};
+
+struct Response {
+    int status = 200;
+    const char *type = "application/json";
+    std::shared_ptr<const std::string> body;
+    Descriptor file; // The body, where there is one.
+    uint64_t file_size = 0;
+    std::vector<std::pair<const char *, std::string>> headers;
+    std::string followed_player; // Not empty: an endless stream of this player's events.
+
+    static Response json(std::string text) {
+        Response response;
+        response.body = std::make_shared<const std::string>(std::move(text));
+        return response;
+    }
+    static Response nothing() {
+        Response response;
+        response.status = 204;
+        return response;
+    }
+};
+
+} // namespace vantro::web
+
+#endif

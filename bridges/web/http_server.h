@@ -1,0 +1,87 @@
+// HTTP: takes connections, reads requests, and sends answers and event streams.
+#ifndef VANTRO_BRIDGES_WEB_HTTP_SERVER_H
+#define VANTRO_BRIDGES_WEB_HTTP_SERVER_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <microhttpd.h>
+#include <sys/socket.h>
+
+#include "bridges/web/api_error.h"
+#include "bridges/web/event_stream.h"
+#include "bridges/web/http.h"
+
+namespace vantro::web {
+
+// What it serves.
+class Site {
+  public:
+    virtual ~Site() = default;
+    // Judges a request before its body is read. @throws ApiError.
+    virtual void admit(const Request &request) = 0;
+    // Carries it out. Never fails: what goes wrong is in the answer.
+    virtual Response answer(const Request &request) = 0;
+    virtual Response refuse(const ApiError &error) = 0;
+    virtual PlayerLink &followed(const std::string &player) = 0;
+};
+
+// It starts no thread: run() does what there is to do, and is to be called when descriptor() is
+// readable and when timeout() is over.
+class HttpServer {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    struct Limits {
+        unsigned connections;
+        unsigned connections_of_address;
+    };
+
+    // @throws std::runtime_error where the system has no room for it.
+    HttpServer(Site &site, const Limits &limits);
+    ~HttpServer();
+    HttpServer(const HttpServer &) = delete;
+    HttpServer &operator=(const HttpServer &) = delete;
+
+    // Takes a connection over, or closes it where there are too many.
+    void add(int descriptor, const sockaddr *address, socklen_t length);
+
+    int descriptor() const;
+    void run();
+    // Milliseconds; -1: without end.
+    int64_t timeout() const;
+
+    std::map<uint64_t, EventStream *> &streams() { return streams_; }
+    // Grows with each connection that has ended.
+    uint64_t closed() const { return closed_; }
+
+    // Called with a new stream's descriptor, for someone who notices that its client goes.
+    std::function<void(const EventStream &)> on_stream;
+
+  private:
+    struct Exchange; // A request that is being read, with its connection.
+    struct Callbacks;
+
+    MHD_Result receive(Exchange &exchange, const char *data, size_t *size);
+    MHD_Result send(Exchange &exchange, Response response);
+    MHD_Response *make_stream(Exchange &exchange, const std::string &player);
+    void close_overdue();
+
+    Site &site_;
+    MHD_Daemon *daemon_ = nullptr;
+    std::map<uint64_t, EventStream *> streams_;
+    uint64_t next_stream_ = 1;
+    uint64_t closed_ = 0;
+    // Until when the next request of a connection must be there as a whole.
+    std::map<MHD_Connection *, Clock::time_point> deadlines_;
+};
+
+} // namespace vantro::web
+
+#endif

@@ -1,0 +1,78 @@
+// Writes JSON.
+#ifndef VANTRO_BRIDGES_WEB_JSON_WRITER_H
+#define VANTRO_BRIDGES_WEB_JSON_WRITER_H
+
+#include <cmath>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace vantro::web {
+
+// Bytes that are not UTF-8 become U+FFFD each.
+std::string valid_utf8(std::string_view text);
+
+// Keys and values alternate within an object.
+class JsonWriter {
+  public:
+    JsonWriter() : writer_(buffer_) {}
+
+    JsonWriter &begin_object() {
+        writer_.StartObject();
+        return *this;
+    }
+    JsonWriter &end_object() {
+        writer_.EndObject();
+        return *this;
+    }
+    JsonWriter &begin_array() {
+        writer_.StartArray();
+        return *this;
+    }
+    JsonWriter &end_array() {
+        writer_.EndArray();
+        return *this;
+    }
+    JsonWriter &key(const char *name) {
+        writer_.Key(name);
+        return *this;
+    }
+    JsonWriter &text(std::string_view value) {
+        const std::string valid = valid_utf8(value);
+        writer_.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
+        return *this;
+    }
+    JsonWriter &number(int64_t value) {
+        writer_.Int64(value);
+        return *this;
+    }
+    // JSON has no way to write what is not finite.
+    JsonWriter &real(double value) {
+        if (std::isfinite(value)) {
+            writer_.Double(value);
+        } else {
+            writer_.Null();
+        }
+        return *this;
+    }
+    JsonWriter &boolean(bool value) {
+        writer_.Bool(value);
+        return *this;
+    }
+    JsonWriter &null() {
+        writer_.Null();
+        return *this;
+    }
+    std::string take() const { return {buffer_.GetString(), buffer_.GetSize()}; }
+
+  private:
+    rapidjson::StringBuffer buffer_;
+    rapidjson::Writer<rapidjson::StringBuffer> writer_;
+};
+
+} // namespace vantro::web
+
+#endif

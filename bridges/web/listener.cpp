@@ -1,0 +1,85 @@
+#include "bridges/web/listener.h"
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+namespace vantro::web {
+namespace {
+
+// Clients that come while an answer is waited for.
+constexpr int backlog = 256;
+
+[[noreturn]] void fail(const std::string &where, int error) {
+    throw std::runtime_error(fmt::format("cannot listen on {}: {}", where, std::strerror(error)));
+}
+
+std::string name_of(int socket) {
+    sockaddr_storage address{};
+    socklen_t length = sizeof address;
+    char host[NI_MAXHOST];
+    char port[NI_MAXSERV];
+    auto *const plain = reinterpret_cast<sockaddr *>(&address);
+    if (getsockname(socket, plain, &length) != 0 ||
+        getnameinfo(plain, length, host, sizeof host, port, sizeof port,
+                    NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+        return "?";
+    }
+    return address.ss_family == AF_INET6 ? fmt::format("[{}]:{}", host, port)
+                                         : fmt::format("{}:{}", host, port);
+}
+
+Descriptor listen_on(const addrinfo &address) {
+    Descriptor made(
+        ::socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const int on = 1;
+    if (!made) {
+        return made;
+    }
+    setsockopt(made.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (address.ai_family == AF_INET6) {
+        setsockopt(made.get(), IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
+    }
+    if (::bind(made.get(), address.ai_addr, address.ai_addrlen) != 0 ||
+        ::listen(made.get(), backlog) != 0) {
+        const int error = errno;
+        made.reset();
+        errno = error;
+    }
+    return made;
+}
+
+} // namespace
+
+std::vector<Listener> Listener::open(const std::string &where, uint16_t port) {
+    std::vector<Listener> all;
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
+    addrinfo *found = nullptr;
+    const int error = getaddrinfo(where.c_str(), std::to_string(port).c_str(), &hints, &found);
+    if (error != 0) {
+        throw std::runtime_error(
+            fmt::format("cannot listen on {}: {}", where, gai_strerror(error)));
+    }
+    const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owned(found, freeaddrinfo);
+    for (const addrinfo *each = found; each; each = each->ai_next) {
+        Descriptor made = listen_on(*each);
+        if (!made) {
+            fail(where, errno);
+        }
+        std::string name = name_of(made.get());
+        all.push_back(Listener(std::move(made), std::move(name)));
+    }
+    return all;
+}
+
+} // namespace vantro::web

@@ -1,0 +1,35 @@
+// The page's files, as they were when the program began.
+#ifndef VANTRO_BRIDGES_WEB_PAGE_FILES_H
+#define VANTRO_BRIDGES_WEB_PAGE_FILES_H
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "bridges/web/http.h"
+
+namespace vantro::web {
+
+// They are read once, so that no request ever names a file.
+class PageFiles {
+  public:
+    // @throws std::runtime_error where the folder has no page.
+    explicit PageFiles(const std::string &folder);
+
+    // @throws ApiError where there is no such file.
+    Response get(const std::string &name, std::string_view known_etag) const;
+
+  private:
+    struct File {
+        const char *type;
+        std::string etag;
+        std::shared_ptr<const std::string> bytes;
+    };
+
+    std::map<std::string, File> files_;
+};
+
+} // namespace vantro::web
+
+#endif

@@ -1,0 +1,42 @@
+// Lets clients on other machines in: they give a code once, and carry a token from then on.
+#ifndef VANTRO_BRIDGES_WEB_PAIRING_H
+#define VANTRO_BRIDGES_WEB_PAIRING_H
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace vantro::web {
+
+class Pairing {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    // @param folder where the key is kept, so that tokens outlive this process; empty: nowhere.
+    // @throws std::runtime_error where the key can be neither read nor made.
+    explicit Pairing(const std::string &folder);
+
+    // Eight digits, new with each process.
+    const std::string &code() const { return code_; }
+
+    // Blanks and hyphens do not matter. @return a token. @throws ApiError where the code is wrong,
+    // or too many wrong ones came lately.
+    std::string pair(std::string_view code, Clock::time_point now = Clock::now());
+
+    bool knows(std::string_view token) const;
+
+  private:
+    std::string sign(std::string_view id) const;
+    void load_key(const std::string &folder);
+
+    std::array<uint8_t, 32> key_{};
+    std::string code_;
+    int wrong_codes_ = 0;
+    Clock::time_point counted_since_{};
+};
+
+} // namespace vantro::web
+
+#endif

@@ -1,0 +1,227 @@
+#include "bridges/web/player_link.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include <vantro/catalogue.h>
+
+#include "bridges/web/records_json.h"
+#include "bridges/web/service_call.h"
+
+namespace vantro::web {
+namespace {
+
+using std::chrono::milliseconds;
+
+// A service that has stopped must not hold up all clients for long.
+constexpr milliseconds answer_limit(5000);
+constexpr milliseconds first_delay(100);
+constexpr milliseconds longest_delay(5000);
+
+// The service corrects positions by less; who moves the position by less does not hear it.
+constexpr milliseconds jump_least(700);
+
+// What a kept state says of the position grows old.
+constexpr milliseconds state_age_max(1000);
+
+// In a row. Where the file of a player's objects is corrupt nothing else comes any more.
+constexpr int misunderstood_max = 100;
+
+// Tracks asked for at a time.
+constexpr int32_t tracks_page = 2000;
+
+// A session may be replaced while it is read.
+constexpr int attempts = 5;
+
+} // namespace
+
+void PlayerLink::connect() {
+    const Clock::time_point begun = Clock::now();
+    Result<Player> player = Player::connect(name_.c_str(), answer_limit);
+    if (player) {
+        if (const Result<int> descriptor = player->events().descriptor(); !descriptor) {
+            player = descriptor.failure();
+        }
+    }
+    if (!player) {
+        failure_ = player.failure();
+        // An attempt that has taken long keeps all clients waiting, and is not made again soon.
+        delay_ = std::clamp(delay_ * 2, first_delay, longest_delay);
+        const Clock::time_point now = Clock::now();
+        retry_at_ = now + std::max<Clock::duration>(delay_, now - begun);
+        return;
+    }
+    player_.emplace(*std::move(player));
+    failure_.reset();
+    delay_ = milliseconds(0);
+    tracks_of_ = 0;
+    error_ = 0;
+    position_known_ = false;
+    ++connections_;
+    take_events(); // the first ones tell what is, not what has changed
+    news_ = {true, connections_ > 1};
+}
+
+Player &PlayerLink::player() {
+    if (!player_ && (!failure_ || Clock::now() >= retry_at_)) {
+        connect();
+    }
+    if (!player_) {
+        throw api_error_of(*failure_);
+    }
+    return *player_;
+}
+
+int PlayerLink::descriptor() {
+    if (!player_) {
+        return -1;
+    }
+    const Result<int> found = player_->events().descriptor();
+    return found ? *found : -1;
+}
+
+void PlayerLink::leave() {
+    player_.reset();
+    failure_ = Failure::of_errno(ESTALE);
+    news_.state = true;
+    state_.reset();
+    retry_at_ = {}; // the next one may run already
+}
+
+std::optional<PlayerLink::Clock::time_point> PlayerLink::retry_at() const {
+    return player_ ? std::nullopt : std::optional(retry_at_);
+}
+
+void PlayerLink::reconnect() {
+    if (!player_ && Clock::now() >= retry_at_) {
+        connect();
+    }
+}
+
+Changes PlayerLink::take_events() {
+    Changes changed;
+    while (player_) {
+        const Result<std::optional<Event>> event = player_->events().next();
+        if (!event) {
+            if (event.failure().number == EBADMSG && ++misunderstood_ < misunderstood_max) {
+                break; // what follows it comes the next time
+            }
+            const bool corrupt = misunderstood_ == misunderstood_max;
+            misunderstood_ = 0;
+            leave();
+            retry_at_ = corrupt ? Clock::now() + longest_delay : retry_at_;
+            break;
+        }
+        misunderstood_ = 0;
+        if (!*event) {
+            break;
+        }
+        changed |= changes_of(**event);
+    }
+    changed |= std::exchange(news_, {});
+    if (changed.state) {
+        state_.reset();
+    }
+    return changed;
+}
+
+bool PlayerLink::jumped(milliseconds position, const VantroStateInfo &now) {
+    const Clock::time_point time = Clock::now();
+    const std::chrono::duration<double, std::milli> passed = time - position_at_;
+    const milliseconds expected =
+        position_ + milliseconds(static_cast<int64_t>(passed.count() * speed_));
+    position_ = position;
+    position_at_ = time;
+    speed_ = now.state == VANTRO_STATE_PLAYING ? now.rate : 0;
+    const milliseconds off = position > expected ? position - expected : expected - position;
+    return std::exchange(position_known_, true) && off > jump_least;
+}
+
+Changes PlayerLink::changes_of(const Event &event) {
+    if (const auto *failed = event.as<ErrorEvent>()) {
+        error_ = failed->code;
+        return {true, false};
+    }
+    if (event.as<SourceEvent>()) {
+        return {false, true};
+    }
+    if (const auto *status = event.as<PositionEvent>()) {
+        return {jumped(status->position, event.now()), false};
+    }
+    if (event.as<TrackEvent>() && event.now().state == VANTRO_STATE_PLAYING) {
+        error_ = 0;
+    }
+    return {event.as<StateEvent>() || event.as<SessionEvent>() || event.as<TrackEvent>() ||
+                event.object() == "volume",
+            false};
+}
+
+PlayerLink::SharedText PlayerLink::state_json() {
+    if (state_ && Clock::now() - state_at_ < state_age_max) {
+        return state_;
+    }
+    std::string text;
+    try {
+        text = player_state_json(name_, player(), error_);
+    } catch (const ApiError &error) {
+        if (error.status() == 503) {
+            leave();
+        }
+        text = absent_player_json(name_, error);
+    }
+    state_ = std::make_shared<const std::string>(std::move(text));
+    state_at_ = Clock::now();
+    return state_;
+}
+
+VantroTrksessionInfo PlayerLink::session() {
+    return checked(player().session());
+}
+
+std::optional<int32_t> PlayerLink::current() {
+    Result<Track> track = player().track();
+    if (refused(track, ENODATA)) {
+        return std::nullopt;
+    }
+    return checked(std::move(track))->index;
+}
+
+const std::vector<NodeKey> &PlayerLink::tracks() {
+    for (int attempt = 1;; ++attempt) {
+        const VantroTrksessionInfo now = session();
+        if (now.type == VANTRO_TRKSESSION_NONE) {
+            tracks_.clear();
+            tracks_of_ = 0;
+            return tracks_;
+        }
+        if (now.tsid == tracks_of_) {
+            return tracks_;
+        }
+        try {
+            std::vector<NodeKey> all;
+            for (bool more = true; more;) {
+                MediaNode *nodes = nullptr;
+                int count = tracks_page;
+                const auto from = static_cast<int32_t>(all.size());
+                if (vantro_get_trksession_tracks(player().handle(), now.tsid, from, &count,
+                                                 &nodes) != 0) {
+                    throw api_error_of(Failure::last());
+                }
+                const List<MediaNode> page(nodes, count);
+                for (const MediaNode &node : page) {
+                    all.push_back({node.ms_id, std::string(text(node.id))});
+                }
+                more = page.size() == static_cast<size_t>(tracks_page);
+            }
+            tracks_ = std::move(all);
+            tracks_of_ = now.tsid;
+        } catch (const ApiError &error) {
+            if (error.status() != 404 || attempt == attempts) {
+                throw;
+            }
+        }
+    }
+}
+
+} // namespace vantro::web

@@ -1,0 +1,107 @@
+// The connection to one player of the service.
+#ifndef VANTRO_BRIDGES_WEB_PLAYER_LINK_H
+#define VANTRO_BRIDGES_WEB_PLAYER_LINK_H
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <vantro/vantro.hpp>
+
+#include "bridges/web/request_body.h"
+
+namespace vantro::web {
+
+// What events have changed.
+struct Changes {
+    bool state = false;   // Anything that state_json() tells.
+    bool sources = false; // The catalogue.
+
+    Changes &operator|=(const Changes &other) {
+        state |= other.state;
+        sources |= other.sources;
+        return *this;
+    }
+    bool any() const { return state || sources; }
+};
+
+// It lasts from one run of the service to the next: where the service has gone it is looked for
+// again, after a delay that grows.
+class PlayerLink {
+  public:
+    using Clock = std::chrono::steady_clock;
+    using SharedText = std::shared_ptr<const std::string>;
+
+    explicit PlayerLink(std::string name) : name_(std::move(name)) {}
+
+    const std::string &name() const { return name_; }
+
+    // The player, connected now if that is due. @throws ApiError.
+    Player &player();
+
+    // Says what the player is doing, as the API tells it. Every page that is open asks for it after
+    // each change, so it is kept until the next one. Never fails: without the service it says that.
+    SharedText state_json();
+
+    // The tracks of the current session. @throws ApiError.
+    const std::vector<NodeKey> &tracks();
+    // The session that they are of; its id is 0 where there is none. @throws ApiError.
+    VantroTrksessionInfo session();
+    // The current track's place, where there is one. @throws ApiError.
+    std::optional<int32_t> current();
+
+    // The descriptor that is readable when take_events() has something to do; -1 without a service.
+    int descriptor();
+    // Which connection the descriptor is of: its number may come again.
+    uint64_t connections() const { return connections_; }
+
+    // Reads all events. @return what they have changed.
+    Changes take_events();
+
+    // Connects if that is due.
+    void reconnect();
+    // When to call reconnect(); nothing while there is a connection.
+    std::optional<Clock::time_point> retry_at() const;
+
+    // To be called when a call found that the service has gone.
+    void leave();
+
+    // To be called after a command: the position that it has set is no event.
+    void forget_state() { state_.reset(); }
+
+  private:
+    void connect();
+    Changes changes_of(const Event &event);
+    bool jumped(std::chrono::milliseconds position, const VantroStateInfo &now);
+
+    const std::string name_;
+    std::optional<Player> player_;
+    uint64_t connections_ = 0;
+    int misunderstood_ = 0; // Events in a row.
+
+    SharedText state_;
+    Clock::time_point state_at_{};
+    int32_t error_ = 0; // VANTRO_ERROR_* of the last track that was not played; 0: none.
+
+    uint64_t tracks_of_ = 0;
+    std::vector<NodeKey> tracks_;
+
+    Changes news_; // What a new connection, or the end of one, may have changed.
+    std::chrono::milliseconds delay_{0};
+    Clock::time_point retry_at_{};
+    std::optional<Failure> failure_; // Why there is no connection.
+
+    // The position last told, and when: progress alone is no change.
+    std::chrono::milliseconds position_{0};
+    Clock::time_point position_at_{};
+    float speed_ = 0;
+    bool position_known_ = false;
+};
+
+} // namespace vantro::web
+
+#endif

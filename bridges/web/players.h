@@ -1,0 +1,31 @@
+// The players that clients have asked for, each with its connection.
+#ifndef VANTRO_BRIDGES_WEB_PLAYERS_H
+#define VANTRO_BRIDGES_WEB_PLAYERS_H
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bridges/web/player_link.h"
+
+namespace vantro::web {
+
+class Players {
+  public:
+    // The player of that name. @throws ApiError where the service has no such player: a connection
+    // is kept only to players that there are, so that names made up by clients cost nothing.
+    PlayerLink &find(const std::string &name);
+
+    // @throws ApiError.
+    std::vector<std::string> names();
+
+    std::map<std::string, PlayerLink> &all() { return links_; }
+
+  private:
+    std::map<std::string, PlayerLink> links_;
+};
+
+} // namespace vantro::web
+
+#endif

@@ -1,0 +1,203 @@
+#include "bridges/web/server.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <stdexcept>
+#include <utility>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/epoll.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+
+namespace vantro::web {
+namespace {
+
+// What an event is about: the kind in the upper half, a descriptor or a stream's number in the
+// lower.
+enum class Kind : uint64_t { signal, listener, http, player, stream };
+constexpr unsigned kind_shift = 56;
+
+uint64_t key_of(Kind kind, uint64_t number = 0) {
+    return static_cast<uint64_t>(kind) << kind_shift | number;
+}
+
+Descriptor signal_descriptor() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    return Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+// A telephone that leaves the network says nothing. The kernel asks for it, so that a page that is
+// open wakes nobody here.
+void keep_alive(int socket) {
+    const int on = 1;
+    const int idle_seconds = 60;
+    const int interval_seconds = 20;
+    const int probes = 3;
+    setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+    setsockopt(socket, IPPROTO_TCP, TCP_KEEPIDLE, &idle_seconds, sizeof idle_seconds);
+    setsockopt(socket, IPPROTO_TCP, TCP_KEEPINTVL, &interval_seconds, sizeof interval_seconds);
+    setsockopt(socket, IPPROTO_TCP, TCP_KEEPCNT, &probes, sizeof probes);
+}
+
+} // namespace
+
+Server::Server(std::vector<Listener> listeners, Players &players, Site &site,
+               const HttpServer::Limits &limits)
+    : listeners_(std::move(listeners)), players_(players), epoll_(epoll_create1(EPOLL_CLOEXEC)),
+      signals_(signal_descriptor()), http_(site, limits) {
+    if (!epoll_ || !signals_) {
+        throw std::runtime_error("no descriptor is left");
+    }
+    watch(EPOLL_CTL_ADD, signals_.get(), EPOLLIN, key_of(Kind::signal));
+    watch(EPOLL_CTL_ADD, http_.descriptor(), EPOLLIN, key_of(Kind::http));
+    for (const Listener &each : listeners_) {
+        watch(EPOLL_CTL_ADD, each.descriptor(), EPOLLIN,
+              key_of(Kind::listener, static_cast<uint64_t>(each.descriptor())));
+    }
+    // A suspended connection is nothing that the HTTP library waits for.
+    http_.on_stream = [this](const EventStream &stream) {
+        watch(EPOLL_CTL_ADD, stream.descriptor(), EPOLLRDHUP, key_of(Kind::stream, stream.id()));
+    };
+}
+
+void Server::watch(int operation, int descriptor, uint32_t events, uint64_t key) {
+    epoll_event event{};
+    event.events = events;
+    event.data.u64 = key;
+    epoll_ctl(epoll_.get(), operation, descriptor, &event);
+}
+
+// Milliseconds until something is due without any news; -1: nothing is.
+int Server::timeout() const {
+    int64_t least = http_.timeout();
+    for (const auto &[link, watching] : watches_) {
+        const auto retry = link->retry_at();
+        if (retry && watching.streams > 0) {
+            const auto left =
+                std::chrono::ceil<std::chrono::milliseconds>(*retry - PlayerLink::Clock::now());
+            const int64_t ms = std::max<int64_t>(left.count(), 0);
+            least = least < 0 ? ms : std::min(least, ms);
+        }
+    }
+    return static_cast<int>(std::min<int64_t>(least, INT32_MAX));
+}
+
+void Server::run() {
+    std::array<epoll_event, 64> events;
+    for (bool ended = false; !ended;) {
+        const int count =
+            epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), timeout());
+        for (int i = 0; i < count; ++i) {
+            handle(events[static_cast<size_t>(i)].data.u64, ended);
+        }
+        http_.run();
+        if (look_after_players()) {
+            http_.run(); // what was resumed is waited for only then
+        }
+        if (std::exchange(closed_seen_, http_.closed()) != http_.closed()) {
+            set_listening(true);
+        }
+    }
+}
+
+void Server::handle(uint64_t key, bool &ended) {
+    const uint64_t number = key & ((uint64_t{1} << kind_shift) - 1);
+    switch (static_cast<Kind>(key >> kind_shift)) {
+    case Kind::signal:
+        ended = true;
+        break;
+    case Kind::listener:
+        accept(static_cast<int>(number));
+        break;
+    case Kind::stream:
+        end_stream(number);
+        break;
+    case Kind::http:
+    case Kind::player:
+        break; // looked after in each round
+    }
+}
+
+void Server::accept(int listener) {
+    sockaddr_storage address{};
+    socklen_t length = sizeof address;
+    auto *const plain = reinterpret_cast<sockaddr *>(&address);
+    const int made = ::accept4(listener, plain, &length, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (made >= 0) {
+        keep_alive(made);
+        http_.add(made, plain, length);
+    } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        // The connection stays where it is, so the loop would come back at once.
+        set_listening(false);
+    }
+}
+
+void Server::set_listening(bool on) {
+    if (std::exchange(listening_, on) != on) {
+        for (const Listener &each : listeners_) {
+            watch(EPOLL_CTL_MOD, each.descriptor(), on ? static_cast<uint32_t>(EPOLLIN) : 0,
+                  key_of(Kind::listener, static_cast<uint64_t>(each.descriptor())));
+        }
+    }
+}
+
+void Server::end_stream(uint64_t id) {
+    if (const auto found = http_.streams().find(id); found != http_.streams().end()) {
+        watch(EPOLL_CTL_DEL, found->second->descriptor(), 0, 0);
+        found->second->end(); // the next round's run() closes it
+    }
+}
+
+// A player that no page follows is not listened to: while it plays it would have something to tell
+// every second.
+void Server::watch_player(PlayerLink &link, Watch &watching) {
+    const int wanted = watching.streams > 0 ? link.descriptor() : -1;
+    if (wanted == watching.descriptor && link.connections() == watching.connection) {
+        return;
+    }
+    if (watching.descriptor >= 0 && link.connections() == watching.connection) {
+        watch(EPOLL_CTL_DEL, watching.descriptor, 0, 0);
+    }
+    watching.descriptor = wanted;
+    watching.connection = link.connections();
+    if (wanted >= 0) {
+        watch(EPOLL_CTL_ADD, wanted, EPOLLIN, key_of(Kind::player));
+    }
+}
+
+// @return whether streams have news.
+bool Server::look_after_players() {
+    bool notified = false;
+    for (auto &[name, link] : players_.all()) {
+        watches_[&link].streams = 0;
+    }
+    for (const auto &[id, stream] : http_.streams()) {
+        ++watches_[&stream->link()].streams;
+    }
+    for (auto &[link, watching] : watches_) {
+        if (watching.streams > 0) {
+            link->reconnect();
+            if (const Changes changed = link->take_events(); changed.any()) {
+                for (const auto &[id, stream] : http_.streams()) {
+                    if (&stream->link() == link) {
+                        stream->notify(changed);
+                        notified = true;
+                    }
+                }
+            }
+        }
+        watch_player(*link, watching);
+    }
+    return notified;
+}
+
+} // namespace vantro::web

@@ -1,0 +1,34 @@
+#include "bridges/web/service_call.h"
+
+#include <cerrno>
+
+namespace vantro::web {
+
+ApiError api_error_of(const Failure &failure) {
+    switch (failure.why()) {
+    case Reason::gone:
+        return {503, "service_gone", "the player service does not run"};
+    case Reason::timed_out:
+        return {504, "service_silent", "the player service does not answer"};
+    case Reason::refused:
+        break;
+    default:
+        return {500, "failed", failure.text};
+    }
+    switch (failure.number) {
+    case ENODATA:
+        return {409, "nothing_to_play", "the queue is empty, or there is nothing to play"};
+    case ENOENT:
+        return {404, "not_found", "there is no such player, source, song or list"};
+    case ERANGE:
+    case EINVAL:
+        return bad_request("a value is out of range");
+    case EMSGSIZE:
+    case ENOSPC:
+        return {409, "queue_full", "the player takes no more songs"};
+    default:
+        return {500, "refused", failure.text};
+    }
+}
+
+} // namespace vantro::web

@@ -1,0 +1,38 @@
+// What a request asks for: the path and the query of its first line.
+#ifndef VANTRO_BRIDGES_WEB_TARGET_H
+#define VANTRO_BRIDGES_WEB_TARGET_H
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vantro::web {
+
+// Longer ones are refused: ids and search terms need far less.
+constexpr size_t target_bytes_max = 8192;
+
+// Replaces each %XX by its byte, and with `plus` each '+' by a space. @return nothing where a '%'
+// is not followed by two digits, or a byte below 32 or 127 results: no path or id needs one.
+std::optional<std::string> percent_decoded(std::string_view text, bool plus);
+
+struct Target {
+    std::vector<std::string> segments; // Of the path, decoded; of "/" none.
+    std::map<std::string, std::string, std::less<>> query;
+
+    // @throws ApiError where it is malformed, too long, or goes up by a "..".
+    static Target parse(std::string_view raw);
+
+    // Values of the query. @throws ApiError where the value is missing or not a number in the
+    // range.
+    const std::string &text(std::string_view name) const;
+    int64_t number(std::string_view name, int64_t least, int64_t most,
+                   std::optional<int64_t> otherwise = std::nullopt) const;
+};
+
+} // namespace vantro::web
+
+#endif
