@@ -60,7 +60,7 @@ void PlayerLink::connect() {
     position_known_ = false;
     ++connections_;
     take_events(); // the first ones tell what is, not what has changed
-    news_ = {true, connections_ > 1};
+    news_ = {connections_ > 1, connections_ > 1};
 }
 
 Player &PlayerLink::player() {
