@@ -9,7 +9,7 @@ ApiError api_error_of(const Failure &failure) {
     case Reason::gone:
         return {503, "service_gone", "the player service does not run"};
     case Reason::timed_out:
-        return {504, "service_silent", "the player service does not answer"};
+        return {503, "service_silent", "the player service does not answer"};
     case Reason::refused:
         break;
     default:

@@ -18,7 +18,10 @@ const menuIcons = {
 const holdsSongs = place =>
   ['album', 'playlist', 'genre', 'year'].includes(place.type) || place.id === 'songs';
 
-function secondLine(node) {
+function secondLine(node, place) {
+  if (node.type === 'song' && place.type === 'album') {
+    return node.artist ?? '';
+  }
   if (node.type === 'song') {
     return [node.artist, node.album].filter(Boolean).join(' · ');
   }
@@ -214,6 +217,15 @@ export class Library {
     }, icon('more'));
   }
 
+  // The songs of an album share its cover; their numbers say more.
+  picture(node, menu) {
+    if (menu) {
+      return make('span', {className: 'thumb', ariaHidden: 'true'}, icon(menuIcons[node.id] ?? 'library'));
+    }
+    const numbered = node.type === 'song' && node.number && this.place().type === 'album' && !byId('search').value;
+    return numbered ? make('span', {className: 'thumb place', textContent: node.number}) : thumb(node, coverUrl);
+  }
+
   renderRow(node, index) {
     if (!node) {
       return make('div', {className: 'row waiting'}, make('button', {className: 'go', disabled: true, ariaLabel: 'Loading'},
@@ -223,10 +235,10 @@ export class Library {
     const song = node.type === 'song';
     const end = song ? timeText(node.duration_ms ?? 0) : '';
     const go = make('button', {className: 'go', onclick: () => this.activate(node, index)},
-      menu ? make('span', {className: 'thumb', ariaHidden: 'true'}, icon(menuIcons[node.id] ?? 'library')) : thumb(node, coverUrl),
+      this.picture(node, menu),
       make('span', {className: 'lines'},
         make('span', {className: 'first', textContent: nameOf(node)}),
-        make('span', {className: 'second', textContent: menu ? (node.count ? node.count.toLocaleString() : '') : secondLine(node)})),
+        make('span', {className: 'second', textContent: menu ? (node.count ? node.count.toLocaleString() : '') : secondLine(node, this.place())})),
       make('span', {className: 'time', textContent: end}));
     return make('div', {className: 'row'}, go, ...(menu ? [] : [this.more(node)]));
   }

@@ -105,11 +105,12 @@ export class VirtualList {
   measure() {
     const width = this.element.clientWidth;
     if (!width) {
-      return;
+      return; // not shown; the observer tells when it is
     }
     const margin = this.tiles ? 12 : 0;
     this.columns = this.tiles ? Math.max(2, Math.floor((width - 2 * margin) / 168)) : 1;
     this.cellWidth = (width - 2 * margin) / this.columns;
+    this.measuredTiles = this.tiles;
     this.cellHeight = this.tiles ? Math.round(this.cellWidth) + 56 : 60;
     this.margin = margin;
     this.refresh();
@@ -118,7 +119,6 @@ export class VirtualList {
   /** Makes everything that is seen again. */
   refresh() {
     if (!this.cellHeight || this.measuredTiles !== this.tiles) {
-      this.measuredTiles = this.tiles;
       this.measure();
       return;
     }
