@@ -18,6 +18,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds answer_limit(5000);
 constexpr milliseconds first_delay(100);
 constexpr milliseconds longest_delay(5000);
+constexpr milliseconds long_attempt(500);
 
 // The service corrects positions by less; who moves the position by less does not hear it.
 constexpr milliseconds jump_least(700);
@@ -36,20 +37,20 @@ constexpr int attempts = 5;
 
 } // namespace
 
+void PlayerLink::delay(Clock::time_point begun) {
+    delay_ = std::clamp(delay_ * 2, first_delay, longest_delay);
+    // An attempt that has taken long keeps all clients waiting, and is not made again soon.
+    const Clock::time_point now = Clock::now();
+    asked_retry_at_ = now - begun > long_attempt ? now + (now - begun) : now;
+    retry_at_ = std::max(now + delay_, asked_retry_at_);
+}
+
 void PlayerLink::connect() {
     const Clock::time_point begun = Clock::now();
     Result<Player> player = Player::connect(name_.c_str(), answer_limit);
-    if (player) {
-        if (const Result<int> descriptor = player->events().descriptor(); !descriptor) {
-            player = descriptor.failure();
-        }
-    }
     if (!player) {
         failure_ = player.failure();
-        // An attempt that has taken long keeps all clients waiting, and is not made again soon.
-        delay_ = std::clamp(delay_ * 2, first_delay, longest_delay);
-        const Clock::time_point now = Clock::now();
-        retry_at_ = now + std::max<Clock::duration>(delay_, now - begun);
+        delay(begun);
         return;
     }
     player_.emplace(*std::move(player));
@@ -57,14 +58,35 @@ void PlayerLink::connect() {
     delay_ = milliseconds(0);
     tracks_of_ = 0;
     error_ = 0;
-    position_known_ = false;
     ++connections_;
-    take_events(); // the first ones tell what is, not what has changed
     news_ = {connections_ > 1, connections_ > 1};
+    if (followed_) {
+        follow();
+    }
+}
+
+void PlayerLink::follow() {
+    news_.state = true; // also where it fails: then pages are told now and again
+    if (!player_->events().descriptor()) {
+        delay(Clock::now());
+        return;
+    }
+    following_ = true;
+    position_known_ = false;
+    delay_ = milliseconds(0);
+    const Changes news = std::exchange(news_, {});
+    take_events(); // the first ones tell what is, not what has changed
+    news_ |= news;
+}
+
+void PlayerLink::set_followed(bool followed) {
+    if (!std::exchange(followed_, followed) && followed && player_ && !following_) {
+        follow();
+    }
 }
 
 Player &PlayerLink::player() {
-    if (!player_ && (!failure_ || Clock::now() >= retry_at_)) {
+    if (!player_ && Clock::now() >= asked_retry_at_) {
         connect();
     }
     if (!player_) {
@@ -74,7 +96,7 @@ Player &PlayerLink::player() {
 }
 
 int PlayerLink::descriptor() {
-    if (!player_) {
+    if (!player_ || !following_) {
         return -1;
     }
     const Result<int> found = player_->events().descriptor();
@@ -82,26 +104,36 @@ int PlayerLink::descriptor() {
 }
 
 void PlayerLink::leave() {
+    if (!player_) {
+        return; // known already; the delay before the next attempt stays
+    }
     player_.reset();
+    following_ = false;
     failure_ = Failure::of_errno(ESTALE);
     news_.state = true;
     state_.reset();
     retry_at_ = {}; // the next one may run already
+    asked_retry_at_ = {};
 }
 
 std::optional<PlayerLink::Clock::time_point> PlayerLink::retry_at() const {
-    return player_ ? std::nullopt : std::optional(retry_at_);
+    return player_ && (following_ || !followed_) ? std::nullopt : std::optional(retry_at_);
 }
 
 void PlayerLink::reconnect() {
-    if (!player_ && Clock::now() >= retry_at_) {
+    if (Clock::now() < retry_at_) {
+        return;
+    }
+    if (!player_) {
         connect();
+    } else if (followed_ && !following_) {
+        follow();
     }
 }
 
 Changes PlayerLink::take_events() {
     Changes changed;
-    while (player_) {
+    while (player_ && following_) {
         const Result<std::optional<Event>> event = player_->events().next();
         if (!event) {
             if (event.failure().number == EBADMSG && ++misunderstood_ < misunderstood_max) {

@@ -54,6 +54,10 @@ class PlayerLink {
     // The current track's place, where there is one. @throws ApiError.
     std::optional<int32_t> current();
 
+    // Whether events are wanted. Following takes one of the few inotify instances of a user, which
+    // commands alone do without.
+    void set_followed(bool followed);
+
     // The descriptor that is readable when take_events() has something to do; -1 without a service.
     int descriptor();
     // Which connection the descriptor is of: its number may come again.
@@ -62,9 +66,11 @@ class PlayerLink {
     // Reads all events. @return what they have changed.
     Changes take_events();
 
-    // Connects if that is due.
+    bool is_connected() const { return player_.has_value(); }
+
+    // Connects, and follows, if that is due.
     void reconnect();
-    // When to call reconnect(); nothing while there is a connection.
+    // When to call reconnect(); nothing while there is nothing to try.
     std::optional<Clock::time_point> retry_at() const;
 
     // To be called when a call found that the service has gone.
@@ -75,12 +81,16 @@ class PlayerLink {
 
   private:
     void connect();
+    void follow();
+    void delay(Clock::time_point begun);
     Changes changes_of(const Event &event);
     bool jumped(std::chrono::milliseconds position, const VantroStateInfo &now);
 
     const std::string name_;
     std::optional<Player> player_;
     uint64_t connections_ = 0;
+    bool followed_ = false;  // Events are wanted,
+    bool following_ = false; // and come.
     int misunderstood_ = 0; // Events in a row.
 
     SharedText state_;
@@ -93,6 +103,7 @@ class PlayerLink {
     Changes news_; // What a new connection, or the end of one, may have changed.
     std::chrono::milliseconds delay_{0};
     Clock::time_point retry_at_{};
+    Clock::time_point asked_retry_at_{}; // Where a client asks for the player.
     std::optional<Failure> failure_; // Why there is no connection.
 
     // The position last told, and when: progress alone is no change.

@@ -184,6 +184,7 @@ bool Server::look_after_players() {
         ++watches_[&stream->link()].streams;
     }
     for (auto &[link, watching] : watches_) {
+        link->set_followed(watching.streams > 0);
         if (watching.streams > 0) {
             link->reconnect();
             if (const Changes changed = link->take_events(); changed.any()) {

@@ -13,7 +13,7 @@ ApiError api_error_of(const Failure &failure) {
     case Reason::refused:
         break;
     default:
-        return {500, "failed", failure.text};
+        return {503, "failed", failure.text};
     }
     switch (failure.number) {
     case ENODATA:

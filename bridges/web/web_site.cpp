@@ -115,7 +115,7 @@ bool WebSite::is_trusted(const RequestHead &head) const {
 
 PlayerLink &WebSite::any_player() {
     for (auto &[name, link] : players_.all()) {
-        if (!link.retry_at()) {
+        if (link.is_connected()) {
             return link;
         }
     }
