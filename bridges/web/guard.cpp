@@ -56,7 +56,7 @@ std::string host_name(std::string_view host_and_port) {
     const bool number = port.empty() || (port.starts_with(':') && port.size() <= 6 &&
                                          std::all_of(port.begin() + 1, port.end(),
                                                      [](char c) { return c >= '0' && c <= '9'; }));
-    if (!number) {
+    if (!number || host.find('\0') != std::string_view::npos) {
         return "";
     }
     if (host.ends_with('.')) {

@@ -91,7 +91,7 @@ class PlayerLink {
     uint64_t connections_ = 0;
     bool followed_ = false;  // Events are wanted,
     bool following_ = false; // and come.
-    int misunderstood_ = 0; // Events in a row.
+    int misunderstood_ = 0;  // Events in a row.
 
     SharedText state_;
     Clock::time_point state_at_{};
@@ -104,7 +104,7 @@ class PlayerLink {
     std::chrono::milliseconds delay_{0};
     Clock::time_point retry_at_{};
     Clock::time_point asked_retry_at_{}; // Where a client asks for the player.
-    std::optional<Failure> failure_; // Why there is no connection.
+    std::optional<Failure> failure_;     // Why there is no connection.
 
     // The position last told, and when: progress alone is no change.
     std::chrono::milliseconds position_{0};

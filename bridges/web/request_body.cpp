@@ -1,6 +1,7 @@
 #include "bridges/web/request_body.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <fmt/format.h>
 #include <rapidjson/error/en.h>
@@ -42,7 +43,7 @@ RequestBody::RequestBody(std::string_view text, std::vector<std::string_view> me
     if (!document_.IsObject()) {
         throw bad_request("the body is not an object");
     }
-    for (const auto &member : document_.GetObject()) {
+    for (const auto &member : std::as_const(document_).GetObject()) {
         if (std::find(members.begin(), members.end(), string_of(member.name)) == members.end()) {
             throw bad_request("the body has a member that is not known here");
         }

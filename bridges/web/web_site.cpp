@@ -13,6 +13,19 @@
 namespace vantro::web {
 namespace {
 
+// The address is there, for other methods.
+class WrongMethod : public ApiError {
+  public:
+    explicit WrongMethod(std::string allowed)
+        : ApiError(405, "wrong_method", "this address does not know that method"),
+          allowed_(std::move(allowed)) {}
+
+    const std::string &allowed() const { return allowed_; }
+
+  private:
+    std::string allowed_;
+};
+
 enum class Access {
     anyone, // Needed before pairing.
     paired
@@ -78,20 +91,21 @@ bool matches(const Route &route, const std::vector<std::string> &segments) {
     return rest.empty();
 }
 
-// @throws ApiError where there is none; "Allow" then tells which methods there are.
+// @throws ApiError where there is none.
 const Route &route_of(const Request &request) {
-    const std::string_view method = request.head.method == "HEAD" ? "GET" : request.head.method;
-    const Route *other = nullptr;
+    const bool head = request.head.method == "HEAD";
+    const std::string_view method = head ? std::string_view("GET") : request.head.method;
+    std::string allowed;
     for (const Route &route : routes) {
         if (matches(route, request.target.segments)) {
             if (route.method == method) {
                 return route;
             }
-            other = &route;
+            allowed += (allowed.empty() ? "" : ", ") + std::string(route.method);
         }
     }
-    if (other) {
-        throw ApiError(405, "wrong_method", "this address does not know that method");
+    if (!allowed.empty()) {
+        throw WrongMethod(std::move(allowed));
     }
     throw ApiError(404, "not_found", "there is no such address");
 }
@@ -129,7 +143,7 @@ PlayerLink &WebSite::any_player() {
 Response WebSite::answer_page(const Request &request) const {
     const std::vector<std::string> &segments = request.target.segments;
     if (request.head.method != "GET" && request.head.method != "HEAD") {
-        throw ApiError(405, "wrong_method", "the page can only be read");
+        throw WrongMethod("GET");
     }
     if (segments.size() > 1) {
         throw ApiError(404, "not_found", "there is no such page");
@@ -190,6 +204,9 @@ Response WebSite::refuse(const ApiError &error) {
     Response response = Response::json(json.end_object().take());
     response.status = error.status();
     response.headers.emplace_back("Cache-Control", "no-store");
+    if (const auto *method = dynamic_cast<const WrongMethod *>(&error)) {
+        response.headers.emplace_back("Allow", method->allowed());
+    }
     return response;
 }
 

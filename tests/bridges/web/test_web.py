@@ -232,13 +232,16 @@ def test_many_pages_and_clients_that_go_wrong(bridge):
     for _, lines in pages:
         wait_for(lines, lambda state: state.get("volume") == 59 and state["state"] == "paused")
 
-    def switches():
+    def switches():  # How often the bridge has waited.
         text = Path(f"/proc/{bridge.web.pid}/status").read_text()
         return int(text.split("voluntary_ctxt_switches:")[1].split()[0])
 
-    before = switches()
-    time.sleep(1)
-    assert switches() - before <= 2
+    def is_quiet():
+        before = switches()
+        time.sleep(0.5)
+        return switches() - before <= 1
+
+    assert any(is_quiet() for _ in range(40))
     bridge.end_service()
     for _, lines in pages:
         wait_for(lines, lambda state: state.get("available") is False)

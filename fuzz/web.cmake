@@ -1,0 +1,3 @@
+# Reaches into the bridge, so only where that is built.
+vantro_fuzzer(web web.cpp)
+target_link_libraries(fuzz_web PRIVATE vantro_web_objects)
