@@ -29,6 +29,10 @@ if grep -q '^VANTRO_BUILD_MPD:BOOL=\(ON\|1\)$' "$build/CMakeCache.txt"; then
     programs+=' vantro-mpd'
     pages+=' man1/vantro-mpd.1'
 fi
+if grep -q '^VANTRO_BUILD_WEB:BOOL=\(ON\|1\)$' "$build/CMakeCache.txt"; then
+    programs+=' vantro-web'
+    pages+=' man1/vantro-web.1'
+fi
 for program in $programs; do
     said=$("$prefix/bin/$program" --version) || fail "$program does not start"
     [ "$said" = "$program $version" ] || fail "$program says '$said', the header $version"
