@@ -76,8 +76,11 @@ class PlayerLink {
     // To be called when a call found that the service has gone.
     void leave();
 
-    // To be called after a command: the position that it has set is no event.
-    void forget_state() { state_.reset(); }
+    // To be called after a command: not all that it changes is an event.
+    void forget_state() {
+        state_.reset();
+        news_.state |= followed_ && !following_;
+    }
 
   private:
     void connect();

@@ -228,7 +228,7 @@ export class Library {
 
   renderRow(node, index) {
     if (!node) {
-      return make('div', {className: 'row waiting'}, make('button', {className: 'go', disabled: true, ariaLabel: 'Loading'},
+      return make('div', {className: 'row waiting'}, make('button', {className: 'go', ariaLabel: 'Loading'},
         make('span', {className: 'thumb'}), make('span', {className: 'lines'})));
     }
     const menu = node.type === 'menu' || node.id === 'folders';
@@ -245,7 +245,7 @@ export class Library {
 
   renderTile(node, index) {
     if (!node) {
-      return make('div', {className: 'tile'}, make('button', {className: 'go', disabled: true, ariaLabel: 'Loading'},
+      return make('div', {className: 'tile'}, make('button', {className: 'go', ariaLabel: 'Loading'},
         make('span', {className: 'thumb'})));
     }
     const about = node.type === 'album' && this.place().type !== 'artist' ? node.artist : node.year;

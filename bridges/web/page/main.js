@@ -32,7 +32,8 @@ function showBanner(text) {
 const follower = new Follower({
   onState(state) {
     now.update(state);
-    showBanner(state.error ? state.error.message : '');
+    const {message} = state.error ?? {};
+    showBanner(state.available ? message : `The player is away: ${message}.`);
     if (!state.available) {
       libraryWanted = true;
       return;
@@ -72,7 +73,10 @@ function showView(view) {
 
 function bindViews() {
   for (const tab of document.querySelectorAll('.tabs button')) {
-    tab.onclick = () => showView(tab.dataset.view);
+    tab.onclick = () => {
+      showView(tab.dataset.view);
+      requestAnimationFrame(() => queue.showCurrent());
+    };
   }
   byId('mini-open').onclick = () => {
     showView('now');

@@ -30,7 +30,14 @@ export class Queue {
     } else if (moved) {
       this.list.refresh();
     }
-    if (moved && this.current >= 0 && !byId('queue-list').contains(document.activeElement)) {
+    if (moved) {
+      this.showCurrent();
+    }
+  }
+
+  /** Scrolls to the current track, unless someone is at work in the list. */
+  showCurrent() {
+    if (this.current >= 0 && !byId('queue-list').contains(document.activeElement)) {
       this.list.reveal(this.current, true);
     }
   }
@@ -48,14 +55,14 @@ export class Queue {
     byId('queue-empty').hidden = Boolean(length);
     byId('queue-list').hidden = !length;
     this.list.show(pages, {keep});
-    if (!keep && this.current >= 0) {
-      requestAnimationFrame(() => this.list.reveal(this.current, true));
+    if (!keep) {
+      requestAnimationFrame(() => this.showCurrent());
     }
   }
 
   render(track, index) {
     if (!track) {
-      return make('div', {className: 'row waiting'}, make('button', {className: 'go', disabled: true, ariaLabel: 'Loading'},
+      return make('div', {className: 'row waiting'}, make('button', {className: 'go', ariaLabel: 'Loading'},
         make('span', {className: 'thumb'}), make('span', {className: 'lines'})));
     }
     const current = index === this.current;
