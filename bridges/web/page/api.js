@@ -16,8 +16,9 @@ async function answerOf(response) {
   }
   const body = await response.json().catch(() => ({}));
   if (!response.ok) {
-    const error = body.error ?? {code: 'failed', message: `The service answered ${response.status}.`};
-    throw new ApiError(response.status, error.code, error.message);
+    const {status} = response;
+    const {code = 'failed', message = `The service answered ${status}.`} = body.error ?? {};
+    throw new ApiError(status, code, message);
   }
   return body;
 }

@@ -34,7 +34,8 @@ export function timeText(ms) {
   const seconds = String(all % 60).padStart(2, '0');
   const minutes = Math.floor(all / 60) % 60;
   const hours = Math.floor(all / 3600);
-  return hours ? `${hours}:${String(minutes).padStart(2, '0')}:${seconds}` : `${minutes}:${seconds}`;
+  const rest = `${minutes}:${seconds}`;
+  return hours ? `${hours}:${rest.padStart(5, '0')}` : rest;
 }
 
 export const countText = (count, one, many) =>
@@ -66,6 +67,11 @@ export function openMenu(title, items) {
   })));
   menu.showModal();
 }
+
+/** The row of an entry that is still fetched. */
+export const waitingRow = () => make('div', {className: 'row waiting'},
+  make('button', {className: 'go', ariaLabel: 'Loading'},
+    make('span', {className: 'thumb'}), make('span', {className: 'lines'})));
 
 /** The picture of a node, or its first letter where it has none. */
 export function thumb(node, coverUrl) {

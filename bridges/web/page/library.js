@@ -1,17 +1,30 @@
 // The library: lists of lists down to songs, and what a search finds.
 import {coverUrl, get, keyOf} from './api.js';
-import {byId, countText, icon, make, nameOf, openMenu, say, thumb, timeText} from './dom.js';
+import {
+  byId, countText, icon, make, nameOf, openMenu, say, thumb, timeText, waitingRow,
+} from './dom.js';
 import {Pages, VirtualList} from './virtual-list.js';
 
 const typingPauseMs = 120;
 const searchResultsMax = 200; // Of each source, where there are several.
 
 const typeNames = {
-  artist: 'Artist', album: 'Album', genre: 'Genre', year: 'Year', playlist: 'Playlist', folder: 'Folder',
+  artist: 'Artist',
+  album: 'Album',
+  genre: 'Genre',
+  year: 'Year',
+  playlist: 'Playlist',
+  folder: 'Folder',
 };
 
 const menuIcons = {
-  artists: 'artists', albums: 'now', genres: 'genres', years: 'years', songs: 'note', folders: 'folders', playlists: 'queue',
+  artists: 'artists',
+  albums: 'now',
+  genres: 'genres',
+  years: 'years',
+  songs: 'note',
+  folders: 'folders',
+  playlists: 'queue',
 };
 
 // Lists of which each entry is a song, so that places in them are places in the queue.
@@ -26,7 +39,8 @@ function secondLine(node, place) {
     return [node.artist, node.album].filter(Boolean).join(' · ');
   }
   const count = node.count ? countText(node.count, 'entry', 'entries') : '';
-  return [typeNames[node.type], node.type === 'artist' ? '' : node.artist, count].filter(Boolean).join(' · ');
+  const artist = node.type === 'artist' ? '' : node.artist;
+  return [typeNames[node.type], artist, count].filter(Boolean).join(' · ');
 }
 
 export class Library {
@@ -35,7 +49,8 @@ export class Library {
     this.sources = [];
     this.path = []; // Places from the top down; each a node with where it was scrolled to.
     this.list = new VirtualList(byId('library-list'), {
-      render: (node, index) => (this.list.tiles ? this.renderTile(node, index) : this.renderRow(node, index)),
+      render: (node, index) =>
+        (this.list.tiles ? this.renderTile(node, index) : this.renderRow(node, index)),
       label: 'Entries of the library',
       onKey: event => event.key === 'Backspace' && this.back(),
     });
@@ -116,14 +131,16 @@ export class Library {
     if (!place) {
       return;
     }
-    const pages = term ? this.search(term) : place.id === null ? this.listSources() : this.browse(place);
+    const browsed = () => (place.id === null ? this.listSources() : this.browse(place));
+    const pages = term ? this.search(term) : browsed();
     pages.onError = error => say(error.message);
     byId('back').hidden = this.path.length < 2 && !term;
     byId('library-heading').textContent = term ? 'Results' : nameOf(place);
     const playable = !term && place.id !== null && place.id !== '' && place.type !== 'menu';
     byId('play-all').hidden = !(playable || (!term && place.id === 'songs'));
     byId('list-more').hidden = byId('play-all').hidden;
-    this.list.show(pages, {tiles: !term && (place.id === 'albums' || place.type === 'artist'), keep});
+    const tiles = !term && (place.id === 'albums' || place.type === 'artist');
+    this.list.show(pages, {tiles, keep});
     const refresh = pages.onChange;
     pages.onChange = () => {
       refresh();
@@ -159,7 +176,8 @@ export class Library {
 
   browse(place) {
     return this.openPages((offset, count, signal) =>
-      get('browse', {source_id: place.source_id, id: place.id, offset, count}, signal), place.count ?? 0);
+      get('browse', {source_id: place.source_id, id: place.id, offset, count}, signal),
+    place.count ?? 0);
   }
 
   search(term) {
@@ -178,7 +196,8 @@ export class Library {
 
   listSources() {
     return this.openPages(async () => ({
-      nodes: this.sources.map(({id, name}) => ({source_id: id, id: '', name, type: 'menu', count: 0})),
+      nodes: this.sources.map(({id, name}) =>
+        ({source_id: id, id: '', name, type: 'menu', count: 0})),
       more: false,
     }));
   }
@@ -220,33 +239,39 @@ export class Library {
   // The songs of an album share its cover; their numbers say more.
   picture(node, menu) {
     if (menu) {
-      return make('span', {className: 'thumb', ariaHidden: 'true'}, icon(menuIcons[node.id] ?? 'library'));
+      const name = menuIcons[node.id] ?? 'library';
+      return make('span', {className: 'thumb', ariaHidden: 'true'}, icon(name));
     }
-    const numbered = node.type === 'song' && node.number && this.place().type === 'album' && !byId('search').value;
-    return numbered ? make('span', {className: 'thumb place', textContent: node.number}) : thumb(node, coverUrl);
+    const ofAlbum = this.place().type === 'album' && !byId('search').value;
+    if (ofAlbum && node.type === 'song' && node.number) {
+      return make('span', {className: 'thumb place', textContent: node.number});
+    }
+    return thumb(node, coverUrl);
   }
 
   renderRow(node, index) {
     if (!node) {
-      return make('div', {className: 'row waiting'}, make('button', {className: 'go', ariaLabel: 'Loading'},
-        make('span', {className: 'thumb'}), make('span', {className: 'lines'})));
+      return waitingRow();
     }
     const menu = node.type === 'menu' || node.id === 'folders';
     const song = node.type === 'song';
+    const count = node.count ? node.count.toLocaleString() : '';
+    const second = menu ? count : secondLine(node, this.place());
     const end = song ? timeText(node.duration_ms ?? 0) : '';
     const go = make('button', {className: 'go', onclick: () => this.activate(node, index)},
       this.picture(node, menu),
       make('span', {className: 'lines'},
         make('span', {className: 'first', textContent: nameOf(node)}),
-        make('span', {className: 'second', textContent: menu ? (node.count ? node.count.toLocaleString() : '') : secondLine(node, this.place())})),
+        make('span', {className: 'second', textContent: second})),
       make('span', {className: 'time', textContent: end}));
     return make('div', {className: 'row'}, go, ...(menu ? [] : [this.more(node)]));
   }
 
   renderTile(node, index) {
     if (!node) {
-      return make('div', {className: 'tile'}, make('button', {className: 'go', ariaLabel: 'Loading'},
-        make('span', {className: 'thumb'})));
+      return make('div', {className: 'tile'},
+        make('button', {className: 'go', ariaLabel: 'Loading'},
+          make('span', {className: 'thumb'})));
     }
     const about = node.type === 'album' && this.place().type !== 'artist' ? node.artist : node.year;
     const go = make('button', {className: 'go', onclick: () => this.activate(node, index)},

@@ -126,7 +126,8 @@ async function start() {
   }
   try {
     const {players} = await get('players');
-    byId('player').replaceChildren(...players.map(name => make('option', {value: name, textContent: name})));
+    byId('player').replaceChildren(...players.map(name =>
+      make('option', {value: name, textContent: name})));
     byId('player-choice').hidden = players.length < 2;
     const last = localStorage.getItem('player');
     showBanner('');

@@ -6,7 +6,8 @@ const seekStepMs = 10000;
 
 function setFilled(range) {
   const span = range.max - range.min;
-  range.style.setProperty('--filled', `${span > 0 ? (100 * (range.value - range.min)) / span : 0}%`);
+  const filled = span > 0 ? (100 * (range.value - range.min)) / span : 0;
+  range.style.setProperty('--filled', `${filled}%`);
 }
 
 /** Sends the newest value of a slider, one at a time. */

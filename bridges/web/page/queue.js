@@ -1,6 +1,8 @@
 // The queue: what comes next, in an order that one can change.
 import {coverUrl, get, playerPath, post} from './api.js';
-import {byId, countText, icon, make, nameOf, openMenu, say, thumb, timeText} from './dom.js';
+import {
+  byId, countText, icon, make, nameOf, openMenu, say, thumb, timeText, waitingRow,
+} from './dom.js';
 import {Pages, VirtualList} from './virtual-list.js';
 
 export class Queue {
@@ -62,8 +64,7 @@ export class Queue {
 
   render(track, index) {
     if (!track) {
-      return make('div', {className: 'row waiting'}, make('button', {className: 'go', ariaLabel: 'Loading'},
-        make('span', {className: 'thumb'}), make('span', {className: 'lines'})));
+      return waitingRow();
     }
     const current = index === this.current;
     const go = make('button', {className: 'go', onclick: () => this.command('jump', {index})},
@@ -71,12 +72,22 @@ export class Queue {
       make('span', {className: 'lines'},
         make('span', {className: 'first', textContent: nameOf(track)}),
         make('span', {className: 'second', textContent: track.artist ?? ''})),
-      make('span', {className: 'time', textContent: track.duration_ms ? timeText(track.duration_ms) : ''}));
+      make('span', {
+        className: 'time', textContent: track.duration_ms ? timeText(track.duration_ms) : '',
+      }));
     if (current) {
       go.setAttribute('aria-current', 'true');
     }
-    const more = make('button', {className: 'round', ariaLabel: `More for ${nameOf(track)}`, onclick: () => this.openMenu(track, index)}, icon('more'));
-    const grip = make('span', {className: 'round grip', ariaHidden: 'true', onpointerdown: event => this.drag(event, index)}, icon('grip'));
+    const more = make('button', {
+      className: 'round',
+      ariaLabel: `More for ${nameOf(track)}`,
+      onclick: () => this.openMenu(track, index),
+    }, icon('more'));
+    const grip = make('span', {
+      className: 'round grip',
+      ariaHidden: 'true',
+      onpointerdown: event => this.drag(event, index),
+    }, icon('grip'));
     return make('div', {className: current ? 'row current' : 'row'}, go, more, grip);
   }
 
@@ -87,11 +98,15 @@ export class Queue {
       items.push(['Play next', () => this.move(index, to)]);
     }
     if (index > 0) {
-      items.push(['Move up', () => this.move(index, index - 1)], ['Move to the top', () => this.move(index, 0)]);
+      items.push(
+        ['Move up', () => this.move(index, index - 1)],
+        ['Move to the top', () => this.move(index, 0)]);
     }
     const last = this.list.pages.total - 1;
     if (index < last) {
-      items.push(['Move down', () => this.move(index, index + 1)], ['Move to the end', () => this.move(index, last)]);
+      items.push(
+        ['Move down', () => this.move(index, index + 1)],
+        ['Move to the end', () => this.move(index, last)]);
     }
     items.push(['Remove', () => this.remove(index)]);
     openMenu(nameOf(track), items);

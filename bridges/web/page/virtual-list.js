@@ -108,7 +108,7 @@ export class VirtualList {
       return; // not shown; the observer tells when it is
     }
     const margin = this.tiles ? 12 : 0;
-    this.columns = this.tiles ? Math.max(2, Math.floor((width - 2 * margin) / 168)) : 1;
+    this.columns = this.tiles ? Math.max(2, Math.floor((width - 2 * margin) / 150)) : 1;
     this.cellWidth = (width - 2 * margin) / this.columns;
     this.measuredTiles = this.tiles;
     this.cellHeight = this.tiles ? Math.round(this.cellWidth) + 56 : 60;
@@ -264,7 +264,8 @@ export class VirtualList {
       if (this.tiles) {
         this.focusEntry(this.focused + step);
       } else {
-        this.focusButton(Math.min(Math.max(0, this.buttonPlace() + step), this.buttons().length - 1));
+        const last = this.buttons().length - 1;
+        this.focusButton(Math.min(Math.max(0, this.buttonPlace() + step), last));
       }
     }
   }
