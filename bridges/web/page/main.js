@@ -22,6 +22,7 @@ const now = new Now(command);
 const queue = new Queue(command);
 const library = new Library(command);
 let libraryWanted = true;
+let sourcesTimer = 0;
 
 function showBanner(text) {
   const banner = byId('banner');
@@ -44,8 +45,10 @@ const follower = new Follower({
       library.load();
     }
   },
+  // While the music is read the service tells of it again and again.
   onSources() {
-    library.load();
+    clearTimeout(sourcesTimer);
+    sourcesTimer = setTimeout(() => library.load(), 500);
   },
   onLost() {
     showBanner('The connection is lost. Trying again…');
