@@ -219,6 +219,14 @@ std::optional<int32_t> PlayerLink::current() {
     return checked(std::move(track))->index;
 }
 
+void PlayerLink::take_tracks(uint64_t tsid, std::vector<NodeKey> tracks) {
+    // A song may have left the catalogue meanwhile, and is then not among them.
+    const VantroTrksessionInfo now = session();
+    const bool same = now.tsid == tsid && static_cast<size_t>(now.length) == tracks.size();
+    tracks_of_ = same ? tsid : 0;
+    tracks_ = std::move(tracks);
+}
+
 const std::vector<NodeKey> &PlayerLink::tracks() {
     for (int attempt = 1;; ++attempt) {
         const VantroTrksessionInfo now = session();

@@ -49,6 +49,8 @@ class PlayerLink {
 
     // The tracks of the current session. @throws ApiError.
     const std::vector<NodeKey> &tracks();
+    // Says what tracks() of a new session are, which then need not be read. @throws ApiError.
+    void take_tracks(uint64_t tsid, std::vector<NodeKey> tracks);
     // The session that they are of; its id is 0 where there is none. @throws ApiError.
     VantroTrksessionInfo session();
     // The current track's place, where there is one. @throws ApiError.

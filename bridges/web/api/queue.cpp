@@ -72,7 +72,7 @@ Response reorder(Context &context, const std::vector<uint32_t> &order) {
     const auto now = static_cast<uint32_t>(context.link->current().value_or(0));
     const std::vector<NodeKey> &tracks = context.link->tracks();
     std::string lines;
-    int32_t kept = 0;
+    std::vector<NodeKey> kept;
     int32_t index = 0;
     uint32_t nearest = UINT32_MAX;
     for (const uint32_t place : order) {
@@ -82,19 +82,21 @@ Response reorder(Context &context, const std::vector<uint32_t> &order) {
         }
         if (place >= now && place < nearest) {
             nearest = place;
-            index = kept;
+            index = static_cast<int32_t>(kept.size());
         }
         add_line(lines, key);
-        ++kept;
+        kept.push_back(key);
     }
-    if (kept == 0) {
+    if (kept.empty()) {
         return clear(context);
     }
     if (nearest == UINT32_MAX) {
         checked(context.player().stop()); // before the first track could be heard
     }
-    return session_response(
-        checked(context.player().create_session(0, lines.c_str(), index, Start::keep)));
+    const uint64_t tsid =
+        checked(context.player().create_session(0, lines.c_str(), index, Start::keep));
+    context.link->take_tracks(tsid, std::move(kept));
+    return session_response(tsid);
 }
 
 // Places from..from+count of the queue; reads the queue.
