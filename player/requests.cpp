@@ -87,6 +87,21 @@ bool answered(int status) {
     return false;
 }
 
+bool carried_out(const VantroHandle *handle, const char *failure,
+                 std::initializer_list<iovec> request, iovec answer) {
+    int32_t result = no_result;
+    uint32_t answer_length = 0;
+    if (!answered(putgetv(handle, request, {part(result), answer}, answer_length))) {
+        return false;
+    }
+    if (result == 0 && answer_length >= sizeof result + answer.iov_len) {
+        return true;
+    }
+    note_result(result);
+    msglog(LOG_SEVERITY_INFO, "%s", failure);
+    return false;
+}
+
 int32_t vantro_iomsg_noparam(VantroHandle *handle, uint16_t command) {
     if (!require_player(handle)) {
         return -1;

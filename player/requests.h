@@ -57,6 +57,11 @@ int getv(const VantroHandle *handle, std::initializer_list<iovec> reply, uint32_
 // Whether putgetv() brought an answer; logged where not.
 bool answered(int status);
 
+// One exchange. Returns whether the service carried it out, and `answer` is complete. Notes and
+// logs a failure.
+bool carried_out(const VantroHandle *handle, const char *failure,
+                 std::initializer_list<iovec> request, iovec answer = {});
+
 // The commands' two kinds of request. Each returns the result word as the service sent it, or -1
 // for a handle without an open player or a failed exchange, both of which are logged.
 int32_t vantro_iomsg_noparam(VantroHandle *handle, uint16_t command);

@@ -1,36 +1,12 @@
 // Track sessions: making and destroying one, and moving within the current one.
 #include <cerrno>
 #include <cstdint>
-#include <initializer_list>
 
 #include <vantro/player.h>
 
 #include "player/failure.h"
 #include "player/log.h"
 #include "player/requests.h"
-
-namespace vantro::player {
-namespace {
-
-// One exchange. @return whether the service carried it out, and `answer` is complete. Logs a
-// failure.
-bool carried_out(const VantroHandle *handle, const char *failure,
-                 std::initializer_list<iovec> request, iovec answer = {}) {
-    int32_t result = no_result;
-    uint32_t answer_length = 0;
-    if (!answered(putgetv(handle, request, {part(result), answer}, answer_length))) {
-        return false;
-    }
-    if (result == 0 && answer_length >= sizeof result + answer.iov_len) {
-        return true;
-    }
-    note_result(result);
-    msglog(LOG_SEVERITY_INFO, "%s", failure);
-    return false;
-}
-
-} // namespace
-} // namespace vantro::player
 
 using namespace vantro::player;
 

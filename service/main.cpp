@@ -30,6 +30,7 @@
 #include "service/memory_return.h"
 #include "service/options.h"
 #include "service/playback/players.h"
+#include "service/playlists/playlist_catalogue.h"
 #include "service/reload.h"
 #include "service/requests/answers.h"
 #include "service/requests/handlers.h"
@@ -243,7 +244,10 @@ int serve(const Options &options, Reload &reload) {
     store = std::move(*opened);
 
     std::optional<state::Keeper> keeper; // before the players, whose threads call it
-    playback::Players players(*store, options.players, monotonic_now, sound_maker(options));
+    playlists::PlaylistCatalogue catalogue(
+        *store, state / "playlists", log_line,
+        [&published](int32_t source) { published->source_changed(source); });
+    playback::Players players(catalogue, options.players, monotonic_now, sound_maker(options));
     keeper.emplace(players, state / "players", log_line);
     const Keeping keeping{*keeper};
     keeper->restore(options.resume);
@@ -255,7 +259,7 @@ int serve(const Options &options, Reload &reload) {
     published = &players; // before anything is scanned
     MemoryReturn memory;
     memory.start();
-    requests::Answers answers(*store, players);
+    requests::Answers answers(catalogue, players);
     requests::Turns turns(options.threads);
     requests::UserLimits limits(
         [](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });
@@ -264,7 +268,7 @@ int serve(const Options &options, Reload &reload) {
     const std::optional<Error> error = server.run(options.threads, [&] {
         tell_ready(store->song_count(), options);
         store->start_scanning();
-        reload.set_rescan([&store] { store->rescan(); });
+        reload.set_rescan([&catalogue] { catalogue.rescan(); });
         if (options.music.empty()) {
             scanned();
         }

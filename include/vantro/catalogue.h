@@ -16,7 +16,10 @@ extern "C" {
 
 /** `type` of a MediaSource, and `ms_type` of its nodes. */
 enum {
-    VANTRO_SOURCE_DIRECTORY = 1 /**< A directory of audio files. */
+    VANTRO_SOURCE_DIRECTORY = 1, /**< A directory of audio files. */
+    VANTRO_SOURCE_PLAYLISTS = 3  /**< The playlists that vantro_save_playlist() saved: nodes of type
+                                      VANTRO_NODE_PLAYLIST, whose entries are songs of the other
+                                      sources. One that is not found now has no id. */
 };
 
 /** `status` of a MediaSource. */

@@ -1,8 +1,8 @@
 /**
  * Conveniences beyond the system's published interface: freeing what queries return, and following
  * a player from an event loop, for a limited time, or until another thread ends it; time limits for
- * the service, why a call failed, the volume, the names of the players, and lists that come with
- * their metadata.
+ * the service, why a call failed, the volume, the names of the players, saved playlists, and lists
+ * that come with their metadata.
  *
  * Freeing. Each function frees every string of each record, then the block that holds the records;
  * NULL does nothing. Records of the library's own, such as those of an event, are not to be freed.
@@ -195,6 +195,39 @@ VANTRO_API int vantro_list_players(VantroHandle *handle, char ***names);
  * @return as vantro_play().
  */
 VANTRO_API int vantro_rescan(VantroHandle *handle);
+
+/** Bits of the `flags` of vantro_save_playlist(). */
+enum {
+    VANTRO_PLAYLIST_REPLACE =
+        1 /**< Take the place of the playlist of that name, if there is one. */
+};
+
+/**
+ * Saves the tracks of the player's current session as a playlist, which the service keeps: a node
+ * of the media source of type VANTRO_SOURCE_PLAYLISTS (catalogue.h). An extension of vantrod's:
+ * a service that does not know it refuses it. Tracks that have left the catalogue are left out. An
+ * event of kind "mediasource" tells that the source has changed. Needs an open player. Any thread.
+ * Blocks until the playlist has reached the disk.
+ * @param name  1 to 200 bytes of valid UTF-8, without slash, control characters and a dot at the
+ *              start; passed on as it is. Borrowed during the call.
+ * @param flags 0, or VANTRO_PLAYLIST_*, 32 bits.
+ * @return the number of tracks that were saved, above 0; or -1: bad handle, no name, failed
+ *   exchange, refusal. vantro_last_failure() has the reason in `number`: EINVAL (no such name, or
+ *   `name` NULL), EEXIST (there is one, and `flags` does not say VANTRO_PLAYLIST_REPLACE), ENODATA
+ *   (no session, or none of its tracks is known any more), EMSGSIZE (more than 100000 tracks),
+ *   EDQUOT (1000 playlists, or 256 MiB of them, are there), ENOSPC, EACCES, EROFS (of the service's
+ *   disk), ERANGE (unknown flags). A playlist of that name is then as it was.
+ */
+VANTRO_API int vantro_save_playlist(VantroHandle *handle, const char *name, int32_t flags);
+
+/**
+ * Deletes a saved playlist. An extension of vantrod's too. Needs an open player. Any thread. Blocks
+ * until the service has done it.
+ * @param name as for vantro_save_playlist().
+ * @return 0, or -1: bad handle, no name, failed exchange, refusal. ENOENT of vantro_last_failure():
+ *   there is none of that name.
+ */
+VANTRO_API int vantro_delete_playlist(VantroHandle *handle, const char *name);
 
 /**
  * vantro_browse() that also gives what is known of each entry, in one exchange for a whole page.

@@ -134,7 +134,11 @@ enum {
     /** As for search. As for browse with metadata. Grows. */
     VANTRO_COMMAND_SEARCH_METADATA = 266,
     /** As for the tracks of a session. As for browse with metadata. Grows. */
-    VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA = 267
+    VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA = 267,
+    /** VANTRO_PLAYLIST_* flags; name (string). Number of tracks that were saved. */
+    VANTRO_COMMAND_SAVE_PLAYLIST = 268,
+    /** Name (string). Nothing. */
+    VANTRO_COMMAND_DELETE_PLAYLIST = 269
 };
 
 #ifdef __cplusplus

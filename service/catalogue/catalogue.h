@@ -5,6 +5,7 @@
 #ifndef VANTRO_SERVICE_CATALOGUE_CATALOGUE_H
 #define VANTRO_SERVICE_CATALOGUE_CATALOGUE_H
 
+#include <cerrno>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -127,6 +128,18 @@ class Catalogue {
 
     // Looks at all of the music again, soon.
     virtual void rescan() = 0;
+
+    // Keeps songs as a playlist, in their order; with `replace` in place of one of that name. Those
+    // that the catalogue does not know any more are left out; `kept` is how many are not. Returns
+    // 0; EINVAL (a name that cannot be), EEXIST, ENODATA (no song is known), EMSGSIZE (too many),
+    // EDQUOT (too many playlists), ENOSPC, EACCES or EROFS (as the host says), EIO; ENOSYS from a
+    // catalogue that keeps no playlists. A playlist of that name is unchanged then.
+    virtual int save_playlist(std::string_view, const std::vector<SongId> &, bool /*replace*/,
+                              int32_t & /*kept*/) {
+        return ENOSYS;
+    }
+    // Returns 0; EINVAL, ENOENT (there is none), EACCES, EROFS, EIO or ENOSYS.
+    virtual int delete_playlist(std::string_view) { return ENOSYS; }
 
     // The next `count` numbers for track sessions, which no run has given before. Returns the
     // first, or 0 if the numbers have run out or cannot be saved.

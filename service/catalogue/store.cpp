@@ -25,7 +25,6 @@
 #include "service/catalogue/scan/scan_thread.h"
 #include "service/catalogue/state_directory.h"
 #include "service/catalogue/text/collation.h"
-#include "service/catalogue/text/digest.h"
 #include "service/catalogue/text/utf8.h"
 
 namespace vantro::service::catalogue {
@@ -80,6 +79,8 @@ class SqliteCatalogue : public Store {
     int open(SongId id) override;
     int32_t take_session_ids(int32_t count) override { return sessions_.take(count); }
 
+    int song_files(const std::vector<SongId> &ids, std::vector<LocatedSong> &files) override;
+    int find_songs(const std::vector<SongName> &names, std::vector<QueuedSong> &songs) override;
     int64_t song_count() override;
     void start_scanning() override { scanning_.start(); }
     void stop_scanning() override { scanning_.stop(); }
@@ -265,7 +266,7 @@ std::vector<Source> SqliteCatalogue::sources() {
     for (size_t i = 0; i < directories_.size(); ++i) {
         Source source;
         source.id = directories_[i]->id;
-        source.uid = digest(directories_[i]->path).substr(0, 32);
+        source.uid = uid_of(directories_[i]->path);
         source.name = names_[i];
         source.view_name = names_[i];
         source.type = VANTRO_SOURCE_DIRECTORY;
@@ -391,6 +392,33 @@ int SqliteCatalogue::song(SongId id, Node &node, SongMetadata &metadata) {
         SourceBrowser browser(database, lists_, 0);
         node = song_node(browser, id);
         return !node.id.empty() && read_metadata(database, artwork_, id, metadata) ? 0 : ENOENT;
+    });
+}
+
+int SqliteCatalogue::song_files(const std::vector<SongId> &ids, std::vector<LocatedSong> &files) {
+    return guarded([&](Database &database) {
+        files.clear();
+        files.reserve(ids.size());
+        for (const SongId id : ids) {
+            files.push_back(file_of(database, id));
+        }
+        return 0;
+    });
+}
+
+int SqliteCatalogue::find_songs(const std::vector<SongName> &names,
+                                std::vector<QueuedSong> &songs) {
+    return guarded([&](Database &database) {
+        SongFinder finder(database);
+        for (const auto &each : directories_) {
+            finder.add({each->id, uid_of(each->path), each->path});
+        }
+        songs.clear();
+        songs.reserve(names.size());
+        for (const SongName &name : names) {
+            songs.push_back(finder.find(name));
+        }
+        return 0;
     });
 }
 

@@ -15,6 +15,7 @@
 
 #include "service/catalogue/catalogue.h"
 #include "service/catalogue/files/artwork_folder.h"
+#include "service/catalogue/query/song_files.h"
 #include "service/catalogue/scan/scan_options.h"
 #include "service/error.h"
 
@@ -28,6 +29,13 @@ struct StoreOptions : ScanOptions {
 
 class Store : public Catalogue {
   public:
+    // The files of songs, in the order asked for; of a song that is gone the uid is empty. Returns
+    // 0 or EIO.
+    virtual int song_files(const std::vector<SongId> &ids, std::vector<LocatedSong> &files) = 0;
+    // The songs that were named, in their order; where none is found now, one with id 0. Returns 0
+    // or EIO.
+    virtual int find_songs(const std::vector<SongName> &names, std::vector<QueuedSong> &songs) = 0;
+
     // How many songs all_songs() gives; 0 where the catalogue's file fails.
     virtual int64_t song_count() = 0;
 

@@ -19,7 +19,7 @@ namespace {
 // text is at most doubled when it is published, and all else in an object is short.
 constexpr size_t object_most = 2 * 2 * json_max + 1024;
 static_assert(object_most <= OBJECT_CHANGE_MAX);
-static_assert((music_max + 4) * object_most / 2 + object_most <= OBJECT_TOTAL_MAX);
+static_assert((music_max + 5) * object_most / 2 + object_most <= OBJECT_TOTAL_MAX);
 
 constexpr const char *states[] = {"", "idle", "playing", "paused", "stopped"};
 static_assert(VANTRO_STATE_IDLE == 1 && VANTRO_STATE_STOPPED == 4);

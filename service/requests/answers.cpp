@@ -103,6 +103,12 @@ const Answers::Command Answers::Command::all[] =
          run<&Answers::append_described_search>},
         {VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA, forms::session_tracks, optional, long_time,
          run<&Answers::append_described_tracks>},
+        {VANTRO_COMMAND_SAVE_PLAYLIST, forms::flags_and_playlist, needed, long_time,
+         run<&Answers::save_playlist>},
+        {VANTRO_COMMAND_DELETE_PLAYLIST, forms::playlist, needed, long_time,
+         [](Answers &answers, const Call &call) {
+             return answers.catalogue_.delete_playlist(call.request.name);
+         }},
 };
 
 const Answers::Command *Answers::find_command(uint16_t number) {

@@ -96,6 +96,7 @@ class Answers {
     int append_track(const Call &call);
     int append_position(const Call &call);
     int create_session(const Call &call);
+    int save_playlist(const Call &call);
 
     catalogue::Catalogue &catalogue_;
     playback::Players &players_;

@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <optional>
 
+#include <vantro/extras.h>
 #include <vantro/protocol.h>
 
 namespace vantro::service::requests {
@@ -106,6 +108,26 @@ int Answers::append_described_search(const Call &call) {
 
 int Answers::append_described_tracks(const Call &call) {
     return append_described(call, &Answers::give_session_tracks);
+}
+
+int Answers::save_playlist(const Call &call) {
+    const int32_t flags = call.request.value;
+    if ((flags & ~VANTRO_PLAYLIST_REPLACE) != 0) {
+        return ERANGE;
+    }
+    const playback::SessionPtr session = call.player->snapshot().session;
+    if (!session) {
+        return ENODATA;
+    }
+    std::vector<catalogue::SongId> ids;
+    ids.reserve(session->songs.size());
+    std::transform(session->songs.begin(), session->songs.end(), std::back_inserter(ids),
+                   [](const catalogue::QueuedSong &song) { return song.id; });
+    int32_t kept = 0;
+    const int result = catalogue_.save_playlist(call.request.name, ids,
+                                                (flags & VANTRO_PLAYLIST_REPLACE) != 0, kept);
+    append(call.answer, kept);
+    return result;
 }
 
 int Answers::append_metadata_of(const Call &call) {

@@ -51,6 +51,16 @@ int player_name(Reader &reader, Request &request) {
     return request.name.empty() || request.name.size() > VANTRO_PLAYER_NAME_MAX ? EINVAL : 0;
 }
 
+int playlist(Reader &reader, Request &request) {
+    reader.text(request.name);
+    return 0;
+}
+
+int flags_and_playlist(Reader &reader, Request &request) {
+    reader.number(request.value).text(request.name);
+    return 0;
+}
+
 int value(Reader &reader, Request &request) {
     reader.number(request.value);
     return 0;

@@ -19,8 +19,8 @@ inline constexpr uint32_t keys_max = 16384;
 
 // Texts lie in the bytes that were parsed, and have no NUL.
 struct Request {
-    std::string_view name; // of a player
-    int32_t value = 0;     // position, mode or index
+    std::string_view name; // of a player or a playlist
+    int32_t value = 0;     // position, mode, index or flags
     float rate = 0;        // any bit pattern at all
     int32_t source = 0;
     std::string_view node;
@@ -67,6 +67,8 @@ namespace forms {
 
 int nothing(Reader &reader, Request &request);
 int player_name(Reader &reader, Request &request);
+int playlist(Reader &reader, Request &request);
+int flags_and_playlist(Reader &reader, Request &request);
 int value(Reader &reader, Request &request);
 int rate(Reader &reader, Request &request);
 int browse(Reader &reader, Request &request);

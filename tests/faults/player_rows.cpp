@@ -238,6 +238,12 @@ Rows rows_of_commands() {
             command("vantro_set_volume", [](Handle h) { return vantro_set_volume(h, 100); }),
             command("vantro_set_muted", [](Handle h) { return vantro_set_muted(h, 0); }),
             command("vantro_rescan", vantro_rescan),
+            command("vantro_save_playlist",
+                    [](Handle h) {
+                        return vantro_save_playlist(h, "mix", VANTRO_PLAYLIST_REPLACE) > 0 ? 0 : -1;
+                    }),
+            command("vantro_delete_playlist",
+                    [](Handle h) { return vantro_delete_playlist(h, "mix"); }),
             command("vantro_jump", [](Handle h) { return vantro_jump(h, 1); }),
             {"vantro_create_trksession", [](Scene &scene) { return session(scene, true); }},
             {"vantro_destroy_trksession", [](Scene &scene) { return session(scene, false); }}};

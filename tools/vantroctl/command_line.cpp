@@ -70,6 +70,7 @@ CommandLine::CommandLine(Options &options)
     add_watch();
     add_lists();
     add_queue();
+    add_playlists();
     app_.footer(footer); // After the commands: each takes over the footer that it finds.
 }
 
@@ -265,6 +266,14 @@ void CommandLine::add_queue() {
         ->check(whole_number(1));
 
     app_.add_subcommand("clear", "Leave the player without tracks");
+}
+
+void CommandLine::add_playlists() {
+    with_range(*app_.add_subcommand("playlists", "List the saved playlists"));
+    with_argument("save", "Save the player's tracks as a playlist", "NAME");
+    app_.get_subcommand("save")->add_flag("--replace", options_.replace,
+                                          "In place of the playlist of that name");
+    with_argument("delete-playlist", "Delete a saved playlist", "NAME");
 }
 
 void CommandLine::set_filter(const char *filter) {

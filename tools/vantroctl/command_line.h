@@ -25,6 +25,7 @@ struct Options {
     int32_t number = 1; // Of a track, from 1.
     int32_t to = 1;     // The same, of where it goes.
     bool play = false;
+    bool replace = false;
     std::vector<std::string> players = {"main"}; // More than one only of watch.
     bool live = false;
     bool quiet = false;
@@ -48,6 +49,7 @@ class CommandLine {
     void add_watch();
     void add_lists();
     void add_queue();
+    void add_playlists();
     void set_filter(const char *filter);
     CLI::Option *with_argument(const char *verb, const char *what, const char *argument);
     CLI::App &with_range(CLI::App &command);

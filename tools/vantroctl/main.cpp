@@ -21,6 +21,7 @@
 #include "tools/vantroctl/verbs/commands.h"
 #include "tools/vantroctl/verbs/listings.h"
 #include "tools/vantroctl/verbs/players.h"
+#include "tools/vantroctl/verbs/playlists.h"
 #include "tools/vantroctl/verbs/queue.h"
 #include "tools/vantroctl/watch/watch.h"
 
@@ -52,6 +53,8 @@ void run(const std::string &verb, const Options &options) {
         run_browse(client, list, options.node);
     } else if (verb == "search") {
         run_search(client, list, options.filter, fmt::format("{}", fmt::join(options.words, " ")));
+    } else if (verb == "playlists") {
+        run_playlists(client, list);
     } else if (verb == "tracks") {
         run_tracks(client, list);
     } else if (verb == "info") {
@@ -69,7 +72,9 @@ void run(const std::string &verb, const Options &options) {
             : verb == "remove"                  ? run_remove(client, options.words)
             : verb == "move"                    ? run_move(client, options.number, options.to)
             : verb == "clear"                   ? run_clear(client)
-                                                : run_plain(client, verb);
+            : verb == "save"            ? run_save(client, options.argument, options.replace)
+            : verb == "delete-playlist" ? run_delete_playlist(client, options.argument)
+                                        : run_plain(client, verb);
         if (verb == "next" || verb == "previous" || verb == "jump") {
             tell_track(client, done);
         }

@@ -91,6 +91,16 @@ class Player {
     /** Has the service look at all of its music again, in the background. */
     Result<void> rescan() { return done(vantro_rescan(handle())); }
 
+    /** Saves the tracks of the current session as a playlist. @return how many were saved. */
+    Result<int> save_playlist(const char *name, bool replace = false) {
+        const int count =
+            vantro_save_playlist(handle(), name, replace ? int32_t{VANTRO_PLAYLIST_REPLACE} : 0);
+        return value(count < 0 ? -1 : 0, count);
+    }
+    Result<void> delete_playlist(const char *name) {
+        return done(vantro_delete_playlist(handle(), name));
+    }
+
     /** Bounds every later wait for the service; below 0: no limit. */
     Result<void> set_timeout(Milliseconds limit) {
         return done(vantro_set_timeout(handle(), static_cast<int>(limit.count())));

@@ -164,6 +164,8 @@ _int_functions: dict[str, list[Any]] = {
         _handle, c.c_uint64, c.c_int32, _count, _nodes, _metadata
     ],
     "vantro_rescan": [_handle],
+    "vantro_save_playlist": [_handle, c.c_char_p, c.c_int32],
+    "vantro_delete_playlist": [_handle, c.c_char_p],
     "vantro_list_players": [_handle, c.POINTER(c.POINTER(c.c_char_p))],
     "vantro_get_metadata": [_handle, c.c_int32, c.c_char_p, _metadata],
     "vantro_get_extended_metadata": [

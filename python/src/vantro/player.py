@@ -118,6 +118,21 @@ class Player:
         """Has the service look at all of its music again, in the background."""
         self._call(library.vantro_rescan)
 
+    def save_playlist(self, name: str, replace: bool = False) -> int:
+        """Saves the tracks of the current session; returns how many were saved.
+
+        Tracks that have left the catalogue are left out. Without `replace` a name that is taken is
+        refused.
+        """
+        with self._owned().call() as pointer:
+            count: int = library.vantro_save_playlist(pointer, bytes_of(name), int(replace))
+            if count < 0:
+                raise last_failure()
+            return count
+
+    def delete_playlist(self, name: str) -> None:
+        self._call(library.vantro_delete_playlist, bytes_of(name))
+
     def set_timeout(self, seconds: float | None) -> None:
         """Bounds each later wait for the service; None: no limit."""
         limit = time_limit(seconds)

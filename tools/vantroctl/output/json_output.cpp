@@ -89,6 +89,9 @@ std::string json_done(const std::string &player, const CommandResult &done) {
     if (done.session) {
         object.key("session_id").number(*done.session);
     }
+    if (done.saved) {
+        object.key("saved").number(*done.saved);
+    }
     if (done.scanning) {
         object.key("scanning").boolean(*done.scanning);
     }

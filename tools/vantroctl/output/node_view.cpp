@@ -107,8 +107,14 @@ const char *node_type_name(int32_t type) {
 }
 
 const char *source_type_name(int32_t type) {
-    static constexpr const char *names[] = {"unknown", "directory"};
-    return name_in(names, type);
+    switch (type) {
+    case VANTRO_SOURCE_DIRECTORY:
+        return "directory";
+    case VANTRO_SOURCE_PLAYLISTS:
+        return "playlists";
+    default:
+        return "unknown";
+    }
 }
 
 const char *source_status_name(int32_t status) {

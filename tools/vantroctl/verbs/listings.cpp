@@ -157,7 +157,10 @@ std::vector<Section> sections(Client &client, const ListOptions &options) {
     if (options.source) {
         return {{*options.source, ""}};
     }
-    const std::vector<Source> sources = get_sources(client);
+    std::vector<Source> sources = get_sources(client);
+    // Its entries are songs of the other sources, and run_playlists() lists it.
+    std::erase_if(sources,
+                  [](const Source &source) { return source.type == VANTRO_SOURCE_PLAYLISTS; });
     if (sources.empty()) {
         throw Failure(Outcome::not_found, "no media source: vantrod takes them as --music DIR");
     }
@@ -311,6 +314,23 @@ void run_info(Client &client, const ListOptions &options, const std::string &nod
         lister.show(render_values(values, terminal_columns()));
     }
     lister.end("nothing is known of it");
+}
+
+void run_playlists(Client &client, const ListOptions &options) {
+    const std::vector<Source> sources = get_sources(client);
+    const auto saved = std::find_if(sources.begin(), sources.end(), [](const Source &source) {
+        return source.type == VANTRO_SOURCE_PLAYLISTS;
+    });
+    if (saved == sources.end()) {
+        throw Failure(Outcome::not_found, "the service keeps no playlists");
+    }
+    Lister lister(client, options);
+    lister.flat(
+        [&](int32_t offset, int32_t count) {
+            return browse_page(client, {saved->id, VANTRO_NODE_ROOT}, offset, count);
+        },
+        "");
+    lister.finish("playlists", "no playlists: vantroctl save NAME keeps the tracks of the player");
 }
 
 CommandResult run_jump(Client &client, int32_t number) {

@@ -34,6 +34,9 @@ void run_browse(Client &client, const ListOptions &options, const std::optional<
 void run_search(Client &client, const ListOptions &options, const std::string &filter,
                 const std::string &term);
 
+// The saved playlists, with the nodes by which they are browsed and loaded.
+void run_playlists(Client &client, const ListOptions &options);
+
 // The tracks of the current session.
 void run_tracks(Client &client, const ListOptions &options);
 
