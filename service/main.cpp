@@ -25,6 +25,7 @@
 
 #include <vantro/platform/log.h>
 
+#include "service/catalogue/state_directory.h"
 #include "service/catalogue/store.h"
 #include "service/error.h"
 #include "service/memory_return.h"

@@ -52,6 +52,7 @@ void Catalogue::be_at(uint64_t version) {
     if (version != version_) {
         version_ = version;
         sources_.clear();
+        saved_.clear();
         songs_.clear();
         folders_.clear();
     }
@@ -62,7 +63,12 @@ const std::vector<Catalogue::Source> &Catalogue::sources(Player &player) {
         return sources_;
     }
     const List<MediaSource> list = checked(player.sources());
+    saved_.clear();
     for (const MediaSource &each : list) {
+        if (each.type == VANTRO_SOURCE_PLAYLISTS) {
+            saved_.push_back(each.id);
+            continue;
+        }
         std::string directory(text(each.name));
         std::replace(directory.begin(), directory.end(), '/', '_'); // it is one name of a path
         const bool taken = std::any_of(sources_.begin(), sources_.end(), [&](const Source &other) {
@@ -74,6 +80,15 @@ const std::vector<Catalogue::Source> &Catalogue::sources(Player &player) {
         sources_.push_back({each.id, each.status, std::move(directory)});
     }
     return sources_;
+}
+
+std::vector<int32_t> Catalogue::playlist_sources(Player &player) {
+    const std::vector<Source> &directories = sources(player);
+    std::vector<int32_t> ids = saved_;
+    for (const Source &each : directories) {
+        ids.push_back(each.id);
+    }
+    return ids;
 }
 
 std::string Catalogue::directory_of(int32_t source) {

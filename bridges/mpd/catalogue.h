@@ -44,7 +44,10 @@ class Catalogue {
     void be_at(uint64_t version);
 
     // All of these ask the player. @throws Ack.
+    // Those that have songs of their own.
     const std::vector<Source> &sources(Player &player);
+    // Ids of sources that have playlists, those that were saved first.
+    std::vector<int32_t> playlist_sources(Player &player);
     SongPtr song(Player &player, const NodeKey &key);
     Place find(Player &player, std::string_view uri);
 
@@ -64,6 +67,7 @@ class Catalogue {
 
     uint64_t version_ = 0;
     std::vector<Source> sources_;
+    std::vector<int32_t> saved_; // Sources of saved playlists.
     std::vector<Root> roots_;
     SongCache songs_;
     std::unordered_map<std::string, NodeKey> folders_; // By their URIs; not all of them.

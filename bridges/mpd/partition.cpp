@@ -167,7 +167,10 @@ Subsystems Partition::changes_of(const Event &event) {
         error_ = error_text(failed->code);
         return only(Subsystem::player);
     }
-    if (event.as<SourceEvent>()) {
+    if (const auto *source = event.as<SourceEvent>()) {
+        if (source->type == VANTRO_SOURCE_PLAYLISTS) {
+            return only(Subsystem::stored_playlist);
+        }
         changed_at_ = std::time(nullptr);
         ++catalogue_version_;
         return only(Subsystem::database) | only(Subsystem::update) |

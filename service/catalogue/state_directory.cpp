@@ -1,6 +1,7 @@
 #include "service/catalogue/state_directory.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
 #include <sys/stat.h>
@@ -39,6 +40,16 @@ std::optional<Error> StateDirectory::take(const std::filesystem::path &path, uin
                      fmt::format("'{}' is used by another vantrod", path.native()));
     }
     return std::nullopt;
+}
+
+std::filesystem::path default_state_directory() {
+    if (const char *state = std::getenv("XDG_STATE_HOME"); state && *state == '/') {
+        return std::filesystem::path(state) / "vantro";
+    }
+    if (const char *home = std::getenv("HOME"); home && *home == '/') {
+        return std::filesystem::path(home) / ".local/state/vantro";
+    }
+    return {};
 }
 
 bool has_room(const std::filesystem::path &state, size_t bytes) {

@@ -29,6 +29,9 @@ class StateDirectory {
     int lock_ = -1;
 };
 
+// $XDG_STATE_HOME/vantro, else ~/.local/state/vantro; empty where neither is known.
+std::filesystem::path default_state_directory();
+
 // Whether so many bytes can be written to the directory now.
 bool has_room(const std::filesystem::path &state, size_t bytes);
 

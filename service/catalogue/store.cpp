@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -485,16 +484,6 @@ Result<std::unique_ptr<Store>> open_store(StoreOptions options) {
     } catch (const std::exception &thrown) {
         return error_of(thrown);
     }
-}
-
-fs::path default_state_directory() {
-    if (const char *state = std::getenv("XDG_STATE_HOME"); state && *state == '/') {
-        return fs::path(state) / "vantro";
-    }
-    if (const char *home = std::getenv("HOME"); home && *home == '/') {
-        return fs::path(home) / ".local/state/vantro";
-    }
-    return {};
 }
 
 } // namespace vantro::service::catalogue

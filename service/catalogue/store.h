@@ -50,9 +50,6 @@ class Store : public Catalogue {
 // uses it.
 Result<std::unique_ptr<Store>> open_store(StoreOptions options);
 
-// $XDG_STATE_HOME/vantro, else ~/.local/state/vantro; empty where neither is known.
-std::filesystem::path default_state_directory();
-
 } // namespace vantro::service::catalogue
 
 #endif

@@ -35,7 +35,7 @@ class Wrapper : public Vantrod {
 TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     Player player = Player::connect("main").or_throw();
     const List<MediaSource> sources = player.sources().or_throw();
-    ASSERT_EQ(sources.size(), 1u);
+    ASSERT_EQ(sources.size(), 2u);
     const int32_t source = sources[0].id;
     const auto names = [&](auto &&nodes) {
         std::vector<std::string> all;

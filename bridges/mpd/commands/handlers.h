@@ -101,6 +101,8 @@ VANTRO_MPD_HANDLER(run_listplaylistinfo);
 VANTRO_MPD_HANDLER(run_listplaylists);
 VANTRO_MPD_HANDLER(run_load);
 VANTRO_MPD_HANDLER(run_read_only);
+VANTRO_MPD_HANDLER(run_rm);
+VANTRO_MPD_HANDLER(run_save);
 
 // commands/partitions.cpp
 VANTRO_MPD_HANDLER(run_listpartitions);

@@ -1,4 +1,5 @@
-// Playlists that the catalogue has: files among the music, which are only read.
+// Playlists: those that were saved, and files among the music, which are only read.
+#include <cerrno>
 #include <optional>
 #include <utility>
 
@@ -13,6 +14,7 @@
 #include "bridges/mpd/commands/queue_edit.h"
 #include "bridges/mpd/node_walk.h"
 #include "bridges/mpd/partition.h"
+#include "bridges/mpd/service_call.h"
 #include "bridges/mpd/text.h"
 
 namespace vantro::mpd {
@@ -28,11 +30,11 @@ enum class Form { names, songs };
 
 NodeKey find_playlist(Context &context, const std::string &name) {
     Player &player = context.partition.player();
-    for (const Catalogue::Source &source : context.catalogue.sources(player)) {
-        NodeWalk walk = NodeWalk::below({source.id, playlists_menu}, false);
+    for (const int32_t source : context.catalogue.playlist_sources(player)) {
+        NodeWalk walk = NodeWalk::below({source, playlists_menu}, false);
         while (const MediaNode *const node = walk.next(player).node) {
             if (text(node->name) == name) {
-                return {source.id, std::string(text(node->id))};
+                return {source, std::string(text(node->id))};
             }
         }
     }
@@ -42,8 +44,7 @@ NodeKey find_playlist(Context &context, const std::string &name) {
 class ListPlaylist : public Task {
   public:
     ListPlaylist(NodeKey playlist, Form form)
-        : source_(playlist.source), walk_(NodeWalk::below(std::move(playlist), false)),
-          form_(form) {}
+        : walk_(NodeWalk::below(std::move(playlist), false)), form_(form) {}
 
     bool step(Context &context) override {
         Player &player = context.partition.player();
@@ -52,8 +53,11 @@ class ListPlaylist : public Task {
             if (!node) {
                 return true;
             }
+            if (text(node->id).empty()) {
+                continue; // its file is not there now
+            }
             const SongPtr song =
-                context.catalogue.song(player, {source_, std::string(text(node->id))});
+                context.catalogue.song(player, {node->ms_id, std::string(text(node->id))});
             if (form_ == Form::songs) {
                 context.reply.song(*song, context.client.shown_tags);
             } else {
@@ -64,16 +68,15 @@ class ListPlaylist : public Task {
     }
 
   private:
-    const int32_t source_;
     NodeWalk walk_;
     const Form form_;
 };
 
 class ListPlaylists : public Task {
   public:
-    explicit ListPlaylists(const std::vector<Catalogue::Source> &sources) {
-        for (const Catalogue::Source &source : sources) {
-            walks_.insert(walks_.begin(), NodeWalk::below({source.id, playlists_menu}, false));
+    explicit ListPlaylists(const std::vector<int32_t> &sources) {
+        for (const int32_t source : sources) {
+            walks_.insert(walks_.begin(), NodeWalk::below({source, playlists_menu}, false));
         }
     }
 
@@ -103,9 +106,8 @@ std::string nodes_of(Context &context, const NodeKey &playlist, const Range &ran
         if (!node) {
             break;
         }
-        if (at >= range.begin) {
-            nodes +=
-                fmt::format("{}{}:{}", nodes.empty() ? "" : "\n", playlist.source, text(node->id));
+        if (at >= range.begin && !text(node->id).empty()) {
+            nodes += fmt::format("{}{}:{}", nodes.empty() ? "" : "\n", node->ms_id, text(node->id));
         }
         if (nodes.size() > nodes_bytes_max) {
             throw Ack(AckCode::playlist_max, "too many songs at once");
@@ -114,10 +116,18 @@ std::string nodes_of(Context &context, const NodeKey &playlist, const Range &ran
     return nodes;
 }
 
+template <typename Value>
+void refuse_name(const Result<Value> &result, const std::string &name) {
+    if (refused(result, EINVAL)) {
+        throw Ack(AckCode::argument, fmt::format("\"{}\" cannot name a playlist", name));
+    }
+}
+
 } // namespace
 
 TaskPtr run_listplaylists(Context &context, Arguments) {
-    return std::make_unique<ListPlaylists>(context.catalogue.sources(context.partition.player()));
+    return std::make_unique<ListPlaylists>(
+        context.catalogue.playlist_sources(context.partition.player()));
 }
 
 TaskPtr run_listplaylist(Context &context, Arguments arguments) {
@@ -141,9 +151,38 @@ TaskPtr run_load(Context &context, Arguments arguments) {
     return nullptr;
 }
 
-// save, rm and all others that would change a playlist.
+TaskPtr run_save(Context &context, Arguments arguments) {
+    const std::string &name = arguments[0];
+    const std::string_view mode = arguments.size() > 1 ? std::string_view(arguments[1]) : "create";
+    if (mode != "create" && mode != "replace") {
+        throw Ack(AckCode::argument, mode == "append" ? "a playlist cannot be added to"
+                                                      : "the mode is create or replace");
+    }
+    context.partition.commit();
+    const bool replace = mode == "replace";
+    const Result<int> saved = context.partition.player().save_playlist(name.c_str(), replace);
+    if (refused(saved, EEXIST)) {
+        throw Ack(AckCode::exist, fmt::format("there is a playlist \"{}\"", name));
+    }
+    refuse_name(saved, name);
+    checked(saved);
+    return nullptr;
+}
+
+// Of those that were saved; what lies among the music stays.
+TaskPtr run_rm(Context &context, Arguments arguments) {
+    const Result<void> removed = context.partition.player().delete_playlist(arguments[0].c_str());
+    if (refused(removed, ENOENT)) {
+        throw Ack(AckCode::no_exist, fmt::format("no saved playlist \"{}\"", arguments[0]));
+    }
+    refuse_name(removed, arguments[0]);
+    checked(removed);
+    return nullptr;
+}
+
+// All others that would change a playlist.
 TaskPtr run_read_only(Context &, Arguments) {
-    throw Ack(AckCode::permission, "playlists are files among the music, and are only read");
+    throw Ack(AckCode::permission, "a playlist is saved as a whole and deleted, and not edited");
 }
 
 } // namespace vantro::mpd

@@ -148,7 +148,9 @@ uint32_t count_playlists(Player &player) {
     if (const Result<List<MediaSource>> sources = player.sources()) {
         for (const MediaSource &source : *sources) {
             for (const MediaNode &node : player.browse(source.id)) {
-                count += text(node.id) == playlists_node ? std::max(node.count, 0) : 0;
+                count += node.type == VANTRO_NODE_PLAYLIST ? 1
+                         : text(node.id) == playlists_node ? std::max(node.count, 0)
+                                                           : 0;
             }
         }
     }

@@ -95,7 +95,7 @@ class Player {
     Result<int> save_playlist(const char *name, bool replace = false) {
         const int count =
             vantro_save_playlist(handle(), name, replace ? int32_t{VANTRO_PLAYLIST_REPLACE} : 0);
-        return value(count < 0 ? -1 : 0, count);
+        return value(count < 0 ? -1 : 0, int{count});
     }
     Result<void> delete_playlist(const char *name) {
         return done(vantro_delete_playlist(handle(), name));

@@ -197,11 +197,17 @@ const std::pair<const char *, Words> commands[] = {
 TEST_F(Publishing, TellsWhatEachCommandDidAndTheQueriesAgree) {
     Follower follower;
     const Words first = follower.all();
-    ASSERT_EQ(first.size(), 3u);
+    ASSERT_EQ(first.size(), 4u);
     EXPECT_EQ(first[0], "7 state 1/1/0/0 {rate=1,repeat=off,shuffle=off,status=idle}");
-    const std::string uid = first[1].substr(14, 32);
-    EXPECT_EQ(first[1],
-              "2 mediasource." + uid + " 1 source 1 1 2 127 '" + uid + "' 'music' 'music'");
+    const auto source = [&](size_t at, const std::string &numbers, const std::string &name) {
+        const std::string uid = first[at].substr(14, 32);
+        EXPECT_EQ(first[at], "2 mediasource." + uid + numbers + " '" + uid + "' '" + name + "' '" +
+                                 name + "'");
+    };
+    // By uid, that of the music being the digest of its path.
+    const size_t music = first[1].ends_with("'music'") ? 1 : 2;
+    source(music, " 1 source 1 1 2 127", "music");
+    source(3 - music, " 3 source 1000000 3 2 93", "Playlists");
     for (const auto &[words, expected] : commands) {
         SCOPED_TRACE(words);
         follower.command(words);
