@@ -243,7 +243,11 @@ Rows rows_of_commands() {
                         return vantro_save_playlist(h, "mix", VANTRO_PLAYLIST_REPLACE) > 0 ? 0 : -1;
                     }),
             command("vantro_delete_playlist",
-                    [](Handle h) { return vantro_delete_playlist(h, "mix"); }),
+                    [](Handle h) {
+                        return vantro_save_playlist(h, "gone", VANTRO_PLAYLIST_REPLACE) > 0
+                                   ? vantro_delete_playlist(h, "gone")
+                                   : -1;
+                    }),
             command("vantro_jump", [](Handle h) { return vantro_jump(h, 1); }),
             {"vantro_create_trksession", [](Scene &scene) { return session(scene, true); }},
             {"vantro_destroy_trksession", [](Scene &scene) { return session(scene, false); }}};

@@ -17,6 +17,8 @@ coproc running { exec "$vantrod" --audio clock --music "$scratch/music" --player
 pid=$running_PID
 while read -r line <&"${running[0]}" && [[ $line != *scanned* ]]; do :; done
 
+vantroctl load 1:
+vantroctl save 'my mix'
 . "$source/tools/completion/vantroctl.bash"
 completed() { # TEXT: what the text before the cursor can become
     COMP_LINE=$1 COMP_POINT=${#1} COMPREPLY=()
@@ -29,13 +31,16 @@ while IFS='|' read -r text wanted; do
     got=$(completed "$text")
     [ "${got% }" = "$wanted" ] || { echo "\"$text\" gives \"$got\", not \"$wanted\"" >&2; bad=1; }
 done <<CASES
-vantroctl pl|players play
-vantroctl --json p|players play pause previous
+vantroctl pl|players play playlists
+vantroctl de|delete-playlist
+vantroctl delete-playlist |my\\ mix
+vantroctl save --|--help --replace
+vantroctl --json p|players play pause previous playlists
 vantroctl --pl|--player
 vantroctl browse --l|--limit
 vantroctl --player |main the\\ den
 vantroctl --player t|the\\ den
-vantroctl --source |1
+vantroctl --source |1 1000000
 vantroctl --timeout |
 vantroctl --player play sh|shuffle
 vantroctl shuffle t|toggle

@@ -9,7 +9,7 @@ bad=0
 for program in "$@"; do
     name=${program##*/}
     help=$("$program" --help)
-    commands=$(sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p' <<<"$help")
+    commands=$(sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p' <<<"$help")
     for command in $commands; do
         help+=$'\n'$("$program" "$command" --help)
     done

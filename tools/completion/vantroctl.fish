@@ -54,9 +54,11 @@ function __vantroctl_candidates
     if string match -q -- '-*' (commandline -ct)
         vantroctl $command --help | string replace -rf '^  (?:-.,)?(--[a-z-]+)\S*(?: \S+)*? {2,}(.*)' '$1\t$2'
     else if test -z "$command"
-        vantroctl --help | sed -nE '/^Subcommands:/,/^$/s/^  ([a-z]+) +(.*)/\1\t\2/p'
+        vantroctl --help | sed -nE '/^Subcommands:/,/^$/s/^  ([a-z-]+) +(.*)/\1\t\2/p'
     else
         switch $command
+            case delete-playlist
+                timeout 0.045 vantroctl playlists 2>/dev/null </dev/null | cut -f4
             case shuffle
                 printf '%s\n' on off toggle
             case repeat

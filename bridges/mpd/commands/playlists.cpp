@@ -173,7 +173,7 @@ TaskPtr run_save(Context &context, Arguments arguments) {
 TaskPtr run_rm(Context &context, Arguments arguments) {
     const Result<void> removed = context.partition.player().delete_playlist(arguments[0].c_str());
     if (refused(removed, ENOENT)) {
-        throw Ack(AckCode::no_exist, fmt::format("no saved playlist \"{}\"", arguments[0]));
+        throw Ack(AckCode::no_exist, fmt::format("no saved playlist: \"{}\"", arguments[0]));
     }
     refuse_name(removed, arguments[0]);
     checked(removed);

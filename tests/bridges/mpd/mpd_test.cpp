@@ -82,7 +82,17 @@ TEST_F(Bridge, MpcDrivesThePlayer) {
         {{"disable", "1"}, "Output 1 (main) is disabled\n"},
         {{"outputs"}, "Output 1 (main) is disabled\n"},
         {{"stats"}, "...Songs:        3\n"},
-        {{"rm", "mix"}, "...only read"},
+        {{"rm", "mix"}, "...no saved playlist: \"mix\""},
+        {{"save", "a b"}, ""},
+        {{"save", "a b"}, "...there is a playlist \"a b\""},
+        {{"save", "../a"}, "...cannot name a playlist"},
+        {{"lsplaylists"}, "a b\nmix\n"},
+        {{"playlist", "a b"}, "Blue - Loose\nRed - One\nRed - Zw\xC3\x96lf\n"},
+        {{"clear", "-q"}, ""},
+        {{"load", "a b"}, "loading: a b\n"},
+        {{"playlist"}, "Blue - Loose\nRed - One\nRed - Zw\xC3\x96lf\n"},
+        {{"rm", "a b"}, ""},
+        {{"lsplaylists"}, "mix\n"},
         {{"add", "music/none"}, "...no such song or directory: \"music/none\""},
     };
     for (const Row &row : rows) {

@@ -220,7 +220,7 @@ TEST_F(Publishing, TellsWhatEachCommandDidAndTheQueriesAgree) {
     }
     // Who comes later is told the same at once: several states as one.
     Follower later;
-    EXPECT_EQ(later.all().size(), 6u);
+    EXPECT_EQ(later.all().size(), 7u);
     EXPECT_EQ(later.seen, follower.seen);
 }
 

@@ -33,6 +33,7 @@ class Watch : public Vantroctl {
             EXPECT_EQ(next(watch, true), line);
         }
         EXPECT_EQ(next(watch).find("source\t1: music, "), 0u); // It may be scanned again.
+        EXPECT_EQ(next(watch), "source\t1000000: Playlists, ready");
     }
     static rapidjson::Document next_object(test::Process &watch) {
         rapidjson::Document object;
