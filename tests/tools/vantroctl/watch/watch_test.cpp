@@ -139,7 +139,7 @@ TEST_F(Watch, TellsEachEventAsALineAndGoesOnAfterARestart) {
 TEST_F(Watch, TellsEachEventAsAnObject) {
     start();
     test::Process watch({VANTROCTL, "watch", "--json"});
-    for (const char *event : {"state", "session", "track", "position", "source"}) {
+    for (const char *event : {"state", "session", "track", "position", "source", "source"}) {
         const rapidjson::Document object = next_object(watch);
         EXPECT_STREQ(object["event"].GetString(), event);
         EXPECT_TRUE(object["initial"].IsTrue());
