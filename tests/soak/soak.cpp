@@ -309,7 +309,7 @@ int note_songs() {
     MediaNode *nodes = nullptr;
     int count = 0;
     if (!handle || vantro_open(handle, "p0") != 0 ||
-        vantro_get_media_sources(handle, &sources, &count) != 0 || count != 1) {
+        vantro_get_media_sources(handle, &sources, &count) != 0 || count < 1) {
         return 1;
     }
     shared->source = sources[0].id;
