@@ -41,7 +41,7 @@ _vantroctl_candidates() {
     case $prev in
     --player) _vantroctl_players ;;
     --source) _vantroctl_ask "$program" sources | cut -d: -f1 ;;
-    --timeout | --limit | --offset | --depth | --index) ;;
+    --timeout | --limit | --offset | --depth | --index | --format) ;;
     *)
         case $command,$cur in
         ,-*) "$program" --help | sed -nE 's/^  (-.,)?(--[a-z-]+).*/\2/p' ;;
@@ -65,7 +65,7 @@ _vantroctl() {
     local cur=${words[-1]} prev=${words[-2]}
     for ((i = 1; i < ${#words[@]} - 1; i++)); do
         case ${words[i]} in
-        --player | --timeout | --source | --limit | --offset | --depth | --index) ((i++)) ;;
+        --player | --timeout | --source | --limit | --offset | --depth | --index | --format) ((i++)) ;;
         -*) ;;
         *) command=${command:-${words[i]}} ;;
         esac

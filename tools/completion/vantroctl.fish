@@ -6,7 +6,7 @@ function __vantroctl_command
     for word in (commandline -opc)[2..-1]
         if test $skip = 1
             set skip 0
-        else if contains -- $word --player --timeout --source --limit --offset --depth --index
+        else if contains -- $word --player --timeout --source --limit --offset --depth --index --format
             set skip 1
         else if not string match -q -- '-*' $word
             echo $word
@@ -48,7 +48,7 @@ function __vantroctl_candidates
         case --source
             timeout 0.045 vantroctl sources 2>/dev/null </dev/null | string replace -r ':.*' ''
             return
-        case --timeout --limit --offset --depth --index
+        case --timeout --limit --offset --depth --index --format
             return
     end
     if string match -q -- '-*' (commandline -ct)

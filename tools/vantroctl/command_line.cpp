@@ -9,10 +9,12 @@
 #include <vantro/catalogue.h>
 #include <vantro/version.h>
 
+#include "tools/vantroctl/output/fields.h"
 #include "tools/vantroctl/text/node_ref.h"
 #include "tools/vantroctl/text/time_text.h"
 #include "tools/vantroctl/verbs/commands.h"
 #include "tools/vantroctl/verbs/queue.h"
+#include "tools/vantroctl/watch/event_fields.h"
 
 namespace vantro::ctl {
 namespace {
@@ -92,6 +94,7 @@ void CommandLine::parse(int argc, char **argv) {
     if (options_.live && options_.list.json) {
         throw CLI::ValidationError("--live and --json: it is a screen or objects");
     }
+    read_format();
     for (auto player = players.begin();
          player != players.end();) { // Each once, in the order given.
         const bool again = std::find(players.begin(), player, *player) != player;
@@ -99,6 +102,26 @@ void CommandLine::parse(int argc, char **argv) {
     }
     options_.client.player = players.front();
     options_.list.player = players.front();
+}
+
+void CommandLine::read_format() {
+    const CLI::App &command = *app_.get_subcommands().front();
+    const CLI::Option *option = command.get_option_no_throw("--format");
+    if (!option || option->empty()) {
+        return;
+    }
+    if (options_.list.json || options_.live) {
+        throw CLI::ValidationError(
+            fmt::format("--format and {}: it is one of them", options_.live ? "--live" : "--json"));
+    }
+    try {
+        options_.list.format = Template(options_.format, verb() == "watch" ? event_fields()
+                                                         : verb() == "status" || verb() == "players"
+                                                             ? status_fields()
+                                                             : node_fields(verb() == "tracks"));
+    } catch (const TemplateError &error) {
+        throw CLI::ValidationError(fmt::format("--format: {}", error.what()));
+    }
 }
 
 void CommandLine::add_global_options() {
@@ -141,8 +164,8 @@ void CommandLine::add_global_options() {
 }
 
 void CommandLine::add_commands() {
-    app_.add_subcommand("status", "Show what the player is doing");
-    app_.add_subcommand("players", "List the players, with what each is doing");
+    with_format(*app_.add_subcommand("status", "Show what the player is doing"));
+    with_format(*app_.add_subcommand("players", "List the players, with what each is doing"));
     app_.add_subcommand("play", "Play, or play on");
     app_.add_subcommand("pause", "Hold the position");
     app_.add_subcommand("toggle", "Play if it does not, else hold the position");
@@ -179,8 +202,9 @@ void CommandLine::add_commands() {
 }
 
 void CommandLine::add_watch() {
-    app_.add_subcommand("watch", "Show what the player does, a line as each thing happens")
-        ->add_flag("--live", options_.live, "Draw one screen instead, which q leaves");
+    with_format(
+        *app_.add_subcommand("watch", "Show what the player does, a line as each thing happens"))
+        .add_flag("--live", options_.live, "Draw one screen instead, which q leaves");
 }
 
 void CommandLine::add_lists() {
@@ -291,6 +315,14 @@ CLI::App &CommandLine::with_range(CLI::App &command) {
     command.add_option("--offset", options_.list.offset, "Entries to leave out at the start")
         ->type_name("N")
         ->check(whole_number(0));
+    return with_format(command);
+}
+
+CLI::App &CommandLine::with_format(CLI::App &command) {
+    command
+        .add_option("--format", options_.format,
+                    "Show each as \"{{artist}} - {{title}}\" or another template says")
+        ->type_name("TEMPLATE");
     return command;
 }
 

@@ -12,6 +12,7 @@
 
 #include "tools/vantroctl/command_line.h"
 #include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/output/fields.h"
 #include "tools/vantroctl/output/json_output.h"
 #include "tools/vantroctl/output/standard_output.h"
 #include "tools/vantroctl/output/status_view.h"
@@ -33,18 +34,21 @@ void run(const std::string &verb, const Options &options) {
     // The log would spoil a screen that is being drawn.
     listen_to_library(options.verbose && !(options.live && isatty(STDERR_FILENO)));
     if (verb == "watch") {
-        run_watch({options.players, options.client.timeout_s, options.list.json, options.live});
+        run_watch({options.players, options.client.timeout_s, options.list.json, options.live,
+                   options.list.format});
         return;
     }
     if (verb == "players") {
-        run_players(options.client, options.list.json);
+        run_players(options.client, options.list);
         return;
     }
     Client client(options.client);
     const ListOptions &list = options.list;
     if (verb == "status") {
         const PlayerStatus status = client.status();
-        print(list.json              ? json_status(status)
+        print(list.format ? list.format->line(
+                                [&](std::string_view name) { return status_field(status, name); })
+              : list.json            ? json_status(status)
               : output_is_terminal() ? render_screen(status, output_columns())
                                      : render_lines(status));
     } else if (verb == "sources") {

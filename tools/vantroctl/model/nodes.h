@@ -30,6 +30,10 @@ struct Node {
     std::string artist = {}; // Of songs and albums, as far as the service tells it in lists.
     std::string album = {};
     int32_t duration_ms = 0;
+    std::string genre = {}; // This and what follows of songs only.
+    std::string year = {};
+    int32_t disc = 0;
+    int32_t number = 0;           // On the disc.
     std::vector<Node> nodes = {}; // What is below it, where that was asked for.
 };
 

@@ -240,6 +240,10 @@ std::vector<Node> nodes_of(const NodePage &page) {
             node.artist = is_song || node.type == VANTRO_NODE_ALBUM ? text_of(known.artist) : "";
             node.album = is_song ? text_of(known.album) : "";
             node.duration_ms = is_song ? known.duration : 0;
+            node.genre = is_song ? text_of(known.genre) : "";
+            node.year = is_song ? text_of(known.year) : "";
+            node.disc = is_song ? known.disc : 0;
+            node.number = is_song ? known.track : 0;
         }
         nodes.push_back(std::move(node));
     }

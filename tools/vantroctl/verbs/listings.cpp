@@ -12,6 +12,7 @@
 #include <vantro/catalogue.h>
 
 #include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/output/fields.h"
 #include "tools/vantroctl/output/json_output.h"
 #include "tools/vantroctl/output/node_view.h"
 #include "tools/vantroctl/output/pager.h"
@@ -69,6 +70,11 @@ class Lister {
                 rows.push_back(node_row(node, terminal_columns()));
             }
             count(page);
+            if (options_.format) {
+                return std::all_of(page.begin(), page.end(), [&](const Node &node) {
+                    return show_as({node}, std::exchange(text, {}));
+                });
+            }
             if (options_.json) {
                 std::move(page.begin(), page.end(), std::back_inserter(nodes_));
             } else if (!rows.empty()) {
@@ -105,6 +111,12 @@ class Lister {
         return pager_.write(text);
     }
 
+    // As the template says, where there is one.
+    bool show_as(const ListedNode &listed, const std::string &top = {}) {
+        return show(top + options_.format->line(
+                              [&](std::string_view name) { return node_field(listed, name); }));
+    }
+
     // @param nothing what a person is told where the list is empty.
     void finish(const std::string &command, const std::string &nothing) {
         if (options_.json) {
@@ -115,7 +127,7 @@ class Lister {
     }
 
     void end(const std::string &nothing) {
-        if (!shown_ && output_is_terminal()) {
+        if (!shown_ && !options_.format && output_is_terminal()) {
             show(nothing + '\n');
         }
         pager_.finish();
@@ -127,6 +139,9 @@ class Lister {
     }
 
     bool add(Node &node, int level, const std::string &top) {
+        if (options_.format) {
+            return show_as({.node = node, .level = level}, top);
+        }
         if (!options_.json) {
             return show(top + tree_line(node, level, terminal_columns()));
         }
@@ -279,10 +294,17 @@ void run_tracks(Client &client, const ListOptions &options) {
     lister.pages(fetch, options.offset, [&](Page &page) {
         std::vector<Table::Row> rows;
         for (const Node &node : page) {
+            if (options.format &&
+                !lister.show_as({.node = node, .index = index, .current = index == current})) {
+                return false;
+            }
             rows.push_back(track_row(node, index, index == current, terminal_columns()));
             ++index;
         }
         lister.count(page);
+        if (options.format) {
+            return true;
+        }
         if (options.json) {
             std::move(page.begin(), page.end(), std::back_inserter(tracks));
             return true;

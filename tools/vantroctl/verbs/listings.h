@@ -9,6 +9,7 @@
 
 #include "tools/vantroctl/model/command_result.h"
 #include "tools/vantroctl/model/nodes.h"
+#include "tools/vantroctl/text/template.h"
 
 namespace vantro::ctl {
 
@@ -21,8 +22,9 @@ struct ListOptions {
     bool pager = true;
     std::optional<int32_t> source; // Where a node's source is not written with it.
     int32_t offset = 0;
-    int32_t limit = 0; // Most entries in all; 0: no limit.
-    int32_t depth = 0; // Levels of a tree; 0: a table.
+    int32_t limit = 0;                             // Most entries in all; 0: no limit.
+    int32_t depth = 0;                             // Levels of a tree; 0: a table.
+    std::optional<Template> format = std::nullopt; // How an entry is shown.
 };
 
 void run_sources(Client &client, const ListOptions &options);

@@ -9,6 +9,7 @@
 #include <vantro/extras.h>
 
 #include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/output/fields.h"
 #include "tools/vantroctl/output/json_output.h"
 #include "tools/vantroctl/output/standard_output.h"
 #include "tools/vantroctl/output/status_view.h"
@@ -35,7 +36,7 @@ std::vector<std::string> player_names(Client &client) {
 
 } // namespace
 
-void run_players(const ClientOptions &options, bool json) {
+void run_players(const ClientOptions &options, const ListOptions &list) {
     ClientOptions one = options;
     one.player.clear();
     Client all(one);
@@ -44,8 +45,15 @@ void run_players(const ClientOptions &options, bool json) {
         one.player = name;
         players.push_back(Client(one).status());
     }
-    if (json) {
+    if (list.json) {
         print(json_players(players));
+        return;
+    }
+    if (list.format) {
+        for (const PlayerStatus &player : players) {
+            print(list.format->line(
+                [&](std::string_view name) { return status_field(player, name); }));
+        }
         return;
     }
     const std::optional<int> width = terminal_columns();

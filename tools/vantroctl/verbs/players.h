@@ -3,11 +3,12 @@
 #define VANTRO_TOOLS_VANTROCTL_VERBS_PLAYERS_H
 
 #include "tools/vantroctl/service/client.h"
+#include "tools/vantroctl/verbs/listings.h"
 
 namespace vantro::ctl {
 
 // Lists them, with what each is doing. One that cannot be asked fails the run.
-void run_players(const ClientOptions &options, bool json);
+void run_players(const ClientOptions &options, const ListOptions &list);
 
 } // namespace vantro::ctl
 

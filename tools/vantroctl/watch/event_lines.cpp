@@ -9,6 +9,7 @@
 #include "tools/vantroctl/output/standard_output.h"
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/time_text.h"
+#include "tools/vantroctl/watch/event_fields.h"
 #include "tools/vantroctl/watch/event_json.h"
 #include "tools/vantroctl/watch/event_view.h"
 #include "tools/vantroctl/watch/player_mirror.h"
@@ -86,6 +87,37 @@ class EventLines : public WatchView {
     std::string text_;
 };
 
+class FormattedEvents : public WatchView {
+  public:
+    FormattedEvents(const std::vector<std::string> &players, const Template &format)
+        : format_(format) {
+        for (const std::string &player : players) {
+            mirrors_.emplace(player, PlayerMirror(player));
+        }
+    }
+
+    void take(const PlayerEvent &event) override {
+        PlayerMirror &mirror = mirrors_.at(event.player);
+        const std::string words = event_words(event, mirror);
+        mirror.apply(event);
+        const PlayerStatus after = mirror.status(event.at);
+        std::string line = format_.line(
+            [&](std::string_view name) { return event_field(event, words, after, name); });
+        std::string &last = last_[event.player];
+        if (line != last) { // Most events change nothing that the template shows.
+            text_ += line;
+            last = std::move(line);
+        }
+    }
+    std::string output() override { return std::exchange(text_, {}); }
+
+  private:
+    const Template &format_;
+    std::map<std::string, PlayerMirror> mirrors_;
+    std::map<std::string, std::string> last_; // What was shown of each player.
+    std::string text_;
+};
+
 class EventObjects : public WatchView {
   public:
     void take(const PlayerEvent &event) override { text_ += json_event(event); }
@@ -99,6 +131,11 @@ class EventObjects : public WatchView {
 
 std::unique_ptr<WatchView> make_event_lines(const std::vector<std::string> &players) {
     return std::make_unique<EventLines>(players);
+}
+
+std::unique_ptr<WatchView> make_formatted_events(const std::vector<std::string> &players,
+                                                 const Template &format) {
+    return std::make_unique<FormattedEvents>(players, format);
 }
 
 std::unique_ptr<WatchView> make_event_objects() {

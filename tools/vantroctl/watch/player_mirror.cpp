@@ -1,6 +1,7 @@
 #include "tools/vantroctl/watch/player_mirror.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 
@@ -52,8 +53,23 @@ void PlayerMirror::apply(const PlayerEvent &event) {
         trouble_ = event;
         break;
     case PlayerEvent::Kind::object:
+        if (event.object == "volume") {
+            hold_volume(event);
+        }
         break;
     }
+}
+
+void PlayerMirror::hold_volume(const PlayerEvent &event) {
+    Volume volume = status_.volume.value_or(Volume{});
+    for (const auto &[name, value] : event.attributes) {
+        if (name == "level") {
+            std::from_chars(value.data(), value.data() + value.size(), volume.level);
+        } else if (name == "muted") {
+            volume.muted = value == "true";
+        }
+    }
+    status_.volume = volume;
 }
 
 std::vector<PlayerEvent> PlayerMirror::events() const {

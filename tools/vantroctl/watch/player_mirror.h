@@ -44,6 +44,7 @@ class PlayerMirror {
   private:
     int32_t position(Time at) const;
     void hold(int32_t position_ms, Time at);
+    void hold_volume(const PlayerEvent &event);
 
     PlayerStatus status_;
     Time told_at_ = std::chrono::steady_clock::now(); // When status_.position_ms was right.

@@ -186,7 +186,9 @@ struct ClosedAtTheEnd {
 void run_watch(const WatchOptions &options) {
     std::unique_ptr<WatchView> view = options.live   ? make_live_screen(options.players)
                                       : options.json ? make_event_objects()
-                                                     : make_event_lines(options.players);
+                                      : options.format
+                                          ? make_formatted_events(options.players, *options.format)
+                                          : make_event_lines(options.players);
     Inbox inbox;
     std::vector<std::unique_ptr<Follower>> followers;
     for (const std::string &player : options.players) {

@@ -2,10 +2,12 @@
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_WATCH_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_WATCH_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/vantroctl/service/client.h"
+#include "tools/vantroctl/text/template.h"
 
 namespace vantro::ctl {
 
@@ -14,6 +16,7 @@ struct WatchOptions {
     double timeout_s = 0; // For each answer of the service.
     bool json = false;
     bool live = false;
+    std::optional<Template> format = std::nullopt; // How an event is shown.
 };
 
 // Returns when the reader of the output, or the user of the screen, has left. A signal that asks

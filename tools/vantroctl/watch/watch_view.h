@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tools/vantroctl/model/player_event.h"
+#include "tools/vantroctl/text/template.h"
 
 namespace vantro::ctl {
 
@@ -37,6 +38,10 @@ class WatchView {
 
 // A line an event. @param players in the order in which they were named.
 std::unique_ptr<WatchView> make_event_lines(const std::vector<std::string> &players);
+
+// A line an event as the template says; none where it is empty, or as the one before.
+std::unique_ptr<WatchView> make_formatted_events(const std::vector<std::string> &players,
+                                                 const Template &format);
 
 // An object of JSON an event.
 std::unique_ptr<WatchView> make_event_objects();

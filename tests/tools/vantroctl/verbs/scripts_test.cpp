@@ -1,0 +1,92 @@
+// What scripts and status bars use: templates.
+#include <fmt/format.h>
+
+#include "tests/tools/vantroctl/vantroctl_process.h"
+
+namespace vantro::ctl {
+namespace {
+
+class Scripts : public Vantroctl {
+  protected:
+    void start() {
+        test::make_music(path_ + "/music/1.flac", 100000,
+                         {"TITLE=One\x1B[31m", "ARTIST=\xC3\x89na", "DATE=1999"});
+        test::make_music(path_ + "/music/2.ogg", 200000, {"TITLE=Two"});
+        start_vantrod({"--music", path_ + "/music"});
+    }
+};
+
+TEST_F(Scripts, ShowWhatTheirTemplateSays) {
+    start();
+    ASSERT_EQ(run({"play"}), 0);
+    ASSERT_EQ(run({"pause"}), 0);
+    ASSERT_EQ(run({"seek", "1:10"}), 0);
+    ASSERT_EQ(run({"volume", "40"}), 0);
+    const struct {
+        const char *verb, *format, *shown;
+    } rows[] = {
+        {"status", "{{artist}} - {{title}}", "\xC3\x89na - One\xEF\xBF\xBD[31m\n"},
+        {"status", R"(\{{state}}\t{{track}}/{{ tracks }}\\)", "{{state}}\t1/2\\\n"},
+        {"status", "{{duration(position)}}/{{duration(length)}} {{position}}", "1:10/1:40 70000\n"},
+        {"status",
+         "{{lc(artist)}}{{uc('stra\xC3\x9F"
+         "e')}}",
+         "\xC3\xA9naSTRASSE\n"},
+        {"status", "{{group('[', album, ']')}}{{group('[', year, ']\\n')}}x", "[1999]\nx\n"},
+        {"status", R"({{default(album, genre, "none")}} {{not(album)}})", "none yes\n"},
+        {"status", R"({{if(eq(state, "paused"), volume, rate)}}{{if(muted, "x")}})", "40\n"},
+        {"status", "{{trunc(title, 3)}}{{pad(4, 2)}}{{markup_escape('<\\'>')}}",
+         "On\xE2\x80\xA6"
+         "4 &lt;&apos;&gt;\n"},
+        {"status", "{{album}}", ""},
+        {"players", "{{player}}={{state}}", "main=paused\n"},
+        {"tracks", "{{track}}{{if(current, '*')}} {{length}} {{title}}",
+         "1* 100000 One\xEF\xBF\xBD[31m\n2 200000 Two\n"},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(run({row.verb, "--format", row.format}), 0) << said_;
+        EXPECT_EQ(said_, row.shown) << row.format;
+    }
+    EXPECT_EQ(run({"search", "two", "--format", "{{type}} {{title}}"}), 0);
+    EXPECT_EQ(said_, "song Two\n");
+    EXPECT_EQ(run({"browse", "--tree", "--format", "{{level}}{{name}}", "--limit", "2"}), 0);
+    EXPECT_EQ(said_, "0Artists\n1\xC3\x89na\n");
+
+    test::Process watch({VANTROCTL, "watch", "--format", "{{state}} {{default(title, '-')}}"});
+    EXPECT_EQ(watch.line(), "paused -");
+    EXPECT_EQ(watch.line(), "paused One\xEF\xBF\xBD[31m");
+    ASSERT_EQ(run({"volume", "50"}), 0); // changes nothing that is shown
+    ASSERT_EQ(run({"next"}), 0);
+    EXPECT_EQ(watch.line(), "paused Two");
+}
+
+TEST_F(Scripts, LearnWhereTheirTemplateIsWrong) {
+    const struct {
+        const char *format, *error;
+    } rows[] = {
+        {"{{", "character 3: a field, a function, a number or a text"},
+        {"\xC3\x89 {{artst}}", "character 5: no field artst; there are player, "},
+        {"ab\\x", "character 3: the escapes are "},
+        {"{{lc()}}", "character 6: a field, "},
+        {"{{lc(artist, 1)}}", "character 3: lc() takes 1 values, not 2"},
+        {"{{low(artist)}}", "character 3: no function low; there are lc, "},
+        {"x{{artist", "character 2: {{ without }}"},
+        {"{{artist}", "character 9: }} is expected"},
+        {"{{\"artist}}", "character 3: a text without end"},
+        {"{{if(artist, title}}", "character 19: , or ) is expected"},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(run({"status", "--format", row.format}), 2) << row.format;
+        EXPECT_EQ(said_.find(fmt::format("vantroctl: --format: {}", row.error)), 0u) << said_;
+    }
+    std::string deep = "artist";
+    for (int i = 0; i < 40; ++i) {
+        deep = fmt::format("lc({})", deep);
+    }
+    EXPECT_EQ(run({"status", "--format", "{{" + deep + "}}"}), 2);
+    EXPECT_EQ(run({"status", "--json", "--format", "x"}), 2);
+    EXPECT_EQ(run({"play", "--format", "x"}), 2);
+}
+
+} // namespace
+} // namespace vantro::ctl
