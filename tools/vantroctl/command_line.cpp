@@ -94,6 +94,7 @@ void CommandLine::parse(int argc, char **argv) {
     if (options_.live && options_.list.json) {
         throw CLI::ValidationError("--live and --json: it is a screen or objects");
     }
+    read_wait();
     read_format();
     for (auto player = players.begin();
          player != players.end();) { // Each once, in the order given.
@@ -102,6 +103,20 @@ void CommandLine::parse(int argc, char **argv) {
     }
     options_.client.player = players.front();
     options_.list.player = players.front();
+}
+
+void CommandLine::read_wait() {
+    const std::string &text = options_.wait;
+    if (text.empty() || text == "false") {
+        return;
+    }
+    double seconds = 0; // Without a value for ever.
+    if (text != "true" && (!CLI::detail::lexical_cast(text, seconds) ||
+                           !(seconds >= 0 && seconds <= timeout_max_s))) {
+        throw CLI::ValidationError(
+            fmt::format("--wait: a time limit is 0 to {} seconds", timeout_max_s));
+    }
+    options_.client.wait_s = seconds;
 }
 
 void CommandLine::read_format() {
@@ -146,6 +161,8 @@ void CommandLine::add_global_options() {
                        ? std::string()
                        : fmt::format("a time limit is 0 to {} seconds", timeout_max_s);
         });
+    app_.add_flag("--wait", options_.wait,
+                  "Wait until a service is there; --wait=SECONDS so long at most");
     app_.add_option_function<std::string>(
             "--source",
             [this](const std::string &text) { options_.list.source = parse_source(text); },

@@ -22,6 +22,7 @@ struct Options {
     std::vector<std::string> nodes; // Of verbs that take several.
     std::vector<std::string> words; // Of a search; keys of info; ranges of tracks.
     std::string filter;
+    std::string wait;   // What --wait was given: "" where it was not.
     std::string format; // A template, of verbs that take one.
     int32_t number = 1; // Of a track, from 1.
     int32_t to = 1;     // The same, of where it goes.
@@ -51,6 +52,7 @@ class CommandLine {
     void add_lists();
     void add_queue();
     void add_playlists();
+    void read_wait();
     void read_format();
     void set_filter(const char *filter);
     CLI::Option *with_argument(const char *verb, const char *what, const char *argument);

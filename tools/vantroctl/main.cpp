@@ -34,7 +34,7 @@ void run(const std::string &verb, const Options &options) {
     // The log would spoil a screen that is being drawn.
     listen_to_library(options.verbose && !(options.live && isatty(STDERR_FILENO)));
     if (verb == "watch") {
-        run_watch({options.players, options.client.timeout_s, options.list.json, options.live,
+        run_watch({options.players, options.client, options.list.json, options.live,
                    options.list.format});
         return;
     }

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include <fcntl.h>
+#include <poll.h>
 
 #include <fmt/format.h>
 
@@ -16,6 +18,7 @@
 #include <vantro/platform/message.h>
 
 #include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/service/arrival.h"
 #include "tools/vantroctl/service/library_records.h"
 #include "tools/vantroctl/service/refusal.h"
 #include "tools/vantroctl/text/display_text.h"
@@ -67,10 +70,49 @@ void Client::leave() {
     }
 }
 
-void Client::connect() {
+void Client::find_service() {
     handle_ = vantro_connect_timed(timeout_ms_);
     if (!handle_) {
         explain_no_connection(errno);
+    }
+}
+
+void Client::wait_for_service() {
+    using Clock = std::chrono::steady_clock;
+    const double limit_s = *options_.wait_s;
+    const auto end = Clock::now() + std::chrono::milliseconds(milliseconds(limit_s));
+    Arrival arrival;
+    while (!handle_) {
+        arrival.prepare();
+        try {
+            find_service();
+        } catch (const NoService &) {
+            arrival.failed(true);
+            int pause_ms = arrival.pause_ms();
+            if (limit_s > 0) {
+                const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+                if (left.count() <= 0) {
+                    throw Failure(
+                        Outcome::absent,
+                        fmt::format("no service within {} s: is vantrod running?", limit_s));
+                }
+                const auto left_ms = static_cast<int>(left.count());
+                pause_ms = pause_ms < 0 ? left_ms : std::min(pause_ms, left_ms);
+            }
+            pollfd appearing = {arrival.descriptor(), POLLIN, 0};
+            poll(&appearing, 1, pause_ms);
+        }
+    }
+}
+
+void Client::connect() {
+    try {
+        find_service();
+    } catch (const NoService &) {
+        if (!options_.wait_s) {
+            throw;
+        }
+        wait_for_service();
     }
     if (options_.player.empty()) {
         return;
@@ -120,7 +162,7 @@ void Client::explain_no_connection(int error) const {
                       "cannot connect: the service has no room for more clients of "
                       "this user; end some and try again");
     }
-    throw Failure(Outcome::absent, no_service);
+    throw NoService();
 }
 
 void Client::fail_late() const {

@@ -10,6 +10,7 @@
 
 #include <vantro/player.h>
 
+#include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/model/player_status.h"
 
 namespace vantro::ctl {
@@ -17,14 +18,19 @@ namespace vantro::ctl {
 struct ClientOptions {
     std::string player = "main"; // "": none is opened
     double timeout_s = 10;       // For each answer of the service; 0: no limit.
+    // How long a service that is not there is waited for; 0: without a limit. Nothing: not at all.
+    std::optional<double> wait_s = std::nullopt;
+};
+
+// There is no service.
+struct NoService : Failure {
+    static constexpr const char *words = "no service: is vantrod running?";
+    NoService() : Failure(Outcome::absent, words) {}
 };
 
 // One thread at a time.
 class Client {
   public:
-    // The failure where no service runs.
-    static constexpr const char *no_service = "no service: is vantrod running?";
-
     // Connects and opens the player. @throws Failure.
     explicit Client(const ClientOptions &options);
     ~Client();
@@ -63,6 +69,8 @@ class Client {
 
   private:
     void connect();
+    void find_service();
+    void wait_for_service();
     [[noreturn]] void explain_no_connection(int error) const;
     [[noreturn]] void fail_late() const;
     void leave();

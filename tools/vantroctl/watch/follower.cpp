@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
-#include <exception>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -16,18 +14,16 @@
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/service/library_records.h"
 #include "tools/vantroctl/text/display_text.h"
-#include "tools/vantroctl/watch/inbox.h"
 #include "tools/vantroctl/watch/player_mirror.h"
 
 namespace vantro::ctl {
 namespace {
 
-constexpr int look_again_ms_min = 200;
-constexpr int look_again_ms_max = 1000;
+// Events taken at a time.
+constexpr size_t events_max = 256;
 // A change that cannot be decoded is skipped; so many in a row mean that the ring is corrupt.
 constexpr int misunderstood_max = 100;
-// A service that does not answer in this time is not back yet, and the end of the follower does not
-// wait longer for it.
+// A service that does not answer in this time is not back yet, and nobody is held up longer.
 constexpr double look_again_timeout_s = 1;
 
 // Whether an error of the calls for events says that this run of the service is over.
@@ -37,31 +33,18 @@ bool means_gone(int error) {
 
 } // namespace
 
-Follower::Follower(const ClientOptions &options, Inbox &inbox) : options_(options), inbox_(inbox) {
+Follower::Follower(const ClientOptions &options)
+    : options_(options), told_reason_(NoService::words) {
     begin(options_.timeout_s);
-}
-
-Follower::~Follower() {
-    if (!thread_.joinable()) {
-        return;
-    }
-    {
-        const MutexLock lock(lock_);
-        stopping_ = true;
-        changed_.notify_all();
-        if (waiting_for_) {
-            vantro_event_wake(waiting_for_);
-        }
-    }
-    thread_.join();
-}
-
-void Follower::start() {
-    thread_ = std::thread([this] { run(); });
+    options_.wait_s.reset(); // From now on the events say that the service is gone.
 }
 
 void Follower::begin(double timeout_s) {
-    client_ = std::make_unique<Client>(ClientOptions{options_.player, timeout_s});
+    client_ = std::make_unique<Client>(ClientOptions{options_.player, timeout_s, options_.wait_s});
+    descriptor_ = vantro_event_fd(client_->handle());
+    if (descriptor_ < 0) {
+        fail(errno);
+    }
     PlayerMirror mirror(options_.player);
     std::vector<PlayerEvent> others; // Those that the mirror does not keep.
     for (;;) {
@@ -122,83 +105,47 @@ void Follower::fail(int error) const {
                   fmt::format("cannot follow player \"{}\": {}", player, std::strerror(error)));
 }
 
-void Follower::run() {
-    try {
-        do {
-            inbox_.put(std::exchange(picture_, {}));
-            follow();
-            client_.reset();
-        } while (!stopped_within(0) && wait_for_service());
-    } catch (...) {
-        inbox_.fail(std::current_exception());
-    }
-    client_.reset();
-}
-
-void Follower::wake_by(VantroHandle *handle) {
-    const MutexLock lock(lock_);
-    waiting_for_ = handle;
-}
-
-void Follower::follow() {
-    const struct Wakeable {
-        explicit Wakeable(Follower &its) : follower(its) {
-            follower.wake_by(follower.client_->handle());
-        }
-        ~Wakeable() { follower.wake_by(nullptr); }
-        Follower &follower;
-    } wakeable(*this);
-    while (!stopped_within(0)) {
+std::vector<PlayerEvent> Follower::take() {
+    std::vector<PlayerEvent> events = std::exchange(picture_, {});
+    while (client_ && events.size() < events_max) {
         PlayerEvent event;
         const Look found = look(event);
+        if (found == Look::nothing) {
+            break;
+        }
         if (found == Look::gone) {
-            return;
-        }
-        if (found == Look::event) {
-            if (event.kind != PlayerEvent::Kind::state || event.modes != event.previous) {
-                inbox_.put({std::move(event)});
-            }
-        } else if (vantro_event_wait(client_->handle()) != 0 && errno != EINTR) {
-            if (means_gone(errno)) {
-                return;
-            }
-            fail(errno);
-        }
-    }
-}
-
-bool Follower::wait_for_service() {
-    inbox_.put({event_of(PlayerEvent::Kind::gone)});
-    // Why it could not be followed. A reason is told when it comes twice in a row: many pass at
-    // once.
-    std::string last;
-    std::string told = Client::no_service;
-    for (int pause_ms = look_again_ms_min; !stopped_within(pause_ms);
-         pause_ms = std::min(pause_ms * 2, look_again_ms_max)) {
-        try {
-            begin(std::min(look_again_timeout_s,
-                           options_.timeout_s > 0 ? options_.timeout_s : look_again_timeout_s));
-            picture_.insert(picture_.begin(), event_of(PlayerEvent::Kind::back));
-            return true;
-        } catch (const Failure &failure) {
             client_.reset();
-            if (std::exchange(last, failure.text) == failure.text && last != told) {
-                told = last;
-                PlayerEvent event = event_of(PlayerEvent::Kind::waiting);
-                event.reason = last;
-                inbox_.put({std::move(event)});
-            }
+            descriptor_ = -1;
+            events.push_back(event_of(PlayerEvent::Kind::gone));
+        } else if (event.kind != PlayerEvent::Kind::state || event.modes != event.previous) {
+            events.push_back(std::move(event));
         }
     }
-    return false;
+    return events;
 }
 
-bool Follower::stopped_within(int ms) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    const MutexLock lock(lock_);
-    while (!stopping_ && ms > 0 && changed_.wait_until(lock_, end)) {
+bool Follower::look_for_service(std::vector<PlayerEvent> &events) {
+    try {
+        begin(std::min(look_again_timeout_s,
+                       options_.timeout_s > 0 ? options_.timeout_s : look_again_timeout_s));
+    } catch (const Failure &failure) {
+        client_.reset();
+        descriptor_ = -1;
+        // A reason is told when it comes twice in a row: many pass at once.
+        if (std::exchange(last_reason_, failure.text) == failure.text &&
+            last_reason_ != told_reason_) {
+            told_reason_ = last_reason_;
+            events.push_back(event_of(PlayerEvent::Kind::waiting));
+            events.back().reason = last_reason_;
+        }
+        return failure.text == NoService::words;
     }
-    return stopping_;
+    last_reason_.clear();
+    told_reason_ = NoService::words;
+    events.push_back(event_of(PlayerEvent::Kind::back));
+    const std::vector<PlayerEvent> picture = std::exchange(picture_, {});
+    events.insert(events.end(), picture.begin(), picture.end());
+    return false;
 }
 
 PlayerEvent Follower::event_of(PlayerEvent::Kind kind) const {

@@ -4,32 +4,35 @@
 
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "common/locks.h"
 #include "tools/vantroctl/model/player_event.h"
 #include "tools/vantroctl/service/client.h"
 
 namespace vantro::ctl {
 
-class Inbox;
-
-// Gives the full picture first, then each event. When the service ends it gives `gone` and looks
-// for the service; `waiting` where something other than its absence is in the way; then `back` and
-// the full picture again. Waiting for events takes no processor time. No event says that a service
-// has come back, so the follower looks for it after 0.2 s, and then less and less often, down to
-// once a second.
+// Gives the full picture first, then each event. When the service ends it gives `gone`; whoever
+// uses it then says when to look for the service. `waiting` tells that something other than the
+// service's absence is in the way; `back` and the full picture again, that it is followed again.
 class Follower {
   public:
     // Connects and gets the full picture. @throws Failure where there is nothing to follow.
-    Follower(const ClientOptions &options, Inbox &inbox);
-    ~Follower();
-    Follower(const Follower &) = delete;
-    Follower &operator=(const Follower &) = delete;
+    explicit Follower(const ClientOptions &options);
 
-    // Starts the thread that puts events into the inbox. To be called once.
-    void start();
+    // Whether the service is gone.
+    bool gone() const { return !client_; }
+
+    // Readable while take() may have something; -1 while the service is gone.
+    int descriptor() const { return descriptor_; }
+
+    // What has happened, oldest first, so much of it as is to be shown at a time: a descriptor that
+    // is still readable then has more. Does not wait. @throws Failure.
+    std::vector<PlayerEvent> take();
+
+    // Looks for the service that is gone, and waits a second at most for its answer.
+    // @param events receives what that gives.
+    // @return whether there is no service.
+    bool look_for_service(std::vector<PlayerEvent> &events);
 
   private:
     // What look() found.
@@ -38,23 +41,14 @@ class Follower {
     void begin(double timeout_s);
     Look look(PlayerEvent &event);
     [[noreturn]] void fail(int error) const;
-    void run() EXCLUDES(lock_);
-    void follow();
-    void wake_by(VantroHandle *handle) EXCLUDES(lock_);
-    bool wait_for_service();
-    bool stopped_within(int ms) EXCLUDES(lock_);
     PlayerEvent event_of(PlayerEvent::Kind kind) const;
 
     ClientOptions options_;
-    Inbox &inbox_;
     std::unique_ptr<Client> client_;
-    std::vector<PlayerEvent> picture_; // The full picture, until it is put into the inbox.
-
-    Mutex lock_;
-    Condition changed_;
-    bool stopping_ GUARDED_BY(lock_) = false;
-    VantroHandle *waiting_for_ GUARDED_BY(lock_) = nullptr; // while the thread follows
-    std::thread thread_;
+    int descriptor_ = -1;
+    std::vector<PlayerEvent> picture_; // The full picture, until it is taken.
+    std::string last_reason_;          // Why the last look failed.
+    std::string told_reason_;          // The last that was told.
 };
 
 } // namespace vantro::ctl

@@ -17,14 +17,13 @@
 #include <fmt/format.h>
 
 #include "tools/vantroctl/failure.h"
-#include "tools/vantroctl/watch/follower.h"
-#include "tools/vantroctl/watch/inbox.h"
+#include "tools/vantroctl/watch/followers.h"
 #include "tools/vantroctl/watch/watch_view.h"
 
 namespace vantro::ctl {
 namespace {
 
-// Signals, read from a descriptor. They are blocked in this thread and in those that it starts.
+// Signals, read from a descriptor. They are blocked in this thread.
 class Signals {
   public:
     explicit Signals(const std::vector<int> &more) {
@@ -74,11 +73,12 @@ class Signals {
 
 class Watch {
   public:
-    Watch(WatchView &view, Inbox &inbox, const Signals &signals)
-        : view_(view), inbox_(inbox), signals_(signals) {}
+    Watch(WatchView &view, Followers &followers, const Signals &signals)
+        : view_(view), followers_(followers), signals_(signals) {}
 
     // @return the signal that ended it, if one did.
     std::optional<int> run() {
+        show_events(); // The full picture.
         for (;;) {
             if (pending_.empty()) {
                 pending_ = view_.output();
@@ -88,11 +88,11 @@ class Watch {
             pollfd ready[] = {
                 {signals_.descriptor(), POLLIN, 0},
                 {STDOUT_FILENO, static_cast<short>(writing ? POLLOUT : 0), 0},
-                {writing ? -1 : inbox_.descriptor(), POLLIN, 0},
+                {writing ? -1 : followers_.descriptor(), POLLIN, 0},
                 {keys_open_ && view_.reads_keys() ? STDIN_FILENO : -1, POLLIN, 0},
             };
-            if (poll(ready, std::size(ready), writing ? -1 : view_.wake_in_ms()) < 0 &&
-                errno != EINTR) {
+            const int count = poll(ready, std::size(ready), writing ? -1 : wake_in_ms());
+            if (count < 0 && errno != EINTR) {
                 throw Failure(Outcome::failed,
                               fmt::format("cannot watch: {}", std::strerror(errno)));
             }
@@ -109,10 +109,8 @@ class Watch {
                     return std::nullopt;
                 }
             }
-            if (ready[2].revents != 0) {
-                for (const PlayerEvent &event : inbox_.take()) {
-                    view_.take(event);
-                }
+            if (!writing && (count == 0 || ready[2].revents != 0)) {
+                show_events();
             }
             if (ready[3].revents != 0 && key_ends()) {
                 return std::nullopt;
@@ -121,6 +119,19 @@ class Watch {
     }
 
   private:
+    void show_events() {
+        for (const PlayerEvent &event : followers_.take()) {
+            view_.take(event);
+        }
+    }
+
+    // The earlier of what the view and the followers want.
+    int wake_in_ms() const {
+        const int view = view_.wake_in_ms();
+        const int followers = followers_.wake_in_ms();
+        return view < 0 || followers < 0 ? std::max(view, followers) : std::min(view, followers);
+    }
+
     // Gives the view its signals. @return one that asks for the end.
     std::optional<int> end_signal() {
         const std::vector<int> known = view_.signals();
@@ -169,16 +180,10 @@ class Watch {
     }
 
     WatchView &view_;
-    Inbox &inbox_;
+    Followers &followers_;
     const Signals &signals_;
     std::string pending_;
     bool keys_open_ = true;
-};
-
-// Closes the inbox however the watching ends.
-struct ClosedAtTheEnd {
-    Inbox &inbox;
-    ~ClosedAtTheEnd() { inbox.close(); }
 };
 
 } // namespace
@@ -189,19 +194,15 @@ void run_watch(const WatchOptions &options) {
                                       : options.format
                                           ? make_formatted_events(options.players, *options.format)
                                           : make_event_lines(options.players);
-    Inbox inbox;
-    std::vector<std::unique_ptr<Follower>> followers;
+    std::vector<ClientOptions> clients;
     for (const std::string &player : options.players) {
-        const ClientOptions client{player, options.timeout_s};
-        followers.push_back(std::make_unique<Follower>(client, inbox));
+        clients.push_back(options.client);
+        clients.back().player = player;
     }
+    Followers followers(clients);
     const Signals signals(view->signals());
-    const ClosedAtTheEnd closed{inbox};
-    for (const auto &follower : followers) {
-        follower->start();
-    }
     view->begin();
-    if (const std::optional<int> number = Watch(*view, inbox, signals).run()) {
+    if (const std::optional<int> number = Watch(*view, followers, signals).run()) {
         view.reset(); // The terminal is given back first.
         signals.end_by(*number);
     }

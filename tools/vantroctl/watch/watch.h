@@ -13,7 +13,7 @@ namespace vantro::ctl {
 
 struct WatchOptions {
     std::vector<std::string> players;
-    double timeout_s = 0; // For each answer of the service.
+    ClientOptions client; // But for the player.
     bool json = false;
     bool live = false;
     std::optional<Template> format = std::nullopt; // How an event is shown.

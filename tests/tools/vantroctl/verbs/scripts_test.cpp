@@ -1,4 +1,4 @@
-// What scripts and status bars use: templates.
+// What scripts and status bars use: templates, and waiting for the service.
 #include <fmt/format.h>
 
 #include "tests/tools/vantroctl/vantroctl_process.h"
@@ -86,6 +86,19 @@ TEST_F(Scripts, LearnWhereTheirTemplateIsWrong) {
     EXPECT_EQ(run({"status", "--format", "{{" + deep + "}}"}), 2);
     EXPECT_EQ(run({"status", "--json", "--format", "x"}), 2);
     EXPECT_EQ(run({"play", "--format", "x"}), 2);
+}
+
+TEST_F(Scripts, WaitForAServiceThatStartsLater) {
+    EXPECT_EQ(run({"--wait=0.1", "status"}), 3);
+    EXPECT_EQ(said_, "vantroctl: no service within 0.1 s: is vantrod running?\n");
+    EXPECT_EQ(run({"--wait=soon", "status"}), 2);
+    test::Process status({VANTROCTL, "status", "--wait", "--format", "{{player}} {{state}}"});
+    test::Process watch({VANTROCTL, "watch", "--wait=600", "--format", "{{event}}"});
+    EXPECT_FALSE(status.readable(300));
+    start();
+    EXPECT_EQ(status.line(), "main idle");
+    EXPECT_EQ(watch.line(), "state");
+    EXPECT_EQ(status.wait(), 0);
 }
 
 } // namespace

@@ -1,0 +1,60 @@
+// When to look for a service that is not there.
+#ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_ARRIVAL_H
+#define VANTRO_TOOLS_VANTROCTL_SERVICE_ARRIVAL_H
+
+#include <string>
+#include <vector>
+
+namespace vantro::ctl {
+
+// The directories that a service of this user, or of the machine, may be found below.
+struct RuntimeRoot {
+    std::string parent; // "/run", or what $XDG_RUNTIME_DIR names.
+    bool of_user = false;
+};
+
+// In the order in which the library looks: the user's own first, where it is one.
+std::vector<RuntimeRoot> runtime_roots();
+
+// A service's path and its global name, below "vantro" of a root.
+extern const char *const service_places[2];
+
+// It watches the directories in which a service appears, and says when a look is worth it. Right
+// after something has happened it asks for some looks in a row, since the service may not answer
+// yet; then it waits for the next happening. Where the host has no watch left, or something other
+// than the service's absence is in the way, it asks for a look once a second.
+//
+//     Arrival arrival;
+//     for (arrival.prepare(); !look(); arrival.prepare()) {
+//         arrival.failed(absent);
+//         // poll() the descriptor for pause_ms()
+//     }
+class Arrival {
+  public:
+    Arrival();
+    ~Arrival();
+    Arrival(const Arrival &) = delete;
+    Arrival &operator=(const Arrival &) = delete;
+
+    // To be called before each look: what happens from then on is not missed.
+    void prepare();
+
+    // The look found none. @param absent whether that is because there is none.
+    void failed(bool absent);
+
+    // Readable when something has happened; -1 where nothing tells.
+    int descriptor() const { return descriptor_; }
+
+    // How long to wait for the descriptor before the next look; -1: without a limit.
+    int pause_ms() const { return pause_ms_; }
+
+  private:
+    bool take_events();
+
+    int descriptor_;
+    int pause_ms_ = 0;
+};
+
+} // namespace vantro::ctl
+
+#endif
