@@ -1,4 +1,5 @@
 // Queries about the player's present state: state, track session, track, position.
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -165,5 +166,17 @@ int vantro_get_volume(VantroHandle *handle, VantroVolume *volume) {
         return -1;
     }
     *volume = received;
+    return 0;
+}
+
+int vantro_get_identity(VantroHandle *handle, VantroIdentity *identity) {
+    VantroIdentity received{};
+    if (!ask(handle, VANTRO_COMMAND_GET_IDENTITY, "vantro_get_identity() failed", received)) {
+        return -1;
+    }
+    received.group_count = std::clamp(received.group_count, 0, VANTRO_IDENTITY_GROUPS);
+    received.version[sizeof received.version - 1] = '\0';
+    received.capabilities[sizeof received.capabilities - 1] = '\0';
+    *identity = received;
     return 0;
 }

@@ -35,6 +35,7 @@
 #include "service/reload.h"
 #include "service/requests/answers.h"
 #include "service/requests/handlers.h"
+#include "service/requests/identity.h"
 #include "service/scan_report.h"
 #include "service/server.h"
 #include "service/service_manager.h"
@@ -261,6 +262,10 @@ int serve(const Options &options, Reload &reload) {
     MemoryReturn memory;
     memory.start();
     requests::Answers answers(catalogue, players);
+    requests::Answers answers(*store, players);
+    answers.set_identify([&options](const requests::Client &client, VantroIdentity &identity) {
+        return requests::identify(client, options.capabilities, identity);
+    });
     requests::Turns turns(options.threads);
     requests::UserLimits limits(
         [](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });

@@ -176,6 +176,34 @@ VANTRO_API int vantro_set_volume(VantroHandle *handle, int32_t level);
  */
 VANTRO_API int vantro_set_muted(VantroHandle *handle, int32_t muted);
 
+/** Supplementary groups that a VantroIdentity has room for. */
+#define VANTRO_IDENTITY_GROUPS 8
+
+/** What a service takes a program for, and what the service is. 340 bytes, as the service sent
+ *  them. */
+typedef struct VantroIdentity {
+    int32_t service_pid; /**< Process id of the service, as the service itself sees it. */
+    int32_t pid;         /**< Process id of the program that asks, as the service sees it. */
+    uint32_t uid;        /**< Its effective user. */
+    uint32_t gid;        /**< Its effective group. */
+    int32_t group_count; /**< Entries in use of `groups`. */
+    uint32_t groups[VANTRO_IDENTITY_GROUPS]; /**< Supplementary groups; there may be more. */
+    char version[32];                        /**< The service's version, NUL-terminated. */
+    char capabilities[256]; /**< The capabilities that the service asked for, and the program has,
+                                 joined by commas; "" where permission bits decide. NUL-terminated;
+                                 those that do not fit are left out. */
+} VantroIdentity;
+
+/**
+ * Asks whom the service takes the calling program for: the kernel's word, taken when the program
+ * connected. An extension of vantrod's too. Needs a connected handle; no player need be open.
+ * Blocks until the service answers.
+ * @param identity receives the answer; untouched on failure. Texts that the service did not end
+ *                 are ended.
+ * @return 0, or -1: bad handle, failed exchange, refusal.
+ */
+VANTRO_API int vantro_get_identity(VantroHandle *handle, VantroIdentity *identity);
+
 /**
  * Lists the names of the service's players. Like the listings below an extension of vantrod's: a
  * service that does not know it refuses it. Needs a connected handle; no player need be open.

@@ -139,6 +139,8 @@ enum {
     VANTRO_COMMAND_SAVE_PLAYLIST = 268,
     /** Name (string). Nothing. */
     VANTRO_COMMAND_DELETE_PLAYLIST = 269
+    /** None. A VantroIdentity. No player need be open. */
+    VANTRO_COMMAND_GET_IDENTITY = 271
 };
 
 #ifdef __cplusplus

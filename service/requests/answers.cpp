@@ -109,6 +109,8 @@ const Answers::Command Answers::Command::all[] =
          [](Answers &answers, const Call &call) {
              return answers.catalogue_.delete_playlist(call.request.name);
          }},
+        {VANTRO_COMMAND_GET_IDENTITY, forms::nothing, optional, moments,
+         run<&Answers::append_identity>},
 };
 
 const Answers::Command *Answers::find_command(uint16_t number) {
@@ -196,6 +198,13 @@ int16_t Answers::find_player(std::string_view name) {
                      [name](const playback::Player &each) { return each.name == name; });
     return found == players_.end() ? no_player
                                    : static_cast<int16_t>(std::distance(players_.begin(), found));
+}
+
+int Answers::append_identity(const Call &call) {
+    VantroIdentity identity = {};
+    const int result = identify_ ? identify_(opens_.client(call.open), identity) : ENOSYS;
+    append(call.answer, identity);
+    return result;
 }
 
 int Answers::open_player(const Call &call) {

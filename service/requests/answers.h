@@ -4,9 +4,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include <vantro/extras.h>
 
 #include "service/catalogue/catalogue.h"
 #include "service/playback/players.h"
@@ -36,6 +40,11 @@ class Answers {
     std::optional<Client> close(int32_t open) noexcept;
 
     OpenRecords &opens() { return opens_; }
+
+    // What tells whom a client is taken for: 0, or a result word. To be set before the first
+    // request; without it nobody is told.
+    using Identify = std::function<int(const Client &client, VantroIdentity &identity)>;
+    void set_identify(Identify identify) { identify_ = std::move(identify); }
 
   private:
     // A request that is being carried out.
@@ -70,6 +79,7 @@ class Answers {
     int close_player(const Call &call);
     int16_t find_player(std::string_view name);
     int append_players(const Call &call);
+    int append_identity(const Call &call);
 
     // Give the nodes of a request's list that lie in the range.
     using Give = int (Answers::*)(const Call &call, catalogue::Range range,
@@ -101,6 +111,7 @@ class Answers {
     catalogue::Catalogue &catalogue_;
     playback::Players &players_;
     OpenRecords opens_;
+    Identify identify_;
 };
 
 } // namespace vantro::service::requests

@@ -197,6 +197,13 @@ std::string get_volume(Scene &scene) {
     return result == 0 ? std::to_string(volume.level) : wrote ? "failed, and wrote" : "failed";
 }
 
+std::string get_identity(Scene &scene) {
+    Handle player = scene.player();
+    VantroIdentity identity = {};
+    const int result = scene.faulted([&] { return vantro_get_identity(player, &identity); });
+    return result == 0 ? identity.version : identity.pid != 0 ? "failed, and wrote" : "failed";
+}
+
 std::string get_extended(Scene &scene) {
     Handle player = scene.player();
     const char *id = a_song(player);
@@ -271,6 +278,7 @@ Rows rows_of_queries() {
             [](int32_t position) { return std::string(position >= 0 ? "a position" : "none"); },
             [](int32_t) {}),
         {"vantro_get_volume", get_volume},
+        {"vantro_get_identity", get_identity},
         {"vantro_get_metadata", get_metadata},
         {"vantro_get_current_track_info", get_track, Way::may_abort},
         list<MediaSource>(

@@ -2,6 +2,7 @@
 
 import ctypes
 import errno
+import os
 import signal
 import threading
 from collections.abc import Callable
@@ -35,6 +36,9 @@ def test_lists_page_by_themselves(service: Service) -> None:
         assert [node for node, _ in told] == songs and told[0][1].duration == 20000
         assert len(list(player.search_metadata(source.id, "one", offset=SONGS - 1))) == 1
         assert player.players() == ["main", "kitchen"]
+        identity = player.identity()
+        assert (identity.pid, identity.uid) == (os.getpid(), os.geteuid())
+        assert identity.capabilities == () and identity.version == vantro.__version__
         tsid = player.create_session(source.id, "songs", SONGS - 1)
         assert list(player.tracks(tsid)) == songs
         assert list(player.tracks_metadata(tsid)) == told

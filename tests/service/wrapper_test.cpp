@@ -68,6 +68,7 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     const Names players = player.players().or_throw();
     ASSERT_EQ(players.size(), 1u);
     EXPECT_STREQ(players[0], "main");
+    EXPECT_EQ(player.identity().or_throw().pid, getpid());
 
     auto unknown = player.browse(source, std::string(100, 'x'));
     EXPECT_EQ(unknown.begin(), unknown.end());

@@ -183,6 +183,8 @@ void CommandLine::add_global_options() {
 void CommandLine::add_commands() {
     with_format(*app_.add_subcommand("status", "Show what the player is doing"));
     with_format(*app_.add_subcommand("players", "List the players, with what each is doing"));
+    app_.add_subcommand("doctor", "Look whether all is well, and say how to mend what is not");
+    app_.add_subcommand("whoami", "Show the user, groups and capabilities that the service sees");
     app_.add_subcommand("play", "Play, or play on");
     app_.add_subcommand("pause", "Hold the position");
     app_.add_subcommand("toggle", "Play if it does not, else hold the position");

@@ -20,6 +20,7 @@
 #include "tools/vantroctl/service/library_log.h"
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/verbs/commands.h"
+#include "tools/vantroctl/verbs/doctor.h"
 #include "tools/vantroctl/verbs/listings.h"
 #include "tools/vantroctl/verbs/players.h"
 #include "tools/vantroctl/verbs/playlists.h"
@@ -30,17 +31,24 @@ namespace {
 
 using namespace vantro::ctl;
 
-void run(const std::string &verb, const Options &options) {
+Outcome run(const std::string &verb, const Options &options) {
     // The log would spoil a screen that is being drawn.
     listen_to_library(options.verbose && !(options.live && isatty(STDERR_FILENO)));
     if (verb == "watch") {
         run_watch({options.players, options.client, options.list.json, options.live,
                    options.list.format});
-        return;
+        return Outcome::done;
+    }
+    if (verb == "doctor") {
+        return run_doctor(options.client, options.list.json);
+    }
+    if (verb == "whoami") {
+        run_whoami(options.client, options.list.json);
+        return Outcome::done;
     }
     if (verb == "players") {
         run_players(options.client, options.list);
-        return;
+        return Outcome::done;
     }
     Client client(options.client);
     const ListOptions &list = options.list;
@@ -90,6 +98,7 @@ void run(const std::string &verb, const Options &options) {
             print(volume_text({*done.volume, *done.muted}) + '\n');
         }
     }
+    return Outcome::done;
 }
 
 int report(const Failure &failure, bool json) {
@@ -101,20 +110,20 @@ int report(const Failure &failure, bool json) {
     return static_cast<int>(failure.outcome);
 }
 
-void parse_and_run(int argc, char **argv, Options &options) {
+Outcome parse_and_run(int argc, char **argv, Options &options) {
     CommandLine line(options);
     try {
         line.parse(argc, argv);
     } catch (const CLI::CallForHelp &) {
         print(line.help());
-        return;
+        return Outcome::done;
     } catch (const CLI::CallForVersion &version) {
         print(std::string(version.what()) + '\n');
-        return;
+        return Outcome::done;
     } catch (const CLI::ParseError &error) {
         throw Failure(Outcome::usage, fmt::format("{}; see vantroctl --help", error.what()));
     }
-    run(line.verb(), options);
+    return run(line.verb(), options);
 }
 
 } // namespace
@@ -126,8 +135,7 @@ int main(int argc, char **argv) {
         argv, argv + argc, [](const char *word) { return std::string_view(word) == "--json"; });
     Options options;
     try {
-        parse_and_run(argc, argv, options);
-        return static_cast<int>(Outcome::done);
+        return static_cast<int>(parse_and_run(argc, argv, options));
     } catch (const Failure &failure) {
         return report(failure, json);
     } catch (const std::exception &error) {

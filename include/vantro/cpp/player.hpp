@@ -88,6 +88,13 @@ class Player {
         return value(count < 0 ? -1 : 0, Names(names, count));
     }
 
+    /** Whom the service takes this program for. */
+    Result<VantroIdentity> identity() {
+        VantroIdentity identity{};
+        const int result = vantro_get_identity(handle(), &identity);
+        return value(result, identity);
+    }
+
     /** Has the service look at all of its music again, in the background. */
     Result<void> rescan() { return done(vantro_rescan(handle())); }
 

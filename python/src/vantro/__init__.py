@@ -40,6 +40,7 @@ from .following import Events
 from .player import Player
 from .records import (
     Capability,
+    Identity,
     MediaNode,
     MediaSource,
     Metadata,
@@ -60,6 +61,7 @@ __all__ = [
     "ErrorEvent",
     "Event",
     "Events",
+    "Identity",
     "Interrupted",
     "Invalid",
     "Malformed",

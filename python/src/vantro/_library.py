@@ -117,6 +117,19 @@ class VantroVolume(c.Structure):
     _fields_ = [("level", c.c_int32), ("muted", c.c_int32)]
 
 
+class VantroIdentity(c.Structure):
+    _fields_ = [
+        ("service_pid", c.c_int32),
+        ("pid", c.c_int32),
+        ("uid", c.c_uint32),
+        ("gid", c.c_uint32),
+        ("group_count", c.c_int32),
+        ("groups", c.c_uint32 * 8),
+        ("version", c.c_char * 32),
+        ("capabilities", c.c_char * 256),
+    ]
+
+
 _nodes = c.POINTER(c.POINTER(MediaNode))
 _metadata = c.POINTER(c.POINTER(Metadata))
 _count = c.POINTER(c.c_int)
@@ -138,6 +151,7 @@ _int_functions: dict[str, list[Any]] = {
     "vantro_set_playback_rate": [_handle, c.c_float],
     "vantro_shuffle": [_handle, c.c_int32],
     "vantro_repeat": [_handle, c.c_int32],
+    "vantro_get_identity": [_handle, c.POINTER(VantroIdentity)],
     "vantro_get_volume": [_handle, c.POINTER(VantroVolume)],
     "vantro_set_volume": [_handle, c.c_int32],
     "vantro_set_muted": [_handle, c.c_int32],

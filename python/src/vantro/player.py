@@ -14,6 +14,7 @@ from ._numbers import integer, time_limit
 from .errors import last_failure, of_errno
 from .following import Events
 from .records import (
+    Identity,
     MediaNode,
     MediaSource,
     Metadata,
@@ -113,6 +114,21 @@ class Player:
             return [records.text_of(names[i]) or "" for i in range(count)]
         finally:
             c.free(names)
+
+    def identity(self) -> Identity:
+        """Whom the service takes this program for, and what the service is."""
+        identity = c.VantroIdentity()
+        self._call(library.vantro_get_identity, ctypes.byref(identity))
+        held = records.text_of(identity.capabilities) or ""
+        return Identity(
+            identity.pid,
+            identity.uid,
+            identity.gid,
+            tuple(identity.groups[: identity.group_count]),
+            tuple(held.split(",")) if held else (),
+            identity.service_pid,
+            records.text_of(identity.version) or "",
+        )
 
     def rescan(self) -> None:
         """Has the service look at all of its music again, in the background."""

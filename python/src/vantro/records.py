@@ -47,6 +47,19 @@ class Volume:
     muted: bool
 
 
+@dataclass(frozen=True, slots=True)
+class Identity:
+    """Whom the service takes this program for, by the kernel's word; and the service itself."""
+
+    pid: int
+    uid: int
+    gid: int
+    groups: tuple[int, ...]
+    capabilities: tuple[str, ...]
+    service_pid: int
+    version: str
+
+
 class Start(enum.IntEnum):
     """How a new track session begins.
 

@@ -88,6 +88,15 @@ class JsonObject {
         writer_.EndArray();
         return *this;
     }
+    JsonObject &numbers(const char *name, const std::vector<uint32_t> &values) {
+        writer_.Key(name);
+        writer_.StartArray();
+        for (const uint32_t value : values) {
+            number(value);
+        }
+        writer_.EndArray();
+        return *this;
+    }
     JsonObject &texts(const char *name, const std::vector<std::string> &values) {
         writer_.Key(name);
         writer_.StartArray();

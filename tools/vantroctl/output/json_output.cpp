@@ -1,5 +1,7 @@
 #include "tools/vantroctl/output/json_output.h"
 
+#include <algorithm>
+
 #include "tools/vantroctl/output/json_object.h"
 #include "tools/vantroctl/output/node_view.h"
 #include "tools/vantroctl/output/status_view.h"
@@ -137,6 +139,42 @@ std::string json_values(const std::string &player, const Place &place, const Val
         value ? object.text(*value) : object.null();
     }
     object.end();
+    return object.line();
+}
+
+std::string json_identity(const Identity &identity) {
+    JsonObject object;
+    object.key("ok").boolean(true);
+    object.key("command").text("whoami");
+    object.key("pid").number(identity.pid);
+    object.key("uid").number(identity.uid);
+    object.key("user").known_text(identity.user);
+    object.key("gid").number(identity.gid);
+    object.key("group").known_text(identity.group);
+    object.numbers("groups", identity.groups);
+    object.texts("capabilities", identity.capabilities);
+    object.key("service_pid").number(identity.service_pid);
+    object.key("version").text(identity.version);
+    return object.line();
+}
+
+std::string json_findings(const std::vector<Finding> &findings) {
+    const auto bad = std::find_if(findings.begin(), findings.end(), [](const Finding &finding) {
+        return finding.kind == Finding::Kind::bad;
+    });
+    JsonObject object;
+    object.key("ok").boolean(bad == findings.end());
+    object.key("command").text("doctor");
+    if (bad != findings.end()) {
+        object.key("error").text(bad->text);
+        object.key("code").number(static_cast<int>(bad->outcome));
+    }
+    object.objects("findings", findings, [&](const Finding &finding) {
+        object.key("result").text(kind_name(finding.kind));
+        object.key("subject").text(finding.subject);
+        object.key("text").text(finding.text);
+        object.key("fix").known_text(finding.fix);
+    });
     return object.line();
 }
 

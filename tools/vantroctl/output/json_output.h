@@ -9,6 +9,7 @@
 
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/model/command_result.h"
+#include "tools/vantroctl/model/identity.h"
 #include "tools/vantroctl/model/nodes.h"
 #include "tools/vantroctl/model/player_status.h"
 
@@ -34,6 +35,11 @@ std::string json_tracks(const std::string &player, const SessionStatus &session,
                         const std::vector<Node> &tracks);
 
 std::string json_values(const std::string &player, const Place &place, const Values &values);
+
+std::string json_identity(const Identity &identity);
+
+// With the error and the code of the first that is bad, where one is.
+std::string json_findings(const std::vector<Finding> &findings);
 
 // {"ok":false,"error":...,"code":...}: the line without the program's name, and the exit code.
 std::string json_failure(const Failure &failure);

@@ -18,8 +18,6 @@
 #include "tools/vantroctl/text/display_text.h"
 
 namespace vantro::ctl {
-namespace {
-
 std::vector<std::string> player_names(Client &client) {
     char **names = nullptr;
     int count = 0;
@@ -33,8 +31,6 @@ std::vector<std::string> player_names(Client &client) {
     }
     return {names, names + count};
 }
-
-} // namespace
 
 void run_players(const ClientOptions &options, const ListOptions &list) {
     ClientOptions one = options;

@@ -39,12 +39,24 @@ Follower::Follower(const ClientOptions &options)
     options_.wait_s.reset(); // From now on the events say that the service is gone.
 }
 
+void Follower::leave() {
+    client_.reset();
+    descriptor_ = -1;
+}
+
+// It is done without where none is left, and tried again.
+void Follower::need_descriptor() {
+    if (descriptor_ < 0) {
+        descriptor_ = vantro_event_fd(client_->handle());
+        if (descriptor_ < 0 && errno != EMFILE && errno != ENFILE && errno != ENOSPC) {
+            fail(errno);
+        }
+    }
+}
+
 void Follower::begin(double timeout_s) {
     client_ = std::make_unique<Client>(ClientOptions{options_.player, timeout_s, options_.wait_s});
-    descriptor_ = vantro_event_fd(client_->handle());
-    if (descriptor_ < 0) {
-        fail(errno);
-    }
+    need_descriptor();
     PlayerMirror mirror(options_.player);
     std::vector<PlayerEvent> others; // Those that the mirror does not keep.
     for (;;) {
@@ -107,6 +119,9 @@ void Follower::fail(int error) const {
 
 std::vector<PlayerEvent> Follower::take() {
     std::vector<PlayerEvent> events = std::exchange(picture_, {});
+    if (client_) {
+        need_descriptor();
+    }
     while (client_ && events.size() < events_max) {
         PlayerEvent event;
         const Look found = look(event);
@@ -114,8 +129,7 @@ std::vector<PlayerEvent> Follower::take() {
             break;
         }
         if (found == Look::gone) {
-            client_.reset();
-            descriptor_ = -1;
+            leave();
             events.push_back(event_of(PlayerEvent::Kind::gone));
         } else if (event.kind != PlayerEvent::Kind::state || event.modes != event.previous) {
             events.push_back(std::move(event));
@@ -129,8 +143,7 @@ bool Follower::look_for_service(std::vector<PlayerEvent> &events) {
         begin(std::min(look_again_timeout_s,
                        options_.timeout_s > 0 ? options_.timeout_s : look_again_timeout_s));
     } catch (const Failure &failure) {
-        client_.reset();
-        descriptor_ = -1;
+        leave();
         // A reason is told when it comes twice in a row: many pass at once.
         if (std::exchange(last_reason_, failure.text) == failure.text &&
             last_reason_ != told_reason_) {

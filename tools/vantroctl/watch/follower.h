@@ -22,7 +22,8 @@ class Follower {
     // Whether the service is gone.
     bool gone() const { return !client_; }
 
-    // Readable while take() may have something; -1 while the service is gone.
+    // Readable while take() may have something; -1 while the service is gone, and where the user
+    // has no inotify instance left: then take() is to be called from time to time.
     int descriptor() const { return descriptor_; }
 
     // What has happened, oldest first, so much of it as is to be shown at a time: a descriptor that
@@ -39,6 +40,8 @@ class Follower {
     enum class Look { event, nothing, gone };
 
     void begin(double timeout_s);
+    void leave();
+    void need_descriptor();
     Look look(PlayerEvent &event);
     [[noreturn]] void fail(int error) const;
     PlayerEvent event_of(PlayerEvent::Kind kind) const;

@@ -16,6 +16,9 @@
 namespace vantro::ctl {
 namespace {
 
+// How often is looked at a player that has no descriptor.
+constexpr int look_ms = 250;
+
 [[noreturn]] void fail() {
     throw Failure(Outcome::failed, fmt::format("cannot watch: {}", std::strerror(errno)));
 }
@@ -30,8 +33,9 @@ Followers::Followers(const std::vector<ClientOptions> &options)
     try {
         for (const ClientOptions &one : options) {
             followers_.push_back(std::make_unique<Follower>(one));
-            listen_to(followers_.back()->descriptor());
         }
+        listened_.resize(followers_.size(), -1);
+        listen_to_new();
     } catch (...) {
         close(descriptor_);
         throw;
@@ -51,8 +55,21 @@ void Followers::listen_to(int descriptor) {
     }
 }
 
+void Followers::listen_to_new() {
+    for (size_t i = 0; i < followers_.size(); ++i) {
+        const int descriptor = followers_[i]->descriptor();
+        if (descriptor >= 0 && listened_[i] < 0) {
+            listen_to(descriptor);
+        }
+        listened_[i] = descriptor;
+    }
+}
+
 int Followers::wake_in_ms() const {
-    return arrival_ ? arrival_->pause_ms() : -1;
+    const bool deaf = std::any_of(followers_.begin(), followers_.end(), [](const auto &follower) {
+        return !follower->gone() && follower->descriptor() < 0;
+    });
+    return deaf ? look_ms : arrival_ ? arrival_->pause_ms() : -1;
 }
 
 bool Followers::any_gone() const {
@@ -66,8 +83,10 @@ std::vector<PlayerEvent> Followers::take() {
         std::vector<PlayerEvent> more = follower->take();
         std::move(more.begin(), more.end(), std::back_inserter(events));
     }
+    listen_to_new(); // One that has ended is forgotten before the next may get its number.
     if (any_gone()) {
         look_for_service(events);
+        listen_to_new();
     }
     return events;
 }
@@ -84,9 +103,6 @@ void Followers::look_for_service(std::vector<PlayerEvent> &events) {
     for (const auto &follower : followers_) {
         if (follower->gone()) {
             absent = follower->look_for_service(events) && absent;
-            if (!follower->gone()) {
-                listen_to(follower->descriptor());
-            }
         }
     }
     if (any_gone()) {

@@ -33,11 +33,13 @@ class Followers {
 
   private:
     void listen_to(int descriptor);
+    void listen_to_new();
     void look_for_service(std::vector<PlayerEvent> &events);
     bool any_gone() const;
 
     int descriptor_;
     std::vector<std::unique_ptr<Follower>> followers_;
+    std::vector<int> listened_;        // To the descriptor of each follower; -1: to none.
     std::unique_ptr<Arrival> arrival_; // While a service is gone.
 };
 

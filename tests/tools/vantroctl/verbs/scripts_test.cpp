@@ -1,4 +1,5 @@
-// What scripts and status bars use: templates, and waiting for the service.
+// What scripts and status bars use: templates, waiting for the service, and the reason where
+// nothing works.
 #include <fmt/format.h>
 
 #include "tests/tools/vantroctl/vantroctl_process.h"
@@ -99,6 +100,38 @@ TEST_F(Scripts, WaitForAServiceThatStartsLater) {
     EXPECT_EQ(status.line(), "main idle");
     EXPECT_EQ(watch.line(), "state");
     EXPECT_EQ(status.wait(), 0);
+}
+
+TEST_F(Scripts, AreToldWhatIsWrongAndHowToMendIt) {
+    EXPECT_EQ(run({"doctor"}), 3);
+    EXPECT_NE(said_.find("bad\tservice\tno service answers\tstart one: "), said_.npos) << said_;
+    EXPECT_EQ(run({"whoami"}), 3);
+    start();
+    EXPECT_EQ(run({"doctor"}), 0) << said_;
+    EXPECT_EQ(said_.find("ok\troot\t" + path_ + "/vantro\t\nok\tservice\t"), 0u) << said_;
+    EXPECT_NE(said_.find("ok\tmusic\tsource 1 (music) is ready, with 2 songs\t\n"), said_.npos);
+    EXPECT_EQ(run({"whoami", "--json"}), 0);
+    EXPECT_NE(said_.find(fmt::format("\"uid\":{},", geteuid())), said_.npos) << said_;
+    EXPECT_EQ(run({"doctor", "--player", "den", "--json"}), 3);
+    EXPECT_EQ(said_.find(R"({"ok":false,"command":"doctor","error":"there is no player den)"), 0u)
+        << said_;
+    end_vantrod();
+    start_vantrod({});
+    EXPECT_EQ(run({"doctor"}), 6);
+    EXPECT_NE(said_.find("bad\tmusic\tthere is no media source\t"), said_.npos) << said_;
+    end_vantrod();
+
+    test::write_file(path_ + "/policy", "*  audio\n");
+    test::Process grantor({VANTRO_GRANTOR, "--policy", path_ + "/policy"});
+    EXPECT_EQ(grantor.line(), "vantro-grantor: ready (1 rules)");
+    start_vantrod({"--require", "audio"});
+    EXPECT_EQ(run({"whoami"}), 0);
+    EXPECT_NE(said_.find("\ncapabilities: audio\n"), said_.npos) << said_;
+    test::write_file(path_ + "/policy", "# nothing\n");
+    grantor.kill(SIGHUP);
+    EXPECT_EQ(grantor.line(), "vantro-grantor: policy reloaded (0 rules)");
+    EXPECT_EQ(run({"doctor"}), 4);
+    EXPECT_NE(said_.find("bad\trights\tthe service, run by "), said_.npos) << said_;
 }
 
 } // namespace

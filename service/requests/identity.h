@@ -1,0 +1,19 @@
+// Whom the service takes a client for.
+#ifndef VANTRO_SERVICE_REQUESTS_IDENTITY_H
+#define VANTRO_SERVICE_REQUESTS_IDENTITY_H
+
+#include <string_view>
+
+#include <vantro/extras.h>
+
+#include "service/requests/user_limits.h"
+
+namespace vantro::service::requests {
+
+// @param capabilities that a client must have to be admitted, joined by commas; "" for none.
+// @return 0, or a result word where the client has gone.
+int identify(const Client &client, std::string_view capabilities, VantroIdentity &identity);
+
+} // namespace vantro::service::requests
+
+#endif
