@@ -42,6 +42,8 @@ vantroctl --player |main the\\ den
 vantroctl --player t|the\\ den
 vantroctl --source |1 1000000
 vantroctl --timeout |
+vantroctl --color a|auto always
+vantroctl status --format |
 vantroctl --player play sh|shuffle
 vantroctl shuffle t|toggle
 vantroctl repeat |off all one

@@ -40,6 +40,7 @@ _vantroctl_candidates() {
     local program=$1 command=$2 prev=$3 cur=$4
     case $prev in
     --player) _vantroctl_players ;;
+    --color) printf '%s\n' auto always never ;;
     --source) _vantroctl_ask "$program" sources | cut -d: -f1 ;;
     --timeout | --limit | --offset | --depth | --index | --format) ;;
     *)
@@ -65,7 +66,7 @@ _vantroctl() {
     local cur=${words[-1]} prev=${words[-2]}
     for ((i = 1; i < ${#words[@]} - 1; i++)); do
         case ${words[i]} in
-        --player | --timeout | --source | --limit | --offset | --depth | --index | --format) ((i++)) ;;
+        --player | --color | --timeout | --source | --limit | --offset | --depth | --index | --format) ((i++)) ;;
         -*) ;;
         *) command=${command:-${words[i]}} ;;
         esac

@@ -6,7 +6,7 @@ function __vantroctl_command
     for word in (commandline -opc)[2..-1]
         if test $skip = 1
             set skip 0
-        else if contains -- $word --player --timeout --source --limit --offset --depth --index --format
+        else if contains -- $word --player --color --timeout --source --limit --offset --depth --index --format
             set skip 1
         else if not string match -q -- '-*' $word
             echo $word
@@ -44,6 +44,9 @@ function __vantroctl_candidates
     switch $before
         case --player
             __vantroctl_players
+            return
+        case --color
+            printf '%s\n' auto always never
             return
         case --source
             timeout 0.045 vantroctl sources 2>/dev/null </dev/null | string replace -r ':.*' ''

@@ -9,6 +9,7 @@
 #include <vantro/catalogue.h>
 #include <vantro/version.h>
 
+#include "tools/vantroctl/output/colour.h"
 #include "tools/vantroctl/output/fields.h"
 #include "tools/vantroctl/text/node_ref.h"
 #include "tools/vantroctl/text/time_text.h"
@@ -173,6 +174,16 @@ void CommandLine::add_global_options() {
         });
     app_.add_flag("--json", options_.list.json,
                   "Print one JSON object, whatever happens; watch: one an event");
+    app_.add_option_function<std::string>(
+            "--color",
+            [](const std::string &text) {
+                set_colour_mode(parse_colour_mode(text).value_or(ColourMode::automatic));
+            },
+            "Show what plays and what is wrong in colour: auto, always or never")
+        ->type_name("WHEN")
+        ->check([](const std::string &text) {
+            return parse_colour_mode(text) ? "" : "colours are shown auto, always or never";
+        });
     app_.add_flag_callback(
         "--no-pager", [this] { options_.list.pager = false; },
         "Print long lists straight to the terminal");

@@ -12,6 +12,7 @@
 
 #include "tools/vantroctl/command_line.h"
 #include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/output/colour.h"
 #include "tools/vantroctl/output/fields.h"
 #include "tools/vantroctl/output/json_output.h"
 #include "tools/vantroctl/output/standard_output.h"
@@ -101,6 +102,22 @@ Outcome run(const std::string &verb, const Options &options) {
     return Outcome::done;
 }
 
+// Looked for here too, because a command line that cannot be parsed is also reported in colour.
+ColourMode colour_mode_in(int argc, char **argv) {
+    constexpr std::string_view option = "--color";
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view word = argv[i];
+        if (word == option && i + 1 < argc) {
+            return parse_colour_mode(argv[i + 1]).value_or(ColourMode::automatic);
+        }
+        if (word.starts_with("--color=")) {
+            return parse_colour_mode(word.substr(option.size() + 1))
+                .value_or(ColourMode::automatic);
+        }
+    }
+    return ColourMode::automatic;
+}
+
 int report(const Failure &failure, bool json) {
     complain(failure.text);
     if (json) {
@@ -133,6 +150,7 @@ int main(int argc, char **argv) {
     // Looked for here too, because a command line that cannot be parsed is also reported as JSON.
     const bool json = std::any_of(
         argv, argv + argc, [](const char *word) { return std::string_view(word) == "--json"; });
+    set_colour_mode(colour_mode_in(argc, argv));
     Options options;
     try {
         return static_cast<int>(parse_and_run(argc, argv, options));

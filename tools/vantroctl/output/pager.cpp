@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/output/colour.h"
 #include "tools/vantroctl/output/standard_output.h"
 #include "tools/vantroctl/text/display_text.h"
 
@@ -38,7 +39,7 @@ int rows_of(std::string_view lines, int columns) {
     int rows = 0;
     while (!lines.empty()) {
         const size_t end = std::min(lines.find('\n'), lines.size());
-        const int width = display_width(lines.substr(0, end));
+        const int width = display_width(unpainted(lines.substr(0, end)));
         rows += std::max((width + columns - 1) / columns, 1);
         lines.remove_prefix(std::min(end + 1, lines.size()));
     }

@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include "tools/vantroctl/failure.h"
+#include "tools/vantroctl/output/colour.h"
 #include "tools/vantroctl/text/display_text.h"
 
 namespace vantro::ctl {
@@ -61,7 +62,9 @@ void print(std::string_view text) {
 }
 
 void complain(std::string_view text) {
-    write_output(fmt::format("vantroctl: {}\n", clean_text(text)), STDERR_FILENO);
+    write_output(
+        fmt::format("{} {}\n", painted(Ink::wrong, "vantroctl:", STDERR_FILENO), clean_text(text)),
+        STDERR_FILENO);
 }
 
 bool output_is_terminal() {

@@ -6,6 +6,9 @@
 
 #include <fmt/format.h>
 
+#include <vantro/player.h>
+
+#include "tools/vantroctl/output/colour.h"
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/time_text.h"
 
@@ -23,14 +26,14 @@ class Screen {
   public:
     explicit Screen(int columns) : columns_(std::max(columns, 1)) {}
 
-    void line(std::string_view clean) {
-        text_ += clip_text(clean, columns_);
+    void line(std::string_view clean, Ink ink = Ink::plain) {
+        text_ += painted(ink, clip_text(clean, columns_));
         text_ += '\n';
     }
 
-    void labelled(std::string_view label, const std::string &value) {
+    void labelled(std::string_view label, const std::string &value, Ink ink = Ink::plain) {
         const std::string shown = value.empty() ? "-" : clean_text(value);
-        line(columns_ < label_columns_min ? shown : fmt::format("{:<8}{}", label, shown));
+        line(columns_ < label_columns_min ? shown : fmt::format("{:<8}{}", label, shown), ink);
     }
 
     // As many parts a line as fit.
@@ -77,6 +80,10 @@ class Screen {
 };
 
 } // namespace
+
+Ink ink_of(const PlayerStatus &status) {
+    return status.state == VANTRO_STATE_PLAYING ? Ink::playing : Ink::plain;
+}
 
 const char *state_name(int32_t state) {
     static constexpr const char *names[] = {"none", "idle", "playing", "paused", "stopped"};
@@ -129,7 +136,7 @@ std::string render_screen(const PlayerStatus &status, int columns) {
     }
     screen.line(head);
     if (status.track) {
-        screen.labelled("Title", status.track->title);
+        screen.labelled("Title", status.track->title, ink_of(status));
         screen.labelled("Artist", status.track->artist);
         screen.labelled("Album", status.track->album);
         screen.position(status.position_ms, status.track->duration_ms);
@@ -148,9 +155,9 @@ std::string render_screen(const PlayerStatus &status, int columns) {
 
 std::string render_lines(const PlayerStatus &status) {
     std::string text;
-    const auto add = [&text](const char *key, const std::string &value) {
-        text += value.empty() ? fmt::format("{}:\n", key)
-                              : fmt::format("{}: {}\n", key, clean_text(value));
+    const auto add = [&text](const char *key, const std::string &value, Ink ink = Ink::plain) {
+        text += painted(ink, value.empty() ? fmt::format("{}:\n", key)
+                                           : fmt::format("{}: {}\n", key, clean_text(value)));
     };
     const TrackStatus *track = status.track ? &*status.track : nullptr;
     const bool timed = track && track->duration_ms > 0;
@@ -158,7 +165,7 @@ std::string render_lines(const PlayerStatus &status) {
     add("state", state_name(status.state));
     add("track", track ? fmt::format("{}", int64_t{track->index} + 1) : "");
     add("tracks", status.session ? fmt::format("{}", status.session->length) : "");
-    add("title", track ? track->title : "");
+    add("title", track ? track->title : "", ink_of(status));
     add("artist", track ? track->artist : "");
     add("album", track ? track->album : "");
     add("position", track ? format_time(status.position_ms) : "");

@@ -7,11 +7,15 @@
 #include <string>
 
 #include "tools/vantroctl/model/player_status.h"
+#include "tools/vantroctl/output/colour.h"
 
 namespace vantro::ctl {
 
 // "idle", "playing", "paused", "stopped"; "none" for 0, and "unknown" for the rest.
 const char *state_name(int32_t state);
+
+// What a player plays is shown in this.
+Ink ink_of(const PlayerStatus &status);
 
 // "off", "all", "one", and "unknown" for the rest.
 const char *repeat_name(int32_t repeat);

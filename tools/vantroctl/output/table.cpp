@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "tools/vantroctl/output/colour.h"
 #include "tools/vantroctl/text/display_text.h"
 
 namespace vantro::ctl {
@@ -86,18 +87,17 @@ std::string Table::line(const Row &row, bool head) const {
     return text + '\n' + below;
 }
 
-std::string Table::lines(const std::vector<Row> &rows) {
+std::string Table::tabbed(const Row &row) {
     std::string text;
-    if (!width_) {
-        for (const Row &row : rows) {
-            for (size_t i = 0; i < row.size(); ++i) {
-                text += (i > 0 ? "\t" : "") + row[i];
-            }
-            text += '\n';
-        }
-        return text;
+    for (size_t i = 0; i < row.size(); ++i) {
+        text += (i > 0 ? "\t" : "") + row[i];
     }
-    if (!settled_) {
+    return text + '\n';
+}
+
+std::string Table::lines(const std::vector<Row> &rows, const std::vector<size_t> &playing) {
+    std::string text;
+    if (width_ && !settled_) {
         settle(rows);
         Row heads;
         for (const Column &column : columns_) {
@@ -105,8 +105,10 @@ std::string Table::lines(const std::vector<Row> &rows) {
         }
         text += line(heads, true);
     }
-    for (const Row &row : rows) {
-        text += line(row, false);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const bool plays = std::find(playing.begin(), playing.end(), i) != playing.end();
+        text += painted(plays ? Ink::playing : Ink::plain,
+                        width_ ? line(rows[i], false) : tabbed(rows[i]));
     }
     return text;
 }

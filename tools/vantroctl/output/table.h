@@ -27,12 +27,14 @@ class Table {
     Table(std::vector<Column> columns, std::optional<int> width);
 
     // The lines of these rows. The first rows settle how wide the columns are.
-    std::string lines(const std::vector<Row> &rows);
+    // @param playing the rows that show what plays, by their index.
+    std::string lines(const std::vector<Row> &rows, const std::vector<size_t> &playing = {});
 
   private:
     void settle(const std::vector<Row> &rows);
     bool fits(const std::vector<bool> &shown, bool stacked, int name_width) const;
     std::string line(const Row &row, bool head) const;
+    static std::string tabbed(const Row &row);
 
     std::vector<Column> columns_;
     std::optional<int> width_;

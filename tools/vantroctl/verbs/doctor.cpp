@@ -23,6 +23,7 @@
 #include <vantro/version.h>
 
 #include "tools/vantroctl/model/identity.h"
+#include "tools/vantroctl/output/colour.h"
 #include "tools/vantroctl/output/json_output.h"
 #include "tools/vantroctl/output/node_view.h"
 #include "tools/vantroctl/output/standard_output.h"
@@ -302,18 +303,21 @@ class Doctor {
 std::string line_of(const Finding &finding) {
     const std::string text = clean_text(finding.text);
     const std::string fix = clean_text(finding.fix);
+    const Ink ink = finding.kind == Kind::bad ? Ink::wrong : Ink::plain;
     if (!output_is_terminal()) {
-        return fmt::format("{}\t{}\t{}\t{}\n", kind_name(finding.kind), finding.subject, text, fix);
+        return painted(ink, fmt::format("{}\t{}\t{}\t{}\n", kind_name(finding.kind),
+                                        finding.subject, text, fix));
     }
     std::string line;
     const int columns = std::max(output_columns() - 20, 20);
     std::string label = fmt::format("{:<6}{:<14}", kind_name(finding.kind), finding.subject);
     for (const std::string *part : {&text, &fix}) {
-        for (const std::string &row : fold_text(*part, columns)) {
+        for (const std::string &row :
+             part->empty() ? std::vector<std::string>() : fold_text(*part, columns)) {
             line += std::exchange(label, std::string(20, ' ')) + row + '\n';
         }
     }
-    return line;
+    return painted(ink, line);
 }
 
 } // namespace

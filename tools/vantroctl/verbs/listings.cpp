@@ -293,10 +293,14 @@ void run_tracks(Client &client, const ListOptions &options) {
     int32_t index = options.offset;
     lister.pages(fetch, options.offset, [&](Page &page) {
         std::vector<Table::Row> rows;
+        std::vector<size_t> playing;
         for (const Node &node : page) {
             if (options.format &&
                 !lister.show_as({.node = node, .index = index, .current = index == current})) {
                 return false;
+            }
+            if (index == current) {
+                playing.push_back(rows.size());
             }
             rows.push_back(track_row(node, index, index == current, terminal_columns()));
             ++index;
@@ -309,7 +313,7 @@ void run_tracks(Client &client, const ListOptions &options) {
             std::move(page.begin(), page.end(), std::back_inserter(tracks));
             return true;
         }
-        return rows.empty() || lister.show(table.lines(rows));
+        return rows.empty() || lister.show(table.lines(rows, playing));
     });
     if (options.json) {
         print(json_tracks(options.player, session, current, options.offset, tracks));

@@ -55,11 +55,15 @@ void run_players(const ClientOptions &options, const ListOptions &list) {
     const std::optional<int> width = terminal_columns();
     Table table({{.head = "PLAYER", .pasted = true}, {.head = "STATE"}, {.head = "TRACK"}}, width);
     std::vector<Table::Row> rows;
+    std::vector<size_t> playing;
     for (const PlayerStatus &player : players) {
         const std::string track = player.track ? track_words(*player.track, player.session) : "";
+        if (ink_of(player) == Ink::playing) {
+            playing.push_back(rows.size());
+        }
         rows.push_back({clean_text(player.player), state_name(player.state), clean_text(track)});
     }
-    print(table.lines(rows));
+    print(table.lines(rows, playing));
 }
 
 } // namespace vantro::ctl

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/vantroctl/output/colour.h"
 #include "tools/vantroctl/output/standard_output.h"
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/time_text.h"
@@ -20,6 +21,19 @@ namespace {
 
 // The longest name of an event.
 constexpr int kind_columns = 8;
+
+Ink ink_of(const PlayerEvent &event) {
+    switch (event.kind) {
+    case PlayerEvent::Kind::track:
+        return event.track ? Ink::playing : Ink::plain;
+    case PlayerEvent::Kind::error:
+    case PlayerEvent::Kind::gone:
+    case PlayerEvent::Kind::waiting:
+        return Ink::wrong;
+    default:
+        return Ink::plain;
+    }
+}
 
 class EventLines : public WatchView {
   public:
@@ -39,8 +53,9 @@ class EventLines : public WatchView {
         const bool expected = mirror.expects(event);
         mirror.apply(event);
         if (!output_is_terminal()) {
-            text_ += fmt::format("{}\t{}\t{}\t{}\n", date_time_text(event.time),
-                                 clean_text(event.player), event_name(event.kind), words);
+            text_ += painted(ink_of(event),
+                             fmt::format("{}\t{}\t{}\t{}\n", date_time_text(event.time),
+                                         clean_text(event.player), event_name(event.kind), words));
             return;
         }
         std::string line = clock_text(event.time) + "  ";
@@ -51,7 +66,8 @@ class EventLines : public WatchView {
             line.append(static_cast<size_t>(blanks), ' ');
         }
         line += fmt::format("{:<{}}  {}", event_name(event.kind), kind_columns, words);
-        show(event.player, clip_text(line, output_columns()), expected && can_rewrite());
+        show(event.player, painted(ink_of(event), clip_text(line, output_columns())),
+             expected && can_rewrite());
     }
 
     std::string output() override { return std::exchange(text_, {}); }

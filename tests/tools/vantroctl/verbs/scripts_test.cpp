@@ -102,6 +102,32 @@ TEST_F(Scripts, WaitForAServiceThatStartsLater) {
     EXPECT_EQ(status.wait(), 0);
 }
 
+TEST_F(Scripts, GetColoursOnlyOnTerminalsThatWantThem) {
+    start();
+    ASSERT_EQ(run({"play"}), 0);
+    const struct {
+        bool terminal;
+        const char *refused, *mode;
+        bool painted;
+    } rows[] = {
+        {true, "", "auto", true},   {true, "1", "auto", false}, {true, "1", "always", true},
+        {true, "", "never", false}, {false, "", "auto", false}, {false, "", "always", true},
+    };
+    for (const auto &row : rows) {
+        setenv("NO_COLOR", row.refused, 1);
+        for (const char *verb : {"status", "tracks", "players"}) {
+            const std::vector<std::string> words = {verb, "--color", row.mode};
+            EXPECT_EQ(row.terminal ? on_terminal(60, words) : run(words), 0);
+            EXPECT_EQ(said_.find("\x1B[1m") != said_.npos, row.painted) << verb << said_;
+            EXPECT_EQ(said_.find("\x1B[31m"), said_.npos) << said_;
+        }
+    }
+    unsetenv("NO_COLOR");
+    EXPECT_EQ(run({"dance", "--color=always"}), 2);
+    EXPECT_EQ(said_.find("\x1B[31mvantroctl:\x1B[0m \"dance\""), 0u) << said_;
+    EXPECT_EQ(run({"status", "--color=often"}), 2);
+}
+
 TEST_F(Scripts, AreToldWhatIsWrongAndHowToMendIt) {
     EXPECT_EQ(run({"doctor"}), 3);
     EXPECT_NE(said_.find("bad\tservice\tno service answers\tstart one: "), said_.npos) << said_;

@@ -1,0 +1,34 @@
+// Colours, used soberly: what plays is bold, what is wrong is red.
+#ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_COLOUR_H
+#define VANTRO_TOOLS_VANTROCTL_OUTPUT_COLOUR_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vantro::ctl {
+
+enum class ColourMode {
+    automatic, // On a terminal that has colours, unless NO_COLOR is set and not empty.
+    always,
+    never
+};
+
+// "auto", "always" or "never". @return nothing for any other text.
+std::optional<ColourMode> parse_colour_mode(std::string_view text);
+
+// For the rest of the run; without it there are no colours.
+void set_colour_mode(ColourMode mode);
+
+enum class Ink { plain, playing, wrong };
+
+// Whole lines, or a part of one, in that ink; as they are where there are no colours.
+// @param descriptor that they are written to.
+std::string painted(Ink ink, std::string_view lines, int descriptor = 1);
+
+// The text as it was before it was painted, to be measured.
+std::string unpainted(std::string_view text);
+
+} // namespace vantro::ctl
+
+#endif
