@@ -46,7 +46,7 @@ vantroctl --color a|auto always
 vantroctl status --format |
 vantroctl --player play sh|shuffle
 vantroctl shuffle t|toggle
-vantroctl repeat |off all one
+vantroctl repeat |off all one toggle
 vantroctl volume m|mute
 vantroctl load --play 1:al|albums
 vantroctl add 1:songs 1:g|genres

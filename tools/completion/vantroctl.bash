@@ -51,7 +51,7 @@ _vantroctl_candidates() {
         browse,* | load,* | add,* | insert,* | info,*) _vantroctl_nodes "$program" "$cur" ;;
         delete-playlist,*) _vantroctl_ask "$program" playlists | cut -f4 ;;
         shuffle,*) printf '%s\n' on off toggle ;;
-        repeat,*) printf '%s\n' off all one ;;
+        repeat,*) printf '%s\n' off all one toggle ;;
         volume,*) printf '%s\n' mute unmute ;;
         esac
         ;;

@@ -65,7 +65,7 @@ function __vantroctl_candidates
             case shuffle
                 printf '%s\n' on off toggle
             case repeat
-                printf '%s\n' off all one
+                printf '%s\n' off all one toggle
             case volume
                 printf '%s\n' mute unmute
             case browse load add insert info

@@ -131,10 +131,11 @@ void CommandLine::read_format() {
             fmt::format("--format and {}: it is one of them", options_.live ? "--live" : "--json"));
     }
     try {
-        options_.list.format = Template(options_.format, verb() == "watch" ? event_fields()
-                                                         : verb() == "status" || verb() == "players"
-                                                             ? status_fields()
-                                                             : node_fields(verb() == "tracks"));
+        options_.list.format = Template(
+            options_.format, verb() == "watch" ? event_fields()
+                             : verb() == "status" || verb() == "players" || verb() == "current"
+                                 ? status_fields()
+                                 : node_fields(verb() == "tracks" || verb() == "queued"));
     } catch (const TemplateError &error) {
         throw CLI::ValidationError(fmt::format("--format: {}", error.what()));
     }
@@ -196,7 +197,12 @@ void CommandLine::add_commands() {
     with_format(*app_.add_subcommand("players", "List the players, with what each is doing"));
     app_.add_subcommand("doctor", "Look whether all is well, and say how to mend what is not");
     app_.add_subcommand("whoami", "Show the user, groups and capabilities that the service sees");
-    app_.add_subcommand("play", "Play, or play on");
+    with_format(*app_.add_subcommand("current", "Show the current track in one line"));
+    with_format(*app_.add_subcommand("queued", "Show the track that follows it"));
+    app_.add_subcommand("play", "Play, or play on; or go to a track and play")
+        ->add_option("N", options_.track, "Its number, as tracks shows it")
+        ->type_name("")
+        ->check(whole_number(1));
     app_.add_subcommand("pause", "Hold the position");
     app_.add_subcommand("toggle", "Play if it does not, else hold the position");
     app_.add_subcommand("stop", "Stop");
@@ -219,15 +225,20 @@ void CommandLine::add_commands() {
         ->check([](const std::string &text) {
             return parse_volume(text) ? "" : "a volume is 0 to 100, +5, -5, mute or unmute";
         });
-    with_argument("shuffle", "Play in random order or not: on, off, toggle", "on|off|toggle")
+    with_argument("shuffle", "Play in random order or not: on, off, toggle; or show it",
+                  "on|off|toggle")
+        ->required(false)
         ->check([](const std::string &text) {
             return text == "on" || text == "off" || text == "toggle"
                        ? ""
                        : "shuffle takes on, off or toggle";
         });
-    with_argument("repeat", "Repeat nothing, everything or one track: off, all, one", "off|all|one")
+    with_argument("repeat", "Repeat nothing, everything or one track: off, all, one; or show it",
+                  "off|all|one|toggle")
+        ->required(false)
         ->check([](const std::string &text) {
-            return parse_repeat(text) ? "" : "repeat takes off, all or one";
+            return text == "toggle" || parse_repeat(text) ? ""
+                                                          : "repeat takes off, all, one or toggle";
         });
 }
 
@@ -319,6 +330,7 @@ void CommandLine::add_queue() {
         ->required()
         ->check(whole_number(1));
 
+    app_.add_subcommand("crop", "Take all tracks away but the current one");
     app_.add_subcommand("clear", "Leave the player without tracks");
 }
 

@@ -32,34 +32,25 @@ namespace {
 
 using namespace vantro::ctl;
 
-Outcome run(const std::string &verb, const Options &options) {
-    // The log would spoil a screen that is being drawn.
-    listen_to_library(options.verbose && !(options.live && isatty(STDERR_FILENO)));
-    if (verb == "watch") {
-        run_watch({options.players, options.client, options.list.json, options.live,
-                   options.list.format});
-        return Outcome::done;
+void show_status(Client &client, const std::string &verb, const ListOptions &list) {
+    static const Template current("{{group(artist, ' - ')}}{{title}}", status_fields());
+    const PlayerStatus status = client.status();
+    const auto field = [&](std::string_view name) { return status_field(status, name); };
+    if (list.json) {
+        print(verb == "status" ? json_status(status) : json_current(status));
+    } else if (list.format || verb == "current") {
+        print(list.format.value_or(current).line(field));
+    } else {
+        print(output_is_terminal() ? render_screen(status, output_columns())
+                                   : render_lines(status));
     }
-    if (verb == "doctor") {
-        return run_doctor(options.client, options.list.json);
-    }
-    if (verb == "whoami") {
-        run_whoami(options.client, options.list.json);
-        return Outcome::done;
-    }
-    if (verb == "players") {
-        run_players(options.client, options.list);
-        return Outcome::done;
-    }
-    Client client(options.client);
+}
+
+// @return whether the verb is one that shows something, and changes nothing.
+bool show(Client &client, const std::string &verb, const Options &options) {
     const ListOptions &list = options.list;
-    if (verb == "status") {
-        const PlayerStatus status = client.status();
-        print(list.format ? list.format->line(
-                                [&](std::string_view name) { return status_field(status, name); })
-              : list.json            ? json_status(status)
-              : output_is_terminal() ? render_screen(status, output_columns())
-                                     : render_lines(status));
+    if (verb == "status" || verb == "current") {
+        show_status(client, verb, list);
     } else if (verb == "sources") {
         run_sources(client, list);
     } else if (verb == "browse") {
@@ -70,6 +61,8 @@ Outcome run(const std::string &verb, const Options &options) {
         run_playlists(client, list);
     } else if (verb == "tracks") {
         run_tracks(client, list);
+    } else if (verb == "queued") {
+        run_queued(client, list);
     } else if (verb == "info") {
         run_info(client, list, *options.node, options.words);
     } else {
@@ -98,6 +91,70 @@ Outcome run(const std::string &verb, const Options &options) {
         } else if (verb == "volume" && options.argument.empty()) {
             print(volume_text({*done.volume, *done.muted}) + '\n');
         }
+        return false;
+    }
+    return true;
+}
+
+CommandResult carry_out(Client &client, const std::string &verb, const Options &options) {
+    const ListOptions &list = options.list;
+    return verb == "seek"      ? run_seek(client, options.argument)
+           : verb == "rate"    ? run_rate(client, options.argument)
+           : verb == "shuffle" ? run_shuffle(client, options.argument)
+           : verb == "repeat"  ? run_repeat(client, options.argument)
+           : verb == "volume"  ? run_volume(client, options.argument)
+           : verb == "jump"    ? run_jump(client, options.number)
+           : verb == "load"    ? run_load(client, list, options.nodes, options.number, options.play)
+           : verb == "add" || verb == "insert" ? run_add(client, list, verb, options.nodes)
+           : verb == "remove"                  ? run_remove(client, options.words)
+           : verb == "move"                    ? run_move(client, options.number, options.to)
+           : verb == "crop"                    ? run_crop(client)
+           : verb == "clear"                   ? run_clear(client)
+           : verb == "play" && options.track   ? run_play(client, *options.track)
+                                               : run_plain(client, verb);
+}
+
+// A mode, where it was only asked for.
+std::string mode_text(const CommandResult &done) {
+    return done.volume    ? volume_text({*done.volume, *done.muted})
+           : done.shuffle ? shuffle_name(*done.shuffle)
+           : done.repeat  ? repeat_name(*done.repeat)
+                          : "";
+}
+
+Outcome run(const std::string &verb, const Options &options) {
+    // The log would spoil a screen that is being drawn.
+    listen_to_library(options.verbose && !(options.live && isatty(STDERR_FILENO)));
+    const ListOptions &list = options.list;
+    if (verb == "watch") {
+        run_watch({options.players, options.client, list.json, options.live, list.format});
+        return Outcome::done;
+    }
+    if (verb == "doctor") {
+        return run_doctor(options.client, list.json);
+    }
+    if (verb == "whoami") {
+        run_whoami(options.client, list.json);
+        return Outcome::done;
+    }
+    if (verb == "players") {
+        run_players(options.client, list);
+        return Outcome::done;
+    }
+    Client client(options.client);
+    if (show(client, verb, options)) {
+        return Outcome::done;
+    }
+    CommandResult done = carry_out(client, verb, options);
+    if (verb == "next" || verb == "previous" || done.index) {
+        tell_track(client, done);
+    }
+    if (list.json) {
+        print(json_done(list.player, done));
+    } else if (done.track && !options.quiet) {
+        print(clean_text(track_words(*done.track, done.tracks)) + '\n');
+    } else if (options.argument.empty() && !mode_text(done).empty()) {
+        print(mode_text(done) + '\n');
     }
     return Outcome::done;
 }

@@ -48,6 +48,13 @@ std::string json_status(const PlayerStatus &status) {
     return object.line();
 }
 
+std::string json_current(const PlayerStatus &status) {
+    JsonObject object(status.player, "current");
+    object.key("track");
+    add_track(object, status.track);
+    return object.line();
+}
+
 std::string json_players(const std::vector<PlayerStatus> &players) {
     JsonObject object;
     object.key("ok").boolean(true);
@@ -125,6 +132,19 @@ std::string json_tracks(const std::string &player, const SessionStatus &session,
         object.key("index").number(index++);
         add_node(object, track);
     });
+    return object.line();
+}
+
+std::string json_queued(const std::string &player, int32_t index, const std::vector<Node> &tracks) {
+    JsonObject object(player, "queued");
+    object.key("track");
+    if (tracks.empty()) {
+        object.null();
+    } else {
+        object.begin().key("index").number(index);
+        add_node(object, tracks.front());
+        object.end();
+    }
     return object.line();
 }
 

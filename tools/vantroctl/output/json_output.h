@@ -17,6 +17,9 @@ namespace vantro::ctl {
 
 std::string json_status(const PlayerStatus &status);
 
+// The track alone.
+std::string json_current(const PlayerStatus &status);
+
 std::string json_players(const std::vector<PlayerStatus> &players);
 
 // With what was set, where the command sets something.
@@ -33,6 +36,9 @@ std::string json_nodes(const std::string &player, const std::string &command,
 std::string json_tracks(const std::string &player, const SessionStatus &session,
                         std::optional<int32_t> current, int32_t first,
                         const std::vector<Node> &tracks);
+
+// @param tracks the one that follows, or none.
+std::string json_queued(const std::string &player, int32_t index, const std::vector<Node> &tracks);
 
 std::string json_values(const std::string &player, const Place &place, const Values &values);
 

@@ -149,6 +149,9 @@ CommandResult run_volume(Client &client, const std::string &text) {
 }
 
 CommandResult run_shuffle(Client &client, const std::string &text) {
+    if (text.empty()) {
+        return {.command = "shuffle", .shuffle = client.state().shuffle != VANTRO_SHUFFLE_OFF};
+    }
     const bool on = text == "toggle" ? client.state().shuffle == VANTRO_SHUFFLE_OFF : text == "on";
     const int32_t mode = on ? VANTRO_SHUFFLE_ON : VANTRO_SHUFFLE_OFF;
     client.carry_out("shuffle", [=](VantroHandle *handle) { return vantro_shuffle(handle, mode); });
@@ -156,7 +159,12 @@ CommandResult run_shuffle(Client &client, const std::string &text) {
 }
 
 CommandResult run_repeat(Client &client, const std::string &text) {
-    const int32_t mode = required(parse_repeat(text), text);
+    if (text.empty()) {
+        return {.command = "repeat", .repeat = client.state().repeat};
+    }
+    const int32_t mode = text != "toggle" ? required(parse_repeat(text), text)
+                         : client.state().repeat == VANTRO_REPEAT_OFF ? VANTRO_REPEAT_ALL
+                                                                      : VANTRO_REPEAT_OFF;
     client.carry_out("repeat", [=](VantroHandle *handle) { return vantro_repeat(handle, mode); });
     return {.command = "repeat", .repeat = mode};
 }

@@ -42,10 +42,10 @@ std::optional<VolumeChange> parse_volume(std::string_view text);
 // @param text as parse_volume() reads it; "" only asks.
 CommandResult run_volume(Client &client, const std::string &text);
 
-// @param text "on", "off" or "toggle".
+// @param text "on", "off" or "toggle"; "" only asks.
 CommandResult run_shuffle(Client &client, const std::string &text);
 
-// @param text as parse_repeat() reads it.
+// @param text as parse_repeat() reads it, or "toggle", between off and all; "" only asks.
 CommandResult run_repeat(Client &client, const std::string &text);
 
 } // namespace vantro::ctl

@@ -49,8 +49,15 @@ void run_info(Client &client, const ListOptions &options, const std::string &nod
 // Where a node is that is written as parse_ref() reads it. @throws Failure where that is not clear.
 Place place_of(Client &client, const ListOptions &options, const std::string &text);
 
+// The track that follows the current one; nothing where none does.
+// @throws Failure where that is not known, in random order.
+void run_queued(Client &client, const ListOptions &options);
+
 // @param number as run_tracks() shows it, from 1.
 CommandResult run_jump(Client &client, int32_t number);
+
+// The same, and plays.
+CommandResult run_play(Client &client, int32_t number);
 
 } // namespace vantro::ctl
 

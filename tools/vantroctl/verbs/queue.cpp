@@ -82,6 +82,9 @@ class Queue {
             return track.before >= range.first - 1 && track.before < range.last;
         });
     }
+    void crop() {
+        std::erase_if(tracks_, [this](const Track &track) { return track.before != current_; });
+    }
     void move(int32_t from, int32_t to) {
         const auto begin = tracks_.begin();
         if (from < to) {
@@ -209,6 +212,12 @@ CommandResult run_move(Client &client, int32_t from, int32_t to) {
     queue.need(to);
     queue.move(from, to);
     return queue.give_back("move");
+}
+
+CommandResult run_crop(Client &client) {
+    Queue queue(client);
+    queue.crop();
+    return queue.give_back("crop");
 }
 
 CommandResult run_clear(Client &client) {

@@ -45,6 +45,9 @@ CommandResult run_remove(Client &client, const std::vector<std::string> &ranges)
 // Moves a track so that it has another number; both from 1.
 CommandResult run_move(Client &client, int32_t from, int32_t to);
 
+// Takes away all tracks but the current one.
+CommandResult run_crop(Client &client);
+
 // Leaves the player without tracks.
 CommandResult run_clear(Client &client);
 

@@ -102,6 +102,42 @@ TEST_F(Scripts, WaitForAServiceThatStartsLater) {
     EXPECT_EQ(status.wait(), 0);
 }
 
+TEST_F(Scripts, AreToldWhatPlaysAndWhatFollows) {
+    start();
+    const struct {
+        std::vector<std::string> words;
+        int code;
+        const char *said;
+    } rows[] = {
+        {{"current"}, 0, ""},
+        {{"queued"}, 0, ""},
+        {{"repeat"}, 0, "off\n"},
+        {{"load", "1:songs"}, 0, ""},
+        {{"current"}, 0, "\xC3\x89na - One\xEF\xBF\xBD[31m\n"},
+        {{"queued"}, 0, "Two\n"},
+        {{"play", "2"}, 0, "2 of 2: Two (3:20)\n"},
+        {{"queued"}, 0, ""},
+        {{"repeat", "toggle"}, 0, ""},
+        {{"queued", "--format", "{{track}}"}, 0, "1\n"},
+        {{"repeat", "one"}, 0, ""},
+        {{"queued", "--format", "{{track}}"}, 0, "2\n"},
+        {{"repeat", "toggle"}, 0, ""},
+        {{"repeat"}, 0, "off\n"},
+        {{"shuffle", "on"}, 0, ""},
+        {{"shuffle"}, 0, "on\n"},
+        {{"queued"}, 1, "vantroctl: in random order only the service knows what follows\n"},
+        {{"play", "3"}, 6, "vantroctl: no track 3: the session has 2\n"},
+        {{"crop"}, 0, ""},
+        {{"status", "--format", "{{state}} {{track}}/{{tracks}} {{title}}"},
+         0,
+         "playing 1/1 Two\n"},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(run(row.words), row.code) << row.words[0];
+        EXPECT_EQ(said_, row.said) << row.words[0];
+    }
+}
+
 TEST_F(Scripts, GetColoursOnlyOnTerminalsThatWantThem) {
     start();
     ASSERT_EQ(run({"play"}), 0);
