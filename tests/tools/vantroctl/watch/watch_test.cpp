@@ -1,3 +1,5 @@
+#include <iterator>
+
 #include <termios.h>
 
 #include <rapidjson/document.h>
@@ -151,6 +153,30 @@ TEST_F(Watch, TellsEachEventAsAnObject) {
     EXPECT_EQ(next_object(watch)["session"]["length"].GetInt(), 2);
     EXPECT_STREQ(next_object(watch)["track"]["title"].GetString(), "One\x1B[31m");
     EXPECT_EQ(next_object(watch)["position_ms"].GetInt(), 0);
+}
+
+TEST_F(Watch, FollowsAllPlayersInOneThreadOverRestarts) {
+    const auto start_two = [this] {
+        start_vantrod({"--music", path_ + "/music", "--player", "main", "--player", "den"});
+    };
+    start_two();
+    test::Process watch({VANTROCTL, "watch", "--player", "main", "--player", "den", "--format",
+                         "{{player}} {{event}} {{title}}"});
+    for (int round = 0; round < 3; ++round) {
+        for (const std::string player : {"main", "den"}) {
+            ASSERT_EQ(run({"clear", "--player", player}), 0) << said_;
+            ASSERT_EQ(run({"play", "--player", player}), 0) << said_;
+            std::string line = watch.line();
+            while (line.find(player + " track One") != 0) {
+                ASSERT_FALSE(line.empty());
+                line = watch.line();
+            }
+        }
+        const std::string tasks = "/proc/" + std::to_string(watch.id()) + "/task";
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tasks), {}), 1);
+        end_vantrod();
+        start_two();
+    }
 }
 
 TEST_F(Watch, EndsWhereItCannotGoOn) {
