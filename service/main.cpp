@@ -218,6 +218,12 @@ int print_settings(const Options &options) {
     return EXIT_SUCCESS;
 }
 
+requests::Answers::Identify identifier(const Options &options) {
+    return [&options](const requests::Client &client, VantroIdentity &identity) {
+        return requests::identify(client, options.capabilities, identity);
+    };
+}
+
 int serve(const Options &options, Reload &reload) {
     if (const std::optional<Error> error = check_music(options.music)) {
         return fail(*error, "--music: ");
@@ -263,9 +269,7 @@ int serve(const Options &options, Reload &reload) {
     memory.start();
     requests::Answers answers(catalogue, players);
     requests::Answers answers(*store, players);
-    answers.set_identify([&options](const requests::Client &client, VantroIdentity &identity) {
-        return requests::identify(client, options.capabilities, identity);
-    });
+    answers.set_identify(identifier(options));
     requests::Turns turns(options.threads);
     requests::UserLimits limits(
         [](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });

@@ -28,8 +28,8 @@ constexpr const char *footer = R"(Nodes:
 Output:
   On a terminal tables and screens that fit it, through $PAGER where they are
   longer; elsewhere plain lines, columns separated by tabs. Commands print nothing
-  when they succeed, but next, previous and jump what plays then, which --quiet
-  leaves out. A failure is one line on standard error. --json prints one
+  when they succeed, but next, previous, jump and play N what plays then, which
+  --quiet leaves out. A failure is one line on standard error. --json prints one
   object a run, and watch one an event. docs/vantroctl.md describes all of it.
 
 Exit codes:
