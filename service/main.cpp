@@ -268,7 +268,6 @@ int serve(const Options &options, Reload &reload) {
     MemoryReturn memory;
     memory.start();
     requests::Answers answers(catalogue, players);
-    requests::Answers answers(*store, players);
     answers.set_identify(identifier(options));
     requests::Turns turns(options.threads);
     requests::UserLimits limits(

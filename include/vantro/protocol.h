@@ -138,7 +138,7 @@ enum {
     /** VANTRO_PLAYLIST_* flags; name (string). Number of tracks that were saved. */
     VANTRO_COMMAND_SAVE_PLAYLIST = 268,
     /** Name (string). Nothing. */
-    VANTRO_COMMAND_DELETE_PLAYLIST = 269
+    VANTRO_COMMAND_DELETE_PLAYLIST = 269,
     /** None. A VantroIdentity. No player need be open. */
     VANTRO_COMMAND_GET_IDENTITY = 271
 };

@@ -66,31 +66,6 @@ bool show(Client &client, const std::string &verb, const Options &options) {
     } else if (verb == "info") {
         run_info(client, list, *options.node, options.words);
     } else {
-        CommandResult done =
-            verb == "seek"      ? run_seek(client, options.argument)
-            : verb == "rate"    ? run_rate(client, options.argument)
-            : verb == "shuffle" ? run_shuffle(client, options.argument)
-            : verb == "repeat"  ? run_repeat(client, options.argument)
-            : verb == "volume"  ? run_volume(client, options.argument)
-            : verb == "jump"    ? run_jump(client, options.number)
-            : verb == "load" ? run_load(client, list, options.nodes, options.number, options.play)
-            : verb == "add" || verb == "insert" ? run_add(client, list, verb, options.nodes)
-            : verb == "remove"                  ? run_remove(client, options.words)
-            : verb == "move"                    ? run_move(client, options.number, options.to)
-            : verb == "clear"                   ? run_clear(client)
-            : verb == "save"            ? run_save(client, options.argument, options.replace)
-            : verb == "delete-playlist" ? run_delete_playlist(client, options.argument)
-                                        : run_plain(client, verb);
-        if (verb == "next" || verb == "previous" || verb == "jump") {
-            tell_track(client, done);
-        }
-        if (list.json) {
-            print(json_done(list.player, done));
-        } else if (done.track && !options.quiet) {
-            print(clean_text(track_words(*done.track, done.tracks)) + '\n');
-        } else if (verb == "volume" && options.argument.empty()) {
-            print(volume_text({*done.volume, *done.muted}) + '\n');
-        }
         return false;
     }
     return true;
@@ -111,6 +86,8 @@ CommandResult carry_out(Client &client, const std::string &verb, const Options &
            : verb == "crop"                    ? run_crop(client)
            : verb == "clear"                   ? run_clear(client)
            : verb == "play" && options.track   ? run_play(client, *options.track)
+           : verb == "save"                    ? run_save(client, options.argument, options.replace)
+           : verb == "delete-playlist"         ? run_delete_playlist(client, options.argument)
                                                : run_plain(client, verb);
 }
 

@@ -358,6 +358,8 @@ void run_playlists(Client &client, const ListOptions &options) {
         },
         "");
     lister.finish("playlists", "no playlists: vantroctl save NAME keeps the tracks of the player");
+}
+
 void run_queued(Client &client, const ListOptions &options) {
     static const Template usual("{{group(artist, ' - ')}}{{title}}", node_fields(true));
     const std::optional<SessionStatus> session = client.session();
@@ -365,18 +367,22 @@ void run_queued(Client &client, const ListOptions &options) {
     const VantroStateInfo state = client.state();
     if (track && state.shuffle != VANTRO_SHUFFLE_OFF && state.repeat != VANTRO_REPEAT_ONE) {
         throw Failure(Outcome::failed, "in random order only the service knows what follows");
+    }
     int32_t index = !track ? 0 : track->index + (state.repeat == VANTRO_REPEAT_ONE ? 0 : 1);
     if (track && index >= session->length && state.repeat == VANTRO_REPEAT_ALL) {
         index = 0;
+    }
     Page page;
     if (track && index < session->length) {
         page = tracks_page(client, static_cast<uint64_t>(session->id), index, 1);
+    }
     if (options.json) {
         print(json_queued(options.player, index, page));
     } else if (!page.empty()) {
         print(options.format.value_or(usual).line([&](std::string_view name) {
             return node_field({.node = page.front(), .index = index}, name);
         }));
+    }
 }
 
 CommandResult run_play(Client &client, int32_t number) {
