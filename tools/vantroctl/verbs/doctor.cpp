@@ -242,7 +242,10 @@ class Doctor {
     }
 
     void look_at_music(Client &client) {
-        const std::vector<Source> sources = get_sources(client);
+        std::vector<Source> sources = get_sources(client);
+        std::erase_if(sources, [](const Source &source) {
+            return source.type == VANTRO_SOURCE_PLAYLISTS; // It holds no music of its own.
+        });
         if (sources.empty()) {
             bad("music", Outcome::not_found, "there is no media source",
                 "start vantrod with --music DIR");
