@@ -65,7 +65,7 @@ std::string host_name(std::string_view host_and_port) {
     return lower(host);
 }
 
-Guard::Guard(std::vector<std::string> hosts) {
+Guard::Guard(const std::vector<std::string> &hosts) {
     for (const std::string &host : hosts) {
         hosts_.push_back(host_name(host));
     }

@@ -20,7 +20,7 @@ namespace vantro::web {
 class Guard {
   public:
     // @param hosts names by which clients may call this machine, beside "localhost" and its own.
-    explicit Guard(std::vector<std::string> hosts);
+    explicit Guard(const std::vector<std::string> &hosts);
 
     // @throws ApiError.
     void check(const RequestHead &head, const Target &target) const;

@@ -26,7 +26,7 @@ std::string node_id_of(const rapidjson::Value &value) {
 
 } // namespace
 
-RequestBody::RequestBody(std::string_view text, std::vector<std::string_view> members) {
+RequestBody::RequestBody(std::string_view text, const std::vector<std::string_view> &members) {
     if (text.empty()) {
         document_.SetObject();
         return;

@@ -28,7 +28,7 @@ class RequestBody {
   public:
     // @param text an object; empty counts as {}.
     // @param members which there may be; others are refused, so that a misspelt one is noticed.
-    RequestBody(std::string_view text, std::vector<std::string_view> members);
+    RequestBody(std::string_view text, const std::vector<std::string_view> &members);
 
     bool has(const char *name) const { return find(name) != nullptr; }
     int32_t number(const char *name, int32_t least, int32_t most) const;

@@ -37,7 +37,11 @@ class Bridge:
             "XDG_STATE_HOME": str(folder / "state"),
         }
         self.start_service()
-        self.start_web()
+        try:
+            self.start_web()
+        except Exception:
+            self.end_service()
+            raise
 
     def run(self, *command: str, until: str) -> tuple[subprocess.Popen[str], list[str]]:
         process = subprocess.Popen(
