@@ -41,6 +41,21 @@ constexpr std::pair<const char *, const char *> fixed_options[] = {
     {"audio-pitch-correction", "yes"},
 };
 
+// The outputs that are tried, best first. mpv's own list has SDL too, which keeps one state for the
+// whole process: it crashes when two players open it at the same moment. PipeWire comes after ALSA
+// since it also opens where it has no device, and then never plays.
+constexpr const char *outputs = "pulse,alsa,pipewire,jack,oss,sndio";
+
+void set_device(const MpvLibrary &mpv, mpv_handle *core, const std::string &device) {
+    const std::string driver = device.substr(0, device.find('/'));
+    if (driver.empty() || driver == "auto") {
+        mpv.set_option_string(core, "ao", outputs);
+        return;
+    }
+    mpv.set_option_string(core, "ao", (driver + "," + outputs).c_str());
+    mpv.set_option_string(core, "audio-device", device.c_str());
+}
+
 } // namespace
 
 Result<std::unique_ptr<MpvCore>> MpvCore::make(const MpvOptions &options, MpvFiles *files,
@@ -79,8 +94,8 @@ Result<std::unique_ptr<MpvCore>> MpvCore::make(const MpvOptions &options, MpvFil
                                           {"audio-channels", "stereo"}}) {
             mpv->set_option_string(handle, name, value);
         }
-    } else if (!options.device.empty()) {
-        mpv->set_option_string(handle, "audio-device", options.device.c_str());
+    } else {
+        set_device(*mpv, handle, options.device);
     }
     if (const int error = mpv->initialize(handle); error < 0) {
         return Error(Error::Origin::library, ELIBACC, mpv->error_string(error));
