@@ -17,6 +17,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -349,6 +350,8 @@ WRAP_OPEN(open, (const char *path, int flags, ...), (path, flags, mode))
 WRAP_OPEN(openat, (int folder, const char *path, int flags, ...), (folder, path, flags, mode))
 ALSO(open);
 ALSO(openat);
+// As fortified callers open what they do not make.
+WRAP(int, __openat64_2, (int folder, const char *path, int flags), (folder, path, flags), -1, EMFILE, ENOMEM, EIO)
 WRAP(ssize_t, read, (int fd, void *to, size_t size), (fd, to, size), -1, EIO, ENOMEM, EINTR)
 WRAP_DISK(ssize_t, pread, (int fd, void *to, size_t size, off_t at), (fd, to, size, at), -1, EIO, ENOMEM)
 WRAP(ssize_t, preadv, (int fd, const iovec *to, int count, off_t at), (fd, to, count, at), -1, EIO, ENOMEM)
@@ -390,6 +393,10 @@ int ftruncate(int fd, off_t size) noexcept {
     return failed ? -1 : real(fd, size);
 }
 ALSO(ftruncate);
+WRAP(int, fallocate, (int fd, int how, off_t at, off_t size), (fd, how, at, size), -1, ENOSPC, EIO, EINTR)
+WRAP(int, posix_fallocate, (int fd, off_t at, off_t size), (fd, at, size), errno, ENOSPC, EIO, EINTR)
+ALSO(fallocate);
+ALSO(posix_fallocate);
 WRAP_SYNC(fsync)
 WRAP_SYNC(fdatasync)
 WRAP(void *, mmap, (void *at, size_t size, int may, int flags, int fd, off_t from) noexcept, (at, size, may, flags, fd, from), MAP_FAILED, ENOMEM, EMFILE)
@@ -410,6 +417,11 @@ int rename(const char *from, const char *to) noexcept {
     }
     return failed ? -1 : real(from, to);
 }
+WRAP(int, renameat, (int from_folder, const char *from, int to_folder, const char *to) noexcept, (from_folder, from, to_folder, to), -1, ENOSPC, EIO)
+WRAP(int, fchmod, (int fd, mode_t mode) noexcept, (fd, mode), -1, EIO, ENOMEM)
+WRAP(int, fchmodat, (int folder, const char *path, mode_t mode, int flags) noexcept, (folder, path, mode, flags), -1, EIO, ENOMEM)
+WRAP(int, fchown, (int fd, uid_t user, gid_t group) noexcept, (fd, user, group), -1, EIO, ENOMEM)
+WRAP(int, fsetxattr, (int fd, const char *name, const void *value, size_t size, int flags) noexcept, (fd, name, value, size, flags), -1, ENOSPC, ENOMEM)
 WRAP(int, mkdirat, (int folder, const char *path, mode_t mode) noexcept, (folder, path, mode), -1, ENOSPC, EIO)
 WRAP_DISK(int, unlink, (const char *path) noexcept, (path), -1, EIO)
 WRAP_DISK(int, unlinkat, (int folder, const char *path, int flags) noexcept, (folder, path, flags), -1, EIO)
@@ -426,6 +438,8 @@ WRAP(int, epoll_create1, (int flags) noexcept, (flags), -1, EMFILE, ENOMEM)
 WRAP(int, epoll_ctl, (int set, int what, int fd, epoll_event *event) noexcept, (set, what, fd, event), -1, ENOMEM, ENOSPC)
 WRAP(int, epoll_wait, (int set, epoll_event *events, int count, int ms), (set, events, count, ms), -1, EINTR)
 WRAP(int, poll, (pollfd *fds, nfds_t count, int ms), (fds, count, ms), -1, ENOMEM, EINTR)
+WRAP(int, ppoll, (pollfd *fds, nfds_t count, const timespec *length, const sigset_t *blocked), (fds, count, length, blocked), -1, ENOMEM, EINTR)
+WRAP(int, dup3, (int from, int to, int flags) noexcept, (from, to, flags), -1, EBUSY, EINTR)
 WRAP(int, eventfd, (unsigned value, int flags) noexcept, (value, flags), -1, EMFILE, ENOMEM)
 WRAP(int, memfd_create, (const char *name, unsigned flags) noexcept, (name, flags), -1, EMFILE, ENOMEM)
 WRAP(ssize_t, getrandom, (void *to, size_t size, unsigned flags), (to, size, flags), -1, EINTR)

@@ -45,9 +45,10 @@ namespace {
 constexpr int wrong_exit = 3;
 
 volatile std::sig_atomic_t interruptions = 0;
+std::string last_logged; // by the library: why a call fails
 
 [[noreturn]] void wrong(const std::string &what) {
-    fmt::print(stderr, "soak: wrong: {} (errno {})\n", what, errno);
+    fmt::print(stderr, "soak: wrong: {} (errno {}); logged last: {}\n", what, errno, last_logged);
     _exit(wrong_exit);
 }
 
@@ -258,8 +259,13 @@ void run_client(unsigned seed) {
     struct sigaction action = {};
     action.sa_handler = interrupt;
     sigaction(SIGALRM, &action, nullptr);
-    system_log_set_sink([](uint32_t, int, const char *, void *) {},
-                        nullptr); // refusals are ordinary
+    system_log_set_sink(
+        [](uint32_t, int severity, const char *text, void *) {
+            if (severity <= LOG_SEVERITY_NOTICE) {
+                last_logged = text;
+            }
+        },
+        nullptr);
     Client client(seed);
     client.live();
     client.keep(descriptors_of("self")); // what the libraries keep from their first use on
