@@ -81,6 +81,9 @@ class Client {
     void keep(long descriptors) { most_ = descriptors; }
 
   private:
+    // Whether the service that this client is connected to has ended, or may have: one that
+    // connects during a restart may have got the service that is about to end.
+    bool is_gone() const { return generation_ % 2 != 0 || shared->generation != generation_; }
     bool one_in(unsigned count) { return random_() % count == 0; }
     int any(int count) { return static_cast<int>(random_() % static_cast<unsigned>(count)); }
 
@@ -91,7 +94,7 @@ class Client {
         const int before = interruptions;
         ++shared->calls;
         const bool succeeded = call() == 0;
-        const bool gone = shared->generation != generation_;
+        const bool gone = is_gone();
         shared->interrupted += interruptions != before;
         if (succeeded) {
             ++shared->answers;
@@ -236,7 +239,7 @@ class Client {
                 break;
             }
         }
-        return shared->generation == generation_;
+        return !is_gone();
     }
 
     std::minstd_rand random_;
