@@ -41,6 +41,9 @@
  * as the queue limit it was granted, and else up to 64 more of 16 MiB in all. Beyond that the
  * oldest answers of the same tag make room for one that is too long for its client; where there are
  * none, and for an answer to a put, the reply operations give ENOMEM.
+ * For clients of one user a process holds at most 128 MiB of answers, and for all users 512 MiB;
+ * user 0 and the process's own user are not counted. The same is done beyond that, and the log says
+ * it once, until nothing is held for the user any more.
  *
  * Interruptions. A request that a signal interrupts has no answer any more: what its service
  * answers later is not held. A fetch or a registration that was interrupted takes no effect once it

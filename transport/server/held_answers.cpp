@@ -1,21 +1,53 @@
 // Held answers: the queue of an open record, and the fetches that empty it.
 #include <cerrno>
 #include <climits>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <vantro/messaging.h>
 
 #include "transport/headered_parts.h"
 #include "transport/server/held_answers.h"
+#include "transport/server/held_by_user.h"
 #include "transport/server/server.h"
 #include "transport/wire.h"
 
 namespace vantro::transport {
 namespace {
 
+// What lies before a held answer: whom it counts for, and what was counted.
+struct alignas(std::max_align_t) Counted {
+    Holder holder;
+    int64_t bytes;
+};
+static_assert(alignof(MsgPending) <= alignof(Counted));
+
+Counted &counted(MsgPending *pending) {
+    return *(reinterpret_cast<Counted *>(pending) - 1);
+}
+
 uint8_t *answer_bytes(MsgPending *pending) {
     return reinterpret_cast<uint8_t *>(pending + 1);
+}
+
+void give_back(MsgPending *pending) {
+    give_held_bytes(counted(pending).holder, std::exchange(counted(pending).bytes, 0));
+}
+
+// Frees an answer that is in no queue.
+void discard(MsgPending *pending) {
+    give_back(pending);
+    std::free(&counted(pending));
+}
+
+// Counts an answer for the user whose open is to hold it.
+Taken take(const MsgOsb &open, MsgPending *wanted) REQUIRES(server_lock) {
+    const Holder holder = holder_of(open);
+    const Taken taken = take_held_bytes(holder, wanted->length);
+    counted(wanted) = {holder, taken == Taken::yes ? wanted->length : 0};
+    return taken;
 }
 
 // Whether a record may hold one more answer. It may hold its first, whatever its length; as many as
@@ -52,11 +84,13 @@ MsgPending *gather(int32_t status, uint32_t tag, const iovec *parts, int32_t cou
     if (length > INT32_MAX) {
         return nullptr;
     }
-    auto *pending =
-        static_cast<MsgPending *>(std::malloc(sizeof(MsgPending) + static_cast<size_t>(length)));
-    if (!pending) {
+    auto *block = static_cast<Counted *>(
+        std::malloc(sizeof(Counted) + sizeof(MsgPending) + static_cast<size_t>(length)));
+    if (!block) {
         return nullptr;
     }
+    *block = {};
+    auto *pending = reinterpret_cast<MsgPending *>(block + 1);
     pending->tag = tag;
     pending->length = static_cast<int32_t>(length);
     pending->status = status;
@@ -94,23 +128,30 @@ MsgPending **find_oldest(MsgOsb *open, uint32_t tag) REQUIRES(server_lock) {
 // Removes the oldest answers of the same tag until the new one may be held. A client fetches one
 // answer of a tag before it asks for the next, so the client has given the older ones up.
 // @param dropped receives the removed ones, for free_list() without the lock.
-bool make_room(MsgOsb *open, const MsgPending &wanted, MsgPending **dropped) REQUIRES(server_lock) {
-    while (!may_hold(*open, wanted.length)) {
-        MsgPending **oldest = find_oldest(open, wanted.tag);
-        if (!oldest) {
-            return false;
+// @return whether it may be held, and then is counted.
+Taken make_room(MsgOsb *open, MsgPending *wanted, MsgPending **dropped) REQUIRES(server_lock) {
+    Taken refused = Taken::no;
+    for (;;) {
+        const Taken taken = may_hold(*open, wanted->length) ? take(*open, wanted) : Taken::no;
+        if (taken == Taken::yes) {
+            return taken;
         }
-        MsgPending *taken = unlink(open, oldest);
-        taken->next = *dropped;
-        *dropped = taken;
+        refused = taken == Taken::no ? refused : taken;
+        MsgPending **oldest = find_oldest(open, wanted->tag);
+        if (!oldest) {
+            return refused;
+        }
+        MsgPending *removed = unlink(open, oldest);
+        give_back(removed);
+        removed->next = *dropped;
+        *dropped = removed;
     }
-    return true;
 }
 
 void free_list(MsgPending *list) {
     while (list) {
         MsgPending *next = list->next;
-        std::free(list);
+        discard(list);
         list = next;
     }
 }
@@ -122,14 +163,18 @@ int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts
     if (!pending) {
         return ENOMEM;
     }
+    Taken taken = Taken::no;
     {
         const ServerLock lock(open->server);
-        if (may_hold(*open, pending->length)) {
+        if (may_hold(*open, pending->length) && (taken = take(*open, pending)) == Taken::yes) {
             link(open, pending);
             return 0;
         }
     }
-    std::free(pending);
+    if (taken == Taken::no_for_the_first_time) {
+        log_held_limit(counted(pending).holder);
+    }
+    discard(pending);
     return ENOMEM;
 }
 
@@ -144,16 +189,16 @@ int32_t hold_and_announce(MsgOsb *open, int32_t receive_id, int32_t status, Tran
     ServerLock lock(open->server);
     if (!ipc_waiting(receive_id)) {
         lock.release();
-        std::free(pending);
+        discard(pending);
         ipc_error(receive_id, ECANCELED); // ends the exchange on this side; no client receives it
         errno = ESRCH;
         return -1;
     }
     MsgPending *dropped = nullptr;
-    const bool held = make_room(open, *pending, &dropped);
+    const Taken taken = make_room(open, pending, &dropped);
     int32_t result = ENOMEM;
     int error = ENOMEM;
-    if (held) {
+    if (taken == Taken::yes) {
         link(open, pending);
         const iovec announcement = {header, header_bytes};
         result = answer(receive_id, MSG_STATUS_QUEUED, &announcement, 1);
@@ -165,8 +210,11 @@ int32_t hold_and_announce(MsgOsb *open, int32_t receive_id, int32_t status, Tran
         }
     }
     lock.release();
+    if (taken == Taken::no_for_the_first_time) {
+        log_held_limit(counted(pending).holder);
+    }
     if (result != 0) {
-        std::free(pending);
+        discard(pending);
     }
     free_list(dropped);
     errno = error;
@@ -204,13 +252,13 @@ void fetch_answer(MsgOsb *open, const MsgContext &context) {
     const iovec reply[] = {{&header, header_bytes},
                            {answer_bytes(pending), static_cast<size_t>(pending->length)}};
     if (ipc_replyv(context.receive_id, pending->status, reply, 2) == 0) {
-        std::free(pending);
+        discard(pending);
         return;
     }
     const int error = errno;
     if (error == ESRCH || error == EINVAL || error == EMSGSIZE) {
         // The client is gone, or this answer can never be sent.
-        std::free(pending);
+        discard(pending);
     } else {
         // Memory or descriptors are short for the moment. The answer is held again before the
         // client gets the error, since the client may ask again at once.
