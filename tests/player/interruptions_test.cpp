@@ -45,14 +45,9 @@ class InterruptedPlayer : public Player {
   protected:
     void SetUp() override {
         Player::SetUp();
-        const std::lock_guard<std::mutex> lock(guard);
-        respond = answer_by_number;
+        will_respond(answer_by_number);
     }
     void TearDown() override {
-        {
-            const std::lock_guard<std::mutex> lock(guard);
-            respond = nullptr;
-        }
         errno = 77;
         Player::TearDown();
     }

@@ -232,11 +232,6 @@ class Queries : public Player {
         EXPECT_EQ(c.call(with), outcome);
         EXPECT_EQ(take(lines), logged);
     }
-
-    void TearDown() override {
-        respond = nullptr;
-        Player::TearDown();
-    }
 };
 
 TEST_F(Queries, SendTheirBytesAndTakeWholeAnswersOnly) {

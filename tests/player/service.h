@@ -72,6 +72,11 @@ inline void will_answer(const std::string &bytes) {
     answer = bytes;
 }
 
+inline void will_respond(std::function<int32_t(MsgOsb *, MsgContext *)> with) {
+    const std::lock_guard<std::mutex> lock(guard);
+    respond = std::move(with);
+}
+
 class Player : public testing::Test {
   protected:
     static void SetUpTestSuite() {
@@ -95,6 +100,7 @@ class Player : public testing::Test {
 
     void TearDown() override {
         EXPECT_EQ(errno, 77);
+        will_respond(nullptr);
         will_answer(words({0}));
         EXPECT_EQ(vantro_disconnect(handle), 0);
         EXPECT_EQ(take(lines), Lines{});

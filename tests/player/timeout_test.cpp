@@ -1,9 +1,12 @@
 // Time limits: what a service answers late, or never, reaches no later call; and why calls fail.
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include <vantro/extras.h>
+#include <vantro/platform/limits.h>
 #include <vantro/platform/message.h>
 #include <vantro/protocol.h>
 
@@ -13,8 +16,10 @@ namespace {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int rounds = 101;
+constexpr int unanswered_calls = 1'000;
 #else
 constexpr int rounds = 301;
+constexpr int unanswered_calls = 10'000;
 #endif
 
 int32_t last_reason() {
@@ -24,10 +29,6 @@ int32_t last_reason() {
 class TimedPlayer : public Player {
   protected:
     void TearDown() override {
-        {
-            const std::lock_guard<std::mutex> lock(guard);
-            respond = nullptr;
-        }
         take(requests);
         take(lines);
         errno = 77;
@@ -37,30 +38,26 @@ class TimedPlayer : public Player {
 
 // Every second request is answered with the next one, when nobody waits for it any more.
 TEST_F(TimedPlayer, LateAnswersReachNobody) {
-    {
-        const std::lock_guard<std::mutex> lock(guard);
-        respond = [late = 0](MsgOsb *open, MsgContext *context) mutable {
-            int32_t position;
-            std::memcpy(&position,
-                        static_cast<const char *>(context->payload) + sizeof(RequestHeader),
-                        sizeof position);
-            const auto reply = [header = *context->header](int receive_id, int32_t result) {
-                TransportHeader answer = header;
-                answer.reply_length = sizeof result;
-                const iovec parts[] = {{&answer, sizeof answer}, {&result, sizeof result}};
-                return ipc_replyv(receive_id, 0, parts, 2);
-            };
-            _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open);
-            if (position % 2 == 1) {
-                late = context->receive_id;
-                return 0;
-            }
-            if (late != 0) {
-                EXPECT_EQ(reply(std::exchange(late, 0), 5), -1); // the client has given it up
-            }
-            return reply(context->receive_id, position % 4);
+    will_respond([late = 0](MsgOsb *open, MsgContext *context) mutable {
+        int32_t position;
+        std::memcpy(&position, static_cast<const char *>(context->payload) + sizeof(RequestHeader),
+                    sizeof position);
+        const auto reply = [header = *context->header](int receive_id, int32_t result) {
+            TransportHeader answer = header;
+            answer.reply_length = sizeof result;
+            const iovec parts[] = {{&answer, sizeof answer}, {&result, sizeof result}};
+            return ipc_replyv(receive_id, 0, parts, 2);
         };
-    }
+        _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open);
+        if (position % 2 == 1) {
+            late = context->receive_id;
+            return 0;
+        }
+        if (late != 0) {
+            EXPECT_EQ(reply(std::exchange(late, 0), 5), -1); // the client has given it up
+        }
+        return reply(context->receive_id, position % 4);
+    });
     EXPECT_EQ(vantro_set_timeout(handle, 1), 0);
     for (int position = 1; position < 2 * rounds && !HasFailure(); position += 2) {
         errno = 77;
@@ -79,6 +76,40 @@ TEST_F(TimedPlayer, LateAnswersReachNobody) {
     EXPECT_EQ(failure.number, 2);
     EXPECT_STREQ(failure.text, "the service refused: No such file or directory");
     vantro_set_timeout(handle, -1);
+}
+
+// A service that never answers costs nothing that stays, however often it is asked.
+TEST_F(TimedPlayer, ThousandsOfCallsTimeOutOnOneHandle) {
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = descriptors();
+    will_respond([](MsgOsb *open, MsgContext *) {
+        _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(open);
+        return 0;
+    });
+    vantro_set_timeout(handle, 1);
+    std::vector<std::thread> threads;
+    std::atomic<int> timed_out = 0;
+    while (threads.size() < 50) { // at once, since each call waits for a few milliseconds
+        threads.emplace_back([&] {
+            for (int i = 0; i < unanswered_calls / 50; ++i) {
+                timed_out += vantro_pause(handle) == -1 && errno == ETIMEDOUT &&
+                             last_reason() == VANTRO_FAILURE_TIMED_OUT;
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(timed_out, unanswered_calls);
+    vantro_set_timeout(handle, -1);
+    will_respond(nullptr);
+    will_answer(words({0, 4'711}));
+    int32_t position = 0;
+    EXPECT_EQ(vantro_get_current_track_position(handle, &position), 0);
+    EXPECT_EQ(position, 4'711);
+    EXPECT_LE(descriptors(), before + 2 * IPC_LANES_MAX); // lanes stay, for the next calls
 }
 
 TEST_F(TimedPlayer, FailuresSayWhy) {
