@@ -18,7 +18,7 @@ struct Failure {
 
 constinit thread_local Failure last = {VANTRO_FAILURE_NONE, 0};
 
-constexpr std::array<const char *, VANTRO_FAILURE_OTHER + 1> reason_texts = {
+constexpr std::array<const char *, VANTRO_FAILURE_CHANGED + 1> reason_texts = {
     "nothing failed",
     "the service is gone",
     "the service refused",
@@ -28,6 +28,7 @@ constexpr std::array<const char *, VANTRO_FAILURE_OTHER + 1> reason_texts = {
     "there is no memory",
     "an argument is wrong",
     "the service could not be asked",
+    "the list has changed",
 };
 
 int32_t reason_of(int status) {
@@ -42,6 +43,7 @@ int32_t reason_of(int status) {
     case ETIMEDOUT:
         return VANTRO_FAILURE_TIMED_OUT;
     case EPROTO:
+    case EPROTONOSUPPORT:
         return VANTRO_FAILURE_MALFORMED;
     case ENOMEM:
         return VANTRO_FAILURE_NO_MEMORY;

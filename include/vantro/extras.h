@@ -1,8 +1,8 @@
 /**
  * Conveniences beyond the system's published interface: freeing what queries return, and following
  * a player from an event loop, for a limited time, or until another thread ends it; time limits for
- * the service, why a call failed, the volume, the names of the players, saved playlists, and lists
- * that come with their metadata.
+ * the service, why a call failed, the volume, the names of the players, saved playlists, lists that
+ * come with their metadata, lists of any length, and the version of the library.
  *
  * Freeing. Each function frees every string of each record, then the block that holds the records;
  * NULL does nothing. Records of the library's own, such as those of an event, are not to be freed.
@@ -305,6 +305,88 @@ VANTRO_API int vantro_get_trksession_tracks_metadata(VantroHandle *handle, uint6
                                                      int32_t offset, int *count, MediaNode **tracks,
                                                      Metadata **metadata);
 
+/**
+ * A cursor: reads a list of any length entry by entry, and holds one page of it at a time.
+ *
+ *     #include <stdio.h>
+ *     #include <vantro/extras.h>
+ *
+ *     int print_songs(VantroHandle *player, int ms_id) {
+ *         VantroCursor *cursor = vantro_cursor_browse(player, ms_id, "songs", 0, 1);
+ *         if (!cursor) {
+ *             return -1;
+ *         }
+ *         const MediaNode *node;
+ *         const Metadata *metadata;
+ *         int result;
+ *         while ((result = vantro_cursor_next(cursor, &node, &metadata)) == 1) {
+ *             printf("%s, %s\n", node->name, metadata->artist ? metadata->artist : "-");
+ *         }
+ *         if (result == -1) {
+ *             VantroFailure failure;
+ *             vantro_last_failure(&failure);
+ *             fprintf(stderr, "%s\n", failure.text);
+ *         }
+ *         vantro_cursor_close(cursor);
+ *         return result;
+ *     }
+ *
+ * A list may change while a cursor reads it. Each page begins with the last entry that was given,
+ * which the cursor checks: where entries in front of it have come or gone, reading on would leave
+ * out some entries or give them twice, so vantro_cursor_next() fails with VANTRO_FAILURE_CHANGED.
+ * Changes behind that entry are read like the rest.
+ *
+ * A cursor belongs to one thread at a time. It borrows the handle: close it before, or soon after,
+ * vantro_disconnect(), and do not call vantro_cursor_next() after that. Any number of cursors may
+ * be open on one handle; the service knows nothing of them.
+ */
+typedef struct VantroCursor VantroCursor;
+
+/**
+ * Makes a cursor over the entries of a node, as vantro_browse() lists them. Asks nothing of the
+ * service yet and does not block; what is wrong with the node the first vantro_cursor_next() tells.
+ * @param node_id       copied. "" is VANTRO_NODE_ROOT.
+ * @param offset        the first entry wanted, counted from 0.
+ * @param with_metadata 1: each entry comes with what is known of it, as vantro_browse_metadata()
+ *                      gives it; 0: without.
+ * @return the cursor, for vantro_cursor_close(); or NULL: errno EINVAL (handle or node_id NULL,
+ *   offset below 0, with_metadata neither 0 nor 1) or ENOMEM.
+ */
+VANTRO_API VantroCursor *vantro_cursor_browse(VantroHandle *handle, int32_t ms_id,
+                                              const char *node_id, int32_t offset,
+                                              int with_metadata);
+
+/**
+ * As vantro_cursor_browse(), over what vantro_search() finds.
+ * @param filter copied; NULL or "" for any kind of match.
+ * @param term   copied; "" finds nothing. NULL fails with EINVAL.
+ */
+VANTRO_API VantroCursor *vantro_cursor_search(VantroHandle *handle, int32_t ms_id,
+                                              const char *filter, const char *term, int32_t offset,
+                                              int with_metadata);
+
+/** As vantro_cursor_browse(), over the tracks of a track session. */
+VANTRO_API VantroCursor *vantro_cursor_tracks(VantroHandle *handle, uint64_t tsid, int32_t offset,
+                                              int with_metadata);
+
+/**
+ * Gives the next entry. Blocks for the service where a page is used up: pages have 100 entries at
+ * first, then up to VANTRO_METADATA_PAGE_MAX (protocol.h). A page shorter than wanted is the last.
+ * @param node     receives the entry, which the cursor frees: valid until the next call that
+ *                 returns 1 or 0, or vantro_cursor_close().
+ * @param metadata receives what is known of it, valid as long; NULL where the cursor was made
+ *                 without. May be NULL. Both are untouched unless 1 is returned.
+ * @return 1: there is an entry; 0: the list has ended, now and in every later call; -1: cursor NULL
+ *   (errno EINVAL), VANTRO_FAILURE_CHANGED, or as the query that it stands for; errno is left
+ *   otherwise, vantro_last_failure() says why. A call that failed can be made again and goes on
+ *   where it was; after VANTRO_FAILURE_CHANGED a new cursor is the way on.
+ */
+VANTRO_API int vantro_cursor_next(VantroCursor *cursor, const MediaNode **node,
+                                  const Metadata **metadata);
+
+/** Frees a cursor and its entries. NULL does nothing. Does not block, keeps errno. */
+VANTRO_API void vantro_cursor_close(VantroCursor *cursor);
+
 /** Why a call failed. */
 enum {
     VANTRO_FAILURE_NONE = 0,        /**< No call of this thread has failed yet. */
@@ -315,7 +397,8 @@ enum {
     VANTRO_FAILURE_MALFORMED = 5,   /**< The service's answer cannot be understood. */
     VANTRO_FAILURE_NO_MEMORY = 6,   /**< There is no memory, here or for the answer there. */
     VANTRO_FAILURE_INVALID = 7,     /**< An argument, or the handle's state; nothing was sent. */
-    VANTRO_FAILURE_OTHER = 8        /**< `number` says what: descriptors, rights, lengths. */
+    VANTRO_FAILURE_OTHER = 8,       /**< `number` says what: descriptors, rights, lengths. */
+    VANTRO_FAILURE_CHANGED = 9      /**< The list has changed under a cursor. Begin it again. */
 };
 
 /** What is known of a failure. */
@@ -342,6 +425,17 @@ VANTRO_API int32_t vantro_last_failure(VantroFailure *failure);
  * @return 0, or -1 with errno EINVAL: handle NULL.
  */
 VANTRO_API int vantro_event_wake(VantroHandle *handle);
+
+/**
+ * The version of the library that the program runs with; version.h has that of the headers it was
+ * compiled against. A library of the same major number and of a version at least as high has all
+ * that those headers declare. Neither function blocks or fails; any thread may call them.
+ * @return the three numbers as text, "1.2.3", the library's own.
+ */
+VANTRO_API const char *vantro_version(void);
+
+/** The same as one number to compare: 10203 is version 1.2.3, as VANTRO_VERSION_NUMBER. */
+VANTRO_API int vantro_version_number(void);
 
 #ifdef __cplusplus
 }

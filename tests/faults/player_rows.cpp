@@ -167,6 +167,28 @@ std::string list_players(Scene &scene) {
     return told;
 }
 
+// Reads lists of songs with cursors. Nothing here may allocate: that would fail too.
+std::string read_lists(Scene &scene) {
+    Handle player = scene.player();
+    size_t seen = 0;
+    const int result = scene.faulted([&] {
+        int next = vantro_version_number() < *vantro_version() ? -1 : 0;
+        for (int list = 0; list < 3 && next == 0; ++list) {
+            VantroCursor *const cursor =
+                list == 0   ? vantro_cursor_browse(player, 1, "songs", 0, 1)
+                : list == 1 ? vantro_cursor_search(player, 1, "title", "song", 0, 0)
+                            : vantro_cursor_tracks(player, 1, 0, 0);
+            const MediaNode *node = nullptr;
+            while ((next = vantro_cursor_next(cursor, &node, nullptr)) == 1) {
+                seen += std::strlen(node->name);
+            }
+            vantro_cursor_close(cursor);
+        }
+        return next;
+    });
+    return result == 0 ? std::to_string(seen) : "failed";
+}
+
 // The id of a song.
 const char *a_song(Handle player) {
     static std::string id;
@@ -311,6 +333,9 @@ Rows rows_of_queries() {
                   [](auto h, auto *n, auto **to, auto **known) {
                       return vantro_get_trksession_tracks_metadata(h, 1, 0, n, to, known);
                   }),
+        {"vantro_cursor_browse vantro_cursor_search vantro_cursor_tracks vantro_cursor_next "
+         "vantro_cursor_close vantro_version vantro_version_number",
+         read_lists},
         {"vantro_list_players", list_players},
         {"vantro_get_extended_metadata", get_extended}};
 }

@@ -7,6 +7,7 @@
 #include "tests/service/vantrod.h"
 
 #include <vantro/vantro.hpp>
+#include <vantro/version.h>
 
 namespace vantro::service {
 
@@ -104,6 +105,18 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     EXPECT_TRUE(player.destroy_session(tsid));
     EXPECT_FALSE(player.destroy_session(tsid));
     EXPECT_EQ(player.state()->state, VANTRO_STATE_IDLE);
+
+    auto changing = player.browse_metadata(source, "folders");
+    auto at = changing.begin();
+    test::make_music(path_ + "/music/new.flac", 20'000, {"TITLE=A new one", "ARTIST=Anna"});
+    while (text(player.browse(source, "folders").begin()->id) == all[0]) {
+        ASSERT_FALSE(service->ended());
+    }
+    while (at != changing.end()) {
+        ++at;
+    }
+    EXPECT_EQ(changing.done().failure().why(), Reason::changed);
+    EXPECT_EQ(version(), VANTRO_VERSION);
 }
 
 TEST_F(Wrapper, FollowsUntilTheServiceDies) {

@@ -20,6 +20,11 @@
 
 namespace vantro {
 
+/** The version of the library that the program runs with, "1.2.3". */
+inline std::string_view version() {
+    return vantro_version();
+}
+
 /** What a player is doing; VANTRO_STATE_*. */
 enum class State : int32_t {
     none = VANTRO_STATE_NONE,
@@ -184,90 +189,41 @@ class Player {
     }
 
     /** The entries of a node, by default of the source's root, from `offset` on. */
-    auto browse(int32_t ms_id, std::string_view node_id = VANTRO_NODE_ROOT, int32_t offset = 0) {
-        return Pages(
-            [this, ms_id, node = detail::Text(node_id)](int32_t from, int32_t most) {
-                return page(
-                    [&](int *count, MediaNode **nodes) {
-                        return vantro_browse(handle(), ms_id, node.get(), from, count, nodes);
-                    },
-                    most);
-            },
-            offset);
+    Pages<MediaNode> browse(int32_t ms_id, std::string_view node_id = VANTRO_NODE_ROOT,
+                            int32_t offset = 0) {
+        return Pages<MediaNode>(
+            vantro_cursor_browse(handle(), ms_id, detail::Text(node_id).get(), offset, 0));
     }
 
     /** What a source has that matches. @param filter VANTRO_FILTER_*, or "" for any. */
-    auto search(int32_t ms_id, std::string_view term, std::string_view filter = {},
-                int32_t offset = 0) {
-        return Pages(
-            [this, ms_id, text = detail::Text(term), kind = detail::Text(filter)](int32_t from,
-                                                                                  int32_t most) {
-                return page(
-                    [&](int *count, MediaNode **nodes) {
-                        return vantro_search(handle(), ms_id, kind.get(), text.get(), from, count,
-                                             nodes);
-                    },
-                    most);
-            },
-            offset);
+    Pages<MediaNode> search(int32_t ms_id, std::string_view term, std::string_view filter = {},
+                            int32_t offset = 0) {
+        return Pages<MediaNode>(vantro_cursor_search(handle(), ms_id, detail::Text(filter).get(),
+                                                     detail::Text(term).get(), offset, 0));
     }
 
     /** The tracks of a track session. */
-    auto tracks(uint64_t tsid, int32_t offset = 0) {
-        return Pages(
-            [this, tsid](int32_t from, int32_t most) {
-                return page(
-                    [&](int *count, MediaNode **nodes) {
-                        return vantro_get_trksession_tracks(handle(), tsid, from, count, nodes);
-                    },
-                    most);
-            },
-            offset);
+    Pages<MediaNode> tracks(uint64_t tsid, int32_t offset = 0) {
+        return Pages<MediaNode>(vantro_cursor_tracks(handle(), tsid, offset, 0));
     }
 
     /** As browse(), each entry with what is known of it. */
-    auto browse_metadata(int32_t ms_id, std::string_view node_id = VANTRO_NODE_ROOT,
-                         int32_t offset = 0) {
-        return Pages(
-            [this, ms_id, node = detail::Text(node_id)](int32_t from, int32_t most) {
-                return described(
-                    [&](int *count, MediaNode **nodes, Metadata **metadata) {
-                        return vantro_browse_metadata(handle(), ms_id, node.get(), from, count,
-                                                      nodes, metadata);
-                    },
-                    most);
-            },
-            offset);
+    Pages<DescribedNode> browse_metadata(int32_t ms_id, std::string_view node_id = VANTRO_NODE_ROOT,
+                                         int32_t offset = 0) {
+        return Pages<DescribedNode>(
+            vantro_cursor_browse(handle(), ms_id, detail::Text(node_id).get(), offset, 1));
     }
 
     /** As search(), each entry with what is known of it. */
-    auto search_metadata(int32_t ms_id, std::string_view term, std::string_view filter = {},
-                         int32_t offset = 0) {
-        return Pages(
-            [this, ms_id, text = detail::Text(term), kind = detail::Text(filter)](int32_t from,
-                                                                                  int32_t most) {
-                return described(
-                    [&](int *count, MediaNode **nodes, Metadata **metadata) {
-                        return vantro_search_metadata(handle(), ms_id, kind.get(), text.get(), from,
-                                                      count, nodes, metadata);
-                    },
-                    most);
-            },
-            offset);
+    Pages<DescribedNode> search_metadata(int32_t ms_id, std::string_view term,
+                                         std::string_view filter = {}, int32_t offset = 0) {
+        return Pages<DescribedNode>(vantro_cursor_search(
+            handle(), ms_id, detail::Text(filter).get(), detail::Text(term).get(), offset, 1));
     }
 
     /** As tracks(), each with what is known of it. */
-    auto tracks_metadata(uint64_t tsid, int32_t offset = 0) {
-        return Pages(
-            [this, tsid](int32_t from, int32_t most) {
-                return described(
-                    [&](int *count, MediaNode **nodes, Metadata **metadata) {
-                        return vantro_get_trksession_tracks_metadata(handle(), tsid, from, count,
-                                                                     nodes, metadata);
-                    },
-                    most);
-            },
-            offset);
+    Pages<DescribedNode> tracks_metadata(uint64_t tsid, int32_t offset = 0) {
+        return Pages<DescribedNode>(vantro_cursor_tracks(handle(), tsid, offset, 1));
     }
 
     Result<MetadataPtr> metadata(int32_t ms_id, const char *node_id) {
@@ -327,23 +283,6 @@ class Player {
         const std::unique_ptr<Record, detail::FreeBlock> owned(record);
         return *owned;
     }
-    template <typename Query>
-    static Result<List<MediaNode>> page(Query query, int32_t most) {
-        MediaNode *nodes = nullptr;
-        int count = most;
-        const int result = query(&count, &nodes);
-        return value(result, List<MediaNode>(nodes, result == 0 ? count : 0));
-    }
-
-    template <typename Query>
-    static Result<DescribedList> described(Query query, int32_t most) {
-        MediaNode *nodes = nullptr;
-        Metadata *metadata = nullptr;
-        int count = most;
-        const int result = query(&count, &nodes, &metadata);
-        return value(result, DescribedList(nodes, metadata, result == 0 ? count : 0));
-    }
-
     std::unique_ptr<VantroHandle, Disconnect> handle_;
 };
 

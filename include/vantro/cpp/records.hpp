@@ -46,7 +46,7 @@ struct FreeMetadata {
     void operator()(Metadata *metadata) const { vantro_free_metadata(metadata, 1); }
 };
 
-// A copy of a text that a range needs as long as it lives. Ids and most terms need no allocation.
+// A text that ends with a NUL. Ids and most terms need no allocation.
 class Text {
   public:
     explicit Text(std::string_view text) {
@@ -156,7 +156,8 @@ using Value = std::unique_ptr<char, detail::FreeBlock>;
 /**
  * A list that is fetched page by page while it is walked. It is walked once; begin() fetches the
  * first page. A node of an earlier page is no more when the next page is fetched. Where a page
- * cannot be fetched the walk ends, and failure() says why:
+ * cannot be fetched, or the list has changed meanwhile (Reason::changed), the walk ends, and
+ * done() says why:
  *
  *     #include <cstdio>
  *     #include <vantro/vantro.hpp>
@@ -169,48 +170,53 @@ using Value = std::unique_ptr<char, detail::FreeBlock>;
  *         nodes.done().or_throw();
  *     }
  *
- * `Fetch` is called with the offset of the page and its length, and returns its list.
+ * `Entry` is MediaNode, or DescribedNode for a cursor that was made with metadata.
  */
-template <typename Fetch>
+template <typename Entry>
 class Pages {
-    using Page = std::remove_cvref_t<decltype(*std::declval<Fetch &>()(int32_t{0}, int32_t{0}))>;
-    using Entry = decltype(std::declval<const Page &>()[0]);
+    static constexpr bool described = std::is_same_v<Entry, DescribedNode>;
+    using Given = std::conditional_t<described, DescribedNode, const MediaNode &>;
 
   public:
-    static constexpr int32_t page_length = 100;
-
-    /** @param offset the first entry wanted, counted from 0. */
-    Pages(Fetch fetch, int32_t offset) : fetch_(std::move(fetch)), next_(offset) {}
+    /** Takes a cursor, or the NULL of a call that could not make one. */
+    explicit Pages(VantroCursor *cursor) : cursor_(cursor) {
+        if (!cursor) {
+            failure_ = Failure::last();
+        }
+    }
 
     class Iterator {
       public:
-        using value_type = std::remove_cvref_t<Entry>;
+        using value_type = Entry;
         using difference_type = std::ptrdiff_t;
 
         explicit Iterator(Pages &pages) : pages_(&pages) {}
-        Entry operator*() const { return pages_->page_[pages_->at_]; }
-        const value_type *operator->() const
-            requires std::is_reference_v<Entry>
+        Given operator*() const {
+            if constexpr (described) {
+                return pages_->entry_;
+            } else {
+                return *pages_->entry_.node;
+            }
+        }
+        const MediaNode *operator->() const
+            requires(!described)
         {
-            return &**this;
+            return pages_->entry_.node;
         }
         Iterator &operator++() {
             pages_->advance();
             return *this;
         }
         void operator++(int) { ++*this; }
-        bool operator==(std::default_sentinel_t) const {
-            return pages_->at_ == pages_->page_.size();
-        }
+        bool operator==(std::default_sentinel_t) const { return !pages_->entry_.node; }
 
       private:
         Pages *pages_;
     };
 
     Iterator begin() {
-        if (!begun_) {
-            begun_ = true;
-            fetch_page();
+        if (!std::exchange(begun_, true)) {
+            advance();
         }
         return Iterator(*this);
     }
@@ -220,28 +226,24 @@ class Pages {
     Result<void> done() const { return failure_ ? Result<void>(*failure_) : Result<void>(); }
 
   private:
+    struct Close {
+        void operator()(VantroCursor *cursor) const { vantro_cursor_close(cursor); }
+    };
+
     void advance() {
-        if (++at_ == page_.size() && page_.size() == static_cast<size_t>(page_length)) {
-            fetch_page();
+        const int result =
+            cursor_ ? vantro_cursor_next(cursor_.get(), &entry_.node, &entry_.metadata) : 0;
+        if (result < 0) {
+            failure_ = Failure::last();
         }
-    }
-    void fetch_page() {
-        at_ = 0;
-        page_ = {};
-        Result<Page> page = fetch_(next_, page_length);
-        if (page) {
-            page_ = *std::move(page);
-            next_ += static_cast<int32_t>(page_.size());
-        } else {
-            failure_ = page.failure();
+        if (result != 1) {
+            entry_ = {};
         }
     }
 
-    Fetch fetch_;
-    int32_t next_;
+    std::unique_ptr<VantroCursor, Close> cursor_;
+    DescribedNode entry_{};
     bool begun_ = false;
-    Page page_;
-    size_t at_ = 0;
     std::optional<Failure> failure_;
 };
 

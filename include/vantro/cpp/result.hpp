@@ -24,7 +24,8 @@ enum class Reason : int32_t {
     malformed = VANTRO_FAILURE_MALFORMED,
     no_memory = VANTRO_FAILURE_NO_MEMORY,
     invalid = VANTRO_FAILURE_INVALID,
-    other = VANTRO_FAILURE_OTHER
+    other = VANTRO_FAILURE_OTHER,
+    changed = VANTRO_FAILURE_CHANGED
 };
 
 /** A failure: its reason, an error number or 0, and a text for people. */

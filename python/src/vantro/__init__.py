@@ -14,8 +14,10 @@ In asyncio: `async for event in player.events()`, and `await asyncio.to_thread(p
 calls that wait for the service. Positions and durations are milliseconds, time limits seconds.
 """
 
+from ._library import library_version
 from ._version import __version__
 from .errors import (
+    Changed,
     Interrupted,
     Invalid,
     Malformed,
@@ -58,6 +60,7 @@ from .records import (
 
 __all__ = [
     "Capability",
+    "Changed",
     "ErrorEvent",
     "Event",
     "Events",
@@ -92,4 +95,5 @@ __all__ = [
     "TrackInfo",
     "VantroError",
     "__version__",
+    "library_version",
 ]

@@ -165,18 +165,7 @@ _int_functions: dict[str, list[Any]] = {
     "vantro_get_current_track_info": [_handle, c.POINTER(c.POINTER(VantroTrackInfo))],
     "vantro_get_current_track_position": [_handle, c.POINTER(c.c_int32)],
     "vantro_get_media_sources": [_handle, c.POINTER(c.POINTER(MediaSource)), _count],
-    "vantro_browse": [_handle, c.c_int32, c.c_char_p, c.c_int32, _count, _nodes],
-    "vantro_search": [_handle, c.c_int32, c.c_char_p, c.c_char_p, c.c_int32, _count, _nodes],
-    "vantro_get_trksession_tracks": [_handle, c.c_uint64, c.c_int32, _count, _nodes],
-    "vantro_browse_metadata": [
-        _handle, c.c_int32, c.c_char_p, c.c_int32, _count, _nodes, _metadata
-    ],
-    "vantro_search_metadata": [
-        _handle, c.c_int32, c.c_char_p, c.c_char_p, c.c_int32, _count, _nodes, _metadata
-    ],
-    "vantro_get_trksession_tracks_metadata": [
-        _handle, c.c_uint64, c.c_int32, _count, _nodes, _metadata
-    ],
+    "vantro_cursor_next": [c.c_void_p, _nodes, _metadata],
     "vantro_rescan": [_handle],
     "vantro_save_playlist": [_handle, c.c_char_p, c.c_int32],
     "vantro_delete_playlist": [_handle, c.c_char_p],
@@ -207,6 +196,15 @@ _functions: dict[str, tuple[Any, list[Any]]] = {
     "vantro_free_media_sources": (None, [c.POINTER(MediaSource), c.c_int]),
     "vantro_free_media_nodes": (None, [c.POINTER(MediaNode), c.c_int]),
     "vantro_free_metadata": (None, [c.POINTER(Metadata), c.c_int]),
+    "vantro_cursor_browse": (
+        c.c_void_p, [_handle, c.c_int32, c.c_char_p, c.c_int32, c.c_int]
+    ),
+    "vantro_cursor_search": (
+        c.c_void_p, [_handle, c.c_int32, c.c_char_p, c.c_char_p, c.c_int32, c.c_int]
+    ),
+    "vantro_cursor_tracks": (c.c_void_p, [_handle, c.c_uint64, c.c_int32, c.c_int]),
+    "vantro_cursor_close": (None, [c.c_void_p]),
+    "vantro_version": (c.c_char_p, []),
     "vantro_free_track_info": (None, [c.POINTER(VantroTrackInfo)]),
 }
 
@@ -269,3 +267,8 @@ check_layouts(library)
 # Frees what the library took from malloc() for its caller.
 free = c.CDLL(None).free
 free.restype, free.argtypes = None, [c.c_void_p]
+
+
+def library_version() -> str:
+    """The version of libvantroclient that the program runs with."""
+    return str(library.vantro_version().decode())

@@ -19,6 +19,7 @@ class Reason(enum.IntEnum):
     NO_MEMORY = 6
     INVALID = 7
     OTHER = 8
+    CHANGED = 9
 
 
 class VantroError(Exception):
@@ -81,9 +82,17 @@ class Invalid(VantroError):
     reason = Reason.INVALID
 
 
+class Changed(VantroError):
+    """A list has changed while it was read, in front of where it was read. Begin it again."""
+
+    reason = Reason.CHANGED
+
+
 _classes: dict[int, type[VantroError]] = {
     kind.reason: kind
-    for kind in (ServiceGone, Refused, Interrupted, TimedOut, Malformed, NoMemory, Invalid)
+    for kind in (
+        ServiceGone, Refused, Interrupted, TimedOut, Malformed, NoMemory, Invalid, Changed
+    )
 }
 
 _reasons_of_errno = {

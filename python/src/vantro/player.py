@@ -29,8 +29,6 @@ from .records import (
 
 _Value = TypeVar("_Value")
 
-_page_length = 100
-
 
 class Player:
     """A player of the service. Any thread may call it.
@@ -274,52 +272,54 @@ class Player:
 
     def browse(self, ms_id: int, node_id: str = "", *, offset: int = 0) -> Iterator[MediaNode]:
         """The entries of a node, asked for page by page; "" is the top of the source."""
-        return self._pages(offset, library.vantro_browse, integer(ms_id), bytes_of(node_id))
+        return self._nodes(
+            library.vantro_cursor_browse, integer(ms_id), bytes_of(node_id), integer(offset)
+        )
 
     def search(
         self, ms_id: int, term: str, filter: str = "", *, offset: int = 0
     ) -> Iterator[MediaNode]:
         """The entries that match a term; `filter` is "artist", "album", "title"... or any."""
-        return self._pages(
-            offset, library.vantro_search, integer(ms_id), bytes_of(filter), bytes_of(term)
+        return self._nodes(
+            library.vantro_cursor_search,
+            integer(ms_id),
+            bytes_of(filter),
+            bytes_of(term),
+            integer(offset),
         )
 
     def tracks(self, tsid: int, *, offset: int = 0) -> Iterator[MediaNode]:
         """The tracks of a track session."""
-        return self._pages(
-            offset, library.vantro_get_trksession_tracks, integer(tsid, 64, signed=False)
+        return self._nodes(
+            library.vantro_cursor_tracks, integer(tsid, 64, signed=False), integer(offset)
         )
 
     def browse_metadata(
         self, ms_id: int, node_id: str = "", *, offset: int = 0
     ) -> Iterator[tuple[MediaNode, Metadata]]:
         """The entries of a node, each with what is known of it."""
-        return self._pages(
-            offset, library.vantro_browse_metadata, integer(ms_id), bytes_of(node_id), described=True
+        return self._described(
+            library.vantro_cursor_browse, integer(ms_id), bytes_of(node_id), integer(offset)
         )
 
     def search_metadata(
         self, ms_id: int, term: str, filter: str = "", *, offset: int = 0
     ) -> Iterator[tuple[MediaNode, Metadata]]:
         """The entries that match a term, each with what is known of it."""
-        return self._pages(
-            offset,
-            library.vantro_search_metadata,
+        return self._described(
+            library.vantro_cursor_search,
             integer(ms_id),
             bytes_of(filter),
             bytes_of(term),
-            described=True,
+            integer(offset),
         )
 
     def tracks_metadata(
         self, tsid: int, *, offset: int = 0
     ) -> Iterator[tuple[MediaNode, Metadata]]:
         """The tracks of a track session, each with what is known of it."""
-        return self._pages(
-            offset,
-            library.vantro_get_trksession_tracks_metadata,
-            integer(tsid, 64, signed=False),
-            described=True,
+        return self._described(
+            library.vantro_cursor_tracks, integer(tsid, 64, signed=False), integer(offset)
         )
 
     def metadata(self, ms_id: int, node_id: str) -> Metadata | None:
@@ -385,46 +385,36 @@ class Player:
         finally:
             c.free(info)
 
-    def _pages(
-        self, offset: int, query: Any, *arguments: Any, described: bool = False
-    ) -> Iterator[Any]:
-        fetch = self._described_page if described else self._page
-        while True:
-            page = fetch(offset, query, arguments)
-            yield from page
-            offset += len(page)
-            if len(page) < _page_length:
-                return
+    def _nodes(self, make: Callable[..., Any], *arguments: Any) -> Iterator[MediaNode]:
+        return (records.node_of(node[0]) for node, _ in self._entries(make, *arguments, 0))
 
-    def _page(self, offset: int, query: Any, arguments: tuple[Any, ...]) -> list[Any]:
-        found = ctypes.POINTER(c.MediaNode)()
-        count = ctypes.c_int(_page_length)
-        self._call(query, *arguments, integer(offset), ctypes.byref(count), ctypes.byref(found))
-        try:
-            return [records.node_of(found[i]) for i in range(count.value if found else 0)]
-        finally:
-            library.vantro_free_media_nodes(found, count)
+    def _described(
+        self, make: Callable[..., Any], *arguments: Any
+    ) -> Iterator[tuple[MediaNode, Metadata]]:
+        for node, known in self._entries(make, *arguments, 1):
+            yield records.node_of(node[0]), records.metadata_of(known[0])
 
-    def _described_page(self, offset: int, query: Any, arguments: tuple[Any, ...]) -> list[Any]:
-        found = ctypes.POINTER(c.MediaNode)()
+    def _entries(self, make: Callable[..., Any], *arguments: Any) -> Iterator[tuple[Any, Any]]:
+        node = ctypes.POINTER(c.MediaNode)()
         known = ctypes.POINTER(c.Metadata)()
-        count = ctypes.c_int(_page_length)
-        self._call(
-            query,
-            *arguments,
-            integer(offset),
-            ctypes.byref(count),
-            ctypes.byref(found),
-            ctypes.byref(known),
-        )
+        with self._owned().call() as pointer:
+            cursor = make(pointer, *arguments)
+            if not cursor:
+                raise last_failure()
         try:
-            return [
-                (records.node_of(found[i]), records.metadata_of(known[i]))
-                for i in range(count.value if found else 0)
-            ]
+            while True:
+                # What was given stays the cursor's until the next call.
+                with self._owned().call():
+                    result = library.vantro_cursor_next(
+                        cursor, ctypes.byref(node), ctypes.byref(known)
+                    )
+                    if result < 0:
+                        raise last_failure()
+                if result == 0:
+                    return
+                yield node, known
         finally:
-            library.vantro_free_media_nodes(found, count)
-            library.vantro_free_metadata(known, count)
+            library.vantro_cursor_close(cursor)
 
     def _end_followings(self) -> None:
         for events in list(self._followings):
