@@ -167,7 +167,9 @@ VantroHandle *connect_handle() {
     if (!handle->connection) {
         const KeepErrno keep;
         note_failed_exchange(nullptr, errno);
-        msglog(LOG_SEVERITY_WARNING, "msgclient_open failed (%s)", std::strerror(errno));
+        msglog(LOG_SEVERITY_WARNING, "msgclient_open failed (%s)",
+               errno == EPROTONOSUPPORT ? "the service is of another release than this library"
+                                        : std::strerror(errno));
         free_handle(handle);
         return nullptr;
     }

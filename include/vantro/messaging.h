@@ -145,9 +145,9 @@ typedef struct MsgClient {
  * @return the client, to be closed with msgclient_close(), or NULL with errno: ENAMETOOLONG;
  *   ENOMEM; ENOENT (no such service; a capability is missing or the path's permission bits refuse,
  *   which both look the same); what the service's open handler chose; EPROTO (what answered is no
- *   message server); EINVAL (no name); EINTR, EMFILE or ENFILE here, EAGAIN where the service is
- *   out of descriptors: there may be such a service; else as the look-up of the global name or the
- *   exchange left it.
+ *   message server); EPROTONOSUPPORT (the service's library is of another release); EINVAL (no
+ * name); EINTR, EMFILE or ENFILE here, EAGAIN where the service is out of descriptors: there may be
+ * such a service; else as the look-up of the global name or the exchange left it.
  */
 VANTRO_API MsgClient *msgclient_open(const char *service_name, const char *instance, uint16_t code);
 

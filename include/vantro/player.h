@@ -150,7 +150,9 @@ typedef struct VantroTrackInfo {
  * for the service to accept.
  * @return the handle, to be ended with vantro_disconnect(), or NULL with errno: ENOENT (no service
  *   runs, or the one that runs does not admit this user or asks for a capability that this process
- *   has not), EINTR, EMFILE, ENOMEM, or whatever else kept the connection from being made.
+ *   has not), EPROTONOSUPPORT (the service is of another release than this library, which does not
+ *   understand its messages), EINTR, EMFILE, ENOMEM, or whatever else kept the connection from
+ *   being made.
  */
 VANTRO_API VantroHandle *vantro_connect(void);
 

@@ -92,7 +92,8 @@ int connect_service(MsgClient *client, const char *path) {
         return 0;
     }
     const int path_error = errno;
-    if (path_error == ETIMEDOUT) { // the same service would keep the caller waiting again
+    // The same service would keep the caller waiting again, or be as little understood.
+    if (path_error == ETIMEDOUT || path_error == EPROTONOSUPPORT) {
         return -1;
     }
     client->connection = global_name_open(path + path_prefix, 0);

@@ -78,6 +78,9 @@ int Connection::await_control_reply() {
     }
     if (received == sizeof record && owed.kind == control_lane_request &&
         record.kind == control_lane_granted) {
+        if (record.value >> wire_version_shift != wire_version) {
+            return EPROTONOSUPPORT;
+        }
         error = arrival.descriptor ? take_granted_lane(arrival.descriptor.release(), record.value)
                                    : EMFILE;
     } else if (received == sizeof record && owed.kind == control_pulse_request &&
@@ -104,7 +107,7 @@ int Connection::take_granted_lane(int lane, int grant) {
     PooledLane &pooled = idle_[static_cast<size_t>(idle_count_++)];
     pooled = {};
     pooled.socket = lane;
-    pooled.index = grant >> lane_index_shift;
+    pooled.index = grant >> lane_index_shift & lane_index_mask;
     if (timeout_ms_ >= 0) {
         set_socket_timeout(lane, timeout_ms_);
     }

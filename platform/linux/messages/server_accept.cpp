@@ -143,8 +143,8 @@ bool grant_lane(uint32_t serial, int control) EXCLUDES(server_lock) {
         const MutexLock guard(server_lock);
         Client &client = *server.find_client(serial);
         error = add_lane(client, std::move(near_end), ++server.last_incarnation, index);
-        grant =
-            index << lane_index_shift | (client.channel->posts.hands_over() ? lane_hands_over : 0);
+        grant = wire_version << wire_version_shift | index << lane_index_shift |
+                (client.channel->posts.hands_over() ? lane_hands_over : 0);
     }
     return error == 0 ? send_control(control, control_lane_granted, grant, far_end.get())
                       : send_control(control, control_refused, error, -1);

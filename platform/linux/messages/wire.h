@@ -55,9 +55,17 @@ enum ControlKind : uint32_t {
 };
 
 enum LaneGrant : int32_t {
-    lane_hands_over = 1, // the server wakes a thread of the processor that the message comes from
-    lane_index_shift = 8 // above these bits: the lane's index at the server
+    lane_hands_over = 1,  // the server wakes a thread of the processor that the message comes from
+    lane_index_shift = 8, // above these bits: the lane's index at the server,
+    lane_index_mask = 0xff, // of this width
+    wire_version_shift = 16 // above these bits: the server's wire_version
 };
+
+// The version of all that this file, transport/wire.h and objects/ring.h describe: to be raised by
+// every change after which the two sides would misunderstand each other. A client compares it
+// before its first message, since the first lane comes unasked, so neither side waits for the other
+// in vain. Servers that had no version have 0 there.
+inline constexpr int wire_version = 1;
 
 // A vector with room for a part of ours before and one after the caller's. Costs heap only above
 // IPC_STACK_PARTS.

@@ -214,8 +214,9 @@ TEST(Misconduct, SilentConnectionsAndExhaustedDescriptorsDelayNobody) {
 // A server that gives a client one lane, and on it one answer of the test's own to every message.
 class RawServer {
   public:
-    RawServer(const std::string &runtime, Frame answer, int descriptor = -1)
-        : answer_(answer), descriptor_(descriptor) {
+    RawServer(const std::string &runtime, Frame answer, int descriptor = -1,
+              int version = platform::wire_version)
+        : answer_(answer), descriptor_(descriptor), version_(version) {
         struct sockaddr_un address = {};
         address.sun_family = AF_UNIX;
         const std::string directory = runtime + "/vantro/name/csm/test";
@@ -237,7 +238,8 @@ class RawServer {
         int ends[2];
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
         const UniqueFd lane(ends[0]);
-        const ControlRecord grant{platform::control_lane_granted, 0};
+        const ControlRecord grant{platform::control_lane_granted,
+                                  version_ << platform::wire_version_shift};
         send_on(control.get(), &grant, sizeof grant, ends[1]);
         close(ends[1]);
         std::thread refusals([&] {
@@ -256,6 +258,7 @@ class RawServer {
 
     const Frame answer_;
     const int descriptor_;
+    const int version_;
     UniqueFd listening_;
     std::thread thread_;
 };
@@ -298,6 +301,11 @@ TEST(Misconduct, OfAServerCostsItItsClientAndNothingElse) {
         EXPECT_EQ(errno, c.error) << &c - cases;
         global_name_close(connection);
     }
+    for (const int version : {0, platform::wire_version + 1}) {
+        const RawServer server(runtime.path(), frame(0), -1, version);
+        EXPECT_EQ(connect_to_test(), -1);
+        EXPECT_EQ(errno, EPROTONOSUPPORT);
+    }
     EXPECT_EQ(open_descriptors(), before);
 }
 
@@ -334,7 +342,8 @@ void serve_pulses_badly(int listening, void (*misbehave)(int end)) {
         close(ends[1]);
         return UniqueFd(ends[0]);
     };
-    const UniqueFd lane = grant(platform::control_lane_granted, 0);
+    const UniqueFd lane = grant(platform::control_lane_granted,
+                                platform::wire_version << platform::wire_version_shift);
     ControlRecord request;
     ASSERT_EQ(recv(control.get(), &request, sizeof request, 0), ssize_t{sizeof request});
     const UniqueFd end = grant(platform::control_pulse_granted, request.value);

@@ -135,6 +135,10 @@ void Client::explain_no_connection(int error) const {
     if (error == ETIMEDOUT) {
         fail_late();
     }
+    if (error == EPROTONOSUPPORT) {
+        throw Failure(Outcome::failed, "cannot connect: the service and this tool are of different "
+                                       "releases; upgrade both, and restart the service");
+    }
     // After a refused path the library looks for a global name and reports the error of that; so
     // the path is tried here to learn its own error.
     bool denied = error == EACCES;

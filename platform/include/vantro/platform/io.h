@@ -26,7 +26,8 @@ extern "C" {
  * @return a descriptor to be released with platform_close(), or -1: ENOENT (no such path, ".."
  *   or an empty part in it), ENAMETOOLONG, EACCES (the path's permission bits refuse),
  *   ECONNREFUSED (nobody serves it any more), ECONNRESET (its owner dies meanwhile), EAGAIN (its
- *   owner is out of descriptors), EINTR, EMFILE, ENFILE, ENOMEM.
+ *   owner is out of descriptors), EPROTONOSUPPORT (its owner's library is of another release, whose
+ *   messages this one does not understand), EINTR, EMFILE, ENFILE, ENOMEM.
  */
 VANTRO_PLATFORM_API int platform_open(const char *path, int flags);
 

@@ -35,7 +35,8 @@ struct global_name_attachment {
  * @param flags 0.
  * @return the connection, or -1: ENOENT (nobody holds the name; ".." or an empty part in it),
  *   ENAMETOOLONG, ECONNREFUSED (the holder has just died), ECONNRESET (it dies meanwhile),
- *   EAGAIN (the server is out of descriptors), EINTR, EMFILE, ENFILE, ENOMEM.
+ *   EAGAIN (the server is out of descriptors), EPROTONOSUPPORT (the server's library is of another
+ *   release, whose messages this one does not understand), EINTR, EMFILE, ENFILE, ENOMEM.
  */
 VANTRO_PLATFORM_API int global_name_open(const char *name, int flags);
 
