@@ -20,10 +20,10 @@ namespace {
 
 using vantro::fuzz::require;
 
-constexpr std::array names = {"a.mp3", "a.flac", "a.ogg", "a.opus", "a.m4a",  "a.wav",  "a.wv",
-                              "a.ape", "a.aiff", "a.wma", "a.mpc",  "a.m3u8", "a.m3u",  "a.pls",
-                              "a.spx", "a.tta",  "a.mod", "a.s3m",  "a.it",   "a.jpeg", "a.dsf",
-                              "a.aac", "a.ac3",  "a.mka", "a.caf",  "a.au",   "a.xm",   "a.mp2"};
+constexpr std::array names = {
+    "a.mp3", "a.flac", "a.ogg", "a.opus", "a.m4a", "a.wav", "a.wv",  "a.ape", "a.aiff", "a.wma",
+    "a.mpc", "a.m3u8", "a.m3u", "a.pls",  "a.spx", "a.tta", "a.mod", "a.s3m", "a.it",   "a.jpeg",
+    "a.dsf", "a.aac",  "a.ac3", "a.mka",  "a.caf", "a.au",  "a.xm",  "a.mp2", "a.xspf"};
 
 struct Directory {
     std::string path = "/dev/shm/fuzz-music-XXXXXX";

@@ -1,7 +1,7 @@
 # Sourced by the commands beside it. Installs Debian packages that are missing, and says so; where
 # nothing is missing it does and prints nothing.
 
-packages_build='g++ cmake ninja-build pkg-config git libtag1-dev libsqlite3-dev libicu-dev nettle-dev libcli11-dev libtomlplusplus-dev libfmt-dev rapidjson-dev libmpv-dev libsystemd-dev libmicrohttpd-dev libgtest-dev scdoc'
+packages_build='g++ cmake ninja-build pkg-config git libtag1-dev libsqlite3-dev libicu-dev libexpat1-dev nettle-dev libcli11-dev libtomlplusplus-dev libfmt-dev rapidjson-dev libmpv-dev libsystemd-dev libmicrohttpd-dev libgtest-dev scdoc'
 packages_music='flac vorbis-tools'
 packages_test='locales python3 python3-pytest mypy dbus-daemon playerctl mpc'
 packages_package='dpkg-dev lintian'

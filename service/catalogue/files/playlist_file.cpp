@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "service/catalogue/files/file_stream.h"
+#include "service/catalogue/files/xspf_file.h"
 
 namespace vantro::service::catalogue {
 
@@ -81,7 +82,7 @@ bool walk(std::string_view path, std::vector<std::string_view> &pieces) {
 
 bool has_playlist_name(std::string_view name) {
     const std::string ending = lower(ending_of(name));
-    return ending == "m3u" || ending == "m3u8" || ending == "pls";
+    return ending == "m3u" || ending == "m3u8" || ending == "pls" || ending == "xspf";
 }
 
 std::vector<std::string> parse_playlist(std::string_view name, std::string_view bytes) {
@@ -162,7 +163,11 @@ std::optional<Error> read_playlist(const MusicRoot &root, const std::string &pat
     if (stream.failure() && !empty) {
         return stream.failure();
     }
-    playlist.entries = parse_playlist(name, {bytes.data(), bytes.size()});
+    const std::string_view text(bytes.data(), bytes.size());
+    if (!empty && lower(ending_of(name)) == "xspf") {
+        return parse_xspf(text, playlist_entries_max, playlist.entries);
+    }
+    playlist.entries = parse_playlist(name, text);
     return std::nullopt;
 }
 

@@ -1,4 +1,4 @@
-// Playlist files: .m3u, .m3u8 and .pls.
+// Playlist files: .m3u, .m3u8, .pls and .xspf.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_PLAYLIST_FILE_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_PLAYLIST_FILE_H
 
@@ -19,8 +19,8 @@ inline constexpr size_t playlist_entries_max = 100'000;
 
 bool has_playlist_name(std::string_view name);
 
-// The entries in their order, as they are written. Never fails: a line that makes no sense is
-// skipped.
+// The entries of an .m3u, .m3u8 or .pls file in their order, as they are written. Never fails: a
+// line that makes no sense is skipped.
 std::vector<std::string> parse_playlist(std::string_view name, std::string_view bytes);
 
 // The path below `root` of the file that an entry means. The playlist lies in `folder`, a path

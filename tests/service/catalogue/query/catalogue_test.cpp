@@ -419,15 +419,29 @@ TEST_F(Catalogued, HasPlaylists) {
                      "[playlist]\nFile1=" + (music_ / "y/3.flac").native() + "\nFile2=x/1.flac\n");
     test::write_file(music_ / "empty.m3u8", "");
     test::write_file(music_ / "huge.m3u", std::string(5 << 20, '\n'));
+    test::write_file(
+        music_ / "Mix 11.xspf",
+        "<?xml version='1.0'?><x:playlist xmlns:x='http://xspf.org/ns/0/'><x:trackList>"
+        "<x:track><x:location>x/%31.flac</x:location><x:location>y/3.flac</x:location>"
+        "</x:track><x:track><x:title>none</x:title></x:track><x:track><x:location>"
+        " file://" +
+            (music_ / "y/3.flac").native() +
+            "\n</x:location></x:track>"
+            "</x:trackList></x:playlist>");
+    test::write_file(music_ / "bomb.xspf", "<!DOCTYPE p [<!ENTITY a 'x'><!ENTITY b '&a;&a;'>]>"
+                                           "<playlist><trackList>&b;</trackList></playlist>");
+    test::write_file(music_ / "cut.xspf", "<playlist><trackList><track><location>x");
+    test::write_file(music_ / "other.xspf", "<html/>");
     open();
-    EXPECT_EQ(names("playlists"), (Names{"empty", "Mix 9", "Mix 10"}));
+    EXPECT_EQ(names("playlists"), (Names{"empty", "Mix 9", "Mix 10", "Mix 11"}));
+    EXPECT_EQ(played(entry("playlists", "Mix 11").id), (Names{"x/1", "y/3"}));
     const Node mix = entry("playlists", "Mix 10");
     EXPECT_EQ(mix.type, VANTRO_NODE_PLAYLIST);
     EXPECT_EQ(mix.count, 4);
     EXPECT_EQ(names(mix.id), (Names{"x/2", "x/1", "y/3", "x/2"}));
     EXPECT_EQ(played(entry("playlists", "Mix 9").id), (Names{"y/3", "x/1"}));
     EXPECT_EQ(played("playlists"), (Names{"y/3", "x/1", "x/2"}));
-    EXPECT_EQ(complaints().size(), 4u);
+    EXPECT_EQ(complaints().size(), 7u);
 
     fs::remove(music_ / "x/2.flac");
     add("x/gone.flac", {{"TITLE", "come"}});
@@ -435,7 +449,7 @@ TEST_F(Catalogued, HasPlaylists) {
     scan();
     EXPECT_EQ(names(mix.id), (Names{"x/1", "y/3", "come"}));
     EXPECT_EQ(entry("playlists", "Mix 10").count, 3);
-    EXPECT_EQ(names("playlists"), (Names{"Mix 9", "Mix 10"}));
+    EXPECT_EQ(names("playlists"), (Names{"Mix 9", "Mix 10", "Mix 11"}));
     EXPECT_EQ(complaints(), Names{}) << "each is named once";
 }
 
