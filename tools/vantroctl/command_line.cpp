@@ -301,6 +301,8 @@ void CommandLine::add_queue() {
                 "As listings print it, or - for those on standard input; several may follow")
             ->type_name("")
             ->required();
+        command.add_flag("--search", options_.search,
+                         "Take the words for a search instead, and the songs that it finds");
     };
     CLI::App &load = *app_.add_subcommand("load", "Give the player the songs of nodes to play");
     add_nodes(load);

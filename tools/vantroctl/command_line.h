@@ -29,6 +29,7 @@ struct Options {
     std::optional<int32_t> track; // To play, from 1.
     bool play = false;
     bool replace = false;
+    bool search = false;                         // Nodes are words to be searched for.
     std::vector<std::string> players = {"main"}; // More than one only of watch.
     bool live = false;
     bool quiet = false;

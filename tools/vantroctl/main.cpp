@@ -73,14 +73,15 @@ bool show(Client &client, const std::string &verb, const Options &options) {
 
 CommandResult carry_out(Client &client, const std::string &verb, const Options &options) {
     const ListOptions &list = options.list;
+    const QueueNodes wanted{options.nodes, options.search};
     return verb == "seek"      ? run_seek(client, options.argument)
            : verb == "rate"    ? run_rate(client, options.argument)
            : verb == "shuffle" ? run_shuffle(client, options.argument)
            : verb == "repeat"  ? run_repeat(client, options.argument)
            : verb == "volume"  ? run_volume(client, options.argument)
            : verb == "jump"    ? run_jump(client, options.number)
-           : verb == "load"    ? run_load(client, list, options.nodes, options.number, options.play)
-           : verb == "add" || verb == "insert" ? run_add(client, list, verb, options.nodes)
+           : verb == "load"    ? run_load(client, list, wanted, options.number, options.play)
+           : verb == "add" || verb == "insert" ? run_add(client, list, verb, wanted)
            : verb == "remove"                  ? run_remove(client, options.words)
            : verb == "move"                    ? run_move(client, options.number, options.to)
            : verb == "crop"                    ? run_crop(client)
@@ -130,6 +131,8 @@ Outcome run(const std::string &verb, const Options &options) {
         print(json_done(list.player, done));
     } else if (done.track && !options.quiet) {
         print(clean_text(track_words(*done.track, done.tracks)) + '\n');
+    } else if (done.found && !options.quiet) {
+        print(fmt::format("{} song{}\n", *done.found, *done.found == 1 ? "" : "s"));
     } else if (options.argument.empty() && !mode_text(done).empty()) {
         print(mode_text(done) + '\n');
     }

@@ -24,6 +24,7 @@ struct CommandResult {
     std::optional<TrackStatus> track = std::nullopt; // What plays now, of a verb that changes it.
     std::optional<SessionStatus> tracks = std::nullopt;
     std::optional<int32_t> saved = std::nullopt; // Tracks of a playlist.
+    std::optional<int64_t> found = std::nullopt; // Songs, where words were searched for.
     std::optional<bool> scanning = std::nullopt; // Whether songs may be missing from it.
 };
 

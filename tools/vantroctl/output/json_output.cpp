@@ -101,6 +101,9 @@ std::string json_done(const std::string &player, const CommandResult &done) {
     if (done.saved) {
         object.key("saved").number(*done.saved);
     }
+    if (done.found) {
+        object.key("songs").number(*done.found);
+    }
     if (done.scanning) {
         object.key("scanning").boolean(*done.scanning);
     }

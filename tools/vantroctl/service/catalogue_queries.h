@@ -36,8 +36,9 @@ Values get_known_values(Client &client, const Place &place);
 struct NewSession {
     std::string verb; // For which it is made.
     std::vector<Place> places;
-    int32_t index = 0; // Of the song to begin with, from 0.
-    int32_t start = 0; // VANTRO_TRKSESSION_*.
+    int32_t index = 0;                           // Of the song to begin with, from 0.
+    int32_t start = 0;                           // VANTRO_TRKSESSION_*.
+    std::optional<int64_t> found = std::nullopt; // Songs, where the places come from a search.
 };
 
 struct LoadedSession {

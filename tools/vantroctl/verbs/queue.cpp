@@ -29,11 +29,48 @@ CommandResult done(const NewSession &wanted, const LoadedSession &session) {
     }
     return {.command = wanted.verb,
             .session = static_cast<int64_t>(session.id),
+            .found = wanted.found,
             .scanning = session.scanning.has_value()};
 }
 
-std::vector<Place> places_of(Client &client, const ListOptions &options,
-                             const std::vector<std::string> &nodes) {
+// The songs of a source in which all words are found, added to `places`.
+void find_songs(Client &client, int32_t source, const std::string &words,
+                std::vector<Place> &places) {
+    for (int32_t offset = 0;; offset += page_tracks) {
+        const std::vector<Node> page = search_page(client, source, "", words, offset, page_tracks);
+        for (const Node &node : page) {
+            if (node.type == VANTRO_NODE_SONG) {
+                places.push_back({node.source, node.id});
+            }
+        }
+        if (static_cast<int32_t>(page.size()) != page_tracks) {
+            return;
+        }
+    }
+}
+
+std::vector<Place> search_places(Client &client, const ListOptions &options,
+                                 const std::vector<std::string> &words) {
+    const std::string text = fmt::format("{}", fmt::join(words, " "));
+    std::vector<Place> places;
+    if (options.source) {
+        find_songs(client, *options.source, text, places);
+    } else {
+        for (const Source &source : get_sources(client)) {
+            find_songs(client, source.id, text, places);
+        }
+    }
+    if (places.empty()) {
+        throw Failure(Outcome::not_found, fmt::format("no song is found by \"{}\"", text));
+    }
+    return places;
+}
+
+std::vector<Place> places_of(Client &client, const ListOptions &options, const QueueNodes &wanted) {
+    if (wanted.search) {
+        return search_places(client, options, wanted.nodes);
+    }
+    const std::vector<std::string> &nodes = wanted.nodes;
     std::vector<Place> places;
     places.reserve(nodes.size());
     for (const std::string &node : nodes) {
@@ -49,6 +86,10 @@ std::vector<Place> places_of(Client &client, const ListOptions &options,
         throw Failure(Outcome::not_found, "standard input names no node");
     }
     return places;
+}
+
+std::optional<int64_t> songs_found(const QueueNodes &nodes, const NewSession &wanted) {
+    return nodes.search ? std::optional(static_cast<int64_t>(wanted.places.size())) : std::nullopt;
 }
 
 // What the player works through, to be changed and given back.
@@ -179,17 +220,19 @@ std::vector<std::string> nodes_in(std::istream &lines) {
     return nodes;
 }
 
-CommandResult run_load(Client &client, const ListOptions &options,
-                       const std::vector<std::string> &nodes, int32_t number, bool play) {
-    const NewSession wanted{"load", places_of(client, options, nodes), number - 1,
-                            play ? VANTRO_TRKSESSION_PLAY : VANTRO_TRKSESSION_LOAD};
+CommandResult run_load(Client &client, const ListOptions &options, const QueueNodes &nodes,
+                       int32_t number, bool play) {
+    NewSession wanted{"load", places_of(client, options, nodes), number - 1,
+                      play ? VANTRO_TRKSESSION_PLAY : VANTRO_TRKSESSION_LOAD};
+    wanted.found = songs_found(nodes, wanted);
     return done(wanted, make_session(client, wanted));
 }
 
 CommandResult run_add(Client &client, const ListOptions &options, const std::string &verb,
-                      const std::vector<std::string> &nodes) {
-    const NewSession wanted{verb, places_of(client, options, nodes), 0,
-                            verb == "add" ? VANTRO_TRKSESSION_APPEND : VANTRO_TRKSESSION_INSERT};
+                      const QueueNodes &nodes) {
+    NewSession wanted{verb, places_of(client, options, nodes), 0,
+                      verb == "add" ? VANTRO_TRKSESSION_APPEND : VANTRO_TRKSESSION_INSERT};
+    wanted.found = songs_found(nodes, wanted);
     return done(wanted, make_session(client, wanted));
 }
 

@@ -29,15 +29,21 @@ std::optional<TrackRange> parse_track_range(std::string_view text);
 // the first of all.
 std::vector<std::string> nodes_in(std::istream &lines);
 
-// Nodes here and below are written as parse_ref() reads them; "-" stands for those that standard
-// input names.
+// What a session is to be made of. Nodes are written as parse_ref() reads them; "-" stands for
+// those that standard input names. With `search` they are words instead, and stand for the songs of
+// every source, or of --source, in which all of them are found.
+struct QueueNodes {
+    std::vector<std::string> nodes;
+    bool search = false;
+};
+
 // @param number of the song to begin with, from 1.
-CommandResult run_load(Client &client, const ListOptions &options,
-                       const std::vector<std::string> &nodes, int32_t number, bool play);
+CommandResult run_load(Client &client, const ListOptions &options, const QueueNodes &nodes,
+                       int32_t number, bool play);
 
 // @param verb "add" for after all tracks, "insert" for after the current one.
 CommandResult run_add(Client &client, const ListOptions &options, const std::string &verb,
-                      const std::vector<std::string> &nodes);
+                      const QueueNodes &nodes);
 
 // @param ranges as parse_track_range() reads them; they may overlap.
 CommandResult run_remove(Client &client, const std::vector<std::string> &ranges);

@@ -203,6 +203,8 @@ TEST_F(Catalogue, SaysWhatDoesNotExist) {
         {{"load", "1:", "2:", "--index", "3"}, 6, "no song 3: there are fewer in them"},
         {{"add", "1:", "1:nothing"}, 6, "no node 1:nothing in source 1"},
         {{"insert", "1:", "7:"}, 6, "no source 7"},
+        {{"load", "--search", "no", "such"}, 6, "no song is found by \"no such\""},
+        {{"add", "x", "--search", "--source", "7"}, 6, "no source 7"},
         {{"add"}, 2, "NODE is required"},
         {{"remove", "1"}, 6, "no track session"},
         {{"remove", "0"}, 2, "N[-M]: tracks are 3 or 3-7"},
@@ -233,6 +235,10 @@ TEST_F(Catalogue, SaysWhatDoesNotExist) {
     }
     EXPECT_EQ(run({"browse", "2:nothing", "--json"}), 6);
     EXPECT_NE(said_.find("\n{\"ok\":false,\"error\":\"no node 2:nothing"), std::string::npos);
+    ASSERT_EQ(run({"load", "--search", "One"}), 0);
+    EXPECT_EQ(said_, "1 song\n");
+    ASSERT_EQ(run({"add", "One", "--search", "--json"}), 0);
+    EXPECT_NE(said_.find("\"songs\":1"), std::string::npos) << said_;
     ASSERT_EQ(run({"search", "One", "play"}), 0); // a word that is also a command
     ASSERT_EQ(run({"browse"}), 0);
     EXPECT_EQ(said_.find("1:"), 0u) << said_;
