@@ -81,6 +81,12 @@ struct QueuedSong {
     int32_t duration_ms = 0;
 };
 
+// Which part of its file a song is, in microseconds; `stop_us` 0 is the file's end.
+struct SongPart {
+    int64_t start_us = 0;
+    int64_t stop_us = 0;
+};
+
 // Which entries of a list are wanted. `offset` below 0 counts as 0; `count` of 0 or less means all.
 struct Range {
     int32_t offset = 0;
@@ -125,6 +131,9 @@ class Catalogue {
     // Opens a song's file for reading, without leaving its directory of music. Returns a
     // descriptor, or -1 and errno: ENOENT where the song is gone. May wait for a disk.
     virtual int open(SongId id) = 0;
+
+    // The whole file where nothing else is known. May wait for a disk.
+    virtual SongPart part(SongId) { return {}; }
 
     // Looks at all of the music again, soon.
     virtual void rescan() = 0;

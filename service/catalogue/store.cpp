@@ -76,6 +76,7 @@ class SqliteCatalogue : public Store {
     int song(SongId id, Node &node, SongMetadata &metadata) override;
     int32_t check(SongId id) override;
     int open(SongId id) override;
+    SongPart part(SongId id) override;
     int32_t take_session_ids(int32_t count) override { return sessions_.take(count); }
 
     int song_files(const std::vector<SongId> &ids, std::vector<LocatedSong> &files) override;
@@ -466,6 +467,15 @@ int SqliteCatalogue::open(SongId id) {
         errno = ENOMEM;
     }
     return -1;
+}
+
+SongPart SqliteCatalogue::part(SongId id) {
+    SongPart part;
+    attempt([&](Database &database) {
+        part = part_of(database, id);
+        return 0;
+    });
+    return part;
 }
 
 } // namespace

@@ -81,6 +81,13 @@ class Player : private sound::Listener {
     // Ends the sound, for good. Afterwards nothing happens by itself.
     void silence() { sound_.reset(); }
 
+    // As mpv has it; for a player that is not heard it changes nothing. Any thread.
+    void set_replaygain(const std::string &mode) {
+        if (sound_) {
+            sound_->set_replaygain(mode);
+        }
+    }
+
     // Plays; without a session one of all songs. Returns 0, ENODATA (there are no songs), or EIO
     // (the catalogue fails, or no id can be had).
     int play() EXCLUDES(mutex_);
@@ -163,6 +170,10 @@ class Player : private sound::Listener {
     // What the sound asks and tells, on its own threads.
     sound::Wanted wanted() override { return engine_.wanted(); }
     int open_song(int64_t song) override { return catalogue_.open(song); }
+    sound::Part part_of(int64_t song) override {
+        const catalogue::SongPart part = catalogue_.part(song);
+        return {part.start_us, part.stop_us};
+    }
     void started(uint64_t cue, int64_t position_us) override;
     void reached(uint64_t cue, int64_t position_us) override;
     void ended(uint64_t cue) override;

@@ -111,8 +111,16 @@ Result<std::unique_ptr<MpvCore>> MpvCore::make(const MpvOptions &options, MpvFil
     return core;
 }
 
+namespace {
+
+std::string seconds_text(int64_t time_us) {
+    return fmt::format("{:.6f}", static_cast<double>(time_us) / 1e6);
+}
+
+} // namespace
+
 // By names, since the order of the arguments is not the same in every release.
-int64_t MpvCore::load_file(int64_t song, const char *how, int64_t position_us) {
+int64_t MpvCore::load_file(int64_t song, const char *how, int64_t start_us, int64_t stop_us) {
     const auto text = [](std::string &value) {
         mpv_node node = {};
         node.format = MPV_FORMAT_STRING;
@@ -122,12 +130,21 @@ int64_t MpvCore::load_file(int64_t song, const char *how, int64_t position_us) {
     std::string command = "loadfile";
     std::string url = MpvFiles::name_of(song);
     std::string flags = how;
-    std::string start = fmt::format("{:.6f}", static_cast<double>(position_us) / 1e6);
-
-    std::string start_key = "start";
-    mpv_node start_value = text(start);
-    char *start_keys[] = {start_key.data()};
-    mpv_node_list file_options = {1, &start_value, start_keys};
+    std::string option_keys[2];
+    std::string option_texts[2];
+    mpv_node option_values[2];
+    char *option_names[2];
+    int options = 0;
+    for (const auto &[key, time_us] : {std::pair("start", start_us), std::pair("end", stop_us)}) {
+        if (time_us > 0) {
+            option_keys[options] = key;
+            option_texts[options] = seconds_text(time_us);
+            option_names[options] = option_keys[options].data();
+            option_values[options] = text(option_texts[options]);
+            ++options;
+        }
+    }
+    mpv_node_list file_options = {options, option_values, option_names};
     mpv_node options_node = {};
     options_node.format = MPV_FORMAT_NODE_MAP;
     options_node.u.list = &file_options;
@@ -135,7 +152,7 @@ int64_t MpvCore::load_file(int64_t song, const char *how, int64_t position_us) {
     std::string keys[] = {"name", "url", "flags", "options"};
     char *key_texts[] = {keys[0].data(), keys[1].data(), keys[2].data(), keys[3].data()};
     mpv_node values[] = {text(command), text(url), text(flags), options_node};
-    mpv_node_list arguments = {position_us > 0 ? 4 : 3, values, key_texts};
+    mpv_node_list arguments = {options > 0 ? 4 : 3, values, key_texts};
     mpv_node whole = {};
     whole.format = MPV_FORMAT_NODE_MAP;
     whole.u.list = &arguments;
@@ -156,13 +173,13 @@ int64_t MpvCore::load_file(int64_t song, const char *how, int64_t position_us) {
     return entry;
 }
 
-int64_t MpvCore::load(int64_t song, int64_t position_us) {
-    return load_file(song, "replace", position_us);
+int64_t MpvCore::load(int64_t song, const Part &part, int64_t position_us) {
+    return load_file(song, "replace", part.start_us + position_us, part.stop_us);
 }
 
-int64_t MpvCore::append(int64_t song) {
+int64_t MpvCore::append(int64_t song, const Part &part) {
     forget_following();
-    return load_file(song, "append", 0);
+    return load_file(song, "append", part.start_us, part.stop_us);
 }
 
 void MpvCore::forget_following() {
@@ -176,7 +193,7 @@ void MpvCore::stop() {
 }
 
 bool MpvCore::seek(int64_t position_us) {
-    const std::string where = fmt::format("{:.6f}", static_cast<double>(position_us) / 1e6);
+    const std::string where = seconds_text(position_us);
     const char *command[] = {"seek", where.c_str(), "absolute+exact", nullptr};
     return mpv_.command(core_, command) >= 0;
 }
@@ -188,6 +205,10 @@ void MpvCore::set_flag(const char *property, bool value) {
 
 void MpvCore::set_number(const char *property, double value) {
     mpv_.set_property(core_, property, MPV_FORMAT_DOUBLE, &value);
+}
+
+void MpvCore::set_text(const char *property, const char *value) {
+    mpv_.set_property(core_, property, MPV_FORMAT_STRING, &value);
 }
 
 bool MpvCore::flag(const char *property) const {

@@ -39,21 +39,23 @@ class MpvCore {
     MpvCore(const MpvCore &) = delete;
     MpvCore &operator=(const MpvCore &) = delete;
 
-    // Plays a song in place of all others, from there. Returns the number by which mpv's events
-    // name it, 0 where it is refused.
-    int64_t load(int64_t song, int64_t position_us);
+    // Plays a song in place of all others, from there in its part of the file. Returns the number
+    // by which mpv's events name it, 0 where it is refused.
+    int64_t load(int64_t song, const Part &part, int64_t position_us);
     // Plays it after the current one, in place of what was to follow.
-    int64_t append(int64_t song);
+    int64_t append(int64_t song, const Part &part);
     void forget_following();
     void stop();
-    // False where mpv refuses.
+    // From the start of the file. False where mpv refuses.
     bool seek(int64_t position_us);
     void set_flag(const char *property, bool value);
     void set_number(const char *property, double value);
+    void set_text(const char *property, const char *value);
     bool flag(const char *property) const;
     // Whether an output is open.
     bool has_output() const;
-    // Of what is heard: below 0 while the end of the song before it still is.
+    // In the file, of what is heard: before the song's start while the end of the one before it
+    // still is.
     std::optional<int64_t> position_us() const;
 
     // The next event; MPV_EVENT_NONE after that time, or after wake(). Below 0: without limit.
@@ -71,7 +73,7 @@ class MpvCore {
 
   private:
     MpvCore(const MpvLibrary &mpv, mpv_handle *core) : mpv_(mpv), core_(core) {}
-    int64_t load_file(int64_t song, const char *how, int64_t position_us);
+    int64_t load_file(int64_t song, const char *how, int64_t start_us, int64_t stop_us);
 
     const MpvLibrary &mpv_;
     mpv_handle *const core_;

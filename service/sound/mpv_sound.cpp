@@ -60,6 +60,14 @@ void MpvSound::look() noexcept {
     }
 }
 
+void MpvSound::set_replaygain(const std::string &mode) {
+    {
+        const MutexLock guard(mutex_);
+        wanted_replaygain_ = mode;
+    }
+    look();
+}
+
 void MpvSound::run() {
     for (;;) {
         {
@@ -83,6 +91,7 @@ void MpvSound::run() {
 }
 
 bool MpvSound::make_core() {
+    take_replaygain();
     auto made = MpvCore::make(options_, &files_, client_);
     if (!made) {
         output_failed(made.error());
@@ -262,7 +271,19 @@ void MpvSound::forget_all() {
     seeking_ = false;
 }
 
+void MpvSound::take_replaygain() {
+    const MutexLock guard(mutex_);
+    if (wanted_replaygain_ == options_.replaygain) {
+        return;
+    }
+    options_.replaygain = wanted_replaygain_;
+    if (own_core_) {
+        own_core_->set_text("replaygain", options_.replaygain.c_str());
+    }
+}
+
 void MpvSound::apply(const Wanted &wanted) {
+    take_replaygain();
     if (std::exchange(rate_, wanted.rate) != wanted.rate) {
         own_core_->set_number("speed", static_cast<double>(wanted.rate));
     }
@@ -324,7 +345,8 @@ void MpvSound::go_to(const Wanted &wanted) {
         } else {
             files_.forget(wanted.next.song);
             following_.cue = wanted.next;
-            following_.number = own_core_->append(wanted.next.song);
+            following_.part = listener_.part_of(wanted.next.song);
+            following_.number = own_core_->append(wanted.next.song, following_.part);
         }
     }
 }
@@ -335,7 +357,7 @@ void MpvSound::place(const Cue &cue) {
     failure_ = 0;
     if (current_.open && current_.loaded && current_.cue.song == cue.song) {
         seeking_ = true;
-        if (own_core_->seek(cue.position_us)) {
+        if (own_core_->seek(current_.part.start_us + cue.position_us)) {
             current_.cue = cue;
             current_.placed = false;
             current_.reported = false;
@@ -345,7 +367,8 @@ void MpvSound::place(const Cue &cue) {
     forget_all();
     files_.forget(cue.song);
     current_.cue = cue;
-    current_.number = own_core_->load(cue.song, cue.position_us);
+    current_.part = listener_.part_of(cue.song);
+    current_.number = own_core_->load(cue.song, current_.part, cue.position_us);
     if (current_.number == 0) { // there is no memory for it
         failed_ = cue.number;
         listener_.failed(cue.number, VANTRO_ERROR_UNREADABLE);
@@ -358,7 +381,10 @@ std::optional<double> MpvSound::report_progress(const Wanted &wanted) {
         return std::nullopt;
     }
     // Near its end a track has no position any more, though it is still heard.
-    const std::optional<int64_t> known = own_core_->position_us();
+    std::optional<int64_t> known = own_core_->position_us();
+    if (known) {
+        *known -= current_.part.start_us;
+    }
     if (current_.reported) {
         if (known && current_.cue.number == wanted.now.number) {
             listener_.reached(current_.cue.number, *known);

@@ -33,15 +33,17 @@ class MpvSound : public Sound {
     // `or_clock` the first output that cannot be opened ends the sound (Listener::no_output).
     MpvSound(Listener &listener, std::string client, MpvOptions options, bool or_clock)
         : listener_(listener), client_(std::move(client)), options_(std::move(options)),
-          or_clock_(or_clock), files_(listener) {}
+          or_clock_(or_clock), files_(listener), wanted_replaygain_(options_.replaygain) {}
     ~MpvSound() override;
 
     void look() noexcept override;
+    void set_replaygain(const std::string &mode) override;
 
   private:
     // One of mpv's entries.
     struct Entry {
         Cue cue;
+        Part part;
         int64_t number = 0;    // mpv's; 0: there is none
         bool open = false;     // mpv is at it
         bool loaded = false;   // it can be sought in
@@ -61,6 +63,7 @@ class MpvSound : public Sound {
     void entry_ends(const mpv_event_end_file &end);
     int32_t failure_of(const mpv_event_end_file &end);
     void apply(const Wanted &wanted);
+    void take_replaygain();
     void hold(bool held);
     void go_to(const Wanted &wanted);
     void place(const Cue &cue);
@@ -72,7 +75,7 @@ class MpvSound : public Sound {
 
     Listener &listener_;
     const std::string client_;
-    const MpvOptions options_;
+    MpvOptions options_; // the thread's
     const bool or_clock_;
     MpvFiles files_;
     std::unique_ptr<MpvCore> own_core_; // the thread's
@@ -96,6 +99,7 @@ class MpvSound : public Sound {
     MpvCore *core_ GUARDED_BY(mutex_) = nullptr;
     bool running_ GUARDED_BY(mutex_) = false; // there is a thread, and it will look again
     bool looked_ GUARDED_BY(mutex_) = false;
+    std::string wanted_replaygain_ GUARDED_BY(mutex_);
     bool stop_ GUARDED_BY(mutex_) = false;
     bool over_ GUARDED_BY(mutex_) = false; // the clock has taken its place
     std::thread thread_;                   // started with the lock held

@@ -14,6 +14,7 @@
 #define VANTRO_SERVICE_SOUND_SOUND_H
 
 #include <cstdint>
+#include <string>
 
 #include "service/error.h"
 
@@ -23,6 +24,13 @@ struct Cue {
     uint64_t number = 0; // 0: there is none
     int64_t song = 0;    // as the catalogue numbers it
     int64_t position_us = 0;
+};
+
+// Which part of a file is a song, in microseconds; `stop_us` 0 is the file's end. Positions of cues
+// count from the part's start.
+struct Part {
+    int64_t start_us = 0;
+    int64_t stop_us = 0;
 };
 
 struct Wanted {
@@ -43,6 +51,7 @@ class Listener {
     // Opens a song's file, whatever links lie on the way, inside its directory of music only.
     // Returns a descriptor, or -1 and errno.
     virtual int open_song(int64_t song) = 0;
+    virtual Part part_of(int64_t song) = 0;
 
     // The first of a cue is heard, or would be if it were not held. For the cue `next` this tells
     // that the track before it has ended.
@@ -66,6 +75,9 @@ class Sound {
     // The listener may want something else than before, or to know the position. Any thread;
     // returns at once.
     virtual void look() noexcept = 0;
+
+    // As MpvOptions::replaygain, from now on. Any thread; returns at once.
+    virtual void set_replaygain(const std::string &mode) = 0;
 };
 
 } // namespace vantro::service::sound

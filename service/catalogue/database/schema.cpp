@@ -17,7 +17,7 @@ namespace vantro::service::catalogue {
 namespace {
 
 // To be raised with every change of the tables or of their content.
-constexpr int version = 4;
+constexpr int version = 5;
 
 // Subtracted from the time in song numbers, to keep them short.
 constexpr int64_t past_us = 1'700'000'000'000'000;
@@ -27,7 +27,9 @@ constexpr int writer_cache_kib = 16 * 1024;
 // `node` holds everything but songs. Its key is a digest of its `identity`: the path below the
 // source, or the folded names. `parent` is the folder above a folder, or the artist of an album. Of
 // a song, `place` is its disc and track in one number, `stated` is whether its file states an album
-// artist, and `own_artist` is the identity of that artist, or else of the first performer.
+// artist, and `own_artist` is the identity of that artist, or else of the first performer. A track
+// of a cue sheet is a song whose `file` is name_of_track(): `start` and `stop` are where in the
+// file it lies, in microseconds, and `sheet` tells one sheet from another.
 //
 // Numbers of songs start at the time at which the file was made, in microseconds. So the numbers of
 // an earlier file, which a track session may still hold, name no song in this one: no scan adds
@@ -53,6 +55,7 @@ CREATE TABLE song(
     folder INTEGER NOT NULL, album INTEGER NOT NULL, year INTEGER NOT NULL,
     disc INTEGER NOT NULL, track INTEGER NOT NULL, duration INTEGER NOT NULL,
     stated INTEGER NOT NULL, own_artist BLOB NOT NULL,
+    start INTEGER NOT NULL, stop INTEGER NOT NULL, sheet INTEGER NOT NULL,
     artwork INTEGER NOT NULL, modified INTEGER NOT NULL, size INTEGER NOT NULL,
     place INTEGER NOT NULL, name TEXT NOT NULL, file BLOB NOT NULL, sort BLOB NOT NULL);
 CREATE UNIQUE INDEX song_by_key ON song(source, key);

@@ -83,19 +83,21 @@ void Writer::put_song(const FoundSong &song) {
         database_.run(
             "UPDATE song SET album = ?2, year = ?3, disc = ?4, track = ?5, duration = ?6,"
             " artwork = ?7, modified = ?8, size = ?9, name = ?10, place = ?11, sort = ?12,"
-            " stated = ?13, own_artist = ?14 WHERE id = ?1",
+            " stated = ?13, own_artist = ?14, start = ?15, stop = ?16, sheet = ?17 WHERE id = ?1",
             row.id, row.album, row.year, song.song.disc, song.song.track, song.song.duration_ms,
             artwork, song.song.modified_ns, song.song.size, song.title, song.place, Blob{song.sort},
-            song.artist_stated, Blob{song.artist.identity});
+            song.artist_stated, Blob{song.artist.identity}, song.song.start_us, song.song.stop_us,
+            song.song.sheet);
     } else {
         database_.run(
             "INSERT INTO song(source, key, folder, album, year, disc, track, duration, artwork,"
-            " modified, size, name, file, place, sort, stated, own_artist) VALUES(?1, ?2, ?3, ?4,"
-            " ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17)",
+            " modified, size, name, file, place, sort, stated, own_artist, start, stop, sheet)"
+            " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17,"
+            " ?18, ?19, ?20)",
             source, key, row.folder, row.album, row.year, song.song.disc, song.song.track,
             song.song.duration_ms, artwork, song.song.modified_ns, song.song.size, song.title,
             Blob{song.where.file}, song.place, Blob{song.sort}, song.artist_stated,
-            Blob{song.artist.identity});
+            Blob{song.artist.identity}, song.song.start_us, song.song.stop_us, song.song.sheet);
         row.id = database_.last_id();
         changed(source, 1);
         database_.run("DELETE FROM left_out WHERE source = ?1 AND folder = ?2 AND file = ?3",

@@ -24,10 +24,12 @@ namespace vantro::service::catalogue {
 struct KnownFile {
     FileStamp stamp;
     bool left_out = false;
+    int64_t sheet = 0; // of a song, as SongFile has it
 };
 
 // What the catalogue knows of one folder.
 struct KnownFolder {
+    // Tracks of cue sheets by name_of_track().
     std::unordered_map<std::string, KnownFile> files;
     std::set<std::string> folders; // that lie in it, by their names
     std::string image;             // name of the cover, or ""

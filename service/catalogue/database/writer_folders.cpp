@@ -32,8 +32,14 @@ KnownFolder Writer::known(int32_t source, std::string_view folder) {
     KnownFolder known;
     int64_t key = 0;
     const int64_t node = find_node(source, kind_folder, folder, key);
-    take_files(known,
-               database_.query("SELECT file, modified, size FROM song WHERE folder = ?1", node));
+    {
+        Rows rows =
+            database_.query("SELECT file, modified, size, sheet FROM song WHERE folder = ?1", node);
+        while (rows.next()) {
+            known.files[std::string(rows.text(0))] = {
+                {rows.integer(1), rows.integer(2)}, false, rows.integer(3)};
+        }
+    }
     take_files(known, database_.query("SELECT file, modified, size FROM playlist"
                                       " WHERE source = ?1 AND folder = ?2",
                                       source, Blob{folder}));

@@ -50,6 +50,9 @@ constexpr TagName tag_names[] = {
     {VANTRO_KEY_REPLAYGAIN_ALBUM_PEAK, {"REPLAYGAIN_ALBUM_PEAK"}},
 };
 
+// Longest cue sheet among the tags that is taken, in characters: 99 tracks with long texts.
+constexpr unsigned cue_text_max = 256 * 1024;
+
 // Most genres of one song that are taken, and most artists.
 constexpr size_t values_max = 16;
 
@@ -142,18 +145,6 @@ std::pair<int32_t, int32_t> number_and_total(const TagLib::PropertyMap &properti
     return result;
 }
 
-// The first four digits in a row, since dates are written in every order.
-int32_t year_in(std::string_view date) {
-    size_t digits = 0;
-    for (size_t i = 0; i < date.size(); ++i) {
-        digits = date[i] >= '0' && date[i] <= '9' ? digits + 1 : 0;
-        if (digits == 4) {
-            return std::stoi(std::string(date.substr(i - 3, 4)));
-        }
-    }
-    return 0;
-}
-
 void add_number(Tags &tags, const char *key, int64_t number) {
     if (number > 0) {
         tags.add(key, std::to_string(number));
@@ -206,6 +197,12 @@ void take_tags(const TagLib::PropertyMap &properties, SongFile &song) {
     add_number(song.tags, VANTRO_KEY_TRACK, track);
     add_number(song.tags, VANTRO_KEY_TRACK_TOTAL, tracks);
 
+    const auto sheet = properties.find("CUESHEET");
+    if (sheet != properties.end() && !sheet->second.isEmpty() &&
+        sheet->second.front().size() <= cue_text_max) {
+        song.cue_sheet = sheet->second.front().to8Bit(true);
+    }
+
     const auto compilation = properties.find("COMPILATION");
     if (compilation != properties.end() && !compilation->second.isEmpty() &&
         compilation->second.front().toInt() == 1) {
@@ -256,6 +253,17 @@ bool read_other_stream(FileStream &stream, SongFile &song) {
 }
 
 } // namespace
+
+int32_t year_in(std::string_view date) {
+    size_t digits = 0;
+    for (size_t i = 0; i < date.size(); ++i) {
+        digits = date[i] >= '0' && date[i] <= '9' ? digits + 1 : 0;
+        if (digits == 4) {
+            return std::stoi(std::string(date.substr(i - 3, 4)));
+        }
+    }
+    return 0;
+}
 
 void Tags::add(std::string_view key, std::string_view value) {
     if (value.empty()) {

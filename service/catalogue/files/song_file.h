@@ -44,8 +44,17 @@ struct SongFile {
     int32_t duration_ms = 0;
     int64_t modified_ns = 0;
     int64_t size = 0;
-    std::string picture; // the bytes of the cover in the file
+    std::string picture;   // the bytes of the cover in the file
+    std::string cue_sheet; // the text of the sheet in the file
+    // Of a track of a cue sheet: where in its file it begins and ends; 0 is the file's end.
+    int64_t start_us = 0;
+    int64_t stop_us = 0;
+    // The CueSheet::digest of the sheet beside the file; below 0, of the one in the file; 0: none.
+    int64_t sheet = 0;
 };
+
+// The first four digits in a row, since dates are written in every order; 0 where there are none.
+int32_t year_in(std::string_view date);
 
 // True for a name that ends as audio files do. The scan ignores other files.
 bool has_audio_name(std::string_view name);

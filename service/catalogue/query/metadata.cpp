@@ -6,6 +6,7 @@
 
 #include "service/catalogue/cover.h"
 #include "service/catalogue/files/catalogued_song.h"
+#include "service/catalogue/files/cue_sheet.h"
 #include "service/catalogue/files/song_file.h"
 #include "service/catalogue/text/utf8.h"
 
@@ -126,7 +127,7 @@ std::vector<std::string> read_extended(Database &database, const ArtworkFolder &
                                   song);
         if (row.next()) {
             packed = row.text(0);
-            path = path_below(root, path_below(row.text(1), row.text(2)));
+            path = path_below(root, path_below(row.text(1), file_of_track(row.text(2))));
             size = row.integer(3);
             modified_ns = row.integer(4);
         }
@@ -159,7 +160,12 @@ std::string path_of(Database &database, SongId song) {
     Rows row = database.query("SELECT identity, file FROM song JOIN node ON node.id = folder"
                               " WHERE song.id = ?1",
                               song);
-    return row.next() ? path_below(row.text(0), row.text(1)) : "";
+    return row.next() ? path_below(row.text(0), file_of_track(row.text(1))) : "";
+}
+
+SongPart part_of(Database &database, SongId song) {
+    Rows row = database.query("SELECT start, stop FROM song WHERE id = ?1", song);
+    return row.next() ? SongPart{row.integer(0), row.integer(1)} : SongPart();
 }
 
 std::vector<std::string> extended_of(const SongMetadata &metadata,

@@ -33,6 +33,9 @@ std::vector<std::string> read_extended(Database &database, const ArtworkFolder &
 // The path of a song's file below its source; empty if the song is gone.
 std::string path_of(Database &database, SongId song);
 
+// Which part of its file a song is.
+SongPart part_of(Database &database, SongId song);
+
 // The same as read_extended() for a node that is no song, from what describe() gave.
 std::vector<std::string> extended_of(const SongMetadata &metadata,
                                      const std::vector<std::string_view> &keys);

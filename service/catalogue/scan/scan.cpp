@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <unistd.h>
+#include <unordered_map>
 
 #include <fmt/format.h>
 
@@ -13,6 +15,7 @@
 
 #include "service/catalogue/cover.h"
 #include "service/catalogue/scan/folder.h"
+#include "service/catalogue/scan/reading.h"
 #include "service/catalogue/text/utf8.h"
 
 namespace vantro::service::catalogue {
@@ -30,26 +33,7 @@ constexpr auto report_every = std::chrono::seconds(10);
 // Broken entries of one playlist that are named one by one.
 constexpr size_t broken_named_max = 20;
 
-FileStamp stamp_of(const struct stat &status) {
-    return {status.st_mtim.tv_sec * int64_t{1'000'000'000} + status.st_mtim.tv_nsec,
-            status.st_size};
-}
-
 } // namespace
-
-struct Scan::Reading {
-    const Folder &folder;
-    DIR *directory = nullptr;
-    KnownFolder known; // without the files and folders that have been seen
-    std::vector<Folder> folders = {};
-    bool has_songs = false;
-    FolderCover cover = {};
-    std::optional<Error> failure = {}; // for which some of it could not be looked at
-
-    FileName named(const std::string &name, int32_t source) const {
-        return {source, folder.path, name};
-    }
-};
 
 Scan::Scan(Parts parts, int32_t source, const std::string &root)
     : parts_(std::move(parts)), source_(source), root_(root), committed_(steady_clock::now()),
@@ -134,6 +118,9 @@ void Scan::visit(const Folder &folder) {
     Reading reading{folder, directory.get(), parts_.writer.known(source_, folder.path)};
     std::vector<std::string> names;
     const std::optional<Error> error = list(directory.get(), names);
+    if (const std::optional<Error> passing = read_sheets(reading, names)) {
+        return leave_out_folder(folder, *passing); // without its sheets it would look changed
+    }
     for (const std::string &name : names) {
         visit_entry(reading, name);
         if (gone_ || parts_.stop()) {
@@ -165,7 +152,7 @@ void Scan::visit_entry(Reading &reading, const std::string &name) {
             return; // gone already
         }
         reading.failure = Error(Error::Origin::music, errno);
-        reading.known.files.erase(name); // counts as seen, so what is known of it stays
+        reading.keep(name); // counts as seen
         reading.known.folders.erase(name);
         return;
     }
@@ -195,7 +182,7 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
     if (fstatat(dirfd(reading.directory), name.c_str(), &target, 0) != 0) {
         const Error error(Error::Origin::music, errno);
         if (error.is_passing()) {
-            reading.known.files.erase(name);
+            reading.keep(name);
             postpone(where.folder, path_below(where.folder, name), error);
         } else if (error.code() == ELOOP || of_interest) {
             refuse(error.code() == ENOENT ? "is a link that leads nowhere" : error.text());
@@ -209,7 +196,7 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
     const std::optional<std::string> inside = top_->target_of(path);
     if (!inside && errno != EXDEV) {
         if (const Error error(Error::Origin::music, errno); error.is_passing()) {
-            reading.known.files.erase(name);
+            reading.keep(name);
             postpone(where.folder, path, error);
         }
         return; // gone already
@@ -245,17 +232,13 @@ void Scan::visit_file(Reading &reading, const std::string &name, const std::stri
         reading.has_songs = true;
         ++counts_.seen;
     }
-    const auto known = reading.known.files.find(name);
-    if (known != reading.known.files.end()) {
-        const KnownFile file = known->second;
-        reading.known.files.erase(known);
-        if (file.stamp == stamp) {
-            counts_.left_out += file.left_out;
-            return;
-        }
+    std::vector<std::string> rows;
+    if (is_known(reading, name, stamp, rows)) {
+        return;
     }
+    const auto sheet = reading.sheets.find(name);
     submit({song ? Job::Kind::song : Job::Kind::playlist, reading.named(name, source_), top_, path,
-            stamp});
+            stamp, sheet != reading.sheets.end() ? sheet->second : nullptr, std::move(rows)});
 }
 
 void Scan::compare_cover(Reading &reading) {
@@ -340,13 +323,7 @@ void Scan::take(Done &&done) {
     }
     switch (done.job.kind) {
     case Job::Kind::song:
-        if (!done.failure) {
-            parts_.writer.put_song(done.song);
-            ++counts_.read;
-        } else {
-            leave_out(where, {done.song.song.modified_ns, done.song.song.size},
-                      done.failure->text());
-        }
+        take_song(std::move(done));
         break;
     case Job::Kind::image:
         if (done.failure && done.failure->code() == ENOENT) {

@@ -87,10 +87,15 @@ class Scan {
     std::string absolute(std::string_view folder) const;
     bool root_is_there();
     void visit(const Folder &folder);
+    std::optional<Error> read_sheets(Reading &reading, const std::vector<std::string> &names);
+    std::string take_sheet(Reading &reading, const std::string &name, CueSheet sheet,
+                           const std::vector<std::string> &songs);
     void visit_entry(Reading &reading, const std::string &name);
     void visit_link(Reading &reading, const std::string &name, const struct stat &link);
     void visit_file(Reading &reading, const std::string &name, const std::string &path,
                     struct stat status);
+    bool is_known(Reading &reading, const std::string &name, FileStamp stamp,
+                  std::vector<std::string> &rows);
     void compare_cover(Reading &reading);
     void forget_unseen(const Reading &reading);
     void leave_out(const FileName &where, FileStamp stamp, std::string_view why);
@@ -99,6 +104,7 @@ class Scan {
     void postpone(const std::string &folder, const std::string &path, const Error &error);
     void submit(Job job);
     void take(Done &&done);
+    void take_song(Done &&done);
     void take_playlist(Done &&done);
     void commit_when_due();
     void commit();

@@ -31,6 +31,37 @@ std::optional<Error> read_image(const Job &job, std::string &bytes) {
     return stream.failure();
 }
 
+// Puts the tracks of the sheet beside the file, or else of the one in it, in the song's place.
+void cut(Done &done) {
+    std::optional<CueSheet> inside;
+    const CueSheet *sheet = done.job.sheet.get();
+    SongFile &song = done.song.song;
+    const std::string text = std::move(song.cue_sheet);
+    if (!sheet && !text.empty()) {
+        Result<CueSheet> parsed = parse_cue_sheet(text);
+        if (!parsed) {
+            done.sheet_failure = parsed.error().text();
+            return;
+        }
+        inside = std::move(*parsed);
+        inside->digest = -inside->digest;
+        sheet = &*inside;
+    }
+    if (!sheet) {
+        return;
+    }
+    std::optional<std::vector<FoundSong>> tracks = cut_by_sheet(done.song, *sheet);
+    if (!tracks) {
+        song.sheet = sheet->digest;
+        done.sheet_failure = "is not used: a track begins behind the end of the file";
+        return;
+    }
+    done.tracks = std::move(*tracks);
+    for (FoundSong &track : done.tracks) {
+        complete(track);
+    }
+}
+
 void carry_out(Done &done, const ArtworkFolder &artwork) {
     const Job &job = done.job;
     std::string bytes;
@@ -41,7 +72,10 @@ void carry_out(Done &done, const ArtworkFolder &artwork) {
         if (!done.failure) {
             bytes.swap(done.song.song.picture);
             done.song.artwork = artwork.keep(bytes);
-            complete(done.song);
+            cut(done);
+            if (done.tracks.empty()) {
+                complete(done.song);
+            }
         }
         break;
     case Job::Kind::image:

@@ -15,6 +15,7 @@
 #include "common/locks.h"
 #include "service/catalogue/files/artwork_folder.h"
 #include "service/catalogue/files/catalogued_song.h"
+#include "service/catalogue/files/cue_sheet.h"
 #include "service/catalogue/files/music_root.h"
 #include "service/catalogue/files/playlist_file.h"
 #include "service/error.h"
@@ -26,8 +27,10 @@ struct Job {
     Kind kind = Kind::song;
     FileName where;
     std::shared_ptr<const MusicRoot> root;
-    std::string path; // below the root; of a link, where it leads
-    FileStamp stamp;  // before it is read
+    std::string path;                           // below the root; of a link, where it leads
+    FileStamp stamp;                            // before it is read
+    std::shared_ptr<const CueSheet> sheet = {}; // beside the song
+    std::vector<std::string> known = {};        // what the catalogue has of this file so far
 };
 
 struct Done {
@@ -36,6 +39,8 @@ struct Done {
     // then no result can be kept at all, and the scan ends.
     std::optional<Error> failure;
     FoundSong song;
+    std::vector<FoundSong> tracks; // of a cue sheet: they take the song's place
+    std::string sheet_failure;     // why a sheet was not used; "" where it was, or there is none
     PlaylistFile playlist;
     std::optional<Artwork> artwork;
 };

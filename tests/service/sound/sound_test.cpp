@@ -71,8 +71,9 @@ class Sound : public Vantrod {
         test::write_file(music_ / file, bytes);
     }
     // Returns once all files are loaded as a session, which is held.
-    void load(const std::string &device, const std::string &audio = "mpv") {
-        start({"--music", music_, "--audio", audio, "--audio-device", device});
+    void load(const std::string &device, const std::string &audio = "mpv",
+              const std::string &config = "/dev/null") {
+        start({"--music", music_, "--audio", audio, "--audio-device", device, "--config", config});
         while (told().rfind("vantrod: scanned", 0) != 0) {
             ASSERT_FALSE(service->ended());
         }
@@ -220,6 +221,41 @@ TEST_F(Sound, BeginsWhereItWasSought) {
     ASSERT_EQ(vantro_play(player_), 0);
     until_state(VANTRO_STATE_STOPPED);
     EXPECT_EQ(heard(), cut(tone(300, 2), 123 * rate / 1000));
+}
+
+// Their ends fall on a sample (30 frames) and between two (47 frames).
+constexpr const char *three_tracks = "FILE 1.wav WAVE\nTRACK 01 AUDIO\nINDEX 01 00:00:00\n"
+                                     "TRACK 02 AUDIO\nINDEX 01 00:00:30\n"
+                                     "TRACK 03 AUDIO\nINDEX 01 00:00:47\n";
+
+TEST_F(Sound, TracksOfACueSheetFollowEachOtherWithoutALostOrAddedSample) {
+    write("1.wav", wav(tone(1000, 1)));
+    write("1.cue", three_tracks);
+    load_pcm();
+    ASSERT_EQ(vantro_play(player_), 0);
+    until_track(2);
+    until_state(VANTRO_STATE_STOPPED);
+    EXPECT_EQ(heard(), tone(1000, 1));
+}
+
+// The seek is beyond the track's start by its own count, and the end is not that of the file.
+TEST_F(Sound, ATrackOfACueSheetIsSoughtInAndEndsByItself) {
+    write("1.wav", wav(tone(1000, 1)));
+    write("1.cue", three_tracks);
+    load_pcm();
+    const Client client;
+    ASSERT_EQ(client.result(open_main), 0);
+    const auto nodes = client.list(browse(1, "folders"));
+    ASSERT_EQ(nodes.size(), 3u);
+    ASSERT_EQ(client.ask(create(1, nodes[1].second, 0, VANTRO_TRKSESSION_LOAD)).size(), 12u);
+    ASSERT_EQ(vantro_seek(player_, 100), 0);
+    ASSERT_EQ(vantro_play(player_), 0);
+    until([](const VantroEvent &event) {
+        return event.type == VANTRO_EVENT_STATUS && event.details.status.position >= 100;
+    });
+    until_state(VANTRO_STATE_STOPPED);
+    const Samples got = heard();
+    EXPECT_EQ(got, cut(tone(1000, 1), 500 * rate / 1000, 47 * rate / 75));
 }
 
 TEST_F(Sound, WhatWasSoughtToItsEndHasEnded) {

@@ -1,0 +1,73 @@
+// Cue sheets: which tracks one audio file holds. A sheet is a file, .cue, beside the audio file, or
+// a text among its tags.
+#ifndef VANTRO_SERVICE_CATALOGUE_FILES_CUE_SHEET_H
+#define VANTRO_SERVICE_CATALOGUE_FILES_CUE_SHEET_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "service/catalogue/files/catalogued_song.h"
+#include "service/catalogue/files/music_root.h"
+#include "service/error.h"
+
+namespace vantro::service::catalogue {
+
+// Largest sheet, in bytes: 99 tracks with several of the longest texts each.
+inline constexpr size_t cue_sheet_bytes_max = 1024 * 1024;
+
+// Positions are counted in frames, as on the disc.
+inline constexpr int64_t cue_frames_a_second = 75;
+
+struct CueTrack {
+    int32_t number = 0; // 1 to 99
+    int64_t frame = 0;  // where it begins
+    std::string title;
+    std::string performer;
+    std::string songwriter;
+};
+
+// Texts are valid UTF-8 and at most tag_text_max bytes; empty where there is none.
+struct CueSheet {
+    std::string file; // as the sheet names it
+    std::string title;
+    std::string performer;
+    std::string genre;
+    std::string date;
+    int32_t disc = 0;
+    std::vector<CueTrack> tracks; // at least one, in the order of their numbers and times
+    int64_t digest = 0;           // of its bytes; above 0
+};
+
+bool has_cue_name(std::string_view name);
+
+// Texts that are not UTF-8 are taken for Windows-1252. Returns why the bytes are no sheet of one
+// audio file, if they are not.
+Result<CueSheet> parse_cue_sheet(std::string_view bytes);
+
+// Reads the file at `path` below the root.
+Result<CueSheet> read_cue_sheet(const MusicRoot &root, const std::string &path,
+                                const std::string &name);
+
+// The one of `names`, of files in the sheet's folder, that a sheet called `name` is about: the one
+// that it names, or else the one that is called so, or as the sheet is, but for the ending: sheets
+// often name the file from which the one beside them was encoded. Null where there is none.
+const std::string *file_of_sheet(const CueSheet &sheet, std::string_view name,
+                                 const std::vector<std::string> &names);
+
+// The songs that the sheet makes of a whole file, which complete() has not seen. Nothing where a
+// track begins behind the end of the file.
+std::optional<std::vector<FoundSong>> cut_by_sheet(const FoundSong &whole, const CueSheet &sheet);
+
+// The name of a track among the files of a folder: FILE/NN. No file is called so.
+std::string name_of_track(std::string_view file, int32_t number);
+
+// The file that a name of a track, or of a file, is about.
+std::string_view file_of_track(std::string_view name);
+
+} // namespace vantro::service::catalogue
+
+#endif
