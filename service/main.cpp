@@ -277,12 +277,17 @@ int serve(const Options &options, Reload &reload) {
     const std::optional<Error> error = server.run(options.threads, [&] {
         tell_ready(store->song_count(), options);
         store->start_scanning();
-        reload.set_rescan([&catalogue] { catalogue.rescan(); });
+        reload.set_actions({[&catalogue] { catalogue.rescan(); },
+                            [&players](const std::string &mode) {
+                                for (playback::Player &player : players) {
+                                    player.set_replaygain(mode);
+                                }
+                            }});
         if (options.music.empty()) {
             scanned();
         }
     });
-    reload.set_rescan(nullptr);
+    reload.set_actions({});
     requests::set_handling(nullptr);
     store->stop_scanning(); // while what it reports to is still there
     return error ? fail(*error) : EXIT_SUCCESS;

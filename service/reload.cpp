@@ -13,12 +13,21 @@
 
 namespace vantro::service {
 
-void Reload::set_rescan(std::function<void()> rescan) {
+namespace {
+
+// What a reload puts into effect.
+bool takes_effect(const std::string &key) {
+    return key == "log-level" || key == "replaygain";
+}
+
+} // namespace
+
+void Reload::set_actions(Actions actions) {
     bool owed = false;
     {
         const MutexLock guard(mutex_);
-        rescan_ = std::move(rescan);
-        owed = rescan_ && std::exchange(asked_, false);
+        actions_ = std::move(actions);
+        owed = actions_.rescan && std::exchange(asked_, false);
     }
     if (owed) {
         run();
@@ -28,7 +37,7 @@ void Reload::set_rescan(std::function<void()> rescan) {
 void Reload::run() noexcept {
     try {
         const MutexLock guard(mutex_);
-        if (!rescan_) {
+        if (!actions_.rescan) {
             asked_ = true;
             return;
         }
@@ -36,12 +45,13 @@ void Reload::run() noexcept {
         Options wanted;
         const std::string error = read_options_again(argc_, argv_, wanted);
         if (error.empty()) {
+            actions_.set_replaygain(wanted.replaygain);
             apply(wanted.settings);
             system_log_set_level(wanted.log_level);
         } else {
             log_(LOG_SEVERITY_ERROR, "the configuration stays as it was: " + error);
         }
-        rescan_();
+        actions_.rescan();
     } catch (const std::exception &thrown) {
         log_(LOG_SEVERITY_ERROR, fmt::format("the configuration could not be read again: {}",
                                              log_text(error_of(thrown))));
@@ -53,7 +63,7 @@ void Reload::apply(const std::vector<config::Setting> &wanted) {
     log_(LOG_SEVERITY_NOTICE, "the configuration was read again; the music is looked at again");
     // Both have every option, in the same order.
     for (size_t i = 0; i < wanted.size() && i < running_.size(); ++i) {
-        if (wanted[i].value != running_[i].value && wanted[i].key != "log-level") {
+        if (wanted[i].value != running_[i].value && !takes_effect(wanted[i].key)) {
             log_(LOG_SEVERITY_WARNING,
                  fmt::format("{}: {} has changed; that takes effect at the next start",
                              wanted[i].origin, wanted[i].key));

@@ -21,9 +21,13 @@ class Reload {
     Reload(int argc, char **argv, std::vector<config::Setting> running, Log log)
         : argc_(argc), argv_(argv), running_(std::move(running)), log_(std::move(log)) {}
 
-    // The service runs. `rescan` looks at all of the music again; until then, and after an empty
-    // one, no reload is carried out.
-    void set_rescan(std::function<void()> rescan) EXCLUDES(mutex_);
+    struct Actions {
+        std::function<void()> rescan; // looks at all of the music again
+        std::function<void(const std::string &mode)> set_replaygain; // as mpv has it
+    };
+
+    // The service runs. Until then, and after actions without a rescan, no reload is carried out.
+    void set_actions(Actions actions) EXCLUDES(mutex_);
 
     // Any thread. Throws nothing.
     void run() noexcept EXCLUDES(mutex_);
@@ -36,7 +40,7 @@ class Reload {
     const std::vector<config::Setting> running_;
     const Log log_;
     Mutex mutex_;
-    std::function<void()> rescan_ GUARDED_BY(mutex_);
+    Actions actions_ GUARDED_BY(mutex_);
     bool asked_ GUARDED_BY(mutex_) = false; // before it could be carried out
 };
 

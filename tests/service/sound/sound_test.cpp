@@ -296,6 +296,34 @@ TEST_F(Sound, IsAsLoudAsItWasSet) {
     }
 }
 
+// Also by an output that is open already.
+TEST_F(Sound, TakesReplayGainFromAConfigurationThatIsReadAgain) {
+    const std::string config = path_ + "/vantrod.toml", wave = path_ + "/1.wav";
+    test::write_file(wave, wav(tone(300, 1)));
+    test::write_file(config, "");
+    const std::string command = "flac -s -T 'REPLAYGAIN_TRACK_GAIN=-6.0206 dB' "
+                                "-T REPLAYGAIN_TRACK_PEAK=0.5 -o " +
+                                (music_ / "1.flac").native() + " " + wave;
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    load("pcm/" + path_ + "/out.wav", "mpv", config);
+    ASSERT_EQ(vantro_play(player_), 0);
+    until_state(VANTRO_STATE_STOPPED);
+    test::write_file(config, "replaygain = \"track\"\n");
+    service->kill(SIGHUP);
+    while (service->line().find("read again") == std::string::npos) {
+        ASSERT_FALSE(service->ended());
+    }
+    ASSERT_EQ(vantro_play(player_), 0);
+    until_state(VANTRO_STATE_STOPPED);
+    const Samples loud = tone(300, 1);
+    const Samples all = heard();
+    ASSERT_GE(all.size(), loud.size());
+    const Samples soft = cut(all, all.size() - loud.size());
+    for (size_t i = 0; i < loud.size(); ++i) {
+        ASSERT_NEAR(soft[i], loud[i] / 2.0, 2) << i;
+    }
+}
+
 TEST_F(Sound, IsSilentWhileMuted) {
     write("1.wav", wav(tone(300, 1)));
     load_pcm();
