@@ -11,6 +11,7 @@
 #include <string>
 
 #include "fuzz/support.h"
+#include "service/catalogue/files/cue_sheet.h"
 #include "service/catalogue/files/music_root.h"
 #include "service/catalogue/files/picture_head.h"
 #include "service/catalogue/files/playlist_file.h"
@@ -23,7 +24,7 @@ using vantro::fuzz::require;
 constexpr std::array names = {
     "a.mp3", "a.flac", "a.ogg", "a.opus", "a.m4a", "a.wav", "a.wv",  "a.ape", "a.aiff", "a.wma",
     "a.mpc", "a.m3u8", "a.m3u", "a.pls",  "a.spx", "a.tta", "a.mod", "a.s3m", "a.it",   "a.jpeg",
-    "a.dsf", "a.aac",  "a.ac3", "a.mka",  "a.caf", "a.au",  "a.xm",  "a.mp2", "a.xspf"};
+    "a.dsf", "a.aac",  "a.ac3", "a.mka",  "a.caf", "a.au",  "a.xm",  "a.mp2", "a.xspf", "a.cue"};
 
 struct Directory {
     std::string path = "/dev/shm/fuzz-music-XXXXXX";
@@ -55,6 +56,21 @@ void read_as_playlist(const Directory &directory, const std::string &name) {
     }
 }
 
+void read_as_sheet(const Directory &directory, const std::string &name) {
+    using namespace vantro::service::catalogue;
+    const auto sheet = read_cue_sheet(directory.root, name, name);
+    FoundSong whole;
+    whole.song.duration_ms = 3'600'000;
+    const auto tracks = sheet ? cut_by_sheet(whole, *sheet) : std::nullopt;
+    int64_t at = 0;
+    for (size_t i = 0; tracks && i < tracks->size(); ++i) {
+        const SongFile &song = (*tracks)[i].song;
+        require(song.start_us >= at && song.duration_ms >= 0);
+        require(i + 1 == tracks->size() ? song.stop_us == 0 : song.stop_us > song.start_us);
+        at = song.stop_us;
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -68,6 +84,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         .write(reinterpret_cast<const char *>(data + 1), static_cast<std::streamsize>(size - 1));
     if (vantro::service::catalogue::has_playlist_name(name)) {
         read_as_playlist(directory, name);
+    } else if (vantro::service::catalogue::has_cue_name(name)) {
+        read_as_sheet(directory, name);
     } else {
         read_as_song(directory, name, size - 1);
     }

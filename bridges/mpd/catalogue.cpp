@@ -22,10 +22,11 @@ constexpr size_t folders_max = 4096;
 constexpr int depth_max = 256;
 
 // Keys that are no tags, in the order of `Extra`.
-enum Extra { path, duration, modified, bit_rate, sample_rate, channels, codec, artwork };
+enum Extra { path, duration, modified, bit_rate, sample_rate, channels, codec, artwork, start };
 constexpr const char *extra_keys[] = {
-    VANTRO_KEY_PATH,        VANTRO_KEY_DURATION, VANTRO_KEY_MODIFIED, VANTRO_KEY_BIT_RATE,
-    VANTRO_KEY_SAMPLE_RATE, VANTRO_KEY_CHANNELS, VANTRO_KEY_CODEC,    VANTRO_KEY_ARTWORK};
+    VANTRO_KEY_PATH,     VANTRO_KEY_DURATION,    VANTRO_KEY_MODIFIED,
+    VANTRO_KEY_BIT_RATE, VANTRO_KEY_SAMPLE_RATE, VANTRO_KEY_CHANNELS,
+    VANTRO_KEY_CODEC,    VANTRO_KEY_ARTWORK,     VANTRO_KEY_START};
 constexpr size_t extra_count = std::size(extra_keys);
 
 template <typename Number>
@@ -172,7 +173,9 @@ SongPtr Catalogue::song(Player &player, const NodeKey &key) {
     song->channels = text(extra[channels].get());
     song->codec = text(extra[codec].get());
     song->artwork = text(extra[artwork].get());
-    song->uri = uri_of(player, key, std::string(text(extra[path].get())));
+    // A track of a cue sheet shares its file's path with others.
+    const bool alone = text(extra[start].get()).empty();
+    song->uri = uri_of(player, key, alone ? std::string(text(extra[path].get())) : "");
     songs_.add(song);
     return song;
 }

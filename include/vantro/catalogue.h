@@ -159,8 +159,10 @@ enum {
 #define VANTRO_KEY_BIT_RATE "bit_rate"       /**< Thousands of bits a second. */
 #define VANTRO_KEY_SAMPLE_RATE "sample_rate" /**< Hertz. */
 #define VANTRO_KEY_CHANNELS "channels"
-#define VANTRO_KEY_CODEC "codec"       /**< "flac", "vorbis", "opus", "mp3", "aac", "pcm"... */
-#define VANTRO_KEY_PATH "path"         /**< The file, absolute; bytes that are no UTF-8 replaced. */
+#define VANTRO_KEY_CODEC "codec" /**< "flac", "vorbis", "opus", "mp3", "aac", "pcm"... */
+#define VANTRO_KEY_PATH "path"   /**< The file, absolute; bytes that are no UTF-8 replaced. */
+/** Of a track of a cue sheet: where in its file it begins; milliseconds. Other songs have none. */
+#define VANTRO_KEY_START "start"
 #define VANTRO_KEY_SIZE "size"         /**< Bytes of the file. */
 #define VANTRO_KEY_MODIFIED "modified" /**< When the file was changed; seconds since 1970. */
 #define VANTRO_KEY_ARTWORK "artwork"   /**< URI of the cover. */

@@ -64,10 +64,20 @@ std::string_view take_word(std::string_view &line) {
 std::string take_text(std::string_view line) {
     constexpr std::string_view blanks = " \t";
     line.remove_prefix(std::min(line.size(), line.find_first_not_of(blanks)));
-    if (!line.empty() && line.front() == '"') {
-        return clean_text(take_word(line), tag_text_max);
+    if (!line.empty() &&
+        line.front() == '"') { // up to the last one: titles may have quotes in them
+        line.remove_prefix(1);
+        return clean_text(line.substr(0, line.rfind('"')), tag_text_max);
     }
     return clean_text(line.substr(0, line.find_last_not_of(blanks) + 1), tag_text_max);
+}
+
+// The name before the type of a file, as in FILE "disc.wav" WAVE.
+std::string take_file(std::string_view line) {
+    const std::string text = take_text(line);
+    const size_t type =
+        line.find('"') == std::string_view::npos ? text.find_last_of(" \t") : std::string::npos;
+    return text.substr(0, type);
 }
 
 std::optional<int32_t> number_in(std::string_view text) {
@@ -122,7 +132,7 @@ class Parser {
         const std::string command = upper(take_word(line));
         CueTrack *const track = sheet_.tracks.empty() ? nullptr : &sheet_.tracks.back();
         if (command == "FILE") {
-            if (!std::exchange(sheet_.file, take_text(line)).empty()) {
+            if (!std::exchange(sheet_.file, take_file(line)).empty()) {
                 return "it names a second file";
             }
         } else if (command == "TRACK") {

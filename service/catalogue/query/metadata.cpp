@@ -15,6 +15,7 @@ namespace vantro::service::catalogue {
 namespace {
 
 constexpr int64_t ns_a_second = 1'000'000'000;
+constexpr int64_t us_a_ms = 1000;
 
 std::vector<std::string> answers(const std::vector<std::string_view> &keys,
                                  const std::function<std::string(std::string_view key)> &value_of) {
@@ -120,8 +121,9 @@ std::vector<std::string> read_extended(Database &database, const ArtworkFolder &
     std::string path;
     int64_t size = 0;
     int64_t modified_ns = 0;
+    std::string start;
     if (read_metadata(database, artwork, song, metadata)) {
-        Rows row = database.query("SELECT tags, identity, file, size, modified FROM song"
+        Rows row = database.query("SELECT tags, identity, file, size, modified, start FROM song"
                                   " JOIN song_detail AS detail ON detail.song = song.id"
                                   " JOIN node ON node.id = folder WHERE song.id = ?1",
                                   song);
@@ -130,6 +132,9 @@ std::vector<std::string> read_extended(Database &database, const ArtworkFolder &
             path = path_below(root, path_below(row.text(1), file_of_track(row.text(2))));
             size = row.integer(3);
             modified_ns = row.integer(4);
+            if (file_of_track(row.text(2)) != row.text(2)) {
+                start = std::to_string(row.integer(5) / us_a_ms);
+            }
         }
     }
     const Tags tags{std::move(packed)};
@@ -145,6 +150,9 @@ std::vector<std::string> read_extended(Database &database, const ArtworkFolder &
         }
         if (key == VANTRO_KEY_PATH) {
             return clean_text(path, path_text_max);
+        }
+        if (key == VANTRO_KEY_START) {
+            return start;
         }
         if (key == VANTRO_KEY_SIZE) {
             return std::to_string(size);

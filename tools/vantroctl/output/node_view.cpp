@@ -45,7 +45,7 @@ std::string readable(std::string_view key, const std::string &value) {
     if (error != std::errc() || end != value.data() + value.size() || number < 0) {
         return value;
     }
-    if (key == VANTRO_KEY_DURATION && number <= INT32_MAX) {
+    if ((key == VANTRO_KEY_DURATION || key == VANTRO_KEY_START) && number <= INT32_MAX) {
         return format_time(static_cast<int32_t>(number));
     }
     if (key == VANTRO_KEY_MODIFIED) {

@@ -50,6 +50,7 @@ constexpr const char *known_keys[] = {
     VANTRO_KEY_CHANNELS,
     VANTRO_KEY_CODEC,
     VANTRO_KEY_PATH,
+    VANTRO_KEY_START,
     VANTRO_KEY_SIZE,
     VANTRO_KEY_MODIFIED,
     VANTRO_KEY_ARTWORK,
