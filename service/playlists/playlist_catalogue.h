@@ -69,6 +69,7 @@ class PlaylistCatalogue : public catalogue::Catalogue {
     }
     int32_t check(catalogue::SongId id) override { return store_.check(id); }
     int open(catalogue::SongId id) override { return store_.open(id); }
+    catalogue::SongPart part(catalogue::SongId id) override { return store_.part(id); }
     int32_t take_session_ids(int32_t count) override { return store_.take_session_ids(count); }
 
   private:
