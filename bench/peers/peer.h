@@ -1,0 +1,50 @@
+// What each means of message passing provides to be compared, and the sizes that all of them carry.
+// The program (peer_main.cpp) starts itself once more as the server, so that the two sides of an
+// exchange are two processes.
+#ifndef VANTRO_BENCH_PEERS_PEER_H
+#define VANTRO_BENCH_PEERS_PEER_H
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace vantro::bench::peers {
+
+inline constexpr size_t request_bytes = 44;
+inline constexpr size_t answer_bytes = 32;
+
+// One client thread's way to the server.
+class Caller {
+  public:
+    Caller() = default;
+    virtual ~Caller() = default;
+    Caller(const Caller &) = delete;
+    Caller &operator=(const Caller &) = delete;
+
+    // Sends request_bytes bytes and waits for answer_bytes bytes. Ends the program on failure.
+    virtual void exchange() = 0;
+};
+
+// The server: calls ready() once clients may connect, and answers until the process is killed.
+// @param directory a private one; sockets belong there.
+void serve(const std::string &directory);
+
+// A client's side, for the calling thread.
+std::unique_ptr<Caller> connect(const std::string &directory);
+
+// Tells the client's side that it may connect.
+void ready();
+
+// Says what went wrong and ends the program with 1.
+[[noreturn]] void fail(const std::string &what);
+
+// fail() unless what was done succeeded.
+inline void check(bool success, const char *what) {
+    if (!success) {
+        fail(what);
+    }
+}
+
+} // namespace vantro::bench::peers
+
+#endif

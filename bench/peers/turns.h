@@ -1,0 +1,66 @@
+// The conversation with scripts/compare: it writes "ROW COUNT" to standard input, and the program
+// answers with a line of so many times in nanoseconds. So the script lets all programs take turns.
+#ifndef VANTRO_BENCH_PEERS_TURNS_H
+#define VANTRO_BENCH_PEERS_TURNS_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace vantro::bench::peers {
+
+using Times = std::vector<int64_t>;
+using Rows = std::map<std::string, std::function<Times(size_t count)>>;
+
+inline int64_t now_ns() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+// Times each call of `action`.
+template <typename Action>
+Times time_each(size_t count, Action action) {
+    Times times;
+    times.reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+        const int64_t begin = now_ns();
+        action();
+        times.push_back(now_ns() - begin);
+    }
+    return times;
+}
+
+// Prints "ready" and measures what is asked for until standard input ends.
+// @return the program's exit status.
+int take_turns(const Rows &rows);
+
+// Starts a program that is killed with this one; its standard output goes to a pipe.
+class Program {
+  public:
+    explicit Program(std::vector<std::string> arguments);
+    ~Program();
+    Program(const Program &) = delete;
+    Program &operator=(const Program &) = delete;
+
+    // Blocks until it has printed a line with `text`; fails when it ends first.
+    void wait_for_line(const std::string &text);
+
+    int pid() const { return pid_; }
+
+    // The memory of the process, shared pages divided among those who share them.
+    int64_t pss_bytes() const;
+
+  private:
+    std::string name_;
+    int pid_ = -1;
+    int output_ = -1;
+};
+
+} // namespace vantro::bench::peers
+
+#endif
