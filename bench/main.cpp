@@ -24,7 +24,10 @@ using namespace vantro::bench;
 
 const std::vector<std::string> &row_names() {
     static const std::vector<std::string> names = [] {
-        std::vector<std::string> all{"floor", "putget_small", "putget_64k", "putget_1m"};
+        std::vector<std::string> all{"floor", "putget_small"};
+        for (const char *size : {"1k", "4k", "16k", "64k", "256k", "1m"}) {
+            all.push_back(fmt::format("putget_{}", size));
+        }
         for (int threads = 1; threads <= 8; ++threads) {
             all.push_back(fmt::format("putget_threads_{}", threads));
         }
@@ -33,6 +36,8 @@ const std::vector<std::string> &row_names() {
                                  "putget_busy",
                                  "putget_busy_nice",
                                  "putget_clients_1",
+                                 "putget_clients_10",
+                                 "putget_clients_100",
                                  "putget_clients_1000",
                                  "play",
                                  "command_changes_0",

@@ -18,7 +18,7 @@ namespace {
 // Threads of the server in rows with several client threads.
 constexpr int many_server_threads = 4;
 constexpr int most_client_threads = 8;
-constexpr int many_clients = 1000;
+constexpr int client_counts[] = {1, 10, 100, 1000};
 
 // All threads exchange at once on one connection; each does the whole count.
 Batch threaded(MsgClient *client, int thread_count) {
@@ -152,7 +152,7 @@ void client_rows(Run &run) {
     const Apart apart;
     std::vector<std::unique_ptr<Crowd>> crowds;
     std::vector<Contender> contenders;
-    for (const int count : {1, many_clients}) {
+    for (const int count : client_counts) {
         if (!run.wants(fmt::format("putget_clients_{}", count))) {
             continue;
         }
@@ -168,7 +168,9 @@ void client_rows(Run &run) {
 
 void putget_rows(Run &run) {
     small_rows(run);
-    large_row(run, "putget_64k", 64 * 1024, 5000);
+    for (const uint32_t kib : {1, 4, 16, 64, 256}) {
+        large_row(run, fmt::format("putget_{}k", kib), kib * 1024, 5000);
+    }
     large_row(run, "putget_1m", most_reply_bytes, 1000);
     thread_rows(run);
     paced_rows(run);

@@ -135,7 +135,7 @@ class Mpd : public Player {
             mpd_song_free(song);
             ++count;
         }
-        check(mpd_response_finish(connection_), mpd_connection_get_error_message(connection_));
+        check(mpd_response_finish(connection_), "MPD refused a query");
         return count;
     }
 
