@@ -61,8 +61,9 @@ class Measured {
         if (!follower.joinable()) {
             follower = std::thread([&] { player_->follow(told); });
             follower.detach();
-            std::this_thread::sleep_for(std::chrono::milliseconds(200));
         }
+        player_->repeat(on_ = false); // what the commands before left on would be no change
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
         Times times;
         for (size_t i = 0; i < count; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
