@@ -35,6 +35,8 @@ const std::vector<std::string> &row_names() {
                                  "putget_paced_5ms",
                                  "putget_busy",
                                  "putget_busy_nice",
+                                 "exchanges_processes_100",
+                                 "putget_behind_5ms",
                                  "putget_clients_1",
                                  "putget_clients_10",
                                  "putget_clients_100",
@@ -77,8 +79,8 @@ const std::vector<std::string> &row_names() {
     return names;
 }
 
-// "floor:SOCKET", "copy:SOCKET:BYTES", "query:...", "putget:THREADS:INSTANCE", "hog:NICE" or
-// "publisher:SOCKET".
+// "caller:DESCRIPTOR", "floor:SOCKET", "copy:SOCKET:BYTES", "query:...", "putget:THREADS:INSTANCE",
+// "hog:NICE" or "publisher:SOCKET".
 int serve(const std::string &what) {
     raise_descriptor_limit();
     const size_t first = what.find(':');
@@ -93,6 +95,9 @@ int serve(const std::string &what) {
     }
     if (kind == "query" && second != std::string::npos) {
         return serve_query(what.substr(first + 1));
+    }
+    if (kind == "caller") {
+        return call_for_ever(number);
     }
     if (kind == "hog") {
         return keep_busy(number);
@@ -111,6 +116,7 @@ int measure(Run &run, const std::string &json) {
     run.directory = enter_private_runtime();
     putget_rows(run);
     busy_rows(run);
+    crowd_rows(run);
     play_row(run);
     command_rows(run);
     event_rows(run);

@@ -19,13 +19,19 @@ namespace {
 constexpr const char *service_name = "bench";
 constexpr size_t request_bytes = 16;
 constexpr size_t small_bytes = 4;
+constexpr uint16_t long_code = 1;
+constexpr int64_t long_ns = 5000000;
 
-// Answers with as many bytes as the client offers.
+// Answers with as many bytes as the client offers; a long request after it has computed.
 int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
     static std::array<char, most_reply_bytes> bytes;
     const uint32_t room = context->header->reply_length;
     if (room > bytes.size()) {
         return ipc_error(context->receive_id, EINVAL);
+    }
+    if (context->header->code == long_code) {
+        for (const int64_t begin = now_ns(); now_ns() - begin < long_ns;) {
+        }
     }
     return callout_reply(open, context, 0, bytes.data(), static_cast<int32_t>(room));
 }
@@ -68,6 +74,15 @@ void exchange(MsgClient *client, void *reply, uint32_t reply_bytes) {
 void exchange_small(MsgClient *client) {
     char reply[small_bytes];
     exchange(client, reply, sizeof reply);
+}
+
+void exchange_long(MsgClient *client) {
+    const char request[request_bytes] = {};
+    char reply[small_bytes];
+    if (msgclient_putget(client, request, sizeof request, reply, sizeof reply, nullptr,
+                         long_code) != 0) {
+        fail("a long exchange failed");
+    }
 }
 
 int serve_putget(int threads, const char *instance) {

@@ -41,6 +41,9 @@ Client connect(const char *instance = "default");
 void exchange(MsgClient *client, void *reply, uint32_t reply_bytes);
 void exchange_small(MsgClient *client);
 
+// One that the server computes 5 ms for.
+void exchange_long(MsgClient *client);
+
 } // namespace vantro::bench
 
 #endif

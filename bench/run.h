@@ -50,6 +50,7 @@ class Run {
 // Each adds those of its rows that the run wants.
 void putget_rows(Run &run);
 void busy_rows(Run &run);
+void crowd_rows(Run &run);
 void play_row(Run &run);
 void command_rows(Run &run);
 void event_rows(Run &run);
@@ -60,6 +61,9 @@ void catalogue_rows(Run &run);
 
 // The bench's own service, in a process of its own: answers until it is ended.
 int serve_putget(int threads, const char *instance);
+
+// Exchanges for ever, and counts that in the memory file.
+int call_for_ever(int descriptor);
 
 // Computes for ever, as nice as that.
 int keep_busy(int nice);
