@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <pthread.h>
+#include <set>
 #include <string>
 #include <sys/resource.h>
 #include <thread>
@@ -101,6 +102,31 @@ std::optional<Error> check_music(const std::vector<std::string> &directories) {
     return std::nullopt;
 }
 
+// What is wrong with a media root, if anything is: each folder is to be in one source.
+std::optional<Error> check_roots(const Options &options) {
+    if (std::optional<Error> error = check_music(options.media_roots)) {
+        return error;
+    }
+    std::vector<std::string> others = options.music;
+    others.insert(others.end(), options.media_roots.begin(), options.media_roots.end());
+    const auto whole = [](const std::string &path) {
+        std::error_code error;
+        return (std::filesystem::canonical(path, error) / "").native();
+    };
+    for (const std::string &root : options.media_roots) {
+        for (const std::string &other : others) {
+            const std::string one = whole(root);
+            const std::string two = whole(other);
+            if (&root != &other && root != other &&
+                (one.starts_with(two) || two.starts_with(one))) {
+                return Error(Error::Origin::music, EEXIST,
+                             fmt::format("'{}' and '{}' lie in each other", root, other));
+            }
+        }
+    }
+    return std::nullopt;
+}
+
 // Waits for SIGTERM or SIGINT, then stops the server; at SIGHUP it reads the configuration again.
 // The signals are blocked in every thread, so that they arrive here and nowhere else.
 class Ending {
@@ -145,6 +171,7 @@ catalogue::StoreOptions store_options(const Options &options) {
         wanted.state = catalogue::default_state_directory();
     }
     wanted.music.assign(options.music.begin(), options.music.end());
+    wanted.roots.assign(options.media_roots.begin(), options.media_roots.end());
     wanted.artwork_readers = {options.readers.uid, options.readers.gid, options.readers.mode};
     wanted.log = log_line;
     return wanted;
@@ -211,6 +238,9 @@ int print_settings(const Options &options) {
     if (const std::optional<Error> error = check_music(options.music)) {
         return fail(*error, "--music: ");
     }
+    if (const std::optional<Error> error = check_roots(options)) {
+        return fail(*error, "--media-root: ");
+    }
     for (const config::Setting &each : options.settings) {
         fmt::print("{}{}{}  # {}\n", each.value.empty() ? "#" : "", each.key,
                    each.value.empty() ? "" : " = " + each.value, each.origin);
@@ -228,6 +258,9 @@ int serve(const Options &options, Reload &reload) {
     if (const std::optional<Error> error = check_music(options.music)) {
         return fail(*error, "--music: ");
     }
+    if (const std::optional<Error> error = check_roots(options)) {
+        return fail(*error, "--media-root: ");
+    }
     Server server;
     // The name first: a second service then fails for the name, and not for the catalogue.
     if (const std::optional<Error> error = server.attach(options)) {
@@ -236,7 +269,7 @@ int serve(const Options &options, Reload &reload) {
     const Ending ending(server, reload); // before any thread starts, which would take the signals
     std::unique_ptr<catalogue::Store> store;
     const auto scanned = [&store] { tell_scanned(store->song_count()); };
-    ScanReport report(options.music.size(), scanned);
+    std::optional<ScanReport> report; // once the sources are known
     catalogue::StoreOptions wanted = store_options(options);
     if (wanted.state.empty()) {
         return fail(no_state_directory(), "--state: ");
@@ -244,12 +277,20 @@ int serve(const Options &options, Reload &reload) {
     const std::filesystem::path state = wanted.state;
     playback::Players *published = nullptr;
     wanted.changed = [&published](int32_t source) { published->source_changed(source); };
-    wanted.progress = [&report](const catalogue::ScanProgress &progress) { report.note(progress); };
+    wanted.progress = [&report](const catalogue::ScanProgress &progress) {
+        report->note(progress);
+    };
     auto opened = open_store(std::move(wanted));
     if (!opened) {
         return fail(opened.error(), "--state: ");
     }
     store = std::move(*opened);
+    std::set<int32_t> first;
+    for (const catalogue::Source &source : store->sources()) {
+        first.insert(source.id);
+    }
+    const bool nothing = first.empty();
+    report.emplace(std::move(first), scanned);
 
     std::optional<state::Keeper> keeper; // before the players, whose threads call it
     playlists::PlaylistCatalogue catalogue(
@@ -283,7 +324,7 @@ int serve(const Options &options, Reload &reload) {
                                     player.set_replaygain(mode);
                                 }
                             }});
-        if (options.music.empty()) {
+        if (nothing) {
             scanned();
         }
     });

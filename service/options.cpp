@@ -227,6 +227,11 @@ void Parser::add_players() {
     app_.add_option("--music", options_.music, "Directory of music; may be given several times")
         ->type_name("DIR")
         ->allow_extra_args(false);
+    app_.add_option("--media-root", options_.media_roots,
+                    "Directory of which each folder is music while it is there, as where volumes "
+                    "are mounted; may be given several times")
+        ->type_name("DIR")
+        ->allow_extra_args(false);
     app_.add_option("--player", options_.players,
                     "Name of a player to host; may be given several times (default: main)")
         ->type_name("NAME")

@@ -30,6 +30,7 @@ enum class Task { serve, list_audio_devices, check_config, print_config };
 
 struct Options {
     std::vector<std::string> music;
+    std::vector<std::string> media_roots;
     std::string state; // "" for the default place
     std::vector<std::string> players;
     std::string capabilities; // "" where permission bits decide instead

@@ -8,11 +8,12 @@
 
 namespace vantro::service {
 
-ScanReport::ScanReport(size_t sources, std::function<void()> complete)
-    : sources_(sources), complete_(std::move(complete)), terminal_(isatty(STDERR_FILENO) == 1) {}
+ScanReport::ScanReport(std::set<int32_t> sources, std::function<void()> complete)
+    : sources_(std::move(sources)), complete_(std::move(complete)),
+      terminal_(isatty(STDERR_FILENO) == 1) {}
 
 void ScanReport::note(const catalogue::ScanProgress &progress) {
-    if (done_.count(progress.source) != 0) {
+    if (sources_.count(progress.source) == 0) {
         return;
     }
     if (terminal_) {
@@ -25,8 +26,8 @@ void ScanReport::note(const catalogue::ScanProgress &progress) {
     if (!progress.done) {
         return;
     }
-    done_.insert(progress.source);
-    if (done_.size() == sources_) {
+    sources_.erase(progress.source);
+    if (sources_.empty()) {
         complete_();
     }
 }

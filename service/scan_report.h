@@ -13,17 +13,16 @@ namespace vantro::service {
 
 class ScanReport {
   public:
-    // Calls `complete` once, when each of that many sources has been read through.
-    ScanReport(size_t sources, std::function<void()> complete);
+    // Calls `complete` once, when each of those sources has been read through.
+    ScanReport(std::set<int32_t> sources, std::function<void()> complete);
 
     // Shows the progress where standard error is a terminal. Called by one thread.
     void note(const catalogue::ScanProgress &progress);
 
   private:
-    const size_t sources_;
+    std::set<int32_t> sources_; // that have not been read through
     const std::function<void()> complete_;
     const bool terminal_;
-    std::set<int32_t> done_; // sources that have been read through
 };
 
 } // namespace vantro::service

@@ -16,7 +16,10 @@ extern "C" {
 
 /** `type` of a MediaSource, and `ms_type` of its nodes. */
 enum {
+    VANTRO_SOURCE_GONE = 0, /**< Of an event only: the source has gone. When it returns it has the
+                                 same uid, and its nodes the same ids. */
     VANTRO_SOURCE_DIRECTORY = 1, /**< A directory of audio files. */
+    VANTRO_SOURCE_REMOVABLE = 2, /**< A folder or volume of a media root, which may go. */
     VANTRO_SOURCE_PLAYLISTS = 3  /**< The playlists that vantro_save_playlist() saved: nodes of type
                                       VANTRO_NODE_PLAYLIST, whose entries are songs of the other
                                       sources. One that is not found now has no id. */

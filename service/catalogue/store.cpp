@@ -21,6 +21,7 @@
 #include "service/catalogue/query/list_cache.h"
 #include "service/catalogue/query/metadata.h"
 #include "service/catalogue/query/source_browser.h"
+#include "service/catalogue/scan/root_watch.h"
 #include "service/catalogue/scan/scan_thread.h"
 #include "service/catalogue/state_directory.h"
 #include "service/catalogue/text/collation.h"
@@ -55,7 +56,7 @@ class SqliteCatalogue : public Store {
               options_, directories_, artwork_, options_.state,
               [this](bool damaged) { return reopen(damaged); },
               [this](int32_t source) { prepare(source); }) {}
-    ~SqliteCatalogue() override { scanning_.stop(); }
+    ~SqliteCatalogue() override { stop_scanning(); }
 
     // Throws an Error.
     void open();
@@ -82,8 +83,16 @@ class SqliteCatalogue : public Store {
     int song_files(const std::vector<SongId> &ids, std::vector<LocatedSong> &files) override;
     int find_songs(const std::vector<SongName> &names, std::vector<QueuedSong> &songs) override;
     int64_t song_count() override;
-    void start_scanning() override { scanning_.start(); }
-    void stop_scanning() override { scanning_.stop(); }
+    void start_scanning() override {
+        scanning_.start();
+        roots_->start();
+    }
+    void stop_scanning() override {
+        if (roots_) {
+            roots_->stop();
+        }
+        scanning_.stop();
+    }
     void rescan() override { scanning_.rescan(); }
 
   private:
@@ -93,9 +102,10 @@ class SqliteCatalogue : public Store {
     int guarded(const Read &read);
     template <typename Read>
     int at_node(int32_t source, std::string_view node, const Read &read);
-    const MusicDirectory *directory(int32_t source) const;
+    MusicPointer directory(int32_t source) const { return directories_.find(source); }
+    void watch_roots();
     Node song_node(SourceBrowser &browser, SongId song) const;
-    std::optional<Error> locate(SongId id, const MusicDirectory *&source, std::string &path);
+    std::optional<Error> locate(SongId id, MusicPointer &source, std::string &path);
     std::unique_ptr<Database> reopen(bool damaged);
     void prepare(int32_t source);
     void log(int severity, const std::string &line) const {
@@ -109,13 +119,13 @@ class SqliteCatalogue : public Store {
     const fs::path file_;
     const ArtworkFolder artwork_;
     SessionNumbers sessions_;
-    std::vector<std::unique_ptr<MusicDirectory>> directories_; // set by open()
-    std::vector<std::string> names_;                           // of them, each its own
+    MusicSources directories_;        // the music directories are set by open()
     std::unique_ptr<Database> first_; // from open() until the scan takes it
     ConnectionPool pool_;
     ListCache lists_;
     std::atomic<bool> said_broken_ = false;
     ScanThread scanning_;
+    std::unique_ptr<RootWatch> roots_; // set by open()
 };
 
 // The last part of a path; the whole path where another one has the same last part.
@@ -151,20 +161,45 @@ void SqliteCatalogue::open() {
             file_, [this](const std::string &line) { log(LOG_SEVERITY_WARNING, line); });
         Writer writer(*first_);
         for (const fs::path &path : paths) {
-            auto directory = std::make_unique<MusicDirectory>();
+            auto directory = std::make_shared<MusicDirectory>();
             directory->id = writer.source_at(path.native());
             directory->path = path.native();
             directory->status = VANTRO_SOURCE_SCANNING; // Its scan comes next.
-            directories_.push_back(std::move(directory));
-            names_.push_back(name_of(path, paths));
+            directory->key = path.native();
+            directory->name = name_of(path, paths);
+            directory->type = VANTRO_SOURCE_DIRECTORY;
+            directories_.add(std::move(directory));
         }
         writer.commit();
+        Rows known = first_->query("SELECT id, path FROM source");
+        while (known.next()) {
+            directories_.know(std::string(known.text(1)), known.small(0));
+        }
     } catch (Error &error) {
         if (error.origin() == Error::Origin::catalogue) {
             error.set_file(file_.native());
         }
         throw;
     }
+    watch_roots();
+}
+
+void SqliteCatalogue::watch_roots() {
+    std::vector<std::string> roots;
+    for (const fs::path &root : options_.roots) {
+        roots.push_back(fs::canonical(root).native());
+    }
+    RootWatch::Calls calls;
+    calls.changed = [this](int32_t source) {
+        if (options_.changed && scanning_.started()) {
+            options_.changed(source);
+        }
+    };
+    calls.sources_changed = [this] { scanning_.look_at_sources(); };
+    calls.remounted = [this](const MusicPointer &source) { scanning_.remounted(source); };
+    calls.log = [this](int severity, const std::string &line) { log(severity, line); };
+    roots_ = std::make_unique<RootWatch>(directories_, std::move(roots), std::move(calls));
+    roots_->look();
 }
 
 // The sources keep their numbers, which clients hold.
@@ -188,9 +223,8 @@ std::unique_ptr<Database> SqliteCatalogue::reopen(bool damaged) {
         }
         database = open_catalogue_file(file_, say);
         Transaction whole(*database);
-        for (const auto &each : directories_) {
-            database->run("INSERT OR IGNORE INTO source(id, path) VALUES(?1, ?2)", each->id,
-                          Blob{each->path});
+        for (const auto &[key, id] : directories_.numbers()) {
+            database->run("INSERT OR IGNORE INTO source(id, path) VALUES(?1, ?2)", id, Blob{key});
         }
         whole.commit();
         lists_.clear();
@@ -199,19 +233,15 @@ std::unique_ptr<Database> SqliteCatalogue::reopen(bool damaged) {
     return database;
 }
 
-const MusicDirectory *SqliteCatalogue::directory(int32_t source) const {
-    for (const auto &each : directories_) {
-        if (each->id == source) {
-            return each.get();
-        }
-    }
-    return nullptr;
-}
-
 // Without id if the song is gone, or this service does not have its source.
 Node SqliteCatalogue::song_node(SourceBrowser &browser, SongId song) const {
     Node node = song > 0 ? browser.node(Entry::song(song)) : Node();
-    return directory(node.source) ? node : Node();
+    const MusicPointer source = directory(node.source);
+    if (!source) {
+        return {};
+    }
+    node.source_type = source->type;
+    return node;
 }
 
 // Reads. An error is logged once, and damage reported to the scan.
@@ -263,14 +293,14 @@ int SqliteCatalogue::at_node(int32_t source, std::string_view node, const Read &
 
 std::vector<Source> SqliteCatalogue::sources() {
     std::vector<Source> all;
-    for (size_t i = 0; i < directories_.size(); ++i) {
+    for (const MusicPointer &each : directories_.all()) {
         Source source;
-        source.id = directories_[i]->id;
-        source.uid = uid_of(directories_[i]->path);
-        source.name = names_[i];
-        source.view_name = names_[i];
-        source.type = VANTRO_SOURCE_DIRECTORY;
-        source.status = directories_[i]->status;
+        source.id = each->id;
+        source.uid = uid_of(each->key);
+        source.name = each->name;
+        source.view_name = each->name;
+        source.type = each->type;
+        source.status = each->status;
         source.capabilities = source_capabilities;
         all.push_back(std::move(source));
     }
@@ -336,7 +366,8 @@ int SqliteCatalogue::extended_metadata(int32_t source, std::string_view node,
                                        std::vector<std::string> &values) {
     return at_node(source, node, [&](Database &database, SourceBrowser &browser, Place place) {
         if (place.kind == kind_song && place.id != 0) {
-            values = read_extended(database, artwork_, directory(source)->path, place.id, keys);
+            const MusicPointer where = directory(source);
+            values = read_extended(database, artwork_, where ? where->path : "", place.id, keys);
         } else {
             values = extended_of(catalogue::describe(database, artwork_, browser, place), keys);
         }
@@ -353,7 +384,7 @@ int SqliteCatalogue::songs(int32_t source, std::string_view node, std::vector<Qu
 
 int SqliteCatalogue::all_songs(std::vector<QueuedSong> &songs) {
     return guarded([&](Database &database) {
-        for (const auto &each : directories_) {
+        for (const auto &each : directories_.all()) {
             SourceBrowser browser(database, lists_, each->id);
             browser.queue(*browser.songs({}), songs);
         }
@@ -364,7 +395,7 @@ int SqliteCatalogue::all_songs(std::vector<QueuedSong> &songs) {
 int64_t SqliteCatalogue::song_count() {
     int64_t count = 0;
     attempt([&](Database &database) {
-        for (const auto &each : directories_) {
+        for (const auto &each : directories_.all()) {
             count += SourceBrowser(database, lists_, each->id).song_count();
         }
         return 0;
@@ -410,8 +441,8 @@ int SqliteCatalogue::find_songs(const std::vector<SongName> &names,
                                 std::vector<QueuedSong> &songs) {
     return guarded([&](Database &database) {
         SongFinder finder(database);
-        for (const auto &each : directories_) {
-            finder.add({each->id, uid_of(each->path), each->path});
+        for (const MusicPointer &each : directories_.all()) {
+            finder.add({each->id, uid_of(each->key), each->path});
         }
         songs.clear();
         songs.reserve(names.size());
@@ -423,8 +454,7 @@ int SqliteCatalogue::find_songs(const std::vector<SongName> &names,
 }
 
 // Where a song's file is: its path below the source, which is null where the song is gone.
-std::optional<Error> SqliteCatalogue::locate(SongId id, const MusicDirectory *&source,
-                                             std::string &path) {
+std::optional<Error> SqliteCatalogue::locate(SongId id, MusicPointer &source, std::string &path) {
     return attempt([&](Database &database) {
         SourceBrowser browser(database, lists_, 0);
         path = path_of(database, id);
@@ -437,7 +467,7 @@ std::optional<Error> SqliteCatalogue::locate(SongId id, const MusicDirectory *&s
 int32_t SqliteCatalogue::check(SongId id) {
     try {
         std::string path;
-        const MusicDirectory *source = nullptr;
+        MusicPointer source;
         if (const std::optional<Error> error = locate(id, source, path)) {
             return error->is_want() ? 0 : VANTRO_ERROR_UNREADABLE;
         }
@@ -451,7 +481,7 @@ int32_t SqliteCatalogue::check(SongId id) {
 int SqliteCatalogue::open(SongId id) {
     try {
         std::string path;
-        const MusicDirectory *source = nullptr;
+        MusicPointer source;
         if (const std::optional<Error> error = locate(id, source, path)) {
             errno = error->is_damage() ? EIO : error->code();
             return -1;

@@ -24,6 +24,7 @@ namespace vantro::service::catalogue {
 struct StoreOptions : ScanOptions {
     std::filesystem::path state;              // made where it is missing
     std::vector<std::filesystem::path> music; // one source each
+    std::vector<std::filesystem::path> roots; // of sources that come and go
     ArtworkReaders artwork_readers;           // everything else is the service's own
 };
 

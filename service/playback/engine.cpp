@@ -5,6 +5,8 @@
 #include <cmath>
 #include <utility>
 
+#include <vantro/catalogue.h>
+
 namespace vantro::service::playback {
 
 namespace {
@@ -407,6 +409,17 @@ void Engine::stop_with(int32_t error, std::chrono::nanoseconds now) {
     place_at(std::min(position(now), duration()), now);
     modes_.state = VANTRO_STATE_STOPPED;
     note(0, now, error);
+}
+
+void Engine::source_gone(int32_t source) {
+    const MutexLock guard(mutex_);
+    const auto now = catch_up();
+    if (!playing() || session_->songs[static_cast<size_t>(index())].source != source) {
+        return;
+    }
+    stop_with(VANTRO_ERROR_GONE, now);
+    jump_to(0, now);
+    note(Change::position, now);
 }
 
 // The current track cannot be played: the next one follows, if there is one and not too many were

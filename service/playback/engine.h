@@ -167,6 +167,9 @@ class Engine {
     // goes on with the next track, if there is one. The result of a start that is over is ignored.
     void checked(uint64_t number, int32_t error) EXCLUDES(mutex_);
 
+    // A source has gone: a player that plays a song of it stops there, with VANTRO_ERROR_GONE.
+    void source_gone(int32_t source) EXCLUDES(mutex_);
+
     // For the sound; as sound::Listener has them.
     sound::Wanted wanted() EXCLUDES(mutex_);
     void started(uint64_t cue, int64_t position_us) EXCLUDES(mutex_);

@@ -169,24 +169,58 @@ void Player::no_output(const Error &why) {
     say(LOG_SEVERITY_WARNING, "nothing is heard, positions follow the clock: " + log_text(why));
 }
 
-void Player::source_changed(const catalogue::Source &source) {
+void Player::source_changed(int32_t id) {
+    if (publish_source(id)) {
+        engine_.source_gone(id);
+        publish_changes();
+    }
+}
+
+void Player::sources_changed() {
+    std::vector<int32_t> ids;
+    {
+        const MutexLock guard(publish_mutex_);
+        if (publisher_) {
+            ids = publisher_->sources();
+        }
+    }
+    for (const catalogue::Source &source : catalogue_.sources()) {
+        ids.push_back(source.id);
+    }
+    for (const int32_t id : ids) {
+        source_changed(id);
+    }
+}
+
+// True if the source has gone. The catalogue is asked with the lock held: a source that has gone is
+// not published again by who looked before.
+bool Player::publish_source(int32_t id) {
     const MutexLock guard(publish_mutex_);
     if (!publisher_) {
-        return;
+        return false;
     }
-    // A source changes all the time while it is scanned: only the end of the scan is published.
-    publisher_->source(source, source.status != VANTRO_SOURCE_SCANNING);
+    const std::vector<catalogue::Source> all = catalogue_.sources();
+    const auto source =
+        std::find_if(all.begin(), all.end(), [id](const auto &each) { return each.id == id; });
+    const bool gone = source == all.end();
+    if (gone) {
+        publisher_->source_gone(id);
+    } else {
+        // A source changes all the time while it is scanned: only the end of the scan is published.
+        publisher_->source(*source, source->status != VANTRO_SOURCE_SCANNING);
+    }
     if (song_ == 0) {
-        return;
+        return gone;
     }
     catalogue::Node node;
     catalogue::SongMetadata metadata;
     const int result = catalogue_.song(song_, node, metadata);
     if (result != 0 && result != ENOENT) {
-        return; // the catalogue failed: keep what was published
+        return gone; // the catalogue failed: keep what was published
     }
     const bool known = result == 0;
     publisher_->track_changed(known ? &node : nullptr, known ? &metadata : nullptr);
+    return gone;
 }
 
 } // namespace vantro::service::playback

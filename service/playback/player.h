@@ -162,7 +162,10 @@ class Player : private sound::Listener {
     void check_file() EXCLUDES(publish_mutex_);
 
     // Publishes a source that has changed, or whose contents have.
-    void source_changed(const catalogue::Source &source) EXCLUDES(publish_mutex_);
+    // One that is no source any more stops what plays from it.
+    void source_changed(int32_t id) EXCLUDES(publish_mutex_);
+    // The same for every source.
+    void sources_changed() EXCLUDES(publish_mutex_);
 
     const std::string name;
 
@@ -199,6 +202,7 @@ class Player : private sound::Listener {
                                     int32_t index, int32_t start, const Maker &maker)
         EXCLUDES(mutex_);
     void publish_change(const Engine::Change &change) REQUIRES(publish_mutex_);
+    bool publish_source(int32_t id) EXCLUDES(publish_mutex_);
     void call_for_what_is_due();
 
     Engine engine_;

@@ -69,22 +69,13 @@ void Players::maker_gone(uint64_t number) noexcept {
 
 void Players::source_changed(int32_t id) {
     try {
-        publish_sources([id](const catalogue::Source &source) { return source.id == id; });
+        for (Player &player : players_) {
+            player.source_changed(id);
+        }
     } catch (const std::exception &) {
         // There was no memory for it. The next round of the clock's thread tells all sources again.
         sources_missed_ = true;
         clock_watch_.look();
-    }
-}
-
-void Players::publish_sources(const std::function<bool(const catalogue::Source &)> &wanted) {
-    for (const catalogue::Source &source : catalogue_.sources()) {
-        if (!wanted(source)) {
-            continue;
-        }
-        for (Player &player : players_) {
-            player.source_changed(source);
-        }
     }
 }
 
@@ -93,7 +84,9 @@ void Players::publish_missed_sources() {
         return;
     }
     try {
-        publish_sources([](const catalogue::Source &) { return true; });
+        for (Player &player : players_) {
+            player.sources_changed();
+        }
     } catch (...) {
         sources_missed_ = true; // the worker calls again
         throw;

@@ -53,7 +53,6 @@ class Players {
 
   private:
     std::optional<std::chrono::nanoseconds> wake_all();
-    void publish_sources(const std::function<bool(const catalogue::Source &)> &wanted);
     void publish_missed_sources();
 
     catalogue::Catalogue &catalogue_;

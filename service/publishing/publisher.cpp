@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <vantro/catalogue.h>
 #include <vantro/platform/limits.h>
 #include <vantro/platform/log.h>
 
@@ -121,15 +122,38 @@ void Publisher::session_gone() {
 
 void Publisher::source(const catalogue::Source &source, bool again) {
     std::string text = json_of(source);
-    std::string &published = sources_[source.id];
-    if (text == published && !again) {
+    const auto published = sources_.find(source.id);
+    if (published != sources_.end() && text == published->second.second && !again) {
         return;
     }
     if (publish("mediasource." + source.uid,
                 {{"type", KIVO_NUMBER, std::to_string(source.type).c_str()},
                  {"media_source", KIVO_JSON, text.c_str()}})) {
-        published = std::move(text);
+        sources_[source.id] = {source, std::move(text)};
     }
+}
+
+bool Publisher::source_gone(int32_t id) {
+    const auto found = sources_.find(id);
+    if (found == sources_.end()) {
+        return false;
+    }
+    catalogue::Source source = found->second.first;
+    source.status = VANTRO_SOURCE_UNAVAILABLE;
+    const std::string object = "mediasource." + source.uid;
+    publish(object, {{"type", KIVO_NUMBER, std::to_string(VANTRO_SOURCE_GONE).c_str()},
+                     {"media_source", KIVO_JSON, json_of(source).c_str()}});
+    done(object_delete(publisher_.get(), object.c_str()), object);
+    sources_.erase(found);
+    return true;
+}
+
+std::vector<int32_t> Publisher::sources() const {
+    std::vector<int32_t> ids;
+    for (const auto &each : sources_) {
+        ids.push_back(each.first);
+    }
+    return ids;
 }
 
 } // namespace vantro::service::publishing

@@ -17,6 +17,8 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <vantro/extras.h>
 #include <vantro/platform/objects.h>
@@ -58,6 +60,11 @@ class Publisher {
     // Publishes a source that differs from what was published last; with `again`, any.
     void source(const catalogue::Source &source, bool again);
 
+    // Publishes that a source has gone, and deletes its object. False if it was not published.
+    bool source_gone(int32_t id);
+    // The numbers of the sources that are published.
+    std::vector<int32_t> sources() const;
+
     // Publishes the current track again if what is known of it has changed.
     void track_changed(const catalogue::Node *node, const catalogue::SongMetadata *metadata);
 
@@ -76,9 +83,10 @@ class Publisher {
     const std::string player_;
     const Log log_;
     const std::unique_ptr<object_publisher, Close> publisher_;
-    std::set<std::string> failing_;          // objects
-    std::map<int32_t, std::string> sources_; // their texts, by id
-    int32_t index_ = 0;                      // of the track, with its session and texts
+    std::set<std::string> failing_; // objects
+    // By id; with their texts.
+    std::map<int32_t, std::pair<catalogue::Source, std::string>> sources_;
+    int32_t index_ = 0; // of the track, with its session and texts
     uint64_t tsid_ = 0;
     std::string node_;
     std::string metadata_;

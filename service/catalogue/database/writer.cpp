@@ -31,6 +31,13 @@ int32_t Writer::source_at(std::string_view path) {
     return static_cast<int32_t>(id);
 }
 
+void Writer::add_source(int32_t id, std::string_view path) {
+    if (database_.number(0, "SELECT id FROM source WHERE id = ?1", id) == 0) {
+        begin();
+        database_.run("INSERT OR IGNORE INTO source(id, path) VALUES(?1, ?2)", id, Blob{path});
+    }
+}
+
 // ------------------------------------------------------------------------------------- songs
 
 std::optional<Writer::SongRow> Writer::find_song(const FileName &where, int64_t &key) {

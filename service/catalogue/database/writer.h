@@ -42,6 +42,8 @@ class Writer {
 
     // The number of the source at that path, the same from run to run.
     int32_t source_at(std::string_view path);
+    // Notes a source under a number of its own.
+    void add_source(int32_t id, std::string_view path);
 
     KnownFolder known(int32_t source, std::string_view folder);
 

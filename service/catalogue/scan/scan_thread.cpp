@@ -39,8 +39,7 @@ constexpr size_t room_bytes = 256 * 1024;
 
 } // namespace
 
-ScanThread::ScanThread(const ScanOptions &options,
-                       std::vector<std::unique_ptr<MusicDirectory>> &sources,
+ScanThread::ScanThread(const ScanOptions &options, MusicSources &sources,
                        const ArtworkFolder &artwork, std::filesystem::path state,
                        std::function<std::unique_ptr<Database>(bool damaged)> reopen,
                        std::function<void(int32_t source)> prepare)
@@ -50,9 +49,7 @@ ScanThread::ScanThread(const ScanOptions &options,
 void ScanThread::start() {
     const MutexLock guard(starting_);
     if (!thread_.joinable() && !stop_) {
-        for (const auto &source : sources_) {
-            unfinished_[source->id];
-        }
+        started_ = true;
         thread_ = start_free_thread([this] { run(); });
     }
 }
@@ -85,8 +82,9 @@ void ScanThread::run() {
     bool prepared = false;
     while (!stop_) {
         try {
+            adopt_sources();
             if (!std::exchange(prepared, true)) {
-                for (const auto &source : sources_) {
+                for (const auto &[id, source] : adopted_) {
                     prepare_(source->id);
                 }
             }
@@ -101,6 +99,47 @@ void ScanThread::run() {
     workers_.reset();
     writer_.reset();
     database_.reset();
+}
+
+void ScanThread::remounted(const MusicPointer &source) {
+    {
+        const MutexLock guard(remounted_mutex_);
+        remounted_.insert(source->id);
+    }
+    watcher_.wake();
+}
+
+// Drops the sources that have gone, and has those that are new scanned next.
+void ScanThread::adopt_sources() {
+    const std::vector<MusicPointer> all = sources_.all();
+    for (auto each = adopted_.begin(); each != adopted_.end();) {
+        if (std::find(all.begin(), all.end(), each->second) != all.end()) {
+            ++each;
+            continue;
+        }
+        watcher_.remove({each->first, ""});
+        unfinished_.erase(each->first);
+        if (options_.progress) {
+            ScanProgress ended;
+            ended.source = each->first;
+            ended.done = true;
+            options_.progress(ended);
+        }
+        each = adopted_.erase(each);
+    }
+    std::set<int32_t> again;
+    {
+        const MutexLock guard(remounted_mutex_);
+        again.swap(remounted_);
+    }
+    for (const MusicPointer &source : all) {
+        const bool is_new = adopted_.emplace(source->id, source).second;
+        Unfinished &unfinished = unfinished_[source->id];
+        if (is_new || again.count(source->id) != 0) {
+            unfinished.whole = true;
+            next_try_ = Clock::now();
+        }
+    }
 }
 
 void ScanThread::do_next() {
@@ -150,8 +189,8 @@ ScanThread::Clock::time_point ScanThread::next_round() const {
     if (watcher_.exhausted()) {
         every = std::min(every, options_.rescan_unwatched);
     }
-    const bool gone = std::any_of(sources_.begin(), sources_.end(), [](const auto &source) {
-        return source->status == VANTRO_SOURCE_UNAVAILABLE;
+    const bool gone = std::any_of(adopted_.begin(), adopted_.end(), [](const auto &each) {
+        return each.second->status == VANTRO_SOURCE_UNAVAILABLE;
     });
     return scanned_ + (gone ? std::min<std::chrono::milliseconds>(look_for_gone, every) : every);
 }
@@ -231,7 +270,7 @@ bool ScanThread::guarded(const std::function<void()> &work, MusicDirectory *sour
 void ScanThread::scan_everything() {
     watcher_.begin_round();
     failing_ = false;
-    for (const auto &source : sources_) {
+    for (const auto &[id, source] : adopted_) {
         if (!stop_ && !damaged_) {
             scan_source(*source, {}, true);
         }
@@ -254,7 +293,7 @@ void ScanThread::scan_unfinished() {
         return;
     }
     failing_ = false;
-    for (const auto &source : sources_) {
+    for (const auto &[id, source] : adopted_) {
         const Unfinished unfinished = unfinished_.at(source->id);
         if (unfinished.any() && !stop_ && !damaged_) {
             scan_source(*source, unfinished.whole ? std::set<std::string>() : unfinished.folders,
@@ -294,7 +333,7 @@ void ScanThread::tidy() {
     malloc_trim(0);
 }
 
-Scan::Parts ScanThread::parts() {
+Scan::Parts ScanThread::parts(const MusicDirectory &source) {
     return {*writer_,
             *workers_,
             watcher_,
@@ -310,7 +349,7 @@ Scan::Parts ScanThread::parts() {
                     options_.progress(counts);
                 }
             },
-            [this] { return stop_ || damaged_; }};
+            [this, &source] { return stop_ || damaged_ || source.gone; }};
 }
 
 // Scans the whole source if no folders are named. With `deep` it scans everything below the
@@ -320,7 +359,8 @@ void ScanThread::scan_source(MusicDirectory &source, const std::set<std::string>
     const bool whole = folders.empty();
     const auto began = Clock::now();
     const auto scan_it = [&] {
-        Scan scan(parts(), source.id, source.path);
+        writer_->add_source(source.id, source.key);
+        Scan scan(parts(source), source.id, source.path);
         if (!scan.gone()) {
             if (whole) {
                 set_status(source, VANTRO_SOURCE_SCANNING);
@@ -420,7 +460,7 @@ void ScanThread::report(const MusicDirectory &source, const Unfinished &finished
 }
 
 void ScanThread::scan_changes(const FolderChanges &changes) {
-    for (const auto &source : sources_) {
+    for (const auto &[id, source] : adopted_) {
         if (source->status == VANTRO_SOURCE_UNAVAILABLE || changes.sources.count(source->id) != 0) {
             scan_source(*source, {}, true);
             continue;

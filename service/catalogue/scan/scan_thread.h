@@ -18,33 +18,31 @@
 #include "common/locks.h"
 #include "service/catalogue/database/database.h"
 #include "service/catalogue/files/artwork_folder.h"
+#include "service/catalogue/scan/music_sources.h"
 #include "service/catalogue/scan/scan.h"
 #include "service/catalogue/scan/scan_options.h"
 #include "service/catalogue/scan/watcher.h"
 
 namespace vantro::service::catalogue {
 
-// A directory of music. Only its status changes, and that by the scanning thread.
-struct MusicDirectory {
-    int32_t id = 0;
-    std::string path;
-    std::atomic<int32_t> status = 0;
-};
-
 class ScanThread {
   public:
     // Borrows the sources and the covers. `state` is the directory with the catalogue's file and
     // the covers. `reopen` returns the catalogue's file, open for writing; it is called with true
     // if the one before seemed damaged. `prepare` is called after a scan that has changed a source.
-    ScanThread(const ScanOptions &options, std::vector<std::unique_ptr<MusicDirectory>> &sources,
-               const ArtworkFolder &artwork, std::filesystem::path state,
+    ScanThread(const ScanOptions &options, MusicSources &sources, const ArtworkFolder &artwork,
+               std::filesystem::path state,
                std::function<std::unique_ptr<Database>(bool damaged)> reopen,
                std::function<void(int32_t source)> prepare);
     ~ScanThread() { stop(); }
 
     void start();
+    bool started() const { return started_; }
     void stop();
     void rescan();
+    // The list of sources has changed, or one is to be scanned again.
+    void look_at_sources() EXCLUDES(remounted_mutex_) { watcher_.wake(); }
+    void remounted(const MusicPointer &source) EXCLUDES(remounted_mutex_);
     // How many times the catalogue's file was checked, and replaced where it was damaged.
     int rebuilds() const { return rebuilds_; }
     // Reports damage. `rebuilds` is the value of rebuilds() when the reader opened the file;
@@ -67,6 +65,7 @@ class ScanThread {
     };
 
     void run();
+    void adopt_sources() EXCLUDES(remounted_mutex_);
     void do_next();
     void check_catalogue();
     bool check_due() const;
@@ -82,7 +81,7 @@ class ScanThread {
     void plan_next_try(bool again);
     bool guarded(const std::function<void()> &work, MusicDirectory *source = nullptr);
     void tidy();
-    Scan::Parts parts();
+    Scan::Parts parts(const MusicDirectory &source);
     void report(const MusicDirectory &source, const Unfinished &finished);
     void set_status(MusicDirectory &source, int32_t status);
     Clock::time_point next_round() const;
@@ -91,13 +90,14 @@ class ScanThread {
     void log(int severity, const std::string &line) const;
 
     const ScanOptions &options_;
-    std::vector<std::unique_ptr<MusicDirectory>> &sources_;
+    MusicSources &sources_;
     const ArtworkFolder &artwork_;
     const std::filesystem::path state_;
     const std::function<std::unique_ptr<Database>(bool)> reopen_;
     const std::function<void(int32_t)> prepare_;
     Watcher watcher_;
     std::atomic<bool> stop_ = false;
+    std::atomic<bool> started_ = false;
     std::atomic<bool> everything_ = false;
     std::atomic<bool> damaged_ = false;
     std::atomic<int> rebuilds_ = 0;
@@ -105,7 +105,11 @@ class ScanThread {
     Mutex starting_;
     std::thread thread_ GUARDED_BY(starting_);
 
+    Mutex remounted_mutex_;
+    std::set<int32_t> remounted_ GUARDED_BY(remounted_mutex_);
+
     // Of the thread alone.
+    std::map<int32_t, MusicPointer> adopted_; // the sources that it works on
     std::unique_ptr<Database> database_;
     std::unique_ptr<Writer> writer_;
     std::unique_ptr<Workers> workers_;

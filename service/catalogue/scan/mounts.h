@@ -1,0 +1,42 @@
+// What is mounted, and what lies below a media root.
+#ifndef VANTRO_SERVICE_CATALOGUE_SCAN_MOUNTS_H
+#define VANTRO_SERVICE_CATALOGUE_SCAN_MOUNTS_H
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace vantro::service::catalogue {
+
+struct Mount {
+    std::string device; // major:minor
+    std::string root;   // what of the file system is mounted
+    std::string source; // as the kernel names it
+
+    bool operator==(const Mount &) const = default;
+};
+
+// By mount point; of several at one point the uppermost.
+using Mounts = std::map<std::string, Mount>;
+
+// Reads the mounts from the start of an open /proc/self/mountinfo. Empty where it cannot be read.
+Mounts read_mounts(int mountinfo);
+
+// A folder of a media root, and the key by which it is known when it returns: of a volume its
+// UUID, or the address of a network share, and else the path.
+struct RootFolder {
+    std::string path;
+    std::string key;
+    bool mounted = false;
+};
+
+// The folders in a media root, without links and hidden ones. False where it cannot be read.
+bool list_root(const std::string &root, const Mounts &mounts, std::vector<RootFolder> &folders);
+
+// True where a folder can be read and nothing lies in it.
+bool is_empty_folder(const std::string &path);
+
+} // namespace vantro::service::catalogue
+
+#endif

@@ -1,0 +1,76 @@
+// Keeps the list of sources true to what lies below the media roots, and notices what is mounted
+// and unmounted. It has a thread of its own, which sleeps until the kernel reports a change: a scan
+// may take minutes or wait for a disk, and a source must come and go meanwhile.
+#ifndef VANTRO_SERVICE_CATALOGUE_SCAN_ROOT_WATCH_H
+#define VANTRO_SERVICE_CATALOGUE_SCAN_ROOT_WATCH_H
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/locks.h"
+#include "service/catalogue/scan/mounts.h"
+#include "service/catalogue/scan/music_sources.h"
+
+namespace vantro::service::catalogue {
+
+// More than anyone has directories of music, and few enough that the list of sources fits the 65536
+// bytes in which clients take it.
+inline constexpr size_t sources_max = 32;
+
+class RootWatch {
+  public:
+    struct Calls {
+        std::function<void(int32_t source)> changed; // it has come or gone
+        std::function<void()> sources_changed;       // some have, or should be scanned again
+        std::function<void(const MusicPointer &source)> remounted;
+        std::function<void(int severity, const std::string &line)> log;
+    };
+
+    // Borrows the sources. Throws an Error.
+    RootWatch(MusicSources &sources, std::vector<std::string> roots, Calls calls);
+    ~RootWatch();
+    RootWatch(const RootWatch &) = delete;
+    RootWatch &operator=(const RootWatch &) = delete;
+
+    // Compares once; before start() only.
+    void look();
+    void start() EXCLUDES(starting_);
+    // Any thread; also before start().
+    void stop() EXCLUDES(starting_);
+
+  private:
+    void run();
+    void wait(int timeout_ms);
+    bool compare_roots(const Mounts &mounts);
+    void compare_mounts(const Mounts &mounts);
+    void remove_absent(const std::vector<RootFolder> &found, bool &changed);
+    void add(const RootFolder &folder, bool &changed);
+    void watch_roots();
+
+    MusicSources &sources_;
+    const std::vector<std::string> roots_;
+    const Calls calls_;
+    int mountinfo_ = -1;
+    int inotify_ = -1;
+    int wake_ = -1;
+    std::atomic<bool> stop_ = false;
+    Mutex starting_;
+    std::thread thread_ GUARDED_BY(starting_);
+
+    // Of the thread alone, once it runs.
+    Mounts mounts_;
+    bool looked_ = false;
+    bool unwatched_ = false;             // a root is missing or cannot be watched
+    std::set<std::string> mount_points_; // below the roots, that were in use
+    std::set<std::string> said_;         // paths that were left out
+};
+
+} // namespace vantro::service::catalogue
+
+#endif
