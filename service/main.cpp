@@ -113,14 +113,13 @@ std::optional<Error> check_roots(const Options &options) {
         std::error_code error;
         return (std::filesystem::canonical(path, error) / "").native();
     };
-    for (const std::string &root : options.media_roots) {
-        for (const std::string &other : others) {
-            const std::string one = whole(root);
-            const std::string two = whole(other);
-            if (&root != &other && root != other &&
-                (one.starts_with(two) || two.starts_with(one))) {
+    for (size_t i = options.music.size(); i < others.size(); ++i) {
+        for (size_t k = 0; k < i; ++k) {
+            const std::string one = whole(others[i]);
+            const std::string two = whole(others[k]);
+            if (one.starts_with(two) || two.starts_with(one)) {
                 return Error(Error::Origin::music, EEXIST,
-                             fmt::format("'{}' and '{}' lie in each other", root, other));
+                             fmt::format("'{}' and '{}' lie in each other", others[i], others[k]));
             }
         }
     }

@@ -74,7 +74,8 @@ TEST_F(MediaRoots, ComeAndGoWhileAPlayerPlaysAndClientsBrowse) {
 
     put_away("stick");
     for (int error = 0, gone = 0; error == 0 || gone == 0;) {
-        const VantroEvent *event = vantro_event_wait_for(handle, 20'000);
+        ASSERT_GT(vantro_event_wait_for(handle, 20'000), 0);
+        const VantroEvent *event = vantro_event_get(handle);
         ASSERT_NE(event, nullptr);
         error += event->type == VANTRO_EVENT_ERROR && event->details.error.code == 1;
         gone += event->type == VANTRO_EVENT_MEDIASOURCE &&

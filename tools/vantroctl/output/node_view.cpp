@@ -107,14 +107,8 @@ const char *node_type_name(int32_t type) {
 }
 
 const char *source_type_name(int32_t type) {
-    switch (type) {
-    case VANTRO_SOURCE_DIRECTORY:
-        return "directory";
-    case VANTRO_SOURCE_PLAYLISTS:
-        return "playlists";
-    default:
-        return "unknown";
-    }
+    static constexpr const char *names[] = {"unknown", "directory", "removable", "playlists"};
+    return name_in(names, type);
 }
 
 const char *source_status_name(int32_t status) {
