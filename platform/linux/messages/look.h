@@ -5,15 +5,15 @@
 //  - A look in vain costs the thread's budget as long as it took, also what other threads had of
 //    that time. The budget grows by a fiftieth of the time that passes, up to budget_ns. So looks
 //    in vain cost a fiftieth of a thread's time, and budget_ns at once.
-//  - A look yields the processor, so that another thread can run there, perhaps the peer. A look
-//    in which another thread had the processor for long ends in vain, and the thread does not look
-//    for a while: a thread that looks uses up its share of a processor that others want, and waits
-//    longer for its next turn than one that sleeps. It does not look for twice as long where the
-//    same happens soon again, up to a second.
+//  - A look does not yield the processor. The peer runs on another one, and a thread that yields
+//    where others want the processor waits for all of their turns, and again before its next one.
+//  - A look that lasted much longer lost its processor: others want it. The thread then does not
+//    look for a while, and twice as long where that happens soon again, up to a second: a thread
+//    that looks uses up its share of such a processor, and waits longer for its next turn than one
+//    that sleeps.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_LOOK_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_LOOK_H
 
-#include <sched.h>
 #include <time.h>
 
 #include <algorithm>
@@ -43,9 +43,8 @@ class LookBudget {
   public:
     static constexpr int64_t look_ns = 50'000;
     static constexpr int64_t budget_ns = 1'000'000;
-    static constexpr int64_t share = 50; // one in so many
-    static constexpr int64_t first_yield_ns = 4'000;
-    static constexpr int64_t late_yield_ns = 25'000;
+    static constexpr int64_t share = 50;       // one in so many
+    static constexpr int64_t lost_ns = 25'000; // beyond look_ns
     static constexpr int64_t first_barred_ns = 100'000'000;
     static constexpr int64_t most_barred_ns = 1'000'000'000;
     static constexpr int checks_between = 16; // of the word, between two of the time
@@ -65,23 +64,15 @@ class LookBudget {
             return false;
         }
         bool changed = false;
-        int64_t now = begin;
-        while (!(changed = check(word, seen)) && (now = monotonic_ns()) - begin < look_ns) {
-            if (now - begin < first_yield_ns) {
-                continue;
-            }
-            ::sched_yield();
-            if (monotonic_ns() - now > late_yield_ns) {
-                break;
-            }
+        while (!(changed = check(word, seen)) && monotonic_ns() - begin < look_ns) {
         }
-        now = monotonic_ns();
+        const int64_t now = monotonic_ns();
         if (changed && now - begin < look_ns) {
             return true;
         }
         left_ -= now - begin;
         counted_at_ = now;
-        if (now - begin > look_ns + late_yield_ns) {
+        if (now - begin > look_ns + lost_ns) {
             bar(now);
         }
         return changed || word.load(std::memory_order_acquire) != seen;
