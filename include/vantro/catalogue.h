@@ -22,7 +22,8 @@ enum {
     VANTRO_SOURCE_REMOVABLE = 2, /**< A folder or volume of a media root, which may go. */
     VANTRO_SOURCE_PLAYLISTS = 3  /**< The playlists that vantro_save_playlist() saved: nodes of type
                                       VANTRO_NODE_PLAYLIST, whose entries are songs of the other
-                                      sources. One that is not found now has no id. */
+                                      sources. One that is not found now has no id. Such a source
+                                      is there once there is such a playlist. */
 };
 
 /** `status` of a MediaSource. */

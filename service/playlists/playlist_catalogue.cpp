@@ -82,6 +82,10 @@ int PlaylistCatalogue::note(const Error &error) {
 
 std::vector<catalogue::Source> PlaylistCatalogue::sources() {
     std::vector<catalogue::Source> all = store_.sources();
+    const Result<std::vector<PlaylistFile>> files = folder_.list();
+    if (files && (*files).empty()) {
+        return all;
+    }
     catalogue::Source own;
     own.id = source_id;
     own.uid = catalogue::uid_of(menu); // of no directory

@@ -348,13 +348,12 @@ void run_playlists(Client &client, const ListOptions &options) {
     const auto saved = std::find_if(sources.begin(), sources.end(), [](const Source &source) {
         return source.type == VANTRO_SOURCE_PLAYLISTS;
     });
-    if (saved == sources.end()) {
-        throw Failure(Outcome::not_found, "the service keeps no playlists");
-    }
     Lister lister(client, options);
     lister.flat(
         [&](int32_t offset, int32_t count) {
-            return browse_page(client, {saved->id, VANTRO_NODE_ROOT}, offset, count);
+            return saved == sources.end()
+                       ? Page()
+                       : browse_page(client, {saved->id, VANTRO_NODE_ROOT}, offset, count);
         },
         "");
     lister.finish("playlists", "no playlists: vantroctl save NAME keeps the tracks of the player");
