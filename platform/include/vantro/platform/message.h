@@ -259,10 +259,10 @@ VANTRO_PLATFORM_API int ipc_connected(int connection);
  * Lets this process look, or not, whether a message or an answer is about to arrive before a thread
  * sleeps. At first it may. Where a client and a server on two processors exchange messages in quick
  * succession, each then looks for up to 50 us at a word in memory that the other changes, in place
- * of sleeping and being woken; a look costs no system call, and looks in vain take at most a fiftieth
- * of a thread's time. A thread whose processor other threads want, one that
- * runs under a real-time policy, and one whose peer is on the same processor do not look. Does not
- * block, fail or change errno.
+ * of sleeping and being woken; a look costs no system call, and looks in vain take at most a
+ * fiftieth of a thread's time. A thread whose processor other threads want, one that runs under a
+ * real-time policy, and one whose peer is on the same processor do not look. Does not block, fail
+ * or change errno.
  * @param allowed 0, and threads sleep at once, from their next exchange or receive on; or not 0.
  */
 VANTRO_PLATFORM_API void ipc_allow_looking(int allowed);
