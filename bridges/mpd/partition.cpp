@@ -169,6 +169,7 @@ Subsystems Partition::changes_of(const Event &event) {
     }
     if (const auto *source = event.as<SourceEvent>()) {
         if (source->type == VANTRO_SOURCE_PLAYLISTS) {
+            note_saved_playlists();
             return only(Subsystem::stored_playlist);
         }
         changed_at_ = std::time(nullptr);

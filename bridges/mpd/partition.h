@@ -80,6 +80,8 @@ class Partition {
 
     // Grows with every change of the catalogue, and with every new connection.
     uint64_t catalogue_version() const { return catalogue_version_; }
+    // A playlist was saved or removed: their source may have come, or gone.
+    void note_saved_playlists() { ++catalogue_version_; }
 
     // Connections so far: which one the descriptor belongs to.
     uint64_t connections() const { return connections_; }

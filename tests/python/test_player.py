@@ -23,7 +23,7 @@ def first_song(player: Player) -> str:
 
 def test_lists_page_by_themselves(service: Service) -> None:
     with Player() as player:
-        source, saved = player.sources()
+        (source,) = player.sources()
         assert source.status is vantro.SourceStatus.READY
         assert source.capabilities & vantro.Capability.SEARCH
         songs = list(player.browse(source.id, "songs"))

@@ -166,6 +166,7 @@ TaskPtr run_save(Context &context, Arguments arguments) {
     }
     refuse_name(saved, name);
     checked(saved);
+    context.partition.note_saved_playlists();
     return nullptr;
 }
 
@@ -177,6 +178,7 @@ TaskPtr run_rm(Context &context, Arguments arguments) {
     }
     refuse_name(removed, arguments[0]);
     checked(removed);
+    context.partition.note_saved_playlists();
     return nullptr;
 }
 

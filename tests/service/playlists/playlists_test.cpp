@@ -81,16 +81,14 @@ TEST_F(Playlists, KeepThePlacesOfWhatIsAway) {
         Player player = Player::connect("main").or_throw();
         auto events = player.follow();
         ASSERT_TRUE(player.create_session(0, "1:songs\n2:songs\n1:songs"));
-        int told = 0;
-        for (const Event &event : events) { // The first time as part of the full picture.
+        EXPECT_EQ(player.sources()->size(), 2u);
+        ASSERT_EQ(player.save_playlist("mix").or_throw(), 5);
+        EXPECT_EQ(player.sources()->size(), 3u); // there is one more now, which is told
+        for (const Event &event : events) {
             const auto *source = event.as<SourceEvent>();
-            if (!source || source->type != VANTRO_SOURCE_PLAYLISTS) {
-                continue;
-            }
-            if (++told == 2) {
+            if (source && source->type == VANTRO_SOURCE_PLAYLISTS) {
                 break;
             }
-            ASSERT_EQ(player.save_playlist("mix").or_throw(), 5);
         }
         EXPECT_EQ(entries(player, "mix"), " One Strange Away One Strange");
     }
@@ -111,6 +109,7 @@ TEST_F(Playlists, KeepThePlacesOfWhatIsAway) {
     Player player = Player::connect("main").or_throw();
     EXPECT_EQ(entries(player, "mix"), " One Strange Away One Strange");
     EXPECT_TRUE(player.delete_playlist("mix"));
+    EXPECT_EQ(player.sources()->size(), 2u);
     EXPECT_EQ(id_of(player, "mix"), "");
 }
 
