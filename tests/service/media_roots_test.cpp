@@ -17,6 +17,7 @@ class MediaRoots : public Vantrod {
   protected:
     void SetUp() override {
         Vantrod::SetUp();
+        root = fs::path(path_) / "root";
         test::make_music(path_ + "/music/1.flac", 1'000, {"TITLE=One"});
         test::make_music(root / "stick/2.flac", 600'000, {"TITLE=Two"});
         test::make_music(path_ + "/away/other/3.flac", 1'000, {"TITLE=Three"});
@@ -56,7 +57,7 @@ class MediaRoots : public Vantrod {
         ADD_FAILURE() << found.size() << " sources";
         return found;
     }
-    const fs::path root = fs::path(path_) / "root";
+    fs::path root;
 };
 
 TEST_F(MediaRoots, ComeAndGoWhileAPlayerPlaysAndClientsBrowse) {
