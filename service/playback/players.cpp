@@ -7,8 +7,7 @@ namespace vantro::service::playback {
 
 Players::Players(catalogue::Catalogue &catalogue, const std::vector<std::string> &names,
                  const Engine::Clock &clock, const SoundMaker &make_sound)
-    : catalogue_(catalogue), ids_(catalogue), clock_watch_([this] { return wake_all(); }),
-      file_checks_([this] {
+    : ids_(catalogue), clock_watch_([this] { return wake_all(); }), file_checks_([this] {
           for (Player &player : players_) {
               player.check_file();
           }

@@ -55,7 +55,6 @@ class Players {
     std::optional<std::chrono::nanoseconds> wake_all();
     void publish_missed_sources();
 
-    catalogue::Catalogue &catalogue_;
     SessionIds ids_;
     std::deque<Player> players_; // never changes; holds what cannot be moved
     std::atomic<bool> sources_missed_ = false;
