@@ -24,7 +24,8 @@ bool LaneLook::begin(int channel, bool has_answered) {
         return false;
     }
     // A peer on this processor cannot send while this thread looks.
-    if (!has_answered || channel != channel_ || sender_ == ::sched_getcpu() || !looking_allowed) {
+    if (!has_answered || channel != channel_ || sender_ == ::sched_getcpu() || !looking_allowed ||
+        !budget_.allows(monotonic_ns())) {
         end();
         return false;
     }

@@ -49,18 +49,23 @@ class LookBudget {
     static constexpr int64_t most_barred_ns = 1'000'000'000;
     static constexpr int checks_between = 16; // of the word, between two of the time
 
+    // Whether a look that begins now is within the budget.
+    bool allows(int64_t now) {
+        if (now < barred_until_) {
+            return false;
+        }
+        if (left_ < budget_ns) {
+            left_ = std::min(budget_ns, left_ + (now - counted_at_) / share);
+            counted_at_ = now;
+        }
+        return left_ >= look_ns;
+    }
+
     // Looks until the word is another than `seen`. @return false where it still is not, or where
     // there is no budget for a look.
     bool look(const std::atomic<uint32_t> &word, uint32_t seen) {
         const int64_t begin = monotonic_ns();
-        if (begin < barred_until_) {
-            return false;
-        }
-        if (left_ < budget_ns) {
-            left_ = std::min(budget_ns, left_ + (begin - counted_at_) / share);
-            counted_at_ = begin;
-        }
-        if (left_ < look_ns) {
+        if (!allows(begin)) {
             return false;
         }
         bool changed = false;
