@@ -334,7 +334,8 @@ VANTRO_API int vantro_get_trksession_tracks_metadata(VantroHandle *handle, uint6
  * A list may change while a cursor reads it. Each page begins with the last entry that was given,
  * which the cursor checks: where entries in front of it have come or gone, reading on would leave
  * out some entries or give them twice, so vantro_cursor_next() fails with VANTRO_FAILURE_CHANGED.
- * Changes behind that entry are read like the rest.
+ * Changes behind that entry are read like the rest. As many entries that came in front of it as
+ * went there are not noticed.
  *
  * A cursor belongs to one thread at a time. It borrows the handle: close it before, or soon after,
  * vantro_disconnect(), and do not call vantro_cursor_next() after that. Any number of cursors may

@@ -30,7 +30,8 @@ struct ScanOptions {
 
     // Takes one line for the log; severities are those of <vantro/platform/log.h>. Any thread.
     std::function<void(int severity, const std::string &line)> log;
-    // Both are called by the scanning thread, with nothing locked, and should return soon.
+    // Called by the scanning thread; `changed` also by the one that watches media roots, where a
+    // source comes or goes. With nothing locked; they should return soon.
     std::function<void(const ScanProgress &)> progress; // about once a second, and at the end
     std::function<void(int32_t source)> changed;        // after a commit, or when `status` changed
 };
