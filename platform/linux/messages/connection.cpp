@@ -288,7 +288,7 @@ int Connection::exchange(PartList &send, PartList &reply, size_t &received) {
         return -1;
     }
     lane.user = processor;
-    if (lane.quick == quick_enough && request_words() != 0) {
+    if (lane.quick == quick_enough && !words_asked_for_ && request_words() != 0) {
         const KeepErrno keep;
         give_back(lane);
         return -1;
