@@ -22,25 +22,6 @@ void free_handle(VantroHandle *handle) {
     std::free(handle);
 }
 
-enum class Outcome { granted, refused, unanswered };
-
-// Opening and closing differ by their command alone.
-Outcome request_by_name(const VantroHandle *handle, uint16_t command, const char *name) {
-    const auto length = static_cast<uint32_t>(std::strlen(name));
-    const RequestHeader header = request_header(command, length + sizeof length);
-    int32_t result = no_result;
-    uint32_t answer_length = 0;
-    if (!answered(putgetv(handle, {part(header), part(length), part(name, length)}, {part(result)},
-                          answer_length))) {
-        return Outcome::unanswered;
-    }
-    if (result == 0) {
-        return Outcome::granted;
-    }
-    note_result(result);
-    return Outcome::refused;
-}
-
 void end_events(VantroHandle *handle) {
     vantro_internal_destroy_evq(handle->event_queue.exchange(nullptr));
 }
@@ -57,7 +38,7 @@ bool close_player(VantroHandle *handle) {
     if (!name) {
         return true;
     }
-    switch (request_by_name(handle, VANTRO_COMMAND_CLOSE, name)) {
+    switch (request_by_name(handle->connection, handle, VANTRO_COMMAND_CLOSE, name)) {
     case Outcome::granted:
         break;
     case Outcome::refused:
@@ -86,7 +67,7 @@ bool open_player(VantroHandle *handle, const char *name) {
         msglog(LOG_SEVERITY_INFO, "No memory");
         return false;
     }
-    const Outcome outcome = request_by_name(handle, VANTRO_COMMAND_OPEN, name);
+    const Outcome outcome = request_by_name(handle->connection, handle, VANTRO_COMMAND_OPEN, name);
     if (outcome == Outcome::unanswered && handle->player_name) {
         std::free(copy); // The player stays doubtful.
         return false;

@@ -30,6 +30,7 @@ struct VantroHandle {
     std::atomic<int> timeout_ms;  // Of waits for the service; 0 where they are not bounded.
     std::atomic<bool> reconnects; // See vantro_set_reconnect().
     // Where the handle reconnects: held by exchanges together, and alone to replace the connection.
+    // Must be released before anything is logged, like the next one.
     mutable vantro::SharedMutex connection_lock;
     // Owned. NULL until the first call for events. Another thread may look for it to end a wait.
     std::atomic<struct EventQueue *> event_queue;

@@ -1,8 +1,5 @@
 // Handles that outlive the service: a new connection, with the player open on it.
-#include <array>
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -12,7 +9,6 @@
 #include "player/failure.h"
 #include "player/log.h"
 #include "player/requests.h"
-#include "transport/client/client.h"
 
 namespace vantro::player {
 
@@ -33,25 +29,6 @@ OwnedConnection connect_again(const VantroHandle *handle) {
     return connection;
 }
 
-// Opens the handle's player on a connection that is not yet the handle's. @return whether the
-// service did; the failure is noted where not.
-bool open_again(const VantroHandle *handle, MsgClient *connection) {
-    const auto length = static_cast<uint32_t>(std::strlen(handle->player_name));
-    const RequestHeader header = request_header(VANTRO_COMMAND_OPEN, length + sizeof length);
-    int32_t result = no_result;
-    const std::array request = {part(header), part(length), part(handle->player_name, length)};
-    const iovec reply = part(result);
-    transport::AnswerLength answer;
-    const int status = transport::putgetv(connection, request.data(),
-                                          static_cast<int>(request.size()), &reply, 1, answer, 0);
-    if (status != 0) {
-        note_failed_exchange(handle, status);
-    } else if (result != 0) {
-        note_result(result);
-    }
-    return status == 0 && result == 0;
-}
-
 } // namespace
 
 bool has_lost_service(const VantroHandle *handle) {
@@ -63,36 +40,39 @@ bool has_lost_service(const VantroHandle *handle) {
     return ipc_connected(handle->connection->connection) == 0;
 }
 
+// Connects without the lock: what is logged meanwhile may reach a sink that uses the same handle.
+// Where two threads do so at once, one of the connections is too many, and is closed. What is
+// doubtful stays so: the next opening or closing finds out, also from another service.
 bool be_connected(VantroHandle *handle) {
     if (!has_lost_service(handle)) {
         return true;
     }
     const int before = errno;
-    handle->connection_lock.lock();
-    bool is_connected = ipc_connected(handle->connection->connection) != 0; // by another thread
-    int error = 0;
-    if (!is_connected) {
-        OwnedConnection connection = connect_again(handle);
-        error = connection ? 0 : errno;
-        // What the last service may have opened or closed went with it.
-        std::free(std::exchange(handle->unanswered_open, nullptr));
-        if (std::exchange(handle->close_unanswered, false)) {
-            std::free(std::exchange(handle->player_name, nullptr));
-        }
-        errno = before;
-        is_connected = connection && (!handle->player_name || open_again(handle, connection.get()));
-        if (is_connected) {
-            connection.reset(std::exchange(handle->connection, connection.release()));
-        }
-    }
-    handle->connection_lock.unlock();
+    OwnedConnection connection = connect_again(handle);
+    const int error = connection ? 0 : errno;
+    errno = before;
     if (error != 0) {
         note_failed_exchange(handle, error);
     }
-    if (!is_connected) {
-        msglog(LOG_SEVERITY_INFO, "Cannot connect to the service again");
+    const char *const name = handle->close_unanswered ? nullptr : handle->player_name;
+    if (connection && name &&
+        request_by_name(connection.get(), handle, VANTRO_COMMAND_OPEN, name) != Outcome::granted) {
+        connection.reset();
     }
-    return is_connected;
+    if (!connection) {
+        msglog(LOG_SEVERITY_INFO, "Cannot connect to the service again");
+        return false;
+    }
+    if (has_lost_service(handle)) {
+        MsgClient *fresh = connection.release();
+        handle->connection_lock.lock();
+        if (ipc_connected(handle->connection->connection) == 0) {
+            std::swap(handle->connection, fresh);
+        }
+        handle->connection_lock.unlock();
+        connection.reset(fresh);
+    }
+    return true;
 }
 
 } // namespace vantro::player

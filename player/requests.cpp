@@ -45,7 +45,6 @@ class ConnectionUse {
 // Makes an exchange, keeps errno, and notes a failure. @return the message client's result.
 template <class Exchange>
 int concluded(const VantroHandle *handle, Exchange make) {
-    const ConnectionUse use(handle);
     const int before = errno;
     const int status = make();
     errno = before;
@@ -57,19 +56,26 @@ int concluded(const VantroHandle *handle, Exchange make) {
 
 } // namespace
 
-int putgetv(const VantroHandle *handle, std::initializer_list<iovec> request,
-            std::initializer_list<iovec> reply, uint32_t &answer_length) {
+int putgetv_on(MsgClient *connection, const VantroHandle *handle,
+               std::initializer_list<iovec> request, std::initializer_list<iovec> reply,
+               uint32_t &answer_length) {
     transport::AnswerLength length;
     const int status = concluded(handle, [&] {
-        return transport::putgetv(handle->connection, request.begin(),
-                                  static_cast<int>(request.size()), reply.begin(),
-                                  static_cast<int>(reply.size()), length, 0);
+        return transport::putgetv(connection, request.begin(), static_cast<int>(request.size()),
+                                  reply.begin(), static_cast<int>(reply.size()), length, 0);
     });
     answer_length = length_of_answer(status, length);
     return status;
 }
 
+int putgetv(const VantroHandle *handle, std::initializer_list<iovec> request,
+            std::initializer_list<iovec> reply, uint32_t &answer_length) {
+    const ConnectionUse use(handle);
+    return putgetv_on(handle->connection, handle, request, reply, answer_length);
+}
+
 int getv(const VantroHandle *handle, std::initializer_list<iovec> reply, uint32_t &answer_length) {
+    const ConnectionUse use(handle);
     transport::AnswerLength length;
     const int status = concluded(handle, [&] {
         return transport::getv(handle->connection, 0, reply.begin(), static_cast<int>(reply.size()),
@@ -77,6 +83,23 @@ int getv(const VantroHandle *handle, std::initializer_list<iovec> reply, uint32_
     });
     answer_length = length_of_answer(status, length);
     return status;
+}
+
+Outcome request_by_name(MsgClient *connection, const VantroHandle *handle, uint16_t command,
+                        const char *name) {
+    const auto length = static_cast<uint32_t>(std::strlen(name));
+    const RequestHeader header = request_header(command, length + sizeof length);
+    int32_t result = no_result;
+    uint32_t answer_length = 0;
+    if (!answered(putgetv_on(connection, handle, {part(header), part(length), part(name, length)},
+                             {part(result)}, answer_length))) {
+        return Outcome::unanswered;
+    }
+    if (result == 0) {
+        return Outcome::granted;
+    }
+    note_result(result);
+    return Outcome::refused;
 }
 
 bool answered(int status) {
@@ -110,6 +133,7 @@ int32_t vantro_iomsg_noparam(VantroHandle *handle, uint16_t command) {
     int32_t result = no_result;
     uint32_t answer_length = 0;
     const int status = concluded(handle, [&] {
+        const ConnectionUse use(handle);
         return msgclient_putget(handle->connection, &header, sizeof header, &result, sizeof result,
                                 &answer_length, 0);
     });

@@ -51,6 +51,12 @@ struct Text {
 int putgetv(const VantroHandle *handle, std::initializer_list<iovec> request,
             std::initializer_list<iovec> reply, uint32_t &answer_length);
 
+// putgetv() on a connection that no other thread uses: one that is not yet the handle's, or in a
+// call that must not overlap others.
+int putgetv_on(MsgClient *connection, const VantroHandle *handle,
+               std::initializer_list<iovec> request, std::initializer_list<iovec> reply,
+               uint32_t &answer_length);
+
 // Fetches the answer held at the service. Like putgetv() otherwise.
 int getv(const VantroHandle *handle, std::initializer_list<iovec> reply, uint32_t &answer_length);
 
@@ -61,6 +67,12 @@ bool answered(int status);
 // logs a failure.
 bool carried_out(const VantroHandle *handle, const char *failure,
                  std::initializer_list<iovec> request, iovec answer = {});
+
+enum class Outcome { granted, refused, unanswered };
+
+// Opening and closing a player by its name, which differ by their command alone. As putgetv_on().
+Outcome request_by_name(MsgClient *connection, const VantroHandle *handle, uint16_t command,
+                        const char *name);
 
 // The commands' two kinds of request. Each returns the result word as the service sent it, or -1
 // for a handle without an open player or a failed exchange, both of which are logged.

@@ -3,9 +3,14 @@
 #include <sys/timerfd.h>
 
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
+
+#include <vantro/platform/log.h>
 
 #include "tests/service/vantrod.h"
 #include "tests/support/processors.h"
@@ -151,6 +156,47 @@ TEST_F(Reconnect, FollowsTwoPlayersAndATimerOverEveryRestart) {
     }
     close(timer);
     sched_setaffinity(0, sizeof before, &before);
+}
+
+// Threads that find the service gone connect anew at the same time, and what that logs may reach a
+// sink that uses the same handle.
+TEST_F(Reconnect, ThreadsAndTheLogUseOneHandle) {
+    static VantroHandle *handle = nullptr;
+    handle = open("main");
+    static thread_local bool is_logging = false;
+    static std::atomic<int> logged = 0;
+    system_log_set_sink(
+        [](uint32_t, int, const char *, void *) {
+            if (!std::exchange(is_logging, true)) {
+                ++logged;
+                vantro_pause(handle);
+                vantro_set_timeout(handle, 10'000);
+                is_logging = false;
+            }
+        },
+        nullptr);
+    for (int round = 0; round < 4; ++round) {
+        end(SIGKILL);
+        std::vector<std::thread> threads;
+        std::atomic<int> failed = 0;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([&] {
+                while (vantro_repeat(handle, VANTRO_REPEAT_ALL) != 0) {
+                    ++failed;
+                }
+            });
+        }
+        while (failed < 8) {
+            std::this_thread::yield();
+        }
+        run();
+        for (std::thread &thread : threads) {
+            thread.join();
+        }
+    }
+    EXPECT_GT(logged, 0);
+    system_log_set_sink(nullptr, nullptr);
+    vantro_disconnect(handle);
 }
 
 // A wait lasts while the service is away, ends by time, wake and return, and a handle that is
