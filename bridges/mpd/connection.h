@@ -7,9 +7,11 @@
 #include <string>
 #include <string_view>
 
-#include "bridges/mpd/descriptor.h"
+#include "bridges/sockets/descriptor.h"
 
 namespace vantro::mpd {
+
+using sockets::Descriptor;
 
 // Both buffers are bounded: no more is read while whole lines wait, and whoever fills the output
 // stops while it is `full()`.

@@ -13,8 +13,8 @@
 #include <vantro/platform/log.h>
 #include <vantro/version.h>
 
-#include "bridges/mpd/listener.h"
 #include "bridges/mpd/server.h"
+#include "bridges/sockets/listener.h"
 
 namespace {
 
@@ -40,6 +40,10 @@ std::vector<Listener> listen(const Options &options) {
     const bool given = !options.binds.empty();
     const std::vector<std::string> loopback = {"127.0.0.1", "::1"};
     for (const std::string &where : given ? options.binds : loopback) {
+        if (where.starts_with('/')) {
+            all.push_back(Listener::open_path(where));
+            continue;
+        }
         try {
             for (Listener &each : Listener::open(where, options.port)) {
                 all.push_back(std::move(each));

@@ -15,17 +15,10 @@
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 
+#include "bridges/sockets/signals.h"
+
 namespace vantro::mpd {
 namespace {
-
-Descriptor signal_descriptor() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGTERM);
-    sigaddset(&set, SIGINT);
-    sigprocmask(SIG_BLOCK, &set, nullptr);
-    return Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
-}
 
 // @return whether the client can go on. Where memory ends, only the client that needs it does.
 bool works(Client &client) {
@@ -41,7 +34,7 @@ bool works(Client &client) {
 
 Server::Server(std::vector<Listener> listeners, const std::string &player, size_t clients_max)
     : listeners_(std::move(listeners)), partitions_(player), clients_max_(clients_max),
-      epoll_(epoll_create1(EPOLL_CLOEXEC)), signals_(signal_descriptor()) {
+      epoll_(epoll_create1(EPOLL_CLOEXEC)), signals_(sockets::ending_signals()) {
     if (!epoll_ || !signals_) {
         throw std::runtime_error("no descriptor is left");
     }

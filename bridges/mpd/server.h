@@ -11,11 +11,14 @@
 
 #include "bridges/mpd/catalogue.h"
 #include "bridges/mpd/client.h"
-#include "bridges/mpd/descriptor.h"
-#include "bridges/mpd/listener.h"
 #include "bridges/mpd/partitions.h"
+#include "bridges/sockets/descriptor.h"
+#include "bridges/sockets/listener.h"
 
 namespace vantro::mpd {
+
+using sockets::Descriptor;
+using sockets::Listener;
 
 class Server {
   public:

@@ -8,10 +8,12 @@
 #include <utility>
 #include <vector>
 
-#include "bridges/web/descriptor.h"
+#include "bridges/sockets/descriptor.h"
 #include "bridges/web/target.h"
 
 namespace vantro::web {
+
+using sockets::Descriptor;
 
 // What is looked at of a request before its body. Fields that it does not have are empty.
 struct RequestHead {

@@ -15,7 +15,7 @@
 #include <vantro/platform/log.h>
 #include <vantro/version.h>
 
-#include "bridges/web/listener.h"
+#include "bridges/sockets/listener.h"
 #include "bridges/web/server.h"
 #include "bridges/web/web_site.h"
 

@@ -11,8 +11,8 @@
 #include <nettle/memops.h>
 #include <sys/random.h>
 
+#include "bridges/sockets/descriptor.h"
 #include "bridges/web/api_error.h"
-#include "bridges/web/descriptor.h"
 
 namespace vantro::web {
 namespace {
@@ -72,7 +72,8 @@ void Pairing::load_key(const std::string &folder) {
     };
     std::error_code ignored;
     std::filesystem::create_directories(folder, ignored);
-    const Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    const sockets::Descriptor file(
+        ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!file) {
         fail();
     }

@@ -14,6 +14,8 @@
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 
+#include "bridges/sockets/signals.h"
+
 namespace vantro::web {
 namespace {
 
@@ -24,15 +26,6 @@ constexpr unsigned kind_shift = 56;
 
 uint64_t key_of(Kind kind, uint64_t number = 0) {
     return static_cast<uint64_t>(kind) << kind_shift | number;
-}
-
-Descriptor signal_descriptor() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGTERM);
-    sigaddset(&set, SIGINT);
-    sigprocmask(SIG_BLOCK, &set, nullptr);
-    return Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
 // A telephone that leaves the network says nothing. The kernel asks for it, so that a page that is
@@ -53,7 +46,7 @@ void keep_alive(int socket) {
 Server::Server(std::vector<Listener> listeners, Players &players, Site &site,
                const HttpServer::Limits &limits)
     : listeners_(std::move(listeners)), players_(players), epoll_(epoll_create1(EPOLL_CLOEXEC)),
-      signals_(signal_descriptor()), http_(site, limits) {
+      signals_(sockets::ending_signals()), http_(site, limits) {
     if (!epoll_ || !signals_) {
         throw std::runtime_error("no descriptor is left");
     }

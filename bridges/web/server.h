@@ -6,12 +6,15 @@
 #include <map>
 #include <vector>
 
-#include "bridges/web/descriptor.h"
+#include "bridges/sockets/descriptor.h"
+#include "bridges/sockets/listener.h"
 #include "bridges/web/http_server.h"
-#include "bridges/web/listener.h"
 #include "bridges/web/players.h"
 
 namespace vantro::web {
+
+using sockets::Descriptor;
+using sockets::Listener;
 
 class Server {
   public:

@@ -13,9 +13,9 @@
 #include "bridges/mpd/catalogue.h"
 #include "bridges/mpd/client.h"
 #include "bridges/mpd/commands/handlers.h"
-#include "bridges/mpd/descriptor.h"
 #include "bridges/mpd/partition.h"
 #include "bridges/mpd/text.h"
+#include "bridges/sockets/descriptor.h"
 
 namespace vantro::mpd {
 namespace {
@@ -61,7 +61,7 @@ TaskPtr run_cover(Context &context, Arguments arguments) {
     const Catalogue::Place place = context.catalogue.find(context.partition.player(), arguments[0]);
     const uint32_t offset = parse_unsigned(arguments[1]);
     const std::string path = place.song ? path_of(place.song->artwork) : "";
-    const Descriptor file(
+    const sockets::Descriptor file(
         path.empty() ? -1 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat about {};
     if (!file || fstat(file.get(), &about) != 0 || !S_ISREG(about.st_mode)) {

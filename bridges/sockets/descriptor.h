@@ -1,12 +1,12 @@
 // Owner of a file descriptor.
-#ifndef VANTRO_BRIDGES_WEB_DESCRIPTOR_H
-#define VANTRO_BRIDGES_WEB_DESCRIPTOR_H
+#ifndef VANTRO_BRIDGES_SOCKETS_DESCRIPTOR_H
+#define VANTRO_BRIDGES_SOCKETS_DESCRIPTOR_H
 
 #include <utility>
 
 #include <unistd.h>
 
-namespace vantro::web {
+namespace vantro::sockets {
 
 class Descriptor {
   public:
@@ -35,6 +35,6 @@ class Descriptor {
     int number_ = -1;
 };
 
-} // namespace vantro::web
+} // namespace vantro::sockets
 
 #endif

@@ -1,20 +1,22 @@
 // Where clients connect.
-#ifndef VANTRO_BRIDGES_MPD_LISTENER_H
-#define VANTRO_BRIDGES_MPD_LISTENER_H
+#ifndef VANTRO_BRIDGES_SOCKETS_LISTENER_H
+#define VANTRO_BRIDGES_SOCKETS_LISTENER_H
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "bridges/mpd/descriptor.h"
+#include "bridges/sockets/descriptor.h"
 
-namespace vantro::mpd {
+namespace vantro::sockets {
 
 class Listener {
   public:
-    // An address or a host's name, of which each address is taken, or the absolute path of a
-    // socket. @param port 0: one that is free. @throws std::runtime_error.
+    // An address or a host's name, of which each address is taken. @param port 0: one that is free.
+    // @throws std::runtime_error, like the next one.
     static std::vector<Listener> open(const std::string &where, uint16_t port);
+    // The absolute path of a Unix socket.
+    static Listener open_path(const std::string &path);
 
     Listener(Listener &&) noexcept = default;
     Listener &operator=(Listener &&) = delete;
@@ -29,12 +31,10 @@ class Listener {
     Listener(Descriptor socket, std::string name)
         : socket_(std::move(socket)), name_(std::move(name)) {}
 
-    static Listener open_path(const std::string &path);
-
     Descriptor socket_;
     std::string name_;
 };
 
-} // namespace vantro::mpd
+} // namespace vantro::sockets
 
 #endif

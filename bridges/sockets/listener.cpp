@@ -1,4 +1,4 @@
-#include "bridges/web/listener.h"
+#include "bridges/sockets/listener.h"
 
 #include <cerrno>
 #include <cstring>
@@ -8,14 +8,15 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
 
-namespace vantro::web {
+namespace vantro::sockets {
 namespace {
 
-// Clients that come while an answer is waited for.
+// Clients that come while one that is served holds the loop up.
 constexpr int backlog = 256;
 
 [[noreturn]] void fail(const std::string &where, int error) {
@@ -59,6 +60,29 @@ Descriptor listen_on(const addrinfo &address) {
 
 } // namespace
 
+Listener Listener::open_path(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        fail(path, ENAMETOOLONG);
+    }
+    path.copy(address.sun_path, path.size());
+    const auto *const plain = reinterpret_cast<const sockaddr *>(&address);
+    Descriptor made(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!made) {
+        fail(path, errno);
+    }
+    // A socket that nobody listens on is what a run that was killed has left.
+    const Descriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (::connect(probe.get(), plain, sizeof address) != 0 && errno == ECONNREFUSED) {
+        ::unlink(path.c_str());
+    }
+    if (::bind(made.get(), plain, sizeof address) != 0 || ::listen(made.get(), backlog) != 0) {
+        fail(path, errno);
+    }
+    return {std::move(made), path};
+}
+
 std::vector<Listener> Listener::open(const std::string &where, uint16_t port) {
     std::vector<Listener> all;
     addrinfo hints{};
@@ -82,4 +106,10 @@ std::vector<Listener> Listener::open(const std::string &where, uint16_t port) {
     return all;
 }
 
-} // namespace vantro::web
+Listener::~Listener() {
+    if (socket_ && name_.starts_with('/')) {
+        ::unlink(name_.c_str());
+    }
+}
+
+} // namespace vantro::sockets
