@@ -92,6 +92,11 @@ enum class Does { stays, leaves, is_cancelled, answers_later };
 class LookingThread : public Looking, public testing::WithParamInterface<Does> {};
 
 TEST_P(LookingThread, IsNotMissed) {
+#ifdef __SANITIZE_THREAD__
+    if (GetParam() == Does::is_cancelled) {
+        GTEST_SKIP() << "the sanitizer misses the locks that a thread takes while it is cancelled";
+    }
+#endif
     std::promise<void> end;
     const std::shared_future<void> ended = end.get_future().share();
     const int channel = channel_create(CHANNEL_DISCONNECT);
@@ -154,9 +159,15 @@ TEST_P(LookingThread, IsNotMissed) {
     path_dispatch_destroy(dispatch);
 }
 
+std::string name_of_case(const testing::TestParamInfo<Does> &each) {
+    constexpr const char *names[] = {"Stays", "Leaves", "IsCancelled", "AnswersLater"};
+    return names[static_cast<size_t>(each.param)];
+}
+
 INSTANTIATE_TEST_SUITE_P(, LookingThread,
                          testing::Values(Does::stays, Does::leaves, Does::is_cancelled,
-                                         Does::answers_later));
+                                         Does::answers_later),
+                         name_of_case);
 
 // A client whose words change without reason, and that has its lane watched at every moment, gets
 // its answers, and others theirs. One that asks for what is not there is cut off.
