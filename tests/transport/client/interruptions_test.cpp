@@ -99,7 +99,7 @@ class Caller {
         }
     }
 
-    // @param lost whether the answer may be lost. @return false where it may still be held.
+    // @param lost whether the answer may be lost, or still be made. @return whether it was had.
     bool fetch(uint32_t tag, const std::string &expected, int tries, bool lost = false) {
         for (; tries > 0; tries--) {
             std::string answer(expected.size(), '\0');
@@ -107,7 +107,7 @@ class Caller {
             const int result = msgclient_get(client_, tag, answer.data(),
                                              static_cast<uint32_t>(answer.size()), &length, 0);
             if (result == ENOMSG && lost) {
-                return true;
+                return false;
             }
             if (checked(result)) {
                 EXPECT_EQ(length, expected.size());
@@ -155,7 +155,7 @@ class Caller {
     MsgClient *client_ = nullptr;
     std::string text_;
     std::set<uint32_t> asked_;                    // tags of this client's puts
-    std::map<uint32_t, std::string> left_behind_; // those whose answers may be held
+    std::map<uint32_t, std::string> left_behind_; // those whose answers may be held, now or later
 };
 
 class Interrupted : public testing::TestWithParam<int> {};
