@@ -64,8 +64,8 @@ class MpvCore {
     void go_on(const mpv_event_hook &hook) { mpv_.hook_continue(core_, hook.id); }
     // Any thread.
     void wake() { mpv_.wakeup(core_); }
-    // For good: mpv then waits for no reader of a pipe. Any thread.
-    void give_output_up() { pipe_.close(); }
+    // For good: mpv then waits for no reader of a pipe. Any one thread at a time.
+    void give_output_up() { pipe_.give_up(); }
 
     const char *text_of(int error) const { return mpv_.error_string(error); }
 

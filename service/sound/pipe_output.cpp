@@ -2,12 +2,37 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <chrono>
+#include <system_error>
+#include <utility>
+
 #include <fmt/format.h>
 
+#include "service/free_thread.h"
+
 namespace vantro::service::sound {
+
+namespace {
+
+// Between two looks whether it is over, or whether the pipe has been opened once more.
+constexpr std::chrono::milliseconds pause(10);
+
+} // namespace
+
+PipeOutput::~PipeOutput() {
+    ended_ = true;
+    if (discarder_.joinable()) {
+        discarder_.join();
+    }
+    if (reader_ >= 0) {
+        ::close(reader_);
+    }
+}
 
 std::optional<Error> PipeOutput::open(const std::string &path) {
     if (::mkfifo(path.c_str(), 0660) != 0 && errno != EEXIST) {
@@ -26,9 +51,25 @@ std::optional<Error> PipeOutput::open(const std::string &path) {
     return std::nullopt;
 }
 
-void PipeOutput::close() {
-    if (const int reader = reader_.exchange(-1); reader >= 0) {
-        ::close(reader);
+void PipeOutput::give_up() {
+    if (reader_ < 0 || discarder_.joinable()) {
+        return;
+    }
+    try {
+        discarder_ = start_free_thread([this] { discard(); });
+    } catch (const std::system_error &) {
+        ::close(std::exchange(reader_, -1)); // who writes fails; who opens it once more waits
+    }
+}
+
+void PipeOutput::discard() noexcept {
+    while (!ended_) {
+        std::array<char, 65536> samples;
+        struct pollfd reader = {reader_, POLLIN, 0};
+        ::poll(&reader, 1, static_cast<int>(pause.count()));
+        if (::read(reader_, samples.data(), samples.size()) <= 0) {
+            std::this_thread::sleep_for(pause); // while nobody has it open for writing
+        }
     }
 }
 

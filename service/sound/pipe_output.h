@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <string>
+#include <thread>
 
 #include "service/error.h"
 
@@ -13,23 +14,28 @@ namespace vantro::service::sound {
 inline constexpr const char *pipe_rate = "48000";
 
 // Holds the reading end, and reads nothing. So whoever writes waits for a reader when the pipe is
-// full, rather than at its opening, and does not fail while there is none. When this ends nobody
-// waits any more.
+// full, rather than at its opening, and does not fail while there is none.
 class PipeOutput {
   public:
     PipeOutput() = default;
-    ~PipeOutput() { close(); }
+    // Whoever writes must have ended.
+    ~PipeOutput();
     PipeOutput(const PipeOutput &) = delete;
     PipeOutput &operator=(const PipeOutput &) = delete;
 
     // Makes the pipe, with permission for its owner and group, where it is missing. Returns why it
     // cannot be used, if it cannot.
     std::optional<Error> open(const std::string &path);
-    // Any thread.
-    void close();
+    // From now on it reads what nobody else does, so that whoever writes, or opens the pipe once
+    // more, waits for no reader. Any one thread at a time.
+    void give_up();
 
   private:
-    std::atomic<int> reader_ = -1;
+    void discard() noexcept;
+
+    int reader_ = -1;
+    std::thread discarder_;
+    std::atomic<bool> ended_ = false;
 };
 
 } // namespace vantro::service::sound
