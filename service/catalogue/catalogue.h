@@ -55,6 +55,9 @@ class NodeSink {
     virtual ~NodeSink() = default;
     // How many nodes will come, if that is known.
     virtual void expect(size_t) {}
+    // Asked before a listing of so many nodes, whose name no other listing ever has. Returns
+    // whether the sink has these nodes already; it is then given none.
+    virtual bool has(const std::string & /*listing*/, size_t) { return false; }
     // False if no more nodes are wanted.
     virtual bool take(const NodeRow &node) = 0;
 };

@@ -15,6 +15,7 @@
 #include "service/catalogue/catalogue.h"
 #include "service/playback/players.h"
 #include "service/requests/open_records.h"
+#include "service/requests/packed_lists.h"
 #include "service/requests/packing.h"
 #include "service/requests/parse.h"
 
@@ -111,6 +112,7 @@ class Answers {
     catalogue::Catalogue &catalogue_;
     playback::Players &players_;
     OpenRecords opens_;
+    PackedLists packed_lists_;
     Identify identify_;
 };
 

@@ -54,7 +54,7 @@ int Answers::give_search(const Call &call, catalogue::Range range, catalogue::No
 }
 
 int Answers::append_list(const Call &call, Give give) {
-    NodePacker nodes(call.answer);
+    NodePacker nodes(call.answer, packed_lists_);
     const int result = (this->*give)(call, call.request.range, nodes);
     return result == 0 ? nodes.finish() : result;
 }

@@ -144,9 +144,26 @@ bool NodeCollector::take(const catalogue::NodeRow &node) {
     return true;
 }
 
-NodePacker::NodePacker(Bytes &answer) : answer_(answer), begin_(answer.size()), end_(begin_) {
+NodePacker::NodePacker(Bytes &answer, PackedLists &kept)
+    : answer_(answer), kept_(kept), begin_(answer.size()), end_(begin_) {
     make_room(sizeof count_);
     end_ += sizeof count_;
+}
+
+bool NodePacker::has(const std::string &listing, size_t count) {
+    if (count < PackedLists::nodes_min) {
+        return false;
+    }
+    const std::shared_ptr<const Bytes> bytes = kept_.find(listing);
+    if (!bytes) {
+        listing_ = listing;
+        return false;
+    }
+    answer_.resize(begin_);
+    answer_.insert(answer_.end(), bytes->begin(), bytes->end());
+    end_ = answer_.size();
+    std::memcpy(&count_, bytes->data(), sizeof count_);
+    return true;
 }
 
 void NodePacker::make_room(size_t size) {
@@ -181,7 +198,13 @@ bool NodePacker::take(const catalogue::NodeRow &node) {
 int NodePacker::finish() {
     answer_.resize(end_);
     std::memcpy(answer_.data() + begin_, &count_, sizeof count_);
-    return too_long_ ? EMSGSIZE : 0;
+    if (too_long_) {
+        return EMSGSIZE;
+    }
+    if (!listing_.empty()) {
+        kept_.keep(listing_, answer_.data() + begin_, end_ - begin_);
+    }
+    return 0;
 }
 
 } // namespace vantro::service::requests

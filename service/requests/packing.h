@@ -7,10 +7,9 @@
 #include <vector>
 
 #include "service/catalogue/catalogue.h"
+#include "service/requests/packed_lists.h"
 
 namespace vantro::service::requests {
-
-using Bytes = std::vector<unsigned char>;
 
 // Longest answer. Half a million nodes fit; more are asked for in several requests.
 inline constexpr size_t answer_max = size_t{64} << 20;
@@ -44,7 +43,9 @@ class NodeCollector : public catalogue::NodeSink {
 // which returns 0 or EMSGSIZE.
 class NodePacker : public catalogue::NodeSink {
   public:
-    explicit NodePacker(Bytes &answer);
+    // Borrows both. Long listings are taken from `kept`, and kept there.
+    NodePacker(Bytes &answer, PackedLists &kept);
+    bool has(const std::string &listing, size_t count) override;
     void expect(size_t count) override;
     bool take(const catalogue::NodeRow &node) override;
     int finish();
@@ -53,6 +54,8 @@ class NodePacker : public catalogue::NodeSink {
     void make_room(size_t size);
 
     Bytes &answer_;
+    PackedLists &kept_;
+    std::string listing_; // its name, where it is to be kept
     const size_t begin_;
     size_t end_; // of what is packed; after it the answer has spare room
     int32_t count_ = 0;

@@ -198,10 +198,19 @@ void SourceBrowser::browse(Place place, Range range, NodeSink &nodes) {
         }
         return;
     }
-    if (place.kind == kind_song && place.id == 0) {
-        songs_by_name(range, nodes);
+    const bool all_songs = place.kind == kind_song && place.id == 0;
+    const ListPointer list = all_songs ? nullptr : entries(place);
+    const auto [first, last] =
+        bounds(range, list ? list->entries.size() : static_cast<size_t>(song_count()));
+    const std::string listing = fmt::format(
+        "{} {}-{}", name_of_list(fmt::format("{}{}", char{place.kind}, place.id)), first, last);
+    if (nodes.has(listing, last - first)) {
+        return;
+    }
+    if (list) {
+        this->nodes(*list, range, nodes);
     } else {
-        this->nodes(*entries(place), range, nodes);
+        songs_by_name(range, nodes);
     }
 }
 

@@ -3,6 +3,8 @@
 #include <climits>
 #include <thread>
 
+#include <fmt/format.h>
+
 #include "tests/service/vantrod.h"
 
 namespace vantro::service {
@@ -189,6 +191,49 @@ TEST_F(Serving, TakesWhatIsLargeAndFarOff) {
                                        create(1, large, 0, 0), browse(2, ""), search(2, "", "one"),
                                        metadata(2, ""), values(2, "", {}), create(2, "", 0, 0)}) {
         EXPECT_EQ(client.result(refused), ENOENT);
+    }
+}
+
+// Long listings are kept as they travel; pages are not.
+TEST_F(Vantrod, LongListingsAreThoseOfTheMusicAsItIs) {
+    constexpr int songs = 600, page = 100;
+    const std::filesystem::path music = path_ + "/music";
+    test::make_music(music / "000.flac", 1000, {"ARTIST=Anna"});
+    for (int i = 1; i < songs; ++i) {
+        std::filesystem::copy_file(music / "000.flac", music / fmt::format("{:03}.flac", i));
+    }
+    start({"--music", music});
+    while (told().rfind("vantrod: scanned", 0) != 0) {
+        ASSERT_FALSE(service->ended());
+    }
+    const Client client;
+    ASSERT_EQ(client.result(open_main), 0);
+    const auto pages = [&](const std::string &node) {
+        decltype(client.list("")) nodes;
+        for (int offset = 0; offset < songs; offset += page) {
+            const auto some = client.list(browse(1, node, offset, page));
+            nodes.insert(nodes.end(), some.begin(), some.end());
+        }
+        return nodes;
+    };
+    for (const int renamed : {0, 100, 200}) {
+        if (renamed > 0) {
+            const std::string new_name = fmt::format("{:03}a", renamed);
+            std::filesystem::rename(music / fmt::format("{:03}.flac", renamed),
+                                    music / (new_name + ".flac"));
+            while (client.list(browse(1, "songs", renamed, 1))[0].first != new_name) {
+                std::this_thread::yield();
+            }
+        }
+        for (const char *node : {"songs", "folders"}) {
+            auto expected = pages(node);
+            EXPECT_EQ(expected.size(), static_cast<size_t>(songs)) << node;
+            for (const int count : {0, 0, songs, 0}) {
+                EXPECT_EQ(client.list(browse(1, node, 0, count)), expected) << node;
+            }
+            expected.erase(expected.begin());
+            EXPECT_EQ(client.list(browse(1, node, 1, 0)), expected) << node;
+        }
     }
 }
 
