@@ -312,6 +312,7 @@ int serve(const Options &options, Reload &reload) {
     requests::Turns turns(options.threads);
     requests::UserLimits limits(
         [](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });
+    limits.limit_descriptors();
     requests::Handling handling{answers, turns, limits, memory};
     set_handling(&handling);
     const std::optional<Error> error = server.run(options.threads, [&] {

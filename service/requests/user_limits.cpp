@@ -8,6 +8,8 @@
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 
+#include <vantro/platform/message.h>
+
 namespace vantro::service::requests {
 
 namespace {
@@ -28,6 +30,18 @@ static_assert(std::size(limits) == limited_count);
 // Descriptors: a scan has a few open for each of its threads, a reader of the catalogue two.
 constexpr rlim_t kept_for_own_work = 48;
 constexpr rlim_t kept_from_users = 96;
+
+// Of the descriptors that are left so many are for no connection: fewer than for no open, so that
+// who comes in peace is refused there, and told why.
+constexpr uint32_t kept_from_connections = 24;
+constexpr uint32_t kept_from_connections_of_users = 48;
+
+Limit descriptor_limit() {
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const auto all = static_cast<int64_t>(std::min<rlim_t>(limit.rlim_cur, 1 << 20));
+    return {"descriptors", std::max<int64_t>(all / 4, 1), std::max<int64_t>(all * 5 / 8, 1)};
+}
 
 // As the process calls itself, without what would spoil a line.
 std::string name_of_process(int32_t pid) {
@@ -62,6 +76,21 @@ bool descriptors_are_short(uint32_t uid) {
     return static_cast<rlim_t>(lowest) + kept >= limit.rlim_cur;
 }
 
+void UserLimits::limit_descriptors() {
+    const Limit limit = descriptor_limit();
+    const ipc_client_limits limits = {.one_user = static_cast<uint32_t>(limit.of_one_user),
+                                      .all_users = static_cast<uint32_t>(limit.of_all_users),
+                                      .kept = kept_from_connections,
+                                      .kept_from_users = kept_from_connections_of_users,
+                                      .refused =
+                                          [](int32_t pid, uint32_t uid, void *self) {
+                                              static_cast<const UserLimits *>(self)->log(
+                                                  descriptor_limit(), pid, uid);
+                                          },
+                                      .context = this};
+    ipc_limit_clients(&limits);
+}
+
 UserLimits::Amounts UserLimits::waiting(size_t bytes) {
     Amounts amounts = {};
     amounts[static_cast<size_t>(Limited::waiting_requests)] = 1;
@@ -86,7 +115,7 @@ bool UserLimits::take_open(const Client &client) {
     }
     lock.unlock();
     if (first) {
-        log(client, *refused);
+        log(limit_of(*refused), client.pid, client.uid);
     }
     return false;
 }
@@ -110,7 +139,7 @@ bool UserLimits::take_waiting(const Client &client, size_t bytes) {
     const std::optional<Limited> refused = take(client, waiting(bytes), first);
     lock.unlock();
     if (refused && first) {
-        log(client, *refused);
+        log(limit_of(*refused), client.pid, client.uid);
     }
     return !refused;
 }
@@ -153,13 +182,11 @@ void UserLimits::give(const Client &client, const Amounts &given) noexcept {
     }
 }
 
-void UserLimits::log(const Client &client, Limited what) const {
-    const Limit &limit = limit_of(what);
+void UserLimits::log(const Limit &limit, int32_t pid, uint32_t uid) const {
     log_(fmt::format(
         "limit reached: no more {} for user {} ({} for one user, {} for all), asked for "
         "by process {} ({})",
-        limit.name, client.uid, limit.of_one_user, limit.of_all_users, client.pid,
-        name_of_process(client.pid)));
+        limit.name, uid, limit.of_one_user, limit.of_all_users, pid, name_of_process(pid)));
 }
 
 } // namespace vantro::service::requests

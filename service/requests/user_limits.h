@@ -3,7 +3,7 @@
 // One rule: user 0 and the service's own user are not limited here; every other user may have so
 // much, and all those users together so much. What is left between that and what the service can
 // have at all is the reserve of the first two. Users are told apart by the kernel's credentials of
-// their connections. The table is in limits.cpp and, for readers, in docs/service.md.
+// their connections. The table is in user_limits.cpp and, for readers, in docs/service.md.
 #ifndef VANTRO_SERVICE_REQUESTS_USER_LIMITS_H
 #define VANTRO_SERVICE_REQUESTS_USER_LIMITS_H
 
@@ -52,6 +52,11 @@ class UserLimits {
     // that user had nothing.
     using Log = std::function<void(const std::string &line)>;
     explicit UserLimits(Log log) : log_(std::move(log)) {}
+    UserLimits(const UserLimits &) = delete;
+    UserLimits &operator=(const UserLimits &) = delete;
+
+    // Has the messaging layer limit the descriptors of users too, as long as this lives.
+    void limit_descriptors();
 
     // Counts one more open, and its connection where it is the first one's. Returns whether that is
     // within the limits; else nothing was counted. Throws std::bad_alloc.
@@ -76,7 +81,7 @@ class UserLimits {
     std::optional<Limited> take(const Client &client, const Amounts &wanted, bool &first)
         REQUIRES(mutex_);
     void give(const Client &client, const Amounts &given) noexcept REQUIRES(mutex_);
-    void log(const Client &client, Limited what) const EXCLUDES(mutex_);
+    void log(const Limit &limit, int32_t pid, uint32_t uid) const EXCLUDES(mutex_);
 
     const Log log_;
     Mutex mutex_;

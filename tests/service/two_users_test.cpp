@@ -9,6 +9,7 @@
 #include <grp.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 
 #include <fmt/format.h>
 
@@ -58,6 +59,18 @@ int told_to_all(uint8_t kind, const std::string &payload) {
     char reply[64];
     return error_of(ipc_send_simple(connection, (bytes + payload).data(),
                                     bytes.size() + payload.size(), reply, sizeof reply));
+}
+
+constexpr rlim_t descriptors = 400; // of the service
+
+// Why there is no further connection for a user who has all that one may have: a quarter of the
+// descriptors, three for each.
+int take_connections() {
+    rlim_t taken = 0;
+    while (global_name_open("vantrod/vantro.sys/default", 0) >= 0) {
+        ++taken;
+    }
+    return taken == descriptors / 4 / 3 ? errno : 1;
 }
 
 int serve_in_its_place() {
@@ -165,6 +178,7 @@ TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
         {"moves the socket", [&] { return moves(names + "default"); }, EACCES},
         {"moves the folder", [&] { return moves("/run/vantro/sys"); }, EACCES},
         {"serves in its place", serve_in_its_place, EACCES},
+        {"takes all connections", take_connections, EAGAIN},
         {"takes its descriptors", [&] { return opened(process + "fd", O_DIRECTORY); }, EACCES},
         {"reads its memory", [&] { return opened(process + "mem", O_RDONLY); }, EACCES},
         {"ends it", [&] { return error_of(kill(std::stoi(process.substr(6)), SIGTERM)); }, EPERM},
@@ -175,7 +189,11 @@ TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
         unsetenv("XDG_RUNTIME_DIR");
         test::Process service({VANTROD, "--music", path_ + "/music", "--state", state, "--perms",
                                "660", "--gid", std::to_string(listeners), "--audio", "clock"},
-                              [] { become(service_user); });
+                              [] {
+                                  const rlimit few = {descriptors, descriptors};
+                                  setrlimit(RLIMIT_NOFILE, &few);
+                                  become(service_user);
+                              });
         std::string said;
         while (said.find("scanned") == said.npos && !(said = service.line()).empty()) {
         }

@@ -56,6 +56,7 @@ void after_fork_in_child() RELEASE(server_lock) {
         new (std::nothrow) std::shared_ptr<Channel>(channel); // likewise
     }
     server.channels.clear();
+    server.descriptors.clear();
     server_lock.unlock();
 }
 
@@ -154,6 +155,8 @@ void Server::close_socket(Client &client, PinnedFd &socket) {
         return;
     }
     client.channel->posts.unwatch(socket.fd);
+    descriptors.give(client.uid, &socket == &client.control ? ClientDescriptors::of_socket
+                                                            : ClientDescriptors::of_lane);
     if (socket.pins > 0) {
         socket.closing = true;
         return;
@@ -211,6 +214,7 @@ void Server::give_up(const Source &source) {
 void Server::close_outlet(Client &client, PulseOutlet &outlet) {
     if (outlet.socket) {
         client.channel->posts.unwatch(outlet.socket.get());
+        descriptors.give(client.uid, ClientDescriptors::of_socket);
         outlet = PulseOutlet();
     }
 }

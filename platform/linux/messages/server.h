@@ -34,6 +34,7 @@
 #include "common/locks.h"
 #include "platform/linux/base/unique_fd.h"
 #include "platform/linux/messages/answer_file.h"
+#include "platform/linux/messages/client_descriptors.h"
 #include "platform/linux/messages/ids.h"
 #include "platform/linux/messages/lane_words.h"
 #include "platform/linux/messages/posts.h"
@@ -126,7 +127,7 @@ struct Client {
     std::vector<PulseOutlet> outlets GUARDED_BY(server_lock);
     bool credentials_known = false;
     int32_t pid = 0;
-    uint32_t uid = 0;
+    uint32_t uid = static_cast<uint32_t>(-1);
     uint32_t gid = 0;
     std::vector<uint32_t> groups; // all of them; empty where the kernel would not say
     int dispatching GUARDED_BY(server_lock) = 0;
@@ -215,6 +216,7 @@ struct Server {
     // them, and would give them to whoever had the same number by then: such a serial is handed out
     // last, and so is a lane's index (`LaneState::closed_owing`).
     std::array<uint8_t, IPC_CONNECTIONS_MAX + 1> owed GUARDED_BY(server_lock){};
+    ClientDescriptors descriptors GUARDED_BY(server_lock);
     uint32_t last_serial GUARDED_BY(server_lock) = 0;
     uint32_t last_incarnation GUARDED_BY(server_lock) = 0;
     int last_channel GUARDED_BY(server_lock) = 0;
@@ -247,7 +249,7 @@ struct Server {
 
     void close_socket(Client &client, PinnedFd &socket) REQUIRES(server_lock);
     void close_lane(Client &client, Lane &lane) REQUIRES(server_lock);
-    static void close_outlet(Client &client, PulseOutlet &outlet) REQUIRES(server_lock);
+    void close_outlet(Client &client, PulseOutlet &outlet) REQUIRES(server_lock);
     // Ends a connection; its disconnect pulse follows when nothing holds it.
     void disconnect(Client &client) REQUIRES(server_lock);
     // One message less holds the pulse; erase_if_finished() is to follow.

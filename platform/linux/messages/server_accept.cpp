@@ -34,9 +34,7 @@ class Reserve {
         spare_.reset();
         const ClientSocket client(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
         if (client) {
-            ControlRecord refusal{control_refused, EAGAIN};
-            const struct iovec part = {&refusal, sizeof refusal};
-            send_packet(client.get(), &part, 1, -1, MSG_DONTWAIT);
+            send_control(client.get(), control_refused, EAGAIN, -1);
         }
         take();
     }
@@ -98,8 +96,9 @@ int free_lane_index(Client &client) REQUIRES(server_lock) {
 
 // Takes the near end of a new lane. @return 0 or an error number.
 // @param index receives which it is.
-int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation, int &index)
+int add_lane(Client &client, ClientSocket near_end, int &index, ClientRefusal &refusal)
     REQUIRES(server_lock) {
+    Server &server = Server::instance();
     if (!client.is_connected()) {
         return ECONNRESET;
     }
@@ -108,13 +107,16 @@ int add_lane(Client &client, ClientSocket near_end, uint32_t incarnation, int &i
     } catch (const std::bad_alloc &) {
         return ENOMEM;
     }
-    if (index < 0) {
+    if (index < 0 || !server.descriptors.take(client.pid, client.uid, ClientDescriptors::of_lane,
+                                              near_end.get(), refusal)) {
         return EAGAIN;
     }
     Lane &lane = client.lanes[static_cast<size_t>(index)];
+    const uint32_t incarnation = ++server.last_incarnation;
     const Source source = {Source::client_lane, static_cast<uint16_t>(client.serial),
                            static_cast<uint8_t>(index), incarnation};
     if (!client.channel->posts.watch(near_end.get(), {lane_events, source.pack()})) {
+        server.descriptors.give(client.uid, ClientDescriptors::of_lane);
         return errno;
     }
     lane.socket = PinnedFd();
@@ -134,6 +136,7 @@ bool grant_lane(uint32_t serial, int control) EXCLUDES(server_lock) {
     int error = 0;
     int index = -1;
     int grant = 0;
+    ClientRefusal refusal;
     UniqueFd far_end;
     if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
         error = descriptor_error(errno);
@@ -142,10 +145,11 @@ bool grant_lane(uint32_t serial, int control) EXCLUDES(server_lock) {
         far_end.reset(ends[1]);
         const MutexLock guard(server_lock);
         Client &client = *server.find_client(serial);
-        error = add_lane(client, std::move(near_end), ++server.last_incarnation, index);
+        error = add_lane(client, std::move(near_end), index, refusal);
         grant = wire_version << wire_version_shift | index << lane_index_shift |
                 (client.channel->posts.hands_over() ? lane_hands_over : 0);
     }
+    refusal.tell();
     return error == 0 ? send_control(control, control_lane_granted, grant, far_end.get())
                       : send_control(control, control_refused, error, -1);
 }
@@ -177,6 +181,12 @@ bool watch_lane(const Source &control, int index) EXCLUDES(server_lock) {
                                          static_cast<uint8_t>(index),
                                          client.lanes[static_cast<size_t>(index)].incarnation});
     return true;
+}
+
+bool take_socket(const Client &client, int socket, ClientRefusal &refusal) EXCLUDES(server_lock) {
+    const MutexLock guard(server_lock);
+    return Server::instance().descriptors.take(client.pid, client.uid, ClientDescriptors::of_socket,
+                                               socket, refusal);
 }
 
 // The next serial that nobody has, or 0. Round robin: see ReceiveId.
@@ -227,9 +237,15 @@ void accept_client(Channel &channel, uint16_t listener) {
         client->channel = &channel;
         client->attachment = attachment;
         read_credentials(control, *client);
+        if (ClientRefusal refusal; !take_socket(*client, control, refusal)) {
+            refusal.tell();
+            send_control(control, control_refused, EAGAIN, -1);
+            return;
+        }
         const MutexLock guard(server_lock);
         serial = next_serial(server);
         if (serial == 0 || channel.destroyed) {
+            server.descriptors.give(client->uid, ClientDescriptors::of_socket);
             return;
         }
         client->serial = serial;
@@ -237,6 +253,7 @@ void accept_client(Channel &channel, uint16_t listener) {
         const Source source = {Source::client_control, static_cast<uint16_t>(serial), 0,
                                client->incarnation};
         if (!channel.posts.watch(control, {socket_events, source.pack()})) {
+            server.descriptors.give(client->uid, ClientDescriptors::of_socket);
             return;
         }
         client->control.fd = socket.release();

@@ -47,7 +47,7 @@ PulseOutlet *outlet_for(Client &client, int number) REQUIRES(server_lock) {
             return &outlet;
         }
         if (outlet.socket && client_closed(outlet)) {
-            Server::close_outlet(client, outlet);
+            Server::instance().close_outlet(client, outlet);
         }
         free = outlet.socket ? free : &outlet;
     }
@@ -58,8 +58,9 @@ PulseOutlet *outlet_for(Client &client, int number) REQUIRES(server_lock) {
 }
 
 // Takes the near end of a client's outlet. @return 0 or an error number.
-int add_outlet(Client &client, int number, UniqueFd near_end, uint32_t incarnation)
+int add_outlet(Client &client, int number, UniqueFd near_end, ClientRefusal &refusal)
     REQUIRES(server_lock) {
+    Server &server = Server::instance();
     if (!client.is_connected()) {
         return ECONNRESET;
     }
@@ -72,15 +73,19 @@ int add_outlet(Client &client, int number, UniqueFd near_end, uint32_t incarnati
     if (!outlet) {
         return EAGAIN;
     }
+    if (!server.descriptors.take(client.pid, client.uid, ClientDescriptors::of_socket,
+                                 near_end.get(), refusal)) {
+        return EAGAIN;
+    }
     std::vector<struct ipc_pulse> waiting = std::move(outlet->waiting);
-    Server::close_outlet(client, *outlet);
+    server.close_outlet(client, *outlet);
     outlet->number = number;
-    outlet->incarnation = incarnation;
+    outlet->incarnation = ++server.last_incarnation;
     outlet->socket = std::move(near_end);
     outlet->waiting = std::move(waiting);
     if (!watch_outlet(client, *outlet, true, !outlet->waiting.empty())) {
         const int error = errno;
-        *outlet = PulseOutlet();
+        server.close_outlet(client, *outlet);
         return error;
     }
     return 0;
@@ -119,7 +124,7 @@ int deliver(Client &client, PulseOutlet &outlet, const struct ipc_pulse &pulse)
             return 0;
         }
         if (error != EAGAIN) {
-            Server::close_outlet(client, outlet);
+            Server::instance().close_outlet(client, outlet);
             return fail(ESRCH);
         }
     }
@@ -151,11 +156,12 @@ bool grant_pulses(uint32_t serial, int control, int number) {
     ::setsockopt(near_end.get(), SOL_SOCKET, SO_SNDBUF, &buffer_bytes, sizeof buffer_bytes);
     ::shutdown(near_end.get(), SHUT_RD); // nothing is received here, so nothing can be sent here
     int error;
+    ClientRefusal refusal;
     {
         const MutexLock guard(server_lock);
-        error = add_outlet(*server.find_client(serial), number, std::move(near_end),
-                           ++server.last_incarnation);
+        error = add_outlet(*server.find_client(serial), number, std::move(near_end), refusal);
     }
+    refusal.tell();
     return error == 0 ? send_control(control, control_pulse_granted, number, far_end.get())
                       : send_control(control, control_refused, error, -1);
 }
@@ -172,7 +178,7 @@ void serve_outlet(const Source &source, bool hung_up) {
         return;
     }
     if (hung_up) {
-        Server::close_outlet(*client, outlet);
+        server.close_outlet(*client, outlet);
         return;
     }
     size_t sent = 0;

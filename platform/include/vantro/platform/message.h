@@ -355,6 +355,38 @@ VANTRO_PLATFORM_API int ipc_deliver_event(int receive_id, const struct ipc_event
 VANTRO_PLATFORM_API int ipc_check_event(int receive_id, const struct ipc_event *event);
 
 /**
+ * What the clients of this process may take of its descriptors. A connection takes one, each of its
+ * lanes two, and each pulse connection that it is told on one. Users are those of the kernel's
+ * credentials.
+ */
+struct ipc_client_limits {
+    uint32_t one_user;  /**< Of the clients of one user at once; above 0. */
+    uint32_t all_users; /**< Of those of all users together; above 0. */
+    /** Descriptors that stay free for the process's own work, whoever asks. */
+    uint32_t kept;
+    /** The same where it is another user than 0 and the process's own that asks. */
+    uint32_t kept_from_users;
+    /**
+     * Called when a limit refuses something to a user for the first time since that user had
+     * nothing, or NULL; in a thread that receives, without a lock. It must not throw.
+     * @param pid of the process that asked, as its credentials say.
+     */
+    void (*refused)(int32_t pid, uint32_t uid, void *context);
+    void *context; /**< Borrowed; for `refused`. */
+};
+
+/**
+ * Limits what clients may take of this process's descriptors; at first nothing is. User 0 and the
+ * process's own (effective) user are not counted in `one_user` and `all_users`. A connection that
+ * goes beyond is refused with EAGAIN; a lane or a pulse connection that does is not had, and the
+ * exchanges of that client wait for the lanes that it has. What clients have already they keep.
+ * Does not block.
+ * @param limits copied.
+ * @return 0, or -1: EINVAL where it is null, or one of the first two is 0.
+ */
+VANTRO_PLATFORM_API int ipc_limit_clients(const struct ipc_client_limits *limits);
+
+/**
  * Lends the calling thread for closing what clients sent, and their sockets, until the channel is
  * destroyed. The close of a descriptor can wait for as long as its sender wants: a lingering TCP
  * socket, a file on a file system that the sender runs. With a thread lent, only that thread waits.
