@@ -78,17 +78,17 @@ bool descriptors_are_short(uint32_t uid) {
 
 void UserLimits::limit_descriptors() {
     const Limit limit = descriptor_limit();
-    const ipc_client_limits limits = {.one_user = static_cast<uint32_t>(limit.of_one_user),
-                                      .all_users = static_cast<uint32_t>(limit.of_all_users),
-                                      .kept = kept_from_connections,
-                                      .kept_from_users = kept_from_connections_of_users,
-                                      .refused =
-                                          [](int32_t pid, uint32_t uid, void *self) {
-                                              static_cast<const UserLimits *>(self)->log(
-                                                  descriptor_limit(), pid, uid);
-                                          },
-                                      .context = this};
-    ipc_limit_clients(&limits);
+    const ipc_client_limits client_limits = {.one_user = static_cast<uint32_t>(limit.of_one_user),
+                                             .all_users = static_cast<uint32_t>(limit.of_all_users),
+                                             .kept = kept_from_connections,
+                                             .kept_from_users = kept_from_connections_of_users,
+                                             .refused =
+                                                 [](int32_t pid, uint32_t uid, void *self) {
+                                                     static_cast<const UserLimits *>(self)->log(
+                                                         descriptor_limit(), pid, uid);
+                                                 },
+                                             .context = this};
+    ipc_limit_clients(&client_limits);
 }
 
 UserLimits::Amounts UserLimits::waiting(size_t bytes) {
