@@ -33,7 +33,7 @@ std::string_view without_ending(std::string_view name) {
     return name.substr(0, name.rfind('.'));
 }
 
-Error bad(std::string text) {
+Error bad(const std::string &text) {
     return Error::damage(Error::Origin::music, "is no cue sheet that can be used: " + text);
 }
 
