@@ -231,7 +231,7 @@ std::optional<Error> PlaylistFolder::write(const std::string &name, const std::s
     }
     ::unlinkat(folder.number(), part_name, 0); // of a service that was killed
     const auto give_up = [&](const char *what) {
-        const Error error = failed(what, path_ / part_name);
+        Error error = failed(what, path_ / part_name);
         ::unlinkat(folder.number(), part_name, 0); // it may be what fills the disk
         return error;
     };
