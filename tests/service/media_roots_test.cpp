@@ -91,6 +91,7 @@ TEST_F(MediaRoots, ComeAndGoWhileAPlayerPlaysAndClientsBrowse) {
     const long open_before = descriptors();
     std::atomic<bool> ended = false;
     std::vector<std::thread> browsing;
+    browsing.reserve(3);
     for (int i = 0; i < 3; ++i) {
         browsing.emplace_back([&ended, stick] {
             const Client other;

@@ -179,6 +179,7 @@ TEST_F(Reconnect, ThreadsAndTheLogUseOneHandle) {
         end(SIGKILL);
         std::vector<std::thread> threads;
         std::atomic<int> failed = 0;
+        threads.reserve(4);
         for (int i = 0; i < 4; ++i) {
             threads.emplace_back([&] {
                 while (vantro_repeat(handle, VANTRO_REPEAT_ALL) != 0) {

@@ -67,6 +67,7 @@ TEST_F(Looking, AnswersEveryMessageOfEveryClient) {
         echo(message);
     });
     std::vector<std::thread> clients;
+    clients.reserve(3);
     for (int i = 0; i < 3; ++i) {
         clients.emplace_back([] {
             const int connection = connect_to_test();

@@ -135,6 +135,7 @@ TEST_F(Playlists, AreRefusedWithTheReason) {
         std::atomic<int> first = 0;
         std::atomic<int> late = 0;
         std::vector<std::thread> clients;
+        clients.reserve(4);
         for (int i = 0; i < 4; ++i) {
             clients.emplace_back([&] {
                 Player own = Player::connect("main").or_throw();
