@@ -1,5 +1,4 @@
 // vantrod: hosts named players, and answers their clients.
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -30,6 +29,7 @@
 #include "service/catalogue/store.h"
 #include "service/error.h"
 #include "service/memory_return.h"
+#include "service/music_check.h"
 #include "service/options.h"
 #include "service/playback/players.h"
 #include "service/playlists/playlist_catalogue.h"
@@ -80,50 +80,6 @@ void raise_descriptor_limit() {
         limit.rlim_cur = limit.rlim_max;
         setrlimit(RLIMIT_NOFILE, &limit);
     }
-}
-
-// What is wrong with a music directory, if anything is.
-std::optional<Error> check_music(const std::vector<std::string> &directories) {
-    for (auto directory = directories.begin(); directory != directories.end(); ++directory) {
-        std::error_code error;
-        const std::filesystem::directory_iterator entries(*directory, error);
-        if (error) {
-            return Error::failed(Error::Origin::music, error.value(),
-                                 fmt::format("cannot read '{}'", *directory));
-        }
-        const auto same = [&](const std::string &other) {
-            return std::filesystem::equivalent(*directory, other, error);
-        };
-        if (std::any_of(directories.begin(), directory, same)) {
-            return Error(Error::Origin::music, EEXIST,
-                         fmt::format("'{}' is given twice", *directory));
-        }
-    }
-    return std::nullopt;
-}
-
-// What is wrong with a media root, if anything is: each folder is to be in one source.
-std::optional<Error> check_roots(const Options &options) {
-    if (std::optional<Error> error = check_music(options.media_roots)) {
-        return error;
-    }
-    std::vector<std::string> others = options.music;
-    others.insert(others.end(), options.media_roots.begin(), options.media_roots.end());
-    const auto whole = [](const std::string &path) {
-        std::error_code error;
-        return (std::filesystem::canonical(path, error) / "").native();
-    };
-    for (size_t i = options.music.size(); i < others.size(); ++i) {
-        for (size_t k = 0; k < i; ++k) {
-            const std::string one = whole(others[i]);
-            const std::string two = whole(others[k]);
-            if (one.starts_with(two) || two.starts_with(one)) {
-                return Error(Error::Origin::music, EEXIST,
-                             fmt::format("'{}' and '{}' lie in each other", others[i], others[k]));
-            }
-        }
-    }
-    return std::nullopt;
 }
 
 // Waits for SIGTERM or SIGINT, then stops the server; at SIGHUP it reads the configuration again.
@@ -183,13 +139,7 @@ playback::SoundMaker sound_maker(const Options &options) {
     }
     return [&options](sound::Listener &listener, const std::string &player) {
         sound::MpvOptions wanted;
-        auto device = options.audio_devices.find(player);
-        if (device == options.audio_devices.end()) {
-            device = options.audio_devices.find("");
-        }
-        if (device != options.audio_devices.end()) {
-            wanted.device = device->second;
-        }
+        wanted.device = device_of(options, player);
         wanted.replaygain = options.replaygain;
         return std::make_unique<sound::MpvSound>(listener, "vantrod: " + player, std::move(wanted),
                                                  options.audio == Audio::automatic);
@@ -234,11 +184,8 @@ struct Keeping {
 
 // What would be used, an option a line.
 int print_settings(const Options &options) {
-    if (const std::optional<Error> error = check_music(options.music)) {
-        return fail(*error, "--music: ");
-    }
-    if (const std::optional<Error> error = check_roots(options)) {
-        return fail(*error, "--media-root: ");
+    if (const std::optional<WrongMusic> wrong = check_music(options)) {
+        return fail(wrong->error, wrong->option);
     }
     for (const config::Setting &each : options.settings) {
         fmt::print("{}{}{}  # {}\n", each.value.empty() ? "#" : "", each.key,
@@ -253,12 +200,33 @@ requests::Answers::Identify identifier(const Options &options) {
     };
 }
 
+// Borrows all of it.
+Reload::Actions reload_actions(const Options &running, catalogue::Store &store,
+                               catalogue::Catalogue &catalogue, playback::Players &players,
+                               state::Keeper &keeper) {
+    Reload::Actions actions;
+    actions.rescan = [&catalogue] { catalogue.rescan(); };
+    actions.set_replaygain = [&players](const std::string &mode) {
+        for (playback::Player &player : players) {
+            player.set_replaygain(mode);
+        }
+    };
+    actions.set_music = [&store](const Options &wanted) {
+        store.set_music({wanted.music.begin(), wanted.music.end()},
+                        {wanted.media_roots.begin(), wanted.media_roots.end()});
+    };
+    actions.add_player = [&](const std::string &name, Options wanted) {
+        wanted.audio = running.audio;
+        return players.add(name, sound_maker(wanted), [&](size_t at, playback::Player &player) {
+            keeper.restore(at, player, running.resume);
+        });
+    };
+    return actions;
+}
+
 int serve(const Options &options, Reload &reload) {
-    if (const std::optional<Error> error = check_music(options.music)) {
-        return fail(*error, "--music: ");
-    }
-    if (const std::optional<Error> error = check_roots(options)) {
-        return fail(*error, "--media-root: ");
+    if (const std::optional<WrongMusic> wrong = check_music(options)) {
+        return fail(wrong->error, wrong->option);
     }
     Server server;
     // The name first: a second service then fails for the name, and not for the catalogue.
@@ -318,12 +286,7 @@ int serve(const Options &options, Reload &reload) {
     const std::optional<Error> error = server.run(options.threads, [&] {
         tell_ready(store->song_count(), options);
         store->start_scanning();
-        reload.set_actions({[&catalogue] { catalogue.rescan(); },
-                            [&players](const std::string &mode) {
-                                for (playback::Player &player : players) {
-                                    player.set_replaygain(mode);
-                                }
-                            }});
+        reload.set_actions(reload_actions(options, *store, catalogue, players, *keeper));
         if (nothing) {
             scanned();
         }
@@ -357,7 +320,7 @@ int main(int argc, char **argv) {
         // The process that reads standard output may have ended.
         std::signal(SIGPIPE, SIG_IGN);
         raise_descriptor_limit();
-        Reload reload(argc, argv, options.settings, log_line);
+        Reload reload(argc, argv, options, log_line);
         return serve(options, reload);
     } catch (const std::exception &thrown) {
         return fail(error_of(thrown));

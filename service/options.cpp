@@ -360,6 +360,14 @@ std::string Parser::finish() {
 
 } // namespace
 
+std::string device_of(const Options &options, const std::string &player) {
+    auto device = options.audio_devices.find(player);
+    if (device == options.audio_devices.end()) {
+        device = options.audio_devices.find("");
+    }
+    return device == options.audio_devices.end() ? "" : device->second;
+}
+
 bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
     Parser parser(options);
     try {

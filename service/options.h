@@ -53,6 +53,9 @@ struct Options {
     std::string config;                    // a whole file, where that is the task
 };
 
+// The output of a player; "" for mpv's choice.
+std::string device_of(const Options &options, const std::string &player);
+
 // Reads the command line. Returns true to go on; otherwise the program ends with `exit_code`, and
 // what there was to say has been said.
 bool parse_options(int argc, char **argv, Options &options, int &exit_code);

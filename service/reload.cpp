@@ -1,23 +1,28 @@
 #include "service/reload.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
 #include <vantro/platform/log.h>
 
-#include "service/error.h"
-#include "service/options.h"
+#include "service/music_check.h"
 #include "service/service_manager.h"
 
 namespace vantro::service {
 
 namespace {
 
-// What a reload puts into effect.
+bool has(const std::vector<std::string> &all, const std::string &one) {
+    return std::find(all.begin(), all.end(), one) != all.end();
+}
+
+// Settings that a reload puts into effect as a whole.
 bool takes_effect(const std::string &key) {
-    return key == "log-level" || key == "replaygain";
+    return has({"log-level", "media-root", "music", "replaygain"}, key);
 }
 
 } // namespace
@@ -43,11 +48,9 @@ void Reload::run() noexcept {
         }
         service_manager::tell_reloading();
         Options wanted;
-        const std::string error = read_options_again(argc_, argv_, wanted);
+        const std::string error = read(wanted);
         if (error.empty()) {
-            actions_.set_replaygain(wanted.replaygain);
-            apply(wanted.settings);
-            system_log_set_level(wanted.log_level);
+            apply(wanted);
         } else {
             log_(LOG_SEVERITY_ERROR, "the configuration stays as it was: " + error);
         }
@@ -59,16 +62,73 @@ void Reload::run() noexcept {
     service_manager::tell_ready();
 }
 
-void Reload::apply(const std::vector<config::Setting> &wanted) {
+// Returns what is wrong, or "".
+std::string Reload::read(Options &wanted) {
+    std::string error = read_options_again(argc_, argv_, wanted);
+    if (!error.empty()) {
+        return error;
+    }
+    std::vector<std::string> known = running_.music;
+    known.insert(known.end(), running_.media_roots.begin(), running_.media_roots.end());
+    const std::optional<WrongMusic> wrong = check_music(wanted, known);
+    return wrong ? wrong->option + log_text(wrong->error) : "";
+}
+
+void Reload::apply(const Options &wanted) {
     log_(LOG_SEVERITY_NOTICE, "the configuration was read again; the music is looked at again");
+    actions_.set_replaygain(wanted.replaygain);
+    if (wanted.music != running_.music || wanted.media_roots != running_.media_roots) {
+        actions_.set_music(wanted);
+        running_.music = wanted.music;
+        running_.media_roots = wanted.media_roots;
+    }
+    name_left(wanted);
+    add_players(wanted);
+    system_log_set_level(wanted.log_level);
+}
+
+void Reload::add_players(const Options &wanted) {
+    for (const std::string &player : wanted.players) {
+        if (has(running_.players, player)) {
+            continue;
+        }
+        if (const std::optional<Error> error = actions_.add_player(player, wanted)) {
+            log_(LOG_SEVERITY_ERROR,
+                 fmt::format("player \"{}\" cannot be added: {}", player, log_text(*error)));
+            continue;
+        }
+        running_.players.push_back(player);
+        running_.audio_devices[player] = device_of(wanted, player);
+        log_(LOG_SEVERITY_NOTICE, fmt::format("player \"{}\" was added", player));
+    }
+}
+
+// Names what has changed and stays as it was.
+void Reload::name_left(const Options &wanted) {
     // Both have every option, in the same order.
-    for (size_t i = 0; i < wanted.size() && i < running_.size(); ++i) {
-        if (wanted[i].value != running_[i].value && !takes_effect(wanted[i].key)) {
-            log_(LOG_SEVERITY_WARNING,
-                 fmt::format("{}: {} has changed; that takes effect at the next start",
-                             wanted[i].origin, wanted[i].key));
+    for (size_t i = 0; i < wanted.settings.size() && i < running_.settings.size(); ++i) {
+        const config::Setting &setting = wanted.settings[i];
+        if (setting.key == "player") {
+            for (const std::string &player : running_.players) {
+                if (!has(wanted.players, player)) {
+                    warn(setting, fmt::format("player \"{}\" is left out", player));
+                }
+            }
+        } else if (setting.key == "audio-device") {
+            for (const std::string &player : running_.players) {
+                if (device_of(wanted, player) != device_of(running_, player)) {
+                    warn(setting, fmt::format("the output of player \"{}\" has changed", player));
+                }
+            }
+        } else if (setting.value != running_.settings[i].value && !takes_effect(setting.key)) {
+            warn(setting, setting.key + " has changed");
         }
     }
+}
+
+void Reload::warn(const config::Setting &wanted, const std::string &what) const {
+    log_(LOG_SEVERITY_WARNING,
+         fmt::format("{}: {}; that takes effect at the next start", wanted.origin, what));
 }
 
 } // namespace vantro::service

@@ -3,11 +3,12 @@
 #define VANTRO_SERVICE_RELOAD_H
 
 #include <functional>
+#include <optional>
 #include <string>
-#include <vector>
 
 #include "common/locks.h"
-#include "service/config/setting.h"
+#include "service/error.h"
+#include "service/options.h"
 
 namespace vantro::service {
 
@@ -18,12 +19,16 @@ class Reload {
     using Log = std::function<void(int severity, const std::string &line)>;
 
     // Borrows the command line. `running` is what the service runs with.
-    Reload(int argc, char **argv, std::vector<config::Setting> running, Log log)
-        : argc_(argc), argv_(argv), running_(std::move(running)), log_(std::move(log)) {}
+    Reload(int argc, char **argv, Options running, Log log)
+        : argc_(argc), argv_(argv), log_(std::move(log)), running_(std::move(running)) {}
 
     struct Actions {
         std::function<void()> rescan; // looks at all of the music again
         std::function<void(const std::string &mode)> set_replaygain; // as mpv has it
+        std::function<void(const Options &wanted)> set_music;        // directories and roots
+        // Adds a player, whose output is as wanted. Returns why it cannot, if it cannot.
+        std::function<std::optional<Error>(const std::string &player, const Options &wanted)>
+            add_player;
     };
 
     // The service runs. Until then, and after actions without a rescan, no reload is carried out.
@@ -33,13 +38,17 @@ class Reload {
     void run() noexcept EXCLUDES(mutex_);
 
   private:
-    void apply(const std::vector<config::Setting> &wanted);
+    std::string read(Options &wanted) REQUIRES(mutex_);
+    void apply(const Options &wanted) REQUIRES(mutex_);
+    void add_players(const Options &wanted) REQUIRES(mutex_);
+    void name_left(const Options &wanted) REQUIRES(mutex_);
+    void warn(const config::Setting &wanted, const std::string &what) const;
 
     const int argc_;
     char **const argv_;
-    const std::vector<config::Setting> running_;
     const Log log_;
     Mutex mutex_;
+    Options running_ GUARDED_BY(mutex_);
     Actions actions_ GUARDED_BY(mutex_);
     bool asked_ GUARDED_BY(mutex_) = false; // before it could be carried out
 };

@@ -75,6 +75,8 @@ class SqliteCatalogue : public Store {
         scanning_.stop();
     }
     void rescan() override { scanning_.rescan(); }
+    void set_music(const std::vector<std::filesystem::path> &music,
+                   const std::vector<std::filesystem::path> &roots) override;
 
   private:
     template <typename Read>
@@ -100,7 +102,7 @@ class SqliteCatalogue : public Store {
     const std::filesystem::path file_;
     const ArtworkFolder artwork_;
     SessionNumbers sessions_;
-    MusicSources directories_;        // the music directories are set by open()
+    MusicSources directories_;        // set by open(), then by the watch
     std::unique_ptr<Database> first_; // from open() until the scan takes it
     ConnectionPool pool_;
     ListCache lists_;

@@ -42,16 +42,15 @@ std::string name_of(const fs::path &path, const std::vector<fs::path> &all) {
     return clean_text(shared ? path.native() : last(path), source_name_max);
 }
 
-} // namespace
-
-void SqliteCatalogue::open() {
+// The directories by the paths by which they are known, each once.
+std::vector<fs::path> known_paths(const std::vector<fs::path> &directories) {
     std::vector<fs::path> paths;
-    for (const fs::path &music : options_.music) {
+    for (const fs::path &each : directories) {
         std::error_code error;
         // A directory that does not exist now may appear later, under this path.
-        fs::path path = fs::weakly_canonical(fs::absolute(music), error);
+        fs::path path = fs::weakly_canonical(fs::absolute(each), error);
         if (error) {
-            path = fs::absolute(music).lexically_normal();
+            path = fs::absolute(each).lexically_normal();
         }
         if (!path.has_filename() && path.has_relative_path()) {
             path = path.parent_path();
@@ -60,6 +59,13 @@ void SqliteCatalogue::open() {
             paths.push_back(path);
         }
     }
+    return paths;
+}
+
+} // namespace
+
+void SqliteCatalogue::open() {
+    const std::vector<fs::path> paths = known_paths(options_.music);
     try {
         sqlite3_soft_heap_limit64(pages_bytes_max);
         first_ = open_catalogue_file(
@@ -87,6 +93,18 @@ void SqliteCatalogue::open() {
         throw;
     }
     watch_roots();
+}
+
+void SqliteCatalogue::set_music(const std::vector<fs::path> &music,
+                                const std::vector<fs::path> &roots) {
+    RootWatch::Music wanted;
+    for (const fs::path &path : known_paths(music)) {
+        wanted.directories.push_back(path.native());
+    }
+    for (const fs::path &path : known_paths(roots)) {
+        wanted.roots.push_back(path.native());
+    }
+    roots_->set_music(std::move(wanted));
 }
 
 void SqliteCatalogue::watch_roots() {

@@ -45,6 +45,11 @@ class Store : public Catalogue {
     // Ends the scan, within the time that reading one file takes. The destructor calls this too.
     // What the scan has found stays. Any thread may call it, also before start_scanning().
     virtual void stop_scanning() = 0;
+    // Takes other directories of music and other media roots from now on, as StoreOptions does.
+    // Those that are new are scanned; those that are left out are no sources any more, and what is
+    // known of them is kept. Returns at once. Any thread.
+    virtual void set_music(const std::vector<std::filesystem::path> &music,
+                           const std::vector<std::filesystem::path> &roots) = 0;
 };
 
 // Opens or makes the catalogue. Fails if the state directory cannot be used, or another process

@@ -1,29 +1,40 @@
 #include "service/playback/players.h"
 
+#include <cerrno>
 #include <exception>
 #include <random>
+#include <utility>
+
+#include <fmt/format.h>
 
 namespace vantro::service::playback {
 
 Players::Players(catalogue::Catalogue &catalogue, const std::vector<std::string> &names,
                  const Engine::Clock &clock, const SoundMaker &make_sound)
-    : ids_(catalogue), clock_watch_([this] { return wake_all(); }), file_checks_([this] {
-          for (Player &player : players_) {
+    : catalogue_(catalogue), clock_(clock), ids_(catalogue), players_(players_max),
+      clock_watch_([this] { return wake_all(); }), file_checks_([this] {
+          for (Player &player : *this) {
               player.check_file();
           }
           return std::nullopt;
       }) {
-    std::random_device seed;
     for (const std::string &name : names) {
-        players_.emplace_back(name, catalogue, ids_, clock, seed(), make_sound);
+        make(name, make_sound);
+        ++count_;
     }
+}
+
+// Makes the one behind the last. It is not there yet.
+void Players::make(const std::string &name, const SoundMaker &make_sound) {
+    players_.at(size()) = std::make_unique<Player>(name, catalogue_, ids_, clock_,
+                                                   std::random_device()(), make_sound);
 }
 
 // All threads before anything that one of them uses.
 Players::~Players() {
     clock_watch_.stop();
     file_checks_.stop();
-    for (Player &player : players_) {
+    for (Player &player : *this) {
         player.silence();
     }
 }
@@ -31,28 +42,50 @@ Players::~Players() {
 std::optional<Error> Players::publish(const object_readers &readers,
                                       const publishing::Publisher::Log &log,
                                       std::function<void()> keep) {
-    const Player::Calls calls = {
+    readers_ = readers;
+    log_ = log;
+    calls_ = {
         [this](std::chrono::nanoseconds time) { clock_watch_.look_within(time); },
         [this] { file_checks_.look(); },
         std::move(keep),
     };
-    for (Player &player : players_) {
-        if (std::optional<Error> error = player.publish(readers, log, calls)) {
+    for (Player &player : *this) {
+        if (std::optional<Error> error = player.publish(readers, log, calls_)) {
             return error;
         }
     }
     clock_watch_.start();
     file_checks_.start();
-    for (Player &player : players_) {
+    for (Player &player : *this) {
         player.publish_changes(); // what was restored
     }
+    return std::nullopt;
+}
+
+std::optional<Error> Players::add(const std::string &name, const SoundMaker &make_sound,
+                                  const std::function<void(size_t at, Player &player)> &restore) {
+    const size_t at = size();
+    if (at == players_max) {
+        return Error(Error::Origin::system, ENOSPC, fmt::format("there are {} players", at));
+    }
+    make(name, make_sound);
+    Player &player = *players_[at];
+    restore(at, player);
+    if (std::optional<Error> error = player.publish(readers_, log_, calls_)) {
+        player.silence();
+        players_[at].reset();
+        return error;
+    }
+    count_.store(at + 1, std::memory_order_release);
+    player.publish_changes(); // what was restored
+    player.sources_changed(); // while it was not there yet
     return std::nullopt;
 }
 
 std::optional<std::chrono::nanoseconds> Players::wake_all() {
     publish_missed_sources();
     std::optional<std::chrono::nanoseconds> next;
-    for (Player &player : players_) {
+    for (Player &player : *this) {
         if (const auto wake = player.wake(); wake && (!next || *wake < *next)) {
             next = wake;
         }
@@ -61,14 +94,14 @@ std::optional<std::chrono::nanoseconds> Players::wake_all() {
 }
 
 void Players::maker_gone(uint64_t number) noexcept {
-    for (Player &player : players_) {
+    for (Player &player : *this) {
         player.maker_gone(number);
     }
 }
 
 void Players::source_changed(int32_t id) {
     try {
-        for (Player &player : players_) {
+        for (Player &player : *this) {
             player.source_changed(id);
         }
     } catch (const std::exception &) {
@@ -83,7 +116,7 @@ void Players::publish_missed_sources() {
         return;
     }
     try {
-        for (Player &player : players_) {
+        for (Player &player : *this) {
             player.sources_changed();
         }
     } catch (...) {

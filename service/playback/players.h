@@ -12,12 +12,14 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "service/options.h"
 #include "service/playback/player.h"
 #include "service/playback/worker.h"
 
@@ -25,7 +27,7 @@ namespace vantro::service::playback {
 
 class Players {
   public:
-    // Borrows the catalogue, which outlives this. Names are unique; at most 32767. Nothing is
+    // Borrows the catalogue, which outlives this. Names are unique; at most players_max. Nothing is
     // published yet, and nothing happens by itself.
     Players(catalogue::Catalogue &catalogue, const std::vector<std::string> &names,
             const Engine::Clock &clock, const SoundMaker &make_sound = nullptr);
@@ -40,23 +42,62 @@ class Players {
                                  const publishing::Publisher::Log &log,
                                  std::function<void()> keep = nullptr);
 
+    // Adds one more, which is published like the others; after publish(), by one thread at a time.
+    // Other threads find it when it is whole.
+    // @param restore called with its place, before anything of it is published.
+    // Returns why it cannot, if it cannot.
+    std::optional<Error> add(const std::string &name, const SoundMaker &make_sound,
+                             const std::function<void(size_t at, Player &player)> &restore);
+
     // See Player::maker_gone(). Any thread.
     void maker_gone(uint64_t number) noexcept;
 
     // A source, or what it holds, has changed. Any thread.
     void source_changed(int32_t source);
 
-    std::deque<Player>::iterator begin() { return players_.begin(); }
-    std::deque<Player>::iterator end() { return players_.end(); }
-    size_t size() const { return players_.size(); }
-    Player &operator[](size_t at) { return players_[at]; }
+    class Iterator {
+      public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = Player;
+        using difference_type = std::ptrdiff_t;
+        using pointer = Player *;
+        using reference = Player &;
+
+        Iterator() = default;
+        explicit Iterator(const std::unique_ptr<Player> *at) : at_(at) {}
+        Player &operator*() const { return **at_; }
+        Player *operator->() const { return at_->get(); }
+        Iterator &operator++() {
+            ++at_;
+            return *this;
+        }
+        Iterator operator++(int) { return Iterator(at_++); }
+        bool operator==(const Iterator &other) const = default;
+
+      private:
+        const std::unique_ptr<Player> *at_ = nullptr;
+    };
+
+    // Any thread. There may be more players a moment later, behind these.
+    Iterator begin() const { return Iterator(players_.data()); }
+    Iterator end() const { return Iterator(players_.data() + size()); }
+    size_t size() const { return count_.load(std::memory_order_acquire); }
+    Player &operator[](size_t at) const { return *players_[at]; }
 
   private:
     std::optional<std::chrono::nanoseconds> wake_all();
     void publish_missed_sources();
 
+    void make(const std::string &name, const SoundMaker &make_sound);
+
+    catalogue::Catalogue &catalogue_;
+    const Engine::Clock clock_;
     SessionIds ids_;
-    std::deque<Player> players_; // never changes; holds what cannot be moved
+    object_readers readers_ = {};
+    publishing::Publisher::Log log_;
+    Player::Calls calls_;
+    std::vector<std::unique_ptr<Player>> players_; // its length and places never change
+    std::atomic<size_t> count_ = 0;                // those that are there
     std::atomic<bool> sources_missed_ = false;
     Worker clock_watch_;
     Worker file_checks_;

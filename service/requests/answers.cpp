@@ -193,11 +193,14 @@ std::optional<Client> Answers::close(int32_t open) noexcept {
 }
 
 int16_t Answers::find_player(std::string_view name) {
-    const auto found =
-        std::find_if(players_.begin(), players_.end(),
-                     [name](const playback::Player &each) { return each.name == name; });
-    return found == players_.end() ? no_player
-                                   : static_cast<int16_t>(std::distance(players_.begin(), found));
+    int16_t at = 0;
+    for (const playback::Player &each : players_) {
+        if (each.name == name) {
+            return at;
+        }
+        ++at;
+    }
+    return no_player;
 }
 
 int Answers::append_identity(const Call &call) {

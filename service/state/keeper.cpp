@@ -72,8 +72,12 @@ bool write_all(int descriptor, const std::string &text) {
 } // namespace
 
 Keeper::Keeper(playback::Players &players, std::filesystem::path directory, Log log)
-    : players_(players), directory_(std::move(directory)), log_(std::move(log)),
-      kept_(players.size()), worker_([this] { return keep_all(); }) {}
+    : players_(players), directory_(std::move(directory)), log_(std::move(log)), kept_(players_max),
+      worker_([this] { return keep_all(); }) {
+    for (size_t i = 0; i < players_.size(); ++i) {
+        kept_[i] = std::make_unique<Kept>();
+    }
+}
 
 std::filesystem::path Keeper::folder_of(const playback::Player &player) const {
     return directory_ / player.name;
@@ -81,27 +85,31 @@ std::filesystem::path Keeper::folder_of(const playback::Player &player) const {
 
 void Keeper::restore(bool resume) {
     for (size_t i = 0; i < players_.size(); ++i) {
-        playback::Player &player = players_[i];
-        Kept &kept = kept_[i];
-        const std::filesystem::path session_file = folder_of(player) / session_name;
-        const std::filesystem::path position_file = folder_of(player) / position_name;
-        const Result<std::string> session = read(session_file, session_bytes_max);
-        std::optional<KeptPlayer> found = session ? read_session(*session) : std::nullopt;
-        if (!found) {
-            if (session || session.error().kind() != Error::Kind::gone) {
-                set_aside(session_file, session ? damaged : log_text(session.error()));
-            }
-            continue;
-        }
-        kept.session_written = kept.position_written = true;
-        const Result<std::string> position = read(position_file, position_bytes_max);
-        if (position ? !read_position(*position, *found)
-                     : position.error().kind() != Error::Kind::gone) {
-            set_aside(position_file, position ? damaged : log_text(position.error()));
-        }
-        kept.player = *found;
-        player.restore(found->saved, resume);
+        restore(i, players_[i], resume);
     }
+}
+
+void Keeper::restore(size_t at, playback::Player &player, bool resume) {
+    kept_.at(at) = std::make_unique<Kept>();
+    Kept &kept = *kept_[at];
+    const std::filesystem::path session_file = folder_of(player) / session_name;
+    const std::filesystem::path position_file = folder_of(player) / position_name;
+    const Result<std::string> session = read(session_file, session_bytes_max);
+    std::optional<KeptPlayer> found = session ? read_session(*session) : std::nullopt;
+    if (!found) {
+        if (session || session.error().kind() != Error::Kind::gone) {
+            set_aside(session_file, session ? damaged : log_text(session.error()));
+        }
+        return;
+    }
+    kept.session_written = kept.position_written = true;
+    const Result<std::string> position = read(position_file, position_bytes_max);
+    if (position ? !read_position(*position, *found)
+                 : position.error().kind() != Error::Kind::gone) {
+        set_aside(position_file, position ? damaged : log_text(position.error()));
+    }
+    kept.player = *found;
+    player.restore(found->saved, resume);
 }
 
 // The player begins with what is left; what was there is kept for whoever wants to look.
@@ -129,12 +137,12 @@ std::optional<std::chrono::nanoseconds> Keeper::keep_all() {
     bool again = false;
     for (size_t i = 0; i < players_.size(); ++i) {
         try {
-            keep(players_[i], kept_[i]);
+            keep(players_[i], *kept_[i]);
         } catch (const std::exception &) {
             again = true; // there was no memory for it
         }
         again =
-            again || kept_[i].fails || kept_[i].player.saved.modes.state == VANTRO_STATE_PLAYING;
+            again || kept_[i]->fails || kept_[i]->player.saved.modes.state == VANTRO_STATE_PLAYING;
     }
     return again ? std::optional<std::chrono::nanoseconds>(position_every) : std::nullopt;
 }

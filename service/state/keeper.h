@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <random>
 #include <string>
@@ -35,6 +36,8 @@ class Keeper {
 
     // Brings the players back as they were kept, paused unless `resume`. Before they are published.
     void restore(bool resume);
+    // The same for a player that is added at that place of the players later.
+    void restore(size_t at, playback::Player &player, bool resume);
 
     // Begins to keep. Throws std::system_error where there is no thread to be had.
     void start();
@@ -62,8 +65,10 @@ class Keeper {
     const std::filesystem::path directory_;
     const Log log_;
     std::mt19937_64 editions_{std::random_device{}()};
-    std::vector<Kept> kept_; // in the order of the players; of the worker once it runs
-    bool keeps_ = false;     // from start() to finish()
+    // In the order of the players, and as many as there can be; of the worker once it runs, but
+    // that of a player which is not there yet.
+    std::vector<std::unique_ptr<Kept>> kept_;
+    bool keeps_ = false; // from start() to finish()
     playback::Worker worker_;
 };
 

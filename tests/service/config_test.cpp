@@ -3,6 +3,7 @@
 #include <iterator>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "tests/service/vantrod.h"
 
@@ -133,14 +134,31 @@ TEST_F(Config, IsReadAgainAtSighup) {
     start({"--config", file_});
     ASSERT_EQ(told(), "vantrod: ready (0 tracks, players: main)");
     ASSERT_EQ(told(), "vantrod: scanned (1 tracks)");
+    const std::string one = "music = \"" + music + "\"\n", two = path_ + "/two";
+    test::make_music(two + "/2.flac", 100, {"TITLE=Two"});
     const struct {
         std::string text, logged;
+        std::vector<std::string> songs; // of all sources, afterwards
+        int players = 1;
     } rows[] = {
-        {"music = \"" + music + "\"\nplayer = [\"x\"]\n", ":2: player has changed"},
-        {"music = \"" + music + "\"\nplayr = 1\n", "stays as it was: " + file_ + ":2: playr"},
-        {"music = \"" + music + "\"\nlog-level = \"error\"\n", "looked at again"},
-        {"perms = 9\n", "stays as it was: " + file_ + ":1: perms"}, // of an error, all the same
+        {one + "threads = 3\n", ":2: threads has changed", {"One"}},
+        {one + "playr = 1\n", "stays as it was: " + file_ + ":2: playr", {"One"}},
+        {"music = [\"" + music + "\", \"/nowhere\"]", "stays as it was: --music: ", {"One"}},
+        {"music = [\"" + music + "\", \"" + two + "\"]\nplayer = [\"x\", \"main\"]\n",
+         "player \"x\" was added",
+         {"One", "Two"},
+         2},
+        {"music = \"" + two + "\"\n", "player \"x\" is left out", {"Two"}, 2},
+        {"media-root = \"" + path_ + "\"\nplayer = [\"main\", \"x\"]\n",
+         "looked at again",
+         {"One", "Two"},
+         2},
+        {one + "log-level = \"error\"\n", "is left out", {"One"}, 2},
+        {"perms = 9\n", "stays as it was: " + file_ + ":1: perms", {"One"}, 2}, // all the same
     };
+    const std::string open_x = request(VANTRO_COMMAND_OPEN, name("x"));
+    VantroHandle *const handle = vantro_connect_timed(20'000);
+    ASSERT_EQ(vantro_open(handle, "main"), 0);
     for (const auto &row : rows) {
         test::write_file(file_, row.text);
         service->kill(SIGHUP);
@@ -149,9 +167,38 @@ TEST_F(Config, IsReadAgainAtSighup) {
             ASSERT_TRUE(service->readable(20'000)) << row.logged;
             line = service->line();
         } while (line.find(row.logged) == std::string::npos);
+        const Client client;
+        ASSERT_EQ(client.result(row.players == 2 ? open_x : open_main), 0);
+        std::vector<std::string> songs;
+        for (int i = 0; i < 2000 && songs != row.songs; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            MediaSource *all = nullptr;
+            int count = 0;
+            ASSERT_EQ(vantro_get_media_sources(handle, &all, &count), 0);
+            songs.clear();
+            for (int k = 0; k < count; ++k) {
+                for (const auto &[name, id] : client.list(browse(all[k].id, "songs"))) {
+                    songs.push_back(name);
+                }
+            }
+            vantro_free_media_sources(all, count);
+            std::sort(songs.begin(), songs.end());
+        }
+        EXPECT_EQ(songs, row.songs) << row.text;
+        EXPECT_EQ(client.ask(players).substr(4, 4), bytes(row.players)) << row.text;
     }
-    const Client client;
-    EXPECT_EQ(client.result(open_main), 0);
+    VantroHandle *const added = vantro_connect();
+    ASSERT_EQ(vantro_open(added, "x"), 0);
+    EXPECT_EQ(vantro_play(added), 0);
+    while (true) {
+        ASSERT_GT(vantro_event_wait_for(added, 20'000), 0);
+        const VantroEvent *event = vantro_event_get(added);
+        if (event && event->object_name && std::string(event->object_name) == "track") {
+            break;
+        }
+    }
+    vantro_disconnect(added);
+    vantro_disconnect(handle);
 }
 
 } // namespace

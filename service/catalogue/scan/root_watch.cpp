@@ -46,10 +46,10 @@ std::string last_part(const std::string &path) {
 } // namespace
 
 RootWatch::RootWatch(MusicSources &sources, std::vector<std::string> roots, Calls calls)
-    : sources_(sources), roots_(std::move(roots)), calls_(std::move(calls)),
+    : sources_(sources), calls_(std::move(calls)),
       mountinfo_(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC)),
       inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), roots_(std::move(roots)) {}
 
 RootWatch::~RootWatch() {
     stop();
@@ -69,11 +69,32 @@ void RootWatch::start() {
 
 void RootWatch::stop() {
     stop_ = true;
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(wake_, &one, sizeof one);
+    wake();
     const MutexLock guard(starting_);
     if (thread_.joinable()) {
         thread_.join();
+    }
+}
+
+void RootWatch::wake() {
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(wake_, &one, sizeof one);
+}
+
+void RootWatch::set_music(Music wanted) {
+    {
+        const MutexLock guard(wanted_mutex_);
+        wanted_ = std::move(wanted);
+    }
+    wake();
+}
+
+void RootWatch::take_wanted() {
+    const MutexLock guard(wanted_mutex_);
+    if (wanted_) {
+        roots_.swap(wanted_->roots);
+        directories_ = std::move(wanted_->directories);
+        wanted_.reset();
     }
 }
 
@@ -93,12 +114,15 @@ void RootWatch::wait(int timeout_ms) {
     if (poll(polled, 3, timeout_ms) > 0 && !stop_) {
         poll(polled, 1, settle_ms);
     }
+    uint64_t wakes = 0;
+    [[maybe_unused]] const ssize_t woken = read(wake_, &wakes, sizeof wakes);
     char events[4096];
     while (inotify_ >= 0 && read(inotify_, events, sizeof events) > 0) {
     }
 }
 
 void RootWatch::look() {
+    take_wanted();
     watch_roots(); // first watched, then read
     Mounts mounts = read_mounts(mountinfo_);
     const bool changed = compare_roots(mounts);
@@ -115,8 +139,18 @@ void RootWatch::look() {
 void RootWatch::watch_roots() {
     unwatched_ = false;
     for (const std::string &root : roots_) {
-        unwatched_ = inotify_ < 0 || inotify_add_watch(inotify_, root.c_str(), root_events) < 0 ||
-                     unwatched_;
+        const int watch =
+            inotify_ < 0 ? -1 : inotify_add_watch(inotify_, root.c_str(), root_events);
+        unwatched_ = watch < 0 || unwatched_;
+        watches_[root] = watch;
+    }
+    for (auto each = watches_.begin(); each != watches_.end();) {
+        if (std::find(roots_.begin(), roots_.end(), each->first) != roots_.end()) {
+            ++each;
+            continue;
+        }
+        inotify_rm_watch(inotify_, each->second); // of a root that is none any more
+        each = watches_.erase(each);
     }
 }
 
@@ -141,18 +175,26 @@ bool RootWatch::compare_roots(const Mounts &mounts) {
     }
     bool changed = false;
     remove_absent(found, changed);
+    for (const std::string &path : directories_.value_or(std::vector<std::string>())) {
+        add(path, path, VANTRO_SOURCE_DIRECTORY, changed);
+    }
     for (const RootFolder &folder : found) {
-        add(folder, changed);
+        add(folder.path, folder.key, VANTRO_SOURCE_REMOVABLE, changed);
     }
     return changed;
 }
 
 void RootWatch::remove_absent(const std::vector<RootFolder> &found, bool &changed) {
     for (const MusicPointer &source : sources_.all()) {
-        const bool there = std::any_of(found.begin(), found.end(), [&](const RootFolder &each) {
-            return each.path == source->path && each.key == source->key;
-        });
-        if (source->type == VANTRO_SOURCE_REMOVABLE && !there) {
+        const bool there =
+            source->type == VANTRO_SOURCE_REMOVABLE
+                ? std::any_of(found.begin(), found.end(),
+                              [&](const RootFolder &each) {
+                                  return each.path == source->path && each.key == source->key;
+                              })
+                : !directories_ || std::find(directories_->begin(), directories_->end(),
+                                             source->path) != directories_->end();
+        if (!there) {
             sources_.remove(source);
             changed = true;
             calls_.log(LOG_SEVERITY_NOTICE, fmt::format("{}: has gone; what is known of it is kept",
@@ -162,34 +204,34 @@ void RootWatch::remove_absent(const std::vector<RootFolder> &found, bool &change
     }
 }
 
-void RootWatch::add(const RootFolder &folder, bool &changed) {
+void RootWatch::add(const std::string &path, const std::string &key, int32_t type, bool &changed) {
     const std::vector<MusicPointer> all = sources_.all();
     const auto any = [&all](const auto &is) { return std::any_of(all.begin(), all.end(), is); };
-    if (any([&](const auto &each) { return each->path == folder.path; })) {
+    if (any([&](const auto &each) { return each->path == path; })) {
         return;
     }
     if (all.size() >= sources_max) {
-        if (said_.insert(folder.path).second) {
+        if (said_.insert(path).second) {
             calls_.log(LOG_SEVERITY_WARNING, fmt::format("{}: left out: there are {} sources",
-                                                         loggable(folder.path), sources_max));
+                                                         loggable(path), sources_max));
         }
         return;
     }
-    said_.erase(folder.path);
+    said_.erase(path);
     auto source = std::make_shared<MusicDirectory>();
-    source->id = sources_.number_of(folder.key);
-    source->path = folder.path;
-    source->key = folder.key;
-    source->name = clean_text(last_part(folder.path), source_name_max);
+    source->id = sources_.number_of(key);
+    source->path = path;
+    source->key = key;
+    source->name = clean_text(path == "/" ? path : last_part(path), source_name_max);
     if (any([&](const auto &each) { return each->name == source->name; })) {
-        source->name = clean_text(folder.path, source_name_max);
+        source->name = clean_text(path, source_name_max);
     }
-    source->type = VANTRO_SOURCE_REMOVABLE;
+    source->type = type;
     source->status = VANTRO_SOURCE_SCANNING;
     sources_.add(source);
     changed = true;
     calls_.log(LOG_SEVERITY_NOTICE,
-               fmt::format("{}: is a source, number {}", loggable(folder.path), source->id));
+               fmt::format("{}: is a source, number {}", loggable(path), source->id));
     calls_.changed(source->id);
 }
 

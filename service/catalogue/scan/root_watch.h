@@ -1,6 +1,7 @@
-// Keeps the list of sources true to what lies below the media roots, and notices what is mounted
-// and unmounted. It has a thread of its own, which sleeps until the kernel reports a change: a scan
-// may take minutes or wait for a disk, and a source must come and go meanwhile.
+// Keeps the list of sources true to what lies below the media roots and to the directories of music
+// that are wanted, and notices what is mounted and unmounted. It has a thread of its own, which
+// sleeps until the kernel reports a change: a scan may take minutes or wait for a disk, and a
+// source must come and go meanwhile.
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_ROOT_WATCH_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_ROOT_WATCH_H
 
@@ -8,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -32,7 +34,13 @@ class RootWatch {
         std::function<void(int severity, const std::string &line)> log;
     };
 
-    // Borrows the sources. Throws an Error.
+    // The whole of what is wanted, by canonical paths.
+    struct Music {
+        std::vector<std::string> directories;
+        std::vector<std::string> roots;
+    };
+
+    // Borrows the sources, which have the directories of music already. Throws an Error.
     RootWatch(MusicSources &sources, std::vector<std::string> roots, Calls calls);
     ~RootWatch();
     RootWatch(const RootWatch &) = delete;
@@ -43,18 +51,21 @@ class RootWatch {
     void start() EXCLUDES(starting_);
     // Any thread; also before start().
     void stop() EXCLUDES(starting_);
+    // Has other music from its next look on. Any thread.
+    void set_music(Music wanted) EXCLUDES(wanted_mutex_);
 
   private:
     void run();
+    void wake();
     void wait(int timeout_ms);
+    void take_wanted() EXCLUDES(wanted_mutex_);
     bool compare_roots(const Mounts &mounts);
     void compare_mounts(const Mounts &mounts);
     void remove_absent(const std::vector<RootFolder> &found, bool &changed);
-    void add(const RootFolder &folder, bool &changed);
+    void add(const std::string &path, const std::string &key, int32_t type, bool &changed);
     void watch_roots();
 
     MusicSources &sources_;
-    const std::vector<std::string> roots_;
     const Calls calls_;
     int mountinfo_ = -1;
     int inotify_ = -1;
@@ -62,8 +73,14 @@ class RootWatch {
     std::atomic<bool> stop_ = false;
     Mutex starting_;
     std::thread thread_ GUARDED_BY(starting_);
+    Mutex wanted_mutex_;
+    std::optional<Music> wanted_ GUARDED_BY(wanted_mutex_);
 
     // Of the thread alone, once it runs.
+    std::vector<std::string> roots_;
+    std::map<std::string, int> watches_; // by root
+    // Set once other directories are wanted than those that were there from the start.
+    std::optional<std::vector<std::string>> directories_;
     Mounts mounts_;
     bool looked_ = false;
     bool unwatched_ = false;             // a root is missing or cannot be watched
