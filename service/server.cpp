@@ -49,7 +49,8 @@ Server::~Server() {
 
 std::optional<Error> Server::attach(const Options &options) {
     const bool by_name = !options.capabilities.empty();
-    the_server = msgserver_create(request_max, queue_max, by_name ? 0 : MSGSERVER_FLAG_PATH);
+    the_server = msgserver_create(
+        request_max, queue_max, MSGSERVER_FLAG_LOG_REFUSALS | (by_name ? 0 : MSGSERVER_FLAG_PATH));
     if (!the_server && by_name && errno == EPERM) {
         return Error(Error::Origin::system, EPERM,
                      "cannot check capabilities (--require): the grantor device \"/dev/grantor\" "

@@ -245,7 +245,11 @@ typedef struct MsgPending MsgPending;
 /** Creation flags of a server. Other bits are stored and have no effect. */
 enum {
     MSGSERVER_FLAG_NOCHECK = 0x1, /**< No capability check on open. */
-    MSGSERVER_FLAG_PATH = 0x2     /**< Path mode; sets MSGSERVER_FLAG_NOCHECK too. */
+    MSGSERVER_FLAG_PATH = 0x2,    /**< Path mode; sets MSGSERVER_FLAG_NOCHECK too. */
+    /** Says in the log which process of which user may not open a service, and which permission
+     * bits or capabilities are missing, at most once a minute for each user. Asks the grantor once
+     * more for each capability then. */
+    MSGSERVER_FLAG_LOG_REFUSALS = 0x10000
 };
 
 /** A growable table of pointers to zero-filled elements that it owns. Never shrinks or moves one.

@@ -129,6 +129,11 @@ TEST_F(Vantrod, AsksTheGrantorForCapabilities) {
         test::Process by_path(std::vector<std::string>{VANTROD, "--perms", "600"});
         EXPECT_NE(by_path.line().find("another vantrod is running"), std::string::npos);
         service->kill(SIGTERM);
+        const std::string log = service->rest();
+        EXPECT_EQ(log.find("may not open \"vantro.sys\": it does not hold the capability "
+                           "\"secret\"\n") == log.npos,
+                  granted)
+            << log;
         EXPECT_EQ(service->wait(), 0);
     }
 }

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <utility>
 
 #include <fcntl.h>
 
@@ -48,6 +50,23 @@ ssize_t ask_grantor(MsgServer *server, const char *line, size_t length) REQUIRES
     return gone && reopen_grantor(server) ? write_line(*server, line, length) : granted;
 }
 
+// @return how many of the capabilities a client holds, or -1 with errno.
+ssize_t count_granted(MsgServer *server, const ipc_credentials &client, const char *capabilities,
+                      int length) REQUIRES(server_lock) {
+    char *line = nullptr;
+    const int line_length =
+        asprintf(&line, "chkcap %u,%u,%.*s", client.uid, client.gid, length, capabilities);
+    if (line_length < 0) {
+        errno = ENOMEM;
+        return -1;
+    }
+    const ssize_t granted = ask_grantor(server, line, static_cast<size_t>(line_length));
+    const int error = errno;
+    std::free(line);
+    errno = error;
+    return granted;
+}
+
 } // namespace
 
 bool capabilities_granted(MsgServer *server, const MsgService &service, int32_t conn_id) {
@@ -55,14 +74,38 @@ bool capabilities_granted(MsgServer *server, const MsgService &service, int32_t 
     if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1) {
         return false; // without credentials the client holds no capability
     }
-    char *line = nullptr;
-    const int length = asprintf(&line, "chkcap %u,%u,%s", client.uid, client.gid, service.options);
-    if (length < 0) {
-        return false;
+    return count_granted(server, client, service.options,
+                         static_cast<int>(std::strlen(service.options))) ==
+           capabilities_demanded(service.options);
+}
+
+void note_missing_capabilities(MsgServer *server, const char *name, int32_t conn_id,
+                               std::optional<Refusal> &refusal) {
+    const MsgService *service = nullptr;
+    for (int32_t i = 0; name && i < server->services->slot_count && !service; i++) {
+        const auto *each = static_cast<const MsgService *>(_array_get(server->services, i));
+        service = each && std::strcmp(each->name, name) == 0 ? each : nullptr;
     }
-    const ssize_t granted = ask_grantor(server, line, static_cast<size_t>(length));
-    std::free(line);
-    return granted == capabilities_demanded(service.options);
+    ipc_credentials client = {};
+    if (!service || connect_client_info(conn_id, &client, 0) == -1) {
+        return;
+    }
+    refusal.emplace(client, service->name);
+    const char *separator = "it does not hold the capability ";
+    for (const char *each = service->options; refusal->due() && each;) {
+        const char *const comma = std::strchr(each, ',');
+        const int length = static_cast<int>(comma ? comma - each : std::strlen(each));
+        const ssize_t granted = count_granted(server, client, each, length);
+        if (granted == -1) {
+            refusal->add("%s%s cannot be asked: %s", separator[0] == 'i' ? "" : "; ", grantor_path,
+                         std::strerror(errno));
+            return;
+        }
+        if (granted != 1) {
+            refusal->add("%s\"%.*s\"", std::exchange(separator, ", "), length, each);
+        }
+        each = comma ? comma + 1 : nullptr;
+    }
 }
 
 } // namespace vantro::transport

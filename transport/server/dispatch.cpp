@@ -5,11 +5,14 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <optional>
 
 #include <vantro/messaging.h>
 
+#include "transport/server/capability_check.h"
 #include "transport/server/disconnect.h"
 #include "transport/server/held_answers.h"
+#include "transport/server/refusals.h"
 #include "transport/server/server.h"
 #include "transport/wire.h"
 
@@ -23,11 +26,21 @@ struct Dispatch {
     ServerLock &lock;
 
     bool path_mode() const { return server->flags & MSGSERVER_FLAG_PATH; }
+    bool logs_refusals() const { return server->flags & MSGSERVER_FLAG_LOG_REFUSALS; }
     int receive_id() const { return context->receive_id; }
 
     // Answers with an error, without the lock.
     void refuse(int error) const RELEASE(server_lock) {
         lock.release();
+        ipc_error(receive_id(), error);
+    }
+
+    // The same, with a line in the log first.
+    void refuse(int error, const std::optional<Refusal> &refusal) const RELEASE(server_lock) {
+        lock.release();
+        if (refusal) {
+            refusal->log();
+        }
         ipc_error(receive_id(), error);
     }
 
@@ -130,18 +143,16 @@ const char *requested_name(const MsgContext &context) {
 }
 
 // @return 0, or the error number that refuses the open.
-int check_path_access(const Dispatch &now, const MsgService &service) REQUIRES(server_lock) {
+int check_access(const Dispatch &now, const MsgService &service, std::optional<Refusal> &refusal)
+    REQUIRES(server_lock) {
     ipc_credentials client = {};
     const int32_t conn_id = now.context->info.conn_id;
     if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1) {
         return EACCES;
     }
     // Through its own view of the message the framework finds all groups of the client.
-    path_context *framework = framework_view(now);
-    path_attr_lock(service.attr);
-    const int refused = path_check_access(framework, service.attr, open_access, &client);
-    path_attr_unlock(service.attr);
-    return refused;
+    return check_path_access(framework_view(now), service.attr, open_access, client,
+                             now.logs_refusals() ? service.name : nullptr, refusal);
 }
 
 bool has_too_many_opens(const MsgService &service, int32_t conn_id) REQUIRES(server_lock) {
@@ -183,9 +194,10 @@ MsgOsb *make_open(const Dispatch &now, MsgService *service) REQUIRES(server_lock
 
 void dispatch_open(const Dispatch &now, MsgService *service) RELEASE(server_lock) {
     if (service->attr) {
-        const int refused = check_path_access(now, *service);
+        std::optional<Refusal> refusal;
+        const int refused = check_access(now, *service, refusal);
         if (refused != 0) {
-            return now.refuse(refused);
+            return now.refuse(refused, refusal);
         }
     }
     MsgOsb *open = make_open(now, service);
@@ -307,7 +319,12 @@ int32_t msgserver_dispatch(MsgServer *server) {
     MsgService *service = opening ? lookup(server, requested_name(*context), -1)
                                   : lookup(server, nullptr, context->info.conn_id);
     if (!service) {
-        now.refuse(ENOENT);
+        std::optional<Refusal> refusal;
+        if (opening && now.logs_refusals()) {
+            note_missing_capabilities(server, requested_name(*context), context->info.conn_id,
+                                      refusal);
+        }
+        now.refuse(ENOENT, refusal);
     } else if (opening) {
         dispatch_open(now, service);
     } else {

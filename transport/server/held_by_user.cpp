@@ -1,10 +1,7 @@
 #include "transport/server/held_by_user.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <map>
 #include <new>
 #include <utility>
@@ -13,6 +10,7 @@
 #include <vantro/platform/message.h>
 
 #include "common/locks.h"
+#include "transport/server/refusals.h"
 
 namespace vantro::transport {
 
@@ -35,20 +33,6 @@ struct Users {
 Users &users() {
     static Users *const the_users = new Users;
     return *the_users;
-}
-
-// The process's own name for itself, without what would spoil a line.
-void name_of_process(int32_t pid, char (&name)[32]) {
-    std::snprintf(name, sizeof name, "/proc/%d/comm", pid);
-    const int file = ::open(name, O_RDONLY | O_CLOEXEC);
-    const ssize_t length = file >= 0 ? ::read(file, name, sizeof name - 1) : 0;
-    if (file >= 0) {
-        ::close(file);
-    }
-    char *const end = name + std::max<ssize_t>(length, 0);
-    *std::find(name, end, '\n') = '\0';
-    std::replace_if(
-        name, std::find(name, end, '\0'), [](char c) { return c < ' ' || c > '~'; }, '?');
 }
 
 bool is_limited(uint32_t uid) {

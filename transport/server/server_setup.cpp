@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include <fcntl.h>
 
@@ -12,6 +13,7 @@
 #include <vantro/platform/io.h>
 #include <vantro/platform/names.h>
 
+#include "transport/server/refusals.h"
 #include "transport/server/server.h"
 
 namespace vantro::transport {
@@ -30,6 +32,24 @@ constexpr int file_type_any = 0;
 constexpr uint32_t named_special_file = 0x5000;
 constexpr uint32_t permission_bits = 0666;
 
+// As path_funcs_init() has it, and with a line in the log.
+int open_path(path_request *request) {
+    const uint32_t mask = (request->open_flags == O_WRONLY ? 0 : uint32_t{PATH_ACCESS_READ}) |
+                          (request->open_flags == O_RDONLY ? 0 : uint32_t{PATH_ACCESS_WRITE});
+    auto *const attributes = static_cast<ServiceAttributes *>(request->handle);
+    ipc_credentials client = {};
+    if (connect_client_info(request->context->info.conn_id, &client, IPC_CREDENTIAL_GROUPS) != 0) {
+        return -EACCES;
+    }
+    std::optional<Refusal> refusal;
+    const int refused = check_path_access(request->context, &attributes->attr, mask, client,
+                                          attributes->service_name, refusal);
+    if (refusal) {
+        refusal->log();
+    }
+    return -refused;
+}
+
 // Shared by all path-mode services of the process.
 struct SharedPathTables {
     path_connect_funcs connect = {};
@@ -38,6 +58,7 @@ struct SharedPathTables {
 
     SharedPathTables() {
         path_funcs_init(PATH_CONNECT_HANDLER_COUNT, &connect, PATH_IO_HANDLER_COUNT, &io);
+        connect.handlers[PATH_CONNECT_OPEN] = open_path;
         mount.configuration = mount_configuration;
     }
 };
@@ -69,12 +90,15 @@ bool attach_path(MsgServer *server, MsgService *service, int32_t index, const ch
     REQUIRES(server_lock) {
     SharedPathTables &shared = shared_path_tables();
     const Text path = format_name("/sys/csm/", service->name, instance);
-    auto *attr = static_cast<path_attr *>(std::calloc(1, sizeof(path_attr)));
-    if (!path || !attr) {
-        std::free(attr);
+    auto *attributes = static_cast<ServiceAttributes *>(std::calloc(1, sizeof(ServiceAttributes)));
+    if (!path || !attributes) {
+        std::free(attributes);
         errno = ENOMEM;
         return false;
     }
+    attributes->service_name =
+        server->flags & MSGSERVER_FLAG_LOG_REFUSALS ? service->name : nullptr;
+    path_attr *const attr = &attributes->attr;
     const char *options = service->options;
     const uint32_t perms = option_number(options, "perms=", 8, permission_bits) & permission_bits;
     path_attr_init(attr, named_special_file | perms, nullptr, nullptr);
@@ -89,7 +113,7 @@ bool attach_path(MsgServer *server, MsgService *service, int32_t index, const ch
                     &shared.connect, &shared.io, attr) < 0) {
         const int error = errno;
         pthread_mutex_destroy(&attr->lock);
-        std::free(attr);
+        std::free(attributes);
         errno = error;
         return false;
     }
