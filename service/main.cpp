@@ -37,12 +37,14 @@
 #include "service/requests/answers.h"
 #include "service/requests/handlers.h"
 #include "service/requests/identity.h"
+#include "service/requests/progress.h"
 #include "service/scan_report.h"
 #include "service/server.h"
 #include "service/service_manager.h"
 #include "service/sound/mpv_core.h"
 #include "service/sound/mpv_sound.h"
 #include "service/state/keeper.h"
+#include "service/watchdog.h"
 
 namespace {
 
@@ -86,19 +88,20 @@ void raise_descriptor_limit() {
 // The signals are blocked in every thread, so that they arrive here and nowhere else.
 class Ending {
   public:
-    Ending(Server &server, Reload &reload) {
+    Ending(Server &server, Reload &reload, Watchdog &watchdog) {
         sigemptyset(&signals_);
         sigaddset(&signals_, SIGTERM);
         sigaddset(&signals_, SIGINT);
         sigaddset(&signals_, SIGHUP);
         pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
-        thread_ = std::thread([this, &server, &reload] {
+        thread_ = std::thread([this, &server, &reload, &watchdog] {
             int signal = 0;
             while (sigwait(&signals_, &signal) == 0 && signal == SIGHUP) {
                 reload.run();
             }
             asked_ = true;
             service_manager::tell_stopping();
+            watchdog.end();
             server.stop();
         });
     }
@@ -233,7 +236,9 @@ int serve(const Options &options, Reload &reload) {
     if (const std::optional<Error> error = server.attach(options)) {
         return fail(*error);
     }
-    const Ending ending(server, reload); // before any thread starts, which would take the signals
+    Watchdog watchdog;
+    const Ending ending(server, reload,
+                        watchdog); // before any thread starts, which would take the signals
     std::unique_ptr<catalogue::Store> store;
     const auto scanned = [&store] { tell_scanned(store->song_count()); };
     std::optional<ScanReport> report; // once the sources are known
@@ -283,6 +288,7 @@ int serve(const Options &options, Reload &reload) {
     limits.limit_descriptors();
     requests::Handling handling{answers, turns, limits, memory};
     set_handling(&handling);
+    requests::Progress progress;
     const std::optional<Error> error = server.run(options.threads, [&] {
         tell_ready(store->song_count(), options);
         store->start_scanning();
@@ -290,7 +296,11 @@ int serve(const Options &options, Reload &reload) {
         if (nothing) {
             scanned();
         }
+        watchdog.start({[&server](std::chrono::milliseconds time) { return server.answers(time); },
+                        [&progress] { return progress.gets_on(); },
+                        [&players] { return players.clock_goes(); }});
     });
+    watchdog.stop();
     reload.set_actions({});
     requests::set_handling(nullptr);
     store->stop_scanning(); // while what it reports to is still there

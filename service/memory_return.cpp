@@ -13,7 +13,7 @@ constexpr int mapped_from = 1024 * 1024;
 } // namespace
 
 MemoryReturn::MemoryReturn(std::chrono::nanoseconds delay)
-    : delay_(delay), worker_([this] { return round(); }) {
+    : delay_(delay), worker_("memory", [this] { return round(); }) {
     mallopt(M_MMAP_THRESHOLD, mapped_from);
 }
 

@@ -1,6 +1,7 @@
 #include "service/server.h"
 
 #include <cerrno>
+#include <pthread.h>
 #include <thread>
 #include <vector>
 
@@ -45,6 +46,9 @@ Server::~Server() {
     if (wake_ >= 0) {
         connect_detach(wake_);
     }
+    if (ask_ >= 0) {
+        global_name_close(ask_);
+    }
 }
 
 std::optional<Error> Server::attach(const Options &options) {
@@ -84,7 +88,10 @@ std::optional<Error> Server::run(int threads, const std::function<void()> &ready
     try {
         running.reserve(static_cast<size_t>(threads) + 1);
         for (int i = 0; i <= threads; ++i) {
-            running.emplace_back([] { msgserver_thread_loop(the_server); });
+            running.emplace_back([] {
+                pthread_setname_np(pthread_self(), "serving");
+                msgserver_thread_loop(the_server);
+            });
         }
         // May be held up by what a client sent, and then must not hold up the end of the process.
         std::thread([channel = the_server->channel] { ipc_lend_closing_thread(channel); }).detach();
@@ -99,6 +106,19 @@ std::optional<Error> Server::run(int threads, const std::function<void()> &ready
         each.join();
     }
     return failure;
+}
+
+bool Server::answers(std::chrono::milliseconds time) {
+    const int time_ms = static_cast<int>(time.count());
+    if (ask_ < 0) {
+        const int before = ipc_set_open_timeout(time_ms);
+        ask_ = global_name_open(only_one, 0);
+        ipc_set_open_timeout(before);
+    }
+    // It is no request, and refused: by one of the threads that receive requests, with their lock.
+    const char message = 0;
+    return ask_ >= 0 && ipc_send_simple(ask_, &message, sizeof message, nullptr, 0) < 0 &&
+           errno == ENOSYS;
 }
 
 void Server::stop() {

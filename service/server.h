@@ -2,6 +2,7 @@
 #ifndef VANTRO_SERVICE_SERVER_H
 #define VANTRO_SERVICE_SERVER_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -33,11 +34,15 @@ class Server {
     // `ready` once they run. Returns why the threads cannot be had, if they cannot.
     std::optional<Error> run(int threads, const std::function<void()> &ready);
 
+    // Whether a serving thread answers a message within the time. One thread at a time.
+    bool answers(std::chrono::milliseconds time);
+
     // Ends run(), now or as soon as it begins. Any thread, once attached.
     void stop();
 
   private:
     int wake_ = -1; // pulse connection to the server's own channel
+    int ask_ = -1;  // connection to it, once answers() was called
 };
 
 } // namespace vantro::service

@@ -1,5 +1,6 @@
 #include "service/service_manager.h"
 
+#include <cstdint>
 #include <ctime>
 #include <systemd/sd-daemon.h>
 
@@ -22,6 +23,17 @@ void tell_status(const std::string &status) {
 
 void tell_stopping() {
     sd_notify(0, "STOPPING=1");
+}
+
+std::chrono::milliseconds watchdog_time() {
+    uint64_t time_us = 0;
+    return sd_watchdog_enabled(0, &time_us) > 0
+               ? std::chrono::ceil<std::chrono::milliseconds>(std::chrono::microseconds(time_us))
+               : std::chrono::milliseconds(0);
+}
+
+void tell_alive() {
+    sd_notify(0, "WATCHDOG=1");
 }
 
 } // namespace vantro::service::service_manager

@@ -3,6 +3,7 @@
 #ifndef VANTRO_SERVICE_SERVICE_MANAGER_H
 #define VANTRO_SERVICE_SERVICE_MANAGER_H
 
+#include <chrono>
 #include <string>
 
 namespace vantro::service::service_manager {
@@ -14,6 +15,10 @@ void tell_reloading();
 // One line for people.
 void tell_status(const std::string &status);
 void tell_stopping();
+
+// How long the manager waits for tell_alive() at most; 0 where it does not wait for it.
+std::chrono::milliseconds watchdog_time();
+void tell_alive();
 
 } // namespace vantro::service::service_manager
 

@@ -12,7 +12,7 @@ namespace vantro::service::playback {
 Players::Players(catalogue::Catalogue &catalogue, const std::vector<std::string> &names,
                  const Engine::Clock &clock, const SoundMaker &make_sound)
     : catalogue_(catalogue), clock_(clock), ids_(catalogue), players_(players_max),
-      clock_watch_([this] { return wake_all(); }), file_checks_([this] {
+      clock_watch_("clock", [this] { return wake_all(); }), file_checks_("file checks", [this] {
           for (Player &player : *this) {
               player.check_file();
           }
@@ -91,6 +91,12 @@ std::optional<std::chrono::nanoseconds> Players::wake_all() {
         }
     }
     return next;
+}
+
+bool Players::clock_goes() {
+    const uint64_t rounds = clock_watch_.rounds();
+    clock_watch_.look();
+    return std::exchange(rounds_before_, rounds) != rounds;
 }
 
 void Players::maker_gone(uint64_t number) noexcept {

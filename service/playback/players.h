@@ -49,6 +49,10 @@ class Players {
     std::optional<Error> add(const std::string &name, const SoundMaker &make_sound,
                              const std::function<void(size_t at, Player &player)> &restore);
 
+    // Whether the thread that watches the clock has done a round since the call before, after which
+    // it was called for one. One thread at a time.
+    bool clock_goes();
+
     // See Player::maker_gone(). Any thread.
     void maker_gone(uint64_t number) noexcept;
 
@@ -99,6 +103,7 @@ class Players {
     std::vector<std::unique_ptr<Player>> players_; // its length and places never change
     std::atomic<size_t> count_ = 0;                // those that are there
     std::atomic<bool> sources_missed_ = false;
+    uint64_t rounds_before_ = 0;
     Worker clock_watch_;
     Worker file_checks_;
 };

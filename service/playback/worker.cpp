@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <exception>
 
+#include <pthread.h>
+
 namespace vantro::service::playback {
 
 namespace {
@@ -20,7 +22,10 @@ std::chrono::steady_clock::time_point after(std::chrono::nanoseconds time) {
 } // namespace
 
 void Worker::start() {
-    thread_ = std::thread([this] { run(); });
+    thread_ = std::thread([this] {
+        pthread_setname_np(pthread_self(), name_);
+        run();
+    });
 }
 
 void Worker::stop() {
@@ -58,6 +63,7 @@ void Worker::run() {
         } catch (const std::exception &) {
             failed = true;
         }
+        ++rounds_;
         lock.lock();
         if (failed) {
             due_ = after(try_again); // not again at once, whoever called for it

@@ -4,7 +4,9 @@
 #ifndef VANTRO_SERVICE_PLAYBACK_WORKER_H
 #define VANTRO_SERVICE_PLAYBACK_WORKER_H
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <thread>
@@ -19,7 +21,8 @@ class Worker {
     // Returns the time until the next round, or nothing if the next round waits for look().
     using Round = std::function<std::optional<std::chrono::nanoseconds>()>;
 
-    explicit Worker(Round round) : round_(std::move(round)) {}
+    // @param name of the thread, for people; at most 15 bytes.
+    Worker(const char *name, Round round) : name_(name), round_(std::move(round)) {}
     ~Worker() { stop(); }
     Worker(const Worker &) = delete;
     Worker &operator=(const Worker &) = delete;
@@ -38,16 +41,21 @@ class Worker {
     // where a round is due by then.
     void look_within(std::chrono::nanoseconds time) EXCLUDES(mutex_);
 
+    // How many rounds have ended. Any thread.
+    uint64_t rounds() const { return rounds_; }
+
   private:
     using Time = std::chrono::steady_clock::time_point;
     void run() EXCLUDES(mutex_);
     void wait_until_due() REQUIRES(mutex_);
 
+    const char *const name_;
     const Round round_;
     Mutex mutex_;                               // not held during a round
     Time due_ GUARDED_BY(mutex_) = Time::max(); // of the next round; max: when it is called for
     bool stop_ GUARDED_BY(mutex_) = false;
     Condition wake_;
+    std::atomic<uint64_t> rounds_ = 0;
     std::thread thread_;
 };
 

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "service/error.h"
+#include "service/requests/progress.h"
 
 namespace vantro::service::requests {
 
@@ -75,6 +76,7 @@ class WaitingRequest {
     WaitingRequest &operator=(const WaitingRequest &) = delete;
 
     void carry_out() noexcept {
+        Step::next();
         // What its client has given up costs no more than this answer, which drops its reference.
         if (header_.kind == MSG_KIND_PUTGET && ipc_waiting(context_.receive_id) == 0) {
             callout_reply(open_, &context_, 0, nullptr, 0);
@@ -140,6 +142,7 @@ void stop_waiting() {
 }
 
 int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) noexcept {
+    const Step step;
     const size_t size =
         std::min(context->header->send_length, static_cast<uint32_t>(context->payload_size));
     try {
@@ -152,6 +155,7 @@ int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *) noexcept
 }
 
 int32_t handle_open(MsgOsb *open, MsgContext *context, MsgService *) noexcept {
+    const Step step;
     ipc_credentials credentials = {};
     if (connect_client_info(context->info.conn_id, &credentials, 0) != 0) {
         return EACCES;
@@ -177,6 +181,7 @@ int32_t handle_open(MsgOsb *open, MsgContext *context, MsgService *) noexcept {
 }
 
 int32_t handle_close(MsgOsb *open, MsgContext *, MsgService *) noexcept {
+    const Step step;
     if (const std::optional<Client> client = handling().answers.close(open->index)) {
         handling().limits.give_open(*client);
         handling().turns.forget(client->connection);

@@ -73,7 +73,7 @@ bool write_all(int descriptor, const std::string &text) {
 
 Keeper::Keeper(playback::Players &players, std::filesystem::path directory, Log log)
     : players_(players), directory_(std::move(directory)), log_(std::move(log)), kept_(players_max),
-      worker_([this] { return keep_all(); }) {
+      worker_("keeper", [this] { return keep_all(); }) {
     for (size_t i = 0; i < players_.size(); ++i) {
         kept_[i] = std::make_unique<Kept>();
     }

@@ -1,7 +1,10 @@
 // The program: its options, its start and its end.
 #include <cerrno>
 #include <csignal>
+#include <fstream>
 
+#include <poll.h>
+#include <sys/ptrace.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -87,32 +90,84 @@ TEST_F(Serving, StartsAgainWithWhatItKnows) {
     }
 }
 
-// As systemd hears it, which starts others when it is ready.
-TEST_F(Vantrod, TellsItsManagerWhenItIsReadyAndWhenItEnds) {
-    const std::filesystem::path music = path_ + "/music";
-    test::make_music(music / "1.flac", 1'000);
-    struct sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    const std::string name = path_ + "/notify";
-    name.copy(address.sun_path, sizeof address.sun_path - 1);
-    const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(bind(manager, reinterpret_cast<struct sockaddr *>(&address), sizeof address), 0);
-    setenv("NOTIFY_SOCKET", name.c_str(), 1);
-    start({"--music", music});
-    unsetenv("NOTIFY_SOCKET");
-    const auto next = [manager] {
+// Hears what systemd hears, which starts others when it is ready.
+class Managed : public Vantrod {
+  protected:
+    void SetUp() override {
+        Vantrod::SetUp();
+        test::make_music(path_ + "/music/1.flac", 1'000);
+        struct sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        const std::string name = path_ + "/notify";
+        name.copy(address.sun_path, sizeof address.sun_path - 1);
+        ASSERT_EQ(bind(manager_, reinterpret_cast<struct sockaddr *>(&address), sizeof address), 0);
+        setenv("NOTIFY_SOCKET", name.c_str(), 1);
+        start({"--music", path_ + "/music", "--threads", "2"});
+        unsetenv("NOTIFY_SOCKET");
+        EXPECT_EQ(next(), "STATUS=0 tracks so far, scanning");
+        EXPECT_EQ(next(), "READY=1");
+    }
+    ~Managed() override { close(manager_); }
+    // "" where nothing comes within the time.
+    std::string next(int wait_ms = 20'000) const {
         char text[200];
-        const ssize_t length = recv(manager, text, sizeof text, 0);
+        pollfd polled = {manager_, POLLIN, 0};
+        const ssize_t length =
+            poll(&polled, 1, wait_ms) == 1 ? recv(manager_, text, sizeof text, 0) : 0;
         return std::string(text, static_cast<size_t>(std::max<ssize_t>(length, 0)));
-    };
-    EXPECT_EQ(next(), "STATUS=0 tracks so far, scanning");
-    EXPECT_EQ(next(), "READY=1");
+    }
+    const int manager_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+};
+
+TEST_F(Managed, TellsWhenItIsReadyAndWhenItEnds) {
     EXPECT_EQ(Client().result(open_main), 0);
     EXPECT_EQ(next(), "STATUS=1 tracks");
     service->kill(SIGTERM);
     EXPECT_EQ(next(), "STOPPING=1");
     EXPECT_EQ(service->wait(), 0);
-    close(manager);
+}
+
+struct Watched : Managed {
+    void SetUp() override {
+        setenv("WATCHDOG_USEC", "300000", 1);
+        Managed::SetUp();
+        unsetenv("WATCHDOG_USEC");
+    }
+};
+
+// Threads are stopped one by one, as a debugger does it; the rest of the process goes on.
+TEST_F(Watched, TellsThatItWorksOnlyWhileItsThreadsDo) {
+    for (std::string line = next(); line != "STATUS=1 tracks"; line = next()) {
+        ASSERT_EQ(line, "WATCHDOG=1");
+    }
+    for (const char *name : {"clock", "serving"}) {
+        for (int pings = 0; pings < 3; ++pings) {
+            ASSERT_EQ(next(), "WATCHDOG=1");
+        }
+        std::vector<pid_t> stopped;
+        const std::string tasks = fmt::format("/proc/{}/task", service->id());
+        for (const auto &task : std::filesystem::directory_iterator(tasks)) {
+            std::string comm;
+            std::getline(std::ifstream(task.path() / "comm"), comm);
+            if (comm == name) {
+                stopped.push_back(std::stoi(task.path().filename()));
+                if (ptrace(PTRACE_SEIZE, stopped.back(), nullptr, nullptr) != 0) {
+                    GTEST_SKIP() << "no thread can be stopped here: the watchdog was NOT tried";
+                }
+                ptrace(PTRACE_INTERRUPT, stopped.back(), nullptr, nullptr);
+                waitpid(stopped.back(), nullptr, __WALL);
+            }
+        }
+        ASSERT_FALSE(stopped.empty()) << name;
+        int late = 0; // those under way, and one of a look that had begun
+        for (; next(1000) == "WATCHDOG=1"; ++late) {
+            ASSERT_LT(late, 5) << name;
+        }
+        for (const pid_t thread : stopped) {
+            ptrace(PTRACE_DETACH, thread, nullptr, nullptr);
+        }
+        EXPECT_EQ(next(), "WATCHDOG=1") << name;
+    }
 }
 
 TEST_F(Vantrod, AsksTheGrantorForCapabilities) {

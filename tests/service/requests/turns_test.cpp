@@ -1,8 +1,11 @@
 #include "service/requests/turns.h"
 
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
+
+#include "service/requests/progress.h"
 
 namespace vantro::service::requests {
 
@@ -76,6 +79,18 @@ TEST(Turns, APlaceThatBecameFreeIsTakenAtOnce) {
     turns.stop();
     turns.finish();
     EXPECT_TRUE(turns.begin(1));
+}
+
+TEST(Progress, TellsAThreadThatIsStuckFromOneThatGoesOn) {
+    Progress progress;
+    const Step step;
+    EXPECT_TRUE(progress.gets_on());
+    EXPECT_FALSE(progress.gets_on()); // at the same piece
+    Step::next();
+    EXPECT_TRUE(progress.gets_on());
+    std::thread([] { const Step other; }).join(); // idle now
+    Step::next();
+    EXPECT_TRUE(progress.gets_on());
 }
 
 } // namespace
