@@ -141,11 +141,12 @@ int SqliteCatalogue::guarded(const Read &read) {
 
 template <typename Read>
 int SqliteCatalogue::at_node(int32_t source, std::string_view node, const Read &read) {
-    if (!directory(source)) {
+    const MusicPointer where = directory(source);
+    if (!where) {
         return ENOENT;
     }
     return guarded([&](Database &database) {
-        SourceBrowser browser(database, lists_, source);
+        SourceBrowser browser(database, lists_, source, where->type);
         const std::optional<Place> place = browser.find(node);
         return place ? read(database, browser, *place) : ENOENT;
     });

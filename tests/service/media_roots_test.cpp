@@ -72,6 +72,14 @@ TEST_F(MediaRoots, ComeAndGoWhileAPlayerPlaysAndClientsBrowse) {
     const auto songs = client.list(browse(stick, "songs"));
     ASSERT_EQ(songs.size(), 1u);
     client.ask(create(stick, "", 0, VANTRO_TRKSESSION_PLAY));
+    for (const char *const node : {"", "songs", "folders"}) {
+        MediaNode *nodes = nullptr;
+        int count = 0;
+        ASSERT_EQ(vantro_browse(handle, stick, node, 0, &count, &nodes), 0);
+        ASSERT_GT(count, 0);
+        EXPECT_EQ(nodes[0].ms_type, VANTRO_SOURCE_REMOVABLE) << node;
+        vantro_free_media_nodes(nodes, count);
+    }
 
     put_away("stick");
     for (int error = 0, gone = 0; error == 0 || gone == 0;) {

@@ -58,8 +58,9 @@ std::pair<size_t, size_t> bounds(Range range, size_t size) {
     return {first, first + count};
 }
 
-SourceBrowser::SourceBrowser(Database &database, ListCache &cache, int32_t source)
-    : database_(database), cache_(cache), source_(source),
+SourceBrowser::SourceBrowser(Database &database, ListCache &cache, int32_t source,
+                             int32_t source_type)
+    : database_(database), cache_(cache), source_(source), source_type_(source_type),
       generation_(database.number(0, "SELECT generation FROM source WHERE id = ?1", source)) {}
 
 SourceBrowser::ListPointer SourceBrowser::kept(const std::string &what,
@@ -114,15 +115,15 @@ std::vector<Node> SourceBrowser::menus() {
                       source_, menu.kind, key_of(kind_folder, ""))
                 : database_.number(0, "SELECT COUNT(*) FROM node WHERE source = ?1 AND kind = ?2",
                                    source_, menu.kind);
-        nodes.push_back({menu.id, menu.name, type, static_cast<int32_t>(count), source_,
-                         VANTRO_SOURCE_DIRECTORY});
+        nodes.push_back(
+            {menu.id, menu.name, type, static_cast<int32_t>(count), source_, source_type_});
     }
     return nodes;
 }
 
 Node SourceBrowser::node(Entry entry) {
     Node node;
-    node.source_type = VANTRO_SOURCE_DIRECTORY;
+    node.source_type = source_type_;
     if (entry.is_song()) {
         node.type = VANTRO_NODE_SONG;
         Rows row = database_.query("SELECT key, name, source FROM song WHERE id = ?1", entry.id());
@@ -160,8 +161,8 @@ void SourceBrowser::songs_by_name(Range range, NodeSink &nodes) {
     const auto give = [&](Rows &&rows) {
         for (; left > 0 && rows.next(); --left) {
             const NodeId id(kind_song, rows.integer(0));
-            if (!nodes.take({id.text(), rows.text(1), VANTRO_NODE_SONG, 0, source_,
-                             VANTRO_SOURCE_DIRECTORY, rows.integer(2)})) {
+            if (!nodes.take({id.text(), rows.text(1), VANTRO_NODE_SONG, 0, source_, source_type_,
+                             rows.integer(2)})) {
                 left = 1; // no more nodes are wanted
             }
         }

@@ -27,7 +27,8 @@ class SourceBrowser {
   public:
     using ListPointer = std::shared_ptr<const List>;
 
-    SourceBrowser(Database &database, ListCache &cache, int32_t source);
+    // @param source_type VANTRO_SOURCE_*, which its nodes have.
+    SourceBrowser(Database &database, ListCache &cache, int32_t source, int32_t source_type = 0);
 
     std::optional<Place> find(std::string_view node);
     // Makes the lists by which others are sorted, so that no client waits for them.
@@ -71,6 +72,7 @@ class SourceBrowser {
     Database &database_;
     ListCache &cache_;
     const int32_t source_;
+    const int32_t source_type_;
     const int64_t generation_;
 };
 

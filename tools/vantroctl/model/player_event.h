@@ -41,6 +41,7 @@ struct PlayerEvent {
     std::optional<TrackStatus> track = {};     // track; none: the player has none
     int32_t position_ms = 0;                   // position
     Source source = {};                        // source
+    bool source_gone = false;                  // source: it is none any more
     int32_t code = 0;                          // error: as the service numbers it
     std::string object = {};                   // object: its name
     std::vector<std::pair<std::string, std::string>> attributes = {}; // object: what changed

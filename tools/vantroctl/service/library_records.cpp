@@ -92,6 +92,7 @@ std::optional<PlayerEvent> player_event_of(const VantroEvent &record) {
         if (details.mediasource.media_source) {
             event.kind = PlayerEvent::Kind::source;
             event.source = source_of(*details.mediasource.media_source);
+            event.source_gone = details.mediasource.type == VANTRO_SOURCE_GONE;
             break;
         }
         [[fallthrough]];

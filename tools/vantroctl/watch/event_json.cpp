@@ -36,6 +36,7 @@ void add_details(JsonObject &object, const PlayerEvent &event) {
         object.key("source").begin();
         add_source(object, event.source);
         object.end();
+        object.key("gone").boolean(event.source_gone);
         break;
     case PlayerEvent::Kind::error:
         object.key("error_code").number(event.code);

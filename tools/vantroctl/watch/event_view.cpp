@@ -61,6 +61,9 @@ std::string words_of(const PlayerEvent &event, const PlayerMirror &before) {
                    : format_time(event.position_ms);
     }
     case PlayerEvent::Kind::source: {
+        if (event.source_gone) {
+            return fmt::format("{}: {}, gone", event.source.id, event.source.name);
+        }
         const auto known = before.sources().find(event.source.id);
         const bool same = known != before.sources().end() && known->second == event.source;
         return fmt::format("{}: {}, {}{}", event.source.id, event.source.name,

@@ -42,7 +42,11 @@ void PlayerMirror::apply(const PlayerEvent &event) {
         hold(event.position_ms, event.at);
         break;
     case PlayerEvent::Kind::source:
-        sources_[event.source.id] = event.source;
+        if (event.source_gone) {
+            sources_.erase(event.source.id);
+        } else {
+            sources_[event.source.id] = event.source;
+        }
         break;
     case PlayerEvent::Kind::gone:
     case PlayerEvent::Kind::back:

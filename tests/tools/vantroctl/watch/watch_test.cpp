@@ -198,10 +198,19 @@ TEST_F(Watch, EndsWhereItCannotGoOn) {
 }
 
 TEST_F(Watch, DrawsAScreenAndGivesTheTerminalBack) {
-    start();
+    const std::string stick = path_ + "/root/stick";
+    test::make_music(stick + "/3.flac", 1'000, {"TITLE=Three"});
+    start_vantrod({"--music", path_ + "/music", "--media-root", path_ + "/root"});
+    test::Process lines({VANTROCTL, "watch"});
     Screen screen;
     screen.until("\x1B[?1049h");
     screen.until("main: idle");
+    screen.until("sources: music ready, stick ready\x1B[");
+    std::filesystem::rename(stick, path_ + "/stick");
+    screen.until("sources: music ready\x1B[");
+    for (std::string line; line != "source\t2: stick, gone"; line = next(lines)) {
+        ASSERT_FALSE(lines.ended());
+    }
     ASSERT_EQ(run({"play"}), 0);
     screen.until("main: playing, track 1 of 2");
     screen.until("-] 1:40");
