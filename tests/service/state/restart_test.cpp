@@ -1,6 +1,10 @@
 // Players that are back after a restart, however the service ended.
+#include <cstdlib>
 #include <random>
+#include <set>
 #include <thread>
+
+#include <fmt/format.h>
 
 #include <vantro/vantro.hpp>
 
@@ -37,6 +41,7 @@ class Restart : public Vantrod {
         service->wait();
     }
     // All that a client can ask of a player, but for the position while it plays.
+    static std::string all_of(Player &&player) { return all_of(player); }
     static std::string all_of(Player &player) {
         const VantroStateInfo state = player.state().or_throw();
         const VantroTrksessionInfo session = player.session().or_throw();
@@ -133,6 +138,80 @@ TEST_F(Restart, WhateverTheMomentItIsTheOldOrTheNew) {
         EXPECT_TRUE(after == fresh || (turn != 0 && after == old));
         EXPECT_FALSE(std::filesystem::exists(file("session.broken")));
     }
+}
+
+// Killed while it plays, scans and writes. VANTRO_ROUNDS may ask for more kills.
+TEST_F(Restart, IsWholeHoweverOftenItIsKilled) {
+    namespace fs = std::filesystem;
+    std::minstd_rand random(std::random_device{}());
+    const auto pause = [&](unsigned least_us, unsigned most_us) {
+        std::this_thread::sleep_for(
+            std::chrono::microseconds(least_us + random() % (most_us - least_us)));
+    };
+    const char *const wanted = std::getenv("VANTRO_ROUNDS");
+    const int rounds = wanted ? std::atoi(wanted) : 12;
+    std::set<std::string> possible = {all_of(open("main"))};
+    end(SIGTERM);
+    for (int round = 0; round < rounds; ++round) {
+        SCOPED_TRACE(round);
+        fs::copy(path_ + "/music/0.flac", fmt::format("{}/music/more {}.flac", path_, round));
+        run({"--resume"});
+        Player main = open("main");
+        const std::string now = all_of(main);
+        EXPECT_EQ(possible.count(now), 1u);
+        possible = {now};
+        const auto commanded = [&](auto result) {
+            EXPECT_TRUE(result);
+            possible.insert(all_of(main));
+        };
+        commanded(main.create_session(0, "1:songs\n1:songs", round % songs, Start::playing));
+        commanded(main.set_volume(random() % 100));
+        commanded(main.jump(random() % songs));
+        commanded(main.set_shuffle(round % 2 == 0));
+        if (round % 6 == 5) {
+            pause(950'000, 1'050'000); // it writes a second after the change
+        } else if (round % 2 == 1) {
+            service->kill(SIGTERM); // it writes at its end
+            pause(0, 20'000);
+        } else {
+            pause(0, 100'000);
+        }
+        end(SIGKILL);
+    }
+    run({"--resume"});
+    EXPECT_EQ(possible.count(all_of(open("main"))), 1u);
+    const std::string all = fmt::format("vantrod: scanned ({} tracks)", songs + rounds);
+    for (std::string line = told(); line != all; line = told()) {
+        ASSERT_NE(line, "");
+    }
+    for (const auto &each : fs::recursive_directory_iterator(path_ + "/state")) {
+        const std::string left = each.path().filename();
+        EXPECT_TRUE(left.find(".broken") == left.npos && left.find(".bad") == left.npos) << left;
+    }
+}
+
+TEST_F(Restart, KeepsAQueueOfAHundredThousand) {
+    std::string many;
+    for (int i = 0; i < 100'000 / songs + 1; ++i) {
+        many += "1:songs\n";
+    }
+    many.pop_back();
+    Player main = open("main");
+    ASSERT_TRUE(main.create_session(0, many.c_str(), 99'999));
+    ASSERT_TRUE(main.create_session(0, "1:songs", 0, Start::append));
+    ASSERT_TRUE(main.create_session(0, "1:songs", 0, Start::insert));
+    const std::string before = all_of(main);
+    const int32_t length = main.session()->length;
+    EXPECT_EQ(length, (100'000 / songs + 3) * songs);
+    EXPECT_EQ(main.track().or_throw()->index, 99'999);
+    end(SIGTERM);
+    run();
+    main = open("main");
+    EXPECT_TRUE(all_of(main) == before);
+    ASSERT_TRUE(main.jump(length - 1));
+    ASSERT_TRUE(main.play());
+    ASSERT_TRUE(main.next());
+    EXPECT_EQ(main.state()->state, VANTRO_STATE_STOPPED);
 }
 
 TEST_F(Restart, BrokenFilesCostNoStart) {
