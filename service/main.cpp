@@ -9,6 +9,7 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <pthread.h>
@@ -227,6 +228,61 @@ Reload::Actions reload_actions(const Options &running, catalogue::Store &store,
     return actions;
 }
 
+// What there is before the catalogue.
+struct Process {
+    const Options &options;
+    Reload &reload;
+    Server &server;
+    Watchdog &watchdog;
+};
+
+// Hosts the players until the service ends. Calls `started` when it serves and scans.
+// @param published the players, from before anything is scanned.
+int host(const Process &process, catalogue::Store &store, const std::filesystem::path &state,
+         playback::Players *&published, const std::function<void()> &started) {
+    const Options &options = process.options;
+    std::optional<state::Keeper> keeper; // before the players, whose threads call it
+    playlists::PlaylistCatalogue catalogue(
+        store, state / "playlists", log_line,
+        [&published](int32_t source) { published->source_changed(source); });
+    playback::Players players(catalogue, options.players, monotonic_now, sound_maker(options));
+    keeper.emplace(players, state / "players", log_line);
+    const Keeping keeping{*keeper};
+    keeper->restore(options.resume);
+    if (const std::optional<Error> error =
+            players.publish(options.readers, log_line, [&keeper] { keeper->look(); })) {
+        return fail(*error);
+    }
+    keeper->start();
+    published = &players;
+    MemoryReturn memory;
+    memory.start();
+    requests::Answers answers(catalogue, players);
+    answers.set_identify(identifier(options));
+    requests::Turns turns(options.threads);
+    requests::UserLimits limits(
+        [](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });
+    limits.limit_descriptors();
+    requests::Handling handling{answers, turns, limits, memory};
+    set_handling(&handling);
+    requests::Progress progress;
+    const std::optional<Error> error = process.server.run(options.threads, [&] {
+        tell_ready(store.song_count(), options);
+        store.start_scanning();
+        process.reload.set_actions(reload_actions(options, store, catalogue, players, *keeper));
+        started();
+        process.watchdog.start(
+            {[&process](std::chrono::milliseconds time) { return process.server.answers(time); },
+             [&progress] { return progress.gets_on(); },
+             [&players] { return players.clock_goes(); }});
+    });
+    process.watchdog.stop();
+    process.reload.set_actions({});
+    requests::set_handling(nullptr);
+    store.stop_scanning(); // while what it reports to is still there
+    return error ? fail(*error) : EXIT_SUCCESS;
+}
+
 int serve(const Options &options, Reload &reload) {
     if (const std::optional<WrongMusic> wrong = check_music(options)) {
         return fail(wrong->error, wrong->option);
@@ -237,8 +293,8 @@ int serve(const Options &options, Reload &reload) {
         return fail(*error);
     }
     Watchdog watchdog;
-    const Ending ending(server, reload,
-                        watchdog); // before any thread starts, which would take the signals
+    // Before any thread starts, which would take the signals.
+    const Ending ending(server, reload, watchdog);
     std::unique_ptr<catalogue::Store> store;
     const auto scanned = [&store] { tell_scanned(store->song_count()); };
     std::optional<ScanReport> report; // once the sources are known
@@ -263,48 +319,11 @@ int serve(const Options &options, Reload &reload) {
     }
     const bool nothing = first.empty();
     report.emplace(std::move(first), scanned);
-
-    std::optional<state::Keeper> keeper; // before the players, whose threads call it
-    playlists::PlaylistCatalogue catalogue(
-        *store, state / "playlists", log_line,
-        [&published](int32_t source) { published->source_changed(source); });
-    playback::Players players(catalogue, options.players, monotonic_now, sound_maker(options));
-    keeper.emplace(players, state / "players", log_line);
-    const Keeping keeping{*keeper};
-    keeper->restore(options.resume);
-    if (const std::optional<Error> error =
-            players.publish(options.readers, log_line, [&keeper] { keeper->look(); })) {
-        return fail(*error);
-    }
-    keeper->start();
-    published = &players; // before anything is scanned
-    MemoryReturn memory;
-    memory.start();
-    requests::Answers answers(catalogue, players);
-    answers.set_identify(identifier(options));
-    requests::Turns turns(options.threads);
-    requests::UserLimits limits(
-        [](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });
-    limits.limit_descriptors();
-    requests::Handling handling{answers, turns, limits, memory};
-    set_handling(&handling);
-    requests::Progress progress;
-    const std::optional<Error> error = server.run(options.threads, [&] {
-        tell_ready(store->song_count(), options);
-        store->start_scanning();
-        reload.set_actions(reload_actions(options, *store, catalogue, players, *keeper));
+    return host({options, reload, server, watchdog}, *store, state, published, [&] {
         if (nothing) {
             scanned();
         }
-        watchdog.start({[&server](std::chrono::milliseconds time) { return server.answers(time); },
-                        [&progress] { return progress.gets_on(); },
-                        [&players] { return players.clock_goes(); }});
     });
-    watchdog.stop();
-    reload.set_actions({});
-    requests::set_handling(nullptr);
-    store->stop_scanning(); // while what it reports to is still there
-    return error ? fail(*error) : EXIT_SUCCESS;
 }
 
 } // namespace
