@@ -32,6 +32,17 @@ const char *node_type_name(int32_t type) {
     }
 }
 
+const char *source_type_name(int32_t type) {
+    switch (type) {
+    case VANTRO_SOURCE_REMOVABLE:
+        return "removable";
+    case VANTRO_SOURCE_PLAYLISTS:
+        return "playlists";
+    default:
+        return "directory";
+    }
+}
+
 const char *source_status_name(int32_t status) {
     switch (status) {
     case VANTRO_SOURCE_SCANNING:
@@ -145,6 +156,7 @@ void write_source(JsonWriter &json, const MediaSource &source) {
     json.key("uid").text(text(source.uid));
     json.key("name").text(text(source.view_name).empty() ? text(source.name)
                                                          : text(source.view_name));
+    json.key("type").text(source_type_name(source.type));
     json.key("status").text(source_status_name(source.status));
     json.end_object();
 }

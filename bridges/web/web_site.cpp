@@ -56,6 +56,8 @@ constexpr std::array routes = {
     Route{"GET", "search", search, Access::paired, Which::any},
     Route{"GET", "cover", show_cover, Access::paired, Which::any},
     Route{"POST", "rescan", rescan, Access::paired, Which::any},
+    Route{"GET", "playlists", list_playlists, Access::paired, Which::any},
+    Route{"POST", "playlists/delete", delete_playlist, Access::paired, Which::any},
     Route{"GET", "players/*", show_player},
     Route{"GET", "players/*/events", follow_player},
     Route{"POST", "players/*/play", play},
@@ -75,6 +77,7 @@ constexpr std::array routes = {
     Route{"POST", "players/*/queue/move", move_in_queue},
     Route{"POST", "players/*/queue/remove", remove_from_queue},
     Route{"POST", "players/*/queue/clear", clear_queue},
+    Route{"POST", "players/*/queue/save", save_playlist},
 };
 
 constexpr size_t prefix_segments = 2; // "api", "v1"

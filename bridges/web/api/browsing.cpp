@@ -2,9 +2,8 @@
 #include <cstdint>
 #include <string>
 
-#include <vantro/protocol.h>
-
 #include "bridges/web/api/context.h"
+#include "bridges/web/api/node_list.h"
 #include "bridges/web/cover.h"
 #include "bridges/web/json_writer.h"
 #include "bridges/web/records_json.h"
@@ -15,30 +14,6 @@ namespace {
 
 int32_t source_of(const Target &target) {
     return static_cast<int32_t>(target.number("source_id", 1, INT32_MAX));
-}
-
-// The part of a list that the request asks for. @param query as vantro_browse_metadata().
-template <typename Query>
-Response list(const Target &target, Query query) {
-    const auto offset = static_cast<int32_t>(target.number("offset", 0, INT32_MAX, 0));
-    const auto wanted =
-        static_cast<int32_t>(target.number("count", 1, VANTRO_METADATA_PAGE_MAX, 100));
-    MediaNode *nodes = nullptr;
-    Metadata *metadata = nullptr;
-    int count = wanted;
-    if (query(offset, &count, &nodes, &metadata) != 0) {
-        throw api_error_of(Failure::last());
-    }
-    const DescribedList page(nodes, metadata, count);
-    JsonWriter json;
-    json.begin_object();
-    json.key("offset").number(offset);
-    json.key("more").boolean(page.size() == static_cast<size_t>(wanted));
-    json.key("nodes").begin_array();
-    for (size_t i = 0; i < page.size(); ++i) {
-        write_node(json, *page[i].node, page[i].metadata);
-    }
-    return Response::json(json.end_array().end_object().take());
 }
 
 } // namespace
@@ -58,7 +33,7 @@ Response browse(Context &context) {
     const int32_t source = source_of(target);
     const auto found = target.query.find("id");
     const std::string id = found == target.query.end() ? "" : found->second;
-    return list(target, [&](int32_t offset, int *count, MediaNode **nodes, Metadata **metadata) {
+    return node_list(target, [&](int32_t offset, int *count, MediaNode **nodes, Metadata **metadata) {
         return vantro_browse_metadata(context.player().handle(), source, id.c_str(), offset, count,
                                       nodes, metadata);
     });
@@ -70,7 +45,7 @@ Response search(Context &context) {
     const std::string &term = target.text("q");
     const auto found = target.query.find("filter");
     const std::string filter = found == target.query.end() ? "" : found->second;
-    return list(target, [&](int32_t offset, int *count, MediaNode **nodes, Metadata **metadata) {
+    return node_list(target, [&](int32_t offset, int *count, MediaNode **nodes, Metadata **metadata) {
         return vantro_search_metadata(context.player().handle(), source, filter.c_str(),
                                       term.c_str(), offset, count, nodes, metadata);
     });

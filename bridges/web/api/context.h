@@ -52,6 +52,11 @@ Response move_in_queue(Context &context);
 Response remove_from_queue(Context &context);
 Response clear_queue(Context &context);
 
+// playlists.cpp
+Response list_playlists(Context &context);
+Response save_playlist(Context &context);
+Response delete_playlist(Context &context);
+
 // browsing.cpp
 Response list_sources(Context &context);
 Response browse(Context &context);
