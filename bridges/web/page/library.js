@@ -1,5 +1,5 @@
 // The library: lists of lists down to songs, and what a search finds.
-import {coverUrl, get, keyOf} from './api.js';
+import {coverUrl, get, keyOf, post} from './api.js';
 import {
   byId, countText, icon, make, nameOf, openMenu, say, thumb, timeText, waitingRow,
 } from './dom.js';
@@ -46,7 +46,8 @@ function secondLine(node, place) {
 export class Library {
   constructor(command) {
     this.command = command;
-    this.sources = [];
+    this.sources = []; // Those of music.
+    this.saved = null; // That of the saved playlists, where there are some.
     this.path = []; // Places from the top down; each a node with where it was scrolled to.
     this.list = new VirtualList(byId('library-list'), {
       render: (node, index) =>
@@ -83,8 +84,11 @@ export class Library {
 
   /** Reads the sources, again after a change of the music. */
   async load() {
+    let sources;
     try {
-      this.sources = (await get('sources')).sources;
+      ({sources} = await get('sources'));
+      this.sources = sources.filter(source => source.type !== 'playlists');
+      this.saved = sources.find(source => source.type === 'playlists') ?? null;
     } catch (error) {
       say(error.message);
       return;
@@ -92,7 +96,9 @@ export class Library {
     const top = this.sources.length === 1
       ? {source_id: this.sources[0].id, id: '', name: 'Library', type: 'menu'}
       : {id: null, name: 'Library', type: 'menu'};
-    this.path = [top, ...this.path.slice(1)];
+    const [, ...below] = this.path;
+    const isThere = sources.some(source => source.id === below[0]?.source_id);
+    this.path = [top, ...(isThere ? below : [])];
     this.show(true);
   }
 
@@ -175,9 +181,18 @@ export class Library {
   }
 
   browse(place) {
-    return this.openPages((offset, count, signal) =>
-      get('browse', {source_id: place.source_id, id: place.id, offset, count}, signal),
-    place.count ?? 0);
+    const isTop = place === this.path[0];
+    return this.openPages(async (offset, count, signal) => {
+      const {source_id, id} = place;
+      const {nodes, more} = await get('browse', {source_id, id, offset, count}, signal);
+      return {nodes: isTop && !more ? [...nodes, ...this.savedNodes()] : nodes, more};
+    }, isTop ? 0 : place.count ?? 0);
+  }
+
+  /** What leads to the saved playlists, where there are some. */
+  savedNodes() {
+    return this.saved
+      ? [{source_id: this.saved.id, id: 'playlists', name: 'Saved playlists', type: 'menu'}] : [];
   }
 
   search(term) {
@@ -196,8 +211,8 @@ export class Library {
 
   listSources() {
     return this.openPages(async () => ({
-      nodes: this.sources.map(({id, name}) =>
-        ({source_id: id, id: '', name, type: 'menu', count: 0})),
+      nodes: [...this.sources.map(({id, name}) =>
+        ({source_id: id, id: '', name, type: 'menu', count: 0})), ...this.savedNodes()],
       more: false,
     }));
   }
@@ -223,11 +238,34 @@ export class Library {
         say(message);
       }
     };
-    openMenu(nameOf(node), [
+    const items = [
       ['Play now', () => this.play(node)],
       ['Play next', () => add('queue/insert', 'It plays next.')],
       ['Add to the queue', () => add('queue/add', 'Added to the queue.')],
+    ];
+    if (node.type === 'playlist' && node.source_id === this.saved?.id) {
+      items.push(['Delete…', () => this.askToDelete(node)]);
+    }
+    openMenu(nameOf(node), items);
+  }
+
+  askToDelete(node) {
+    openMenu(`Delete “${nameOf(node)}” for good?`, [
+      ['Keep it', () => {}],
+      ['Delete it', () => this.delete(node)],
     ]);
+  }
+
+  async delete(node) {
+    try {
+      await post('playlists/delete', {name: node.name});
+      say('Deleted.');
+      if (this.place().id === node.id) {
+        this.back();
+      }
+    } catch (error) {
+      say(error.message);
+    }
   }
 
   more(node) {

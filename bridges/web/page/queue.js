@@ -17,6 +17,40 @@ export class Queue {
       onKey: (event, index) => this.handleKey(event, index),
     });
     byId('queue-clear').onclick = () => this.command('queue/clear');
+    this.bindSaving();
+  }
+
+  bindSaving() {
+    const dialog = byId('saving');
+    const name = byId('saving-name');
+    const show = (problem = '', button = 'Save') => {
+      byId('saving-problem').textContent = problem;
+      byId('saving-done').textContent = button;
+    };
+    byId('queue-save').onclick = () => {
+      this.replace = false;
+      show();
+      dialog.showModal();
+      name.select();
+    };
+    byId('saving-cancel').onclick = () => dialog.close();
+    name.oninput = () => {
+      this.replace = false;
+      show();
+    };
+    byId('saving-form').onsubmit = async event => {
+      event.preventDefault();
+      try {
+        const body = {name: name.value, replace: this.replace};
+        const {saved} = await post(playerPath(this.player, 'queue/save'), body);
+        dialog.close();
+        say(`Saved ${countText(saved, 'track', 'tracks')} as “${body.name}”.`);
+      } catch (error) {
+        this.replace = error.code === 'playlist_exists';
+        const problem = this.replace ? 'There is a playlist of that name.' : error.message;
+        show(problem, this.replace ? 'Replace it' : 'Save');
+      }
+    };
   }
 
   /** Takes a new state of the player. */
@@ -54,6 +88,7 @@ export class Queue {
     pages.onError = error => say(error.message);
     byId('queue-length').textContent = length ? countText(length, 'track', 'tracks') : '';
     byId('queue-clear').hidden = !length;
+    byId('queue-save').hidden = !length;
     byId('queue-empty').hidden = Boolean(length);
     byId('queue-list').hidden = !length;
     this.list.show(pages, {keep});

@@ -11,7 +11,7 @@ import time
 from pathlib import Path
 
 ELEMENT = "element-6066-11e4-a52e-4f735466cecf"
-KEYS = {"Tab": "\ue004", "Enter": "\ue007", "Alt": "\ue00a", "Up": "\ue013", "Delete": "\ue017"}
+KEYS = {"Tab": "\ue004", "Alt": "\ue00a", "Up": "\ue013", "Delete": "\ue017"}
 
 
 def is_installed() -> bool:
@@ -73,7 +73,7 @@ class Browser:
 
     def until(self, condition: str, *arguments):
         """Waits for a JavaScript expression to hold."""
-        deadline = time.monotonic() + 60
+        deadline = time.monotonic() + 30
         while not (value := self.run("return " + condition, *arguments)):
             if time.monotonic() > deadline:
                 raise AssertionError(condition, arguments, self.run("return document.body.innerText"))
@@ -111,8 +111,9 @@ class Browser:
     def show_as(self, width: int, height: int, theme: str, mobile: bool = False) -> None:
         self.protocol("Emulation.setDeviceMetricsOverride", width=width, height=height,
                       deviceScaleFactor=1, mobile=mobile)
-        scheme = {"name": "prefers-color-scheme", "value": theme}
-        self.protocol("Emulation.setEmulatedMedia", features=[scheme])
+        wishes = {"prefers-color-scheme": theme, "prefers-reduced-motion": "reduce"}
+        features = [{"name": name, "value": value} for name, value in wishes.items()]
+        self.protocol("Emulation.setEmulatedMedia", features=features)
 
     def accessible(self) -> list[tuple[str, str, int]]:
         """Role, name and level of all that a screen reader meets."""

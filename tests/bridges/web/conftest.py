@@ -120,3 +120,9 @@ def bridge(tmp_path_factory: pytest.TempPathFactory):
     yield running
     running.end_web()
     running.end_service()
+
+
+def pytest_terminal_summary(terminalreporter) -> None:
+    """Names what was not tried, as the other tests do."""
+    for report in terminalreporter.stats.get("skipped", []):
+        print("[  SKIPPED ] " + report.nodeid.rsplit("/", 1)[-1])

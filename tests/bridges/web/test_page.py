@@ -10,8 +10,10 @@ from test_web import MAIN, SONGS, ids
 pytestmark = pytest.mark.skipif(not browser.is_installed(), reason="no Chromium")
 
 TEXT = "document.querySelector(arguments[0]).textContent"
+OPENED = """[...document.querySelectorAll('#library-list .first')].some(name =>
+  name.textContent === arguments[0] && !name.closest('.go').click())"""  # once it is there
 SHOWN = "!document.querySelector(arguments[0]).hidden"
-SECOND_ROW = '#queue-list [data-index="1"] '
+SECOND_ROW = '#queue-list [data-index="1"]'
 
 
 @pytest.fixture(scope="module")
@@ -47,9 +49,10 @@ def test_playing(bridge, page):
     wait_until(lambda: bridge.state()["position_ms"] >= 29_000)
     page.until(TEXT + " >= '0:29'", "#elapsed")
     page.click("#next")
-    page.until("document.querySelectorAll('.row')[1].classList.contains('current')")
+    page.until("document.querySelector(arguments[0]).matches('.current')", SECOND_ROW)
     wait_until(lambda: bridge.state()["track"]["index"] == 1)
     page.until("document.querySelector('#art-image').naturalWidth > 0 && " + SHOWN, "#art-image")
+    page.run("document.activeElement.blur()")
     page.press(" ")
     page.until("document.querySelector('#toggle').ariaLabel === 'Play'")
     assert bridge.state()["state"] == "paused"
@@ -64,39 +67,63 @@ def test_playing(bridge, page):
 
 def test_the_queue(bridge, page):
     one, two, three, four, five = ids(bridge)
-    page.drag(SECOND_ROW + ".grip", 2)
+    page.drag(SECOND_ROW + " .grip", 2)
     wait_until(lambda: ids(bridge) == [one, three, four, two, five])
     page.until(TEXT + ".includes('place 4')", "#toast")
-    page.run("document.querySelector(arguments[0]).focus()", SECOND_ROW + ".go")
+    page.run("document.querySelector(arguments[0]).focus()", SECOND_ROW + " .go")
     page.press("Alt", "Up")
     wait_until(lambda: ids(bridge) == [three, one, four, two, five])
     page.until("document.activeElement.closest('[data-index]')?.dataset.index === '0'")
     page.press("Delete")
     wait_until(lambda: ids(bridge) == [one, four, two, five])
     page.until(TEXT + " === '4 tracks'", "#queue-length")
-    page.click(SECOND_ROW + ".round")
+    page.until("document.querySelectorAll('#queue-list .first').length === 4")
+    page.click(SECOND_ROW + " .round")
     page.until("document.querySelector('#menu').open")
     page.click("#menu-items button:last-child")
     wait_until(lambda: ids(bridge) == [one, two, five])
 
 
 def test_search_and_browsing(bridge, page):
-    page.type("#search", "way")
+    page.type("#search", "3")
     page.until(TEXT + " === 'Results'", "#library-heading")
-    page.until("document.querySelectorAll('#library-list .first').length >= 5")
+    page.until("document.querySelector('#library-list .first')?.textContent === '3'")
     page.until("document.querySelector('#library-list .thumb img')?.naturalWidth > 0")
     page.type("#search", "nothing like this")
     page.until(SHOWN, "#library-empty")
     page.click("#back")
     page.until(TEXT + " === 'Library'", "#library-heading")
-    page.until("[...document.querySelectorAll('#library-list .go')]"
-               ".find(go => go.innerText.startsWith('Songs'))")
-    page.run("[...document.querySelectorAll('#library-list .go')]"
-             ".find(go => go.innerText.startsWith('Songs')).click()")
+    page.until(OPENED, "Songs")
     page.until("document.querySelectorAll('#library-list .first').length === 5")
     page.click('#library-list [data-index="2"] .go')
     state = wait_until(lambda: (s := bridge.state())["state"] == "playing" and s)
     assert state["track"]["index"] == 2
+
+
+def test_saved_playlists(bridge, page):
+    for again in (False, True):  # the second one takes the place of the first
+        page.click("#queue-save")
+        if again:
+            page.click("#saving-done")
+            page.until(TEXT + " === 'Replace it'", "#saving-done")
+        else:
+            page.type("#saving-name", "Mornings")
+        page.click("#saving-done")
+        page.until("!document.querySelector('#saving').open")
+    page.click("#queue-clear")
+    wait_until(lambda: ids(bridge) == [])
+    page.until(OPENED, "Saved playlists")
+    page.until(OPENED, "Mornings")
+    page.until("document.querySelectorAll('#library-list .first').length === 5")
+    page.click("#play-all")
+    wait_until(lambda: len(ids(bridge)) == 5)
+    page.click("#list-more")
+    page.click("#menu-items button:last-child")
+    page.until(TEXT + ".includes('Mornings')", "#menu-title")
+    page.click("#menu-items button:last-child")
+    page.until(TEXT + " === 'Deleted.'", "#toast")
+    page.until(TEXT + " === 'Library'", "#library-heading")
+    assert bridge.ask("GET", "/api/v1/playlists").json["nodes"] == []
 
 
 def test_two_players_and_a_service_that_dies(bridge, page):
@@ -168,11 +195,11 @@ def test_it_can_be_read_and_reached(bridge, page, width, height, theme):
     page.run("document.activeElement.blur()")
     if width == 1280:
         reached = []
-        for _ in range(13):
+        for _ in range(14):
             page.press("Tab")
             reached.append(page.run(WHERE))
         assert all(outlined for _, outlined in reached)
         expected = ["player", "seek", "shuffle", "toggle", "next", "repeat", "mute", "volume",
-                    "search", "library-list", "queue-clear", "queue-list"]
+                    "search", "library-list", "queue-save", "queue-clear", "queue-list"]
         names = [name for name, _ in reached]
         assert [name for name in names if name in expected] == expected
