@@ -33,10 +33,11 @@ Response browse(Context &context) {
     const int32_t source = source_of(target);
     const auto found = target.query.find("id");
     const std::string id = found == target.query.end() ? "" : found->second;
-    return node_list(target, [&](int32_t offset, int *count, MediaNode **nodes, Metadata **metadata) {
-        return vantro_browse_metadata(context.player().handle(), source, id.c_str(), offset, count,
-                                      nodes, metadata);
-    });
+    return node_list(target,
+                     [&](int32_t offset, int *count, MediaNode **nodes, Metadata **metadata) {
+                         return vantro_browse_metadata(context.player().handle(), source,
+                                                       id.c_str(), offset, count, nodes, metadata);
+                     });
 }
 
 Response search(Context &context) {
@@ -45,10 +46,11 @@ Response search(Context &context) {
     const std::string &term = target.text("q");
     const auto found = target.query.find("filter");
     const std::string filter = found == target.query.end() ? "" : found->second;
-    return node_list(target, [&](int32_t offset, int *count, MediaNode **nodes, Metadata **metadata) {
-        return vantro_search_metadata(context.player().handle(), source, filter.c_str(),
-                                      term.c_str(), offset, count, nodes, metadata);
-    });
+    return node_list(
+        target, [&](int32_t offset, int *count, MediaNode **nodes, Metadata **metadata) {
+            return vantro_search_metadata(context.player().handle(), source, filter.c_str(),
+                                          term.c_str(), offset, count, nodes, metadata);
+        });
 }
 
 Response show_cover(Context &context) {
