@@ -211,12 +211,12 @@ void Client::carry_out(const Command &command, Arguments arguments) {
     };
     try {
         once();
-    } catch (const ServiceGone &) {
+    } catch (const ServiceGone &gone) {
         if (!alone) {
             throw; // what came before is lost
         }
         // The end of a service is often noticed by the first call only. The next one may run.
-        partition_->leave();
+        partition_->leave(gone);
         connection_.output().resize(answered);
         once();
     }
@@ -249,8 +249,11 @@ void Client::refuse_current() {
     try {
         throw;
     } catch (const ServiceGone &gone) {
-        partition_->leave();
+        partition_->leave(gone);
         refuse(gone.code(), gone.what());
+    } catch (const ServiceSilent &silent) {
+        partition_->leave(silent);
+        refuse(silent.code(), silent.what());
     } catch (const Ack &ack) {
         refuse(ack.code(), ack.what());
     } catch (const std::exception &error) {

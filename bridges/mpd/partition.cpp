@@ -17,12 +17,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A service that has stopped must not hold up all clients for long.
-constexpr milliseconds answer_limit(5000);
-constexpr milliseconds first_delay(100);
-constexpr milliseconds longest_delay(5000);
-constexpr milliseconds long_attempt(500);
-
 // The service corrects positions by less; who moves the position by less does not hear it.
 constexpr milliseconds jump_least(700);
 
@@ -57,26 +51,17 @@ const char *error_text(int32_t code) {
 } // namespace
 
 bool Partition::connect() {
-    const Clock::time_point begun = Clock::now();
-    Result<Player> player = Player::connect(name_.c_str(), answer_limit);
-    if (player) {
-        if (const Result<int> descriptor = player->events().descriptor(); !descriptor) {
-            player = descriptor.failure();
-        }
-    }
+    Result<Player> player = reconnecting_.connect(name_.c_str(), [](Player &one) -> Result<void> {
+        const Result<int> descriptor = one.events().descriptor();
+        return descriptor ? Result<void>() : descriptor.failure();
+    });
     if (!player) {
         absent_ = true;
         failure_ = refused(player, ENOENT) ? fmt::format("there is no player \"{}\"", name_)
                                            : std::string(ack_of(player.failure()).what());
-        delay_ = std::clamp(delay_ * 2, first_delay, longest_delay);
-        // An attempt that has taken long keeps all clients waiting, and is not made again soon.
-        const Clock::time_point now = Clock::now();
-        asked_retry_at_ = now - begun > long_attempt ? now + (now - begun) : now;
-        retry_at_ = std::max(now + delay_, asked_retry_at_);
         return false;
     }
     player_.emplace(*std::move(player));
-    delay_ = milliseconds(0);
     ++connections_;
     ++catalogue_version_;
     // The first events tell what is, not what has changed.
@@ -90,7 +75,7 @@ bool Partition::connect() {
 }
 
 Player &Partition::player() {
-    if (!player_ && (Clock::now() < asked_retry_at_ || !connect())) {
+    if (!player_ && (!reconnecting_.is_due_when_asked() || !connect())) {
         throw Ack(AckCode::system, failure_);
     }
     return *player_;
@@ -104,21 +89,19 @@ int Partition::descriptor() {
     return found ? *found : -1;
 }
 
-void Partition::leave() {
-    player_.reset();
+void Partition::leave(const Ack &why) {
     draft_.reset();
     absent_ = true;
-    failure_ = "the player service does not run";
-    retry_at_ = {}; // the next one may run already
-    asked_retry_at_ = {};
+    failure_ = why.what();
+    reconnecting_.lost(player_, dynamic_cast<const ServiceSilent *>(&why) != nullptr);
 }
 
 std::optional<Partition::Clock::time_point> Partition::retry_at() const {
-    return player_ ? std::nullopt : std::optional(retry_at_);
+    return player_ ? std::nullopt : std::optional(reconnecting_.retry_at());
 }
 
 void Partition::reconnect() {
-    if (!player_ && Clock::now() >= retry_at_) {
+    if (!player_ && reconnecting_.is_due()) {
         connect();
     }
 }
@@ -131,9 +114,10 @@ Subsystems Partition::take_events() {
             if (event.failure().number == EBADMSG && ++misunderstood_ < misunderstood_max) {
                 break; // what follows it comes the next time
             }
-            leave();
-            retry_at_ =
-                misunderstood_ == misunderstood_max ? Clock::now() + longest_delay : retry_at_;
+            leave(ServiceGone());
+            if (misunderstood_ == misunderstood_max) {
+                reconnecting_.put_off();
+            }
             misunderstood_ = 0;
             return changed | only(Subsystem::player);
         }

@@ -10,9 +10,11 @@
 
 #include <vantro/vantro.hpp>
 
+#include "bridges/mpd/ack.h"
 #include "bridges/mpd/queue.h"
 #include "bridges/mpd/queue_draft.h"
 #include "bridges/mpd/subsystems.h"
+#include "bridges/sockets/reconnecting.h"
 
 namespace vantro::mpd {
 
@@ -41,8 +43,9 @@ class Partition {
     // When to call reconnect() next; nothing while there is a connection.
     std::optional<Clock::time_point> retry_at() const;
 
-    // To be called when a call found that the service has gone.
-    void leave();
+    // To be called when a call found that the service has gone, or does not answer.
+    // @param why a ServiceGone or a ServiceSilent.
+    void leave(const Ack &why);
 
     // The tracks of the current session, as they are now. @throws Ack.
     const Queue &queue();
@@ -109,9 +112,7 @@ class Partition {
     Subsystems news_;     // What a new connection may have changed.
     bool muted_ = false;
 
-    std::chrono::milliseconds delay_{0};
-    Clock::time_point retry_at_{};
-    Clock::time_point asked_retry_at_{}; // Where a client asks for the player.
+    sockets::Reconnecting reconnecting_;
 
     // The position last told, and when: progress alone is no change.
     std::chrono::milliseconds position_{0};

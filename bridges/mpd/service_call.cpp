@@ -11,7 +11,7 @@ Ack ack_of(const Failure &failure) {
     case Reason::gone:
         return ServiceGone();
     case Reason::timed_out:
-        return {AckCode::system, "the player service does not answer"};
+        return ServiceSilent();
     case Reason::refused:
         break;
     default:
@@ -36,6 +36,9 @@ Ack ack_of(const Failure &failure) {
 void throw_ack(const Failure &failure) {
     if (failure.why() == Reason::gone) {
         throw ServiceGone();
+    }
+    if (failure.why() == Reason::timed_out) {
+        throw ServiceSilent();
     }
     throw ack_of(failure);
 }

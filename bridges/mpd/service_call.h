@@ -2,6 +2,7 @@
 #ifndef VANTRO_BRIDGES_MPD_SERVICE_CALL_H
 #define VANTRO_BRIDGES_MPD_SERVICE_CALL_H
 
+#include <optional>
 #include <utility>
 
 #include <vantro/vantro.hpp>
@@ -16,10 +17,16 @@ class ServiceGone : public Ack {
     ServiceGone() : Ack(AckCode::system, "the player service does not run") {}
 };
 
+// The service is there, but has not answered.
+class ServiceSilent : public Ack {
+  public:
+    ServiceSilent() : Ack(AckCode::system, "the player service does not answer") {}
+};
+
 // What a failure is told as.
 Ack ack_of(const Failure &failure);
 
-// Throws it: as a ServiceGone, or another Ack.
+// Throws it: as a ServiceGone, a ServiceSilent, or another Ack.
 [[noreturn]] void throw_ack(const Failure &failure);
 
 // The value of a call. @throws Ack where it failed.
@@ -34,6 +41,15 @@ inline void checked(const Result<void> &result) {
     if (!result) {
         throw_ack(result.failure());
     }
+}
+
+// The value, or nothing where the service refuses to tell it. @throws Ack where the call failed.
+template <typename Value>
+std::optional<Value> if_told(Result<Value> result) {
+    if (!result && result.failure().why() == Reason::refused) {
+        return std::nullopt;
+    }
+    return checked(std::move(result));
 }
 
 // Whether the service refused for that reason, an error number.

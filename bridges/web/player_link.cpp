@@ -14,12 +14,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A service that has stopped must not hold up all clients for long.
-constexpr milliseconds answer_limit(5000);
-constexpr milliseconds first_delay(100);
-constexpr milliseconds longest_delay(5000);
-constexpr milliseconds long_attempt(500);
-
 // The service corrects positions by less; who moves the position by less does not hear it.
 constexpr milliseconds jump_least(700);
 
@@ -37,25 +31,15 @@ constexpr int attempts = 5;
 
 } // namespace
 
-void PlayerLink::delay(Clock::time_point begun) {
-    delay_ = std::clamp(delay_ * 2, first_delay, longest_delay);
-    // An attempt that has taken long keeps all clients waiting, and is not made again soon.
-    const Clock::time_point now = Clock::now();
-    asked_retry_at_ = now - begun > long_attempt ? now + (now - begun) : now;
-    retry_at_ = std::max(now + delay_, asked_retry_at_);
-}
-
 void PlayerLink::connect() {
-    const Clock::time_point begun = Clock::now();
-    Result<Player> player = Player::connect(name_.c_str(), answer_limit);
+    Result<Player> player =
+        reconnecting_.connect(name_.c_str(), [](Player &) { return Result<void>(); });
     if (!player) {
         failure_ = player.failure();
-        delay(begun);
         return;
     }
     player_.emplace(*std::move(player));
     failure_.reset();
-    delay_ = milliseconds(0);
     tracks_of_ = 0;
     error_ = 0;
     ++connections_;
@@ -68,12 +52,12 @@ void PlayerLink::connect() {
 void PlayerLink::follow() {
     news_.state = true; // also where it fails: then pages are told now and again
     if (!player_->events().descriptor()) {
-        delay(Clock::now());
+        reconnecting_.failed(Clock::now());
         return;
     }
     following_ = true;
     position_known_ = false;
-    delay_ = milliseconds(0);
+    reconnecting_.succeeded();
     const Changes news = std::exchange(news_, {});
     take_events(); // the first ones tell what is, not what has changed
     news_ |= news;
@@ -86,7 +70,7 @@ void PlayerLink::set_followed(bool followed) {
 }
 
 Player &PlayerLink::player() {
-    if (!player_ && Clock::now() >= asked_retry_at_) {
+    if (!player_ && reconnecting_.is_due_when_asked()) {
         connect();
     }
     if (!player_) {
@@ -103,25 +87,24 @@ int PlayerLink::descriptor() {
     return found ? *found : -1;
 }
 
-void PlayerLink::leave() {
+void PlayerLink::leave(bool silent) {
     if (!player_) {
         return; // known already; the delay before the next attempt stays
     }
-    player_.reset();
     following_ = false;
-    failure_ = Failure::of_errno(ESTALE);
+    reconnecting_.lost(player_, silent);
+    failure_ = Failure::of_errno(silent ? ETIMEDOUT : ESTALE);
     news_.state = true;
     state_.reset();
-    retry_at_ = {}; // the next one may run already
-    asked_retry_at_ = {};
 }
 
 std::optional<PlayerLink::Clock::time_point> PlayerLink::retry_at() const {
-    return player_ && (following_ || !followed_) ? std::nullopt : std::optional(retry_at_);
+    return player_ && (following_ || !followed_) ? std::nullopt
+                                                 : std::optional(reconnecting_.retry_at());
 }
 
 void PlayerLink::reconnect() {
-    if (Clock::now() < retry_at_) {
+    if (!reconnecting_.is_due()) {
         return;
     }
     if (!player_) {
@@ -142,7 +125,9 @@ Changes PlayerLink::take_events() {
             const bool corrupt = misunderstood_ == misunderstood_max;
             misunderstood_ = 0;
             leave();
-            retry_at_ = corrupt ? Clock::now() + longest_delay : retry_at_;
+            if (corrupt) {
+                reconnecting_.put_off();
+            }
             break;
         }
         misunderstood_ = 0;
@@ -198,7 +183,7 @@ PlayerLink::SharedText PlayerLink::state_json() {
         text = player_state_json(name_, player(), error_);
     } catch (const ApiError &error) {
         if (error.status() == 503) {
-            leave();
+            leave(is_silence(error));
         }
         text = absent_player_json(name_, error);
     }

@@ -12,6 +12,7 @@
 
 #include <vantro/vantro.hpp>
 
+#include "bridges/sockets/reconnecting.h"
 #include "bridges/web/request_body.h"
 
 namespace vantro::web {
@@ -76,7 +77,8 @@ class PlayerLink {
     std::optional<Clock::time_point> retry_at() const;
 
     // To be called when a call found that the service has gone.
-    void leave();
+    // @param silent whether it is there, but has not answered.
+    void leave(bool silent = false);
 
     // To be called after a command: not all that it changes is an event.
     void forget_state() {
@@ -87,7 +89,6 @@ class PlayerLink {
   private:
     void connect();
     void follow();
-    void delay(Clock::time_point begun);
     Changes changes_of(const Event &event);
     bool jumped(std::chrono::milliseconds position, const VantroStateInfo &now);
 
@@ -106,10 +107,8 @@ class PlayerLink {
     std::vector<NodeKey> tracks_;
 
     Changes news_; // What a new connection, or the end of one, may have changed.
-    std::chrono::milliseconds delay_{0};
-    Clock::time_point retry_at_{};
-    Clock::time_point asked_retry_at_{}; // Where a client asks for the player.
-    std::optional<Failure> failure_;     // Why there is no connection.
+    sockets::Reconnecting reconnecting_;
+    std::optional<Failure> failure_; // Why there is no connection.
 
     // The position last told, and when: progress alone is no change.
     std::chrono::milliseconds position_{0};

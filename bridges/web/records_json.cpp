@@ -168,8 +168,8 @@ std::string player_state_json(const std::string &name, Player &player, int32_t e
     if (!track && !refused(track, ENODATA)) {
         throw api_error_of(track.failure());
     }
-    const Result<VantroVolume> volume = player.volume();
-    const Result<std::chrono::milliseconds> position = player.position();
+    const std::optional<VantroVolume> volume = if_told(player.volume());
+    const std::optional<std::chrono::milliseconds> position = if_told(player.position());
     JsonWriter json;
     json.begin_object();
     json.key("player").text(name);

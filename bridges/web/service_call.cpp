@@ -1,15 +1,21 @@
 #include "bridges/web/service_call.h"
 
 #include <cerrno>
+#include <string_view>
 
 namespace vantro::web {
+namespace {
+
+constexpr const char *silence = "service_silent";
+
+} // namespace
 
 ApiError api_error_of(const Failure &failure) {
     switch (failure.why()) {
     case Reason::gone:
         return {503, "service_gone", "the player service does not run"};
     case Reason::timed_out:
-        return {503, "service_silent", "the player service does not answer"};
+        return {503, silence, "the player service does not answer"};
     case Reason::refused:
         break;
     default:
@@ -29,6 +35,10 @@ ApiError api_error_of(const Failure &failure) {
     default:
         return {500, "refused", failure.text};
     }
+}
+
+bool is_silence(const ApiError &error) {
+    return std::string_view(error.code()) == silence;
 }
 
 } // namespace vantro::web

@@ -2,6 +2,7 @@
 #ifndef VANTRO_BRIDGES_WEB_SERVICE_CALL_H
 #define VANTRO_BRIDGES_WEB_SERVICE_CALL_H
 
+#include <optional>
 #include <utility>
 
 #include <vantro/vantro.hpp>
@@ -11,6 +12,9 @@
 namespace vantro::web {
 
 ApiError api_error_of(const Failure &failure);
+
+// Whether it says that the service has not answered.
+bool is_silence(const ApiError &error);
 
 // The value of a call. @throws ApiError where it failed.
 template <typename Value>
@@ -24,6 +28,16 @@ inline void checked(const Result<void> &result) {
     if (!result) {
         throw api_error_of(result.failure());
     }
+}
+
+// The value, or nothing where the service refuses to tell it. @throws ApiError where the call
+// failed.
+template <typename Value>
+std::optional<Value> if_told(Result<Value> result) {
+    if (!result && result.failure().why() == Reason::refused) {
+        return std::nullopt;
+    }
+    return checked(std::move(result));
 }
 
 // Whether the service refused for that reason, an error number.

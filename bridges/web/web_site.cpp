@@ -9,6 +9,7 @@
 #include "bridges/web/api_error.h"
 #include "bridges/web/json_writer.h"
 #include "bridges/web/records_json.h"
+#include "bridges/web/service_call.h"
 
 namespace vantro::web {
 namespace {
@@ -178,7 +179,7 @@ Response WebSite::answer_api(const Request &request) {
         return response;
     } catch (const ApiError &error) {
         if (error.status() == 503 && context.link) {
-            context.link->leave();
+            context.link->leave(is_silence(error));
         }
         throw;
     }

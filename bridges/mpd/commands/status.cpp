@@ -22,7 +22,7 @@ const char *state_name(int32_t state) {
 
 void tell_modes(Context &context, const VantroStateInfo &state) {
     Reply &reply = context.reply;
-    if (const Result<VantroVolume> volume = context.partition.player().volume()) {
+    if (const std::optional<VantroVolume> volume = if_told(context.partition.player().volume())) {
         reply.number("volume", volume->level);
     }
     reply.number("repeat", state.repeat != VANTRO_REPEAT_OFF);

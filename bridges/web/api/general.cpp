@@ -45,10 +45,11 @@ Response list_players(Context &context) {
 }
 
 Response show_player(Context &context) {
-    context.player(); // without the service this is an error, and no state
+    context.player();
     context.link->forget_state();
     Response response;
     response.body = context.link->state_json();
+    context.player(); // without the service this is an error, and no state
     return response;
 }
 

@@ -1,6 +1,7 @@
 """What vantro-web answers, also to requests that are malformed or not for it."""
 
 import json
+import signal
 import socket
 import time
 from pathlib import Path
@@ -196,6 +197,15 @@ def test_pairing(bridge):
     bridge.end_web()
     bridge.start_web()
     assert bridge.ask("GET", MAIN, **away, Cookie=token).status == 200
+
+
+def test_a_service_that_hangs(bridge):
+    bridge.service.send_signal(signal.SIGSTOP)
+    answers = [bridge.ask("GET", MAIN) for _ in range(3)]
+    bridge.service.send_signal(signal.SIGCONT)
+    assert {answer.json["error"]["code"] for answer in answers} == {"service_silent"}
+    while bridge.ask("GET", MAIN).status == 503:
+        time.sleep(0.1)
 
 
 def ids(bridge):
