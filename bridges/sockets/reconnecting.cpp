@@ -32,8 +32,7 @@ void Reconnecting::succeeded() {
 
 void Reconnecting::lost(std::optional<Player> &player, bool silent) {
     if (silent && player) {
-        // Closing asks the service too. It notices the end of the connection without that.
-        (void)player->set_timeout(milliseconds(1));
+        hurry(*player);
     }
     player.reset();
     silent_ = silent;

@@ -16,17 +16,19 @@ class Reconnecting {
   public:
     using Clock = std::chrono::steady_clock;
 
-    // Tries once. @param also what a connection needs besides; a Result<void>.
+    // Tries once. @param name of the player; NULL: none.
+    // @param also what is wanted of a connection besides; gives a Result<void>.
     template <typename Also>
     Result<Player> connect(const char *name, Also also) {
         const Clock::time_point begun = Clock::now();
-        Result<Player> player = Player::connect(name, limit());
+        Result<Player> player = name ? Player::connect(name, limit()) : Player::connect(limit());
         if (player) {
             Result<void> ready = also(*player);
             if (ready) {
                 ready = player->set_timeout(answer_limit);
             }
             if (!ready) {
+                hurry(*player);
                 player = ready.failure();
             }
         }
@@ -57,6 +59,8 @@ class Reconnecting {
     static constexpr Milliseconds answer_limit{5000};
     static constexpr Milliseconds probe_limit{500};
 
+    // Closing asks the service too. It notices the end of a connection without that.
+    static void hurry(Player &player) { (void)player.set_timeout(Milliseconds(1)); }
     Milliseconds limit() const { return silent_ ? probe_limit : answer_limit; }
 
     bool silent_ = false; // It did not answer when it was last asked.

@@ -94,6 +94,9 @@ void PlayerLink::leave(bool silent) {
     following_ = false;
     reconnecting_.lost(player_, silent);
     failure_ = Failure::of_errno(silent ? ETIMEDOUT : ESTALE);
+    if (silent) {
+        failure_->reason = VANTRO_FAILURE_TIMED_OUT;
+    }
     news_.state = true;
     state_.reset();
 }

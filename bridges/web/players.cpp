@@ -1,22 +1,32 @@
 #include "bridges/web/players.h"
 
 #include <algorithm>
-#include <chrono>
 
 #include "bridges/web/api_error.h"
 #include "bridges/web/service_call.h"
 
 namespace vantro::web {
-namespace {
-
-constexpr std::chrono::milliseconds answer_limit(5000);
-
-} // namespace
 
 std::vector<std::string> Players::names() {
-    Player player = checked(Player::connect(answer_limit));
-    const Names found = checked(player.players());
-    return {found.begin(), found.end()};
+    if (failure_ && !reconnecting_.is_due_when_asked()) {
+        throw api_error_of(*failure_);
+    }
+    std::vector<std::string> names;
+    const Result<Player> player =
+        reconnecting_.connect(nullptr, [&names](Player &one) -> Result<void> {
+            const Result<Names> found = one.players();
+            if (!found) {
+                return found.failure();
+            }
+            names.assign(found->begin(), found->end());
+            return {};
+        });
+    if (!player) {
+        failure_ = player.failure();
+        throw api_error_of(*failure_);
+    }
+    failure_.reset();
+    return names;
 }
 
 PlayerLink &Players::find(const std::string &name) {

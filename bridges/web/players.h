@@ -4,9 +4,11 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "bridges/sockets/reconnecting.h"
 #include "bridges/web/player_link.h"
 
 namespace vantro::web {
@@ -24,6 +26,8 @@ class Players {
 
   private:
     std::map<std::string, PlayerLink> links_;
+    sockets::Reconnecting reconnecting_; // To ask for the names.
+    std::optional<Failure> failure_;     // Of the last time.
 };
 
 } // namespace vantro::web
