@@ -5,6 +5,7 @@ packages_build='g++ cmake ninja-build pkg-config git libtag1-dev libsqlite3-dev 
 packages_music='flac vorbis-tools'
 packages_test='libglib2.0-dev locales python3 python3-pil python3-pytest mypy dbus-daemon playerctl mpc'
 packages_browser='chromium chromium-driver'
+packages_docs='doxygen mandoc'
 packages_package='dpkg-dev lintian'
 packages_clang='clang-14 libclang-rt-14-dev'
 packages_arm='g++-arm-linux-gnueabihf qemu-user qemu-user-binfmt binfmt-support googletest'

@@ -1,4 +1,5 @@
 /**
+ * @file
  * What the integers, ids and keys of the catalogue mean in vantrod, and in any service that wants
  * its clients to work with both.
  *
@@ -138,31 +139,31 @@ enum {
  * Keys of vantro_get_extended_metadata(). Values are UTF-8 text; numbers are decimal. A key that
  * is not known, or that a node has no value for, has no value; that is not an error.
  */
-#define VANTRO_KEY_TITLE "title"
-#define VANTRO_KEY_ARTIST "artist"
-#define VANTRO_KEY_ALBUM "album"
-#define VANTRO_KEY_ALBUM_ARTIST "album_artist"
-#define VANTRO_KEY_COMPOSER "composer"
-#define VANTRO_KEY_CONDUCTOR "conductor"
-#define VANTRO_KEY_GENRE "genre"
-#define VANTRO_KEY_YEAR "year" /**< As the tag has it, often a whole date. */
-#define VANTRO_KEY_DISC "disc"
-#define VANTRO_KEY_DISC_TOTAL "disc_total"
-#define VANTRO_KEY_TRACK "track"
-#define VANTRO_KEY_TRACK_TOTAL "track_total"
-#define VANTRO_KEY_COMMENT "comment"
-#define VANTRO_KEY_LYRICS "lyrics"
-#define VANTRO_KEY_COPYRIGHT "copyright"
-#define VANTRO_KEY_BPM "bpm"
-#define VANTRO_KEY_COMPILATION "compilation" /**< "1" for a collection of several artists. */
+#define VANTRO_KEY_TITLE "title"               /**< Title of the song. */
+#define VANTRO_KEY_ARTIST "artist"             /**< Who performs it. */
+#define VANTRO_KEY_ALBUM "album"               /**< Title of the album. */
+#define VANTRO_KEY_ALBUM_ARTIST "album_artist" /**< Artist of the album as a whole. */
+#define VANTRO_KEY_COMPOSER "composer"         /**< Who composed it. */
+#define VANTRO_KEY_CONDUCTOR "conductor"       /**< Who conducts. */
+#define VANTRO_KEY_GENRE "genre"               /**< Genre; several are joined. */
+#define VANTRO_KEY_YEAR "year"                 /**< As the tag has it, often a whole date. */
+#define VANTRO_KEY_DISC "disc"                 /**< Number of the disc. */
+#define VANTRO_KEY_DISC_TOTAL "disc_total"     /**< Discs of the album. */
+#define VANTRO_KEY_TRACK "track"               /**< Number of the track on the disc. */
+#define VANTRO_KEY_TRACK_TOTAL "track_total"   /**< Tracks of the disc. */
+#define VANTRO_KEY_COMMENT "comment"           /**< Comment. */
+#define VANTRO_KEY_LYRICS "lyrics"             /**< Lyrics, with line ends. */
+#define VANTRO_KEY_COPYRIGHT "copyright"       /**< Copyright notice. */
+#define VANTRO_KEY_BPM "bpm"                   /**< Beats a minute. */
+#define VANTRO_KEY_COMPILATION "compilation"   /**< "1" for a collection of several artists. */
 #define VANTRO_KEY_REPLAYGAIN_TRACK_GAIN "replaygain_track_gain" /**< dB, as "-6.20 dB". */
-#define VANTRO_KEY_REPLAYGAIN_TRACK_PEAK "replaygain_track_peak"
-#define VANTRO_KEY_REPLAYGAIN_ALBUM_GAIN "replaygain_album_gain"
-#define VANTRO_KEY_REPLAYGAIN_ALBUM_PEAK "replaygain_album_peak"
-#define VANTRO_KEY_DURATION "duration"       /**< Milliseconds. */
-#define VANTRO_KEY_BIT_RATE "bit_rate"       /**< Thousands of bits a second. */
-#define VANTRO_KEY_SAMPLE_RATE "sample_rate" /**< Hertz. */
-#define VANTRO_KEY_CHANNELS "channels"
+#define VANTRO_KEY_REPLAYGAIN_TRACK_PEAK "replaygain_track_peak" /**< 1.0 is full scale. */
+#define VANTRO_KEY_REPLAYGAIN_ALBUM_GAIN "replaygain_album_gain" /**< dB. */
+#define VANTRO_KEY_REPLAYGAIN_ALBUM_PEAK "replaygain_album_peak" /**< 1.0 is full scale. */
+#define VANTRO_KEY_DURATION "duration"                           /**< Milliseconds. */
+#define VANTRO_KEY_BIT_RATE "bit_rate"                           /**< Thousands of bits a second. */
+#define VANTRO_KEY_SAMPLE_RATE "sample_rate"                     /**< Hertz. */
+#define VANTRO_KEY_CHANNELS "channels"                           /**< Number of channels. */
 #define VANTRO_KEY_CODEC "codec" /**< "flac", "vorbis", "opus", "mp3", "aac", "pcm"... */
 #define VANTRO_KEY_PATH "path"   /**< The file, absolute; bytes that are no UTF-8 replaced. */
 /** Of a track of a cue sheet: where in its file it begins; milliseconds. Other songs have none. */

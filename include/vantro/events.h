@@ -1,4 +1,5 @@
 /**
+ * @file
  * Following a player: what it did, the moment it did it. player.h includes this header.
  *
  *     #include <errno.h>
@@ -89,7 +90,8 @@
 extern "C" {
 #endif
 
-typedef struct VantroHandle VantroHandle; /* player.h */
+/** A connection to the player service; see player.h. */
+typedef struct VantroHandle VantroHandle;
 
 /** What an event tells. "status..." stands for every object whose name begins so. */
 enum {
@@ -165,6 +167,7 @@ typedef struct VantroEvent {
 /**
  * Gets the next event. Never blocks but for another thread that is in it with the same handle; is
  * no cancellation point. With nothing new it makes no system call.
+ * @param handle with an open player.
  * @return the handle's record, VANTRO_EVENT_NONE where nothing is new; or NULL: see above. Whatever
  *   the result, the event that was returned before is then no more.
  */
@@ -174,6 +177,7 @@ VANTRO_API const VantroEvent *vantro_event_get(VantroHandle *handle);
  * Blocks until there may be something for vantro_event_get(): at once where something was not yet
  * reported or read, and also when the service stops publishing. May return without anything new. Is
  * a cancellation point.
+ * @param handle with an open player.
  * @return 0, or -1: see above; EINTR when another signal interrupted it. It can be called again.
  */
 VANTRO_API int vantro_event_wait(VantroHandle *handle);
@@ -182,6 +186,7 @@ VANTRO_API int vantro_event_wait(VantroHandle *handle);
  * Attaches a value to the object behind the current event. This record and all later events of that
  * object carry it, until the object or the following ends; another object of the same name that
  * comes later does not. Does not block.
+ * @param handle with an open player.
  * @param data any value; the library does not look at it.
  * @return 0, or -1 with errno EINVAL: handle NULL, or no current event, or one without `dict`.
  */

@@ -1,4 +1,5 @@
 /**
+ * @file
  * Conveniences beyond the system's published interface: freeing what queries return, and following
  * a player from an event loop, for a limited time, or until another thread ends it; time limits for
  * the service, why a call failed, the volume, the names of the players, saved playlists, lists that
@@ -21,16 +22,28 @@
 extern "C" {
 #endif
 
-/** Frees a block of `count` media sources. A count below 0 counts as 0. */
+/**
+ * Frees a block of `count` media sources. A count below 0 counts as 0.
+ * @param records, count the block, and how many records it has.
+ */
 VANTRO_API void vantro_free_media_sources(MediaSource *records, int count);
 
-/** Frees a block of `count` media nodes. A count below 0 counts as 0. */
+/**
+ * Frees a block of `count` media nodes. A count below 0 counts as 0.
+ * @param records, count the block, and how many records it has.
+ */
 VANTRO_API void vantro_free_media_nodes(MediaNode *records, int count);
 
-/** Frees a block of `count` metadata records. A count below 0 counts as 0. */
+/**
+ * Frees a block of `count` metadata records. A count below 0 counts as 0.
+ * @param records, count the block, and how many records it has.
+ */
 VANTRO_API void vantro_free_metadata(Metadata *records, int count);
 
-/** Frees what vantro_get_current_track_info() returned, its node and metadata included. */
+/**
+ * Frees what vantro_get_current_track_info() returned, its node and metadata included.
+ * @param info the record, or NULL.
+ */
 VANTRO_API void vantro_free_track_info(VantroTrackInfo *info);
 
 /**
@@ -73,6 +86,7 @@ VANTRO_API void vantro_free_track_info(VantroTrackInfo *info);
  * descriptor takes one of the inotify instances that a user has (128 on most hosts), and three
  * descriptors. vantro_event_wait() need not be called, but may be. Must not overlap a call for
  * events on the same handle. Does not block.
+ * @param handle with an open player.
  * @return the descriptor, the same one until vantro_close(); or -1: EINVAL (handle NULL, or no
  *   player open), ENOSPC (no inotify watch is left), and what vantro_event_get() fails with.
  * Nothing has changed then.
@@ -81,6 +95,7 @@ VANTRO_API int vantro_event_fd(VantroHandle *handle);
 
 /**
  * vantro_event_wait() for a limited time.
+ * @param handle with an open player.
  * @param timeout_ms milliseconds; below 0 without a limit, 0 only looks.
  * @return 1 when there may be something for vantro_event_get(), or vantro_event_wake() was called;
  *   0 when the time is over; -1: EINVAL (handle NULL, or no player open), and otherwise as
@@ -97,6 +112,7 @@ VANTRO_API int vantro_event_wait_for(VantroHandle *handle, int timeout_ms);
  * connection. Bounded calls cost no more than others; no signal and no thread is used. Does not
  * block. Must not overlap opening, closing or disconnecting the handle; a call that is waiting in
  * another thread may keep the limit that it began with.
+ * @param handle from vantro_connect().
  * @param timeout_ms milliseconds, above 0; below 0 without a limit, as at first.
  * @return 0, or -1 with errno EINVAL: handle NULL, or timeout_ms 0. EBADF: in a child of fork.
  */
@@ -105,6 +121,7 @@ VANTRO_API int vantro_set_timeout(VantroHandle *handle, int timeout_ms);
 /**
  * vantro_connect() with a limit for each of its waits: a service that has stopped is given up after
  * one. The handle keeps the limit, as if by vantro_set_timeout().
+ * @param timeout_ms milliseconds, above 0; below 0 without a limit.
  * @return as vantro_connect(); also ETIMEDOUT, and EINVAL where timeout_ms is 0.
  */
 VANTRO_API VantroHandle *vantro_connect_timed(int timeout_ms);
@@ -140,6 +157,7 @@ enum {
  * The limit of vantro_set_timeout() holds on; it bounds the connecting and the opening each. A call
  * looks first whether the service is there, which is one system call more. Must not overlap
  * another call on the handle. Does not block.
+ * @param handle from vantro_connect().
  * @param mode VANTRO_RECONNECT_*.
  * @return 0, or -1 with errno EINVAL: handle NULL, or another mode.
  */
@@ -154,6 +172,7 @@ typedef struct VantroVolume {
 /**
  * Asks how loud the player plays. Like the commands below an extension of vantrod's: a service that
  * does not know it refuses it. Needs an open player. Blocks until the service answers.
+ * @param handle with an open player.
  * @param volume receives the answer; untouched on failure.
  * @return 0, or -1: bad handle, failed exchange, refusal.
  */
@@ -164,6 +183,7 @@ VANTRO_API int vantro_get_volume(VantroHandle *handle, VantroVolume *volume);
  * level. Once either was set the object "volume" tells of it: vantro_event_get() gives each change
  * as a VANTRO_EVENT_NONE with that name, whose dictionary has "level" and "muted" ("true" or
  * "false"). Needs an open player. Blocks until the service has done it.
+ * @param handle with an open player.
  * @param level 0 to 100; passed on as it is: the service refuses what is out of range.
  * @return 0, or -1: bad handle, failed exchange, refusal. Nothing has changed then.
  */
@@ -171,6 +191,7 @@ VANTRO_API int vantro_set_volume(VantroHandle *handle, int32_t level);
 
 /**
  * Mutes the player, or ends that.
+ * @param handle with an open player.
  * @param muted 0 or 1; passed on as it is: the service refuses what is neither.
  * @return as vantro_set_volume().
  */
@@ -198,6 +219,7 @@ typedef struct VantroIdentity {
  * Asks whom the service takes the calling program for: the kernel's word, taken when the program
  * connected. An extension of vantrod's too. Needs a connected handle; no player need be open.
  * Blocks until the service answers.
+ * @param handle from vantro_connect().
  * @param identity receives the answer; untouched on failure. Texts that the service did not end
  *                 are ended.
  * @return 0, or -1: bad handle, failed exchange, refusal.
@@ -208,6 +230,7 @@ VANTRO_API int vantro_get_identity(VantroHandle *handle, VantroIdentity *identit
  * Lists the names of the service's players. Like the listings below an extension of vantrod's: a
  * service that does not know it refuses it. Needs a connected handle; no player need be open.
  * Blocks until the service answers.
+ * @param handle from vantro_connect().
  * @param names receives a new array of as many strings and a NULL, all one block for free().
  *              Untouched on failure.
  * @return the number of names, or -1: bad handle, failed exchange, refusal, malformed answer, no
@@ -220,6 +243,7 @@ VANTRO_API int vantro_list_players(VantroHandle *handle, char ***names);
  * changes by itself, but not those on a file system of another machine. An extension of vantrod's
  * too. Needs an open player. Blocks until the service answers, not until it has looked: events of
  * kind "mediasource" tell what it found.
+ * @param handle with an open player.
  * @return as vantro_play().
  */
 VANTRO_API int vantro_rescan(VantroHandle *handle);
@@ -236,6 +260,7 @@ enum {
  * a service that does not know it refuses it. Tracks that have left the catalogue are left out. An
  * event of kind "mediasource" tells that the source has changed. Needs an open player. Any thread.
  * Blocks until the playlist has reached the disk.
+ * @param handle with an open player.
  * @param name  1 to 200 bytes of valid UTF-8, without slash, control characters and a dot at the
  *              start; passed on as it is. Borrowed during the call.
  * @param flags 0, or VANTRO_PLAYLIST_*, 32 bits.
@@ -251,6 +276,7 @@ VANTRO_API int vantro_save_playlist(VantroHandle *handle, const char *name, int3
 /**
  * Deletes a saved playlist. An extension of vantrod's too. Needs an open player. Any thread. Blocks
  * until the service has done it.
+ * @param handle with an open player.
  * @param name as for vantro_save_playlist().
  * @return 0, or -1: bad handle, no name, failed exchange, refusal. ENOENT of vantro_last_failure():
  *   there is none of that name.
@@ -280,6 +306,8 @@ VANTRO_API int vantro_delete_playlist(VantroHandle *handle, const char *name);
  *         return count;
  *     }
  *
+ * @param handle with an open player.
+ * @param ms_id, node_id, offset as for vantro_browse().
  * @param count    in: entries wanted; out: entries given, on success only. vantrod gives at most
  *                 VANTRO_METADATA_PAGE_MAX (protocol.h) in one call, also for a count of 0 or less.
  * @param nodes    receives the entries, for vantro_free_media_nodes().
@@ -292,7 +320,13 @@ VANTRO_API int vantro_browse_metadata(VantroHandle *handle, int32_t ms_id, const
                                       int32_t offset, int *count, MediaNode **nodes,
                                       Metadata **metadata);
 
-/** vantro_search() with metadata, as vantro_browse_metadata() gives it. */
+/**
+ * vantro_search() with metadata, as vantro_browse_metadata() gives it.
+ * @param handle with an open player.
+ * @param ms_id, filter, term, offset as for vantro_search().
+ * @param count, nodes, metadata as for vantro_browse_metadata().
+ * @return as vantro_search().
+ */
 VANTRO_API int vantro_search_metadata(VantroHandle *handle, int32_t ms_id, const char *filter,
                                       const char *term, int32_t offset, int *count,
                                       MediaNode **nodes, Metadata **metadata);
@@ -300,6 +334,10 @@ VANTRO_API int vantro_search_metadata(VantroHandle *handle, int32_t ms_id, const
 /**
  * vantro_get_trksession_tracks() with metadata, as vantro_browse_metadata() gives it. Of a track
  * that has left the catalogue nothing is known.
+ * @param handle from vantro_connect().
+ * @param tsid, offset as for vantro_get_trksession_tracks().
+ * @param count, tracks, metadata as for vantro_browse_metadata().
+ * @return as vantro_get_trksession_tracks().
  */
 VANTRO_API int vantro_get_trksession_tracks_metadata(VantroHandle *handle, uint64_t tsid,
                                                      int32_t offset, int *count, MediaNode **tracks,
@@ -346,6 +384,8 @@ typedef struct VantroCursor VantroCursor;
 /**
  * Makes a cursor over the entries of a node, as vantro_browse() lists them. Asks nothing of the
  * service yet and does not block; what is wrong with the node the first vantro_cursor_next() tells.
+ * @param handle        borrowed; with an open player when the cursor reads.
+ * @param ms_id         `id` of the media source that holds the node.
  * @param node_id       copied. "" is VANTRO_NODE_ROOT.
  * @param offset        the first entry wanted, counted from 0.
  * @param with_metadata 1: each entry comes with what is known of it, as vantro_browse_metadata()
@@ -359,20 +399,28 @@ VANTRO_API VantroCursor *vantro_cursor_browse(VantroHandle *handle, int32_t ms_i
 
 /**
  * As vantro_cursor_browse(), over what vantro_search() finds.
+ * @param handle, ms_id, offset, with_metadata as for vantro_cursor_browse().
  * @param filter copied; NULL or "" for any kind of match.
  * @param term   copied; "" finds nothing. NULL fails with EINVAL.
+ * @return as vantro_cursor_browse().
  */
 VANTRO_API VantroCursor *vantro_cursor_search(VantroHandle *handle, int32_t ms_id,
                                               const char *filter, const char *term, int32_t offset,
                                               int with_metadata);
 
-/** As vantro_cursor_browse(), over the tracks of a track session. */
+/**
+ * As vantro_cursor_browse(), over the tracks of a track session.
+ * @param handle, offset, with_metadata as for vantro_cursor_browse().
+ * @param tsid the session's id.
+ * @return as vantro_cursor_browse().
+ */
 VANTRO_API VantroCursor *vantro_cursor_tracks(VantroHandle *handle, uint64_t tsid, int32_t offset,
                                               int with_metadata);
 
 /**
  * Gives the next entry. Blocks for the service where a page is used up: pages have 100 entries at
  * first, then up to VANTRO_METADATA_PAGE_MAX (protocol.h). A page shorter than wanted is the last.
+ * @param cursor   the cursor.
  * @param node     receives the entry, which the cursor frees: valid until the next call that
  *                 returns 1 or 0, or vantro_cursor_close().
  * @param metadata receives what is known of it, valid as long; NULL where the cursor was made
@@ -385,7 +433,10 @@ VANTRO_API VantroCursor *vantro_cursor_tracks(VantroHandle *handle, uint64_t tsi
 VANTRO_API int vantro_cursor_next(VantroCursor *cursor, const MediaNode **node,
                                   const Metadata **metadata);
 
-/** Frees a cursor and its entries. NULL does nothing. Does not block, keeps errno. */
+/**
+ * Frees a cursor and its entries. NULL does nothing. Does not block, keeps errno.
+ * @param cursor the cursor, or NULL.
+ */
 VANTRO_API void vantro_cursor_close(VantroCursor *cursor);
 
 /** Why a call failed. */
@@ -423,6 +474,7 @@ VANTRO_API int32_t vantro_last_failure(VantroFailure *failure);
  * descriptor readable until the next vantro_event_get(). Several wakes may count as one. Any thread
  * may call it, also while another waits, but not while one opens, closes or disconnects the handle.
  * Does not block.
+ * @param handle from vantro_connect().
  * @return 0, or -1 with errno EINVAL: handle NULL.
  */
 VANTRO_API int vantro_event_wake(VantroHandle *handle);
@@ -435,7 +487,10 @@ VANTRO_API int vantro_event_wake(VantroHandle *handle);
  */
 VANTRO_API const char *vantro_version(void);
 
-/** The same as one number to compare: 10203 is version 1.2.3, as VANTRO_VERSION_NUMBER. */
+/**
+ * The same as one number to compare: 10203 is version 1.2.3, as VANTRO_VERSION_NUMBER.
+ * @return major * 10000 + minor * 100 + patch.
+ */
 VANTRO_API int vantro_version_number(void);
 
 #ifdef __cplusplus

@@ -1,4 +1,5 @@
 /**
+ * @file
  * The messaging layer: requests and answers between a client and a named service.
  *
  * Client half. msgclient_open() connects to a service by name and instance. Requests then go
@@ -83,6 +84,7 @@
 #include <vantro/export.h>
 #include <vantro/platform/message.h>
 #include <vantro/platform/path.h>
+#include <vantro/server_records.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -96,31 +98,6 @@ extern "C" {
 
 /** Reply status: the answer is longer than the capacity offered and is held under its tag. */
 #define MSG_STATUS_QUEUED 240
-
-/** Kinds of transport message. */
-enum {
-    MSG_KIND_OPEN = 0,
-    MSG_KIND_CLOSE = 1,
-    MSG_KIND_NOTIFY = 2,
-    MSG_KIND_PUTGET = 3,
-    MSG_KIND_PUT = 4,
-    MSG_KIND_GET = 5
-};
-
-/** The header of every transport message, both ways. 28 bytes, native byte order. */
-typedef struct TransportHeader {
-    uint8_t kind;          /**< MSG_KIND_*. */
-    uint8_t version;       /**< 2. */
-    uint16_t code;         /**< The caller's message code; for the service to read. */
-    int16_t service_index; /**< Which service of the server; filled by the open. */
-    int16_t open_index;    /**< Which open record of that service; filled by the open. */
-    uint32_t tag;          /**< put: tag of the request. get: tag of the answer. Else 0. */
-    uint32_t send_length;  /**< Bytes of payload after the header (16 for notify, 28 for close). */
-    uint32_t reply_length; /**< Request: reply capacity in bytes, header not counted; notify: the
-                                queue limit. Reply: bytes of the answer. */
-    uint32_t reserved0;    /**< 0. */
-    uint32_t reserved1;    /**< 0. */
-} TransportHeader;
 
 /* ------------------------------------------------------------------------------- client half */
 
@@ -154,15 +131,17 @@ VANTRO_API MsgClient *msgclient_open(const char *service_name, const char *insta
 /**
  * Tells the server and blocks until it answers or is gone, closes the connection and frees the
  * client with its pulse channel. Held answers are lost. NULL does nothing.
+ * @param client from msgclient_open(), or NULL; no longer valid afterwards.
  * @return 0.
  */
 VANTRO_API int msgclient_close(MsgClient *client);
 
 /**
  * Sends a request and blocks for its answer.
- * @param send           `send_length` bytes; may be NULL when that is 0.
- * @param reply          receives at most `reply_length` bytes, untouched where the answer is
- *                       shorter; may be NULL when that is 0.
+ * @param client         from msgclient_open().
+ * @param send, send_length the request, and its bytes; may be NULL when they are 0.
+ * @param reply, reply_length room for the answer, in bytes; untouched where the answer is shorter;
+ *                       may be NULL when they are 0.
  * @param answer_length  receives the answer's length in bytes: after MSG_STATUS_QUEUED the held
  *                       answer's, after a failed exchange the capacity offered, and 0 where the
  *                       vectors were refused before anything was sent. May be NULL.
@@ -173,7 +152,13 @@ VANTRO_API int msgclient_putget(MsgClient *client, const void *send, uint32_t se
                                 void *reply, uint32_t reply_length, uint32_t *answer_length,
                                 uint16_t code);
 
-/** msgclient_putget() with the request gathered from, and the answer scattered to, vectors. */
+/**
+ * msgclient_putget() with the request gathered from, and the answer scattered to, vectors.
+ * @param client, answer_length, code as for msgclient_putget().
+ * @param send, send_count   the parts of the request.
+ * @param reply, reply_count the parts that the answer fills, in their order.
+ * @return the result.
+ */
 VANTRO_API int msgclient_putgetv(MsgClient *client, const struct iovec *send, int send_count,
                                  const struct iovec *reply, int reply_count,
                                  uint32_t *answer_length, uint16_t code);
@@ -181,6 +166,9 @@ VANTRO_API int msgclient_putgetv(MsgClient *client, const struct iovec *send, in
 /**
  * Sends a request and returns once the server has accepted it; its answer will be held under
  * `tag` and announced. A client may put any number of requests before it takes a notification.
+ * @param client from msgclient_open().
+ * @param data, length the request, and its bytes; copied. NULL where there are 0.
+ * @param code message code, for the service.
  * @param tag not 0, else EINVAL.
  * @return the result; EAGAIN while the open's queue is full, before any notify, and while more
  *   than IPC_PULSE_BACKLOG notifications wait for the client to take them.
@@ -188,12 +176,21 @@ VANTRO_API int msgclient_putgetv(MsgClient *client, const struct iovec *send, in
 VANTRO_API int msgclient_put(MsgClient *client, uint32_t tag, const void *data, uint32_t length,
                              uint16_t code);
 
-/** msgclient_put() with the request gathered from a vector. */
+/**
+ * msgclient_put() with the request gathered from a vector.
+ * @param client, tag, code as for msgclient_put().
+ * @param parts, count the parts of the request.
+ * @return as msgclient_put().
+ */
 VANTRO_API int msgclient_putv(MsgClient *client, uint32_t tag, const struct iovec *parts, int count,
                               uint16_t code);
 
 /**
  * Fetches the newest answer held under a tag.
+ * @param client from msgclient_open().
+ * @param tag    that of the put; 0 for an answer that msgclient_putget() left held.
+ * @param reply, reply_length room for the answer, in bytes.
+ * @param code   message code, for the service.
  * @param answer_length receives the answer's length; after MSG_STATUS_QUEUED the capacity needed,
  *                      and the answer is still held.
  * @return the answer's own status, or the result; ENOMSG when no answer has that tag. After EINTR
@@ -204,13 +201,19 @@ VANTRO_API int msgclient_putv(MsgClient *client, uint32_t tag, const struct iove
 VANTRO_API int msgclient_get(MsgClient *client, uint32_t tag, void *reply, uint32_t reply_length,
                              uint32_t *answer_length, uint16_t code);
 
-/** msgclient_get() with the answer scattered to a vector. */
+/**
+ * msgclient_get() with the answer scattered to a vector.
+ * @param client, tag, answer_length, code as for msgclient_get().
+ * @param reply, reply_count the parts that the answer fills, in their order.
+ * @return as msgclient_get().
+ */
 VANTRO_API int msgclient_getv(MsgClient *client, uint32_t tag, const struct iovec *reply,
                               int reply_count, uint32_t *answer_length, uint16_t code);
 
 /**
  * Registers how the client wants to learn of answers to msgclient_put(), and how many of them
  * the server may hold. Replaces an earlier registration.
+ * @param client      from msgclient_open().
  * @param queue_limit taken as at least 1 and at most the server's maximum.
  * @param event       copied; its value is replaced by the answer's tag at each delivery. Its pulse
  *                    connection must be this process's own.
@@ -222,6 +225,7 @@ VANTRO_API int msgclient_notify(MsgClient *client, uint32_t queue_limit,
 
 /**
  * msgclient_notify() with a pulse on a private channel, which replaces an earlier one.
+ * @param client, queue_limit as for msgclient_notify().
  * @return the result, or -1 with errno when the channel or the connection to it cannot be made;
  *   the client then has neither.
  */
@@ -229,146 +233,13 @@ VANTRO_API int msgclient_notify_pulse(MsgClient *client, uint32_t queue_limit);
 
 /**
  * Blocks for the next pulse on the private channel.
+ * @param client one that has a private channel, from msgclient_notify_pulse().
  * @return its value, the tag of the answer that is ready, or 0 when the receive fails (no private
  *   channel, or a signal handler ran).
  */
 VANTRO_API uint32_t msgclient_wait_pulse(MsgClient *client);
 
 /* ------------------------------------------------------------------------------- server half */
-
-typedef struct MsgServer MsgServer;
-typedef struct MsgService MsgService;
-typedef struct MsgContext MsgContext;
-typedef struct MsgOsb MsgOsb;
-typedef struct MsgPending MsgPending;
-
-/** Creation flags of a server. Other bits are stored and have no effect. */
-enum {
-    MSGSERVER_FLAG_NOCHECK = 0x1, /**< No capability check on open. */
-    MSGSERVER_FLAG_PATH = 0x2,    /**< Path mode; sets MSGSERVER_FLAG_NOCHECK too. */
-    /** Says in the log which process of which user may not open a service, and which permission
-     * bits or capabilities are missing, at most once a minute for each user. Asks the grantor once
-     * more for each capability then. */
-    MSGSERVER_FLAG_LOG_REFUSALS = 0x10000
-};
-
-/** A growable table of pointers to zero-filled elements that it owns. Never shrinks or moves one.
- */
-typedef struct SlotArray {
-    int32_t slot_count; /**< Slots, a multiple of 8. */
-    void **slots;       /**< A null pointer marks a free slot. */
-} SlotArray;
-
-/**
- * A service's handler. Runs in a server thread without the server lock (but see `close_cb`).
- *
- * Close. A close handler runs once for an open, with one exception: where an answer was still owed
- * when the client closed, and is still owed when the client's connection goes, it runs again then.
- * A second call has no context and finds `closed` of the record 1; a first call has a context (of
- * the close request), or none and `closed` 0 (the client vanished). The two never overlap. So a
- * service frees what it keeps for an open exactly once when its close handler does nothing where
- * `!context && open->closed`.
- *
- * A client may send from several threads, so a close handler can run while another thread handles
- * a request of the same open, and a request can still come after it as long as another request is
- * handled or an answer is owed: a request handler looks, under a lock of the service's own, whether
- * what the service keeps for the open is still there.
- *
- * References. A request handler sees to it that its request is answered by one of the reply
- * operations, once. One that answers with ipc_error() alone drops the reference for the answer by
- * _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(), or the record is never freed.
- *
- * An open handler refuses by its result; one that answers with ipc_error() by itself has refused as
- * well, whatever it returns. No request of a refused open is ever handled, and its close handler
- * runs once that client vanishes.
- * @param open    the open record. In a request handler valid until the answer, and after it not to
- *                be touched; in the others until they return.
- * @param context the thread's receive context: header, payload and sender of the request; valid
- *                until the thread receives again. NULL for a close because the client vanished.
- * @return only an open handler's result counts: 0 accepts, anything else is the error number that
- *   the client receives.
- */
-typedef int32_t (*MsgHandler)(MsgOsb *open, MsgContext *context, MsgService *service);
-
-/** See callout_reply(), callout_replyv() and callout_reply2(). */
-typedef int32_t (*MsgReply)(MsgOsb *open, MsgContext *context, int32_t status, const void *data,
-                            int32_t length);
-typedef int32_t (*MsgReplyv)(MsgOsb *open, MsgContext *context, int32_t status,
-                             const struct iovec *parts, int32_t count);
-typedef int32_t (*MsgReply2)(MsgOsb *open, int32_t receive_id, uint32_t tag, int32_t status,
-                             const struct iovec *parts, int32_t count);
-
-/** A message server. Lives from msgserver_create() to the end of the process. */
-struct MsgServer {
-    uint32_t flags;       /**< MSGSERVER_FLAG_*, as adjusted. */
-    int32_t grantor_fd;   /**< Descriptor of the grantor device, or -1. Another one once the grantor
-                               was restarted. */
-    int32_t recv_size;    /**< Payload capacity of a new thread's receive buffer, in bytes. */
-    int32_t max_msg_size; /**< Largest payload capacity that a receive buffer grows to. */
-    int32_t queue_max;    /**< Upper bound of the queue limit that a client may ask for. */
-    int32_t stop;         /**< Not 0 ends msgserver_thread_loop(); access it with __atomic_*. */
-    int32_t channel;      /**< The channel that all threads receive on. */
-    MsgReply reply;       /**< callout_reply(). */
-    MsgReplyv replyv;     /**< callout_replyv(). */
-    MsgReply2 reply2;     /**< callout_reply2(). */
-    struct path_dispatch *dispatch; /**< The framework's handle over the channel. */
-    pthread_key_t key;              /**< Holds each thread's MsgContext. */
-    pthread_mutex_t lock;           /**< The server lock: services, opens, their counts, queues. */
-    SlotArray *services;            /**< Table of MsgService. */
-    SlotArray service_table;        /**< What `services` points at. */
-};
-
-/** One attached service. Lives as long as its server. */
-struct MsgService {
-    char *name;           /**< Own copy. */
-    char *options;        /**< Own copy; "" when none were given. */
-    pthread_mutex_t lock; /**< The service's own to use; the framework never takes it. */
-    int32_t open_count;   /**< Opens that are not closed. */
-    MsgHandler request_cb;
-    MsgHandler open_cb;   /**< Or NULL. */
-    MsgHandler close_cb;  /**< Or NULL. Called with the server lock held, and a NULL context, when a
-                              client vanished: it must not answer anything then. */
-    SlotArray *opens;     /**< Table of MsgOsb. */
-    SlotArray open_table; /**< What `opens` points at. */
-    struct path_attr *attr; /**< The path's attribute record; NULL in name mode. */
-};
-
-/** A server thread's receive context. */
-struct MsgContext {
-    int32_t receive_id;      /**< Of the last message; 0 a pulse, -1 a failed receive. */
-    struct ipc_info info;    /**< Sender and length of the last message. */
-    TransportHeader *header; /**< Start of the receive buffer. */
-    void *payload;           /**< Where payloads go: after the header, or a buffer of the service's
-                                  own (set it together with payload_size). Of a putget or put all
-                                  `send_length` bytes that the header states are there. */
-    int32_t payload_size;    /**< Capacity at payload, in bytes. */
-    struct path_context *framework_context; /**< Path mode only, else NULL. */
-};
-
-/** An open record: one open of a service by one client. */
-struct MsgOsb {
-    char *service_name;   /**< The service's. */
-    pthread_mutex_t lock; /**< The service's own to use; the framework never takes it. */
-    int32_t inuse;        /**< References held by dispatch steps and by answers owed. */
-    int32_t queue_limit;  /**< Held answers at which a put is refused; 0 before any notify. */
-    int32_t queued;       /**< Answers held. */
-    int32_t closed;       /**< 1 once closed by the client, or its connection vanished. */
-    MsgPending *pending;  /**< Answers held, newest first. */
-    MsgServer *server;
-    int32_t conn_id;        /**< Server-side id of the client's connection; -1 once it vanished. */
-    struct ipc_event event; /**< The client's notification event, as sent. */
-    MsgService *service;
-    int32_t index;      /**< Slot in the service's table of opens. */
-    int32_t unaccepted; /**< 1 until the open handler accepted: requests are refused (ENOENT). */
-};
-
-/** One held answer; its bytes lie directly after it. */
-struct MsgPending {
-    MsgPending *next; /**< The next older one. */
-    uint32_t tag;
-    int32_t length; /**< Bytes of the answer. */
-    int32_t status; /**< Reply status that the client receives with it. */
-};
 
 /**
  * Creates a server and its channel. Call it before any thread uses the server.
@@ -384,6 +255,7 @@ VANTRO_API MsgServer *msgserver_create(int32_t max_msg_size, int32_t queue_max, 
 /**
  * Attaches a service, at any time, also while threads run. In path mode under the path
  * "/sys/csm/NAME/INSTANCE", else under the global name "csm/NAME/INSTANCE".
+ * @param server     from msgserver_create().
  * @param name       not NULL, at most MSG_SERVICE_NAME_MAX characters; copied.
  * @param instance   NULL for "default"; name and instance together at most
  *                   MSG_NAME_AND_INSTANCE_MAX characters.
@@ -405,24 +277,29 @@ VANTRO_API int32_t msgserver_add(MsgServer *server, const char *name, const char
 /**
  * Receives and dispatches until `stop` of the server is not 0; a thread that waits notices at its
  * next message or pulse. An error never ends the loop.
+ * @param server from msgserver_create().
  * @return 0.
  */
 VANTRO_API int32_t msgserver_thread_loop(MsgServer *server);
 
 /**
  * Blocks for the next message or pulse, into the calling thread's context.
+ * @param server from msgserver_create().
  * @return the receive id, 0 for a pulse, or -1 with errno (ENOMEM: no context could be made).
  */
 VANTRO_API int32_t msgserver_receive(MsgServer *server);
 
 /**
  * Handles what the calling thread received last.
+ * @param server from msgserver_create().
  * @return 0, or -1 when the last receive failed.
  */
 VANTRO_API int32_t msgserver_dispatch(MsgServer *server);
 
 /**
  * Makes the calling thread's payload capacity at least `size` bytes, keeping what it holds.
+ * @param server from msgserver_create().
+ * @param size   bytes, without the header.
  * @return the capacity in effect, or -1 with errno: EMSGSIZE (above max_msg_size, or the service
  *   moved `payload`), ENOMEM, EINVAL (the thread has not received yet); the buffer is then as it
  *   was.
@@ -435,8 +312,10 @@ VANTRO_API int32_t msgserver_growmsg(MsgServer *server, int32_t size);
  *
  * An answer longer than the client's capacity, and every answer to a put, is copied and held for
  * the client to fetch.
+ * @param open, context what the request handler was given.
  * @param status reply status, 0 or more and not MSG_STATUS_QUEUED.
- * @param data   `length` bytes, borrowed for the call; may lie in the receive buffer.
+ * @param data, length the answer, and its bytes; borrowed for the call; may lie in the receive
+ *               buffer.
  * @return 0; -1 with errno when the client is gone (ESRCH), or when the answer could not be made
  *   and the client was answered with that error number instead (EINVAL: a negative status, or too
  *   many parts; EMSGSIZE, EMFILE, ENOMEM). The return value ENOMEM: the answer could not be held
@@ -446,13 +325,21 @@ VANTRO_API int32_t msgserver_growmsg(MsgServer *server, int32_t size);
 VANTRO_API int32_t callout_reply(MsgOsb *open, MsgContext *context, int32_t status,
                                  const void *data, int32_t length);
 
-/** callout_reply() with the answer gathered from a vector. */
+/**
+ * callout_reply() with the answer gathered from a vector.
+ * @param open, context, status as for callout_reply().
+ * @param parts, count the parts of the answer, borrowed for the call.
+ * @return as callout_reply().
+ */
 VANTRO_API int32_t callout_replyv(MsgOsb *open, MsgContext *context, int32_t status,
                                   const struct iovec *parts, int32_t count);
 
 /**
  * Answers a put later, from any thread: holds the answer under `tag`, tells the client, and drops
  * the reference that was held for the answer. The client is told also when holding failed.
+ * @param open       the open record that the request handler was given.
+ * @param status     as for callout_reply().
+ * @param parts, count the parts of the answer, borrowed for the call.
  * @param receive_id of the put request.
  * @param tag        of the put request.
  * @return 0, or ENOMEM as for callout_reply().
@@ -463,6 +350,7 @@ VANTRO_API int32_t callout_reply2(MsgOsb *open, int32_t receive_id, uint32_t tag
 /**
  * Drops one reference of an open record; frees it, with its held answers, when that was the last
  * one and the record is closed. For services that took a reference of their own.
+ * @param open the record; not to be touched afterwards.
  * @return 0.
  */
 VANTRO_API int32_t _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(MsgOsb *open);
@@ -471,14 +359,23 @@ VANTRO_API int32_t _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(Msg
 
 /**
  * Adds a zero-filled element of `size` bytes in the lowest free slot.
+ * @param array the table.
+ * @param size  bytes, 0 or more.
  * @return its index, or -1 (negative size, no memory).
  */
 VANTRO_API int32_t _array_add(SlotArray *array, int32_t size);
 
-/** @return the element, or NULL for an index out of range or of a free slot. */
+/**
+ * @param array, index the table, and the number of one of its slots.
+ * @return the element, or NULL for an index out of range or of a free slot.
+ */
 VANTRO_API void *_array_get(const SlotArray *array, int32_t index);
 
-/** Frees an element and empties its slot. @return 0, or -1 where there is none. */
+/**
+ * Frees an element and empties its slot.
+ * @param array, index the table, and the number of one of its slots.
+ * @return 0, or -1 where there is none.
+ */
 VANTRO_API int32_t _array_del(SlotArray *array, int32_t index);
 
 #ifdef __cplusplus

@@ -1,4 +1,5 @@
 /**
+ * @file
  * Driving a player: connect to the player service, open one of its players, tell it what to do,
  * ask what it is doing, and find in its catalogue what it shall play.
  *
@@ -158,6 +159,7 @@ VANTRO_API VantroHandle *vantro_connect(void);
 
 /**
  * Opens a player. A handle has one player open at most. Blocks.
+ * @param handle from vantro_connect().
  * @param name exact name of the player, 1 to 31 characters; copied.
  * @return 0, also where that very player is open already (nothing is sent then); -1: errno EINVAL
  *   (handle NULL, name NULL or empty), ENAMETOOLONG (name above 31 characters); and, leaving errno,
@@ -170,6 +172,7 @@ VANTRO_API int vantro_open(VantroHandle *handle, const char *name);
 
 /**
  * Closes the open player, and with it the handle's events. Blocks.
+ * @param handle from vantro_connect().
  * @param name name of the open player.
  * @return 0, or -1: handle NULL, no player open, another one open, name NULL or empty (the handle
  *   is as it was); failed exchange, or refusal (the player stays open; the handle's events are
@@ -181,6 +184,7 @@ VANTRO_API int vantro_close(VantroHandle *handle, const char *name);
 /**
  * Closes the player, if one is open, and the connection, and frees the handle, whether or not the
  * service plays along. Blocks while it takes leave.
+ * @param handle from vantro_connect(); no longer valid afterwards.
  * @return 0, or -1 where handle is NULL.
  */
 VANTRO_API int vantro_disconnect(VantroHandle *handle);
@@ -192,43 +196,71 @@ VANTRO_API int vantro_disconnect(VantroHandle *handle);
  *   then). The handle is never changed.
  */
 
-/** Plays, or plays on from where it paused. */
+/**
+ * Plays, or plays on from where it paused.
+ * @param handle with an open player, as for every command.
+ * @return 0, or -1: see above.
+ */
 VANTRO_API int vantro_play(VantroHandle *handle);
 
-/** Stops. */
+/**
+ * Stops.
+ * @param handle with an open player.
+ * @return as vantro_play().
+ */
 VANTRO_API int vantro_stop(VantroHandle *handle);
 
-/** Pauses, holding the position. */
+/**
+ * Pauses, holding the position.
+ * @param handle with an open player.
+ * @return as vantro_play().
+ */
 VANTRO_API int vantro_pause(VantroHandle *handle);
 
-/** Goes to the next track of the track session. */
+/**
+ * Goes to the next track of the track session.
+ * @param handle with an open player.
+ * @return as vantro_play().
+ */
 VANTRO_API int vantro_next(VantroHandle *handle);
 
-/** Goes to the previous track of the track session. */
+/**
+ * Goes to the previous track of the track session.
+ * @param handle with an open player.
+ * @return as vantro_play().
+ */
 VANTRO_API int vantro_previous(VantroHandle *handle);
 
 /**
  * Moves within the track.
+ * @param handle with an open player.
  * @param position milliseconds from the track's start, passed on as it is: what lies outside the
  *                 track is for the service to judge.
+ * @return as vantro_play().
  */
 VANTRO_API int vantro_seek(VantroHandle *handle, int32_t position);
 
 /**
  * Sets the playback rate.
+ * @param handle with an open player.
  * @param rate 1.0 is normal speed; passed on as it is: which rates there are, the service knows.
+ * @return as vantro_play().
  */
 VANTRO_API int vantro_set_playback_rate(VantroHandle *handle, float rate);
 
 /**
  * Turns shuffling on or off.
+ * @param handle with an open player.
  * @param mode VANTRO_SHUFFLE_*.
+ * @return as vantro_play().
  */
 VANTRO_API int vantro_shuffle(VantroHandle *handle, int32_t mode);
 
 /**
  * Sets what is repeated.
+ * @param handle with an open player.
  * @param mode VANTRO_REPEAT_*.
+ * @return as vantro_play().
  */
 VANTRO_API int vantro_repeat(VantroHandle *handle, int32_t mode);
 
@@ -241,26 +273,32 @@ VANTRO_API int vantro_repeat(VantroHandle *handle, int32_t mode);
 
 /**
  * Makes a track session of a node: a song, or all songs below it.
+ * @param handle with an open player.
  * @param ms_id   `id` of the media source that holds the node.
  * @param node_id `id` of the node. NULL fails, and nothing is sent; "" is the service's to judge.
  * @param first   address of the first of two values whose meaning is the service's; NULL stands
  *                for a value of 0. catalogue.h says what vantrod makes of both.
  * @param second  the second of them.
  * @param tsid    receives the new session's id. Untouched on failure.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_create_trksession(VantroHandle *handle, int32_t ms_id, const char *node_id,
                                         const int32_t *first, int32_t second, uint64_t *tsid);
 
 /**
  * Destroys a track session.
+ * @param handle with an open player.
  * @param tsid its id.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_destroy_trksession(VantroHandle *handle, uint64_t tsid);
 
 /**
  * Goes to a track of the current track session.
+ * @param handle with an open player.
  * @param index 0 for the first; passed on as it is: what lies outside the session is for the
  *              service to judge.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_jump(VantroHandle *handle, int32_t index);
 
@@ -273,31 +311,39 @@ VANTRO_API int vantro_jump(VantroHandle *handle, int32_t index);
 
 /**
  * Asks what the player is doing.
+ * @param handle from vantro_connect().
  * @param info receives a new record, for free(). Untouched on failure.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_get_current_state(VantroHandle *handle, VantroStateInfo **info);
 
 /**
  * Asks for the current track session.
+ * @param handle from vantro_connect().
  * @param info receives a new record, for free(). Untouched on failure.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_get_current_trksession_info(VantroHandle *handle,
                                                   VantroTrksessionInfo **info);
 
 /**
  * Asks for the current track. Needs some 66 KiB of the calling thread's stack.
+ * Also fails where node and metadata together take more than 65536 bytes in their packed form.
+ * @param handle from vantro_connect().
  * @param info receives a new record, for vantro_free_track_info(), or: free what it points to as
  *             records.h says, then the record. Set it to NULL before the call: most failures
  *             leave it untouched, but where the service's answer is malformed, or memory for its
  *             strings is short, it receives the record as far as it was read, to be freed
  *             likewise, and the call returns -1.
- * Also fails where node and metadata together take more than 65536 bytes in their packed form.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_get_current_track_info(VantroHandle *handle, VantroTrackInfo **info);
 
 /**
  * Asks for the position within the current track.
+ * @param handle from vantro_connect().
  * @param position receives milliseconds from the track's start. Untouched on failure.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_get_current_track_position(VantroHandle *handle, int32_t *position);
 
@@ -326,24 +372,35 @@ VANTRO_API int vantro_get_current_track_position(VantroHandle *handle, int32_t *
 /**
  * Lists the media sources. Needs an open player, and some 66 KiB of the calling thread's stack.
  * Fails where the sources take more than 65536 bytes in their packed form.
+ * @param handle with an open player.
+ * @param sources, count receive the sources and their number: see Lists.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_get_media_sources(VantroHandle *handle, MediaSource **sources, int *count);
 
 /**
  * Lists the entries of a node. Needs an open player.
+ * @param handle with an open player.
+ * @param offset, count, nodes the range wanted, and what receives the entries: see Ranges and
+ * Lists.
  * @param ms_id   `id` of the media source that holds the node.
  * @param node_id `id` of the node; "" is VANTRO_NODE_ROOT. NULL fails with errno EINVAL, and
  *                nothing is sent.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_browse(VantroHandle *handle, int32_t ms_id, const char *node_id,
                              int32_t offset, int *count, MediaNode **nodes);
 
 /**
  * Lists the entries of a media source that match a term. Needs an open player.
+ * @param handle with an open player.
+ * @param offset, count, nodes the range wanted, and what receives the entries: see Ranges and
+ * Lists.
  * @param ms_id  `id` of the media source.
  * @param filter what kind of match is wanted, VANTRO_FILTER_* of catalogue.h; NULL or "" for any.
  * @param term   what to look for. "" finds nothing: the call succeeds with a count of 0. NULL fails
  *               with errno EINVAL. Nothing is sent for either.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_search(VantroHandle *handle, int32_t ms_id, const char *filter,
                              const char *term, int32_t offset, int *count, MediaNode **nodes);
@@ -351,7 +408,11 @@ VANTRO_API int vantro_search(VantroHandle *handle, int32_t ms_id, const char *fi
 /**
  * Lists the tracks of a track session. Needs a connected handle; without an open player the
  * service decides what it answers.
+ * @param handle from vantro_connect().
+ * @param offset, count, tracks the range wanted, and what receives the tracks: see Ranges and
+ * Lists.
  * @param tsid the session's id.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_get_trksession_tracks(VantroHandle *handle, uint64_t tsid, int32_t offset,
                                             int *count, MediaNode **tracks);
@@ -359,11 +420,13 @@ VANTRO_API int vantro_get_trksession_tracks(VantroHandle *handle, uint64_t tsid,
 /**
  * Asks for the metadata of a node. Needs an open player, and some 66 KiB of the calling thread's
  * stack. Fails where the metadata take more than 65536 bytes in their packed form.
+ * @param handle with an open player.
  * @param ms_id    `id` of the media source that holds the node.
  * @param node_id  `id` of the node. NULL or "" fails; nothing is sent, nor logged.
  * @param metadata receives a new record, for vantro_free_metadata(), or NULL where the service has
  *                 none. Untouched on failure, except that it receives NULL where memory for the
  *                 record is short.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
                                    Metadata **metadata);
@@ -387,6 +450,7 @@ VANTRO_API int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const ch
  *         }
  *     }
  *
+ * @param handle from vantro_connect().
  * @param ms_id   `id` of the media source that holds the node.
  * @param node_id `id` of the node. NULL or "" fails, and nothing is sent.
  * @param keyv    keys, ended by a NULL entry, which may be the first. NULL fails, and nothing is
@@ -394,6 +458,7 @@ VANTRO_API int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const ch
  * @param valuev  room for one entry a key. Each receives a new string, for free(), or NULL where
  *                the key has no value; nothing is written after the last, and nothing at all on
  *                failure. NULL fails, and nothing is sent.
+ * @return 0, or -1: see above.
  */
 VANTRO_API int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id,
                                             const char *node_id, const char *const *keyv,

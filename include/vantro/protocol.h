@@ -1,4 +1,5 @@
 /**
+ * @file
  * What travels between the player library and a player service: for whoever writes a service.
  *
  * An application does not need this header. A service is attached with msgserver_add() under

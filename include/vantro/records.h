@@ -1,4 +1,5 @@
 /**
+ * @file
  * The catalogue's records, and the bytes in which they travel.
  *
  * A player service describes its catalogue with three records: media sources (MediaSource), the
@@ -81,26 +82,26 @@ typedef struct Metadata {
 
 /** A media source, as a service keeps it. Fields marked "stays" never travel. */
 typedef struct ServiceMediaSource {
-    int32_t id;
-    const char *uid;
+    int32_t id;            /**< The number by which nodes and queries refer to the source. */
+    const char *uid;       /**< Unique identifier. */
     uint32_t service_data; /**< Stays: the service's own. */
-    const char *name;
-    const char *view_name;
-    int32_t type;
-    uint64_t capabilities;
-    int32_t status;
-    void *service_record; /**< Stays: whatever the service keeps with the source. */
+    const char *name;      /**< Name. */
+    const char *view_name; /**< Name for people to read. */
+    int32_t type;          /**< Type. */
+    uint64_t capabilities; /**< What the source can do. */
+    int32_t status;        /**< Status. */
+    void *service_record;  /**< Stays: whatever the service keeps with the source. */
 } ServiceMediaSource;
 
 /** An entry of a media source, as a service keeps it. Fields marked "stays" never travel. */
 typedef struct ServiceMediaNode {
-    const char *id;
-    const char *name;
+    const char *id;        /**< Identifier within the media source. */
+    const char *name;      /**< Name. */
     uint32_t service_data; /**< Stays: the service's own. */
-    int32_t type;
-    int32_t count;
-    int32_t ms_id;
-    int32_t ms_type;
+    int32_t type;          /**< Type. */
+    int32_t count;         /**< Entries that browsing it gives. */
+    int32_t ms_id;         /**< `id` of the media source that holds the node. */
+    int32_t ms_type;       /**< `type` of that media source. */
     uint32_t service_mark; /**< Stays: the service's own. */
 } ServiceMediaNode;
 
@@ -117,11 +118,17 @@ typedef struct ServiceMediaNode {
 VANTRO_API void pack_media_source(const ServiceMediaSource *records, int count, void *buffer,
                                   int *size);
 
-/** Packs media nodes; compute_media_node_size() tells the room. As pack_media_source(). */
+/**
+ * Packs media nodes; compute_media_node_size() tells the room. As pack_media_source().
+ * @param records, count, buffer, size as for pack_media_source().
+ */
 VANTRO_API void pack_media_node(const ServiceMediaNode *records, int count, void *buffer,
                                 int *size);
 
-/** Packs metadata; compute_metadata_size() tells the room. As pack_media_source(). */
+/**
+ * Packs metadata; compute_metadata_size() tells the room. As pack_media_source().
+ * @param records, count, buffer, size as for pack_media_source().
+ */
 VANTRO_API void pack_metadata(const Metadata *records, int count, void *buffer, int *size);
 
 /**
@@ -132,7 +139,11 @@ VANTRO_API void pack_metadata(const Metadata *records, int count, void *buffer, 
  */
 VANTRO_API int compute_media_node_size(const ServiceMediaNode *records, int count);
 
-/** Tells how many bytes pack_metadata() writes. As compute_media_node_size(). */
+/**
+ * Tells how many bytes pack_metadata() writes. As compute_media_node_size().
+ * @param records, count as for compute_media_node_size().
+ * @return the packed size in bytes, or INT_MAX.
+ */
 VANTRO_API int compute_metadata_size(const Metadata *records, int count);
 
 /**
@@ -148,10 +159,18 @@ VANTRO_API int compute_metadata_size(const Metadata *records, int count);
  */
 VANTRO_API int unpack_media_source(const void *buffer, int size, int count, MediaSource **records);
 
-/** Makes media nodes from their packed form. As unpack_media_source(). */
+/**
+ * Makes media nodes from their packed form. As unpack_media_source().
+ * @param buffer, size, count, records as for unpack_media_source().
+ * @return 0, or -1: as unpack_media_source().
+ */
 VANTRO_API int unpack_media_node(const void *buffer, int size, int count, MediaNode **records);
 
-/** Makes metadata from its packed form. As unpack_media_source(). */
+/**
+ * Makes metadata from its packed form. As unpack_media_source().
+ * @param buffer, size, count, records as for unpack_media_source().
+ * @return 0, or -1: as unpack_media_source().
+ */
 VANTRO_API int unpack_metadata(const void *buffer, int size, int count, Metadata **records);
 
 #ifdef __cplusplus

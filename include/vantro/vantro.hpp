@@ -1,4 +1,5 @@
 /**
+ * @file
  * The library for C++20: owners, results that carry their error, lists that page by themselves, and
  * events. Headers only: everything calls the C functions of player.h and extras.h, whose texts say
  * what blocks, what may overlap and what each call does.

@@ -1,4 +1,5 @@
 /**
+ * @file
  * The version of the headers that a program is compiled against. The build takes its own version
  * from here, so that no other place states it.
  *
@@ -8,8 +9,11 @@
 #ifndef VANTRO_VERSION_H
 #define VANTRO_VERSION_H
 
+/** That of the sonames. */
 #define VANTRO_VERSION_MAJOR 1
+/** Grows with what is added. */
 #define VANTRO_VERSION_MINOR 0
+/** Grows with what is mended. */
 #define VANTRO_VERSION_PATCH 0
 
 /** The three numbers as text. */

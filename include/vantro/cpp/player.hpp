@@ -1,4 +1,7 @@
-/** A connection to the player service, with the player that is open on it. */
+/**
+ * @file
+ * A connection to the player service, with the player that is open on it.
+ */
 #ifndef VANTRO_CPP_PLAYER_HPP
 #define VANTRO_CPP_PLAYER_HPP
 
@@ -20,7 +23,7 @@
 
 namespace vantro {
 
-/** The version of the library that the program runs with, "1.2.3". */
+/** @return the version of the library that the program runs with, "1.2.3". */
 inline std::string_view version() {
     return vantro_version();
 }
@@ -50,12 +53,17 @@ enum class Start : int32_t {
     keep = VANTRO_TRKSESSION_KEEP
 };
 
-/** Owns a handle. Threads: as player.h says for the handle. */
+/**
+ * Owns a handle. Each member makes one call of player.h or extras.h, whose text there says whether
+ * it blocks and why it fails; the result carries the failure. Threads: as player.h says for the
+ * handle.
+ */
 class Player {
   public:
-    using Milliseconds = std::chrono::milliseconds;
+    using Milliseconds = std::chrono::milliseconds; /**< Positions and limits. */
 
-    /** Connects, without a player yet. `limit` bounds every wait for the service; 0: none. */
+    /** Connects, without a player yet. @param limit bounds every wait for the service; 0: none.
+     *  @return the connection. */
     static Result<Player> connect(Milliseconds limit = Milliseconds(0)) {
         VantroHandle *const handle = limit.count() > 0
                                          ? vantro_connect_timed(static_cast<int>(limit.count()))
@@ -66,7 +74,8 @@ class Player {
         return Player(handle);
     }
 
-    /** Connects and opens a player. */
+    /** Connects and opens a player. @param name the player's. @param limit as above.
+     *  @return the connection. */
     static Result<Player> connect(const char *name, Milliseconds limit = Milliseconds(0)) {
         Result<Player> player = connect(limit);
         if (player) {
@@ -77,43 +86,48 @@ class Player {
         return player;
     }
 
-    /** Takes a handle over. */
+    /** @param handle taken over. */
     explicit Player(VantroHandle *handle) : handle_(handle) {}
 
-    /** The handle, for the C functions; it stays this object's. */
+    /** @return the handle, for the C functions; it stays this object's. */
     VantroHandle *handle() const { return handle_.get(); }
 
+    /** @param name of the player to open. @return done. */
     Result<void> open(const char *name) { return done(vantro_open(handle(), name)); }
+    /** @param name of the player that is open. @return done. */
     Result<void> close(const char *name) { return done(vantro_close(handle(), name)); }
 
-    /** The names of the service's players. */
+    /** @return the names of the service's players. */
     Result<Names> players() {
         char **names = nullptr;
         const int count = vantro_list_players(handle(), &names);
         return value(count < 0 ? -1 : 0, Names(names, count));
     }
 
-    /** Whom the service takes this program for. */
+    /** @return whom the service takes this program for. */
     Result<VantroIdentity> identity() {
         VantroIdentity identity{};
         const int result = vantro_get_identity(handle(), &identity);
         return value(result, identity);
     }
 
-    /** Has the service look at all of its music again, in the background. */
+    /** Has the service look at all of its music again, in the background. @return done. */
     Result<void> rescan() { return done(vantro_rescan(handle())); }
 
-    /** Saves the tracks of the current session as a playlist. @return how many were saved. */
+    /** Saves the tracks of the current session. @param name the playlist's. @param replace whether
+     *  one of that name is replaced. @return how many tracks were saved. */
     Result<int> save_playlist(const char *name, bool replace = false) {
         const int count =
             vantro_save_playlist(handle(), name, replace ? int32_t{VANTRO_PLAYLIST_REPLACE} : 0);
         return value(count < 0 ? -1 : 0, int{count});
     }
+    /** Deletes a saved playlist. @param name its name. @return done. */
     Result<void> delete_playlist(const char *name) {
         return done(vantro_delete_playlist(handle(), name));
     }
 
-    /** Bounds every later wait for the service; below 0: no limit. */
+    /** Bounds every later wait for the service. @param limit above 0; below 0: none. @return done.
+     */
     Result<void> set_timeout(Milliseconds limit) {
         return done(vantro_set_timeout(handle(), static_cast<int>(limit.count())));
     }
@@ -121,39 +135,56 @@ class Player {
     /**
      * Has the player outlive the service; see vantro_set_reconnect(). Its events then begin anew
      * with one whose object() is VANTRO_OBJECT_RECONNECTED.
+     * @param on whether it does.
+     * @return done.
      */
     Result<void> set_reconnect(bool on) {
         return done(
             vantro_set_reconnect(handle(), on ? VANTRO_RECONNECT_ON : VANTRO_RECONNECT_OFF));
     }
 
+    /** Plays, or plays on. @return done. */
     Result<void> play() { return done(vantro_play(handle())); }
+    /** Stops. @return done. */
     Result<void> stop() { return done(vantro_stop(handle())); }
+    /** Pauses, holding the position. @return done. */
     Result<void> pause() { return done(vantro_pause(handle())); }
+    /** Goes to the next track. @return done. */
     Result<void> next() { return done(vantro_next(handle())); }
+    /** Goes to the previous track. @return done. */
     Result<void> previous() { return done(vantro_previous(handle())); }
+    /** @param position where to go on, from the track's start. @return done. */
     Result<void> seek(Milliseconds position) {
         return done(vantro_seek(handle(), static_cast<int32_t>(position.count())));
     }
+    /** @param rate 1.0 is normal speed. @return done. */
     Result<void> set_rate(float rate) { return done(vantro_set_playback_rate(handle(), rate)); }
+    /** @param on whether tracks come in random order. @return done. */
     Result<void> set_shuffle(bool on) {
         return done(vantro_shuffle(handle(), on ? VANTRO_SHUFFLE_ON : VANTRO_SHUFFLE_OFF));
     }
+    /** @param mode what is repeated. @return done. */
     Result<void> set_repeat(Repeat mode) {
         return done(vantro_repeat(handle(), static_cast<int32_t>(mode)));
     }
 
-    /** How loud the player plays. */
+    /** @return how loud the player plays. */
     Result<VantroVolume> volume() {
         VantroVolume volume{};
         const int result = vantro_get_volume(handle(), &volume);
         return value(result, volume);
     }
-    /** 0 to 100. */
+    /** @param level 0 to 100. @return done. */
     Result<void> set_volume(int32_t level) { return done(vantro_set_volume(handle(), level)); }
+    /** @param muted whether nothing is to be heard. @return done. */
     Result<void> set_muted(bool muted) { return done(vantro_set_muted(handle(), muted ? 1 : 0)); }
 
-    /** Makes a track session of one node or several and makes it the current one. @return its id.
+    /**
+     * Makes a track session and makes it the current one. See catalogue.h.
+     * @param ms_id, node_id the source, and one node or several.
+     * @param index the song to begin with, from 0.
+     * @param start how it begins.
+     * @return its id.
      */
     Result<uint64_t> create_session(int32_t ms_id, const char *node_id, int32_t index = 0,
                                     Start start = Start::held) {
@@ -162,25 +193,31 @@ class Player {
                                                     static_cast<int32_t>(start), &tsid);
         return value(result, tsid);
     }
+    /** @param tsid the session to destroy. @return done. */
     Result<void> destroy_session(uint64_t tsid) {
         return done(vantro_destroy_trksession(handle(), tsid));
     }
-    /** Goes to a track of the current session. */
+    /** @param index the track of the current session to go to, from 0. @return done. */
     Result<void> jump(int32_t index) { return done(vantro_jump(handle(), index)); }
 
+    /** @return what the player is doing. */
     Result<VantroStateInfo> state() { return copy_of(vantro_get_current_state); }
+    /** @return the current track session. */
     Result<VantroTrksessionInfo> session() { return copy_of(vantro_get_current_trksession_info); }
+    /** @return the position within the track. */
     Result<Milliseconds> position() {
         int32_t position = 0;
         const int result = vantro_get_current_track_position(handle(), &position);
         return value(result, Milliseconds(position));
     }
+    /** @return the current track. */
     Result<Track> track() {
         VantroTrackInfo *info = nullptr;
         const int result = vantro_get_current_track_info(handle(), &info);
         return value(result, Track(info));
     }
 
+    /** @return the media sources. */
     Result<List<MediaSource>> sources() {
         MediaSource *records = nullptr;
         int count = 0;
@@ -188,51 +225,57 @@ class Player {
         return value(result, List<MediaSource>(records, result == 0 ? count : 0));
     }
 
-    /** The entries of a node, by default of the source's root, from `offset` on. */
+    /** @param ms_id, node_id the source, and the node. @param offset the first entry wanted.
+     *  @return the node's entries, which are fetched as they are walked. */
     Pages<MediaNode> browse(int32_t ms_id, std::string_view node_id = VANTRO_NODE_ROOT,
                             int32_t offset = 0) {
         return Pages<MediaNode>(
             vantro_cursor_browse(handle(), ms_id, detail::Text(node_id).get(), offset, 0));
     }
 
-    /** What a source has that matches. @param filter VANTRO_FILTER_*, or "" for any. */
+    /** @param ms_id, term the source, and what to look for. @param filter VANTRO_FILTER_*, or ""
+     *  for any. @param offset the first entry wanted. @return what the source has that matches. */
     Pages<MediaNode> search(int32_t ms_id, std::string_view term, std::string_view filter = {},
                             int32_t offset = 0) {
         return Pages<MediaNode>(vantro_cursor_search(handle(), ms_id, detail::Text(filter).get(),
                                                      detail::Text(term).get(), offset, 0));
     }
 
-    /** The tracks of a track session. */
+    /** @param tsid, offset the session, and the first track wanted. @return its tracks. */
     Pages<MediaNode> tracks(uint64_t tsid, int32_t offset = 0) {
         return Pages<MediaNode>(vantro_cursor_tracks(handle(), tsid, offset, 0));
     }
 
-    /** As browse(), each entry with what is known of it. */
+    /** @param ms_id, node_id, offset as for browse(). @return as browse(), each entry with what is
+     *  known of it. */
     Pages<DescribedNode> browse_metadata(int32_t ms_id, std::string_view node_id = VANTRO_NODE_ROOT,
                                          int32_t offset = 0) {
         return Pages<DescribedNode>(
             vantro_cursor_browse(handle(), ms_id, detail::Text(node_id).get(), offset, 1));
     }
 
-    /** As search(), each entry with what is known of it. */
+    /** @param ms_id, term, filter, offset as for search(). @return as search(), each entry with
+     *  what is known of it. */
     Pages<DescribedNode> search_metadata(int32_t ms_id, std::string_view term,
                                          std::string_view filter = {}, int32_t offset = 0) {
         return Pages<DescribedNode>(vantro_cursor_search(
             handle(), ms_id, detail::Text(filter).get(), detail::Text(term).get(), offset, 1));
     }
 
-    /** As tracks(), each with what is known of it. */
+    /** @param tsid, offset as for tracks(). @return as tracks(), each with what is known of it. */
     Pages<DescribedNode> tracks_metadata(uint64_t tsid, int32_t offset = 0) {
         return Pages<DescribedNode>(vantro_cursor_tracks(handle(), tsid, offset, 1));
     }
 
+    /** @param ms_id, node_id the source, and the node. @return what is known of the node. */
     Result<MetadataPtr> metadata(int32_t ms_id, const char *node_id) {
         Metadata *record = nullptr;
         const int result = vantro_get_metadata(handle(), ms_id, node_id, &record);
         return value(result, MetadataPtr(record));
     }
 
-    /** Values of a node by their keys, VANTRO_KEY_*: values(ms_id, id, {"composer", "year"}). */
+    /** As in values(ms_id, id, {"composer", "year"}). @param ms_id, node_id the source, and the
+     *  node. @param keys VANTRO_KEY_*. @return a value for each key, in their order. */
     template <size_t count>
     Result<std::array<Value, count>> values(int32_t ms_id, const char *node_id,
                                             const char *const (&keys)[count]) {
@@ -252,9 +295,9 @@ class Player {
         return owned;
     }
 
-    /** The player's events, one call at a time. */
+    /** @return the player's events, one call at a time. */
     Events events() { return Events(handle()); }
-    /** The player's events as a range. */
+    /** @return the player's events as a range. */
     Following follow() { return Following(handle()); }
 
   private:

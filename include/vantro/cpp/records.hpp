@@ -1,4 +1,7 @@
-/** Owners of the records that queries return, and lists that are fetched page by page. */
+/**
+ * @file
+ * Owners of the records that queries return, and lists that are fetched page by page.
+ */
 #ifndef VANTRO_CPP_RECORDS_HPP
 #define VANTRO_CPP_RECORDS_HPP
 
@@ -19,7 +22,7 @@
 
 namespace vantro {
 
-/** A string of a record, which may be NULL. */
+/** @return a string of a record as a view, empty for NULL. @param string may be NULL. */
 inline std::string_view text(const char *string) {
     return string ? std::string_view(string) : std::string_view();
 }
@@ -72,14 +75,17 @@ class Text {
 template <typename Record>
 class List {
   public:
+    /** An empty list. */
     List() = default;
-    /** Takes a block that a query returned. */
+    /** Takes a block that a query returned. @param records, count the block, and its records. */
     List(Record *records, int count)
         : records_(records), count_(records && count > 0 ? static_cast<size_t>(count) : 0) {}
     ~List() { release(); }
+    /** @param other the list whose records this one takes; empty afterwards. */
     List(List &&other) noexcept
         : records_(std::exchange(other.records_, nullptr)),
           count_(std::exchange(other.count_, size_t{0})) {}
+    /** @param other as for the constructor. @return this list. */
     List &operator=(List &&other) noexcept {
         if (this != &other) {
             release();
@@ -89,11 +95,17 @@ class List {
         return *this;
     }
 
+    /** @return the first record. */
     const Record *begin() const { return records_; }
+    /** @return the place after the last record. */
     const Record *end() const { return records_ + count_; }
+    /** @return the number of records. */
     size_t size() const { return count_; }
+    /** @return whether there are none. */
     bool empty() const { return count_ == 0; }
+    /** @param at below size(), which is not checked. @return that record. */
     const Record &operator[](size_t at) const { return records_[at]; }
+    /** @return all records, which stay the list's. */
     std::span<const Record> span() const { return {records_, count_}; }
 
   private:
@@ -105,20 +117,25 @@ class List {
 
 /** An entry of a list with what is known of it. Both belong to the list. */
 struct DescribedNode {
-    const MediaNode *node;
-    const Metadata *metadata;
+    const MediaNode *node;    /**< The entry. */
+    const Metadata *metadata; /**< What is known of it; its strings may all be NULL. */
 };
 
 /** Nodes, each with its metadata, owned. */
 class DescribedList {
   public:
+    /** An empty list. */
     DescribedList() = default;
-    /** Takes the blocks that a query returned. */
+    /** Takes the blocks that a query returned. @param nodes, metadata, count both blocks, and the
+     *  records of each. */
     DescribedList(MediaNode *nodes, Metadata *metadata, int count)
         : nodes_(nodes, count), metadata_(metadata, count) {}
 
+    /** @return the number of nodes. */
     size_t size() const { return nodes_.size(); }
+    /** @return whether there are none. */
     bool empty() const { return nodes_.empty(); }
+    /** @param at below size(), which is not checked. @return that node. */
     DescribedNode operator[](size_t at) const { return {&nodes_[at], &metadata_[at]}; }
 
   private:
@@ -129,14 +146,19 @@ class DescribedList {
 /** Names that a query returned, owned. A range of C strings. */
 class Names {
   public:
+    /** No names. */
     Names() = default;
-    /** Takes the block that a query returned. */
+    /** Takes the block that a query returned. @param names, count the block, and its names. */
     Names(char **names, int count)
         : names_(names), count_(names && count > 0 ? static_cast<size_t>(count) : 0) {}
 
+    /** @return the first name. */
     const char *const *begin() const { return names_.get(); }
+    /** @return the place after the last name. */
     const char *const *end() const { return names_.get() + count_; }
+    /** @return the number of names. */
     size_t size() const { return count_; }
+    /** @param at below size(), which is not checked. @return that name. */
     const char *operator[](size_t at) const { return names_.get()[at]; }
 
   private:
@@ -178,19 +200,22 @@ class Pages {
     using Given = std::conditional_t<described, DescribedNode, const MediaNode &>;
 
   public:
-    /** Takes a cursor, or the NULL of a call that could not make one. */
+    /** @param cursor taken over; NULL where a call could not make one. */
     explicit Pages(VantroCursor *cursor) : cursor_(cursor) {
         if (!cursor) {
             failure_ = Failure::last();
         }
     }
 
+    /** A place in the list; all places of one list are the same one. */
     class Iterator {
       public:
-        using value_type = Entry;
-        using difference_type = std::ptrdiff_t;
+        using value_type = Entry;               /**< For the standard library. */
+        using difference_type = std::ptrdiff_t; /**< For the standard library. */
 
+        /** @param pages outlives the iterator. */
         explicit Iterator(Pages &pages) : pages_(&pages) {}
+        /** @return the entry, which lives until the next page is fetched. */
         Given operator*() const {
             if constexpr (described) {
                 return pages_->entry_;
@@ -198,31 +223,37 @@ class Pages {
                 return *pages_->entry_.node;
             }
         }
+        /** @return as operator*. */
         const MediaNode *operator->() const
             requires(!described)
         {
             return pages_->entry_.node;
         }
+        /** Goes to the next entry; blocks where a page is to be fetched. @return this iterator. */
         Iterator &operator++() {
             pages_->advance();
             return *this;
         }
+        /** As the other. */
         void operator++(int) { ++*this; }
+        /** @return whether the walk has ended; done() of the list says why. */
         bool operator==(std::default_sentinel_t) const { return !pages_->entry_.node; }
 
       private:
         Pages *pages_;
     };
 
+    /** Blocks for the first page. @return the place of the first entry. */
     Iterator begin() {
         if (!std::exchange(begun_, true)) {
             advance();
         }
         return Iterator(*this);
     }
+    /** @return what the walk ends at. */
     std::default_sentinel_t end() const { return {}; }
 
-    /** Whether every page that was asked for came. */
+    /** @return done, where every page that was asked for came; else why one did not. */
     Result<void> done() const { return failure_ ? Result<void>(*failure_) : Result<void>(); }
 
   private:

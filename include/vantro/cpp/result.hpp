@@ -1,4 +1,7 @@
-/** Results that carry their error. */
+/**
+ * @file
+ * Results that carry their error.
+ */
 #ifndef VANTRO_CPP_RESULT_HPP
 #define VANTRO_CPP_RESULT_HPP
 
@@ -30,16 +33,21 @@ enum class Reason : int32_t {
 
 /** A failure: its reason, an error number or 0, and a text for people. */
 struct Failure : VantroFailure {
+    /** @return the reason, as an enum. */
     Reason why() const { return static_cast<Reason>(reason); }
 
-    /** Of the last call that failed in this thread, but for those for events. */
+    /** @return that of the last call that failed in this thread, calls for events not counted. */
     static Failure last() {
         Failure failure{};
         vantro_last_failure(&failure);
         return failure;
     }
 
-    /** Of a call for events, which says it by errno. */
+    /**
+     * For calls for events, which say why they failed by errno.
+     * @param number an error number.
+     * @return the failure with that number, and the host's text for it.
+     */
     static Failure of_errno(int number) {
         Failure failure{};
         failure.reason = reason_of(number);
@@ -80,7 +88,9 @@ struct Failure : VantroFailure {
 /** What Result::or_throw() throws. */
 class Error : public std::runtime_error {
   public:
+    /** @param failure copied; what() gives its text. */
     explicit Error(const Failure &failure) : std::runtime_error(failure.text), failure_(failure) {}
+    /** @return why the call failed. */
     const Failure &failure() const { return failure_; }
 
   private:
@@ -91,37 +101,47 @@ class Error : public std::runtime_error {
 template <typename Value>
 class [[nodiscard]] Result {
   public:
+    /** @param value held from now on. */
     Result(Value value) : held_(std::in_place_index<0>, std::move(value)) {}
+    /** @param failure why there is no value. */
     Result(const Failure &failure) : held_(std::in_place_index<1>, failure) {}
 
+    /** @return whether there is a value. */
     bool has_value() const { return held_.index() == 0; }
+    /** @return has_value(). */
     explicit operator bool() const { return has_value(); }
 
-    /** The value; only where there is one. */
+    /** @return the value; to be asked for only where there is one. */
     Value &operator*() & { return *std::get_if<0>(&held_); }
+    /** @return the value; to be asked for only where there is one. */
     const Value &operator*() const & { return *std::get_if<0>(&held_); }
+    /** @return the value; to be asked for only where there is one. */
     Value &&operator*() && { return std::move(*std::get_if<0>(&held_)); }
+    /** @return the value; to be asked for only where there is one. */
     Value *operator->() { return std::get_if<0>(&held_); }
+    /** @return the value; to be asked for only where there is one. */
     const Value *operator->() const { return std::get_if<0>(&held_); }
 
-    /** The failure; only where there is no value. */
+    /** @return the failure; to be asked for only where there is no value. */
     const Failure &failure() const { return *std::get_if<1>(&held_); }
 
-    /** The value. @throws Error where there is none. */
+    /** @return the value. @throws Error where there is none. */
     Value &or_throw() & {
         check();
         return **this;
     }
+    /** @return the value. @throws Error where there is none. */
     const Value &or_throw() const & {
         check();
         return **this;
     }
+    /** @return the value. @throws Error where there is none. */
     Value or_throw() && {
         check();
         return *std::move(*this);
     }
 
-    /** The value, or another one where there is none. */
+    /** @return the value, or `other` where there is none. @param other any value. */
     Value value_or(Value other) && { return has_value() ? *std::move(*this) : std::move(other); }
 
   private:
@@ -138,13 +158,17 @@ class [[nodiscard]] Result {
 template <>
 class [[nodiscard]] Result<void> {
   public:
+    /** Done. */
     Result() = default;
+    /** @param failure why it was not done. */
     Result(const Failure &failure) : failure_(failure) {}
 
+    /** @return whether it was done. */
     bool has_value() const { return !failure_; }
+    /** @return has_value(). */
     explicit operator bool() const { return has_value(); }
 
-    /** The failure; only where there is one. */
+    /** @return the failure; to be asked for only where it was not done. */
     const Failure &failure() const { return *failure_; }
 
     /** @throws Error where it was not done. */

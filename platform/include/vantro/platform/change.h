@@ -1,4 +1,5 @@
 /**
+ * @file
  * Change texts: what one read of an object gives, and what one publication puts there.
  *
  * A change text concerns one object. It is made of lines, each ended by a newline:
@@ -12,8 +13,9 @@
  *
  * The encoding is empty for text, "n" for a number, "b" for a boolean ("true" or "false"), "json"
  * for a JSON text. Object names are [A-Za-z0-9._-]+ and stand as they are. In attribute names and
- * values a backslash escapes: \\ \n \r \t, and in attribute names \: and, as the first character,
- * \@ \+ \- \#. No text holds a NUL. At most OBJECT_CHANGE_MAX bytes.
+ * values a backslash escapes: `\\ \n \r \t`, and in attribute names `\:` and, as the first
+ * character,
+ * `\@ \+ \- \#`. No text holds a NUL. At most OBJECT_CHANGE_MAX bytes.
  *
  * None of the calls here takes a lock or makes a system call; none allocates.
  */
@@ -72,14 +74,16 @@ VANTRO_PLATFORM_API int kivoparse(char **cursor, const char *object, const char 
 
 /** Writes a change text into the caller's memory. Make it with kivo_writer_init(). */
 struct kivo_writer {
-    char *text;
-    size_t capacity;
-    size_t length;
-    int error; /**< The first error number; what comes after it is not written. */
+    char *text;      /**< The caller's memory. */
+    size_t capacity; /**< Bytes at `text`. */
+    size_t length;   /**< Bytes written. */
+    int error;       /**< The first error number; what comes after it is not written. */
 };
 
 /**
  * Begins a text.
+ * @param writer   filled.
+ * @param text     memory of the caller's, which must outlive the writer.
  * @param capacity bytes at `text`; a text needs one more than its length, for the NUL.
  */
 VANTRO_PLATFORM_API void kivo_writer_init(struct kivo_writer *writer, char *text, size_t capacity);
@@ -88,6 +92,9 @@ VANTRO_PLATFORM_API void kivo_writer_init(struct kivo_writer *writer, char *text
  * Writes an object's line. An error is kept in the writer: EINVAL for a name that cannot be or
  * another result than KIVO_OBJECT, _CREATED, _DELETED and _TRUNCATED, EMSGSIZE when it does not
  * fit.
+ * @param writer begun by kivo_writer_init().
+ * @param line   what happened to the object.
+ * @param name   the object's name.
  */
 VANTRO_PLATFORM_API void kivo_write_object(struct kivo_writer *writer, enum kivo_result line,
                                            const char *name);
@@ -95,14 +102,25 @@ VANTRO_PLATFORM_API void kivo_write_object(struct kivo_writer *writer, enum kivo
 /**
  * Writes an attribute and its value, escaped. Errors as above; an empty name and an unknown
  * encoding give EINVAL.
+ * @param writer      begun by kivo_writer_init().
+ * @param name, value NUL-terminated; copied.
+ * @param encoding    what the value is.
  */
 VANTRO_PLATFORM_API void kivo_write_attribute(struct kivo_writer *writer, const char *name,
                                               enum kivo_encoding encoding, const char *value);
 
-/** Writes that an attribute was deleted. Errors as above. */
+/**
+ * Writes that an attribute was deleted. Errors as above.
+ * @param writer begun by kivo_writer_init().
+ * @param name   the attribute's name.
+ */
 VANTRO_PLATFORM_API void kivo_write_attribute_deleted(struct kivo_writer *writer, const char *name);
 
-/** Ends a text with its NUL. @return its length, or -1: the first error of the calls above. */
+/**
+ * Ends a text with its NUL.
+ * @param writer begun by kivo_writer_init().
+ * @return its length, or -1: the first error of the calls above.
+ */
 VANTRO_PLATFORM_API ssize_t kivo_writer_finish(struct kivo_writer *writer);
 
 #ifdef __cplusplus

@@ -1,4 +1,5 @@
 /**
+ * @file
  * Opening what lies in the platform's path-name space, and reading and writing it.
  *
  * Platform paths begin with "/sys/", "/kivo/" or "/dev/grantor" and live below the runtime
@@ -31,16 +32,29 @@ extern "C" {
  */
 VANTRO_PLATFORM_API int platform_open(const char *path, int flags);
 
-/** Reads, as read(2). On a connection the path's owner answers, and the call blocks for it. */
+/**
+ * Reads, as read(2). On a connection the path's owner answers, and the call blocks for it.
+ * @param descriptor from platform_open().
+ * @param buffer, length what to fill, in bytes.
+ * @return the bytes read, 0 at the end; or -1: EBADF, and as read(2), ipc_send() and, of objects,
+ *   objects.h.
+ */
 VANTRO_PLATFORM_API ssize_t platform_read(int descriptor, void *buffer, size_t length);
 
 /**
  * Writes, as write(2). On a connection the path's owner answers with the count it took, which it
  * may choose freely from 0 up; more than PATH_MESSAGE_MAX less a header in one call is cut.
+ * @param descriptor from platform_open().
+ * @param buffer, length what to write, in bytes.
+ * @return the bytes taken; or -1: as write(2) or ipc_send().
  */
 VANTRO_PLATFORM_API ssize_t platform_write(int descriptor, const void *buffer, size_t length);
 
-/** Closes what platform_open() returned. Never fails with EINTR. @return 0, or -1: EBADF. */
+/**
+ * Closes what platform_open() returned. Never fails with EINTR.
+ * @param descriptor from platform_open().
+ * @return 0, or -1: EBADF.
+ */
 VANTRO_PLATFORM_API int platform_close(int descriptor);
 
 #ifdef __cplusplus

@@ -1,4 +1,5 @@
 /**
+ * @file
  * Decoding a JSON text whose top is an object.
  *
  *     #include <stddef.h>
@@ -39,11 +40,12 @@ extern "C" {
 
 /** A decoder. What it holds is its own; it must not be copied or moved. */
 struct kivo_decoder {
-    uint64_t opaque[160];
+    uint64_t opaque[160]; /**< The decoder's own. */
 };
 
 /**
  * Makes a decoder of the memory at `decoder`.
+ * @param decoder memory of the caller's.
  * @param text parsed at once when not NULL, as by kivo_decoder_parse_json_str(); when that fails
  *   the decoder holds nothing to be cleaned up.
  * @return 0, or -1: EINVAL (decoder is NULL), or as kivo_decoder_parse_json_str().
@@ -52,6 +54,7 @@ VANTRO_PLATFORM_API int kivo_decoder_initialize(struct kivo_decoder *decoder, ch
 
 /**
  * Parses a text, in place; what was parsed before is forgotten.
+ * @param decoder initialized.
  * @param text NUL-terminated.
  * @return 0, or -1: EBADMSG (not one JSON value, objects and arrays more than KIVO_JSON_DEPTH_MAX
  *   deep, a number above every floating-point number, or half of a surrogate pair in a string),
@@ -62,33 +65,58 @@ VANTRO_PLATFORM_API int kivo_decoder_parse_json_str(struct kivo_decoder *decoder
 /**
  * Enters an object: at first the one that the text holds, with a name of NULL; then a member of the
  * object entered last.
+ * @param decoder initialized.
+ * @param name    the member's name, or NULL for the text's own object.
  * @return 0, or -1: ENOENT when there is no such object.
  */
 VANTRO_PLATFORM_API int kivo_decoder_push(struct kivo_decoder *decoder, const char *name);
 
-/** Leaves the object entered last. @return 0, or -1: ENOENT when none was entered. */
+/**
+ * Leaves the object entered last.
+ * @param decoder initialized.
+ * @return 0, or -1: ENOENT when none was entered.
+ */
 VANTRO_PLATFORM_API int kivo_decoder_pop(struct kivo_decoder *decoder);
 
 /**
  * Gets a string of the object entered last. One with a NUL within is no C string, and fails.
+ * @param decoder, name the decoder, and the member's name.
+ * @param out set on success: NUL-terminated, in the text that was parsed.
  * @return 0, or -1: ENOENT (no such member), EINVAL (another kind of value).
  */
 VANTRO_PLATFORM_API int kivo_decoder_get_string(struct kivo_decoder *decoder, const char *name,
                                                 const char **out);
 
 /**
- * Gets a whole number of the object entered last.
+ * Gets a whole number of 32 bits of the object entered last.
+ * @param decoder, name the decoder, and the member's name.
+ * @param out set on success, else untouched.
  * @return 0, or -1: ENOENT, EINVAL (another kind of value, or a number with a fraction or
  *   exponent), ERANGE (it does not fit).
  */
 VANTRO_PLATFORM_API int kivo_decoder_get_int(struct kivo_decoder *decoder, const char *name,
                                              int32_t *out);
+
+/**
+ * kivo_decoder_get_int() for signed whole numbers of 64 bits.
+ * @param decoder, name, out as for kivo_decoder_get_int().
+ * @return as kivo_decoder_get_int().
+ */
 VANTRO_PLATFORM_API int kivo_decoder_get_int64(struct kivo_decoder *decoder, const char *name,
                                                int64_t *out);
+
+/**
+ * kivo_decoder_get_int() for unsigned whole numbers of 64 bits.
+ * @param decoder, name, out as for kivo_decoder_get_int().
+ * @return as kivo_decoder_get_int().
+ */
 VANTRO_PLATFORM_API int kivo_decoder_get_uint64(struct kivo_decoder *decoder, const char *name,
                                                 uint64_t *out);
 
-/** Releases what a decoder holds. Once an initialized decoder, any number of times. */
+/**
+ * Releases what a decoder holds. Once an initialized decoder, any number of times.
+ * @param decoder initialized.
+ */
 VANTRO_PLATFORM_API void kivo_decoder_cleanup(struct kivo_decoder *decoder);
 
 #ifdef __cplusplus

@@ -1,4 +1,5 @@
 /**
+ * @file
  * Every size and limit of the platform, with its reason. A quantity that a peer controls is
  * checked against one of these before it is used.
  */

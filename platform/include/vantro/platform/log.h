@@ -1,4 +1,5 @@
 /**
+ * @file
  * The system's log.
  *
  * A line goes to the host's log daemon with its code in the text, and to standard error where no
@@ -28,6 +29,7 @@ enum {
 
 /**
  * Receives a line of the log instead of the host's daemon.
+ * @param code, severity as system_log() was given them.
  * @param line NUL-terminated, without a line end, valid for the call only.
  * @param data what system_log_set_sink() was given.
  */
@@ -52,6 +54,8 @@ VANTRO_PLATFORM_API void system_log_set_level(int severity);
 /**
  * Sets the sink of this process; NULL restores the host's log. When the call returns no other
  * thread is still in the earlier sink. Not to be called from a sink.
+ * @param sink receives every later line; NULL ends that.
+ * @param data handed to the sink with each line.
  */
 VANTRO_PLATFORM_API void system_log_set_sink(system_log_sink sink, void *data);
 

@@ -1,4 +1,5 @@
 /**
+ * @file
  * Message passing: synchronous exchanges between processes, and pulses.
  *
  * A server makes a channel and receives on it, in as many threads as it likes. A client holds a
@@ -88,7 +89,7 @@ struct ipc_info {
 
 /** A client's credentials: the kernel's word, taken when the connection was made. */
 struct ipc_credentials {
-    int32_t pid;
+    int32_t pid;                            /**< Process id. */
     uint32_t uid;                           /**< Effective user id. */
     uint32_t gid;                           /**< Effective group id. */
     int32_t group_count;                    /**< Entries in use of groups. */
@@ -105,6 +106,7 @@ VANTRO_PLATFORM_API int channel_create(unsigned flags);
 /**
  * Destroys a channel: its names vanish, its clients' exchanges end with ECONNRESET, and threads
  * that receive on it return -1 with EBADF. Does not block.
+ * @param channel from channel_create().
  * @return 0, or -1: EBADF when there is no such channel.
  */
 VANTRO_PLATFORM_API int channel_destroy(int channel);
@@ -121,6 +123,7 @@ VANTRO_PLATFORM_API int channel_destroy(int channel);
  *
  * To be called once, before the channel has names or pulse connections, and before a thread
  * receives on it. Does not block.
+ * @param channel from channel_create().
  * @return 0, also where it was called before, or -1: EBADF; EBUSY where the channel has names or
  *   pulse connections; EMFILE, ENFILE, ENOMEM, ENOSPC.
  */
@@ -152,6 +155,7 @@ VANTRO_PLATFORM_API int connect_attach(uint32_t node, int32_t pid, int channel, 
  * a server, releases a connection id whose disconnect pulse was received: until then that id is not
  * given to another client. On a connection id that is still connected, it disconnects that client.
  * Does not block.
+ * @param connection from connect_attach(), or the `conn_id` of a disconnect pulse.
  * @return 0, or -1: EBADF.
  */
 VANTRO_PLATFORM_API int connect_detach(int connection);
@@ -199,8 +203,10 @@ VANTRO_PLATFORM_API int ipc_send(int connection, const struct iovec *send, int s
 
 /**
  * ipc_send() that also tells how much of the reply's data there really was.
+ * @param connection, send, send_count, reply, reply_count as for ipc_send().
  * @param received receives how many bytes were placed in `reply`, in order; the rest of it is as it
  *   was. 0 where the call fails.
+ * @return as ipc_send().
  */
 VANTRO_PLATFORM_API int ipc_send_counted(int connection, const struct iovec *send, int send_count,
                                          const struct iovec *reply, int reply_count,
@@ -210,6 +216,9 @@ VANTRO_PLATFORM_API int ipc_send_counted(int connection, const struct iovec *sen
  * ipc_send_counted() for an answer that the server gives only once. Where the reply may be a large
  * one, a descriptor is kept free for it from before anything is sent until it has arrived, so that
  * EMFILE is given before the server is asked.
+ * @param connection, send, send_count, reply, reply_count as for ipc_send().
+ * @param received as for ipc_send_counted().
+ * @return as ipc_send().
  */
 VANTRO_PLATFORM_API int ipc_fetch(int connection, const struct iovec *send, int send_count,
                                   const struct iovec *reply, int reply_count, size_t *received);
@@ -267,7 +276,13 @@ VANTRO_PLATFORM_API int ipc_connected(int connection);
  */
 VANTRO_PLATFORM_API void ipc_allow_looking(int allowed);
 
-/** ipc_send() with one buffer each way. */
+/**
+ * ipc_send() with one buffer each way.
+ * @param connection from platform_open() or global_name_open().
+ * @param message, length     what to send, in bytes.
+ * @param reply, reply_length room for the reply, in bytes.
+ * @return as ipc_send().
+ */
 VANTRO_PLATFORM_API int ipc_send_simple(int connection, const void *message, size_t length,
                                         void *reply, size_t reply_length);
 
@@ -278,6 +293,8 @@ VANTRO_PLATFORM_API int ipc_send_simple(int connection, const void *message, siz
  * Several threads may receive on one channel; each message and pulse goes to exactly one. The wait
  * is a cancellation point, and the only one of the operations here: what a cancelled thread would
  * have received goes to another.
+ * @param channel from channel_create().
+ * @param parts, count what the message fills.
  * @param info filled for messages and pulses alike; may be NULL.
  * @return a receive id above 0 for a message, 0 for a pulse, -1: EBADF (no such channel, or it
  *   was destroyed), EINTR (a signal handler ran), EINVAL (vectors beyond the host's IOV_MAX).
@@ -288,6 +305,7 @@ VANTRO_PLATFORM_API int ipc_receive(int channel, const struct iovec *parts, int 
 /**
  * Blocks for the next pulse on a channel. Messages that arrive there meanwhile are refused with
  * ENOSYS.
+ * @param channel from channel_create().
  * @param pulse at least 16 bytes, filled with an ipc_pulse.
  * @param size  bytes at `pulse`; below 16 gives EINVAL.
  * @param info  as for ipc_receive().
@@ -301,19 +319,25 @@ VANTRO_PLATFORM_API int ipc_receive_pulse(int channel, void *pulse, size_t size,
  * A receive id is good for one answer, from any thread, also after that thread received again.
  * @param receive_id from ipc_receive().
  * @param status     0 or more: what the client's ipc_send() returns.
- * @param data       copied before the call returns.
+ * @param data, length the reply, and its bytes; copied before the call returns.
  * @return 0, or -1: ESRCH when the id is stale or invented, or the client is gone or gave the
  *   exchange up; EINVAL for a negative status; EMSGSIZE, EMFILE, ENOMEM when a large reply could
  *   not be made, and then the message still waits for its answer.
  */
 VANTRO_PLATFORM_API int ipc_reply(int receive_id, int status, const void *data, size_t length);
 
-/** ipc_reply() with the data gathered from parts. EINVAL for vectors beyond the host's IOV_MAX. */
+/**
+ * ipc_reply() with the data gathered from parts. EINVAL for vectors beyond the host's IOV_MAX.
+ * @param receive_id, status as for ipc_reply().
+ * @param parts, count the parts of the reply, copied before the call returns.
+ * @return as ipc_reply().
+ */
 VANTRO_PLATFORM_API int ipc_replyv(int receive_id, int status, const struct iovec *parts,
                                    int count);
 
 /**
  * Answers a message with an error: the client's ipc_send() returns -1 with errno `error`.
+ * @param receive_id from ipc_receive().
  * @param error above 0; anything else is sent as EIO.
  * @return as ipc_reply().
  */
@@ -323,6 +347,8 @@ VANTRO_PLATFORM_API int ipc_error(int receive_id, int error);
  * Reads from a message that waits for its answer and that reached the end of its receive vector:
  * such a message is kept whole until the reply. Of a message that ended before the end of the
  * vector nothing is kept, everything is in the vector, and 0 is returned. Does not block.
+ * @param receive_id from ipc_receive().
+ * @param buffer, length what to fill, in bytes.
  * @param offset bytes from the start of the message.
  * @return bytes read, 0 at or after the end, or -1: ESRCH for a stale or invented id.
  */
@@ -332,6 +358,7 @@ VANTRO_PLATFORM_API ssize_t ipc_read(int receive_id, void *buffer, size_t length
  * Tells whether the client of a message still waits for its answer. A client that was interrupted
  * has given the exchange up before it sends anything else, so where this gives 1, nothing that the
  * client sent later has been received yet. Does not block.
+ * @param receive_id from ipc_receive().
  * @return 1, or 0: answered, given up, or a stale or invented id.
  */
 VANTRO_PLATFORM_API int ipc_waiting(int receive_id);
@@ -340,6 +367,7 @@ VANTRO_PLATFORM_API int ipc_waiting(int receive_id);
  * Delivers a pulse event to the client of a message, also after its reply, from any thread. Events
  * that the client does not take at once wait here, 16 bytes each, and follow in order as it takes
  * them, while a thread receives on the channel. Does not block.
+ * @param receive_id from ipc_receive().
  * @param event its connection is the client's own number of its pulse connection.
  * @return 0, or -1: ESRCH when the client is gone, never announced that connection or has detached
  *   it; EINVAL for an event of another kind; ENOMEM.
@@ -350,6 +378,7 @@ VANTRO_PLATFORM_API int ipc_deliver_event(int receive_id, const struct ipc_event
  * Tells whether an event may be promised to the client of a message. A server asks before it
  * accepts a request whose end it is to announce: so a client that takes no pulses makes no more of
  * them wait than IPC_PULSE_BACKLOG and what was promised before. Does not block.
+ * @param receive_id, event as for ipc_deliver_event().
  * @return 0, or -1: EAGAIN when so many wait already, else as ipc_deliver_event().
  */
 VANTRO_PLATFORM_API int ipc_check_event(int receive_id, const struct ipc_event *event);
@@ -397,6 +426,7 @@ VANTRO_PLATFORM_API int ipc_limit_clients(const struct ipc_client_limits *limits
  * a socket that lies in the queue of another one that was sent. What can hold up a thread with or
  * without one lent: a descriptor that the kernel has to close itself, inside a receive, because
  * the process has no number free for it, which is one reason to keep some free.
+ * @param channel from channel_create().
  * @return 0 once the channel is destroyed, or -1: EBADF.
  */
 VANTRO_PLATFORM_API int ipc_lend_closing_thread(int channel);

@@ -1,4 +1,5 @@
 /**
+ * @file
  * Global names: how a client finds a channel of another process.
  *
  * A name is one to several parts joined by "/", the last of which does not end in ".lock". Names
@@ -24,8 +25,8 @@ extern "C" {
 
 /** A name attached to a channel. Lives as long as the channel. */
 struct global_name_attachment {
-    struct path_dispatch *dispatch;
-    int channel; /**< The channel on which clients of the name are received. */
+    struct path_dispatch *dispatch; /**< The handle that it was attached to. */
+    int channel;                    /**< The channel on which clients of the name are received. */
 };
 
 /**
@@ -40,7 +41,11 @@ struct global_name_attachment {
  */
 VANTRO_PLATFORM_API int global_name_open(const char *name, int flags);
 
-/** Closes a connection made by global_name_open(). @return 0, or -1: EBADF. */
+/**
+ * Closes a connection made by global_name_open().
+ * @param connection from global_name_open().
+ * @return 0, or -1: EBADF.
+ */
 VANTRO_PLATFORM_API int global_name_close(int connection);
 
 /**

@@ -1,4 +1,5 @@
 /**
+ * @file
  * Learning that an object has something to read, in one of three ways, each for one descriptor that
  * platform_open() gave for objects.
  *
@@ -58,6 +59,7 @@ VANTRO_PLATFORM_API int notify_arm(int descriptor, int action, int conditions,
  * Disarms. When it returns no further signal is sent on the descriptor's behalf; one that was sent
  * may be pending. One that is not armed is left as it is. Does not block, is no cancellation point,
  * and keeps errno unless it fails.
+ * @param descriptor from platform_open(), for objects.
  * @return 0, or -1: EBADF.
  */
 VANTRO_PLATFORM_API int notify_disarm(int descriptor);
@@ -83,6 +85,7 @@ VANTRO_PLATFORM_API int notify_wait(int descriptor, int timeout_ms);
 /**
  * Ends the wait for a descriptor, or the next one if there is none, and makes its poll descriptor
  * readable. Any thread may call it, while another waits too, and a signal handler. Does not block.
+ * @param descriptor from platform_open(), for objects.
  * @return 0, or -1: EBADF.
  */
 VANTRO_PLATFORM_API int notify_wake(int descriptor);
@@ -91,6 +94,7 @@ VANTRO_PLATFORM_API int notify_wake(int descriptor);
  * A descriptor for poll() and its like, which is readable while there may be something to read:
  * from a change, the end of the publisher or notify_wake() until notify_settle(). It takes an
  * inotify instance and two or three descriptors, and nothing while nothing happens. Does not block.
+ * @param descriptor from platform_open(), for objects.
  * @return the descriptor, the same one at each call, which is not to be read; platform_close()
  *   closes it. -1: as notify_wait() without EINTR.
  */
@@ -99,6 +103,7 @@ VANTRO_PLATFORM_API int notify_poll_descriptor(int descriptor);
 /**
  * Takes what made the poll descriptor readable, wakes too. To be called after a read that gave
  * nothing. Does not block.
+ * @param descriptor from platform_open(), for objects.
  * @return 0; NOTIFY_INPUT when something came meanwhile, and the descriptor is readable still; -1:
  *   EBADF (also where there is no poll descriptor), ENOMEM.
  */
@@ -111,6 +116,7 @@ VANTRO_PLATFORM_API int notify_settle(int descriptor);
  * poll descriptor from then on tell that it is worth asking again, for which nothing wakes the
  * process meanwhile but what happens where the publisher would be; that takes an inotify instance.
  * Must not overlap any call for the descriptor but notify_wake(). Does not block.
+ * @param descriptor from platform_open(), for objects.
  * @return 0, or -1: ENOENT or ECONNREFUSED where there is no publisher, EBADF, and otherwise as
  *   platform_open() and notify_poll_descriptor(); a call may succeed later. Nothing has changed
  * then that a read would show.

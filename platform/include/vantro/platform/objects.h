@@ -1,4 +1,5 @@
 /**
+ * @file
  * Objects: how a service publishes its state, and how applications follow it.
  *
  * An object is a named set of attributes, each a text under a name. One publisher owns a directory
@@ -64,6 +65,7 @@
 extern "C" {
 #endif
 
+/** A publisher: opaque, made by object_publisher_open(). */
 struct object_publisher;
 
 /** Who may read what a publisher publishes, in the way in which a file says it. */
@@ -106,6 +108,7 @@ VANTRO_PLATFORM_API struct object_publisher *object_publisher_open(const char *d
  * object_publisher_open() for some readers only: others get -1 with EACCES from platform_open().
  * The publisher's own user, and user 0, may always read. What an earlier publisher left stays
  * readable by those who have it open.
+ * @param directory as for object_publisher_open().
  * @param readers not NULL, else EINVAL; copied.
  * @return as object_publisher_open(); also EOPNOTSUPP where the bits of another user or group are
  *   to differ from the others' and the file system of the runtime directory has no access control
@@ -118,6 +121,7 @@ VANTRO_PLATFORM_API struct object_publisher *object_publisher_open_for(
  * Ends publishing: readers get what they have not read and then ESTALE, those that wait wake up,
  * the directory is removed. No other thread may be in a call on the publisher. NULL does nothing.
  * In a child of fork it releases the memory and leaves the parent's directory alone.
+ * @param publisher from object_publisher_open(), or NULL.
  */
 VANTRO_PLATFORM_API void object_publisher_close(struct object_publisher *publisher);
 
@@ -126,10 +130,11 @@ VANTRO_PLATFORM_API void object_publisher_close(struct object_publisher *publish
  * An object that does not exist is created. Values are not compared: setting what is already so is
  * a change like any other. With nothing to set or delete the change is the object's line alone.
  * Deleting an attribute that the object does not have is published all the same.
+ * @param publisher  from object_publisher_open().
  * @param object     the object's name: [A-Za-z0-9._-]+, at most OBJECT_NAME_MAX, not ".all".
  * @param flags      0 or OBJECT_TRUNCATE.
- * @param attributes in the order in which readers see them; of two with one name the later counts.
- *   May be NULL when count is 0.
+ * @param attributes, count what changes, in the order in which readers see it; of two attributes
+ *   with one name the later counts. May be NULL when count is 0.
  * @return 0, or -1: EINVAL (a name that cannot be, an unknown encoding or flag), EMSGSIZE (the
  *   change, or the object in full after it, exceeds OBJECT_CHANGE_MAX bytes), ENOSPC (all objects
  *   in full would exceed OBJECT_TOTAL_MAX), ENOMEM, EBADF (in a child of fork).
@@ -144,6 +149,7 @@ VANTRO_PLATFORM_API int object_publish(struct object_publisher *publisher, const
  * a client should not wait for the wake-up of its readers, and for several changes that need one
  * wake-up only. Any number of threads may hold it at a time, each for as long as an answer takes.
  * NULL does nothing. Does not block.
+ * @param publisher from object_publisher_open(), or NULL.
  */
 VANTRO_PLATFORM_API void object_hold_bell(struct object_publisher *publisher);
 
@@ -151,11 +157,13 @@ VANTRO_PLATFORM_API void object_hold_bell(struct object_publisher *publisher);
  * Ends one object_hold_bell(), and wakes waiting readers if something was published that they were
  * not woken for: also what other threads published that still hold the bell. One system call at
  * most. errno is left alone.
+ * @param publisher from object_publisher_open(), or NULL.
  */
 VANTRO_PLATFORM_API void object_release_bell(struct object_publisher *publisher);
 
 /**
  * Deletes an object.
+ * @param publisher, object as for object_publish().
  * @return 0, or -1: ENOENT (there is none of that name: nothing is published), EINVAL, EBADF,
  *   ENOMEM.
  */

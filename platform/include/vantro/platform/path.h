@@ -1,4 +1,5 @@
 /**
+ * @file
  * The path-attach framework: a process serves paths of the platform's path-name space.
  *
  * A server makes a dispatch handle over its channel, attaches paths to it, receives, and hands
@@ -27,6 +28,7 @@
 extern "C" {
 #endif
 
+/** A dispatch handle: opaque, made by path_dispatch_create(). */
 struct path_dispatch;
 
 /** Access bits of path_check_access(), shifted as the owner's permission bits. */
@@ -34,7 +36,7 @@ enum { PATH_ACCESS_READ = 0400, PATH_ACCESS_WRITE = 0200 };
 
 /** A description shared by the paths of one process. The configuration word is the owner's. */
 struct path_mount {
-    uint32_t configuration;
+    uint32_t configuration; /**< The owner's. */
 };
 
 /** What a path is and who may open it. Make it with path_attr_init(). */
@@ -66,9 +68,9 @@ enum { PATH_IO_READ = 0, PATH_IO_WRITE = 1, PATH_IO_CLOSE = 2, PATH_IO_HANDLER_C
 
 /** Flag bits of path_attach() and its default options: stored, without effect. */
 struct path_attach_options {
-    uint32_t flags;
-    uint32_t parts_max;
-    uint32_t message_max;
+    uint32_t flags;       /**< Stored. */
+    uint32_t parts_max;   /**< Stored. */
+    uint32_t message_max; /**< Stored. */
 };
 
 /**
@@ -76,49 +78,64 @@ struct path_attach_options {
  * read, `data` is a buffer of `length` bytes to fill, at most what the client asked for.
  */
 struct path_request {
-    struct path_context *context;
-    void *handle;        /**< What path_attach() was given. */
-    uint32_t open_flags; /**< O_RDONLY, O_WRONLY or O_RDWR, as the path was opened. */
-    void *data;
-    size_t length;
+    struct path_context *context; /**< The thread's, with the message in hand. */
+    void *handle;                 /**< What path_attach() was given. */
+    uint32_t open_flags;          /**< O_RDONLY, O_WRONLY or O_RDWR, as the path was opened. */
+    void *data;                   /**< What was written, or the buffer to fill. */
+    size_t length;                /**< Bytes at `data`. */
 };
 
 /**
  * A handler. It does not answer the client itself: its result is the answer.
+ * @param request what is asked for, valid until the handler returns.
  * @return 0 or more: success, with that value as the count of a read or write (a write handler
  *   may return any count); below 0: refused, with the error number negated.
  */
 typedef int (*path_handler)(struct path_request *request);
 
+/** A path's connect handlers. */
 struct path_connect_funcs {
-    uint32_t count; /**< How many places are valid. */
-    path_handler handlers[PATH_CONNECT_HANDLER_COUNT];
+    uint32_t count;                                    /**< How many places are valid. */
+    path_handler handlers[PATH_CONNECT_HANDLER_COUNT]; /**< By PATH_CONNECT_*; NULL: the default. */
 };
 
+/** A path's I/O handlers. */
 struct path_io_funcs {
-    uint32_t count; /**< How many places are valid. */
-    path_handler handlers[PATH_IO_HANDLER_COUNT];
+    uint32_t count;                               /**< How many places are valid. */
+    path_handler handlers[PATH_IO_HANDLER_COUNT]; /**< By PATH_IO_*; NULL: the default. */
 };
 
 /**
  * Makes a dispatch handle over a channel of this process. It lives as long as the process, or
  * until path_dispatch_destroy().
+ * @param channel from channel_create().
  * @param flags 0.
  * @return the handle, or NULL: EBADF, ENOMEM.
  */
 VANTRO_PLATFORM_API struct path_dispatch *path_dispatch_create(int channel, unsigned flags);
 
-/** Releases a dispatch handle to which nothing is attached. NULL does nothing. */
+/**
+ * Releases a dispatch handle to which nothing is attached. NULL does nothing.
+ * @param dispatch from path_dispatch_create(), or NULL.
+ */
 VANTRO_PLATFORM_API void path_dispatch_destroy(struct path_dispatch *dispatch);
 
-/** Makes one thread's context. @return the context, or NULL: ENOMEM. */
+/**
+ * Makes one thread's context.
+ * @param dispatch from path_dispatch_create().
+ * @return the context, or NULL: ENOMEM.
+ */
 VANTRO_PLATFORM_API struct path_context *path_context_alloc(struct path_dispatch *dispatch);
 
-/** Frees a context. NULL does nothing. */
+/**
+ * Frees a context. NULL does nothing.
+ * @param context from path_context_alloc(), or NULL.
+ */
 VANTRO_PLATFORM_API void path_context_free(struct path_context *context);
 
 /**
  * Blocks for the next message or pulse of the context's channel and leaves it in the context.
+ * @param context the calling thread's, from path_context_alloc().
  * @return as ipc_receive().
  */
 VANTRO_PLATFORM_API int path_receive(struct path_context *context);
@@ -127,17 +144,24 @@ VANTRO_PLATFORM_API int path_receive(struct path_context *context);
  * Answers what lies in the context: `receive_id`, `info`, and the message (for a pulse its 16
  * bytes) in `message`, `message_length` bytes. Calls the path's handlers in this thread, with no
  * lock held.
+ * @param context the calling thread's, from path_context_alloc().
  * @return 0, or -1 when the answer could not be delivered.
  */
 VANTRO_PLATFORM_API int path_dispatch_handle(struct path_context *context);
 
-/** Fills both tables with the defaults. Counts beyond the tables' own are cut to them. */
+/**
+ * Fills both tables with the defaults. Counts beyond the tables' own are cut to them.
+ * @param connect_count, connect how many connect handlers are wanted, and their table.
+ * @param io_count, io the same of the I/O handlers.
+ */
 VANTRO_PLATFORM_API void path_funcs_init(unsigned connect_count, struct path_connect_funcs *connect,
                                          unsigned io_count, struct path_io_funcs *io);
 
 /**
  * Initialises an attribute record: mode as given, owner and group the caller's effective ids, or
  * the client's where one is given, everything else zero.
+ * @param attr   filled.
+ * @param mode   file type bits and permission bits.
  * @param parent may be NULL; its mount is taken over.
  * @param client may be NULL.
  */
@@ -145,8 +169,18 @@ VANTRO_PLATFORM_API void path_attr_init(struct path_attr *attr, uint32_t mode,
                                         const struct path_attr *parent,
                                         const struct ipc_credentials *client);
 
-/** Lock and unlock an attribute record. @return 0. */
+/**
+ * Locks an attribute record. Blocks while another thread has it.
+ * @param attr the record.
+ * @return 0.
+ */
 VANTRO_PLATFORM_API int path_attr_lock(struct path_attr *attr);
+
+/**
+ * Unlocks an attribute record that the calling thread has locked.
+ * @param attr the record.
+ * @return 0.
+ */
 VANTRO_PLATFORM_API int path_attr_unlock(struct path_attr *attr);
 
 /**
@@ -154,6 +188,7 @@ VANTRO_PLATFORM_API int path_attr_unlock(struct path_attr *attr);
  * the owner's bits count for the owner, the group's for a member of the group, and the others'
  * for everybody else. With a context whose `info.conn_id` names the client's connection all its
  * supplementary groups count; without one, those in `client`.
+ * @param attr    what is to be opened.
  * @param context may be NULL.
  * @param mask    PATH_ACCESS_* bits, all of which are wanted.
  * @param client  NULL refuses.
@@ -166,6 +201,7 @@ VANTRO_PLATFORM_API int path_check_access(struct path_context *context,
 /**
  * Attaches a path to a dispatch handle and publishes it. Does not block. The path stays attached
  * until the channel is destroyed or the process ends.
+ * @param dispatch  from path_dispatch_create().
  * @param options   stored, without effect; may be NULL.
  * @param path      for example "/sys/csm/vantro.sys/default".
  * @param file_type stored, without effect.
