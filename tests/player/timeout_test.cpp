@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include <vantro/catalogue.h>
 #include <vantro/extras.h>
 #include <vantro/platform/limits.h>
 #include <vantro/platform/message.h>
@@ -110,6 +111,37 @@ TEST_F(TimedPlayer, ThousandsOfCallsTimeOutOnOneHandle) {
     EXPECT_EQ(vantro_get_current_track_position(handle, &position), 0);
     EXPECT_EQ(position, 4'711);
     EXPECT_LE(descriptors(), before + 2 * IPC_LANES_MAX); // lanes stay, for the next calls
+}
+
+// A long answer comes in two pieces, its length and itself, and the second may be long in coming.
+TEST_F(TimedPlayer, AnAnswerThatStopsBetweenItsPiecesIsGivenUp) {
+    const std::string name(VANTRO_REPLY_AREA, 'x');
+    std::atomic<bool> held = false;
+    will_respond([&](MsgOsb *open, MsgContext *context) {
+        const std::string all = words({0, 1, VANTRO_NODE_SONG, 0, 1, 1}) + text("id") + text(name);
+        callout_reply(open, context, 0, all.data(), static_cast<int32_t>(all.size()));
+        guard.unlock(); // the client logs meanwhile
+        held.wait(true);
+        guard.lock();
+        return 0;
+    });
+    MediaNode *nodes = nullptr;
+    int count = 1;
+    for (int round = 0; round < 10; ++round) {
+        held = true;
+        vantro_set_timeout(handle, 20);
+        EXPECT_EQ(vantro_browse(handle, 1, "", 0, &count, &nodes), -1);
+        EXPECT_EQ(last_reason(), VANTRO_FAILURE_TIMED_OUT);
+        EXPECT_EQ(nodes, nullptr);
+        held = false;
+        held.notify_all();
+        vantro_set_timeout(handle, 60'000);
+        ASSERT_EQ(vantro_browse(handle, 1, "", 0, &count, &nodes), 0);
+        EXPECT_EQ(nodes[0].name, name);
+        vantro_free_media_nodes(std::exchange(nodes, nullptr), count);
+    }
+    vantro_set_timeout(handle, -1);
+    errno = 77;
 }
 
 TEST_F(TimedPlayer, FailuresSayWhy) {
