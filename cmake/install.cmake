@@ -18,6 +18,13 @@ install(TARGETS vantroclient vantroplatform EXPORT VantroTargets
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/vantro ${PROJECT_SOURCE_DIR}/platform/include/vantro
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 
+set(examples_directory ${CMAKE_INSTALL_DATADIR}/doc/vantro/examples)
+if(VANTRO_PACKAGES)
+  set(examples_directory ${CMAKE_INSTALL_DATADIR}/doc/libvantro-dev/examples)
+endif()
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${examples_directory}
+  COMPONENT development FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp" PATTERN "*.py")
+
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/Vantro)
 install(EXPORT VantroTargets NAMESPACE Vantro:: DESTINATION ${package_directory}
   COMPONENT development)

@@ -72,6 +72,14 @@ c++ -std=c++20 -Wall -Wextra -Werror "$scratch/program.cpp" -o "$scratch/cxx_by_
 [ "$(LD_LIBRARY_PATH=$prefix/lib "$scratch/cxx_by_pkg_config")" = "$version" ] ||
     fail "a program built by pkg-config does not run"
 
+for example in "$prefix"/share/doc/vantro/examples/*.c*; do
+    compiler='cc -std=gnu11' modules='vantro vantro-platform'
+    [[ $example != *.cpp ]] || compiler='c++ -std=c++20'
+    [[ $example != *glib* ]] || modules+=' glib-2.0'
+    flags=$(pkg-config --cflags --libs $modules) || continue # without GLib
+    $compiler -Wall -Wextra -Werror "$example" -o "$scratch/example" $flags || fail "$example does not compile"
+done
+
 # CMake. Programs that it builds run from where they were built.
 (cmake -S "$scratch" -B "$scratch/out" -DCMAKE_PREFIX_PATH="$prefix" && cmake --build "$scratch/out") \
     >"$scratch/log" 2>&1 || { cat "$scratch/log"; fail "find_package(Vantro)"; }

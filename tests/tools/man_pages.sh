@@ -13,7 +13,7 @@ for program in "$@"; do
     for command in $commands; do
         help+=$'\n'$("$program" "$command" --help)
     done
-    page=$(cat "$source/docs/man/$name".*.scd)
+    page=$(cat "$source/docs/man/$name".[18].scd)
     has=$(
         grep -E '^  -' <<<"$help" | grep -oE -- '--[a-z][a-z-]*'
         printf '%s\n' $commands
