@@ -189,17 +189,18 @@ VANTRO_API int vantro_close(VantroHandle *handle, const char *name);
  */
 VANTRO_API int vantro_disconnect(VantroHandle *handle);
 
-/* ------------------------------------------------------------------------------ the commands */
-/*
+/**
+ * @name Commands
  * Each command needs an open player and blocks until the service has carried it out.
- * @return 0, or -1: bad handle, failed exchange, refusal, or a mode out of range (nothing is sent
- *   then). The handle is never changed.
+ * Each returns 0, or -1: bad handle, failed exchange, refusal, or a mode out of range (nothing is
+ * sent then). The handle is never changed.
+ * @{
  */
 
 /**
  * Plays, or plays on from where it paused.
  * @param handle with an open player, as for every command.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_play(VantroHandle *handle);
 
@@ -264,11 +265,14 @@ VANTRO_API int vantro_shuffle(VantroHandle *handle, int32_t mode);
  */
 VANTRO_API int vantro_repeat(VantroHandle *handle, int32_t mode);
 
-/* ----------------------------------------------------------------------------- track sessions */
-/*
+/** @} */
+
+/**
+ * @name Track sessions
  * A track session is the list of tracks that a player works through. Each call needs an open player
  * and blocks until the service has done what it says.
- * @return 0, or -1: bad handle, failed exchange, refusal.
+ * Each returns 0, or -1: bad handle, failed exchange, refusal.
+ * @{
  */
 
 /**
@@ -280,7 +284,7 @@ VANTRO_API int vantro_repeat(VantroHandle *handle, int32_t mode);
  *                for a value of 0. catalogue.h says what vantrod makes of both.
  * @param second  the second of them.
  * @param tsid    receives the new session's id. Untouched on failure.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_create_trksession(VantroHandle *handle, int32_t ms_id, const char *node_id,
                                         const int32_t *first, int32_t second, uint64_t *tsid);
@@ -289,7 +293,7 @@ VANTRO_API int vantro_create_trksession(VantroHandle *handle, int32_t ms_id, con
  * Destroys a track session.
  * @param handle with an open player.
  * @param tsid its id.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_destroy_trksession(VantroHandle *handle, uint64_t tsid);
 
@@ -298,22 +302,25 @@ VANTRO_API int vantro_destroy_trksession(VantroHandle *handle, uint64_t tsid);
  * @param handle with an open player.
  * @param index 0 for the first; passed on as it is: what lies outside the session is for the
  *              service to judge.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_jump(VantroHandle *handle, int32_t index);
 
-/* ------------------------------------------------------------------------------- the queries */
-/*
+/** @} */
+
+/**
+ * @name Queries
  * Queries need a connected handle; without an open player the service decides what it answers.
  * Each blocks until the service answers.
- * @return 0, or -1: handle NULL, failed exchange, refusal.
+ * Each returns 0, or -1: handle NULL, failed exchange, refusal.
+ * @{
  */
 
 /**
  * Asks what the player is doing.
  * @param handle from vantro_connect().
  * @param info receives a new record, for free(). Untouched on failure.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_get_current_state(VantroHandle *handle, VantroStateInfo **info);
 
@@ -321,7 +328,7 @@ VANTRO_API int vantro_get_current_state(VantroHandle *handle, VantroStateInfo **
  * Asks for the current track session.
  * @param handle from vantro_connect().
  * @param info receives a new record, for free(). Untouched on failure.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_get_current_trksession_info(VantroHandle *handle,
                                                   VantroTrksessionInfo **info);
@@ -335,7 +342,7 @@ VANTRO_API int vantro_get_current_trksession_info(VantroHandle *handle,
  *             leave it untouched, but where the service's answer is malformed, or memory for its
  *             strings is short, it receives the record as far as it was read, to be freed
  *             likewise, and the call returns -1.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_get_current_track_info(VantroHandle *handle, VantroTrackInfo **info);
 
@@ -343,12 +350,14 @@ VANTRO_API int vantro_get_current_track_info(VantroHandle *handle, VantroTrackIn
  * Asks for the position within the current track.
  * @param handle from vantro_connect().
  * @param position receives milliseconds from the track's start. Untouched on failure.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_get_current_track_position(VantroHandle *handle, int32_t *position);
 
-/* ----------------------------------------------------------------------------- the catalogue */
-/*
+/** @} */
+
+/**
+ * @name The catalogue
  * A service's catalogue is made of media sources, and each source of nodes. What their integers,
  * ids and keys mean is the service's business, and the library passes them on as they are;
  * catalogue.h has the meanings that vantrod gives them.
@@ -356,7 +365,7 @@ VANTRO_API int vantro_get_current_track_position(VantroHandle *handle, int32_t *
  * Each query blocks until the service answers. Where more than 65536 bytes of records or values
  * come back, they are fetched in a second exchange, up to 256 MiB, but for the two queries whose
  * texts say that they fail.
- * @return 0, or -1: bad handle, failed exchange, refusal, malformed answer, no memory, and
+ * Each returns 0, or -1: bad handle, failed exchange, refusal, malformed answer, no memory, and
  *   what a query's own text adds.
  *
  * Lists. `count` receives the number of records, on success only, and the pointer a new block of
@@ -367,6 +376,7 @@ VANTRO_API int vantro_get_current_track_position(VantroHandle *handle, int32_t *
  * Ranges. `offset` is the first entry wanted, counted from 0, and the value found at `count` the
  * number of entries wanted. The service decides what they mean beyond that; vantrod takes a count
  * of 0 or less for all entries.
+ * @{
  */
 
 /**
@@ -374,7 +384,7 @@ VANTRO_API int vantro_get_current_track_position(VantroHandle *handle, int32_t *
  * Fails where the sources take more than 65536 bytes in their packed form.
  * @param handle with an open player.
  * @param sources, count receive the sources and their number: see Lists.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_get_media_sources(VantroHandle *handle, MediaSource **sources, int *count);
 
@@ -386,7 +396,7 @@ VANTRO_API int vantro_get_media_sources(VantroHandle *handle, MediaSource **sour
  * @param ms_id   `id` of the media source that holds the node.
  * @param node_id `id` of the node; "" is VANTRO_NODE_ROOT. NULL fails with errno EINVAL, and
  *                nothing is sent.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_browse(VantroHandle *handle, int32_t ms_id, const char *node_id,
                              int32_t offset, int *count, MediaNode **nodes);
@@ -400,7 +410,7 @@ VANTRO_API int vantro_browse(VantroHandle *handle, int32_t ms_id, const char *no
  * @param filter what kind of match is wanted, VANTRO_FILTER_* of catalogue.h; NULL or "" for any.
  * @param term   what to look for. "" finds nothing: the call succeeds with a count of 0. NULL fails
  *               with errno EINVAL. Nothing is sent for either.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_search(VantroHandle *handle, int32_t ms_id, const char *filter,
                              const char *term, int32_t offset, int *count, MediaNode **nodes);
@@ -412,7 +422,7 @@ VANTRO_API int vantro_search(VantroHandle *handle, int32_t ms_id, const char *fi
  * @param offset, count, tracks the range wanted, and what receives the tracks: see Ranges and
  * Lists.
  * @param tsid the session's id.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_get_trksession_tracks(VantroHandle *handle, uint64_t tsid, int32_t offset,
                                             int *count, MediaNode **tracks);
@@ -426,7 +436,7 @@ VANTRO_API int vantro_get_trksession_tracks(VantroHandle *handle, uint64_t tsid,
  * @param metadata receives a new record, for vantro_free_metadata(), or NULL where the service has
  *                 none. Untouched on failure, except that it receives NULL where memory for the
  *                 record is short.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const char *node_id,
                                    Metadata **metadata);
@@ -458,11 +468,13 @@ VANTRO_API int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const ch
  * @param valuev  room for one entry a key. Each receives a new string, for free(), or NULL where
  *                the key has no value; nothing is written after the last, and nothing at all on
  *                failure. NULL fails, and nothing is sent.
- * @return 0, or -1: see above.
+ * @return 0, or -1: see the text of the group.
  */
 VANTRO_API int vantro_get_extended_metadata(VantroHandle *handle, int32_t ms_id,
                                             const char *node_id, const char *const *keyv,
                                             char **valuev);
+
+/** @} */
 
 #ifdef __cplusplus
 }
