@@ -28,6 +28,7 @@ is() { [ "$1" = "$2" ] || { echo "players.sh: \"$1\", not \"$2\"" >&2; exit 1; }
 
 start poll_loop "$bin/poll_loop" main
 [ ! -e "$bin/glib_loop" ] || start glib_loop "$bin/glib_loop"
+followers=("${started[@]}")
 for run in 1 2; do # the followers outlive the service
     start vantrod "$bin/vantrod" --audio clock --music "$scratch/music"
     service=$!
@@ -37,12 +38,17 @@ for run in 1 2; do # the followers outlive the service
     start search_and_play "$bin/search_and_play" larks
     shows poll_loop 'main: playing' "$run"
     [ ! -e "$bin/glib_loop" ] || shows glib_loop 'main: Larks - Ann' "$run"
+    shows follow_player 'state 2 at rate 1'
     "$bin/browse" >"$scratch/browse"
     shows browse '  Songs (1)'
     kill -KILL "$service"; wait "$service" || true
     wait "$follower" && exit 1
-    shows follow_player 'state 2 at rate 1'
     shows search_and_play 'Larks, from music'
+done
+
+for follower in "${followers[@]}"; do
+    kill -TERM "$follower"
+    wait "$follower"
 done
 
 start counter_service "$bin/counter_service"
