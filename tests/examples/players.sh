@@ -12,6 +12,7 @@ head -c 160000 /dev/zero | flac -s --force-raw-format --endian=little --sign=sig
     --bps=16 --sample-rate=8000 -T TITLE=Larks -T ARTIST=Ann -o "$scratch/music/one.flac" -
 
 start() { # NAME COMMAND...: its output goes into a file of that name
+    : >"$scratch/$1" # there before anybody looks
     "${@:2}" >"$scratch/$1" 2>&1 &
     started+=($!)
 }
