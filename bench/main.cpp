@@ -131,18 +131,17 @@ int measure(Run &run, const std::string &json) {
     return 0;
 }
 
-} // namespace
-
-int main(int argc, char **argv) try {
+// What the command line asks for.
+struct Arguments {
     Run run;
     std::string json;
     std::string served;
     size_t traced = 0;
     size_t traced_gets = 0;
     bool block = false;
+};
 
-    CLI::App app{"Measures exchanges beside the machine's own floor: a ping-pong of the same size "
-                 "between two processes that block. Needs nothing prepared."};
+void add_options(CLI::App &app, Arguments &arguments) {
     app.footer(
         fmt::format("Times in us are those of an exchange. floor_ratio divides a row's median "
                     "by that of the floor\nmeasured in turns with it. Each side of an "
@@ -158,44 +157,53 @@ int main(int argc, char **argv) try {
                        : fmt::format("no row is called {}", name);
         },
         "", "row");
-    app.add_option("--only", run.only, "Measure this row only (repeatable)")
+    app.add_option("--only", arguments.run.only, "Measure this row only (repeatable)")
         ->type_name("NAME")
         ->allow_extra_args(false)
         ->check(known);
-    app.add_option("--iterations", run.iterations, "Exchanges of each row and thread")
+    app.add_option("--iterations", arguments.run.iterations, "Exchanges of each row and thread")
         ->type_name("N")
         ->check(CLI::Range(size_t{1}, size_t{100000000}));
-    app.add_option("--tracks", run.tracks,
+    app.add_option("--tracks", arguments.run.tracks,
                    "Songs of the collection that is made for the rows about the catalogue")
         ->type_name("N")
         ->capture_default_str()
         ->check(CLI::Range(1, 1000000));
-    app.add_flag("--block", block,
+    app.add_flag("--block", arguments.block,
                  "Have the clients and servers of putget_... sleep at once, and not look before "
                  "that whether "
                  "a message is about to arrive");
-    app.add_option("--json", json, "Write the rows to this file too")->type_name("FILE");
-    app.add_option("--serve", served)->group("");
-    app.add_option("--trace-exchanges", traced)->group("");
-    app.add_option("--trace-event-gets", traced_gets)->group("");
+    app.add_option("--json", arguments.json, "Write the rows to this file too")->type_name("FILE");
+    app.add_option("--serve", arguments.served)->group("");
+    app.add_option("--trace-exchanges", arguments.traced)->group("");
+    app.add_option("--trace-event-gets", arguments.traced_gets)->group("");
+}
+
+} // namespace
+
+int main(int argc, char **argv) try {
+    Arguments arguments;
+    CLI::App app{"Measures exchanges beside the machine's own floor: a ping-pong of the same size "
+                 "between two processes that block. Needs nothing prepared."};
+    add_options(app, arguments);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
 
-    Server::looking_wanted = !block;
+    Server::looking_wanted = !arguments.block;
     ipc_allow_looking(Server::looking_wanted);
-    if (!served.empty()) {
-        return serve(served);
+    if (!arguments.served.empty()) {
+        return serve(arguments.served);
     }
-    if (traced > 0) {
-        return trace_exchanges(traced);
+    if (arguments.traced > 0) {
+        return trace_exchanges(arguments.traced);
     }
-    if (traced_gets > 0) {
-        return trace_event_gets(traced_gets);
+    if (arguments.traced_gets > 0) {
+        return trace_event_gets(arguments.traced_gets);
     }
-    return measure(run, json);
+    return measure(arguments.run, arguments.json);
 } catch (const std::exception &error) {
     vantro::bench::fail(error.what());
 }
