@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <utility>
 
 #include "platform/linux/messages/lane_look.h"
@@ -271,6 +272,52 @@ static int take_message(const Source &source, bool hung_up, PartList &parts,
     return message.receive_id;
 }
 
+// Acts on an event of a channel. @return what the receive returns, or nothing where it waits on.
+static std::optional<int> take_event(Channel &channel, const struct epoll_event &event,
+                                     PartList &parts, struct ipc_info *info) {
+    const Source source = Source::unpack(event.data.u64);
+    const bool hung_up = event.events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR);
+    struct ipc_pulse pulse = {};
+    bool pulsed = false;
+    switch (source.kind) {
+    case Source::system_pulse:
+        pulsed = take_system_pulse(channel, pulse);
+        if (!pulsed && destroyed(channel)) {
+            return fail(EBADF);
+        }
+        break;
+    case Source::sent_pulse:
+        pulsed = source.incarnation == 0 ? take_own_pulse(channel, pulse)
+                                         : take_servers_pulse(channel, source.incarnation, pulse);
+        break;
+    case Source::new_client:
+        accept_client(channel, source.serial);
+        break;
+    case Source::channel_end:
+        return fail(EBADF);
+    case Source::client_control:
+        serve_control(source);
+        break;
+    case Source::client_outlet:
+        serve_outlet(source, hung_up);
+        break;
+    case Source::client_lane:
+        if (const int id = take_message(source, hung_up, parts, info); id != 0) {
+            return id;
+        }
+        break;
+    }
+    if (!pulsed) {
+        return std::nullopt;
+    }
+    scatter(parts.callers(), parts.count(), &pulse, sizeof pulse);
+    if (info) {
+        *info = {};
+        info->channel = channel.number;
+    }
+    return 0;
+}
+
 int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_info *info) {
     const bool has_answered = current.receive_id == 0;
     current.release();
@@ -304,46 +351,8 @@ int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_inf
         if (ready == 0) {
             continue;
         }
-        const Source source = Source::unpack(event.data.u64);
-        const bool hung_up = event.events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR);
-        struct ipc_pulse pulse = {};
-        bool pulsed = false;
-        switch (source.kind) {
-        case Source::system_pulse:
-            pulsed = take_system_pulse(*channel, pulse);
-            if (!pulsed && destroyed(*channel)) {
-                return fail(EBADF);
-            }
-            break;
-        case Source::sent_pulse:
-            pulsed = source.incarnation == 0
-                         ? take_own_pulse(*channel, pulse)
-                         : take_servers_pulse(*channel, source.incarnation, pulse);
-            break;
-        case Source::new_client:
-            accept_client(*channel, source.serial);
-            break;
-        case Source::channel_end:
-            return fail(EBADF);
-        case Source::client_control:
-            serve_control(source);
-            break;
-        case Source::client_outlet:
-            serve_outlet(source, hung_up);
-            break;
-        case Source::client_lane:
-            if (const int id = take_message(source, hung_up, list, info); id != 0) {
-                return id;
-            }
-            break;
-        }
-        if (pulsed) {
-            scatter(list.callers(), list.count(), &pulse, sizeof pulse);
-            if (info) {
-                *info = {};
-                info->channel = number;
-            }
-            return 0;
+        if (const std::optional<int> result = take_event(*channel, event, list, info)) {
+            return *result;
         }
     }
 }
