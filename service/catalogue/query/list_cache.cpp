@@ -1,6 +1,7 @@
 #include "service/catalogue/query/list_cache.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace vantro::service::catalogue {
 
@@ -88,8 +89,23 @@ std::shared_ptr<const List> ListCache::get(const std::string &name,
     return list;
 }
 
+std::shared_ptr<const WidePrefixes> ListCache::prefixes(const std::string &list,
+                                                        const std::string &name) {
+    const MutexLock guard(mutex_);
+    const auto found = prefixes_.find(list);
+    return found != prefixes_.end() && found->second.name == name ? found->second.prefixes
+                                                                  : nullptr;
+}
+
+void ListCache::set_prefixes(const std::string &list, const std::string &name,
+                             std::shared_ptr<const WidePrefixes> prefixes) {
+    const MutexLock guard(mutex_);
+    prefixes_[list] = {name, std::move(prefixes)};
+}
+
 void ListCache::clear() {
     const MutexLock guard(mutex_);
+    prefixes_.clear();
     by_name_.clear();
     kept_.clear();
     bytes_ = 0;

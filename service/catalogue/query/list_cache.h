@@ -57,6 +57,8 @@ struct List {
 // not have are dropped.
 void sort_by(const List &order, std::vector<Entry> &entries);
 
+class WidePrefixes;
+
 // Keeps the lists that were used most recently. Any thread.
 class ListCache {
   public:
@@ -68,6 +70,13 @@ class ListCache {
 
     // Null where it is not kept.
     std::shared_ptr<const List> find(const std::string &name) EXCLUDES(mutex_);
+
+    // What few letters find in a list, where that is known for a name like those of lists; else
+    // null. The newest of each list is kept.
+    std::shared_ptr<const WidePrefixes> prefixes(const std::string &list, const std::string &name)
+        EXCLUDES(mutex_);
+    void set_prefixes(const std::string &list, const std::string &name,
+                      std::shared_ptr<const WidePrefixes> prefixes) EXCLUDES(mutex_);
 
     void clear() EXCLUDES(mutex_);
 
@@ -85,6 +94,12 @@ class ListCache {
     std::list<Kept> kept_ GUARDED_BY(mutex_); // the most recently used first
     std::unordered_map<std::string, std::list<Kept>::iterator> by_name_ GUARDED_BY(mutex_);
     size_t bytes_ GUARDED_BY(mutex_) = 0;
+
+    struct KeptPrefixes {
+        std::string name;
+        std::shared_ptr<const WidePrefixes> prefixes;
+    };
+    std::unordered_map<std::string, KeptPrefixes> prefixes_ GUARDED_BY(mutex_); // by list
 };
 
 } // namespace vantro::service::catalogue

@@ -12,6 +12,7 @@
 #include "service/catalogue/catalogue.h"
 #include "service/catalogue/database/database.h"
 #include "service/catalogue/query/list_cache.h"
+#include "service/catalogue/query/wide_prefixes.h"
 #include "service/catalogue/text/node_ids.h"
 
 namespace vantro::service::catalogue {
@@ -31,7 +32,8 @@ class SourceBrowser {
     SourceBrowser(Database &database, ListCache &cache, int32_t source, int32_t source_type = 0);
 
     std::optional<Place> find(std::string_view node);
-    // Makes the lists by which others are sorted, so that no client waits for them.
+    // Makes the lists by which others are sorted, and those of few letters, so that no client waits
+    // for them.
     void prepare();
 
     // The entries that browsing a node gives. Of the root it is empty: its menus are no entries.
@@ -63,7 +65,9 @@ class SourceBrowser {
     void take_folder(int64_t folder, int depth, std::vector<Entry> &entries);
     void take_artist(int64_t artist, std::vector<Entry> &entries);
     void take_performed(int64_t artist, std::vector<Entry> &entries);
-    void take_search(const char *sql, const std::string &words, Kind kind,
+    void prepare_search();
+    // Appends what has all of the words.
+    void take_search(Searched searched, const std::vector<std::string> &words,
                      std::vector<Entry> &entries);
     void songs_by_name(Range range, NodeSink &nodes);
     std::string name_of_list(const std::string &what) const;
@@ -82,9 +86,11 @@ NodeRow row_of(const Node &node);
 // The range as indices into a list of `size`: first and last plus one.
 std::pair<size_t, size_t> bounds(Range range, size_t size);
 
-// `term` in the language of the full-text index, in which it cannot be anything but words; empty
-// where there is no word in it. Looks at no more than search_bytes_max and search_words_max.
-std::string match_expression(std::string_view term);
+// The words of a term, folded; one that the index takes for several has blanks. Looks at no more
+// than search_bytes_max and search_words_max.
+std::vector<std::string> words_of_term(std::string_view term);
+// The words in the language of the full-text index, in which they cannot be anything but words.
+std::string match_expression(const std::vector<std::string> &words);
 inline constexpr size_t search_bytes_max = 4096;
 inline constexpr size_t search_words_max = 32;
 

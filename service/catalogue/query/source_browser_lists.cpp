@@ -75,6 +75,7 @@ void SourceBrowser::prepare() {
         all(kind);
     }
     by_album();
+    prepare_search();
 }
 
 // The songs that an artist has performed on albums of others.

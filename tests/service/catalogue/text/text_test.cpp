@@ -131,14 +131,17 @@ TEST(Words, AreTheSameForWhatASearchShouldNotTellApart) {
 }
 
 TEST(Terms, AreWordsAndNothingElse) {
-    EXPECT_EQ(match_expression(" one\t\"two\" "), "\"one\"* \"two\"*");
-    EXPECT_EQ(match_expression("\n \t"), "");
-    EXPECT_LE(match_expression(std::string(1 << 20, '!')).size(), 3 * search_bytes_max + 8);
+    const auto expression_of = [](const std::string &term) {
+        return match_expression(words_of_term(term));
+    };
+    EXPECT_EQ(expression_of(" one\t\"two\" "), "\"one\"* \"two\"*");
+    EXPECT_EQ(expression_of("\n \t"), "");
+    EXPECT_LE(expression_of(std::string(1 << 20, '!')).size(), 3 * search_bytes_max + 8);
     std::string many;
     for (int i = 0; i < 100'000; ++i) {
         many += "w ";
     }
-    const std::string expression = match_expression(many);
+    const std::string expression = expression_of(many);
     EXPECT_EQ(std::count(expression.begin(), expression.end(), '*'),
               static_cast<ptrdiff_t>(search_words_max));
 }
