@@ -7,9 +7,8 @@
 //    every list of lanes whole.
 //  - A thread takes a lane for one exchange and gives it back. An exchange that was interrupted, or
 //    whose time was over, closes its lane, so that its answer can never be taken for another's.
-//  - Where the server hands over, a lane belongs to the processor from which it was first used, and
-//  a
-//    thread takes one of its own processor where it can: the server then answers on that processor.
+//  - Where the server hands over, a lane belongs to the processor from which it was first used. A
+//    thread takes a lane of its own processor where it can, and the server then answers there.
 //  - The control socket has at most one request unanswered. A wait that ended without its answer
 //    leaves it owed; whoever uses the control socket next collects that answer first.
 //  - Time limits are the sockets' own, so that a bounded exchange costs no more system calls.

@@ -7,10 +7,9 @@
 //    state goes back to `idle` before the reply is sent, since the client's next message may arrive
 //    the moment it is. A message that finds its lane waiting is misconduct.
 //  - Several threads wait for the same sockets (posts.h). Between a thread's event and its receive
-//  another thread
-//    may close the socket, and the number may be given to someone else: so a thread pins a socket
-//    (`PinnedFd`) under the lock before it touches it, and a pinned socket is closed by whoever
-//    takes the last pin away. None is closed but by close_client_socket(), which does not wait.
+//    another thread may close the socket, and its number may be given to another socket. So a
+//    thread pins a socket (`PinnedFd`) under the lock before it touches it, and whoever takes the
+//    last pin away closes it. None is closed but by close_client_socket(), which does not wait.
 //    Events name lanes and clients by numbers that are never reused.
 //  - A client that is gone stays in the table until its disconnect pulse was received and its id
 //    was detached; the pulse waits until every message received from it is answered, or the
