@@ -12,9 +12,9 @@ namespace vantro::web {
 
 // A browser runs pages of everybody beside ours, and sends their requests from this machine, or
 // from within its network. Three things tell them apart:
-//  - Host. A page whose name's address was changed to ours after it was loaded (DNS rebinding)
-//  sends
-//    that name. Addresses written as numbers cannot be rebound, so they are taken as they are.
+//  - Host. After a page was loaded, the address of its name may be changed to ours (DNS rebinding).
+//    Such a page sends that name. Addresses written as numbers cannot be rebound, so they are taken
+//    as they are.
 //  - Origin and Sec-Fetch-Site, which name the page that a request comes from.
 //  - Content-Type. What a foreign page may send without asking first is not application/json.
 class Guard {

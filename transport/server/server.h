@@ -9,11 +9,10 @@
 //    is dropped, or by the sweep where it has none.
 //  - Lock order: the server lock, then a path attribute record's. The `lock` members of services
 //    and open records are the service's own.
-//  - One handler runs with the server lock held: the close handler during the sweep of a client
-//  that
-//    is gone. Answers are sent without the lock, except those of header size (the refusal of a
-//    message that is not the transport's; that an answer is held; that it is too long for a get).
-//    No answer ever blocks.
+//  - One handler runs with the server lock held: the close handler, during the sweep of a client
+//    that is gone. Answers are sent without the lock, except those of header size (the refusal of
+//    a message that is not the transport's; that an answer is held; that it is too long for a
+//    get). No answer ever blocks.
 #ifndef VANTRO_TRANSPORT_SERVER_SERVER_H
 #define VANTRO_TRANSPORT_SERVER_SERVER_H
 
