@@ -104,6 +104,7 @@ void ListCache::set_prefixes(const std::string &list, const std::string &name,
 }
 
 void ListCache::clear() {
+    ++clears_;
     const MutexLock guard(mutex_);
     prefixes_.clear();
     by_name_.clear();

@@ -3,6 +3,7 @@
 #ifndef VANTRO_SERVICE_CATALOGUE_QUERY_LIST_CACHE_H
 #define VANTRO_SERVICE_CATALOGUE_QUERY_LIST_CACHE_H
 
+#include <atomic>
 #include <compare>
 #include <cstdint>
 #include <functional>
@@ -78,7 +79,10 @@ class ListCache {
     void set_prefixes(const std::string &list, const std::string &name,
                       std::shared_ptr<const WidePrefixes> prefixes) EXCLUDES(mutex_);
 
+    // For a catalogue that is made again, and counts its generations from the beginning.
     void clear() EXCLUDES(mutex_);
+    // How often that was.
+    uint64_t clears() const { return clears_; }
 
   private:
     // The lists of a hundred thousand songs, in every order, take half of this.
@@ -90,6 +94,7 @@ class ListCache {
         size_t bytes;
     };
 
+    std::atomic<uint64_t> clears_ = 0;
     Mutex mutex_;                             // not held while a list is made
     std::list<Kept> kept_ GUARDED_BY(mutex_); // the most recently used first
     std::unordered_map<std::string, std::list<Kept>::iterator> by_name_ GUARDED_BY(mutex_);

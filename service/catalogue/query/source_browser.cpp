@@ -61,6 +61,7 @@ std::pair<size_t, size_t> bounds(Range range, size_t size) {
 SourceBrowser::SourceBrowser(Database &database, ListCache &cache, int32_t source,
                              int32_t source_type)
     : database_(database), cache_(cache), source_(source), source_type_(source_type),
+      catalogue_(cache.clears()),
       generation_(database.number(0, "SELECT generation FROM source WHERE id = ?1", source)) {}
 
 SourceBrowser::ListPointer SourceBrowser::kept(const std::string &what,
@@ -203,8 +204,9 @@ void SourceBrowser::browse(Place place, Range range, NodeSink &nodes) {
     const ListPointer list = all_songs ? nullptr : entries(place);
     const auto [first, last] =
         bounds(range, list ? list->entries.size() : static_cast<size_t>(song_count()));
-    const std::string listing = fmt::format(
-        "{} {}-{}", name_of_list(fmt::format("{}{}", char{place.kind}, place.id)), first, last);
+    const std::string list_name = name_of_list(fmt::format("{}{}", char{place.kind}, place.id));
+    const std::string listing =
+        fmt::format("{} {} {} {}-{}", catalogue_, source_type_, list_name, first, last);
     if (nodes.has(listing, last - first)) {
         return;
     }

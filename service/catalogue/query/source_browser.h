@@ -77,6 +77,7 @@ class SourceBrowser {
     ListCache &cache_;
     const int32_t source_;
     const int32_t source_type_;
+    const uint64_t catalogue_; // which of those that were made one after the other
     const int64_t generation_;
 };
 

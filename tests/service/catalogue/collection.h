@@ -58,6 +58,12 @@ class NodeList : public NodeSink, public std::vector<Node> {
                    row.source_type});
         return true;
     }
+    bool has(const std::string &name, size_t) override {
+        listing = name;
+        return false;
+    }
+
+    std::string listing; // its name
 };
 
 class Collection : public test::RuntimeDirectory {

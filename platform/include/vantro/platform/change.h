@@ -14,8 +14,7 @@
  * The encoding is empty for text, "n" for a number, "b" for a boolean ("true" or "false"), "json"
  * for a JSON text. Object names are [A-Za-z0-9._-]+ and stand as they are. In attribute names and
  * values a backslash escapes: `\\ \n \r \t`, and in attribute names `\:` and, as the first
- * character,
- * `\@ \+ \- \#`. No text holds a NUL. At most OBJECT_CHANGE_MAX bytes.
+ * character, `\@ \+ \- \#`. No text holds a NUL. At most OBJECT_CHANGE_MAX bytes.
  *
  * None of the calls here takes a lock or makes a system call; none allocates.
  */

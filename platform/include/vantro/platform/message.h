@@ -408,8 +408,8 @@ struct ipc_client_limits {
  * Limits what clients may take of this process's descriptors; at first nothing is. User 0 and the
  * process's own (effective) user are not counted in `one_user` and `all_users`. A connection that
  * goes beyond is refused with EAGAIN; a lane or a pulse connection that does is not had, and the
- * exchanges of that client wait for the lanes that it has. What clients have already they keep.
- * Does not block.
+ * exchanges of that client wait for the lanes that it has, or fail with EAGAIN where it has none
+ * left. What clients have already they keep. Does not block.
  * @param limits copied.
  * @return 0, or -1: EINVAL where it is null, or one of the first two is 0.
  */

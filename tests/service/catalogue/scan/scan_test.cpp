@@ -286,6 +286,9 @@ TEST_F(Scanned, MovesADamagedCatalogueAside) {
     scan();
     close();
     open(false);
+    NodeList nodes;
+    EXPECT_EQ(store_->browse(source_, "songs", {}, nodes), 0);
+    const std::string listing_before = nodes.listing;
     {
         std::fstream bytes(file, std::ios::in | std::ios::out | std::ios::binary);
         for (uintmax_t at = 4096; at < fs::file_size(file); at += 64) {
@@ -293,7 +296,6 @@ TEST_F(Scanned, MovesADamagedCatalogueAside) {
             bytes << "damaged!";
         }
     }
-    NodeList nodes;
     std::vector<QueuedSong> songs;
     EXPECT_EQ(store_->all_songs(songs), EIO);
     store_->start_scanning();
@@ -302,6 +304,14 @@ TEST_F(Scanned, MovesADamagedCatalogueAside) {
         return store_->browse(source_, "songs", {}, nodes) == 0 && nodes.size() == 200;
     });
     EXPECT_TRUE(fs::exists(file.native() + ".bad-3"));
+    // Nothing that somebody kept of it is taken for what the new one holds.
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_NE(nodes.listing, listing_before);
+        add("0.flac", {{"TITLE", fmt::format("changed {}", i)}});
+        scan();
+        nodes.clear();
+        EXPECT_EQ(store_->browse(source_, "songs", {}, nodes), 0);
+    }
 }
 
 TEST_F(Scanned, GoesOnWhenTheDiskHasRoomAgain) {
