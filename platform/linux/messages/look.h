@@ -8,9 +8,10 @@
 //  - A look does not yield the processor. The peer runs on another one, and a thread that yields
 //    where others want the processor waits for all of their turns, and again before its next one.
 //  - A look that lasted much longer lost its processor: others want it. The thread then does not
-//    look for a while, and twice as long where that happens soon again, up to a second: a thread
-//    that looks uses up its share of such a processor, and waits longer for its next turn than one
-//    that sleeps.
+//    look for 25 times as long as it was without the processor, 100 ms at most, and twice as long
+//    as before if that happens soon again, up to a second: a thread that looks uses up its share of
+//    such a processor, and waits longer for its next turn than one that sleeps. So a neighbour that
+//    computes all the time ends the looking, and one that ran for a moment does not.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_LOOK_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_LOOK_H
 
@@ -45,7 +46,8 @@ class LookBudget {
     static constexpr int64_t budget_ns = 1'000'000;
     static constexpr int64_t share = 50;       // one in so many
     static constexpr int64_t lost_ns = 25'000; // beyond look_ns
-    static constexpr int64_t first_barred_ns = 100'000'000;
+    static constexpr int64_t barred_share = 25;
+    static constexpr int64_t first_barred_max_ns = 100'000'000;
     static constexpr int64_t most_barred_ns = 1'000'000'000;
     static constexpr int checks_between = 16; // of the word, between two of the time
 
@@ -77,8 +79,8 @@ class LookBudget {
         }
         left_ -= now - begin;
         counted_at_ = now;
-        if (now - begin > look_ns + lost_ns) {
-            bar(now);
+        if (const int64_t lost = now - begin - look_ns; lost > lost_ns) {
+            bar(now, lost);
         }
         return changed || word.load(std::memory_order_acquire) != seen;
     }
@@ -94,9 +96,10 @@ class LookBudget {
         return false;
     }
 
-    void bar(int64_t now) {
+    void bar(int64_t now, int64_t lost) {
+        const int64_t first = std::min(barred_share * lost, first_barred_max_ns);
         const bool is_soon = now - barred_until_ < 4 * barred_for_;
-        barred_for_ = is_soon ? std::min(2 * barred_for_, most_barred_ns) : first_barred_ns;
+        barred_for_ = is_soon ? std::min(std::max(2 * barred_for_, first), most_barred_ns) : first;
         barred_until_ = now + barred_for_;
     }
 
