@@ -97,6 +97,7 @@ void ask(VantroHandle *handle, unsigned query) {
     Metadata *metadata = nullptr;
     MediaSource *sources = nullptr;
     VantroTrackInfo *track = nullptr;
+    VantroStatus *status = nullptr;
     int count = 0;
     switch (query) {
     case 3:
@@ -108,6 +109,9 @@ void ask(VantroHandle *handle, unsigned query) {
     case 5:
         vantro_get_current_track_info(handle, &track);
         return vantro_free_track_info(track);
+    case 7:
+        require(vantro_get_status(handle, &status) == 0 || !status);
+        return vantro_free_status(status);
     case 6:
         count = vantro_get_extended_metadata(handle, 1, "n", keys, values);
         for (char *value : values) {
@@ -142,7 +146,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const auto *rest = reinterpret_cast<const char *>(data + 8);
     will_give({data[1], length, std::string(rest, direct),
                std::string(rest + direct, size - 8 - direct)});
-    ask(handle, data[0] % 7);
+    ask(handle, data[0] % 8);
     will_give(consent());
     require(vantro_disconnect(handle) == 0);
     return 0;

@@ -31,3 +31,13 @@ void vantro_free_track_info(VantroTrackInfo *info) {
     free_records(info->metadata, 1);
     std::free(info);
 }
+
+void vantro_free_status(VantroStatus *status) {
+    if (!status) {
+        return;
+    }
+    const KeepErrno keep;
+    free_records(status->media_node, 1);
+    free_records(status->metadata, 1);
+    std::free(status);
+}

@@ -1,12 +1,15 @@
 // Queries about the player's present state: state, track session, track, position.
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include <vantro/extras.h>
 #include <vantro/player.h>
 
+#include "player/answer.h"
 #include "player/failure.h"
 #include "player/log.h"
 #include "player/requests.h"
@@ -89,14 +92,18 @@ struct Rest {
     size_t left;
 };
 
-// Unpacks the record that takes the next `length` bytes; 0 or less is no record.
-template <class Record, class Unpack>
-bool take(Rest &rest, int32_t length, Unpack unpack, Record **record) {
+// Unpacks the record that takes the next `length` bytes; 0 or less is no record. Notes a failure.
+template <class Record>
+bool take(Rest &rest, int32_t length, Record **record) {
     if (length <= 0) {
         return true;
     }
     const auto bytes = static_cast<size_t>(length);
-    if (bytes > rest.left || unpack(rest.at, length, 1, record) != 0) {
+    if (bytes > rest.left) {
+        note_failure(VANTRO_FAILURE_MALFORMED, EPROTO);
+        return false;
+    }
+    if (unpack_bytes(rest.at, bytes, 1, record) != 0) {
         return false;
     }
     rest.at += bytes;
@@ -104,10 +111,56 @@ bool take(Rest &rest, int32_t length, Unpack unpack, Record **record) {
     return true;
 }
 
+// The fixed part of the answer to the status query.
+struct StatusWords {
+    VantroStateInfo state;
+    VantroTrksessionInfo trksession;
+    VantroVolume volume;
+    int32_t position;
+    int32_t index;
+    int32_t node_length;
+    int32_t metadata_length;
+};
+static_assert(sizeof(StatusWords) == 56);
+
+struct FreeStatus {
+    void operator()(VantroStatus *status) const { vantro_free_status(status); }
+};
+using OwnedStatus = std::unique_ptr<VantroStatus, FreeStatus>;
+
+// @return null where the bytes are no status, or for want of memory; which one is noted.
+OwnedStatus unpack_status(const Answer &answer) {
+    StatusWords words;
+    if (answer.byte_count() < sizeof words) {
+        note_failure(VANTRO_FAILURE_MALFORMED, EPROTO);
+        msglog(LOG_SEVERITY_INFO, "vantro_get_status() failed");
+        return nullptr;
+    }
+    std::memcpy(&words, answer.bytes(), sizeof words);
+    OwnedStatus status(static_cast<VantroStatus *>(std::calloc(1, sizeof(VantroStatus))));
+    if (!status) {
+        note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
+        msglog(LOG_SEVERITY_INFO, "Cannot allocate memory");
+        return nullptr;
+    }
+    status->state = words.state;
+    status->trksession = words.trksession;
+    status->volume = words.volume;
+    status->position = words.position;
+    status->index = words.index;
+    Rest rest{answer.bytes() + sizeof words, answer.byte_count() - sizeof words};
+    if (!take(rest, words.node_length, &status->media_node) ||
+        !take(rest, words.metadata_length, &status->metadata)) {
+        return nullptr;
+    }
+    return status;
+}
+
 } // namespace
 } // namespace vantro::player
 
 using namespace vantro::player;
+using vantro::MutexLock;
 
 int vantro_get_current_state(VantroHandle *handle, VantroStateInfo **info) {
     return ask_record(handle, VANTRO_COMMAND_GET_CURRENT_STATE, "vantro_get_current_state() failed",
@@ -142,8 +195,8 @@ int vantro_get_current_track_info(VantroHandle *handle, VantroTrackInfo **info) 
     track->index = answer.index;
     track->tsid = answer.tsid;
     Rest rest{answer.data, answer_length - answer.fixed_bytes};
-    if (!take(rest, answer.node_length, unpack_media_node, &track->media_node) ||
-        !take(rest, answer.metadata_length, unpack_metadata, &track->metadata)) {
+    if (!take(rest, answer.node_length, &track->media_node) ||
+        !take(rest, answer.metadata_length, &track->metadata)) {
         return -1;
     }
     return 0;
@@ -166,6 +219,29 @@ int vantro_get_volume(VantroHandle *handle, VantroVolume *volume) {
         return -1;
     }
     *volume = received;
+    return 0;
+}
+
+int vantro_get_status(VantroHandle *handle, VantroStatus **status) {
+    LongAnswer answer(Counted::no);
+    if (!require_player(handle) || !answer.make_area()) {
+        return -1;
+    }
+    const RequestHeader header = request_header(VANTRO_COMMAND_GET_STATUS, 0);
+    MutexLock lock(handle->overflow_lock);
+    const int asked = answer.ask(handle, {part(header)});
+    const LongAnswer::Completion completion = answer.complete(handle, asked);
+    lock.unlock();
+    if (!LongAnswer::is_complete(completion, asked) ||
+        !answer.granted("vantro_get_status() failed")) {
+        return -1;
+    }
+    const KeepErrno keep;
+    OwnedStatus whole = unpack_status(answer);
+    if (!whole) {
+        return -1;
+    }
+    *status = whole.release();
     return 0;
 }
 

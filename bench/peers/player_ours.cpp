@@ -58,18 +58,9 @@ class OurPlayer : public Player {
     }
 
     void status() override {
-        state();
-        VantroTrksessionInfo *session = nullptr;
-        VantroTrackInfo *track = nullptr;
-        int32_t position = 0;
-        VantroVolume volume;
-        check(vantro_get_current_trksession_info(handle_, &session) == 0 &&
-                  vantro_get_current_track_info(handle_, &track) == 0 &&
-                  vantro_get_current_track_position(handle_, &position) == 0 &&
-                  vantro_get_volume(handle_, &volume) == 0,
-              "status");
-        std::free(session);
-        vantro_free_track_info(track);
+        VantroStatus *status = nullptr;
+        check(vantro_get_status(handle_, &status) == 0, "status");
+        vantro_free_status(status);
     }
 
     int listing() override {

@@ -2,8 +2,9 @@
  * @file
  * Conveniences beyond the system's published interface: freeing what queries return, and following
  * a player from an event loop, for a limited time, or until another thread ends it; time limits for
- * the service, why a call failed, the volume, the names of the players, saved playlists, lists that
- * come with their metadata, lists of any length, and the version of the library.
+ * the service, why a call failed, the names of the players, saved playlists, lists that come with
+ * their metadata, lists of any length, and the version of the library. status.h, which this header
+ * includes, has all of a player's status in one exchange, and the volume.
  *
  * Freeing. Each function frees every string of each record, then the block that holds the records;
  * NULL does nothing. Records of the library's own, such as those of an event, are not to be freed.
@@ -17,6 +18,7 @@
 #include <vantro/export.h>
 #include <vantro/player.h>
 #include <vantro/records.h>
+#include <vantro/status.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -163,40 +165,6 @@ enum {
  */
 VANTRO_API int vantro_set_reconnect(VantroHandle *handle, int mode);
 
-/** How loud a player plays. 8 bytes, exactly as the service sent them. */
-typedef struct VantroVolume {
-    int32_t level; /**< 0 to 100; 100, as at first, changes nothing of the music. */
-    int32_t muted; /**< 1 if nothing is heard, whatever the level; else 0. */
-} VantroVolume;
-
-/**
- * Asks how loud the player plays. Like the commands below an extension of vantrod's: a service that
- * does not know it refuses it. Needs an open player. Blocks until the service answers.
- * @param handle with an open player.
- * @param volume receives the answer; untouched on failure.
- * @return 0, or -1: bad handle, failed exchange, refusal.
- */
-VANTRO_API int vantro_get_volume(VantroHandle *handle, VantroVolume *volume);
-
-/**
- * Sets the level. It says nothing of whether the player is muted, and neither does that of the
- * level. Once either was set the object "volume" tells of it: vantro_event_get() gives each change
- * as a VANTRO_EVENT_NONE with that name, whose dictionary has "level" and "muted" ("true" or
- * "false"). Needs an open player. Blocks until the service has done it.
- * @param handle with an open player.
- * @param level 0 to 100; passed on as it is: the service refuses what is out of range.
- * @return 0, or -1: bad handle, failed exchange, refusal. Nothing has changed then.
- */
-VANTRO_API int vantro_set_volume(VantroHandle *handle, int32_t level);
-
-/**
- * Mutes the player, or ends that.
- * @param handle with an open player.
- * @param muted 0 or 1; passed on as it is: the service refuses what is neither.
- * @return as vantro_set_volume().
- */
-VANTRO_API int vantro_set_muted(VantroHandle *handle, int32_t muted);
-
 /** Supplementary groups that a VantroIdentity has room for. */
 #define VANTRO_IDENTITY_GROUPS 8
 
@@ -217,7 +185,8 @@ typedef struct VantroIdentity {
 
 /**
  * Asks whom the service takes the calling program for: the kernel's word, taken when the program
- * connected. An extension of vantrod's too. Needs a connected handle; no player need be open.
+ * connected. Like the calls below an extension of vantrod's: a service that does not know it
+ * refuses it. Needs a connected handle; no player need be open.
  * Blocks until the service answers.
  * @param handle from vantro_connect().
  * @param identity receives the answer; untouched on failure. Texts that the service did not end

@@ -141,7 +141,11 @@ enum {
     /** Name (string). Nothing. */
     VANTRO_COMMAND_DELETE_PLAYLIST = 269,
     /** None. A VantroIdentity. No player need be open. */
-    VANTRO_COMMAND_GET_IDENTITY = 271
+    VANTRO_COMMAND_GET_IDENTITY = 271,
+    /** None. As for the state; as for the session; as for the volume; position in milliseconds;
+     *  index of the current track; bytes of its packed MediaNode; bytes of its packed Metadata;
+     *  both. Without a session the index is -1, and the two lengths are 0. Grows. */
+    VANTRO_COMMAND_GET_STATUS = 272
 };
 
 #ifdef __cplusplus

@@ -31,6 +31,11 @@ constexpr auto optional = Player::optional;
 constexpr auto moments = Takes::moments;
 constexpr auto long_time = Takes::long_time;
 
+VantroTrksessionInfo info_of(const playback::TrackSession *session) {
+    return session ? VantroTrksessionInfo{session->type, session->length(), session->tsid}
+                   : VantroTrksessionInfo{VANTRO_TRKSESSION_NONE, 0, 0};
+}
+
 } // namespace
 
 // Everything that tells one command from another.
@@ -111,6 +116,7 @@ const Answers::Command Answers::Command::all[] =
          }},
         {VANTRO_COMMAND_GET_IDENTITY, forms::nothing, optional, moments,
          run<&Answers::append_identity>},
+        {VANTRO_COMMAND_GET_STATUS, forms::nothing, needed, moments, run<&Answers::append_status>},
 };
 
 const Answers::Command *Answers::find_command(uint16_t number) {
@@ -240,10 +246,7 @@ int Answers::append_state(const Call &call) {
 }
 
 int Answers::append_session(const Call &call) {
-    const playback::SessionPtr session = call.player->snapshot().session;
-    append(call.answer, session
-                            ? VantroTrksessionInfo{session->type, session->length(), session->tsid}
-                            : VantroTrksessionInfo{VANTRO_TRKSESSION_NONE, 0, 0});
+    append(call.answer, info_of(call.player->snapshot().session.get()));
     return 0;
 }
 
@@ -254,18 +257,22 @@ int Answers::append_position(const Call &call) {
 }
 
 int Answers::append_track(const Call &call) {
-    Bytes &answer = call.answer;
     const playback::Engine::Snapshot now = call.player->snapshot();
     if (!now.session) {
         return ENODATA;
     }
-    append(answer, now.index);
-    append(answer, now.session->tsid);
+    append(call.answer, now.index);
+    append(call.answer, now.session->tsid);
+    return append_current_song(call.answer, now);
+}
+
+// The lengths of the node and of the metadata, then both. A song that has left the catalogue is
+// played on, but nothing is known of it.
+int Answers::append_current_song(Bytes &answer, const playback::Engine::Snapshot &now) {
     const size_t lengths = answer.size();
     append(answer, uint64_t{0});
     catalogue::Node node;
     catalogue::SongMetadata metadata;
-    // A song that has left the catalogue since is played on, but nothing is known of it.
     int result =
         catalogue_.song(now.session->songs[static_cast<size_t>(now.index)].id, node, metadata);
     if (result != 0) {
@@ -282,6 +289,21 @@ int Answers::append_track(const Call &call) {
     std::copy_n(reinterpret_cast<const unsigned char *>(both), sizeof both,
                 answer.begin() + static_cast<ptrdiff_t>(lengths));
     return result;
+}
+
+int Answers::append_status(const Call &call) {
+    Bytes &answer = call.answer;
+    const playback::Engine::Snapshot now = call.player->snapshot();
+    append(answer, now.modes);
+    append(answer, info_of(now.session.get()));
+    append(answer, now.volume);
+    append(answer, now.session ? now.position_ms : 0);
+    append(answer, now.session ? now.index : -1);
+    if (!now.session) {
+        append(answer, uint64_t{0}); // no node, no metadata
+        return 0;
+    }
+    return append_current_song(answer, now);
 }
 
 int Answers::append_players(const Call &call) {

@@ -106,6 +106,8 @@ class Answers {
     int append_session(const Call &call);
     int append_track(const Call &call);
     int append_position(const Call &call);
+    int append_status(const Call &call);
+    int append_current_song(Bytes &answer, const playback::Engine::Snapshot &now);
     int create_session(const Call &call);
     int save_playlist(const Call &call);
 

@@ -118,6 +118,17 @@ std::string get_track(Scene &scene) {
     return told;
 }
 
+std::string get_status(Scene &scene) {
+    VantroStatus *status = nullptr;
+    Handle player = scene.player();
+    if (scene.faulted([&] { return vantro_get_status(player, &status); }) != 0) {
+        return status ? "failed, and wrote" : "failed";
+    }
+    std::string told = std::string(status->media_node->id) + status->metadata->artist;
+    vantro_free_status(status);
+    return told;
+}
+
 // Lists records: neither count nor block is written where it fails.
 template <typename Record>
 Row list(const char *name, int (*call)(Handle, int *, Record **), void (*release)(Record *, int)) {
@@ -303,6 +314,7 @@ Rows rows_of_queries() {
         {"vantro_get_identity", get_identity},
         {"vantro_get_metadata", get_metadata},
         {"vantro_get_current_track_info", get_track, Way::may_abort},
+        {"vantro_get_status", get_status},
         list<MediaSource>(
             "vantro_get_media_sources",
             [](Handle h, int *count, MediaSource **sources) {

@@ -130,6 +130,32 @@ std::string get_values(VantroHandle *handle, const char *node_id, const char *co
     return line;
 }
 
+std::string get_status(VantroHandle *handle) {
+    VantroStatus before{}, *status = &before;
+    const int result = vantro_get_status(handle, &status);
+    if (status == &before) {
+        return std::to_string(result);
+    }
+    std::string line = std::to_string(result);
+    for (const int64_t word :
+         {int64_t{status->state.state}, int64_t{status->state.shuffle},
+          int64_t{status->trksession.length}, static_cast<int64_t>(status->trksession.tsid),
+          int64_t{status->volume.level}, int64_t{status->volume.muted}, int64_t{status->position},
+          int64_t{status->index}}) {
+        line += ' ' + std::to_string(word);
+    }
+    line += std::string(" ") + status->media_node->name + ' ' + status->metadata->title;
+    vantro_free_status(status);
+    return line;
+}
+
+// State, session, volume, position, index, and the lengths of node and metadata.
+std::string status_bytes(const std::string &node, const std::string &metadata) {
+    return words({0, 1, 0, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, static_cast<int32_t>(node.size()),
+                  static_cast<int32_t>(metadata.size())}) +
+           node + metadata;
+}
+
 const char *const three_keys[] = {"a", "key", "", nullptr};
 const char *const no_keys[] = {nullptr};
 
@@ -221,6 +247,9 @@ const std::vector<Call> &all_calls() { // NOLINT(readability-function-size): a t
          },
          request(264), words({0, 2}) + text("main") + text("attic"), "2 main attic", false,
          Call::long_area, 8},
+        {"status", "5 vantro_get_status() failed", get_status, request(272),
+         status_bytes(node_bytes("Rock"), metadata_bytes("T")),
+         "0 1 3 5 30064771078 8 9 10 11 Rock T", true, Call::long_area, 60},
     };
     return calls;
 }
@@ -414,12 +443,17 @@ TEST_F(Queries, WhatIsLongerThanTheAreaIsFetchedOnce) {
             std::string bytes = c.answer;
             const std::string old = c.name == std::string("values")    ? "one"
                                     : c.name == std::string("players") ? "main"
-                                    : c.words == 12                    ? "T"
+                                    : c.words >= 12                    ? "T"
                                     : c.kind == Call::short_area ? (c.words == 8 ? "Disc" : "Song")
                                                                  : "Rock";
             const std::string grown(65536 + over + c.words - bytes.size() + old.size(), 'x');
             bytes.replace(bytes.find(text(old)), text(old).size(), text(grown));
             ASSERT_EQ(bytes.size(), c.words + 65536 + over);
+            if (c.name == std::string("status")) {
+                const size_t node = node_bytes("Rock").size();
+                bytes.replace(c.words - 4, 4,
+                              words({static_cast<int32_t>(bytes.size() - c.words - node)}));
+            }
             std::string outcome = c.outcome;
             outcome.replace(outcome.find(old), old.size(), grown);
             will_answer(bytes);

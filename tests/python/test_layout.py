@@ -14,7 +14,7 @@ from vantro import _library
 SOURCE = Path(os.environ["VANTRO_SOURCE"])
 ABI = xml.parse(SOURCE / "abi/libvantroclient.abi").getroot()
 RECORDS = ["MediaSource", "MediaNode", "Metadata", "VantroStateInfo", "VantroTrksessionInfo",
-           "VantroTrackInfo", "VantroFailure", "VantroVolume", "VantroEvent", "VantroEventDetails"]  # fmt: skip
+           "VantroTrackInfo", "VantroFailure", "VantroVolume", "VantroStatus", "VantroEvent", "VantroEventDetails"]  # fmt: skip
 
 
 def members(declaration: xml.Element) -> dict[str, int]:

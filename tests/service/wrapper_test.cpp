@@ -82,6 +82,10 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     EXPECT_EQ(names(player.tracks(tsid)), all);
     EXPECT_EQ(described(player.tracks_metadata(tsid, 5)).size(), all.size() - 5);
     const Track track = player.track().or_throw();
+    const Status status = player.status().or_throw();
+    EXPECT_EQ(status->index, 229);
+    EXPECT_EQ(status->trksession.tsid, tsid);
+    EXPECT_EQ(text(status->metadata->artist), "Anna");
     EXPECT_EQ(track->index, 229);
     EXPECT_EQ(text(track->metadata->artist), "Anna");
     EXPECT_EQ(text(player.metadata(source, all[3].c_str()).or_throw()->title), "One");
@@ -105,6 +109,11 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     EXPECT_TRUE(player.destroy_session(tsid));
     EXPECT_FALSE(player.destroy_session(tsid));
     EXPECT_EQ(player.state()->state, VANTRO_STATE_IDLE);
+    const Status idle = player.status().or_throw();
+    EXPECT_EQ(idle->trksession.type, VANTRO_TRKSESSION_NONE);
+    EXPECT_EQ(idle->index, -1);
+    EXPECT_EQ(idle->volume.level, 30);
+    EXPECT_FALSE(idle->media_node || idle->metadata);
 
     auto changing = player.browse_metadata(source, "folders");
     auto at = changing.begin();

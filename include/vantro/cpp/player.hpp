@@ -216,6 +216,12 @@ class Player {
         const int result = vantro_get_current_track_info(handle(), &info);
         return value(result, Track(info));
     }
+    /** @return all that a line of status shows, as it was at one moment. */
+    Result<Status> status() {
+        VantroStatus *whole = nullptr;
+        const int result = vantro_get_status(handle(), &whole);
+        return value(result, Status(whole));
+    }
 
     /** @return the media sources. */
     Result<List<MediaSource>> sources() {

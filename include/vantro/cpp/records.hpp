@@ -45,6 +45,9 @@ struct FreeBlock {
 struct FreeTrack {
     void operator()(VantroTrackInfo *track) const { vantro_free_track_info(track); }
 };
+struct FreeStatus {
+    void operator()(VantroStatus *status) const { vantro_free_status(status); }
+};
 struct FreeMetadata {
     void operator()(Metadata *metadata) const { vantro_free_metadata(metadata, 1); }
 };
@@ -168,6 +171,9 @@ class Names {
 
 /** The current track: `media_node` and `metadata` may be NULL. */
 using Track = std::unique_ptr<VantroTrackInfo, detail::FreeTrack>;
+
+/** What a player is doing: `media_node` and `metadata` may be NULL. */
+using Status = std::unique_ptr<VantroStatus, detail::FreeStatus>;
 
 /** What is known of a node; NULL where the service has nothing. */
 using MetadataPtr = std::unique_ptr<Metadata, detail::FreeMetadata>;

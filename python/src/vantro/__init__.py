@@ -54,8 +54,9 @@ from .records import (
     Start,
     State,
     StateInfo,
-    Volume,
+    Status,
     TrackInfo,
+    Volume,
 )
 
 __all__ = [
@@ -89,6 +90,7 @@ __all__ = [
     "State",
     "StateEvent",
     "StateInfo",
+    "Status",
     "Volume",
     "TimedOut",
     "TrackEvent",

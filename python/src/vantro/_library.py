@@ -117,6 +117,18 @@ class VantroVolume(c.Structure):
     _fields_ = [("level", c.c_int32), ("muted", c.c_int32)]
 
 
+class VantroStatus(c.Structure):
+    _fields_ = [
+        ("state", VantroStateInfo),
+        ("trksession", VantroTrksessionInfo),
+        ("volume", VantroVolume),
+        ("position", c.c_int32),
+        ("index", c.c_int32),
+        ("media_node", c.POINTER(MediaNode)),
+        ("metadata", c.POINTER(Metadata)),
+    ]
+
+
 class VantroIdentity(c.Structure):
     _fields_ = [
         ("service_pid", c.c_int32),
@@ -164,6 +176,7 @@ _int_functions: dict[str, list[Any]] = {
     "vantro_get_current_trksession_info": [_handle, c.POINTER(c.POINTER(VantroTrksessionInfo))],
     "vantro_get_current_track_info": [_handle, c.POINTER(c.POINTER(VantroTrackInfo))],
     "vantro_get_current_track_position": [_handle, c.POINTER(c.c_int32)],
+    "vantro_get_status": [_handle, c.POINTER(c.POINTER(VantroStatus))],
     "vantro_get_media_sources": [_handle, c.POINTER(c.POINTER(MediaSource)), _count],
     "vantro_cursor_next": [c.c_void_p, _nodes, _metadata],
     "vantro_rescan": [_handle],
@@ -206,6 +219,7 @@ _functions: dict[str, tuple[Any, list[Any]]] = {
     "vantro_cursor_close": (None, [c.c_void_p]),
     "vantro_version": (c.c_char_p, []),
     "vantro_free_track_info": (None, [c.POINTER(VantroTrackInfo)]),
+    "vantro_free_status": (None, [c.POINTER(VantroStatus)]),
 }
 
 

@@ -22,6 +22,7 @@ from .records import (
     SessionInfo,
     Start,
     StateInfo,
+    Status,
     TrackInfo,
     Volume,
     bytes_of,
@@ -242,7 +243,7 @@ class Player:
     def volume(self) -> Volume:
         volume = c.VantroVolume()
         self._call(library.vantro_get_volume, ctypes.byref(volume))
-        return Volume(volume.level, volume.muted != 0)
+        return records.volume_of(volume)
 
     def position(self) -> int:
         """Milliseconds from the track's start."""
@@ -258,6 +259,15 @@ class Player:
             return records.track_of(info[0])
         finally:
             library.vantro_free_track_info(info)
+
+    def status(self) -> Status:
+        """All of it in one exchange, and as it was at one moment."""
+        whole = ctypes.POINTER(c.VantroStatus)()
+        try:
+            self._call(library.vantro_get_status, ctypes.byref(whole))
+            return records.status_of(whole[0])
+        finally:
+            library.vantro_free_status(whole)
 
     # The catalogue.
 

@@ -197,6 +197,18 @@ class TrackInfo:
     metadata: Metadata | None
 
 
+@dataclass(frozen=True, slots=True)
+class Status:
+    """What a player is doing, at one moment; `track` is None where there is no session."""
+
+    state: StateInfo
+    session: SessionInfo
+    volume: Volume
+    position: int
+    """Milliseconds from the track's start."""
+    track: TrackInfo | None
+
+
 # Texts are UTF-8; other bytes become surrogates, so that each id finds its way back.
 
 
@@ -270,3 +282,25 @@ def track_of(record: Any) -> TrackInfo:
         node_of(record.media_node[0]) if record.media_node else None,
         metadata_of(record.metadata[0]) if record.metadata else None,
     )
+
+
+def status_of(record: Any) -> Status:
+    session = session_of(record.trksession)
+    return Status(
+        state_of(record.state),
+        session,
+        volume_of(record.volume),
+        record.position,
+        None
+        if record.index < 0
+        else TrackInfo(
+            record.index,
+            session.tsid,
+            node_of(record.media_node[0]) if record.media_node else None,
+            metadata_of(record.metadata[0]) if record.metadata else None,
+        ),
+    )
+
+
+def volume_of(record: Any) -> Volume:
+    return Volume(record.level, record.muted != 0)

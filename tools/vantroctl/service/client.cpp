@@ -43,6 +43,24 @@ struct TrackInfoFree {
     void operator()(VantroTrackInfo *info) const { vantro_free_track_info(info); }
 };
 
+struct StatusFree {
+    void operator()(VantroStatus *status) const { vantro_free_status(status); }
+};
+
+std::optional<SessionStatus> session_of(const VantroTrksessionInfo &info) {
+    if (info.type == VANTRO_TRKSESSION_NONE) {
+        return std::nullopt;
+    }
+    return SessionStatus{static_cast<int64_t>(info.tsid), info.type, info.length};
+}
+
+void set_state(PlayerStatus &status, const VantroStateInfo &now) {
+    status.state = now.state;
+    status.rate = now.rate;
+    status.repeat = now.repeat;
+    status.shuffle = now.shuffle;
+}
+
 } // namespace
 
 Client::Client(const ClientOptions &options)
@@ -240,9 +258,9 @@ std::optional<SessionStatus> Client::session() {
     carry_out("status", [&](VantroHandle *handle) {
         return vantro_get_current_trksession_info(handle, &info);
     });
-    const SessionStatus session{static_cast<int64_t>(info->tsid), info->type, info->length};
+    const std::optional<SessionStatus> session = session_of(*info);
     std::free(info);
-    return session.type != VANTRO_TRKSESSION_NONE ? std::optional(session) : std::nullopt;
+    return session;
 }
 
 SessionStatus Client::need_session() {
@@ -279,13 +297,33 @@ std::optional<TrackStatus> Client::track() {
 }
 
 PlayerStatus Client::status() {
+    VantroStatus *whole = nullptr;
+    const int32_t reason =
+        ask("status", [&](VantroHandle *handle) { return vantro_get_status(handle, &whole); });
+    if (reason == ENOSYS) {
+        return status_in_parts();
+    }
+    if (reason != 0) {
+        throw refusal("status", reason);
+    }
+    const std::unique_ptr<VantroStatus, StatusFree> owner(whole);
     PlayerStatus status;
     status.player = options_.player;
-    const VantroStateInfo now = state();
-    status.state = now.state;
-    status.rate = now.rate;
-    status.repeat = now.repeat;
-    status.shuffle = now.shuffle;
+    set_state(status, whole->state);
+    status.volume = Volume{whole->volume.level, whole->volume.muted != 0};
+    status.session = session_of(whole->trksession);
+    if (status.session) {
+        status.track = track_of(whole->index, whole->media_node, whole->metadata);
+        status.position_ms = whole->position;
+    }
+    return status;
+}
+
+// Of a service that does not know the query for all of it.
+PlayerStatus Client::status_in_parts() {
+    PlayerStatus status;
+    status.player = options_.player;
+    set_state(status, state());
     status.volume = volume();
     status.session = session();
     status.track = status.session ? track() : std::nullopt;

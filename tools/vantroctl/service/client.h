@@ -74,6 +74,7 @@ class Client {
     [[noreturn]] void explain_no_connection(int error) const;
     [[noreturn]] void fail_late() const;
     void leave();
+    PlayerStatus status_in_parts();
 
     ClientOptions options_;
     int timeout_ms_;
