@@ -274,25 +274,24 @@ void Tags::add(std::string_view key, std::string_view value) {
 }
 
 std::string_view Tags::get(std::string_view key) const {
-    const std::vector<std::string_view> values = all(key);
-    return values.empty() ? std::string_view() : values.front();
+    std::string_view first;
+    for_each_tag(packed_, [&](std::string_view name, std::string_view value) {
+        if (name == key) {
+            first = value;
+        }
+        return name != key;
+    });
+    return first;
 }
 
 std::vector<std::string_view> Tags::all(std::string_view key) const {
     std::vector<std::string_view> values;
-    std::string_view rest = packed_;
-    const auto take = [&rest] {
-        const std::string_view text = rest.substr(0, rest.find('\0'));
-        rest.remove_prefix(std::min(rest.size(), text.size() + 1));
-        return text;
-    };
-    while (!rest.empty()) {
-        const std::string_view name = take();
-        const std::string_view value = take();
+    for_each_tag(packed_, [&](std::string_view name, std::string_view value) {
         if (name == key) {
             values.push_back(value);
         }
-    }
+        return true;
+    });
     return values;
 }
 

@@ -2,6 +2,7 @@
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_SONG_FILE_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_SONG_FILE_H
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,6 +19,22 @@ namespace vantro::service::catalogue {
 inline constexpr size_t lyrics_max = 64 * 1024;
 
 // Values by key, as <vantro/catalogue.h> names them. Texts are valid UTF-8 without NUL.
+// Calls `visit` with the key and the value of each tag of packed ones, until it returns false.
+template <typename Visit>
+void for_each_tag(std::string_view packed, const Visit &visit) {
+    const auto take = [&packed] {
+        const std::string_view text = packed.substr(0, packed.find('\0'));
+        packed.remove_prefix(std::min(packed.size(), text.size() + 1));
+        return text;
+    };
+    while (!packed.empty()) {
+        const std::string_view key = take();
+        if (!visit(key, take())) {
+            return;
+        }
+    }
+}
+
 class Tags {
   public:
     Tags() = default;

@@ -1,6 +1,7 @@
 #include "service/catalogue/query/metadata.h"
 
 #include <functional>
+#include <utility>
 
 #include <vantro/catalogue.h>
 
@@ -50,15 +51,24 @@ bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song
     if (!row.next()) {
         return false;
     }
+    metadata = {};
     metadata.title = row.text(0);
     metadata.duration_ms = row.small(1);
     metadata.disc = row.small(2);
     metadata.track = row.small(3);
-    const Tags tags{std::string(row.text(4))};
-    metadata.artist = tags.get(VANTRO_KEY_ARTIST);
-    metadata.album = tags.get(VANTRO_KEY_ALBUM);
-    metadata.genre = tags.get(VANTRO_KEY_GENRE);
-    metadata.year = row.text(5).empty() ? tags.get(VANTRO_KEY_YEAR) : row.text(5);
+    metadata.year = row.text(5);
+    const std::pair<std::string_view, std::string &> tags[] = {{VANTRO_KEY_ARTIST, metadata.artist},
+                                                               {VANTRO_KEY_ALBUM, metadata.album},
+                                                               {VANTRO_KEY_GENRE, metadata.genre},
+                                                               {VANTRO_KEY_YEAR, metadata.year}};
+    for_each_tag(row.text(4), [&](std::string_view key, std::string_view value) {
+        for (const auto &[wanted, text] : tags) {
+            if (key == wanted && text.empty()) { // the first of several
+                text = value;
+            }
+        }
+        return true;
+    });
     if (!row.text(6).empty()) {
         metadata.artwork = artwork.uri(row.text(6));
         metadata.width = row.small(7);
