@@ -72,10 +72,13 @@ _vantroctl() {
         esac
     done
     COMPREPLY=()
-    local cut=
+    local cut= quoted
     [[ $cur != *:* || $COMP_WORDBREAKS != *:* ]] || cut=${cur%"${cur##*:}"}
     while IFS= read -r candidate; do
-        [[ $candidate != "$cur"* ]] || COMPREPLY+=("$(printf %q "${candidate#"$cut"}")")
+        if [[ $candidate == "$cur"* ]]; then
+            printf -v quoted %q "${candidate#"$cut"}"
+            COMPREPLY+=("$quoted")
+        fi
     done < <(_vantroctl_candidates "${words[0]}" "$command" "$prev" "$cur")
 }
 

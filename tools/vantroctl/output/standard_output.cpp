@@ -68,7 +68,8 @@ void complain(std::string_view text) {
 }
 
 bool output_is_terminal() {
-    return isatty(STDOUT_FILENO) != 0;
+    static const bool is_terminal = isatty(STDOUT_FILENO) != 0; // asked for each line of a list
+    return is_terminal;
 }
 
 int output_columns() {
