@@ -47,6 +47,8 @@ class Service:
     def send(self, number: signal.Signals) -> None:
         assert self.process is not None
         self.process.send_signal(number)
+        if number == signal.SIGSTOP:  # until its last thread stands, it may still answer
+            os.waitid(os.P_PID, self.process.pid, os.WSTOPPED)
 
     def end(self) -> None:
         if self.process is not None:

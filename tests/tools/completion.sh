@@ -59,6 +59,9 @@ got=$(completed "vantroctl info ${album:0:6}")
 
 unset _vantroctl_seconds
 kill -STOP "$pid"
+while grep -L '^State:.*T' /proc/"$pid"/task/*/status | grep -q .; do # a thread may still answer
+    sleep 0.01
+done
 begin=${EPOCHREALTIME/[.,]/}
 got=$(completed "vantroctl load 1:")
 took=$(((${EPOCHREALTIME/[.,]/} - begin) / 1000))
