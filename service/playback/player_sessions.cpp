@@ -151,6 +151,9 @@ int Player::create(int32_t source, std::string_view nodes, int32_t index, int32_
         result != 0) {
         return result;
     }
+    if (sound_) {
+        sound_->prepare();
+    }
     const Result<uint64_t> id = ids_.take();
     if (!id) {
         return result_word(id.error());

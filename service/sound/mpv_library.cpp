@@ -1,5 +1,6 @@
 #include "service/sound/mpv_library.h"
 
+#include <atomic>
 #include <cerrno>
 
 #include <dlfcn.h>
@@ -38,12 +39,13 @@ bool find_all(void *library, MpvLibrary &mpv) {
            find(library, "mpv_error_string", mpv.error_string);
 }
 
+std::atomic<bool> loaded = false;
+
 } // namespace
 
 Result<const MpvLibrary *> mpv_library() {
     static Mutex mutex;
     static MpvLibrary mpv;
-    static bool loaded = false;
     const MutexLock guard(mutex);
     if (!loaded) {
         void *const library = dlopen(library_name, RTLD_NOW | RTLD_LOCAL);
@@ -54,6 +56,10 @@ Result<const MpvLibrary *> mpv_library() {
         loaded = true;
     }
     return &mpv;
+}
+
+bool mpv_library_is_loaded() {
+    return loaded;
 }
 
 } // namespace vantro::service::sound

@@ -1,8 +1,9 @@
 // The functions of libmpv that are used here.
 //
-// The library is loaded when the first player plays: it brings some two hundred others along, whose
-// memory a service that never plays does not pay for, and without it the service still runs. Its
-// header gives the types, so that a function which changes does not compile.
+// The library is loaded when a player is first given something to play: it brings some two hundred
+// others along, whose memory a service that never plays does not pay for, and without it the
+// service still runs. Loading takes most of the time from the first play to its sound. Its header
+// gives the types, so that a function which changes does not compile.
 #ifndef VANTRO_SERVICE_SOUND_MPV_LIBRARY_H
 #define VANTRO_SERVICE_SOUND_MPV_LIBRARY_H
 
@@ -36,6 +37,9 @@ struct MpvLibrary {
 // Loads it if it is not loaded; it then stays. Never null. Any
 // thread.
 Result<const MpvLibrary *> mpv_library();
+
+// Any thread; does not wait for one that loads it.
+bool mpv_library_is_loaded();
 
 } // namespace vantro::service::sound
 

@@ -50,14 +50,31 @@ void MpvSound::look() noexcept {
         if (running_ || over_ || stop_ || !listener_.wanted().playing) {
             return;
         }
-        if (thread_.joinable()) {
-            thread_.join(); // it has nothing left to do
-        }
-        thread_ = start_free_thread([this] { run(); });
-        running_ = true;
+        start_thread();
     } catch (const std::exception &) {
         // No thread is to be had. The next look tries again; one comes with every command.
     }
+}
+
+void MpvSound::prepare() noexcept {
+    try {
+        const MutexLock guard(mutex_);
+        if (running_ || over_ || stop_ || mpv_library_is_loaded()) {
+            return;
+        }
+        prepare_ = true;
+        start_thread();
+    } catch (const std::exception &) {
+        // No thread is to be had. The library is loaded when something plays.
+    }
+}
+
+void MpvSound::start_thread() {
+    if (thread_.joinable()) {
+        thread_.join(); // it has nothing left to do
+    }
+    thread_ = start_free_thread([this] { run(); });
+    running_ = true;
 }
 
 void MpvSound::set_replaygain(const std::string &mode) {
@@ -70,11 +87,17 @@ void MpvSound::set_replaygain(const std::string &mode) {
 
 void MpvSound::run() {
     for (;;) {
+        bool prepare = false;
         {
             const MutexLock guard(mutex_);
             looked_ = false;
+            prepare = std::exchange(prepare_, false);
         }
         try {
+            if (prepare) {
+                // Where it fails, so it does when something plays, and is reported then.
+                mpv_library();
+            }
             if (listener_.wanted().playing && make_core()) {
                 play_until_stopped();
                 return;

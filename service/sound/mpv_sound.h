@@ -37,6 +37,7 @@ class MpvSound : public Sound {
     ~MpvSound() override;
 
     void look() noexcept override;
+    void prepare() noexcept override;
     void set_replaygain(const std::string &mode) override;
 
   private:
@@ -51,6 +52,7 @@ class MpvSound : public Sound {
         bool reported = false; // as started
     };
 
+    void start_thread() REQUIRES(mutex_);
     void run();
     bool make_core();
     bool is_over();
@@ -99,6 +101,7 @@ class MpvSound : public Sound {
     MpvCore *core_ GUARDED_BY(mutex_) = nullptr;
     bool running_ GUARDED_BY(mutex_) = false; // there is a thread, and it will look again
     bool looked_ GUARDED_BY(mutex_) = false;
+    bool prepare_ GUARDED_BY(mutex_) = false; // the library is to be loaded
     std::string wanted_replaygain_ GUARDED_BY(mutex_);
     bool stop_ GUARDED_BY(mutex_) = false;
     bool over_ GUARDED_BY(mutex_) = false; // the clock has taken its place

@@ -76,6 +76,10 @@ class Sound {
     // returns at once.
     virtual void look() noexcept = 0;
 
+    // Playing may soon be wanted. What takes long and is the same for all players can be done
+    // before. Any thread; returns at once.
+    virtual void prepare() noexcept = 0;
+
     // As MpvOptions::replaygain, from now on. Any thread; returns at once.
     virtual void set_replaygain(const std::string &mode) = 0;
 };

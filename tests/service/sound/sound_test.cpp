@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 #include "tests/service/vantrod.h"
 
@@ -188,6 +189,30 @@ TEST_F(Sound, ATrackOfTwoMillisecondsIsPlayedOnce) {
     ASSERT_EQ(vantro_play(player_), 0);
     until_state(VANTRO_STATE_STOPPED);
     EXPECT_EQ(heard(), tone(300, 1) + tone(2, 2));
+}
+
+// It is loaded for the first session that is made, so that play need not wait for it.
+TEST_F(Sound, NothingOfMpvIsInMemoryBeforeASessionIsMade) {
+    write("1.wav", wav(tone(300, 1)));
+    start({"--music", music_, "--audio", "mpv", "--audio-device", "null", "--config", "/dev/null"});
+    while (told().rfind("vantrod: scanned", 0) != 0) {
+        ASSERT_FALSE(service->ended());
+    }
+    const auto loaded = [this] {
+        std::ifstream file("/proc/" + std::to_string(service->id()) + "/maps");
+        const std::string maps{std::istreambuf_iterator<char>(file), {}};
+        EXPECT_NE(maps.find("vantrod"), maps.npos);
+        return maps.find("libmpv") != maps.npos;
+    };
+    const Client client;
+    ASSERT_EQ(client.result(open_main), 0);
+    EXPECT_FALSE(loaded());
+    EXPECT_EQ(client.ask(create(1, "folders", 0, VANTRO_TRKSESSION_LOAD)).size(), 12u);
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!loaded()) {
+        ASSERT_LT(std::chrono::steady_clock::now(), until);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
 }
 
 // Also a song that was to follow, and was known to the sound already.
