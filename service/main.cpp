@@ -215,6 +215,12 @@ Reload::Actions reload_actions(const Options &running, catalogue::Store &store,
             player.set_replaygain(mode);
         }
     };
+    actions.set_volume_limits = [&players](const Options &wanted) {
+        for (playback::Player &player : players) {
+            player.set_volume_limit(volume_limit_of(wanted, player.name));
+            player.publish_changes();
+        }
+    };
     actions.set_music = [&store](const Options &wanted) {
         store.set_music({wanted.music.begin(), wanted.music.end()},
                         {wanted.media_roots.begin(), wanted.media_roots.end()});
@@ -222,6 +228,7 @@ Reload::Actions reload_actions(const Options &running, catalogue::Store &store,
     actions.add_player = [&](const std::string &name, Options wanted) {
         wanted.audio = running.audio;
         return players.add(name, sound_maker(wanted), [&](size_t at, playback::Player &player) {
+            player.set_volume_limit(volume_limit_of(wanted, name));
             keeper.restore(at, player, running.resume);
         });
     };
@@ -246,6 +253,9 @@ int host(const Process &process, catalogue::Store &store, const std::filesystem:
         store, state / "playlists", log_line,
         [&published](int32_t source) { published->source_changed(source); });
     playback::Players players(catalogue, options.players, monotonic_now, sound_maker(options));
+    for (playback::Player &player : players) {
+        player.set_volume_limit(volume_limit_of(options, player.name));
+    }
     keeper.emplace(players, state / "players", log_line);
     const Keeping keeping{*keeper};
     keeper->restore(options.resume);

@@ -22,6 +22,8 @@ namespace {
 
 constexpr int exit_usage = 2;
 
+constexpr int volume_max = 100;
+
 // True when all of `text` is a number in that base within the bounds.
 template <typename Number>
 bool read_number(const std::string &text, int base, Number least, Number most, Number &number) {
@@ -118,6 +120,28 @@ std::string read_devices(const std::vector<std::string> &given, Options &options
     return "";
 }
 
+// N is for every player, PLAYER=N for one. Names of players may have a `=` as well.
+std::string read_volume_limits(const std::vector<std::string> &given, Options &options) {
+    for (const std::string &each : given) {
+        const size_t equals = each.rfind('=');
+        const bool for_one = equals != std::string::npos;
+        const std::string player = for_one ? each.substr(0, equals) : "";
+        const auto &players = options.players;
+        if (for_one && std::find(players.begin(), players.end(), player) == players.end()) {
+            return fmt::format("--volume-limit: '{}' is for a player that is not hosted", each);
+        }
+        int limit = 0;
+        if (!read_number(for_one ? each.substr(equals + 1) : each, 10, 0, volume_max, limit)) {
+            return fmt::format("--volume-limit: '{}' is not a number from 0 to {}", each,
+                               volume_max);
+        }
+        if (!options.volume_limits.emplace(player, limit).second) {
+            return fmt::format("--volume-limit: '{}' is a second one for the same players", each);
+        }
+    }
+    return "";
+}
+
 // Words that an option can have, and what each stands for.
 template <typename Value>
 struct Word {
@@ -186,6 +210,7 @@ struct Texts {
     std::string audio = "auto";
     std::string replaygain = "off";
     std::vector<std::string> devices;
+    std::vector<std::string> volume_limits;
     std::string log_level = "trace";
     bool list_devices = false;
     bool check_config = false;
@@ -281,6 +306,11 @@ void Parser::add_audio() {
                     "Loudness as the files state it: track, album or off (default: off)")
         ->type_name("HOW")
         ->check(one_of(replaygain_words));
+    app_.add_option("--volume-limit", texts_.volume_limits,
+                    "Highest volume, 0 to 100, of all players or of one; a request for more sets "
+                    "it; may be given several times (default: 100)")
+        ->type_name("[PLAYER=]N")
+        ->allow_extra_args(false);
     app_.add_flag("--list-audio-devices", texts_.list_devices,
                   "Prints the outputs that there are, and ends")
         ->configurable(false);
@@ -346,6 +376,9 @@ std::string Parser::finish() {
     if (std::string error = read_devices(texts_.devices, options_); !error.empty()) {
         return error;
     }
+    if (std::string error = read_volume_limits(texts_.volume_limits, options_); !error.empty()) {
+        return error;
+    }
     options_.audio = find_word(audio_words, texts_.audio)->value;
     options_.replaygain = find_word(replaygain_words, texts_.replaygain)->value;
     options_.log_level = find_word(log_levels, texts_.log_level)->value;
@@ -360,12 +393,27 @@ std::string Parser::finish() {
 
 } // namespace
 
-std::string device_of(const Options &options, const std::string &player) {
-    auto device = options.audio_devices.find(player);
-    if (device == options.audio_devices.end()) {
-        device = options.audio_devices.find("");
+namespace {
+
+// What a player has of an option that is for all players or for one.
+template <typename Value>
+Value value_for(const std::map<std::string, Value> &values, const std::string &player,
+                Value otherwise) {
+    auto value = values.find(player);
+    if (value == values.end()) {
+        value = values.find("");
     }
-    return device == options.audio_devices.end() ? "" : device->second;
+    return value == values.end() ? otherwise : value->second;
+}
+
+} // namespace
+
+std::string device_of(const Options &options, const std::string &player) {
+    return value_for(options.audio_devices, player, std::string());
+}
+
+int volume_limit_of(const Options &options, const std::string &player) {
+    return value_for(options.volume_limits, player, volume_max);
 }
 
 bool parse_options(int argc, char **argv, Options &options, int &exit_code) {

@@ -45,6 +45,8 @@ struct Options {
     // By the player's name; "" for every other player. As MpvOptions::device.
     std::map<std::string, std::string> audio_devices;
     std::string replaygain = "no"; // as mpv has it
+    // By the player's name; "" for every other player.
+    std::map<std::string, int> volume_limits;
     int log_level = LOG_SEVERITY_TRACE;
     bool resume = false; // what played before the restart plays on
 
@@ -55,6 +57,9 @@ struct Options {
 
 // The output of a player; "" for mpv's choice.
 std::string device_of(const Options &options, const std::string &player);
+
+// The highest level of a player's volume, from 0 to 100.
+int volume_limit_of(const Options &options, const std::string &player);
 
 // Reads the command line. Returns true to go on; otherwise the program ends with `exit_code`, and
 // what there was to say has been said.

@@ -22,7 +22,7 @@ bool has(const std::vector<std::string> &all, const std::string &one) {
 
 // Settings that a reload puts into effect as a whole.
 bool takes_effect(const std::string &key) {
-    return has({"log-level", "media-root", "music", "replaygain"}, key);
+    return has({"log-level", "media-root", "music", "replaygain", "volume-limit"}, key);
 }
 
 } // namespace
@@ -77,6 +77,7 @@ std::string Reload::read(Options &wanted) {
 void Reload::apply(const Options &wanted) {
     log_(LOG_SEVERITY_NOTICE, "the configuration was read again; the music is looked at again");
     actions_.set_replaygain(wanted.replaygain);
+    actions_.set_volume_limits(wanted);
     if (wanted.music != running_.music || wanted.media_roots != running_.media_roots) {
         actions_.set_music(wanted);
         running_.music = wanted.music;

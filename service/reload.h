@@ -25,7 +25,8 @@ class Reload {
     struct Actions {
         std::function<void()> rescan; // looks at all of the music again
         std::function<void(const std::string &mode)> set_replaygain; // as mpv has it
-        std::function<void(const Options &wanted)> set_music;        // directories and roots
+        std::function<void(const Options &wanted)> set_volume_limits;
+        std::function<void(const Options &wanted)> set_music; // directories and roots
         // Adds a player, whose output is as wanted. Returns why it cannot, if it cannot.
         std::function<std::optional<Error>(const std::string &player, const Options &wanted)>
             add_player;

@@ -37,7 +37,7 @@ VANTRO_API int vantro_get_volume(VantroHandle *handle, VantroVolume *volume);
  * as a VANTRO_EVENT_NONE with that name, whose dictionary has "level" and "muted" ("true" or
  * "false"). Needs an open player. Blocks until the service has done it.
  * @param handle with an open player.
- * @param level 0 to 100; passed on as it is: the service refuses what is out of range.
+ * @param level 0 to 100; passed on as it is: the service refuses any other, and may set less.
  * @return 0, or -1: bad handle, failed exchange, refusal. Nothing has changed then.
  */
 VANTRO_API int vantro_set_volume(VantroHandle *handle, int32_t level);

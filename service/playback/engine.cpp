@@ -274,22 +274,36 @@ int Engine::set_repeat(int32_t mode) {
 }
 
 int Engine::set_volume(int32_t level) {
-    return change_volume(&VantroVolume::level, level, volume_max);
-}
-
-int Engine::set_muted(int32_t muted) {
-    return change_volume(&VantroVolume::muted, muted, 1);
-}
-
-int Engine::change_volume(int32_t VantroVolume::*part, int32_t value, int32_t most) {
-    if (value < 0 || value > most) {
+    if (level < 0 || level > volume_max) {
         return ERANGE;
     }
     const MutexLock guard(mutex_);
     const auto now = catch_up();
-    const bool changed = std::exchange(volume_.*part, value) != value;
+    const int32_t taken = std::min(level, volume_limit_);
+    const bool changed = std::exchange(volume_.level, taken) != taken;
+    // Who asked for more shows that until it is told.
+    note(changed || taken != level ? Change::volume : 0u, now);
+    return 0;
+}
+
+int Engine::set_muted(int32_t muted) {
+    if (muted != 0 && muted != 1) {
+        return ERANGE;
+    }
+    const MutexLock guard(mutex_);
+    const auto now = catch_up();
+    const bool changed = std::exchange(volume_.muted, muted) != muted;
     note(changed ? Change::volume : 0u, now);
     return 0;
+}
+
+void Engine::set_volume_limit(int32_t limit) {
+    const MutexLock guard(mutex_);
+    const auto now = catch_up();
+    volume_limit_ = limit;
+    const bool changed = volume_.level > limit;
+    volume_.level = std::min(volume_.level, limit);
+    note(changed ? Change::volume : 0u, now);
 }
 
 // The current song stays the current one, and with shuffle all others follow it.

@@ -136,6 +136,9 @@ class Engine {
     int set_repeat(int32_t mode) EXCLUDES(mutex_);
     int set_volume(int32_t level) EXCLUDES(mutex_);
     int set_muted(int32_t muted) EXCLUDES(mutex_);
+    // No level above it is taken or restored: what is asked for beyond it becomes it. A level that
+    // is above it comes down; one that was brought down stays there when the limit is raised.
+    void set_volume_limit(int32_t limit) EXCLUDES(mutex_);
 
     Snapshot snapshot() EXCLUDES(mutex_);
 
@@ -180,7 +183,6 @@ class Engine {
     void no_output() EXCLUDES(mutex_);
 
   private:
-    int change_volume(int32_t VantroVolume::*part, int32_t value, int32_t most) EXCLUDES(mutex_);
     Snapshot at(std::chrono::nanoseconds now) const REQUIRES(mutex_);
     void note(unsigned what, std::chrono::nanoseconds now, int32_t error = 0) REQUIRES(mutex_);
     void track_started() REQUIRES(mutex_);
@@ -210,6 +212,7 @@ class Engine {
     std::minstd_rand random_ GUARDED_BY(mutex_);
     VantroStateInfo modes_ GUARDED_BY(mutex_);
     VantroVolume volume_ GUARDED_BY(mutex_){volume_max, 0};
+    int32_t volume_limit_ GUARDED_BY(mutex_) = volume_max;
     SessionPtr session_ GUARDED_BY(mutex_);
     // With shuffle: indices of the session in the order of play.
     std::vector<int32_t> order_ GUARDED_BY(mutex_);

@@ -104,6 +104,7 @@ void Engine::restore(const Saved &saved, bool play) {
     session_ = saved.session;
     modes_ = saved.modes;
     volume_ = saved.volume;
+    volume_.level = std::min(volume_.level, volume_limit_);
     place_ = saved.place;
     if (playing() && !play) {
         modes_.state = VANTRO_STATE_PAUSED;

@@ -120,6 +120,7 @@ class Player : private sound::Listener {
     int set_repeat(int32_t mode) { return engine_.set_repeat(mode); }
     int set_volume(int32_t level) { return engine_.set_volume(level); }
     int set_muted(int32_t muted) { return engine_.set_muted(muted); }
+    void set_volume_limit(int32_t limit) { engine_.set_volume_limit(limit); }
     Engine::Snapshot snapshot() { return engine_.snapshot(); }
 
     // As the engine's. The session that comes back is of a maker who is gone.

@@ -62,6 +62,10 @@ TEST_F(Config, EveryMistakeNamesItsLineAndKey) {
         {"audio = \"mpv", ":1: "},
         {"player = [\n\"a\",\n\"a\"]", ":1: player: 'a' is named twice"},
         {"audio-device = \"den=null\"", ":1: audio-device: 'den=null'"},
+        {"volume-limit = [60, 70]", ":1: volume-limit: '70' is a second one"},
+        {"volume-limit = 101", ":1: volume-limit: '101' is not a number from 0 to 100"},
+        {"volume-limit = \"den=50\"", ":1: volume-limit: 'den=50' is for a player"},
+        {"volume-limit = \"main=\"", ":1: volume-limit: 'main=' is not a number"},
         {"perms = 600\nrequire = \"net\"", ": --"},
         {"perms = 600\nperms = 660", ":2: "},
         {"nonsense", ":1: "},
@@ -199,6 +203,69 @@ TEST_F(Config, IsReadAgainAtSighup) {
     }
     vantro_disconnect(added);
     vantro_disconnect(handle);
+}
+
+TEST_F(Config, NoPlayerIsLouderThanItsLimit) {
+    const std::string players = "player = [\"main\", \"a=b\"]\n";
+    struct Row {
+        std::string file;
+        int asked; // 0: nothing
+        int level, level_of_other;
+    };
+    const Row rows[] = {
+        {"volume-limit = [60, \"a=b=90\"]\n", 80, 60, 90},
+        {"volume-limit = 70\n", 0, 60, 70}, // what was brought down stays there
+        {"volume-limit = [\"main=20\"]\n", 0, 20, 70},
+        {"volume-limit = [\"main=20\", 101]\n", 0, 20, 70}, // as it was
+        {"", 95, 95, 70},
+    };
+    test::write_file(file_, players + rows[0].file);
+    start({"--config", file_});
+    ASSERT_EQ(told(), "vantrod: ready (0 tracks, players: main, a=b)");
+    VantroHandle *const main = vantro_connect_timed(20'000);
+    VantroHandle *const other = vantro_connect_timed(20'000);
+    ASSERT_EQ(vantro_open(main, "main"), 0);
+    ASSERT_EQ(vantro_open(other, "a=b"), 0);
+    for (const Row &row : rows) {
+        if (&row != rows) {
+            test::write_file(file_, players + row.file);
+            service->kill(SIGHUP);
+            std::string line;
+            do {
+                ASSERT_TRUE(service->readable(20'000));
+                line = service->line();
+            } while (line.find("looked at again") == line.npos &&
+                     line.find("stays as it was") == line.npos);
+        }
+        // What was read again takes effect just after the line about it.
+        VantroVolume volume = {}, volume_of_other = {};
+        for (int i = 0;
+             i < 500 && (volume.level != row.level || volume_of_other.level != row.level_of_other);
+             ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(i == 0 ? 0 : 10));
+            if (row.asked != 0) {
+                ASSERT_EQ(vantro_set_volume(main, row.asked), 0);
+            }
+            ASSERT_EQ(vantro_get_volume(main, &volume), 0);
+            ASSERT_EQ(vantro_get_volume(other, &volume_of_other), 0);
+        }
+        EXPECT_EQ(volume.level, row.level) << row.file;
+        EXPECT_EQ(volume_of_other.level, row.level_of_other) << row.file;
+    }
+    vantro_disconnect(main);
+    vantro_disconnect(other);
+
+    // What it was left with is above a limit that is new.
+    service->kill(SIGTERM);
+    ASSERT_EQ(service->wait(), 0);
+    start({"--config", file_, "--volume-limit", "main=50"});
+    ASSERT_EQ(told(), "vantrod: ready (0 tracks, players: main, a=b)");
+    VantroVolume volume = {};
+    VantroHandle *const again = vantro_connect_timed(20'000);
+    ASSERT_EQ(vantro_open(again, "main"), 0);
+    ASSERT_EQ(vantro_get_volume(again, &volume), 0);
+    EXPECT_EQ(volume.level, 50);
+    vantro_disconnect(again);
 }
 
 } // namespace

@@ -137,13 +137,12 @@ CommandResult run_volume(Client &client, const std::string &text) {
         const VolumeChange change = required(parse_volume(text), text);
         client.carry_out("volume", [&](VantroHandle *handle) {
             if (change.muted) {
-                volume->muted = *change.muted;
-                return vantro_set_muted(handle, volume->muted ? 1 : 0);
+                return vantro_set_muted(handle, *change.muted ? 1 : 0);
             }
             const int32_t level = change.level + (change.relative ? volume->level : 0);
-            volume->level = std::clamp(level, 0, 100);
-            return vantro_set_volume(handle, volume->level);
+            return vantro_set_volume(handle, std::clamp(level, 0, 100));
         });
+        volume = client.volume().value_or(*volume); // the service may have set less
     }
     return {.command = "volume", .volume = volume->level, .muted = volume->muted};
 }
