@@ -273,6 +273,8 @@ int host(const Process &process, catalogue::Store &store, const std::filesystem:
     requests::UserLimits limits(
         [](const std::string &line) { log_line(LOG_SEVERITY_WARNING, line); });
     limits.limit_descriptors();
+    answers.set_sessions_refused(
+        [&limits](const requests::Client &client) { limits.sessions_refused(client); });
     requests::Handling handling{answers, turns, limits, memory};
     set_handling(&handling);
     requests::Progress progress;

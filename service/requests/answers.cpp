@@ -233,6 +233,9 @@ int Answers::create_session(const Call &call) {
     const int result =
         call.player->create(request.source, request.node, request.value, request.start, tsid,
                             {client.number, client.uid, is_limited(client.uid)});
+    if (result == ENOSPC && sessions_refused_) {
+        sessions_refused_(client);
+    }
     if (opens_.client(call.open).number != client.number) {
         call.player->maker_gone(client.number); // its end came before the session
     }

@@ -47,6 +47,10 @@ class Answers {
     using Identify = std::function<int(const Client &client, VantroIdentity &identity)>;
     void set_identify(Identify identify) { identify_ = std::move(identify); }
 
+    // Is told whom a player refused a track session, of which it has as many as may be. Likewise.
+    using SessionsRefused = std::function<void(const Client &client)>;
+    void set_sessions_refused(SessionsRefused refused) { sessions_refused_ = std::move(refused); }
+
   private:
     // A request that is being carried out.
     struct Call {
@@ -116,6 +120,7 @@ class Answers {
     OpenRecords opens_;
     PackedLists packed_lists_;
     Identify identify_;
+    SessionsRefused sessions_refused_;
 };
 
 } // namespace vantro::service::requests

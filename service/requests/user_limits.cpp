@@ -8,7 +8,10 @@
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 
+#include <vantro/catalogue.h>
 #include <vantro/platform/message.h>
+
+#include "service/playback/player.h"
 
 namespace vantro::service::requests {
 
@@ -26,6 +29,12 @@ constexpr Limit limits[] = {
     {"bytes of requests that wait", int64_t{32} << 20, int64_t{128} << 20},
 };
 static_assert(std::size(limits) == limited_count);
+
+constexpr const char *sessions = "track sessions of a player";
+constexpr Limit session_limit = {sessions, playback::sessions_of_one_user,
+                                 playback::sessions_of_all_users};
+// Of those who have the reserve.
+constexpr Limit whole_session_limit = {sessions, VANTRO_TRKSESSIONS_MAX, VANTRO_TRKSESSIONS_MAX};
 
 // Descriptors: a scan has a few open for each of its threads, a reader of the catalogue two.
 constexpr rlim_t kept_for_own_work = 48;
@@ -149,12 +158,22 @@ void UserLimits::give_waiting(const Client &client, size_t bytes) noexcept {
     give(client, waiting(bytes));
 }
 
-std::optional<Limited> UserLimits::take(const Client &client, const Amounts &wanted, bool &first) {
-    if (!is_limited(client.uid)) {
-        return std::nullopt;
+void UserLimits::sessions_refused(const Client &client) {
+    bool first = false;
+    {
+        const MutexLock guard(mutex_);
+        const auto user = users_.find(client.uid); // not there any more: its connection has ended
+        first = user != users_.end() && !std::exchange(user->second.sessions_logged, true);
     }
+    if (first) {
+        log(is_limited(client.uid) ? session_limit : whole_session_limit, client.pid, client.uid);
+    }
+}
+
+std::optional<Limited> UserLimits::take(const Client &client, const Amounts &wanted, bool &first) {
     User &user = users_[client.uid];
-    for (size_t i = 0; i < limited_count; ++i) {
+    const bool limited = is_limited(client.uid);
+    for (size_t i = 0; limited && i < limited_count; ++i) {
         if (wanted[i] > 0 && (user.has[i] + wanted[i] > limits[i].of_one_user ||
                               all_[i] + wanted[i] > limits[i].of_all_users)) {
             first = !std::exchange(user.logged[i], true);
@@ -163,7 +182,7 @@ std::optional<Limited> UserLimits::take(const Client &client, const Amounts &wan
     }
     for (size_t i = 0; i < limited_count; ++i) {
         user.has[i] += wanted[i];
-        all_[i] += wanted[i];
+        all_[i] += limited ? wanted[i] : 0;
     }
     return std::nullopt;
 }
@@ -173,9 +192,10 @@ void UserLimits::give(const Client &client, const Amounts &given) noexcept {
     if (user == users_.end()) {
         return;
     }
+    const bool limited = is_limited(client.uid);
     for (size_t i = 0; i < limited_count; ++i) {
         user->second.has[i] -= given[i];
-        all_[i] -= given[i];
+        all_[i] -= limited ? given[i] : 0;
     }
     if (user->second.has == Amounts{}) {
         users_.erase(user);

@@ -67,11 +67,16 @@ class UserLimits {
     bool take_waiting(const Client &client, size_t bytes) EXCLUDES(mutex_);
     void give_waiting(const Client &client, size_t bytes) noexcept EXCLUDES(mutex_);
 
+    // A player refused a track session to it. There the limit is kept (playback::Player); here it
+    // is only told.
+    void sessions_refused(const Client &client) EXCLUDES(mutex_);
+
   private:
     using Amounts = std::array<int64_t, limited_count>;
     struct User {
         Amounts has = {};
         std::array<bool, limited_count> logged = {};
+        bool sessions_logged = false;
     };
 
     // What one request of that many bytes that waits amounts to.
@@ -85,8 +90,8 @@ class UserLimits {
 
     const Log log_;
     Mutex mutex_;
-    std::unordered_map<uint32_t, User> users_ GUARDED_BY(mutex_);
-    Amounts all_ GUARDED_BY(mutex_) = {};
+    std::unordered_map<uint32_t, User> users_ GUARDED_BY(mutex_);   // those without a limit too
+    Amounts all_ GUARDED_BY(mutex_) = {};                           // of all limited users
     std::unordered_map<int32_t, int64_t> opens_ GUARDED_BY(mutex_); // by connection
 };
 

@@ -160,6 +160,22 @@ TEST_F(Serving, ForgetsTheSessionsOfClientsThatAreGone) {
     }
 }
 
+TEST_F(Serving, NamesWhoMakesTooManySessions) {
+    const Client client;
+    ASSERT_EQ(client.result(open_main), 0);
+    for (int i = 0; i < VANTRO_TRKSESSIONS_MAX; ++i) {
+        ASSERT_EQ(client.ask(create(1, "", 0, VANTRO_TRKSESSION_LOAD)).size(), 12u) << i;
+    }
+    EXPECT_EQ(client.result(create(1, "", 0, VANTRO_TRKSESSION_LOAD)), ENOSPC);
+    service->kill(SIGTERM);
+    const std::string log = service->rest();
+    EXPECT_NE(log.find(fmt::format("limit reached: no more track sessions of a player for user {} ",
+                                   geteuid())),
+              log.npos)
+        << log;
+    EXPECT_NE(log.find(fmt::format("by process {} (vantrod_test)", getpid())), log.npos) << log;
+}
+
 TEST_F(Serving, TakesWhatIsLargeAndFarOff) {
     const Client client;
     ASSERT_EQ(client.result(open_main), 0);

@@ -67,6 +67,26 @@ TEST(UserLimits, OfOneUserOfAllAndOfThoseWithTheReserve) {
     }
 }
 
+// Until the user has nothing of the service any more, as with every limit.
+TEST(UserLimits, SessionsThatAPlayerRefusesAreToldOnce) {
+    const std::pair<uint32_t, const char *> rows[] = {{first_user, "(12 for one user, 14 for all)"},
+                                                      {0, "(16 for one user, 16 for all)"}};
+    for (const auto &[uid, amounts] : rows) {
+        Room room;
+        const Client client{1, 1, getpid(), uid};
+        for (const size_t lines : {1u, 2u}) {
+            ASSERT_TRUE(room.limits.take_open(client));
+            room.limits.sessions_refused(client);
+            room.limits.sessions_refused(client);
+            ASSERT_EQ(room.lines.size(), lines);
+            EXPECT_NE(room.lines.back().find(amounts), std::string::npos) << room.lines.back();
+            room.limits.give_open(client);
+        }
+        room.limits.sessions_refused(client); // its connection has ended meanwhile
+        EXPECT_EQ(room.lines.size(), 2u);
+    }
+}
+
 // The first 48 descriptors below the limit are the service's own, the next 48 the reserve.
 TEST(UserLimits, DescriptorsAreKeptBack) {
     rlimit before = {};
