@@ -3,6 +3,12 @@
 #include <map>
 #include <thread>
 
+#include <cstdlib>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 #include <fmt/format.h>
 
 #include "tests/service/vantrod.h"
@@ -132,6 +138,132 @@ TEST_F(MediaRoots, ComeAndGoWhileAPlayerPlaysAndClientsBrowse) {
     vantro_disconnect(handle);
     service->kill(SIGTERM);
     EXPECT_EQ(service->wait(), 0);
+}
+
+// Real mounts, in a child that is alone with them.
+class Mounts : public MediaRoots {
+  protected:
+    enum Outcome { tried, failed, no_mounts = 77, no_volumes = 78 };
+
+    void SetUp() override {
+        Vantrod::SetUp();
+        root = fs::path(path_) / "root";
+        music = fs::path(path_) / "music";
+        for (const fs::path &each : {root / "a", root / "b", music / "below"}) {
+            fs::create_directories(each);
+        }
+        test::make_music(music / "1.flac", 1'000, {"TITLE=One"});
+        // The service's own way to it has a link.
+        fs::create_directory_symlink(music, path_ + "/link");
+    }
+    static bool put(const fs::path &where, const std::string &what, const char *type) {
+        return mount(what.c_str(), where.c_str(), type, 0, nullptr) == 0;
+    }
+    static bool alone() {
+        return geteuid() == 0 && unshare(CLONE_NEWNS) == 0 &&
+               mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    }
+    // A device of a file system with one song, and with a UUID, which only this child sees; ""
+    // where there can be none.
+    std::string make_volume() const {
+        const std::string image = path_ + "/image", holder = path_ + "/holder";
+        fs::create_directory(holder);
+        const std::string command = fmt::format(
+            "truncate -s 8M {0} && mkfs.ext4 -q {0} && mount -o loop {0} {1}", image, holder);
+        struct stat status = {};
+        if (std::system(command.c_str()) != 0 || stat(holder.c_str(), &status) != 0) {
+            return "";
+        }
+        test::make_music(holder + "/2.flac", 600'000, {"TITLE=Two"});
+        const fs::path uuids = "/dev/disk/by-uuid";
+        const bool made = put("/dev", "none", "tmpfs") && fs::create_directories(uuids) &&
+                          mknod("/dev/null", S_IFCHR | 0666, makedev(1, 3)) == 0 &&
+                          mknod("/dev/urandom", S_IFCHR | 0666, makedev(1, 9)) == 0 &&
+                          mknod((uuids / "1234-ABCD").c_str(), S_IFBLK, status.st_dev) == 0;
+        return made ? uuids / "1234-ABCD" : "";
+    }
+    // The node ids of its songs, by their names, once they are so many; the limit is what is
+    // promised.
+    static std::map<std::string, std::string> songs_in_time(int32_t source, size_t wanted) {
+        const Client client;
+        EXPECT_EQ(client.result(open_main), 0);
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+        std::map<std::string, std::string> songs;
+        do {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            const std::string answer = client.ask(browse(source, "songs"));
+            const bool there = answer.substr(0, 4) == bytes(0);
+            const auto list = there ? client.list(browse(source, "songs"))
+                                    : std::vector<std::pair<std::string, std::string>>();
+            songs = {list.begin(), list.end()};
+        } while (songs.size() != wanted && std::chrono::steady_clock::now() < until);
+        EXPECT_EQ(songs.size(), wanted) << "of source " << source;
+        return songs;
+    }
+    // The number of the source of that name, of so many.
+    int32_t number_of(const std::string &name, int sources) {
+        VantroHandle *const handle = vantro_connect_timed(20'000);
+        EXPECT_EQ(vantro_open(handle, "main"), 0);
+        const auto found = wait_for_sources(handle, sources);
+        vantro_disconnect(handle);
+        const auto source = found.find(name);
+        return source != found.end() ? source->second.id : 0;
+    }
+
+    int try_mounts() {
+        if (!alone()) {
+            return no_mounts;
+        }
+        start({"--music", path_ + "/link", "--media-root", root});
+        EXPECT_EQ(told(), "vantrod: ready (0 tracks, players: main)");
+        EXPECT_EQ(told(), "vantrod: scanned (1 tracks)");
+        const int32_t of_music = 1;
+        songs_in_time(of_music, 1);
+        if (!put(music / "below", "none", "tmpfs")) {
+            return no_mounts;
+        }
+        test::make_music(music / "below/3.flac", 1'000, {"TITLE=Three"});
+        songs_in_time(of_music, 2);
+        EXPECT_EQ(umount((music / "below").c_str()), 0);
+        songs_in_time(of_music, 1);
+
+        const std::string volume = make_volume();
+        if (volume.empty()) {
+            return HasFailure() ? failed : no_volumes;
+        }
+        EXPECT_TRUE(put(music / "below", volume, "ext4"));
+        songs_in_time(of_music, 2);
+        EXPECT_EQ(umount((music / "below").c_str()), 0);
+        songs_in_time(of_music, 1);
+
+        EXPECT_TRUE(put(root / "a", volume, "ext4"));
+        const int32_t number = 4; // the folders without it were 2 and 3
+        const auto songs = songs_in_time(number, 1);
+        EXPECT_EQ(number_of("a", 3), number);
+        EXPECT_EQ(umount((root / "a").c_str()), 0);
+        songs_in_time(number, 0);
+        // Elsewhere, it is the same source with the same songs.
+        EXPECT_TRUE(put(root / "b", volume, "ext4"));
+        EXPECT_EQ(songs_in_time(number, 1), songs);
+        EXPECT_EQ(number_of("b", 2), number);
+        service->kill(SIGTERM);
+        EXPECT_EQ(service->wait(), 0);
+        return HasFailure() ? failed : tried;
+    }
+    fs::path music;
+};
+
+TEST_F(Mounts, AreNoticedWithinTwoSecondsAsIsTheirGoing) {
+    test::Process child([this] { return try_mounts(); });
+    const std::string output = child.rest();
+    const int outcome = child.wait();
+    if (outcome == no_mounts) {
+        GTEST_SKIP() << "nothing can be mounted here: mounts were NOT tried";
+    }
+    if (outcome == no_volumes) {
+        GTEST_SKIP() << "no file system can be made here: volumes with a UUID were NOT tried";
+    }
+    EXPECT_EQ(outcome, tried) << output;
 }
 
 TEST_F(Vantrod, RefusesMediaRootsThatCannotBe) {

@@ -391,6 +391,9 @@ void ScanThread::scan_source(MusicDirectory &source, const std::set<std::string>
 }
 
 void ScanThread::note_gone(MusicDirectory &source, const Scan &scan) {
+    if (source.gone) {
+        return; // as a source too: adopt_sources() drops it
+    }
     watcher_.remove({source.id, ""});
     unfinished_.at(source.id) = {};
     if (source.status != VANTRO_SOURCE_UNAVAILABLE) {
