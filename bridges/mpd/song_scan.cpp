@@ -52,22 +52,27 @@ Song listed_song(const NodeKey &key, const Metadata &metadata) {
 
 } // namespace
 
+SongScan::SongScan(Filter filter, Filter::Knowledge needs, Order order)
+    : filter_(std::move(filter)), needs_(needs), order_(order), term_(term_of(filter_)) {}
+
 void SongScan::begin(Player &player, Catalogue &catalogue) {
     begun_ = true;
-    const std::optional<std::string> term = term_of(filter_);
-    if (!term) {
-        if (const std::optional<std::string> base = filter_.demanded_base()) {
-            if (const auto place = find_place(player, catalogue, *base);
-                place && place->kind == Catalogue::Place::Kind::folder) {
-                enter(place->key);
-            }
+    if (const std::optional<std::string> base = filter_.demanded_base(); base && !base->empty()) {
+        const Catalogue::Place place = catalogue.find(player, *base);
+        if (place.kind == Catalogue::Place::Kind::folder && !term_) {
+            enter(place.key);
             return;
         }
     }
     for (const Catalogue::Source &source : catalogue.sources(player)) {
-        walks_.insert(walks_.begin(),
-                      {source.id, term ? NodeWalk::found(source.id, *term)
-                                       : NodeWalk::below({source.id, songs_menu}, true)});
+        const auto walk = [&] {
+            if (term_) {
+                return NodeWalk::found(source.id, *term_);
+            }
+            return NodeWalk::below(
+                {source.id, order_ == Order::folders ? folders_menu : songs_menu}, true);
+        };
+        walks_.insert(walks_.begin(), {source.id, walk()});
     }
 }
 

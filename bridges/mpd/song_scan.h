@@ -17,8 +17,15 @@ namespace vantro::mpd {
 // only if more of them is needed, the service is asked for each one.
 class SongScan {
   public:
+    enum class Order { any, folders };
+
     // @param needs how much of a song that matches is needed.
-    SongScan(Filter filter, Filter::Knowledge needs) : filter_(std::move(filter)), needs_(needs) {}
+    // @param order `folders`: songs come as directories list them, if the service is not asked for
+    // words of the filter; see is_in_order(). `any` is quicker.
+    SongScan(Filter filter, Filter::Knowledge needs, Order order);
+
+    // Whether songs come as directories list them.
+    bool is_in_order() const { return order_ == Order::folders && !term_; }
 
     // Looks at one more song. @return it, if it matches. @throws Ack.
     SongPtr next(Player &player, Catalogue &catalogue);
@@ -32,6 +39,8 @@ class SongScan {
 
     const Filter filter_;
     const Filter::Knowledge needs_;
+    const Order order_;
+    const std::optional<std::string> term_; // What the service is asked for.
     bool begun_ = false;
     std::vector<std::pair<int32_t, NodeWalk>> walks_; // The last one comes first; of each source,
                                                       // or of a folder and those in it.

@@ -47,80 +47,107 @@ std::string sort_key(const Song &song, const SearchOptions::Sort &sort) {
     return fmt::format("{:0{}}", number, digits);
 }
 
-// Calls `take` for each match until it returns false. @return whether there are no more.
+// Songs are in the order of this text as the protocol's own directories have them: by directory,
+// and in each one by album, disc and track.
+std::string place_key(const Song &song) {
+    SearchOptions::Sort by;
+    std::string key = song.uri.substr(0, song.uri.rfind('/') + 1);
+    for (const Tag tag : {Tag::album, Tag::disc, Tag::track}) {
+        by.tag = tag;
+        key += '\0' + sort_key(song, by);
+    }
+    return key + '\0' + song.uri;
+}
+
+// Takes each match within the window, in the order that was asked for, or else in that of the
+// directories.
 class MatchingSongs : public Task {
   public:
     explicit MatchingSongs(SearchOptions options)
-        : options_(std::move(options)), scan_(options_.filter, Knowledge::everything) {}
+        : options_(std::move(options)),
+          scan_(options_.filter, Knowledge::everything, SongScan::Order::folders) {}
 
     bool step(Context &context) override {
+        if (is_sorted_ && !take_sorted(context)) {
+            return false;
+        }
         const auto end = std::chrono::steady_clock::now() + step_time;
+        scanned_ = scanned_ || at_ >= options_.window.end;
         for (uint32_t told = 0; !scanned_ && told < songs_a_step;) {
             if (const SongPtr song = scan_.next(context.partition.player(), context.catalogue)) {
                 ++told;
-                scanned_ = !look_at(context, song);
+                look_at(context, song);
             }
-            scanned_ = scanned_ || scan_.at_end();
-            if (std::chrono::steady_clock::now() >= end) {
-                return false;
+            scanned_ = scan_.at_end() || at_ >= options_.window.end;
+            if (is_full() || std::chrono::steady_clock::now() >= end) {
+                break;
             }
         }
-        return scanned_ && finish(context);
+        if (is_full()) {
+            if (options_.sort) {
+                throw Ack(AckCode::argument, "too many songs to be sorted");
+            }
+            take_sorted(context); // So many, and then the next so many.
+            return false;
+        }
+        return scanned_ && take_sorted(context) && finish(context);
     }
 
   protected:
     // One song within the window, in its order.
     virtual void take(Context &context, const Song &song) = 0;
-    // @return whether all is done.
+    // All of them were taken. @return whether all is done.
     virtual bool finish(Context &context) = 0;
 
-    // Takes the sorted songs, a few at a time. @return whether those were all.
-    bool take_sorted(Context &context) {
-        if (!options_.sort) {
-            return true;
+  private:
+    bool is_full() const { return sorted_.size() > sorted_max || sorted_bytes_ > sorted_bytes_max; }
+
+    void look_at(Context &context, const SongPtr &song) {
+        if (options_.sort || !scan_.is_in_order()) {
+            sorted_.emplace_back(options_.sort ? sort_key(*song, *options_.sort) : place_key(*song),
+                                 song->key);
+            sorted_bytes_ += sorted_.back().first.size();
+            return;
         }
+        if (at_++ >= options_.window.begin) {
+            take(context, *song);
+        }
+    }
+
+    // Takes the songs that were kept, a few at a time. @return whether those were all.
+    bool take_sorted(Context &context) {
         if (!std::exchange(is_sorted_, true)) {
-            const bool down = options_.sort->descending;
+            const bool down = options_.sort && options_.sort->descending;
             std::stable_sort(sorted_.begin(), sorted_.end(), [down](const auto &a, const auto &b) {
                 return down ? b.first < a.first : a.first < b.first;
             });
-            at_ = options_.window.begin;
         }
-        const size_t end = std::min<size_t>(options_.window.end, sorted_.size());
-        for (uint32_t count = 0; at_ < end && count < songs_a_step; ++count, ++at_) {
-            const NodeKey &key = sorted_[at_].second;
+        const Range &window = options_.window;
+        for (uint32_t count = 0; next_ < sorted_.size() && at_ < window.end; ++next_, ++at_) {
+            if (at_ < window.begin) {
+                continue;
+            }
+            if (count++ == songs_a_step) {
+                return false;
+            }
+            const NodeKey &key = sorted_[next_].second;
             take(context, *context.catalogue.song(context.partition.player(), key));
         }
-        return at_ >= end;
+        sorted_.clear();
+        sorted_bytes_ = 0;
+        next_ = 0;
+        is_sorted_ = false;
+        return true;
     }
 
     const SearchOptions options_;
-
-  private:
-    // @return whether more songs are wanted.
-    bool look_at(Context &context, const SongPtr &song) {
-        if (options_.sort) {
-            sorted_.emplace_back(sort_key(*song, *options_.sort), song->key);
-            sorted_bytes_ += sorted_.back().first.size();
-            if (sorted_.size() > sorted_max || sorted_bytes_ > sorted_bytes_max) {
-                throw Ack(AckCode::argument, "too many songs to be sorted");
-            }
-            return true;
-        }
-        const Range &window = options_.window;
-        if (at_ >= window.begin && at_ < window.end) {
-            take(context, *song);
-        }
-        ++at_;
-        return at_ < window.end;
-    }
-
     SongScan scan_;
     bool scanned_ = false;
-    size_t at_ = 0; // Matches so far; after sorting, the next one to be taken.
-    bool is_sorted_ = false;
+    size_t at_ = 0; // Matches so far, in the order in which they are taken.
+    std::vector<std::pair<std::string, NodeKey>> sorted_; // Those that wait for their order.
     size_t sorted_bytes_ = 0;
-    std::vector<std::pair<std::string, NodeKey>> sorted_;
+    bool is_sorted_ = false; // They are being taken,
+    size_t next_ = 0;        // this one next.
 };
 
 class ShowSongs : public MatchingSongs {
@@ -131,7 +158,7 @@ class ShowSongs : public MatchingSongs {
     void take(Context &context, const Song &song) override {
         context.reply.song(song, context.client.shown_tags);
     }
-    bool finish(Context &context) override { return take_sorted(context); }
+    bool finish(Context &) override { return true; }
 };
 
 class AddSongs : public MatchingSongs {
@@ -147,9 +174,6 @@ class AddSongs : public MatchingSongs {
         }
     }
     bool finish(Context &context) override {
-        if (!take_sorted(context)) {
-            return false;
-        }
         add(context);
         return true;
     }

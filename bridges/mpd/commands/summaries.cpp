@@ -31,9 +31,10 @@ class Summarize : public Task {
     // @param counts whether numbers are told; else the values of the last tag.
     Summarize(Filter filter, std::vector<Tag> tags, bool counts)
         : tags_(std::move(tags)), counts_(counts),
-          scan_(std::move(filter), std::all_of(tags_.begin(), tags_.end(), is_listed)
-                                       ? Knowledge::listed
-                                       : Knowledge::everything) {}
+          scan_(std::move(filter),
+                std::all_of(tags_.begin(), tags_.end(), is_listed) ? Knowledge::listed
+                                                                   : Knowledge::everything,
+                SongScan::Order::any) {}
 
     bool step(Context &context) override {
         const auto end = std::chrono::steady_clock::now() + step_time;

@@ -75,6 +75,7 @@ TEST_F(Bridge, MpcDrivesThePlayer) {
         {{"list", "album"}, "\nThe Way\n"},
         {{"list", "title", "artist", "Red"}, "One\nZw\xC3\x96lf\n"},
         {{"search", "title", "zw\xC3\xB6"}, lines({two})},
+        {{"search", "title", "o"}, lines({one, "music/loose.flac"})}, // as directories have them
         {{"find", "title", "zw\xC3\xB6lf"}, ""},
         {{"find", "artist", "Red", "title", "One"}, lines({one})},
         {{"findadd", "(composer == \"Bach\")"}, ""},
