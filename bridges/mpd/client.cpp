@@ -29,9 +29,9 @@ constexpr std::chrono::milliseconds turn(5);
 } // namespace
 
 Client::Client(Descriptor socket, Partition &partition, Partitions &partitions,
-               Catalogue &catalogue)
+               Catalogue &catalogue, const Passwords &passwords)
     : connection_(std::move(socket)), partition_(&partition), partitions_(partitions),
-      catalogue_(catalogue) {
+      catalogue_(catalogue), passwords_(passwords), permissions_(passwords.at_first()) {
     connection_.output() = greeting;
 }
 
@@ -174,25 +174,43 @@ bool Client::run(const std::string &line) {
     command_.clear();
     try {
         const std::vector<std::string> words = parse_line(line);
-        const Command *const command = find_command(words.front());
-        if (!command) {
-            throw Ack(AckCode::unknown, fmt::format("unknown command \"{}\"", words.front()));
-        }
+        const Command &command = need_command(words);
         command_ = words.front();
         const Arguments arguments = Arguments(words).subspan(1);
+        // What is refused to everybody says why itself.
+        if (command.permission != Permission::nobody && !permissions_.allow(command.permission)) {
+            throw Ack(AckCode::permission,
+                      fmt::format("you don't have permission for \"{}\"", command_));
+        }
         if (in_list_ && command_ == "idle") {
             throw Ack(AckCode::not_list, "not allowed in a command list");
         }
-        if (arguments.size() < command->least || arguments.size() > command->most) {
+        if (arguments.size() < command.least || arguments.size() > command.most) {
             throw Ack(AckCode::argument,
                       fmt::format("wrong number of arguments for \"{}\"", command_));
         }
-        carry_out(*command, arguments);
+        carry_out(command, arguments);
         return true;
     } catch (const std::exception &) {
         refuse_current();
         commit_rest();
     }
+    return false;
+}
+
+const Command &Client::need_command(Arguments words) const {
+    if (const Command *const command = find_command(words.front())) {
+        return *command;
+    }
+    throw Ack(AckCode::unknown, fmt::format("unknown command \"{}\"", words.front()));
+}
+
+bool Client::give_password(const std::string &password) {
+    if (const Permissions *const found = passwords_.find(password)) {
+        permissions_ = *found;
+        return true;
+    }
+    closing_ = closing_ || ++wrong_passwords_ >= wrong_passwords_max;
     return false;
 }
 

@@ -11,6 +11,7 @@
 #include "bridges/mpd/ack.h"
 #include "bridges/mpd/command.h"
 #include "bridges/mpd/connection.h"
+#include "bridges/mpd/permissions.h"
 #include "bridges/mpd/subsystems.h"
 
 namespace vantro::mpd {
@@ -23,7 +24,12 @@ class Client {
     // A piece of a cover, unless the client asks for another size.
     static constexpr size_t binary_default = 8192;
 
-    Client(Descriptor socket, Partition &partition, Partitions &partitions, Catalogue &catalogue);
+    // Wrong passwords before the connection ends.
+    static constexpr int wrong_passwords_max = 10;
+
+    // @param passwords borrowed, like the others.
+    Client(Descriptor socket, Partition &partition, Partitions &partitions, Catalogue &catalogue,
+           const Passwords &passwords);
 
     // Reads what the client has sent.
     void receive() { connection_.receive(); }
@@ -47,6 +53,10 @@ class Client {
     Partition &partition() const { return *partition_; }
     void set_partition(Partition &partition) { partition_ = &partition; }
 
+    // What the client may do; a password changes it. @return whether it is right.
+    const Permissions &permissions() const { return permissions_; }
+    bool give_password(const std::string &password);
+
     // For the commands: what waiting begins with, and how it ends.
     void wait_for(const Subsystems &wanted);
     void close() { closing_ = true; }
@@ -60,6 +70,7 @@ class Client {
     void add_to_list(std::string_view line);
     void run_next();
     bool run(const std::string &line);
+    const Command &need_command(Arguments words) const;
     void carry_out(const Command &command, Arguments arguments);
     bool step_task();
     void refuse(AckCode code, const std::string &text);
@@ -74,6 +85,9 @@ class Client {
     Partition *partition_;
     Partitions &partitions_;
     Catalogue &catalogue_;
+    const Passwords &passwords_;
+    Permissions permissions_;
+    int wrong_passwords_ = 0;
 
     Subsystems changed_; // Not told yet.
     Subsystems waiting_; // What the client waits for.

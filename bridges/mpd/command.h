@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "bridges/mpd/permissions.h"
 #include "bridges/mpd/reply.h"
 
 namespace vantro::mpd {
@@ -46,7 +47,8 @@ constexpr size_t any_number = SIZE_MAX;
 
 struct Command {
     std::string_view name;
-    size_t least; // Numbers of arguments.
+    Permission permission; // That it needs.
+    size_t least;          // Numbers of arguments.
     size_t most;
     Handler handler;
     bool drafts = false; // It may leave changes of the queue to Partition::commit().

@@ -7,12 +7,15 @@
 #include <utility>
 #include <vector>
 
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <vantro/platform/log.h>
 #include <vantro/version.h>
 
+#include "bridges/mpd/permissions.h"
 #include "bridges/mpd/server.h"
 #include "bridges/sockets/listener.h"
 
@@ -25,6 +28,7 @@ struct Options {
     std::vector<std::string> binds;
     uint16_t port = 6600;
     size_t clients = 128;
+    std::string password_file;
     bool verbose = false;
 };
 
@@ -59,16 +63,28 @@ std::vector<Listener> listen(const Options &options) {
     return all;
 }
 
+Passwords read_passwords(const std::string &path) {
+    if (path.empty()) {
+        return {};
+    }
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0) {
+        complain(path + " can be read by every user of this machine");
+    }
+    return Passwords::read(path);
+}
+
 int run(const Options &options) {
     if (!options.verbose) {
         system_log_set_sink(drop_line, nullptr);
     }
+    Passwords passwords = read_passwords(options.password_file);
     std::vector<Listener> listeners = listen(options);
     std::string names;
     for (const Listener &each : listeners) {
         names += (names.empty() ? "" : ", ") + each.name();
     }
-    Server server(std::move(listeners), options.player, options.clients);
+    Server server(std::move(listeners), options.player, options.clients, std::move(passwords));
     std::printf("vantro-mpd: ready (%s)\n", names.c_str());
     std::fflush(stdout);
     server.run();
@@ -100,6 +116,9 @@ int parse_and_run(int argc, char **argv) {
         ->type_name("N")
         ->capture_default_str()
         ->check(CLI::Range(size_t{1}, clients_most));
+    app.add_option("--password-file", options.password_file,
+                   "File with lines of the form PASSWORD@PERMISSIONS")
+        ->type_name("FILE");
     app.add_flag("--verbose", options.verbose, "Log what the library logs");
     try {
         app.parse(argc, argv);

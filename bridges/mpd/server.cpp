@@ -32,9 +32,11 @@ bool works(Client &client) {
 
 } // namespace
 
-Server::Server(std::vector<Listener> listeners, const std::string &player, size_t clients_max)
+Server::Server(std::vector<Listener> listeners, const std::string &player, size_t clients_max,
+               Passwords passwords)
     : listeners_(std::move(listeners)), partitions_(player), clients_max_(clients_max),
-      epoll_(epoll_create1(EPOLL_CLOEXEC)), signals_(sockets::ending_signals()) {
+      passwords_(std::move(passwords)), epoll_(epoll_create1(EPOLL_CLOEXEC)),
+      signals_(sockets::ending_signals()) {
     if (!epoll_ || !signals_) {
         throw std::runtime_error("no descriptor is left");
     }
@@ -118,7 +120,7 @@ void Server::accept(int listener) {
     setsockopt(made.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // in vain on a path
     const int descriptor = made.get();
     clients_.try_emplace(descriptor, std::move(made), partitions_.default_partition(), partitions_,
-                         catalogue_);
+                         catalogue_, passwords_);
     watch(EPOLL_CTL_ADD, descriptor, EPOLLIN);
     client_events_[descriptor] = EPOLLIN;
 }

@@ -12,6 +12,7 @@
 #include "bridges/mpd/catalogue.h"
 #include "bridges/mpd/client.h"
 #include "bridges/mpd/partitions.h"
+#include "bridges/mpd/permissions.h"
 #include "bridges/sockets/descriptor.h"
 #include "bridges/sockets/listener.h"
 
@@ -24,7 +25,8 @@ class Server {
   public:
     // @param clients_max how many are served; more are turned away.
     // @throws std::runtime_error where the system has no descriptor left.
-    Server(std::vector<Listener> listeners, const std::string &player, size_t clients_max);
+    Server(std::vector<Listener> listeners, const std::string &player, size_t clients_max,
+           Passwords passwords);
 
     // Serves until the process is asked to end.
     void run();
@@ -52,6 +54,7 @@ class Server {
     Partitions partitions_;
     Catalogue catalogue_;
     const size_t clients_max_;
+    const Passwords passwords_;
     Descriptor epoll_;
     Descriptor signals_;
     bool listening_ = true; // Not while descriptors are short.

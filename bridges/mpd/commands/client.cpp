@@ -37,6 +37,14 @@ void list_tags(Reply &reply, const TagSet &tags) {
     }
 }
 
+void list_commands(Context &context, bool allowed) {
+    for (const Command &command : all_commands()) {
+        if (context.client.permissions().allow(command.permission) == allowed) {
+            context.reply.pair("command", command.name);
+        }
+    }
+}
+
 } // namespace
 
 TaskPtr run_nothing(Context &, Arguments) {
@@ -52,14 +60,20 @@ TaskPtr run_kill(Context &, Arguments) {
     throw Ack(AckCode::permission, "the service is ended by its owner, not by its clients");
 }
 
-TaskPtr run_password(Context &, Arguments) {
-    throw Ack(AckCode::password, "there are no passwords here");
+TaskPtr run_password(Context &context, Arguments arguments) {
+    if (!context.client.give_password(arguments[0])) {
+        throw Ack(AckCode::password, "incorrect password");
+    }
+    return nullptr;
 }
 
 TaskPtr run_commands(Context &context, Arguments) {
-    for (const Command &command : all_commands()) {
-        context.reply.pair("command", command.name);
-    }
+    list_commands(context, true);
+    return nullptr;
+}
+
+TaskPtr run_notcommands(Context &context, Arguments) {
+    list_commands(context, false);
     return nullptr;
 }
 

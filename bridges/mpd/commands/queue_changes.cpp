@@ -126,4 +126,8 @@ TaskPtr run_shuffle(Context &context, Arguments arguments) {
     return nullptr;
 }
 
+TaskPtr run_prio(Context &, Arguments) {
+    throw Ack(AckCode::argument, "the player's queue has no priorities");
+}
+
 } // namespace vantro::mpd

@@ -224,6 +224,69 @@ TEST_F(Bridge, WhoWaitsIsToldOfChanges) {
     EXPECT_EQ(waiting.answer(), "(closed)");
 }
 
+TEST_F(Bridge, ClientsMayDoWhatTheirPasswordAllows) {
+    const std::string file = path_ + "/passwords";
+    const auto start = [&](const std::string &text) {
+        test::write_file(file, text);
+        return test::Process(std::vector<std::string>{VANTRO_MPD, "--bind", "127.0.0.1", "--port",
+                                                      "0", "--password-file", file});
+    };
+    for (const auto &[text, complaint] :
+         {std::pair("", " has no password"), std::pair("# x\n\nabc\n", ":3: PASSWORD@PERMISSIONS"),
+          std::pair("a@read,write\n", ":1: \"write\" is none of"),
+          std::pair("a@read\r\na@add\n", ":2: the password is there already")}) {
+        test::Process process = start(text);
+        EXPECT_NE(process.rest().find(file + complaint), std::string::npos) << text;
+        EXPECT_EQ(process.wait(), 1);
+    }
+    test::Process bridge = start("@read\nd j@read,player\na@b@control\nboss@admin\n");
+    std::string said = bridge.line();
+    EXPECT_NE(said.find("can be read by every user"), std::string::npos) << said;
+    said = bridge.line();
+    ASSERT_TRUE(said.starts_with("vantro-mpd: ready (127.0.0.1:")) << said;
+    const auto port = static_cast<uint16_t>(std::stoi(said.substr(said.find(':', 12) + 1)));
+    const auto refused = [](const std::string &name) {
+        return "ACK [4@0] {" + name + "} you don't have permission for \"" + name + "\"\n";
+    };
+    struct Row {
+        std::string line, says;
+    };
+    const Row rows[] = {
+        {"getvol", "volume: 100\nOK\n"},
+        {"setvol 1", refused("setvol")},
+        {"setvol", refused("setvol")}, // before its arguments are looked at
+        {"password x", "ACK [3@0] {password} incorrect password\n"},
+        {"password \"d\"", "ACK [3@0] {password} incorrect password\n"},
+        {"command_list_begin\npassword \"d j\"\nsetvol 7\ngetvol\ncommand_list_end",
+         "volume: 7\nOK\n"},
+        {"addid music/loose.flac", refused("addid")},
+        {"save x", refused("save")},
+        {"password a@b", "OK\n"},
+        {"getvol", refused("getvol")}, // as the line says
+        {"stop", "OK\n"},              // control is player too
+        {"rm x", "ACK [50@0] {rm} no saved playlist: \"x\"\n"},
+        {"disableoutput 0", refused("disableoutput")},
+        {"password boss", "OK\n"},
+        {"stop", refused("stop")},
+        {"prio 1 2:", "ACK [2@0] {prio} the player's queue has no priorities\n"},
+        {"commands",
+         "command: binarylimit\ncommand: close\ncommand: commands\ncommand: disableoutput\n"
+         "command: enableoutput\ncommand: notcommands\ncommand: password\ncommand: ping\n"
+         "command: tagtypes\ncommand: toggleoutput\nOK\n"},
+    };
+    RawClient client(port);
+    for (const Row &row : rows) {
+        EXPECT_EQ(client.ask(row.line), row.says) << row.line;
+    }
+    EXPECT_NE(client.ask("notcommands").find("command: kill\n"), std::string::npos);
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(client.ask("password x"), "ACK [3@0] {password} incorrect password\n");
+    }
+    EXPECT_EQ(client.ask("ping"), "(closed)");
+    bridge.kill(SIGTERM);
+    EXPECT_EQ(bridge.wait(), 0);
+}
+
 TEST_F(Bridge, NobodysMisconductReachesOthers) {
     RawClient other(port_);
     RawClient halves(port_);
