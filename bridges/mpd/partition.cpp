@@ -62,6 +62,7 @@ bool Partition::connect() {
         return false;
     }
     player_.emplace(*std::move(player));
+    status_.reset();
     ++connections_;
     ++catalogue_version_;
     // The first events tell what is, not what has changed.
@@ -91,6 +92,7 @@ int Partition::descriptor() {
 
 void Partition::leave(const Ack &why) {
     draft_.reset();
+    status_.reset();
     absent_ = true;
     failure_ = why.what();
     reconnecting_.lost(player_, dynamic_cast<const ServiceSilent *>(&why) != nullptr);
@@ -125,6 +127,7 @@ Subsystems Partition::take_events() {
         if (!*event) {
             break;
         }
+        status_.reset();
         changed |= changes_of(**event);
     }
     return changed;
@@ -188,19 +191,30 @@ Subsystems Partition::changes_of(const Event &event) {
     return {};
 }
 
-VantroTrksessionInfo Partition::session() {
-    return checked(player().session());
+const VantroStatus &Partition::status() {
+    player();
+    news_ |= take_events();
+    if (!status_) {
+        status_ = checked(player().status());
+        status_at_ = Clock::now();
+    }
+    return *status_;
+}
+
+milliseconds Partition::position() {
+    const VantroStatus &now = status();
+    milliseconds position(now.position);
+    if (now.state.state == VANTRO_STATE_PLAYING) {
+        const std::chrono::duration<double, std::milli> passed = Clock::now() - status_at_;
+        position += milliseconds(static_cast<int64_t>(passed.count() * now.state.rate));
+    }
+    const milliseconds end(now.metadata ? now.metadata->duration : 0);
+    return end.count() > 0 ? std::min(position, end) : position;
 }
 
 std::optional<int32_t> Partition::current() {
-    const Result<Track> track = player().track();
-    if (refused(track, ENODATA)) {
-        return std::nullopt;
-    }
-    if (!track) {
-        throw_ack(track.failure());
-    }
-    return (*track)->index;
+    const int32_t index = status().index;
+    return index < 0 ? std::nullopt : std::optional(index);
 }
 
 std::vector<NodeKey> Partition::fetch_tracks(uint64_t tsid, int32_t offset) {
@@ -225,7 +239,7 @@ std::vector<NodeKey> Partition::fetch_tracks(uint64_t tsid, int32_t offset) {
 
 const Queue &Partition::queue() {
     for (int attempt = 1;; ++attempt) {
-        const VantroTrksessionInfo now = session();
+        const VantroTrksessionInfo now = status().trksession;
         if (now.type == VANTRO_TRKSESSION_NONE) {
             queue_.replace(0, {});
             return queue_;
@@ -239,6 +253,7 @@ const Queue &Partition::queue() {
             if (ack.code() != AckCode::no_exist || attempt == attempts) {
                 throw;
             }
+            status_.reset();
         }
     }
 }
@@ -357,7 +372,7 @@ void Partition::commit_all(const QueueDraft &draft) {
 }
 
 void Partition::clear() {
-    if (const VantroTrksessionInfo now = session(); now.type != VANTRO_TRKSESSION_NONE) {
+    if (const VantroTrksessionInfo now = status().trksession; now.type != VANTRO_TRKSESSION_NONE) {
         checked(player().destroy_session(now.tsid));
     }
 }

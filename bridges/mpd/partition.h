@@ -50,8 +50,12 @@ class Partition {
     // The tracks of the current session, as they are now. @throws Ack.
     const Queue &queue();
 
-    // The session that the queue was read from; there is none where its id is 0.
-    VantroTrksessionInfo session();
+    // What the player does. It is asked only if something has happened since it was last asked:
+    // what a command changes is among the events before its answer comes. @throws Ack.
+    const VantroStatus &status();
+
+    // Where the track is now. @throws Ack.
+    std::chrono::milliseconds position();
 
     // The current track's place, where there is one.
     std::optional<int32_t> current();
@@ -111,6 +115,8 @@ class Partition {
     bool absent_ = false; // There was no service when it was last looked for.
     Subsystems news_;     // What a new connection may have changed.
     bool muted_ = false;
+    Status status_; // NULL: it is to be asked for.
+    Clock::time_point status_at_{};
 
     sockets::Reconnecting reconnecting_;
 

@@ -98,6 +98,10 @@ void Server::run() {
         }
         look_after_players();
         serve_clients();
+        // What a client has changed just now need not wait until its event wakes this thread.
+        if (look_after_players()) {
+            serve_clients();
+        }
     }
 }
 
@@ -158,7 +162,8 @@ void Server::watch_player(Partition &partition, Watch &watching) {
     }
 }
 
-void Server::look_after_players() {
+bool Server::look_after_players() {
+    bool told = false;
     for (auto &[partition, watching] : watches_) {
         watching.clients = 0;
     }
@@ -171,10 +176,12 @@ void Server::look_after_players() {
             partition.reconnect();
             if (const Subsystems changed = partition.take_events(); changed.any()) {
                 notify(partition, changed);
+                told = true;
             }
         }
         watch_player(partition, watching);
     }
+    return told;
 }
 
 void Server::watch_client(Client &client) {

@@ -43,7 +43,8 @@ class Server {
     int timeout() const;
     bool is_listener(int descriptor) const;
     void accept(int listener);
-    void look_after_players();
+    // @return whether there was something to tell clients.
+    bool look_after_players();
     void watch_player(Partition &partition, Watch &watch);
     void notify(const Partition &partition, const Subsystems &changed);
     void serve_clients();

@@ -26,13 +26,13 @@ TaskPtr run_setvol(Context &context, Arguments arguments) {
 
 TaskPtr run_volume(Context &context, Arguments arguments) {
     const int32_t change = parse_integer(arguments[0], -loudest, loudest);
-    const VantroVolume now = checked(player_of(context).volume());
-    checked(player_of(context).set_volume(std::clamp(now.level + change, 0, loudest)));
+    const int32_t now = context.partition.status().volume.level;
+    checked(player_of(context).set_volume(std::clamp(now + change, 0, loudest)));
     return nullptr;
 }
 
 TaskPtr run_getvol(Context &context, Arguments) {
-    context.reply.number("volume", checked(player_of(context).volume()).level);
+    context.reply.number("volume", context.partition.status().volume.level);
     return nullptr;
 }
 
@@ -44,7 +44,7 @@ TaskPtr run_random(Context &context, Arguments arguments) {
 // The service repeats all or one; here that is repeat alone, or repeat and single.
 TaskPtr run_repeat(Context &context, Arguments arguments) {
     const bool on = parse_switch(arguments[0]);
-    const int32_t now = checked(player_of(context).state()).repeat;
+    const int32_t now = context.partition.status().state.repeat;
     if (on != (now != VANTRO_REPEAT_OFF)) {
         checked(player_of(context).set_repeat(on ? Repeat::all : Repeat::off));
     }
@@ -56,7 +56,7 @@ TaskPtr run_single(Context &context, Arguments arguments) {
         throw Ack(AckCode::argument, "single cannot be for one song only");
     }
     const bool on = parse_switch(arguments[0]);
-    const int32_t now = checked(player_of(context).state()).repeat;
+    const int32_t now = context.partition.status().state.repeat;
     if (on && now == VANTRO_REPEAT_OFF) {
         throw Ack(AckCode::argument, "single needs repeat: the player cannot stop after each song");
     }

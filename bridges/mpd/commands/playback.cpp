@@ -19,7 +19,7 @@ Player &player_of(Context &context) {
 }
 
 int32_t state_of(Context &context) {
-    return checked(player_of(context).state()).state;
+    return context.partition.status().state.state;
 }
 
 void play(Context &context, std::optional<uint32_t> position) {

@@ -20,11 +20,10 @@ const char *state_name(int32_t state) {
     return state == VANTRO_STATE_PLAYING ? "play" : state == VANTRO_STATE_PAUSED ? "pause" : "stop";
 }
 
-void tell_modes(Context &context, const VantroStateInfo &state) {
+void tell_modes(Context &context, const VantroStatus &status) {
     Reply &reply = context.reply;
-    if (const std::optional<VantroVolume> volume = if_told(context.partition.player().volume())) {
-        reply.number("volume", volume->level);
-    }
+    const VantroStateInfo &state = status.state;
+    reply.number("volume", status.volume.level);
     reply.number("repeat", state.repeat != VANTRO_REPEAT_OFF);
     reply.number("random", state.shuffle == VANTRO_SHUFFLE_ON);
     reply.number("single", state.repeat == VANTRO_REPEAT_ONE);
@@ -66,11 +65,7 @@ void tell_track(Context &context, const Queue &queue, const VantroStateInfo &sta
     reply.number("songid", queue.entries()->at(position).id);
     const SongPtr song = song_at(context, queue, *index);
     if (state.state == VANTRO_STATE_PLAYING || state.state == VANTRO_STATE_PAUSED) {
-        const Result<Player::Milliseconds> told = context.partition.player().position();
-        if (refused(told, ENODATA)) {
-            return; // the session has ended just now
-        }
-        const int64_t elapsed = checked(told).count();
+        const int64_t elapsed = context.partition.position().count();
         reply.raw(
             fmt::format("time: {}:{}\n", (elapsed + 500) / 1000, (song->duration_ms + 500) / 1000));
         reply.pair("elapsed", format_seconds(elapsed));
@@ -100,10 +95,10 @@ bool scanning(Context &context) {
 
 TaskPtr run_status(Context &context, Arguments) {
     Partition &partition = context.partition;
-    const VantroStateInfo state = checked(partition.player().state());
     const Queue &queue = partition.queue();
+    const VantroStateInfo state = partition.status().state;
     Reply &reply = context.reply;
-    tell_modes(context, state);
+    tell_modes(context, partition.status());
     reply.number("playlist", queue.version());
     reply.number("playlistlength", queue.size());
     reply.pair("state", state_name(state.state));
