@@ -55,6 +55,7 @@ void Catalogue::be_at(uint64_t version) {
         sources_.clear();
         saved_.clear();
         songs_.clear();
+        whole_.clear();
         folders_.clear();
     }
 }

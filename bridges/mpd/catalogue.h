@@ -13,6 +13,7 @@
 
 #include "bridges/mpd/song.h"
 #include "bridges/mpd/song_cache.h"
+#include "bridges/mpd/whole_catalogue.h"
 
 namespace vantro::mpd {
 
@@ -51,6 +52,8 @@ class Catalogue {
     SongPtr song(Player &player, const NodeKey &key);
     Place find(Player &player, std::string_view uri);
 
+    WholeCatalogue &whole() { return whole_; }
+
   private:
     struct Root {
         int32_t source;
@@ -70,6 +73,7 @@ class Catalogue {
     std::vector<int32_t> saved_; // Sources of saved playlists.
     std::vector<Root> roots_;
     SongCache songs_;
+    WholeCatalogue whole_;
     std::unordered_map<std::string, NodeKey> folders_; // By their URIs; not all of them.
 };
 

@@ -127,7 +127,7 @@ Subsystems Partition::take_events() {
         if (!*event) {
             break;
         }
-        status_.reset();
+        note_for_status(**event);
         changed |= changes_of(**event);
     }
     return changed;
@@ -189,6 +189,16 @@ Subsystems Partition::changes_of(const Event &event) {
                (std::exchange(muted_, muted) == muted ? Subsystems() : only(Subsystem::output));
     }
     return {};
+}
+
+void Partition::note_for_status(const Event &event) {
+    const auto *const state = event.as<StateEvent>();
+    const VantroStateInfo now = event.now();
+    if (state && status_ && state->before.state == now.state && state->before.rate == now.rate) {
+        status_->state = now; // the modes alone
+    } else {
+        status_.reset();
+    }
 }
 
 const VantroStatus &Partition::status() {

@@ -96,6 +96,7 @@ class Partition {
   private:
     bool connect();
     Subsystems changes_of(const Event &event);
+    void note_for_status(const Event &event);
     bool jumped(std::chrono::milliseconds position, const VantroStateInfo &now);
     void commit_added(const QueueDraft &draft);
     void commit_all(const QueueDraft &draft);

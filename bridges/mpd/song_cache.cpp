@@ -7,15 +7,15 @@ std::string text_of(const NodeKey &key) {
     return std::to_string(key.source) + ':' + key.id;
 }
 
-size_t size_of(const Song &song) {
+} // namespace
+
+size_t SongCache::size_of(const Song &song) {
     size_t size = sizeof song + 4 * song.uri.size() + 2 * song.key.id.size() + song.artwork.size();
     for (const std::string &value : song.tags) {
         size += value.size();
     }
     return size;
 }
-
-} // namespace
 
 void SongCache::add(const SongPtr &song) {
     if (newer_.bytes > half_bytes) {

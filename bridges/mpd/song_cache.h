@@ -19,6 +19,9 @@ class SongCache {
     void add(const SongPtr &song);
     void clear();
 
+    // The bytes that a song takes, with what finds it.
+    static size_t size_of(const Song &song);
+
   private:
     // Both halves. Their songs take so much at most, and as much again for what holds them.
     static constexpr size_t half_bytes = 8 * 1024 * 1024;

@@ -57,13 +57,41 @@ SongScan::SongScan(Filter filter, Filter::Knowledge needs, Order order)
 
 void SongScan::begin(Player &player, Catalogue &catalogue) {
     begun_ = true;
+    std::optional<Catalogue::Place> folder;
     if (const std::optional<std::string> base = filter_.demanded_base(); base && !base->empty()) {
-        const Catalogue::Place place = catalogue.find(player, *base);
-        if (place.kind == Catalogue::Place::Kind::folder && !term_) {
-            enter(place.key);
-            return;
+        Catalogue::Place place = catalogue.find(player, *base);
+        if (place.kind == Catalogue::Place::Kind::folder) {
+            folder = std::move(place);
         }
     }
+    const WholeCatalogue::State whole = catalogue.whole().state();
+    if (whole == WholeCatalogue::State::complete) {
+        all_ = catalogue.whole().songs();
+    } else if (folder && !term_) {
+        enter(folder->key);
+    } else if (!term_ && whole != WholeCatalogue::State::too_large) {
+        reading_ = true;
+    } else {
+        begin_walks(player, catalogue);
+    }
+}
+
+void SongScan::read_on(Player &player, Catalogue &catalogue) {
+    switch (catalogue.whole().read_on(player, catalogue)) {
+    case WholeCatalogue::State::complete:
+        all_ = catalogue.whole().songs();
+        reading_ = false;
+        break;
+    case WholeCatalogue::State::too_large:
+        reading_ = false;
+        begin_walks(player, catalogue);
+        break;
+    default:
+        break;
+    }
+}
+
+void SongScan::begin_walks(Player &player, Catalogue &catalogue) {
     for (const Catalogue::Source &source : catalogue.sources(player)) {
         const auto walk = [&] {
             if (term_) {
@@ -91,6 +119,21 @@ SongPtr SongScan::next(Player &player, Catalogue &catalogue) {
         }
         begin(player, catalogue);
     }
+    if (reading_) {
+        read_on(player, catalogue);
+        return nullptr;
+    }
+    if (all_) {
+        if (at_ == all_->size()) {
+            return nullptr;
+        }
+        const SongPtr &song = (*all_)[at_++];
+        return filter_.matches(*song) ? song : nullptr;
+    }
+    return walk_on(player, catalogue);
+}
+
+SongPtr SongScan::walk_on(Player &player, Catalogue &catalogue) {
     if (walks_.empty()) {
         return nullptr;
     }
