@@ -183,10 +183,14 @@ void MpvSound::take(const mpv_event &event) {
         if (current_.open && own_core_->has_output()) {
             current_.placed = !seeking_;
             ever_heard_ = true;
+            in_entry_ = true;
+            choose_end();
         }
         break;
     case MPV_EVENT_HOOK:
+        in_entry_ = false;
         before_entry_ends();
+        choose_end();
         own_core_->go_on(*static_cast<mpv_event_hook *>(event.data));
         break;
     case MPV_EVENT_END_FILE:
@@ -371,6 +375,20 @@ void MpvSound::go_to(const Wanted &wanted) {
             following_.part = listener_.part_of(wanted.next.song);
             following_.number = own_core_->append(wanted.next.song, following_.part);
         }
+    }
+    choose_end();
+}
+
+// What begins within a file begins with a seek, and that throws away what the output still holds of
+// the entry before. So mpv is to go on with it only when all of that has been heard. As long as
+// nothing is known to follow a part of a file, another part may. While mpv goes from one to the
+// other it must not be told so: it would open the output anew.
+void MpvSound::choose_end() {
+    const bool part_follows =
+        following_.number != 0 ? following_.part.start_us > 0 : current_.part.stop_us > 0;
+    const bool plays_out = part_follows && in_entry_;
+    if (std::exchange(plays_out_, plays_out) != plays_out) {
+        own_core_->set_text("gapless-audio", plays_out ? "no" : "yes");
     }
 }
 

@@ -69,6 +69,7 @@ class MpvSound : public Sound {
     void hold(bool held);
     void go_to(const Wanted &wanted);
     void place(const Cue &cue);
+    void choose_end();
     void forget_all();
     void report_end_when_idle();
     std::optional<double> report_progress(const Wanted &wanted);
@@ -89,6 +90,8 @@ class MpvSound : public Sound {
     int32_t failure_ = 0; // VANTRO_ERROR_* of the current entry, not yet reported
     uint64_t failed_ = 0; // cue that failed last: held, it is not tried again
     bool seeking_ = false;
+    bool in_entry_ = false;   // mpv plays it, and does not leave it yet
+    bool plays_out_ = false;  // all of the current entry, before the next one begins
     bool output_bad_ = false; // and not tried again yet
     bool ever_heard_ = false;
     std::string output_error_; // what mpv said of an output last

@@ -263,6 +263,21 @@ TEST_F(Sound, TracksOfACueSheetFollowEachOtherWithoutALostOrAddedSample) {
     EXPECT_EQ(heard(), tone(1000, 1));
 }
 
+// By an output with a buffer, which a seek to the start of the next one would empty. That there is
+// no music of the one before any more shows in the time that all of them take.
+TEST_F(Sound, TracksOfACueSheetAreHeardToTheirEnds) {
+    write("1.wav", wav(tone(3000, 1)));
+    write("1.cue", "FILE 1.wav WAVE\nTRACK 01 AUDIO\nINDEX 01 00:00:00\n"
+                   "TRACK 02 AUDIO\nINDEX 01 00:01:00\nTRACK 03 AUDIO\nINDEX 01 00:02:00\n");
+    load("null");
+    ASSERT_EQ(vantro_play(player_), 0);
+    until_state(VANTRO_STATE_PLAYING);
+    const auto began = std::chrono::steady_clock::now();
+    until_track(2);
+    until_state(VANTRO_STATE_STOPPED);
+    EXPECT_GT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(2950));
+}
+
 // The seek is beyond the track's start by its own count, and the end is not that of the file.
 TEST_F(Sound, ATrackOfACueSheetIsSoughtInAndEndsByItself) {
     write("1.wav", wav(tone(1000, 1)));
