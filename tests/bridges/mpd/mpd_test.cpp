@@ -1,3 +1,5 @@
+#include <thread>
+
 #include "tests/bridges/mpd/bridge_process.h"
 
 namespace vantro::mpd {
@@ -285,6 +287,37 @@ TEST_F(Bridge, ClientsMayDoWhatTheirPasswordAllows) {
     EXPECT_EQ(client.ask("ping"), "(closed)");
     bridge.kill(SIGTERM);
     EXPECT_EQ(bridge.wait(), 0);
+}
+
+// It makes songs of a file that is known already, and that plays.
+TEST_F(Bridge, ASheetThatArrivesGivesTracks) {
+    RawClient waiting(port_), other(port_);
+    EXPECT_EQ(other.ask("add music/loose.flac"), "OK\n");
+    EXPECT_EQ(other.ask("play"), "OK\n");
+    waiting.send("idle database\n");
+    test::write_file(music_ / "loose.cue",
+                     "FILE loose.flac WAVE\nTRACK 01 AUDIO\nTITLE First\nINDEX 01 00:00:00\n"
+                     "TRACK 02 AUDIO\nTITLE Second\nINDEX 01 00:29:00\n");
+    EXPECT_EQ(waiting.answer(), "changed: database\nOK\n");
+    const auto value = [](const std::string &answer, const std::string &key) {
+        const size_t at = answer.find(key + ": ");
+        return at == answer.npos ? "" : answer.substr(at, answer.find('\n', at) - at);
+    };
+    EXPECT_EQ(value(other.ask("status"), "state"), "state: play");
+    const std::string second = other.ask("find title Second");
+    EXPECT_EQ(value(second, "duration"), "duration: 1.000");
+    EXPECT_EQ(other.ask("clear"), "OK\n");
+    EXPECT_EQ(other.ask("findadd title First"), "OK\n");
+    EXPECT_EQ(other.ask("add " + value(second, "file").substr(6)), "OK\n");
+    EXPECT_EQ(other.ask("play 0"), "OK\n");
+    EXPECT_EQ(other.ask("seekcur 28.9"), "OK\n");
+    for (int i = 0; i < 100 && value(other.ask("status"), "song") != "song: 1"; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_EQ(value(other.ask("currentsong"), "Title"), "Title: Second");
+    const std::string status = other.ask("status");
+    EXPECT_EQ(value(status, "duration"), "duration: 1.000") << status;
+    EXPECT_EQ(value(status, "elapsed").rfind("elapsed: 0.", 0), 0u) << status;
 }
 
 TEST_F(Bridge, NobodysMisconductReachesOthers) {
