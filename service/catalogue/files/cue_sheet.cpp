@@ -212,8 +212,8 @@ int64_t time_of(int64_t frame) {
     return frame == 0 ? 0 : frame * 1'000'000 / cue_frames_a_second + 1;
 }
 
-int32_t ms_of(int64_t frame) {
-    return static_cast<int32_t>(frame * 1000 / cue_frames_a_second);
+int64_t ms_of(int64_t frame) {
+    return frame * 1000 / cue_frames_a_second;
 }
 
 // Keys whose values a track has from its file where the sheet has none.
@@ -348,8 +348,8 @@ std::optional<std::vector<FoundSong>> cut_by_sheet(const FoundSong &whole, const
         const bool last = i + 1 == tracks.size();
         cut.song.start_us = time_of(track.frame);
         cut.song.stop_us = last ? 0 : time_of(tracks[i + 1].frame);
-        cut.song.duration_ms =
-            (last ? whole.song.duration_ms : ms_of(tracks[i + 1].frame)) - ms_of(track.frame);
+        const int64_t end = last ? whole.song.duration_ms : ms_of(tracks[i + 1].frame);
+        cut.song.duration_ms = static_cast<int32_t>(end - ms_of(track.frame));
         if (track.title.empty()) {
             cut.song.tags.add(
                 VANTRO_KEY_TITLE,

@@ -27,6 +27,10 @@ TEST_F(CueSheets, CutFilesIntoSongs) {
     add("late/late.flac", {{"TITLE", "late"}});
     test::write_file(music_ / "late/late.cue",
                      sheet("late.flac") + "TRACK 3 AUDIO\nINDEX 01 01:00:00");
+    // Cut down to 32 bits, its milliseconds are 64.
+    add("later/later.flac", {{"TITLE", "later"}});
+    test::write_file(music_ / "later/later.cue",
+                     sheet("later.flac") + "TRACK 3 AUDIO\nINDEX 01 71582:47:27");
     const std::pair<const char *, std::string> bad[] = {
         {"gone", sheet("gone.flac")},
         {"nofile", tracks},
@@ -41,9 +45,9 @@ TEST_F(CueSheets, CutFilesIntoSongs) {
         test::write_file(music_ / (std::string("z") + name + ".cue"), text);
     }
     open();
-    EXPECT_EQ(names("folders"), (Names{"late", "Café \"9\"", "disc 02", "inside"}));
-    EXPECT_EQ(complaints().size(), std::size(bad) + 1);
-    EXPECT_EQ(names("songs").size(), 4u);
+    EXPECT_EQ(names("folders"), (Names{"late", "later", "Café \"9\"", "disc 02", "inside"}));
+    EXPECT_EQ(complaints().size(), std::size(bad) + 2);
+    EXPECT_EQ(names("songs").size(), 5u);
     const Node second = entry("songs", "disc 02");
     const SongMetadata known = metadata(second.id);
     EXPECT_EQ(known.artist + known.album + known.year + known.genre, "TwoDisc1999Folk");
@@ -59,8 +63,10 @@ TEST_F(CueSheets, CutFilesIntoSongs) {
     EXPECT_EQ(complaints(), Names{}) << "each is named once";
     test::write_file(music_ / "disc.cue", sheet("disc.flac") + "TRACK 3 AUDIO\nINDEX 01 0:0:20");
     fs::remove(music_ / "late/late.cue");
+    fs::remove(music_ / "later/later.cue");
     scan();
-    EXPECT_EQ(names("folders"), (Names{"late", "Café \"9\"", "disc 02", "disc 03", "inside"}));
+    EXPECT_EQ(names("folders"),
+              (Names{"late", "later", "Café \"9\"", "disc 02", "disc 03", "inside"}));
     EXPECT_EQ(entry("songs", "disc 02").id, second.id);
     for (const auto &[name, text] : bad) {
         fs::remove(music_ / (std::string("z") + name + ".cue"));
@@ -68,7 +74,7 @@ TEST_F(CueSheets, CutFilesIntoSongs) {
     fs::remove(music_ / "disc.cue");
     fs::remove(music_ / "in.flac");
     scan();
-    EXPECT_EQ(names("songs"), (Names{"late", "whole"}));
+    EXPECT_EQ(names("songs"), (Names{"late", "later", "whole"}));
     EXPECT_EQ(complaints(), Names{});
 }
 
