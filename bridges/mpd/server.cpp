@@ -65,14 +65,16 @@ int Server::timeout() const {
                     [](const auto &each) { return each.second.busy(); })) {
         return 0;
     }
-    int64_t least = -1;
+    const auto left = [](std::chrono::steady_clock::time_point until) {
+        const auto ms =
+            std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+        return std::max<int64_t>(ms.count(), 0);
+    };
+    int64_t least = listening_ ? -1 : left(listen_again_at_);
     for (const auto &[partition, watch] : watches_) {
         const auto retry = partition->retry_at();
         if (retry && watch.clients > 0) {
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-                *retry - std::chrono::steady_clock::now());
-            const int64_t ms = std::max<int64_t>(left.count(), 0);
-            least = least < 0 ? ms : std::min(least, ms);
+            least = least < 0 ? left(*retry) : std::min(least, left(*retry));
         }
     }
     return static_cast<int>(least);
@@ -102,6 +104,9 @@ void Server::run() {
         if (look_after_players()) {
             serve_clients();
         }
+        if (!listening_ && std::chrono::steady_clock::now() >= listen_again_at_) {
+            listen_again();
+        }
     }
 }
 
@@ -114,6 +119,7 @@ void Server::accept(int listener) {
                 watch(EPOLL_CTL_MOD, each.descriptor(), 0);
             }
             listening_ = false;
+            listen_again_at_ = std::chrono::steady_clock::now() + sockets::shortage_pause;
         }
         return;
     }

@@ -2,6 +2,7 @@
 #ifndef VANTRO_BRIDGES_MPD_SERVER_H
 #define VANTRO_BRIDGES_MPD_SERVER_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -59,6 +60,7 @@ class Server {
     Descriptor epoll_;
     Descriptor signals_;
     bool listening_ = true; // Not while descriptors are short.
+    std::chrono::steady_clock::time_point listen_again_at_{};
     std::map<int, Client> clients_;
     std::map<int, uint32_t> client_events_; // What is waited for at each of them.
     std::map<const Partition *, Watch> watches_;

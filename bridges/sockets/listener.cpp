@@ -8,6 +8,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -72,9 +73,15 @@ Listener Listener::open_path(const std::string &path) {
     if (!made) {
         fail(path, errno);
     }
-    // A socket that nobody listens on is what a run that was killed has left.
+    // A socket that nobody listens on is what a run that was killed has left. Connecting to a file
+    // of another kind fails in the same way.
+    struct stat there {};
+    const bool taken = ::lstat(path.c_str(), &there) == 0;
+    if (taken && !S_ISSOCK(there.st_mode)) {
+        fail(path, EEXIST);
+    }
     const Descriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (::connect(probe.get(), plain, sizeof address) != 0 && errno == ECONNREFUSED) {
+    if (taken && ::connect(probe.get(), plain, sizeof address) != 0 && errno == ECONNREFUSED) {
         ::unlink(path.c_str());
     }
     if (::bind(made.get(), plain, sizeof address) != 0 || ::listen(made.get(), backlog) != 0) {

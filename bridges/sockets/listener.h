@@ -2,6 +2,7 @@
 #ifndef VANTRO_BRIDGES_SOCKETS_LISTENER_H
 #define VANTRO_BRIDGES_SOCKETS_LISTENER_H
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -9,6 +10,10 @@
 #include "bridges/sockets/descriptor.h"
 
 namespace vantro::sockets {
+
+// Who had no descriptor for a client that came looks again after so long. It may be others in the
+// system who give one back, so that nothing here tells of it.
+inline constexpr std::chrono::milliseconds shortage_pause{500};
 
 class Listener {
   public:

@@ -72,14 +72,20 @@ void Server::watch(int operation, int descriptor, uint32_t events, uint64_t key)
 // Milliseconds until something is due without any news; -1: nothing is.
 int Server::timeout() const {
     int64_t least = http_.timeout();
+    const auto bound = [&least](PlayerLink::Clock::time_point until) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(until - PlayerLink::Clock::now());
+        const int64_t ms = std::max<int64_t>(left.count(), 0);
+        least = least < 0 ? ms : std::min(least, ms);
+    };
     for (const auto &[link, watching] : watches_) {
         const auto retry = link->retry_at();
         if (retry && watching.streams > 0) {
-            const auto left =
-                std::chrono::ceil<std::chrono::milliseconds>(*retry - PlayerLink::Clock::now());
-            const int64_t ms = std::max<int64_t>(left.count(), 0);
-            least = least < 0 ? ms : std::min(least, ms);
+            bound(*retry);
         }
+    }
+    if (!listening_) {
+        bound(listen_again_at_);
     }
     return static_cast<int>(std::min<int64_t>(least, INT32_MAX));
 }
@@ -96,7 +102,8 @@ void Server::run() {
         if (look_after_players()) {
             http_.run(); // what was resumed is waited for only then
         }
-        if (std::exchange(closed_seen_, http_.closed()) != http_.closed()) {
+        if (std::exchange(closed_seen_, http_.closed()) != http_.closed() ||
+            (!listening_ && PlayerLink::Clock::now() >= listen_again_at_)) {
             set_listening(true);
         }
     }
@@ -131,6 +138,7 @@ void Server::accept(int listener) {
     } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
         // The connection stays where it is, so the loop would come back at once.
         set_listening(false);
+        listen_again_at_ = PlayerLink::Clock::now() + sockets::shortage_pause;
     }
 }
 

@@ -48,6 +48,7 @@ class Server {
     Descriptor signals_;
     HttpServer http_;
     bool listening_ = true; // Not while descriptors are short.
+    PlayerLink::Clock::time_point listen_again_at_{};
     uint64_t closed_seen_ = 0;
     std::map<PlayerLink *, Watch> watches_;
 };

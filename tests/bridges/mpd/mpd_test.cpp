@@ -2,6 +2,11 @@
 
 #include "tests/bridges/mpd/bridge_process.h"
 
+#include <chrono>
+#include <future>
+
+#include <sys/resource.h>
+
 namespace vantro::mpd {
 namespace {
 
@@ -318,6 +323,45 @@ TEST_F(Bridge, ASheetThatArrivesGivesTracks) {
     const std::string status = other.ask("status");
     EXPECT_EQ(value(status, "duration"), "duration: 1.000") << status;
     EXPECT_EQ(value(status, "elapsed").rfind("elapsed: 0.", 0), 0u) << status;
+TEST_F(Bridge, APathIsTakenFromNobody) {
+    const std::string at = path_ + "/mpd";
+    const auto start = [&] {
+        return test::Process(std::vector<std::string>{VANTRO_MPD, "--bind", at});
+    };
+    const auto is_refused = [&] {
+        test::Process process = start();
+        return process.line().starts_with("vantro-mpd: cannot listen on ") && process.wait() == 1;
+    };
+    test::write_file(at, "a file of somebody's");
+    EXPECT_TRUE(is_refused());
+    EXPECT_EQ(std::filesystem::file_size(at), 20u);
+    std::filesystem::remove(at);
+    {
+        test::Process first = start();
+        EXPECT_TRUE(first.line().starts_with("vantro-mpd: ready ("));
+        EXPECT_TRUE(is_refused());
+        EXPECT_TRUE(std::filesystem::is_socket(at));
+        first.kill(SIGKILL);
+        first.wait();
+    }
+    test::Process next = start();
+    EXPECT_TRUE(next.line().starts_with("vantro-mpd: ready ("));
+    next.kill(SIGTERM);
+    EXPECT_EQ(next.wait(), 0);
+    EXPECT_FALSE(std::filesystem::exists(at));
+}
+
+TEST_F(Bridge, WhoCameWhileDescriptorsWereShortIsServed) {
+    struct rlimit before = {};
+    ASSERT_EQ(prlimit(bridge_->id(), RLIMIT_NOFILE, nullptr, &before), 0);
+    const struct rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(prlimit(bridge_->id(), RLIMIT_NOFILE, &none, nullptr), 0);
+    std::future<std::string> greeting =
+        std::async(std::launch::async, [this] { return RawClient(port_).greeting; });
+    EXPECT_EQ(greeting.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+    ASSERT_EQ(prlimit(bridge_->id(), RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_EQ(greeting.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    bridge_->kill(SIGTERM); // so that it does not wait for ever
 }
 
 TEST_F(Bridge, NobodysMisconductReachesOthers) {

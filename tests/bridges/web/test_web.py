@@ -1,6 +1,7 @@
 """What vantro-web answers, also to requests that are malformed or not for it."""
 
 import json
+import resource
 import signal
 import socket
 import time
@@ -241,6 +242,19 @@ def wait_for(lines, wanted):
         if line.startswith("data: ") and wanted(json.loads(line[6:])):
             return
     raise AssertionError("the stream has ended")
+
+
+def test_who_comes_while_descriptors_are_short_is_served(bridge):
+    before = resource.prlimit(bridge.web.pid, resource.RLIMIT_NOFILE)
+    resource.prlimit(bridge.web.pid, resource.RLIMIT_NOFILE, (0, before[1]))
+    with bridge.connect() as client:
+        client.settimeout(0.3)
+        client.sendall(b"GET / HTTP/1.1\r\nHost: localhost\r\n\r\n")
+        with pytest.raises(TimeoutError):
+            client.recv(1)
+        resource.prlimit(bridge.web.pid, resource.RLIMIT_NOFILE, before)
+        client.settimeout(20)
+        assert client.recv(12).startswith(b"HTTP/1.1 200")
 
 
 def test_many_pages_and_clients_that_go_wrong(bridge):

@@ -264,7 +264,8 @@ TEST_F(Sound, TracksOfACueSheetFollowEachOtherWithoutALostOrAddedSample) {
 }
 
 // By an output with a buffer, which a seek to the start of the next one would empty. That there is
-// no music of the one before any more shows in the time that all of them take.
+// no music of the one before any more shows in the time that all of them take: without the last
+// third of a second of two of them it would be 2.3 seconds.
 TEST_F(Sound, TracksOfACueSheetAreHeardToTheirEnds) {
     write("1.wav", wav(tone(3000, 1)));
     write("1.cue", "FILE 1.wav WAVE\nTRACK 01 AUDIO\nINDEX 01 00:00:00\n"
@@ -275,7 +276,7 @@ TEST_F(Sound, TracksOfACueSheetAreHeardToTheirEnds) {
     const auto began = std::chrono::steady_clock::now();
     until_track(2);
     until_state(VANTRO_STATE_STOPPED);
-    EXPECT_GT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(2950));
+    EXPECT_GT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(2600));
 }
 
 // The seek is beyond the track's start by its own count, and the end is not that of the file.
