@@ -10,7 +10,7 @@
 
 namespace vantro::bench {
 
-// Send or receive all bytes. @return false where the peer is gone.
+// Send or receive all bytes. @return false if the peer is gone.
 bool send_all(int socket, const void *bytes, size_t count);
 bool receive_all(int socket, void *bytes, size_t count);
 

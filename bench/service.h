@@ -14,7 +14,7 @@ namespace vantro::bench {
 class Service {
   public:
     // Starts it, and returns when it answers.
-    // @param state its state directory, made where it is missing. No other service may use it.
+    // @param state its state directory, made if it is missing. No other service may use it.
     Service(const std::string &music, const std::string &state);
 
     void wait_until_scanned() { child_.wait_for_line("vantrod: scanned"); }

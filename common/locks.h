@@ -49,7 +49,7 @@ class CAPABILITY("mutex") Mutex {
     bool try_lock() TRY_ACQUIRE(true) { return mutex_.try_lock(); }
     void unlock() RELEASE() { mutex_.unlock(); }
 
-    // Tells the analysis that the lock is held, where it cannot see that. Does nothing.
+    // Tells the analysis that the lock is held, if it cannot see that. Does nothing.
     void assume_held() const ASSERT_CAPABILITY(this) {}
 
   private:

@@ -42,7 +42,7 @@ constexpr EventType evtypes[] = {
 template <class Record>
 struct Text {
     const char *name;
-    char *Record::*field; // NULL where the member is missing.
+    char *Record::*field; // NULL if the member is missing.
 };
 template <class Record>
 struct Number {
@@ -53,10 +53,10 @@ struct Number {
 template <class Record>
 struct WideNumber {
     const char *name;
-    uint64_t Record::*field; // 0 where the member is missing.
+    uint64_t Record::*field; // 0 if the member is missing.
 };
 
-// How a record is decoded, and what is logged where that fails. The texts keep their spelling,
+// How a record is decoded, and what is logged if that fails. The texts keep their spelling,
 // since they are known to readers of the log.
 template <class Record>
 struct Form;
@@ -135,7 +135,7 @@ uint64_t fill_tsid(const VantroEvent &event) {
     return static_cast<uint32_t>(fillnum(event, "tsid"));
 }
 
-// Leaves the buffer empty where there is no such attribute, or it is too long.
+// Leaves the buffer empty if there is no such attribute, or it is too long.
 void copystr(char (&buffer)[json_size], const mosk_dict *dict, const char *key) {
     *buffer = '\0';
     const char *value = mosk_dict_find_value(dict, key);
@@ -176,7 +176,7 @@ Record members(kivo_decoder &decoder) {
     return found;
 }
 
-// Makes a record from its attribute's text. @return null where the text is missing or too long.
+// Makes a record from its attribute's text. @return null if the text is missing or too long.
 template <class Record>
 Record *decode(const VantroEvent &event) {
     char buffer[json_size];
@@ -229,7 +229,7 @@ Metadata *fill_metadata(const VantroEvent &event) {
     return decode<Metadata>(event);
 }
 
-// Whether an event has the attributes that its type needs. Where not, it gets no type.
+// Whether an event has the attributes that its type needs. If not, it gets no type.
 bool carries(VantroEvent &event, std::initializer_list<const char *> attributes) {
     for (const char *attribute : attributes) {
         if (!mosk_dict_find_value(event.dict, attribute)) {

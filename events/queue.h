@@ -38,7 +38,7 @@ struct EventQueue {
     ObjectEntry **dirty_tail;
     // What the event is about; NULL for "state". In the clean list, but owned where `is_last`.
     ObjectEntry *current_entry;
-    mosk_dict *state_dict; // Owned. All attributes of "state"; NULL where that is no more.
+    mosk_dict *state_dict; // Owned. All attributes of "state"; NULL if that is no more.
     void *state_user_data;
     VantroEvent event; // Owns its records, and its dictionary unless it is `state_dict`.
     int all_fd;
@@ -62,11 +62,11 @@ using platform::KeepErrno;
 // @return a descriptor, or -1 with errno.
 int openobj(const VantroHandle *handle, const char *object);
 
-// Makes the handle's queue. Ends the process where there is no memory for it.
+// Makes the handle's queue. Ends the process if there is no memory for it.
 // @return the queue, or null with errno: the handle then has none.
 EventQueue *newq(VantroHandle *handle);
 
-// The handle's queue, which is made where there is none. @return as newq().
+// The handle's queue, which is made if there is none. @return as newq().
 EventQueue *queue_of(VantroHandle *handle);
 
 // Whether a change of "state" is unread. The descriptor of all objects, which alone is watched, may
@@ -77,7 +77,7 @@ bool state_is_unread(const EventQueue &queue);
 // Whether an event is known of that is not reported yet.
 bool has_unreported(const EventQueue &queue);
 
-// Where the publisher has ended: goes on with the one that is there now, whose objects are all new,
+// If the publisher has ended: goes on with the one that is there now, whose objects are all new,
 // and makes the event that says so; or the event that nothing is new.
 // @return 0, or -1 with errno.
 int come_back(EventQueue &queue);
@@ -85,7 +85,7 @@ int come_back(EventQueue &queue);
 // Releases what the event holds, and clears all of it but the player's state.
 void evcleanup(EventQueue &queue);
 
-// Whether there is a handle with an open player; logged where not.
+// Whether there is a handle with an open player; logged if not.
 bool has_player(const VantroHandle *handle);
 
 // Makes an entry that is in no list. @return null for want of memory.

@@ -122,7 +122,7 @@ bool take_change(EventQueue &queue, std::string_view name, char *text) {
 // Queues the changes of the other objects. That the publisher has ended is no failure while
 // something before it is not reported yet: a later call meets the end again.
 // @param state_seen receives whether "state" was among those that changed.
-// @return false where that failed.
+// @return false if that failed.
 bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_seen)
     REQUIRES(handle->lock) {
     msglog(LOG_SEVERITY_DEBUG, "Check for all fds events");
@@ -166,7 +166,7 @@ void report_queued(EventQueue &queue) {
     filldetails(&event);
 }
 
-// Fills the queue's event. @return false where that failed.
+// Fills the queue's event. @return false if that failed.
 bool next_event(const VantroHandle *handle, EventQueue &queue) REQUIRES(handle->lock) {
     // Nothing is read while something is queued. A change of "state" that was seen among the others
     // is reported before them.

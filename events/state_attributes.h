@@ -10,7 +10,7 @@
 namespace vantro::events {
 
 // Sets the event's rate and modes from the attributes of "state".
-// @return the state in the attributes; where they have none, the state that the event has.
+// @return the state in the attributes; if they have none, the state that the event has.
 int32_t apply_state(const mosk_dict *dict, VantroEvent &event);
 
 } // namespace vantro::events

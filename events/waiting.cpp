@@ -12,7 +12,7 @@ namespace vantro::events {
 
 namespace {
 
-// @return 1 where there may be an event, 0 when the time is over, or -1 with errno.
+// @return 1 if there may be an event, 0 when the time is over, or -1 with errno.
 int wait_for_event(VantroHandle *handle, int timeout_ms) {
     EventQueue *const queue = queue_of(handle);
     if (!queue) {

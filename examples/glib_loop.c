@@ -60,7 +60,7 @@ static gboolean on_event(gint descriptor, GIOCondition condition, gpointer data)
     return G_SOURCE_CONTINUE;
 }
 
-/* Connects, where that is possible by now. From then on the handle finds the service again by
+/* Connects, if that is possible by now. From then on the handle finds the service again by
  * itself: the descriptor stays the same, and the source stays in the loop. */
 static gboolean join(gpointer data) {
     struct followed *player = data;

@@ -55,7 +55,7 @@ static void leave(struct followed *player) {
     }
 }
 
-/* Connects where that is possible by now. A service that does not answer holds nobody up. */
+/* Connects if that is possible by now. A service that does not answer holds nobody up. */
 static void join(struct followed *player) {
     VantroHandle *handle = vantro_connect_timed(ANSWER_MS);
     if (!handle) {

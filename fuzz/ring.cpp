@@ -4,7 +4,7 @@
 //
 // An input is a list of steps, each a byte that chooses one and the bytes that it takes. The steps
 // that tamper write to the file as a hostile publisher could. In a race another thread writes while
-// a reader reads: it repeats what was tampered with so far, or publishes where nothing was.
+// a reader reads: it repeats what was tampered with so far, or publishes if nothing was.
 #include <fcntl.h>
 #include <signal.h>
 #include <time.h>

@@ -15,7 +15,7 @@ inline void require(bool holds) {
     }
 }
 
-// The runtime directory for the life of the program: in memory where there is such a folder.
+// The runtime directory for the life of the program: in memory if there is such a folder.
 struct RuntimeDirectory {
     std::string path = "/dev/shm/fuzz-XXXXXX";
 

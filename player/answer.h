@@ -40,7 +40,7 @@ class Answer {
         REQUIRES(handle->overflow_lock);
 
     // Whether the service carried out the request, and the answer's words are complete. Logs
-    // `failure` where not.
+    // `failure` if not.
     bool granted(const char *failure) const;
 
     // Valid only if granted() returned true.
@@ -96,7 +96,7 @@ class LongAnswer : public Answer {
 };
 
 // Unpacks `count` records of a granted answer, which lie in these bytes. The caller's pointer
-// receives them, or null for want of memory. It is left alone where the bytes cannot hold so many
+// receives them, or null for want of memory. It is left alone if the bytes cannot hold so many
 // records.
 template <class Record>
 int unpack_bytes(const unsigned char *bytes, size_t size, int32_t count, Record **records) {

@@ -36,7 +36,7 @@ class Page {
     }
 
     MediaNode *nodes = nullptr;
-    Metadata *metadata = nullptr; // Null where it was not asked for.
+    Metadata *metadata = nullptr; // Null if it was not asked for.
     int count = 0;
 
   private:
@@ -114,7 +114,7 @@ VantroCursor *make_cursor(VantroHandle *handle, List list, int32_t offset, int w
     return cursor ? cursor : no_memory();
 }
 
-// @return whether the texts were copied; where not, the cursor is gone.
+// @return whether the texts were copied; if not, the cursor is gone.
 bool keep_texts(VantroCursor *&cursor, const char *text, const char *filter) {
     cursor->text.reset(strdup(text));
     cursor->filter.reset(filter ? strdup(filter) : nullptr);
@@ -151,7 +151,7 @@ int ask_page(const VantroCursor &from, int32_t offset, Page &page) {
                : vantro_get_trksession_tracks(from.handle, from.tsid, offset, count, &page.nodes);
 }
 
-// Takes the next page in place of the present one. Where that fails the cursor is as it was.
+// Takes the next page in place of the present one. If that fails the cursor is as it was.
 int turn_page(VantroCursor &cursor) {
     if (cursor.next > INT32_MAX - entries_max) {
         note_failure(VANTRO_FAILURE_OTHER, EOVERFLOW);

@@ -14,7 +14,7 @@ namespace vantro::player {
 void note_failure(int32_t reason, int32_t number);
 
 // Notes the message client's result of an exchange that failed. That its time was over is in errno
-// as well, where the handle has a limit; else errno is kept.
+// as well, if the handle has a limit; else errno is kept.
 void note_failed_exchange(const VantroHandle *handle, int status);
 
 // Notes a result word other than 0: the service refused. -1 is that of an answer too short to have

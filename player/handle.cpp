@@ -56,7 +56,7 @@ bool close_player(VantroHandle *handle) {
     return true;
 }
 
-// Opens a player where none is open, or where this one is doubtful. @return whether it is open.
+// Opens a player if none is open, or where this one is doubtful. @return whether it is open.
 bool open_player(VantroHandle *handle, const char *name) {
     // Before the request, so that want of memory cannot lose a player that the service has opened.
     const int before = errno;
@@ -81,7 +81,7 @@ bool open_player(VantroHandle *handle, const char *name) {
     return outcome == Outcome::granted;
 }
 
-// Whether a name can be a player's. Where not, that is logged, and errno set.
+// Whether a name can be a player's. If not, that is logged, and errno set.
 bool check_name(const char *name) {
     if (!name || !*name) {
         note_failure(VANTRO_FAILURE_INVALID, EINVAL);

@@ -23,12 +23,12 @@ struct VantroHandle {
     // An opening or closing that has had no answer, for example because a signal interrupted it.
     // The service may or may not have carried it out; the next opening or closing finds out.
     char *unanswered_open; // Owned. The name of the player to open, and then player_name is
-                           // NULL. NULL where there is no such opening.
+                           // NULL. NULL if there is no such opening.
     bool close_unanswered; // Whether the closing of player_name has had no answer.
     char *read_buffer PT_GUARDED_BY(lock); // Owned. Receives changes of status objects.
     uint32_t read_capacity;                // Bytes at read_buffer.
-    std::atomic<int> timeout_ms;  // Of waits for the service; 0 where they are not bounded.
-    std::atomic<bool> reconnects; // See vantro_set_reconnect().
+    std::atomic<int> timeout_ms;           // Of waits for the service; 0 if they are not bounded.
+    std::atomic<bool> reconnects;          // See vantro_set_reconnect().
     // Where the handle reconnects: held by exchanges together, and alone to replace the connection.
     // Must be released before anything is logged, like the next one.
     mutable vantro::SharedMutex connection_lock;
@@ -45,8 +45,8 @@ struct VantroHandle {
 
 namespace vantro::player {
 
-// Whether a handle is connected, and whether it also has an open player. Logged where not. Connects
-// anew where the service is gone and the application wants that.
+// Whether a handle is connected, and whether it also has an open player. Logged if not. Connects
+// anew if the service is gone and the application wants that.
 bool require_connection(VantroHandle *handle);
 bool require_player(VantroHandle *handle);
 
@@ -54,7 +54,7 @@ bool require_player(VantroHandle *handle);
 bool is_valid(const VantroHandle *handle);
 
 // Sees to it that a handle that reconnects has a service, with its player open there. Keeps errno,
-// but for ETIMEDOUT as an exchange does. @return false where there is none, which is logged.
+// but for ETIMEDOUT as an exchange does. @return false if there is none, which is logged.
 bool be_connected(VantroHandle *handle);
 // Whether the service of a handle that reconnects is gone.
 bool has_lost_service(const VantroHandle *handle);

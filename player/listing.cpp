@@ -35,7 +35,7 @@ bool ask_nodes(VantroHandle *handle, std::initializer_list<iovec> request, LongA
     return LongAnswer::is_complete(completion, status);
 }
 
-// Where the records of a listing go. `metadata` is null where it was not asked for.
+// Where the records of a listing go. `metadata` is null if it was not asked for.
 struct Lists {
     int *count;
     MediaNode **nodes;

@@ -35,7 +35,7 @@ bool pack_keys(const char *const *keyv, KeyBlock &keys) {
         }
     }
     keys.size = static_cast<uint32_t>(size);
-    // One byte more, so that malloc() returns a block also where there are no keys.
+    // One byte more, so that malloc() returns a block also if there are no keys.
     keys.bytes.reset(static_cast<unsigned char *>(std::malloc(keys.size + 1)));
     if (!keys.bytes) {
         return false;

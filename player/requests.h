@@ -44,10 +44,10 @@ struct Text {
     uint32_t length;
 };
 
-// One exchange. Keeps errno, but for ETIMEDOUT where the handle has a time limit. Notes a failure.
+// One exchange. Keeps errno, but for ETIMEDOUT if the handle has a time limit. Notes a failure.
 // Returns the message client's result: 0 where an answer came; `answer_length` then tells how many
 // bytes of it there are, result word included: what the service states, or what came if that is
-// less. Where the answer is held at the service, `answer_length` is what the service states.
+// less. If the answer is held at the service, `answer_length` is what the service states.
 int putgetv(const VantroHandle *handle, std::initializer_list<iovec> request,
             std::initializer_list<iovec> reply, uint32_t &answer_length);
 
@@ -60,7 +60,7 @@ int putgetv_on(MsgClient *connection, const VantroHandle *handle,
 // Fetches the answer held at the service. Like putgetv() otherwise.
 int getv(const VantroHandle *handle, std::initializer_list<iovec> reply, uint32_t &answer_length);
 
-// Whether putgetv() brought an answer; logged where not.
+// Whether putgetv() brought an answer; logged if not.
 bool answered(int status);
 
 // One exchange. Returns whether the service carried it out, and `answer` is complete. Notes and

@@ -42,7 +42,7 @@ bool ask(VantroHandle *handle, uint16_t command, const char *failure, Value &val
     return false;
 }
 
-// Makes the record that a caller receives. Ends the process where there is no memory for it.
+// Makes the record that a caller receives. Ends the process if there is no memory for it.
 template <class Record>
 Record *make_record(Record **record, const char *no_memory) {
     *record = static_cast<Record *>(std::calloc(1, sizeof(Record)));

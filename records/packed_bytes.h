@@ -25,7 +25,7 @@ class PackedWriter {
   public:
     explicit PackedWriter(void *buffer) : start_(static_cast<unsigned char *>(buffer)) {}
 
-    // Each returns false, and writes nothing, where the array would pass packed_bytes_max.
+    // Each returns false, and writes nothing, if the array would pass packed_bytes_max.
     bool put32(uint32_t value) { return put(value); }
 
     bool put64(uint64_t value) { return put(value); }
@@ -73,7 +73,7 @@ class PackedReader {
 
     bool get64(uint64_t &value) { return get(value); }
 
-    // A string of length 0 or less is absent. Also false where there is no memory for the copy,
+    // A string of length 0 or less is absent. Also false if there is no memory for the copy,
     // which short_of_memory() then tells.
     bool get_string(char *&text) {
         uint32_t word = 0;

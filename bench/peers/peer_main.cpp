@@ -18,7 +18,7 @@ using namespace vantro::bench::peers;
 constexpr size_t client_threads = 4;
 constexpr int64_t work_ns = 1000000;
 
-// Gives this process the processor that is the nth of those it may use. Where there is no nth,
+// Gives this process the processor that is the nth of those it may use. If there is no nth,
 // nothing changes.
 void run_on(int nth) {
     cpu_set_t allowed;

@@ -14,8 +14,8 @@ namespace vantro::mpris {
 
 class PlayerLink {
   public:
-    // How long an answer of the service is waited for: as long stands the loop still where the
-    // service has stopped.
+    // How long the loop waits for an answer of the service. If the service has stopped, the bridge
+    // does nothing else for that long.
     static constexpr std::chrono::milliseconds answer_limit{2000};
 
     // Connects and opens the player; reads the full picture, so that the mirror is right.

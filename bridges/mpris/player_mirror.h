@@ -19,7 +19,7 @@ namespace vantro::mpris {
 struct Current {
     TrackPlace place;
     int32_t ms_id = 0;
-    std::string node_id; // Empty where the song has left the catalogue.
+    std::string node_id; // Empty if the song has left the catalogue.
     Song song;
 };
 

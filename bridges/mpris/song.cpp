@@ -44,7 +44,7 @@ std::string url_of(std::string_view path) {
     return url;
 }
 
-// The path in a file's address; empty where it is none.
+// The path in a file's address; empty if it is none.
 std::string path_in(std::string_view url) {
     constexpr std::string_view scheme = "file://";
     if (!url.starts_with(scheme)) {

@@ -12,7 +12,7 @@ namespace vantro::mpris {
 
 // Empty texts and zeros stand for what is not known. Every text is one that the bus accepts.
 struct Song {
-    std::string path; // The track's place; no_track where there is none.
+    std::string path; // The track's place; no_track if there is none.
     int64_t length_us = 0;
     std::string title;
     std::string artist;

@@ -39,7 +39,7 @@ struct Response {
     int status = 200;
     const char *type = "application/json";
     std::shared_ptr<const std::string> body;
-    Descriptor file; // The body, where there is one.
+    Descriptor file; // The body, if there is one.
     uint64_t file_size = 0;
     std::vector<std::pair<const char *, std::string>> headers;
     std::string followed_player; // Not empty: an endless stream of this player's events.

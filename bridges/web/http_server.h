@@ -43,13 +43,13 @@ class HttpServer {
         unsigned connections_of_address;
     };
 
-    // @throws std::runtime_error where the system has no room for it.
+    // @throws std::runtime_error if the system has no room for it.
     HttpServer(Site &site, const Limits &limits);
     ~HttpServer();
     HttpServer(const HttpServer &) = delete;
     HttpServer &operator=(const HttpServer &) = delete;
 
-    // Takes a connection over, or closes it where there are too many.
+    // Takes a connection over, or closes it if there are too many.
     void add(int descriptor, const sockaddr *address, socklen_t length);
 
     int descriptor() const;

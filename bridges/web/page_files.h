@@ -14,10 +14,10 @@ namespace vantro::web {
 // They are read once, so that no request ever names a file.
 class PageFiles {
   public:
-    // @throws std::runtime_error where the folder has no page.
+    // @throws std::runtime_error if the folder has no page.
     explicit PageFiles(const std::string &folder);
 
-    // @throws ApiError where there is no such file.
+    // @throws ApiError if there is no such file.
     Response get(const std::string &name, std::string_view known_etag) const;
 
   private:

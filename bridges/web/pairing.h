@@ -15,7 +15,7 @@ class Pairing {
     using Clock = std::chrono::steady_clock;
 
     // @param folder where the key is kept, so that tokens outlive this process; empty: nowhere.
-    // @throws std::runtime_error where the key can be neither read nor made.
+    // @throws std::runtime_error if the key can be neither read nor made.
     explicit Pairing(const std::string &folder);
 
     // Eight digits, new with each process.

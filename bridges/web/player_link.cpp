@@ -50,7 +50,7 @@ void PlayerLink::connect() {
 }
 
 void PlayerLink::follow() {
-    news_.state = true; // also where it fails: then pages are told now and again
+    news_.state = true; // also if it fails: then pages are told now and again
     if (!player_->events().descriptor()) {
         reconnecting_.failed(Clock::now());
         return;

@@ -30,7 +30,7 @@ struct Changes {
     bool any() const { return state || sources; }
 };
 
-// It lasts from one run of the service to the next: where the service has gone it is looked for
+// It lasts from one run of the service to the next: if the service has gone it is looked for
 // again, after a delay that grows.
 class PlayerLink {
   public:
@@ -52,7 +52,7 @@ class PlayerLink {
     const std::vector<NodeKey> &tracks();
     // Says what tracks() of a new session are, which then need not be read. @throws ApiError.
     void take_tracks(uint64_t tsid, std::vector<NodeKey> tracks);
-    // The session that they are of; its id is 0 where there is none. @throws ApiError.
+    // The session that they are of; its id is 0 if there is none. @throws ApiError.
     VantroTrksessionInfo session();
     // The current track's place, where there is one. @throws ApiError.
     std::optional<int32_t> current();

@@ -15,7 +15,7 @@ namespace vantro::web {
 
 class Players {
   public:
-    // The player of that name. @throws ApiError where the service has no such player: a connection
+    // The player of that name. @throws ApiError if the service has no such player: a connection
     // is kept only to players that there are, so that names made up by clients cost nothing.
     PlayerLink &find(const std::string &name);
 

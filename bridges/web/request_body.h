@@ -23,7 +23,7 @@ struct NodeKey {
     bool operator==(const NodeKey &) const = default;
 };
 
-// Each function throws ApiError where the value is missing, or is not what it must be.
+// Each function throws ApiError if the value is missing, or is not what it must be.
 class RequestBody {
   public:
     // @param text an object; empty counts as {}.

@@ -18,7 +18,7 @@ using sockets::Listener;
 
 class Server {
   public:
-    // @throws std::runtime_error where the system has no descriptor left.
+    // @throws std::runtime_error if the system has no descriptor left.
     Server(std::vector<Listener> listeners, Players &players, Site &site,
            const HttpServer::Limits &limits);
 

@@ -16,7 +16,7 @@ ApiError api_error_of(const Failure &failure);
 // Whether it says that the service has not answered.
 bool is_silence(const ApiError &error);
 
-// The value of a call. @throws ApiError where it failed.
+// The value of a call. @throws ApiError if it failed.
 template <typename Value>
 Value checked(Result<Value> result) {
     if (!result) {
@@ -30,7 +30,7 @@ inline void checked(const Result<void> &result) {
     }
 }
 
-// The value, or nothing where the service refuses to tell it. @throws ApiError where the call
+// The value, or nothing if the service refuses to tell it. @throws ApiError where the call
 // failed.
 template <typename Value>
 std::optional<Value> if_told(Result<Value> result) {

@@ -26,7 +26,7 @@ struct Target {
     // @throws ApiError where it is malformed, too long, or goes up by a "..".
     static Target parse(std::string_view raw);
 
-    // Values of the query. @throws ApiError where the value is missing or not a number in the
+    // Values of the query. @throws ApiError if the value is missing or not a number in the
     // range.
     const std::string &text(std::string_view name) const;
     int64_t number(std::string_view name, int64_t least, int64_t most,

@@ -95,7 +95,7 @@ bool matches(const Route &route, const std::vector<std::string> &segments) {
     return rest.empty();
 }
 
-// @throws ApiError where there is none.
+// @throws ApiError if there is none.
 const Route &route_of(const Request &request) {
     const bool head = request.head.method == "HEAD";
     const std::string_view method = head ? std::string_view("GET") : request.head.method;

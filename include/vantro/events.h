@@ -61,7 +61,7 @@
  *    objects' file is corrupt.
  *  - EACCES, EMFILE, ENFILE, ENOMEM, and in vantro_event_wait() also EINTR, ENOSPC: what they
  *    always mean. The next call tries again.
- * Where there is no memory for the handle's events, or for a record, the process ends with abort().
+ * If there is no memory for the handle's events, or for a record, the process ends with abort().
  * vantro_event_get() and vantro_event_wait() flush standard output.
  *
  * Threads. vantro_event_get() on one handle may run in several threads, one at a time, but the
@@ -75,7 +75,7 @@
  * Event loops, time limits, and ending a wait from another thread: extras.h.
  *
  * Fork. A child cannot use its parent's handles: calls there fail with EBADF, and
- * vantro_event_get() may wait for ever where the parent was within it.
+ * vantro_event_get() may wait for ever if the parent was within it.
  */
 #ifndef VANTRO_EVENTS_H
 #define VANTRO_EVENTS_H
@@ -168,7 +168,7 @@ typedef struct VantroEvent {
  * Gets the next event. Never blocks but for another thread that is in it with the same handle; is
  * no cancellation point. With nothing new it makes no system call.
  * @param handle with an open player.
- * @return the handle's record, VANTRO_EVENT_NONE where nothing is new; or NULL: see above. Whatever
+ * @return the handle's record, VANTRO_EVENT_NONE if nothing is new; or NULL: see above. Whatever
  *   the result, the event that was returned before is then no more.
  */
 VANTRO_API const VantroEvent *vantro_event_get(VantroHandle *handle);

@@ -142,18 +142,18 @@ enum {
  *
  * Commands and queries. A call that is under way when the service ends fails, and is not repeated:
  * the service may have done it. The next one connects again, opens the player that was open, and
- * then does what it is to do; where there is no service yet it fails with VANTRO_FAILURE_GONE, and
+ * then does what it is to do; if there is no service yet it fails with VANTRO_FAILURE_GONE, and
  * where the player cannot be opened, as vantro_open() does. vantro_close() succeeds while there is
  * no service.
  *
  * Events. When the service ends, vantro_event_get() gives what it still said, and then
- * VANTRO_EVENT_NONE without a name, as where nothing is new. Once a service publishes the player
+ * VANTRO_EVENT_NONE without a name, as if nothing is new. Once a service publishes the player
  * again, it gives a VANTRO_EVENT_NONE whose `object_name` is VANTRO_OBJECT_RECONNECTED, with an
  * empty dictionary, and after it the full picture, as at first. What vantro_event_data_set()
  * attached before is forgotten. vantro_event_wait(), vantro_event_wait_for() and the descriptor of
  * vantro_event_fd(), which stays the same, tell when it is worth asking; meanwhile nothing wakes
  * the process but what happens in the directory where the player is published, and one inotify
- * instance is in use. Events are followed from the first call for them on: where that is made while
+ * instance is in use. Events are followed from the first call for them on: if that is made while
  * there is no service, it fails.
  *
  * The limit of vantro_set_timeout() holds on; it bounds the connecting and the opening each. A call
@@ -281,7 +281,7 @@ VANTRO_API int vantro_delete_playlist(VantroHandle *handle, const char *name);
  *                 VANTRO_METADATA_PAGE_MAX (protocol.h) in one call, also for a count of 0 or less.
  * @param nodes    receives the entries, for vantro_free_media_nodes().
  * @param metadata receives a record for each entry, in the same order, for vantro_free_metadata();
- *                 where nothing is known of an entry, its strings are NULL. Both pointers are
+ *                 if nothing is known of an entry, its strings are NULL. Both pointers are
  *                 untouched on failure, and where there are no entries.
  * @return as vantro_browse().
  */
@@ -387,12 +387,12 @@ VANTRO_API VantroCursor *vantro_cursor_tracks(VantroHandle *handle, uint64_t tsi
                                               int with_metadata);
 
 /**
- * Gives the next entry. Blocks for the service where a page is used up: pages have 100 entries at
+ * Gives the next entry. Blocks for the service if a page is used up: pages have 100 entries at
  * first, then up to VANTRO_METADATA_PAGE_MAX (protocol.h). A page shorter than wanted is the last.
  * @param cursor   the cursor.
  * @param node     receives the entry, which the cursor frees: valid until the next call that
  *                 returns 1 or 0, or vantro_cursor_close().
- * @param metadata receives what is known of it, valid as long; NULL where the cursor was made
+ * @param metadata receives what is known of it, valid as long; NULL if the cursor was made
  *                 without. May be NULL. Both are untouched unless 1 is returned.
  * @return 1: there is an entry; 0: the list has ended, now and in every later call; -1: cursor NULL
  *   (errno EINVAL), VANTRO_FAILURE_CHANGED, or as the query that it stands for; errno is left
@@ -425,7 +425,7 @@ enum {
 /** What is known of a failure. */
 typedef struct VantroFailure {
     int32_t reason; /**< VANTRO_FAILURE_*. */
-    int32_t number; /**< An error number of <errno.h>, the service's own where it refused; or 0. */
+    int32_t number; /**< An error number of <errno.h>, the service's own if it refused; or 0. */
     char text[128]; /**< For people, in the process's language as far as the host has it. */
 } VantroFailure;
 
@@ -439,7 +439,7 @@ typedef struct VantroFailure {
 VANTRO_API int32_t vantro_last_failure(VantroFailure *failure);
 
 /**
- * Ends the wait for events on a handle, or the next one where nobody waits, and makes its
+ * Ends the wait for events on a handle, or the next one if nobody waits, and makes its
  * descriptor readable until the next vantro_event_get(). Several wakes may count as one. Any thread
  * may call it, also while another waits, but not while one opens, closes or disconnects the handle.
  * Does not block.

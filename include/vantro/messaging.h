@@ -40,7 +40,7 @@
  * Limits. A service takes up to 32768 opens, 32 of one connection; beyond that an open is refused
  * with ENOMEM. Of answers that nobody fetches an open holds its first, whatever its length, as many
  * as the queue limit it was granted, and else up to 64 more of 16 MiB in all. Beyond that the
- * oldest answers of the same tag make room for one that is too long for its client; where there are
+ * oldest answers of the same tag make room for one that is too long for its client; if there are
  * none, and for an answer to a put, the reply operations give ENOMEM.
  * For clients of one user a process holds at most 128 MiB of answers, and for all users 512 MiB;
  * user 0 and the process's own user are not counted. The same is done beyond that, and the log says
@@ -167,7 +167,7 @@ VANTRO_API int msgclient_putgetv(MsgClient *client, const struct iovec *send, in
  * Sends a request and returns once the server has accepted it; its answer will be held under
  * `tag` and announced. A client may put any number of requests before it takes a notification.
  * @param client from msgclient_open().
- * @param data, length the request, and its bytes; copied. NULL where there are 0.
+ * @param data, length the request, and its bytes; copied. NULL if there are 0.
  * @param code message code, for the service.
  * @param tag not 0, else EINVAL.
  * @return the result; EAGAIN while the open's queue is full, before any notify, and while more
@@ -195,7 +195,7 @@ VANTRO_API int msgclient_putv(MsgClient *client, uint32_t tag, const struct iove
  *                      and the answer is still held.
  * @return the answer's own status, or the result; ENOMSG when no answer has that tag. After EINTR
  *   the answer may be lost, and a second fetch may find an older answer of the same tag: ask again
- *   instead. Where the server was out of memory, or either side out of descriptors, it is still
+ *   instead. If the server was out of memory, or either side out of descriptors, it is still
  *   held.
  */
 VANTRO_API int msgclient_get(MsgClient *client, uint32_t tag, void *reply, uint32_t reply_length,
@@ -374,7 +374,7 @@ VANTRO_API void *_array_get(const SlotArray *array, int32_t index);
 /**
  * Frees an element and empties its slot.
  * @param array, index the table, and the number of one of its slots.
- * @return 0, or -1 where there is none.
+ * @return 0, or -1 if there is none.
  */
 VANTRO_API int32_t _array_del(SlotArray *array, int32_t index);
 

@@ -40,17 +40,17 @@
  *
  * Results. A function returns 0 on success and -1 on failure, unless its own text says otherwise.
  * Why it failed is logged: the library writes to the system's log (code 0x06B02710), severity 3
- * where the service could not be reached, 5 where an argument was wrong or the service refused.
+ * where the service could not be reached, 5 if an argument was wrong or the service refused.
  * errno is set only where a function's text says so; any other failure leaves it as it was. Four
  * failures are common to many functions:
- *  - bad handle: NULL, or no player is open where one is needed. Nothing is sent.
+ *  - bad handle: NULL, or no player is open if one is needed. Nothing is sent.
  *  - failed exchange: the service is gone (for good: connect again), a signal handler interrupted
  *    the call, the process is short of descriptors or memory, or the answer was longer than it may
  *    be.
  *  - refusal: the service answered that it did not do it, or answered too little.
  *  - malformed answer: the service's words and lengths contradict each other. Where records are
  *    returned neither this nor want of memory for them is logged.
- * Where there is no memory for a handle, or for the record of what a player is doing, the process
+ * If there is no memory for a handle, or for the record of what a player is doing, the process
  * ends with abort(); any other want of memory fails the call. Before it logs, the library flushes
  * standard output, so that both appear in their order.
  *
@@ -77,7 +77,7 @@
  * library starts no thread, and no call is a cancellation point while it waits for the service.
  *
  * Fork. A child cannot use its parent's handles, and connects again: exchanges on them fail, and a
- * query for the current track or the catalogue may wait for ever where the parent was within one.
+ * query for the current track or the catalogue may wait for ever if the parent was within one.
  *
  * Unloading. A library that was loaded with dlopen() may be unloaded once every handle is closed
  * and no thread is in a call. One that has made a server (messaging.h) stays.
@@ -147,7 +147,7 @@ typedef struct VantroTrackInfo {
 /* ---------------------------------------------------------------------------- the connection */
 
 /**
- * Connects to the player service: the user's own where there is one, else the system's. Blocks
+ * Connects to the player service: the user's own if there is one, else the system's. Blocks
  * for the service to accept.
  * @return the handle, to be ended with vantro_disconnect(), or NULL with errno: ENOENT (no service
  *   runs, or the one that runs does not admit this user or asks for a capability that this process
@@ -370,8 +370,8 @@ VANTRO_API int vantro_get_current_track_position(VantroHandle *handle, int32_t *
  *
  * Lists. `count` receives the number of records, on success only, and the pointer a new block of
  * them, for vantro_free_media_sources() or vantro_free_media_nodes() of extras.h, or as records.h
- * says. Set the pointer to NULL before the call: it is untouched where there are no records, and on
- * failure, except that it receives NULL where memory for the records is short.
+ * says. Set the pointer to NULL before the call: it is untouched if there are no records, and on
+ * failure, except that it receives NULL if memory for the records is short.
  *
  * Ranges. `offset` is the first entry wanted, counted from 0, and the value found at `count` the
  * number of entries wanted. The service decides what they mean beyond that; vantrod takes a count
@@ -433,8 +433,8 @@ VANTRO_API int vantro_get_trksession_tracks(VantroHandle *handle, uint64_t tsid,
  * @param handle with an open player.
  * @param ms_id    `id` of the media source that holds the node.
  * @param node_id  `id` of the node. NULL or "" fails; nothing is sent, nor logged.
- * @param metadata receives a new record, for vantro_free_metadata(), or NULL where the service has
- *                 none. Untouched on failure, except that it receives NULL where memory for the
+ * @param metadata receives a new record, for vantro_free_metadata(), or NULL if the service has
+ *                 none. Untouched on failure, except that it receives NULL if memory for the
  *                 record is short.
  * @return 0, or -1: see the text of the group.
  */
@@ -464,8 +464,8 @@ VANTRO_API int vantro_get_metadata(VantroHandle *handle, int32_t ms_id, const ch
  * @param ms_id   `id` of the media source that holds the node.
  * @param node_id `id` of the node. NULL or "" fails, and nothing is sent.
  * @param keyv    keys, ended by a NULL entry, which may be the first. NULL fails, and nothing is
- *                sent. Where there is no memory to send them the call fails with errno ENOMEM.
- * @param valuev  room for one entry a key. Each receives a new string, for free(), or NULL where
+ *                sent. If there is no memory to send them the call fails with errno ENOMEM.
+ * @param valuev  room for one entry a key. Each receives a new string, for free(), or NULL if
  *                the key has no value; nothing is written after the last, and nothing at all on
  *                failure. NULL fails, and nothing is sent.
  * @return 0, or -1: see the text of the group.

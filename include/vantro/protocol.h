@@ -12,7 +12,7 @@
  * Nothing vouches for `payload_length` or a string's length: hold both against the number of bytes
  * that arrived, the transport header's send_length.
  *
- * Every answer begins with a signed 32-bit result word: 0 where the command was carried out, any
+ * Every answer begins with a signed 32-bit result word: 0 if the command was carried out, any
  * other value where it was refused; nothing after it is then read. The reply status is 0 for both:
  * another one counts as a failed exchange. What ends before the integers of its command do counts
  * as a refusal. An answer may be longer than the client's capacity: callout_reply() then holds it,
@@ -74,7 +74,7 @@ enum {
     /** None. A VantroTrksessionInfo. */
     VANTRO_COMMAND_GET_CURRENT_TRKSESSION_INFO = 4,
     /** None. Index; 64-bit track-session id; lengths in bytes of the packed node and of the packed
-     *  metadata, 0 where there is none; the packed MediaNode; the packed Metadata. */
+     *  metadata, 0 if there is none; the packed MediaNode; the packed Metadata. */
     VANTRO_COMMAND_GET_CURRENT_TRACK_INFO = 5,
     /** None. Position in milliseconds. */
     VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION = 6,
@@ -89,7 +89,7 @@ enum {
     /** Media source's id; node's id (string). One packed Metadata, or nothing. */
     VANTRO_COMMAND_GET_METADATA = 10,
     /** Media source's id; node's id (string); number of keys; each key (string). For each key a
-     *  value (string), of length 0 or less where there is none. Grows. */
+     *  value (string), of length 0 or less if there is none. Grows. */
     VANTRO_COMMAND_GET_EXTENDED_METADATA = 11,
     /** Media source's id; two 32-bit values; node's id (string). 64-bit track-session id.
      *  `payload_length` is 4 too small in this request: do not rely on it. */

@@ -111,7 +111,7 @@ typedef struct ServiceMediaNode {
  * @param records `count` records; NULL writes nothing.
  * @param count   0 or less writes nothing.
  * @param buffer  room for the packed size of the whole array; the caller guarantees it. Any
- *                alignment will do. Not used where nothing is written.
+ *                alignment will do. Not used if nothing is written.
  * @param size    receives the number of bytes written. An array whose packed size exceeds INT_MAX
  *                gives 0; what lies in `buffer` is then unspecified.
  */

@@ -72,7 +72,7 @@ typedef struct SlotArray {
 /**
  * A service's handler. Runs in a server thread without the server lock (but see `close_cb`).
  *
- * Close. A close handler runs once for an open, with one exception: where an answer was still owed
+ * Close. A close handler runs once for an open, with one exception: if an answer was still owed
  * when the client closed, and is still owed when the client's connection goes, it runs again then.
  * A second call has no context and finds `closed` of the record 1; a first call has a context (of
  * the close request), or none and `closed` 0 (the client vanished). The two never overlap. So a

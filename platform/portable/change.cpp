@@ -21,7 +21,7 @@ constexpr std::array<std::string_view, 4> encodings = {"", "n", "b", "json"};
 
 enum class Escapes { of_a_value, of_a_name };
 
-// The character that an escape stands for; NUL where there is no such escape.
+// The character that an escape stands for; NUL if there is no such escape.
 char unescaped(char escape, Escapes kind, bool first) {
     switch (escape) {
     case '\\':

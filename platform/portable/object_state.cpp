@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view object_start = "#@";
 
-// Removes the next line, with its newline, from the front of a text. Empty where none is complete.
+// Removes the next line, with its newline, from the front of a text. Empty if none is complete.
 std::string_view take_line(std::string_view &text) {
     const std::string_view line = text.substr(0, text.find('\n') + 1);
     text.remove_prefix(line.size());

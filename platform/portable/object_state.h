@@ -19,12 +19,12 @@ class ObjectState {
   public:
     enum class Outcome { applied, malformed, object_too_long, all_too_long };
 
-    // Applies a change. Where that fails, also by std::bad_alloc, nothing has changed.
+    // Applies a change. If that fails, also by std::bad_alloc, nothing has changed.
     // @param position of the change in the ring. An object's birth is the position of its first
     //   change.
     Outcome apply(std::string_view change, uint64_t position);
 
-    // Replaces the state by the one that append_all() wrote, or by `object` alone where one is
+    // Replaces the state by the one that append_all() wrote, or by `object` alone if one is
     // named.
     // @return whether the snapshot is well made.
     bool load(std::string_view snapshot, std::string_view object = {});
@@ -32,7 +32,7 @@ class ObjectState {
     // Appends a snapshot: the objects' texts, each beginning with "#@", in the order in which the
     // objects were last changed, so that a new reader gets related objects in the order in which
     // they were published. The second line of each text, "+" and 16 hexadecimal digits, is the
-    // object's birth. Where there are more objects than births_bytes_max has room for, those that
+    // object's birth. If there are more objects than births_bytes_max has room for, those that
     // were changed first have no such line. May throw std::bad_alloc.
     void append_all(std::string &text) const;
     // Bytes of the texts, without the births.
@@ -47,7 +47,7 @@ class ObjectState {
     struct Text {
         std::string name;
         std::string text;
-        uint64_t birth; // 0 where it is not known
+        uint64_t birth; // 0 if it is not known
     };
     std::vector<Text> texts() const;
 

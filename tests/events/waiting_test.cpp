@@ -37,7 +37,7 @@ const VantroEvent *wait_for(VantroHandle *handle, const std::string &object) {
 class Waiting : public Events {
   protected:
     // A second thread waits until `leave` has made it leave, as often as that takes.
-    // @return the wait's result, or -2 where it did not return.
+    // @return the wait's result, or -2 if it did not return.
     template <class Leave>
     int wait_beside(Leave leave) {
         while (vantro_event_get(handle)->object_name) {

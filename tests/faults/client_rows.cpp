@@ -27,7 +27,7 @@ std::string told(int result, const std::string &answer) {
     return result == 0 ? answer : result > 0 ? "failed" : "not a result";
 }
 
-// An open says why it failed where the process is short of something, or was interrupted.
+// An open says why it failed if the process is short of something, or was interrupted.
 std::string open_one(Scene &scene) {
     MsgClient *client = scene.faulted([] { return msgclient_open("faults.echo", nullptr, 0); });
     const int error = errno, injected = control().error;

@@ -67,7 +67,7 @@ void play(const Row &row, const Plan &plan, std::string &right) {
     std::memcpy(report->problems, problems, sizeof problems);
 }
 
-// The same in a process of its own, which may end with abort() where that is documented.
+// The same in a process of its own, which may end with abort() if that is documented.
 void play_apart(const Row &row, const Plan &plan, std::string &right) {
     *report = {true, "", ""};
     const pid_t child = fork();

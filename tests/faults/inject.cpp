@@ -156,7 +156,7 @@ bool is_file(int descriptor) {
     return syscall(SYS_fstat, descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-// What sends and receives is interrupted only where it may wait.
+// What sends and receives is interrupted only if it may wait.
 bool packet_fails(const char *name, int flags, bool allocates) {
     return call_fails(name, {allocates ? ENOMEM : 0, flags & MSG_DONTWAIT ? 0 : EINTR});
 }

@@ -81,7 +81,7 @@ std::string session(Scene &scene, bool making) {
     return !right ? "failed, and wrote" : result == 0 ? "done" : "failed";
 }
 
-// A query: what it writes where it succeeds is the same each time, and nothing is written where it
+// A query: what it writes where it succeeds is the same each time, and nothing is written if it
 // fails.
 template <typename Value>
 Row query(const char *name, int (*call)(Handle, Value *), std::string (*tell)(Value),
@@ -105,7 +105,7 @@ void free_record(Record *record) {
     std::free(record);
 }
 
-// Where memory for its strings is short a part of the record is there, to be freed all the same.
+// If memory for its strings is short a part of the record is there, to be freed all the same.
 std::string get_track(Scene &scene) {
     VantroTrackInfo *info = nullptr;
     Handle player = scene.player();
@@ -129,7 +129,7 @@ std::string get_status(Scene &scene) {
     return told;
 }
 
-// Lists records: neither count nor block is written where it fails.
+// Lists records: neither count nor block is written if it fails.
 template <typename Record>
 Row list(const char *name, int (*call)(Handle, int *, Record **), void (*release)(Record *, int)) {
     return {name, [=](Scene &scene) {
@@ -148,7 +148,7 @@ Row list(const char *name, int (*call)(Handle, int *, Record **), void (*release
             }};
 }
 
-// Lists records and what is known of them: nothing is written, and nothing lost, where it fails.
+// Lists records and what is known of them: nothing is written, and nothing lost, if it fails.
 Row described(const char *name, int (*call)(Handle, int *, MediaNode **, Metadata **)) {
     return {name, [=](Scene &scene) {
                 Handle player = scene.player();

@@ -149,7 +149,7 @@ std::string serve(Scene &scene, Where where) {
     return mine.wrong.empty() ? "served" : mine.wrong;
 }
 
-// A call that makes something of a server's: where it fails it says why and leaves nothing, and can
+// A call that makes something of a server's: if it fails it says why and leaves nothing, and can
 // be called again. What the library keeps from its first server on is there already.
 std::string make(Scene &scene, bool adds) {
     MsgServer *server = msgserver_create(100, 1, MSGSERVER_FLAG_PATH);

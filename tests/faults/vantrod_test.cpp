@@ -97,7 +97,7 @@ class Vantrod : public test::RuntimeDirectory {
                    ? std::move(handle)
                    : Handle(nullptr, vantro_disconnect);
     }
-    // The songs that the service lists; nothing where a call fails.
+    // The songs that the service lists; nothing if a call fails.
     static std::optional<Names> listed() {
         const Handle handle = connect();
         MediaNode *nodes = nullptr;

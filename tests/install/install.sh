@@ -50,7 +50,7 @@ for file in "$prefix"/bin/vantrod "$prefix/lib/libvantroclient.so" "$prefix/lib/
     grep -Eq 'BIND_NOW|FLAGS.* NOW' <<<"$facts" || fail "$file is not bound at once"
     grep -q GNU_RELRO <<<"$facts" || fail "$file has no read-only relocations"
     grep -q __stack_chk_fail <<<"$facts" || fail "$file has no stack protector"
-    # Where clang knows the size of a buffer, it needs no checked call; where it does not, it has
+    # Where clang knows the size of a buffer, it needs no checked call; if it does not, it has
     # none for these functions. So only what it was told can be looked at.
     if readelf -p .comment "$file" | grep -q clang; then
         grep -q -e '-D_FORTIFY_SOURCE=2' "$build/build.ninja" || fail "$file has no fortified calls"

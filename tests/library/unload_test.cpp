@@ -56,7 +56,7 @@ TEST(Libraries, AreUnloadedWhole) {
         EXPECT_TRUE(mapped("libvantro"));
         ASSERT_EQ(dlclose(module), 0);
         EXPECT_FALSE(mapped("libvantro") || mapped(FAMILIES));
-        // What was registered for forks and threads' ends would now be called where nothing is.
+        // What was registered for forks and threads' ends would now be called if nothing is.
         std::thread([] {}).join();
         const pid_t child = fork();
         if (child == 0) {

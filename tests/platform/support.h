@@ -153,7 +153,7 @@ inline bool is_served(int connection) {
            strcmp(reply, "ping") == 0;
 }
 
-// Sends one packet, with a descriptor where one is given.
+// Sends one packet, with a descriptor if one is given.
 inline void send_on(int socket, const void *bytes, size_t length, int descriptor = -1) {
     const struct iovec part = {const_cast<void *>(bytes), length};
     platform::send_packet(socket, &part, 1, descriptor, 0);

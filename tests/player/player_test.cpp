@@ -59,7 +59,7 @@ TEST_F(Player, OpensAndClosesOneTurnAfterTheOther) {
     // A line is cut to 1023 characters.
     EXPECT_EQ(vantro_close(handle, std::string(2000, 'e').c_str()), -1);
     EXPECT_EQ(take(lines).at(0).size() + std::strlen(program_invocation_short_name), 1023);
-    // Ending the handle closes the player first, and goes on where that is refused.
+    // Ending the handle closes the player first, and goes on if that is refused.
     will_answer(refused);
     EXPECT_EQ(vantro_disconnect(std::exchange(handle, vantro_connect())), 0);
     EXPECT_EQ(take(requests), Lines{request(1, text(most))});

@@ -164,7 +164,7 @@ class Mounts : public MediaRoots {
                mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     }
     // A device of a file system with one song, and with a UUID, which only this child sees; ""
-    // where there can be none.
+    // if there can be none.
     std::string make_volume() const {
         const std::string image = path_ + "/image", holder = path_ + "/holder";
         fs::create_directory(holder);

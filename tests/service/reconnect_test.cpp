@@ -244,7 +244,7 @@ TEST_F(Reconnect, WaitsForTheService) {
     run();
     EXPECT_EQ(vantro_open(handle, "kitchen"), 0);
     EXPECT_FALSE(drain());
-    // Where the player cannot be opened again, that is the reason.
+    // If the player cannot be opened again, that is the reason.
     end(SIGTERM);
     start({"--music", path_ + "/music", "--player", "main"});
     ASSERT_EQ(told().rfind("vantrod: ready (", 0), 0u);

@@ -45,7 +45,7 @@ struct Client {
     Client(const Client &) = delete;
     Client &operator=(const Client &) = delete;
 
-    // The answer to a request, fetched where it is held.
+    // The answer to a request, fetched if it is held.
     std::string ask(const std::string &what) const {
         std::string answer(VANTRO_REPLY_AREA, 'u');
         uint32_t length = 0;

@@ -28,7 +28,7 @@ long descriptors_of(const std::string &process);
 
 std::string title(int song);
 
-// Lives and dies until it is told to stop; ends with another code than 0 where an answer is wrong.
+// Lives and dies until it is told to stop; ends with another code than 0 if an answer is wrong.
 [[noreturn]] void run_client(unsigned seed);
 
 // Notes the songs as the first service tells them, in a process that ends before there are clients.

@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #ifndef sigev_notify_thread_id
-// The C library's name, where it has it.
+// The C library's name, if it has it.
 #define sigev_notify_thread_id _sigev_un._tid // NOLINT(readability-identifier-naming)
 #endif
 

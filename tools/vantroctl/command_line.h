@@ -22,7 +22,7 @@ struct Options {
     std::vector<std::string> nodes; // Of verbs that take several.
     std::vector<std::string> words; // Of a search; keys of info; ranges of tracks.
     std::string filter;
-    std::string wait;             // What --wait was given: "" where it was not.
+    std::string wait;             // What --wait was given: "" if it was not.
     std::string format;           // A template, of verbs that take one.
     int32_t number = 1;           // Of a track, from 1.
     int32_t to = 1;               // The same, of where it goes.

@@ -14,7 +14,7 @@ TransportHeader request_header(const MsgClient &client, int kind);
 
 // One exchange: the header and `send` go out, the reply's header comes back into `header` and the
 // rest into `reply`.
-// @param received where given, receives how many bytes were placed in `reply`; 0 where it fails.
+// @param received where given, receives how many bytes were placed in `reply`; 0 if it fails.
 // @return the reply status, or the error number.
 int exchange(const MsgClient &client, TransportHeader *header, const iovec *send, int send_count,
              const iovec *reply, int reply_count, uint32_t *received = nullptr);

@@ -32,7 +32,7 @@ ssize_t write_line(const MsgServer &server, const char *line, size_t length) REQ
     return granted;
 }
 
-// Opens the device again. @return false where no grantor serves it; the next question tries again.
+// Opens the device again. @return false if no grantor serves it; the next question tries again.
 bool reopen_grantor(MsgServer *server) REQUIRES(server_lock) {
     const int device = platform_open(grantor_path, O_RDWR);
     if (device == -1) {

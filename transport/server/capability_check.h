@@ -17,7 +17,7 @@ namespace vantro::transport {
 bool capabilities_granted(MsgServer *server, const MsgService &service, int32_t conn_id)
     REQUIRES(server_lock);
 
-// Of an open that found no service: where there is one of that name, a line about the capabilities
+// Of an open that found no service: if there is one of that name, a line about the capabilities
 // of it that the client does not hold. Asks the grantor for each of them, where the line is due.
 // @param name may be null.
 void note_missing_capabilities(MsgServer *server, const char *name, int32_t conn_id,

@@ -135,7 +135,7 @@ bool is_transport(const MsgContext &context) {
     return word >= kind_word(MSG_KIND_OPEN) && word <= kind_word(MSG_KIND_GET);
 }
 
-// The name in an open request, or null where no NUL ends it within the bytes received.
+// The name in an open request, or null if no NUL ends it within the bytes received.
 const char *requested_name(const MsgContext &context) {
     const auto received = static_cast<size_t>(payload_received(context));
     return static_cast<const char *>(std::memchr(context.payload, '\0', received) ? context.payload
@@ -164,7 +164,7 @@ bool has_too_many_opens(const MsgService &service, int32_t conn_id) REQUIRES(ser
     return count >= opens_per_connection_max;
 }
 
-// Makes the open record, with one reference. @return null where there is no room for it.
+// Makes the open record, with one reference. @return null if there is no room for it.
 MsgOsb *make_open(const Dispatch &now, MsgService *service) REQUIRES(server_lock) {
     const int32_t conn_id = now.context->info.conn_id;
     if (has_too_many_opens(*service, conn_id)) {

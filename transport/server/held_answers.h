@@ -26,7 +26,7 @@ int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts
 // its tag, which the client gave up, are dropped to make room. If the client no longer waits
 // nothing is held, or its next request could be answered with this. Takes the server lock, and
 // announces with it held.
-// @return 0; ENOMEM where it cannot be held and nothing was sent to the client; or -1 with errno.
+// @return 0; ENOMEM if it cannot be held and nothing was sent to the client; or -1 with errno.
 int32_t hold_and_announce(MsgOsb *open, int32_t receive_id, int32_t status, TransportHeader *header,
                           const iovec *parts, int32_t count) EXCLUDES(server_lock);
 

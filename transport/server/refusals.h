@@ -43,7 +43,7 @@ class Refusal {
 };
 
 // path_check_access() with the record's lock.
-// @param service_name for the line about who is refused; null where none is wanted.
+// @param service_name for the line about who is refused; null if none is wanted.
 // @param refusal      that line, where the client is refused.
 // @return 0, or EACCES.
 int check_path_access(path_context *context, path_attr *attr, uint32_t mask,

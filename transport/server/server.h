@@ -6,7 +6,7 @@
 //    service's `open_count`.
 //  - An open record is reached by its indices under the lock only. A thread that uses it after the
 //    lock is released holds a reference (`inuse`). A closed record is freed when its last reference
-//    is dropped, or by the sweep where it has none.
+//    is dropped, or by the sweep if it has none.
 //  - Lock order: the server lock, then a path attribute record's. The `lock` members of services
 //    and open records are the service's own.
 //  - One handler runs with the server lock held: the close handler, during the sweep of a client

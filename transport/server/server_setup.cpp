@@ -136,7 +136,7 @@ bool attach_name(MsgServer *server, const MsgService *service, const char *insta
     return true;
 }
 
-// @return false with errno where there is no memory for the copies.
+// @return false with errno if there is no memory for the copies.
 bool fill_service(MsgService *service, const char *name, const char *options, MsgHandler request_cb,
                   MsgHandler open_cb, MsgHandler close_cb) REQUIRES(server_lock) {
     service->request_cb = request_cb;

@@ -19,7 +19,7 @@ struct Context {
     Player &player() const { return link->player(); }
 };
 
-// Each answers one request, and throws ApiError where it cannot.
+// Each answers one request, and throws ApiError if it cannot.
 using Handler = Response (*)(Context &context);
 
 // general.cpp

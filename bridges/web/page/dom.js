@@ -73,7 +73,7 @@ export const waitingRow = () => make('div', {className: 'row waiting'},
   make('button', {className: 'go', ariaLabel: 'Loading'},
     make('span', {className: 'thumb'}), make('span', {className: 'lines'})));
 
-/** The picture of a node, or its first letter where it has none. */
+/** The picture of a node, or its first letter if it has none. */
 export function thumb(node, coverUrl) {
   const box = make('span', {className: 'thumb', ariaHidden: 'true'});
   fillThumb(box, node, coverUrl);

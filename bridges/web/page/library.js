@@ -6,7 +6,7 @@ import {
 import {Pages, VirtualList} from './virtual-list.js';
 
 const typingPauseMs = 120;
-const searchResultsMax = 200; // Of each source, where there are several.
+const searchResultsMax = 200; // Of each source, if there are several.
 
 const typeNames = {
   artist: 'Artist',
@@ -47,7 +47,7 @@ export class Library {
   constructor(command) {
     this.command = command;
     this.sources = []; // Those of music.
-    this.saved = null; // That of the saved playlists, where there are some.
+    this.saved = null; // That of the saved playlists, if there are some.
     this.path = []; // Places from the top down; each a node with where it was scrolled to.
     this.list = new VirtualList(byId('library-list'), {
       render: (node, index) =>
@@ -189,7 +189,7 @@ export class Library {
     }, isTop ? 0 : place.count ?? 0);
   }
 
-  /** What leads to the saved playlists, where there are some. */
+  /** What leads to the saved playlists, if there are some. */
   savedNodes() {
     return this.saved
       ? [{source_id: this.saved.id, id: 'playlists', name: 'Saved playlists', type: 'menu'}] : [];

@@ -187,7 +187,7 @@ export class Queue {
     }
   }
 
-  // Follows the pointer with a line where the track would go.
+  // Draws a line where the track would go, and moves it with the pointer.
   drag(event, from) {
     event.preventDefault();
     const box = this.list.element;

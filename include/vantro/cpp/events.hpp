@@ -136,7 +136,7 @@ class Events {
     /** @param handle outlives this object. */
     explicit Events(VantroHandle *handle) : handle_(handle) {}
 
-    /** Does not block. @return the next event; nothing where nothing is new. */
+    /** Does not block. @return the next event; nothing if nothing is new. */
     Result<std::optional<Event>> next() {
         errno = EINVAL; // a bad handle leaves it
         const VantroEvent *const event = vantro_event_get(handle_);
@@ -170,7 +170,7 @@ class Events {
     }
 
     /** Gives a value to the object behind the current event. @param data any value. @return done,
-     *  or `invalid` where there is no such object. */
+     *  or `invalid` if there is no such object. */
     Result<void> keep(void *data) {
         return vantro_event_data_set(handle_, data) == 0 ? Result<void>()
                                                          : Failure::of_errno(errno);

@@ -175,15 +175,15 @@ using Track = std::unique_ptr<VantroTrackInfo, detail::FreeTrack>;
 /** What a player is doing: `media_node` and `metadata` may be NULL. */
 using Status = std::unique_ptr<VantroStatus, detail::FreeStatus>;
 
-/** What is known of a node; NULL where the service has nothing. */
+/** What is known of a node; NULL if the service has nothing. */
 using MetadataPtr = std::unique_ptr<Metadata, detail::FreeMetadata>;
 
-/** A text of the catalogue; NULL where there is none. */
+/** A text of the catalogue; NULL if there is none. */
 using Value = std::unique_ptr<char, detail::FreeBlock>;
 
 /**
  * A list that is fetched page by page while it is walked. It is walked once; begin() fetches the
- * first page. A node of an earlier page is no more when the next page is fetched. Where a page
+ * first page. A node of an earlier page is no more when the next page is fetched. If a page
  * cannot be fetched, or the list has changed meanwhile (Reason::changed), the walk ends, and
  * done() says why:
  *
@@ -235,7 +235,7 @@ class Pages {
         {
             return pages_->entry_.node;
         }
-        /** Goes to the next entry; blocks where a page is to be fetched. @return this iterator. */
+        /** Goes to the next entry; blocks if a page is to be fetched. @return this iterator. */
         Iterator &operator++() {
             pages_->advance();
             return *this;

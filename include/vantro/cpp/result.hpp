@@ -111,37 +111,37 @@ class [[nodiscard]] Result {
     /** @return has_value(). */
     explicit operator bool() const { return has_value(); }
 
-    /** @return the value; to be asked for only where there is one. */
+    /** @return the value; to be asked for only if there is one. */
     Value &operator*() & { return *std::get_if<0>(&held_); }
-    /** @return the value; to be asked for only where there is one. */
+    /** @return the value; to be asked for only if there is one. */
     const Value &operator*() const & { return *std::get_if<0>(&held_); }
-    /** @return the value; to be asked for only where there is one. */
+    /** @return the value; to be asked for only if there is one. */
     Value &&operator*() && { return std::move(*std::get_if<0>(&held_)); }
-    /** @return the value; to be asked for only where there is one. */
+    /** @return the value; to be asked for only if there is one. */
     Value *operator->() { return std::get_if<0>(&held_); }
-    /** @return the value; to be asked for only where there is one. */
+    /** @return the value; to be asked for only if there is one. */
     const Value *operator->() const { return std::get_if<0>(&held_); }
 
-    /** @return the failure; to be asked for only where there is no value. */
+    /** @return the failure; to be asked for only if there is no value. */
     const Failure &failure() const { return *std::get_if<1>(&held_); }
 
-    /** @return the value. @throws Error where there is none. */
+    /** @return the value. @throws Error if there is none. */
     Value &or_throw() & {
         check();
         return **this;
     }
-    /** @return the value. @throws Error where there is none. */
+    /** @return the value. @throws Error if there is none. */
     const Value &or_throw() const & {
         check();
         return **this;
     }
-    /** @return the value. @throws Error where there is none. */
+    /** @return the value. @throws Error if there is none. */
     Value or_throw() && {
         check();
         return *std::move(*this);
     }
 
-    /** @return the value, or `other` where there is none. @param other any value. */
+    /** @return the value, or `other` if there is none. @param other any value. */
     Value value_or(Value other) && { return has_value() ? *std::move(*this) : std::move(other); }
 
   private:
@@ -168,10 +168,10 @@ class [[nodiscard]] Result<void> {
     /** @return has_value(). */
     explicit operator bool() const { return has_value(); }
 
-    /** @return the failure; to be asked for only where it was not done. */
+    /** @return the failure; to be asked for only if it was not done. */
     const Failure &failure() const { return *failure_; }
 
-    /** @throws Error where it was not done. */
+    /** @throws Error if it was not done. */
     void or_throw() const {
         if (failure_) {
             throw Error(*failure_);

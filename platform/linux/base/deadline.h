@@ -18,7 +18,7 @@ class Deadline {
         }
     }
 
-    // What is left, down to 0; none where there is no limit.
+    // What is left, down to 0; none if there is no limit.
     std::optional<timespec> left() const {
         if (!end_ns_) {
             return std::nullopt;

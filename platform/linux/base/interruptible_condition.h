@@ -27,7 +27,7 @@ class InterruptibleCondition {
         const uint32_t seen = turn_;
         ++sleepers_;
         mutex.unlock();
-        // Returns at once where a notification has come since.
+        // Returns at once if a notification has come since.
         const long result = ::syscall(SYS_futex, &turn_, FUTEX_WAIT_PRIVATE, seen,
                                       left ? &*left : nullptr, nullptr, 0);
         const int error = result == -1 && (errno == EINTR || errno == ETIMEDOUT) ? errno : 0;

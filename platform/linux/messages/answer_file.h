@@ -7,7 +7,7 @@
 //
 // It is sealed: nobody shortens or lengthens it, and nobody but the server's mapping writes it. The
 // client copies the bytes out once, and looks at the copy only. A file belongs to one lane of one
-// client, so that nobody sees another's answers. All files together are bounded; where there can be
+// client, so that nobody sees another's answers. All files together are bounded; if there can be
 // none, an answer travels in a sealed file of its own.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_ANSWER_FILE_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_ANSWER_FILE_H
@@ -29,7 +29,7 @@ class AnswerFile {
     static constexpr size_t bytes_max = (1024 + 64) * 1024;
     static constexpr size_t bytes_of_all = 8 * bytes_max;
 
-    // Returns null where the process has as many as it may, or the host refuses.
+    // Returns null if the process has as many as it may, or the host refuses.
     static std::unique_ptr<AnswerFile> make(size_t length);
     ~AnswerFile();
     AnswerFile(const AnswerFile &) = delete;

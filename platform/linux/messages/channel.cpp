@@ -162,7 +162,7 @@ class TakenEvent {
 
 // Waits for one event, or looks whether there is one. Like act_on_cancellation(), a cancellation
 // point of a receive; there are no others.
-// @return 1; 0 where there is none; -1 with errno.
+// @return 1; 0 if there is none; -1 with errno.
 int wait_for_event(Channel &channel, const CancelDisabled &cancel, bool only_look,
                    struct epoll_event &event) {
     const int post = my_post(channel);
@@ -255,7 +255,7 @@ int channel_destroy(int number) {
     return 0;
 }
 
-// Takes a message off a lane for the calling thread. @return its receive id, or 0 where there is
+// Takes a message off a lane for the calling thread. @return its receive id, or 0 if there is
 // none.
 static int take_message(const Source &source, bool hung_up, PartList &parts,
                         struct ipc_info *info) {

@@ -2,13 +2,13 @@
 //
 // Invariants
 //  - `connections_lock` guards the table, and `Connection::lock_` one connection's pool; neither
-//    is held across a system call that can block. The table's comes first where both are taken.
+//    is held across a system call that can block. The table's comes first if both are taken.
 //    What lanes there are is changed with both held: a fork holds the table's, and its child finds
 //    every list of lanes whole.
 //  - A thread takes a lane for one exchange and gives it back. An exchange that was interrupted, or
 //    whose time was over, closes its lane, so that its answer can never be taken for another's.
 //  - Where the server hands over, a lane belongs to the processor from which it was first used. A
-//    thread takes a lane of its own processor where it can, and the server then answers there.
+//    thread takes a lane of its own processor if it can, and the server then answers there.
 //  - The control socket has at most one request unanswered. A wait that ended without its answer
 //    leaves it owed; whoever uses the control socket next collects that answer first.
 //  - Time limits are the sockets' own, so that a bounded exchange costs no more system calls.
@@ -104,8 +104,8 @@ class Connection {
     void mark_lost() EXCLUDES(lock_);
     // Keeps count of quick exchanges with a server that answers on another processor.
     void note_speed(PooledLane &lane) const;
-    // Asks for the connection's words, once. It goes on without them where there are none to be
-    // had. @return 0, or -1 with errno where the wait was cut short.
+    // Asks for the connection's words, once. It goes on without them if there are none to be
+    // had. @return 0, or -1 with errno if the wait was cut short.
     int request_words() EXCLUDES(connections_lock, lock_);
     // A message has been sent: looks whether its answer comes, and sees to it that the lane is
     // watched before the thread sleeps. @return 0 or an error number.

@@ -62,7 +62,7 @@ ClosingQueue &ClosingQueue::instance() {
     return *queue;
 }
 
-// @return false where no thread was lent, or the queue finds no memory.
+// @return false if no thread was lent, or the queue finds no memory.
 bool hand_over(Kind kind, int fd) {
     ClosingQueue &queue = ClosingQueue::instance();
     const MutexLock guard(closing_lock);

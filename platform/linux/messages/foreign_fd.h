@@ -2,12 +2,12 @@
 //
 // The close of a descriptor may wait, and whoever made it decides for how long: a TCP socket that
 // lingers over unsent bytes, a file on a file system that its sender runs, a local socket in whose
-// queue lie others. So a thread that serves closes none where it can be helped:
-//  - Where the kernel has SO_PASSRIGHTS, a socket on which no descriptor is expected takes none.
+// queue lie others. So a thread that serves closes none if it can be helped:
+//  - If the kernel has SO_PASSRIGHTS, a socket on which no descriptor is expected takes none.
 //  - Lingering is turned off before a close.
 //  - What may have been left in the queue of a client's socket is taken out before the socket is
 //    closed, since the kernel would close it there and then.
-//  - Where a service has lent a thread (ipc_lend_closing_thread()), that thread does all of this.
+//  - If a service has lent a thread (ipc_lend_closing_thread()), that thread does all of this.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_FOREIGN_FD_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_FOREIGN_FD_H
 
@@ -23,7 +23,7 @@ void close_client_socket(int fd);
 using ForeignFd = OwnedFd<close_foreign>;
 using ClientSocket = OwnedFd<close_client_socket>;
 
-// Lets no descriptor be sent to a socket, nor to those that it accepts, where the kernel can.
+// Lets no descriptor be sent to a socket, nor to those that it accepts, if the kernel can.
 void refuse_descriptors(int socket);
 
 // Wakes the threads that were lent, one of whose channels has been destroyed.

@@ -35,9 +35,9 @@ static_assert(std::atomic<uint32_t>::is_always_lock_free);
 
 class ConnectionWords {
   public:
-    // Makes the memory. `file` receives what the peer is to map. @return empty where it cannot.
+    // Makes the memory. `file` receives what the peer is to map. @return empty if it cannot.
     static std::shared_ptr<ConnectionWords> make(UniqueFd &file);
-    // Maps a peer's, if it is what make() makes. @return empty where it is not, or cannot be.
+    // Maps a peer's, if it is what make() makes. @return empty if it is not, or cannot be.
     static std::shared_ptr<ConnectionWords> adopt(int file);
 
     explicit ConnectionWords(Mapping mapping) : mapping_(std::move(mapping)) {}

@@ -6,7 +6,7 @@
 //    that time. The budget grows by a fiftieth of the time that passes, up to budget_ns. So looks
 //    in vain cost a fiftieth of a thread's time, and budget_ns at once.
 //  - A look does not yield the processor. The peer runs on another one, and a thread that yields
-//    where others want the processor waits for all of their turns, and again before its next one.
+//    if others want the processor waits for all of their turns, and again before its next one.
 //  - A look that lasted much longer lost its processor: others want it. The thread then does not
 //    look for 25 times as long as it was without the processor, 100 ms at most, and twice as long
 //    as before if that happens soon again, up to a second: a thread that looks uses up its share of

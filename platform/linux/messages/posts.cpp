@@ -70,7 +70,7 @@ int Stand::epoll_for(Channel &channel) {
 }
 
 // Sees to it that the thread is on its processor. Others may move it: an administrator, or the
-// program itself. @return false where it cannot stay there.
+// program itself. @return false if it cannot stay there.
 bool Stand::stay() {
     if (confined_ && ::sched_getcpu() == processor_) {
         return true;

@@ -59,7 +59,7 @@ class Posts {
     bool watch_again(int fd, const WatchedSocket &watched) REQUIRES(server_lock);
     void unwatch(int fd) REQUIRES(server_lock);
     // Stops telling of a descriptor that is watched, until resume(), which also tells what is so
-    // now. resume() @return false where the descriptor cannot be watched any more.
+    // now. resume() @return false if the descriptor cannot be watched any more.
     void pause(int fd) REQUIRES(server_lock);
     bool resume(int fd, const WatchedSocket &watched) REQUIRES(server_lock);
 

@@ -128,7 +128,7 @@ struct Client {
     int32_t pid = 0;
     uint32_t uid = static_cast<uint32_t>(-1);
     uint32_t gid = 0;
-    std::vector<uint32_t> groups; // all of them; empty where the kernel would not say
+    std::vector<uint32_t> groups; // all of them; empty if the kernel would not say
     int dispatching GUARDED_BY(server_lock) = 0;
     int pins GUARDED_BY(server_lock) = 0; // of all its sockets: a pinned client is not erased
     ClientState state GUARDED_BY(server_lock) = ClientState::connected;
@@ -264,7 +264,7 @@ void accept_client(Channel &channel, uint16_t listener) EXCLUDES(server_lock);
 void serve_control(const Source &source) EXCLUDES(server_lock);
 
 // server_pulses.cpp: makes an outlet for a client whose control socket is pinned, and passes its
-// far end, or refuses. @return false where the client is not worth keeping.
+// far end, or refuses. @return false if the client is not worth keeping.
 bool grant_pulses(uint32_t serial, int control, int number) EXCLUDES(server_lock);
 // An outlet has room again, or its client has closed the other end.
 void serve_outlet(const Source &source, bool hung_up) EXCLUDES(server_lock);
@@ -286,7 +286,7 @@ struct ReceivedMessage {
     int receive_id = 0;
     uint32_t client_incarnation = 0;
     struct ipc_info info = {};
-    // Where the client has words and sends its messages in quick succession:
+    // If the client has words and sends its messages in quick succession:
     std::shared_ptr<ConnectionWords> words;
     int sender = -1; // the processor that it sent this one from
 };

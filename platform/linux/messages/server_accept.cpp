@@ -13,7 +13,7 @@ namespace vantro::platform {
 
 namespace {
 
-// A descriptor kept back. Where a process has none left, a connection that waits to be accepted
+// A descriptor kept back. If a process has none left, a connection that waits to be accepted
 // would keep the listening socket readable for ever: giving this one up lets it be accepted and
 // turned away.
 class Reserve {
@@ -170,7 +170,7 @@ bool grant_words(uint32_t serial, int control) EXCLUDES(server_lock) {
                  : send_control(control, control_refused, ENOMEM, -1);
 }
 
-// A client is about to sleep. @return false where it has no such lane.
+// A client is about to sleep. @return false if it has no such lane.
 bool watch_lane(const Source &control, int index) EXCLUDES(server_lock) {
     const MutexLock guard(server_lock);
     Client &client = *Server::instance().find_client(control.serial); // pinned

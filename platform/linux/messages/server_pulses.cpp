@@ -39,7 +39,7 @@ bool client_closed(const PulseOutlet &outlet) REQUIRES(server_lock) {
 }
 
 // The index for a pulse connection: the one that it has, or one that is free or whose client has
-// closed it. Null where none is.
+// closed it. Null if none is.
 PulseOutlet *outlet_for(Client &client, int number) REQUIRES(server_lock) {
     PulseOutlet *free = nullptr;
     for (PulseOutlet &outlet : client.outlets) {
@@ -91,7 +91,7 @@ int add_outlet(Client &client, int number, UniqueFd near_end, ClientRefusal &ref
     return 0;
 }
 
-// @return 0, or the error number: EAGAIN where there is no room.
+// @return 0, or the error number: EAGAIN if there is no room.
 int send_pulse(const PulseOutlet &outlet, const struct ipc_pulse &pulse) REQUIRES(server_lock) {
     const struct iovec part = {const_cast<struct ipc_pulse *>(&pulse), sizeof pulse};
     return send_packet(outlet.socket.get(), &part, 1, -1, MSG_DONTWAIT) == sizeof pulse ? 0 : errno;

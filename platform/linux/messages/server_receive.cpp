@@ -95,7 +95,7 @@ struct Received {
 };
 
 // A lane has the processor that its first message came from as its home, and its home's thread is
-// woken first. @return false where the lane cannot be watched any more.
+// woken first. @return false if the lane cannot be watched any more.
 bool settle_home(Client &client, Lane &lane, uint32_t processor) REQUIRES(server_lock) {
     Posts &posts = client.channel->posts;
     if (!posts.hands_over() || processor == 0 || processor > CPU_SETSIZE ||
@@ -111,7 +111,7 @@ bool settle_home(Client &client, Lane &lane, uint32_t processor) REQUIRES(server
 // meanwhile.
 constexpr int64_t quick_ns = 200'000;
 
-// Where the client has words, tells the receiver whether to look at them for the next message.
+// If the client has words, tells the receiver whether to look at them for the next message.
 void note_speed(const Client &client, Lane &lane, uint32_t processor, ReceivedMessage &message)
     REQUIRES(server_lock) {
     if (!client.words || processor == 0 || processor > CPU_SETSIZE) {

@@ -19,7 +19,7 @@ namespace {
 struct Claim {
     int socket = -1;
     std::shared_ptr<KeptMessage> kept; // freed without the lock
-    ConnectionWords *words = nullptr;  // as long as the pin; null where the client has none
+    ConnectionWords *words = nullptr;  // as long as the pin; null if the client has none
     uint32_t answers = 0;
 };
 
@@ -33,7 +33,7 @@ Lane *find_for_answer(Server &server, const ReceiveId &id, Client **client) REQU
 }
 
 // Takes the lane's answer file for an answer that it is to carry; empty where the answer is to have
-// a file of its own. @return false where nobody waits for it.
+// a file of its own. @return false if nobody waits for it.
 bool take_answer_file(const ReceiveId &id, size_t length, std::unique_ptr<AnswerFile> &file) {
     Server &server = Server::instance();
     bool had_one_before = false;

@@ -23,7 +23,7 @@ struct Frame {
     uint32_t length = 0; // bytes of the message, wherever they are
     int32_t status = 0;  // of a reply: status, or the error number
     uint32_t flags = 0;
-    uint32_t processor = 0; // 1 and the processor of its sender, or 0 where that is of no matter
+    uint32_t processor = 0; // 1 and the processor of its sender, or 0 if that is of no matter
 };
 static_assert(sizeof(Frame) == 16);
 
@@ -131,14 +131,14 @@ ssize_t send_packet(int socket, const struct iovec *parts, int count, int descri
 ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Arrival &arrival);
 
 // Whether a descriptor that a server passed is a socket that keeps packets apart. @return 0,
-// ECONNRESET where it is none, or why that cannot be told.
+// ECONNRESET if it is none, or why that cannot be told.
 int check_packet_socket(int descriptor);
 
 // A sealed memory file that holds the parts. Empty with errno on failure.
 UniqueFd make_memory_file(const struct iovec *parts, int count, size_t length);
 
 // Judges whether a peer's file has these seals. `length` receives how long it is. @return 0,
-// ECONNRESET where it has not, or why it could not be looked at.
+// ECONNRESET if it has not, or why it could not be looked at.
 int check_sealed_file(int file, int wanted_seals, size_t &length);
 
 // Judges whether a peer's memory file may be read: sealed so that its bytes and size stay, and at

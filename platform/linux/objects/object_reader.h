@@ -68,7 +68,7 @@ class ObjectReader {
     bool is_read(std::string_view object) const { return object_.empty() || object == object_; }
     // Makes `current_` the next text to give. May throw std::bad_alloc.
     Got fetch() REQUIRES(lock_);
-    // One attempt of fetch(). @return `again` where the ring was overwritten meanwhile.
+    // One attempt of fetch(). @return `again` if the ring was overwritten meanwhile.
     Got find_next() REQUIRES(lock_);
     // Reads on up to the position `end`, until there is a text to give.
     Got follow(uint64_t end) REQUIRES(lock_);
@@ -82,7 +82,7 @@ class ObjectReader {
     bool has_input() REQUIRES(lock_) { return fetch() != Got::nothing; }
     // Looks whether the publisher lives, and then the same.
     bool has_input_or_ended() REQUIRES(lock_);
-    // Watches the ring for a wait, where there is no watch, and looks for input.
+    // Watches the ring for a wait, if there is no watch, and looks for input.
     // @return NOTIFY_INPUT, 0, or -1 with errno.
     int watch_and_look(bool publisher_closed) EXCLUDES(lock_);
     void end_armed_watch() REQUIRES(lock_);

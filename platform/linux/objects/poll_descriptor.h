@@ -14,7 +14,7 @@ class PollDescriptor {
     // @return whether that succeeded; errno says why not.
     bool open(int ring_file, const WakeBell &bell);
     // Has it tell of another ring, instead of the one before. @return as open(); nothing has
-    // changed where that failed.
+    // changed if that failed.
     bool move_to(int ring_file);
     // Has it tell of another descriptor too, until that is closed. @return as open().
     bool add(int descriptor);

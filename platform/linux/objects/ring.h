@@ -126,7 +126,7 @@ class RingWriter {
 // A reader's side. Hands out checked copies, and keeps no state.
 class RingView {
   public:
-    // Maps a ring. @return whether that succeeded; errno is EBADMSG where the file is no ring.
+    // Maps a ring. @return whether that succeeded; errno is EBADMSG if the file is no ring.
     bool open(int file);
 
     uint64_t committed() const;

@@ -63,7 +63,7 @@ void end_watch(int watch) REQUIRES(watches_lock) {
 // A reader that is busy with one event is about to wait for the next.
 constexpr unsigned missed_max = 16;
 
-// Tells the readers of a ring; the leader, which read the event, is awake. Where none of them waits
+// Tells the readers of a ring; the leader, which read the event, is awake. If none of them waits
 // any more, the watch ends.
 void tell(const struct inotify_event &event) REQUIRES(watches_lock) {
     const bool all = (event.mask & IN_Q_OVERFLOW) != 0;

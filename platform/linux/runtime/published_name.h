@@ -35,7 +35,7 @@ class PublishedName {
     std::string lock_name_;
 };
 
-// Takes the lock on a file that is made where it is missing. @return it, held until closed, or an
+// Takes the lock on a file that is made if it is missing. @return it, held until closed, or an
 // empty one with errno: EADDRINUSE when a live process holds it.
 UniqueFd take_lock(int directory, const std::string &name);
 

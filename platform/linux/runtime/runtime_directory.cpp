@@ -17,7 +17,7 @@ constexpr mode_t directory_mode = 0755;
 constexpr int directory_flags = O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // The user's runtime directory, where it may be trusted: the user's own, and nobody else's. ENOENT
-// where there is none such.
+// if there is none such.
 UniqueFd open_user_runtime() {
     const char *path = secure_getenv("XDG_RUNTIME_DIR");
     if (!path || path[0] != '/') {
@@ -34,7 +34,7 @@ UniqueFd open_user_runtime() {
     return directory;
 }
 
-// Opens one part below a directory, making it first where that is wanted.
+// Opens one part below a directory, making it first if that is wanted.
 UniqueFd open_part(int parent, const std::string &part, bool make) {
     UniqueFd found(::openat(parent, part.c_str(), O_PATH | directory_flags));
     if (found || errno != ENOENT || !make) {

@@ -20,7 +20,7 @@ struct Place {
 enum class RuntimeRoot {
     user,   // the user's own runtime directory
     system, // the system's
-    own     // where this process publishes: the user's where there is one, else the system's
+    own     // where this process publishes: the user's if there is one, else the system's
 };
 
 // Finds the directory of a relative path below a runtime directory, without following a link.
@@ -30,9 +30,9 @@ Place find_place(std::string_view path, RuntimeRoot root);
 // The same for publishing: makes the directories that are missing.
 Place make_place(std::string_view path);
 
-// Opens what a path names in the user's directory, and in the system's where it is not, or is what
-// a dead process left. `open` takes the root; its result is empty, with errno, where it fails. The
-// errno is the user's directory's where neither has it.
+// Opens what a path names in the user's directory, and in the system's if it is not, or is what
+// a dead process left. `open` takes the root; its result is empty, with errno, if it fails. The
+// errno is the user's directory's if neither has it.
 template <typename Open>
 auto open_in_either(Open open) {
     auto opened = open(RuntimeRoot::user);
@@ -47,7 +47,7 @@ auto open_in_either(Open open) {
 }
 
 // The deepest directory on the way to a relative path that is there: at worst the one in which the
-// runtime directory lies, or would. Empty where not even that is.
+// runtime directory lies, or would. Empty if not even that is.
 struct DeepestDirectory {
     UniqueFd directory;
     UniqueFd parent; // empty where the directory is that one

@@ -42,7 +42,7 @@ class RawClient {
         }
     }
 
-    // The next line; empty where the bridge has closed the connection.
+    // The next line; empty if the bridge has closed the connection.
     std::string line() {
         std::string text;
         for (int c = 0; (c = std::fgetc(input_)) != EOF && c != '\n';) {
@@ -51,7 +51,7 @@ class RawClient {
         return text;
     }
 
-    // Up to and with the line that ends an answer; empty where the connection is closed.
+    // Up to and with the line that ends an answer; empty if the connection is closed.
     std::string answer() {
         std::string all;
         while (true) {

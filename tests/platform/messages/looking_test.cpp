@@ -13,7 +13,7 @@
 namespace vantro::test {
 namespace {
 
-// While one thread waits for the other, both still get on where the machine has other work.
+// While one thread waits for the other, both still get on if the machine has other work.
 class Looking : public testing::Test {
   protected:
     void SetUp() override {

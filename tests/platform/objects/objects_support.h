@@ -59,7 +59,7 @@ class Reader {
     }
     Reader(const Reader &) = delete;
 
-    // The next text; empty where there is none, or none any more (`error` says why).
+    // The next text; empty if there is none, or none any more (`error` says why).
     std::string read() {
         const ssize_t length = platform_read(descriptor, buffer_.data(), OBJECT_CHANGE_MAX);
         error = length < 0 ? errno : 0;

@@ -215,7 +215,7 @@ TEST(Notification, FiresOnceForWhatComesAfterIt) {
         EXPECT_EQ(reader.read_all(), "@o\na::2\n@o\na::3\n@o\na::4\n");
         EXPECT_EQ(signals.take(), 0);
     }
-    // Where no real-time signal can be queued, the other comes.
+    // If no real-time signal can be queued, the other comes.
     struct rlimit limit, none = {};
     getrlimit(RLIMIT_SIGPENDING, &limit);
     none.rlim_max = limit.rlim_max;

@@ -47,7 +47,7 @@ class Playlists : public Vantrod {
         EXPECT_EQ(service->wait(), 0);
     }
 
-    // The id of a saved playlist, "" where there is none, and its entries' names, with a "-" before
+    // The id of a saved playlist, "" if there is none, and its entries' names, with a "-" before
     // those that are not found.
     static std::string id_of(Player &player, const std::string &name) {
         for (const MediaNode &node : player.browse(playlists)) {

@@ -34,7 +34,7 @@ struct Follower {
             0, std::min(text.find(" was "), std::min(text.find(" {"), text.find(" error "))));
     }
 
-    // The next event in words; "7" where there is none.
+    // The next event in words; "7" if there is none.
     std::string next() {
         const VantroEvent *event = vantro_event_get(handle);
         if (event && event->object_name && event->type != VANTRO_EVENT_MEDIASOURCE) {

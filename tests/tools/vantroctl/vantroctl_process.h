@@ -50,7 +50,7 @@ class Vantroctl : public test::RuntimeDirectory {
         vantrod_ = std::make_unique<test::Process>(arguments);
         std::string line = vantrod_->line();
         while (!line.empty() && line.find("vantrod: scanned") != 0) {
-            line = vantrod_->line(); // its log, where no log daemon listens
+            line = vantrod_->line(); // its log, if no log daemon listens
         }
         ASSERT_FALSE(line.empty());
     }

@@ -13,7 +13,7 @@ namespace vantro::ctl {
 struct Identity {
     int32_t pid = 0;
     uint32_t uid = 0;
-    std::string user; // Its name here; "" where it has none.
+    std::string user; // Its name here; "" if it has none.
     uint32_t gid = 0;
     std::string group;
     std::vector<uint32_t> groups;          // Supplementary, as far as the service is told them.

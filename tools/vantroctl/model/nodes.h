@@ -34,10 +34,10 @@ struct Node {
     std::string year = {};
     int32_t disc = 0;
     int32_t number = 0;           // On the disc.
-    std::vector<Node> nodes = {}; // What is below it, where that was asked for.
+    std::vector<Node> nodes = {}; // What is below it, if that was asked for.
 };
 
-// What is known of a node: a key, and its value where it has one.
+// What is known of a node: a key, and its value if it has one.
 using Values = std::vector<std::pair<std::string, std::optional<std::string>>>;
 
 // Where a node is.

@@ -8,7 +8,7 @@
 
 namespace vantro::ctl {
 
-// The current track. A text is empty, and a number 0, where the service has none.
+// The current track. A text is empty, and a number 0, if the service has none.
 struct TrackStatus {
     int32_t index = 0; // In the session, from 0.
     std::string title; // The tag, or else the name of the track in its source.

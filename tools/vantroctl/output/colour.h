@@ -22,7 +22,7 @@ void set_colour_mode(ColourMode mode);
 
 enum class Ink { plain, playing, wrong };
 
-// Whole lines, or a part of one, in that ink; as they are where there are no colours.
+// Whole lines, or a part of one, in that ink; as they are if there are no colours.
 // @param descriptor that they are written to.
 std::string painted(Ink ink, std::string_view lines, int descriptor = 1);
 

@@ -44,7 +44,7 @@ std::string json_values(const std::string &player, const Place &place, const Val
 
 std::string json_identity(const Identity &identity);
 
-// With the error and the code of the first that is bad, where one is.
+// With the error and the code of the first that is bad, if one is.
 std::string json_findings(const std::vector<Finding> &findings);
 
 // {"ok":false,"error":...,"code":...}: the line without the program's name, and the exit code.

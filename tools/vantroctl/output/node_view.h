@@ -40,7 +40,7 @@ Table::Row track_row(const Node &node, int32_t index, bool current, std::optiona
 // A node of a tree: indented by its level, with what it holds and what is pasted.
 std::string tree_line(const Node &node, int level, std::optional<int> width);
 
-// A "key: value" line for each, nothing after the colon where there is no value. On a terminal
+// A "key: value" line for each, nothing after the colon if there is no value. On a terminal
 // aligned, folded to its width, and with numbers as people read them.
 std::string render_values(const Values &values, std::optional<int> width);
 

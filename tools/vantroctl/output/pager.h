@@ -32,7 +32,7 @@ class Pager {
     int stop();
 
     std::string command_;
-    std::string held_; // Lines that may fit on the screen, where no pager is needed.
+    std::string held_; // Lines that may fit on the screen, if no pager is needed.
     int rows_ = 0;     // Rows that they take.
     std::FILE *pipe_ = nullptr;
     bool direct_ = true; // Nothing is held back.

@@ -11,7 +11,7 @@ namespace vantro::ctl {
 // output by accident, and that a closed pipe is an error and not the end. To be called first.
 void prepare_output();
 
-// Writes all of it. @return false, with errno, where not all went out.
+// Writes all of it. @return false, with errno, if not all went out.
 bool write_output(std::string_view text, int descriptor = 1);
 
 // The same. @throws Failure.

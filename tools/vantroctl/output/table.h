@@ -23,7 +23,7 @@ class Table {
 
     // @param columns the last one is the name: it stands last, where a script that runs from right
     //                to left cannot carry the others away.
-    // @param width   of the terminal; nothing for tabs, where there are no heads either.
+    // @param width   of the terminal; nothing for tabs, if there are no heads either.
     Table(std::vector<Column> columns, std::optional<int> width);
 
     // The lines of these rows. The first rows settle how wide the columns are.

@@ -21,7 +21,7 @@ extern const char *const service_places[2];
 
 // It watches the directories in which a service appears, and says when a look is worth it. Right
 // after something has happened it asks for some looks in a row, since the service may not answer
-// yet; then it waits for the next happening. Where the host has no watch left, or something other
+// yet; then it waits for the next happening. If the host has no watch left, or something other
 // than the service's absence is in the way, it asks for a look once a second.
 //
 //     Arrival arrival;

@@ -15,7 +15,7 @@ class Client;
 
 std::vector<Source> get_sources(Client &client);
 
-// One page of a list: at most `count` nodes from `offset` on; fewer only where the list ends.
+// One page of a list: at most `count` nodes from `offset` on; fewer only if the list ends.
 // Here and below, where the source, the node or the session does not exist, or has no such song,
 // the Failure says so and its outcome is not_found.
 std::vector<Node> browse_page(Client &client, const Place &place, int32_t offset, int32_t count);
@@ -26,7 +26,7 @@ std::vector<Node> search_page(Client &client, int32_t source, const std::string 
 
 std::vector<Node> tracks_page(Client &client, uint64_t session, int32_t offset, int32_t count);
 
-// The value of each key, in their order; none where the key has none.
+// The value of each key, in their order; none if the key has none.
 Values get_values(Client &client, const Place &place, const std::vector<std::string> &keys);
 
 // Every key of <vantro/catalogue.h> that has a value.
@@ -54,7 +54,7 @@ LoadedSession make_session(Client &client, const NewSession &wanted);
 // Ends the current session.
 void end_session(Client &client, const std::string &verb, uint64_t session);
 
-// Plays; where the player has no session, every song there is.
+// Plays; if the player has no session, every song there is.
 void play(Client &client);
 
 // Goes to a track of the current session, from 0.

@@ -43,10 +43,10 @@ class Client {
     // Makes the call. @throws Failure, which names the verb.
     void carry_out(const std::string &verb, const Call &call);
 
-    // Like carry_out(), for what needs a track session: where there is none, that is what fails.
+    // Like carry_out(), for what needs a track session: if there is none, that is what fails.
     void carry_out_on_tracks(const std::string &verb, const Call &call);
 
-    // Like carry_out(), but returns why the service refused: 0 where it did not, else an error
+    // Like carry_out(), but returns why the service refused: 0 if it did not, else an error
     // number or a number of the service's own.
     int32_t ask(const std::string &verb, const Call &call);
 
@@ -55,7 +55,7 @@ class Client {
 
     // The current track session, if there is one.
     std::optional<SessionStatus> session();
-    // The same. @throws Failure where there is none.
+    // The same. @throws Failure if there is none.
     SessionStatus need_session();
 
     // Nothing of a service that knows no volume.

@@ -18,14 +18,14 @@ inline std::string text_of(const char *text) {
     return text ? text : "";
 }
 
-// @param node, metadata NULL where the service has none.
+// @param node, metadata NULL if the service has none.
 TrackStatus track_of(int32_t index, const MediaNode *node, const Metadata *metadata);
 
 Source source_of(const MediaSource &record);
 
 // The event, but for the player's name. A change of the state object that changes no mode is one
 // of the state, whose previous modes are the same.
-// @return nothing where nothing is new.
+// @return nothing if nothing is new.
 std::optional<PlayerEvent> player_event_of(const VantroEvent &record);
 
 } // namespace vantro::ctl

@@ -14,7 +14,7 @@ namespace vantro::ctl {
 // is foreign to it. Nothing for the others.
 std::optional<Failure> trouble_of_service(const std::string &verb, int32_t reason);
 
-// The failure for any reason, where the verb has no better words.
+// The failure for any reason, if the verb has no better words.
 // @param reason an error number, or another number but 0, as Client::ask() returns it.
 Failure refusal(const std::string &verb, int32_t reason);
 

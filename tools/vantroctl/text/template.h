@@ -5,7 +5,7 @@
 //
 // Text stands for itself; \n, \t, \\ and \{ are escapes. Between {{ and }} stands an expression: a
 // field, a text in quotation marks, a whole number, or a function of expressions. A value counts
-// as absent where it is empty.
+// as absent if it is empty.
 #ifndef VANTRO_TOOLS_VANTROCTL_TEXT_TEMPLATE_H
 #define VANTRO_TOOLS_VANTROCTL_TEXT_TEMPLATE_H
 
@@ -32,7 +32,7 @@ class Template {
 
     std::string render(const Field &field) const;
 
-    // The same as a line; "" where it is empty, so that nothing is shown then.
+    // The same as a line; "" if it is empty, so that nothing is shown then.
     std::string line(const Field &field) const;
 
     // The functions, for the texts that list them.

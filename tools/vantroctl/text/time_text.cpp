@@ -17,7 +17,7 @@ bool is_digit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// Takes the digits at the start of `text`; -1 where there is none or they exceed any position.
+// Takes the digits at the start of `text`; -1 if there is none or they exceed any position.
 int64_t take_number(std::string_view &text, size_t &digits) {
     int64_t value = 0;
     digits = 0;

@@ -162,7 +162,7 @@ class Lister {
     Page nodes_; // Of a JSON text, which is whole or not there.
 };
 
-// A source to go through, and what stands above its entries where it is not the only one.
+// A source to go through, and what stands above its entries if it is not the only one.
 struct Section {
     int32_t source;
     std::string heading;

@@ -46,11 +46,12 @@ void run_tracks(Client &client, const ListOptions &options);
 void run_info(Client &client, const ListOptions &options, const std::string &node,
               const std::vector<std::string> &keys);
 
-// Where a node is that is written as parse_ref() reads it. @throws Failure where that is not clear.
+// The source and the node that a text names; see parse_ref(). @throws Failure if there are several
+// sources and none is named.
 Place place_of(Client &client, const ListOptions &options, const std::string &text);
 
 // The track that follows the current one; nothing where none does.
-// @throws Failure where that is not known, in random order.
+// @throws Failure if that is not known, in random order.
 void run_queued(Client &client, const ListOptions &options);
 
 // @param number as run_tracks() shows it, from 1.

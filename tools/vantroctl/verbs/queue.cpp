@@ -110,7 +110,7 @@ class Queue {
         current_ = track ? track->index : 0;
     }
 
-    // Throws Failure where there is no such track.
+    // Throws Failure if there is no such track.
     void need(int32_t number) const {
         if (number < 1 || number > length()) {
             throw Failure(Outcome::not_found,
@@ -136,7 +136,7 @@ class Queue {
     }
 
     // Makes a session of what is left. It goes on at the current track, or at the next one after it
-    // that is left; where there is none it stops.
+    // that is left; if there is none it stops.
     CommandResult give_back(const std::string &verb) {
         drop_unknown();
         if (tracks_.empty()) {

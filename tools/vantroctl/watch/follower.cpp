@@ -44,7 +44,7 @@ void Follower::leave() {
     descriptor_ = -1;
 }
 
-// It is done without where none is left, and tried again.
+// It is done without if none is left, and tried again.
 void Follower::need_descriptor() {
     if (descriptor_ < 0) {
         descriptor_ = vantro_event_fd(client_->handle());

@@ -16,7 +16,7 @@ namespace vantro::ctl {
 // service's absence is in the way; `back` and the full picture again, that it is followed again.
 class Follower {
   public:
-    // Connects and gets the full picture. @throws Failure where there is nothing to follow.
+    // Connects and gets the full picture. @throws Failure if there is nothing to follow.
     explicit Follower(const ClientOptions &options);
 
     // Whether the service is gone.

@@ -146,7 +146,7 @@ class Watch {
         return std::nullopt;
     }
 
-    // Writes what goes out without waiting. @return false where the reader has left.
+    // Writes what goes out without waiting. @return false if the reader has left.
     bool write_some() {
         const ssize_t written =
             write(STDOUT_FILENO, pending_.data(), std::min<size_t>(pending_.size(), PIPE_BUF));

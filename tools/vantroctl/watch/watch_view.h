@@ -39,7 +39,7 @@ class WatchView {
 // A line an event. @param players in the order in which they were named.
 std::unique_ptr<WatchView> make_event_lines(const std::vector<std::string> &players);
 
-// A line an event as the template says; none where it is empty, or as the one before.
+// A line an event as the template says; none if it is empty, or as the one before.
 std::unique_ptr<WatchView> make_formatted_events(const std::vector<std::string> &players,
                                                  const Template &format);
 
@@ -48,7 +48,7 @@ std::unique_ptr<WatchView> make_event_objects();
 
 // One screen, drawn again when something changes. It takes the terminal in begin() and gives it
 // back when it is destroyed, and also when the process ends by exit() or abort().
-// @throws Failure where there is no terminal for it.
+// @throws Failure if there is no terminal for it.
 std::unique_ptr<WatchView> make_live_screen(const std::vector<std::string> &players);
 
 } // namespace vantro::ctl

@@ -52,7 +52,7 @@ VANTRO_PLATFORM_API mosk_dict *mosk_dict_key_delete(mosk_dict *dict, const char 
  * Finds a key.
  * @param dict, key the dictionary, and a NUL-terminated text.
  * @return its value, the dictionary's own until that key is set or deleted or the dictionary
- *   destroyed; NULL where there is no such key, or an argument is NULL.
+ *   destroyed; NULL if there is no such key, or an argument is NULL.
  */
 VANTRO_PLATFORM_API const char *mosk_dict_find_value(const mosk_dict *dict, const char *key);
 

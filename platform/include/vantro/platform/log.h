@@ -2,7 +2,7 @@
  * @file
  * The system's log.
  *
- * A line goes to the host's log daemon with its code in the text, and to standard error where no
+ * A line goes to the host's log daemon with its code in the text, and to standard error if no
  * daemon listens. A program may set a sink of its own, which then receives every line instead.
  */
 #ifndef VANTRO_PLATFORM_LOG_H

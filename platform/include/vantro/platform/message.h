@@ -84,7 +84,7 @@ struct ipc_info {
     int32_t conn_id;      /**< Server-side id of the sender's connection. */
     int32_t channel;      /**< The channel received on. */
     int32_t msg_length;   /**< Bytes placed in the receive vector. */
-    int32_t total_length; /**< Bytes of the whole message; above msg_length where it did not fit. */
+    int32_t total_length; /**< Bytes of the whole message; above msg_length if it did not fit. */
 };
 
 /** A client's credentials: the kernel's word, taken when the connection was made. */
@@ -124,7 +124,7 @@ VANTRO_PLATFORM_API int channel_destroy(int channel);
  * To be called once, before the channel has names or pulse connections, and before a thread
  * receives on it. Does not block.
  * @param channel from channel_create().
- * @return 0, also where it was called before, or -1: EBADF; EBUSY where the channel has names or
+ * @return 0, also where it was called before, or -1: EBADF; EBUSY if the channel has names or
  *   pulse connections; EMFILE, ENFILE, ENOMEM, ENOSPC.
  */
 VANTRO_PLATFORM_API int channel_hand_over(int channel);
@@ -205,7 +205,7 @@ VANTRO_PLATFORM_API int ipc_send(int connection, const struct iovec *send, int s
  * ipc_send() that also tells how much of the reply's data there really was.
  * @param connection, send, send_count, reply, reply_count as for ipc_send().
  * @param received receives how many bytes were placed in `reply`, in order; the rest of it is as it
- *   was. 0 where the call fails.
+ *   was. 0 if the call fails.
  * @return as ipc_send().
  */
 VANTRO_PLATFORM_API int ipc_send_counted(int connection, const struct iovec *send, int send_count,
@@ -213,7 +213,7 @@ VANTRO_PLATFORM_API int ipc_send_counted(int connection, const struct iovec *sen
                                          size_t *received);
 
 /**
- * ipc_send_counted() for an answer that the server gives only once. Where the reply may be a large
+ * ipc_send_counted() for an answer that the server gives only once. If the reply may be a large
  * one, a descriptor is kept free for it from before anything is sent until it has arrived, so that
  * EMFILE is given before the server is asked.
  * @param connection, send, send_count, reply, reply_count as for ipc_send().
@@ -408,7 +408,7 @@ struct ipc_client_limits {
  * Limits what clients may take of this process's descriptors; at first nothing is. User 0 and the
  * process's own (effective) user are not counted in `one_user` and `all_users`. A connection that
  * goes beyond is refused with EAGAIN; a lane or a pulse connection that does is not had, and the
- * exchanges of that client wait for the lanes that it has, or fail with EAGAIN where it has none
+ * exchanges of that client wait for the lanes that it has, or fail with EAGAIN if it has none
  * left. What clients have already they keep. Does not block.
  * @param limits copied.
  * @return 0, or -1: EINVAL where it is null, or one of the first two is 0.

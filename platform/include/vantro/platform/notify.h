@@ -105,19 +105,19 @@ VANTRO_PLATFORM_API int notify_poll_descriptor(int descriptor);
  * nothing. Does not block.
  * @param descriptor from platform_open(), for objects.
  * @return 0; NOTIFY_INPUT when something came meanwhile, and the descriptor is readable still; -1:
- *   EBADF (also where there is no poll descriptor), ENOMEM.
+ *   EBADF (also if there is no poll descriptor), ENOMEM.
  */
 VANTRO_PLATFORM_API int notify_settle(int descriptor);
 
 /**
  * Has a descriptor whose publisher has ended, or was replaced, go on with the publisher that is
  * there now: what is read next is the present state of its objects, as after platform_open().
- * Number and poll descriptor stay as they are. Where there is no publisher, notify_wait() and the
+ * Number and poll descriptor stay as they are. If there is no publisher, notify_wait() and the
  * poll descriptor from then on tell that it is worth asking again, for which nothing wakes the
  * process meanwhile but what happens where the publisher would be; that takes an inotify instance.
  * Must not overlap any call for the descriptor but notify_wake(). Does not block.
  * @param descriptor from platform_open(), for objects.
- * @return 0, or -1: ENOENT or ECONNREFUSED where there is no publisher, EBADF, and otherwise as
+ * @return 0, or -1: ENOENT or ECONNREFUSED if there is no publisher, EBADF, and otherwise as
  *   platform_open() and notify_poll_descriptor(); a call may succeed later. Nothing has changed
  * then that a read would show.
  */

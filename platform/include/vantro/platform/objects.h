@@ -93,7 +93,7 @@ enum {
 };
 
 /**
- * Becomes the publisher of a directory, which is made where it is missing, and so are those above
+ * Becomes the publisher of a directory, which is made if it is missing, and so are those above
  * it. There is one at a time; it is told by a lock that ends with the process. Where an earlier
  * one died, its ring is retired first: its readers are told. Starts without any object. Does not
  * block.

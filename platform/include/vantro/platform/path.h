@@ -159,7 +159,7 @@ VANTRO_PLATFORM_API void path_funcs_init(unsigned connect_count, struct path_con
 
 /**
  * Initialises an attribute record: mode as given, owner and group the caller's effective ids, or
- * the client's where one is given, everything else zero.
+ * the client's if one is given, everything else zero.
  * @param attr   filled.
  * @param mode   file type bits and permission bits.
  * @param parent may be NULL; its mount is taken over.

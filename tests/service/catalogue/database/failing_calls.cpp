@@ -39,7 +39,7 @@ struct NoLeakCheck {
 
 } // namespace
 
-// In place of the libraries' own. They stand in a file of their own, where nothing is compiled into
+// In place of the libraries' own. They stand in a file of their own, if nothing is compiled into
 // its callers. pread is defined by its name to the linker: the fortified headers of some compilers
 // define the other one themselves.
 

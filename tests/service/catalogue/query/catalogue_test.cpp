@@ -292,7 +292,7 @@ TEST_F(Catalogued, KnowsEveryKey) {
         const char *key;
         std::string value;
         const char *tag = "";    // that it comes from
-        std::string tagged = {}; // where that is not the value
+        std::string tagged = {}; // if that is not the value
     };
     const std::vector<Key> in_tags = {
         {"title", "T", "TITLE"},
