@@ -57,7 +57,8 @@ class CAPABILITY("mutex") Mutex {
     std::mutex mutex_;
 };
 
-// Holds a mutex until the end of the scope. unlock() and lock() let it go in between.
+// Holds a mutex until the end of the scope. unlock() releases it before that, and lock() takes it
+// again.
 class SCOPED_CAPABILITY MutexLock {
   public:
     explicit MutexLock(Mutex &mutex) ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
@@ -94,7 +95,7 @@ class Condition {
         Held held(mutex.mutex_);
         condition_.wait(held.lock);
     }
-    // @return false where the time came first.
+    // @return false if the time came first.
     template <typename Clock, typename Duration>
     bool wait_until(Mutex &mutex, const std::chrono::time_point<Clock, Duration> &time)
         REQUIRES(mutex) {
@@ -103,8 +104,8 @@ class Condition {
     }
 
   private:
-    // The standard library's view of a mutex that stays its caller's, a cancelled thread's
-    // included.
+    // Lends a locked mutex to the standard library. The caller holds it afterwards, also if the
+    // thread is cancelled.
     struct Held {
         explicit Held(std::mutex &mutex) : lock(mutex, std::adopt_lock) {}
         ~Held() { lock.release(); }

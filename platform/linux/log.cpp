@@ -49,7 +49,7 @@ int priority_of(int severity) {
     }
 }
 
-// If nobody listens, syslog(3) would lose the line without a word. The socket alone tells
+// If nobody listens, syslog(3) loses the line silently. That the socket exists proves
 // little: it outlives a daemon that crashed.
 bool daemon_listens() {
     const vantro::platform::UniqueFd probe(

@@ -123,7 +123,7 @@ void write_bytes(kivo_writer &writer, std::string_view bytes) {
     writer.length += bytes.size();
 }
 
-// Characters that may have to be escaped. A look-up for each byte keeps writing fast.
+// Characters that may have to be escaped; a table, since it is looked up for each byte.
 constexpr std::array<bool, 256> may_need_escape = [] {
     std::array<bool, 256> table = {};
     for (const char c : {'\\', '\n', '\r', '\t', ':', '@', '+', '-', '#'}) {
@@ -155,7 +155,7 @@ void write_escaped(kivo_writer &writer, std::string_view text, Escapes kind) {
     write_bytes(writer, text.substr(plain));
 }
 
-// Whether the writer can go on. Arguments that are not good leave EINVAL in it.
+// Whether the writer can continue. Bad arguments set its error to EINVAL.
 bool accepts(kivo_writer *writer, bool good) {
     if (writer && writer->error == 0 && !good) {
         writer->error = EINVAL;

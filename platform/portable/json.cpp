@@ -28,7 +28,7 @@ namespace {
 enum class Kind : uint8_t { object, array, string, integer, large_integer, too_large, other };
 
 struct Value {
-    const char *name; // null for what is no member of an object
+    const char *name; // null if it is no member of an object
     union {
         const char *string;
         int64_t integer;
@@ -39,7 +39,7 @@ struct Value {
 };
 
 constexpr size_t values_in_place = 36;
-// Indices have 32 bits, and the table has to fit into memory, which is less on some machines.
+// Indices have 32 bits, and on some machines the table has to fit into less memory.
 constexpr size_t values_max =
     std::min<size_t>(std::numeric_limits<uint32_t>::max(), SIZE_MAX / sizeof(Value));
 
@@ -118,7 +118,7 @@ class Collector {
         return true;
     }
     bool Double(double value) {
-        // A whole number of more digits than 64 bits hold arrives here.
+        // A whole number that 64 bits cannot hold arrives here.
         return add(std::fabs(value) >= 0x1p63 ? Kind::too_large : Kind::other);
     }
     bool RawNumber(const char *, rapidjson::SizeType, bool) { return false; }
@@ -131,7 +131,7 @@ class Collector {
         return true;
     }
     bool Key(const char *text, rapidjson::SizeType length, bool) {
-        // A name that no C string can ask for is nobody's.
+        // A name with a NUL can be asked for by no C string, so it is dropped.
         name_ = std::memchr(text, '\0', length) ? nullptr : text;
         return !has_surrogate({text, length});
     }
@@ -188,7 +188,7 @@ const Value *find(const Decoder &decoder, const char *name) {
     const uint32_t end = decoder.values[object].end;
     for (uint32_t i = object + 1; i < end; i = decoder.values[i].end) {
         const Value &value = decoder.values[i];
-        // The first character tells most names apart without a call.
+        // Comparing the first character avoids most calls.
         if (value.name && *value.name == *name && std::strcmp(value.name, name) == 0) {
             return &value;
         }
@@ -253,7 +253,7 @@ int kivo_decoder_parse_json_str(struct kivo_decoder *decoder, char *text) {
     if (reader.Parse<rapidjson::kParseInsituFlag>(stream, collector)) {
         return 0;
     }
-    // Half a text is not believed.
+    // What was parsed before the error is dropped.
     values.forget();
     return fail(collector.out_of_memory() ? ENOMEM : EBADMSG);
 }
@@ -272,7 +272,7 @@ int kivo_decoder_push(struct kivo_decoder *decoder, const char *name) {
     if (!object || object->kind != Kind::object) {
         return fail(ENOENT);
     }
-    // There is room: no deeper text is parsed.
+    // There is room: deeper texts are refused by the parser.
     values.entered[values.entered_count++] = static_cast<uint32_t>(object - values.values);
     return 0;
 }

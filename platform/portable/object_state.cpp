@@ -19,7 +19,8 @@ std::string_view take_line(std::string_view &text) {
     return line;
 }
 
-// A birth's line: the sign, which begins no attribute's line, the digits, and the newline.
+// The line of an object's birth: the sign, which begins no attribute's line, the digits, and the
+// newline.
 constexpr char birth_sign = '+';
 constexpr size_t birth_digits = 16;
 constexpr size_t birth_line_size = 1 + birth_digits + 1;
@@ -80,7 +81,7 @@ ObjectState::Outcome ObjectState::apply(const ObjectLine &head, std::string_view
         return Outcome::all_too_long;
     }
 
-    // All memory first, so that nothing can fail once the object is touched.
+    // Allocates all memory first, so that nothing can fail once the object is changed.
     Lines added;
     for (const Line &line : lines_) {
         if (!line.is_new) {
@@ -128,8 +129,8 @@ bool ObjectState::read_lines(std::string_view change) {
     return true;
 }
 
-// Notes which lines of an object each of lines_ replaces; null where nothing of it is kept.
-// @return the bytes of its text with them, where it had `bytes`.
+// Notes which line of an object each of lines_ replaces; `kept` is null if the object keeps
+// nothing. @return the bytes of its text with them; without them it had `bytes`.
 size_t ObjectState::place_lines(Object *kept, size_t bytes) {
     for (Line &line : lines_) {
         line.is_new = true;
@@ -161,7 +162,7 @@ bool ObjectState::load(std::string_view snapshot, std::string_view object) {
         if (!snapshot.starts_with(object_start)) {
             return false;
         }
-        // An attribute's line cannot begin so: the sign would be escaped.
+        // An attribute's line cannot begin with these characters: they would be escaped.
         const size_t next = snapshot.find("\n#@");
         std::string_view text =
             snapshot.substr(0, next == snapshot.npos ? snapshot.size() : next + 1);

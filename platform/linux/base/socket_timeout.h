@@ -6,12 +6,12 @@
 
 namespace vantro::platform {
 
-// What the calling thread's opens are bounded by, in milliseconds; below 0 by nothing. See
+// The time limit of the calling thread's opens, in milliseconds; below 0: none. See
 // ipc_set_open_timeout().
 constinit inline thread_local int open_timeout_ms = -1;
 
-// Bounds a blocking socket's connecting, sending and receiving: those then fail with EAGAIN. Below
-// 0 they are bounded no more.
+// Limits how long a blocking socket connects, sends and receives: after that time they fail with
+// EAGAIN. Below 0: no limit.
 inline void set_socket_timeout(int socket, int timeout_ms) {
     struct timeval limit = {}; // none
     if (timeout_ms >= 0) {

@@ -7,7 +7,7 @@
 
 namespace vantro::platform {
 
-// Closes a descriptor once, and never again after EINTR: the number is then free.
+// Closes a descriptor. Does not repeat the call after EINTR: the number is free by then.
 inline void close_descriptor(int fd) {
     if (fd >= 0) {
         ::close(fd);

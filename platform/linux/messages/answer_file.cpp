@@ -40,7 +40,7 @@ AnswerFile::~AnswerFile() {
 
 bool AnswerFile::prepare() {
     file_.reset(::memfd_create("vantro-answers", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    // With all its pages: a write to the mapping cannot report that there is no memory.
+    // Allocates all pages: a write to the mapping could not report that there is no memory.
     if (!file_ || ::fallocate(file_.get(), 0, 0, static_cast<off_t>(bytes_)) != 0) {
         return false;
     }

@@ -5,8 +5,8 @@
 // gets once. The server writes each answer through its mapping, the client reads it by its
 // descriptor, before it asks for anything else on this lane.
 //
-// It is sealed: nobody shortens or lengthens it, and nobody but the server's mapping writes it. The
-// client copies the bytes out once, and looks at the copy only. A file belongs to one lane of one
+// It is sealed: nobody can shorten or lengthen it, and only the server's mapping can write it. The
+// client copies the bytes out once, and looks only at the copy. A file belongs to one lane of one
 // client, so that nobody sees another's answers. All files together are bounded; if there can be
 // none, an answer travels in a sealed file of its own.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_ANSWER_FILE_H
@@ -24,8 +24,8 @@ namespace vantro::platform {
 
 class AnswerFile {
   public:
-    // Longest answer that goes through one, 1 MiB and what stands before it, and all files of the
-    // process together.
+    // Bytes of the longest answer that travels in one: 1 MiB and its headers. The second limit is
+    // for all files of the process together.
     static constexpr size_t bytes_max = (1024 + 64) * 1024;
     static constexpr size_t bytes_of_all = 8 * bytes_max;
 
@@ -38,7 +38,7 @@ class AnswerFile {
     bool fits(size_t length) const { return length <= bytes_; }
     void write(const struct iovec *parts, int count, size_t length);
 
-    // The descriptor for the client; empty from the second time on.
+    // The descriptor for the client; empty from the second call on.
     UniqueFd take_descriptor() { return std::move(file_); }
 
   private:
@@ -50,7 +50,8 @@ class AnswerFile {
     Mapping mapping_;
 };
 
-// Judges whether a client may keep reading this file. `length` receives how long it is, and stays.
+// Checks whether a client may keep reading this file. `length` receives its length, which cannot
+// change.
 // @return as check_sealed_file().
 int check_answer_file(int file, size_t &length);
 

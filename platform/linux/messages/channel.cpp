@@ -24,7 +24,7 @@ void wake_receiver(const Channel &channel) {
     [[maybe_unused]] const ssize_t written = ::write(channel.wake.get(), &one, sizeof one);
 }
 
-// Without the lock: it may take long, and a channel that is destroyed gets no more listeners.
+// Runs without the lock: it may take long, and a destroyed channel gets no more listeners.
 void Channel::withdraw_names() NO_THREAD_SAFETY_ANALYSIS {
     for (auto &listener : listeners) {
         listener->name.withdraw();
@@ -33,7 +33,7 @@ void Channel::withdraw_names() NO_THREAD_SAFETY_ANALYSIS {
 
 namespace {
 
-// The message that this thread received last, as far as it may hold a disconnect pulse back.
+// The message that this thread received last, if it may delay its client's disconnect pulse.
 struct Current {
     int receive_id = 0;
     uint32_t incarnation = 0; // of its client
@@ -70,7 +70,7 @@ bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
     if (channel.destroyed || channel.first_pulse == 0) {
         return false;
     }
-    // Not detached before this, and so still there.
+    // Its pulse was not received yet, so it cannot have been detached.
     Client &client = *Server::instance().find_client(channel.first_pulse);
     channel.first_pulse = std::exchange(client.next_pulse, 0);
     client.state = ClientState::pulse_received;

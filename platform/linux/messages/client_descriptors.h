@@ -9,7 +9,7 @@
 
 namespace vantro::platform {
 
-// To be called without a lock, where it is to be called at all.
+// The call that reports a refusal, if there is one. Make it without a lock.
 struct ClientRefusal {
     void (*refused)(int32_t pid, uint32_t uid, void *context) = nullptr;
     void *context = nullptr;
@@ -26,16 +26,16 @@ struct ClientRefusal {
 // Counts them by user. Its caller holds the server's lock.
 class ClientDescriptors {
   public:
-    // A socket of a client; a lane has a memory file too, for long messages.
+    // Descriptors of a client's socket; a lane also has a memory file, for long messages.
     static constexpr int64_t of_socket = 1;
     static constexpr int64_t of_lane = 2;
 
     void limit(const struct ipc_client_limits &limits) { limits_ = limits; }
 
-    // Counts so many for a client of that user, where they are within the limits, and where
-    // `newest`, a descriptor that was just made, leaves the free ones that are kept back. Throws
+    // Counts `count` descriptors for a client of that user, if they are within the limits and
+    // `newest`, a descriptor that was just made, leaves as many free as are to be kept. Throws
     // std::bad_alloc for a user that has none yet.
-    // @param refusal receives whom to tell of it.
+    // @param refusal receives the call that reports a refusal.
     bool take(int32_t pid, uint32_t uid, int64_t count, int newest, ClientRefusal &refusal);
     void give(uint32_t uid, int64_t count);
     void clear() {
@@ -46,7 +46,7 @@ class ClientDescriptors {
   private:
     struct User {
         int64_t has = 0;
-        bool told = false; // that a limit was reached
+        bool told = false; // whether a limit reached was reported
     };
 
     bool is_within(const User &user, bool is_limited, int64_t count, int newest) const;

@@ -34,18 +34,18 @@ void after_fork_in_parent() RELEASE(connections_lock) {
 void after_fork_in_child() RELEASE(connections_lock) {
     for (auto &[number, connection] : Connections::instance().table) {
         connection->abandon_in_child();
-        // Its lock may be held for ever, and threads wait in it that are not here: never freed.
+        // Never freed: its lock may be held for ever, and by threads that the child does not have.
         new (std::nothrow) std::shared_ptr<Connection>(connection);
     }
     connections_lock.unlock();
 }
 
-// Processors that may have lanes of their own. Those of a client that wanders over more share them.
+// Processors that may have lanes of their own. If a client runs on more, they share these lanes.
 constexpr int homes_max = 8;
 
-// The processor that the calling thread runs on; -1 where it is of no matter. A real-time thread
-// must not wait for a thread that its own processor's other real-time threads hold up, nor look
-// instead of sleeping.
+// The processor that the calling thread runs on; -1 if that does not matter. It does not for a
+// real-time thread: it must not wait for a thread that other real-time threads keep from this
+// processor, nor look instead of sleeping.
 int this_processor() {
     thread_local const bool is_real_time = [] {
         const KeepErrno keep;
@@ -82,7 +82,7 @@ std::shared_ptr<Connection> Connections::remove(int number) {
     std::shared_ptr<Connection> connection = std::move(found->second);
     table.erase(found);
     if (table.empty()) {
-        decltype(table)().swap(table); // its memory too: the library may be unloaded next
+        decltype(table)().swap(table); // frees its memory too: the library may be unloaded next
     }
     if (connection->abandoned()) {
         connection->give_up_number();
@@ -97,7 +97,8 @@ int Connections::open(UniqueFd control, NumberKind kind) {
         connection->set_timeout(open_timeout_ms);
     }
     {
-        // Before the wait for the server, so that the child of a fork meanwhile closes its copy.
+        // Entered before the wait for the server, so that a child forked during the wait closes its
+        // copy.
         const MutexLock guard(connections_lock);
         auto &entry = table[number];
         if (entry) {
@@ -124,7 +125,7 @@ void Connection::abandon_in_child() {
         return;
     }
     state_ = State::abandoned;
-    lock_.assume_held(); // by a thread that the child does not have, or by nobody
+    lock_.assume_held(); // held by a thread that the child does not have, or by nobody
     for (int i = 0; i < lane_count_; ++i) {
         close_descriptor(lanes_[static_cast<size_t>(i)]);
     }
@@ -206,7 +207,7 @@ int Connection::take_lane(int running_on, PooledLane &lane) {
             if (error == ECONNRESET || is_given_up(error) || (error != 0 && lane_count_ == 0)) {
                 return fail(error);
             }
-            full_ = error != 0; // whatever it is that there is no room for, and on whose side
+            full_ = error != 0; // whatever is short, and on either side
             wish_refused_ = wish_refused_ || (full_ && idle_count_ > 0);
             continue;
         }
@@ -230,10 +231,11 @@ void Connection::give_back(PooledLane lane) {
     const MutexLock guard(lock_);
     idle_[static_cast<size_t>(idle_count_++)] = lane;
     if (idle_count_ == lane_count_) {
-        full_ = false; // what was short then may not be when lanes run out again
+        full_ = false; // there may be room when lanes run out again
     }
     if (waiters_ > 0) {
-        // Who waits for the control socket has no use for a lane, and would keep it to itself.
+        // A thread that waits for the control socket does not want a lane, and would not wake those
+        // that do.
         control_busy_ ? changed_.notify_all() : changed_.notify_one();
     }
 }

@@ -3,15 +3,15 @@
 // Invariants
 //  - `connections_lock` guards the table, and `Connection::lock_` one connection's pool; neither
 //    is held across a system call that can block. The table's comes first if both are taken.
-//    What lanes there are is changed with both held: a fork holds the table's, and its child finds
-//    every list of lanes whole.
+//    The list of lanes is changed with both held: a fork holds the table's, so its child finds
+//    every list whole.
 //  - A thread takes a lane for one exchange and gives it back. An exchange that was interrupted, or
 //    whose time was over, closes its lane, so that its answer can never be taken for another's.
 //  - Where the server hands over, a lane belongs to the processor from which it was first used. A
 //    thread takes a lane of its own processor if it can, and the server then answers there.
-//  - The control socket has at most one request unanswered. A wait that ended without its answer
-//    leaves it owed; whoever uses the control socket next collects that answer first.
-//  - Time limits are the sockets' own, so that a bounded exchange costs no more system calls.
+//  - The control socket has at most one request unanswered. If a wait ended without its answer,
+//  whoever uses the control socket next collects that answer first.
+//  - Time limits are set on the sockets, so that a bounded exchange needs no more system calls.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_CONNECTION_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_CONNECTION_H
 
@@ -43,7 +43,7 @@ class Connection {
     explicit Connection(UniqueFd control) : control_(std::move(control)) {}
     ~Connection();
 
-    // Waits for the first lane, which the server gives unasked.
+    // Waits for the first lane, which the server sends without a request.
     bool start();
 
     // See ipc_set_timeout().
@@ -63,9 +63,9 @@ class Connection {
     // number that it still holds for this connection.
     void abandon_in_child() REQUIRES(connections_lock);
     bool abandoned() const { return state_ == State::abandoned; }
-    // In a child of fork: its holder has closed the number.
+    // In a child of fork: whoever held the number has closed it.
     void give_up_number() { control_.reset(); }
-    // The program closed the number behind our back, and it is another's by now.
+    // The program closed the number itself, and it belongs to another file by now.
     void forget_number() { control_.release(); }
 
   private:
@@ -77,24 +77,24 @@ class Connection {
 
     struct PooledLane {
         int socket = -1;
-        int home = -1;     // the processor of those who use it; -1: nobody's yet, or of no matter
+        int home = -1;     // the processor of its users; -1: not used yet, or it does not matter
         int index = 0;     // at the server
-        int user = -1;     // the processor that the exchange was begun on; -1: of no matter
+        int user = -1;     // the processor that the exchange was begun on; -1: it does not matter
         int peer = -1;     // the one that its last answer came from; -1: not known
         uint32_t sent = 0; // messages
-        // Exchanges in a row that followed each other quickly; up to quick_enough.
+        // Number of exchanges in a row that followed each other quickly; up to quick_enough.
         int quick = 0;
         int64_t answered_at = 0; // monotonic, in ns
     };
-    // So many exchanges, none longer after the one before it than quick_ns, are reason enough to
-    // ask for words.
+    // After so many exchanges in a row, each within quick_ns of the one before, words are asked
+    // for.
     static constexpr int quick_enough = 8;
     static constexpr int64_t quick_ns = 200'000;
 
     // Takes a lane for one exchange. @return 0, or -1 with errno.
     // @param running_on the caller's processor, or -1.
     int take_lane(int running_on, PooledLane &lane) EXCLUDES(lock_);
-    // Which of the idle lanes a thread on that processor takes; -1: one more is to be had first.
+    // Which of the idle lanes a thread on that processor takes; -1: request one more first.
     int choose_lane(int processor) const REQUIRES(lock_);
     bool may_grow() const REQUIRES(lock_) {
         return lane_count_ < IPC_LANES_MAX && !(full_ && lane_count_ > 0);
@@ -104,15 +104,15 @@ class Connection {
     void mark_lost() EXCLUDES(lock_);
     // Keeps count of quick exchanges with a server that answers on another processor.
     void note_speed(PooledLane &lane) const;
-    // Asks for the connection's words, once. It goes on without them if there are none to be
-    // had. @return 0, or -1 with errno if the wait was cut short.
+    // Asks for the connection's words, once. If there are none to be had, the connection works
+    // without. @return 0, or -1 with errno if the wait was cut short.
     int request_words() EXCLUDES(connections_lock, lock_);
     // A message has been sent: looks whether its answer comes, and sees to it that the lane is
     // watched before the thread sleeps. @return 0 or an error number.
     // @param seen what the server's word was before the message was sent.
     int look_for_answer(const PooledLane &lane, LaneWords &words, uint32_t seen);
 
-    // Takes the control socket for one request. The lock is let go while the server is awaited.
+    // Takes the control socket for one request. The lock is released while the server is awaited.
     // @return 0 or an error number.
     int use_control(const ControlRecord &request) REQUIRES(lock_);
     // One request and its answer on the control socket. @return 0 or an error number.
@@ -126,9 +126,9 @@ class Connection {
 
     int exchange_on_lane(PooledLane &lane, PartList &send, PartList &reply, size_t &received,
                          bool &lane_is_good);
-    // What lies in the memory file of an answer. @return bytes placed, or -1.
+    // Reads an answer's own memory file. @return bytes placed, or -1.
     ssize_t read_own_file(const Frame &frame, Arrival &arrival, PartList &reply);
-    // What lies in the lane's answer file, which may have come with the answer.
+    // Reads the lane's answer file, which may have come with the answer.
     ssize_t read_answer_file(int lane, const Frame &frame, Arrival &arrival, PartList &reply,
                              bool &lane_is_good) EXCLUDES(lock_);
 
@@ -151,13 +151,14 @@ class Connection {
     int idle_count_ GUARDED_BY(lock_) = 0;
     int waiters_ GUARDED_BY(lock_) = 0;
     uint64_t homes_ GUARDED_BY(lock_) = 0; // a bit for each processor that has a lane
-    // One more lane, only so that each processor has its own, was refused: it is not asked again.
+    // The server refused a lane that was wanted only so that each processor has its own; do not ask
+    // again.
     bool wish_refused_ GUARDED_BY(lock_) = false;
     std::atomic<bool> hands_over_{false};         // the server does
     bool full_ GUARDED_BY(lock_) = false;         // the server refused one more
     bool control_busy_ GUARDED_BY(lock_) = false; // a thread uses the control socket
-    // The request whose answer is still to come; kind 0 for none. Of the thread for which the
-    // control socket is busy.
+    // The request whose answer is still to come; kind 0 for none. Used by the thread that has the
+    // control socket.
     ControlRecord owed_;
     // Made once, and kept.
     std::shared_ptr<ConnectionWords> words_ GUARDED_BY(connections_lock);
@@ -173,20 +174,21 @@ inline bool is_given_up(int error) {
 }
 
 struct Connections {
-    // By the number that the application holds: made of the control socket's, and of its kind.
+    // By the number that the application holds, which is made of the control socket's descriptor
+    // and the kind.
     std::unordered_map<int, std::shared_ptr<Connection>> table GUARDED_BY(connections_lock);
 
     static Connections &instance();
 
     std::shared_ptr<Connection> find(int number) EXCLUDES(connections_lock);
-    // Takes out of the table.
+    // Takes a connection out of the table.
     std::shared_ptr<Connection> remove(int number) EXCLUDES(connections_lock);
-    // Connects, and enters into the table. @return the number, or -1.
+    // Connects, and enters the connection into the table. @return the number, or -1.
     int open(UniqueFd control, NumberKind kind) EXCLUDES(connections_lock);
 };
 
 // pulse.cpp: takes the end on which a server's pulses arrive, for a pulse connection of this
-// process. @return 0 or an error number: ECONNRESET for what is no such end.
+// process. @return 0 or an error number: ECONNRESET if the descriptor is no such end.
 int adopt_pulse_end(int number, const Connection &server, ForeignFd socket);
 
 } // namespace vantro::platform

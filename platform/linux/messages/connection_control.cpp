@@ -39,7 +39,7 @@ int Connection::request_control(const ControlRecord &request) {
             return error;
         }
         if (owed.kind == request.kind && owed.value == request.value) {
-            return error; // that is what we came for
+            return error; // the answer to this request
         }
     }
     struct iovec part = {const_cast<ControlRecord *>(&request), sizeof request};
@@ -114,7 +114,7 @@ int Connection::take_granted_lane(int lane, int grant) {
     return 0;
 }
 
-// Without them, if they are not to be had.
+// If the file cannot be used the connection works without words.
 void Connection::take_granted_words(int file) {
     std::shared_ptr<ConnectionWords> words = file >= 0 ? ConnectionWords::adopt(file) : nullptr;
     const MutexLock table_guard(connections_lock);

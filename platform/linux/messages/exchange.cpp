@@ -19,7 +19,8 @@ bool is_lost(int error) {
     return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
 }
 
-// Sends frame and message, from that processor or -1; a long message goes as a memory file.
+// Sends frame and message; a long message goes as a memory file. `processor` is the sender's, or
+// -1.
 // @return 0 or an error number.
 int send_message(int lane, int processor, Frame &frame, PartList &send) {
     frame = {};
@@ -52,7 +53,8 @@ int Connection::look_for_answer(const PooledLane &lane, LaneWords &words, uint32
     if (may_look && budget.look(words.answered, seen)) {
         return 0;
     }
-    // After the message: a server that ceased to watch the lane before it came has said so here.
+    // Read after the message was sent: if the server stopped watching the lane before it came, that
+    // shows here.
     if (words.unwatched.load() == 0) {
         return 0;
     }
@@ -82,7 +84,7 @@ int Connection::exchange_on_lane(PooledLane &pooled, PartList &send, PartList &r
     }
 
     if (words) {
-        words->sent = ++pooled.sent; // in this order with the look at `unwatched`
+        words->sent = ++pooled.sent; // must come before the look at `unwatched`
         if (const int error = look_for_answer(pooled, *words, seen); error != 0) {
             if (is_lost(error)) {
                 mark_lost();
@@ -143,7 +145,7 @@ ssize_t Connection::read_own_file(const Frame &frame, Arrival &arrival, PartList
 ssize_t Connection::read_answer_file(int lane, const Frame &frame, Arrival &arrival,
                                      PartList &reply, bool &lane_is_good) {
     if (arrival.descriptor_lost) {
-        lane_is_good = false; // the server takes it for passed
+        lane_is_good = false; // the server believes that the client has it
         return fail(EMFILE);
     }
     size_t length = 0;
@@ -174,7 +176,7 @@ ssize_t Connection::read_answer_file(int lane, const Frame &frame, Arrival &arri
 
 namespace {
 
-// @param once whether the answer is to be had once only; see ipc_fetch().
+// @param once whether the server gives the answer only once; see ipc_fetch().
 int send_and_wait(int number, const struct iovec *send, int send_count, const struct iovec *reply,
                   int reply_count, size_t *received, bool once) {
     *received = 0;

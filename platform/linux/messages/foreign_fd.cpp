@@ -23,7 +23,7 @@ namespace {
 
 enum class Kind { foreign, client_socket };
 
-// Taken last of all.
+// No other lock is taken while this one is held.
 constinit Mutex closing_lock;
 
 // What the lent threads are to close.
@@ -45,7 +45,7 @@ void before_fork() ACQUIRE(closing_lock) {
 void after_fork_in_parent() RELEASE(closing_lock) {
     closing_lock.unlock();
 }
-// The copies stay open: a child has no lent thread, and must not be held up either.
+// The copies stay open: a child has no lent thread, and a close could hold it up.
 void after_fork_in_child() RELEASE(closing_lock) {
     ClosingQueue &queue = ClosingQueue::instance();
     queue.waiting.clear();
@@ -62,7 +62,7 @@ ClosingQueue &ClosingQueue::instance() {
     return *queue;
 }
 
-// @return false if no thread was lent, or the queue finds no memory.
+// @return false if no thread was lent, or there is no memory for the queue.
 bool hand_over(Kind kind, int fd) {
     ClosingQueue &queue = ClosingQueue::instance();
     const MutexLock guard(closing_lock);
@@ -80,14 +80,14 @@ bool hand_over(Kind kind, int fd) {
 
 void close_now(int fd) {
     const struct linger none = {};
-    ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &none, sizeof none); // fails on what is no socket
+    ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &none, sizeof none); // fails if it is no socket
     close_descriptor(fd);
 }
 
 // Takes the descriptors out of a socket's queue.
 void drain(int socket) {
-    // With this every packet, and nothing else, brings a control message: so the end of the queue
-    // is told from a packet without bytes.
+    // With this option every packet brings a control message, so that a packet without bytes is
+    // told from the end of the queue.
     const int on = 1;
     ::setsockopt(socket, SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
     for (;;) {

@@ -30,8 +30,8 @@ constexpr int value_of(int number) {
 }
 
 // A receive id names the client by its serial, the lane, and one exchange on that lane, in 31
-// bits. Serials are handed out round robin, so that an id which outlived its client by less than
-// a full round finds nobody rather than somebody else.
+// bits. Serials are handed out round robin, so that an id of a client that has gone finds nobody,
+// unless a full round has passed since.
 struct ReceiveId {
     static constexpr int exchange_bits = 9;
     static constexpr int lane_bits = 6;

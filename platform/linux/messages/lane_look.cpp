@@ -29,7 +29,7 @@ bool LaneLook::begin(int channel, bool has_answered) {
         end();
         return false;
     }
-    // The client, about to sleep, had the lane watched again.
+    // The client is about to sleep, and has had the lane watched again.
     if (is_unwatched_ && words_->lane(source_.lane).unwatched.load() == 0) {
         end();
         return false;
@@ -56,8 +56,8 @@ bool LaneLook::unwatch() {
     if (!lane || lane->is_unwatched || lane->state != LaneState::idle) {
         return false;
     }
-    // In this order: a client that sleeps without a word to us has sent its message before it saw
-    // the lane unwatched, and so before the look at the socket that follows.
+    // The order matters: if a client sleeps without sending control_watch_lane, it sent its message
+    // before it could see the lane unwatched, and so before the look at the socket that follows.
     words_->lane(source_.lane).unwatched = 1;
     server.find_client(source_.serial)->channel->posts.pause(lane->socket.fd);
     is_unwatched_ = lane->is_unwatched = true;

@@ -28,7 +28,7 @@ std::shared_ptr<ConnectionWords> map(int file) {
     }
 }
 
-// Whether a file is of plain memory: a page of any other kind may be missing when it is touched.
+// Whether a file is plain memory: in any other file, touching a page may fail.
 bool is_plain_memory(int file) {
     struct statfs status;
     return ::fstatfs(file, &status) == 0 && status.f_type == TMPFS_MAGIC;

@@ -1,12 +1,12 @@
-// Words in memory that both sides of a connection see, so that a side which waits can look whether
-// the other has sent something, and need not sleep. A word is a hint and never more: it says that
-// it may be worth asking the socket, which carries every message.
+// Words in memory that both sides of a connection share, so that a side that waits can see whether
+// the other has sent something, and need not sleep. A word is only a hint that the socket may have
+// something: the socket carries every message.
 //
 // The server makes the memory when a client asks for it, and both map it. Either may write anything
-// into it at any time. So neither believes it: a word that is changed for no reason costs the
-// reader a look at its socket, and a word that is not changed costs what waiting costs without
-// words. What a side counts, it counts in its own memory. The file is sealed, so that no page can
-// be taken away from under a mapping.
+// into it at any time. So neither trusts it: a word that changes for no reason costs the reader a
+// look at its socket; if a word does not change, waiting costs what it costs without words. Each
+// side keeps its counts in its own memory. The file is sealed, so that no mapped page can
+// disappear.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_LANE_WORDS_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_LANE_WORDS_H
 
@@ -22,11 +22,11 @@
 
 namespace vantro::platform {
 
-// Of one lane. Each side's are on a cache line of their own.
+// The words of one lane. Each side's are on a cache line of their own.
 struct LaneWords {
     alignas(64) std::atomic<uint32_t> sent;     // by the client: changes after each message
     alignas(64) std::atomic<uint32_t> answered; // by the server: changes after each answer
-    // By the server: not 0 while no thread is woken by a message on this lane. A client that is
+    // Written by the server: not 0 while a message on this lane wakes no thread. A client that is
     // about to sleep then sends control_watch_lane first.
     std::atomic<uint32_t> unwatched;
 };
@@ -35,9 +35,10 @@ static_assert(std::atomic<uint32_t>::is_always_lock_free);
 
 class ConnectionWords {
   public:
-    // Makes the memory. `file` receives what the peer is to map. @return empty if it cannot.
+    // Makes the memory. `file` receives what the peer is to map. @return empty if that fails.
     static std::shared_ptr<ConnectionWords> make(UniqueFd &file);
-    // Maps a peer's, if it is what make() makes. @return empty if it is not, or cannot be.
+    // Maps a peer's file, if it is as make() makes it. @return empty if it is not, or cannot be
+    // mapped.
     static std::shared_ptr<ConnectionWords> adopt(int file);
 
     explicit ConnectionWords(Mapping mapping) : mapping_(std::move(mapping)) {}

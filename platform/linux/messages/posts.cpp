@@ -32,13 +32,14 @@ bool confine_to(int processor) {
     return ::sched_setaffinity(0, sizeof one, &one) == 0;
 }
 
-// What the calling thread has taken, and gives up at its end.
+// The post that the calling thread has taken, and gives up when it ends.
 class Stand {
   public:
     ~Stand() { leave(); }
 
     int epoll_for(Channel &channel);
-    // The thread may run where it might before it took a processor, until it receives next.
+    // Until it receives next, the thread may run on every processor it could use before it took
+    // one.
     void free_processor();
     void leave();
     // In a child of fork: there is nothing to give up.
@@ -77,7 +78,7 @@ bool Stand::stay() {
     }
     const int64_t now = seconds_now();
     if (confined_ && now == confined_at_) {
-        return true; // moved a moment ago: not more than once a second
+        return true; // moved a moment ago: not again within a second
     }
     confined_at_ = now;
     confined_ = confine_to(processor_);
@@ -93,7 +94,7 @@ void Stand::take(Channel &channel) {
         const MutexLock guard(server_lock);
         const auto found = Server::instance().channels.find(channel.number);
         if (found == Server::instance().channels.end()) {
-            epoll_ = channel.posts.floating(); // destroyed, and the set says so
+            epoll_ = channel.posts.floating(); // the channel is destroyed, which this set reports
             return;
         }
         kept_ = found->second;
@@ -136,7 +137,7 @@ void Stand::free_processor() {
     }
 }
 
-// A new process of a thread that is confined is not: it may be another program next.
+// A child of a confined thread is not confined: it may execute another program.
 void after_fork_in_child() {
     stand.forget();
 }
@@ -188,7 +189,7 @@ bool Posts::watch(int fd, const WatchedSocket &watched) {
     return add_everywhere(fd, watched);
 }
 
-// The post of its home first.
+// The home's post comes first.
 bool Posts::add_everywhere(int fd, const WatchedSocket &watched) {
     const auto is_home = [&](const Post &post) { return post.processor == watched.home; };
     bool good = true;
@@ -208,7 +209,7 @@ bool Posts::add_everywhere(int fd, const WatchedSocket &watched) {
 
 bool Posts::watch_again(int fd, const WatchedSocket &watched) {
     if (hands_over_) {
-        const WatchedSocket copy = watched; // it may be the one that goes
+        const WatchedSocket copy = watched; // the reference may be to the one removed
         unwatch(fd);
         return watch(fd, copy);
     }
@@ -218,7 +219,8 @@ bool Posts::watch_again(int fd, const WatchedSocket &watched) {
     return ::epoll_ctl(shared_.get(), EPOLL_CTL_MOD, fd, &event) == 0;
 }
 
-// By hand: a copy of the descriptor in another process would keep the watch, and its events, alive.
+// Not left to the close: a copy of the descriptor in another process would keep the watch, and its
+// events.
 void Posts::unwatch(int fd) {
     pause(fd);
     watched_.erase(fd);
@@ -276,7 +278,7 @@ int Posts::take(const cpu_set_t &allowed, int &processor) {
             processor = each;
             return epoll;
         }
-        break; // short of memory or descriptors: it can float at no cost
+        break; // short of memory or descriptors: the thread can float instead
     }
     ++floating_;
     return shared_.get();
@@ -314,7 +316,7 @@ void Posts::leave(int processor) {
     const UniqueFd epoll = std::move(found->epoll);
     posts_.erase(found);
     ++generation_;
-    // Not the end of the channel: every post gets it, and it would come for ever.
+    // The channel's end is left out: every post gets it, and it never goes.
     ::epoll_ctl(epoll.get(), EPOLL_CTL_DEL, end_.get(), nullptr);
     for (size_t left = watched_.size(); left > 0; --left) {
         struct epoll_event event;

@@ -13,10 +13,10 @@
 //    it on; whoever waits there next looks at the socket again. So a message wakes one waiting
 //    thread if there is one, and else whoever waits next finds it.
 //  - A thread takes one event a call, so that no event waits for a thread that is busy.
-//  - At least one thread floats, as long as there is one: a thread that stays on its processor
+//  - As long as there are threads, at least one floats: a thread that stays on its processor
 //    cannot help where another program has that processor.
-//  - An exclusive watch cannot be changed: other events, and telling again, are an end and a new
-//    beginning in all posts. A half-close cannot be watched for; it shows as a receive of 0.
+//  - An exclusive watch cannot be changed: to change its events, or to get one again, it is removed
+//    from all posts and added. A half-close cannot be watched for; it shows as a receive of 0.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_POSTS_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_POSTS_H
 
@@ -55,11 +55,11 @@ class Posts {
 
     // Each returns false with errno; the descriptor is then not watched.
     bool watch(int fd, const WatchedSocket &watched) REQUIRES(server_lock);
-    // Also tells again what is so now.
+    // Also reports again the events that are pending now.
     bool watch_again(int fd, const WatchedSocket &watched) REQUIRES(server_lock);
     void unwatch(int fd) REQUIRES(server_lock);
-    // Stops telling of a descriptor that is watched, until resume(), which also tells what is so
-    // now. resume() @return false if the descriptor cannot be watched any more.
+    // Stops the events of a watched descriptor, until resume(), which also reports those pending by
+    // then. resume() @return false if the descriptor cannot be watched any more.
     void pause(int fd) REQUIRES(server_lock);
     bool resume(int fd, const WatchedSocket &watched) REQUIRES(server_lock);
 
@@ -68,16 +68,18 @@ class Posts {
     bool set_home(int fd, int home) REQUIRES(server_lock);
     // Changes whenever a post comes or goes.
     uint32_t generation() const REQUIRES(server_lock) { return generation_; }
-    // Where the channel hands over: an event that a thread took, and cannot serve, is told again.
+    // Where the channel hands over: an event that a thread took, and cannot serve, is reported
+    // again.
     void tell_again(uint64_t data) REQUIRES(server_lock);
 
-    // Wakes every thread that waits, and all that will. Only where the channel hands over.
+    // Wakes every thread that waits, now or later. Only where the channel hands over.
     void end();
 
     // The calling thread takes a post: one of these processors, or the floating one. @param
-    // processor receives which, -1 for the floating one. @return the set in which it is to wait.
+    // processor receives the post's processor, -1 for the floating one. @return the set in which it
+    // is to wait.
     int take(const cpu_set_t &allowed, int &processor) REQUIRES(server_lock);
-    // It gives the post up. Events that only that post got are told again.
+    // The thread gives its post up. Events that only that post got are reported again.
     void leave(int processor) REQUIRES(server_lock);
     // Whether a thread that has a processor is to give it up, since no other floats.
     bool needs_floating() const { return floating_ == 0; }

@@ -61,19 +61,20 @@ PulseConnections &PulseConnections::instance() {
     return *connections;
 }
 
-// Where this process's numbers begin. Not the same in all: a notification that goes to a client
-// which is gone, and whose id another has by now, then names no pulse connection of that other's.
+// Where this process's numbers begin, which differs between processes. So if a notification is for
+// a client that is gone, and another client has its id by now, it names no pulse connection of that
+// client.
 int first_number() {
     uint32_t noise = 0;
     [[maybe_unused]] const ssize_t got = ::getrandom(&noise, sizeof noise, GRND_NONBLOCK);
-    constexpr uint32_t half = number_mask / 2; // as many again are left to count up
+    constexpr uint32_t half = number_mask / 2; // leaves as many numbers to count up
     return make_number(NumberKind::pulse_connection, static_cast<int>(noise % half) + 1);
 }
 
 // A pulse takes a kernel buffer far larger than itself: room for the pulses promised.
 constexpr int pulse_buffer_bytes = IPC_PULSE_CAPACITY * 1024;
 
-// The channel's pulse socket; made for the first connection. @return the send end, or null.
+// The channel's pulse socket; made with the first pulse connection. @return the send end, or null.
 std::shared_ptr<UniqueFd> pulse_socket(Channel &channel) {
     const MutexLock guard(server_lock);
     if (channel.pulse_send) {

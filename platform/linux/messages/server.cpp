@@ -11,9 +11,9 @@ constinit Mutex server_lock;
 
 namespace {
 
-// A child of fork holds copies of every socket; while it does, no end of a connection is ever
-// seen by the other side, and a name's lock outlives its holder. So the child closes them all.
-// The lock is held across the fork, so that the tables are whole in the child.
+// A child of fork holds copies of every socket; while it does, the other side never sees the end of
+// a connection, and a name's lock outlives its holder. So the child closes them all. The lock is
+// held across the fork, so that the tables are whole in the child.
 void before_fork() ACQUIRE(server_lock) {
     server_lock.lock();
 }
@@ -36,7 +36,7 @@ void after_fork_in_child() RELEASE(server_lock) {
         if (client->words) {
             client->words->forget_in_child();
         }
-        // Other threads of the parent may have been inside: leave it be.
+        // Not destroyed: other threads of the parent may have been using it.
         static_cast<void>(client.release());
     }
     for (auto &[number, channel] : server.channels) {
@@ -64,7 +64,7 @@ void after_fork_in_child() RELEASE(server_lock) {
 
 Server &Server::instance() {
     static Server *const server = [] {
-        wake_lent_threads(); // makes the queue, whose lock a fork takes after this one
+        wake_lent_threads(); // makes the queue, whose lock a fork must take after this one
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
         return new Server;
     }();
@@ -179,7 +179,7 @@ void Server::close_lane(Client &client, Lane &lane) {
     close_socket(client, lane.socket);
 }
 
-// Only what is edge-triggered has to be told again.
+// Only edge-triggered events have to be reported again.
 void Server::tell_again(const Source &source) {
     Client *client = find_client(source.serial);
     if (!client || !client->is_connected()) {

@@ -9,12 +9,12 @@
 //  - Several threads wait for the same sockets (posts.h). Between a thread's event and its receive
 //    another thread may close the socket, and its number may be given to another socket. So a
 //    thread pins a socket (`PinnedFd`) under the lock before it touches it, and whoever takes the
-//    last pin away closes it. None is closed but by close_client_socket(), which does not wait.
-//    Events name lanes and clients by numbers that are never reused.
+//    last pin away closes it. Sockets are closed only by close_client_socket(), which does not
+//    wait. Events name lanes and clients by numbers that are never reused.
 //  - A client that is gone stays in the table until its disconnect pulse was received and its id
 //    was detached; the pulse waits until every message received from it is answered, or the
-//    thread that received it is back in receive (`dispatching`), so that a server which sweeps at
-//    the pulse meets no request of that client still under way.
+//    thread that received it is back in receive (`dispatching`), so that no request of that client
+//    is still under way when a server sweeps at the pulse.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_SERVER_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_SERVER_H
 
@@ -61,7 +61,7 @@ enum class LaneState : uint8_t {
     closed_owing, // it closed before its message was answered: see Server::owed
     idle,
     waiting, // a message was received and is not answered
-    hung_up  // the same, and the client has closed its end: close after the answer
+    hung_up  // as `waiting`, and the client has closed its end: close after the answer
 };
 
 struct Lane {
@@ -71,13 +71,13 @@ struct Lane {
     // Counts the exchanges of this index; part of the receive id.
     uint32_t exchange GUARDED_BY(server_lock) = 0;
     LaneState state GUARDED_BY(server_lock) = LaneState::closed;
-    // Its last message holds the disconnect pulse back. That may last beyond the lane's close.
+    // Its last message delays the disconnect pulse, perhaps beyond the lane's close.
     bool holds_pulse GUARDED_BY(server_lock) = false;
     // The processor that its client sends from, as it said with its first message; -1: not known.
     int home GUARDED_BY(server_lock) = -1;
-    uint32_t posts_generation GUARDED_BY(server_lock) = 0; // when its home was last seen to
+    uint32_t posts_generation GUARDED_BY(server_lock) = 0; // when its home was last set
     std::shared_ptr<KeptMessage> kept GUARDED_BY(server_lock);
-    // Its long answers go through this one; empty while a thread writes one.
+    // The file for its long answers; empty while a thread writes one.
     std::unique_ptr<AnswerFile> answer_file GUARDED_BY(server_lock);
     bool had_long_answer GUARDED_BY(server_lock) = false;
     // Where its client has words:
@@ -96,17 +96,17 @@ struct Lane {
 
 struct Channel;
 
-// Where the pulses of one pulse connection of a client are sent.
+// The socket on which the pulses for one pulse connection of a client are sent.
 struct PulseOutlet {
     int number GUARDED_BY(server_lock) = 0; // the client's own number of it
     // Tells it from an earlier one of the same index.
     uint32_t incarnation GUARDED_BY(server_lock) = 0;
     UniqueFd socket GUARDED_BY(server_lock); // empty where the index is free
-    // Those that found no room in the socket.
+    // Pulses for which the socket had no room.
     std::vector<struct ipc_pulse> waiting GUARDED_BY(server_lock);
 };
 
-// In the order in which a client goes through them. Some of the later ones may be left out.
+// In the order in which a client passes through them; it may skip some of the later ones.
 enum class ClientState : uint8_t {
     connected,
     gone,       // its disconnect pulse waits until nothing holds it back
@@ -115,7 +115,8 @@ enum class ClientState : uint8_t {
     detached // erased once none of its sockets is pinned
 };
 
-// One connected client. Who it is and whence it came does not change once it is in the table.
+// One connected client. Its credentials and the path it opened do not change once it is in the
+// table.
 struct Client {
     uint32_t serial = 0;
     uint32_t incarnation = 0;
@@ -147,7 +148,7 @@ struct Listener {
 
 class Connection;
 
-// Where the pulses of one server for one pulse connection of this process arrive.
+// The socket on which one server's pulses for one pulse connection of this process arrive.
 struct PulseEnd {
     int number = 0;                     // of the pulse connection
     const Connection *server = nullptr; // to tell ends apart only; it may be gone
@@ -165,7 +166,7 @@ struct Channel {
     std::shared_ptr<UniqueFd> pulse_send GUARDED_BY(server_lock);
     std::vector<PulseEnd> pulse_ends GUARDED_BY(server_lock); // of pulses that servers send
     // The clients whose disconnect pulses are to be received, first and last, by serial: a list
-    // through the clients themselves, so that telling of one takes no memory.
+    // linked through the clients, so that adding one needs no memory.
     uint32_t first_pulse GUARDED_BY(server_lock) = 0;
     uint32_t last_pulse GUARDED_BY(server_lock) = 0;
     std::vector<std::unique_ptr<Listener>> listeners GUARDED_BY(server_lock);
@@ -176,7 +177,7 @@ struct Channel {
     void withdraw_names();
 };
 
-// What an event of a channel's epoll set is about; fits its 64 bits of data.
+// What an event of a channel's epoll set concerns; fits its 64 bits of data.
 struct Source {
     enum Kind : uint8_t {
         system_pulse,
@@ -201,9 +202,9 @@ struct Source {
     }
 };
 
-// What lanes, outlets and other sockets are watched for.
+// The events for which lanes, outlets and other sockets are watched.
 inline constexpr uint32_t lane_events = EPOLLIN | EPOLLRDHUP | EPOLLET;
-inline constexpr uint32_t outlet_events = EPOLLET; // that its client closed it is always told
+inline constexpr uint32_t outlet_events = EPOLLET; // a close by its client is always reported
 inline constexpr uint32_t socket_events = EPOLLIN | EPOLLRDHUP;
 inline const WatchedSocket wake_watched = {EPOLLIN, Source{Source::system_pulse}.pack()};
 
@@ -211,9 +212,9 @@ struct Server {
     std::unordered_map<int, std::shared_ptr<Channel>> channels GUARDED_BY(server_lock);
     // By serial.
     std::array<std::unique_ptr<Client>, IPC_CONNECTIONS_MAX + 1> clients GUARDED_BY(server_lock);
-    // Answers that the program still owes to clients that are gone, by serial. It may yet give
-    // them, and would give them to whoever had the same number by then: such a serial is handed out
-    // last, and so is a lane's index (`LaneState::closed_owing`).
+    // Answers that the program still owes to clients that are gone, by serial. If it gives one
+    // later, the answer would go to whoever has the same number by then. So such a serial is handed
+    // out last, and so is a lane's index (`LaneState::closed_owing`).
     std::array<uint8_t, IPC_CONNECTIONS_MAX + 1> owed GUARDED_BY(server_lock){};
     ClientDescriptors descriptors GUARDED_BY(server_lock);
     uint32_t last_serial GUARDED_BY(server_lock) = 0;
@@ -224,17 +225,17 @@ struct Server {
     static Server &instance();
 
     std::shared_ptr<Channel> find_channel(int number) EXCLUDES(server_lock);
-    // Makes the kernel report again what an event was about, to whoever waits next.
+    // Makes the kernel report an event again, to whoever waits next.
     void tell_again(const Source &source) REQUIRES(server_lock);
-    // Ends the connection of a client of which no event can be had any more.
+    // Ends the connection of a client whose sockets can no longer be watched.
     void give_up(const Source &source) REQUIRES(server_lock);
 
     Client *find_client(uint32_t serial) REQUIRES(server_lock) {
         return serial <= IPC_CONNECTIONS_MAX ? clients[serial].get() : nullptr;
     }
-    // The lane of an event, if it is still that lane and open; or null.
+    // The lane of an event if it is open and was not replaced; else null.
     Lane *find_open_lane(const Source &source) REQUIRES(server_lock);
-    // A lane whose words a thread has looked at is watched again.
+    // Watches a lane again that was left unwatched while a thread looked at its words.
     void watch_lane_again(const Source &source) REQUIRES(server_lock);
     // The lane of a message that waits for its answer, or null.
     Lane *find_waiting(const ReceiveId &id, Client **client) REQUIRES(server_lock);
@@ -242,16 +243,16 @@ struct Server {
     void forget_owed(const ReceiveId &id) REQUIRES(server_lock);
 
     void pin(Client &client, PinnedFd &socket) REQUIRES(server_lock);
-    // Takes a pin away and closes what was only waiting for that. May erase the client.
+    // Removes a pin, and closes the socket if it only waited for that. May erase the client.
     // @param lane -1: the control socket.
     void unpin(uint32_t serial, int lane) REQUIRES(server_lock);
 
     void close_socket(Client &client, PinnedFd &socket) REQUIRES(server_lock);
     void close_lane(Client &client, Lane &lane) REQUIRES(server_lock);
     void close_outlet(Client &client, PulseOutlet &outlet) REQUIRES(server_lock);
-    // Ends a connection; its disconnect pulse follows when nothing holds it.
+    // Ends a connection; its disconnect pulse follows when no message delays it.
     void disconnect(Client &client) REQUIRES(server_lock);
-    // One message less holds the pulse; erase_if_finished() is to follow.
+    // One message less delays the pulse; call erase_if_finished() next.
     void release_pulse(Client &client, Lane &lane) REQUIRES(server_lock);
     void erase_if_finished(Client &client) REQUIRES(server_lock);
 };
@@ -264,19 +265,20 @@ void accept_client(Channel &channel, uint16_t listener) EXCLUDES(server_lock);
 void serve_control(const Source &source) EXCLUDES(server_lock);
 
 // server_pulses.cpp: makes an outlet for a client whose control socket is pinned, and passes its
-// far end, or refuses. @return false if the client is not worth keeping.
+// far end, or refuses. @return false if the client is to be disconnected.
 bool grant_pulses(uint32_t serial, int control, int number) EXCLUDES(server_lock);
 // An outlet has room again, or its client has closed the other end.
 void serve_outlet(const Source &source, bool hung_up) EXCLUDES(server_lock);
 
-// pulse.cpp: ends the reception on one of a channel's pulse ends. Retiring leaves what has arrived
-// to be received.
+// pulse.cpp: ends the reception on one of a channel's pulse ends. A retired end still delivers what
+// has arrived.
 void retire_pulse_end(Channel &channel, size_t index) REQUIRES(server_lock);
 void close_pulse_end(Channel &channel, size_t index) REQUIRES(server_lock);
 
-// Sends on a control socket. A client that does not read what it asked for is not worth keeping.
+// Sends on a control socket. @return false if the client does not read what it asked for, and is to
+// be disconnected.
 bool send_control(int socket, ControlKind kind, int value, int descriptor);
-// The error that a client is told where this process could make no descriptor.
+// The error for a client if this process could not make a descriptor.
 inline int descriptor_error(int error) {
     return error == EMFILE || error == ENFILE ? EAGAIN : error;
 }

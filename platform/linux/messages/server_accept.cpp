@@ -13,20 +13,20 @@ namespace vantro::platform {
 
 namespace {
 
-// A descriptor kept back. If a process has none left, a connection that waits to be accepted
-// would keep the listening socket readable for ever: giving this one up lets it be accepted and
+// A descriptor kept in reserve. If a process has none left, a connection that waits to be accepted
+// would keep the listening socket readable for ever: with this one given up, it can be accepted and
 // turned away.
 class Reserve {
   public:
     Reserve() { take(); }
-    // Accepts one connection in the reserve's place, and tells it to come again.
+    // Accepts one connection in the reserve's place, and answers EAGAIN.
     void turn_away(int listening) EXCLUDES(lock_) {
         const MutexLock guard(lock_);
         if (!spare_) {
             take();
         }
         if (!spare_) {
-            // Somebody else took the last one: wait a moment rather than spin.
+            // Another thread took the last descriptor: wait a moment rather than spin.
             const struct timespec moment = {0, 10'000'000};
             nanosleep(&moment, nullptr);
             return;
@@ -74,8 +74,8 @@ void read_credentials(int socket, Client &client) {
     }
 }
 
-// A lane's index: the lowest that no socket uses and no dispatch still counts on. One that is owed
-// an answer is better than none: a program that never gives it must not use a client's lanes up.
+// A lane's index: the lowest that no socket and no dispatch uses. An index that is owed an answer
+// is better than none: a program that never answers must not use up a client's lanes.
 int free_lane_index(Client &client) REQUIRES(server_lock) {
     int last_resort = -1;
     for (size_t i = 0; i < client.lanes.size(); ++i) {

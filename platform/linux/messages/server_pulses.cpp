@@ -1,8 +1,8 @@
 // Notifications: pulses to clients, for the pulse connections that they named.
 //
 // A pulse for which a client's socket has no room waits at its outlet, in order, until the client
-// has taken some. Each outlet is a socket pair of its own, made here: its client can end it, but
-// can neither send on it nor reach another's.
+// has taken some. Each outlet is a socket pair of its own, made here: its client can close it, but
+// can neither send on it nor reach another client's.
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -20,7 +20,7 @@ namespace vantro::platform {
 
 namespace {
 
-// Asks for an event when an outlet has room, or takes that back.
+// Asks for an event when an outlet has room, or cancels that.
 bool watch_outlet(const Client &client, const PulseOutlet &outlet, bool is_new, bool for_room)
     REQUIRES(server_lock) {
     const Source source = {Source::client_outlet, static_cast<uint16_t>(client.serial),
@@ -38,7 +38,7 @@ bool client_closed(const PulseOutlet &outlet) REQUIRES(server_lock) {
     return ::poll(&state, 1, 0) > 0;
 }
 
-// The index for a pulse connection: the one that it has, or one that is free or whose client has
+// The outlet for a pulse connection: the one that it has, or one that is free or whose client has
 // closed it. Null if none is.
 PulseOutlet *outlet_for(Client &client, int number) REQUIRES(server_lock) {
     PulseOutlet *free = nullptr;
@@ -115,7 +115,7 @@ bool is_pulse_event(const struct ipc_event *event) {
     return event && event->kind == IPC_EVENT_PULSE && event->code >= 0 && event->code <= INT8_MAX;
 }
 
-// Delivers, or lets the pulse wait: all with the lock held, so that pulses keep their order.
+// Delivers the pulse or queues it, with the lock held, so that pulses keep their order.
 int deliver(Client &client, PulseOutlet &outlet, const struct ipc_pulse &pulse)
     REQUIRES(server_lock) {
     if (outlet.waiting.empty()) {
@@ -154,7 +154,7 @@ bool grant_pulses(uint32_t serial, int control, int number) {
     UniqueFd near_end(ends[0]);
     const UniqueFd far_end(ends[1]);
     ::setsockopt(near_end.get(), SOL_SOCKET, SO_SNDBUF, &buffer_bytes, sizeof buffer_bytes);
-    ::shutdown(near_end.get(), SHUT_RD); // nothing is received here, so nothing can be sent here
+    ::shutdown(near_end.get(), SHUT_RD); // so that the client cannot send on it
     int error;
     ClientRefusal refusal;
     {

@@ -1,4 +1,4 @@
-// Messages out of lanes: what is a message, and what is misconduct.
+// Receives messages from lanes, and tells messages from misconduct.
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace vantro::platform {
 
 namespace {
 
-// Where the end of a message goes that did not fit the caller's vector.
+// Receives the end of a message that does not fit the caller's vector.
 char *spill_area() {
     thread_local std::unique_ptr<char[]> area;
     if (!area) {
@@ -25,7 +25,7 @@ char *spill_area() {
 
 enum class Verdict { message, misconduct, refused };
 
-// One packet, as it came out of the lane's socket.
+// One packet, as it came from the lane's socket.
 struct Packet {
     Frame frame;
     size_t received = 0; // the frame not counted
@@ -86,7 +86,7 @@ int keep(Packet &packet, const PartList &list, const struct iovec *parts,
     return 0;
 }
 
-// What one receive gave.
+// The result of one receive.
 struct Received {
     Packet packet;
     Verdict verdict = Verdict::misconduct;
@@ -94,8 +94,8 @@ struct Received {
     std::shared_ptr<KeptMessage> kept;
 };
 
-// A lane has the processor that its first message came from as its home, and its home's thread is
-// woken first. @return false if the lane cannot be watched any more.
+// A lane's home is the processor from which its first message came. The home's thread is woken
+// first. @return false if the lane cannot be watched any more.
 bool settle_home(Client &client, Lane &lane, uint32_t processor) REQUIRES(server_lock) {
     Posts &posts = client.channel->posts;
     if (!posts.hands_over() || processor == 0 || processor > CPU_SETSIZE ||
@@ -107,8 +107,8 @@ bool settle_home(Client &client, Lane &lane, uint32_t processor) REQUIRES(server
     return posts.set_home(lane.socket.fd, lane.home);
 }
 
-// A message that comes so soon after the answer before it is quick, also where both sides sleep
-// meanwhile.
+// A message is quick if it comes so soon after the answer before it, also if both sides slept in
+// between.
 constexpr int64_t quick_ns = 200'000;
 
 // If the client has words, tells the receiver whether to look at them for the next message.
@@ -125,7 +125,8 @@ void note_speed(const Client &client, Lane &lane, uint32_t processor, ReceivedMe
     }
 }
 
-// Makes what was received the lane's message, or ends what went wrong.
+// Makes the received packet the lane's message. Closes the lane if it has ended, and disconnects
+// the client after misconduct or if the lane cannot be watched.
 void settle(Server &server, const Source &source, bool hung_up, const PartList &parts,
             Received &received, ReceivedMessage &message) REQUIRES(server_lock) {
     Client &client = *server.find_client(source.serial); // pinned
@@ -214,7 +215,7 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
 ssize_t ipc_read(int receive_id, void *buffer, size_t length, size_t offset) {
     using namespace vantro::platform;
     using vantro::MutexLock;
-    const CancelDisabled no_cancel; // or the message would be lost with the thread
+    const CancelDisabled no_cancel; // else a cancelled thread would lose its message
     Server &server = Server::instance();
     std::shared_ptr<KeptMessage> kept;
     {

@@ -15,7 +15,7 @@ using vantro::MutexLock;
 
 namespace {
 
-// What claim() took over from the lane: the right to answer, and a pin on its socket.
+// What claim() took from the lane: the right to answer, and a pin on its socket.
 struct Claim {
     int socket = -1;
     std::shared_ptr<KeptMessage> kept; // freed without the lock
@@ -23,7 +23,8 @@ struct Claim {
     uint32_t answers = 0;
 };
 
-// Finds the lane of a message for its answer. A message that is past it is settled with that.
+// Finds the lane of a message for its answer. If the message no longer waits, its answer is no
+// longer owed.
 Lane *find_for_answer(Server &server, const ReceiveId &id, Client **client) REQUIRES(server_lock) {
     Lane *lane = server.find_waiting(id, client);
     if (!lane) {
@@ -32,8 +33,8 @@ Lane *find_for_answer(Server &server, const ReceiveId &id, Client **client) REQU
     return lane;
 }
 
-// Takes the lane's answer file for an answer that it is to carry; empty where the answer is to have
-// a file of its own. @return false if nobody waits for it.
+// Takes the lane's answer file for an answer; empty if the answer is to have a file of its own.
+// @return false if nobody waits for it.
 bool take_answer_file(const ReceiveId &id, size_t length, std::unique_ptr<AnswerFile> &file) {
     Server &server = Server::instance();
     bool had_one_before = false;
@@ -56,8 +57,9 @@ bool take_answer_file(const ReceiveId &id, size_t length, std::unique_ptr<Answer
     return true;
 }
 
-// Ends the exchange in the books, before the answer is sent: the next message may come at once. So
-// its answer file is given back here too; the client has read it before it sends anything else.
+// Ends the exchange in the lane's state before the answer is sent, since the next message may come
+// at once. The answer file is given back here too: the client reads it before it sends anything
+// else.
 bool claim(const ReceiveId &id, std::unique_ptr<AnswerFile> file, Claim &taken) {
     Server &server = Server::instance();
     const MutexLock guard(server_lock);
@@ -87,8 +89,8 @@ bool claim(const ReceiveId &id, std::unique_ptr<AnswerFile> file, Claim &taken) 
     return true;
 }
 
-// A lane whose client closed it is closed. One that would block belongs to a client that does not
-// take its answers: it loses its connection.
+// Closes the lane if its client has closed its end. If the send would have blocked, the client does
+// not take its answers, and loses its connection.
 void settle(const ReceiveId &id, bool sent, int error) {
     Server &server = Server::instance();
     const MutexLock guard(server_lock);
@@ -137,7 +139,7 @@ int answer(int receive_id, Frame frame, PartList &parts) {
     forget_current(receive_id);
     ssize_t sent = send_packet(taken.socket, parts.with_front(), count, file.get(), MSG_DONTWAIT);
     if (sent < 0 && errno == EMSGSIZE && count > 1) {
-        // A host with smaller socket buffers than most.
+        // Happens on a host with smaller socket buffers than most.
         file = make_memory_file(parts.callers(), parts.count(), parts.length());
         if (file) {
             frame.flags |= frame_memory_file;
@@ -192,7 +194,7 @@ int ipc_waiting(int receive_id) {
     if (!lane || lane->state == LaneState::hung_up) {
         return 0;
     }
-    // An interrupted client closes its lane, which may not have been noticed here yet.
+    // An interrupted client closes its lane; this process may not have noticed yet.
     pollfd state = {lane->socket.fd, POLLRDHUP, 0};
     return ::poll(&state, 1, 0) == 0;
 }

@@ -80,7 +80,7 @@ bool PartList::give_descriptor_back(int socket) {
     if (!spare_) {
         return true;
     }
-    char first; // of the packet, which stays where it is, with its descriptor
+    char first; // of the packet, which stays in the socket, with its descriptor
     const bool arrived = ::recv(socket, &first, sizeof first, MSG_PEEK) >= 0;
     const KeepErrno keep;
     spare_.reset();

@@ -23,7 +23,7 @@ struct Frame {
     uint32_t length = 0; // bytes of the message, wherever they are
     int32_t status = 0;  // of a reply: status, or the error number
     uint32_t flags = 0;
-    uint32_t processor = 0; // 1 and the processor of its sender, or 0 if that is of no matter
+    uint32_t processor = 0; // the sender's processor plus 1, or 0 if it does not matter
 };
 static_assert(sizeof(Frame) == 16);
 
@@ -46,7 +46,7 @@ enum ControlKind : uint32_t {
     control_lane_request = 1,  // client: one more lane, please
     control_pulse_request = 2, // client: wants the pulses that value, its pulse connection, names
     control_lane_granted = 3,  // server: the lane's far end beside it; value: LaneGrant
-    control_pulse_granted = 4, // server: the same value, the end where they arrive beside it
+    control_pulse_granted = 4, // server: the same value; the end on which they arrive beside it
     control_refused = 5,       // server: value is an error number
     control_words_request = 6, // client: wants the connection's words (lane_words.h)
     control_words_granted = 7, // server: their file beside it
@@ -61,10 +61,10 @@ enum LaneGrant : int32_t {
     wire_version_shift = 16 // above these bits: the server's wire_version
 };
 
-// The version of all that this file, transport/wire.h and objects/ring.h describe: to be raised by
+// The version of all that this file, transport/wire.h and objects/ring.h describe: raise it with
 // every change after which the two sides would misunderstand each other. A client compares it
-// before its first message, since the first lane comes unasked, so neither side waits for the other
-// in vain. Servers that had no version have 0 there.
+// before its first message, since the first lane comes without a request. So neither side waits for
+// the other in vain. Servers that had no version have 0 there.
 inline constexpr int wire_version = 1;
 
 // A vector with room for a part of ours before and one after the caller's. Costs heap only above
@@ -85,9 +85,10 @@ class PartList {
     // Bytes of the caller's parts.
     size_t length() const { return length_; }
 
-    // Keeps one descriptor of the process back for what comes with a reply. @return false, errno.
+    // Reserves one descriptor for the file that may come with a reply. @return false with errno.
     bool keep_descriptor();
-    // Waits for the packet and makes the descriptor free, where one was kept. @return false, errno.
+    // Waits for the packet, then frees the reserved descriptor, if there is one. @return false with
+    // errno.
     bool give_descriptor_back(int socket);
 
   private:
@@ -124,26 +125,26 @@ void for_each_descriptor(struct msghdr &message, Function function) {
     }
 }
 
-// One packet out. @return bytes sent, or -1 with errno. Never raises SIGPIPE.
+// Sends one packet. @return bytes sent, or -1 with errno. Never raises SIGPIPE.
 ssize_t send_packet(int socket, const struct iovec *parts, int count, int descriptor, int flags);
 
-// One packet in. @return bytes, 0 at the end, or -1.
+// Receives one packet. @return bytes, 0 at the end, or -1.
 ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Arrival &arrival);
 
-// Whether a descriptor that a server passed is a socket that keeps packets apart. @return 0,
+// Checks that a descriptor passed by a server is a packet socket. @return 0,
 // ECONNRESET if it is none, or why that cannot be told.
 int check_packet_socket(int descriptor);
 
 // A sealed memory file that holds the parts. Empty with errno on failure.
 UniqueFd make_memory_file(const struct iovec *parts, int count, size_t length);
 
-// Judges whether a peer's file has these seals. `length` receives how long it is. @return 0,
+// Checks that a peer's file has these seals. `length` receives its length. @return 0,
 // ECONNRESET if it has not, or why it could not be looked at.
 int check_sealed_file(int file, int wanted_seals, size_t &length);
 
-// Judges whether a peer's memory file may be read: sealed so that its bytes and size stay, and at
-// least `length` long. Without that a read could block on a file of the peer's choosing. @return as
-// check_sealed_file().
+// Checks that a peer's memory file may be read: sealed so that its bytes and size cannot change,
+// and at least `length` long. Without this check a read could block on a file of the peer's choice.
+// @return as check_sealed_file().
 int check_memory_file(int file, size_t length);
 
 // Reads from a file at an offset into parts. @return bytes placed, or -1.

@@ -15,7 +15,7 @@ namespace vantro::platform {
 
 namespace {
 
-// Instances without a watch: as many as threads are likely to wait at once.
+// Instances without a watch; as many as threads are likely to wait at once.
 struct Spares {
     static constexpr size_t max = 4;
 
@@ -23,7 +23,7 @@ struct Spares {
     std::array<UniqueFd, max> instances GUARDED_BY(lock);
     size_t count GUARDED_BY(lock) = 0;
 
-    // Threads may still wait while the process ends. They find no instance to take here.
+    // Threads may still wait while the process ends; they then find no instance here.
     ~Spares() {
         const MutexLock guard(lock);
         count = 0;
@@ -81,7 +81,7 @@ void Notification::silence() {
 }
 
 bool Notification::finish() {
-    // The end of a watch is an event too, so signals end first.
+    // Removing a watch is an event too, so signals are ended first.
     silence();
     if (watch_ >= 0) {
         ::inotify_rm_watch(inotify_.get(), watch_);

@@ -15,7 +15,8 @@ class Notification {
     // Arms for the calling thread. @return whether that succeeded; errno says why not.
     bool arm(int file, int signal);
 
-    // After this no signal is sent. It is all that a thread must do before it goes on after a wake.
+    // After this no signal is sent. A thread must do no more than this before it continues after a
+    // wake.
     void silence();
 
     // Whether a signal may still be sent.

@@ -18,10 +18,10 @@ constexpr const char *lock_name = "lock";
 constexpr const char *new_ring_name = "ring.new";
 constexpr mode_t unfinished_mode = 0600;
 
-// Publishers that leave may remove a directory as often as another makes it: not for ever.
+// Limits the attempts: publishers that leave may remove a directory each time another makes it.
 constexpr int attempts_max = 16;
 
-// A lock to read conflicts with that of a publisher only, not with those of other readers.
+// A read lock conflicts only with a publisher's lock, not with other readers'.
 struct flock one_byte(short type, off_t byte) {
     struct flock lock = {};
     lock.l_type = type;
@@ -52,8 +52,8 @@ void retire_old_ring(int directory) {
         status.st_size < static_cast<off_t>(ring_file_bytes)) {
         return;
     }
-    // Nobody may write the file, its owner included, until that is changed. Its readers stay the
-    // same: they may open it meanwhile, and those that wait may watch it.
+    // Nobody may write the file, its owner included, until its mode is changed. Who may read it
+    // does not change: readers may open it meanwhile, and those that wait may watch it.
     const mode_t mode = status.st_mode & 0777;
     ::fchmod(found.get(), mode | S_IWUSR);
     const UniqueFd ring(::openat(directory, ring_name, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
@@ -75,7 +75,7 @@ bool ObjectDirectory::take(std::string_view path, RingWriter &ring, const object
             directory_ = std::move(place.directory);
             break;
         }
-        // Removed by its last publisher, between one part and the next.
+        // Its last publisher removed it, between one part of the path and the next.
         if (errno != ENOENT || attempt == attempts_max) {
             return false;
         }
@@ -91,7 +91,8 @@ bool ObjectDirectory::take(std::string_view path, RingWriter &ring, const object
     return true;
 }
 
-// Under another name until it is a ring and locked, so that no reader meets half of one.
+// The file has another name until it is a complete, locked ring, so that no reader meets half of
+// one.
 bool ObjectDirectory::make_ring(RingWriter &ring, const object_readers &readers) {
     const int directory = directory_.get();
     ::unlinkat(directory, new_ring_name, 0);
@@ -109,7 +110,7 @@ bool ObjectDirectory::make_ring(RingWriter &ring, const object_readers &readers)
 void ObjectDirectory::remove() {
     ::unlinkat(directory_.get(), ring_name, 0);
     ::unlinkat(directory_.get(), lock_name, 0);
-    // Stays where the next publisher is in it already.
+    // The directory stays if the next publisher is in it already.
     if (const Place place = find_place(path_, RuntimeRoot::own)) {
         ::unlinkat(place.directory.get(), place.name.c_str(), AT_REMOVEDIR);
     }

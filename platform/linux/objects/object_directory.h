@@ -27,7 +27,7 @@ inline constexpr object_readers everybody = {OBJECT_READERS_OWN, OBJECT_READERS_
 // second close, the lock of the first is free.
 class ObjectDirectory {
   public:
-    // Makes this process the publisher, whose ring those readers may read. @return whether that
+    // Makes this process the publisher, with a ring that `readers` may read. @return whether that
     // succeeded; errno says why not.
     bool take(std::string_view path, RingWriter &ring, const object_readers &readers = everybody);
 

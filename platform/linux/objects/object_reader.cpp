@@ -22,7 +22,7 @@ namespace {
 // reader copies. A reader that is overtaken so often in a row tries again at its next call.
 constexpr int starts_max = 16;
 
-// As many changes are read without a wait before the watch for waits ends.
+// The watch for waits ends after so many changes were read without a wait.
 constexpr unsigned kept_watch_changes = 64;
 
 constexpr std::string_view delta_option = "?delta";
@@ -139,7 +139,8 @@ ObjectReader::Got ObjectReader::fetch() {
         for (int start = 0; got == Got::again && start < starts_max; ++start) {
             got = find_next();
         }
-        // A publisher overtakes only by committing. If none did, trying again would never end.
+        // A publisher overtakes only by committing. If it did not, another attempt would give the
+        // same.
         if (got == Got::again && ring_.committed() == before) {
             got = Got::corrupt;
         }
@@ -160,7 +161,7 @@ ObjectReader::Got ObjectReader::find_next() {
         pending_.pop_back();
         return Got::change;
     }
-    // What is appended after this is left to the next call, so that a busy publisher cannot keep a
+    // Text appended after this is left to the next call, so that a busy publisher cannot keep a
     // reader here.
     gone_ = gone_ || ring_.retired();
     const Got got = follow(ring_.committed());
@@ -202,7 +203,8 @@ ObjectReader::Got ObjectReader::take_change() {
         known_bytes_ -= head.name.size();
         known_.erase(known);
     } else if (head.result != KIVO_OBJECT_DELETED && known == known_.end()) {
-        // More than a publisher may have at once would grow this process without end.
+        // A publisher may not have more than this; without the check it could grow this process
+        // without end.
         if (known_bytes_ + head.name.size() > OBJECT_TOTAL_MAX) {
             return Got::corrupt;
         }
@@ -281,7 +283,7 @@ void ObjectReader::give_state(const ObjectState &state) {
 // The number stays taken, by a descriptor that cannot be read, until it is closed. Otherwise the
 // child could open a file under this number, and then read or close it as its parent's reader.
 void ObjectReader::abandon_in_child() {
-    lock_.assume_held(); // by a thread that the child does not have, or by nobody
+    lock_.assume_held(); // held by a thread that the child does not have, or by nobody
     ring_.close();
     const UniqueFd placeholder(::open("/", O_PATH | O_CLOEXEC));
     if (placeholder && ::dup3(placeholder.get(), ring_file_.get(), O_CLOEXEC) >= 0) {

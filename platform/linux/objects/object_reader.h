@@ -1,8 +1,8 @@
 // The reading side of objects.
 //
 // A reader continues at `position_` in the ring. A reader that is new, or was overtaken by the
-// publisher, first gives the texts in `pending_`, which make up the present state of the objects.
-// `unsettled_` is false only while a read has nothing to do but look whether something was
+// publisher, first gives the texts in `pending_`, which are the present state of the objects.
+// `unsettled_` is false only while a read has to do no more than look whether something was
 // appended, so a read that finds nothing new is a few loads.
 //
 // A reader's own lock guards everything that is not atomic. find_reader() takes no lock, since a
@@ -51,8 +51,8 @@ class ObjectReader {
     int poll_descriptor() EXCLUDES(lock_);
     int settle() EXCLUDES(lock_);
     int reopen() EXCLUDES(lock_);
-    // Ends the watches, if there are any. Must be called before the reader is destroyed, by the
-    // only thread that still knows it.
+    // Ends the watches, if there are any. Call it before the reader is destroyed, when no other
+    // thread can use it.
     void end_watches();
 
     // In a child of fork: closes the copies, but keeps the descriptor's number taken.
@@ -70,23 +70,23 @@ class ObjectReader {
     Got fetch() REQUIRES(lock_);
     // One attempt of fetch(). @return `again` if the ring was overwritten meanwhile.
     Got find_next() REQUIRES(lock_);
-    // Reads on up to the position `end`, until there is a text to give.
+    // Continues reading up to the position `end`, until there is a text to give.
     Got follow(uint64_t end) REQUIRES(lock_);
     // Makes `pending_` from the newest snapshot and the changes after it.
     Got start_over() REQUIRES(lock_);
     Got load_state(ObjectState &state, uint64_t &position) REQUIRES(lock_);
     void give_state(const ObjectState &state) REQUIRES(lock_);
-    // Makes the change in `record_` the current text, if its object is one that is read.
+    // Makes the change in `record_` the current text, if this reader follows its object.
     Got take_change() REQUIRES(lock_);
     // Whether there is a text to give. May throw std::bad_alloc.
     bool has_input() REQUIRES(lock_) { return fetch() != Got::nothing; }
-    // Looks whether the publisher lives, and then the same.
+    // Looks whether the publisher lives, then does the same as has_input().
     bool has_input_or_ended() REQUIRES(lock_);
     // Watches the ring for a wait, if there is no watch, and looks for input.
     // @return NOTIFY_INPUT, 0, or -1 with errno.
     int watch_and_look(bool publisher_closed) EXCLUDES(lock_);
     void end_armed_watch() REQUIRES(lock_);
-    // Goes on with another reader's ring. @return whether that succeeded; errno says why not.
+    // Continues with another reader's ring. @return whether that succeeded; errno says why not.
     bool take_over(ObjectReader &other) REQUIRES(lock_);
     bool is_away() EXCLUDES(lock_);
     // wait() for a publisher that is away.
@@ -102,13 +102,13 @@ class ObjectReader {
     std::atomic<uint64_t> position_{0};
     std::atomic<bool> unsettled_{true};
     bool must_start_over_ GUARDED_BY(lock_) = true;
-    bool is_new_ GUARDED_BY(lock_) = true; // has not given a text yet
+    bool is_new_ GUARDED_BY(lock_) = true; // no text was given yet
     bool gone_ GUARDED_BY(lock_) = false;  // the publisher has died or closed
     bool is_corrupt_ GUARDED_BY(lock_) = false;
 
     std::string current_ GUARDED_BY(lock_);
     std::vector<std::string> pending_ GUARDED_BY(lock_); // the next one last
-    // The objects that its texts have made known.
+    // The objects whose texts were given.
     std::set<std::string, std::less<>> known_ GUARDED_BY(lock_);
     size_t known_bytes_ GUARDED_BY(lock_) = 0;
     std::string record_ GUARDED_BY(lock_);
@@ -123,7 +123,7 @@ class ObjectReader {
 // object_table.cpp
 // The reader of a descriptor, or null. Without a lock.
 ObjectReader *find_reader(int descriptor);
-// Opens a reader and enters it into the table. @return its descriptor, or -1.
+// Opens a reader and adds it to the table. @return its descriptor, or -1.
 int open_reader(std::string_view relative, int flags);
 // Removes a reader from the table and closes it. @return whether there was one.
 bool close_reader(int descriptor);

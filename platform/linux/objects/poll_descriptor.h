@@ -6,22 +6,22 @@
 
 namespace vantro::platform {
 
-// A descriptor for poll() that is readable once a ring was written or closed, or its bell rung, and
-// until that was drained and taken. It has an inotify instance of its own: one that readers share
-// would be readable for the events of others.
+// A descriptor for poll(). It becomes readable when a ring is written or closed, or its bell is
+// rung, and stays so until drain() and the bell's take(). It has an inotify instance of its own: a
+// shared one would be readable for the events of other readers.
 class PollDescriptor {
   public:
     // @return whether that succeeded; errno says why not.
     bool open(int ring_file, const WakeBell &bell);
-    // Has it tell of another ring, instead of the one before. @return as open(); nothing has
-    // changed if that failed.
+    // Watches another ring instead of the present one. @return as open(); after a failure nothing
+    // has changed.
     bool move_to(int ring_file);
-    // Has it tell of another descriptor too, until that is closed. @return as open().
+    // Also becomes readable with another descriptor, until that is closed. @return as open().
     bool add(int descriptor);
     bool is_open() const { return static_cast<bool>(epoll_); }
     int get() const { return epoll_.get(); }
 
-    // @return whether the ring was closed by its publisher.
+    // Takes the events. @return whether the ring was closed by its publisher.
     bool drain();
 
     // In a child of fork: closes the copies.

@@ -1,4 +1,4 @@
-// The publisher's interface: changes are made up, checked against the limits, and appended.
+// The publisher's interface: composes changes, checks them against the limits, and appends them.
 #include <vantro/platform/objects.h>
 
 #include <pthread.h>
@@ -23,9 +23,9 @@ using vantro::MutexLock;
 
 namespace {
 
-// Of the list of publishers. It comes before those of the publishers, and is held with all of them
-// across a fork, so that the child finds each whole. It needs no destructor: it outlives whatever
-// else the process destroys at its end.
+// Guards the list of publishers. It is taken before a publisher's own lock, and held with all of
+// those across a fork, so that the child finds every publisher whole. It has no destructor, so it
+// outlives whatever else the process destroys at its end.
 constinit Mutex publishers_lock;
 
 } // namespace
@@ -34,7 +34,7 @@ struct object_publisher {
     Mutex lock ACQUIRED_AFTER(publishers_lock);
     ObjectDirectory directory GUARDED_BY(lock);
     RingWriter ring GUARDED_BY(lock);
-    ObjectState state GUARDED_BY(lock); // as the ring tells it
+    ObjectState state GUARDED_BY(lock); // as the ring has it
     bool abandoned GUARDED_BY(lock) = false;
     int bell_holders GUARDED_BY(lock) = 0;
     bool bell_due GUARDED_BY(lock) = false;
@@ -80,8 +80,8 @@ void after_fork_in_child() RELEASE(publishers_lock) {
     publishers_lock.unlock();
 }
 
-// Takes the directory and enlists, without a fork in between: a child that does not know of the
-// lock would hold it beyond its parent's death.
+// Takes the directory and adds the publisher to the list, without a fork in between: a child that
+// does not find the publisher in the list would hold its lock beyond its parent's death.
 bool take_and_enlist(object_publisher *publisher, std::string_view directory,
                      const object_readers &readers) {
     static const int watches_fork =
@@ -129,7 +129,7 @@ bool may_be_published(const char *object) {
 } // namespace
 
 int object_publisher::publish(std::string_view change) {
-    // The snapshot tells what was before the change, and so comes before it.
+    // The snapshot holds the state before the change, and so comes before it.
     if (ring.snapshot_due(state.bytes(), change.size())) {
         std::string snapshot;
         snapshot.reserve(state.bytes());
@@ -262,7 +262,7 @@ void object_release_bell(struct object_publisher *publisher) {
     const CancelDisabled no_cancel;
     const KeepErrno keep_errno;
     const MutexLock guard(publisher->lock);
-    if (publisher->bell_holders > 0) { // else nobody holds it
+    if (publisher->bell_holders > 0) { // in case of a call without object_hold_bell()
         --publisher->bell_holders;
     }
     publisher->ring_bell_if_due();

@@ -25,7 +25,7 @@ void ObjectReader::end_armed_watch() {
     }
 }
 
-// The lock is not taken: in a child of fork it may be held by a thread that is not there.
+// The lock is not taken: in a child of fork, a thread that does not exist there may hold it.
 void ObjectReader::end_watches() {
     lock_.assume_held();
     end_armed_watch();
@@ -63,7 +63,7 @@ int ObjectReader::arm(int signal) {
     }
 }
 
-// The watch itself ends in the read that follows: the thread that was woken is to go on at once. A
+// The watch itself ends in the read that follows, so that the woken thread continues at once. A
 // reader that does not wait has no watch, and so costs the publisher nothing.
 void ObjectReader::disarm() {
     const CancelDisabled no_cancel;
@@ -165,7 +165,7 @@ int ObjectReader::settle() {
         bell_.take();
         const bool closed = poll_.drain();
         if (return_.is_open()) {
-            return 0; // its descriptor tells of what changed since it was looked for
+            return 0; // its descriptor reports what changed since that look
         }
         fence_at_the_bell();
         if (closed ? has_input_or_ended() : has_input()) {
@@ -226,7 +226,7 @@ int ObjectReader::reopen() {
                 return -1;
             }
         }
-        return_.look(relative_); // before the ring, which may come at any moment
+        return_.look(relative_); // before the look for the ring, which may appear at any moment
         const std::unique_ptr<ObjectReader> found = open(relative_);
         return found && take_over(*found) ? 0 : -1;
     } catch (const std::bad_alloc &) {

@@ -12,7 +12,7 @@ namespace vantro::platform {
 
 namespace {
 
-// Directories may come between the look and the watch: not for ever.
+// Limits the attempts: directories may appear between the look and the watch.
 constexpr int attempts_max = 16;
 
 } // namespace
@@ -25,12 +25,12 @@ bool ReturnWatch::open() {
 
 void ReturnWatch::look(std::string_view relative) {
     alignas(struct inotify_event) std::array<char, 4096> events;
-    // The end of a watch is an event too.
+    // Removing a watch is an event too.
     for (int attempt = 0; attempt < attempts_max; ++attempt) {
         while (::read(inotify_.get(), events.data(), events.size()) > 0) {
         }
         if (!move_watches(relative)) {
-            break; // as it was after the watches began
+            break; // nothing has changed since the watches began
         }
     }
 }

@@ -9,11 +9,10 @@
 
 namespace vantro::platform {
 
-// Tells when something changes where a publisher would come back: an inotify instance that watches
-// the deepest directory that there is on the way to its ring, for each of the two places where it
-// may publish. So nothing wakes its owner but what is made, or removed, just there. The parent is
-// watched for the directory's removal, of which the directory itself tells only once nobody has a
-// file in it open.
+// Notices when a publisher may have come back: an inotify instance watches, for each of the two
+// places where it may publish, the deepest existing directory on the way to its ring. So only what
+// is made or removed there wakes its owner. The parent is watched for the directory's removal: the
+// directory itself reports that only when no file in it is open any more.
 class ReturnWatch {
   public:
     // @return whether that succeeded; errno says why not.
@@ -23,7 +22,7 @@ class ReturnWatch {
 
     // Readable once something has changed since look().
     int descriptor() const { return inotify_.get(); }
-    // Takes note of what is there now. What appears later makes the descriptor readable.
+    // Notes what is there now. What appears later makes the descriptor readable.
     void look(std::string_view relative);
 
   private:

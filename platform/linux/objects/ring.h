@@ -89,7 +89,7 @@ static_assert(snapshot_distance_max + record_bytes(snapshot_length_max) +
                   record_bytes(OBJECT_CHANGE_MAX) <=
               ring_capacity - ring_capacity / 8);
 
-// The publisher's side. Not for several threads at once.
+// The publisher's side. For one thread at a time.
 class RingWriter {
   public:
     // Makes an empty file a ring: allocates its space, and appends an empty snapshot.
@@ -112,7 +112,7 @@ class RingWriter {
     // Wakes those who watch the file.
     static void ring_bell(int file);
 
-    // Marks the ring that an earlier publisher left. Nothing in that file is relied on.
+    // Marks the ring that an earlier publisher left. Its content is not trusted.
     static void retire_file(int file);
 
   private:

@@ -1,4 +1,4 @@
-// What notifications, shared watches and poll descriptors ask of inotify.
+// The calls of inotify that notifications, shared watches and poll descriptors share.
 #ifndef VANTRO_PLATFORM_LINUX_OBJECTS_RING_INOTIFY_H
 #define VANTRO_PLATFORM_LINUX_OBJECTS_RING_INOTIFY_H
 
@@ -21,8 +21,8 @@ inline int add_ring_watch(int inotify, int ring_file) {
                                IN_MODIFY | IN_CLOSE_WRITE);
 }
 
-// Takes every event that has come. Those of a watched file carry no name, and the kernel merges
-// equal ones that follow each other.
+// Takes every event that has come. Events of a watched file carry no name, and the kernel merges
+// equal ones in a row.
 template <class Take>
 void read_ring_events(int inotify, Take take) {
     alignas(struct inotify_event) std::array<char, 64 * sizeof(struct inotify_event)> events;

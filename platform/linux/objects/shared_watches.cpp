@@ -63,8 +63,8 @@ void end_watch(int watch) REQUIRES(watches_lock) {
 // A reader that is busy with one event is about to wait for the next.
 constexpr unsigned missed_max = 16;
 
-// Tells the readers of a ring; the leader, which read the event, is awake. If none of them waits
-// any more, the watch ends.
+// Wakes the readers of a ring, except the leader, which read the event. If none of them waits any
+// more, the watch ends.
 void tell(const struct inotify_event &event) REQUIRES(watches_lock) {
     const bool all = (event.mask & IN_Q_OVERFLOW) != 0;
     bool known = false;
@@ -88,8 +88,8 @@ void tell(const struct inotify_event &event) REQUIRES(watches_lock) {
     }
 }
 
-// A thread's stay among those that wait. The end of it, by whatever way, leaves a leader behind
-// where anybody still waits.
+// A thread's time among those that wait. However it ends, there is a leader afterwards if anybody
+// still waits.
 class SCOPED_CAPABILITY Waiting {
   public:
     explicit Waiting(RingWaiter &waiter) ACQUIRE(watches_lock) : waiter_(waiter) {

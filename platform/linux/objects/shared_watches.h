@@ -3,11 +3,11 @@
 //
 // A watch is made when its reader first waits, and is kept for its next waits: so a wait costs two
 // system calls. One of the threads that wait is the leader: it sleeps on the instance, reads what
-// has come, and wakes the others by their bells. Whoever stops leading wakes another that is to
-// lead.
+// has come, and wakes the others by their bells. A thread that stops leading wakes another, which
+// then leads.
 //
 // A reader that stopped waiting costs its publisher nothing for long: its watch ends when a leader
-// has met some events that nobody waited for, or the reader has read some changes without waiting.
+// has read some events that nobody waited for, or the reader has read some changes without waiting.
 #ifndef VANTRO_PLATFORM_LINUX_OBJECTS_SHARED_WATCHES_H
 #define VANTRO_PLATFORM_LINUX_OBJECTS_SHARED_WATCHES_H
 
@@ -18,15 +18,15 @@
 
 namespace vantro::platform {
 
-// Of the shared instance.
+// Guards the shared instance.
 extern Mutex watches_lock;
 
-// A reader's place among them.
+// A reader that may wait.
 struct RingWaiter {
     int watch GUARDED_BY(watches_lock) = -1;       // its ring's, in the shared instance
     bool waiting GUARDED_BY(watches_lock) = false; // a thread sleeps, or is about to
-    // The ring was written, or closed, since the last sleep ended; or closed by its publisher,
-    // since that was last told.
+    // `rung`: the ring was written or closed since the last sleep ended. `closed`: its publisher
+    // closed it, and that was not reported yet.
     bool rung GUARDED_BY(watches_lock) = false;
     bool closed GUARDED_BY(watches_lock) = false;
     unsigned missed GUARDED_BY(watches_lock) = 0; // events since the last sleep
@@ -36,11 +36,11 @@ struct RingWaiter {
 
 enum class Watched { already, added, failed };
 
-// Watches a ring for a reader. What was appended before a new watch must be looked for after it.
-// On failure errno says why.
+// Watches a ring for a reader. After a new watch, look for what was appended before it. On failure
+// errno says why.
 Watched watch_ring(RingWaiter &waiter, int ring_file, const WakeBell &bell) EXCLUDES(watches_lock);
 
-// Ends the watch, if there is one that nobody waits with.
+// Ends the watch, if there is one and nobody waits with it.
 void stop_watching(RingWaiter &waiter) EXCLUDES(watches_lock);
 
 struct Woke {

@@ -10,7 +10,7 @@
 
 namespace vantro::platform {
 
-// Ends a reader's waits, from any thread. It is rung until somebody takes that.
+// Ends a reader's waits, from any thread. It stays rung until take().
 class WakeBell {
   public:
     WakeBell() = default;
@@ -18,8 +18,8 @@ class WakeBell {
     WakeBell(const WakeBell &) = delete;
     WakeBell &operator=(const WakeBell &) = delete;
 
-    // Makes the descriptor by which a thread waits. Under its owner's lock. @return whether there
-    // is one; errno says why not.
+    // Makes the descriptor by which a thread waits. Called under its owner's lock. @return whether
+    // there is one; errno says why not.
     bool prepare() {
         if (descriptor_ < 0) {
             const int made = ::eventfd(rung_ ? 1 : 0, EFD_NONBLOCK | EFD_CLOEXEC);
@@ -37,14 +37,14 @@ class WakeBell {
         }
     }
 
-    // Makes the descriptor readable for once. A thread that waits looks round.
+    // Makes the descriptor readable once, so that a waiting thread looks again.
     void wake() const {
         const uint64_t one = 1;
         [[maybe_unused]] const ssize_t written = ::write(descriptor_, &one, sizeof one);
     }
 
-    // @return whether it was rung. The descriptor is read first: what is rung in between is taken
-    // along, and not lost.
+    // @return whether it was rung. The descriptor is read first, so that a ring in between is taken
+    // too, and not lost.
     bool take() {
         if (!rung_) {
             return false;
@@ -53,7 +53,7 @@ class WakeBell {
         return rung_.exchange(false);
     }
 
-    // Takes what wake() did; the descriptor stays readable where it was rung as well.
+    // Undoes wake(); the descriptor stays readable if the bell was rung as well.
     void silence_wakes() const {
         if (!rung_) {
             silence();
@@ -76,7 +76,7 @@ class WakeBell {
     }
 
     std::atomic<bool> rung_{false};
-    // A ring before this was made is seen in `rung_` by whoever made it.
+    // If the bell was rung before the descriptor existed, prepare() sees that in `rung_`.
     std::atomic<int> descriptor_{-1};
 };
 

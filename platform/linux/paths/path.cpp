@@ -107,7 +107,7 @@ int handle_read(struct path_context *context, const PathMessage &message, const 
     if (open.flags == O_WRONLY) {
         return send_result(context, -EBADF);
     }
-    // The request is understood: its buffer is free for the answer.
+    // The request has been read, so its buffer is free for the answer.
     struct path_request request = {.context = context,
                                    .handle = open.attachment->attr,
                                    .open_flags = open.flags,
@@ -321,7 +321,7 @@ int path_attach(struct path_dispatch *dispatch, const struct path_attach_options
         attachment->connect = connect;
         attachment->io = io;
         attachment->attr = handle;
-        // Before the path is published: its first client may come at once.
+        // Done before the path is published: its first client may come at once.
         {
             const MutexLock guard(dispatch->lock);
             dispatch->attachments.emplace(id, std::move(attachment));

@@ -5,7 +5,8 @@
 
 namespace vantro::platform {
 
-// Whether a path is the platform's own, and then what it is relative to the runtime directory.
+// Whether a path is the platform's own. If so, `relative` receives the path below the runtime
+// directory.
 inline bool is_platform_path(std::string_view path, std::string_view &relative) {
     relative = path.substr(path.empty() ? 0 : 1);
     return path.starts_with("/sys/") || path.starts_with("/kivo/") || path == "/dev/grantor";

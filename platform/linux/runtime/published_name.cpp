@@ -17,7 +17,7 @@ namespace vantro::platform {
 
 namespace {
 
-// The holder's alone: whoever may open the file can lock it, and so keep the name from its owner.
+// Only for the holder: whoever may open the file can lock it, and so keep the name from its owner.
 constexpr mode_t lock_mode = 0600;
 constexpr std::string_view lock_suffix = ".lock";
 // Who may use a service is decided by the framework, not by the file.
@@ -35,10 +35,10 @@ bool make_address(struct sockaddr_un &address, const std::string &path) {
     return true;
 }
 
-// Binds and listens under a passing name, and gives the socket its own when it is ready.
+// Binds and listens under a temporary name, and renames the socket when it is ready.
 UniqueFd listen_at(const Place &place, int lock) {
-    // Short, since the final one may not fit a socket address; and the same for every holder of the
-    // lock's file, so that what one left who died in here is found by the next.
+    // The temporary name is short, since the final one may not fit a socket address. It is the same
+    // for every holder of the lock's file: if one dies in here, the next finds what it left.
     struct stat status;
     if (::fstat(lock, &status) != 0) {
         return UniqueFd();
@@ -98,7 +98,7 @@ UniqueFd take_lock(int directory, const std::string &name) {
 
 UniqueFd PublishedName::publish(std::string_view path) {
     if (path.ends_with(lock_suffix)) {
-        errno = ENOENT; // or its socket would take the place of another name's lock
+        errno = ENOENT; // else its socket would take the place of another name's lock
         return UniqueFd();
     }
     Place place = make_place(path);
@@ -160,7 +160,7 @@ static UniqueFd connect_below(RuntimeRoot root, std::string_view path) {
     }
     if (::connect(socket.get(), reinterpret_cast<const struct sockaddr *>(&address),
                   sizeof address) != 0) {
-        errno = errno == EAGAIN ? ETIMEDOUT : errno; // a blocking socket has no other
+        errno = errno == EAGAIN ? ETIMEDOUT : errno; // a blocking socket gives EAGAIN only then
         const KeepErrno keep;
         socket.reset();
     }

@@ -8,9 +8,9 @@
 
 namespace vantro::platform {
 
-// A name in the runtime directory that this process holds. Whether a holder lives is told by a
-// lock on "NAME.lock" that ends with the process: a probe of the socket would fail between its
-// bind and its listen.
+// A name in the runtime directory that this process holds. A lock on "NAME.lock", which ends with
+// the process, shows whether the holder lives: a probe of the socket would fail between its bind
+// and its listen.
 class PublishedName {
   public:
     PublishedName() = default;
@@ -25,13 +25,13 @@ class PublishedName {
     // Removes what was published, while the lock is still held.
     void withdraw();
 
-    // In a child of fork: lets go of the lock without touching what the parent published.
+    // In a child of fork: releases the lock and leaves alone what the parent published.
     void forget();
 
   private:
     UniqueFd directory_;
     UniqueFd lock_;
-    std::string name_; // empty where only the lock was had
+    std::string name_; // empty if only the lock was taken
     std::string lock_name_;
 };
 

@@ -16,8 +16,8 @@ constexpr const char *system_directory = "/run/vantro";
 constexpr mode_t directory_mode = 0755;
 constexpr int directory_flags = O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-// The user's runtime directory, where it may be trusted: the user's own, and nobody else's. ENOENT
-// if there is none such.
+// The user's runtime directory, if it may be trusted: only the user owns it and may write it. Else
+// ENOENT.
 UniqueFd open_user_runtime() {
     const char *path = secure_getenv("XDG_RUNTIME_DIR");
     if (!path || path[0] != '/') {
@@ -34,14 +34,14 @@ UniqueFd open_user_runtime() {
     return directory;
 }
 
-// Opens one part below a directory, making it first if that is wanted.
+// Opens one part below a directory. If it is missing and `make` is set, makes it first.
 UniqueFd open_part(int parent, const std::string &part, bool make) {
     UniqueFd found(::openat(parent, part.c_str(), O_PATH | directory_flags));
     if (found || errno != ENOENT || !make) {
         return found;
     }
     if (::mkdirat(parent, part.c_str(), directory_mode) == 0) {
-        // The mode as promised, whatever the umask.
+        // Sets the mode whatever the umask is.
         if (::fchmodat(parent, part.c_str(), directory_mode, 0) != 0) {
             return UniqueFd();
         }
@@ -69,13 +69,13 @@ UniqueFd open_root(RuntimeRoot root, bool make) {
         return open_part(user.get(), "vantro", make);
     }
     if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) {
-        return UniqueFd(); // It may well be there, and the system's would be another place.
+        return UniqueFd(); // The name may be there, so the system's directory must not be tried.
     }
     errno = ENOENT;
     return root == RuntimeRoot::own ? open_system_root(make) : UniqueFd();
 }
 
-// A link or a file where a directory should be is no such name, and says no more than that.
+// A link or a file in place of a directory is reported as a missing name.
 void tell_as_missing() {
     if (errno == ENOTDIR || errno == ELOOP) {
         errno = ENOENT;
@@ -135,7 +135,7 @@ DeepestDirectory deepest_directory(std::string_view path, RuntimeRoot root) {
         deepest.directory = std::move(next);
         const size_t slash = path.find('/');
         if (slash == std::string_view::npos) {
-            break; // what is left is the file's name
+            break; // the rest is the file's name
         }
         next = open_part(deepest.directory.get(), std::string(path.substr(0, slash)), false);
         path.remove_prefix(slash + 1);

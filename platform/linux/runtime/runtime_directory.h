@@ -9,7 +9,7 @@
 
 namespace vantro::platform {
 
-// Where a name or path is found or made: its directory, and its last part.
+// The directory of a name or path, and its last part.
 struct Place {
     UniqueFd directory;
     std::string name;
@@ -30,9 +30,9 @@ Place find_place(std::string_view path, RuntimeRoot root);
 // The same for publishing: makes the directories that are missing.
 Place make_place(std::string_view path);
 
-// Opens what a path names in the user's directory, and in the system's if it is not, or is what
-// a dead process left. `open` takes the root; its result is empty, with errno, if it fails. The
-// errno is the user's directory's if neither has it.
+// Opens what a path names in the user's directory; if it is not there, or a dead process left it,
+// in the system's. `open` takes the root; its result is empty, with errno, if it fails. If both
+// fail, errno is that of the user's directory.
 template <typename Open>
 auto open_in_either(Open open) {
     auto opened = open(RuntimeRoot::user);
@@ -46,8 +46,8 @@ auto open_in_either(Open open) {
     return opened;
 }
 
-// The deepest directory on the way to a relative path that is there: at worst the one in which the
-// runtime directory lies, or would. Empty if not even that is.
+// The deepest existing directory on the way to a relative path: at worst the one in which the
+// runtime directory is or would be made. Empty if that does not exist either.
 struct DeepestDirectory {
     UniqueFd directory;
     UniqueFd parent; // empty where the directory is that one
