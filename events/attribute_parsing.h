@@ -1,5 +1,5 @@
-// Parses the texts of attributes by the rules of the "C" locale. The application may have set
-// another, in which a rate has a comma, or the lower case of "I" is not "i".
+// Parses the texts of attributes by the rules of the "C" locale. In the application's locale a rate
+// may have a comma, or the lower case of "I" may not be "i".
 #ifndef VANTRO_EVENTS_ATTRIBUTE_PARSING_H
 #define VANTRO_EVENTS_ATTRIBUTE_PARSING_H
 
@@ -14,12 +14,13 @@
 namespace vantro::events {
 
 inline locale_t c_locale() {
-    // Never freed: the C library's own object, shared by all who ask for this locale.
+    // Never freed: the C library shares one object for this locale.
     static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
     return locale;
 }
 
-// The number that a text begins with, or 0. One that does not fit becomes the nearest that does.
+// The number that a text begins with, or 0. A number that does not fit becomes the nearest one that
+// does.
 inline int32_t integer_of(const char *text) {
     using Limits = std::numeric_limits<int32_t>;
     return static_cast<int32_t>(
@@ -30,7 +31,7 @@ inline float rate_of(const char *text) {
     return static_cast<float>(strtod_l(text, nullptr, c_locale()));
 }
 
-// Without regard to case.
+// Ignores case.
 inline bool same_word(const char *a, const char *b) {
     return strcasecmp_l(a, b, c_locale()) == 0;
 }

@@ -84,7 +84,7 @@ int update_dict(mosk_dict **dict, char *text) {
             mosk_dict_destroy(std::exchange(*dict, nullptr));
             break;
         case KIVO_OBJECT_TRUNCATED:
-            // The lines that follow are all that the object has, also if it was not known.
+            // The lines that follow are all that the object has, also if the object was not known.
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT_TRUNCATED: %s", line.object);
             mosk_dict_destroy(*dict);
             *dict = mosk_dict_new();

@@ -10,12 +10,12 @@
 
 namespace vantro::events {
 
-// Reads the next change text into the handle's read buffer, and ends it with a NUL.
+// Reads the next change text into the handle's read buffer, and adds a NUL.
 // @return its length, 0 if there is none, or -1 with errno.
 ssize_t readchange(const VantroHandle *handle, int fd) REQUIRES(handle->lock);
 
-// Applies a change text, and overwrites the text in doing so. If the call fails, the lines that
-// could be applied are applied, except those after a line that cannot be parsed.
+// Applies a change text, and overwrites the text. If the call fails, the lines that could be
+// applied are applied, except those after a line that cannot be parsed.
 // @param dict the dictionary, or null; receives the dictionary to use from then on: null if the
 //   object was deleted.
 // @return 0, or -1 with errno.

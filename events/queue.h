@@ -5,10 +5,10 @@
 // is an object without unreported changes, and there is one of a name.
 //
 // An object's first change takes its entry out of the clean list, together with the application's
-// value. The reported entry goes back there, and the next one of its object takes its place and the
-// value: so the list holds as many entries as there are objects, and every event of an object has
-// the value that the application set last. The last change of an object that has ended stays out
-// of the clean list: what comes later under that name is another object.
+// value. The reported entry goes back there. The object's next entry takes its place and the value:
+// so the list holds as many entries as there are objects, and every event of an object has the
+// value that the application set last. The last change of an object that has ended stays out of the
+// clean list: a later object of that name is another one.
 #ifndef VANTRO_EVENTS_QUEUE_H
 #define VANTRO_EVENTS_QUEUE_H
 
@@ -36,14 +36,15 @@ struct EventQueue {
     ObjectEntry *clean_list; // Owned. The entry that came last is first; one of a name.
     ObjectEntry *dirty_head; // Owned. In the order in which they are to be reported.
     ObjectEntry **dirty_tail;
-    // What the event is about; NULL for "state". In the clean list, but owned where `is_last`.
+    // The entry that the event reports; NULL for "state". In the clean list, but owned where
+    // `is_last`.
     ObjectEntry *current_entry;
     mosk_dict *state_dict; // Owned. All attributes of "state"; NULL if that is no more.
     void *state_user_data;
     VantroEvent event; // Owns its records, and its dictionary unless it is `state_dict`.
     int all_fd;
     int state_fd;
-    bool is_polled; // The application has a descriptor that tells of events.
+    bool is_polled; // The application has a descriptor for events.
     bool is_away;   // The publisher has ended; another is awaited.
     // The file whose newest change could not be applied for want of memory; -1 for none. It is
     // applied again before anything else of that file is read.
@@ -62,23 +63,24 @@ using platform::KeepErrno;
 // @return a descriptor, or -1 with errno.
 int openobj(const VantroHandle *handle, const char *object);
 
-// Makes the handle's queue. Ends the process if there is no memory for it.
-// @return the queue, or null with errno: the handle then has none.
+// Makes the handle's queue. Ends the process if there is no memory for it. @return the queue, or
+// null with errno.
 EventQueue *newq(VantroHandle *handle);
 
 // The handle's queue, which is made if there is none. @return as newq().
 EventQueue *queue_of(VantroHandle *handle);
 
-// Whether a change of "state" is unread. The descriptor of all objects, which alone is watched, may
-// have been read beyond a change of "state" that is unread at the descriptor of "state". A change
-// that is published after this look is unread at both.
+// Whether a change of "state" is unread. Only the descriptor of all objects is watched, and it may
+// have been read beyond a change of "state" that the descriptor of "state" still has. A change that
+// is published after this look is unread at both.
 bool state_is_unread(const EventQueue &queue);
 
-// Whether an event is known of that is not reported yet.
+// Whether there is a change that was read and is not reported yet.
 bool has_unreported(const EventQueue &queue);
 
-// If the publisher has ended: goes on with the one that is there now, whose objects are all new,
-// and makes the event that says so; or the event that nothing is new.
+// Called when the publisher has ended. Continues with the present publisher, whose objects are all
+// new, and makes the event VANTRO_OBJECT_RECONNECTED; if there is none, makes the event that
+// nothing is new.
 // @return 0, or -1 with errno.
 int come_back(EventQueue &queue);
 

@@ -23,14 +23,15 @@ namespace vantro::events {
 namespace {
 
 // Bytes that one call reads at most, with some overhead for each text. This is more than a
-// publisher keeps for a reader, so the limit is reached only where a service publishes as fast as
-// it is read. Such a service would otherwise keep the call from returning, and fill the memory.
+// publisher keeps for a reader, so only a service that publishes as fast as it is read reaches the
+// limit. Without it such a service would keep the call from returning, and fill the memory.
 constexpr size_t pass_bytes_max = size_t{4} << 20;
 constexpr size_t text_overhead = 16;
 
 constexpr std::string_view state_object = "state";
 
-// Reads the next change of a file. Parsing spoils a text, so a copy is kept until it was applied.
+// Reads the next change of a file. Parsing overwrites a text, so a copy is kept until it was
+// applied.
 ssize_t next_change(const VantroHandle *handle, EventQueue &queue, int fd) REQUIRES(handle->lock) {
     if (queue.unapplied_fd != fd) {
         queue.change_length = readchange(handle, fd);
@@ -45,7 +46,8 @@ ssize_t next_change(const VantroHandle *handle, EventQueue &queue, int fd) REQUI
     return queue.change_length;
 }
 
-// Notes that a file's newest change was not applied, where a later call may have the memory.
+// Notes that a file's newest change was not applied for want of memory, so that a later call tries
+// again.
 void keep_for_later(EventQueue &queue, int fd) {
     if (errno == ENOMEM) {
         queue.unapplied_fd = fd;
@@ -119,8 +121,8 @@ bool take_change(EventQueue &queue, std::string_view name, char *text) {
     return applied;
 }
 
-// Queues the changes of the other objects. That the publisher has ended is no failure while
-// something before it is not reported yet: a later call meets the end again.
+// Queues the changes of the other objects. The publisher's end is no failure while an earlier
+// change is not reported yet: a later call meets the end again.
 // @param state_seen receives whether "state" was among those that changed.
 // @return false if that failed.
 bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_seen)
@@ -148,7 +150,7 @@ bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_see
     return true;
 }
 
-// Makes the event of the queued entry whose turn it is.
+// Makes the event of the first queued entry.
 void report_queued(EventQueue &queue) {
     ObjectEntry *entry = take_dirty_head(queue);
     if (ObjectEntry *reported = take_clean(queue, entry->name())) {
@@ -168,7 +170,7 @@ void report_queued(EventQueue &queue) {
 
 // Fills the queue's event. @return false if that failed.
 bool next_event(const VantroHandle *handle, EventQueue &queue) REQUIRES(handle->lock) {
-    // Nothing is read while something is queued. A change of "state" that was seen among the others
+    // Nothing is read while an entry is queued. A change of "state" that was seen among the others
     // is reported before them.
     bool state_may_have_changed = !queue.dirty_head;
     while (state_may_have_changed) {
@@ -197,8 +199,8 @@ bool next_event(const VantroHandle *handle, EventQueue &queue) REQUIRES(handle->
     return true;
 }
 
-// Keeps the application's descriptor readable while there may be another event.
-// @param more whether this call did not find out that there is none.
+// Keeps the application's descriptor readable while there may be another event. @param more false
+// if this call found that there is none.
 void settle(const EventQueue &queue, bool more) {
     const KeepErrno keep;
     if (more || (notify_settle(queue.all_fd) == 0 && has_unreported(queue))) {

@@ -33,7 +33,7 @@ int wait_for_event(VantroHandle *handle, int timeout_ms) {
     return result > 0 ? 1 : result;
 }
 
-// A bad handle is the caller's mistake, which the calls of the extras say by errno as well.
+// Unlike vantro_event_wait(), the calls of extras.h report a bad handle by errno too.
 bool may_follow(const VantroHandle *handle) {
     if (has_player(handle)) {
         return true;

@@ -12,8 +12,8 @@ constexpr size_t frequent_answer_max = 1024 * 1024;
 
 // Records take up to three times the bytes of the answer. The C library's allocator keeps free
 // memory of up to twice the largest block that was ever freed, and returns the rest to the kernel.
-// With a block of three times the answer's length, the next list is made in the memory of the last
-// one. Else getting the pages from the kernel again would take as long as the rest of the call.
+// So a block of three times the answer's length makes the next list use the memory of the last one.
+// Without it, getting the pages from the kernel again would take as long as the rest of the call.
 // Pages that no answer reaches are never touched.
 unsigned char *make_block(size_t size) {
     const bool is_frequent = size > VANTRO_REPLY_AREA && size <= frequent_answer_max;
@@ -84,7 +84,7 @@ bool LongAnswer::is_complete(Completion completion, int status) {
     return false;
 }
 
-// Not realloc(), which would copy the old area.
+// realloc() would copy the old area.
 bool LongAnswer::replace_area(size_t size) {
     const KeepErrno keep;
     if (size > VANTRO_REPLY_MAX) {

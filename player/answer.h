@@ -71,8 +71,8 @@ class Answer {
 };
 
 // An answer of any length: the area begins with VANTRO_REPLY_AREA bytes of the heap, and is grown
-// once to what the service announces. Memory that no byte of the answer reaches is address space
-// only, so a service that announces more than it sends costs next to nothing.
+// once to what the service announces. Memory that no byte of the answer reaches takes only address
+// space, so a service that announces more than it sends costs next to nothing.
 class LongAnswer : public Answer {
   public:
     using Answer::Answer;

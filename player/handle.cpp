@@ -26,7 +26,8 @@ void end_events(VantroHandle *handle) {
     vantro_internal_destroy_evq(handle->event_queue.exchange(nullptr));
 }
 
-// The player that the service may or may not have open, or null.
+// The player of an unanswered opening or closing, which the service may or may not have open; or
+// null.
 const char *doubtful_player(const VantroHandle *handle) {
     return handle->close_unanswered ? handle->player_name : handle->unanswered_open;
 }
@@ -56,7 +57,8 @@ bool close_player(VantroHandle *handle) {
     return true;
 }
 
-// Opens a player if none is open, or where this one is doubtful. @return whether it is open.
+// Opens a player if none is open, or if it is unclear whether this one is. @return whether it is
+// open.
 bool open_player(VantroHandle *handle, const char *name) {
     // Before the request, so that want of memory cannot lose a player that the service has opened.
     const int before = errno;
@@ -222,7 +224,7 @@ int vantro_close(VantroHandle *handle, const char *name) {
     // Before the request, and whatever its result: events end when the application closes.
     end_events(handle);
     if (has_lost_service(handle)) {
-        forget_player(handle); // It went with its service.
+        forget_player(handle); // The service that had it open is gone.
         return 0;
     }
     return close_player(handle) ? 0 : -1;

@@ -15,8 +15,8 @@
 struct EventQueue;
 
 // Only opening, closing and disconnecting change a handle. The application must not let them
-// overlap with other calls on it. Where it wants its handle connected anew, other calls change the
-// connection too, under `connection_lock`.
+// overlap with other calls on it. If the handle reconnects, other calls change the connection too,
+// under `connection_lock`.
 struct VantroHandle {
     MsgClient *connection; // NULL only while the handle is made or torn down.
     char *player_name;     // Owned. NULL while no player is open.
@@ -29,12 +29,12 @@ struct VantroHandle {
     uint32_t read_capacity;                // Bytes at read_buffer.
     std::atomic<int> timeout_ms;           // Of waits for the service; 0 if they are not bounded.
     std::atomic<bool> reconnects;          // See vantro_set_reconnect().
-    // Where the handle reconnects: held by exchanges together, and alone to replace the connection.
-    // Must be released before anything is logged, like the next one.
+    // If the handle reconnects: exchanges share it, and whoever replaces the connection holds it
+    // alone. Release it before anything is logged, like overflow_lock.
     mutable vantro::SharedMutex connection_lock;
     // Owned. NULL until the first call for events. Another thread may look for it to end a wait.
     std::atomic<struct EventQueue *> event_queue;
-    std::atomic<bool> is_woken; // Before there was a queue.
+    std::atomic<bool> is_woken; // A wake that came before there was a queue.
     vantro::Mutex lock;         // Held while an event is retrieved.
     // Held around each exchange whose answer may overflow, and around its fetch: the service holds
     // all overflowing answers of a connection under one tag, and a fetch takes the newest. Must be
@@ -46,20 +46,21 @@ struct VantroHandle {
 namespace vantro::player {
 
 // Whether a handle is connected, and whether it also has an open player. Logged if not. Connects
-// anew if the service is gone and the application wants that.
+// again if the service is gone and the application wants that.
 bool require_connection(VantroHandle *handle);
 bool require_player(VantroHandle *handle);
 
-// The same, of the handle alone.
+// As require_connection(), for the handle alone.
 bool is_valid(const VantroHandle *handle);
 
-// Sees to it that a handle that reconnects has a service, with its player open there. Keeps errno,
-// but for ETIMEDOUT as an exchange does. @return false if there is none, which is logged.
+// Connects a handle that reconnects, and opens its player, if the service was lost. Keeps errno,
+// except that it sets ETIMEDOUT as an exchange does. @return false if there is no service, which is
+// logged.
 bool be_connected(VantroHandle *handle);
 // Whether the service of a handle that reconnects is gone.
 bool has_lost_service(const VantroHandle *handle);
 
-// No player is open any more. Its events end.
+// Notes that no player is open any more, and ends the events.
 void forget_player(VantroHandle *handle);
 
 // Makes a handle. @return null with errno, logged.

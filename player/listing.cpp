@@ -42,7 +42,7 @@ struct Lists {
     Metadata **metadata = nullptr;
 };
 
-// The area of such an answer begins with the number of bytes of its nodes.
+// The area of an answer with metadata begins with the number of bytes of its nodes.
 int deliver_described(const Answer &answer, const char *failure, const Lists &lists) {
     if (!answer.granted(failure)) {
         return -1;

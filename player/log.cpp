@@ -20,7 +20,7 @@ void write_line(uint32_t code, const char *speaker, int severity, const char *fo
                 va_list arguments) {
     char line[line_size];
     const int wanted = std::snprintf(line, sizeof line, "%s: ", speaker);
-    // A name longer than the line leaves room for the NUL alone.
+    // A name longer than the line leaves room only for the NUL.
     size_t prefix = wanted < 0 ? 0 : static_cast<size_t>(wanted);
     if (prefix > sizeof line - 1) {
         prefix = sizeof line - 1;

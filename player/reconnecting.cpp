@@ -40,9 +40,9 @@ bool has_lost_service(const VantroHandle *handle) {
     return ipc_connected(handle->connection->connection) == 0;
 }
 
-// Connects without the lock: what is logged meanwhile may reach a sink that uses the same handle.
-// Where two threads do so at once, one of the connections is too many, and is closed. What is
-// doubtful stays so: the next opening or closing finds out, also from another service.
+// Connects without the lock: a line logged meanwhile may reach a sink that uses the same handle. If
+// two threads connect at once, one of the connections is closed again. An unanswered opening or
+// closing stays so: the next one finds out, also from another service.
 bool be_connected(VantroHandle *handle) {
     if (!has_lost_service(handle)) {
         return true;

@@ -15,8 +15,8 @@
 
 namespace vantro::player {
 
-// The value of a result word before an exchange. So an answer without a result word counts as a
-// failure, and so does one that ends within the word, since then some of these bits remain.
+// The value of a result word before an exchange. An answer without a result word therefore counts
+// as a failure. So does one that ends within the word, since some of these bits then remain.
 inline constexpr int32_t no_result = -1;
 
 inline RequestHeader request_header(uint16_t command, uint32_t payload_length) {
@@ -44,9 +44,9 @@ struct Text {
     uint32_t length;
 };
 
-// One exchange. Keeps errno, but for ETIMEDOUT if the handle has a time limit. Notes a failure.
-// Returns the message client's result: 0 where an answer came; `answer_length` then tells how many
-// bytes of it there are, result word included: what the service states, or what came if that is
+// One exchange. Keeps errno, except that it sets ETIMEDOUT if the handle's time limit is over.
+// Notes a failure. Returns the message client's result: 0 where an answer came; `answer_length` is
+// then its length in bytes, result word included: what the service states, or what came if that is
 // less. If the answer is held at the service, `answer_length` is what the service states.
 int putgetv(const VantroHandle *handle, std::initializer_list<iovec> request,
             std::initializer_list<iovec> reply, uint32_t &answer_length);
@@ -63,14 +63,14 @@ int getv(const VantroHandle *handle, std::initializer_list<iovec> reply, uint32_
 // Whether putgetv() brought an answer; logged if not.
 bool answered(int status);
 
-// One exchange. Returns whether the service carried it out, and `answer` is complete. Notes and
+// One exchange. @return whether the service carried it out and `answer` is complete. Notes and
 // logs a failure.
 bool carried_out(const VantroHandle *handle, const char *failure,
                  std::initializer_list<iovec> request, iovec answer = {});
 
 enum class Outcome { granted, refused, unanswered };
 
-// Opening and closing a player by its name, which differ by their command alone. As putgetv_on().
+// Opening and closing a player by its name, which differ only in their command. As putgetv_on().
 Outcome request_by_name(MsgClient *connection, const VantroHandle *handle, uint16_t command,
                         const char *name);
 

@@ -22,7 +22,7 @@ static_assert(sizeof(VantroTrksessionInfo) == 16);
 static_assert(offsetof(VantroTrksessionInfo, tsid) == 8);
 static_assert(sizeof(VantroVolume) == 8);
 
-// Asks for an answer of fixed size. An answer that ends before its record does counts as a refusal.
+// Asks for an answer of fixed size. An answer shorter than its record counts as a refusal.
 template <class Value>
 bool ask(VantroHandle *handle, uint16_t command, const char *failure, Value &value) {
     if (!require_connection(handle)) {
@@ -77,8 +77,8 @@ struct TrackAnswer {
 
 int ask_track(VantroHandle *handle, TrackAnswer &answer, uint32_t &answer_length) {
     const RequestHeader header = request_header(VANTRO_COMMAND_GET_CURRENT_TRACK_INFO, 0);
-    // The service holds a track that is too long for the area. Another thread's fetch must not take
-    // it for its own answer.
+    // The service holds a track that is too long for the area, and another thread's fetch could
+    // take it for its own answer.
     const MutexLock lock(handle->overflow_lock);
     return putgetv(handle, {part(header)},
                    {part(answer.result), part(answer.index), part(answer.tsid),

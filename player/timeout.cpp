@@ -28,7 +28,7 @@ int vantro_set_timeout(VantroHandle *handle, int timeout_ms) {
         errno = EINVAL;
         return -1;
     }
-    const vantro::ReaderLock use(handle->connection_lock); // another thread may connect it anew
+    const vantro::ReaderLock use(handle->connection_lock); // another thread may reconnect it
     if (ipc_set_timeout(handle->connection->connection, timeout_ms) != 0) {
         return -1;
     }

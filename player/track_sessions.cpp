@@ -22,7 +22,7 @@ int vantro_create_trksession(VantroHandle *handle, int32_t ms_id, const char *no
     }
     const int32_t value = first ? *first : 0;
     const Text id(node_id);
-    // 4 less than what follows. The protocol has it so, and services do not rely on it.
+    // 4 less than the bytes that follow: the protocol has it so, and services do not rely on it.
     const RequestHeader header = request_header(VANTRO_COMMAND_CREATE_TRKSESSION, 12 + id.length);
     uint64_t received = 0;
     if (!carried_out(
@@ -50,7 +50,7 @@ int vantro_jump(VantroHandle *handle, int32_t index) {
         return -1;
     }
     const RequestHeader header = request_header(VANTRO_COMMAND_JUMP, sizeof index);
-    // The text of the log names the operation as services do: setting the session's index.
+    // The log uses the services' name for this operation: setting the session's index.
     return carried_out(handle, "vantro_set_trksession_index() failed", {part(header), part(index)})
                ? 0
                : -1;

@@ -60,8 +60,8 @@ static_assert(packed_min<MediaSource> == VANTRO_PACKED_MEDIA_SOURCE_MIN);
 static_assert(packed_min<MediaNode> == VANTRO_PACKED_MEDIA_NODE_MIN);
 static_assert(packed_min<Metadata> == VANTRO_PACKED_METADATA_MIN);
 
-// Calls `work` with each field of a table until it returns false. Unlike a loop it leaves no table
-// in the code that is made of it: a long listing spends its time here.
+// Calls `work` with each field of a table until it returns false. Unlike a loop it compiles to code
+// without a table: a long listing spends its time here.
 template <class Table, class Work>
 bool for_each_field(const Table &table, const Work &work) {
     return std::apply([&](auto... fields) { return (work(fields) && ...); }, table);

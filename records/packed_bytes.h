@@ -15,7 +15,7 @@ namespace vantro::records {
 // Sizes of packed arrays are ints at the boundary, so nothing larger is ever written.
 inline constexpr size_t packed_bytes_max = INT_MAX;
 
-// Packed integers are little-endian, and so is every host: they are copied as they lie.
+// Packed integers are little-endian, and so is every host, so they are copied unchanged.
 static_assert(std::endian::native == std::endian::little);
 
 // Length word of a string that is absent.
@@ -73,8 +73,8 @@ class PackedReader {
 
     bool get64(uint64_t &value) { return get(value); }
 
-    // A string of length 0 or less is absent. Also false if there is no memory for the copy,
-    // which short_of_memory() then tells.
+    // A string of length 0 or less is absent. Also false if there is no memory for the copy;
+    // short_of_memory() is then true.
     bool get_string(char *&text) {
         uint32_t word = 0;
         if (!get32(word)) {
@@ -84,7 +84,7 @@ class PackedReader {
             text = nullptr;
             return true;
         }
-        // Before the allocation: a length that lies must not cost memory.
+        // Checked before the allocation: a false length must not cost memory.
         if (word > left_) {
             return false;
         }

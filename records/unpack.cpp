@@ -1,4 +1,4 @@
-// Makes records from bytes. The bytes come from another process and may be anything: every length
+// Makes records from bytes. The bytes come from another process and are not trusted: every length
 // is checked against the bytes left before it is used, and the count against the smallest record
 // before memory is allocated for it.
 #include "records/unpack.h"
@@ -56,7 +56,7 @@ Unpacked unpack_records(const void *buffer, size_t size, int32_t count, Record *
     PackedReader reader(buffer, size);
     for (int32_t i = 0; i < count; i++) {
         if (!unpack_record(reader, block[i])) {
-            // Strings not reached are null in the zero-filled block.
+            // Strings that were not reached are null in the zero-filled block.
             free_records(block, i + 1);
             return reader.short_of_memory() ? Unpacked::no_memory : Unpacked::malformed;
         }

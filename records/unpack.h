@@ -18,7 +18,7 @@ enum class Unpacked {
 };
 
 // Makes `count` records of the `size` bytes at `buffer`; bytes after the last are ignored.
-// `records` receives the new block if that is done, and is left alone otherwise. errno may
+// `records` receives the new block on success, and is left alone otherwise. errno may
 // change.
 template <class Record>
 Unpacked unpack_records(const void *buffer, size_t size, int32_t count, Record *&records);

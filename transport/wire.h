@@ -1,4 +1,4 @@
-// The transport's wire format: what the first 28 bytes of every message are, pinned byte by byte.
+// The transport's wire format: what the first 28 bytes of every message are, checked byte by byte.
 // The header is the public TransportHeader; nothing here is a second description of it.
 #ifndef VANTRO_TRANSPORT_WIRE_H
 #define VANTRO_TRANSPORT_WIRE_H
@@ -17,7 +17,7 @@ inline constexpr int32_t header_bytes = 28;
 inline constexpr int32_t event_bytes = 16;
 inline constexpr size_t pulse_bytes = 16;
 
-// Capacity field of a put: its answer is fetched later, so any length will do.
+// Capacity field of a put: its answer is fetched later, so any length is allowed.
 inline constexpr uint32_t put_reply_length = 0x7fffffff;
 
 // The first 16-bit word of a header of this kind: kind and version together.

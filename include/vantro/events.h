@@ -93,7 +93,7 @@ extern "C" {
 /** A connection to the player service; see player.h. */
 typedef struct VantroHandle VantroHandle;
 
-/** What an event tells. "status..." stands for every object whose name begins so. */
+/** The type of an event. "status..." stands for every object whose name begins with "status". */
 enum {
     VANTRO_EVENT_ERROR = 1,       /**< The player stopped playing because of an error. */
     VANTRO_EVENT_MEDIASOURCE = 2, /**< A media source: "mediasource...", of which "type" and
@@ -108,7 +108,7 @@ enum {
                                        that is none of those above: `dict` says which. */
 };
 
-/** What an event tells beyond its type. Only the member that belongs to the type means anything. */
+/** What an event says beyond its type. Only the member that belongs to the type is valid. */
 typedef union VantroEventDetails {
     /** VANTRO_EVENT_ERROR. */
     struct {
@@ -196,7 +196,7 @@ VANTRO_API int vantro_event_data_set(VantroHandle *handle, void *data);
 struct EventQueue;
 
 /**
- * Ends the following of a player. vantro_close() does that, and nobody else has a use for it.
+ * Ends the following of a player. Only vantro_close() calls it.
  * @param queue released with all that it holds. NULL does nothing.
  */
 VANTRO_API void vantro_internal_destroy_evq(struct EventQueue *queue);

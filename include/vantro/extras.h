@@ -134,7 +134,7 @@ enum {
     VANTRO_RECONNECT_ON = 1
 };
 
-/** The `object_name` of the event with which a handle's events begin anew. */
+/** The `object_name` of the event with which a handle's events begin again. */
 #define VANTRO_OBJECT_RECONNECTED "/reconnected"
 
 /**
@@ -184,10 +184,9 @@ typedef struct VantroIdentity {
 } VantroIdentity;
 
 /**
- * Asks whom the service takes the calling program for: the kernel's word, taken when the program
- * connected. Like the calls below an extension of vantrod's: a service that does not know it
- * refuses it. Needs a connected handle; no player need be open.
- * Blocks until the service answers.
+ * Asks how the service identifies the calling program, by what the kernel said when it connected.
+ * Like the calls below an extension of vantrod's: a service that does not know it refuses it. Needs
+ * a connected handle; no player need be open. Blocks until the service answers.
  * @param handle from vantro_connect().
  * @param identity receives the answer; untouched on failure. Texts that the service did not end
  *                 are ended.
@@ -341,7 +340,7 @@ VANTRO_API int vantro_get_trksession_tracks_metadata(VantroHandle *handle, uint6
  * A list may change while a cursor reads it. Each page begins with the last entry that was given,
  * which the cursor checks: where entries in front of it have come or gone, reading on would leave
  * out some entries or give them twice, so vantro_cursor_next() fails with VANTRO_FAILURE_CHANGED.
- * Changes behind that entry are read like the rest. As many entries that came in front of it as
+ * Changes after that entry are read like the rest. As many entries that came in front of it as
  * went there are not noticed.
  *
  * A cursor belongs to one thread at a time. It borrows the handle: close it before, or soon after,
@@ -352,7 +351,7 @@ typedef struct VantroCursor VantroCursor;
 
 /**
  * Makes a cursor over the entries of a node, as vantro_browse() lists them. Asks nothing of the
- * service yet and does not block; what is wrong with the node the first vantro_cursor_next() tells.
+ * service yet and does not block; an error of the node appears at the first vantro_cursor_next().
  * @param handle        borrowed; with an open player when the cursor reads.
  * @param ms_id         `id` of the media source that holds the node.
  * @param node_id       copied. "" is VANTRO_NODE_ROOT.

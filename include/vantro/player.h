@@ -183,7 +183,7 @@ VANTRO_API int vantro_close(VantroHandle *handle, const char *name);
 
 /**
  * Closes the player, if one is open, and the connection, and frees the handle, whether or not the
- * service plays along. Blocks while it takes leave.
+ * service answers. Blocks for the closing.
  * @param handle from vantro_connect(); no longer valid afterwards.
  * @return 0, or -1 where handle is NULL.
  */
@@ -198,7 +198,7 @@ VANTRO_API int vantro_disconnect(VantroHandle *handle);
  */
 
 /**
- * Plays, or plays on from where it paused.
+ * Plays, or continues where it paused.
  * @param handle with an open player, as for every command.
  * @return 0, or -1: see the text of the group.
  */

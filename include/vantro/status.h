@@ -32,10 +32,10 @@ typedef struct VantroVolume {
 VANTRO_API int vantro_get_volume(VantroHandle *handle, VantroVolume *volume);
 
 /**
- * Sets the level. It says nothing of whether the player is muted, and neither does that of the
- * level. Once either was set the object "volume" tells of it: vantro_event_get() gives each change
- * as a VANTRO_EVENT_NONE with that name, whose dictionary has "level" and "muted" ("true" or
- * "false"). Needs an open player. Blocks until the service has done it.
+ * Sets the level, and leaves muting as it is; muting leaves the level. Once either was set, the
+ * object "volume" has both: vantro_event_get() gives each change as a VANTRO_EVENT_NONE with that
+ * name, whose dictionary has "level" and "muted" ("true" or "false"). Needs an open player. Blocks
+ * until the service has done it.
  * @param handle with an open player.
  * @param level 0 to 100; passed on as it is: the service refuses any other, and may set less.
  * @return 0, or -1: bad handle, failed exchange, refusal. Nothing has changed then.
@@ -43,7 +43,7 @@ VANTRO_API int vantro_get_volume(VantroHandle *handle, VantroVolume *volume);
 VANTRO_API int vantro_set_volume(VantroHandle *handle, int32_t level);
 
 /**
- * Mutes the player, or ends that.
+ * Mutes the player, or unmutes it.
  * @param handle with an open player.
  * @param muted 0 or 1; passed on as it is: the service refuses what is neither.
  * @return as vantro_set_volume().

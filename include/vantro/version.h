@@ -9,11 +9,11 @@
 #ifndef VANTRO_VERSION_H
 #define VANTRO_VERSION_H
 
-/** That of the sonames. */
+/** The major number, which is that of the sonames. */
 #define VANTRO_VERSION_MAJOR 1
-/** Grows with what is added. */
+/** Grows with additions. */
 #define VANTRO_VERSION_MINOR 0
-/** Grows with what is mended. */
+/** Grows with corrections. */
 #define VANTRO_VERSION_PATCH 0
 
 /** The three numbers as text. */

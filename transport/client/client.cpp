@@ -1,7 +1,7 @@
 // The client half: opening and closing a connection to a service, and the exchanges on it.
 //
-// A client is only read after its opening, and every exchange builds its header and vectors on
-// its own stack, so threads need no lock here and no exchange uses the heap.
+// A client does not change after it is opened, and every exchange builds its header and vectors on
+// its own stack. So threads need no lock here, and no exchange uses the heap.
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -69,7 +69,7 @@ void close_connection(const MsgClient &client) {
     }
 }
 
-// Whether an open failed for a reason that says nothing about what it was to open.
+// Whether an open failed for a reason that does not depend on what was to be opened.
 bool is_passing(int error) {
     switch (error) {
     case EINTR:
@@ -83,8 +83,8 @@ bool is_passing(int error) {
     }
 }
 
-// Connects by path, else by global name. @return 0, or -1 with the errno of the global name, or of
-// the path where that may exist and only the global name does not.
+// Connects by path, else by global name. @return 0, or -1 with the errno of the global name; if
+// that does not exist and the path may, with the errno of the path.
 int connect_service(MsgClient *client, const char *path) {
     client->connection = platform_open(path, O_RDWR);
     client->opened_by_path = client->connection != -1;
@@ -92,7 +92,8 @@ int connect_service(MsgClient *client, const char *path) {
         return 0;
     }
     const int path_error = errno;
-    // The same service would keep the caller waiting again, or be as little understood.
+    // The same service has the global name: it would keep the caller waiting again, or still be of
+    // another release.
     if (path_error == ETIMEDOUT || path_error == EPROTONOSUPPORT) {
         return -1;
     }
@@ -117,7 +118,7 @@ int handshake(MsgClient *client, size_t name_length, uint16_t code) {
     const iovec reply = {&header, header_bytes};
     const int status = ipc_send(client->connection, request, 2, &reply, 1);
     if (status != 0) {
-        // An open has no status of its own: a peer that sends one speaks another protocol.
+        // The answer to an open has status 0; a peer that sends another speaks another protocol.
         return status == -1 ? errno : EPROTO;
     }
     client->service_index = header.service_index;
@@ -127,8 +128,8 @@ int handshake(MsgClient *client, size_t name_length, uint16_t code) {
     return 0;
 }
 
-// Sets the lengths of a request's vectors, which have 32-bit fields.
-// @return 0, or the error that the exchange gives without being tried.
+// Sets the lengths of a request's vectors, which have 32-bit fields. @return 0, or the error with
+// which the exchange fails before anything is sent.
 int set_lengths(TransportHeader *header, const iovec *send, int send_count, const iovec *reply,
                 int reply_count) {
     if (send_count < 0 || send_count > parts_max || reply_count < 0 || reply_count > parts_max) {

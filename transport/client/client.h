@@ -1,4 +1,4 @@
-// What the files of the client half share.
+// Declarations that the files of the client half share.
 #ifndef VANTRO_TRANSPORT_CLIENT_CLIENT_H
 #define VANTRO_TRANSPORT_CLIENT_CLIENT_H
 
@@ -6,7 +6,7 @@
 
 namespace vantro::transport {
 
-// As the count of a reply vector: the exchange takes no reply data, not even a header.
+// A count of a reply vector: the exchange takes no reply data, not even a header.
 inline constexpr int no_reply = -1;
 
 // A header of that kind with the client's two indices.

@@ -23,7 +23,8 @@ int capabilities_demanded(const char *list) {
     return count;
 }
 
-// Writes to the grantor device. A signal that interrupts this thread says nothing about the client.
+// Writes to the grantor device. A signal that interrupts this thread is no answer about the client,
+// so the write is repeated.
 ssize_t write_line(const MsgServer &server, const char *line, size_t length) REQUIRES(server_lock) {
     ssize_t granted;
     do {
@@ -72,7 +73,7 @@ ssize_t count_granted(MsgServer *server, const ipc_credentials &client, const ch
 bool capabilities_granted(MsgServer *server, const MsgService &service, int32_t conn_id) {
     ipc_credentials client = {};
     if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1) {
-        return false; // without credentials the client holds no capability
+        return false; // a client without credentials holds no capability
     }
     return count_granted(server, client, service.options,
                          static_cast<int>(std::strlen(service.options))) ==

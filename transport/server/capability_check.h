@@ -17,8 +17,8 @@ namespace vantro::transport {
 bool capabilities_granted(MsgServer *server, const MsgService &service, int32_t conn_id)
     REQUIRES(server_lock);
 
-// Of an open that found no service: if there is one of that name, a line about the capabilities
-// of it that the client does not hold. Asks the grantor for each of them, where the line is due.
+// Called when an open found no service. If there is a service of that name, logs which of its
+// capabilities the client does not hold. If the line is due, asks the grantor for each of them.
 // @param name may be null.
 void note_missing_capabilities(MsgServer *server, const char *name, int32_t conn_id,
                                std::optional<Refusal> &refusal) REQUIRES(server_lock);

@@ -16,8 +16,8 @@ void close_opens_of(MsgServer *server, int32_t conn_id) {
             if (!open->closed) {
                 service->open_count--;
             }
-            // Not again for a record that is closed, owes no answer and only waits for threads to
-            // drop their references: its handler ran at the close.
+            // The handler does not run again for a record that is closed, owes no answer and only
+            // waits for threads to drop their references: it ran at the close.
             const bool finished =
                 open->closed && __atomic_load_n(answers_owed(open), __ATOMIC_ACQUIRE) == 0;
             if (service->close_cb && !finished) {

@@ -1,7 +1,7 @@
 // Dispatch: one message or pulse that a server thread has received, from lookup to answer.
 //
-// Dispatching begins with the server lock held and releases it before it calls a handler
-// or answers, except where it says otherwise.
+// Dispatching begins with the server lock held, and releases it before it calls a handler or
+// answers; comments name the exceptions.
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -111,7 +111,8 @@ int copy_to_framework(const MsgContext &context, path_context *framework) {
     return 0;
 }
 
-// A message that is not the transport's. In path mode it is the framework's; otherwise refused.
+// Handles a message that is not the transport's. In path mode the framework gets it; otherwise it
+// is refused.
 void dispatch_foreign(const Dispatch &now) RELEASE(server_lock) {
     if (!now.path_mode()) {
         ipc_error(now.receive_id(), ENOSYS); // with the lock held: an error never blocks
@@ -150,7 +151,7 @@ int check_access(const Dispatch &now, const MsgService &service, std::optional<R
     if (connect_client_info(conn_id, &client, IPC_CREDENTIAL_GROUPS) == -1) {
         return EACCES;
     }
-    // Through its own view of the message the framework finds all groups of the client.
+    // With its own view of the message, the framework finds all groups of the client.
     return check_path_access(framework_view(now), service.attr, open_access, client,
                              now.logs_refusals() ? service.name : nullptr, refusal);
 }
@@ -208,13 +209,13 @@ void dispatch_open(const Dispatch &now, MsgService *service) RELEASE(server_lock
     const StepReference reference(open);
     if (service->open_cb) {
         const int32_t refused = service->open_cb(open, now.context, service);
-        // A refused record stays until its connection is gone; its close handler runs then.
+        // A refused record stays until its connection is gone. Its close handler runs then.
         if (refused != 0) {
             ipc_error(now.receive_id(), refused);
             return;
         }
-        // A handler that has answered by itself has refused too, whatever it returned: the client
-        // does not know this open.
+        // A handler that answered by itself has refused, whatever it returned: the client does not
+        // know this open.
         now.lock.take();
         open->unaccepted = !ipc_waiting(now.receive_id());
         now.lock.release();
@@ -240,7 +241,7 @@ void dispatch_notify(const Dispatch &now, MsgOsb *open) RELEASE(server_lock) {
         return now.refuse(EINVAL);
     }
     if (!ipc_waiting(now.receive_id())) {
-        // The client gave this registration up and may have registered again, and another thread
+        // The client gave this registration up. It may have registered again, and another thread
         // may have handled that: the newer registration must stay.
         return now.refuse(ECANCELED);
     }
@@ -257,7 +258,7 @@ void dispatch_putget(const Dispatch &now, MsgService *service, MsgOsb *open) REL
     service->request_cb(open, now.context, service);
 }
 
-// Whether so many notifications wait for the client that one more could not be promised.
+// Whether too many notifications wait for the client to promise one more.
 bool takes_no_notifications(const Dispatch &now, const MsgOsb &open) REQUIRES(server_lock) {
     return ipc_check_event(now.receive_id(), &open.event) == -1 && errno == EAGAIN;
 }

@@ -17,7 +17,7 @@
 namespace vantro::transport {
 namespace {
 
-// What lies before a held answer: whom it counts for, and what was counted.
+// Precedes a held answer in memory: whom it counts for, and how many bytes were counted.
 struct alignas(std::max_align_t) Counted {
     Holder holder;
     int64_t bytes;
@@ -50,8 +50,9 @@ Taken take(const MsgOsb &open, MsgPending *wanted) REQUIRES(server_lock) {
     return taken;
 }
 
-// Whether a record may hold one more answer. It may hold its first, whatever its length; as many as
-// its client was granted; and beyond that so few that a client which never fetches costs little.
+// Whether a record may hold one more answer. It may hold its first, whatever its length, and as
+// many as its client was granted. Beyond that it may hold only a few, so that a client that never
+// fetches costs little.
 bool may_hold(const MsgOsb &open, int32_t length) REQUIRES(server_lock) {
     if (open.queued == 0 || open.queued < open.queue_limit) {
         return true;
@@ -184,8 +185,8 @@ int32_t hold_and_announce(MsgOsb *open, int32_t receive_id, int32_t status, Tran
     if (!pending) {
         return ENOMEM;
     }
-    // The lock is held from the question to the announcement: the fetch of a later request must
-    // find this answer either held before its own, or not at all.
+    // The lock is held from here to the announcement: the fetch of a later request must find this
+    // answer either held before its own, or not at all.
     ServerLock lock(open->server);
     if (!ipc_waiting(receive_id)) {
         lock.release();
@@ -227,8 +228,8 @@ void fetch_answer(MsgOsb *open, const MsgContext &context) {
     TransportHeader header = {};
     ServerLock lock(open->server);
     if (!ipc_waiting(context.receive_id)) {
-        // The client gave this fetch up and may have sent another request: the answer that is held
-        // now may be that one's.
+        // The client gave this fetch up and may have sent another request, so the answer that is
+        // held now may be for that request.
         lock.release();
         ipc_error(context.receive_id, ECANCELED);
         return;
@@ -260,8 +261,8 @@ void fetch_answer(MsgOsb *open, const MsgContext &context) {
         // The client is gone, or this answer can never be sent.
         discard(pending);
     } else {
-        // Memory or descriptors are short for the moment. The answer is held again before the
-        // client gets the error, since the client may ask again at once.
+        // Memory or descriptors are short for now. The answer is held again before the client gets
+        // the error, since the client may ask again at once.
         lock.take();
         link(open, pending);
         lock.release();

@@ -1,4 +1,4 @@
-// Held answers: those that an open keeps until its client fetches them, and how many it may keep.
+// Held answers: answers that an open keeps until its client fetches them, and how many it may keep.
 #ifndef VANTRO_TRANSPORT_SERVER_HELD_ANSWERS_H
 #define VANTRO_TRANSPORT_SERVER_HELD_ANSWERS_H
 
@@ -10,8 +10,9 @@
 
 namespace vantro::transport {
 
-// Answers that one open may hold besides its oldest, beyond the queue limit it was granted. This is
-// enough for a client whose threads all overflow at once, and too few to fill the server's memory.
+// The number of answers that one open may hold besides its oldest, beyond the queue limit it was
+// granted. This is enough for a client whose threads all overflow at once, and too few to fill the
+// server's memory.
 inline constexpr int32_t held_answers_max = 64;
 
 // Bytes that those answers may take together.
@@ -22,10 +23,10 @@ inline constexpr int64_t held_bytes_max = 16 * 1024 * 1024;
 int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts, int32_t count)
     EXCLUDES(server_lock);
 
-// Holds an answer that is too long for its client, and announces it to the client. Older answers of
-// its tag, which the client gave up, are dropped to make room. If the client no longer waits
-// nothing is held, or its next request could be answered with this. Takes the server lock, and
-// announces with it held.
+// Holds an answer that is too long for its client, and announces it to the client. To make room,
+// drops older answers of its tag, which the client has given up. If the client no longer waits,
+// holds nothing: its next request could get this answer. Takes the server lock, and announces with
+// it held.
 // @return 0; ENOMEM if it cannot be held and nothing was sent to the client; or -1 with errno.
 int32_t hold_and_announce(MsgOsb *open, int32_t receive_id, int32_t status, TransportHeader *header,
                           const iovec *parts, int32_t count) EXCLUDES(server_lock);

@@ -16,20 +16,21 @@ inline constexpr int64_t held_bytes_of_one_user = int64_t{128} << 20;
 inline constexpr int64_t held_bytes_of_all_users = int64_t{512} << 20;
 
 struct Holder {
-    uint32_t uid; // of a connection that has vanished, one that nobody has
+    uint32_t uid; // for a connection that has vanished, a number that no user has
     int32_t pid;
 };
 
-// Who an answer of that open is held for. With the server lock held, or by the open's own thread.
+// For whom an answer of that open is held. Call it with the server lock held, or in the thread that
+// handles the open.
 Holder holder_of(const MsgOsb &open);
 
 enum class Taken { yes, no, no_for_the_first_time };
 
-// Counts bytes for that user, where they are within the limits and there is memory to count.
+// Counts bytes for that user, if they are within the limits and there is memory for the count.
 Taken take_held_bytes(const Holder &holder, int64_t bytes) noexcept;
 void give_held_bytes(const Holder &holder, int64_t bytes) noexcept;
 
-// Says in the log that a limit refused something; without the server lock.
+// Logs that a limit refused something. Call it without the server lock.
 void log_held_limit(const Holder &holder);
 
 } // namespace vantro::transport

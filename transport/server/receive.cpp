@@ -1,7 +1,7 @@
 // Receiving: each server thread's context and its buffer, which grows for long payloads.
 //
-// Nothing here may be noexcept: a thread can be cancelled while it waits, and unwinding out of the
-// wait then frees its context through the thread key.
+// Nothing here may be noexcept: a thread can be cancelled while it waits, and the unwinding frees
+// its context through the thread key.
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -87,12 +87,12 @@ int refuse(MsgContext *context, int error) {
     return -1;
 }
 
-// Makes sure that the payload is as long as the header states. @return 0, or -1 with the client
-// answered.
+// Makes sure that the payload is as long as the header states. @return 0; or -1, and then the
+// client has been answered.
 int complete_payload(MsgServer *server, MsgContext *context) {
     const int64_t stated = context->header->send_length;
-    // Refused before the buffer grows: a length without the bytes must cost no memory, and bytes of
-    // earlier messages in the buffer must not be taken for this message's.
+    // Refused before the buffer grows: a false length must cost no memory, and bytes of earlier
+    // messages in the buffer must not pass for this message's.
     if (stated > int64_t(context->info.total_length) - header_bytes) {
         return refuse(context, EIO);
     }

@@ -23,7 +23,7 @@ constexpr uint32_t log_code = 0x06B02710; // the library's
 
 constexpr auto pause = std::chrono::minutes(1);
 
-// More users than a machine has; those beyond share one entry.
+// More users than a machine has; any further ones share one entry.
 constexpr size_t users_max = 256;
 constexpr uint32_t all_others = UINT32_MAX; // no user has this number
 
@@ -43,7 +43,7 @@ Users &users() {
     return *the_users;
 }
 
-// Whose bits count for a client.
+// Which class of permission bits counts for a client.
 const char *class_of(path_context *context, const path_attr &attr, const ipc_credentials &client) {
     path_attr probe = {};
     probe.uid = attr.uid;
@@ -89,7 +89,7 @@ Refusal::Refusal(const ipc_credentials &client, const char *service_name) noexce
             ++user.unsaid;
         }
     } catch (const std::bad_alloc &) {
-        // It gets no line.
+        // There is no line then.
     }
 }
 

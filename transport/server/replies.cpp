@@ -73,7 +73,7 @@ using namespace vantro::transport;
 
 int32_t callout_reply(MsgOsb *open, MsgContext *context, int32_t status, const void *data,
                       int32_t length) {
-    // A negative length, taken as unsigned, is more than any answer may have.
+    // As an unsigned number, a negative length is more than any answer may have.
     const iovec part = {const_cast<void *>(data), static_cast<uint32_t>(length)};
     return callout_replyv(open, context, status, &part, length == 0 ? 0 : 1);
 }

@@ -1,4 +1,4 @@
-// What the files of the server half share.
+// Declarations that the files of the server half share.
 //
 // Invariants
 //  - The server lock guards the service table, every table of opens, each open's `inuse`,
@@ -71,9 +71,9 @@ inline void owe_answer(MsgOsb *open) REQUIRES(server_lock) {
     __atomic_add_fetch(answers_owed(open), 1, __ATOMIC_RELAXED);
 }
 
-// Called when a reply operation begins. Its reference is dropped last, but the answer is not owed
-// from here on: a client that closes and disconnects as soon as it has its answer is swept as one
-// whose requests are all answered.
+// Called when a reply operation begins. Its reference is dropped last, but from here on the answer
+// is not owed: the sweep must find all requests answered if a client closes and disconnects as soon
+// as it has its answer.
 inline void begin_answer(MsgOsb *open) {
     __atomic_sub_fetch(answers_owed(open), 1, __ATOMIC_RELEASE);
 }
@@ -103,7 +103,7 @@ MsgService *lookup(MsgServer *server, const char *name, int32_t conn_id) REQUIRE
 // for ever. Sends nothing for ESRCH: then the client is gone. @return -1 with errno.
 int refuse(int32_t receive_id, int error);
 
-// Answers a message, if need be by refuse(). @return 0, or -1 with errno.
+// Answers a message; if that fails, calls refuse(). @return 0, or -1 with errno.
 int answer(int32_t receive_id, int32_t status, const iovec *parts, int count);
 
 } // namespace vantro::transport

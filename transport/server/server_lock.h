@@ -1,6 +1,6 @@
 // The lock of a server, as Clang's analysis knows it.
 //
-// The lock itself lies in a public structure of C, which carries no annotations. `server_lock`
+// The lock itself is in a public structure of C, which has no annotations. `server_lock`
 // stands for it: a thread never holds the locks of two servers, so one name is enough for all.
 #ifndef VANTRO_TRANSPORT_SERVER_SERVER_LOCK_H
 #define VANTRO_TRANSPORT_SERVER_SERVER_LOCK_H

@@ -32,7 +32,7 @@ constexpr int file_type_any = 0;
 constexpr uint32_t named_special_file = 0x5000;
 constexpr uint32_t permission_bits = 0666;
 
-// As path_funcs_init() has it, and with a line in the log.
+// The default open handler of path_funcs_init(), with a line in the log if it refuses.
 int open_path(path_request *request) {
     const uint32_t mask = (request->open_flags == O_WRONLY ? 0 : uint32_t{PATH_ACCESS_READ}) |
                           (request->open_flags == O_RDONLY ? 0 : uint32_t{PATH_ACCESS_WRITE});

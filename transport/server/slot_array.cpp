@@ -43,7 +43,7 @@ int32_t _array_add(SlotArray *array, int32_t size) {
     if (index == array->slot_count && !grow(array)) {
         return -1;
     }
-    // Without memory for the element the slot stays free.
+    // If there is no memory for the element, the slot stays free.
     void *element = std::calloc(1, std::max(size, 1));
     if (!element) {
         return -1;

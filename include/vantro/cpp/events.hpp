@@ -207,7 +207,7 @@ class Following {
             all_->advance();
             return *this;
         }
-        /** As the other. */
+        /** As the prefix form. */
         void operator++(int) { ++*this; }
         /** @return whether the walk has ended; done() says why. */
         bool operator==(std::default_sentinel_t) const { return !all_->event_; }
@@ -230,7 +230,8 @@ class Following {
     Result<void> done() const { return failure_ ? Result<void>(*failure_) : Result<void>(); }
 
   private:
-    // Without an event in between. Where the objects' file is corrupt nothing else comes any more.
+    // Failures in a row without an event in between. If the objects' file is corrupt, only failures
+    // come.
     static constexpr int most_passed_over = 100;
 
     void advance() {

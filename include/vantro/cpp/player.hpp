@@ -104,7 +104,7 @@ class Player {
         return value(count < 0 ? -1 : 0, Names(names, count));
     }
 
-    /** @return whom the service takes this program for. */
+    /** @return how the service identifies this program. */
     Result<VantroIdentity> identity() {
         VantroIdentity identity{};
         const int result = vantro_get_identity(handle(), &identity);
@@ -133,7 +133,7 @@ class Player {
     }
 
     /**
-     * Has the player outlive the service; see vantro_set_reconnect(). Its events then begin anew
+     * Has the player outlive the service; see vantro_set_reconnect(). Its events then begin again
      * with one whose object() is VANTRO_OBJECT_RECONNECTED.
      * @param on whether it does.
      * @return done.

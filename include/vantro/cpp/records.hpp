@@ -240,7 +240,7 @@ class Pages {
             pages_->advance();
             return *this;
         }
-        /** As the other. */
+        /** As the prefix form. */
         void operator++(int) { ++*this; }
         /** @return whether the walk has ended; done() of the list says why. */
         bool operator==(std::default_sentinel_t) const { return !pages_->entry_.node; }
