@@ -102,8 +102,8 @@ void describe_songs(VantroHandle *player, int32_t source, int offset, Samples &s
     vantro_free_metadata(metadata, count);
 }
 
-// The search terms of a user who looks for one title after the other: its first word, letter by
-// letter.
+// The search terms of a user who looks for one title after another: the first word of each, letter
+// by letter.
 class Typing {
   public:
     explicit Typing(int tracks) : tracks_(static_cast<size_t>(tracks)) {}
@@ -159,7 +159,7 @@ int32_t first_scan(Run &run, const Collection &collection) {
     if (!run.wants(memory_after_row)) {
         return source;
     }
-    // After some requests: what the service keeps for answering is part of its memory.
+    // Measured after some requests: what the service keeps for answers is part of its memory.
     Typing typing(collection.tracks);
     for (int i = 0; i < page_nodes; ++i) {
         search_page(player.get(), source, typing.next());

@@ -1,4 +1,4 @@
-// A collection of music made on the spot: small tagged files of silence.
+// A generated collection of music: small tagged files of silence.
 #ifndef VANTRO_BENCH_COLLECTION_H
 #define VANTRO_BENCH_COLLECTION_H
 
@@ -8,7 +8,7 @@
 
 namespace vantro::bench {
 
-// Writes that many songs, FLAC and MP3 by turns, ten to an album and five albums to an artist. The
+// Writes that many songs, FLAC and MP3 in turn, ten to an album and five albums to an artist. The
 // same count gives the same songs every time. Fails the run if they cannot be written.
 void make_collection(const std::filesystem::path &directory, size_t count);
 

@@ -1,5 +1,5 @@
 // Preloaded by scripts/count-syscalls: counts the system calls of an exchange that a program makes
-// through the C library, without slowing it down as a tracer would. The counts lie in the file that
+// through the C library, without slowing it down as a tracer would. The counts are in the file that
 // COUNT_CALLS names, as 64-bit numbers in the order of `called`.
 #define _GNU_SOURCE
 #include <dlfcn.h>

@@ -1,4 +1,4 @@
-// The cost of publishing, of being woken by it, and of making events of what was published.
+// The cost of publishing, of waking a reader by it, and of making events from what was published.
 #include <atomic>
 #include <csignal>
 #include <deque>
@@ -64,7 +64,7 @@ void get_idle_row(Run &run) {
             get_nothing(player.get());
         }
     };
-    // The time of so many, in microseconds, is the time of one in nanoseconds.
+    // The time of gets_timed_together gets in microseconds is that of one in nanoseconds.
     const Samples found = alternate({each(gets)}, run.iterations_or(1000), batch_size)[0];
     run.rows.push_back({name, "ns", found.percentile_us(0.5), found.percentile_us(0.99)});
 }
@@ -172,7 +172,7 @@ class IdleReaders {
     std::vector<int> descriptors_;
 };
 
-// Whether so many waits can have an inotify instance each: a user may have only a few.
+// Whether `count` waits can each have an inotify instance: a user may have only a few.
 bool may_wait(int count) {
     std::vector<int> instances;
     while (static_cast<int>(instances.size()) < count) {
@@ -285,7 +285,7 @@ void read_rows(Run &run) {
     add("events_read_lapped", &Publisher::overtake, 200, long_batch_size);
 }
 
-// Shared pages are not counted: a reader maps the pages that the publisher has already.
+// Shared pages are not counted: a reader maps pages that the publisher has too.
 void reader_memory_row(Run &run) {
     constexpr const char *name = "publisher_memory_per_reader";
     if (!run.wants(name)) {
@@ -298,7 +298,7 @@ void reader_memory_row(Run &run) {
         publisher.publish(batch_size, none);
         return resident_bytes(publisher.pid());
     };
-    // The publisher goes round its ring once, so that all its code and memory has been used before.
+    // The publisher fills its ring once, so that all its code and memory has been used before.
     with_readers(readers_for_memory);
     publisher.overtake();
     const double before = with_readers(0);

@@ -78,7 +78,7 @@ void idle_row(Run &run) {
     }
     const auto status = fmt::format("/proc/self/task/{}/status", waiter.load());
     const auto both = [&] { return switches_of_process(service.pid()) + switches_of(status); };
-    // The work that opening the player has started is over.
+    // By then the work that opening the player has started is over.
     std::this_thread::sleep_for(settling);
     const long before = both();
     std::this_thread::sleep_for(watched);

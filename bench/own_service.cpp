@@ -87,7 +87,7 @@ void exchange_long(MsgClient *client) {
 
 int serve_putget(int threads, const char *instance) {
     MsgServer *server = msgserver_create(1024, 16, MSGSERVER_FLAG_PATH);
-    // As vantrod does.
+    // Hands over like vantrod.
     const bool handed_over = server && (threads == 1 || channel_hand_over(server->channel) == 0);
     if (!handed_over || msgserver_add(server, service_name, instance, nullptr, 1024, answer,
                                       nullptr, nullptr) < 0) {

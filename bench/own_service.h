@@ -41,7 +41,7 @@ Client connect(const char *instance = "default");
 void exchange(MsgClient *client, void *reply, uint32_t reply_bytes);
 void exchange_small(MsgClient *client);
 
-// One that the server computes 5 ms for.
+// An exchange for which the server computes 5 ms.
 void exchange_long(MsgClient *client);
 
 } // namespace vantro::bench

@@ -91,8 +91,8 @@ void play_row(Run &run) {
     run.against_floor({{"play", Service::threads, each(play)}}, 20000);
 }
 
-// Commands that change what readers are told, while so many of them wait. Each starts when all
-// readers sleep again.
+// Commands that publish a change, while a number of readers wait. Each starts when all readers
+// sleep again.
 void command_rows(Run &run) {
     std::vector<int> crowds;
     for (const int crowd : {0, 1, 10, 100}) {

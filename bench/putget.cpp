@@ -86,9 +86,9 @@ void thread_rows(Run &run) {
     }
 }
 
-// What a client that works between its calls pays. Without hand-over each call wakes a processor
-// that has gone to sleep meanwhile. The floor has both its sides on one processor, and works as
-// long.
+// The cost for a client that works between its calls. Without hand-over each call wakes a processor
+// that has gone to sleep. The floor has both its sides on one processor, and works as long in
+// between.
 void paced_rows(Run &run) {
     for (const int milliseconds : {1, 5}) {
         const std::string name = fmt::format("putget_paced_{}ms", milliseconds);

@@ -62,10 +62,10 @@ void catalogue_rows(Run &run);
 // The bench's own service, in a process of its own: answers until it is ended.
 int serve_putget(int threads, const char *instance);
 
-// Exchanges for ever, and counts that in the memory file.
+// Exchanges for ever, and counts the exchanges in the memory file.
 int call_for_ever(int descriptor);
 
-// Computes for ever, as nice as that.
+// Computes for ever, at that nice value.
 int keep_busy(int nice);
 
 // Does `count` small exchanges with the bench's own service, so that a tracer can count its system

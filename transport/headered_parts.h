@@ -24,7 +24,7 @@ static_assert(parts_max == 1021);
 // Parts of a caller's vector that cost no heap.
 inline constexpr int stack_parts = 32;
 
-// Bytes of all parts, or more than any message has where they are too many to count.
+// Bytes of all parts. If the sum does not fit 64 bits, UINT64_MAX, which no message has.
 inline uint64_t sum_parts(const iovec *parts, int count) {
     uint64_t total = 0;
     for (int i = 0; i < count; i++) {

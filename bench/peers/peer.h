@@ -1,6 +1,6 @@
-// What each means of message passing provides to be compared, and the sizes that all of them carry.
-// The program (peer_main.cpp) starts itself once more as the server, so that the two sides of an
-// exchange are two processes.
+// What each means of message passing must provide for the comparison, and the sizes that all of
+// them carry. The program (peer_main.cpp) starts itself once more as the server, so that the two
+// sides of an exchange are two processes.
 #ifndef VANTRO_BENCH_PEERS_PEER_H
 #define VANTRO_BENCH_PEERS_PEER_H
 

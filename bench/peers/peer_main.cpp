@@ -18,8 +18,8 @@ using namespace vantro::bench::peers;
 constexpr size_t client_threads = 4;
 constexpr int64_t work_ns = 1000000;
 
-// Gives this process the processor that is the nth of those it may use. If there is no nth,
-// nothing changes.
+// Confines this process to the nth of the processors that it may use. If there is no nth, nothing
+// changes.
 void run_on(int nth) {
     cpu_set_t allowed;
     sched_getaffinity(0, sizeof allowed, &allowed);

@@ -13,7 +13,7 @@ namespace vantro::bench::peers {
 
 inline constexpr int page_songs = 100;
 
-// When the follower was last told of a change.
+// When the follower last learned of a change.
 struct Told {
     std::atomic<int64_t> at_ns{0};
     std::atomic<uint32_t> times{0};
@@ -51,8 +51,8 @@ class Player {
     virtual void queue_page(int offset) = 0;
     // The first page_songs finds with tags; returns how many.
     virtual int search(const std::string &term) = 0;
-    // Tells `told` of each change of what is repeated, by a connection of its own, until the
-    // service ends.
+    // Notes in `told` each change of the repeat mode, on a connection of its own, until the service
+    // ends.
     virtual void follow(Told &told) = 0;
     virtual int64_t pss_bytes() const = 0;
 };
@@ -60,7 +60,7 @@ class Player {
 // Starts the service and connects.
 // @param music the collection.
 // @param state a directory where the service keeps what it knows; an earlier service may have left
-//   its own there.
+// its files there.
 std::unique_ptr<Player> start(const std::string &music, const std::string &state);
 
 } // namespace vantro::bench::peers

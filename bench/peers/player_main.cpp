@@ -35,7 +35,7 @@ class Measured {
         });
     }
 
-    // From before the process starts to its first page.
+    // The time from before the process starts until its first page.
     Times second_start() {
         player_.reset();
         return time_each(1, [&] {
@@ -52,8 +52,8 @@ class Measured {
         });
     }
 
-    // From before a command to when another connection was told of it. The follower waits again
-    // before the next command.
+    // The time from before a command until another connection learned of it. The follower waits
+    // again before the next command.
     Times event(size_t count) {
         play();
         static Told told;
@@ -62,7 +62,7 @@ class Measured {
             follower = std::thread([&] { player_->follow(told); });
             follower.detach();
         }
-        player_->repeat(on_ = false); // what the commands before left on would be no change
+        player_->repeat(on_ = false); // else the next command might change nothing
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         Times times;
         for (size_t i = 0; i < count; ++i) {

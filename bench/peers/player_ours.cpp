@@ -1,4 +1,4 @@
-// vantrod, which goes by the clock, and libvantroclient.
+// vantrod with the output "clock", and libvantroclient.
 #include <cstdlib>
 
 #include <vantro/events.h>

@@ -1,4 +1,4 @@
-// What the peers on D-Bus share: one method, and the call of it, by sd-bus.
+// Shared by the peers on D-Bus: one method, and its call, by sd-bus.
 #ifndef VANTRO_BENCH_PEERS_SDBUS_H
 #define VANTRO_BENCH_PEERS_SDBUS_H
 
@@ -13,7 +13,7 @@ inline constexpr const char *bus_name = "org.example.Compare";
 // Answers the method on a connection that was started.
 void answer_on(sd_bus *bus);
 
-// Handles what comes until the connection ends.
+// Handles messages until the connection ends.
 void answer_all(sd_bus *bus);
 
 class SdbusCaller : public Caller {

@@ -15,11 +15,11 @@ namespace vantro::mpris {
 
 namespace {
 
-// Between two attempts to reach the service; doubled after each that failed.
+// The pause between two attempts to reach the service; doubled after each failure.
 constexpr std::chrono::milliseconds delay_min{250};
 constexpr std::chrono::milliseconds delay_max{8000};
 
-// The players that the service has. A service that does not tell has at least the one that every
+// The players of the service. A service that does not list them has at least the one that every
 // client expects.
 Result<std::vector<std::string>> player_names() {
     Result<Player> service = Player::connect(PlayerLink::answer_limit);
@@ -86,7 +86,7 @@ int Bridge::start() {
     return sd_bus_attach_event(bus, loop, SD_EVENT_PRIORITY_NORMAL);
 }
 
-// Brings those players to the bus that are missing there.
+// Shows the players that are missing on the bus.
 void Bridge::attempt() {
     std::vector<std::string> names = wanted_;
     if (names.empty()) {
@@ -143,7 +143,8 @@ Result<void> Bridge::show(const std::string &name) {
         return failure_of(result);
     }
     shown.events.reset(source);
-    // A question is answered by what happened before it.
+    // Events are handled before calls from the bus, so that an answer includes what happened before
+    // the call.
     sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT);
     return {};
 }
@@ -163,7 +164,7 @@ void Bridge::attempt_in(std::chrono::milliseconds delay) {
     sd_event_source_set_enabled(timer_.get(), SD_EVENT_ONESHOT);
 }
 
-// Once for each reason: attempts go on for as long as it takes.
+// Logs a reason once: attempts go on for as long as it lasts.
 void Bridge::complain(const std::string &about, const std::string &why) {
     if (!failed_ && std::exchange(complaints_[about], why) != why) {
         fmt::print(stderr, "vantro-mpris: {}: {}\n", about, why);
@@ -182,7 +183,7 @@ int Bridge::on_events(sd_event_source *, int, uint32_t, void *data) {
     try {
         if (const Result<void> followed = shown.player->follow(); !followed) {
             const std::string name = shown.player->name();
-            bridge.lose(name, followed.failure()); // `shown` is no more then
+            bridge.lose(name, followed.failure()); // this destroys `shown`
         }
     } catch (const std::exception &error) {
         bridge.fail(error.what());

@@ -27,7 +27,7 @@ bool is_letter(char byte) {
     return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
 }
 
-// Takes a number off the front of the text.
+// Removes a number from the front of the text.
 template <typename Number>
 bool take_number(std::string_view &text, Number &number) {
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);

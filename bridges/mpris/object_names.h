@@ -1,4 +1,4 @@
-// How players, tracks and playlists are called on the bus.
+// The names of players, tracks and playlists on the bus.
 #ifndef VANTRO_BRIDGES_MPRIS_OBJECT_NAMES_H
 #define VANTRO_BRIDGES_MPRIS_OBJECT_NAMES_H
 
@@ -9,14 +9,14 @@
 
 namespace vantro::mpris {
 
-// What stands for "no track" in place of a track's path.
+// The path that means "no track".
 inline constexpr const char *no_track = "/org/mpris/MediaPlayer2/TrackList/NoTrack";
 
 // The bus name of a player. Letters, digits and "_" stay; any other byte, and a digit that begins
 // the name, becomes "-" and its two hexadecimal digits, so no two players share a bus name.
 std::string bus_name_of(std::string_view player);
 
-// A place in a track session. The same song twice in a session has two of them.
+// A place in a track session. A song that is twice in a session has two.
 struct TrackPlace {
     uint64_t tsid = 0;
     int32_t index = 0;

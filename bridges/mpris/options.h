@@ -1,4 +1,4 @@
-// What the command line of vantro-mpris says.
+// The command line of vantro-mpris.
 #ifndef VANTRO_BRIDGES_MPRIS_OPTIONS_H
 #define VANTRO_BRIDGES_MPRIS_OPTIONS_H
 
@@ -11,8 +11,8 @@ struct Options {
     std::vector<std::string> players; // Empty: all that the service has.
 };
 
-// @return false when the program ends at once, with `exit_code`: after --help or --version, or
-// because an option is wrong, which standard error says.
+// @return false if the program is to end with `exit_code`: after --help or --version, or for a
+// wrong option, which is reported on standard error.
 bool parse_options(int argc, char **argv, Options &options, int &exit_code);
 
 } // namespace vantro::mpris

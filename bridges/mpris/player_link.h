@@ -1,4 +1,4 @@
-// A player of the service that is followed and driven: its connection, and the mirror of it.
+// A connection to a player of the service, which follows and drives it, and the player's mirror.
 #ifndef VANTRO_BRIDGES_MPRIS_PLAYER_LINK_H
 #define VANTRO_BRIDGES_MPRIS_PLAYER_LINK_H
 
@@ -21,16 +21,18 @@ class PlayerLink {
     // Connects and opens the player; reads the full picture, so that the mirror is right.
     static Result<PlayerLink> open(const std::string &name);
 
-    // For commands and queries. follow() after a command: what it changed is an event by then.
+    // For commands and queries. Call follow() after a command: the events of its changes have come
+    // by then.
     Player &player() { return player_; }
     const PlayerMirror &mirror() const { return mirror_; }
     // For a loop: readable when follow() is to be called.
     int descriptor() const { return descriptor_; }
 
-    // Moves within the track. That is a jump, however short it is.
+    // Moves within the track. That counts as a jump, however short it is.
     Result<void> seek(std::chrono::milliseconds position);
 
-    // Reads the events that there are. @return nothing, or why the player can be followed no more.
+    // Reads the events that there are. @return nothing, or why the player can no longer be
+    // followed.
     Result<void> follow();
 
     // Whether the position jumped since the last call.

@@ -8,8 +8,8 @@ namespace vantro::mpris {
 
 namespace {
 
-// How far a report may differ from what the clock predicts and yet be no jump, at rate 1. An output
-// that opens delays the first sound, and a file's sound drifts against the clock.
+// How far a report may differ from the clock's prediction without being a jump, at rate 1. An
+// output that opens delays the first sound, and a file's sound drifts against the clock.
 constexpr double playing_tolerance_ms = 250;
 constexpr double starting_tolerance_ms = 1500;
 constexpr auto starting = std::chrono::seconds(3);
@@ -46,14 +46,14 @@ void PlayerMirror::apply(const Event &event, Time at) {
 void PlayerMirror::apply_state(const Event &event, Time at) {
     const VantroStateInfo now = event.now();
     if (now.state != modes_.state || now.rate != modes_.rate) {
-        // Up to now it moved at the old rate.
+        // Until now the position moved at the old rate.
         if (suspicion_) {
             suspicion_->predicted_ms = carry_on(suspicion_->predicted_ms, suspicion_->at, at);
             suspicion_->at = at;
         }
         hold(position_ms(at), at);
         if (now.state == VANTRO_STATE_STOPPED && modes_.state != VANTRO_STATE_STOPPED) {
-            hold(0, at); // As everybody expects of a player that is stopped: no jump.
+            hold(0, at); // No jump: a stopped player is expected to be at 0.
             suspicion_.reset();
         }
         changed_at_ = at;
@@ -77,8 +77,8 @@ void PlayerMirror::apply_track(const TrackEvent &track, Time at) {
         position_due_ = true;
         hold(0, at); // Where a track is expected to begin.
     }
-    // The same place: something else became known of the song, or it begins again, which a report
-    // of the position tells.
+    // The same place: either more is known of the song, or it begins again, which a report of the
+    // position will show.
     Current current;
     current.place = place;
     current.song = song_of(track.metadata);

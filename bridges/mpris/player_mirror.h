@@ -35,20 +35,21 @@ class PlayerMirror {
     const VantroVolume &volume() const { return volume_; }
     void set_volume(const VantroVolume &volume) { volume_ = volume; }
 
-    // What was asked about the song meanwhile.
+    // Sets what the service answered about the song.
     void set_song(Song song) { current_->song = std::move(song); }
 
-    // Whether a track event came since the last call: its song is to be asked for.
+    // Whether a track event came since the last call, so that its song is to be asked for.
     bool take_track_news() { return std::exchange(track_news_, false); }
     // Whether a media source changed since the last call.
     bool take_source_news() { return std::exchange(source_news_, false); }
 
-    // The last report, carried on by the clock while the player plays.
+    // The last reported position, plus the time since then while the player plays.
     double position_ms(Time at) const;
 
     // Jumps. A report that differs from what the clock predicts is a jump, or was read late: events
-    // have no time. Such a report makes a suspicion, which a query settles: it tells the position
-    // of now. Another track is expected to begin at 0, and ends a suspicion about the one before.
+    // have no time. Such a report makes a suspicion, which a query settles: its answer is the
+    // present position. Another track is expected to begin at 0, and ends a suspicion about the one
+    // before.
     bool suspects_jump() const { return suspicion_.has_value(); }
     void forget_suspicion() { suspicion_.reset(); }
     // @return whether it was a jump.
@@ -74,9 +75,10 @@ class PlayerMirror {
     std::optional<Current> current_;
     VantroVolume volume_ = {100, 0};
     double position_ms_ = 0;
-    Time told_at_ = {};         // When position_ms_ was right.
-    Time changed_at_ = {};      // When state, rate or track changed.
-    bool position_due_ = false; // A report that belongs to a change of state or track is to come.
+    Time told_at_ = {};    // When position_ms_ was right.
+    Time changed_at_ = {}; // When state, rate or track changed.
+    bool position_due_ =
+        false; // The report that belongs to a change of state or track has not come yet.
     bool track_news_ = false;
     bool source_news_ = false;
     std::optional<Suspicion> suspicion_;

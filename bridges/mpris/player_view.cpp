@@ -24,7 +24,7 @@ const char *loop_status(int32_t repeat) {
                                          : "None";
 }
 
-// The shortest number that the service means: 1.1 and not 1.10000002.
+// The double with the shortest decimal text for this float: 1.1 and not 1.10000002.
 double rate_of(float rate) {
     char digits[32];
     double exact = double{rate};
@@ -47,7 +47,7 @@ PlayerView view_of(const PlayerMirror &mirror) {
     view.song.path = no_track;
     if (const auto &current = mirror.current()) {
         view.song = current->song;
-        // Where the order of a shuffled session has its ends is the service's knowledge.
+        // Only the service knows where the order of a shuffled session ends.
         const bool around = modes.repeat != VANTRO_REPEAT_OFF || (view.shuffle && length > 1);
         view.can_go_next = around || current->place.index + 1 < length;
         view.can_go_previous = around || current->place.index > 0;

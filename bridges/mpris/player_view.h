@@ -1,4 +1,4 @@
-// What clients of the bus see of a player, in the words of MPRIS.
+// What clients of the bus see of a player, in MPRIS terms.
 #ifndef VANTRO_BRIDGES_MPRIS_PLAYER_VIEW_H
 #define VANTRO_BRIDGES_MPRIS_PLAYER_VIEW_H
 
@@ -15,7 +15,7 @@ namespace vantro::mpris {
 inline constexpr double rate_min = 0.01;
 inline constexpr double rate_max = 16;
 
-// The properties of org.mpris.MediaPlayer2.Player that change, but for the position.
+// The properties of org.mpris.MediaPlayer2.Player that change, except the position.
 struct PlayerView {
     std::string playback_status;
     std::string loop_status;
@@ -49,7 +49,8 @@ struct TrackWindow {
     }
 };
 
-// The window after `before`: the same one while it has tracks on both sides of the current one.
+// The window after `before`: the same one as long as it has tracks on both sides of the current
+// one.
 TrackWindow next_window(const TrackWindow &before, const PlayerMirror &mirror);
 
 } // namespace vantro::mpris

@@ -14,7 +14,7 @@ namespace vantro::mpris {
 
 namespace {
 
-// What of a value is passed on; a title of this length is a mistake of a tag.
+// The most bytes of a value that are passed on; a title of this length is a mistake in a tag.
 constexpr size_t text_bytes_max = 4096;
 
 int64_t number(std::string_view text) {
@@ -27,7 +27,7 @@ int32_t small_number(std::string_view text) {
     return static_cast<int32_t>(std::min<int64_t>(number(text), INT32_MAX));
 }
 
-// The address of a file, or nothing where its name was no text: its bytes are not known then.
+// The address of a file; nothing if its name is no UTF-8: its bytes are not known then.
 std::string url_of(std::string_view path) {
     constexpr std::string_view replaced = "\xEF\xBF\xBD";
     constexpr std::string_view unescaped = "-._~/!$&'()*+,;=:@";
@@ -65,13 +65,13 @@ std::string path_in(std::string_view url) {
     return path;
 }
 
-// A picture that this user cannot read, those of another user's service, is none for its desktop.
+// Drops a picture that this user cannot read, such as one of another user's service.
 std::string readable(std::string_view url) {
     const std::string path = path_in(url);
     return !path.empty() && access(path.c_str(), R_OK) == 0 ? url_of(path) : std::string();
 }
 
-// A tag's year may be anything; what begins with four digits is a year or a date.
+// A tag's year may be any text; one that begins with four digits is a year or a date.
 std::string date_of(std::string_view text) {
     const auto digit = [](char byte) { return byte >= '0' && byte <= '9'; };
     return text.size() >= 4 && std::all_of(text.begin(), text.begin() + 4, digit) ? clean_text(text)

@@ -1,4 +1,4 @@
-// What is known of a song, in the form that a media player tells it.
+// What is known of a song, in the form of a media player on the bus.
 #ifndef VANTRO_BRIDGES_MPRIS_SONG_H
 #define VANTRO_BRIDGES_MPRIS_SONG_H
 
@@ -10,7 +10,7 @@
 
 namespace vantro::mpris {
 
-// Empty texts and zeros stand for what is not known. Every text is one that the bus accepts.
+// Empty texts and zeros mean "not known". The bus accepts every text.
 struct Song {
     std::string path; // The track's place; no_track if there is none.
     int64_t length_us = 0;
@@ -34,11 +34,11 @@ struct Song {
 // characters. U+FFFD takes their place.
 std::string clean_text(std::string_view text);
 
-// What an event says. Long texts are cut in it.
+// The song as an event has it. An event cuts long texts.
 Song song_of(const Metadata *metadata);
 
-// Asks the service for the values of a song and puts them in place of what is there. Blocks for the
-// answer; where none comes the song stays as it is.
+// Asks the service for the values of a song, and replaces those that `song` has. Blocks for the
+// answer; if none comes the song stays as it is.
 void complete(Song &song, Player &player, int32_t ms_id, const std::string &node_id);
 
 } // namespace vantro::mpris

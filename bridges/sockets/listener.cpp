@@ -17,7 +17,7 @@
 namespace vantro::sockets {
 namespace {
 
-// Clients that come while one that is served holds the loop up.
+// Clients that may wait while the loop serves another.
 constexpr int backlog = 256;
 
 [[noreturn]] void fail(const std::string &where, int error) {
@@ -73,7 +73,7 @@ Listener Listener::open_path(const std::string &path) {
     if (!made) {
         fail(path, errno);
     }
-    // A socket that nobody listens on is what a run that was killed has left. Connecting to a file
+    // If nobody listens on the socket, a run that was killed has left it. Connecting to a file
     // of another kind fails in the same way.
     struct stat there {};
     const bool taken = ::lstat(path.c_str(), &there) == 0;

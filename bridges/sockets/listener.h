@@ -17,10 +17,10 @@ inline constexpr std::chrono::milliseconds shortage_pause{500};
 
 class Listener {
   public:
-    // An address or a host's name, of which each address is taken. @param port 0: one that is free.
+    // Listens on an address, or on each address of a host's name. @param port 0: any free port.
     // @throws std::runtime_error, like the next one.
     static std::vector<Listener> open(const std::string &where, uint16_t port);
-    // The absolute path of a Unix socket.
+    // Listens on a Unix socket with that absolute path.
     static Listener open_path(const std::string &path);
 
     Listener(Listener &&) noexcept = default;

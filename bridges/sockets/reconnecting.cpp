@@ -16,7 +16,7 @@ constexpr milliseconds long_attempt(500);
 
 void Reconnecting::failed(Clock::time_point begun) {
     delay_ = std::clamp(delay_ * 2, silent_ ? first_delay_of_silent : first_delay, longest_delay);
-    // An attempt that has taken long keeps all clients waiting, and is not made again soon.
+    // An attempt that took long kept all clients waiting, so the next one is not made soon.
     const Clock::time_point now = Clock::now();
     asked_retry_at_ = now - begun > long_attempt ? now + (now - begun) : now;
     retry_at_ = std::max(now + delay_, asked_retry_at_);
@@ -36,7 +36,7 @@ void Reconnecting::lost(std::optional<Player> &player, bool silent) {
     }
     player.reset();
     silent_ = silent;
-    retry_at_ = {}; // the next service may run already
+    retry_at_ = {}; // the next service may already run
     asked_retry_at_ = {};
     if (silent) {
         failed(Clock::now());

@@ -1,4 +1,4 @@
-// Why a request is not carried out, as its answer tells it.
+// Why a request is not carried out, as its answer says it.
 #ifndef VANTRO_BRIDGES_WEB_API_ERROR_H
 #define VANTRO_BRIDGES_WEB_API_ERROR_H
 

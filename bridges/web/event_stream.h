@@ -13,8 +13,8 @@
 
 namespace vantro::web {
 
-// It holds one event at most: what has changed while a client reads slowly is told as it then is.
-// While nothing is to be told the connection is suspended, and costs nothing.
+// It holds one event at most: if a client reads slowly, it is sent the state as it is by then.
+// While there is nothing to send the connection is suspended, and costs nothing.
 class EventStream {
   public:
     // @param connection the request's, which lives longer.
@@ -29,7 +29,7 @@ class EventStream {
     // The client has gone, or must go.
     void end();
 
-    // Fills the buffer for the HTTP library. @return bytes, or its word for the end.
+    // Fills the buffer for the HTTP library. @return bytes, or the library's value for the end.
     ssize_t read(char *buffer, size_t size);
 
   private:

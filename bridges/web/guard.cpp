@@ -91,7 +91,7 @@ void Guard::check(const RequestHead &head, const Target &target) const {
     if (!head.origin.empty() && !is_same_origin(head)) {
         throw ApiError(403, "foreign_origin", "another page may not send requests here");
     }
-    // Links from other pages to this one are followed; its API is for this page alone.
+    // Links from other pages to this one work, but only this page may use the API.
     if (is_api && !head.fetch_site.empty() && head.fetch_site != "same-origin" &&
         head.fetch_site != "none") {
         throw ApiError(403, "foreign_origin", "another page may not send requests here");

@@ -1,4 +1,4 @@
-// Decides which requests are listened to at all.
+// Decides which requests are accepted at all.
 #ifndef VANTRO_BRIDGES_WEB_GUARD_H
 #define VANTRO_BRIDGES_WEB_GUARD_H
 
@@ -10,13 +10,13 @@
 
 namespace vantro::web {
 
-// A browser runs pages of everybody beside ours, and sends their requests from this machine, or
-// from within its network. Three things tell them apart:
+// A browser also runs other pages, and sends their requests from this machine, or from within its
+// network. Three fields tell such requests from ours:
 //  - Host. After a page was loaded, the address of its name may be changed to ours (DNS rebinding).
 //    Such a page sends that name. Addresses written as numbers cannot be rebound, so they are taken
 //    as they are.
 //  - Origin and Sec-Fetch-Site, which name the page that a request comes from.
-//  - Content-Type. What a foreign page may send without asking first is not application/json.
+//  - Content-Type. A foreign page cannot send application/json without asking first.
 class Guard {
   public:
     // @param hosts names by which clients may call this machine, beside "localhost" and its own.
@@ -25,7 +25,7 @@ class Guard {
     // @throws ApiError.
     void check(const RequestHead &head, const Target &target) const;
 
-    // Whether it comes from a browser on this machine that called this machine, and not by a proxy,
+    // Whether a request comes from this machine, is addressed to it, and did not pass a proxy,
     // whose clients may be anywhere.
     static bool is_local(const RequestHead &head);
 

@@ -1,4 +1,4 @@
-// A request and an answer, apart from how they travel.
+// A request and its answer, independent of the HTTP library.
 #ifndef VANTRO_BRIDGES_WEB_HTTP_H
 #define VANTRO_BRIDGES_WEB_HTTP_H
 
@@ -15,7 +15,7 @@ namespace vantro::web {
 
 using sockets::Descriptor;
 
-// What is looked at of a request before its body. Fields that it does not have are empty.
+// The parts of a request that are looked at before its body. Missing fields are empty.
 struct RequestHead {
     std::string method;
     std::string host;
@@ -26,7 +26,7 @@ struct RequestHead {
     std::string token;      // The cookie that pairing gives.
     bool from_loopback = false;
     bool forwarded = false; // A proxy has passed it on.
-    bool secure = false;    // It came to that proxy by TLS.
+    bool secure = false;    // It reached that proxy by TLS.
 };
 
 struct Request {

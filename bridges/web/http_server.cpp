@@ -25,7 +25,7 @@ constexpr unsigned idle_seconds = 30;
 constexpr std::chrono::seconds request_time_max(60);
 constexpr size_t stream_piece = 4096;
 
-// Everything comes from here, and nobody puts the page into another one.
+// The page loads only from here, and no other page may embed it.
 constexpr std::array<std::pair<const char *, const char *>, 5> safety_headers = {{
     {"Content-Security-Policy",
      "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
@@ -96,7 +96,8 @@ struct HttpServer::Exchange {
     bool begun = false;
 };
 
-// What the HTTP library calls. No exception may reach it: a failure closes the connection.
+// The functions that the HTTP library calls. No exception may reach it: a failure closes the
+// connection.
 struct HttpServer::Callbacks {
     static void *begin(void *, const char *uri, MHD_Connection *connection) {
         try {
@@ -148,7 +149,7 @@ struct HttpServer::Callbacks {
     }
 
   private:
-    // Without memory for its deadline a connection is still bounded by its idle time.
+    // If there is no memory for its deadline, the idle time still limits a connection.
     static void expect(void *self, MHD_Connection *connection) {
         try {
             static_cast<HttpServer *>(self)->deadlines_[connection] =
@@ -173,7 +174,7 @@ HttpServer::HttpServer(Site &site, const Limits &limits) : site_(site) {
 }
 
 HttpServer::~HttpServer() {
-    // The library wants no connection to be suspended when it ends.
+    // The library does not allow suspended connections when it ends.
     for (const auto &[id, stream] : streams_) {
         stream->end();
     }
@@ -215,7 +216,7 @@ void HttpServer::close_overdue() {
         }
         const MHD_ConnectionInfo *const info =
             MHD_get_connection_info(at->first, MHD_CONNECTION_INFO_CONNECTION_FD);
-        ::shutdown(info->connect_fd, SHUT_RDWR); // the library finds that its client has gone
+        ::shutdown(info->connect_fd, SHUT_RDWR); // the library then takes the client as gone
         at = deadlines_.erase(at);
     }
 }

@@ -24,16 +24,15 @@ namespace vantro::web {
 class Site {
   public:
     virtual ~Site() = default;
-    // Judges a request before its body is read. @throws ApiError.
+    // Checks a request before its body is read. @throws ApiError.
     virtual void admit(const Request &request) = 0;
-    // Carries it out. Never fails: what goes wrong is in the answer.
+    // Carries a request out. Never fails: an error is in the answer.
     virtual Response answer(const Request &request) = 0;
     virtual Response refuse(const ApiError &error) = 0;
     virtual PlayerLink &followed(const std::string &player) = 0;
 };
 
-// It starts no thread: run() does what there is to do, and is to be called when descriptor() is
-// readable and when timeout() is over.
+// It starts no thread: call run() when descriptor() is readable, and when timeout() is over.
 class HttpServer {
   public:
     using Clock = std::chrono::steady_clock;
@@ -61,7 +60,7 @@ class HttpServer {
     // Grows with each connection that has ended.
     uint64_t closed() const { return closed_; }
 
-    // Called with a new stream's descriptor, for someone who notices that its client goes.
+    // Called with each new stream, so that its owner can watch for the client's end.
     std::function<void(const EventStream &)> on_stream;
 
   private:
@@ -78,7 +77,7 @@ class HttpServer {
     std::map<uint64_t, EventStream *> streams_;
     uint64_t next_stream_ = 1;
     uint64_t closed_ = 0;
-    // Until when the next request of a connection must be there as a whole.
+    // The time by which a connection's next request must be complete.
     std::map<MHD_Connection *, Clock::time_point> deadlines_;
 };
 

@@ -12,7 +12,7 @@
 
 namespace vantro::web {
 
-// Bytes that are not UTF-8 become U+FFFD each.
+// Each byte that is not UTF-8 becomes U+FFFD.
 std::string valid_utf8(std::string_view text);
 
 // Keys and values alternate within an object.
@@ -49,7 +49,7 @@ class JsonWriter {
         writer_.Int64(value);
         return *this;
     }
-    // JSON has no way to write what is not finite.
+    // Null if it is not finite, which JSON cannot write.
     JsonWriter &real(double value) {
         if (std::isfinite(value)) {
             writer_.Double(value);

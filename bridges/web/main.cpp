@@ -38,7 +38,7 @@ void complain(const std::string &text) {
     std::fprintf(stderr, "vantro-web: %s\n", text.c_str());
 }
 
-// What clients do wrong is told to them; the library would log each of it.
+// Dropped, since the library logs each mistake of a client; the answer tells the client.
 void drop_line(uint32_t, int, const char *, void *) {}
 
 std::string environment(const char *name) {
@@ -58,7 +58,7 @@ std::string state_folder() {
     return home.empty() ? "" : home + "/.local/state/vantro";
 }
 
-// Beside the program, wherever the installed tree lies.
+// Found from the program's own place, wherever the installed tree is.
 std::string page_folder() {
     std::error_code error;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", error);

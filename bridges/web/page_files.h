@@ -1,4 +1,4 @@
-// The page's files, as they were when the program began.
+// The page's files, as they were when the program started.
 #ifndef VANTRO_BRIDGES_WEB_PAGE_FILES_H
 #define VANTRO_BRIDGES_WEB_PAGE_FILES_H
 

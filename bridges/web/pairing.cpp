@@ -81,7 +81,7 @@ void Pairing::load_key(const std::string &folder) {
     if (count == static_cast<ssize_t>(key_.size())) {
         return;
     }
-    // New, or left half written by a run that was killed.
+    // The file is new, or a run that was killed left it half written.
     key_ = random_bytes<32>();
     if (ftruncate(file.get(), 0) != 0 ||
         pwrite(file.get(), key_.data(), key_.size(), 0) != static_cast<ssize_t>(key_.size())) {

@@ -1,4 +1,4 @@
-// Lets clients on other machines in: they give a code once, and carry a token from then on.
+// Admits clients on other machines: they give a code once, and send a token from then on.
 #ifndef VANTRO_BRIDGES_WEB_PAIRING_H
 #define VANTRO_BRIDGES_WEB_PAIRING_H
 
@@ -21,8 +21,8 @@ class Pairing {
     // Eight digits, new with each process.
     const std::string &code() const { return code_; }
 
-    // Blanks and hyphens do not matter. @return a token. @throws ApiError where the code is wrong,
-    // or too many wrong ones came lately.
+    // Blanks and hyphens are ignored. @return a token. @throws ApiError if the code is wrong, or
+    // too many wrong ones came lately.
     std::string pair(std::string_view code, Clock::time_point now = Clock::now());
 
     bool knows(std::string_view token) const;

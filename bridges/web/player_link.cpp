@@ -14,13 +14,13 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// The service corrects positions by less; who moves the position by less does not hear it.
+// The service itself corrects positions by less than this; a jump that is shorter is not heard.
 constexpr milliseconds jump_least(700);
 
-// What a kept state says of the position grows old.
+// A kept state is used no longer than this: its position is out of date then.
 constexpr milliseconds state_age_max(1000);
 
-// In a row. Where the file of a player's objects is corrupt nothing else comes any more.
+// In a row. If the file of a player's objects is corrupt, only such events come.
 constexpr int misunderstood_max = 100;
 
 // Tracks asked for at a time.
@@ -50,7 +50,8 @@ void PlayerLink::connect() {
 }
 
 void PlayerLink::follow() {
-    news_.state = true; // also if it fails: then pages are told now and again
+    // Also if following fails: pages then get the error, and the state once it succeeds.
+    news_.state = true;
     if (!player_->events().descriptor()) {
         reconnecting_.failed(Clock::now());
         return;
@@ -89,7 +90,7 @@ int PlayerLink::descriptor() {
 
 void PlayerLink::leave(bool silent) {
     if (!player_) {
-        return; // known already; the delay before the next attempt stays
+        return; // already known; the delay before the next attempt stays
     }
     following_ = false;
     reconnecting_.lost(player_, silent);
@@ -208,7 +209,7 @@ std::optional<int32_t> PlayerLink::current() {
 }
 
 void PlayerLink::take_tracks(uint64_t tsid, std::vector<NodeKey> tracks) {
-    // A song may have left the catalogue meanwhile, and is then not among them.
+    // A song that has left the catalogue in between is not among them.
     const VantroTrksessionInfo now = session();
     const bool same = now.tsid == tsid && static_cast<size_t>(now.length) == tracks.size();
     tracks_of_ = same ? tsid : 0;

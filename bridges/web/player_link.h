@@ -17,9 +17,9 @@
 
 namespace vantro::web {
 
-// What events have changed.
+// Which parts events have changed.
 struct Changes {
-    bool state = false;   // Anything that state_json() tells.
+    bool state = false;   // Anything in state_json().
     bool sources = false; // The catalogue.
 
     Changes &operator|=(const Changes &other) {
@@ -30,8 +30,8 @@ struct Changes {
     bool any() const { return state || sources; }
 };
 
-// It lasts from one run of the service to the next: if the service has gone it is looked for
-// again, after a delay that grows.
+// It outlives the service: if the service has gone, it is looked for again, after a delay that
+// grows.
 class PlayerLink {
   public:
     using Clock = std::chrono::steady_clock;
@@ -44,15 +44,15 @@ class PlayerLink {
     // The player, connected now if that is due. @throws ApiError.
     Player &player();
 
-    // Says what the player is doing, as the API tells it. Every page that is open asks for it after
-    // each change, so it is kept until the next one. Never fails: without the service it says that.
+    // What the player is doing, in the API's form. Every open page asks for it after each change,
+    // so it is kept until the next one. Never fails: if the service is gone, the text says so.
     SharedText state_json();
 
     // The tracks of the current session. @throws ApiError.
     const std::vector<NodeKey> &tracks();
-    // Says what tracks() of a new session are, which then need not be read. @throws ApiError.
+    // Sets the tracks() of a new session, which then need not be read. @throws ApiError.
     void take_tracks(uint64_t tsid, std::vector<NodeKey> tracks);
-    // The session that they are of; its id is 0 if there is none. @throws ApiError.
+    // Their session; its id is 0 if there is none. @throws ApiError.
     VantroTrksessionInfo session();
     // The current track's place, where there is one. @throws ApiError.
     std::optional<int32_t> current();
@@ -63,7 +63,7 @@ class PlayerLink {
 
     // The descriptor that is readable when take_events() has something to do; -1 without a service.
     int descriptor();
-    // Which connection the descriptor is of: its number may come again.
+    // The number of connections so far: a new one may get the same descriptor.
     uint64_t connections() const { return connections_; }
 
     // Reads all events. @return what they have changed.
@@ -76,11 +76,11 @@ class PlayerLink {
     // When to call reconnect(); nothing while there is nothing to try.
     std::optional<Clock::time_point> retry_at() const;
 
-    // To be called when a call found that the service has gone.
-    // @param silent whether it is there, but has not answered.
+    // Call it when a call found that the service has gone. @param silent whether it is there but
+    // has not answered.
     void leave(bool silent = false);
 
-    // To be called after a command: not all that it changes is an event.
+    // Call it after a command: not everything that it changes gives an event.
     void forget_state() {
         state_.reset();
         news_.state |= followed_ && !following_;
@@ -106,11 +106,11 @@ class PlayerLink {
     uint64_t tracks_of_ = 0;
     std::vector<NodeKey> tracks_;
 
-    Changes news_; // What a new connection, or the end of one, may have changed.
+    Changes news_; // What a new connection, or its end, may have changed.
     sockets::Reconnecting reconnecting_;
     std::optional<Failure> failure_; // Why there is no connection.
 
-    // The position last told, and when: progress alone is no change.
+    // The last reported position, and when: mere progress is no change.
     std::chrono::milliseconds position_{0};
     Clock::time_point position_at_{};
     float speed_ = 0;

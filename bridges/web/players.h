@@ -15,8 +15,8 @@ namespace vantro::web {
 
 class Players {
   public:
-    // The player of that name. @throws ApiError if the service has no such player: a connection
-    // is kept only to players that there are, so that names made up by clients cost nothing.
+    // The player of that name. @throws ApiError if the service has no such player: connections are
+    // kept only to players that exist, so that invented names cost nothing.
     PlayerLink &find(const std::string &name);
 
     // @throws ApiError.
@@ -27,7 +27,7 @@ class Players {
   private:
     std::map<std::string, PlayerLink> links_;
     sockets::Reconnecting reconnecting_; // To ask for the names.
-    std::optional<Failure> failure_;     // Of the last time.
+    std::optional<Failure> failure_;     // Why the last attempt failed.
 };
 
 } // namespace vantro::web

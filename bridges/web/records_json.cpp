@@ -84,7 +84,7 @@ void write_number_if_any(JsonWriter &json, const char *key, int32_t value) {
     }
 }
 
-// Its members only, for an object that holds others too.
+// Only the members, for an object that has others too.
 void write_node_members(JsonWriter &json, const MediaNode &node, const Metadata *metadata) {
     json.key("source_id").number(node.ms_id);
     json.key("id").text(text(node.id));
@@ -182,9 +182,9 @@ std::string player_state_json(const std::string &name, Player &player, int32_t e
     if (volume) {
         json.number(volume->level).key("muted").boolean(volume->muted != 0);
     } else {
-        json.null().key("muted").null(); // a service that has none
+        json.null().key("muted").null(); // the service has no volume
     }
-    // As text: it has 64 bits, and numbers of many readers of JSON have 53.
+    // As text: it has 64 bits, and many JSON readers keep only 53 bits of a number.
     json.key("session").text(std::to_string(session.tsid));
     json.key("length").number(session.length);
     write_track(json, track);

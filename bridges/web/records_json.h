@@ -1,4 +1,4 @@
-// The service's records, as the API tells them.
+// The service's records in the API's form.
 #ifndef VANTRO_BRIDGES_WEB_RECORDS_JSON_H
 #define VANTRO_BRIDGES_WEB_RECORDS_JSON_H
 
@@ -16,7 +16,7 @@ namespace vantro::web {
 // @param error VANTRO_ERROR_* of the last track that was not played; 0: none.
 std::string player_state_json(const std::string &name, Player &player, int32_t error);
 
-// Of a player that cannot be asked.
+// The state of a player that cannot be asked.
 std::string absent_player_json(const std::string &name, const ApiError &why);
 
 void write_error(JsonWriter &json, const char *code, std::string_view message);

@@ -15,7 +15,7 @@ std::string_view string_of(const rapidjson::Value &value) {
     return {value.GetString(), value.GetStringLength()};
 }
 
-// The service takes ids one a line, so that an id with a line's end would be two.
+// The service takes ids one a line, so an id with a newline would be two.
 std::string node_id_of(const rapidjson::Value &value) {
     const std::string_view id = string_of(value);
     if (std::any_of(id.begin(), id.end(), [](char c) { return c >= 0 && c < ' '; })) {
@@ -31,7 +31,7 @@ RequestBody::RequestBody(std::string_view text, const std::vector<std::string_vi
         document_.SetObject();
         return;
     }
-    // Without recursion: a body of a million brackets needs memory of its own size, and no stack.
+    // Parsed without recursion, so that a body of a million brackets does not exhaust the stack.
     constexpr unsigned flags =
         rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
     document_.Parse<flags>(text.data(), text.size());

@@ -13,7 +13,7 @@
 
 namespace vantro::web {
 
-// Some ten thousand ids of nodes.
+// Enough for some ten thousand ids of nodes.
 constexpr size_t body_bytes_max = size_t{1} << 20;
 
 // A node of the catalogue.
@@ -27,7 +27,7 @@ struct NodeKey {
 class RequestBody {
   public:
     // @param text an object; empty counts as {}.
-    // @param members which there may be; others are refused, so that a misspelt one is noticed.
+    // @param members the allowed ones; others are refused, so that a misspelt one is noticed.
     RequestBody(std::string_view text, const std::vector<std::string_view> &members);
 
     bool has(const char *name) const { return find(name) != nullptr; }

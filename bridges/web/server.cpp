@@ -19,7 +19,7 @@
 namespace vantro::web {
 namespace {
 
-// What an event is about: the kind in the upper half, a descriptor or a stream's number in the
+// What an event concerns: the kind is in the upper half, a descriptor or a stream's number in the
 // lower.
 enum class Kind : uint64_t { signal, listener, http, player, stream };
 constexpr unsigned kind_shift = 56;
@@ -28,8 +28,8 @@ uint64_t key_of(Kind kind, uint64_t number = 0) {
     return static_cast<uint64_t>(kind) << kind_shift | number;
 }
 
-// A telephone that leaves the network says nothing. The kernel asks for it, so that a page that is
-// open wakes nobody here.
+// A telephone that leaves the network does not close its connection. The kernel probes for that, so
+// that an open page does not wake this process.
 void keep_alive(int socket) {
     const int on = 1;
     const int idle_seconds = 60;
@@ -56,7 +56,7 @@ Server::Server(std::vector<Listener> listeners, Players &players, Site &site,
         watch(EPOLL_CTL_ADD, each.descriptor(), EPOLLIN,
               key_of(Kind::listener, static_cast<uint64_t>(each.descriptor())));
     }
-    // A suspended connection is nothing that the HTTP library waits for.
+    // The HTTP library does not watch suspended connections.
     http_.on_stream = [this](const EventStream &stream) {
         watch(EPOLL_CTL_ADD, stream.descriptor(), EPOLLRDHUP, key_of(Kind::stream, stream.id()));
     };
@@ -69,7 +69,7 @@ void Server::watch(int operation, int descriptor, uint32_t events, uint64_t key)
     epoll_ctl(epoll_.get(), operation, descriptor, &event);
 }
 
-// Milliseconds until something is due without any news; -1: nothing is.
+// Milliseconds until run() must act even if nothing happens; -1: never.
 int Server::timeout() const {
     int64_t least = http_.timeout();
     const auto bound = [&least](PlayerLink::Clock::time_point until) {
@@ -100,7 +100,7 @@ void Server::run() {
         }
         http_.run();
         if (look_after_players()) {
-            http_.run(); // what was resumed is waited for only then
+            http_.run(); // it watches resumed connections only after this
         }
         if (std::exchange(closed_seen_, http_.closed()) != http_.closed() ||
             (!listening_ && PlayerLink::Clock::now() >= listen_again_at_)) {
@@ -123,7 +123,7 @@ void Server::handle(uint64_t key, bool &ended) {
         break;
     case Kind::http:
     case Kind::player:
-        break; // looked after in each round
+        break; // look_after_players() handles it in each round
     }
 }
 
@@ -158,8 +158,7 @@ void Server::end_stream(uint64_t id) {
     }
 }
 
-// A player that no page follows is not listened to: while it plays it would have something to tell
-// every second.
+// A player that no page follows is not watched: while it plays it has an event every second.
 void Server::watch_player(PlayerLink &link, Watch &watching) {
     const int wanted = watching.streams > 0 ? link.descriptor() : -1;
     if (wanted == watching.descriptor && link.connections() == watching.connection) {

@@ -26,7 +26,7 @@ class Server {
     void run();
 
   private:
-    // What the loop waits for at a player.
+    // What the loop watches of a player.
     struct Watch {
         int descriptor = -1;
         uint64_t connection = 0; // Of the player; a descriptor's number may come again.

@@ -1,4 +1,4 @@
-// Failures of the library, as a request is answered with them.
+// Turns failures of the library into answers to requests.
 #ifndef VANTRO_BRIDGES_WEB_SERVICE_CALL_H
 #define VANTRO_BRIDGES_WEB_SERVICE_CALL_H
 
@@ -13,7 +13,7 @@ namespace vantro::web {
 
 ApiError api_error_of(const Failure &failure);
 
-// Whether it says that the service has not answered.
+// Whether the error is that the service has not answered.
 bool is_silence(const ApiError &error);
 
 // The value of a call. @throws ApiError if it failed.

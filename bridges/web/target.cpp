@@ -24,7 +24,7 @@ std::string decoded(std::string_view text, bool plus) {
     return *std::move(plain);
 }
 
-// Takes what stands before the separator off the text, and the separator with it.
+// Removes the text up to and with the separator, and returns it without the separator.
 std::string_view take(std::string_view &rest, char separator) {
     const size_t end = rest.find(separator);
     const std::string_view part = rest.substr(0, end);

@@ -1,4 +1,4 @@
-// What a request asks for: the path and the query of its first line.
+// A request's target: the path and the query of its first line.
 #ifndef VANTRO_BRIDGES_WEB_TARGET_H
 #define VANTRO_BRIDGES_WEB_TARGET_H
 
@@ -20,7 +20,7 @@ constexpr size_t target_bytes_max = 8192;
 std::optional<std::string> percent_decoded(std::string_view text, bool plus);
 
 struct Target {
-    std::vector<std::string> segments; // Of the path, decoded; of "/" none.
+    std::vector<std::string> segments; // Of the path, decoded; none for "/".
     std::map<std::string, std::string, std::less<>> query;
 
     // @throws ApiError where it is malformed, too long, or goes up by a "..".

@@ -14,7 +14,7 @@
 namespace vantro::web {
 namespace {
 
-// The address is there, for other methods.
+// The address exists, for other methods.
 class WrongMethod : public ApiError {
   public:
     explicit WrongMethod(std::string allowed)
@@ -32,7 +32,7 @@ enum class Access {
     paired
 };
 
-// Which player a handler is given.
+// The player that a handler is given.
 enum class Which {
     none,
     named, // The one in the path.

@@ -1,12 +1,13 @@
 # bash completion for vantroctl. Commands and options are those that --help prints; nodes, sources and
 # players are asked for.
 
-# A service that does not answer must not hold up the shell: what came within the time counts.
+# A service that does not answer must not hold up the shell: only what comes within the time is
+# used.
 _vantroctl_ask() {
     timeout "${_vantroctl_seconds:-0.045}" "$@" </dev/null 2>/dev/null
 }
 
-# The tops of the sources; or where none can be meant the list in which ids begin with this letter.
+# The tops of the sources; if the word cannot be one, the list whose ids begin with its letter.
 _vantroctl_nodes() {
     local top id=${2#*:} list=
     case $id in

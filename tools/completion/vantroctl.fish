@@ -23,7 +23,7 @@ function __vantroctl_players
     end
 end
 
-# The tops of the sources; or where none can be meant the list in which ids begin with this letter.
+# The tops of the sources; if the word cannot be one, the list whose ids begin with its letter.
 function __vantroctl_nodes
     set -l parts (string split -m1 : -- (commandline -ct))
     set -l list

@@ -1,4 +1,4 @@
-// The device "/dev/grantor": takes a check line by a write and answers with a count.
+// The device "/dev/grantor": a write carries a check line, and its answer is a count.
 #ifndef VANTRO_TOOLS_GRANTOR_DEVICE_H
 #define VANTRO_TOOLS_GRANTOR_DEVICE_H
 

@@ -1,4 +1,4 @@
-// vantro-grantor: says which user or group holds which capability, as a policy file has it.
+// vantro-grantor: says which user or group holds which capability, by a policy file.
 #include <atomic>
 #include <cerrno>
 #include <csignal>

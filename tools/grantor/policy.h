@@ -14,8 +14,8 @@ namespace vantro::grantor {
 // Bytes of a capability's name.
 constexpr size_t capability_max = 255;
 
-// Bytes of a check line. One write to a device carries this whole, so that a list that is too long
-// is refused and never judged without its end.
+// Bytes of a check line. One write to a device carries so many, so that a list that is too long is
+// refused, and never judged by its beginning.
 constexpr size_t check_line_max = 4096;
 
 // Bytes of a policy file. A longer file is refused: it is hardly a policy.

@@ -46,8 +46,8 @@ constexpr int depth_max = 64;
 
 constexpr int32_t number_max = std::numeric_limits<int32_t>::max();
 
-// A check for whole numbers. The parser's own takes a number with a leading zero for an octal one,
-// and shows users the largest number that the type holds.
+// A check for whole numbers. The parser's own check reads a leading zero as octal, and shows users
+// the largest number that the type holds.
 auto whole_number(int32_t least, int32_t most = number_max) {
     return [=](const std::string &text) {
         int64_t number = 0;
@@ -74,14 +74,14 @@ CommandLine::CommandLine(Options &options)
     add_lists();
     add_queue();
     add_playlists();
-    app_.footer(footer); // After the commands: each takes over the footer that it finds.
+    app_.footer(footer); // Set after the commands are made, since each would copy it.
 }
 
 void CommandLine::parse(int argc, char **argv) {
     try {
         app_.parse(argc, argv);
     } catch (const CLI::RequiredError &) {
-        // The parser misses a command before it complains of a word that is none.
+        // The parser reports that a command is missing before it reports a word that is no command.
         const std::vector<std::string> words = app_.remaining();
         if (!app_.get_subcommands().empty() || words.empty()) {
             throw;
@@ -111,7 +111,7 @@ void CommandLine::read_wait() {
     if (text.empty() || text == "false") {
         return;
     }
-    double seconds = 0; // Without a value for ever.
+    double seconds = 0; // Without a value the tool waits for ever.
     if (text != "true" && (!CLI::detail::lexical_cast(text, seconds) ||
                            !(seconds >= 0 && seconds <= timeout_max_s))) {
         throw CLI::ValidationError(

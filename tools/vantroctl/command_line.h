@@ -36,7 +36,7 @@ struct Options {
     bool verbose = false; // Show the library's log on standard error.
 };
 
-// Judges every argument before anything is sent.
+// Checks every argument before anything is sent.
 class CommandLine {
   public:
     explicit CommandLine(Options &options);

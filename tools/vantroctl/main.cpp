@@ -92,7 +92,7 @@ CommandResult carry_out(Client &client, const std::string &verb, const Options &
                                                : run_plain(client, verb);
 }
 
-// A mode, where it was only asked for.
+// The mode, if the command only asks for it.
 std::string mode_text(const CommandResult &done) {
     return done.volume    ? volume_text({*done.volume, *done.muted})
            : done.shuffle ? shuffle_name(*done.shuffle)
@@ -101,7 +101,7 @@ std::string mode_text(const CommandResult &done) {
 }
 
 Outcome run(const std::string &verb, const Options &options) {
-    // The log would spoil a screen that is being drawn.
+    // The log would overwrite a screen that is being drawn.
     listen_to_library(options.verbose && !(options.live && isatty(STDERR_FILENO)));
     const ListOptions &list = options.list;
     if (verb == "watch") {
@@ -139,7 +139,7 @@ Outcome run(const std::string &verb, const Options &options) {
     return Outcome::done;
 }
 
-// Looked for here too, because a command line that cannot be parsed is also reported in colour.
+// Also looked for here, because an error of the command line is reported in colour too.
 ColourMode colour_mode_in(int argc, char **argv) {
     constexpr std::string_view option = "--color";
     for (int i = 1; i < argc; ++i) {
@@ -158,8 +158,8 @@ ColourMode colour_mode_in(int argc, char **argv) {
 int report(const Failure &failure, bool json) {
     complain(failure.text);
     if (json) {
-        write_output(json_failure(
-            failure)); // The run has failed already, whether or not this can be written.
+        // The run has failed, whether or not this can be written.
+        write_output(json_failure(failure));
     }
     return static_cast<int>(failure.outcome);
 }
@@ -184,7 +184,7 @@ Outcome parse_and_run(int argc, char **argv, Options &options) {
 
 int main(int argc, char **argv) {
     prepare_output();
-    // Looked for here too, because a command line that cannot be parsed is also reported as JSON.
+    // Also looked for here, because an error of the command line is reported as JSON too.
     const bool json = std::any_of(
         argv, argv + argc, [](const char *word) { return std::string_view(word) == "--json"; });
     set_colour_mode(colour_mode_in(argc, argv));

@@ -19,7 +19,7 @@ namespace vantro::transport {
 // it is what the path framework knows.
 struct ServiceAttributes {
     path_attr attr;
-    const char *service_name; // null where refusals are not logged
+    const char *service_name; // null if refusals are not logged
 };
 
 // A line about a refusal. It is composed with the server lock held and logged without it.

@@ -77,7 +77,7 @@ std::optional<ActivePlaylist> BusPlayer::active_playlist() const {
     return still ? active_playlist_ : std::nullopt;
 }
 
-// A signal that cannot be sent is one that its readers miss; the connection's end ends the program.
+// Readers miss a signal that cannot be sent; the end of the connection ends the program.
 void BusPlayer::tell_changes() {
     const PlayerView before = std::exchange(view_, view_of(link_.mirror()));
     const TrackWindow window_before = window_;

@@ -24,7 +24,7 @@ inline constexpr const char *player_interface = "org.mpris.MediaPlayer2.Player";
 inline constexpr const char *track_list_interface = "org.mpris.MediaPlayer2.TrackList";
 inline constexpr const char *playlists_interface = "org.mpris.MediaPlayer2.Playlists";
 
-// The playlist that a track session was made of, as far as this program made it.
+// The playlist from which this program made the track session, if it did.
 struct ActivePlaylist {
     uint64_t tsid = 0;
     PlaylistNode node;
@@ -39,15 +39,16 @@ class BusPlayer {
     BusPlayer(const BusPlayer &) = delete;
     BusPlayer &operator=(const BusPlayer &) = delete;
 
-    // Connects to the session bus, makes the objects, and takes the name, when all that clients can
-    // ask is known. @return 0, or a negative error number; -EEXIST where the name is taken.
+    // Connects to the session bus and makes the objects. Takes the name last, when every question
+    // of a client can be answered. @return 0, or a negative error number; -EEXIST if the name is
+    // taken.
     int open(sd_event *loop);
 
-    // Reads the player's events, and sends the signals of what changed. @return nothing, or why the
-    // player can be followed no more.
+    // Reads the player's events, and sends signals for what changed. @return nothing, or why the
+    // player can no longer be followed.
     Result<void> follow();
 
-    // The answer to a call that told the player something; its effect is on the bus before.
+    // Answers a call that was a command for the player, after the signals of its effect.
     int answer(sd_bus_message *call, const Result<void> &done, sd_bus_error *error);
 
     // For the handlers of the interfaces.

@@ -1,4 +1,4 @@
-// The interfaces of a media player, each a table for sd-bus, and what their handlers share.
+// The interfaces of a media player, each a table for sd-bus, and what the handlers share.
 #ifndef VANTRO_BRIDGES_MPRIS_BUS_INTERFACES_H
 #define VANTRO_BRIDGES_MPRIS_BUS_INTERFACES_H
 
@@ -26,7 +26,7 @@ std::vector<std::string> track_paths(const TrackWindow &window);
 // How many playlists the sources have.
 uint32_t count_playlists(Player &player);
 
-// No exception may pass through sd-bus, which is C. The only ones here are for want of memory.
+// No exception may pass through sd-bus, which is C. Here only want of memory throws.
 template <typename Work>
 int without_exceptions(Work work) noexcept {
     try {
@@ -36,7 +36,7 @@ int without_exceptions(Work work) noexcept {
     }
 }
 
-// What handlers are made of: functions that take the player, and a message to read or to fill.
+// Makes handlers of functions that take the player and a message to read or to fill.
 
 template <int (*work)(BusPlayer &, sd_bus_message *, sd_bus_error *)>
 int on_call(sd_bus_message *call, void *player, sd_bus_error *error) {

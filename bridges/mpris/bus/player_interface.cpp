@@ -50,7 +50,7 @@ int seek(BusPlayer &player, sd_bus_message *call, sd_bus_error *error) {
     return player.answer(call, player.link().seek(within_a_track(to_ms)), error);
 }
 
-// A position that was meant for another track, or lies outside of this one, has no effect.
+// A position for another track, or outside this one, has no effect.
 int set_position(BusPlayer &player, sd_bus_message *call, sd_bus_error *error) {
     const char *track = nullptr;
     int64_t to_us = 0;
@@ -108,7 +108,7 @@ int get_highest_rate(BusPlayer &, sd_bus_message *reply) {
     return sd_bus_message_append(reply, "d", rate_max);
 }
 
-// What a property is set to has been done, or not. Its effect is on the bus before the answer.
+// Answers the setting of a property, after the signals of its effect.
 int set(BusPlayer &player, const Result<void> &done, sd_bus_error *error) {
     static_cast<void>(player.follow());
     return done ? 0 : set_error(error, done.failure());
@@ -163,7 +163,7 @@ int set_volume(BusPlayer &player, sd_bus_message *value, sd_bus_error *error) {
     }
     const auto level = static_cast<int32_t>(std::lround(std::clamp(volume, 0.0, 1.0) * 100));
     Result<void> done = player.link().player().set_volume(level);
-    // What is muted has the volume 0 here, and a volume is set to be heard.
+    // A muted player has the volume 0 here; setting a volume above 0 unmutes it.
     if (done && level > 0 && player.link().mirror().volume().muted != 0) {
         done = player.link().player().set_muted(false);
     }

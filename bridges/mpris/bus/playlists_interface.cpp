@@ -10,7 +10,7 @@ namespace {
 
 // The node of a media source that has its playlists.
 constexpr const char *playlists_node = "playlists";
-// An answer of more playlists than that would help nobody.
+// The most playlists in one answer.
 constexpr uint32_t playlists_max = 10'000;
 
 struct Playlist {
@@ -46,7 +46,7 @@ Result<std::vector<Playlist>> list_playlists(Player &player) {
 int get_playlists(BusPlayer &player, sd_bus_message *call, sd_bus_error *error) {
     uint32_t index = 0;
     uint32_t count = 0;
-    const char *order = nullptr; // There is one only.
+    const char *order = nullptr; // There is only one order.
     int reversed = 0;
     int result = sd_bus_message_read(call, "uusb", &index, &count, &order, &reversed);
     if (result < 0) {
@@ -79,7 +79,7 @@ int get_playlists(BusPlayer &player, sd_bus_message *call, sd_bus_error *error) 
     return result;
 }
 
-// The session that the playlist replaces is destroyed: a player keeps a few only.
+// Destroys the session that the playlist replaces: a player keeps only a few.
 Result<void> activate(BusPlayer &player, const PlaylistNode &playlist) {
     Player &service = player.link().player();
     const uint64_t before = player.link().mirror().session().tsid;

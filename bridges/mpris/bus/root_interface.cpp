@@ -7,7 +7,7 @@ namespace vantro::mpris {
 
 namespace {
 
-// The player has no window, and ends with its service: both calls have no effect.
+// The player has no window, and only its service can end it: both calls have no effect.
 int do_nothing(BusPlayer &, sd_bus_message *call, sd_bus_error *) {
     return sd_bus_reply_method_return(call, "");
 }

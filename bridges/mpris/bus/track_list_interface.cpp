@@ -7,7 +7,7 @@ namespace vantro::mpris {
 
 namespace {
 
-// What is known of tracks of the window, each in its place; `known` is all of the window.
+// Appends what is known of tracks of the window; `known` has an entry for each track of the window.
 int append_songs(BusPlayer &player, sd_bus_message *reply, const std::vector<TrackPlace> &places,
                  const DescribedList &known) {
     int result = sd_bus_message_open_container(reply, 'a', "a{sv}");
@@ -58,7 +58,7 @@ int get_tracks_metadata(BusPlayer &player, sd_bus_message *call, sd_bus_error *e
     return result;
 }
 
-// A track that is not in the list has no effect.
+// If the track is not in the list, the call has no effect.
 int go_to(BusPlayer &player, sd_bus_message *call, sd_bus_error *error) {
     const char *path = nullptr;
     if (const int result = sd_bus_message_read(call, "o", &path); result < 0) {

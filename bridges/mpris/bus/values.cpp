@@ -4,7 +4,7 @@ namespace vantro::mpris {
 
 namespace {
 
-// Appends entries until one fails; what is empty or 0 is not known, and has no entry.
+// Appends entries until one fails. An empty text and 0 mean "not known", and give no entry.
 class Entries {
   public:
     explicit Entries(sd_bus_message *to) : to_(to) {

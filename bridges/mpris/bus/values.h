@@ -1,4 +1,4 @@
-// Values in messages of the bus, and failures as its errors.
+// Writes values into messages of the bus, and failures as its errors.
 #ifndef VANTRO_BRIDGES_MPRIS_BUS_VALUES_H
 #define VANTRO_BRIDGES_MPRIS_BUS_VALUES_H
 
@@ -20,7 +20,7 @@ int append_metadata(sd_bus_message *to, const Song &song);
 // An array of object paths.
 int append_paths(sd_bus_message *to, const std::vector<std::string> &paths);
 
-// An error of the bus that says why. @return a negative number, for the handler to return.
+// Sets an error of the bus with the reason. @return a negative number, for the handler to return.
 int set_error(sd_bus_error *error, const Failure &failure);
 
 } // namespace vantro::mpris

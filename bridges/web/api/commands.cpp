@@ -79,7 +79,7 @@ Response set_volume(Context &context) {
     if (!body.has("level") && !body.has("muted")) {
         throw bad_request("neither \"level\" nor \"muted\" is there");
     }
-    // Both are judged before one is set.
+    // Both values are checked before one is set.
     const int32_t level = body.number_or("level", 0, 100, 0);
     const bool muted = body.boolean_or("muted", false);
     if (body.has("level")) {

@@ -14,7 +14,7 @@ struct Context {
     Players &players;
     Pairing &pairing;
     PlayerLink *link = nullptr; // The player that the path names, where it names one.
-    bool trusted = false;       // It is of this machine, or has been paired.
+    bool trusted = false;       // The client is on this machine, or was paired.
 
     Player &player() const { return link->player(); }
 };

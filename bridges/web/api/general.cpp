@@ -27,7 +27,7 @@ Response pair(Context &context) {
     const RequestBody body(context.request.body, {"code"});
     constexpr int year_seconds = 365 * 24 * 3600;
     Response response = Response::nothing();
-    // Out of reach of scripts, and never sent on behalf of another page.
+    // Scripts cannot read the cookie, and browsers do not send it for another page.
     response.headers.emplace_back(
         "Set-Cookie", fmt::format("vantro-web={}; Path=/; Max-Age={}; HttpOnly; SameSite=Strict{}",
                                   context.pairing.pair(body.text("code")), year_seconds,

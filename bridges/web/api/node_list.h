@@ -14,7 +14,8 @@
 
 namespace vantro::web {
 
-// The part that the target asks for. @param query as vantro_browse_metadata(). @throws ApiError.
+// The part of the list that the target asks for. @param query as vantro_browse_metadata(). @throws
+// ApiError.
 template <typename Query>
 Response node_list(const Target &target, Query query) {
     const auto offset = static_cast<int32_t>(target.number("offset", 0, INT32_MAX, 0));

@@ -43,7 +43,7 @@ ApiError playlist_error(const Failure &failure) {
     }
 }
 
-// The source of the saved playlists; it is there once there is one.
+// The source of the saved playlists, which exists once a playlist was saved.
 std::optional<int32_t> saved_source(Context &context) {
     for (const MediaSource &source : checked(context.player().sources())) {
         if (source.type == VANTRO_SOURCE_PLAYLISTS) {

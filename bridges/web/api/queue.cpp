@@ -24,7 +24,7 @@ namespace {
 // A session may be replaced while it is read.
 constexpr int attempts = 5;
 
-// As the service takes several nodes: one a line, each with its source.
+// Adds a node in the service's form for several nodes: one a line, each with its source.
 void add_line(std::string &lines, const NodeKey &key) {
     lines += fmt::format("{}{}:{}", lines.empty() ? "" : "\n", key.source, key.id);
 }
@@ -43,7 +43,8 @@ Response session_response(uint64_t tsid) {
     return Response::json(json.end_object().take());
 }
 
-// A client changes what it sees: places in a queue that has changed meanwhile are refused.
+// Refuses a change if the queue is not the one that the client has seen: its places mean other
+// tracks by now.
 void check_session(Context &context, const RequestBody &body) {
     if (body.has("session") &&
         body.text("session") != std::to_string(context.link->session().tsid)) {
@@ -66,8 +67,8 @@ Response clear(Context &context) {
     return session_response(0);
 }
 
-// Gives the player the tracks in that order, each as its place now. What is played goes on if it is
-// still there, else the next one after it that is.
+// Gives the player the tracks in that order, each named by its present place. The current track
+// goes on if it is still there, else the next one that is.
 Response reorder(Context &context, const std::vector<uint32_t> &order) {
     const auto now = static_cast<uint32_t>(context.link->current().value_or(0));
     const std::vector<NodeKey> &tracks = context.link->tracks();
@@ -167,7 +168,7 @@ Response load_queue(Context &context) {
     const VantroTrksessionInfo before = context.link->session();
     const uint64_t tsid = checked(context.player().create_session(0, lines.c_str(), index, start));
     if (before.type == VANTRO_TRKSESSION_NODE && before.tsid != tsid) {
-        // A player keeps only so many. Another client may have destroyed it meanwhile.
+        // A player keeps only a few sessions. Another client may have destroyed this one.
         (void)context.player().destroy_session(before.tsid);
     }
     return session_response(tsid);

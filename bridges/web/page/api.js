@@ -46,8 +46,8 @@ export const playerPath = (player, rest = '') =>
   `players/${encodeURIComponent(player)}${rest ? `/${rest}` : ''}`;
 
 /**
- * Follows a player while the page is visible. A page in the background costs the service nothing.
- * Calls onState(state), onSources() and onLost(); the browser connects again by itself.
+ * Follows a player while the page is visible, so that a page in the background costs the service
+ * nothing. Calls onState(state), onSources() and onLost(); the browser connects again by itself.
  */
 export class Follower {
   constructor(callbacks) {

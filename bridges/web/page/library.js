@@ -46,8 +46,8 @@ function secondLine(node, place) {
 export class Library {
   constructor(command) {
     this.command = command;
-    this.sources = []; // Those of music.
-    this.saved = null; // That of the saved playlists, if there are some.
+    this.sources = []; // Sources of music.
+    this.saved = null; // The source of the saved playlists, if there is one.
     this.path = []; // Places from the top down; each a node with where it was scrolled to.
     this.list = new VirtualList(byId('library-list'), {
       render: (node, index) =>
@@ -165,7 +165,7 @@ export class Library {
     byId('library-count').textContent = known ? pages.total.toLocaleString() : '';
   }
 
-  // Lists whose length is known only when their end has come.
+  // Opens a list whose length may be known only at its end.
   openPages(fetchPage, total = 0) {
     const pages = new Pages(async (offset, count, signal) => {
       const answer = await fetchPage(offset, count, signal);
@@ -189,7 +189,7 @@ export class Library {
     }, isTop ? 0 : place.count ?? 0);
   }
 
-  /** What leads to the saved playlists, if there are some. */
+  /** The entry that leads to the saved playlists, if there are any. */
   savedNodes() {
     return this.saved
       ? [{source_id: this.saved.id, id: 'playlists', name: 'Saved playlists', type: 'menu'}] : [];
@@ -274,7 +274,7 @@ export class Library {
     }, icon('more'));
   }
 
-  // The songs of an album share its cover; their numbers say more.
+  // The songs of an album show their numbers, since they share its cover.
   picture(node, menu) {
     if (menu) {
       const name = menuIcons[node.id] ?? 'library';

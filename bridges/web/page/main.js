@@ -7,7 +7,7 @@ import {Queue} from './queue.js';
 
 let player = '';
 
-/** Tells the player something. @return whether it has done it. */
+/** Sends the player a command. @return whether it was carried out. */
 async function command(name, body = {}) {
   try {
     await post(playerPath(player, name), body);
@@ -45,7 +45,7 @@ const follower = new Follower({
       library.load();
     }
   },
-  // While the music is read the service tells of it again and again.
+  // While the music is scanned these events come again and again.
   onSources() {
     clearTimeout(sourcesTimer);
     sourcesTimer = setTimeout(() => library.load(), 500);

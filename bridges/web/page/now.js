@@ -1,4 +1,4 @@
-// What is playing: the cover, the position, and what drives it.
+// What is playing: the cover, the position, and the controls.
 import {coverUrl} from './api.js';
 import {byId, fillThumb, nameOf, timeText} from './dom.js';
 
@@ -27,7 +27,7 @@ function sender(send) {
 }
 
 export class Now {
-  /** @param command (name, body) tells the player something. */
+  /** @param command (name, body) sends the player a command. */
   constructor(command) {
     this.command = command;
     this.state = {available: false};
@@ -93,7 +93,7 @@ export class Now {
     event.preventDefault();
   }
 
-  /** The position as it is by now. */
+  /** The present position. */
   position() {
     const {state, position_ms: position = 0, rate = 1, track} = this.state;
     const passed = state === 'playing' ? (performance.now() - this.receivedAt) * rate : 0;
@@ -170,7 +170,7 @@ export class Now {
     byId('mini-progress').style.transform = `scaleX(${duration ? position / duration : 0})`;
   }
 
-  // Runs at each second of the track, and only while that changes something to be seen.
+  // Runs at each second of the track, but only while the position is visible and moves.
   tick() {
     clearTimeout(this.timer);
     const position = this.position();

@@ -1,4 +1,4 @@
-// The queue: what comes next, in an order that one can change.
+// The queue: what comes next, in an order that users can change.
 import {coverUrl, get, playerPath, post} from './api.js';
 import {
   byId, countText, icon, make, nameOf, openMenu, say, thumb, timeText, waitingRow,
@@ -71,7 +71,7 @@ export class Queue {
     }
   }
 
-  /** Scrolls to the current track, unless someone is at work in the list. */
+  /** Scrolls to the current track, unless the list is in use. */
   showCurrent() {
     if (this.current >= 0 && !byId('queue-list').contains(document.activeElement)) {
       this.list.reveal(this.current, true);
@@ -82,7 +82,7 @@ export class Queue {
     const session = this.session;
     const pages = new Pages(async (offset, count, signal) => {
       const answer = await get(playerPath(this.player, 'queue'), {offset, count}, signal);
-      // Of a newer session the event is on its way.
+      // If the session is newer, its event is on its way.
       return {entries: answer.session === session ? answer.tracks : [], total: undefined};
     }, length);
     pages.onError = error => say(error.message);

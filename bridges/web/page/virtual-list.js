@@ -105,7 +105,7 @@ export class VirtualList {
   measure() {
     const width = this.element.clientWidth;
     if (!width) {
-      return; // not shown; the observer tells when it is
+      return; // not shown; the observer calls when it is
     }
     const margin = this.tiles ? 12 : 0;
     this.columns = this.tiles ? Math.max(2, Math.floor((width - 2 * margin) / 150)) : 1;
@@ -116,7 +116,7 @@ export class VirtualList {
     this.refresh();
   }
 
-  /** Makes everything that is seen again. */
+  /** Renders all visible entries again. */
   refresh() {
     if (!this.cellHeight || this.measuredTiles !== this.tiles) {
       this.measure();
@@ -188,7 +188,7 @@ export class VirtualList {
     this.shown.set(index, {element});
   }
 
-  // One entry can be reached by the tab key; where it is out of sight, the first that is seen.
+  // The tab key reaches one entry; if that is out of sight, the first visible one.
   markTabStop(first, last) {
     for (const {element} of this.shown.values()) {
       element.querySelector('.go').tabIndex = -1;

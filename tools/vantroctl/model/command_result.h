@@ -10,7 +10,7 @@
 
 namespace vantro::ctl {
 
-// A command as it was carried out, with what it set.
+// A command that was carried out, and what it set.
 struct CommandResult {
     std::string command = {};
     std::optional<int32_t> position_ms = std::nullopt;
@@ -21,7 +21,7 @@ struct CommandResult {
     std::optional<bool> muted = std::nullopt;
     std::optional<int32_t> index = std::nullopt;     // Of a track, from 0.
     std::optional<int64_t> session = std::nullopt;   // Id of a new track session.
-    std::optional<TrackStatus> track = std::nullopt; // What plays now, of a verb that changes it.
+    std::optional<TrackStatus> track = std::nullopt; // What plays now, if the verb changes it.
     std::optional<SessionStatus> tracks = std::nullopt;
     std::optional<int32_t> saved = std::nullopt; // Tracks of a playlist.
     std::optional<int64_t> found = std::nullopt; // Songs, where words were searched for.

@@ -1,4 +1,4 @@
-// Whom the service takes the tool for, and what a look at the whole installation found.
+// How the service identifies the tool, and what the doctor found.
 #ifndef VANTRO_TOOLS_VANTROCTL_MODEL_IDENTITY_H
 #define VANTRO_TOOLS_VANTROCTL_MODEL_IDENTITY_H
 
@@ -16,7 +16,7 @@ struct Identity {
     std::string user; // Its name here; "" if it has none.
     uint32_t gid = 0;
     std::string group;
-    std::vector<uint32_t> groups;          // Supplementary, as far as the service is told them.
+    std::vector<uint32_t> groups; // Supplementary groups, as far as the service knows them.
     std::vector<std::string> capabilities; // None where permission bits decide.
     int32_t service_pid = 0;
     std::string version; // Of the service.

@@ -27,14 +27,14 @@ struct Node {
     std::string name;
     int32_t type = 0;
     int32_t count = 0;
-    std::string artist = {}; // Of songs and albums, as far as the service tells it in lists.
+    std::string artist = {}; // Of songs and albums, if the service has it in lists.
     std::string album = {};
     int32_t duration_ms = 0;
-    std::string genre = {}; // This and what follows of songs only.
+    std::string genre = {}; // This and the members below are for songs only.
     std::string year = {};
     int32_t disc = 0;
     int32_t number = 0;           // On the disc.
-    std::vector<Node> nodes = {}; // What is below it, if that was asked for.
+    std::vector<Node> nodes = {}; // The nodes below it, if they were asked for.
 };
 
 // What is known of a node: a key, and its value if it has one.

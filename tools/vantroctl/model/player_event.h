@@ -24,8 +24,8 @@ struct PlayerEvent {
         error,
         object,  // A change of an object that is none of the above.
         gone,    // The service is gone. `back` follows once it is there again.
-        waiting, // It is not back yet, for a reason not told before.
-        back     // It is there again. The full picture follows.
+        waiting, // It is not back yet, for a reason that was not reported before.
+        back     // The service is there again. The full picture follows.
     };
 
     Kind kind = Kind::object;
@@ -41,7 +41,7 @@ struct PlayerEvent {
     std::optional<TrackStatus> track = {};     // track; none: the player has none
     int32_t position_ms = 0;                   // position
     Source source = {};                        // source
-    bool source_gone = false;                  // source: it is none any more
+    bool source_gone = false;                  // source: it is gone
     int32_t code = 0;                          // error: as the service numbers it
     std::string object = {};                   // object: its name
     std::vector<std::pair<std::string, std::string>> attributes = {}; // object: what changed

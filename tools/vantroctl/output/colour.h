@@ -17,7 +17,7 @@ enum class ColourMode {
 // "auto", "always" or "never". @return nothing for any other text.
 std::optional<ColourMode> parse_colour_mode(std::string_view text);
 
-// For the rest of the run; without it there are no colours.
+// Sets the mode for the rest of the run. Before that there are no colours.
 void set_colour_mode(ColourMode mode);
 
 enum class Ink { plain, playing, wrong };
@@ -26,7 +26,7 @@ enum class Ink { plain, playing, wrong };
 // @param descriptor that they are written to.
 std::string painted(Ink ink, std::string_view lines, int descriptor = 1);
 
-// The text as it was before it was painted, to be measured.
+// The text without its colours, to be measured.
 std::string unpainted(std::string_view text);
 
 } // namespace vantro::ctl

@@ -24,7 +24,7 @@ class JsonObject {
   public:
     JsonObject() : writer_(buffer_) { writer_.StartObject(); }
 
-    // Of a run that went well, or of a line of one.
+    // For a run that succeeded, or a line of its output.
     JsonObject(const std::string &player, const std::string &command) : JsonObject() {
         key("ok").boolean(true);
         key("player").text(player);
@@ -44,7 +44,7 @@ class JsonObject {
         writer_.Int64(value);
         return *this;
     }
-    // As short as it can be said; JSON has no way to write what is not finite.
+    // The shortest text of the number; null if it is not finite, which JSON cannot write.
     JsonObject &rate(float value) {
         if (std::isfinite(value)) {
             const std::string text = rate_text(value);
@@ -107,7 +107,7 @@ class JsonObject {
         return *this;
     }
 
-    // Closes it. @return it, as a line. To be called once.
+    // Closes the object. @return it, as a line. Call it once.
     std::string line() {
         writer_.EndObject();
         return escape_unsafe({buffer_.GetString(), buffer_.GetSize()}) + '\n';
@@ -118,7 +118,7 @@ class JsonObject {
     rapidjson::Writer<rapidjson::StringBuffer> writer_;
 };
 
-// The members of what a key was just given for, or of the object that is open.
+// Adds members to the object that a key was just given for, or to the open one.
 void add_modes(JsonObject &object, const PlayerModes &modes);
 void add_track(JsonObject &object, const std::optional<TrackStatus> &track);
 void add_session(JsonObject &object, const std::optional<SessionStatus> &session);

@@ -22,12 +22,12 @@ std::string json_current(const PlayerStatus &status);
 
 std::string json_players(const std::vector<PlayerStatus> &players);
 
-// With what was set, where the command sets something.
+// With the new value, if the command sets one.
 std::string json_done(const std::string &player, const CommandResult &done);
 
 std::string json_sources(const std::string &player, const std::vector<Source> &sources);
 
-// Nodes below nodes are there where they were asked for.
+// With the nodes below nodes, if they were asked for.
 std::string json_nodes(const std::string &player, const std::string &command,
                        const std::vector<Node> &nodes);
 

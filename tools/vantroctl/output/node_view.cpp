@@ -16,11 +16,11 @@
 namespace vantro::ctl {
 namespace {
 
-// A name in a tree narrower than this moves what is pasted to a line of its own.
+// If a name in a tree would be narrower than this, the reference moves to a line of its own.
 constexpr int tree_name_columns_min = 12;
-// Beyond this the levels of a tree are no longer told apart by where they begin.
+// Beyond this, deeper levels of a tree are not indented further.
 constexpr int indent_columns_max = 64;
-// Values beside their keys are at least this wide; else they stand below.
+// If values would be narrower than this beside their keys, they stand below them.
 constexpr int value_columns_min = 24;
 
 template <size_t size>
@@ -82,7 +82,7 @@ std::string length_of(const Node &node) {
     return node.duration_ms > 0 ? format_time(node.duration_ms) : "";
 }
 
-// People read what a node is called and whose it is in one column; programs have a column for each.
+// For people the name and the artist share one column; programs get a column for each.
 void add_name(Table::Row &row, const Node &node, std::optional<int> width) {
     if (!width) {
         row.insert(row.end(), {clean_text(node.name), clean_text(node.artist),

@@ -23,7 +23,7 @@ const char *error_name(int32_t code);
 // "browse", "search" and so on, for each bit that has a name.
 std::vector<std::string> capability_names(uint64_t capabilities);
 
-// What is pasted to name a node; "" of a song that is gone, which nothing names any more.
+// The reference that names a node; "" for a song that is gone, which has none any more.
 std::string node_ref(const Node &node);
 
 // Tables; `width` as Table takes it. A row belongs to the table of its kind.
@@ -37,11 +37,11 @@ Table track_table(std::optional<int> width);
 // @param index from 0; shown from 1.
 Table::Row track_row(const Node &node, int32_t index, bool current, std::optional<int> width);
 
-// A node of a tree: indented by its level, with what it holds and what is pasted.
+// A node of a tree: indented by its level, with its count and its reference.
 std::string tree_line(const Node &node, int level, std::optional<int> width);
 
-// A "key: value" line for each, nothing after the colon if there is no value. On a terminal
-// aligned, folded to its width, and with numbers as people read them.
+// A "key: value" line for each; without a value nothing follows the colon. For a terminal, lines
+// are aligned and folded to its width, and numbers are written for people.
 std::string render_values(const Values &values, std::optional<int> width);
 
 } // namespace vantro::ctl

@@ -71,7 +71,7 @@ void Pager::start() {
     pipe_ = popen(command_.c_str(), "we");
     std::signal(SIGPIPE, SIG_IGN);
     if (pipe_) {
-        // An interrupt is meant for the pager. When the user leaves the pager this ends too.
+        // An interrupt is for the pager. When the user leaves the pager this program ends too.
         std::signal(SIGINT, SIG_IGN);
     } else {
         direct_ = true;

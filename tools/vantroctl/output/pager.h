@@ -1,5 +1,5 @@
-// Long lists, page by page: straight to standard output as they come, and on a terminal through
-// $PAGER once there is more than a screen holds.
+// Writes long lists: straight to standard output as they come; on a terminal, through $PAGER if
+// they are longer than the screen.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_PAGER_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_PAGER_H
 
@@ -10,7 +10,7 @@
 
 namespace vantro::ctl {
 
-// One a process at a time.
+// A process has one at a time.
 class Pager {
   public:
     // @param allowed false for never more than standard output.
@@ -19,7 +19,7 @@ class Pager {
     Pager(const Pager &) = delete;
     Pager &operator=(const Pager &) = delete;
 
-    // @return false once the reader has closed its end, which is no failure: it has seen enough.
+    // @return false once the reader has closed its end, which is no failure.
     // @throws Failure.
     bool write(std::string_view lines);
 

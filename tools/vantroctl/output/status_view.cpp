@@ -15,11 +15,11 @@
 namespace vantro::ctl {
 namespace {
 
-// A bar wider than this says no more, and its ends are far apart.
+// A wider bar would show no more, and its ends would be far apart.
 constexpr int bar_columns_max = 80;
 // A bar of fewer cells shows nothing.
 constexpr int bar_cells_min = 4;
-// Below this width the labels would take the place of what they name.
+// Below this width the labels would leave no room for the values.
 constexpr int label_columns_min = 24;
 
 class Screen {

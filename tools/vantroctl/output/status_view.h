@@ -14,7 +14,7 @@ namespace vantro::ctl {
 // "idle", "playing", "paused", "stopped"; "none" for 0, and "unknown" for the rest.
 const char *state_name(int32_t state);
 
-// What a player plays is shown in this.
+// The ink for what a player plays.
 Ink ink_of(const PlayerStatus &status);
 
 // "off", "all", "one", and "unknown" for the rest.
@@ -36,8 +36,8 @@ std::string track_words(const TrackStatus &track, const std::optional<SessionSta
 std::string render_screen(const PlayerStatus &status, int columns);
 
 // One "key: value" line for each of player, state, track, tracks, title, artist, album, position,
-// duration, repeat, shuffle, rate: always all of them, in this order; nothing after the colon of
-// what is not known.
+// duration, repeat, shuffle, rate: always all of them, in this order; nothing follows the colon if
+// the value is not known.
 std::string render_lines(const PlayerStatus &status);
 
 } // namespace vantro::ctl

@@ -78,7 +78,7 @@ std::string Table::line(const Row &row, bool head) const {
     }
     const int room = *width_ - display_width(text);
     const int wanted = std::min(display_width(row.back()), name_columns_min);
-    if (!head && room < wanted && !stacked_) { // A cell is wider than any that came before.
+    if (!head && room < wanted && !stacked_) { // This cell is wider than all before it.
         text.erase(text.find_last_not_of(' ') + 1);
         text += '\n' + std::string(gap) + clip_text(row.back(), *width_ - gap_columns);
     } else {

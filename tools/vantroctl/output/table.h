@@ -1,7 +1,7 @@
 // Lists in columns: aligned and clipped for a terminal, separated by tabs for programs.
 //
-// One column may hold what people paste: it is never clipped. Where it leaves too little of the
-// name, columns that can be spared go, and where that is not enough it moves to a line of its own.
+// One column may hold text that people paste: it is never clipped. If it leaves too little room for
+// the name, spare columns are left out; if that is not enough, it moves to a line of its own.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_TABLE_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_TABLE_H
 
@@ -21,13 +21,13 @@ class Table {
     };
     using Row = std::vector<std::string>;
 
-    // @param columns the last one is the name: it stands last, where a script that runs from right
-    //                to left cannot carry the others away.
+    // @param columns the last one is the name: it stands last, so that a script written from right
+    // to left does not disorder the others.
     // @param width   of the terminal; nothing for tabs, if there are no heads either.
     Table(std::vector<Column> columns, std::optional<int> width);
 
-    // The lines of these rows. The first rows settle how wide the columns are.
-    // @param playing the rows that show what plays, by their index.
+    // The lines of these rows. The first rows determine the widths of the columns. @param playing
+    // the indices of the rows that show what plays.
     std::string lines(const std::vector<Row> &rows, const std::vector<size_t> &playing = {});
 
   private:
@@ -39,7 +39,7 @@ class Table {
     std::vector<Column> columns_;
     std::optional<int> width_;
     bool settled_ = false;
-    bool stacked_ = false; // What is pasted has a line of its own.
+    bool stacked_ = false; // The pasted column has a line of its own.
     std::vector<bool> shown_;
     std::vector<int> widths_;
 };

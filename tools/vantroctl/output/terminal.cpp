@@ -17,7 +17,7 @@ constexpr char other_screen[] = "\x1B[?1049h";
 constexpr char clear[] = "\x1B[?25l\x1B[H\x1B[2J";
 constexpr char give_back_sequence[] = "\x1B[?25h\x1B[?1049l";
 
-// How long giving the terminal back waits for room in its output.
+// How long restore() waits for room in the terminal's output.
 constexpr int room_wait_ms = 100;
 
 // Plain data, because a signal handler may have to give the terminal back.
@@ -31,7 +31,7 @@ void restore() {
         return;
     }
     is_taken = 0;
-    // Not where the terminal takes no output: write() would then block for ever.
+    // Skipped if the terminal takes no output: write() would then block for ever.
     pollfd room = {STDOUT_FILENO, POLLOUT, 0};
     if (poll(&room, 1, room_wait_ms) == 1) {
         [[maybe_unused]] const ssize_t written =

@@ -13,16 +13,16 @@ struct RuntimeRoot {
     bool of_user = false;
 };
 
-// In the order in which the library looks: the user's own first, where it is one.
+// In the order in which the library looks: the user's own first, if there is one.
 std::vector<RuntimeRoot> runtime_roots();
 
 // A service's path and its global name, below "vantro" of a root.
 extern const char *const service_places[2];
 
 // It watches the directories in which a service appears, and says when a look is worth it. Right
-// after something has happened it asks for some looks in a row, since the service may not answer
-// yet; then it waits for the next happening. If the host has no watch left, or something other
-// than the service's absence is in the way, it asks for a look once a second.
+// after a change it asks for some looks in a row, since the service may not answer yet; then it
+// waits for the next change. If the host has no watch left, or the look failed although a service
+// is there, it asks for a look once a second.
 //
 //     Arrival arrival;
 //     for (arrival.prepare(); !look(); arrival.prepare()) {
@@ -36,13 +36,14 @@ class Arrival {
     Arrival(const Arrival &) = delete;
     Arrival &operator=(const Arrival &) = delete;
 
-    // To be called before each look: what happens from then on is not missed.
+    // Call it before each look: changes from then on are not missed.
     void prepare();
 
-    // The look found none. @param absent whether that is because there is none.
+    // The look found no service. @param absent false if something else than its absence is the
+    // reason.
     void failed(bool absent);
 
-    // Readable when something has happened; -1 where nothing tells.
+    // Readable after a change; -1 if changes cannot be watched.
     int descriptor() const { return descriptor_; }
 
     // How long to wait for the descriptor before the next look; -1: without a limit.

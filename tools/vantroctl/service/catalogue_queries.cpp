@@ -57,7 +57,7 @@ constexpr const char *known_keys[] = {
     VANTRO_KEY_LYRICS, // Last, because they are long.
 };
 
-// What came from elsewhere, for a complaint of one line.
+// A text from elsewhere, cut for an error of one line.
 std::string shortened(std::string_view clean) {
     return clip_text(clean, 80);
 }
@@ -79,7 +79,7 @@ struct Records {
 
 using NodeRecords = Records<MediaNode, vantro_free_media_nodes>;
 
-// The values of the keys, as far as the node has them. @return why the service refused, or 0.
+// The values of the keys that the node has. @return why the service refused, or 0.
 int32_t ask_values(Client &client, const Place &place, const std::vector<std::string> &keys,
                    Values &values) {
     std::vector<const char *> wanted;
@@ -101,7 +101,7 @@ int32_t ask_values(Client &client, const Place &place, const std::vector<std::st
     return reason;
 }
 
-// What the record says under a key. Services need not know the keys; the record all of them do.
+// The record's value for a key. Every service has the record, but not every one knows the keys.
 std::string record_value(const Metadata &record, std::string_view key) {
     const struct {
         std::string_view key;
@@ -133,14 +133,14 @@ std::optional<Source> find_source(Client &client, int32_t id) {
     return source != sources.end() ? std::optional(*source) : std::nullopt;
 }
 
-// What to add where songs are missing, while more may still be found.
+// What an error adds if songs are missing but may still be found.
 std::string if_scanning(const Source &source) {
     return source.status == VANTRO_SOURCE_SCANNING
                ? fmt::format("; source {} is still being scanned, try again later", source.id)
                : "";
 }
 
-// Why nothing came of a question about a place. @param index of the song that was asked for.
+// Says why a query about a place failed. @param index of the song that was asked for.
 [[noreturn]] void fail_at(Client &client, const std::string &verb, const Place &place,
                           int32_t reason, int32_t index = 0) {
     if (reason != ENOENT && reason != ENODATA && reason != ERANGE) {
@@ -188,7 +188,7 @@ std::string node_lines(const std::vector<Place> &places) {
     return lines;
 }
 
-// Why a session cannot be. The service does not say which of several nodes it is.
+// Says why a session was refused. The service does not say which of several nodes is to blame.
 [[noreturn]] void explain_refused(Client &client, const NewSession &wanted, int32_t reason) {
     if (wanted.places.size() == 1 && reason != EMSGSIZE) {
         fail_at(client, wanted.verb, wanted.places.front(), reason, wanted.index);
@@ -212,7 +212,7 @@ std::string node_lines(const std::vector<Place> &places) {
     throw refusal(wanted.verb, reason);
 }
 
-// One page of a list, with metadata where the service knows how to give them.
+// One page of a list, with metadata if the service offers them.
 struct NodePage {
     NodeRecords nodes;
     Records<Metadata, vantro_free_metadata> metadata;
@@ -326,7 +326,7 @@ std::vector<Node> tracks_page(Client &client, uint64_t session, int32_t offset, 
 }
 
 Values get_values(Client &client, const Place &place, const std::vector<std::string> &keys) {
-    if (place.id.empty()) { // The library sends no such question, and the top has no values.
+    if (place.id.empty()) { // The library does not send such a query, and the top has no values.
         browse_page(client, place, 0, 1);
         Values values;
         for (const std::string &key : keys) {
@@ -347,7 +347,7 @@ Values get_known_values(Client &client, const Place &place) {
         get_values(client, place, keys);
         return {};
     }
-    // A service may have only one of the two: values of keys, and the record.
+    // A service may offer only one of the two: values of keys, or the record.
     Values values;
     const int32_t reason = ask_values(client, place, keys, values);
     Records<Metadata, vantro_free_metadata> record;
@@ -373,7 +373,7 @@ Values get_known_values(Client &client, const Place &place) {
 
 LoadedSession make_session(Client &client, const NewSession &wanted) {
     const std::optional<SessionStatus> before = client.session();
-    // Asked before: what a scan finds later is not in the session.
+    // Asked before the session is made: it has no songs that a scan finds later.
     const std::optional<int32_t> scanning = find_scanning(client, wanted.places);
     const bool several = wanted.places.size() > 1;
     const int32_t source = several ? 0 : wanted.places.front().source;

@@ -1,4 +1,4 @@
-// Catalogue and track sessions as the tool asks for them, and why the service does not give them.
+// The tool's queries about the catalogue and track sessions, and the errors if they fail.
 #ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_CATALOGUE_QUERIES_H
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_CATALOGUE_QUERIES_H
 
@@ -47,8 +47,8 @@ struct LoadedSession {
     std::optional<int32_t> scanning;
 };
 
-// Makes the songs of places the player's session, or a part of it, and ends the one before it,
-// since a player keeps only so many.
+// Makes the songs of places the player's session, or a part of it. Ends the session before it,
+// since a player keeps only a few.
 LoadedSession make_session(Client &client, const NewSession &wanted);
 
 // Ends the current session.

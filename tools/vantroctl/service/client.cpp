@@ -33,7 +33,7 @@ constexpr const char *no_session = "no track session: load a node or play first"
 // Time limit for disconnecting from a service that does not answer.
 constexpr int leave_ms = 50;
 
-// As the library takes a time limit.
+// A time limit in the form that the library takes.
 int milliseconds(double seconds) {
     constexpr double most = 2e9;
     return seconds <= 0 ? -1 : static_cast<int>(std::clamp(seconds * 1000, 1.0, most));
@@ -286,7 +286,7 @@ std::optional<TrackStatus> Client::track() {
     const int32_t reason = ask("status", [&](VantroHandle *handle) {
         info = nullptr;
         const int result = vantro_get_current_track_info(handle, &info);
-        owner.reset(info); // A broken answer leaves what was read of it, to be freed.
+        owner.reset(info); // A malformed answer leaves the part that was read, to be freed.
         return result;
     });
     if (const auto trouble = trouble_of_service("status", reason)) {
@@ -319,7 +319,7 @@ PlayerStatus Client::status() {
     return status;
 }
 
-// Of a service that does not know the query for all of it.
+// For a service that does not offer all of it in one query.
 PlayerStatus Client::status_in_parts() {
     PlayerStatus status;
     status.player = options_.player;

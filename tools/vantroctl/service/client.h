@@ -1,5 +1,5 @@
-// The tool's side of the player API: a connection with one player open, a time limit, and why
-// something failed.
+// The tool's side of the player API: a connection with one player open, a time limit, and the
+// errors if a call fails.
 #ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_CLIENT_H
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_CLIENT_H
 
@@ -58,7 +58,7 @@ class Client {
     // The same. @throws Failure if there is none.
     SessionStatus need_session();
 
-    // Nothing of a service that knows no volume.
+    // Nothing if the service has no volume.
     std::optional<Volume> volume();
 
     std::optional<TrackStatus> track();

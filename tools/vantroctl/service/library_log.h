@@ -3,7 +3,7 @@
 
 namespace vantro::ctl {
 
-// Takes the library's log, for the rest of the run: why a call failed is told by the tool.
+// Takes the library's log for the rest of the run: the tool itself says why a call failed.
 // @param aloud whether it goes to standard error.
 void listen_to_library(bool aloud);
 

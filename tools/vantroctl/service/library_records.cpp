@@ -8,7 +8,7 @@
 namespace vantro::ctl {
 namespace {
 
-// What no kind of its own tells.
+// A change for which there is no kind.
 void set_object(PlayerEvent &event, const VantroEvent &record) {
     event.kind = PlayerEvent::Kind::object;
     event.object = record.object_name;

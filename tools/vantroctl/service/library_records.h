@@ -1,4 +1,4 @@
-// The library's records as the tool keeps them. A text that is absent is empty.
+// Turns the library's records into the tool's. An absent text is empty.
 #ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_LIBRARY_RECORDS_H
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_LIBRARY_RECORDS_H
 
@@ -23,8 +23,8 @@ TrackStatus track_of(int32_t index, const MediaNode *node, const Metadata *metad
 
 Source source_of(const MediaSource &record);
 
-// The event, but for the player's name. A change of the state object that changes no mode is one
-// of the state, whose previous modes are the same.
+// The event, without the player's name. A change of the state object that changes no mode gives an
+// event whose previous modes are the same.
 // @return nothing if nothing is new.
 std::optional<PlayerEvent> player_event_of(const VantroEvent &record);
 

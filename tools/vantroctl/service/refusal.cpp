@@ -10,7 +10,7 @@ namespace {
 
 struct Trouble {
     int32_t reason;
-    const char *words; // Behind "VERB failed: ".
+    const char *words; // After "VERB failed: ".
 };
 
 constexpr Trouble troubles[] = {

@@ -1,4 +1,4 @@
-// What the tool says where the service refused.
+// What the tool says if the service refuses.
 #ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_REFUSAL_H
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_REFUSAL_H
 
@@ -10,8 +10,8 @@
 
 namespace vantro::ctl {
 
-// Reasons that mean the same whatever was asked for: the service lacks something, or the request
-// is foreign to it. Nothing for the others.
+// For reasons that mean the same whatever was asked for: the service lacks something, or does not
+// know the request. Nothing for other reasons.
 std::optional<Failure> trouble_of_service(const std::string &verb, int32_t reason);
 
 // The failure for any reason, if the verb has no better words.

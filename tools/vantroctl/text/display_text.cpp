@@ -16,7 +16,7 @@ constexpr std::string_view ellipsis = "\xE2\x80\xA6";
 constexpr UChar32 soft_hyphen = 0xAD;
 
 struct Character {
-    UChar32 code;  // U+FFFD where the bytes are not UTF-8.
+    UChar32 code;  // U+FFFD if the bytes are not UTF-8.
     size_t length; // Bytes it takes in the text, at least 1.
     bool valid;
 };

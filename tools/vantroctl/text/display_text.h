@@ -12,7 +12,7 @@
 
 namespace vantro::ctl {
 
-// Combining characters kept on one base character; more would only paint over other lines.
+// Combining characters kept on one base character; more would be drawn over other lines.
 constexpr int combining_max = 8;
 
 // The text with every malformed UTF-8 sequence replaced by U+FFFD.
@@ -31,7 +31,7 @@ std::string clean_text(std::string_view text);
 int display_width(std::string_view text);
 
 // A clean text in at most `columns` columns. What is longer ends in an ellipsis, and is cut
-// between characters: combining ones stay with their base, a wide one is there whole or not.
+// between characters: combining ones stay with their base, and wide ones are not split.
 std::string clip_text(std::string_view text, int columns);
 
 // A clean text in lines of at most `columns` columns, 1 or more, broken at blanks if possible.

@@ -1,8 +1,8 @@
 // Nodes as the tool prints them and takes them back: "SOURCE:ID".
 //
-// What is printed is one word to a shell and harmless to a terminal, whatever a service put into
-// its ids, and names the same node when it is pasted: every byte that could be neither is written
-// as % and two hexadecimal digits.
+// Whatever a service put into its ids, what is printed is one word to a shell, harmless to a
+// terminal, and names the same node when it is pasted: other bytes are written as % and two
+// hexadecimal digits.
 #ifndef VANTRO_TOOLS_VANTROCTL_TEXT_NODE_REF_H
 #define VANTRO_TOOLS_VANTROCTL_TEXT_NODE_REF_H
 
@@ -14,7 +14,7 @@
 namespace vantro::ctl {
 
 struct NodeRef {
-    std::optional<int32_t> source; // Nothing where only an id was written.
+    std::optional<int32_t> source; // Nothing if only an id was written.
     std::string id;                // The service's own, decoded; "" is a source's top.
 };
 

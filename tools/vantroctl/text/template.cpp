@@ -19,7 +19,7 @@ using Part = Template::Part;
 using Kind = Template::Kind;
 using Texts = std::vector<std::string>;
 
-// Calls within calls; more would only use up the stack.
+// The depth of calls within calls; a limit for the stack.
 constexpr int depth_max = 32;
 // Columns that trunc() and pad() can be asked for.
 constexpr int columns_max = 1000;
@@ -197,7 +197,7 @@ class Parser {
         }
     }
 
-    // A byte of a text, or an escape. @param also what a backslash may stand before, too.
+    // A byte of a text, or an escape. @param also a further character that may be escaped.
     char character(char also) {
         const size_t begin = at_;
         const char byte = text_[at_++];

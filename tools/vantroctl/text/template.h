@@ -4,8 +4,8 @@
 //     {{group("[", duration(length), "] ")}}{{default(title, name)}}\n
 //
 // Text stands for itself; \n, \t, \\ and \{ are escapes. Between {{ and }} stands an expression: a
-// field, a text in quotation marks, a whole number, or a function of expressions. A value counts
-// as absent if it is empty.
+// field, a text in quotation marks, a whole number, or a function of expressions. An empty value
+// counts as absent.
 #ifndef VANTRO_TOOLS_VANTROCTL_TEXT_TEMPLATE_H
 #define VANTRO_TOOLS_VANTROCTL_TEXT_TEMPLATE_H
 
@@ -40,7 +40,7 @@ class Template {
 
     enum class Kind { text, field, call };
 
-    // A part of the template. Of a call, `name` is the function and `arguments` are what it gets.
+    // A part of the template. Of a call, `name` is the function, with its `arguments`.
     struct Part {
         Kind kind;
         std::string name = {}; // Of a text the text itself.

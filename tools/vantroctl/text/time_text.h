@@ -13,9 +13,9 @@ namespace vantro::ctl {
 // Where to seek to: a position, or a distance from the current one.
 struct SeekTarget {
     bool relative = false;
-    int32_t ms = 0; // Below zero only where relative.
+    int32_t ms = 0; // Below zero only if relative.
 
-    // The position in milliseconds, at least 0, however far the distance reaches.
+    // The position in milliseconds, at least 0.
     int32_t from(int32_t current_ms) const;
 };
 

@@ -30,7 +30,7 @@ constexpr PlainCommand plain_commands[] = {
     {"previous", vantro_previous}, {"rescan", vantro_rescan},
 };
 
-// The arguments were judged while the command line was read; this is for what slipped through.
+// The arguments were checked while the command line was read; this is for what was not.
 template <class T>
 T required(const std::optional<T> &value, const std::string &text) {
     if (!value) {

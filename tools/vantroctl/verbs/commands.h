@@ -1,4 +1,4 @@
-// What the tool can be told to do.
+// The verbs that change what a player does.
 #ifndef VANTRO_TOOLS_VANTROCTL_VERBS_COMMANDS_H
 #define VANTRO_TOOLS_VANTROCTL_VERBS_COMMANDS_H
 

@@ -63,7 +63,7 @@ std::vector<std::string> split(std::string_view list) {
     return parts;
 }
 
-// Nothing of a service that does not tell it.
+// Nothing if the service does not offer it.
 std::optional<Identity> identity_of(Client &client) {
     VantroIdentity record = {};
     const int32_t reason = client.ask(
@@ -127,7 +127,7 @@ class Doctor {
         bad(subject, failure.outcome, failure.text.substr(0, end), failure.text.substr(fix));
     }
 
-    // Where services are looked for, and where one has its name.
+    // Reports where services are looked for, and where one has its name.
     void look_at_roots() {
         const std::vector<RuntimeRoot> roots = runtime_roots();
         const char *const own = getenv("XDG_RUNTIME_DIR");
@@ -166,7 +166,7 @@ class Doctor {
         address.sun_family = AF_UNIX;
         const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         if (path.size() >= sizeof address.sun_path || descriptor < 0) {
-            return true; // As far as can be told.
+            return true; // As far as this process can see.
         }
         path.copy(address.sun_path, path.size());
         const bool dead =
@@ -182,7 +182,7 @@ class Doctor {
                                                 : "an unknown user";
     }
 
-    // A service that asks for capabilities refuses as if it were not there.
+    // A service that demands capabilities refuses as if it were not there.
     void explain_absence() {
         if (!root_.empty() && by_name_) {
             explain_denial();
@@ -244,7 +244,7 @@ class Doctor {
     void look_at_music(Client &client) {
         std::vector<Source> sources = get_sources(client);
         std::erase_if(sources, [](const Source &source) {
-            return source.type == VANTRO_SOURCE_PLAYLISTS; // It holds no music of its own.
+            return source.type == VANTRO_SOURCE_PLAYLISTS; // It has no music of its own.
         });
         if (sources.empty()) {
             bad("music", Outcome::not_found, "there is no media source",

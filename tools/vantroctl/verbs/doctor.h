@@ -1,4 +1,4 @@
-// The verbs for when something does not work: what is there, and whom the service takes one for.
+// The verbs for finding out why something does not work.
 #ifndef VANTRO_TOOLS_VANTROCTL_VERBS_DOCTOR_H
 #define VANTRO_TOOLS_VANTROCTL_VERBS_DOCTOR_H
 
@@ -7,8 +7,8 @@
 
 namespace vantro::ctl {
 
-// Looks at all that a player needs in order to play, and prints what it finds and how to mend it.
-// @return done where all is well, else what the first thing that is wrong ends a run with.
+// Checks everything that a player needs in order to play, and prints what it finds and how to mend
+// it. @return done if all is well, else the outcome of the first thing that is not.
 Outcome run_doctor(const ClientOptions &options, bool json);
 
 // Prints the user, the groups and the capabilities that the service sees. @throws Failure.

@@ -34,14 +34,14 @@ constexpr int64_t index_end = std::numeric_limits<int32_t>::max();
 using Page = std::vector<Node>;
 using Fetch = std::function<Page(int32_t offset, int32_t count)>;
 
-// A list on its way from the service to the reader, who may leave before its end.
+// Fetches a list and writes it for a reader, who may leave before its end.
 class Lister {
   public:
     Lister(Client &client, const ListOptions &options)
         : client_(client), options_(options), left_(options.limit > 0 ? options.limit : index_end),
           pager_(options.pager && !options.json) {}
 
-    // @param take gets one page after the other. @return false where that ended it.
+    // @param take gets one page after the other. @return false if it ended the list.
     bool pages(const Fetch &fetch, int64_t offset, const std::function<bool(Page &)> &take) {
         while (left_ > 0 && offset < index_end) {
             const int64_t wanted = std::min({left_, int64_t{page_nodes}, index_end - offset});
@@ -53,7 +53,7 @@ class Lister {
             if (!take(page)) {
                 return false;
             }
-            if (got != wanted) { // Its end, or a service that does not know pages.
+            if (got != wanted) { // The list's end, or a service that does not know pages.
                 return true;
             }
             offset += wanted;
@@ -61,7 +61,7 @@ class Lister {
         return left_ > 0;
     }
 
-    // @param heading stands above what there is.
+    // @param heading stands above the entries, if there are any.
     bool flat(const Fetch &fetch, const std::string &heading) {
         Table table = node_table(terminal_columns());
         std::string text = above(heading);
@@ -112,13 +112,13 @@ class Lister {
         return pager_.write(text);
     }
 
-    // As the template says, where there is one.
+    // Shows the entry by the template, if there is one.
     bool show_as(const ListedNode &listed, const std::string &top = {}) {
         return show(top + options_.format->line(
                               [&](std::string_view name) { return node_field(listed, name); }));
     }
 
-    // @param nothing what a person is told where the list is empty.
+    // @param nothing for people, if the list is empty.
     void finish(const std::string &command, const std::string &nothing) {
         if (options_.json) {
             print(json_nodes(options_.player, command, nodes_));
@@ -162,7 +162,7 @@ class Lister {
     Page nodes_; // Of a JSON text, which is whole or not there.
 };
 
-// A source to go through, and what stands above its entries if it is not the only one.
+// A source to list, and the heading above its entries if it is not the only one.
 struct Section {
     int32_t source;
     std::string heading;
@@ -201,7 +201,7 @@ std::vector<Section> sections(Client &client, const ListOptions &options) {
 } // namespace
 
 Place place_of(Client &client, const ListOptions &options, const std::string &text) {
-    if (text.empty()) { // Most likely of a shell's variable that is not set.
+    if (text.empty()) { // Most likely a shell's variable that is not set.
         throw Failure(Outcome::usage, "an empty NODE: the top of source 1, say, is written 1:");
     }
     const NodeRef ref = parse_ref(text);

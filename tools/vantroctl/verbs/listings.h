@@ -20,7 +20,7 @@ struct ListOptions {
     std::string player;
     bool json = false;
     bool pager = true;
-    std::optional<int32_t> source; // Where a node's source is not written with it.
+    std::optional<int32_t> source; // For nodes that are written without their source.
     int32_t offset = 0;
     int32_t limit = 0;                             // Most entries in all; 0: no limit.
     int32_t depth = 0;                             // Levels of a tree; 0: a table.
@@ -50,7 +50,7 @@ void run_info(Client &client, const ListOptions &options, const std::string &nod
 // sources and none is named.
 Place place_of(Client &client, const ListOptions &options, const std::string &text);
 
-// The track that follows the current one; nothing where none does.
+// Shows the track that follows the current one; nothing if none does.
 // @throws Failure if that is not known, in random order.
 void run_queued(Client &client, const ListOptions &options);
 

@@ -13,7 +13,7 @@ namespace vantro::ctl {
 // Their names, in the service's order. @throws Failure.
 std::vector<std::string> player_names(Client &client);
 
-// Lists them, with what each is doing. One that cannot be asked fails the run.
+// Lists them, with what each is doing. If one cannot be asked, the run fails.
 void run_players(const ClientOptions &options, const ListOptions &list);
 
 } // namespace vantro::ctl

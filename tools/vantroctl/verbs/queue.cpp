@@ -92,7 +92,7 @@ std::optional<int64_t> songs_found(const QueueNodes &nodes, const NewSession &wa
     return nodes.search ? std::optional(static_cast<int64_t>(wanted.places.size())) : std::nullopt;
 }
 
-// What the player works through, to be changed and given back.
+// The tracks of the player's session, to be changed and given back.
 class Queue {
   public:
     explicit Queue(Client &client) : client_(client), session_(client.need_session()) {
@@ -135,8 +135,8 @@ class Queue {
         }
     }
 
-    // Makes a session of what is left. It goes on at the current track, or at the next one after it
-    // that is left; if there is none it stops.
+    // Makes a session of the tracks that are left. The player goes on at the current track, or at
+    // the next one that is left; if there is none it stops.
     CommandResult give_back(const std::string &verb) {
         drop_unknown();
         if (tracks_.empty()) {
@@ -165,7 +165,7 @@ class Queue {
   private:
     struct Track {
         Place place;
-        int32_t before; // Its index in the session as it was.
+        int32_t before; // Its index in the session before the change.
     };
 
     // A track that has left the catalogue has no node any more, and cannot be asked for.

@@ -1,4 +1,4 @@
-// The verbs that change what the player works through.
+// The verbs that change the tracks of the player's session.
 #ifndef VANTRO_TOOLS_VANTROCTL_VERBS_QUEUE_H
 #define VANTRO_TOOLS_VANTROCTL_VERBS_QUEUE_H
 
@@ -25,13 +25,13 @@ struct TrackRange {
 // "3" or "3-7", or nothing.
 std::optional<TrackRange> parse_track_range(std::string_view text);
 
-// The nodes that lines name, as listings print them: the first column of each that is a node, or
-// the first of all.
+// The nodes that lines of a listing name: of each line the first column that is a node, or else its
+// first column.
 std::vector<std::string> nodes_in(std::istream &lines);
 
-// What a session is to be made of. Nodes are written as parse_ref() reads them; "-" stands for
-// those that standard input names. With `search` they are words instead, and stand for the songs of
-// every source, or of --source, in which all of them are found.
+// The nodes of which a session is to be made. Nodes are written as parse_ref() reads them; "-"
+// stands for those that standard input names. With `search` they are words instead, and stand for
+// the songs of every source, or of --source, in which all of them are found.
 struct QueueNodes {
     std::vector<std::string> nodes;
     bool search = false;

@@ -73,8 +73,8 @@ class EventLines : public WatchView {
     std::string output() override { return std::exchange(text_, {}); }
 
   private:
-    // Positions that the clock predicts share one line a player, at the end of the screen: each
-    // replaces the one before, so that other events stay in sight.
+    // The positions of a player that the clock predicts share one line at the end of the screen:
+    // each replaces the one before, so that other events stay in sight.
     void show(const std::string &player, const std::string &line, bool expected) {
         if (!expected) {
             ticking_.clear();
@@ -99,7 +99,8 @@ class EventLines : public WatchView {
 
     std::map<std::string, PlayerMirror> mirrors_;
     int player_columns_ = 0;
-    std::vector<std::string> ticking_; // Whose positions are the last lines of the screen.
+    std::vector<std::string>
+        ticking_; // The players whose positions are the last lines of the screen.
     std::string text_;
 };
 
@@ -130,7 +131,7 @@ class FormattedEvents : public WatchView {
   private:
     const Template &format_;
     std::map<std::string, PlayerMirror> mirrors_;
-    std::map<std::string, std::string> last_; // What was shown of each player.
+    std::map<std::string, std::string> last_; // The line that was last shown of each player.
     std::string text_;
 };
 

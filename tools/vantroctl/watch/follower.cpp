@@ -21,9 +21,9 @@ namespace {
 
 // Events taken at a time.
 constexpr size_t events_max = 256;
-// A change that cannot be decoded is skipped; so many in a row mean that the ring is corrupt.
+// A change that cannot be decoded is skipped. So many in a row mean that the ring is corrupt.
 constexpr int misunderstood_max = 100;
-// A service that does not answer in this time is not back yet, and nobody is held up longer.
+// A service that does not answer in this time is taken as not back yet.
 constexpr double look_again_timeout_s = 1;
 
 // Whether an error of the calls for events says that this run of the service is over.
@@ -44,7 +44,7 @@ void Follower::leave() {
     descriptor_ = -1;
 }
 
-// It is done without if none is left, and tried again.
+// Opens the descriptor of the events. If none is left the tool works without, and tries again.
 void Follower::need_descriptor() {
     if (descriptor_ < 0) {
         descriptor_ = vantro_event_fd(client_->handle());
@@ -144,7 +144,7 @@ bool Follower::look_for_service(std::vector<PlayerEvent> &events) {
                        options_.timeout_s > 0 ? options_.timeout_s : look_again_timeout_s));
     } catch (const Failure &failure) {
         leave();
-        // A reason is told when it comes twice in a row: many pass at once.
+        // A reason is reported only when it comes twice in a row: many are gone at once.
         if (std::exchange(last_reason_, failure.text) == failure.text &&
             last_reason_ != told_reason_) {
             told_reason_ = last_reason_;

@@ -12,8 +12,9 @@
 namespace vantro::ctl {
 
 // Gives the full picture first, then each event. When the service ends it gives `gone`; whoever
-// uses it then says when to look for the service. `waiting` tells that something other than the
-// service's absence is in the way; `back` and the full picture again, that it is followed again.
+// uses it then says when to look for the service. `waiting` says that something other than the
+// service's absence is in the way. When the player is followed again, it gives `back` and the full
+// picture.
 class Follower {
   public:
     // Connects and gets the full picture. @throws Failure if there is nothing to follow.
@@ -26,13 +27,12 @@ class Follower {
     // has no inotify instance left: then take() is to be called from time to time.
     int descriptor() const { return descriptor_; }
 
-    // What has happened, oldest first, so much of it as is to be shown at a time: a descriptor that
-    // is still readable then has more. Does not wait. @throws Failure.
+    // The events since the last call, oldest first, up to a limit: if the descriptor is still
+    // readable there are more. Does not wait. @throws Failure.
     std::vector<PlayerEvent> take();
 
-    // Looks for the service that is gone, and waits a second at most for its answer.
-    // @param events receives what that gives.
-    // @return whether there is no service.
+    // Looks for a service that is gone, and waits a second at most for its answer. @param events
+    // receives the resulting events. @return whether there is no service.
     bool look_for_service(std::vector<PlayerEvent> &events);
 
   private:
@@ -51,7 +51,7 @@ class Follower {
     int descriptor_ = -1;
     std::vector<PlayerEvent> picture_; // The full picture, until it is taken.
     std::string last_reason_;          // Why the last look failed.
-    std::string told_reason_;          // The last that was told.
+    std::string told_reason_;          // The last one reported.
 };
 
 } // namespace vantro::ctl

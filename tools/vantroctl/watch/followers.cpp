@@ -16,7 +16,7 @@
 namespace vantro::ctl {
 namespace {
 
-// How often is looked at a player that has no descriptor.
+// How often a player without a descriptor is looked at.
 constexpr int look_ms = 250;
 
 [[noreturn]] void fail() {
@@ -46,7 +46,7 @@ Followers::~Followers() {
     close(descriptor_);
 }
 
-// A descriptor that is closed leaves by itself.
+// A closed descriptor leaves the set by itself.
 void Followers::listen_to(int descriptor) {
     epoll_event wanted = {};
     wanted.events = EPOLLIN;
@@ -83,7 +83,7 @@ std::vector<PlayerEvent> Followers::take() {
         std::vector<PlayerEvent> more = follower->take();
         std::move(more.begin(), more.end(), std::back_inserter(events));
     }
-    listen_to_new(); // One that has ended is forgotten before the next may get its number.
+    listen_to_new(); // A descriptor that has ended is removed before the next can get its number.
     if (any_gone()) {
         look_for_service(events);
         listen_to_new();

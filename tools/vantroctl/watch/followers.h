@@ -12,7 +12,7 @@
 
 namespace vantro::ctl {
 
-// Nothing is read ahead: what nobody takes stays in the service's rings.
+// Nothing is read ahead: events that are not taken stay in the service's rings.
 class Followers {
   public:
     // @param options of each player. @throws Failure where one cannot be followed.
@@ -27,8 +27,8 @@ class Followers {
     // In how many milliseconds take() must be called even if nothing happens; -1 for never.
     int wake_in_ms() const;
 
-    // What has happened, each player's oldest first. Waits only while a service that has come back
-    // does not answer yet, a second a player at most. @throws Failure.
+    // The events since the last call, each player's oldest first. Waits only while a service that
+    // has come back does not answer yet, a second a player at most. @throws Failure.
     std::vector<PlayerEvent> take();
 
   private:

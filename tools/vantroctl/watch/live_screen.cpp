@@ -28,7 +28,7 @@ using Milliseconds = std::chrono::milliseconds;
 
 // Often enough for a position of whole seconds, and for a bar of 80 parts.
 constexpr Milliseconds redraw(250);
-// However fast events come: more frames than this nobody can see.
+// The least time between two frames, however fast events come.
 constexpr Milliseconds redraw_min(40);
 
 constexpr const char *hint = "q leaves";
@@ -39,7 +39,7 @@ void stop_process() {
     sigemptyset(&stop);
     sigaddset(&stop, SIGTSTP);
     raise(SIGTSTP);
-    pthread_sigmask(SIG_UNBLOCK, &stop, nullptr); // Goes on here.
+    pthread_sigmask(SIG_UNBLOCK, &stop, nullptr); // Continues here when resumed.
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 }
 
@@ -126,8 +126,8 @@ class LiveScreen : public WatchView {
     bool take_key(char key) override { return key == 'q' || key == 'Q'; }
 
   private:
-    // A whole screen. Each line is cleared from its end on, and the screen never, so that it does
-    // not flicker.
+    // A whole screen. Each line is cleared from its end on; the screen is never cleared, so that it
+    // does not flicker.
     std::string draw() const {
         const int columns = output_columns();
         const int rows = output_rows();

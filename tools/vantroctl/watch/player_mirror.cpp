@@ -19,7 +19,7 @@ void PlayerMirror::apply(const PlayerEvent &event) {
     switch (event.kind) {
     case PlayerEvent::Kind::state:
     case PlayerEvent::Kind::error:
-        hold(position(event.at), event.at); // Up to now the position moved at the old rate.
+        hold(position(event.at), event.at); // Until this event the position moved at the old rate.
         static_cast<PlayerModes &>(status_) = event.modes;
         if (event.kind == PlayerEvent::Kind::error) {
             trouble_ = event;

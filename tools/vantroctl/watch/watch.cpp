@@ -101,8 +101,7 @@ class Watch {
             }
             if (ready[1].revents != 0) {
                 if (!writing) {
-                    return std::nullopt; // Not asked for, so an error: the pipe or terminal is
-                                         // gone.
+                    return std::nullopt; // Only an error: the pipe or terminal is gone.
                 }
                 // A signal may have discarded what was to be written.
                 if (!pending_.empty() && !write_some()) {
@@ -164,7 +163,7 @@ class Watch {
         return true;
     }
 
-    // Completes the line at hand, as far as the reader takes it.
+    // Completes the line that is being written, as far as the reader takes it.
     void finish_line() {
         pollfd room = {STDOUT_FILENO, POLLOUT, 0};
         while (!pending_.empty() && poll(&room, 1, 0) == 1 && write_some()) {

@@ -13,7 +13,7 @@ namespace vantro::ctl {
 
 struct WatchOptions {
     std::vector<std::string> players;
-    ClientOptions client; // But for the player.
+    ClientOptions client; // Its `player` is not used.
     bool json = false;
     bool live = false;
     std::optional<Template> format = std::nullopt; // How an event is shown.

@@ -20,7 +20,7 @@ class WatchView {
 
     virtual void take(const PlayerEvent &event) = 0;
 
-    // What is to be written now. Called only when all that it gave before has been written.
+    // The text to be written now. Called only when all text of earlier calls has been written.
     virtual std::string output() = 0;
 
     // In how many milliseconds output() must be called even if nothing happens; -1 for never.
@@ -36,14 +36,15 @@ class WatchView {
     virtual bool take_key(char) { return false; }
 };
 
-// A line an event. @param players in the order in which they were named.
+// One line for each event. @param players in the order in which they were named.
 std::unique_ptr<WatchView> make_event_lines(const std::vector<std::string> &players);
 
-// A line an event as the template says; none if it is empty, or as the one before.
+// One line for each event, by the template; none if the line is empty, or the same as the one
+// before.
 std::unique_ptr<WatchView> make_formatted_events(const std::vector<std::string> &players,
                                                  const Template &format);
 
-// An object of JSON an event.
+// One object of JSON for each event.
 std::unique_ptr<WatchView> make_event_objects();
 
 // One screen, drawn again when something changes. It takes the terminal in begin() and gives it
