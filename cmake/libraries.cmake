@@ -1,7 +1,7 @@
 # The two shared libraries and the object libraries that they, and the tests, are linked from.
 #
 # Each folder adds its own sources with target_sources(); tests that reach internals link
-# vantro_client_objects and vantro_platform_objects and never a shared library beside them.
+# vantro_client_objects and vantro_platform_objects and never a shared library as well.
 add_library(vantro_platform_objects OBJECT)
 target_include_directories(vantro_platform_objects PUBLIC
   ${PROJECT_SOURCE_DIR}/platform/include)

@@ -35,14 +35,14 @@ endif()
 if(VANTRO_SANITIZE)
   add_compile_options(-fsanitize=${VANTRO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${VANTRO_SANITIZE})
-  # This check asks the kernel through a pipe whether an object is there, and takes every object for
-  # a wrong one where a test leaves no descriptor free.
+  # This check asks the kernel through a pipe whether an object is there. If a test leaves no
+  # descriptor free, it reports every object as wrong.
   if(VANTRO_SANITIZE MATCHES "undefined")
     add_compile_options(-fno-sanitize=vptr)
   endif()
 endif()
 
-# What a stranger's bytes reach is built so that a fault ends the process rather than serves them.
+# Code that a stranger's bytes reach is built so that a fault ends the process and cannot be used.
 # The sanitizers bring checks of their own.
 if(NOT VANTRO_SANITIZE)
   add_compile_options(-fstack-protector-strong)

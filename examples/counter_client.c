@@ -1,5 +1,6 @@
 /*
- * Has the counter service add numbers, and prints each sum: one open of the service counts for all.
+ * Has the counter service add numbers, and prints each sum. All numbers go through one open of the
+ * service.
  *
  *     counter_client NUMBER...
  */
@@ -23,7 +24,7 @@ int main(int argc, char **argv) {
         const int32_t number = (int32_t)strtol(argv[i], NULL, 10);
         int32_t sum = 0;
         uint32_t length = 0;
-        /* 0, the status of the service's answer, or an error number of the exchange. */
+        /* Either the status of the service's answer or an error number of the exchange. */
         const int status =
             msgclient_putget(counter, &number, sizeof number, &sum, sizeof sum, &length, 0);
         if (status == 0 && length == sizeof sum) {

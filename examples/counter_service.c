@@ -1,6 +1,6 @@
 /*
- * A service in sixty lines: each open counts for itself. A request is a 32-bit number that is
- * added; the answer is the sum. What cannot be added is refused, and changes nothing.
+ * A service in sixty lines: each open has a sum of its own. A request is a 32-bit number to add;
+ * the answer is the sum. A number that cannot be added is refused, and changes nothing.
  */
 #include <errno.h>
 #include <stdio.h>
@@ -16,7 +16,7 @@ static int32_t sums[OPENS_MAX]; /* by the index of the open; under the service's
 static int32_t open_counter(MsgOsb *open, MsgContext *context, MsgService *service) {
     (void)context;
     if (open->index >= OPENS_MAX) {
-        return EAGAIN; /* what msgclient_open() of the client fails with */
+        return EAGAIN; /* the client's msgclient_open() fails with it */
     }
     pthread_mutex_lock(&service->lock);
     sums[open->index] = 0; /* the index may have been another client's */
@@ -32,7 +32,7 @@ static int32_t add(MsgOsb *open, MsgContext *context, MsgService *service) {
     if (context->header->send_length != sizeof number) {
         status = EINVAL;
     } else {
-        memcpy(&number, context->payload, sizeof number); /* of any alignment, from a stranger */
+        memcpy(&number, context->payload, sizeof number); /* not aligned, and not to be trusted */
         pthread_mutex_lock(&service->lock);
         if (__builtin_add_overflow(sums[open->index], number, &sum)) {
             status = ERANGE;
@@ -41,7 +41,7 @@ static int32_t add(MsgOsb *open, MsgContext *context, MsgService *service) {
         }
         pthread_mutex_unlock(&service->lock);
     }
-    /* Once, and as the last thing: the open record may be gone when the answer is out. */
+    /* Answers once, and last: the open record may be gone afterwards. */
     if (callout_reply(open, context, status, &sum, status == 0 ? (int32_t)sizeof sum : 0) ==
         ENOMEM) {
         ipc_error(receive_id, ENOMEM);

@@ -32,7 +32,7 @@ static int32_t echo(MsgOsb *open, MsgContext *context, MsgService *service) {
     const int receive_id = context->receive_id;
     const int32_t length = (int32_t)context->header->send_length;
     (void)service;
-    /* The open record may be gone once the answer is out. */
+    /* The open record may be gone once the answer was sent. */
     if (callout_reply(open, context, 0, context->payload, length) == ENOMEM) {
         ipc_error(receive_id, ENOMEM);
     }
@@ -45,7 +45,7 @@ static void *serve(void *unused) {
     return NULL;
 }
 
-/* A waiting thread looks at `stop` at its next message or pulse: so each is sent a pulse. */
+/* A waiting thread looks at `stop` only at its next message or pulse, so each is sent a pulse. */
 static void stop_threads(const pthread_t *threads, int count) {
     const int connection = connect_attach(0, 0, server->channel, 0, 0);
     int i;

@@ -39,7 +39,7 @@ static const char *state_name(int32_t state) {
     return state >= 0 && state < (int32_t)G_N_ELEMENTS(names) ? names[state] : "unknown";
 }
 
-/* The descriptor is readable: there may be one event, or more, for each of which this runs again.
+/* Called when the descriptor is readable. Takes one event; if there are more, it is called again.
  */
 static gboolean on_event(gint descriptor, GIOCondition condition, gpointer data) {
     const struct followed *player = data;

@@ -3,7 +3,7 @@
 
     now_playing.py [PLAYER]
 
-Waits for the service, and goes on where it is started again. Ends after Ctrl-C.
+Waits for the service, and goes on when it is started again. Ends after Ctrl-C.
 """
 
 import asyncio

@@ -46,7 +46,7 @@ static const char *state_name(int32_t state) {
     }
 }
 
-/* Gives up what belongs to a run of the service that is over. */
+/* Gives up the connection to a service that has ended. */
 static void leave(struct followed *player) {
     if (player->handle) {
         vantro_disconnect(player->handle);
@@ -55,7 +55,7 @@ static void leave(struct followed *player) {
     }
 }
 
-/* Connects if that is possible by now. A service that does not answer holds nobody up. */
+/* Connects if that is possible by now. A service that does not answer does not hold up the loop. */
 static void join(struct followed *player) {
     VantroHandle *handle = vantro_connect_timed(ANSWER_MS);
     if (!handle) {
@@ -71,7 +71,7 @@ static void join(struct followed *player) {
     player->handle = handle;
 }
 
-/* Tells of one event: the descriptor is readable until there is none. */
+/* Reports one event: the descriptor stays readable until there is none. */
 static void tell(struct followed *player) {
     const VantroEvent *event = vantro_event_get(player->handle);
     if (!event) {

@@ -1,7 +1,7 @@
-// Bytes where a change text should be: the parser ends, stays inside the text, leaves a line that
-// it cannot parse as it was, and what it finds is written again as a text that says the same.
+// Any bytes as a change text: the parser ends, stays inside the text, and leaves a line that it
+// cannot parse as it was. What it finds is written again as a text that says the same.
 //
-// An input is the text; what follows its first NUL is not looked at.
+// An input is the text; what follows its first NUL is ignored.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -17,7 +17,7 @@ namespace {
 
 using vantro::fuzz::require;
 
-// Everything that a text says, one entry a line; and the text written again from it.
+// Everything that a text says, one entry for each line; and the text written again from it.
 struct Reading {
     std::vector<std::string> lines;
     std::string written;

@@ -1,7 +1,6 @@
-// Bytes where a JSON text should be: the decoder ends, and hands out strings of the text itself.
+// Any bytes as a JSON text: the decoder ends, and the strings that it gives lie in the text.
 //
-// An input is the text up to its first NUL; a member asked for by a name that is in it may be
-// there.
+// An input is the text up to its first NUL. Members are asked for by names that occur in it.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

@@ -1,7 +1,7 @@
 // Lines of an MPD client: words, and filters made of them.
 //
-// Each line of the input is one of a client. What is known of a song from a list alone never
-// contradicts what its whole says.
+// Each line of the input is one of a client. What a list says of a song must never contradict the
+// whole song.
 #include <cstddef>
 #include <cstdint>
 #include <exception>

@@ -1,5 +1,5 @@
-// Files of music and playlists, as the scan reads them. The first byte says what the file is
-// called; the rest is the file. Whatever is in it, texts come out valid and bounded.
+// Files of music and playlists, as the scan reads them. The first byte chooses the file's name; the
+// rest is the file. Whatever it holds, the texts are valid and bounded.
 #include <sys/mman.h>
 #include <unistd.h>
 

@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 namespace {
 
 void run(const std::string &input) {
-    // A block of exactly that size, where a sanitizer sees each byte read beyond it.
+    // A block of exactly that size, so that a sanitizer sees each byte that is read beyond it.
     const std::vector<uint8_t> bytes(input.begin(), input.end());
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
 }
@@ -36,7 +36,7 @@ int main(int argc, char **argv) {
     if (corpus.empty()) {
         return 1;
     }
-    // The same in each run, as far as the time allows.
+    // The same order in each run, as far as the time allows.
     std::sort(corpus.begin(), corpus.end());
     std::minstd_rand random(1);
     const auto any = [&](size_t count) { return random() % count; };

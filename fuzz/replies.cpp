@@ -1,5 +1,5 @@
 // Arbitrary answers to the queries that hand out records and values. A real service in this process
-// gives them; whatever they are, each call keeps to its results, and what it hands out can be read
+// gives them. Whatever they are, each call has a documented result, and what it gives can be read
 // and freed.
 //
 // An input is the query (1 byte), the reply's status (1 byte), the length that the reply claims
@@ -31,15 +31,16 @@ struct Forged {
     std::string reply, held;
 };
 
-vantro::Mutex guard; // The asking thread goes on before the service is done with what it sent.
-Forged &forged GUARDED_BY(guard) = *new Forged; // Never freed: nothing ends the service's thread.
+vantro::Mutex guard; // The asking thread goes on before the service has finished with its answer.
+Forged &forged GUARDED_BY(guard) =
+    *new Forged; // Never freed, since the service's thread does not end.
 
 void will_give(Forged next) {
     const vantro::MutexLock lock(guard);
     forged = std::move(next);
 }
 
-// A result word of 0 alone.
+// An answer with only a result word of 0.
 Forged consent() {
     return {0, 4, std::string(4, '\0'), ""};
 }

@@ -37,7 +37,7 @@ size_t records_length(const vantro::service::requests::Bytes &answer, size_t at,
     return answer.size();
 }
 
-// Where so many texts end, each with its length before it.
+// The offset after `count` texts, each with its length before it.
 size_t end_of_texts(const vantro::service::requests::Bytes &answer, size_t at, int64_t count) {
     for (int64_t i = 0; i < count; ++i) {
         at += 4 + read<uint32_t>(answer, at);
@@ -75,7 +75,7 @@ size_t answer_length(const vantro::service::requests::Bytes &request,
                    ? 4
                    : records_length(answer, 4, 1, unpack_metadata, vantro_free_metadata);
     case VANTRO_COMMAND_GET_EXTENDED_METADATA:
-        // As many values as keys were asked for.
+        // One value for each key of the request.
         return end_of_texts(answer, 4, read<uint32_t>(request, 24 + read<uint32_t>(request, 20)));
     case VANTRO_COMMAND_CREATE_TRKSESSION:
         require(read<uint64_t>(answer, 4) >= 1 && read<uint64_t>(answer, 4) <= INT32_MAX);
@@ -114,7 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
 
     while (size >= 2) {
-        const int32_t open = data[0] % 8 - 2; // those at the ends were never opened
+        const int32_t open = data[0] % 8 - 2; // the records at both ends were never opened
         const size_t length = std::min<size_t>(data[1], size - 2);
         const vantro::service::requests::Bytes request(
             data + 2, data + 2 + length); // a copy, so that its end is guarded

@@ -1,10 +1,10 @@
-// The ring while a writer changes it: readers end, give texts of the form that they promise, and
-// say that a ring is noise rather than crash. While only the publisher writes, every reader comes
-// to know exactly what was published.
+// The ring while it is changed: readers end, give texts of the promised form, and report a corrupt
+// ring instead of crashing. If only the publisher writes, every reader learns exactly what was
+// published.
 //
 // An input is a list of steps, each a byte that chooses one and the bytes that it takes. The steps
 // that tamper write to the file as a hostile publisher could. In a race another thread writes while
-// a reader reads: it repeats what was tampered with so far, or publishes if nothing was.
+// a reader reads: it repeats the tampering so far, or publishes if there was none.
 #include <fcntl.h>
 #include <signal.h>
 #include <time.h>
@@ -59,7 +59,7 @@ class Input {
         return value;
     }
     std::string text() {
-        const size_t wanted = byte(); // before what is left is looked at
+        const size_t wanted = byte(); // taken before the rest is measured
         const size_t length = std::min(wanted, static_cast<size_t>(end_ - at_));
         std::string made(reinterpret_cast<const char *>(at_), length);
         at_ += length;
@@ -101,7 +101,7 @@ class Mirror {
             case KIVO_ATTRIBUTE:
                 objects[record.object][record.attribute] = record.value;
                 if (std::strcmp(record.attribute, "born") == 0) {
-                    // Another object of this name comes only after the end of this one.
+                    // Another object of this name may come only after the end of this one.
                     require(born_.emplace(record.object, record.value).first->second ==
                             record.value);
                 }
@@ -171,7 +171,7 @@ class Reader {
         notify_disarm(descriptor_);
     }
 
-    // Whether the mirror holds the objects that this reader reads, and no more.
+    // Whether the mirror has exactly the objects that this reader follows.
     bool knows(const Objects &published) const {
         if (descriptor_ < 0 || object_ == ".all") {
             return descriptor_ < 0 || mirror_.objects == published;
@@ -284,7 +284,8 @@ class Play {
         require((object_delete(publisher_, object.c_str()) == 0) ==
                 (published_.erase(object) == 1));
     }
-    // Mostly a little; sometimes more than the ring holds, which takes a hundred times as long.
+    // Mostly publishes a little; sometimes more than the ring holds, which takes a hundred times as
+    // long.
     void fill() {
         const uint8_t amount = input_.byte();
         fill(amount < 240 ? amount % 8 : changes_of_a_lap);
@@ -313,10 +314,10 @@ class Play {
     }
 
     RingHeader *header() { return reinterpret_cast<RingHeader *>(mapping_.data()); }
-    // A number of any size, or one near a position that the ring has.
+    // Any number, or one near a position in the ring.
     uint64_t position() {
         const uint8_t kind = input_.byte();
-        // A step back as well. NOLINTNEXTLINE(bugprone-signed-char-misuse)
+        // May be negative. NOLINTNEXTLINE(bugprone-signed-char-misuse)
         const auto by = static_cast<int64_t>(static_cast<int8_t>(input_.byte()));
         const uint64_t step = kind & 0x80 ? by : 8 * by;
         switch (kind % 5) {
@@ -357,7 +358,7 @@ class Play {
             store_words(mapping_.data(), at, bytes.data(), bytes.size());
         });
     }
-    // A record of the tamperer's own, with a head that may lie.
+    // A forged record, whose head may be false.
     void forge() {
         const uint8_t how = input_.byte();
         const std::string text = input_.text();
@@ -399,7 +400,7 @@ class Play {
 
     void finish() {
         for (const auto &reader : readers_) {
-            // As many texts as there can be, one for every record and object.
+            // At most as many texts as there can be: one for every record and object.
             for (size_t i = 0; reader && reader->read(is_tampered_) > 0; i++) {
                 require(i < 2 * ring_capacity / record_alignment);
             }

@@ -1,5 +1,5 @@
 // Bytes of a reply, as a service might send them: whatever they are, the unpackers neither read
-// beyond them nor leave anything behind, and what they make packs and unpacks to itself.
+// beyond them nor leak, and what they make is the same after packing and unpacking.
 //
 // An input is the kind of record (1 byte), the count (4 bytes), then the packed records.
 #include <cstddef>
@@ -18,8 +18,8 @@ namespace {
 using vantro::fuzz::require;
 using vantro::records::Fields;
 
-// What a service would keep of a record. A string that begins with a NUL is an empty one in C, and
-// would come back absent from another turn.
+// The service's form of a record. A string that begins with a NUL is empty in C, and the next turn
+// would make it absent.
 template <class To, class From>
 To service_record(const From &from) {
     using Target = Fields<To>;
@@ -45,7 +45,7 @@ void try_bytes(const uint8_t *data, int size, int count,
                void (*pack)(const Service *, int, void *, int *),
                int (*compute)(const Service *, int)) {
     std::vector<uint8_t> bytes(data, data + size), before;
-    // The second and third turn unpack what the one before packed, which changes nothing more.
+    // The second and third turn unpack what the one before packed, and must give the same.
     for (int turn = 0; turn < 3; turn++) {
         Record untouched{};
         Record *records = &untouched;
@@ -62,7 +62,7 @@ void try_bytes(const uint8_t *data, int size, int count,
         before = std::exchange(bytes, std::vector<uint8_t>(bytes.size()));
         int packed = 0;
         pack(service.data(), count, bytes.data(), &packed);
-        // Never longer than what it came from: a string ends at its first NUL.
+        // Never longer than its source, since a string ends at its first NUL.
         require(packed <= left && (!compute || compute(service.data(), count) == packed));
         bytes.resize(static_cast<size_t>(packed));
         require(turn == 0 || bytes == before);

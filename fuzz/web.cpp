@@ -1,7 +1,7 @@
 // What a browser sends: the address, the host and the body of a request.
 //
-// The input is an address, a host and a body, one a line; the body is the rest. What is taken keeps
-// its promises, and what is written from it is JSON again.
+// The input is an address, a host and a body, one a line; the body is the rest. What is accepted is
+// within its documented limits, and the JSON written from it is valid.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
-// Raw packets, and descriptors of every sort beside them, at a live server's sockets. An input is a
-// list of steps: a byte for the socket (control or lane), a byte for what comes along, two bytes of
-// length, and that many bytes, sent as one packet; on a lane they may be put behind a frame that is
-// true, and the answer may be waited for, so that what follows is another message. After each input
-// a client that behaves is still served, and no descriptor stays.
+// Raw packets, with descriptors of every kind, at a live server's sockets. An input is a list of
+// steps: a byte for the socket (control or lane), a byte for the descriptor, two bytes of length,
+// and that many bytes, sent as one packet. On a lane a correct frame may be put in front, and the
+// step may wait for the answer, so that the next step is another message. After each input an
+// honest client is still served, and no descriptor is left.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -33,7 +33,7 @@ using vantro::platform::Frame;
 using vantro::platform::UniqueFd;
 
 constexpr size_t steps_max = 32;
-constexpr long kept_descriptors = 8; // what the library may keep from the first of its kind on
+constexpr long kept_descriptors = 8; // descriptors that the library may keep from its first use
 
 long open_descriptors() {
     const std::filesystem::directory_iterator all("/proc/self/fd");
@@ -43,7 +43,7 @@ long open_descriptors() {
 int32_t answer(MsgOsb *open, MsgContext *context, MsgService *) {
     const TransportHeader header = *context->header;
     const int32_t receive_id = context->receive_id;
-    // Touches every byte that the header says is there, and only those.
+    // Reads exactly the bytes that the header announces.
     const std::string payload(static_cast<const char *>(context->payload), header.send_length);
     std::string reply = payload;
     if (header.code & 1) {
@@ -69,7 +69,7 @@ int32_t closed(MsgOsb *, MsgContext *, MsgService *) {
     return 0;
 }
 
-// The server and the client that behaves, for the life of the program.
+// The server and the honest client, for the life of the program.
 struct World {
     const vantro::fuzz::RuntimeDirectory runtime;
     MsgClient *bystander = nullptr;
@@ -112,7 +112,7 @@ UniqueFd socket_end(int type) {
     return UniqueFd(ends[0]);
 }
 
-// What comes along with a packet; of most sorts none.
+// The descriptor that goes with a packet; for most kinds none.
 UniqueFd companion(unsigned kind, size_t length) {
     constexpr int sealed = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
     switch (kind % 16) {
@@ -144,7 +144,7 @@ void send_one(int socket, const void *bytes, size_t length, int descriptor) {
     vantro::platform::send_packet(socket, &part, 1, descriptor, MSG_DONTWAIT);
 }
 
-// A lane that the server granted, or none where it ended the connection.
+// A lane that the server granted, or none if it ended the connection.
 UniqueFd granted_lane(int control) {
     pollfd readable = {control, POLLIN, 0};
     vantro::platform::ControlRecord record;
@@ -198,7 +198,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         }
     }
     world.expect_service();
-    // The server sees the end in its own time; then it has nothing of that client.
+    // Waits until the server has seen the end, and has no descriptor of that client any more.
     for (int tries = 0; open_descriptors() > world.descriptors + kept_descriptors; ++tries) {
         require(tries < 1000);
         world.expect_service();

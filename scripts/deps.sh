@@ -1,5 +1,5 @@
-# Sourced by the commands beside it. Installs Debian packages that are missing, and says so; if
-# nothing is missing it does and prints nothing.
+# Sourced by the commands beside it. Installs Debian packages that are missing, and says so; if none
+# is missing it does and prints nothing.
 
 packages_build='g++ cmake ninja-build pkg-config git libtag1-dev libsqlite3-dev libicu-dev libexpat1-dev nettle-dev libcli11-dev libtomlplusplus-dev libfmt-dev rapidjson-dev libmpv-dev libsystemd-dev libmicrohttpd-dev libgtest-dev scdoc'
 packages_music='flac vorbis-tools'

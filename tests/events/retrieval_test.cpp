@@ -1,5 +1,5 @@
-// Which events follow from what is published, in which order, and what is logged. Most of it stands
-// in scenarios: see scenarios/README.
+// Which events follow from what is published, in which order, and what is logged. Most cases are
+// scenarios: see scenarios/README.
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -92,7 +92,7 @@ TEST_F(Retrieval, WithoutAPublisherOrAPlayerLeavesNothing) {
     }
     vantro_disconnect(unopened);
     EXPECT_EQ(take_lines(), Lines(4, "3 Invalid vantro handle"));
-    // Nobody ever was there, whatever died elsewhere in another test.
+    // Here no service ever published, whatever died in another test.
     ASSERT_EQ(vantro_close(handle, "main"), 0);
     ASSERT_EQ(vantro_open(handle, "nobody"), 0);
     const long before = open_descriptors();
@@ -208,7 +208,7 @@ TEST_F(Retrieval, ABurstOfOneObjectLeavesOneEntry) {
     EXPECT_EQ(entries, 2);
 }
 
-// What no object service of ours gives, and others may: from a socket, one text a read.
+// Texts that our publisher never writes, but others may: from a socket, one text a read.
 TEST_F(Retrieval, TextsWithoutAnObjectsWholeLineArePassedOver) {
     start_publishing();
     ASSERT_EQ(next(), "7");

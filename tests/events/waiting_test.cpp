@@ -36,7 +36,7 @@ const VantroEvent *wait_for(VantroHandle *handle, const std::string &object) {
 
 class Waiting : public Events {
   protected:
-    // A second thread waits until `leave` has made it leave, as often as that takes.
+    // A second thread waits until `leave`, called as often as that takes, has made it leave.
     // @return the wait's result, or -2 if it did not return.
     template <class Leave>
     int wait_beside(Leave leave) {
@@ -82,8 +82,8 @@ TEST_F(Waiting, ReturnsAtOnceWhereThereIsSomething) {
     EXPECT_EQ(next(), "failed");
 }
 
-// What is published between a call's look at "state" and its pass over the objects is read from the
-// file of all objects at once, and from the file of "state" one change a call.
+// Changes published between a call's look at "state" and its pass over the objects are read all at
+// once from the file of all objects, and one change a call from the file of "state".
 TEST_F(Waiting, ReturnsAtOnceWhileAChangeOfStateIsUnread) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
@@ -170,7 +170,7 @@ TEST_F(Waiting, TheDescriptorIsReadableWhileThereMayBeSomething) {
         struct pollfd file = {descriptor, POLLIN, 0};
         return poll(&file, 1, 0) == 1;
     };
-    // Gets all that there is, and nothing that the descriptor does not tell of.
+    // Gets all events, each only after the descriptor has announced it.
     const auto follow = [&] {
         Lines events;
         while (is_readable()) {
@@ -307,7 +307,8 @@ TEST_F(Waiting, FollowsAnotherProcessToItsDeath) {
         test::Process process(publish_when_told);
         ASSERT_EQ(process.line(), "ready");
         ASSERT_EQ(told(wait_for(handle, "ready")), "7 ready {a=1}");
-        // Killed while it publishes: what it published is told, in order, and then that it is gone.
+        // Killed while it publishes: what it published is reported in order, and then that it is
+        // gone.
         const int killed_at = 1 + static_cast<int>(random() % 1000);
         int i = 0;
         process.kill(SIGUSR1);

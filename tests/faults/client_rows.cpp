@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint32_t long_answer = 100'000; // beyond what travels within a packet
 
-// Answers with the payload, and as many more letters as the code says thousands.
+// Answers with the payload and a thousand times `code` more letters.
 int32_t echo(MsgOsb *open, MsgContext *context, MsgService *) {
     std::string answer(static_cast<const char *>(context->payload), context->header->send_length);
     answer.append(context->header->code * size_t{1000}, 'x');
@@ -22,7 +22,7 @@ int32_t echo(MsgOsb *open, MsgContext *context, MsgService *) {
     return 0;
 }
 
-// What stands for any result that is an error.
+// A result in words; all errors are the same.
 std::string told(int result, const std::string &answer) {
     return result == 0 ? answer : result > 0 ? "failed" : "not a result";
 }
@@ -42,7 +42,7 @@ std::string close_one(Scene &scene) {
     return told(scene.faulted([&] { return msgclient_close(client); }), "closed");
 }
 
-// A request whose answer fits; the vectors are more than travel without the heap.
+// A request whose answer fits; the vectors are longer than those that need no heap.
 std::string ask(Scene &scene, bool by_vectors, uint32_t length) {
     MsgClient *client = scene.client();
     std::string text(length, 'y'), reply(length, '\0');
@@ -83,8 +83,8 @@ MsgClient *notified(Scene &scene) {
     return client;
 }
 
-// What was accepted under the tag is announced and there. One that was given up before may be
-// announced too.
+// The answer to an accepted put is announced and can be fetched. One that was given up before may
+// be announced too.
 std::string announced(MsgClient *client, uint32_t tag) {
     uint32_t announced = 0;
     while ((announced = msgclient_wait_pulse(client)) != tag && announced != 0) {

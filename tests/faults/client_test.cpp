@@ -23,7 +23,7 @@ namespace {
 
 constexpr int exception_escaped = 7;
 
-// What one failure led to, as a forked child tells it.
+// The result of one failure, as a forked child reports it.
 struct Report {
     bool more;
     char failed[sizeof Control::name]; // the allocation or call; not known of a child that ended
@@ -67,7 +67,7 @@ void play(const Row &row, const Plan &plan, std::string &right) {
     std::memcpy(report->problems, problems, sizeof problems);
 }
 
-// The same in a process of its own, which may end with abort() if that is documented.
+// play() in a process of its own, which may end with abort() if that is documented.
 void play_apart(const Row &row, const Plan &plan, std::string &right) {
     *report = {true, "", ""};
     const pid_t child = fork();
@@ -77,7 +77,7 @@ void play_apart(const Row &row, const Plan &plan, std::string &right) {
         std::set_terminate([] { _exit(exception_escaped); }); // never what is documented
         try {
             if (!serves(row)) {
-                play(row, {}, right); // what a process has of its own from its first call on
+                play(row, {}, right); // makes what a process keeps from its first call on
             }
             play(row, plan, right);
         } catch (...) {
@@ -160,7 +160,7 @@ TEST_P(Faults, EachInTurn) {
     const Row &row = GetParam();
     std::string right = serves(row) ? "served" : "";
     if (!serves(row)) {
-        play(row, {}, right); // what is kept from the first call on
+        play(row, {}, right); // makes what is kept from the first call on
         play(row, {}, right);
         ASSERT_STREQ(report->problems, "");
         ASSERT_NE(right, "failed");
@@ -193,8 +193,7 @@ TEST_F(SmallExchanges, TakeNothingFromTheHeap) {
     test::Process child([] {
         const int64_t of_the_client = allocations_of_small_exchanges(0);
         EXPECT_GT(of_the_client, 0) << "the counting itself does not work";
-        // A connection is given its words, and a lane for each processor, whenever it first has use
-        // for them.
+        // A connection gets its words, and a lane for each processor, when it first needs them.
         constexpr int64_t made_once = 8;
         EXPECT_LE(allocations_of_small_exchanges(1000), of_the_client + made_once);
         return testing::Test::HasFailure() ? 1 : 0;
@@ -203,7 +202,7 @@ TEST_F(SmallExchanges, TakeNothingFromTheHeap) {
     EXPECT_EQ(child.wait(), 0);
 }
 
-// A function without a row would never be tried.
+// Without a row a function would never be tested.
 TEST(Table, HasEveryPublicCall) {
     std::string named = " ";
     for (const Row &row : all_rows()) {

@@ -1,4 +1,4 @@
-// Following a player, against vantrod. Whatever failed, what is told afterwards is the whole truth.
+// Following a player, against vantrod. Whatever failed, the events afterwards give the whole state.
 #include <poll.h>
 #include <pthread.h>
 
@@ -27,7 +27,7 @@ struct Follower {
         }
         return event;
     }
-    // Reads all that there is. @return the objects that were told of; positions come at any time.
+    // Reads all events. @return their objects, without positions, which come at any time.
     std::string drain() {
         const VantroEvent *event;
         do {
@@ -48,7 +48,7 @@ struct Follower {
     int32_t repeat = -1;
 };
 
-// A get that tells of everything, or of what has changed.
+// A get that gives the full state, or a change.
 std::string get(Scene &scene, bool change) {
     Follower follower;
     if (change) {
@@ -77,7 +77,7 @@ std::string destroy_queue(Scene &scene) {
     return "done";
 }
 
-// Changes the player until it is told to stop.
+// Changes the player until `stop` is set.
 void *disturb(void *stop) {
     const Follower other;
     for (int32_t mode = 0; !static_cast<std::atomic<bool> *>(stop)->load(); mode = !mode) {
@@ -108,7 +108,7 @@ std::string wait(Scene &scene, bool for_a_time) {
                               : "failed";
 }
 
-// The descriptor of a follower that has been told of everything becomes readable when it is woken.
+// The descriptor of a follower without unread events becomes readable when it is woken.
 std::string wake(Scene &scene, bool by_descriptor) {
     Follower follower;
     follower.drain();

@@ -41,7 +41,7 @@ bool all_take_part = false;
 Control own_control;
 Control *shared_control = &own_control;
 
-// Whether this one fails. What cannot fail in this way is not counted.
+// Whether this call fails. Calls that cannot fail in this way are not counted.
 bool fails(Kind kind, const char *name, int error) {
     Control &at = *shared_control;
     const int64_t times = at.times.load(std::memory_order_relaxed);
@@ -65,14 +65,14 @@ bool call_fails(const char *name, const int (&errors)[variants]) {
     return fails(Kind::call, name, errors[shared_control->variant.load(std::memory_order_relaxed)]);
 }
 
-// What was written to files and not synced: what stood there before, and how long the file was.
+// A write to a file that was not synced: the bytes before it, and the file's length.
 struct Unsynced {
     ino_t inode;
     off_t at;
     off_t size;
     std::string before;
 };
-// What was renamed, and in which folder; what stood there before has a name of its own meanwhile.
+// A renaming, and its folder. The file that it replaced has a temporary name.
 struct Renamed {
     ino_t folder;
     std::string from;
@@ -170,7 +170,7 @@ void *counted(void *block) {
     return block;
 }
 
-// Where another process decides: before main().
+// Before main(), since another process controls this one.
 [[gnu::constructor]] void take_control() {
     const char *file = std::getenv("VANTRO_FAULTS");
     if (!file) {
@@ -185,7 +185,7 @@ void *counted(void *block) {
     }
     shared_control = static_cast<Control *>(mapped);
     all_take_part = true;
-    unsetenv("VANTRO_FAULTS"); // what this program starts takes no part
+    unsetenv("VANTRO_FAULTS"); // programs that this one starts take no part
 }
 
 } // namespace
@@ -290,7 +290,8 @@ void *aligned_alloc(size_t alignment, size_t size) noexcept {
     return posix_memalign(&block, alignment, size) == 0 ? block : nullptr;
 }
 
-// The look-up may free what an earlier one left: that block is lost, rather than looked up for.
+// The look-up may itself free a block of an earlier one. That block is leaked, to end the
+// recursion.
 void free(void *block) noexcept {
     static thread_local bool looking_up;
     if (looking_up) {
@@ -303,7 +304,7 @@ void free(void *block) noexcept {
     real(block);
 }
 
-// The sanitizers' own would not come here.
+// The sanitizers' strdup() would not call this malloc().
 char *strdup(const char *text) noexcept {
     const size_t size = strlen(text) + 1;
     void *copy = malloc(size);
@@ -331,7 +332,7 @@ ssize_t recvmsg(int fd, msghdr *message, int flags) {
     return packet_fails("recvmsg", flags, allocates) ? -1 : real(fd, message, flags);
 }
 
-// Of its commands only those that can fail where the descriptor is good.
+// Only the commands that can fail on a good descriptor.
 int fcntl(int fd, int command, ...) {
     REAL(fcntl)
     va_list rest;
@@ -350,7 +351,7 @@ WRAP_OPEN(open, (const char *path, int flags, ...), (path, flags, mode))
 WRAP_OPEN(openat, (int folder, const char *path, int flags, ...), (folder, path, flags, mode))
 ALSO(open);
 ALSO(openat);
-// As fortified callers open what they do not make.
+// The call that fortified programs use to open an existing file.
 WRAP(int, __openat64_2, (int folder, const char *path, int flags), (folder, path, flags), -1, EMFILE, ENOMEM, EIO)
 WRAP(ssize_t, read, (int fd, void *to, size_t size), (fd, to, size), -1, EIO, ENOMEM, EINTR)
 WRAP_DISK(ssize_t, pread, (int fd, void *to, size_t size, off_t at), (fd, to, size, at), -1, EIO, ENOMEM)
@@ -450,7 +451,7 @@ WRAP(int, pthread_create, (pthread_t *thread, const pthread_attr_t *how, void *(
 
 } // extern "C"
 
-// All of them, since the sanitizers bring all of them.
+// All forms, since the sanitizers define all of them.
 using Alignment = std::align_val_t;
 void *operator new(size_t size) {
     void *block = malloc(size);

@@ -10,11 +10,12 @@
 
 namespace vantro::faults {
 
-// `disk` is the calls that write or read files. `death` ends the process before such a call, and
-// `power` the machine: what was written and not synced is lost.
+// `disk`: a call that writes or reads a file fails. `death`: the process ends before such a call.
+// `power`: the machine does, and writes that were not synced are lost.
 enum class Kind : int32_t { none, allocation, call, disk, death, power };
 
-// A call that can fail in several ways has as many variants; one that has fewer does not fail.
+// A call has as many variants as ways to fail; for a variant that it does not have, it does not
+// fail.
 constexpr int variants = 3;
 
 struct Control {
@@ -31,7 +32,8 @@ static_assert(std::atomic<int64_t>::is_always_lock_free);
 
 Control &control();
 
-// "From then on" has an end, so that a loop that goes on after a failure is seen to go on.
+// The number of failures in "from then on". It is finite, so that a loop that repeats a failed call
+// ends.
 constexpr int64_t from_then_on = 100;
 
 struct Plan {
@@ -41,7 +43,7 @@ struct Plan {
     int64_t times = 1;
 };
 
-// What the plan says fails from now on; what was counted is forgotten.
+// From now on calls fail by the plan; the counts begin at 0.
 inline void arm(Control &target, const Plan &plan) {
     target.kind = Kind::none;
     target.seen = target.failed = 0;

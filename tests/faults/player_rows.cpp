@@ -23,8 +23,8 @@ std::string connect_one(Scene &scene, bool timed) {
     return opens ? told : "connected, and cannot open";
 }
 
-// Opens or closes a player, and then opens it, or another, whatever came of the first call. The
-// call that finds out may fail too.
+// Opens or closes a player, and then opens it, or another, whatever the first call returned. The
+// second call may fail too.
 std::string open_or_close(Scene &scene, bool opens, const char *next) {
     Handle handle = vantro_connect();
     if (!opens) {
@@ -59,7 +59,7 @@ Row command(const char *name, int (*call)(Handle)) {
             }};
 }
 
-// Makes a session and destroys it, and whatever a failed call has made.
+// Makes a session and destroys it, also one that a failed call has made.
 std::string session(Scene &scene, bool making) {
     Handle spare = scene.spare();
     uint64_t tsid = UINT64_MAX;
@@ -81,8 +81,7 @@ std::string session(Scene &scene, bool making) {
     return !right ? "failed, and wrote" : result == 0 ? "done" : "failed";
 }
 
-// A query: what it writes where it succeeds is the same each time, and nothing is written if it
-// fails.
+// A query: if it succeeds it writes the same each time; if it fails it writes nothing.
 template <typename Value>
 Row query(const char *name, int (*call)(Handle, Value *), std::string (*tell)(Value),
           void (*release)(Value), Way way = Way::plain) {

@@ -1,4 +1,4 @@
-// Records, tables and freeing: calls that need no service. Memory is all that can fail them.
+// Records, tables and freeing: calls that need no service. Only want of memory can make them fail.
 #include <cstdlib>
 #include <cstring>
 
@@ -45,7 +45,7 @@ std::string frees_track(Scene &scene) {
     return "freed";
 }
 
-// Nine elements, which is one more than the first slots; then the lowest that is free comes first.
+// Nine elements, one more than the first slots hold; afterwards the lowest free slot is used first.
 std::string elements(Scene &scene) {
     SlotArray array{};
     int added = 0, left = 0;

@@ -1,4 +1,4 @@
-// What the table of the library's calls is made of: rows, and the scene that a row plays in.
+// The rows of the table of the library's calls, and the scene in which a row runs.
 #ifndef VANTRO_TESTS_FAULTS_ROWS_H
 #define VANTRO_TESTS_FAULTS_ROWS_H
 
@@ -24,7 +24,7 @@ class Scene {
     Scene(const Scene &) = delete;
     Scene &operator=(const Scene &) = delete;
 
-    // The call that the row is about: in it, and nowhere else, something fails.
+    // The call that the row tests: only in it something fails.
     template <typename Call>
     auto faulted(Call call) {
         arm(control(), plan_);
@@ -67,7 +67,7 @@ enum class Way {
 };
 
 struct Row {
-    // The functions' names; a word that is none may follow.
+    // The functions' names; further words may follow.
     const char *name;
     // Has the calls fail in scene.faulted(). @return what their caller sees: the same at each call
     // that succeeds, and "failed" for a failure as it is documented.
@@ -83,8 +83,8 @@ Rows server_rows();
 Rows player_rows();
 Rows event_rows();
 
-// How often both halves allocate for so many small exchanges and one client that comes; -1 where
-// one fails. Leaves a server behind.
+// How often both halves allocate for that many small exchanges and a new client; -1 if one fails.
+// Leaves a server behind.
 int64_t allocations_of_small_exchanges(int count);
 
 // The service behind client_rows(), in this process, for ever.

@@ -31,7 +31,7 @@ struct Serving {
 };
 Serving *serving;
 
-// One call in the server's thread, failing where this row has it fail.
+// One call in the server's thread, which fails if this row wants that.
 template <typename Call>
 auto at(Where where, Call call) {
     const bool before = counting();
@@ -53,7 +53,7 @@ int32_t respond(MsgOsb *open, MsgContext *context, MsgService *) {
                [&] { return callout_reply2(open, receive_id, header.tag, 0, &part, 1); });
             return 0;
         }
-        // A reference of the service's own, as one that answers later would have it.
+        // A reference of the service's own, like that of a service that answers later.
         pthread_mutex_lock(&open->server->lock);
         open->inuse++;
         pthread_mutex_unlock(&open->server->lock);
@@ -86,7 +86,7 @@ bool ask(MsgClient *client, uint16_t code, size_t size, uint32_t room) {
     return result == 0;
 }
 
-// A put is announced where it is accepted. @return whether it was, and its answer could be had.
+// An accepted put must be announced. @return whether it was accepted, and its answer was fetched.
 bool put_one(MsgClient *client, uint16_t code, bool wait) {
     if (msgclient_notify_pulse(client, 4) != 0 ||
         msgclient_put(client, code + 1, "there", 5, code) != 0 ||
@@ -99,7 +99,7 @@ bool put_one(MsgClient *client, uint16_t code, bool wait) {
     return result == 0;
 }
 
-// What a client does, with as many failures as there may be. @return whether all succeeded.
+// A client's requests, any of which may fail. @return whether all succeeded.
 bool converse(bool wait) {
     MsgClient *client = msgclient_open(service_name, nullptr, 0);
     if (!client) {
@@ -202,7 +202,7 @@ int64_t allocations_of_small_exchanges(int count) {
     for (int i = 0; i < count; ++i) {
         exchange();
     }
-    msgclient_close(msgclient_open(name.c_str(), nullptr, 0)); // which does allocate
+    msgclient_close(msgclient_open(name.c_str(), nullptr, 0)); // an open does allocate
     return failed ? -1 : control().seen.load();
 }
 

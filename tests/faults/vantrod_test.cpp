@@ -28,7 +28,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::seconds;
 using Handle = std::unique_ptr<VantroHandle, decltype(&vantro_disconnect)>;
 
-// What a sanitizer ends a process with that it finds a fault in; scripts/test tells it so.
+// The exit code of a sanitizer that finds a fault, as scripts/test sets it.
 constexpr int sanitizer_exit = 99;
 
 // How long each test goes on.
@@ -121,7 +121,7 @@ class Vantrod : public test::RuntimeDirectory {
         }
         EXPECT_EQ(names.value_or(Names{"no list"}), music) << what;
     }
-    // A new track session's number is above all those that were told before.
+    // A new track session's number is above all earlier ones.
     void make_session(const std::string &what) {
         const Handle handle = connect();
         uint64_t session = 0;
@@ -132,7 +132,7 @@ class Vantrod : public test::RuntimeDirectory {
         }
     }
 
-    // Looks at a copy: the file itself, and its log, are for the next service to recover.
+    // Checks a copy: the file itself and its log must stay for the next service to recover.
     void expect_integrity(const std::string &what) const {
         const std::string kept = path_ + "/state/vantro/catalogue.db", copy = path_ + "/copy.db";
         for (const char *part : {"", "-wal"}) {
@@ -169,7 +169,7 @@ std::string words_of(const Plan &plan) {
                        static_cast<int>(plan.kind), plan.variant, plan.times);
 }
 
-// A failure may cost an answer, and want of memory the process, with a word; nothing else.
+// A failure may cost only an answer; want of memory may end the process, if it says so.
 TEST_F(Vantrod, FailsInTurnUnderThreeClients) {
     start();
     ASSERT_TRUE(wait_for("vantrod: scanned", 20'000));
@@ -223,8 +223,8 @@ TEST_F(Vantrod, TellsAFailingDisk) {
     EXPECT_EQ(tool.wait(), 1);
 }
 
-// The disk fails, the process or the machine stops, at the nth call on a file while a changed
-// folder is taken in and a session made: the file is whole, and the next service has the music.
+// At the nth call on a file, the disk fails or the process or the machine stops, while a changed
+// folder is scanned and a session made: the file is whole, and the next service has the music.
 TEST_F(Vantrod, KeepsItsStateOnAFaultyDisk) {
     start();
     ASSERT_TRUE(wait_for("vantrod: scanned", 20'000));

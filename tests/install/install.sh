@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs the build into an empty prefix, moves it, and uses only what lies there: the programs
+# Installs the build into an empty prefix, moves it, and uses only what is there: the programs
 # start, and programs in C and C++ are built against it by pkg-config and by CMake.
 #   install.sh BUILD-DIRECTORY SOURCE-DIRECTORY
 set -euo pipefail
@@ -44,14 +44,14 @@ for library in vantroclient vantroplatform; do
         fail "the soname of lib$library is not that of version $version"
 done
 
-# A fault in what strangers reach ends the process: immediate binding, and checked calls.
+# In code that strangers reach a fault ends the process: immediate binding, and checked calls.
 for file in "$prefix"/bin/vantrod "$prefix/lib/libvantroclient.so" "$prefix/lib/libvantroplatform.so"; do
     facts=$(readelf -dlW "$file" && readelf --dyn-syms -W "$file")
     grep -Eq 'BIND_NOW|FLAGS.* NOW' <<<"$facts" || fail "$file is not bound at once"
     grep -q GNU_RELRO <<<"$facts" || fail "$file has no read-only relocations"
     grep -q __stack_chk_fail <<<"$facts" || fail "$file has no stack protector"
     # Where clang knows the size of a buffer, it needs no checked call; if it does not, it has
-    # none for these functions. So only what it was told can be looked at.
+    # none for these functions. So only its options can be checked.
     if readelf -p .comment "$file" | grep -q clang; then
         grep -q -e '-D_FORTIFY_SOURCE=2' "$build/build.ninja" || fail "$file has no fortified calls"
     else
@@ -100,7 +100,7 @@ import vantro
 print(vantro.__version__, vantro._library.library._name)')
 [ "$said" = "$version $prefix/lib/libvantroclient.so.1" ] || fail "the Python package says $said"
 
-# A runtime alone has no header and starts.
+# The runtime component alone has no header, and starts.
 cmake --install "$build" --prefix "$scratch/runtime_only" --component runtime >/dev/null
 [ ! -e "$scratch/runtime_only/include" ] || fail "the runtime component holds headers"
 "$scratch/runtime_only/bin/vantrod" --version >/dev/null || fail "the runtime component does not start"

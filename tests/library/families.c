@@ -1,4 +1,5 @@
-/* What keeps something in a process: connections, objects, events, the log. Loaded by unload_test.
+/* Uses everything that keeps something in a process: connections, objects, events, the log. Loaded
+by unload_test.
  */
 #include <fcntl.h>
 #include <signal.h>

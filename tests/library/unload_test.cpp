@@ -56,7 +56,8 @@ TEST(Libraries, AreUnloadedWhole) {
         EXPECT_TRUE(mapped("libvantro"));
         ASSERT_EQ(dlclose(module), 0);
         EXPECT_FALSE(mapped("libvantro") || mapped(FAMILIES));
-        // What was registered for forks and threads' ends would now be called if nothing is.
+        // If a handler for forks or for the end of threads were still registered, it would now be
+        // called, and crash.
         std::thread([] {}).join();
         const pid_t child = fork();
         if (child == 0) {
@@ -71,7 +72,7 @@ TEST(Libraries, AreUnloadedWhole) {
         }
     }
     EXPECT_EQ(descriptors(), descriptors_before);
-    // The smallest block that each round left would be twice as much.
+    // If each round left the smallest block, there would be twice as much.
     EXPECT_LT(mallinfo2().uordblks, bytes_before + 16 * (rounds - first_rounds));
     kill(service, SIGKILL);
     waitpid(service, nullptr, 0);

@@ -1,4 +1,4 @@
-// What the tests of the platform share: a runtime directory of their own, servers, raw clients.
+// Shared by the tests of the platform: a runtime directory of their own, servers, raw clients.
 #ifndef VANTRO_TESTS_PLATFORM_SUPPORT_H
 #define VANTRO_TESTS_PLATFORM_SUPPORT_H
 
@@ -65,13 +65,14 @@ struct Message {
     std::string bytes;
 };
 
-// Whether channels hand over, as the run asks for it.
+// Whether all channels of this run hand over.
 inline bool handing_over_always() {
     return getenv("VANTRO_TEST_HAND_OVER") != nullptr;
 }
 inline bool handing_over = handing_over_always();
 
-// How many descriptors come later then: for each processor a thread's post and both ends of a lane.
+// How many descriptors are opened later in that case: for each processor a thread's post and both
+// ends of a lane.
 inline int later_descriptors() {
     return handing_over ? 3 * static_cast<int>(std::thread::hardware_concurrency()) : 0;
 }
@@ -163,7 +164,7 @@ inline platform::Frame frame(uint32_t length, uint32_t flags = 0) {
     return {.length = length, .status = 0, .flags = flags, .processor = 0};
 }
 
-// A client that speaks to the sockets itself, and so can do what the library never would.
+// A client that uses the sockets itself, and so can do what the library never would.
 class RawClient {
   public:
     explicit RawClient(const std::string &runtime) {
@@ -177,7 +178,7 @@ class RawClient {
             ADD_FAILURE() << strerror(errno);
         }
     }
-    // Collects the lane that comes unasked, or was asked for.
+    // Receives a lane: the first, or one that was asked for.
     UniqueFd receive_lane() {
         platform::ControlRecord record;
         struct iovec part = {&record, sizeof record};
@@ -194,7 +195,7 @@ class RawClient {
     UniqueFd control;
 };
 
-// Runs a function in a child process, which dies with the test whatever fails.
+// Runs a function in a child process, which ends with the test whatever fails.
 template <typename Function>
 pid_t in_child(Function function) {
     const pid_t child = fork();

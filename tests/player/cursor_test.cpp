@@ -1,4 +1,4 @@
-// Cursors: each entry once over any number of pages, and what they say of a list that changes.
+// Cursors: each entry once over any number of pages, and the failure if a list changes.
 #include <algorithm>
 #include <cstring>
 #include <numeric>
@@ -10,9 +10,9 @@
 
 namespace {
 
-std::vector<int> listed, asked; // Ids of what there is, and the counts that were wanted.
+std::vector<int> listed, asked; // The ids of the list, and the counts that were asked for.
 int refusals = 0;
-void (*change)(); // What becomes of the list after the first page.
+void (*change)(); // Changes the list after the first page.
 
 int32_t give_page(MsgOsb *open, MsgContext *context) {
     int32_t range[2];

@@ -1,5 +1,5 @@
 // The player API against a service of our own on the library's server half: the bytes that the
-// service sees, what each answer makes of a call, and every line of the log.
+// service sees, the result of a call for each answer, and every line of the log.
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -73,7 +73,7 @@ TEST_F(Player, FailuresLeaveErrnoButWhereTheyShouldNot) {
     EXPECT_EQ(vantro_disconnect(nullptr), -1);
     EXPECT_EQ(take(lines), Lines(3, "5 Invalid vantro handle"));
 
-    handle->connection->open_index++; // Now the server knows no such record.
+    handle->connection->open_index++; // The server has no such record.
     EXPECT_EQ(vantro_play(handle), -1);
     EXPECT_EQ(vantro_close(handle, "main"), -1);
     EXPECT_EQ(take(lines), (Lines{"3 msgclient_putget() failed: No such file or directory",
@@ -89,7 +89,8 @@ TEST_F(Player, FailuresLeaveErrnoButWhereTheyShouldNot) {
     setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
 }
 
-// The calls with one request and one answer, in one shape: `got` receives what an answer brought.
+// Gives all calls with one request and one answer the same form: `got` receives the answer's
+// content.
 template <int (*command)(VantroHandle *)>
 int tell(VantroHandle *handle, std::string &) {
     return command(handle);
@@ -162,7 +163,7 @@ TEST_F(Player, CallsSendTheirBytesAndTakeWholeAnswersOnly) {
         };
         const std::string whole = words({0}) + c.record;
         for (size_t size = 0; size <= whole.size(); size++) {
-            // At the last turn the answer is whole, and a refusal.
+            // In the last turn the answer is complete, and a refusal.
             will_answer(size < whole.size() ? whole.substr(0, size) : words({7}) + c.record);
             EXPECT_EQ(c.call(handle, got), -1) << size;
             EXPECT_EQ(take(lines), Lines{failed});

@@ -1,5 +1,6 @@
 // The catalogue's queries and the track sessions: the bytes that the service sees, answers of any
-// length, and what each answer, true or not, makes of a call and of the caller's pointers.
+// length, and the effect of each answer, correct or not, on the call's result and the caller's
+// pointers.
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -27,8 +28,8 @@ std::string source_bytes(const std::string &name) {
     return words({3, 1, 2, 0x7f, -1}) + text("uid") + text(name) + words({-1});
 }
 
-// What a call made of the caller's variables, in one line: "-1" is a failure that left them alone,
-// and "null" a pointer that has become null.
+// The state of the caller's variables after a call, in one line: "-1" is a failure that left them
+// alone, and "null" a pointer that has become null.
 template <class Record>
 std::string listed(int result, int count, Record *records, const Record *before,
                    void (*release)(Record *, int)) {
@@ -54,7 +55,7 @@ std::string list_nodes(Query query) {
     return listed(result, count, nodes, &before, vantro_free_media_nodes);
 }
 
-// The same of a listing with metadata: after the names the titles.
+// The same for a listing with metadata: after the names come the titles.
 template <class Query>
 std::string list_described(Query query) {
     MediaNode before{}, *nodes = &before;
@@ -355,8 +356,8 @@ void forge(const Forged &forged) {
     };
 }
 
-// Lies that a call believes, as far as that is harmless, and those of which it says something. The
-// fuzzer of replies tries the rest.
+// Harmless lies that a call accepts, and those that it reports. The fuzzer of replies tries the
+// rest.
 TEST_F(Queries, AnswersThatLieHarmNobody) {
     const Call &browsing = all_calls()[1], &metadata = all_calls()[4], &values = all_calls()[5],
                &creating = all_calls()[6];
@@ -390,7 +391,7 @@ TEST_F(Queries, AnswersThatLieHarmNobody) {
     system_log_set_sink(
         [](auto code, auto severity, auto line, void *data) {
             record_line(code, severity, line, data);
-            auto *mutex = static_cast<vantro::Mutex *>(data); // Whoever is told may ask again.
+            auto *mutex = static_cast<vantro::Mutex *>(data); // A sink may make a call itself.
             const bool is_free = mutex->try_lock();
             EXPECT_TRUE(is_free);
             if (is_free) {
@@ -439,7 +440,8 @@ TEST_F(Queries, WhatIsLongerThanTheAreaIsFetchedOnce) {
         }
         SCOPED_TRACE(c.name);
         for (const size_t over : {0U, 1U, 200000U}) {
-            // The first name, title or value grows, so that all is as long as the area and `over`.
+            // The first name, title or value grows, so that the answer is `over` bytes longer than
+            // the area.
             std::string bytes = c.answer;
             const std::string old = c.name == std::string("values")    ? "one"
                                     : c.name == std::string("players") ? "main"

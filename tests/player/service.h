@@ -36,11 +36,11 @@ inline std::string text(const std::string &value) {
     return words({static_cast<int32_t>(value.size())}) + value;
 }
 
-inline std::mutex guard; // Over the four below: the service's thread and the test take turns.
+inline std::mutex guard; // Guards the four below, which the service's thread and the test share.
 inline Lines requests;
 inline Lines lines;
 inline std::string answer;
-// Where a test sets it, it answers instead.
+// If a test sets it, it answers instead.
 inline std::function<int32_t(MsgOsb *, MsgContext *)> respond;
 
 inline int32_t record_and_answer(MsgOsb *open, MsgContext *context, MsgService *) {

@@ -79,7 +79,7 @@ TEST_F(TimedPlayer, LateAnswersReachNobody) {
     vantro_set_timeout(handle, -1);
 }
 
-// A service that never answers costs nothing that stays, however often it is asked.
+// However often a service that never answers is asked, nothing is leaked.
 TEST_F(TimedPlayer, ThousandsOfCallsTimeOutOnOneHandle) {
     const auto descriptors = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
@@ -113,7 +113,8 @@ TEST_F(TimedPlayer, ThousandsOfCallsTimeOutOnOneHandle) {
     EXPECT_LE(descriptors(), before + 2 * IPC_LANES_MAX); // lanes stay, for the next calls
 }
 
-// A long answer comes in two pieces, its length and itself, and the second may be long in coming.
+// A long answer comes in two steps, first its length and then its bytes, and the second may come
+// late.
 TEST_F(TimedPlayer, AnAnswerThatStopsBetweenItsPiecesIsGivenUp) {
     const std::string name(VANTRO_REPLY_AREA, 'x');
     std::atomic<bool> held = false;
@@ -140,7 +141,7 @@ TEST_F(TimedPlayer, AnAnswerThatStopsBetweenItsPiecesIsGivenUp) {
         EXPECT_EQ(nodes[0].name, name);
         vantro_free_media_nodes(std::exchange(nodes, nullptr), count);
     }
-    will_respond(nullptr); // before what it uses is gone
+    will_respond(nullptr); // before the variables that it uses are gone
     vantro_set_timeout(handle, -1);
 }
 

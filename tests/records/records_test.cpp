@@ -1,5 +1,5 @@
-// The packed form to the byte, and the unpackers against bytes that end too early. Bytes that lie
-// in any other way are the fuzzer's, and its corpus.
+// The packed form to the byte, and the unpackers against bytes that end too early. The fuzzer and
+// its corpus have all other malformed bytes.
 #include <algorithm>
 #include <climits>
 #include <cstdint>
@@ -27,7 +27,7 @@ Bytes unhex(const std::string &text) {
     return bytes;
 }
 
-// Two records a kind, the second of which lies at an odd address or holds nothing.
+// Two records of each kind; the second is at an odd address or empty.
 const ServiceMediaSource sources[] = {
     {-2, "u", 0xdead, "Disk", "My disk", 5, 0x8877665544332211, 9, nullptr},
     {7, nullptr, 0, "", "x", 1, 2, 3, nullptr}};

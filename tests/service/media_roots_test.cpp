@@ -43,7 +43,7 @@ class MediaRoots : public Vantrod {
             return link.find("/root/") != std::string::npos;
         });
     }
-    // By name: the numbers of the sources, once they are so many.
+    // The sources by name, once there are that many.
     std::map<std::string, MediaSource> wait_for_sources(VantroHandle *handle, int wanted) {
         std::map<std::string, MediaSource> found;
         for (int i = 0; i < 2000; ++i) {
@@ -153,7 +153,7 @@ class Mounts : public MediaRoots {
             fs::create_directories(each);
         }
         test::make_music(music / "1.flac", 1'000, {"TITLE=One"});
-        // The service's own way to it has a link.
+        // The service reaches it through a link.
         fs::create_directory_symlink(music, path_ + "/link");
     }
     static bool put(const fs::path &where, const std::string &what, const char *type) {
@@ -163,8 +163,8 @@ class Mounts : public MediaRoots {
         return geteuid() == 0 && unshare(CLONE_NEWNS) == 0 &&
                mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     }
-    // A device of a file system with one song, and with a UUID, which only this child sees; ""
-    // if there can be none.
+    // A device with a file system, which has one song and a UUID and which only this child sees; ""
+    // if none can be made.
     std::string make_volume() const {
         const std::string image = path_ + "/image", holder = path_ + "/holder";
         fs::create_directory(holder);
@@ -182,7 +182,7 @@ class Mounts : public MediaRoots {
                           mknod((uuids / "1234-ABCD").c_str(), S_IFBLK, status.st_dev) == 0;
         return made ? uuids / "1234-ABCD" : "";
     }
-    // The node ids of its songs, by their names, once they are so many. Two seconds are promised;
+    // The node ids of its songs, by their names, once there are that many. Two seconds are promised;
     // a machine that is busy with other tests gets more.
     static std::map<std::string, std::string> songs_in_time(int32_t source, size_t wanted) {
         const Client client;
@@ -200,7 +200,7 @@ class Mounts : public MediaRoots {
         EXPECT_EQ(songs.size(), wanted) << "of source " << source;
         return songs;
     }
-    // The number of the source of that name, of so many.
+    // The number of the source of that name, once there are `sources` sources.
     int32_t number_of(const std::string &name, int sources) {
         VantroHandle *const handle = vantro_connect_timed(20'000);
         EXPECT_EQ(vantro_open(handle, "main"), 0);
@@ -242,7 +242,7 @@ class Mounts : public MediaRoots {
         EXPECT_EQ(number_of("a", 3), number);
         EXPECT_EQ(umount((root / "a").c_str()), 0);
         songs_in_time(number, 0);
-        // Elsewhere, it is the same source with the same songs.
+        // Mounted elsewhere, it is the same source with the same songs.
         EXPECT_TRUE(put(root / "b", volume, "ext4"));
         EXPECT_EQ(songs_in_time(number, 1), songs);
         EXPECT_EQ(number_of("b", 2), number);

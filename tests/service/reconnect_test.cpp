@@ -79,7 +79,7 @@ struct Followed {
 
 // VANTRO_ROUNDS may ask for more rounds.
 TEST_F(Reconnect, FollowsTwoPlayersAndATimerOverEveryRestart) {
-    // A connection has more descriptors where its thread moves between processors.
+    // A connection has more descriptors if its thread moves between processors.
     cpu_set_t before;
     sched_getaffinity(0, sizeof before, &before);
     test::run_on(sched_getcpu());
@@ -96,7 +96,7 @@ TEST_F(Reconnect, FollowsTwoPlayersAndATimerOverEveryRestart) {
         files[i + 1] = {players[i].descriptor, POLLIN, 0};
     }
     uint64_t ticks = 0;
-    // Polls until `done`, or for so many ticks. @return how often a player's descriptor was
+    // Polls until `done`, or for `most` ticks. @return how often a player's descriptor was
     // readable.
     const auto loop = [&](auto done, uint64_t most = 6'000) {
         int readable = 0;
@@ -158,8 +158,8 @@ TEST_F(Reconnect, FollowsTwoPlayersAndATimerOverEveryRestart) {
     sched_setaffinity(0, sizeof before, &before);
 }
 
-// Threads that find the service gone connect anew at the same time, and what that logs may reach a
-// sink that uses the same handle.
+// Threads that find the service gone connect again at the same time, and a line that they log may
+// reach a sink that uses the same handle.
 TEST_F(Reconnect, ThreadsAndTheLogUseOneHandle) {
     static VantroHandle *handle = nullptr;
     handle = open("main");
@@ -223,7 +223,7 @@ TEST_F(Reconnect, WaitsForTheService) {
     EXPECT_EQ(vantro_event_wait_for(handle, 20'000), 1);
     waking.join();
     EXPECT_FALSE(drain());
-    // The directory where its objects were goes, and comes again.
+    // The directory of its objects is removed, and made again.
     std::filesystem::remove_all(path_ + "/vantro");
     bool returned = false;
     std::thread waiting([&] {
@@ -244,7 +244,7 @@ TEST_F(Reconnect, WaitsForTheService) {
     run();
     EXPECT_EQ(vantro_open(handle, "kitchen"), 0);
     EXPECT_FALSE(drain());
-    // If the player cannot be opened again, that is the reason.
+    // If the player cannot be opened again, the failure says so.
     end(SIGTERM);
     start({"--music", path_ + "/music", "--player", "main"});
     ASSERT_EQ(told().rfind("vantrod: ready (", 0), 0u);

@@ -28,7 +28,7 @@ namespace vantro::service {
 namespace {
 
 enum User : uid_t { service_user = 70001, admitted = 70002, stranger = 70003 };
-constexpr gid_t listeners = 70112; // the last of the groups of who is admitted
+constexpr gid_t listeners = 70112; // the last group of the user who is admitted
 
 void become(User user) {
     std::vector<gid_t> groups(12, listeners);
@@ -49,8 +49,8 @@ int opened(const std::string &file, int flags) {
     return error_of(open(file.c_str(), flags | O_CLOEXEC));
 }
 
-// What a raw message is answered with over a connection that everybody may have: that to the name
-// by which the service keeps others of its kind away.
+// The answer to a raw message over a connection that everybody may have: to the global name by
+// which a service keeps a second one away.
 int told_to_all(uint8_t kind, const std::string &payload) {
     const TransportHeader header = {kind, 2, 0, 0, 0, 0, static_cast<uint32_t>(payload.size()),
                                     28,   0, 0};
@@ -63,8 +63,8 @@ int told_to_all(uint8_t kind, const std::string &payload) {
 
 constexpr rlim_t descriptors = 400; // of the service
 
-// Why there is no further connection for a user who has all that one may have: a quarter of the
-// descriptors, three for each.
+// The error for one connection more than a user may have: a quarter of the descriptors, three for
+// each connection.
 int take_connections() {
     rlim_t taken = 0;
     while (global_name_open("vantrod/vantro.sys/default", 0) >= 0) {
@@ -92,7 +92,7 @@ bool service_can_start() {
     return child.wait() == 0;
 }
 
-// Runs as root in a /run of its own, where the directory of names is the service's.
+// Runs as root in a /run of its own, in which the service owns the directory of names.
 int in_a_run_of_its_own(const std::function<int()> &body) {
     constexpr int forbidden = 77;
     test::Process child([&] {
@@ -118,8 +118,8 @@ int be_impostor(const std::string &squat) {
     return pause();
 }
 
-// One who is admitted, and is pointed to the stranger's folder. Says at each turn whether it is
-// served.
+// A user who is admitted, and whose environment names the stranger's folder. Reports in each turn
+// whether it is served.
 int be_admitted(const std::string &squat, int turns) {
     become(admitted);
     setenv("XDG_RUNTIME_DIR", squat.c_str(), 1);
@@ -202,7 +202,7 @@ TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
         test::Process impostor([&] { return be_impostor(squat); });
         EXPECT_EQ(impostor.line(), "0");
 
-        // Who is admitted does not believe the stranger's folder, and is served all the while.
+        // The admitted user does not trust the stranger's folder, and is always served.
         int turns[2];
         EXPECT_EQ(pipe(turns), 0);
         test::Process user([&] { return be_admitted(squat, turns[0]); });
@@ -215,7 +215,7 @@ TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
             ++turn;
         }
         service.kill(SIGTERM);
-        // The log tells it once, however often it was tried.
+        // The log says it once, however often it was tried.
         const std::string log = service.rest();
         const std::string line =
             fmt::format(" (vantrod_test) of user {0}, group {0} may not open \"vantro.sys\": "

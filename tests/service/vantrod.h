@@ -161,7 +161,7 @@ inline std::string values(int32_t source, const std::string &node,
     return request(VANTRO_COMMAND_GET_EXTENDED_METADATA, rest);
 }
 
-// As the library sends it: the length that it states is 4 too small.
+// In the library's form: the length in the header is 4 too small.
 inline std::string create(int32_t source, const std::string &node, int32_t index, int32_t start) {
     std::string whole =
         request(VANTRO_COMMAND_CREATE_TRKSESSION, bytes(source, index, start) + name(node));
@@ -185,7 +185,7 @@ inline std::string jump(int32_t index) {
     return request(VANTRO_COMMAND_JUMP, bytes(index));
 }
 
-// The track session's, which ends the answers to create and session.
+// The track session's id, which ends the answers to create and session.
 inline uint64_t id_in(const std::string &answer) {
     uint64_t tsid = 0;
     EXPECT_GE(answer.size(), 12u);

@@ -42,7 +42,7 @@ TEST_F(Serving, StandsAloneAndEndsWhenTold) {
     }
 }
 
-// What has a time limit gets by a service that has stopped.
+// Calls with a time limit do not hang on a service that has stopped.
 TEST_F(Serving, HoldsNobodyLongerThanTheyWait) {
     VantroHandle *const handle = vantro_connect_timed(10'000);
     ASSERT_EQ(vantro_open(handle, "main"), 0);
@@ -90,7 +90,7 @@ TEST_F(Serving, StartsAgainWithWhatItKnows) {
     }
 }
 
-// Hears what systemd hears, which starts others when it is ready.
+// Receives the messages that systemd would receive.
 class Managed : public Vantrod {
   protected:
     void SetUp() override {
@@ -108,7 +108,7 @@ class Managed : public Vantrod {
         EXPECT_EQ(next(), "READY=1");
     }
     ~Managed() override { close(manager_); }
-    // "" where nothing comes within the time.
+    // "" if nothing comes within the time.
     std::string next(int wait_ms = 20'000) const {
         char text[200];
         pollfd polled = {manager_, POLLIN, 0};
@@ -193,7 +193,7 @@ TEST_F(Vantrod, AsksTheGrantorForCapabilities) {
     }
 }
 
-// Whoever may not connect does not see what is played either.
+// A user who may not connect cannot see what is played either.
 TEST_F(Vantrod, LetsThoseFollowWhoMayConnect) {
     const uid_t other = geteuid() + 4321;
     const struct {
@@ -224,7 +224,7 @@ TEST_F(Vantrod, LetsThoseFollowWhoMayConnect) {
         EXPECT_EQ(size > 0 && std::string(list, static_cast<size_t>(size)).find(bytes(other)) !=
                                   std::string::npos,
                   row.listed);
-        service->kill(SIGKILL); // what it leaves is taken over without another's being let in
+        service->kill(SIGKILL); // its successor takes over what it leaves, and admits nobody else
         service->wait();
     }
 }

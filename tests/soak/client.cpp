@@ -72,7 +72,7 @@ class Client {
         } else {
             poll(nullptr, 0, 10); // the service is being restarted
         }
-        // The library keeps one, from the first wait on.
+        // The library keeps one descriptor from the first wait on.
         if (descriptors_of("self") > std::max(before, most_) + 1) {
             wrong(fmt::format("{} descriptors after a life, {} before", descriptors_of("self"),
                               before));
@@ -102,7 +102,7 @@ class Client {
                 wrong(std::string(what) + ": another answer");
             }
         } else if (interruptions == before && !gone) {
-            // What goes is noted before it goes; what has come, after it: look once more.
+            // The end of a service is noted before it, and a start after it, so look once more.
             wrong(std::string(what) + " fails");
         }
         return !gone;

@@ -22,8 +22,8 @@ struct Shared {
 };
 extern Shared *shared;
 
-// How many descriptors a process has open. Those of the catalogue's file aside: a service keeps as
-// many of them as it once needed at a time.
+// How many descriptors a process has open. Those of the catalogue's file are not counted: a service
+// keeps as many as it once needed at a time.
 long descriptors_of(const std::string &process);
 
 std::string title(int song);
@@ -31,7 +31,7 @@ std::string title(int song);
 // Lives and dies until it is told to stop; ends with another code than 0 if an answer is wrong.
 [[noreturn]] void run_client(unsigned seed);
 
-// Notes the songs as the first service tells them, in a process that ends before there are clients.
+// Notes the songs that the first service lists, in a process that ends before there are clients.
 int note_songs();
 
 } // namespace vantro::soak

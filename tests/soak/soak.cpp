@@ -1,8 +1,7 @@
 // 200 clients that connect, command, list, wait, are interrupted and die, while vantrod is
-// ended and started again in the middle of every minute, by turns as an administrator does it and
-// by SIGKILL. Every answer is compared with the music. At the end of
-// the minute all clients end, and the service's descriptors and memory are compared with what they
-// were.
+// ended and started again in the middle of every minute, in turn by SIGTERM and by SIGKILL. Every
+// answer is compared with the music. At the end of the minute all clients end, and the service's
+// descriptors and memory are compared with what they were.
 //   soak VANTROD [MINUTES]
 #include <sys/mman.h>
 
@@ -150,7 +149,7 @@ class Soak {
         alive_.insert({child, true});
     }
 
-    // Who died is followed by another.
+    // Starts a new client for each that died.
     void reap() {
         std::map<pid_t, bool> left;
         left.swap(alive_);
@@ -172,7 +171,7 @@ class Soak {
         }
     }
 
-    // All clients end; what the service has then is what it had before them.
+    // Ends all clients, and compares the service's descriptors and memory with those before them.
     void end_of_minute(bool last) {
         shared->stop = true;
         const auto given_up = std::chrono::steady_clock::now() + std::chrono::seconds(20);

@@ -5,7 +5,7 @@
 
 thread_local int vantro::test::news_left = -1;
 
-// Not inlined, or the compiler sees free() for what new gave.
+// Not inlined, else the compiler warns of free() for a block of new.
 [[gnu::noinline]] void *operator new(size_t size) {
     void *const memory = vantro::test::news_left >= 0 && vantro::test::news_left-- == 0
                              ? nullptr

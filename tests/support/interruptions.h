@@ -18,15 +18,15 @@
 
 namespace vantro::test {
 
-// How many signals a whole test sends: a sanitizer takes its time over each.
+// How many signals a whole test sends: under a sanitizer each takes long.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr int interruptions_wanted = 10'000;
 #else
 inline constexpr int interruptions_wanted = 100'000;
 #endif
 
-// Interrupts the thread that makes it, by a timer of that thread's own that sets itself again at
-// each signal. One a thread at a time.
+// Interrupts the thread that makes it, by a timer of that thread that is set again at each signal.
+// One a thread at a time.
 class Interruptions {
   public:
     explicit Interruptions(unsigned seed) {
@@ -68,7 +68,7 @@ class Interruptions {
         }
     }
     static void set_timer() {
-        // Within the next call most often, and at times long enough for several.
+        // Mostly within the next call, and sometimes after several.
         const long most_us = mine.random() % 8 == 0 ? 400 : 40;
         itimerspec next = {};
         next.it_value.tv_nsec = 1000 * (1 + static_cast<long>(mine.random()) % most_us);

@@ -1,4 +1,4 @@
-// The device of the grantor, played by a thread of the test: a function answers what is written.
+// A grantor device that a thread of the test serves: a function answers each write.
 #ifndef VANTRO_TESTS_SUPPORT_PATH_DEVICE_H
 #define VANTRO_TESTS_SUPPORT_PATH_DEVICE_H
 

@@ -32,7 +32,7 @@ inline void publish(object_publisher *to, const char *object, const char *name, 
     ASSERT_EQ(object_publish(to, object, 0, &attribute, 1), 0);
 }
 
-// Publishes whatever it is told to.
+// Publishes any text.
 class RawPublisher {
   public:
     RawPublisher() { EXPECT_TRUE(directory_.take(player_directory + 1, ring_)); }
@@ -60,7 +60,7 @@ class Events : public testing::Test {
         const MutexLock lock(guard_);
         return std::exchange(lines_, {});
     }
-    // What is published by this process.
+    // Makes this process the publisher.
     void start_publishing() { ASSERT_TRUE(publisher = object_publisher_open(player_directory)); }
     void stop_publishing() { object_publisher_close(std::exchange(publisher, nullptr)); }
     void publish(const char *object, const char *name, const char *value) {
@@ -80,7 +80,7 @@ class Events : public testing::Test {
     Lines lines_ GUARDED_BY(guard_);
 };
 
-// Sockets aside: the service closes those of a client that has gone in its own time. Events have
+// Sockets are not counted: the service may close those of a client that has gone later. Events have
 // none.
 inline long open_descriptors() {
     long count = 0;

@@ -21,7 +21,7 @@
 
 namespace vantro::test {
 
-// A user who is not user 0, for what user 0 would be allowed anyway.
+// A user other than 0, for tests of what user 0 would always be allowed.
 inline uid_t plain_user() {
     return geteuid() == 0 ? 65534 : geteuid();
 }
@@ -46,7 +46,7 @@ class RuntimeDirectory : public testing::Test {
         std::filesystem::remove_all(path_, ignored);
     }
 
-    // Makes the directory the plain user's, and so of no use to anybody else.
+    // Makes the plain user the owner of the directory, so that no other user trusts it.
     void give_to_plain_user() { ASSERT_EQ(chown(path_.c_str(), plain_user(), -1), 0); }
 
     std::string path_ = (std::filesystem::temp_directory_path() / "tools-XXXXXX").string();
@@ -68,7 +68,7 @@ class Process {
         }
         close(ends[1]);
         output_ = fdopen(ends[0], "r");
-        setvbuf(output_, nullptr, _IONBF, 0); // nothing but the pipe holds output: readable()
+        setvbuf(output_, nullptr, _IONBF, 0); // so that output is only in the pipe, for readable()
     }
 
     // @param prepare runs in the child, before the program.

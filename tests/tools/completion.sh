@@ -12,7 +12,7 @@ export XDG_RUNTIME_DIR=$scratch/runtime XDG_STATE_HOME=$scratch/state PATH=$scra
 head -c 16000 /dev/zero | flac -s --force-raw-format --endian=little --sign=signed --channels=1 \
     --bps=16 --sample-rate=8000 -T ALBUM=Harbour -o "$scratch/music/one.flac" -
 
-# The second name cannot stand on a command line as it is.
+# The second name must be quoted on a command line.
 coproc running { exec "$vantrod" --audio clock --music "$scratch/music" --player main --player 'the den'; }
 pid=$running_PID
 while read -r line <&"${running[0]}" && [[ $line != *scanned* ]]; do :; done

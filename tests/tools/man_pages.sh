@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Each option and command that --help prints stands in the manual page, and the other way round.
+# Each option and command that --help prints is in the manual page, and the other way round.
 #   man_pages.sh SOURCE-DIRECTORY PROGRAM...
 set -euo pipefail
 export LC_ALL=C
@@ -18,7 +18,7 @@ for program in "$@"; do
         grep -E '^  -' <<<"$help" | grep -oE -- '--[a-z][a-z-]*'
         printf '%s\n' $commands
     )
-    # What an entry begins with, in the two chapters that have such entries.
+    # The beginning of each entry, in the two chapters that have such entries.
     says=$(awk '/^# / { chapter = $2 } chapter ~ /^(OPTIONS|COMMANDS)$/ && /^\*/' <<<"$page" |
         grep -oE '\*(--)?[a-z][a-z-]*\*' | tr -d '*')
     diff -u --label "$name --help" --label "the page of $name" \

@@ -1,5 +1,5 @@
-// What the transport's tests share: a server with a service that is told how to answer, a client
-// that speaks bytes, and this program again as processes to kill.
+// Shared by the transport's tests: a server whose service answers as the test says, a client that
+// sends raw bytes, and this program again as processes to kill.
 #ifndef VANTRO_TESTS_TRANSPORT_SUPPORT_H
 #define VANTRO_TESTS_TRANSPORT_SUPPORT_H
 
@@ -30,9 +30,9 @@ enum Code : uint16_t {
     SPLIT,    // The same, gathered from one part a byte.
     FILL,     // Payload: a length and a status; answers with them.
     CAPACITY, // Answers with the capacity of the receive buffer.
-    MOVE,     // As ECHO, and payloads go to a buffer of the service's from now on.
+    MOVE,     // As ECHO; from now on payloads go to a buffer of the service's.
     SLOWLY,   // As ECHO, after up to a tenth of a millisecond of work.
-    LATER,    // A put: answered by whoever takes it out of `held`.
+    LATER,    // A put: answered by the test that takes it out of `held`.
     BLOCK     // Waits for `unblock`; then as ECHO. An open with this code waits too.
 };
 
@@ -42,7 +42,7 @@ struct Held {
     uint32_t tag;
 };
 
-// What the test service was told, and how it is to answer. One for the program, reset by Server.
+// The requests to the test service, and how it is to answer. One for the program, reset by Server.
 struct Script {
     std::mutex lock;
     std::condition_variable changed;

@@ -89,7 +89,7 @@ function bindViews() {
   document.addEventListener('visibilitychange', () => now.tick());
 }
 
-/** Asks for the code where this machine is not paired. @return whether it is. */
+/** Asks for the code if this machine is not paired. @return whether it is paired afterwards. */
 async function checkPairing() {
   try {
     if ((await get('pair')).paired) {

@@ -1,8 +1,8 @@
 """A handle of the library that no thread can use after its end.
 
-The library leaves it to its caller that opening, closing and disconnecting overlap no other call on
-a handle, and that calls for events come one at a time. Python's threads must not be able to break
-that, so it is enforced here.
+The library requires that opening, closing and disconnecting do not overlap other calls on a handle,
+and that calls for events come one at a time. Python's threads must not be able to break that, so it
+is enforced here.
 """
 
 import threading
@@ -49,7 +49,7 @@ class Handle:
 
     @contextmanager
     def exclusive(self) -> Iterator[int]:
-        """For calls that overlap no other; ends a wait for events that is under way."""
+        """For calls that must overlap no other; ends a wait for events that is under way."""
         with self._changed:
             self._changed.wait_for(lambda: not self._exclusive)
             pointer = self._checked()

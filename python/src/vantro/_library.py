@@ -1,7 +1,7 @@
 """The C library: its structures as its headers declare them, and its functions with their types.
 
-The structures are written down a second time here, so importing checks them: the library makes
-records of known bytes, and each field must hold what was put into it.
+The structures are declared a second time here, so an import checks them: the library unpacks known
+bytes, and each field must have its value.
 """
 
 import ctypes as c
@@ -238,7 +238,7 @@ def _load() -> c.CDLL:
 
 
 def check_layouts(library: c.CDLL) -> None:
-    """Raises ImportError where a record that the library makes is not laid out as it is here."""
+    """Raises ImportError if the library lays a record out in another way than this module."""
     numbers: dict[str, list[str]] = {
         "media_source": ["id", "type", "status"],
         "media_node": ["type", "count", "ms_id", "ms_type"],
@@ -266,7 +266,7 @@ def check_layouts(library: c.CDLL) -> None:
             wanted[name] = name.encode()
             packed += struct.pack("<i", len(name)) + name.encode()
         records = c.POINTER(type_)()
-        # Two of them: the second one is where the size of the first one puts it.
+        # Two records: the place of the second one shows the size of the first one.
         if getattr(library, f"unpack_{kind}")(packed * 2, 2 * len(packed), 2, c.byref(records)):
             raise ImportError(f"libvantroclient does not read a {kind}")
         for field, value in wanted.items():

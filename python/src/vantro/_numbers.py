@@ -1,4 +1,4 @@
-"""Numbers on their way to C, where one that is too large would lose bits."""
+"""Checks numbers for C, where one that is too large would lose bits."""
 
 import math
 
@@ -11,7 +11,7 @@ def integer(value: int, bits: int = 32, signed: bool = True) -> int:
 
 
 def milliseconds(seconds: float | None) -> int:
-    """A time to wait as the library takes it; below 0 it has no end."""
+    """A time to wait, in the library's form; below 0 there is no limit."""
     if seconds is None:
         return -1
     if seconds < 0:
@@ -20,7 +20,7 @@ def milliseconds(seconds: float | None) -> int:
 
 
 def time_limit(seconds: float | None) -> int:
-    """Of calls to the service, which cannot answer at once."""
+    """A time limit for calls to the service. It cannot be 0, since the service cannot answer at once."""
     if seconds == 0:
         raise ValueError("a time limit is above 0")
     return milliseconds(seconds)

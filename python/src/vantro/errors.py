@@ -1,4 +1,4 @@
-"""What calls raise where they fail."""
+"""What calls raise if they fail."""
 
 import ctypes
 import enum
@@ -23,10 +23,10 @@ class Reason(enum.IntEnum):
 
 
 class VantroError(Exception):
-    """A call that failed. The subclasses are the reasons; this one itself is Reason.OTHER.
+    """A call that failed. The subclasses are the reasons; this class itself is Reason.OTHER.
 
-    `reason` is why, `number` an error number of the module errno, the service's own where it
-    refused, or 0, and `text` says it for people.
+    `reason` is why; `number` an error number of the module errno, or the service's own if it
+    refused, or 0; `text` is for people.
     """
 
     reason: Reason = Reason.OTHER
@@ -65,7 +65,7 @@ class TimedOut(VantroError, TimeoutError):
 
 
 class Malformed(VantroError):
-    """What the service said cannot be understood."""
+    """The service's answer cannot be understood."""
 
     reason = Reason.MALFORMED
 
@@ -83,7 +83,7 @@ class Invalid(VantroError):
 
 
 class Changed(VantroError):
-    """A list has changed while it was read, in front of where it was read. Begin it again."""
+    """A list has changed while it was read, before the place that was reached. Begin it again."""
 
     reason = Reason.CHANGED
 
@@ -108,7 +108,7 @@ _reasons_of_errno = {
 
 
 def last_failure() -> VantroError:
-    """Of the call of this thread that has just failed, but for those for events."""
+    """The error of the call of this thread that has just failed, unless it was a call for events."""
     failure = VantroFailure()
     library.vantro_last_failure(ctypes.byref(failure))
     text = failure.text.decode(errors="replace")
@@ -116,6 +116,6 @@ def last_failure() -> VantroError:
 
 
 def of_errno(number: int) -> VantroError:
-    """Of a call for events, which says it by errno."""
+    """The error of a call for events, which sets errno."""
     reason = _reasons_of_errno.get(number, Reason.OTHER)
     return _classes.get(reason, VantroError)(number, os.strerror(number))

@@ -21,11 +21,11 @@ from .records import (
 
 @dataclass(frozen=True, slots=True)
 class Event:
-    """What every event tells.
+    """The members that every event has.
 
     `now` is what the player was last known to do, `object_name` the object that changed, and
-    `attributes` the texts behind the event: of "state" all that there are, of other objects those
-    that changed.
+    `attributes` the texts behind the event: all of them for "state", for other objects those that
+    changed.
     """
 
     now: StateInfo
@@ -92,7 +92,7 @@ def _attributes(dictionary: Any) -> dict[str, str]:
 
 
 def event_of(record: Any) -> Event | None:
-    """Copies the library's record; None where nothing is new."""
+    """Copies the library's record; None if nothing is new."""
     now, name = state_of(record), text_of(record.object_name)
     attributes = _attributes(record.dict)
     details = record.details

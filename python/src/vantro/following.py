@@ -12,7 +12,8 @@ from ._numbers import milliseconds
 from .errors import Interrupted, Invalid, Malformed, of_errno
 from .events import Event, event_of
 
-# Without an event in between. Where the objects' file is corrupt nothing else comes any more.
+# Failures in a row without an event in between. If the objects' file is corrupt, only failures
+# come.
 _most_passed_over = 100
 
 
@@ -23,8 +24,8 @@ class _Ended(Exception):
 class Events:
     """What a player does, for as long as it is open.
 
-    A loop over it ends when the player is closed, and raises ServiceGone where the service ends.
-    What cannot be understood is passed over.
+    A loop over it ends when the player is closed, and raises ServiceGone if the service ends.
+    Events that cannot be understood are passed over.
     """
 
     def __init__(self, player: object, handle: Handle) -> None:
@@ -34,7 +35,7 @@ class Events:
         self._wake: Callable[[], object] | None = None
 
     def get(self) -> Event | None:
-        """The next event, or None where nothing is new. Does not wait."""
+        """The next event, or None if nothing is new. Does not wait."""
         try:
             with self._handle.event_call() as pointer:
                 self._check()
@@ -110,7 +111,7 @@ class Events:
     async def _readable(self) -> None:
         loop = asyncio.get_running_loop()
         ready = asyncio.Event()
-        # One of its own: another thread may close the player while the loop watches it.
+        # A copy: another thread may close the player while the loop watches the descriptor.
         descriptor = os.dup(self.fileno())
         try:
             loop.add_reader(descriptor, ready.set)

@@ -35,7 +35,7 @@ class Player:
     """A player of the service. Any thread may call it.
 
     Each call waits for the service's answer; `timeout`, in seconds, bounds each of these waits.
-    Calls raise VantroError, and its subclasses, where they fail.
+    Calls raise VantroError, and its subclasses, if they fail.
     """
 
     def __init__(self, name: str | None = "main", *, timeout: float | None = None) -> None:
@@ -82,7 +82,7 @@ class Player:
         return self._owned().closed
 
     def open(self, name: str) -> None:
-        """Opens a player, where none is open."""
+        """Opens a player, if none is open."""
         text = bytes_of(name)
         with self._owned().exclusive() as pointer:
             _check(library.vantro_open(pointer, text))
@@ -115,7 +115,7 @@ class Player:
             c.free(names)
 
     def identity(self) -> Identity:
-        """Whom the service takes this program for, and what the service is."""
+        """How the service identifies this program, and which service it is."""
         identity = c.VantroIdentity()
         self._call(library.vantro_get_identity, ctypes.byref(identity))
         held = records.text_of(identity.capabilities) or ""
@@ -164,7 +164,7 @@ class Player:
     # Commands.
 
     def play(self) -> None:
-        """Plays, or plays on from where it paused."""
+        """Plays, or continues where it paused."""
         self._call(library.vantro_play)
 
     def stop(self) -> None:
@@ -207,7 +207,7 @@ class Player:
     ) -> int:
         """Makes a track session, makes it the current one, and returns its id.
 
-        It is made of a node, or of several; where `ms_id` is 0, each names its source: "1:albums".
+        It is made of a node, or of several; if `ms_id` is 0, each names its source: "1:albums".
         """
         nodes = node_id if isinstance(node_id, str) else "\n".join(node_id)
         tsid = ctypes.c_uint64()
@@ -261,7 +261,7 @@ class Player:
             library.vantro_free_track_info(info)
 
     def status(self) -> Status:
-        """All of it in one exchange, and as it was at one moment."""
+        """State, session, track, position and volume, at one moment and in one exchange."""
         whole = ctypes.POINTER(c.VantroStatus)()
         try:
             self._call(library.vantro_get_status, ctypes.byref(whole))
@@ -370,14 +370,14 @@ class Player:
     def events(self) -> Events:
         """What the player does: for `for`, `async for`, or event by event.
 
-        They begin with the full picture. There is one queue of events for each player that is open:
-        two of these objects would share what comes.
+        They begin with the full picture. There is one queue of events for each open player: two of
+        these objects would share its events.
         """
         events = Events(self, self._owned())
         self._followings.add(events)
         return events
 
-    # How all of these talk to the library.
+    # How the methods above call the library.
 
     def _owned(self) -> Handle:
         assert self._handle is not None
@@ -413,7 +413,7 @@ class Player:
                 raise last_failure()
         try:
             while True:
-                # What was given stays the cursor's until the next call.
+                # The cursor owns the entry until the next call.
                 with self._owned().call():
                     result = library.vantro_cursor_next(
                         cursor, ctypes.byref(node), ctypes.byref(known)

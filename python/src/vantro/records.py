@@ -1,4 +1,4 @@
-"""The records of the catalogue and of players, as values of Python's own."""
+"""The records of the catalogue and of players, as Python values."""
 
 import enum
 from dataclasses import dataclass
@@ -41,7 +41,7 @@ class Repeat(_Number):
 
 @dataclass(frozen=True, slots=True)
 class Volume:
-    """How loud a player plays: 0 to 100; muted, nothing is heard, whatever the level."""
+    """How loud a player plays: 0 to 100. If it is muted nothing is heard, whatever the level."""
 
     level: int
     muted: bool
@@ -49,7 +49,7 @@ class Volume:
 
 @dataclass(frozen=True, slots=True)
 class Identity:
-    """Whom the service takes this program for, by the kernel's word; and the service itself."""
+    """How the service identifies this program, by what the kernel says; and the service itself."""
 
     pid: int
     uid: int
@@ -63,8 +63,8 @@ class Identity:
 class Start(enum.IntEnum):
     """How a new track session begins.
 
-    The last three take the place of the current session while the player goes on: songs behind all
-    of its songs, after the current one, or these instead.
+    The last three replace the current session while the player goes on: songs are added after all
+    of its songs, or after the current one, or replace them.
     """
 
     HELD = 0
@@ -161,7 +161,7 @@ class Metadata:
 
     @property
     def cover(self) -> Path | None:
-        """The file of the cover, where `artwork` names one."""
+        """The file of the cover, if `artwork` names one."""
         parts = urlsplit(self.artwork or "")
         if parts.scheme != "file" or parts.netloc not in ("", "localhost"):
             return None
@@ -199,7 +199,7 @@ class TrackInfo:
 
 @dataclass(frozen=True, slots=True)
 class Status:
-    """What a player is doing, at one moment; `track` is None where there is no session."""
+    """What a player is doing, at one moment; `track` is None if there is no session."""
 
     state: StateInfo
     session: SessionInfo
@@ -209,7 +209,7 @@ class Status:
     track: TrackInfo | None
 
 
-# Texts are UTF-8; other bytes become surrogates, so that each id finds its way back.
+# Texts are UTF-8; other bytes become surrogates, so that each id can be sent back unchanged.
 
 
 def text_of(value: bytes | None) -> str | None:
@@ -222,7 +222,7 @@ def bytes_of(value: str) -> bytes:
     return value.encode(errors="surrogateescape")
 
 
-# From the library's records, which are copied. A null pointer is false.
+# These copy the library's records. A null pointer is false.
 
 
 def source_of(record: Any) -> MediaSource:

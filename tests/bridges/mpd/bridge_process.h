@@ -30,7 +30,7 @@ class RawClient {
     RawClient(const RawClient &) = delete;
     RawClient &operator=(const RawClient &) = delete;
 
-    // Sends bytes as they are, as far as the bridge takes them.
+    // Sends raw bytes, as many as the bridge takes.
     void send(const std::string &bytes) {
         for (size_t at = 0; at < bytes.size();) {
             const ssize_t sent =
@@ -51,7 +51,7 @@ class RawClient {
         return text;
     }
 
-    // Up to and with the line that ends an answer; empty if the connection is closed.
+    // The lines up to the one that ends an answer, included; empty if the connection is closed.
     std::string answer() {
         std::string all;
         while (true) {
@@ -96,7 +96,7 @@ class Bridge : public test::RuntimeDirectory {
             std::vector<std::string>{VANTRO_MPD, "--port", "0", "--clients", "8"});
         std::string said = bridge_->line();
         while (!said.empty() && !said.starts_with("vantro-mpd: ready (127.0.0.1:")) {
-            said = bridge_->line(); // of the address that this host may not have
+            said = bridge_->line(); // about the address that this host may not have
         }
         ASSERT_FALSE(said.empty());
         port_ = static_cast<uint16_t>(std::stoi(said.substr(said.find(':', 12) + 1)));

@@ -386,7 +386,8 @@ TEST_F(Bridge, NobodysMisconductReachesOthers) {
     }
     RawClient browser(port_);
     EXPECT_EQ(browser.ask("POST /x HTTP/1.1\r\nHost: x\r\n\r\nsetvol 3"), "(closed)");
-    // An answer of some 40 MB that is not taken costs the bridge little, and others nothing.
+    // An answer of some 40 MB that its client does not read costs the bridge little, and other
+    // clients nothing.
     constexpr int commands = 30'000;
     RawClient slow(port_);
     std::string all = "command_list_ok_begin\n";
@@ -406,7 +407,7 @@ TEST_F(Bridge, NobodysMisconductReachesOthers) {
         confirmed += line == "list_OK";
     }
     EXPECT_EQ(confirmed, commands);
-    EXPECT_EQ(other.ask("getvol"), "volume: 100\nOK\n"); // no browser has set it
+    EXPECT_EQ(other.ask("getvol"), "volume: 100\nOK\n"); // the browser's setvol was not carried out
 
     halves.send("tus\n");
     EXPECT_NE(halves.answer().find("state: stop\n"), std::string::npos);

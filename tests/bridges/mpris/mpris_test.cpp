@@ -25,7 +25,7 @@ class Mpris : public test::RuntimeDirectory {
     void SetUp() override {
         test::RuntimeDirectory::SetUp();
         const std::filesystem::path music = path_ + "/music";
-        // No bus takes U+FDD0, which is no character.
+        // A bus refuses U+FDD0, which is no character.
         test::make_music(
             music / "1.flac", 60'000,
             {"TITLE=One\xEF\xB7\x90", "TRACKNUMBER=1", "ARTIST=Anna", "ALBUMARTIST=All"});
@@ -91,7 +91,7 @@ class Mpris : public test::RuntimeDirectory {
 };
 
 TEST_F(Mpris, ShowsWhatIsLoadedAtFirstSightAndSaysWhatChanges) {
-    test::write_file(path_ + "/music/cover.png", // 1 x 1, whose head is all that is looked at
+    test::write_file(path_ + "/music/cover.png", // 1 x 1; only its head is read
                      std::string("\x89PNG\r\n\x1A\n\0\0\0\rIHDR\0\0\0\1\0\0\0\1\b\0\0\0\0", 29));
     service_.reset();
     start_service();
@@ -154,7 +154,7 @@ TEST_F(Mpris, SetsModesAndRefusesWhatIsNone) {
     EXPECT_EQ(get("Shuffle"), "1");
     EXPECT_EQ(tell("OpenUri", "s", "file:///a"), SD_BUS_ERROR_NOT_SUPPORTED);
 
-    // What another client mutes is silent here; a volume that is set is heard.
+    // If another client mutes the player, its volume here is 0; setting a volume unmutes it.
     Player other = Player::connect("main").or_throw();
     bus_->take_signals();
     other.set_muted(true).or_throw();

@@ -17,7 +17,7 @@
 
 namespace vantro::mpris {
 
-// What is left of a message, in words: "{a: 1, b: [x, y]}".
+// The rest of a message, in words: "{a: 1, b: [x, y]}".
 inline std::string words_of(sd_bus_message *message) {
     std::string words;
     char type = 0;
@@ -95,8 +95,8 @@ class SessionBus {
         return words;
     }
 
-    // The signals of players that came since the last call: "Seeked: 5000000". What a player sent
-    // before the last answer is among them.
+    // The signals of players since the last call: "Seeked: 5000000". They include every signal that
+    // a player sent before the last answer.
     std::vector<std::string> take_signals() {
         while (sd_bus_process(bus_, nullptr) > 0) {
         }

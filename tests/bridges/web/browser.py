@@ -62,7 +62,7 @@ class Browser:
         return value
 
     def protocol(self, command: str, **parameters):
-        """Of the browser itself."""
+        """A command of the browser itself."""
         return self.call("POST", "/goog/cdp/execute", {"cmd": command, "params": parameters})
 
     def open(self, url: str) -> None:
@@ -91,7 +91,7 @@ class Browser:
         self.call("POST", f"/element/{self.find(selector)}/value", {"text": text})
 
     def press(self, *keys: str) -> None:
-        """Presses all of them, then lets them go."""
+        """Presses all of the keys, then releases them."""
         codes = [KEYS.get(key, key) for key in keys]
         actions = [{"type": "keyDown", "value": code} for code in codes]
         actions += [{"type": "keyUp", "value": code} for code in reversed(codes)]
@@ -125,7 +125,7 @@ class Browser:
         ]
 
     def problems(self) -> list[str]:
-        """What the console has told since the last time, without answers that were no success."""
+        """The messages of the console since the last call, without failed answers of the server."""
         entries = self.call("POST", "/se/log", {"type": "browser"})
         return [e["message"] for e in entries
                 if e["level"] in ("SEVERE", "WARNING") and e["source"] != "network"]

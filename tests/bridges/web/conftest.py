@@ -81,7 +81,7 @@ class Bridge:
         return socket.create_connection(("127.0.0.1", self.port), timeout=60)
 
     def raw(self, request: bytes) -> int:
-        """Sends bytes as they are. Returns the status; 0 where the connection is only closed."""
+        """Sends raw bytes. Returns the status; 0 if the connection is only closed."""
         with self.connect() as client:
             try:
                 client.sendall(request)
@@ -123,6 +123,6 @@ def bridge(tmp_path_factory: pytest.TempPathFactory):
 
 
 def pytest_terminal_summary(terminalreporter) -> None:
-    """Names what was not tried, as the other tests do."""
+    """Names the tests that were skipped, as the other test programs do."""
     for report in terminalreporter.stats.get("skipped", []):
         print("[  SKIPPED ] " + report.nodeid.rsplit("/", 1)[-1])

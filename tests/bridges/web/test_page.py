@@ -1,4 +1,4 @@
-"""The page in a browser: what one presses reaches the player, and what happens is seen."""
+"""The page in a browser: its controls reach the player, and it shows what happens."""
 
 import time
 
@@ -144,7 +144,7 @@ def test_two_players_and_a_service_that_dies(bridge, page):
     page.until("document.querySelector('#toggle').ariaLabel === 'Pause'")
 
 
-# Each text and icon that can be seen and is darker or lighter than its ground by too little.
+# Every visible text and icon with too little contrast to its background.
 FAINT = """
 const light = text => {
   const [r, g, b] = text.match(/[\\d.]+/g).slice(0, 3).map(Number).map(v => v / 255)

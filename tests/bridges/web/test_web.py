@@ -1,4 +1,4 @@
-"""What vantro-web answers, also to requests that are malformed or not for it."""
+"""The answers of vantro-web, also to requests that are malformed or not for it."""
 
 import json
 import resource

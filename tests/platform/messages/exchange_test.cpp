@@ -1,4 +1,4 @@
-// Exchanges: what is sent arrives, whatever its size; what is answered reaches the one who asked.
+// Exchanges: messages of every size arrive, and each answer reaches the client that asked.
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -28,7 +28,7 @@ std::vector<UniqueFd> copies_of_descriptors() {
     return copies;
 }
 
-// Around every limit: the receive vector's, the socket's, and of the reply vector.
+// Sizes around every limit: of the receive vector, the socket and the reply vector.
 TEST(Exchange, CarriesEverySizeBothWays) {
     const RuntimeDirectory runtime;
     constexpr size_t capacity = 1000;
@@ -80,8 +80,8 @@ TEST(Exchange, CarriesEverySizeBothWays) {
     global_name_close(connection);
 }
 
-// A lane's answer file is passed once. Where the client had no descriptor free for it, it is passed
-// again, and no answer is read from an older one.
+// A lane's answer file is passed once. If the client had no descriptor free for it, it is passed
+// again, and no answer is read from an older file.
 TEST(Exchange, AnAnswerFileThatDidNotArriveIsPassedAgain) {
     const RuntimeDirectory runtime;
     int start[2];
@@ -169,7 +169,7 @@ TEST(Exchange, AnswersOnceAndOnlyToTheOneWhoAsked) {
             if (first_id == 0) {
                 first_id = message.receive_id;
             } else {
-                // The first exchange is over: its id is good for nothing, on the same lane too.
+                // The first exchange is over: its id is not valid any more, also on the same lane.
                 stale += ipc_reply(first_id, 1, nullptr, 0) == -1 && errno == ESRCH;
                 stale += ipc_read(first_id, nullptr, 0, 0) == -1 && errno == ESRCH;
             }
@@ -260,7 +260,7 @@ TEST(Exchange, ASignalGivesUpOneExchangeAndNoMore) {
     const ChannelServer server(
         [&](const Message &message) {
             if (message.bytes == "wait") {
-                // As a forked child has them, and for a moment the server that made a lane.
+                // A forked child has such copies, and for a moment the server that made a lane.
                 const std::vector<UniqueFd> copies = copies_of_descriptors();
                 while (!given_up) { // one may come before the client blocks
                     pthread_kill(client, SIGUSR1);
@@ -291,7 +291,7 @@ TEST(Exchange, ASignalGivesUpOneExchangeAndNoMore) {
     signal(SIGUSR1, SIG_DFL);
 }
 
-// Or its answer, when it comes at last, would be taken for another's: ids come round again.
+// Otherwise a late answer could be taken for another's, since ids are used again.
 TEST(Exchange, AnIdIsNotGivenAgainWhileItsAnswerIsOwed) {
     const RuntimeDirectory runtime;
     struct sigaction action = {};

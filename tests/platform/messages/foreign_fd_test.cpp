@@ -1,4 +1,4 @@
-// Descriptors that clients send: their close holds up no thread that serves.
+// Descriptors that clients send: closing them does not hold up a thread that serves.
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -18,7 +18,7 @@ namespace {
 using platform::ControlRecord;
 using platform::Frame;
 
-// A TCP socket whose last close waits until its bytes are gone: for ever, unless the other side is
+// A TCP socket whose last close waits until its bytes are sent: for ever, unless the other side is
 // closed.
 struct LingeringSocket {
     LingeringSocket() {
@@ -139,7 +139,7 @@ TEST(ForeignDescriptor, ThatIsSlowToCloseHoldsUpNobody) {
                 left = false;
                 way.send(client, lane.get(), lingering.near.get());
                 lingering.near.reset();
-                client.control.reset(); // and what is left in the server's sockets goes
+                client.control.reset(); // and the server closes what is left in its sockets
                 left = true;
                 left.notify_all();
                 for (int i = 0; i < 20; ++i) {

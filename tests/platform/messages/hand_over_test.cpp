@@ -68,7 +68,7 @@ TEST_F(HandOver, ServesAClientWhereItRuns) {
     ipc_allow_looking(1);
 }
 
-// One thread waits in a handler after the other; whoever is left serves, pinned or not.
+// One thread after another waits in a handler; those that are left serve, confined or not.
 TEST_F(HandOver, IsServedByWhoeverIsLeft) {
     const int threads = processors() + 2;
     std::mutex lock;
@@ -107,7 +107,7 @@ TEST_F(HandOver, IsServedByWhoeverIsLeft) {
     global_name_close(connection);
 }
 
-// What a handler starts may run anywhere, if it says so; a child of fork may in any case.
+// What a handler starts may run anywhere if it asks for that; a child of fork always may.
 TEST_F(HandOver, ConfinesNothingElse) {
     std::mutex lock;
     std::set<int> own, freed, forked;

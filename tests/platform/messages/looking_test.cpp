@@ -1,5 +1,5 @@
-// Clients and servers that look for each other's messages instead of sleeping. Each test sees to it
-// that both do, by exchanges in quick succession between two processors.
+// Clients and servers that look for each other's messages instead of sleeping. Each test makes both
+// look, by exchanges in quick succession between two processors.
 #include <pthread.h>
 #include <sys/mman.h>
 
@@ -13,7 +13,7 @@
 namespace vantro::test {
 namespace {
 
-// While one thread waits for the other, both still get on if the machine has other work.
+// Both threads make progress also if the machine has other work.
 class Looking : public testing::Test {
   protected:
     void SetUp() override {
@@ -35,7 +35,7 @@ class Looking : public testing::Test {
         sched_setaffinity(0, sizeof all_, &all_);
     }
 
-    // Has the calling thread, of the server, run where the clients do not.
+    // Confines the calling thread, one of the server, to a processor without clients.
     void apart() const {
         thread_local const bool done = run_on(processor_[1]);
         static_cast<void>(done);
@@ -55,8 +55,8 @@ class Looking : public testing::Test {
     int processor_[2] = {0, 1};
 };
 
-// Handlers take long now and then, so that both sides go to sleep and look again, many times. One
-// thread serves all, and the clients that keep it looking must not keep it from the others.
+// Some handlers take long, so that both sides go to sleep and look again, many times. One thread
+// serves all clients, and those that keep it looking must not keep it from the others.
 TEST_F(Looking, AnswersEveryMessageOfEveryClient) {
     std::atomic<int> received = 0;
     const ChannelServer server([&](const Message &message) {
@@ -87,7 +87,7 @@ TEST_F(Looking, AnswersEveryMessageOfEveryClient) {
     EXPECT_EQ(received, 3 * 5000 + 50);
 }
 
-// What the thread does that the client's messages reach without waking anybody.
+// What the thread does that is looking for the client's messages.
 enum class Does { stays, leaves, is_cancelled, answers_later };
 
 class LookingThread : public Looking, public testing::WithParamInterface<Does> {};
@@ -170,8 +170,8 @@ INSTANTIATE_TEST_SUITE_P(, LookingThread,
                                          Does::answers_later),
                          name_of_case);
 
-// A client whose words change without reason, and that has its lane watched at every moment, gets
-// its answers, and others theirs. One that asks for what is not there is cut off.
+// If a client changes its words without reason, and has its lane watched all the time, it still
+// gets its answers, and so do others. A client that names a lane it does not have is cut off.
 TEST_F(Looking, IsSafeFromAClientThatPlaysWithItsWords) {
     const ChannelServer server([&](const Message &message) {
         apart();
@@ -205,7 +205,7 @@ TEST_F(Looking, IsSafeFromAClientThatPlaysWithItsWords) {
                 control(platform::control_watch_lane, 0);
             }
         }
-        // As the library does before it sleeps; the word is not to be believed here.
+        // Sent as the library does before it sleeps; here the word cannot be trusted.
         control(platform::control_watch_lane, 0);
         ASSERT_EQ(recv(lane.get(), &message, sizeof message, 0),
                   static_cast<ssize_t>(sizeof message));

@@ -1,4 +1,4 @@
-// Clients that break the rules: each loses its own connection, and nobody else notices.
+// Clients that break the rules: each loses its own connection, and no other is affected.
 #include <sys/mman.h>
 #include <sys/resource.h>
 
@@ -60,7 +60,7 @@ const struct Misdeed {
     {"a memory file that can shrink", packet(frame(200000, in_file)),
      [](int) { return memory_file(200000, F_SEAL_GROW | F_SEAL_WRITE); }},
     {"a pipe in a memory file's place", packet(frame(10, in_file)), pipe_end},
-    // Those that share an event with the first are noticed at the lane's next one.
+    // Messages that share an event with the first are noticed at the lane's next event.
     {"a second message before the answer", packet(frame(4)) + "hold", nullptr,
      Misdeed::on_lane_until_refused},
     {"a control record of a wrong size", "x", nullptr, Misdeed::on_control},
@@ -105,12 +105,12 @@ TEST(Misconduct, CostsTheOneWhoDoesItHisConnection) {
         ASSERT_TRUE(is_served(good));
     }
     EXPECT_EQ(disconnects, expected);
-    // A thread that was about to read closes what it held a moment later.
+    // A thread that was about to read closes its descriptors a moment later.
     for (int i = 0; i < 10000 && open_descriptors() > before; ++i) {
         ASSERT_TRUE(is_served(good));
     }
     EXPECT_LE(open_descriptors(),
-              before); // which may have counted a lane's far end, just passed
+              before); // which may have included the far end of a lane, just passed
     global_name_close(good);
 }
 
@@ -211,7 +211,7 @@ TEST(Misconduct, SilentConnectionsAndExhaustedDescriptorsDelayNobody) {
     close(ready[1]);
 }
 
-// A server that gives a client one lane, and on it one answer of the test's own to every message.
+// A server that gives a client one lane, and on it the test's answer to every message.
 class RawServer {
   public:
     RawServer(const std::string &runtime, Frame answer, int descriptor = -1,
@@ -309,7 +309,7 @@ TEST(Misconduct, OfAServerCostsItItsClientAndNothingElse) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
-// A lane that cannot be had, for whatever reason, is waited for while there are others.
+// If the server gives no further lane, threads wait for the lanes that there are.
 TEST(Misconduct, ThreadsShareWhatLanesTheServerGives) {
     const RuntimeDirectory runtime;
     const RawServer server(runtime.path(), frame(0));
@@ -331,7 +331,7 @@ TEST(Misconduct, ThreadsShareWhatLanesTheServerGives) {
     global_name_close(connection);
 }
 
-// A server that answers one request for pulses with an end of its own, and then misbehaves on it.
+// A server that answers one request for pulses with an end, and then misbehaves on it.
 void serve_pulses_badly(int listening, void (*misbehave)(int end)) {
     const UniqueFd control(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
     const auto grant = [&](platform::ControlKind kind, int value) {

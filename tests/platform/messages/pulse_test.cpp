@@ -94,7 +94,7 @@ TEST(Pulse, EventsReachTheClientThatAnnouncedThemAndNoOther) {
     channel_destroy(channel);
 }
 
-// What a client does not take waits at the server, in order, until it does.
+// Pulses that a client does not take wait at the server, in order, until it does.
 TEST(Pulse, EventsThatFindNoRoomFollowLater) {
     const RuntimeDirectory runtime;
     std::atomic<int> last_id{0};
@@ -129,7 +129,7 @@ TEST(Pulse, EventsThatFindNoRoomFollowLater) {
     channel_destroy(channel);
 }
 
-// Requests that wait to be let go, and the pulses that come meanwhile.
+// Requests that are held unanswered, and the pulses that come in between.
 class HeldRequests {
   public:
     void handle(const Message &message) {
@@ -159,7 +159,7 @@ class HeldRequests {
         std::unique_lock guard(lock_);
         changed_.wait(guard, [&] { return entered_ == count; });
     }
-    // Once so many pulses came: forgets them, lets the requests go, and waits for one pulse more.
+    // Waits for that many pulses, forgets them, answers the requests, and waits for one more pulse.
     void let_go_after(int count) {
         std::unique_lock guard(lock_);
         changed_.wait(guard, [&] { return pulses_ == count; });
@@ -181,7 +181,7 @@ class HeldRequests {
     int pulses_ = 0;
 };
 
-// The sweep that follows the pulse must not meet a request of that client under way.
+// No request of that client may be under way when the sweep follows the pulse.
 TEST(Pulse, TheDisconnectWaitsForWhatIsBeingDispatched) {
     const RuntimeDirectory runtime;
     int start[2];
@@ -203,7 +203,7 @@ TEST(Pulse, TheDisconnectWaitsForWhatIsBeingDispatched) {
         held.wait_for_entered(2);
         kill(child, SIGKILL);
         exit_status(child);
-        // By the time other clients came and were answered, the death has been noticed.
+        // When further clients have come and were answered, the death has been noticed.
         constexpr int others = 50;
         for (int i = 0; i < others; ++i) {
             const int another = connect_to_test();

@@ -1,4 +1,4 @@
-// What the tests of objects share: publishing in one line, and the objects as a reader knows them.
+// Shared by the tests of objects: publishing in one line, and a reader's view of the objects.
 #ifndef VANTRO_TESTS_PLATFORM_OBJECTS_OBJECTS_SUPPORT_H
 #define VANTRO_TESTS_PLATFORM_OBJECTS_OBJECTS_SUPPORT_H
 
@@ -59,7 +59,7 @@ class Reader {
     }
     Reader(const Reader &) = delete;
 
-    // The next text; empty if there is none, or none any more (`error` says why).
+    // The next text; empty if there is none, for good if `error` is set.
     std::string read() {
         const ssize_t length = platform_read(descriptor, buffer_.data(), OBJECT_CHANGE_MAX);
         error = length < 0 ? errno : 0;
@@ -129,7 +129,7 @@ class WakeSignals {
         take();
         pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
     }
-    // Blocks for a wake. @return the signal, or -1 where it is long overdue.
+    // Blocks for a wake. @return the signal, or -1 if it is long overdue.
     int wait() const {
         const struct timespec overdue = {20, 0};
         return sigtimedwait(&set_, nullptr, &overdue);

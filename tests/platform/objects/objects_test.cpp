@@ -1,4 +1,4 @@
-// Objects as their readers see them: what is told, in which order, and what is refused.
+// Objects as their readers see them: which texts, in which order, and what is refused.
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -131,7 +131,7 @@ TEST(Objects, ALateReaderIsToldToStartOver) {
     EXPECT_EQ(kept.read_all(), "#@kept\na::1\nb::2\n");
     EXPECT_EQ(gone.read_all(), "-@gone\n");
     EXPECT_EQ(again.read_all(), "-@again\n+@again\nb::2\n");
-    // One that opens now is told the same, and nothing of what led there.
+    // A new reader gets the same, and nothing of the history.
     EXPECT_EQ(Reader().read_all(),
               "@again\nb::2\n@kept\na::1\nb::2\n@new\na::3\n@status\na::1\nposition::9\n");
     set(publisher, "kept", "a", "4");
@@ -177,7 +177,7 @@ TEST(Objects, OnlyWhatIsARingIsOpened) {
     EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << "a real descriptor";
     EXPECT_EQ(platform_close(descriptor), 0);
     EXPECT_EQ(platform_close(descriptor), -1);
-    // Another file in its place is no business of a reader of the old one.
+    // Another file in its place does not affect a reader of the old one.
     Reader reader;
     std::filesystem::rename(base + "dead/ring", base + "kitchen/ring");
     set(publisher, "o", "a", "1");
@@ -279,7 +279,7 @@ TEST(Notification, ComesWhenAHolderOfTheBellLetsGo) {
     EXPECT_EQ(signals.take(), 0) << "who was woken is not woken again";
     set(publisher, "o", "a", "3");
     EXPECT_EQ(signals.wait(), wake_signal);
-    object_release_bell(publisher.get()); // once too often
+    object_release_bell(publisher.get()); // one call too many
     ASSERT_EQ(reader.arm(), NOTIFY_INPUT);
     reader.read_all();
     ASSERT_EQ(reader.arm(), 0);

@@ -8,7 +8,7 @@
 namespace vantro::test {
 namespace {
 
-// The value published as number n: its text says what it must be.
+// The value published as number n: the number determines its text.
 std::string value_of(uint64_t n) {
     return std::to_string(n) + std::string(n * 2654435761 % 9000, static_cast<char>('a' + n % 26));
 }
@@ -86,7 +86,8 @@ TEST(Publisher, KilledAnywhereLeavesWholeEventsInOrder) {
         while (follow_numbers(*reader, last)) {
         }
         ASSERT_EQ(reader->error, 0);
-        // The one under way may have been appended, and its publisher not have lived to say so.
+        // The last change may have been appended although its publisher died before it could count
+        // it.
         ASSERT_GE(last, shared->published);
         ASSERT_LE(last, shared->published + 1);
         shared->published = last;
@@ -137,7 +138,7 @@ TEST(Publisher, WhoseDeathWakesThoseWhoWait) {
         signals.take();
         std::string read = reader.read_all();
         for (; reader.error == 0; read += reader.read_all()) {
-            wait_for_input(reader, signals); // it was told of before it was over
+            wait_for_input(reader, signals); // the wake came before the end
         }
         EXPECT_EQ(read, round % 2 ? "" : "@o\na::2\n");
         EXPECT_EQ(reader.error, ESTALE);
@@ -189,7 +190,7 @@ TEST(Publisher, IsNotTheChildsAfterFork) {
     }
 }
 
-// Nor one that is made while a thread of its parent becomes a publisher, or ceases to be one.
+// Also a child that is made while a thread of its parent becomes a publisher, or ceases to be one.
 TEST(Publisher, IsNotThatOfAChildMadeMeanwhile) {
     const RuntimeDirectory runtime;
     prctl(PR_SET_CHILD_SUBREAPER, 1);
@@ -241,7 +242,7 @@ TEST(Publisher, FiftyReadersAtTheirOwnSpeedEndWithTheSameObjects) {
             while (reader.error == 0) {
                 follow_numbers(reader, last);
                 start_overs += reader.last_was_start;
-                // Between not at all and so slow that the ring goes round.
+                // Pauses from none up to so long that the publisher overtakes the reader.
                 for (auto turns = random() % (1u << i % 12); turns > 0; --turns) {
                     sched_yield();
                 }

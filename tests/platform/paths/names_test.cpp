@@ -84,7 +84,7 @@ TEST(Names, OneHolderAtATimeAndADeadOneIsSucceeded) {
     close(ready[1]);
 }
 
-// A directory that others may write is not the user's own: what lies there is not to be believed.
+// A directory that others may write is not trusted.
 TEST(Names, AnUnsafeRuntimeDirectoryIsNotTrusted) {
     const RuntimeDirectory runtime;
     const ChannelServer server(echo);
@@ -96,8 +96,7 @@ TEST(Names, AnUnsafeRuntimeDirectoryIsNotTrusted) {
     global_name_close(connection);
 }
 
-// What a service of the user's own left, folders, dead names and rings, hides no service of the
-// system's.
+// Folders, dead names and rings that a user's service left do not hide a service of the system.
 TEST(Names, EachNameIsLookedUpInBothDirectories) {
     const std::string name = "csm/test/" + std::to_string(getpid());
     const int channel = channel_create(0);
@@ -148,7 +147,7 @@ TEST(Names, EachNameIsLookedUpInBothDirectories) {
     path_dispatch_destroy(dispatch);
 }
 
-// What a write of text is answered with: how many capital letters there are.
+// The answer to a write: the number of capital letters.
 int count_capitals(const std::string &text) {
     const auto capitals =
         std::count_if(text.begin(), text.end(), [](unsigned char c) { return isupper(c) != 0; });
@@ -186,7 +185,8 @@ TEST(Paths, AnswerReadsAndWritesByTheirHandlers) {
     EXPECT_EQ(platform_close(host_file), 0);
 }
 
-// What a child opens must not be taken for a connection of its parent that it still has to close.
+// A descriptor that a child opens must not be taken for a connection of its parent that the child
+// has not closed yet.
 TEST(Paths, AChildKeepsTheNumberOfAConnectionUntilItClosesIt) {
     const RuntimeDirectory runtime;
     const PathDevice device(0666, count_capitals);

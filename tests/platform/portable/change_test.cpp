@@ -47,7 +47,7 @@ TEST(Change, IsParsedLineByLine) {
         {"@s\n\\@a::1\n\\+::2\n\\-c::3\n\\#::4\n-\\@a\n-\\-c\n-b\\:\n",
          "1 s;5 @a=01;5 +=02;5 -c=03;5 #=04;6 @a;6 -c;6 b:;0"},
         {"a::b\n-c\n", "5 a=0b;6 c;0"},
-        // What comes before a line that cannot be parsed counts.
+        // Lines before one that cannot be parsed count.
         {"@s\nstatus::playing", "1 s;-1"},
         {"@s", "-1"},
         {"@\n", "-1"},
@@ -79,7 +79,7 @@ TEST(Change, IsParsedLineByLine) {
     EXPECT_EQ(kivoparse(nullptr, nullptr, nullptr, &record, 0), KIVO_ERROR);
 }
 
-// That what is written is read the same is for the fuzzer to find out.
+// The fuzzer checks that what is written is read back the same.
 TEST(Change, IsWrittenWithinItsLimits) {
     std::vector<char> memory(OBJECT_CHANGE_MAX + 1);
     struct Case {

@@ -1,4 +1,4 @@
-// The least that is a file of each format.
+// The smallest valid file of each format.
 #ifndef VANTRO_TESTS_SERVICE_CATALOGUE_AUDIO_FILES_H
 #define VANTRO_TESTS_SERVICE_CATALOGUE_AUDIO_FILES_H
 

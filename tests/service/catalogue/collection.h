@@ -45,7 +45,7 @@ inline std::string big_endian(uint32_t number, int bytes) {
     return text;
 }
 
-// The least that tells its size, and enough more to differ from others.
+// The smallest picture with a size, and some bytes that make it differ from others.
 inline std::string png(uint32_t width, uint32_t height, const std::string &more = "") {
     return std::string("\x89PNG\r\n\x1A\n\0\0\0\x0DIHDR", 16) + big_endian(width, 4) +
            big_endian(height, 4) + more;
@@ -158,7 +158,7 @@ class Collection : public test::RuntimeDirectory {
         wait_for([&] { return scans_ >= wanted; });
     }
 
-    // Waits until `good` holds; it is looked at again after every change. Not with the lock held.
+    // Waits until `good` holds; it is tested again after every change. Call it without the lock.
     void await(const std::function<bool()> &good) {
         for (;;) {
             int seen = 0;
@@ -257,7 +257,7 @@ class Collection : public test::RuntimeDirectory {
     ArtworkReaders artwork_readers_;
     std::chrono::milliseconds rescan_every_ = std::chrono::hours(1);
     std::chrono::milliseconds rescan_unwatched_ = std::chrono::minutes(5);
-    // So long that no change is noticed before scan() is called.
+    // So long that no change is noticed before scan().
     std::chrono::milliseconds settle_ = std::chrono::minutes(10);
     std::unique_ptr<Store> store_;
     int32_t source_ = 0;

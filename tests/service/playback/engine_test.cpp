@@ -52,7 +52,7 @@ struct Bench {
                                     : report(name, static_cast<int32_t>(value));
     }
 
-    // What the sound reports of that which it was told when it asked last.
+    // What the sound reports about the track that it asked for last.
     int report(const std::string &what, int32_t value) {
         if (what == "asks") {
             sound = engine.wanted();
@@ -79,7 +79,7 @@ struct Bench {
         return -1;
     }
 
-    // Whoever looks at files finds this error for the track that started.
+    // The check of the file finds this error for the track that started.
     int check_file(int32_t error) {
         const std::optional<Engine::Start> start = engine.take_start();
         if (start) {
@@ -97,7 +97,7 @@ struct Bench {
                     : "~-";
     }
 
-    // What was noted since the last time: !STP,P for state, track and position, then position.
+    // What was noted since the last call: !STP,P for state, track and position, then position.
     std::string noted() {
         std::string text = "!";
         for (Engine::Change change; engine.first_change(change); engine.drop_change()) {
@@ -118,8 +118,8 @@ struct Bench {
     }
 };
 
-// Told on a session of 10, 20 and 30 seconds, loaded and held: commands, milliseconds that pass,
-// what is then seen.
+// Stories of a session with tracks of 10, 20 and 30 seconds, loaded and held: commands,
+// milliseconds that pass, and the state after them.
 const std::pair<const char *, const char *> stories[] = {
     {"tracks follow each other to the end of the session",
      "H0@0 +9999999 H0@0 play P0@0 +9999 P0@9999 +1 P1@0 +49999 P2@29999 +1 S0@0 +99999 S0@0 "
@@ -151,12 +151,12 @@ const std::pair<const char *, const char *> stories[] = {
     {"time is told once a second, and ends of tracks when they come",
      "!SNTP ~- play !SP ~1000 !. +999 ~1 +1 ~1000 !K seek=500 !P ~1000 +250 rate=4 !SP ~1000 "
      "+2250 ~63 !K +63 P1@2 !TP rate=1 !SP +2999 seek=20000 !P ~1000 !TP P2@0 pause !SP ~-"},
-    {"a file that is of no use is passed over",
+    {"a file that cannot be played is passed over",
      "play !SNTP,SP file=0 !. next file=2 !TP,S2,STP P2@0 file=2 !S2,TP S0@0 play repeat=2 file=1 "
      "P1@0 file=1 P2@0 file=0 next P0@0 file=1 P1@0 file=1 P2@0 file=1 S0@0 ~-"},
 };
 
-// The same, where a sound reports what is heard; `asks=N` tells which song it is to play.
+// The same with a sound that reports what is heard; `asks=N` is the song that it is to play.
 const std::pair<const char *, const char *> sounding_stories[] = {
     {"nothing moves before it is heard, nor goes on after its end",
      "play !SNTP,SP +500 P0@0 ~- asks heard=0 !P ~1000 +400 P0@400 +9700 P0@10000 pause H0@10000 "

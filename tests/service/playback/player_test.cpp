@@ -90,7 +90,7 @@ TEST(Player, KeepsSessionsUntilTheyAreDestroyed) {
     EXPECT_EQ(room.state(), VANTRO_STATE_IDLE);
 
     uint64_t all = 0;
-    for (int i = 0; i < 3; ++i) { // one at most, and beside those that clients made
+    for (int i = 0; i < 3; ++i) { // one at most, besides those that clients made
         ASSERT_EQ(room.player.play(), 0);
         EXPECT_EQ(room.player.session(all), nullptr);
         all = room.current();
@@ -143,7 +143,7 @@ TEST(Player, KeepsSessionsInReserve) {
     EXPECT_EQ(make(0, false), VANTRO_TRKSESSIONS_MAX - sessions_of_all_users);
 }
 
-// What plays goes on while songs are put behind it, behind all, or taken away.
+// The current track goes on while songs are put after it or after all, or removed.
 TEST(Player, ExchangesTheSessionUnderWhatPlays) {
     const struct {
         const char *what;
@@ -212,7 +212,8 @@ TEST(Player, RefusesMoreSongsThanASessionMayHave) {
     EXPECT_EQ(room.player.session(full), nullptr);
 }
 
-// Every song comes once, those put after the current one come next, and back leads the same way.
+// Every song comes once, songs put after the current one come next, and going back takes the same
+// way.
 TEST(Player, ExchangesAShuffledSession) {
     Room room;
     ASSERT_EQ(room.player.create(1, "", 0, VANTRO_TRKSESSION_PLAY, room.tsid), 0);

@@ -105,7 +105,7 @@ TEST_F(Playlists, KeepThePlacesOfWhatIsAway) {
     for (const char *file : {"catalogue.db", "catalogue.db-wal", "catalogue.db-shm"}) {
         std::filesystem::remove(state_ / file);
     }
-    serve({away_, here_}); // With other numbers than before.
+    serve({away_, here_}); // The sources have other numbers than before.
     Player player = Player::connect("main").or_throw();
     EXPECT_EQ(entries(player, "mix"), " One Strange Away One Strange");
     EXPECT_TRUE(player.delete_playlist("mix"));
@@ -129,7 +129,7 @@ TEST_F(Playlists, AreRefusedWithTheReason) {
     EXPECT_EQ(vantro_save_playlist(player.handle(), "flags", 2), -1);
     EXPECT_EQ(id_of(player, "flags"), "");
 
-    // Of clients that save one name at once one is the first.
+    // If several clients save under one name at once, one of them succeeds.
     for (int round = 0; round < 5; ++round) {
         const std::string name = "race " + std::to_string(round);
         std::atomic<int> first = 0;

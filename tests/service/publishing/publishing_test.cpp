@@ -19,7 +19,7 @@ namespace vantro::service::publishing {
 namespace {
 
 using Words = std::vector<std::string>;
-using Picture = std::map<std::string, std::string>; // what is known of each object
+using Picture = std::map<std::string, std::string>; // the state of each object
 
 // An application that follows a player, and gives it commands.
 struct Follower {
@@ -48,7 +48,7 @@ struct Follower {
         return events::told(event);
     }
 
-    // What there is by now. Of positions, which are told once a second, those that are new.
+    // All events so far. Positions come once a second; only new ones are kept.
     Words all() {
         Words found;
         for (std::string text, position; text != "7" && text != "failed"; found.push_back(text)) {
@@ -60,7 +60,7 @@ struct Follower {
         return found;
     }
 
-    // Waits for an event that begins so, and returns those of `wanted` types that came.
+    // Waits for an event that begins with `wanted`, and returns the events of `types` that came.
     Words until(const std::string &wanted, const std::string &types) {
         Words found;
         for (std::string text; text.rfind(wanted, 0) != 0;) {
@@ -109,7 +109,7 @@ struct Follower {
         return answers;
     }
 
-    // Who has an answer finds the events of what it tells.
+    // After an answer, the events of its effects have come.
     void expect_agreement() {
         const Picture answers = asked();
         all();
@@ -141,7 +141,7 @@ struct Follower {
     }
 
     VantroHandle *const handle;
-    Picture seen; // what the events so far tell
+    Picture seen; // the state by the events so far
 };
 
 class Publishing : public test::RuntimeDirectory {
@@ -178,14 +178,15 @@ const std::pair<const char *, Words> commands[] = {
     {"seek=1500", {"6 status 1500"}},
     {"play", {"3 state 2/"}},
     {"play", {}},
-    // The newest position alone, behind the track that came between; the state before both.
+    // Only the newest position, after the track that came in between; the state before both.
     {"seek=5 jump=2 seek=6 seek=7", {"5 track 2", "6 status 7"}},
     {"next repeat=1", {"3 state 4/1e-06/0/0", "3 state 4/1e-06/1/0", "5 track 0", "6 status 0"}},
     {"play next next shuffle=1", {"3 state 2/", "3 state 2/1e-06/1/1", "5 track 2"}},
     {"seek=20 pause", {"3 state 3/", "6 status 20"}},
     {"stop", {"3 state 4/", "6 status 0"}},
     {"stop", {}},
-    // Each session is told, of track and position the last; ends are not told and take those along.
+    // Each session is reported, but only the last track and position; ends are not reported, and
+    // drop those.
     {"load=0 load=2 seek=9",
      {"3 state 3/", "4 trksession 2 3 2", "4 trksession 2 3 3", "5 track 2 3", "6 status 9"}},
     {"seek=3 jump=1 destroy=3", {"3 state 1/"}},
@@ -212,7 +213,7 @@ TEST_F(Publishing, TellsWhatEachCommandDidAndTheQueriesAgree) {
         EXPECT_EQ(found.size(), expected.size() + 1);
         follower.expect_agreement();
     }
-    // Who comes later is told the same at once: several states as one.
+    // A later follower gets the same at once, with several states as one.
     Follower later;
     EXPECT_EQ(later.all().size(), 6u);
     EXPECT_EQ(later.seen, follower.seen);
@@ -245,7 +246,7 @@ TEST_F(Publishing, TellsWhatHappensByItself) {
     EXPECT_EQ(follower.until("3 state 4", "35"), (Words{"3 state 4/1/0/0"}));
     follower.expect_agreement();
 
-    // What its file says has changed, and what the source has.
+    // The tags of its file have changed, and the songs of the source.
     std::filesystem::remove(file("A"));
     test::make_music(file("A"), 20'000, {"TITLE=A", "ARTIST=Anna"});
     follower.until("2 mediasource.", "");
@@ -259,7 +260,7 @@ TEST_F(Publishing, PassesOverFilesThatCannotBePlayed) {
     Follower follower;
     follower.command("load=0 repeat=1 rate=1e-6 play");
     follower.all();
-    // Of the same size and time, so that the catalogue goes on believing in it.
+    // Of the same size and time, so that the catalogue does not notice the change.
     test::write_file(path_ + "/b", std::string(file_size(file("B")), 'b'));
     last_write_time(path_ + "/b", last_write_time(file("B")));
     std::filesystem::rename(path_ + "/b", file("B"));

@@ -31,7 +31,7 @@ struct Service {
     test::MemoryCatalogue catalogue{{1000, 2000, 3000}};
     playback::Players players{catalogue, {"main"}, [] { return std::chrono::nanoseconds(1); }};
     Answers answers{catalogue, players};
-    Bytes answer; // as a thread begins with
+    Bytes answer; // empty, as a thread's first one
 
     Service() {
         const object_readers own = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0400};
@@ -46,7 +46,7 @@ struct Service {
         std::memcpy(&result, answer.data(), sizeof result);
         return result;
     }
-    // All that a command can change.
+    // Everything that a command can change.
     std::string picture() {
         const playback::Engine::Snapshot now = players[0].snapshot();
         std::string all = std::to_string(now.modes.state) + "/" + std::to_string(now.modes.shuffle);

@@ -1,4 +1,4 @@
-// Requests to the program and their answers, as they travel.
+// Requests to the program and the bytes of their answers.
 #include <cerrno>
 #include <climits>
 #include <thread>
@@ -76,7 +76,7 @@ TEST_F(Serving, MakesListsAndDestroysSessions) {
     ASSERT_EQ(list.size(), 2u);
     EXPECT_EQ(list[0].first + list[1].first, "OneTwo");
 
-    // A player's session, and known by its id to who has none open.
+    // A player's session, which a client without an open player can ask for by its id.
     const Client other;
     EXPECT_EQ(other.list(tracks(tsid)), list);
     ASSERT_EQ(other.result(open_kitchen), 0);
@@ -139,7 +139,7 @@ TEST_F(Serving, ListsComeWithTheirMetadata) {
     EXPECT_EQ(client.result(as(VANTRO_COMMAND_BROWSE_METADATA, browse(2, ""))), ENOENT);
     EXPECT_EQ(client.result(as(VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA, tracks(99))), ENOENT);
 
-    // A page at most, however much is asked for.
+    // At most one page, however much is asked for.
     std::string many;
     for (int i = 0; i < VANTRO_METADATA_PAGE_MAX; ++i) {
         many += "1:songs\n";
@@ -210,7 +210,7 @@ TEST_F(Serving, TakesWhatIsLargeAndFarOff) {
     }
 }
 
-// Long listings are kept as they travel; pages are not.
+// Long listings are kept in their packed form; pages are not.
 TEST_F(Vantrod, LongListingsAreThoseOfTheMusicAsItIs) {
     constexpr int songs = 600, page = 100;
     const std::filesystem::path music = path_ + "/music";
@@ -306,7 +306,7 @@ TEST_F(Serving, RefusesWhatIsMalformed) {
             lying = whole;
         }
     }
-    std::string lying = state; // about its length, which nobody looks at
+    std::string lying = state; // about its length, which is not looked at
     lying[4] = '\x40';
     EXPECT_EQ(client.ask(lying), client.ask(state));
     for (const uint32_t length : {0u, 3u, 5u, 32u, 0x80000000u, 0xFFFFFFFFu}) {

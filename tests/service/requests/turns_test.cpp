@@ -11,8 +11,8 @@ namespace vantro::service::requests {
 
 namespace {
 
-// Leaves pieces while one place is taken. Clients are letters; a piece that is done can leave
-// another one of its client, as a client does that asks again.
+// Queues pieces of work while one place is taken. Clients are letters. A piece can queue another
+// one of its client, like a client that asks again.
 struct Room {
     Turns turns{1};
     std::string done;

@@ -18,10 +18,10 @@ struct Room {
     uint32_t connections = 0;
     UserLimits limits{[this](const std::string &line) { lines.push_back(line); }};
 
-    // Takes until a limit says no, or that often.
+    // Takes until a limit refuses, at most `most` times.
     int64_t take(Limited what, uint32_t uid, int64_t most) {
         for (int64_t taken = 0; taken < most; ++taken) {
-            // Connections of one open each, or opens of one connection a user.
+            // Connections with one open each, or opens of one connection for each user.
             const auto connection =
                 static_cast<int32_t>(what == Limited::connections ? ++connections : uid);
             const Client client{1, connection, getpid(), uid};
@@ -67,7 +67,7 @@ TEST(UserLimits, OfOneUserOfAllAndOfThoseWithTheReserve) {
     }
 }
 
-// Until the user has nothing of the service any more, as with every limit.
+// Once until the user holds nothing of the service any more, as with every limit.
 TEST(UserLimits, SessionsThatAPlayerRefusesAreToldOnce) {
     const std::pair<uint32_t, const char *> rows[] = {{first_user, "(12 for one user, 14 for all)"},
                                                       {0, "(16 for one user, 16 for all)"}};
@@ -82,7 +82,7 @@ TEST(UserLimits, SessionsThatAPlayerRefusesAreToldOnce) {
             EXPECT_NE(room.lines.back().find(amounts), std::string::npos) << room.lines.back();
             room.limits.give_open(client);
         }
-        room.limits.sessions_refused(client); // its connection has ended meanwhile
+        room.limits.sessions_refused(client); // its connection has ended by then
         EXPECT_EQ(room.lines.size(), 2u);
     }
 }

@@ -1,4 +1,4 @@
-// What is heard, told by the samples that mpv puts out, and that the player follows it.
+// What is heard, by the samples that mpv writes, and whether the player follows it.
 #include <chrono>
 #include <cstdint>
 #include <fstream>
@@ -17,10 +17,10 @@ using Samples = std::vector<int16_t>;
 
 constexpr int rate = 8000;
 
-// Where this long nothing happens, nothing will.
+// If nothing happens for so long, nothing will.
 constexpr int32_t longest_wait_ms = 20000;
 
-// No two of the same length and number have a stretch in common.
+// Tones of different numbers have no stretch in common.
 Samples tone(int ms, int number) {
     Samples samples;
     for (int i = 0; i < ms * rate / 1000; ++i) {
@@ -47,7 +47,7 @@ std::string wav(const Samples &samples, int per_second = rate, uint16_t channels
            "data" + bytes(size) + std::string(reinterpret_cast<const char *>(samples.data()), size);
 }
 
-// FLAC whose header says that it holds two seconds, and that holds none.
+// FLAC whose header announces two seconds, but that has none.
 std::string flac_without_sound() {
     std::string info = bytes(uint16_t{16}, uint16_t{16}) + std::string(6, '\0') +
                        std::string("\x01\xF4\x00\xF0\x00\x00\x3E\x80", 8) + std::string(16, '\0');
@@ -87,8 +87,8 @@ class Sound : public Vantrod {
     }
     void load_pcm() { load("pcm/" + path_ + "/out.wav"); }
 
-    // Gets events up to one that is wanted, and notes errors and starts of tracks: "E3", "T1". Of
-    // tracks that start between two looks the last is told.
+    // Gets events up to one that is wanted, and notes errors and starts of tracks: "E3", "T1". If
+    // several tracks start between two looks, the last one is noted.
     template <typename Wanted>
     std::string until(const Wanted &wanted) {
         std::string seen;
@@ -181,7 +181,7 @@ TEST_F(Sound, TracksFollowEachOtherWithoutALostOrAddedSample) {
     EXPECT_EQ(heard(), tone(700, 1) + tone(300, 2));
 }
 
-// It is over before the player learns that it has begun.
+// The track is over before the player learns that it has begun.
 TEST_F(Sound, ATrackOfTwoMillisecondsIsPlayedOnce) {
     write("1.wav", wav(tone(300, 1)));
     write("2.wav", wav(tone(2, 2)));
@@ -191,7 +191,7 @@ TEST_F(Sound, ATrackOfTwoMillisecondsIsPlayedOnce) {
     EXPECT_EQ(heard(), tone(300, 1) + tone(2, 2));
 }
 
-// It is loaded for the first session that is made, so that play need not wait for it.
+// libmpv is loaded when the first session is made, so that play need not wait for it.
 TEST_F(Sound, NothingOfMpvIsInMemoryBeforeASessionIsMade) {
     write("1.wav", wav(tone(300, 1)));
     start({"--music", music_, "--audio", "mpv", "--audio-device", "null", "--config", "/dev/null"});
@@ -215,7 +215,7 @@ TEST_F(Sound, NothingOfMpvIsInMemoryBeforeASessionIsMade) {
     }
 }
 
-// Also a song that was to follow, and was known to the sound already.
+// This includes a song that was to follow, and that the sound already has.
 TEST_F(Sound, AQueueIsHeardAsItStandsInTheEnd) {
     for (const int number : {1, 2, 3}) {
         write(std::to_string(number) + ".wav", wav(tone(300, number)));

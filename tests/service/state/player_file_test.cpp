@@ -1,4 +1,4 @@
-// The files in which a player is kept: what was written comes back, and nothing else does.
+// The files in which a player is kept: what was written is read back, and anything else is refused.
 #include <numeric>
 
 #include <gtest/gtest.h>

@@ -40,7 +40,7 @@ class Restart : public Vantrod {
         service->kill(signal);
         service->wait();
     }
-    // All that a client can ask of a player, but for the position while it plays.
+    // Everything that a client can ask of a player, except the position while it plays.
     static std::string all_of(Player &&player) { return all_of(player); }
     static std::string all_of(Player &player) {
         const VantroStateInfo state = player.state().or_throw();
@@ -111,7 +111,7 @@ TEST_F(Restart, PlayersAreWhatTheyWere) {
     EXPECT_NE(main.create_session(1, "songs", 0).or_throw(), there);
 }
 
-// The first turn waits until the change has been written by itself; the others kill the service
+// The first turn waits until the service writes the change by itself; the others kill the service
 // while it writes at its end.
 TEST_F(Restart, WhateverTheMomentItIsTheOldOrTheNew) {
     std::minstd_rand random(std::random_device{}());

@@ -15,7 +15,7 @@ class Grantor : public test::RuntimeDirectory {
     std::vector<std::string> words() const { return {VANTRO_GRANTOR, "--policy", file()}; }
 };
 
-// What a service would be told: the count, or the error negated.
+// The answer that a service would get: the count, or the error negated.
 int ask(int device, const std::string &line) {
     const ssize_t count = platform_write(device, line.data(), line.size());
     return count < 0 ? -errno : static_cast<int>(count);

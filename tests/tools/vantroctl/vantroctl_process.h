@@ -13,7 +13,7 @@ namespace vantro::ctl {
 
 class Vantroctl : public test::RuntimeDirectory {
   protected:
-    // Runs the tool; its output, with whatever it complains of, is left in `said_`.
+    // Runs the tool; its output, with its errors, is left in `said_`.
     int run(
         std::vector<std::string> arguments, const std::function<void()> &prepare = [] {}) {
         arguments.insert(arguments.begin(), VANTROCTL);
@@ -22,7 +22,7 @@ class Vantroctl : public test::RuntimeDirectory {
         return tool.wait();
     }
 
-    // The same on a terminal of 24 lines and so many columns. Complaints are not for it.
+    // The same on a terminal of 24 lines and that many columns. Errors do not go there.
     int on_terminal(unsigned short columns, std::vector<std::string> arguments) {
         winsize size = {};
         size.ws_row = 24;

@@ -70,8 +70,8 @@ TEST_P(Exchange, PayloadBufferOfTheService) {
     const Client client("s");
     EXPECT_EQ(echo(client, 8, MOVE), 0);
     EXPECT_EQ(echo(client, 2000), 0);
-    EXPECT_EQ(echo(client, 2001), EMSGSIZE); // never grown: it is not the library's
-    EXPECT_FALSE(Client("none").client);     // in path mode an open that the framework answers
+    EXPECT_EQ(echo(client, 2001), EMSGSIZE); // never grown: the buffer is not the library's
+    EXPECT_FALSE(Client("none").client);     // in path mode the framework answers this open
     EXPECT_EQ(Client("s").error, 0);
 }
 
@@ -89,7 +89,7 @@ TEST_P(Exchange, Vectors) {
         uint32_t length = 1;
         const int result =
             msgclient_putgetv(client, send.data(), count, reply.data(), count, &length, ECHO);
-        // Also an answer of too many parts reaches the client, as an error.
+        // An answer of too many parts reaches the client as an error.
         const int expected = count > 1021 ? EINVAL : 0;
         EXPECT_EQ(result, expected) << count;
         EXPECT_TRUE(result == 0 || length == 0) << "refused before anything was sent";

@@ -99,7 +99,7 @@ class Caller {
         }
     }
 
-    // @param lost whether the answer may be lost, or still be made. @return whether it was had.
+    // @param lost whether the answer may be lost, or not yet made. @return whether it was fetched.
     bool fetch(uint32_t tag, const std::string &expected, int tries, bool lost = false) {
         for (; tries > 0; tries--) {
             std::string answer(expected.size(), '\0');
@@ -155,7 +155,7 @@ class Caller {
     MsgClient *client_ = nullptr;
     std::string text_;
     std::set<uint32_t> asked_;                    // tags of this client's puts
-    std::map<uint32_t, std::string> left_behind_; // those whose answers may be held, now or later
+    std::map<uint32_t, std::string> left_behind_; // tags whose answers may be held, now or later
 };
 
 class Interrupted : public testing::TestWithParam<int> {};

@@ -1,4 +1,4 @@
-// Notifications: whoever was granted one is told of every answer to a put that was accepted.
+// Notifications: a client that registered is notified of the answer to every accepted put.
 #include <memory>
 #include <set>
 

@@ -1,4 +1,4 @@
-// The bytes of every message, both ways, and what a server makes of bytes that are none.
+// The bytes of every message, both ways, and a server's answers to bytes that are no message.
 #include <cstring>
 #include <functional>
 #include <future>
@@ -17,7 +17,7 @@ std::string from_hex(const char *hex) {
     return bytes;
 }
 
-// The client half against a bare channel: what it sends, and what it makes of the answer.
+// The client half against a bare channel: what it sends, and its result for each answer.
 TEST(Wire, WhatTheClientSends) {
     const int channel = channel_create(0);
     path_dispatch *dispatch = path_dispatch_create(channel, 0);

@@ -1,4 +1,4 @@
-// Who may open a service in name mode: who has its capabilities.
+// Who may open a service in name mode: clients that have its capabilities.
 #include <memory>
 
 #include <vantro/platform/io.h>
@@ -10,7 +10,7 @@ namespace vantro::test {
 namespace {
 
 std::mutex line_lock;
-std::string last_line; // that the grantor was asked
+std::string last_line; // the last question to the grantor
 
 // Grants the capabilities "net" and "audio".
 int grant(const std::string &line) {

@@ -29,7 +29,7 @@ int hold(uid_t user) {
 }
 
 TEST(HeldByUser, OneUserHasAShareAndLeavesOthersTheirs) {
-    // In a /run of its own, since a user believes no other user's $XDG_RUNTIME_DIR.
+    // In a /run of its own, since a user does not trust another user's $XDG_RUNTIME_DIR.
     if (geteuid() != 0 || unshare(CLONE_NEWNS) != 0 ||
         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount("none", "/run", "tmpfs", 0, "mode=755") != 0) {

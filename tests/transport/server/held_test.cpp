@@ -13,7 +13,7 @@ class HeldAnswers : public BothModes {
         return msgclient_putget(asking, wanted, sizeof wanted, nullptr, 0, answer_length, FILL);
     }
 
-    // The answer, or where it is not to be had the length announced.
+    // The answer; if it cannot be fetched, its announced length.
     static int get(MsgClient *asking, uint32_t tag, std::string *answer, size_t capacity) {
         answer->assign(capacity, '\0');
         uint32_t length = 0;

@@ -10,7 +10,7 @@ namespace {
 
 class Lifecycle : public BothModes {
   protected:
-    // Once no thread runs any more, nothing is left of any open.
+    // When no thread runs any more, nothing is left of any open.
     void expect_nothing_left() {
         server.stop();
         for (int i = 0; server.service(i); i++) {
@@ -32,7 +32,8 @@ TEST_P(Lifecycle, PutAnsweredAfterItsClientClosed) {
     script.wait([] { return script.closes == 1 && script.vanished == 1; });
     EXPECT_EQ(server.records(), 1); // for the answer owed
     const Held held = script.held[0];
-    EXPECT_EQ(held.open->conn_id, -1); // the id may soon be another's, whose this must not be
+    EXPECT_EQ(held.open->conn_id,
+              -1); // the id may soon be another client's, which must not get this record
     char text[] = "too late";
     const iovec part = {text, sizeof text};
     std::thread([&] { callout_reply2(held.open, held.receive_id, held.tag, 0, &part, 1); }).join();
@@ -55,7 +56,7 @@ TEST_P(Lifecycle, AnOrdinaryCloseIsToldOnce) {
     for (std::thread &thread : threads) {
         thread.join();
     }
-    const Client last("s"); // what was sent before is handled by now, and its sweeps follow
+    const Client last("s"); // by now every earlier message is handled; its sweeps follow
     script.wait([] { return script.closes >= clients * rounds; });
     server.stop();
     EXPECT_EQ(script.closes, clients * rounds);
@@ -74,7 +75,7 @@ TEST_P(Lifecycle, ClientKilledWhileItOpensOrWaits) {
         EXPECT_EQ(server.records(), 2);
         peer.kill(SIGKILL);
         EXPECT_EQ(bystander.ask(ECHO), MSG_STATUS_QUEUED);
-        // The only sweep there is must not miss the record.
+        // There is only one sweep, which must not miss the record.
         script.change([] { script.unblock = script.vanished == 0; });
         script.wait([] { return script.vanished == 1; });
         EXPECT_EQ(bystander.ask(ECHO), MSG_STATUS_QUEUED);
@@ -91,7 +92,7 @@ TEST_P(Lifecycle, ServerOutOfDescriptorsAndKilledWhileSixteenThreadsWait) {
     const Client client("victim");
     ASSERT_EQ(client.error, 0);
 
-    // An answer that cannot be sent, or taken, for the moment is still held.
+    // An answer that cannot be sent or received for now is still held.
     const int32_t wanted[] = {1 << 20, 0};
     EXPECT_EQ(msgclient_putget(client, wanted, sizeof wanted, nullptr, 0, nullptr, FILL),
               MSG_STATUS_QUEUED);

@@ -29,7 +29,7 @@ void *allocate(size_t size) {
     return block;
 }
 
-// What is allocated meanwhile by this thread is no leak to the address sanitizer.
+// The address sanitizer ignores what this thread allocates while the object lives.
 struct NoLeakCheck {
 #ifdef __SANITIZE_ADDRESS__
     NoLeakCheck() { __lsan_disable(); }
@@ -39,9 +39,9 @@ struct NoLeakCheck {
 
 } // namespace
 
-// In place of the libraries' own. They stand in a file of their own, if nothing is compiled into
-// its callers. pread is defined by its name to the linker: the fortified headers of some compilers
-// define the other one themselves.
+// These replace the libraries' functions. They are in a file of their own, so that they are not
+// inlined into their callers. pread is defined by its linker name: the fortified headers of some
+// compilers define the other name themselves.
 
 extern "C" ssize_t failing_pread(int file, void *bytes, size_t size, off_t offset) asm("pread64");
 
@@ -60,7 +60,7 @@ void *operator new(size_t size) {
     if (size > 1u << 20) {
         throw std::bad_alloc();
     }
-    // TagLib's constructors free nothing when an exception leaves them. That is no leak of ours.
+    // TagLib's constructors leak when an exception leaves them. That is not our leak.
     [[maybe_unused]] const NoLeakCheck unchecked;
     return allocate(size);
 }

@@ -1,4 +1,4 @@
-// Calls of the system that fail while a test wants them to.
+// System calls that fail while a test wants that.
 #ifndef VANTRO_TESTS_SERVICE_CATALOGUE_DATABASE_FAILING_CALLS_H
 #define VANTRO_TESTS_SERVICE_CATALOGUE_DATABASE_FAILING_CALLS_H
 

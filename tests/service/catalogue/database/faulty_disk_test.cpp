@@ -1,4 +1,4 @@
-// What becomes of the catalogue when the disk under its file fails.
+// The catalogue when the disk under its file fails.
 #include <atomic>
 #include <cerrno>
 #include <sys/resource.h>
@@ -63,14 +63,14 @@ TEST_F(OnAFaultyDisk, KeepsTheCatalogueWhateverReadFails) {
         EXPECT_EQ(std::count(std::begin(results), std::end(results), EIO), all_met ? 0 : 1)
             << which;
         FaultyReads::fail(0);
-        scan(); // whoever took it for damage has acted by the end of a scan
+        scan(); // a reader that took it for damage has acted by the end of a scan
         EXPECT_EQ(last().read, 0) << which;
         EXPECT_EQ(names("songs").size(), 30u) << which;
     }
     EXPECT_FALSE(fs::exists(state_ / "catalogue.db.bad-1"));
 }
 
-// What stands in the way of reading the music, and what takes it away again.
+// An obstacle to reading the music, and its removal.
 struct Obstacle {
     const char *name;
     std::function<void()> begin;

@@ -23,7 +23,7 @@ TEST_F(CueSheets, CutFilesIntoSongs) {
     add("disc.flac", {{"GENRE", "Folk"}, {"TITLE", "whole"}});
     test::write_file(music_ / "disc.cue", sheet("D:\\rips\\disc.wav"));
     add("in.flac", {{"CUESHEET", "FILE x WAVE\nTRACK 07 AUDIO\nTITLE inside\nINDEX 01 00:00:15"}});
-    // 400 ms are 30 frames, so the last track of this one begins behind the end.
+    // 400 ms are 30 frames, so the last track of this one begins after the end.
     add("late/late.flac", {{"TITLE", "late"}});
     test::write_file(music_ / "late/late.cue",
                      sheet("late.flac") + "TRACK 3 AUDIO\nINDEX 01 01:00:00");

@@ -1,4 +1,4 @@
-// Nothing outside of a directory of music is opened by way of it.
+// Nothing outside a directory of music can be opened through it.
 #include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>

@@ -99,7 +99,7 @@ TEST_F(Songs, AreOfEachOfTheirArtists) {
     EXPECT_EQ(names("artists"), (Names{"Carl", "Dora", "Emil"}));
 }
 
-// Formats of which no more is read than what their headers tell: each lasts a second.
+// Formats of which only the header is read: each file lasts a second.
 std::string au() {
     return ".snd" + big_endian(24, 4) + big_endian(16000, 4) + big_endian(3, 4) +
            big_endian(8000, 4) + big_endian(1, 4) + std::string(16000, '\0');
@@ -181,7 +181,8 @@ TEST_F(Songs, OfUnknownLengthAreMeasured) {
     test::make_music(music_ / "many.flac", 5000);
     const auto forget_length = [&](const char *name) {
         std::fstream file(music_ / name, std::ios::in | std::ios::out | std::ios::binary);
-        file.seekg(4 + 4 + 13); // 36 bits of it, of which the first four share a byte
+        file.seekg(4 + 4 +
+                   13); // the number of samples: 36 bits, the first four of which share a byte
         const char shared = static_cast<char>(file.get() & 0xF0);
         file.seekp(4 + 4 + 13);
         file.put(shared);

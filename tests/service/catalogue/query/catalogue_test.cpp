@@ -94,7 +94,7 @@ TEST_F(Catalogued, IsATree) {
     EXPECT_TRUE(browse(song.id).empty());
 }
 
-// However long each of them takes to read.
+// However long each file takes to read.
 TEST_F(Catalogued, SpellsANameAsTheFirstFileDoes) {
     add("a.flac", {{"GENRE", "Rock"}}, png(64, 64, std::string(8 << 20, 'x')));
     for (const char *file : {"b.flac", "c.flac", "d.flac"}) {
@@ -147,7 +147,7 @@ TEST_F(Catalogued, MakesOneAlbumOfOneFolder) {
     }
     EXPECT_EQ(names("albums").size(), table[0].by.size() * static_cast<size_t>(row));
     EXPECT_EQ(names("artists"), (Names{"Various Artists", "x", "y", "z"}));
-    // Who performs for others is found, shown and played as well.
+    // An artist who performs on another's album is found, shown and played as well.
     EXPECT_EQ(found("artist", "y"), Names{"y"});
     const Names by_y = {"r0s2", "r1s1", "r2s1", "r2s2", "r2s3", "r3s1"};
     EXPECT_EQ(names(entry("artists", "y").id), by_y);
@@ -155,7 +155,8 @@ TEST_F(Catalogued, MakesOneAlbumOfOneFolder) {
     EXPECT_EQ(entry("artists", "y").count, 6);
     EXPECT_EQ(played("artists").size(), all_songs().size()) << "each once";
 
-    // An album more in the folder, and each song goes by itself; without it, as before.
+    // With another album in the folder each song is an album of its own; without it, all are one
+    // again.
     add("1/other.flac", {{"ALBUM", "other"}, {"ARTIST", "x"}});
     fs::remove(music_ / file(0, 0));
     scan();

@@ -1,4 +1,4 @@
-// What few letters find is what the index finds.
+// Searches for few letters find the same as the index.
 #include <algorithm>
 #include <memory>
 #include <random>
@@ -35,7 +35,7 @@ TEST_F(Prefixes, FindWhatTheIndexFinds) {
     const auto database = open_catalogue_file(path_ + "/catalogue.db", [](const std::string &) {});
     std::mt19937 random(1);
     const auto word = [&random] {
-        // Few letters are common, and some words have letters that are never kept.
+        // A few letters are common, and some words have letters that are never indexed.
         constexpr std::string_view letters = "aaaabbbcc1zé";
         std::string made;
         for (size_t i = 0, length = 1 + random() % 3; i < length; ++i) {

@@ -1,4 +1,4 @@
-// How the catalogue comes to be what the directories are.
+// How the catalogue follows the directories.
 #include <algorithm>
 #include <fstream>
 #include <thread>
@@ -20,7 +20,8 @@ using Names = std::vector<std::string>;
 
 class Scanned : public Collection {
   protected:
-    // Runs `body` as somebody who may mount and set limits for himself, unless `prepare` cannot.
+    // Runs `body` in namespaces in which it may mount and set limits. Skips the test if `prepare`
+    // fails.
     void in_namespaces_of_its_own(const std::function<bool()> &prepare,
                                   const std::function<void()> &body) {
         constexpr int forbidden = 77;
@@ -304,7 +305,7 @@ TEST_F(Scanned, MovesADamagedCatalogueAside) {
         return store_->browse(source_, "songs", {}, nodes) == 0 && nodes.size() == 200;
     });
     EXPECT_TRUE(fs::exists(file.native() + ".bad-3"));
-    // Nothing that somebody kept of it is taken for what the new one holds.
+    // Nothing that was kept of the old catalogue is taken for the new one's.
     for (int i = 0; i < 5; ++i) {
         EXPECT_NE(nodes.listing, listing_before);
         add("0.flac", {{"TITLE", fmt::format("changed {}", i)}});
@@ -402,7 +403,7 @@ TEST_F(Scanned, TellsApartWhatHasOneDigest) {
     open();
     const std::string id = entry("songs", "a").id;
     close();
-    // "other" takes the key of "a", as a file with the same digest would have.
+    // "other" gets the key of "a", as a file with the same digest would.
     {
         const auto file = open_catalogue_file(state_ / "catalogue.db", [](const auto &) {});
         file->run("DELETE FROM song WHERE name = 'a'");

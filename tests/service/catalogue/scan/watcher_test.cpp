@@ -1,4 +1,4 @@
-// Changes that are followed while they happen.
+// Changes are followed as they happen.
 #include <unistd.h>
 
 #include "tests/service/catalogue/collection.h"

@@ -1,4 +1,4 @@
-// What needs no file: names, ids, pictures' heads, playlists, terms.
+// Parts that need no file: names, ids, heads of pictures, playlists, search terms.
 #include <algorithm>
 
 #include "service/catalogue/cover.h"

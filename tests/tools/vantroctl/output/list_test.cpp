@@ -110,7 +110,7 @@ TEST(Table, WhatIsPastedStaysWholeAtAnyWidth) {
             text.erase(0, end + 1);
         }
     }
-    Table table = node_table(50); // settled by narrow rows, then one that is wider
+    Table table = node_table(50); // narrow rows set the widths, then a wider one comes
     table.lines({{"1:y", "menu", "1", "Y"}});
     EXPECT_EQ(table.lines({{"1:" + std::string(40, 'y'), "menu", "1", "A name of some length"}}),
               "1:" + std::string(40, 'y') + "  menu      1\n  A name of some length\n");
@@ -178,8 +178,9 @@ TEST(JsonText, IsOneValidObjectWhateverTheTagsHold) {
         "{\"ok\":true,\"player\":\"p\",\"command\":\"tracks\",\"session\":{\"id\":7,\"type\":2,"
         "\"length\":9},\"current\":8,\"tracks\":[{\"index\":8," +
             gone.substr(1) + "]}\n");
-    // What drives a terminal, or hides in a text, comes escaped: DEL, NEL, CSI, an override of the
-    // writing direction, an isolate, a byte order mark, a line separator, a tag beyond 16 bits.
+    // Characters that drive a terminal, or hide in a text, are escaped: DEL, NEL, CSI, an override
+    // of the writing direction, an isolate, a byte order mark, a line separator, a tag beyond 16
+    // bits.
     const std::string unsafe =
         "\x7F\xC2\x85\xC2\x9B\xE2\x80\xAE\xE2\x81\xA6\xEF\xBB\xBF\xE2\x80\xA8"
         "\xF3\xA0\x81\x81" +

@@ -81,7 +81,7 @@ TEST_F(Catalogue, FromTheTopToASongThatPlays) {
     EXPECT_EQ(said_.find("{\"ok\":true,\"player\":\"main\",\"command\":\"jump\",\"index\":0,"), 0u);
     ASSERT_EQ(run({"status"}), 0);
     EXPECT_NE(said_.find("state: playing\ntrack: 1\ntracks: 2\ntitle: One\n"), std::string::npos);
-    for (int i = 0; i < 20; ++i) { // More than a player keeps: those before are gone.
+    for (int i = 0; i < 20; ++i) { // More than a player keeps, so earlier ones are gone.
         ASSERT_EQ(run({"load", song}), 0) << said_;
     }
 

@@ -1,5 +1,5 @@
-// What scripts and status bars use: templates, waiting for the service, and the reason where
-// nothing works.
+// What scripts and status bars use: templates, waiting for the service, and the reason if nothing
+// works.
 #include <fmt/format.h>
 
 #include "tests/tools/vantroctl/vantroctl_process.h"

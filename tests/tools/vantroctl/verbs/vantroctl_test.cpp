@@ -25,7 +25,7 @@ int32_t reply(MsgOsb *open, MsgContext *context, const Parts &...parts) {
     return callout_reply(open, context, 0, bytes.data(), static_cast<int32_t>(bytes.size()));
 }
 
-// As a service does that has found a song, and is at it still.
+// Answers like a service that has found a song and is still scanning.
 int32_t answer_while_scanning(MsgOsb *open, MsgContext *context, uint16_t command) {
     ServiceMediaSource source = {};
     source.id = 1;
@@ -137,7 +137,7 @@ TEST_F(Vantroctl, RefusesWhatItDoesNotUnderstand) {
     EXPECT_EQ(said_, "vantroctl: \"dance\" is not a command; see vantroctl --help\n");
     EXPECT_EQ(run({"seek", "1:5", "--json"}), 2);
     EXPECT_NE(said_.find("\n{\"ok\":false,"), std::string::npos) << said_;
-    // Understood: what goes wrong then is that nobody is there.
+    // These are understood: the only error is that there is no service.
     for (const char *target : {"-10", "+10", "-1:30", "83", "1:02:03.5", "50%"}) {
         EXPECT_EQ(run({"seek", target, "--player", std::string(31, 'p')}), 3) << said_;
     }

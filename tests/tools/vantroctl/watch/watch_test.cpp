@@ -191,7 +191,7 @@ TEST_F(Watch, EndsWhereItCannotGoOn) {
     }
     EXPECT_EQ(run({"watch"}, [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); }), 1);
     EXPECT_EQ(said_.find("vantroctl: cannot write"), 0u) << said_;
-    // The reader leaves, and nothing happens any more that could be written.
+    // The reader leaves, and nothing more happens that would be written.
     const std::string left = "timeout 20 " VANTROCTL " watch | head -n 5; echo ${PIPESTATUS[0]}";
     test::Process pipe({"/bin/bash", "-c", left});
     EXPECT_TRUE(pipe.rest().ends_with("ready\n0\n"));
