@@ -3,42 +3,12 @@
 #define VANTRO_BENCH_PROCESS_H
 
 #include <string>
-#include <vector>
 
 #include <sched.h>
-#include <sys/types.h>
+
+#include "bench/child.h"
 
 namespace vantro::bench {
-
-// Says what went wrong and ends the run with 1. The watcher cleans up.
-[[noreturn]] void fail(const std::string &what);
-
-// fail() with errno in the text.
-[[noreturn]] void fail_errno(const std::string &what);
-
-// A child process that is ended with its owner, and by the kernel should this process die.
-class Child {
-  public:
-    // Starts a program.
-    // @param inherited a descriptor that the program keeps under the same number, or -1.
-    explicit Child(std::vector<std::string> arguments, int inherited = -1);
-    ~Child();
-    Child(const Child &) = delete;
-    Child &operator=(const Child &) = delete;
-
-    // Blocks until the program has printed a line with `text`; fails the run when it ends first.
-    void wait_for_line(const std::string &text);
-
-    pid_t pid() const { return pid_; }
-
-  private:
-    std::string errors() const;
-
-    std::string name_;
-    pid_t pid_ = -1;
-    int output_ = -1;
-    int errors_ = -1; // What it writes to standard error; printed only when it fails.
-};
 
 // While the object lives, this process runs on one processor, and the children that it starts run
 // on another; on a machine with one processor nothing changes. Left alone, the scheduler puts the

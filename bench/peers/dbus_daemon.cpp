@@ -21,8 +21,9 @@ sd_bus *connection(const std::string &directory) {
 } // namespace
 
 void serve(const std::string &directory) {
-    Program daemon({"dbus-daemon", "--nofork", "--session", "--print-address",
-                    "--address=" + address_in(directory)});
+    Child daemon({"dbus-daemon", "--nofork", "--session", "--print-address",
+                  "--address=" + address_in(directory)},
+                 -1, Child::Errors::passed_on);
     daemon.wait_for_line("unix:");
     sd_bus *const bus = connection(directory);
     answer_on(bus);

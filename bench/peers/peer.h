@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "bench/child.h"
+
 namespace vantro::bench::peers {
 
 inline constexpr size_t request_bytes = 44;
@@ -34,9 +36,6 @@ std::unique_ptr<Caller> connect(const std::string &directory);
 
 // Tells the client's side that it may connect.
 void ready();
-
-// Says what went wrong and ends the program with 1.
-[[noreturn]] void fail(const std::string &what);
 
 // fail() unless what was done succeeded.
 inline void check(bool success, const char *what) {

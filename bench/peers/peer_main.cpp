@@ -13,6 +13,8 @@
 
 namespace {
 
+using vantro::bench::Child;
+using vantro::bench::fail;
 using namespace vantro::bench::peers;
 
 constexpr size_t client_threads = 4;
@@ -20,7 +22,7 @@ constexpr int64_t work_ns = 1000000;
 
 // Confines this process to the nth of the processors that it may use. If there is no nth, nothing
 // changes.
-void run_on(int nth) {
+void run_on_nth(int nth) {
     cpu_set_t allowed;
     sched_getaffinity(0, sizeof allowed, &allowed);
     for (size_t i = 0; i < CPU_SETSIZE; ++i) {
@@ -85,13 +87,14 @@ int main(int argc, char **argv) {
     cpu_set_t whole;
     sched_getaffinity(0, sizeof whole, &whole);
     if (apart) {
-        run_on(1);
+        run_on_nth(1);
     }
-    Program server({"/proc/self/exe", "--serve", directory}); // inherits the processor
+    Child server({"/proc/self/exe", "--serve", directory}, -1,
+                 Child::Errors::passed_on); // inherits the processor
     server.wait_for_line("ready");
     if (apart) {
         sched_setaffinity(0, sizeof whole, &whole);
-        run_on(0);
+        run_on_nth(0);
     }
     const std::unique_ptr<Caller> caller = connect(directory);
     std::vector<std::unique_ptr<Caller>> callers;

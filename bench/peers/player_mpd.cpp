@@ -14,7 +14,8 @@ namespace {
 class Mpd : public Player {
   public:
     Mpd(const std::string &music, const std::string &state)
-        : socket_(state + "/socket"), service_({"mpd", "--no-daemon", configuration(music, state)}),
+        : socket_(state + "/socket"), service_({"mpd", "--no-daemon", configuration(music, state)},
+                                               -1, Child::Errors::passed_on),
           connection_(connect()) {}
     ~Mpd() override { mpd_connection_free(connection_); }
 
@@ -94,7 +95,7 @@ class Mpd : public Player {
         }
     }
 
-    int64_t pss_bytes() const override { return service_.pss_bytes(); }
+    int64_t pss_bytes() const override { return peers::pss_bytes(service_.pid()); }
 
   private:
     static std::string configuration(const std::string &music, const std::string &state) {
@@ -140,7 +141,7 @@ class Mpd : public Player {
     }
 
     std::string socket_;
-    Program service_;
+    Child service_;
     mpd_connection *connection_;
 };
 

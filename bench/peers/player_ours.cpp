@@ -23,8 +23,8 @@ VantroHandle *open_player() {
 class OurPlayer : public Player {
   public:
     OurPlayer(const std::string &music, const std::string &state)
-        : service_(
-              {std::getenv("VANTROD"), "--music", music, "--state", state, "--audio", "clock"}) {
+        : service_({std::getenv("VANTROD"), "--music", music, "--state", state, "--audio", "clock"},
+                   -1, Child::Errors::passed_on) {
         service_.wait_for_line("vantrod: ready");
         handle_ = open_player();
         MediaSource *sources = nullptr;
@@ -110,7 +110,7 @@ class OurPlayer : public Player {
         }
     }
 
-    int64_t pss_bytes() const override { return service_.pss_bytes(); }
+    int64_t pss_bytes() const override { return peers::pss_bytes(service_.pid()); }
 
   private:
     template <typename Query>
@@ -124,7 +124,7 @@ class OurPlayer : public Player {
         return count;
     }
 
-    Program service_;
+    Child service_;
     VantroHandle *handle_ = nullptr;
     int32_t source_ = 0;
     uint64_t session_ = 0;

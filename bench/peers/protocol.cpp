@@ -14,6 +14,7 @@
 
 namespace {
 
+using vantro::bench::Child;
 using namespace vantro::bench::peers;
 
 class Connection {
@@ -79,22 +80,25 @@ class Service {
                                 << "connection_timeout \"100000\"\n"
                                 << "max_output_buffer_size \"65536\"\n"
                                 << "audio_output {\n type \"null\"\n name \"null\"\n}\n";
-            programs_[0].emplace(std::vector<std::string>{"mpd", "--no-daemon", path});
+            start(programs_[0], {"mpd", "--no-daemon", path});
             return;
         }
-        programs_[0].emplace(std::vector<std::string>{std::getenv("VANTROD"), "--music", music,
-                                                      "--state", state, "--audio", "clock"});
+        start(programs_[0],
+              {std::getenv("VANTROD"), "--music", music, "--state", state, "--audio", "clock"});
         programs_[0]->wait_for_line("vantrod: scanned");
-        programs_[1].emplace(
-            std::vector<std::string>{std::getenv("VANTRO_MPD"), "--bind", socket_});
+        start(programs_[1], {std::getenv("VANTRO_MPD"), "--bind", socket_});
         programs_[1]->wait_for_line("vantro-mpd: ready");
     }
 
     const std::string &socket() const { return socket_; }
 
   private:
+    static void start(std::optional<Child> &program, std::vector<std::string> arguments) {
+        program.emplace(std::move(arguments), -1, Child::Errors::passed_on);
+    }
+
     std::string socket_;
-    std::optional<Program> programs_[2];
+    std::optional<Child> programs_[2];
 };
 
 class Measured {

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/types.h>
+
 namespace vantro::bench::peers {
 
 using Times = std::vector<int64_t>;
@@ -39,27 +41,8 @@ Times time_each(size_t count, Action action) {
 // @return the program's exit status.
 int take_turns(const Rows &rows);
 
-// Starts a program that is killed with this one; its standard output goes to a pipe.
-class Program {
-  public:
-    explicit Program(std::vector<std::string> arguments);
-    ~Program();
-    Program(const Program &) = delete;
-    Program &operator=(const Program &) = delete;
-
-    // Blocks until it has printed a line with `text`; fails when it ends first.
-    void wait_for_line(const std::string &text);
-
-    int pid() const { return pid_; }
-
-    // The memory of the process, shared pages divided among those who share them.
-    int64_t pss_bytes() const;
-
-  private:
-    std::string name_;
-    int pid_ = -1;
-    int output_ = -1;
-};
+// The memory of a process, shared pages divided among those that share them.
+int64_t pss_bytes(pid_t process);
 
 } // namespace vantro::bench::peers
 

@@ -182,8 +182,8 @@ class Mounts : public MediaRoots {
                           mknod((uuids / "1234-ABCD").c_str(), S_IFBLK, status.st_dev) == 0;
         return made ? uuids / "1234-ABCD" : "";
     }
-    // The node ids of its songs, by their names, once there are that many. Two seconds are promised;
-    // a machine that is busy with other tests gets more.
+    // The node ids of its songs, by their names, once there are that many. Two seconds are
+    // promised; a machine that is busy with other tests gets more.
     static std::map<std::string, std::string> songs_in_time(int32_t source, size_t wanted) {
         const Client client;
         EXPECT_EQ(client.result(open_main), 0);
