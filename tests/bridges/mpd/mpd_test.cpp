@@ -323,6 +323,8 @@ TEST_F(Bridge, ASheetThatArrivesGivesTracks) {
     const std::string status = other.ask("status");
     EXPECT_EQ(value(status, "duration"), "duration: 1.000") << status;
     EXPECT_EQ(value(status, "elapsed").rfind("elapsed: 0.", 0), 0u) << status;
+}
+
 TEST_F(Bridge, APathIsTakenFromNobody) {
     const std::string at = path_ + "/mpd";
     const auto start = [&] {
