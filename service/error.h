@@ -1,12 +1,12 @@
-// What went wrong inside the service, from where it is found to where it is told.
+// Errors inside the service, from where they are found to where they are reported.
 //
 // An error is a code, a text and an origin. The catalogue's own code throws it, since a long way
 // leads back from a failed read of a row or a write of a cover. All other code returns it: as
 // std::optional<Error>, which is empty where nothing went wrong, or as Result<Value>.
 //
-// Want of memory is what the standard library throws, std::bad_alloc, until error_of() makes an
-// error of it. What a service refuses a client, as an index out of range, is no error but an answer
-// of its own: such functions return the result word.
+// Want of memory stays std::bad_alloc until error_of() makes an error of it. A refusal of a
+// request, such as an index out of range, is no error but an answer: such functions return the
+// result word.
 #ifndef VANTRO_SERVICE_ERROR_H
 #define VANTRO_SERVICE_ERROR_H
 
@@ -30,7 +30,7 @@ class Error final : public std::exception {
         system,    // the rest of the host: memory, threads, names, objects
     };
 
-    // What a code says. Codes that need no answer of their own are `other`.
+    // The meaning of a code. Codes that need no special handling are `other`.
     enum class Kind { damage, gone, memory, descriptors, moment, read, full, other };
 
     // The host's text for the code. Needs no memory.
@@ -39,7 +39,7 @@ class Error final : public std::exception {
         : origin_(origin), code_(code), text_(std::move(text)) {}
     // "what: the host's text for the code".
     static Error failed(Origin origin, int code, std::string_view what);
-    // No call failed, but what was read makes no sense, or is not what it should be.
+    // No call failed, but what was read is malformed, or not what it should be.
     static Error damage(Origin origin, std::string text) { return {origin, 0, std::move(text)}; }
 
     Origin origin() const { return origin_; }
@@ -47,23 +47,23 @@ class Error final : public std::exception {
     int code() const { return code_; }
     Kind kind() const;
 
-    // Without what the conversions below add to it. Lives as long as the error.
+    // The text without what the conversions below add to it. Lives as long as the error.
     std::string_view text() const { return what(); }
     const char *what() const noexcept override { return text_.empty() ? reason() : text_.c_str(); }
-    // The host's text for the code alone.
+    // Only the host's text for the code.
     const char *reason() const noexcept;
 
     // The file of an error of the catalogue.
     const std::string &file() const { return file_; }
     void set_file(std::string file) { file_ = std::move(file); }
 
-    // A shortage of the service's own, and no failure of a disk.
+    // A shortage in the service itself, and no failure of a disk.
     bool is_want() const;
     // May be over soon: a shortage, or a read that failed. It says nothing about what was to be
-    // read, so that is tried again, and the catalogue remembers nothing of it.
+    // read, so the read is tried again, and the catalogue does not remember the error.
     bool is_passing() const { return is_want() || kind() == Kind::read; }
     bool is_damage() const { return kind() == Kind::damage; }
-    // Of the catalogue's file, which is then checked. That of music or a cover is not its.
+    // Damage of the catalogue's file, which is then checked; not of music or of a cover.
     bool is_damage_of_catalogue() const { return origin_ == Origin::catalogue && is_damage(); }
 
   private:
@@ -89,11 +89,11 @@ class Result {
     std::variant<Value, Error> either_;
 };
 
-// The error that was thrown. What the standard library throws besides std::system_error means want
-// of memory. Where there is none for its text, the host's text takes that place.
+// The error that was thrown. Exceptions of the standard library other than std::system_error mean
+// want of memory. If there is none for its text, the host's text takes that place.
 Error error_of(const std::exception &thrown) noexcept;
 
-// Where an error leaves the service. Each place has one function.
+// The places where an error leaves the service, each with one function.
 
 // For clients, the result word of an answer: ENOMEM, or EIO for whatever else failed. The
 // catalogue's file gives EIO, whatever the reason: a client can do nothing about it.

@@ -121,8 +121,7 @@ class Ending {
     std::thread thread_;
 };
 
-// What the catalogue is told, but for what it reports to. Its state directory is empty where none
-// can be told.
+// The catalogue's options, without its callbacks. The state directory is empty if none is known.
 catalogue::StoreOptions store_options(const Options &options) {
     catalogue::StoreOptions wanted;
     wanted.state = options.state;
@@ -161,7 +160,7 @@ int list_audio_devices() {
     return EXIT_SUCCESS;
 }
 
-// Tells whoever wants to know that clients are served.
+// Reports, on standard output and to the service manager, that clients are served.
 void tell_ready(int64_t tracks, const Options &options) {
     say(fmt::format("ready ({} tracks, players: {})", tracks, fmt::join(options.players, ", ")));
     log_line(LOG_SEVERITY_INFO, fmt::format("ready, {} tracks", tracks));
@@ -180,13 +179,13 @@ Error no_state_directory() {
             "none is given, and neither XDG_STATE_HOME nor HOME is set"};
 }
 
-// Ends the keeping of players while they are still there.
+// Ends the keeping of players before they are destroyed.
 struct Keeping {
     state::Keeper &keeper;
     ~Keeping() { keeper.finish(); }
 };
 
-// What would be used, an option a line.
+// Prints the settings that would be used, one option a line.
 int print_settings(const Options &options) {
     if (const std::optional<WrongMusic> wrong = check_music(options)) {
         return fail(wrong->error, wrong->option);
@@ -235,7 +234,7 @@ Reload::Actions reload_actions(const Options &running, catalogue::Store &store,
     return actions;
 }
 
-// What there is before the catalogue.
+// The parts that exist before the catalogue.
 struct Process {
     const Options &options;
     Reload &reload;
@@ -300,7 +299,8 @@ int serve(const Options &options, Reload &reload) {
         return fail(wrong->error, wrong->option);
     }
     Server server;
-    // The name first: a second service then fails for the name, and not for the catalogue.
+    // The name is taken first, so that a second service fails for the name, and not for the
+    // catalogue.
     if (const std::optional<Error> error = server.attach(options)) {
         return fail(*error);
     }

@@ -1,4 +1,4 @@
-// Gives the host back what a load has left free in the heap.
+// Gives memory that a load has left free in the heap back to the host.
 //
 // The heap keeps what was freed: after a thousand long listings that is several times what the
 // service needs. Giving it back takes milliseconds in which threads that allocate wait, so it is
@@ -17,10 +17,10 @@ namespace vantro::service {
 
 class MemoryReturn {
   public:
-    // Gives back that long after the first note: long enough not to cost a lasting load anything.
+    // Gives back that long after the first note, so that a lasting load costs nothing.
     explicit MemoryReturn(std::chrono::nanoseconds delay = std::chrono::seconds(5));
 
-    // Throws std::system_error where there is no thread to be had.
+    // Throws std::system_error if there is no thread to be had.
     void start() { worker_.start(); }
 
     // Much memory was freed. Any thread; cheap.
@@ -31,7 +31,7 @@ class MemoryReturn {
 
     std::atomic<bool> noted_ = false;
     const std::chrono::nanoseconds delay_;
-    bool waits_ = false; // the worker's own
+    bool waits_ = false; // used only by the worker
     playback::Worker worker_;
 };
 

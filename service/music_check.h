@@ -1,4 +1,4 @@
-// What is wrong with the directories of music and the media roots that are given.
+// Checks the directories of music and the media roots that are given.
 #ifndef VANTRO_SERVICE_MUSIC_CHECK_H
 #define VANTRO_SERVICE_MUSIC_CHECK_H
 
@@ -16,7 +16,7 @@ struct WrongMusic {
     Error error;
 };
 
-// Each directory is to be readable and given once, and each folder is to be in one source.
+// Each directory must be readable and given once, and each folder in one source.
 // @param known directories that are in use already: they may be away for a while.
 std::optional<WrongMusic> check_music(const Options &options,
                                       const std::vector<std::string> &known = {});

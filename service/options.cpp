@@ -201,7 +201,7 @@ std::string permissions_of(const std::string &perms, const std::string &uid,
     return permissions;
 }
 
-// What the options are given, as long as it is not checked as a whole.
+// The texts of options that are checked together later.
 struct Texts {
     std::string perms;
     std::string uid;
@@ -395,7 +395,7 @@ std::string Parser::finish() {
 
 namespace {
 
-// What a player has of an option that is for all players or for one.
+// A player's value of an option that is for all players or for one.
 template <typename Value>
 Value value_for(const std::map<std::string, Value> &values, const std::string &player,
                 Value otherwise) {
@@ -432,7 +432,7 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
 }
 
 std::string read_options_again(int argc, char **argv, Options &options) {
-    return Parser(options).parse(argc, argv); // it did not ask for help the first time
+    return Parser(options).parse(argc, argv); // it asks for no help, as it did not the first time
 }
 
 } // namespace vantro::service

@@ -1,4 +1,4 @@
-// What vantrod is told on its command line and in its configuration file.
+// The command line and the configuration file of vantrod.
 #ifndef VANTRO_SERVICE_OPTIONS_H
 #define VANTRO_SERVICE_OPTIONS_H
 
@@ -52,7 +52,7 @@ struct Options {
 
     Task task = Task::serve;
     std::vector<config::Setting> settings; // every option, and where it comes from
-    std::string config;                    // a whole file, where that is the task
+    std::string config;                    // a whole file, if that is the task
 };
 
 // The output of a player; "" for mpv's choice.
@@ -61,11 +61,11 @@ std::string device_of(const Options &options, const std::string &player);
 // The highest level of a player's volume, from 0 to 100.
 int volume_limit_of(const Options &options, const std::string &player);
 
-// Reads the command line. Returns true to go on; otherwise the program ends with `exit_code`, and
-// what there was to say has been said.
+// Reads the command line. Returns true to go on; otherwise everything was printed, and the program
+// ends with `exit_code`.
 bool parse_options(int argc, char **argv, Options &options, int &exit_code);
 
-// The same command line once more, when the file may have changed. Returns what is wrong, or "".
+// Reads the same command line again, when the file may have changed. Returns what is wrong, or "".
 std::string read_options_again(int argc, char **argv, Options &options);
 
 } // namespace vantro::service

@@ -32,7 +32,8 @@ class Reload {
             add_player;
     };
 
-    // The service runs. Until then, and after actions without a rescan, no reload is carried out.
+    // Called when the service runs. Until then, and after actions without a rescan, no reload is
+    // carried out.
     void set_actions(Actions actions) EXCLUDES(mutex_);
 
     // Any thread. Throws nothing.

@@ -16,7 +16,7 @@ class ScanReport {
     // Calls `complete` once, when each of those sources has been read through.
     ScanReport(std::set<int32_t> sources, std::function<void()> complete);
 
-    // Shows the progress where standard error is a terminal. Called by one thread.
+    // Shows the progress if standard error is a terminal. Called by one thread.
     void note(const catalogue::ScanProgress &progress);
 
   private:

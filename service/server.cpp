@@ -64,7 +64,7 @@ std::optional<Error> Server::attach(const Options &options) {
         return cannot("cannot make a message server");
     }
 
-    // Where it cannot, which costs time only, threads wait where they are.
+    // If it cannot, which costs time only, threads wait where they are.
     channel_hand_over(the_server->channel);
     if (!global_name_attach(the_server->dispatch, only_one, 0)) {
         return cannot_attach();
@@ -93,7 +93,8 @@ std::optional<Error> Server::run(int threads, const std::function<void()> &ready
                 msgserver_thread_loop(the_server);
             });
         }
-        // May be held up by what a client sent, and then must not hold up the end of the process.
+        // A descriptor from a client may hold this thread up, but it must not hold up the end of
+        // the process.
         std::thread([channel = the_server->channel] { ipc_lend_closing_thread(channel); }).detach();
         ready();
     } catch (const std::exception &thrown) {
@@ -115,7 +116,7 @@ bool Server::answers(std::chrono::milliseconds time) {
         ask_ = global_name_open(only_one, 0);
         ipc_set_open_timeout(before);
     }
-    // It is no request, and refused: by one of the threads that receive requests, with their lock.
+    // This is no request: one of the receiving threads refuses it, under the server lock.
     const char message = 0;
     return ask_ >= 0 && ipc_send_simple(ask_, &message, sizeof message, nullptr, 0) < 0 &&
            errno == ENOSYS;

@@ -1,5 +1,5 @@
 // What the service tells the manager that started it, systemd: that it is ready, how it is, and
-// that it ends. Does nothing where no manager asked for it.
+// that it ends. Does nothing if no manager asked for it.
 #ifndef VANTRO_SERVICE_SERVICE_MANAGER_H
 #define VANTRO_SERVICE_SERVICE_MANAGER_H
 
@@ -16,7 +16,7 @@ void tell_reloading();
 void tell_status(const std::string &status);
 void tell_stopping();
 
-// How long the manager waits for tell_alive() at most; 0 where it does not wait for it.
+// How long the manager waits for tell_alive() at most; 0 if it does not wait for it.
 std::chrono::milliseconds watchdog_time();
 void tell_alive();
 

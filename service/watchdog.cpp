@@ -55,7 +55,7 @@ void Watchdog::run(const Looks &looks, std::chrono::milliseconds every) {
     } while (sleep(every));
 }
 
-// False where the end has come.
+// False if the end has come.
 bool Watchdog::sleep(std::chrono::milliseconds time) {
     const auto until = std::chrono::steady_clock::now() + time;
     const MutexLock guard(mutex_);

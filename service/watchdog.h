@@ -31,7 +31,7 @@ class Watchdog {
     Watchdog(const Watchdog &) = delete;
     Watchdog &operator=(const Watchdog &) = delete;
 
-    // Begins to look, unless nobody wants to hear it. Throws std::system_error where there is no
+    // Begins to look, unless nobody wants to hear it. Throws std::system_error if there is no
     // thread to be had.
     void start(Looks looks) EXCLUDES(mutex_);
     // Looks no more. The service ends, and nobody answers soon. Any thread.

@@ -262,7 +262,7 @@ void Client::commit_turn() {
     }
 }
 
-// To be called where an exception was caught.
+// To be called if an exception was caught.
 void Client::refuse_current() {
     try {
         throw;

@@ -18,7 +18,7 @@
 
 namespace vantro::mpd {
 
-// The connection to the player. It lasts from one run of the service to the next: where the service
+// The connection to the player. It lasts from one run of the service to the next: if the service
 // has gone, it is looked for again, after a delay that grows.
 class Partition {
   public:

@@ -18,7 +18,7 @@ class Partitions {
     // The one that clients begin with.
     Partition &default_partition() { return all_.front(); }
 
-    // The player of that name. @throws Ack where the service has none.
+    // The player of that name. @throws Ack if the service has none.
     Partition &get(const std::string &name);
 
     // The names of the service's players, or, where it does not tell them, of those in use.

@@ -47,7 +47,7 @@ class Reply {
 // Milliseconds as seconds with three decimals.
 std::string format_seconds(int64_t ms);
 
-// "RATE:BITS:CHANNELS" of what is played, or empty where it is not known.
+// "RATE:BITS:CHANNELS" of what is played, or empty if it is not known.
 std::string audio_format(const Song &song);
 
 } // namespace vantro::mpd

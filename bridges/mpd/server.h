@@ -25,7 +25,7 @@ using sockets::Listener;
 class Server {
   public:
     // @param clients_max how many are served; more are turned away.
-    // @throws std::runtime_error where the system has no descriptor left.
+    // @throws std::runtime_error if the system has no descriptor left.
     Server(std::vector<Listener> listeners, const std::string &player, size_t clients_max,
            Passwords passwords);
 

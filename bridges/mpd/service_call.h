@@ -29,7 +29,7 @@ Ack ack_of(const Failure &failure);
 // Throws it: as a ServiceGone, a ServiceSilent, or another Ack.
 [[noreturn]] void throw_ack(const Failure &failure);
 
-// The value of a call. @throws Ack where it failed.
+// The value of a call. @throws Ack if it failed.
 template <typename Value>
 Value checked(Result<Value> result) {
     if (!result) {
@@ -43,7 +43,7 @@ inline void checked(const Result<void> &result) {
     }
 }
 
-// The value, or nothing where the service refuses to tell it. @throws Ack where the call failed.
+// The value, or nothing if the service refuses to tell it. @throws Ack where the call failed.
 template <typename Value>
 std::optional<Value> if_told(Result<Value> result) {
     if (!result && result.failure().why() == Reason::refused) {

@@ -24,7 +24,7 @@ struct Song {
     std::string uri;
     std::array<std::string, tag_count> tags;
     int32_t duration_ms = 0;
-    int64_t modified = 0; // Seconds since 1970; 0 where it is not known.
+    int64_t modified = 0; // Seconds since 1970; 0 if it is not known.
     std::string bit_rate; // These three as the catalogue has them, or empty.
     std::string sample_rate;
     std::string channels;

@@ -55,7 +55,7 @@ constexpr size_t index_of(Tag tag) {
     return static_cast<size_t>(tag);
 }
 
-// The tag of that name, upper and lower case being the same. Nothing where the protocol has none.
+// The tag of that name, upper and lower case being the same. Nothing if the protocol has none.
 std::optional<Tag> tag_named(std::string_view name);
 
 } // namespace vantro::mpd

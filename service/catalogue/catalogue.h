@@ -71,7 +71,7 @@ struct SongMetadata {
     std::string genre;
     std::string year;
     int32_t duration_ms = 0;
-    int32_t width = 0; // of the artwork in pixels, 0 where there is none
+    int32_t width = 0; // of the artwork in pixels, 0 if there is none
     int32_t height = 0;
     int32_t disc = 0;
     int32_t track = 0;
@@ -112,7 +112,7 @@ class Catalogue {
     // The metadata of nodes that were listed, in their order; of one that has gone, empty ones.
     // Returns 0 or EIO.
     virtual int describe(const std::vector<Node> &nodes, std::vector<SongMetadata> &metadata) = 0;
-    // One value a key, in their order; empty where there is none.
+    // One value a key, in their order; empty if there is none.
     virtual int extended_metadata(int32_t source, std::string_view node,
                                   const std::vector<std::string_view> &keys,
                                   std::vector<std::string> &values) = 0;
@@ -132,10 +132,10 @@ class Catalogue {
     virtual int32_t check(SongId id) = 0;
 
     // Opens a song's file for reading, without leaving its directory of music. Returns a
-    // descriptor, or -1 and errno: ENOENT where the song is gone. May wait for a disk.
+    // descriptor, or -1 and errno: ENOENT if the song is gone. May wait for a disk.
     virtual int open(SongId id) = 0;
 
-    // The whole file where nothing else is known. May wait for a disk.
+    // The whole file if nothing else is known. May wait for a disk.
     virtual SongPart part(SongId) { return {}; }
 
     // Looks at all of the music again, soon.

@@ -1,6 +1,6 @@
 // Which picture is a cover.
 //
-// - Of a song: the picture in its file (picture_in() says which, where there are several), else the
+// - Of a song: the picture in its file (picture_in() says which, if there are several), else the
 //   cover of its folder.
 // - Of a folder's songs: the picture in the folder that is named best, as FolderCover finds it
 //   during the scan.
@@ -20,7 +20,7 @@
 
 namespace vantro::service::catalogue {
 
-// How a picture in a folder is named, by what counts first where there are several: as its cover
+// How a picture in a folder is named, by what counts first if there are several: as its cover
 // (cover, folder, front, albumcover, album, in this order and in any case), or like any other.
 // Nothing for what has no ending of a picture.
 std::optional<int> picture_rank(std::string_view name);
@@ -38,7 +38,7 @@ class FolderCover {
     // A file in the folder, whatever it is called.
     void offer(const std::string &name, const std::string &path, FileStamp stamp);
 
-    // Null where there is no picture, or none that is named better than the others.
+    // Null if there is no picture, or none that is named better than the others.
     const Picture *chosen() const;
 
   private:

@@ -1,5 +1,5 @@
-// The catalogue in its file: where the music is, and the scan and the watch that keep it up to date
-// (store.cpp), and what is asked of it (sqlite_queries.cpp).
+// The catalogue in its file: the directories of music, with the scan and the watch that keep it up
+// to date (store.cpp), and the queries (sqlite_queries.cpp).
 #ifndef VANTRO_SERVICE_CATALOGUE_SQLITE_CATALOGUE_H
 #define VANTRO_SERVICE_CATALOGUE_SQLITE_CATALOGUE_H
 
@@ -129,8 +129,8 @@ std::optional<Error> SqliteCatalogue::attempt(const Read &read) {
     }
 }
 
-// What the catalogue's functions return: what `read` does, or what clients are told of an error.
-// They are as narrow as that because an answer has room for no more.
+// The result of the catalogue's functions: that of `read`, or a result word for its error, since an
+// answer has room for no more.
 template <typename Read>
 int SqliteCatalogue::guarded(const Read &read) {
     int result = 0;

@@ -1,4 +1,4 @@
-// What is asked of the catalogue's file.
+// The queries about the catalogue's file.
 #include <cerrno>
 #include <new>
 
@@ -168,7 +168,7 @@ int SqliteCatalogue::find_songs(const std::vector<SongName> &names,
     });
 }
 
-// Where a song's file is: its path below the source, which is null where the song is gone.
+// Where a song's file is: its path below the source, which is null if the song is gone.
 std::optional<Error> SqliteCatalogue::locate(SongId id, MusicPointer &source, std::string &path) {
     return attempt([&](Database &database) {
         SourceBrowser browser(database, lists_, 0);
@@ -186,7 +186,7 @@ int32_t SqliteCatalogue::check(SongId id) {
         if (const std::optional<Error> error = locate(id, source, path)) {
             return error->is_want() ? 0 : VANTRO_ERROR_UNREADABLE;
         }
-        // With nothing held: the disk may be slow.
+        // Without a lock or transaction: the disk may be slow.
         return source ? check_song(source->path, path) : VANTRO_ERROR_GONE;
     } catch (const std::bad_alloc &) {
         return 0;

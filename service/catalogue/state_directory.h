@@ -21,7 +21,7 @@ class StateDirectory {
     StateDirectory(const StateDirectory &) = delete;
     StateDirectory &operator=(const StateDirectory &) = delete;
 
-    // Takes the directory; makes it, with those permission bits, where it is missing. Returns why
+    // Takes the directory; makes it, with those permission bits, if it is missing. Returns why
     // it cannot be used, if it cannot.
     std::optional<Error> take(const std::filesystem::path &path, uint32_t mode);
 
@@ -29,7 +29,7 @@ class StateDirectory {
     int lock_ = -1;
 };
 
-// $XDG_STATE_HOME/vantro, else ~/.local/state/vantro; empty where neither is known.
+// $XDG_STATE_HOME/vantro, else ~/.local/state/vantro; empty if neither is known.
 std::filesystem::path default_state_directory();
 
 // Whether so many bytes can be written to the directory now.

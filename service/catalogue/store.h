@@ -22,7 +22,7 @@
 namespace vantro::service::catalogue {
 
 struct StoreOptions : ScanOptions {
-    std::filesystem::path state;              // made where it is missing
+    std::filesystem::path state;              // made if it is missing
     std::vector<std::filesystem::path> music; // one source each
     std::vector<std::filesystem::path> roots; // of sources that come and go
     ArtworkReaders artwork_readers;           // everything else is the service's own
@@ -33,7 +33,7 @@ class Store : public Catalogue {
     // The files of songs, in the order asked for; of a song that is gone the uid is empty. Returns
     // 0 or EIO.
     virtual int song_files(const std::vector<SongId> &ids, std::vector<LocatedSong> &files) = 0;
-    // The songs that were named, in their order; where none is found now, one with id 0. Returns 0
+    // The songs that were named, in their order; if none is found now, one with id 0. Returns 0
     // or EIO.
     virtual int find_songs(const std::vector<SongName> &names, std::vector<QueuedSong> &songs) = 0;
 
@@ -46,7 +46,7 @@ class Store : public Catalogue {
     // What the scan has found stays. Any thread may call it, also before start_scanning().
     virtual void stop_scanning() = 0;
     // Takes other directories of music and other media roots from now on, as StoreOptions does.
-    // Those that are new are scanned; those that are left out are no sources any more, and what is
+    // Those that are new are scanned; those that are left out are no longer sources, but what is
     // known of them is kept. Returns at once. Any thread.
     virtual void set_music(const std::vector<std::filesystem::path> &music,
                            const std::vector<std::filesystem::path> &roots) = 0;

@@ -14,7 +14,7 @@
 
 namespace vantro::service::config {
 
-// The file that is read where none is named: the machine's, else the user's; "" where neither is
+// The file that is read if none is named: the machine's, else the user's; "" if neither is
 // there.
 std::string default_file();
 
@@ -31,7 +31,7 @@ class ConfigFile : public CLI::Config {
     // A whole file: each option with its description, and its value, or its default as a comment.
     std::string to_config(const CLI::App *app, bool, bool, std::string) const override;
 
-    // An error text about an option. Where that was taken from the file, the text begins with the
+    // An error text about an option. If that was taken from the file, the text begins with the
     // place.
     std::string placed(const std::string &error) const;
 

@@ -11,7 +11,8 @@ namespace vantro::service::playback {
 
 namespace {
 
-// Changes that one call notes at most: ends of tracks, what it does, and a stop and a going on.
+// The most changes that one call notes: ends of tracks, its own effect, and a stop with the
+// continuation after it.
 constexpr size_t notes_max = 4;
 
 bool differ(const VantroStateInfo &a, const VantroStateInfo &b) {
@@ -49,7 +50,7 @@ void Engine::place_at(int64_t where, std::chrono::nanoseconds now) {
     next_tick_ = now + tick_every;
 }
 
-// The position becomes another one than what is heard.
+// Sets a position other than the one that is heard.
 void Engine::jump_to(int64_t where, std::chrono::nanoseconds now) {
     place_at(where, now);
     cue_ = ++last_cue_;
@@ -281,7 +282,7 @@ int Engine::set_volume(int32_t level) {
     const auto now = catch_up();
     const int32_t taken = std::min(level, volume_limit_);
     const bool changed = std::exchange(volume_.level, taken) != taken;
-    // Who asked for more shows that until it is told.
+    // A client that asked for more shows that level until it gets this change.
     note(changed || taken != level ? Change::volume : 0u, now);
     return 0;
 }
@@ -369,7 +370,7 @@ std::optional<std::chrono::nanoseconds> Engine::next_wake() {
 }
 
 std::optional<std::chrono::nanoseconds> Engine::time_to_wake(std::chrono::nanoseconds now) const {
-    // Before anything is heard the sound reports when there is something to tell.
+    // Before anything is heard the sound reports by itself.
     if (!playing() || (sounding_ && !heard_)) {
         return std::nullopt;
     }
@@ -402,8 +403,8 @@ std::optional<Engine::Start> Engine::take_start() {
 }
 
 void Engine::checked(uint64_t number, int32_t error) {
-    // Time goes on in wake() and with commands alone: were it to go on here, tracks that last less
-    // than the look at their files would never be judged.
+    // Time advances only in wake() and with commands. If it advanced here, tracks shorter than the
+    // check of their files would never be checked.
     const MutexLock guard(mutex_);
     if (number != start_ || !playing()) {
         return;
@@ -418,7 +419,7 @@ void Engine::checked(uint64_t number, int32_t error) {
     pass_over(error, clock_());
 }
 
-// Followers see the player stop where it is, for that reason; what it goes on with is noted next.
+// Followers see the player stop where it is, with this error; the next change says how it goes on.
 void Engine::stop_with(int32_t error, std::chrono::nanoseconds now) {
     place_at(std::min(position(now), duration()), now);
     modes_.state = VANTRO_STATE_STOPPED;
@@ -449,7 +450,7 @@ void Engine::pass_over(int32_t error, std::chrono::nanoseconds now) {
     }
     jump_to(0, now);
     if (following != 0 && following_place_ == place_) {
-        cue_ = following; // the sound goes on with it already
+        cue_ = following; // the sound has already begun it
     }
     if (++failures_ < std::min(failures_max, session_->length())) {
         modes_.state = VANTRO_STATE_PLAYING;

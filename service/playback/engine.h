@@ -1,4 +1,4 @@
-// What one player plays: a track session, which song of it, and where.
+// What one player plays: the track session, the current song, and the position.
 //
 // There is no timer here. What has happened since the last call is worked out from the clock at the
 // next one, over as many ends of tracks as fell in between; that costs at most two walks through
@@ -14,7 +14,7 @@
 // song comes once. next() and previous() walk that order, so that previous() always goes back the
 // way it came.
 //
-// Where there is a sound (service/sound/sound.h) the clock only bridges the time between two of its
+// If there is a sound (service/sound/sound.h) the clock only bridges the time between two of its
 // reports: nothing moves before it is heard, a track has ended when the sound says so, and a report
 // corrects what was computed. wanted() is what the sound is to do.
 //
@@ -82,7 +82,7 @@ class Engine {
         int32_t position_ms = 0; // from the start of that song
     };
 
-    // All that a player is, to be kept over a restart.
+    // The whole state of a player, to be kept over a restart.
     struct Saved {
         VantroStateInfo modes = {VANTRO_STATE_IDLE, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF};
         VantroVolume volume = {volume_max, 0};
@@ -93,7 +93,7 @@ class Engine {
     };
 
     struct Change {
-        // What became different; where it is nothing but the time, `tick`.
+        // What changed; `tick` if only time has passed.
         enum : unsigned { state = 1, session = 2, track = 4, position = 8, tick = 16, volume = 32 };
         unsigned what = 0;
         int32_t error = 0; // with `state`: the VANTRO_ERROR_* that stopped the player, or 0
@@ -114,7 +114,7 @@ class Engine {
     void load(SessionPtr session, int32_t index, bool play) EXCLUDES(mutex_);
     // Makes a session the current one in place of the one of `from`, and plays on without a gap or
     // a jump. It has the same songs, and others after the current one (`next`) or after all.
-    // Returns false where the player has gone on since `from`; then nothing has changed.
+    // Returns false if the player has gone on since `from`; then nothing has changed.
     bool extend(const Snapshot &from, SessionPtr session, bool next) EXCLUDES(mutex_);
     // The same with a session of any songs, at one of them. If that is the song that is current,
     // its position is kept, else it is at its start. The state stays.
@@ -122,7 +122,7 @@ class Engine {
     // Drops the session if it is the current one; the player is then idle.
     void unload(uint64_t tsid) EXCLUDES(mutex_);
 
-    // Each returns 0 or the error number with which it refused: ENODATA where there is no session,
+    // Each returns 0 or the error number with which it refused: ENODATA if there is no session,
     // ERANGE for an argument that is out of range. A refused command changes nothing.
     int play() EXCLUDES(mutex_);
     int pause() EXCLUDES(mutex_);
@@ -136,20 +136,20 @@ class Engine {
     int set_repeat(int32_t mode) EXCLUDES(mutex_);
     int set_volume(int32_t level) EXCLUDES(mutex_);
     int set_muted(int32_t muted) EXCLUDES(mutex_);
-    // No level above it is taken or restored: what is asked for beyond it becomes it. A level that
-    // is above it comes down; one that was brought down stays there when the limit is raised.
+    // A level above the limit is set, or restored, as the limit. If the present level is above it,
+    // it comes down; it stays there when the limit is raised.
     void set_volume_limit(int32_t limit) EXCLUDES(mutex_);
 
     Snapshot snapshot() EXCLUDES(mutex_);
 
     Saved saved() EXCLUDES(mutex_);
-    // Makes the player what it was, but for one that played: it is paused unless `play`. What was
+    // Makes the player what it was, except that one that played is paused unless `play`. What was
     // saved is whole: its place is in its session, and its order has each index once.
     void restore(const Saved &saved, bool play) EXCLUDES(mutex_);
 
     // How many changes were noted so far. Without the lock.
     uint64_t changes() const { return noted_count_.load(std::memory_order_acquire); }
-    // The oldest change that was not yet dropped; false where there is none.
+    // The oldest change that was not yet dropped; false if there is none.
     bool first_change(Change &change) EXCLUDES(mutex_);
     void drop_change() EXCLUDES(mutex_);
 
@@ -157,7 +157,7 @@ class Engine {
     // while the player does not play.
     std::optional<std::chrono::nanoseconds> wake() EXCLUDES(mutex_);
 
-    // As wake() returns it, but does nothing.
+    // The result that wake() would return, without doing anything.
     std::optional<std::chrono::nanoseconds> next_wake() EXCLUDES(mutex_);
 
     // Whether take_start() has one.
@@ -236,7 +236,7 @@ class Engine {
     uint64_t last_cue_ GUARDED_BY(mutex_) = 0;    // that was given a number
     uint64_t cue_ GUARDED_BY(mutex_) = 0;         // of what is current; 0 while idle
     int64_t cue_position_ GUARDED_BY(mutex_) = 0; // where it begins
-    // Of what the sound was told to go on with, 0 if of nothing; its place in the order of play,
+    // The cue that the sound was told to go on with, 0 for none; its place in the order of play,
     // and its song.
     uint64_t following_cue_ GUARDED_BY(mutex_) = 0;
     int32_t following_place_ GUARDED_BY(mutex_) = 0;

@@ -1,4 +1,4 @@
-// Track sessions come, are exchanged for others, and go.
+// Loads, replaces and unloads track sessions.
 #include "service/playback/engine.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ void Engine::load(SessionPtr session, int32_t index, bool play) {
     }
     place_ = order.empty() ? std::max(index, 0) : 0;
     order_.swap(order);
-    session_.swap(session); // the old one, if this was its last place, goes after the lock
+    session_.swap(session); // the old one is freed, if nothing else has it, without the lock
     modes_.state = play ? VANTRO_STATE_PLAYING : VANTRO_STATE_PAUSED;
     jump_to(0, now);
     track_started_by_choice();
@@ -45,7 +45,7 @@ bool Engine::extend(const Snapshot &from, SessionPtr session, bool next) {
         order.insert(next ? order.begin() + place_ + 1 : order.end(), added.begin(), added.end());
         order_.swap(order);
     }
-    session_.swap(session); // the old one, if this was its last place, goes after the lock
+    session_.swap(session); // the old one is freed, if nothing else has it, without the lock
     note(Change::session | Change::track | Change::position, now);
     return true;
 }
@@ -63,7 +63,7 @@ bool Engine::keep(const Snapshot &from, SessionPtr session, int32_t index) {
     }
     place_ = order.empty() ? index : 0;
     order_.swap(order);
-    session_.swap(session); // the old one, if this was its last place, goes after the lock
+    session_.swap(session); // the old one is freed, if nothing else has it, without the lock
     if (!same) {
         jump_to(0, now);
         track_started_by_choice();
@@ -109,7 +109,7 @@ void Engine::restore(const Saved &saved, bool play) {
     if (playing() && !play) {
         modes_.state = VANTRO_STATE_PAUSED;
     }
-    // Nobody is told of a volume that nobody has set.
+    // A volume that was never set is not published.
     const bool is_set = volume_.level != volume_max || volume_.muted != 0;
     const unsigned volume = is_set ? unsigned{Change::volume} : 0u;
     if (!session_) {

@@ -10,7 +10,8 @@ namespace vantro::service::playback {
 
 namespace {
 
-// Changes that one report notes at most: the start of a track, and a stop and a going on.
+// The most changes that one report notes: the start of a track, and a stop with the continuation
+// after it.
 constexpr size_t notes_max = 3;
 
 constexpr int64_t jitter_us = std::chrono::microseconds(jitter).count();
@@ -49,7 +50,7 @@ sound::Wanted Engine::wanted() {
         following_cue_ = 0;
         return wanted;
     }
-    // The same place may have another song since: the order of play was drawn anew.
+    // The same place may have another song since: a new order of play was drawn.
     const int64_t song = song_at(*following);
     if (following_cue_ == 0 || following_place_ != *following || following_song_ != song) {
         following_cue_ = ++last_cue_;
@@ -60,7 +61,7 @@ sound::Wanted Engine::wanted() {
     return wanted;
 }
 
-// Whether that is the track that follows the current one, as things are now.
+// Whether that track follows the current one at present.
 bool Engine::is_following(uint64_t cue) const {
     if (cue == 0 || cue != following_cue_ || !session_) {
         return false;
@@ -105,7 +106,7 @@ void Engine::reached(uint64_t cue, int64_t position_us) {
         return;
     }
     changes_.reserve(changes_.size() + notes_max);
-    base_ = position_us; // and the next tick comes when it was to come
+    base_ = position_us; // the time of the next tick stays
     base_time_ = now;
     note(Change::position, now);
 }
@@ -139,7 +140,7 @@ void Engine::failed(uint64_t cue, int32_t error) {
         follow(cue, now);
         note(Change::track | Change::position, now);
     }
-    // What is held fails again when it is to play, and is judged then.
+    // A track that is held fails again when it is to play, and is handled then.
     if (playing()) {
         pass_over(error, now);
     }

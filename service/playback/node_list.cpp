@@ -9,7 +9,7 @@ namespace vantro::service::playback {
 
 namespace {
 
-// Takes the source off a line. Returns 0 where there is none.
+// Takes the source off a line. Returns 0 if there is none.
 int32_t take_source(std::string_view &line) {
     int32_t source = 0;
     const char *const end = line.data() + line.size();

@@ -12,8 +12,8 @@ namespace vantro::service::playback {
 
 // Adds the songs of one node, or of several, one a line. If `source` is 0, each line names its
 // source too, as in "1:ID". Returns 0; EINVAL where a line of several is empty, or names no source
-// where it has to; EMSGSIZE where several nodes have more than VANTRO_TRKSESSION_SONGS_MAX songs;
-// ENODATA where there are no songs; and what Catalogue::songs() returns for the first node that it
+// if it has to; EMSGSIZE where several nodes have more than VANTRO_TRKSESSION_SONGS_MAX songs;
+// ENODATA if there are no songs; and what Catalogue::songs() returns for the first node that it
 // refuses.
 int songs_of_nodes(catalogue::Catalogue &catalogue, int32_t source, std::string_view nodes,
                    std::vector<catalogue::QueuedSong> &songs);

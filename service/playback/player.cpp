@@ -40,7 +40,7 @@ void Player::publish_changes(publishing::HeldBell &bell) {
         if (publisher_) {
             bell.hold(*publisher_);
         }
-        // A change whose publishing throws stays, for the next call.
+        // If publishing throws, the change stays for the next call.
         for (Engine::Change change; engine_.first_change(change); engine_.drop_change()) {
             if (publisher_) {
                 publish_change(change);
@@ -62,8 +62,8 @@ void Player::publish_changes(publishing::HeldBell &bell) {
     }
 }
 
-// The clock's thread is left asleep where what it waits for has moved away, as with a pause: it
-// then wakes up once for nothing, which is cheaper.
+// If its next work has become later, as with a pause, the clock's thread is left asleep: it then
+// wakes up once for nothing, which is cheaper.
 void Player::call_for_what_is_due() {
     if (!calls_.wake_within) {
         return;
@@ -192,8 +192,8 @@ void Player::sources_changed() {
     }
 }
 
-// True if the source has gone. The catalogue is asked with the lock held: a source that has gone is
-// not published again by who looked before.
+// True if the source has gone. The catalogue is asked with the lock held: so a thread that looked
+// earlier cannot publish a source that has gone.
 bool Player::publish_source(int32_t id) {
     const MutexLock guard(publish_mutex_);
     if (!publisher_) {

@@ -7,13 +7,13 @@
 // up what clients have, and the music still plays.
 //
 // What changes in the engine is published by publish_changes(), in the order in which it changed.
-// Whoever gives a command or answers a query calls it before the answer leaves: so a client that
-// has an answer finds the events of all that the answer tells.
+// Whoever carries out a command or a query calls it before the answer leaves. So when a client has
+// an answer, the events of everything in it have been published.
 //
 // Any thread may call any operation. The catalogue is asked without the lock of the player or of
-// its engine; while what it says is published the publisher's is held, so that an answer which has
-// something to tell waits for the reading of one song. The lock of a player is taken before that of
-// its engine, and so is that of its publisher.
+// its engine. The publisher's lock is held while its answer is published, so that a request with
+// something to publish may wait for the reading of one song. The lock of a player is taken before
+// that of its engine, and so is that of its publisher.
 #ifndef VANTRO_SERVICE_PLAYBACK_PLAYER_H
 #define VANTRO_SERVICE_PLAYBACK_PLAYER_H
 
@@ -41,8 +41,7 @@ class SessionIds {
   public:
     explicit SessionIds(catalogue::Catalogue &catalogue) : catalogue_(catalogue) {}
     Result<uint64_t> take() EXCLUDES(mutex_);
-    // One that is there from an earlier run, and is not taken again even where the catalogue has
-    // lost count.
+    // Notes an id of an earlier run, which is not given again even if the catalogue has lost count.
     void keep(uint64_t id) EXCLUDES(mutex_);
 
   private:
@@ -65,7 +64,7 @@ struct Maker {
 inline constexpr int sessions_of_one_user = 12;
 inline constexpr int sessions_of_all_users = 14;
 
-// Makes the sound of a player; null where the clock takes its place.
+// Makes the sound of a player; null if the clock takes its place.
 using SoundMaker =
     std::function<std::unique_ptr<sound::Sound>(sound::Listener &, const std::string &player)>;
 
@@ -98,7 +97,7 @@ class Player : private sound::Listener {
     // or `start` is no VANTRO_TRKSESSION_*); EMSGSIZE (VANTRO_TRKSESSION_SONGS_MAX, with those that
     // are there); ENOSPC (VANTRO_TRKSESSIONS_MAX are there, or as many
     // as that user may have, and the makers of none of them are gone); EIO (no id can be had).
-    // Where it fails nothing is changed.
+    // If it fails nothing is changed.
     int create(int32_t source, std::string_view nodes, int32_t index, int32_t start, uint64_t &tsid,
                const Maker &maker = {}) EXCLUDES(mutex_);
 
@@ -130,10 +129,10 @@ class Player : private sound::Listener {
     // Whether there is a current session.
     bool has_session() { return engine_.snapshot().session != nullptr; }
 
-    // Null where the player has no such session.
+    // Null if the player has no such session.
     SessionPtr session(uint64_t tsid) EXCLUDES(mutex_);
 
-    // What other threads have to do for a player.
+    // The calls by which a player makes other threads work for it.
     struct Calls {
         std::function<void(std::chrono::nanoseconds)> wake_within; // call wake()
         std::function<void()> check_file;
@@ -146,7 +145,7 @@ class Player : private sound::Listener {
                                  const publishing::Publisher::Log &log, Calls calls)
         EXCLUDES(publish_mutex_);
 
-    // Publishes every change that is not yet published, whichever thread made it. Cheap where there
+    // Publishes every change that is not yet published, whichever thread made it. Cheap if there
     // is none. Changes that cannot be published for want of memory stay for the next call, which
     // wake_within brings about. Readers that wait are woken at the end of `bell`.
     void publish_changes(publishing::HeldBell &bell) EXCLUDES(publish_mutex_);
@@ -171,7 +170,7 @@ class Player : private sound::Listener {
     const std::string name;
 
   private:
-    // What the sound asks and tells, on its own threads.
+    // The sound's queries and reports, on its own threads.
     sound::Wanted wanted() override { return engine_.wanted(); }
     int open_song(int64_t song) override { return catalogue_.open(song); }
     sound::Part part_of(int64_t song) override {
@@ -217,10 +216,10 @@ class Player : private sound::Listener {
     Mutex publish_mutex_;
     std::unique_ptr<publishing::Publisher> publisher_ GUARDED_BY(publish_mutex_);
     publishing::Publisher::Log log_ GUARDED_BY(publish_mutex_);
-    // Of the track published last, 0 where there is none.
+    // Of the track published last, 0 if there is none.
     catalogue::SongId song_ GUARDED_BY(publish_mutex_) = 0;
 
-    std::unique_ptr<sound::Sound> sound_; // never changes but for silence(); uses all of the above
+    std::unique_ptr<sound::Sound> sound_; // changes only in silence(); uses all members above
 };
 
 } // namespace vantro::service::playback

@@ -71,7 +71,7 @@ std::optional<std::vector<Player::Kept>> Player::with_room_for(const Maker &make
     const auto own = [&](const Kept &each) { return each.maker.uid == maker.uid; };
     const auto limited = [](const Kept &each) { return each.maker.limited; };
     const auto any = [](const Kept &) { return true; };
-    // Drops the oldest one that may go, where there are as many as may be.
+    // Drops the oldest one that may go, if there are as many as may be.
     const auto make_room = [&](int most, const auto &counts) {
         const auto counted = [&](const Kept &each) {
             return each.session->type == VANTRO_TRKSESSION_NODE && counts(each);
@@ -122,7 +122,7 @@ int Player::play() {
     auto session =
         std::make_shared<const TrackSession>(*tsid, VANTRO_TRKSESSION_ALL, std::move(songs));
 
-    std::vector<Kept> replaced; // goes after the lock
+    std::vector<Kept> replaced; // freed after the lock is released
     const MutexLock guard(mutex_);
     if (engine_.play() == 0) { // another client has made one meanwhile
         return 0;
@@ -191,11 +191,11 @@ int Player::check_room(const Engine::Snapshot &now, size_t songs, int32_t start,
     return with_room_for(maker, goes_on(start) ? now.session.get() : nullptr) ? 0 : ENOSPC;
 }
 
-// Returns 0, ENOSPC, or nothing where the player has gone on since `from`.
+// Returns 0, ENOSPC, or nothing if the player has gone on since `from`.
 std::optional<int> Player::make_current(const Engine::Snapshot &from, const SessionPtr &session,
                                         int32_t index, int32_t start, const Maker &maker) {
     const bool takes_place = goes_on(start) && from.session;
-    std::vector<Kept> replaced; // goes after the lock
+    std::vector<Kept> replaced; // freed after the lock is released
     const MutexLock guard(mutex_);
     std::optional<std::vector<Kept>> kept =
         with_room_for(maker, takes_place ? from.session.get() : nullptr);
@@ -233,7 +233,7 @@ void Player::maker_gone(uint64_t number) noexcept {
 }
 
 int Player::destroy(uint64_t tsid) {
-    SessionPtr dropped; // goes after the lock
+    SessionPtr dropped; // freed after the lock is released
     const MutexLock guard(mutex_);
     const auto found = std::find_if(sessions_.begin(), sessions_.end(), [tsid](const Kept &each) {
         return each.session->tsid == tsid;

@@ -24,7 +24,7 @@ Players::Players(catalogue::Catalogue &catalogue, const std::vector<std::string>
     }
 }
 
-// Makes the one behind the last. It is not there yet.
+// Makes the player after the last one. Others do not see it yet.
 void Players::make(const std::string &name, const SoundMaker &make_sound) {
     players_.at(size()) = std::make_unique<Player>(name, catalogue_, ids_, clock_,
                                                    std::random_device()(), make_sound);
@@ -78,7 +78,7 @@ std::optional<Error> Players::add(const std::string &name, const SoundMaker &mak
     }
     count_.store(at + 1, std::memory_order_release);
     player.publish_changes(); // what was restored
-    player.sources_changed(); // while it was not there yet
+    player.sources_changed(); // that changed before others could see it
     return std::nullopt;
 }
 
@@ -111,7 +111,8 @@ void Players::source_changed(int32_t id) {
             player.source_changed(id);
         }
     } catch (const std::exception &) {
-        // There was no memory for it. The next round of the clock's thread tells all sources again.
+        // There was no memory for it. The next round of the clock's thread publishes all sources
+        // again.
         sources_missed_ = true;
         clock_watch_.look();
     }

@@ -82,7 +82,7 @@ class Players {
         const std::unique_ptr<Player> *at_ = nullptr;
     };
 
-    // Any thread. There may be more players a moment later, behind these.
+    // Any thread. A moment later there may be more players, after these.
     Iterator begin() const { return Iterator(players_.data()); }
     Iterator end() const { return Iterator(players_.data() + size()); }
     size_t size() const { return count_.load(std::memory_order_acquire); }

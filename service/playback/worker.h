@@ -27,7 +27,7 @@ class Worker {
     Worker(const Worker &) = delete;
     Worker &operator=(const Worker &) = delete;
 
-    // Does the first round at once. Throws std::system_error where there is no thread to be had.
+    // Does the first round at once. Throws std::system_error if there is no thread to be had.
     void start();
 
     // Ends after the round under way, for good.
@@ -38,7 +38,7 @@ class Worker {
     void look() EXCLUDES(mutex_) { look_within(std::chrono::nanoseconds(0)); }
 
     // Calls for one more round that begins after this call, within that time. Costs no system call
-    // where a round is due by then.
+    // if a round is due by then.
     void look_within(std::chrono::nanoseconds time) EXCLUDES(mutex_);
 
     // How many rounds have ended. Any thread.

@@ -63,7 +63,7 @@ class Named : public catalogue::NodeSink {
 
 } // namespace
 
-// The result word for a client; the log says what is not the client's own doing, each thing once.
+// The result word for a client; an error that is not the client's is logged, once each.
 int PlaylistCatalogue::note(const Error &error) {
     const int code = error.code();
     if (code == EEXIST || code == ENOENT || code == EDQUOT) {
@@ -263,7 +263,7 @@ int PlaylistCatalogue::extended_metadata(int32_t source, std::string_view node,
     return result;
 }
 
-// Of a file that is deleted at this moment there is nothing.
+// A file that is deleted at this moment adds nothing.
 int PlaylistCatalogue::add_songs(const std::string &name, std::vector<QueuedSong> &songs) {
     PlaylistPointer playlist;
     if (const int result = load(name, playlist); result != 0) {

@@ -1,4 +1,4 @@
-// A store's catalogue, and one more source after its own, where any were saved: the playlists.
+// A store's catalogue and, once a playlist was saved, one more source after its own: the playlists.
 //
 // The top of that source lists the playlists, whose entries are nodes of the other sources. An
 // entry that cannot be found keeps its place, as a node without id.

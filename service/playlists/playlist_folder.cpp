@@ -72,7 +72,7 @@ bool write_all(int descriptor, std::string_view bytes) {
 }
 
 // A file that is already there stays, also one that was put there this moment, as far as the file
-// system can say so.
+// system can ensure that.
 bool put_in_place(int folder, const std::string &file, bool replace) {
     if (!replace) {
         if (::renameat2(folder, part_name, folder, file.c_str(), RENAME_NOREPLACE) == 0) {
@@ -229,7 +229,7 @@ std::optional<Error> PlaylistFolder::write(const std::string &name, const std::s
     if (std::optional<Error> error = check_room(name, text.size(), replace)) {
         return error;
     }
-    ::unlinkat(folder.number(), part_name, 0); // of a service that was killed
+    ::unlinkat(folder.number(), part_name, 0); // left by a service that was killed
     const auto give_up = [&](const char *what) {
         Error error = failed(what, path_ / part_name);
         ::unlinkat(folder.number(), part_name, 0); // it may be what fills the disk

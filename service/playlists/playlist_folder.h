@@ -53,16 +53,16 @@ class PlaylistFolder {
 
     const std::filesystem::path &path() const { return path_; }
 
-    // At most playlists_max, by name. None where there is no folder yet.
+    // At most playlists_max, by name. None if there is no folder yet.
     Result<std::vector<PlaylistFile>> list() const;
 
-    // Nothing where there is no such file.
+    // Nothing if there is no such file.
     std::optional<Stamp> look(const std::string &name) const;
 
-    // The bytes of a file, and its stamp. An error of kind `gone` where there is none.
+    // The bytes of a file, and its stamp. An error of kind `gone` if there is none.
     Result<std::string> read(const std::string &name, Stamp &stamp) const;
 
-    // Writes a file, and makes the folder where it is missing. Fails with EEXIST where there is one
+    // Writes a file, and makes the folder if it is missing. Fails with EEXIST if there is one
     // of that name, unless `replace`; EDQUOT beyond the limits above; or as the host does. Those
     // who write wait for each other.
     std::optional<Error> write(const std::string &name, const std::string &text, bool replace)

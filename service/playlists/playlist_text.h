@@ -19,7 +19,7 @@ namespace vantro::service::playlists {
 
 struct Entry {
     catalogue::SongName song;
-    std::string_view title; // as the file has it, "" where it has none
+    std::string_view title; // as the file has it, "" if it has none
 };
 
 // An entry for each song that is known.

@@ -43,7 +43,7 @@ class Publisher {
     Publisher(const Publisher &) = delete;
     Publisher &operator=(const Publisher &) = delete;
 
-    // Between the two readers that wait are not woken by what is published.
+    // Between these two calls publishing does not wake readers that wait.
     void hold_bell() { object_hold_bell(publisher_.get()); }
     void release_bell() { object_release_bell(publisher_.get()); }
 

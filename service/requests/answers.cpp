@@ -22,7 +22,7 @@ constexpr size_t short_answer = 64;
 
 enum class Player { needed, optional };
 
-// How long a command may take. `unless_session`: long only where the player has no session yet.
+// How long a command may take. `unless_session`: long only if the player has no session yet.
 enum class Takes { moments, long_time, unless_session };
 
 using Own = playback::Player;

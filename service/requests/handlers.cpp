@@ -93,7 +93,7 @@ class WaitingRequest {
     Bytes payload_;
 };
 
-// What was counted is given back where there is no memory for the request.
+// What was counted is given back if there is no memory for the request.
 std::shared_ptr<WaitingRequest> wait(MsgOsb *open, const MsgContext &context, size_t size,
                                      const Client &client) {
     try {

@@ -11,7 +11,7 @@
 namespace vantro::service::requests {
 
 // @param capabilities that a client must have to be admitted, joined by commas; "" for none.
-// @return 0, or a result word where the client has gone.
+// @return 0, or a result word if the client has gone.
 int identify(const Client &client, std::string_view capabilities, VantroIdentity &identity);
 
 } // namespace vantro::service::requests

@@ -27,7 +27,7 @@ class OpenRecords {
     // cleared before.
     std::optional<Client> forget(int32_t index) noexcept EXCLUDES(mutex_);
 
-    // Whose the record is; nobody's where it is not open.
+    // Whose the record is; nobody's if it is not open.
     Client client(int32_t index) noexcept EXCLUDES(mutex_);
 
     // The player that the record has open, or no_player.
@@ -37,7 +37,7 @@ class OpenRecords {
     // where another one is.
     int open(int32_t index, int16_t player) noexcept EXCLUDES(mutex_);
 
-    // Returns 0, or ENOTCONN where the record does not have that player open.
+    // Returns 0, or ENOTCONN if the record does not have that player open.
     int close(int32_t index, int16_t player) noexcept EXCLUDES(mutex_);
 
   private:

@@ -20,7 +20,7 @@ class PackedLists {
     // From how many nodes on a listing is worth keeping.
     static constexpr size_t nodes_min = 500;
 
-    // Null where it is not kept.
+    // Null if it is not kept.
     std::shared_ptr<const Bytes> find(const std::string &name) EXCLUDES(mutex_);
     // Keeps a copy, if there is memory for it.
     void keep(const std::string &name, const unsigned char *bytes, size_t size) noexcept

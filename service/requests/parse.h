@@ -60,7 +60,7 @@ class Reader {
 };
 
 // What can follow a header. Each reads as much as it expects, and returns 0, or EINVAL or EMSGSIZE
-// where that can never be right.
+// if that can never be right.
 using Form = int (*)(Reader &, Request &);
 
 namespace forms {

@@ -29,11 +29,11 @@ class Turns {
     // That many pieces are done at once.
     explicit Turns(int places) : places_(places) {}
 
-    // Takes a place for a piece of work of that client. Returns false where there is none; the
+    // Takes a place for a piece of work of that client. Returns false if there is none; the
     // caller then makes ready to leave the piece.
     bool begin(int32_t client) EXCLUDES(mutex_);
 
-    // Leaves a piece for its turn. Returns false where a place has become free, which the caller
+    // Leaves a piece for its turn. Returns false if a place has become free, which the caller
     // then has. Throws std::bad_alloc.
     bool leave(int32_t client, Work work) EXCLUDES(mutex_);
 

@@ -43,7 +43,7 @@ constexpr std::pair<const char *, const char *> fixed_options[] = {
 
 // The outputs that are tried, best first. mpv's own list has SDL too, which keeps one state for the
 // whole process: it crashes when two players open it at the same moment. PipeWire comes after ALSA
-// since it also opens where it has no device, and then never plays.
+// since it also opens if it has no device, and then never plays.
 constexpr const char *outputs = "pulse,alsa,pipewire,jack,oss,sndio";
 
 void set_device(const MpvLibrary &mpv, mpv_handle *core, const std::string &device) {

@@ -95,7 +95,7 @@ void MpvSound::run() {
         }
         try {
             if (prepare) {
-                // Where it fails, so it does when something plays, and is reported then.
+                // If it fails, so it does when something plays, and is reported then.
                 mpv_library();
             }
             if (listener_.wanted().playing && make_core()) {
@@ -179,7 +179,7 @@ void MpvSound::take(const mpv_event &event) {
         seeking_ = false;
         break;
     case MPV_EVENT_PLAYBACK_RESTART:
-        // mpv says it also where the output has just failed, before it says that.
+        // mpv says it also if the output has just failed, before it says that.
         if (current_.open && own_core_->has_output()) {
             current_.placed = !seeking_;
             ever_heard_ = true;

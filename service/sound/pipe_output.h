@@ -23,7 +23,7 @@ class PipeOutput {
     PipeOutput(const PipeOutput &) = delete;
     PipeOutput &operator=(const PipeOutput &) = delete;
 
-    // Makes the pipe, with permission for its owner and group, where it is missing. Returns why it
+    // Makes the pipe, with permission for its owner and group, if it is missing. Returns why it
     // cannot be used, if it cannot.
     std::optional<Error> open(const std::string &path);
     // From now on it reads what nobody else does, so that whoever writes, or opens the pipe once

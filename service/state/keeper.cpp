@@ -112,7 +112,7 @@ void Keeper::restore(size_t at, playback::Player &player, bool resume) {
     player.restore(found->saved, resume);
 }
 
-// The player begins with what is left; what was there is kept for whoever wants to look.
+// The player begins with what is left; the broken file is kept for inspection.
 void Keeper::set_aside(const std::filesystem::path &file, const std::string &why) {
     std::error_code error;
     const std::string aside = file.native() + ".broken";
@@ -159,7 +159,7 @@ void Keeper::keep(playback::Player &player, Kept &kept) {
                         kept.player.edition == 0 && same_position(now, {});
     kept.player.saved = std::move(now);
     if (is_new || (kept.session_written && kept.position_written)) {
-        return; // nothing has ever been done with it, or it is as it is kept
+        return; // the player was never used, or its file is up to date
     }
     const std::filesystem::path folder = folder_of(player);
     std::optional<Error> error;
@@ -186,7 +186,7 @@ std::optional<Error> Keeper::write(const std::filesystem::path &file, const std:
     std::error_code ignored; // the open tells
     const bool made = std::filesystem::create_directories(file.parent_path(), ignored);
     const std::string part = file.native() + ".part";
-    // What is left of the file goes: it may be what fills the disk.
+    // Removes the rest of the file, which may be what fills the disk.
     const auto failed = [&part](const char *what) {
         const int reason = errno;
         ::unlink(part.c_str());

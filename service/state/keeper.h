@@ -1,6 +1,6 @@
 // Keeps the players in the state directory, so that they are back after a restart or a power cut.
 //
-// A change is written one second after it, with whatever changed meanwhile; while a player plays,
+// A change is written after one second, with everything that changed by then; while a player plays,
 // its position every ten seconds. A file is replaced as a whole and synced: a crash leaves the old
 // one or the new one. While nothing changes nothing is written, and the thread sleeps.
 #ifndef VANTRO_SERVICE_STATE_KEEPER_H
@@ -30,21 +30,21 @@ class Keeper {
   public:
     using Log = std::function<void(int severity, const std::string &line)>;
 
-    // Borrows the players, which outlive it. `directory` is made where it is missing.
+    // Borrows the players, which outlive it. `directory` is made if it is missing.
     Keeper(playback::Players &players, std::filesystem::path directory, Log log);
     ~Keeper() { finish(); }
 
     // Brings the players back as they were kept, paused unless `resume`. Before they are published.
     void restore(bool resume);
-    // The same for a player that is added at that place of the players later.
+    // The same for a player that is added later, at that place.
     void restore(size_t at, playback::Player &player, bool resume);
 
-    // Begins to keep. Throws std::system_error where there is no thread to be had.
+    // Begins to keep. Throws std::system_error if there is no thread to be had.
     void start();
     // Something has changed. Any thread.
     void look() { worker_.look_within(write_after); }
-    // Writes what is not yet written, for the last time. A start that failed leaves the files
-    // alone: what they say to have played is to play on once a start succeeds.
+    // Writes what is not yet written, for the last time. If the start failed, the files are left
+    // alone, so that a player that played goes on once a start succeeds.
     void finish();
 
   private:

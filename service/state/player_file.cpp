@@ -23,7 +23,7 @@ using playback::Engine;
 constexpr std::string_view session_title = "vantro player, session 1";
 constexpr std::string_view position_title = "vantro player, position 1";
 
-// Finds what a disk or a hand changed; nobody is kept from making a file on purpose.
+// Detects changes by a faulty disk or by hand; it does not prevent forged files.
 uint64_t sum_of(std::string_view text) {
     uint64_t sum = 0xCBF29CE484222325;
     for (const char c : text) {
@@ -37,7 +37,8 @@ std::string finished(std::string text) {
     return text;
 }
 
-// Takes words and numbers off a text. Once anything is not as expected all that follows fails too.
+// Reads words and numbers from the front of a text. After the first one that is not as expected,
+// all further reads fail.
 class Reader {
   public:
     explicit Reader(std::string_view text) : rest_(text) {}
@@ -64,7 +65,7 @@ class Reader {
     bool good_ = true;
 };
 
-// The text without its sum; nothing where that is not right.
+// The text without its sum; nothing if that is not right.
 std::optional<std::string_view> checked(std::string_view text) {
     constexpr size_t sum_bytes = 4 + 16 + 1;
     if (text.size() < sum_bytes) {
@@ -114,7 +115,8 @@ bool is_permutation(const std::vector<int32_t> &order) {
     return true;
 }
 
-// What has a session is not idle, its place is in the session, and with shuffle there is an order.
+// A player with a session is not idle, its place is in the session, and with shuffle it has an
+// order.
 bool fits(const Engine::Saved &saved) {
     if (!saved.session) {
         return saved.modes.state == VANTRO_STATE_IDLE && saved.place == 0 && saved.position_us == 0;

@@ -33,7 +33,7 @@ inline constexpr size_t session_bytes_max =
 std::string write_session(const KeptPlayer &player);
 std::string write_position(const KeptPlayer &player);
 
-// Nothing where the text is not exactly what was written, or holds what no player can be.
+// Nothing if the text is not exactly what was written, or no player can have that state.
 std::optional<KeptPlayer> read_session(std::string_view text);
 // Brings the player up to date where the text belongs to this edition of it. Returns false where
 // the text is broken.

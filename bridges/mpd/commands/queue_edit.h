@@ -19,13 +19,13 @@ struct QueueTarget {
 };
 
 // @param argument as clients give it; "+N" and "-N" count from the current song. Empty: the end.
-// @throws Ack where there is no such place.
+// @throws Ack if there is no such place.
 QueueTarget target_of(Context &context, std::string_view argument);
 
 // The place that the argument says, at most `most`. @throws Ack.
 uint32_t place_of(Context &context, std::string_view argument, uint32_t most);
 
-// The places of songs in a queue, or in its draft. @throws Ack where there are none.
+// The places of songs in a queue, or in its draft. @throws Ack if there are none.
 uint32_t checked_position(uint32_t size, std::string_view argument);
 Range checked_range(uint32_t size, std::string_view argument);
 

@@ -31,7 +31,7 @@ struct SearchOptions {
     static SearchOptions parse(Arguments arguments, Filter::Case letters);
 };
 
-// @throws Ack where the protocol has no such tag.
+// @throws Ack if the protocol has no such tag.
 Tag need_tag(const std::string &name);
 
 } // namespace vantro::mpd

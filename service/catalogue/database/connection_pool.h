@@ -37,7 +37,7 @@ class ConnectionPool {
     void give_back(std::unique_ptr<Database> database) EXCLUDES(mutex_);
 
     const std::filesystem::path file_;
-    SharedMutex replacing_; // of the file: held by every reader that has it open
+    SharedMutex replacing_; // held shared by every reader that has the file open
     Mutex mutex_ ACQUIRED_AFTER(replacing_);
     std::vector<std::unique_ptr<Database>> idle_ GUARDED_BY(mutex_);
 };

@@ -2,7 +2,7 @@
 //
 // Statements are prepared once for each text and kept, so texts are string literals.
 //
-// Where the file cannot be read or written, or is no catalogue, everything here throws an Error of
+// If the file cannot be read or written, or is no catalogue, everything here throws an Error of
 // the catalogue, and std::bad_alloc for want of memory. A failing disk can look like damage once,
 // so Error::is_damage() is believed only after find_damage() has checked the file.
 #ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_DATABASE_H
@@ -94,7 +94,7 @@ class Database {
         query(sql, values...).next();
     }
 
-    // The first column of the first row, `otherwise` where there is no row.
+    // The first column of the first row, `otherwise` if there is no row.
     template <typename... Values>
     int64_t number(int64_t otherwise, const char *sql, const Values &...values) {
         Rows rows = query(sql, values...);

@@ -16,7 +16,7 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// To be raised with every change of the tables or of their content.
+// Raise it with every change of the tables or of their content.
 constexpr int version = 5;
 
 // Subtracted from the time in song numbers, to keep them short.

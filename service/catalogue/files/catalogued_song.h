@@ -46,8 +46,8 @@ struct FoundSong {
     std::string title;
     std::string sort;  // of the title
     int64_t place = 0; // disc and track
-    FoundName artist; // of the album, as this song alone would have it; its identity is empty where
-                      // there is none
+    FoundName artist;  // of the album, as this song alone would have it; its identity is empty if
+                       // there is none
     bool artist_stated = false; // the file has an album artist: not only the song's performer
     std::vector<FoundName> performers; // each artist by itself
     FoundName album;

@@ -216,7 +216,7 @@ int64_t ms_of(int64_t frame) {
     return frame * 1000 / cue_frames_a_second;
 }
 
-// Keys whose values a track has from its file where the sheet has none.
+// Keys whose values a track has from its file if the sheet has none.
 constexpr std::string_view shared_keys[] = {
     VANTRO_KEY_ALBUM,
     VANTRO_KEY_ARTIST,

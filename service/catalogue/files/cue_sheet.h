@@ -30,7 +30,7 @@ struct CueTrack {
     std::string songwriter;
 };
 
-// Texts are valid UTF-8 and at most tag_text_max bytes; empty where there is none.
+// Texts are valid UTF-8 and at most tag_text_max bytes; empty if there is none.
 struct CueSheet {
     std::string file; // as the sheet names it
     std::string title;
@@ -54,7 +54,7 @@ Result<CueSheet> read_cue_sheet(const MusicRoot &root, const std::string &path,
 
 // The one of `names`, of files in the sheet's folder, that a sheet called `name` is about: the one
 // that it names, or else the one that is called so, or as the sheet is, but for the ending: sheets
-// often name the file from which the one beside them was encoded. Null where there is none.
+// often name the file from which the one beside them was encoded. Null if there is none.
 const std::string *file_of_sheet(const CueSheet &sheet, std::string_view name,
                                  const std::vector<std::string> &names);
 

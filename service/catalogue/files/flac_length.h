@@ -8,7 +8,7 @@
 
 namespace vantro::service::catalogue {
 
-// Samples up to the end of the last whole frame; 0 where no frame is found.
+// Samples up to the end of the last whole frame; 0 if no frame is found.
 int64_t flac_samples(FileStream &stream);
 
 } // namespace vantro::service::catalogue

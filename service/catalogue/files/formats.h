@@ -10,7 +10,7 @@
 
 namespace vantro::service::catalogue {
 
-// "flac", "mp3"...; empty where the codec is not known.
+// "flac", "mp3"...; empty if the codec is not known.
 const char *codec_of(const TagLib::File &file);
 
 // The values of all tags of the file together. If two tags have the same key, the tag that the
@@ -22,7 +22,7 @@ TagLib::PropertyMap properties_of(TagLib::File &file);
 // length is estimated from its patterns of 64 rows at the speed in its header.
 int64_t module_ms(const TagLib::AudioProperties &audio);
 
-// The bytes of the front cover, else of the first picture; empty where there is none.
+// The bytes of the front cover, else of the first picture; empty if there is none.
 std::string picture_in(TagLib::File &file);
 
 } // namespace vantro::service::catalogue

@@ -16,7 +16,7 @@ int walk_below(int directory, const std::string &path, int flags);
 
 class MusicRoot {
   public:
-    // Throws an Error where the directory cannot be opened. It may itself be a link.
+    // Throws an Error if the directory cannot be opened. It may itself be a link.
     explicit MusicRoot(const std::string &path);
     ~MusicRoot();
     MusicRoot(const MusicRoot &) = delete;

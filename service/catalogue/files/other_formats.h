@@ -13,7 +13,7 @@
 namespace vantro::service::catalogue {
 
 struct OtherAudio {
-    const char *codec = ""; // empty where the format does not name it
+    const char *codec = ""; // empty if the format does not name it
     int64_t duration_ms = 0;
     int64_t sample_rate = 0;
     int64_t channels = 0;

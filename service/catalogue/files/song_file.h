@@ -42,7 +42,7 @@ class Tags {
 
     // An empty value is not kept. A key may have several, of which get() gives the first.
     void add(std::string_view key, std::string_view value);
-    std::string_view get(std::string_view key) const; // empty where there is none
+    std::string_view get(std::string_view key) const; // empty if there is none
     std::vector<std::string_view> all(std::string_view key) const;
     const std::string &packed() const { return packed_; }
 
@@ -70,7 +70,7 @@ struct SongFile {
     int64_t sheet = 0;
 };
 
-// The first four digits in a row, since dates are written in every order; 0 where there are none.
+// The first four digits in a row, since dates are written in every order; 0 if there are none.
 int32_t year_in(std::string_view date);
 
 // True for a name that ends as audio files do. The scan ignores other files.

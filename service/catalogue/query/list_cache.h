@@ -39,7 +39,7 @@ class Entry {
 };
 
 struct List {
-    // At which index an entry is.
+    // An entry, and its index in the list.
     struct Place {
         Entry entry;
         uint32_t at;
@@ -69,19 +69,20 @@ class ListCache {
     std::shared_ptr<const List> get(const std::string &name, const std::function<List()> &make)
         EXCLUDES(mutex_);
 
-    // Null where it is not kept.
+    // Null if it is not kept.
     std::shared_ptr<const List> find(const std::string &name) EXCLUDES(mutex_);
 
-    // What few letters find in a list, where that is known for a name like those of lists; else
+    // What few letters find in a list, if that is known for a name like those of lists; else
     // null. The newest of each list is kept.
     std::shared_ptr<const WidePrefixes> prefixes(const std::string &list, const std::string &name)
         EXCLUDES(mutex_);
     void set_prefixes(const std::string &list, const std::string &name,
                       std::shared_ptr<const WidePrefixes> prefixes) EXCLUDES(mutex_);
 
-    // For a catalogue that is made again, and counts its generations from the beginning.
+    // Called when the catalogue is made again, since it then counts its generations from the
+    // beginning.
     void clear() EXCLUDES(mutex_);
-    // How often that was.
+    // How often clear() was called.
     uint64_t clears() const { return clears_; }
 
   private:

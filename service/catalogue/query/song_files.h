@@ -23,7 +23,7 @@ struct LocatedSong {
     int32_t duration_ms = 0;
 };
 
-// What names a song: uid and node as in LocatedSong, "" where they are not known, and the entry of
+// What names a song: uid and node as in LocatedSong, "" if they are not known, and the entry of
 // a playlist file, which is looked for after those. The texts are borrowed.
 struct SongName {
     std::string_view uid;
@@ -49,7 +49,7 @@ class SongFinder {
     explicit SongFinder(Database &database) : database_(database) {}
     void add(Where where) { sources_.push_back(std::move(where)); }
 
-    // With id 0 where there is no such song now.
+    // With id 0 if there is no such song now.
     QueuedSong find(const SongName &name);
 
   private:

@@ -52,7 +52,7 @@ class SourceBrowser {
     void browse(Place place, Range range, NodeSink &nodes);
     // Gives the nodes of those entries of the list that are wanted.
     void nodes(const List &list, Range range, NodeSink &nodes);
-    Node node(Entry entry); // with an empty id where there is none
+    Node node(Entry entry); // with an empty id if there is none
 
   private:
     ListPointer kept(const std::string &what, const std::function<List()> &make);

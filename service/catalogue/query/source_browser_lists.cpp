@@ -128,7 +128,7 @@ SourceBrowser::ListPointer SourceBrowser::entries(Place place) {
     return kept(fmt::format("{}{}", char{place.kind}, place.id), [&] { return list_of(place); });
 }
 
-// The folder at the top of the source; 0 where there is no song.
+// The folder at the top of the source; 0 if there is no song.
 int64_t SourceBrowser::top_folder() {
     return database_.number(0, "SELECT id FROM node WHERE source = ?1 AND kind = ?2 AND key = ?3",
                             source_, kind_folder, key_of(kind_folder, ""));

@@ -1,4 +1,4 @@
-// What one or two letters find.
+// The finds of searches for one or two letters.
 //
 // A search that begins with so little finds a large part of a long list, and the full-text index
 // gives its finds one by one. So the finds of those letters are kept, a bit for each entry.
@@ -23,7 +23,7 @@ namespace vantro::service::catalogue {
 // What a search looks through: the songs, or the nodes of a kind, and which columns of their words.
 struct Searched {
     Kind kind;
-    std::string_view columns; // as the index has them; all where it is empty
+    std::string_view columns; // as the index has them; all if it is empty
 };
 
 // The numbers that the index gives for an expression, in the order in which entries sort.
@@ -35,7 +35,7 @@ class WidePrefixes {
     WidePrefixes(Database &database, Searched searched, std::shared_ptr<const List> all);
 
     // The entries that have, for each of the words, one that begins with it; in the order of the
-    // list. Nothing where a word is not kept, which says nothing about what it finds.
+    // list. Nothing if a word is not kept, which says nothing about what it finds.
     std::optional<std::vector<Entry>> find(const std::vector<std::string> &words) const;
 
   private:

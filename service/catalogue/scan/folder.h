@@ -19,14 +19,14 @@ struct FolderCloser {
 
 using Directory = std::unique_ptr<DIR, FolderCloser>;
 
-// Null, and errno, where the folder cannot be opened.
+// Null, and errno, if the folder cannot be opened.
 Directory open_folder(const MusicRoot &root, const std::string &path);
 
 // Gives the entries of a directory in the order of their bytes, so that the same files make the
-// same collection on every file system. Where it fails, those that could be read.
+// same collection on every file system. If it fails, those that could be read.
 std::optional<Error> list(DIR *directory, std::vector<std::string> &names);
 
-// False where the directory cannot be read.
+// False if the directory cannot be read.
 bool is_empty(const MusicRoot &root);
 
 } // namespace vantro::service::catalogue

@@ -11,7 +11,7 @@ namespace vantro::service::catalogue {
 
 struct Mount {
     std::string device; // major:minor
-    std::string root;   // what of the file system is mounted
+    std::string root;   // the part of the file system that is mounted
     std::string source; // as the kernel names it
 
     bool operator==(const Mount &) const = default;
@@ -20,7 +20,7 @@ struct Mount {
 // By mount point; of several at one point the uppermost.
 using Mounts = std::map<std::string, Mount>;
 
-// Reads the mounts from the start of an open /proc/self/mountinfo. Empty where it cannot be read.
+// Reads the mounts from the start of an open /proc/self/mountinfo. Empty if it cannot be read.
 Mounts read_mounts(int mountinfo);
 
 // A folder of a media root, and the key by which it is known when it returns: of a volume its
@@ -31,10 +31,10 @@ struct RootFolder {
     bool mounted = false;
 };
 
-// The folders in a media root, without links and hidden ones. False where it cannot be read.
+// The folders in a media root, without links and hidden ones. False if it cannot be read.
 bool list_root(const std::string &root, const Mounts &mounts, std::vector<RootFolder> &folders);
 
-// True where a folder can be read and nothing lies in it.
+// True if a folder can be read and nothing lies in it.
 bool is_empty_folder(const std::string &path);
 
 } // namespace vantro::service::catalogue

@@ -15,11 +15,11 @@
 
 namespace vantro::service::catalogue {
 
-// A directory of music. Only its status changes, and that by the scanning thread, and `gone`.
+// A directory of music. Only `status`, by the scanning thread, and `gone` change.
 struct MusicDirectory {
     int32_t id = 0;
     std::string path;
-    std::string key; // by which the catalogue's file knows it: a music directory's is its path
+    std::string key; // by which the catalogue's file knows it; for a music directory its path
     std::string name;
     int32_t type = 0; // VANTRO_SOURCE_*
     std::atomic<int32_t> status = 0;
@@ -35,7 +35,7 @@ class MusicSources {
         const MutexLock guard(mutex_);
         return sources_;
     }
-    // Null where there is none.
+    // Null if there is none.
     MusicPointer find(int32_t id) const EXCLUDES(mutex_) {
         const MutexLock guard(mutex_);
         const auto found = std::find_if(sources_.begin(), sources_.end(),

@@ -149,12 +149,12 @@ void RootWatch::watch_roots() {
             ++each;
             continue;
         }
-        inotify_rm_watch(inotify_, each->second); // of a root that is none any more
+        inotify_rm_watch(inotify_, each->second); // of a root that is no longer given
         each = watches_.erase(each);
     }
 }
 
-// Whether the list of sources is another one.
+// Whether the list of sources has changed.
 bool RootWatch::compare_roots(const Mounts &mounts) {
     std::vector<RootFolder> found;
     for (const std::string &root : roots_) {
@@ -169,7 +169,7 @@ bool RootWatch::compare_roots(const Mounts &mounts) {
             continue;
         }
         if (!keys.insert(each->key).second) {
-            each->key = "folder:" + each->path; // the same volume once more
+            each->key = "folder:" + each->path; // the same volume a second time
         }
         ++each;
     }

@@ -34,7 +34,7 @@ class RootWatch {
         std::function<void(int severity, const std::string &line)> log;
     };
 
-    // The whole of what is wanted, by canonical paths.
+    // All directories and roots that are wanted, by canonical paths.
     struct Music {
         std::vector<std::string> directories;
         std::vector<std::string> roots;
@@ -51,7 +51,7 @@ class RootWatch {
     void start() EXCLUDES(starting_);
     // Any thread; also before start().
     void stop() EXCLUDES(starting_);
-    // Has other music from its next look on. Any thread.
+    // Watches other music from its next look on. Any thread.
     void set_music(Music wanted) EXCLUDES(wanted_mutex_);
 
   private:
@@ -76,7 +76,7 @@ class RootWatch {
     Mutex wanted_mutex_;
     std::optional<Music> wanted_ GUARDED_BY(wanted_mutex_);
 
-    // Of the thread alone, once it runs.
+    // Used only by the thread, once it runs.
     std::vector<std::string> roots_;
     std::map<std::string, int> watches_; // by root
     // Set once other directories are wanted than those that were there from the start.

@@ -48,7 +48,7 @@ class Scan {
     };
 
     // `root` is the directory of the source. It outlives the scan, as all parts do. Throws
-    // an Error where the directory cannot be opened for now.
+    // an Error if the directory cannot be opened for now.
     Scan(Parts parts, int32_t source, const std::string &root);
 
     // Compares `folder` and those folders below it that nobody watches, or, with `all`, every one.
@@ -113,7 +113,7 @@ class Scan {
     Parts parts_;
     const int32_t source_;
     const std::string &root_;
-    std::shared_ptr<const MusicRoot> top_; // none where the source is gone
+    std::shared_ptr<const MusicRoot> top_; // none if the source is gone
     struct stat root_status_ = {};
     std::optional<Error> gone_;
     bool stopped_ = false;

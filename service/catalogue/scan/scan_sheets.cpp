@@ -13,7 +13,7 @@
 namespace vantro::service::catalogue {
 
 // Whether the catalogue has the file as it is, and as the sheet beside it is. It then counts as
-// seen, as it does where it has changed. `rows` are the names by which it is known.
+// seen, as it does if it has changed. `rows` are the names by which it is known.
 bool Scan::is_known(Reading &reading, const std::string &name, FileStamp stamp,
                     std::vector<std::string> &rows) {
     const auto sheet = reading.sheets.find(name);

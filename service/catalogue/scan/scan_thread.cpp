@@ -256,7 +256,7 @@ bool ScanThread::guarded(const std::function<void()> &work, MusicDirectory *sour
     if (workers_) {
         workers_->abandon();
     }
-    // Closing the file undoes what was not committed, even where an undo fails.
+    // Closing the file undoes what was not committed, even if an undo fails.
     writer_.reset();
     database_.reset();
     if (failure != failure_) {

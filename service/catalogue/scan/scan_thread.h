@@ -108,14 +108,14 @@ class ScanThread {
     Mutex remounted_mutex_;
     std::set<int32_t> remounted_ GUARDED_BY(remounted_mutex_);
 
-    // Of the thread alone.
+    // Used only by the thread.
     std::map<int32_t, MusicPointer> adopted_; // the sources that it works on
     std::unique_ptr<Database> database_;
     std::unique_ptr<Writer> writer_;
     std::unique_ptr<Workers> workers_;
     std::map<int32_t, Unfinished> unfinished_; // by source; an entry for each
     Clock::time_point scanned_;                // when everything was looked at last
-    Clock::time_point next_try_;               // of what is unfinished
+    Clock::time_point next_try_;               // for the unfinished sources
     int tries_ = 0;                            // since something became unfinished
     bool failing_ = false;                     // the last try ended with a failure
     bool short_of_descriptors_ = false;

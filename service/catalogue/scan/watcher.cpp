@@ -64,7 +64,7 @@ bool Watcher::add(const WatchedFolder &folder, const std::string &path, int dire
     if (descriptor_ < 0) { // inotify could not be had before
         descriptor_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     }
-    // By its descriptor: another folder may lie at the path by now.
+    // By its descriptor, since another folder may be at the path by now.
     const std::string opened = fmt::format("/proc/self/fd/{}", directory);
     int number =
         descriptor_ < 0 ? -1 : inotify_add_watch(descriptor_, opened.c_str(), watched_events);

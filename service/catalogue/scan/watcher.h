@@ -31,7 +31,7 @@ class Watcher {
     Watcher &operator=(const Watcher &) = delete;
 
     // Watches the folder that is open as `directory` and lies at `path`; it may be watched already.
-    // False where it cannot be watched.
+    // False if it cannot be watched.
     bool add(const WatchedFolder &folder, const std::string &path, int directory);
     // Watches one file that can be written under another name than the one in that folder: it has
     // several names, or a link leads to it. A change of it counts as a change of the folder. True

@@ -69,7 +69,7 @@ class Workers {
     Mutex mutex_;
     Condition jobs_changed_;
     Condition done_changed_;
-    // Not begun, with their numbers.
+    // Jobs that were not begun, with their numbers.
     std::deque<std::pair<uint64_t, Job>> jobs_ GUARDED_BY(mutex_);
     // One for each job that is under way.
     std::deque<std::optional<Done>> results_ GUARDED_BY(mutex_);

@@ -9,7 +9,7 @@
 namespace vantro::service::catalogue {
 
 // Bytes whose plain order is the order of names that people expect: "Track 2" before "Track 10",
-// case and accents only where nothing else differs, in every script. At most sort_key_max bytes.
+// case and accents only if nothing else differs, in every script. At most sort_key_max bytes.
 std::string sort_key(std::string_view name);
 inline constexpr size_t sort_key_max = 1024;
 
