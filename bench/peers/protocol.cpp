@@ -136,7 +136,7 @@ class Measured {
         mpd_status_free(status);
     }
 
-    // From before a command to when another client was told of it.
+    // The time from before a command until another client learned of it.
     Times event(size_t count) {
         Times times;
         for (size_t i = 0; i < count; ++i) {

@@ -17,7 +17,8 @@ static_assert(sizeof(VantroStateInfo) == 16);
 static_assert(sizeof(VantroTrksessionInfo) == 16);
 
 // Room for the answer of every command that changes something. It is had before the command is
-// carried out: an answer that cannot be made would tell of a refusal that was none.
+// carried out: an answer that cannot be made would look like a refusal, although the command was
+// carried out.
 constexpr size_t short_answer = 64;
 
 enum class Player { needed, optional };

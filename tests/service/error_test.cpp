@@ -1,4 +1,4 @@
-// How errors of the service are told apart, and what clients and the log are told of them.
+// How errors of the service are told apart, and what clients and the log get of them.
 #include <cerrno>
 #include <new>
 #include <system_error>

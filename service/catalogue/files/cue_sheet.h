@@ -59,7 +59,7 @@ const std::string *file_of_sheet(const CueSheet &sheet, std::string_view name,
                                  const std::vector<std::string> &names);
 
 // The songs that the sheet makes of a whole file, which complete() has not seen. Nothing where a
-// track begins behind the end of the file.
+// track begins after the end of the file.
 std::optional<std::vector<FoundSong>> cut_by_sheet(const FoundSong &whole, const CueSheet &sheet);
 
 // The name of a track among the files of a folder: FILE/NN. No file is called so.

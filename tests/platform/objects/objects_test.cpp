@@ -201,7 +201,7 @@ TEST(Notification, FiresOnceForWhatComesAfterIt) {
     reader.read_all();
     for (int round = 0; round < 3; ++round) {
         ASSERT_EQ(reader.arm(), 0);
-        ASSERT_EQ(reader.arm(), 0) << "anew";
+        ASSERT_EQ(reader.arm(), 0) << "armed again";
         EXPECT_EQ(signals.take(), 0);
         set(publisher, "o", "a", "2");
         set(publisher, "o", "a", "3");

@@ -135,7 +135,7 @@ const std::pair<const char *, const char *> stories[] = {
      "repeat=1 play +60000 P0@0 +31536000000 +15000 P1@5000"},
     {"repeat one stays, and next leaves it",
      "repeat=2 play +86403000 P0@3000 next P1@0 +41000 P1@1000 next P2@0 next P0@0"},
-    {"next behind the last track ends", "play next next P2@0 next S0@0 next S1@0"},
+    {"next after the last track ends", "play next next P2@0 next S0@0 next S1@0"},
     {"previous restarts a track that has run a while",
      "play +12000 P1@2000 +1001 previous P1@0 +3000 previous P0@0 previous P0@0 repeat=1 "
      "previous P2@0"},

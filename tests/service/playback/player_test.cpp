@@ -155,7 +155,7 @@ TEST(Player, ExchangesTheSessionUnderWhatPlays) {
         int32_t at;
         int32_t position;
     } rows[] = {
-        {"behind all", 1, "song4", VANTRO_TRKSESSION_APPEND, 0, "1234", 1, 500},
+        {"after all", 1, "song4", VANTRO_TRKSESSION_APPEND, 0, "1234", 1, 500},
         {"after the current one", 0, "1:song4\n1:few\n", VANTRO_TRKSESSION_INSERT, 0, "12412334", 1,
          500},
         {"one before it is taken away", 1, "song2\nsong3", VANTRO_TRKSESSION_KEEP, 0, "23", 0, 500},

@@ -78,7 +78,8 @@ struct ipc_event {
     int16_t priority;   /**< Pulse: the priority asked for; carried, without effect here. */
 };
 
-/** What a receive tells of the message it returned. For a pulse every field but channel is 0. */
+/** What a receive says about the message that it returned. For a pulse every field but channel is
+ * 0. */
 struct ipc_info {
     int32_t pid;          /**< Process id of the sender, as the kernel vouches for it. */
     int32_t conn_id;      /**< Server-side id of the sender's connection. */
