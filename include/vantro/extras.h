@@ -147,7 +147,7 @@ enum {
  * no service.
  *
  * Events. When the service ends, vantro_event_get() gives what it still said, and then
- * VANTRO_EVENT_NONE without a name, as if nothing is new. Once a service publishes the player
+ * VANTRO_EVENT_NONE without a name, as when nothing is new. Once a service publishes the player
  * again, it gives a VANTRO_EVENT_NONE whose `object_name` is VANTRO_OBJECT_RECONNECTED, with an
  * empty dictionary, and after it the full picture, as at first. What vantro_event_data_set()
  * attached before is forgotten. vantro_event_wait(), vantro_event_wait_for() and the descriptor of

@@ -40,10 +40,10 @@
  *
  * Results. A function returns 0 on success and -1 on failure, unless its own text says otherwise.
  * Why it failed is logged: the library writes to the system's log (code 0x06B02710), severity 3
- * where the service could not be reached, 5 if an argument was wrong or the service refused.
+ * if the service could not be reached, 5 if an argument was wrong or the service refused.
  * errno is set only where a function's text says so; any other failure leaves it as it was. Four
  * failures are common to many functions:
- *  - bad handle: NULL, or no player is open if one is needed. Nothing is sent.
+ *  - bad handle: NULL, or no player is open although one is needed. Nothing is sent.
  *  - failed exchange: the service is gone (for good: connect again), a signal handler interrupted
  *    the call, the process is short of descriptors or memory, or the answer was longer than it may
  *    be.

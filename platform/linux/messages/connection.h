@@ -10,7 +10,7 @@
 //  - Where the server hands over, a lane belongs to the processor from which it was first used. A
 //    thread takes a lane of its own processor if it can, and the server then answers there.
 //  - The control socket has at most one request unanswered. If a wait ended without its answer,
-//  whoever uses the control socket next collects that answer first.
+//    whoever uses the control socket next collects that answer first.
 //  - Time limits are set on the sockets, so that a bounded exchange needs no more system calls.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_CONNECTION_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_CONNECTION_H

@@ -3,8 +3,8 @@
 //
 //  - A look lasts at most look_ns.
 //  - A look in vain takes its whole duration from the thread's budget, including time in which
-//  other threads ran. The budget grows by a fiftieth of the time that passes, up to budget_ns. So
-//  looks in vain cost at most a fiftieth of a thread's time, and budget_ns at once.
+//    other threads ran. The budget grows by a fiftieth of the time that passes, up to budget_ns. So
+//    looks in vain cost at most a fiftieth of a thread's time, and budget_ns at once.
 //  - A look does not yield the processor. The peer runs on another one, and a thread that yields
 //    if others want the processor waits for all of their turns, and again before its next one.
 //  - A look that lasted much longer lost its processor: others want it. The thread then does not

@@ -22,12 +22,12 @@ class Table {
     using Row = std::vector<std::string>;
 
     // @param columns the last one is the name: it stands last, so that a script written from right
-    // to left does not disorder the others.
-    // @param width   of the terminal; nothing for tabs, if there are no heads either.
+    //                to left does not disorder the others.
+    // @param width   of the terminal; nothing for tabs, which have no heads either.
     Table(std::vector<Column> columns, std::optional<int> width);
 
-    // The lines of these rows. The first rows determine the widths of the columns. @param playing
-    // the indices of the rows that show what plays.
+    // The lines of these rows. The first rows determine the widths of the columns.
+    // @param playing the indices of the rows that show what plays.
     std::string lines(const std::vector<Row> &rows, const std::vector<size_t> &playing = {});
 
   private:
