@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "service/catalogue/query/wide_prefixes.h"
+
 namespace vantro::service::catalogue {
 
 const List::Place *List::find(Entry entry) const {
@@ -92,15 +94,30 @@ std::shared_ptr<const List> ListCache::get(const std::string &name,
 std::shared_ptr<const WidePrefixes> ListCache::prefixes(const std::string &list,
                                                         const std::string &name) {
     const MutexLock guard(mutex_);
-    const auto found = prefixes_.find(list);
-    return found != prefixes_.end() && found->second.name == name ? found->second.prefixes
-                                                                  : nullptr;
+    const auto found =
+        std::find_if(prefixes_.begin(), prefixes_.end(), [&](const KeptPrefixes &each) {
+            return each.list == list && each.name == name;
+        });
+    if (found == prefixes_.end()) {
+        return nullptr;
+    }
+    std::rotate(found, found + 1, prefixes_.end());
+    return prefixes_.back().prefixes;
 }
 
 void ListCache::set_prefixes(const std::string &list, const std::string &name,
                              std::shared_ptr<const WidePrefixes> prefixes) {
+    KeptPrefixes made = {list, name, std::move(prefixes)};
+    size_t total = made.prefixes->bytes();
     const MutexLock guard(mutex_);
-    prefixes_[list] = {name, std::move(prefixes)};
+    std::erase_if(prefixes_, [&](const KeptPrefixes &each) { return each.list == list; });
+    auto first = prefixes_.end(); // of those for which there is room
+    while (first != prefixes_.begin() &&
+           total + (first - 1)->prefixes->bytes() <= prefixes_bytes_max) {
+        total += (--first)->prefixes->bytes();
+    }
+    prefixes_.erase(prefixes_.begin(), first);
+    prefixes_.push_back(std::move(made));
 }
 
 void ListCache::clear() {

@@ -73,7 +73,7 @@ class ListCache {
     std::shared_ptr<const List> find(const std::string &name) EXCLUDES(mutex_);
 
     // What few letters find in a list, if that is known for a name like those of lists; else
-    // null. The newest of each list is kept.
+    // null. The newest of each list is kept, and those that were used most recently.
     std::shared_ptr<const WidePrefixes> prefixes(const std::string &list, const std::string &name)
         EXCLUDES(mutex_);
     void set_prefixes(const std::string &list, const std::string &name,
@@ -88,6 +88,8 @@ class ListCache {
   private:
     // The lists of a hundred thousand songs, in every order, take half of this.
     static constexpr size_t bytes_max = 24u * 1024 * 1024;
+    // With the lists that they hold. Those of a million songs take two thirds of this.
+    static constexpr size_t prefixes_bytes_max = 64u * 1024 * 1024;
 
     struct Kept {
         std::string name;
@@ -102,10 +104,11 @@ class ListCache {
     size_t bytes_ GUARDED_BY(mutex_) = 0;
 
     struct KeptPrefixes {
+        std::string list;
         std::string name;
         std::shared_ptr<const WidePrefixes> prefixes;
     };
-    std::unordered_map<std::string, KeptPrefixes> prefixes_ GUARDED_BY(mutex_); // by list
+    std::vector<KeptPrefixes> prefixes_ GUARDED_BY(mutex_); // the most recently used last; a few
 };
 
 } // namespace vantro::service::catalogue

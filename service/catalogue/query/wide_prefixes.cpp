@@ -35,9 +35,21 @@ Rows search_index(Database &database, Searched searched, std::string_view expres
 
 WidePrefixes::WidePrefixes(Database &database, Searched searched, std::shared_ptr<const List> all)
     : searched_(searched), all_(std::move(all)) {
-    if (all_->entries.size() < finds_min) {
+    if (all_->entries.size() >= finds_min) {
+        keep_all(database);
+    }
+    if (kept_.empty()) {
+        all_.reset();
         return;
     }
+    bytes_ +=
+        all_->entries.capacity() * sizeof(Entry) + all_->places.capacity() * sizeof(List::Place);
+    for (const auto &[prefix, bits] : kept_) {
+        bytes_ += sizeof(*kept_.begin()) + bits.size() * sizeof(uint64_t);
+    }
+}
+
+void WidePrefixes::keep_all(Database &database) {
     for (const char first : letters) {
         keep(database, std::string(1, first));
     }

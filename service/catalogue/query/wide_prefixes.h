@@ -38,16 +38,21 @@ class WidePrefixes {
     // list. Nothing if a word is not kept, which says nothing about what it finds.
     std::optional<std::vector<Entry>> find(const std::vector<std::string> &words) const;
 
+    // What it takes, with the list that it holds.
+    size_t bytes() const { return bytes_; }
+
   private:
     // One for each entry of the list, 64 in each.
     using Bits = std::vector<uint64_t>;
 
+    void keep_all(Database &database);
     // Keeps it, if it is worth keeping.
     void keep(Database &database, const std::string &prefix);
 
     const Searched searched_;
-    const std::shared_ptr<const List> all_;
+    std::shared_ptr<const List> all_; // null where nothing is kept
     std::unordered_map<std::string, Bits> kept_;
+    size_t bytes_ = sizeof(WidePrefixes);
 };
 
 } // namespace vantro::service::catalogue

@@ -68,7 +68,7 @@ TEST_F(Prefixes, FindWhatTheIndexFinds) {
         }
         list.place_entries({});
         const auto all = std::make_shared<const List>(std::move(list));
-        const WidePrefixes prefixes(*database, searched, all);
+        const auto prefixes = std::make_shared<const WidePrefixes>(*database, searched, all);
         int kept = 0;
         for (const std::string one :
              {"a", "b", "c", "1", "z", "ab", "ba", "aa", "1a", "é", "abc"}) {
@@ -79,7 +79,7 @@ TEST_F(Prefixes, FindWhatTheIndexFinds) {
                     words.push_back(two);
                     expression += " \"" + two + "\"*";
                 }
-                if (const auto found = prefixes.find(words)) {
+                if (const auto found = prefixes->find(words)) {
                     ++kept;
                     EXPECT_EQ(*found, in_order(*all, *database, searched, expression))
                         << expression;
@@ -88,6 +88,15 @@ TEST_F(Prefixes, FindWhatTheIndexFinds) {
         }
         EXPECT_GT(kept, 5) << searched.columns;
         EXPECT_LT(kept, 40) << searched.columns;
+
+        ListCache cache; // of sources that come and go
+        for (int source = 0; source < 1000; ++source) {
+            cache.set_prefixes(std::to_string(source), "1", prefixes);
+            EXPECT_EQ(cache.prefixes(std::to_string(source), "1"), prefixes);
+            EXPECT_EQ(cache.prefixes(std::to_string(source), "2"), nullptr);
+        }
+        EXPECT_NE(cache.prefixes("990", "1"), nullptr);
+        EXPECT_EQ(cache.prefixes("0", "1"), nullptr);
     }
 }
 
