@@ -88,6 +88,7 @@ struct QueuedSong {
 struct SongPart {
     int64_t start_us = 0;
     int64_t stop_us = 0;
+    std::string file; // the same text for the same file
 };
 
 // Which entries of a list are wanted. `offset` below 0 counts as 0; `count` of 0 or less means all.

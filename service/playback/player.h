@@ -174,8 +174,8 @@ class Player : private sound::Listener {
     sound::Wanted wanted() override { return engine_.wanted(); }
     int open_song(int64_t song) override { return catalogue_.open(song); }
     sound::Part part_of(int64_t song) override {
-        const catalogue::SongPart part = catalogue_.part(song);
-        return {part.start_us, part.stop_us};
+        catalogue::SongPart part = catalogue_.part(song);
+        return {part.start_us, part.stop_us, std::move(part.file)};
     }
     void started(uint64_t cue, int64_t position_us) override;
     void reached(uint64_t cue, int64_t position_us) override;

@@ -79,9 +79,11 @@ Result<std::unique_ptr<MpvCore>> MpvCore::make(const MpvOptions &options, MpvFil
     if (options.device == "null") {
         mpv->set_option_string(handle, "ao", "null");
     } else if (options.device.rfind(pcm, 0) == 0) {
+        core->in_real_time_ = false;
         mpv->set_option_string(handle, "ao", "pcm");
         mpv->set_option_string(handle, "ao-pcm-file", options.device.c_str() + std::strlen(pcm));
     } else if (options.device.rfind(pipe, 0) == 0) {
+        core->in_real_time_ = false;
         const std::string path = options.device.substr(std::strlen(pipe));
         if (std::optional<Error> error = core->pipe_.open(path)) {
             return *std::move(error);
@@ -190,6 +192,10 @@ void MpvCore::forget_following() {
 void MpvCore::stop() {
     const char *command[] = {"stop", nullptr};
     mpv_.command(core_, command);
+}
+
+void MpvCore::set_end(int64_t stop_us) {
+    set_text("end", stop_us > 0 ? seconds_text(stop_us).c_str() : "none");
 }
 
 bool MpvCore::seek(int64_t position_us) {

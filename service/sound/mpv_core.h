@@ -46,12 +46,16 @@ class MpvCore {
     int64_t append(int64_t song, const Part &part);
     void forget_following();
     void stop();
+    // Where in its file what is played ends; 0 for the file's end.
+    void set_end(int64_t stop_us);
     // From the start of the file. False where mpv refuses.
     bool seek(int64_t position_us);
     void set_flag(const char *property, bool value);
     void set_number(const char *property, double value);
     void set_text(const char *property, const char *value);
     bool flag(const char *property) const;
+    // Whether the output takes music as fast as it is heard: no file, and no pipe.
+    bool in_real_time() const { return in_real_time_; }
     // Whether an output is open.
     bool has_output() const;
     // In the file, of what is heard: before the song's start while the end of the one before it
@@ -78,6 +82,7 @@ class MpvCore {
     const MpvLibrary &mpv_;
     mpv_handle *const core_;
     PipeOutput pipe_;
+    bool in_real_time_ = true;
 };
 
 // The outputs that there are now. Fails without mpv.

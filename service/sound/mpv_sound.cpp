@@ -20,10 +20,6 @@ constexpr double without_limit = -1;
 // After a round for which there was no memory.
 constexpr double try_again_seconds = 1;
 
-// Positions are reported in steps of the output's buffer. This near to its start a track has
-// started.
-constexpr int64_t near_enough_us = 2000;
-
 } // namespace
 
 MpvSound::~MpvSound() {
@@ -229,6 +225,15 @@ void MpvSound::before_entry_ends() noexcept {
         return;
     }
     try {
+        if (following_.joined) {
+            // It has played that too, unless it was told too late to.
+            const std::optional<int64_t> reached = own_core_->position_us();
+            if (reached && *reached > current_.part.stop_us + near_enough_us) {
+                play_on(0);
+            } else {
+                following_ = {};
+            }
+        }
         report_start(current_.cue.position_us);
         apply(listener_.wanted());
     } catch (const std::bad_alloc &) {
@@ -261,7 +266,7 @@ void MpvSound::entry_ends(const mpv_event_end_file &end) {
 
 // The VANTRO_ERROR_* for which the current entry could not be played to its end, or 0.
 int32_t MpvSound::failure_of(const mpv_event_end_file &end) {
-    if (const int32_t error = files_.error_of(current_.cue.song); error != 0) {
+    if (const int32_t error = files_.error_of(current_.opened); error != 0) {
         return error;
     }
     const bool sought_to_end =
@@ -288,14 +293,6 @@ void MpvSound::report_end_when_idle() {
         listener_.ended(ending_);
     }
     forget_all();
-}
-
-void MpvSound::forget_all() {
-    current_ = {};
-    following_ = {};
-    ending_ = 0;
-    failure_ = 0;
-    seeking_ = false;
 }
 
 void MpvSound::take_replaygain() {
@@ -336,86 +333,6 @@ void MpvSound::hold(bool held) {
     }
 }
 
-void MpvSound::go_to(const Wanted &wanted) {
-    if (wanted.now.number == 0) {
-        if (current_.number != 0) {
-            own_core_->stop();
-            forget_all();
-        }
-        return;
-    }
-    if (output_bad_ && !wanted.playing) {
-        return;
-    }
-    output_bad_ = false;
-    if (wanted.now.number == ending_) {
-        // What mpv went on with may not be what is to follow any more.
-        if (current_.number != 0 && current_.cue.number != ending_ &&
-            current_.cue.number != wanted.next.number) {
-            listener_.ended(ending_);
-        }
-        return;
-    }
-    if (wanted.now.number != current_.cue.number) {
-        if (wanted.now.number == failed_ && !wanted.playing) {
-            return;
-        }
-        place(wanted.now);
-    }
-    if (failure_ != 0) {
-        return; // mpv becomes idle, and only then it is known what is to follow
-    }
-    if (wanted.next.number != following_.cue.number) {
-        following_ = {};
-        if (wanted.next.number == 0) {
-            own_core_->forget_following();
-        } else {
-            files_.forget(wanted.next.song);
-            following_.cue = wanted.next;
-            following_.part = listener_.part_of(wanted.next.song);
-            following_.number = own_core_->append(wanted.next.song, following_.part);
-        }
-    }
-    choose_end();
-}
-
-// What begins within a file begins with a seek, and that throws away what the output still holds of
-// the entry before. So mpv is to go on with it only when all of that has been heard. As long as
-// nothing is known to follow a part of a file, another part may. While mpv goes from one to the
-// other it must not be told so: it would open the output anew.
-void MpvSound::choose_end() {
-    const bool part_follows =
-        following_.number != 0 ? following_.part.start_us > 0 : current_.part.stop_us > 0;
-    const bool plays_out = part_follows && in_entry_;
-    if (std::exchange(plays_out_, plays_out) != plays_out) {
-        own_core_->set_text("gapless-audio", plays_out ? "no" : "yes");
-    }
-}
-
-// Makes mpv play from there.
-void MpvSound::place(const Cue &cue) {
-    ending_ = 0;
-    failure_ = 0;
-    if (current_.open && current_.loaded && current_.cue.song == cue.song) {
-        seeking_ = true;
-        if (own_core_->seek(current_.part.start_us + cue.position_us)) {
-            current_.cue = cue;
-            current_.placed = false;
-            current_.reported = false;
-            return;
-        }
-    }
-    forget_all();
-    files_.forget(cue.song);
-    current_.cue = cue;
-    current_.part = listener_.part_of(cue.song);
-    current_.number = own_core_->load(cue.song, current_.part, cue.position_us);
-    if (current_.number == 0) { // there is no memory for it
-        failed_ = cue.number;
-        listener_.failed(cue.number, VANTRO_ERROR_UNREADABLE);
-    }
-}
-
 // Returns in how many seconds what follows will have started, if that is near.
 std::optional<double> MpvSound::report_progress(const Wanted &wanted) {
     if (!current_.open || !current_.placed) {
@@ -430,7 +347,7 @@ std::optional<double> MpvSound::report_progress(const Wanted &wanted) {
         if (known && current_.cue.number == wanted.now.number) {
             listener_.reached(current_.cue.number, *known);
         }
-        return std::nullopt;
+        return following_.joined && known ? progress_to_next(wanted, *known) : std::nullopt;
     }
     const int64_t position = known.value_or(current_.cue.position_us);
     if (position < -near_enough_us) {
@@ -439,6 +356,17 @@ std::optional<double> MpvSound::report_progress(const Wanted &wanted) {
     }
     report_start(std::max<int64_t>(position, 0));
     return 0; // what follows now is to be asked for
+}
+
+// The same for a part that mpv plays on into. `position_us` is in the current one.
+std::optional<double> MpvSound::progress_to_next(const Wanted &wanted, int64_t position_us) {
+    const int64_t left = current_.part.stop_us - current_.part.start_us - position_us;
+    if (left > near_enough_us) {
+        const double seconds = static_cast<double>(left) / 1e6 / static_cast<double>(rate_);
+        return wanted.playing ? std::optional(seconds) : std::nullopt;
+    }
+    play_on(-left);
+    return 0;
 }
 
 void MpvSound::report_start(int64_t position_us) {

@@ -10,6 +10,10 @@
 // when its position reaches 0, and an end with nothing after it when mpv becomes idle. At the end
 // of each entry mpv waits until the thread has seen to it that what follows is known.
 //
+// A part of a file is played with mpv's options `start` and `end`. If the next part of the same
+// file follows, it is no entry of its own: `end` is moved, and the part has started when the
+// position reaches it.
+//
 // While nothing plays the thread sleeps without a timer.
 #ifndef VANTRO_SERVICE_SOUND_MPV_SOUND_H
 #define VANTRO_SERVICE_SOUND_MPV_SOUND_H
@@ -26,6 +30,10 @@
 #include "service/sound/sound.h"
 
 namespace vantro::service::sound {
+
+// Positions are reported in steps of the output's buffer. This near to its start a track has
+// started.
+inline constexpr int64_t near_enough_us = 2000;
 
 class MpvSound : public Sound {
   public:
@@ -50,6 +58,10 @@ class MpvSound : public Sound {
         bool loaded = false;   // it can be sought in
         bool placed = false;   // mpv is where the cue says
         bool reported = false; // as started
+        // Of what follows: it is the next part of the same file, and mpv plays on into it.
+        bool joined = false;
+        int64_t opened = 0;  // the song whose file mpv has opened for it
+        int64_t stop_us = 0; // where mpv is to end it
     };
 
     void start_thread() REQUIRES(mutex_);
@@ -69,10 +81,15 @@ class MpvSound : public Sound {
     void hold(bool held);
     void go_to(const Wanted &wanted);
     void place(const Cue &cue);
+    bool plays_on_into(const Part &part) const;
+    void follow_with(const Cue &cue);
+    void play_on(int64_t position_us);
+    void set_end(int64_t stop_us);
     void choose_end();
     void forget_all();
     void report_end_when_idle();
     std::optional<double> report_progress(const Wanted &wanted);
+    std::optional<double> progress_to_next(const Wanted &wanted, int64_t position_us);
     void report_start(int64_t position_us);
     void output_failed(const Error &why);
 

@@ -31,6 +31,7 @@ struct Cue {
 struct Part {
     int64_t start_us = 0;
     int64_t stop_us = 0;
+    std::string file; // the same text for the same file
 };
 
 struct Wanted {

@@ -182,8 +182,12 @@ std::string path_of(Database &database, SongId song) {
 }
 
 SongPart part_of(Database &database, SongId song) {
-    Rows row = database.query("SELECT start, stop FROM song WHERE id = ?1", song);
-    return row.next() ? SongPart{row.integer(0), row.integer(1)} : SongPart();
+    Rows row = database.query("SELECT start, stop, folder, file FROM song WHERE id = ?1", song);
+    if (!row.next()) {
+        return {};
+    }
+    const std::string file(file_of_track(row.text(3)));
+    return {row.integer(0), row.integer(1), std::to_string(row.integer(2)) + '/' + file};
 }
 
 std::vector<std::string> extended_of(const SongMetadata &metadata,
