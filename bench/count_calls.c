@@ -1,6 +1,6 @@
 // Preloaded by scripts/count-syscalls: counts the system calls of an exchange that a program makes
 // through the C library, without slowing it down as a tracer would. The counts are in the file that
-// COUNT_CALLS names, as 64-bit numbers in the order of `called`.
+// COUNT_CALLS names, as 64-bit numbers in the order of `Called`.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -13,7 +13,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-enum called {
+enum Called {
     call_sendmsg,
     call_recvmsg,
     call_epoll_wait,

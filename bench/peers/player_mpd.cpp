@@ -99,7 +99,7 @@ class Mpd : public Player {
 
   private:
     static std::string configuration(const std::string &music, const std::string &state) {
-        const std::string path = state + "/mpd.conf";
+        std::string path = state + "/mpd.conf";
         std::ofstream(path) << "music_directory \"" << music << "\"\n"
                             << "db_file \"" << state << "/database\"\n"
                             << "bind_to_address \"" << state << "/socket\"\n"

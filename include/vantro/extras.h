@@ -2,9 +2,9 @@
  * @file
  * Conveniences beyond the system's published interface: freeing what queries return, and following
  * a player from an event loop, for a limited time, or until another thread ends it; time limits for
- * the service, why a call failed, the names of the players, saved playlists, lists that come with
- * their metadata, lists of any length, and the version of the library. status.h, which this header
- * includes, has all of a player's status in one exchange, and the volume.
+ * the service, why a call failed, all of a player's status in one exchange, the volume, the names
+ * of the players, saved playlists, lists that come with their metadata, lists of any length, and
+ * the version of the library.
  *
  * Freeing. Each function frees every string of each record, then the block that holds the records;
  * NULL does nothing. Records of the library's own, such as those of an event, are not to be freed.
@@ -16,9 +16,9 @@
 #include <stdint.h>
 
 #include <vantro/export.h>
+#include <vantro/extras_records.h>
 #include <vantro/player.h>
 #include <vantro/records.h>
-#include <vantro/status.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -165,28 +165,72 @@ enum {
  */
 VANTRO_API int vantro_set_reconnect(VantroHandle *handle, int mode);
 
-/** Supplementary groups that a VantroIdentity has room for. */
-#define VANTRO_IDENTITY_GROUPS 8
+/**
+ * Asks how loud the player plays. Like the calls below an extension of vantrod's: a service that
+ * does not know it refuses it (VANTRO_FAILURE_REFUSED, `number` ENOSYS). Needs an open player.
+ * Blocks until the service answers.
+ * @param handle with an open player.
+ * @param volume receives the answer; untouched on failure.
+ * @return 0, or -1: bad handle, failed exchange, refusal.
+ */
+VANTRO_API int vantro_get_volume(VantroHandle *handle, VantroVolume *volume);
 
-/** What a service takes a program for, and what the service is. 340 bytes, as the service sent
- *  them. */
-typedef struct VantroIdentity {
-    int32_t service_pid; /**< Process id of the service, as the service itself sees it. */
-    int32_t pid;         /**< Process id of the program that asks, as the service sees it. */
-    uint32_t uid;        /**< Its effective user. */
-    uint32_t gid;        /**< Its effective group. */
-    int32_t group_count; /**< Entries in use of `groups`. */
-    uint32_t groups[VANTRO_IDENTITY_GROUPS]; /**< Supplementary groups; there may be more. */
-    char version[32];                        /**< The service's version, NUL-terminated. */
-    char capabilities[256]; /**< The capabilities that the service asked for, and the program has,
-                                 joined by commas; "" where permission bits decide. NUL-terminated;
-                                 those that do not fit are left out. */
-} VantroIdentity;
+/**
+ * Sets the level, and leaves muting as it is; muting leaves the level. Once either was set, the
+ * object "volume" has both: vantro_event_get() gives each change as a VANTRO_EVENT_NONE with that
+ * name, whose dictionary has "level" and "muted" ("true" or "false"). Needs an open player. Blocks
+ * until the service has done it.
+ * @param handle with an open player.
+ * @param level 0 to 100; passed on as it is: the service refuses any other, and may set less.
+ * @return 0, or -1: bad handle, failed exchange, refusal. Nothing has changed then.
+ */
+VANTRO_API int vantro_set_volume(VantroHandle *handle, int32_t level);
+
+/**
+ * Mutes the player, or unmutes it.
+ * @param handle with an open player.
+ * @param muted 0 or 1; passed on as it is: the service refuses what is neither.
+ * @return as vantro_set_volume().
+ */
+VANTRO_API int vantro_set_muted(VantroHandle *handle, int32_t muted);
+
+/**
+ * Asks for state, track session, current track, position and volume in one exchange. Queries for
+ * each of them give the same, but a track may begin between two of them. Needs an open player.
+ * Blocks until the service answers.
+ *
+ *     #include <stdio.h>
+ *     #include <vantro/extras.h>
+ *
+ *     int print_status(VantroHandle *player) {
+ *         VantroStatus *status = NULL;
+ *         if (vantro_get_status(player, &status) != 0) {
+ *             return -1;
+ *         }
+ *         printf("%s at %d ms, volume %d\n",
+ *                status->media_node ? status->media_node->name : "nothing", (int)status->position,
+ *                (int)status->volume.level);
+ *         vantro_free_status(status);
+ *         return 0;
+ *     }
+ *
+ * @param handle with an open player.
+ * @param status receives a new record, for vantro_free_status(); untouched on failure.
+ * @return 0, or -1: bad handle, failed exchange, refusal, malformed answer, no memory.
+ */
+VANTRO_API int vantro_get_status(VantroHandle *handle, VantroStatus **status);
+
+/**
+ * Frees what vantro_get_status() returned, its node and metadata included. NULL does nothing. Does
+ * not block or fail, keeps errno.
+ * @param status the record, or NULL.
+ */
+VANTRO_API void vantro_free_status(VantroStatus *status);
 
 /**
  * Asks how the service identifies the calling program, by what the kernel said when it connected.
- * Like the calls below an extension of vantrod's: a service that does not know it refuses it. Needs
- * a connected handle; no player need be open. Blocks until the service answers.
+ * An extension of vantrod's too. Needs a connected handle; no player need be open. Blocks until the
+ * service answers.
  * @param handle from vantro_connect().
  * @param identity receives the answer; untouched on failure. Texts that the service did not end
  *                 are ended.
@@ -406,27 +450,6 @@ VANTRO_API int vantro_cursor_next(VantroCursor *cursor, const MediaNode **node,
  * @param cursor the cursor, or NULL.
  */
 VANTRO_API void vantro_cursor_close(VantroCursor *cursor);
-
-/** Why a call failed. */
-enum {
-    VANTRO_FAILURE_NONE = 0,        /**< No call of this thread has failed yet. */
-    VANTRO_FAILURE_GONE = 1,        /**< There is no service, or it has ended. Connect again. */
-    VANTRO_FAILURE_REFUSED = 2,     /**< The service did not do it; `number` is its reason. */
-    VANTRO_FAILURE_INTERRUPTED = 3, /**< A signal handler ran. */
-    VANTRO_FAILURE_TIMED_OUT = 4,   /**< The time of vantro_set_timeout() was over. */
-    VANTRO_FAILURE_MALFORMED = 5,   /**< The service's answer cannot be understood. */
-    VANTRO_FAILURE_NO_MEMORY = 6,   /**< There is no memory, here or for the answer there. */
-    VANTRO_FAILURE_INVALID = 7,     /**< An argument, or the handle's state; nothing was sent. */
-    VANTRO_FAILURE_OTHER = 8,       /**< `number` says what: descriptors, rights, lengths. */
-    VANTRO_FAILURE_CHANGED = 9      /**< The list has changed under a cursor. Begin it again. */
-};
-
-/** What is known of a failure. */
-typedef struct VantroFailure {
-    int32_t reason; /**< VANTRO_FAILURE_*. */
-    int32_t number; /**< An error number of <errno.h>, the service's own if it refused; or 0. */
-    char text[128]; /**< For people, in the process's language as far as the host has it. */
-} VantroFailure;
 
 /**
  * Tells why the last call of player.h or vantro_connect_timed() that failed in the calling thread

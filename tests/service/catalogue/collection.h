@@ -2,6 +2,7 @@
 #ifndef VANTRO_TESTS_SERVICE_CATALOGUE_COLLECTION_H
 #define VANTRO_TESTS_SERVICE_CATALOGUE_COLLECTION_H
 
+#include <algorithm>
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
@@ -240,6 +241,11 @@ class Collection : public test::RuntimeDirectory {
     std::vector<std::string> complaints() {
         std::vector<std::string> lines;
         note([&] { lines.swap(complaints_); });
+        for (const std::string &line : lines) { // whatever files are called
+            EXPECT_TRUE(std::none_of(line.begin(), line.end(), [](char c) {
+                return static_cast<unsigned char>(c) < ' ' || c == '\x7F';
+            })) << line;
+        }
         return lines;
     }
     void await_complaint() {

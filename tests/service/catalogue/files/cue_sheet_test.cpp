@@ -42,7 +42,7 @@ TEST_F(CueSheets, CutFilesIntoSongs) {
         {"data", std::string("FILE disc.flac\0", 15)},
     };
     for (const auto &[name, text] : bad) {
-        test::write_file(music_ / (std::string("z") + name + ".cue"), text);
+        test::write_file(music_ / (std::string("z\r\x1B") + name + ".cue"), text);
     }
     open();
     EXPECT_EQ(names("folders"), (Names{"late", "later", "Café \"9\"", "disc 02", "inside"}));
@@ -69,7 +69,7 @@ TEST_F(CueSheets, CutFilesIntoSongs) {
               (Names{"late", "later", "Café \"9\"", "disc 02", "disc 03", "inside"}));
     EXPECT_EQ(entry("songs", "disc 02").id, second.id);
     for (const auto &[name, text] : bad) {
-        fs::remove(music_ / (std::string("z") + name + ".cue"));
+        fs::remove(music_ / (std::string("z\r\x1B") + name + ".cue"));
     }
     fs::remove(music_ / "disc.cue");
     fs::remove(music_ / "in.flac");

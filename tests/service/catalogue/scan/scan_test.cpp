@@ -82,7 +82,7 @@ TEST_F(Scanned, LeavesOutWhatIsBadAndSaysSoOnce) {
     test::write_file(music_ / "half.flac", half);
     for (const char *ending : {"flac", "ogg", "opus", "mp3", "m4a", "wav"}) {
         test::write_file(music_ / fmt::format("empty.{}", ending), "");
-        test::write_file(music_ / fmt::format("noise.{}", ending),
+        test::write_file(music_ / fmt::format("noise\n\x1B[31m.{}", ending),
                          std::string(5'000, 'Z') + "fLaCOggS");
     }
     open();
