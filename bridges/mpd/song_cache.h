@@ -24,7 +24,7 @@ class SongCache {
 
   private:
     // Both halves. Their songs take so much at most, and as much again for what holds them.
-    static constexpr size_t half_bytes = 8 * 1024 * 1024;
+    static constexpr size_t half_bytes = 16 * 1024 * 1024;
 
     struct Half {
         std::unordered_map<std::string, SongPtr> by_node;

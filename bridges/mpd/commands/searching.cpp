@@ -30,6 +30,7 @@ constexpr size_t nodes_bytes = 1024 * 1024;
 
 // Other clients wait no longer than that, and than one page of the catalogue takes.
 constexpr std::chrono::milliseconds step_time(4);
+constexpr uint32_t looks_a_check = 32; // at the time
 constexpr uint32_t songs_a_step = 64;
 
 // A text by which songs are in order.
@@ -73,13 +74,14 @@ class MatchingSongs : public Task {
         }
         const auto end = std::chrono::steady_clock::now() + step_time;
         scanned_ = scanned_ || at_ >= options_.window.end;
-        for (uint32_t told = 0; !scanned_ && told < songs_a_step;) {
+        for (uint32_t told = 0, looks = 1; !scanned_ && told < songs_a_step; ++looks) {
             if (const SongPtr song = scan_.next(context.partition.player(), context.catalogue)) {
                 ++told;
                 look_at(context, song);
             }
             scanned_ = scan_.at_end() || at_ >= options_.window.end;
-            if (is_full() || std::chrono::steady_clock::now() >= end) {
+            if (is_full() ||
+                (looks % looks_a_check == 0 && std::chrono::steady_clock::now() >= end)) {
                 break;
             }
         }

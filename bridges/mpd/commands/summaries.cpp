@@ -23,6 +23,7 @@ constexpr size_t values_max = 200'000;
 constexpr size_t values_bytes_max = 32 * 1024 * 1024;
 
 constexpr std::chrono::milliseconds step_time(4);
+constexpr int looks_a_check = 32; // at the time
 constexpr int rows_a_step = 256;
 
 // Songs by the values of some tags, each with a number of songs and how long they are.
@@ -38,11 +39,11 @@ class Summarize : public Task {
 
     bool step(Context &context) override {
         const auto end = std::chrono::steady_clock::now() + step_time;
-        while (!scan_.at_end()) {
+        for (int looks = 1; !scan_.at_end(); ++looks) {
             if (const SongPtr song = scan_.next(context.partition.player(), context.catalogue)) {
                 take(*song);
             }
-            if (std::chrono::steady_clock::now() >= end) {
+            if (looks % looks_a_check == 0 && std::chrono::steady_clock::now() >= end) {
                 return false;
             }
         }
