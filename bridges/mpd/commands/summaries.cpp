@@ -57,7 +57,25 @@ class Summarize : public Task {
         int64_t ms = 0;
     };
 
+    // Songs come by directories, so most have the values of the song before.
     void take(const Song &song) {
+        if (last_ == sums_.end() || !has_values(song, last_->first)) {
+            last_ = find_or_add(song);
+        }
+        ++last_->second.songs;
+        last_->second.ms += song.duration_ms;
+    }
+
+    bool has_values(const Song &song, const Values &values) const {
+        for (size_t i = 0; i < tags_.size(); ++i) {
+            if (song.tag_or_fallback(tags_[i]) != values[i]) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    std::map<Values, Sum>::iterator find_or_add(const Song &song) {
         Values values;
         for (const Tag tag : tags_) {
             values.push_back(song.tag_or_fallback(tag));
@@ -71,8 +89,7 @@ class Summarize : public Task {
                 throw Ack(AckCode::argument, "too many different values");
             }
         }
-        ++found->second.songs;
-        found->second.ms += song.duration_ms;
+        return found;
     }
 
     bool tell(Reply &reply) {
@@ -107,6 +124,7 @@ class Summarize : public Task {
     const bool counts_;
     SongScan scan_;
     std::map<Values, Sum> sums_;
+    std::map<Values, Sum>::iterator last_ = sums_.end(); // Of the song before.
     size_t bytes_ = 0;
     bool telling_ = false;
     std::map<Values, Sum>::const_iterator at_;
