@@ -204,6 +204,9 @@ void Partition::note_for_status(const Event &event) {
 const VantroStatus &Partition::status() {
     player();
     news_ |= take_events();
+    if (!player_) {
+        throw ServiceGone(); // a draft is lost with it, so the command must not go on
+    }
     if (!status_) {
         status_ = checked(player().status());
         status_at_ = Clock::now();
