@@ -48,16 +48,22 @@ std::string sort_key(const Song &song, const SearchOptions::Sort &sort) {
     return fmt::format("{:0{}}", number, digits);
 }
 
-// Songs are in the order of this text as the protocol's own directories have them: by directory,
-// and in each one by album, disc and track.
+// Songs are in the order of this text as directories list them: directories by their names, before
+// the songs beside them; these by album, disc and track.
 std::string place_key(const Song &song) {
+    std::string key;
+    std::string_view rest = song.uri;
+    for (size_t slash; (slash = rest.find('/')) != std::string_view::npos;) {
+        key.append(1, '\1').append(rest.substr(0, slash)).append(1, '\0');
+        rest.remove_prefix(slash + 1);
+    }
+    key += '\2';
     SearchOptions::Sort by;
-    std::string key = song.uri.substr(0, song.uri.rfind('/') + 1);
     for (const Tag tag : {Tag::album, Tag::disc, Tag::track}) {
         by.tag = tag;
-        key += '\0' + sort_key(song, by);
+        key += sort_key(song, by) + '\0';
     }
-    return key + '\0' + song.uri;
+    return key.append(rest);
 }
 
 // Takes each match within the window, in the order that was asked for, or else in that of the

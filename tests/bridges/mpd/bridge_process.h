@@ -88,7 +88,8 @@ class Bridge : public test::RuntimeDirectory {
         test::make_music(music_ / "Red" / "Way \"1\"" / "2.ogg", 60'000,
                          {"TITLE=Zw\xC3\x96lf", "ARTIST=Red", "ALBUM=The Way", "TRACKNUMBER=2",
                           "COMPOSER=Bach", "DATE=2001"});
-        test::make_music(music_ / "loose.flac", 30'000, {"TITLE=Loose", "ARTIST=Blue"});
+        test::make_music(music_ / "loose.flac", 30'000,
+                         {"TITLE=Loose", "ARTIST=Blue", "GENRE=Rock"});
         test::write_file(music_ / "mix.m3u", "loose.flac\nRed/Way \"1\"/1.flac\n");
         test::write_file(music_ / "cover.png", cover_);
         start_vantrod();

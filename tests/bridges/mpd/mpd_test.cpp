@@ -134,6 +134,11 @@ TEST_F(Bridge, AnswersToLines) {
         {"kill", "ACK [4@0] {kill} the service is ended by its owner, not by its clients\n"},
         {"single 1", "...ACK [2@0] {single} single needs repeat"},
         {"ping", "OK\n"},
+        // By the words of the filter, and then among all songs.
+        {"find genre Rock window 0:1", std::string("...file: ") + one},
+        {"find genre Rock window 1:2", "..." + loose_uri},
+        {"count \"(title != 'x')\"", "songs: 3\nplaytime: 190\nOK\n"},
+        {"find genre Rock window 1:2", "..." + loose_uri},
         {"addid " + quoted(one), "Id: 1\nOK\n"},
         {"addid music/loose.flac 0", "Id: 2\nOK\n"},
         {"addid music", "ACK [2@0] {addid} no song: \"music\"\n"},
