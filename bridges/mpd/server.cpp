@@ -16,6 +16,7 @@
 #include <sys/socket.h>
 
 #include "bridges/sockets/signals.h"
+#include "bridges/sockets/wait_time.h"
 
 namespace vantro::mpd {
 namespace {
@@ -65,19 +66,17 @@ int Server::timeout() const {
                     [](const auto &each) { return each.second.busy(); })) {
         return 0;
     }
-    const auto left = [](std::chrono::steady_clock::time_point until) {
-        const auto ms =
-            std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
-        return std::max<int64_t>(ms.count(), 0);
-    };
-    int64_t least = listening_ ? -1 : left(listen_again_at_);
+    sockets::WaitTime wait;
+    if (!listening_) {
+        wait.end_at(listen_again_at_);
+    }
     for (const auto &[partition, watch] : watches_) {
         const auto retry = partition->retry_at();
         if (retry && watch.clients > 0) {
-            least = least < 0 ? left(*retry) : std::min(least, left(*retry));
+            wait.end_at(*retry);
         }
     }
-    return static_cast<int>(least);
+    return wait.ms();
 }
 
 void Server::run() {

@@ -15,6 +15,7 @@
 #include <sys/socket.h>
 
 #include "bridges/sockets/signals.h"
+#include "bridges/sockets/wait_time.h"
 
 namespace vantro::web {
 namespace {
@@ -71,23 +72,17 @@ void Server::watch(int operation, int descriptor, uint32_t events, uint64_t key)
 
 // Milliseconds until run() must act even if nothing happens; -1: never.
 int Server::timeout() const {
-    int64_t least = http_.timeout();
-    const auto bound = [&least](PlayerLink::Clock::time_point until) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(until - PlayerLink::Clock::now());
-        const int64_t ms = std::max<int64_t>(left.count(), 0);
-        least = least < 0 ? ms : std::min(least, ms);
-    };
+    sockets::WaitTime wait(http_.timeout());
     for (const auto &[link, watching] : watches_) {
         const auto retry = link->retry_at();
         if (retry && watching.streams > 0) {
-            bound(*retry);
+            wait.end_at(*retry);
         }
     }
     if (!listening_) {
-        bound(listen_again_at_);
+        wait.end_at(listen_again_at_);
     }
-    return static_cast<int>(std::min<int64_t>(least, INT32_MAX));
+    return wait.ms();
 }
 
 void Server::run() {
