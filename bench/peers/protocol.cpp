@@ -2,12 +2,12 @@
 // is the same for both, libmpdclient on a Unix socket.
 #include <cstdlib>
 #include <fstream>
-#include <memory>
 #include <optional>
 #include <thread>
 
 #include <mpd/client.h>
 
+#include "bench/peers/mpd_client.h"
 #include "bench/peers/peer.h"
 #include "bench/peers/player.h"
 #include "bench/peers/turns.h"
@@ -17,53 +17,15 @@ namespace {
 using vantro::bench::Child;
 using namespace vantro::bench::peers;
 
-class Connection {
-  public:
-    // The service may still be starting.
-    explicit Connection(const std::string &socket) {
-        constexpr int most_tries = 100'000;
-        for (int tries = 0; tries < most_tries && !is_open(); ++tries) {
-            if (connection_) {
-                mpd_connection_free(connection_);
-                std::this_thread::sleep_for(std::chrono::microseconds(200));
-            }
-            connection_ = mpd_connection_new(socket.c_str(), 0, 100'000);
-        }
-        check(is_open(), "the service does not answer");
+std::vector<std::string> receive_values(const MpdConnection &connection, mpd_tag_type tag) {
+    std::vector<std::string> values;
+    while (mpd_pair *const pair = mpd_recv_pair_tag(connection.get(), tag)) {
+        values.emplace_back(pair->value);
+        mpd_return_pair(connection.get(), pair);
     }
-    ~Connection() { mpd_connection_free(connection_); }
-    Connection(const Connection &) = delete;
-    Connection &operator=(const Connection &) = delete;
-
-    mpd_connection *get() const { return connection_; }
-
-    int receive_songs() const {
-        int count = 0;
-        while (mpd_song *const song = mpd_recv_song(connection_)) {
-            mpd_song_free(song);
-            ++count;
-        }
-        check(mpd_response_finish(connection_), "a query was refused");
-        return count;
-    }
-
-    std::vector<std::string> receive_values(mpd_tag_type tag) const {
-        std::vector<std::string> values;
-        while (mpd_pair *const pair = mpd_recv_pair_tag(connection_, tag)) {
-            values.emplace_back(pair->value);
-            mpd_return_pair(connection_, pair);
-        }
-        check(mpd_response_finish(connection_), "a query was refused");
-        return values;
-    }
-
-  private:
-    bool is_open() const {
-        return connection_ && mpd_connection_get_error(connection_) == MPD_ERROR_SUCCESS;
-    }
-
-    mpd_connection *connection_ = nullptr;
-};
+    check(mpd_response_finish(connection.get()), "a query was refused");
+    return values;
+}
 
 // The programs that a client needs.
 class Service {
@@ -71,16 +33,7 @@ class Service {
     Service(bool is_mpd, const std::string &music, const std::string &state)
         : socket_(state + "/socket") {
         if (is_mpd) {
-            const std::string path = state + "/mpd.conf";
-            std::ofstream(path) << "music_directory \"" << music << "\"\n"
-                                << "db_file \"" << state << "/database\"\n"
-                                << "bind_to_address \"" << socket_ << "\"\n"
-                                << "log_file \"/dev/null\"\n"
-                                << "zeroconf_enabled \"no\"\n"
-                                << "connection_timeout \"100000\"\n"
-                                << "max_output_buffer_size \"65536\"\n"
-                                << "audio_output {\n type \"null\"\n name \"null\"\n}\n";
-            start(programs_[0], {"mpd", "--no-daemon", path});
+            start(programs_[0], {"mpd", "--no-daemon", write_mpd_configuration(music, state)});
             return;
         }
         start(programs_[0],
@@ -118,10 +71,10 @@ class Measured {
         check(mpd_search_db_tags(connection_.get(), MPD_TAG_ARTIST) &&
                   mpd_search_commit(connection_.get()),
               "list");
-        artists_ = connection_.receive_values(MPD_TAG_ARTIST);
+        artists_ = receive_values(connection_, MPD_TAG_ARTIST);
         cover_of_ = (is_mpd ? "" : "music/") + std::string("0 Silence/01 0 Silence.flac");
         follower_ = std::thread([this] {
-            const Connection follower(service_.socket());
+            const MpdConnection follower(service_.socket());
             while (mpd_run_idle_mask(follower.get(), MPD_IDLE_OPTIONS) != 0) {
                 told_.now();
             }
@@ -181,7 +134,7 @@ class Measured {
         check(mpd_search_db_tags(connection_.get(), MPD_TAG_ALBUM) &&
                   mpd_search_add_group_tag(connection_.get(), MPD_TAG_ARTIST) &&
                   mpd_search_commit(connection_.get()) &&
-                  !connection_.receive_values(MPD_TAG_ALBUM).empty(),
+                  !receive_values(connection_, MPD_TAG_ALBUM).empty(),
               "list");
     }
 
@@ -221,7 +174,7 @@ class Measured {
     }
 
     Service service_;
-    Connection connection_;
+    MpdConnection connection_;
     int songs_;
     std::vector<std::string> terms_;
     std::vector<std::string> artists_;

@@ -253,21 +253,18 @@ class Player:
 
     def track(self) -> TrackInfo:
         """The current track."""
-        info = ctypes.POINTER(c.VantroTrackInfo)()
-        try:
-            self._call(library.vantro_get_current_track_info, ctypes.byref(info))
-            return records.track_of(info[0])
-        finally:
-            library.vantro_free_track_info(info)
+        return self._block(
+            library.vantro_get_current_track_info,
+            c.VantroTrackInfo,
+            records.track_of,
+            library.vantro_free_track_info,
+        )
 
     def status(self) -> Status:
         """State, session, track, position and volume, at one moment and in one exchange."""
-        whole = ctypes.POINTER(c.VantroStatus)()
-        try:
-            self._call(library.vantro_get_status, ctypes.byref(whole))
-            return records.status_of(whole[0])
-        finally:
-            library.vantro_free_status(whole)
+        return self._block(
+            library.vantro_get_status, c.VantroStatus, records.status_of, library.vantro_free_status
+        )
 
     # The catalogue.
 
@@ -387,13 +384,19 @@ class Player:
         with self._owned().call() as pointer:
             _check(function(pointer, *arguments))
 
-    def _block(self, query: Any, kind: Any, copy: Callable[[Any], _Value]) -> _Value:
+    def _block(
+        self,
+        query: Any,
+        kind: Any,
+        copy: Callable[[Any], _Value],
+        free: Callable[[Any], None] = c.free,
+    ) -> _Value:
         info = ctypes.POINTER(kind)()
-        self._call(query, ctypes.byref(info))
-        try:
+        try:  # a call that fails may leave a part of the record
+            self._call(query, ctypes.byref(info))
             return copy(info[0])
         finally:
-            c.free(info)
+            free(info)
 
     def _nodes(self, make: Callable[..., Any], *arguments: Any) -> Iterator[MediaNode]:
         return (records.node_of(node[0]) for node, _ in self._entries(make, *arguments, 0))
