@@ -1,4 +1,4 @@
-// Exchanges while other programs want every processor: what looking then costs or saves.
+// Exchanges while other programs use every processor: the time that looking then costs or saves.
 #include <unistd.h>
 
 #include <memory>

@@ -62,7 +62,7 @@ int32_t only_source(VantroHandle *player) {
 
 using Asking = std::function<int(int *count, MediaNode **nodes)>;
 
-// Browses, frees the nodes, and returns how many came. Only the browsing is timed.
+// Browses, frees the nodes, and returns their number. Only the browsing is timed.
 int nodes_of(const Asking &query, int count, Samples *samples) {
     MediaNode *nodes = nullptr;
     const int64_t begin = now_ns();
@@ -88,7 +88,7 @@ void browse_songs(VantroHandle *player, int32_t source, int offset, int count, i
     }
 }
 
-// A page of songs, each with its metadata, from anywhere in the list.
+// A page of songs, each with its metadata, from any place in the list.
 void describe_songs(VantroHandle *player, int32_t source, int offset, Samples &samples) {
     MediaNode *nodes = nullptr;
     Metadata *metadata = nullptr;

@@ -1,5 +1,5 @@
 // Child processes, and failures that end a run. The programs in bench/peers/ use this file too, so
-// it needs nothing but the C and C++ libraries.
+// it needs only the C and C++ libraries.
 #ifndef VANTRO_BENCH_CHILD_H
 #define VANTRO_BENCH_CHILD_H
 
@@ -10,7 +10,7 @@
 
 namespace vantro::bench {
 
-// Says what went wrong and ends the program with 1.
+// Prints what failed and ends the program with 1.
 [[noreturn]] void fail(const std::string &what);
 
 // fail() with errno in the text.
@@ -22,7 +22,7 @@ void run_on(int processor);
 // The processor on which children run; -1: anywhere.
 extern int child_processor;
 
-// A child process that is ended with its owner, and by the kernel should this process die.
+// A child process that ends with its owner. The kernel ends it if this process dies.
 class Child {
   public:
     enum class Errors { kept, passed_on };

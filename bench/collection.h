@@ -8,8 +8,8 @@
 
 namespace vantro::bench {
 
-// Writes that many songs, FLAC and MP3 in turn, ten to an album and five albums to an artist. The
-// same count gives the same songs every time. Fails the run if they cannot be written.
+// Writes that many songs, FLAC and MP3 in turn, ten for each album and five albums for each artist.
+// The same count gives the same songs every time. Fails the run if they cannot be written.
 void make_collection(const std::filesystem::path &directory, size_t count);
 
 // The title of a song: one to three words.

@@ -1,5 +1,5 @@
-// Many clients at once, each in a process of its own; and a short request that comes while a long
-// one is computed.
+// Many clients at the same time, each in its own process; and a short request that arrives while a
+// long one is computed.
 #include <atomic>
 #include <chrono>
 #include <cstdio>

@@ -1,4 +1,4 @@
-// The cost of publishing, of waking a reader by it, and of making events from what was published.
+// The time needed to publish, to wake a reader, and to make events from what was published.
 #include <atomic>
 #include <csignal>
 #include <deque>
@@ -32,7 +32,8 @@ using Means = Publisher::Means;
 constexpr int crowds[] = {0, 1, 10, 100};
 constexpr int readers_for_memory = 1000;
 constexpr size_t gets_timed_together = 1000;
-// Exchanges in one turn of a long measurement: few, so that the contenders do take turns.
+// Exchanges in one turn of a long measurement. There are few, so that the contenders really take
+// turns.
 constexpr size_t long_batch_size = 10;
 
 // A get with nothing new.
@@ -92,8 +93,8 @@ class Blocked {
     sigset_t mask_;
 };
 
-// From just before another process wakes this one to where this one runs again; the means take
-// turns.
+// The time from just before another process wakes this one until this one runs again. The ways of
+// waking take turns.
 void wakeup_rows(Run &run) {
     if (!run.wants("floor_one_way") && !run.wants("signal_one_way") &&
         !run.wants("publish_wakeup")) {
@@ -188,7 +189,7 @@ bool may_wait(int count) {
     return static_cast<int>(instances.size()) == count;
 }
 
-// The time that publishing takes. All rows take turns, so that their ratios mean something.
+// The time that publishing takes. All rows take turns, so that their ratios are meaningful.
 void publish_rows(Run &run) {
     const Apart apart;
     std::unique_ptr<Publisher> publisher;

@@ -1,4 +1,4 @@
-// The floor: what a bare exchange of the same size costs between two processes that block.
+// The floor: the time of a simple exchange of the same size between two processes that block.
 #ifndef VANTRO_BENCH_FLOOR_H
 #define VANTRO_BENCH_FLOOR_H
 
@@ -9,7 +9,7 @@
 
 namespace vantro::bench {
 
-// Exchanges of 44 bytes there and 32 back with another process, over one SOCK_SEQPACKET pair.
+// Exchanges with another process over one SOCK_SEQPACKET pair: 44 bytes there and 32 back.
 class Floor {
   public:
     Floor();

@@ -1,4 +1,4 @@
-// The cost of a listing without its messages: vantrod's query code, alone in a process.
+// The time of a listing without its messages: only vantrod's query code, in its own process.
 #ifndef VANTRO_BENCH_OWN_QUERY_H
 #define VANTRO_BENCH_OWN_QUERY_H
 

@@ -27,7 +27,7 @@ class Server {
     // @param looks whether it looks for messages before it sleeps.
     Server(int threads, const std::string &instance, bool looks);
 
-    // Whether servers and clients look, unless told otherwise; false with --block.
+    // Whether servers and clients look by default; false with --block.
     static inline bool looking_wanted = true;
 
   private:

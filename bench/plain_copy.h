@@ -1,4 +1,4 @@
-// The cost of a bare copy of a listing's bytes from one process to another.
+// The time of copying a listing's bytes from one process to another without any protocol.
 #ifndef VANTRO_BENCH_PLAIN_COPY_H
 #define VANTRO_BENCH_PLAIN_COPY_H
 
@@ -14,7 +14,7 @@ namespace vantro::bench {
 bool send_all(int socket, const void *bytes, size_t count);
 bool receive_all(int socket, void *bytes, size_t count);
 
-// Exchanges of 44 bytes there and so many back with another process, over a SOCK_STREAM pair.
+// Exchanges with another process over a SOCK_STREAM pair: 44 bytes there and a given number back.
 class PlainCopy {
   public:
     explicit PlainCopy(size_t bytes);

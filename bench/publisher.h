@@ -1,5 +1,5 @@
-// A player of the run's own, in a process of its own. It accepts every open, and publishes what the
-// run orders.
+// A player that belongs to the run, in its own process. It accepts every open and publishes what
+// the run requests.
 #ifndef VANTRO_BENCH_PUBLISHER_H
 #define VANTRO_BENCH_PUBLISHER_H
 
@@ -27,15 +27,14 @@ class Publisher {
     // Changes each object once. @return the number of objects, each of which gives one event.
     size_t change_objects();
 
-    // The same, after publishing so much that a reader which has not moved is overtaken.
+    // The same, after publishing so much that a reader that has not read is overtaken.
     size_t overtake();
 
-    // The means by which a thread is woken: the floor's request on socket(), a signal, or a
-    // position.
+    // The ways of waking a thread: the floor's request on socket(), a signal, or a position.
     enum class Means : uint32_t { message, signal, publication };
 
     // Orders that the main thread of this process be woken as soon as it sleeps. Does not block.
-    // The thread must then wait in the way that belongs to the means.
+    // The thread must then wait in the corresponding way.
     void wake(Means means);
 
     // To be called by the thread that was woken. @return the time just before the other process

@@ -1,4 +1,4 @@
-// Round trips through the messaging layer, against a service of the bench's own.
+// Round trips through the messaging layer to the bench's own service.
 #include <latch>
 #include <memory>
 #include <optional>
@@ -20,7 +20,7 @@ constexpr int many_server_threads = 4;
 constexpr int most_client_threads = 8;
 constexpr int client_counts[] = {1, 10, 100, 1000};
 
-// All threads exchange at once on one connection; each does the whole count.
+// All threads make exchanges at the same time on one connection; each makes the full number.
 Batch threaded(MsgClient *client, int thread_count) {
     return [client, thread_count](size_t count, Samples &samples) {
         std::vector<Samples> found(static_cast<size_t>(thread_count));
@@ -87,8 +87,8 @@ void thread_rows(Run &run) {
 }
 
 // The cost for a client that works between its calls. Without hand-over each call wakes a processor
-// that has gone to sleep. The floor has both its sides on one processor, and works as long in
-// between.
+// that has gone to sleep. The floor has both its sides on one processor, and computes for the same
+// time in between.
 void paced_rows(Run &run) {
     for (const int milliseconds : {1, 5}) {
         const std::string name = fmt::format("putget_paced_{}ms", milliseconds);
@@ -147,7 +147,7 @@ class Crowd {
     size_t next_ = 0;
 };
 
-// The rows with few and with many clients take turns, so that their ratio means something.
+// The rows with few and with many clients take turns, so that their ratio is meaningful.
 void client_rows(Run &run) {
     const Apart apart;
     std::vector<std::unique_ptr<Crowd>> crowds;

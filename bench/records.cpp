@@ -42,7 +42,7 @@ class Listing {
         }
     }
 
-    // Unpacks and frees, since every listing is freed one day.
+    // Unpacks and frees, since every listing is freed at some time.
     void unpack() {
         MediaNode *nodes = nullptr;
         if (unpack_media_node(bytes_.data(), static_cast<int>(bytes_.size()), node_count, &nodes) !=

@@ -13,7 +13,7 @@ struct Row {
     std::string unit;
     double median = 0;
     double p99 = 0;
-    std::optional<double> floor_ratio{}; // Median against the floor's; empty where none applies.
+    std::optional<double> floor_ratio{}; // Median against the floor's; empty if there is none.
     int server_threads = 0;              // 0: no server takes part.
     int tracks = 0;                      // In the collection that was measured; 0: none.
     std::optional<double> copy_ratio{};  // Median against the bare copy's.

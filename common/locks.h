@@ -1,9 +1,10 @@
 // Locks that Clang's thread-safety analysis follows (-Wthread-safety); other compilers see plain
 // locks. Those of the standard library carry no annotations.
 //
-// A member that a lock guards says GUARDED_BY. A function that wants a lock held says REQUIRES, one
-// that takes it itself, and so must not be called with it, says EXCLUDES. Members without either
-// are set before other threads see their object, are atomic, or say what else protects them.
+// A member that a lock guards is marked GUARDED_BY. A function that needs a lock held is marked
+// REQUIRES; one that takes the lock itself, and so must be called without it, is marked EXCLUDES.
+// Members without a mark are set before other threads see their object, are atomic, or have a
+// comment that states their protection.
 #ifndef VANTRO_COMMON_LOCKS_H
 #define VANTRO_COMMON_LOCKS_H
 
@@ -21,7 +22,7 @@
 #define CAPABILITY(kind) VANTRO_ANNOTATION(capability(kind))
 #define SCOPED_CAPABILITY VANTRO_ANNOTATION(scoped_lockable)
 #define GUARDED_BY(lock) VANTRO_ANNOTATION(guarded_by(lock))
-// Of a pointer: what it points at.
+// For a pointer: guards its target.
 #define PT_GUARDED_BY(lock) VANTRO_ANNOTATION(pt_guarded_by(lock))
 #define ACQUIRED_AFTER(...) VANTRO_ANNOTATION(acquired_after(__VA_ARGS__))
 #define REQUIRES(...) VANTRO_ANNOTATION(requires_capability(__VA_ARGS__))
@@ -32,7 +33,7 @@
 #define RELEASE(...) VANTRO_ANNOTATION(release_capability(__VA_ARGS__))
 #define RELEASE_SHARED(...) VANTRO_ANNOTATION(release_shared_capability(__VA_ARGS__))
 #define ASSERT_CAPABILITY(lock) VANTRO_ANNOTATION(assert_capability(lock))
-// Only with a comment that says why the analysis cannot follow.
+// Only with a comment that explains why the analysis does not work there.
 #define NO_THREAD_SAFETY_ANALYSIS VANTRO_ANNOTATION(no_thread_safety_analysis)
 
 namespace vantro {
@@ -49,7 +50,7 @@ class CAPABILITY("mutex") Mutex {
     bool try_lock() TRY_ACQUIRE(true) { return mutex_.try_lock(); }
     void unlock() RELEASE() { mutex_.unlock(); }
 
-    // Tells the analysis that the lock is held, if it cannot see that. Does nothing.
+    // Declares to the analysis that the lock is held, if it cannot detect that. Does nothing.
     void assume_held() const ASSERT_CAPABILITY(this) {}
 
   private:
@@ -85,7 +86,7 @@ class SCOPED_CAPABILITY MutexLock {
 };
 
 // A condition variable. Its waits release the mutex, which the caller holds, and take it again.
-// Conditions are tested by loops around them: the analysis does not look into a predicate.
+// Test conditions with loops around the waits: the analysis does not examine a predicate.
 class Condition {
   public:
     void notify_one() { condition_.notify_one(); }
@@ -95,7 +96,7 @@ class Condition {
         Held held(mutex.mutex_);
         condition_.wait(held.lock);
     }
-    // @return false if the time came first.
+    // @return false if the time limit came first.
     template <typename Clock, typename Duration>
     bool wait_until(Mutex &mutex, const std::chrono::time_point<Clock, Duration> &time)
         REQUIRES(mutex) {

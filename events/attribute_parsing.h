@@ -19,8 +19,8 @@ inline locale_t c_locale() {
     return locale;
 }
 
-// The number that a text begins with, or 0. A number that does not fit becomes the nearest one that
-// does.
+// The number at the beginning of a text, or 0. A number out of range becomes the nearest one in
+// range.
 inline int32_t integer_of(const char *text) {
     using Limits = std::numeric_limits<int32_t>;
     return static_cast<int32_t>(

@@ -18,7 +18,7 @@ namespace vantro::events {
 
 namespace {
 
-// On hosts with 32-bit pointers the record is six words, as its public layout says.
+// On hosts with 32-bit pointers the record has six words, according to its public layout.
 static_assert(sizeof(void *) != 4 || sizeof(VantroEventDetails) == 24);
 static_assert(sizeof(void *) != 4 || offsetof(VantroEventDetails, track.metadata) == 20);
 
@@ -56,8 +56,8 @@ struct WideNumber {
     uint64_t Record::*field; // 0 if the member is missing.
 };
 
-// How a record is decoded, and what is logged if that fails. The texts keep their spelling,
-// since they are known to readers of the log.
+// How a record is decoded, and the log lines if that fails. The texts keep their spelling, since
+// readers of the log know them.
 template <class Record>
 struct Form;
 
@@ -135,7 +135,7 @@ uint64_t fill_tsid(const VantroEvent &event) {
     return static_cast<uint32_t>(fillnum(event, "tsid"));
 }
 
-// Leaves the buffer empty if there is no such attribute, or it is too long.
+// Leaves the buffer empty if the attribute is missing or too long.
 void copystr(char (&buffer)[json_size], const mosk_dict *dict, const char *key) {
     *buffer = '\0';
     const char *value = mosk_dict_find_value(dict, key);
@@ -190,7 +190,7 @@ Record *decode(const VantroEvent &event) {
         msglog(LOG_SEVERITY_WARNING, "Unable to create a kivo decoder");
         return nullptr;
     }
-    // Without a text that can be read, every member is missing.
+    // If the text cannot be parsed, every member is missing.
     if (kivo_decoder_parse_json_str(&decoder, buffer) != 0) {
         msglog(LOG_SEVERITY_WARNING, "%s", Form<Record>::bad_json);
     }

@@ -49,7 +49,7 @@ void free_list(ObjectEntry *entry) {
     }
 }
 
-// The records of an event are handed out as constant, and are the library's own.
+// The library owns the records of an event, and hands them out as constant.
 template <class Record>
 void free_own(const Record *&record) {
     records::free_records(const_cast<Record *>(std::exchange(record, nullptr)), 1);

@@ -1,4 +1,4 @@
-// Which changes replace an older one of the same object that is not reported yet.
+// Decides which changes replace an older, unreported change of the same object.
 #ifndef VANTRO_EVENTS_REPLACEMENT_H
 #define VANTRO_EVENTS_REPLACEMENT_H
 
@@ -8,8 +8,8 @@
 
 namespace vantro::events {
 
-// The entry for a change of an object, removed from its list. A new position or track replaces one
-// that is not reported yet, since only the newest matters. @return null for want of memory.
+// The entry for a change of an object, removed from its list. A new position or track replaces an
+// unreported one, since only the newest matters. @return null if there is no memory.
 ObjectEntry *entry_for(EventQueue &queue, std::string_view name);
 
 } // namespace vantro::events

@@ -31,7 +31,7 @@ constexpr std::array shuffle_modes{
     Word{"on", VANTRO_SHUFFLE_ON},
 };
 
-// @return whether the text is one of the words. If not, `value` is left as it is.
+// @return whether the text is one of the words. If not, `value` is unchanged.
 template <size_t count>
 bool look_up(const std::array<Word, count> &words, const char *text, int32_t &value) {
     for (const Word &word : words) {

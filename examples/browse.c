@@ -3,7 +3,7 @@
  *
  *     browse [PLAYER]
  *
- * PLAYER is the player to open, "main" unless given.
+ * PLAYER is the player to open; the default is "main".
  */
 #include <errno.h>
 #include <stdio.h>

@@ -1,6 +1,6 @@
 /*
- * Has the counter service add numbers, and prints each sum. All numbers go through one open of the
- * service.
+ * Asks the counter service to add numbers, and prints each sum. All numbers go through one open of
+ * the service.
  *
  *     counter_client NUMBER...
  */

@@ -1,6 +1,6 @@
 /*
- * A service in sixty lines: each open has a sum of its own. A request is a 32-bit number to add;
- * the answer is the sum. A number that cannot be added is refused, and changes nothing.
+ * A service in sixty lines: each open has its own sum. A request is a 32-bit number to add; the
+ * answer is the sum. A number that cannot be added is refused, and changes nothing.
  */
 #include <errno.h>
 #include <stdio.h>
@@ -41,7 +41,7 @@ static int32_t add(MsgOsb *open, MsgContext *context, MsgService *service) {
         }
         pthread_mutex_unlock(&service->lock);
     }
-    /* Answers once, and last: the open record may be gone afterwards. */
+    /* Answers once, as the last step: the open record may be freed afterwards. */
     if (callout_reply(open, context, status, &sum, status == 0 ? (int32_t)sizeof sum : 0) ==
         ENOMEM) {
         ipc_error(receive_id, ENOMEM);

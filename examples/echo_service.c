@@ -1,5 +1,5 @@
 /*
- * A service that sends back what it is sent.
+ * A service that sends back what it receives.
  *
  *     echo_service [--names] [--threads N]
  *

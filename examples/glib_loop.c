@@ -4,7 +4,7 @@
  *     glib_loop [PLAYER]
  *
  * Prints a line for each track and each change of the player's state. Waits for the service, and
- * goes on when it is started again. Ends after SIGINT or SIGTERM.
+ * continues when it is started again. Ends after SIGINT or SIGTERM.
  */
 #include <errno.h>
 #include <signal.h>

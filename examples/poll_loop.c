@@ -46,7 +46,7 @@ static const char *state_name(int32_t state) {
     }
 }
 
-/* Gives up the connection to a service that has ended. */
+/* Closes the connection to a service that has ended. */
 static void leave(struct followed *player) {
     if (player->handle) {
         vantro_disconnect(player->handle);

@@ -1,5 +1,5 @@
 // Any bytes as a change text: the parser ends, stays inside the text, and leaves a line that it
-// cannot parse as it was. What it finds is written again as a text that says the same.
+// cannot parse as it was. What it finds is written again as a text with the same meaning.
 //
 // An input is the text; what follows its first NUL is ignored.
 #include <cstddef>
@@ -68,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t length) {
     require(second.last == KIVO_END && second.lines == first.lines);
     require(Reading(second.written).written == second.written);
 
-    // The same bytes in a ring that a stranger wrote.
+    // The same bytes in a ring that an untrusted program wrote.
     vantro::platform::ObjectState state;
     state.load(text);
     std::string snapshot;

@@ -1,7 +1,7 @@
 // Lines of an MPD client: words, and filters made of them.
 //
-// Each line of the input is one of a client. What a list says of a song must never contradict the
-// whole song.
+// Each line of the input is one of a client. What a list shows of a song must never contradict the
+// complete song.
 #include <cstddef>
 #include <cstdint>
 #include <exception>

@@ -31,7 +31,7 @@ struct Forged {
     std::string reply, held;
 };
 
-vantro::Mutex guard; // The asking thread goes on before the service has finished with its answer.
+vantro::Mutex guard; // The requesting thread continues before the service has finished its answer.
 Forged &forged GUARDED_BY(guard) =
     *new Forged; // Never freed, since the service's thread does not end.
 
@@ -134,8 +134,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         return 0;
     }
     will_give(consent());
-    // A new connection an input, so that nothing is held from the one before. The fuzzing engine's
-    // timer may interrupt either, once a second.
+    // A new connection for each input, so that no answer is held from an earlier one. The fuzzing
+    // engine's timer may interrupt either, once a second.
     VantroHandle *handle = nullptr;
     for (int tries = 0; !handle || vantro_open(handle, "main") != 0; ++tries) {
         require(tries < 3);

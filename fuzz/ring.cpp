@@ -75,7 +75,7 @@ class Input {
 using Attributes = std::map<std::string, std::string>;
 using Objects = std::map<std::string, Attributes>;
 
-// What a reader made of the texts that it read.
+// The objects that a reader derived from the texts that it read.
 class Mirror {
   public:
     void apply(std::string text) {

@@ -1,8 +1,8 @@
 // Answers that hold records or values: a few words, then bytes whose length the service chooses.
 //
-// Each of these exchanges is made under the handle's overflow lock. The service holds an answer
-// that is longer than the area offered. All held answers of a handle have one tag, and a fetch gets
-// the newest of them.
+// Each of these exchanges is made with the handle's overflow lock held. The service holds an answer
+// that is longer than the offered area. All held answers of a handle have the same tag, and a fetch
+// gets the newest of them.
 #ifndef VANTRO_PLAYER_ANSWER_H
 #define VANTRO_PLAYER_ANSWER_H
 
@@ -70,9 +70,9 @@ class Answer {
     uint32_t length_ = 0;
 };
 
-// An answer of any length: the area begins with VANTRO_REPLY_AREA bytes of the heap, and is grown
-// once to what the service announces. Memory that no byte of the answer reaches takes only address
-// space, so a service that announces more than it sends costs next to nothing.
+// An answer of any length: the area first has VANTRO_REPLY_AREA bytes of the heap, and grows once
+// to the length that the service announces. Unused memory of the area takes only address space, so
+// a service that announces more than it sends costs almost nothing.
 class LongAnswer : public Answer {
   public:
     using Answer::Answer;
@@ -96,7 +96,7 @@ class LongAnswer : public Answer {
 };
 
 // Unpacks `count` records of a granted answer, which lie in these bytes. The caller's pointer
-// receives them, or null for want of memory. It is left alone if the bytes cannot hold so many
+// receives them, or null if there is no memory. It is unchanged if the bytes cannot hold that many
 // records.
 template <class Record>
 int unpack_bytes(const unsigned char *bytes, size_t size, int32_t count, Record **records) {

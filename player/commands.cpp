@@ -83,7 +83,7 @@ int vantro_seek(VantroHandle *handle, int32_t position) {
 }
 
 int vantro_set_playback_rate(VantroHandle *handle, float rate) {
-    // The rate travels as the float's four bytes, which the integer's request carries as well.
+    // The rate is sent as the float's four bytes, in the same request as an integer.
     return send(handle, rate_command, std::bit_cast<int32_t>(rate));
 }
 

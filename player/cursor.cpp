@@ -18,7 +18,8 @@
 namespace vantro::player {
 namespace {
 
-// The first page comes at once; later ones are longer, so that a long list takes few exchanges.
+// The first page is short, so that it comes quickly; later ones are longer, so that a long list
+// takes few exchanges.
 constexpr int32_t first_page_length = 100;
 constexpr int32_t page_length_max = VANTRO_METADATA_PAGE_MAX;
 
@@ -36,7 +37,7 @@ class Page {
     }
 
     MediaNode *nodes = nullptr;
-    Metadata *metadata = nullptr; // Null if it was not asked for.
+    Metadata *metadata = nullptr; // Null if it was not requested.
     int count = 0;
 
   private:
@@ -80,7 +81,7 @@ struct VantroCursor {
     OwnedText filter = nullptr; // Of a search; null for any.
     int32_t page_length = first_page_length;
     Page page = {};
-    int at = 0;         // The entry of the page to be given next.
+    int at = 0;         // The next entry of the page.
     bool ended = false; // The page is the list's last.
 };
 
@@ -114,7 +115,7 @@ VantroCursor *make_cursor(VantroHandle *handle, List list, int32_t offset, int w
     return cursor ? cursor : no_memory();
 }
 
-// @return whether the texts were copied; if not, the cursor is gone.
+// @return whether the texts were copied; if not, the cursor was freed.
 bool keep_texts(VantroCursor *&cursor, const char *text, const char *filter) {
     cursor->text.reset(strdup(text));
     cursor->filter.reset(filter ? strdup(filter) : nullptr);
@@ -126,7 +127,7 @@ bool keep_texts(VantroCursor *&cursor, const char *text, const char *filter) {
     return false;
 }
 
-// Asks for `page.count` entries of the cursor's list.
+// Requests `page.count` entries of the cursor's list.
 int ask_page(const VantroCursor &from, int32_t offset, Page &page) {
     const char *const text = from.text.get();
     int *const count = &page.count;
@@ -151,7 +152,7 @@ int ask_page(const VantroCursor &from, int32_t offset, Page &page) {
                : vantro_get_trksession_tracks(from.handle, from.tsid, offset, count, &page.nodes);
 }
 
-// Takes the next page in place of the present one. If that fails the cursor is as it was.
+// Replaces the present page by the next one. If that fails, the cursor is unchanged.
 int turn_page(VantroCursor &cursor) {
     if (cursor.next > INT32_MAX - entries_max) {
         note_failure(VANTRO_FAILURE_OTHER, EOVERFLOW);

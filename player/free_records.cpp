@@ -1,4 +1,4 @@
-// Freeing what queries return.
+// Freeing the results of queries.
 #include <vantro/extras.h>
 
 #include "player/handle.h"

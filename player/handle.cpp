@@ -26,7 +26,7 @@ void end_events(VantroHandle *handle) {
     vantro_internal_destroy_evq(handle->event_queue.exchange(nullptr));
 }
 
-// The player of an unanswered opening or closing, which the service may or may not have open; or
+// The player of an unanswered opening or closing, which may or may not be open in the service; or
 // null.
 const char *doubtful_player(const VantroHandle *handle) {
     return handle->close_unanswered ? handle->player_name : handle->unanswered_open;
@@ -43,7 +43,7 @@ bool close_player(VantroHandle *handle) {
     case Outcome::granted:
         break;
     case Outcome::refused:
-        // A service refuses to close what is not open.
+        // A service refuses to close a player that is not open.
         if (!doubtful) {
             msglog(LOG_SEVERITY_INFO, "vantro_close() failed");
             return false;
@@ -60,7 +60,8 @@ bool close_player(VantroHandle *handle) {
 // Opens a player if none is open, or if it is unclear whether this one is. @return whether it is
 // open.
 bool open_player(VantroHandle *handle, const char *name) {
-    // Before the request, so that want of memory cannot lose a player that the service has opened.
+    // Before the request, so that a lack of memory cannot lose a player that the service has
+    // opened.
     const int before = errno;
     char *copy = strdup(name);
     errno = before;
@@ -83,7 +84,7 @@ bool open_player(VantroHandle *handle, const char *name) {
     return outcome == Outcome::granted;
 }
 
-// Whether a name can be a player's. If not, that is logged, and errno set.
+// Whether a name can be a player's. If not, logs that and sets errno.
 bool check_name(const char *name) {
     if (!name || !*name) {
         note_failure(VANTRO_FAILURE_INVALID, EINVAL);

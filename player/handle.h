@@ -1,4 +1,4 @@
-// The application's handle, and what the calls that use it share.
+// The application's handle, and functions that its calls share.
 #ifndef VANTRO_PLAYER_HANDLE_H
 #define VANTRO_PLAYER_HANDLE_H
 
@@ -14,9 +14,9 @@
 
 struct EventQueue;
 
-// Only opening, closing and disconnecting change a handle. The application must not let them
-// overlap with other calls on it. If the handle reconnects, other calls change the connection too,
-// under `connection_lock`.
+// Only opening, closing and disconnecting change a handle. In the application they must not overlap
+// other calls on the handle. If the handle reconnects, other calls change the connection too, under
+// `connection_lock`.
 struct VantroHandle {
     MsgClient *connection; // NULL only while the handle is made or torn down.
     char *player_name;     // Owned. NULL while no player is open.
@@ -27,12 +27,12 @@ struct VantroHandle {
     bool close_unanswered; // Whether the closing of player_name has had no answer.
     char *read_buffer PT_GUARDED_BY(lock); // Owned. Receives changes of status objects.
     uint32_t read_capacity;                // Bytes at read_buffer.
-    std::atomic<int> timeout_ms;           // Of waits for the service; 0 if they are not bounded.
+    std::atomic<int> timeout_ms;           // Limit of waits for the service; 0: no limit.
     std::atomic<bool> reconnects;          // See vantro_set_reconnect().
-    // If the handle reconnects: exchanges share it, and whoever replaces the connection holds it
-    // alone. Release it before anything is logged, like overflow_lock.
+    // Used if the handle reconnects: exchanges hold it shared, and a thread that replaces the
+    // connection holds it exclusively. Release it before logging, like overflow_lock.
     mutable vantro::SharedMutex connection_lock;
-    // Owned. NULL until the first call for events. Another thread may look for it to end a wait.
+    // Owned. NULL until the first call for events. Another thread may read it to end a wait.
     std::atomic<struct EventQueue *> event_queue;
     std::atomic<bool> is_woken; // A wake that came before there was a queue.
     vantro::Mutex lock;         // Held while an event is retrieved.
@@ -50,17 +50,17 @@ namespace vantro::player {
 bool require_connection(VantroHandle *handle);
 bool require_player(VantroHandle *handle);
 
-// As require_connection(), for the handle alone.
+// Like require_connection(), but checks only the handle.
 bool is_valid(const VantroHandle *handle);
 
-// Connects a handle that reconnects, and opens its player, if the service was lost. Keeps errno,
-// except that it sets ETIMEDOUT as an exchange does. @return false if there is no service, which is
+// If the service was lost, connects a handle that reconnects, and opens its player. Keeps errno,
+// except that it sets ETIMEDOUT like an exchange. @return false if no service runs, which is
 // logged.
 bool be_connected(VantroHandle *handle);
 // Whether the service of a handle that reconnects is gone.
 bool has_lost_service(const VantroHandle *handle);
 
-// Notes that no player is open any more, and ends the events.
+// Records that no player is open any more, and ends the events.
 void forget_player(VantroHandle *handle);
 
 // Makes a handle. @return null with errno, logged.

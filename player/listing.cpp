@@ -35,7 +35,7 @@ bool ask_nodes(VantroHandle *handle, std::initializer_list<iovec> request, LongA
     return LongAnswer::is_complete(completion, status);
 }
 
-// Where the records of a listing go. `metadata` is null if it was not asked for.
+// The destinations of a listing's records. `metadata` is null if it was not requested.
 struct Lists {
     int *count;
     MediaNode **nodes;

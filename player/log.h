@@ -13,8 +13,8 @@ namespace vantro::player {
 // LOG_SEVERITY_CRITICAL (aborts) and LOG_SEVERITY_ERROR (exits with 1).
 [[gnu::format(printf, 2, 3)]] void msglog(int severity, const char *format, ...);
 
-// Writes one line of the form "SPEAKER: MESSAGE", cut to 1023 characters. Does not return where
-// msglog() does not.
+// Writes one line of the form "SPEAKER: MESSAGE", cut to 1023 characters. Like msglog(), does not
+// return for some severities.
 [[gnu::format(printf, 4, 0)]] void write_line(uint32_t code, const char *speaker, int severity,
                                               const char *format, va_list arguments);
 

@@ -17,14 +17,14 @@
 namespace vantro::player {
 namespace {
 
-// The keys as the request carries them.
+// The keys in the form of the request.
 struct KeyBlock {
     Block bytes;
     uint32_t size = 0;
     uint32_t count = 0;
 };
 
-// Packs the keys. @return false for want of memory, and for more keys than fit in a message.
+// Packs the keys. @return false if there is no memory, or more keys than fit in a message.
 bool pack_keys(const char *const *keyv, KeyBlock &keys) {
     const KeepErrno keep;
     uint64_t size = 0;
@@ -47,7 +47,7 @@ bool pack_keys(const char *const *keyv, KeyBlock &keys) {
     return true;
 }
 
-// The values of an answer, on their way to the caller.
+// The values of an answer, before the caller gets them.
 class Values {
   public:
     explicit Values(size_t count)

@@ -14,8 +14,8 @@
 namespace vantro::player {
 namespace {
 
-// Whether the bytes begin with so many strings without a NUL. `characters` receives how many bytes
-// those have together.
+// Whether the bytes begin with `count` strings without a NUL. `characters` receives their total
+// number of bytes.
 bool check_names(const unsigned char *bytes, size_t size, int32_t count, size_t &characters) {
     characters = 0;
     for (int32_t i = 0; i < count; ++i) {
@@ -36,7 +36,7 @@ bool check_names(const unsigned char *bytes, size_t size, int32_t count, size_t 
     return count >= 0;
 }
 
-// One block: the pointers, a null pointer, and the names, each with its NUL. Null for want of
+// One block: the pointers, a null pointer, and the names, each with its NUL. Null if there is no
 // memory.
 char **copy_names(const unsigned char *bytes, int32_t count, size_t characters) {
     const KeepErrno keep;

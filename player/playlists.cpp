@@ -1,4 +1,4 @@
-// Playlists that the service keeps.
+// Saving and deleting playlists of the service.
 #include <cerrno>
 #include <cstdint>
 

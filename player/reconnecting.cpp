@@ -41,8 +41,9 @@ bool has_lost_service(const VantroHandle *handle) {
 }
 
 // Connects without the lock: a line logged meanwhile may reach a sink that uses the same handle. If
-// two threads connect at once, one of the connections is closed again. An unanswered opening or
-// closing stays so: the next one finds out, also from another service.
+// two threads connect at the same time, one of the connections is closed again. An unanswered
+// opening or closing stays unanswered: the next one determines the state, also with another
+// service.
 bool be_connected(VantroHandle *handle) {
     if (!has_lost_service(handle)) {
         return true;

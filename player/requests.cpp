@@ -21,7 +21,7 @@ uint32_t length_of_answer(int status, const transport::AnswerLength &length) {
 }
 
 // Held while an exchange uses the connection of a handle that reconnects. The analysis does not
-// know locks that are taken in some cases only.
+// support locks that are taken conditionally.
 class ConnectionUse {
   public:
     explicit ConnectionUse(const VantroHandle *handle) NO_THREAD_SAFETY_ANALYSIS
@@ -42,7 +42,7 @@ class ConnectionUse {
     SharedMutex *lock_;
 };
 
-// Makes an exchange, keeps errno, and notes a failure. @return the message client's result.
+// Makes an exchange, keeps errno, and records a failure. @return the message client's result.
 template <class Exchange>
 int concluded(const VantroHandle *handle, Exchange make) {
     const int before = errno;

@@ -33,8 +33,8 @@ iovec part(const Value &value) {
     return part(&value, sizeof value);
 }
 
-// A string in a request. One that is too long for its length word is too long for a message as
-// well, and so the exchange refuses it.
+// A string in a request. If it is too long for its length word, it is also too long for a message,
+// so the exchange fails.
 struct Text {
     explicit Text(const char *text)
         : characters(part(text, std::strlen(text))),
@@ -44,38 +44,39 @@ struct Text {
     uint32_t length;
 };
 
-// One exchange. Keeps errno, except that it sets ETIMEDOUT if the handle's time limit is over.
-// Notes a failure. Returns the message client's result: 0 where an answer came; `answer_length` is
-// then its length in bytes, result word included: what the service states, or what came if that is
-// less. If the answer is held at the service, `answer_length` is what the service states.
+// One exchange. Keeps errno, except that it sets ETIMEDOUT if the handle's time limit is exceeded.
+// Records a failure. Returns the message client's result: 0 if an answer came; `answer_length` is
+// then its length in bytes, including the result word: the length that the service states, or the
+// received length if that is less. If the service holds the answer, `answer_length` is the stated
+// length.
 int putgetv(const VantroHandle *handle, std::initializer_list<iovec> request,
             std::initializer_list<iovec> reply, uint32_t &answer_length);
 
-// putgetv() on a connection that no other thread uses: one that is not yet the handle's, or in a
-// call that must not overlap others.
+// putgetv() on a connection that no other thread uses: a connection that the handle does not have
+// yet, or in a call that must not overlap others.
 int putgetv_on(MsgClient *connection, const VantroHandle *handle,
                std::initializer_list<iovec> request, std::initializer_list<iovec> reply,
                uint32_t &answer_length);
 
-// Fetches the answer held at the service. Like putgetv() otherwise.
+// Fetches the answer that the service holds. Otherwise like putgetv().
 int getv(const VantroHandle *handle, std::initializer_list<iovec> reply, uint32_t &answer_length);
 
 // Whether putgetv() brought an answer; logged if not.
 bool answered(int status);
 
-// One exchange. @return whether the service carried it out and `answer` is complete. Notes and
-// logs a failure.
+// One exchange. @return whether the service carried out the request and `answer` is complete.
+// Records and logs a failure.
 bool carried_out(const VantroHandle *handle, const char *failure,
                  std::initializer_list<iovec> request, iovec answer = {});
 
 enum class Outcome { granted, refused, unanswered };
 
-// Opening and closing a player by its name, which differ only in their command. As putgetv_on().
+// Opening and closing a player by its name, which differ only in their command. Like putgetv_on().
 Outcome request_by_name(MsgClient *connection, const VantroHandle *handle, uint16_t command,
                         const char *name);
 
-// The commands' two kinds of request. Each returns the result word as the service sent it, or -1
-// for a handle without an open player or a failed exchange, both of which are logged.
+// The two kinds of request for commands. Each returns the service's result word, or -1 if the
+// handle has no open player or the exchange failed, which is logged.
 int32_t vantro_iomsg_noparam(VantroHandle *handle, uint16_t command);
 int32_t vantro_iomsg_integer(VantroHandle *handle, uint16_t command, int32_t value);
 

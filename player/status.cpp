@@ -22,7 +22,8 @@ static_assert(sizeof(VantroTrksessionInfo) == 16);
 static_assert(offsetof(VantroTrksessionInfo, tsid) == 8);
 static_assert(sizeof(VantroVolume) == 8);
 
-// Asks for an answer of fixed size. An answer shorter than its record counts as a refusal.
+// Sends a query with an answer of fixed size. An answer shorter than its record counts as a
+// refusal.
 template <class Value>
 bool ask(VantroHandle *handle, uint16_t command, const char *failure, Value &value) {
     if (!require_connection(handle)) {
@@ -77,8 +78,8 @@ struct TrackAnswer {
 
 int ask_track(VantroHandle *handle, TrackAnswer &answer, uint32_t &answer_length) {
     const RequestHeader header = request_header(VANTRO_COMMAND_GET_CURRENT_TRACK_INFO, 0);
-    // The service holds a track that is too long for the area, and another thread's fetch could
-    // take it for its own answer.
+    // If the track is too long for the area, the service holds the answer, and another thread's
+    // fetch could take it as its own.
     const MutexLock lock(handle->overflow_lock);
     return putgetv(handle, {part(header)},
                    {part(answer.result), part(answer.index), part(answer.tsid),
@@ -92,7 +93,7 @@ struct Rest {
     size_t left;
 };
 
-// Unpacks the record that takes the next `length` bytes; 0 or less is no record. Notes a failure.
+// Unpacks the record in the next `length` bytes; 0 or less: no record. Records a failure.
 template <class Record>
 bool take(Rest &rest, int32_t length, Record **record) {
     if (length <= 0) {
@@ -128,7 +129,7 @@ struct FreeStatus {
 };
 using OwnedStatus = std::unique_ptr<VantroStatus, FreeStatus>;
 
-// @return null where the bytes are no status, or for want of memory; which one is noted.
+// @return null if the bytes are not a status, or if there is no memory; records which.
 OwnedStatus unpack_status(const Answer &answer) {
     StatusWords words;
     if (answer.byte_count() < sizeof words) {

@@ -22,7 +22,8 @@ int vantro_create_trksession(VantroHandle *handle, int32_t ms_id, const char *no
     }
     const int32_t value = first ? *first : 0;
     const Text id(node_id);
-    // 4 less than the bytes that follow: the protocol has it so, and services do not rely on it.
+    // 4 less than the number of following bytes: the protocol defines it so, and services do not
+    // rely on it.
     const RequestHeader header = request_header(VANTRO_COMMAND_CREATE_TRKSESSION, 12 + id.length);
     uint64_t received = 0;
     if (!carried_out(

@@ -18,7 +18,7 @@ inline constexpr size_t packed_bytes_max = INT_MAX;
 // Packed integers are little-endian, and so is every host, so they are copied unchanged.
 static_assert(std::endian::native == std::endian::little);
 
-// Length word of a string that is absent.
+// Length word of an absent string.
 inline constexpr uint32_t absent_length = UINT32_MAX;
 
 class PackedWriter {
@@ -68,7 +68,7 @@ class PackedReader {
     PackedReader(const void *buffer, size_t size)
         : at_(static_cast<const unsigned char *>(buffer)), left_(size) {}
 
-    // Each returns false, and leaves `value` as it was, where the bytes end too early.
+    // Each returns false, and does not change `value`, if the bytes end too early.
     bool get32(uint32_t &value) { return get(value); }
 
     bool get64(uint64_t &value) { return get(value); }

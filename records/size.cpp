@@ -1,4 +1,4 @@
-// Computes how many bytes the packers will write.
+// Computes the number of bytes that the packers will write.
 #include <algorithm>
 #include <cstring>
 

@@ -27,7 +27,7 @@ bool unpack_record(PackedReader &reader, Record &record) {
                           [&](auto field) { return reader.get_string(record.*field); });
 }
 
-// The public form. The caller's pointer is left alone if the bytes cannot hold so many records,
+// The public form. The caller's pointer is unchanged if the bytes cannot hold that many records,
 // and becomes null at a later failure.
 template <class Record>
 int unpack(const void *buffer, int size, int count, Record **records) {

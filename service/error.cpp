@@ -66,7 +66,7 @@ Error error_of(const std::exception &thrown) noexcept {
             error.set_file(own->file());
         }
     } catch (const std::bad_alloc &) {
-        // Without its text the error still says enough.
+        // The error is sufficient without its text.
     }
     return error;
 }

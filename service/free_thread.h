@@ -1,4 +1,4 @@
-// Threads that a request starts. The thread that serves the request may be confined to a processor.
+// Starting threads while a request is served. The serving thread may be confined to one processor.
 #ifndef VANTRO_SERVICE_FREE_THREAD_H
 #define VANTRO_SERVICE_FREE_THREAD_H
 

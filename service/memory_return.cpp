@@ -6,8 +6,8 @@ namespace vantro::service {
 
 namespace {
 
-// Answers above this come from the host and go back to it at once. A fixed bound, since the heap
-// raises its own each time that something large is freed, up to 32 MiB that it then keeps.
+// Blocks above this size are mapped from the system and returned to it at once. The bound is fixed,
+// since the heap would otherwise raise it each time a large block is freed, and keep up to 32 MiB.
 constexpr int mapped_from = 1024 * 1024;
 
 } // namespace
@@ -23,7 +23,8 @@ void MemoryReturn::note() {
     }
 }
 
-// A note calls the first round, which waits; the second gives back.
+// note() requests the first round, which only starts the delay; the second round returns the
+// memory.
 std::optional<std::chrono::nanoseconds> MemoryReturn::round() {
     if (!noted_) {
         return std::nullopt;
@@ -32,7 +33,7 @@ std::optional<std::chrono::nanoseconds> MemoryReturn::round() {
     if (waits_) {
         return delay_;
     }
-    noted_ = false; // first, so that what is freed from now on is noted again
+    noted_ = false; // first, so that later calls of note() count again
     malloc_trim(0);
     return std::nullopt;
 }

@@ -1,9 +1,9 @@
-// Gives memory that a load has left free in the heap back to the host.
+// Returns freed heap memory to the system after a load.
 //
-// The heap keeps what was freed: after a thousand long listings that is several times what the
-// service needs. Giving it back takes milliseconds in which threads that allocate wait, so it is
-// done some time after the load began, by a thread of its own, and not with each answer. Without a
-// load nothing runs.
+// The heap keeps freed memory: after a thousand long listings that is several times the amount that
+// the service needs. Returning it takes milliseconds in which allocating threads wait, so a
+// separate thread does it some time after the load began, and not with each answer. Without a load
+// the thread sleeps.
 #ifndef VANTRO_SERVICE_MEMORY_RETURN_H
 #define VANTRO_SERVICE_MEMORY_RETURN_H
 
@@ -17,10 +17,10 @@ namespace vantro::service {
 
 class MemoryReturn {
   public:
-    // Gives back that long after the first note, so that a lasting load costs nothing.
+    // Returns memory `delay` after the first note(), so that a continuous load costs little.
     explicit MemoryReturn(std::chrono::nanoseconds delay = std::chrono::seconds(5));
 
-    // Throws std::system_error if there is no thread to be had.
+    // Throws std::system_error if the thread cannot be made.
     void start() { worker_.start(); }
 
     // Much memory was freed. Any thread; cheap.

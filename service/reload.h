@@ -12,31 +12,31 @@
 
 namespace vantro::service {
 
-// A file that is wrong changes nothing. What cannot change while the service runs is named in the
-// log.
+// An invalid file changes nothing. The log names the changes that take effect only at the next
+// start.
 class Reload {
   public:
     using Log = std::function<void(int severity, const std::string &line)>;
 
-    // Borrows the command line. `running` is what the service runs with.
+    // Borrows the command line. `running` has the options in effect.
     Reload(int argc, char **argv, Options running, Log log)
         : argc_(argc), argv_(argv), log_(std::move(log)), running_(std::move(running)) {}
 
     struct Actions {
-        std::function<void()> rescan; // looks at all of the music again
-        std::function<void(const std::string &mode)> set_replaygain; // as mpv has it
+        std::function<void()> rescan;                                // scans all of the music again
+        std::function<void(const std::string &mode)> set_replaygain; // mpv's value
         std::function<void(const Options &wanted)> set_volume_limits;
         std::function<void(const Options &wanted)> set_music; // directories and roots
-        // Adds a player, whose output is as wanted. Returns why it cannot, if it cannot.
+        // Adds a player, with the output in `wanted`. Returns an error if it fails.
         std::function<std::optional<Error>(const std::string &player, const Options &wanted)>
             add_player;
     };
 
-    // Called when the service runs. Until then, and after actions without a rescan, no reload is
-    // carried out.
+    // Called when the service runs. Before that call, and while the actions have no `rescan`,
+    // reloads are not carried out.
     void set_actions(Actions actions) EXCLUDES(mutex_);
 
-    // Any thread. Throws nothing.
+    // Any thread. Does not throw.
     void run() noexcept EXCLUDES(mutex_);
 
   private:
@@ -52,7 +52,7 @@ class Reload {
     Mutex mutex_;
     Options running_ GUARDED_BY(mutex_);
     Actions actions_ GUARDED_BY(mutex_);
-    bool asked_ GUARDED_BY(mutex_) = false; // before it could be carried out
+    bool asked_ GUARDED_BY(mutex_) = false; // a reload was requested before it could be carried out
 };
 
 } // namespace vantro::service

@@ -13,14 +13,14 @@ namespace vantro::service {
 
 class ScanReport {
   public:
-    // Calls `complete` once, when each of those sources has been read through.
+    // Calls `complete` once, when each of `sources` has been scanned.
     ScanReport(std::set<int32_t> sources, std::function<void()> complete);
 
     // Shows the progress if standard error is a terminal. Called by one thread.
     void note(const catalogue::ScanProgress &progress);
 
   private:
-    std::set<int32_t> sources_; // that have not been read through
+    std::set<int32_t> sources_; // that have not been scanned yet
     const std::function<void()> complete_;
     const bool terminal_;
 };

@@ -1,5 +1,5 @@
-// What the service tells the manager that started it, systemd: that it is ready, how it is, and
-// that it ends. Does nothing if no manager asked for it.
+// Notifies the service manager, systemd, that the service is ready, of its status, and that it
+// ends. Does nothing if the manager did not request notifications.
 #ifndef VANTRO_SERVICE_SERVICE_MANAGER_H
 #define VANTRO_SERVICE_SERVICE_MANAGER_H
 
@@ -10,13 +10,14 @@ namespace vantro::service::service_manager {
 
 // Clients are served from now on.
 void tell_ready();
-// The configuration is read again; tell_ready() is to follow.
+// The configuration is being read again; tell_ready() must follow.
 void tell_reloading();
 // One line for people.
 void tell_status(const std::string &status);
 void tell_stopping();
 
-// How long the manager waits for tell_alive() at most; 0 if it does not wait for it.
+// The longest time between two calls of tell_alive() that the manager accepts; 0 if it does not
+// watch.
 std::chrono::milliseconds watchdog_time();
 void tell_alive();
 

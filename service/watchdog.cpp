@@ -12,7 +12,7 @@ namespace vantro::service {
 
 namespace {
 
-// The channel is asked this long at most: the service's end may have to wait for it.
+// The longest wait for an answer of the channel: the end of the service may have to wait for it.
 constexpr std::chrono::milliseconds ask_at_most = std::chrono::seconds(5);
 
 } // namespace
@@ -43,14 +43,14 @@ void Watchdog::end() {
 void Watchdog::run(const Looks &looks, std::chrono::milliseconds every) {
     do {
         try {
-            // All of them each time: two compare with what they found the time before.
+            // All checks run each time: two of them compare with their previous results.
             const bool requests = looks.requests_get_on();
             const bool clock = looks.clock_goes();
             if (looks.channel_answers(std::min(every, ask_at_most)) && requests && clock) {
                 service_manager::tell_alive();
             }
         } catch (const std::exception &) {
-            // Want of memory: it tells nothing this time.
+            // Lack of memory: no notification this time.
         }
     } while (sleep(every));
 }

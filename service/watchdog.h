@@ -1,11 +1,12 @@
-// Tells the service manager again and again that the service works, where it wants to hear it
-// (systemd's WatchdogSec=), and stops telling when it does not: the manager then restarts it.
+// Notifies the service manager at intervals that the service works, if the manager requests it
+// (systemd's WatchdogSec=). If the service does not work, the notifications stop, and the manager
+// restarts it.
 //
-// Three things are looked at, three times within the manager's time, by a thread of its own. A
-// message to the service's own channel is answered. No serving thread has been at one request since
-// the look before. The thread that watches the clock for all players has done a round since then.
-// What waits for a disk that is away, a scan or the check of a file, is not looked at: a restart
-// would not help it.
+// A separate thread makes three checks, three times within the manager's time. First: a message to
+// the service's own channel is answered. Second: no serving thread is still at the request that it
+// had at the previous check. Third: the thread that watches the clock for all players has completed
+// a round since then. Scans and checks of files, which may wait for a disk that does not answer,
+// are not watched: a restart would not help.
 #ifndef VANTRO_SERVICE_WATCHDOG_H
 #define VANTRO_SERVICE_WATCHDOG_H
 
@@ -20,7 +21,7 @@ namespace vantro::service {
 class Watchdog {
   public:
     struct Looks {
-        // Whether the channel answers within the time.
+        // Whether the channel answers within that time.
         std::function<bool(std::chrono::milliseconds)> channel_answers;
         std::function<bool()> requests_get_on; // since the call before
         std::function<bool()> clock_goes;      // likewise
@@ -31,12 +32,12 @@ class Watchdog {
     Watchdog(const Watchdog &) = delete;
     Watchdog &operator=(const Watchdog &) = delete;
 
-    // Begins to look, unless nobody wants to hear it. Throws std::system_error if there is no
-    // thread to be had.
+    // Starts the checks, unless the manager does not watch. Throws std::system_error if the thread
+    // cannot be made.
     void start(Looks looks) EXCLUDES(mutex_);
-    // Looks no more. The service ends, and nobody answers soon. Any thread.
+    // Ends the checks. Called when the service ends and will soon not answer. Any thread.
     void end() EXCLUDES(mutex_);
-    // The same, and waits until it does not look any more.
+    // The same, and waits for the thread.
     void stop() EXCLUDES(mutex_);
 
   private:

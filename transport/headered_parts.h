@@ -21,7 +21,7 @@ namespace vantro::transport {
 inline constexpr int parts_max = IOV_MAX - 3;
 static_assert(parts_max == 1021);
 
-// Parts of a caller's vector that cost no heap.
+// Parts of a caller's vector that need no heap allocation.
 inline constexpr int stack_parts = 32;
 
 // Bytes of all parts. If the sum does not fit 64 bits, UINT64_MAX, which no message has.
@@ -36,8 +36,8 @@ inline uint64_t sum_parts(const iovec *parts, int count) {
     return total;
 }
 
-// The header, then the caller's parts in order. Vectors of the usual length live in this object,
-// so that an exchange costs no heap; longer ones cost one allocation.
+// The header, then the caller's parts in order. Vectors of the usual length are stored in this
+// object, so that an exchange needs no heap allocation; longer ones need one.
 class HeaderedParts {
   public:
     HeaderedParts(TransportHeader *header, const iovec *parts, int count) {
@@ -67,7 +67,7 @@ class HeaderedParts {
     HeaderedParts(const HeaderedParts &) = delete;
     HeaderedParts &operator=(const HeaderedParts &) = delete;
 
-    // False where the parts were refused; errno says why (EINVAL, ENOMEM).
+    // False if the parts were refused; errno has the reason (EINVAL, ENOMEM).
     explicit operator bool() const { return vector_ != nullptr; }
 
     const iovec *data() const { return vector_; }

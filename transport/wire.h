@@ -1,5 +1,5 @@
-// The transport's wire format: what the first 28 bytes of every message are, checked byte by byte.
-// The header is the public TransportHeader; nothing here is a second description of it.
+// The transport's wire format: static checks of the first 28 bytes of every message. The header is
+// the public TransportHeader; this file does not define it again.
 #ifndef VANTRO_TRANSPORT_WIRE_H
 #define VANTRO_TRANSPORT_WIRE_H
 
@@ -31,7 +31,7 @@ inline uint16_t first_word(const void *message) {
     return word;
 }
 
-// Integers travel in native order, and the format is little-endian.
+// Integers are sent in native order, and the format is little-endian.
 static_assert(std::endian::native == std::endian::little);
 
 static_assert(sizeof(TransportHeader) == header_bytes);

@@ -1,4 +1,5 @@
-// MPD as it is compared, and a connection of libmpdclient to whoever speaks its protocol.
+// MPD as configured for the comparison, and a connection of libmpdclient to a server of its
+// protocol.
 #ifndef VANTRO_BENCH_PEERS_MPD_CLIENT_H
 #define VANTRO_BENCH_PEERS_MPD_CLIENT_H
 

@@ -1,4 +1,4 @@
-// nng: request and reply sockets over ipc, one socket a client thread.
+// nng: request and reply sockets over ipc, with one socket for each client thread.
 #include <nng/nng.h>
 #include <nng/protocol/reqrep0/rep.h>
 #include <nng/protocol/reqrep0/req.h>

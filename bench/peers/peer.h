@@ -1,5 +1,5 @@
-// What each means of message passing must provide for the comparison, and the sizes that all of
-// them carry. The program (peer_main.cpp) starts itself once more as the server, so that the two
+// What each messaging library must provide for the comparison, and the message sizes that all of
+// them use. The program (peer_main.cpp) starts itself once more as the server, so that the two
 // sides of an exchange are two processes.
 #ifndef VANTRO_BENCH_PEERS_PEER_H
 #define VANTRO_BENCH_PEERS_PEER_H
@@ -15,7 +15,7 @@ namespace vantro::bench::peers {
 inline constexpr size_t request_bytes = 44;
 inline constexpr size_t answer_bytes = 32;
 
-// One client thread's way to the server.
+// One client thread's connection to the server.
 class Caller {
   public:
     Caller() = default;
@@ -37,7 +37,7 @@ std::unique_ptr<Caller> connect(const std::string &directory);
 // Tells the client's side that it may connect.
 void ready();
 
-// fail() unless what was done succeeded.
+// Calls fail() unless the operation succeeded.
 inline void check(bool success, const char *what) {
     if (!success) {
         fail(what);

@@ -1,5 +1,5 @@
-// The program around each means of message passing: DIRECTORY [apart], or --serve DIRECTORY.
-// "apart" gives each side a processor of its own; otherwise the scheduler decides.
+// The main program for each messaging library: DIRECTORY [apart], or --serve DIRECTORY. "apart"
+// gives each side its own processor; otherwise the scheduler chooses.
 #include <cstdio>
 #include <latch>
 #include <string>
@@ -20,8 +20,8 @@ using namespace vantro::bench::peers;
 constexpr size_t client_threads = 4;
 constexpr int64_t work_ns = 1000000;
 
-// Confines this process to the nth of the processors that it may use. If there is no nth, nothing
-// changes.
+// Confines this process to the nth of the processors that it may use. If there are fewer
+// processors, nothing changes.
 void run_on_nth(int nth) {
     cpu_set_t allowed;
     sched_getaffinity(0, sizeof allowed, &allowed);
@@ -46,7 +46,7 @@ Times paced(Caller &caller, size_t count) {
     return times;
 }
 
-// All threads exchange at once; each does the whole count.
+// All threads make exchanges at the same time; each makes the full number.
 Times threaded(std::vector<std::unique_ptr<Caller>> &callers, size_t count) {
     std::vector<Times> found(callers.size());
     {

@@ -1,4 +1,4 @@
-// What each player service provides to be compared: a service of its own, and one client of it.
+// What each player service must provide for the comparison: a running service and one client of it.
 #ifndef VANTRO_BENCH_PEERS_PLAYER_H
 #define VANTRO_BENCH_PEERS_PLAYER_H
 
@@ -39,17 +39,17 @@ class Player {
 
     virtual void repeat(bool on) = 0;
     virtual void pause(bool on) = 0;
-    // What the player does.
+    // The player's state.
     virtual void state() = 0;
-    // What a line of status shows: what the player does, the queue's length, the song with its
-    // tags, the position, the volume.
+    // The content of a status line: the player's state, the queue's length, the song with its tags,
+    // the position, the volume.
     virtual void status() = 0;
     // Names of all songs; returns how many.
     virtual int listing() = 0;
     // page_songs songs with tags, from the catalogue or from the queue.
     virtual void page(int offset) = 0;
     virtual void queue_page(int offset) = 0;
-    // The first page_songs finds with tags; returns how many.
+    // The first page_songs results with tags; returns how many.
     virtual int search(const std::string &term) = 0;
     // Notes in `told` each change of the repeat mode, on a connection of its own, until the service
     // ends.
@@ -59,8 +59,8 @@ class Player {
 
 // Starts the service and connects.
 // @param music the collection.
-// @param state a directory where the service keeps what it knows; an earlier service may have left
-// its files there.
+// @param state a directory in which the service keeps its files; it may have files of an earlier
+//   service.
 std::unique_ptr<Player> start(const std::string &music, const std::string &state);
 
 } // namespace vantro::bench::peers

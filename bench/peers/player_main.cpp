@@ -1,5 +1,5 @@
-// The program around each player service: MUSIC STATE SONGS TERMS. SONGS is the number of songs in
-// MUSIC, TERMS a file with words that their titles contain.
+// The main program for each player service: MUSIC STATE SONGS TERMS. SONGS is the number of songs
+// in MUSIC, TERMS a file with words that their titles contain.
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -62,7 +62,7 @@ class Measured {
             follower = std::thread([&] { player_->follow(told); });
             follower.detach();
         }
-        player_->repeat(on_ = false); // else the next command might change nothing
+        player_->repeat(on_ = false); // otherwise the next command might change nothing
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         Times times;
         for (size_t i = 0; i < count; ++i) {

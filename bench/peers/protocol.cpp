@@ -1,5 +1,5 @@
-// What a client of the MPD protocol waits for: MUSIC STATE SONGS TERMS mpd|vantro-mpd. The client
-// is the same for both, libmpdclient on a Unix socket.
+// The times that a client of the MPD protocol waits: MUSIC STATE SONGS TERMS mpd|vantro-mpd. The
+// client is the same for both, libmpdclient on a Unix socket.
 #include <cstdlib>
 #include <fstream>
 #include <optional>

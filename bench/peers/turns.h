@@ -1,5 +1,6 @@
 // The conversation with scripts/compare: it writes "ROW COUNT" to standard input, and the program
-// answers with a line of so many times in nanoseconds. So the script lets all programs take turns.
+// answers with a line of COUNT times in nanoseconds. In this way the script lets all programs take
+// turns.
 #ifndef VANTRO_BENCH_PEERS_TURNS_H
 #define VANTRO_BENCH_PEERS_TURNS_H
 

@@ -1,4 +1,5 @@
-// ZeroMQ: request and reply sockets over ipc. One context a process, one socket a client thread.
+// ZeroMQ: request and reply sockets over ipc, with one context for each process and one socket for
+// each client thread.
 #include <zmq.h>
 
 #include "bench/peers/peer.h"

@@ -1,4 +1,4 @@
-// What a command is refused with.
+// The error with which a command is refused.
 #ifndef VANTRO_BRIDGES_MPD_ACK_H
 #define VANTRO_BRIDGES_MPD_ACK_H
 
@@ -7,7 +7,7 @@
 
 namespace vantro::mpd {
 
-// The numbers that the protocol gives to kinds of errors.
+// The protocol's numbers for kinds of errors.
 enum class AckCode {
     not_list = 1,
     argument = 2,
@@ -23,7 +23,7 @@ enum class AckCode {
     exist = 56
 };
 
-// Ends the command that throws it, and the command list that the command stands in.
+// Ends the command that throws it, and the command list that contains the command.
 class Ack : public std::runtime_error {
   public:
     Ack(AckCode code, const std::string &text) : std::runtime_error(text), code_(code) {}

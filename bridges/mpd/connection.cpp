@@ -59,7 +59,7 @@ void Connection::send() {
 void Connection::finish() {
     if (!has_output() && !std::exchange(finishing_, true)) {
         ::shutdown(socket_.get(), SHUT_WR);
-        receive(); // throws away what is here already
+        receive(); // discards the bytes that have arrived already
     }
 }
 

@@ -9,7 +9,7 @@ bool is_blank(char c) {
     return c == ' ' || c == '\t';
 }
 
-// Takes one word off the front of the line.
+// Removes one word from the front of the line and returns it.
 std::string take_quoted(std::string_view &line) {
     std::string word;
     for (size_t at = 1; at < line.size(); ++at) {

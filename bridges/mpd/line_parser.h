@@ -1,4 +1,4 @@
-// A line of a client, as words.
+// Splits a line of a client into words.
 #ifndef VANTRO_BRIDGES_MPD_LINE_PARSER_H
 #define VANTRO_BRIDGES_MPD_LINE_PARSER_H
 
@@ -11,9 +11,9 @@ namespace vantro::mpd {
 // More words than any command has; `find` and `tagtypes` take the most.
 constexpr size_t words_max = 256;
 
-// Splits a line without its end into the command and its arguments. Words are separated by blanks
-// and tabs. A word in quotation marks may hold them, and a backslash there takes the next character
-// as it is. @throws Ack where the line is none.
+// Splits a line, without its end, into the command and its arguments. Blanks and tabs separate
+// words. A word in quotation marks may contain them; in it, a backslash escapes the next character.
+// @throws Ack if the line is malformed.
 std::vector<std::string> parse_line(std::string_view line);
 
 } // namespace vantro::mpd

@@ -9,7 +9,7 @@
 namespace vantro::mpd {
 namespace {
 
-// Short, since making a page keeps all clients waiting.
+// Short, since all clients wait while a page is made.
 constexpr int32_t page_entries = 250;
 static_assert(page_entries <= VANTRO_METADATA_PAGE_MAX);
 

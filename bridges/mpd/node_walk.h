@@ -13,8 +13,8 @@
 
 namespace vantro::mpd {
 
-// One list: the entries of a node, or what a term finds. It may be left between two entries for as
-// long as needed, and then goes on at its place.
+// One list: the entries of a node, or the results of a search. Reading may pause between two
+// entries for any time, and then continues at its place.
 class NodeWalk {
   public:
     // @param described whether entries come with their metadata.
@@ -25,11 +25,12 @@ class NodeWalk {
         return NodeWalk({source, ""}, std::move(term), true);
     }
 
-    // The next entry, which lives until the next call; both pointers are NULL at the end, and the
-    // second one where none are wanted. A node that does not exist has no entries. @throws Ack.
+    // The next entry, which lives until the next call; at the end both pointers are NULL, and
+    // without metadata the second one is always NULL. A node that does not exist has no entries.
+    // @throws Ack.
     DescribedNode next(Player &player);
 
-    // Entries that are here already.
+    // Entries that were fetched already.
     size_t ready() const { return size() - at_; }
 
   private:

@@ -15,18 +15,18 @@ class Partitions {
   public:
     explicit Partitions(const std::string &default_player) { all_.emplace_back(default_player); }
 
-    // The one that clients begin with.
+    // The partition with which clients begin.
     Partition &default_partition() { return all_.front(); }
 
     // The player of that name. @throws Ack if the service has none.
     Partition &get(const std::string &name);
 
-    // The names of the service's players, or, where it does not tell them, of those in use.
+    // The names of the service's players, or, if the service does not list them, of those in use.
     std::vector<std::string> names();
 
     std::list<Partition> &all() { return all_; }
 
-    // Grows with every change of the catalogue that any of them was told.
+    // Grows with every change of the catalogue that any partition has noticed.
     uint64_t catalogue_version() const;
 
     std::chrono::steady_clock::time_point started_at() const { return started_at_; }

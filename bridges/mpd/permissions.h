@@ -1,4 +1,4 @@
-// What clients may do, and the passwords by which they may do more.
+// Permissions of clients, and the passwords that give them.
 #ifndef VANTRO_BRIDGES_MPD_PERMISSIONS_H
 #define VANTRO_BRIDGES_MPD_PERMISSIONS_H
 
@@ -10,14 +10,14 @@
 
 namespace vantro::mpd {
 
-// As the protocol has them; each command needs one.
+// The protocol's permissions; each command needs one.
 enum class Permission {
-    read,    // Everything that changes nothing.
-    add,     // Songs and playlists may come into the queue.
+    read,    // Commands that change nothing.
+    add,     // Adding songs and playlists to the queue.
     player,  // Playback, its modes and the queue.
-    control, // Saved playlists and updates, and what `player` may.
+    control, // Saved playlists and updates, and everything that `player` allows.
     admin,   // Outputs.
-    none,    // For everybody.
+    none,    // No permission is needed.
     nobody,  // The command is known, and always refused.
 };
 
@@ -35,19 +35,19 @@ class Permissions {
 
 class Passwords {
   public:
-    // Without a file everybody may do everything, and there are no passwords.
+    // Without a file there are no passwords, and every client may do everything.
     Passwords() = default;
 
-    // Reads lines of the form PASSWORD@PERMISSIONS; one without a password is for clients that have
-    // not given any, which may do nothing otherwise. Empty lines, and those that begin with "#", do
-    // not count. @throws std::runtime_error, with the number of a line that is wrong.
+    // Reads lines of the form PASSWORD@PERMISSIONS; a line without a password is for clients that
+    // have not given one, which may otherwise do nothing. Empty lines, and lines that begin with
+    // "#", are ignored. @throws std::runtime_error, with the number of a wrong line.
     static Passwords read(const std::string &path);
 
-    // What a client may do that has given none.
+    // The permissions of a client that has given no password.
     const Permissions &at_first() const { return at_first_; }
 
-    // What one may do that gives this password; NULL if it is wrong. As long as it takes does not
-    // tell where it is wrong.
+    // The permissions for this password; NULL if it is wrong. The time that this takes does not
+    // show which part of the password is wrong.
     const Permissions *find(std::string_view password) const;
 
     bool empty() const { return passwords_.empty(); }

@@ -37,7 +37,8 @@ void Queue::replace(uint64_t tsid, std::vector<NodeKey> tracks) {
            before[before.size() - 1 - back].key == tracks[tracks.size() - 1 - back]) {
         ++back;
     }
-    // Songs between the two, by what they are; of several of the same song the first one first.
+    // The songs between the two, by node; if a song occurs several times, the first one comes
+    // first.
     std::unordered_map<std::string, std::vector<uint32_t>> loose;
     for (size_t i = before.size() - back; i > front; --i) {
         loose[text_of(before[i - 1].key)].push_back(before[i - 1].id);

@@ -1,4 +1,4 @@
-// The tracks of a player's session, with the ids and the version that the protocol gives them.
+// The tracks of a player's session, with the ids and the version of the protocol.
 #ifndef VANTRO_BRIDGES_MPD_QUEUE_H
 #define VANTRO_BRIDGES_MPD_QUEUE_H
 
@@ -17,7 +17,7 @@ struct QueueEntry {
     NodeKey key;
 };
 
-// The entries of one version. They never change, so an answer that is being sent keeps them.
+// The entries of one version. They are immutable, so an answer that is being made can keep them.
 using QueueEntries = std::shared_ptr<const std::vector<QueueEntry>>;
 
 class Queue {
@@ -27,13 +27,13 @@ class Queue {
     uint32_t version() const { return version_; }
     uint64_t tsid() const { return tsid_; }
 
-    // Takes the tracks of a session. What stays, and what only moves, keeps its id.
+    // Sets the tracks of a session. Tracks that stay or move keep their ids.
     void replace(uint64_t tsid, std::vector<NodeKey> tracks);
 
-    // Takes the entries of a session, whose ids are known; their `changed` does not matter.
+    // Sets the entries of a session, with known ids; their `changed` is ignored.
     void take(uint64_t tsid, std::vector<QueueEntry> entries);
 
-    // An id that no song has.
+    // An unused id.
     uint32_t take_id();
 
     std::optional<uint32_t> position_of(uint32_t id) const;

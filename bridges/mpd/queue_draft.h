@@ -1,4 +1,4 @@
-// A queue that is being changed, before the player is told.
+// Pending changes of a queue that the player does not have yet.
 #ifndef VANTRO_BRIDGES_MPD_QUEUE_DRAFT_H
 #define VANTRO_BRIDGES_MPD_QUEUE_DRAFT_H
 
@@ -11,9 +11,9 @@
 
 namespace vantro::mpd {
 
-// Clients change the queue song by song, in long command lists. Each change of the player's session
-// costs as much as the session is long, so changes that follow each other are made here, and given
-// to the player together. Positions and ranges are the caller's to check.
+// Clients change the queue song by song, in long command lists. The cost of each change of the
+// player's session is proportional to its length, so consecutive changes are collected here, and
+// sent to the player together. The caller checks positions and ranges.
 class QueueDraft {
   public:
     explicit QueueDraft(const Queue &queue);
@@ -23,20 +23,21 @@ class QueueDraft {
 
     void append(uint32_t id, NodeKey key);
     void erase(const Range &range);
-    // The range begins at that place of what is left without it.
+    // Moves the range to that place in the queue without the range.
     void move(const Range &range, uint32_t to);
     void swap(uint32_t one, uint32_t other);
     void shuffle(const Range &range);
 
-    // Songs of the queue as it was.
+    // The number of songs before the changes.
     uint32_t size_before() const { return static_cast<uint32_t>(before_->size()); }
     const QueueEntries &before() const { return before_; }
-    // Songs that are new.
+    // The new songs.
     const std::vector<QueueEntry> &added() const { return added_; }
-    // Whether the new songs stand after the queue as it was.
+    // Whether the only change is that songs were added at the end.
     bool only_appended() const { return only_appended_; }
 
-    // The entries in their order, each as its place before: new ones count on from the end.
+    // The entries in their new order, each by its old place; new songs have the places after the
+    // old ones.
     const std::vector<uint32_t> &order() const { return order_; }
     const QueueEntry &entry(uint32_t place) const {
         return place < before_->size() ? (*before_)[place] : added_[place - before_->size()];

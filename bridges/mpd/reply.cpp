@@ -12,8 +12,8 @@ std::string format_seconds(int64_t ms) {
 }
 
 std::string audio_format(const Song &song) {
-    // The catalogue does not have the bits of a sample. Decoders of these codecs give floating
-    // point numbers.
+    // The catalogue does not have the number of bits of a sample. Decoders of these codecs produce
+    // floating point numbers.
     constexpr std::array<std::string_view, 4> lossy = {"mp3", "aac", "vorbis", "opus"};
     if (song.sample_rate.empty() || song.channels.empty() ||
         std::find(lossy.begin(), lossy.end(), song.codec) == lossy.end()) {

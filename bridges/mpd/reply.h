@@ -1,4 +1,4 @@
-// What is written to a client.
+// Writing answers to a client.
 #ifndef VANTRO_BRIDGES_MPD_REPLY_H
 #define VANTRO_BRIDGES_MPD_REPLY_H
 
@@ -16,7 +16,8 @@ class Reply {
   public:
     explicit Reply(std::string &output) : output_(output) {}
 
-    // One line. A value of the catalogue may hold line ends, which would be lines of the protocol.
+    // Writes one line. Line ends within a value, which would be lines of the protocol, are
+    // replaced.
     void pair(std::string_view key, std::string_view value) {
         output_ += key;
         output_ += ": ";
@@ -35,7 +36,7 @@ class Reply {
 
     void raw(std::string_view bytes) { output_ += bytes; }
 
-    // A song with those of its tags that the client wants to see.
+    // Writes a song with the tags that the client wants to see.
     void song(const Song &song, const TagSet &shown);
 
     size_t size() const { return output_.size(); }
@@ -47,7 +48,7 @@ class Reply {
 // Milliseconds as seconds with three decimals.
 std::string format_seconds(int64_t ms);
 
-// "RATE:BITS:CHANNELS" of what is played, or empty if it is not known.
+// "RATE:BITS:CHANNELS" of the song, or empty if it is unknown.
 std::string audio_format(const Song &song);
 
 } // namespace vantro::mpd

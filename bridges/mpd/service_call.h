@@ -1,4 +1,4 @@
-// Failures of the library, as a command is refused with them.
+// Turns failures of the library into errors of commands.
 #ifndef VANTRO_BRIDGES_MPD_SERVICE_CALL_H
 #define VANTRO_BRIDGES_MPD_SERVICE_CALL_H
 
@@ -11,22 +11,22 @@
 
 namespace vantro::mpd {
 
-// The service has ended, or there is none.
+// The service has ended, or none runs.
 class ServiceGone : public Ack {
   public:
     ServiceGone() : Ack(AckCode::system, "the player service does not run") {}
 };
 
-// The service is there, but has not answered.
+// The service runs, but has not answered.
 class ServiceSilent : public Ack {
   public:
     ServiceSilent() : Ack(AckCode::system, "the player service does not answer") {}
 };
 
-// What a failure is told as.
+// The Ack for a failure.
 Ack ack_of(const Failure &failure);
 
-// Throws it: as a ServiceGone, a ServiceSilent, or another Ack.
+// Throws the failure as a ServiceGone, a ServiceSilent, or another Ack.
 [[noreturn]] void throw_ack(const Failure &failure);
 
 // The value of a call. @throws Ack if it failed.

@@ -1,4 +1,4 @@
-// A song as the protocol shows it.
+// A song with the data that the protocol shows.
 #ifndef VANTRO_BRIDGES_MPD_SONG_H
 #define VANTRO_BRIDGES_MPD_SONG_H
 
@@ -24,8 +24,8 @@ struct Song {
     std::string uri;
     std::array<std::string, tag_count> tags;
     int32_t duration_ms = 0;
-    int64_t modified = 0; // Seconds since 1970; 0 if it is not known.
-    std::string bit_rate; // These three as the catalogue has them, or empty.
+    int64_t modified = 0; // Seconds since 1970; 0 if unknown.
+    std::string bit_rate; // These three are the catalogue's texts, or empty.
     std::string sample_rate;
     std::string channels;
     std::string codec;
@@ -36,7 +36,7 @@ struct Song {
         return which == Tag::absent ? none : tags[index_of(which)];
     }
 
-    // What songs are grouped and filtered by: the artist stands in for an album artist.
+    // The value for grouping and filtering: the artist replaces a missing album artist.
     const std::string &tag_or_fallback(Tag which) const {
         const std::string &value = tag(which);
         return value.empty() && which == Tag::album_artist ? tag(Tag::artist) : value;

@@ -1,4 +1,4 @@
-// Songs that were asked for lately.
+// A cache of recently used songs.
 #ifndef VANTRO_BRIDGES_MPD_SONG_CACHE_H
 #define VANTRO_BRIDGES_MPD_SONG_CACHE_H
 
@@ -11,7 +11,8 @@
 
 namespace vantro::mpd {
 
-// Bounded by bytes: what was not asked for since half of them was used is forgotten.
+// Bounded by bytes, in two halves: when one half is full, the songs that were not used since the
+// last time are dropped.
 class SongCache {
   public:
     SongPtr find(const NodeKey &key);
@@ -19,11 +20,11 @@ class SongCache {
     void add(const SongPtr &song);
     void clear();
 
-    // The bytes that a song takes, with what finds it.
+    // The bytes that a song takes, including its entry in the index.
     static size_t size_of(const Song &song);
 
   private:
-    // Both halves. Their songs take so much at most, and as much again for what holds them.
+    // The bound for the bytes of the songs in each half. The containers take about as much again.
     static constexpr size_t half_bytes = 16 * 1024 * 1024;
 
     struct Half {

@@ -1,4 +1,4 @@
-// All songs of the catalogue that a filter lets pass, one after the other.
+// Finds all songs of the catalogue that match a filter, one after the other.
 #ifndef VANTRO_BRIDGES_MPD_SONG_SCAN_H
 #define VANTRO_BRIDGES_MPD_SONG_SCAN_H
 
@@ -13,25 +13,25 @@
 
 namespace vantro::mpd {
 
-// It goes through the whole catalogue if that is known, or small enough to be read and kept. If
-// not, it reads lists that come with what most filters ask for; only for the songs that may match,
-// and only if more of them is needed, the service is asked for each one.
+// If the whole catalogue is cached, or small enough for that, the scan uses that copy. If not, it
+// reads lists with metadata, which decide most filters; it requests a single song only if the song
+// may match and more of its data is needed.
 class SongScan {
   public:
     enum class Order { any, folders };
 
-    // @param needs how much of a song that matches is needed.
-    // @param order `folders`: songs come as directories list them, unless the service is asked for
-    // words of the filter; see is_in_order(). `any` may be quicker.
+    // @param needs the required data of a matching song.
+    // @param order `folders`: songs come in the order of the directories, unless the service
+    //     searches for words of the filter; see is_in_order(). `any` may be faster.
     SongScan(Filter filter, Filter::Knowledge needs, Order order);
 
-    // Whether songs come as directories list them. To be asked once one has come.
+    // Whether songs come in the order of the directories. Valid after the first song.
     bool is_in_order() const { return all_ || (order_ == Order::folders && !term_); }
 
-    // Looks at one more song. @return it, if it matches. @throws Ack.
+    // Examines the next song. @return the song, if it matches. @throws Ack.
     SongPtr next(Player &player, Catalogue &catalogue);
 
-    // Whether all songs were looked at.
+    // Whether all songs were examined.
     bool at_end() const {
         return begun_ && !reading_ && walks_.empty() && (!all_ || at_ == all_->size());
     }
@@ -46,11 +46,11 @@ class SongScan {
     const Filter filter_;
     const Filter::Knowledge needs_;
     const Order order_;
-    const std::optional<std::string> term_; // What the service is asked for.
+    const std::optional<std::string> term_; // The term for which the service searches.
     bool begun_ = false;
     bool reading_ = false; // The whole catalogue is not complete yet.
     WholeCatalogue::Songs all_;
-    size_t at_ = 0;                                   // The next of them.
+    size_t at_ = 0;                                   // The index of the next song.
     std::vector<std::pair<int32_t, NodeWalk>> walks_; // The last one comes first; of each source,
                                                       // or of a folder and those in it.
 };

@@ -1,4 +1,4 @@
-// What a client can wait for.
+// The subsystems whose changes a client can wait for.
 #ifndef VANTRO_BRIDGES_MPD_SUBSYSTEMS_H
 #define VANTRO_BRIDGES_MPD_SUBSYSTEMS_H
 
@@ -19,7 +19,7 @@ enum class Subsystem {
     output,
     options,
     partition,
-    sticker, // These have nothing to tell here, but clients name them.
+    sticker, // sticker, neighbor and mount never change here, but clients name them.
     subscription,
     message,
     neighbor,
@@ -36,7 +36,7 @@ inline Subsystems only(Subsystem which) {
     return Subsystems().set(static_cast<size_t>(which));
 }
 
-// All that another run of the service may have made different.
+// Everything that a restart of the service may have changed.
 inline Subsystems of_a_player() {
     Subsystems all;
     for (const Subsystem each :

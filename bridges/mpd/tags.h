@@ -28,8 +28,8 @@ enum class Tag {
 };
 
 struct TagName {
-    std::string_view name; // As the protocol has it.
-    const char *key;       // As the catalogue has it.
+    std::string_view name; // The protocol's name.
+    const char *key;       // The catalogue's key.
 };
 
 // In the order of Tag.
@@ -55,7 +55,7 @@ constexpr size_t index_of(Tag tag) {
     return static_cast<size_t>(tag);
 }
 
-// The tag of that name, upper and lower case being the same. Nothing if the protocol has none.
+// The tag of that name; case is ignored. Nothing if the protocol has no such tag.
 std::optional<Tag> tag_named(std::string_view name);
 
 } // namespace vantro::mpd

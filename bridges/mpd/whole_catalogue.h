@@ -1,4 +1,4 @@
-// All songs, for filters that have to look at each of them.
+// A copy of all songs, for filters that have to examine each of them.
 #ifndef VANTRO_BRIDGES_MPD_WHOLE_CATALOGUE_H
 #define VANTRO_BRIDGES_MPD_WHOLE_CATALOGUE_H
 
@@ -15,8 +15,8 @@ namespace vantro::mpd {
 
 class Catalogue;
 
-// In the order of the directories. Read when a filter first needs it, song by song, and kept until
-// the catalogue changes; one that is too large is not kept.
+// The songs are in the order of the directories. They are read one by one when a filter first needs
+// them, and kept until the catalogue changes; a catalogue that is too large is not kept.
 class WholeCatalogue {
   public:
     using Songs = std::shared_ptr<const std::vector<SongPtr>>;
@@ -25,11 +25,11 @@ class WholeCatalogue {
 
     State state() const { return state_; }
 
-    // Reads one entry more, unless it is complete or too large. @return the state then.
-    // @throws Ack; what was read so far stays.
+    // Reads the next entry, unless the copy is complete or too large. @return the resulting state.
+    // @throws Ack; the songs read so far stay.
     State read_on(Player &player, Catalogue &catalogue);
 
-    // Of a complete one.
+    // Valid if the copy is complete.
     const Songs &songs() const { return songs_; }
 
     void clear() { *this = {}; }

@@ -32,7 +32,7 @@ int main(int argc, char **argv) {
         sigemptyset(&ending);
         sigaddset(&ending, SIGTERM);
         sigaddset(&ending, SIGINT);
-        sigprocmask(SIG_BLOCK, &ending, nullptr); // The loop takes them.
+        sigprocmask(SIG_BLOCK, &ending, nullptr); // The loop receives these signals.
         return vantro::mpris::Bridge(std::move(options.players)).run();
     } catch (const std::exception &error) {
         std::fprintf(stderr, "vantro-mpris: %s\n", error.what());

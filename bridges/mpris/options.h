@@ -11,8 +11,8 @@ struct Options {
     std::vector<std::string> players; // Empty: all that the service has.
 };
 
-// @return false if the program is to end with `exit_code`: after --help or --version, or for a
-// wrong option, which is reported on standard error.
+// @return false if the program must end with `exit_code`: after --help or --version, or after a
+//     wrong option, which is reported on standard error.
 bool parse_options(int argc, char **argv, Options &options, int &exit_code);
 
 } // namespace vantro::mpris

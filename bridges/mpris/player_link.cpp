@@ -8,11 +8,11 @@ namespace vantro::mpris {
 
 namespace {
 
-// The number of changes in a row that could not be understood. If the objects' file is corrupt,
-// only such changes come.
+// The allowed number of undecodable changes in a row. If the objects' file is corrupt, only such
+// changes come.
 constexpr int not_understood_max = 100;
-// Queries about one suspicion: if events come in between, the answer may be about another state
-// than the prediction.
+// Most queries about one suspicion: if events come in between, the answer may belong to another
+// state than the prediction.
 constexpr int questions_max = 3;
 
 } // namespace
@@ -32,7 +32,7 @@ Result<PlayerLink> PlayerLink::open(const std::string &name) {
     if (const Result<void> followed = link.follow(); !followed) {
         return followed.failure();
     }
-    link.jumped_ = false; // No jump: the track begins where it is.
+    link.jumped_ = false; // Not a jump: the track begins at this position.
     return link;
 }
 
@@ -44,7 +44,7 @@ Result<void> PlayerLink::seek(std::chrono::milliseconds position) {
     if (const Result<bool> read = read_events(); !read) {
         return read.failure();
     }
-    // At the end of a track another one may be current already.
+    // At the end of a track, the next one may be current already.
     if (before && mirror_.current() && mirror_.current()->place == before->place) {
         mirror_.forget_suspicion();
         jumped_ = true;
@@ -96,7 +96,7 @@ Result<bool> PlayerLink::read_events() {
     return Failure::of_errno(EBADMSG);
 }
 
-// An event's texts may be cut, and the catalogue knows more.
+// An event's texts may be cut; the catalogue has the complete ones.
 void PlayerLink::ask_for_song() {
     const std::optional<Current> &current = mirror_.current();
     if (current && !current->node_id.empty()) {
@@ -106,7 +106,7 @@ void PlayerLink::ask_for_song() {
     }
 }
 
-// The volume is published only once it was set.
+// The volume is published only after it was set.
 void PlayerLink::ask_for_volume() {
     if (const Result<VantroVolume> volume = player_.volume()) {
         mirror_.set_volume(*volume);

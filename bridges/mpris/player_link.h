@@ -1,4 +1,4 @@
-// A connection to a player of the service, which follows and drives it, and the player's mirror.
+// A connection for following and controlling a player of the service, and the player's mirror.
 #ifndef VANTRO_BRIDGES_MPRIS_PLAYER_LINK_H
 #define VANTRO_BRIDGES_MPRIS_PLAYER_LINK_H
 
@@ -14,25 +14,25 @@ namespace vantro::mpris {
 
 class PlayerLink {
   public:
-    // How long the loop waits for an answer of the service. If the service has stopped, the bridge
-    // does nothing else for that long.
+    // How long the loop waits for an answer of the service. If the service is stopped, the bridge
+    // is blocked for that time.
     static constexpr std::chrono::milliseconds answer_limit{2000};
 
-    // Connects and opens the player; reads the full picture, so that the mirror is right.
+    // Connects and opens the player; reads the complete state into the mirror.
     static Result<PlayerLink> open(const std::string &name);
 
-    // For commands and queries. Call follow() after a command: the events of its changes have come
-    // by then.
+    // For commands and queries. Call follow() after a command: the events of its changes have
+    // arrived by then.
     Player &player() { return player_; }
     const PlayerMirror &mirror() const { return mirror_; }
-    // For a loop: readable when follow() is to be called.
+    // For a loop: readable when follow() should be called.
     int descriptor() const { return descriptor_; }
 
-    // Moves within the track. That counts as a jump, however short it is.
+    // Moves within the track. This always counts as a jump, also a short one.
     Result<void> seek(std::chrono::milliseconds position);
 
-    // Reads the events that there are. @return nothing, or why the player can no longer be
-    // followed.
+    // Reads the pending events. @return success, or the reason for which the player can no longer
+    // be followed.
     Result<void> follow();
 
     // Whether the position jumped since the last call.

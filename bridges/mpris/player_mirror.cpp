@@ -42,7 +42,7 @@ void PlayerMirror::apply(const Event &event, Time at) {
     }
 }
 
-// Every event says what the player was last known to do.
+// Every event carries the player's last known modes.
 void PlayerMirror::apply_state(const Event &event, Time at) {
     const VantroStateInfo now = event.now();
     if (now.state != modes_.state || now.rate != modes_.rate) {
@@ -53,7 +53,7 @@ void PlayerMirror::apply_state(const Event &event, Time at) {
         }
         hold(position_ms(at), at);
         if (now.state == VANTRO_STATE_STOPPED && modes_.state != VANTRO_STATE_STOPPED) {
-            hold(0, at); // No jump: a stopped player is expected to be at 0.
+            hold(0, at); // Not a jump: a stopped player is expected to be at 0.
             suspicion_.reset();
         }
         changed_at_ = at;
@@ -61,7 +61,7 @@ void PlayerMirror::apply_state(const Event &event, Time at) {
     }
     modes_ = now;
     if (modes_.state == VANTRO_STATE_IDLE || modes_.state == VANTRO_STATE_NONE) {
-        // The end of a session is no event of its own; a new session's events follow.
+        // Ending a session sends no event; a new session's events follow.
         session_ = {};
         current_.reset();
         suspicion_.reset();
@@ -75,9 +75,9 @@ void PlayerMirror::apply_track(const TrackEvent &track, Time at) {
         suspicion_.reset();
         changed_at_ = at;
         position_due_ = true;
-        hold(0, at); // Where a track is expected to begin.
+        hold(0, at); // The position at which a track is expected to begin.
     }
-    // The same place: either more is known of the song, or it begins again, which a report of the
+    // The same place: either the song's metadata changed, or it begins again, which a report of the
     // position will show.
     Current current;
     current.place = place;

@@ -1,4 +1,4 @@
-// What a player does, kept up to date by its events, and where it is within its track.
+// The state of a player, which its events keep up to date, and its position in the track.
 #ifndef VANTRO_BRIDGES_MPRIS_PLAYER_MIRROR_H
 #define VANTRO_BRIDGES_MPRIS_PLAYER_MIRROR_H
 
@@ -35,10 +35,10 @@ class PlayerMirror {
     const VantroVolume &volume() const { return volume_; }
     void set_volume(const VantroVolume &volume) { volume_ = volume; }
 
-    // Sets what the service answered about the song.
+    // Sets the service's data of the song.
     void set_song(Song song) { current_->song = std::move(song); }
 
-    // Whether a track event came since the last call, so that its song is to be asked for.
+    // Whether a track event came since the last call, so that its song must be queried.
     bool take_track_news() { return std::exchange(track_news_, false); }
     // Whether a media source changed since the last call.
     bool take_source_news() { return std::exchange(source_news_, false); }
@@ -46,10 +46,10 @@ class PlayerMirror {
     // The last reported position, plus the time since then while the player plays.
     double position_ms(Time at) const;
 
-    // Jumps. A report that differs from what the clock predicts is a jump, or was read late: events
-    // have no time. Such a report makes a suspicion, which a query settles: its answer is the
-    // present position. Another track is expected to begin at 0, and ends a suspicion about the one
-    // before.
+    // Jumps. A report that differs from the clock's prediction is a jump, or was read late: events
+    // carry no time. Such a report causes a suspicion, which a query settles: its answer is the
+    // present position. A new track is expected to begin at 0, and ends a suspicion about the
+    // previous one.
     bool suspects_jump() const { return suspicion_.has_value(); }
     void forget_suspicion() { suspicion_.reset(); }
     // @return whether it was a jump.
@@ -75,10 +75,9 @@ class PlayerMirror {
     std::optional<Current> current_;
     VantroVolume volume_ = {100, 0};
     double position_ms_ = 0;
-    Time told_at_ = {};    // When position_ms_ was right.
-    Time changed_at_ = {}; // When state, rate or track changed.
-    bool position_due_ =
-        false; // The report that belongs to a change of state or track has not come yet.
+    Time told_at_ = {};         // The time to which position_ms_ belongs.
+    Time changed_at_ = {};      // The time of the last change of state, rate or track.
+    bool position_due_ = false; // The report for a change of state or track has not come yet.
     bool track_news_ = false;
     bool source_news_ = false;
     std::optional<Suspicion> suspicion_;

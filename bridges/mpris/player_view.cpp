@@ -9,7 +9,7 @@ namespace vantro::mpris {
 
 namespace {
 
-// A window of a long session is moved when the current track comes so near to its edge.
+// The window of a long session is moved when the current track comes this near to its edge.
 constexpr int32_t margin = 20;
 
 const char *playback_status(int32_t state) {
@@ -24,7 +24,7 @@ const char *loop_status(int32_t repeat) {
                                          : "None";
 }
 
-// The double with the shortest decimal text for this float: 1.1 and not 1.10000002.
+// The double with the shortest decimal text for this float: 1.1, not 1.10000002.
 double rate_of(float rate) {
     char digits[32];
     double exact = double{rate};

@@ -1,4 +1,4 @@
-// What clients of the bus see of a player, in MPRIS terms.
+// The state of a player in MPRIS terms, for clients of the bus.
 #ifndef VANTRO_BRIDGES_MPRIS_PLAYER_VIEW_H
 #define VANTRO_BRIDGES_MPRIS_PLAYER_VIEW_H
 
@@ -11,7 +11,7 @@
 
 namespace vantro::mpris {
 
-// The rates that the service takes lie between 0 and 16; MPRIS wants a least one.
+// The service accepts rates above 0, up to 16; MPRIS needs a smallest rate.
 inline constexpr double rate_min = 0.01;
 inline constexpr double rate_max = 16;
 
@@ -34,8 +34,8 @@ PlayerView view_of(const PlayerMirror &mirror);
 // The names of the properties in which the two differ.
 std::vector<const char *> changed_properties(const PlayerView &before, const PlayerView &now);
 
-// Tracks that the track list shows: all of a short session, and of a long one some around the
-// current track, so that neither a message nor a list on a screen grows without bound.
+// The tracks that the track list shows: all of a short session, or some around the current track of
+// a long one, so that neither a message nor a list on a screen grows without bound.
 struct TrackWindow {
     static constexpr int32_t tracks_max = 200;
 
@@ -49,8 +49,7 @@ struct TrackWindow {
     }
 };
 
-// The window after `before`: the same one as long as it has tracks on both sides of the current
-// one.
+// The window after `before`: the same one while it has tracks on both sides of the current one.
 TrackWindow next_window(const TrackWindow &before, const PlayerMirror &mirror);
 
 } // namespace vantro::mpris

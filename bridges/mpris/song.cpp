@@ -14,7 +14,7 @@ namespace vantro::mpris {
 
 namespace {
 
-// The most bytes of a value that are passed on; a title of this length is a mistake in a tag.
+// The most bytes of a value that are published; a title of this length is a mistake in a tag.
 constexpr size_t text_bytes_max = 4096;
 
 int64_t number(std::string_view text) {
@@ -27,7 +27,7 @@ int32_t small_number(std::string_view text) {
     return static_cast<int32_t>(std::min<int64_t>(number(text), INT32_MAX));
 }
 
-// The address of a file; nothing if its name is no UTF-8: its bytes are not known then.
+// The URL of a file; nothing if its name is not UTF-8: its bytes are then unknown.
 std::string url_of(std::string_view path) {
     constexpr std::string_view replaced = "\xEF\xBF\xBD";
     constexpr std::string_view unescaped = "-._~/!$&'()*+,;=:@";
@@ -44,7 +44,7 @@ std::string url_of(std::string_view path) {
     return url;
 }
 
-// The path in a file's address; empty if it is none.
+// The path in a file's URL; empty if it is not one.
 std::string path_in(std::string_view url) {
     constexpr std::string_view scheme = "file://";
     if (!url.starts_with(scheme)) {

@@ -1,4 +1,4 @@
-// What is known of a song, in the form of a media player on the bus.
+// The metadata of a song, in the form for the bus.
 #ifndef VANTRO_BRIDGES_MPRIS_SONG_H
 #define VANTRO_BRIDGES_MPRIS_SONG_H
 
@@ -10,7 +10,7 @@
 
 namespace vantro::mpris {
 
-// Empty texts and zeros mean "not known". The bus accepts every text.
+// Empty texts and zeros mean "unknown". The bus accepts every text.
 struct Song {
     std::string path; // The track's place; no_track if there is none.
     int64_t length_us = 0;
@@ -30,15 +30,15 @@ struct Song {
     bool operator==(const Song &) const = default;
 };
 
-// A text without what the bus refuses: bytes that are no UTF-8, and code points that are no
-// characters. U+FFFD takes their place.
+// A text that the bus accepts: bytes that are not UTF-8, and code points that are not characters,
+// are replaced by U+FFFD.
 std::string clean_text(std::string_view text);
 
-// The song as an event has it. An event cuts long texts.
+// The song of an event. An event cuts long texts.
 Song song_of(const Metadata *metadata);
 
-// Asks the service for the values of a song, and replaces those that `song` has. Blocks for the
-// answer; if none comes the song stays as it is.
+// Queries the service for the values of a song, and replaces those in `song`. Blocks for the
+// answer; if none comes, `song` does not change.
 void complete(Song &song, Player &player, int32_t ms_id, const std::string &node_id);
 
 } // namespace vantro::mpris

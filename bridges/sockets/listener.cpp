@@ -17,7 +17,7 @@
 namespace vantro::sockets {
 namespace {
 
-// Clients that may wait while the loop serves another.
+// Clients that may wait while the loop serves another one.
 constexpr int backlog = 256;
 
 [[noreturn]] void fail(const std::string &where, int error) {
@@ -73,8 +73,8 @@ Listener Listener::open_path(const std::string &path) {
     if (!made) {
         fail(path, errno);
     }
-    // If nobody listens on the socket, a run that was killed has left it. Connecting to a file
-    // of another kind fails in the same way.
+    // If no process listens on the socket, a killed run has left it. Connecting to a file of
+    // another kind fails in the same way.
     struct stat there {};
     const bool taken = ::lstat(path.c_str(), &there) == 0;
     if (taken && !S_ISSOCK(there.st_mode)) {

@@ -1,4 +1,4 @@
-// Where clients connect.
+// Sockets on which clients connect.
 #ifndef VANTRO_BRIDGES_SOCKETS_LISTENER_H
 #define VANTRO_BRIDGES_SOCKETS_LISTENER_H
 
@@ -11,8 +11,8 @@
 
 namespace vantro::sockets {
 
-// Who had no descriptor for a client that came looks again after so long. It may be others in the
-// system who give one back, so that nothing here tells of it.
+// The pause after which a bridge that had no free descriptor for a new client tries again. Another
+// process may release descriptors, which causes no event here.
 inline constexpr std::chrono::milliseconds shortage_pause{500};
 
 class Listener {

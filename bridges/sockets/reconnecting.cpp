@@ -16,7 +16,7 @@ constexpr milliseconds long_attempt(500);
 
 void Reconnecting::failed(Clock::time_point begun) {
     delay_ = std::clamp(delay_ * 2, silent_ ? first_delay_of_silent : first_delay, longest_delay);
-    // An attempt that took long kept all clients waiting, so the next one is not made soon.
+    // All clients wait during an attempt, so after a long one the next is made later.
     const Clock::time_point now = Clock::now();
     asked_retry_at_ = now - begun > long_attempt ? now + (now - begun) : now;
     retry_at_ = std::max(now + delay_, asked_retry_at_);

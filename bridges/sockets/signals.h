@@ -5,7 +5,7 @@
 
 namespace vantro::sockets {
 
-// Readable once the program is to end: SIGTERM and SIGINT are blocked from now on, and arrive here.
+// A descriptor that is readable after SIGTERM or SIGINT. Both signals are blocked from now on.
 Descriptor ending_signals();
 
 } // namespace vantro::sockets

@@ -8,10 +8,10 @@
 
 namespace vantro::sockets {
 
-// The time until the earliest of several moments, as epoll_wait() takes it.
+// The time until the earliest of several moments, in the form of epoll_wait().
 class WaitTime {
   public:
-    // @param ms milliseconds at most; below 0: for ever.
+    // @param ms milliseconds at most; below 0: without limit.
     explicit WaitTime(int64_t ms = -1) : ms_(ms) {}
 
     void end_at(std::chrono::steady_clock::time_point moment) {

@@ -1,4 +1,4 @@
-// Why a request is not carried out, as its answer says it.
+// The error in the answer to a failed request.
 #ifndef VANTRO_BRIDGES_WEB_API_ERROR_H
 #define VANTRO_BRIDGES_WEB_API_ERROR_H
 
@@ -11,7 +11,7 @@ namespace vantro::web {
 class ApiError : public std::runtime_error {
   public:
     // @param status of HTTP.
-    // @param code for programs: a word that stays the same.
+    // @param code for programs: a word that never changes.
     // @param message for people.
     ApiError(int status, const char *code, const std::string &message)
         : std::runtime_error(message), status_(status), code_(code) {}

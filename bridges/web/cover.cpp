@@ -19,8 +19,8 @@ namespace {
     throw ApiError(404, "no_cover", "there is no cover");
 }
 
-// Decided by the file's content. Other files are not served: a page that somebody put beside the
-// music must not run here.
+// The file's content decides. Other files are not served: a foreign page among the music must not
+// run here.
 const char *type_of(std::string_view start) {
     if (start.starts_with("\xFF\xD8\xFF")) {
         return "image/jpeg";
@@ -65,7 +65,7 @@ Response cover_response(std::string_view uri, std::string_view known_etag) {
         response.file = std::move(file);
         response.file_size = static_cast<uint64_t>(about.st_size);
     }
-    // So scrolling does not fetch a cover twice, and a changed cover appears soon.
+    // With these headers scrolling does not fetch a cover twice, and a changed cover appears soon.
     response.headers = {{"ETag", std::move(etag)}, {"Cache-Control", "private, max-age=600"}};
     return response;
 }

@@ -8,7 +8,8 @@
 
 namespace vantro::web {
 
-// The picture that a "file:" URI names. @throws ApiError if it is none, or cannot be read.
+// The picture that a "file:" URI names. @throws ApiError if the file is not a picture, or cannot be
+// read.
 Response cover_response(std::string_view uri, std::string_view known_etag);
 
 } // namespace vantro::web

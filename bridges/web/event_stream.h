@@ -13,11 +13,11 @@
 
 namespace vantro::web {
 
-// It holds one event at most: if a client reads slowly, it is sent the state as it is by then.
-// While there is nothing to send the connection is suspended, and costs nothing.
+// It buffers at most one event: a client that reads slowly gets the latest state. While there is
+// nothing to send, the connection is suspended, and costs nothing.
 class EventStream {
   public:
-    // @param connection the request's, which lives longer.
+    // @param connection of the request; it outlives this.
     EventStream(PlayerLink &link, MHD_Connection *connection, uint64_t id)
         : link_(link), connection_(connection), id_(id) {}
 
@@ -26,7 +26,7 @@ class EventStream {
     int descriptor() const;
 
     void notify(const Changes &changes);
-    // The client has gone, or must go.
+    // Ends the stream: the client has gone, or must be disconnected.
     void end();
 
     // Fills the buffer for the HTTP library. @return bytes, or the library's value for the end.
@@ -44,7 +44,7 @@ class EventStream {
     bool ended_ = false;
     bool suspended_ = false;
     std::string text_;
-    size_t sent_ = 0; // Of it.
+    size_t sent_ = 0; // The number of sent bytes.
 };
 
 } // namespace vantro::web

@@ -10,16 +10,16 @@
 
 namespace vantro::web {
 
-// A browser also runs other pages, and sends their requests from this machine, or from within its
-// network. Three fields tell such requests from ours:
+// A browser also runs other sites' pages, and sends their requests from this machine, or from
+// within its network. Three fields distinguish such requests:
 //  - Host. After a page was loaded, the address of its name may be changed to ours (DNS rebinding).
-//    Such a page sends that name. Addresses written as numbers cannot be rebound, so they are taken
-//    as they are.
-//  - Origin and Sec-Fetch-Site, which name the page that a request comes from.
-//  - Content-Type. A foreign page cannot send application/json without asking first.
+//    Such a page sends that name. Numeric addresses cannot be rebound, so they are accepted.
+// - Origin and Sec-Fetch-Site, which name the page from which a request comes.
+// - Content-Type. A foreign page cannot send application/json without a preflight request.
 class Guard {
   public:
-    // @param hosts names by which clients may call this machine, beside "localhost" and its own.
+    // @param hosts further names by which clients may address this machine, beside "localhost" and
+    //     its host name.
     explicit Guard(const std::vector<std::string> &hosts);
 
     // @throws ApiError.
@@ -35,8 +35,7 @@ class Guard {
     std::vector<std::string> hosts_;
 };
 
-// The host of "host:port", in small letters, without brackets and a last dot; empty where it is
-// malformed.
+// The host of "host:port", in lower case, without brackets and final dot; empty if it is malformed.
 std::string host_name(std::string_view host_and_port);
 
 } // namespace vantro::web

@@ -15,7 +15,7 @@ namespace vantro::web {
 
 using sockets::Descriptor;
 
-// The parts of a request that are looked at before its body. Missing fields are empty.
+// The parts of a request that are checked before its body. Missing fields are empty.
 struct RequestHead {
     std::string method;
     std::string host;
@@ -23,10 +23,10 @@ struct RequestHead {
     std::string fetch_site; // Sec-Fetch-Site: which page made the browser send it.
     std::string content_type;
     std::string known_etag; // If-None-Match
-    std::string token;      // The cookie that pairing gives.
+    std::string token;      // The cookie from pairing.
     bool from_loopback = false;
-    bool forwarded = false; // A proxy has passed it on.
-    bool secure = false;    // It reached that proxy by TLS.
+    bool forwarded = false; // A proxy has forwarded the request.
+    bool secure = false;    // The request reached that proxy by TLS.
 };
 
 struct Request {

@@ -216,7 +216,7 @@ void HttpServer::close_overdue() {
         }
         const MHD_ConnectionInfo *const info =
             MHD_get_connection_info(at->first, MHD_CONNECTION_INFO_CONNECTION_FD);
-        ::shutdown(info->connect_fd, SHUT_RDWR); // the library then takes the client as gone
+        ::shutdown(info->connect_fd, SHUT_RDWR); // the library then treats the client as gone
         at = deadlines_.erase(at);
     }
 }
@@ -232,7 +232,7 @@ MHD_Result HttpServer::receive(Exchange &exchange, const char *data, size_t *siz
         }
         if (*size > 0) {
             if (request.body.size() + *size > body_bytes_max) {
-                return MHD_NO; // more than it has announced
+                return MHD_NO; // more bytes than announced
             }
             request.body.append(data, std::exchange(*size, size_t{0}));
             return MHD_YES;

@@ -49,7 +49,7 @@ class JsonWriter {
         writer_.Int64(value);
         return *this;
     }
-    // Null if it is not finite, which JSON cannot write.
+    // Null if the value is not finite, which JSON cannot express.
     JsonWriter &real(double value) {
         if (std::isfinite(value)) {
             writer_.Double(value);

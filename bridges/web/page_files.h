@@ -1,4 +1,4 @@
-// The page's files, as they were when the program started.
+// The page's files, read when the program starts.
 #ifndef VANTRO_BRIDGES_WEB_PAGE_FILES_H
 #define VANTRO_BRIDGES_WEB_PAGE_FILES_H
 

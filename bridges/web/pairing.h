@@ -14,11 +14,11 @@ class Pairing {
   public:
     using Clock = std::chrono::steady_clock;
 
-    // @param folder where the key is kept, so that tokens outlive this process; empty: nowhere.
+    // @param folder of the key, so that tokens outlive this process; empty: the key is not stored.
     // @throws std::runtime_error if the key can be neither read nor made.
     explicit Pairing(const std::string &folder);
 
-    // Eight digits, new with each process.
+    // Eight digits, different in each run.
     const std::string &code() const { return code_; }
 
     // Blanks and hyphens are ignored. @return a token. @throws ApiError if the code is wrong, or

@@ -17,13 +17,13 @@ using std::chrono::milliseconds;
 // The service itself corrects positions by less than this; a jump that is shorter is not heard.
 constexpr milliseconds jump_least(700);
 
-// A kept state is used no longer than this: its position is out of date then.
+// A cached state is used no longer than this: after that its position is out of date.
 constexpr milliseconds state_age_max(1000);
 
 // In a row. If the file of a player's objects is corrupt, only such events come.
 constexpr int misunderstood_max = 100;
 
-// Tracks asked for at a time.
+// Tracks fetched at a time.
 constexpr int32_t tracks_page = 2000;
 
 // A session may be replaced while it is read.
@@ -50,7 +50,8 @@ void PlayerLink::connect() {
 }
 
 void PlayerLink::follow() {
-    // Also if following fails: pages then get the error, and the state once it succeeds.
+    // Set also if following fails: pages then get the error, and later the state when following
+    // succeeds.
     news_.state = true;
     if (!player_->events().descriptor()) {
         reconnecting_.failed(Clock::now());
@@ -60,7 +61,7 @@ void PlayerLink::follow() {
     position_known_ = false;
     reconnecting_.succeeded();
     const Changes news = std::exchange(news_, {});
-    take_events(); // the first ones tell what is, not what has changed
+    take_events(); // the first events report the present state, not changes
     news_ |= news;
 }
 
@@ -124,7 +125,7 @@ Changes PlayerLink::take_events() {
         const Result<std::optional<Event>> event = player_->events().next();
         if (!event) {
             if (event.failure().number == EBADMSG && ++misunderstood_ < misunderstood_max) {
-                break; // what follows it comes the next time
+                break; // the following events are read the next time
             }
             const bool corrupt = misunderstood_ == misunderstood_max;
             misunderstood_ = 0;
@@ -209,7 +210,7 @@ std::optional<int32_t> PlayerLink::current() {
 }
 
 void PlayerLink::take_tracks(uint64_t tsid, std::vector<NodeKey> tracks) {
-    // A song that has left the catalogue in between is not among them.
+    // Songs that have left the catalogue in between are missing.
     const VantroTrksessionInfo now = session();
     const bool same = now.tsid == tsid && static_cast<size_t>(now.length) == tracks.size();
     tracks_of_ = same ? tsid : 0;

@@ -30,8 +30,8 @@ struct Changes {
     bool any() const { return state || sources; }
 };
 
-// It outlives the service: if the service has gone, it is looked for again, after a delay that
-// grows.
+// The object outlives the service: if the service has gone, the object tries to connect again,
+// after growing delays.
 class PlayerLink {
   public:
     using Clock = std::chrono::steady_clock;
@@ -41,24 +41,24 @@ class PlayerLink {
 
     const std::string &name() const { return name_; }
 
-    // The player, connected now if that is due. @throws ApiError.
+    // The player; connects if that is due. @throws ApiError.
     Player &player();
 
-    // What the player is doing, in the API's form. Every open page asks for it after each change,
-    // so it is kept until the next one. Never fails: if the service is gone, the text says so.
+    // The state of the player, in the API's form. Every open page requests it after each change, so
+    // it is cached until the next one. Never fails: if the service is gone, the text says so.
     SharedText state_json();
 
     // The tracks of the current session. @throws ApiError.
     const std::vector<NodeKey> &tracks();
     // Sets the tracks() of a new session, which then need not be read. @throws ApiError.
     void take_tracks(uint64_t tsid, std::vector<NodeKey> tracks);
-    // Their session; its id is 0 if there is none. @throws ApiError.
+    // The current session; its id is 0 if there is none. @throws ApiError.
     VantroTrksessionInfo session();
-    // The current track's place, where there is one. @throws ApiError.
+    // The current track's place, if there is one. @throws ApiError.
     std::optional<int32_t> current();
 
-    // Whether events are wanted. Following takes one of the few inotify instances of a user, which
-    // commands alone do without.
+    // Whether events are wanted. Following takes one of the user's few inotify instances; commands
+    // alone do not need it.
     void set_followed(bool followed);
 
     // The descriptor that is readable when take_events() has something to do; -1 without a service.
@@ -76,11 +76,11 @@ class PlayerLink {
     // When to call reconnect(); nothing while there is nothing to try.
     std::optional<Clock::time_point> retry_at() const;
 
-    // Call it when a call found that the service has gone. @param silent whether it is there but
-    // has not answered.
+    // Call it when a call found that the service has gone. @param silent whether the service runs
+    // but has not answered.
     void leave(bool silent = false);
 
-    // Call it after a command: not everything that it changes gives an event.
+    // Call it after a command: not every change causes an event.
     void forget_state() {
         state_.reset();
         news_.state |= followed_ && !following_;
@@ -101,16 +101,16 @@ class PlayerLink {
 
     SharedText state_;
     Clock::time_point state_at_{};
-    int32_t error_ = 0; // VANTRO_ERROR_* of the last track that was not played; 0: none.
+    int32_t error_ = 0; // VANTRO_ERROR_* of the last track that could not be played; 0: none.
 
     uint64_t tracks_of_ = 0;
     std::vector<NodeKey> tracks_;
 
-    Changes news_; // What a new connection, or its end, may have changed.
+    Changes news_; // The parts that a new connection, or its end, may have changed.
     sockets::Reconnecting reconnecting_;
-    std::optional<Failure> failure_; // Why there is no connection.
+    std::optional<Failure> failure_; // The reason for which there is no connection.
 
-    // The last reported position, and when: mere progress is no change.
+    // The last reported position and its time: mere progress is not a change.
     std::chrono::milliseconds position_{0};
     Clock::time_point position_at_{};
     float speed_ = 0;

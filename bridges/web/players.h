@@ -1,4 +1,4 @@
-// The players that clients have asked for, each with its connection.
+// The players that clients have used, each with its connection.
 #ifndef VANTRO_BRIDGES_WEB_PLAYERS_H
 #define VANTRO_BRIDGES_WEB_PLAYERS_H
 
@@ -26,8 +26,8 @@ class Players {
 
   private:
     std::map<std::string, PlayerLink> links_;
-    sockets::Reconnecting reconnecting_; // To ask for the names.
-    std::optional<Failure> failure_;     // Why the last attempt failed.
+    sockets::Reconnecting reconnecting_; // For querying the names.
+    std::optional<Failure> failure_;     // The reason for which the last attempt failed.
 };
 
 } // namespace vantro::web

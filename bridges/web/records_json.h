@@ -12,11 +12,11 @@
 
 namespace vantro::web {
 
-// Asks the player for everything that it is doing. @throws ApiError.
-// @param error VANTRO_ERROR_* of the last track that was not played; 0: none.
+// Queries the complete state of the player. @throws ApiError.
+// @param error VANTRO_ERROR_* of the last track that could not be played; 0: none.
 std::string player_state_json(const std::string &name, Player &player, int32_t error);
 
-// The state of a player that cannot be asked.
+// The state of a player that cannot be queried.
 std::string absent_player_json(const std::string &name, const ApiError &why);
 
 void write_error(JsonWriter &json, const char *code, std::string_view message);

@@ -1,4 +1,4 @@
-// The JSON object that a request carries.
+// The JSON object in a request's body.
 #ifndef VANTRO_BRIDGES_WEB_REQUEST_BODY_H
 #define VANTRO_BRIDGES_WEB_REQUEST_BODY_H
 
@@ -23,11 +23,11 @@ struct NodeKey {
     bool operator==(const NodeKey &) const = default;
 };
 
-// Each function throws ApiError if the value is missing, or is not what it must be.
+// Each function throws ApiError if the value is missing or invalid.
 class RequestBody {
   public:
     // @param text an object; empty counts as {}.
-    // @param members the allowed ones; others are refused, so that a misspelt one is noticed.
+    // @param members the allowed members; others are refused, so that a misspelt one is noticed.
     RequestBody(std::string_view text, const std::vector<std::string_view> &members);
 
     bool has(const char *name) const { return find(name) != nullptr; }

@@ -13,7 +13,7 @@ namespace vantro::web {
 
 ApiError api_error_of(const Failure &failure);
 
-// Whether the error is that the service has not answered.
+// Whether the error means that the service has not answered.
 bool is_silence(const ApiError &error);
 
 // The value of a call. @throws ApiError if it failed.
@@ -30,8 +30,7 @@ inline void checked(const Result<void> &result) {
     }
 }
 
-// The value, or nothing if the service refuses to tell it. @throws ApiError where the call
-// failed.
+// The value, or nothing if the service refuses the query. @throws ApiError if the call failed.
 template <typename Value>
 std::optional<Value> if_told(Result<Value> result) {
     if (!result && result.failure().why() == Reason::refused) {

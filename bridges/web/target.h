@@ -15,15 +15,16 @@ namespace vantro::web {
 // Longer ones are refused: ids and search terms need far less.
 constexpr size_t target_bytes_max = 8192;
 
-// Replaces each %XX by its byte, and with `plus` each '+' by a space. @return nothing where a '%'
-// is not followed by two digits, or a byte below 32 or 127 results: no path or id needs one.
+// Replaces each %XX by its byte, and with `plus` each '+' by a space. @return nothing if a '%' is
+// not followed by two digits, or the result has a byte below 32 or the byte 127, which no path or
+// id needs.
 std::optional<std::string> percent_decoded(std::string_view text, bool plus);
 
 struct Target {
     std::vector<std::string> segments; // Of the path, decoded; none for "/".
     std::map<std::string, std::string, std::less<>> query;
 
-    // @throws ApiError where it is malformed, too long, or goes up by a "..".
+    // @throws ApiError if it is malformed, too long, or contains "..".
     static Target parse(std::string_view raw);
 
     // Values of the query. @throws ApiError if the value is missing or not a number in the

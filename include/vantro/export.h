@@ -1,7 +1,7 @@
 #ifndef VANTRO_EXPORT_H
 #define VANTRO_EXPORT_H
 
-/** Marks what libvantroclient exports. */
+/** Marks the functions that libvantroclient exports. */
 #define VANTRO_API __attribute__((visibility("default")))
 
 #endif

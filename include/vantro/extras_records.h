@@ -14,61 +14,61 @@
 extern "C" {
 #endif
 
-/** How loud a player plays. 8 bytes, exactly as the service sent them. */
+/** The volume of a player. 8 bytes, exactly as the service sent them. */
 typedef struct VantroVolume {
-    int32_t level; /**< 0 to 100; 100, as at first, changes nothing of the music. */
-    int32_t muted; /**< 1 if nothing is heard, whatever the level; else 0. */
+    int32_t level; /**< 0 to 100; 100, the initial value, does not change the music. */
+    int32_t muted; /**< 1 if the player is silent, whatever the level; else 0. */
 } VantroVolume;
 
-/** All that a line of status shows, as it was at one moment. */
+/** The complete status of a player at one moment. */
 typedef struct VantroStatus {
     VantroStateInfo state;           /**< State, rate and modes. */
     VantroTrksessionInfo trksession; /**< Its `type` is VANTRO_TRKSESSION_NONE if there is none. */
-    VantroVolume volume;             /**< How loud it plays. */
+    VantroVolume volume;             /**< The volume. */
     int32_t position;      /**< Milliseconds from the start of the track; 0 without a session. */
     int32_t index;         /**< The current track's place in the session, from 0; -1 without one. */
     MediaNode *media_node; /**< The current track, or NULL: no session, or the track has left the
                                 catalogue. */
-    Metadata *metadata;    /**< What is known of the current track, or NULL as `media_node`. */
+    Metadata *metadata;    /**< Metadata of the current track, or NULL like `media_node`. */
 } VantroStatus;
 
-/** Supplementary groups that a VantroIdentity has room for. */
+/** The number of supplementary groups in a VantroIdentity. */
 #define VANTRO_IDENTITY_GROUPS 8
 
-/** What a service takes a program for, and what the service is. 340 bytes, as the service sent
- *  them. */
+/** How a service identifies a program, and the identity of the service. 340 bytes, as the service
+ * sent them. */
 typedef struct VantroIdentity {
     int32_t service_pid; /**< Process id of the service, as the service itself sees it. */
-    int32_t pid;         /**< Process id of the program that asks, as the service sees it. */
+    int32_t pid;         /**< Process id of the calling program, as the service sees it. */
     uint32_t uid;        /**< Its effective user. */
     uint32_t gid;        /**< Its effective group. */
     int32_t group_count; /**< Entries in use of `groups`. */
     uint32_t groups[VANTRO_IDENTITY_GROUPS]; /**< Supplementary groups; there may be more. */
     char version[32];                        /**< The service's version, NUL-terminated. */
-    char capabilities[256]; /**< The capabilities that the service asked for, and the program has,
-                                 joined by commas; "" where permission bits decide. NUL-terminated;
-                                 those that do not fit are left out. */
+    char capabilities[256]; /**< The capabilities that the service demands and the program has,
+                               joined by commas; "" if permission bits decide. NUL-terminated; names
+                               that do not fit are left out. */
 } VantroIdentity;
 
-/** Why a call failed. */
+/** The reason of a failure. */
 enum {
     VANTRO_FAILURE_NONE = 0,        /**< No call of this thread has failed yet. */
-    VANTRO_FAILURE_GONE = 1,        /**< There is no service, or it has ended. Connect again. */
-    VANTRO_FAILURE_REFUSED = 2,     /**< The service did not do it; `number` is its reason. */
+    VANTRO_FAILURE_GONE = 1,        /**< No service runs, or it has ended. Connect again. */
+    VANTRO_FAILURE_REFUSED = 2,     /**< The service refused; `number` is its reason. */
     VANTRO_FAILURE_INTERRUPTED = 3, /**< A signal handler ran. */
-    VANTRO_FAILURE_TIMED_OUT = 4,   /**< The time of vantro_set_timeout() was over. */
-    VANTRO_FAILURE_MALFORMED = 5,   /**< The service's answer cannot be understood. */
-    VANTRO_FAILURE_NO_MEMORY = 6,   /**< There is no memory, here or for the answer there. */
-    VANTRO_FAILURE_INVALID = 7,     /**< An argument, or the handle's state; nothing was sent. */
-    VANTRO_FAILURE_OTHER = 8,       /**< `number` says what: descriptors, rights, lengths. */
-    VANTRO_FAILURE_CHANGED = 9      /**< The list has changed under a cursor. Begin it again. */
+    VANTRO_FAILURE_TIMED_OUT = 4,   /**< The limit of vantro_set_timeout() was exceeded. */
+    VANTRO_FAILURE_MALFORMED = 5,   /**< The service's answer is malformed. */
+    VANTRO_FAILURE_NO_MEMORY = 6,   /**< There is no memory, here or in the service. */
+    VANTRO_FAILURE_INVALID = 7, /**< A wrong argument or state of the handle; nothing was sent. */
+    VANTRO_FAILURE_OTHER = 8,   /**< See `number`: descriptors, rights, lengths. */
+    VANTRO_FAILURE_CHANGED = 9  /**< The list has changed under a cursor. Make a new one. */
 };
 
-/** What is known of a failure. */
+/** A failure. */
 typedef struct VantroFailure {
     int32_t reason; /**< VANTRO_FAILURE_*. */
     int32_t number; /**< An error number of <errno.h>, the service's own if it refused; or 0. */
-    char text[128]; /**< For people, in the process's language as far as the host has it. */
+    char text[128]; /**< For people, in the process's language if the system supports it. */
 } VantroFailure;
 
 #ifdef __cplusplus

@@ -1,23 +1,24 @@
 /**
  * @file
- * What travels between the player library and a player service: for whoever writes a service.
+ * The messages between the player library and a player service, for authors of services.
  *
  * An application does not need this header. A service is attached with msgserver_add() under
- * VANTRO_SERVICE_NAME and VANTRO_SERVICE_INSTANCE, and its request handler finds in the payload
- * of each request a RequestHeader, followed by the command's parameters.
+ * VANTRO_SERVICE_NAME and VANTRO_SERVICE_INSTANCE. The payload of each request is a RequestHeader,
+ * followed by the command's parameters.
  *
  * Parameters follow each other without padding, so read them byte by byte or with memcpy().
- * Integers are in native byte order, which is little-endian on every host served, 32 bits unless
- * said otherwise. A string is a 32-bit length without the NUL, then that many bytes without a NUL.
- * Nothing vouches for `payload_length` or a string's length: hold both against the number of bytes
- * that arrived, the transport header's send_length.
+ * Integers are in native byte order, which is little-endian on every supported host, and have 32
+ * bits unless stated otherwise. A string is a 32-bit length without the NUL, then that many bytes
+ * without a NUL. `payload_length` and the lengths of strings cannot be trusted: check them against
+ * the number of received bytes, the transport header's send_length.
  *
- * Every answer begins with a signed 32-bit result word: 0 if the command was carried out, any
- * other value where it was refused; nothing after it is then read. The reply status is 0 for both:
- * another one counts as a failed exchange. What ends before the integers of its command do counts
- * as a refusal. An answer may be longer than the client's capacity: callout_reply() then holds it,
- * and only the queries marked "grows" fetch it; for the others the call fails. So commands and
- * queries of a fixed length are answered with exactly that. Packed records are those of records.h.
+ * Every answer begins with a signed 32-bit result word: 0 if the command was carried out, any other
+ * value if it was refused; in the latter case nothing after it is read. The reply status is 0 for
+ * both: another status counts as a failed exchange. An answer that ends before the integers of its
+ * command counts as a refusal. An answer may be longer than the client's capacity: callout_reply()
+ * then holds it, and only the queries marked "grows" fetch it; for the others the call fails. So
+ * answers to commands, and answers of a fixed length, must have exactly that length. Packed records
+ * are those of records.h.
  */
 #ifndef VANTRO_PROTOCOL_H
 #define VANTRO_PROTOCOL_H
@@ -37,12 +38,13 @@ extern "C" {
 /** Longest name of a player, without its NUL. */
 #define VANTRO_PLAYER_NAME_MAX 31
 
-/** Bytes of packed records that a client takes in its first exchange. */
+/** Bytes of packed records that a client has room for in its first exchange. */
 #define VANTRO_REPLY_AREA 65536
 
 /**
- * Longest answer that a client fetches, in bytes, result word and count included. Some three
- * million nodes fit; what a service only claims to hold cannot make a client reserve more.
+ * Longest answer that a client fetches, in bytes, including result word and count. About three
+ * million nodes fit; the limit bounds the memory that a client reserves for a length that a service
+ * states.
  */
 #define VANTRO_REPLY_MAX (256 * 1024 * 1024)
 
@@ -59,8 +61,8 @@ typedef struct RequestHeader {
 } RequestHeader;
 
 /**
- * The commands. Each is followed by its parameters, then what its answer holds after the result
- * word. 13 is not used.
+ * The commands, each with its parameters, then the contents of its answer after the result word. 13
+ * is not used.
  */
 enum {
     /** Player's name. Nothing. */

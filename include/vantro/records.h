@@ -1,22 +1,22 @@
 /**
  * @file
- * The catalogue's records, and the bytes in which they travel.
+ * The catalogue's records, and their packed form in messages.
  *
  * A player service describes its catalogue with three records: media sources (MediaSource), the
- * entries of one (MediaNode) and what is known of a track (Metadata). Applications read their
- * fields; the unpackers make them from the bytes of a reply. Services keep ServiceMediaSource,
- * ServiceMediaNode and Metadata, and the packers write those as bytes.
+ * entries of a media source (MediaNode) and the metadata of an entry (Metadata). Applications read
+ * the records' fields; the unpackers make the records from the bytes of a reply. Services keep
+ * ServiceMediaSource, ServiceMediaNode and Metadata, and the packers turn those into bytes.
  *
- * Strings. Every string field is a NUL-terminated string, or NULL where the value is absent.
+ * Strings. Every string field is a NUL-terminated string, or NULL if the value is absent.
  *
- * Ownership. An unpacker returns one block that holds `count` records side by side; each string
- * that is present is a block of its own. The caller owns all of them: free() every string that is
- * not NULL, then the block, or call the vantro_free_* function of extras.h. Packers and sizing
- * functions read what they are given and keep nothing.
+ * Ownership. An unpacker returns one block that holds `count` records side by side; each present
+ * string is a separate block. The caller owns all of them: free() every string that is not NULL,
+ * then the block, or call the vantro_free_* function of extras.h. Packers and sizing functions read
+ * their arguments and keep no reference to them.
  *
  * The packed form is the records one after the other, without a count, padding or alignment.
  * Integers are little-endian. A string is a 32-bit length, then that many bytes without a NUL;
- * length -1 is an absent string, 0 an empty one, and readers take both as absent.
+ * length -1 is an absent string, 0 an empty one, and readers treat both as absent.
  *
  *     MediaSource  id, type, status (4 bytes each), capabilities (8), uid, name, view_name
  *     MediaNode    type, count, ms_id, ms_type (4 bytes each), id, name
@@ -36,14 +36,15 @@
 extern "C" {
 #endif
 
-/** Bytes of a packed record whose strings are all absent. The strings' bytes come on top. */
+/** Bytes of a packed record whose strings are all absent. The bytes of strings are added to this.
+ */
 enum {
     VANTRO_PACKED_MEDIA_SOURCE_MIN = 32,
     VANTRO_PACKED_MEDIA_NODE_MIN = 24,
     VANTRO_PACKED_METADATA_MIN = 48
 };
 
-/** A media source, as applications see it. What the integers mean is the service's business. */
+/** A media source, for applications. The service defines the meaning of the integers. */
 typedef struct MediaSource {
     int32_t id;            /**< The number by which nodes and queries refer to the source. */
     char *uid;             /**< Unique identifier. */
@@ -54,17 +55,17 @@ typedef struct MediaSource {
     uint64_t capabilities; /**< What the source can do. */
 } MediaSource;
 
-/** An entry of a media source: what browsing and searching return, and what a track is. */
+/** An entry of a media source: a result of browsing or searching, or a track. */
 typedef struct MediaNode {
     char *id;        /**< Identifier within the media source. */
     char *name;      /**< Name. */
     int32_t type;    /**< Type. */
-    int32_t count;   /**< Count, as the service publishes it. */
+    int32_t count;   /**< Count; the service defines its meaning. */
     int32_t ms_id;   /**< `id` of the media source that holds the node. */
     int32_t ms_type; /**< `type` of that media source. */
 } MediaNode;
 
-/** What is known of a track. */
+/** The metadata of a track or another entry. */
 typedef struct Metadata {
     char *title;      /**< Title. */
     int32_t duration; /**< Duration in milliseconds. */
@@ -77,10 +78,10 @@ typedef struct Metadata {
     int32_t height;   /**< Height of the picture. */
     int32_t disc;     /**< Number of the disc. */
     int32_t track;    /**< Number of the track on the disc. */
-    char *reserved;   /**< The service's; carried like the other strings. */
+    char *reserved;   /**< For the service; transferred like the other strings. */
 } Metadata;
 
-/** A media source, as a service keeps it. Fields marked "stays" never travel. */
+/** A media source, for services. Fields marked "stays" are never sent. */
 typedef struct ServiceMediaSource {
     int32_t id;            /**< The number by which nodes and queries refer to the source. */
     const char *uid;       /**< Unique identifier. */
@@ -90,16 +91,16 @@ typedef struct ServiceMediaSource {
     int32_t type;          /**< Type. */
     uint64_t capabilities; /**< What the source can do. */
     int32_t status;        /**< Status. */
-    void *service_record;  /**< Stays: whatever the service keeps with the source. */
+    void *service_record;  /**< Stays: any data of the service for the source. */
 } ServiceMediaSource;
 
-/** An entry of a media source, as a service keeps it. Fields marked "stays" never travel. */
+/** An entry of a media source, for services. Fields marked "stays" are never sent. */
 typedef struct ServiceMediaNode {
     const char *id;        /**< Identifier within the media source. */
     const char *name;      /**< Name. */
     uint32_t service_data; /**< Stays: the service's own. */
     int32_t type;          /**< Type. */
-    int32_t count;         /**< Entries that browsing it gives. */
+    int32_t count;         /**< The number of entries that browsing it returns. */
     int32_t ms_id;         /**< `id` of the media source that holds the node. */
     int32_t ms_type;       /**< `type` of that media source. */
     uint32_t service_mark; /**< Stays: the service's own. */
@@ -107,67 +108,67 @@ typedef struct ServiceMediaNode {
 
 /**
  * Packs media sources. There is no sizing function for them: a record takes
- * VANTRO_PACKED_MEDIA_SOURCE_MIN bytes and the lengths of its strings.
+ * VANTRO_PACKED_MEDIA_SOURCE_MIN bytes plus the lengths of its strings.
  * @param records `count` records; NULL writes nothing.
  * @param count   0 or less writes nothing.
- * @param buffer  room for the packed size of the whole array; the caller guarantees it. Any
- *                alignment will do. Not used if nothing is written.
- * @param size    receives the number of bytes written. An array whose packed size exceeds INT_MAX
- *                gives 0; what lies in `buffer` is then unspecified.
+ * @param buffer  room for the packed size of the whole array, which the caller must ensure; any
+ *                alignment. Not used if nothing is written.
+ * @param size    receives the number of bytes written. If the packed size of the array exceeds
+ *                INT_MAX, this is 0, and the contents of `buffer` are unspecified.
  */
 VANTRO_API void pack_media_source(const ServiceMediaSource *records, int count, void *buffer,
                                   int *size);
 
 /**
- * Packs media nodes; compute_media_node_size() tells the room. As pack_media_source().
+ * Packs media nodes, like pack_media_source(); compute_media_node_size() returns the packed size.
  * @param records, count, buffer, size as for pack_media_source().
  */
 VANTRO_API void pack_media_node(const ServiceMediaNode *records, int count, void *buffer,
                                 int *size);
 
 /**
- * Packs metadata; compute_metadata_size() tells the room. As pack_media_source().
+ * Packs metadata, like pack_media_source(); compute_metadata_size() returns the packed size.
  * @param records, count, buffer, size as for pack_media_source().
  */
 VANTRO_API void pack_metadata(const Metadata *records, int count, void *buffer, int *size);
 
 /**
- * Tells how many bytes pack_media_node() writes.
- * @param records `count` records; NULL only where count is 0 or less.
+ * Returns the number of bytes that pack_media_node() writes.
+ * @param records `count` records; NULL only if count is 0 or less.
  * @param count   0 or less gives 0.
  * @return the packed size in bytes; INT_MAX for an array too large to pack.
  */
 VANTRO_API int compute_media_node_size(const ServiceMediaNode *records, int count);
 
 /**
- * Tells how many bytes pack_metadata() writes. As compute_media_node_size().
+ * Returns the number of bytes that pack_metadata() writes, like compute_media_node_size().
  * @param records, count as for compute_media_node_size().
  * @return the packed size in bytes, or INT_MAX.
  */
 VANTRO_API int compute_metadata_size(const Metadata *records, int count);
 
 /**
- * Makes media sources from their packed form. The bytes may come from anyone: nothing beyond
- * `size` is read, and no more memory is taken than that many bytes can fill.
+ * Makes media sources from their packed form. The bytes need not be trusted: nothing beyond `size`
+ * is read, and no more memory is allocated than that many bytes can fill.
  * @param buffer  the packed records, at any alignment.
  * @param size    bytes at `buffer`; bytes after the last record are ignored.
  * @param count   records to read: exactly that many, 1 or more.
  * @param records receives the new block, owned by the caller.
- * @return 0, or -1. Arguments that cannot be right (buffer or records NULL, size or count below
- *   1, count above what `size` bytes can hold) leave *records as it was; bytes that end within a
- *   record and want of memory set it to NULL, and nothing is left to free.
+ * @return 0, or -1. Invalid arguments (buffer or records NULL, size or count below 1, count above
+ *   the number of records that `size` bytes can hold) leave *records unchanged; if the bytes end
+ *   within a record, or memory is short, *records is set to NULL, and there is nothing to free.
  */
 VANTRO_API int unpack_media_source(const void *buffer, int size, int count, MediaSource **records);
 
 /**
- * Makes media nodes from their packed form. As unpack_media_source().
+ * Makes media nodes from their packed form, like unpack_media_source().
  * @param buffer, size, count, records as for unpack_media_source().
  * @return 0, or -1: as unpack_media_source().
  */
 VANTRO_API int unpack_media_node(const void *buffer, int size, int count, MediaNode **records);
 
 /**
- * Makes metadata from its packed form. As unpack_media_source().
+ * Makes metadata from their packed form, like unpack_media_source().
  * @param buffer, size, count, records as for unpack_media_source().
  * @return 0, or -1: as unpack_media_source().
  */

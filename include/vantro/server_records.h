@@ -1,11 +1,11 @@
 /**
  * @file
- * The records of the messaging layer: the header that travels with each message, and what a
- * server, its services, their opens and the answers that it holds are made of. messaging.h, which
- * includes this header, says what is done with them.
+ * The records of the messaging layer: the header of each message, and the records of servers,
+ * services, opens and held answers. messaging.h, which includes this header, has the functions that
+ * use them.
  *
  * The library makes, owns and frees all of them. A service changes only the fields whose comments
- * say so, and reads what other threads may change under the server lock.
+ * allow it, and reads fields that other threads may change with the server lock held.
  */
 #ifndef VANTRO_SERVER_RECORDS_H
 #define VANTRO_SERVER_RECORDS_H
@@ -31,13 +31,13 @@ enum {
     MSG_KIND_GET = 5
 };
 
-/** The header of every transport message, both ways. 28 bytes, native byte order. */
+/** The header of every transport message, in both directions. 28 bytes, native byte order. */
 typedef struct TransportHeader {
     uint8_t kind;          /**< MSG_KIND_*. */
     uint8_t version;       /**< 2. */
     uint16_t code;         /**< The caller's message code; for the service to read. */
-    int16_t service_index; /**< Which service of the server; filled by the open. */
-    int16_t open_index;    /**< Which open record of that service; filled by the open. */
+    int16_t service_index; /**< The service's index in the server; filled by the open. */
+    int16_t open_index;    /**< The open record's index in the service; filled by the open. */
     uint32_t tag;          /**< put: tag of the request. get: tag of the answer. Else 0. */
     uint32_t send_length;  /**< Bytes of payload after the header (16 for notify, 28 for close). */
     uint32_t reply_length; /**< Request: reply capacity in bytes, header not counted; notify: the
@@ -56,9 +56,9 @@ typedef struct MsgPending MsgPending; /**< See below. */
 enum {
     MSGSERVER_FLAG_NOCHECK = 0x1, /**< No capability check on open. */
     MSGSERVER_FLAG_PATH = 0x2,    /**< Path mode; sets MSGSERVER_FLAG_NOCHECK too. */
-    /** Says in the log which process of which user may not open a service, and which permission
-     * bits or capabilities are missing, at most once a minute for each user. Asks the grantor once
-     * more for each capability then. */
+    /** If a process may not open a service, the log names the process, its user, and the missing
+       permission bits or capabilities, at most once a minute for each user. For this, the server
+       asks the grantor again for each capability. */
     MSGSERVER_FLAG_LOG_REFUSALS = 0x10000
 };
 
@@ -73,30 +73,31 @@ typedef struct SlotArray {
  * A service's handler. Runs in a server thread without the server lock (but see `close_cb`).
  *
  * Close. A close handler runs once for an open, with one exception: if an answer was still owed
- * when the client closed, and is still owed when the client's connection goes, it runs again then.
- * A second call has no context and finds `closed` of the record 1; a first call has a context (of
- * the close request), or none and `closed` 0 (the client vanished). The two never overlap. So a
- * service frees what it keeps for an open exactly once when its close handler does nothing where
- * `!context && open->closed`.
+ * when the client closed, and is still owed when the client's connection ends, the handler runs
+ * again. A second call has no context and finds `closed` of the record 1; a first call has a
+ * context (of the close request), or no context and `closed` 0 (the client vanished). The two calls
+ * never overlap. So if the close handler does nothing when `!context && open->closed`, the service
+ * frees its data of an open exactly once.
  *
  * A client may send from several threads, so a close handler can run while another thread handles
  * a request of the same open, and a request can still come after it as long as another request is
- * handled or an answer is owed: a request handler looks, under a lock of the service's own, whether
- * what the service keeps for the open is still there.
+ * handled or an answer is owed: a request handler must check, with the service's own lock held,
+ * whether the service's data of the open still exist.
  *
- * References. A request handler sees to it that its request is answered by one of the reply
- * operations, once. One that answers with ipc_error() alone drops the reference for the answer by
- * _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(), or the record is never freed.
+ * References. A request handler must ensure that its request is answered exactly once by one of the
+ * reply operations. If it answers with ipc_error() only, it must drop the reference for the answer
+ * by _msgserver_lock_then_decr_inuse_and_release_osb_if_closed(), otherwise the record is never
+ * freed.
  *
- * An open handler refuses by its result; one that answers with ipc_error() by itself has refused as
- * well, whatever it returns. No request of a refused open is ever handled, and its close handler
- * runs once that client vanishes.
+ * An open handler refuses by its result; if it answers with ipc_error() itself, the open is refused
+ * too, whatever the result is. No request of a refused open is ever handled, and its close handler
+ * runs when that client vanishes.
  * @param service the service that was opened.
- * @param open    the open record. In a request handler valid until the answer, and after it not to
- *                be touched; in the others until they return.
+ * @param open    the open record. In a request handler it is valid until the answer, and must not
+ *                be used afterwards; in the other handlers it is valid until they return.
  * @param context the thread's receive context: header, payload and sender of the request; valid
- *                until the thread receives again. NULL for a close because the client vanished.
- * @return only an open handler's result counts: 0 accepts, anything else is the error number that
+ *                until the thread receives again. NULL for a close of a vanished client.
+ * @return only an open handler's result counts: 0 accepts; any other value is the error number that
  *   the client receives.
  */
 typedef int32_t (*MsgHandler)(MsgOsb *open, MsgContext *context, MsgService *service);
@@ -114,11 +115,11 @@ typedef int32_t (*MsgReply2)(MsgOsb *open, int32_t receive_id, uint32_t tag, int
 /** A message server. Lives from msgserver_create() to the end of the process. */
 struct MsgServer {
     uint32_t flags;       /**< MSGSERVER_FLAG_*, as adjusted. */
-    int32_t grantor_fd;   /**< Descriptor of the grantor device, or -1. Another one once the grantor
-                               was restarted. */
+    int32_t grantor_fd;   /**< Descriptor of the grantor device, or -1. It changes when the grantor
+                             restarts. */
     int32_t recv_size;    /**< Payload capacity of a new thread's receive buffer, in bytes. */
     int32_t max_msg_size; /**< Largest payload capacity that a receive buffer grows to. */
-    int32_t queue_max;    /**< Upper bound of the queue limit that a client may ask for. */
+    int32_t queue_max;    /**< Upper bound of the queue limit that a client may request. */
     int32_t stop;         /**< Not 0 ends msgserver_thread_loop(); access it with __atomic_*. */
     int32_t channel;      /**< The channel that all threads receive on. */
     MsgReply reply;       /**< callout_reply(). */
@@ -128,32 +129,32 @@ struct MsgServer {
     pthread_key_t key;              /**< Holds each thread's MsgContext. */
     pthread_mutex_t lock;           /**< The server lock: services, opens, their counts, queues. */
     SlotArray *services;            /**< Table of MsgService. */
-    SlotArray service_table;        /**< What `services` points at. */
+    SlotArray service_table;        /**< The target of `services`. */
 };
 
 /** One attached service. Lives as long as its server. */
 struct MsgService {
     char *name;            /**< Own copy. */
     char *options;         /**< Own copy; "" when none were given. */
-    pthread_mutex_t lock;  /**< The service's own to use; the framework never takes it. */
+    pthread_mutex_t lock;  /**< For the service's use; the framework never takes it. */
     int32_t open_count;    /**< Opens that are not closed. */
     MsgHandler request_cb; /**< Answers requests. */
     MsgHandler open_cb;    /**< Or NULL. */
-    MsgHandler close_cb;  /**< Or NULL. Called with the server lock held, and a NULL context, when a
-                              client vanished: it must not answer anything then. */
+    MsgHandler close_cb;  /**< Or NULL. If a client vanished, it is called with the server lock held
+                             and a NULL context, and must not answer. */
     SlotArray *opens;     /**< Table of MsgOsb. */
-    SlotArray open_table; /**< What `opens` points at. */
+    SlotArray open_table; /**< The target of `opens`. */
     struct path_attr *attr; /**< The path's attribute record; NULL in name mode. */
 };
 
 /** A server thread's receive context. */
 struct MsgContext {
-    int32_t receive_id;      /**< Of the last message; 0 a pulse, -1 a failed receive. */
+    int32_t receive_id;      /**< Of the last message; 0: a pulse; -1: a failed receive. */
     struct ipc_info info;    /**< Sender and length of the last message. */
     TransportHeader *header; /**< Start of the receive buffer. */
-    void *payload;           /**< Where payloads go: after the header, or a buffer of the service's
-                                  own (set it together with payload_size). Of a putget or put all
-                                  `send_length` bytes that the header states are there. */
+    void *payload;           /**< The payload: after the header, or in a buffer of the service (set
+                                  it together with payload_size). For a putget or put, all
+                                  `send_length` bytes of the header are present. */
     int32_t payload_size;    /**< Capacity at payload, in bytes. */
     struct path_context *framework_context; /**< Path mode only, else NULL. */
 };
@@ -161,9 +162,10 @@ struct MsgContext {
 /** An open record: one open of a service by one client. */
 struct MsgOsb {
     char *service_name;     /**< The service's. */
-    pthread_mutex_t lock;   /**< The service's own to use; the framework never takes it. */
-    int32_t inuse;          /**< References held by dispatch steps and by answers owed. */
-    int32_t queue_limit;    /**< Held answers at which a put is refused; 0 before any notify. */
+    pthread_mutex_t lock;   /**< For the service's use; the framework never takes it. */
+    int32_t inuse;          /**< References held by dispatch steps and by owed answers. */
+    int32_t queue_limit;    /**< The number of held answers at which a put is refused; 0 before any
+                               notify. */
     int32_t queued;         /**< Answers held. */
     int32_t closed;         /**< 1 once closed by the client, or its connection vanished. */
     MsgPending *pending;    /**< Answers held, newest first. */
@@ -175,10 +177,10 @@ struct MsgOsb {
     int32_t unaccepted; /**< 1 until the open handler accepted: requests are refused (ENOENT). */
 };
 
-/** One held answer; its bytes lie directly after it. */
+/** One held answer; its bytes follow directly. */
 struct MsgPending {
     MsgPending *next; /**< The next older one. */
-    uint32_t tag;     /**< Under which it is fetched. */
+    uint32_t tag;     /**< The tag for fetching it. */
     int32_t length;   /**< Bytes of the answer. */
     int32_t status;   /**< Reply status that the client receives with it. */
 };

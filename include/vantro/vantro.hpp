@@ -1,8 +1,8 @@
 /**
  * @file
- * The library for C++20: owners, results that carry their error, lists that page by themselves, and
- * events. Headers only: everything calls the C functions of player.h and extras.h, whose texts say
- * what blocks, what may overlap and what each call does.
+ * The library for C++20: owning types, results that carry their error, lists that fetch their
+ * pages, and events. Headers only: everything calls the C functions of player.h and extras.h, whose
+ * texts document what each call does, whether it blocks, and which calls may overlap.
  *
  *     #include <cstdio>
  *     #include <vantro/vantro.hpp>
@@ -24,14 +24,15 @@
  *         }
  *     }
  *
- * Errors. What can fail returns a Result: a value, or why there is none (result.hpp). Nothing
- * throws but Result::or_throw(), and nothing ends the process beyond what the C functions do.
+ * Errors. A function that can fail returns a Result: a value, or the failure for which there is
+ * none (result.hpp). Only Result::or_throw() throws, and the process ends only in the cases of the
+ * C functions.
  *
  * Ownership. Lists, tracks and metadata own their records and free them; records inside are the C
  * ones of records.h, whose strings may be NULL (text() makes a string_view of any). Player owns its
- * handle. All of these can be moved and not copied. An Event lives until the next one.
+ * handle. All of these can be moved, but not copied. An Event lives until the next one.
  *
- * Cost. No call allocates beyond what the C function does; ranges hold one page at a time.
+ * Cost. No call allocates more than its C function; ranges hold one page at a time.
  */
 #ifndef VANTRO_VANTRO_HPP
 #define VANTRO_VANTRO_HPP

@@ -1,4 +1,4 @@
-// Opening paths, and reading and writing what was opened.
+// Opening paths, and reading and writing them.
 #include <vantro/platform/io.h>
 
 #include <fcntl.h>
@@ -21,7 +21,7 @@ using namespace vantro::platform;
 
 namespace {
 
-// Asks the path's owner; the connection is closed again when it refuses.
+// Asks the path's owner; if it refuses, closes the connection again.
 int open_attached(std::string_view relative, int flags) {
     const CancelDisabled no_cancel;
     UniqueFd control = connect_to_name(relative);

@@ -1,4 +1,4 @@
-// The log: a sink of the program's own, else the host's log daemon, else standard error.
+// The log: the program's sink, else the host's log daemon, else standard error.
 #include <vantro/platform/log.h>
 
 #include <atomic>
@@ -49,8 +49,8 @@ int priority_of(int severity) {
     }
 }
 
-// If nobody listens, syslog(3) loses the line silently. That the socket exists proves
-// little: it outlives a daemon that crashed.
+// If no daemon listens, syslog(3) loses the line silently. The socket alone proves little: it
+// outlives a crashed daemon.
 bool daemon_listens() {
     const vantro::platform::UniqueFd probe(
         ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

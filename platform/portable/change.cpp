@@ -1,7 +1,7 @@
 // Change texts: parsing in place, and writing.
 //
-// A line is checked as a whole before a byte of it is changed, so a line that cannot be parsed
-// stays as it was.
+// A whole line is checked before a byte of it is changed, so a line that cannot be parsed is
+// unchanged.
 #include <vantro/platform/change.h>
 
 #include <algorithm>
@@ -42,7 +42,7 @@ char unescaped(char escape, Escapes kind, bool first) {
 
 bool may_be_unescaped(std::string_view text, Escapes kind) {
     for (size_t i = 0; i < text.size(); ++i) {
-        // Long values hold few escapes: find() skips what lies between.
+        // Long values have few escapes: find() skips the bytes in between.
         if (kind == Escapes::of_a_value && (i = text.find('\\', i)) == text.npos) {
             return true;
         }
@@ -123,7 +123,7 @@ void write_bytes(kivo_writer &writer, std::string_view bytes) {
     writer.length += bytes.size();
 }
 
-// Characters that may have to be escaped; a table, since it is looked up for each byte.
+// Characters that may need an escape; a table, since it is used for each byte.
 constexpr std::array<bool, 256> may_need_escape = [] {
     std::array<bool, 256> table = {};
     for (const char c : {'\\', '\n', '\r', '\t', ':', '@', '+', '-', '#'}) {
@@ -133,7 +133,7 @@ constexpr std::array<bool, 256> may_need_escape = [] {
 }();
 
 void write_escaped(kivo_writer &writer, std::string_view text, Escapes kind) {
-    size_t plain = 0; // where the bytes not yet written begin
+    size_t plain = 0; // start of the bytes not written yet
     for (size_t i = 0; i < text.size(); ++i) {
         if (!may_need_escape[static_cast<unsigned char>(text[i])]) {
             continue;

@@ -10,8 +10,8 @@
 
 namespace vantro::platform {
 
-// The number in an enumeration that a C caller has set. C allows numbers that are no value of the
-// enumeration. In C++ to load such an enumeration is undefined, so its bytes are copied instead.
+// The number in an enumeration that a C caller has set. C allows numbers that are not values of the
+// enumeration. In C++ loading such an enumeration is undefined, so its bytes are copied instead.
 template <class Enumeration>
 std::underlying_type_t<Enumeration> number_of(const Enumeration &value) {
     std::underlying_type_t<Enumeration> number;
@@ -31,7 +31,7 @@ struct ObjectLine {
 };
 ObjectLine parse_object_line(std::string_view line);
 
-// An attribute's line, still escaped. The name is empty where the line is malformed.
+// An attribute's line, still escaped. The name is empty if the line is malformed.
 struct AttributeLine {
     bool is_set = false; // false: the attribute is deleted
     std::string_view name;

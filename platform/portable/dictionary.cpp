@@ -16,7 +16,7 @@ struct Free {
     void operator()(char *block) const { std::free(block); }
 };
 
-// The key with its NUL, and the value with its own after it.
+// The key with its NUL, then the value with its NUL.
 struct Entry {
     std::unique_ptr<char, Free> block;
     size_t key_length = 0;

@@ -7,7 +7,8 @@
 
 namespace vantro::platform {
 
-// Restores errno at the end of a block, so that clean-up does not hide why a call failed.
+// Restores errno at the end of a block, so that clean-up does not change the error of a failed
+// call.
 class KeepErrno {
   public:
     KeepErrno() : saved_(errno) {}
@@ -27,14 +28,14 @@ class CancelDisabled {
     CancelDisabled(const CancelDisabled &) = delete;
     CancelDisabled &operator=(const CancelDisabled &) = delete;
 
-    // The state that the caller had.
+    // The caller's previous state.
     int previous() const { return previous_; }
 
   private:
     int previous_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// Sets errno and returns -1, as functions of the contract fail.
+// Sets errno and returns -1, the form of failure in the contract.
 inline int fail(int error) {
     errno = error;
     return -1;

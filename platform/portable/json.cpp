@@ -1,8 +1,8 @@
-// The JSON decoder: the values of a text in a flat table, in the order in which they lie in it.
+// The JSON decoder: the values of a text in a flat table, in the order of the text.
 //
-// The members of an object are the entries after its own, up to its `end`; those of an object
-// within are passed over by that one's `end`. The first entries live in the decoder, so that a
-// record of an event costs no heap.
+// The members of an object are the entries after its own entry, up to its `end`; the `end` of a
+// nested object is used to skip that object's members. The first entries are in the decoder itself,
+// so that a record of an event needs no heap memory.
 #include <vantro/platform/json.h>
 
 #include <algorithm>
@@ -28,7 +28,7 @@ namespace {
 enum class Kind : uint8_t { object, array, string, integer, large_integer, too_large, other };
 
 struct Value {
-    const char *name; // null if it is no member of an object
+    const char *name; // null if it is not a member of an object
     union {
         const char *string;
         int64_t integer;
@@ -85,8 +85,8 @@ struct Decoder {
 static_assert(sizeof(Decoder) <= sizeof(struct kivo_decoder));
 static_assert(alignof(Decoder) <= alignof(struct kivo_decoder));
 
-// Whether a text holds half of a surrogate pair, which is no character. The parser refuses an
-// escaped high half without its low one, but makes three bytes of a low half that stands alone.
+// Whether a text contains half of a surrogate pair, which is not a character. The parser refuses an
+// escaped high half without its low one, but turns a lone low half into three bytes.
 bool has_surrogate(std::string_view text) {
     for (size_t at = 0; (at = text.find('\xed', at)) != text.npos; ++at) {
         if (at + 1 < text.size() && static_cast<unsigned char>(text[at + 1]) >= 0xa0) {
@@ -131,7 +131,7 @@ class Collector {
         return true;
     }
     bool Key(const char *text, rapidjson::SizeType length, bool) {
-        // A name with a NUL can be asked for by no C string, so it is dropped.
+        // No C string can query a name that contains a NUL, so it is dropped.
         name_ = std::memchr(text, '\0', length) ? nullptr : text;
         return !has_surrogate({text, length});
     }
@@ -253,7 +253,7 @@ int kivo_decoder_parse_json_str(struct kivo_decoder *decoder, char *text) {
     if (reader.Parse<rapidjson::kParseInsituFlag>(stream, collector)) {
         return 0;
     }
-    // What was parsed before the error is dropped.
+    // The values before the error are dropped.
     values.forget();
     return fail(collector.out_of_memory() ? ENOMEM : EBADMSG);
 }

@@ -19,14 +19,14 @@ std::string_view take_line(std::string_view &text) {
     return line;
 }
 
-// The line of an object's birth: the sign, which begins no attribute's line, the digits, and the
+// The line of an object's birth: a sign with which no attribute's line begins, the digits, and the
 // newline.
 constexpr char birth_sign = '+';
 constexpr size_t birth_digits = 16;
 constexpr size_t birth_line_size = 1 + birth_digits + 1;
 
 // Removes a birth's line from the front of a text, if there is one. @return whether it is well
-// made.
+// formed.
 bool take_birth(std::string_view &text, uint64_t &birth) {
     birth = 0;
     if (!text.starts_with(birth_sign)) {
@@ -105,8 +105,8 @@ ObjectState::Outcome ObjectState::apply(const ObjectLine &head, std::string_view
     return Outcome::applied;
 }
 
-// Fills lines_, by their names. Of two lines of one attribute the later counts. @return whether
-// they are well made.
+// Fills lines_, sorted by name. If two lines have the same attribute, the later one counts. @return
+// whether the lines are well formed.
 bool ObjectState::read_lines(std::string_view change) {
     lines_.clear();
     while (!change.empty()) {
@@ -129,8 +129,8 @@ bool ObjectState::read_lines(std::string_view change) {
     return true;
 }
 
-// Notes which line of an object each of lines_ replaces; `kept` is null if the object keeps
-// nothing. @return the bytes of its text with them; without them it had `bytes`.
+// Records which line of an object each of lines_ replaces; `kept` is null if the object keeps no
+// lines. @return the bytes of its text with lines_; without them it had `bytes`.
 size_t ObjectState::place_lines(Object *kept, size_t bytes) {
     for (Line &line : lines_) {
         line.is_new = true;
@@ -143,7 +143,7 @@ size_t ObjectState::place_lines(Object *kept, size_t bytes) {
     return bytes;
 }
 
-// Needs no memory: `added` has the lines that are new, and the others have room.
+// Needs no memory: `added` has the new lines, and the others have room.
 void ObjectState::write_lines(Object &object, Lines &added) {
     for (const Line &line : lines_) {
         if (!line.is_new && line.text.empty()) {

@@ -13,8 +13,8 @@
 namespace vantro::platform {
 
 // The present state of all objects of a publisher, as the lines of their change texts. The
-// publisher keeps the state of what it has published. A reader that starts over makes the state
-// from a snapshot and the changes after it, and so reports each object as it is now.
+// publisher keeps the state that it has published. A reader that starts over makes the state from a
+// snapshot and the changes after it, and so reports the present state of each object.
 class ObjectState {
   public:
     enum class Outcome { applied, malformed, object_too_long, all_too_long };
@@ -24,9 +24,8 @@ class ObjectState {
     //   change.
     Outcome apply(std::string_view change, uint64_t position);
 
-    // Replaces the state by the one that append_all() wrote, or by `object` alone if one is
-    // named.
-    // @return whether the snapshot is well made.
+    // Replaces the state by the one that append_all() wrote, or only by that of `object`, if one is
+    // named. @return whether the snapshot is well formed.
     bool load(std::string_view snapshot, std::string_view object = {});
 
     // Appends a snapshot: the objects' texts, each beginning with "#@", in the order in which the
@@ -38,7 +37,7 @@ class ObjectState {
     // Bytes of the texts, without the births.
     size_t bytes() const { return bytes_; }
 
-    // Bytes of all births in a snapshot, at most: enough for some 3,600 objects.
+    // Most bytes of all births in a snapshot: enough for about 3,600 objects.
     static constexpr size_t births_bytes_max = 64 * 1024;
 
     bool holds(std::string_view object) const { return objects_.find(object) != objects_.end(); }
@@ -47,7 +46,7 @@ class ObjectState {
     struct Text {
         std::string name;
         std::string text;
-        uint64_t birth; // 0 if it is not known
+        uint64_t birth; // 0 if unknown
     };
     std::vector<Text> texts() const;
 
@@ -56,7 +55,7 @@ class ObjectState {
     using Lines = std::map<std::string, std::string, std::less<>>;
     struct Object {
         Lines lines;
-        size_t bytes = 0;     // of the text in full
+        size_t bytes = 0;     // of the whole text
         uint64_t birth = 0;   // the position of its first change
         uint64_t changed = 0; // the value of changes_ when it last changed
     };
@@ -82,7 +81,7 @@ class ObjectState {
     Objects objects_;
     uint64_t changes_ = 0; // counts the changes that were applied
     size_t bytes_ = 0;
-    std::vector<Line> lines_; // a member for its memory: a change of known attributes costs no heap
+    std::vector<Line> lines_; // a member, so that a change of known attributes needs no heap memory
 };
 
 } // namespace vantro::platform

@@ -1,8 +1,8 @@
-// Which picture is a cover.
+// Rules that decide which picture is a cover.
 //
-// - Of a song: the picture in its file (picture_in() says which, if there are several), else the
-//   cover of its folder.
-// - Of a folder's songs: the picture in the folder that is named best, as FolderCover finds it
+// - Of a song: the picture in its file (if there are several, picture_in() of files/formats.h
+//   chooses one), else the cover of its folder. query/metadata.cpp tries them in this order.
+// - Of a folder's songs: the picture in the folder with the best name, which FolderCover finds
 //   during the scan.
 // - Of an album or a folder: that of its last song.
 #ifndef VANTRO_SERVICE_CATALOGUE_COVER_H
@@ -20,35 +20,35 @@
 
 namespace vantro::service::catalogue {
 
-// How a picture in a folder is named, by what counts first if there are several: as its cover
-// (cover, folder, front, albumcover, album, in this order and in any case), or like any other.
-// Nothing for what has no ending of a picture.
+// The rank of a picture's name; the lowest rank counts. The names of covers (cover, folder, front,
+// albumcover, album, in any case) have ranks in this order; other pictures come after them. Nothing
+// for a name without the ending of a picture.
 std::optional<int> picture_rank(std::string_view name);
-inline constexpr int plain_picture_rank = 5; // counts where it is the only picture
+inline constexpr int plain_picture_rank = 5; // counts if it is the only picture
 
 // Chooses the cover of a folder from the files in it.
 class FolderCover {
   public:
     struct Picture {
         std::string name;
-        std::string path; // below the source; of a link, where it leads
+        std::string path; // below the source; for a link, that of its target
         FileStamp stamp;
     };
 
-    // A file in the folder, whatever it is called.
+    // Offers a file of the folder, with any name.
     void offer(const std::string &name, const std::string &path, FileStamp stamp);
 
-    // Null if there is no picture, or none that is named better than the others.
+    // Null if there is no picture, or if several share the best rank.
     const Picture *chosen() const;
 
   private:
     Picture best_; // of equals the first by name
     int rank_ = plain_picture_rank + 1;
-    bool several_ = false; // of the rank of `best_`
+    bool several_ = false; // several pictures have the rank of `best_`
 };
 
-// The song whose cover an album or a folder with these entries has; 0 for none. All of its songs
-// have one cover, as far as a list can show.
+// The song whose cover an album or a folder with these entries has; 0 for none. A list can show
+// only one cover for all of the songs.
 SongId cover_song(const List &entries);
 
 } // namespace vantro::service::catalogue

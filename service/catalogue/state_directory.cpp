@@ -73,7 +73,7 @@ int32_t SessionNumbers::take(int32_t count) {
         std::ifstream noted(file_);
         std::error_code error;
         if (!noted && (std::filesystem::exists(file_, error) || error)) {
-            return 0; // for the moment the numbers that were given cannot be read
+            return 0; // for the moment the numbers already used cannot be read
         }
         if (!(noted >> next_) || next_ < 1) {
             next_ = 1;
@@ -101,7 +101,7 @@ bool SessionNumbers::note(int64_t next) const {
     if (!good || rename(part.c_str(), file_.c_str()) != 0) {
         return false;
     }
-    // Without this the old file may be back after a power cut, and its numbers given again.
+    // Without this the old file may be back after a power cut, and its numbers would be reused.
     const int folder = open(file_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (folder < 0) {
         return false;

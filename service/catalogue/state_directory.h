@@ -1,4 +1,4 @@
-// The directory in which a service keeps its state, and the small files there.
+// The state directory of a service, and the small files in it.
 #ifndef VANTRO_SERVICE_CATALOGUE_STATE_DIRECTORY_H
 #define VANTRO_SERVICE_CATALOGUE_STATE_DIRECTORY_H
 
@@ -13,7 +13,7 @@
 
 namespace vantro::service::catalogue {
 
-// One process at a time has a state directory.
+// Only one process at a time can own a state directory.
 class StateDirectory {
   public:
     StateDirectory() = default;
@@ -21,8 +21,8 @@ class StateDirectory {
     StateDirectory(const StateDirectory &) = delete;
     StateDirectory &operator=(const StateDirectory &) = delete;
 
-    // Takes the directory; makes it, with those permission bits, if it is missing. Returns why
-    // it cannot be used, if it cannot.
+    // Takes the directory; makes it, with those permission bits, if it is missing. Returns an error
+    // if it cannot be used.
     std::optional<Error> take(const std::filesystem::path &path, uint32_t mode);
 
   private:
@@ -32,16 +32,16 @@ class StateDirectory {
 // $XDG_STATE_HOME/vantro, else ~/.local/state/vantro; empty if neither is known.
 std::filesystem::path default_state_directory();
 
-// Whether so many bytes can be written to the directory now.
+// Whether that many bytes can be written to the directory now.
 bool has_room(const std::filesystem::path &state, size_t bytes);
 
-// Numbers that are given once only. They have a file of their own: the catalogue's file is made
-// again if it is damaged, and is locked while a scan writes.
+// Numbers that are used once only. They have a separate file: the catalogue's file is made again if
+// it is damaged, and is locked while a scan writes.
 class SessionNumbers {
   public:
     explicit SessionNumbers(std::filesystem::path file) : file_(std::move(file)) {}
 
-    // The first of `count` numbers; 0 when they have run out or cannot be noted. Any thread.
+    // The first of `count` numbers; 0 if they have run out or cannot be saved. Any thread.
     int32_t take(int32_t count) EXCLUDES(mutex_);
 
   private:
@@ -49,7 +49,7 @@ class SessionNumbers {
 
     const std::filesystem::path file_;
     Mutex mutex_;
-    int64_t next_ GUARDED_BY(mutex_) = 0; // not known yet
+    int64_t next_ GUARDED_BY(mutex_) = 0; // 0: not read yet
 };
 
 } // namespace vantro::service::catalogue

@@ -1,9 +1,9 @@
-// The catalogue that is kept in a file and filled by scanning directories of music.
+// The catalogue in a file, which is filled by scanning directories of music.
 //
-// Its file is `catalogue.db` in the state directory; covers lie beside it in `artwork/`. A
-// catalogue that is damaged or of another version is moved aside, never over an earlier one, and
-// made again. Everything in the state directory can be deleted while no service runs: node ids and
-// uids are digests of paths and names, and come out the same.
+// Its file is `catalogue.db` in the state directory; covers lie beside it in `artwork/`. If the
+// file is damaged or has another version, it is moved aside, never over an earlier one, and made
+// again. The catalogue and the covers can be deleted while no service runs: node ids and uids are
+// digests of paths and names, and will be the same.
 #ifndef VANTRO_SERVICE_CATALOGUE_STORE_H
 #define VANTRO_SERVICE_CATALOGUE_STORE_H
 
@@ -30,24 +30,24 @@ struct StoreOptions : ScanOptions {
 
 class Store : public Catalogue {
   public:
-    // The files of songs, in the order asked for; of a song that is gone the uid is empty. Returns
-    // 0 or EIO.
-    virtual int song_files(const std::vector<SongId> &ids, std::vector<LocatedSong> &files) = 0;
-    // The songs that were named, in their order; if none is found now, one with id 0. Returns 0
+    // The files of songs, in the order of `ids`; the uid of a song that is gone is empty. Returns 0
     // or EIO.
+    virtual int song_files(const std::vector<SongId> &ids, std::vector<LocatedSong> &files) = 0;
+    // The songs that `names` name, in their order; a song with id 0 for a name without a song.
+    // Returns 0 or EIO.
     virtual int find_songs(const std::vector<SongName> &names, std::vector<QueuedSong> &songs) = 0;
 
-    // How many songs all_songs() gives; 0 where the catalogue's file fails.
+    // The number of songs of all_songs(); 0 if the catalogue's file fails.
     virtual int64_t song_count() = 0;
 
-    // Begins to scan, in threads of its own. What has been committed can always be read.
+    // Starts scanning, in separate threads. Committed data can always be read.
     virtual void start_scanning() = 0;
-    // Ends the scan, within the time that reading one file takes. The destructor calls this too.
-    // What the scan has found stays. Any thread may call it, also before start_scanning().
+    // Ends the scan, within the time that reading one file takes. The scan's results stay. The
+    // destructor calls this too. Any thread may call it, also before start_scanning().
     virtual void stop_scanning() = 0;
-    // Takes other directories of music and other media roots from now on, as StoreOptions does.
-    // Those that are new are scanned; those that are left out are no longer sources, but what is
-    // known of them is kept. Returns at once. Any thread.
+    // Replaces StoreOptions::music and StoreOptions::roots from now on. New directories are
+    // scanned; removed ones are no longer sources, but their entries are kept. Returns at once. Any
+    // thread.
     virtual void set_music(const std::vector<std::filesystem::path> &music,
                            const std::vector<std::filesystem::path> &roots) = 0;
 };

@@ -1,5 +1,5 @@
-// Configuration files: TOML, read for the parser of the command line. A key is an option's name
-// without the hyphens before it.
+// Configuration files in TOML, read for the parser of the command line. A key is an option's name
+// without the leading hyphens.
 #ifndef VANTRO_SERVICE_CONFIG_CONFIG_FILE_H
 #define VANTRO_SERVICE_CONFIG_CONFIG_FILE_H
 
@@ -14,34 +14,33 @@
 
 namespace vantro::service::config {
 
-// The file that is read if none is named: the machine's, else the user's; "" if neither is
-// there.
+// The default file: the machine's, else the user's; "" if neither exists.
 std::string default_file();
 
-// How the options of a program are read from a file. The command line wins over the file: an option
-// that is on it is not taken from the file at all.
+// Reads the options of a program from a file. The command line overrides the file: an option on the
+// command line is not read from the file at all.
 class ConfigFile : public CLI::Config {
   public:
     // Borrows the parser, which has `--config` already.
     explicit ConfigFile(const CLI::App &app) : app_(app) {}
 
-    // Throws CLI::ConfigError with "FILE:LINE: KEY: what is wrong".
+    // Throws CLI::ConfigError with a text "FILE:LINE: KEY: ERROR".
     std::vector<CLI::ConfigItem> from_config(std::istream &input) const override;
 
-    // A whole file: each option with its description, and its value, or its default as a comment.
+    // A complete file: each option with its description and its value, or its default as a comment.
     std::string to_config(const CLI::App *app, bool, bool, std::string) const override;
 
-    // An error text about an option. If that was taken from the file, the text begins with the
-    // place.
+    // An error text about an option. If the option was read from the file, the text begins with the
+    // place in the file.
     std::string placed(const std::string &error) const;
 
-    // Every option that a file can have, in their order.
+    // All options that a file can have, in their order.
     std::vector<Setting> settings() const;
 
   private:
     const CLI::App &app_;
     mutable std::string path_; // of the file that was read
-    // By key: the lines of what was taken from it.
+    // The line of each key that was read.
     mutable std::map<std::string, size_t> lines_;
 };
 

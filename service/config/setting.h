@@ -5,10 +5,10 @@
 
 namespace vantro::service::config {
 
-// One option as it will be used.
+// The effective value of one option.
 struct Setting {
     std::string key;
-    std::string value;  // in TOML; "" where the option is left to its default
+    std::string value;  // in TOML; "" if the option has its default
     std::string origin; // "FILE:LINE", "command line" or "default"
 };
 

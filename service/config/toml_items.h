@@ -1,4 +1,4 @@
-// What a TOML file says, key by key.
+// The keys and values of a TOML file.
 #ifndef VANTRO_SERVICE_CONFIG_TOML_ITEMS_H
 #define VANTRO_SERVICE_CONFIG_TOML_ITEMS_H
 
@@ -13,7 +13,7 @@ namespace vantro::service::config {
 struct TomlItem {
     std::string key;
     size_t line = 0;
-    std::vector<std::string> values; // of a list all of them
+    std::vector<std::string> values; // all elements of a list
     bool is_list = false;
 };
 
@@ -22,11 +22,11 @@ struct TomlError : std::runtime_error {
     size_t line;
 };
 
-// The items in the order of their lines. Throws TomlError for what is not TOML, and for what no
-// option can be: tables, lists of lists, dates.
+// The items in the order of their lines. Throws TomlError if the input is not TOML, or has a value
+// that no option can have: tables, lists of lists, dates.
 std::vector<TomlItem> read_toml(std::istream &input);
 
-// A text as TOML writes it, with its quotes.
+// A text as a TOML string, with quotes.
 std::string toml_text(const std::string &text);
 
 } // namespace vantro::service::config

@@ -11,7 +11,7 @@ namespace vantro::service::playback {
 
 namespace {
 
-// The most changes that one call notes: ends of tracks, its own effect, and a stop with the
+// The most changes that one call records: ends of tracks, its own effect, and a stop with the
 // continuation after it.
 constexpr size_t notes_max = 4;
 
@@ -50,7 +50,7 @@ void Engine::place_at(int64_t where, std::chrono::nanoseconds now) {
     next_tick_ = now + tick_every;
 }
 
-// Sets a position other than the one that is heard.
+// Sets a position that differs from the one that is heard.
 void Engine::jump_to(int64_t where, std::chrono::nanoseconds now) {
     place_at(where, now);
     cue_ = ++last_cue_;
@@ -65,7 +65,7 @@ void Engine::end_of_session() {
     place_ = 0;
 }
 
-// Notes a change for the publisher, and a change of the modes if there is one. catch_up() has
+// Records a change for the publisher, and a change of the modes if there is one. catch_up() has
 // reserved the memory.
 void Engine::note(unsigned what, std::chrono::nanoseconds now, int32_t error) {
     if (differ(modes_, noted_)) {
@@ -94,7 +94,7 @@ void Engine::track_started_by_choice() {
     track_started();
 }
 
-// Brings the player up to now, which is returned. Every operation begins here.
+// Updates the state to the present time, and returns that time. Every operation begins with this.
 std::chrono::nanoseconds Engine::catch_up() {
     changes_.reserve(changes_.size() + notes_max);
     const std::chrono::nanoseconds now = clock_();
@@ -208,8 +208,8 @@ int Engine::previous() {
     return 0;
 }
 
-// With shuffle the song's place in the order becomes the one after the current song, so that
-// every other song still comes once, and previous() goes back to where the jump was made.
+// With shuffle the song moves to the place after the current song in the order, so that every other
+// song still comes once, and previous() returns to the song before the jump.
 int Engine::jump(int32_t index) {
     const MutexLock guard(mutex_);
     const auto now = catch_up();
@@ -249,7 +249,7 @@ int Engine::seek(int32_t position_ms) {
 }
 
 int Engine::set_rate(float rate) {
-    if (!(rate > 0 && rate <= rate_max)) { // false for what is not a number
+    if (!(rate > 0 && rate <= rate_max)) { // also false for NaN
         return ERANGE;
     }
     const MutexLock guard(mutex_);
@@ -282,7 +282,7 @@ int Engine::set_volume(int32_t level) {
     const auto now = catch_up();
     const int32_t taken = std::min(level, volume_limit_);
     const bool changed = std::exchange(volume_.level, taken) != taken;
-    // A client that asked for more shows that level until it gets this change.
+    // A client that requested more shows that level until it gets this change.
     note(changed || taken != level ? Change::volume : 0u, now);
     return 0;
 }
@@ -370,15 +370,15 @@ std::optional<std::chrono::nanoseconds> Engine::next_wake() {
 }
 
 std::optional<std::chrono::nanoseconds> Engine::time_to_wake(std::chrono::nanoseconds now) const {
-    // Before anything is heard the sound reports by itself.
+    // Before the track is heard, the sound reports without a request.
     if (!playing() || (sounding_ && !heard_)) {
         return std::nullopt;
     }
     if (sounding_) {
         return std::max<std::chrono::nanoseconds>(next_tick_ - now, {});
     }
-    // At a low rate an end may lie beyond what a time can be; some decades do. One microsecond
-    // more, for what was rounded.
+    // At a low rate an end may exceed the range of times; some decades suffice as a bound. One
+    // microsecond is added because of rounding.
     const auto lasts = [this](int64_t us) REQUIRES(mutex_) {
         const double real_us = static_cast<double>(us) / double{modes_.rate} + 1;
         return std::chrono::microseconds(std::llround(std::min(real_us, 1e15)));
@@ -410,7 +410,7 @@ void Engine::checked(uint64_t number, int32_t error) {
         return;
     }
     if (error == 0) {
-        if (!sounding_) { // else it is playable when it is heard
+        if (!sounding_) { // with a sound, a track is playable once it is heard
             failures_ = 0;
         }
         return;
@@ -419,7 +419,8 @@ void Engine::checked(uint64_t number, int32_t error) {
     pass_over(error, clock_());
 }
 
-// Followers see the player stop where it is, with this error; the next change says how it goes on.
+// Followers see the player stop at its position with this error; the next change shows how it
+// continues.
 void Engine::stop_with(int32_t error, std::chrono::nanoseconds now) {
     place_at(std::min(position(now), duration()), now);
     modes_.state = VANTRO_STATE_STOPPED;
@@ -450,7 +451,7 @@ void Engine::pass_over(int32_t error, std::chrono::nanoseconds now) {
     }
     jump_to(0, now);
     if (following != 0 && following_place_ == place_) {
-        cue_ = following; // the sound has already begun it
+        cue_ = following; // the sound has already started it
     }
     if (++failures_ < std::min(failures_max, session_->length())) {
         modes_.state = VANTRO_STATE_PLAYING;

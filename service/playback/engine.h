@@ -1,26 +1,28 @@
-// What one player plays: the track session, the current song, and the position.
+// The state of one player: the track session, the current song, and the position.
 //
-// There is no timer here. What has happened since the last call is worked out from the clock at the
-// next one, over as many ends of tracks as fell in between; that costs at most two walks through
-// the session, however long the gap was. wake() says when something will happen by itself.
+// The engine has no timer. Each call first computes from the clock what has happened since the last
+// call, including any number of ends of tracks; that costs at most two passes over the session,
+// however long the gap was. wake() returns the time of the next event that no command causes.
 //
-// Every change is noted for the publisher, in order and with the state after it.
+// Every change is recorded for the publisher, in order and with the state after it.
 //
 // Another thread checks whether a track's file can be played, since it may wait for a disk:
 // take_start() hands out each start of a track, and checked() takes the result. Until then the
 // track plays.
 //
-// A session is played in an order: as it stands, or, with shuffle, a permutation in which every
-// song comes once. next() and previous() walk that order, so that previous() always goes back the
-// way it came.
+// A session is played in its own order, or, with shuffle, in a permutation in which every song
+// comes once. next() and previous() follow that order, so that previous() returns to the song that
+// was played before.
 //
-// If there is a sound (service/sound/sound.h) the clock only bridges the time between two of its
-// reports: nothing moves before it is heard, a track has ended when the sound says so, and a report
-// corrects what was computed. wanted() is what the sound is to do.
+// If there is a sound (service/sound/sound.h), the clock only bridges the time between two of its
+// reports: the position does not move before the track is heard, a track ends when the sound
+// reports it, and a report corrects the computed position. wanted() is the state that the sound
+// must apply.
 //
-// The player is idle exactly while it has no session. Inside, positions are whole microseconds.
+// The player is idle if and only if it has no session. Internally, positions are whole
+// microseconds.
 //
-// Any thread may call any operation. The lock is held for arithmetic only.
+// Any thread may call any operation. The lock is held for computations only.
 #ifndef VANTRO_SERVICE_PLAYBACK_ENGINE_H
 #define VANTRO_SERVICE_PLAYBACK_ENGINE_H
 
@@ -44,15 +46,15 @@ namespace vantro::service::playback {
 // Further into a track than this, previous() restarts it instead of leaving it.
 inline constexpr int32_t restart_after_ms = 3000;
 
-// Fastest playback. Faster is no longer playing; the bound also keeps a position reached
-// over any number of years exact.
+// Fastest playback. The bound also keeps a position exact that was reached over any number of
+// years.
 inline constexpr float rate_max = 16.0f;
 
-// As loud as the music is.
+// The volume at which samples are unchanged.
 inline constexpr int32_t volume_max = 100;
 
-// A player stops after so many unplayable tracks in a row. That many mean a missing disk rather
-// than damaged files, and followers of the player should not get a flood of events.
+// A player stops after this many unplayable tracks in a row. That many indicate a missing disk
+// rather than damaged files, and followers of the player should not get a flood of events.
 inline constexpr int32_t failures_max = 100;
 
 // How often the position is published while playing.
@@ -62,16 +64,17 @@ inline constexpr std::chrono::seconds tick_every{1};
 // millisecond that repeat are published together.
 inline constexpr std::chrono::milliseconds end_after{10};
 
-// A position that a sound reports is taken where it is further than this from the computed one.
-// Smaller differences are the reports' own, and would make positions go back while playing.
+// A position that a sound reports replaces the computed one only if they differ by more than this.
+// Smaller differences come from the reports themselves, and would make positions go backwards while
+// playing.
 inline constexpr std::chrono::milliseconds jitter{50};
 
-// In place of an index: the first song in the order of play.
+// Stands for the first song in the order of play.
 inline constexpr int32_t any_index = -1;
 
 class Engine {
   public:
-    // Tells the time since any fixed moment; never goes back.
+    // Returns the time since an arbitrary fixed moment; never goes backwards.
     using Clock = std::function<std::chrono::nanoseconds()>;
 
     struct Snapshot {
@@ -82,7 +85,7 @@ class Engine {
         int32_t position_ms = 0; // from the start of that song
     };
 
-    // The whole state of a player, to be kept over a restart.
+    // The complete state of a player, for saving it over a restart.
     struct Saved {
         VantroStateInfo modes = {VANTRO_STATE_IDLE, 1.0f, VANTRO_REPEAT_OFF, VANTRO_SHUFFLE_OFF};
         VantroVolume volume = {volume_max, 0};
@@ -93,37 +96,37 @@ class Engine {
     };
 
     struct Change {
-        // What changed; `tick` if only time has passed.
+        // The changed parts; `tick` if only time has passed.
         enum : unsigned { state = 1, session = 2, track = 4, position = 8, tick = 16, volume = 32 };
         unsigned what = 0;
         int32_t error = 0; // with `state`: the VANTRO_ERROR_* that stopped the player, or 0
         Snapshot now;
     };
 
-    // One time that a track began to play.
+    // One start of a track.
     struct Start {
         uint64_t number;
         catalogue::SongId song;
     };
 
-    // `seed` decides the shuffles. Where `sounding`, a sound reports what is heard.
+    // `seed` determines the shuffles. If `sounding` is true, a sound reports what is heard.
     Engine(Clock clock, uint32_t seed, bool sounding = false);
 
-    // Makes a session the current one, at the start of that song: playing, or else paused. The
-    // index is one of the session's, or any_index.
+    // Makes a session the current one, at the start of the song `index`: playing, or else paused.
+    // The index is valid in the session, or any_index.
     void load(SessionPtr session, int32_t index, bool play) EXCLUDES(mutex_);
-    // Makes a session the current one in place of the one of `from`, and plays on without a gap or
-    // a jump. It has the same songs, and others after the current one (`next`) or after all.
-    // Returns false if the player has gone on since `from`; then nothing has changed.
+    // Replaces the session of `from` by another one, and plays on without a gap or a jump. The new
+    // session has the same songs, and further ones after the current song (`next`) or after all
+    // songs. Returns false if the player has gone on since `from`; then nothing has changed.
     bool extend(const Snapshot &from, SessionPtr session, bool next) EXCLUDES(mutex_);
-    // The same with a session of any songs, at one of them. If that is the song that is current,
-    // its position is kept, else it is at its start. The state stays.
+    // The same with a session of any songs, at the song `index`. If that is the current song, the
+    // position is kept, else the song begins at its start. The state does not change.
     bool keep(const Snapshot &from, SessionPtr session, int32_t index) EXCLUDES(mutex_);
     // Drops the session if it is the current one; the player is then idle.
     void unload(uint64_t tsid) EXCLUDES(mutex_);
 
-    // Each returns 0 or the error number with which it refused: ENODATA if there is no session,
-    // ERANGE for an argument that is out of range. A refused command changes nothing.
+    // Each returns 0, or an error number if it refuses: ENODATA if there is no session, ERANGE if
+    // an argument is out of range. A refused command changes nothing.
     int play() EXCLUDES(mutex_);
     int pause() EXCLUDES(mutex_);
     int stop() EXCLUDES(mutex_);
@@ -136,44 +139,45 @@ class Engine {
     int set_repeat(int32_t mode) EXCLUDES(mutex_);
     int set_volume(int32_t level) EXCLUDES(mutex_);
     int set_muted(int32_t muted) EXCLUDES(mutex_);
-    // A level above the limit is set, or restored, as the limit. If the present level is above it,
-    // it comes down; it stays there when the limit is raised.
+    // If a level above the limit is set or restored, the limit applies instead. If the present
+    // level is above the limit, it is lowered; it stays there when the limit is raised.
     void set_volume_limit(int32_t limit) EXCLUDES(mutex_);
 
     Snapshot snapshot() EXCLUDES(mutex_);
 
     Saved saved() EXCLUDES(mutex_);
-    // Makes the player what it was, except that one that played is paused unless `play`. What was
-    // saved is whole: its place is in its session, and its order has each index once.
+    // Restores a saved state; a player that was playing is paused unless `play`. The saved state
+    // must be consistent: its place is in its session, and its order has each index once.
     void restore(const Saved &saved, bool play) EXCLUDES(mutex_);
 
-    // How many changes were noted so far. Without the lock.
+    // The number of changes recorded so far. Does not take the lock.
     uint64_t changes() const { return noted_count_.load(std::memory_order_acquire); }
-    // The oldest change that was not yet dropped; false if there is none.
+    // The oldest change that was not dropped yet; false if there is none.
     bool first_change(Change &change) EXCLUDES(mutex_);
     void drop_change() EXCLUDES(mutex_);
 
-    // Does what is due by now. Returns how long until the next time that something will be; nothing
-    // while the player does not play.
+    // Handles everything that is due. Returns the time until something is due next; nothing while
+    // the player does not play.
     std::optional<std::chrono::nanoseconds> wake() EXCLUDES(mutex_);
 
     // The result that wake() would return, without doing anything.
     std::optional<std::chrono::nanoseconds> next_wake() EXCLUDES(mutex_);
 
-    // Whether take_start() has one.
+    // Whether take_start() would return a start.
     bool has_start() EXCLUDES(mutex_);
 
     // The newest track start whose file has not been handed out for checking; empty if there is
     // none or the player has moved on.
     std::optional<Start> take_start() EXCLUDES(mutex_);
     // Takes the result of a check: 0, or the VANTRO_ERROR_* with which the player stops and then
-    // goes on with the next track, if there is one. The result of a start that is over is ignored.
+    // continues with the next track, if there is one. The result of a start that is over is
+    // ignored.
     void checked(uint64_t number, int32_t error) EXCLUDES(mutex_);
 
-    // A source has gone: a player that plays a song of it stops there, with VANTRO_ERROR_GONE.
+    // A source has gone: if the player plays a song of it, the player stops with VANTRO_ERROR_GONE.
     void source_gone(int32_t source) EXCLUDES(mutex_);
 
-    // For the sound; as sound::Listener has them.
+    // For the sound; see sound::Listener.
     sound::Wanted wanted() EXCLUDES(mutex_);
     void started(uint64_t cue, int64_t position_us) EXCLUDES(mutex_);
     void reached(uint64_t cue, int64_t position_us) EXCLUDES(mutex_);
@@ -222,22 +226,22 @@ class Engine {
     int64_t base_ GUARDED_BY(mutex_) = 0;
     std::chrono::nanoseconds base_time_ GUARDED_BY(mutex_){0};
     std::chrono::nanoseconds next_tick_ GUARDED_BY(mutex_){0}; // only while playing
-    // Oldest first; those that were not yet dropped.
+    // The changes that were not dropped yet, oldest first.
     std::vector<Change> changes_ GUARDED_BY(mutex_);
-    VantroStateInfo noted_ GUARDED_BY(mutex_); // as the last change has it
+    VantroStateInfo noted_ GUARDED_BY(mutex_); // the modes in the last change
     std::atomic<uint64_t> noted_count_ = 0;    // written with the lock held
     uint64_t start_ GUARDED_BY(mutex_) = 0;    // number of the last start
     bool start_taken_ GUARDED_BY(mutex_) = true;
     // Unplayable tracks in a row since a playable one or a command.
     int32_t failures_ GUARDED_BY(mutex_) = 0;
 
-    bool sounding_ GUARDED_BY(mutex_);            // a sound reports what is heard
+    bool sounding_ GUARDED_BY(mutex_);            // whether a sound reports what is heard
     bool heard_ GUARDED_BY(mutex_) = false;       // the cue has started
-    uint64_t last_cue_ GUARDED_BY(mutex_) = 0;    // that was given a number
-    uint64_t cue_ GUARDED_BY(mutex_) = 0;         // of what is current; 0 while idle
-    int64_t cue_position_ GUARDED_BY(mutex_) = 0; // where it begins
-    // The cue that the sound was told to go on with, 0 for none; its place in the order of play,
-    // and its song.
+    uint64_t last_cue_ GUARDED_BY(mutex_) = 0;    // the last number that was used
+    uint64_t cue_ GUARDED_BY(mutex_) = 0;         // of the current position; 0 while idle
+    int64_t cue_position_ GUARDED_BY(mutex_) = 0; // where the cue begins
+    // The following cue that wanted() returned to the sound, 0 for none; its place in the order of
+    // play, and its song.
     uint64_t following_cue_ GUARDED_BY(mutex_) = 0;
     int32_t following_place_ GUARDED_BY(mutex_) = 0;
     catalogue::SongId following_song_ GUARDED_BY(mutex_) = 0;

@@ -31,7 +31,7 @@ bool Engine::extend(const Snapshot &from, SessionPtr session, bool next) {
     }
     const int32_t before = session_->length();
     const int32_t count = session->length() - before;
-    const int32_t first = next ? from.index + 1 : before; // of those that are new
+    const int32_t first = next ? from.index + 1 : before; // the index of the first new song
     if (!order_.empty()) {
         std::vector<int32_t> order = order_;
         for (int32_t &at : order) {
@@ -92,7 +92,7 @@ void Engine::unload(uint64_t tsid) {
 Engine::Saved Engine::saved() {
     const MutexLock guard(mutex_);
     const auto now = catch_up();
-    // A sound may be beyond the end that the catalogue states.
+    // The position of a sound may be beyond the end that the catalogue states.
     const int64_t where = session_ ? std::clamp<int64_t>(position(now), 0, duration()) : 0;
     return {modes_, volume_, session_, order_, place_, where};
 }
@@ -121,7 +121,7 @@ void Engine::restore(const Saved &saved, bool play) {
     note(Change::session | Change::track | Change::position | volume, now);
 }
 
-// Every song once; `first` begins, unless it is any_index.
+// Every song once; `first` comes first, unless it is any_index.
 std::vector<int32_t> Engine::draw_order(const TrackSession &session, int32_t first) {
     std::vector<int32_t> order(session.songs.size());
     std::iota(order.begin(), order.end(), 0);

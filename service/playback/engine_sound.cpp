@@ -1,4 +1,4 @@
-// What the sound is to do, and what it reports.
+// The wanted state for the sound, and the sound's reports.
 #include "service/playback/engine.h"
 
 #include <algorithm>
@@ -10,7 +10,7 @@ namespace vantro::service::playback {
 
 namespace {
 
-// The most changes that one report notes: the start of a track, and a stop with the continuation
+// The most changes that one report records: the start of a track, and a stop with the continuation
 // after it.
 constexpr size_t notes_max = 3;
 
@@ -18,7 +18,7 @@ constexpr int64_t jitter_us = std::chrono::microseconds(jitter).count();
 
 } // namespace
 
-// The place after this one when its track ends.
+// The place that follows when the current track ends.
 std::optional<int32_t> Engine::following_place() const {
     if (modes_.repeat == VANTRO_REPEAT_ONE) {
         return place_;
@@ -50,7 +50,7 @@ sound::Wanted Engine::wanted() {
         following_cue_ = 0;
         return wanted;
     }
-    // The same place may have another song since: a new order of play was drawn.
+    // The same place may have another song by now, if a new order was drawn.
     const int64_t song = song_at(*following);
     if (following_cue_ == 0 || following_place_ != *following || following_song_ != song) {
         following_cue_ = ++last_cue_;
@@ -70,7 +70,7 @@ bool Engine::is_following(uint64_t cue) const {
     return following == following_place_ && song_at(*following) == following_song_;
 }
 
-// The current track has ended, and the one of that cue is the current one.
+// The current track has ended, and the track of that cue becomes the current one.
 void Engine::follow(uint64_t cue, std::chrono::nanoseconds now) {
     place_ = following_place_;
     jump_to(0, now);
@@ -106,7 +106,7 @@ void Engine::reached(uint64_t cue, int64_t position_us) {
         return;
     }
     changes_.reserve(changes_.size() + notes_max);
-    base_ = position_us; // the time of the next tick stays
+    base_ = position_us; // the time of the next tick does not change
     base_time_ = now;
     note(Change::position, now);
 }
@@ -140,7 +140,7 @@ void Engine::failed(uint64_t cue, int32_t error) {
         follow(cue, now);
         note(Change::track | Change::position, now);
     }
-    // A track that is held fails again when it is to play, and is handled then.
+    // A paused track fails again when it should play, and is handled then.
     if (playing()) {
         pass_over(error, now);
     }

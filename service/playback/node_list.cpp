@@ -9,7 +9,7 @@ namespace vantro::service::playback {
 
 namespace {
 
-// Takes the source off a line. Returns 0 if there is none.
+// Removes the source from the start of a line and returns it; 0 if there is none.
 int32_t take_source(std::string_view &line) {
     int32_t source = 0;
     const char *const end = line.data() + line.size();
@@ -29,7 +29,8 @@ int songs_of_nodes(catalogue::Catalogue &catalogue, int32_t source, std::string_
     for (bool more = true; more;) {
         const size_t length = nodes.find('\n');
         std::string_view line = nodes.substr(0, length);
-        more = length != nodes.npos && length + 1 < nodes.size(); // the last may have an end too
+        // The last line may have a newline too.
+        more = length != nodes.npos && length + 1 < nodes.size();
         nodes.remove_prefix(more ? length + 1 : nodes.size());
         const int32_t from = source != 0 ? source : take_source(line);
         if (from == 0 || (source != 0 && several && line.empty())) {
@@ -38,7 +39,7 @@ int songs_of_nodes(catalogue::Catalogue &catalogue, int32_t source, std::string_
         if (const int result = catalogue.songs(from, line, songs); result != 0) {
             return result;
         }
-        // A short line can name all songs that there are, and a request has room for many lines.
+        // A short line can name all songs of the catalogue, and a request has room for many lines.
         if (several && songs.size() > VANTRO_TRKSESSION_SONGS_MAX) {
             return EMSGSIZE;
         }

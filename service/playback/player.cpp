@@ -32,7 +32,7 @@ void Player::publish_changes(publishing::HeldBell &bell) {
         return;
     }
     if (sound_) {
-        sound_->look(); // first: what is published is read from a disk
+        sound_->look(); // first, since publishing reads from a disk
     }
     bool more_than_ticks = false;
     try {
@@ -62,8 +62,8 @@ void Player::publish_changes(publishing::HeldBell &bell) {
     }
 }
 
-// If its next work has become later, as with a pause, the clock's thread is left asleep: it then
-// wakes up once for nothing, which is cheaper.
+// If the next work has become later, for example by a pause, the clock's thread is not woken: it
+// later wakes once without work, which is cheaper.
 void Player::call_for_what_is_due() {
     if (!calls_.wake_within) {
         return;
@@ -115,14 +115,15 @@ std::optional<std::chrono::nanoseconds> Player::wake() {
 }
 
 void Player::check_file() {
-    // One a round: if the next track has to be checked, publish_changes() calls for another round.
+    // One check in a round: if the next track has to be checked, publish_changes() requests another
+    // round.
     if (const auto start = engine_.take_start()) {
         engine_.checked(start->number, catalogue_.check(start->song));
         publish_changes();
     }
 }
 
-// A change that cannot be published for want of memory stays for the clock's thread.
+// A change that cannot be published for lack of memory stays for the clock's thread.
 void Player::publish_report() noexcept {
     try {
         publish_changes();
@@ -192,8 +193,8 @@ void Player::sources_changed() {
     }
 }
 
-// True if the source has gone. The catalogue is asked with the lock held: so a thread that looked
-// earlier cannot publish a source that has gone.
+// True if the source has gone. The catalogue is read with the lock held, so that a thread with an
+// older state cannot publish a source that has gone.
 bool Player::publish_source(int32_t id) {
     const MutexLock guard(publish_mutex_);
     if (!publisher_) {
@@ -206,7 +207,7 @@ bool Player::publish_source(int32_t id) {
     if (gone) {
         publisher_->source_gone(id);
     } else {
-        // A source changes all the time while it is scanned: only the end of the scan is published.
+        // A source changes continuously during a scan: only the end of the scan is published.
         publisher_->source(*source, source->status != VANTRO_SOURCE_SCANNING);
     }
     if (song_ == 0) {

@@ -1,10 +1,8 @@
-// All players of the service, and the two threads that they share. Sounds have threads of their
-// own.
-//
-// One thread watches the clock. It wakes at ends of tracks, and once a second while something
-// plays, so that both are published in time; while nothing plays it sleeps without a timer. The
-// other thread checks the file of each track that starts. That may wait for a disk, and neither
-// answers nor the clock may wait for it.
+// All players of the service, and the two threads that they share. Each sound has its own thread.
+// One thread watches the clock. It wakes at ends of tracks, and once a second while a player plays,
+// so that both are published in time; while nothing plays, it sleeps without a timer. The other
+// thread checks the file of each track that starts. That may wait for a disk, which must delay
+// neither answers nor the clock.
 #ifndef VANTRO_SERVICE_PLAYBACK_PLAYERS_H
 #define VANTRO_SERVICE_PLAYBACK_PLAYERS_H
 
@@ -27,36 +25,36 @@ namespace vantro::service::playback {
 
 class Players {
   public:
-    // Borrows the catalogue, which outlives this. Names are unique; at most players_max. Nothing is
-    // published yet, and nothing happens by itself.
+    // Borrows the catalogue, which outlives this. Names are unique; at most players_max. Publishing
+    // and the threads start with publish().
     Players(catalogue::Catalogue &catalogue, const std::vector<std::string> &names,
             const Engine::Clock &clock, const SoundMaker &make_sound = nullptr);
     ~Players();
     Players(const Players &) = delete;
     Players &operator=(const Players &) = delete;
 
-    // Publishes all players for those readers, from now on until the end of this, and starts the
-    // threads. Once. Returns why it cannot, if it cannot.
-    // @param keep called, on any thread, when something other than the time has changed.
+    // Starts the threads, and publishes all players for those readers until the destructor. Call it
+    // once. Returns an error if it fails.
+    // @param keep called on any thread after a change other than the passing of time.
     std::optional<Error> publish(const object_readers &readers,
                                  const publishing::Publisher::Log &log,
                                  std::function<void()> keep = nullptr);
 
-    // Adds one more, which is published like the others; after publish(), by one thread at a time.
-    // Other threads find it when it is whole.
-    // @param restore called with its place, before anything of it is published.
-    // Returns why it cannot, if it cannot.
+    // Adds a player, which is published like the others. Call it after publish(), one thread at a
+    // time. Other threads see the player when it is complete.
+    // @param restore called with the player's place, before the player is published. Returns an
+    //     error if it fails.
     std::optional<Error> add(const std::string &name, const SoundMaker &make_sound,
                              const std::function<void(size_t at, Player &player)> &restore);
 
-    // Whether the thread that watches the clock has done a round since the call before, after which
-    // it was called for one. One thread at a time.
+    // Whether the thread that watches the clock has completed a round since the previous call,
+    // which requested one. One thread at a time.
     bool clock_goes();
 
     // See Player::maker_gone(). Any thread.
     void maker_gone(uint64_t number) noexcept;
 
-    // A source, or what it holds, has changed. Any thread.
+    // A source or its contents have changed. Any thread.
     void source_changed(int32_t source);
 
     class Iterator {
@@ -82,7 +80,7 @@ class Players {
         const std::unique_ptr<Player> *at_ = nullptr;
     };
 
-    // Any thread. A moment later there may be more players, after these.
+    // Any thread. Players that are added later come after these.
     Iterator begin() const { return Iterator(players_.data()); }
     Iterator end() const { return Iterator(players_.data() + size()); }
     size_t size() const { return count_.load(std::memory_order_acquire); }
@@ -100,8 +98,8 @@ class Players {
     object_readers readers_ = {};
     publishing::Publisher::Log log_;
     Player::Calls calls_;
-    std::vector<std::unique_ptr<Player>> players_; // its length and places never change
-    std::atomic<size_t> count_ = 0;                // those that are there
+    std::vector<std::unique_ptr<Player>> players_; // the vector's length and places never change
+    std::atomic<size_t> count_ = 0;                // the number of present players
     std::atomic<bool> sources_missed_ = false;
     uint64_t rounds_before_ = 0;
     Worker clock_watch_;

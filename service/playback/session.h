@@ -1,6 +1,6 @@
-// A track session: the songs that a player works through.
+// A track session: an immutable list of songs for a player.
 //
-// It never changes once it is made, so players, lists and requests share it without a lock.
+// Since it never changes, players, lists and requests share it without a lock.
 #ifndef VANTRO_SERVICE_PLAYBACK_SESSION_H
 #define VANTRO_SERVICE_PLAYBACK_SESSION_H
 
@@ -14,9 +14,9 @@
 
 namespace vantro::service::playback {
 
-// Positions and durations are whole microseconds here: fractions would gather errors over ends of
-// tracks, and show a position one millisecond early. A song without length would make repeating it
-// endless within one moment.
+// Positions and durations are whole microseconds here: fractions would accumulate errors over ends
+// of tracks, and could show a position one millisecond early. The least length prevents an endless
+// loop when a song without length repeats.
 inline int64_t length_of(const catalogue::QueuedSong &song) {
     return int64_t{1000} * std::max(song.duration_ms, 1);
 }
@@ -35,7 +35,7 @@ struct TrackSession {
     const uint64_t tsid;
     const int32_t type; // VANTRO_TRKSESSION_*
     std::vector<catalogue::QueuedSong> songs;
-    int64_t total = 0; // length of all of them
+    int64_t total = 0; // the length of all songs
 };
 
 using SessionPtr = std::shared_ptr<const TrackSession>;

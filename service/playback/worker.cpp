@@ -9,10 +9,10 @@ namespace vantro::service::playback {
 
 namespace {
 
-// After a round for which there was no memory.
+// The pause after a round that failed for lack of memory.
 constexpr std::chrono::seconds try_again{1};
 
-// Far ahead is as good as never, and can be computed with.
+// Stands for "never", and can be added to times.
 constexpr std::chrono::hours longest{24 * 365};
 
 std::chrono::steady_clock::time_point after(std::chrono::nanoseconds time) {
@@ -66,7 +66,7 @@ void Worker::run() {
         ++rounds_;
         lock.lock();
         if (failed) {
-            due_ = after(try_again); // not again at once, whoever called for it
+            due_ = after(try_again); // not again at once, even if it was requested
         } else if (next) {
             due_ = std::min(due_, after(*next));
         }

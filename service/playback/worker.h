@@ -1,6 +1,5 @@
-// A thread that does a round when look() was called, or at the time that its last round named.
-//
-// It sleeps without a timer if the last round named no time.
+// A thread that runs a round when look() was called, or at the time that the last round returned.
+// If the last round returned no time, the thread sleeps without a timer.
 #ifndef VANTRO_SERVICE_PLAYBACK_WORKER_H
 #define VANTRO_SERVICE_PLAYBACK_WORKER_H
 
@@ -27,21 +26,21 @@ class Worker {
     Worker(const Worker &) = delete;
     Worker &operator=(const Worker &) = delete;
 
-    // Does the first round at once. Throws std::system_error if there is no thread to be had.
+    // Runs the first round at once. Throws std::system_error if the thread cannot be made.
     void start();
 
-    // Ends after the round under way, for good.
+    // Ends the thread permanently, after the round in progress.
     void stop() EXCLUDES(mutex_);
 
-    // Calls for one more round, which begins after this call. Any thread, a round included; also
+    // Requests another round, which begins after this call. Any thread, also during a round; also
     // before the start and after the end.
     void look() EXCLUDES(mutex_) { look_within(std::chrono::nanoseconds(0)); }
 
-    // Calls for one more round that begins after this call, within that time. Costs no system call
-    // if a round is due by then.
+    // Requests another round that begins after this call, within that time. Costs no system call if
+    // a round is due by then.
     void look_within(std::chrono::nanoseconds time) EXCLUDES(mutex_);
 
-    // How many rounds have ended. Any thread.
+    // The number of completed rounds. Any thread.
     uint64_t rounds() const { return rounds_; }
 
   private:
@@ -52,7 +51,7 @@ class Worker {
     const char *const name_;
     const Round round_;
     Mutex mutex_;                               // not held during a round
-    Time due_ GUARDED_BY(mutex_) = Time::max(); // of the next round; max: when it is called for
+    Time due_ GUARDED_BY(mutex_) = Time::max(); // of the next round; max: only on request
     bool stop_ GUARDED_BY(mutex_) = false;
     Condition wake_;
     std::atomic<uint64_t> rounds_ = 0;

@@ -23,7 +23,7 @@ using catalogue::QueuedSong;
 using catalogue::SongId;
 
 constexpr std::string_view source_name = "Playlists";
-// Browsing it gives what the top gives: that is where other sources have their playlists.
+// Browsing this id returns the same as the top: other sources have their playlists under it.
 constexpr std::string_view menu = "playlists";
 
 // Lines that are logged at most about files that cannot be used; a folder may be full of them.
@@ -39,7 +39,7 @@ std::string node_of(std::string_view name) {
                            .text());
 }
 
-// Gives entries that are not found the names that the playlist has for them.
+// Gives entries that were not found the names that the playlist states.
 class Named : public catalogue::NodeSink {
   public:
     Named(catalogue::NodeSink &nodes, const Entry *first) : nodes_(nodes), next_(first) {}
@@ -63,7 +63,7 @@ class Named : public catalogue::NodeSink {
 
 } // namespace
 
-// The result word for a client; an error that is not the client's is logged, once each.
+// The result word for a client; an error that the client did not cause is logged once.
 int PlaylistCatalogue::note(const Error &error) {
     const int code = error.code();
     if (code == EEXIST || code == ENOENT || code == EDQUOT) {
@@ -123,7 +123,7 @@ int PlaylistCatalogue::load(const std::string &name, PlaylistPointer &playlist) 
     return 0;
 }
 
-// 0 for one that cannot be read: asking for its entries says why.
+// 0 for a file that cannot be read: a request for its entries returns the error.
 int32_t PlaylistCatalogue::count_entries(const PlaylistFile &file) {
     {
         const MutexLock guard(mutex_);
@@ -139,7 +139,7 @@ int32_t PlaylistCatalogue::count_entries(const PlaylistFile &file) {
     const auto count = static_cast<int32_t>(playlist->entries.size());
     const MutexLock guard(mutex_);
     if (counts_.size() >= 2 * playlists_max) {
-        counts_.clear(); // of many that have gone
+        counts_.clear(); // many of the files are gone
     }
     counts_[file.name] = {playlist->stamp, count};
     return count;
@@ -157,7 +157,8 @@ int PlaylistCatalogue::list(std::vector<Node> &nodes) {
     return 0;
 }
 
-// The name of the playlist that has this id. Returns 0, ENOENT, or why the folder cannot be read.
+// The name of the playlist with this id. Returns 0, ENOENT, or the result word if the folder cannot
+// be read.
 int PlaylistCatalogue::find(std::string_view node, std::string &name) {
     const Result<std::vector<PlaylistFile>> files = folder_.list();
     if (!files) {
@@ -235,7 +236,7 @@ int PlaylistCatalogue::metadata(int32_t source, std::string_view node,
     return 0;
 }
 
-// The store knows nothing of playlists, and of entries that are not found; all of them have a name.
+// The store does not know playlists, nor entries that were not found; all of these have a name.
 int PlaylistCatalogue::describe(const std::vector<Node> &nodes,
                                 std::vector<catalogue::SongMetadata> &metadata) {
     if (const int result = store_.describe(nodes, metadata); result != 0) {

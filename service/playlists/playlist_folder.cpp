@@ -20,7 +20,7 @@ namespace vantro::service::playlists {
 namespace {
 
 constexpr std::string_view ending = ".m3u8";
-// Hidden, so that it is no playlist. There is one at a time.
+// Hidden, so that it is not a playlist. There is one at a time.
 constexpr const char *part_name = ".part";
 
 class Descriptor {
@@ -71,7 +71,7 @@ bool write_all(int descriptor, std::string_view bytes) {
     return true;
 }
 
-// A file that is already there stays, also one that was put there this moment, as far as the file
+// Without `replace`, an existing file stays, also one that appeared just now, as far as the file
 // system can ensure that.
 bool put_in_place(int folder, const std::string &file, bool replace) {
     if (!replace) {
@@ -182,7 +182,7 @@ Result<std::string> PlaylistFolder::read(const std::string &name, Stamp &stamp) 
             return failed("cannot read", path);
         }
         if (now == 0) {
-            break; // it has become shorter
+            break; // the file has become shorter
         }
         done += static_cast<size_t>(std::max<ssize_t>(now, 0));
     }
@@ -232,7 +232,7 @@ std::optional<Error> PlaylistFolder::write(const std::string &name, const std::s
     ::unlinkat(folder.number(), part_name, 0); // left by a service that was killed
     const auto give_up = [&](const char *what) {
         Error error = failed(what, path_ / part_name);
-        ::unlinkat(folder.number(), part_name, 0); // it may be what fills the disk
+        ::unlinkat(folder.number(), part_name, 0); // the file itself may fill the disk
         return error;
     };
     {

@@ -21,7 +21,7 @@ std::string one_line(std::string text) {
     return text;
 }
 
-// The path, or where a line cannot hold it, its URI.
+// The path, or, if a line cannot contain it, its URI.
 std::string entry_of(const std::string &path) {
     if (std::none_of(path.begin(), path.end(), is_control)) {
         return path;

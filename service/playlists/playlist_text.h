@@ -1,11 +1,11 @@
-// What a saved playlist's file holds: an extended M3U that any player can read.
+// The text of a saved playlist: an extended M3U that any player can read.
 //
 //     #EXTM3U
 //     #EXTINF:212,Artist - Title
 //     #EXTVANTRO:UID/NODE
 //     /absolute/path/of/the/file.flac
 //
-// UID and NODE name the song also where its source has moved. A comment belongs to the next entry.
+// UID and NODE also name the song if its source has moved. A comment belongs to the next entry.
 #ifndef VANTRO_SERVICE_PLAYLISTS_PLAYLIST_TEXT_H
 #define VANTRO_SERVICE_PLAYLISTS_PLAYLIST_TEXT_H
 
@@ -19,14 +19,14 @@ namespace vantro::service::playlists {
 
 struct Entry {
     catalogue::SongName song;
-    std::string_view title; // as the file has it, "" if it has none
+    std::string_view title; // from the file, "" if it has none
 };
 
-// An entry for each song that is known.
+// The text with an entry for each known song.
 std::string write_playlist(const std::vector<catalogue::LocatedSong> &songs);
 
-// The first `most` entries. They borrow from the text. Never fails: a line that makes no sense is
-// an entry that is no song.
+// The first `most` entries. They borrow from the text. Never fails: a malformed line is an entry
+// without a song.
 std::vector<Entry> read_playlist(std::string_view text, size_t most);
 
 } // namespace vantro::service::playlists

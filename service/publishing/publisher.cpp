@@ -16,8 +16,8 @@ namespace vantro::service::publishing {
 
 namespace {
 
-// No object, and not all of them together, can come near the limits of what is published: a JSON
-// text is at most doubled when it is published, and all else in an object is short.
+// Single objects, and all objects together, stay far below the limits of publishing: a JSON text is
+// at most doubled when it is published, and everything else in an object is short.
 constexpr size_t object_most = 2 * 2 * json_max + 1024;
 static_assert(object_most <= OBJECT_CHANGE_MAX);
 static_assert((music_max + 5) * object_most / 2 + object_most <= OBJECT_TOTAL_MAX);

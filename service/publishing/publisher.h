@@ -1,10 +1,10 @@
 // The objects of one player, which applications follow.
 //
-// Every change carries every attribute of its object, so that the next change makes up for one that
-// got lost. An object that cannot be published is logged once, until it
-// can be again; the player goes on.
+// Every change carries every attribute of its object, so that the next change replaces a lost one.
+// If an object cannot be published, that is logged once, until publishing works again; the player
+// continues.
 //
-// The size of all objects is bounded by what they are made of: see publisher.cpp.
+// The size of all objects is bounded by the sizes of their contents: see publisher.cpp.
 //
 // Calls must not overlap.
 #ifndef VANTRO_SERVICE_PUBLISHING_PUBLISHER_H
@@ -31,33 +31,33 @@ namespace vantro::service::publishing {
 
 class Publisher {
   public:
-    // As StoreOptions::log.
+    // See StoreOptions::log.
     using Log = std::function<void(int severity, const std::string &line)>;
 
-    // Becomes the publisher of a player, which those readers may follow.
+    // Becomes the publisher of a player; `readers` may follow it.
     static Result<std::unique_ptr<Publisher>> open(const std::string &player,
                                                    const object_readers &readers, Log log);
 
-    // Deletes the state and then the directory, which tells readers of the end.
+    // Deletes the state and then the directory, which reports the end to readers.
     ~Publisher();
     Publisher(const Publisher &) = delete;
     Publisher &operator=(const Publisher &) = delete;
 
-    // Between these two calls publishing does not wake readers that wait.
+    // Between these two calls publishing does not wake waiting readers.
     void hold_bell() { object_hold_bell(publisher_.get()); }
     void release_bell() { object_release_bell(publisher_.get()); }
 
     // `error` is a VANTRO_ERROR_*, or 0.
     void state(const VantroStateInfo &modes, int32_t error);
     void trksession(int32_t type, int32_t length, uint64_t tsid);
-    // Node and metadata are null if nothing is known of the track.
+    // Node and metadata are null if the track is unknown.
     void track(int32_t index, uint64_t tsid, const catalogue::Node *node,
                const catalogue::SongMetadata *metadata);
     void position(int32_t position_ms);
     void volume(const VantroVolume &volume);
     // Deletes session, track and position.
     void session_gone();
-    // Publishes a source that differs from what was published last; with `again`, any.
+    // Publishes a source if it differs from its last published state; with `again`, always.
     void source(const catalogue::Source &source, bool again);
 
     // Publishes that a source has gone, and deletes its object. False if it was not published.
@@ -65,7 +65,7 @@ class Publisher {
     // The numbers of the sources that are published.
     std::vector<int32_t> sources() const;
 
-    // Publishes the current track again if what is known of it has changed.
+    // Publishes the current track again if its node or metadata have changed.
     void track_changed(const catalogue::Node *node, const catalogue::SongMetadata *metadata);
 
   private:
@@ -75,7 +75,7 @@ class Publisher {
     Publisher(std::string player, Log log, object_publisher *publisher)
         : player_(std::move(player)), log_(std::move(log)), publisher_(publisher) {}
 
-    static constexpr char unpublished = '-'; // no JSON text
+    static constexpr char unpublished = '-'; // not a JSON text
 
     bool publish(const std::string &object, std::initializer_list<object_attribute> attributes);
     bool done(int result, const std::string &object);
@@ -92,8 +92,8 @@ class Publisher {
     std::string metadata_;
 };
 
-// Holds the bell of one publisher until its own end, so that an answer leaves before readers are
-// woken, and several changes wake them once.
+// Holds the bell of one publisher until its destructor, so that an answer is sent before readers
+// are woken, and several changes wake them once.
 class HeldBell {
   public:
     HeldBell() = default;
@@ -105,7 +105,7 @@ class HeldBell {
     HeldBell(const HeldBell &) = delete;
     HeldBell &operator=(const HeldBell &) = delete;
 
-    // Once.
+    // Call it once.
     void hold(Publisher &publisher) {
         publisher.hold_bell();
         publisher_ = &publisher;

@@ -25,8 +25,8 @@ struct Members {
     std::vector<Number> numbers;
 };
 
-// The library's own stream and allocator take the null of a failed allocation for memory. These
-// throw std::bad_alloc.
+// The library's own stream and allocator do not check for a failed allocation. These throw
+// std::bad_alloc.
 struct TextStream {
     using Ch = char;
     void Put(char c) { text.push_back(c); }
@@ -59,7 +59,7 @@ void write(Writer &writer, const char *name, const std::string &text) {
     writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
 }
 
-// With at most `limit` bytes of each text.
+// The JSON text with at most `limit` bytes of each member.
 std::string written(const Members &members, size_t limit) {
     TextStream stream;
     Writer writer(stream);
@@ -81,7 +81,7 @@ std::string written(const Members &members, size_t limit) {
 }
 
 std::string within_limit(const Members &members) {
-    // Escaped, a byte takes up to six; so what fits is found by trying.
+    // An escaped byte takes up to six bytes, so the fitting length is found by trying.
     size_t fits = 0;
     size_t too_long = json_max;
     std::string whole = written(members, too_long);

@@ -22,11 +22,13 @@ Handling &handling() {
 
 const int32_t over_limit = EAGAIN;
 
-// Room for answers that a thread keeps from one request to the next, so that answering costs no
-// heap, and the host need not find it page by page. A listing of ten thousand nodes fits.
+// Room for answers that a thread keeps from one request to the next, so that an answer needs no
+// heap allocation, and the kernel need not supply the pages again. A listing of ten thousand nodes
+// fits.
 constexpr size_t room_kept = 1024 * 1024;
 
-// A long listing leaves every thread that made one with its memory, for good.
+// Frees a large buffer: otherwise every thread that made a long listing would keep the memory
+// forever.
 void give_back(Bytes &answer) {
     if (answer.capacity() > room_kept) {
         Bytes().swap(answer);
@@ -37,8 +39,8 @@ void give_back(Bytes &answer) {
 void send(MsgOsb *open, MsgContext &context, const void *data, size_t length) {
     const bool client_waits = context.header->kind == MSG_KIND_PUTGET;
     const int32_t sent = callout_reply(open, &context, 0, data, static_cast<int32_t>(length));
-    // An answer that could neither be sent nor held leaves the client waiting. Where it is the
-    // client that has gone, nobody receives this.
+    // If the answer could be neither sent nor held, the client still waits. If the client has gone,
+    // this has no effect.
     if (sent != 0 && client_waits) {
         ipc_error(context.receive_id, ENOMEM);
     }
@@ -47,7 +49,7 @@ void send(MsgOsb *open, MsgContext &context, const void *data, size_t length) {
 void carry_out(MsgOsb *open, MsgContext &context, size_t size) noexcept {
     thread_local Bytes answer;
     int32_t refusal = 0;
-    publishing::HeldBell bell; // rings when the answer has left
+    publishing::HeldBell bell; // rings after the answer was sent
     try {
         handling().answers.respond(open->index, context.payload, size, answer, bell);
     } catch (const std::exception &thrown) {
@@ -61,7 +63,7 @@ void carry_out(MsgOsb *open, MsgContext &context, size_t size) noexcept {
     give_back(answer);
 }
 
-// A request that waits for its turn, with its own copy of what its thread received.
+// A request that waits for its turn, with its own copy of the received bytes.
 class WaitingRequest {
   public:
     WaitingRequest(MsgOsb *open, const MsgContext &context, size_t size, const Client &client)
@@ -77,7 +79,8 @@ class WaitingRequest {
 
     void carry_out() noexcept {
         Step::next();
-        // What its client has given up costs no more than this answer, which drops its reference.
+        // If the client has given up the request, only this answer is made, which drops the
+        // reference.
         if (header_.kind == MSG_KIND_PUTGET && ipc_waiting(context_.receive_id) == 0) {
             callout_reply(open_, &context_, 0, nullptr, 0);
             return;
@@ -93,7 +96,7 @@ class WaitingRequest {
     Bytes payload_;
 };
 
-// What was counted is given back if there is no memory for the request.
+// If there is no memory for the request, the counted amounts are released.
 std::shared_ptr<WaitingRequest> wait(MsgOsb *open, const MsgContext &context, size_t size,
                                      const Client &client) {
     try {
@@ -185,7 +188,7 @@ int32_t handle_close(MsgOsb *open, MsgContext *, MsgService *) noexcept {
     if (const std::optional<Client> client = handling().answers.close(open->index)) {
         handling().limits.give_open(*client);
         handling().turns.forget(client->connection);
-        handling().memory.note(); // with it goes what was held for it
+        handling().memory.note(); // the answers held for the client are freed with it
     }
     return 0;
 }

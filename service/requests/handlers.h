@@ -1,8 +1,8 @@
-// Where the messaging layer hands its requests over.
+// The handlers that the messaging layer calls for requests.
 //
-// A request that takes moments is answered by the thread that received it. One that may take long
-// waits for its client's turn; `places` of those are carried out at once, and the service receives
-// with one thread more than that, so that there is always one for the others.
+// A short request is answered by the thread that received it. A request that may take long waits
+// for its client's turn; `places` of these run at the same time, and the service receives with one
+// thread more, so that one thread is always free for short requests.
 #ifndef VANTRO_SERVICE_REQUESTS_HANDLERS_H
 #define VANTRO_SERVICE_REQUESTS_HANDLERS_H
 
@@ -15,7 +15,7 @@
 
 namespace vantro::service::requests {
 
-// What the handlers work with.
+// The data of the handlers.
 struct Handling {
     Answers &answers;
     Turns &turns;
@@ -23,11 +23,11 @@ struct Handling {
     MemoryReturn &memory;
 };
 
-// Handlers carry no pointer of the service's own, so a process has one Handling. It is set before
-// the first thread receives, and outlives the last.
+// Handlers get no pointer of the service, so a process has one Handling. It is set before the first
+// thread receives, and outlives the last one.
 void set_handling(Handling *handling);
 
-// Drops the requests that wait for their turn. Any thread; also before there is a Handling.
+// Drops the requests that wait for their turn. Any thread; also before set_handling().
 void stop_waiting();
 
 int32_t handle_request(MsgOsb *open, MsgContext *context, MsgService *service) noexcept;

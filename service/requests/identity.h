@@ -1,4 +1,4 @@
-// Whom the service takes a client for.
+// How the service identifies a client.
 #ifndef VANTRO_SERVICE_REQUESTS_IDENTITY_H
 #define VANTRO_SERVICE_REQUESTS_IDENTITY_H
 
@@ -10,7 +10,7 @@
 
 namespace vantro::service::requests {
 
-// @param capabilities that a client must have to be admitted, joined by commas; "" for none.
+// @param capabilities the capabilities that a client must have, joined by commas; "" for none.
 // @return 0, or a result word if the client has gone.
 int identify(const Client &client, std::string_view capabilities, VantroIdentity &identity);
 

@@ -1,8 +1,8 @@
-// What the service keeps for each of its open records: who opened it, and which player it has open.
+// The service's data for each open record: the client, and the player that it has open.
 //
-// Several threads may carry requests of one connection at once, and its close may come between
-// them; so a request that is still under way may write to a slot whose record is being closed.
-// That is why a slot is cleared when its record is made as well as when it is closed.
+// Several threads may carry out requests of one connection at the same time, and its close may come
+// between them; so a request in progress may write to a slot whose record is being closed.
+// Therefore a slot is cleared both when its record is made and when the record is closed.
 #ifndef VANTRO_SERVICE_REQUESTS_OPEN_RECORDS_H
 #define VANTRO_SERVICE_REQUESTS_OPEN_RECORDS_H
 
@@ -19,22 +19,22 @@ inline constexpr int16_t no_player = -1;
 
 class OpenRecords {
   public:
-    // Clears the slot of a record, makes it where it is new, and notes whose it is; its number is
-    // given here. Throws std::bad_alloc.
+    // Clears the slot of a record, or makes the slot, and stores the client; assigns the client's
+    // number. Throws std::bad_alloc.
     void reset(int32_t index, Client client = {}) EXCLUDES(mutex_);
 
-    // Clears the slot of a record that goes away; never fails. Returns whose it was, unless it was
-    // cleared before.
+    // Clears the slot of a closed record; never fails. Returns the record's client, unless the slot
+    // was cleared before.
     std::optional<Client> forget(int32_t index) noexcept EXCLUDES(mutex_);
 
-    // Whose the record is; nobody's if it is not open.
+    // The record's client; number 0 if the record is not open.
     Client client(int32_t index) noexcept EXCLUDES(mutex_);
 
     // The player that the record has open, or no_player.
     int16_t player(int32_t index) noexcept EXCLUDES(mutex_);
 
-    // Notes that the record opens `player`. Returns 0, also where it is open already, or EBUSY
-    // where another one is.
+    // Stores that the record opens `player`. Returns 0, also if it is open already, or EBUSY if
+    // another one is open.
     int open(int32_t index, int16_t player) noexcept EXCLUDES(mutex_);
 
     // Returns 0, or ENOTCONN if the record does not have that player open.

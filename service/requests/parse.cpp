@@ -101,7 +101,7 @@ int node(Reader &reader, Request &request) {
 int node_and_keys(Reader &reader, Request &request) {
     uint32_t count = 0;
     reader.number(request.source).text(request.node).number(count);
-    if (count > reader.left() / sizeof count) { // each key has a length at least
+    if (count > reader.left() / sizeof count) { // each key has at least a length
         return EINVAL;
     }
     if (count > keys_max) {

@@ -1,4 +1,4 @@
-// The bytes of a request, made into a request or refused.
+// Parses the bytes of a request, or refuses them.
 #ifndef VANTRO_SERVICE_REQUESTS_PARSE_H
 #define VANTRO_SERVICE_REQUESTS_PARSE_H
 
@@ -28,12 +28,12 @@ struct Request {
     std::string_view filter;
     std::string_view term;
     uint64_t tsid = 0;
-    int32_t start = 0; // what is to be done with a new session
+    int32_t start = 0; // VANTRO_TRKSESSION_*
     std::vector<std::string_view> keys;
 };
 
-// Takes one value after the other from the bytes that arrived. The first one that is not there
-// whole, or is malformed, ends the reading.
+// Reads one value after the other from the received bytes. The first incomplete or malformed value
+// ends the reading.
 class Reader {
   public:
     Reader(const unsigned char *bytes, size_t size) : next_(bytes), left_(size) {}
@@ -46,7 +46,7 @@ class Reader {
     Reader &text(std::string_view &value);
 
     size_t left() const { return left_; }
-    // Whether all bytes were read, and all of them well.
+    // Whether all bytes were read without error.
     bool done() const { return whole_ && left_ == 0; }
 
   private:
@@ -59,8 +59,8 @@ class Reader {
     bool whole_ = true;
 };
 
-// What can follow a header. Each reads as much as it expects, and returns 0, or EINVAL or EMSGSIZE
-// if that can never be right.
+// A form of the data after a header. It reads what it expects, and returns 0, or EINVAL or EMSGSIZE
+// if the data are invalid.
 using Form = int (*)(Reader &, Request &);
 
 namespace forms {
@@ -84,10 +84,9 @@ int new_session(Reader &reader, Request &request);
 // Copies the header of a request. Returns whether the bytes are long enough to have one.
 bool read_header(const void *bytes, size_t size, RequestHeader &header);
 
-// Parses a request that has this header, and whose command has that form. Every byte is accounted
-// for: what does not have exactly the length and form of its command is refused. The header's
-// `payload_length` is not looked at: what arrived counts. Returns 0; EMSGSIZE for too many keys;
-// EINVAL for a malformed request.
+// Parses a request with this header, whose command has that form. The bytes must have exactly the
+// length and form of the command. The header's `payload_length` is ignored; the number of received
+// bytes counts. Returns 0; EMSGSIZE for too many keys; EINVAL for a malformed request.
 int parse_request(const RequestHeader &header, Form form, const void *bytes, size_t size,
                   Request &request);
 

@@ -1,4 +1,4 @@
-// How far each serving thread has come, for whoever looks whether one of them is stuck.
+// The progress of each serving thread, for detecting a stuck one.
 #ifndef VANTRO_SERVICE_REQUESTS_PROGRESS_H
 #define VANTRO_SERVICE_REQUESTS_PROGRESS_H
 
@@ -9,10 +9,10 @@
 
 namespace vantro::service::requests {
 
-// More threads than serve, and those that end with a client.
+// The number of threads that can be watched at once: more than the number of serving threads.
 inline constexpr size_t steps_max = 256;
 
-// One piece of work of the calling thread, from its making to its end.
+// One piece of work of the calling thread, from constructor to destructor.
 class Step {
   public:
     Step() { add(1); }
@@ -20,7 +20,7 @@ class Step {
     Step(const Step &) = delete;
     Step &operator=(const Step &) = delete;
 
-    // The calling thread, which is in a step, goes on with another piece.
+    // The calling thread, which is in a step, starts another piece of work.
     static void next() { add(2); }
 
   private:
@@ -32,10 +32,10 @@ class Step {
     static std::atomic<uint64_t> &own_count();
 };
 
-// Compares the threads with what they were at the call before.
+// Compares the threads' progress with that at the previous call.
 class Progress {
   public:
-    // Whether no thread has been at one piece of work ever since the call before.
+    // Whether no thread has been at the same piece of work since the previous call.
     bool gets_on();
 
   private:

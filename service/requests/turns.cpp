@@ -19,7 +19,7 @@ Turns::Place Turns::next_place(int32_t client) {
     return {last, !rested, ++arrivals_};
 }
 
-// Keeps the table as large as the clients are many that ask now.
+// Keeps the size of the table proportional to the number of active clients.
 void Turns::forget_rested() {
     if (last_.size() < forget_at_) {
         return;
@@ -61,7 +61,7 @@ void Turns::finish() {
         round_ = std::get<0>(piece.key());
         lock.unlock();
         piece.mapped()();
-        piece = {}; // what the work holds goes without the lock
+        piece = {}; // the work's data are freed without the lock
         lock.lock();
     }
     --taken_;
@@ -73,7 +73,7 @@ void Turns::forget(int32_t client) noexcept {
 }
 
 void Turns::stop() {
-    std::map<Place, Work> dropped; // goes after the lock
+    std::map<Place, Work> dropped; // freed after the lock is released
     const MutexLock guard(mutex_);
     stopped_ = true;
     dropped.swap(waiting_);

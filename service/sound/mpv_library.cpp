@@ -11,7 +11,7 @@ namespace vantro::service::sound {
 
 namespace {
 
-// One release of its interface; others are other libraries.
+// The soname names one version of the interface; other versions have other sonames.
 constexpr const char *library_name = "libmpv.so.2";
 
 template <typename Function>

@@ -1,9 +1,10 @@
-// The functions of libmpv that are used here.
+// The functions of libmpv that this room uses.
 //
-// The library is loaded when a player is first given something to play: it brings some two hundred
-// others along, whose memory a service that never plays does not pay for, and without it the
-// service still runs. Loading takes most of the time from the first play to its sound. Its header
-// gives the types, so that a function which changes does not compile.
+// The library is loaded when a player first gets a session. It loads about two hundred other
+// libraries, whose memory a service that never plays saves; and the service runs without libmpv.
+// Loading does not wait for the first play, since it takes ten times as long as everything else
+// between the first play and its sound, and seconds if the files are not in memory, as after the
+// machine's start. libmpv's header supplies the types, so a changed function does not compile.
 #ifndef VANTRO_SERVICE_SOUND_MPV_LIBRARY_H
 #define VANTRO_SERVICE_SOUND_MPV_LIBRARY_H
 
@@ -34,11 +35,10 @@ struct MpvLibrary {
     decltype(&mpv_error_string) error_string = nullptr;
 };
 
-// Loads it if it is not loaded; it then stays. Never null. Any
-// thread.
+// Loads the library if it is not loaded; it then stays loaded. Never null. Any thread.
 Result<const MpvLibrary *> mpv_library();
 
-// Any thread; does not wait for one that loads it.
+// Any thread; does not wait for a thread that is loading the library.
 bool mpv_library_is_loaded();
 
 } // namespace vantro::service::sound

@@ -1,20 +1,21 @@
 // Sound by libmpv: one core a player, made when the player first plays.
 //
-// A thread of its own makes the core, and it alone calls it and waits for it. In each round it
-// takes every event that there is, asks the listener what is wanted, and makes it so; so what mpv
-// reports and what it is told cannot cross. No lock is held while mpv or the listener is called by
-// it.
+// One thread makes the core, and only that thread calls the core and waits for it. In each round
+// the thread takes all pending events, asks the listener for the wanted state, and applies it; so
+// mpv's reports and the thread's calls cannot cross. The thread holds no lock while it calls mpv or
+// the listener.
 //
-// mpv has two entries at most: what is played, and what follows. When it goes from one to the other
-// the last of the first is still in the output's buffer, so the start of the second is reported
-// when its position reaches 0, and an end with nothing after it when mpv becomes idle. At the end
-// of each entry mpv waits until the thread has seen to it that what follows is known.
+// mpv has at most two entries: the current one and the following one. When mpv goes from the first
+// to the second, the end of the first is still in the output's buffer. So the start of the second
+// is reported when its position reaches 0, and the end of an entry that nothing follows is reported
+// when mpv becomes idle. At the end of each entry mpv waits until the thread has given it the
+// following one.
 //
 // A part of a file is played with mpv's options `start` and `end`. If the next part of the same
-// file follows, it is no entry of its own: `end` is moved, and the part has started when the
-// position reaches it.
+// file follows, it gets no entry: `end` is moved, and the part has started when the position
+// reaches its start.
 //
-// While nothing plays the thread sleeps without a timer.
+// While nothing plays, the thread sleeps without a timer.
 #ifndef VANTRO_SERVICE_SOUND_MPV_SOUND_H
 #define VANTRO_SERVICE_SOUND_MPV_SOUND_H
 
@@ -31,14 +32,15 @@
 
 namespace vantro::service::sound {
 
-// Positions are reported in steps of the output's buffer. This near to its start a track has
-// started.
+// Positions are reported in steps of the output's buffer. A track counts as started when the
+// position is this near to its start.
 inline constexpr int64_t near_enough_us = 2000;
 
 class MpvSound : public Sound {
   public:
-    // Borrows the listener. `client` names the player among the programs that use an output. With
-    // `or_clock` the first output that cannot be opened ends the sound (Listener::no_output).
+    // Borrows the listener. `client` is the name under which the player uses an output. If
+    // `or_clock` is true and no output was ever open, an output that cannot be opened ends the
+    // sound (Listener::no_output).
     MpvSound(Listener &listener, std::string client, MpvOptions options, bool or_clock)
         : listener_(listener), client_(std::move(client)), options_(std::move(options)),
           or_clock_(or_clock), files_(listener), wanted_replaygain_(options_.replaygain) {}
@@ -53,15 +55,15 @@ class MpvSound : public Sound {
     struct Entry {
         Cue cue;
         Part part;
-        int64_t number = 0;    // mpv's; 0: there is none
-        bool open = false;     // mpv is at it
-        bool loaded = false;   // it can be sought in
-        bool placed = false;   // mpv is where the cue says
-        bool reported = false; // as started
-        // Of what follows: it is the next part of the same file, and mpv plays on into it.
+        int64_t number = 0;    // mpv's; 0: no entry
+        bool open = false;     // mpv has begun it
+        bool loaded = false;   // seeking is possible
+        bool placed = false;   // mpv is at the cue's position
+        bool reported = false; // its start was reported
+        // For the following entry: it is the next part of the same file, and mpv plays on into it.
         bool joined = false;
         int64_t opened = 0;  // the song whose file mpv has opened for it
-        int64_t stop_us = 0; // where mpv is to end it
+        int64_t stop_us = 0; // where mpv ends it
     };
 
     void start_thread() REQUIRES(mutex_);
@@ -95,36 +97,36 @@ class MpvSound : public Sound {
 
     Listener &listener_;
     const std::string client_;
-    MpvOptions options_; // the thread's
+    MpvOptions options_; // used by the thread only
     const bool or_clock_;
     MpvFiles files_;
-    std::unique_ptr<MpvCore> own_core_; // the thread's
+    std::unique_ptr<MpvCore> own_core_; // used by the thread only
 
-    // The thread's too:
+    // These too are used by the thread only:
     Entry current_;
     Entry following_;
-    uint64_t ending_ = 0; // cue whose last is heard
+    uint64_t ending_ = 0; // cue whose end is being heard
     int32_t failure_ = 0; // VANTRO_ERROR_* of the current entry, not yet reported
-    uint64_t failed_ = 0; // cue that failed last: held, it is not tried again
+    uint64_t failed_ = 0; // cue that failed last: while paused, it is not tried again
     bool seeking_ = false;
-    bool in_entry_ = false;   // mpv plays it, and does not leave it yet
-    bool plays_out_ = false;  // all of the current entry, before the next one begins
-    bool output_bad_ = false; // and not tried again yet
+    bool in_entry_ = false;   // mpv plays the current entry, and is not leaving it yet
+    bool plays_out_ = false;  // the current entry is heard to its end before the next one begins
+    bool output_bad_ = false; // the output failed, and was not tried again yet
     bool ever_heard_ = false;
-    std::string output_error_; // what mpv said of an output last
-    bool held_ = true;         // as a core begins
+    std::string output_error_; // mpv's first message about a failing output
+    bool held_ = true;         // a new core starts paused
     float rate_ = 0;
     int32_t volume_ = 100;
     bool muted_ = false;
 
     Mutex mutex_;
     MpvCore *core_ GUARDED_BY(mutex_) = nullptr;
-    bool running_ GUARDED_BY(mutex_) = false; // there is a thread, and it will look again
+    bool running_ GUARDED_BY(mutex_) = false; // the thread exists, and will ask the listener again
     bool looked_ GUARDED_BY(mutex_) = false;
-    bool prepare_ GUARDED_BY(mutex_) = false; // the library is to be loaded
+    bool prepare_ GUARDED_BY(mutex_) = false; // asks the thread to load the library
     std::string wanted_replaygain_ GUARDED_BY(mutex_);
     bool stop_ GUARDED_BY(mutex_) = false;
-    bool over_ GUARDED_BY(mutex_) = false; // the clock has taken its place
+    bool over_ GUARDED_BY(mutex_) = false; // the player follows the clock now
     std::thread thread_;                   // started with the lock held
 };
 

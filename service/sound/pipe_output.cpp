@@ -19,7 +19,7 @@ namespace vantro::service::sound {
 
 namespace {
 
-// Between two looks whether it is over, or whether the pipe has been opened once more.
+// The interval at which give_up() is noticed, and a pipe that was opened again.
 constexpr std::chrono::milliseconds pause(10);
 
 } // namespace
@@ -58,7 +58,8 @@ void PipeOutput::give_up() {
     try {
         discarder_ = start_free_thread([this] { discard(); });
     } catch (const std::system_error &) {
-        ::close(std::exchange(reader_, -1)); // who writes fails; who opens it once more waits
+        // A writer then fails; a thread that opens the pipe again waits.
+        ::close(std::exchange(reader_, -1));
     }
 }
 
@@ -68,7 +69,7 @@ void PipeOutput::discard() noexcept {
         struct pollfd reader = {reader_, POLLIN, 0};
         ::poll(&reader, 1, static_cast<int>(pause.count()));
         if (::read(reader_, samples.data(), samples.size()) <= 0) {
-            std::this_thread::sleep_for(pause); // while nobody has it open for writing
+            std::this_thread::sleep_for(pause); // while no writer has the pipe open
         }
     }
 }

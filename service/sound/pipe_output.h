@@ -1,4 +1,4 @@
-// An output that is a named pipe, for a program that plays to many machines.
+// An output to a named pipe, for a program that plays on many machines.
 #ifndef VANTRO_SERVICE_SOUND_PIPE_OUTPUT_H
 #define VANTRO_SERVICE_SOUND_PIPE_OUTPUT_H
 
@@ -10,24 +10,24 @@
 
 namespace vantro::service::sound {
 
-// What goes through it: little-endian samples of 16 bits, two channels.
+// The rate of the samples, which are little-endian, 16 bits, two channels.
 inline constexpr const char *pipe_rate = "48000";
 
-// Holds the reading end, and reads nothing. So whoever writes waits for a reader when the pipe is
-// full, rather than at its opening, and does not fail while there is none.
+// Holds the reading end open and reads nothing. So the writer does not wait for a reader when it
+// opens the pipe, does not fail while there is no reader, and waits only when the pipe is full.
 class PipeOutput {
   public:
     PipeOutput() = default;
-    // Whoever writes must have ended.
+    // The writer must have ended.
     ~PipeOutput();
     PipeOutput(const PipeOutput &) = delete;
     PipeOutput &operator=(const PipeOutput &) = delete;
 
-    // Makes the pipe, with permission for its owner and group, if it is missing. Returns why it
-    // cannot be used, if it cannot.
+    // If the pipe is missing, makes it, with permissions for owner and group. Returns the error if
+    // the pipe cannot be used.
     std::optional<Error> open(const std::string &path);
-    // From now on it reads what nobody else does, so that whoever writes, or opens the pipe once
-    // more, waits for no reader. Any one thread at a time.
+    // From now on reads everything that no other reader takes, so that a writer, or a thread that
+    // opens the pipe again, never waits for a reader. Any thread, one at a time.
     void give_up();
 
   private:

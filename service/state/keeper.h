@@ -1,8 +1,10 @@
-// Keeps the players in the state directory, so that they are back after a restart or a power cut.
+// Saves the players in the state directory, so that a restart, also after a power cut, restores
+// them.
 //
-// A change is written after one second, with everything that changed by then; while a player plays,
-// its position every ten seconds. A file is replaced as a whole and synced: a crash leaves the old
-// one or the new one. While nothing changes nothing is written, and the thread sleeps.
+// A change is written after one second, with all further changes made by then; while a player
+// plays, its position is written every ten seconds. A file is replaced as a whole and synced: a
+// crash leaves either the old one or the new one. While nothing changes, nothing is written, and
+// the thread sleeps.
 #ifndef VANTRO_SERVICE_STATE_KEEPER_H
 #define VANTRO_SERVICE_STATE_KEEPER_H
 
@@ -34,25 +36,25 @@ class Keeper {
     Keeper(playback::Players &players, std::filesystem::path directory, Log log);
     ~Keeper() { finish(); }
 
-    // Brings the players back as they were kept, paused unless `resume`. Before they are published.
+    // Restores the saved players, paused unless `resume`. Call it before they are published.
     void restore(bool resume);
-    // The same for a player that is added later, at that place.
+    // The same for a player that is added later, at the place `at`.
     void restore(size_t at, playback::Player &player, bool resume);
 
-    // Begins to keep. Throws std::system_error if there is no thread to be had.
+    // Starts saving. Throws std::system_error if the thread cannot be made.
     void start();
-    // Something has changed. Any thread.
+    // Call it after a change. Any thread.
     void look() { worker_.look_within(write_after); }
-    // Writes what is not yet written, for the last time. If the start failed, the files are left
-    // alone, so that a player that played goes on once a start succeeds.
+    // Writes the remaining changes and ends saving. If start() was not reached, the files are not
+    // changed, so that a player that was playing continues once a start succeeds.
     void finish();
 
   private:
     struct Kept {
         KeptPlayer player;
-        bool session_written = false; // as `player` has it
+        bool session_written = false; // the file has the session in `player`
         bool position_written = false;
-        bool fails = false; // said already
+        bool fails = false; // the failure has been logged
     };
 
     std::optional<std::chrono::nanoseconds> keep_all();
@@ -65,8 +67,8 @@ class Keeper {
     const std::filesystem::path directory_;
     const Log log_;
     std::mt19937_64 editions_{std::random_device{}()};
-    // In the order of the players, and as many as there can be; of the worker once it runs, but
-    // that of a player which is not there yet.
+    // In the order of the players, with room for all possible ones. Once the worker runs, only it
+    // uses the entries, except those of players that are not added yet.
     std::vector<std::unique_ptr<Kept>> kept_;
     bool keeps_ = false; // from start() to finish()
     playback::Worker worker_;

@@ -37,8 +37,8 @@ std::string finished(std::string text) {
     return text;
 }
 
-// Reads words and numbers from the front of a text. After the first one that is not as expected,
-// all further reads fail.
+// Reads words and numbers from the front of a text. After the first unexpected one, all further
+// reads fail.
 class Reader {
   public:
     explicit Reader(std::string_view text) : rest_(text) {}
@@ -65,7 +65,7 @@ class Reader {
     bool good_ = true;
 };
 
-// The text without its sum; nothing if that is not right.
+// The text without its checksum; nothing if the checksum is wrong.
 std::optional<std::string_view> checked(std::string_view text) {
     constexpr size_t sum_bytes = 4 + 16 + 1;
     if (text.size() < sum_bytes) {
@@ -210,7 +210,7 @@ bool read_position(std::string_view text, KeptPlayer &player) {
         return false;
     }
     if (newer.edition != player.edition) {
-        return true; // an earlier session's
+        return true; // belongs to an earlier session
     }
     newer.saved.session = player.saved.session;
     newer.saved.order = player.saved.order;

@@ -1,5 +1,5 @@
-// The two files in which a player is kept: all of it (its session, where it is, its modes), and
-// what changes often, without the session. The second belongs to one edition of the first.
+// The two files of a saved player: the complete state (session, position, modes), and the state
+// that changes often, without the session. The second file belongs to one edition of the first.
 #ifndef VANTRO_SERVICE_STATE_PLAYER_FILE_H
 #define VANTRO_SERVICE_STATE_PLAYER_FILE_H
 
@@ -16,14 +16,14 @@
 namespace vantro::service::state {
 
 struct KeptPlayer {
-    uint64_t edition = 0; // of the session; never that of another one
+    uint64_t edition = 0; // of the session; unique for all time
     playback::Engine::Saved saved;
 };
 
 inline constexpr size_t position_bytes_max = 1024;
 
-// The longest session has VANTRO_TRKSESSION_SONGS_MAX lines, each at most so long: an id, a source,
-// a duration and a place in the order of play.
+// The longest session has VANTRO_TRKSESSION_SONGS_MAX lines, each at most this long: an id, a
+// source, a duration and a place in the order of play.
 inline constexpr size_t song_bytes_max =
     sizeof " -9223372036854775808 2147483647 2147483647 999999";
 static_assert(VANTRO_TRKSESSION_SONGS_MAX <= 1'000'000);
@@ -33,10 +33,9 @@ inline constexpr size_t session_bytes_max =
 std::string write_session(const KeptPlayer &player);
 std::string write_position(const KeptPlayer &player);
 
-// Nothing if the text is not exactly what was written, or no player can have that state.
+// Nothing if the text is not in the form that is written, or no player can have that state.
 std::optional<KeptPlayer> read_session(std::string_view text);
-// Brings the player up to date where the text belongs to this edition of it. Returns false where
-// the text is broken.
+// Updates the player if the text belongs to its edition. Returns false if the text is damaged.
 bool read_position(std::string_view text, KeptPlayer &player);
 
 } // namespace vantro::service::state

@@ -92,7 +92,7 @@ TEST_F(Retrieval, WithoutAPublisherOrAPlayerLeavesNothing) {
     }
     vantro_disconnect(unopened);
     EXPECT_EQ(take_lines(), Lines(4, "3 Invalid vantro handle"));
-    // Here no service ever published, whatever died in another test.
+    // No service ever published here, whichever services ended in other tests.
     ASSERT_EQ(vantro_close(handle, "main"), 0);
     ASSERT_EQ(vantro_open(handle, "nobody"), 0);
     const long before = open_descriptors();
@@ -208,7 +208,8 @@ TEST_F(Retrieval, ABurstOfOneObjectLeavesOneEntry) {
     EXPECT_EQ(entries, 2);
 }
 
-// Texts that our publisher never writes, but others may: from a socket, one text a read.
+// Texts that our publisher never writes, but others may. They come from a socket, one text for each
+// read.
 TEST_F(Retrieval, TextsWithoutAnObjectsWholeLineArePassedOver) {
     start_publishing();
     ASSERT_EQ(next(), "7");
@@ -226,7 +227,7 @@ TEST_F(Retrieval, TextsWithoutAnObjectsWholeLineArePassedOver) {
     close(ends[0]);
 }
 
-// In Turkish a comma divides a rate, and the small form of "I" has no dot.
+// In Turkish the decimal separator is a comma, and the lower case of "I" has no dot.
 TEST_F(Retrieval, TextsMeanTheSameInEveryLocale) {
     const std::string home = std::string(getenv("XDG_RUNTIME_DIR")) + "/locales";
     std::filesystem::create_directory(home);

@@ -22,7 +22,7 @@ int32_t echo(MsgOsb *open, MsgContext *context, MsgService *) {
     return 0;
 }
 
-// A result in words; all errors are the same.
+// A result as text; all errors give the same text.
 std::string told(int result, const std::string &answer) {
     return result == 0 ? answer : result > 0 ? "failed" : "not a result";
 }

@@ -82,7 +82,7 @@ struct Renamed {
 std::mutex power_lock; // guards these
 std::vector<Renamed> renamed;
 std::vector<Unsynced> unsynced;
-std::map<ino_t, int> files; // a descriptor of each, for good
+std::map<ino_t, int> files; // a descriptor of each, never closed
 
 bool counts_writes() {
     return shared_control->kind.load(std::memory_order_relaxed) == Kind::power;
@@ -156,7 +156,7 @@ bool is_file(int descriptor) {
     return syscall(SYS_fstat, descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-// What sends and receives is interrupted only if it may wait.
+// Sending and receiving are interrupted only if they may wait.
 bool packet_fails(const char *name, int flags, bool allocates) {
     return call_fails(name, {allocates ? ENOMEM : 0, flags & MSG_DONTWAIT ? 0 : EINTR});
 }
@@ -170,7 +170,7 @@ void *counted(void *block) {
     return block;
 }
 
-// Before main(), since another process controls this one.
+// Runs before main(), since another process controls this one.
 [[gnu::constructor]] void take_control() {
     const char *file = std::getenv("VANTRO_FAULTS");
     if (!file) {
@@ -206,7 +206,7 @@ int64_t live_blocks() {
 
 using namespace vantro::faults;
 
-// Each finds the C library's own at its first use, which may be before any constructor.
+// Each looks up the C library's function at its first use, which may be before any constructor.
 #define REAL(name)                                                                                 \
     static decltype(&(name)) real;                                                                 \
     if (!real) {                                                                                   \

@@ -1,7 +1,8 @@
 // Allocations and system calls that fail when a test says so, in this process or, where the
 // environment variable VANTRO_FAULTS names a file with a Control, in another one that is linked
-// with inject.cpp: it stands before the C library, and every allocation and every call of its table
-// passes it and is counted. Here threads take part that say so; there all of them do.
+// with inject.cpp: its functions replace those of the C library, so every allocation and every call
+// of its table is counted. In this process only the threads that ask for it take part, in the other
+// process all threads do.
 #ifndef VANTRO_TESTS_FAULTS_INJECT_H
 #define VANTRO_TESTS_FAULTS_INJECT_H
 
@@ -11,7 +12,7 @@
 namespace vantro::faults {
 
 // `disk`: a call that writes or reads a file fails. `death`: the process ends before such a call.
-// `power`: the machine does, and writes that were not synced are lost.
+// `power`: the machine stops before such a call, and writes that were not synced are lost.
 enum class Kind : int32_t { none, allocation, call, disk, death, power };
 
 // A call has as many variants as ways to fail; for a variant that it does not have, it does not

@@ -1,4 +1,4 @@
-// Records, tables and freeing: calls that need no service. Only want of memory can make them fail.
+// Records, tables and freeing: calls that need no service. They fail only if memory is short.
 #include <cstdlib>
 #include <cstring>
 

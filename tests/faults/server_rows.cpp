@@ -196,7 +196,7 @@ int64_t allocations_of_small_exchanges(int count) {
     const auto exchange = [&] {
         failed += msgclient_putget(client, "abcd", 4, &reply, 4, nullptr, 0) != 0;
     };
-    exchange(); // makes what each thread makes once
+    exchange(); // creates what each thread creates once
     arm(control(), {Kind::allocation, INT64_MAX});
     counting() = true;
     for (int i = 0; i < count; ++i) {

@@ -1,6 +1,6 @@
 // vantrod with allocations and system calls failing in turn under three clients, and on a disk that
-// fails or a machine that stops between any two writes. Whatever happened, the catalogue's file is
-// whole, and once nothing fails any more the lists are the music, and no session number comes
+// fails or a machine that stops between any two writes. After any failure the catalogue's file is
+// intact. Once nothing fails any more, the lists match the music, and no session number is used
 // twice.
 #include <sqlite3.h>
 #include <sys/mman.h>
@@ -31,7 +31,7 @@ using Handle = std::unique_ptr<VantroHandle, decltype(&vantro_disconnect)>;
 // The exit code of a sanitizer that finds a fault, as scripts/test sets it.
 constexpr int sanitizer_exit = 99;
 
-// How long each test goes on.
+// How long each test lasts.
 seconds budget() {
     const char *wanted = std::getenv("FAULTS_SECONDS");
     return seconds(wanted ? std::atoi(wanted) : 12);
@@ -72,7 +72,7 @@ class Vantrod : public test::RuntimeDirectory {
             std::vector<std::string>{VANTROD, "--music", path_ + "/music", "--audio", "clock"},
             [&] { setenv("VANTRO_FAULTS", (path_ + "/control").c_str(), 1); });
     }
-    // Waits for such a line, as long as the service says something within the time.
+    // Waits for a line with this text, as long as the service prints something within the time.
     bool wait_for(const char *said, int ms) {
         for (std::string line = "-"; !line.empty() && service->readable(ms);) {
             line = service->line();
@@ -82,7 +82,7 @@ class Vantrod : public test::RuntimeDirectory {
         }
         return false;
     }
-    // Ends the service, if it has not ended. @return its last words.
+    // Ends the service, if it has not ended. @return the last lines it printed.
     std::string end(int signal) {
         service->kill(signal);
         std::string words = service->rest();
@@ -112,7 +112,7 @@ class Vantrod : public test::RuntimeDirectory {
         vantro_free_media_nodes(nodes, count);
         return names;
     }
-    // Waits until the lists are the music. A file that is believed damaged is checked no sooner
+    // Waits until the lists match the music. A file that is believed damaged is checked no sooner
     // than a minute after the check before it.
     void expect_music(const std::string &what) {
         const auto given_up = Clock::now() + seconds(60);
@@ -169,7 +169,7 @@ std::string words_of(const Plan &plan) {
                        static_cast<int>(plan.kind), plan.variant, plan.times);
 }
 
-// A failure may cost only an answer; want of memory may end the process, if it says so.
+// A failure may only lose an answer. A lack of memory may end the process, if it logs that.
 TEST_F(Vantrod, FailsInTurnUnderThreeClients) {
     start();
     ASSERT_TRUE(wait_for("vantrod: scanned", 20'000));
@@ -213,7 +213,7 @@ TEST_F(Vantrod, FailsInTurnUnderThreeClients) {
     expect_integrity("at the end");
 }
 
-// The tool tells a disk that fails from what does not exist.
+// vantroctl distinguishes a failing disk from an entry that does not exist.
 TEST_F(Vantrod, TellsAFailingDisk) {
     start();
     ASSERT_TRUE(wait_for("vantrod: scanned", 20'000));
@@ -224,7 +224,7 @@ TEST_F(Vantrod, TellsAFailingDisk) {
 }
 
 // At the nth call on a file, the disk fails or the process or the machine stops, while a changed
-// folder is scanned and a session made: the file is whole, and the next service has the music.
+// folder is scanned and a session made: the file is intact, and the next service has the music.
 TEST_F(Vantrod, KeepsItsStateOnAFaultyDisk) {
     start();
     ASSERT_TRUE(wait_for("vantrod: scanned", 20'000));
@@ -247,7 +247,7 @@ TEST_F(Vantrod, KeepsItsStateOnAFaultyDisk) {
         start();
         wait_for("vantrod: ready", 2000);
         make_session(what);
-        wait_for("vantrod: scanned", 2000); // a disk that keeps failing keeps the scan from its end
+        wait_for("vantrod: scanned", 2000); // if the disk keeps failing, the scan does not end
         end(SIGTERM);
         const bool dies = plan.kind == Kind::death || plan.kind == Kind::power;
         EXPECT_TRUE(status == 0 || (dies && status == -SIGKILL) || status == 1)

@@ -71,8 +71,8 @@ inline bool handing_over_always() {
 }
 inline bool handing_over = handing_over_always();
 
-// How many descriptors are opened later in that case: for each processor a thread's post and both
-// ends of a lane.
+// How many descriptors are opened later in that case: for each processor a thread's wait set and
+// both ends of a lane.
 inline int later_descriptors() {
     return handing_over ? 3 * static_cast<int>(std::thread::hardware_concurrency()) : 0;
 }

@@ -23,7 +23,7 @@ int number_in(const std::string &bytes) {
     return std::stoi(bytes.substr(bytes.rfind('#') + 1));
 }
 
-// Answers a listing with nodes that are named by what was asked, and grants even seeks only.
+// Answers a listing with nodes named after the request, and accepts only seeks to even positions.
 int32_t answer_by_number(MsgOsb *open, MsgContext *context) {
     const std::string bytes(static_cast<const char *>(context->payload),
                             context->header->send_length);

@@ -189,8 +189,8 @@ TEST_F(Queries, ArgumentsAreJudgedInTheirOrder) {
     check("", "", words({12, 12, 0, 0, 3, 0, 0, 0}));
 }
 
-// An answer that the server half would not give: `status` and `length` are the peer's own, and
-// `held` lies at the service for the fetch.
+// An answer that the server half would not give: `status` and `length` are what the peer states,
+// and `held` is kept at the service for the fetch.
 struct Forged {
     int32_t status;
     uint32_t length;
@@ -216,8 +216,8 @@ void forge(const Forged &forged) {
     };
 }
 
-// Harmless lies that a call accepts, and those that it reports. The fuzzer of replies tries the
-// rest.
+// False values that a call accepts since they do no harm, and those that it reports. The fuzzer of
+// replies tries the rest.
 TEST_F(Queries, AnswersThatLieHarmNobody) {
     const Call &browsing = all_calls()[1], &metadata = all_calls()[4], &values = all_calls()[5],
                &creating = all_calls()[6];

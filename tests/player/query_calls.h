@@ -26,8 +26,8 @@ inline std::string source_bytes(const std::string &name) {
     return words({3, 1, 2, 0x7f, -1}) + text("uid") + text(name) + words({-1});
 }
 
-// The state of the caller's variables after a call, in one line: "-1" is a failure that left them
-// alone, and "null" a pointer that has become null.
+// The state of the caller's variables after a call, in one line: "-1" is a failure that did not
+// change them, and "null" a pointer that has become null.
 template <class Record>
 inline std::string listed(int result, int count, Record *records, const Record *before,
                           void (*release)(Record *, int)) {

@@ -1,4 +1,4 @@
-// How errors of the service are told apart, and what clients and the log get of them.
+// How errors of the service are distinguished, and what clients and the log get.
 #include <cerrno>
 #include <new>
 #include <system_error>

@@ -52,7 +52,7 @@ std::string last_logged; // by the library: why a call fails
     _exit(wrong_exit);
 }
 
-// One client: a life from its connection to its end.
+// One client, from its connection to its end.
 class Client {
   public:
     explicit Client(unsigned seed) : random_(seed) {}
@@ -118,9 +118,9 @@ class Client {
             }
         }
         for (int left = any(60); left > 0 && !shared->stop && act_once(); --left) {
-            poll(nullptr, 0, any(400)); // as people do; signals cut it short
+            poll(nullptr, 0, any(400)); // as people do; signals end it early
             if (one_in(400)) {
-                raise(SIGKILL); // without a word
+                raise(SIGKILL); // without notice
             }
         }
     }

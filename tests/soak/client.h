@@ -28,7 +28,8 @@ long descriptors_of(const std::string &process);
 
 std::string title(int song);
 
-// Lives and dies until it is told to stop; ends with another code than 0 if an answer is wrong.
+// Runs clients one after another until it is told to stop. Ends with a code other than 0 if an
+// answer is wrong.
 [[noreturn]] void run_client(unsigned seed);
 
 // Notes the songs that the first service lists, in a process that ends before there are clients.

@@ -1,4 +1,4 @@
-// Music made on the spot: real files of silence.
+// Music made by the test: real files of silence.
 #ifndef VANTRO_TESTS_SUPPORT_MUSIC_H
 #define VANTRO_TESTS_SUPPORT_MUSIC_H
 

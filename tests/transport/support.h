@@ -42,7 +42,8 @@ struct Held {
     uint32_t tag;
 };
 
-// The requests to the test service, and how it is to answer. One for the program, reset by Server.
+// The requests to the test service, and how it answers. There is one for the whole program; Server
+// resets it.
 struct Script {
     std::mutex lock;
     std::condition_variable changed;
@@ -83,7 +84,7 @@ class Server {
     MsgService *service(int index = 0) const {
         return static_cast<MsgService *>(_array_get(server_->services, index));
     }
-    // Looks at what the server lock guards.
+    // Runs a function with the server locked.
     template <typename Look>
     auto locked(Look look) const {
         pthread_mutex_lock(&server_->lock);

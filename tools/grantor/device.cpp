@@ -51,8 +51,7 @@ bool Device::serve() {
         if (pulse.code == GRANTOR_PULSE_SIGNAL) {
             return true;
         }
-        path_dispatch_handle(
-            context_); // An answer that cannot be delivered concerns its client only.
+        path_dispatch_handle(context_); // A failure to deliver the answer affects its client only.
     }
 }
 

@@ -14,17 +14,17 @@ namespace vantro::grantor {
 
 constexpr const char *grantor_path = "/dev/grantor";
 
-// Who may open the device, and so ask.
+// Who may open the device and query it.
 struct DeviceAccess {
     uint32_t perms = 0600;
     std::optional<uint32_t> uid; // Owner; the effective user unless given.
     std::optional<uint32_t> gid; // Group; likewise.
 };
 
-// Pulses that the device's channel gets from its own process.
+// Pulses that the device's channel receives from its own process.
 enum { GRANTOR_PULSE_SIGNAL = 1 };
 
-// The device of this process. Serves in one thread; nothing in it is locked.
+// The device of this process. It serves in one thread and has no locks.
 class Device {
   public:
     explicit Device(Policy policy) : policy_(std::move(policy)) {}
@@ -45,7 +45,7 @@ class Device {
   private:
     static int write(path_request *request);
 
-    // The record that a handler is given, with the way back from it to the device.
+    // The record that a handler gets, with a pointer back to the device.
     struct Attached {
         path_attr attr;
         Device *device;

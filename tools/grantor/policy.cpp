@@ -35,13 +35,13 @@ bool is_plain(char c) {
 }
 
 bool is_capability(std::string_view word) {
-    // A comma joins the entries of a check line, so a name with one could never be asked for.
+    // A comma separates the entries of a check line, so a name with a comma could never be queried.
     return word.size() <= capability_max && std::all_of(word.begin(), word.end(), [](char c) {
                return is_plain(c) && c != ',' && c != '#';
            });
 }
 
-// A word as it can be shown in a line of the log.
+// A word in a form that is safe in a line of the log.
 std::string shown(std::string_view word) {
     std::string text(word.substr(0, 40));
     std::replace_if(

@@ -69,7 +69,7 @@ void close_connection(const MsgClient &client) {
     }
 }
 
-// Whether an open failed for a reason that does not depend on what was to be opened.
+// Whether an open failed for a reason that does not depend on the opened name.
 bool is_passing(int error) {
     switch (error) {
     case EINTR:
@@ -92,8 +92,8 @@ int connect_service(MsgClient *client, const char *path) {
         return 0;
     }
     const int path_error = errno;
-    // The same service has the global name: it would keep the caller waiting again, or still be of
-    // another release.
+    // The same service has the global name: the caller would wait again, or find the same other
+    // release.
     if (path_error == ETIMEDOUT || path_error == EPROTONOSUPPORT) {
         return -1;
     }

@@ -12,9 +12,9 @@ inline constexpr int no_reply = -1;
 // A header of that kind with the client's two indices.
 TransportHeader request_header(const MsgClient &client, int kind);
 
-// One exchange: the header and `send` go out, the reply's header comes back into `header` and the
-// rest into `reply`.
-// @param received where given, receives how many bytes were placed in `reply`; 0 if it fails.
+// One exchange: sends the header and `send`; the reply's header is stored in `header`, the rest in
+// `reply`.
+// @param received if not null, receives the number of bytes placed in `reply`; 0 on failure.
 // @return the reply status, or the error number.
 int exchange(const MsgClient &client, TransportHeader *header, const iovec *send, int send_count,
              const iovec *reply, int reply_count, uint32_t *received = nullptr);
@@ -31,7 +31,7 @@ int putgetv(MsgClient *client, const iovec *send, int send_count, const iovec *r
 int getv(MsgClient *client, uint32_t tag, const iovec *reply, int reply_count, AnswerLength &length,
          uint16_t code);
 
-// Releases the private pulse channel and its connection, where they exist. Keeps errno.
+// Releases the private pulse channel and its connection, if they exist. Keeps errno.
 void release_pulse_channel(MsgClient *client);
 
 } // namespace vantro::transport

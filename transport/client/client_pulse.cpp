@@ -36,7 +36,7 @@ int msgclient_notify(MsgClient *client, uint32_t queue_limit, const ipc_event *e
     if (!client || !event) {
         return EINVAL;
     }
-    // An event that names no pulse connection of this process is sent all the same: its queue limit
+    // An event that does not name a pulse connection of this process is still sent: its queue limit
     // applies, but no notification comes.
     if (event->kind == IPC_EVENT_PULSE &&
         ipc_announce_pulse(client->connection, event->connection) == -1 && errno != EBADF) {
@@ -60,7 +60,7 @@ int msgclient_notify_pulse(MsgClient *client, uint32_t queue_limit) {
     }
     client->pulse_connection = connect_attach(0, 0, client->pulse_channel, 0, 0);
     if (client->pulse_connection == -1) {
-        // A thread would wait for ever on a channel that no pulse can reach.
+        // A thread would wait forever on a channel that no pulse can reach.
         release_pulse_channel(client);
         return -1;
     }

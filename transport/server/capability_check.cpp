@@ -23,8 +23,8 @@ int capabilities_demanded(const char *list) {
     return count;
 }
 
-// Writes to the grantor device. A signal that interrupts this thread is no answer about the client,
-// so the write is repeated.
+// Writes to the grantor device. If a signal interrupts the write, it is repeated, since that says
+// nothing about the client.
 ssize_t write_line(const MsgServer &server, const char *line, size_t length) REQUIRES(server_lock) {
     ssize_t granted;
     do {
@@ -33,7 +33,7 @@ ssize_t write_line(const MsgServer &server, const char *line, size_t length) REQ
     return granted;
 }
 
-// Opens the device again. @return false if no grantor serves it; the next question tries again.
+// Opens the device again. @return false if no grantor serves it; the next query tries again.
 bool reopen_grantor(MsgServer *server) REQUIRES(server_lock) {
     const int device = platform_open(grantor_path, O_RDWR);
     if (device == -1) {
@@ -44,14 +44,14 @@ bool reopen_grantor(MsgServer *server) REQUIRES(server_lock) {
     return true;
 }
 
-// @return how many of the capabilities in a line are granted, or -1 with errno.
+// @return the number of granted capabilities in a line, or -1 with errno.
 ssize_t ask_grantor(MsgServer *server, const char *line, size_t length) REQUIRES(server_lock) {
     const ssize_t granted = write_line(*server, line, length);
     const bool gone = granted == -1 && errno == ECONNRESET;
     return gone && reopen_grantor(server) ? write_line(*server, line, length) : granted;
 }
 
-// @return how many of the capabilities a client holds, or -1 with errno.
+// @return the number of the capabilities that a client holds, or -1 with errno.
 ssize_t count_granted(MsgServer *server, const ipc_credentials &client, const char *capabilities,
                       int length) REQUIRES(server_lock) {
     char *line = nullptr;

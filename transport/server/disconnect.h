@@ -1,4 +1,7 @@
-// The sweep: what happens to the opens of a client that is gone.
+// The sweep, which closes the opens of a client that has disconnected.
+//
+// The platform notices the end of the connection, frees its sockets, and sends the server a pulse
+// (platform/linux/messages/server.cpp). dispatch.cpp calls the sweep at that pulse.
 #ifndef VANTRO_TRANSPORT_SERVER_DISCONNECT_H
 #define VANTRO_TRANSPORT_SERVER_DISCONNECT_H
 

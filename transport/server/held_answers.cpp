@@ -17,7 +17,7 @@
 namespace vantro::transport {
 namespace {
 
-// Precedes a held answer in memory: whom it counts for, and how many bytes were counted.
+// Precedes a held answer in memory: the user for whom it counts, and the number of counted bytes.
 struct alignas(std::max_align_t) Counted {
     Holder holder;
     int64_t bytes;
@@ -42,7 +42,7 @@ void discard(MsgPending *pending) {
     std::free(&counted(pending));
 }
 
-// Counts an answer for the user whose open is to hold it.
+// Counts an answer for the user whose open will hold it.
 Taken take(const MsgOsb &open, MsgPending *wanted) REQUIRES(server_lock) {
     const Holder holder = holder_of(open);
     const Taken taken = take_held_bytes(holder, wanted->length);
@@ -50,7 +50,7 @@ Taken take(const MsgOsb &open, MsgPending *wanted) REQUIRES(server_lock) {
     return taken;
 }
 
-// Whether a record may hold one more answer. It may hold its first, whatever its length, and as
+// Whether a record may hold another answer. It may hold its first one, whatever its length, and as
 // many as its client was granted. Beyond that it may hold only a few, so that a client that never
 // fetches costs little.
 bool may_hold(const MsgOsb &open, int32_t length) REQUIRES(server_lock) {
@@ -126,10 +126,10 @@ MsgPending **find_oldest(MsgOsb *open, uint32_t tag) REQUIRES(server_lock) {
     return oldest;
 }
 
-// Removes the oldest answers of the same tag until the new one may be held. A client fetches one
-// answer of a tag before it asks for the next, so the client has given the older ones up.
+// Removes the oldest answers of the same tag until the new one may be held. A client fetches an
+// answer of a tag before it requests the next one, so it has given up the older ones.
 // @param dropped receives the removed ones, for free_list() without the lock.
-// @return whether it may be held, and then is counted.
+// @return whether the answer may be held; if so, it is counted.
 Taken make_room(MsgOsb *open, MsgPending *wanted, MsgPending **dropped) REQUIRES(server_lock) {
     Taken refused = Taken::no;
     for (;;) {
@@ -228,8 +228,8 @@ void fetch_answer(MsgOsb *open, const MsgContext &context) {
     TransportHeader header = {};
     ServerLock lock(open->server);
     if (!ipc_waiting(context.receive_id)) {
-        // The client gave this fetch up and may have sent another request, so the answer that is
-        // held now may be for that request.
+        // The client has given up this fetch and may have sent another request, so the answer that
+        // is held now may belong to that request.
         lock.release();
         ipc_error(context.receive_id, ECANCELED);
         return;
@@ -262,7 +262,7 @@ void fetch_answer(MsgOsb *open, const MsgContext &context) {
         discard(pending);
     } else {
         // Memory or descriptors are short for now. The answer is held again before the client gets
-        // the error, since the client may ask again at once.
+        // the error, since the client may fetch again at once.
         lock.take();
         link(open, pending);
         lock.release();

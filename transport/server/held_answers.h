@@ -1,4 +1,5 @@
-// Held answers: answers that an open keeps until its client fetches them, and how many it may keep.
+// Held answers: answers that an open keeps until its client fetches them, and their limits for each
+// open. held_by_user.h limits those of all opens of a user.
 #ifndef VANTRO_TRANSPORT_SERVER_HELD_ANSWERS_H
 #define VANTRO_TRANSPORT_SERVER_HELD_ANSWERS_H
 
@@ -15,7 +16,7 @@ namespace vantro::transport {
 // server's memory.
 inline constexpr int32_t held_answers_max = 64;
 
-// Bytes that those answers may take together.
+// The total bytes of those answers.
 inline constexpr int64_t held_bytes_max = 16 * 1024 * 1024;
 
 // Copies an answer and holds it as the record's newest. Takes the server lock.
@@ -27,7 +28,8 @@ int32_t put_queue(MsgOsb *open, int32_t status, uint32_t tag, const iovec *parts
 // drops older answers of its tag, which the client has given up. If the client no longer waits,
 // holds nothing: its next request could get this answer. Takes the server lock, and announces with
 // it held.
-// @return 0; ENOMEM if it cannot be held and nothing was sent to the client; or -1 with errno.
+// @return 0; ENOMEM if the answer cannot be held and nothing was sent to the client; or -1 with
+//   errno.
 int32_t hold_and_announce(MsgOsb *open, int32_t receive_id, int32_t status, TransportHeader *header,
                           const iovec *parts, int32_t count) EXCLUDES(server_lock);
 

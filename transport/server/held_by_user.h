@@ -1,4 +1,5 @@
-// How many bytes of answers this process holds for clients of one user, and of all users together.
+// Counts the bytes of answers that this process holds for the clients of one user, and of all users
+// together.
 //
 // User 0 and the process's own user are not limited. For the others an open's own limits are not
 // enough, since one user may have thousands of opens.
@@ -20,8 +21,8 @@ struct Holder {
     int32_t pid;
 };
 
-// For whom an answer of that open is held. Call it with the server lock held, or in the thread that
-// handles the open.
+// The user for whom an answer of that open is held. Call it with the server lock held, or in the
+// thread that handles the open.
 Holder holder_of(const MsgOsb &open);
 
 enum class Taken { yes, no, no_for_the_first_time };

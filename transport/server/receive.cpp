@@ -29,7 +29,7 @@ void destructer(void *context) {
 
 namespace {
 
-// Fills an empty context. @return false for want of memory.
+// Fills an empty context. @return false if there is no memory.
 bool fill_context(MsgContext *context, MsgServer *server) {
     const int64_t capacity = round_capacity(__atomic_load_n(&server->recv_size, __ATOMIC_RELAXED));
     if (capacity > INT32_MAX - header_bytes) {
@@ -70,7 +70,7 @@ int receive_into(MsgContext *context, int channel) {
     return ipc_receive(channel, parts, 2, &context->info);
 }
 
-// Whether the message in hand is a request with a payload of any length.
+// Whether the current message is a request with a payload of any length.
 bool carries_payload(const MsgContext &context) {
     if (context.receive_id <= 0 || context.info.msg_length < header_bytes) {
         return false;
@@ -79,7 +79,7 @@ bool carries_payload(const MsgContext &context) {
     return word == kind_word(MSG_KIND_PUTGET) || word == kind_word(MSG_KIND_PUT);
 }
 
-// Answers the message in hand with an error, so that there is nothing to dispatch. @return -1.
+// Answers the current message with an error, so that there is nothing to dispatch. @return -1.
 int refuse(MsgContext *context, int error) {
     ipc_error(context->receive_id, error);
     context->receive_id = -1;
@@ -87,12 +87,12 @@ int refuse(MsgContext *context, int error) {
     return -1;
 }
 
-// Makes sure that the payload is as long as the header states. @return 0; or -1, and then the
-// client has been answered.
+// Ensures that the payload is as long as the header states. @return 0; or -1 if the client was
+// answered with an error.
 int complete_payload(MsgServer *server, MsgContext *context) {
     const int64_t stated = context->header->send_length;
     // Refused before the buffer grows: a false length must cost no memory, and bytes of earlier
-    // messages in the buffer must not pass for this message's.
+    // messages in the buffer must not count as this message's.
     if (stated > int64_t(context->info.total_length) - header_bytes) {
         return refuse(context, EIO);
     }

@@ -1,4 +1,4 @@
-// The reply operations: an answer goes straight to a client that waits, or is held for it.
+// The reply operations: an answer is sent directly to a waiting client, or is held for it.
 #include <cerrno>
 #include <climits>
 
@@ -25,8 +25,7 @@ int answer(int32_t receive_id, int32_t status, const iovec *parts, int count) {
 
 namespace {
 
-// Notifies a client that the answer of that tag is ready. A notification that fails is not
-// repeated.
+// Notifies a client that the answer of that tag is ready. A failed notification is not repeated.
 void deliver_event(MsgOsb *open, int32_t receive_id, uint32_t tag) EXCLUDES(server_lock) {
     ipc_event event;
     {

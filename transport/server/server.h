@@ -37,7 +37,7 @@ inline constexpr int32_t no_connection = -1;
 // Capacities of receive buffers are multiples of this.
 inline constexpr int32_t capacity_step = 1024;
 
-// The device that knows who holds which capability.
+// The device of the grantor.
 inline constexpr char grantor_path[] = "/dev/grantor";
 
 // The permissions that an open in path mode needs: to read and to write.
@@ -54,7 +54,7 @@ inline int64_t round_capacity(int64_t size) {
     return (size + capacity_step - 1) / capacity_step * capacity_step;
 }
 
-// An open record as the library makes it: the public part, then the part that services do not see.
+// An open record in the library: the public part, then the part that services do not see.
 struct OpenRecord {
     MsgOsb open;
     int32_t answers_owed; // Requests that no reply operation has begun to answer; __atomic_* only.
@@ -78,7 +78,7 @@ inline void begin_answer(MsgOsb *open) {
     __atomic_sub_fetch(answers_owed(open), 1, __ATOMIC_RELEASE);
 }
 
-// Where payloads normally lie: directly after the header.
+// The normal place of payloads: directly after the header.
 inline uint8_t *payload_place(const MsgContext &context) {
     return reinterpret_cast<uint8_t *>(context.header) + header_bytes;
 }
@@ -88,19 +88,19 @@ inline size_t payload_capacity(const MsgContext &context) {
     return static_cast<size_t>(std::max(context.payload_size, 0));
 }
 
-// Payload bytes of the message in hand that lie at `payload`. The bytes after them are those of
-// earlier messages and must not be read.
+// Payload bytes of the current message at `payload`. The bytes after them belong to earlier
+// messages and must not be read.
 inline int32_t payload_received(const MsgContext &context) {
     return std::max(context.info.msg_length - header_bytes, 0);
 }
 
-// Finds the service that the message in hand is for, with the server lock held.
-// @param name    of an open request: the service's name, or null where the request holds none.
+// Finds the service of the current message, with the server lock held.
+// @param name of an open request: the service's name, or null if the request has none.
 // @param conn_id -1 for an open, else the sender's connection id.
 MsgService *lookup(MsgServer *server, const char *name, int32_t conn_id) REQUIRES(server_lock);
 
-// Sends a client the error for which its answer could not be made: without it the client would wait
-// for ever. Sends nothing for ESRCH: then the client is gone. @return -1 with errno.
+// Sends a client the error for which its answer could not be made; otherwise the client would wait
+// forever. Sends nothing for ESRCH: then the client is gone. @return -1 with errno.
 int refuse(int32_t receive_id, int error);
 
 // Answers a message; if that fails, calls refuse(). @return 0, or -1 with errno.

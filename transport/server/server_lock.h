@@ -1,4 +1,4 @@
-// The lock of a server, as Clang's analysis knows it.
+// The lock of a server, for Clang's analysis.
 //
 // The lock itself is in a public structure of C, which has no annotations. `server_lock`
 // stands for it: a thread never holds the locks of two servers, so one name is enough for all.

@@ -1,4 +1,4 @@
-// Which service a message is for.
+// Finds the service of a message.
 #include <cstring>
 
 #include <vantro/messaging.h>

@@ -27,7 +27,7 @@ int digit_of(char c) {
     return at == std::string_view::npos ? -1 : static_cast<int>(at);
 }
 
-// The path that a "file:" URI names; empty where it names none.
+// The path that a "file:" URI names; empty if it names none.
 std::string path_of(std::string_view uri) {
     constexpr std::string_view scheme = "file://";
     if (!uri.starts_with(scheme)) {
@@ -56,7 +56,7 @@ std::string_view type_of(std::string_view start) {
 
 } // namespace
 
-// albumart and readpicture: the service has one cover a song, wherever it found it.
+// albumart and readpicture: the service has one cover for a song, from the file or from its folder.
 TaskPtr run_cover(Context &context, Arguments arguments) {
     const Catalogue::Place place = context.catalogue.find(context.partition.player(), arguments[0]);
     const uint32_t offset = parse_unsigned(arguments[1]);

@@ -1,4 +1,4 @@
-// Playing, and moving within what is played.
+// Playing, and moving within the queue and the track.
 #include <algorithm>
 #include <chrono>
 #include <optional>

@@ -115,7 +115,7 @@ TaskPtr run_swapid(Context &context, Arguments arguments) {
     return nullptr;
 }
 
-// A new order of the songs themselves; `random` is the order in which they are played.
+// Reorders the songs of the queue; `random` changes only the order in which they are played.
 TaskPtr run_shuffle(Context &context, Arguments arguments) {
     QueueDraft &draft = context.partition.draft();
     const Range range =

@@ -1,4 +1,4 @@
-// What commands that change the queue share.
+// Functions that the commands for changing the queue share.
 #ifndef VANTRO_BRIDGES_MPD_COMMANDS_QUEUE_EDIT_H
 #define VANTRO_BRIDGES_MPD_COMMANDS_QUEUE_EDIT_H
 
@@ -13,16 +13,16 @@
 
 namespace vantro::mpd {
 
-// Where songs are added.
+// The place at which songs are added.
 struct QueueTarget {
     uint32_t position = UINT32_MAX; // Beyond the end: after all others.
 };
 
-// @param argument as clients give it; "+N" and "-N" count from the current song. Empty: the end.
+// @param argument of the command; "+N" and "-N" are relative to the current song. Empty: the end.
 // @throws Ack if there is no such place.
 QueueTarget target_of(Context &context, std::string_view argument);
 
-// The place that the argument says, at most `most`. @throws Ack.
+// The place in the argument, at most `most`. @throws Ack.
 uint32_t place_of(Context &context, std::string_view argument, uint32_t most);
 
 // The places of songs in a queue, or in its draft. @throws Ack if there are none.

@@ -9,7 +9,7 @@
 namespace vantro::mpd {
 namespace {
 
-// More would be a grouping by everything.
+// No useful request groups by more tags.
 constexpr size_t groups_max = 8;
 
 SearchOptions::Sort parse_sort(std::string_view name) {

@@ -13,7 +13,7 @@
 
 namespace vantro::mpd {
 
-// What stands after the filter.
+// The arguments after the filter.
 struct SearchOptions {
     struct Sort {
         Tag tag = Tag::absent;
@@ -25,7 +25,7 @@ struct SearchOptions {
     std::optional<Sort> sort;
     Range window;
     std::vector<Tag> groups;
-    std::string position; // Where songs are to be added; empty: at the end.
+    std::string position; // The place at which songs are added; empty: the end.
 
     // @throws Ack.
     static SearchOptions parse(Arguments arguments, Filter::Case letters);

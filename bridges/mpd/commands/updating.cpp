@@ -5,7 +5,7 @@
 
 namespace vantro::mpd {
 
-// All of it, whatever was asked for: the service looks at nothing less.
+// The service always scans all of the music, also if a path is given.
 TaskPtr run_update(Context &context, Arguments) {
     checked(context.partition.player().rescan());
     context.reply.number("updating_db", 1);

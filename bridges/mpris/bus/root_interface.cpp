@@ -1,4 +1,4 @@
-// org.mpris.MediaPlayer2: who the player is.
+// org.mpris.MediaPlayer2: the identity of the player.
 #include <fmt/format.h>
 
 #include "bridges/mpris/bus/interfaces.h"
@@ -17,7 +17,7 @@ int get_identity(BusPlayer &player, sd_bus_message *reply) {
                                  fmt::format("Vantro ({})", clean_text(player.name())).c_str());
 }
 
-// What plays comes from the service's catalogue, never from an address.
+// The player plays files of the service's catalogue only, never an address.
 int get_no_texts(BusPlayer &, sd_bus_message *reply) {
     return sd_bus_message_append(reply, "as", 0);
 }

@@ -4,7 +4,7 @@ namespace vantro::mpris {
 
 namespace {
 
-// Appends entries until one fails. An empty text and 0 mean "not known", and give no entry.
+// Appends entries until one fails. An empty text and 0 mean "unknown", and append nothing.
 class Entries {
   public:
     explicit Entries(sd_bus_message *to) : to_(to) {
@@ -13,7 +13,7 @@ class Entries {
 
     void path(const char *key, const std::string &value) { add(!value.empty(), key, "o", value); }
     void text(const char *key, const std::string &value) { add(!value.empty(), key, "s", value); }
-    // A list of one text.
+    // A list with one text.
     void texts(const char *key, const std::string &value) {
         if (result_ >= 0 && !value.empty()) {
             result_ = sd_bus_message_append(to_, "{sv}", key, "as", 1, value.c_str());

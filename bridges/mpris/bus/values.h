@@ -13,7 +13,7 @@
 
 namespace vantro::mpris {
 
-// Each returns 0 or more, or a negative error number, as the calls of sd-bus do.
+// Each returns 0 or more, or a negative error number, like the calls of sd-bus.
 
 int append_metadata(sd_bus_message *to, const Song &song);
 

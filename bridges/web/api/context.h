@@ -1,4 +1,4 @@
-// What a handler of the API works with.
+// The data for a handler of the API.
 #ifndef VANTRO_BRIDGES_WEB_API_CONTEXT_H
 #define VANTRO_BRIDGES_WEB_API_CONTEXT_H
 
@@ -13,7 +13,7 @@ struct Context {
     const Request &request;
     Players &players;
     Pairing &pairing;
-    PlayerLink *link = nullptr; // The player that the path names, where it names one.
+    PlayerLink *link = nullptr; // The player that the path names, if it names one.
     bool trusted = false;       // The client is on this machine, or was paired.
 
     Player &player() const { return link->player(); }

@@ -49,7 +49,7 @@ Response show_player(Context &context) {
     context.link->forget_state();
     Response response;
     response.body = context.link->state_json();
-    context.player(); // without the service this is an error, and no state
+    context.player(); // fails if the service does not run
     return response;
 }
 

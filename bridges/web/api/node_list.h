@@ -1,4 +1,4 @@
-// Lists of nodes that are asked for in parts.
+// Lists of nodes that clients request in parts.
 #ifndef VANTRO_BRIDGES_WEB_API_NODE_LIST_H
 #define VANTRO_BRIDGES_WEB_API_NODE_LIST_H
 
@@ -14,8 +14,8 @@
 
 namespace vantro::web {
 
-// The part of the list that the target asks for. @param query as vantro_browse_metadata(). @throws
-// ApiError.
+// The part of the list that the target requests. @param query like vantro_browse_metadata().
+// @throws ApiError.
 template <typename Query>
 Response node_list(const Target &target, Query query) {
     const auto offset = static_cast<int32_t>(target.number("offset", 0, INT32_MAX, 0));

@@ -26,20 +26,20 @@ struct ErrorEvent {
     int32_t code; /**< VANTRO_ERROR_*. */
 };
 
-/** A media source; NULL where its text cannot be understood. */
+/** A media source; NULL if its text is malformed. */
 struct SourceEvent {
     int32_t type;              /**< VANTRO_SOURCE_*. */
     const MediaSource *source; /**< The source, or NULL. */
 };
 
-/** State, rate, repeat or shuffle changed; Event::now() says to what. */
+/** State, rate, repeat or shuffle changed; Event::now() returns the present values. */
 struct StateEvent {
-    VantroStateInfo before; /**< What was before. */
+    VantroStateInfo before; /**< The previous values. */
 };
 
 /** The track session. */
 struct SessionEvent {
-    VantroTrksessionInfo session; /**< What it is now. */
+    VantroTrksessionInfo session; /**< The present track session. */
 };
 
 /** The current track; node and metadata may be NULL. */
@@ -47,7 +47,7 @@ struct TrackEvent {
     int32_t index;            /**< Its index within the track session. */
     uint64_t tsid;            /**< Id of that track session. */
     const MediaNode *node;    /**< The track, or NULL. */
-    const Metadata *metadata; /**< What is known of it, or NULL. */
+    const Metadata *metadata; /**< The track's metadata, or NULL. */
 };
 
 /** The position within the track. */
@@ -55,29 +55,29 @@ struct PositionEvent {
     std::chrono::milliseconds position; /**< From the track's start. */
 };
 
-/** A change of another object, or one that cannot be understood; Event::attribute() reads it. */
+/** A change of another object, or a malformed change; Event::attribute() reads it. */
 struct OtherEvent {};
 
-/** One event. What it points to, and its texts, live until the next event of its player. */
+/** One event. Its texts, and the records that it points to, live until the player's next event. */
 class Event {
   public:
-    /** What an event can be. */
+    /** The kinds of events. */
     using What = std::variant<ErrorEvent, SourceEvent, StateEvent, SessionEvent, TrackEvent,
                               PositionEvent, OtherEvent>;
 
     /** @param event the library's record; borrowed. */
     explicit Event(const VantroEvent &event) : event_(&event), what_(what_of(event)) {}
 
-    /** @return what it is, for std::visit(). */
+    /** @return the event's data by kind, for std::visit(). */
     const What &what() const { return what_; }
 
-    /** @return what it is, if it is of that kind, else NULL. */
+    /** @return the event's data if it is of that kind, else NULL. */
     template <typename Kind>
     const Kind *as() const {
         return std::get_if<Kind>(&what_);
     }
 
-    /** @return what the player was last known to do, whatever the event is about. */
+    /** @return the player's last known state and modes, whatever the event's kind. */
     VantroStateInfo now() const {
         return {event_->state, event_->rate, event_->repeat, event_->shuffle};
     }
@@ -86,8 +86,8 @@ class Event {
     std::string_view object() const { return event_->object_name; }
 
     /**
-     * An attribute that changed (of "state": one that there is), or nothing. A program that calls
-     * this links the platform library too (`Vantro::platform`, or `pkg-config vantro-platform`).
+     * A changed attribute (of "state": any attribute), or nothing. A program that calls this must
+     * also link the platform library (`Vantro::platform`, or `pkg-config vantro-platform`).
      * @param name the attribute's name.
      * @return its text, which lives as long as the event.
      */
@@ -96,7 +96,7 @@ class Event {
         return value ? std::optional<std::string_view>(value) : std::nullopt;
     }
 
-    /** @return what Events::keep() gave to the object, or NULL. */
+    /** @return the value that Events::keep() attached to the object, or NULL. */
     void *user_data() const { return event_->user_data; }
 
     /** @return the library's record. */
@@ -138,7 +138,7 @@ class Events {
 
     /** Does not block. @return the next event; nothing if nothing is new. */
     Result<std::optional<Event>> next() {
-        errno = EINVAL; // a bad handle leaves it
+        errno = EINVAL; // a bad handle does not set it
         const VantroEvent *const event = vantro_event_get(handle_);
         if (!event) {
             return Failure::of_errno(errno);
@@ -146,15 +146,15 @@ class Events {
         return event->object_name ? std::optional<Event>(std::in_place, *event) : std::nullopt;
     }
 
-    /** Waits until there may be an event. @return done; a signal handler that runs is the failure
-     *  `interrupted`. */
+    /** Waits until there may be an event. @return success; if a signal handler runs, the failure
+     * `interrupted`. */
     Result<void> wait() {
         errno = EINVAL;
         return vantro_event_wait(handle_) == 0 ? Result<void>() : Failure::of_errno(errno);
     }
 
-    /** The same for a limited time. @param time 0 only looks, below 0 is no limit. @return whether
-     * there may be an event, or wake() was called. */
+    /** The same for a limited time. @param time 0: returns at once; below 0: no limit. @return
+     * whether there may be an event, or wake() was called. */
     Result<bool> wait_for(std::chrono::milliseconds time) {
         const int result = vantro_event_wait_for(handle_, static_cast<int>(time.count()));
         return result >= 0 ? Result<bool>(result == 1) : Failure::of_errno(errno);
@@ -163,14 +163,14 @@ class Events {
     /** Ends a wait, or the next one. Any thread. */
     void wake() { vantro_event_wake(handle_); }
 
-    /** @return a descriptor for event loops, which stays the library's; see vantro_event_fd(). */
+    /** @return a descriptor for event loops, which the library owns; see vantro_event_fd(). */
     Result<int> descriptor() {
         const int descriptor = vantro_event_fd(handle_);
         return descriptor >= 0 ? Result<int>(descriptor) : Failure::of_errno(errno);
     }
 
-    /** Gives a value to the object behind the current event. @param data any value. @return done,
-     *  or `invalid` if there is no such object. */
+    /** Attaches a value to the object of the current event. @param data any value. @return success,
+     * or `invalid` if there is no such object. */
     Result<void> keep(void *data) {
         return vantro_event_data_set(handle_, data) == 0 ? Result<void>()
                                                          : Failure::of_errno(errno);
@@ -181,16 +181,16 @@ class Events {
 };
 
 /**
- * Every event as it comes. The walk blocks between events, goes on when a signal handler ran,
- * passes over what cannot be understood, and ends when the player can be followed no more or the
- * caller breaks off; done() then says why.
+ * A range of all events. Iterating blocks between events, continues after a signal handler, skips
+ * malformed changes, and ends when the player can no longer be followed or the caller stops; done()
+ * then returns the reason.
  */
 class Following {
   public:
     /** @param handle outlives this object. */
     explicit Following(VantroHandle *handle) : events_(handle) {}
 
-    /** The current event; all places of one walk are the same one. */
+    /** An iterator at the current event; all iterators of one range have the same position. */
     class Iterator {
       public:
         using value_type = Event;               /**< For the standard library. */
@@ -200,33 +200,33 @@ class Following {
         explicit Iterator(Following &all) : all_(&all) {}
         /** @return the event, which lives until the next one. */
         const Event &operator*() const { return *all_->event_; }
-        /** @return as operator*. */
+        /** @return a pointer to the event. */
         const Event *operator->() const { return &**this; }
         /** Blocks for the next event. @return this iterator. */
         Iterator &operator++() {
             all_->advance();
             return *this;
         }
-        /** As the prefix form. */
+        /** Like the prefix form. */
         void operator++(int) { ++*this; }
-        /** @return whether the walk has ended; done() says why. */
+        /** @return whether iterating has ended; done() returns the reason. */
         bool operator==(std::default_sentinel_t) const { return !all_->event_; }
 
       private:
         Following *all_;
     };
 
-    /** Blocks for the first event. @return its place. */
+    /** Blocks for the first event. @return an iterator at the first event. */
     Iterator begin() {
         if (!event_) {
             advance();
         }
         return Iterator(*this);
     }
-    /** @return what the walk ends at. */
+    /** @return the end of the range. */
     std::default_sentinel_t end() const { return {}; }
 
-    /** @return why the walk ended; done, where the caller broke off. */
+    /** @return the reason for the end; success if the caller stopped. */
     Result<void> done() const { return failure_ ? Result<void>(*failure_) : Result<void>(); }
 
   private:

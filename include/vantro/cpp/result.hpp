@@ -17,7 +17,7 @@
 
 namespace vantro {
 
-/** Why a call failed; VANTRO_FAILURE_* of extras.h. */
+/** The reason of a failure; VANTRO_FAILURE_* of extras.h. */
 enum class Reason : int32_t {
     none = VANTRO_FAILURE_NONE,
     gone = VANTRO_FAILURE_GONE,
@@ -36,7 +36,7 @@ struct Failure : VantroFailure {
     /** @return the reason, as an enum. */
     Reason why() const { return static_cast<Reason>(reason); }
 
-    /** @return that of the last call that failed in this thread, calls for events not counted. */
+    /** @return the failure of the last failed call in this thread, except calls for events. */
     static Failure last() {
         Failure failure{};
         vantro_last_failure(&failure);
@@ -44,9 +44,9 @@ struct Failure : VantroFailure {
     }
 
     /**
-     * For calls for events, which say why they failed by errno.
+     * For calls for events, which report by errno.
      * @param number an error number.
-     * @return the failure with that number, and the host's text for it.
+     * @return the failure with that number, and the system's text for it.
      */
     static Failure of_errno(int number) {
         Failure failure{};
@@ -85,12 +85,12 @@ struct Failure : VantroFailure {
     }
 };
 
-/** What Result::or_throw() throws. */
+/** The exception of Result::or_throw(). */
 class Error : public std::runtime_error {
   public:
     /** @param failure copied; what() gives its text. */
     explicit Error(const Failure &failure) : std::runtime_error(failure.text), failure_(failure) {}
-    /** @return why the call failed. */
+    /** @return the failure. */
     const Failure &failure() const { return failure_; }
 
   private:
@@ -101,9 +101,9 @@ class Error : public std::runtime_error {
 template <typename Value>
 class [[nodiscard]] Result {
   public:
-    /** @param value held from now on. */
+    /** @param value the value to hold. */
     Result(Value value) : held_(std::in_place_index<0>, std::move(value)) {}
-    /** @param failure why there is no value. */
+    /** @param failure the failure for which there is no value. */
     Result(const Failure &failure) : held_(std::in_place_index<1>, failure) {}
 
     /** @return whether there is a value. */
@@ -111,18 +111,18 @@ class [[nodiscard]] Result {
     /** @return has_value(). */
     explicit operator bool() const { return has_value(); }
 
-    /** @return the value; to be asked for only if there is one. */
+    /** @return the value; call it only if there is one. */
     Value &operator*() & { return *std::get_if<0>(&held_); }
-    /** @return the value; to be asked for only if there is one. */
+    /** @return the value; call it only if there is one. */
     const Value &operator*() const & { return *std::get_if<0>(&held_); }
-    /** @return the value; to be asked for only if there is one. */
+    /** @return the value; call it only if there is one. */
     Value &&operator*() && { return std::move(*std::get_if<0>(&held_)); }
-    /** @return the value; to be asked for only if there is one. */
+    /** @return the value; call it only if there is one. */
     Value *operator->() { return std::get_if<0>(&held_); }
-    /** @return the value; to be asked for only if there is one. */
+    /** @return the value; call it only if there is one. */
     const Value *operator->() const { return std::get_if<0>(&held_); }
 
-    /** @return the failure; to be asked for only if there is no value. */
+    /** @return the failure; call it only if there is no value. */
     const Failure &failure() const { return *std::get_if<1>(&held_); }
 
     /** @return the value. @throws Error if there is none. */
@@ -154,24 +154,24 @@ class [[nodiscard]] Result {
     std::variant<Value, Failure> held_;
 };
 
-/** Done, or the failure for which it was not. */
+/** Success, or a failure. */
 template <>
 class [[nodiscard]] Result<void> {
   public:
-    /** Done. */
+    /** Success. */
     Result() = default;
-    /** @param failure why it was not done. */
+    /** @param failure the failure. */
     Result(const Failure &failure) : failure_(failure) {}
 
-    /** @return whether it was done. */
+    /** @return whether the call succeeded. */
     bool has_value() const { return !failure_; }
     /** @return has_value(). */
     explicit operator bool() const { return has_value(); }
 
-    /** @return the failure; to be asked for only if it was not done. */
+    /** @return the failure; call it only if there is one. */
     const Failure &failure() const { return *failure_; }
 
-    /** @throws Error if it was not done. */
+    /** @throws Error if there is a failure. */
     void or_throw() const {
         if (failure_) {
             throw Error(*failure_);

@@ -8,17 +8,17 @@
 
 namespace vantro::platform {
 
-// When waiting ends, by the monotonic clock.
+// The end of a wait, by the monotonic clock.
 class Deadline {
   public:
-    // @param timeout_ms from now; below 0 there is no limit.
+    // @param timeout_ms from now; below 0: no limit.
     explicit Deadline(int timeout_ms) {
         if (timeout_ms >= 0) {
             end_ns_ = now_ns() + int64_t{timeout_ms} * 1'000'000;
         }
     }
 
-    // What is left, down to 0; none if there is no limit.
+    // The remaining time, at least 0; nothing if there is no limit.
     std::optional<timespec> left() const {
         if (!end_ns_) {
             return std::nullopt;

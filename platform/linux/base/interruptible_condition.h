@@ -15,13 +15,13 @@
 
 namespace vantro::platform {
 
-// A condition variable whose wait ends when a signal handler that was installed without SA_RESTART
-// runs: that of the standard library sleeps on. One mutex guards the condition, every wait and
-// every notification.
+// A condition variable whose wait ends when a signal handler without SA_RESTART runs: the standard
+// library's condition variable keeps sleeping. One mutex guards the condition, every wait and every
+// notification.
 class InterruptibleCondition {
   public:
-    // Sleeps until a notification, and at times without one.
-    // @return 0, EINTR where a handler ran, or ETIMEDOUT.
+    // Sleeps until a notification; may wake without one.
+    // @return 0, EINTR if a handler ran, or ETIMEDOUT.
     int wait(Mutex &mutex, const Deadline &deadline) REQUIRES(mutex) {
         const std::optional<timespec> left = deadline.left();
         const uint32_t seen = turn_;

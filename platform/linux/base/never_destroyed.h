@@ -6,7 +6,8 @@
 namespace vantro::platform {
 
 // An object that is never destroyed: other threads may use it while the process ends. It lies in
-// the library's own memory, which goes when the library is unloaded; what it holds then is lost.
+// the library's own memory, which is unmapped when the library is unloaded; the resources of the
+// object are then leaked.
 template <typename Object>
 class NeverDestroyed {
   public:

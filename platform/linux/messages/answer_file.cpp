@@ -23,7 +23,8 @@ std::atomic<size_t> bytes_in_use = 0;
 } // namespace
 
 std::unique_ptr<AnswerFile> AnswerFile::make(size_t length) {
-    // Half as much again as is needed now: answers that grow a little need no new file each time.
+    // Half as much again as needed now, so that slightly longer answers do not need a new file each
+    // time.
     const size_t roomy = (length + length / 2 + bytes_step - 1) / bytes_step * bytes_step;
     const size_t bytes = std::clamp(roomy, bytes_min, bytes_max);
     std::unique_ptr<AnswerFile> file(new (std::nothrow) AnswerFile(bytes));

@@ -1,14 +1,14 @@
-// The memory file in which a lane's long answers travel, again and again.
+// The reusable memory file for a lane's long answers.
 //
 // A new file for each long answer costs more than copying the answer twice: its pages are made,
-// filled, and given back. So from its second long answer on a lane has one file, which the client
-// gets once. The server writes each answer through its mapping, the client reads it by its
-// descriptor, before it asks for anything else on this lane.
+// filled and freed. So from its second long answer on a lane has one file, which the client gets
+// once. The server writes each answer through its mapping; the client reads it through its
+// descriptor, before it sends anything else on this lane.
 //
-// It is sealed: nobody can shorten or lengthen it, and only the server's mapping can write it. The
-// client copies the bytes out once, and looks only at the copy. A file belongs to one lane of one
-// client, so that nobody sees another's answers. All files together are bounded; if there can be
-// none, an answer travels in a sealed file of its own.
+// The file is sealed: its length cannot change, and only the server's mapping can write it. The
+// client copies the bytes once, and uses only the copy. A file belongs to one lane of one client,
+// so that no client sees another's answers. The size of all files together is bounded; if there can
+// be no file, an answer is sent in a separate sealed file.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_ANSWER_FILE_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_ANSWER_FILE_H
 
@@ -24,12 +24,12 @@ namespace vantro::platform {
 
 class AnswerFile {
   public:
-    // Bytes of the longest answer that travels in one: 1 MiB and its headers. The second limit is
-    // for all files of the process together.
+    // Bytes of the longest answer in such a file: 1 MiB and its headers. The second limit is for
+    // all files of the process together.
     static constexpr size_t bytes_max = (1024 + 64) * 1024;
     static constexpr size_t bytes_of_all = 8 * bytes_max;
 
-    // Returns null if the process has as many as it may, or the host refuses.
+    // Returns null if the limit of the process is reached, or the kernel refuses.
     static std::unique_ptr<AnswerFile> make(size_t length);
     ~AnswerFile();
     AnswerFile(const AnswerFile &) = delete;
@@ -52,7 +52,7 @@ class AnswerFile {
 
 // Checks whether a client may keep reading this file. `length` receives its length, which cannot
 // change.
-// @return as check_sealed_file().
+// @return the result of check_sealed_file().
 int check_answer_file(int file, size_t &length);
 
 } // namespace vantro::platform

@@ -26,7 +26,7 @@ bool ClientDescriptors::is_within(const User &user, bool is_limited, int64_t cou
     }
     const uint32_t kept = is_limited ? limits_.kept_from_users : limits_.kept;
     struct rlimit open_files;
-    // The kernel gives the lowest number that is free, so the newest tells how many are in use.
+    // The kernel returns the lowest free number, so the newest one shows how many are in use.
     return kept == 0 || ::getrlimit(RLIMIT_NOFILE, &open_files) != 0 ||
            static_cast<rlim_t>(newest) + kept < open_files.rlim_cur;
 }

@@ -1,4 +1,4 @@
-// What the clients of this process may take of its descriptors.
+// Limits for the descriptors of this process that its clients use.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_CLIENT_DESCRIPTORS_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_CLIENT_DESCRIPTORS_H
 
@@ -23,7 +23,7 @@ struct ClientRefusal {
     }
 };
 
-// Counts them by user. Its caller holds the server's lock.
+// Counts the descriptors by user. The caller holds the server's lock.
 class ClientDescriptors {
   public:
     // Descriptors of a client's socket; a lane also has a memory file, for long messages.
@@ -33,8 +33,8 @@ class ClientDescriptors {
     void limit(const struct ipc_client_limits &limits) { limits_ = limits; }
 
     // Counts `count` descriptors for a client of that user, if they are within the limits and
-    // `newest`, a descriptor that was just made, leaves as many free as are to be kept. Throws
-    // std::bad_alloc for a user that has none yet.
+    // `newest`, a descriptor just made, leaves the required number free. May throw std::bad_alloc
+    // for a user without descriptors.
     // @param refusal receives the call that reports a refusal.
     bool take(int32_t pid, uint32_t uid, int64_t count, int newest, ClientRefusal &refusal);
     void give(uint32_t uid, int64_t count);

@@ -1,4 +1,4 @@
-// Who a client is: its credentials, its groups, and the path that it opened.
+// The identity of a client: its credentials, its groups, and the path that it opened.
 #include <algorithm>
 #include <cerrno>
 

@@ -1,4 +1,4 @@
-// Connections: the table, the pool of lanes, and the conversation on the control socket.
+// Connections: the table, the pool of lanes, and the exchanges on the control socket.
 #include "platform/linux/messages/connection.h"
 
 #include <fcntl.h>
@@ -34,18 +34,19 @@ void after_fork_in_parent() RELEASE(connections_lock) {
 void after_fork_in_child() RELEASE(connections_lock) {
     for (auto &[number, connection] : Connections::instance().table) {
         connection->abandon_in_child();
-        // Never freed: its lock may be held for ever, and by threads that the child does not have.
+        // Never freed: its lock may be held forever, by threads that the child does not have.
         new (std::nothrow) std::shared_ptr<Connection>(connection);
     }
     connections_lock.unlock();
 }
 
-// Processors that may have lanes of their own. If a client runs on more, they share these lanes.
+// The number of processors that may have their own lanes. If a client runs on more, they share
+// these lanes.
 constexpr int homes_max = 8;
 
-// The processor that the calling thread runs on; -1 if that does not matter. It does not for a
-// real-time thread: it must not wait for a thread that other real-time threads keep from this
-// processor, nor look instead of sleeping.
+// The processor on which the calling thread runs; -1 if that does not matter. It does not matter
+// for a real-time thread: such a thread must not wait for a thread that other real-time threads
+// keep from this processor, and must not look instead of sleeping.
 int this_processor() {
     thread_local const bool is_real_time = [] {
         const KeepErrno keep;
@@ -97,8 +98,8 @@ int Connections::open(UniqueFd control, NumberKind kind) {
         connection->set_timeout(open_timeout_ms);
     }
     {
-        // Entered before the wait for the server, so that a child forked during the wait closes its
-        // copy.
+        // Added to the table before the wait for the server, so that a child forked during the wait
+        // closes its copy.
         const MutexLock guard(connections_lock);
         auto &entry = table[number];
         if (entry) {
@@ -125,7 +126,7 @@ void Connection::abandon_in_child() {
         return;
     }
     state_ = State::abandoned;
-    lock_.assume_held(); // held by a thread that the child does not have, or by nobody
+    lock_.assume_held(); // held by a thread that the child does not have, or not held
     for (int i = 0; i < lane_count_; ++i) {
         close_descriptor(lanes_[static_cast<size_t>(i)]);
     }
@@ -151,7 +152,7 @@ void Connection::set_timeout(int timeout_ms) {
 }
 
 bool Connection::is_connected() {
-    struct pollfd control = {control_.get(), 0, 0}; // its end is told unasked
+    struct pollfd control = {control_.get(), 0, 0}; // poll() always reports its end
     if (state_ == State::connected && ::poll(&control, 1, 0) > 0) {
         mark_lost();
     }
@@ -207,7 +208,7 @@ int Connection::take_lane(int running_on, PooledLane &lane) {
             if (error == ECONNRESET || is_given_up(error) || (error != 0 && lane_count_ == 0)) {
                 return fail(error);
             }
-            full_ = error != 0; // whatever is short, and on either side
+            full_ = error != 0; // whichever resource is short, on either side
             wish_refused_ = wish_refused_ || (full_ && idle_count_ > 0);
             continue;
         }
@@ -231,10 +232,10 @@ void Connection::give_back(PooledLane lane) {
     const MutexLock guard(lock_);
     idle_[static_cast<size_t>(idle_count_++)] = lane;
     if (idle_count_ == lane_count_) {
-        full_ = false; // there may be room when lanes run out again
+        full_ = false; // there may be room the next time that lanes run out
     }
     if (waiters_ > 0) {
-        // A thread that waits for the control socket does not want a lane, and would not wake those
+        // A thread that waits for the control socket does not need a lane, and would not wake those
         // that do.
         control_busy_ ? changed_.notify_all() : changed_.notify_one();
     }

@@ -1,4 +1,4 @@
-// The conversation on a connection's control socket.
+// The exchanges on a connection's control socket.
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -114,7 +114,7 @@ int Connection::take_granted_lane(int lane, int grant) {
     return 0;
 }
 
-// If the file cannot be used the connection works without words.
+// If the file cannot be used, the connection works without words.
 void Connection::take_granted_words(int file) {
     std::shared_ptr<ConnectionWords> words = file >= 0 ? ConnectionWords::adopt(file) : nullptr;
     const MutexLock table_guard(connections_lock);

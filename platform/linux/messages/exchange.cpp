@@ -1,4 +1,4 @@
-// One exchange on a lane: the message out, the reply in.
+// One exchange on a lane: sends the message, receives the reply.
 #include <sched.h>
 #include <sys/socket.h>
 
@@ -53,8 +53,8 @@ int Connection::look_for_answer(const PooledLane &lane, LaneWords &words, uint32
     if (may_look && budget.look(words.answered, seen)) {
         return 0;
     }
-    // Read after the message was sent: if the server stopped watching the lane before it came, that
-    // shows here.
+    // Read after the message was sent: if the server stopped watching the lane before the message
+    // came, this shows it.
     if (words.unwatched.load() == 0) {
         return 0;
     }
@@ -84,7 +84,7 @@ int Connection::exchange_on_lane(PooledLane &pooled, PartList &send, PartList &r
     }
 
     if (words) {
-        words->sent = ++pooled.sent; // must come before the look at `unwatched`
+        words->sent = ++pooled.sent; // must come before reading `unwatched`
         if (const int error = look_for_answer(pooled, *words, seen); error != 0) {
             if (is_lost(error)) {
                 mark_lost();
@@ -138,7 +138,7 @@ ssize_t Connection::read_own_file(const Frame &frame, Arrival &arrival, PartList
         }
         return fail(error);
     }
-    const UniqueFd file(arrival.descriptor.release()); // its close never waits
+    const UniqueFd file(arrival.descriptor.release()); // closing it never waits
     return read_memory_file(file.get(), 0, reply.callers(), reply.count(), frame.length);
 }
 
@@ -176,7 +176,7 @@ ssize_t Connection::read_answer_file(int lane, const Frame &frame, Arrival &arri
 
 namespace {
 
-// @param once whether the server gives the answer only once; see ipc_fetch().
+// @param once whether the server sends the answer only once; see ipc_fetch().
 int send_and_wait(int number, const struct iovec *send, int send_count, const struct iovec *reply,
                   int reply_count, size_t *received, bool once) {
     *received = 0;

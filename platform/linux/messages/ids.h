@@ -1,5 +1,5 @@
-// The number spaces of the contract, kept apart by their top bits: descriptors of the host lie
-// below all of them, so that no number of one kind is ever taken for one of another.
+// The number spaces of the contract, which their top bits distinguish: descriptors of the host are
+// below all of them, so that no number of one kind is valid as another kind.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_IDS_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_IDS_H
 
@@ -30,8 +30,8 @@ constexpr int value_of(int number) {
 }
 
 // A receive id names the client by its serial, the lane, and one exchange on that lane, in 31
-// bits. Serials are handed out round robin, so that an id of a client that has gone finds nobody,
-// unless a full round has passed since.
+// bits. Serials are assigned round robin, so that an id of a client that has gone leads to no
+// client, unless a full round has passed since.
 struct ReceiveId {
     static constexpr int exchange_bits = 9;
     static constexpr int lane_bits = 6;

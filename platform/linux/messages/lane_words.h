@@ -1,12 +1,12 @@
-// Words in memory that both sides of a connection share, so that a side that waits can see whether
-// the other has sent something, and need not sleep. A word is only a hint that the socket may have
-// something: the socket carries every message.
+// Words in memory that both sides of a connection share, so that a waiting side can see whether the
+// other has sent a message, and need not sleep. A word is only a hint that the socket may have a
+// message: the socket carries every message.
 //
-// The server makes the memory when a client asks for it, and both map it. Either may write anything
-// into it at any time. So neither trusts it: a word that changes for no reason costs the reader a
-// look at its socket; if a word does not change, waiting costs what it costs without words. Each
-// side keeps its counts in its own memory. The file is sealed, so that no mapped page can
-// disappear.
+// The server makes the memory at a client's request, and both map it. Either side may write
+// anything into it at any time. So neither side trusts it: if a word changes without a message, the
+// reader only checks its socket in vain; if a word does not change, waiting costs the same as
+// without words. Each side keeps its counts in private memory. The file is sealed, so that no
+// mapped page can disappear.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_LANE_WORDS_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_LANE_WORDS_H
 
@@ -22,7 +22,7 @@
 
 namespace vantro::platform {
 
-// The words of one lane. Each side's are on a cache line of their own.
+// The words of one lane. Each side's words have a separate cache line.
 struct LaneWords {
     alignas(64) std::atomic<uint32_t> sent;     // by the client: changes after each message
     alignas(64) std::atomic<uint32_t> answered; // by the server: changes after each answer
@@ -35,10 +35,11 @@ static_assert(std::atomic<uint32_t>::is_always_lock_free);
 
 class ConnectionWords {
   public:
-    // Makes the memory. `file` receives what the peer is to map. @return empty if that fails.
+    // Makes the memory. `file` receives the file that the peer must map. @return empty if that
+    // fails.
     static std::shared_ptr<ConnectionWords> make(UniqueFd &file);
-    // Maps a peer's file, if it is as make() makes it. @return empty if it is not, or cannot be
-    // mapped.
+    // Maps a peer's file, if it has the form that make() creates. @return empty if it has not, or
+    // cannot be mapped.
     static std::shared_ptr<ConnectionWords> adopt(int file);
 
     explicit ConnectionWords(Mapping mapping) : mapping_(std::move(mapping)) {}

@@ -1,17 +1,19 @@
-// Looking whether a word in memory has changed, before a thread sleeps; and the budget that keeps
-// this from costing more than it saves.
+// Looking for a change of a word in memory before a thread sleeps; and the budget that bounds the
+// cost.
 //
 //  - A look lasts at most look_ns.
-//  - A look in vain takes its whole duration from the thread's budget, including time in which
-//    other threads ran. The budget grows by a fiftieth of the time that passes, up to budget_ns. So
-//    looks in vain cost at most a fiftieth of a thread's time, and budget_ns at once.
+// - A look without success takes its whole duration from the thread's budget, including time in
+//   which other threads ran. The budget grows by a fiftieth of the time that passes, up to
+//   budget_ns. So looks without success cost at most a fiftieth of a thread's time, and budget_ns
+//   at a time.
 //  - A look does not yield the processor. The peer runs on another one, and a thread that yields
 //    if others want the processor waits for all of their turns, and again before its next one.
-//  - A look that lasted much longer lost its processor: others want it. The thread then does not
-//    look for 25 times as long as it was without the processor, 100 ms at most, and twice as long
-//    as before if that happens soon again, up to a second: a thread that looks uses up its share of
-//    such a processor, and waits longer for its next turn than one that sleeps. So a neighbour that
-//    computes all the time ends the looking, and one that ran for a moment does not.
+// - If a look lasted much longer, the thread lost its processor, because other threads want it. The
+//   thread then does not look for 25 times as long as it was without the processor, 100 ms at most,
+//   and for twice the previous time if that happens again soon, up to a second: a thread that looks
+//   uses up its share of such a processor, and waits longer for its next turn than a thread that
+//   sleeps. So a program that computes all the time ends the looking, and one that ran for a moment
+//   does not.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_LOOK_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_LOOK_H
 
@@ -44,7 +46,7 @@ class LookBudget {
   public:
     static constexpr int64_t look_ns = 50'000;
     static constexpr int64_t budget_ns = 1'000'000;
-    static constexpr int64_t share = 50;       // one in so many
+    static constexpr int64_t share = 50;       // one part in this many
     static constexpr int64_t lost_ns = 25'000; // beyond look_ns
     static constexpr int64_t barred_share = 25;
     static constexpr int64_t first_barred_max_ns = 100'000'000;
@@ -63,8 +65,8 @@ class LookBudget {
         return left_ >= look_ns;
     }
 
-    // Looks until the word is another than `seen`. @return false where it still is not, or where
-    // there is no budget for a look.
+    // Looks until the word differs from `seen`. @return false if it still does not, or if there is
+    // no budget for a look.
     bool look(const std::atomic<uint32_t> &word, uint32_t seen) {
         const int64_t begin = monotonic_ns();
         if (!allows(begin)) {
@@ -104,7 +106,7 @@ class LookBudget {
     }
 
     int64_t left_ = budget_ns;
-    int64_t counted_at_ = 0; // when `left_` was right
+    int64_t counted_at_ = 0; // the time to which `left_` belongs
     int64_t barred_until_ = 0;
     int64_t barred_for_ = 0;
 };

@@ -1,4 +1,4 @@
-// Answers, back to the clients.
+// Sending answers to the clients.
 #include <poll.h>
 #include <sched.h>
 #include <sys/socket.h>
@@ -15,11 +15,11 @@ using vantro::MutexLock;
 
 namespace {
 
-// What claim() took from the lane: the right to answer, and a pin on its socket.
+// The result of claim(): the right to answer, and a pin on the lane's socket.
 struct Claim {
     int socket = -1;
     std::shared_ptr<KeptMessage> kept; // freed without the lock
-    ConnectionWords *words = nullptr;  // as long as the pin; null if the client has none
+    ConnectionWords *words = nullptr;  // valid as long as the pin; null if the client has none
     uint32_t answers = 0;
 };
 
@@ -33,8 +33,8 @@ Lane *find_for_answer(Server &server, const ReceiveId &id, Client **client) REQU
     return lane;
 }
 
-// Takes the lane's answer file for an answer; empty if the answer is to have a file of its own.
-// @return false if nobody waits for it.
+// Takes the lane's answer file for an answer; empty if the answer needs a separate file.
+// @return false if no client waits for the answer.
 bool take_answer_file(const ReceiveId &id, size_t length, std::unique_ptr<AnswerFile> &file) {
     Server &server = Server::instance();
     bool had_one_before = false;
@@ -58,8 +58,8 @@ bool take_answer_file(const ReceiveId &id, size_t length, std::unique_ptr<Answer
 }
 
 // Ends the exchange in the lane's state before the answer is sent, since the next message may come
-// at once. The answer file is given back here too: the client reads it before it sends anything
-// else.
+// at once. The answer file is returned to the lane here too: the client reads it before it sends
+// anything else.
 bool claim(const ReceiveId &id, std::unique_ptr<AnswerFile> file, Claim &taken) {
     Server &server = Server::instance();
     const MutexLock guard(server_lock);
@@ -90,7 +90,7 @@ bool claim(const ReceiveId &id, std::unique_ptr<AnswerFile> file, Claim &taken) 
 }
 
 // Closes the lane if its client has closed its end. If the send would have blocked, the client does
-// not take its answers, and loses its connection.
+// not receive its answers, and loses its connection.
 void settle(const ReceiveId &id, bool sent, int error) {
     Server &server = Server::instance();
     const MutexLock guard(server_lock);
@@ -105,7 +105,7 @@ void settle(const ReceiveId &id, bool sent, int error) {
     server.unpin(id.serial, static_cast<int>(id.lane));
 }
 
-// One answer. The frame's length, and the flag that says where its bytes are, are filled here.
+// Sends one answer. This sets the frame's length, and the flag that states where the bytes are.
 int answer(int receive_id, Frame frame, PartList &parts) {
     const CancelDisabled no_cancel;
     const ReceiveId id = ReceiveId::unpack(receive_id);

@@ -15,7 +15,7 @@ namespace vantro::platform {
 
 namespace {
 
-// Instances without a watch; as many as threads are likely to wait at once.
+// Instances without a watch; about as many as threads that wait at the same time.
 struct Spares {
     static constexpr size_t max = 4;
 
@@ -45,7 +45,7 @@ struct Spares {
     }
 };
 
-// Destroyed with the library, which closes what it holds.
+// Destroyed with the library, which closes the instances.
 Spares spares;
 
 bool direct_signal(int inotify, int signal) {

@@ -5,18 +5,18 @@
 
 namespace vantro::platform {
 
-// Watches a ring for its thread: an inotify instance that sends a signal when the file is written,
-// or closed by its publisher.
+// Watches a ring for a thread: an inotify instance that sends a signal when the file is written, or
+// closed by its publisher.
 //
 // The process keeps a few instances and reuses them: a user has only 128 on most hosts, and closing
 // one soon after a watch ended takes a hundred times as long as the whole wait.
 class Notification {
   public:
-    // Arms for the calling thread. @return whether that succeeded; errno says why not.
+    // Arms for the calling thread. @return false with errno on failure.
     bool arm(int file, int signal);
 
-    // After this no signal is sent. A thread must do no more than this before it continues after a
-    // wake.
+    // After this no signal is sent. This is all that a thread must do before it continues after a
+    // wake-up.
     void silence();
 
     // Whether a signal may still be sent.

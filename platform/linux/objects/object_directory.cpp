@@ -31,7 +31,7 @@ struct flock one_byte(short type, off_t byte) {
     return lock;
 }
 
-// Opens the ring once more, for a lock of its own on one of its bytes.
+// Opens the ring again, for a separate lock on one of its bytes.
 UniqueFd open_and_lock(int directory, int flags, off_t byte) {
     UniqueFd file(::openat(directory, new_ring_name, O_RDWR | flags | O_NOFOLLOW | O_CLOEXEC,
                            unfinished_mode));
@@ -43,7 +43,7 @@ UniqueFd open_and_lock(int directory, int flags, off_t byte) {
     return file;
 }
 
-// Tells the readers of the ring that a publisher left when it died.
+// Retires the ring of a dead publisher, which notifies its readers.
 void retire_old_ring(int directory) {
     const UniqueFd found(
         ::openat(directory, ring_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -52,8 +52,8 @@ void retire_old_ring(int directory) {
         status.st_size < static_cast<off_t>(ring_file_bytes)) {
         return;
     }
-    // Nobody may write the file, its owner included, until its mode is changed. Who may read it
-    // does not change: readers may open it meanwhile, and those that wait may watch it.
+    // No user may write the file, not even its owner, until its mode is changed. The rights to read
+    // do not change: readers may open it meanwhile, and waiting readers may watch it.
     const mode_t mode = status.st_mode & 0777;
     ::fchmod(found.get(), mode | S_IWUSR);
     const UniqueFd ring(::openat(directory, ring_name, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
@@ -75,7 +75,7 @@ bool ObjectDirectory::take(std::string_view path, RingWriter &ring, const object
             directory_ = std::move(place.directory);
             break;
         }
-        // Its last publisher removed it, between one part of the path and the next.
+        // Its last publisher removed the directory between two steps of the path resolution.
         if (errno != ENOENT || attempt == attempts_max) {
             return false;
         }
@@ -91,8 +91,8 @@ bool ObjectDirectory::take(std::string_view path, RingWriter &ring, const object
     return true;
 }
 
-// The file has another name until it is a complete, locked ring, so that no reader meets half of
-// one.
+// The file has another name until it is a complete, locked ring, so that no reader sees an
+// incomplete one.
 bool ObjectDirectory::make_ring(RingWriter &ring, const object_readers &readers) {
     const int directory = directory_.get();
     ::unlinkat(directory, new_ring_name, 0);
@@ -110,7 +110,7 @@ bool ObjectDirectory::make_ring(RingWriter &ring, const object_readers &readers)
 void ObjectDirectory::remove() {
     ::unlinkat(directory_.get(), ring_name, 0);
     ::unlinkat(directory_.get(), lock_name, 0);
-    // The directory stays if the next publisher is in it already.
+    // The directory stays if the next publisher uses it already.
     if (const Place place = find_place(path_, RuntimeRoot::own)) {
         ::unlinkat(place.directory.get(), place.name.c_str(), AT_REMOVEDIR);
     }

@@ -17,9 +17,9 @@ inline constexpr const char *ring_name = "ring";
 // Every user may read.
 inline constexpr object_readers everybody = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0444};
 
-// A directory of objects that this process publishes in. The lock on its file "lock" keeps a second
-// publisher out, also while there is no ring. The locks on the ring show its readers whether the
-// publisher of this ring lives.
+// A directory of objects in which this process publishes. The lock on its file "lock" excludes a
+// second publisher, also while there is no ring. The locks on the ring show its readers whether the
+// publisher of this ring is alive.
 //
 // The kernel sends IN_CLOSE_WRITE before it releases a file's locks. A reader that starts to watch
 // in between would see a live publisher and get no event. So the publisher holds the ring open
@@ -27,8 +27,8 @@ inline constexpr object_readers everybody = {OBJECT_READERS_OWN, OBJECT_READERS_
 // second close, the lock of the first is free.
 class ObjectDirectory {
   public:
-    // Makes this process the publisher, with a ring that `readers` may read. @return whether that
-    // succeeded; errno says why not.
+    // Makes this process the publisher, with a ring that `readers` may read. @return false with
+    // errno on failure.
     bool take(std::string_view path, RingWriter &ring, const object_readers &readers = everybody);
 
     // Removes ring, lock and directory, while the locks are still held.
@@ -49,7 +49,7 @@ class ObjectDirectory {
     UniqueFd second_;
 };
 
-// Whether the publisher of a ring lives, judged by the locks on the ring.
+// Whether the publisher of a ring is alive, judged by the locks on the ring.
 bool publisher_lives(int ring_file);
 
 } // namespace vantro::platform

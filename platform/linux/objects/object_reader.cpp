@@ -19,10 +19,10 @@ namespace vantro::platform {
 namespace {
 
 // A publisher writes at least a quarter of a megabyte before it overwrites the snapshot that a
-// reader copies. A reader that is overtaken so often in a row tries again at its next call.
+// reader copies. A reader that is overtaken this often in a row tries again at its next call.
 constexpr int starts_max = 16;
 
-// The watch for waits ends after so many changes were read without a wait.
+// The watch for waits is removed after this many changes were read without a wait.
 constexpr unsigned kept_watch_changes = 64;
 
 constexpr std::string_view delta_option = "?delta";
@@ -69,7 +69,7 @@ std::unique_ptr<ObjectReader> ObjectReader::open_below(RuntimeRoot root,
     reader->ring_file_.reset(
         ::openat(place.directory.get(), ring_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!reader->ring_file_) {
-        // ELOOP and ENXIO: a link or a socket lies in the ring's place.
+        // ELOOP and ENXIO: a link or a socket is in the ring's place.
         return refuse(errno == ELOOP || errno == ENXIO ? EBADMSG : errno);
     }
     if (!reader->ring_.open(reader->ring_file_.get())) {
@@ -139,8 +139,8 @@ ObjectReader::Got ObjectReader::fetch() {
         for (int start = 0; got == Got::again && start < starts_max; ++start) {
             got = find_next();
         }
-        // A publisher overtakes only by committing. If it did not, another attempt would give the
-        // same.
+        // A publisher overtakes only by committing. If it did not commit, another attempt would
+        // have the same result.
         if (got == Got::again && ring_.committed() == before) {
             got = Got::corrupt;
         }
@@ -161,7 +161,7 @@ ObjectReader::Got ObjectReader::find_next() {
         pending_.pop_back();
         return Got::change;
     }
-    // Text appended after this is left to the next call, so that a busy publisher cannot keep a
+    // The next call reads text that is appended after this, so that a busy publisher cannot keep a
     // reader here.
     gone_ = gone_ || ring_.retired();
     const Got got = follow(ring_.committed());
@@ -203,8 +203,8 @@ ObjectReader::Got ObjectReader::take_change() {
         known_bytes_ -= head.name.size();
         known_.erase(known);
     } else if (head.result != KIVO_OBJECT_DELETED && known == known_.end()) {
-        // A publisher may not have more than this; without the check it could grow this process
-        // without end.
+        // A publisher may not have more than this; without the check it could make this process
+        // grow without limit.
         if (known_bytes_ + head.name.size() > OBJECT_TOTAL_MAX) {
             return Got::corrupt;
         }
@@ -283,7 +283,7 @@ void ObjectReader::give_state(const ObjectState &state) {
 // The number stays taken, by a descriptor that cannot be read, until it is closed. Otherwise the
 // child could open a file under this number, and then read or close it as its parent's reader.
 void ObjectReader::abandon_in_child() {
-    lock_.assume_held(); // held by a thread that the child does not have, or by nobody
+    lock_.assume_held(); // held by a thread that the child does not have, or not held
     ring_.close();
     const UniqueFd placeholder(::open("/", O_PATH | O_CLOEXEC));
     if (placeholder && ::dup3(placeholder.get(), ring_file_.get(), O_CLOEXEC) >= 0) {

@@ -1,9 +1,9 @@
 // The reading side of objects.
 //
 // A reader continues at `position_` in the ring. A reader that is new, or was overtaken by the
-// publisher, first gives the texts in `pending_`, which are the present state of the objects.
-// `unsettled_` is false only while a read has to do no more than look whether something was
-// appended, so a read that finds nothing new is a few loads.
+// publisher, first returns the texts in `pending_`, which are the present state of the objects.
+// `unsettled_` is false only while a read need only check whether text was appended, so a read that
+// finds nothing new takes only a few loads.
 //
 // A reader's own lock guards everything that is not atomic. find_reader() takes no lock, since a
 // descriptor is not closed while another thread is in a call on it.
@@ -58,7 +58,7 @@ class ObjectReader {
     // In a child of fork: closes the copies, but keeps the descriptor's number taken.
     void abandon_in_child();
 
-    ObjectReader *next = nullptr; // in the list of all, under the table's lock
+    ObjectReader *next = nullptr; // in the list of all readers, guarded by the table's lock
 
   private:
     static std::unique_ptr<ObjectReader> open_below(RuntimeRoot root, std::string_view relative);
@@ -66,11 +66,11 @@ class ObjectReader {
 
     bool quiet() const;
     bool is_read(std::string_view object) const { return object_.empty() || object == object_; }
-    // Makes `current_` the next text to give. May throw std::bad_alloc.
+    // Makes `current_` the next text to return. May throw std::bad_alloc.
     Got fetch() REQUIRES(lock_);
     // One attempt of fetch(). @return `again` if the ring was overwritten meanwhile.
     Got find_next() REQUIRES(lock_);
-    // Continues reading up to the position `end`, until there is a text to give.
+    // Continues reading up to the position `end`, until there is a text to return.
     Got follow(uint64_t end) REQUIRES(lock_);
     // Makes `pending_` from the newest snapshot and the changes after it.
     Got start_over() REQUIRES(lock_);
@@ -78,15 +78,15 @@ class ObjectReader {
     void give_state(const ObjectState &state) REQUIRES(lock_);
     // Makes the change in `record_` the current text, if this reader follows its object.
     Got take_change() REQUIRES(lock_);
-    // Whether there is a text to give. May throw std::bad_alloc.
+    // Whether there is a text to return. May throw std::bad_alloc.
     bool has_input() REQUIRES(lock_) { return fetch() != Got::nothing; }
-    // Looks whether the publisher lives, then does the same as has_input().
+    // Checks whether the publisher is alive, then does the same as has_input().
     bool has_input_or_ended() REQUIRES(lock_);
-    // Watches the ring for a wait, if there is no watch, and looks for input.
+    // Watches the ring for a wait, if there is no watch, and checks for input.
     // @return NOTIFY_INPUT, 0, or -1 with errno.
     int watch_and_look(bool publisher_closed) EXCLUDES(lock_);
     void end_armed_watch() REQUIRES(lock_);
-    // Continues with another reader's ring. @return whether that succeeded; errno says why not.
+    // Continues with another reader's ring. @return false with errno on failure.
     bool take_over(ObjectReader &other) REQUIRES(lock_);
     bool is_away() EXCLUDES(lock_);
     // wait() for a publisher that is away.
@@ -95,20 +95,20 @@ class ObjectReader {
     // Both are open before the reader is shared, and closed only in a child of fork.
     UniqueFd ring_file_;
     RingView ring_;
-    std::string object_;   // the one to read; empty for all
+    std::string object_;   // the object to read; empty for all
     std::string relative_; // its path
 
     Mutex lock_;
     std::atomic<uint64_t> position_{0};
     std::atomic<bool> unsettled_{true};
     bool must_start_over_ GUARDED_BY(lock_) = true;
-    bool is_new_ GUARDED_BY(lock_) = true; // no text was given yet
+    bool is_new_ GUARDED_BY(lock_) = true; // no text was returned yet
     bool gone_ GUARDED_BY(lock_) = false;  // the publisher has died or closed
     bool is_corrupt_ GUARDED_BY(lock_) = false;
 
     std::string current_ GUARDED_BY(lock_);
     std::vector<std::string> pending_ GUARDED_BY(lock_); // the next one last
-    // The objects whose texts were given.
+    // The objects whose texts were returned.
     std::set<std::string, std::less<>> known_ GUARDED_BY(lock_);
     size_t known_bytes_ GUARDED_BY(lock_) = 0;
     std::string record_ GUARDED_BY(lock_);
@@ -121,7 +121,7 @@ class ObjectReader {
 };
 
 // object_table.cpp
-// The reader of a descriptor, or null. Without a lock.
+// The reader of a descriptor, or null. Takes no lock.
 ObjectReader *find_reader(int descriptor);
 // Opens a reader and adds it to the table. @return its descriptor, or -1.
 int open_reader(std::string_view relative, int flags);

@@ -15,7 +15,8 @@ namespace vantro::platform {
 
 namespace {
 
-// A table of two levels that is read without a lock. A chunk is made when first used, and stays.
+// A table of two levels that is read without a lock. A chunk is made at its first use, and never
+// freed.
 constexpr size_t chunk_slots = 1024;
 constexpr size_t chunks_max = 1024; // descriptors to 2^20, the host's own limit
 
@@ -25,7 +26,7 @@ using Chunk = std::array<Slot, chunk_slots>;
 // Constant-initialised and without destructors, so that a reader can be closed at any time before
 // the process ends.
 constinit Mutex table_lock;
-// The first of all; ObjectReader::next links them.
+// The first of all readers, which ObjectReader::next links.
 ObjectReader *readers GUARDED_BY(table_lock) = nullptr;
 Chunk first_chunk;
 std::array<std::atomic<Chunk *>, chunks_max> chunks = {&first_chunk};

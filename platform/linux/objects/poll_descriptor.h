@@ -7,16 +7,17 @@
 namespace vantro::platform {
 
 // A descriptor for poll(). It becomes readable when a ring is written or closed, or its bell is
-// rung, and stays so until drain() and the bell's take(). It has an inotify instance of its own: a
-// shared one would be readable for the events of other readers.
+// rung, and stays readable until drain() and the bell's take(). It has a separate inotify instance:
+// a shared one would be readable for the events of other readers.
 class PollDescriptor {
   public:
-    // @return whether that succeeded; errno says why not.
+    // @return false with errno on failure.
     bool open(int ring_file, const WakeBell &bell);
-    // Watches another ring instead of the present one. @return as open(); after a failure nothing
-    // has changed.
+    // Watches another ring instead of the present one. @return false with errno on failure; then
+    // nothing has changed.
     bool move_to(int ring_file);
-    // Also becomes readable with another descriptor, until that is closed. @return as open().
+    // Also becomes readable with another descriptor, until that is closed. @return false with errno
+    // on failure.
     bool add(int descriptor);
     bool is_open() const { return static_cast<bool>(epoll_); }
     int get() const { return epoll_.get(); }

@@ -23,9 +23,9 @@ using vantro::MutexLock;
 
 namespace {
 
-// Guards the list of publishers. It is taken before a publisher's own lock, and held with all of
-// those across a fork, so that the child finds every publisher whole. It has no destructor, so it
-// outlives whatever else the process destroys at its end.
+// Guards the list of publishers. It is taken before a publisher's own lock, and held together with
+// all of those across a fork, so that every publisher is consistent in the child. It has no
+// destructor, so it outlives all other objects at the end of the process.
 constinit Mutex publishers_lock;
 
 } // namespace
@@ -34,11 +34,11 @@ struct object_publisher {
     Mutex lock ACQUIRED_AFTER(publishers_lock);
     ObjectDirectory directory GUARDED_BY(lock);
     RingWriter ring GUARDED_BY(lock);
-    ObjectState state GUARDED_BY(lock); // as the ring has it
+    ObjectState state GUARDED_BY(lock); // the state in the ring
     bool abandoned GUARDED_BY(lock) = false;
     int bell_holders GUARDED_BY(lock) = 0;
     bool bell_due GUARDED_BY(lock) = false;
-    object_publisher *next GUARDED_BY(publishers_lock) = nullptr; // in the list of all
+    object_publisher *next GUARDED_BY(publishers_lock) = nullptr; // in the list of all publishers
     std::array<char, OBJECT_CHANGE_MAX + 1> text GUARDED_BY(lock);
 
     int publish(std::string_view change) REQUIRES(lock);
@@ -51,7 +51,7 @@ namespace {
 
 object_publisher *publishers GUARDED_BY(publishers_lock) = nullptr;
 
-// The analysis has no name for the locks of all publishers.
+// The analysis cannot express the locks of all publishers.
 void hold_all() REQUIRES(publishers_lock) NO_THREAD_SAFETY_ANALYSIS {
     for (object_publisher *one = publishers; one; one = one->next) {
         one->lock.lock();
@@ -129,7 +129,7 @@ bool may_be_published(const char *object) {
 } // namespace
 
 int object_publisher::publish(std::string_view change) {
-    // The snapshot holds the state before the change, and so comes before it.
+    // The snapshot has the state before the change, so it comes before the change.
     if (ring.snapshot_due(state.bytes(), change.size())) {
         std::string snapshot;
         snapshot.reserve(state.bytes());

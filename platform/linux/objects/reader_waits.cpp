@@ -1,5 +1,4 @@
-// How a reader learns that there is something to read: by a signal, in a wait, or from a
-// descriptor.
+// Notification of a reader: by a signal, in a wait, or through a descriptor.
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
@@ -63,8 +62,8 @@ int ObjectReader::arm(int signal) {
     }
 }
 
-// The watch itself ends in the read that follows, so that the woken thread continues at once. A
-// reader that does not wait has no watch, and so costs the publisher nothing.
+// The watch itself is removed in the read that follows, so that the woken thread continues at once.
+// A reader that does not wait has no watch, and so does not burden the publisher.
 void ObjectReader::disarm() {
     const CancelDisabled no_cancel;
     const KeepErrno keep;
@@ -165,7 +164,7 @@ int ObjectReader::settle() {
         bell_.take();
         const bool closed = poll_.drain();
         if (return_.is_open()) {
-            return 0; // its descriptor reports what changed since that look
+            return 0; // its descriptor reports changes since that look
         }
         fence_at_the_bell();
         if (closed ? has_input_or_ended() : has_input()) {
@@ -226,7 +225,7 @@ int ObjectReader::reopen() {
                 return -1;
             }
         }
-        return_.look(relative_); // before the look for the ring, which may appear at any moment
+        return_.look(relative_); // before checking for the ring, which may appear at any moment
         const std::unique_ptr<ObjectReader> found = open(relative_);
         return found && take_over(*found) ? 0 : -1;
     } catch (const std::bad_alloc &) {

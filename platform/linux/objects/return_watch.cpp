@@ -12,7 +12,7 @@ namespace vantro::platform {
 
 namespace {
 
-// Limits the attempts: directories may appear between the look and the watch.
+// Limits the attempts: directories may appear between the check and the watch.
 constexpr int attempts_max = 16;
 
 } // namespace

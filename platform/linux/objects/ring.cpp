@@ -12,7 +12,7 @@ namespace vantro::platform {
 
 bool RingWriter::create(int file) {
     int error = EINTR;
-    while (error == EINTR) { // tmpfs gives EINTR even for handlers with SA_RESTART
+    while (error == EINTR) { // tmpfs returns EINTR even for handlers with SA_RESTART
         error = ::posix_fallocate(file, 0, ring_file_bytes);
     }
     if (error != 0) {
@@ -52,7 +52,7 @@ void RingWriter::retire() {
 void RingWriter::ring_bell(int file) {
     const char stroke = 1;
     fence_at_the_bell();
-    // Cannot fail for want of space: the byte is allocated already.
+    // Cannot fail for lack of space: the byte is allocated already.
     [[maybe_unused]] const ssize_t written =
         ::pwrite(file, &stroke, sizeof stroke, offsetof(RingHeader, bell));
 }

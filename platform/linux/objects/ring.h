@@ -1,17 +1,18 @@
-// The ring file: change texts of one publisher, mapped by it to write and by readers to read.
+// The ring file: change texts of one publisher, which maps it for writing; readers map it for
+// reading.
 //
-// A position is the number of bytes appended before it since the ring was made, in 64 bits; its
-// place in the file is the position modulo the capacity. A record is two 32-bit words, its length
-// in bytes and its kind, and the text, filled up to a multiple of 8. A record may run over the
-// ring's end and go on at its start.
+// A position is the 64-bit number of bytes appended since the ring was made; its place in the file
+// is the position modulo the capacity. A record is two 32-bit words, its length in bytes and its
+// kind, and the text, padded to a multiple of 8. A record may wrap from the ring's end to its
+// start.
 //
 // Invariants
 //  - The publisher raises `reserved` to a record's end before it writes a byte of it, and
 //    `committed` after the last. So a record that ends at or below `committed` is whole, even if
 //    the publisher died while it wrote the next one.
-//  - Bytes from `reserved - ring_capacity` on are valid; earlier ones may be overwritten any time.
-//    A reader copies first, and then looks at `reserved`: the copy is good if its position is still
-//    valid.
+// - Bytes from `reserved - ring_capacity` on are valid; earlier ones may be overwritten at any
+//   time. A reader copies first, and then reads `reserved`: the copy is valid if its position is
+//   still valid.
 //  - `snapshot` is the position of a snapshot record, which is not overwritten before there is a
 //    newer one: a snapshot is due at most `snapshot_distance_max` after the last, and that
 //    distance, a snapshot and a record together fit the ring. A snapshot holds the state of all
@@ -20,7 +21,7 @@
 //    of the same name.
 //
 // Every word of the text is stored and loaded atomically, with relaxed order: a reader may copy
-// bytes that are being overwritten, and finds out afterwards.
+// bytes that are being overwritten, and detects this afterwards.
 #ifndef VANTRO_PLATFORM_LINUX_OBJECTS_RING_H
 #define VANTRO_PLATFORM_LINUX_OBJECTS_RING_H
 
@@ -38,8 +39,9 @@
 namespace vantro::platform {
 
 constexpr size_t ring_capacity = 1024 * 1024;
-// A snapshot is due when this many times its own bytes were appended since the last. So publishing
-// costs an eighth more at most, and a reader that starts from a snapshot has little to catch up.
+// A snapshot is due when this many times its own bytes were appended since the last one. So
+// snapshots add at most an eighth to the cost of publishing, and a reader that starts from a
+// snapshot has few changes to read.
 constexpr size_t snapshot_share = 8;
 constexpr size_t snapshot_distance_min = 16 * 1024;
 constexpr size_t snapshot_distance_max = ring_capacity / 2;
@@ -50,12 +52,12 @@ struct RingHeader {
     uint32_t version;
     uint32_t capacity;
     uint8_t unused[48];
-    uint64_t reserved; // at 64: a cache line with the three below
+    uint64_t reserved; // at 64: shares a cache line with the next three
     uint64_t committed;
     uint64_t snapshot;
-    uint32_t retired; // 1 when nothing more will come
+    uint32_t retired; // 1: no more changes will come
     uint8_t unused_too[36];
-    uint8_t bell; // at 128: written with a system call, which wakes those who watch the file
+    uint8_t bell; // at 128: written with a system call, which wakes the watchers of the file
 };
 static_assert(offsetof(RingHeader, reserved) == 64 && offsetof(RingHeader, retired) == 88 &&
               offsetof(RingHeader, bell) == 128);
@@ -89,11 +91,11 @@ static_assert(snapshot_distance_max + record_bytes(snapshot_length_max) +
                   record_bytes(OBJECT_CHANGE_MAX) <=
               ring_capacity - ring_capacity / 8);
 
-// The publisher's side. For one thread at a time.
+// The publisher's side. One thread at a time.
 class RingWriter {
   public:
-    // Makes an empty file a ring: allocates its space, and appends an empty snapshot.
-    // @return whether that succeeded; errno says why not.
+    // Makes an empty file a ring: allocates its space, and appends an empty snapshot. @return false
+    // with errno on failure.
     bool create(int file);
 
     // Whether a snapshot, of that many bytes, must come before a change of that length.
@@ -107,12 +109,12 @@ class RingWriter {
     void append(RecordKind kind, std::string_view text);
     void retire();
     // In a child of fork. A mapping keeps the file open, and with it the lock that shows that the
-    // publisher lives.
+    // publisher is alive.
     void abandon_in_child() { mapping_.reset(); }
-    // Wakes those who watch the file.
+    // Wakes the watchers of the file.
     static void ring_bell(int file);
 
-    // Marks the ring that an earlier publisher left. Its content is not trusted.
+    // Marks the ring of an earlier publisher. Its contents are not trusted.
     static void retire_file(int file);
 
   private:
@@ -126,7 +128,7 @@ class RingWriter {
 // A reader's side. Hands out checked copies, and keeps no state.
 class RingView {
   public:
-    // Maps a ring. @return whether that succeeded; errno is EBADMSG if the file is no ring.
+    // Maps a ring. @return false with errno on failure: EBADMSG if the file is not a ring.
     bool open(int file);
 
     uint64_t committed() const;

@@ -64,7 +64,7 @@ bool grant_reading(int ring_file, const object_readers &readers) {
     if (!own_user) {
         add(tag_user, user, readers.uid);
     }
-    // If the service's group is another one, the group of the file's owner counts as others.
+    // If the service's group differs, the group of the file's owner counts as others.
     add(tag_own_group, own_group ? group : others, no_id);
     if (!own_group) {
         add(tag_group, group, readers.gid);

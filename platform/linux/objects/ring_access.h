@@ -5,12 +5,11 @@
 
 namespace vantro::platform {
 
-// Makes a ring readable by those readers, and by its publisher. Nobody may write it.
+// Makes a ring readable by those readers, and by its publisher. No user may write it.
 //
-// Whoever may read the file, its publisher stays its owner: another owner could shorten it, and the
-// publisher, which has it mapped, would end with SIGBUS. So an owner and a group that are not the
-// publisher's get their bits from an access control list. @return whether that succeeded; errno
-// says why not.
+// The publisher always stays the owner of the file: another owner could shorten it, and the
+// publisher, which has it mapped, would end with SIGBUS. So an access control list gives the bits
+// to another user and group. @return false with errno on failure.
 bool grant_reading(int ring_file, const object_readers &readers);
 
 } // namespace vantro::platform

@@ -50,8 +50,8 @@ inline void load_words(char *mapping, uint64_t position, void *to, size_t bytes)
     }
 }
 
-// The thread sanitizer does not model fences, and GCC warns of that. There is
-// nothing here for it to misjudge: every access that a fence orders is atomic itself.
+// The thread sanitizer does not model fences, and GCC warns of that. That does no harm here: every
+// access that a fence orders is atomic itself.
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wtsan"
@@ -62,8 +62,8 @@ inline void fence_after_reserving() {
 inline void fence_after_copying() {
     __atomic_thread_fence(__ATOMIC_ACQUIRE);
 }
-// The publisher commits, then looks, within a system call, who watches; a reader watches, then
-// looks what is committed. If one of them did its second step first, both could see nothing.
+// The publisher commits, then checks for watchers, in a system call; a reader watches, then checks
+// for committed text. If one of them did its second step first, both could miss the other.
 inline void fence_at_the_bell() {
     __atomic_thread_fence(__ATOMIC_SEQ_CST);
 }

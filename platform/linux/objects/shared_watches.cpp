@@ -14,11 +14,10 @@ constinit Mutex watches_lock;
 
 namespace {
 
-// Nothing in it needs a destructor but the descriptor: threads may still wait while the process
-// ends.
+// Only the descriptor has a destructor: threads may still wait while the process ends.
 struct SharedInstance {
     UniqueFd inotify GUARDED_BY(watches_lock);
-    RingWaiter *waiters GUARDED_BY(watches_lock) = nullptr; // that have a watch
+    RingWaiter *waiters GUARDED_BY(watches_lock) = nullptr; // the waiters that have a watch
     const RingWaiter *leader GUARDED_BY(watches_lock) = nullptr;
 
     ~SharedInstance() {
@@ -88,8 +87,8 @@ void tell(const struct inotify_event &event) REQUIRES(watches_lock) {
     }
 }
 
-// A thread's time among those that wait. However it ends, there is a leader afterwards if anybody
-// still waits.
+// The time in which a thread waits. However it ends, there is a leader afterwards if other threads
+// still wait.
 class SCOPED_CAPABILITY Waiting {
   public:
     explicit Waiting(RingWaiter &waiter) ACQUIRE(watches_lock) : waiter_(waiter) {
@@ -117,7 +116,7 @@ class SCOPED_CAPABILITY Waiting {
     Waiting(const Waiting &) = delete;
     Waiting &operator=(const Waiting &) = delete;
 
-    // Sleeps once. @return as ppoll().
+    // Sleeps once. @return the result of ppoll().
     int sleep(const timespec *timeout, const CancelDisabled &cancel) REQUIRES(watches_lock) {
         if (!shared.leader) {
             shared.leader = &waiter_;

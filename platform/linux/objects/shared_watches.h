@@ -1,13 +1,14 @@
 // Waiting for rings: one inotify instance for all readers of the process, since a user has only 128
 // on most hosts.
 //
-// A watch is made when its reader first waits, and is kept for its next waits: so a wait costs two
-// system calls. One of the threads that wait is the leader: it sleeps on the instance, reads what
-// has come, and wakes the others by their bells. A thread that stops leading wakes another, which
-// then leads.
+// A watch is made when its reader first waits, and is kept for its next waits: so a wait needs two
+// system calls. One of the waiting threads is the leader: it sleeps on the instance, reads the
+// events, and wakes the others by their bells. A thread that stops leading wakes another thread,
+// which then leads.
 //
-// A reader that stopped waiting costs its publisher nothing for long: its watch ends when a leader
-// has read some events that nobody waited for, or the reader has read some changes without waiting.
+// If a reader no longer waits, it does not burden its publisher for long: its watch is removed when
+// a leader has read some events without a waiting reader, or the reader has read some changes
+// without waiting.
 #ifndef VANTRO_PLATFORM_LINUX_OBJECTS_SHARED_WATCHES_H
 #define VANTRO_PLATFORM_LINUX_OBJECTS_SHARED_WATCHES_H
 
@@ -23,7 +24,7 @@ extern Mutex watches_lock;
 
 // A reader that may wait.
 struct RingWaiter {
-    int watch GUARDED_BY(watches_lock) = -1;       // its ring's, in the shared instance
+    int watch GUARDED_BY(watches_lock) = -1;       // on its ring, in the shared instance
     bool waiting GUARDED_BY(watches_lock) = false; // a thread sleeps, or is about to
     // `rung`: the ring was written or closed since the last sleep ended. `closed`: its publisher
     // closed it, and that was not reported yet.
@@ -36,11 +37,11 @@ struct RingWaiter {
 
 enum class Watched { already, added, failed };
 
-// Watches a ring for a reader. After a new watch, look for what was appended before it. On failure
-// errno says why.
+// Watches a ring for a reader. After a new watch, check for text that was appended before it. On
+// failure errno has the reason.
 Watched watch_ring(RingWaiter &waiter, int ring_file, const WakeBell &bell) EXCLUDES(watches_lock);
 
-// Ends the watch, if there is one and nobody waits with it.
+// Removes the watch, if there is one and no thread waits with it.
 void stop_watching(RingWaiter &waiter) EXCLUDES(watches_lock);
 
 struct Woke {
@@ -48,8 +49,8 @@ struct Woke {
     bool publisher_closed; // the ring, since the last call
 };
 
-// Sleeps until the ring is written or closed, the bell is rung, the time has come, or a signal
-// handler has run. The only cancellation point here: `cancel` is lifted while it sleeps.
+// Sleeps until the ring is written or closed, the bell is rung, the deadline, or a signal handler.
+// The only cancellation point here: `cancel` is lifted during the sleep.
 Woke sleep_for_ring(RingWaiter &waiter, const Deadline &deadline, const CancelDisabled &cancel)
     EXCLUDES(watches_lock);
 

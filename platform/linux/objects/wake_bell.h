@@ -18,8 +18,8 @@ class WakeBell {
     WakeBell(const WakeBell &) = delete;
     WakeBell &operator=(const WakeBell &) = delete;
 
-    // Makes the descriptor by which a thread waits. Called under its owner's lock. @return whether
-    // there is one; errno says why not.
+    // Makes the descriptor on which a thread waits. Called with its owner's lock held. @return
+    // false with errno on failure.
     bool prepare() {
         if (descriptor_ < 0) {
             const int made = ::eventfd(rung_ ? 1 : 0, EFD_NONBLOCK | EFD_CLOEXEC);
@@ -37,14 +37,14 @@ class WakeBell {
         }
     }
 
-    // Makes the descriptor readable once, so that a waiting thread looks again.
+    // Makes the descriptor readable once, so that a waiting thread checks again.
     void wake() const {
         const uint64_t one = 1;
         [[maybe_unused]] const ssize_t written = ::write(descriptor_, &one, sizeof one);
     }
 
-    // @return whether it was rung. The descriptor is read first, so that a ring in between is taken
-    // too, and not lost.
+    // @return whether it was rung. The descriptor is read first, so that a ring in between is not
+    //   lost.
     bool take() {
         if (!rung_) {
             return false;

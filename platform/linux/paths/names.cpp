@@ -15,7 +15,7 @@ using namespace vantro::platform;
 
 namespace {
 
-// Names have a folder of their own, apart from the paths.
+// Names have a separate folder, apart from the paths.
 std::string place_of(const char *name) {
     return std::string("name/") + name;
 }

@@ -65,7 +65,7 @@ int send_result(const struct path_context *context, int result) {
                       : ipc_reply(context->receive_id, result, nullptr, 0);
 }
 
-// A client's open, or one without attachment when it has none.
+// A client's open, or one without attachment if there is none.
 PathOpen find_open(struct path_dispatch &dispatch, int conn_id) {
     const MutexLock guard(dispatch.lock);
     const auto found = dispatch.opens.find(conn_id);

@@ -19,13 +19,13 @@ struct PathAttachment {
     struct path_attr *attr = nullptr;
 };
 
-// What a client's open of a path holds until the client goes.
+// The data of a client's open of a path, which exist until the client disconnects.
 struct PathOpen {
     const PathAttachment *attachment = nullptr;
     uint32_t flags = 0;
 };
 
-// Attaching is for one thread at a time; handling is for many.
+// One thread at a time may attach; any number of threads may handle messages.
 struct path_dispatch {
     int channel = 0;
     std::vector<std::unique_ptr<global_name_attachment>> names;
@@ -38,10 +38,10 @@ struct path_dispatch {
 
 namespace vantro::platform {
 
-// Publishes a name and makes its clients those of a channel. @return 0, or -1 with errno.
+// Publishes a name, whose clients connect to a channel. @return 0, or -1 with errno.
 int listen_on(int channel, const std::string &place, int attachment);
 
-// Messages of the framework: their first 16-bit word lies outside every other protocol's.
+// Messages of the framework: their first 16-bit word differs from that of every other protocol.
 enum PathMessageType : uint16_t { path_open = 0x100, path_read = 0x101, path_write = 0x102 };
 
 struct PathMessage {

@@ -5,7 +5,7 @@
 
 namespace vantro::platform {
 
-// Whether a path is the platform's own. If so, `relative` receives the path below the runtime
+// Whether a path is a platform path. If so, `relative` receives the path below the runtime
 // directory.
 inline bool is_platform_path(std::string_view path, std::string_view &relative) {
     relative = path.substr(path.empty() ? 0 : 1);

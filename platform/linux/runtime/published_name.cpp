@@ -17,10 +17,10 @@ namespace vantro::platform {
 
 namespace {
 
-// Only for the holder: whoever may open the file can lock it, and so keep the name from its owner.
+// Only for the owner: a process that may open the file can lock it, and so block the name.
 constexpr mode_t lock_mode = 0600;
 constexpr std::string_view lock_suffix = ".lock";
-// Who may use a service is decided by the framework, not by the file.
+// The framework decides who may use a service, not the file's mode.
 constexpr mode_t socket_mode = 0666;
 constexpr int backlog = 1024;
 
@@ -38,7 +38,7 @@ bool make_address(struct sockaddr_un &address, const std::string &path) {
 // Binds and listens under a temporary name, and renames the socket when it is ready.
 UniqueFd listen_at(const Place &place, int lock) {
     // The temporary name is short, since the final one may not fit a socket address. It is the same
-    // for every holder of the lock's file: if one dies in here, the next finds what it left.
+    // for every owner of the lock file: if a process dies here, the next one finds its socket.
     struct stat status;
     if (::fstat(lock, &status) != 0) {
         return UniqueFd();
@@ -67,7 +67,7 @@ UniqueFd listen_at(const Place &place, int lock) {
 
 } // namespace
 
-// The file may be removed by its last holder between opening and locking: look again.
+// The last owner may remove the file between opening and locking: try again.
 UniqueFd take_lock(int directory, const std::string &name) {
     for (;;) {
         UniqueFd lock(::openat(directory, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
@@ -98,7 +98,7 @@ UniqueFd take_lock(int directory, const std::string &name) {
 
 UniqueFd PublishedName::publish(std::string_view path) {
     if (path.ends_with(lock_suffix)) {
-        errno = ENOENT; // else its socket would take the place of another name's lock
+        errno = ENOENT; // otherwise its socket would replace another name's lock
         return UniqueFd();
     }
     Place place = make_place(path);
@@ -160,7 +160,8 @@ static UniqueFd connect_below(RuntimeRoot root, std::string_view path) {
     }
     if (::connect(socket.get(), reinterpret_cast<const struct sockaddr *>(&address),
                   sizeof address) != 0) {
-        errno = errno == EAGAIN ? ETIMEDOUT : errno; // a blocking socket gives EAGAIN only then
+        // A blocking socket fails with EAGAIN only after a timeout.
+        errno = errno == EAGAIN ? ETIMEDOUT : errno;
         const KeepErrno keep;
         socket.reset();
     }

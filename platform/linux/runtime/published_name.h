@@ -8,8 +8,8 @@
 
 namespace vantro::platform {
 
-// A name in the runtime directory that this process holds. A lock on "NAME.lock", which ends with
-// the process, shows whether the holder lives: a probe of the socket would fail between its bind
+// A name in the runtime directory that this process owns. A lock on "NAME.lock", which ends with
+// the process, shows whether the owner is alive: a probe of the socket would fail between its bind
 // and its listen.
 class PublishedName {
   public:
@@ -22,10 +22,10 @@ class PublishedName {
     // with errno: EADDRINUSE when a live process holds the name.
     UniqueFd publish(std::string_view path);
 
-    // Removes what was published, while the lock is still held.
+    // Removes the published name, while the lock is still held.
     void withdraw();
 
-    // In a child of fork: releases the lock and leaves alone what the parent published.
+    // In a child of fork: releases the lock and keeps the parent's name.
     void forget();
 
   private:
@@ -35,8 +35,8 @@ class PublishedName {
     std::string lock_name_;
 };
 
-// Takes the lock on a file that is made if it is missing. @return it, held until closed, or an
-// empty one with errno: EADDRINUSE when a live process holds it.
+// Takes the lock on a file, which is made if it is missing. @return the locked file, locked until
+// it is closed, or an empty one with errno: EADDRINUSE if a live process holds the lock.
 UniqueFd take_lock(int directory, const std::string &name);
 
 // Connects to the socket of a name. @return an empty one with errno.

@@ -69,7 +69,7 @@ UniqueFd open_root(RuntimeRoot root, bool make) {
         return open_part(user.get(), "vantro", make);
     }
     if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) {
-        return UniqueFd(); // The name may be there, so the system's directory must not be tried.
+        return UniqueFd(); // The name may exist, so the system's directory must not be tried.
     }
     errno = ENOENT;
     return root == RuntimeRoot::own ? open_system_root(make) : UniqueFd();

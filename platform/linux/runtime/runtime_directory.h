@@ -20,7 +20,7 @@ struct Place {
 enum class RuntimeRoot {
     user,   // the user's own runtime directory
     system, // the system's
-    own     // where this process publishes: the user's if there is one, else the system's
+    own     // where this process publishes: the user's directory if there is one, else the system's
 };
 
 // Finds the directory of a relative path below a runtime directory, without following a link.
@@ -30,8 +30,8 @@ Place find_place(std::string_view path, RuntimeRoot root);
 // The same for publishing: makes the directories that are missing.
 Place make_place(std::string_view path);
 
-// Opens what a path names in the user's directory; if it is not there, or a dead process left it,
-// in the system's. `open` takes the root; its result is empty, with errno, if it fails. If both
+// Opens a path in the user's directory; if it does not exist there, or its process has died, opens
+// it in the system's. `open` takes the root; its result is empty, with errno, if it fails. If both
 // fail, errno is that of the user's directory.
 template <typename Open>
 auto open_in_either(Open open) {
@@ -46,11 +46,11 @@ auto open_in_either(Open open) {
     return opened;
 }
 
-// The deepest existing directory on the way to a relative path: at worst the one in which the
-// runtime directory is or would be made. Empty if that does not exist either.
+// The deepest existing directory on the way to a relative path: at least the parent of the runtime
+// directory. Empty if that does not exist either.
 struct DeepestDirectory {
     UniqueFd directory;
-    UniqueFd parent; // empty where the directory is that one
+    UniqueFd parent; // empty if the directory is that parent
 };
 DeepestDirectory deepest_directory(std::string_view path, RuntimeRoot root);
 

@@ -9,7 +9,7 @@ namespace {
 // For the pages that a browsing client reads again; the kernel caches the rest of the file.
 constexpr int reader_cache_kib = 2 * 1024;
 
-// About as many as there are threads that read at once.
+// About the number of threads that read at the same time.
 constexpr size_t idle_max = 8;
 
 } // namespace

@@ -1,4 +1,4 @@
-// Connections for readers: one for each thread that is reading, and a few kept for the next reads.
+// Connections for readers: one for each reading thread, and a few idle ones for the next reads.
 #ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_CONNECTION_POOL_H
 #define VANTRO_SERVICE_CATALOGUE_DATABASE_CONNECTION_POOL_H
 
@@ -19,7 +19,7 @@ class ConnectionPool {
     // Calls `read` within one state of the catalogue. Throws an Error. Any thread.
     template <typename Read>
     auto read(const Read &read) EXCLUDES(replacing_, mutex_) {
-        // Held for one read only, so that replace() waits no longer than one query takes.
+        // Held for one read only, so that replace() waits for one query at most.
         const ReaderLock open(replacing_);
         std::unique_ptr<Database> database = take();
         Transaction moment(*database);

@@ -2,9 +2,9 @@
 //
 // Statements are prepared once for each text and kept, so texts are string literals.
 //
-// If the file cannot be read or written, or is no catalogue, everything here throws an Error of
-// the catalogue, and std::bad_alloc for want of memory. A failing disk can look like damage once,
-// so Error::is_damage() is believed only after find_damage() has checked the file.
+// If the file cannot be read or written, or is not a catalogue, all functions throw an Error of the
+// catalogue; they throw std::bad_alloc if there is no memory. A failing disk can look like damage
+// once, so callers act on Error::is_damage() only after find_damage() has checked the file.
 #ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_DATABASE_H
 #define VANTRO_SERVICE_CATALOGUE_DATABASE_DATABASE_H
 
@@ -67,7 +67,7 @@ class Rows {
 
     Database &database_;
     sqlite3_stmt *const statement_;
-    bool *const busy_; // null: the statement is not kept, and belongs to this object alone
+    bool *const busy_; // null: the statement is not cached, and belongs to this object only
 };
 
 class Database {
@@ -88,7 +88,7 @@ class Database {
         return Rows(*this, statement, busy, values...);
     }
 
-    // Runs a statement whose rows, if it has any, are not wanted.
+    // Runs a statement and ignores its rows.
     template <typename... Values>
     void run(const char *sql, const Values &...values) {
         query(sql, values...).next();
@@ -123,11 +123,11 @@ class Database {
 };
 
 // All statements between constructor and commit() take effect together or not at all. Reads within
-// it see one state.
+// a transaction see one state.
 class Transaction {
   public:
     explicit Transaction(Database &database);
-    ~Transaction(); // undoes what was not committed
+    ~Transaction(); // undoes all statements that were not committed
     Transaction(const Transaction &) = delete;
     Transaction &operator=(const Transaction &) = delete;
     void commit();

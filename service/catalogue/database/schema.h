@@ -1,4 +1,4 @@
-// The catalogue's file: its tables, how it is opened, and what happens to a damaged one.
+// The catalogue's file: its tables, opening it, and replacing a damaged one.
 #ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_SCHEMA_H
 #define VANTRO_SERVICE_CATALOGUE_DATABASE_SCHEMA_H
 
@@ -13,15 +13,15 @@
 
 namespace vantro::service::catalogue {
 
-// Opens the file for writing, or makes it. A file that find_damage() finds damaged, or that has
-// another version, is first moved aside to a name that no file has; `say` gets one line about it.
-// Throws an Error if the file cannot be read or a new one cannot be made.
+// Opens the file for writing, or makes it. If find_damage() finds damage, or the file has another
+// version, it is first moved aside to an unused name; `say` gets one line about it. Throws an Error
+// if the file cannot be read or a new one cannot be made.
 std::unique_ptr<Database> open_catalogue_file(const std::filesystem::path &file,
                                               const std::function<void(const std::string &)> &say);
 
-// Opens the file once more and checks all of it. Returns what is wrong with it, if anything is. If
-// the check itself fails, as when a read fails, it throws an Error that is not damage. Nothing may
-// write to the file meanwhile; readers may go on.
+// Opens the file again and checks all of it. Returns the damage, if there is any. If the check
+// itself fails, for example because a read fails, throws an Error that is not damage. During the
+// check nothing may write to the file; reads are allowed.
 std::optional<Error> find_damage(const std::filesystem::path &file);
 
 // Moves a damaged file aside. No connection may have it open.

@@ -20,8 +20,7 @@ void Writer::changed(int32_t source, int songs) {
 }
 
 int32_t Writer::source_at(std::string_view path) {
-    // Looked up first, without writing: on a full disk a service must still find the sources it
-    // knows.
+    // The first look-up does not write: on a full disk a service must still find its known sources.
     int64_t id = database_.number(0, "SELECT id FROM source WHERE path = ?1", Blob{path});
     if (id == 0) {
         begin();
@@ -130,12 +129,12 @@ int64_t Writer::album_at(int32_t source, const FoundName &artist, FoundName albu
     const int64_t parent =
         node_at(source, artist.identity.empty() ? kind_no_artist : kind_artist, artist, 0);
     const Kind kind = album.identity.empty() ? kind_no_album : kind_album;
-    // Two artists may have albums of one name.
+    // Two artists may have albums with the same name.
     album.identity = artist.identity + '\0' + album.identity;
     return node_at(source, kind, album, parent, artist.text);
 }
 
-// Leaves the album's artist out, under which the song is listed already.
+// Leaves out the album's artist, under which the song is listed already.
 void Writer::put_performers(int32_t source, int64_t song, const std::vector<FoundName> &performers,
                             std::string_view artist) {
     for (const FoundName &performer : performers) {

@@ -1,6 +1,6 @@
-// Writes the catalogue's file. For one thread. Readers see the changes after commit().
+// Writes the catalogue's file. Used by one thread. Readers see the changes after commit().
 //
-// Every function throws an Error; after that only undo() may be called.
+// Every function may throw an Error; after that only undo() may be called.
 #ifndef VANTRO_SERVICE_CATALOGUE_DATABASE_WRITER_H
 #define VANTRO_SERVICE_CATALOGUE_DATABASE_WRITER_H
 
@@ -24,14 +24,14 @@ namespace vantro::service::catalogue {
 struct KnownFile {
     FileStamp stamp;
     bool left_out = false;
-    int64_t sheet = 0; // of a song, as SongFile has it
+    int64_t sheet = 0; // of a song: SongFile::sheet
 };
 
-// What the catalogue knows of one folder.
+// The catalogue's entries for one folder.
 struct KnownFolder {
     // Tracks of cue sheets by name_of_track().
     std::unordered_map<std::string, KnownFile> files;
-    std::set<std::string> folders; // that lie in it, by their names
+    std::set<std::string> folders; // the names of the folders in it
     std::string image;             // name of the cover, or ""
     FileStamp image_stamp;
 };
@@ -40,9 +40,9 @@ class Writer {
   public:
     explicit Writer(Database &database) : database_(database) {}
 
-    // The number of the source at that path, the same from run to run.
+    // The number of the source at that path, which is the same in every run.
     int32_t source_at(std::string_view path);
-    // Notes a source under a number of its own.
+    // Adds a source with a given number.
     void add_source(int32_t id, std::string_view path);
 
     KnownFolder known(int32_t source, std::string_view folder);
@@ -52,16 +52,16 @@ class Writer {
                       const std::vector<std::string> &paths);
     void put_image(const FileName &where, FileStamp stamp, const std::optional<Artwork> &artwork);
     void remove_image(int32_t source, std::string_view folder);
-    // Notes why a file is not in the catalogue. True if that was not noted yet.
+    // Records the reason for which a file is not in the catalogue. True if the reason is new.
     bool leave_out(const FileName &where, FileStamp stamp, std::string_view why);
     // Remove a file, or a folder with everything below it.
     void remove_file(const FileName &where);
     void remove_folder(int32_t source, std::string_view folder);
 
-    // Does the work that needs all songs of a source: finds which songs of a folder make one album,
-    // how many of the entries of playlists are songs, and which covers are no longer used.
+    // Does the work that needs all songs of a source: determines which songs of a folder form an
+    // album, how many entries of playlists are songs, and which covers are unused.
     void settle(int32_t source);
-    // Whether an earlier scan, which was not finished, has left changes that are not settled.
+    // Whether an earlier, unfinished scan has left changes that need settle().
     bool unsettled(int32_t source);
     bool has_song(int32_t source, std::string_view path);
     bool has_artwork(std::string_view file);
@@ -113,9 +113,9 @@ class Writer {
     Database &database_;
     std::optional<Transaction> transaction_;
     int pending_ = 0;
-    std::map<int32_t, int> changed_; // sources, and by how many songs they grew
+    std::map<int32_t, int> changed_; // sources, with the growth of their numbers of songs
     std::unordered_map<int64_t, int> counts_;
-    std::unordered_map<std::string, int64_t> nodes_; // numbers of nodes that were used lately
+    std::unordered_map<std::string, int64_t> nodes_; // numbers of recently used nodes
 };
 
 } // namespace vantro::service::catalogue

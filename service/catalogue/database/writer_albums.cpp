@@ -9,12 +9,12 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// A song in a folder, of those that name an album.
+// A song in a folder that names an album.
 struct AlbumSong {
     int64_t id;
     int64_t album;
     bool stated;            // whether its file states an album artist
-    std::string own_artist; // by identity, as in the table
+    std::string own_artist; // its identity, as in the table
     std::string artist;     // of the album that it is in now
     std::string name;       // of the album
 };
@@ -55,11 +55,11 @@ Tags tags_of(Database &database, int64_t song) {
     return row.next() ? Tags(std::string(row.text(0))) : Tags();
 }
 
-// If all songs of a folder name one album, they make one album, whatever their artists are. Its
-// artist is the one that more than half of the songs that state an album artist name; if no song
-// states one, the one that performs more than half of the songs; else "Various Artists". Nothing if
-// the folder holds more than one album: then each song is listed under the artist that it names
-// itself.
+// If all songs of a folder name the same album, they form one album, whatever their artists are.
+// Its artist is the one that more than half of those songs name that state an album artist; if no
+// song states one, the one that performs more than half of the songs; else "Various Artists".
+// Nothing if the folder holds several albums: then each song is listed under the artist that it
+// names.
 std::optional<FoundName> common_artist(Database &database, const std::vector<AlbumSong> &songs) {
     const auto of_same_name = [&](const AlbumSong &song) { return song.name == songs[0].name; };
     if (!std::all_of(songs.begin(), songs.end(), of_same_name)) {

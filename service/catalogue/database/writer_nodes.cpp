@@ -16,7 +16,7 @@ namespace {
 // Most nodes in `nodes_`: enough for the artists and albums that a scan meets again and again.
 constexpr size_t nodes_kept = 4096;
 
-// So many salts are tried for an identity whose key is shared. More are never in use.
+// The number of salts that are tried if an identity's key is taken. In practice fewer are used.
 constexpr int salts_max = 8;
 
 } // namespace
@@ -33,8 +33,8 @@ int64_t Writer::find_node(int32_t source, Kind kind, std::string_view identity, 
     });
 }
 
-// Looks for the row with that identity. Returns 0 if there is none; then `key` is the key to give
-// it. Two identities with one digest get different keys: the second one takes a salted key, and
+// Looks for the row with that identity. Returns 0 if there is none; then `key` is the key for it.
+// Two identities with the same digest get different keys: the second one takes a salted key, and
 // keeps it even when the first one is removed.
 int64_t Writer::find_by_key(Kind kind, std::string_view identity, int64_t &key,
                             const std::function<Match(int64_t key)> &look) {
@@ -98,7 +98,7 @@ int64_t Writer::node_at(int32_t source, Kind kind, const FoundName &name, int64_
     return id;
 }
 
-// The node of a folder. Makes it, and those of the folders above it, where they are missing.
+// The node of a folder. Makes that node and those of the folders above if they are missing.
 int64_t Writer::folder_at(int32_t source, std::string_view folder) {
     const std::string known =
         fmt::format("{} {} ", source, char{kind_folder}) + std::string(folder);
@@ -135,7 +135,7 @@ void Writer::count(int64_t node, int difference) {
     }
 }
 
-// Removes nodes that are empty now, then those of their parents that become empty by that.
+// Removes nodes that are empty now, then their parents that become empty thereby.
 void Writer::apply_counts() {
     while (!counts_.empty()) {
         std::unordered_map<int64_t, int> now;

@@ -1,4 +1,4 @@
-// Where covers are kept, once each by their content.
+// The directory of covers, which holds each picture once.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_ARTWORK_FOLDER_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_ARTWORK_FOLDER_H
 
@@ -11,7 +11,7 @@
 
 namespace vantro::service::catalogue {
 
-// Largest picture that is taken for a cover, in bytes.
+// Largest picture that is accepted as a cover, in bytes.
 inline constexpr size_t picture_bytes_max = 16 * 1024 * 1024;
 
 // A cover in the artwork directory.
@@ -21,9 +21,9 @@ struct Artwork {
     int32_t height = 0;
 };
 
-// Who may read the covers besides the service: their URIs go to clients. Of `mode` the bits 0400,
-// 0040 and 0004 count, which are for the user, the group and others; a user or group of
-// `service_own` is the service's.
+// Who may read the covers besides the service: clients get the covers' URIs. Only the bits 0400,
+// 0040 and 0004 of `mode` count, for the user, the group and others; `service_own` stands for the
+// service's user or group.
 struct ArtworkReaders {
     static constexpr uint32_t service_own = UINT32_MAX;
     uint32_t uid = service_own;
@@ -36,11 +36,11 @@ uint32_t directory_mode(const ArtworkReaders &readers);
 
 class ArtworkFolder {
   public:
-    // Makes the directory where it is missing, and makes its covers readable for the readers. They
-    // can open a cover whose URI they have; only the service can list the directory.
+    // Makes the directory if it is missing, and makes its covers readable for the readers. A reader
+    // can open a cover whose URI it has; only the service can list the directory.
     ArtworkFolder(const std::filesystem::path &directory, const ArtworkReaders &readers);
 
-    // Keeps a picture. Returns nothing if the bytes are no picture. Throws an Error if the
+    // Stores a picture. Returns nothing if the bytes are not a picture. Throws an Error if the
     // picture cannot be written, for example on a full disk. Any thread.
     std::optional<Artwork> keep(std::string_view bytes) const;
 

@@ -18,8 +18,8 @@ int64_t place_of(int32_t disc, int32_t track) {
     return disc_at << 16 | (track == 0 ? last : std::min(track, last - 1));
 }
 
-// If a file names several artists, its tags hold each of them under keys that no client knows,
-// beside the text of all artists that clients see. The further artists of an album count as
+// If a file names several artists, its tags hold each of them under keys that clients do not know,
+// and all of them in one text, which clients see. The further artists of an album count as
 // performers.
 constexpr std::string_view each_artist = "\x01"
                                          "artist";

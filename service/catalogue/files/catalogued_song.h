@@ -20,22 +20,22 @@ struct FileName {
     std::string file;
 };
 
-// When a file was changed, and its size. If both are the same, it need not be read again.
+// A file's time of change and its size. If both are unchanged, the file need not be read again.
 struct FileStamp {
     int64_t modified_ns = 0;
     int64_t size = 0;
     bool operator==(const FileStamp &) const = default;
 };
 
-// The path of a file below its source: FOLDER/FILE, or FILE where the folder is "".
+// The path of a file below its source: FOLDER/FILE, or FILE if the folder is "".
 std::string path_below(std::string_view folder, std::string_view file);
 
-// The opposite: the folder that a path is in, and its last piece.
+// The opposite: the folder of a path, and its last component.
 FileName place_of(int32_t source, std::string_view path);
 
 struct FoundName {
-    std::string text;     // as it is shown
-    std::string identity; // equal for names that mean the same
+    std::string text;     // for display
+    std::string identity; // equal for names that count as the same
     std::string sort;
 };
 
@@ -46,9 +46,9 @@ struct FoundSong {
     std::string title;
     std::string sort;  // of the title
     int64_t place = 0; // disc and track
-    FoundName artist;  // of the album, as this song alone would have it; its identity is empty if
-                       // there is none
-    bool artist_stated = false; // the file has an album artist: not only the song's performer
+    // Of the album, judged from this song only; the identity is empty if there is none.
+    FoundName artist;
+    bool artist_stated = false;        // the file states an album artist, not only a performer
     std::vector<FoundName> performers; // each artist by itself
     FoundName album;
     std::vector<FoundName> genres;
@@ -56,8 +56,8 @@ struct FoundSong {
 
 inline constexpr std::string_view several_artists = "Various Artists";
 
-// The artists that perform a song, and the artist that its file states for the album, from tags
-// that complete() has completed.
+// The artists that perform a song, and the artist that its file states for the album, from the tags
+// after complete().
 std::vector<FoundName> performers_in(const Tags &tags);
 FoundName stated_artist_in(const Tags &tags);
 

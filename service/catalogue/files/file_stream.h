@@ -1,4 +1,4 @@
-// A file as the tag readers see it: read-only, bounded, never waiting.
+// A file for the tag readers: read-only, bounded, never waiting.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_FILE_STREAM_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_FILE_STREAM_H
 
@@ -15,18 +15,18 @@ namespace vantro::service::catalogue {
 
 class FileStream : public TagLib::IOStream {
   public:
-    // Most bytes that may be read of one file. Tag readers read as much as the file's own length
-    // fields say, several times over. The covers and lyrics of real files fit many times.
+    // Most bytes that may be read from one file. Tag readers read as much as the file's own length
+    // fields state, several times over. The covers and lyrics of real files fit many times.
     static constexpr long budget_bytes = 64l * 1024 * 1024;
 
-    // The file at `path` below the root. `name` is the name by which it was found, perhaps that of
-    // a link; its ending says the format.
+    // The file at `path` below the root. `name` is the name under which it was found, perhaps that
+    // of a link; its ending determines the format.
     FileStream(const MusicRoot &root, const std::string &path, std::string name);
     ~FileStream() override;
     FileStream(const FileStream &) = delete;
     FileStream &operator=(const FileStream &) = delete;
 
-    // Why the file cannot be read, or why a read has failed so far.
+    // The error for which the file cannot be opened, or for which a read has failed.
     const std::optional<Error> &failure() const { return failure_; }
     const struct stat &status() const { return status_; }
 
@@ -57,7 +57,7 @@ class FileStream : public TagLib::IOStream {
     struct stat status_ = {};
     long at_ = 0;
     long left_ = budget_bytes;
-    long window_at_ = 0; // where in the file the bytes of window_ are from
+    long window_at_ = 0; // the offset of window_ in the file
     std::string window_; // tag readers take a few bytes at a time
 };
 

@@ -30,8 +30,8 @@ uint8_t crc8(std::string_view bytes) {
     return static_cast<uint8_t>(sum);
 }
 
-// A frame or sample number, which is coded as UTF-8 codes characters, in up to seven bytes. -1 if
-// the bytes are no such number.
+// A frame or sample number, coded like a UTF-8 character in up to seven bytes. -1 if the bytes are
+// not such a number.
 int64_t coded_number(BigEndianReader &fields) {
     const auto lead = static_cast<uint32_t>(fields.next(1));
     int more = 0;
@@ -94,7 +94,7 @@ std::string_view text_of(const TagLib::ByteVector &bytes) {
     return {bytes.data(), bytes.size()};
 }
 
-// Samples of every frame but the last, from the header of the file; 0 if it has no header.
+// Samples of every frame except the last, from the header of the file; 0 if it has no header.
 int64_t common_block_size(FileStream &stream) {
     stream.seek(0);
     TagLib::ByteVector head = stream.readBlock(10);

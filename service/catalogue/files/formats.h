@@ -1,4 +1,4 @@
-// What every format stores in its own way: the codec, the tags, and the cover inside the file.
+// The data that each format stores differently: the codec, the tags, and the cover in the file.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_FORMATS_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_FORMATS_H
 
@@ -18,8 +18,8 @@ const char *codec_of(const TagLib::File &file);
 // texts are cut short, and its genre is often only a default.
 TagLib::PropertyMap properties_of(TagLib::File &file);
 
-// About how long a tracker module plays; 0 for other formats. A module holds notes, not sound: its
-// length is estimated from its patterns of 64 rows at the speed in its header.
+// The estimated duration of a tracker module; 0 for other formats. A module holds notes, not sound:
+// its length is estimated from its patterns of 64 rows at the speed in its header.
 int64_t module_ms(const TagLib::AudioProperties &audio);
 
 // The bytes of the front cover, else of the first picture; empty if there is none.

@@ -35,7 +35,7 @@ int open_below(int directory, const std::string &path, int flags) {
     how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
     const char *const relative = path.empty() ? "." : path.c_str();
     const long opened = syscall(SYS_openat2, directory, relative, &how, sizeof how);
-    // EAGAIN: something was moved meanwhile, and the kernel cannot say whether the path stays
+    // EAGAIN: a directory was moved meanwhile, and the kernel cannot tell whether the path stays
     // below.
     if (opened >= 0 || (errno != ENOSYS && errno != EPERM && errno != EAGAIN)) {
         return static_cast<int>(opened);

@@ -1,5 +1,5 @@
-// A directory of music, held open. Everything below it is opened relative to its descriptor: if a
-// folder is replaced by a link while it is read, the link cannot lead out of the directory.
+// A directory of music, held open. All files below it are opened relative to its descriptor: if a
+// folder is replaced by a link during a scan, the link cannot lead out of the directory.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_MUSIC_ROOT_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_MUSIC_ROOT_H
 
@@ -8,9 +8,9 @@
 
 namespace vantro::service::catalogue {
 
-// Opens what lies at `path` below a directory, "" for the directory itself, and follows no link on
-// the way. Returns a descriptor, or -1 and errno, as open() does. walk_below() does the same
-// without openat2, which kernels before 5.6 and some sandboxes do not have.
+// Opens `path` below a directory, "" for the directory itself, and follows no link on the way.
+// Returns a descriptor, or -1 and errno, like open(). walk_below() does the same without openat2,
+// which kernels before 5.6 and some sandboxes do not have.
 int open_below(int directory, const std::string &path, int flags);
 int walk_below(int directory, const std::string &path, int flags);
 
@@ -24,7 +24,7 @@ class MusicRoot {
 
     int descriptor() const { return descriptor_; }
 
-    // As open_below().
+    // Opens like open_below().
     int open(const std::string &path, int flags) const;
 
     // Opens a file for reading, without waiting for the writer of a named pipe. If the file is a

@@ -10,10 +10,10 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// So many frames show whether the bit rate is constant.
+// The number of frames that shows whether the bit rate is constant.
 constexpr int frames_looked_at = 500;
 
-// Most chunks or elements of one file that are looked at.
+// Most chunks or elements of one file that are read.
 constexpr int pieces_max = 1000;
 
 std::string bytes_at(FileStream &stream, int64_t at, size_t size) {
@@ -39,7 +39,7 @@ double number_of(uint64_t bits, size_t bytes) {
     return value;
 }
 
-// Bytes before the sound: some programs put a tag of another format there.
+// Bytes before the audio data: some programs put a tag of another format there.
 int64_t tag_bytes(FileStream &stream) {
     const std::string head = bytes_at(stream, 0, 10);
     if (head.substr(0, 3) != "ID3" || head.size() < 10) {
@@ -52,7 +52,7 @@ int64_t tag_bytes(FileStream &stream) {
     return size + 10;
 }
 
-// Every frame states its length. The average of the first frames is taken for all.
+// Every frame states its length. The average of the first frames is used for all.
 std::optional<OtherAudio> read_adts(FileStream &stream) {
     static constexpr int rates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
                                     22050, 16000, 12000, 11025, 8000,  7350};
@@ -155,8 +155,7 @@ std::optional<OtherAudio> read_caf(FileStream &stream) {
         BigEndianReader fields(bytes, 4);
         auto size = static_cast<int64_t>(fields.next(8));
         if (size < 0 || size > stream.length() - at - 12) {
-            size =
-                stream.length() - at - 12; // the recording did not end: up to the end of the file
+            size = stream.length() - at - 12; // an unfinished recording: up to the end of the file
         }
         if (kind == "desc") {
             rate = number_of(fields.next(8), 8);
@@ -180,7 +179,7 @@ std::optional<OtherAudio> read_caf(FileStream &stream) {
     return audio;
 }
 
-// An element of Matroska: its id, and where its content lies.
+// An element of Matroska: its id, and the place of its content.
 struct Element {
     uint64_t id = 0;
     int64_t begin = 0;
@@ -190,8 +189,8 @@ struct Element {
 std::optional<Element> element_at(FileStream &stream, int64_t at, int64_t end) {
     const std::string bytes = bytes_at(stream, at, 12);
     size_t used = 0;
-    // The position of the first set bit says how many bytes a number has. That bit is part of an
-    // id, but not of a size.
+    // The position of the first set bit gives the number of bytes. That bit is part of an id, but
+    // not of a size.
     const auto number = [&](bool keep_mark) {
         const auto lead = used < bytes.size() ? static_cast<unsigned char>(bytes[used]) : 0u;
         size_t size = 1;

@@ -1,5 +1,5 @@
-// Formats that TagLib does not read: ADTS (.aac), AC-3, Matroska (.mka, .webm), CAF and AU. Of such
-// a file only what its headers state is known.
+// Formats that TagLib does not read: ADTS (.aac), AC-3, Matroska (.mka, .webm), CAF and AU. Only
+// the headers of such a file are read.
 #ifndef VANTRO_SERVICE_CATALOGUE_FILES_OTHER_FORMATS_H
 #define VANTRO_SERVICE_CATALOGUE_FILES_OTHER_FORMATS_H
 
@@ -20,10 +20,10 @@ struct OtherAudio {
     std::string title;
 };
 
-// True for a name that ends as files of these formats do.
+// True for a name with the ending of one of these formats.
 bool has_other_name(std::string_view name);
 
-// Nothing if the stream has none of these formats, or does not state how long it lasts.
+// Nothing if the stream has none of these formats, or does not state its duration.
 std::optional<OtherAudio> read_other(FileStream &stream);
 
 } // namespace vantro::service::catalogue

@@ -22,8 +22,8 @@ std::optional<PictureHead> sized(const char *ending, uint32_t width, uint32_t he
     return PictureHead{ending, static_cast<int32_t>(width), static_cast<int32_t>(height)};
 }
 
-// Segments follow each other up to the one that states the size: its marker is one of C0 to CF, of
-// which three mean something else.
+// Segments follow each other up to the one that states the size: its marker is one of C0 to CF,
+// except three with other meanings.
 std::optional<PictureHead> jpeg_head(std::string_view bytes) {
     size_t at = 2;
     while (at + 9 <= bytes.size()) {

@@ -58,7 +58,8 @@ bool has_scheme(std::string_view entry) {
                        [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); });
 }
 
-// Appends the pieces of `path` to `pieces`, and removes one for each "..". False if that leads out.
+// Appends the components of `path` to `pieces`, and removes one for each "..". False if that leads
+// out.
 bool walk(std::string_view path, std::vector<std::string_view> &pieces) {
     while (!path.empty()) {
         const std::string_view piece = path.substr(0, path.find('/'));

@@ -19,12 +19,12 @@ inline constexpr size_t playlist_entries_max = 100'000;
 
 bool has_playlist_name(std::string_view name);
 
-// The entries of an .m3u, .m3u8 or .pls file in their order, as they are written. Never fails: a
-// line that makes no sense is skipped.
+// The entries of an .m3u, .m3u8 or .pls file in their order, unchanged. Never fails: a malformed
+// line is skipped.
 std::vector<std::string> parse_playlist(std::string_view name, std::string_view bytes);
 
-// The path below `root` of the file that an entry means. The playlist lies in `folder`, a path
-// below `root`. Nothing if the entry leads out of `root`, or names no file.
+// The path, below `root`, of the file that an entry names. The playlist is in `folder`, a path
+// below `root`. Nothing if the entry leads out of `root`, or does not name a file.
 std::optional<std::string> resolve_entry(std::string_view entry, std::string_view folder,
                                          std::string_view root);
 
@@ -34,7 +34,7 @@ struct PlaylistFile {
     std::vector<std::string> entries;
 };
 
-// Reads the file at `path` below the root, which is called `name`. Returns why it cannot be read.
+// Reads the file at `path` below the root, with the name `name`. Returns an error if that fails.
 std::optional<Error> read_playlist(const MusicRoot &root, const std::string &path,
                                    const std::string &name, PlaylistFile &playlist);
 

@@ -50,10 +50,10 @@ constexpr TagName tag_names[] = {
     {VANTRO_KEY_REPLAYGAIN_ALBUM_PEAK, {"REPLAYGAIN_ALBUM_PEAK"}},
 };
 
-// Longest cue sheet among the tags that is taken, in characters: 99 tracks with long texts.
+// Longest cue sheet that is read from a tag, in characters: 99 tracks with long texts.
 constexpr unsigned cue_text_max = 256 * 1024;
 
-// Most genres of one song that are taken, and most artists.
+// Most genres, and most artists, that are read for one song.
 constexpr size_t values_max = 16;
 
 std::string text_of(const TagLib::String &value, size_t limit = tag_text_max) {
@@ -106,7 +106,7 @@ int32_t small_number(const TagLib::String &text) {
     return number <= number_max ? number : 0;
 }
 
-// Some programs write measurements into comments, as a row of hexadecimal numbers.
+// Some programs write measurements into comments, as a sequence of hexadecimal numbers.
 bool is_measurement(std::string_view comment) {
     constexpr size_t digits = 8;
     size_t numbers = 0;
@@ -123,7 +123,7 @@ bool is_measurement(std::string_view comment) {
     return numbers > 1;
 }
 
-// Reads "2" and "2/3". The total may also have a tag of its own.
+// Reads "2" and "2/3". The total may also be in a separate tag.
 std::pair<int32_t, int32_t> number_and_total(const TagLib::PropertyMap &properties,
                                              const char *name,
                                              std::initializer_list<const char *> totals) {
@@ -325,7 +325,7 @@ std::optional<Error> read_song(const MusicRoot &root, const std::string &path,
         if (stream.failure()) {
             return stream.failure();
         }
-        // The sound of these formats can look like that of others, so the name decides which reader
+        // The data of these formats can look like those of others, so the name decides which reader
         // is tried first.
         const bool other = has_other_name(name);
         bool good = other ? read_other_stream(stream, song) : read_stream(stream, song);

@@ -12,9 +12,9 @@
 
 namespace vantro::service::catalogue {
 
-// Appends the first location of each track, at most `most` of them, as resolve_entry() takes them.
-// Returns why the bytes are no playlist. A document that declares entities is none: players do not
-// write them, and a few of them can name each other until they fill the memory.
+// Appends the first location of each track, at most `most` of them, in the form of resolve_entry().
+// Returns an error if the bytes are not a playlist. A document that declares entities is refused:
+// players do not write them, and entities that name each other can fill the memory.
 std::optional<Error> parse_xspf(std::string_view bytes, size_t most,
                                 std::vector<std::string> &entries);
 

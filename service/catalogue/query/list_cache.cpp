@@ -39,7 +39,7 @@ void sort_by(const List &order, std::vector<Entry> &entries) {
         }
         return;
     }
-    // For many entries, going through the whole order is faster than sorting them.
+    // For many entries, a pass over the whole order is faster than sorting.
     std::vector<char> found(order.entries.size());
     auto place = order.places.begin();
     for (const Entry entry : entries) {
@@ -78,7 +78,7 @@ std::shared_ptr<const List> ListCache::get(const std::string &name,
                          list->places.capacity() * sizeof(List::Place);
     const MutexLock guard(mutex_);
     if (bytes > bytes_max || by_name_.count(name) != 0) {
-        return list; // too long to keep, or another thread was faster
+        return list; // too long for the cache, or another thread was faster
     }
     while (bytes_ + bytes > bytes_max) {
         bytes_ -= kept_.back().bytes;
@@ -111,7 +111,7 @@ void ListCache::set_prefixes(const std::string &list, const std::string &name,
     size_t total = made.prefixes->bytes();
     const MutexLock guard(mutex_);
     std::erase_if(prefixes_, [&](const KeptPrefixes &each) { return each.list == list; });
-    auto first = prefixes_.end(); // of those for which there is room
+    auto first = prefixes_.end(); // the first one for which there is room
     while (first != prefixes_.begin() &&
            total + (first - 1)->prefixes->bytes() <= prefixes_bytes_max) {
         total += (--first)->prefixes->bytes();

@@ -1,5 +1,5 @@
-// Ordered lists of songs and nodes. They are made once and kept, so that a page from the middle of
-// a long list costs no more than one from its beginning.
+// Ordered lists of songs and nodes. They are made once and cached, so that a page from the middle
+// of a long list costs no more than one from the beginning.
 #ifndef VANTRO_SERVICE_CATALOGUE_QUERY_LIST_CACHE_H
 #define VANTRO_SERVICE_CATALOGUE_QUERY_LIST_CACHE_H
 
@@ -17,8 +17,8 @@
 
 namespace vantro::service::catalogue {
 
-// A song or a node in a list, by its number in the catalogue's file. Entries sort by that: nodes
-// from the highest number down, then songs from the lowest up.
+// A song or a node in a list, by its number in the catalogue's file. Entries sort by that number:
+// nodes from the highest down, then songs from the lowest up.
 class Entry {
   public:
     static Entry song(int64_t id) { return Entry(id); }
@@ -35,7 +35,7 @@ class Entry {
   private:
     explicit Entry(int64_t value) : value_(value) {}
 
-    int64_t value_; // negated for nodes: long lists are kept, and this takes no more than a number
+    int64_t value_; // negated for nodes: an entry of a long list takes no more than a number
 };
 
 struct List {
@@ -47,48 +47,46 @@ struct List {
     };
 
     std::vector<Entry> entries;
-    std::vector<Place> places; // by entry; only of lists by which others are sorted
+    std::vector<Place> places; // by entry; only for lists by which others are sorted
 
     const Place *find(Entry entry) const;
     // Fills `places`. `durations` is empty, or has a duration for each entry.
     void place_entries(const std::vector<int32_t> &durations);
 };
 
-// Sorts `entries`, which are sorted by Entry, into the order of `order`. Those that `order` does
+// Sorts `entries`, which are sorted by Entry, into the order of `order`. Entries that `order` does
 // not have are dropped.
 void sort_by(const List &order, std::vector<Entry> &entries);
 
 class WidePrefixes;
 
-// Keeps the lists that were used most recently. Any thread.
+// Caches the most recently used lists. Any thread.
 class ListCache {
   public:
-    // Returns the list that is kept under `name`, or makes it. Names contain the generation of a
-    // source, so a list that is out of date is never asked for, and is dropped when others need the
-    // room.
+    // Returns the cached list `name`, or makes it. Names contain the generation of a source, so an
+    // outdated list is never requested, and is dropped when other lists need the room.
     std::shared_ptr<const List> get(const std::string &name, const std::function<List()> &make)
         EXCLUDES(mutex_);
 
-    // Null if it is not kept.
+    // Null if the list is not cached.
     std::shared_ptr<const List> find(const std::string &name) EXCLUDES(mutex_);
 
-    // What few letters find in a list, if that is known for a name like those of lists; else
-    // null. The newest of each list is kept, and those that were used most recently.
+    // The results for few letters in a list, if they are cached under that name; else null. Names
+    // are like those of lists. The newest of each list are kept, and of all the most recently used.
     std::shared_ptr<const WidePrefixes> prefixes(const std::string &list, const std::string &name)
         EXCLUDES(mutex_);
     void set_prefixes(const std::string &list, const std::string &name,
                       std::shared_ptr<const WidePrefixes> prefixes) EXCLUDES(mutex_);
 
-    // Called when the catalogue is made again, since it then counts its generations from the
-    // beginning.
+    // Called when the catalogue is made again, since its generations then start from the beginning.
     void clear() EXCLUDES(mutex_);
-    // How often clear() was called.
+    // The number of calls of clear().
     uint64_t clears() const { return clears_; }
 
   private:
     // The lists of a hundred thousand songs, in every order, take half of this.
     static constexpr size_t bytes_max = 24u * 1024 * 1024;
-    // With the lists that they hold. Those of a million songs take two thirds of this.
+    // Includes the lists that they hold. The results for a million songs take two thirds of this.
     static constexpr size_t prefixes_bytes_max = 64u * 1024 * 1024;
 
     struct Kept {

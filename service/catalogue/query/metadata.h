@@ -13,15 +13,15 @@
 
 namespace vantro::service::catalogue {
 
-// Most bytes of values that one query gets. All values of one song fit, with its lyrics. A query
-// that asks ten thousand times for the lyrics gets no more than this.
+// Most bytes of values in one answer. All values of one song fit, with its lyrics. A query that
+// requests the lyrics ten thousand times gets no more than this.
 inline constexpr size_t extended_bytes_max = 1024 * 1024;
 
 // False if the song is gone.
 bool read_metadata(Database &database, const ArtworkFolder &artwork, SongId song,
                    SongMetadata &metadata);
 
-// The metadata of a node that is no song: its name, under the key of its kind, and its cover.
+// The metadata of a node that is not a song: its name, under the key of its kind, and its cover.
 SongMetadata describe(Database &database, const ArtworkFolder &artwork, SourceBrowser &browser,
                       Place place);
 
@@ -33,10 +33,10 @@ std::vector<std::string> read_extended(Database &database, const ArtworkFolder &
 // The path of a song's file below its source; empty if the song is gone.
 std::string path_of(Database &database, SongId song);
 
-// Which part of its file a song is.
+// The part of its file that a song is.
 SongPart part_of(Database &database, SongId song);
 
-// The same as read_extended() for a node that is no song, from what describe() gave.
+// The same as read_extended() for a node that is not a song, from the result of describe().
 std::vector<std::string> extended_of(const SongMetadata &metadata,
                                      const std::vector<std::string_view> &keys);
 

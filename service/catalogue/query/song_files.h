@@ -1,5 +1,5 @@
-// Songs by their files, as playlists name them outside the catalogue: numbers of songs and of
-// sources end with the catalogue's file, these names do not.
+// Songs by their files, for playlists outside the catalogue: the numbers of songs and sources
+// become invalid when the catalogue is made again, these names do not.
 #ifndef VANTRO_SERVICE_CATALOGUE_QUERY_SONG_FILES_H
 #define VANTRO_SERVICE_CATALOGUE_QUERY_SONG_FILES_H
 
@@ -23,8 +23,8 @@ struct LocatedSong {
     int32_t duration_ms = 0;
 };
 
-// What names a song: uid and node as in LocatedSong, "" if they are not known, and the entry of
-// a playlist file, which is looked for after those. The texts are borrowed.
+// The name of a song: uid and node as in LocatedSong, "" if unknown, and the entry of a playlist
+// file, which is used if uid and node find no song. The texts are borrowed.
 struct SongName {
     std::string_view uid;
     std::string_view node;
@@ -34,7 +34,7 @@ struct SongName {
 // The uid of the source of a directory.
 std::string uid_of(std::string_view directory);
 
-// Without uid if the song is gone.
+// The uid is empty if the song is gone.
 LocatedSong file_of(Database &database, SongId song);
 
 // Finds songs in sources. It must live within one transaction.
@@ -49,7 +49,7 @@ class SongFinder {
     explicit SongFinder(Database &database) : database_(database) {}
     void add(Where where) { sources_.push_back(std::move(where)); }
 
-    // With id 0 if there is no such song now.
+    // The id is 0 if there is no such song now.
     QueuedSong find(const SongName &name);
 
   private:

@@ -78,7 +78,7 @@ void SourceBrowser::prepare() {
     prepare_search();
 }
 
-// The songs that an artist has performed on albums of others.
+// The songs that an artist has performed on other artists' albums.
 void SourceBrowser::take_performed(int64_t artist, std::vector<Entry> &entries) {
     take_songs(database_.query("SELECT song.id FROM song_artist AS performed"
                                " JOIN song ON song.id = performed.song"
@@ -100,7 +100,7 @@ void SourceBrowser::take_artist(int64_t artist, std::vector<Entry> &entries) {
 }
 
 void SourceBrowser::take_folder(int64_t folder, int depth, std::vector<Entry> &entries) {
-    // The scan does not go so deep, but a damaged file may have a circle.
+    // The scan does not go this deep, but a damaged file may have a circle.
     if (depth > 1000) {
         return;
     }
@@ -248,7 +248,8 @@ List SourceBrowser::songs_of(Place place) {
 
 void SourceBrowser::queue(const List &list, std::vector<QueuedSong> &songs) {
     const ListPointer known = all(kind_song);
-    if (songs.empty()) { // else they may be many, and reserving for each would copy all each time
+    if (songs.empty()) { // otherwise there may be many lists, and reserving for each would copy all
+                         // songs each time
         songs.reserve(list.entries.size());
     }
     for (const Entry song : list.entries) {

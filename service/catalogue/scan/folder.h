@@ -1,4 +1,4 @@
-// A folder of music, opened below its directory.
+// Opening and listing folders of music below their directory.
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_FOLDER_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_FOLDER_H
 
@@ -22,8 +22,8 @@ using Directory = std::unique_ptr<DIR, FolderCloser>;
 // Null, and errno, if the folder cannot be opened.
 Directory open_folder(const MusicRoot &root, const std::string &path);
 
-// Gives the entries of a directory in the order of their bytes, so that the same files make the
-// same collection on every file system. If it fails, those that could be read.
+// Appends the entries of a directory in the order of their bytes, so that the same files make the
+// same catalogue on every file system. If it fails, appends those that could be read.
 std::optional<Error> list(DIR *directory, std::vector<std::string> &names);
 
 // False if the directory cannot be read.

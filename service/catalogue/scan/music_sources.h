@@ -1,4 +1,4 @@
-// The sources that there are now. Those of media roots come and go.
+// The present sources. Those of media roots come and go.
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_MUSIC_SOURCES_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_MUSIC_SOURCES_H
 
@@ -19,11 +19,11 @@ namespace vantro::service::catalogue {
 struct MusicDirectory {
     int32_t id = 0;
     std::string path;
-    std::string key; // by which the catalogue's file knows it; for a music directory its path
+    std::string key; // its name in the catalogue's file; for a music directory the path
     std::string name;
     int32_t type = 0; // VANTRO_SOURCE_*
     std::atomic<int32_t> status = 0;
-    std::atomic<bool> gone = false; // it is no source any more
+    std::atomic<bool> gone = false; // no longer a source
 };
 
 using MusicPointer = std::shared_ptr<MusicDirectory>;
@@ -52,7 +52,7 @@ class MusicSources {
         std::erase(sources_, source);
     }
 
-    // The number of a key. A key that is not known gets the next one, and keeps it.
+    // The number of a key. An unknown key gets the next number, and keeps it.
     int32_t number_of(const std::string &key) EXCLUDES(mutex_) {
         const MutexLock guard(mutex_);
         int32_t most = 0;

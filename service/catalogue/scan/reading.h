@@ -1,4 +1,4 @@
-// One folder while the scan compares it.
+// The state of one folder during its comparison.
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_READING_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_READING_H
 
@@ -19,14 +19,16 @@ struct Scan::Reading {
     const Folder &folder;
     DIR *directory = nullptr;
     KnownFolder known; // without the files and folders that have been seen
-    std::unordered_map<std::string, std::vector<std::string>> tracks = {}; // known, by their files
+    // Known tracks, by their files.
+    std::unordered_map<std::string, std::vector<std::string>> tracks = {};
     std::unordered_map<std::string, std::shared_ptr<const CueSheet>> sheets = {}; // likewise
     std::vector<Folder> folders = {};
     bool has_songs = false;
     FolderCover cover = {};
-    std::optional<Error> failure = {}; // for which some of it could not be looked at
+    // The error for which a part of the folder could not be examined.
+    std::optional<Error> failure = {};
 
-    // What is known of the file stays.
+    // Keeps the catalogue's entry of the file.
     void keep(const std::string &name) {
         known.files.erase(name);
         for (const std::string &track : tracks[name]) {

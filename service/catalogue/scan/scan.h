@@ -1,11 +1,10 @@
-// Compares a directory of music with what the catalogue knows of it, and corrects the catalogue.
+// Compares a directory of music with the catalogue, and corrects the catalogue.
 //
 // A folder is compared as a whole: the workers read new and changed files, and files that are gone
-// are removed. The scan of a whole source is this for every folder, and a reported change is this
-// for one.
+// are removed. A scan of a whole source does this for every folder, a reported change for one.
 //
 // Links to files are followed if they stay in the directory. Links to folders are not followed: the
-// folder is read where it lies, so a circle of links does no harm. A file that cannot be read is
+// folder is read at its own place, so a circle of links does no harm. A file that cannot be read is
 // left out and named in the log once; the catalogue remembers that.
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_SCAN_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_SCAN_H
@@ -51,25 +50,26 @@ class Scan {
     // an Error if the directory cannot be opened for now.
     Scan(Parts parts, int32_t source, const std::string &root);
 
-    // Compares `folder` and those folders below it that nobody watches, or, with `all`, every one.
+    // Compares `folder` and those folders below it that are not watched, or, with `all`, every
+    // folder below it.
     void read(const std::string &folder, bool all);
 
-    // Waits for all work under way, and commits it. False if the directory itself is gone or the
-    // scan was stopped: then no file was taken for deleted because it was not seen.
+    // Waits for all work in progress, and commits it. False if the directory itself is gone or the
+    // scan was stopped: then no file counted as deleted because it was not seen.
     bool finish();
 
-    // Folders of which something could not be read for now, for want of memory or descriptors or
-    // because a read failed. What is known of them stays. They should be read again.
+    // Folders of which a part could not be read for now, because memory or descriptors were short
+    // or a read failed. Their entries in the catalogue stay. They should be read again.
     struct Postponed {
-        std::set<std::string> folders; // "" is the top, with all that is below it
+        std::set<std::string> folders; // "" is the top, with everything below it
         std::optional<Error> error;    // the last one
         std::string first;             // the first file or folder, for the log
     };
     const Postponed &postponed() const { return postponed_; }
 
-    // Why the directory cannot be read, if it cannot. What is known of it stays.
+    // The error for which the directory cannot be read. Its entries in the catalogue stay.
     const std::optional<Error> &gone() const { return gone_; }
-    bool changed() const { return changed_; } // whether readers see something else than before
+    bool changed() const { return changed_; } // whether readers see a change
     const ScanProgress &counts() const { return counts_; }
 
   private:
@@ -78,7 +78,7 @@ class Scan {
         size_t depth = 0;
         bool left_out = false; // so far
     };
-    struct Reading; // one folder while it is compared
+    struct Reading; // the state of one folder during its comparison
     struct NamedEntries {
         FileName playlist;
         std::vector<std::pair<std::string, std::string>> entries; // as written, and the path

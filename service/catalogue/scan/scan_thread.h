@@ -29,7 +29,8 @@ class ScanThread {
   public:
     // Borrows the sources and the covers. `state` is the directory with the catalogue's file and
     // the covers. `reopen` returns the catalogue's file, open for writing; it is called with true
-    // if the one before seemed damaged. `prepare` is called after a scan that has changed a source.
+    // if the present file seems damaged. `prepare` is called after a scan that has changed a
+    // source.
     ScanThread(const ScanOptions &options, MusicSources &sources, const ArtworkFolder &artwork,
                std::filesystem::path state,
                std::function<std::unique_ptr<Database>(bool damaged)> reopen,
@@ -40,10 +41,10 @@ class ScanThread {
     bool started() const { return started_; }
     void stop();
     void rescan();
-    // The list of sources has changed, or one is to be scanned again.
+    // The list of sources has changed, or a source must be scanned again.
     void look_at_sources() EXCLUDES(remounted_mutex_) { watcher_.wake(); }
     void remounted(const MusicPointer &source) EXCLUDES(remounted_mutex_);
-    // How many times the catalogue's file was checked, and replaced where it was damaged.
+    // The number of times that the catalogue's file was checked, and replaced if it was damaged.
     int rebuilds() const { return rebuilds_; }
     // Reports damage. `rebuilds` is the value of rebuilds() when the reader opened the file;
     // reports about a file that was checked since are ignored.
@@ -52,14 +53,15 @@ class ScanThread {
   private:
     using Clock = std::chrono::steady_clock;
 
-    // The part of a source that a scan could not read or keep. The source counts as being scanned
-    // until that part has been read, or has been tried so often that no client should wait for it.
+    // The part of a source that a scan could not read or keep. The source's status is "scanning"
+    // until that part has been read, or has been tried so often that clients should not wait for
+    // it.
     struct Unfinished {
-        bool whole = false;            // a scan of all of it broke off
+        bool whole = false;            // a scan of the whole source stopped early
         std::set<std::string> folders; // that should be read again
         ScanProgress counts;           // of the scan that could not read them
         Clock::time_point began;
-        bool owes_report = false; // its end has not been reported
+        bool owes_report = false; // the end of the scan has not been reported
         std::string said;         // the reason that was logged last
         bool any() const { return whole || !folders.empty(); }
     };
@@ -114,7 +116,7 @@ class ScanThread {
     std::unique_ptr<Writer> writer_;
     std::unique_ptr<Workers> workers_;
     std::map<int32_t, Unfinished> unfinished_; // by source; an entry for each
-    Clock::time_point scanned_;                // when everything was looked at last
+    Clock::time_point scanned_;                // the time of the last full scan
     Clock::time_point next_try_;               // for the unfinished sources
     int tries_ = 0;                            // since something became unfinished
     bool failing_ = false;                     // the last try ended with a failure

@@ -1,4 +1,4 @@
-// Reports which folders have changed, as far as the kernel watches them.
+// Reports changed folders, as far as the kernel watches them.
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_WATCHER_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_WATCHER_H
 
@@ -18,8 +18,8 @@ using WatchedFolder = std::pair<int32_t, std::string>;
 
 struct FolderChanges {
     std::set<WatchedFolder> folders;
-    std::set<int32_t> sources; // whose own directory went or was unmounted
-    bool everything = false;   // so much happened that some changes were not reported
+    std::set<int32_t> sources; // whose directory was removed or unmounted
+    bool everything = false;   // the queue overflowed, and some changes were not reported
 };
 
 // For one thread, except wake(), which any thread may call.
@@ -30,15 +30,15 @@ class Watcher {
     Watcher(const Watcher &) = delete;
     Watcher &operator=(const Watcher &) = delete;
 
-    // Watches the folder that is open as `directory` and lies at `path`; it may be watched already.
+    // Watches the folder that is open as `directory` and is at `path`; it may be watched already.
     // False if it cannot be watched.
     bool add(const WatchedFolder &folder, const std::string &path, int directory);
-    // Watches one file that can be written under another name than the one in that folder: it has
-    // several names, or a link leads to it. A change of it counts as a change of the folder. True
-    // if it was not watched for that folder before.
+    // Watches one file that can be written under a name outside that folder: the file has several
+    // names, or a link leads to it. A change of the file counts as a change of the folder. True if
+    // it was not watched for that folder before.
     bool add_file(const WatchedFolder &folder, const std::string &path);
     bool watches(const WatchedFolder &folder) const { return numbers_.count(folder) != 0; }
-    // Ends the watches of a folder and of everything below it.
+    // Ends the watches of a folder, of everything below it, and of the files in them.
     void remove(const WatchedFolder &folder);
 
     // True if the kernel has refused a watch since begin_round(), which precedes a scan of
@@ -46,13 +46,13 @@ class Watcher {
     bool exhausted() const { return exhausted_; }
     void begin_round() { exhausted_ = false; }
 
-    // Waits for changes, and then until none has come for `settle`, so that a folder that is being
-    // filled is read once. A file that is written counts as changed when it is closed, or when
-    // nothing was written for a while, since truncate() closes nothing. Returns early after wake().
-    // A negative timeout waits for ever.
+    // Waits for changes, and then until no change has come for `settle`, so that a folder that is
+    // being filled is read once. A written file counts as changed when it is closed, or when
+    // nothing was written to it for a while, since truncate() closes nothing. Returns early after
+    // wake(). A negative timeout waits without limit.
     FolderChanges wait(std::chrono::milliseconds timeout, std::chrono::milliseconds settle);
     void wake();
-    // Waits for wake(), or that long.
+    // Waits for wake(), at most for `timeout`.
     void rest(std::chrono::milliseconds timeout) const;
 
   private:
@@ -75,10 +75,11 @@ class Watcher {
     int wake_ = -1;
     bool exhausted_ = false;
     std::map<WatchedFolder, int> numbers_;
-    // A folder that lies in two sources has one watch number and two entries here.
+    // A folder that is in two sources has one watch number and two entries here.
     std::unordered_map<int, std::vector<Watched>> folders_;
-    std::unordered_map<int, std::set<WatchedFolder>> files_; // that are watched by themselves
-    // Files that were written and not closed since, by folder and name, with the last time.
+    std::unordered_map<int, std::set<WatchedFolder>> files_; // files with their own watch
+    // Files that were written and not closed since, by folder and name, with the time of the last
+    // write.
     std::map<std::pair<WatchedFolder, std::string>, Clock::time_point> written_;
 };
 

@@ -27,20 +27,21 @@ struct Job {
     Kind kind = Kind::song;
     FileName where;
     std::shared_ptr<const MusicRoot> root;
-    std::string path;                           // below the root; of a link, where it leads
+    std::string path;                           // below the root; for a link, that of its target
     FileStamp stamp;                            // before it is read
-    std::shared_ptr<const CueSheet> sheet = {}; // beside the song
-    std::vector<std::string> known = {};        // what the catalogue has of this file so far
+    std::shared_ptr<const CueSheet> sheet = {}; // the sheet beside the song
+    std::vector<std::string> known = {};        // the catalogue's present entries of this file
 };
 
 struct Done {
     Job job;
-    // Why there is none. If the music is not the reason, and it may not pass, as with a full disk,
-    // then no result can be kept at all, and the scan ends.
+    // The reason for which there is no song. If the cause is not the music and not temporary, such
+    // as a full disk, no result can be stored at all, and the scan ends.
     std::optional<Error> failure;
     FoundSong song;
-    std::vector<FoundSong> tracks; // of a cue sheet: they take the song's place
-    std::string sheet_failure;     // why a sheet was not used; "" where it was, or there is none
+    std::vector<FoundSong> tracks; // of a cue sheet: they replace the song
+    std::string sheet_failure;     // the reason for which a sheet was not used; "" if it was, or if
+                                   // there is none
     PlaylistFile playlist;
     std::optional<Artwork> artwork;
 };
@@ -52,11 +53,11 @@ class Workers {
     Workers(const Workers &) = delete;
     Workers &operator=(const Workers &) = delete;
 
-    // False if so many jobs are under way that a result must be taken first.
+    // False if so many jobs are in progress that a result must be taken first.
     bool offer(Job &job) EXCLUDES(mutex_);
     // The next result, in the order of the offers, so that the catalogue does not depend on which
-    // file was read faster. Nothing if that result is not ready, or, with `wait`, if no job is
-    // under way.
+    // file was read faster. Nothing if that result is not ready, or, with `wait`, if no job is in
+    // progress.
     std::optional<Done> take(bool wait) EXCLUDES(mutex_);
     // Drops all jobs and results.
     void abandon() EXCLUDES(mutex_);
@@ -69,11 +70,11 @@ class Workers {
     Mutex mutex_;
     Condition jobs_changed_;
     Condition done_changed_;
-    // Jobs that were not begun, with their numbers.
+    // Jobs that have not been started, with their numbers.
     std::deque<std::pair<uint64_t, Job>> jobs_ GUARDED_BY(mutex_);
-    // One for each job that is under way.
+    // One for each job in progress.
     std::deque<std::optional<Done>> results_ GUARDED_BY(mutex_);
-    uint64_t first_ GUARDED_BY(mutex_) = 0; // the number of the first of them
+    uint64_t first_ GUARDED_BY(mutex_) = 0; // the number of the first result
     size_t running_ GUARDED_BY(mutex_) = 0;
     bool ending_ GUARDED_BY(mutex_) = false;
     std::vector<std::thread> threads_;

@@ -19,7 +19,7 @@ namespace {
 // Bytes of a name that count for its order. Names that agree so far need no order.
 constexpr size_t ordered_bytes_max = 400;
 
-// Throws, since a key that was made without memory would be kept and order names wrongly.
+// Throws, since an incomplete key would be stored and order names wrongly.
 void check(UErrorCode error, const char *purpose) {
     if (error == U_MEMORY_ALLOCATION_ERROR) {
         throw std::bad_alloc();

@@ -1,4 +1,4 @@
-// How names are ordered, and when two names are the same.
+// The order of names, and which names count as the same.
 #ifndef VANTRO_SERVICE_CATALOGUE_TEXT_COLLATION_H
 #define VANTRO_SERVICE_CATALOGUE_TEXT_COLLATION_H
 
@@ -13,12 +13,13 @@ namespace vantro::service::catalogue {
 std::string sort_key(std::string_view name);
 inline constexpr size_t sort_key_max = 1024;
 
-// The same text for names that people take for the same: case, the composition of accents and
-// blanks around a name make no difference.
+// Equal texts for names that people consider the same: case, the composition of accents and blanks
+// around a name make no difference.
 std::string folded(std::string_view name);
 
-// Loads the tables that sort_key() and folded() need, so that no later call fails for want of them.
-// Throws an Error if they cannot be loaded. Both functions throw std::bad_alloc for want of memory.
+// Loads the tables that sort_key() and folded() need, so that no later call fails for lack of them.
+// Throws an Error if they cannot be loaded. Both functions throw std::bad_alloc if there is no
+// memory.
 void set_up_collation();
 
 } // namespace vantro::service::catalogue

@@ -8,7 +8,7 @@
 
 namespace vantro::service::catalogue {
 
-// What nodes are, in the catalogue's file and as the first letter of their ids.
+// Kinds of nodes, in the catalogue's file and as the first letter of their ids.
 enum Kind : char {
     kind_none = 0, // not stored
     kind_artist = 'a',
@@ -18,8 +18,8 @@ enum Kind : char {
     kind_playlist = 'p',
     kind_song = 's',
     kind_year = 'y', // its key is the year itself
-    // Never shown. They hold songs without artist or album, so that every song lies in an album of
-    // an artist.
+    // Never shown. Nodes of these kinds hold songs without artist or album, so that every song is
+    // in an album of an artist.
     kind_no_artist = 'A',
     kind_no_album = 'B'
 };
@@ -27,7 +27,7 @@ enum Kind : char {
 // 64 bits of SHA-256 over `kind`, `salt` and `identity`.
 int64_t key_of(Kind kind, std::string_view identity, int salt = 0);
 
-// The id of a node. It uses no heap, since long lists need many.
+// The id of a node. It uses no heap memory, since long lists need many ids.
 class NodeId {
   public:
     NodeId(Kind kind, int64_t key);
@@ -42,7 +42,7 @@ struct NodeRef {
     Kind kind = kind_none;
     int64_t key = 0;
 };
-// Nothing for a text that is no NodeId.
+// Nothing if the text is not a NodeId.
 std::optional<NodeRef> parse_node_id(std::string_view id);
 
 } // namespace vantro::service::catalogue

@@ -29,7 +29,7 @@ const icu::Normalizer2 *decomposition_tables() {
     return tables;
 }
 
-// The folded text with its accents as characters of their own.
+// The folded text with its accents as separate characters.
 icu::UnicodeString decomposed(std::string_view text) {
     static const icu::Normalizer2 *const tables = decomposition_tables();
     UErrorCode error = U_ZERO_ERROR;

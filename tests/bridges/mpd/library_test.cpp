@@ -1,5 +1,5 @@
-// vantro-mpd as a program on the protocol's own C library sees it: what that library refuses to
-// parse, other tests would not notice.
+// vantro-mpd as a program that uses libmpdclient sees it. Other tests would not notice what that
+// library refuses to parse.
 #include "tests/bridges/mpd/bridge_process.h"
 
 #ifdef VANTRO_HAVE_LIBMPDCLIENT

@@ -15,7 +15,8 @@ namespace {
 std::string pattern(size_t length) {
     std::string text(length, '\0');
     for (size_t i = 0; i < length; ++i) {
-        text[i] = static_cast<char>(i * 7 + i / 251 + length); // no other length's
+        // Differs from the text of any other length.
+        text[i] = static_cast<char>(i * 7 + i / 251 + length);
     }
     return text;
 }
@@ -270,7 +271,7 @@ TEST(Exchange, ASignalGivesUpOneExchangeAndNoMore) {
                 late = message.receive_id;
                 quiet = true;
             } else {
-                // The answer to the abandoned exchange comes to nobody.
+                // The answer to the abandoned exchange reaches no caller.
                 ipc_reply(late.exchange(0), 99, "wrong", 5);
                 echo(message);
             }

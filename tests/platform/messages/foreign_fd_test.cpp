@@ -123,7 +123,7 @@ TEST(ForeignDescriptor, ThatIsSlowToCloseHoldsUpNobody) {
                     id = gettid();
                     ipc_lend_closing_thread(channel);
                 });
-                while (id == 0 || !sleeps(id)) { // it lends itself by then
+                while (id == 0 || !sleeps(id)) { // by then it is waiting
                     std::this_thread::yield();
                 }
             }

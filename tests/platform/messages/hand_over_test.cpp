@@ -1,5 +1,5 @@
-// Channels that hand over: who serves whom, and where threads run. The other tests of this folder
-// run once more on such channels.
+// Channels that hand over: which thread serves which client, and where threads run. The other tests
+// of this folder run once more on such channels.
 #include <sys/wait.h>
 
 #include <condition_variable>
@@ -61,7 +61,7 @@ TEST_F(HandOver, ServesAClientWhereItRuns) {
             ASSERT_EQ(ipc_send_simple(connection, "", 0, &served, sizeof served), 0);
             there += served == processor;
         }
-        EXPECT_GT(there, times / 2) << processor; // else that thread was still on its way back
+        EXPECT_GT(there, times / 2) << processor; // otherwise that thread had not yet returned
     }
     sched_setaffinity(0, sizeof before, &before);
     global_name_close(connection);

@@ -43,7 +43,7 @@ constexpr uint32_t in_file = platform::frame_memory_file;
 const struct Misdeed {
     const char *name;
     std::string packet;
-    UniqueFd (*descriptor)(int lane) = nullptr; // what comes along
+    UniqueFd (*descriptor)(int lane) = nullptr; // what is sent with it
     enum { on_lane, on_lane_until_refused, on_control } where = on_lane;
 } misdeeds[] = {
     {"a packet shorter than a frame", "short"},
@@ -140,7 +140,8 @@ TEST(Misconduct, RequestsForPulsesAreBounded) {
         EXPECT_TRUE(request_pulses(77)); // and so there is room
     }
     const int good = connect_to_test();
-    while (open_descriptors() > before + 4) { // until the server has seen the other one go
+    // Until the server has noticed that the other one is gone.
+    while (open_descriptors() > before + 4) {
         ASSERT_TRUE(is_served(good));
     }
     global_name_close(good);
@@ -199,7 +200,7 @@ TEST(Misconduct, SilentConnectionsAndExhaustedDescriptorsDelayNobody) {
         global_name_close(connection);
     }
     int later = -1;
-    while ((later = connect_to_test()) < 0) { // until the server has let the others go
+    while ((later = connect_to_test()) < 0) { // until the server has closed the others
         ASSERT_EQ(errno, EAGAIN);
     }
     EXPECT_TRUE(is_served(later));
@@ -382,7 +383,8 @@ TEST(Misconduct, OneServerCannotSilenceAnother) {
         std::thread rogue(serve_pulses_badly, listening.get(), misdeed);
         const int connection = global_name_open("csm/rogue/default", 0);
         EXPECT_EQ(ipc_announce_pulse(connection, number), 0);
-        for (int value = 1; value <= 4; ++value) { // more than misdeeds wait to be noticed
+        // More than the number of violations that can wait to be noticed.
+        for (int value = 1; value <= 4; ++value) {
             const struct ipc_event event = {IPC_EVENT_PULSE, number, value, 3, 10};
             const bool servers = value % 2 != 0;
             EXPECT_EQ(

@@ -84,7 +84,7 @@ TEST(Pulse, EventsReachTheClientThatAnnouncedThemAndNoOther) {
     EXPECT_EQ(errno, EINVAL);
     global_name_close(connection);
     while (deliver(last) == 0) {
-        std::this_thread::yield(); // until the server has seen it go
+        std::this_thread::yield(); // until the server has noticed that it is gone
     }
     EXPECT_EQ(errno, ESRCH);
     global_name_close(other);
@@ -110,7 +110,7 @@ TEST(Pulse, EventsThatFindNoRoomFollowLater) {
     struct ipc_event event = {IPC_EVENT_PULSE, number, 0, 3, 10};
     while (ipc_check_event(last_id, &event) == 0) {
         ASSERT_EQ(ipc_deliver_event(last_id, &event), 0);
-        if (event.value++ == 1000) { // another end, and what waits goes there
+        if (event.value++ == 1000) { // a new end, which gets the waiting pulses
             ASSERT_EQ(ipc_announce_pulse(connection, number), 0);
         }
     }

@@ -59,7 +59,7 @@ class Reader {
     }
     Reader(const Reader &) = delete;
 
-    // The next text; empty if there is none, for good if `error` is set.
+    // The next text; empty if there is none, permanently if `error` is set.
     std::string read() {
         const ssize_t length = platform_read(descriptor, buffer_.data(), OBJECT_CHANGE_MAX);
         error = length < 0 ? errno : 0;

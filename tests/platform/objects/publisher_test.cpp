@@ -1,4 +1,4 @@
-// Publishers that die, come back and leave, and many readers, as processes and threads.
+// Publishers that die, start again and end, and many readers, as processes and threads.
 #include <sys/mman.h>
 
 #include <random>
@@ -24,7 +24,7 @@ bool follow_numbers(Reader &reader, uint64_t &last) {
         return false;
     }
     if (!reader.objects.contains("o")) {
-        return true; // another object's
+        return true; // it belongs to another object
     }
     const std::string &value = reader.objects["o"]["n"];
     const uint64_t n = std::strtoull(value.c_str(), nullptr, 10);
@@ -151,7 +151,7 @@ TEST(Publisher, WhoseDeathWakesThoseWhoWait) {
     }
 }
 
-// A child that outlives the publisher must not hold its place, nor speak for it.
+// A child that outlives the publisher must not block its place, and must not publish for it.
 TEST(Publisher, IsNotTheChildsAfterFork) {
     const RuntimeDirectory runtime;
     const WakeSignals signals;

@@ -1,4 +1,4 @@
-// Names and paths: who holds one, who finds it, and who may open it.
+// Names and paths: who owns one, who finds it, and who may open it.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -96,7 +96,7 @@ TEST(Names, AnUnsafeRuntimeDirectoryIsNotTrusted) {
     global_name_close(connection);
 }
 
-// Folders, dead names and rings that a user's service left do not hide a service of the system.
+// Folders, unused names and rings that a user's service left do not hide a system service.
 TEST(Names, EachNameIsLookedUpInBothDirectories) {
     const std::string name = "csm/test/" + std::to_string(getpid());
     const int channel = channel_create(0);

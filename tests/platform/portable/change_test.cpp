@@ -15,7 +15,7 @@
 namespace vantro::test {
 namespace {
 
-// One line a result: the result, and what it names.
+// One line for each result: the result, and what it names.
 std::string parsed(std::string text, const char *object = nullptr,
                    const char *attribute = nullptr) {
     std::string said;

@@ -1,5 +1,5 @@
 // What vantrod publishes, as an application on the library sees it: the service is a process of its
-// own, on files made on the spot.
+// own, with files made by the test.
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -29,7 +29,7 @@ struct Follower {
     Follower &operator=(const Follower &) = delete;
 
     static void note(Picture &picture, const VantroEvent &event) {
-        const std::string text = events::told(&event).substr(2); // after its type
+        const std::string text = events::told(&event).substr(2); // the text after the type
         picture[event.object_name] = text.substr(
             0, std::min(text.find(" was "), std::min(text.find(" {"), text.find(" error "))));
     }
@@ -40,7 +40,7 @@ struct Follower {
         if (event && event->object_name && event->type != VANTRO_EVENT_MEDIASOURCE) {
             note(seen, *event);
         }
-        if (event && event->state == VANTRO_STATE_IDLE) { // whose ends are no events
+        if (event && event->state == VANTRO_STATE_IDLE) { // the ends of waits are no events
             for (const char *object : {"trksession", "track", "status"}) {
                 seen.erase(object);
             }

@@ -41,7 +41,7 @@ TEST_F(Serving, AnswersEveryCommandToTheByte) {
                   bytes(static_cast<int>(node.size()), static_cast<int>(record.size())) + node +
                   record);
 
-    // A player is shared by whoever has it open, and by nobody else.
+    // A player is shared by all clients that have it open, and by no others.
     EXPECT_EQ(one.result(request(VANTRO_COMMAND_SET_PLAYBACK_RATE, bytes(2.0f))), 0);
     EXPECT_EQ(one.result(request(VANTRO_COMMAND_SHUFFLE, bytes(1))), 0);
     EXPECT_EQ(one.result(request(VANTRO_COMMAND_SHUFFLE, bytes(0))), 0);
@@ -266,7 +266,7 @@ TEST_F(Serving, KeepsOnePlayerAConnection) {
     EXPECT_EQ(first->result(open_main), 0);
     EXPECT_EQ(first->result(open_kitchen), EBUSY);
     first.reset();
-    const Client second; // has the place of the first, and nothing open
+    const Client second; // has the number of the first client, and nothing open
     EXPECT_EQ(second.result(state), ENOTCONN);
 }
 

@@ -67,7 +67,7 @@ TEST(UserLimits, OfOneUserOfAllAndOfThoseWithTheReserve) {
     }
 }
 
-// Once until the user holds nothing of the service any more, as with every limit.
+// Logged once until the user holds nothing of the service any more, as with every limit.
 TEST(UserLimits, SessionsThatAPlayerRefusesAreToldOnce) {
     const std::pair<uint32_t, const char *> rows[] = {{first_user, "(12 for one user, 14 for all)"},
                                                       {0, "(16 for one user, 16 for all)"}};

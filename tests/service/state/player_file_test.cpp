@@ -1,4 +1,5 @@
-// The files in which a player is kept: what was written is read back, and anything else is refused.
+// The files in which a player is saved: what was written is read back, and anything else is
+// refused.
 #include <numeric>
 
 #include <gtest/gtest.h>
@@ -22,7 +23,7 @@ KeptPlayer a_player() {
     return player;
 }
 
-// The text with something else in place of the first match, and the sum that then belongs to it.
+// The text with the first match replaced, and with the checksum of the new text.
 std::string changed(std::string text, const std::string &pattern, const std::string &by) {
     text.replace(text.find(pattern), pattern.size(), by);
     text.resize(text.rfind("sum "));
@@ -46,7 +47,7 @@ TEST(PlayerFile, WhatWasWrittenComesBack) {
     player.saved.modes.state = VANTRO_STATE_STOPPED;
     EXPECT_TRUE(read_position(write_position(player), *back));
     EXPECT_EQ(write_session(*back), write_session(player));
-    player.edition = 78; // another session's: it says nothing of this one
+    player.edition = 78; // another session's: it does not apply to this one
     player.saved.place = 0;
     EXPECT_TRUE(read_position(write_position(player), *back));
     EXPECT_EQ(back->saved.place, 2);

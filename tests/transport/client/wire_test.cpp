@@ -1,4 +1,5 @@
-// The bytes of every message, both ways, and a server's answers to bytes that are no message.
+// The bytes of every message in both directions, and a server's answers to bytes that are no
+// message.
 #include <cstring>
 #include <functional>
 #include <future>
@@ -70,7 +71,7 @@ TEST(Wire, WhatTheClientSends) {
     path_dispatch_destroy(dispatch);
 }
 
-// The server half against raw bytes, in one conversation: each row builds on those before it.
+// The server half against raw bytes, in one conversation: each row depends on the rows before it.
 TEST(Wire, WhatTheServerAnswers) {
     Server server(MSGSERVER_FLAG_NOCHECK, 2048, 16);
     ASSERT_EQ(server.add("alpha"), 0);

@@ -1,4 +1,4 @@
-// What is held for one user, whatever the number of opens, and the reserve of user 0.
+// What is held for one user, with any number of opens, and the reserve of user 0.
 #include <sched.h>
 #include <sys/mount.h>
 

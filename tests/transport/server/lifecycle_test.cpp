@@ -173,7 +173,7 @@ TEST_P(Lifecycle, IndicesThatRunOut) {
     EXPECT_EQ(server.records(), 32); // one connection's share
 
     SlotArray &opens = *server.service()->opens;
-    server.locked([&] { // as if others had taken all the rest but one
+    server.locked([&] { // as if others held all records but one
         opens.slots = static_cast<void **>(realloc(opens.slots, 32768 * sizeof(void *)));
         opens.slot_count = 32768;
         for (int i = 32; i < 32768; i++) {

@@ -16,7 +16,7 @@ TEST(Setup, Create) {
         EXPECT_EQ(server->grantor_fd, -1);
     }
     errno = 0;
-    EXPECT_EQ(msgserver_create(1024, 1, 0), nullptr); // nobody serves the grantor device here
+    EXPECT_EQ(msgserver_create(1024, 1, 0), nullptr); // no process serves the grantor device here
     EXPECT_EQ(errno, EPERM);
 }
 

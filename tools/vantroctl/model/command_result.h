@@ -21,11 +21,11 @@ struct CommandResult {
     std::optional<bool> muted = std::nullopt;
     std::optional<int32_t> index = std::nullopt;     // Of a track, from 0.
     std::optional<int64_t> session = std::nullopt;   // Id of a new track session.
-    std::optional<TrackStatus> track = std::nullopt; // What plays now, if the verb changes it.
+    std::optional<TrackStatus> track = std::nullopt; // The current track, if the verb changes it.
     std::optional<SessionStatus> tracks = std::nullopt;
     std::optional<int32_t> saved = std::nullopt; // Tracks of a playlist.
-    std::optional<int64_t> found = std::nullopt; // Songs, where words were searched for.
-    std::optional<bool> scanning = std::nullopt; // Whether songs may be missing from it.
+    std::optional<int64_t> found = std::nullopt; // Songs found, if the command searched for words.
+    std::optional<bool> scanning = std::nullopt; // Whether songs may be missing, since a scan runs.
 };
 
 } // namespace vantro::ctl

@@ -13,24 +13,24 @@ namespace vantro::ctl {
 struct Identity {
     int32_t pid = 0;
     uint32_t uid = 0;
-    std::string user; // Its name here; "" if it has none.
+    std::string user; // The user's name on this machine; "" if it has none.
     uint32_t gid = 0;
     std::string group;
-    std::vector<uint32_t> groups; // Supplementary groups, as far as the service knows them.
-    std::vector<std::string> capabilities; // None where permission bits decide.
+    std::vector<uint32_t> groups;          // Supplementary groups, as many as the service reports.
+    std::vector<std::string> capabilities; // Empty if permission bits decide.
     int32_t service_pid = 0;
     std::string version; // Of the service.
 };
 
-// One thing that was looked at.
+// The result of one check.
 struct Finding {
     enum class Kind { good, note, bad };
 
     Kind kind = Kind::good;
     std::string subject; // One word.
     std::string text;
-    std::string fix = {};            // What to do about it; "" where nothing need be done.
-    Outcome outcome = Outcome::done; // What it ends the run with.
+    std::string fix = {};            // The remedy; "" if none is needed.
+    Outcome outcome = Outcome::done; // The exit code that it causes.
 };
 
 inline const char *kind_name(Finding::Kind kind) {

@@ -37,10 +37,10 @@ struct Node {
     std::vector<Node> nodes = {}; // The nodes below it, if they were asked for.
 };
 
-// What is known of a node: a key, and its value if it has one.
+// The metadata of a node: each key, and its value if it has one.
 using Values = std::vector<std::pair<std::string, std::optional<std::string>>>;
 
-// Where a node is.
+// The place of a node: its source and its id.
 struct Place {
     int32_t source = 0;
     std::string id;

@@ -22,17 +22,17 @@ struct PlayerEvent {
         position,
         source,
         error,
-        object,  // A change of an object that is none of the above.
-        gone,    // The service is gone. `back` follows once it is there again.
-        waiting, // It is not back yet, for a reason that was not reported before.
-        back     // The service is there again. The full picture follows.
+        object,  // A change of another object.
+        gone,    // The service is gone. `back` follows when it returns.
+        waiting, // The service is not back yet, for a reason not reported before.
+        back     // The service has returned. The complete state follows.
     };
 
     Kind kind = Kind::object;
     std::string player = {};
-    bool initial = false; // Part of the full picture, and no change.
+    bool initial = false; // Part of the complete state, and not a change.
     std::chrono::system_clock::time_point time = std::chrono::system_clock::now();
-    std::chrono::steady_clock::time_point at = std::chrono::steady_clock::now(); // The same.
+    std::chrono::steady_clock::time_point at = std::chrono::steady_clock::now(); // The same time.
 
     // A member is set only for the kinds named beside it.
     PlayerModes modes = {};                    // state, error
@@ -41,8 +41,8 @@ struct PlayerEvent {
     std::optional<TrackStatus> track = {};     // track; none: the player has none
     int32_t position_ms = 0;                   // position
     Source source = {};                        // source
-    bool source_gone = false;                  // source: it is gone
-    int32_t code = 0;                          // error: as the service numbers it
+    bool source_gone = false;                  // source: the source is gone
+    int32_t code = 0;                          // error: the service's number
     std::string object = {};                   // object: its name
     std::vector<std::pair<std::string, std::string>> attributes = {}; // object: what changed
     std::string reason = {};                                          // waiting

@@ -1,4 +1,4 @@
-// What a player is doing.
+// The status of a player.
 #ifndef VANTRO_TOOLS_VANTROCTL_MODEL_PLAYER_STATUS_H
 #define VANTRO_TOOLS_VANTROCTL_MODEL_PLAYER_STATUS_H
 
@@ -31,7 +31,7 @@ struct SessionStatus {
     int32_t length = 0; // Tracks in it.
 };
 
-// How a player plays, as the service numbers it.
+// State and modes of a player, by the service's numbers.
 struct PlayerModes {
     int32_t state = 0;
     float rate = 0;
@@ -42,7 +42,7 @@ struct PlayerModes {
 };
 
 struct Volume {
-    int32_t level = 0; // Of 100.
+    int32_t level = 0; // 0 to 100.
     bool muted = false;
 };
 
@@ -51,7 +51,7 @@ struct PlayerStatus : PlayerModes {
     int32_t position_ms = 0;
     std::optional<TrackStatus> track;
     std::optional<SessionStatus> session;
-    std::optional<Volume> volume = {}; // Where the service knows it.
+    std::optional<Volume> volume = {}; // Empty if the service has no volume.
 };
 
 } // namespace vantro::ctl

@@ -44,7 +44,7 @@ std::string painted(Ink ink, std::string_view lines, int descriptor) {
         return std::string(lines);
     }
     std::string text;
-    while (!lines.empty()) { // Each line by itself, since a pager may show any of them first.
+    while (!lines.empty()) { // Each line separately, since a pager may show any line first.
         const size_t end = std::min(lines.find('\n'), lines.size());
         text.append(start_of(ink)).append(lines.substr(0, end)).append(end_of_ink);
         text += lines.substr(end, 1);

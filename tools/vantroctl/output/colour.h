@@ -1,4 +1,4 @@
-// Colours, used soberly: what plays is bold, what is wrong is red.
+// Colours: the current track is bold, errors are red.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_COLOUR_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_COLOUR_H
 
@@ -22,11 +22,11 @@ void set_colour_mode(ColourMode mode);
 
 enum class Ink { plain, playing, wrong };
 
-// Whole lines, or a part of one, in that ink; as they are if there are no colours.
+// Whole lines, or a part of one, in that ink; unchanged if colours are off.
 // @param descriptor that they are written to.
 std::string painted(Ink ink, std::string_view lines, int descriptor = 1);
 
-// The text without its colours, to be measured.
+// The text without colours, for measuring its width.
 std::string unpainted(std::string_view text);
 
 } // namespace vantro::ctl

@@ -9,7 +9,7 @@
 namespace vantro::ctl {
 namespace {
 
-// 0 stands for what is not known.
+// 0 means unknown.
 std::string known(int64_t number) {
     return number > 0 ? fmt::format("{}", number) : "";
 }

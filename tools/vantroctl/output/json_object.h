@@ -1,4 +1,4 @@
-// Writing an object of JSON, and those that several outputs have in common.
+// Writing JSON objects, and the objects that several outputs share.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_JSON_OBJECT_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_JSON_OBJECT_H
 
@@ -18,8 +18,8 @@
 
 namespace vantro::ctl {
 
-// Open from the start; keys and values alternate. Bytes that are not UTF-8 become U+FFFD, and what
-// a terminal must not see is escaped.
+// The constructor opens the object; keys and values alternate. Bytes that are not UTF-8 become
+// U+FFFD, and characters that a terminal could obey are escaped.
 class JsonObject {
   public:
     JsonObject() : writer_(buffer_) { writer_.StartObject(); }
@@ -75,7 +75,7 @@ class JsonObject {
         return *this;
     }
 
-    // A member that is a list: `add` is called for each item, within an object of its own.
+    // A member that is a list of objects: `add` is called inside a new object for each item.
     template <class Items, class Add>
     JsonObject &objects(const char *name, const Items &items, Add add) {
         writer_.Key(name);
@@ -107,7 +107,7 @@ class JsonObject {
         return *this;
     }
 
-    // Closes the object. @return it, as a line. Call it once.
+    // Closes the object. @return the object as a line. Call it once.
     std::string line() {
         writer_.EndObject();
         return escape_unsafe({buffer_.GetString(), buffer_.GetSize()}) + '\n';

@@ -20,7 +20,7 @@
 namespace vantro::ctl {
 namespace {
 
-// A shell's exit code for a program that is not there.
+// A shell's exit code for a program that does not exist.
 constexpr int exit_no_program = 127;
 
 constexpr const char *default_pager =

@@ -1,5 +1,5 @@
-// Writes long lists: straight to standard output as they come; on a terminal, through $PAGER if
-// they are longer than the screen.
+// Writes long lists: to standard output as they arrive; on a terminal, through $PAGER if they are
+// longer than the screen.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_PAGER_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_PAGER_H
 
@@ -13,7 +13,7 @@ namespace vantro::ctl {
 // A process has one at a time.
 class Pager {
   public:
-    // @param allowed false for never more than standard output.
+    // @param allowed false: always write to standard output, without a pager.
     explicit Pager(bool allowed);
     ~Pager();
     Pager(const Pager &) = delete;
@@ -35,7 +35,7 @@ class Pager {
     std::string held_; // Lines that may fit on the screen, if no pager is needed.
     int rows_ = 0;     // Rows that they take.
     std::FILE *pipe_ = nullptr;
-    bool direct_ = true; // Nothing is held back.
+    bool direct_ = true; // Lines are written at once.
     bool wanted_ = true;
 };
 

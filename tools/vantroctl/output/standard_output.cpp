@@ -68,7 +68,8 @@ void complain(std::string_view text) {
 }
 
 bool output_is_terminal() {
-    static const bool is_terminal = isatty(STDOUT_FILENO) != 0; // asked for each line of a list
+    // Cached: used for each line of a list.
+    static const bool is_terminal = isatty(STDOUT_FILENO) != 0;
     return is_terminal;
 }
 

@@ -7,9 +7,8 @@
 
 namespace vantro::ctl {
 
-// Makes sure that descriptors 0 to 2 are taken, so that nothing opened later becomes standard
-// output by accident, and that a closed pipe is an error instead of ending the process. Call it
-// first.
+// Ensures that descriptors 0 to 2 are in use, so that no file opened later becomes standard output
+// by accident, and that a closed pipe causes an error instead of ending the process. Call it first.
 void prepare_output();
 
 // Writes all of it. @return false, with errno, if not all went out.
@@ -24,13 +23,13 @@ void complain(std::string_view text);
 
 bool output_is_terminal();
 
-// The terminal's width, or else that in COLUMNS, or else 80.
+// The terminal's width, else the value of COLUMNS, else 80.
 int output_columns();
 
-// The same; nothing if standard output is no terminal.
+// The same; nothing if standard output is not a terminal.
 std::optional<int> terminal_columns();
 
-// The terminal's height, or else that in LINES, or else 24.
+// The terminal's height, else the value of LINES, else 24.
 int output_rows();
 
 } // namespace vantro::ctl

@@ -15,7 +15,7 @@
 namespace vantro::ctl {
 namespace {
 
-// A wider bar would show no more, and its ends would be far apart.
+// A wider bar would show no more detail, and its ends would be far apart.
 constexpr int bar_columns_max = 80;
 // A bar of fewer cells shows nothing.
 constexpr int bar_cells_min = 4;

@@ -20,12 +20,12 @@ constexpr char give_back_sequence[] = "\x1B[?25h\x1B[?1049l";
 // How long restore() waits for room in the terminal's output.
 constexpr int room_wait_ms = 100;
 
-// Plain data, because a signal handler may have to give the terminal back.
+// Plain data, because a signal handler may have to restore the terminal.
 volatile std::sig_atomic_t is_taken = 0;
 bool keys_known = false;
 termios keys_before;
 
-// Does nothing but system calls.
+// Safe in a signal handler: makes system calls only.
 void restore() {
     if (!is_taken) {
         return;

@@ -1,11 +1,11 @@
-// The terminal, taken over for drawing a screen and given back as it was.
+// Takes over the terminal for drawing a screen, and restores it.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_TERMINAL_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_TERMINAL_H
 
 namespace vantro::ctl {
 
-// While it is taken it shows another screen, without a cursor, and each key arrives at once and is
-// not echoed. exit() and abort() give it back too. One a process.
+// While it is taken, the terminal shows its alternate screen, without a cursor, and each key
+// arrives at once and is not echoed. exit() and abort() restore it too. One object a process.
 class Terminal {
   public:
     Terminal();
@@ -13,7 +13,7 @@ class Terminal {
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
 
-    // Takes it, or takes it again after other programs have used it; the screen is then empty.
+    // Takes the terminal, also again after other programs have used it; the screen is then empty.
     void take();
     void give_back();
 

@@ -16,7 +16,8 @@ constexpr int pause_ms_max = 1000;
 
 constexpr uint32_t appearing = IN_CREATE | IN_MOVED_TO | IN_ATTRIB | IN_ONLYDIR;
 
-// Whether an event concerns something on the way to a service. Most do not, for example in /run.
+// Whether an event concerns a part of the path to a service. Most events do not, for example in
+// /run.
 bool concerns(const inotify_event &event) {
     if (event.len == 0) {
         return (event.mask & IN_Q_OVERFLOW) != 0;
@@ -37,7 +38,7 @@ std::vector<RuntimeRoot> runtime_roots() {
     std::vector<RuntimeRoot> roots;
     const char *const own = secure_getenv("XDG_RUNTIME_DIR");
     struct stat status = {};
-    // A directory that others may write is not trusted.
+    // A directory that other users may write is not trusted.
     if (own && own[0] == '/' && stat(own, &status) == 0 && status.st_uid == geteuid() &&
         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0) {
         roots.push_back({own, true});
@@ -72,7 +73,7 @@ void Arrival::prepare() {
         return;
     }
     if (take_events()) {
-        pause_ms_ = 0; // So that some looks in a row follow.
+        pause_ms_ = 0; // Starts a row of looks.
     }
     // From the top down, so that a directory that appears meanwhile is noticed by its parent.
     for (const RuntimeRoot &root : runtime_roots()) {

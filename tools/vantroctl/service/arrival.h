@@ -1,4 +1,4 @@
-// When to look for a service that is not there.
+// When to look for a service that does not run.
 #ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_ARRIVAL_H
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_ARRIVAL_H
 
@@ -7,9 +7,9 @@
 
 namespace vantro::ctl {
 
-// The directories that a service of this user, or of the machine, may be found below.
+// The directories below which a service of this user, or of the machine, may be found.
 struct RuntimeRoot {
-    std::string parent; // "/run", or what $XDG_RUNTIME_DIR names.
+    std::string parent; // "/run", or the directory of $XDG_RUNTIME_DIR.
     bool of_user = false;
 };
 
@@ -19,10 +19,10 @@ std::vector<RuntimeRoot> runtime_roots();
 // A service's path and its global name, below "vantro" of a root.
 extern const char *const service_places[2];
 
-// It watches the directories in which a service appears, and says when a look is worth it. Right
-// after a change it asks for some looks in a row, since the service may not answer yet; then it
-// waits for the next change. If the host has no watch left, or the look failed although a service
-// is there, it asks for a look once a second.
+// Watches the directories in which a service appears, and says when to look for it. Right after a
+// change it asks for some looks in a row, since the service may not answer yet; then it waits for
+// the next change. If the kernel has no watch left, or a look failed although a service runs, it
+// asks for a look once a second.
 //
 //     Arrival arrival;
 //     for (arrival.prepare(); !look(); arrival.prepare()) {
@@ -39,8 +39,7 @@ class Arrival {
     // Call it before each look: changes from then on are not missed.
     void prepare();
 
-    // The look found no service. @param absent false if something else than its absence is the
-    // reason.
+    // The look failed. @param absent whether the reason is that no service runs.
     void failed(bool absent);
 
     // Readable after a change; -1 if changes cannot be watched.

@@ -11,7 +11,7 @@ namespace vantro::ctl {
 namespace {
 
 void print_line(uint32_t, int, const char *line, void *) {
-    // The line may quote what a service has published.
+    // The line may contain text that a service has published.
     std::fprintf(stderr, "%s\n", clean_text(line).c_str());
 }
 

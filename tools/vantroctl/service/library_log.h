@@ -3,8 +3,8 @@
 
 namespace vantro::ctl {
 
-// Takes the library's log for the rest of the run: the tool itself says why a call failed.
-// @param aloud whether it goes to standard error.
+// Receives the library's log for the rest of the run: the tool itself reports failed calls.
+// @param aloud whether to print the log on standard error.
 void listen_to_library(bool aloud);
 
 } // namespace vantro::ctl

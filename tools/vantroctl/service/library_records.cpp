@@ -8,7 +8,7 @@
 namespace vantro::ctl {
 namespace {
 
-// A change for which there is no kind.
+// A change of an object without a kind.
 void set_object(PlayerEvent &event, const VantroEvent &record) {
     event.kind = PlayerEvent::Kind::object;
     event.object = record.object_name;

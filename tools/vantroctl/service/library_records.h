@@ -23,8 +23,8 @@ TrackStatus track_of(int32_t index, const MediaNode *node, const Metadata *metad
 
 Source source_of(const MediaSource &record);
 
-// The event, without the player's name. A change of the state object that changes no mode gives an
-// event whose previous modes are the same.
+// The event, without the player's name. If a change of the state object changes no mode, the
+// event's previous modes are the same.
 // @return nothing if nothing is new.
 std::optional<PlayerEvent> player_event_of(const VantroEvent &record);
 

@@ -1,4 +1,4 @@
-// What the tool says if the service refuses.
+// Messages for requests that the service refuses.
 #ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_REFUSAL_H
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_REFUSAL_H
 
@@ -10,11 +10,11 @@
 
 namespace vantro::ctl {
 
-// For reasons that mean the same whatever was asked for: the service lacks something, or does not
-// know the request. Nothing for other reasons.
+// For reasons that mean the same for every request: the service lacks a resource, or does not know
+// the request. Nothing for other reasons.
 std::optional<Failure> trouble_of_service(const std::string &verb, int32_t reason);
 
-// The failure for any reason, if the verb has no better words.
+// The failure for any reason, if the verb has no more specific message.
 // @param reason an error number, or another number but 0, as Client::ask() returns it.
 Failure refusal(const std::string &verb, int32_t reason);
 

@@ -17,7 +17,7 @@ constexpr UChar32 soft_hyphen = 0xAD;
 
 struct Character {
     UChar32 code;  // U+FFFD if the bytes are not UTF-8.
-    size_t length; // Bytes it takes in the text, at least 1.
+    size_t length; // Its bytes in the text, at least 1.
     bool valid;
 };
 
@@ -57,7 +57,7 @@ int width_of(UChar32 code) {
     }
     const int syllable = u_getIntPropertyValue(code, UCHAR_HANGUL_SYLLABLE_TYPE);
     if (syllable == U_HST_VOWEL_JAMO || syllable == U_HST_TRAILING_JAMO) {
-        return 0; // It joins the consonant before it.
+        return 0; // Joins the consonant before it.
     }
     const int width = u_getIntPropertyValue(code, UCHAR_EAST_ASIAN_WIDTH);
     return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;

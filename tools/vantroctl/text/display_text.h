@@ -1,8 +1,8 @@
-// Text from elsewhere, fit for a terminal.
+// Makes foreign text safe and fit for a terminal.
 //
-// Tags and names come from files that anybody may have written. On a terminal a control character
-// in them moves the cursor, changes the title or the direction of writing; in a JSON text a broken
-// sequence makes the whole unreadable. And a line fits a terminal by columns, not by bytes.
+// Tags and names come from files of unknown origin. On a terminal a control character in them moves
+// the cursor, changes the title or the direction of writing; in a JSON text a broken sequence makes
+// the whole text unreadable. The length of a line is measured in columns, not in bytes.
 #ifndef VANTRO_TOOLS_VANTROCTL_TEXT_DISPLAY_TEXT_H
 #define VANTRO_TOOLS_VANTROCTL_TEXT_DISPLAY_TEXT_H
 
@@ -23,15 +23,15 @@ std::string valid_text(std::string_view text);
 // stays the same, since JSON has such characters only within strings.
 std::string escape_unsafe(std::string_view json);
 
-// One harmless line: valid UTF-8, white space of every kind as a blank, and U+FFFD for controls,
-// for characters that turn the direction of writing, and for what no terminal can show.
+// One safe line: valid UTF-8, white space of every kind as a blank, and U+FFFD for control
+// characters, bidirectional formatting characters, and characters that no terminal can show.
 std::string clean_text(std::string_view text);
 
 // Columns that a clean text takes.
 int display_width(std::string_view text);
 
-// A clean text in at most `columns` columns. What is longer ends in an ellipsis, and is cut
-// between characters: combining ones stay with their base, and wide ones are not split.
+// A clean text in at most `columns` columns. A longer text is cut between characters and ends in an
+// ellipsis: combining characters stay with their base, and wide ones are not split.
 std::string clip_text(std::string_view text, int columns);
 
 // A clean text in lines of at most `columns` columns, 1 or more, broken at blanks if possible.

@@ -9,7 +9,7 @@
 namespace vantro::ctl {
 namespace {
 
-// No shell gives these a meaning within a word.
+// Characters without a special meaning within a word in any shell.
 bool is_plain(char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
            std::string_view("-._/:,+@").find(c) != std::string_view::npos;

@@ -1,11 +1,11 @@
-// Templates: how users say what a line shows.
+// Templates, by which users choose the contents of a line.
 //
 //     {{artist}} - {{title}}
 //     {{group("[", duration(length), "] ")}}{{default(title, name)}}\n
 //
 // Text stands for itself; \n, \t, \\ and \{ are escapes. Between {{ and }} stands an expression: a
-// field, a text in quotation marks, a whole number, or a function of expressions. An empty value
-// counts as absent.
+// field, a text in quotation marks, a number, a function of expressions, or arithmetic with them.
+// An empty value counts as absent.
 #ifndef VANTRO_TOOLS_VANTROCTL_TEXT_TEMPLATE_H
 #define VANTRO_TOOLS_VANTROCTL_TEXT_TEMPLATE_H
 
@@ -17,22 +17,22 @@
 
 namespace vantro::ctl {
 
-// A mistake in a template: what() says which, and at which character, counted from 1.
+// A mistake in a template: what() describes it and its place, in characters from 1.
 struct TemplateError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
 class Template {
   public:
-    // The value of a field, for one line. Whatever it holds is cleaned before it is shown.
+    // The value of a field, for one line. The value is cleaned before it is shown.
     using Field = std::function<std::string(std::string_view name)>;
 
-    // @param fields the names that may stand in it. @throws TemplateError.
+    // @param fields the names of fields that the text may use. @throws TemplateError.
     Template(std::string_view text, const std::vector<std::string_view> &fields);
 
     std::string render(const Field &field) const;
 
-    // The same as a line; "" if it is empty, so that nothing is shown then.
+    // The same as a line; "" instead of an empty line.
     std::string line(const Field &field) const;
 
     // The functions, for the texts that list them.
@@ -40,7 +40,8 @@ class Template {
 
     enum class Kind { text, field, call };
 
-    // A part of the template. Of a call, `name` is the function, with its `arguments`.
+    // A part of the template. For a call, `name` is the function or the operator, and `arguments`
+    // are its arguments.
     struct Part {
         Kind kind;
         std::string name = {}; // Of a text the text itself.

@@ -1,4 +1,4 @@
-// The verbs that change what a player does.
+// The verbs that control a player.
 #ifndef VANTRO_TOOLS_VANTROCTL_VERBS_COMMANDS_H
 #define VANTRO_TOOLS_VANTROCTL_VERBS_COMMANDS_H
 
@@ -13,7 +13,7 @@ namespace vantro::ctl {
 
 class Client;
 
-// A finite number and nothing else, whatever the locale is.
+// Reads a finite number, independently of the locale. @return nothing for any other text.
 std::optional<float> parse_rate(std::string_view text);
 
 // The number of a repeat mode's name, or nothing.
@@ -22,30 +22,30 @@ std::optional<int32_t> parse_repeat(std::string_view text);
 // A command without argument: play, pause, toggle, stop, next, previous.
 CommandResult run_plain(Client &client, const std::string &verb);
 
-// Adds what plays now to a result.
+// Adds the current track to a result.
 void tell_track(Client &client, CommandResult &result);
 
-// @param text as parse_seek() or parse_percent() reads it.
+// @param text in the form of parse_seek() or parse_percent().
 CommandResult run_seek(Client &client, const std::string &text);
 
-// @param text as parse_rate() reads it.
+// @param text in the form of parse_rate().
 CommandResult run_rate(Client &client, const std::string &text);
 
 // "40", "+5", "-5", "mute" or "unmute".
 struct VolumeChange {
-    std::optional<bool> muted; // Else the level:
+    std::optional<bool> muted; // If empty, the level:
     int32_t level = 0;
     bool relative = false;
 };
 std::optional<VolumeChange> parse_volume(std::string_view text);
 
-// @param text as parse_volume() reads it; "" only asks.
+// @param text in the form of parse_volume(); "" only queries.
 CommandResult run_volume(Client &client, const std::string &text);
 
-// @param text "on", "off" or "toggle"; "" only asks.
+// @param text "on", "off" or "toggle"; "" only queries.
 CommandResult run_shuffle(Client &client, const std::string &text);
 
-// @param text as parse_repeat() reads it, or "toggle", between off and all; "" only asks.
+// @param text in the form of parse_repeat(), or "toggle", between off and all; "" only queries.
 CommandResult run_repeat(Client &client, const std::string &text);
 
 } // namespace vantro::ctl

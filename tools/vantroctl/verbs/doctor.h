@@ -7,11 +7,11 @@
 
 namespace vantro::ctl {
 
-// Checks everything that a player needs in order to play, and prints what it finds and how to mend
-// it. @return done if all is well, else the outcome of the first thing that is not.
+// Checks everything that a player needs in order to play, and prints each finding and its remedy.
+// @return done if no finding is bad, else the outcome of the first bad one.
 Outcome run_doctor(const ClientOptions &options, bool json);
 
-// Prints the user, the groups and the capabilities that the service sees. @throws Failure.
+// Prints this program's user, groups and capabilities as the service sees them. @throws Failure.
 void run_whoami(const ClientOptions &options, bool json);
 
 } // namespace vantro::ctl

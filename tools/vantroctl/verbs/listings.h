@@ -15,7 +15,7 @@ namespace vantro::ctl {
 
 class Client;
 
-// How lists are made and shown.
+// Options for fetching and showing lists.
 struct ListOptions {
     std::string player;
     bool json = false;
@@ -24,25 +24,25 @@ struct ListOptions {
     int32_t offset = 0;
     int32_t limit = 0;                             // Most entries in all; 0: no limit.
     int32_t depth = 0;                             // Levels of a tree; 0: a table.
-    std::optional<Template> format = std::nullopt; // How an entry is shown.
+    std::optional<Template> format = std::nullopt; // For each entry.
 };
 
 void run_sources(Client &client, const ListOptions &options);
 
-// @param node as parse_ref() reads it; nothing for the top of every source.
+// @param node in the form of parse_ref(); nothing for the top of every source.
 void run_browse(Client &client, const ListOptions &options, const std::optional<std::string> &node);
 
 // @param filter "" for none.
 void run_search(Client &client, const ListOptions &options, const std::string &filter,
                 const std::string &term);
 
-// The saved playlists, with the nodes by which they are browsed and loaded.
+// Lists the saved playlists, with their nodes for browse and load.
 void run_playlists(Client &client, const ListOptions &options);
 
 // The tracks of the current session.
 void run_tracks(Client &client, const ListOptions &options);
 
-// @param keys none for all that are known.
+// @param keys empty for all that have a value.
 void run_info(Client &client, const ListOptions &options, const std::string &node,
               const std::vector<std::string> &keys);
 
@@ -50,11 +50,11 @@ void run_info(Client &client, const ListOptions &options, const std::string &nod
 // sources and none is named.
 Place place_of(Client &client, const ListOptions &options, const std::string &text);
 
-// Shows the track that follows the current one; nothing if none does.
-// @throws Failure if that is not known, in random order.
+// Shows the track after the current one; nothing if there is none.
+// @throws Failure in random order, which only the service knows.
 void run_queued(Client &client, const ListOptions &options);
 
-// @param number as run_tracks() shows it, from 1.
+// @param number the track's number in run_tracks(), from 1.
 CommandResult run_jump(Client &client, int32_t number);
 
 // The same, and plays.

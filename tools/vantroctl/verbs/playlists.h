@@ -10,7 +10,7 @@ namespace vantro::ctl {
 
 class Client;
 
-// Saves the tracks of the current session. Says how many of them have left the catalogue.
+// Saves the tracks of the current session. Reports how many of them have left the catalogue.
 CommandResult run_save(Client &client, const std::string &name, bool replace);
 
 CommandResult run_delete_playlist(Client &client, const std::string &name);

@@ -11,11 +11,11 @@
 
 namespace vantro::ctl {
 
-// Those of the player, and those of the event itself.
+// The fields of the player and of the event.
 std::vector<std::string_view> event_fields();
 
-// @param words what the event says, as lines show it.
-// @param after the player as it is after the event.
+// @param words the event's text, as in a line.
+// @param after the player's status after the event.
 std::string event_field(const PlayerEvent &event, const std::string &words,
                         const PlayerStatus &after, std::string_view name);
 

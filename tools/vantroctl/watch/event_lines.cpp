@@ -74,7 +74,7 @@ class EventLines : public WatchView {
 
   private:
     // The positions of a player that the clock predicts share one line at the end of the screen:
-    // each replaces the one before, so that other events stay in sight.
+    // each replaces the previous one, so that other events stay visible.
     void show(const std::string &player, const std::string &line, bool expected) {
         if (!expected) {
             ticking_.clear();
@@ -121,7 +121,7 @@ class FormattedEvents : public WatchView {
         std::string line = format_.line(
             [&](std::string_view name) { return event_field(event, words, after, name); });
         std::string &last = last_[event.player];
-        if (line != last) { // Most events change nothing that the template shows.
+        if (line != last) { // Most events do not change the text of the template.
             text_ += line;
             last = std::move(line);
         }

@@ -1,4 +1,4 @@
-// Follows a player through its events, also from one run of the service to the next.
+// Follows a player through its events, also across restarts of the service.
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_FOLLOWER_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_FOLLOWER_H
 
@@ -11,32 +11,32 @@
 
 namespace vantro::ctl {
 
-// Gives the full picture first, then each event. When the service ends it gives `gone`; whoever
-// uses it then says when to look for the service. `waiting` says that something other than the
-// service's absence is in the way. When the player is followed again, it gives `back` and the full
-// picture.
+// Returns the complete state first, then each event. When the service ends, it returns `gone`; from
+// then on the caller decides when to look for the service. `waiting` means that a reason other than
+// the service's absence prevents following. When the player can be followed again, it returns
+// `back` and the complete state.
 class Follower {
   public:
-    // Connects and gets the full picture. @throws Failure if there is nothing to follow.
+    // Connects and reads the complete state. @throws Failure if there is no player to follow.
     explicit Follower(const ClientOptions &options);
 
     // Whether the service is gone.
     bool gone() const { return !client_; }
 
-    // Readable while take() may have something; -1 while the service is gone, and where the user
-    // has no inotify instance left: then take() is to be called from time to time.
+    // Readable while take() may return events; -1 while the service is gone, and if the user has no
+    // inotify instance left: then call take() from time to time.
     int descriptor() const { return descriptor_; }
 
     // The events since the last call, oldest first, up to a limit: if the descriptor is still
-    // readable there are more. Does not wait. @throws Failure.
+    // readable, there are more. Does not wait. @throws Failure.
     std::vector<PlayerEvent> take();
 
-    // Looks for a service that is gone, and waits a second at most for its answer. @param events
-    // receives the resulting events. @return whether there is no service.
+    // Looks for the service after it was gone, and waits at most a second for its answer. @param
+    // events receives the resulting events. @return whether there is no service.
     bool look_for_service(std::vector<PlayerEvent> &events);
 
   private:
-    // What look() found.
+    // The result of look().
     enum class Look { event, nothing, gone };
 
     void begin(double timeout_s);
@@ -49,9 +49,9 @@ class Follower {
     ClientOptions options_;
     std::unique_ptr<Client> client_;
     int descriptor_ = -1;
-    std::vector<PlayerEvent> picture_; // The full picture, until it is taken.
-    std::string last_reason_;          // Why the last look failed.
-    std::string told_reason_;          // The last one reported.
+    std::vector<PlayerEvent> picture_; // The complete state, until take() returns it.
+    std::string last_reason_;          // The reason for which the last look failed.
+    std::string told_reason_;          // The reason that was reported last.
 };
 
 } // namespace vantro::ctl

@@ -16,7 +16,7 @@
 namespace vantro::ctl {
 namespace {
 
-// How often a player without a descriptor is looked at.
+// How often a player without a descriptor is polled.
 constexpr int look_ms = 250;
 
 [[noreturn]] void fail() {
@@ -46,7 +46,7 @@ Followers::~Followers() {
     close(descriptor_);
 }
 
-// A closed descriptor leaves the set by itself.
+// A closed descriptor leaves the set automatically.
 void Followers::listen_to(int descriptor) {
     epoll_event wanted = {};
     wanted.events = EPOLLIN;

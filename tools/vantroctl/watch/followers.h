@@ -1,4 +1,4 @@
-// All players that are watched, in one thread.
+// Follows all watched players in one thread.
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_FOLLOWERS_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_FOLLOWERS_H
 
@@ -12,19 +12,19 @@
 
 namespace vantro::ctl {
 
-// Nothing is read ahead: events that are not taken stay in the service's rings.
+// Events are not read ahead: they stay in the service's rings until they are taken.
 class Followers {
   public:
-    // @param options of each player. @throws Failure where one cannot be followed.
+    // @param options of each player. @throws Failure if one cannot be followed.
     explicit Followers(const std::vector<ClientOptions> &options);
     ~Followers();
     Followers(const Followers &) = delete;
     Followers &operator=(const Followers &) = delete;
 
-    // Readable, for poll(), while there may be something to take.
+    // Readable, for poll(), while there may be events to take.
     int descriptor() const { return descriptor_; }
 
-    // In how many milliseconds take() must be called even if nothing happens; -1 for never.
+    // The milliseconds after which take() must be called even if nothing happens; -1: never.
     int wake_in_ms() const;
 
     // The events since the last call, each player's oldest first. Waits only while a service that
@@ -39,7 +39,7 @@ class Followers {
 
     int descriptor_;
     std::vector<std::unique_ptr<Follower>> followers_;
-    std::vector<int> listened_;        // To the descriptor of each follower; -1: to none.
+    std::vector<int> listened_;        // The descriptor watched for each follower; -1: none.
     std::unique_ptr<Arrival> arrival_; // While a service is gone.
 };
 

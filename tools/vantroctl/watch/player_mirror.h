@@ -1,4 +1,4 @@
-// The state of a player that is followed, kept up to date by its events.
+// The state of a followed player, which its events keep up to date.
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_PLAYER_MIRROR_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_PLAYER_MIRROR_H
 
@@ -21,7 +21,7 @@ class PlayerMirror {
 
     void apply(const PlayerEvent &event);
 
-    // The full picture as events: state, session, track, position, and the sources by their
+    // The complete state as events: state, session, track, position, and the sources by their
     // numbers.
     std::vector<PlayerEvent> events() const;
 
@@ -33,12 +33,12 @@ class PlayerMirror {
     // Whether the position moves on.
     bool moving() const;
 
-    // Whether the event is a position that the clock predicts, and so no jump.
+    // Whether the event is a position that the clock predicts, not a jump.
     bool expects(const PlayerEvent &event) const;
 
     bool gone() const { return gone_; }
 
-    // The last error, or why the service is still waited for.
+    // The last error, or the reason for which the service cannot be followed yet.
     const std::optional<PlayerEvent> &trouble() const { return trouble_; }
 
   private:
@@ -47,7 +47,8 @@ class PlayerMirror {
     void hold_volume(const PlayerEvent &event);
 
     PlayerStatus status_;
-    Time told_at_ = std::chrono::steady_clock::now(); // When status_.position_ms was right.
+    // The time to which status_.position_ms belongs.
+    Time told_at_ = std::chrono::steady_clock::now();
     std::map<int32_t, Source> sources_;
     bool gone_ = false;
     std::optional<PlayerEvent> trouble_;

@@ -31,7 +31,8 @@ class Signals {
         for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
             struct sigaction action = {};
             sigaction(number, nullptr, &action);
-            if (action.sa_handler != SIG_IGN) { // Ignored: in the background, or under nohup.
+            // Ignored signals stay ignored: in the background, or under nohup.
+            if (action.sa_handler != SIG_IGN) {
                 sigaddset(&set_, number);
             }
         }
@@ -58,7 +59,7 @@ class Signals {
         return static_cast<int>(info.ssi_signo);
     }
 
-    // Ends the process as the signal would have done, so that a shell knows why.
+    // Ends the process as the signal would have done, so that a shell sees the cause.
     [[noreturn]] void end_by(int number) const {
         std::signal(number, SIG_DFL);
         raise(number);
@@ -78,13 +79,14 @@ class Watch {
 
     // @return the signal that ended it, if one did.
     std::optional<int> run() {
-        show_events(); // The full picture.
+        show_events(); // The complete state.
         for (;;) {
             if (pending_.empty()) {
                 pending_ = view_.output();
             }
             const bool writing = !pending_.empty();
-            // While output waits to be written no event is taken, so that none piles up here.
+            // While output waits to be written, no event is taken, so that events do not pile up
+            // here.
             pollfd ready[] = {
                 {signals_.descriptor(), POLLIN, 0},
                 {STDOUT_FILENO, static_cast<short>(writing ? POLLOUT : 0), 0},
@@ -101,9 +103,9 @@ class Watch {
             }
             if (ready[1].revents != 0) {
                 if (!writing) {
-                    return std::nullopt; // Only an error: the pipe or terminal is gone.
+                    return std::nullopt; // Only an error event: the pipe or terminal is gone.
                 }
-                // A signal may have discarded what was to be written.
+                // A signal may have discarded the pending output.
                 if (!pending_.empty() && !write_some()) {
                     return std::nullopt;
                 }
@@ -124,14 +126,14 @@ class Watch {
         }
     }
 
-    // The earlier of what the view and the followers want.
+    // The earlier of the times of the view and of the followers.
     int wake_in_ms() const {
         const int view = view_.wake_in_ms();
         const int followers = followers_.wake_in_ms();
         return view < 0 || followers < 0 ? std::max(view, followers) : std::min(view, followers);
     }
 
-    // Gives the view its signals. @return one that asks for the end.
+    // Gives the view its signals. @return a signal that asks for the end.
     std::optional<int> end_signal() {
         const std::vector<int> known = view_.signals();
         while (const std::optional<int> number = signals_.take()) {
@@ -139,13 +141,14 @@ class Watch {
                 finish_line();
                 return number;
             }
-            pending_.clear(); // Part of a screen that is drawn again.
+            pending_.clear(); // Part of a screen, which will be drawn again.
             view_.take_signal(*number);
         }
         return std::nullopt;
     }
 
-    // Writes what goes out without waiting. @return false if the reader has left.
+    // Writes as much as possible without waiting. @return false if the reader has closed the
+    // output.
     bool write_some() {
         const ssize_t written =
             write(STDOUT_FILENO, pending_.data(), std::min<size_t>(pending_.size(), PIPE_BUF));
@@ -163,7 +166,7 @@ class Watch {
         return true;
     }
 
-    // Completes the line that is being written, as far as the reader takes it.
+    // Completes the current line, as far as the reader accepts it.
     void finish_line() {
         pollfd room = {STDOUT_FILENO, POLLOUT, 0};
         while (!pending_.empty() && poll(&room, 1, 0) == 1 && write_some()) {
@@ -202,7 +205,7 @@ void run_watch(const WatchOptions &options) {
     const Signals signals(view->signals());
     view->begin();
     if (const std::optional<int> number = Watch(*view, followers, signals).run()) {
-        view.reset(); // The terminal is given back first.
+        view.reset(); // Restores the terminal first.
         signals.end_by(*number);
     }
 }

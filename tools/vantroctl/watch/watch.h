@@ -16,10 +16,10 @@ struct WatchOptions {
     ClientOptions client; // Its `player` is not used.
     bool json = false;
     bool live = false;
-    std::optional<Template> format = std::nullopt; // How an event is shown.
+    std::optional<Template> format = std::nullopt; // For each event.
 };
 
-// Returns when the reader of the output, or the user of the screen, has left. A signal that asks
+// Returns when the reader of the output closes it, or the user ends the screen. A signal that asks
 // for the end ends the process. @throws Failure.
 void run_watch(const WatchOptions &options);
 

@@ -1,4 +1,4 @@
-// How players that are followed are shown.
+// The output for followed players.
 #ifndef VANTRO_TOOLS_VANTROCTL_WATCH_WATCH_VIEW_H
 #define VANTRO_TOOLS_VANTROCTL_WATCH_WATCH_VIEW_H
 
@@ -15,18 +15,18 @@ class WatchView {
   public:
     virtual ~WatchView() = default;
 
-    // Called once before the first take(); nothing is written before.
+    // Called once before the first take(); nothing is written before that.
     virtual void begin() {}
 
     virtual void take(const PlayerEvent &event) = 0;
 
-    // The text to be written now. Called only when all text of earlier calls has been written.
+    // The text to write now. Called only when the text of earlier calls has been written.
     virtual std::string output() = 0;
 
-    // In how many milliseconds output() must be called even if nothing happens; -1 for never.
+    // The milliseconds after which output() must be called even if nothing happens; -1: never.
     virtual int wake_in_ms() const { return -1; }
 
-    // The signals that it handles itself, beside those that end the run.
+    // The signals that the view handles, beside those that end the run.
     virtual std::vector<int> signals() const { return {}; }
     virtual void take_signal(int) {}
 
@@ -39,16 +39,16 @@ class WatchView {
 // One line for each event. @param players in the order in which they were named.
 std::unique_ptr<WatchView> make_event_lines(const std::vector<std::string> &players);
 
-// One line for each event, by the template; none if the line is empty, or the same as the one
-// before.
+// One line for each event, by the template; no line if it is empty, or the same as the previous
+// one.
 std::unique_ptr<WatchView> make_formatted_events(const std::vector<std::string> &players,
                                                  const Template &format);
 
 // One object of JSON for each event.
 std::unique_ptr<WatchView> make_event_objects();
 
-// One screen, drawn again when something changes. It takes the terminal in begin() and gives it
-// back when it is destroyed, and also when the process ends by exit() or abort().
+// One screen, drawn again when something changes. The view takes the terminal in begin() and
+// restores it when it is destroyed, and also when the process ends by exit() or abort().
 // @throws Failure if there is no terminal for it.
 std::unique_ptr<WatchView> make_live_screen(const std::vector<std::string> &players);
 

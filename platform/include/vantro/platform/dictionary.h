@@ -1,14 +1,14 @@
 /**
  * @file
- * Dictionaries: texts under text keys. The attributes behind an event come in one.
+ * Dictionaries: texts with text keys. The attributes of an event are in a dictionary.
  *
  * A dictionary may move when it is changed, so its handle may be replaced: mosk_dict_set() and
- * mosk_dict_key_delete() return the handle to use from then on, and the one passed in is then no
- * more. When they fail they return NULL, and the one passed in is as it was.
+ * mosk_dict_key_delete() return the handle to use from then on, and the old handle is invalid. If
+ * they fail, they return NULL, and the old handle stays valid and unchanged.
  *
- * One dictionary is used by one thread at a time; several may read it when none changes it. No call
- * here blocks. Finding costs the logarithm of the size, setting a new key at most one allocation
- * for key and value.
+ * One thread at a time may change a dictionary; several threads may read it while none changes it.
+ * No call here blocks. Finding a key takes logarithmic time; setting a new key makes at most one
+ * allocation for key and value.
  */
 #ifndef VANTRO_PLATFORM_DICTIONARY_H
 #define VANTRO_PLATFORM_DICTIONARY_H
@@ -34,15 +34,15 @@ VANTRO_PLATFORM_API mosk_dict *mosk_dict_new(void);
 VANTRO_PLATFORM_API void mosk_dict_destroy(mosk_dict *dict);
 
 /**
- * Sets a key, which it may have already. Key and value are copied; the value may be a text of this
- * dictionary's own.
+ * Sets the value of a key, also of an existing one. Key and value are copied; the value may be a
+ * text of this dictionary.
  * @param dict, key, value the dictionary, and NUL-terminated texts.
  * @return the handle to use from then on, or NULL: ENOMEM, EINVAL (an argument is NULL).
  */
 VANTRO_PLATFORM_API mosk_dict *mosk_dict_set(mosk_dict *dict, const char *key, const char *value);
 
 /**
- * Removes a key. One that is not there is no failure.
+ * Removes a key. If the key does not exist, the call succeeds.
  * @param dict, key the dictionary, and a NUL-terminated text.
  * @return the handle to use from then on, or NULL: EINVAL (an argument is NULL).
  */
@@ -51,8 +51,8 @@ VANTRO_PLATFORM_API mosk_dict *mosk_dict_key_delete(mosk_dict *dict, const char 
 /**
  * Finds a key.
  * @param dict, key the dictionary, and a NUL-terminated text.
- * @return its value, the dictionary's own until that key is set or deleted or the dictionary
- *   destroyed; NULL if there is no such key, or an argument is NULL.
+ * @return its value, owned by the dictionary and valid until that key is set or deleted or the
+ *   dictionary is destroyed; NULL if there is no such key, or an argument is NULL.
  */
 VANTRO_PLATFORM_API const char *mosk_dict_find_value(const mosk_dict *dict, const char *key);
 
@@ -63,12 +63,12 @@ VANTRO_PLATFORM_API const char *mosk_dict_find_value(const mosk_dict *dict, cons
 VANTRO_PLATFORM_API size_t mosk_dict_size(const mosk_dict *dict);
 
 /**
- * Walks a dictionary, in the order of the keys' bytes:
+ * Returns the entry with an index, in the order of the keys' bytes:
  *   for (size_t i = 0; mosk_dict_entry(dict, i, &key, &value) == 0; i++)
  * @param dict  the dictionary.
  * @param index 0 up to the size less one.
- * @param key, value set on success, else untouched; either may be NULL. They live as those that
- *   mosk_dict_find_value() returns.
+ * @param key, value set on success, else untouched; either may be NULL. They are valid as long as a
+ *   result of mosk_dict_find_value().
  * @return 0, or -1: ENOENT (no such index, or dict is NULL).
  */
 VANTRO_PLATFORM_API int mosk_dict_entry(const mosk_dict *dict, size_t index, const char **key,

@@ -1,7 +1,7 @@
 #ifndef VANTRO_PLATFORM_EXPORT_H
 #define VANTRO_PLATFORM_EXPORT_H
 
-/** Marks what libvantroplatform exports. */
+/** Marks the functions that libvantroplatform exports. */
 #define VANTRO_PLATFORM_API __attribute__((visibility("default")))
 
 #endif

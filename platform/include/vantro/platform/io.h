@@ -1,11 +1,12 @@
 /**
  * @file
- * Opening what lies in the platform's path-name space, and reading and writing it.
+ * Opening, reading and writing paths of the platform's path-name space.
  *
  * Platform paths begin with "/sys/", "/kivo/" or "/dev/grantor" and live below the runtime
- * directory (names.h), where resolution never leaves it and never follows a link. An attached
- * path opens as a connection, one below "/kivo/" that has a question mark as objects, which can
- * only be read (objects.h); any other path is the host's own and opens as a plain descriptor.
+ * directory (names.h); resolution never leaves that directory and never follows a link. An attached
+ * path opens as a connection. A path below "/kivo/" with a question mark opens as objects, which
+ * can only be read (objects.h). Any other path is one of the host's file system and opens as a
+ * plain descriptor.
  */
 #ifndef VANTRO_PLATFORM_IO_H
 #define VANTRO_PLATFORM_IO_H
@@ -20,38 +21,38 @@ extern "C" {
 #endif
 
 /**
- * Opens a path. For an attached path the path's owner is asked, and the call blocks until it
- * answers; the result carries messages (ipc_send) and plain reads and writes alike.
+ * Opens a path. For an attached path the call asks the path's owner and blocks until it answers;
+ * the resulting descriptor is for messages (ipc_send) and for plain reads and writes.
  * @param path  NUL-terminated.
  * @param flags as open(2): O_RDONLY, O_WRONLY or O_RDWR. Close-on-exec is always set.
  * @return a descriptor to be released with platform_close(), or -1: ENOENT (no such path, ".."
  *   or an empty part in it), ENAMETOOLONG, EACCES (the path's permission bits refuse),
- *   ECONNREFUSED (nobody serves it any more), ECONNRESET (its owner dies meanwhile), EAGAIN (its
- *   owner is out of descriptors), EPROTONOSUPPORT (its owner's library is of another release, whose
- *   messages this one does not understand), EINTR, EMFILE, ENFILE, ENOMEM.
+ *   ECONNREFUSED (no process serves it any more), ECONNRESET (its owner died during the call),
+ *   EAGAIN (its owner is out of descriptors), EPROTONOSUPPORT (its owner's library is of another
+ *   release, whose messages this one does not understand), EINTR, EMFILE, ENFILE, ENOMEM.
  */
 VANTRO_PLATFORM_API int platform_open(const char *path, int flags);
 
 /**
- * Reads, as read(2). On a connection the path's owner answers, and the call blocks for it.
+ * Reads like read(2). On a connection the path's owner answers, and the call blocks until it does.
  * @param descriptor from platform_open().
- * @param buffer, length what to fill, in bytes.
- * @return the bytes read, 0 at the end; or -1: EBADF, and as read(2), ipc_send() and, of objects,
- *   objects.h.
+ * @param buffer, length the buffer to fill, and its number of bytes.
+ * @return the bytes read, 0 at the end; or -1: EBADF, the errors of read(2) and ipc_send(), and for
+ *   objects those in objects.h.
  */
 VANTRO_PLATFORM_API ssize_t platform_read(int descriptor, void *buffer, size_t length);
 
 /**
- * Writes, as write(2). On a connection the path's owner answers with the count it took, which it
- * may choose freely from 0 up; more than PATH_MESSAGE_MAX less a header in one call is cut.
+ * Writes like write(2). On a connection the path's owner answers with the accepted count, which may
+ * be any value from 0 up; one call sends at most PATH_MESSAGE_MAX minus a header.
  * @param descriptor from platform_open().
- * @param buffer, length what to write, in bytes.
- * @return the bytes taken; or -1: as write(2) or ipc_send().
+ * @param buffer, length the bytes to write, and their number.
+ * @return the accepted bytes; or -1: the errors of write(2) or ipc_send().
  */
 VANTRO_PLATFORM_API ssize_t platform_write(int descriptor, const void *buffer, size_t length);
 
 /**
- * Closes what platform_open() returned. Never fails with EINTR.
+ * Closes a descriptor of platform_open(). Never fails with EINTR.
  * @param descriptor from platform_open().
  * @return 0, or -1: EBADF.
  */

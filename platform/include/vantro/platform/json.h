@@ -1,6 +1,6 @@
 /**
  * @file
- * Decoding a JSON text whose top is an object.
+ * Decoding a JSON text whose top value is an object.
  *
  *     #include <stddef.h>
  *     #include <vantro/platform/json.h>
@@ -20,11 +20,11 @@
  *         return id;
  *     }
  *
- * The decoder lives in the caller's frame. It parses in place: the text is written to, and the
- * strings that come out of it lie in it, and stay valid for as long as it does. Texts of up to some
- * thirty values need no heap. After a text that could not be parsed every getter fails, as it does
- * for a member that is missing or of another kind, and leaves its output untouched; of two members
- * with one name the first counts. One decoder is used by one thread. No call here blocks.
+ * The decoder lives in the caller's stack frame. It parses in place: the text is modified, and the
+ * returned strings lie in the text and stay valid as long as the text. Texts of up to about thirty
+ * values need no heap memory. A getter fails, and leaves its output untouched, if the text could
+ * not be parsed, or a member is missing or has another type; if two members have the same name, the
+ * first counts. One decoder is used by one thread. No call here blocks.
  */
 #ifndef VANTRO_PLATFORM_JSON_H
 #define VANTRO_PLATFORM_JSON_H
@@ -38,50 +38,51 @@
 extern "C" {
 #endif
 
-/** A decoder. What it holds is its own; it must not be copied or moved. */
+/** A decoder. It must not be copied or moved. */
 struct kivo_decoder {
-    uint64_t opaque[160]; /**< The decoder's own. */
+    uint64_t opaque[160]; /**< Internal. */
 };
 
 /**
- * Makes a decoder of the memory at `decoder`.
- * @param decoder memory of the caller's.
- * @param text parsed at once when not NULL, as by kivo_decoder_parse_json_str(); when that fails
- *   the decoder holds nothing to be cleaned up.
+ * Initializes a decoder.
+ * @param decoder memory of the caller.
+ * @param text if not NULL, parsed at once, as by kivo_decoder_parse_json_str(); if that fails, the
+ *   decoder needs no cleanup.
  * @return 0, or -1: EINVAL (decoder is NULL), or as kivo_decoder_parse_json_str().
  */
 VANTRO_PLATFORM_API int kivo_decoder_initialize(struct kivo_decoder *decoder, char *text);
 
 /**
- * Parses a text, in place; what was parsed before is forgotten.
+ * Parses a text, in place; the previous text is dropped.
  * @param decoder initialized.
  * @param text NUL-terminated.
- * @return 0, or -1: EBADMSG (not one JSON value, objects and arrays more than KIVO_JSON_DEPTH_MAX
- *   deep, a number above every floating-point number, or half of a surrogate pair in a string),
- *   ENOMEM, EINVAL (text is NULL).
+ * @return 0, or -1: EBADMSG (not a single JSON value, nesting deeper than KIVO_JSON_DEPTH_MAX, a
+ *   number beyond the floating-point range, or half of a surrogate pair in a string), ENOMEM,
+ *   EINVAL (text is NULL).
  */
 VANTRO_PLATFORM_API int kivo_decoder_parse_json_str(struct kivo_decoder *decoder, char *text);
 
 /**
- * Enters an object: at first the one that the text holds, with a name of NULL; then a member of the
+ * Enters an object: at first the object of the text, with a name of NULL; then a member of the
  * object entered last.
  * @param decoder initialized.
- * @param name    the member's name, or NULL for the text's own object.
- * @return 0, or -1: ENOENT when there is no such object.
+ * @param name the member's name, or NULL for the object of the text.
+ * @return 0, or -1: ENOENT if there is no such object.
  */
 VANTRO_PLATFORM_API int kivo_decoder_push(struct kivo_decoder *decoder, const char *name);
 
 /**
  * Leaves the object entered last.
  * @param decoder initialized.
- * @return 0, or -1: ENOENT when none was entered.
+ * @return 0, or -1: ENOENT if none was entered.
  */
 VANTRO_PLATFORM_API int kivo_decoder_pop(struct kivo_decoder *decoder);
 
 /**
- * Gets a string of the object entered last. One with a NUL within is no C string, and fails.
+ * Gets a string of the object entered last. A string that contains a NUL is not a C string, and
+ * fails.
  * @param decoder, name the decoder, and the member's name.
- * @param out set on success: NUL-terminated, in the text that was parsed.
+ * @param out set on success: NUL-terminated, in the parsed text.
  * @return 0, or -1: ENOENT (no such member), EINVAL (another kind of value).
  */
 VANTRO_PLATFORM_API int kivo_decoder_get_string(struct kivo_decoder *decoder, const char *name,
@@ -91,8 +92,8 @@ VANTRO_PLATFORM_API int kivo_decoder_get_string(struct kivo_decoder *decoder, co
  * Gets a whole number of 32 bits of the object entered last.
  * @param decoder, name the decoder, and the member's name.
  * @param out set on success, else untouched.
- * @return 0, or -1: ENOENT, EINVAL (another kind of value, or a number with a fraction or
- *   exponent), ERANGE (it does not fit).
+ * @return 0, or -1: ENOENT, EINVAL (another type, or a number with a fraction or exponent), ERANGE
+ *   (it does not fit).
  */
 VANTRO_PLATFORM_API int kivo_decoder_get_int(struct kivo_decoder *decoder, const char *name,
                                              int32_t *out);
@@ -114,7 +115,7 @@ VANTRO_PLATFORM_API int kivo_decoder_get_uint64(struct kivo_decoder *decoder, co
                                                 uint64_t *out);
 
 /**
- * Releases what a decoder holds. Once an initialized decoder, any number of times.
+ * Releases a decoder's memory. May be called any number of times after initialization.
  * @param decoder initialized.
  */
 VANTRO_PLATFORM_API void kivo_decoder_cleanup(struct kivo_decoder *decoder);

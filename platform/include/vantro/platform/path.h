@@ -2,15 +2,15 @@
  * @file
  * The path-attach framework: a process serves paths of the platform's path-name space.
  *
- * A server makes a dispatch handle over its channel, attaches paths to it, receives, and hands
- * every message that it does not know itself to path_dispatch_handle(). The framework answers
- * with the path's handlers; where the owner put none, the defaults answer:
- *  - opening a path is decided by path_check_access() on the path's attribute record;
- *  - reads, writes and everything else are refused with ENOSYS;
- *  - the disconnect pulse of a client releases what its open held, and its connection id.
+ * A server makes a dispatch handle over its channel, attaches paths to it, receives, and passes
+ * every message that it does not know itself to path_dispatch_handle(). The framework answers with
+ * the path's handlers; if the owner set none, with these defaults:
+ *  - path_check_access() on the path's attribute record decides about opening a path;
+ *  - reads, writes and all other requests are refused with ENOSYS;
+ *  - the disconnect pulse of a client releases the resources of its open, and its connection id.
  * A message on a connection that did not open its path is refused with EBADF.
  *
- * Whoever runs a path alone, without a protocol of its own, loops over path_receive() and
+ * A program that serves a path only, without another protocol, loops over path_receive() and
  * path_dispatch_handle().
  */
 #ifndef VANTRO_PLATFORM_PATH_H
@@ -31,39 +31,40 @@ extern "C" {
 /** A dispatch handle: opaque, made by path_dispatch_create(). */
 struct path_dispatch;
 
-/** Access bits of path_check_access(), shifted as the owner's permission bits. */
+/** Access bits of path_check_access(), at the place of the owner's permission bits. */
 enum { PATH_ACCESS_READ = 0400, PATH_ACCESS_WRITE = 0200 };
 
-/** A description shared by the paths of one process. The configuration word is the owner's. */
+/** A description shared by the paths of one process. The configuration word is for the owner's use.
+ */
 struct path_mount {
-    uint32_t configuration; /**< The owner's. */
+    uint32_t configuration; /**< For the owner's use. */
 };
 
-/** What a path is and who may open it. Make it with path_attr_init(). */
+/** The attributes of a path, including who may open it. Make it with path_attr_init(). */
 struct path_attr {
     uint32_t mode;            /**< File type bits and permission bits. */
-    uint32_t uid;             /**< Owner; the server's effective user id unless changed. */
-    uint32_t gid;             /**< Group; the server's effective group id unless changed. */
+    uint32_t uid;             /**< Owner; default: the server's effective user id. */
+    uint32_t gid;             /**< Group; default: the server's effective group id. */
     uint64_t size;            /**< Size in bytes; informative. */
     uint64_t serial;          /**< Serial number; informative. */
     struct path_mount *mount; /**< Shared description, or NULL. */
     pthread_mutex_t lock;     /**< Taken by path_attr_lock(). */
 };
 
-/** One server thread's view of the message in hand. */
+/** One server thread's context for its current message. */
 struct path_context {
-    int32_t receive_id;             /**< As ipc_receive() returned it. */
-    struct ipc_info info;           /**< As ipc_receive() filled it. */
+    int32_t receive_id;             /**< The result of ipc_receive(). */
+    struct ipc_info info;           /**< Filled by ipc_receive(). */
     uint8_t *message;               /**< Buffer of message_max bytes, owned by the context. */
     size_t message_max;             /**< PATH_MESSAGE_MAX. */
     size_t message_length;          /**< Bytes of the message that are in the buffer. */
     struct path_dispatch *dispatch; /**< The handle it was made for. */
 };
 
-/** Places in the table of connect handlers. Those not named are reserved. */
+/** Indices in the table of connect handlers. Others are reserved. */
 enum { PATH_CONNECT_OPEN = 0, PATH_CONNECT_HANDLER_COUNT = 8 };
 
-/** Places in the table of I/O handlers. Those not named are reserved. */
+/** Indices in the table of I/O handlers. Others are reserved. */
 enum { PATH_IO_READ = 0, PATH_IO_WRITE = 1, PATH_IO_CLOSE = 2, PATH_IO_HANDLER_COUNT = 29 };
 
 /** Flag bits of path_attach() and its default options: stored, without effect. */
@@ -74,20 +75,20 @@ struct path_attach_options {
 };
 
 /**
- * A request to a path, as its handler sees it. For a write `data` holds the bytes written. For a
- * read, `data` is a buffer of `length` bytes to fill, at most what the client asked for.
+ * A request to a path, for its handler. For a write, `data` has the written bytes. For a read,
+ * `data` is a buffer of `length` bytes to fill, at most as long as the client requested.
  */
 struct path_request {
-    struct path_context *context; /**< The thread's, with the message in hand. */
-    void *handle;                 /**< What path_attach() was given. */
+    struct path_context *context; /**< The thread's context, with the current message. */
+    void *handle;                 /**< The argument of path_attach(). */
     uint32_t open_flags;          /**< O_RDONLY, O_WRONLY or O_RDWR, as the path was opened. */
-    void *data;                   /**< What was written, or the buffer to fill. */
+    void *data;                   /**< The written bytes, or the buffer to fill. */
     size_t length;                /**< Bytes at `data`. */
 };
 
 /**
  * A handler. It does not answer the client itself: its result is the answer.
- * @param request what is asked for, valid until the handler returns.
+ * @param request the request, valid until the handler returns.
  * @return 0 or more: success, with that value as the count of a read or write (a write handler
  *   may return any count); below 0: refused, with the error number negated.
  */
@@ -141,28 +142,28 @@ VANTRO_PLATFORM_API void path_context_free(struct path_context *context);
 VANTRO_PLATFORM_API int path_receive(struct path_context *context);
 
 /**
- * Answers what lies in the context: `receive_id`, `info`, and the message (for a pulse its 16
+ * Answers the message in the context: `receive_id`, `info`, and the message (for a pulse its 16
  * bytes) in `message`, `message_length` bytes. Calls the path's handlers in this thread, with no
  * lock held.
  * @param context the calling thread's, from path_context_alloc().
- * @return 0, or -1 when the answer could not be delivered.
+ * @return 0, or -1 if the answer could not be delivered.
  */
 VANTRO_PLATFORM_API int path_dispatch_handle(struct path_context *context);
 
 /**
- * Fills both tables with the defaults. Counts beyond the tables' own are cut to them.
- * @param connect_count, connect how many connect handlers are wanted, and their table.
+ * Fills both tables with the defaults. Counts above the tables' sizes are reduced to them.
+ * @param connect_count, connect the number of connect handlers, and their table.
  * @param io_count, io the same of the I/O handlers.
  */
 VANTRO_PLATFORM_API void path_funcs_init(unsigned connect_count, struct path_connect_funcs *connect,
                                          unsigned io_count, struct path_io_funcs *io);
 
 /**
- * Initialises an attribute record: mode as given, owner and group the caller's effective ids, or
- * the client's if one is given, everything else zero.
+ * Initialises an attribute record: the given mode; owner and group are the caller's effective ids,
+ * or the client's if `client` is given; everything else is zero.
  * @param attr   filled.
  * @param mode   file type bits and permission bits.
- * @param parent may be NULL; its mount is taken over.
+ * @param parent may be NULL; its mount is used.
  * @param client may be NULL.
  */
 VANTRO_PLATFORM_API void path_attr_init(struct path_attr *attr, uint32_t mode,
@@ -170,7 +171,7 @@ VANTRO_PLATFORM_API void path_attr_init(struct path_attr *attr, uint32_t mode,
                                         const struct ipc_credentials *client);
 
 /**
- * Locks an attribute record. Blocks while another thread has it.
+ * Locks an attribute record. Blocks while another thread has the lock.
  * @param attr the record.
  * @return 0.
  */
@@ -184,13 +185,13 @@ VANTRO_PLATFORM_API int path_attr_lock(struct path_attr *attr);
 VANTRO_PLATFORM_API int path_attr_unlock(struct path_attr *attr);
 
 /**
- * Decides whether a client may access what an attribute record describes. User 0 may. Otherwise
- * the owner's bits count for the owner, the group's for a member of the group, and the others'
- * for everybody else. With a context whose `info.conn_id` names the client's connection all its
- * supplementary groups count; without one, those in `client`.
- * @param attr    what is to be opened.
+ * Decides whether a client may access the path of an attribute record. User 0 always may. Otherwise
+ * the owner's bits count for the owner, the group's for a member of the group, and the others' for
+ * all other users. With a context whose `info.conn_id` names the client's connection, all its
+ * supplementary groups count; without a context, those in `client`.
+ * @param attr    of the path to be opened.
  * @param context may be NULL.
- * @param mask    PATH_ACCESS_* bits, all of which are wanted.
+ * @param mask    PATH_ACCESS_* bits, all of which are required.
  * @param client  NULL refuses.
  * @return 0, or EACCES.
  */
@@ -206,9 +207,10 @@ VANTRO_PLATFORM_API int path_check_access(struct path_context *context,
  * @param path      for example "/sys/csm/vantro.sys/default".
  * @param file_type stored, without effect.
  * @param flags     stored, without effect.
- * @param connect   handlers, borrowed for as long as the path is attached.
+ * @param connect   handlers, borrowed while the path is attached.
  * @param io        handlers, borrowed likewise.
- * @param handle    the path's attribute record, borrowed likewise; handlers find it again.
+ * @param handle    the path's attribute record, borrowed likewise; handlers get it in their
+ *                  requests.
  * @return an id of 0 or more, or -1: EADDRINUSE (a live process has the path), ENOENT (not a
  *   platform path, ".." or an empty part), ENAMETOOLONG, EACCES, EMFILE, ENFILE, ENOMEM, ENOSPC.
  */

@@ -1,4 +1,4 @@
-// What is taken from audio files.
+// What is read from audio files.
 #include <fstream>
 
 #include <taglib/apetag.h>

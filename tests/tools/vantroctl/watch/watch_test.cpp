@@ -46,7 +46,7 @@ class Watch : public Vantroctl {
     }
 };
 
-// The tool at a terminal of its own.
+// The tool on a terminal of its own.
 class Screen {
   public:
     Screen() {
@@ -74,7 +74,7 @@ class Screen {
     }
     void press(char key) { EXPECT_EQ(write(master_, &key, 1), 1); }
 
-    // Ends when the terminal is given back. @return the exit code.
+    // Returns when the terminal is restored. @return the exit code.
     int end() {
         until("\x1B[?25h\x1B[?1049l");
         const int code = tool_->wait();
@@ -191,7 +191,7 @@ TEST_F(Watch, EndsWhereItCannotGoOn) {
     }
     EXPECT_EQ(run({"watch"}, [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); }), 1);
     EXPECT_EQ(said_.find("vantroctl: cannot write"), 0u) << said_;
-    // The reader leaves, and nothing more happens that would be written.
+    // The reader ends, and nothing happens after that which would be written.
     const std::string left = "timeout 20 " VANTROCTL " watch | head -n 5; echo ${PIPESTATUS[0]}";
     test::Process pipe({"/bin/bash", "-c", left});
     EXPECT_TRUE(pipe.rest().ends_with("ready\n0\n"));
