@@ -1,4 +1,4 @@
-// Channels: making and destroying them, and waiting on one for whatever comes next.
+// Channels: making and destroying them, and waiting for the next message or pulse.
 #include <limits.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -36,7 +36,7 @@ namespace {
 // The message that this thread received last, if it may delay its client's disconnect pulse.
 struct Current {
     int receive_id = 0;
-    uint32_t incarnation = 0; // of its client
+    uint32_t incarnation = 0; // of the message's client
 
     ~Current() { release(); }
     void release() {
@@ -60,7 +60,7 @@ struct Current {
 thread_local Current current;
 thread_local LaneLook lane_look;
 
-// Takes the next pulse of the system's own. @return false when there is none.
+// Takes the next pulse of the system. @return false if there is none.
 bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
     uint64_t count;
     if (::read(channel.wake.get(), &count, sizeof count) != sizeof count) {
@@ -70,7 +70,7 @@ bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
     if (channel.destroyed || channel.first_pulse == 0) {
         return false;
     }
-    // Its pulse was not received yet, so it cannot have been detached.
+    // The client's pulse was not received yet, so its id cannot have been detached.
     Client &client = *Server::instance().find_client(channel.first_pulse);
     channel.first_pulse = std::exchange(client.next_pulse, 0);
     client.state = ClientState::pulse_received;
@@ -79,12 +79,12 @@ bool take_system_pulse(Channel &channel, struct ipc_pulse &pulse) {
     return true;
 }
 
-// Takes the next pulse that a program sent. Codes below zero are the system's to send.
+// Takes the next pulse that a program sent. Codes below zero are reserved for the system.
 bool take_own_pulse(const Channel &channel, struct ipc_pulse &pulse) {
     int socket;
     {
         const MutexLock guard(server_lock);
-        socket = channel.pulse_receive.get(); // made once, and kept as long as the channel
+        socket = channel.pulse_receive.get(); // made once; exists as long as the channel
     }
     struct iovec part = {&pulse, sizeof pulse};
     Arrival arrival;
@@ -133,22 +133,22 @@ bool destroyed(const Channel &channel) {
     return channel.destroyed;
 }
 
-// The event that a wait takes from the thread's post. A thread can be cancelled when the
-// kernel has handed it an event and before it knows: an edge that nobody else would be told then.
-// The end of this object hands it on.
+// The event that a wait takes from the thread's wait set. A thread can be cancelled after the
+// kernel has returned an event and before the thread sees it: no other thread would then get that
+// edge. The destructor passes the event on.
 class TakenEvent {
   public:
-    explicit TakenEvent(Channel &channel) : channel_(channel) { ++channel_.posts.waiting(); }
+    explicit TakenEvent(Channel &channel) : channel_(channel) { ++channel_.wait_sets.waiting(); }
     ~TakenEvent() {
-        --channel_.posts.waiting();
+        --channel_.wait_sets.waiting();
         if (kept_ || event.events == 0) {
             return;
         }
         const MutexLock guard(server_lock);
-        if (channel_.posts.hands_over()) {
-            channel_.posts.tell_again(event.data.u64);
+        if (channel_.wait_sets.hands_over()) {
+            channel_.wait_sets.report_again(event.data.u64);
         } else {
-            Server::instance().tell_again(Source::unpack(event.data.u64));
+            Server::instance().report_again(Source::unpack(event.data.u64));
         }
     }
     void keep() { kept_ = true; }
@@ -160,15 +160,15 @@ class TakenEvent {
     bool kept_ = false;
 };
 
-// Waits for one event, or looks whether there is one. Like act_on_cancellation(), a cancellation
-// point of a receive; there are no others.
+// Waits for one event, or checks for one. Like act_on_cancellation(), a cancellation point of a
+// receive; there are no others.
 // @return 1; 0 if there is none; -1 with errno.
 int wait_for_event(Channel &channel, const CancelDisabled &cancel, bool only_look,
                    struct epoll_event &event) {
-    const int post = my_post(channel);
+    const int set = my_wait_set(channel);
     TakenEvent taken(channel);
     pthread_setcancelstate(cancel.previous(), nullptr);
-    const int ready = ::epoll_wait(post, &taken.event, 1, only_look ? 0 : -1);
+    const int ready = ::epoll_wait(set, &taken.event, 1, only_look ? 0 : -1);
     const KeepErrno keep;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     taken.keep();
@@ -195,7 +195,7 @@ void forget_current(int receive_id) {
 static int make_channel(unsigned flags) {
     Server &server = Server::instance();
     const auto channel = std::make_shared<Channel>();
-    if (!channel->posts.make()) {
+    if (!channel->wait_sets.make()) {
         return -1;
     }
     channel->wake.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE));
@@ -203,7 +203,7 @@ static int make_channel(unsigned flags) {
         return -1;
     }
     const MutexLock guard(server_lock);
-    if (!channel->posts.watch(channel->wake.get(), wake_watched)) {
+    if (!channel->wait_sets.watch(channel->wake.get(), wake_watched)) {
         return -1;
     }
     channel->flags = flags;
@@ -249,13 +249,13 @@ int channel_destroy(int number) {
     const uint64_t all_threads = INT_MAX;
     [[maybe_unused]] const ssize_t written =
         ::write(channel->wake.get(), &all_threads, sizeof all_threads);
-    if (channel->posts.hands_over()) {
-        channel->posts.end();
+    if (channel->wait_sets.hands_over()) {
+        channel->wait_sets.end();
     }
     return 0;
 }
 
-// Takes a message off a lane for the calling thread. @return its receive id, or 0 if there is
+// Receives a message from a lane for the calling thread. @return its receive id, or 0 if there is
 // none.
 static int take_message(const Source &source, bool hung_up, PartList &parts,
                         struct ipc_info *info) {
@@ -272,7 +272,8 @@ static int take_message(const Source &source, bool hung_up, PartList &parts,
     return message.receive_id;
 }
 
-// Acts on an event of a channel. @return what the receive returns, or nothing where it waits on.
+// Handles an event of a channel. @return the result of the receive, or nothing if it must continue
+// waiting.
 static std::optional<int> take_event(Channel &channel, const struct epoll_event &event,
                                      PartList &parts, struct ipc_info *info) {
     const Source source = Source::unpack(event.data.u64);
@@ -332,7 +333,7 @@ int ipc_receive(int number, const struct iovec *parts, int count, struct ipc_inf
     }
     bool looks = lane_look.begin(number, has_answered);
     for (;;) {
-        const bool only_look = looks && lane_look.owes_post_a_look(channel->posts);
+        const bool only_look = looks && lane_look.must_check_wait_set(channel->wait_sets);
         if (looks && !only_look) {
             act_on_cancellation(cancel);
             const auto take = [&](const Source &lane) {
@@ -393,11 +394,12 @@ int listen_on(int number, const std::string &place, int attachment) {
         return fail(EBADF);
     }
     if (attachment != 0) {
-        channel->flags |= CHANNEL_DISCONNECT; // what opens of a path hold goes with their client
+        // The resources of a path's opens are freed with their client.
+        channel->flags |= CHANNEL_DISCONNECT;
     }
     const int socket = listener->socket.get();
     channel->listeners.push_back(std::move(listener));
-    if (!channel->posts.watch(socket, {EPOLLIN, source.pack()})) {
+    if (!channel->wait_sets.watch(socket, {EPOLLIN, source.pack()})) {
         const KeepErrno keep;
         channel->listeners.pop_back();
         return -1;

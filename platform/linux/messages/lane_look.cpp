@@ -29,7 +29,7 @@ bool LaneLook::begin(int channel, bool has_answered) {
         end();
         return false;
     }
-    // The client is about to sleep, and has had the lane watched again.
+    // The client is about to sleep, and has requested that the lane be watched again.
     if (is_unwatched_ && words_->lane(source_.lane).unwatched.load() == 0) {
         end();
         return false;
@@ -37,15 +37,15 @@ bool LaneLook::begin(int channel, bool has_answered) {
     return true;
 }
 
-bool LaneLook::owes_post_a_look(Posts &posts) {
-    if (!is_unwatched_ || posts.waiting() > 0) {
+bool LaneLook::must_check_wait_set(WaitSets &wait_sets) {
+    if (!is_unwatched_ || wait_sets.waiting() > 0) {
         return false;
     }
     const int64_t now = monotonic_ns();
-    if (now - post_seen_at_ < post_ns) {
+    if (now - wait_set_seen_at_ < wait_set_ns) {
         return false;
     }
-    post_seen_at_ = now;
+    wait_set_seen_at_ = now;
     return true;
 }
 
@@ -57,11 +57,11 @@ bool LaneLook::unwatch() {
         return false;
     }
     // The order matters: if a client sleeps without sending control_watch_lane, it sent its message
-    // before it could see the lane unwatched, and so before the look at the socket that follows.
+    // before it could see the lane unwatched, and so before the check of the socket that follows.
     words_->lane(source_.lane).unwatched = 1;
-    server.find_client(source_.serial)->channel->posts.pause(lane->socket.fd);
+    server.find_client(source_.serial)->channel->wait_sets.pause(lane->socket.fd);
     is_unwatched_ = lane->is_unwatched = true;
-    post_seen_at_ = monotonic_ns();
+    wait_set_seen_at_ = monotonic_ns();
     return true;
 }
 

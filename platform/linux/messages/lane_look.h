@@ -1,14 +1,14 @@
-// The receiving side of looking: a thread that was sent messages in quick succession looks at the
-// words of their lane before it waits in its post.
+// The receiving side of looking: a thread that received messages in quick succession looks at the
+// words of their lane before it waits in its wait set.
 //
-// While it looks, the lane is not watched in any post, or each message would wake another thread
-// that then finds nothing. The lane stays unwatched while the thread works on a message that it
-// found by looking, since stopping and beginning to watch cost a system call for each post. It is
-// watched again when
-//  - a look was in vain, or the thread did not answer the message itself;
+// While it looks, the lane is not watched in any wait set, otherwise each message would wake
+// another thread, which would find nothing. The lane stays unwatched while the thread handles a
+// message that it found by looking, since removing and adding a watch cost a system call for each
+// wait set. The lane is watched again when
+//  - a look had no success, or the thread did not answer the message itself;
 //  - the thread ends, or receives on another channel;
-//  - its client is about to sleep over the answer (control_watch_lane): so if that thread takes
-//    long, or never receives again, others can receive the client's next message.
+//  - its client is about to sleep until the answer comes (control_watch_lane): so if that thread
+//    takes long, or never receives again, others can receive the client's next message.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_LANE_LOOK_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_LANE_LOOK_H
 
@@ -25,14 +25,14 @@ class LaneLook {
 
     // The thread has received a message.
     void received(const Source &source, ReceivedMessage &message) EXCLUDES(server_lock);
-    // Called when the thread begins to receive on a channel: whether it is to look for its next
-    // message.
-    // @param has_answered whether it has answered what it received last.
+    // Called when the thread begins to receive on a channel. @return whether it must look for its
+    // next message.
+    // @param has_answered whether it has answered its last message.
     bool begin(int channel, bool has_answered) EXCLUDES(server_lock);
-    // Whether the thread is to look in its post first, since nobody else waits there.
-    bool owes_post_a_look(Posts &posts);
-    // Calls `take` for the lane when something may have come. @return the result of `take`; 0 ends
-    // the look.
+    // Whether the thread must check its wait set first, since no other thread waits there.
+    bool must_check_wait_set(WaitSets &wait_sets);
+    // Calls `take` for the lane when a message may have come. @return the result of `take`; 0: the
+    // look ended.
     template <typename Take>
     int look(Take take) EXCLUDES(server_lock) {
         LaneWords &words = words_->lane(source_.lane);
@@ -61,22 +61,22 @@ class LaneLook {
     }
 
   private:
-    // How many changes of the word without a message a look tolerates. One can be honest: a message
-    // may be taken before its client changes the word. More are a client's misconduct.
+    // The number of changes of the word without a message that a look tolerates. One is legitimate:
+    // a message may be received before its client changes the word. More are a client's misconduct.
     static constexpr int mistaken_max = 3;
-    // How long messages that only this thread could take may lie in its post.
-    static constexpr int64_t post_ns = 200'000;
+    // How long messages that only this thread can receive may wait in its wait set.
+    static constexpr int64_t wait_set_ns = 200'000;
 
     bool unwatch() EXCLUDES(server_lock);
     void end() EXCLUDES(server_lock);
 
     Source source_;
-    std::shared_ptr<ConnectionWords> words_; // empty: no lane is looked at
+    std::shared_ptr<ConnectionWords> words_; // empty: the thread looks at no lane
     int channel_ = 0;
     int sender_ = -1;
     uint32_t seen_ = 0;
-    bool is_unwatched_ = false; // as this thread left it
-    int64_t post_seen_at_ = 0;
+    bool is_unwatched_ = false; // set by this thread
+    int64_t wait_set_seen_at_ = 0;
     LookBudget budget_;
 };
 

@@ -1,8 +1,8 @@
 // Pulse connections of this process to its own channels.
 //
-// Pulses of this process arrive on the channel's own socket. Those of a server arrive on an end
-// that the server made for one pulse connection and keeps to itself: nothing that one server does
-// to its end reaches the pulses of another.
+// Pulses of this process arrive on the channel's own socket. Pulses of a server arrive on a socket
+// pair that the server made for one pulse connection: a server cannot affect the pulses of another
+// server.
 //
 // pulse_connections_lock is taken before server_lock.
 #include <pthread.h>
@@ -53,7 +53,7 @@ void after_fork_in_child() RELEASE(pulse_connections_lock) {
 
 PulseConnections &PulseConnections::instance() {
     static auto *const connections = [] {
-        Server::instance(); // whose lock a fork takes after this one, being made before it
+        Server::instance(); // a fork takes its lock after this one, since it was made earlier
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
         static NeverDestroyed<PulseConnections> instance;
         return instance.get();
@@ -61,9 +61,9 @@ PulseConnections &PulseConnections::instance() {
     return *connections;
 }
 
-// Where this process's numbers begin, which differs between processes. So if a notification is for
-// a client that is gone, and another client has its id by now, it names no pulse connection of that
-// client.
+// The first number of this process, which differs between processes. So if a notification is for a
+// client that is gone, and another client has the same id by now, the notification does not name a
+// pulse connection of that other client.
 int first_number() {
     uint32_t noise = 0;
     [[maybe_unused]] const ssize_t got = ::getrandom(&noise, sizeof noise, GRND_NONBLOCK);
@@ -71,7 +71,8 @@ int first_number() {
     return make_number(NumberKind::pulse_connection, static_cast<int>(noise % half) + 1);
 }
 
-// A pulse takes a kernel buffer far larger than itself: room for the pulses promised.
+// A pulse takes a kernel buffer far larger than itself: this is room for the guaranteed number of
+// pulses.
 constexpr int pulse_buffer_bytes = IPC_PULSE_CAPACITY * 1024;
 
 // The channel's pulse socket; made with the first pulse connection. @return the send end, or null.
@@ -89,7 +90,8 @@ std::shared_ptr<UniqueFd> pulse_socket(Channel &channel) {
     auto send = std::make_shared<UniqueFd>(std::move(send_end));
     ::setsockopt(send->get(), SOL_SOCKET, SO_SNDBUF, &pulse_buffer_bytes,
                  sizeof pulse_buffer_bytes);
-    if (!channel.posts.watch(receive.get(), {socket_events, Source{Source::sent_pulse}.pack()})) {
+    if (!channel.wait_sets.watch(receive.get(),
+                                 {socket_events, Source{Source::sent_pulse}.pack()})) {
         return nullptr;
     }
     channel.pulse_receive = std::move(receive);
@@ -103,16 +105,16 @@ namespace vantro::platform {
 
 void retire_pulse_end(Channel &channel, size_t index) {
     const int socket = channel.pulse_ends[index].socket->get();
-    ::shutdown(socket, SHUT_RDWR); // the server learns it from this
+    ::shutdown(socket, SHUT_RDWR); // this notifies the server
     char byte;
     if (::recv(socket, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) <= 0) {
         close_pulse_end(channel, index);
-    } // else whoever receives takes what is there, and then its end
+    } // else the receiver reads the remaining pulses, and then the end
 }
 
 void close_pulse_end(Channel &channel, size_t index) {
     const auto end = channel.pulse_ends.begin() + static_cast<ptrdiff_t>(index);
-    channel.posts.unwatch(end->socket->get());
+    channel.wait_sets.unwatch(end->socket->get());
     channel.pulse_ends.erase(end);
 }
 
@@ -126,7 +128,7 @@ static int add_pulse_end(Channel &channel, PulseEnd end) REQUIRES(server_lock) {
     const WatchedSocket watched = {socket_events, Source{Source::sent_pulse, 0, 0, end.id}.pack()};
     const int socket = end.socket->get();
     channel.pulse_ends.push_back(std::move(end));
-    if (!channel.posts.watch(socket, watched)) {
+    if (!channel.wait_sets.watch(socket, watched)) {
         const int error = errno;
         channel.pulse_ends.pop_back();
         return error;

@@ -11,9 +11,9 @@ constinit Mutex server_lock;
 
 namespace {
 
-// A child of fork holds copies of every socket; while it does, the other side never sees the end of
-// a connection, and a name's lock outlives its holder. So the child closes them all. The lock is
-// held across the fork, so that the tables are whole in the child.
+// A child of fork has copies of every socket; while they are open, the other side never sees the
+// end of a connection, and a name's lock outlives its owner. So the child closes them all. The lock
+// is held across the fork, so that the tables are consistent in the child.
 void before_fork() ACQUIRE(server_lock) {
     server_lock.lock();
 }
@@ -44,7 +44,7 @@ void after_fork_in_child() RELEASE(server_lock) {
             listener->socket.reset();
             listener->name.forget();
         }
-        channel->posts.close_in_child();
+        channel->wait_sets.close_in_child();
         channel->wake.reset();
         channel->pulse_receive.reset();
         for (PulseEnd &end : channel->pulse_ends) {
@@ -96,7 +96,7 @@ void Server::watch_lane_again(const Source &source) {
     Client &client = *find_client(source.serial);
     lane->is_unwatched = false;
     lane->quick = 0;
-    if (client.channel->posts.resume(lane->socket.fd, {lane_events, source.pack()})) {
+    if (client.channel->wait_sets.resume(lane->socket.fd, {lane_events, source.pack()})) {
         client.words->lane(source.lane).unwatched = 0;
     } else {
         disconnect(client);
@@ -140,7 +140,7 @@ void Server::pin(Client &client, PinnedFd &socket) {
 }
 
 void Server::unpin(uint32_t serial, int lane) {
-    Client &client = *clients[serial]; // pinned, so it is there
+    Client &client = *clients[serial]; // pinned, so it exists
     PinnedFd &socket = lane < 0 ? client.control : client.lanes[static_cast<size_t>(lane)].socket;
     --client.pins;
     if (--socket.pins == 0 && socket.closing) {
@@ -154,7 +154,7 @@ void Server::close_socket(Client &client, PinnedFd &socket) {
     if (socket.fd < 0 || socket.closing) {
         return;
     }
-    client.channel->posts.unwatch(socket.fd);
+    client.channel->wait_sets.unwatch(socket.fd);
     descriptors.give(client.uid, &socket == &client.control ? ClientDescriptors::of_socket
                                                             : ClientDescriptors::of_lane);
     if (socket.pins > 0) {
@@ -166,7 +166,7 @@ void Server::close_socket(Client &client, PinnedFd &socket) {
 }
 
 void Server::close_lane(Client &client, Lane &lane) {
-    // The thread that dispatches its last message goes on holding the disconnect pulse.
+    // The thread that dispatches the lane's last message still delays the disconnect pulse.
     if (lane.owes_answer()) {
         lane.state = LaneState::closed_owing;
     } else if (lane.state == LaneState::idle) {
@@ -180,7 +180,7 @@ void Server::close_lane(Client &client, Lane &lane) {
 }
 
 // Only edge-triggered events have to be reported again.
-void Server::tell_again(const Source &source) {
+void Server::report_again(const Source &source) {
     Client *client = find_client(source.serial);
     if (!client || !client->is_connected()) {
         return;
@@ -198,7 +198,7 @@ void Server::tell_again(const Source &source) {
         watched.events = outlet.waiting.empty() ? outlet_events : outlet_events | EPOLLOUT;
     }
     if (socket >= 0) {
-        client->channel->posts.watch_again(socket, watched);
+        client->channel->wait_sets.watch_again(socket, watched);
     }
 }
 
@@ -213,7 +213,7 @@ void Server::give_up(const Source &source) {
 
 void Server::close_outlet(Client &client, PulseOutlet &outlet) {
     if (outlet.socket) {
-        client.channel->posts.unwatch(outlet.socket.get());
+        client.channel->wait_sets.unwatch(outlet.socket.get());
         descriptors.give(client.uid, ClientDescriptors::of_socket);
         outlet = PulseOutlet();
     }

@@ -1,4 +1,4 @@
-// Listening and control sockets: clients that come, ask for lanes and for pulses, and go.
+// Listening and control sockets: clients that connect, request lanes and pulses, and disconnect.
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <time.h>
@@ -13,13 +13,13 @@ namespace vantro::platform {
 
 namespace {
 
-// A descriptor kept in reserve. If a process has none left, a connection that waits to be accepted
-// would keep the listening socket readable for ever: with this one given up, it can be accepted and
-// turned away.
+// A reserved descriptor. If a process has no free descriptor, a pending connection would keep the
+// listening socket readable forever: when this descriptor is released, the connection can be
+// accepted and refused.
 class Reserve {
   public:
     Reserve() { take(); }
-    // Accepts one connection in the reserve's place, and answers EAGAIN.
+    // Accepts one connection instead of the reserve, and answers EAGAIN.
     void turn_away(int listening) EXCLUDES(lock_) {
         const MutexLock guard(lock_);
         if (!spare_) {
@@ -74,8 +74,8 @@ void read_credentials(int socket, Client &client) {
     }
 }
 
-// A lane's index: the lowest that no socket and no dispatch uses. An index that is owed an answer
-// is better than none: a program that never answers must not use up a client's lanes.
+// A lane's index: the lowest that no socket and no dispatch uses. If there is none, an index with
+// an owed answer is used: a program that never answers must not use up a client's lanes.
 int free_lane_index(Client &client) REQUIRES(server_lock) {
     int last_resort = -1;
     for (size_t i = 0; i < client.lanes.size(); ++i) {
@@ -95,7 +95,7 @@ int free_lane_index(Client &client) REQUIRES(server_lock) {
 }
 
 // Takes the near end of a new lane. @return 0 or an error number.
-// @param index receives which it is.
+// @param index receives the lane's index.
 int add_lane(Client &client, ClientSocket near_end, int &index, ClientRefusal &refusal)
     REQUIRES(server_lock) {
     Server &server = Server::instance();
@@ -115,7 +115,7 @@ int add_lane(Client &client, ClientSocket near_end, int &index, ClientRefusal &r
     const uint32_t incarnation = ++server.last_incarnation;
     const Source source = {Source::client_lane, static_cast<uint16_t>(client.serial),
                            static_cast<uint8_t>(index), incarnation};
-    if (!client.channel->posts.watch(near_end.get(), {lane_events, source.pack()})) {
+    if (!client.channel->wait_sets.watch(near_end.get(), {lane_events, source.pack()})) {
         server.descriptors.give(client.uid, ClientDescriptors::of_lane);
         return errno;
     }
@@ -147,7 +147,7 @@ bool grant_lane(uint32_t serial, int control) EXCLUDES(server_lock) {
         Client &client = *server.find_client(serial);
         error = add_lane(client, std::move(near_end), index, refusal);
         grant = wire_version << wire_version_shift | index << lane_index_shift |
-                (client.channel->posts.hands_over() ? lane_hands_over : 0);
+                (client.channel->wait_sets.hands_over() ? lane_hands_over : 0);
     }
     refusal.tell();
     return error == 0 ? send_control(control, control_lane_granted, grant, far_end.get())
@@ -162,7 +162,7 @@ bool grant_words(uint32_t serial, int control) EXCLUDES(server_lock) {
         const MutexLock guard(server_lock);
         Client &client = *Server::instance().find_client(serial);
         if (client.words || !client.is_connected()) {
-            return false; // it had them, or is gone
+            return false; // the client had them already, or is gone
         }
         client.words = words;
     }
@@ -170,7 +170,7 @@ bool grant_words(uint32_t serial, int control) EXCLUDES(server_lock) {
                  : send_control(control, control_refused, ENOMEM, -1);
 }
 
-// A client is about to sleep. @return false if it has no such lane.
+// A client is about to sleep until an answer comes. @return false if it has no such lane.
 bool watch_lane(const Source &control, int index) EXCLUDES(server_lock) {
     const MutexLock guard(server_lock);
     Client &client = *Server::instance().find_client(control.serial); // pinned
@@ -189,7 +189,7 @@ bool take_socket(const Client &client, int socket, ClientRefusal &refusal) EXCLU
                                                socket, refusal);
 }
 
-// The next serial that nobody has, or 0. Round robin: see ReceiveId.
+// The next unused serial, or 0. Round robin: see ReceiveId.
 uint32_t next_serial(Server &server) REQUIRES(server_lock) {
     uint32_t last_resort = 0;
     for (uint32_t tried = 0; tried < IPC_CONNECTIONS_MAX; ++tried) {
@@ -252,7 +252,7 @@ void accept_client(Channel &channel, uint16_t listener) {
         client->incarnation = ++server.last_incarnation;
         const Source source = {Source::client_control, static_cast<uint16_t>(serial), 0,
                                client->incarnation};
-        if (!channel.posts.watch(control, {socket_events, source.pack()})) {
+        if (!channel.wait_sets.watch(control, {socket_events, source.pack()})) {
             server.descriptors.give(client->uid, ClientDescriptors::of_socket);
             return;
         }
@@ -286,7 +286,8 @@ void serve_control(const Source &source) {
     ControlRecord record;
     struct iovec part = {&record, sizeof record};
     Arrival arrival;
-    const ssize_t received = receive_packet(control, &part, 1, MSG_DONTWAIT, arrival);
+    const ssize_t received =
+        receive_packet(control, &part, 1, MSG_DONTWAIT, arrival, takes_descriptors());
     const bool nothing = received < 0 && (errno == EAGAIN || errno == EINTR);
     bool keep = nothing;
     if (received == sizeof record && record.kind == control_lane_request) {

@@ -1,8 +1,8 @@
 // Notifications: pulses to clients, for the pulse connections that they named.
 //
 // A pulse for which a client's socket has no room waits at its outlet, in order, until the client
-// has taken some. Each outlet is a socket pair of its own, made here: its client can close it, but
-// can neither send on it nor reach another client's.
+// has received some. Each outlet is a separate socket pair, made here: its client can close it, but
+// can neither send on it nor reach another client's outlet.
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -20,7 +20,7 @@ namespace vantro::platform {
 
 namespace {
 
-// Asks for an event when an outlet has room, or cancels that.
+// Requests an event for when an outlet has room, or cancels that.
 bool watch_outlet(const Client &client, const PulseOutlet &outlet, bool is_new, bool for_room)
     REQUIRES(server_lock) {
     const Source source = {Source::client_outlet, static_cast<uint16_t>(client.serial),
@@ -28,9 +28,9 @@ bool watch_outlet(const Client &client, const PulseOutlet &outlet, bool is_new, 
                            outlet.incarnation};
     const WatchedSocket watched = {for_room ? outlet_events | EPOLLOUT : outlet_events,
                                    source.pack()};
-    Posts &posts = client.channel->posts;
-    return is_new ? posts.watch(outlet.socket.get(), watched)
-                  : posts.watch_again(outlet.socket.get(), watched);
+    WaitSets &wait_sets = client.channel->wait_sets;
+    return is_new ? wait_sets.watch(outlet.socket.get(), watched)
+                  : wait_sets.watch_again(outlet.socket.get(), watched);
 }
 
 bool client_closed(const PulseOutlet &outlet) REQUIRES(server_lock) {
@@ -38,8 +38,8 @@ bool client_closed(const PulseOutlet &outlet) REQUIRES(server_lock) {
     return ::poll(&state, 1, 0) > 0;
 }
 
-// The outlet for a pulse connection: the one that it has, or one that is free or whose client has
-// closed it. Null if none is.
+// The outlet for a pulse connection: its present one, or one that is free or closed by its client.
+// Null if there is none.
 PulseOutlet *outlet_for(Client &client, int number) REQUIRES(server_lock) {
     PulseOutlet *free = nullptr;
     for (PulseOutlet &outlet : client.outlets) {
@@ -97,7 +97,7 @@ int send_pulse(const PulseOutlet &outlet, const struct ipc_pulse &pulse) REQUIRE
     return send_packet(outlet.socket.get(), &part, 1, -1, MSG_DONTWAIT) == sizeof pulse ? 0 : errno;
 }
 
-// The outlet that an event is for, or null.
+// The outlet of an event, or null.
 PulseOutlet *find_outlet(Server &server, int receive_id, const struct ipc_event &event,
                          Client **client) REQUIRES(server_lock) {
     *client = receive_id > 0 ? server.find_client(ReceiveId::unpack(receive_id).serial) : nullptr;
@@ -144,7 +144,8 @@ int deliver(Client &client, PulseOutlet &outlet, const struct ipc_pulse &pulse)
 } // namespace
 
 bool grant_pulses(uint32_t serial, int control, int number) {
-    // A pulse takes a kernel buffer far larger than itself: room for the pulses promised.
+    // A pulse takes a kernel buffer far larger than itself: this is room for the guaranteed number
+    // of pulses.
     constexpr int buffer_bytes = IPC_PULSE_CAPACITY * 1024;
     Server &server = Server::instance();
     int ends[2];

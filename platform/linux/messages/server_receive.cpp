@@ -1,4 +1,4 @@
-// Receives messages from lanes, and tells messages from misconduct.
+// Receives messages from lanes, and detects misconduct.
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -25,7 +25,7 @@ char *spill_area() {
 
 enum class Verdict { message, misconduct, refused };
 
-// One packet, as it came from the lane's socket.
+// One packet from the lane's socket.
 struct Packet {
     Frame frame;
     size_t received = 0; // the frame not counted
@@ -69,7 +69,7 @@ int keep(Packet &packet, const PartList &list, const struct iovec *parts,
                                  packet.frame.length) < 0) {
                 return EIO;
             }
-            message->file.reset(packet.arrival.descriptor.release()); // its close never waits
+            message->file.reset(packet.arrival.descriptor.release()); // closing it never waits
         } else {
             message->bytes.reset(new char[packet.frame.length]);
             const size_t fitted =
@@ -97,18 +97,18 @@ struct Received {
 // A lane's home is the processor from which its first message came. The home's thread is woken
 // first. @return false if the lane cannot be watched any more.
 bool settle_home(Client &client, Lane &lane, uint32_t processor) REQUIRES(server_lock) {
-    Posts &posts = client.channel->posts;
-    if (!posts.hands_over() || processor == 0 || processor > CPU_SETSIZE ||
-        (lane.home >= 0 && lane.posts_generation == posts.generation())) {
+    WaitSets &wait_sets = client.channel->wait_sets;
+    if (!wait_sets.hands_over() || processor == 0 || processor > CPU_SETSIZE ||
+        (lane.home >= 0 && lane.wait_sets_generation == wait_sets.generation())) {
         return true;
     }
     lane.home = lane.home >= 0 ? lane.home : static_cast<int>(processor) - 1;
-    lane.posts_generation = posts.generation();
-    return posts.set_home(lane.socket.fd, lane.home);
+    lane.wait_sets_generation = wait_sets.generation();
+    return wait_sets.set_home(lane.socket.fd, lane.home);
 }
 
-// A message is quick if it comes so soon after the answer before it, also if both sides slept in
-// between.
+// A message is quick if it comes within this time after the previous answer, also if both sides
+// slept in between.
 constexpr int64_t quick_ns = 200'000;
 
 // If the client has words, tells the receiver whether to look at them for the next message.
@@ -182,8 +182,8 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
     parts.set_front(&packet.frame, sizeof packet.frame);
     char *spill = spill_area();
     parts.set_back(spill, spill ? IPC_INLINE_MAX : 0);
-    const ssize_t bytes =
-        receive_packet(socket, parts.with_front(), parts.count() + 2, MSG_DONTWAIT, packet.arrival);
+    const ssize_t bytes = receive_packet(socket, parts.with_front(), parts.count() + 2,
+                                         MSG_DONTWAIT, packet.arrival, takes_descriptors());
     const bool nothing = bytes < 0 && (errno == EAGAIN || errno == EINTR);
     received.ended = bytes <= 0;
     int error = 0;
@@ -215,7 +215,7 @@ bool receive_from_lane(const Source &source, bool hung_up, PartList &parts,
 ssize_t ipc_read(int receive_id, void *buffer, size_t length, size_t offset) {
     using namespace vantro::platform;
     using vantro::MutexLock;
-    const CancelDisabled no_cancel; // else a cancelled thread would lose its message
+    const CancelDisabled no_cancel; // otherwise a cancelled thread would lose its message
     Server &server = Server::instance();
     std::shared_ptr<KeptMessage> kept;
     {

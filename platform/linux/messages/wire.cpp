@@ -19,7 +19,8 @@ namespace vantro::platform {
 
 namespace {
 
-// The frame goes in front and, at a receiver, a spill entry after it.
+// One entry for the frame in front, and, at a receiver, one after the parts for bytes that do not
+// fit.
 constexpr int parts_max = IOV_MAX - 2;
 
 constexpr int memory_file_seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
@@ -80,7 +81,7 @@ bool PartList::give_descriptor_back(int socket) {
     if (!spare_) {
         return true;
     }
-    char first; // of the packet, which stays in the socket, with its descriptor
+    char first; // first byte of the packet, which stays in the socket with its descriptor
     const bool arrived = ::recv(socket, &first, sizeof first, MSG_PEEK) >= 0;
     const KeepErrno keep;
     spare_.reset();
@@ -105,13 +106,14 @@ ssize_t send_packet(int socket, const struct iovec *parts, int count, int descri
     return ::sendmsg(socket, &message, flags | MSG_NOSIGNAL);
 }
 
-ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Arrival &arrival) {
+ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Arrival &arrival,
+                       bool with_descriptors) {
     struct msghdr message = {};
     message.msg_iov = parts;
     message.msg_iovlen = static_cast<size_t>(count);
     ControlBuffer<packet_descriptors_max> control;
     message.msg_control = control.bytes;
-    message.msg_controllen = sizeof control.bytes;
+    message.msg_controllen = with_descriptors ? sizeof control.bytes : 0;
     const ssize_t received = ::recvmsg(socket, &message, flags | MSG_CMSG_CLOEXEC);
     if (received < 0) {
         return -1;

@@ -1,5 +1,5 @@
-// What travels in the sockets: frames on lanes, fixed records on control sockets, descriptors
-// beside either.
+// The data in the sockets: frames on lanes, fixed records on control sockets, and descriptors with
+// either.
 #ifndef VANTRO_PLATFORM_LINUX_MESSAGES_WIRE_H
 #define VANTRO_PLATFORM_LINUX_MESSAGES_WIRE_H
 
@@ -18,20 +18,20 @@
 
 namespace vantro::platform {
 
-// In front of every message and reply on a lane.
+// The header of every message and reply on a lane.
 struct Frame {
     uint32_t length = 0; // bytes of the message, wherever they are
-    int32_t status = 0;  // of a reply: status, or the error number
+    int32_t status = 0;  // in a reply: status, or the error number
     uint32_t flags = 0;
     uint32_t processor = 0; // the sender's processor plus 1, or 0 if it does not matter
 };
 static_assert(sizeof(Frame) == 16);
 
 enum FrameFlag : uint32_t {
-    frame_memory_file = 1, // the bytes are in a sealed memory file that came along
+    frame_memory_file = 1, // the bytes are in a sealed memory file, which is attached
     frame_error = 2,       // an error reply
-    frame_answer_file = 4  // of a reply: the bytes are in the lane's answer file (answer_file.h),
-                           // which comes along if it is new
+    frame_answer_file = 4  // in a reply: the bytes are in the lane's answer file (answer_file.h),
+                           // which is attached if it is new
 };
 
 // One record on a control socket. A client has at most one request unanswered. Descriptors go from
@@ -43,35 +43,35 @@ struct ControlRecord {
 static_assert(sizeof(ControlRecord) == 8);
 
 enum ControlKind : uint32_t {
-    control_lane_request = 1,  // client: one more lane, please
-    control_pulse_request = 2, // client: wants the pulses that value, its pulse connection, names
-    control_lane_granted = 3,  // server: the lane's far end beside it; value: LaneGrant
-    control_pulse_granted = 4, // server: the same value; the end on which they arrive beside it
+    control_lane_request = 1,  // client: requests another lane
+    control_pulse_request = 2, // client: requests pulses; value: its pulse connection
+    control_lane_granted = 3,  // server: attaches the lane's far end; value: LaneGrant
+    control_pulse_granted = 4, // server: attaches the end for the pulses; the same value
     control_refused = 5,       // server: value is an error number
-    control_words_request = 6, // client: wants the connection's words (lane_words.h)
-    control_words_granted = 7, // server: their file beside it
-    control_watch_lane = 8     // client: sleeps until the lane of this index is answered; see
+    control_words_request = 6, // client: requests the connection's words (lane_words.h)
+    control_words_granted = 7, // server: attaches their file
+    control_watch_lane = 8     // client: sleeps until an answer on the lane with this index; see
                                // LaneWords::unwatched. Gets no reply.
 };
 
 enum LaneGrant : int32_t {
-    lane_hands_over = 1,  // the server wakes a thread of the processor that the message comes from
-    lane_index_shift = 8, // above these bits: the lane's index at the server,
+    lane_hands_over = 1,    // the server wakes a thread on the sender's processor
+    lane_index_shift = 8,   // above these bits: the lane's index in the server,
     lane_index_mask = 0xff, // of this width
     wire_version_shift = 16 // above these bits: the server's wire_version
 };
 
-// The version of all that this file, transport/wire.h and objects/ring.h describe: raise it with
-// every change after which the two sides would misunderstand each other. A client compares it
-// before its first message, since the first lane comes without a request. So neither side waits for
-// the other in vain. Servers that had no version have 0 there.
+// The version of the formats in this file, transport/wire.h and objects/ring.h: increment it with
+// every incompatible change. A client compares it before its first message, since the first lane
+// comes without a request. So neither side waits for the other in vain. Servers from before
+// versions have 0 there.
 inline constexpr int wire_version = 1;
 
-// A vector with room for a part of ours before and one after the caller's. Costs heap only above
-// IPC_STACK_PARTS.
+// A vector with room for one part before and one after the caller's parts. Needs heap memory only
+// above IPC_STACK_PARTS.
 class PartList {
   public:
-    // False with errno EINVAL, EMSGSIZE or ENOMEM when the caller's vector is not to be had.
+    // False with errno EINVAL, EMSGSIZE or ENOMEM if the caller's vector cannot be used.
     bool assign(const struct iovec *parts, int count);
 
     // Places a part in front of the caller's.
@@ -85,7 +85,7 @@ class PartList {
     // Bytes of the caller's parts.
     size_t length() const { return length_; }
 
-    // Reserves one descriptor for the file that may come with a reply. @return false with errno.
+    // Reserves one descriptor for a file that may be attached to a reply. @return false with errno.
     bool keep_descriptor();
     // Waits for the packet, then frees the reserved descriptor, if there is one. @return false with
     // errno.
@@ -101,11 +101,11 @@ class PartList {
     UniqueFd spare_;
 };
 
-// What came with a packet.
+// The descriptors that came with a packet.
 struct Arrival {
     ForeignFd descriptor;
     bool descriptor_lost = false; // this process had no descriptor free for it
-    bool too_many = false;        // there were more, which are closed
+    bool too_many = false;        // there were more descriptors; these were closed
 };
 
 // Calls a function for each descriptor that came with a message.
@@ -129,22 +129,25 @@ void for_each_descriptor(struct msghdr &message, Function function) {
 ssize_t send_packet(int socket, const struct iovec *parts, int count, int descriptor, int flags);
 
 // Receives one packet. @return bytes, 0 at the end, or -1.
-ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Arrival &arrival);
+// @param with_descriptors if false, the kernel closes the descriptors that came with the packet,
+//        and `arrival` says that they are lost.
+ssize_t receive_packet(int socket, struct iovec *parts, int count, int flags, Arrival &arrival,
+                       bool with_descriptors = true);
 
-// Checks that a descriptor passed by a server is a packet socket. @return 0,
-// ECONNRESET if it is none, or why that cannot be told.
+// Checks that a descriptor passed by a server is a packet socket. @return 0, ECONNRESET if it is
+// not, or the error for which that is unknown.
 int check_packet_socket(int descriptor);
 
 // A sealed memory file that holds the parts. Empty with errno on failure.
 UniqueFd make_memory_file(const struct iovec *parts, int count, size_t length);
 
-// Checks that a peer's file has these seals. `length` receives its length. @return 0,
-// ECONNRESET if it has not, or why it could not be looked at.
+// Checks that a peer's file has these seals. `length` receives its length. @return 0, ECONNRESET if
+// it has not, or the error for which that is unknown.
 int check_sealed_file(int file, int wanted_seals, size_t &length);
 
 // Checks that a peer's memory file may be read: sealed so that its bytes and size cannot change,
 // and at least `length` long. Without this check a read could block on a file of the peer's choice.
-// @return as check_sealed_file().
+// @return the result of check_sealed_file().
 int check_memory_file(int file, size_t length);
 
 // Reads from a file at an offset into parts. @return bytes placed, or -1.

@@ -87,24 +87,13 @@ TEST_F(Looking, AnswersEveryMessageOfEveryClient) {
     EXPECT_EQ(received, 3 * 5000 + 50);
 }
 
-// What the thread does that is looking for the client's messages.
+// What the thread that is looking for the client's messages does.
 enum class Does { stays, leaves, is_cancelled, answers_later };
 
-class LookingThread : public Looking, public testing::WithParamInterface<Does> {};
-
-TEST_P(LookingThread, IsNotMissed) {
-#ifdef __SANITIZE_THREAD__
-    if (GetParam() == Does::is_cancelled) {
-        GTEST_SKIP() << "the sanitizer misses the locks that a thread takes while it is cancelled";
-    }
-#endif
-    std::promise<void> end;
-    const std::shared_future<void> ended = end.get_future().share();
-    const int channel = channel_create(CHANNEL_DISCONNECT);
-    struct path_dispatch *const dispatch = path_dispatch_create(channel, 0);
-    ASSERT_TRUE(global_name_attach(dispatch, "csm/test/default", 0));
-    std::atomic<int> late = 0;
-    const auto serve = [&] {
+class LookingThread : public Looking, public testing::WithParamInterface<Does> {
+  protected:
+    // A thread of the server. After the message "now" it does what the parameter says.
+    void serve(int channel) {
         apart();
         for (;;) {
             Message message;
@@ -120,7 +109,7 @@ TEST_P(LookingThread, IsNotMissed) {
                 continue;
             }
             if (GetParam() == Does::answers_later) {
-                late = message.receive_id;
+                late_ = message.receive_id;
                 continue;
             }
             echo(message);
@@ -131,28 +120,43 @@ TEST_P(LookingThread, IsNotMissed) {
                 pthread_cancel(pthread_self());
                 continue;
             }
-            ended.wait();
+            ended_.wait();
         }
-    };
-    std::thread first(serve);
+    }
+
+    std::promise<void> end_;
+    const std::shared_future<void> ended_ = end_.get_future().share();
+    std::atomic<int> late_ = 0;
+};
+
+TEST_P(LookingThread, IsNotMissed) {
+#ifdef __SANITIZE_THREAD__
+    if (GetParam() == Does::is_cancelled) {
+        GTEST_SKIP() << "the sanitizer misses the locks that a thread takes while it is cancelled";
+    }
+#endif
+    const int channel = channel_create(CHANNEL_DISCONNECT);
+    struct path_dispatch *const dispatch = path_dispatch_create(channel, 0);
+    ASSERT_TRUE(global_name_attach(dispatch, "csm/test/default", 0));
+    std::thread first([&] { serve(channel); });
     const int connection = connect_to_test();
     exchange_quickly(connection);
-    std::thread second(serve);
+    std::thread second([&] { serve(channel); });
     exchange_quickly(connection);
     if (GetParam() == Does::answers_later) {
         std::thread asking(
             [&] { EXPECT_EQ(ipc_send_simple(connection, "now", 3, nullptr, 0), 7); });
-        while (late == 0) {
+        while (late_ == 0) {
             usleep(1000);
         }
         EXPECT_TRUE(is_served(connection));
-        ipc_reply(late, 7, nullptr, 0);
+        ipc_reply(late_, 7, nullptr, 0);
         asking.join();
     } else {
         EXPECT_EQ(ipc_send_simple(connection, "now", 3, nullptr, 0), 3);
     }
     exchange_quickly(connection);
-    end.set_value();
+    end_.set_value();
     global_name_close(connection);
     channel_destroy(channel);
     first.join();

@@ -1,4 +1,4 @@
-#include "platform/linux/messages/posts.h"
+#include "platform/linux/messages/wait_sets.h"
 
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -32,27 +32,27 @@ bool confine_to(int processor) {
     return ::sched_setaffinity(0, sizeof one, &one) == 0;
 }
 
-// The post that the calling thread has taken, and gives up when it ends.
+// The wait set of the calling thread, which releases it when it ends.
 class Stand {
   public:
     ~Stand() { leave(); }
 
     int epoll_for(Channel &channel);
-    // Until it receives next, the thread may run on every processor it could use before it took
-    // one.
+    // Until it next receives, the thread may run on every processor that it could use before it was
+    // confined.
     void free_processor();
     void leave();
-    // In a child of fork: there is nothing to give up.
+    // In a child of fork: there is nothing to release.
     void forget();
 
   private:
     void take(Channel &channel) EXCLUDES(server_lock);
     bool stay();
 
-    int channel_ = 0; // its number; 0: no post
+    int channel_ = 0; // its number; 0: no wait set
     std::weak_ptr<Channel> kept_;
     int epoll_ = -1;
-    int processor_ = -1; // -1: the floating post
+    int processor_ = -1; // -1: the floating wait set
     bool confined_ = false;
     cpu_set_t allowed_; // before it was confined
     int64_t confined_at_ = 0;
@@ -62,7 +62,7 @@ thread_local Stand stand;
 
 int Stand::epoll_for(Channel &channel) {
     const bool is_good = channel_ == channel.number &&
-                         (processor_ < 0 || (!channel.posts.needs_floating() && stay()));
+                         (processor_ < 0 || (!channel.wait_sets.needs_floating() && stay()));
     if (!is_good) {
         leave();
         take(channel);
@@ -70,8 +70,8 @@ int Stand::epoll_for(Channel &channel) {
     return epoll_;
 }
 
-// Sees to it that the thread is on its processor. Others may move it: an administrator, or the
-// program itself. @return false if it cannot stay there.
+// Ensures that the thread is on its processor. An administrator or the program itself may have
+// moved it. @return false if it cannot stay there.
 bool Stand::stay() {
     if (confined_ && ::sched_getcpu() == processor_) {
         return true;
@@ -88,25 +88,25 @@ bool Stand::stay() {
 void Stand::take(Channel &channel) {
     CPU_ZERO(&allowed_);
     if (::sched_getaffinity(0, sizeof allowed_, &allowed_) != 0) {
-        CPU_ZERO(&allowed_); // more processors than fit: it floats
+        CPU_ZERO(&allowed_); // more processors than fit: the thread floats
     }
     {
         const MutexLock guard(server_lock);
         const auto found = Server::instance().channels.find(channel.number);
         if (found == Server::instance().channels.end()) {
-            epoll_ = channel.posts.floating(); // the channel is destroyed, which this set reports
+            epoll_ = channel.wait_sets.floating(); // the channel is destroyed; this set reports it
             return;
         }
         kept_ = found->second;
         channel_ = channel.number;
-        epoll_ = channel.posts.take(allowed_, processor_);
+        epoll_ = channel.wait_sets.take(allowed_, processor_);
     }
     confined_ = false;
     if (processor_ >= 0 && !stay()) {
         CPU_ZERO(&allowed_);
         const MutexLock guard(server_lock);
-        channel.posts.leave(processor_);
-        epoll_ = channel.posts.take(allowed_, processor_);
+        channel.wait_sets.leave(processor_);
+        epoll_ = channel.wait_sets.take(allowed_, processor_);
     }
 }
 
@@ -118,7 +118,7 @@ void Stand::leave() {
         const std::shared_ptr<Channel> channel = kept_.lock();
         const MutexLock guard(server_lock);
         if (channel) {
-            channel->posts.leave(processor_);
+            channel->wait_sets.leave(processor_);
         }
     }
     forget();
@@ -144,16 +144,16 @@ void after_fork_in_child() {
 
 } // namespace
 
-int my_post(Channel &channel) {
-    return channel.posts.hands_over() ? stand.epoll_for(channel) : channel.posts.floating();
+int my_wait_set(Channel &channel) {
+    return channel.wait_sets.hands_over() ? stand.epoll_for(channel) : channel.wait_sets.floating();
 }
 
-bool Posts::make() {
+bool WaitSets::make() {
     shared_.reset(::epoll_create1(EPOLL_CLOEXEC));
     return static_cast<bool>(shared_);
 }
 
-bool Posts::hand_over(uint64_t end_data) {
+bool WaitSets::hand_over(uint64_t end_data) {
     static const int prepared = ::pthread_atfork(nullptr, nullptr, after_fork_in_child);
     if (prepared != 0) {
         return fail(prepared) == 0;
@@ -167,7 +167,7 @@ bool Posts::hand_over(uint64_t end_data) {
     return true;
 }
 
-bool Posts::add(int epoll, int fd, const WatchedSocket &watched) const {
+bool WaitSets::add(int epoll, int fd, const WatchedSocket &watched) const {
     struct epoll_event event = {};
     event.events = watched.events;
     if (hands_over_ && fd != end_.get()) {
@@ -177,7 +177,7 @@ bool Posts::add(int epoll, int fd, const WatchedSocket &watched) const {
     return ::epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &event) == 0;
 }
 
-bool Posts::watch(int fd, const WatchedSocket &watched) {
+bool WaitSets::watch(int fd, const WatchedSocket &watched) {
     if (!hands_over_) {
         return add(shared_.get(), fd, watched);
     }
@@ -189,16 +189,16 @@ bool Posts::watch(int fd, const WatchedSocket &watched) {
     return add_everywhere(fd, watched);
 }
 
-// The home's post comes first.
-bool Posts::add_everywhere(int fd, const WatchedSocket &watched) {
-    const auto is_home = [&](const Post &post) { return post.processor == watched.home; };
+// The home's wait set comes first.
+bool WaitSets::add_everywhere(int fd, const WatchedSocket &watched) {
+    const auto is_home = [&](const WaitSet &set) { return set.processor == watched.home; };
     bool good = true;
-    for (const Post &post : posts_) {
-        good = good && (!is_home(post) || add(post.epoll.get(), fd, watched));
+    for (const WaitSet &set : sets_) {
+        good = good && (!is_home(set) || add(set.epoll.get(), fd, watched));
     }
     good = good && add(shared_.get(), fd, watched);
-    for (const Post &post : posts_) {
-        good = good && (is_home(post) || add(post.epoll.get(), fd, watched));
+    for (const WaitSet &set : sets_) {
+        good = good && (is_home(set) || add(set.epoll.get(), fd, watched));
     }
     if (!good) {
         const KeepErrno keep;
@@ -207,9 +207,9 @@ bool Posts::add_everywhere(int fd, const WatchedSocket &watched) {
     return good;
 }
 
-bool Posts::watch_again(int fd, const WatchedSocket &watched) {
+bool WaitSets::watch_again(int fd, const WatchedSocket &watched) {
     if (hands_over_) {
-        const WatchedSocket copy = watched; // the reference may be to the one removed
+        const WatchedSocket copy = watched; // the reference may be to the removed element
         unwatch(fd);
         return watch(fd, copy);
     }
@@ -219,39 +219,39 @@ bool Posts::watch_again(int fd, const WatchedSocket &watched) {
     return ::epoll_ctl(shared_.get(), EPOLL_CTL_MOD, fd, &event) == 0;
 }
 
-// Not left to the close: a copy of the descriptor in another process would keep the watch, and its
+// Closing is not enough: a copy of the descriptor in another process would keep the watch and its
 // events.
-void Posts::unwatch(int fd) {
+void WaitSets::unwatch(int fd) {
     pause(fd);
     watched_.erase(fd);
 }
 
-void Posts::pause(int fd) {
+void WaitSets::pause(int fd) {
     ::epoll_ctl(shared_.get(), EPOLL_CTL_DEL, fd, nullptr);
-    for (const Post &post : posts_) {
-        ::epoll_ctl(post.epoll.get(), EPOLL_CTL_DEL, fd, nullptr);
+    for (const WaitSet &set : sets_) {
+        ::epoll_ctl(set.epoll.get(), EPOLL_CTL_DEL, fd, nullptr);
     }
 }
 
-bool Posts::resume(int fd, const WatchedSocket &watched) {
-    pause(fd); // a post that was made meanwhile watches it
+bool WaitSets::resume(int fd, const WatchedSocket &watched) {
+    pause(fd); // a wait set that was made meanwhile may watch it
     const auto found = watched_.find(fd);
     return hands_over_ ? found != watched_.end() && add_everywhere(fd, WatchedSocket(found->second))
                        : add(shared_.get(), fd, watched);
 }
 
-bool Posts::set_home(int fd, int home) {
+bool WaitSets::set_home(int fd, int home) {
     const auto found = watched_.find(fd);
     if (found == watched_.end()) {
         return true;
     }
     found->second.home = home;
-    const bool has_post = std::any_of(posts_.begin(), posts_.end(),
-                                      [home](const Post &post) { return post.processor == home; });
-    return !has_post || watch_again(fd, found->second);
+    const bool has_set = std::any_of(sets_.begin(), sets_.end(),
+                                     [home](const WaitSet &set) { return set.processor == home; });
+    return !has_set || watch_again(fd, found->second);
 }
 
-void Posts::tell_again(uint64_t data) {
+void WaitSets::report_again(uint64_t data) {
     const auto told = std::find_if(watched_.begin(), watched_.end(),
                                    [data](const auto &each) { return each.second.data == data; });
     if (told != watched_.end() && !watch_again(told->first, told->second)) {
@@ -259,17 +259,17 @@ void Posts::tell_again(uint64_t data) {
     }
 }
 
-void Posts::end() {
+void WaitSets::end() {
     const uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(end_.get(), &one, sizeof one);
 }
 
-int Posts::take(const cpu_set_t &allowed, int &processor) {
+int WaitSets::take(const cpu_set_t &allowed, int &processor) {
     processor = -1;
     for (int each = 0; floating_ > 0 && each < CPU_SETSIZE; ++each) {
         const bool is_free = CPU_ISSET(static_cast<size_t>(each), &allowed) &&
-                             std::none_of(posts_.begin(), posts_.end(), [each](const Post &post) {
-                                 return post.processor == each;
+                             std::none_of(sets_.begin(), sets_.end(), [each](const WaitSet &set) {
+                                 return set.processor == each;
                              });
         if (!is_free) {
             continue;
@@ -278,16 +278,16 @@ int Posts::take(const cpu_set_t &allowed, int &processor) {
             processor = each;
             return epoll;
         }
-        break; // short of memory or descriptors: the thread can float instead
+        break; // memory or descriptors are short: the thread can float instead
     }
     ++floating_;
     return shared_.get();
 }
 
-// @return the set of the new post, or -1.
-int Posts::take_processor(int processor) {
-    Post post = {UniqueFd(::epoll_create1(EPOLL_CLOEXEC)), processor};
-    const int epoll = post.epoll.get();
+// @return the new wait set, or -1.
+int WaitSets::take_processor(int processor) {
+    WaitSet set = {UniqueFd(::epoll_create1(EPOLL_CLOEXEC)), processor};
+    const int epoll = set.epoll.get();
     if (epoll < 0 || !add(epoll, end_.get(), end_watched_)) {
         return -1;
     }
@@ -297,7 +297,7 @@ int Posts::take_processor(int processor) {
         }
     }
     try {
-        posts_.push_back(std::move(post));
+        sets_.push_back(std::move(set));
     } catch (const std::bad_alloc &) {
         return -1;
     }
@@ -305,32 +305,32 @@ int Posts::take_processor(int processor) {
     return epoll;
 }
 
-void Posts::leave(int processor) {
+void WaitSets::leave(int processor) {
     if (processor < 0) {
         --floating_;
         return;
     }
-    const auto found = std::find_if(posts_.begin(), posts_.end(), [processor](const Post &post) {
-        return post.processor == processor;
+    const auto found = std::find_if(sets_.begin(), sets_.end(), [processor](const WaitSet &set) {
+        return set.processor == processor;
     });
     const UniqueFd epoll = std::move(found->epoll);
-    posts_.erase(found);
+    sets_.erase(found);
     ++generation_;
-    // The channel's end is left out: every post gets it, and it never goes.
+    // Without the channel's end: every wait set gets that event, and it never disappears.
     ::epoll_ctl(epoll.get(), EPOLL_CTL_DEL, end_.get(), nullptr);
     for (size_t left = watched_.size(); left > 0; --left) {
         struct epoll_event event;
         if (::epoll_wait(epoll.get(), &event, 1, 0) != 1) {
             break;
         }
-        tell_again(event.data.u64);
+        report_again(event.data.u64);
     }
 }
 
-void Posts::close_in_child() {
+void WaitSets::close_in_child() {
     shared_.reset();
     end_.reset();
-    posts_.clear();
+    sets_.clear();
 }
 
 } // namespace vantro::platform
@@ -344,16 +344,16 @@ int channel_hand_over(int number) {
         return fail(EBADF);
     }
     Channel &channel = *found->second;
-    if (channel.posts.hands_over()) {
+    if (channel.wait_sets.hands_over()) {
         return 0;
     }
     if (!channel.listeners.empty() || channel.pulse_receive) {
         return fail(EBUSY);
     }
-    channel.posts.unwatch(channel.wake.get());
-    const bool done = channel.posts.hand_over(Source{Source::channel_end}.pack());
+    channel.wait_sets.unwatch(channel.wake.get());
+    const bool done = channel.wait_sets.hand_over(Source{Source::channel_end}.pack());
     const KeepErrno keep;
-    channel.posts.watch(channel.wake.get(), wake_watched);
+    channel.wait_sets.watch(channel.wake.get(), wake_watched);
     return done ? 0 : -1;
 }
 
