@@ -9,17 +9,17 @@
 
 #include <vantro/messaging.h>
 
+#include "transport/server/access.h"
 #include "transport/server/capability_check.h"
 #include "transport/server/disconnect.h"
 #include "transport/server/held_answers.h"
-#include "transport/server/refusals.h"
 #include "transport/server/server.h"
 #include "transport/wire.h"
 
 namespace vantro::transport {
 namespace {
 
-// One message in the hands of a server thread.
+// The current message of a server thread.
 struct Dispatch {
     MsgServer *server;
     MsgContext *context;
@@ -62,7 +62,7 @@ class StepReference {
     MsgOsb *open_;
 };
 
-// Points the path framework to the message in hand.
+// Points the path framework to the current message.
 path_context *framework_view(const Dispatch &now) {
     path_context *framework = now.context->framework_context;
     framework->receive_id = now.context->receive_id;
@@ -75,7 +75,7 @@ void dispatch_pulse(const Dispatch &now) RELEASE(server_lock) {
     std::memcpy(&pulse, now.context->header, sizeof pulse);
     if (pulse.code == PULSE_CODE_DISCONNECT) {
         close_opens_of(now.server, pulse.conn_id);
-        if (!now.path_mode()) { // in path mode the framework must release what it has first
+        if (!now.path_mode()) { // in path mode the framework must first release its resources
             connect_detach(pulse.conn_id);
         }
     }
@@ -88,7 +88,7 @@ void dispatch_pulse(const Dispatch &now) RELEASE(server_lock) {
     }
 }
 
-// Copies the message in hand into the framework's buffer. @return 0, or -1 with errno.
+// Copies the current message into the framework's buffer. @return 0, or -1 with errno.
 int copy_to_framework(const MsgContext &context, path_context *framework) {
     const size_t length =
         std::min(static_cast<size_t>(context.info.msg_length), framework->message_max);
@@ -214,7 +214,7 @@ void dispatch_open(const Dispatch &now, MsgService *service) RELEASE(server_lock
             ipc_error(now.receive_id(), refused);
             return;
         }
-        // A handler that answered by itself has refused, whatever it returned: the client does not
+        // If a handler answered itself, it has refused, whatever it returned: the client does not
         // know this open.
         now.lock.take();
         open->unaccepted = !ipc_waiting(now.receive_id());
@@ -241,8 +241,8 @@ void dispatch_notify(const Dispatch &now, MsgOsb *open) RELEASE(server_lock) {
         return now.refuse(EINVAL);
     }
     if (!ipc_waiting(now.receive_id())) {
-        // The client gave this registration up. It may have registered again, and another thread
-        // may have handled that: the newer registration must stay.
+        // The client has given up this registration. It may have registered again, and another
+        // thread may have handled that: the newer registration must stay.
         return now.refuse(ECANCELED);
     }
     const auto wanted = static_cast<int32_t>(now.context->header->reply_length);
@@ -258,7 +258,7 @@ void dispatch_putget(const Dispatch &now, MsgService *service, MsgOsb *open) REL
     service->request_cb(open, now.context, service);
 }
 
-// Whether too many notifications wait for the client to promise one more.
+// Whether too many notifications wait for the client to promise another one.
 bool takes_no_notifications(const Dispatch &now, const MsgOsb &open) REQUIRES(server_lock) {
     return ipc_check_event(now.receive_id(), &open.event) == -1 && errno == EAGAIN;
 }

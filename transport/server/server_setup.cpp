@@ -13,7 +13,7 @@
 #include <vantro/platform/io.h>
 #include <vantro/platform/names.h>
 
-#include "transport/server/refusals.h"
+#include "transport/server/access.h"
 #include "transport/server/server.h"
 
 namespace vantro::transport {
@@ -24,7 +24,7 @@ struct Free {
 };
 using Text = std::unique_ptr<char, Free>;
 
-// Values that the path framework stores and does not use.
+// Values that the path framework stores but does not use.
 constexpr uint32_t mount_configuration = 0x10;
 constexpr unsigned attach_flags = 0x200;
 constexpr int file_type_any = 0;
@@ -77,7 +77,7 @@ Text format_name(const char *prefix, const char *name, const char *instance) {
     return Text(text);
 }
 
-// The number after the first `key`, as strtoll reads it, or `otherwise`.
+// The number after the first `key`, read like strtoll, or `otherwise`.
 uint32_t option_number(const char *options, const char *key, int base, uint32_t otherwise) {
     const char *found = std::strstr(options, key);
     if (!found) {
