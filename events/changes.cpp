@@ -1,6 +1,7 @@
 #include "events/changes.h"
 
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include <vantro/platform/change.h>
@@ -16,7 +17,7 @@ void no_dictionary() {
     msglog(LOG_SEVERITY_WARNING, "dict is null and please investigate");
 }
 
-// Takes the dictionary that a change has returned, or keeps the old one where the change failed.
+// Stores the dictionary that a change has returned, or keeps the old one if the change failed.
 bool keep(mosk_dict **dict, mosk_dict *changed) {
     if (changed) {
         *dict = changed;
@@ -59,6 +60,29 @@ ssize_t readchange(const VantroHandle *handle, int fd) {
     return length;
 }
 
+ssize_t next_change(const VantroHandle *handle, EventQueue &queue, int fd) {
+    if (queue.unapplied_fd != fd) {
+        queue.change_length = readchange(handle, fd);
+        if (queue.change_length > 0) {
+            std::memcpy(queue.change(), handle->read_buffer,
+                        static_cast<size_t>(queue.change_length) + 1);
+        }
+        return queue.change_length;
+    }
+    queue.unapplied_fd = -1;
+    std::memcpy(handle->read_buffer, queue.change(), static_cast<size_t>(queue.change_length) + 1);
+    return queue.change_length;
+}
+
+std::optional<std::string_view> object_of(std::string_view text) {
+    const size_t at = text.find('@');
+    const size_t end = at == text.npos ? at : text.find('\n', at);
+    if (end == text.npos) {
+        return std::nullopt;
+    }
+    return text.substr(at + 1, end - at - 1);
+}
+
 int update_dict(mosk_dict **dict, char *text) {
     msglog(LOG_SEVERITY_DEBUG, "update_dict: %s", text ? text : "NULL");
     int result = 0;
@@ -84,7 +108,7 @@ int update_dict(mosk_dict **dict, char *text) {
             mosk_dict_destroy(std::exchange(*dict, nullptr));
             break;
         case KIVO_OBJECT_TRUNCATED:
-            // The lines that follow are all that the object has, also if the object was not known.
+            // The following lines are all attributes of the object, also if the object was unknown.
             msglog(LOG_SEVERITY_TRACE, "KIVO_OBJECT_TRUNCATED: %s", line.object);
             mosk_dict_destroy(*dict);
             *dict = mosk_dict_new();

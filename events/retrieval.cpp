@@ -1,17 +1,16 @@
-// The next event of a player, in the order that applications rely on: queued changes, then "state",
-// then new changes of the other objects.
+// Finds the next event of a player, in the order on which applications rely: queued changes, then
+// "state", then new changes of the other objects.
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <optional>
 #include <string_view>
 #include <utility>
 
-#include <vantro/platform/notify.h>
 #include <vantro/player.h>
 
 #include "events/attribute_parsing.h"
 #include "events/changes.h"
+#include "events/descriptor.h"
 #include "events/details.h"
 #include "events/log.h"
 #include "events/queue.h"
@@ -22,32 +21,8 @@ namespace vantro::events {
 
 namespace {
 
-// Bytes that one call reads at most, with some overhead for each text. This is more than a
-// publisher keeps for a reader, so only a service that publishes as fast as it is read reaches the
-// limit. Without it such a service would keep the call from returning, and fill the memory.
-constexpr size_t pass_bytes_max = size_t{4} << 20;
-constexpr size_t text_overhead = 16;
-
-constexpr std::string_view state_object = "state";
-
-// Reads the next change of a file. Parsing overwrites a text, so a copy is kept until it was
-// applied.
-ssize_t next_change(const VantroHandle *handle, EventQueue &queue, int fd) REQUIRES(handle->lock) {
-    if (queue.unapplied_fd != fd) {
-        queue.change_length = readchange(handle, fd);
-        if (queue.change_length > 0) {
-            std::memcpy(queue.change(), handle->read_buffer,
-                        static_cast<size_t>(queue.change_length) + 1);
-        }
-        return queue.change_length;
-    }
-    queue.unapplied_fd = -1;
-    std::memcpy(handle->read_buffer, queue.change(), static_cast<size_t>(queue.change_length) + 1);
-    return queue.change_length;
-}
-
-// Notes that a file's newest change was not applied for want of memory, so that a later call tries
-// again.
+// Records that a file's newest change was not applied for lack of memory, so that a later call
+// tries again.
 void keep_for_later(EventQueue &queue, int fd) {
     if (errno == ENOMEM) {
         queue.unapplied_fd = fd;
@@ -84,16 +59,6 @@ bool report_state(EventQueue &queue, char *text) {
     return true;
 }
 
-// The object's name in the first object line of a text, if there is such a line.
-std::optional<std::string_view> object_of(std::string_view text) {
-    const size_t at = text.find('@');
-    const size_t end = at == text.npos ? at : text.find('\n', at);
-    if (end == text.npos) {
-        return std::nullopt;
-    }
-    return text.substr(at + 1, end - at - 1);
-}
-
 // Applies a change to its object's entry. @return whether that succeeded.
 bool take_change(EventQueue &queue, std::string_view name, char *text) {
     msglog(LOG_SEVERITY_TRACE, "getobj: %.*s", static_cast<int>(name.size()), name.data());
@@ -121,9 +86,9 @@ bool take_change(EventQueue &queue, std::string_view name, char *text) {
     return applied;
 }
 
-// Queues the changes of the other objects. The publisher's end is no failure while an earlier
-// change is not reported yet: a later call meets the end again.
-// @param state_seen receives whether "state" was among those that changed.
+// Queues the changes of the other objects. The publisher's end is not a failure while an earlier
+// change is unreported: a later call finds the end again.
+// @param state_seen receives whether "state" was among the changed objects.
 // @return false if that failed.
 bool read_objects(const VantroHandle *handle, EventQueue &queue, bool &state_seen)
     REQUIRES(handle->lock) {
@@ -199,13 +164,14 @@ bool next_event(const VantroHandle *handle, EventQueue &queue) REQUIRES(handle->
     return true;
 }
 
-// Keeps the application's descriptor readable while there may be another event. @param more false
-// if this call found that there is none.
-void settle(const EventQueue &queue, bool more) {
-    const KeepErrno keep;
-    if (more || (notify_settle(queue.all_fd) == 0 && has_unreported(queue))) {
-        notify_wake(queue.all_fd);
+// Makes the next event, or the event that reports nothing new. @return false if that failed.
+bool retrieve(const VantroHandle *handle, EventQueue &queue) REQUIRES(handle->lock) {
+    evcleanup(queue);
+    const bool succeeded = !queue.is_away && next_event(handle, queue);
+    if (handle->reconnects && (queue.is_away || (!succeeded && errno == ESTALE))) {
+        return come_back(queue) == 0;
     }
+    return succeeded;
 }
 
 } // namespace
@@ -225,14 +191,13 @@ const VantroEvent *vantro_event_get(VantroHandle *handle) {
     if (!queue) {
         return nullptr;
     }
-    evcleanup(*queue);
-    bool succeeded = !queue->is_away && next_event(handle, *queue);
-    if (handle->reconnects && (queue->is_away || (!succeeded && errno == ESTALE))) {
-        succeeded = come_back(*queue) == 0;
-    }
-    if (queue->is_polled) {
-        settle(*queue,
-               !succeeded || queue->event.type != VANTRO_EVENT_NONE || queue->event.object_name);
+    bool succeeded = retrieve(handle, *queue);
+    const bool found_nothing =
+        succeeded && queue->event.type == VANTRO_EVENT_NONE && !queue->event.object_name;
+    // The death of the publisher is noticed only when the descriptor is checked.
+    if (queue->is_polled && settle(handle, *queue, succeeded) && found_nothing) {
+        succeeded = retrieve(handle, *queue);
+        settle(handle, *queue, succeeded);
     }
     return succeeded ? &queue->event : nullptr;
 }

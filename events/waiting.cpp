@@ -5,6 +5,7 @@
 #include <vantro/platform/notify.h>
 #include <vantro/player.h>
 
+#include "events/descriptor.h"
 #include "events/log.h"
 #include "events/queue.h"
 
@@ -12,7 +13,7 @@ namespace vantro::events {
 
 namespace {
 
-// @return 1 if there may be an event, 0 when the time is over, or -1 with errno.
+// @return 1 if there may be an event, 0 after the time limit, or -1 with errno.
 int wait_for_event(VantroHandle *handle, int timeout_ms) {
     EventQueue *const queue = queue_of(handle);
     if (!queue) {
@@ -87,10 +88,12 @@ int vantro_event_fd(VantroHandle *handle) {
     if (!queue) {
         return -1;
     }
+    const vantro::MutexLock lock(handle->lock);
+    const bool more = !queue->is_polled && has_next(handle, *queue);
     const int descriptor = notify_poll_descriptor(queue->all_fd);
     if (descriptor >= 0 && !queue->is_polled) {
         queue->is_polled = true;
-        if (has_unreported(*queue)) {
+        if (more || handle->is_woken.exchange(false)) {
             notify_wake(queue->all_fd);
         }
     }

@@ -89,6 +89,8 @@ size_t answer_length(const vantro::service::requests::Bytes &request,
         return 20;
     case VANTRO_COMMAND_GET_CURRENT_TRACK_INFO:
         return 24 + read<uint32_t>(answer, 16) + read<uint32_t>(answer, 20);
+    case VANTRO_COMMAND_GET_STATUS:
+        return 60 + read<uint32_t>(answer, 52) + read<uint32_t>(answer, 56);
     case VANTRO_COMMAND_GET_CURRENT_TRACK_POSITION:
         require(read<int32_t>(answer, 4) >= 0 && read<int32_t>(answer, 4) <= 20'000);
         return 8;

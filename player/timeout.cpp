@@ -1,16 +1,18 @@
-// Time limits for what a handle asks the service.
+// Time limits for a handle's waits for the service.
 #include <algorithm>
 #include <cerrno>
 
 #include <vantro/extras.h>
 #include <vantro/platform/message.h>
 
+#include "player/failure.h"
 #include "player/handle.h"
 
 using namespace vantro::player;
 
 VantroHandle *vantro_connect_timed(int timeout_ms) {
     if (timeout_ms == 0) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
         errno = EINVAL;
         return nullptr;
     }
@@ -28,8 +30,10 @@ int vantro_set_timeout(VantroHandle *handle, int timeout_ms) {
         errno = EINVAL;
         return -1;
     }
-    const vantro::ReaderLock use(handle->connection_lock); // another thread may reconnect it
+    // Another thread may reconnect the handle.
+    const vantro::ReaderLock use(handle->connection_lock);
     if (ipc_set_timeout(handle->connection->connection, timeout_ms) != 0) {
+        note_failure(VANTRO_FAILURE_INVALID, errno);
         return -1;
     }
     handle->timeout_ms = std::max(timeout_ms, 0);

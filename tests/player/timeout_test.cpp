@@ -1,4 +1,4 @@
-// Time limits: what a service answers late, or never, reaches no later call; and why calls fail.
+// Time limits: an answer that comes late or never does not reach a later call. Also why calls fail.
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -55,7 +55,7 @@ TEST_F(TimedPlayer, LateAnswersReachNobody) {
             return 0;
         }
         if (late != 0) {
-            EXPECT_EQ(reply(std::exchange(late, 0), 5), -1); // the client has given it up
+            EXPECT_EQ(reply(std::exchange(late, 0), 5), -1); // the client no longer waits for it
         }
         return reply(context->receive_id, position % 4);
     });
@@ -189,9 +189,15 @@ TEST_F(TimedPlayer, FailuresSayWhy) {
         EXPECT_EQ(failure.number, row.number);
     }
     EXPECT_EQ(errno, 77);
-    EXPECT_EQ(vantro_set_timeout(handle, 0), -1);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(vantro_connect_timed(0), nullptr);
+    for (const bool connects : {false, true}) {
+        vantro_open(handle, "other"); // invalid too, but with another number
+        VantroFailure failure;
+        EXPECT_FALSE(connects ? vantro_connect_timed(0) != nullptr
+                              : vantro_set_timeout(handle, 0) == 0);
+        EXPECT_EQ(std::exchange(errno, 77), EINVAL);
+        EXPECT_EQ(vantro_last_failure(&failure), VANTRO_FAILURE_INVALID);
+        EXPECT_EQ(failure.number, EINVAL);
+    }
 }
 
 } // namespace

@@ -28,7 +28,7 @@ inline std::string_view version() {
     return vantro_version();
 }
 
-/** What a player is doing; VANTRO_STATE_*. */
+/** The state of a player; VANTRO_STATE_*. */
 enum class State : int32_t {
     none = VANTRO_STATE_NONE,
     idle = VANTRO_STATE_IDLE,
@@ -37,7 +37,7 @@ enum class State : int32_t {
     stopped = VANTRO_STATE_STOPPED
 };
 
-/** What a player repeats; VANTRO_REPEAT_*. */
+/** The repeat mode of a player; VANTRO_REPEAT_*. */
 enum class Repeat : int32_t {
     off = VANTRO_REPEAT_OFF,
     all = VANTRO_REPEAT_ALL,
@@ -54,9 +54,8 @@ enum class Start : int32_t {
 };
 
 /**
- * Owns a handle. Each member makes one call of player.h or extras.h, whose text there says whether
- * it blocks and why it fails; the result carries the failure. Threads: as player.h says for the
- * handle.
+ * Owns a handle. Each member makes one call of player.h or extras.h, which document whether the
+ * call blocks and why it fails; the result carries the failure. Threads: see player.h.
  */
 class Player {
   public:
@@ -76,7 +75,7 @@ class Player {
 
     /** Connects and opens a player. @param name the player's. @param limit as above.
      *  @return the connection. */
-    static Result<Player> connect(const char *name, Milliseconds limit = Milliseconds(0)) {
+    static Result<Player> connect(TextArgument name, Milliseconds limit = Milliseconds(0)) {
         Result<Player> player = connect(limit);
         if (player) {
             if (const Result<void> opened = player->open(name); !opened) {
@@ -89,13 +88,13 @@ class Player {
     /** @param handle taken over. */
     explicit Player(VantroHandle *handle) : handle_(handle) {}
 
-    /** @return the handle, for the C functions; it stays this object's. */
+    /** @return the handle, for the C functions; this object keeps ownership. */
     VantroHandle *handle() const { return handle_.get(); }
 
-    /** @param name of the player to open. @return done. */
-    Result<void> open(const char *name) { return done(vantro_open(handle(), name)); }
-    /** @param name of the player that is open. @return done. */
-    Result<void> close(const char *name) { return done(vantro_close(handle(), name)); }
+    /** @param name of the player to open. @return success. */
+    Result<void> open(TextArgument name) { return done(vantro_open(handle(), name.get())); }
+    /** @param name of the player that is open. @return success. */
+    Result<void> close(TextArgument name) { return done(vantro_close(handle(), name.get())); }
 
     /** @return the names of the service's players. */
     Result<Names> players() {
@@ -111,72 +110,73 @@ class Player {
         return value(result, identity);
     }
 
-    /** Has the service look at all of its music again, in the background. @return done. */
+    /** Makes the service scan all of its music again, in the background. @return success. */
     Result<void> rescan() { return done(vantro_rescan(handle())); }
 
     /** Saves the tracks of the current session. @param name the playlist's. @param replace whether
-     *  one of that name is replaced. @return how many tracks were saved. */
-    Result<int> save_playlist(const char *name, bool replace = false) {
-        const int count =
-            vantro_save_playlist(handle(), name, replace ? int32_t{VANTRO_PLAYLIST_REPLACE} : 0);
+     *  an existing one is replaced. @return the number of saved tracks. */
+    Result<int> save_playlist(TextArgument name, bool replace = false) {
+        const int count = vantro_save_playlist(handle(), name.get(),
+                                               replace ? int32_t{VANTRO_PLAYLIST_REPLACE} : 0);
         return value(count < 0 ? -1 : 0, int{count});
     }
-    /** Deletes a saved playlist. @param name its name. @return done. */
-    Result<void> delete_playlist(const char *name) {
-        return done(vantro_delete_playlist(handle(), name));
+    /** Deletes a saved playlist. @param name its name. @return success. */
+    Result<void> delete_playlist(TextArgument name) {
+        return done(vantro_delete_playlist(handle(), name.get()));
     }
 
-    /** Bounds every later wait for the service. @param limit above 0; below 0: none. @return done.
+    /** Bounds every later wait for the service. @param limit above 0; below 0: none. @return
+     * success.
      */
     Result<void> set_timeout(Milliseconds limit) {
         return done(vantro_set_timeout(handle(), static_cast<int>(limit.count())));
     }
 
     /**
-     * Has the player outlive the service; see vantro_set_reconnect(). Its events then begin again
-     * with one whose object() is VANTRO_OBJECT_RECONNECTED.
+     * Makes the connection outlive the service; see vantro_set_reconnect(). After a reconnect the
+     * events begin again with one whose object() is VANTRO_OBJECT_RECONNECTED.
      * @param on whether it does.
-     * @return done.
+     * @return success.
      */
     Result<void> set_reconnect(bool on) {
         return done(
             vantro_set_reconnect(handle(), on ? VANTRO_RECONNECT_ON : VANTRO_RECONNECT_OFF));
     }
 
-    /** Plays, or plays on. @return done. */
+    /** Plays, or continues after a pause. @return success. */
     Result<void> play() { return done(vantro_play(handle())); }
-    /** Stops. @return done. */
+    /** Stops. @return success. */
     Result<void> stop() { return done(vantro_stop(handle())); }
-    /** Pauses, holding the position. @return done. */
+    /** Pauses at the present position. @return success. */
     Result<void> pause() { return done(vantro_pause(handle())); }
-    /** Goes to the next track. @return done. */
+    /** Goes to the next track. @return success. */
     Result<void> next() { return done(vantro_next(handle())); }
-    /** Goes to the previous track. @return done. */
+    /** Goes to the previous track. @return success. */
     Result<void> previous() { return done(vantro_previous(handle())); }
-    /** @param position where to go on, from the track's start. @return done. */
+    /** @param position new position, from the track's start. @return success. */
     Result<void> seek(Milliseconds position) {
         return done(vantro_seek(handle(), static_cast<int32_t>(position.count())));
     }
-    /** @param rate 1.0 is normal speed. @return done. */
+    /** @param rate 1.0 is normal speed. @return success. */
     Result<void> set_rate(float rate) { return done(vantro_set_playback_rate(handle(), rate)); }
-    /** @param on whether tracks come in random order. @return done. */
+    /** @param on whether tracks come in random order. @return success. */
     Result<void> set_shuffle(bool on) {
         return done(vantro_shuffle(handle(), on ? VANTRO_SHUFFLE_ON : VANTRO_SHUFFLE_OFF));
     }
-    /** @param mode what is repeated. @return done. */
+    /** @param mode the repeat mode. @return success. */
     Result<void> set_repeat(Repeat mode) {
         return done(vantro_repeat(handle(), static_cast<int32_t>(mode)));
     }
 
-    /** @return how loud the player plays. */
+    /** @return the player's volume. */
     Result<VantroVolume> volume() {
         VantroVolume volume{};
         const int result = vantro_get_volume(handle(), &volume);
         return value(result, volume);
     }
-    /** @param level 0 to 100. @return done. */
+    /** @param level 0 to 100. @return success. */
     Result<void> set_volume(int32_t level) { return done(vantro_set_volume(handle(), level)); }
-    /** @param muted whether nothing is to be heard. @return done. */
+    /** @param muted whether the player is silent. @return success. */
     Result<void> set_muted(bool muted) { return done(vantro_set_muted(handle(), muted ? 1 : 0)); }
 
     /**
@@ -186,21 +186,21 @@ class Player {
      * @param start how it begins.
      * @return its id.
      */
-    Result<uint64_t> create_session(int32_t ms_id, const char *node_id, int32_t index = 0,
+    Result<uint64_t> create_session(int32_t ms_id, TextArgument node_id, int32_t index = 0,
                                     Start start = Start::held) {
         uint64_t tsid = 0;
-        const int result = vantro_create_trksession(handle(), ms_id, node_id, &index,
+        const int result = vantro_create_trksession(handle(), ms_id, node_id.get(), &index,
                                                     static_cast<int32_t>(start), &tsid);
         return value(result, tsid);
     }
-    /** @param tsid the session to destroy. @return done. */
+    /** @param tsid the session to destroy. @return success. */
     Result<void> destroy_session(uint64_t tsid) {
         return done(vantro_destroy_trksession(handle(), tsid));
     }
-    /** @param index the track of the current session to go to, from 0. @return done. */
+    /** @param index the track of the current session to go to, from 0. @return success. */
     Result<void> jump(int32_t index) { return done(vantro_jump(handle(), index)); }
 
-    /** @return what the player is doing. */
+    /** @return the player's state and modes. */
     Result<VantroStateInfo> state() { return copy_of(vantro_get_current_state); }
     /** @return the current track session. */
     Result<VantroTrksessionInfo> session() { return copy_of(vantro_get_current_trksession_info); }
@@ -216,7 +216,7 @@ class Player {
         const int result = vantro_get_current_track_info(handle(), &info);
         return value(result, Track(info));
     }
-    /** @return all that a line of status shows, as it was at one moment. */
+    /** @return the complete status at one moment. */
     Result<Status> status() {
         VantroStatus *whole = nullptr;
         const int result = vantro_get_status(handle(), &whole);
@@ -232,19 +232,18 @@ class Player {
     }
 
     /** @param ms_id, node_id the source, and the node. @param offset the first entry wanted.
-     *  @return the node's entries, which are fetched as they are walked. */
-    Pages<MediaNode> browse(int32_t ms_id, std::string_view node_id = VANTRO_NODE_ROOT,
+     *  @return the node's entries, which are fetched page by page while iterating. */
+    Pages<MediaNode> browse(int32_t ms_id, TextArgument node_id = VANTRO_NODE_ROOT,
                             int32_t offset = 0) {
-        return Pages<MediaNode>(
-            vantro_cursor_browse(handle(), ms_id, detail::Text(node_id).get(), offset, 0));
+        return Pages<MediaNode>(vantro_cursor_browse(handle(), ms_id, node_id.get(), offset, 0));
     }
 
-    /** @param ms_id, term the source, and what to look for. @param filter VANTRO_FILTER_*, or ""
-     *  for any. @param offset the first entry wanted. @return what the source has that matches. */
-    Pages<MediaNode> search(int32_t ms_id, std::string_view term, std::string_view filter = {},
+    /** @param ms_id, term the source, and the search term. @param filter VANTRO_FILTER_*, or "" for
+     * any. @param offset index of the first entry. @return the matching entries of the source. */
+    Pages<MediaNode> search(int32_t ms_id, TextArgument term, TextArgument filter = "",
                             int32_t offset = 0) {
-        return Pages<MediaNode>(vantro_cursor_search(handle(), ms_id, detail::Text(filter).get(),
-                                                     detail::Text(term).get(), offset, 0));
+        return Pages<MediaNode>(
+            vantro_cursor_search(handle(), ms_id, filter.get(), term.get(), offset, 0));
     }
 
     /** @param tsid, offset the session, and the first track wanted. @return its tracks. */
@@ -252,46 +251,47 @@ class Player {
         return Pages<MediaNode>(vantro_cursor_tracks(handle(), tsid, offset, 0));
     }
 
-    /** @param ms_id, node_id, offset as for browse(). @return as browse(), each entry with what is
-     *  known of it. */
-    Pages<DescribedNode> browse_metadata(int32_t ms_id, std::string_view node_id = VANTRO_NODE_ROOT,
+    /** @param ms_id, node_id, offset as for browse(). @return the result of browse(), with the
+     * metadata of each entry. */
+    Pages<DescribedNode> browse_metadata(int32_t ms_id, TextArgument node_id = VANTRO_NODE_ROOT,
                                          int32_t offset = 0) {
         return Pages<DescribedNode>(
-            vantro_cursor_browse(handle(), ms_id, detail::Text(node_id).get(), offset, 1));
+            vantro_cursor_browse(handle(), ms_id, node_id.get(), offset, 1));
     }
 
-    /** @param ms_id, term, filter, offset as for search(). @return as search(), each entry with
-     *  what is known of it. */
-    Pages<DescribedNode> search_metadata(int32_t ms_id, std::string_view term,
-                                         std::string_view filter = {}, int32_t offset = 0) {
-        return Pages<DescribedNode>(vantro_cursor_search(
-            handle(), ms_id, detail::Text(filter).get(), detail::Text(term).get(), offset, 1));
+    /** @param ms_id, term, filter, offset as for search(). @return the result of search(), with the
+     * metadata of each entry. */
+    Pages<DescribedNode> search_metadata(int32_t ms_id, TextArgument term, TextArgument filter = "",
+                                         int32_t offset = 0) {
+        return Pages<DescribedNode>(
+            vantro_cursor_search(handle(), ms_id, filter.get(), term.get(), offset, 1));
     }
 
-    /** @param tsid, offset as for tracks(). @return as tracks(), each with what is known of it. */
+    /** @param tsid, offset as for tracks(). @return the result of tracks(), with the metadata of
+     * each track. */
     Pages<DescribedNode> tracks_metadata(uint64_t tsid, int32_t offset = 0) {
         return Pages<DescribedNode>(vantro_cursor_tracks(handle(), tsid, offset, 1));
     }
 
-    /** @param ms_id, node_id the source, and the node. @return what is known of the node. */
-    Result<MetadataPtr> metadata(int32_t ms_id, const char *node_id) {
+    /** @param ms_id, node_id the source, and the node. @return the node's metadata. */
+    Result<MetadataPtr> metadata(int32_t ms_id, TextArgument node_id) {
         Metadata *record = nullptr;
-        const int result = vantro_get_metadata(handle(), ms_id, node_id, &record);
+        const int result = vantro_get_metadata(handle(), ms_id, node_id.get(), &record);
         return value(result, MetadataPtr(record));
     }
 
-    /** As in values(ms_id, id, {"composer", "year"}). @param ms_id, node_id the source, and the
-     *  node. @param keys VANTRO_KEY_*. @return a value for each key, in their order. */
+    /** For example values(ms_id, id, {"composer", "year"}). @param ms_id, node_id the source, and
+     * the node. @param keys VANTRO_KEY_*. @return a value for each key, in their order. */
     template <size_t count>
-    Result<std::array<Value, count>> values(int32_t ms_id, const char *node_id,
+    Result<std::array<Value, count>> values(int32_t ms_id, TextArgument node_id,
                                             const char *const (&keys)[count]) {
         std::array<const char *, count + 1> ended{};
         std::array<char *, count> found{};
         for (size_t i = 0; i < count; ++i) {
             ended[i] = keys[i];
         }
-        if (vantro_get_extended_metadata(handle(), ms_id, node_id, ended.data(), found.data()) !=
-            0) {
+        if (vantro_get_extended_metadata(handle(), ms_id, node_id.get(), ended.data(),
+                                         found.data()) != 0) {
             return Failure::last();
         }
         std::array<Value, count> owned;

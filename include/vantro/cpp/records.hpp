@@ -5,7 +5,6 @@
 #ifndef VANTRO_CPP_RECORDS_HPP
 #define VANTRO_CPP_RECORDS_HPP
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -13,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -26,6 +26,25 @@ namespace vantro {
 inline std::string_view text(const char *string) {
     return string ? std::string_view(string) : std::string_view();
 }
+
+/**
+ * A text argument of a call: a C string or a std::string, borrowed until the call returns. A
+ * std::string_view is not accepted: it need not end with a NUL, and a copy that does would be an
+ * allocation.
+ */
+class TextArgument {
+  public:
+    /** @param text ends with a NUL; NULL is passed on as it is. */
+    TextArgument(const char *text) : text_(text) {}
+    /** @param text outlives the call. */
+    TextArgument(const std::string &text) : text_(text.c_str()) {}
+
+    /** @return the text, which ends with a NUL. */
+    const char *get() const { return text_; }
+
+  private:
+    const char *text_;
+};
 
 namespace detail {
 
@@ -52,26 +71,6 @@ struct FreeMetadata {
     void operator()(Metadata *metadata) const { vantro_free_metadata(metadata, 1); }
 };
 
-// A text that ends with a NUL. Ids and most terms need no allocation.
-class Text {
-  public:
-    explicit Text(std::string_view text) {
-        char *to = short_.data();
-        if (text.size() >= short_.size()) {
-            long_ = std::make_unique<char[]>(text.size() + 1);
-            to = long_.get();
-        }
-        text.copy(to, text.size());
-        to[text.size()] = '\0';
-    }
-
-    const char *get() const { return long_ ? long_.get() : short_.data(); }
-
-  private:
-    std::array<char, 64> short_{};
-    std::unique_ptr<char[]> long_;
-};
-
 } // namespace detail
 
 /** Records of one kind, owned. A range of them, and convertible to a span. */
@@ -80,11 +79,12 @@ class List {
   public:
     /** An empty list. */
     List() = default;
-    /** Takes a block that a query returned. @param records, count the block, and its records. */
+    /** Takes a block that a query returned. @param records, count the block, and the number of its
+     * records. */
     List(Record *records, int count)
         : records_(records), count_(records && count > 0 ? static_cast<size_t>(count) : 0) {}
     ~List() { release(); }
-    /** @param other the list whose records this one takes; empty afterwards. */
+    /** @param other the list from which the records are taken; empty afterwards. */
     List(List &&other) noexcept
         : records_(std::exchange(other.records_, nullptr)),
           count_(std::exchange(other.count_, size_t{0})) {}
@@ -108,7 +108,7 @@ class List {
     bool empty() const { return count_ == 0; }
     /** @param at below size(), which is not checked. @return that record. */
     const Record &operator[](size_t at) const { return records_[at]; }
-    /** @return all records, which stay the list's. */
+    /** @return all records, which the list owns. */
     std::span<const Record> span() const { return {records_, count_}; }
 
   private:
@@ -118,10 +118,10 @@ class List {
     size_t count_ = 0;
 };
 
-/** An entry of a list with what is known of it. Both belong to the list. */
+/** An entry of a list with its metadata. Both belong to the list. */
 struct DescribedNode {
     const MediaNode *node;    /**< The entry. */
-    const Metadata *metadata; /**< What is known of it; its strings may all be NULL. */
+    const Metadata *metadata; /**< The entry's metadata; all strings may be NULL. */
 };
 
 /** Nodes, each with its metadata, owned. */
@@ -172,20 +172,20 @@ class Names {
 /** The current track: `media_node` and `metadata` may be NULL. */
 using Track = std::unique_ptr<VantroTrackInfo, detail::FreeTrack>;
 
-/** What a player is doing: `media_node` and `metadata` may be NULL. */
+/** The status of a player: `media_node` and `metadata` may be NULL. */
 using Status = std::unique_ptr<VantroStatus, detail::FreeStatus>;
 
-/** What is known of a node; NULL if the service has nothing. */
+/** The metadata of a node; NULL if the service has none. */
 using MetadataPtr = std::unique_ptr<Metadata, detail::FreeMetadata>;
 
 /** A text of the catalogue; NULL if there is none. */
 using Value = std::unique_ptr<char, detail::FreeBlock>;
 
 /**
- * A list that is fetched page by page while it is walked. It is walked once; begin() fetches the
- * first page. A node of an earlier page is no more when the next page is fetched. If a page
- * cannot be fetched, or the list has changed meanwhile (Reason::changed), the walk ends, and
- * done() says why:
+ * A list that is fetched page by page while iterating. It can be iterated once; begin() fetches the
+ * first page. Fetching the next page frees the nodes of the previous one. If a page cannot be
+ * fetched, or the list has changed meanwhile (Reason::changed), iterating ends, and done() returns
+ * the reason:
  *
  *     #include <cstdio>
  *     #include <vantro/vantro.hpp>
@@ -206,14 +206,14 @@ class Pages {
     using Given = std::conditional_t<described, DescribedNode, const MediaNode &>;
 
   public:
-    /** @param cursor taken over; NULL where a call could not make one. */
+    /** @param cursor taken over; NULL if a call could not make one. */
     explicit Pages(VantroCursor *cursor) : cursor_(cursor) {
         if (!cursor) {
             failure_ = Failure::last();
         }
     }
 
-    /** A place in the list; all places of one list are the same one. */
+    /** An iterator; all iterators of one list have the same position. */
     class Iterator {
       public:
         using value_type = Entry;               /**< For the standard library. */
@@ -229,37 +229,37 @@ class Pages {
                 return *pages_->entry_.node;
             }
         }
-        /** @return as operator*. */
+        /** @return a pointer to the entry. */
         const MediaNode *operator->() const
             requires(!described)
         {
             return pages_->entry_.node;
         }
-        /** Goes to the next entry; blocks if a page is to be fetched. @return this iterator. */
+        /** Goes to the next entry; blocks if a page must be fetched. @return this iterator. */
         Iterator &operator++() {
             pages_->advance();
             return *this;
         }
-        /** As the prefix form. */
+        /** Like the prefix form. */
         void operator++(int) { ++*this; }
-        /** @return whether the walk has ended; done() of the list says why. */
+        /** @return whether iterating has ended; done() of the list returns the reason. */
         bool operator==(std::default_sentinel_t) const { return !pages_->entry_.node; }
 
       private:
         Pages *pages_;
     };
 
-    /** Blocks for the first page. @return the place of the first entry. */
+    /** Blocks for the first page. @return an iterator at the first entry. */
     Iterator begin() {
         if (!std::exchange(begun_, true)) {
             advance();
         }
         return Iterator(*this);
     }
-    /** @return what the walk ends at. */
+    /** @return the end of the list. */
     std::default_sentinel_t end() const { return {}; }
 
-    /** @return done, where every page that was asked for came; else why one did not. */
+    /** @return success if every requested page came; else the failure. */
     Result<void> done() const { return failure_ ? Result<void>(*failure_) : Result<void>(); }
 
   private:
