@@ -1,7 +1,7 @@
-// What is known of the music: sources, nodes, songs. The reading side, for any thread.
+// The interface for reading the catalogue: sources, nodes, songs. Any thread.
 //
-// Nothing here waits for a scan: a read sees what has been committed. A read of several steps sees
-// one state of the catalogue.
+// No call waits for a scan: a read sees the last committed state. A read of several steps sees one
+// state of the catalogue.
 #ifndef VANTRO_SERVICE_CATALOGUE_CATALOGUE_H
 #define VANTRO_SERVICE_CATALOGUE_CATALOGUE_H
 
@@ -15,7 +15,7 @@
 
 namespace vantro::service::catalogue {
 
-// A song by its number, which is never given to another one.
+// A song by its number, which is never reused.
 using SongId = int64_t;
 
 struct Source {
@@ -38,7 +38,7 @@ struct Node {
     SongId song = 0; // of a song only
 };
 
-// A node on its way into an answer. Its texts are valid during the call only.
+// A node that is passed to a NodeSink. Its texts are valid during the call only.
 struct NodeRow {
     std::string_view id;
     std::string_view name;
@@ -53,11 +53,13 @@ struct NodeRow {
 class NodeSink {
   public:
     virtual ~NodeSink() = default;
-    // How many nodes will come, if that is known.
+    // Announces the number of nodes, if it is known.
     virtual void expect(size_t) {}
-    // Asked before a listing of so many nodes, whose name no other listing ever has. Returns
-    // whether the sink has these nodes already; it is then given none.
-    virtual bool has(const std::string & /*listing*/, size_t) { return false; }
+    // Called before the nodes from `first` to before `last` of a list, whose name is unique for all
+    // time. If the sink has these nodes already, it returns true and gets none.
+    virtual bool has(const std::string & /*list*/, size_t /*first*/, size_t /*last*/) {
+        return false;
+    }
     // False if no more nodes are wanted.
     virtual bool take(const NodeRow &node) = 0;
 };
@@ -77,21 +79,21 @@ struct SongMetadata {
     int32_t track = 0;
 };
 
-// What an engine needs of a song in its queue.
+// The data of a song that an engine needs in its queue.
 struct QueuedSong {
     SongId id = 0;
     int32_t source = 0;
     int32_t duration_ms = 0;
 };
 
-// Which part of its file a song is, in microseconds; `stop_us` 0 is the file's end.
+// The part of its file that a song is, in microseconds; a `stop_us` of 0 is the file's end.
 struct SongPart {
     int64_t start_us = 0;
     int64_t stop_us = 0;
-    std::string file; // the same text for the same file
+    std::string file; // identifies the file: equal for equal files
 };
 
-// Which entries of a list are wanted. `offset` below 0 counts as 0; `count` of 0 or less means all.
+// A range of a list's entries. An `offset` below 0 counts as 0; a `count` of 0 or less means all.
 struct Range {
     int32_t offset = 0;
     int32_t count = 0;
@@ -110,22 +112,22 @@ class Catalogue {
                        NodeSink &nodes) = 0;
     virtual int metadata(int32_t source, std::string_view node,
                          std::optional<SongMetadata> &metadata) = 0;
-    // The metadata of nodes that were listed, in their order; of one that has gone, empty ones.
-    // Returns 0 or EIO.
+    // The metadata of listed nodes, in their order; empty for a node that is gone. Returns 0 or
+    // EIO.
     virtual int describe(const std::vector<Node> &nodes, std::vector<SongMetadata> &metadata) = 0;
-    // One value a key, in their order; empty if there is none.
+    // One value for each key, in the order of the keys; empty if there is none.
     virtual int extended_metadata(int32_t source, std::string_view node,
                                   const std::vector<std::string_view> &keys,
                                   std::vector<std::string> &values) = 0;
-    // Adds the songs of a node in the order of play: its own, or everything below it.
+    // Adds the songs of a node in the order of play: the song itself, or all songs below the node.
     virtual int songs(int32_t source, std::string_view node, std::vector<QueuedSong> &songs) = 0;
 
     // Every song of every source, in order. Returns 0 or EIO.
     virtual int all_songs(std::vector<QueuedSong> &songs) = 0;
-    // The nodes of songs, in the order asked for; a song that is gone leaves a node of type
+    // The nodes of songs, in the order of `ids`; for a song that is gone, a node of type
     // VANTRO_NODE_SONG with an empty id. Returns 0 or EIO.
     virtual int song_nodes(const SongId *ids, size_t count, NodeSink &nodes) = 0;
-    // Node and metadata of one song. Returns 0, ENOENT when it is gone, or EIO.
+    // Node and metadata of one song. Returns 0, ENOENT if the song is gone, or EIO.
     virtual int song(SongId id, Node &node, SongMetadata &metadata) = 0;
 
     // 0, or the VANTRO_ERROR_* for which a song's file cannot be played now. Reads the file, so it
@@ -136,26 +138,27 @@ class Catalogue {
     // descriptor, or -1 and errno: ENOENT if the song is gone. May wait for a disk.
     virtual int open(SongId id) = 0;
 
-    // The whole file if nothing else is known. May wait for a disk.
-    virtual SongPart part(SongId) { return {}; }
+    // The song's part of its file; by default the whole file. Nothing if the catalogue cannot be
+    // read now. May wait for a disk.
+    virtual std::optional<SongPart> part(SongId) { return SongPart(); }
 
-    // Looks at all of the music again, soon.
+    // Starts a scan of all of the music soon.
     virtual void rescan() = 0;
 
-    // Keeps songs as a playlist, in their order; with `replace` in place of one of that name. Those
-    // that the catalogue does not know any more are left out; `kept` is how many are not. Returns
-    // 0; EINVAL (a name that cannot be), EEXIST, ENODATA (no song is known), EMSGSIZE (too many),
-    // EDQUOT (too many playlists), ENOSPC, EACCES or EROFS (as the host says), EIO; ENOSYS from a
-    // catalogue that keeps no playlists. A playlist of that name is unchanged then.
+    // Saves songs as a playlist, in their order; with `replace`, replaces a playlist of that name.
+    // Songs that have left the catalogue are left out; `kept` is the number of the others. Returns
+    // 0; EINVAL (an invalid name), EEXIST, ENODATA (no song is known), EMSGSIZE (too many songs),
+    // EDQUOT (too many playlists), ENOSPC, EACCES or EROFS (from the system), EIO; ENOSYS from a
+    // catalogue without playlists. If it fails, an existing playlist of that name is unchanged.
     virtual int save_playlist(std::string_view, const std::vector<SongId> &, bool /*replace*/,
                               int32_t & /*kept*/) {
         return ENOSYS;
     }
-    // Returns 0; EINVAL, ENOENT (there is none), EACCES, EROFS, EIO or ENOSYS.
+    // Returns 0; EINVAL, ENOENT (no such playlist), EACCES, EROFS, EIO or ENOSYS.
     virtual int delete_playlist(std::string_view) { return ENOSYS; }
 
-    // The next `count` numbers for track sessions, which no run has given before. Returns the
-    // first, or 0 if the numbers have run out or cannot be saved.
+    // The next `count` numbers for track sessions, which no run has used before. Returns the first,
+    // or 0 if the numbers have run out or cannot be saved.
     virtual int32_t take_session_ids(int32_t count) = 0;
 };
 

@@ -1,5 +1,5 @@
-// The catalogue in its file: the directories of music, with the scan and the watch that keep it up
-// to date (store.cpp), and the queries (sqlite_queries.cpp).
+// The catalogue in a SQLite file: the directories of music, with the scan and the watch that keep
+// the catalogue up to date (store.cpp), and the queries (sqlite_queries.cpp).
 #ifndef VANTRO_SERVICE_CATALOGUE_SQLITE_CATALOGUE_H
 #define VANTRO_SERVICE_CATALOGUE_SQLITE_CATALOGUE_H
 
@@ -58,7 +58,7 @@ class SqliteCatalogue : public Store {
     int song(SongId id, Node &node, SongMetadata &metadata) override;
     int32_t check(SongId id) override;
     int open(SongId id) override;
-    SongPart part(SongId id) override;
+    std::optional<SongPart> part(SongId id) override;
     int32_t take_session_ids(int32_t count) override { return sessions_.take(count); }
 
     int song_files(const std::vector<SongId> &ids, std::vector<LocatedSong> &files) override;
@@ -111,7 +111,7 @@ class SqliteCatalogue : public Store {
     std::unique_ptr<RootWatch> roots_; // set by open()
 };
 
-// Reads. An error is logged once, and damage reported to the scan.
+// Calls `read`. An error is logged once, and damage is reported to the scan.
 template <typename Read>
 std::optional<Error> SqliteCatalogue::attempt(const Read &read) {
     const int rebuilds = scanning_.rebuilds();
@@ -129,8 +129,8 @@ std::optional<Error> SqliteCatalogue::attempt(const Read &read) {
     }
 }
 
-// The result of the catalogue's functions: that of `read`, or a result word for its error, since an
-// answer has room for no more.
+// The result of a function of the catalogue: the result of `read`, or a result word for its error,
+// since an answer has no room for more.
 template <typename Read>
 int SqliteCatalogue::guarded(const Read &read) {
     int result = 0;

@@ -11,7 +11,7 @@
 
 namespace vantro::service::catalogue {
 
-// Without id if the song is gone, or this service does not have its source.
+// The id is empty if the song is gone, or this service does not have its source.
 Node SqliteCatalogue::song_node(SourceBrowser &browser, SongId song) const {
     Node node = song > 0 ? browser.node(Entry::song(song)) : Node();
     const MusicPointer source = directory(node.source);
@@ -32,11 +32,11 @@ int SqliteCatalogue::browse(int32_t source, std::string_view node, Range range, 
 int SqliteCatalogue::search(int32_t source, std::string_view filter, std::string_view term,
                             Range range, NodeSink &nodes) {
     return at_node(source, VANTRO_NODE_ROOT, [&](Database &, SourceBrowser &browser, Place) {
-        const std::optional<SourceBrowser::ListPointer> found = browser.search(filter, term);
+        const std::optional<std::vector<Entry>> found = browser.search(filter, term, range);
         if (!found) {
             return EINVAL;
         }
-        browser.nodes(**found, range, nodes);
+        browser.nodes(*found, nodes);
         return 0;
     });
 }
@@ -168,7 +168,7 @@ int SqliteCatalogue::find_songs(const std::vector<SongName> &names,
     });
 }
 
-// Where a song's file is: its path below the source, which is null if the song is gone.
+// The place of a song's file: its source, null if the song is gone, and its path below the source.
 std::optional<Error> SqliteCatalogue::locate(SongId id, MusicPointer &source, std::string &path) {
     return attempt([&](Database &database) {
         SourceBrowser browser(database, lists_, 0);
@@ -178,7 +178,7 @@ std::optional<Error> SqliteCatalogue::locate(SongId id, MusicPointer &source, st
     });
 }
 
-// Want of memory or descriptors says nothing about the file: the track plays on.
+// A lack of memory or descriptors does not mean that the file is bad: the track plays on.
 int32_t SqliteCatalogue::check(SongId id) {
     try {
         std::string path;
@@ -186,7 +186,7 @@ int32_t SqliteCatalogue::check(SongId id) {
         if (const std::optional<Error> error = locate(id, source, path)) {
             return error->is_want() ? 0 : VANTRO_ERROR_UNREADABLE;
         }
-        // Without a lock or transaction: the disk may be slow.
+        // No lock or transaction is held: the disk may be slow.
         return source ? check_song(source->path, path) : VANTRO_ERROR_GONE;
     } catch (const std::bad_alloc &) {
         return 0;
@@ -214,13 +214,13 @@ int SqliteCatalogue::open(SongId id) {
     return -1;
 }
 
-SongPart SqliteCatalogue::part(SongId id) {
+std::optional<SongPart> SqliteCatalogue::part(SongId id) {
     SongPart part;
-    attempt([&](Database &database) {
+    const std::optional<Error> error = attempt([&](Database &database) {
         part = part_of(database, id);
         return 0;
     });
-    return part;
+    return error ? std::nullopt : std::optional(std::move(part));
 }
 
 } // namespace vantro::service::catalogue

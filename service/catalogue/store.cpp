@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 // Pages of the file that all connections together keep in memory.
 constexpr int64_t pages_bytes_max = 32 * 1024 * 1024;
 
-// Longest name of a source, in bytes. An answer of 65536 bytes holds 32 sources with each name
+// Longest name of a source, in bytes. An answer of 65536 bytes holds 32 sources, each with its name
 // twice.
 constexpr size_t source_name_max = 960;
 
@@ -31,7 +31,7 @@ constexpr uint64_t source_capabilities =
     VANTRO_SOURCE_CAN_EXTENDED_METADATA | VANTRO_SOURCE_CAN_TRKSESSION | VANTRO_SOURCE_HAS_ARTWORK |
     VANTRO_SOURCE_HAS_PLAYLISTS;
 
-// The last part of a path; the whole path where another one has the same last part.
+// The last component of a path; the whole path if another one has the same last component.
 std::string name_of(const fs::path &path, const std::vector<fs::path> &all) {
     const auto last = [](const fs::path &each) {
         return each.filename().empty() ? each.native() : each.filename().native();
@@ -42,7 +42,7 @@ std::string name_of(const fs::path &path, const std::vector<fs::path> &all) {
     return clean_text(shared ? path.native() : last(path), source_name_max);
 }
 
-// The directories by the paths by which they are known, each once.
+// The canonical paths of the directories, each once.
 std::vector<fs::path> known_paths(const std::vector<fs::path> &directories) {
     std::vector<fs::path> paths;
     for (const fs::path &each : directories) {
@@ -161,6 +161,9 @@ void SqliteCatalogue::prepare(int32_t source) {
         SourceBrowser(database, lists_, source).prepare();
         return 0;
     });
+    if (options_.prepared) {
+        options_.prepared(source);
+    }
 }
 
 std::vector<Source> SqliteCatalogue::sources() {

@@ -1,4 +1,5 @@
-// A store's catalogue and, once a playlist was saved, one more source after its own: the playlists.
+// A store's catalogue and, if there are saved playlists, a further source after its own: the
+// playlists.
 //
 // The top of that source lists the playlists, whose entries are nodes of the other sources. An
 // entry that cannot be found keeps its place, as a node without id.
@@ -22,8 +23,8 @@
 
 namespace vantro::service::playlists {
 
-// The number of the source. The catalogue's file counts its own from 1 on, one for each directory
-// that was ever given.
+// The number of the source. The catalogue's file numbers its sources from 1 on, one for each
+// directory that was ever used.
 inline constexpr int32_t source_id = 1'000'000;
 
 class PlaylistCatalogue : public catalogue::Catalogue {
@@ -31,7 +32,7 @@ class PlaylistCatalogue : public catalogue::Catalogue {
     using Log = std::function<void(int severity, const std::string &line)>;
 
     // Borrows the store, which outlives this. `changed` is called when a playlist was saved or
-    // deleted, and when the source is to be looked at again; by the thread that did it.
+    // deleted, and when the source must be read again; on the thread that caused it.
     PlaylistCatalogue(catalogue::Store &store, std::filesystem::path folder, Log log,
                       std::function<void(int32_t source)> changed)
         : store_(store), folder_(std::move(folder)), log_(std::move(log)),
@@ -69,11 +70,13 @@ class PlaylistCatalogue : public catalogue::Catalogue {
     }
     int32_t check(catalogue::SongId id) override { return store_.check(id); }
     int open(catalogue::SongId id) override { return store_.open(id); }
-    catalogue::SongPart part(catalogue::SongId id) override { return store_.part(id); }
+    std::optional<catalogue::SongPart> part(catalogue::SongId id) override {
+        return store_.part(id);
+    }
     int32_t take_session_ids(int32_t count) override { return store_.take_session_ids(count); }
 
   private:
-    // A playlist's file as it was read, and where its entries lie in it.
+    // The contents of a playlist's file, and the positions of its entries.
     struct Playlist {
         std::string name;
         Stamp stamp;
@@ -100,7 +103,7 @@ class PlaylistCatalogue : public catalogue::Catalogue {
     const std::function<void(int32_t)> changed_;
 
     Mutex mutex_;                             // not held while a file is read or written
-    PlaylistPointer last_ GUARDED_BY(mutex_); // a client that goes through a long list asks often
+    PlaylistPointer last_ GUARDED_BY(mutex_); // a client that reads a long list sends many requests
     std::map<std::string, Counted> counts_ GUARDED_BY(mutex_);
     std::set<std::string> said_ GUARDED_BY(mutex_); // texts of errors that were logged
 };

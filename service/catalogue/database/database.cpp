@@ -13,14 +13,15 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// How long a statement waits for the lock of another connection, which holds it for moments only.
+// How long a statement waits for the lock of another connection, which holds it only briefly.
 constexpr int busy_ms = 10'000;
 
-// One process at a time has the state directory, so the index of the write-ahead log lies in memory
-// and not in a file. On a full disk that file could not be made, and nothing could be read.
+// Only one process at a time uses the state directory, so the index of the write-ahead log can be
+// in memory instead of a file. On a full disk that file could not be made, and nothing could be
+// read.
 constexpr const char *one_process = "unix-excl";
 
-// Of an extended result code, the part that says what kind of failure it is.
+// The part of an extended result code that states the kind of failure.
 int primary_code(int code) {
     return code & 0xFF;
 }
@@ -34,8 +35,8 @@ bool is_no_memory(int code) {
     return primary_code(code) == SQLITE_NOMEM || code == SQLITE_IOERR_NOMEM;
 }
 
-// The one place at which a failure of SQLite becomes an error. `system_error` is that of the system
-// call that failed; 0 if none failed or the error is not known.
+// All failures of SQLite become errors here. `system_error` is the error of the failed system call;
+// 0 if none failed or the error is unknown.
 Error error_of_sqlite(int code, int system_error, bool damaged, std::string text) {
     if (damaged) {
         return Error::damage(Error::Origin::catalogue, std::move(text));
@@ -88,7 +89,7 @@ std::string_view Rows::text(int column) const {
 
 void Rows::bind(int at, int64_t value) {
     if (sqlite3_bind_int64(statement_, at, value) != SQLITE_OK) {
-        database_.fail("cannot take a number");
+        database_.fail("cannot bind a number");
     }
 }
 
@@ -96,7 +97,7 @@ void Rows::bind(int at, std::string_view value) {
     const char *text = value.data() ? value.data() : "";
     if (sqlite3_bind_text64(statement_, at, text, value.size(), SQLITE_TRANSIENT, SQLITE_UTF8) !=
         SQLITE_OK) {
-        database_.fail("cannot take a text");
+        database_.fail("cannot bind a text");
     }
 }
 
@@ -104,7 +105,7 @@ void Rows::bind(int at, Blob value) {
     const char *bytes = value.bytes.data() ? value.bytes.data() : "";
     if (sqlite3_bind_blob64(statement_, at, bytes, value.bytes.size(), SQLITE_TRANSIENT) !=
         SQLITE_OK) {
-        database_.fail("cannot take bytes");
+        database_.fail("cannot bind bytes");
     }
 }
 
@@ -126,8 +127,8 @@ Database::Database(const std::filesystem::path &file, Access access, int cache_k
         sqlite3_busy_timeout(handle_, busy_ms);
         script(
             fmt::format("PRAGMA cache_size = -{}; PRAGMA temp_store = MEMORY", cache_kib).c_str());
-        // Deleted texts need no overwriting: any reader of the music could see them. After a power
-        // cut the last seconds may be missing; they are scanned again.
+        // Deleted texts need not be overwritten: they come from the music, which users can read
+        // anyway. After a power cut the last seconds may be missing; they are scanned again.
         script(access == Access::write ? "PRAGMA secure_delete = OFF; PRAGMA synchronous = NORMAL"
                                        : "PRAGMA query_only = ON");
     } catch (...) {
@@ -154,13 +155,13 @@ sqlite3_stmt *Database::prepare(const char *sql, bool *&busy) {
     if (sqlite3_prepare_v3(handle_, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) !=
         SQLITE_OK) {
         // SQLITE_ERROR means that the statement names a table that the file does not have. Any
-        // other failure, such as one to read the schema, says nothing about the content of the
-        // file.
+        // other failure, such as a failed read of the schema, does not mean that the file is
+        // damaged.
         const int code = sqlite3_extended_errcode(handle_);
-        fail("does not hold what it should", code == SQLITE_ERROR || tells_damage(code));
+        fail("has unexpected contents", code == SQLITE_ERROR || tells_damage(code));
     }
     if (kept.statement) {
-        return statement; // the kept one is in use by a caller
+        return statement; // the cached one is in use by a caller
     }
     kept.statement = statement;
     busy = &kept.busy;

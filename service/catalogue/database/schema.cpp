@@ -28,11 +28,11 @@ constexpr int writer_cache_kib = 16 * 1024;
 // source, or the folded names. `parent` is the folder above a folder, or the artist of an album. Of
 // a song, `place` is its disc and track in one number, `stated` is whether its file states an album
 // artist, and `own_artist` is the identity of that artist, or else of the first performer. A track
-// of a cue sheet is a song whose `file` is name_of_track(): `start` and `stop` are where in the
-// file it lies, in microseconds, and `sheet` tells one sheet from another.
+// of a cue sheet is a song whose `file` is name_of_track(): `start` and `stop` are its limits in
+// the file, in microseconds, and `sheet` identifies the sheet.
 //
 // Numbers of songs start at the time at which the file was made, in microseconds. So the numbers of
-// an earlier file, which a track session may still hold, name no song in this one: no scan adds
+// an earlier file, which a track session may still hold, do not occur in this one: no scan adds
 // more than one song a microsecond.
 constexpr const char *tables = R"(
 CREATE TABLE source(
@@ -184,7 +184,7 @@ std::unique_ptr<Database> open_one(const std::filesystem::path &file) {
 }
 
 Error other_version() {
-    return Error::damage(Error::Origin::catalogue, "is of another version");
+    return Error::damage(Error::Origin::catalogue, "has another version");
 }
 
 } // namespace

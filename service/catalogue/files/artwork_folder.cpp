@@ -32,7 +32,7 @@ std::string escaped(std::string_view path) {
 }
 
 [[noreturn]] void cannot_keep(int error) {
-    throw Error::failed(Error::Origin::state, error, "a cover cannot be kept");
+    throw Error::failed(Error::Origin::state, error, "cannot store a cover");
 }
 
 // A service that is not user 0 cannot give a file to another user; such a file is readable as far
@@ -70,7 +70,7 @@ void write_all(const std::filesystem::path &file, std::string_view bytes,
     }
 }
 
-// Other files that somebody put into the directory are left alone.
+// Foreign files in the directory are not touched.
 bool is_ours(std::string_view name) {
     const size_t digest_end = name.find_first_not_of("0123456789abcdef");
     if (digest_end == 64) {
@@ -122,8 +122,8 @@ std::optional<Artwork> ArtworkFolder::keep(std::string_view bytes) const {
         static_cast<size_t>(status.st_size) == bytes.size()) {
         return artwork;
     }
-    // Written under another name and renamed: two threads may find the same cover at once, and a
-    // reader must never see half of one.
+    // Written under another name and renamed: two threads may find the same cover at the same time,
+    // and a reader must never see a part of a picture.
     static std::atomic<unsigned> number;
     const std::filesystem::path part = directory_ / fmt::format(".{}.part", ++number);
     write_all(part, bytes, readers_);

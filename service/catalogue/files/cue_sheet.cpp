@@ -34,10 +34,10 @@ std::string_view without_ending(std::string_view name) {
 }
 
 Error bad(const std::string &text) {
-    return Error::damage(Error::Origin::music, "is no cue sheet that can be used: " + text);
+    return Error::damage(Error::Origin::music, "is not a usable cue sheet: " + text);
 }
 
-// Windows-1252, which holds Latin-1, where the bytes are not UTF-8.
+// If the bytes are not UTF-8, they are decoded as Windows-1252, which includes Latin-1.
 std::string as_utf8(std::string_view bytes) {
     if (clean_text(bytes, bytes.size()) == bytes) {
         return std::string(bytes);
@@ -48,7 +48,7 @@ std::string as_utf8(std::string_view bytes) {
     return text;
 }
 
-// The next word of a line, or the text between quotes, which is taken off the line.
+// Removes the next word, or the text between quotes, from the line and returns it.
 std::string_view take_word(std::string_view &line) {
     constexpr std::string_view blanks = " \t";
     line.remove_prefix(std::min(line.size(), line.find_first_not_of(blanks)));
@@ -115,7 +115,7 @@ class Parser {
             }
         }
         if (sheet_.file.empty()) {
-            return bad("it names no file");
+            return bad("it does not name a file");
         }
         if (sheet_.tracks.empty()) {
             return bad("it has no tracks");
@@ -127,7 +127,7 @@ class Parser {
     }
 
   private:
-    // Returns what is wrong with the line, or "". Lines that say nothing about tracks are ignored.
+    // Returns the error in the line, or "". Lines that do not concern tracks are ignored.
     std::string take_line(std::string_view line) {
         const std::string command = upper(take_word(line));
         CueTrack *const track = sheet_.tracks.empty() ? nullptr : &sheet_.tracks.back();
@@ -157,11 +157,11 @@ class Parser {
             return "a track before any file";
         }
         if (!has_time_) {
-            return "the track before has no INDEX 01";
+            return "the previous track has no INDEX 01";
         }
         const int32_t before = sheet_.tracks.empty() ? 0 : sheet_.tracks.back().number;
         if (!number || *number <= before || *number > tracks_max) {
-            return fmt::format("a track's number is 1 to {}, each above the one before",
+            return fmt::format("a track's number is 1 to {}, each above the previous one",
                                tracks_max);
         }
         if (upper(take_word(line)) != "AUDIO") {
@@ -172,7 +172,7 @@ class Parser {
         return "";
     }
 
-    // INDEX 00 is the pause before a track, which belongs to the one before it, as players do it.
+    // INDEX 00 is the pause before a track; it belongs to the previous track, as in other players.
     std::string take_index(std::string_view line) {
         const auto number = number_in(take_word(line));
         const auto frame = frame_in(take_word(line));
@@ -206,8 +206,8 @@ class Parser {
     int64_t last_frame_ = -1; // of an INDEX 01
 };
 
-// In microseconds, rounded up: players cut a number of samples down to a whole one, and so arrive
-// at the sample that is meant. A microsecond is less than a sample.
+// In microseconds, rounded up: players round a number of samples down, and so reach the intended
+// sample. A microsecond is shorter than a sample.
 int64_t time_of(int64_t frame) {
     return frame == 0 ? 0 : frame * 1'000'000 / cue_frames_a_second + 1;
 }
@@ -216,7 +216,7 @@ int64_t ms_of(int64_t frame) {
     return frame * 1000 / cue_frames_a_second;
 }
 
-// Keys whose values a track has from its file if the sheet has none.
+// Keys whose values a track takes from its file if the sheet has none.
 constexpr std::string_view shared_keys[] = {
     VANTRO_KEY_ALBUM,
     VANTRO_KEY_ARTIST,

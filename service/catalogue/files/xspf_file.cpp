@@ -17,8 +17,8 @@ namespace {
 // Longest location, in bytes: a path of the greatest length with each byte of it encoded.
 constexpr size_t location_max = 3 * 4096;
 
-// Locations are URIs: a relative one is a path with %XX for what URIs cannot hold. Those with a
-// scheme stay as they are, since resolve_entry() reads URIs of files.
+// Locations are URIs: a relative one is a path with %XX for bytes that URIs cannot contain.
+// Locations with a scheme are not changed, since resolve_entry() reads file URIs.
 std::string entry_of_location(std::string_view location) {
     constexpr std::string_view space = " \t\r\n";
     location.remove_prefix(std::min(location.size(), location.find_first_not_of(space)));
@@ -44,7 +44,7 @@ std::string entry_of_location(std::string_view location) {
     return path;
 }
 
-// The parser's callbacks. Nothing may be thrown through the parser, which is C.
+// The parser's callbacks. They must not throw, since the parser is C.
 class Reader {
   public:
     Reader(XML_Parser parser, size_t most, std::vector<std::string> &entries)
@@ -65,7 +65,7 @@ class Reader {
             return Error::damage(Error::Origin::music, "declares entities");
         }
         if (!playlist_) {
-            return Error::damage(Error::Origin::music, "is no XSPF playlist");
+            return Error::damage(Error::Origin::music, "is not an XSPF playlist");
         }
         if (status != XML_STATUS_OK && entries_.size() < most_) {
             return Error::damage(Error::Origin::music,
@@ -78,8 +78,8 @@ class Reader {
   private:
     static Reader &reader(void *data) { return *static_cast<Reader *>(data); }
 
-    // Elements may have the prefix of a namespace. Those of extensions that are called the same lie
-    // at another depth.
+    // Elements may have the prefix of a namespace. Elements of extensions with the same name are at
+    // another depth.
     static void begin_element(void *data, const char *name, const char **) {
         Reader &self = reader(data);
         std::string_view local = name;

@@ -149,9 +149,9 @@ Node SourceBrowser::node(Entry entry) {
     return node;
 }
 
-// The list of all songs lies in one index, in its order, with all columns that a node needs. A page
-// is a walk along this index. The walk begins at the song that the list has at that place, or,
-// while the list is not made yet, after so many steps.
+// One index has all songs in the order of the list, with all columns that a node needs. A page is
+// read along this index. The reading begins at the song that the list has at that place, or, while
+// the list is not made yet, after that many steps.
 void SourceBrowser::songs_by_name(Range range, NodeSink &nodes) {
     const auto [first, last] = bounds(range, static_cast<size_t>(song_count()));
     if (first == last) {
@@ -181,7 +181,7 @@ void SourceBrowser::songs_by_name(Range range, NodeSink &nodes) {
         return;
     }
     const std::string sort(begin.text(0));
-    // In two steps: comparing every row with sort and key would take most of the time.
+    // Two queries: comparing every row with sort and key would take most of the time.
     give(database_.query(
         "SELECT key, name, id FROM song WHERE source = ?1 AND sort = ?2 AND key >= ?3"
         " ORDER BY key",
@@ -204,29 +204,26 @@ void SourceBrowser::browse(Place place, Range range, NodeSink &nodes) {
     const ListPointer list = all_songs ? nullptr : entries(place);
     const auto [first, last] =
         bounds(range, list ? list->entries.size() : static_cast<size_t>(song_count()));
-    const std::string list_name = name_of_list(fmt::format("{}{}", char{place.kind}, place.id));
-    const std::string listing =
-        fmt::format("{} {} {} {}-{}", catalogue_, source_type_, list_name, first, last);
-    if (nodes.has(listing, last - first)) {
+    const std::string name = name_of_list(fmt::format("{}{}", char{place.kind}, place.id));
+    if (nodes.has(fmt::format("{} {} {}", catalogue_, source_type_, name), first, last)) {
         return;
     }
     if (list) {
-        this->nodes(*list, range, nodes);
+        this->nodes(std::span(list->entries).subspan(first, last - first), nodes);
     } else {
         songs_by_name(range, nodes);
     }
 }
 
-void SourceBrowser::nodes(const List &list, Range range, NodeSink &nodes) {
-    const auto [first, last] = bounds(range, list.entries.size());
+void SourceBrowser::nodes(std::span<const Entry> entries, NodeSink &nodes) {
     // Looked up in the order of the file, where neighbours share a page.
     std::vector<std::pair<Entry, size_t>> wanted;
-    wanted.reserve(last - first);
-    for (size_t i = first; i < last; ++i) {
-        wanted.emplace_back(list.entries[i], i - first);
+    wanted.reserve(entries.size());
+    for (const Entry entry : entries) {
+        wanted.emplace_back(entry, wanted.size());
     }
     std::sort(wanted.begin(), wanted.end());
-    std::vector<Node> found(last - first);
+    std::vector<Node> found(entries.size());
     for (const auto &[entry, at] : wanted) {
         found[at] = node(entry);
     }

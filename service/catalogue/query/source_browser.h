@@ -1,10 +1,11 @@
-// Browses and searches one source as it is at one moment. It must live within one transaction.
+// Browses and searches one state of one source. The object must live within one transaction.
 #ifndef VANTRO_SERVICE_CATALOGUE_QUERY_SOURCE_BROWSER_H
 #define VANTRO_SERVICE_CATALOGUE_QUERY_SOURCE_BROWSER_H
 
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,7 +18,7 @@
 
 namespace vantro::service::catalogue {
 
-// A node by where it is found. Of a menu `kind` says what it lists and `id` is 0; the root has
+// The place of a node. For a menu, `kind` is the kind of its entries and `id` is 0; the root has
 // `kind_none` and 0.
 struct Place {
     Kind kind = kind_none;
@@ -28,15 +29,15 @@ class SourceBrowser {
   public:
     using ListPointer = std::shared_ptr<const List>;
 
-    // @param source_type VANTRO_SOURCE_*, which its nodes have.
+    // @param source_type VANTRO_SOURCE_*, for the nodes of the source.
     SourceBrowser(Database &database, ListCache &cache, int32_t source, int32_t source_type = 0);
 
     std::optional<Place> find(std::string_view node);
-    // Makes the lists by which others are sorted, and those of few letters, so that no client waits
-    // for them.
+    // Makes the lists by which others are sorted, and the results for few letters, so that no
+    // client waits for them.
     void prepare();
 
-    // The entries that browsing a node gives. Of the root it is empty: its menus are no entries.
+    // The entries that browsing a node returns. Empty for the root: its menus are not entries.
     ListPointer entries(Place place);
     std::vector<Node> menus();
     int64_t song_count();
@@ -45,13 +46,14 @@ class SourceBrowser {
     // Appends the songs of a list, with the data that an engine needs.
     void queue(const List &list, std::vector<QueuedSong> &songs);
 
-    // Nothing for an unknown filter.
-    std::optional<ListPointer> search(std::string_view filter, std::string_view term);
+    // The results in that range. Nothing for an unknown filter.
+    std::optional<std::vector<Entry>> search(std::string_view filter, std::string_view term,
+                                             Range range);
 
-    // Gives those entries of a node that are wanted.
+    // Passes the entries of a node in that range to `nodes`.
     void browse(Place place, Range range, NodeSink &nodes);
-    // Gives the nodes of those entries of the list that are wanted.
-    void nodes(const List &list, Range range, NodeSink &nodes);
+    // Passes the nodes of the entries to `nodes`.
+    void nodes(std::span<const Entry> entries, NodeSink &nodes);
     Node node(Entry entry); // with an empty id if there is none
 
   private:
@@ -66,8 +68,9 @@ class SourceBrowser {
     void take_artist(int64_t artist, std::vector<Entry> &entries);
     void take_performed(int64_t artist, std::vector<Entry> &entries);
     void prepare_search();
-    // Appends what has all of the words.
-    void take_search(Searched searched, const std::vector<std::string> &words,
+    ListPointer finds_of(Searched searched, const std::string &expression);
+    // Appends the wanted ones of the entries that have all of the words.
+    void take_search(Searched searched, const std::vector<std::string> &words, Wanted &wanted,
                      std::vector<Entry> &entries);
     void songs_by_name(Range range, NodeSink &nodes);
     std::string name_of_list(const std::string &what) const;
@@ -77,20 +80,21 @@ class SourceBrowser {
     ListCache &cache_;
     const int32_t source_;
     const int32_t source_type_;
-    const uint64_t catalogue_; // which of those that were made one after the other
+    // The number of this catalogue among those that were made one after the other.
+    const uint64_t catalogue_;
     const int64_t generation_;
 };
 
-// The node as it goes into an answer. It borrows the node's texts.
+// The node in the form for a NodeSink. It borrows the node's texts.
 NodeRow row_of(const Node &node);
 
 // The range as indices into a list of `size`: first and last plus one.
 std::pair<size_t, size_t> bounds(Range range, size_t size);
 
-// The words of a term, folded; one that the index takes for several has blanks. Looks at no more
-// than search_bytes_max and search_words_max.
+// The words of a term, folded; a word that the index splits into several contains blanks. Reads at
+// most search_bytes_max bytes and search_words_max words.
 std::vector<std::string> words_of_term(std::string_view term);
-// The words in the language of the full-text index, in which they cannot be anything but words.
+// The words as an expression for the full-text index, quoted so that they cannot be syntax.
 std::string match_expression(const std::vector<std::string> &words);
 inline constexpr size_t search_bytes_max = 4096;
 inline constexpr size_t search_words_max = 32;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 
 #include <fmt/format.h>
 
@@ -39,8 +40,8 @@ std::string match_expression(const std::vector<std::string> &words) {
 
 namespace {
 
-// What each filter looks through. Of the first, albums are found by their artists too, but songs by
-// all that is known of them.
+// The scope of each filter. With the first one, albums are also found by their artists, and songs
+// by all of their texts.
 struct Filter {
     std::string_view name;
     std::vector<Searched> parts;
@@ -67,40 +68,61 @@ void SourceBrowser::prepare_search() {
     }
 }
 
-void SourceBrowser::take_search(Searched searched, const std::vector<std::string> &words,
-                                std::vector<Entry> &entries) {
-    const auto prefixes = cache_.prefixes(fmt::format("{} {}", source_, searched.columns),
-                                          name_of_list(std::string(searched.columns)));
-    std::optional<std::vector<Entry>> found = prefixes ? prefixes->find(words) : std::nullopt;
-    if (!found) {
-        found.emplace();
-        for (Rows rows = search_index(database_, searched, match_expression(words)); rows.next();) {
+SourceBrowser::ListPointer SourceBrowser::finds_of(Searched searched,
+                                                   const std::string &expression) {
+    const std::string name =
+        fmt::format("search {}{} {}", char{searched.kind}, searched.columns, expression);
+    return kept(name, [&] {
+        List list;
+        for (Rows rows = search_index(database_, searched, expression); rows.next();) {
             const int64_t id = rows.integer(0);
-            found->push_back(searched.kind == kind_song ? Entry::song(id) : Entry::node(id));
+            list.entries.push_back(searched.kind == kind_song ? Entry::song(id) : Entry::node(id));
         }
-        sort_by(*all(searched.kind), *found);
-    }
-    entries.insert(entries.end(), found->begin(), found->end());
+        sort_by(*all(searched.kind), list.entries);
+        list.entries.shrink_to_fit(); // the cache is limited by the memory of its lists
+        return list;
+    });
 }
 
-std::optional<SourceBrowser::ListPointer> SourceBrowser::search(std::string_view filter,
-                                                                std::string_view term) {
+void SourceBrowser::take_search(Searched searched, const std::vector<std::string> &words,
+                                Wanted &wanted, std::vector<Entry> &entries) {
+    const auto prefixes = cache_.prefixes(fmt::format("{} {}", source_, searched.columns),
+                                          name_of_list(std::string(searched.columns)));
+    if (prefixes && prefixes->take(words, wanted, entries)) {
+        return;
+    }
+    const ListPointer found = finds_of(searched, match_expression(words));
+    const size_t skipped = std::min(wanted.skip, found->entries.size());
+    const size_t taken = std::min(wanted.count, found->entries.size() - skipped);
+    const Entry *const first = found->entries.data() + skipped;
+    entries.insert(entries.end(), first, first + taken);
+    wanted.skip -= skipped;
+    wanted.count -= taken;
+}
+
+std::optional<std::vector<Entry>> SourceBrowser::search(std::string_view filter,
+                                                        std::string_view term, Range range) {
     const auto *found = std::find_if(std::begin(filters), std::end(filters),
                                      [&](const Filter &each) { return each.name == filter; });
     if (found == std::end(filters)) {
         return std::nullopt;
     }
+    std::vector<Entry> entries;
     const std::vector<std::string> words = words_of_term(term);
     if (words.empty()) {
-        return std::make_shared<const List>();
+        return entries;
     }
-    return kept(fmt::format("search {} {}", filter, match_expression(words)), [&] {
-        List list;
-        for (const Searched &part : found->parts) {
-            take_search(part, words, list.entries);
+    Wanted wanted = {static_cast<size_t>(std::max(range.offset, 0)),
+                     range.count <= 0 ? std::numeric_limits<size_t>::max()
+                                      : static_cast<size_t>(range.count)};
+    // If artists and albums fill the page, songs need not be searched. A short term has far more
+    // songs than artists or albums.
+    for (const Searched &part : found->parts) {
+        if (wanted.count > 0) {
+            take_search(part, words, wanted, entries);
         }
-        return list;
-    });
+    }
+    return entries;
 }
 
 } // namespace vantro::service::catalogue

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <functional>
 #include <string_view>
 #include <utility>
 
@@ -15,11 +14,11 @@ namespace {
 constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz0123456789";
 constexpr size_t bits_each = 64;
 
-// Fewer finds, or a smaller part of all songs, come from the index soon enough.
+// For fewer results, or a smaller part of all songs, the index is fast enough.
 constexpr size_t finds_min = 2000;
 constexpr size_t part_min = 64;
 
-// All that is kept of one list takes no more.
+// The bound for all cached results of one list.
 constexpr size_t bytes_max = size_t{3} << 20;
 
 } // namespace
@@ -91,28 +90,37 @@ void WidePrefixes::keep(Database &database, const std::string &prefix) {
     kept_.emplace(prefix, std::move(bits));
 }
 
-std::optional<std::vector<Entry>> WidePrefixes::find(const std::vector<std::string> &words) const {
-    Bits all;
+bool WidePrefixes::take(const std::vector<std::string> &words, Wanted &wanted,
+                        std::vector<Entry> &entries) const {
+    std::vector<const Bits *> kept;
     for (const std::string &word : words) {
-        const auto kept = kept_.find(word);
-        if (kept == kept_.end()) {
-            return std::nullopt;
+        const auto found = kept_.find(word);
+        if (found == kept_.end()) {
+            return false;
         }
-        const Bits &bits = kept->second;
-        if (all.empty()) {
-            all = bits;
-        } else {
-            std::transform(all.begin(), all.end(), bits.begin(), all.begin(), std::bit_and());
-        }
+        kept.push_back(&found->second);
     }
-    std::vector<Entry> found;
-    for (size_t i = 0; i < all.size(); ++i) {
-        for (uint64_t left = all[i]; left != 0; left &= left - 1) {
+    // A list may have 100,000 results, and a page has a hundred: only these are read.
+    for (size_t i = 0; i < kept[0]->size() && wanted.count > 0; ++i) {
+        uint64_t left = ~uint64_t{0};
+        for (const Bits *bits : kept) {
+            left &= (*bits)[i];
+        }
+        if (const auto finds = static_cast<size_t>(std::popcount(left)); finds <= wanted.skip) {
+            wanted.skip -= finds;
+            continue;
+        }
+        for (; left != 0 && wanted.count > 0; left &= left - 1) {
+            if (wanted.skip > 0) {
+                --wanted.skip;
+                continue;
+            }
             const auto bit = static_cast<size_t>(std::countr_zero(left));
-            found.push_back(all_->entries[i * bits_each + bit]);
+            entries.push_back(all_->entries[i * bits_each + bit]);
+            --wanted.count;
         }
     }
-    return found;
+    return true;
 }
 
 } // namespace vantro::service::catalogue

@@ -1,14 +1,13 @@
-// The finds of searches for one or two letters.
+// The results of searches for one or two letters.
 //
-// A search that begins with so little finds a large part of a long list, and the full-text index
-// gives its finds one by one. So the finds of those letters are kept, a bit for each entry.
+// A search for so few letters finds a large part of a long list, and the full-text index returns
+// its results one by one. So the results for those letters are cached, with one bit for each entry.
 #ifndef VANTRO_SERVICE_CATALOGUE_QUERY_WIDE_PREFIXES_H
 #define VANTRO_SERVICE_CATALOGUE_QUERY_WIDE_PREFIXES_H
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -20,37 +19,46 @@
 
 namespace vantro::service::catalogue {
 
-// What a search looks through: the songs, or the nodes of a kind, and which columns of their words.
+// The scope of a search: the songs, or the nodes of a kind, and the columns of the index.
 struct Searched {
     Kind kind;
-    std::string_view columns; // as the index has them; all if it is empty
+    std::string_view columns; // names of the index's columns; "": all
 };
 
-// The numbers that the index gives for an expression, in the order in which entries sort.
+// The numbers that the index returns for an expression, in the order of entries.
 Rows search_index(Database &database, Searched searched, std::string_view expression);
+
+// The wanted part of the results: `count` of them, after `skip` others. Both numbers decrease as
+// results are found, so that several parts of a search can be read one after the other.
+struct Wanted {
+    size_t skip;
+    size_t count;
+};
 
 class WidePrefixes {
   public:
     // Reads the index. `all` has every entry of the kind in a source, in the order of lists.
     WidePrefixes(Database &database, Searched searched, std::shared_ptr<const List> all);
 
-    // The entries that have, for each of the words, one that begins with it; in the order of the
-    // list. Nothing if a word is not kept, which says nothing about what it finds.
-    std::optional<std::vector<Entry>> find(const std::vector<std::string> &words) const;
+    // Appends the wanted ones of the entries that have, for each of the words (at least one), a
+    // word that begins with it; in the order of the list. Returns false, and appends nothing, if a
+    // word is not cached; such a word may have results.
+    bool take(const std::vector<std::string> &words, Wanted &wanted,
+              std::vector<Entry> &entries) const;
 
-    // What it takes, with the list that it holds.
+    // The bytes that it takes, including the list that it holds.
     size_t bytes() const { return bytes_; }
 
   private:
-    // One for each entry of the list, 64 in each.
+    // One bit for each entry of the list, 64 in each element.
     using Bits = std::vector<uint64_t>;
 
     void keep_all(Database &database);
-    // Keeps it, if it is worth keeping.
+    // Caches the results of a prefix, if that is worthwhile.
     void keep(Database &database, const std::string &prefix);
 
     const Searched searched_;
-    std::shared_ptr<const List> all_; // null where nothing is kept
+    std::shared_ptr<const List> all_; // null if nothing is cached
     std::unordered_map<std::string, Bits> kept_;
     size_t bytes_ = sizeof(WidePrefixes);
 };

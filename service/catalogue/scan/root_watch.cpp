@@ -25,10 +25,10 @@ namespace {
 constexpr uint32_t root_events = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
                                  IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
-// Changes come in bursts; this long after the first one all are looked at together.
+// Changes come in bursts; they are handled together this long after the first one.
 constexpr int settle_ms = 100;
 
-// How often a root is looked at that is missing or cannot be watched.
+// How often a missing or unwatchable root is checked.
 constexpr int unwatched_ms = 1000;
 
 constexpr size_t source_name_max = 960;
@@ -103,7 +103,7 @@ void RootWatch::run() {
         try {
             look();
             wait(unwatched_ ? unwatched_ms : -1);
-        } catch (const std::exception &) { // want of memory
+        } catch (const std::exception &) { // lack of memory
             wait(unwatched_ms);
         }
     }
@@ -123,7 +123,7 @@ void RootWatch::wait(int timeout_ms) {
 
 void RootWatch::look() {
     take_wanted();
-    watch_roots(); // first watched, then read
+    watch_roots(); // watch first, then read
     Mounts mounts = read_mounts(mountinfo_);
     const bool changed = compare_roots(mounts);
     if (looked_) {
@@ -137,21 +137,24 @@ void RootWatch::look() {
 }
 
 void RootWatch::watch_roots() {
+    std::set<int> wanted; // two roots that are the same folder share a watch
     unwatched_ = false;
     for (const std::string &root : roots_) {
         const int watch =
             inotify_ < 0 ? -1 : inotify_add_watch(inotify_, root.c_str(), root_events);
-        unwatched_ = watch < 0 || unwatched_;
-        watches_[root] = watch;
-    }
-    for (auto each = watches_.begin(); each != watches_.end();) {
-        if (std::find(roots_.begin(), roots_.end(), each->first) != roots_.end()) {
-            ++each;
-            continue;
+        if (watch >= 0) {
+            wanted.insert(watch);
+        } else {
+            unwatched_ = true;
         }
-        inotify_rm_watch(inotify_, each->second); // of a root that is no longer given
-        each = watches_.erase(each);
     }
+    // Watches of roots that were removed from the options, and of folders that were moved.
+    for (const int watch : watches_) {
+        if (wanted.count(watch) == 0) {
+            inotify_rm_watch(inotify_, watch);
+        }
+    }
+    watches_ = std::move(wanted);
 }
 
 // Whether the list of sources has changed.
@@ -165,7 +168,7 @@ bool RootWatch::compare_roots(const Mounts &mounts) {
         if (each->mounted) {
             mount_points_.insert(each->path);
         } else if (mount_points_.count(each->path) != 0 && is_empty_folder(each->path)) {
-            each = found.erase(each); // the mount point that a volume has left
+            each = found.erase(each); // the mount point of an unmounted volume
             continue;
         }
         if (!keys.insert(each->key).second) {
@@ -197,8 +200,9 @@ void RootWatch::remove_absent(const std::vector<RootFolder> &found, bool &change
         if (!there) {
             sources_.remove(source);
             changed = true;
-            calls_.log(LOG_SEVERITY_NOTICE, fmt::format("{}: has gone; what is known of it is kept",
-                                                        loggable(source->path)));
+            calls_.log(LOG_SEVERITY_NOTICE,
+                       fmt::format("{}: has gone; its entries in the catalogue are kept",
+                                   loggable(source->path)));
             calls_.changed(source->id);
         }
     }

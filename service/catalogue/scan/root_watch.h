@@ -1,14 +1,13 @@
-// Keeps the list of sources true to what lies below the media roots and to the directories of music
-// that are wanted, and notices what is mounted and unmounted. It has a thread of its own, which
-// sleeps until the kernel reports a change: a scan may take minutes or wait for a disk, and a
-// source must come and go meanwhile.
+// Keeps the list of sources consistent with the folders of the media roots and with the wanted
+// directories of music, and notices mounts and unmounts. It has a separate thread, which sleeps
+// until the kernel reports a change: a scan may take minutes or wait for a disk, and meanwhile
+// sources must be able to come and go.
 #ifndef VANTRO_SERVICE_CATALOGUE_SCAN_ROOT_WATCH_H
 #define VANTRO_SERVICE_CATALOGUE_SCAN_ROOT_WATCH_H
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -21,15 +20,15 @@
 
 namespace vantro::service::catalogue {
 
-// More than anyone has directories of music, and few enough that the list of sources fits the 65536
-// bytes in which clients take it.
+// More directories of music than anyone has, and few enough that the list of sources fits the 65536
+// bytes that clients have room for.
 inline constexpr size_t sources_max = 32;
 
 class RootWatch {
   public:
     struct Calls {
-        std::function<void(int32_t source)> changed; // it has come or gone
-        std::function<void()> sources_changed;       // some have, or should be scanned again
+        std::function<void(int32_t source)> changed; // a source has come or gone
+        std::function<void()> sources_changed; // sources have come or gone, or need another scan
         std::function<void(const MusicPointer &source)> remounted;
         std::function<void(int severity, const std::string &line)> log;
     };
@@ -46,12 +45,12 @@ class RootWatch {
     RootWatch(const RootWatch &) = delete;
     RootWatch &operator=(const RootWatch &) = delete;
 
-    // Compares once; before start() only.
+    // Compares once. Call it only before start().
     void look();
     void start() EXCLUDES(starting_);
     // Any thread; also before start().
     void stop() EXCLUDES(starting_);
-    // Watches other music from its next look on. Any thread.
+    // Watches other music from the next look on. Any thread.
     void set_music(Music wanted) EXCLUDES(wanted_mutex_);
 
   private:
@@ -76,16 +75,16 @@ class RootWatch {
     Mutex wanted_mutex_;
     std::optional<Music> wanted_ GUARDED_BY(wanted_mutex_);
 
-    // Used only by the thread, once it runs.
+    // Used by the thread only, once it runs.
     std::vector<std::string> roots_;
-    std::map<std::string, int> watches_; // by root
-    // Set once other directories are wanted than those that were there from the start.
+    std::set<int> watches_; // of the roots
+    // Set when the wanted directories differ from those at the start.
     std::optional<std::vector<std::string>> directories_;
     Mounts mounts_;
     bool looked_ = false;
     bool unwatched_ = false;             // a root is missing or cannot be watched
-    std::set<std::string> mount_points_; // below the roots, that were in use
-    std::set<std::string> said_;         // paths that were left out
+    std::set<std::string> mount_points_; // below the roots, formerly mounted
+    std::set<std::string> said_;         // paths that were reported as left out
 };
 
 } // namespace vantro::service::catalogue

@@ -24,13 +24,13 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// Readers see a scan's results this often, or after so many changes.
+// A scan commits its results at this interval, or after this many changes.
 constexpr auto commit_every = std::chrono::milliseconds(500);
 constexpr int commit_changes = 1000;
 
 constexpr auto report_every = std::chrono::seconds(10);
 
-// Broken entries of one playlist that are named one by one.
+// The number of broken entries of one playlist that are logged one by one.
 constexpr size_t broken_named_max = 20;
 
 } // namespace
@@ -50,7 +50,7 @@ Scan::Scan(Parts parts, int32_t source, const std::string &root)
     }
     fstat(top_->descriptor(), &root_status_);
     if (is_empty(*top_)) {
-        // The mount point of an unmounted disk looks empty too: what is known stays.
+        // The mount point of an unmounted disk is empty too: keep the catalogue's entries.
         const KnownFolder known = parts_.writer.known(source, "");
         if (!known.files.empty() || !known.folders.empty()) {
             gone_ = Error(Error::Origin::music, ENOENT, "has become empty");
@@ -70,7 +70,7 @@ bool Scan::root_is_there() {
         return true;
     }
     if (const int error = errno; Error(Error::Origin::music, error).is_want()) {
-        throw Error::failed(Error::Origin::music, error, loggable(root_) + " cannot be looked at");
+        throw Error::failed(Error::Origin::music, error, loggable(root_) + " cannot be examined");
     }
     gone_ = Error(Error::Origin::music, ENOENT, "has vanished");
     return false;
@@ -98,7 +98,7 @@ void Scan::read(const std::string &folder, bool all) {
 
 void Scan::visit(const Folder &folder) {
     if (folder.depth > folder_depth_max) {
-        return leave_out(place_of(source_, folder.path), {}, "lies too deep");
+        return leave_out(place_of(source_, folder.path), {}, "is nested too deeply");
     }
     const Directory directory = open_folder(*top_, folder.path);
     if (!directory) {
@@ -113,13 +113,14 @@ void Scan::visit(const Folder &folder) {
         }
         return;
     }
-    // First watched, then read: a change in between is seen twice rather than never.
+    // Watch first, then read: a change in between is then noticed twice, not missed.
     parts_.watcher.add({source_, folder.path}, absolute(folder.path), dirfd(directory.get()));
     Reading reading{folder, directory.get(), parts_.writer.known(source_, folder.path)};
     std::vector<std::string> names;
     const std::optional<Error> error = list(directory.get(), names);
     if (const std::optional<Error> passing = read_sheets(reading, names)) {
-        return leave_out_folder(folder, *passing); // without its sheets it would look changed
+        // Without its sheets the folder would seem changed.
+        return leave_out_folder(folder, *passing);
     }
     for (const std::string &name : names) {
         visit_entry(reading, name);
@@ -204,7 +205,7 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
     if (!inside) {
         refuse("is a link that leads out of the directory");
     } else if (S_ISDIR(target.st_mode)) {
-        refuse("is a link to a folder, which is read where it lies");
+        refuse("is a link to a folder, which is read at its own place");
     } else if (S_ISREG(target.st_mode)) {
         visit_file(reading, name, *inside, target);
     } else {
@@ -212,11 +213,11 @@ void Scan::visit_link(Reading &reading, const std::string &name, const struct st
     }
 }
 
-// `path` is where the file itself lies. `name` is its name, or that of the link to it.
+// `path` is the path of the file itself. `name` is its name, or that of the link to it.
 void Scan::visit_file(Reading &reading, const std::string &name, const std::string &path,
                       struct stat status) {
     const bool song = has_audio_name(name);
-    // This file can change without a report about the folder. First watched, then looked at.
+    // This file can change without a report about the folder. Watch first, then read.
     const std::string plain = path_below(reading.folder.path, name);
     if ((status.st_nlink > 1 || path != plain) && (song || has_playlist_name(name)) &&
         parts_.watcher.add_file({source_, reading.folder.path},
@@ -261,7 +262,7 @@ void Scan::forget_unseen(const Reading &reading) {
     if (known.files.empty() && known.folders.empty()) {
         return;
     }
-    // A directory that is being unmounted or removed looks emptier and emptier.
+    // While a directory is being unmounted or removed, its entries disappear one by one.
     if (!root_is_there()) {
         return;
     }
@@ -285,7 +286,7 @@ void Scan::name_left_out(const FileName &where, std::string_view why) {
     parts_.log(LOG_SEVERITY_WARNING, fmt::format("left out: {}: {}", loggable(path), why));
 }
 
-// What is known of the folder stays: it may be unreadable only for now.
+// The folder's entries in the catalogue stay: it may be unreadable only for now.
 void Scan::leave_out_folder(const Folder &folder, const Error &error) {
     if (error.is_passing()) {
         postpone(folder.path, folder.path, error);
@@ -420,13 +421,13 @@ void Scan::name_broken_entries() {
             }
             if (++broken <= broken_named_max) {
                 parts_.log(LOG_SEVERITY_WARNING,
-                           fmt::format("left out: {}: '{}' is no song of this directory", playlist,
-                                       loggable(entry)));
+                           fmt::format("left out: {}: '{}' is not a song of this directory",
+                                       playlist, loggable(entry)));
             }
         }
         if (broken > broken_named_max) {
             parts_.log(LOG_SEVERITY_WARNING,
-                       fmt::format("left out: {}: {} more entries that are no songs", playlist,
+                       fmt::format("left out: {}: {} more entries that are not songs", playlist,
                                    broken - broken_named_max));
         }
     }

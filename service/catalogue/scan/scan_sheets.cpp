@@ -1,4 +1,4 @@
-// The part of Scan that handles songs as their cue sheets have them.
+// The part of Scan that handles cue sheets.
 #include <algorithm>
 #include <iterator>
 
@@ -12,8 +12,8 @@
 
 namespace vantro::service::catalogue {
 
-// Whether the catalogue has the file as it is, and as the sheet beside it is. It then counts as
-// seen, as it does if it has changed. `rows` are the names by which it is known.
+// Whether the catalogue's entries match the file and the sheet beside it. The file then counts as
+// seen, also if it has changed. `rows` are the names of its entries.
 bool Scan::is_known(Reading &reading, const std::string &name, FileStamp stamp,
                     std::vector<std::string> &rows) {
     const auto sheet = reading.sheets.find(name);
@@ -41,8 +41,9 @@ bool Scan::is_known(Reading &reading, const std::string &name, FileStamp stamp,
     return any && same;
 }
 
-// Small files, so they are read here: which files of music hold tracks must be known before these
-// are looked at. Returns the error for which what is known of the folder must stay.
+// Reads the sheets, which are small files, in this thread: the scan must know which audio files
+// hold tracks before it visits them. Returns the error because of which the folder's entries must
+// stay.
 std::optional<Error> Scan::read_sheets(Reading &reading, const std::vector<std::string> &names) {
     for (const auto &[name, file] : reading.known.files) {
         if (const std::string_view of = file_of_track(name); of.size() != name.size()) {
@@ -75,12 +76,12 @@ std::optional<Error> Scan::read_sheets(Reading &reading, const std::vector<std::
     return std::nullopt;
 }
 
-// Returns what is wrong with it, or "".
+// Returns the error in the sheet, or "".
 std::string Scan::take_sheet(Reading &reading, const std::string &name, CueSheet sheet,
                              const std::vector<std::string> &songs) {
     const std::string *const file = file_of_sheet(sheet, name, songs);
     if (!file) {
-        return fmt::format("names '{}', which is not beside it", loggable(sheet.file));
+        return fmt::format("names '{}', which is not in its folder", loggable(sheet.file));
     }
     auto &place = reading.sheets[*file];
     if (place) {

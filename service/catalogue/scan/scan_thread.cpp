@@ -18,19 +18,19 @@ namespace vantro::service::catalogue {
 
 namespace {
 
-// How often a directory that is gone is looked for: no event says that it is back.
+// How often a missing directory is checked: no event reports its return.
 constexpr auto look_for_gone = std::chrono::seconds(10);
 
 // The shortest time between two checks of the catalogue's file. A check reads all of it, and a disk
 // that damages every file would be filled with damaged ones.
 constexpr auto check_pause = std::chrono::minutes(1);
 
-// Work that failed is tried again after the first of these, then each time after twice the pause,
-// up to the second: no event says that there is room, memory or a descriptor again.
+// Failed work is tried again after the first pause, then each time after twice the pause, up to the
+// second: no event reports that room, memory or descriptors are available again.
 constexpr auto first_pause = std::chrono::seconds(1);
 constexpr auto last_pause = std::chrono::seconds(10);
 
-// After so many tries, which take about a minute, a source counts as ready although some of it
+// After this many tries, which take about a minute, a source counts as ready although a part of it
 // still cannot be read.
 constexpr int tries_waited_for = 8;
 
@@ -90,8 +90,8 @@ void ScanThread::run() {
             }
             do_next();
         } catch (const std::exception &) {
-            // Want of memory. The changes that the watches reported are lost, so everything is
-            // looked at again.
+            // Lack of memory. The changes that the watches reported are lost, so everything is
+            // scanned again.
             everything_ = true;
             watcher_.rest(first_pause);
         }
@@ -109,7 +109,7 @@ void ScanThread::remounted(const MusicPointer &source) {
     watcher_.wake();
 }
 
-// Drops the sources that have gone, and has those that are new scanned next.
+// Drops the sources that have gone, and schedules a scan of the new ones.
 void ScanThread::adopt_sources() {
     const std::vector<MusicPointer> all = sources_.all();
     for (auto each = adopted_.begin(); each != adopted_.end();) {
@@ -183,7 +183,7 @@ void ScanThread::check_catalogue() {
     });
 }
 
-// When everything should be looked at again.
+// The time of the next full scan.
 ScanThread::Clock::time_point ScanThread::next_round() const {
     std::chrono::milliseconds every = options_.rescan_every;
     if (watcher_.exhausted()) {
@@ -225,8 +225,8 @@ void ScanThread::set_status(MusicDirectory &source, int32_t status) {
     }
 }
 
-// Returns false if the catalogue's file failed, or memory or another resource was short. What was
-// committed before stays, and the status of `source` stays "scanning".
+// Returns false if the catalogue's file failed, or memory or another resource was short. Earlier
+// commits stay, and the status of `source` stays "scanning".
 bool ScanThread::guarded(const std::function<void()> &work, MusicDirectory *source) {
     std::string failure;
     try {
@@ -250,18 +250,20 @@ bool ScanThread::guarded(const std::function<void()> &work, MusicDirectory *sour
         failure = log_text(error);
     }
     failing_ = true;
-    if (source) { // before the line in the log: a reader of it finds the status right
+    if (source) { // before the line in the log: a reader of the line then finds the right status
         set_status(*source, VANTRO_SOURCE_SCANNING);
     }
     if (workers_) {
         workers_->abandon();
     }
-    // Closing the file undoes what was not committed, even if an undo fails.
+    // Closing the file undoes uncommitted changes, even if an undo fails.
     writer_.reset();
     database_.reset();
     if (failure != failure_) {
         log(LOG_SEVERITY_ERROR,
-            fmt::format("scanning waits: {}; what is known stays, and it is tried again", failure));
+            fmt::format(
+                "scanning waits: {}; the catalogue stays as it is, and the scan is tried again",
+                failure));
     }
     failure_ = failure;
     return false;
@@ -278,7 +280,7 @@ void ScanThread::scan_everything() {
     if (watcher_.exhausted() && !std::exchange(said_exhausted_, true)) {
         log(LOG_SEVERITY_WARNING,
             fmt::format("not every folder can be watched (fs.inotify.max_user_watches); "
-                        "all are looked at again every {} seconds",
+                        "all are scanned again every {} seconds",
                         options_.rescan_unwatched.count() / 1000));
     }
     plan_next_try(false);
@@ -287,7 +289,7 @@ void ScanThread::scan_everything() {
 
 // Scans again what a scan did not finish or could not read.
 void ScanThread::scan_unfinished() {
-    // Without room on the disk a batch would be read and could not be kept.
+    // Without room on the disk, a batch would be read but could not be stored.
     if (failing_ && !has_room(state_, room_bytes)) {
         next_try_ = Clock::now() + first_pause;
         return;
@@ -314,7 +316,7 @@ void ScanThread::plan_next_try(bool again) {
     }
     tries_ += again || tries_ == 0 ? 1 : 0;
     std::chrono::milliseconds pause = first_pause * (1 << std::min(tries_ - 1, 8));
-    // A part of a disk may be unreadable for good, and each attempt to read it takes long.
+    // A part of a disk may be permanently unreadable, and each attempt to read it takes long.
     const bool for_good = !failing_ && !short_of_descriptors_ && tries_ > tries_waited_for;
     pause = std::min<std::chrono::milliseconds>(pause,
                                                 for_good ? options_.rescan_unwatched : last_pause);
@@ -329,7 +331,7 @@ void ScanThread::tidy() {
             // The write-ahead log keeps its length; the next scan tries again.
         }
     }
-    // Returns the memory that long tags took: it is not needed again soon.
+    // Returns the memory of long tags to the system: it is not needed again soon.
     malloc_trim(0);
 }
 
@@ -392,12 +394,12 @@ void ScanThread::scan_source(MusicDirectory &source, const std::set<std::string>
 
 void ScanThread::note_gone(MusicDirectory &source, const Scan &scan) {
     if (source.gone) {
-        return; // as a source too: adopt_sources() drops it
+        return; // the source is gone: adopt_sources() drops it
     }
     watcher_.remove({source.id, ""});
     unfinished_.at(source.id) = {};
     if (source.status != VANTRO_SOURCE_UNAVAILABLE) {
-        log(LOG_SEVERITY_WARNING, fmt::format("{}: {}; what is known of it stays",
+        log(LOG_SEVERITY_WARNING, fmt::format("{}: {}; its entries in the catalogue stay",
                                               loggable(source.path), scan.gone()->text()));
     }
     set_status(source, VANTRO_SOURCE_UNAVAILABLE);
@@ -445,7 +447,7 @@ void ScanThread::note_postponed(const MusicDirectory &source, Unfinished &unfini
     const std::string why = postponed.error->reason();
     if (std::exchange(unfinished.said, why) != why) {
         log(LOG_SEVERITY_WARNING,
-            fmt::format("{}: cannot read all of it for now, first '{}': {}; it is tried again",
+            fmt::format("{}: a part cannot be read for now, first '{}': {}; it is tried again",
                         loggable(source.path), loggable(postponed.first), why));
     }
 }

@@ -25,11 +25,11 @@ constexpr uint32_t watched_events = IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_
 constexpr uint32_t watched_events_of_files =
     IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF | IN_DONT_FOLLOW;
 
-// Most files that are watched by themselves. In some collections every file has several names, and
-// the kernel has only so many watches.
+// Most files with their own watch. In some collections every file has several names, and the kernel
+// limits the number of watches.
 constexpr size_t files_max = 4096;
 
-// A folder that keeps changing is read nevertheless, after `settle` times this.
+// A folder that keeps changing is read after this many times `settle`.
 constexpr int settle_max = 10;
 
 // A new regular file is read when its writer closes it. Links, and further names of a file, are
@@ -37,6 +37,15 @@ constexpr int settle_max = 10;
 bool comes_whole(const std::string &path) {
     struct stat status = {};
     return lstat(path.c_str(), &status) == 0 && (!S_ISREG(status.st_mode) || status.st_nlink > 1);
+}
+
+// Whether the folder is `top` or below it.
+bool is_in(const WatchedFolder &folder, const WatchedFolder &top) {
+    const std::string &path = folder.second;
+    const std::string &above = top.second;
+    return folder.first == top.first &&
+           (above.empty() || (path.starts_with(above) &&
+                              (path.size() == above.size() || path[above.size()] == '/')));
 }
 
 } // namespace
@@ -49,7 +58,7 @@ Watcher::Watcher()
         if (descriptor_ >= 0) {
             close(descriptor_);
         }
-        throw Error::failed(Error::Origin::system, error, "changes cannot be waited for");
+        throw Error::failed(Error::Origin::system, error, "cannot wait for changes");
     }
 }
 
@@ -61,10 +70,10 @@ Watcher::~Watcher() {
 }
 
 bool Watcher::add(const WatchedFolder &folder, const std::string &path, int directory) {
-    if (descriptor_ < 0) { // inotify could not be had before
+    if (descriptor_ < 0) { // inotify was not available before
         descriptor_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     }
-    // By its descriptor, since another folder may be at the path by now.
+    // Through its descriptor, since another folder may be at the path by now.
     const std::string opened = fmt::format("/proc/self/fd/{}", directory);
     int number =
         descriptor_ < 0 ? -1 : inotify_add_watch(descriptor_, opened.c_str(), watched_events);
@@ -117,17 +126,23 @@ void Watcher::forget(int number, const WatchedFolder &folder) {
 void Watcher::remove(const WatchedFolder &folder) {
     for (auto each = numbers_.lower_bound(folder);
          each != numbers_.end() && each->first.first == folder.first;) {
-        const std::string &path = each->first.second;
-        const std::string &top = folder.second;
-        if (path.compare(0, top.size(), top) != 0) {
+        if (!each->first.second.starts_with(folder.second)) {
             break;
         }
-        const bool below = top.empty() || path.size() == top.size() || path[top.size()] == '/';
-        if (below) {
+        if (is_in(each->first, folder)) {
             forget(each->second, each->first);
             each = numbers_.erase(each);
         } else {
             ++each;
+        }
+    }
+    for (auto file = files_.begin(); file != files_.end();) {
+        std::erase_if(file->second, [&](const auto &each) { return is_in(each, folder); });
+        if (file->second.empty()) {
+            inotify_rm_watch(descriptor_, file->first);
+            file = files_.erase(file);
+        } else {
+            ++file;
         }
     }
 }
@@ -261,7 +276,7 @@ void Watcher::rest(std::chrono::milliseconds timeout) const {
 
 void Watcher::wake() {
     const uint64_t one = 1;
-    // It fails only if the counter is full, and then the reader wakes as well.
+    // The write fails only if the counter is full, and then the reader wakes as well.
     [[maybe_unused]] const ssize_t written = write(wake_, &one, sizeof one);
 }
 

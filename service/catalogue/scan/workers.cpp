@@ -31,7 +31,7 @@ std::optional<Error> read_image(const Job &job, std::string &bytes) {
     return stream.failure();
 }
 
-// Puts the tracks of the sheet beside the file, or else of the one in it, in the song's place.
+// Replaces the song by the tracks of the sheet beside the file, or else of the sheet in it.
 void cut(Done &done) {
     std::optional<CueSheet> inside;
     const CueSheet *sheet = done.job.sheet.get();
@@ -53,7 +53,7 @@ void cut(Done &done) {
     std::optional<std::vector<FoundSong>> tracks = cut_by_sheet(done.song, *sheet);
     if (!tracks) {
         song.sheet = sheet->digest;
-        done.sheet_failure = "is not used: a track begins behind the end of the file";
+        done.sheet_failure = "is not used: a track begins after the end of the file";
         return;
     }
     done.tracks = std::move(*tracks);
@@ -94,7 +94,7 @@ void carry_out(Done &done, const ArtworkFolder &artwork) {
     }
 }
 
-// Never fails: want of memory is a result like others, and its error needs none.
+// Never fails: lack of memory is a result like others, and its error needs no memory.
 Done result_of(Job &&job, const ArtworkFolder &artwork) {
     Done done;
     done.job = std::move(job);
@@ -111,7 +111,8 @@ Done result_of(Job &&job, const ArtworkFolder &artwork) {
 } // namespace
 
 void step_back() {
-    // If the kernel refuses, the scan runs at the same priority as other work, which is no failure.
+    // If the kernel refuses, the scan runs at the same priority as other work; that is not a
+    // failure.
     setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), niceness);
 }
 
@@ -122,7 +123,7 @@ Workers::Workers(int threads, const ArtworkFolder &artwork)
             threads_.emplace_back([this] { work(); });
         }
     } catch (const std::system_error &) {
-        if (threads_.empty()) { // fewer threads do, but at least one is needed
+        if (threads_.empty()) { // fewer threads suffice, but at least one is needed
             throw;
         }
     }

@@ -59,12 +59,12 @@ class NodeList : public NodeSink, public std::vector<Node> {
                    row.source_type});
         return true;
     }
-    bool has(const std::string &name, size_t) override {
-        listing = name;
+    bool has(const std::string &name, size_t, size_t) override {
+        list = name;
         return false;
     }
 
-    std::string listing; // its name
+    std::string list; // its name
 };
 
 class Collection : public test::RuntimeDirectory {

@@ -47,6 +47,7 @@ TEST_F(OnAFaultyDisk, KeepsTheCatalogueWhateverReadFails) {
         add(fmt::format("{}.flac", i), {{"TITLE", fmt::format("t{}", i)}, {"ARTIST", "a"}});
     }
     open();
+    const SongId song = all_songs()[0].id;
     close();
     const FaultyReads reads;
     bool all_met = false;
@@ -56,21 +57,22 @@ TEST_F(OnAFaultyDisk, KeepsTheCatalogueWhateverReadFails) {
         NodeList nodes;
         std::vector<QueuedSong> songs;
         std::optional<SongMetadata> metadata;
-        int results[] = {store_->browse(source_, "artists", {}, nodes),
+        int results[] = {store_->part(song) ? 0 : EIO,
+                         store_->browse(source_, "artists", {}, nodes),
                          store_->search(source_, "", "t1", {}, nodes), store_->all_songs(songs),
                          store_->metadata(source_, "albums", metadata)};
         all_met = !FaultyReads::failed();
         EXPECT_EQ(std::count(std::begin(results), std::end(results), EIO), all_met ? 0 : 1)
             << which;
         FaultyReads::fail(0);
-        scan(); // a reader that took it for damage has acted by the end of a scan
+        scan(); // a reader that mistook it for damage has acted before a scan ends
         EXPECT_EQ(last().read, 0) << which;
         EXPECT_EQ(names("songs").size(), 30u) << which;
     }
     EXPECT_FALSE(fs::exists(state_ / "catalogue.db.bad-1"));
 }
 
-// An obstacle to reading the music, and its removal.
+// Something that prevents reading the music, and its removal.
 struct Obstacle {
     const char *name;
     std::function<void()> begin;
@@ -101,7 +103,7 @@ TEST_F(OnAFaultyDisk, ReadsMusicAsSoonAsItCan) {
         fs::remove(music_ / "new.flac");
         add("old.flac", {{"TITLE", "old"}});
         open();
-        add("../new.flac", {{"TITLE", "new"}}, cover); // beside the music for now
+        add("../new.flac", {{"TITLE", "new"}}, cover); // outside the music directory for now
         const SongId old = all_songs()[0].id;
 
         begin();

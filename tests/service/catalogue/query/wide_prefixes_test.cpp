@@ -1,4 +1,4 @@
-// Searches for few letters find the same as the index.
+// Searches for a few letters find the same as the index.
 #include <algorithm>
 #include <memory>
 #include <random>
@@ -30,10 +30,10 @@ std::vector<Entry> in_order(const List &all, Database &database, Searched search
     return found;
 }
 
-TEST_F(Prefixes, FindWhatTheIndexFinds) {
-    constexpr int entries = 6000;
-    const auto database = open_catalogue_file(path_ + "/catalogue.db", [](const std::string &) {});
-    std::mt19937 random(1);
+constexpr int entries = 6000;
+
+// Fills the index with words of a few letters. @return the entries of one source, in random order.
+std::vector<int64_t> fill_index(Database &database, std::mt19937 &random) {
     const auto word = [&random] {
         // A few letters are common, and some words have letters that are never indexed.
         constexpr std::string_view letters = "aaaabbbcc1zé";
@@ -44,21 +44,54 @@ TEST_F(Prefixes, FindWhatTheIndexFinds) {
         return random() % 5 == 0 ? "é" + made : made;
     };
     std::vector<int64_t> numbers;
-    {
-        Transaction whole(*database);
-        for (int i = 1; i <= entries; ++i) {
-            database->run("INSERT INTO song_words(rowid, title, artist) VALUES(?1, ?2, ?3)", i,
-                          word() + " " + word(), word());
-            database->run("INSERT INTO node_words(rowid, album, of_artist, genre)"
-                          " VALUES(?1, ?2, ?3, ?4)",
-                          i, word(), word(), word());
-            if (i % 7 != 0) { // the rest is of another source
-                numbers.push_back(i);
-            }
+    Transaction whole(database);
+    for (int i = 1; i <= entries; ++i) {
+        database.run("INSERT INTO song_words(rowid, title, artist) VALUES(?1, ?2, ?3)", i,
+                     word() + " " + word(), word());
+        database.run("INSERT INTO node_words(rowid, album, of_artist, genre)"
+                     " VALUES(?1, ?2, ?3, ?4)",
+                     i, word(), word(), word());
+        if (i % 7 != 0) { // the rest is of another source
+            numbers.push_back(i);
         }
-        whole.commit();
     }
+    whole.commit();
     std::shuffle(numbers.begin(), numbers.end(), random);
+    return numbers;
+}
+
+// The lists of many sources that appear and disappear.
+void expect_the_latest_kept(const std::shared_ptr<const WidePrefixes> &prefixes) {
+    ListCache cache;
+    for (int source = 0; source < 1000; ++source) {
+        cache.set_prefixes(std::to_string(source), "1", prefixes);
+        EXPECT_EQ(cache.prefixes(std::to_string(source), "1"), prefixes);
+        EXPECT_EQ(cache.prefixes(std::to_string(source), "2"), nullptr);
+    }
+    EXPECT_NE(cache.prefixes("990", "1"), nullptr);
+    EXPECT_EQ(cache.prefixes("0", "1"), nullptr);
+}
+
+// Pages that begin and end within a word of bits, at its end, and after the last result.
+void expect_pages(const WidePrefixes &prefixes, const std::vector<std::string> &words,
+                  const std::vector<Entry> &all) {
+    for (const size_t first : {size_t{0}, size_t{1}, size_t{63}, all.size() / 2, all.size()}) {
+        for (const size_t count : {size_t{0}, size_t{1}, size_t{100}}) {
+            std::vector<Entry> page;
+            Wanted wanted = {first, count};
+            EXPECT_TRUE(prefixes.take(words, wanted, page));
+            const size_t end = std::min(first + count, all.size());
+            EXPECT_EQ(page,
+                      std::vector<Entry>(all.begin() + std::min(first, end), all.begin() + end));
+            EXPECT_EQ(wanted.count, count - page.size());
+        }
+    }
+}
+
+TEST_F(Prefixes, FindWhatTheIndexFinds) {
+    const auto database = open_catalogue_file(path_ + "/catalogue.db", [](const std::string &) {});
+    std::mt19937 random(1);
+    const std::vector<int64_t> numbers = fill_index(*database, random);
     for (const Searched searched :
          {Searched{kind_song, ""}, Searched{kind_album, "{album of_artist}"}}) {
         List list;
@@ -79,24 +112,20 @@ TEST_F(Prefixes, FindWhatTheIndexFinds) {
                     words.push_back(two);
                     expression += " \"" + two + "\"*";
                 }
-                if (const auto found = prefixes->find(words)) {
-                    ++kept;
-                    EXPECT_EQ(*found, in_order(*all, *database, searched, expression))
-                        << expression;
+                std::vector<Entry> found;
+                Wanted wanted = {0, all->entries.size()};
+                if (!prefixes->take(words, wanted, found)) {
+                    continue;
                 }
+                ++kept;
+                EXPECT_EQ(found, in_order(*all, *database, searched, expression)) << expression;
+                EXPECT_EQ(wanted.count, all->entries.size() - found.size());
+                expect_pages(*prefixes, words, found);
             }
         }
         EXPECT_GT(kept, 5) << searched.columns;
         EXPECT_LT(kept, 40) << searched.columns;
-
-        ListCache cache; // of sources that come and go
-        for (int source = 0; source < 1000; ++source) {
-            cache.set_prefixes(std::to_string(source), "1", prefixes);
-            EXPECT_EQ(cache.prefixes(std::to_string(source), "1"), prefixes);
-            EXPECT_EQ(cache.prefixes(std::to_string(source), "2"), nullptr);
-        }
-        EXPECT_NE(cache.prefixes("990", "1"), nullptr);
-        EXPECT_EQ(cache.prefixes("0", "1"), nullptr);
+        expect_the_latest_kept(prefixes);
     }
 }
 

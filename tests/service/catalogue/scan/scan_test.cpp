@@ -61,7 +61,7 @@ TEST_F(Scanned, LeavesOutWhatIsBadAndSaysSoOnce) {
     fs::create_symlink("good.flac", music_ / "link.flac");
     fs::create_symlink(template_flac(), music_ / "out.flac");
     fs::create_directory_symlink(path_, music_ / "way out");
-    fs::create_symlink("/etc/hostname", music_ / "text"); // nobody would take it for music
+    fs::create_symlink("/etc/hostname", music_ / "text"); // not an audio file
     mkfifo((music_ / "pipe.mp3").c_str(), 0600);
     std::string deep;
     for (int i = 0; i < 100; ++i) {
@@ -189,7 +189,7 @@ TEST_F(Scanned, KeepsWhatItKnowsOfADirectoryThatIsGone) {
     close();
     fs::rename(music_, away);
     for (const bool is_place :
-         {false, true}) { // gone from the beginning, like a disk's place or not
+         {false, true}) { // missing from the start, and it looks like a mount point or not
         if (is_place) {
             fs::create_directory(music_);
         }
@@ -289,7 +289,7 @@ TEST_F(Scanned, MovesADamagedCatalogueAside) {
     open(false);
     NodeList nodes;
     EXPECT_EQ(store_->browse(source_, "songs", {}, nodes), 0);
-    const std::string listing_before = nodes.listing;
+    const std::string list_before = nodes.list;
     {
         std::fstream bytes(file, std::ios::in | std::ios::out | std::ios::binary);
         for (uintmax_t at = 4096; at < fs::file_size(file); at += 64) {
@@ -305,9 +305,9 @@ TEST_F(Scanned, MovesADamagedCatalogueAside) {
         return store_->browse(source_, "songs", {}, nodes) == 0 && nodes.size() == 200;
     });
     EXPECT_TRUE(fs::exists(file.native() + ".bad-3"));
-    // Nothing that was kept of the old catalogue is taken for the new one's.
+    // Nothing kept from the old catalogue is mistaken for a part of the new one.
     for (int i = 0; i < 5; ++i) {
-        EXPECT_NE(nodes.listing, listing_before);
+        EXPECT_NE(nodes.list, list_before);
         add("0.flac", {{"TITLE", fmt::format("changed {}", i)}});
         scan();
         nodes.clear();
