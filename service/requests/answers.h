@@ -1,4 +1,4 @@
-// Carries requests out and composes their answers. Knows nothing of how they travel.
+// Carries out requests and composes their answers, independently of the messaging layer.
 #ifndef VANTRO_SERVICE_REQUESTS_ANSWERS_H
 #define VANTRO_SERVICE_REQUESTS_ANSWERS_H
 
@@ -27,36 +27,42 @@ class Answers {
     Answers(catalogue::Catalogue &catalogue, playback::Players &players)
         : catalogue_(catalogue), players_(players) {}
 
-    // Carries out the request of `size` bytes that came by the open record `open`, and leaves its
-    // answer, a result word and what follows it, in `answer`, whatever the bytes are. Those who
-    // wait for the events of it are woken at the end of `bell`.
-    // Throws std::bad_alloc; then nothing was changed, and the answer must not be used.
+    // Carries out the request of `size` bytes of the open record `open`, and writes the answer, a
+    // result word and its data, to `answer`; the bytes may be anything. Readers that wait for the
+    // resulting events are woken when `bell` is destroyed. Throws std::bad_alloc; then nothing was
+    // changed, and the answer must not be used.
     void respond(int32_t open, const void *bytes, size_t size, Bytes &answer,
                  publishing::HeldBell &bell);
 
-    // Whether a request may take long: it reads as much of the catalogue as its client asks for.
+    // Whether a request may take long, since it reads as much of the catalogue as its client
+    // demands.
     bool may_take_long(int32_t open, const void *bytes, size_t size);
 
-    // An open record goes away, perhaps for the second time. Returns whose it was the first time.
+    // An open record is closed; may be called twice. The first call returns the record's client.
     std::optional<Client> close(int32_t open) noexcept;
+
+    // Packs the beginning of the list of a source's songs, so that no client needs to wait for it.
+    // Any thread. Does nothing if there is no memory.
+    void prepare_songs(int32_t source) noexcept;
 
     OpenRecords &opens() { return opens_; }
 
-    // What tells whom a client is taken for: 0, or a result word. To be set before the first
-    // request; without it nobody is told.
+    // Fills in how the service identifies a client. Returns 0 or a result word. Set it before the
+    // first request; without it identity requests are refused.
     using Identify = std::function<int(const Client &client, VantroIdentity &identity)>;
     void set_identify(Identify identify) { identify_ = std::move(identify); }
 
-    // Is told whom a player refused a track session, of which it has as many as may be. Likewise.
+    // Called when a player refuses a track session to a client because of a limit. Set it before
+    // the first request.
     using SessionsRefused = std::function<void(const Client &client)>;
     void set_sessions_refused(SessionsRefused refused) { sessions_refused_ = std::move(refused); }
 
   private:
-    // A request that is being carried out.
+    // A request in progress.
     struct Call {
         int32_t open;
         const Request &request;
-        playback::Player *player; // that the record has open, or null
+        playback::Player *player; // the player that the record has open, or null
         Bytes &answer;
     };
     struct Command;
@@ -86,7 +92,7 @@ class Answers {
     int append_players(const Call &call);
     int append_identity(const Call &call);
 
-    // Give the nodes of a request's list that lie in the range.
+    // Passes the nodes of a request's list in that range to `nodes`.
     using Give = int (Answers::*)(const Call &call, catalogue::Range range,
                                   catalogue::NodeSink &nodes);
     int give_listing(const Call &call, catalogue::Range range, catalogue::NodeSink &nodes);
@@ -94,7 +100,7 @@ class Answers {
     int give_session_tracks(const Call &call, catalogue::Range range, catalogue::NodeSink &nodes);
     int session_songs(const Call &call, catalogue::Range range,
                       std::vector<catalogue::SongId> &ids);
-    // The nodes alone, and each with its metadata.
+    // Append the nodes, without and with metadata.
     int append_list(const Call &call, Give give);
     int append_described(const Call &call, Give give);
     int append_listing(const Call &call);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <iterator>
 #include <optional>
 
@@ -12,7 +13,15 @@
 
 namespace vantro::service::requests {
 
-// Ids are never given twice, so without an open player a session is known by its id alone.
+namespace {
+
+// The number of a source's songs that are packed before the first request: about a megabyte.
+// Applications that list more songs are slow in any case.
+constexpr int32_t prepared_max = 20'000;
+
+} // namespace
+
+// Ids are never reused, so without an open player the id alone identifies a session.
 int Answers::session_songs(const Call &call, catalogue::Range range,
                            std::vector<catalogue::SongId> &ids) {
     const Request &request = call.request;
@@ -59,7 +68,19 @@ int Answers::append_list(const Call &call, Give give) {
     return result == 0 ? nodes.finish() : result;
 }
 
-// A page at most, so that neither memory nor time of it is more than that of other requests.
+void Answers::prepare_songs(int32_t source) noexcept {
+    try {
+        Bytes room;
+        NodePacker nodes(room, packed_lists_);
+        if (catalogue_.browse(source, "songs", {0, prepared_max}, nodes) == 0) {
+            nodes.finish(); // a list that is too long is not cached
+        }
+    } catch (const std::exception &) {
+        // The list is made at the first request.
+    }
+}
+
+// One page at most, so that it takes no more memory and time than other requests.
 int Answers::append_described(const Call &call, Give give) {
     catalogue::Range page = call.request.range;
     page.count = page.count <= 0 ? VANTRO_METADATA_PAGE_MAX

@@ -11,13 +11,14 @@ namespace vantro::service::requests {
 
 namespace {
 
-// The packers' records are made and packed so many at a time, on the stack.
+// The number of records that are made and packed at a time, on the stack.
 constexpr size_t records_at_once = 64;
 
-// Room that is made for each node of a long list before they come: a few words, an id, a title.
+// Room that is reserved in advance for each node of a long list: a few words, an id, a title.
 constexpr size_t usual_node_bytes = 64;
 
-// The packers only read; their records are shared with clients, whose strings are their own.
+// The packers only read the strings; the record types are shared with clients, whose strings are
+// writable.
 char *text_or_absent(const std::string &text) {
     return text.empty() ? nullptr : const_cast<char *>(text.c_str());
 }
@@ -79,7 +80,7 @@ size_t packed_size(const catalogue::SongMetadata &metadata) {
     return size;
 }
 
-// Sized first, so that the room is made once.
+// Computes the size first, so that memory is reserved once.
 template <typename Record, typename Packed>
 int append_records(Bytes &answer, const Record *records, size_t count,
                    void (*pack)(const Packed *, int, void *, int *)) {
@@ -150,20 +151,23 @@ NodePacker::NodePacker(Bytes &answer, PackedLists &kept)
     end_ += sizeof count_;
 }
 
-bool NodePacker::has(const std::string &listing, size_t count) {
+bool NodePacker::has(const std::string &list, size_t first, size_t last) {
+    const size_t count = last - first;
     if (count < PackedLists::nodes_min) {
         return false;
     }
-    const std::shared_ptr<const Bytes> bytes = kept_.find(listing);
-    if (!bytes) {
-        listing_ = listing;
-        return false;
+    if (const std::shared_ptr<const PackedNodes> kept = kept_.find(list, first, last)) {
+        const std::span<const unsigned char> part = kept->part(first, last);
+        answer_.resize(end_);
+        answer_.insert(answer_.end(), part.begin(), part.end());
+        end_ = answer_.size();
+        count_ = static_cast<int32_t>(count);
+        return true;
     }
-    answer_.resize(begin_);
-    answer_.insert(answer_.end(), bytes->begin(), bytes->end());
-    end_ = answer_.size();
-    std::memcpy(&count_, bytes->data(), sizeof count_);
-    return true;
+    list_ = list;
+    first_ = first;
+    ends_.reserve(count);
+    return false;
 }
 
 void NodePacker::make_room(size_t size) {
@@ -192,6 +196,9 @@ bool NodePacker::take(const catalogue::NodeRow &node) {
     pack_media_node(&record, 1, answer_.data() + end_, &written);
     end_ += static_cast<size_t>(written);
     ++count_;
+    if (!list_.empty()) {
+        ends_.push_back(static_cast<uint32_t>(end_ - begin_ - sizeof count_));
+    }
     return true;
 }
 
@@ -201,8 +208,8 @@ int NodePacker::finish() {
     if (too_long_) {
         return EMSGSIZE;
     }
-    if (!listing_.empty()) {
-        kept_.keep(listing_, answer_.data() + begin_, end_ - begin_);
+    if (!list_.empty()) {
+        kept_.keep(list_, first_, std::span(answer_).subspan(begin_ + sizeof count_), ends_);
     }
     return 0;
 }

@@ -1,4 +1,4 @@
-// The parts of answers, appended as they travel.
+// Appending the parts of answers in their packed form.
 #ifndef VANTRO_SERVICE_REQUESTS_PACKING_H
 #define VANTRO_SERVICE_REQUESTS_PACKING_H
 
@@ -11,7 +11,7 @@
 
 namespace vantro::service::requests {
 
-// Longest answer. Half a million nodes fit; more are asked for in several requests.
+// Longest answer. Half a million nodes fit; clients request more in several requests.
 inline constexpr size_t answer_max = size_t{64} << 20;
 
 template <typename Value>
@@ -20,18 +20,18 @@ void append(Bytes &answer, const Value &value) {
     answer.insert(answer.end(), begin, begin + sizeof value);
 }
 
-// Each returns 0, or EMSGSIZE if the answer would be longer than answer_max; it must then not be
-// used. An empty text is an absent one.
+// Each returns 0, or EMSGSIZE if the answer would be longer than answer_max; the answer must then
+// not be used. An empty text counts as absent.
 
 // A record count and the records.
 int append_sources(Bytes &answer, const std::vector<catalogue::Source> &sources);
-// The records alone.
+// Only the records.
 int append_nodes(Bytes &answer, const catalogue::Node *nodes, size_t count);
 int append_metadata(Bytes &answer, const catalogue::SongMetadata *metadata, size_t count);
-// Each with its length.
+// Each text with its length.
 int append_texts(Bytes &answer, const std::vector<std::string> &texts);
 
-// Keeps the nodes that it is given.
+// Collects the nodes that it gets.
 class NodeCollector : public catalogue::NodeSink {
   public:
     bool take(const catalogue::NodeRow &node) override;
@@ -39,13 +39,13 @@ class NodeCollector : public catalogue::NodeSink {
     std::vector<catalogue::Node> nodes;
 };
 
-// Appends a record count and the nodes that it is given. The answer is complete after finish(),
-// which returns 0 or EMSGSIZE.
+// Appends a record count and the nodes that it gets. The answer is complete after finish(), which
+// returns 0 or EMSGSIZE.
 class NodePacker : public catalogue::NodeSink {
   public:
-    // Borrows both. Long listings are taken from `kept`, and kept there.
+    // Borrows both. Long listings are taken from the cache `kept`, and stored there.
     NodePacker(Bytes &answer, PackedLists &kept);
-    bool has(const std::string &listing, size_t count) override;
+    bool has(const std::string &list, size_t first, size_t last) override;
     void expect(size_t count) override;
     bool take(const catalogue::NodeRow &node) override;
     int finish();
@@ -55,12 +55,14 @@ class NodePacker : public catalogue::NodeSink {
 
     Bytes &answer_;
     PackedLists &kept_;
-    std::string listing_; // its name, where it is to be kept
+    std::string list_;           // its name, if these nodes are to be cached
+    size_t first_ = 0;           // the number of the first node in the list
+    std::vector<uint32_t> ends_; // the end of each node, after the record count
     const size_t begin_;
-    size_t end_; // of what is packed; after it the answer has spare room
+    size_t end_; // the end of the packed bytes; the answer has spare room after it
     int32_t count_ = 0;
     bool too_long_ = false;
-    std::string id_; // both as the packers want them, with a NUL
+    std::string id_; // both with a NUL, for the packers
     std::string name_;
 };
 

@@ -1,29 +1,54 @@
 #include "service/requests/progress.h"
 
-#include <algorithm>
-
 namespace vantro::service::requests {
 
 namespace {
 
-std::array<std::atomic<uint64_t>, steps_max> counts;
-std::atomic<size_t> threads = 0;
+struct Place {
+    std::atomic<bool> taken = false;
+    std::atomic<uint64_t> count = 0;
+};
 
-// Of all threads beyond steps_max, which are not looked at.
-thread_local std::atomic<uint64_t> spare = 0;
+std::array<Place, steps_max> places;
+
+// The place of one thread, which another thread can take after this one has ended. The count is
+// kept, so that it never decreases for a thread that compares it.
+class OwnPlace {
+  public:
+    OwnPlace() {
+        for (Place &each : places) {
+            if (!each.taken.exchange(true, std::memory_order_acquire)) {
+                place_ = &each;
+                return;
+            }
+        }
+    }
+    ~OwnPlace() {
+        if (place_ != &spare_) {
+            place_->taken.store(false, std::memory_order_release);
+        }
+    }
+    OwnPlace(const OwnPlace &) = delete;
+    OwnPlace &operator=(const OwnPlace &) = delete;
+
+    std::atomic<uint64_t> &count() { return place_->count; }
+
+  private:
+    Place spare_; // if no place is free; such a thread is not watched
+    Place *place_ = &spare_;
+};
 
 } // namespace
 
 std::atomic<uint64_t> &Step::own_count() {
-    thread_local const size_t at = threads++;
-    return at < steps_max ? counts[at] : spare;
+    thread_local OwnPlace place;
+    return place.count();
 }
 
 bool Progress::gets_on() {
-    const size_t count = std::min(threads.load(), steps_max);
     bool all = true;
-    for (size_t i = 0; i < count; ++i) {
-        const uint64_t now = counts[i].load(std::memory_order_relaxed);
+    for (size_t i = 0; i < steps_max; ++i) {
+        const uint64_t now = places[i].count.load(std::memory_order_relaxed);
         all = all && (now % 2 == 0 || now != before_[i]);
         before_[i] = now;
     }

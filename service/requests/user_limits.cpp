@@ -19,29 +19,29 @@ namespace {
 
 // In the order of Limited.
 constexpr Limit limits[] = {
-    // Each takes two descriptors at least, of which a service often has 4096.
+    // Each takes at least two descriptors, of which a service often has 4096.
     {"connections", 256, 1024},
     // The messaging layer has 32768.
     {"opens", 2048, 24576},
-    // As many as 16 connections can send that use all their lanes.
-    {"requests that wait", 1024, 4096},
-    // They are memory of the service, and one request may have 2 MiB.
-    {"bytes of requests that wait", int64_t{32} << 20, int64_t{128} << 20},
+    // As many as 16 connections can send with all their lanes.
+    {"waiting requests", 1024, 4096},
+    // They take memory of the service, and one request may have 2 MiB.
+    {"bytes of waiting requests", int64_t{32} << 20, int64_t{128} << 20},
 };
 static_assert(std::size(limits) == limited_count);
 
 constexpr const char *sessions = "track sessions of a player";
 constexpr Limit session_limit = {sessions, playback::sessions_of_one_user,
                                  playback::sessions_of_all_users};
-// Of those who have the reserve.
+// For user 0 and the service's own user.
 constexpr Limit whole_session_limit = {sessions, VANTRO_TRKSESSIONS_MAX, VANTRO_TRKSESSIONS_MAX};
 
 // Descriptors: a scan has a few open for each of its threads, a reader of the catalogue two.
 constexpr rlim_t kept_for_own_work = 48;
 constexpr rlim_t kept_from_users = 96;
 
-// Of the descriptors that are left so many are for no connection: fewer than for no open, so that
-// who comes in peace is refused there, and told why.
+// Descriptors that connections may not use. Fewer are reserved here than for opens, so that an
+// ordinary client can connect and is refused at the open, with a reason.
 constexpr uint32_t kept_from_connections = 24;
 constexpr uint32_t kept_from_connections_of_users = 48;
 
@@ -52,7 +52,7 @@ Limit descriptor_limit() {
     return {"descriptors", std::max<int64_t>(all / 4, 1), std::max<int64_t>(all * 5 / 8, 1)};
 }
 
-// As the process calls itself, without what would spoil a line.
+// The process's own name, without characters that would break a line.
 std::string name_of_process(int32_t pid) {
     std::string name;
     std::getline(std::ifstream(fmt::format("/proc/{}/comm", pid)), name);
@@ -75,7 +75,7 @@ bool is_limited(uint32_t uid) {
 bool descriptors_are_short(uint32_t uid) {
     rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
-    // The lowest free number tells how many are in use.
+    // The lowest free number shows how many are in use.
     const int lowest = eventfd(0, EFD_CLOEXEC);
     if (lowest < 0) {
         return true;
@@ -162,7 +162,8 @@ void UserLimits::sessions_refused(const Client &client) {
     bool first = false;
     {
         const MutexLock guard(mutex_);
-        const auto user = users_.find(client.uid); // not there any more: its connection has ended
+        // Absent if the client's connection has ended.
+        const auto user = users_.find(client.uid);
         first = user != users_.end() && !std::exchange(user->second.sessions_logged, true);
     }
     if (first) {
