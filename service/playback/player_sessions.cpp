@@ -1,4 +1,4 @@
-// The track sessions of a player: made, kept, and destroyed.
+// The track sessions of a player: making, keeping and destroying them.
 #include "service/playback/player.h"
 
 #include <algorithm>
@@ -13,11 +13,12 @@ namespace vantro::service::playback {
 
 namespace {
 
-// Taken at once, so that hardly any request waits for the disk. Those left at the end are lost.
+// The number of ids taken at a time, so that few requests wait for the disk. Unused ids are lost at
+// the end.
 constexpr int32_t ids_at_once = 64;
 
-// Of a VANTRO_TRKSESSION_*: whether songs are added to those that there are, and whether what plays
-// goes on.
+// For a VANTRO_TRKSESSION_*: whether songs are added to the present ones, and whether the current
+// song plays on.
 bool adds(int32_t start) {
     return start == VANTRO_TRKSESSION_APPEND || start == VANTRO_TRKSESSION_INSERT;
 }
@@ -25,8 +26,7 @@ bool goes_on(int32_t start) {
     return adds(start) || start == VANTRO_TRKSESSION_KEEP;
 }
 
-// The songs of the current session, and after its current one, or after all of them, those that
-// are added.
+// The songs of the current session with the added songs after the current one, or after all.
 std::vector<catalogue::QueuedSong> with_added(const Engine::Snapshot &now,
                                               const std::vector<catalogue::QueuedSong> &added,
                                               int32_t start) {
@@ -47,7 +47,8 @@ Result<uint64_t> SessionIds::take() {
         if (left_ == 0) {
             next_ = catalogue_.take_session_ids(ids_at_once);
             if (next_ <= 0) {
-                return Error(Error::Origin::state, EIO, "no number of a track session can be had");
+                return Error(Error::Origin::state, EIO,
+                             "there is no free number for a track session");
             }
             left_ = ids_at_once;
         }
@@ -62,8 +63,7 @@ void SessionIds::keep(uint64_t id) {
     kept_.push_back(id);
 }
 
-// The sessions as they are without one of them, and once there is room for one more; nothing where
-// there cannot be.
+// The sessions without `without`, and with room for a further one; nothing if there cannot be room.
 std::optional<std::vector<Player::Kept>> Player::with_room_for(const Maker &maker,
                                                                const TrackSession *without) const {
     std::vector<Kept> kept = sessions_;
@@ -71,7 +71,7 @@ std::optional<std::vector<Player::Kept>> Player::with_room_for(const Maker &make
     const auto own = [&](const Kept &each) { return each.maker.uid == maker.uid; };
     const auto limited = [](const Kept &each) { return each.maker.limited; };
     const auto any = [](const Kept &) { return true; };
-    // Drops the oldest one that may go, if there are as many as may be.
+    // If the limit is reached, drops the oldest session that may be dropped.
     const auto make_room = [&](int most, const auto &counts) {
         const auto counted = [&](const Kept &each) {
             return each.session->type == VANTRO_TRKSESSION_NODE && counts(each);
@@ -95,7 +95,7 @@ std::optional<std::vector<Player::Kept>> Player::with_room_for(const Maker &make
     return make_room(VANTRO_TRKSESSIONS_MAX, any) ? std::optional(std::move(kept)) : std::nullopt;
 }
 
-// Keeps those and the new session, which becomes the current one, in place of what was kept.
+// Replaces the sessions by `kept` and the new session, which becomes the current one.
 void Player::add(std::vector<Kept> kept, SessionPtr session, const Maker &maker, int32_t index,
                  bool play, std::vector<Kept> &replaced) {
     kept.push_back({session, maker});
@@ -146,7 +146,7 @@ int Player::create(int32_t source, std::string_view nodes, int32_t index, int32_
     if (index < 0 || static_cast<size_t>(index) >= (adds(start) ? 1 : songs.size())) {
         return ERANGE;
     }
-    // Checked here already, so that refused requests use up no ids.
+    // Checked already here, so that refused requests do not use up ids.
     if (const int result = check_room(engine_.snapshot(), songs.size(), start, maker);
         result != 0) {
         return result;
@@ -241,7 +241,7 @@ int Player::destroy(uint64_t tsid) {
     if (found == sessions_.end()) {
         return ENOENT;
     }
-    engine_.unload(tsid); // first, since there may be no memory for it
+    engine_.unload(tsid); // first, since it may fail for lack of memory
     dropped.swap(found->session);
     sessions_.erase(found);
     return 0;

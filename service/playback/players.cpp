@@ -24,13 +24,13 @@ Players::Players(catalogue::Catalogue &catalogue, const std::vector<std::string>
     }
 }
 
-// Makes the player after the last one. Others do not see it yet.
+// Makes the player after the last one. Other threads do not see it yet.
 void Players::make(const std::string &name, const SoundMaker &make_sound) {
     players_.at(size()) = std::make_unique<Player>(name, catalogue_, ids_, clock_,
                                                    std::random_device()(), make_sound);
 }
 
-// All threads before anything that one of them uses.
+// All threads end before the data that they use.
 Players::~Players() {
     clock_watch_.stop();
     file_checks_.stop();
@@ -57,7 +57,7 @@ std::optional<Error> Players::publish(const object_readers &readers,
     clock_watch_.start();
     file_checks_.start();
     for (Player &player : *this) {
-        player.publish_changes(); // what was restored
+        player.publish_changes(); // the restored state
     }
     return std::nullopt;
 }
@@ -77,8 +77,9 @@ std::optional<Error> Players::add(const std::string &name, const SoundMaker &mak
         return error;
     }
     count_.store(at + 1, std::memory_order_release);
-    player.publish_changes(); // what was restored
-    player.sources_changed(); // that changed before others could see it
+    player.publish_changes(); // the restored state
+    player.sources_changed(); // sources that changed before other threads could see the player
+    player.prepare_sound();
     return std::nullopt;
 }
 
@@ -111,8 +112,7 @@ void Players::source_changed(int32_t id) {
             player.source_changed(id);
         }
     } catch (const std::exception &) {
-        // There was no memory for it. The next round of the clock's thread publishes all sources
-        // again.
+        // There was no memory. The next round of the clock's thread publishes all sources again.
         sources_missed_ = true;
         clock_watch_.look();
     }

@@ -23,14 +23,15 @@ constexpr std::pair<const char *, const char *> fixed_options[] = {
     {"load-auto-profiles", "no"},
     {"terminal", "no"},
     {"input-default-bindings", "no"},
-    {"access-references", "no"}, // a file that names others, or addresses, leads nowhere
+    // References in a file to other files or addresses are not followed.
+    {"access-references", "no"},
     {"autoload-files", "no"},
     {"demuxer", "lavf"}, // no playlists, no disks
-    // Sound alone.
+    // Sound only.
     {"vid", "no"},
     {"sid", "no"},
     {"audio-display", "no"},
-    {"audio-fallback-to-null", "no"}, // an output that cannot be opened is to be told
+    {"audio-fallback-to-null", "no"}, // an output that cannot be opened is reported
     // Without gaps.
     {"idle", "yes"},
     {"pause", "yes"},
@@ -41,10 +42,9 @@ constexpr std::pair<const char *, const char *> fixed_options[] = {
     {"audio-pitch-correction", "yes"},
 };
 
-// The outputs that are tried, best first. mpv's own list has SDL too, which keeps one state for the
-// whole process: it crashes when two players open it at the same moment. PipeWire comes after ALSA
-// since it also opens if it has no device, and then never plays.
-constexpr const char *outputs = "pulse,alsa,pipewire,jack,oss,sndio";
+// The outputs that are tried, best first. mpv's own list also has those of `one_player_outputs`.
+// PipeWire comes after ALSA because it also opens without a device, and then never plays.
+constexpr const char *outputs = "pulse,alsa,pipewire,oss,sndio";
 
 void set_device(const MpvLibrary &mpv, mpv_handle *core, const std::string &device) {
     const std::string driver = device.substr(0, device.find('/'));
@@ -70,7 +70,7 @@ Result<std::unique_ptr<MpvCore>> MpvCore::make(const MpvOptions &options, MpvFil
         return Error(Error::Origin::library, ELIBACC, "mpv cannot be started");
     }
     std::unique_ptr<MpvCore> core(new MpvCore(*mpv, handle));
-    // An option that a build of mpv does not have belongs to something else that it does not have.
+    // If a build of mpv lacks an option, it also lacks the feature that the option turns off.
     for (const auto &[name, value] : fixed_options) {
         mpv->set_option_string(handle, name, value);
     }
@@ -97,6 +97,7 @@ Result<std::unique_ptr<MpvCore>> MpvCore::make(const MpvOptions &options, MpvFil
             mpv->set_option_string(handle, name, value);
         }
     } else {
+        core->tries_several_ = true;
         set_device(*mpv, handle, options.device);
     }
     if (const int error = mpv->initialize(handle); error < 0) {
@@ -108,7 +109,7 @@ Result<std::unique_ptr<MpvCore>> MpvCore::make(const MpvOptions &options, MpvFil
     mpv->request_log_messages(handle, "error");
     // At the end of an entry mpv waits until go_on().
     mpv->hook_add(handle, 0, "on_unload", 0);
-    // Without a value: told at every change, however short.
+    // Observed without a value, it is reported at every change, however short.
     mpv->observe_property(handle, 0, "idle-active", MPV_FORMAT_NONE);
     return core;
 }
@@ -121,7 +122,7 @@ std::string seconds_text(int64_t time_us) {
 
 } // namespace
 
-// By names, since the order of the arguments is not the same in every release.
+// Arguments go by name, since their order differs between releases.
 int64_t MpvCore::load_file(int64_t song, const char *how, int64_t start_us, int64_t stop_us) {
     const auto text = [](std::string &value) {
         mpv_node node = {};
@@ -232,8 +233,12 @@ bool MpvCore::has_output() const {
 }
 
 std::optional<int64_t> MpvCore::position_us() const {
+    return time_us("time-pos");
+}
+
+std::optional<int64_t> MpvCore::time_us(const char *property) const {
     double seconds = 0;
-    if (mpv_.get_property(core_, "time-pos", MPV_FORMAT_DOUBLE, &seconds) < 0) {
+    if (mpv_.get_property(core_, property, MPV_FORMAT_DOUBLE, &seconds) < 0) {
         return std::nullopt;
     }
     return static_cast<int64_t>(seconds * 1e6);

@@ -1,4 +1,4 @@
-// What mpv plays, and what follows it.
+// mpv's current and following entry.
 #include "service/sound/mpv_sound.h"
 
 #include <algorithm>
@@ -7,6 +7,13 @@
 #include <vantro/catalogue.h>
 
 namespace vantro::service::sound {
+
+namespace {
+
+// Time allowed from reading a value of mpv until mpv has got the command that depends on it.
+constexpr int64_t soon_us = 300'000;
+
+} // namespace
 
 void MpvSound::go_to(const Wanted &wanted) {
     if (wanted.now.number == 0) {
@@ -21,7 +28,7 @@ void MpvSound::go_to(const Wanted &wanted) {
     }
     output_bad_ = false;
     if (wanted.now.number == ending_) {
-        // What mpv went on with may not be what is to follow any more.
+        // The wanted following track may have changed after mpv went on to its following entry.
         if (current_.number != 0 && current_.cue.number != ending_ &&
             current_.cue.number != wanted.next.number) {
             listener_.ended(ending_);
@@ -35,7 +42,7 @@ void MpvSound::go_to(const Wanted &wanted) {
         place(wanted.now);
     }
     if (failure_ != 0) {
-        return; // mpv becomes idle, and only then it is known what is to follow
+        return; // the following track is known only after mpv becomes idle
     }
     const bool can_join = following_.number != 0 && plays_on_into(following_.part);
     if (wanted.next.number != following_.cue.number || can_join) {
@@ -46,34 +53,43 @@ void MpvSound::go_to(const Wanted &wanted) {
 
 void MpvSound::follow_with(const Cue &cue) {
     following_ = {};
-    const Part part = cue.number != 0 ? listener_.part_of(cue.song) : Part();
-    following_.joined = cue.number != 0 && plays_on_into(part);
-    set_end(following_.joined ? part.stop_us : current_.part.stop_us);
-    if (cue.number == 0 || following_.joined) {
+    // If the part cannot be read now, it is requested again, at the latest when the current entry
+    // ends.
+    const std::optional<Part> part =
+        cue.number != 0 ? listener_.part_of(cue.song) : std::optional<Part>();
+    following_.joined = part && plays_on_into(*part);
+    set_end(following_.joined ? part->stop_us : current_.part.stop_us);
+    if (!part || following_.joined) {
         own_core_->forget_following();
     }
-    if (cue.number == 0) {
+    if (!part) {
         return;
     }
     following_.cue = cue;
-    following_.part = part;
+    following_.part = *part;
     if (!following_.joined) {
         files_.forget(cue.song);
         following_.opened = cue.song;
-        following_.stop_us = part.stop_us;
-        following_.number = own_core_->append(cue.song, part);
+        following_.stop_us = part->stop_us;
+        following_.number = own_core_->append(cue.song, *part);
     }
 }
 
-// Whether it is what comes next in the file that mpv plays, and mpv can be told so before it has
-// decoded to the end of the current part.
+// Whether `part` comes next in the file that mpv plays, and mpv can still move the end before it
+// has decoded to the end of the current part: otherwise it discards the samples of the next part
+// that it has decoded. The position up to which it has decoded depends on the output's buffers, and
+// is not known; but mpv has read further than that.
 bool MpvSound::plays_on_into(const Part &part) const {
-    return own_core_->in_real_time() && in_entry_ && current_.open && current_.placed &&
-           current_.part.stop_us > 0 && part.start_us == current_.part.stop_us &&
-           part.file == current_.part.file;
+    if (!own_core_->in_real_time() || !in_entry_ || !current_.open || !current_.placed ||
+        current_.part.stop_us == 0 || part.start_us != current_.part.stop_us ||
+        part.file != current_.part.file) {
+        return false;
+    }
+    const std::optional<int64_t> read_to = own_core_->read_to_us();
+    return read_to && *read_to + soon_us < current_.stop_us;
 }
 
-// mpv has come to what follows in the same file.
+// mpv has reached the following part of the same file.
 void MpvSound::play_on(int64_t position_us) {
     report_start(current_.cue.position_us);
     Entry next = std::exchange(following_, {});
@@ -92,10 +108,11 @@ void MpvSound::set_end(int64_t stop_us) {
     }
 }
 
-// What begins within a file begins with a seek, and that throws away what the output still holds of
-// the entry before. So mpv is to go on with it only when all of that has been heard. As long as
-// nothing is known to follow a part of a file, another part may. While mpv goes from one to the
-// other it must not be told so: it would open the output anew.
+// An entry that begins within a file begins with a seek, and the seek discards the previous entry's
+// samples from the output's buffer. So mpv must go on to such an entry only when the buffer has
+// been heard. While the current entry is a part and no following entry is known, a part may still
+// follow. The option must not change while mpv goes from one entry to the other: mpv would open the
+// output again.
 void MpvSound::choose_end() {
     const bool part_follows =
         following_.number != 0 ? following_.part.start_us > 0 : current_.part.stop_us > 0;
@@ -105,7 +122,7 @@ void MpvSound::choose_end() {
     }
 }
 
-// Makes mpv play from there.
+// Makes mpv play from the cue.
 void MpvSound::place(const Cue &cue) {
     ending_ = 0;
     failure_ = 0;
@@ -121,11 +138,13 @@ void MpvSound::place(const Cue &cue) {
     forget_all();
     files_.forget(cue.song);
     current_.cue = cue;
-    current_.part = listener_.part_of(cue.song);
     current_.opened = cue.song;
-    current_.stop_us = current_.part.stop_us;
-    current_.number = own_core_->load(cue.song, current_.part, cue.position_us);
-    if (current_.number == 0) { // there is no memory for it
+    if (const std::optional<Part> part = listener_.part_of(cue.song)) {
+        current_.part = *part;
+        current_.stop_us = part->stop_us;
+        current_.number = own_core_->load(cue.song, *part, cue.position_us);
+    }
+    if (current_.number == 0) { // no memory for the entry, or the catalogue cannot be read
         failed_ = cue.number;
         listener_.failed(cue.number, VANTRO_ERROR_UNREADABLE);
     }

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <charconv>
 #include <memory>
+#include <new>
 #include <string_view>
 
 #include <sys/stat.h>
@@ -20,9 +21,12 @@ constexpr std::string_view prefix = "vantro://";
 } // namespace
 
 struct MpvFiles::File {
-    File(MpvFiles &all, int64_t number, int opened)
-        : files(all), song(number), descriptor(opened) {}
-    ~File() { close(descriptor); }
+    File(MpvFiles &all, int64_t number) : files(all), song(number) {}
+    ~File() {
+        if (descriptor >= 0) {
+            close(descriptor);
+        }
+    }
     File(const File &) = delete;
     File &operator=(const File &) = delete;
 
@@ -47,7 +51,7 @@ struct MpvFiles::File {
 
     MpvFiles &files;
     const int64_t song;
-    const int descriptor;
+    int descriptor = -1;
 };
 
 void MpvFiles::serve(const MpvLibrary &mpv, mpv_handle *core) {
@@ -58,7 +62,8 @@ std::string MpvFiles::name_of(int64_t song) {
     return std::string(prefix) + std::to_string(song);
 }
 
-int MpvFiles::open(void *files, char *name, mpv_stream_cb_info *info) {
+// mpv calls this, so no exception may leave it.
+int MpvFiles::open(void *files, char *name, mpv_stream_cb_info *info) noexcept {
     MpvFiles &all = *static_cast<MpvFiles *>(files);
     const std::string_view number = std::string_view(name).substr(prefix.size());
     int64_t song = 0;
@@ -66,14 +71,18 @@ int MpvFiles::open(void *files, char *name, mpv_stream_cb_info *info) {
     if (error != std::errc() || end != number.data() + number.size()) {
         return MPV_ERROR_LOADING_FAILED;
     }
-    const int descriptor = all.listener_.open_song(song);
-    if (descriptor < 0) {
+    std::unique_ptr<File> file(new (std::nothrow) File(all, song));
+    if (!file) {
+        all.note(song, Error(Error::Origin::music, ENOMEM));
+        return MPV_ERROR_NOMEM;
+    }
+    file->descriptor = all.listener_.open_song(song);
+    if (file->descriptor < 0) {
         all.note(song, Error(Error::Origin::music, errno));
         return MPV_ERROR_LOADING_FAILED;
     }
-    auto file = std::make_unique<File>(all, song, descriptor);
     struct stat status = {};
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (fstat(file->descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
         all.note(song, Error(Error::Origin::music, EACCES));
         return MPV_ERROR_LOADING_FAILED;
     }

@@ -1,7 +1,7 @@
 // The files that mpv plays: songs of the catalogue, and nothing else.
 //
-// mpv is given names of songs, never of files. Whatever it opens comes through here, from the
-// listener, so a link that is put in a file's place leads no further than the catalogue lets it.
+// mpv gets names of songs, never of files. MpvFiles opens every file for it through the listener,
+// so a link that replaces a file leads no further than the catalogue allows.
 #ifndef VANTRO_SERVICE_SOUND_MPV_FILES_H
 #define VANTRO_SERVICE_SOUND_MPV_FILES_H
 
@@ -21,10 +21,10 @@ class MpvFiles {
     MpvFiles(const MpvFiles &) = delete;
     MpvFiles &operator=(const MpvFiles &) = delete;
 
-    // Makes them known to a core, which must end before this.
+    // Registers the files with a core. The core must end before this object.
     void serve(const MpvLibrary &mpv, mpv_handle *core);
 
-    // What a song goes by in mpv.
+    // The name by which mpv knows a song.
     static std::string name_of(int64_t song);
 
     // The VANTRO_ERROR_* for which a song could not be opened or read since forget(), or 0.
@@ -33,12 +33,12 @@ class MpvFiles {
 
   private:
     struct File;
-    static int open(void *files, char *name, mpv_stream_cb_info *info);
+    static int open(void *files, char *name, mpv_stream_cb_info *info) noexcept;
     void note(int64_t song, const Error &error);
 
     Listener &listener_;
     Mutex mutex_;                                // mpv opens and reads on threads of its own
-    int64_t failed_song_ GUARDED_BY(mutex_) = 0; // the one that failed last
+    int64_t failed_song_ GUARDED_BY(mutex_) = 0; // the song that failed last
     int32_t failure_ GUARDED_BY(mutex_) = 0;
 };
 

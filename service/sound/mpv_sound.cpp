@@ -7,6 +7,8 @@
 #include <new>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include <vantro/catalogue.h>
 
 #include "service/free_thread.h"
@@ -17,7 +19,7 @@ namespace {
 
 constexpr double without_limit = -1;
 
-// After a round for which there was no memory.
+// The pause after a round that failed for lack of memory.
 constexpr double try_again_seconds = 1;
 
 } // namespace
@@ -27,7 +29,7 @@ MpvSound::~MpvSound() {
         const MutexLock guard(mutex_);
         stop_ = true;
         if (core_) {
-            core_->give_output_up(); // its thread may wait for the reader of a pipe
+            core_->give_output_up(); // mpv's thread may wait for the reader of a pipe
             core_->wake();
         }
     }
@@ -48,7 +50,7 @@ void MpvSound::look() noexcept {
         }
         start_thread();
     } catch (const std::exception &) {
-        // No thread is to be had. The next look tries again; one comes with every command.
+        // The thread could not be made. The next look() tries again; every command calls it.
     }
 }
 
@@ -61,13 +63,13 @@ void MpvSound::prepare() noexcept {
         prepare_ = true;
         start_thread();
     } catch (const std::exception &) {
-        // No thread is to be had. The library is loaded when something plays.
+        // The thread could not be made. The library is loaded when something plays.
     }
 }
 
 void MpvSound::start_thread() {
     if (thread_.joinable()) {
-        thread_.join(); // it has nothing left to do
+        thread_.join(); // the thread has nothing left to do
     }
     thread_ = start_free_thread([this] { run(); });
     running_ = true;
@@ -91,7 +93,7 @@ void MpvSound::run() {
         }
         try {
             if (prepare) {
-                // If it fails, so it does when something plays, and is reported then.
+                // If this fails, it also fails when something plays, and is reported then.
                 mpv_library();
             }
             if (listener_.wanted().playing && make_core()) {
@@ -99,7 +101,7 @@ void MpvSound::run() {
                 return;
             }
         } catch (const std::bad_alloc &) {
-            // The next look tries again.
+            // The next look() tries again.
         }
         const MutexLock guard(mutex_);
         if (stop_ || over_ || !looked_) {
@@ -129,7 +131,7 @@ void MpvSound::play_until_stopped() {
             take_events(seconds);
             seconds = is_over() ? 0 : round().value_or(without_limit);
         } catch (const std::bad_alloc &) {
-            seconds = try_again_seconds; // what was not reported is reported then
+            seconds = try_again_seconds; // the next round makes the missing reports
         }
         if (is_over()) {
             break;
@@ -147,7 +149,7 @@ bool MpvSound::is_over() {
     return stop_ || over_;
 }
 
-// Takes all that there are; waits for the first one.
+// Takes all pending events; waits for the first one.
 void MpvSound::take_events(double seconds) {
     for (const mpv_event *event = &own_core_->wait(seconds); event->event_id != MPV_EVENT_NONE;
          event = &own_core_->wait(0)) {
@@ -175,10 +177,11 @@ void MpvSound::take(const mpv_event &event) {
         seeking_ = false;
         break;
     case MPV_EVENT_PLAYBACK_RESTART:
-        // mpv says it also if the output has just failed, before it says that.
+        // mpv also sends this event if the output has just failed, before it reports the failure.
         if (current_.open && own_core_->has_output()) {
             current_.placed = !seeking_;
             ever_heard_ = true;
+            output_error_.clear();
             in_entry_ = true;
             choose_end();
         }
@@ -194,7 +197,8 @@ void MpvSound::take(const mpv_event &event) {
         break;
     case MPV_EVENT_LOG_MESSAGE: {
         const auto &message = *static_cast<mpv_event_log_message *>(event.data);
-        if (std::strncmp(message.prefix, "ao", 2) == 0) {
+        // The first message has the reason; the last one only says that no output is left to try.
+        if (std::strncmp(message.prefix, "ao", 2) == 0 && output_error_.empty()) {
             output_error_ = std::string(message.text, std::strcspn(message.text, "\n"));
         }
         break;
@@ -210,23 +214,23 @@ void MpvSound::entry_begins(int64_t number) {
     }
     current_.open = number == current_.number;
     if (number > current_.number) {
-        // mpv went on to it just before it was told what follows instead. Without it mpv becomes
-        // idle, and the listener is asked.
+        // mpv went on to an entry just before that entry was replaced. After stop() mpv becomes
+        // idle, and the listener is asked again.
         own_core_->stop();
         following_ = {};
     }
 }
 
-// mpv has decoded an entry to its end, or drops it, and waits. If it does not know what follows,
-// because the entry is a short one or the output faster than the music, this is the last moment to
-// tell it: without anything to go on with it closes the output.
+// mpv has decoded an entry to its end, or drops it, and waits. If mpv has no following entry yet,
+// because this entry is short or the output is faster than the music, this is the last chance to
+// add one: without a following entry mpv closes the output.
 void MpvSound::before_entry_ends() noexcept {
     if (!current_.open || !current_.placed || following_.number != 0) {
         return;
     }
     try {
         if (following_.joined) {
-            // It has played that too, unless it was told too late to.
+            // mpv has played the joined part too, unless `end` was moved too late.
             const std::optional<int64_t> reached = own_core_->position_us();
             if (reached && *reached > current_.part.stop_us + near_enough_us) {
                 play_on(0);
@@ -237,7 +241,7 @@ void MpvSound::before_entry_ends() noexcept {
         report_start(current_.cue.position_us);
         apply(listener_.wanted());
     } catch (const std::bad_alloc &) {
-        // It is told later, and there is a gap.
+        // The following entry is added later, with a gap.
     }
 }
 
@@ -247,10 +251,16 @@ void MpvSound::entry_ends(const mpv_event_end_file &end) {
     }
     current_.open = false;
     if (end.reason == MPV_END_FILE_REASON_ERROR && end.error == MPV_ERROR_AO_INIT_FAILED) {
-        own_core_->stop(); // else the next entry would be tried
+        own_core_->stop(); // else mpv would try the next entry
         forget_all();
+        std::string text = std::exchange(output_error_, {});
+        if (own_core_->tries_several()) {
+            text = fmt::format("none can be opened{}; the last: {}",
+                               options_.device.empty() ? "" : ", '" + options_.device + "' neither",
+                               text);
+        }
         output_failed(Error(Error::Origin::library, ENODEV,
-                            output_error_.empty() ? own_core_->text_of(end.error) : output_error_));
+                            text.empty() ? own_core_->text_of(end.error) : text));
         return;
     }
     failure_ = failure_of(end);
@@ -258,7 +268,7 @@ void MpvSound::entry_ends(const mpv_event_end_file &end) {
         ending_ = current_.cue.number;
         report_start(current_.cue.position_us);
     } else if (following_.number != 0) {
-        // mpv goes on with what follows, and so does the listener.
+        // mpv continues with the following entry, and so does the listener.
         failed_ = current_.cue.number;
         listener_.failed(current_.cue.number, std::exchange(failure_, 0));
     }
@@ -274,8 +284,8 @@ int32_t MpvSound::failure_of(const mpv_event_end_file &end) {
     return end.reason == MPV_END_FILE_REASON_EOF || sought_to_end ? 0 : VANTRO_ERROR_DAMAGED;
 }
 
-// mpv has nothing to go on with, and the last of what was played has been heard. What is to follow
-// may have been told too late: an idle mpv does not begin with it.
+// If mpv is idle, it has no following entry, and the end of the last one has been heard. The
+// following entry may have been added too late: an idle mpv does not start it.
 void MpvSound::report_end_when_idle() {
     for (int64_t number = -1; number != current_.number;) {
         if (current_.number == 0 || current_.open || (ending_ == 0 && failure_ == 0) ||
@@ -283,7 +293,7 @@ void MpvSound::report_end_when_idle() {
             return;
         }
         number = current_.number;
-        take_events(0); // it may have gone on, and ended that too
+        take_events(0); // mpv may have gone on to the next entry, and ended that too
     }
     if (failure_ != 0) {
         failed_ = current_.cue.number;
@@ -317,7 +327,7 @@ void MpvSound::apply(const Wanted &wanted) {
     if (std::exchange(muted_, wanted.muted) != wanted.muted) {
         own_core_->set_flag("mute", wanted.muted);
     }
-    // What is to follow is known before anything plays: an output may be faster than the music.
+    // mpv gets the following entry before it plays: an output may be faster than the music.
     if (!wanted.playing) {
         hold(true);
     }
@@ -333,12 +343,12 @@ void MpvSound::hold(bool held) {
     }
 }
 
-// Returns in how many seconds what follows will have started, if that is near.
+// Returns the seconds until the following track will have started, if that is soon.
 std::optional<double> MpvSound::report_progress(const Wanted &wanted) {
     if (!current_.open || !current_.placed) {
         return std::nullopt;
     }
-    // Near its end a track has no position any more, though it is still heard.
+    // Near the end of a track mpv has no position any more, though the track is still heard.
     std::optional<int64_t> known = own_core_->position_us();
     if (known) {
         *known -= current_.part.start_us;
@@ -355,10 +365,10 @@ std::optional<double> MpvSound::report_progress(const Wanted &wanted) {
         return wanted.playing ? std::optional(left) : std::nullopt;
     }
     report_start(std::max<int64_t>(position, 0));
-    return 0; // what follows now is to be asked for
+    return 0; // ask the listener for the new following track
 }
 
-// The same for a part that mpv plays on into. `position_us` is in the current one.
+// The same for a part that mpv plays on into. `position_us` is in the current part.
 std::optional<double> MpvSound::progress_to_next(const Wanted &wanted, int64_t position_us) {
     const int64_t left = current_.part.stop_us - current_.part.start_us - position_us;
     if (left > near_enough_us) {
@@ -376,11 +386,11 @@ void MpvSound::report_start(int64_t position_us) {
     listener_.started(current_.cue.number, position_us);
     current_.reported = true;
     if (ending_ != current_.cue.number) {
-        ending_ = 0; // the track before has ended with this
+        ending_ = 0; // this also ended the track before
     }
 }
 
-// Tells that no output can be used; with it the sound may be over.
+// Reports that no output can be used; if `or_clock_` is set and none ever worked, ends the sound.
 void MpvSound::output_failed(const Error &why) {
     if (or_clock_ && !ever_heard_) {
         {

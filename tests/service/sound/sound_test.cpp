@@ -1,51 +1,13 @@
-// What is heard, by the samples that mpv writes, and whether the player follows it.
+// What is played, read from the samples that mpv writes, and whether the player's state follows it.
 #include <chrono>
-#include <cstdint>
-#include <fstream>
-#include <iterator>
+#include <cmath>
 #include <thread>
 
-#include "tests/service/vantrod.h"
-
-#include <vantro/events.h>
+#include "tests/service/sound/sound.h"
 
 namespace vantro::service {
 
 namespace {
-
-using Samples = std::vector<int16_t>;
-
-constexpr int rate = 8000;
-
-// If nothing happens for so long, nothing will.
-constexpr int32_t longest_wait_ms = 20000;
-
-// Tones of different numbers have no stretch in common.
-Samples tone(int ms, int number) {
-    Samples samples;
-    for (int i = 0; i < ms * rate / 1000; ++i) {
-        samples.push_back(static_cast<int16_t>(i * (7 + 2 * number) % 20000 - 10000));
-    }
-    return samples;
-}
-
-Samples cut(const Samples &samples, size_t from, size_t to = SIZE_MAX) {
-    return {samples.begin() + static_cast<std::ptrdiff_t>(from),
-            samples.begin() + static_cast<std::ptrdiff_t>(std::min(to, samples.size()))};
-}
-
-Samples operator+(Samples left, const Samples &right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
-std::string wav(const Samples &samples, int per_second = rate, uint16_t channels = 1) {
-    const auto size = static_cast<uint32_t>(samples.size() * sizeof(int16_t));
-    const auto frame = static_cast<uint16_t>(2 * channels);
-    return "RIFF" + bytes(size + 36) + "WAVEfmt " +
-           bytes(16, uint16_t{1}, channels, per_second, per_second * frame, frame, uint16_t{16}) +
-           "data" + bytes(size) + std::string(reinterpret_cast<const char *>(samples.data()), size);
-}
 
 // FLAC whose header announces two seconds, but that has none.
 std::string flac_without_sound() {
@@ -56,96 +18,8 @@ std::string flac_without_sound() {
     return std::string("fLaC\x80\x00\x00\x22", 8) + info + std::string(5000, 'x');
 }
 
-class Sound : public Vantrod {
-  protected:
-    void SetUp() override {
-        Vantrod::SetUp();
-        std::filesystem::create_directory(music_ = path_ + "/music");
-    }
-    void TearDown() override {
-        if (player_) {
-            vantro_disconnect(player_);
-        }
-        Vantrod::TearDown();
-    }
-    void write(const std::string &file, const std::string &bytes) {
-        test::write_file(music_ / file, bytes);
-    }
-    // Returns once all files are loaded as a session, which is held.
-    void load(const std::string &device, const std::string &audio = "mpv",
-              const std::string &config = "/dev/null") {
-        start({"--music", music_, "--audio", audio, "--audio-device", device, "--config", config});
-        while (told().rfind("vantrod: scanned", 0) != 0) {
-            ASSERT_FALSE(service->ended());
-        }
-        player_ = vantro_connect();
-        ASSERT_EQ(vantro_open(player_, "main"), 0);
-        const Client client;
-        ASSERT_EQ(client.result(open_main), 0);
-        tsid_ = id_in(client.ask(create(1, "folders", 0, VANTRO_TRKSESSION_LOAD)));
-        until([](const VantroEvent &event) { return event.type == VANTRO_EVENT_TRACK; });
-    }
-    void load_pcm() { load("pcm/" + path_ + "/out.wav"); }
-
-    // Gets events up to one that is wanted, and notes errors and starts of tracks: "E3", "T1". If
-    // several tracks start between two looks, the last one is noted.
-    template <typename Wanted>
-    std::string until(const Wanted &wanted) {
-        std::string seen;
-        for (;;) {
-            const VantroEvent *event = vantro_event_get(player_);
-            if (!event) {
-                return seen + "gone";
-            }
-            if (event->object_name == nullptr && event->type == VANTRO_EVENT_NONE) {
-                if (vantro_event_wait_for(player_, longest_wait_ms) != 1) {
-                    return seen + "silence";
-                }
-                continue;
-            }
-            if (event->type == VANTRO_EVENT_ERROR) {
-                seen += "E" + std::to_string(event->details.error.code);
-            } else if (event->type == VANTRO_EVENT_TRACK) {
-                seen += "T" + std::to_string(event->details.track.index);
-            }
-            if (wanted(*event)) {
-                return seen;
-            }
-        }
-    }
-    std::string until_state(int32_t state) {
-        return until([state](const VantroEvent &event) {
-            return event.type == VANTRO_EVENT_STATE && event.state == state;
-        });
-    }
-
-    std::string until_track(int32_t index) {
-        return until([index](const VantroEvent &event) {
-            return event.type == VANTRO_EVENT_TRACK && event.details.track.index == index;
-        });
-    }
-
-    // Ends the service, which completes the file that it wrote.
-    Samples heard() {
-        service->kill(SIGTERM);
-        EXPECT_EQ(service->wait(), 0);
-        std::ifstream file(path_ + "/out.wav", std::ios::binary);
-        const std::string whole{std::istreambuf_iterator<char>(file), {}};
-        const size_t data = whole.find("data");
-        if (data == whole.npos) {
-            return {};
-        }
-        Samples samples((whole.size() - data - 8) / sizeof(int16_t));
-        std::memcpy(samples.data(), whole.data() + data + 8, samples.size() * sizeof(int16_t));
-        return samples;
-    }
-
-    std::filesystem::path music_;
-    VantroHandle *player_ = nullptr;
-    uint64_t tsid_ = 0;
-};
-
-// A reader gets each sample once, whenever it comes; without one the service ends all the same.
+// A reader gets each sample once, whenever it begins to read. Without a reader the service still
+// ends.
 TEST_F(Sound, FeedsAPipe) {
     const Samples first = tone(6000, 1), second = tone(3000, 2); // more than a pipe holds
     write("1.wav", wav(first, 48000, 2));
@@ -191,27 +65,41 @@ TEST_F(Sound, ATrackOfTwoMillisecondsIsPlayedOnce) {
     EXPECT_EQ(heard(), tone(300, 1) + tone(2, 2));
 }
 
-// libmpv is loaded when the first session is made, so that play need not wait for it.
-TEST_F(Sound, NothingOfMpvIsInMemoryBeforeASessionIsMade) {
+// libmpv is loaded when a player gets a session, also a restored one, so that play need not wait.
+TEST_F(Sound, NothingOfMpvIsInMemoryBeforeThereIsASession) {
     write("1.wav", wav(tone(300, 1)));
-    start({"--music", music_, "--audio", "mpv", "--audio-device", "null", "--config", "/dev/null"});
-    while (told().rfind("vantrod: scanned", 0) != 0) {
-        ASSERT_FALSE(service->ended());
-    }
     const auto loaded = [this] {
         std::ifstream file("/proc/" + std::to_string(service->id()) + "/maps");
         const std::string maps{std::istreambuf_iterator<char>(file), {}};
         EXPECT_NE(maps.find("vantrod"), maps.npos);
         return maps.find("libmpv") != maps.npos;
     };
-    const Client client;
-    ASSERT_EQ(client.result(open_main), 0);
-    EXPECT_FALSE(loaded());
-    EXPECT_EQ(client.ask(create(1, "folders", 0, VANTRO_TRKSESSION_LOAD)).size(), 12u);
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!loaded()) {
-        ASSERT_LT(std::chrono::steady_clock::now(), until);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    const auto wait_until_loaded = [&] {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!loaded()) {
+            ASSERT_LT(std::chrono::steady_clock::now(), until);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    };
+    for (int starts = 0; starts < 3; ++starts) {
+        start({"--music", music_, "--audio", "mpv", "--audio-device", "null", "--config",
+               "/dev/null"});
+        while (told().rfind("vantrod: scanned", 0) != 0) {
+            ASSERT_FALSE(service->ended());
+        }
+        if (starts == 2) {
+            wait_until_loaded();
+        } else {
+            const Client client;
+            ASSERT_EQ(client.result(open_main), 0);
+            EXPECT_FALSE(loaded()) << starts;
+            if (starts == 1) {
+                EXPECT_EQ(client.ask(create(1, "folders", 0, VANTRO_TRKSESSION_LOAD)).size(), 12u);
+                wait_until_loaded();
+            }
+        }
+        service->kill(SIGTERM);
+        ASSERT_EQ(service->wait(), 0);
     }
 }
 
@@ -263,9 +151,9 @@ TEST_F(Sound, TracksOfACueSheetFollowEachOtherWithoutALostOrAddedSample) {
     EXPECT_EQ(heard(), tone(1000, 1));
 }
 
-// By an output with a buffer, which a seek to the start of the next one would empty. That there is
-// no music of the one before any more shows in the time that all of them take: without the last
-// third of a second of two of them it would be 2.3 seconds.
+// The output has a buffer, and a seek to the start of the next track would discard its content.
+// Then the time that all tracks take would be too short: 2.3 seconds, without the last third of a
+// second of two tracks.
 TEST_F(Sound, TracksOfACueSheetAreHeardToTheirEnds) {
     write("1.wav", wav(tone(3000, 1)));
     write("1.cue", "FILE 1.wav WAVE\nTRACK 01 AUDIO\nINDEX 01 00:00:00\n"
@@ -279,7 +167,8 @@ TEST_F(Sound, TracksOfACueSheetAreHeardToTheirEnds) {
     EXPECT_GT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(2600));
 }
 
-// The seek is beyond the track's start by its own count, and the end is not that of the file.
+// The seek's position counts from the track's start, and the track's end is not the end of the
+// file.
 TEST_F(Sound, ATrackOfACueSheetIsSoughtInAndEndsByItself) {
     write("1.wav", wav(tone(1000, 1)));
     write("1.cue", three_tracks);
@@ -343,26 +232,77 @@ TEST_F(Sound, TakesReplayGainFromAConfigurationThatIsReadAgain) {
     test::write_file(wave, wav(tone(300, 1)));
     test::write_file(config, "");
     const std::string command = "flac -s -T 'REPLAYGAIN_TRACK_GAIN=-6.0206 dB' "
-                                "-T REPLAYGAIN_TRACK_PEAK=0.5 -o " +
+                                "-T 'REPLAYGAIN_ALBUM_GAIN=-12.0412 dB' "
+                                "-T REPLAYGAIN_TRACK_PEAK=0.5 -T REPLAYGAIN_ALBUM_PEAK=0.5 -o " +
                                 (music_ / "1.flac").native() + " " + wave;
     ASSERT_EQ(std::system(command.c_str()), 0);
     load("pcm/" + path_ + "/out.wav", "mpv", config);
-    ASSERT_EQ(vantro_play(player_), 0);
-    until_state(VANTRO_STATE_STOPPED);
-    test::write_file(config, "replaygain = \"track\"\n");
-    service->kill(SIGHUP);
-    while (service->line().find("read again") == std::string::npos) {
-        ASSERT_FALSE(service->ended());
+    const std::pair<const char *, int> rows[] = {{"track", 2}, {"off", 1}, {"album", 4}};
+    for (const auto &[mode, divisor] : rows) {
+        test::write_file(config, std::string("replaygain = \"") + mode + "\"\n");
+        service->kill(SIGHUP);
+        while (service->line().find("read again") == std::string::npos) {
+            ASSERT_FALSE(service->ended());
+        }
+        ASSERT_EQ(vantro_play(player_), 0);
+        until_state(VANTRO_STATE_STOPPED);
     }
-    ASSERT_EQ(vantro_play(player_), 0);
-    until_state(VANTRO_STATE_STOPPED);
     const Samples loud = tone(300, 1);
-    const Samples all = heard();
+    const Samples all = heard(); // the last of them: the file begins again with each output
     ASSERT_GE(all.size(), loud.size());
     const Samples soft = cut(all, all.size() - loud.size());
     for (size_t i = 0; i < loud.size(); ++i) {
-        ASSERT_NEAR(soft[i], loud[i] / 2.0, 2) << i;
+        ASSERT_NEAR(soft[i], loud[i] / 4.0, 2) << i;
     }
+}
+
+// At twice the rate a tone lasts half as long, at the same pitch.
+TEST_F(Sound, ARateKeepsThePitch) {
+    Samples wave;
+    for (int i = 0; i < 2 * rate; ++i) {
+        wave.push_back(static_cast<int16_t>(std::sin(i * 0.2) * 20000));
+    }
+    write("1.wav", wav(wave));
+    load_pcm();
+    ASSERT_EQ(vantro_set_playback_rate(player_, 2), 0);
+    ASSERT_EQ(vantro_play(player_), 0);
+    until_state(VANTRO_STATE_STOPPED);
+    const Samples raw = heard(); // of floating-point samples
+    std::vector<float> got(raw.size() / 2);
+    std::memcpy(got.data(), raw.data(), got.size() * sizeof(float));
+    EXPECT_NEAR(static_cast<double>(got.size()), rate, rate * 0.1);
+    int waves = 0;
+    for (size_t i = 1; i < got.size(); ++i) {
+        waves += got[i - 1] < 0 && got[i] >= 0 ? 1 : 0;
+    }
+    const double expected = static_cast<double>(got.size()) * 0.2 / 6.2832;
+    EXPECT_NEAR(waves, expected, expected * 0.1);
+}
+
+// A hundred of them stop the player, which then continues at its position.
+TEST_F(Sound, FiveHundredBadFilesInARow) {
+    for (int i = 100; i <= 600; ++i) {
+        write(std::to_string(i) + ".wav", wav(tone(100, 1)));
+    }
+    load_pcm();
+    for (int i = 100; i < 600; ++i) {
+        write(std::to_string(i) + ".wav", i % 2 == 0 ? "" : "a text");
+    }
+    for (int plays = 0; plays < 5; ++plays) {
+        ASSERT_EQ(vantro_play(player_), 0);
+        int errors = 0;
+        until([&](const VantroEvent &event) {
+            errors += event.type == VANTRO_EVENT_ERROR ? 1 : 0;
+            return errors == 100;
+        });
+        const Client client;
+        ASSERT_EQ(client.result(open_main), 0);
+        EXPECT_EQ(client.ask(state).substr(4, 4), bytes(int32_t{VANTRO_STATE_STOPPED}));
+        EXPECT_EQ(client.ask(track).substr(4, 4), bytes(int32_t{100 * (plays + 1)}));
+    }
+    ASSERT_EQ(vantro_play(player_), 0);
+    EXPECT_EQ(until_state(VANTRO_STATE_STOPPED).find('E'), std::string::npos);
+    EXPECT_EQ(heard(), tone(100, 1));
 }
 
 TEST_F(Sound, IsSilentWhileMuted) {
@@ -374,11 +314,14 @@ TEST_F(Sound, IsSilentWhileMuted) {
     EXPECT_EQ(heard(), Samples(300 * rate / 1000));
 }
 
-// Whichever notices first, mpv or the look at the file, decides what the error is.
+// The error depends on what notices it first, mpv or the check of the file. Two files become lists
+// of other files, which must not be opened.
 TEST_F(Sound, PassesOverWhatCannotBePlayed) {
-    for (const char *file : {"1.wav", "2.wav", "3.wav", "4.wav"}) {
+    for (const char *file : {"1.wav", "2.wav", "3.wav", "4.wav", "4a.wav", "4b.wav"}) {
         write(file, wav(tone(200, 1)));
     }
+    const std::string other = path_ + "/other.wav";
+    test::write_file(other, wav(tone(200, 4)));
     write("0.flac", flac_without_sound());
     write("5.wav", wav(tone(200, 5)));
     load_pcm();
@@ -386,9 +329,12 @@ TEST_F(Sound, PassesOverWhatCannotBePlayed) {
     write("2.wav", "a text");
     std::filesystem::remove(music_ / "3.wav");
     std::filesystem::resize_file(music_ / "4.wav", 44 + 1600);
+    write("4a.wav",
+          "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:0.2,\nfile://" + other + "\n#EXT-X-ENDLIST\n");
+    write("4b.wav", "ffconcat version 1.0\nfile '" + other + "'\n");
     ASSERT_EQ(vantro_play(player_), 0);
     const std::string seen = until_state(VANTRO_STATE_STOPPED);
-    EXPECT_EQ(std::count(seen.begin(), seen.end(), 'E'), 5) << seen;
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), 'E'), 7) << seen;
     EXPECT_EQ(heard(), tone(200, 5)) << seen;
 }
 
@@ -402,6 +348,9 @@ TEST_F(Sound, AnOutputThatComesBackGoesOn) {
     std::filesystem::create_symlink("later/out.wav", path_ + "/out.wav");
     ASSERT_EQ(vantro_play(player_), 0);
     EXPECT_EQ(until_state(VANTRO_STATE_STOPPED), "");
+    service->kill(SIGTERM);
+    EXPECT_NE(service->rest().find("Failed to open " + path_ + "/later/out.wav"),
+              std::string::npos);
     EXPECT_EQ(heard(), cut(tone(300, 1), 100 * rate / 1000));
 }
 
@@ -415,7 +364,7 @@ TEST_F(Sound, TheClockTakesThePlaceOfAnOutputThatNeverWas) {
               std::string::npos);
 }
 
-// The null output takes the time that the music lasts.
+// The null output takes as long as the music lasts.
 TEST_F(Sound, PlaysInRealTimeAndIsHeld) {
     write("1.wav", wav(tone(60000, 1)));
     write("2.wav", wav(tone(60000, 2)));
