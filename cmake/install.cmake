@@ -3,7 +3,7 @@
 # tree may be moved as a whole.
 include(CMakePackageConfigHelpers)
 
-# Programs find the libraries beside them, and libraries each other, wherever the tree lies.
+# Programs and libraries find the libraries by relative paths, so the tree can be in any place.
 file(RELATIVE_PATH libraries_from_programs
   ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set(CMAKE_INSTALL_RPATH "$ORIGIN/${libraries_from_programs}")

@@ -35,15 +35,15 @@ endif()
 if(VANTRO_SANITIZE)
   add_compile_options(-fsanitize=${VANTRO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${VANTRO_SANITIZE})
-  # This check asks the kernel through a pipe whether an object is there. If a test leaves no
-  # descriptor free, it reports every object as wrong.
+  # This check uses a pipe to ask the kernel whether an object exists. If a test leaves no free
+  # descriptor, it reports every object as invalid.
   if(VANTRO_SANITIZE MATCHES "undefined")
     add_compile_options(-fno-sanitize=vptr)
   endif()
 endif()
 
-# Code that a stranger's bytes reach is built so that a fault ends the process and cannot be used.
-# The sanitizers bring checks of their own.
+# Code that processes bytes from untrusted programs is built so that a fault ends the process and
+# cannot be exploited. The sanitizers have their own checks.
 if(NOT VANTRO_SANITIZE)
   add_compile_options(-fstack-protector-strong)
   if(CMAKE_BUILD_TYPE MATCHES "Rel")

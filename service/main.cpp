@@ -15,7 +15,6 @@
 #include <pthread.h>
 #include <set>
 #include <string>
-#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -26,6 +25,7 @@
 
 #include <vantro/platform/log.h>
 
+#include "common/descriptor_limit.h"
 #include "service/catalogue/state_directory.h"
 #include "service/catalogue/store.h"
 #include "service/error.h"
@@ -54,9 +54,9 @@ using namespace vantro::service;
 // Names this program in the system's log.
 constexpr uint32_t log_code = 0x06D02710;
 
-// `option` is the one that the error is about, with a colon and a space, or nothing.
-int fail(const Error &error, const char *option = "") {
-    fmt::print(stderr, "vantrod: {}{}\n", option, last_words(error));
+// `place` is the place of the option with the error, as place_of() returns it, or "".
+int fail(const Error &error, const std::string &place = "") {
+    fmt::print(stderr, "vantrod: {}{}\n", place, last_words(error));
     return EXIT_FAILURE;
 }
 
@@ -76,17 +76,8 @@ void say(const std::string &line) {
     std::fflush(stdout);
 }
 
-// Every client needs descriptors, so the service raises its limit as far as it may.
-void raise_descriptor_limit() {
-    rlimit limit = {};
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
-        limit.rlim_cur = limit.rlim_max;
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
-}
-
 // Waits for SIGTERM or SIGINT, then stops the server; at SIGHUP it reads the configuration again.
-// The signals are blocked in every thread, so that they arrive here and nowhere else.
+// The signals are blocked in every thread, so that only this thread receives them.
 class Ending {
   public:
     Ending(Server &server, Reload &reload, Watchdog &watchdog) {
@@ -135,7 +126,7 @@ catalogue::StoreOptions store_options(const Options &options) {
     return wanted;
 }
 
-// The sound of each player; none where the clock is to take its place.
+// Makes the sound of each player; null if the players follow the clock.
 playback::SoundMaker sound_maker(const Options &options) {
     if (options.audio == Audio::clock) {
         return nullptr;
@@ -179,16 +170,16 @@ Error no_state_directory() {
             "none is given, and neither XDG_STATE_HOME nor HOME is set"};
 }
 
-// Ends the keeping of players before they are destroyed.
+// Ends the saving of players before they are destroyed.
 struct Keeping {
     state::Keeper &keeper;
     ~Keeping() { keeper.finish(); }
 };
 
-// Prints the settings that would be used, one option a line.
+// Prints the effective settings, one option a line.
 int print_settings(const Options &options) {
     if (const std::optional<WrongMusic> wrong = check_music(options)) {
-        return fail(wrong->error, wrong->option);
+        return fail(wrong->error, wrong->place);
     }
     for (const config::Setting &each : options.settings) {
         fmt::print("{}{}{}  # {}\n", each.value.empty() ? "#" : "", each.key,
@@ -203,7 +194,7 @@ requests::Answers::Identify identifier(const Options &options) {
     };
 }
 
-// Borrows all of it.
+// Borrows all arguments.
 Reload::Actions reload_actions(const Options &running, catalogue::Store &store,
                                catalogue::Catalogue &catalogue, playback::Players &players,
                                state::Keeper &keeper) {
@@ -242,15 +233,20 @@ struct Process {
     Watchdog &watchdog;
 };
 
-// Hosts the players until the service ends. Calls `started` when it serves and scans.
-// @param published the players, from before anything is scanned.
+// The receivers of the scan's reports; set before the scan starts.
+struct Told {
+    playback::Players *players = nullptr;
+    requests::Answers *answers = nullptr;
+};
+
+// Hosts the players until the service ends. Calls `started` when the service answers and scans.
 int host(const Process &process, catalogue::Store &store, const std::filesystem::path &state,
-         playback::Players *&published, const std::function<void()> &started) {
+         Told &told, const std::function<void()> &started) {
     const Options &options = process.options;
     std::optional<state::Keeper> keeper; // before the players, whose threads call it
     playlists::PlaylistCatalogue catalogue(
         store, state / "playlists", log_line,
-        [&published](int32_t source) { published->source_changed(source); });
+        [&told](int32_t source) { told.players->source_changed(source); });
     playback::Players players(catalogue, options.players, monotonic_now, sound_maker(options));
     for (playback::Player &player : players) {
         player.set_volume_limit(volume_limit_of(options, player.name));
@@ -263,10 +259,11 @@ int host(const Process &process, catalogue::Store &store, const std::filesystem:
         return fail(*error);
     }
     keeper->start();
-    published = &players;
+    told.players = &players;
     MemoryReturn memory;
     memory.start();
     requests::Answers answers(catalogue, players);
+    told.answers = &answers;
     answers.set_identify(identifier(options));
     requests::Turns turns(options.threads);
     requests::UserLimits limits(
@@ -281,6 +278,9 @@ int host(const Process &process, catalogue::Store &store, const std::filesystem:
         tell_ready(store.song_count(), options);
         store.start_scanning();
         process.reload.set_actions(reload_actions(options, store, catalogue, players, *keeper));
+        for (playback::Player &player : players) {
+            player.prepare_sound(); // not earlier, since it would delay the start
+        }
         started();
         process.watchdog.start(
             {[&process](std::chrono::milliseconds time) { return process.server.answers(time); },
@@ -290,39 +290,40 @@ int host(const Process &process, catalogue::Store &store, const std::filesystem:
     process.watchdog.stop();
     process.reload.set_actions({});
     requests::set_handling(nullptr);
-    store.stop_scanning(); // while what it reports to is still there
+    store.stop_scanning(); // while the receivers of its reports still exist
     return error ? fail(*error) : EXIT_SUCCESS;
 }
 
 int serve(const Options &options, Reload &reload) {
     if (const std::optional<WrongMusic> wrong = check_music(options)) {
-        return fail(wrong->error, wrong->option);
+        return fail(wrong->error, wrong->place);
     }
     Server server;
-    // The name is taken first, so that a second service fails for the name, and not for the
-    // catalogue.
+    // The name is taken first, so that a second service fails because of the name, not because of
+    // the catalogue.
     if (const std::optional<Error> error = server.attach(options)) {
         return fail(*error);
     }
     Watchdog watchdog;
-    // Before any thread starts, which would take the signals.
+    // Must exist before any thread starts, since a thread would receive the signals.
     const Ending ending(server, reload, watchdog);
     std::unique_ptr<catalogue::Store> store;
     const auto scanned = [&store] { tell_scanned(store->song_count()); };
     std::optional<ScanReport> report; // once the sources are known
     catalogue::StoreOptions wanted = store_options(options);
     if (wanted.state.empty()) {
-        return fail(no_state_directory(), "--state: ");
+        return fail(no_state_directory(), place_of(options, "state"));
     }
     const std::filesystem::path state = wanted.state;
-    playback::Players *published = nullptr;
-    wanted.changed = [&published](int32_t source) { published->source_changed(source); };
+    Told told;
+    wanted.changed = [&told](int32_t source) { told.players->source_changed(source); };
+    wanted.prepared = [&told](int32_t source) { told.answers->prepare_songs(source); };
     wanted.progress = [&report](const catalogue::ScanProgress &progress) {
         report->note(progress);
     };
     auto opened = open_store(std::move(wanted));
     if (!opened) {
-        return fail(opened.error(), "--state: ");
+        return fail(opened.error(), place_of(options, "state"));
     }
     store = std::move(*opened);
     std::set<int32_t> first;
@@ -331,7 +332,7 @@ int serve(const Options &options, Reload &reload) {
     }
     const bool nothing = first.empty();
     report.emplace(std::move(first), scanned);
-    return host({options, reload, server, watchdog}, *store, state, published, [&] {
+    return host({options, reload, server, watchdog}, *store, state, told, [&] {
         if (nothing) {
             scanned();
         }
@@ -360,7 +361,7 @@ int main(int argc, char **argv) {
         system_log_set_level(options.log_level);
         // The process that reads standard output may have ended.
         std::signal(SIGPIPE, SIG_IGN);
-        raise_descriptor_limit();
+        vantro::raise_descriptor_limit();
         Reload reload(argc, argv, options, log_line);
         return serve(options, reload);
     } catch (const std::exception &thrown) {

@@ -17,8 +17,11 @@ std::optional<Error> check_each(const Paths &directories, const Paths &known) {
         std::error_code error;
         const std::filesystem::directory_iterator entries(*directory, error);
         if (error && std::find(known.begin(), known.end(), *directory) == known.end()) {
+            const char *const hint = directory->starts_with('~')
+                                         ? " (only a shell replaces ~: write the full path)"
+                                         : "";
             return Error::failed(Error::Origin::music, error.value(),
-                                 fmt::format("cannot read '{}'", *directory));
+                                 fmt::format("cannot read '{}'{}", *directory, hint));
         }
         const auto same = [&](const std::string &other) {
             return std::filesystem::equivalent(*directory, other, error);
@@ -43,8 +46,9 @@ std::optional<Error> check_nesting(const Options &options) {
             const std::string one = whole(others[i]);
             const std::string two = whole(others[k]);
             if (one.starts_with(two) || two.starts_with(one)) {
-                return Error(Error::Origin::music, EEXIST,
-                             fmt::format("'{}' and '{}' lie in each other", others[i], others[k]));
+                return Error(
+                    Error::Origin::music, EEXIST,
+                    fmt::format("one of '{}' and '{}' contains the other", others[i], others[k]));
             }
         }
     }
@@ -55,14 +59,14 @@ std::optional<Error> check_nesting(const Options &options) {
 
 std::optional<WrongMusic> check_music(const Options &options, const Paths &known) {
     if (std::optional<Error> error = check_each(options.music, known)) {
-        return WrongMusic{"--music: ", *std::move(error)};
+        return WrongMusic{place_of(options, "music"), *std::move(error)};
     }
     std::optional<Error> error = check_each(options.media_roots, known);
     if (!error) {
         error = check_nesting(options);
     }
     if (error) {
-        return WrongMusic{"--media-root: ", *std::move(error)};
+        return WrongMusic{place_of(options, "media-root"), *std::move(error)};
     }
     return std::nullopt;
 }

@@ -1,4 +1,4 @@
-// Checks the directories of music and the media roots that are given.
+// Checks the directories of music and the media roots of the options.
 #ifndef VANTRO_SERVICE_MUSIC_CHECK_H
 #define VANTRO_SERVICE_MUSIC_CHECK_H
 
@@ -12,12 +12,12 @@
 namespace vantro::service {
 
 struct WrongMusic {
-    const char *option; // the one that the error is about
+    std::string place; // of the option with the error, as place_of() returns it
     Error error;
 };
 
-// Each directory must be readable and given once, and each folder in one source.
-// @param known directories that are in use already: they may be away for a while.
+// Each directory must be readable and given only once, and each folder must belong to one source.
+// @param known directories already in use, which may be unavailable for a while.
 std::optional<WrongMusic> check_music(const Options &options,
                                       const std::vector<std::string> &known = {});
 

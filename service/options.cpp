@@ -41,8 +41,19 @@ std::string check_permissions(const std::string &text) {
                : fmt::format("'{}' is not an octal number from 0 to 777", text);
 }
 
+// TOML writes octal numbers with this prefix.
+std::string without_octal_sign(const std::string &text) {
+    return text.starts_with("0o") ? text.substr(2) : text;
+}
+
+// An empty text, for example of a variable that is not set, is an error and does not select the
+// default.
+std::string check_directory(const std::string &text) {
+    return text.empty() ? "'' is not the name of a directory" : "";
+}
+
 std::string check_id(const std::string &text) {
-    uint32_t id = 0; // the highest value means "no one" to the host
+    uint32_t id = 0; // the highest value means "no id" to the kernel
     return read_number(text, 10, 0u, UINT32_MAX - 1, id)
                ? ""
                : fmt::format("'{}' is not the number of a user or group", text);
@@ -62,7 +73,7 @@ bool printable(const std::string &text) {
     });
 }
 
-// A name becomes a directory's in the place where players publish themselves.
+// A player's name becomes the name of the directory in which the player publishes.
 std::string check_player(const std::string &name) {
     if (name.empty() || name.size() > VANTRO_PLAYER_NAME_MAX) {
         return fmt::format("'{}' does not have 1 to {} characters", name, VANTRO_PLAYER_NAME_MAX);
@@ -98,7 +109,7 @@ std::string check_lists(const std::vector<std::string> &music,
     return "";
 }
 
-// NAME is for every player, PLAYER=NAME for one. Names of devices may have a `=` as well, but not
+// NAME applies to every player, PLAYER=NAME to one. Names of devices may also contain `=`, but not
 // before a slash.
 std::string read_devices(const std::vector<std::string> &given, Options &options) {
     for (const std::string &each : given) {
@@ -108,10 +119,11 @@ std::string read_devices(const std::vector<std::string> &given, Options &options
         const std::string device = for_one ? each.substr(equals + 1) : each;
         const auto &players = options.players;
         if (for_one && std::find(players.begin(), players.end(), player) == players.end()) {
-            return fmt::format("--audio-device: '{}' is for a player that is not hosted", each);
+            return fmt::format("--audio-device: '{}' is for player '{}', which does not exist",
+                               each, player);
         }
         if (device.empty() || !printable(device)) {
-            return fmt::format("--audio-device: '{}' names no device", each);
+            return fmt::format("--audio-device: '{}' does not name a device", each);
         }
         if (!options.audio_devices.emplace(player, device).second) {
             return fmt::format("--audio-device: '{}' is a second one for the same players", each);
@@ -120,7 +132,7 @@ std::string read_devices(const std::vector<std::string> &given, Options &options
     return "";
 }
 
-// N is for every player, PLAYER=N for one. Names of players may have a `=` as well.
+// N applies to every player, PLAYER=N to one. Names of players may also contain `=`.
 std::string read_volume_limits(const std::vector<std::string> &given, Options &options) {
     for (const std::string &each : given) {
         const size_t equals = each.rfind('=');
@@ -128,7 +140,8 @@ std::string read_volume_limits(const std::vector<std::string> &given, Options &o
         const std::string player = for_one ? each.substr(0, equals) : "";
         const auto &players = options.players;
         if (for_one && std::find(players.begin(), players.end(), player) == players.end()) {
-            return fmt::format("--volume-limit: '{}' is for a player that is not hosted", each);
+            return fmt::format("--volume-limit: '{}' is for player '{}', which does not exist",
+                               each, player);
         }
         int limit = 0;
         if (!read_number(for_one ? each.substr(equals + 1) : each, 10, 0, volume_max, limit)) {
@@ -142,7 +155,7 @@ std::string read_volume_limits(const std::vector<std::string> &given, Options &o
     return "";
 }
 
-// Words that an option can have, and what each stands for.
+// The words that an option accepts, with their values.
 template <typename Value>
 struct Word {
     const char *word;
@@ -167,14 +180,19 @@ auto find_word(const Words &words, const std::string &text) {
 template <typename Words>
 auto one_of(const Words &words) {
     return [&words](const std::string &text) -> std::string {
-        return find_word(words, text) != std::end(words)
-                   ? ""
-                   : fmt::format("'{}' is none of its values", text);
+        if (find_word(words, text) != std::end(words)) {
+            return "";
+        }
+        std::string all;
+        for (const auto &each : words) {
+            all += (all.empty() ? "" : ", ") + std::string(each.word);
+        }
+        return fmt::format("'{}' is not one of {}", text, all);
     };
 }
 
-// Under permission bits, those users may follow who may connect, which takes reading and writing.
-// Under capabilities, the owner may and, if one is named, a group: a file knows no capabilities.
+// With permission bits, users who may connect (which needs reading and writing) may follow. With
+// capabilities, the owner and, if one is named, a group may follow: files have no capabilities.
 object_readers readers_of(const std::string &perms, const std::string &uid, const std::string &gid,
                           bool by_capability) {
     object_readers readers = {OBJECT_READERS_OWN, OBJECT_READERS_OWN, 0};
@@ -189,7 +207,7 @@ object_readers readers_of(const std::string &perms, const std::string &uid, cons
     return readers;
 }
 
-// The service's permissions in the form that the messaging layer takes.
+// The service's permissions in the form of the messaging layer.
 std::string permissions_of(const std::string &perms, const std::string &uid,
                            const std::string &gid) {
     std::string permissions;
@@ -221,7 +239,8 @@ class Parser {
   public:
     explicit Parser(Options &options);
 
-    // Returns what is wrong, or "". Throws CLI::Success where what was asked for is to be printed.
+    // Returns an error text, or "". Throws CLI::Success if an option requests a text, such as
+    // --help.
     std::string parse(int argc, char **argv);
     int print(const CLI::Success &success) { return app_.exit(success); }
 
@@ -253,8 +272,8 @@ void Parser::add_players() {
         ->type_name("DIR")
         ->allow_extra_args(false);
     app_.add_option("--media-root", options_.media_roots,
-                    "Directory of which each folder is music while it is there, as where volumes "
-                    "are mounted; may be given several times")
+                    "Directory whose folders, such as mounted volumes, are media sources "
+                    "while they exist; may be given several times")
         ->type_name("DIR")
         ->allow_extra_args(false);
     app_.add_option("--player", options_.players,
@@ -263,28 +282,30 @@ void Parser::add_players() {
         ->allow_extra_args(false)
         ->check(check_player);
     app_.add_option("--state", options_.state,
-                    "Directory for the catalogue and for what players are left with (default: "
+                    "Directory of the catalogue and of the players' saved state (default: "
                     "$XDG_STATE_HOME/vantro, else "
                     "~/.local/state/vantro)")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->check(check_directory);
     app_.add_flag("--resume", options_.resume,
-                  "Players that played when the service ended play on; else they are paused");
+                  "Players that were playing when the service ended play on; else they are paused");
 }
 
 void Parser::add_access() {
     CLI::Option *const perms =
         app_.add_option("--perms", texts_.perms, "Permission bits that clients need (default: 666)")
             ->type_name("OCTAL")
-            ->check(check_permissions);
-    app_.add_option("--uid", texts_.uid, "User that owns the service (default: who starts it)")
+            ->check(check_permissions)
+            ->transform(without_octal_sign);
+    app_.add_option("--uid", texts_.uid, "User that owns the service (default: of the process)")
         ->type_name("N")
         ->check(check_id);
-    app_.add_option("--gid", texts_.gid, "Group of the service (default: of who starts it)")
+    app_.add_option("--gid", texts_.gid, "Group of the service (default: of the process)")
         ->type_name("N")
         ->check(check_id);
     app_.add_option("--require", options_.capabilities,
                     "Capabilities that clients must hold, instead of permission bits; then only "
-                    "owner and, where it is named, group may follow the players")
+                    "the owner and, if --gid is given, that group may follow the players")
         ->type_name("CAP[,CAP]")
         ->check(check_capabilities)
         ->excludes(perms);
@@ -292,38 +313,40 @@ void Parser::add_access() {
 
 void Parser::add_audio() {
     app_.add_option("--audio", texts_.audio,
-                    "mpv, clock (nothing is heard), or auto: mpv where an output opens, else clock "
+                    "mpv, clock (silent), or auto: mpv if an output opens, else clock "
                     "(default: auto)")
         ->type_name("HOW")
         ->check(one_of(audio_words));
-    app_.add_option("--audio-device", texts_.devices,
-                    "Output, as --list-audio-devices names it, of all players or of one; 'null' "
-                    "plays to nobody, 'pcm/FILE' writes a WAV file, 'pipe:PATH' feeds a named "
-                    "pipe; may be given several times")
+    app_.add_option(
+            "--audio-device", texts_.devices,
+            "Output, from --list-audio-devices, of all players or of one; 'null' "
+            "discards the sound, 'pcm/FILE' writes a WAV file, 'pipe:PATH' writes to a named "
+            "pipe; may be given several times")
         ->type_name("[PLAYER=]NAME")
         ->allow_extra_args(false);
     app_.add_option("--replaygain", texts_.replaygain,
-                    "Loudness as the files state it: track, album or off (default: off)")
+                    "Use of the files' ReplayGain values: track, album or off (default: off)")
         ->type_name("HOW")
         ->check(one_of(replaygain_words));
     app_.add_option("--volume-limit", texts_.volume_limits,
                     "Highest volume, 0 to 100, of all players or of one; a request for more sets "
-                    "it; may be given several times (default: 100)")
+                    "this volume; may be given several times (default: 100)")
         ->type_name("[PLAYER=]N")
         ->allow_extra_args(false);
     app_.add_flag("--list-audio-devices", texts_.list_devices,
-                  "Prints the outputs that there are, and ends")
+                  "Prints the available outputs, and exits")
         ->configurable(false);
 }
 
 void Parser::add_running() {
-    app_.add_option("--threads", texts_.threads,
-                    fmt::format("Threads that answer requests, 1 to {} (default: {})", threads_max,
-                                options_.threads))
+    app_.add_option(
+            "--threads", texts_.threads,
+            fmt::format("Number of long requests that run at the same time, 1 to {} (default: {})",
+                        threads_max, options_.threads))
         ->type_name("N")
         ->check(check_threads);
     app_.add_option("--log-level", texts_.log_level,
-                    "The least severe lines that are logged: error, warning, notice, info, debug "
+                    "The lowest severity that is logged: error, warning, notice, info, debug "
                     "or trace (default: trace)")
         ->type_name("LEVEL")
         ->check(one_of(log_levels));
@@ -336,10 +359,10 @@ void Parser::add_config() {
         ->type_name("FILE");
     app_.config_formatter(file_);
     app_.add_flag("--check-config", texts_.check_config,
-                  "Checks the options and the file, prints what would be used, and ends")
+                  "Checks the options and the file, prints the effective values, and exits")
         ->configurable(false);
     app_.add_flag("--print-config", texts_.print_config,
-                  "Prints a file with all options as they are given, and ends")
+                  "Prints a file with all options and their values, and exits")
         ->configurable(false);
 }
 
@@ -376,6 +399,9 @@ std::string Parser::finish() {
     if (std::string error = read_devices(texts_.devices, options_); !error.empty()) {
         return error;
     }
+    if (std::string error = check_outputs(options_); !error.empty()) {
+        return "--audio-device: " + error;
+    }
     if (std::string error = read_volume_limits(texts_.volume_limits, options_); !error.empty()) {
         return error;
     }
@@ -395,7 +421,7 @@ std::string Parser::finish() {
 
 namespace {
 
-// A player's value of an option that is for all players or for one.
+// A player's value of an option that applies to all players or to one.
 template <typename Value>
 Value value_for(const std::map<std::string, Value> &values, const std::string &player,
                 Value otherwise) {
@@ -412,8 +438,37 @@ std::string device_of(const Options &options, const std::string &player) {
     return value_for(options.audio_devices, player, std::string());
 }
 
+std::string check_outputs(const Options &options) {
+    for (const std::string output : one_player_outputs) {
+        const auto uses = [&](const std::string &player) {
+            const std::string device = device_of(options, player);
+            return device.substr(0, device.find('/')) == output;
+        };
+        const auto &players = options.players;
+        const auto first = std::find_if(players.begin(), players.end(), uses);
+        if (first == players.end()) {
+            continue;
+        }
+        if (const auto second = std::find_if(first + 1, players.end(), uses);
+            second != players.end()) {
+            return fmt::format("players '{}' and '{}' cannot both use {}: its library serves one",
+                               *first, *second, output);
+        }
+    }
+    return "";
+}
+
 int volume_limit_of(const Options &options, const std::string &player) {
     return value_for(options.volume_limits, player, volume_max);
+}
+
+std::string place_of(const Options &options, const std::string &key) {
+    for (const config::Setting &each : options.settings) {
+        if (each.key == key && each.origin.find(':') != std::string::npos) {
+            return fmt::format("{}: {}: ", each.origin, key);
+        }
+    }
+    return fmt::format("--{}: ", key);
 }
 
 bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
@@ -432,7 +487,7 @@ bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
 }
 
 std::string read_options_again(int argc, char **argv, Options &options) {
-    return Parser(options).parse(argc, argv); // it asks for no help, as it did not the first time
+    return Parser(options).parse(argc, argv); // cannot be --help, since the first call was not
 }
 
 } // namespace vantro::service

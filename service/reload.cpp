@@ -62,7 +62,7 @@ void Reload::run() noexcept {
     service_manager::tell_ready();
 }
 
-// Returns what is wrong, or "".
+// Returns an error text, or "".
 std::string Reload::read(Options &wanted) {
     std::string error = read_options_again(argc_, argv_, wanted);
     if (!error.empty()) {
@@ -71,11 +71,11 @@ std::string Reload::read(Options &wanted) {
     std::vector<std::string> known = running_.music;
     known.insert(known.end(), running_.media_roots.begin(), running_.media_roots.end());
     const std::optional<WrongMusic> wrong = check_music(wanted, known);
-    return wrong ? wrong->option + log_text(wrong->error) : "";
+    return wrong ? wrong->place + log_text(wrong->error) : "";
 }
 
 void Reload::apply(const Options &wanted) {
-    log_(LOG_SEVERITY_NOTICE, "the configuration was read again; the music is looked at again");
+    log_(LOG_SEVERITY_NOTICE, "the configuration was read again; the music is scanned again");
     actions_.set_replaygain(wanted.replaygain);
     actions_.set_volume_limits(wanted);
     if (wanted.music != running_.music || wanted.media_roots != running_.media_roots) {
@@ -93,18 +93,28 @@ void Reload::add_players(const Options &wanted) {
         if (has(running_.players, player)) {
             continue;
         }
-        if (const std::optional<Error> error = actions_.add_player(player, wanted)) {
+        // The outputs of the running players stay as they are until the next start.
+        Options together = running_;
+        together.players.push_back(player);
+        together.audio_devices[player] = device_of(wanted, player);
+        std::string refusal = check_outputs(together);
+        if (refusal.empty()) {
+            if (const std::optional<Error> error = actions_.add_player(player, wanted)) {
+                refusal = log_text(*error);
+            }
+        }
+        if (!refusal.empty()) {
             log_(LOG_SEVERITY_ERROR,
-                 fmt::format("player \"{}\" cannot be added: {}", player, log_text(*error)));
+                 fmt::format("player \"{}\" cannot be added: {}", player, refusal));
             continue;
         }
-        running_.players.push_back(player);
-        running_.audio_devices[player] = device_of(wanted, player);
+        running_.players = std::move(together.players);
+        running_.audio_devices = std::move(together.audio_devices);
         log_(LOG_SEVERITY_NOTICE, fmt::format("player \"{}\" was added", player));
     }
 }
 
-// Names what has changed and stays as it was.
+// Logs the changed settings that do not take effect now.
 void Reload::name_left(const Options &wanted) {
     // Both have every option, in the same order.
     for (size_t i = 0; i < wanted.settings.size() && i < running_.settings.size(); ++i) {

@@ -1,6 +1,8 @@
 #include "service/server.h"
 
 #include <cerrno>
+#include <latch>
+#include <memory>
 #include <pthread.h>
 #include <thread>
 #include <vector>
@@ -36,6 +38,22 @@ Error cannot_attach() {
                                : cannot(what);
 }
 
+// A descriptor from a client may block one of these threads, but must not block the end of the
+// service. The other thread continues. Wait until both run: before that, serving threads would
+// close descriptors.
+void start_closing() {
+    constexpr int count = 2;
+    const auto running = std::make_shared<std::latch>(count);
+    for (int i = 0; i < count; ++i) {
+        std::thread([running, channel = the_server->channel] {
+            pthread_setname_np(pthread_self(), "closing");
+            running->count_down();
+            ipc_lend_closing_thread(channel);
+        }).detach();
+    }
+    running->wait();
+}
+
 } // namespace
 
 Server::~Server() {
@@ -64,7 +82,7 @@ std::optional<Error> Server::attach(const Options &options) {
         return cannot("cannot make a message server");
     }
 
-    // If it cannot, which costs time only, threads wait where they are.
+    // If this fails, messages only take longer: threads wait where they are.
     channel_hand_over(the_server->channel);
     if (!global_name_attach(the_server->dispatch, only_one, 0)) {
         return cannot_attach();
@@ -86,6 +104,7 @@ std::optional<Error> Server::run(int threads, const std::function<void()> &ready
     std::vector<std::thread> running;
     std::optional<Error> failure;
     try {
+        start_closing();
         running.reserve(static_cast<size_t>(threads) + 1);
         for (int i = 0; i <= threads; ++i) {
             running.emplace_back([] {
@@ -93,9 +112,6 @@ std::optional<Error> Server::run(int threads, const std::function<void()> &ready
                 msgserver_thread_loop(the_server);
             });
         }
-        // A descriptor from a client may hold this thread up, but it must not hold up the end of
-        // the process.
-        std::thread([channel = the_server->channel] { ipc_lend_closing_thread(channel); }).detach();
         ready();
     } catch (const std::exception &thrown) {
         const Error error = error_of(thrown);
@@ -116,7 +132,7 @@ bool Server::answers(std::chrono::milliseconds time) {
         ask_ = global_name_open(only_one, 0);
         ipc_set_open_timeout(before);
     }
-    // This is no request: one of the receiving threads refuses it, under the server lock.
+    // This is not a valid request: one of the receiving threads refuses it, under the server lock.
     const char message = 0;
     return ask_ >= 0 && ipc_send_simple(ask_, &message, sizeof message, nullptr, 0) < 0 &&
            errno == ENOSYS;
@@ -125,8 +141,8 @@ bool Server::answers(std::chrono::milliseconds time) {
 void Server::stop() {
     requests::stop_waiting(); // first, while no thread has ended
     __atomic_store_n(&the_server->stop, 1, __ATOMIC_RELEASE);
-    // A thread that waits looks at `stop` only after its next message or pulse. One that does not
-    // wait leaves its pulse to lie; they end with the channel.
+    // A waiting thread checks `stop` only after its next message or pulse. Pulses that no thread
+    // receives are freed with the channel.
     for (int i = 0; i <= threads_max; ++i) {
         pulse_send(wake_, 0, 0, 0);
     }

@@ -41,7 +41,7 @@ std::string scalar(const CLI::Option &option, const std::string &text) {
     return is_flag(option) || is_number(text) ? text : toml_text(text);
 }
 
-// What the option has been given, as TOML; "" for nothing.
+// The option's given value as TOML; "" for none.
 std::string value_of(const CLI::Option &option) {
     const std::vector<std::string> &results = option.results();
     if (results.empty()) {
@@ -57,7 +57,7 @@ std::string value_of(const CLI::Option &option) {
     return list + ']';
 }
 
-// What may stand for the option in a file that leaves it alone.
+// An example value for an option that the file does not set.
 std::string example_of(const CLI::Option &option) {
     if (is_flag(option)) {
         return "false";
@@ -115,7 +115,7 @@ std::vector<CLI::ConfigItem> ConfigFile::from_config(std::istream &input) const 
     for (const char *name : {"--help", "--version"}) {
         if (const CLI::Option *asked = app_.get_option_no_throw(name);
             asked && asked->count() > 0) {
-            return {}; // it is told with a broken file too
+            return {}; // reported also with a broken file
         }
     }
     path_ = app_.get_config_ptr()->as<std::string>();
@@ -145,7 +145,7 @@ std::vector<CLI::ConfigItem> ConfigFile::from_config(std::istream &input) const 
                 std::any_of(excluded.begin(), excluded.end(),
                             [](const CLI::Option *other) { return other->count() > 0; });
             if (is_overruled || each.values.empty()) {
-                continue; // by the command line; an empty list says nothing
+                continue; // set by the command line, or an empty list
             }
             lines_[each.key] = each.line;
             found.emplace_back();
@@ -160,7 +160,7 @@ std::vector<CLI::ConfigItem> ConfigFile::from_config(std::istream &input) const 
 
 std::string ConfigFile::to_config(const CLI::App *app, bool, bool, std::string) const {
     std::string text = comment("The configuration of vantrod. Each key is an option of its command "
-                               "line, which wins over this file.");
+                               "line, which overrides this file.");
     for (const CLI::Option *option : file_options(*app)) {
         text += '\n' + comment(option->get_description() + '.');
         const std::string value = value_of(*option);
@@ -177,7 +177,8 @@ std::string ConfigFile::placed(const std::string &error) const {
         const size_t end = at + name.size();
         if (at == std::string::npos ||
             (end < error.size() && (std::isalnum(error[end]) || error[end] == '-'))) {
-            continue; // it is not about this one, or about one whose name begins so
+            continue; // the error is not about this option, or about one whose name begins with
+                      // this one's
         }
         const bool begins = at == 0 && error.compare(end, 2, ": ") == 0;
         return fmt::format("{}:{}: {}", path_, line, begins ? error.substr(2) : error);

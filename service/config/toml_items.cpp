@@ -17,11 +17,18 @@ size_t line_of(const toml::node &node) {
     return node.source().begin.line;
 }
 
-// A number as the file writes it where its base matters: permission bits are octal digits.
+// A number in the file's spelling, with its base: only some options accept another base than ten.
 std::string integer_text(const toml::value<int64_t> &value) {
-    const bool is_octal =
-        (value.flags() & toml::value_flags::format_as_octal) != toml::value_flags::none;
-    return is_octal ? fmt::format("{:o}", value.get()) : fmt::format("{}", value.get());
+    switch (value.flags()) {
+    case toml::value_flags::format_as_octal:
+        return fmt::format("0o{:o}", value.get());
+    case toml::value_flags::format_as_hexadecimal:
+        return fmt::format("{:#x}", value.get());
+    case toml::value_flags::format_as_binary:
+        return fmt::format("{:#b}", value.get());
+    default:
+        return fmt::format("{}", value.get());
+    }
 }
 
 std::string value_text(const std::string &key, const toml::node &node) {
@@ -37,9 +44,10 @@ std::string value_text(const std::string &key, const toml::node &node) {
     if (const auto *flag = node.as_boolean()) {
         return flag->get() ? "true" : "false";
     }
-    const char *kind = node.is_table()   ? "a table"
-                       : node.is_array() ? "a list within a list"
-                                         : "a date or time";
+    if (node.is_table()) {
+        throw TomlError(line_of(node), key + ": tables are not allowed in this file");
+    }
+    const char *kind = node.is_array() ? "a list within a list" : "a date or time";
     throw TomlError(line_of(node), fmt::format("{}: {} cannot be its value", key, kind));
 }
 
@@ -66,7 +74,11 @@ std::vector<TomlItem> read_toml(std::istream &input) {
             items.push_back(read_item(std::string(key.str()), key.source().begin.line, node));
         }
     } catch (const toml::parse_error &error) {
-        throw TomlError(error.source().begin.line, std::string(error.description()));
+        std::string text(error.description());
+        if (text.ends_with("could not determine value type")) {
+            text += "; texts need quotation marks";
+        }
+        throw TomlError(error.source().begin.line, text);
     }
     std::sort(items.begin(), items.end(),
               [](const TomlItem &a, const TomlItem &b) { return a.line < b.line; });

@@ -112,7 +112,7 @@ void Keeper::restore(size_t at, playback::Player &player, bool resume) {
     player.restore(found->saved, resume);
 }
 
-// The player begins with what is left; the broken file is kept for inspection.
+// The player starts without this file; the damaged file is kept for inspection.
 void Keeper::set_aside(const std::filesystem::path &file, const std::string &why) {
     std::error_code error;
     const std::string aside = file.native() + ".broken";
@@ -139,7 +139,7 @@ std::optional<std::chrono::nanoseconds> Keeper::keep_all() {
         try {
             keep(players_[i], *kept_[i]);
         } catch (const std::exception &) {
-            again = true; // there was no memory for it
+            again = true; // there was no memory
         }
         again =
             again || kept_[i]->fails || kept_[i]->player.saved.modes.state == VANTRO_STATE_PLAYING;
@@ -173,20 +173,20 @@ void Keeper::keep(playback::Player &player, Kept &kept) {
     }
     const bool failed_before = std::exchange(kept.fails, error.has_value());
     if (error && !failed_before) {
-        log_(LOG_SEVERITY_ERROR, fmt::format("player \"{}\" cannot be kept for a restart: {}",
+        log_(LOG_SEVERITY_ERROR, fmt::format("player \"{}\" cannot be saved for a restart: {}",
                                              player.name, log_text(*error)));
     } else if (!error && failed_before) {
         log_(LOG_SEVERITY_NOTICE,
-             fmt::format("player \"{}\" is kept for a restart again", player.name));
+             fmt::format("player \"{}\" is saved for a restart again", player.name));
     }
 }
 
-// Replaces a file. Returns why it could not be, if it could not.
+// Replaces a file. Returns an error if that fails.
 std::optional<Error> Keeper::write(const std::filesystem::path &file, const std::string &text) {
-    std::error_code ignored; // the open tells
+    std::error_code ignored; // open() reports the error
     const bool made = std::filesystem::create_directories(file.parent_path(), ignored);
     const std::string part = file.native() + ".part";
-    // Removes the rest of the file, which may be what fills the disk.
+    // Removes the partial file, which itself may fill the disk.
     const auto failed = [&part](const char *what) {
         const int reason = errno;
         ::unlink(part.c_str());

@@ -1,4 +1,4 @@
-// The configuration file: what is taken from it, what is wrong with it, and reading it again.
+// The configuration file: which values are used, which errors are reported, and reading it again.
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -52,19 +52,29 @@ TEST_F(Config, EveryMistakeNamesItsLineAndKey) {
         {"\n# mine\nvolume = 3", ":3: volume: there is no such key"},
         {"perms = 999", ":1: perms: '999' is not"},
         {"perms = [600]", ":1: perms: it takes one value"},
+        {"perms = 0x1b0", ":1: perms: '0x1b0' is not"},
+        {"threads = 0o10", ":1: threads: '0o10' is not a number"},
         {"threads = \"x\"", ":1: threads: 'x' is not a number"},
         {"threads = 2.5", ":1: threads: '2.5' is not a number"},
         {"music = [\n\"a\",", ":2: "},
         {"music = [[\"a\"]]", ":1: music: a list within a list"},
         {"music = 1979-05-27", ":1: music: a date or time"},
-        {"[audio]\n", ":1: audio: a table"},
-        {"audio = \"loud\"", ":1: audio: 'loud' is none"},
+        {"[audio]\n", ":1: audio: tables are not allowed"},
+        {"[[music]]\npath = \"a\"", ":1: music: tables are not allowed"},
+        {"music = a", ":1: Error while parsing value: could not determine value type; texts need"},
+        {"audio = \"loud\"", ":1: audio: 'loud' is not one of auto, mpv, clock"},
         {"audio = \"mpv", ":1: "},
         {"player = [\n\"a\",\n\"a\"]", ":1: player: 'a' is named twice"},
-        {"audio-device = \"den=null\"", ":1: audio-device: 'den=null'"},
+        {"audio-device = \"den=null\"", ":1: audio-device: 'den=null' is for player 'den', "},
+        {"player = [\"a\", \"b\"]\naudio-device = [\"jack\", \"a=null\"]\nthreads = 0", ":3: "},
+        {"player = [\"a\", \"b\"]\naudio-device = \"jack\"",
+         ":2: audio-device: players 'a' and 'b' "},
+        {"player = [\"a\", \"b\"]\naudio-device = [\"a=sdl/x\", \"b=sdl\"]",
+         ":2: audio-device: pl"},
+        {"state = \"\"", ":1: state: '' is not the name of a directory"},
         {"volume-limit = [60, 70]", ":1: volume-limit: '70' is a second one"},
         {"volume-limit = 101", ":1: volume-limit: '101' is not a number from 0 to 100"},
-        {"volume-limit = \"den=50\"", ":1: volume-limit: 'den=50' is for a player"},
+        {"volume-limit = \"den=50\"", ":1: volume-limit: 'den=50' is for player 'den', "},
         {"volume-limit = \"main=\"", ":1: volume-limit: 'main=' is not a number"},
         {"perms = 600\nrequire = \"net\"", ": --"},
         {"perms = 600\nperms = 660", ":2: "},
@@ -82,6 +92,13 @@ TEST_F(Config, EveryMistakeNamesItsLineAndKey) {
             << row.text << "\n"
             << said;
         EXPECT_EQ(run({"--config", file_, "--version"}).rfind("vantrod ", 0), 0u);
+    }
+    for (const char *const text : {"# mine\nmusic = \"~/Music\"", "\nmusic = [\"/\", \"/\"]",
+                                   "# mine\nmedia-root = \"/nowhere\""}) {
+        test::write_file(file_, text);
+        const std::string said = run({"--config", file_, "--check-config"}, 1);
+        EXPECT_EQ(said.rfind("vantrod: " + file_ + ":2: m", 0), 0u) << said;
+        EXPECT_EQ(run({"--config", file_}, 1), said);
     }
     for (const std::string &path : {path_ + "/none", path_}) {
         EXPECT_EQ(run({"--config", path}, 2).rfind("vantrod: --config: cannot read '" + path, 0),
@@ -131,10 +148,44 @@ TEST_F(Config, TheCommandLineWinsAndAllOfItComesBack) {
     EXPECT_EQ(described, keys);
 }
 
+// The songs of all sources, by name. Repeats the request until they are `wanted`, for 20 s at most.
+std::vector<std::string> songs_of(VantroHandle *handle, const Client &client,
+                                  const std::vector<std::string> &wanted) {
+    std::vector<std::string> songs;
+    for (int i = 0; i < 2000 && songs != wanted; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        MediaSource *all = nullptr;
+        int count = 0;
+        EXPECT_EQ(vantro_get_media_sources(handle, &all, &count), 0);
+        songs.clear();
+        for (int k = 0; k < count; ++k) {
+            for (const auto &[name, id] : client.list(browse(all[k].id, "songs"))) {
+                songs.push_back(name);
+            }
+        }
+        vantro_free_media_sources(all, count);
+        std::sort(songs.begin(), songs.end());
+    }
+    return songs;
+}
+
+// Plays on a player, and waits until a track of it is published.
+void play_and_wait_for_a_track(const char *player) {
+    VantroHandle *const handle = vantro_connect();
+    ASSERT_EQ(vantro_open(handle, player), 0);
+    EXPECT_EQ(vantro_play(handle), 0);
+    for (bool published = false; !published;) {
+        ASSERT_GT(vantro_event_wait_for(handle, 20'000), 0);
+        const VantroEvent *event = vantro_event_get(handle);
+        published = event && event->object_name && std::string(event->object_name) == "track";
+    }
+    vantro_disconnect(handle);
+}
+
 TEST_F(Config, IsReadAgainAtSighup) {
     const std::string music = path_ + "/music";
     test::make_music(music + "/1.flac", 100, {"TITLE=One"});
-    test::write_file(file_, "music = \"" + music + "\"\n");
+    test::write_file(file_, "music = \"" + music + "\"\naudio-device = \"main=jack\"\n");
     start({"--config", file_});
     ASSERT_EQ(told(), "vantrod: ready (0 tracks, players: main)");
     ASSERT_EQ(told(), "vantrod: scanned (1 tracks)");
@@ -147,14 +198,20 @@ TEST_F(Config, IsReadAgainAtSighup) {
     } rows[] = {
         {one + "threads = 3\n", ":2: threads has changed", {"One"}},
         {one + "playr = 1\n", "stays as it was: " + file_ + ":2: playr", {"One"}},
-        {"music = [\"" + music + "\", \"/nowhere\"]", "stays as it was: --music: ", {"One"}},
+        {"music = [\"" + music + "\", \"/nowhere\"]",
+         "stays as it was: " + file_ + ":1: music: ",
+         {"One"}},
+        {one +
+             "player = [\"main\", \"x\"]\naudio-device = \"x=jack\"\n", // main has it till the end
+         "\"x\" cannot be added: players 'main' and 'x' cannot both use jack",
+         {"One"}},
         {"music = [\"" + music + "\", \"" + two + "\"]\nplayer = [\"x\", \"main\"]\n",
          "player \"x\" was added",
          {"One", "Two"},
          2},
         {"music = \"" + two + "\"\n", "player \"x\" is left out", {"Two"}, 2},
         {"media-root = \"" + path_ + "\"\nplayer = [\"main\", \"x\"]\n",
-         "looked at again",
+         "music is scanned again",
          {"One", "Two"},
          2},
         {one + "log-level = \"error\"\n", "is left out", {"One"}, 2},
@@ -173,35 +230,10 @@ TEST_F(Config, IsReadAgainAtSighup) {
         } while (line.find(row.logged) == std::string::npos);
         const Client client;
         ASSERT_EQ(client.result(row.players == 2 ? open_x : open_main), 0);
-        std::vector<std::string> songs;
-        for (int i = 0; i < 2000 && songs != row.songs; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            MediaSource *all = nullptr;
-            int count = 0;
-            ASSERT_EQ(vantro_get_media_sources(handle, &all, &count), 0);
-            songs.clear();
-            for (int k = 0; k < count; ++k) {
-                for (const auto &[name, id] : client.list(browse(all[k].id, "songs"))) {
-                    songs.push_back(name);
-                }
-            }
-            vantro_free_media_sources(all, count);
-            std::sort(songs.begin(), songs.end());
-        }
-        EXPECT_EQ(songs, row.songs) << row.text;
+        EXPECT_EQ(songs_of(handle, client, row.songs), row.songs) << row.text;
         EXPECT_EQ(client.ask(players).substr(4, 4), bytes(row.players)) << row.text;
     }
-    VantroHandle *const added = vantro_connect();
-    ASSERT_EQ(vantro_open(added, "x"), 0);
-    EXPECT_EQ(vantro_play(added), 0);
-    while (true) {
-        ASSERT_GT(vantro_event_wait_for(added, 20'000), 0);
-        const VantroEvent *event = vantro_event_get(added);
-        if (event && event->object_name && std::string(event->object_name) == "track") {
-            break;
-        }
-    }
-    vantro_disconnect(added);
+    play_and_wait_for_a_track("x");
     vantro_disconnect(handle);
 }
 
@@ -214,7 +246,7 @@ TEST_F(Config, NoPlayerIsLouderThanItsLimit) {
     };
     const Row rows[] = {
         {"volume-limit = [60, \"a=b=90\"]\n", 80, 60, 90},
-        {"volume-limit = 70\n", 0, 60, 70}, // what was brought down stays there
+        {"volume-limit = 70\n", 0, 60, 70}, // a volume that was lowered stays so
         {"volume-limit = [\"main=20\"]\n", 0, 20, 70},
         {"volume-limit = [\"main=20\", 101]\n", 0, 20, 70}, // as it was
         {"", 95, 95, 70},
@@ -234,7 +266,7 @@ TEST_F(Config, NoPlayerIsLouderThanItsLimit) {
             do {
                 ASSERT_TRUE(service->readable(20'000));
                 line = service->line();
-            } while (line.find("looked at again") == line.npos &&
+            } while (line.find("music is scanned again") == line.npos &&
                      line.find("stays as it was") == line.npos);
         }
         // What was read again takes effect just after the line about it.
@@ -255,7 +287,7 @@ TEST_F(Config, NoPlayerIsLouderThanItsLimit) {
     vantro_disconnect(main);
     vantro_disconnect(other);
 
-    // What it was left with is above a limit that is new.
+    // The volume that was saved is above a new limit.
     service->kill(SIGTERM);
     ASSERT_EQ(service->wait(), 0);
     start({"--config", file_, "--volume-limit", "main=50"});

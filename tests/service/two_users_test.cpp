@@ -1,5 +1,5 @@
-// A service of a user of its own, a user whom it admits, and a stranger who tries to disturb, to
-// spy and to impersonate.
+// A service that runs as its own user, a user whom it admits, and a third user (the stranger) who
+// tries to disturb it, to read its data and to impersonate it.
 #include <cerrno>
 #include <csignal>
 #include <functional>
@@ -83,7 +83,7 @@ int serve_in_its_place() {
 
 using TwoUsers = test::RuntimeDirectory;
 
-// Whether the program is in reach of other users.
+// Whether other users can run the program.
 bool service_can_start() {
     test::Process child([] {
         become(service_user);
@@ -135,27 +135,24 @@ int be_admitted(const std::string &squat, int turns) {
     return 0;
 }
 
-TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
-    ASSERT_EQ(chmod(path_.c_str(), 0755), 0);
-    const std::string state = path_ + "/state", squat = path_ + "/squat";
-    test::make_music(path_ + "/music/1.flac", 1000, {"TITLE=One"});
-    std::filesystem::create_directory(state);
-    std::filesystem::create_directory(squat);
+struct Attempt {
+    const char *name;
+    std::function<int()> attempt;
+    int error; // the error that the stranger gets
+};
+
+// `state`: the directory of the service. `process`: its folder in /proc.
+std::vector<Attempt> attempts_of_a_stranger(const std::string &state, const std::string &process) {
     const std::string names = "/run/vantro/sys/csm/vantro.sys/";
     const std::string player = "/run/vantro/kivo/services/vantro/main/";
     const std::string objects = "/kivo/services/vantro/";
-    std::string process;
-    const auto publishes = [&](const char *name) {
+    const auto publishes = [=](const char *name) {
         return object_publisher_open((objects + name).c_str()) ? 0 : errno;
     };
     const auto moves = [](const std::string &file) {
         return error_of(rename(file.c_str(), (file + "x").c_str()));
     };
-    const struct {
-        const char *name;
-        std::function<int()> attempt;
-        int error;
-    } rows[] = {
+    return {
         {"connects", [] { return vantro_connect() ? 0 : errno; }, ENOENT},
         {"opens", [] { return told_to_all(MSG_KIND_OPEN, std::string("vantro.sys") + '\0'); },
          EACCES},
@@ -163,26 +160,34 @@ TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
         {"fetches another's answers", [] { return told_to_all(MSG_KIND_GET, ""); }, ENOENT},
         {"closes another's open", [] { return told_to_all(MSG_KIND_CLOSE, ""); }, ENOENT},
         {"follows",
-         [&] { return error_of(platform_open((objects + "main/.all?delta").c_str(), 0)); }, EACCES},
-        {"writes the ring", [&] { return opened(player + "ring", O_RDWR); }, EACCES},
-        {"takes the ring's lock", [&] { return opened(player + "lock", O_RDWR); }, EACCES},
-        {"moves the ring", [&] { return moves(player + "ring"); }, EACCES},
-        {"publishes in its place", [&] { return publishes("main"); }, EACCES},
-        {"publishes another player", [&] { return publishes("den"); }, EACCES},
-        {"reads the catalogue", [&] { return opened(state + "/catalogue.db", O_RDONLY); }, EACCES},
-        {"reads its log", [&] { return opened(state + "/catalogue.db-wal", O_RDONLY); }, EACCES},
-        {"lists covers", [&] { return opened(state + "/artwork", O_DIRECTORY); }, EACCES},
-        {"unlinks the socket", [&] { return error_of(unlink((names + "default").c_str())); },
+         [=] { return error_of(platform_open((objects + "main/.all?delta").c_str(), 0)); }, EACCES},
+        {"writes the ring", [=] { return opened(player + "ring", O_RDWR); }, EACCES},
+        {"takes the ring's lock", [=] { return opened(player + "lock", O_RDWR); }, EACCES},
+        {"moves the ring", [=] { return moves(player + "ring"); }, EACCES},
+        {"publishes in its place", [=] { return publishes("main"); }, EACCES},
+        {"publishes another player", [=] { return publishes("den"); }, EACCES},
+        {"reads the catalogue", [=] { return opened(state + "/catalogue.db", O_RDONLY); }, EACCES},
+        {"reads its log", [=] { return opened(state + "/catalogue.db-wal", O_RDONLY); }, EACCES},
+        {"lists covers", [=] { return opened(state + "/artwork", O_DIRECTORY); }, EACCES},
+        {"unlinks the socket", [=] { return error_of(unlink((names + "default").c_str())); },
          EACCES},
-        {"takes the name's lock", [&] { return opened(names + "default.lock", O_RDWR); }, EACCES},
-        {"moves the socket", [&] { return moves(names + "default"); }, EACCES},
-        {"moves the folder", [&] { return moves("/run/vantro/sys"); }, EACCES},
+        {"takes the name's lock", [=] { return opened(names + "default.lock", O_RDWR); }, EACCES},
+        {"moves the socket", [=] { return moves(names + "default"); }, EACCES},
+        {"moves the folder", [=] { return moves("/run/vantro/sys"); }, EACCES},
         {"serves in its place", serve_in_its_place, EACCES},
         {"takes all connections", take_connections, EAGAIN},
-        {"takes its descriptors", [&] { return opened(process + "fd", O_DIRECTORY); }, EACCES},
-        {"reads its memory", [&] { return opened(process + "mem", O_RDONLY); }, EACCES},
-        {"ends it", [&] { return error_of(kill(std::stoi(process.substr(6)), SIGTERM)); }, EPERM},
+        {"takes its descriptors", [=] { return opened(process + "fd", O_DIRECTORY); }, EACCES},
+        {"reads its memory", [=] { return opened(process + "mem", O_RDONLY); }, EACCES},
+        {"ends it", [=] { return error_of(kill(std::stoi(process.substr(6)), SIGTERM)); }, EPERM},
     };
+}
+
+TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
+    ASSERT_EQ(chmod(path_.c_str(), 0755), 0);
+    const std::string state = path_ + "/state", squat = path_ + "/squat";
+    test::make_music(path_ + "/music/1.flac", 1000, {"TITLE=One"});
+    std::filesystem::create_directory(state);
+    std::filesystem::create_directory(squat);
     const int status = in_a_run_of_its_own([&] {
         EXPECT_EQ(chown(state.c_str(), service_user, service_user), 0);
         EXPECT_EQ(chown(squat.c_str(), stranger, stranger), 0);
@@ -198,7 +203,6 @@ TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
         while (said.find("scanned") == said.npos && !(said = service.line()).empty()) {
         }
         EXPECT_NE(said, "");
-        process = fmt::format("/proc/{}/", service.id());
         test::Process impostor([&] { return be_impostor(squat); });
         EXPECT_EQ(impostor.line(), "0");
 
@@ -207,7 +211,8 @@ TEST_F(TwoUsers, AStrangerDisturbsNobodySeesNothingAndPassesForNobody) {
         EXPECT_EQ(pipe(turns), 0);
         test::Process user([&] { return be_admitted(squat, turns[0]); });
         char turn = 1;
-        for (const auto &row : rows) {
+        for (const Attempt &row :
+             attempts_of_a_stranger(state, fmt::format("/proc/{}/", service.id()))) {
             test::Process other([&] { return become(stranger), row.attempt(); });
             EXPECT_EQ(other.wait(), row.error) << row.name;
             EXPECT_EQ(write(turns[1], &turn, 1), 1);

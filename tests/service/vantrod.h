@@ -60,7 +60,9 @@ struct Client {
     }
     // The nodes of a listing, as their names and ids.
     std::vector<std::pair<std::string, std::string>> list(const std::string &what) const {
-        std::string answer = ask(what);
+        return nodes_in(ask(what));
+    }
+    static std::vector<std::pair<std::string, std::string>> nodes_in(const std::string &answer) {
         int32_t words[2] = {-1, -1};
         EXPECT_GE(answer.size(), sizeof words);
         std::memcpy(words, answer.data(), std::min(answer.size(), sizeof words));

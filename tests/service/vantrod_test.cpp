@@ -46,31 +46,36 @@ TEST_F(Serving, StandsAloneAndEndsWhenTold) {
 TEST_F(Serving, HoldsNobodyLongerThanTheyWait) {
     VantroHandle *const handle = vantro_connect_timed(10'000);
     ASSERT_EQ(vantro_open(handle, "main"), 0);
-    ASSERT_EQ(vantro_set_timeout(handle, 20), 0);
-    service->kill(SIGSTOP);
-    while (vantro_pause(handle) == 0) { // not every thread of it has stopped yet
+    VantroHandle *const other = vantro_connect_timed(10'000); // has no player open
+    const auto times_out = [](auto call) {
+        errno = 0;
+        EXPECT_TRUE(call());
+        EXPECT_EQ(errno, ETIMEDOUT);
+        EXPECT_EQ(vantro_last_failure(nullptr), VANTRO_FAILURE_TIMED_OUT);
+    };
+    service->stop();
+    for (VantroHandle *const each : {handle, other}) {
+        ASSERT_EQ(vantro_set_timeout(each, 20), 0);
     }
     for (int i = 0; i < 20; ++i) {
-        errno = 0;
-        ASSERT_EQ(vantro_pause(handle), -1);
-        ASSERT_EQ(errno, ETIMEDOUT);
+        times_out([&] { return vantro_pause(handle) == -1; });
     }
-    errno = 0;
-    EXPECT_EQ(vantro_connect_timed(20), nullptr);
-    EXPECT_EQ(errno, ETIMEDOUT);
-    EXPECT_EQ(vantro_last_failure(nullptr), VANTRO_FAILURE_TIMED_OUT);
+    times_out([&] { return vantro_open(other, "main") == -1; });
+    times_out([] { return !vantro_connect_timed(20); });
     service->kill(SIGCONT);
-    ASSERT_EQ(vantro_set_timeout(handle, 10'000), 0);
-    VantroStateInfo *info = nullptr;
-    EXPECT_EQ(vantro_get_current_state(handle, &info), 0);
-    std::free(info);
-    ASSERT_EQ(vantro_set_timeout(handle, 20), 0);
-    service->kill(SIGSTOP);
-    while (vantro_pause(handle) == 0) {
+    for (VantroHandle *const each : {handle, other}) {
+        ASSERT_EQ(vantro_set_timeout(each, 10'000), 0);
+        EXPECT_EQ(vantro_open(each, "main"), 0);
+        VantroStateInfo *info = nullptr;
+        EXPECT_EQ(vantro_get_current_state(each, &info), 0);
+        std::free(info);
+        ASSERT_EQ(vantro_set_timeout(each, 20), 0);
     }
-    EXPECT_EQ(vantro_close(handle, "main"), -1);
-    EXPECT_EQ(errno, ETIMEDOUT);
-    EXPECT_EQ(vantro_disconnect(handle), 0);
+    service->stop();
+    times_out([&] { return vantro_close(handle, "main") == -1; });
+    for (VantroHandle *const each : {handle, other}) { // with a player open, and without
+        EXPECT_EQ(vantro_disconnect(each), 0);
+    }
     service->kill(SIGCONT);
 }
 
@@ -119,9 +124,13 @@ class Managed : public Vantrod {
     const int manager_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };
 
-TEST_F(Managed, TellsWhenItIsReadyAndWhenItEnds) {
+TEST_F(Managed, TellsWhenItIsReadyReadsAgainAndEnds) {
     EXPECT_EQ(Client().result(open_main), 0);
     EXPECT_EQ(next(), "STATUS=1 tracks");
+    service->kill(SIGHUP);
+    const std::string reloading = next();
+    EXPECT_EQ(reloading.rfind("RELOADING=1\nMONOTONIC_USEC=", 0), 0u) << reloading;
+    EXPECT_EQ(next(), "READY=1");
     service->kill(SIGTERM);
     EXPECT_EQ(next(), "STOPPING=1");
     EXPECT_EQ(service->wait(), 0);
@@ -224,7 +233,7 @@ TEST_F(Vantrod, LetsThoseFollowWhoMayConnect) {
         EXPECT_EQ(size > 0 && std::string(list, static_cast<size_t>(size)).find(bytes(other)) !=
                                   std::string::npos,
                   row.listed);
-        service->kill(SIGKILL); // its successor takes over what it leaves, and admits nobody else
+        service->kill(SIGKILL); // the next service reuses what it left, and admits nobody else
         service->wait();
     }
 }

@@ -1,5 +1,6 @@
 // The C++ headers against a service that runs.
 #include <csignal>
+#include <ranges>
 #include <set>
 #include <string>
 #include <vector>
@@ -17,6 +18,13 @@ class Wrapper : public Vantrod {
   protected:
     static constexpr int songs = 230;
 
+    void run() {
+        start({"--music", path_ + "/music"});
+        while (told().rfind("vantrod: scanned", 0) != 0) {
+            ASSERT_FALSE(service->ended());
+        }
+    }
+
     void SetUp() override {
         Vantrod::SetUp();
         const std::filesystem::path music = path_ + "/music";
@@ -26,34 +34,23 @@ class Wrapper : public Vantrod {
             number.insert(0, 3 - number.size(), '0');
             std::filesystem::copy_file(music / "000.flac", music / (number + ".flac"));
         }
-        start({"--music", music});
-        while (told().rfind("vantrod: scanned", 0) != 0) {
-            ASSERT_FALSE(service->ended());
-        }
+        run();
     }
-};
 
-TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
-    Player player = Player::connect("main").or_throw();
-    const List<MediaSource> sources = player.sources().or_throw();
-    ASSERT_EQ(sources.size(), 1u);
-    const int32_t source = sources[0].id;
-    const auto names = [&](auto &&nodes) {
+    // The ids of all nodes of a list, which must be complete.
+    template <typename Nodes>
+    static std::vector<std::string> names(Nodes &&nodes) {
         std::vector<std::string> all;
         for (const MediaNode &node : nodes) {
             all.emplace_back(text(node.id));
         }
         EXPECT_TRUE(nodes.done());
         return all;
-    };
-    const std::vector<std::string> all = names(player.browse(source, "folders"));
-    ASSERT_EQ(all.size(), size_t{songs});
-    EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size());
-    EXPECT_EQ(names(player.browse(source, "folders", 200)),
-              std::vector<std::string>(all.begin() + 200, all.end()));
-    EXPECT_EQ(names(player.search(source, "one", VANTRO_FILTER_TITLE)).size(), all.size());
-    EXPECT_EQ(names(player.search(source, "")).size(), 0u);
-    const auto described = [&](auto &&nodes) {
+    }
+
+    // The same for a list with metadata.
+    template <typename Nodes>
+    static std::vector<std::string> described(Nodes &&nodes) {
         std::vector<std::string> ids;
         for (const DescribedNode entry : nodes) {
             ids.emplace_back(text(entry.node->id));
@@ -62,7 +59,28 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
         }
         EXPECT_TRUE(nodes.done());
         return ids;
-    };
+    }
+
+    static constexpr int32_t source = 1; // the only one
+};
+
+static_assert(std::ranges::contiguous_range<List<MediaNode>>);
+static_assert(std::ranges::input_range<Pages<MediaNode>>);
+static_assert(std::ranges::input_range<Pages<DescribedNode>>);
+static_assert(std::ranges::input_range<Following>);
+
+TEST_F(Wrapper, ListsByPages) {
+    Player player = Player::connect("main").or_throw();
+    const List<MediaSource> sources = player.sources().or_throw();
+    ASSERT_EQ(sources.size(), 1u);
+    ASSERT_EQ(sources[0].id, source);
+    const std::vector<std::string> all = names(player.browse(source, "folders"));
+    ASSERT_EQ(all.size(), size_t{songs});
+    EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size());
+    EXPECT_EQ(names(player.browse(source, "folders", 200)),
+              std::vector<std::string>(all.begin() + 200, all.end()));
+    EXPECT_EQ(names(player.search(source, "one", VANTRO_FILTER_TITLE)).size(), all.size());
+    EXPECT_EQ(names(player.search(source, "")).size(), 0u);
     EXPECT_EQ(described(player.browse_metadata(source, "folders")), all);
     EXPECT_EQ(described(player.search_metadata(source, "one")).size(), all.size());
     ASSERT_TRUE(player.rescan());
@@ -70,7 +88,10 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     ASSERT_EQ(players.size(), 1u);
     EXPECT_STREQ(players[0], "main");
     EXPECT_EQ(player.identity().or_throw().pid, getpid());
+}
 
+TEST_F(Wrapper, TellsWhyAListEnded) {
+    Player player = Player::connect("main").or_throw();
     auto unknown = player.browse(source, std::string(100, 'x'));
     EXPECT_EQ(unknown.begin(), unknown.end());
     ASSERT_FALSE(unknown.done());
@@ -78,6 +99,22 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     EXPECT_EQ(unknown.done().failure().number, ENOENT);
     EXPECT_THROW(unknown.done().or_throw(), Error);
 
+    const std::string first(text(player.browse(source, "folders").begin()->id));
+    auto changing = player.browse_metadata(source, "folders");
+    auto at = changing.begin();
+    test::make_music(path_ + "/music/new.flac", 20'000, {"TITLE=A new one", "ARTIST=Anna"});
+    while (text(player.browse(source, "folders").begin()->id) == first) {
+        ASSERT_FALSE(service->ended());
+    }
+    while (at != changing.end()) {
+        ++at;
+    }
+    EXPECT_EQ(changing.done().failure().why(), Reason::changed);
+}
+
+TEST_F(Wrapper, MakesSessionsAndTellsWhatPlays) {
+    Player player = Player::connect("main").or_throw();
+    const std::vector<std::string> all = names(player.browse(source, "folders"));
     const uint64_t tsid = player.create_session(source, "folders", 229).or_throw();
     EXPECT_EQ(names(player.tracks(tsid)), all);
     EXPECT_EQ(described(player.tracks_metadata(tsid, 5)).size(), all.size() - 5);
@@ -94,9 +131,17 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     EXPECT_STREQ(values[0].get(), "20000");
     EXPECT_EQ(values[1], nullptr);
     EXPECT_EQ(player.session()->length, songs);
+    EXPECT_TRUE(player.destroy_session(tsid));
+    EXPECT_FALSE(player.destroy_session(tsid));
+    EXPECT_EQ(player.state()->state, VANTRO_STATE_IDLE);
     ASSERT_TRUE(player.set_volume(30));
     EXPECT_EQ(player.set_volume(101).failure().number, ERANGE);
     EXPECT_EQ(player.volume()->level, 30);
+    const Status idle = player.status().or_throw();
+    EXPECT_EQ(idle->trksession.type, VANTRO_TRKSESSION_NONE);
+    EXPECT_EQ(idle->index, -1);
+    EXPECT_EQ(idle->volume.level, 30);
+    EXPECT_FALSE(idle->media_node || idle->metadata);
     std::string many;
     for (int i = 0; i < 100'000; ++i) {
         many += "1:" + all[static_cast<size_t>(i) % all.size()] + '\n';
@@ -106,25 +151,6 @@ TEST_F(Wrapper, ListsByPagesAndTellsWhyAListEnded) {
     EXPECT_EQ(player.session()->length, 100'000);
     EXPECT_EQ(player.track().or_throw()->index, 99'999);
     EXPECT_TRUE(player.destroy_session(long_one));
-    EXPECT_TRUE(player.destroy_session(tsid));
-    EXPECT_FALSE(player.destroy_session(tsid));
-    EXPECT_EQ(player.state()->state, VANTRO_STATE_IDLE);
-    const Status idle = player.status().or_throw();
-    EXPECT_EQ(idle->trksession.type, VANTRO_TRKSESSION_NONE);
-    EXPECT_EQ(idle->index, -1);
-    EXPECT_EQ(idle->volume.level, 30);
-    EXPECT_FALSE(idle->media_node || idle->metadata);
-
-    auto changing = player.browse_metadata(source, "folders");
-    auto at = changing.begin();
-    test::make_music(path_ + "/music/new.flac", 20'000, {"TITLE=A new one", "ARTIST=Anna"});
-    while (text(player.browse(source, "folders").begin()->id) == all[0]) {
-        ASSERT_FALSE(service->ended());
-    }
-    while (at != changing.end()) {
-        ++at;
-    }
-    EXPECT_EQ(changing.done().failure().why(), Reason::changed);
     EXPECT_EQ(version(), VANTRO_VERSION);
 }
 
@@ -151,6 +177,28 @@ TEST_F(Wrapper, FollowsUntilTheServiceDies) {
     EXPECT_EQ(events.done().failure().why(), Reason::gone);
     EXPECT_EQ(player.play().failure().why(), Reason::gone);
     EXPECT_EQ(Player::connect().failure().why(), Reason::gone);
+    EXPECT_EQ(player.set_timeout(std::chrono::milliseconds(0)).failure().why(), Reason::invalid);
+}
+
+TEST_F(Wrapper, FollowsTheNextServiceIfAskedTo) {
+    Player player = Player::connect("main", std::chrono::seconds(20)).or_throw();
+    ASSERT_TRUE(player.set_reconnect(true));
+    std::string seen;
+    for (const Event &event : player.follow()) {
+        if (event.object() == "state" && seen.empty()) {
+            seen = "state";
+            service->kill(SIGKILL);
+            service->wait();
+            run();
+        } else if (event.object() == VANTRO_OBJECT_RECONNECTED) {
+            seen += " reconnected";
+        } else if (event.object() == "state") {
+            seen += " state";
+            break;
+        }
+    }
+    EXPECT_EQ(seen, "state reconnected state");
+    EXPECT_TRUE(player.pause());
 }
 
 } // namespace

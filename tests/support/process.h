@@ -21,7 +21,7 @@
 
 namespace vantro::test {
 
-// A user other than 0, for tests of what user 0 would always be allowed.
+// A user other than 0, for tests of what user 0 may always do.
 inline uid_t plain_user() {
     return geteuid() == 0 ? 65534 : geteuid();
 }
@@ -99,6 +99,13 @@ class Process {
 
     pid_t id() const { return pid_; }
     void kill(int number) { ::kill(pid_, number); }
+
+    // A process may answer until its last thread has stopped.
+    void stop() {
+        kill(SIGSTOP);
+        siginfo_t info;
+        waitid(P_PID, static_cast<id_t>(pid_), &info, WSTOPPED);
+    }
 
     // Whether there is output, or its end, within the time.
     bool readable(int ms) const {

@@ -1,5 +1,6 @@
 #include "service/requests/turns.h"
 
+#include <atomic>
 #include <string>
 #include <thread>
 
@@ -11,8 +12,8 @@ namespace vantro::service::requests {
 
 namespace {
 
-// Queues pieces of work while one place is taken. Clients are letters. A piece can queue another
-// one of its client, like a client that asks again.
+// Queues pieces of work while another one is running. Clients are letters. A piece can queue
+// another one of its client, like a client that asks again.
 struct Room {
     Turns turns{1};
     std::string done;
@@ -88,9 +89,28 @@ TEST(Progress, TellsAThreadThatIsStuckFromOneThatGoesOn) {
     EXPECT_FALSE(progress.gets_on()); // at the same piece
     Step::next();
     EXPECT_TRUE(progress.gets_on());
-    std::thread([] { const Step other; }).join(); // idle now
+    for (size_t i = 0; i < 2 * steps_max; ++i) {
+        std::thread([] { const Step other; }).join();
+    }
     Step::next();
     EXPECT_TRUE(progress.gets_on());
+
+    enum { begins, is_stuck, may_end };
+    std::atomic<int> state = begins;
+    std::thread late([&state] {
+        const Step other;
+        state = is_stuck;
+        state.notify_all();
+        state.wait(is_stuck);
+    });
+    state.wait(begins);
+    Step::next();
+    EXPECT_TRUE(progress.gets_on());
+    Step::next();
+    EXPECT_FALSE(progress.gets_on()) << "a thread that started after many others is not watched";
+    state = may_end;
+    state.notify_all();
+    late.join();
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// Players that are back after a restart, however the service ended.
+// Players are restored after a restart, in whichever way the service ended.
 #include <cstdlib>
 #include <random>
 #include <set>
@@ -218,7 +218,8 @@ TEST_F(Restart, BrokenFilesCostNoStart) {
     Player main = open("main");
     ASSERT_TRUE(main.create_session(1, "songs", 4));
     end(SIGTERM);
-    test::write_file(file("position"), "garbage"); // then what came with the session counts
+    // The position in the session's file is used then.
+    test::write_file(file("position"), "garbage");
     run();
     main = open("main");
     EXPECT_EQ(main.track().or_throw()->index, 4);
@@ -240,10 +241,10 @@ TEST_F(Restart, BrokenFilesCostNoStart) {
         }
         return found;
     };
-    EXPECT_TRUE(says("player \"main\" cannot be kept for a restart"));
+    EXPECT_TRUE(says("player \"main\" cannot be saved for a restart"));
     std::filesystem::remove(path_ + "/state/vantro/players");
     ASSERT_TRUE(main.next());
-    EXPECT_TRUE(says("player \"main\" is kept for a restart again"));
+    EXPECT_TRUE(says("player \"main\" is saved for a restart again"));
     EXPECT_TRUE(std::filesystem::exists(file("session")));
 }
 
