@@ -1,6 +1,11 @@
 # fish completion for vantroctl. Commands and options are those that --help prints; nodes, sources and
 # players are asked for, with a time limit: a service that does not answer must not hold up the shell.
 
+# Only the output within this time is used.
+function __vantroctl_seconds
+    set -q _vantroctl_seconds; and echo $_vantroctl_seconds; or echo 0.045
+end
+
 function __vantroctl_command
     set -l skip 0
     for word in (commandline -opc)[2..-1]
@@ -35,7 +40,7 @@ function __vantroctl_nodes
             and set list --limit 1000 $parts[1]:$tops[$at]
         end
     end
-    timeout 0.045 vantroctl browse $list 2>/dev/null </dev/null | cut -f1,4
+    timeout (__vantroctl_seconds) vantroctl browse $list 2>/dev/null </dev/null | cut -f1,4
 end
 
 function __vantroctl_candidates
@@ -49,7 +54,7 @@ function __vantroctl_candidates
             printf '%s\n' auto always never
             return
         case --source
-            timeout 0.045 vantroctl sources 2>/dev/null </dev/null | string replace -r ':.*' ''
+            timeout (__vantroctl_seconds) vantroctl sources 2>/dev/null </dev/null | string replace -r ':.*' ''
             return
         case --timeout --limit --offset --depth --index --format
             return
@@ -61,7 +66,7 @@ function __vantroctl_candidates
     else
         switch $command
             case delete-playlist
-                timeout 0.045 vantroctl playlists 2>/dev/null </dev/null | cut -f4
+                timeout (__vantroctl_seconds) vantroctl playlists 2>/dev/null </dev/null | cut -f4
             case shuffle
                 printf '%s\n' on off toggle
             case repeat

@@ -1,4 +1,4 @@
-// vantro-grantor: says which user or group holds which capability, by a policy file.
+// vantro-grantor: answers which user or group holds which capability, by a policy file.
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -53,11 +53,11 @@ std::optional<Policy> load(const std::string &path) {
     return policy;
 }
 
-// Turns signals into pulses on the device's channel, in a thread of its own. Without the thread a
+// Turns signals into pulses on the device's channel, in a separate thread. Without that thread, a
 // signal between the check and the receive would wait until the next client writes.
 class Signals {
   public:
-    // To be made before any other thread starts, so that all threads have the signals blocked.
+    // Must be made before any other thread starts, so that all threads have the signals blocked.
     Signals() {
         sigemptyset(&set_);
         for (const int number : {SIGHUP, SIGTERM, SIGINT}) {
@@ -77,7 +77,7 @@ class Signals {
                 int number = 0;
                 sigwait(&set_, &number);
                 (number == SIGHUP ? reload_ : stop_) = true;
-                // Where the queue is full it holds such a pulse already, and one is enough.
+                // If the queue is full, it holds such a pulse already, and one is enough.
                 pulse_send(connection, 0, GRANTOR_PULSE_SIGNAL, 0);
             }
         });
@@ -138,15 +138,16 @@ int run(const Options &options) {
 
 int parse_and_run(int argc, char **argv) {
     Options options;
-    CLI::App app("Serves " + std::string(grantor_path) +
-                     ": answers which capabilities a user or group holds.\n"
-                     "SIGHUP reads the policy again; a bad one leaves the previous in force.",
-                 "vantro-grantor");
+    CLI::App app(
+        "Serves " + std::string(grantor_path) +
+            ": answers which capabilities a user or group holds.\n"
+            "SIGHUP reads the policy again; if it is invalid, the previous one stays in force.",
+        "vantro-grantor");
     app.set_version_flag("--version", "vantro-grantor " VANTRO_VERSION);
     app.add_option("--policy", options.policy, "File of rules, such as \"uid:1000 audio net\"")
         ->type_name("FILE")
         ->required();
-    app.add_option("--perms", options.perms, "Who may ask: permission bits, octal")
+    app.add_option("--perms", options.perms, "Permission bits of the device, octal")
         ->type_name("OCTAL")
         ->capture_default_str()
         ->check([](const std::string &text) {
@@ -155,8 +156,8 @@ int parse_and_run(int argc, char **argv) {
             return octal && std::stoul(text, nullptr, 8) <= 0777 ? ""
                                                                  : "permission bits are 0 to 0777";
         });
-    app.add_option("--uid", options.uid, "Owner of the device; else the effective user");
-    app.add_option("--gid", options.gid, "Group of the device; else the effective group");
+    app.add_option("--uid", options.uid, "Owner of the device; default: the effective user");
+    app.add_option("--gid", options.gid, "Group of the device; default: the effective group");
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &asked) { // For --help or --version.

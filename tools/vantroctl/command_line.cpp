@@ -21,16 +21,17 @@ namespace vantro::ctl {
 namespace {
 
 constexpr const char *footer = R"(Nodes:
-  Listings print each node as SOURCE:ID, one word to be pasted after browse, load
-  and info; "1:" is the top of source 1. An ID alone is of --source, or of the only
-  source there is.
+  Listings print each node as SOURCE:ID, one word that can be pasted after browse,
+  load and info; "1:" is the top of source 1. An ID alone belongs to the source of
+  --source, or to the only source.
 
 Output:
-  On a terminal tables and screens that fit it, through $PAGER where they are
-  longer; elsewhere plain lines, columns separated by tabs. Commands print nothing
-  when they succeed, but next, previous, jump and play N what plays then, which
-  --quiet leaves out. A failure is one line on standard error. --json prints one
-  object a run, and watch one an event. docs/vantroctl.md describes all of it.
+  On a terminal, lists are tables that fit it, and go through $PAGER if they are
+  longer than the screen. Elsewhere each entry is a line, its columns separated by
+  tabs. Commands print nothing if they succeed, except next, previous, jump and
+  play N, which print the new current track unless --quiet is given. A failure is
+  one line on standard error. --json prints one object a run; watch prints one for
+  each event. docs/vantroctl.md describes everything.
 
 Exit codes:
   0 done   1 failed   2 usage   3 no service or player   4 denied
@@ -39,7 +40,7 @@ Exit codes:
 constexpr double timeout_max_s = 86400;
 constexpr size_t player_name_max = 31;
 
-// Levels of a tree where --depth is not given: enough to see what there is, on one screen.
+// Levels of a tree if --depth is not given: enough for an overview on one screen.
 constexpr int depth_default = 2;
 // A service may list a node below itself.
 constexpr int depth_max = 64;
@@ -81,24 +82,37 @@ void CommandLine::parse(int argc, char **argv) {
     try {
         app_.parse(argc, argv);
     } catch (const CLI::RequiredError &) {
-        // The parser reports that a command is missing before it reports a word that is no command.
-        const std::vector<std::string> words = app_.remaining();
-        if (!app_.get_subcommands().empty() || words.empty()) {
+        // The parser reports a missing command before it reports a word that is not a command.
+        if (!app_.get_subcommands().empty()) {
             throw;
         }
-        throw CLI::ValidationError(fmt::format("\"{}\" is not a command", words.front()));
+        const std::vector<std::string> words = app_.remaining();
+        throw CLI::ValidationError(
+            words.empty()
+                ? "a command is missing"
+                : fmt::format("\"{}\" is not {}", words.front(),
+                              words.front().starts_with('-') ? "an option" : "a command"));
+    } catch (const CLI::ExtrasError &) {
+        // The words are in the parser's own order. Report an option first: the words after it may
+        // be its arguments.
+        const std::vector<std::string> words = app_.remaining(true);
+        const auto option = std::find_if(words.begin(), words.end(), [](const std::string &word) {
+            return word.starts_with('-');
+        });
+        throw CLI::ValidationError(fmt::format("{} does not take \"{}\"", verb(),
+                                               option == words.end() ? words.front() : *option));
     }
     std::vector<std::string> &players = options_.players;
     if (players.size() > 1 && verb() != "watch") {
-        throw CLI::ValidationError("--player: only watch takes several");
+        throw CLI::ValidationError("--player: only watch accepts several players");
     }
     if (options_.live && options_.list.json) {
-        throw CLI::ValidationError("--live and --json: it is a screen or objects");
+        throw CLI::ValidationError("--live and --json exclude each other: leave one out");
     }
     read_wait();
     read_format();
     for (auto player = players.begin();
-         player != players.end();) { // Each once, in the order given.
+         player != players.end();) { // Each player once, in the order given.
         const bool again = std::find(players.begin(), player, *player) != player;
         player = again ? players.erase(player) : player + 1;
     }
@@ -111,7 +125,7 @@ void CommandLine::read_wait() {
     if (text.empty() || text == "false") {
         return;
     }
-    double seconds = 0; // Without a value the tool waits for ever.
+    double seconds = 0; // Without a value the tool waits without limit.
     if (text != "true" && (!CLI::detail::lexical_cast(text, seconds) ||
                            !(seconds >= 0 && seconds <= timeout_max_s))) {
         throw CLI::ValidationError(
@@ -127,8 +141,8 @@ void CommandLine::read_format() {
         return;
     }
     if (options_.list.json || options_.live) {
-        throw CLI::ValidationError(
-            fmt::format("--format and {}: it is one of them", options_.live ? "--live" : "--json"));
+        throw CLI::ValidationError(fmt::format("--format and {} exclude each other: leave one out",
+                                               options_.live ? "--live" : "--json"));
     }
     try {
         options_.list.format = Template(
@@ -143,7 +157,7 @@ void CommandLine::read_format() {
 
 void CommandLine::add_global_options() {
     app_.add_option("--player", options_.players,
-                    "Name of the player; watch takes this several times")
+                    "Name of the player; watch accepts it several times")
         ->type_name("NAME")
         ->allow_extra_args(false) // The word after the name is not a second name.
         ->default_str("main")
@@ -153,7 +167,7 @@ void CommandLine::add_global_options() {
                        : std::string();
         });
     app_.add_option("--timeout", options_.client.timeout_s,
-                    "Seconds to wait for each answer of the service; 0 waits for ever")
+                    "Seconds to wait for each answer of the service; 0: no limit")
         ->type_name("SECONDS")
         ->capture_default_str()
         ->check([](const std::string &text) {
@@ -164,7 +178,7 @@ void CommandLine::add_global_options() {
                        : fmt::format("a time limit is 0 to {} seconds", timeout_max_s);
         });
     app_.add_flag("--wait", options_.wait,
-                  "Wait until a service is there; --wait=SECONDS so long at most");
+                  "Wait until a service runs; with =SECONDS, at most that long");
     app_.add_option_function<std::string>(
             "--source",
             [this](const std::string &text) { options_.list.source = parse_source(text); },
@@ -174,47 +188,56 @@ void CommandLine::add_global_options() {
             return parse_source(text) ? "" : "a source is a number; vantroctl sources lists them";
         });
     app_.add_flag("--json", options_.list.json,
-                  "Print one JSON object, whatever happens; watch: one an event");
+                  "Print one JSON object, also on failure; watch: one per event");
     app_.add_option_function<std::string>(
             "--color",
             [](const std::string &text) {
                 set_colour_mode(parse_colour_mode(text).value_or(ColourMode::automatic));
             },
-            "Show what plays and what is wrong in colour: auto, always or never")
+            "Highlight the current track and errors: auto, always or never")
         ->type_name("WHEN")
         ->check([](const std::string &text) {
-            return parse_colour_mode(text) ? "" : "colours are shown auto, always or never";
+            return parse_colour_mode(text) ? "" : "the value is auto, always or never";
         });
     app_.add_flag_callback(
-        "--no-pager", [this] { options_.list.pager = false; },
-        "Print long lists straight to the terminal");
-    app_.add_flag("-q,--quiet", options_.quiet, "Print nothing where a command succeeds");
+        "--no-pager", [this] { options_.list.pager = false; }, "Print long lists without a pager");
+    app_.add_flag("-q,--quiet", options_.quiet, "Print nothing if a command succeeds");
     app_.add_flag("-v,--verbose", options_.verbose, "Show the library's log on standard error");
 }
 
 void CommandLine::add_commands() {
-    with_format(*app_.add_subcommand("status", "Show what the player is doing"));
-    with_format(*app_.add_subcommand("players", "List the players, with what each is doing"));
-    app_.add_subcommand("doctor", "Look whether all is well, and say how to mend what is not");
-    app_.add_subcommand("whoami", "Show the user, groups and capabilities that the service sees");
+    with_format(
+        *app_.add_subcommand("status", "Show the state, the track and the modes of the player"));
+    with_format(
+        *app_.add_subcommand("players", "List the players, with the state and the track of each"));
+    app_.add_subcommand("doctor", "Check the service and the player, and say how to mend faults");
+    app_.add_subcommand(
+        "whoami", "Show this program's user, groups and capabilities as the service sees them");
     with_format(*app_.add_subcommand("current", "Show the current track in one line"));
-    with_format(*app_.add_subcommand("queued", "Show the track that follows it"));
-    app_.add_subcommand("play", "Play, or play on; or go to a track and play")
-        ->add_option("N", options_.track, "Its number, as tracks shows it")
-        ->type_name("")
-        ->check(whole_number(1));
-    app_.add_subcommand("pause", "Hold the position");
-    app_.add_subcommand("toggle", "Play if it does not, else hold the position");
+    with_format(*app_.add_subcommand("queued", "Show the track after the current one in one line"));
+    CLI::App &play =
+        *app_.add_subcommand("play", "Start or resume playing; or go to a track and play");
+    CLI::Option *number = play.add_option("N", options_.track, "Its number, as tracks shows it")
+                              ->type_name("")
+                              ->check(whole_number(1));
+    play.add_option("--search", options_.words, "Go to the first track that contains all the words")
+        ->type_name("WORD...")
+        ->excludes(number);
+    app_.add_subcommand("pause", "Pause");
+    app_.add_subcommand("toggle", "Pause if the player plays, else play");
     app_.add_subcommand("stop", "Stop");
     app_.add_subcommand("next", "Go to the next track");
     app_.add_subcommand("previous", "Go to the previous track");
-    with_argument("seek", "Go to a position: 83, 1:23, 1:02:03.5, 50%; +10 and -10 from here",
+    with_argument("seek", "Go to a position: 83, 1:23, 1:02:03.5, 50%; +10 and -10% from here",
                   "POSITION")
         ->check([](const std::string &text) {
             return parse_seek(text) || parse_percent(text)
                        ? ""
-                       : "a position is 83, 1:23, 1:02:03.5, 50%, +10 or -1:30";
+                       : "a position is 83, 1:23, 1:02:03.5, 50%, +10, -1:30 or +5%";
         });
+    app_.get_subcommand("seek")->add_flag(
+        "--through", options_.through,
+        "POSITION is a time to go forward or back by, if necessary into other tracks");
     with_argument("rate", "Set the playback rate; 1 is normal speed", "RATE")
         ->check([](const std::string &text) {
             return parse_rate(text) ? "" : "a rate is a number, such as 1 or 1.5";
@@ -225,7 +248,7 @@ void CommandLine::add_commands() {
         ->check([](const std::string &text) {
             return parse_volume(text) ? "" : "a volume is 0 to 100, +5, -5, mute or unmute";
         });
-    with_argument("shuffle", "Play in random order or not: on, off, toggle; or show it",
+    with_argument("shuffle", "Play in random order: on, off, toggle; or show the mode",
                   "on|off|toggle")
         ->required(false)
         ->check([](const std::string &text) {
@@ -233,7 +256,8 @@ void CommandLine::add_commands() {
                        ? ""
                        : "shuffle takes on, off or toggle";
         });
-    with_argument("repeat", "Repeat nothing, everything or one track: off, all, one; or show it",
+    with_argument("repeat",
+                  "Repeat nothing, everything or one track: off, all, one; or show the mode",
                   "off|all|one|toggle")
         ->required(false)
         ->check([](const std::string &text) {
@@ -244,8 +268,8 @@ void CommandLine::add_commands() {
 
 void CommandLine::add_watch() {
     with_format(
-        *app_.add_subcommand("watch", "Show what the player does, a line as each thing happens"))
-        .add_flag("--live", options_.live, "Draw one screen instead, which q leaves");
+        *app_.add_subcommand("watch", "Print the player's state, then a line for each event"))
+        .add_flag("--live", options_.live, "Draw one screen instead; q ends it");
 }
 
 void CommandLine::add_lists() {
@@ -253,14 +277,14 @@ void CommandLine::add_lists() {
         return command.add_option("NODE", options_.node, "As listings print it")->type_name("");
     };
     app_.add_subcommand("sources", "List the media sources");
-    app_.add_subcommand("rescan", "Have the service look at all of its music again");
+    app_.add_subcommand("rescan", "Make the service scan all of its music again");
 
     CLI::App &browse =
-        with_range(*app_.add_subcommand("browse", "List what is below a node, or at the top"));
+        with_range(*app_.add_subcommand("browse", "List the entries of a node, or the top"));
     add_node(browse);
     CLI::Option *tree = browse.add_flag_callback(
         "--tree", [this] { options_.list.depth = std::max(options_.list.depth, depth_default); },
-        "Show it as a tree");
+        "Show the levels below too, as a tree");
     browse
         .add_option("--depth", options_.list.depth,
                     fmt::format("Levels of the tree, {} unless given", depth_default))
@@ -269,18 +293,18 @@ void CommandLine::add_lists() {
         ->needs(tree);
 
     CLI::App &search =
-        with_range(*app_.add_subcommand("search", "Find words, or their beginnings"));
-    search.add_option("TERM", options_.words, "Words, all of which must be found")
+        with_range(*app_.add_subcommand("search", "Find artists, albums and songs by words"));
+    search.add_option("TERM", options_.words, "Words, or beginnings of words; all must be found")
         ->type_name("")
         ->required();
     for (const char *filter : {VANTRO_FILTER_ARTIST, VANTRO_FILTER_ALBUM, VANTRO_FILTER_TITLE,
                                VANTRO_FILTER_GENRE, VANTRO_FILTER_COMPOSER}) {
         search.add_flag_callback(
             fmt::format("--{}", filter), [this, filter] { set_filter(filter); },
-            fmt::format("Look for the {} only", filter));
+            fmt::format("Search by {} only", filter));
     }
 
-    with_range(*app_.add_subcommand("tracks", "List the tracks that the player works through"));
+    with_range(*app_.add_subcommand("tracks", "List the player's tracks"));
 
     app_.add_subcommand("jump", "Go to a track")
         ->add_option("N", options_.number, "Its number, as tracks shows it")
@@ -288,9 +312,10 @@ void CommandLine::add_lists() {
         ->required()
         ->check(whole_number(1));
 
-    CLI::App &info = *app_.add_subcommand("info", "Show what is known of a node");
+    CLI::App &info = *app_.add_subcommand("info", "Show the metadata of a node");
     add_node(info)->required();
-    info.add_option("KEY", options_.words, "What to show; everything unless given")->type_name("");
+    info.add_option("KEY", options_.words, "The keys to show. Default: all that have a value")
+        ->type_name("");
 }
 
 void CommandLine::add_queue() {
@@ -298,13 +323,14 @@ void CommandLine::add_queue() {
         command
             .add_option(
                 "NODE", options_.nodes,
-                "As listings print it, or - for those on standard input; several may follow")
+                "As listings print it, or - for the nodes on standard input; may be repeated")
             ->type_name("")
             ->required();
         command.add_flag("--search", options_.search,
-                         "Take the words for a search instead, and the songs that it finds");
+                         "Search for the arguments as words, and take the songs found");
     };
-    CLI::App &load = *app_.add_subcommand("load", "Give the player the songs of nodes to play");
+    CLI::App &load =
+        *app_.add_subcommand("load", "Replace the player's tracks by the songs of nodes");
     add_nodes(load);
     load.add_flag("--play", options_.play, "Play at once");
     load.add_option("--index", options_.number, "Number of the song to begin with, from 1")
@@ -314,12 +340,12 @@ void CommandLine::add_queue() {
     add_nodes(*app_.add_subcommand("add", "Add the songs of nodes after all tracks"));
     add_nodes(*app_.add_subcommand("insert", "Add the songs of nodes after the current track"));
 
-    app_.add_subcommand("remove", "Take tracks away: 3, or 3-7, or several of these")
+    app_.add_subcommand("remove", "Remove tracks: 3, or 3-7, or several of these")
         ->add_option("N[-M]", options_.words, "Their numbers, as tracks shows them")
         ->type_name("")
         ->required()
         ->check([](const std::string &text) {
-            return parse_track_range(text) ? "" : "tracks are 3 or 3-7";
+            return parse_track_range(text) ? "" : "write tracks as 3 or 3-7";
         });
 
     CLI::App &move = *app_.add_subcommand("move", "Move a track to another place");
@@ -327,36 +353,38 @@ void CommandLine::add_queue() {
         ->type_name("")
         ->required()
         ->check(whole_number(1));
-    move.add_option("M", options_.to, "The number that it is to have")
+    move.add_option("M", options_.to, "Its new number")
         ->type_name("")
         ->required()
         ->check(whole_number(1));
 
-    app_.add_subcommand("crop", "Take all tracks away but the current one");
-    app_.add_subcommand("clear", "Leave the player without tracks");
+    app_.add_subcommand("mix",
+                        "Put all tracks except the current one into a random order after it");
+    app_.add_subcommand("crop", "Remove all tracks except the current one");
+    app_.add_subcommand("clear", "Remove all tracks");
 }
 
 void CommandLine::add_playlists() {
     with_range(*app_.add_subcommand("playlists", "List the saved playlists"));
     with_argument("save", "Save the player's tracks as a playlist", "NAME");
     app_.get_subcommand("save")->add_flag("--replace", options_.replace,
-                                          "In place of the playlist of that name");
+                                          "Replace an existing playlist of that name");
     with_argument("delete-playlist", "Delete a saved playlist", "NAME");
 }
 
 void CommandLine::set_filter(const char *filter) {
     if (!options_.filter.empty() && options_.filter != filter) {
-        throw CLI::ValidationError(
-            fmt::format("--{} and --{}: a search is for one of them", options_.filter, filter));
+        throw CLI::ValidationError(fmt::format("--{} and --{} exclude each other: leave one out",
+                                               options_.filter, filter));
     }
     options_.filter = filter;
 }
 
 CLI::App &CommandLine::with_range(CLI::App &command) {
-    command.add_option("--limit", options_.list.limit, "Most entries to show")
+    command.add_option("--limit", options_.list.limit, "Show at most N entries")
         ->type_name("N")
         ->check(whole_number(1));
-    command.add_option("--offset", options_.list.offset, "Entries to leave out at the start")
+    command.add_option("--offset", options_.list.offset, "Skip the first N entries")
         ->type_name("N")
         ->check(whole_number(0));
     return with_format(command);

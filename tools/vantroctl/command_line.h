@@ -1,4 +1,4 @@
-// What the tool is told on its command line.
+// The tool's command line.
 #ifndef VANTRO_TOOLS_VANTROCTL_COMMAND_LINE_H
 #define VANTRO_TOOLS_VANTROCTL_COMMAND_LINE_H
 
@@ -20,17 +20,18 @@ struct Options {
     std::string argument; // Of a command that takes one.
     std::optional<std::string> node;
     std::vector<std::string> nodes; // Of verbs that take several.
-    std::vector<std::string> words; // Of a search; keys of info; ranges of tracks.
+    std::vector<std::string> words; // To search for, also among tracks; keys of info; track ranges.
     std::string filter;
-    std::string wait;             // What --wait was given: "" if it was not.
+    std::string wait;             // The value of --wait; "" if the option is absent.
     std::string format;           // A template, of verbs that take one.
     int32_t number = 1;           // Of a track, from 1.
-    int32_t to = 1;               // The same, of where it goes.
+    int32_t to = 1;               // The track's new number, from 1.
     std::optional<int32_t> track; // To play, from 1.
     bool play = false;
     bool replace = false;
+    bool through = false;                        // Seek into other tracks too.
     bool search = false;                         // Nodes are words to be searched for.
-    std::vector<std::string> players = {"main"}; // More than one only of watch.
+    std::vector<std::string> players = {"main"}; // More than one only for watch.
     bool live = false;
     bool quiet = false;
     bool verbose = false; // Show the library's log on standard error.

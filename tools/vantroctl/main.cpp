@@ -1,7 +1,8 @@
-// vantroctl: tells a player what to do, and shows what it is doing and what there is to play.
+// vantroctl: controls a player, shows its state, and lists the music of the service.
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -26,6 +27,7 @@
 #include "tools/vantroctl/verbs/players.h"
 #include "tools/vantroctl/verbs/playlists.h"
 #include "tools/vantroctl/verbs/queue.h"
+#include "tools/vantroctl/verbs/track_choice.h"
 #include "tools/vantroctl/watch/watch.h"
 
 namespace {
@@ -46,7 +48,7 @@ void show_status(Client &client, const std::string &verb, const ListOptions &lis
     }
 }
 
-// @return whether the verb is one that shows something, and changes nothing.
+// @return whether the verb only shows something; such a verb changes nothing.
 bool show(Client &client, const std::string &verb, const Options &options) {
     const ListOptions &list = options.list;
     if (verb == "status" || verb == "current") {
@@ -71,25 +73,70 @@ bool show(Client &client, const std::string &verb, const Options &options) {
     return true;
 }
 
+// The usual forms of a verb that changes something.
+template <CommandResult (*run)(Client &)>
+CommandResult alone(Client &client, const Options &) {
+    return run(client);
+}
+template <CommandResult (*run)(Client &, const std::string &)>
+CommandResult with_argument(Client &client, const Options &options) {
+    return run(client, options.argument);
+}
+
+// The verbs that change something, except the playback commands without arguments.
+constexpr struct {
+    std::string_view verb;
+    CommandResult (*carry_out)(Client &client, const Options &options);
+} changing_verbs[] = {
+    {"play",
+     [](Client &client, const Options &options) {
+         return options.track            ? run_play(client, *options.track)
+                : !options.words.empty() ? run_play_found(client, options.words)
+                                         : run_plain(client, "play");
+     }},
+    {"seek",
+     [](Client &client, const Options &options) {
+         return options.through ? run_seek_through(client, options.argument)
+                                : run_seek(client, options.argument);
+     }},
+    {"jump",
+     [](Client &client, const Options &options) { return run_jump(client, options.number); }},
+    {"rate", with_argument<run_rate>},
+    {"shuffle", with_argument<run_shuffle>},
+    {"repeat", with_argument<run_repeat>},
+    {"volume", with_argument<run_volume>},
+    {"load",
+     [](Client &client, const Options &options) {
+         return run_load(client, options.list, {options.nodes, options.search}, options.number,
+                         options.play);
+     }},
+    {"add",
+     [](Client &client, const Options &options) {
+         return run_add(client, options.list, "add", {options.nodes, options.search});
+     }},
+    {"insert",
+     [](Client &client, const Options &options) {
+         return run_add(client, options.list, "insert", {options.nodes, options.search});
+     }},
+    {"remove",
+     [](Client &client, const Options &options) { return run_remove(client, options.words); }},
+    {"move", [](Client &client,
+                const Options &options) { return run_move(client, options.number, options.to); }},
+    {"mix", alone<run_mix>},
+    {"crop", alone<run_crop>},
+    {"clear", alone<run_clear>},
+    {"save",
+     [](Client &client, const Options &options) {
+         return run_save(client, options.argument, options.replace);
+     }},
+    {"delete-playlist", with_argument<run_delete_playlist>},
+};
+
 CommandResult carry_out(Client &client, const std::string &verb, const Options &options) {
-    const ListOptions &list = options.list;
-    const QueueNodes wanted{options.nodes, options.search};
-    return verb == "seek"      ? run_seek(client, options.argument)
-           : verb == "rate"    ? run_rate(client, options.argument)
-           : verb == "shuffle" ? run_shuffle(client, options.argument)
-           : verb == "repeat"  ? run_repeat(client, options.argument)
-           : verb == "volume"  ? run_volume(client, options.argument)
-           : verb == "jump"    ? run_jump(client, options.number)
-           : verb == "load"    ? run_load(client, list, wanted, options.number, options.play)
-           : verb == "add" || verb == "insert" ? run_add(client, list, verb, wanted)
-           : verb == "remove"                  ? run_remove(client, options.words)
-           : verb == "move"                    ? run_move(client, options.number, options.to)
-           : verb == "crop"                    ? run_crop(client)
-           : verb == "clear"                   ? run_clear(client)
-           : verb == "play" && options.track   ? run_play(client, *options.track)
-           : verb == "save"                    ? run_save(client, options.argument, options.replace)
-           : verb == "delete-playlist"         ? run_delete_playlist(client, options.argument)
-                                               : run_plain(client, verb);
+    const auto *const found = std::find_if(std::begin(changing_verbs), std::end(changing_verbs),
+                                           [&verb](const auto &each) { return each.verb == verb; });
+    return found != std::end(changing_verbs) ? found->carry_out(client, options)
+                                             : run_plain(client, verb);
 }
 
 // The mode, if the command only asks for it.
@@ -139,7 +186,7 @@ Outcome run(const std::string &verb, const Options &options) {
     return Outcome::done;
 }
 
-// Also looked for here, because an error of the command line is reported in colour too.
+// The option is also searched for here, because errors of the command line are in colour too.
 ColourMode colour_mode_in(int argc, char **argv) {
     constexpr std::string_view option = "--color";
     for (int i = 1; i < argc; ++i) {
@@ -184,7 +231,7 @@ Outcome parse_and_run(int argc, char **argv, Options &options) {
 
 int main(int argc, char **argv) {
     prepare_output();
-    // Also looked for here, because an error of the command line is reported as JSON too.
+    // The option is also searched for here, because errors of the command line are JSON too.
     const bool json = std::any_of(
         argv, argv + argc, [](const char *word) { return std::string_view(word) == "--json"; });
     set_colour_mode(colour_mode_in(argc, argv));

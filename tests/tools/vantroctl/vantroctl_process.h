@@ -2,6 +2,7 @@
 #ifndef VANTRO_TESTS_TOOLS_VANTROCTL_VANTROCTL_PROCESS_H
 #define VANTRO_TESTS_TOOLS_VANTROCTL_VANTROCTL_PROCESS_H
 
+#include <algorithm>
 #include <memory>
 
 #include <pty.h>
@@ -46,7 +47,10 @@ class Vantroctl : public test::RuntimeDirectory {
 
     // Returns once its music is read.
     void start_vantrod(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {VANTROD, "--audio", "clock"});
+        arguments.insert(arguments.begin(), VANTROD);
+        if (std::find(arguments.begin(), arguments.end(), "--audio") == arguments.end()) {
+            arguments.insert(arguments.end(), {"--audio", "clock"});
+        }
         vantrod_ = std::make_unique<test::Process>(arguments);
         std::string line = vantrod_->line();
         while (!line.empty() && line.find("vantrod: scanned") != 0) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <ctime>
+#include <iterator>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -16,11 +17,11 @@
 namespace vantro::ctl {
 namespace {
 
-// If a name in a tree would be narrower than this, the reference moves to a line of its own.
+// If a name in a tree would be narrower than this, the reference moves to a separate line.
 constexpr int tree_name_columns_min = 12;
 // Beyond this, deeper levels of a tree are not indented further.
 constexpr int indent_columns_max = 64;
-// If values would be narrower than this beside their keys, they stand below them.
+// If values would be narrower than this beside their keys, they stand below the keys.
 constexpr int value_columns_min = 24;
 
 template <size_t size>
@@ -117,8 +118,15 @@ const char *source_status_name(int32_t status) {
 }
 
 const char *error_name(int32_t code) {
-    static constexpr const char *names[] = {"unknown", "gone", "unreadable", "damaged"};
+    static constexpr const char *names[] = {"unknown", "gone", "unreadable", "damaged", "output"};
     return name_in(names, code);
+}
+
+const char *error_words(int32_t code) {
+    static constexpr const char *words[] = {
+        "unknown reason", "the file does not exist any more", "the file cannot be read",
+        "the contents of the file cannot be played", "the audio output cannot be used"};
+    return words[code > 0 && code < static_cast<int32_t>(std::size(words)) ? code : 0];
 }
 
 std::vector<std::string> capability_names(uint64_t capabilities) {

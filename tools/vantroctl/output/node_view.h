@@ -1,4 +1,4 @@
-// How nodes, sources and values are shown.
+// Texts and tables for nodes, sources and values.
 #ifndef VANTRO_TOOLS_VANTROCTL_OUTPUT_NODE_VIEW_H
 #define VANTRO_TOOLS_VANTROCTL_OUTPUT_NODE_VIEW_H
 
@@ -17,16 +17,20 @@ const char *node_type_name(int32_t type);
 const char *source_type_name(int32_t type);
 const char *source_status_name(int32_t status);
 
-// The code of an error that stopped a player: "gone", "unreadable", "damaged", or "unknown".
+// The code of an error that stopped a player: "gone", "unreadable", "damaged",
+// "output", or "unknown".
 const char *error_name(int32_t code);
+
+// The same as a text for users.
+const char *error_words(int32_t code);
 
 // "browse", "search" and so on, for each bit that has a name.
 std::vector<std::string> capability_names(uint64_t capabilities);
 
-// The reference that names a node; "" for a song that is gone, which has none any more.
+// The reference that names a node; "" for a song that is gone, which has no reference.
 std::string node_ref(const Node &node);
 
-// Tables; `width` as Table takes it. A row belongs to the table of its kind.
+// Tables; `width` is that of Table. Each kind of row belongs to its own kind of table.
 Table node_table(std::optional<int> width);
 Table::Row node_row(const Node &node, std::optional<int> width);
 

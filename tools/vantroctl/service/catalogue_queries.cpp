@@ -57,7 +57,7 @@ constexpr const char *known_keys[] = {
     VANTRO_KEY_LYRICS, // Last, because they are long.
 };
 
-// A text from elsewhere, cut for an error of one line.
+// A foreign text, cut to fit an error of one line.
 std::string shortened(std::string_view clean) {
     return clip_text(clean, 80);
 }
@@ -79,7 +79,7 @@ struct Records {
 
 using NodeRecords = Records<MediaNode, vantro_free_media_nodes>;
 
-// The values of the keys that the node has. @return why the service refused, or 0.
+// The values of those keys that the node has. @return the service's reason for refusing, or 0.
 int32_t ask_values(Client &client, const Place &place, const std::vector<std::string> &keys,
                    Values &values) {
     std::vector<const char *> wanted;
@@ -101,7 +101,7 @@ int32_t ask_values(Client &client, const Place &place, const std::vector<std::st
     return reason;
 }
 
-// The record's value for a key. Every service has the record, but not every one knows the keys.
+// The record's value for a key. Every service has the record, but not every service knows the keys.
 std::string record_value(const Metadata &record, std::string_view key) {
     const struct {
         std::string_view key;
@@ -133,14 +133,14 @@ std::optional<Source> find_source(Client &client, int32_t id) {
     return source != sources.end() ? std::optional(*source) : std::nullopt;
 }
 
-// What an error adds if songs are missing but may still be found.
+// The addition to an error if the missing songs may still be found.
 std::string if_scanning(const Source &source) {
     return source.status == VANTRO_SOURCE_SCANNING
                ? fmt::format("; source {} is still being scanned, try again later", source.id)
                : "";
 }
 
-// Says why a query about a place failed. @param index of the song that was asked for.
+// Throws the reason for which a query about a place failed. @param index of the requested song.
 [[noreturn]] void fail_at(Client &client, const std::string &verb, const Place &place,
                           int32_t reason, int32_t index = 0) {
     if (reason != ENOENT && reason != ENODATA && reason != ERANGE) {
@@ -179,7 +179,7 @@ std::optional<int32_t> find_scanning(Client &client, const std::vector<Place> &p
     return std::nullopt;
 }
 
-// Several nodes as the service takes them.
+// Several nodes in the form of the service's requests.
 std::string node_lines(const std::vector<Place> &places) {
     std::string lines;
     for (const Place &place : places) {
@@ -188,7 +188,8 @@ std::string node_lines(const std::vector<Place> &places) {
     return lines;
 }
 
-// Says why a session was refused. The service does not say which of several nodes is to blame.
+// Throws the reason for which a session was refused. The service does not say which of several
+// nodes is the cause.
 [[noreturn]] void explain_refused(Client &client, const NewSession &wanted, int32_t reason) {
     if (wanted.places.size() == 1 && reason != EMSGSIZE) {
         fail_at(client, wanted.verb, wanted.places.front(), reason, wanted.index);
@@ -218,7 +219,8 @@ struct NodePage {
     Records<Metadata, vantro_free_metadata> metadata;
 };
 
-// @param plain, described the same list without and with metadata. @return as Client::ask().
+// @param plain, described the same list without and with metadata. @return the result of
+//     Client::ask().
 int32_t ask_page(Client &client, const std::string &verb, int32_t count, NodePage &page,
                  const Client::Call &described, const Client::Call &plain) {
     page.nodes.count = count;
@@ -317,7 +319,7 @@ std::vector<Node> tracks_page(Client &client, uint64_t session, int32_t offset, 
                                                 &page.nodes.first);
         });
     if (reason == ENOENT) {
-        throw Failure(Outcome::not_found, "the session has ended meanwhile; try again");
+        throw Failure(Outcome::not_found, "the session has ended in the meantime; try again");
     }
     if (reason != 0) {
         throw refusal("tracks", reason);
@@ -373,7 +375,7 @@ Values get_known_values(Client &client, const Place &place) {
 
 LoadedSession make_session(Client &client, const NewSession &wanted) {
     const std::optional<SessionStatus> before = client.session();
-    // Asked before the session is made: it has no songs that a scan finds later.
+    // Checked before the session is made: songs that a scan finds later are not in it.
     const std::optional<int32_t> scanning = find_scanning(client, wanted.places);
     const bool several = wanted.places.size() > 1;
     const int32_t source = several ? 0 : wanted.places.front().source;
@@ -400,7 +402,7 @@ LoadedSession make_session(Client &client, const NewSession &wanted) {
     return {session, scanning};
 }
 
-// A session that has ended meanwhile is no failure.
+// If the session has ended meanwhile, that is not a failure.
 void end_session(Client &client, const std::string &verb, uint64_t session) {
     client.ask(verb, [session](VantroHandle *handle) {
         return vantro_destroy_trksession(handle, session);

@@ -11,6 +11,7 @@
 #include <poll.h>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <vantro/catalogue.h>
 #include <vantro/extras.h>
@@ -33,7 +34,7 @@ constexpr const char *no_session = "no track session: load a node or play first"
 // Time limit for disconnecting from a service that does not answer.
 constexpr int leave_ms = 50;
 
-// A time limit in the form that the library takes.
+// A time limit in the library's form.
 int milliseconds(double seconds) {
     constexpr double most = 2e9;
     return seconds <= 0 ? -1 : static_cast<int>(std::clamp(seconds * 1000, 1.0, most));
@@ -79,7 +80,7 @@ Client::~Client() {
 
 void Client::leave() {
     if (handle_) {
-        // A service that has not answered in time is not waited for again.
+        // Do not wait again for a service that did not answer in time.
         if (is_late_) {
             vantro_set_timeout(handle_, leave_ms);
         }
@@ -143,10 +144,38 @@ void Client::connect() {
         throw Failure(*trouble);
     }
     if (reason != 0) {
-        throw Failure(Outcome::absent,
-                      fmt::format("no player \"{}\": is vantrod running with --player {}?",
-                                  clean_text(options_.player), clean_text(options_.player)));
+        explain_no_player();
     }
+}
+
+void Client::explain_no_player() {
+    const std::string player = clean_text(options_.player);
+    std::string players;
+    try {
+        players = clean_text(fmt::format("{}", fmt::join(player_names(), ", ")));
+    } catch (const Failure &) {
+        // The service does not list its players.
+    }
+    throw Failure(
+        Outcome::absent,
+        players.empty()
+            ? fmt::format("no player \"{}\": is vantrod running with --player {}?", player, player)
+            : fmt::format("no player \"{}\" (players: {}); choose one with --player", player,
+                          players));
+}
+
+std::vector<std::string> Client::player_names() {
+    char **names = nullptr;
+    int count = 0;
+    const int32_t reason = ask("players", [&](VantroHandle *handle) {
+        count = vantro_list_players(handle, &names);
+        return count < 0 ? -1 : 0;
+    });
+    const std::unique_ptr<char *, decltype(&std::free)> owned(names, std::free);
+    if (reason != 0) {
+        throw refusal("players", reason);
+    }
+    return {names, names + count};
 }
 
 void Client::explain_no_connection(int error) const {
@@ -157,8 +186,8 @@ void Client::explain_no_connection(int error) const {
         throw Failure(Outcome::failed, "cannot connect: the service and this tool are of different "
                                        "releases; upgrade both, and restart the service");
     }
-    // After a refused path the library looks for a global name and reports the error of that; so
-    // the path is tried here to learn its own error.
+    // If a path is refused, the library looks for a global name and reports the error of that; so
+    // the path is tried here again to learn its error.
     bool denied = error == EACCES;
     const int limit = ipc_set_open_timeout(timeout_ms_);
     const int path = platform_open(service_path, O_RDWR);
@@ -172,8 +201,8 @@ void Client::explain_no_connection(int error) const {
         denied = denied || path_error == EACCES;
     }
     if (denied) {
-        throw Failure(Outcome::denied, "denied: the service does not admit this user; ask whoever "
-                                       "runs it, or see its --perms, --uid and --gid");
+        throw Failure(Outcome::denied, "denied: the service does not admit this user; ask its "
+                                       "administrator, or see its --perms, --uid and --gid");
     }
     if (error == ENOMEM || error == EMFILE || error == ENFILE) {
         throw Failure(Outcome::failed, fmt::format("cannot connect: {}; free some and try again",
@@ -207,8 +236,8 @@ int32_t Client::ask(const std::string &verb, const Call &call) {
         fail_late();
     case VANTRO_FAILURE_MALFORMED:
         throw Failure(Outcome::failed,
-                      fmt::format("{} failed: the service's answer makes no sense; are service and "
-                                  "tool of one version?",
+                      fmt::format("{} failed: the service's answer is malformed; are service and "
+                                  "tool of the same version?",
                                   verb));
     default:
         throw Failure(Outcome::failed,
@@ -286,7 +315,7 @@ std::optional<TrackStatus> Client::track() {
     const int32_t reason = ask("status", [&](VantroHandle *handle) {
         info = nullptr;
         const int result = vantro_get_current_track_info(handle, &info);
-        owner.reset(info); // A malformed answer leaves the part that was read, to be freed.
+        owner.reset(info); // After a malformed answer, the part that was read must be freed.
         return result;
     });
     if (const auto trouble = trouble_of_service("status", reason)) {
@@ -319,7 +348,7 @@ PlayerStatus Client::status() {
     return status;
 }
 
-// For a service that does not offer all of it in one query.
+// For a service that does not offer the whole status in one query.
 PlayerStatus Client::status_in_parts() {
     PlayerStatus status;
     status.player = options_.player;

@@ -1,5 +1,5 @@
-// The tool's side of the player API: a connection with one player open, a time limit, and the
-// errors if a call fails.
+// The tool's side of the player API: a connection with one player open, a time limit, and errors
+// for failed calls.
 #ifndef VANTRO_TOOLS_VANTROCTL_SERVICE_CLIENT_H
 #define VANTRO_TOOLS_VANTROCTL_SERVICE_CLIENT_H
 
@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <vantro/player.h>
 
@@ -16,9 +17,9 @@
 namespace vantro::ctl {
 
 struct ClientOptions {
-    std::string player = "main"; // "": none is opened
+    std::string player = "main"; // "": opens no player
     double timeout_s = 10;       // For each answer of the service; 0: no limit.
-    // How long a service that is not there is waited for; 0: without a limit. Nothing: not at all.
+    // How long to wait until a service runs; 0: without limit. Nothing: do not wait.
     std::optional<double> wait_s = std::nullopt;
 };
 
@@ -43,11 +44,11 @@ class Client {
     // Makes the call. @throws Failure, which names the verb.
     void carry_out(const std::string &verb, const Call &call);
 
-    // Like carry_out(), for what needs a track session: if there is none, that is what fails.
+    // Like carry_out(), for calls that need a track session: if there is none, the failure says so.
     void carry_out_on_tracks(const std::string &verb, const Call &call);
 
-    // Like carry_out(), but returns why the service refused: 0 if it did not, else an error
-    // number or a number of the service's own.
+    // Like carry_out(), but returns the reason if the service refuses: an error number or another
+    // number of the service; 0 on success.
     int32_t ask(const std::string &verb, const Call &call);
 
     VantroStateInfo state();
@@ -64,11 +65,15 @@ class Client {
     std::optional<TrackStatus> track();
     PlayerStatus status();
 
+    // The names of the service's players, in its order.
+    std::vector<std::string> player_names();
+
     // For calls that do not wait for an answer of the service.
     VantroHandle *handle() const { return handle_; }
 
   private:
     void connect();
+    [[noreturn]] void explain_no_player();
     void find_service();
     void wait_for_service();
     [[noreturn]] void explain_no_connection(int error) const;

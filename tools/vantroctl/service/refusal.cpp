@@ -15,13 +15,14 @@ struct Trouble {
 
 constexpr Trouble troubles[] = {
     {EIO, "the service cannot read or write its state; its log says why"},
-    {ENOMEM, "the service is short of memory; try again"},
-    {EMFILE, "the service is short of descriptors; try again"},
-    {ENFILE, "the service is short of descriptors; try again"},
+    {ENOMEM, "the service has too little memory; try again"},
+    {EMFILE, "the service has too few descriptors; try again"},
+    {ENFILE, "the service has too few descriptors; try again"},
     {EAGAIN, "the service is busy; try again"},
-    {EMSGSIZE, "the answer is too long; ask for less"},
-    {EINVAL, "the service does not understand it; are service and tool of one version?"},
-    {ENOSYS, "the service does not know it; are service and tool of one version?"},
+    {EMSGSIZE, "the answer is too long; request fewer entries"},
+    {EINVAL,
+     "the service does not understand the request; are service and tool of the same version?"},
+    {ENOSYS, "the service does not know the request; are service and tool of the same version?"},
 };
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <unicode/locid.h>
 #include <unicode/unistr.h>
 
+#include "tools/vantroctl/text/arithmetic.h"
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/time_text.h"
 
@@ -19,9 +20,9 @@ using Part = Template::Part;
 using Kind = Template::Kind;
 using Texts = std::vector<std::string>;
 
-// The depth of calls within calls; a limit for the stack.
+// The depth of nested expressions; limits the use of the stack.
 constexpr int depth_max = 32;
-// Columns that trunc() and pad() can be asked for.
+// The largest number of columns for trunc() and pad().
 constexpr int columns_max = 1000;
 
 std::optional<int32_t> number_of(const std::string &text) {
@@ -90,6 +91,31 @@ std::string padded(const Texts &texts) {
     return texts[0] + std::string(static_cast<size_t>(std::max(blanks, 0)), ' ');
 }
 
+// A symbol for a player's state, or for a volume; any other text is returned unchanged.
+std::string emoji(const Texts &texts) {
+    constexpr std::pair<std::string_view, const char *> pictures[] = {
+        {"playing", "\xE2\x96\xB6\xEF\xB8\x8F"},
+        {"paused", "\xE2\x8F\xB8\xEF\xB8\x8F"},
+        {"stopped", "\xE2\x8F\xB9\xEF\xB8\x8F"},
+    };
+    for (const auto &[state, picture] : pictures) {
+        if (texts[0] == state) {
+            return picture;
+        }
+    }
+    const std::optional<int32_t> level = number_of(texts[0]);
+    return !level         ? texts[0]
+           : *level == 0  ? "\xF0\x9F\x94\x87"
+           : *level <= 33 ? "\xF0\x9F\x94\x88"
+           : *level <= 66 ? "\xF0\x9F\x94\x89"
+                          : "\xF0\x9F\x94\x8A";
+}
+
+template <char operation>
+std::string arithmetic(const Texts &texts) {
+    return calculate(operation, texts[0], texts[1]);
+}
+
 std::string markup(const Texts &texts) {
     std::string result;
     for (const char byte : texts[0]) {
@@ -123,6 +149,7 @@ struct Function {
     std::string (*apply)(const Texts &);
 };
 
+// Most arguments of one function, and most operands in a row.
 constexpr size_t any_number = 64;
 
 constexpr Function functions[] = {
@@ -137,17 +164,31 @@ constexpr Function functions[] = {
     {"trunc", 2, 2, cut},
     {"pad", 2, 2, padded},
     {"markup_escape", 1, 1, markup},
+    {"emoji", 1, 1, emoji},
 };
 
-const Function *function_named(std::string_view name) {
-    const auto found = std::find_if(std::begin(functions), std::end(functions),
+// The operators. They are not names, so a template cannot call them as functions.
+constexpr Function operators[] = {
+    {"+", 2, 2, arithmetic<'+'>},
+    {"-", 2, 2, arithmetic<'-'>},
+    {"*", 2, 2, arithmetic<'*'>},
+    {"/", 2, 2, arithmetic<'/'>},
+};
+
+template <class Functions>
+const Function *named_in(const Functions &all, std::string_view name) {
+    const auto found = std::find_if(std::begin(all), std::end(all),
                                     [&](const Function &one) { return one.name == name; });
-    return found == std::end(functions) ? nullptr : found;
+    return found == std::end(all) ? nullptr : found;
 }
 
 bool is_name(char byte) {
     return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || byte == '_' ||
            byte == ':' || (byte >= '0' && byte <= '9');
+}
+
+bool is_digit(char byte) {
+    return byte >= '0' && byte <= '9';
 }
 
 class Parser {
@@ -225,54 +266,101 @@ class Parser {
             part.name += character(mark);
         }
         if (at_ == text_.size()) {
-            fail(begin, "a text without end");
+            fail(begin, "the text has no end");
         }
         ++at_;
         return part;
     }
 
-    Part expression(int depth) {
+    // Whether the next byte that is not a blank is one of these.
+    bool next_is(std::string_view bytes) {
         skip_blanks();
-        if (at_ < text_.size() && (text_[at_] == '"' || text_[at_] == '\'')) {
+        return at_ < text_.size() && bytes.find(text_[at_]) != bytes.npos;
+    }
+
+    Part expression(int depth) {
+        return chain(
+            "+-", [this, depth] { return chain("*/", [this, depth] { return operand(depth); }); });
+    }
+
+    // Operands with these operators between them, from left to right.
+    template <class Operand>
+    Part chain(std::string_view between, Operand operand) {
+        Part left = operand();
+        for (size_t count = 1; next_is(between); ++count) {
+            if (count == any_number) {
+                fail(at_, "too many operators in one expression");
+            }
+            Part both{Kind::call, std::string(1, text_[at_++])};
+            both.arguments.push_back(std::move(left));
+            both.arguments.push_back(operand());
+            left = std::move(both);
+        }
+        return left;
+    }
+
+    Part operand(int depth) {
+        if (next_is("\"'")) {
             return quoted();
         }
         const size_t begin = at_;
-        while (at_ < text_.size() && is_name(text_[at_])) {
+        if (depth > depth_max) {
+            fail(begin, "expressions are nested too deeply");
+        }
+        if (next_is("-")) {
+            ++at_;
+            Part negative{Kind::call, "-"};
+            negative.arguments.push_back({Kind::text, "0"});
+            negative.arguments.push_back(operand(depth + 1));
+            return negative;
+        }
+        if (next_is("(")) {
+            ++at_;
+            Part inner = expression(depth + 1);
+            if (!next_is(")")) {
+                fail(at_, ") is expected");
+            }
+            ++at_;
+            return inner;
+        }
+        return named(begin, depth);
+    }
+
+    // A field, a number, or a call.
+    Part named(size_t begin, int depth) {
+        const bool may_break = at_ < text_.size() && is_digit(text_[at_]);
+        while (at_ < text_.size() && (is_name(text_[at_]) || (may_break && text_[at_] == '.'))) {
             ++at_;
         }
         const std::string name(text_.substr(begin, at_ - begin));
         if (name.empty()) {
             fail(begin, "a field, a function, a number or a text in quotation marks is expected");
         }
-        skip_blanks();
-        if (at_ < text_.size() && text_[at_] == '(') {
+        if (next_is("(")) {
             return call(begin, name, depth);
         }
-        if (number_of(name)) {
+        if (may_break && is_number(name)) {
             return {Kind::text, name};
         }
         if (std::find(fields_.begin(), fields_.end(), name) == fields_.end()) {
-            fail(begin, fmt::format("no field {}; there are {}", name, fmt::join(fields_, ", ")));
+            fail(begin,
+                 fmt::format("no field {}; the fields are {}", name, fmt::join(fields_, ", ")));
         }
         return {Kind::field, name};
     }
 
     Part call(size_t begin, const std::string &name, int depth) {
-        const Function *function = function_named(name);
+        const Function *function = named_in(functions, name);
         if (!function) {
-            fail(begin,
-                 fmt::format("no function {}; there are {}", name, Template::function_names()));
-        }
-        if (depth == depth_max) {
-            fail(begin, "too many functions within functions");
+            fail(begin, fmt::format("no function {}; the functions are {}", name,
+                                    Template::function_names()));
         }
         Part part{Kind::call, name};
         do {
             ++at_; // The parenthesis, or a comma.
             part.arguments.push_back(expression(depth + 1));
-            skip_blanks();
-        } while (at_ < text_.size() && text_[at_] == ',');
-        if (at_ == text_.size() || text_[at_] != ')') {
+        } while (next_is(","));
+        if (!next_is(")")) {
             fail(at_, ", or ) is expected");
         }
         ++at_;
@@ -306,7 +394,8 @@ std::string value_of(const Part &part, const Template::Field &field) {
     for (const Part &argument : part.arguments) {
         values.push_back(value_of(argument, field));
     }
-    return function_named(part.name)->apply(values);
+    const Function *const function = named_in(functions, part.name);
+    return (function ? function : named_in(operators, part.name))->apply(values);
 }
 
 } // namespace

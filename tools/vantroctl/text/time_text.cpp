@@ -99,16 +99,26 @@ std::optional<SeekTarget> parse_seek(std::string_view text) {
     return target;
 }
 
-std::optional<double> parse_percent(std::string_view text) {
+int32_t PercentTarget::from(int32_t current_ms, int32_t length_ms) const {
+    const double target = (relative ? current_ms : 0) + length_ms * (percent / 100);
+    return static_cast<int32_t>(std::clamp(target, 0.0, static_cast<double>(length_ms)));
+}
+
+std::optional<PercentTarget> parse_percent(std::string_view text) {
     if (!text.ends_with('%')) {
         return std::nullopt;
     }
-    double percent = -1;
+    PercentTarget target;
+    target.relative = text.front() == '+' || text.front() == '-';
+    const bool back = text.front() == '-';
+    text.remove_prefix(target.relative ? 1 : 0);
     const char *const number_end = text.data() + text.size() - 1;
     const auto [end, error] =
-        std::from_chars(text.data(), number_end, percent, std::chars_format::fixed);
-    const bool good = error == std::errc() && end == number_end && percent >= 0 && percent <= 100;
-    return good ? std::optional(percent) : std::nullopt;
+        std::from_chars(text.data(), number_end, target.percent, std::chars_format::fixed);
+    const bool good = error == std::errc() && end == number_end && text.front() != '-' &&
+                      target.percent >= 0 && target.percent <= 100;
+    target.percent = back ? -target.percent : target.percent;
+    return good ? std::optional(target) : std::nullopt;
 }
 
 std::string format_time(int32_t ms) {

@@ -16,6 +16,7 @@
 #include "tools/vantroctl/service/client.h"
 #include "tools/vantroctl/service/refusal.h"
 #include "tools/vantroctl/text/time_text.h"
+#include "tools/vantroctl/verbs/play_watch.h"
 
 namespace vantro::ctl {
 namespace {
@@ -30,7 +31,7 @@ constexpr PlainCommand plain_commands[] = {
     {"previous", vantro_previous}, {"rescan", vantro_rescan},
 };
 
-// The arguments were checked while the command line was read; this is for what was not.
+// The command line has checked most arguments; this reports the others.
 template <class T>
 T required(const std::optional<T> &value, const std::string &text) {
     if (!value) {
@@ -62,7 +63,9 @@ std::optional<int32_t> parse_repeat(std::string_view text) {
 CommandResult run_plain(Client &client, const std::string &verb) {
     const bool toggles = verb == "toggle";
     if (verb == "play" || (toggles && client.state().state != VANTRO_STATE_PLAYING)) {
+        PlayWatch watch(client);
         play(client);
+        watch.await();
         return {.command = verb};
     }
     for (const PlainCommand &command : plain_commands) {
@@ -82,12 +85,12 @@ void tell_track(Client &client, CommandResult &result) {
 
 CommandResult run_seek(Client &client, const std::string &text) {
     int32_t position_ms = 0;
-    if (const std::optional<double> percent = parse_percent(text)) {
+    if (const std::optional<PercentTarget> part = parse_percent(text)) {
         const std::optional<TrackStatus> track = client.track();
         if (!track || track->duration_ms <= 0) {
-            throw Failure(Outcome::not_found, "no track whose length is known");
+            throw Failure(Outcome::not_found, "the player has no track, or its length is unknown");
         }
-        position_ms = static_cast<int32_t>(track->duration_ms * (*percent / 100));
+        position_ms = part->from(part->relative ? client.position() : 0, track->duration_ms);
     } else {
         const SeekTarget target = required(parse_seek(text), text);
         position_ms = target.from(target.relative ? client.position() : 0);

@@ -31,7 +31,6 @@
 #include "tools/vantroctl/service/catalogue_queries.h"
 #include "tools/vantroctl/service/refusal.h"
 #include "tools/vantroctl/text/display_text.h"
-#include "tools/vantroctl/verbs/players.h"
 
 namespace vantro::ctl {
 namespace {
@@ -48,7 +47,7 @@ std::string group_name(uint32_t gid) {
     return entry ? entry->gr_name : "";
 }
 
-// "anna (1000)", or the number alone.
+// "anna (1000)", or only the number.
 std::string named(const std::string &name, uint32_t number) {
     return name.empty() ? fmt::format("{}", number) : fmt::format("{} ({})", name, number);
 }
@@ -63,7 +62,7 @@ std::vector<std::string> split(std::string_view list) {
     return parts;
 }
 
-// Nothing if the service does not offer it.
+// Nothing if the service does not offer the query.
 std::optional<Identity> identity_of(Client &client) {
     VantroIdentity record = {};
     const int32_t reason = client.ask(
@@ -99,7 +98,7 @@ class Doctor {
         look_at_roots();
         try {
             Client client(without_player(options_));
-            good("service", fmt::format("it answers, and runs as {}", owner_of(socket_)));
+            good("service", fmt::format("the service answers, and runs as {}", owner_of(socket_)));
             look_at_identity(client);
             look_at_players(client);
         } catch (const NoService &) {
@@ -120,20 +119,21 @@ class Doctor {
     void bad(const char *subject, Outcome outcome, std::string text, std::string fix) {
         findings_.push_back({Kind::bad, subject, std::move(text), std::move(fix), outcome});
     }
-    // A failure says what to do after a colon or a semicolon.
+    // In a failure's text, the remedy follows a colon or a semicolon.
     void fail(const char *subject, const Failure &failure) {
         const size_t end = std::min(failure.text.find_first_of(":;"), failure.text.size());
         const size_t fix = std::min(end + 2, failure.text.size());
         bad(subject, failure.outcome, failure.text.substr(0, end), failure.text.substr(fix));
     }
 
-    // Reports where services are looked for, and where one has its name.
+    // Reports the directories in which services are searched, and the one that holds a service's
+    // name.
     void look_at_roots() {
         const std::vector<RuntimeRoot> roots = runtime_roots();
         const char *const own = getenv("XDG_RUNTIME_DIR");
         if (own && !roots.front().of_user) {
-            note("root", fmt::format("XDG_RUNTIME_DIR names {}, which is not used", own),
-                 "it must be an absolute path of a directory that is yours and that nobody else "
+            note("root", fmt::format("the XDG_RUNTIME_DIR {} is not used", own),
+                 "it must be the absolute path of a directory that you own and that nobody else "
                  "may write");
         }
         std::vector<std::string> places;
@@ -150,13 +150,13 @@ class Doctor {
         }
         if (root_.empty()) {
             note("root", fmt::format("no service in {}", fmt::join(places, ", ")),
-                 "a service that was started with another XDG_RUNTIME_DIR is not found from here");
+                 "a service that was started with another XDG_RUNTIME_DIR cannot be found");
         } else {
             good("root", root_);
         }
     }
 
-    // Whether somebody listens there; a service that was killed leaves its socket.
+    // Whether a process listens on the socket; a service that was killed leaves its socket behind.
     static bool is_served(const std::string &path) {
         struct stat status = {};
         sockaddr_un address = {};
@@ -166,7 +166,7 @@ class Doctor {
         address.sun_family = AF_UNIX;
         const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         if (path.size() >= sizeof address.sun_path || descriptor < 0) {
-            return true; // As far as this process can see.
+            return true; // No contrary evidence is visible to this process.
         }
         path.copy(address.sun_path, path.size());
         const bool dead =
@@ -182,7 +182,7 @@ class Doctor {
                                                 : "an unknown user";
     }
 
-    // A service that demands capabilities refuses as if it were not there.
+    // A service that demands capabilities refuses a client as if no service ran.
     void explain_absence() {
         if (!root_.empty() && by_name_) {
             explain_denial();
@@ -205,8 +205,8 @@ class Doctor {
     void look_at_identity(Client &client) {
         const std::optional<Identity> identity = identity_of(client);
         if (!identity) {
-            note("version", "the service does not tell its version",
-                 "it is older than this tool (" VANTRO_VERSION
+            note("version", "the service does not report its version",
+                 "the service is older than this tool (" VANTRO_VERSION
                  "), or another service than vantrod");
             return;
         }
@@ -227,11 +227,11 @@ class Doctor {
     }
 
     void look_at_players(Client &client) {
-        const std::vector<std::string> names = player_names(client);
+        const std::vector<std::string> names = client.player_names();
         const std::string list = fmt::format("{}", fmt::join(names, ", "));
         if (std::find(names.begin(), names.end(), options_.player) == names.end()) {
             bad("players", Outcome::absent,
-                fmt::format("there is no player {}; there are {}", options_.player, list),
+                fmt::format("there is no player {} (players: {})", options_.player, list),
                 "add --player NAME, or start vantrod with it");
             return;
         }
@@ -244,7 +244,8 @@ class Doctor {
     void look_at_music(Client &client) {
         std::vector<Source> sources = get_sources(client);
         std::erase_if(sources, [](const Source &source) {
-            return source.type == VANTRO_SOURCE_PLAYLISTS; // It has no music of its own.
+            // It contains only songs of other sources.
+            return source.type == VANTRO_SOURCE_PLAYLISTS;
         });
         if (sources.empty()) {
             bad("music", Outcome::not_found, "there is no media source",
@@ -265,8 +266,8 @@ class Doctor {
                 note("music", text, "wait for the scan");
             } else if (songs == 0) {
                 bad("music", Outcome::not_found, text,
-                    "put music there that the service's user can read; its log says what it left "
-                    "out");
+                    "add music that the service's user can read; the service's log lists the files "
+                    "that it left out");
             } else {
                 good("music", text);
             }
@@ -292,14 +293,14 @@ class Doctor {
             bad("events", error == EACCES ? Outcome::denied : Outcome::failed,
                 fmt::format("{} cannot be followed: {}{}", options_.player, std::strerror(error),
                             rights),
-                "vantrod decides it by --perms, --uid and --gid");
+                "start vantrod with other --perms, --uid or --gid");
         }
     }
 
     const ClientOptions &options_;
     std::vector<Finding> findings_;
-    std::string root_;   // In which the service was found.
-    std::string socket_; // By which it is reached.
+    std::string root_;   // The directory in which the service was found.
+    std::string socket_; // The socket of the service.
     bool by_name_ = false;
 };
 

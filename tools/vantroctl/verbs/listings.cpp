@@ -22,11 +22,12 @@
 #include "tools/vantroctl/service/client.h"
 #include "tools/vantroctl/text/display_text.h"
 #include "tools/vantroctl/text/node_ref.h"
+#include "tools/vantroctl/verbs/play_watch.h"
 
 namespace vantro::ctl {
 namespace {
 
-// Nodes asked for at a time: a page fits one exchange, and its first lines appear at once.
+// Nodes fetched at a time: a page fits one exchange, and the first lines appear at once.
 constexpr int32_t page_nodes = 500;
 
 constexpr int64_t index_end = std::numeric_limits<int32_t>::max();
@@ -34,7 +35,7 @@ constexpr int64_t index_end = std::numeric_limits<int32_t>::max();
 using Page = std::vector<Node>;
 using Fetch = std::function<Page(int32_t offset, int32_t count)>;
 
-// Fetches a list and writes it for a reader, who may leave before its end.
+// Fetches a list and writes it; the reader may close the output before the end.
 class Lister {
   public:
     Lister(Client &client, const ListOptions &options)
@@ -53,7 +54,7 @@ class Lister {
             if (!take(page)) {
                 return false;
             }
-            if (got != wanted) { // The list's end, or a service that does not know pages.
+            if (got != wanted) { // The list has ended, or the service does not know pages.
                 return true;
             }
             offset += wanted;
@@ -61,7 +62,7 @@ class Lister {
         return left_ > 0;
     }
 
-    // @param heading stands above the entries, if there are any.
+    // @param heading is printed above the entries, if there are any.
     bool flat(const Fetch &fetch, const std::string &heading) {
         Table table = node_table(terminal_columns());
         std::string text = above(heading);
@@ -118,7 +119,7 @@ class Lister {
                               [&](std::string_view name) { return node_field(listed, name); }));
     }
 
-    // @param nothing for people, if the list is empty.
+    // @param nothing the message for people, if the list is empty.
     void finish(const std::string &command, const std::string &nothing) {
         if (options_.json) {
             print(json_nodes(options_.player, command, nodes_));
@@ -159,14 +160,14 @@ class Lister {
     int64_t left_; // Entries that may still be shown.
     Pager pager_;
     bool shown_ = false;
-    Page nodes_; // Of a JSON text, which is whole or not there.
+    Page nodes_; // For JSON, which is printed whole or not at all.
 };
 
 // A source to list, and the heading above its entries if it is not the only one.
 struct Section {
     int32_t source;
     std::string heading;
-    bool scanning = false; // More may be found yet.
+    bool scanning = false; // More may still be found.
 };
 
 std::vector<Section> sections(Client &client, const ListOptions &options) {
@@ -174,11 +175,12 @@ std::vector<Section> sections(Client &client, const ListOptions &options) {
         return {{*options.source, ""}};
     }
     std::vector<Source> sources = get_sources(client);
-    // Its entries are songs of the other sources, and run_playlists() lists it.
+    // The playlists' entries are songs of the other sources, and run_playlists() lists the
+    // playlists.
     std::erase_if(sources,
                   [](const Source &source) { return source.type == VANTRO_SOURCE_PLAYLISTS; });
     if (sources.empty()) {
-        throw Failure(Outcome::not_found, "no media source: vantrod takes them as --music DIR");
+        throw Failure(Outcome::not_found, "no media source: start vantrod with --music DIR");
     }
     if (sources.size() > 1 && options.offset > 0) {
         throw Failure(Outcome::usage,
@@ -201,7 +203,7 @@ std::vector<Section> sections(Client &client, const ListOptions &options) {
 } // namespace
 
 Place place_of(Client &client, const ListOptions &options, const std::string &text) {
-    if (text.empty()) { // Most likely a shell's variable that is not set.
+    if (text.empty()) { // Most likely an unset shell variable.
         throw Failure(Outcome::usage, "an empty NODE: the top of source 1, say, is written 1:");
     }
     const NodeRef ref = parse_ref(text);
@@ -216,7 +218,7 @@ Place place_of(Client &client, const ListOptions &options, const std::string &te
     const std::vector<Section> all = sections(client, {});
     if (all.size() > 1) {
         throw Failure(Outcome::usage,
-                      fmt::format("of which of the {} sources? write SOURCE:NODE, or add --source; "
+                      fmt::format("of which of the {} sources? write SOURCE:ID, or add --source; "
                                   "vantroctl sources lists them",
                                   all.size()));
     }
@@ -260,7 +262,7 @@ void run_browse(Client &client, const ListOptions &options,
             break;
         }
     }
-    lister.finish("browse", "nothing below it");
+    lister.finish("browse", "no entries");
 }
 
 void run_search(Client &client, const ListOptions &options, const std::string &filter,
@@ -340,7 +342,7 @@ void run_info(Client &client, const ListOptions &options, const std::string &nod
     if (!values.empty()) {
         lister.show(render_values(values, terminal_columns()));
     }
-    lister.end("nothing is known of it");
+    lister.end("the node has no metadata");
 }
 
 void run_playlists(Client &client, const ListOptions &options) {
@@ -356,7 +358,7 @@ void run_playlists(Client &client, const ListOptions &options) {
                        : browse_page(client, {saved->id, VANTRO_NODE_ROOT}, offset, count);
         },
         "");
-    lister.finish("playlists", "no playlists: vantroctl save NAME keeps the tracks of the player");
+    lister.finish("playlists", "no playlists: vantroctl save NAME saves the player's tracks");
 }
 
 void run_queued(Client &client, const ListOptions &options) {
@@ -385,8 +387,10 @@ void run_queued(Client &client, const ListOptions &options) {
 }
 
 CommandResult run_play(Client &client, int32_t number) {
+    PlayWatch watch(client);
     jump_to(client, number - 1);
     play(client);
+    watch.await();
     return {.command = "play", .index = number - 1};
 }
 

@@ -1,12 +1,7 @@
 #include "tools/vantroctl/verbs/players.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <memory>
 #include <string>
 #include <vector>
-
-#include <vantro/extras.h>
 
 #include "tools/vantroctl/failure.h"
 #include "tools/vantroctl/output/fields.h"
@@ -14,30 +9,16 @@
 #include "tools/vantroctl/output/standard_output.h"
 #include "tools/vantroctl/output/status_view.h"
 #include "tools/vantroctl/output/table.h"
-#include "tools/vantroctl/service/refusal.h"
 #include "tools/vantroctl/text/display_text.h"
 
 namespace vantro::ctl {
-std::vector<std::string> player_names(Client &client) {
-    char **names = nullptr;
-    int count = 0;
-    const int32_t reason = client.ask("players", [&](VantroHandle *handle) {
-        count = vantro_list_players(handle, &names);
-        return count < 0 ? -1 : 0;
-    });
-    const std::unique_ptr<char *, decltype(&std::free)> owned(names, std::free);
-    if (reason != 0) {
-        throw refusal("players", reason);
-    }
-    return {names, names + count};
-}
 
 void run_players(const ClientOptions &options, const ListOptions &list) {
     ClientOptions one = options;
     one.player.clear();
     Client all(one);
     std::vector<PlayerStatus> players;
-    for (const std::string &name : player_names(all)) {
+    for (const std::string &name : all.player_names()) {
         one.player = name;
         players.push_back(Client(one).status());
     }

@@ -21,11 +21,11 @@ Failure explained(const std::string &verb, const std::string &name, int32_t reas
     case EINVAL:
         return {Outcome::usage,
                 fmt::format("\"{}\" cannot name a playlist: a name is 1 to 200 bytes of UTF-8, "
-                            "without slash, control characters and a dot at the start",
+                            "with no slash, no control characters and no dot at the start",
                             shown)};
     case EEXIST:
         return {Outcome::failed,
-                fmt::format("there is a playlist \"{}\": save --replace takes its place", shown)};
+                fmt::format("a playlist \"{}\" exists: use save --replace to replace it", shown)};
     case ENOENT:
         return {Outcome::not_found,
                 fmt::format("no playlist \"{}\": vantroctl playlists lists them", shown)};
@@ -34,7 +34,7 @@ Failure explained(const std::string &verb, const std::string &name, int32_t reas
     case EMSGSIZE:
         return {Outcome::failed, "more tracks than a playlist may have (100000)"};
     case EDQUOT:
-        return {Outcome::failed, "the service keeps as many playlists as it may: delete some"};
+        return {Outcome::failed, "the limit of saved playlists is reached: delete some"};
     case ENOSPC:
         return {Outcome::failed, "the service's disk is full; its playlists are as they were"};
     case EACCES:

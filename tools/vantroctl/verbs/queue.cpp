@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <iostream>
+#include <random>
 #include <sstream>
 
 #include <fmt/format.h>
@@ -14,16 +15,17 @@
 #include "tools/vantroctl/service/catalogue_queries.h"
 #include "tools/vantroctl/service/client.h"
 #include "tools/vantroctl/text/node_ref.h"
+#include "tools/vantroctl/verbs/play_watch.h"
 
 namespace vantro::ctl {
 namespace {
 
-// Tracks asked for at a time.
+// Tracks fetched at a time.
 constexpr int32_t page_tracks = 1000;
 
 CommandResult done(const NewSession &wanted, const LoadedSession &session) {
     if (session.scanning) {
-        complain(fmt::format("source {} is still being scanned: songs that it finds from now on "
+        complain(fmt::format("source {} is still being scanned: songs that are found from now on "
                              "are not loaded",
                              *session.scanning));
     }
@@ -33,7 +35,7 @@ CommandResult done(const NewSession &wanted, const LoadedSession &session) {
             .scanning = session.scanning.has_value()};
 }
 
-// The songs of a source in which all words are found, added to `places`.
+// Adds the songs of a source that contain all words to `places`.
 void find_songs(Client &client, int32_t source, const std::string &words,
                 std::vector<Place> &places) {
     for (int32_t offset = 0;; offset += page_tracks) {
@@ -61,7 +63,7 @@ std::vector<Place> search_places(Client &client, const ListOptions &options,
         }
     }
     if (places.empty()) {
-        throw Failure(Outcome::not_found, fmt::format("no song is found by \"{}\"", text));
+        throw Failure(Outcome::not_found, fmt::format("no song contains \"{}\"", text));
     }
     return places;
 }
@@ -92,7 +94,7 @@ std::optional<int64_t> songs_found(const QueueNodes &nodes, const NewSession &wa
     return nodes.search ? std::optional(static_cast<int64_t>(wanted.places.size())) : std::nullopt;
 }
 
-// The tracks of the player's session, to be changed and given back.
+// The tracks of the player's session, for changing and storing them.
 class Queue {
   public:
     explicit Queue(Client &client) : client_(client), session_(client.need_session()) {
@@ -135,8 +137,16 @@ class Queue {
         }
     }
 
-    // Makes a session of the tracks that are left. The player goes on at the current track, or at
-    // the next one that is left; if there is none it stops.
+    // The current track comes first, so that no track is skipped.
+    void mix() {
+        std::mt19937 random{std::random_device{}()};
+        std::shuffle(tracks_.begin(), tracks_.end(), random);
+        std::partition(tracks_.begin(), tracks_.end(),
+                       [this](const Track &track) { return track.before == current_; });
+    }
+
+    // Makes a session of the remaining tracks. The player continues at the current track, or at the
+    // next remaining one; if there is none, it stops.
     CommandResult give_back(const std::string &verb) {
         drop_unknown();
         if (tracks_.empty()) {
@@ -168,7 +178,7 @@ class Queue {
         int32_t before; // Its index in the session before the change.
     };
 
-    // A track that has left the catalogue has no node any more, and cannot be asked for.
+    // A track that has left the catalogue has no node, so no request can name it.
     void drop_unknown() {
         const size_t unknown =
             std::erase_if(tracks_, [](const Track &track) { return track.place.id.empty(); });
@@ -225,7 +235,15 @@ CommandResult run_load(Client &client, const ListOptions &options, const QueueNo
     NewSession wanted{"load", places_of(client, options, nodes), number - 1,
                       play ? VANTRO_TRKSESSION_PLAY : VANTRO_TRKSESSION_LOAD};
     wanted.found = songs_found(nodes, wanted);
-    return done(wanted, make_session(client, wanted));
+    std::optional<PlayWatch> watch;
+    if (play) {
+        watch.emplace(client);
+    }
+    CommandResult result = done(wanted, make_session(client, wanted));
+    if (watch) {
+        watch->await();
+    }
+    return result;
 }
 
 CommandResult run_add(Client &client, const ListOptions &options, const std::string &verb,
@@ -255,6 +273,12 @@ CommandResult run_move(Client &client, int32_t from, int32_t to) {
     queue.need(to);
     queue.move(from, to);
     return queue.give_back("move");
+}
+
+CommandResult run_mix(Client &client) {
+    Queue queue(client);
+    queue.mix();
+    return queue.give_back("mix");
 }
 
 CommandResult run_crop(Client &client) {

@@ -25,13 +25,13 @@ struct TrackRange {
 // "3" or "3-7", or nothing.
 std::optional<TrackRange> parse_track_range(std::string_view text);
 
-// The nodes that lines of a listing name: of each line the first column that is a node, or else its
-// first column.
+// The nodes that the lines of a listing name: for each line the first column that is a node, else
+// the first column.
 std::vector<std::string> nodes_in(std::istream &lines);
 
-// The nodes of which a session is to be made. Nodes are written as parse_ref() reads them; "-"
-// stands for those that standard input names. With `search` they are words instead, and stand for
-// the songs of every source, or of --source, in which all of them are found.
+// The nodes from which a session is made. Nodes are in the form of parse_ref(); "-" stands for the
+// nodes that standard input names. With `search` they are words instead, and stand for the songs
+// that contain all of them, from every source or that of --source.
 struct QueueNodes {
     std::vector<std::string> nodes;
     bool search = false;
@@ -41,20 +41,23 @@ struct QueueNodes {
 CommandResult run_load(Client &client, const ListOptions &options, const QueueNodes &nodes,
                        int32_t number, bool play);
 
-// @param verb "add" for after all tracks, "insert" for after the current one.
+// @param verb "add": after all tracks; "insert": after the current one.
 CommandResult run_add(Client &client, const ListOptions &options, const std::string &verb,
                       const QueueNodes &nodes);
 
-// @param ranges as parse_track_range() reads them; they may overlap.
+// @param ranges in the form of parse_track_range(); they may overlap.
 CommandResult run_remove(Client &client, const std::vector<std::string> &ranges);
 
-// Moves a track so that it has another number; both from 1.
+// Moves a track to another number; both count from 1.
 CommandResult run_move(Client &client, int32_t from, int32_t to);
 
-// Takes away all tracks but the current one.
+// Puts all tracks except the current one into a random order after it.
+CommandResult run_mix(Client &client);
+
+// Removes all tracks except the current one.
 CommandResult run_crop(Client &client);
 
-// Leaves the player without tracks.
+// Removes all tracks.
 CommandResult run_clear(Client &client);
 
 } // namespace vantro::ctl

@@ -36,13 +36,6 @@ std::string modes_words(const PlayerEvent &event) {
     return fmt::format("{}", fmt::join(words, ", "));
 }
 
-const char *error_words(int32_t code) {
-    static constexpr const char *words[] = {
-        "for a reason of the service's", "the file is not there any more",
-        "the file cannot be read", "what the file holds cannot be played"};
-    return words[code > 0 && code < static_cast<int32_t>(std::size(words)) ? code : 0];
-}
-
 std::string words_of(const PlayerEvent &event, const PlayerMirror &before) {
     switch (event.kind) {
     case PlayerEvent::Kind::state:
@@ -68,7 +61,7 @@ std::string words_of(const PlayerEvent &event, const PlayerMirror &before) {
         const bool same = known != before.sources().end() && known->second == event.source;
         return fmt::format("{}: {}, {}{}", event.source.id, event.source.name,
                            source_status_name(event.source.status),
-                           same ? ", what it holds has changed" : "");
+                           same ? ", its contents have changed" : "");
     }
     case PlayerEvent::Kind::error:
         return fmt::format("{}: {} (error {})", state_name(event.modes.state),

@@ -23,7 +23,7 @@ namespace {
 constexpr size_t events_max = 256;
 // A change that cannot be decoded is skipped. So many in a row mean that the ring is corrupt.
 constexpr int misunderstood_max = 100;
-// A service that does not answer in this time is taken as not back yet.
+// A service that does not answer in this time counts as not back yet.
 constexpr double look_again_timeout_s = 1;
 
 // Whether an error of the calls for events says that this run of the service is over.
@@ -44,7 +44,7 @@ void Follower::leave() {
     descriptor_ = -1;
 }
 
-// Opens the descriptor of the events. If none is left the tool works without, and tries again.
+// Opens the descriptor of the events. If none is free, the tool works without, and tries again.
 void Follower::need_descriptor() {
     if (descriptor_ < 0) {
         descriptor_ = vantro_event_fd(client_->handle());
@@ -58,7 +58,7 @@ void Follower::begin(double timeout_s) {
     client_ = std::make_unique<Client>(ClientOptions{options_.player, timeout_s, options_.wait_s});
     need_descriptor();
     PlayerMirror mirror(options_.player);
-    std::vector<PlayerEvent> others; // Those that the mirror does not keep.
+    std::vector<PlayerEvent> others; // Events that the mirror does not keep.
     for (;;) {
         PlayerEvent event;
         const Look found = look(event);
@@ -105,12 +105,12 @@ void Follower::fail(int error) const {
     if (means_gone(error)) {
         throw Failure(
             Outcome::absent,
-            fmt::format("no events of player \"{}\": does its service publish any?", player));
+            fmt::format("player \"{}\" has no events: does its service publish any?", player));
     }
     if (error == EBADMSG) {
         throw Failure(Outcome::failed,
                       fmt::format("the events of player \"{}\" cannot be understood; are service "
-                                  "and tool of one version?",
+                                  "and tool of the same version?",
                                   player));
     }
     throw Failure(error == EACCES ? Outcome::denied : Outcome::failed,
@@ -144,7 +144,7 @@ bool Follower::look_for_service(std::vector<PlayerEvent> &events) {
                        options_.timeout_s > 0 ? options_.timeout_s : look_again_timeout_s));
     } catch (const Failure &failure) {
         leave();
-        // A reason is reported only when it comes twice in a row: many are gone at once.
+        // A reason is reported only if it comes twice in a row: many reasons disappear at once.
         if (std::exchange(last_reason_, failure.text) == failure.text &&
             last_reason_ != told_reason_) {
             told_reason_ = last_reason_;

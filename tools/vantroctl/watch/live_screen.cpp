@@ -33,7 +33,7 @@ constexpr Milliseconds redraw_min(40);
 
 constexpr const char *hint = "q leaves";
 
-// Stops the process, as the terminal's key for that would have done.
+// Stops the process, as the terminal's suspend key would have done.
 void stop_process() {
     sigset_t stop;
     sigemptyset(&stop);
@@ -160,12 +160,13 @@ class LiveScreen : public WatchView {
 std::unique_ptr<WatchView> make_live_screen(const std::vector<std::string> &players) {
     const char *terminal = std::getenv("TERM");
     if (!output_is_terminal()) {
-        throw Failure(Outcome::usage, "--live draws on a terminal, and standard output is none; "
-                                      "watch without it writes lines");
+        throw Failure(Outcome::usage, "--live needs a terminal, and standard output is not one; "
+                                      "watch without --live writes lines");
     }
     if (!terminal || !*terminal || std::string_view(terminal) == "dumb") {
-        throw Failure(Outcome::usage, "--live needs a terminal that can be drawn on, and TERM says "
-                                      "that this one cannot; watch without it writes lines");
+        throw Failure(Outcome::usage,
+                      "--live needs a terminal that can move the cursor, and TERM says "
+                      "that this one cannot; watch without it writes lines");
     }
     return std::make_unique<LiveScreen>(players);
 }

@@ -58,12 +58,21 @@ TEST_F(Catalogue, FromTheTopToASongThatPlays) {
     EXPECT_EQ(said_, "*\t2\t" + song + "\t" + kanji + "\tRed\tThe Way\t1:40\n");
     EXPECT_EQ(run({"jump", "1"}), 0);
     EXPECT_EQ(said_, "1 of 2: One - Red - The Way (1:40)\n");
+    for (int i = 0; i < 20; ++i) { // More sessions than a player keeps, so earlier ones are gone.
+        ASSERT_EQ(run({"load", song}), 0) << said_;
+    }
+}
+
+TEST_F(Catalogue, TracksAreSkippedPausedAndSought) {
+    start_vantrod({"--music", music_});
+    ASSERT_EQ(run({"load", "--search", "The Way", "--play"}), 0);
+    EXPECT_EQ(run({"jump", "1", "--quiet"}), 0);
     EXPECT_EQ(run({"next", "--quiet"}), 0);
     EXPECT_EQ(said_, "");
     EXPECT_EQ(run({"next", "--json"}), 0);
     EXPECT_NE(said_.find("\"command\":\"next\",\"track\":{\"index\":"), said_.npos) << said_;
     ASSERT_EQ(run({"jump", "2", "-q"}), 0);
-    ASSERT_EQ(run({"toggle"}), 0); // it had come to its end
+    ASSERT_EQ(run({"toggle"}), 0); // it had reached its end
     ASSERT_EQ(run({"toggle"}), 0);
     ASSERT_EQ(run({"seek", "50%"}), 0);
     ASSERT_EQ(run({"status"}), 0);
@@ -81,10 +90,14 @@ TEST_F(Catalogue, FromTheTopToASongThatPlays) {
     EXPECT_EQ(said_.find("{\"ok\":true,\"player\":\"main\",\"command\":\"jump\",\"index\":0,"), 0u);
     ASSERT_EQ(run({"status"}), 0);
     EXPECT_NE(said_.find("state: playing\ntrack: 1\ntracks: 2\ntitle: One\n"), std::string::npos);
-    for (int i = 0; i < 20; ++i) { // More than a player keeps, so earlier ones are gone.
-        ASSERT_EQ(run({"load", song}), 0) << said_;
-    }
+}
 
+TEST_F(Catalogue, IsDescribedSearchedAndPrintedAsATree) {
+    start_vantrod({"--music", music_});
+    ASSERT_EQ(run({"browse", "1:albums"}), 0);
+    const std::string album = node("The Way");
+    ASSERT_EQ(run({"browse", "1:songs"}), 0);
+    const std::string song = node(kanji);
     ASSERT_EQ(run({"info", song, "composer", "nothing", "title", "title"}), 0);
     EXPECT_EQ(said_, std::string("composer: Bach\nnothing:\ntitle: ") + kanji + "\n");
     ASSERT_EQ(run({"info", song}), 0);
@@ -130,6 +143,9 @@ TEST_F(Catalogue, TracksAreAddedMovedAndTakenAway) {
         {{"move", "1", "3"}, "22*112"},
         {{"move", "5", "1"}, "222*11"},
         {{"remove", "9"}, "222*11", 6},
+        {{"load", two, two, one, two, two, "--index", "3", "--play"}, "22*122"},
+        {{"mix"}, "*12222"}, // the current track continues, and no track is skipped
+        {{"load", two, two, two, one, one, "--index", "4", "--play"}, "222*11"},
         {{"remove", "4", "1-2"}, "2*1"}, // the next one goes on
         {{"remove", "2"}, "*2"},         // there is none: it stops
         {{"clear"}, ""},
@@ -203,12 +219,12 @@ TEST_F(Catalogue, SaysWhatDoesNotExist) {
         {{"load", "1:", "2:", "--index", "3"}, 6, "no song 3: there are fewer in them"},
         {{"add", "1:", "1:nothing"}, 6, "no node 1:nothing in source 1"},
         {{"insert", "1:", "7:"}, 6, "no source 7"},
-        {{"load", "--search", "no", "such"}, 6, "no song is found by \"no such\""},
+        {{"load", "--search", "no", "such"}, 6, "no song contains \"no such\""},
         {{"add", "x", "--search", "--source", "7"}, 6, "no source 7"},
         {{"add"}, 2, "NODE is required"},
         {{"remove", "1"}, 6, "no track session"},
-        {{"remove", "0"}, 2, "N[-M]: tracks are 3 or 3-7"},
-        {{"remove", "3-2"}, 2, "N[-M]: tracks are 3 or 3-7"},
+        {{"remove", "0"}, 2, "N[-M]: write tracks as 3 or 3-7"},
+        {{"remove", "3-2"}, 2, "N[-M]: write tracks as 3 or 3-7"},
         {{"move", "1"}, 2, "M is required"},
         {{"load", ""}, 2, "an empty NODE"},
         {{"load", "", "--source", "1"}, 2, "an empty NODE"},
@@ -245,6 +261,44 @@ TEST_F(Catalogue, SaysWhatDoesNotExist) {
     EXPECT_NE(said_.find("\n2:"), std::string::npos) << said_;
 }
 
+TEST_F(Catalogue, SaysWhyNothingPlays) {
+    const std::filesystem::path root = path_ + "/root";
+    test::make_music(root / "stick" / "3.flac", 100000, {"TITLE=Three"});
+    start_vantrod({"--music", music_, "--media-root", root});
+    ASSERT_EQ(run({"search", "Three"}), 0);
+    const std::string three = node("Three");
+    ASSERT_EQ(run({"search", "One", "--title"}), 0);
+    const std::string one = node("One");
+    ASSERT_EQ(run({"load", three, one, three}), 0);
+    std::filesystem::rename(root / "stick", path_ + "/away");
+    do {
+        ASSERT_EQ(run({"sources"}), 0);
+    } while (said_.find("removable") != said_.npos);
+    EXPECT_EQ(run({"play"}), 0) << said_; // the second track
+    ASSERT_EQ(run({"status"}), 0);
+    EXPECT_NE(said_.find("state: playing\ntrack: 2\n"), said_.npos) << said_;
+    const std::vector<std::string> rows[] = {{"play", "3"}, {"play", "--json"}, {"toggle"}};
+    for (const auto &row : rows) {
+        ASSERT_EQ(run({"jump", "3", "--quiet"}), 0);
+        ASSERT_EQ(run({"stop"}), 0);
+        ASSERT_EQ(run({"jump", "3", "--quiet"}), 0);
+        EXPECT_EQ(run(row), 6);
+        EXPECT_EQ(said_.find("vantroctl: nothing plays: the file does not exist any more; is its "),
+                  0u)
+            << said_;
+    }
+    end_vantrod();
+
+    start_vantrod({"--music", music_, "--audio", "mpv", "--audio-device",
+                   "pcm/" + path_ + "/nowhere/out.wav"});
+    const std::vector<std::string> more_rows[] = {{"load", one, "--play"}, {"play"}, {"play", "1"}};
+    for (const auto &row : more_rows) {
+        EXPECT_EQ(run(row), 1);
+        EXPECT_EQ(said_.find("vantroctl: nothing plays: the audio output cannot be used; "), 0u)
+            << said_;
+    }
+}
+
 TEST_F(Catalogue, FitsTheTerminalAndPagesWhatDoesNot) {
     for (int i = 1; i <= 30; ++i) {
         std::filesystem::copy_file(music_ / "Far $HOME" / "2.ogg",
@@ -263,7 +317,7 @@ TEST_F(Catalogue, FitsTheTerminalAndPagesWhatDoesNot) {
     EXPECT_EQ(std::count(said_.begin(), said_.end(), '\n'), 33) << said_;
     ASSERT_EQ(on_terminal(60, {"search", "zzz"}), 0);
     EXPECT_EQ(said_, "nothing found\n");
-    setenv("PAGER", "exit 0", 1); // a reader that leaves at once
+    setenv("PAGER", "exit 0", 1); // a reader that ends at once
     EXPECT_EQ(on_terminal(60, {"browse", songs}), 0);
     setenv("PAGER", "/nowhere/less", 1);
     EXPECT_EQ(on_terminal(60, {"browse", songs}), 1);

@@ -40,6 +40,12 @@ TEST_F(Scripts, ShowWhatTheirTemplateSays) {
          "On\xE2\x80\xA6"
          "4 &lt;&apos;&gt;\n"},
         {"status", "{{album}}", ""},
+        {"status", "{{position * 100 / length}}% {{-(length - position) + 10 * 2}} {{7 / 2}}",
+         "70% -29980 3\n"},
+        {"status", "{{volume / 3.0}} {{volume / 0}}{{title + 1}}{{9223372036854775807 + 1}}|",
+         "13.333 |\n"},
+        {"status", "{{emoji(state)}}{{emoji(volume)}}{{emoji(artist)}}",
+         "\xE2\x8F\xB8\xEF\xB8\x8F\xF0\x9F\x94\x89\xC3\x89na\n"},
         {"players", "{{player}}={{state}}", "main=paused\n"},
         {"tracks", "{{track}}{{if(current, '*')}} {{length}} {{title}}",
          "1* 100000 One\xEF\xBF\xBD[31m\n2 200000 Two\n"},
@@ -66,25 +72,34 @@ TEST_F(Scripts, LearnWhereTheirTemplateIsWrong) {
         const char *format, *error;
     } rows[] = {
         {"{{", "character 3: a field, a function, a number or a text"},
-        {"\xC3\x89 {{artst}}", "character 5: no field artst; there are player, "},
+        {"\xC3\x89 {{artst}}", "character 5: no field artst; the fields are player, "},
         {"ab\\x", "character 3: the escapes are "},
         {"{{lc()}}", "character 6: a field, "},
         {"{{lc(artist, 1)}}", "character 3: lc() takes 1 values, not 2"},
-        {"{{low(artist)}}", "character 3: no function low; there are lc, "},
+        {"{{low(artist)}}", "character 3: no function low; the functions are lc, "},
         {"x{{artist", "character 2: {{ without }}"},
         {"{{artist}", "character 9: }} is expected"},
-        {"{{\"artist}}", "character 3: a text without end"},
+        {"{{\"artist}}", "character 3: the text has no end"},
         {"{{if(artist, title}}", "character 19: , or ) is expected"},
+        {"{{(1 + 2}}", "character 9: ) is expected"},
+        {"{{1 +}}", "character 6: a field, "},
     };
     for (const auto &row : rows) {
         EXPECT_EQ(run({"status", "--format", row.format}), 2) << row.format;
         EXPECT_EQ(said_.find(fmt::format("vantroctl: --format: {}", row.error)), 0u) << said_;
     }
-    std::string deep = "artist";
-    for (int i = 0; i < 40; ++i) {
-        deep = fmt::format("lc({})", deep);
+    constexpr const char *deep_error = "expressions are nested too deeply";
+    for (const auto &[around, error] : {std::pair{"lc({})", deep_error},
+                                        {"({})", deep_error},
+                                        {"-{}", deep_error},
+                                        {"{}+1", "too many operators in one expression"}}) {
+        std::string deep = "artist";
+        for (int i = 0; i < 100; ++i) {
+            deep = fmt::format(fmt::runtime(around), deep);
+        }
+        EXPECT_EQ(run({"status", "--format", "{{" + deep + "}}"}), 2) << around;
+        EXPECT_NE(said_.find(error), said_.npos) << said_;
     }
-    EXPECT_EQ(run({"status", "--format", "{{" + deep + "}}"}), 2);
     EXPECT_EQ(run({"status", "--json", "--format", "x"}), 2);
     EXPECT_EQ(run({"play", "--format", "x"}), 2);
 }
@@ -126,7 +141,29 @@ TEST_F(Scripts, AreToldWhatPlaysAndWhatFollows) {
         {{"shuffle", "on"}, 0, ""},
         {{"shuffle"}, 0, "on\n"},
         {{"queued"}, 1, "vantroctl: in random order only the service knows what follows\n"},
+        {{"seek", "--through", "1"},
+         1,
+         "vantroctl: in random order only the service knows what "
+         "follows\n"},
         {{"play", "3"}, 6, "vantroctl: no track 3: the session has 2\n"},
+        {{"play", "--search", "TW"}, 0, "2 of 2: Two (3:20)\n"},
+        {{"play", "--search", "\xC3\xA9NA", "one"},
+         0,
+         "1 of 2: One\xEF\xBF\xBD[31m - \xC3\x89na (1:40)\n"},
+        {{"play", "--search", "one", "two"}, 6, "vantroctl: no track contains \"one two\"\n"},
+        {{"shuffle", "off"}, 0, ""},
+        {{"pause"}, 0, ""},
+        {{"seek", "1:00"}, 0, ""},
+        {{"seek", "-10%"}, 0, ""},
+        {{"status", "--format", "{{track}} {{position}}"}, 0, "1 50000\n"},
+        {{"seek", "--through", "+1:00"}, 0, "2 of 2: Two (3:20)\n"},
+        {{"status", "--format", "{{track}} {{position}}"}, 0, "2 10000\n"},
+        {{"seek", "--through", "-20"}, 0, "1 of 2: One\xEF\xBF\xBD[31m - \xC3\x89na (1:40)\n"},
+        {{"status", "--format", "{{track}} {{position}}"}, 0, "1 90000\n"},
+        {{"seek", "--through", "-1:00:00"}, 0, ""},
+        {{"seek", "--through", "5:00"}, 6, "vantroctl: the last track ends before that\n"},
+        {{"status", "--format", "{{track}} {{position}}"}, 0, "1 0\n"},
+        {{"play", "2"}, 0, "2 of 2: Two (3:20)\n"},
         {{"crop"}, 0, ""},
         {{"status", "--format", "{{state}} {{track}}/{{tracks}} {{title}}"},
          0,
@@ -174,6 +211,8 @@ TEST_F(Scripts, AreToldWhatIsWrongAndHowToMendIt) {
     EXPECT_NE(said_.find("ok\tmusic\tsource 1 (music) is ready, with 2 songs\t\n"), said_.npos);
     EXPECT_EQ(run({"whoami", "--json"}), 0);
     EXPECT_NE(said_.find(fmt::format("\"uid\":{},", geteuid())), said_.npos) << said_;
+    EXPECT_EQ(run({"status", "--player", "den"}), 3);
+    EXPECT_EQ(said_, "vantroctl: no player \"den\" (players: main); choose one with --player\n");
     EXPECT_EQ(run({"doctor", "--player", "den", "--json"}), 3);
     EXPECT_EQ(said_.find(R"({"ok":false,"command":"doctor","error":"there is no player den)"), 0u)
         << said_;

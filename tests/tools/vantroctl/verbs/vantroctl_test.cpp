@@ -133,8 +133,17 @@ TEST_F(Vantroctl, RefusesWhatItDoesNotUnderstand) {
         EXPECT_EQ(said_.find("vantroctl: "), 0u) << said_;
         EXPECT_EQ(std::count(said_.begin(), said_.end(), '\n'), 1) << said_;
     }
-    EXPECT_EQ(run({"dance"}), 2);
-    EXPECT_EQ(said_, "vantroctl: \"dance\" is not a command; see vantroctl --help\n");
+    const std::pair<std::vector<std::string>, const char *> told[] = {
+        {{}, "a command is missing"},
+        {{"dance"}, "\"dance\" is not a command"},
+        {{"--loud"}, "\"--loud\" is not an option"},
+        {{"status", "now"}, "status does not take \"now\""},
+        {{"sources", "--limit", "3"}, "sources does not take \"--limit\""},
+    };
+    for (const auto &[arguments, error] : told) {
+        EXPECT_EQ(run(arguments), 2);
+        EXPECT_EQ(said_, std::string("vantroctl: ") + error + "; see vantroctl --help\n");
+    }
     EXPECT_EQ(run({"seek", "1:5", "--json"}), 2);
     EXPECT_NE(said_.find("\n{\"ok\":false,"), std::string::npos) << said_;
     // These are understood: the only error is that there is no service.
@@ -169,8 +178,8 @@ TEST_F(Vantroctl, SaysWhyTheServiceRefused) {
         {EIO, {"search", "x", "--source", "1"}, 1, "search failed: the service cannot read"},
         {EIO, {"info", "1:x"}, 1, "info failed: the service cannot read"},
         {EIO, {"play"}, 1, "play failed: the service cannot read"},
-        {ENOMEM, {"browse", "1:x"}, 1, "browse failed: the service is short of memory"},
-        {EMFILE, {"jump", "1"}, 1, "jump failed: the service is short of descriptors"},
+        {ENOMEM, {"browse", "1:x"}, 1, "browse failed: the service has too little memory"},
+        {EMFILE, {"jump", "1"}, 1, "jump failed: the service has too few descriptors"},
         {ENODATA, {"next"}, 6, "no track session: load a node or play first"},
         {ERANGE, {"rate", "20"}, 1, "the player cannot play at rate 20"},
         {EBUSY, {"status"}, 1, "status refused by the service: Device or resource busy\n"},
@@ -187,7 +196,7 @@ TEST_F(Vantroctl, SaysWhyTheServiceRefused) {
 TEST_F(Vantroctl, SaysThatSongsAreStillBeingLookedFor) {
     Service service(Manner::scans);
     EXPECT_EQ(run({"load", "1:"}), 0);
-    EXPECT_EQ(said_, "vantroctl: source 1 is still being scanned: songs that it finds from now on "
+    EXPECT_EQ(said_, "vantroctl: source 1 is still being scanned: songs that are found from now on "
                      "are not loaded\n");
     EXPECT_EQ(run({"load", "1:", "--json"}), 0);
     EXPECT_TRUE(said_.ends_with("\"session_id\":7,\"scanning\":true}\n")) << said_;
