@@ -1,7 +1,9 @@
 #include "bridges/mpd/catalogue.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -9,19 +11,20 @@
 
 #include "bridges/mpd/node_walk.h"
 #include "bridges/mpd/service_call.h"
+#include "bridges/mpd/text.h"
 
 namespace vantro::mpd {
 namespace {
 
 constexpr std::string_view node_scheme = "node:";
 
-// Folders whose URIs are remembered.
+// Folders whose URIs are cached.
 constexpr size_t folders_max = 4096;
 
 // Folders lie no deeper in the service.
 constexpr int depth_max = 256;
 
-// Keys that are no tags, in the order of `Extra`.
+// Keys that are not tags, in the order of `Extra`.
 enum Extra { path, duration, modified, bit_rate, sample_rate, channels, codec, artwork, start };
 constexpr const char *extra_keys[] = {
     VANTRO_KEY_PATH,     VANTRO_KEY_DURATION,    VANTRO_KEY_MODIFIED,
@@ -71,8 +74,8 @@ const std::vector<Catalogue::Source> &Catalogue::sources(Player &player) {
             saved_.push_back(each.id);
             continue;
         }
-        std::string directory(text(each.name));
-        std::replace(directory.begin(), directory.end(), '/', '_'); // it is one name of a path
+        std::string directory = one_line(text(each.name));
+        std::replace(directory.begin(), directory.end(), '/', '_'); // one component of a path
         const bool taken = std::any_of(sources_.begin(), sources_.end(), [&](const Source &other) {
             return other.directory == directory;
         });
@@ -102,9 +105,9 @@ std::string Catalogue::directory_of(int32_t source) {
     return "";
 }
 
-// The catalogue tells the path of each song, and of no directory. So the path of a source is that
-// of a song in it, less the folders in which the song lies.
-const std::string &Catalogue::root_path(Player &player, int32_t source) {
+// The catalogue states the paths of songs, but not of directories. So the path of a source is the
+// path of one of its songs, without the folders that contain the song.
+const std::string &Catalogue::path_of_source(Player &player, int32_t source) {
     auto known = std::find_if(roots_.begin(), roots_.end(),
                               [source](const Root &each) { return each.source == source; });
     if (known != roots_.end() && !known->path.empty()) {
@@ -138,33 +141,51 @@ const std::string &Catalogue::root_path(Player &player, int32_t source) {
 std::string Catalogue::uri_of(Player &player, const NodeKey &key, const std::string &path) {
     if (!path.empty()) {
         sources(player);
-        const std::string &root = root_path(player, key.source);
+        const std::string &root = path_of_source(player, key.source);
         const std::string directory = directory_of(key.source);
         if (!root.empty() && !directory.empty() && path.starts_with(root)) {
-            return directory + '/' + path.substr(root.size());
+            return directory + '/' + one_line(std::string_view(path).substr(root.size()));
         }
     }
     return fmt::format("{}{}:{}", node_scheme, key.source, key.id);
 }
 
 SongPtr Catalogue::song(Player &player, const NodeKey &key) {
+    if (SongPtr found = song_if_there(player, key)) {
+        return found;
+    }
+    refuse_uri(fmt::format("{}{}:{}", node_scheme, key.source, key.id));
+}
+
+SongPtr Catalogue::queued_song(Player &player, const NodeKey &key) {
+    SongPtr found = key.id.empty() ? nullptr : song_if_there(player, key);
+    if (!found) {
+        auto gone = std::make_shared<Song>();
+        gone->key = key;
+        gone->uri = std::string(node_scheme) + "gone";
+        found = std::move(gone);
+    }
+    return found;
+}
+
+SongPtr Catalogue::song_if_there(Player &player, const NodeKey &key) {
     if (SongPtr known = songs_.find(key)) {
         return known;
     }
     auto song = std::make_shared<Song>();
     song->key = key;
-    if (key.id.empty()) {
-        song->uri = std::string(node_scheme) + "gone";
-        return song;
-    }
     const char *keys[tag_count + extra_count];
     for (size_t i = 0; i < tag_count; ++i) {
         keys[i] = tag_names[i].key;
     }
     std::copy(std::begin(extra_keys), std::end(extra_keys), keys + tag_count);
-    const auto values = checked(player.values(key.source, key.id.c_str(), keys));
+    auto asked = player.values(key.source, key.id.c_str(), keys);
+    if (refused(asked, ENOENT)) {
+        return nullptr;
+    }
+    const auto values = checked(std::move(asked));
     for (size_t i = 0; i < tag_count; ++i) {
-        song->tags[i] = text(values[i].get());
+        song->tags[i] = one_line(text(values[i].get()));
     }
     const Value *const extra = values.data() + tag_count;
     song->duration_ms = number_of<int32_t>(extra[duration]);
@@ -190,8 +211,8 @@ SongPtr Catalogue::find_song(Player &player, const NodeKey &folder, const std::s
         if (node->type != VANTRO_NODE_SONG) {
             continue;
         }
-        if (SongPtr found = song(player, {folder.source, std::string(text(node->id))});
-            found->uri == uri) {
+        SongPtr found = song_if_there(player, {folder.source, std::string(text(node->id))});
+        if (found && found->uri == uri) {
             return found;
         }
     }
@@ -206,8 +227,8 @@ std::optional<NodeKey> Catalogue::find_folder_in(Player &player, const NodeKey &
     const std::string_view name = std::string_view(uri).substr(uri.rfind('/') + 1);
     NodeWalk walk = NodeWalk::below(folder, false);
     const MediaNode *node = walk.next(player).node;
-    while (node && node->type == VANTRO_NODE_FOLDER) { // they come before the songs
-        if (text(node->name) == name) {
+    while (node && node->type == VANTRO_NODE_FOLDER) { // folders come before the songs
+        if (one_line(text(node->name)) == name) {
             if (folders_.size() == folders_max) {
                 folders_.clear();
             }

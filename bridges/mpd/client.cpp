@@ -16,28 +16,29 @@ namespace {
 // The version of the protocol that is spoken here.
 constexpr std::string_view greeting = "OK MPD 0.23.5\n";
 
-// A web page can have a browser send requests to a port of this machine, with commands in them.
+// A web page can make a browser send requests with commands to a port of this machine.
 bool is_of_a_browser(std::string_view line) {
     const size_t version = line.rfind(" HTTP/");
     return version != std::string_view::npos && line.find('"') == std::string_view::npos &&
            line.size() - version <= std::string_view(" HTTP/1.1").size();
 }
 
-// After so long the other clients have their turn.
+// The time after which the other clients have their turn.
 constexpr std::chrono::milliseconds turn(5);
 
 } // namespace
 
-Client::Client(Descriptor socket, Partition &partition, Partitions &partitions,
+Client::Client(Descriptor socket, Clients &clients, Partition &partition, Partitions &partitions,
                Catalogue &catalogue, const Passwords &passwords)
-    : connection_(std::move(socket)), partition_(&partition), partitions_(partitions),
-      catalogue_(catalogue), passwords_(passwords), permissions_(passwords.at_first()) {
+    : connection_(std::move(socket)), clients_(clients), partition_(&partition),
+      partitions_(partitions), catalogue_(catalogue), passwords_(passwords),
+      permissions_(passwords.at_first()) {
     connection_.output() = greeting;
 }
 
 Context Client::context() {
     catalogue_.be_at(partitions_.catalogue_version());
-    return {*this, *partition_, partitions_, catalogue_, Reply(connection_.output())};
+    return {*this, clients_, *partition_, partitions_, catalogue_, Reply(connection_.output())};
 }
 
 bool Client::busy() const {
@@ -91,7 +92,7 @@ void Client::take_line(std::string_view line) {
             idle_ = false;
             connection_.output() += "OK\n";
         } else {
-            closing_ = true; // an answer could not be told from the news
+            closing_ = true; // an answer could not be distinguished from the notification
         }
         return;
     }
@@ -102,7 +103,7 @@ void Client::take_line(std::string_view line) {
     } else if (line == "command_list_begin" || line == "command_list_ok_begin") {
         begin_list(line == "command_list_ok_begin");
     } else if (line == "noidle") {
-        return; // the news was on its way already
+        return; // the notification was already sent
     } else {
         in_list_ = false;
         at_ = 0;
@@ -137,7 +138,7 @@ void Client::add_to_list(std::string_view line) {
         return;
     }
     lines_.emplace_back(line);
-    at_ = lines_.size(); // nothing is carried out before the list's end
+    at_ = lines_.size(); // commands of a list are carried out at its end
 }
 
 void Client::run_next() {
@@ -152,7 +153,7 @@ void Client::run_next() {
     }
 }
 
-// After a command that was carried out.
+// Called after a command was carried out.
 void Client::finish_command() {
     ++at_;
     const bool last = at_ >= lines_.size();
@@ -177,7 +178,7 @@ bool Client::run(const std::string &line) {
         const Command &command = need_command(words);
         command_ = words.front();
         const Arguments arguments = Arguments(words).subspan(1);
-        // What is refused to everybody says why itself.
+        // A command that is always refused states its own reason.
         if (command.permission != Permission::nobody && !permissions_.allow(command.permission)) {
             throw Ack(AckCode::permission,
                       fmt::format("you don't have permission for \"{}\"", command_));
@@ -221,40 +222,45 @@ void Client::carry_out(const Command &command, Arguments arguments) {
     const bool alone = !partition_->has_draft();
     const size_t answered = connection_.output().size();
     const auto once = [&] {
-        Context now = context();
-        task_ = command.handler(now, arguments);
-        if (at_ + 1 == lines_.size()) {
-            partition_->commit(); // before the answer says that it is done
+        try {
+            Context now = context();
+            task_ = command.handler(now, arguments);
+            if (at_ + 1 == lines_.size()) {
+                partition_->commit(); // before the answer confirms the changes
+            }
+        } catch (...) {
+            connection_.output().resize(answered); // discard an incomplete answer
+            throw;
         }
     };
     try {
         once();
     } catch (const ServiceGone &gone) {
         if (!alone) {
-            throw; // what came before is lost
+            throw; // the changes before are lost
         }
-        // The end of a service is often noticed by the first call only. The next one may run.
+        // Often only the first call notices that the service has ended; a new service may run
+        // already.
         partition_->leave(gone);
-        connection_.output().resize(answered);
         once();
     }
 }
 
-// Commands before the one that failed were confirmed, or are done as far as the client knows.
+// The commands before the failed one were confirmed, or the client assumes that they are done.
 void Client::commit_rest() {
     try {
         partition_->commit();
     } catch (const std::exception &) {
-        // The first failure is the one that is told.
+        // The first failure is the one that is reported.
     }
 }
 
-// Others see the queue between two turns of a long command list.
+// Other clients see the queue between two turns of a long command list.
 void Client::commit_turn() {
     try {
         partition_->commit();
     } catch (const std::exception &) {
-        at_ = at_ > 0 ? at_ - 1 : 0; // the last one that was carried out
+        at_ = at_ > 0 ? at_ - 1 : 0; // the last command that was carried out
         refuse_current();
         lines_.clear();
         at_ = 0;
@@ -262,7 +268,7 @@ void Client::commit_turn() {
     }
 }
 
-// To be called if an exception was caught.
+// Call it inside a catch block.
 void Client::refuse_current() {
     try {
         throw;
@@ -280,6 +286,7 @@ void Client::refuse_current() {
 }
 
 bool Client::step_task() {
+    const size_t answered = connection_.output().size();
     try {
         Context now = context();
         if (task_->step(now)) {
@@ -287,6 +294,7 @@ bool Client::step_task() {
         }
         return true;
     } catch (const std::exception &) {
+        connection_.output().resize(answered); // it may end in the middle of a line
         refuse_current();
     }
     return false;

@@ -1,4 +1,4 @@
-// A client: its commands and command lists, what it waits for, and how it wants to see songs.
+// A client: its commands and command lists, the changes that it waits for, and its settings.
 #ifndef VANTRO_BRIDGES_MPD_CLIENT_H
 #define VANTRO_BRIDGES_MPD_CLIENT_H
 
@@ -11,6 +11,7 @@
 #include "bridges/mpd/ack.h"
 #include "bridges/mpd/command.h"
 #include "bridges/mpd/connection.h"
+#include "bridges/mpd/mailbox.h"
 #include "bridges/mpd/permissions.h"
 #include "bridges/mpd/subsystems.h"
 
@@ -18,51 +19,56 @@ namespace vantro::mpd {
 
 class Client {
   public:
-    // Bytes and lines of a command list. Clients load whole queues by one.
+    // Bytes and lines of a command list. Clients load whole queues with one list.
     static constexpr size_t list_bytes_max = 2 * 1024 * 1024;
     static constexpr size_t list_lines_max = 64 * 1024;
-    // A piece of a cover, unless the client asks for another size.
+    // Bytes of a piece of a cover, unless the client requests another size.
     static constexpr size_t binary_default = 8192;
 
     // Wrong passwords before the connection ends.
     static constexpr int wrong_passwords_max = 10;
 
-    // @param passwords borrowed, like the others.
-    Client(Descriptor socket, Partition &partition, Partitions &partitions, Catalogue &catalogue,
-           const Passwords &passwords);
+    // @param clients all connected clients, including this one; borrowed, like the others.
+    Client(Descriptor socket, Clients &clients, Partition &partition, Partitions &partitions,
+           Catalogue &catalogue, const Passwords &passwords);
 
     // Reads what the client has sent.
     void receive() { connection_.receive(); }
 
-    // Carries out what can be carried out, for a short while, and sends what there is to send.
+    // Carries out commands for a short time, and sends pending output.
     void work();
 
-    // Whether work() has more to do without any news of the client.
+    // Whether work() has more to do without an event of the client's socket.
     bool busy() const;
 
-    // Which news of the client work() waits for.
+    // The events of the client's socket that work() waits for.
     bool wants_input() const;
     bool wants_output() const { return connection_.has_output(); }
 
     bool ended() const;
 
-    // Tells of changes now, or keeps them for the next time that the client waits.
+    // Reports changes now, or keeps them until the client waits.
     void notify(const Subsystems &changed);
 
     int descriptor() const { return connection_.descriptor(); }
     Partition &partition() const { return *partition_; }
     void set_partition(Partition &partition) { partition_ = &partition; }
 
-    // What the client may do; a password changes it. @return whether it is right.
+    // The client's permissions. give_password() replaces them. @return whether the password is
+    // right.
     const Permissions &permissions() const { return permissions_; }
     bool give_password(const std::string &password);
 
-    // For the commands: what waiting begins with, and how it ends.
+    // For the commands: start waiting for changes, and end the connection.
     void wait_for(const Subsystems &wanted);
     void close() { closing_ = true; }
 
+    // Ends the connection at once.
+    void drop() { connection_.give_up(); }
+
     TagSet shown_tags = TagSet().set().reset(index_of(Tag::comment));
     size_t binary_limit = binary_default;
+    Mailbox mailbox;
 
   private:
     void take_line(std::string_view line);
@@ -82,6 +88,7 @@ class Client {
     Context context();
 
     Connection connection_;
+    Clients &clients_;
     Partition *partition_;
     Partitions &partitions_;
     Catalogue &catalogue_;
@@ -89,18 +96,18 @@ class Client {
     Permissions permissions_;
     int wrong_passwords_ = 0;
 
-    Subsystems changed_; // Not told yet.
-    Subsystems waiting_; // What the client waits for.
-    bool idle_ = false;  // It waits.
+    Subsystems changed_; // Not reported yet.
+    Subsystems waiting_; // The changes that the client waits for.
+    bool idle_ = false;  // The client waits.
     bool closing_ = false;
 
     bool collecting_ = false; // Between the beginning and the end of a command list.
     bool tells_each_ = false; // Each command of the list is confirmed.
     bool in_list_ = false;    // The commands are those of a list.
     size_t list_bytes_ = 0;
-    std::vector<std::string> lines_; // To be carried out.
-    size_t at_ = 0;                  // The next of them.
-    std::string command_;            // What is being carried out.
+    std::vector<std::string> lines_; // The commands to carry out.
+    size_t at_ = 0;                  // The index of the next one.
+    std::string command_;            // The command in progress.
     TaskPtr task_;
 };
 

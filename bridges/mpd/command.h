@@ -1,8 +1,9 @@
-// What a command is, and what it works with.
+// A command of the protocol, and the data that it uses.
 #ifndef VANTRO_BRIDGES_MPD_COMMAND_H
 #define VANTRO_BRIDGES_MPD_COMMAND_H
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -18,15 +19,19 @@ class Client;
 class Partition;
 class Partitions;
 
+// All connected clients, by their descriptors.
+using Clients = std::map<int, Client>;
+
 struct Context {
     Client &client;
+    Clients &clients;
     Partition &partition;
     Partitions &partitions;
     Catalogue &catalogue;
     Reply reply;
 };
 
-// An answer that is made piece by piece, as the client takes it.
+// An answer that is made piece by piece, as the client reads it.
 class Task {
   public:
     virtual ~Task() = default;
@@ -39,15 +44,15 @@ class Task {
 using TaskPtr = std::unique_ptr<Task>;
 using Arguments = std::span<const std::string>;
 
-// @return what remains to be done, or nothing.
+// @return the remaining work, or nothing.
 using Handler = TaskPtr (*)(Context &context, Arguments arguments);
 
-// Arguments without a limit of their own.
+// No limit for the number of arguments.
 constexpr size_t any_number = SIZE_MAX;
 
 struct Command {
     std::string_view name;
-    Permission permission; // That it needs.
+    Permission permission; // The permission that the command needs.
     size_t least;          // Numbers of arguments.
     size_t most;
     Handler handler;

@@ -13,15 +13,15 @@ namespace vantro::mpd {
 
 using sockets::Descriptor;
 
-// Both buffers are bounded: no more is read while whole lines wait, and whoever fills the output
-// stops while it is `full()`.
+// Both buffers are bounded: while complete lines wait, no more is read, and commands stop making
+// output while the buffer is `full()`.
 class Connection {
   public:
-    // A line is no longer, its end included. Long filters and lists of tags fit many times.
+    // Longest line, including its end. Long filters and lists of tags fit many times.
     static constexpr size_t line_max = 64 * 1024;
-    // Output that waits for the client, beyond which no more is made.
+    // Pending output from which no more is made.
     static constexpr size_t output_enough = 64 * 1024;
-    // What a client may go on to send after its last answer.
+    // Bytes that a client may still send after its last answer.
     static constexpr size_t thrown_away_max = 16 * 1024 * 1024;
 
     explicit Connection(Descriptor socket) : socket_(std::move(socket)) {}
@@ -31,20 +31,24 @@ class Connection {
     // Reads what has arrived, up to the length of a line.
     void receive();
 
-    // Sends as much of the output as the client takes now.
+    // Sends as much of the output as possible without waiting.
     void send();
 
-    // Ends the connection once the output is sent. Until the client ends it too, what still comes
-    // is thrown away, up to a limit: closed with bytes unread, it would lose the last answer.
+    // Ends the connection once the output is sent. Until the client closes its side, further input
+    // is discarded, up to a limit: if the socket were closed with unread bytes, the last answer
+    // would be lost.
     void finish();
+
+    // Ends the connection without sending the output.
+    void give_up() { broken_ = true; }
 
     // The next whole line, without its end; valid until the next call of receive() or take_line().
     std::optional<std::string_view> take_line();
 
-    // Whether take_line() would give a line.
+    // Whether take_line() would return a line.
     bool has_line() const { return input_.find('\n', taken_) != std::string::npos; }
 
-    // Whether the client has sent more without the end of a line than a line may have.
+    // Whether the client has sent more bytes without a line end than a line may have.
     bool overlong() const { return input_.size() - taken_ >= line_max && !has_line(); }
 
     std::string &output() { return output_; }
@@ -59,7 +63,7 @@ class Connection {
   private:
     Descriptor socket_;
     std::string input_;
-    size_t taken_ = 0; // Bytes of the input that were given out.
+    size_t taken_ = 0; // Bytes of the input that take_line() has returned.
     std::string output_;
     size_t sent_ = 0;
     bool at_end_ = false;

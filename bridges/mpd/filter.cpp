@@ -24,7 +24,7 @@ bool is_name(char c) {
 // One expression in parentheses.
 class Filter::Parser {
   public:
-    Parser(const Filter &filter, std::string_view text) : filter_(filter), rest_(text) {}
+    Parser(Filter &filter, std::string_view text) : filter_(filter), rest_(text) {}
 
     Condition parse_all() {
         Condition condition = parse_parentheses(0);
@@ -101,7 +101,9 @@ class Filter::Parser {
                                           {"contains", Test::contains, false},
                                           {"!contains", Test::contains, true},
                                           {"starts_with", Test::starts_with, false},
-                                          {"!starts_with", Test::starts_with, true}};
+                                          {"!starts_with", Test::starts_with, true},
+                                          {"=~", Test::pattern, false},
+                                          {"!~", Test::pattern, true}};
         for (const Operator &each : operators) {
             if (rest_.starts_with(each.text)) {
                 rest_.remove_prefix(each.text.size());
@@ -109,9 +111,6 @@ class Filter::Parser {
                 condition.negated = each.negated;
                 return;
             }
-        }
-        if (rest_.starts_with("=~") || rest_.starts_with("!~")) {
-            refuse("regular expressions are not supported");
         }
         refuse("unknown operator in the filter expression");
     }
@@ -157,7 +156,7 @@ class Filter::Parser {
         }
     }
 
-    const Filter &filter_;
+    Filter &filter_;
     std::string_view rest_;
     size_t count_ = 0;
 };
@@ -186,13 +185,20 @@ void Filter::set_subject(Condition &condition, std::string_view name) {
     condition.tag = *tag;
 }
 
-void Filter::set_value(Condition &condition, std::string value) const {
+void Filter::set_value(Condition &condition, std::string value) {
     if (condition.subject == Subject::modified_since) {
         const std::optional<int64_t> time = parse_time(value);
         if (!time) {
             refuse(fmt::format("no time: \"{}\"", value));
         }
         condition.time = *time;
+        return;
+    }
+    if (condition.test == Test::pattern) {
+        if (++patterns_ > filter_patterns_max) {
+            refuse("the filter has too many regular expressions");
+        }
+        condition.pattern = std::make_shared<const Pattern>(value, letters_ == Case::folded);
         return;
     }
     const bool exact = letters_ == Case::as_written || condition.subject == Subject::base;
@@ -220,6 +226,9 @@ Filter Filter::parse(std::span<const std::string> words, Case letters) {
 }
 
 bool Filter::holds_text(const Condition &condition, const std::string &text) const {
+    if (condition.test == Test::pattern) {
+        return condition.pattern->matches(text);
+    }
     const std::string other = letters_ == Case::folded ? folded(text) : std::string();
     const std::string &subject = letters_ == Case::folded ? other : text;
     switch (condition.test) {
@@ -229,8 +238,9 @@ bool Filter::holds_text(const Condition &condition, const std::string &text) con
         return subject.find(condition.value) != std::string::npos;
     case Test::starts_with:
         return subject.starts_with(condition.value);
+    default:
+        return false;
     }
-    return false;
 }
 
 bool Filter::holds_any(const Condition &condition, const Song &song) const {
@@ -335,7 +345,7 @@ std::optional<std::string> Filter::demanded(Tag tag) const {
 
 std::optional<std::string> Filter::demanded_uri() const {
     if (letters_ == Case::folded) {
-        return std::nullopt; // the URI itself is not known
+        return std::nullopt; // the URI itself is unknown
     }
     return demanded_where(
         [](const Condition &condition) { return condition.subject == Subject::file; });

@@ -1,4 +1,4 @@
-// vantro-mpd: lets clients of the MPD protocol drive the players of vantrod.
+// vantro-mpd: lets clients of the MPD protocol control the players of vantrod.
 #include <clocale>
 #include <cstdint>
 #include <cstdio>
@@ -18,6 +18,7 @@
 #include "bridges/mpd/permissions.h"
 #include "bridges/mpd/server.h"
 #include "bridges/sockets/listener.h"
+#include "common/descriptor_limit.h"
 
 namespace {
 
@@ -36,7 +37,7 @@ void complain(const std::string &text) {
     std::fprintf(stderr, "vantro-mpd: %s\n", text.c_str());
 }
 
-// What clients do wrong is told to them; the library would log each of it.
+// Dropped, since the library would log each mistake of a client; the answer tells the client.
 void drop_line(uint32_t, int, const char *, void *) {}
 
 std::vector<Listener> listen(const Options &options) {
@@ -84,6 +85,7 @@ int run(const Options &options) {
     for (const Listener &each : listeners) {
         names += (names.empty() ? "" : ", ") + each.name();
     }
+    vantro::raise_descriptor_limit();
     Server server(std::move(listeners), options.player, options.clients, std::move(passwords));
     std::printf("vantro-mpd: ready (%s)\n", names.c_str());
     std::fflush(stdout);
@@ -95,9 +97,9 @@ int parse_and_run(int argc, char **argv) {
     constexpr size_t name_max = 31;
     constexpr size_t clients_most = 4096;
     Options options;
-    CLI::App app("Lets clients of the MPD protocol drive the players of vantrod.", "vantro-mpd");
+    CLI::App app("Lets clients of the MPD protocol control the players of vantrod.", "vantro-mpd");
     app.set_version_flag("--version", "vantro-mpd " VANTRO_VERSION);
-    app.add_option("--player", options.player, "Player that clients begin with")
+    app.add_option("--player", options.player, "Player with which clients begin")
         ->type_name("NAME")
         ->capture_default_str()
         ->check([](const std::string &name) {
@@ -109,17 +111,17 @@ int parse_and_run(int argc, char **argv) {
         ->type_name("WHERE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_option("--port", options.port, "Port of all addresses; 0: one that is free")
+    app.add_option("--port", options.port, "Port of all addresses; 0: a free port")
         ->type_name("PORT")
         ->capture_default_str();
-    app.add_option("--clients", options.clients, "Clients at a time; more are turned away")
+    app.add_option("--clients", options.clients, "Most clients at a time; further ones are refused")
         ->type_name("N")
         ->capture_default_str()
         ->check(CLI::Range(size_t{1}, clients_most));
     app.add_option("--password-file", options.password_file,
                    "File with lines of the form PASSWORD@PERMISSIONS")
         ->type_name("FILE");
-    app.add_flag("--verbose", options.verbose, "Log what the library logs");
+    app.add_flag("--verbose", options.verbose, "Log the library's messages");
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &asked) { // For --help or --version.
@@ -134,7 +136,7 @@ int parse_and_run(int argc, char **argv) {
 } // namespace
 
 int main(int argc, char **argv) {
-    // Only for upper and lower case; everything else is the same in every language.
+    // Used only for upper and lower case; everything else is independent of the language.
     std::setlocale(LC_CTYPE, "C.UTF-8");
     try {
         return parse_and_run(argc, argv);

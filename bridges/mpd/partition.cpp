@@ -17,13 +17,13 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// The service corrects positions by less; who moves the position by less does not hear it.
+// The service itself corrects positions by less; a jump shorter than this is inaudible.
 constexpr milliseconds jump_least(700);
 
-// In a row. Where the file of a player's objects is corrupt nothing else comes any more.
+// Undecodable events in a row. If the file of a player's objects is corrupt, only such events come.
 constexpr int misunderstood_max = 100;
 
-// Nodes of tracks asked for at a time.
+// Tracks fetched at a time.
 constexpr int32_t tracks_page = 2000;
 
 // A session may be replaced while it is read.
@@ -36,7 +36,7 @@ void add_line(std::string &nodes, const NodeKey &key) {
 const char *error_text(int32_t code) {
     switch (code) {
     case VANTRO_ERROR_GONE:
-        return "a file is not there any more";
+        return "a file does not exist any more";
     case VANTRO_ERROR_UNREADABLE:
         return "a file cannot be read";
     case VANTRO_ERROR_DAMAGED:
@@ -65,10 +65,8 @@ bool Partition::connect() {
     status_.reset();
     ++connections_;
     ++catalogue_version_;
-    // The first events tell what is, not what has changed.
-    const int64_t changed = changed_at_;
     take_events();
-    changed_at_ = changed;
+    changed_at_ = std::time(nullptr); // earlier changes are not known
     if (std::exchange(absent_, false)) {
         news_ |= of_a_player();
     }
@@ -114,7 +112,8 @@ Subsystems Partition::take_events() {
         const Result<std::optional<Event>> event = player_->events().next();
         if (!event) {
             if (event.failure().number == EBADMSG && ++misunderstood_ < misunderstood_max) {
-                break; // what follows it comes the next time
+                status_.reset(); // for every event
+                break;           // the following events are read the next time
             }
             leave(ServiceGone());
             if (misunderstood_ == misunderstood_max) {
@@ -131,6 +130,12 @@ Subsystems Partition::take_events() {
         changed |= changes_of(**event);
     }
     return changed;
+}
+
+Subsystems Partition::miss_events() {
+    status_.reset();
+    ++catalogue_version_;
+    return of_a_player();
 }
 
 bool Partition::jumped(milliseconds position, const VantroStateInfo &now) {
@@ -169,6 +174,9 @@ Subsystems Partition::changes_of(const Event &event) {
         if (state->before.state != now.state || state->before.rate != now.rate) {
             changed |= only(Subsystem::player);
         }
+        if (state->before.state != now.state && now.state == VANTRO_STATE_IDLE) {
+            changed |= only(Subsystem::playlist); // the end of a session causes no event
+        }
         if (state->before.repeat != now.repeat || state->before.shuffle != now.shuffle) {
             changed |= only(Subsystem::options);
         }
@@ -195,7 +203,7 @@ void Partition::note_for_status(const Event &event) {
     const auto *const state = event.as<StateEvent>();
     const VantroStateInfo now = event.now();
     if (state && status_ && state->before.state == now.state && state->before.rate == now.rate) {
-        status_->state = now; // the modes alone
+        status_->state = now; // only the modes
     } else {
         status_.reset();
     }
@@ -257,11 +265,14 @@ const Queue &Partition::queue() {
             queue_.replace(0, {});
             return queue_;
         }
-        if (now.tsid == queue_.tsid()) {
+        // A song that has left the catalogue is read as gone: its metadata cannot be requested.
+        const uint64_t catalogue = catalogue_version_;
+        if (now.tsid == queue_.tsid() && queue_read_at_ == catalogue) {
             return queue_;
         }
         try {
             queue_.replace(now.tsid, fetch_tracks(now.tsid, 0));
+            queue_read_at_ = catalogue;
         } catch (const Ack &ack) {
             if (ack.code() != AckCode::no_exist || attempt == attempts) {
                 throw;
@@ -276,7 +287,7 @@ uint64_t Partition::append_to_session(const std::string &nodes) {
     const bool begins = queue().size() == 0;
     const uint64_t tsid = checked(player().create_session(0, nodes.c_str(), 0, Start::append));
     if (begins) {
-        checked(player().stop()); // nothing is to be held paused that was never begun
+        checked(player().stop()); // a song that never played must be stopped, not paused
     }
     return tsid;
 }
@@ -287,7 +298,8 @@ void Partition::append(const std::string &nodes) {
     if (before->empty()) {
         return;
     }
-    // Only what is new is read, where the last track says that the rest is as it was.
+    // Only the new tracks are read if the last known track is unchanged, since the rest is then
+    // unchanged too.
     std::vector<NodeKey> end = fetch_tracks(tsid, static_cast<int32_t>(before->size()) - 1);
     if (end.empty() || end.front() != before->back().key) {
         return;
@@ -335,7 +347,7 @@ void Partition::commit_added(const QueueDraft &draft) {
         add_line(nodes, entry.key);
     }
     const uint64_t tsid = append_to_session(nodes);
-    // Whether another program has changed the session meanwhile; its tracks are then read later.
+    // If another program has changed the session meanwhile, its tracks are read later.
     const bool empty = draft.size_before() == 0;
     std::vector<NodeKey> expected;
     if (!empty) {
@@ -361,7 +373,7 @@ void Partition::commit_all(const QueueDraft &draft) {
     for (const uint32_t place : draft.order()) {
         const QueueEntry &entry = draft.entry(place);
         if (entry.key.id.empty()) {
-            continue; // it has left the catalogue, and cannot be asked for
+            continue; // it has left the catalogue, so no request can name it
         }
         if (place >= now && place < nearest) {
             nearest = place;

@@ -18,8 +18,8 @@
 
 namespace vantro::mpd {
 
-// The connection to the player. It lasts from one run of the service to the next: if the service
-// has gone, it is looked for again, after a delay that grows.
+// The connection to the player. The object outlives the service: if the service has gone, the
+// object tries to connect again, after growing delays.
 class Partition {
   public:
     using Clock = std::chrono::steady_clock;
@@ -28,7 +28,7 @@ class Partition {
 
     const std::string &name() const { return name_; }
 
-    // The player, connected now if that is possible and due. @throws Ack.
+    // The player; connects if that is possible and due. @throws Ack.
     Player &player();
 
     // The descriptor that is readable when take_events() has something to do; -1 without a service.
@@ -37,33 +37,37 @@ class Partition {
     // Reads all events. @return what they have changed.
     Subsystems take_events();
 
+    // Call it if memory ran out in take_events() or reconnect(): events may be lost.
+    // @return what may have changed.
+    Subsystems miss_events();
+
     // Connects if that is due.
     void reconnect();
 
     // When to call reconnect() next; nothing while there is a connection.
     std::optional<Clock::time_point> retry_at() const;
 
-    // To be called when a call found that the service has gone, or does not answer.
+    // Call it when a call found that the service has gone, or does not answer.
     // @param why a ServiceGone or a ServiceSilent.
     void leave(const Ack &why);
 
-    // The tracks of the current session, as they are now. @throws Ack.
+    // The present tracks of the current session. @throws Ack.
     const Queue &queue();
 
-    // What the player does. It is asked only if something has happened since it was last asked:
-    // what a command changes is among the events before its answer comes. @throws Ack.
+    // The player's status. The player is queried only after an event since the last query: the
+    // events for a command's changes come before its answer. @throws Ack.
     const VantroStatus &status();
 
-    // Where the track is now. @throws Ack.
+    // The present position in the track. @throws Ack.
     std::chrono::milliseconds position();
 
-    // The current track's place, where there is one.
+    // The current track's place, if there is one.
     std::optional<int32_t> current();
 
     // Adds songs after all others. @param nodes one a line, each with its source.
     void append(const std::string &nodes);
 
-    // The queue with changes that the player is told by commit().
+    // The queue with changes that commit() sends to the player.
     QueueDraft &draft();
 
     bool has_draft() const { return draft_.has_value(); }
@@ -71,26 +75,28 @@ class Partition {
     // Adds one song to the draft. @return its id.
     uint32_t draft_song(NodeKey key);
 
-    // Gives the changes of the draft to the player, if there are any. What is played goes on if it
-    // is still there, else the next one after it that is. @throws Ack; nothing has changed then.
+    // Sends the changes of the draft to the player, if there are any. The current song plays on if
+    // it is still in the queue, else the next remaining one plays. @throws Ack; then nothing has
+    // changed.
     void commit();
 
     // Ends the session.
     void clear();
 
-    // What the player said when it last failed, or empty.
+    // The player's last error, or empty.
     const std::string &error() const { return error_; }
     void clear_error() { error_.clear(); }
 
-    // When the catalogue was last seen to change, in seconds since 1970; 0: not yet.
+    // The time of the last noticed change of the catalogue, or of the first look at it, in seconds
+    // since 1970.
     int64_t changed_at() const { return changed_at_; }
 
     // Grows with every change of the catalogue, and with every new connection.
     uint64_t catalogue_version() const { return catalogue_version_; }
-    // A playlist was saved or removed: their source may have come, or gone.
+    // A playlist was saved or removed: the source of playlists may have appeared or disappeared.
     void note_saved_playlists() { ++catalogue_version_; }
 
-    // Connections so far: which one the descriptor belongs to.
+    // The number of connections so far, which identifies the descriptor's connection.
     uint64_t connections() const { return connections_; }
 
   private:
@@ -106,22 +112,23 @@ class Partition {
     const std::string name_;
     std::optional<Player> player_;
     Queue queue_;
+    uint64_t queue_read_at_ = 0; // The version of the catalogue.
     std::optional<QueueDraft> draft_;
     std::string error_;
-    std::string failure_; // Why there is no connection.
+    std::string failure_; // The reason for which there is no connection.
     int64_t changed_at_ = 0;
-    int misunderstood_ = 0; // Events in a row.
+    int misunderstood_ = 0; // Undecodable events in a row.
     uint64_t catalogue_version_ = 0;
     uint64_t connections_ = 0;
-    bool absent_ = false; // There was no service when it was last looked for.
-    Subsystems news_;     // What a new connection may have changed.
+    bool absent_ = false; // No service ran at the last attempt.
+    Subsystems news_;     // The parts that a new connection may have changed.
     bool muted_ = false;
-    Status status_; // NULL: it is to be asked for.
+    Status status_; // NULL: it must be queried.
     Clock::time_point status_at_{};
 
     sockets::Reconnecting reconnecting_;
 
-    // The position last told, and when: progress alone is no change.
+    // The last reported position and its time: mere progress is not a change.
     std::chrono::milliseconds position_{0};
     Clock::time_point position_at_{};
     bool moving_ = false;

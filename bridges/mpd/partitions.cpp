@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "bridges/mpd/ack.h"
+#include "bridges/mpd/service_call.h"
 
 namespace vantro::mpd {
 
@@ -12,6 +13,8 @@ std::vector<std::string> Partitions::names() {
     std::vector<std::string> names;
     if (const Result<Names> told = default_partition().player().players()) {
         names.assign(told->begin(), told->end());
+    } else if (told.failure().why() != Reason::refused) {
+        throw_ack(told.failure());
     } else {
         for (const Partition &each : all_) {
             names.push_back(each.name());

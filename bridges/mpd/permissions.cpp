@@ -23,7 +23,7 @@ constexpr std::array names = {
     Name{"admin", Permission::admin},
 };
 
-// Takes as long for each password of a length.
+// Takes the same time for all passwords of the same length.
 bool equal(std::string_view given, std::string_view password) {
     unsigned difference = given.size() == password.size() ? 0 : 1;
     for (size_t i = 0; i < given.size(); ++i) {
@@ -50,7 +50,7 @@ Permissions Permissions::parse(std::string_view text) {
             names.begin(), names.end(), [name](const Name &each) { return each.name == name; });
         if (found == names.end()) {
             throw std::invalid_argument(
-                fmt::format("\"{}\" is none of read, add, player, control and admin", name));
+                fmt::format("\"{}\" is not one of read, add, player, control and admin", name));
         }
         permissions.allowed_.set(static_cast<size_t>(found->permission));
         if (found->permission == Permission::control) {
@@ -109,7 +109,7 @@ void Passwords::add_line(std::string_view line) {
     }
     if (std::any_of(passwords_.begin(), passwords_.end(),
                     [password](const Entry &each) { return each.password == password; })) {
-        throw std::invalid_argument("the password is there already");
+        throw std::invalid_argument("the password occurs twice");
     }
     passwords_.push_back({std::string(password), permissions});
 }

@@ -21,10 +21,11 @@
 namespace vantro::mpd {
 namespace {
 
-// @return whether the client can go on. Where memory ends, only the client that needs it does.
-bool works(Client &client) {
+// @return false if memory ran out. Only what needed it is given up: a client, or an event.
+template <typename Work>
+bool has_memory(Work work) {
     try {
-        client.work();
+        work();
         return true;
     } catch (const std::bad_alloc &) {
         return false;
@@ -41,17 +42,20 @@ Server::Server(std::vector<Listener> listeners, const std::string &player, size_
     if (!epoll_ || !signals_) {
         throw std::runtime_error("no descriptor is left");
     }
-    watch(EPOLL_CTL_ADD, signals_.get(), EPOLLIN);
+    bool all = watch(EPOLL_CTL_ADD, signals_.get(), EPOLLIN);
     for (const Listener &each : listeners_) {
-        watch(EPOLL_CTL_ADD, each.descriptor(), EPOLLIN);
+        all = all && watch(EPOLL_CTL_ADD, each.descriptor(), EPOLLIN);
+    }
+    if (!all) {
+        throw std::runtime_error("the sockets cannot be watched");
     }
 }
 
-void Server::watch(int operation, int descriptor, uint32_t events) {
+bool Server::watch(int operation, int descriptor, uint32_t events) {
     epoll_event event{};
     event.events = events;
     event.data.fd = descriptor;
-    epoll_ctl(epoll_.get(), operation, descriptor, &event);
+    return epoll_ctl(epoll_.get(), operation, descriptor, &event) == 0;
 }
 
 bool Server::is_listener(int descriptor) const {
@@ -60,10 +64,10 @@ bool Server::is_listener(int descriptor) const {
     });
 }
 
-// Milliseconds until something is due without any news; -1: nothing is.
+// Milliseconds until something is due without an event; -1: nothing is due.
 int Server::timeout() const {
     if (std::any_of(clients_.begin(), clients_.end(),
-                    [](const auto &each) { return each.second.busy(); })) {
+                    [](const auto &each) { return each.second.busy() || each.second.ended(); })) {
         return 0;
     }
     sockets::WaitTime wait;
@@ -74,6 +78,9 @@ int Server::timeout() const {
         const auto retry = partition->retry_at();
         if (retry && watch.clients > 0) {
             wait.end_at(*retry);
+        }
+        if (!retry && watch.clients > 0 && watch.descriptor < 0) { // it could not be watched
+            wait.end_at(std::chrono::steady_clock::now() + sockets::shortage_pause);
         }
     }
     return wait.ms();
@@ -90,17 +97,21 @@ void Server::run() {
                 return;
             }
             if (is_listener(descriptor)) {
-                accept(descriptor);
+                has_memory([&] { accept(descriptor); });
             } else if (const auto found = clients_.find(descriptor); found != clients_.end()) {
-                if (found->second.wants_input()) {
-                    found->second.receive();
+                Client &client = found->second;
+                if (client.wants_input() && !has_memory([&] { client.receive(); })) {
+                    client.drop();
                 }
             }
         }
-        look_after_players();
+        has_memory([&] { look_after_players(); });
         serve_clients();
-        // What a client has changed just now need not wait until its event wakes this thread.
-        if (look_after_players()) {
+        // Handles changes and messages that a client has just made before their events wake this
+        // thread.
+        bool told = false;
+        has_memory([&] { told = look_after_players(); });
+        if (told || has_unsent()) {
             serve_clients();
         }
         if (!listening_ && std::chrono::steady_clock::now() >= listen_again_at_) {
@@ -113,7 +124,7 @@ void Server::accept(int listener) {
     Descriptor made(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!made) {
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-            // The connection stays where it is, so the loop would come back at once.
+            // The connection stays in the backlog, so the loop would return at once.
             for (const Listener &each : listeners_) {
                 watch(EPOLL_CTL_MOD, each.descriptor(), 0);
             }
@@ -126,32 +137,37 @@ void Server::accept(int listener) {
         return;
     }
     const int on = 1;
-    setsockopt(made.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // in vain on a path
+    setsockopt(made.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // fails on a Unix socket
     const int descriptor = made.get();
-    clients_.try_emplace(descriptor, std::move(made), partitions_.default_partition(), partitions_,
-                         catalogue_, passwords_);
-    watch(EPOLL_CTL_ADD, descriptor, EPOLLIN);
     client_events_[descriptor] = EPOLLIN;
+    clients_.try_emplace(descriptor, std::move(made), clients_, partitions_.default_partition(),
+                         partitions_, catalogue_, passwords_);
+    if (!watch(EPOLL_CTL_ADD, descriptor, EPOLLIN)) {
+        clients_.erase(descriptor);
+    }
 }
 
 void Server::listen_again() {
-    if (!std::exchange(listening_, true)) {
-        for (const Listener &each : listeners_) {
-            watch(EPOLL_CTL_MOD, each.descriptor(), EPOLLIN);
-        }
+    if (listening_) {
+        return;
     }
+    listening_ = true;
+    for (const Listener &each : listeners_) {
+        listening_ = watch(EPOLL_CTL_MOD, each.descriptor(), EPOLLIN) && listening_;
+    }
+    listen_again_at_ = std::chrono::steady_clock::now() + sockets::shortage_pause;
 }
 
 void Server::notify(const Partition &partition, const Subsystems &changed) {
-    for (auto &[descriptor, client] : clients_) {
-        if (&client.partition() == &partition) {
-            client.notify(changed);
+    for (auto &entry : clients_) {
+        Client &client = entry.second;
+        if (&client.partition() == &partition && !has_memory([&] { client.notify(changed); })) {
+            client.drop();
         }
     }
 }
 
-// A player without clients is not listened to: while it plays it would have something to tell
-// every second.
+// A player without clients is not watched: while it plays, it has an event every second.
 void Server::watch_player(Partition &partition, Watch &watching) {
     const int wanted = watching.clients > 0 ? partition.descriptor() : -1;
     if (wanted == watching.descriptor && partition.connections() == watching.connection) {
@@ -160,11 +176,9 @@ void Server::watch_player(Partition &partition, Watch &watching) {
     if (watching.descriptor >= 0 && partition.connections() == watching.connection) {
         watch(EPOLL_CTL_DEL, watching.descriptor, 0);
     }
-    watching.descriptor = wanted;
+    const bool watched = wanted >= 0 && watch(EPOLL_CTL_ADD, wanted, EPOLLIN);
+    watching.descriptor = watched ? wanted : -1;
     watching.connection = partition.connections();
-    if (wanted >= 0) {
-        watch(EPOLL_CTL_ADD, wanted, EPOLLIN);
-    }
 }
 
 bool Server::look_after_players() {
@@ -178,8 +192,14 @@ bool Server::look_after_players() {
     for (Partition &partition : partitions_.all()) {
         Watch &watching = watches_[&partition];
         if (watching.clients > 0) {
-            partition.reconnect();
-            if (const Subsystems changed = partition.take_events(); changed.any()) {
+            Subsystems changed;
+            if (!has_memory([&] {
+                    partition.reconnect();
+                    changed = partition.take_events();
+                })) {
+                changed = partition.miss_events();
+            }
+            if (changed.any()) {
                 notify(partition, changed);
                 told = true;
             }
@@ -189,20 +209,32 @@ bool Server::look_after_players() {
     return told;
 }
 
+bool Server::has_unsent() const {
+    return std::any_of(clients_.begin(), clients_.end(), [this](const auto &each) {
+        return each.second.wants_output() && (client_events_.at(each.first) & EPOLLOUT) == 0;
+    });
+}
+
 void Server::watch_client(Client &client) {
     uint32_t events = client.wants_input() ? static_cast<uint32_t>(EPOLLIN) : 0;
     events |= client.wants_output() ? static_cast<uint32_t>(EPOLLOUT) : 0;
-    if (std::exchange(client_events_[client.descriptor()], events) != events) {
-        watch(EPOLL_CTL_MOD, client.descriptor(), events);
+    if (std::exchange(client_events_[client.descriptor()], events) != events &&
+        !watch(EPOLL_CTL_MOD, client.descriptor(), events)) {
+        client.drop();
     }
 }
 
 void Server::serve_clients() {
     for (auto at = clients_.begin(); at != clients_.end();) {
         Client &client = at->second;
-        if (!works(client) || client.ended()) {
+        if (!has_memory([&] { client.work(); }) || client.ended()) {
+            const Partition &partition = client.partition();
+            const bool was_subscribed = !client.mailbox.channels().empty();
             client_events_.erase(at->first);
             at = clients_.erase(at);
+            if (was_subscribed) {
+                notify(partition, only(Subsystem::subscription));
+            }
             listen_again();
             continue;
         }

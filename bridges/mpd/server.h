@@ -24,28 +24,31 @@ using sockets::Listener;
 
 class Server {
   public:
-    // @param clients_max how many are served; more are turned away.
+    // @param clients_max the number of clients that are served; further ones are refused.
     // @throws std::runtime_error if the system has no descriptor left.
     Server(std::vector<Listener> listeners, const std::string &player, size_t clients_max,
            Passwords passwords);
 
-    // Serves until the process is asked to end.
+    // Serves until SIGTERM or SIGINT.
     void run();
 
   private:
-    // What the loop waits for at a player.
+    // The loop's watch on a player.
     struct Watch {
         int descriptor = -1;
-        uint64_t connection = 0; // Of the partition; a descriptor's number may come again.
+        uint64_t connection = 0; // Of the partition; a descriptor's number may be reused.
         size_t clients = 0;
     };
 
-    void watch(int operation, int descriptor, uint32_t events);
+    // @return whether the system had memory for it.
+    bool watch(int operation, int descriptor, uint32_t events);
     int timeout() const;
     bool is_listener(int descriptor) const;
     void accept(int listener);
-    // @return whether there was something to tell clients.
+    // @return whether there were changes to report to clients.
     bool look_after_players();
+    // Whether a client got a message from another client that was served after it.
+    bool has_unsent() const;
     void watch_player(Partition &partition, Watch &watch);
     void notify(const Partition &partition, const Subsystems &changed);
     void serve_clients();
@@ -61,8 +64,8 @@ class Server {
     Descriptor signals_;
     bool listening_ = true; // Not while descriptors are short.
     std::chrono::steady_clock::time_point listen_again_at_{};
-    std::map<int, Client> clients_;
-    std::map<int, uint32_t> client_events_; // What is waited for at each of them.
+    Clients clients_;
+    std::map<int, uint32_t> client_events_; // The awaited events of each client.
     std::map<const Partition *, Watch> watches_;
 };
 

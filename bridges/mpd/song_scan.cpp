@@ -5,6 +5,7 @@
 #include <vantro/catalogue.h>
 
 #include "bridges/mpd/ack.h"
+#include "bridges/mpd/text.h"
 
 namespace vantro::mpd {
 namespace {
@@ -12,7 +13,8 @@ namespace {
 // Folders lie no deeper in the service.
 constexpr size_t folders_max = 300;
 
-// The catalogue finds songs by the words of these tags. A text of signs alone may have no word.
+// The catalogue finds songs by the words of these tags. A text that consists only of symbols may
+// have no word.
 std::optional<std::string> term_of(const Filter &filter) {
     for (const Tag tag : {Tag::title, Tag::album, Tag::artist, Tag::composer, Tag::genre}) {
         std::optional<std::string> value = filter.demanded(tag);
@@ -26,7 +28,7 @@ std::optional<std::string> term_of(const Filter &filter) {
     return std::nullopt;
 }
 
-// What a URI names, if it names anything.
+// The object that a URI names, if there is one.
 std::optional<Catalogue::Place> find_place(Player &player, Catalogue &catalogue,
                                            const std::string &uri) {
     try {
@@ -42,10 +44,10 @@ std::optional<Catalogue::Place> find_place(Player &player, Catalogue &catalogue,
 Song listed_song(const NodeKey &key, const Metadata &metadata) {
     Song song;
     song.key = key;
-    song.tags[index_of(Tag::title)] = text(metadata.title);
-    song.tags[index_of(Tag::artist)] = text(metadata.artist);
-    song.tags[index_of(Tag::album)] = text(metadata.album);
-    song.tags[index_of(Tag::genre)] = text(metadata.genre);
+    song.tags[index_of(Tag::title)] = one_line(text(metadata.title));
+    song.tags[index_of(Tag::artist)] = one_line(text(metadata.artist));
+    song.tags[index_of(Tag::album)] = one_line(text(metadata.album));
+    song.tags[index_of(Tag::genre)] = one_line(text(metadata.genre));
     song.duration_ms = metadata.duration;
     return song;
 }
@@ -158,8 +160,8 @@ SongPtr SongScan::walk_on(Player &player, Catalogue &catalogue) {
     if (truth == Filter::Truth::yes && needs_ == Filter::Knowledge::listed) {
         return std::make_shared<const Song>(std::move(listed));
     }
-    SongPtr song = catalogue.song(player, key);
-    return filter_.matches(*song) ? song : nullptr;
+    SongPtr song = catalogue.song_if_there(player, key);
+    return song && filter_.matches(*song) ? song : nullptr;
 }
 
 } // namespace vantro::mpd

@@ -16,7 +16,7 @@
 namespace vantro::mpd {
 namespace {
 
-// Clients name them in `tagtypes`, and search for them.
+// Tags that the catalogue does not have. Clients name them in `tagtypes`, and search for them.
 constexpr std::array<std::string_view, 24> absent_tags = {"Name",
                                                           "ArtistSort",
                                                           "AlbumSort",
@@ -55,7 +55,7 @@ std::optional<Number> number_in(std::string_view text) {
 }
 
 [[noreturn]] void refuse_number(std::string_view text) {
-    throw Ack(AckCode::argument, fmt::format("no number, or out of range: \"{}\"", text));
+    throw Ack(AckCode::argument, fmt::format("not a number, or out of range: \"{}\"", text));
 }
 
 } // namespace
@@ -105,6 +105,13 @@ std::string folded(std::string_view text) {
         text.remove_prefix(length);
     }
     return out;
+}
+
+std::string one_line(std::string_view text) {
+    std::string line(text);
+    std::replace_if(
+        line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    return line;
 }
 
 int32_t parse_integer(std::string_view text, int32_t least, int32_t most) {

@@ -30,6 +30,7 @@ int64_t count_songs(Player &player, Catalogue &catalogue) {
 } // namespace
 
 void WholeCatalogue::begin(Player &player, Catalogue &catalogue) {
+    clear(); // removes the rest of an attempt that failed for lack of memory
     if (count_songs(player, catalogue) > songs_max) {
         give_up();
         return;
@@ -63,7 +64,9 @@ WholeCatalogue::State WholeCatalogue::read_on(Player &player, Catalogue &catalog
     if (node->type == VANTRO_NODE_FOLDER && folders_.size() < folders_max) {
         folders_.push_back({key.source, NodeWalk::below(key, false)});
     } else if (node->type == VANTRO_NODE_SONG) {
-        keep(catalogue.song(player, key));
+        if (const SongPtr song = catalogue.song_if_there(player, key)) {
+            keep(song);
+        }
     }
     return state_;
 }

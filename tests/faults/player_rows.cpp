@@ -188,6 +188,9 @@ std::string read_lists(Scene &scene) {
                 list == 0   ? vantro_cursor_browse(player, 1, "songs", 0, 1)
                 : list == 1 ? vantro_cursor_search(player, 1, "title", "song", 0, 0)
                             : vantro_cursor_tracks(player, 1, 0, 0);
+            if (!cursor) {
+                return -1;
+            }
             const MediaNode *node = nullptr;
             while ((next = vantro_cursor_next(cursor, &node, nullptr)) == 1) {
                 seen += std::strlen(node->name);
@@ -357,6 +360,10 @@ Rows player_rows() {
     Rows rows = rows_of_commands();
     const Rows queries = rows_of_queries();
     rows.insert(rows.end(), queries.begin(), queries.end());
+    for (Row &row : rows) {
+        // Connecting tries several places, and reports the error of the last one.
+        row.tells_why = !std::string(row.name).starts_with("vantro_connect");
+    }
     return rows;
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include <vantro/extras.h>
 #include <vantro/messaging.h>
 #include <vantro/player.h>
 
@@ -24,17 +25,28 @@ class Scene {
     Scene(const Scene &) = delete;
     Scene &operator=(const Scene &) = delete;
 
-    // The call that the row tests: only in it something fails.
+    // Makes the call that the row tests. Failures happen only during this call.
     template <typename Call>
     auto faulted(Call call) {
+        vantro_jump(nullptr, 0); // replaces the reason of an earlier call
         arm(control(), plan_);
         counting() = true;
         errno = 0;
         const auto result = call();
         counting() = false;
         note_more();
+        if (error_ == 0) {
+            reason_ = vantro_last_failure(nullptr);
+            error_ = control().error;
+        }
         disarm(control());
         return result;
+    }
+    // Whether vantro_last_failure() reports the error that made the call fail.
+    bool tells_why() const {
+        return error_ == ENOMEM  ? reason_ == VANTRO_FAILURE_NO_MEMORY
+               : error_ == EINTR ? reason_ == VANTRO_FAILURE_INTERRUPTED
+                                 : reason_ != VANTRO_FAILURE_INVALID;
     }
     // For calls that other threads arm and disarm.
     void note_more() {
@@ -53,6 +65,8 @@ class Scene {
   private:
     Plan plan_;
     bool more_ = false;
+    int32_t error_ = 0;  // the error of the first failed call
+    int32_t reason_ = 0; // VANTRO_FAILURE_* of the call in which it failed
     VantroHandle *player_ = nullptr;
     VantroHandle *spare_ = nullptr;
     MsgClient *client_ = nullptr;
@@ -73,6 +87,7 @@ struct Row {
     // that succeeds, and "failed" for a failure as it is documented.
     std::function<std::string(Scene &)> run;
     Way way = Way::plain;
+    bool tells_why = false; // a failure by vantro_last_failure()
 };
 
 using Rows = std::vector<Row>;
@@ -87,7 +102,7 @@ Rows event_rows();
 // Leaves a server behind.
 int64_t allocations_of_small_exchanges(int count);
 
-// The service behind client_rows(), in this process, for ever.
+// Runs the service for client_rows() in this process and never returns.
 int serve_echo();
 
 constexpr int songs_count = 20;

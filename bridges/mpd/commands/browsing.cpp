@@ -1,4 +1,4 @@
-// Directories and what is in them.
+// Directories and their entries.
 #include <utility>
 #include <vector>
 
@@ -9,11 +9,13 @@
 #include "bridges/mpd/commands/handlers.h"
 #include "bridges/mpd/node_walk.h"
 #include "bridges/mpd/partition.h"
+#include "bridges/mpd/text.h"
 
 namespace vantro::mpd {
 namespace {
 
-// Entries between two looks at the other clients. Each may take an exchange with the service.
+// Entries in one step, after which other clients have their turn. Each entry may take an exchange
+// with the service.
 constexpr int entries_a_step = 32;
 
 // Folders lie no deeper in the service.
@@ -40,7 +42,7 @@ class ListDirectory : public Task {
             open_.push_back({NodeWalk::below(key, false), key.source, std::move(uri)});
         }
     }
-    // Directories that come one after the other, as those of all sources do.
+    // Adds a directory to list, for example that of each source.
     void queue(NodeKey key, std::string uri) {
         later_.insert(later_.begin(), {std::move(key), std::move(uri)});
     }
@@ -91,9 +93,11 @@ class ListDirectory : public Task {
         }
         const NodeKey key{now.source, std::string(text(node->id))};
         if (node->type == VANTRO_NODE_FOLDER) {
-            tell_directory(context, key, now.uri + '/' + std::string(text(node->name)));
+            tell_directory(context, key, now.uri + '/' + one_line(text(node->name)));
         } else if (node->type == VANTRO_NODE_SONG) {
-            tell_song(context, context.catalogue.song(player, key), form_);
+            if (const SongPtr song = context.catalogue.song_if_there(player, key)) {
+                tell_song(context, song, form_);
+            }
         }
     }
 
@@ -123,7 +127,7 @@ TaskPtr list(Context &context, Arguments arguments, Form form, Depth depth) {
         for (const Catalogue::Source &source : context.catalogue.sources(player)) {
             context.reply.pair("directory", source.directory);
         }
-        return run_listplaylists(context, {}); // clients look for them there, too
+        return run_listplaylists(context, {}); // clients look for playlists there, too
     }
     for (const Catalogue::Source &source : context.catalogue.sources(player)) {
         task->queue({source.id, folders_menu}, source.directory);
@@ -132,6 +136,17 @@ TaskPtr list(Context &context, Arguments arguments, Form form, Depth depth) {
 }
 
 } // namespace
+
+// The music directories, with which URIs begin.
+TaskPtr run_listmounts(Context &context, Arguments) {
+    Player &player = context.partition.player();
+    for (const Catalogue::Source &source : context.catalogue.sources(player)) {
+        context.reply.pair("mount", source.directory);
+        const std::string_view path = context.catalogue.path_of_source(player, source.id);
+        context.reply.pair("storage", path.substr(0, path.rfind('/')));
+    }
+    return nullptr;
+}
 
 TaskPtr run_lsinfo(Context &context, Arguments arguments) {
     return list(context, arguments, Form::songs, Depth::one);

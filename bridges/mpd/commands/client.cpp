@@ -56,10 +56,6 @@ TaskPtr run_close(Context &context, Arguments) {
     return nullptr;
 }
 
-TaskPtr run_kill(Context &, Arguments) {
-    throw Ack(AckCode::permission, "the service is ended by its owner, not by its clients");
-}
-
 TaskPtr run_password(Context &context, Arguments arguments) {
     if (!context.client.give_password(arguments[0])) {
         throw Ack(AckCode::password, "incorrect password");

@@ -1,4 +1,4 @@
-// The handlers of all commands, by the files that hold them.
+// The handlers of all commands, by file.
 #ifndef VANTRO_BRIDGES_MPD_COMMANDS_HANDLERS_H
 #define VANTRO_BRIDGES_MPD_COMMANDS_HANDLERS_H
 
@@ -13,7 +13,6 @@ VANTRO_MPD_HANDLER(run_binarylimit);
 VANTRO_MPD_HANDLER(run_close);
 VANTRO_MPD_HANDLER(run_commands);
 VANTRO_MPD_HANDLER(run_idle);
-VANTRO_MPD_HANDLER(run_kill);
 VANTRO_MPD_HANDLER(run_notcommands);
 VANTRO_MPD_HANDLER(run_nothing);
 VANTRO_MPD_HANDLER(run_password);
@@ -78,6 +77,7 @@ VANTRO_MPD_HANDLER(run_swapid);
 // commands/browsing.cpp
 VANTRO_MPD_HANDLER(run_listall);
 VANTRO_MPD_HANDLER(run_listallinfo);
+VANTRO_MPD_HANDLER(run_listmounts);
 VANTRO_MPD_HANDLER(run_lsinfo);
 
 // commands/searching.cpp
@@ -97,6 +97,16 @@ VANTRO_MPD_HANDLER(run_update);
 // commands/covers.cpp
 VANTRO_MPD_HANDLER(run_cover);
 
+// commands/comments.cpp
+VANTRO_MPD_HANDLER(run_readcomments);
+
+// commands/messages.cpp
+VANTRO_MPD_HANDLER(run_channels);
+VANTRO_MPD_HANDLER(run_readmessages);
+VANTRO_MPD_HANDLER(run_sendmessage);
+VANTRO_MPD_HANDLER(run_subscribe);
+VANTRO_MPD_HANDLER(run_unsubscribe);
+
 // commands/playlists.cpp
 VANTRO_MPD_HANDLER(run_listplaylist);
 VANTRO_MPD_HANDLER(run_listplaylistinfo);
@@ -105,6 +115,18 @@ VANTRO_MPD_HANDLER(run_load);
 VANTRO_MPD_HANDLER(run_read_only);
 VANTRO_MPD_HANDLER(run_rm);
 VANTRO_MPD_HANDLER(run_save);
+
+// commands/refusals.cpp
+VANTRO_MPD_HANDLER(run_config);
+VANTRO_MPD_HANDLER(run_fingerprint);
+VANTRO_MPD_HANDLER(run_kill);
+VANTRO_MPD_HANDLER(run_listfiles);
+VANTRO_MPD_HANDLER(run_mixramp);
+VANTRO_MPD_HANDLER(run_mount);
+VANTRO_MPD_HANDLER(run_new_partition);
+VANTRO_MPD_HANDLER(run_outputset);
+VANTRO_MPD_HANDLER(run_songs_own);
+VANTRO_MPD_HANDLER(run_sticker);
 
 // commands/partitions.cpp
 VANTRO_MPD_HANDLER(run_listpartitions);

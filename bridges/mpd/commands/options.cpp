@@ -41,7 +41,8 @@ TaskPtr run_random(Context &context, Arguments arguments) {
     return nullptr;
 }
 
-// The service repeats all or one; here that is repeat alone, or repeat and single.
+// The service repeats all or one; in the protocol this is repeat without single, or repeat with
+// single.
 TaskPtr run_repeat(Context &context, Arguments arguments) {
     const bool on = parse_switch(arguments[0]);
     const int32_t now = context.partition.status().state.repeat;
@@ -53,7 +54,7 @@ TaskPtr run_repeat(Context &context, Arguments arguments) {
 
 TaskPtr run_single(Context &context, Arguments arguments) {
     if (arguments[0] == "oneshot") {
-        throw Ack(AckCode::argument, "single cannot be for one song only");
+        throw Ack(AckCode::argument, "single cannot apply to one song only");
     }
     const bool on = parse_switch(arguments[0]);
     const int32_t now = context.partition.status().state.repeat;
@@ -81,7 +82,8 @@ TaskPtr run_crossfade(Context &, Arguments arguments) {
 }
 
 TaskPtr run_replay_gain(Context &, Arguments) {
-    throw Ack(AckCode::argument, "ReplayGain is an option of the service, which does not tell it");
+    throw Ack(AckCode::argument,
+              "ReplayGain is an option of the service, which does not report it");
 }
 
 } // namespace vantro::mpd

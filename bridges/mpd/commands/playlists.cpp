@@ -1,4 +1,4 @@
-// Playlists: those that were saved, and files among the music, which are only read.
+// Saved playlists, and playlist files among the music, which are read-only.
 #include <cerrno>
 #include <optional>
 #include <utility>
@@ -23,7 +23,7 @@ namespace {
 constexpr int songs_a_step = 32;
 constexpr int names_a_step = 256;
 
-// Nodes that are added at once.
+// Bytes of nodes that are added at a time.
 constexpr size_t nodes_bytes_max = 1024 * 1024;
 
 enum class Form { names, songs };
@@ -33,7 +33,7 @@ NodeKey find_playlist(Context &context, const std::string &name) {
     for (const int32_t source : context.catalogue.playlist_sources(player)) {
         NodeWalk walk = NodeWalk::below({source, playlists_menu}, false);
         while (const MediaNode *const node = walk.next(player).node) {
-            if (text(node->name) == name) {
+            if (one_line(text(node->name)) == name) {
                 return {source, std::string(text(node->id))};
             }
         }
@@ -54,10 +54,13 @@ class ListPlaylist : public Task {
                 return true;
             }
             if (text(node->id).empty()) {
-                continue; // its file is not there now
+                continue; // its file does not exist now
             }
             const SongPtr song =
-                context.catalogue.song(player, {node->ms_id, std::string(text(node->id))});
+                context.catalogue.song_if_there(player, {node->ms_id, std::string(text(node->id))});
+            if (!song) {
+                continue;
+            }
             if (form_ == Form::songs) {
                 context.reply.song(*song, context.client.shown_tags);
             } else {
@@ -93,7 +96,7 @@ class ListPlaylists : public Task {
     }
 
   private:
-    std::vector<NodeWalk> walks_; // The last one first.
+    std::vector<NodeWalk> walks_; // The last one is read first.
 };
 
 // The songs of a part of a playlist, one node a line.
@@ -155,7 +158,7 @@ TaskPtr run_save(Context &context, Arguments arguments) {
     const std::string &name = arguments[0];
     const std::string_view mode = arguments.size() > 1 ? std::string_view(arguments[1]) : "create";
     if (mode != "create" && mode != "replace") {
-        throw Ack(AckCode::argument, mode == "append" ? "a playlist cannot be added to"
+        throw Ack(AckCode::argument, mode == "append" ? "songs cannot be added to a playlist"
                                                       : "the mode is create or replace");
     }
     context.partition.commit();
@@ -170,7 +173,7 @@ TaskPtr run_save(Context &context, Arguments arguments) {
     return nullptr;
 }
 
-// Of those that were saved; what lies among the music stays.
+// Deletes saved playlists only; playlist files among the music stay.
 TaskPtr run_rm(Context &context, Arguments arguments) {
     const Result<void> removed = context.partition.player().delete_playlist(arguments[0].c_str());
     if (refused(removed, ENOENT)) {
@@ -182,9 +185,10 @@ TaskPtr run_rm(Context &context, Arguments arguments) {
     return nullptr;
 }
 
-// All others that would change a playlist.
+// All other commands that would change a playlist.
 TaskPtr run_read_only(Context &, Arguments) {
-    throw Ack(AckCode::permission, "a playlist is saved as a whole and deleted, and not edited");
+    throw Ack(AckCode::permission,
+              "a playlist can be saved as a whole and deleted, but not edited");
 }
 
 } // namespace vantro::mpd

@@ -1,4 +1,4 @@
-// What is in the queue.
+// Listing the queue.
 #include <algorithm>
 #include <utility>
 
@@ -14,12 +14,13 @@
 namespace vantro::mpd {
 namespace {
 
-// Songs between two looks at the other clients. Each may take an exchange with the service.
+// Songs in one step, after which other clients have their turn. Each song may take an exchange with
+// the service.
 constexpr int songs_a_step = 32;
 
 enum class Form { song, uri, position_and_id };
 
-// Entries of the queue as it was when the command came.
+// Lists the entries that the queue had when the command came.
 class ListQueue : public Task {
   public:
     ListQueue(QueueEntries entries, Range range, Form form)
@@ -27,13 +28,14 @@ class ListQueue : public Task {
           end_(std::min<uint32_t>(range.end, static_cast<uint32_t>(entries_->size()))),
           form_(form) {}
 
-    // Only what has changed after that version.
+    // Only entries that have changed after that version.
     void only_after(uint32_t version) { after_ = version; }
-    // Only what matches.
+    // Only matching songs.
     void only_matching(Filter filter) { filter_ = std::move(filter); }
 
     bool step(Context &context) override {
-        for (int count = 0; at_ < end_ && count < songs_a_step; ++at_) {
+        const int most = filter_.is_slow() ? 1 : songs_a_step;
+        for (int count = 0; at_ < end_ && count < most; ++at_) {
             const QueueEntry &entry = (*entries_)[at_];
             if (entry.changed > after_) {
                 tell(context, entry);
@@ -51,7 +53,7 @@ class ListQueue : public Task {
             reply.number("Id", entry.id);
             return;
         }
-        const SongPtr song = context.catalogue.song(context.partition.player(), entry.key);
+        const SongPtr song = context.catalogue.queued_song(context.partition.player(), entry.key);
         if (form_ == Form::uri) {
             reply.raw(fmt::format("{}:file: {}\n", at_, song->uri));
             return;
@@ -81,7 +83,8 @@ TaskPtr list_changes(Context &context, Arguments arguments, Form form) {
     const uint32_t version = parse_unsigned(arguments[0]);
     const Range range = arguments.size() > 1 ? parse_range(arguments[1]) : Range();
     auto task = std::make_unique<ListQueue>(queue.entries(), range, form);
-    // A version that is yet to come is one of an earlier bridge: everything is news.
+    // A version above the present one is from an earlier run of the bridge: every entry counts as
+    // changed.
     task->only_after(version > queue.version() ? 0 : version);
     return task;
 }

@@ -1,4 +1,4 @@
-// Songs that a filter lets pass: shown, or added to the queue.
+// Showing the songs that match a filter, or adding them to the queue.
 #include <algorithm>
 #include <charconv>
 #include <chrono>
@@ -21,19 +21,19 @@ namespace {
 
 using Knowledge = Filter::Knowledge;
 
-// Songs that are kept to be sorted, and the bytes that they are sorted by.
+// Most songs that are sorted at a time, and most bytes of their sort keys.
 constexpr size_t sorted_max = 100'000;
 constexpr size_t sorted_bytes_max = 32 * 1024 * 1024;
 
-// Nodes that are added at once. A request of the service has room for twice as much.
+// Bytes of nodes that are added at a time. A request has room for twice as much.
 constexpr size_t nodes_bytes = 1024 * 1024;
 
-// Other clients wait no longer than that, and than one page of the catalogue takes.
+// The bound for one step: other clients wait this long, or for one page of the catalogue.
 constexpr std::chrono::milliseconds step_time(4);
-constexpr uint32_t looks_a_check = 32; // at the time
+constexpr uint32_t looks_a_check = 32; // songs between two reads of the clock
 constexpr uint32_t songs_a_step = 64;
 
-// A text by which songs are in order.
+// The sort key of a song.
 std::string sort_key(const Song &song, const SearchOptions::Sort &sort) {
     constexpr int digits = 20;
     if (sort.modified) {
@@ -48,8 +48,8 @@ std::string sort_key(const Song &song, const SearchOptions::Sort &sort) {
     return fmt::format("{:0{}}", number, digits);
 }
 
-// Songs are in the order of this text as directories list them: directories by their names, before
-// the songs beside them; these by album, disc and track.
+// A sort key for the order in which directories are listed: directories by name, before the songs
+// beside them; songs by album, disc and track.
 std::string place_key(const Song &song) {
     std::string key;
     std::string_view rest = song.uri;
@@ -66,7 +66,7 @@ std::string place_key(const Song &song) {
     return key.append(rest);
 }
 
-// Takes each match within the window, in the order that was asked for, or else in that of the
+// Handles each match within the window, in the requested order, or else in the order of the
 // directories.
 class MatchingSongs : public Task {
   public:
@@ -86,8 +86,8 @@ class MatchingSongs : public Task {
                 look_at(context, song);
             }
             scanned_ = scan_.at_end() || at_ >= options_.window.end;
-            if (is_full() ||
-                (looks % looks_a_check == 0 && std::chrono::steady_clock::now() >= end)) {
+            const bool checks = looks % looks_a_check == 0 || options_.filter.is_slow();
+            if (is_full() || (checks && std::chrono::steady_clock::now() >= end)) {
                 break;
             }
         }
@@ -95,16 +95,16 @@ class MatchingSongs : public Task {
             if (options_.sort) {
                 throw Ack(AckCode::argument, "too many songs to be sorted");
             }
-            take_sorted(context); // So many, and then the next so many.
+            take_sorted(context); // Sort and take one block, then the next one.
             return false;
         }
         return scanned_ && take_sorted(context) && finish(context);
     }
 
   protected:
-    // One song within the window, in its order.
+    // Handles one song within the window, in order.
     virtual void take(Context &context, const Song &song) = 0;
-    // All of them were taken. @return whether all is done.
+    // Called after the last song. @return whether the answer is complete.
     virtual bool finish(Context &context) = 0;
 
   private:
@@ -122,7 +122,7 @@ class MatchingSongs : public Task {
         }
     }
 
-    // Takes the songs that were kept, a few at a time. @return whether those were all.
+    // Handles the sorted songs, a few at a time. @return whether all were handled.
     bool take_sorted(Context &context) {
         if (!std::exchange(is_sorted_, true)) {
             const bool down = options_.sort && options_.sort->descending;
@@ -139,7 +139,10 @@ class MatchingSongs : public Task {
                 return false;
             }
             const NodeKey &key = sorted_[next_].second;
-            take(context, *context.catalogue.song(context.partition.player(), key));
+            if (const SongPtr song =
+                    context.catalogue.song_if_there(context.partition.player(), key)) {
+                take(context, *song);
+            }
         }
         sorted_.clear();
         sorted_bytes_ = 0;
@@ -151,11 +154,11 @@ class MatchingSongs : public Task {
     const SearchOptions options_;
     SongScan scan_;
     bool scanned_ = false;
-    size_t at_ = 0; // Matches so far, in the order in which they are taken.
-    std::vector<std::pair<std::string, NodeKey>> sorted_; // Those that wait for their order.
+    size_t at_ = 0;                                       // The number of handled matches.
+    std::vector<std::pair<std::string, NodeKey>> sorted_; // The songs that are being sorted.
     size_t sorted_bytes_ = 0;
-    bool is_sorted_ = false; // They are being taken,
-    size_t next_ = 0;        // this one next.
+    bool is_sorted_ = false; // `sorted_` is in order, and its songs are being handled.
+    size_t next_ = 0;        // The index of the next song to handle.
 };
 
 class ShowSongs : public MatchingSongs {

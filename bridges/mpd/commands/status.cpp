@@ -1,4 +1,4 @@
-// What the player does, and what there is.
+// The status of the player, and statistics.
 #include <cerrno>
 #include <chrono>
 
@@ -31,12 +31,12 @@ void tell_modes(Context &context, const VantroStatus &status) {
     reply.pair("partition", context.partition.name());
 }
 
-// The current track, where its song is still in the catalogue.
+// The song at a position of the queue, such as that of the current track; null if there is none.
 SongPtr song_at(Context &context, const Queue &queue, int32_t position) {
     const auto at = static_cast<size_t>(position);
-    return at < queue.size()
-               ? context.catalogue.song(context.partition.player(), queue.entries()->at(at).key)
-               : nullptr;
+    return at < queue.size() ? context.catalogue.queued_song(context.partition.player(),
+                                                             queue.entries()->at(at).key)
+                             : nullptr;
 }
 
 void tell_next(Reply &reply, const Queue &queue, uint32_t position, const VantroStateInfo &state) {
@@ -44,7 +44,7 @@ void tell_next(Reply &reply, const Queue &queue, uint32_t position, const Vantro
     if (state.repeat == VANTRO_REPEAT_ONE) {
         next = position;
     } else if (state.shuffle == VANTRO_SHUFFLE_ON) {
-        return; // the service keeps the order to itself
+        return; // only the service knows the order
     } else if (next == queue.size() && state.repeat == VANTRO_REPEAT_ALL) {
         next = 0;
     }

@@ -18,20 +18,20 @@ namespace {
 
 using Knowledge = Filter::Knowledge;
 
-// Different values that are kept until all songs were looked at, and the bytes of them.
+// Most different values that are collected from all songs, and most bytes of them.
 constexpr size_t values_max = 200'000;
 constexpr size_t values_bytes_max = 32 * 1024 * 1024;
 
 constexpr std::chrono::milliseconds step_time(4);
-constexpr int looks_a_check = 32; // at the time
+constexpr int looks_a_check = 32; // songs between two reads of the clock
 constexpr int rows_a_step = 256;
 
-// Songs by the values of some tags, each with a number of songs and how long they are.
+// Groups songs by the values of some tags, and counts the songs and adds their durations.
 class Summarize : public Task {
   public:
-    // @param counts whether numbers are told; else the values of the last tag.
+    // @param counts whether to report numbers; otherwise reports the values of the last tag.
     Summarize(Filter filter, std::vector<Tag> tags, bool counts)
-        : tags_(std::move(tags)), counts_(counts),
+        : tags_(std::move(tags)), counts_(counts), is_slow_(filter.is_slow()),
           scan_(std::move(filter),
                 std::all_of(tags_.begin(), tags_.end(), is_listed) ? Knowledge::listed
                                                                    : Knowledge::everything,
@@ -43,7 +43,8 @@ class Summarize : public Task {
             if (const SongPtr song = scan_.next(context.partition.player(), context.catalogue)) {
                 take(*song);
             }
-            if (looks % looks_a_check == 0 && std::chrono::steady_clock::now() >= end) {
+            if ((looks % looks_a_check == 0 || is_slow_) &&
+                std::chrono::steady_clock::now() >= end) {
                 return false;
             }
         }
@@ -57,7 +58,7 @@ class Summarize : public Task {
         int64_t ms = 0;
     };
 
-    // Songs come by directories, so most have the values of the song before.
+    // Songs come in the order of directories, so most have the values of the previous song.
     void take(const Song &song) {
         if (last_ == sums_.end() || !has_values(song, last_->first)) {
             last_ = find_or_add(song);
@@ -122,9 +123,10 @@ class Summarize : public Task {
 
     const std::vector<Tag> tags_;
     const bool counts_;
+    const bool is_slow_;
     SongScan scan_;
     std::map<Values, Sum> sums_;
-    std::map<Values, Sum>::iterator last_ = sums_.end(); // Of the song before.
+    std::map<Values, Sum>::iterator last_ = sums_.end(); // The entry of the previous song.
     size_t bytes_ = 0;
     bool telling_ = false;
     std::map<Values, Sum>::const_iterator at_;

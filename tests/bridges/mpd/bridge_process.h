@@ -14,7 +14,7 @@
 
 namespace vantro::mpd {
 
-// A client, line by line.
+// A client that sends and receives single lines.
 class RawClient {
   public:
     explicit RawClient(uint16_t port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -30,7 +30,7 @@ class RawClient {
     RawClient(const RawClient &) = delete;
     RawClient &operator=(const RawClient &) = delete;
 
-    // Sends raw bytes, as many as the bridge takes.
+    // Sends raw bytes, as many as the bridge accepts.
     void send(const std::string &bytes) {
         for (size_t at = 0; at < bytes.size();) {
             const ssize_t sent =
@@ -68,6 +68,11 @@ class RawClient {
     std::string ask(const std::string &command) {
         send(command + '\n');
         return answer();
+    }
+    // Whether data arrive within the time.
+    bool has_answer(int ms) const {
+        pollfd input = {socket_, POLLIN, 0};
+        return poll(&input, 1, ms) == 1;
     }
 
     std::string greeting;
@@ -121,7 +126,7 @@ class Bridge : public test::RuntimeDirectory {
         ASSERT_FALSE(line.empty());
     }
 
-    // What mpc prints, complaints included.
+    // What mpc prints, including its error messages.
     static std::string mpc(std::vector<std::string> words) {
         words.insert(words.begin(), MPC);
         test::Process process(words);
