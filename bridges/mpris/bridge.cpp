@@ -19,8 +19,7 @@ namespace {
 constexpr std::chrono::milliseconds delay_min{250};
 constexpr std::chrono::milliseconds delay_max{8000};
 
-// The players of the service. A service that does not list them has at least the one that every
-// client expects.
+// The players of the service. If a service does not list them, it has at least the default player.
 Result<std::vector<std::string>> player_names() {
     Result<Player> service = Player::connect(PlayerLink::answer_limit);
     if (!service) {
@@ -34,6 +33,12 @@ Result<std::vector<std::string>> player_names() {
         return std::vector<std::string>{"main"};
     }
     return names.failure();
+}
+
+Failure gone(const char *text) {
+    Failure failure = Failure::of_errno(ESTALE);
+    fmt::format_to_n(failure.text, sizeof failure.text - 1, "{}", text).out[0] = '\0';
+    return failure;
 }
 
 Failure failure_of(int negative_error) {
@@ -71,6 +76,14 @@ int Bridge::start() {
             return result;
         }
     }
+    // Runs before sd-bus closes the connections, which it does at the end of the loop.
+    sd_event_source *at_exit = nullptr;
+    result = sd_event_add_exit(loop, &at_exit, on_exit, this);
+    if (result < 0) {
+        return result;
+    }
+    at_exit_.reset(at_exit);
+    sd_event_source_set_priority(at_exit, SD_EVENT_PRIORITY_IMPORTANT);
     result = sd_event_add_time(loop, &timer, CLOCK_MONOTONIC, 0, 0, on_timer, this);
     if (result < 0) {
         return result;
@@ -86,7 +99,7 @@ int Bridge::start() {
     return sd_bus_attach_event(bus, loop, SD_EVENT_PRIORITY_NORMAL);
 }
 
-// Shows the players that are missing on the bus.
+// Tries to show the players that are missing on the bus.
 void Bridge::attempt() {
     std::vector<std::string> names = wanted_;
     if (names.empty()) {
@@ -150,7 +163,9 @@ Result<void> Bridge::show(const std::string &name) {
 }
 
 void Bridge::lose(const std::string &name, const Failure &why) {
-    complain(name, why.why() == Reason::gone ? "the service has ended" : why.text);
+    const Failure reason = why.why() == Reason::gone ? gone("the service has ended") : why;
+    complain(name, reason.text);
+    shown_.at(name).player->retire(reason);
     shown_.erase(name);
     delay_ = delay_min;
     attempt_in(delay_);
@@ -164,7 +179,7 @@ void Bridge::attempt_in(std::chrono::milliseconds delay) {
     sd_event_source_set_enabled(timer_.get(), SD_EVENT_ONESHOT);
 }
 
-// Logs a reason once: attempts go on for as long as it lasts.
+// Logs a reason once: attempts continue while it lasts.
 void Bridge::complain(const std::string &about, const std::string &why) {
     if (!failed_ && std::exchange(complaints_[about], why) != why) {
         fmt::print(stderr, "vantro-mpris: {}: {}\n", about, why);
@@ -187,6 +202,13 @@ int Bridge::on_events(sd_event_source *, int, uint32_t, void *data) {
         }
     } catch (const std::exception &error) {
         bridge.fail(error.what());
+    }
+    return 0;
+}
+
+int Bridge::on_exit(sd_event_source *, void *data) {
+    for (const auto &[name, shown] : static_cast<Bridge *>(data)->shown_) {
+        shown.player->retire(gone("vantro-mpris has ended"));
     }
     return 0;
 }

@@ -1,4 +1,5 @@
-// Keeps every wanted player on the bus while the service has it, over restarts of the service.
+// Keeps every wanted player on the bus while the service has it, also across restarts of the
+// service.
 #ifndef VANTRO_BRIDGES_MPRIS_BRIDGE_H
 #define VANTRO_BRIDGES_MPRIS_BRIDGE_H
 
@@ -24,7 +25,7 @@ class Bridge {
     Bridge(const Bridge &) = delete;
     Bridge &operator=(const Bridge &) = delete;
 
-    // Runs until SIGTERM or SIGINT. @return the exit code; standard error says what went wrong.
+    // Runs until SIGTERM or SIGINT. @return the exit code; errors are printed on standard error.
     int run();
 
   private:
@@ -35,7 +36,7 @@ class Bridge {
     };
     using Source = std::unique_ptr<sd_event_source, Unreference>;
 
-    // A player on the bus. The source goes first: its descriptor is the player's.
+    // A player on the bus. The source is destroyed first: its descriptor belongs to the player.
     struct Shown {
         Bridge *bridge = nullptr;
         std::unique_ptr<BusPlayer> player;
@@ -44,7 +45,7 @@ class Bridge {
 
     int start();
     void attempt();
-    // @return nothing, or why the player is not on the bus.
+    // @return success, or the reason for which the player is not on the bus.
     Result<void> show(const std::string &name);
     void lose(const std::string &name, const Failure &why);
     void attempt_in(std::chrono::milliseconds delay);
@@ -52,6 +53,7 @@ class Bridge {
     void fail(const std::string &why);
 
     static int on_events(sd_event_source *source, int descriptor, uint32_t events, void *shown);
+    static int on_exit(sd_event_source *source, void *bridge);
     static int on_timer(sd_event_source *source, uint64_t time, void *bridge);
 
     std::vector<std::string> wanted_;
@@ -59,8 +61,9 @@ class Bridge {
     // Held so that the end of the bus is noticed while no player is there.
     std::unique_ptr<sd_bus, Unreference> bus_;
     Source timer_;
+    Source at_exit_;
     std::map<std::string, Shown> shown_;
-    std::map<std::string, std::string> complaints_; // The last one about each player.
+    std::map<std::string, std::string> complaints_; // The last complaint about each player.
     std::chrono::milliseconds delay_{0};
     bool failed_ = false;
 };

@@ -85,7 +85,7 @@ bool Guard::knows_host(std::string_view host) const {
 void Guard::check(const RequestHead &head, const Target &target) const {
     if (!knows_host(head.host)) {
         throw ApiError(403, "wrong_host",
-                       "this machine is not called so; vantro-web --host names further names");
+                       "this machine does not have that name; vantro-web --host adds names");
     }
     const bool is_api = !target.segments.empty() && target.segments.front() == "api";
     if (!head.origin.empty() && !is_same_origin(head)) {

@@ -20,19 +20,19 @@
 
 namespace vantro::web {
 
-// What it serves.
+// The handler of requests.
 class Site {
   public:
     virtual ~Site() = default;
     // Checks a request before its body is read. @throws ApiError.
     virtual void admit(const Request &request) = 0;
-    // Carries a request out. Never fails: an error is in the answer.
+    // Carries out a request. Never fails: an error is in the answer.
     virtual Response answer(const Request &request) = 0;
     virtual Response refuse(const ApiError &error) = 0;
     virtual PlayerLink &followed(const std::string &player) = 0;
 };
 
-// It starts no thread: call run() when descriptor() is readable, and when timeout() is over.
+// The server starts no thread: call run() when descriptor() is readable, and after timeout().
 class HttpServer {
   public:
     using Clock = std::chrono::steady_clock;
@@ -42,7 +42,7 @@ class HttpServer {
         unsigned connections_of_address;
     };
 
-    // @throws std::runtime_error if the system has no room for it.
+    // @throws std::runtime_error if the system lacks resources.
     HttpServer(Site &site, const Limits &limits);
     ~HttpServer();
     HttpServer(const HttpServer &) = delete;
@@ -53,7 +53,7 @@ class HttpServer {
 
     int descriptor() const;
     void run();
-    // Milliseconds; -1: without end.
+    // Milliseconds; -1: no limit.
     int64_t timeout() const;
 
     std::map<uint64_t, EventStream *> &streams() { return streams_; }
@@ -61,7 +61,7 @@ class HttpServer {
     uint64_t closed() const { return closed_; }
 
     // Called with each new stream, so that its owner can watch for the client's end.
-    std::function<void(const EventStream &)> on_stream;
+    std::function<void(EventStream &)> on_stream;
 
   private:
     struct Exchange; // A request that is being read, with its connection.

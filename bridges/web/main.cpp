@@ -18,6 +18,7 @@
 #include "bridges/sockets/listener.h"
 #include "bridges/web/server.h"
 #include "bridges/web/web_site.h"
+#include "common/descriptor_limit.h"
 
 namespace {
 
@@ -46,7 +47,7 @@ std::string environment(const char *name) {
     return value ? value : "";
 }
 
-// systemd names the folder of a unit's state; else it is beside the service's own.
+// systemd names the folder of a unit's state; otherwise the folder is beside the service's state.
 std::string state_folder() {
     if (std::string folder = environment("STATE_DIRECTORY"); !folder.empty()) {
         return folder;
@@ -58,7 +59,7 @@ std::string state_folder() {
     return home.empty() ? "" : home + "/.local/state/vantro";
 }
 
-// Found from the program's own place, wherever the installed tree is.
+// Relative to the program's directory, so that the installed tree can be moved.
 std::string page_folder() {
     std::error_code error;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
@@ -87,6 +88,7 @@ int run(const Options &options) {
             listeners.push_back(std::move(each));
         }
     }
+    vantro::raise_descriptor_limit();
     Players players;
     Pairing pairing = make_pairing(options.state);
     WebSite site(players, pairing, PageFiles(options.page), Guard(options.hosts));
@@ -108,27 +110,28 @@ void add_options(CLI::App &app, Options &options) {
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->default_str("127.0.0.1");
-    app.add_option("--port", options.port, "Port of all addresses; 0: one that is free")
+    app.add_option("--port", options.port, "Port of all addresses; 0: a free port")
         ->type_name("PORT")
         ->capture_default_str();
     app.add_option("--host", options.hosts,
-                   "Further name by which browsers call this machine; may be repeated")
+                   "Further name by which browsers address this machine; may be repeated")
         ->type_name("NAME")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_option("--state", options.state, "Folder of the key that paired machines are known by")
+    app.add_option("--state", options.state, "Folder of the key that makes cookies valid")
         ->type_name("DIR");
     app.add_option("--page", options.page, "Folder of the page's files")->type_name("DIR");
-    app.add_option("--clients", options.clients, "Connections at a time; more are turned away")
+    app.add_option("--clients", options.clients,
+                   "Most connections at a time; further ones are refused")
         ->type_name("N")
         ->capture_default_str()
         ->check(CLI::Range(1u, clients_most));
     app.add_option("--clients-of-address", options.clients_of_address,
-                   "Connections at a time from one address")
+                   "Most connections at a time from one address")
         ->type_name("N")
         ->capture_default_str()
         ->check(CLI::Range(1u, clients_most));
-    app.add_flag("--verbose", options.verbose, "Log what the library logs");
+    app.add_flag("--verbose", options.verbose, "Log the library's messages");
 }
 
 int parse_and_run(int argc, char **argv) {

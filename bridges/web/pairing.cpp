@@ -68,7 +68,7 @@ void Pairing::load_key(const std::string &folder) {
     const std::string path = folder + "/web-key";
     const auto fail = [&path] {
         throw std::runtime_error(
-            fmt::format("cannot keep a key in {}: {}", path, std::strerror(errno)));
+            fmt::format("cannot store a key in {}: {}", path, std::strerror(errno)));
     };
     std::error_code ignored;
     std::filesystem::create_directories(folder, ignored);
@@ -81,7 +81,7 @@ void Pairing::load_key(const std::string &folder) {
     if (count == static_cast<ssize_t>(key_.size())) {
         return;
     }
-    // The file is new, or a run that was killed left it half written.
+    // The file is new, or a killed run left it incomplete.
     key_ = random_bytes<32>();
     if (ftruncate(file.get(), 0) != 0 ||
         pwrite(file.get(), key_.data(), key_.size(), 0) != static_cast<ssize_t>(key_.size())) {
@@ -104,7 +104,7 @@ std::string Pairing::pair(std::string_view code, Clock::time_point now) {
         wrong_codes_ = 0;
     }
     if (wrong_codes_ >= wrong_codes_max) {
-        throw ApiError(429, "too_many_codes", "too many wrong codes came; try again in a minute");
+        throw ApiError(429, "too_many_codes", "too many wrong codes; try again in a minute");
     }
     std::string digits;
     for (const char c : code) {
@@ -114,7 +114,7 @@ std::string Pairing::pair(std::string_view code, Clock::time_point now) {
     }
     if (!are_equal(digits, code_)) {
         ++wrong_codes_;
-        throw ApiError(403, "wrong_code", "this is not the code");
+        throw ApiError(403, "wrong_code", "the code is wrong");
     }
     const std::string id = hexadecimal(random_bytes<id_digits / 2>());
     return id + sign(id);

@@ -60,7 +60,7 @@ void write_playback_error(JsonWriter &json, int32_t code) {
         json.null();
         return;
     case VANTRO_ERROR_GONE:
-        return write_error(json, "gone", "A file is not there any more.");
+        return write_error(json, "gone", "A file does not exist any more.");
     case VANTRO_ERROR_UNREADABLE:
         return write_error(json, "unreadable", "A file cannot be read.");
     case VANTRO_ERROR_DAMAGED:
@@ -184,7 +184,7 @@ std::string player_state_json(const std::string &name, Player &player, int32_t e
     } else {
         json.null().key("muted").null(); // the service has no volume
     }
-    // As text: it has 64 bits, and many JSON readers keep only 53 bits of a number.
+    // A text: the id has 64 bits, and many JSON readers keep only 53 bits of a number.
     json.key("session").text(std::to_string(session.tsid));
     json.key("length").number(session.length);
     write_track(json, track);

@@ -15,11 +15,11 @@ std::string_view string_of(const rapidjson::Value &value) {
     return {value.GetString(), value.GetStringLength()};
 }
 
-// The service takes ids one a line, so an id with a newline would be two.
+// The service expects one id a line, so an id with a newline would be two.
 std::string node_id_of(const rapidjson::Value &value) {
     const std::string_view id = string_of(value);
     if (std::any_of(id.begin(), id.end(), [](char c) { return c >= 0 && c < ' '; })) {
-        throw bad_request("an id holds a control character");
+        throw bad_request("an id contains a control character");
     }
     return std::string(id);
 }
@@ -45,7 +45,7 @@ RequestBody::RequestBody(std::string_view text, const std::vector<std::string_vi
     }
     for (const auto &member : std::as_const(document_).GetObject()) {
         if (std::find(members.begin(), members.end(), string_of(member.name)) == members.end()) {
-            throw bad_request("the body has a member that is not known here");
+            throw bad_request("the body has an unknown member");
         }
     }
 }

@@ -20,7 +20,7 @@
 namespace vantro::web {
 namespace {
 
-// What an event concerns: the kind is in the upper half, a descriptor or a stream's number in the
+// The key of an event: the kind is in the upper bits, a descriptor or a stream's number in the
 // lower.
 enum class Kind : uint64_t { signal, listener, http, player, stream };
 constexpr unsigned kind_shift = 56;
@@ -29,8 +29,8 @@ uint64_t key_of(Kind kind, uint64_t number = 0) {
     return static_cast<uint64_t>(kind) << kind_shift | number;
 }
 
-// A telephone that leaves the network does not close its connection. The kernel probes for that, so
-// that an open page does not wake this process.
+// A telephone that leaves the network does not close its connection. The kernel's probes detect
+// this, so that an open page need not wake this process.
 void keep_alive(int socket) {
     const int on = 1;
     const int idle_seconds = 60;
@@ -51,23 +51,29 @@ Server::Server(std::vector<Listener> listeners, Players &players, Site &site,
     if (!epoll_ || !signals_) {
         throw std::runtime_error("no descriptor is left");
     }
-    watch(EPOLL_CTL_ADD, signals_.get(), EPOLLIN, key_of(Kind::signal));
-    watch(EPOLL_CTL_ADD, http_.descriptor(), EPOLLIN, key_of(Kind::http));
+    bool all = watch(EPOLL_CTL_ADD, signals_.get(), EPOLLIN, key_of(Kind::signal)) &&
+               watch(EPOLL_CTL_ADD, http_.descriptor(), EPOLLIN, key_of(Kind::http));
     for (const Listener &each : listeners_) {
-        watch(EPOLL_CTL_ADD, each.descriptor(), EPOLLIN,
-              key_of(Kind::listener, static_cast<uint64_t>(each.descriptor())));
+        all = all && watch(EPOLL_CTL_ADD, each.descriptor(), EPOLLIN,
+                           key_of(Kind::listener, static_cast<uint64_t>(each.descriptor())));
+    }
+    if (!all) {
+        throw std::runtime_error("the sockets cannot be watched");
     }
     // The HTTP library does not watch suspended connections.
-    http_.on_stream = [this](const EventStream &stream) {
-        watch(EPOLL_CTL_ADD, stream.descriptor(), EPOLLRDHUP, key_of(Kind::stream, stream.id()));
+    http_.on_stream = [this](EventStream &stream) {
+        if (!watch(EPOLL_CTL_ADD, stream.descriptor(), EPOLLRDHUP,
+                   key_of(Kind::stream, stream.id()))) {
+            stream.end();
+        }
     };
 }
 
-void Server::watch(int operation, int descriptor, uint32_t events, uint64_t key) {
+bool Server::watch(int operation, int descriptor, uint32_t events, uint64_t key) {
     epoll_event event{};
     event.events = events;
     event.data.u64 = key;
-    epoll_ctl(epoll_.get(), operation, descriptor, &event);
+    return epoll_ctl(epoll_.get(), operation, descriptor, &event) == 0;
 }
 
 // Milliseconds until run() must act even if nothing happens; -1: never.
@@ -77,6 +83,9 @@ int Server::timeout() const {
         const auto retry = link->retry_at();
         if (retry && watching.streams > 0) {
             wait.end_at(*retry);
+        }
+        if (!retry && watching.streams > 0 && watching.descriptor < 0) { // it could not be watched
+            wait.end_at(PlayerLink::Clock::now() + sockets::shortage_pause);
         }
     }
     if (!listening_) {
@@ -95,7 +104,7 @@ void Server::run() {
         }
         http_.run();
         if (look_after_players()) {
-            http_.run(); // it watches resumed connections only after this
+            http_.run(); // the library watches resumed connections only after this call
         }
         if (std::exchange(closed_seen_, http_.closed()) != http_.closed() ||
             (!listening_ && PlayerLink::Clock::now() >= listen_again_at_)) {
@@ -131,18 +140,25 @@ void Server::accept(int listener) {
         keep_alive(made);
         http_.add(made, plain, length);
     } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-        // The connection stays where it is, so the loop would come back at once.
+        // The connection stays in the backlog, so the loop would return at once.
         set_listening(false);
         listen_again_at_ = PlayerLink::Clock::now() + sockets::shortage_pause;
     }
 }
 
 void Server::set_listening(bool on) {
-    if (std::exchange(listening_, on) != on) {
-        for (const Listener &each : listeners_) {
-            watch(EPOLL_CTL_MOD, each.descriptor(), on ? static_cast<uint32_t>(EPOLLIN) : 0,
-                  key_of(Kind::listener, static_cast<uint64_t>(each.descriptor())));
-        }
+    if (std::exchange(listening_, on) == on) {
+        return;
+    }
+    bool all = true;
+    for (const Listener &each : listeners_) {
+        all = watch(EPOLL_CTL_MOD, each.descriptor(), on ? static_cast<uint32_t>(EPOLLIN) : 0,
+                    key_of(Kind::listener, static_cast<uint64_t>(each.descriptor()))) &&
+              all;
+    }
+    if (on && !all) {
+        listening_ = false;
+        listen_again_at_ = PlayerLink::Clock::now() + sockets::shortage_pause;
     }
 }
 
@@ -153,7 +169,7 @@ void Server::end_stream(uint64_t id) {
     }
 }
 
-// A player that no page follows is not watched: while it plays it has an event every second.
+// A player that no page follows is not watched: while it plays, it has an event every second.
 void Server::watch_player(PlayerLink &link, Watch &watching) {
     const int wanted = watching.streams > 0 ? link.descriptor() : -1;
     if (wanted == watching.descriptor && link.connections() == watching.connection) {
@@ -162,11 +178,9 @@ void Server::watch_player(PlayerLink &link, Watch &watching) {
     if (watching.descriptor >= 0 && link.connections() == watching.connection) {
         watch(EPOLL_CTL_DEL, watching.descriptor, 0, 0);
     }
-    watching.descriptor = wanted;
+    const bool watched = wanted >= 0 && watch(EPOLL_CTL_ADD, wanted, EPOLLIN, key_of(Kind::player));
+    watching.descriptor = watched ? wanted : -1;
     watching.connection = link.connections();
-    if (wanted >= 0) {
-        watch(EPOLL_CTL_ADD, wanted, EPOLLIN, key_of(Kind::player));
-    }
 }
 
 // @return whether streams have news.

@@ -22,18 +22,19 @@ class Server {
     Server(std::vector<Listener> listeners, Players &players, Site &site,
            const HttpServer::Limits &limits);
 
-    // Serves until the process is asked to end.
+    // Serves until SIGTERM or SIGINT.
     void run();
 
   private:
-    // What the loop watches of a player.
+    // The loop's watch on a player.
     struct Watch {
         int descriptor = -1;
-        uint64_t connection = 0; // Of the player; a descriptor's number may come again.
+        uint64_t connection = 0; // Of the player; a descriptor's number may be reused.
         size_t streams = 0;
     };
 
-    void watch(int operation, int descriptor, uint32_t events, uint64_t key);
+    // @return whether the system had memory for it.
+    bool watch(int operation, int descriptor, uint32_t events, uint64_t key);
     int timeout() const;
     void handle(uint64_t key, bool &ended);
     void accept(int listener);

@@ -19,7 +19,7 @@ int digit_of(char c) {
 std::string decoded(std::string_view text, bool plus) {
     std::optional<std::string> plain = percent_decoded(text, plus);
     if (!plain) {
-        throw bad_request("the address holds a bad escape or a control character");
+        throw bad_request("the address contains a bad escape or a control character");
     }
     return *std::move(plain);
 }
@@ -73,7 +73,7 @@ Target Target::parse(std::string_view raw) {
     while (!path.empty()) {
         std::string segment = decoded(take(path, '/'), false);
         if (segment == "." || segment == "..") {
-            throw bad_request("the path holds \".\" or \"..\"");
+            throw bad_request("the path contains \".\" or \"..\"");
         }
         target.segments.push_back(std::move(segment));
     }

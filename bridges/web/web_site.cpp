@@ -18,7 +18,7 @@ namespace {
 class WrongMethod : public ApiError {
   public:
     explicit WrongMethod(std::string allowed)
-        : ApiError(405, "wrong_method", "this address does not know that method"),
+        : ApiError(405, "wrong_method", "this address does not support that method"),
           allowed_(std::move(allowed)) {}
 
     const std::string &allowed() const { return allowed_; }
@@ -164,7 +164,7 @@ Response WebSite::answer_api(const Request &request) {
     const Route &route = route_of(request);
     if (route.access == Access::paired && !context.trusted) {
         throw ApiError(401, "pairing_required",
-                       "give the code that vantro-web has shown when it started");
+                       "enter the code that vantro-web printed when it started");
     }
     if (route.player == Which::named) {
         context.link = &players_.find(segments[prefix_segments + 1]);

@@ -16,7 +16,7 @@ struct Unreference {
 };
 using Message = std::unique_ptr<sd_bus_message, Unreference>;
 
-// A signal of the track list, to be filled and sent.
+// A new signal of the track list; the caller fills and sends it.
 Message track_list_signal(sd_bus *bus, const char *name) {
     sd_bus_message *signal = nullptr;
     sd_bus_message_new_signal(bus, &signal, object_path, track_list_interface, name);
@@ -66,6 +66,17 @@ Result<void> BusPlayer::follow() {
     return followed;
 }
 
+void BusPlayer::retire(const Failure &why) {
+    // A client that goes on calling this connection must not hold up the other players.
+    constexpr int calls_max = 1000;
+    retired_ = why;
+    if (sd_bus_release_name(bus_.get(), bus_name_of(name_).c_str()) < 0) {
+        return; // the bus has ended
+    }
+    for (int calls = 0; calls < calls_max && sd_bus_process(bus_.get(), nullptr) > 0; ++calls) {
+    }
+}
+
 int BusPlayer::answer(sd_bus_message *call, const Result<void> &done, sd_bus_error *error) {
     // A failure shows again at the descriptor of the events, which the loop watches.
     static_cast<void>(follow());
@@ -77,7 +88,7 @@ std::optional<ActivePlaylist> BusPlayer::active_playlist() const {
     return still ? active_playlist_ : std::nullopt;
 }
 
-// Readers miss a signal that cannot be sent; the end of the connection ends the program.
+// If a signal cannot be sent, readers miss it; the end of the connection ends the program.
 void BusPlayer::tell_changes() {
     const PlayerView before = std::exchange(view_, view_of(link_.mirror()));
     const TrackWindow window_before = window_;

@@ -24,29 +24,34 @@ inline constexpr const char *player_interface = "org.mpris.MediaPlayer2.Player";
 inline constexpr const char *track_list_interface = "org.mpris.MediaPlayer2.TrackList";
 inline constexpr const char *playlists_interface = "org.mpris.MediaPlayer2.Playlists";
 
-// The playlist from which this program made the track session, if it did.
+// The playlist from which this program made the current track session, if any.
 struct ActivePlaylist {
     uint64_t tsid = 0;
     PlaylistNode node;
     std::string name;
 };
 
-// Every player needs a connection of its own: all have their object at the same path, and many
-// clients address the connection and not the name.
+// Every player needs its own connection: all players have their object at the same path, and many
+// clients address the connection, not the name.
 class BusPlayer {
   public:
     BusPlayer(std::string name, PlayerLink link);
     BusPlayer(const BusPlayer &) = delete;
     BusPlayer &operator=(const BusPlayer &) = delete;
 
-    // Connects to the session bus and makes the objects. Takes the name last, when every question
-    // of a client can be answered. @return 0, or a negative error number; -EEXIST if the name is
-    // taken.
+    // Connects to the session bus and makes the objects. Takes the name last, when every call of a
+    // client can be answered. @return 0, or a negative error number; -EEXIST if the name is taken.
     int open(sd_event *loop);
 
-    // Reads the player's events, and sends signals for what changed. @return nothing, or why the
-    // player can no longer be followed.
+    // Reads the player's events, and sends signals for the changes. @return success, or the reason
+    // for which the player can no longer be followed.
     Result<void> follow();
+
+    // Gives up the name, and answers every call that arrived before with the reason. Without that,
+    // the end of the connection would tell the callers only that no answer comes.
+    void retire(const Failure &why);
+    // The reason, if it is retired. Methods and settings are then refused with it.
+    const std::optional<Failure> &retired() const { return retired_; }
 
     // Answers a call that was a command for the player, after the signals of its effect.
     int answer(sd_bus_message *call, const Result<void> &done, sd_bus_error *error);
@@ -77,6 +82,7 @@ class BusPlayer {
     uint32_t playlist_count_ = 0;
     std::optional<ActivePlaylist> active_playlist_;
     uint64_t shown_playlist_tsid_ = 0; // 0: none
+    std::optional<Failure> retired_;
     std::unique_ptr<sd_bus, CloseBus> bus_;
 };
 

@@ -1,4 +1,4 @@
-// org.mpris.MediaPlayer2.Player: what the player does.
+// org.mpris.MediaPlayer2.Player: playback and its state.
 #include <algorithm>
 #include <chrono>
 #include <climits>
@@ -68,7 +68,7 @@ int set_position(BusPlayer &player, sd_bus_message *call, sd_bus_error *error) {
 
 int open_uri(BusPlayer &, sd_bus_message *, sd_bus_error *error) {
     return sd_bus_error_set(error, SD_BUS_ERROR_NOT_SUPPORTED,
-                            "the player plays what is in its service's catalogue, and opens no "
+                            "the player plays files of its service's catalogue only, and opens no "
                             "addresses");
 }
 
@@ -108,7 +108,7 @@ int get_highest_rate(BusPlayer &, sd_bus_message *reply) {
     return sd_bus_message_append(reply, "d", rate_max);
 }
 
-// Answers the setting of a property, after the signals of its effect.
+// Answers a call that sets a property, after the signals of its effect.
 int set(BusPlayer &player, const Result<void> &done, sd_bus_error *error) {
     static_cast<void>(player.follow());
     return done ? 0 : set_error(error, done.failure());

@@ -18,7 +18,7 @@ struct Playlist {
     std::string name;
 };
 
-// All playlists, by their names. Within a source the service has ordered them.
+// All playlists, by name. Within a source the service has sorted them.
 Result<std::vector<Playlist>> list_playlists(Player &player) {
     const Result<List<MediaSource>> sources = player.sources();
     if (!sources) {
@@ -104,7 +104,7 @@ int activate_playlist(BusPlayer &player, sd_bus_message *call, sd_bus_error *err
     }
     const auto playlist = playlist_of(path);
     if (!playlist) {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "%s is no playlist", path);
+        return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "%s is not a playlist", path);
     }
     return player.answer(call, activate(player, *playlist), error);
 }

@@ -7,12 +7,12 @@ namespace vantro::mpris {
 
 namespace {
 
-// Appends what is known of tracks of the window; `known` has an entry for each track of the window.
+// Appends the metadata of tracks of the window; `known` has an entry for each track of the window.
 int append_songs(BusPlayer &player, sd_bus_message *reply, const std::vector<TrackPlace> &places,
                  const DescribedList &known) {
     int result = sd_bus_message_open_container(reply, 'a', "a{sv}");
     for (size_t i = 0; result >= 0 && i < places.size(); ++i) {
-        Song song = player.view().song; // Of the current track more is known.
+        Song song = player.view().song; // The current track has more metadata.
         if (const std::string path = path_of(places[i]); path != song.path) {
             const auto at = static_cast<size_t>(places[i].index - player.window().first);
             song = song_of(at < known.size() ? known[at].metadata : nullptr);
@@ -73,7 +73,7 @@ int go_to(BusPlayer &player, sd_bus_message *call, sd_bus_error *error) {
 
 int refuse_edit(BusPlayer &, sd_bus_message *, sd_bus_error *error) {
     return sd_bus_error_set(error, SD_BUS_ERROR_NOT_SUPPORTED,
-                            "the list of tracks is not edited by way of the bus");
+                            "the list of tracks cannot be edited through the bus");
 }
 
 int get_tracks(BusPlayer &player, sd_bus_message *reply) {

@@ -1,4 +1,4 @@
-// The playlists that the service keeps.
+// The saved playlists.
 #include <cerrno>
 #include <cstdint>
 #include <optional>
@@ -23,16 +23,17 @@ ApiError playlist_error(const Failure &failure) {
     }
     switch (failure.number) {
     case EINVAL:
-        return bad_request("a name is 1 to 200 bytes of UTF-8, without slash, control characters "
-                           "and a dot at the start");
+        return bad_request(
+            "a name is 1 to 200 bytes of UTF-8, with no slash, no control characters "
+            "and no dot at the start");
     case ENOENT:
         return {404, "not_found", "there is no saved playlist of that name"};
     case EEXIST:
-        return {409, "playlist_exists", "there is a playlist of that name"};
+        return {409, "playlist_exists", "a playlist of that name exists"};
     case EMSGSIZE:
         return {409, "playlist_too_long", "the queue has more songs than a playlist may have"};
     case EDQUOT:
-        return {409, "too_many_playlists", "the service keeps as many playlists as it may"};
+        return {409, "too_many_playlists", "the limit of saved playlists is reached"};
     case ENOSPC:
         return {409, "disk_full", "the service's disk is full"};
     case EACCES:

@@ -1,4 +1,4 @@
-// The tracks that a player works through.
+// The queue: the tracks of a player's session.
 #include <algorithm>
 #include <cstdint>
 #include <numeric>
@@ -43,12 +43,12 @@ Response session_response(uint64_t tsid) {
     return Response::json(json.end_object().take());
 }
 
-// Refuses a change if the queue is not the one that the client has seen: its places mean other
-// tracks by now.
+// Refuses a change if the queue is not the one that the client has seen: its places belong to other
+// tracks then.
 void check_session(Context &context, const RequestBody &body) {
     if (body.has("session") &&
         body.text("session") != std::to_string(context.link->session().tsid)) {
-        throw ApiError(409, "queue_changed", "the queue has changed meanwhile");
+        throw ApiError(409, "queue_changed", "the queue has changed in the meantime");
     }
 }
 
@@ -67,8 +67,8 @@ Response clear(Context &context) {
     return session_response(0);
 }
 
-// Gives the player the tracks in that order, each named by its present place. The current track
-// goes on if it is still there, else the next one that is.
+// Sets the player's tracks to that order, each named by its present place. The current track goes
+// on if it is still in the queue, else the next remaining one plays.
 Response reorder(Context &context, const std::vector<uint32_t> &order) {
     const auto now = static_cast<uint32_t>(context.link->current().value_or(0));
     const std::vector<NodeKey> &tracks = context.link->tracks();
@@ -79,7 +79,7 @@ Response reorder(Context &context, const std::vector<uint32_t> &order) {
     for (const uint32_t place : order) {
         const NodeKey &key = tracks.at(place);
         if (key.id.empty()) {
-            continue; // it has left the catalogue, and cannot be asked for
+            continue; // it has left the catalogue, so no request can name it
         }
         if (place >= now && place < nearest) {
             nearest = place;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include <vantro/vantro.hpp>
@@ -35,11 +36,12 @@ class Mpris : public test::RuntimeDirectory {
         start_service();
     }
 
-    void start_service() {
+    void start_service(int tracks = 2) {
         service_ = std::make_unique<test::Process>(
             std::vector<std::string>{VANTROD, "--audio", "clock", "--music", path_ + "/music",
                                      "--player", "main", "--player", "the den"});
-        while (service_->line().find("scanned (2 tracks)") == std::string::npos) {
+        const std::string scanned = fmt::format("scanned ({} tracks)", tracks);
+        while (service_->line().find(scanned) == std::string::npos) {
             ASSERT_FALSE(service_->ended());
         }
     }
@@ -271,24 +273,180 @@ TEST_F(Mpris, OutlivesTheServiceAndEndsByASignalOrWithTheBus) {
     EXPECT_EQ(without.wait(), 1);
 }
 
-TEST_F(Mpris, ObeysACommonClient) {
-    if (access("/usr/bin/playerctl", X_OK) != 0) {
-        GTEST_SKIP() << "playerctl is not here";
+// A bus closes the connection of a program that sends text that is not UTF-8.
+TEST_F(Mpris, NamesOfAnyBytesReachTheBus) {
+    std::string low, high;
+    for (int byte = 1; byte < 256; ++byte) {
+        (byte < 128 ? low : high) += byte == '/' ? "" : std::string(1, static_cast<char>(byte));
     }
-    load();
+    const std::filesystem::path plain = path_ + "/plain.ogg";
+    test::make_music(plain, 1'000);
+    for (const std::string &name : {low, high}) {
+        std::filesystem::copy(plain, path_ + "/music/" + name + ".ogg");
+    }
+    service_.reset();
+    start_service(4);
+    Player::connect("main").or_throw().create_session(1, "songs").or_throw();
     start_bridge();
-    const char *const lines[][2] = {{"status", "Paused"},
-                                    {"metadata title", "One\xEF\xBF\xBD"},
-                                    {"play", ""},
-                                    {"status", "Playing"},
-                                    {"next", ""},
-                                    {"next", ""},
-                                    {"metadata title", "Two"}};
+    std::string all;
+    for (int track = 0; track < 4; ++track) {
+        all += get("Metadata") + '\n';
+        tell("Next");
+    }
+    EXPECT_NE(all.find("/music/%01%02%03%04%05%06%07%08%09%0A%0B"), std::string::npos) << all;
+    EXPECT_NE(all.find("xesam:title \xEF\xBF\xBD"), std::string::npos) << all;
+}
+
+// A call that has reached the bridge's connection, but was not read when the bridge learns that the
+// service has ended, or is told to end itself.
+TEST_F(Mpris, AnswersEveryCallWithAReasonWhenAPlayerLeaves) {
+    start_bridge();
+    std::string answer;
+    const auto read = [](sd_bus_message *message, void *text, sd_bus_error *) {
+        const sd_bus_error *error = sd_bus_message_get_error(message);
+        *static_cast<std::string *>(text) = error ? error->message : words_of(message);
+        return 0;
+    };
+    const struct {
+        std::function<void()> end;
+        const char *said;
+    } ends[] = {{[this] {
+                     service_->kill(SIGKILL);
+                     service_->wait();
+                 },
+                 "the service "}, // has ended, or is gone
+                {[this] { bridge_->kill(SIGTERM); }, "vantro-mpris has ended"}};
+    for (const auto &[end, said] : ends) {
+        bus_->wait_for_name(main_name, true);
+        bridge_->stop();
+        answer.clear();
+        sd_bus_call_method_async(bus_->bus(), nullptr, main_name, path, player_interface, "Play",
+                                 read, &answer, "");
+        sd_bus_flush(bus_->bus());
+        bus_->call("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId", ""); // delivered
+        end();
+        bridge_->kill(SIGCONT);
+        while (answer.empty()) {
+            bus_->take_signals();
+            sd_bus_wait(bus_->bus(), 100'000);
+        }
+        EXPECT_NE(answer.find(said), std::string::npos) << answer;
+        bus_->wait_for_name(main_name, false);
+        service_.reset();
+        start_service();
+    }
+}
+
+class Playerctl : public Mpris {
+  protected:
+    void SetUp() override {
+        if (access(program, X_OK) != 0) {
+            GTEST_SKIP() << "playerctl is not installed";
+        }
+        Mpris::SetUp();
+        load();
+        start_bridge();
+    }
+    static std::string run(const std::string &line) {
+        test::Process tool({"/bin/sh", "-c", fmt::format("{} {}", program, line)});
+        std::string said = tool.rest();
+        return said + (tool.wait() == 0 ? "" : "(failed)");
+    }
+    static constexpr const char *program = "/usr/bin/playerctl";
+};
+
+TEST_F(Playerctl, DrivesThePlayerByEachOfItsCommands) {
+    bus_->wait_for_name("org.mpris.MediaPlayer2.vantro.the-20den", true);
+    const char *const lines[][2] = {
+        {"status", "Paused\n"},
+        {"metadata title", "One\xEF\xBF\xBD\n"},
+        {"metadata -f '{{playerName}}: {{artist}}, {{duration(mpris:length)}}'",
+         "vantro: Anna, 1:00\n"},
+        {"play", ""},
+        {"status", "Playing\n"},
+        {"play-pause", ""},
+        {"status", "Paused\n"},
+        {"position 20", ""},
+        {"position", "20.000000\n"},
+        {"position 5+", ""},
+        {"position 15-", ""},
+        {"position", "10.000000\n"},
+        {"volume 0.5", ""},
+        {"volume 0.25+", ""},
+        {"volume", "0.750000\n"},
+        {"loop", "None\n"},
+        {"loop Playlist", ""},
+        {"loop", "Playlist\n"},
+        {"shuffle", "Off\n"},
+        {"shuffle Toggle", ""},
+        {"shuffle", "On\n"},
+        {"shuffle Off", ""},
+        {"next", ""},
+        {"next", ""},
+        {"metadata title", "Two\n"},
+        {"previous", ""},
+        {"metadata xesam:trackNumber", "1\n"},
+        {"pause", ""},
+        {"status", "Paused\n"},
+        {"stop", ""},
+        {"status", "Stopped\n"},
+        {"--list-all", "vantro.main\nvantro.the-20den\n"},
+        {"--all-players status", "Stopped\nStopped\n"},
+        {"-i vantro.the-20den --all-players status", "Stopped\n"},
+    };
+    std::string driven = "open ";
     for (const auto &[line, said] : lines) {
-        test::Process tool({"/bin/sh", "-c", fmt::format("playerctl -p vantro.main {}", line)});
-        const std::string output = tool.rest();
-        EXPECT_EQ(output, *said ? std::string(said) + "\n" : "") << line;
-        EXPECT_EQ(tool.wait(), 0);
+        const bool all = std::string_view(line).find('-') < 3;
+        EXPECT_EQ(run(fmt::format("{}{}", all ? "" : "-p vantro.main ", line)), said) << line;
+        driven += std::string(line).substr(0, std::string_view(line).find(' ')) + ' ';
+    }
+    EXPECT_NE(run("-p vantro.main open file:///a.flac").find("(failed)"), std::string::npos);
+    // Lines such as "  play                    Command the player to play".
+    const std::string help = run("--help");
+    for (size_t at = help.find("Commands:"); (at = help.find("\n  ", at)) != help.npos; ++at) {
+        const size_t end = help.find(' ', at + 3);
+        if (end > at + 3) {
+            EXPECT_NE(driven.find(help.substr(at + 3, end - at - 3) + ' '), std::string::npos)
+                << help.substr(at, 40);
+        }
+    }
+}
+
+TEST_F(Playerctl, FollowsThePlayerOverARestartOfTheService) {
+    test::Process status({program, "-p", "vantro.main", "--follow", "status"});
+    test::Process title({program, "-p", "vantro.main", "-F", "metadata", "title"});
+    EXPECT_EQ(status.line(), "Paused");
+    EXPECT_EQ(title.line(), "One\xEF\xBF\xBD");
+    EXPECT_EQ(tell("Play"), "");
+    EXPECT_EQ(status.line(), "Playing");
+    EXPECT_EQ(tell("Next"), "");
+    EXPECT_EQ(tell("Next"), "");
+    EXPECT_EQ(title.line(), "Two");
+    service_->kill(SIGKILL);
+    service_->wait();
+    EXPECT_EQ(status.line(), ""); // there is no player
+    start_service();
+    EXPECT_NE(status.line(), "");
+}
+
+// A service that ends during a request.
+TEST_F(Playerctl, IsToldWhenTheServiceEndsInTheMiddleOfACall) {
+    for (const char *line :
+         {"play", "pause", "play-pause", "stop", "next", "previous", "position 5", "volume 0.5",
+          "loop Track", "shuffle On", "position", "metadata", "open file:///a.flac"}) {
+        SCOPED_TRACE(line);
+        service_->stop();
+        test::Process tool(
+            {"/bin/sh", "-c", fmt::format("exec {} -p vantro.main {}", program, line)});
+        tool.readable(100); // commands that need no service are answered at once
+        service_->kill(SIGKILL);
+        service_->wait();
+        tool.rest();
+        EXPECT_GE(tool.wait(), 0);
+        bus_->wait_for_name(main_name, false);
+        start_service();
+        bus_->wait_for_name(main_name, true);
+        EXPECT_EQ(tell("Pause"), "");
     }
 }
 

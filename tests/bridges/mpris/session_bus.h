@@ -1,4 +1,4 @@
-// A session bus of the test's own, and a client of it that keeps the signals that come.
+// A session bus of the test's own, and a client of it that keeps the signals it receives.
 #ifndef VANTRO_TESTS_BRIDGES_MPRIS_SESSION_BUS_H
 #define VANTRO_TESTS_BRIDGES_MPRIS_SESSION_BUS_H
 
@@ -70,6 +70,8 @@ class SessionBus {
     SessionBus(const SessionBus &) = delete;
     SessionBus &operator=(const SessionBus &) = delete;
 
+    sd_bus *bus() { return bus_; }
+
     // Waits until the name has an owner, or none.
     void wait_for_name(const std::string &name, bool owned) {
         while (std::stoi(call("org.freedesktop.DBus", "/org/freedesktop/DBus",
@@ -102,7 +104,7 @@ class SessionBus {
         }
         return std::exchange(signals_, {});
     }
-    // Waits for the next one.
+    // Waits for the next signal.
     std::string next_signal() {
         while (sd_bus_process(bus_, nullptr) > 0 || signals_.empty()) {
             if (signals_.empty()) {

@@ -11,7 +11,8 @@ import time
 from pathlib import Path
 
 ELEMENT = "element-6066-11e4-a52e-4f735466cecf"
-KEYS = {"Tab": "\ue004", "Alt": "\ue00a", "Up": "\ue013", "Delete": "\ue017"}
+KEYS = {"Tab": "\ue004", "Alt": "\ue00a", "End": "\ue010", "Home": "\ue011", "Up": "\ue013",
+        "Delete": "\ue017"}
 
 
 def is_installed() -> bool:

@@ -7,6 +7,7 @@ import signal
 import socket
 import subprocess
 import wave
+from collections.abc import Callable
 from pathlib import Path
 
 import pytest
@@ -18,18 +19,23 @@ PICTURE = bytes.fromhex(
 )
 
 
+def make_album(music: Path) -> None:
+    """Five songs of a minute, with a cover."""
+    album = music / "Red" / "Way"
+    album.mkdir(parents=True)
+    for number in range(1, 6):
+        with wave.open(str(album / f"{number}.wav"), "wb") as out:
+            out.setparams((1, 1, 1000, 0, "NONE", ""))
+            out.writeframes(b"\x80" * 60_000)
+    (album / "cover.png").write_bytes(PICTURE)
+
+
 class Bridge:
     """Both programs, each of which may be started again."""
 
-    def __init__(self, folder: Path) -> None:
+    def __init__(self, folder: Path, make_music: Callable[[Path], None] = make_album) -> None:
         self.folder = folder
-        for number in range(1, 6):
-            file = folder / "music" / "Red" / "Way" / f"{number}.wav"
-            file.parent.mkdir(parents=True, exist_ok=True)
-            with wave.open(str(file), "wb") as out:
-                out.setparams((1, 1, 1000, 0, "NONE", ""))
-                out.writeframes(b"\x80" * 60_000)
-        (file.parent / "cover.png").write_bytes(PICTURE)
+        make_music(folder / "music")
         (folder / "runtime").mkdir(mode=0o700)
         self.environment = {
             **os.environ,
@@ -62,11 +68,18 @@ class Bridge:
         )
 
     def start_web(self) -> None:
+        # It needs more descriptors than this, and raises its own limit.
         self.web, lines = self.run(
-            os.environ["VANTRO_WEB"], "--port", "0", "--host", "music.example", until="ready"
+            "prlimit", "--nofile=200:", os.environ["VANTRO_WEB"], "--port", "0", "--host",
+            "music.example", until="ready",
         )
         self.code = "".join(filter(str.isdigit, lines[0]))
         self.port = int(lines[-1].rsplit(":", 1)[1].rstrip(")\n"))
+
+    def stop_service(self) -> None:
+        """Until its last thread stands, it may still answer."""
+        self.service.send_signal(signal.SIGSTOP)
+        os.waitid(os.P_PID, self.service.pid, os.WSTOPPED)
 
     def end_service(self) -> None:
         self.service.kill()

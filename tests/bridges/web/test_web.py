@@ -201,7 +201,7 @@ def test_pairing(bridge):
 
 
 def test_a_service_that_hangs(bridge):
-    bridge.service.send_signal(signal.SIGSTOP)
+    bridge.stop_service()
     while bridge.ask("GET", MAIN).status == 200:  # what is kept of the state, for a second
         time.sleep(0.1)
     answers = [bridge.ask("GET", MAIN) for _ in range(3)]
