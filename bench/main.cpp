@@ -1,5 +1,5 @@
-// vantro-bench: measures the messaging layer, events, the service and the records, beside the
-// floor.
+// vantro-bench: measures the messaging layer, events, the service and the records, and compares
+// them with the floor.
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
@@ -17,6 +17,7 @@
 #include "bench/process.h"
 #include "bench/publisher.h"
 #include "bench/run.h"
+#include "common/descriptor_limit.h"
 
 namespace {
 
@@ -46,6 +47,9 @@ const std::vector<std::string> &row_names() {
                                  "command_changes_1",
                                  "command_changes_10",
                                  "command_changes_100",
+                                 "sound_first",
+                                 "sound_loaded",
+                                 "sound_paused",
                                  "event_get_idle",
                                  "floor_one_way",
                                  "signal_one_way",
@@ -82,7 +86,7 @@ const std::vector<std::string> &row_names() {
 // "caller:DESCRIPTOR", "floor:SOCKET", "copy:SOCKET:BYTES", "query:...", "putget:THREADS:INSTANCE",
 // "hog:NICE" or "publisher:SOCKET".
 int serve(const std::string &what) {
-    raise_descriptor_limit();
+    vantro::raise_descriptor_limit();
     const size_t first = what.find(':');
     const size_t second = what.find(':', first + 1);
     const std::string kind = what.substr(0, first);
@@ -112,13 +116,14 @@ int serve(const std::string &what) {
 }
 
 int measure(Run &run, const std::string &json) {
-    raise_descriptor_limit();
+    vantro::raise_descriptor_limit();
     run.directory = enter_private_runtime();
     putget_rows(run);
     busy_rows(run);
     crowd_rows(run);
     play_row(run);
     command_rows(run);
+    sound_rows(run);
     event_rows(run);
     idle_row(run);
     record_rows(run);
@@ -131,7 +136,7 @@ int measure(Run &run, const std::string &json) {
     return 0;
 }
 
-// What the command line asks for.
+// The options of the command line.
 struct Arguments {
     Run run;
     std::string json;

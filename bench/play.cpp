@@ -1,4 +1,4 @@
-// The whole way of a playback command, from the player API to vantrod's engine and back.
+// The complete path of a playback command, from the player API to vantrod's engine and back.
 #include <filesystem>
 #include <fstream>
 
@@ -13,6 +13,12 @@ namespace vantro::bench {
 namespace {
 
 constexpr const char *player_name = "main";
+
+// The time from one command of command_changes_N to the next. Readers use some of it until all of
+// them sleep again. Without readers the next command would follow immediately, while the service
+// still polls for it: then the rows would differ by the saving through polling, and not by the cost
+// of readers.
+constexpr int64_t between_commands_ns = 3'000'000;
 
 void append(std::string &bytes, uint32_t value, int width) {
     for (int i = 0; i < width; ++i) {
@@ -55,16 +61,25 @@ std::string music_with_silence(const std::string &directory) {
     return music.string();
 }
 
+std::vector<std::string> command(const std::string &music, const std::string &state,
+                                 const std::vector<std::string> &audio) {
+    std::vector<std::string> words = {
+        program_beside("vantrod"),        "--music", music, "--player", player_name, "--threads",
+        std::to_string(Service::threads), "--state", state};
+    words.insert(words.end(), audio.begin(), audio.end());
+    return words;
+}
+
 } // namespace
 
-Service::Service(const std::string &music, const std::string &state)
-    : child_({program_beside("vantrod"), "--music", music, "--player", player_name, "--threads",
-              std::to_string(threads), "--state", state, "--audio", "clock"}) {
+Service::Service(const std::string &music, const std::string &state,
+                 const std::vector<std::string> &audio)
+    : child_(command(music, state, audio)) {
     child_.wait_for_line("vantrod: ready");
 }
 
-SilentService::SilentService(const std::string &directory)
-    : Service(music_with_silence(directory), directory + "/state") {
+SilentService::SilentService(const std::string &directory, const std::vector<std::string> &audio)
+    : Service(music_with_silence(directory), directory + "/state", audio) {
     wait_until_scanned();
 }
 
@@ -92,7 +107,7 @@ void play_row(Run &run) {
 }
 
 // Commands that publish a change, while a number of readers wait. Each starts when all readers
-// sleep again.
+// sleep again, and at the same time after the previous command in every row.
 void command_rows(Run &run) {
     std::vector<int> crowds;
     for (const int crowd : {0, 1, 10, 100}) {
@@ -107,6 +122,7 @@ void command_rows(Run &run) {
     const SilentService service(run.directory);
     const Player player = open_player();
     int turn = 0;
+    int64_t last = 0;
     const auto command = [&] {
         VantroHandle *const handle = player.get();
         const int step = turn++ % 4;
@@ -130,9 +146,12 @@ void command_rows(Run &run) {
                                                          WaitingReaders::Run::anywhere, command);
                                   for (size_t i = 0; i < commands; ++i) {
                                       readers.sleep();
+                                      while (now_ns() - last < between_commands_ns) {
+                                      }
                                       const int64_t before = now_ns();
                                       command();
-                                      samples.add(now_ns() - before);
+                                      last = now_ns();
+                                      samples.add(last - before);
                                   }
                               }});
     }

@@ -7,7 +7,6 @@
 #include <filesystem>
 
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -101,15 +100,6 @@ std::string program_beside(const std::string &name) {
         fail("cannot tell where this program lies");
     }
     return name.empty() ? self.string() : (self.parent_path() / name).string();
-}
-
-void raise_descriptor_limit() {
-    struct rlimit limit;
-    if (getrlimit(RLIMIT_NOFILE, &limit) < 0) {
-        return;
-    }
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 std::string enter_private_runtime() {

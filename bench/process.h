@@ -1,4 +1,4 @@
-// The other processes of a run: the servers that it starts, and the watcher that outlives it.
+// The other processes of a run: the servers that it starts, and the watcher, which ends after it.
 #ifndef VANTRO_BENCH_PROCESS_H
 #define VANTRO_BENCH_PROCESS_H
 
@@ -11,9 +11,9 @@
 namespace vantro::bench {
 
 // While the object lives, this process runs on one processor, and the children that it starts run
-// on another; on a machine with one processor nothing changes. Left alone, the scheduler puts the
-// two sides of an exchange on one processor or on two, and the times differ by a multiple. So a row
-// could be measured on one processor, and the floor that it is compared with on two.
+// on another; on a machine with one processor nothing changes. Otherwise the scheduler puts the two
+// sides of an exchange on one processor or on two, and the times differ by a factor of several. So
+// a row could be measured on one processor, and the floor that it is compared with on two.
 class Apart {
   public:
     Apart();
@@ -42,9 +42,6 @@ void run_anywhere();
 
 // The path of a program in the same folder as this one; with an empty name, of this one.
 std::string program_beside(const std::string &name);
-
-// Raises the soft limit of descriptors to the hard one, for thousands of clients in one process.
-void raise_descriptor_limit();
 
 // Splits off the process that measures, and returns only in it, with XDG_RUNTIME_DIR naming a
 // fresh private directory. The calling process becomes its watcher: it passes signals on, and once

@@ -53,6 +53,7 @@ void busy_rows(Run &run);
 void crowd_rows(Run &run);
 void play_row(Run &run);
 void command_rows(Run &run);
+void sound_rows(Run &run);
 void event_rows(Run &run);
 void idle_row(Run &run);
 void record_rows(Run &run);

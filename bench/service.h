@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <vantro/player.h>
 
@@ -15,7 +16,9 @@ class Service {
   public:
     // Starts it, and returns when it answers.
     // @param state its state directory, made if it is missing. No other service may use it.
-    Service(const std::string &music, const std::string &state);
+    // @param audio options for the sound output.
+    Service(const std::string &music, const std::string &state,
+            const std::vector<std::string> &audio = {"--audio", "clock"});
 
     void wait_until_scanned() { child_.wait_for_line("vantrod: scanned"); }
 
@@ -31,7 +34,8 @@ class Service {
 class SilentService : public Service {
   public:
     // @param directory gets the track and the catalogue.
-    explicit SilentService(const std::string &directory);
+    explicit SilentService(const std::string &directory,
+                           const std::vector<std::string> &audio = {"--audio", "clock"});
 };
 
 // Proportional set size of a process.
