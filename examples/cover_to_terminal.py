@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Shows the cover of what a player plays, in a terminal of 24-bit colours. Needs python3-pil.
+"""Shows the cover of the current track in a terminal of 24-bit colours. Needs python3-pil.
 
     cover_to_terminal.py [PLAYER [COLUMNS]]
 
-Two rows of the picture become one row of text: the upper half block takes the colour of the upper
-one, its background that of the lower one.
+Two rows of the picture become one row of text: the upper half block has the colour of the upper
+row, and its background that of the lower row.
 """
 
 import sys

@@ -1,4 +1,4 @@
-// Searches every media source, plays the first song that is found, and says where it is:
+// Searches every media source, plays the first song that is found, and prints where it is:
 //   search_and_play WORD...
 #include <cstdio>
 #include <optional>
@@ -36,7 +36,7 @@ void play(const std::string &words) {
         std::printf("nothing is called \"%s\"\n", words.c_str());
         return;
     }
-    player.create_session(song->ms_id, song->id.c_str(), 0, vantro::Start::playing).or_throw();
+    player.create_session(song->ms_id, song->id, 0, vantro::Start::playing).or_throw();
     auto events = player.follow();
     for (const vantro::Event &event : events) {
         if (const auto *status = event.as<vantro::PositionEvent>()) {
