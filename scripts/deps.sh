@@ -1,16 +1,17 @@
-# Sourced by the commands beside it. Installs Debian packages that are missing, and says so; if none
-# is missing it does and prints nothing.
+# Sourced by the other commands in this directory. Installs Debian packages that are missing and
+# reports it. If none is missing, it does nothing and prints nothing.
 
-packages_build='g++ cmake ninja-build pkg-config git libtag1-dev libsqlite3-dev libicu-dev libexpat1-dev nettle-dev libcli11-dev libtomlplusplus-dev libfmt-dev rapidjson-dev libmpv-dev libsystemd-dev libmicrohttpd-dev libgtest-dev scdoc'
+packages_build='g++ cmake ninja-build pkg-config git libtag1-dev libsqlite3-dev libicu-dev libexpat1-dev nettle-dev libcli11-dev libtomlplusplus-dev libfmt-dev rapidjson-dev libmpv-dev libsystemd-dev libmicrohttpd-dev libpcre2-dev libgtest-dev scdoc'
 packages_music='flac vorbis-tools'
-packages_test='libglib2.0-dev locales python3 python3-pil python3-pytest mypy dbus-daemon playerctl mpc libmpdclient-dev'
+packages_test='libglib2.0-dev locales python3 python3-pil python3-pytest mypy dbus-daemon playerctl mpc libmpdclient-dev zsh fish pulseaudio dosfstools ncmpcpp tmux'
 packages_browser='chromium chromium-driver'
 packages_docs='doxygen mandoc'
-packages_package='dpkg-dev lintian'
+packages_package='dpkg-dev lintian python3-pip python3-setuptools python3-wheel'
 packages_clang='clang-14 libclang-rt-14-dev'
 packages_arm='g++-arm-linux-gnueabihf qemu-user qemu-user-binfmt binfmt-support googletest'
 
-# need PACKAGE...: returns when all of them are installed, ends the script when that cannot be.
+# need PACKAGE...: returns when all of them are installed, and ends the script if they cannot be
+# installed.
 need() {
     local missing
     missing=$(missing_packages "$@")

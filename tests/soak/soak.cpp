@@ -24,6 +24,7 @@ namespace {
 
 constexpr int clients = 200;
 constexpr auto period = std::chrono::seconds(60);
+constexpr int longest_step_ms = 60'000;           // of the service's start, and its end
 constexpr long memory_growth_max_kib = 48 * 1024; // beyond what the first minute's clients left
 
 void name_descriptors(const std::string &process) {
@@ -62,6 +63,15 @@ class Service {
         const bool asked = ++restarts_ % 2 != 0;
         ++shared->generation;
         process_->kill(asked ? SIGTERM : SIGKILL);
+        const auto given_up =
+            std::chrono::steady_clock::now() + std::chrono::milliseconds(longest_step_ms);
+        while (!process_->ended() && std::chrono::steady_clock::now() < given_up) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        if (!process_->ended()) {
+            fmt::print(stderr, "soak: vantrod hangs at its end\n");
+            process_->kill(SIGABRT); // may leave a core dump
+        }
         const std::string last = process_->rest();
         const int status = process_->wait();
         start();
@@ -86,8 +96,8 @@ class Service {
     void start() {
         process_ = std::make_unique<vantro::test::Process>(words_);
         std::string line;
-        while ((line = process_->line()).find("scanned") == line.npos) {
-            if (line.empty()) {
+        while (line.find("scanned") == line.npos) {
+            if (!process_->readable(longest_step_ms) || (line = process_->line()).empty()) {
                 fmt::print(stderr, "soak: vantrod does not start\n");
                 std::_Exit(1); // the clients end with this process
             }
