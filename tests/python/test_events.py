@@ -170,3 +170,28 @@ def test_now_playing_goes_on_with_a_new_service(service: Service) -> None:
             service.start()
         shown.send_signal(signal.SIGINT)
         assert shown.wait(30) == 0
+
+
+def test_asyncio_goes_on_with_the_next_service(service: Service) -> None:
+    async def follow(player: Player) -> list[object]:
+        seen: list[object] = []
+        async for event in player.events():
+            if event.object_name == "state":
+                seen.append(event.now.shuffle)
+                if len(seen) == 1:
+                    service.end()
+                    await asyncio.to_thread(service.start)
+                elif seen[-1]:
+                    break
+                else:
+                    await asyncio.to_thread(player.set_shuffle, True)
+            elif event.object_name == "/reconnected":
+                assert isinstance(event, vantro.ObjectEvent)
+                seen.append("reconnected")
+        return seen
+
+    with Player(timeout=20) as player:
+        player.set_reconnect(True)
+        assert asyncio.run(asyncio.wait_for(follow(player), 60)) == [
+            False, "reconnected", False, True
+        ]  # fmt: skip

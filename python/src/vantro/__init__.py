@@ -1,4 +1,4 @@
-"""Drives and follows the players of the vantro service.
+"""Controls and follows the players of the vantro service.
 
     import vantro
 

@@ -1,8 +1,8 @@
 """A handle of the library that no thread can use after its end.
 
-The library requires that opening, closing and disconnecting do not overlap other calls on a handle,
-and that calls for events come one at a time. Python's threads must not be able to break that, so it
-is enforced here.
+The library requires that no other call on a handle runs during opening, closing and disconnecting,
+and that calls for events run one at a time. This class makes sure that Python's threads keep these
+rules.
 """
 
 import threading
@@ -29,7 +29,7 @@ class Handle:
 
     @contextmanager
     def call(self) -> Iterator[int]:
-        """For calls that may overlap each other."""
+        """For calls that may run at the same time."""
         with self._changed:
             self._changed.wait_for(lambda: not self._exclusive)
             pointer = self._checked()
@@ -49,7 +49,7 @@ class Handle:
 
     @contextmanager
     def exclusive(self) -> Iterator[int]:
-        """For calls that must overlap no other; ends a wait for events that is under way."""
+        """For calls that must run alone; ends a wait for events that is in progress."""
         with self._changed:
             self._changed.wait_for(lambda: not self._exclusive)
             pointer = self._checked()
@@ -68,7 +68,7 @@ class Handle:
                 self._release()
 
     def disconnect(self) -> None:
-        """Closes player and connection; does nothing the second time."""
+        """Closes player and connection; a second call does nothing."""
         try:
             with self.exclusive() as pointer:
                 self._pointer = None

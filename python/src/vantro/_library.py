@@ -1,7 +1,7 @@
 """The C library: its structures as its headers declare them, and its functions with their types.
 
-The structures are declared a second time here, so an import checks them: the library unpacks known
-bytes, and each field must have its value.
+The structures are declared a second time here, so the import checks them: the library unpacks known
+bytes, and each field must have the expected value.
 """
 
 import ctypes as c
@@ -201,7 +201,7 @@ _int_functions: dict[str, list[Any]] = {
     "unpack_metadata": [c.c_char_p, c.c_int, c.c_int, _metadata],
 }
 
-# Result and arguments of the others.
+# Result and arguments of the other functions.
 _functions: dict[str, tuple[Any, list[Any]]] = {
     "vantro_connect": (_handle, []),
     "vantro_connect_timed": (_handle, [c.c_int]),
@@ -224,7 +224,7 @@ _functions: dict[str, tuple[Any, list[Any]]] = {
 
 
 def _load() -> c.CDLL:
-    # Beside the package in a tree that was installed as a whole; else where the system looks.
+    # In the same tree as the package if both were installed together; otherwise from the system.
     soname = "libvantroclient.so.1"
     beside = Path(__file__).resolve().parents[3] / soname
     library = c.CDLL(str(beside) if beside.exists() else soname, use_errno=True)
@@ -238,7 +238,7 @@ def _load() -> c.CDLL:
 
 
 def check_layouts(library: c.CDLL) -> None:
-    """Raises ImportError if the library lays a record out in another way than this module."""
+    """Raises ImportError if the layout of a record in the library differs from this module."""
     numbers: dict[str, list[str]] = {
         "media_source": ["id", "type", "status"],
         "media_node": ["type", "count", "ms_id", "ms_type"],
@@ -278,11 +278,11 @@ def check_layouts(library: c.CDLL) -> None:
 library = _load()
 check_layouts(library)
 
-# Frees what the library took from malloc() for its caller.
+# Frees what the library allocated with malloc() for its caller.
 free = c.CDLL(None).free
 free.restype, free.argtypes = None, [c.c_void_p]
 
 
 def library_version() -> str:
-    """The version of libvantroclient that the program runs with."""
+    """The version of libvantroclient that is loaded."""
     return str(library.vantro_version().decode())

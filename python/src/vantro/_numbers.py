@@ -1,4 +1,4 @@
-"""Checks numbers for C, where one that is too large would lose bits."""
+"""Checks numbers for C, since a number that is too large would lose bits."""
 
 import math
 

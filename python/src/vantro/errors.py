@@ -1,4 +1,4 @@
-"""What calls raise if they fail."""
+"""The exceptions of calls that fail."""
 
 import ctypes
 import enum
@@ -25,8 +25,8 @@ class Reason(enum.IntEnum):
 class VantroError(Exception):
     """A call that failed. The subclasses are the reasons; this class itself is Reason.OTHER.
 
-    `reason` is why; `number` an error number of the module errno, or the service's own if it
-    refused, or 0; `text` is for people.
+    `reason` is the cause. `number` is an error number of the module errno, or the service's own
+    number if it refused, or 0. `text` is for people.
     """
 
     reason: Reason = Reason.OTHER
@@ -41,25 +41,25 @@ class VantroError(Exception):
 
 
 class ServiceGone(VantroError):
-    """There is no service, or it has ended. Make a new Player."""
+    """There is no service, or it has ended. Create a new Player."""
 
     reason = Reason.GONE
 
 
 class Refused(VantroError):
-    """The service did not do it; `number` is its reason."""
+    """The service refused; `number` is its reason."""
 
     reason = Reason.REFUSED
 
 
 class Interrupted(VantroError):
-    """A signal handler ran. The service may or may not have done what it was told."""
+    """A signal handler ran. The command may or may not have been carried out."""
 
     reason = Reason.INTERRUPTED
 
 
 class TimedOut(VantroError, TimeoutError):
-    """The time limit was over. The service may or may not have done what it was told."""
+    """The time limit passed. The command may or may not have been carried out."""
 
     reason = Reason.TIMED_OUT
 
@@ -71,19 +71,19 @@ class Malformed(VantroError):
 
 
 class NoMemory(VantroError):
-    """There is no memory, here or for the answer there."""
+    """There is no memory, here or in the service for the answer."""
 
     reason = Reason.NO_MEMORY
 
 
 class Invalid(VantroError):
-    """An argument, or the player is closed; nothing was sent."""
+    """An argument is invalid, or the player is closed; nothing was sent."""
 
     reason = Reason.INVALID
 
 
 class Changed(VantroError):
-    """A list has changed while it was read, before the place that was reached. Begin it again."""
+    """A list changed while it was read, before the place that was reached. Begin again."""
 
     reason = Reason.CHANGED
 
@@ -108,7 +108,7 @@ _reasons_of_errno = {
 
 
 def last_failure() -> VantroError:
-    """The error of the call of this thread that has just failed, unless it was a call for events."""
+    """The error of the last failed call of this thread, unless it was a call for events."""
     failure = VantroFailure()
     library.vantro_last_failure(ctypes.byref(failure))
     text = failure.text.decode(errors="replace")

@@ -1,4 +1,4 @@
-"""What a player did."""
+"""The events of a player."""
 
 import ctypes
 from dataclasses import dataclass, field
@@ -23,9 +23,9 @@ from .records import (
 class Event:
     """The members that every event has.
 
-    `now` is what the player was last known to do, `object_name` the object that changed, and
-    `attributes` the texts behind the event: all of them for "state", for other objects those that
-    changed.
+    `now` is the last known state of the player, `object_name` the object that changed, and
+    `attributes` the texts of the event: all attributes for "state", and for other objects those
+    that changed.
     """
 
     now: StateInfo
@@ -50,7 +50,7 @@ class SourceEvent(Event):
 
 @dataclass(frozen=True, slots=True)
 class StateEvent(Event):
-    """State, rate, repeat or shuffle changed; `previous` is what was before."""
+    """State, rate, repeat or shuffle changed; `previous` has the old values."""
 
     previous: StateInfo
 
@@ -78,7 +78,7 @@ class PositionEvent(Event):
 
 @dataclass(frozen=True, slots=True)
 class ObjectEvent(Event):
-    """Another object changed; `attributes` says what."""
+    """Another object changed; `attributes` has the change."""
 
 
 def _attributes(dictionary: Any) -> dict[str, str]:

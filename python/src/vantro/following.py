@@ -1,4 +1,4 @@
-"""The events of a player, for a loop, for asyncio, or for an event loop of another kind."""
+"""The events of a player, for a loop, for asyncio, or for another event loop."""
 
 import asyncio
 import ctypes
@@ -12,8 +12,8 @@ from ._numbers import milliseconds
 from .errors import Interrupted, Invalid, Malformed, of_errno
 from .events import Event, event_of
 
-# Failures in a row without an event in between. If the objects' file is corrupt, only failures
-# come.
+# Failures in a row without an event in between. If the objects' file is corrupt, every call
+# fails.
 _most_passed_over = 100
 
 
@@ -22,14 +22,14 @@ class _Ended(Exception):
 
 
 class Events:
-    """What a player does, for as long as it is open.
+    """The events of a player while it is open.
 
     A loop over it ends when the player is closed, and raises ServiceGone if the service ends.
-    Events that cannot be understood are passed over.
+    Events that cannot be understood are skipped.
     """
 
     def __init__(self, player: object, handle: Handle) -> None:
-        self._player = player  # Kept, since its end would close the handle.
+        self._player = player  # Kept, since deleting it would close the handle.
         self._handle = handle
         self._ended = False
         self._wake: Callable[[], object] | None = None
@@ -48,7 +48,7 @@ class Events:
             raise Invalid(0, "the player was closed") from None
 
     def wait(self, timeout: float | None = None) -> bool:
-        """Waits until get() may have something; False when `timeout` seconds are over."""
+        """Waits until get() may have something; False after `timeout` seconds."""
         limit = milliseconds(timeout)
         with self._handle.event_call() as pointer:
             self._check()
@@ -58,7 +58,7 @@ class Events:
             return result > 0
 
     def fileno(self) -> int:
-        """A descriptor that is readable while get() may have something. It stays the library's."""
+        """A descriptor that is readable while get() may have something. The library owns it."""
         with self._handle.event_call() as pointer:
             self._check()
             descriptor: int = library.vantro_event_fd(pointer)

@@ -34,12 +34,12 @@ _Value = TypeVar("_Value")
 class Player:
     """A player of the service. Any thread may call it.
 
-    Each call waits for the service's answer; `timeout`, in seconds, bounds each of these waits.
+    Each call waits for the service's answer; `timeout`, in seconds, limits each wait.
     Calls raise VantroError, and its subclasses, if they fail.
     """
 
     def __init__(self, name: str | None = "main", *, timeout: float | None = None) -> None:
-        """Connects, and opens the player of that name unless it is None."""
+        """Connects, and opens the player with this name unless it is None."""
         self._handle: Handle | None = None
         self._name: str | None = None
         self._followings: WeakSet[Events] = WeakSet()
@@ -89,7 +89,7 @@ class Player:
             self._name = name
 
     def close_player(self) -> None:
-        """Closes the player and ends its events; the connection stays."""
+        """Closes the player and ends its events; the connection stays open."""
         text = bytes_of(self._name or "")
         with self._owned().exclusive() as pointer:
             self._end_followings()
@@ -97,7 +97,7 @@ class Player:
             self._name = None
 
     def close(self) -> None:
-        """Closes all. Ends the events of other threads and tasks; a second call does nothing."""
+        """Closes everything and ends the events of other threads; a second call does nothing."""
         self._end_followings()
         self._owned().disconnect()
         self._name = None
@@ -130,14 +130,14 @@ class Player:
         )
 
     def rescan(self) -> None:
-        """Has the service look at all of its music again, in the background."""
+        """Tells the service to scan all of its music again, in the background."""
         self._call(library.vantro_rescan)
 
     def save_playlist(self, name: str, replace: bool = False) -> int:
         """Saves the tracks of the current session; returns how many were saved.
 
-        Tracks that have left the catalogue are left out. Without `replace` a name that is taken is
-        refused.
+        Tracks that are no longer in the catalogue are omitted. Without `replace` a name that is in
+        use is refused.
         """
         with self._owned().call() as pointer:
             count: int = library.vantro_save_playlist(pointer, bytes_of(name), int(replace))
@@ -149,14 +149,14 @@ class Player:
         self._call(library.vantro_delete_playlist, bytes_of(name))
 
     def set_timeout(self, seconds: float | None) -> None:
-        """Bounds each later wait for the service; None: no limit."""
+        """Limits each later wait for the service; None: no limit."""
         limit = time_limit(seconds)
         with self._owned().call() as pointer:
             if library.vantro_set_timeout(pointer, limit) != 0:
                 raise of_errno(ctypes.get_errno())
 
     def set_reconnect(self, on: bool) -> None:
-        """Has the player outlive the service; see vantro_set_reconnect() of the C library."""
+        """Lets the player connect again after the service ends; see vantro_set_reconnect() in C."""
         with self._owned().call() as pointer:
             if library.vantro_set_reconnect(pointer, int(on)) != 0:
                 raise of_errno(ctypes.get_errno())
@@ -164,14 +164,14 @@ class Player:
     # Commands.
 
     def play(self) -> None:
-        """Plays, or continues where it paused."""
+        """Plays, or continues from the position at which it was paused."""
         self._call(library.vantro_play)
 
     def stop(self) -> None:
         self._call(library.vantro_stop)
 
     def pause(self) -> None:
-        """Pauses, holding the position."""
+        """Pauses and keeps the position."""
         self._call(library.vantro_pause)
 
     def next(self) -> None:
@@ -194,7 +194,7 @@ class Player:
         self._call(library.vantro_repeat, integer(mode))
 
     def set_volume(self, level: int) -> None:
-        """Sets how loud it is, 0 to 100."""
+        """Sets the volume, 0 to 100."""
         self._call(library.vantro_set_volume, integer(level))
 
     def set_muted(self, muted: bool) -> None:
@@ -205,9 +205,10 @@ class Player:
     def create_session(
         self, ms_id: int, node_id: str | Iterable[str], index: int = 0, start: Start = Start.HELD
     ) -> int:
-        """Makes a track session, makes it the current one, and returns its id.
+        """Creates a track session, makes it the current one, and returns its id.
 
-        It is made of a node, or of several; if `ms_id` is 0, each names its source: "1:albums".
+        It has the songs of one node or of several; if `ms_id` is 0, each node names its source:
+        "1:albums".
         """
         nodes = node_id if isinstance(node_id, str) else "\n".join(node_id)
         tsid = ctypes.c_uint64()
@@ -278,7 +279,7 @@ class Player:
             library.vantro_free_media_sources(found, count)
 
     def browse(self, ms_id: int, node_id: str = "", *, offset: int = 0) -> Iterator[MediaNode]:
-        """The entries of a node, asked for page by page; "" is the top of the source."""
+        """The entries of a node, requested page by page; "" is the root of the source."""
         return self._nodes(
             library.vantro_cursor_browse, integer(ms_id), bytes_of(node_id), integer(offset)
         )
@@ -304,7 +305,7 @@ class Player:
     def browse_metadata(
         self, ms_id: int, node_id: str = "", *, offset: int = 0
     ) -> Iterator[tuple[MediaNode, Metadata]]:
-        """The entries of a node, each with what is known of it."""
+        """The entries of a node, each with its metadata."""
         return self._described(
             library.vantro_cursor_browse, integer(ms_id), bytes_of(node_id), integer(offset)
         )
@@ -312,7 +313,7 @@ class Player:
     def search_metadata(
         self, ms_id: int, term: str, filter: str = "", *, offset: int = 0
     ) -> Iterator[tuple[MediaNode, Metadata]]:
-        """The entries that match a term, each with what is known of it."""
+        """The entries that match a term, each with its metadata."""
         return self._described(
             library.vantro_cursor_search,
             integer(ms_id),
@@ -324,13 +325,13 @@ class Player:
     def tracks_metadata(
         self, tsid: int, *, offset: int = 0
     ) -> Iterator[tuple[MediaNode, Metadata]]:
-        """The tracks of a track session, each with what is known of it."""
+        """The tracks of a track session, each with its metadata."""
         return self._described(
             library.vantro_cursor_tracks, integer(tsid, 64, signed=False), integer(offset)
         )
 
     def metadata(self, ms_id: int, node_id: str) -> Metadata | None:
-        """What is known of a node; its `cover` is the file of the picture."""
+        """The metadata of a node; `cover` is the file of its picture."""
         found = ctypes.POINTER(c.Metadata)()
         try:
             self._call(
@@ -365,9 +366,9 @@ class Player:
                 c.free(value)
 
     def events(self) -> Events:
-        """What the player does: for `for`, `async for`, or event by event.
+        """The events of the player: for `for`, `async for`, or one by one.
 
-        They begin with the full picture. There is one queue of events for each open player: two of
+        They begin with the full state. There is one queue of events for each open player: two of
         these objects would share its events.
         """
         events = Events(self, self._owned())

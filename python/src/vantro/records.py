@@ -9,7 +9,7 @@ import os
 
 
 class _Number(enum.IntEnum):
-    """Numbers with names; a service may send others, which keep their value."""
+    """Numbers with names; a service may send other numbers, which keep their value."""
 
     @classmethod
     def _missing_(cls, value: object) -> Any:
@@ -22,7 +22,7 @@ class _Number(enum.IntEnum):
 
 
 class State(_Number):
-    """What a player is doing."""
+    """The state of a player."""
 
     NONE = 0
     IDLE = 1
@@ -41,7 +41,7 @@ class Repeat(_Number):
 
 @dataclass(frozen=True, slots=True)
 class Volume:
-    """How loud a player plays: 0 to 100. If it is muted nothing is heard, whatever the level."""
+    """The volume of a player: 0 to 100. If it is muted, nothing is heard at any level."""
 
     level: int
     muted: bool
@@ -49,7 +49,7 @@ class Volume:
 
 @dataclass(frozen=True, slots=True)
 class Identity:
-    """How the service identifies this program, by what the kernel says; and the service itself."""
+    """How the service identifies this program, from the kernel's data; and the service itself."""
 
     pid: int
     uid: int
@@ -63,7 +63,7 @@ class Identity:
 class Start(enum.IntEnum):
     """How a new track session begins.
 
-    The last three replace the current session while the player goes on: songs are added after all
+    The last three replace the current session while the player continues: songs are added after all
     of its songs, or after the current one, or replace them.
     """
 
@@ -132,7 +132,7 @@ class MediaSource:
 
 @dataclass(frozen=True, slots=True)
 class MediaNode:
-    """An entry of a media source. A track that is gone has neither id nor name."""
+    """An entry of a media source. A track that no longer exists has neither id nor name."""
 
     id: str | None
     name: str | None
@@ -144,7 +144,7 @@ class MediaNode:
 
 @dataclass(frozen=True, slots=True)
 class Metadata:
-    """What is known of a node. `duration` is milliseconds."""
+    """The metadata of a node. `duration` is in milliseconds."""
 
     title: str | None
     duration: int
@@ -170,7 +170,7 @@ class Metadata:
 
 @dataclass(frozen=True, slots=True)
 class StateInfo:
-    """What a player is doing."""
+    """The state of a player."""
 
     state: State
     rate: float
@@ -180,7 +180,7 @@ class StateInfo:
 
 @dataclass(frozen=True, slots=True)
 class SessionInfo:
-    """The list of tracks that a player works through; `tsid` is its id."""
+    """The list of tracks that a player plays; `tsid` is its id."""
 
     type: int
     length: int
@@ -189,7 +189,7 @@ class SessionInfo:
 
 @dataclass(frozen=True, slots=True)
 class TrackInfo:
-    """The track that a player is at; `index` counts from 0."""
+    """The current track of a player; `index` counts from 0."""
 
     index: int
     tsid: int
@@ -199,7 +199,7 @@ class TrackInfo:
 
 @dataclass(frozen=True, slots=True)
 class Status:
-    """What a player is doing, at one moment; `track` is None if there is no session."""
+    """The state of a player at one moment; `track` is None if there is no session."""
 
     state: StateInfo
     session: SessionInfo
