@@ -51,4 +51,4 @@ declaring {
     functions = functions $0 "\n"
     if (/;$/) declaring = 0
 }
-END { print "\n# FUNCTIONS\n\nThe header says of each what it takes, returns and fails with.\n\n```\n" functions "```\n\n# SEE ALSO\n\n*vantrod*(1), *vantroctl*(1)" }
+END { print "\n# FUNCTIONS\n\nThe header documents the parameters, the result and the errors of each function.\n\n```\n" functions "```\n\n# SEE ALSO\n\n*vantrod*(1), *vantroctl*(1)" }
