@@ -75,7 +75,6 @@ std::string Reload::read(Options &wanted) {
 }
 
 void Reload::apply(const Options &wanted) {
-    log_(LOG_SEVERITY_NOTICE, "the configuration was read again; the music is scanned again");
     actions_.set_replaygain(wanted.replaygain);
     actions_.set_volume_limits(wanted);
     if (wanted.music != running_.music || wanted.media_roots != running_.media_roots) {
@@ -83,6 +82,8 @@ void Reload::apply(const Options &wanted) {
         running_.music = wanted.music;
         running_.media_roots = wanted.media_roots;
     }
+    // Not earlier: whoever reads this line relies on the new values.
+    log_(LOG_SEVERITY_NOTICE, "the configuration was read again; the music is scanned again");
     name_left(wanted);
     add_players(wanted);
     system_log_set_level(wanted.log_level);
