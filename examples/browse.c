@@ -68,7 +68,7 @@ static int list_sources(VantroHandle *player) {
                sources[i].status == VANTRO_SOURCE_SCANNING ? " (still being read)" : "");
         result = list(player, sources[i].id, VANTRO_NODE_ROOT, 1);
     }
-    vantro_free_media_sources(sources, count);
+    vantro_free_all_media_sources(sources);
     return result;
 }
 

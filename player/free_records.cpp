@@ -7,6 +7,28 @@
 using vantro::player::KeepErrno;
 using vantro::records::free_records;
 
+namespace {
+
+template <class Record>
+void free_all(Record *records) {
+    const KeepErrno keep;
+    free_records(records, records ? vantro::records::count_records(records) : 0);
+}
+
+} // namespace
+
+void vantro_free_all_media_sources(MediaSource *records) {
+    free_all(records);
+}
+
+void vantro_free_all_media_nodes(MediaNode *records) {
+    free_all(records);
+}
+
+void vantro_free_all_metadata(Metadata *records) {
+    free_all(records);
+}
+
 void vantro_free_media_sources(MediaSource *records, int count) {
     const KeepErrno keep;
     free_records(records, count);

@@ -4,6 +4,7 @@
 #define VANTRO_RECORDS_FIELDS_H
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -65,6 +66,31 @@ static_assert(packed_min<Metadata> == VANTRO_PACKED_METADATA_MIN);
 template <class Table, class Work>
 bool for_each_field(const Table &table, const Work &work) {
     return std::apply([&](auto... fields) { return (work(fields) && ...); }, table);
+}
+
+// The first string of the record that follows the last one of a block. No string has this address.
+inline char *end_of_block() {
+    return std::bit_cast<char *>(UINTPTR_MAX);
+}
+
+// A zero-filled block of `count` records, with a mark at its end. @return null: no memory.
+template <class Record>
+Record *allocate_records(size_t count) {
+    auto *const records = static_cast<Record *>(std::calloc(count + 1, sizeof(Record)));
+    if (records) {
+        records[count].*Fields<Record>::strings[0] = end_of_block();
+    }
+    return records;
+}
+
+// The number of records in a block of allocate_records().
+template <class Record>
+int count_records(const Record *records) {
+    int count = 0;
+    while (records[count].*Fields<Record>::strings[0] != end_of_block()) {
+        ++count;
+    }
+    return count;
 }
 
 // Frees the strings of `count` records, then the block.

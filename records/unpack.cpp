@@ -49,7 +49,7 @@ Unpacked unpack_records(const void *buffer, size_t size, int32_t count, Record *
     if (count < 1 || static_cast<size_t>(count) > size / packed_min<Record>) {
         return Unpacked::refused;
     }
-    auto *block = static_cast<Record *>(std::calloc(static_cast<size_t>(count), sizeof(Record)));
+    auto *const block = allocate_records<Record>(static_cast<size_t>(count));
     if (!block) {
         return Unpacked::no_memory;
     }

@@ -7,7 +7,9 @@
  * the version of the library.
  *
  * Freeing. Each function frees every string of each record, then the block that holds the records;
- * NULL does nothing. Records that the library owns, such as those of an event, must not be freed.
+ * NULL does nothing. The vantro_free_all_* functions need no count: the library marks the end of
+ * each block that it returns. They must not get a block that the application allocated or that a
+ * query did not fill. Records that the library owns, such as those of an event, must not be freed.
  * None of these functions blocks, fails, or changes errno; any thread may call any of them.
  */
 #ifndef VANTRO_EXTRAS_H
@@ -41,6 +43,24 @@ VANTRO_API void vantro_free_media_nodes(MediaNode *records, int count);
  * @param records, count the block, and the number of its records.
  */
 VANTRO_API void vantro_free_metadata(Metadata *records, int count);
+
+/**
+ * Frees all media sources of a block from this library, a query or an unpacker.
+ * @param records the block, or NULL.
+ */
+VANTRO_API void vantro_free_all_media_sources(MediaSource *records);
+
+/**
+ * Frees all media nodes of a block from this library, a query or an unpacker.
+ * @param records the block, or NULL.
+ */
+VANTRO_API void vantro_free_all_media_nodes(MediaNode *records);
+
+/**
+ * Frees all metadata records of a block from this library, a query or an unpacker.
+ * @param records the block, or NULL.
+ */
+VANTRO_API void vantro_free_all_metadata(Metadata *records);
 
 /**
  * Frees a result of vantro_get_current_track_info(), including its node and metadata.

@@ -149,7 +149,7 @@ VANTRO_API int compute_metadata_size(const Metadata *records, int count);
 
 /**
  * Makes media sources from their packed form. The bytes need not be trusted: nothing beyond `size`
- * is read, and no more memory is allocated than that many bytes can fill.
+ * is read, and no more memory is allocated than that many bytes can fill, and one record.
  * @param buffer  the packed records, at any alignment.
  * @param size    bytes at `buffer`; bytes after the last record are ignored.
  * @param count   records to read: exactly that many, 1 or more.

@@ -14,10 +14,10 @@ namespace {
 char text[] = "text";
 
 // A record is packed, unpacked and freed.
-template <typename Record, typename Service, typename Text, typename Size>
+template <typename Record, typename Service, typename Text, typename Size, typename Release>
 Row record(const char *names, Text Service::*packed_name, char *Record::*name, Size size_of,
            void (*pack)(const Service *, int, void *, int *),
-           int (*unpack)(const void *, int, int, Record **), void (*release)(Record *, int)) {
+           int (*unpack)(const void *, int, int, Record **), Release release) {
     return {names, [=](Scene &scene) {
                 Service from{};
                 from.*packed_name = text;
@@ -91,6 +91,15 @@ Rows record_rows() {
             record("pack_metadata unpack_metadata vantro_free_metadata compute_metadata_size",
                    &Metadata::title, &Metadata::title, of_metadata, pack_metadata, unpack_metadata,
                    vantro_free_metadata),
+            record("vantro_free_all_media_sources", &ServiceMediaSource::name, &MediaSource::name,
+                   of_source, pack_media_source, unpack_media_source,
+                   [](MediaSource *block, int) { vantro_free_all_media_sources(block); }),
+            record("vantro_free_all_media_nodes", &ServiceMediaNode::name, &MediaNode::name,
+                   of_node, pack_media_node, unpack_media_node,
+                   [](MediaNode *block, int) { vantro_free_all_media_nodes(block); }),
+            record("vantro_free_all_metadata", &Metadata::title, &Metadata::title, of_metadata,
+                   pack_metadata, unpack_metadata,
+                   [](Metadata *block, int) { vantro_free_all_metadata(block); }),
             {"vantro_free_track_info", frees_track},
             {"_array_add _array_get _array_del", elements}};
 }

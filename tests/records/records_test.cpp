@@ -68,7 +68,8 @@ void expect_same(const Record &got, const Service &sent) {
 template <class Service, class Record>
 void try_records(const Service (&sent)[2], const Bytes &golden, int smallest,
                  void (*pack)(const Service *, int, void *, int *),
-                 int (*unpack)(const void *, int, int, Record **), void (*release)(Record *, int)) {
+                 int (*unpack)(const void *, int, int, Record **), void (*release)(Record *, int),
+                 void (*release_all)(Record *)) {
     const int whole = static_cast<int>(golden.size());
     Bytes bytes(golden.size() + 1, 0xaa);
     int size = -1;
@@ -83,6 +84,14 @@ void try_records(const Service (&sent)[2], const Bytes &golden, int smallest,
     expect_same(records[0], sent[0]);
     expect_same(records[1], sent[1]);
     release(records, 2);
+    // Also if a record has no strings at all.
+    const Bytes without(static_cast<size_t>(2 * smallest), 0);
+    for (const Bytes &from : {golden, without}) {
+        ASSERT_EQ(unpack(from.data(), static_cast<int>(from.size()), 2, &records), 0);
+        EXPECT_EQ(vantro::records::count_records(records), 2);
+        release_all(records);
+    }
+    release_all(nullptr);
 
     for (size = 0; size < whole; size++) {
         SCOPED_TRACE(size);
@@ -114,16 +123,17 @@ void try_records(const Service (&sent)[2], const Bytes &golden, int smallest,
 
 TEST(Records, MediaSources) {
     try_records(sources, packed_sources, 32, pack_media_source, unpack_media_source,
-                vantro_free_media_sources);
+                vantro_free_media_sources, vantro_free_all_media_sources);
 }
 
 TEST(Records, MediaNodes) {
     try_records(nodes, packed_nodes, 24, pack_media_node, unpack_media_node,
-                vantro_free_media_nodes);
+                vantro_free_media_nodes, vantro_free_all_media_nodes);
 }
 
 TEST(Records, Metadata) {
-    try_records(tracks, packed_tracks, 48, pack_metadata, unpack_metadata, vantro_free_metadata);
+    try_records(tracks, packed_tracks, 48, pack_metadata, unpack_metadata, vantro_free_metadata,
+                vantro_free_all_metadata);
 }
 
 TEST(Records, SizesAgreeWithThePackersAndNeverOverflow) {
