@@ -116,3 +116,20 @@ int vantro_set_muted(VantroHandle *handle, int32_t muted) {
 int vantro_rescan(VantroHandle *handle) {
     return send(handle, rescan_command);
 }
+
+int vantro_rescan_node(VantroHandle *handle, int32_t ms_id, const char *node_id) {
+    if (!require_player(handle)) {
+        return -1;
+    }
+    if (!node_id) {
+        note_failure(VANTRO_FAILURE_INVALID, EINVAL);
+        msglog(LOG_SEVERITY_INFO, "Invalid media node id");
+        return -1;
+    }
+    const Text id(node_id);
+    const RequestHeader header = request_header(VANTRO_COMMAND_RESCAN_NODE, 8 + id.length);
+    return carried_out(handle, "vantro_rescan_node() failed",
+                       {part(header), part(ms_id), part(id.length), id.characters})
+               ? 0
+               : -1;
+}

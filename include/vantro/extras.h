@@ -281,6 +281,18 @@ VANTRO_API int vantro_list_players(VantroHandle *handle, char ***names);
  */
 VANTRO_API int vantro_rescan(VantroHandle *handle);
 
+/**
+ * Like vantro_rescan(), for a part of the music: the folders in which a node's songs are, with
+ * everything below these folders. For the top of a media source, or one of its menus, that is the
+ * whole source. Also an extension of vantrod: a service that does not know it refuses it.
+ * @param handle  with an open player.
+ * @param ms_id   the media source.
+ * @param node_id a node of it; VANTRO_NODE_ROOT is the top. Borrowed during the call.
+ * @return 0, or -1: bad handle, `node_id` NULL, failed exchange, refusal. vantro_last_failure() has
+ *   ENOENT if there is no such source or node.
+ */
+VANTRO_API int vantro_rescan_node(VantroHandle *handle, int32_t ms_id, const char *node_id);
+
 /** Bits of the `flags` of vantro_save_playlist(). */
 enum {
     VANTRO_PLAYLIST_REPLACE = 1 /**< Replace an existing playlist of that name. */

@@ -147,7 +147,9 @@ enum {
     /** None. As for the state; as for the session; as for the volume; position in milliseconds;
      *  index of the current track; bytes of its packed MediaNode; bytes of its packed Metadata;
      *  both. Without a session the index is -1, and the two lengths are 0. Grows. */
-    VANTRO_COMMAND_GET_STATUS = 272
+    VANTRO_COMMAND_GET_STATUS = 272,
+    /** Media source's id; node's id (string). Nothing. */
+    VANTRO_COMMAND_RESCAN_NODE = 273
 };
 
 #ifdef __cplusplus

@@ -144,6 +144,9 @@ class Catalogue {
 
     // Starts a scan of all of the music soon.
     virtual void rescan() = 0;
+    // Starts a scan soon of the folders that have a node's songs, with everything below these
+    // folders. Returns 0, ENOENT (no such source, no such node) or EIO.
+    virtual int rescan_node(int32_t source, std::string_view node) = 0;
 
     // Saves songs as a playlist, in their order; with `replace`, replaces a playlist of that name.
     // Songs that have left the catalogue are left out; `kept` is the number of the others. Returns

@@ -75,6 +75,7 @@ class SqliteCatalogue : public Store {
         scanning_.stop();
     }
     void rescan() override { scanning_.rescan(); }
+    int rescan_node(int32_t source, std::string_view node) override;
     void set_music(const std::vector<std::filesystem::path> &music,
                    const std::vector<std::filesystem::path> &roots) override;
 

@@ -1,12 +1,14 @@
 // The queries about the catalogue's file.
 #include <cerrno>
 #include <new>
+#include <set>
 
 #include <vantro/catalogue.h>
 
 #include "service/catalogue/files/music_root.h"
 #include "service/catalogue/files/song_file.h"
 #include "service/catalogue/query/metadata.h"
+#include "service/catalogue/query/node_folders.h"
 #include "service/catalogue/sqlite_catalogue.h"
 
 namespace vantro::service::catalogue {
@@ -95,6 +97,19 @@ int SqliteCatalogue::songs(int32_t source, std::string_view node, std::vector<Qu
         browser.queue(*browser.songs(place), songs);
         return 0;
     });
+}
+
+int SqliteCatalogue::rescan_node(int32_t source, std::string_view node) {
+    std::set<std::string> folders;
+    const int result =
+        at_node(source, node, [&](Database &database, SourceBrowser &browser, Place place) {
+            folders = folders_of(database, browser, place);
+            return 0;
+        });
+    if (result == 0) {
+        scanning_.rescan(source, folders);
+    }
+    return result;
 }
 
 int SqliteCatalogue::all_songs(std::vector<QueuedSong> &songs) {

@@ -119,7 +119,7 @@ void SqliteCatalogue::watch_roots() {
         }
     };
     calls.sources_changed = [this] { scanning_.look_at_sources(); };
-    calls.remounted = [this](const MusicPointer &source) { scanning_.remounted(source); };
+    calls.remounted = [this](const MusicPointer &source) { scanning_.rescan(source->id, {""}); };
     calls.log = [this](int severity, const std::string &line) { log(severity, line); };
     roots_ = std::make_unique<RootWatch>(directories_, std::move(roots), std::move(calls));
     roots_->look();

@@ -353,4 +353,17 @@ void PlaylistCatalogue::rescan() {
     changed_(source_id);
 }
 
+// The folder of the playlists is read at every request, so only the clients must read it again.
+int PlaylistCatalogue::rescan_node(int32_t source, std::string_view node) {
+    if (source != source_id) {
+        return store_.rescan_node(source, node);
+    }
+    std::string name;
+    const int result = is_top(node) ? 0 : find(node, name);
+    if (result == 0) {
+        changed_(source_id);
+    }
+    return result;
+}
+
 } // namespace vantro::service::playlists

@@ -56,6 +56,7 @@ class PlaylistCatalogue : public catalogue::Catalogue {
                       bool replace, int32_t &kept) override;
     int delete_playlist(std::string_view name) override;
     void rescan() override;
+    int rescan_node(int32_t source, std::string_view node) override;
 
     int all_songs(std::vector<catalogue::QueuedSong> &songs) override {
         return store_.all_songs(songs);

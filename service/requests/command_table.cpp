@@ -68,6 +68,10 @@ const Answers::Command Answers::Command::all[] =
              answers.catalogue_.rescan();
              return 0;
          }},
+        {VANTRO_COMMAND_RESCAN_NODE, forms::node, needed, long_time,
+         [](Answers &answers, const Call &call) {
+             return answers.catalogue_.rescan_node(call.request.source, call.request.node);
+         }},
         {VANTRO_COMMAND_LIST_PLAYERS, forms::nothing, optional, moments,
          run<&Answers::append_players>},
         {VANTRO_COMMAND_BROWSE_METADATA, forms::browse, needed, long_time,

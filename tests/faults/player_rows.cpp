@@ -280,6 +280,7 @@ Rows rows_of_commands() {
             command("vantro_set_volume", [](Handle h) { return vantro_set_volume(h, 100); }),
             command("vantro_set_muted", [](Handle h) { return vantro_set_muted(h, 0); }),
             command("vantro_rescan", vantro_rescan),
+            command("vantro_rescan_node", [](Handle h) { return vantro_rescan_node(h, 1, ""); }),
             command("vantro_save_playlist",
                     [](Handle h) {
                         return vantro_save_playlist(h, "mix", VANTRO_PLAYLIST_REPLACE) > 0 ? 0 : -1;

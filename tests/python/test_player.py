@@ -57,6 +57,8 @@ def test_lists_page_by_themselves(service: Service) -> None:
 
 def test_commands(service: Service) -> None:
     with Player("kitchen") as player:
+        player.rescan()
+        player.rescan(1, "songs")
         player.create_session(1, "songs", start=Start.PLAYING)
         assert player.state().state is State.PLAYING
         player.pause()
@@ -97,6 +99,7 @@ def test_what_cannot_be_done_is_an_exception(service: Service) -> None:
             (vantro.Refused, lambda: list(player.browse(1, "x" * 100))),
             (vantro.Refused, lambda: player.metadata(1, "nothing")),
             (vantro.Refused, lambda: player.destroy_session(99)),
+            (vantro.Refused, lambda: player.rescan(1, "nothing")),
             (vantro.Refused, lambda: Player("nobody")),
             (vantro.Invalid, lambda: Player("n" * 40)),
             (OverflowError, lambda: player.seek(1 << 31)),

@@ -84,6 +84,8 @@ TEST_F(Wrapper, ListsByPages) {
     EXPECT_EQ(described(player.browse_metadata(source, "folders")), all);
     EXPECT_EQ(described(player.search_metadata(source, "one")).size(), all.size());
     ASSERT_TRUE(player.rescan());
+    EXPECT_TRUE(player.rescan(source, "folders"));
+    EXPECT_EQ(player.rescan(source, "nothing").failure().number, ENOENT);
     const Names players = player.players().or_throw();
     ASSERT_EQ(players.size(), 1u);
     EXPECT_STREQ(players[0], "main");

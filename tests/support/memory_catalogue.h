@@ -109,6 +109,9 @@ class MemoryCatalogue : public service::catalogue::Catalogue {
         return -1;
     }
     void rescan() override {}
+    int rescan_node(int32_t source, std::string_view node) override {
+        return source == 1 && node.empty() ? 0 : ENOENT;
+    }
     int32_t take_session_ids(int32_t count) override {
         return ids_run_out ? 0 : next_id_.fetch_add(count);
     }

@@ -49,7 +49,7 @@ _vantroctl_candidates() {
         ,-*) "$program" --help | sed -nE 's/^  (-.,)?(--[a-z-]+).*/\2/p' ;;
         *,-*) "$program" "$command" --help | sed -nE 's/^  (-.,)?(--[a-z-]+).*/\2/p' ;;
         ,*) "$program" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p' ;;
-        browse,* | load,* | add,* | insert,* | info,*) _vantroctl_nodes "$program" "$cur" ;;
+        browse,* | load,* | add,* | insert,* | info,* | rescan,*) _vantroctl_nodes "$program" "$cur" ;;
         delete-playlist,*) _vantroctl_ask "$program" playlists | cut -f4 ;;
         shuffle,*) printf '%s\n' on off toggle ;;
         repeat,*) printf '%s\n' off all one toggle ;;

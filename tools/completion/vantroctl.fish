@@ -73,7 +73,7 @@ function __vantroctl_candidates
                 printf '%s\n' off all one toggle
             case volume
                 printf '%s\n' mute unmute
-            case browse load add insert info
+            case browse load add insert info rescan
                 __vantroctl_nodes
         end
     end

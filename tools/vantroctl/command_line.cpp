@@ -277,7 +277,8 @@ void CommandLine::add_lists() {
         return command.add_option("NODE", options_.node, "As listings print it")->type_name("");
     };
     app_.add_subcommand("sources", "List the media sources");
-    app_.add_subcommand("rescan", "Make the service scan all of its music again");
+    add_node(*app_.add_subcommand(
+        "rescan", "Make the service scan its music again, or the folders of a node's songs"));
 
     CLI::App &browse =
         with_range(*app_.add_subcommand("browse", "List the entries of a node, or the top"));

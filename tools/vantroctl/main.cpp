@@ -130,6 +130,10 @@ constexpr struct {
          return run_save(client, options.argument, options.replace);
      }},
     {"delete-playlist", with_argument<run_delete_playlist>},
+    {"rescan",
+     [](Client &client, const Options &options) {
+         return run_rescan(client, options.list, options.node);
+     }},
 };
 
 CommandResult carry_out(Client &client, const std::string &verb, const Options &options) {

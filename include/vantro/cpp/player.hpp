@@ -112,6 +112,11 @@ class Player {
 
     /** Makes the service scan all of its music again, in the background. @return success. */
     Result<void> rescan() { return done(vantro_rescan(handle())); }
+    /** The same for the folders that have a node's songs. @param ms_id the node's source.
+     *  @param node_id the node. @return success. */
+    Result<void> rescan(int32_t ms_id, TextArgument node_id) {
+        return done(vantro_rescan_node(handle(), ms_id, node_id.get()));
+    }
 
     /** Saves the tracks of the current session. @param name the playlist's. @param replace whether
      *  an existing one is replaced. @return the number of saved tracks. */

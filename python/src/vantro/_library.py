@@ -180,6 +180,7 @@ _int_functions: dict[str, list[Any]] = {
     "vantro_get_media_sources": [_handle, c.POINTER(c.POINTER(MediaSource)), _count],
     "vantro_cursor_next": [c.c_void_p, _nodes, _metadata],
     "vantro_rescan": [_handle],
+    "vantro_rescan_node": [_handle, c.c_int32, c.c_char_p],
     "vantro_save_playlist": [_handle, c.c_char_p, c.c_int32],
     "vantro_delete_playlist": [_handle, c.c_char_p],
     "vantro_list_players": [_handle, c.POINTER(c.POINTER(c.c_char_p))],

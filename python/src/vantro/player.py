@@ -129,9 +129,15 @@ class Player:
             records.text_of(identity.version) or "",
         )
 
-    def rescan(self) -> None:
-        """Tells the service to scan all of its music again, in the background."""
-        self._call(library.vantro_rescan)
+    def rescan(self, ms_id: int | None = None, node_id: str = "") -> None:
+        """Tells the service to scan its music again, in the background.
+
+        All of it; or, of the source `ms_id`, the folders that have the songs of a node.
+        """
+        if ms_id is None:
+            self._call(library.vantro_rescan)
+        else:
+            self._call(library.vantro_rescan_node, integer(ms_id), bytes_of(node_id))
 
     def save_playlist(self, name: str, replace: bool = False) -> int:
         """Saves the tracks of the current session; returns how many were saved.

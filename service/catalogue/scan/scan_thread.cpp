@@ -68,6 +68,14 @@ void ScanThread::rescan() {
     watcher_.wake();
 }
 
+void ScanThread::rescan(int32_t source, const std::set<std::string> &folders) {
+    {
+        const MutexLock guard(asked_mutex_);
+        asked_[source].insert(folders.begin(), folders.end());
+    }
+    watcher_.wake();
+}
+
 void ScanThread::found_damage(int rebuilds) {
     if (rebuilds != rebuilds_) {
         return; // that file has been checked since
@@ -101,15 +109,8 @@ void ScanThread::run() {
     database_.reset();
 }
 
-void ScanThread::remounted(const MusicPointer &source) {
-    {
-        const MutexLock guard(remounted_mutex_);
-        remounted_.insert(source->id);
-    }
-    watcher_.wake();
-}
-
-// Drops the sources that have gone, and schedules a scan of the new ones.
+// Drops the sources that have gone, and schedules the scans of new ones and those that rescan()
+// was called for.
 void ScanThread::adopt_sources() {
     const std::vector<MusicPointer> all = sources_.all();
     for (auto each = adopted_.begin(); each != adopted_.end();) {
@@ -127,16 +128,22 @@ void ScanThread::adopt_sources() {
         }
         each = adopted_.erase(each);
     }
-    std::set<int32_t> again;
+    std::map<int32_t, std::set<std::string>> asked;
     {
-        const MutexLock guard(remounted_mutex_);
-        again.swap(remounted_);
+        const MutexLock guard(asked_mutex_);
+        asked.swap(asked_);
     }
     for (const MusicPointer &source : all) {
         const bool is_new = adopted_.emplace(source->id, source).second;
         Unfinished &unfinished = unfinished_[source->id];
-        if (is_new || again.count(source->id) != 0) {
-            unfinished.whole = true;
+        const std::set<std::string> &folders = asked[source->id];
+        if (is_new || !folders.empty()) {
+            if (is_new || folders.contains("") || source->status == VANTRO_SOURCE_UNAVAILABLE) {
+                unfinished.whole = true;
+            } else {
+                set_status(*source, VANTRO_SOURCE_SCANNING);
+                unfinished.folders.insert(folders.begin(), folders.end());
+            }
             next_try_ = Clock::now();
         }
     }

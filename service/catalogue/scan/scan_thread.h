@@ -41,9 +41,10 @@ class ScanThread {
     bool started() const { return started_; }
     void stop();
     void rescan();
-    // The list of sources has changed, or a source must be scanned again.
-    void look_at_sources() EXCLUDES(remounted_mutex_) { watcher_.wake(); }
-    void remounted(const MusicPointer &source) EXCLUDES(remounted_mutex_);
+    // Scans these folders of a source soon, with everything below them; "" is the whole source.
+    void rescan(int32_t source, const std::set<std::string> &folders) EXCLUDES(asked_mutex_);
+    // The list of sources has changed.
+    void look_at_sources() { watcher_.wake(); }
     // The number of times that the catalogue's file was checked, and replaced if it was damaged.
     int rebuilds() const { return rebuilds_; }
     // Reports damage. `rebuilds` is the value of rebuilds() when the reader opened the file;
@@ -67,7 +68,7 @@ class ScanThread {
     };
 
     void run();
-    void adopt_sources() EXCLUDES(remounted_mutex_);
+    void adopt_sources() EXCLUDES(asked_mutex_);
     void do_next();
     void check_catalogue();
     bool check_due() const;
@@ -107,8 +108,8 @@ class ScanThread {
     Mutex starting_;
     std::thread thread_ GUARDED_BY(starting_);
 
-    Mutex remounted_mutex_;
-    std::set<int32_t> remounted_ GUARDED_BY(remounted_mutex_);
+    Mutex asked_mutex_;
+    std::map<int32_t, std::set<std::string>> asked_ GUARDED_BY(asked_mutex_); // by rescan()
 
     // Used only by the thread.
     std::map<int32_t, MusicPointer> adopted_; // the sources that it works on

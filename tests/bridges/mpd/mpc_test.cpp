@@ -159,6 +159,9 @@ void Mpc::check_catalogue() {
         {{"add", "../music"}, "...no such song or directory: \"../music\""},
         {{"stats"}, "...Songs:        3\n"},
         {{"update"}, "...volume:"},
+        {{"update", one}, "...volume:"},
+        {{"update", "music/new/folder"}, "...volume:"}, // one above it is known
+        {{"update", "none"}, "...no such song or directory: \"none\""},
         {{"rescan"}, "...volume:"},
         {{"update", "--wait"}, "...volume:"},
         {{"albumart", "music/loose.flac"}, cover_},

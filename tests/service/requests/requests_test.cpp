@@ -292,6 +292,7 @@ TEST_F(Serving, RefusesWhatIsMalformed) {
           destroy(1),
           jump(0),
           request(VANTRO_COMMAND_RESCAN),
+          as(VANTRO_COMMAND_RESCAN_NODE, metadata(1, "node")),
           players,
           as(VANTRO_COMMAND_BROWSE_METADATA, browse(1, "node")),
           as(VANTRO_COMMAND_GET_TRKSESSION_TRACKS_METADATA, tracks(1))}) {

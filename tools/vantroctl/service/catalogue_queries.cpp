@@ -286,6 +286,15 @@ std::vector<Node> browse_page(Client &client, const Place &place, int32_t offset
     return nodes_of(page);
 }
 
+void rescan_place(Client &client, const Place &place) {
+    const int32_t reason = client.ask("rescan", [&](VantroHandle *handle) {
+        return vantro_rescan_node(handle, place.source, place.id.c_str());
+    });
+    if (reason != 0) {
+        fail_at(client, "rescan", place, reason);
+    }
+}
+
 std::vector<Node> search_page(Client &client, int32_t source, const std::string &filter,
                               const std::string &term, int32_t offset, int32_t count) {
     NodePage page;

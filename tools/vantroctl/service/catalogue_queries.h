@@ -26,6 +26,9 @@ std::vector<Node> search_page(Client &client, int32_t source, const std::string 
 
 std::vector<Node> tracks_page(Client &client, uint64_t session, int32_t offset, int32_t count);
 
+// Makes the service scan the folders of a place's songs.
+void rescan_place(Client &client, const Place &place);
+
 // The value of each key, in the order of the keys; nothing if the key has no value.
 Values get_values(Client &client, const Place &place, const std::vector<std::string> &keys);
 

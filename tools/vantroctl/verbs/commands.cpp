@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <vantro/catalogue.h>
 #include <vantro/extras.h>
 #include <vantro/player.h>
 
@@ -16,6 +17,7 @@
 #include "tools/vantroctl/service/client.h"
 #include "tools/vantroctl/service/refusal.h"
 #include "tools/vantroctl/text/time_text.h"
+#include "tools/vantroctl/verbs/listings.h"
 #include "tools/vantroctl/verbs/play_watch.h"
 
 namespace vantro::ctl {
@@ -27,8 +29,10 @@ struct PlainCommand {
 };
 
 constexpr PlainCommand plain_commands[] = {
-    {"pause", vantro_pause},       {"stop", vantro_stop},     {"next", vantro_next},
-    {"previous", vantro_previous}, {"rescan", vantro_rescan},
+    {"pause", vantro_pause},
+    {"stop", vantro_stop},
+    {"next", vantro_next},
+    {"previous", vantro_previous},
 };
 
 // The command line has checked most arguments; this reports the others.
@@ -70,8 +74,7 @@ CommandResult run_plain(Client &client, const std::string &verb) {
     }
     for (const PlainCommand &command : plain_commands) {
         if (command.verb == (toggles ? "pause" : verb)) {
-            verb == "rescan" ? client.carry_out(verb, command.function)
-                             : client.carry_out_on_tracks(verb, command.function);
+            client.carry_out_on_tracks(verb, command.function);
             return {.command = verb};
         }
     }
@@ -169,6 +172,18 @@ CommandResult run_repeat(Client &client, const std::string &text) {
                                                                       : VANTRO_REPEAT_OFF;
     client.carry_out("repeat", [=](VantroHandle *handle) { return vantro_repeat(handle, mode); });
     return {.command = "repeat", .repeat = mode};
+}
+
+CommandResult run_rescan(Client &client, const ListOptions &options,
+                         const std::optional<std::string> &node) {
+    if (node) {
+        rescan_place(client, place_of(client, options, *node));
+    } else if (options.source) {
+        rescan_place(client, {*options.source, VANTRO_NODE_ROOT});
+    } else {
+        client.carry_out("rescan", vantro_rescan);
+    }
+    return {.command = "rescan"};
 }
 
 } // namespace vantro::ctl

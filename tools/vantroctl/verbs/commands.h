@@ -12,6 +12,7 @@
 namespace vantro::ctl {
 
 class Client;
+struct ListOptions;
 
 // Reads a finite number, independently of the locale. @return nothing for any other text.
 std::optional<float> parse_rate(std::string_view text);
@@ -47,6 +48,10 @@ CommandResult run_shuffle(Client &client, const std::string &text);
 
 // @param text in the form of parse_repeat(), or "toggle", between off and all; "" only queries.
 CommandResult run_repeat(Client &client, const std::string &text);
+
+// Scans all music, the source of the options, or the folders of a node's songs.
+CommandResult run_rescan(Client &client, const ListOptions &options,
+                         const std::optional<std::string> &node);
 
 } // namespace vantro::ctl
 

@@ -397,6 +397,40 @@ TEST_F(Scanned, LooksAgainWhereWatchesRunOut) {
     });
 }
 
+// Only the top is watched, so a folder is read again only if a scan of it was requested.
+TEST_F(Scanned, LooksAgainAtTheFoldersOfANode) {
+    const auto add_songs = [&](int number) {
+        for (int i = 0; i < 5; ++i) {
+            add(fmt::format("{0}/{1}.flac", i, number), {{"TITLE", fmt::format("{} {}", i, number)},
+                                                         {"ARTIST", fmt::format("a{}", i % 4)}});
+        }
+    };
+    add_songs(0);
+    const auto one_watch = [] {
+        return bool(std::ofstream("/proc/sys/user/max_inotify_watches") << 1 << std::flush);
+    };
+    in_namespaces_of_its_own(one_watch, [&] {
+        open();
+        add_songs(1);
+        EXPECT_EQ(store_->rescan_node(source_, "nothing"), ENOENT);
+        EXPECT_EQ(store_->rescan_node(source_ + 1, ""), ENOENT);
+        const std::pair<std::string, Names> rows[] = {
+            {entry("folders", "2").id, {"2 1"}},
+            {entry("songs", "3 0").id, {"3 1"}},
+            {entry("artists", "a0").id, {"0 1", "4 1"}},
+            {"albums", {"1 1"}}, // a menu: the whole source
+        };
+        Names wanted = names("songs");
+        for (const auto &[node, found] : rows) {
+            ASSERT_EQ(store_->rescan_node(source_, node), 0) << node;
+            wanted.insert(wanted.end(), found.begin(), found.end());
+            std::sort(wanted.begin(), wanted.end());
+            await([&] { return names("songs").size() >= wanted.size(); });
+            EXPECT_EQ(names("songs"), wanted);
+        }
+    });
+}
+
 TEST_F(Scanned, TellsApartWhatHasOneDigest) {
     add("a.flac", {{"TITLE", "a"}});
     add("other.flac", {{"TITLE", "other"}});

@@ -104,6 +104,10 @@ TEST_F(Catalogue, IsDescribedSearchedAndPrintedAsATree) {
     EXPECT_NE(said_.find("composer: Bach\n"), std::string::npos) << said_;
     EXPECT_NE(said_.find("duration: 100000\n"), std::string::npos) << said_;
     EXPECT_EQ(said_.find(":\n"), std::string::npos) << said_;
+    EXPECT_EQ(run({"rescan", song}), 0);
+    EXPECT_EQ(run({"rescan", "--source", "1"}), 0);
+    EXPECT_EQ(run({"rescan", "--json"}), 0);
+    EXPECT_EQ(said_, "{\"ok\":true,\"player\":\"main\",\"command\":\"rescan\"}\n");
     EXPECT_EQ(run({"info", "1:", "title"}), 0);
     EXPECT_EQ(said_, "title:\n");
 
@@ -213,6 +217,9 @@ TEST_F(Catalogue, SaysWhatDoesNotExist) {
         {{"info", "1:nothing"}, 6, "no node 1:nothing in source 1"},
         {{"info", "1:nothing", "title"}, 6, "no node 1:nothing in source 1"},
         {{"info", "7:"}, 6, "no source 7"},
+        {{"rescan", "1:nothing"}, 6, "no node 1:nothing in source 1"},
+        {{"rescan", "--source", "7"}, 6, "no source 7"},
+        {{"rescan", ""}, 2, "an empty NODE"},
         {{"load", "1:", "--index", "3"}, 6, "no song 3: there are fewer in 1:"},
         {{"load", "2:"}, 6, "no songs in 2:"},
         {{"load", "2:", "2:"}, 6, "no songs in any of them"},
