@@ -138,12 +138,12 @@ using namespace vantro::player;
 
 namespace vantro::player {
 
-VantroHandle *connect_handle() {
+VantroHandle *connect_handle(int no_memory_severity) {
     void *memory = std::calloc(1, sizeof(VantroHandle));
     if (!memory) {
         errno = ENOMEM;
         note_failure(VANTRO_FAILURE_NO_MEMORY, ENOMEM);
-        msglog(LOG_SEVERITY_CRITICAL, "calloc() failed (%s)", std::strerror(ENOMEM));
+        msglog(no_memory_severity, "calloc() failed (%s)", std::strerror(ENOMEM));
         return nullptr;
     }
     auto *handle = new (memory) VantroHandle();
@@ -173,7 +173,7 @@ VantroHandle *connect_handle() {
 } // namespace vantro::player
 
 VantroHandle *vantro_connect(void) {
-    return connect_handle();
+    return connect_handle(LOG_SEVERITY_CRITICAL);
 }
 
 int vantro_open(VantroHandle *handle, const char *name) {

@@ -63,8 +63,9 @@ bool has_lost_service(const VantroHandle *handle);
 // Records that no player is open any more, and ends the events.
 void forget_player(VantroHandle *handle);
 
-// Makes a handle. @return null with errno, logged.
-VantroHandle *connect_handle();
+// Makes a handle. @param no_memory_severity of the log line if there is no memory for the handle;
+// LOG_SEVERITY_CRITICAL ends the process. @return null with errno, logged.
+VantroHandle *connect_handle(int no_memory_severity);
 
 using platform::KeepErrno;
 

@@ -7,6 +7,7 @@
 
 #include "player/failure.h"
 #include "player/handle.h"
+#include "player/log.h"
 
 using namespace vantro::player;
 
@@ -17,7 +18,7 @@ VantroHandle *vantro_connect_timed(int timeout_ms) {
         return nullptr;
     }
     const int before = ipc_set_open_timeout(timeout_ms);
-    VantroHandle *const handle = connect_handle();
+    VantroHandle *const handle = connect_handle(LOG_SEVERITY_INFO);
     ipc_set_open_timeout(before);
     if (handle) {
         handle->timeout_ms = std::max(timeout_ms, 0);

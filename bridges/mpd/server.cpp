@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -15,24 +14,13 @@
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 
+#include "bridges/sockets/memory.h"
 #include "bridges/sockets/signals.h"
 #include "bridges/sockets/wait_time.h"
 
 namespace vantro::mpd {
-namespace {
 
-// @return false if memory ran out. Only what needed it is given up: a client, or an event.
-template <typename Work>
-bool has_memory(Work work) {
-    try {
-        work();
-        return true;
-    } catch (const std::bad_alloc &) {
-        return false;
-    }
-}
-
-} // namespace
+using sockets::has_memory;
 
 Server::Server(std::vector<Listener> listeners, const std::string &player, size_t clients_max,
                Passwords passwords)

@@ -7,15 +7,16 @@
 #include <string>
 #include <string_view>
 
-#include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+
+#include "bridges/web/json_memory.h"
 
 namespace vantro::web {
 
 // Each byte that is not UTF-8 becomes U+FFFD.
 std::string valid_utf8(std::string_view text);
 
-// Keys and values alternate within an object.
+// Keys and values alternate within an object. @throws std::bad_alloc.
 class JsonWriter {
   public:
     JsonWriter() : writer_(buffer_) {}
@@ -69,8 +70,8 @@ class JsonWriter {
     std::string take() const { return {buffer_.GetString(), buffer_.GetSize()}; }
 
   private:
-    rapidjson::StringBuffer buffer_;
-    rapidjson::Writer<rapidjson::StringBuffer> writer_;
+    JsonBuffer buffer_;
+    rapidjson::Writer<JsonBuffer, rapidjson::UTF8<>, rapidjson::UTF8<>, ThrowingAllocator> writer_;
 };
 
 } // namespace vantro::web

@@ -198,15 +198,12 @@ PlayerLink::SharedText PlayerLink::state_json() {
 }
 
 VantroTrksessionInfo PlayerLink::session() {
-    return checked(player().session());
+    return checked(player().status())->trksession;
 }
 
 std::optional<int32_t> PlayerLink::current() {
-    Result<Track> track = player().track();
-    if (refused(track, ENODATA)) {
-        return std::nullopt;
-    }
-    return checked(std::move(track))->index;
+    const int32_t index = checked(player().status())->index;
+    return index < 0 ? std::nullopt : std::optional(index);
 }
 
 void PlayerLink::take_tracks(uint64_t tsid, std::vector<NodeKey> tracks) {

@@ -1,7 +1,5 @@
 #include "bridges/web/records_json.h"
 
-#include <cerrno>
-
 #include <vantro/catalogue.h>
 
 #include "bridges/web/service_call.h"
@@ -105,14 +103,14 @@ void write_node_members(JsonWriter &json, const MediaNode &node, const Metadata 
     json.key("cover").boolean(!text(metadata->artwork).empty());
 }
 
-void write_track(JsonWriter &json, const Result<Track> &track) {
+void write_track(JsonWriter &json, const VantroStatus &status) {
     json.key("track");
-    if (!track || !(*track)->media_node) {
+    if (!status.media_node) {
         json.null();
         return;
     }
-    json.begin_object().key("index").number((*track)->index);
-    write_node_members(json, *(*track)->media_node, (*track)->metadata);
+    json.begin_object().key("index").number(status.index);
+    write_node_members(json, *status.media_node, status.metadata);
     json.end_object();
 }
 
@@ -162,14 +160,8 @@ void write_source(JsonWriter &json, const MediaSource &source) {
 }
 
 std::string player_state_json(const std::string &name, Player &player, int32_t error) {
-    const VantroStateInfo state = checked(player.state());
-    const VantroTrksessionInfo session = checked(player.session());
-    const Result<Track> track = player.track();
-    if (!track && !refused(track, ENODATA)) {
-        throw api_error_of(track.failure());
-    }
-    const std::optional<VantroVolume> volume = if_told(player.volume());
-    const std::optional<std::chrono::milliseconds> position = if_told(player.position());
+    const Status now = checked(player.status());
+    const VantroStateInfo &state = now->state;
     JsonWriter json;
     json.begin_object();
     json.key("player").text(name);
@@ -178,17 +170,13 @@ std::string player_state_json(const std::string &name, Player &player, int32_t e
     json.key("rate").real(state.rate);
     json.key("repeat").text(repeat_name(state.repeat));
     json.key("shuffle").boolean(state.shuffle == VANTRO_SHUFFLE_ON);
-    json.key("volume");
-    if (volume) {
-        json.number(volume->level).key("muted").boolean(volume->muted != 0);
-    } else {
-        json.null().key("muted").null(); // the service has no volume
-    }
+    json.key("volume").number(now->volume.level);
+    json.key("muted").boolean(now->volume.muted != 0);
     // A text: the id has 64 bits, and many JSON readers keep only 53 bits of a number.
-    json.key("session").text(std::to_string(session.tsid));
-    json.key("length").number(session.length);
-    write_track(json, track);
-    json.key("position_ms").number(position ? position->count() : 0);
+    json.key("session").text(std::to_string(now->trksession.tsid));
+    json.key("length").number(now->trksession.length);
+    write_track(json, *now);
+    json.key("position_ms").number(now->position);
     json.key("error");
     write_playback_error(json, error);
     return json.end_object().take();

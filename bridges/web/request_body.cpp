@@ -11,12 +11,12 @@
 namespace vantro::web {
 namespace {
 
-std::string_view string_of(const rapidjson::Value &value) {
+std::string_view string_of(const JsonValue &value) {
     return {value.GetString(), value.GetStringLength()};
 }
 
 // The service expects one id a line, so an id with a newline would be two.
-std::string node_id_of(const rapidjson::Value &value) {
+std::string node_id_of(const JsonValue &value) {
     const std::string_view id = string_of(value);
     if (std::any_of(id.begin(), id.end(), [](char c) { return c >= 0 && c < ' '; })) {
         throw bad_request("an id contains a control character");
@@ -50,13 +50,13 @@ RequestBody::RequestBody(std::string_view text, const std::vector<std::string_vi
     }
 }
 
-const rapidjson::Value *RequestBody::find(const char *name) const {
+const JsonValue *RequestBody::find(const char *name) const {
     const auto found = document_.FindMember(name);
     return found == document_.MemberEnd() ? nullptr : &found->value;
 }
 
-const rapidjson::Value &RequestBody::need(const char *name) const {
-    const rapidjson::Value *const value = find(name);
+const JsonValue &RequestBody::need(const char *name) const {
+    const JsonValue *const value = find(name);
     if (!value) {
         throw bad_request(fmt::format("\"{}\" is missing", name));
     }
@@ -64,7 +64,7 @@ const rapidjson::Value &RequestBody::need(const char *name) const {
 }
 
 int32_t RequestBody::number(const char *name, int32_t least, int32_t most) const {
-    const rapidjson::Value &value = need(name);
+    const JsonValue &value = need(name);
     if (!value.IsInt() || value.GetInt() < least || value.GetInt() > most) {
         throw bad_request(fmt::format("\"{}\" is not a number from {} to {}", name, least, most));
     }
@@ -77,7 +77,7 @@ int32_t RequestBody::number_or(const char *name, int32_t least, int32_t most,
 }
 
 double RequestBody::real(const char *name) const {
-    const rapidjson::Value &value = need(name);
+    const JsonValue &value = need(name);
     if (!value.IsNumber()) {
         throw bad_request(fmt::format("\"{}\" is not a number", name));
     }
@@ -85,7 +85,7 @@ double RequestBody::real(const char *name) const {
 }
 
 bool RequestBody::boolean(const char *name) const {
-    const rapidjson::Value &value = need(name);
+    const JsonValue &value = need(name);
     if (!value.IsBool()) {
         throw bad_request(fmt::format("\"{}\" is not true or false", name));
     }
@@ -97,7 +97,7 @@ bool RequestBody::boolean_or(const char *name, bool otherwise) const {
 }
 
 std::string RequestBody::text(const char *name) const {
-    const rapidjson::Value &value = need(name);
+    const JsonValue &value = need(name);
     if (!value.IsString()) {
         throw bad_request(fmt::format("\"{}\" is not a text", name));
     }
@@ -105,16 +105,16 @@ std::string RequestBody::text(const char *name) const {
 }
 
 std::vector<NodeKey> RequestBody::nodes(const char *name) const {
-    const rapidjson::Value &list = need(name);
+    const JsonValue &list = need(name);
     if (!list.IsArray() || list.Empty()) {
         throw bad_request(fmt::format("\"{}\" is not a list of nodes", name));
     }
     std::vector<NodeKey> nodes;
-    for (const rapidjson::Value &each : list.GetArray()) {
+    for (const JsonValue &each : list.GetArray()) {
         const bool object = each.IsObject();
         const auto source =
-            object ? each.FindMember("source_id") : rapidjson::Value::ConstMemberIterator();
-        const auto id = object ? each.FindMember("id") : rapidjson::Value::ConstMemberIterator();
+            object ? each.FindMember("source_id") : JsonValue::ConstMemberIterator();
+        const auto id = object ? each.FindMember("id") : JsonValue::ConstMemberIterator();
         if (!object || source == each.MemberEnd() || id == each.MemberEnd() ||
             !source->value.IsInt() || source->value.GetInt() < 1 || !id->value.IsString()) {
             throw bad_request("a node is {\"source_id\": NUMBER, \"id\": TEXT}");

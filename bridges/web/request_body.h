@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include <rapidjson/document.h>
+#include "bridges/web/json_memory.h"
 
 namespace vantro::web {
 
@@ -40,10 +40,10 @@ class RequestBody {
     std::vector<NodeKey> nodes(const char *name) const;
 
   private:
-    const rapidjson::Value *find(const char *name) const;
-    const rapidjson::Value &need(const char *name) const;
+    const JsonValue *find(const char *name) const;
+    const JsonValue &need(const char *name) const;
 
-    rapidjson::Document document_;
+    JsonDocument document_;
 };
 
 } // namespace vantro::web

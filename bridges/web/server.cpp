@@ -14,6 +14,7 @@
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 
+#include "bridges/sockets/memory.h"
 #include "bridges/sockets/signals.h"
 #include "bridges/sockets/wait_time.h"
 
@@ -103,7 +104,9 @@ void Server::run() {
             handle(events[static_cast<size_t>(i)].data.u64, ended);
         }
         http_.run();
-        if (look_after_players()) {
+        bool notified = false;
+        sockets::has_memory([&] { notified = look_after_players(); });
+        if (notified) {
             http_.run(); // the library watches resumed connections only after this call
         }
         if (std::exchange(closed_seen_, http_.closed()) != http_.closed() ||

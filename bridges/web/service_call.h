@@ -30,15 +30,6 @@ inline void checked(const Result<void> &result) {
     }
 }
 
-// The value, or nothing if the service refuses the query. @throws ApiError if the call failed.
-template <typename Value>
-std::optional<Value> if_told(Result<Value> result) {
-    if (!result && result.failure().why() == Reason::refused) {
-        return std::nullopt;
-    }
-    return checked(std::move(result));
-}
-
 // Whether the service refused for that reason, an error number.
 template <typename Value>
 bool refused(const Result<Value> &result, int number) {

@@ -143,7 +143,8 @@ VANTRO_API int vantro_set_timeout(VantroHandle *handle, int timeout_ms);
 
 /**
  * vantro_connect() with a limit for each of its waits: if the service is stopped, the call fails
- * after one wait. The handle keeps the limit, as if by vantro_set_timeout().
+ * after one wait. The handle keeps the limit, as if by vantro_set_timeout(). If there is no memory
+ * for the handle, the call fails with ENOMEM and the process does not end.
  * @param timeout_ms milliseconds, above 0; below 0: no limit.
  * @return as vantro_connect(); also ETIMEDOUT, and EINVAL if timeout_ms is 0.
  */

@@ -50,9 +50,10 @@
  *  - malformed answer: the words and lengths in the service's answer contradict each other.
  *    Functions that return records log neither a malformed answer nor a lack of memory for the
  *    records.
- * If there is no memory for a handle, or for the record of a player's state, the process ends with
- * abort(); any other lack of memory fails the call. Before it logs, the library flushes standard
- * output, so that both appear in their order.
+ * If there is no memory for the handle of vantro_connect(), or for the record of a player's state,
+ * the process ends with abort(); any other lack of memory fails the call. vantro_connect_timed()
+ * and vantro_get_status() of extras.h never end the process. Before it logs, the library flushes
+ * standard output, so that both appear in their order.
  *
  * Output parameters are valid addresses, never NULL, and written on success only, unless a
  * function's text says otherwise.

@@ -436,7 +436,12 @@ WRAP(int, listen, (int fd, int length) noexcept, (fd, length), -1, ENOMEM)
 WRAP(int, setsockopt, (int fd, int level, int name, const void *value, socklen_t size) noexcept, (fd, level, name, value, size), -1, ENOMEM)
 WRAP(int, getsockopt, (int fd, int level, int name, void *value, socklen_t *size) noexcept, (fd, level, name, value, size), -1, ENOMEM)
 WRAP(int, epoll_create1, (int flags) noexcept, (flags), -1, EMFILE, ENOMEM)
-WRAP(int, epoll_ctl, (int set, int what, int fd, epoll_event *event) noexcept, (set, what, fd, event), -1, ENOMEM, ENOSPC)
+// Removing needs no memory, so it cannot fail.
+int epoll_ctl(int set, int what, int fd, epoll_event *event) noexcept {
+    REAL(epoll_ctl)
+    const bool failed = what != EPOLL_CTL_DEL && call_fails("epoll_ctl", {ENOMEM, ENOSPC});
+    return failed ? -1 : real(set, what, fd, event);
+}
 WRAP(int, epoll_wait, (int set, epoll_event *events, int count, int ms), (set, events, count, ms), -1, EINTR)
 WRAP(int, poll, (pollfd *fds, nfds_t count, int ms), (fds, count, ms), -1, ENOMEM, EINTR)
 WRAP(int, ppoll, (pollfd *fds, nfds_t count, const timespec *length, const sigset_t *blocked), (fds, count, length, blocked), -1, ENOMEM, EINTR)

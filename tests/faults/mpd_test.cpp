@@ -1,19 +1,11 @@
 // vantro-mpd with allocations and system calls failing in turn under its clients. A failure costs
 // at most the client that needed the call; afterwards every answer is right again.
 #include <chrono>
-#include <cstdlib>
 #include <map>
 #include <string>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <fmt/format.h>
-
 #include "tests/bridges/mpd/bridge_process.h"
-#include "tests/faults/inject.h"
+#include "tests/faults/control_file.h"
 
 namespace vantro::faults {
 
@@ -24,23 +16,12 @@ using Clock = std::chrono::steady_clock;
 class Mpd : public mpd::Bridge {
   protected:
     void SetUp() override {
-        char name[] = "/tmp/vantro-faults-XXXXXX";
-        const int file = mkstemp(name);
-        ASSERT_GE(file, 0);
-        ASSERT_EQ(ftruncate(file, sizeof(Control)), 0);
-        control_ = static_cast<Control *>(
-            mmap(nullptr, sizeof(Control), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
-        close(file);
-        setenv("VANTRO_FAULTS", name, 1);
+        file_.name_in_environment();
         Bridge::SetUp();
-        unlink(name);
-    }
-    void TearDown() override {
-        Bridge::TearDown();
-        munmap(control_, sizeof(Control));
     }
 
-    Control *control_ = nullptr;
+    ControlFile file_;
+    Control *control_ = file_.get();
 };
 
 TEST_F(Mpd, FailsInTurnUnderItsClients) {
@@ -58,16 +39,11 @@ TEST_F(Mpd, FailsInTurnUnderItsClients) {
             EXPECT_TRUE(right[question].ends_with("OK\n")) << question;
         }
     }
-    const char *wanted = std::getenv("FAULTS_SECONDS");
-    const auto end = Clock::now() + std::chrono::seconds(wanted ? std::atoi(wanted) : 12);
+    const auto end = Clock::now() + std::chrono::seconds(budget_seconds());
     int failures = 0;
     for (int round = 0; Clock::now() < end && !HasFailure(); ++round) {
-        const Kind kind = round % 3 ? Kind::allocation : Kind::call;
-        const Plan plan = {kind, round * 31 % 700, kind == Kind::call ? round / 3 % variants : 0,
-                           round % 7 == 0 ? from_then_on : 1};
-        const std::string what =
-            fmt::format("failure {} of kind {}, variant {}, {} times", plan.nth,
-                        static_cast<int>(kind), plan.variant, plan.times);
+        const Plan plan = plan_of_round(round);
+        const std::string what = words_of(plan);
         arm(*control_, plan);
         mpd::RawClient waiting(port_);
         waiting.send("idle options\n");

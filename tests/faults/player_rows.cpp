@@ -256,7 +256,7 @@ std::string get_extended(Scene &scene) {
 
 Rows rows_of_commands() {
     return {{"vantro_connect", [](Scene &s) { return connect_one(s, false); }, Way::may_abort},
-            {"vantro_connect_timed", [](Scene &s) { return connect_one(s, true); }, Way::may_abort},
+            {"vantro_connect_timed", [](Scene &s) { return connect_one(s, true); }},
             command("vantro_set_reconnect",
                     [](Handle h) { return vantro_set_reconnect(h, VANTRO_RECONNECT_OFF); }),
             command("vantro_set_timeout", [](Handle h) { return vantro_set_timeout(h, 10'000); }),

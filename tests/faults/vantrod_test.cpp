@@ -3,7 +3,6 @@
 // intact. Once nothing fails any more, the lists match the music, and no session number is used
 // twice.
 #include <sqlite3.h>
-#include <sys/mman.h>
 
 #include <chrono>
 #include <memory>
@@ -15,7 +14,7 @@
 #include <vantro/extras.h>
 #include <vantro/platform/log.h>
 
-#include "tests/faults/inject.h"
+#include "tests/faults/control_file.h"
 #include "tests/support/music.h"
 #include "tests/support/process.h"
 
@@ -33,8 +32,7 @@ constexpr int sanitizer_exit = 99;
 
 // How long each test lasts.
 seconds budget() {
-    const char *wanted = std::getenv("FAULTS_SECONDS");
-    return seconds(wanted ? std::atoi(wanted) : 12);
+    return seconds(budget_seconds());
 }
 
 class Vantrod : public test::RuntimeDirectory {
@@ -42,18 +40,15 @@ class Vantrod : public test::RuntimeDirectory {
     void SetUp() override {
         RuntimeDirectory::SetUp();
         system_log_set_sink([](uint32_t, int, const char *, void *) {}, nullptr);
-        const int file = open((path_ + "/control").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        ASSERT_EQ(ftruncate(file, sizeof(Control)), 0);
-        at = static_cast<Control *>(
-            mmap(nullptr, sizeof(Control), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
-        close(file);
+        control_file.emplace(path_ + "/control");
+        at = control_file->get();
         while (music.size() < 12) {
             add_song();
         }
     }
     void TearDown() override {
         service.reset();
-        munmap(at, sizeof(Control));
+        control_file.reset();
         RuntimeDirectory::TearDown();
     }
 
@@ -70,7 +65,7 @@ class Vantrod : public test::RuntimeDirectory {
     void start() {
         service.emplace(
             std::vector<std::string>{VANTROD, "--music", path_ + "/music", "--audio", "clock"},
-            [&] { setenv("VANTRO_FAULTS", (path_ + "/control").c_str(), 1); });
+            [&] { control_file->name_in_environment(); });
     }
     // Waits for a line with this text, as long as the service prints something within the time.
     bool wait_for(const char *said, int ms) {
@@ -156,6 +151,7 @@ class Vantrod : public test::RuntimeDirectory {
         EXPECT_FALSE(std::filesystem::exists(path_ + "/state/vantro/catalogue.db.bad-1")) << what;
     }
 
+    std::optional<ControlFile> control_file;
     Control *at = nullptr;
     Names music;
     int songs_made = 0;
@@ -163,11 +159,6 @@ class Vantrod : public test::RuntimeDirectory {
     std::optional<test::Process> service;
     int status = 0;
 };
-
-std::string words_of(const Plan &plan) {
-    return fmt::format("failure {} of kind {}, variant {}, {} times", plan.nth,
-                       static_cast<int>(plan.kind), plan.variant, plan.times);
-}
 
 // A failure may only lose an answer. A lack of memory may end the process, if it logs that.
 TEST_F(Vantrod, FailsInTurnUnderThreeClients) {

@@ -57,7 +57,7 @@ Response rescan(Context &context) {
 }
 
 Response toggle(Context &context) {
-    const bool playing = checked(context.player().state()).state == VANTRO_STATE_PLAYING;
+    const bool playing = checked(context.player().status())->state.state == VANTRO_STATE_PLAYING;
     return run(context, playing ? &Player::pause : &Player::play);
 }
 

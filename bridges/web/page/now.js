@@ -153,7 +153,7 @@ export class Now {
     byId('mute-icon').setAttribute('href', state.muted ? '#i-muted' : '#i-volume');
     const volume = byId('volume');
     const touchedLately = performance.now() - (this.volumeTouched ?? -1e9) < 500;
-    if (state.volume !== undefined && state.volume !== null && !touchedLately) {
+    if (state.volume !== undefined && !touchedLately) {
       volume.value = state.volume;
       setFilled(volume);
     }
