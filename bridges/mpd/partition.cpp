@@ -160,7 +160,9 @@ Subsystems Partition::changes_of(const Event &event) {
         return only(Subsystem::player);
     }
     if (const auto *source = event.as<SourceEvent>()) {
-        if (source->type == VANTRO_SOURCE_PLAYLISTS) {
+        // A source that is gone has no type any more: that of the last playlist.
+        if (source->type == VANTRO_SOURCE_PLAYLISTS || event.object() == saved_playlists_) {
+            saved_playlists_ = event.object();
             note_saved_playlists();
             return only(Subsystem::stored_playlist);
         }

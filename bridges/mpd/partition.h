@@ -117,7 +117,8 @@ class Partition {
     std::string error_;
     std::string failure_; // The reason for which there is no connection.
     int64_t changed_at_ = 0;
-    int misunderstood_ = 0; // Undecodable events in a row.
+    std::string saved_playlists_; // The object of their source; empty: unknown.
+    int misunderstood_ = 0;       // Undecodable events in a row.
     uint64_t catalogue_version_ = 0;
     uint64_t connections_ = 0;
     bool absent_ = false; // No service ran at the last attempt.

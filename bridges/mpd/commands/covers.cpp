@@ -54,10 +54,9 @@ std::string_view type_of(std::string_view start) {
                                              : "";
 }
 
-} // namespace
-
-// albumart and readpicture: the service has one cover for a song, from the file or from its folder.
-TaskPtr run_cover(Context &context, Arguments arguments) {
+// The service has one cover for a song, from the file or from its folder. @return whether there is
+// one.
+bool tell_cover(Context &context, Arguments arguments) {
     const Catalogue::Place place = context.catalogue.find(context.partition.player(), arguments[0]);
     const uint32_t offset = parse_unsigned(arguments[1]);
     const std::string path = place.song ? path_of(place.song->artwork) : "";
@@ -65,7 +64,7 @@ TaskPtr run_cover(Context &context, Arguments arguments) {
         path.empty() ? -1 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat about {};
     if (!file || fstat(file.get(), &about) != 0 || !S_ISREG(about.st_mode)) {
-        throw Ack(AckCode::no_exist, "there is no cover");
+        return false;
     }
     if (offset > about.st_size) {
         throw Ack(AckCode::argument, "the cover ends before that offset");
@@ -85,6 +84,21 @@ TaskPtr run_cover(Context &context, Arguments arguments) {
     context.reply.number("binary", count);
     context.reply.raw(std::string_view(piece).substr(0, static_cast<size_t>(count)));
     context.reply.raw("\n");
+    return true;
+}
+
+} // namespace
+
+TaskPtr run_albumart(Context &context, Arguments arguments) {
+    if (!tell_cover(context, arguments)) {
+        throw Ack(AckCode::no_exist, "there is no cover");
+    }
+    return nullptr;
+}
+
+// The answer is empty if there is no picture.
+TaskPtr run_readpicture(Context &context, Arguments arguments) {
+    tell_cover(context, arguments);
     return nullptr;
 }
 

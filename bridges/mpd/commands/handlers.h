@@ -85,6 +85,7 @@ VANTRO_MPD_HANDLER(run_find);
 VANTRO_MPD_HANDLER(run_findadd);
 VANTRO_MPD_HANDLER(run_search);
 VANTRO_MPD_HANDLER(run_searchadd);
+TaskPtr list_files(Arguments filter); // of run_list()
 
 // commands/summaries.cpp
 VANTRO_MPD_HANDLER(run_count);
@@ -95,7 +96,8 @@ VANTRO_MPD_HANDLER(run_searchcount);
 VANTRO_MPD_HANDLER(run_update);
 
 // commands/covers.cpp
-VANTRO_MPD_HANDLER(run_cover);
+VANTRO_MPD_HANDLER(run_albumart);
+VANTRO_MPD_HANDLER(run_readpicture);
 
 // commands/comments.cpp
 VANTRO_MPD_HANDLER(run_readcomments);

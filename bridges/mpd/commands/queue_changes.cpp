@@ -55,7 +55,7 @@ TaskPtr run_add(Context &context, Arguments arguments) {
 TaskPtr run_addid(Context &context, Arguments arguments) {
     const Catalogue::Place place = context.catalogue.find(context.partition.player(), arguments[0]);
     if (place.kind != Catalogue::Place::Kind::song) {
-        throw Ack(AckCode::argument, fmt::format("no song: \"{}\"", arguments[0]));
+        throw Ack(AckCode::no_exist, fmt::format("no song: \"{}\"", arguments[0]));
     }
     const QueueTarget target = target_in(context, arguments);
     context.reply.number("Id", add_song(context, place.key, target));

@@ -1,5 +1,6 @@
 // Listing the queue.
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -17,6 +18,9 @@ namespace {
 // Songs in one step, after which other clients have their turn. Each song may take an exchange with
 // the service.
 constexpr int songs_a_step = 32;
+
+// Old clients write this instead of leaving a position or version out.
+constexpr std::string_view everything = "-1";
 
 enum class Form { song, uri, position_and_id };
 
@@ -80,7 +84,7 @@ TaskPtr list(Context &context, const Range &range, Form form) {
 
 TaskPtr list_changes(Context &context, Arguments arguments, Form form) {
     const Queue &queue = context.partition.queue();
-    const uint32_t version = parse_unsigned(arguments[0]);
+    const uint32_t version = arguments[0] == everything ? 0 : parse_unsigned(arguments[0]);
     const Range range = arguments.size() > 1 ? parse_range(arguments[1]) : Range();
     auto task = std::make_unique<ListQueue>(queue.entries(), range, form);
     // A version above the present one is from an earlier run of the bridge: every entry counts as
@@ -99,7 +103,7 @@ TaskPtr list_matching(Context &context, Arguments arguments, Filter::Case letter
 } // namespace
 
 TaskPtr run_playlistinfo(Context &context, Arguments arguments) {
-    if (arguments.empty()) {
+    if (arguments.empty() || arguments[0] == everything) {
         return list(context, Range(), Form::song);
     }
     return list(context, checked_range(context.partition.queue().size(), arguments[0]), Form::song);

@@ -1,7 +1,5 @@
 #include "bridges/mpd/commands/search_options.h"
 
-#include <algorithm>
-
 #include <fmt/format.h>
 
 #include "bridges/mpd/ack.h"
@@ -57,7 +55,6 @@ SearchOptions SearchOptions::parse(Arguments arguments, Filter::Case letters) {
         }
         arguments = arguments.first(arguments.size() - 2);
     }
-    std::reverse(options.groups.begin(), options.groups.end());
     options.filter = Filter::parse(arguments, letters);
     return options;
 }

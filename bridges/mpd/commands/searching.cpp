@@ -172,6 +172,15 @@ class ShowSongs : public MatchingSongs {
     bool finish(Context &) override { return true; }
 };
 
+class ShowUris : public MatchingSongs {
+  public:
+    using MatchingSongs::MatchingSongs;
+
+  private:
+    void take(Context &context, const Song &song) override { context.reply.pair("file", song.uri); }
+    bool finish(Context &) override { return true; }
+};
+
 class AddSongs : public MatchingSongs {
   public:
     AddSongs(SearchOptions options, QueueTarget target)
@@ -213,6 +222,10 @@ TaskPtr add(Context &context, Arguments arguments, Filter::Case letters) {
 
 TaskPtr run_find(Context &, Arguments arguments) {
     return show(arguments, Filter::Case::as_written);
+}
+
+TaskPtr list_files(Arguments filter) {
+    return std::make_unique<ShowUris>(SearchOptions::parse(filter, Filter::Case::as_written));
 }
 
 TaskPtr run_search(Context &, Arguments arguments) {

@@ -149,6 +149,9 @@ TaskPtr run_searchcount(Context &, Arguments arguments) {
 }
 
 TaskPtr run_list(Context &, Arguments arguments) {
+    if (same_name(arguments[0], "file")) {
+        return list_files(arguments.subspan(1));
+    }
     const Tag tag = need_tag(arguments[0]);
     std::vector<std::string> rest(arguments.begin() + 1, arguments.end());
     // An older form: the albums of an artist.

@@ -165,7 +165,8 @@ void Mpc::check_catalogue() {
         {{"rescan"}, "...volume:"},
         {{"update", "--wait"}, "...volume:"},
         {{"albumart", "music/loose.flac"}, cover_},
-        {{"readpicture", one}, "...there is no cover"},
+        {{"readpicture", one}, "...No data"},
+        {{"albumart", one}, "...there is no cover"},
         {{"mount"}, "...music"},
     };
     check(rows);

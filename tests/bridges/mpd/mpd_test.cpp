@@ -55,7 +55,7 @@ TEST_F(Bridge, AnswersToLines) {
         {"find genre Rock window 1:2", "..." + loose_uri},
         {"addid " + quoted(one), "Id: 1\nOK\n"},
         {"addid music/loose.flac 0", "Id: 2\nOK\n"},
-        {"addid music", "ACK [2@0] {addid} no song: \"music\"\n"},
+        {"addid music", "ACK [50@0] {addid} no song: \"music\"\n"},
         {"play 1", "OK\n"},
         {"pause 1", "OK\n"},
         {"seekcur 12.345", "OK\n"},
@@ -103,6 +103,10 @@ TEST_F(Bridge, AnswersToLines) {
          "Album: The Way\nsongs: 2\nplaytime: 160\nOK\n"},
         {"count file music/loose.flac", "songs: 1\nplaytime: 30\nOK\n"},
         {"count \"((file == 'music/none') AND (artist == 'Red'))\"", "songs: 0\nplaytime: 0\nOK\n"},
+        {"list title \"(artist == 'Red')\" group genre group date", // the last group is the outer
+                                                                    // one
+         "Date: 2001\nGenre: \nTitle: Zw\xC3\x96lf\nGenre: Rock\nTitle: One\nOK\n"},
+        {"list file artist Blue", loose_uri + "OK\n"},
         {"list album group artist", "Artist: Blue\nAlbum: \nArtist: Red\nAlbum: The Way\nOK\n"},
         {"listplaylist mix", loose_uri + "file: " + one + "\nOK\n"},
         {"binarylimit 64", "OK\n"},
@@ -143,6 +147,13 @@ TEST_F(Bridge, WhoWaitsIsToldOfChanges) {
     waiting.send("idle playlist\n");
     EXPECT_EQ(other.ask("add music"), "OK\n");
     EXPECT_EQ(waiting.answer(), "changed: playlist\nOK\n");
+    // A saved playlist is no part of the database, and neither is the source of the last one.
+    RawClient follower(port_);
+    for (const char *change : {"save a", "rm a", "save b", "rm b"}) {
+        follower.send("idle database stored_playlist\n");
+        EXPECT_EQ(other.ask(change), "OK\n");
+        EXPECT_EQ(follower.answer(), "changed: stored_playlist\nOK\n") << change;
+    }
     waiting.send("idle playlist\n");
     EXPECT_EQ(other.ask("clear"), "OK\n");
     EXPECT_EQ(waiting.answer(), "changed: playlist\nOK\n");
@@ -303,6 +314,8 @@ TEST_F(Bridge, ASheetThatArrivesGivesTracks) {
     EXPECT_EQ(value(other.ask("playlistinfo"), "file"), "file: node:gone");
     EXPECT_TRUE(other.ask("addid " + quoted(one) + " 0").ends_with("OK\n"));
     EXPECT_EQ(value(other.ask("playlistinfo"), "file"), std::string("file: ") + one);
+    EXPECT_EQ(other.ask("playlistinfo -1"), other.ask("playlistinfo"));
+    EXPECT_EQ(other.ask("plchanges -1"), other.ask("playlistinfo"));
     const std::string second = other.ask("find title Second");
     EXPECT_EQ(value(second, "duration"), "duration: 1.000");
     EXPECT_EQ(other.ask("clear"), "OK\n");
