@@ -243,7 +243,8 @@ MHD_Result HttpServer::receive(Exchange &exchange, const char *data, size_t *siz
     return send(exchange, site_.answer(request));
 }
 
-MHD_Response *HttpServer::make_stream(Exchange &exchange, const std::string &player) {
+// What fails after the response was made destroys it, and with it the stream.
+HttpServer::OwnedResponse HttpServer::make_stream(Exchange &exchange, const std::string &player) {
     auto stream =
         std::make_unique<EventStream>(site_.followed(player), exchange.connection, next_stream_++);
     struct Owned {
@@ -252,7 +253,7 @@ MHD_Response *HttpServer::make_stream(Exchange &exchange, const std::string &pla
     };
     EventStream &kept = *stream;
     auto owned = std::make_unique<Owned>(Owned{std::move(stream), this});
-    MHD_Response *const made = MHD_create_response_from_callback(
+    OwnedResponse made(MHD_create_response_from_callback(
         MHD_SIZE_UNKNOWN, stream_piece,
         [](void *context, uint64_t at, char *buffer, size_t size) {
             return Callbacks::read(static_cast<Owned *>(context)->stream.get(), at, buffer, size);
@@ -262,7 +263,7 @@ MHD_Response *HttpServer::make_stream(Exchange &exchange, const std::string &pla
             auto *const ended = static_cast<Owned *>(context);
             ended->server->streams_.erase(ended->stream->id());
             delete ended;
-        });
+        }));
     if (made) {
         (void)owned.release();
         streams_[kept.id()] = &kept;
@@ -273,37 +274,35 @@ MHD_Response *HttpServer::make_stream(Exchange &exchange, const std::string &pla
 
 MHD_Result HttpServer::send(Exchange &exchange, Response response) {
     deadlines_.erase(exchange.connection);
-    MHD_Response *made = nullptr;
+    OwnedResponse made;
     if (!response.followed_player.empty() && exchange.request.head.method == "GET") {
         made = make_stream(exchange, response.followed_player);
     } else if (response.file) {
         const int descriptor = response.file.release();
-        made = MHD_create_response_from_fd64(response.file_size, descriptor);
+        made.reset(MHD_create_response_from_fd64(response.file_size, descriptor));
         if (!made) {
             ::close(descriptor);
         }
     } else {
         static const std::string empty;
         const std::string &body = response.body ? *response.body : empty;
-        made = MHD_create_response_from_buffer(body.size(), const_cast<char *>(body.data()),
-                                               MHD_RESPMEM_MUST_COPY);
+        made.reset(MHD_create_response_from_buffer(body.size(), const_cast<char *>(body.data()),
+                                                   MHD_RESPMEM_MUST_COPY));
     }
     if (!made) {
         return MHD_NO;
     }
     if (response.status != 204 && response.status != 304) {
-        MHD_add_response_header(made, "Content-Type", response.type);
+        MHD_add_response_header(made.get(), "Content-Type", response.type);
     }
     for (const auto &[name, value] : safety_headers) {
-        MHD_add_response_header(made, name, value);
+        MHD_add_response_header(made.get(), name, value);
     }
     for (const auto &[name, value] : response.headers) {
-        MHD_add_response_header(made, name, value.c_str());
+        MHD_add_response_header(made.get(), name, value.c_str());
     }
-    const MHD_Result queued =
-        MHD_queue_response(exchange.connection, static_cast<unsigned>(response.status), made);
-    MHD_destroy_response(made);
-    return queued;
+    return MHD_queue_response(exchange.connection, static_cast<unsigned>(response.status),
+                              made.get());
 }
 
 } // namespace vantro::web

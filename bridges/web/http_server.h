@@ -69,7 +69,11 @@ class HttpServer {
 
     MHD_Result receive(Exchange &exchange, const char *data, size_t *size);
     MHD_Result send(Exchange &exchange, Response response);
-    MHD_Response *make_stream(Exchange &exchange, const std::string &player);
+    struct DestroyResponse {
+        void operator()(MHD_Response *response) const { MHD_destroy_response(response); }
+    };
+    using OwnedResponse = std::unique_ptr<MHD_Response, DestroyResponse>;
+    OwnedResponse make_stream(Exchange &exchange, const std::string &player);
     void close_overdue();
 
     Site &site_;

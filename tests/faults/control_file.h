@@ -2,7 +2,9 @@
 #ifndef VANTRO_TESTS_FAULTS_CONTROL_FILE_H
 #define VANTRO_TESTS_FAULTS_CONTROL_FILE_H
 
+#include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <utility>
 
@@ -14,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/faults/inject.h"
+#include "tests/support/process.h"
 
 namespace vantro::faults {
 
@@ -49,16 +52,34 @@ inline int budget_seconds() {
     return wanted ? std::atoi(wanted) : 12;
 }
 
-// The plan of a round of random failures: allocations and calls, single ones and many.
-inline Plan plan_of_round(int round) {
-    const Kind kind = round % 3 ? Kind::allocation : Kind::call;
-    return {kind, round * 31 % 700, kind == Kind::call ? round / 3 % variants : 0,
-            round % 7 == 0 ? from_then_on : 1};
-}
-
 inline std::string words_of(const Plan &plan) {
     return fmt::format("failure {} of kind {}, variant {}, {} times", plan.nth,
                        static_cast<int>(plan.kind), plan.variant, plan.times);
+}
+
+// Lets allocations and calls of a bridge fail, single ones and many, until the time is over. The
+// bridge outlives each failure.
+// @param clients use the bridge meanwhile.
+// @param check   is called after each failure, with the words for it.
+inline void fail_in_turn(Control &control, test::Process &bridge,
+                         const std::function<void(int round)> &clients,
+                         const std::function<void(int round, const std::string &what)> &check) {
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::seconds(budget_seconds());
+    int failures = 0;
+    for (int round = 0; Clock::now() < end && !testing::Test::HasFailure(); ++round) {
+        const Kind kind = round % 3 ? Kind::allocation : Kind::call;
+        const Plan plan = {kind, round * 31 % 700, kind == Kind::call ? round / 3 % variants : 0,
+                           round % 7 == 0 ? from_then_on : 1};
+        arm(control, plan);
+        clients(round);
+        disarm(control);
+        failures += control.failed > 0;
+        const std::string what = fmt::format("{} ({})", words_of(plan), control.name);
+        ASSERT_FALSE(bridge.ended()) << what << ": " << bridge.rest();
+        check(round, what);
+    }
+    EXPECT_GT(failures, 0);
 }
 
 } // namespace vantro::faults

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -96,7 +97,8 @@ class Web : public test::RuntimeDirectory {
     }
     void TearDown() override {
         web_->kill(SIGTERM);
-        EXPECT_EQ(web_->wait(), 0);
+        const std::string said = web_->rest();
+        EXPECT_EQ(web_->wait(), 0) << said;
         RuntimeDirectory::TearDown();
     }
     static std::string wait_for(test::Process &process, const char *beginning) {
@@ -123,7 +125,6 @@ class Web : public test::RuntimeDirectory {
     }
 
     ControlFile file_;
-    Control *control_ = file_.get();
     std::unique_ptr<test::Process> vantrod_;
     std::unique_ptr<test::Process> web_;
     uint16_t port_ = 0;
@@ -149,20 +150,15 @@ TEST_F(Web, FailsInTurnUnderItsClients) {
         right[question] = ask(question);
         EXPECT_NE(right[question], "") << question;
     }
-    const auto end = Clock::now() + std::chrono::seconds(budget_seconds());
-    int failures = 0;
-    for (int round = 0; Clock::now() < end && !HasFailure(); ++round) {
-        const Plan plan = plan_of_round(round);
-        const std::string what = words_of(plan);
-        arm(*control_, plan);
-        const WebClient follower(port_, player + "/events");
+    std::optional<WebClient> follower;
+    const auto clients = [&](int) {
+        follower.emplace(port_, player + "/events");
         for (const std::string &question : questions) {
             ask(question);
         }
         ask(player + "/modes", R"({"repeat": "all"})");
-        disarm(*control_);
-        failures += control_->failed > 0;
-        ASSERT_FALSE(web_->ended()) << what << ": " << web_->rest();
+    };
+    const auto check = [&](int, const std::string &what) {
         for (const auto &[question, answer] : right) {
             EXPECT_EQ(ask_until_reachable(question), answer) << what << ": " << question;
         }
@@ -170,12 +166,12 @@ TEST_F(Web, FailsInTurnUnderItsClients) {
         std::string told = "-", all;
         EXPECT_EQ(ask(player + "/modes", R"({"repeat": "one"})"), "204\r\n");
         while (!told.empty() && all.find("\"one\"") == all.npos) {
-            EXPECT_TRUE(follower.has_answer(5000)) << what << ": " << control_->name;
-            all += told = follower.has_answer(0) ? follower.read() : "";
+            EXPECT_TRUE(follower->has_answer(5000)) << what;
+            all += told = follower->has_answer(0) ? follower->read() : "";
         }
         EXPECT_EQ(ask(player + "/modes", R"({"repeat": "off"})"), "204\r\n");
-    }
-    EXPECT_GT(failures, 0);
+    };
+    fail_in_turn(*file_.get(), *web_, clients, check);
 }
 
 } // namespace
