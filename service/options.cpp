@@ -421,6 +421,19 @@ std::string Parser::finish() {
 
 namespace {
 
+// Whether a device names that output, alone or among others: "alsa,jack/NAME" names two.
+bool names_output(std::string_view device, std::string_view output) {
+    std::string_view names = device.substr(0, device.find('/'));
+    while (!names.empty()) {
+        const size_t comma = names.find(',');
+        if (names.substr(0, comma) == output) {
+            return true;
+        }
+        names.remove_prefix(comma == names.npos ? names.size() : comma + 1);
+    }
+    return false;
+}
+
 // A player's value of an option that applies to all players or to one.
 template <typename Value>
 Value value_for(const std::map<std::string, Value> &values, const std::string &player,
@@ -441,8 +454,7 @@ std::string device_of(const Options &options, const std::string &player) {
 std::string check_outputs(const Options &options) {
     for (const std::string output : one_player_outputs) {
         const auto uses = [&](const std::string &player) {
-            const std::string device = device_of(options, player);
-            return device.substr(0, device.find('/')) == output;
+            return names_output(device_of(options, player), output);
         };
         const auto &players = options.players;
         const auto first = std::find_if(players.begin(), players.end(), uses);

@@ -69,7 +69,7 @@ TEST_F(Config, EveryMistakeNamesItsLineAndKey) {
         {"player = [\"a\", \"b\"]\naudio-device = [\"jack\", \"a=null\"]\nthreads = 0", ":3: "},
         {"player = [\"a\", \"b\"]\naudio-device = \"jack\"",
          ":2: audio-device: players 'a' and 'b' "},
-        {"player = [\"a\", \"b\"]\naudio-device = [\"a=sdl/x\", \"b=sdl\"]",
+        {"player = [\"a\", \"b\"]\naudio-device = [\"a=sdl/x\", \"b=alsa,sdl/y\"]",
          ":2: audio-device: pl"},
         {"state = \"\"", ":1: state: '' is not the name of a directory"},
         {"volume-limit = [60, 70]", ":1: volume-limit: '70' is a second one"},
