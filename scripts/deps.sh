@@ -3,7 +3,7 @@
 
 packages_build='g++ cmake ninja-build pkg-config git libtag1-dev libsqlite3-dev libicu-dev libexpat1-dev nettle-dev libcli11-dev libtomlplusplus-dev libfmt-dev rapidjson-dev libmpv-dev libsystemd-dev libmicrohttpd-dev libpcre2-dev libgtest-dev scdoc'
 packages_music='flac vorbis-tools'
-packages_test='libglib2.0-dev locales python3 python3-pil python3-pytest mypy dbus-daemon playerctl mpc libmpdclient-dev zsh fish pulseaudio dosfstools ncmpcpp tmux'
+packages_test='libglib2.0-dev locales python3 python3-pil python3-pytest mypy dbus-daemon playerctl mpc libmpdclient-dev zsh fish pulseaudio dosfstools ncmpcpp tmux snapserver snapclient'
 packages_browser='chromium chromium-driver'
 packages_docs='doxygen mandoc'
 packages_package='dpkg-dev lintian python3-pip python3-setuptools python3-wheel'
