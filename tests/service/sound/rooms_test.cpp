@@ -78,9 +78,7 @@ class Rooms : public Sound {
     Samples heard_in(int room) const {
         std::ifstream file(file_of(room), std::ios::binary);
         const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-        Samples samples(bytes.size() / sizeof(int16_t));
-        std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(int16_t));
-        return samples;
+        return samples_of(bytes);
     }
     // The samples that a room hears, without the silence around them. Waits for half a second of
     // silence behind them.

@@ -2,9 +2,12 @@
 #ifndef VANTRO_TESTS_SERVICE_SOUND_SOUND_H
 #define VANTRO_TESTS_SERVICE_SOUND_SOUND_H
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
+#include <string>
+#include <string_view>
 
 #include <vantro/events.h>
 
@@ -31,6 +34,14 @@ inline Samples tone(int ms, int number) {
 inline Samples cut(const Samples &samples, size_t from, size_t to = SIZE_MAX) {
     return {samples.begin() + static_cast<std::ptrdiff_t>(from),
             samples.begin() + static_cast<std::ptrdiff_t>(std::min(to, samples.size()))};
+}
+
+// The samples in the bytes of a file or pipe.
+inline Samples samples_of(std::string_view bytes) {
+    Samples samples(bytes.size() / sizeof(int16_t));
+    std::copy_n(bytes.data(), samples.size() * sizeof(int16_t),
+                reinterpret_cast<char *>(samples.data()));
+    return samples;
 }
 
 inline Samples operator+(Samples left, const Samples &right) {
@@ -128,9 +139,7 @@ class Sound : public Vantrod {
         if (data == whole.npos) {
             return {};
         }
-        Samples samples((whole.size() - data - 8) / sizeof(int16_t));
-        std::memcpy(samples.data(), whole.data() + data + 8, samples.size() * sizeof(int16_t));
-        return samples;
+        return samples_of(std::string_view(whole).substr(data + 8));
     }
 
     std::filesystem::path music_;
