@@ -213,10 +213,11 @@ TEST(Publisher, IsNotThatOfAChildMadeMeanwhile) {
                 [[maybe_unused]] const ssize_t n = write(made[1], &self, sizeof self);
                 pause();
             });
-            raise(SIGKILL);
+            pause(); // if it ended now, its child could still end with it
         });
         pid_t child = 0;
         ASSERT_EQ(read(made[0], &child, sizeof child), ssize_t{sizeof child});
+        kill(parent, SIGKILL);
         exit_status(parent);
         EXPECT_NE(publish_in(), nullptr) << strerror(errno);
         kill(child, SIGKILL);
