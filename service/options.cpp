@@ -15,14 +15,13 @@
 #include <vantro/version.h>
 
 #include "service/config/config_file.h"
+#include "service/playback/engine.h"
 
 namespace vantro::service {
 
 namespace {
 
 constexpr int exit_usage = 2;
-
-constexpr int volume_max = 100;
 
 // True when all of `text` is a number in that base within the bounds.
 template <typename Number>
@@ -144,9 +143,10 @@ std::string read_volume_limits(const std::vector<std::string> &given, Options &o
                                each, player);
         }
         int limit = 0;
-        if (!read_number(for_one ? each.substr(equals + 1) : each, 10, 0, volume_max, limit)) {
+        if (!read_number(for_one ? each.substr(equals + 1) : each, 10, 0, playback::volume_max,
+                         limit)) {
             return fmt::format("--volume-limit: '{}' is not a number from 0 to {}", each,
-                               volume_max);
+                               playback::volume_max);
         }
         if (!options.volume_limits.emplace(player, limit).second) {
             return fmt::format("--volume-limit: '{}' is a second one for the same players", each);
@@ -418,70 +418,6 @@ std::string Parser::finish() {
 }
 
 } // namespace
-
-namespace {
-
-// Whether a device names that output, alone or among others: "alsa,jack/NAME" names two.
-bool names_output(std::string_view device, std::string_view output) {
-    std::string_view names = device.substr(0, device.find('/'));
-    while (!names.empty()) {
-        const size_t comma = names.find(',');
-        if (names.substr(0, comma) == output) {
-            return true;
-        }
-        names.remove_prefix(comma == names.npos ? names.size() : comma + 1);
-    }
-    return false;
-}
-
-// A player's value of an option that applies to all players or to one.
-template <typename Value>
-Value value_for(const std::map<std::string, Value> &values, const std::string &player,
-                Value otherwise) {
-    auto value = values.find(player);
-    if (value == values.end()) {
-        value = values.find("");
-    }
-    return value == values.end() ? otherwise : value->second;
-}
-
-} // namespace
-
-std::string device_of(const Options &options, const std::string &player) {
-    return value_for(options.audio_devices, player, std::string());
-}
-
-std::string check_outputs(const Options &options) {
-    for (const std::string output : one_player_outputs) {
-        const auto uses = [&](const std::string &player) {
-            return names_output(device_of(options, player), output);
-        };
-        const auto &players = options.players;
-        const auto first = std::find_if(players.begin(), players.end(), uses);
-        if (first == players.end()) {
-            continue;
-        }
-        if (const auto second = std::find_if(first + 1, players.end(), uses);
-            second != players.end()) {
-            return fmt::format("players '{}' and '{}' cannot both use {}: its library serves one",
-                               *first, *second, output);
-        }
-    }
-    return "";
-}
-
-int volume_limit_of(const Options &options, const std::string &player) {
-    return value_for(options.volume_limits, player, volume_max);
-}
-
-std::string place_of(const Options &options, const std::string &key) {
-    for (const config::Setting &each : options.settings) {
-        if (each.key == key && each.origin.find(':') != std::string::npos) {
-            return fmt::format("{}: {}: ", each.origin, key);
-        }
-    }
-    return fmt::format("--{}: ", key);
-}
 
 bool parse_options(int argc, char **argv, Options &options, int &exit_code) {
     Parser parser(options);

@@ -391,44 +391,6 @@ VANTRO_API int vantro_get_trksession_tracks_metadata(VantroHandle *handle, uint6
                                                      Metadata **metadata);
 
 /**
- * A cursor: reads a list of any length entry by entry, and holds one page of it at a time.
- *
- *     #include <stdio.h>
- *     #include <vantro/extras.h>
- *
- *     int print_songs(VantroHandle *player, int ms_id) {
- *         VantroCursor *cursor = vantro_cursor_browse(player, ms_id, "songs", 0, 1);
- *         if (!cursor) {
- *             return -1;
- *         }
- *         const MediaNode *node;
- *         const Metadata *metadata;
- *         int result;
- *         while ((result = vantro_cursor_next(cursor, &node, &metadata)) == 1) {
- *             printf("%s, %s\n", node->name, metadata->artist ? metadata->artist : "-");
- *         }
- *         if (result == -1) {
- *             VantroFailure failure;
- *             vantro_last_failure(&failure);
- *             fprintf(stderr, "%s\n", failure.text);
- *         }
- *         vantro_cursor_close(cursor);
- *         return result;
- *     }
- *
- * A list may change while a cursor reads it. Each page begins with the last entry of the previous
- * page, which the cursor checks: if entries before it were added or removed, reading on would skip
- * or repeat entries, so vantro_cursor_next() fails with VANTRO_FAILURE_CHANGED. Changes after that
- * entry are read like the rest. If as many entries before it were added as removed, the cursor does
- * not notice.
- *
- * A cursor belongs to one thread at a time. It borrows the handle: close it before, or soon after,
- * vantro_disconnect(), and do not call vantro_cursor_next() after that. Any number of cursors may
- * be open on one handle; the service does not know about cursors.
- */
-typedef struct VantroCursor VantroCursor;
-
-/**
  * Makes a cursor over the entries that vantro_browse() lists. Sends no request and does not block;
  * if the node is wrong, the first vantro_cursor_next() fails.
  * @param handle        borrowed; must have an open player when the cursor reads.

@@ -1,6 +1,7 @@
 /**
  * @file
- * The records that calls of extras.h fill in. That header includes this one.
+ * The types of extras.h: the records that its calls fill in, and cursors. That header includes this
+ * one.
  */
 #ifndef VANTRO_EXTRAS_RECORDS_H
 #define VANTRO_EXTRAS_RECORDS_H
@@ -70,6 +71,44 @@ typedef struct VantroFailure {
     int32_t number; /**< An error number of <errno.h>, the service's own if it refused; or 0. */
     char text[128]; /**< For people, in the process's language if the system supports it. */
 } VantroFailure;
+
+/**
+ * A cursor: reads a list of any length entry by entry, and holds one page of it at a time.
+ *
+ *     #include <stdio.h>
+ *     #include <vantro/extras.h>
+ *
+ *     int print_songs(VantroHandle *player, int ms_id) {
+ *         VantroCursor *cursor = vantro_cursor_browse(player, ms_id, "songs", 0, 1);
+ *         if (!cursor) {
+ *             return -1;
+ *         }
+ *         const MediaNode *node;
+ *         const Metadata *metadata;
+ *         int result;
+ *         while ((result = vantro_cursor_next(cursor, &node, &metadata)) == 1) {
+ *             printf("%s, %s\n", node->name, metadata->artist ? metadata->artist : "-");
+ *         }
+ *         if (result == -1) {
+ *             VantroFailure failure;
+ *             vantro_last_failure(&failure);
+ *             fprintf(stderr, "%s\n", failure.text);
+ *         }
+ *         vantro_cursor_close(cursor);
+ *         return result;
+ *     }
+ *
+ * A list may change while a cursor reads it. Each page begins with the last entry of the previous
+ * page, which the cursor checks: if entries before it were added or removed, reading on would skip
+ * or repeat entries, so vantro_cursor_next() fails with VANTRO_FAILURE_CHANGED. Changes after that
+ * entry are read like the rest. If as many entries before it were added as removed, the cursor does
+ * not notice.
+ *
+ * A cursor belongs to one thread at a time. It borrows the handle: close it before, or soon after,
+ * vantro_disconnect(), and do not call vantro_cursor_next() after that. Any number of cursors may
+ * be open on one handle; the service does not know about cursors.
+ */
+typedef struct VantroCursor VantroCursor;
 
 #ifdef __cplusplus
 }

@@ -109,6 +109,14 @@ class Collection : public test::RuntimeDirectory {
         std::filesystem::rename(part, file); // whole at once, as a watch sees it
     }
 
+    // A song in each of five folders.
+    void add_to_folders(int number) {
+        for (int i = 0; i < 5; ++i) {
+            add(fmt::format("{}/{}.flac", i, number), {{"TITLE", fmt::format("{} {}", i, number)},
+                                                       {"ARTIST", fmt::format("a{}", i % 4)}});
+        }
+    }
+
     // Opens the catalogue; `scan` also waits until every source has been scanned.
     void open(bool scan = true) {
         close();

@@ -47,6 +47,13 @@ class Scanned : public Collection {
         }
         EXPECT_EQ(status, 0) << output;
     }
+    // Runs `body` where the kernel grants that many watches.
+    void with_watches(int count, const std::function<void()> &body) {
+        const auto limit = [count] {
+            return bool(std::ofstream("/proc/sys/user/max_inotify_watches") << count << std::flush);
+        };
+        in_namespaces_of_its_own(limit, body);
+    }
 };
 
 TEST_F(Scanned, LeavesOutWhatIsBadAndSaysSoOnce) {
@@ -379,17 +386,10 @@ TEST_F(Scanned, StartsOnAFullDiskWithWhatItKnows) {
 TEST_F(Scanned, LooksAgainWhereWatchesRunOut) {
     settle_ = std::chrono::milliseconds(20);
     rescan_unwatched_ = std::chrono::milliseconds(100);
-    for (int i = 0; i < 5; ++i) {
-        add(fmt::format("{}/0.flac", i), {{"TITLE", fmt::format("first {}", i)}});
-    }
-    const auto few_watches = [] {
-        return bool(std::ofstream("/proc/sys/user/max_inotify_watches") << 3 << std::flush);
-    };
-    in_namespaces_of_its_own(few_watches, [&] {
+    add_to_folders(0);
+    with_watches(3, [&] {
         open();
-        for (int i = 0; i < 5; ++i) {
-            add(fmt::format("{}/1.flac", i), {{"TITLE", fmt::format("second {}", i)}});
-        }
+        add_to_folders(1);
         await([&] { return names("songs").size() == 10; });
         const Names lines = complaints();
         ASSERT_EQ(lines.size(), 1u) << testing::PrintToString(lines);
@@ -399,19 +399,10 @@ TEST_F(Scanned, LooksAgainWhereWatchesRunOut) {
 
 // Only the top is watched, so a folder is read again only if a scan of it was requested.
 TEST_F(Scanned, LooksAgainAtTheFoldersOfANode) {
-    const auto add_songs = [&](int number) {
-        for (int i = 0; i < 5; ++i) {
-            add(fmt::format("{0}/{1}.flac", i, number), {{"TITLE", fmt::format("{} {}", i, number)},
-                                                         {"ARTIST", fmt::format("a{}", i % 4)}});
-        }
-    };
-    add_songs(0);
-    const auto one_watch = [] {
-        return bool(std::ofstream("/proc/sys/user/max_inotify_watches") << 1 << std::flush);
-    };
-    in_namespaces_of_its_own(one_watch, [&] {
+    add_to_folders(0);
+    with_watches(1, [&] {
         open();
-        add_songs(1);
+        add_to_folders(1);
         EXPECT_EQ(store_->rescan_node(source_, "nothing"), ENOENT);
         EXPECT_EQ(store_->rescan_node(source_ + 1, ""), ENOENT);
         const std::pair<std::string, Names> rows[] = {
